@@ -1,0 +1,8 @@
+# Warnings that every target of ours is compiled with.
+add_library(ov_warnings INTERFACE)
+target_compile_options(ov_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wconversion
+    -Wno-sign-conversion -Wformat=2)
+if(OV_WARNINGS_AS_ERRORS)
+    target_compile_options(ov_warnings INTERFACE -Werror)
+endif()

@@ -1,0 +1,20 @@
+#pragma once
+
+/// What the device can do beyond plain live streams. A plain value, copied whole.
+class DeviceExAbility
+{
+public:
+    void setAudioBackFlag(bool supported)
+    {
+        audioBack_ = supported;
+    }
+
+    /// True when the device has an audio output that clients may talk to.
+    bool getAudioBackFlag() const
+    {
+        return audioBack_;
+    }
+
+private:
+    bool audioBack_ = false;
+};

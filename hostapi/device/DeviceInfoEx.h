@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/device/InetAddr.h"
+
+/// Which device this is: its identifier and its address. A plain value, copied whole.
+class DeviceInfoEx
+{
+public:
+    void setDeviceID(const std::string& id)
+    {
+        deviceId_ = id;
+    }
+
+    /// Valid until the next setDeviceID() or the end of the record.
+    const char* getDeviceID() const
+    {
+        return deviceId_.c_str();
+    }
+
+    void setDeviceAddr(const InetAddr& address)
+    {
+        address_ = address;
+    }
+
+    const InetAddr& getDeviceAddr() const
+    {
+        return address_;
+    }
+
+private:
+    std::string deviceId_;
+    InetAddr address_;
+};

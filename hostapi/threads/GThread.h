@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/base/HostExport.h"
+#include "hostapi/threads/OVThread.h"
+#include "support/function.h"
+
+/// A thread that calls one body again and again until it is stopped.
+///
+/// Held through SafePointer<GThread>. The destructor stops a running thread first.
+class OV_HOST_API GThread : public OVThread
+{
+public:
+    /// Makes a thread that does not run yet.
+    /// \param run     the body: called repeatedly while the thread runs; its result does not end the thread
+    /// \param name    shown by the system's tools; cut to what the system can hold
+    /// \param before  called once on the new thread before the first run
+    /// \param after   called once on the thread after the last run
+    GThread(function<int> run, const std::string& name, function<int> before, function<int> after);
+    ~GThread() noexcept(false) override;
+
+    /// Starts the thread; a thread that was stopped can be started again.
+    /// \returns non-zero on success (also when it runs already), zero when no thread could be made
+    int start();
+
+    /// Ends the thread after the present call of the body and does not return while the body executes.
+    /// Called from the body itself it only asks for the end. Without a running thread it does nothing.
+    void stop();
+
+    /// Does nothing and returns 0; stands in where a hook is not wanted.
+    static int emptyFun();
+
+private:
+    struct Body;
+    Body* body_;
+};

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "hostapi/base/HostExport.h"
+
+/// Base of the host's threads: tells whether one runs.
+class OV_HOST_API OVThread
+{
+public:
+    virtual ~OVThread() noexcept(false);
+    OVThread(const OVThread&) = delete;
+    OVThread& operator=(const OVThread&) = delete;
+
+    /// True from a successful start until the thread has been stopped. Threads: any.
+    bool IsRunning();
+
+protected:
+    OVThread();
+
+    struct State;
+    State* state_;
+};

@@ -1,0 +1,25 @@
+#pragma once
+
+namespace refhost
+{
+
+/// Status codes that this host's classes return through the library, beside 0 for success. They keep clear
+/// of the library's own codes (-1 to -12) and of the talk-back codes (-211, -213).
+enum HostStatus
+{
+    /// No such camera, or no such stream of it, is configured.
+    hostStreamUnknown = -101,
+    /// The stream is configured but not described yet; it was asked to start. Ask again when
+    /// StreamDirectory tells of a change.
+    hostStreamNotReady = -102,
+    /// The stream's source cannot be opened or gave nothing that can be sent.
+    hostStreamFailed = -103,
+    /// The dispatcher knows no such track of such a session.
+    hostTrackUnknown = -104,
+    /// The connection handle is not one that this host made, or it was closed.
+    hostConnectionUnusable = -105,
+    /// This host has no talk-back.
+    hostTalkBackUnavailable = -106,
+};
+
+}  // namespace refhost

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace refhost
+{
+
+/// Where a stream's pictures and sound come from.
+struct SourceConfig
+{
+    enum class Kind
+    {
+        synthetic,  ///< moving test picture with the time burnt in, and a tone
+        file,       ///< `location`: path of a media file, played in a loop
+        v4l2,       ///< `location`: device node such as /dev/video0
+        rtsp,       ///< `location`: rtsp:// URL of another camera; may hold credentials, never logged whole
+        launch      ///< `location`: GStreamer launch line whose elements named "video" and "audio" are tapped
+    };
+
+    Kind kind = Kind::synthetic;
+    std::string location;
+};
+
+/// One stream of a camera. Sizes and rates apply where the host encodes; passed-through media keep theirs.
+struct StreamConfig
+{
+    int id = 0;
+    SourceConfig source;
+    int width = 1280;         ///< pixels
+    int height = 720;         ///< pixels
+    int frameRate = 25;       ///< pictures a second
+    int bitRate = 2000;       ///< kbit/s
+    int gop = 25;             ///< pictures from key picture to key picture
+    std::string videoCodec = "h264";  ///< "h264", "h265" or "none"
+    std::string audioCodec = "pcmu";  ///< "pcmu", "pcma", "aac" or "none"
+};
+
+struct CameraConfig
+{
+    int id = 1;
+    std::string name;
+    std::vector<StreamConfig> streams;
+};
+
+struct UserConfig
+{
+    std::string name;
+    std::string password;
+};
+
+/// What the server refuses to go beyond.
+struct LimitsConfig
+{
+    int connections = 4096;
+    int connectionsPerAddress = 1024;
+    int sessions = 4096;
+    int sessionsPerAddress = 1024;
+    int headerCount = 64;             ///< header lines in one request
+    int headerBytes = 16384;          ///< request line and header lines together
+    int bodyBytes = 65536;
+    int handshakeTimeout = 10;        ///< seconds from connect to the first complete request
+    int idleTimeout = 120;            ///< seconds without a byte on a connection that carries no session
+    int sessionTimeout = 60;          ///< seconds, told in the Session header
+    int orphanTimeout = 10;           ///< seconds that a UDP session outlives its connection unless heard of
+};
+
+struct ServerConfig
+{
+    std::string listen = "127.0.0.1";
+    int port = 8554;
+    int threads = 0;                  ///< event loops; 0: one for each core, at most 4
+    std::string logLevel = "info";    ///< trace, debug, info, warning, error or off
+    std::string realm = "ovrtspd";
+    std::vector<UserConfig> users;
+    LimitsConfig limits;
+    int rtpPort = 0;                  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
+    bool segmentationOffload = true;  ///< UDP GSO where the system has it
+    bool gopCache = true;             ///< start from the last key picture instead of forcing a new one
+    int linger = 5;                   ///< seconds that a source runs on after its last viewer
+    std::vector<CameraConfig> cameras;
+};
+
+}  // namespace refhost

@@ -1,0 +1,28 @@
+#include "refhost/device/Device.h"
+
+#include <mutex>
+#include <utility>
+
+namespace refhost
+{
+namespace
+{
+
+std::mutex mutex;
+std::shared_ptr<StreamDirectory> current;
+
+}  // namespace
+
+void Device::setStreams(std::shared_ptr<StreamDirectory> streams)
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    current.swap(streams);
+}
+
+std::shared_ptr<StreamDirectory> Device::streams()
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    return current;
+}
+
+}  // namespace refhost

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "refhost/live/RtpTransport.h"
+
+namespace refhost
+{
+
+/// The sending side of an RTSP connection, as an interleaved transport sees it. Threads: any; never blocks.
+class FrameWriter
+{
+public:
+    virtual ~FrameWriter() = default;
+
+    /// Takes interleaved frames ('$', channel, length, packet; one or several), whole or not at all.
+    /// \returns `sent`, `congested` while bytes of an earlier write still wait for the client, or `closed`
+    virtual SendStatus writeFrames(const std::uint8_t* data, std::size_t size) = 0;
+
+    /// Has onTransportReady() of `listener` called once, when the writer takes frames again.
+    virtual void notifyWhenWritable(std::weak_ptr<TransportListener> listener) = 0;
+};
+
+/// RTP and RTCP of one track inside an RTSP connection (RFC 2326, section 10.12). Transport kind 1.
+class InterleavedTransport : public RtpTransport
+{
+public:
+    /// \param writer       the connection; kept weakly, a gone one counts as closed
+    /// \param rtpChannel   channel numbers as answered to SETUP, 0 to 255
+    /// \param liveness     told of every RTCP packet; may be null
+    InterleavedTransport(std::weak_ptr<FrameWriter> writer, int rtpChannel, int rtcpChannel,
+                         std::shared_ptr<SessionLiveness> liveness);
+    ~InterleavedTransport() noexcept(false) override;
+
+    void setListener(std::weak_ptr<TransportListener> listener) override;
+    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header) override;
+    void sendRtcp(const std::uint8_t* data, std::size_t size) override;
+    void hold() override;
+    void release() override;
+    void close() override;
+
+    /// The connection read a frame of the RTCP channel. On the connection's thread.
+    void receivedRtcp(const std::uint8_t* data, std::size_t size);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "hostapi/device/IConnection.h"
+#include "refhost/live/AccessUnit.h"
+
+namespace refhost
+{
+
+/// When a session's client was last heard, by RTSP or RTCP. Shared by the session and its transports.
+class SessionLiveness
+{
+public:
+    /// \param nowMs  monotonic clock, milliseconds
+    void heard(std::int64_t nowMs)
+    {
+        lastHeardMs_.store(nowMs, std::memory_order_relaxed);
+    }
+
+    std::int64_t lastHeardMs() const
+    {
+        return lastHeardMs_.load(std::memory_order_relaxed);
+    }
+
+private:
+    std::atomic<std::int64_t> lastHeardMs_{0};
+};
+
+/// The header fields that a session writes into every packet of one track.
+struct RtpHeaderFields
+{
+    std::uint32_t ssrc = 0;
+    std::uint16_t sequence = 0;         ///< of the first packet sent; one more for each further packet
+    std::uint32_t timestamp = 0;        ///< of the access unit
+    std::uint8_t payloadType = 0;
+};
+
+enum class SendStatus
+{
+    sent,       ///< everything was taken
+    congested,  ///< the way is full now: go on from the packet that was not taken
+    held,       ///< the way is held until release(): nothing was taken
+    closed      ///< the client is gone: nothing will be taken any more
+};
+
+struct SendResult
+{
+    SendStatus status;
+    std::size_t packets;  ///< how many packets were taken, counted from the first one asked for
+};
+
+/// Learns what happens on one track's way to its client.
+class TransportListener
+{
+public:
+    virtual ~TransportListener() = default;
+
+    /// The way takes packets again after `congested` or `held`. Called on any thread, without a lock held.
+    virtual void onTransportReady() = 0;
+
+    /// A compound RTCP packet came from the client; not checked yet. Called on any thread.
+    virtual void onRtcp(const std::uint8_t* data, std::size_t size) = 0;
+};
+
+/// The way of one track's packets to one client: what this host puts under SafePointer<IConnection>.
+///
+/// Threads: any. Sending never blocks.
+class RtpTransport : public IConnection
+{
+public:
+    using IConnection::IConnection;
+
+    /// Who is told; null for nobody. Kept weakly.
+    virtual void setListener(std::weak_ptr<TransportListener> listener) = 0;
+
+    /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them.
+    virtual SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header) = 0;
+
+    /// Sends a compound RTCP packet; dropped when the way is full, kept back in order while it is held.
+    virtual void sendRtcp(const std::uint8_t* data, std::size_t size) = 0;
+
+    /// Keeps packets back, so that the answer to PLAY goes out before the first of them.
+    virtual void hold() = 0;
+    /// Lets packets go again and tells the listener.
+    virtual void release() = 0;
+
+    /// Ends the way: no packet leaves after the return.
+    virtual void close() = 0;
+};
+
+}  // namespace refhost

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "refhost/live/RtpTransport.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// The server's one pair of UDP ports for the RTP and RTCP of all unicast sessions.
+///
+/// RTCP that comes in is told apart by its sender's address and port. Threads: any.
+class UdpServer : public std::enable_shared_from_this<UdpServer>
+{
+public:
+    struct Options
+    {
+        std::string address = "127.0.0.1";  ///< numeric address to bind
+        int rtpPort = 0;                    ///< even; 0: any free pair
+        bool segmentationOffload = true;    ///< UDP GSO; falls back to sendmmsg where the system refuses it
+    };
+
+    /// Opens both sockets.
+    /// \returns null with `error` set when they cannot be had
+    static std::shared_ptr<UdpServer> open(const Options& options, std::string& error);
+    ~UdpServer();
+
+    int rtpPort() const;
+    int rtcpPort() const;
+
+    /// Descriptors to watch for reading, and what to call when one is readable.
+    int rtpDescriptor() const;
+    int rtcpDescriptor() const;
+    /// Reads and drops what clients send to the RTP port (packets that open a path through a NAT).
+    void onRtpReadable();
+    /// Reads RTCP and hands it to the transport that its sender belongs to; unknown senders are dropped.
+    void onRtcpReadable();
+
+    /// Makes the way to one client. Transport kind 2.
+    /// \param client    the client's address; its port is not used
+    /// \param rtpPort   the client's ports, 1 to 65535
+    /// \param liveness  told of every RTCP packet of the client; may be null
+    SafePointer<RtpTransport> makeTransport(const sockaddr_storage& client, int rtpPort, int rtcpPort,
+                                            std::shared_ptr<SessionLiveness> liveness);
+
+private:
+    UdpServer();
+
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,4 @@
+#pragma once
+
+/// Marks what the library lets a host use; everything else stays hidden inside the shared object.
+#define OV_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,18 @@
+#pragma once
+
+/// Status codes that the library itself produces. Codes of host and codec calls travel beside them unchanged.
+enum StatusCode
+{
+    statusSuccess = 0,
+    /// One iteration of the talk-back worker found no audio output to work with.
+    statusNoPlayer = -1,
+    /// A missing facility or a refused input: no codec factory for the platform type, unsupported transport
+    /// kind, unknown or duplicate audio session, no audio output player.
+    statusRefused = -6,
+    /// Not found or malformed: URL syntax, track not in the media description.
+    statusNotFound = -8,
+    /// The audio output is not usable now; inside the talk-back worker only.
+    statusPlayerUnusable = -9,
+    /// The talk-back worker's thread did not start.
+    statusThreadFailed = -12,
+};

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "support/SafePointer.h"
+#include "support/function_obj.h"
+
+/// A copyable callable without arguments. Copies share one callable object, which is deleted with the last.
+template <class R>
+class function
+{
+public:
+    /// Takes ownership of a new callable object.
+    /// \throws OVRuntimeError ("Construct from NULL original pointer") when `object` is null
+    explicit function(function_obj_base<R>* object) : object_(object)
+    {
+    }
+
+    function(const function&) = default;
+    function& operator=(const function&) = default;
+
+    virtual ~function() noexcept(false)
+    {
+    }
+
+    /// Invokes the callable object and returns its result unchanged.
+    R operator()()
+    {
+        return (*object_.operator->())();
+    }
+
+private:
+    SafePointer<function_obj_base<R>> object_;
+};
