@@ -34,6 +34,7 @@ private:
     RefCountManager& operator=(const RefCountManager&) = delete;
 
     friend class ref_count;
+    friend class RefCountInspector;  // what a host's own tests look at; no code outside of tests defines it
 
     struct Impl;
     Impl* impl_;

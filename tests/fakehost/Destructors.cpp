@@ -2,9 +2,7 @@
 #include "hostapi/audio/IMediaPlayer.h"
 #include "hostapi/device/IConnection.h"
 
-IConnection::IConnection(int kind) : transportKind(kind)
-{
-}
+IConnection::IConnection(int kind) : transportKind(kind) {}
 
 IConnection::~IConnection() noexcept(false) = default;
 

@@ -1,0 +1,106 @@
+#include "hostapi/audio/AudioDispatcher.h"
+
+#include "tests/fakehost/FakeHost.h"
+
+struct AudioDispatcher::Impl
+{
+    int number;
+    bool playing = false;
+    SafePointer<IMediaPlayer> player;
+    SafePointer<IConnection> connection;
+
+    FakeHost::Outcome outcomeOf(const char* operation) const
+    {
+        return FakeHost::instance().outcomeOf("AudioDispatcher", number, operation, 0);
+    }
+};
+
+AudioDispatcher::AudioDispatcher(const SafePointer<IMediaPlayer>& player)
+    : impl_(new Impl{FakeHost::instance().nextNumber("AudioDispatcher"), false, {}, {}})
+{
+    FakeHost::instance().born("AudioDispatcher");
+    FakeHost::instance().called("AudioDispatcher", impl_->number, "AudioDispatcher",
+                                player.isEmpty() ? "no player" : "player");
+    if (!player.isEmpty())
+    {
+        impl_->player = player;
+    }
+}
+
+AudioDispatcher::~AudioDispatcher() noexcept(false)
+{
+    FakeHost::instance().called("AudioDispatcher", impl_->number, "~AudioDispatcher");
+    FakeHost::instance().died("AudioDispatcher");
+    delete impl_;
+}
+
+int AudioDispatcher::initRTBBuilder(const SubMediaInfo& info, int packetSize)
+{
+    return FakeHost::instance()
+        .outcomeOf("AudioDispatcher", impl_->number, "initRTBBuilder",
+                   info.trackId + ", " + std::to_string(packetSize), 0)
+        .result;
+}
+
+int AudioDispatcher::setConnection(const SafePointer<IConnection>& connection)
+{
+    const int result = FakeHost::instance()
+                           .outcomeOf("AudioDispatcher", impl_->number, "setConnection",
+                                      "kind " + std::to_string(connection->transportKind), 0)
+                           .result;
+    if (result == 0)
+    {
+        impl_->connection = connection;
+    }
+    return result;
+}
+
+int AudioDispatcher::play()
+{
+    const int result = impl_->outcomeOf("play").result;
+    impl_->playing = impl_->playing || result == 0;
+    return result;
+}
+
+int AudioDispatcher::pause()
+{
+    const int result = impl_->outcomeOf("pause").result;
+    impl_->playing = impl_->playing && result != 0;
+    return result;
+}
+
+int AudioDispatcher::stop()
+{
+    const int result = impl_->outcomeOf("stop").result;
+    impl_->playing = false;
+    return result;
+}
+
+bool AudioDispatcher::isPlaying()
+{
+    return FakeHost::instance()
+               .outcomeOf("AudioDispatcher", impl_->number, "isPlaying", impl_->playing ? 1 : 0)
+               .result != 0;
+}
+
+int AudioDispatcher::getTrackSSRC(int& ssrc)
+{
+    const int result = impl_->outcomeOf("getTrackSSRC").result;
+    if (result == 0)
+    {
+        ssrc = 2000 + impl_->number;
+    }
+    return result;
+}
+
+int AudioDispatcher::recvAndPlayMediaData(bool& playerFault)
+{
+    const FakeHost::Outcome outcome = impl_->outcomeOf("recvAndPlayMediaData");
+    playerFault = playerFault || outcome.playerFault;
+    return outcome.result;
+}
+
+int AudioDispatcher::recvAndSendRTCPData()
+{
+    return impl_->outcomeOf("recvAndSendRTCPData").result;
+}

@@ -1,0 +1,8 @@
+#pragma once
+
+/// Codes that the fake host returns of its own accord. They keep clear of every code the library knows.
+enum FakeStatus
+{
+    /// The dispatcher knows no such track of such a session.
+    fakeTrackUnknown = -904,
+};
