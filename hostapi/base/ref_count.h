@@ -20,14 +20,15 @@ public:
     ref_count& operator=(const ref_count&) = delete;
 
     /// Takes the record's own lock; not recursive.
-    /// \returns 0 on success; non-zero, and the lock is not held, when the record no longer belongs to an object
+    /// \returns 0 on success; non-zero, and the lock is not held, when the record no longer belongs to an
+    /// object
     int lock() const
     {
         if (locked_.exchange(1, std::memory_order_acquire) != 0)
         {
             lockContended();
         }
-        if (pointer_ == nullptr)
+        if (getPointer() == nullptr)
         {
             unLock();
             return recordRetired;
@@ -41,10 +42,11 @@ public:
         locked_.store(0, std::memory_order_release);
     }
 
-    /// Address of the object that the record belongs to now; null once it was given back. Caller holds the lock.
+    /// Address of the object that the record belongs to now; null once it was given back. Caller holds the
+    /// lock.
     void* getPointer() const
     {
-        return pointer_;
+        return pointer_.load(std::memory_order_relaxed);
     }
 
     /// Adds one holder. Caller holds the lock.
@@ -85,8 +87,9 @@ private:
     int releaseLast();
 
     mutable std::atomic<int> locked_{0};
-    mutable int holders_{0};          // guarded by the lock
-    int retrieved_{0};                // holders added by the manager; guarded by the manager
-    void* pointer_{nullptr};          // changes only while nobody else can hold the record
-    ref_count* next_{nullptr};        // the manager's chain
+    mutable int holders_{0};  // guarded by the lock
+    int retrieved_{0};        // holders added by the manager; guarded by the manager
+    // Atomic for a stale handle alone, which may look while the manager gives the record to another object.
+    std::atomic<void*> pointer_{nullptr};
+    ref_count* next_{nullptr};  // the manager's chain
 };

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+
+#include "hostapi/base/OVMutex.h"
+
+/// What stands behind this host's OVMutex: a lock, and who holds it now.
+struct OVMutex::Impl
+{
+    /// Waiting longer than this is worth a line in the log; no critical section takes anywhere near as long.
+    static constexpr std::chrono::seconds patience{5};
+
+    std::timed_mutex mutex;
+    /// Call site of the present holder; null and 0 while the mutex is free. Written by the holder only.
+    std::atomic<const char*> file{nullptr};
+    std::atomic<int> line{0};
+};
