@@ -21,6 +21,8 @@ struct SourceConfig
 
     Kind kind = Kind::synthetic;
     std::string location;
+
+    bool operator==(const SourceConfig& other) const;
 };
 
 /// One stream of a camera. Sizes and rates apply where the host encodes; passed-through media keep theirs.
@@ -28,13 +30,15 @@ struct StreamConfig
 {
     int id = 0;
     SourceConfig source;
-    int width = 1280;         ///< pixels
-    int height = 720;         ///< pixels
-    int frameRate = 25;       ///< pictures a second
-    int bitRate = 2000;       ///< kbit/s
-    int gop = 25;             ///< pictures from key picture to key picture
+    int width = 1280;                 ///< pixels
+    int height = 720;                 ///< pixels
+    int frameRate = 25;               ///< pictures a second
+    int bitRate = 2000;               ///< kbit/s
+    int gop = 25;                     ///< pictures from key picture to key picture
     std::string videoCodec = "h264";  ///< "h264", "h265" or "none"
     std::string audioCodec = "pcmu";  ///< "pcmu", "pcma", "aac" or "none"
+
+    bool operator==(const StreamConfig& other) const;
 };
 
 struct CameraConfig
@@ -42,12 +46,16 @@ struct CameraConfig
     int id = 1;
     std::string name;
     std::vector<StreamConfig> streams;
+
+    bool operator==(const CameraConfig& other) const;
 };
 
 struct UserConfig
 {
     std::string name;
     std::string password;
+
+    bool operator==(const UserConfig& other) const;
 };
 
 /// What the server refuses to go beyond.
@@ -57,29 +65,43 @@ struct LimitsConfig
     int connectionsPerAddress = 1024;
     int sessions = 4096;
     int sessionsPerAddress = 1024;
-    int headerCount = 64;             ///< header lines in one request
-    int headerBytes = 16384;          ///< request line and header lines together
+    int headerCount = 64;     ///< header lines in one request
+    int headerBytes = 16384;  ///< request line and header lines together
     int bodyBytes = 65536;
-    int handshakeTimeout = 10;        ///< seconds from connect to the first complete request
-    int idleTimeout = 120;            ///< seconds without a byte on a connection that carries no session
-    int sessionTimeout = 60;          ///< seconds, told in the Session header
-    int orphanTimeout = 10;           ///< seconds that a UDP session outlives its connection unless heard of
+    int handshakeTimeout = 10;  ///< seconds from connect to the first complete request
+    int idleTimeout = 120;      ///< seconds without a byte on a connection that carries no session
+    int sessionTimeout = 60;    ///< seconds, told in the Session header
+    int orphanTimeout = 10;     ///< seconds that a UDP session outlives its connection unless heard of
+
+    bool operator==(const LimitsConfig& other) const;
 };
 
+/// The whole configuration. ConfigKeys.h names each setting's key in the file, its range and its meaning.
 struct ServerConfig
 {
     std::string listen = "127.0.0.1";
-    int port = 8554;
-    int threads = 0;                  ///< event loops; 0: one for each core, at most 4
-    std::string logLevel = "info";    ///< trace, debug, info, warning, error or off
+    int port = 8554;                ///< TCP port of RTSP; 0: any free one
+    int threads = 0;                ///< event loops; 0: one for each core, at most 4
+    std::string logLevel = "info";  ///< trace, debug, info, warning, error or off
     std::string realm = "ovrtspd";
     std::vector<UserConfig> users;
     LimitsConfig limits;
-    int rtpPort = 0;                  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
+    int rtpPort = 0;  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
     bool segmentationOffload = true;  ///< UDP GSO where the system has it
     bool gopCache = true;             ///< start from the last key picture instead of forcing a new one
     int linger = 5;                   ///< seconds that a source runs on after its last viewer
     std::vector<CameraConfig> cameras;
+
+    bool operator==(const ServerConfig& other) const;
+
+    /// What the program serves without a configuration file: the defaults with embeddedCameras().
+    static ServerConfig embedded();
+    /// Camera 1 with stream 0 (1280x720, 2000 kbit/s) and stream 1 (640x360, 500 kbit/s), both with sound;
+    /// also what a file without a [[camera]] gets.
+    static std::vector<CameraConfig> embeddedCameras();
+
+    /// \returns what is allowed but probably not meant, one sentence each; holds no credentials
+    std::vector<std::string> warnings() const;
 };
 
 }  // namespace refhost

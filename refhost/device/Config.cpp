@@ -1,0 +1,119 @@
+#include "refhost/device/Config.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <unistd.h>
+
+#include <tuple>
+
+namespace refhost
+{
+namespace
+{
+
+bool isLoopback(const std::string& address)
+{
+    in6_addr six{};
+    if (inet_pton(AF_INET6, address.c_str(), &six) == 1)
+    {
+        return IN6_IS_ADDR_LOOPBACK(&six);
+    }
+    in_addr four{};
+    return inet_pton(AF_INET, address.c_str(), &four) == 1 && (ntohl(four.s_addr) >> 24) == IN_LOOPBACKNET;
+}
+
+auto members(const LimitsConfig& l)
+{
+    return std::tie(l.connections, l.connectionsPerAddress, l.sessions, l.sessionsPerAddress, l.headerCount,
+                    l.headerBytes, l.bodyBytes, l.handshakeTimeout, l.idleTimeout, l.sessionTimeout,
+                    l.orphanTimeout);
+}
+
+auto members(const StreamConfig& s)
+{
+    return std::tie(s.id, s.source, s.width, s.height, s.frameRate, s.bitRate, s.gop, s.videoCodec,
+                    s.audioCodec);
+}
+
+auto members(const ServerConfig& s)
+{
+    return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.users, s.limits, s.rtpPort,
+                    s.segmentationOffload, s.gopCache, s.linger, s.cameras);
+}
+
+}  // namespace
+
+bool SourceConfig::operator==(const SourceConfig& other) const
+{
+    return kind == other.kind && location == other.location;
+}
+
+bool StreamConfig::operator==(const StreamConfig& other) const
+{
+    return members(*this) == members(other);
+}
+
+bool CameraConfig::operator==(const CameraConfig& other) const
+{
+    return id == other.id && name == other.name && streams == other.streams;
+}
+
+bool UserConfig::operator==(const UserConfig& other) const
+{
+    return name == other.name && password == other.password;
+}
+
+bool LimitsConfig::operator==(const LimitsConfig& other) const
+{
+    return members(*this) == members(other);
+}
+
+bool ServerConfig::operator==(const ServerConfig& other) const
+{
+    return members(*this) == members(other);
+}
+
+ServerConfig ServerConfig::embedded()
+{
+    ServerConfig config;
+    config.cameras = embeddedCameras();
+    return config;
+}
+
+std::vector<CameraConfig> ServerConfig::embeddedCameras()
+{
+    StreamConfig main;
+    StreamConfig sub;
+    sub.id = 1;
+    sub.width = 640;
+    sub.height = 360;
+    sub.bitRate = 500;
+    return {CameraConfig{1, "synthetic camera", {main, sub}}};
+}
+
+std::vector<std::string> ServerConfig::warnings() const
+{
+    std::vector<std::string> found;
+    if (users.empty() && !isLoopback(listen))
+    {
+        found.push_back("anybody who reaches " + listen +
+                        " can watch: it is no loopback address and no [[user]] is configured");
+    }
+    for (const CameraConfig& camera : cameras)
+    {
+        for (const StreamConfig& stream : camera.streams)
+        {
+            const bool isPath = stream.source.kind == SourceConfig::Kind::file ||
+                                stream.source.kind == SourceConfig::Kind::v4l2;
+            if (isPath && access(stream.source.location.c_str(), R_OK) != 0)
+            {
+                found.push_back("camera " + std::to_string(camera.id) + " stream " +
+                                std::to_string(stream.id) + ": " + stream.source.location +
+                                " cannot be read now");
+            }
+        }
+    }
+    return found;
+}
+
+}  // namespace refhost

@@ -1,0 +1,210 @@
+#include "refhost/device/ConfigKeys.h"
+
+#include <algorithm>
+#include <array>
+
+namespace refhost
+{
+namespace
+{
+
+// In the order of SourceConfig::Kind.
+constexpr std::array<std::string_view, 5> sourceKinds{"synthetic", "file", "v4l2", "rtsp", "launch"};
+
+std::string getSource(const StreamConfig& stream)
+{
+    return std::string(sourceKinds.at(static_cast<std::size_t>(stream.source.kind)));
+}
+
+void setSource(StreamConfig& stream, const std::string& choice)
+{
+    const auto* const found = std::find(sourceKinds.begin(), sourceKinds.end(), choice);
+    stream.source.kind = static_cast<SourceConfig::Kind>(found - sourceKinds.begin());
+}
+
+template <typename Section>
+ConfigKey<Section> number(std::string_view name, std::string_view meaning, int& (*value)(Section&), int least,
+                          int most, int step = 1)
+{
+    return {name, meaning, NumberSetting<Section>{value, least, most, step}};
+}
+
+template <typename Section>
+ConfigKey<Section> flag(std::string_view name, std::string_view meaning, bool& (*value)(Section&))
+{
+    return {name, meaning, FlagSetting<Section>{value}};
+}
+
+template <typename Section>
+ConfigKey<Section> text(std::string_view name, std::string_view meaning, std::string& (*value)(Section&),
+                        TextKind kind)
+{
+    return {name, meaning, TextSetting<Section>{value, kind}};
+}
+
+template <typename Section>
+ConfigKey<Section> choice(std::string_view name, std::string_view meaning, std::string (*get)(const Section&),
+                          void (*set)(Section&, const std::string&), std::vector<std::string_view> choices)
+{
+    return {name, meaning, ChoiceSetting<Section>{get, set, std::move(choices)}};
+}
+
+using Server = ServerConfig;
+using Limits = LimitsConfig;
+using User = UserConfig;
+using Camera = CameraConfig;
+using Stream = StreamConfig;
+
+constexpr int longestTime = 86400;
+constexpr int mostNumber = 999999;
+
+}  // namespace
+
+const std::vector<ConfigKey<ServerConfig>>& serverKeys()
+{
+    static const std::vector<ConfigKey<Server>> keys{
+        text<Server>(
+            "listen", "Address to listen on; \"0.0.0.0\" or \"::\" for every address of the machine.",
+            [](Server& s) -> std::string& { return s.listen; }, TextKind::address),
+        number<Server>(
+            "port", "TCP port of RTSP; 0 takes any free one.", [](Server& s) -> int& { return s.port; }, 0,
+            65535),
+        number<Server>(
+            "rtp-port", "UDP port of all RTP, even; RTCP has the next; 0 takes any free pair.",
+            [](Server& s) -> int& { return s.rtpPort; }, 0, 65534, 2),
+        number<Server>(
+            "threads", "Threads that serve connections; 0 takes one for each core, at most 4.",
+            [](Server& s) -> int& { return s.threads; }, 0, 64),
+        choice<Server>(
+            "log-level", "The least level that the log shows.", [](const Server& s) { return s.logLevel; },
+            [](Server& s, const std::string& level) { s.logLevel = level; },
+            {"trace", "debug", "info", "warning", "error", "off"}),
+        text<Server>(
+            "realm", "Realm of the authentication, as players show it.",
+            [](Server& s) -> std::string& { return s.realm; }, TextKind::quotable),
+        flag<Server>("segmentation-offload",
+                     "Send an access unit's UDP packets in one system call (UDP GSO) where the system can.",
+                     [](Server& s) -> bool& { return s.segmentationOffload; }),
+        flag<Server>(
+            "gop-cache",
+            "Start a viewer at once from the last key picture; false forces a new key picture instead.",
+            [](Server& s) -> bool& { return s.gopCache; }),
+        number<Server>(
+            "linger", "Seconds that a source runs on after its last viewer left.",
+            [](Server& s) -> int& { return s.linger; }, 0, longestTime),
+    };
+    return keys;
+}
+
+const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
+{
+    static const std::vector<ConfigKey<Limits>> keys{
+        number<Limits>(
+            "connections", "Connections at once.", [](Limits& l) -> int& { return l.connections; }, 1,
+            mostNumber),
+        number<Limits>(
+            "connections-per-address", "Connections at once from one address.",
+            [](Limits& l) -> int& { return l.connectionsPerAddress; }, 1, mostNumber),
+        number<Limits>(
+            "sessions", "Sessions at once.", [](Limits& l) -> int& { return l.sessions; }, 1, mostNumber),
+        number<Limits>(
+            "sessions-per-address", "Sessions at once from one address.",
+            [](Limits& l) -> int& { return l.sessionsPerAddress; }, 1, mostNumber),
+        number<Limits>(
+            "header-count", "Header lines in one request.", [](Limits& l) -> int& { return l.headerCount; },
+            8, 1000),
+        number<Limits>(
+            "header-bytes", "Bytes of a request's first line and header lines together.",
+            [](Limits& l) -> int& { return l.headerBytes; }, 512, 1048576),
+        number<Limits>(
+            "body-bytes", "Bytes of a request's body.", [](Limits& l) -> int& { return l.bodyBytes; }, 0,
+            16777216),
+        number<Limits>(
+            "handshake-timeout", "Seconds from the connect to the end of the first request.",
+            [](Limits& l) -> int& { return l.handshakeTimeout; }, 1, longestTime),
+        number<Limits>(
+            "idle-timeout", "Seconds that a connection without a session may be silent.",
+            [](Limits& l) -> int& { return l.idleTimeout; }, 1, longestTime),
+        number<Limits>(
+            "session-timeout",
+            "Seconds that a session lives without a sign of life; told in the Session header.",
+            [](Limits& l) -> int& { return l.sessionTimeout; }, 2, longestTime),
+        number<Limits>(
+            "orphan-timeout", "Seconds that a UDP session outlives its connection without a sign of life.",
+            [](Limits& l) -> int& { return l.orphanTimeout; }, 1, longestTime),
+    };
+    return keys;
+}
+
+const std::vector<ConfigKey<UserConfig>>& userKeys()
+{
+    static const std::vector<ConfigKey<User>> keys{
+        text<User>(
+            "name", "Name, without colon or quotes.", [](User& u) -> std::string& { return u.name; },
+            TextKind::userName),
+        text<User>(
+            "password", "Password in plain text: keep the file readable for the server alone.",
+            [](User& u) -> std::string& { return u.password; }, TextKind::password),
+    };
+    return keys;
+}
+
+const std::vector<ConfigKey<CameraConfig>>& cameraKeys()
+{
+    static const std::vector<ConfigKey<Camera>> keys{
+        number<Camera>(
+            "id", "Number of the camera in URLs: rtsp://…/orv/live/<camera>/<stream>.",
+            [](Camera& c) -> int& { return c.id; }, 0, mostNumber),
+        text<Camera>(
+            "name", "What people call the camera.", [](Camera& c) -> std::string& { return c.name; },
+            TextKind::plain),
+    };
+    return keys;
+}
+
+const std::vector<ConfigKey<StreamConfig>>& streamKeys()
+{
+    static const std::vector<ConfigKey<Stream>> keys{
+        number<Stream>(
+            "id", "Number of the stream in URLs; unique within its camera.",
+            [](Stream& s) -> int& { return s.id; }, 0, mostNumber),
+        choice<Stream>(
+            "source",
+            "Where pictures and sound come from: \"synthetic\" is a test picture with the time and a "
+            "tone, \"file\" a media file played in a loop, \"v4l2\" a video device, \"rtsp\" another "
+            "camera, \"launch\" a GStreamer launch line.",
+            getSource, setSource, {sourceKinds.begin(), sourceKinds.end()}),
+        text<Stream>(
+            "location",
+            "What the source opens: the file's path (relative to this file), the device (\"/dev/video0\"), "
+            "the "
+            "rtsp:// URL, or the launch line, whose elements named \"video\" and \"audio\" are sent. Not for "
+            "\"synthetic\".",
+            [](Stream& s) -> std::string& { return s.source.location; }, TextKind::location),
+        choice<Stream>(
+            "video", "Codec of the pictures.", [](const Stream& s) { return s.videoCodec; },
+            [](Stream& s, const std::string& codec) { s.videoCodec = codec; }, {"h264", "h265", "none"}),
+        number<Stream>(
+            "width", "Width of the picture in pixels, even, where the server encodes.",
+            [](Stream& s) -> int& { return s.width; }, 16, 8192, 2),
+        number<Stream>(
+            "height", "Height of the picture in pixels, even, where the server encodes.",
+            [](Stream& s) -> int& { return s.height; }, 16, 8192, 2),
+        number<Stream>(
+            "frame-rate", "Pictures a second, where the server encodes.",
+            [](Stream& s) -> int& { return s.frameRate; }, 1, 120),
+        number<Stream>(
+            "bit-rate", "Rate of the encoded pictures in kbit/s, where the server encodes.",
+            [](Stream& s) -> int& { return s.bitRate; }, 16, 200000),
+        number<Stream>(
+            "gop", "Pictures from one key picture to the next, where the server encodes.",
+            [](Stream& s) -> int& { return s.gop; }, 1, 1000),
+        choice<Stream>(
+            "audio", "Codec of the sound.", [](const Stream& s) { return s.audioCodec; },
+            [](Stream& s, const std::string& codec) { s.audioCodec = codec; },
+            {"pcmu", "pcma", "aac", "none"}),
+    };
+    return keys;
+}
+
+}  // namespace refhost
