@@ -3,10 +3,12 @@
 #include <toml++/toml.h>
 
 #include <algorithm>
-#include <charconv>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <fstream>
-#include <set>
-#include <sstream>
+#include <tuple>
+#include <utility>
 
 #include "refhost/device/ConfigCheck.h"
 #include "refhost/device/ConfigKeys.h"
