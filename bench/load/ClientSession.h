@@ -1,0 +1,132 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench/load/Poller.h"
+#include "bench/load/RtspReader.h"
+#include "bench/load/RtspUrl.h"
+#include "bench/load/SessionDescription.h"
+#include "bench/load/TrackWatch.h"
+#include "bench/load/UdpPair.h"
+
+namespace rtspload
+{
+
+enum class Transport
+{
+    udp,
+    tcp
+};
+
+class ClientSession;
+
+/// Is told how a session goes.
+class SessionListener
+{
+public:
+    virtual ~SessionListener() = default;
+    /// The answer to PLAY came.
+    virtual void onPlaying(ClientSession&) {}
+    /// An RTP packet came: the first one has `packets() == 1`. It may come before onPlaying().
+    virtual void onPacket(ClientSession&, PictureStart) {}
+    /// The answer to TEARDOWN came; the connection is closed, start() may be called.
+    virtual void onEnded(ClientSession& session) = 0;
+    /// Something went wrong; the connection is closed.
+    virtual void onFailed(ClientSession& session, const std::string& why) = 0;
+};
+
+/// One client: connects, asks OPTIONS, DESCRIBE, SETUP for each track and PLAY, one after the other,
+/// receives, and ends with TEARDOWN. Can be started again and again; its UDP ports stay the same.
+class ClientSession : private PollTarget, private RtspReaderSink, private UdpPairSink
+{
+public:
+    /// \param wideBuffers  ask for large receive buffers, so that nothing is lost on the client's side
+    ClientSession(Poller& poller, const RtspUrl& url, Transport transport, bool allTracks, bool wideBuffers,
+                  SessionListener& listener);
+    ~ClientSession() override;
+    ClientSession(const ClientSession&) = delete;
+    ClientSession& operator=(const ClientSession&) = delete;
+
+    /// Connects and sends the first request. Failure is told to the listener.
+    void start();
+
+    /// Sends TEARDOWN; after onPlaying().
+    void teardown();
+
+    /// Sends OPTIONS with the session's id, which keeps it alive.
+    void keepAlive();
+
+    bool playing() const
+    {
+        return state_ == State::playing;
+    }
+    Transport transport() const
+    {
+        return transport_;
+    }
+    /// When PLAY was sent, nanoseconds of nowNs().
+    std::int64_t playSentNs() const
+    {
+        return playSentNs_;
+    }
+    /// RTP packets of all tracks.
+    std::uint64_t packets() const
+    {
+        return packets_;
+    }
+    const std::vector<TrackWatch>& tracks() const
+    {
+        return watches_;
+    }
+
+private:
+    enum class State
+    {
+        idle,
+        options,
+        describe,
+        setup,
+        play,
+        playing,
+        teardown
+    };
+
+    void onReadable() override;
+    void onReply(const RtspReply& reply) override;
+    void onInterleaved(std::uint8_t channel, const std::uint8_t* data, std::size_t size) override;
+    void onUdp(std::size_t track, bool rtcp, const std::uint8_t* data, std::size_t size) override;
+
+    void request(const char* method, const std::string& url, const std::string& headers);
+    void requestSetup();
+    void takeDescription(const RtspReply& reply);
+    void takeSetup(const RtspReply& reply);
+    void takePlay(const RtspReply& reply);
+    void takeMedia(std::size_t track, bool rtcp, const std::uint8_t* data, std::size_t size);
+    void fail(const std::string& why);
+    void closeConnection();
+
+    Poller& poller_;
+    const RtspUrl& url_;
+    Transport transport_;
+    bool allTracks_;
+    bool wideBuffers_;
+    SessionListener& listener_;
+
+    int descriptor_ = -1;
+    State state_ = State::idle;
+    bool ended_ = false;  ///< the answer to TEARDOWN came
+    int cseq_ = 0;
+    RtspReader reader_;
+    SessionDescription description_;
+    std::string sessionId_;
+    std::size_t track_ = 0;
+    std::vector<TrackWatch> watches_;
+    std::vector<std::unique_ptr<UdpPair>> pairs_;
+    std::int64_t playSentNs_ = 0;
+    std::uint64_t packets_ = 0;
+};
+
+}  // namespace rtspload

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "bench/load/RtspUrl.h"
+
+namespace rtspload
+{
+
+/// The command line.
+struct LoadOptions
+{
+    RtspUrl url;
+    std::string transport = "tcp";  ///< "udp", "tcp" or "both": every other session TCP
+    std::string mode = "cycles";    ///< "cycles" or "hold"
+    int clients = 32;               ///< cycles: sessions at a time
+    int viewers = 100;              ///< hold: sessions
+    double seconds = 10;            ///< how long to measure
+    double baselineSeconds = 0;     ///< hold: how long to measure one viewer first
+    bool untilKeyFrame = false;     ///< cycles: TEARDOWN after the first key frame, not the first packet
+    bool keepWarm = false;          ///< cycles: one more viewer plays all the time
+    bool allTracks = false;         ///< set up every track, not the first video track alone
+    pid_t serverProcess = 0;        ///< 0: unknown
+    bool json = false;
+};
+
+}  // namespace rtspload

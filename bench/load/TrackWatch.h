@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "bench/load/PictureStart.h"
+
+namespace rtspload
+{
+
+/// Judges one track of one session by what arrives: sequence, SSRC, first picture, sender reports.
+class TrackWatch
+{
+public:
+    /// Forgets everything for a new session.
+    /// \param encoding  the rtpmap's name
+    void start(std::string encoding);
+
+    /// What SETUP's answer said.
+    void expectSsrc(std::uint32_t ssrc);
+    /// What RTP-Info said; before or after the packet arrives.
+    void expectFirst(std::uint16_t sequence, std::optional<std::uint32_t> rtpTime);
+
+    /// One RTP packet. \returns what its payload says of its picture
+    PictureStart onRtp(const std::uint8_t* data, std::size_t size);
+
+    /// One compound RTCP packet.
+    void onRtcp(const std::uint8_t* data, std::size_t size);
+
+    std::uint64_t packets() const
+    {
+        return packets_;
+    }
+    /// Packets that the sequence numbers skipped.
+    std::uint64_t lost() const
+    {
+        return lost_;
+    }
+
+    /// Everything that is wrong by now, in words, "; " between them; empty when nothing is.
+    /// \param senderReportDue  a sender report should have come by now
+    std::string faults(bool senderReportDue) const;
+
+private:
+    std::string encoding_;
+    std::optional<std::uint32_t> expectedSsrc_;
+    std::optional<std::uint16_t> expectedSequence_;
+    std::optional<std::uint32_t> expectedRtpTime_;
+    std::uint32_t ssrc_ = 0;
+    std::uint16_t firstSequence_ = 0;
+    std::uint32_t firstRtpTime_ = 0;
+    std::uint16_t lastSequence_ = 0;
+    std::uint64_t packets_ = 0;
+    std::uint64_t lost_ = 0;
+    std::uint64_t outOfOrder_ = 0;
+    std::uint64_t foreignSsrc_ = 0;
+    std::uint64_t malformed_ = 0;
+    std::uint64_t senderReports_ = 0;
+    std::uint64_t badRtcp_ = 0;
+    PictureStart firstPicture_ = PictureStart::unknown;
+};
+
+}  // namespace rtspload
