@@ -1,0 +1,497 @@
+#include "refhost/threads/EventLoop.h"
+
+#include <pthread.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <set>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr std::size_t longestName = 15;  // of a thread on Linux
+constexpr std::size_t eventsAtOnce = 128;
+constexpr std::uint64_t wakeUp = ~std::uint64_t{0};
+
+[[noreturn]] void fail(const char* what)
+{
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::uint32_t toEpoll(std::uint32_t events)
+{
+    std::uint32_t result = 0;
+    if ((events & EventLoop::readable) != 0)
+    {
+        result |= EPOLLIN;
+    }
+    if ((events & EventLoop::writable) != 0)
+    {
+        result |= EPOLLOUT;
+    }
+    return result;
+}
+
+std::uint32_t fromEpoll(std::uint32_t events)
+{
+    std::uint32_t result = 0;
+    if ((events & EPOLLIN) != 0)
+    {
+        result |= EventLoop::readable;
+    }
+    if ((events & EPOLLOUT) != 0)
+    {
+        result |= EventLoop::writable;
+    }
+    if ((events & (EPOLLHUP | EPOLLERR)) != 0)
+    {
+        result |= EventLoop::hungUp;
+    }
+    return result;
+}
+
+class Descriptor
+{
+public:
+    Descriptor(int number, const char* what) : number_(number)
+    {
+        if (number_ < 0)
+        {
+            fail(what);
+        }
+    }
+    ~Descriptor()
+    {
+        ::close(number_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int get() const
+    {
+        return number_;
+    }
+
+private:
+    const int number_;
+};
+
+}  // namespace
+
+// One lock guards all tables. It is never held while a handler runs or is destroyed, because both may call
+// back.
+//
+// An event names its watch by descriptor and serial number and not by address: events of one batch may arrive
+// for a watch that an earlier handler of the batch removed, or whose descriptor already serves another watch.
+struct EventLoop::Impl
+{
+    struct Watch
+    {
+        std::uint32_t serial;
+        std::uint32_t events;
+        IoHandler handler;
+    };
+
+    struct Timer
+    {
+        milliseconds interval;
+        Clock::time_point due;
+        Task task;
+    };
+
+    explicit Impl(const std::string& loopName);
+    ~Impl();
+
+    void run();
+    void dispatch(const epoll_event* events, int count, std::unique_lock<std::mutex>& lock);
+    void runPosted(std::unique_lock<std::mutex>& lock);
+    void runTimers(std::unique_lock<std::mutex>& lock);
+    int timeUntilNext() const;
+
+    template <class Call>
+    void guarded(const Call& call) const;
+    void finished();
+    void waitWhileRunning(const void* handler, std::unique_lock<std::mutex>& lock);
+    int newTimerNumber();
+    bool takeWakeUp();
+    void wake() const;
+    bool isOwnThread() const;
+
+    const std::string name;
+    Descriptor epoll{::epoll_create1(EPOLL_CLOEXEC), "epoll_create1"};
+    Descriptor wakeDescriptor{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd"};
+
+    std::mutex mutex;
+    std::condition_variable handlerEnded;
+    std::vector<std::shared_ptr<Watch>> watches;  // by descriptor
+    std::uint32_t lastSerial = 0;
+    std::vector<Task> posted;
+    std::map<int, std::shared_ptr<Timer>> timers;
+    std::set<std::pair<Clock::time_point, int>> schedule;  // of the timers, by number
+    int lastTimer = 0;
+    const void* running = nullptr;  // the Watch or Timer whose handler runs now
+    int waiters = 0;                // for handlerEnded
+    bool asleep = false;            // a change needs a wake-up to be seen
+    bool stopping = false;
+
+    std::vector<Task> batch;  // used on the loop's thread only; kept for its memory
+    std::thread thread;
+};
+
+EventLoop::Impl::Impl(const std::string& loopName) : name(loopName.substr(0, longestName))
+{
+    // Edge-triggered: every write is a new event, and the counter needs no reading.
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLET;
+    event.data.u64 = wakeUp;
+    if (::epoll_ctl(epoll.get(), EPOLL_CTL_ADD, wakeDescriptor.get(), &event) != 0)
+    {
+        fail("epoll_ctl");
+    }
+    // The new thread inherits the mask: signals are for the program's main thread.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    try
+    {
+        thread = std::thread([this] { run(); });
+    }
+    catch (...)
+    {
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        throw;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+EventLoop::Impl::~Impl()
+{
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        stopping = true;
+    }
+    wake();
+    thread.join();
+    // Handlers end while the tables are whole: their captures may call back.
+    const auto endedWatches = std::move(watches);
+    const auto endedTimers = std::move(timers);
+    const auto endedTasks = std::move(posted);
+    watches.clear();
+    timers.clear();
+    posted.clear();
+}
+
+void EventLoop::Impl::run()
+{
+    pthread_setname_np(pthread_self(), name.c_str());
+    std::array<epoll_event, eventsAtOnce> events;
+    std::unique_lock<std::mutex> lock(mutex);
+    while (!stopping)
+    {
+        const int timeout = timeUntilNext();
+        asleep = timeout != 0;
+        lock.unlock();
+        const int count = ::epoll_wait(epoll.get(), events.data(), static_cast<int>(events.size()), timeout);
+        lock.lock();
+        asleep = false;
+        dispatch(events.data(), count, lock);
+        runPosted(lock);
+        runTimers(lock);
+    }
+}
+
+void EventLoop::Impl::dispatch(const epoll_event* events, int count, std::unique_lock<std::mutex>& lock)
+{
+    for (int i = 0; i < count && !stopping; ++i)
+    {
+        const std::uint64_t key = events[i].data.u64;
+        const std::size_t descriptor = static_cast<std::uint32_t>(key);
+        if (key == wakeUp || descriptor >= watches.size())
+        {
+            continue;
+        }
+        std::shared_ptr<Watch> watch = watches[descriptor];
+        if (watch == nullptr || watch->serial != key >> 32)
+        {
+            continue;
+        }
+        // What an earlier handler of the batch is not interested in any more is not told.
+        const std::uint32_t happened = fromEpoll(events[i].events) & (watch->events | hungUp);
+        if (happened == 0)
+        {
+            continue;
+        }
+        running = watch.get();
+        lock.unlock();
+        guarded([&] { watch->handler(happened); });
+        watch.reset();
+        lock.lock();
+        finished();
+    }
+}
+
+void EventLoop::Impl::runPosted(std::unique_lock<std::mutex>& lock)
+{
+    if (posted.empty() || stopping)
+    {
+        return;
+    }
+    // What these tasks post runs after the next look at the descriptors, which thus cannot be starved.
+    batch.swap(posted);
+    for (Task& task : batch)
+    {
+        lock.unlock();
+        guarded(task);
+        task = nullptr;
+        lock.lock();
+        if (stopping)
+        {
+            break;
+        }
+    }
+    lock.unlock();
+    batch.clear();
+    lock.lock();
+}
+
+void EventLoop::Impl::runTimers(std::unique_lock<std::mutex>& lock)
+{
+    if (schedule.empty())
+    {
+        return;
+    }
+    const Clock::time_point now = Clock::now();
+    while (!stopping && !schedule.empty() && schedule.begin()->first <= now)
+    {
+        auto entry = schedule.extract(schedule.begin());
+        std::shared_ptr<Timer> timer = timers.at(entry.value().second);
+        timer->due += timer->interval * ((now - timer->due) / timer->interval + 1);
+        entry.value().first = timer->due;
+        schedule.insert(std::move(entry));
+
+        running = timer.get();
+        lock.unlock();
+        guarded(timer->task);
+        timer.reset();
+        lock.lock();
+        finished();
+    }
+}
+
+int EventLoop::Impl::timeUntilNext() const
+{
+    constexpr milliseconds longest(std::chrono::hours(1));
+    if (!posted.empty())
+    {
+        return 0;
+    }
+    if (schedule.empty())
+    {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<milliseconds>(schedule.begin()->first - Clock::now());
+    return static_cast<int>(std::clamp(left, milliseconds(0), longest).count());
+}
+
+template <class Call>
+void EventLoop::Impl::guarded(const Call& call) const
+{
+    try
+    {
+        call();
+    }
+    catch (const std::exception& error)
+    {
+        Log::error("{}: a handler failed: {}", name, error.what());
+    }
+    catch (...)
+    {
+        Log::error("{}: a handler failed", name);
+    }
+}
+
+void EventLoop::Impl::finished()
+{
+    running = nullptr;
+    if (waiters > 0)
+    {
+        handlerEnded.notify_all();
+    }
+}
+
+void EventLoop::Impl::waitWhileRunning(const void* handler, std::unique_lock<std::mutex>& lock)
+{
+    if (running != handler || isOwnThread())
+    {
+        return;
+    }
+    ++waiters;
+    handlerEnded.wait(lock, [&] { return running != handler; });
+    --waiters;
+}
+
+int EventLoop::Impl::newTimerNumber()
+{
+    do
+    {
+        lastTimer = lastTimer == std::numeric_limits<int>::max() ? 1 : lastTimer + 1;
+    } while (timers.count(lastTimer) != 0);
+    return lastTimer;
+}
+
+bool EventLoop::Impl::takeWakeUp()
+{
+    return std::exchange(asleep, false);
+}
+
+void EventLoop::Impl::wake() const
+{
+    const std::uint64_t one = 1;
+    while (::write(wakeDescriptor.get(), &one, sizeof one) < 0 && errno == EINTR)
+    {
+    }
+}
+
+bool EventLoop::Impl::isOwnThread() const
+{
+    return std::this_thread::get_id() == thread.get_id();
+}
+
+EventLoop::EventLoop(const std::string& name) : impl_(std::make_unique<Impl>(name)) {}
+
+EventLoop::~EventLoop() = default;
+
+void EventLoop::add(int descriptor, std::uint32_t events, IoHandler handler)
+{
+    auto watch = std::make_shared<Impl::Watch>(Impl::Watch{0, events, std::move(handler)});
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const std::size_t index = static_cast<std::size_t>(descriptor);
+    watch->serial = ++impl_->lastSerial;
+    epoll_event event{};
+    event.events = toEpoll(events);
+    event.data.u64 = std::uint64_t{watch->serial} << 32 | static_cast<std::uint32_t>(descriptor);
+    if (::epoll_ctl(impl_->epoll.get(), EPOLL_CTL_ADD, descriptor, &event) != 0)
+    {
+        fail("EventLoop::add");
+    }
+    if (index >= impl_->watches.size())
+    {
+        impl_->watches.resize(index + 1);
+    }
+    impl_->watches[index] = std::move(watch);
+}
+
+void EventLoop::modify(int descriptor, std::uint32_t events)
+{
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const std::size_t index = static_cast<std::size_t>(descriptor);
+    if (descriptor < 0 || index >= impl_->watches.size() || impl_->watches[index] == nullptr)
+    {
+        return;
+    }
+    Impl::Watch& watch = *impl_->watches[index];
+    if (watch.events == events)
+    {
+        return;
+    }
+    watch.events = events;
+    epoll_event event{};
+    event.events = toEpoll(events);
+    event.data.u64 = std::uint64_t{watch.serial} << 32 | static_cast<std::uint32_t>(descriptor);
+    ::epoll_ctl(impl_->epoll.get(), EPOLL_CTL_MOD, descriptor, &event);
+}
+
+void EventLoop::remove(int descriptor)
+{
+    std::shared_ptr<Impl::Watch> watch;  // outlives the lock: the handler's end may call back
+    std::unique_lock<std::mutex> lock(impl_->mutex);
+    const std::size_t index = static_cast<std::size_t>(descriptor);
+    if (descriptor < 0 || index >= impl_->watches.size() || impl_->watches[index] == nullptr)
+    {
+        return;
+    }
+    watch.swap(impl_->watches[index]);
+    ::epoll_ctl(impl_->epoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+    impl_->waitWhileRunning(watch.get(), lock);
+    lock.unlock();
+}
+
+void EventLoop::post(Task task)
+{
+    bool wake = false;
+    {
+        const std::lock_guard<std::mutex> guard(impl_->mutex);
+        impl_->posted.push_back(std::move(task));
+        wake = impl_->takeWakeUp();
+    }
+    if (wake)
+    {
+        impl_->wake();
+    }
+}
+
+int EventLoop::every(int interval, Task task)
+{
+    const milliseconds period(std::max(interval, 1));
+    auto timer = std::make_shared<Impl::Timer>(Impl::Timer{period, Clock::now() + period, std::move(task)});
+    int number = 0;
+    bool wake = false;
+    {
+        const std::lock_guard<std::mutex> guard(impl_->mutex);
+        number = impl_->newTimerNumber();
+        impl_->schedule.emplace(timer->due, number);
+        impl_->timers.emplace(number, std::move(timer));
+        wake = impl_->schedule.begin()->second == number && impl_->takeWakeUp();
+    }
+    if (wake)
+    {
+        impl_->wake();
+    }
+    return number;
+}
+
+void EventLoop::cancel(int number)
+{
+    std::shared_ptr<Impl::Timer> timer;  // outlives the lock: the task's end may call back
+    std::unique_lock<std::mutex> lock(impl_->mutex);
+    const auto found = impl_->timers.find(number);
+    if (found == impl_->timers.end())
+    {
+        return;
+    }
+    timer = found->second;
+    impl_->timers.erase(found);
+    impl_->schedule.erase({timer->due, number});
+    impl_->waitWhileRunning(timer.get(), lock);
+    lock.unlock();
+}
+
+bool EventLoop::onLoopThread() const
+{
+    return impl_->isOwnThread();
+}
+
+}  // namespace refhost
