@@ -11,7 +11,5 @@ public:
     BaseSafePointer& operator=(const BaseSafePointer&) = default;
 
     /// May throw: releasing a handle reports a count record that belongs to another object.
-    virtual ~BaseSafePointer() noexcept(false)
-    {
-    }
+    virtual ~BaseSafePointer() noexcept(false) {}
 };

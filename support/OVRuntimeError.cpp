@@ -1,8 +1,6 @@
 #include "support/OVRuntimeError.h"
 
-OVRuntimeError::OVRuntimeError(const std::string& message) : message_(message)
-{
-}
+OVRuntimeError::OVRuntimeError(const std::string& message) : message_(message) {}
 
 OVRuntimeError::~OVRuntimeError() noexcept = default;
 

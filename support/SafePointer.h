@@ -12,12 +12,13 @@
 /// Counted handle to a heap object: the object dies with its last handle.
 ///
 /// The count stands neither in the object nor in the handle but in a record that the host's RefCountManager
-/// finds by the object's address; two handles made from one raw pointer therefore share one count. A handle is
-/// empty (default-constructed), holding, or spent (it deleted the object).
+/// finds by the object's address; two handles made from one raw pointer therefore share one count. A handle
+/// is empty (default-constructed), holding, or spent (it deleted the object).
 ///
 /// Misuse throws OVRuntimeError. Most reports first print "SafePointer Report:" with the type name and the
 /// message; the two "not valid pointer…" ones print nothing and leave the record locked, because a record
-/// that belongs to another object must not be touched again. The "<T>" and "<U>" in messages are literal text.
+/// that belongs to another object must not be touched again. The "<T>" and "<U>" in messages are literal
+/// text.
 ///
 /// Threads: handles to one object may live in any threads; one handle object is used by one thread at a time.
 /// \tparam T  a type with a virtual destructor. A handle to a base is made from one to a derived type only
@@ -27,9 +28,7 @@ class SafePointer : public BaseSafePointer
 {
 public:
     /// An empty handle. It may be assigned into, not copied.
-    SafePointer() noexcept : pointer_(nullptr), count_(nullptr)
-    {
-    }
+    SafePointer() noexcept : pointer_(nullptr), count_(nullptr) {}
 
     /// Takes hold of `object`, a heap object that nothing else deletes.
     /// \throws OVRuntimeError when `object` is null
@@ -62,9 +61,9 @@ public:
         dec_reference();
     }
 
-    /// Lets go of what this handle holds and takes one more hold of what `source` holds. Assigning a handle to
-    /// itself changes nothing.
-    /// \throws OVRuntimeError when `source` is empty (this handle keeps its hold), or when its record turns out
+    /// Lets go of what this handle holds and takes one more hold of what `source` holds. Assigning a handle
+    /// to itself changes nothing. \throws OVRuntimeError when `source` is empty (this handle keeps its hold),
+    /// or when its record turns out
     ///         to be unusable: the old hold is gone by then, deliberately, and this handle must not be used
     SafePointer& operator=(const SafePointer& source)
     {
@@ -99,10 +98,10 @@ public:
         return pointer_ == nullptr;
     }
 
-    /// Releases this handle's hold; the last hold deletes the object and leaves the handle spent. The destructor
-    /// and the assignment call it; called directly on a hold that is not the last, the handle keeps pointing at
-    /// an object that it no longer holds and must not be used or destroyed.
-    /// \throws OVRuntimeError when the record belongs to another object; the record stays locked
+    /// Releases this handle's hold; the last hold deletes the object and leaves the handle spent. The
+    /// destructor and the assignment call it; called directly on a hold that is not the last, the handle
+    /// keeps pointing at an object that it no longer holds and must not be used or destroyed. \throws
+    /// OVRuntimeError when the record belongs to another object; the record stays locked
     void dec_reference()
     {
         if (pointer_ == nullptr)
@@ -124,7 +123,8 @@ public:
         count_->unLock();
     }
 
-    /// Prints "SafePointer Report:", the type name and the message on standard output and throws the same text.
+    /// Prints "SafePointer Report:", the type name and the message on standard output and throws the same
+    /// text.
     [[noreturn]] static void report(const char* message)
     {
         const std::string line = std::string("SafePointer Report:") + typeName() + " " + message;

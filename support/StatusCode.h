@@ -11,8 +11,17 @@ enum StatusCode
     statusRefused = -6,
     /// Not found or malformed: URL syntax, track not in the media description.
     statusNotFound = -8,
-    /// The audio output is not usable now; inside the talk-back worker only.
+    /// The audio output is not usable now; inside the talk-back worker only. A dispatcher may return it too
+    /// and keeps its session.
     statusPlayerUnusable = -9,
     /// The talk-back worker's thread did not start.
     statusThreadFailed = -12,
+};
+
+/// Codes of the host's AudioDispatcher by which a session of the talk-back manager had nothing to do this
+/// time, and stays. What sets them apart is the host's.
+enum AudioDispatcherCode
+{
+    audioDispatcherIdle = -211,
+    audioDispatcherAgain = -213,
 };

@@ -10,16 +10,12 @@ class function
 public:
     /// Takes ownership of a new callable object.
     /// \throws OVRuntimeError ("Construct from NULL original pointer") when `object` is null
-    explicit function(function_obj_base<R>* object) : object_(object)
-    {
-    }
+    explicit function(function_obj_base<R>* object) : object_(object) {}
 
     function(const function&) = default;
     function& operator=(const function&) = default;
 
-    virtual ~function() noexcept(false)
-    {
-    }
+    virtual ~function() noexcept(false) {}
 
     /// Invokes the callable object and returns its result unchanged.
     R operator()()

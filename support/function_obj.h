@@ -6,9 +6,7 @@ template <class R>
 class function_obj_base
 {
 public:
-    virtual ~function_obj_base() noexcept(false)
-    {
-    }
+    virtual ~function_obj_base() noexcept(false) {}
 
     /// Invokes the callable and returns its result unchanged.
     virtual R operator()() = 0;
@@ -32,9 +30,7 @@ template <class R>
 class function_obj<R, R (*)()> : public function_obj_base<R>
 {
 public:
-    explicit function_obj(R (*target)()) : target_(target)
-    {
-    }
+    explicit function_obj(R (*target)()) : target_(target) {}
 
     R operator()() override
     {
@@ -50,9 +46,7 @@ template <class R, class C>
 class function_obj<R, bind_funcobj0<R, C>> : public function_obj_base<R>
 {
 public:
-    explicit function_obj(const bind_funcobj0<R, C>& target) : target_(target)
-    {
-    }
+    explicit function_obj(const bind_funcobj0<R, C>& target) : target_(target) {}
 
     R operator()() override
     {

@@ -1,0 +1,3 @@
+#include "live/IRTSPControllerFactory.h"
+
+IRTSPControllerFactory::~IRTSPControllerFactory() noexcept(false) = default;

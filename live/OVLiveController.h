@@ -1,0 +1,70 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/base/OVMutex.h"
+#include "hostapi/description/MediaInfo.h"
+#include "hostapi/device/DeviceExAbility.h"
+#include "hostapi/device/DeviceInfoEx.h"
+#include "live/LiveAnswers.h"
+#include "mediaurl/MediaUrlParam.h"
+#include "support/Export.h"
+
+/// Serves one live unicast URL: its sessions' verbs go to the host's RTPStreamDispatcherMgr under the key
+/// "<camera>/<stream>", and those of a talk-back track to OVAudioBackDispatcherMgr.
+///
+/// Made by OVLiveControllerFactory, which calls initInstance() once. Takes no lock of its own.
+class OV_EXPORT OVLiveController : public LiveAnswers
+{
+public:
+    OVLiveController();
+    ~OVLiveController() noexcept(false) override;
+    OVLiveController(const OVLiveController&) = delete;
+    OVLiveController& operator=(const OVLiveController&) = delete;
+
+    /// Parses the URL and builds the description. After a failure the controller cannot be used.
+    /// \param thirdPlatType  number of the URL codec's factory in the registry
+    /// \returns 0; the result of parseMediaUrl(), nothing else being stored then; or that of
+    /// createMediaInfo()
+    int initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
+                     const DeviceExAbility& deviceAbility, bool mediaInfoFlag);
+
+    /// Parses a URL with a fresh codec and keeps what it names; failures are printed.
+    /// \param[out] outKey  stream key on success, otherwise left as it was
+    /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or the codec's code
+    int parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey);
+
+    /// Has the host describe what was parsed, under its canonical URL; failures are printed.
+    /// \param[out] out  the description on success
+    /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or MediaInfoTool's code
+    int createMediaInfo(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out);
+
+    int getMediaInfo(MediaInfo& out) override;
+
+    /// \returns 0; -6 for a transport kind other than 1, 2 and 3; -8 for a track that is not in the
+    /// description;
+    ///          otherwise the dispatcher's code
+    int setup(const std::string& sessionId, const std::string& trackId,
+              const SafePointer<IConnection>& connection) override;
+
+    int play(const std::string& sessionId, const std::string& trackId) override;
+    int pause(const std::string& sessionId, const std::string& trackId) override;
+
+    /// \returns 0 whatever the live dispatcher says; the talk-back manager's code for its track
+    int stop(const std::string& sessionId, const std::string& trackId) override;
+
+    /// \returns 0 whatever the live dispatcher says; the talk-back manager's code for its track
+    int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc) override;
+
+private:
+    bool isTalkBack(const std::string& trackId) const;
+
+    OVMutex mutex_;  // never locked; part of the layout
+    std::string mediaUrl_;
+    std::string streamKey_;
+    MediaInfo mediaInfo_;
+    MediaUrlParam mediaUrlParam_;
+    DeviceInfoEx deviceInfo_;
+    DeviceExAbility deviceAbility_;
+    std::string audioBackTrackId_;
+};

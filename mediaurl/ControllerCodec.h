@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "mediaurl/IMediaUrl.h"
+#include "support/SafePointer.h"
+
+/// How a controller comes to a codec of its own: by the registry and the factory found there, with the
+/// controller's name in what is printed when that fails.
+class ControllerCodec
+{
+public:
+    /// \param controllerName  class name in the printed lines; a literal
+    explicit ControllerCodec(const char* controllerName);
+
+    /// Makes a fresh codec; a failure is printed on standard output.
+    /// \param thirdPlatType  platform type number of the codec's factory
+    /// \param url            the URL that the request is about, for the printed line
+    /// \param[out] codec     the codec on success
+    /// \returns 0; -6 when no factory is registered for the type; otherwise the factory's code
+    int create(int thirdPlatType, const std::string& url, SafePointer<IMediaUrl>& codec) const;
+
+private:
+    const char* controllerName_;
+};

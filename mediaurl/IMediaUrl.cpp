@@ -1,0 +1,5 @@
+#include "mediaurl/IMediaUrl.h"
+
+IMediaUrl::IMediaUrl() = default;
+
+IMediaUrl::~IMediaUrl() noexcept(false) = default;

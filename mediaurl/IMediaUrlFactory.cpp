@@ -1,0 +1,3 @@
+#include "mediaurl/IMediaUrlFactory.h"
+
+IMediaUrlFactory::~IMediaUrlFactory() noexcept(false) = default;

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "mediaurl/IMediaUrl.h"
+#include "support/Export.h"
+#include "support/SafePointer.h"
+
+/// Makes URL codecs of one kind. Registered by the host in MediaUrlFactoryMap.
+/// Threads: any; an implementation does its own locking.
+class OV_EXPORT IMediaUrlFactory
+{
+public:
+    virtual ~IMediaUrlFactory() noexcept(false);
+
+    /// \param[out] codec  a handle to a new codec on success; it lets go of what it held before
+    /// \returns 0; any other code when no codec was made, and the caller gives up its request
+    virtual int createMediaUrl(SafePointer<IMediaUrl>& codec) = 0;
+};

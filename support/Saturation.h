@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+
+/// Conversions from double to integers that have a result for every double on every platform, where the
+/// language's own has none for what does not fit. Fractions are dropped, what lies outside of the type
+/// becomes the nearer end of its range, and what is no number becomes 0.
+class Saturation
+{
+public:
+    static std::uint32_t toUnsigned32(double value)
+    {
+        // Written so that a NaN, which compares false with everything, takes this way too.
+        if (!(value >= 1.0))
+        {
+            return 0;
+        }
+        if (value >= 4294967295.0)
+        {
+            return 4294967295u;
+        }
+        return static_cast<std::uint32_t>(value);
+    }
+};
