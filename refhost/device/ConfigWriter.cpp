@@ -56,6 +56,19 @@ public:
         return std::visit([](const auto& setting) { return permittedBy(setting); }, key.setting);
     }
 
+    /// What must be told about a value that is not shown as it is.
+    std::string remark(const ConfigKey<Section>& key)
+    {
+        if (isSecret(key))
+        {
+            return "  # not shown: put it in";
+        }
+        const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
+        const bool masked = text != nullptr && text->kind == TextKind::location &&
+                            Log::mask(text->value(section_)) != text->value(section_);
+        return masked ? "  # credentials are masked: put them in" : "";
+    }
+
     static bool isSecret(const ConfigKey<Section>& key)
     {
         const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
@@ -162,9 +175,8 @@ std::string section(const std::vector<ConfigKey<Section>>& keys, const Section& 
         {
             out += comment(indent, explanation(key));
         }
-        const bool secret = Shown<Section>::isSecret(key);
-        out += indent + (secret ? "# " : "") + std::string(key.name) + " = " + shown.value(key) +
-               (secret ? "  # not shown: put it in" : "") + "\n";
+        out += indent + (Shown<Section>::isSecret(key) ? "# " : "") + std::string(key.name) + " = " +
+               shown.value(key) + shown.remark(key) + "\n";
     }
     return out;
 }

@@ -1,0 +1,160 @@
+#include "refhost/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <ostream>
+
+#include "refhost/base/Log.h"
+#include "refhost/device/ConfigReader.h"
+#include "refhost/device/ConfigWriter.h"
+
+namespace refhost
+{
+namespace
+{
+
+// An option of the command line that stands for a key of the configuration.
+struct Override
+{
+    const char* flags;
+    const char* key;
+    const char* placeholder;
+    const char* help;
+    std::string value;
+};
+
+std::string summary(const ServerConfig& config)
+{
+    std::size_t streams = 0;
+    for (const CameraConfig& camera : config.cameras)
+    {
+        streams += camera.streams.size();
+    }
+    const auto counted = [](std::size_t count, const std::string& what)
+    { return std::to_string(count) + " " + what + (count == 1 ? "" : "s"); };
+    return counted(config.cameras.size(), "camera") + ", " + counted(streams, "stream") + ", " +
+           counted(config.users.size(), "user");
+}
+
+}  // namespace
+
+CommandLine::CommandLine(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}
+
+const ServerConfig& CommandLine::config() const
+{
+    return config_;
+}
+
+int CommandLine::exitCode() const
+{
+    return exitCode_;
+}
+
+bool CommandLine::finish(int code)
+{
+    exitCode_ = code;
+    return false;
+}
+
+bool CommandLine::readConfig(const std::string& file)
+{
+    if (file.empty())
+    {
+        config_ = ServerConfig::embedded();
+        return true;
+    }
+    ConfigResult result = ConfigReader::readFile(file);
+    for (const ConfigProblem& problem : result.problems)
+    {
+        err_ << problem.toString(file) << '\n';
+    }
+    if (!result.config)
+    {
+        return finish(exitConfig);
+    }
+    config_ = std::move(*result.config);
+    return true;
+}
+
+bool CommandLine::parse(int count, const char* const* arguments)
+{
+    CLI::App app(
+        "Streams cameras to RTSP players. Without a configuration file it serves a synthetic camera on "
+        "127.0.0.1:8554.",
+        "ovrtspd");
+    app.footer(
+        "Exit codes: 0 ended as asked, 1 the server could not start, 2 wrong command line, 3 wrong "
+        "configuration.");
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("-v,--version", "ovrtspd " OV_VERSION, "Print the version and exit");
+    std::string file;
+    bool check = false;
+    bool dump = false;
+    app.add_option("-c,--config", file, "Read the configuration from this TOML file")->type_name("FILE");
+    std::array<Override, 3> overrides{{
+        {"--listen", "listen", "ADDRESS", "Listen on this address instead of the configured one", {}},
+        {"-p,--port",
+         "port",
+         "PORT",
+         "Listen on this TCP port instead of the configured one; 0 takes a free one",
+         {}},
+        {"--log-level", "log-level", "LEVEL", "trace, debug, info, warning, error or off", {}},
+    }};
+    std::array<CLI::Option*, 3> options{};
+    for (std::size_t i = 0; i < overrides.size(); ++i)
+    {
+        Override& wanted = overrides.at(i);
+        options.at(i) =
+            app.add_option(wanted.flags, wanted.value, wanted.help)->type_name(wanted.placeholder);
+    }
+    CLI::Option* const checkFlag =
+        app.add_flag("--check-config", check, "Check the configuration, tell what is wrong, and exit");
+    app.add_flag("--dump-config", dump,
+                 "Print the effective configuration with every key explained, and exit")
+        ->excludes(checkFlag);
+
+    try
+    {
+        app.parse(count, arguments);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        const bool isAnswer = error.get_exit_code() == 0;
+        app.exit(error, out_, err_);
+        return finish(isAnswer ? exitDone : exitCommandLine);
+    }
+
+    if (!readConfig(file))
+    {
+        return false;
+    }
+    for (std::size_t i = 0; i < overrides.size(); ++i)
+    {
+        const Override& wanted = overrides.at(i);
+        const std::string problem =
+            options.at(i)->count() == 0 ? "" : ConfigReader::set(config_, wanted.key, wanted.value);
+        if (!problem.empty())
+        {
+            err_ << "--" << wanted.key << " " << problem << '\n';
+            return finish(exitCommandLine);
+        }
+    }
+    if (dump)
+    {
+        out_ << ConfigWriter::write(config_);
+        return finish(exitDone);
+    }
+    if (check)
+    {
+        const std::string shown = file.empty() ? "the embedded configuration" : file;
+        for (const std::string& warning : config_.warnings())
+        {
+            err_ << shown << ": warning: " << warning << '\n';
+        }
+        out_ << shown << ": valid (" << summary(config_) << ")\n";
+        return finish(exitDone);
+    }
+    return true;
+}
+
+}  // namespace refhost
