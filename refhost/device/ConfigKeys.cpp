@@ -153,7 +153,7 @@ const std::vector<ConfigKey<CameraConfig>>& cameraKeys()
 {
     static const std::vector<ConfigKey<Camera>> keys{
         number<Camera>(
-            "id", "Number of the camera in URLs: rtsp://…/orv/live/<camera>/<stream>.",
+            "id", "Number of the camera in URLs: rtsp://…/orv/live/CAMERA/STREAM.",
             [](Camera& c) -> int& { return c.id; }, 0, mostNumber),
         text<Camera>(
             "name", "What people call the camera.", [](Camera& c) -> std::string& { return c.name; },

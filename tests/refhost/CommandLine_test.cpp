@@ -1,0 +1,177 @@
+#include "refhost/CommandLine.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+namespace refhost
+{
+namespace
+{
+
+using testing::HasSubstr;
+using testing::Not;
+
+struct Outcome
+{
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+// A file of this test's own that is gone after it.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(const std::string& text)
+    {
+        const int descriptor = mkstemp(path_.data());
+        EXPECT_GE(descriptor, 0);
+        close(descriptor);
+        std::ofstream(path_) << text;
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile()
+    {
+        std::remove(path_.c_str());
+    }
+
+    const std::string& path() const
+    {
+        return path_;
+    }
+
+    std::string text() const
+    {
+        std::ifstream file(path_);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+private:
+    std::string path_ = testing::TempDir() + "ovrtspd-XXXXXX";
+};
+
+// Runs the program with arguments as a shell takes them. It ends by itself: none of these starts a server.
+Outcome run(const std::string& arguments)
+{
+    const TemporaryFile err("");
+    const std::string command =
+        "timeout 20 '" OV_PROGRAM "' " + arguments + " 2>'" + err.path() + "' </dev/null";
+    FILE* const pipe = popen(command.c_str(), "r");
+    std::string out;
+    std::array<char, 4096> buffer{};
+    for (std::size_t got = 0; (got = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
+    {
+        out.append(buffer.data(), got);
+    }
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, err.text()};
+}
+
+TEST(CommandLine, TellsTheVersion)
+{
+    for (const std::string option : {"--version", "-v"})
+    {
+        const Outcome outcome = run(option);
+        EXPECT_EQ(outcome.exitCode, exitDone);
+        EXPECT_EQ(outcome.out, "ovrtspd " OV_VERSION "\n");
+        EXPECT_EQ(outcome.err, "");
+    }
+}
+
+TEST(CommandLine, HelpNamesEveryOptionAndTheExitCodes)
+{
+    for (const std::string option : {"--help", "-h"})
+    {
+        const Outcome outcome = run(option);
+        EXPECT_EQ(outcome.exitCode, exitDone);
+        for (const std::string known :
+             {"-c,--config", "--listen", "-p,--port", "--log-level", "--check-config", "--dump-config",
+              "-v,--version", "-h,--help", "Exit codes"})
+        {
+            EXPECT_THAT(outcome.out, HasSubstr(known));
+        }
+    }
+}
+
+TEST(CommandLine, RefusesWhatItDoesNotKnow)
+{
+    for (const std::string arguments :
+         {"--bogus", "stray", "-c", "--port", "--port x", "--port 65536", "--listen nowhere",
+          "--log-level loud", "--check-config --dump-config", "--port=", "-p 1 -p 2"})
+    {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, exitCommandLine) << arguments;
+        EXPECT_EQ(outcome.out, "") << arguments;
+        EXPECT_NE(outcome.err, "") << arguments;
+    }
+    EXPECT_THAT(run("--port 65536").err, HasSubstr("--port must be 0 to 65535, not 65536"));
+}
+
+TEST(CommandLine, ChecksTheEmbeddedConfiguration)
+{
+    const Outcome outcome = run("--check-config");
+    EXPECT_EQ(outcome.exitCode, exitDone);
+    EXPECT_EQ(outcome.out, "the embedded configuration: valid (1 camera, 2 streams, 0 users)\n");
+    EXPECT_EQ(outcome.err, "");
+}
+
+TEST(CommandLine, CheckSaysLineAndColumnOfEveryProblem)
+{
+    const TemporaryFile file("port = 70000\nnonsense = 1\n");
+    const Outcome outcome = run("--check-config -c '" + file.path() + "'");
+    EXPECT_EQ(outcome.exitCode, exitConfig);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.err, HasSubstr(file.path() + ":1:8: port must be 0 to 65535, not 70000\n"));
+    EXPECT_THAT(outcome.err, HasSubstr(file.path() + ":2:1: unknown key \"nonsense\"\n"));
+}
+
+TEST(CommandLine, AWrongConfigurationIsNotServed)
+{
+    const TemporaryFile file("port = \n");
+    EXPECT_EQ(run("-c '" + file.path() + "'").exitCode, exitConfig);
+    EXPECT_EQ(run("-c /nonexistent.toml").exitCode, exitConfig);
+    EXPECT_EQ(run("-c ''").exitCode, exitConfig);
+}
+
+TEST(CommandLine, CheckWarnsOfListeningBeyondLoopbackWithoutUsers)
+{
+    const Outcome open = run("--check-config --listen 0.0.0.0");
+    EXPECT_EQ(open.exitCode, exitDone);
+    EXPECT_THAT(open.err, HasSubstr("warning: anybody who reaches 0.0.0.0 can watch"));
+    const TemporaryFile file("listen = \"0.0.0.0\"\n[[user]]\nname = \"a\"\npassword = \"hush\"\n");
+    const Outcome guarded = run("--check-config -c '" + file.path() + "'");
+    EXPECT_EQ(guarded.exitCode, exitDone);
+    EXPECT_EQ(guarded.err, "");
+    EXPECT_THAT(guarded.out, Not(HasSubstr("hush")));
+}
+
+TEST(CommandLine, TheDumpIsAConfigurationWithTheOverridesInIt)
+{
+    const Outcome dumped = run("--dump-config -p 1234 --listen ::1 --log-level debug");
+    EXPECT_EQ(dumped.exitCode, exitDone);
+    EXPECT_THAT(dumped.out, HasSubstr("\nport = 1234\n"));
+    EXPECT_THAT(dumped.out, HasSubstr("\nlisten = \"::1\"\n"));
+    EXPECT_THAT(dumped.out, HasSubstr("\nlog-level = \"debug\"\n"));
+    const TemporaryFile file(dumped.out);
+    const Outcome again = run("--dump-config -c '" + file.path() + "'");
+    EXPECT_EQ(again.exitCode, exitDone);
+    EXPECT_EQ(again.out, dumped.out);
+}
+
+TEST(CommandLine, TheExampleIsAcceptedByTheProgram)
+{
+    const Outcome outcome = run("--check-config -c '" OV_SOURCE_DIR "/packaging/ovrtspd.toml'");
+    EXPECT_EQ(outcome.exitCode, exitDone);
+    EXPECT_EQ(outcome.err, "");
+}
+
+}  // namespace
+}  // namespace refhost
