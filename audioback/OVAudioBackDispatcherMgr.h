@@ -51,13 +51,14 @@ public:
     MTUParam& getMTUParam();
 
     /// Sets the device's audio output. A new output counts as open when the one before was: change it only
-    /// while the worker is stopped. \throws OVRuntimeError for an empty handle, and the output stays as it
-    /// was
+    /// while the worker is stopped.
+    /// \throws OVRuntimeError for an empty handle, and the output stays as it was
     void setMediaPlayer(const SafePointer<IMediaPlayer>& player);
 
     /// Tells the output the type of encoding; an open output is closed and opened anew with it. Without this
-    /// call the output is never told one. \param type  encoder type number of the host \returns 0, or the
-    /// output's code when it did not open again; then it is closed
+    /// call the output is never told one.
+    /// \param type  encoder type number of the host
+    /// \returns 0, or the output's code when it did not open again; then it is closed
     int setEncoderType(int type);
 
     // --- the worker ---

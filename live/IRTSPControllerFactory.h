@@ -15,13 +15,11 @@ public:
 
     /// Makes a controller for a URL.
     /// \param url            the request's URL, with or without scheme and authority
-    /// \param[out] out       the controller. It is there on failure too, unusable: judge by the result alone
-    /// and
-    ///                       drop the handle. What the handle held before is let go.
+    /// \param[out] out       the controller. It is there on failure too, unusable: judge by the result
+    ///                       alone and drop the handle. What the handle held before is let go.
     /// \param mediaInfoFlag  passed on to MediaInfoTool::createMediaInfo()
-    /// \returns 0; -6 when no URL codec is registered for the platform type; otherwise the code of the codec
-    /// or
-    ///          of MediaInfoTool
+    /// \returns 0; -6 when no URL codec is registered for the platform type; otherwise the code of the
+    ///          codec or of MediaInfoTool
     virtual int createMedia(const std::string& url, SafePointer<IRTSPController>& out,
                             bool mediaInfoFlag) = 0;
 };

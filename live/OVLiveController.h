@@ -24,8 +24,8 @@ public:
 
     /// Parses the URL and builds the description. After a failure the controller cannot be used.
     /// \param thirdPlatType  number of the URL codec's factory in the registry
-    /// \returns 0; the result of parseMediaUrl(), nothing else being stored then; or that of
-    /// createMediaInfo()
+    /// \returns 0; the result of parseMediaUrl(), nothing else being stored then; or the result of
+    ///          createMediaInfo()
     int initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
                      const DeviceExAbility& deviceAbility, bool mediaInfoFlag);
 
@@ -42,8 +42,7 @@ public:
     int getMediaInfo(MediaInfo& out) override;
 
     /// \returns 0; -6 for a transport kind other than 1, 2 and 3; -8 for a track that is not in the
-    /// description;
-    ///          otherwise the dispatcher's code
+    ///          description; otherwise the dispatcher's code
     int setup(const std::string& sessionId, const std::string& trackId,
               const SafePointer<IConnection>& connection) override;
 

@@ -11,8 +11,8 @@
 /// Makes an OVLiveController per request, from one consistent set of settings.
 ///
 /// The settings may change at any time; they reach only controllers that are made afterwards. Set the
-/// platform type before the first createMedia(). Threads: any; the setters and createMedia() exclude one
-/// another.
+/// platform type before the first createMedia().
+/// Threads: any; the setters and createMedia() exclude one another.
 class OV_EXPORT OVLiveControllerFactory : public IRTSPControllerFactory
 {
 public:

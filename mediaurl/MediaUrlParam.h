@@ -16,8 +16,8 @@ public:
     ~MediaUrlParam();
 
     /// URL family that the last parse looked for: "orv/live" or "orv/playback". Set by every parse, also by
-    /// one that fails. \param prefix  not modified, though the reference is not const: hosts bind to this
-    /// form
+    /// one that fails.
+    /// \param prefix  not modified, though the reference is not const: hosts bind to this form
     void setMediaUrlPrefix(std::string& prefix);
     std::string getMediaUrlPrefix() const;
 

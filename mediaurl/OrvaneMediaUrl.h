@@ -19,8 +19,8 @@ public:
     ~OrvaneMediaUrl() noexcept(false) override;
 
     /// Reads camera and stream; what a number is, DataConverter decides. The stream field is everything
-    /// behind the camera's "/", to the end of the text. \returns 0, or -8 with camera and stream left as they
-    /// were. The prefix is "orv/live" afterwards in any case.
+    /// behind the camera's "/", to the end of the text. The prefix is "orv/live" afterwards in any case.
+    /// \returns 0, or -8 with camera and stream left as they were
     int parseMediaUrl(const std::string& url) override;
 
     /// "orv/live/" with camera and stream, whatever was parsed last.
@@ -32,10 +32,9 @@ public:
     std::string toMulticastMediaUrl() override;
 
     /// Reads camera, begin and end; the times are digits only, of any length, and any order of the two is
-    /// taken. \returns 0, or -8 with begin and end left as they were. The prefix is "orv/playback" afterwards
-    /// in any
-    ///          case, and the camera is stored as soon as it was read, also when the times turn out
-    ///          malformed.
+    /// taken. The prefix is "orv/playback" afterwards in any case, and the camera is stored as soon as it was
+    /// read, also when the times turn out malformed.
+    /// \returns 0, or -8 with begin and end left as they were
     int parsePlaybackMediaUrl(const std::string& url) override;
 
     /// "orv/playback/" with camera, begin and end in whole seconds: fractions are dropped, values outside of

@@ -7,6 +7,7 @@
 #include "hostapi/base/RefCountManager.h"
 #include "hostapi/base/ref_count.h"
 #include "support/BaseSafePointer.h"
+#include "support/Export.h"
 #include "support/OVRuntimeError.h"
 
 /// Counted handle to a heap object: the object dies with its last handle.
@@ -24,7 +25,7 @@
 /// \tparam T  a type with a virtual destructor. A handle to a base is made from one to a derived type only
 ///            where both have the same address (the base stands first).
 template <class T>
-class SafePointer : public BaseSafePointer
+class OV_EXPORT SafePointer : public BaseSafePointer
 {
 public:
     /// An empty handle. It may be assigned into, not copied.
@@ -62,9 +63,10 @@ public:
     }
 
     /// Lets go of what this handle holds and takes one more hold of what `source` holds. Assigning a handle
-    /// to itself changes nothing. \throws OVRuntimeError when `source` is empty (this handle keeps its hold),
-    /// or when its record turns out
-    ///         to be unusable: the old hold is gone by then, deliberately, and this handle must not be used
+    /// to itself changes nothing.
+    ///
+    /// \throws OVRuntimeError when `source` is empty (this handle keeps its hold), or when its record turns
+    /// out to be unusable: the old hold is gone by then, deliberately, and this handle must not be used
     SafePointer& operator=(const SafePointer& source)
     {
         if (this == &source)
@@ -100,8 +102,8 @@ public:
 
     /// Releases this handle's hold; the last hold deletes the object and leaves the handle spent. The
     /// destructor and the assignment call it; called directly on a hold that is not the last, the handle
-    /// keeps pointing at an object that it no longer holds and must not be used or destroyed. \throws
-    /// OVRuntimeError when the record belongs to another object; the record stays locked
+    /// keeps pointing at an object that it no longer holds and must not be used or destroyed.
+    /// \throws OVRuntimeError when the record belongs to another object; the record stays locked
     void dec_reference()
     {
         if (pointer_ == nullptr)

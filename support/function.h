@@ -1,11 +1,12 @@
 #pragma once
 
+#include "support/Export.h"
 #include "support/SafePointer.h"
 #include "support/function_obj.h"
 
 /// A copyable callable without arguments. Copies share one callable object, which is deleted with the last.
 template <class R>
-class function
+class OV_EXPORT function
 {
 public:
     /// Takes ownership of a new callable object.

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "support/Export.h"
+
 /// Base of every callable object: something that is invoked without arguments and returns an R.
 /// Held through SafePointer<function_obj_base<R>>.
 template <class R>
-class function_obj_base
+class OV_EXPORT function_obj_base
 {
 public:
     virtual ~function_obj_base() noexcept(false) {}
@@ -27,7 +29,7 @@ class function_obj;
 
 /// Wraps a free function.
 template <class R>
-class function_obj<R, R (*)()> : public function_obj_base<R>
+class OV_EXPORT function_obj<R, R (*)()> : public function_obj_base<R>
 {
 public:
     explicit function_obj(R (*target)()) : target_(target) {}
@@ -43,7 +45,7 @@ private:
 
 /// Wraps a member function bound to an object; a virtual one is dispatched on the object's dynamic type.
 template <class R, class C>
-class function_obj<R, bind_funcobj0<R, C>> : public function_obj_base<R>
+class OV_EXPORT function_obj<R, bind_funcobj0<R, C>> : public function_obj_base<R>
 {
 public:
     explicit function_obj(const bind_funcobj0<R, C>& target) : target_(target) {}
