@@ -1,0 +1,60 @@
+#include "hostapi/description/MediaInfoTool.h"
+
+#include <utility>
+#include <vector>
+
+#include "refhost/base/HostStatus.h"
+#include "refhost/device/Device.h"
+
+/// This host's description depends on the stream alone; of what it is told it keeps the URL only.
+struct MediaInfoTool::Impl
+{
+    std::string mediaUrl;
+};
+
+MediaInfoTool::MediaInfoTool() : impl_(new Impl) {}
+
+MediaInfoTool::~MediaInfoTool()
+{
+    delete impl_;
+}
+
+void MediaInfoTool::setDeviceInfoEx(const DeviceInfoEx&) {}
+
+void MediaInfoTool::setDeviceExAbility(const DeviceExAbility&) {}
+
+void MediaInfoTool::setMediaUrl(const std::string& url)
+{
+    impl_->mediaUrl = url;
+}
+
+void MediaInfoTool::setThirdPlatType(int) {}
+
+int MediaInfoTool::createMediaInfo(int cameraId, int streamId, MediaInfo& out, bool)
+{
+    const std::shared_ptr<refhost::StreamDirectory> streams = refhost::Device::streams();
+    const std::shared_ptr<refhost::StreamSource> stream =
+        streams ? streams->find(cameraId, streamId) : nullptr;
+    if (!stream)
+    {
+        return refhost::hostStreamUnknown;
+    }
+    std::vector<SubMediaInfo> tracks;
+    switch (stream->describe(tracks))
+    {
+        case refhost::StreamSource::Description::ready:
+            break;
+        case refhost::StreamSource::Description::starting:
+            return refhost::hostStreamNotReady;
+        case refhost::StreamSource::Description::failed:
+            return refhost::hostStreamFailed;
+    }
+    MediaInfo described;
+    described.mediaUrl = impl_->mediaUrl;
+    for (const SubMediaInfo& track : tracks)
+    {
+        described.addSubMediaInfo(track);
+    }
+    out = std::move(described);
+    return 0;
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "refhost/device/CameraStream.h"
+#include "refhost/device/Config.h"
+#include "refhost/live/StreamSource.h"
+
+namespace refhost
+{
+
+/// The streams of a configuration, on GStreamer. Threads: any.
+class CameraStreams : public StreamDirectory
+{
+public:
+    /// Prepares GStreamer for the process and makes every stream; none is started.
+    explicit CameraStreams(const ServerConfig& config);
+    /// The same with other times than the usual; `options.linger` holds instead of `config.linger`.
+    CameraStreams(const ServerConfig& config, const CameraStream::Options& options);
+    ~CameraStreams() override;
+
+    std::shared_ptr<StreamSource> find(int cameraId, int streamId) override;
+    int subscribe(std::function<void()> changed) override;
+    void unsubscribe(int id) override;
+
+private:
+    class Subscribers;
+
+    std::shared_ptr<Subscribers> subscribers_;
+    std::map<std::pair<int, int>, std::shared_ptr<CameraStream>> streams_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <gst/gst.h>
+
+#include <memory>
+
+namespace refhost
+{
+
+/// Gives back a counted GStreamer object.
+struct GstObjectUnref
+{
+    void operator()(void* object) const
+    {
+        gst_object_unref(object);
+    }
+};
+
+/// Gives back a counted GStreamer value: caps, buffer, sample, event, message.
+struct GstMiniObjectUnref
+{
+    template <class T>
+    void operator()(T* value) const
+    {
+        gst_mini_object_unref(GST_MINI_OBJECT_CAST(value));
+    }
+};
+
+template <class T>
+using GstObjectPtr = std::unique_ptr<T, GstObjectUnref>;
+
+template <class T>
+using GstValuePtr = std::unique_ptr<T, GstMiniObjectUnref>;
+
+}  // namespace refhost

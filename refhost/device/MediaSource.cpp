@@ -1,0 +1,38 @@
+#include "refhost/device/MediaSource.h"
+
+#include "refhost/device/SyntheticSource.h"
+
+namespace refhost
+{
+
+std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const std::string& title,
+                                               MediaSink& sink)
+{
+    switch (config.source.kind)
+    {
+        case SourceConfig::Kind::synthetic:
+            return std::make_unique<SyntheticSource>(config, title, sink);
+        default:
+            return nullptr;
+    }
+}
+
+GstElement* makeBin(const std::string& line, std::string& error)
+{
+    GError* problem = nullptr;
+    GstElement* bin = gst_parse_bin_from_description_full(line.c_str(), TRUE, nullptr,
+                                                          GST_PARSE_FLAG_FATAL_ERRORS, &problem);
+    if (problem != nullptr)
+    {
+        error = problem->message;
+        g_clear_error(&problem);
+        if (bin != nullptr)
+        {
+            gst_object_unref(gst_object_ref_sink(bin));
+        }
+        return nullptr;
+    }
+    return bin;
+}
+
+}  // namespace refhost

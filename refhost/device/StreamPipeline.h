@@ -1,0 +1,87 @@
+#pragma once
+
+#include <gst/gst.h>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hostapi/description/SubMediaInfo.h"
+#include "refhost/device/Config.h"
+#include "refhost/device/MediaSource.h"
+#include "refhost/device/MediaTrack.h"
+
+namespace refhost
+{
+
+/// One run of a camera stream: source, tracks and branches in one GStreamer pipeline, from start to stop.
+///
+/// Threads: start, setTaps, requestKeyFrame and the destructor from one thread, which may have to wait for
+/// the source; describe from any.
+class StreamPipeline : private MediaSink
+{
+public:
+    /// Called on streaming threads; may not call back.
+    struct Events
+    {
+        std::function<void()> described;                    ///< describe() tells something new
+        std::function<void(const std::string& why)> ended;  ///< it gives nothing any more; once or more often
+    };
+
+    /// Taps by track id and payload size.
+    using Taps = std::map<std::pair<std::string, int>, std::shared_ptr<PacketTap>>;
+
+    /// \param title  burnt into the synthetic camera's picture
+    StreamPipeline(const StreamConfig& config, const std::string& title, Events events);
+    /// Stops; no event is called and nothing is delivered after the return.
+    ~StreamPipeline() override;
+
+    /// \returns false with `error` set when the source cannot be opened
+    bool start(const Taps& taps, std::string& error);
+
+    /// Says which packets are wanted from now on.
+    void setTaps(const Taps& taps);
+
+    void requestKeyFrame();
+
+    /// Tells the tracks.
+    /// \param partial  true to be content with the tracks that are known by now, if there is one
+    /// \param[out] tracks  filled on success
+    /// \returns false while not all is known
+    bool describe(bool partial, std::vector<SubMediaInfo>& tracks) const;
+
+private:
+    void addCoded(GstPad* pad, MediaCoding coding) override;
+    void addPad(GstPad* pad, const GstCaps* caps) override;
+    void padsComplete() override;
+    void sourceEnded(const std::string& why) override;
+
+    static GstBusSyncReply onMessage(GstBus* bus, GstMessage* message, gpointer self);
+    void addTrack(GstPad* pad, MediaCoding coding, const std::string& line, bool encoded);
+    void dropPad(GstPad* pad);
+    void onTrackCaps(MediaCoding coding, bool encoded, const GstCaps* rtpCaps, const GstCaps* mediaCaps);
+    static MediaTrack::Taps tapsOf(const Taps& taps, const std::string& trackId);
+
+    StreamConfig config_;
+    Events events_;
+    GstObjectPtr<GstElement> pipeline_;
+    std::unique_ptr<MediaSource> source_;
+    std::int64_t clockOffsetNs_ = 0;
+
+    /// Held while tracks are added and changed. A branch's thread never takes it.
+    std::mutex tracksMutex_;
+    std::map<std::string, std::unique_ptr<MediaTrack>> tracks_;
+    Taps taps_;
+
+    mutable std::mutex descriptionMutex_;
+    bool padsComplete_ = false;
+    std::map<std::string, SubMediaInfo> described_;
+    std::size_t trackCount_ = 0;
+};
+
+}  // namespace refhost

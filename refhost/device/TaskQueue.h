@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+namespace refhost
+{
+
+/// Runs tasks one after the other on a thread of its own, at once or after a delay.
+///
+/// The thread starts with the first task. Threads: any; posting never waits for a task.
+class TaskQueue
+{
+public:
+    using Task = std::function<void()>;
+
+    TaskQueue() = default;
+    ~TaskQueue();
+    TaskQueue(const TaskQueue&) = delete;
+    TaskQueue& operator=(const TaskQueue&) = delete;
+
+    /// Runs `task` after those that are due; tasks that are due at the same time run in the order of posting.
+    /// \param delay  from now, not before which the task runs
+    void post(Task task, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
+
+    /// Waits for the task that runs now and drops the others, as the destructor does; what is posted later is
+    /// dropped too. Not from the queue's own thread.
+    void close();
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using Key = std::pair<Clock::time_point, std::uint64_t>;
+
+    void run();
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::map<Key, Task> tasks_;
+    std::uint64_t posted_ = 0;
+    bool stopping_ = false;
+    std::thread thread_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+#include "refhost/live/AccessUnit.h"
+
+namespace refhost
+{
+
+/// Keeps the access units that it is given, and waits for them.
+class CollectingSink : public AccessUnitSink
+{
+public:
+    void onAccessUnit(AccessUnitPtr unit) override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        units_.push_back(std::move(unit));
+        changed_.notify_all();
+    }
+
+    void onDiscontinuity() override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        ++discontinuities_;
+        changed_.notify_all();
+    }
+
+    /// \returns false when `count` units did not come within ten seconds
+    bool waitForUnits(std::size_t count)
+    {
+        std::unique_lock<std::mutex> guard(mutex_);
+        return changed_.wait_for(guard, std::chrono::seconds(10), [&] { return units_.size() >= count; });
+    }
+
+    bool waitForDiscontinuities(int count)
+    {
+        std::unique_lock<std::mutex> guard(mutex_);
+        return changed_.wait_for(guard, std::chrono::seconds(10), [&] { return discontinuities_ >= count; });
+    }
+
+    std::vector<AccessUnitPtr> units() const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return units_;
+    }
+
+    int discontinuities() const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return discontinuities_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<AccessUnitPtr> units_;
+    int discontinuities_ = 0;
+};
+
+}  // namespace refhost
