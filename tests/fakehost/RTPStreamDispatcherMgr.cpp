@@ -11,7 +11,7 @@ namespace
 
 struct Track
 {
-    int ssrc;
+    int ssrc = 0;
     SafePointer<IConnection> connection;
 };
 
@@ -62,8 +62,9 @@ int RTPStreamDispatcherMgr::initRTPBuilder(const std::string& streamKey, const s
         key + ", " + info.encodingName + ", " + std::to_string(payloadSize), 0);
     if (outcome.result == 0)
     {
+        // In place: a track without a connection cannot be copied.
         impl_->tracks.erase(key);
-        impl_->tracks.emplace(key, Track{++impl_->lastSsrc, {}});
+        impl_->tracks[key].ssrc = ++impl_->lastSsrc;
     }
     return outcome.result;
 }

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "hostapi/description/SubMediaInfo.h"
+#include "hostapi/device/IConnection.h"
+#include "support/SafePointer.h"
+
+/// What the contract suite needs of a host that the host contract does not offer: one definition per host.
+class HostUnderTest
+{
+public:
+    /// Before and after each test that uses streams: camera 1 has stream 0 with a video and an audio track.
+    static void prepareStreams();
+    static void dropStreams();
+
+    /// Makes the description of a stream fail. \param[out] cameraId, streamId  the stream to ask for
+    static void prepareFailingStream(int& cameraId, int& streamId);
+
+    /// A connection that the host's dispatchers take, of kind IConnection::udpUnicast.
+    static SafePointer<IConnection> makeConnection();
+    /// How many of those exist.
+    static int livingConnections();
+
+    /// The clock that OrvaneTime::wait() lets pass.
+    static std::chrono::microseconds now();
+};

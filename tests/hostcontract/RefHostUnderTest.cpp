@@ -1,0 +1,122 @@
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "refhost/device/Device.h"
+#include "refhost/live/RtpTransport.h"
+#include "refhost/live/StreamSource.h"
+#include "tests/hostcontract/HostUnderTest.h"
+
+namespace
+{
+
+std::atomic<int> living{0};
+
+/// Takes every packet and sends none.
+class SinkTransport : public refhost::RtpTransport
+{
+public:
+    SinkTransport() : RtpTransport(IConnection::udpUnicast)
+    {
+        ++living;
+    }
+    ~SinkTransport() noexcept(false) override
+    {
+        --living;
+    }
+
+    void setListener(std::weak_ptr<refhost::TransportListener>) override {}
+    refhost::SendResult send(const refhost::AccessUnitPtr& unit, std::size_t firstPacket,
+                             const refhost::RtpHeaderFields&) override
+    {
+        return {refhost::SendStatus::sent, unit->packets.size() - firstPacket};
+    }
+    void sendRtcp(const std::uint8_t*, std::size_t) override {}
+    void hold() override {}
+    void release() override {}
+    void close() override {}
+};
+
+/// A stream that is described and never sends.
+class SilentSource : public refhost::StreamSource
+{
+public:
+    Description describe(std::vector<SubMediaInfo>& tracks) override
+    {
+        SubMediaInfo video;
+        video.trackId = "trackID=0";
+        video.mediaType = "video";
+        video.encodingName = "H264";
+        video.payloadType = 96;
+        video.clockRate = 90000;
+        video.width = 1280;
+        video.height = 720;
+        SubMediaInfo audio;
+        audio.trackId = "trackID=1";
+        audio.mediaType = "audio";
+        audio.encodingName = "PCMU";
+        audio.payloadType = 0;
+        audio.clockRate = 8000;
+        audio.channels = 1;
+        tracks = {video, audio};
+        return Description::ready;
+    }
+    void attach(const std::string&, int, std::shared_ptr<refhost::AccessUnitSink>) override {}
+    void detach(const refhost::AccessUnitSink*) override {}
+    void acquire() override {}
+    void release() override {}
+    void requestKeyFrame() override {}
+};
+
+class OneStream : public refhost::StreamDirectory
+{
+public:
+    std::shared_ptr<refhost::StreamSource> find(int cameraId, int streamId) override
+    {
+        return cameraId == 1 && streamId == 0 ? source_ : nullptr;
+    }
+    int subscribe(std::function<void()>) override
+    {
+        return 1;
+    }
+    void unsubscribe(int) override {}
+
+private:
+    std::shared_ptr<refhost::StreamSource> source_ = std::make_shared<SilentSource>();
+};
+
+}  // namespace
+
+void HostUnderTest::prepareStreams()
+{
+    refhost::Device::setStreams(std::make_shared<OneStream>());
+}
+
+void HostUnderTest::dropStreams()
+{
+    refhost::Device::setStreams(nullptr);
+}
+
+void HostUnderTest::prepareFailingStream(int& cameraId, int& streamId)
+{
+    cameraId = 1;
+    streamId = 7;
+}
+
+SafePointer<IConnection> HostUnderTest::makeConnection()
+{
+    return SafePointer<IConnection>(new SinkTransport);
+}
+
+int HostUnderTest::livingConnections()
+{
+    return living;
+}
+
+std::chrono::microseconds HostUnderTest::now()
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now().time_since_epoch());
+}
