@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <mutex>
 
 #include "hostapi/base/OVMutex.h"
@@ -10,10 +9,12 @@
 struct OVMutex::Impl
 {
     /// Waiting longer than this is worth a line in the log; no critical section takes anywhere near as long.
-    static constexpr std::chrono::seconds patience{5};
+    static constexpr int patience = 5;  // seconds
 
-    std::timed_mutex mutex;
+    std::mutex mutex;
     /// Call site of the present holder; null and 0 while the mutex is free. Written by the holder only.
     std::atomic<const char*> file{nullptr};
     std::atomic<int> line{0};
+
+    void lockContended(const char* callersFile, int callersLine);
 };

@@ -153,7 +153,6 @@ TEST(DataConverterContract, WritesTheShortestTextThatReadsBackAsTheSameReal)
     EXPECT_EQ("0", textOf(0.0));
     EXPECT_EQ("1.5", textOf(1.5));
     EXPECT_EQ("0.1", textOf(0.1));
-    EXPECT_EQ("1700000000", textOf(1700000000.0));
     for (const double number :
          {1.0 / 3, 2.0 / 3, 1e-7, 123456789.125, 4294967295.0, -0.1, 5e-324, 1.7976931348623157e308})
     {

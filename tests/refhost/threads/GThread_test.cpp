@@ -1,0 +1,135 @@
+#include "hostapi/threads/GThread.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+
+#include <fstream>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "support/SafePointer.h"
+#include "support/function_obj.h"
+
+namespace
+{
+
+class Call : public function_obj_base<int>
+{
+public:
+    explicit Call(std::function<int()> target) : target_(std::move(target)) {}
+    int operator()() override
+    {
+        return target_();
+    }
+
+private:
+    std::function<int()> target_;
+};
+
+function<int> callOf(std::function<int()> target)
+{
+    return function<int>(new Call(std::move(target)));
+}
+
+function<int> nothing()
+{
+    return function<int>(new function_obj<int, int (*)()>(&GThread::emptyFun));
+}
+
+constexpr auto bound = std::chrono::seconds(10);
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool underSanitizer = true;
+#else
+constexpr bool underSanitizer = false;
+#endif
+
+/// Exits with 0 when start() reports that the system has no memory for a thread's stack, and works again
+/// later.
+void startWithoutMemory()
+{
+    const SafePointer<GThread> thread(new GThread(nothing(), "starved", nothing(), nothing()));
+    std::ifstream statm("/proc/self/statm");
+    rlim_t pages = 0;
+    statm >> pages;
+    rlimit before{};
+    getrlimit(RLIMIT_AS, &before);
+    const rlimit tight{pages * 4096 + (1 << 20), before.rlim_max};  // a stack is larger than what is left
+    setrlimit(RLIMIT_AS, &tight);
+    const bool refused = thread->start() == 0 && !thread->IsRunning();
+    setrlimit(RLIMIT_AS, &before);
+    const bool worksAgain = thread->start() != 0 && thread->IsRunning();
+    thread->stop();
+    std::exit(refused && worksAgain ? 0 : 1);
+}
+
+}  // namespace
+
+TEST(GThread, ShowsItsNameCutToWhatTheSystemHolds)
+{
+    std::promise<std::string> name;
+    bool told = false;
+    const SafePointer<GThread> thread(new GThread(callOf(
+                                                      [&]
+                                                      {
+                                                          char text[32] = {};
+                                                          pthread_getname_np(pthread_self(), text,
+                                                                             sizeof text);
+                                                          if (!std::exchange(told, true))
+                                                          {
+                                                              name.set_value(text);
+                                                          }
+                                                          return 0;
+                                                      }),
+                                                  "OVAudioBackDispatcherMgr", nothing(), nothing()));
+    ASSERT_NE(0, thread->start());
+    auto future = name.get_future();
+    ASSERT_EQ(std::future_status::ready, future.wait_for(bound));
+    EXPECT_EQ("OVAudioBackDisp", future.get());
+    thread->stop();
+}
+
+TEST(GThread, StartReportsThatNoThreadCouldBeMade)
+{
+    if (underSanitizer)
+    {
+        GTEST_SKIP() << "a sanitizer's shadow memory does not fit the limit";
+    }
+    GTEST_FLAG_SET(death_test_style,
+                   "threadsafe");  // a process that has no stack of an ended thread to reuse
+    EXPECT_EXIT(startWithoutMemory(), testing::ExitedWithCode(0), "");
+}
+
+TEST(GThread, LastHandleMayBeDroppedByTheBodyItself)
+{
+    std::promise<void> ended;
+    std::promise<void> dropped;
+    auto handle = std::make_shared<SafePointer<GThread>>();
+    std::weak_ptr<SafePointer<GThread>> seen = handle;
+    std::promise<void> mayDrop;
+    *handle = SafePointer<GThread>(new GThread(callOf(
+                                                   [&, own = handle]() mutable
+                                                   {
+                                                       mayDrop.get_future().wait();
+                                                       own.reset();
+                                                       dropped.set_value();
+                                                       return 0;
+                                                   }),
+                                               "self-ended", nothing(),
+                                               callOf(
+                                                   [&]
+                                                   {
+                                                       ended.set_value();
+                                                       return 0;
+                                                   })));
+    ASSERT_NE(0, (*handle)->start());
+    handle.reset();
+    mayDrop.set_value();
+    EXPECT_EQ(std::future_status::ready, dropped.get_future().wait_for(bound));
+    EXPECT_EQ(std::future_status::ready, ended.get_future().wait_for(bound));
+    EXPECT_TRUE(seen.expired());
+}
