@@ -1,0 +1,75 @@
+import os
+import pathlib
+import shutil
+import subprocess
+
+import pytest
+
+from server import DEFAULT_CONFIG, Server
+
+TRANSPORTS = ["tcp", "udp"]
+VTEST = pathlib.Path("/usr/share/doc/opencv-doc/examples/data/vtest.avi")
+
+
+def pytest_generate_tests(metafunc):
+    if "transport" in metafunc.fixturenames:
+        metafunc.parametrize("transport", TRANSPORTS)
+
+
+@pytest.fixture(scope="session")
+def build_folder():
+    """Where ovrtspd and rtsp_load of the tree under test stand."""
+    folder = pathlib.Path(os.environ["OV_BUILD_DIR"])
+    assert (folder / "ovrtspd").exists(), f"no ovrtspd in {folder}"
+    return folder
+
+
+@pytest.fixture
+def serve(build_folder, tmp_path):
+    """serve(config): one more server for this test, stopped and judged at its end."""
+    servers = []
+
+    def start(config=DEFAULT_CONFIG, **kwargs):
+        folder = tmp_path / f"server{len(servers)}"
+        servers.append(Server(build_folder / "ovrtspd", folder, config, **kwargs))
+        return servers[-1]
+
+    yield start
+    try:
+        for server in reversed(servers):
+            if server.process.poll() is None:
+                server.stop()
+    finally:
+        for server in servers:
+            server.kill()
+
+
+@pytest.fixture(scope="module")
+def server(build_folder, tmp_path_factory):
+    """A server with the embedded cameras that the tests of one file share."""
+    instance = Server(build_folder / "ovrtspd", tmp_path_factory.mktemp("server"))
+    yield instance
+    try:
+        instance.stop()
+    finally:
+        instance.kill()
+
+
+@pytest.fixture(scope="session")
+def footage(build_folder):
+    """Path of eight seconds of a real surveillance recording in H.264, made once for each build tree."""
+    path = build_folder / "e2e-footage.mp4"
+    if not path.exists():
+        source = VTEST
+        packed = VTEST.with_suffix(".avi.gz")
+        if not source.exists() and packed.exists():
+            source = build_folder / "vtest.avi"
+            with open(source, "wb") as out:
+                subprocess.run(["gzip", "-dc", packed], stdout=out, check=True)
+        partial = path.with_suffix(".partial.mp4")
+        subprocess.run(
+            ["ffmpeg", "-v", "error", "-y", "-i", source, "-an", "-frames:v", "80", "-pix_fmt", "yuv420p",
+             "-c:v", "libx264", "-preset", "fast", "-crf", "23", "-g", "10", "-bf", "0", partial],
+            check=True)
+        shutil.move(partial, path)
+    return path

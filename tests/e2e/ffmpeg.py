@@ -1,0 +1,43 @@
+"""ffmpeg and ffprobe as clients."""
+
+import dataclasses
+import json
+import subprocess
+
+
+@dataclasses.dataclass
+class Frame:
+    stream: int
+    pts: int
+    checksum: str
+
+
+def probe(url, transport, check=True):
+    """Returns the streams that ffprobe reports, by kind"""
+    run = subprocess.run(
+        ["ffprobe", "-v", "error", "-rtsp_transport", transport, "-show_streams", "-of", "json", url],
+        capture_output=True, text=True, timeout=30)
+    if not check:
+        return run
+    assert run.returncode == 0 and run.stderr == "", run.stderr
+    return {stream["codec_type"]: stream for stream in json.loads(run.stdout)["streams"]}
+
+
+def decode(source, transport=None, limits=("-t", "10"), maps=("0",), timeout=60):
+    """Decodes, and returns every decoded frame; anything that ffmpeg complains of fails the test."""
+    arguments = ["ffmpeg", "-nostdin", "-v", "error", "-xerror"]
+    if transport:
+        arguments += ["-rtsp_transport", transport]
+    arguments += ["-i", str(source)]
+    for stream in maps:
+        arguments += ["-map", stream]
+    # Passed through, a lost or doubled frame stays visible in the count.
+    arguments += [*limits, "-fps_mode:v", "passthrough", "-f", "framehash", "-hash", "md5", "-"]
+    run = subprocess.run(arguments, capture_output=True, text=True, timeout=timeout)
+    assert run.returncode == 0 and run.stderr == "", run.stderr
+    frames = []
+    for line in run.stdout.splitlines():
+        if not line.startswith("#"):
+            stream, _, pts, _, _, checksum = [field.strip() for field in line.split(",")]
+            frames.append(Frame(int(stream), int(pts), checksum))
+    return frames

@@ -1,0 +1,234 @@
+"""A small RTSP client on plain sockets, which hides nothing of what the server sends."""
+
+import dataclasses
+import re
+import select
+import socket
+import time
+
+PATIENCE = 10.0
+
+
+@dataclasses.dataclass
+class Response:
+    status: int
+    headers: dict
+    body: bytes
+    arrived: float
+
+
+@dataclasses.dataclass
+class RtpPacket:
+    track: int
+    payload_type: int
+    marker: bool
+    sequence: int
+    timestamp: int
+    ssrc: int
+    payload: bytes
+    arrived: float
+
+    @staticmethod
+    def parse(track, data):
+        assert len(data) > 12 and data[0] >> 6 == 2, f"no RTP: {data[:16].hex()}"
+        start = 12 + 4 * (data[0] & 0x0F)
+        return RtpPacket(track, data[1] & 0x7F, bool(data[1] & 0x80), int.from_bytes(data[2:4], "big"),
+                         int.from_bytes(data[4:8], "big"), int.from_bytes(data[8:12], "big"), data[start:],
+                         time.monotonic())
+
+    def nal_types(self):
+        """The H.264 NAL unit types that begin in this packet (RFC 6184)."""
+        kind = self.payload[0] & 0x1F
+        if kind == 28:
+            return [self.payload[1] & 0x1F] if self.payload[1] & 0x80 else []
+        if kind != 24:
+            return [kind]
+        types, at = [], 1
+        while at + 2 < len(self.payload):
+            types.append(self.payload[at + 2] & 0x1F)
+            at += 2 + int.from_bytes(self.payload[at:at + 2], "big")
+        return types
+
+
+@dataclasses.dataclass
+class Track:
+    url: str
+    media: str
+    ssrc: int = None
+    sockets: tuple = ()
+
+
+class RtspClient:
+    """Connects at once. Media that come while a response is awaited are kept for receive()."""
+
+    def __init__(self, url, transport="tcp"):
+        self.url = url
+        self.transport = transport
+        host, port = re.match(r"rtsp://(?:[^@/]*@)?([^:/]+):(\d+)", url).groups()
+        self.socket = socket.create_connection((host, int(port)), timeout=PATIENCE)
+        self.cseq = 0
+        self.session = None
+        self.session_header = None
+        self.content_base = None
+        self.tracks = []
+        self.rtp = []
+        self.rtcp = []
+        self._buffer = b""
+        self._responses = []
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        self.socket.close()
+        for track in self.tracks:
+            for media_socket in track.sockets:
+                media_socket.close()
+
+    def request(self, method, url=None, headers=None):
+        self.cseq += 1
+        lines = [f"{method} {url or self.content_base or self.url} RTSP/1.0", f"CSeq: {self.cseq}"]
+        if self.session and "Session" not in (headers or {}):
+            lines.append(f"Session: {self.session}")
+        lines += [f"{name}: {value}" for name, value in (headers or {}).items()]
+        self.socket.sendall(("\r\n".join(lines) + "\r\n\r\n").encode())
+        end = time.monotonic() + PATIENCE
+        while not self._responses:
+            self._receive_once(end, f"no answer to {method}")
+        response = self._responses.pop(0)
+        assert response.headers.get("cseq") == str(self.cseq)
+        return response
+
+    def describe(self):
+        response = self.request("DESCRIBE", headers={"Accept": "application/sdp"})
+        assert response.status == 200, response
+        self.content_base = response.headers.get("content-base", self.url)
+        base = self.content_base if self.content_base.endswith("/") else self.content_base + "/"
+        text = response.body.decode()
+        for section in re.split(r"^m=", text, flags=re.M)[1:]:
+            control = re.search(r"a=control:(\S+)", section).group(1)
+            self.tracks.append(Track(control if control.startswith("rtsp:") else base + control,
+                                     section.split(" ", 1)[0]))
+        return text
+
+    def setup_all(self):
+        for index, track in enumerate(self.tracks):
+            if self.transport == "tcp":
+                wanted = f"RTP/AVP/TCP;unicast;interleaved={2 * index}-{2 * index + 1}"
+            else:
+                track.sockets = _udp_pair()
+                port = track.sockets[0].getsockname()[1]
+                wanted = f"RTP/AVP;unicast;client_port={port}-{port + 1}"
+            response = self.request("SETUP", track.url, {"Transport": wanted})
+            assert response.status == 200, response
+            self.session_header = response.headers["session"]
+            self.session = self.session_header.split(";")[0]
+            ssrc = re.search(r"ssrc=([0-9A-Fa-f]{8})", response.headers["transport"])
+            track.ssrc = int(ssrc.group(1), 16)
+
+    def play(self):
+        """Returns {track index: (sequence, rtptime)} of the RTP-Info header"""
+        response = self.request("PLAY", headers={"Range": "npt=0.000-"})
+        assert response.status == 200, response
+        info = {}
+        for item in response.headers["rtp-info"].split(","):
+            fields = dict(field.split("=", 1) for field in item.strip().split(";"))
+            index = next(i for i, track in enumerate(self.tracks) if track.url == fields["url"])
+            info[index] = (int(fields["seq"]), int(fields["rtptime"]))
+        return info
+
+    def open(self):
+        """DESCRIBE, SETUP of every track and PLAY."""
+        self.describe()
+        self.setup_all()
+        return self.play()
+
+    def video(self):
+        return next(i for i, track in enumerate(self.tracks) if track.media == "video")
+
+    def packets(self, track):
+        return [packet for packet in self.rtp if packet.track == track]
+
+    def receive(self, until, what):
+        """Receives media until `until()` is true."""
+        end = time.monotonic() + PATIENCE
+        while not until():
+            self._receive_once(end, what)
+
+    def receive_for(self, seconds):
+        end = time.monotonic() + seconds
+        while time.monotonic() < end:
+            self._receive_once(end, None)
+
+    def _receive_once(self, end, what):
+        media = {s: (i, rtcp) for i, t in enumerate(self.tracks) for rtcp, s in enumerate(t.sockets)}
+        remaining = end - time.monotonic()
+        ready = select.select([self.socket, *media], [], [], max(0, remaining))[0]
+        assert ready or what is None, what
+        for source in ready:
+            if source is self.socket:
+                data = source.recv(1 << 18)
+                if not data:
+                    raise ConnectionError("the server closed the connection")
+                self._buffer += data
+                self._cut()
+            else:
+                index, rtcp = media[source]
+                self._media(index, rtcp, source.recv(65536))
+
+    def _cut(self):
+        while self._buffer:
+            if self._buffer[:1] == b"$":
+                if len(self._buffer) < 4:
+                    return
+                size = int.from_bytes(self._buffer[2:4], "big")
+                if len(self._buffer) < 4 + size:
+                    return
+                self._media(self._buffer[1] // 2, self._buffer[1] % 2, self._buffer[4:4 + size])
+                self._buffer = self._buffer[4 + size:]
+                continue
+            head, separator, rest = self._buffer.partition(b"\r\n\r\n")
+            if not separator:
+                return
+            lines = head.decode().split("\r\n")
+            headers = {name.strip().lower(): value.strip()
+                       for name, value in (line.split(":", 1) for line in lines[1:])}
+            size = int(headers.get("content-length", 0))
+            if len(rest) < size:
+                return
+            self._responses.append(Response(int(lines[0].split(" ")[1]), headers, rest[:size], time.monotonic()))
+            self._buffer = rest[size:]
+
+    def _media(self, track, rtcp, data):
+        if rtcp:
+            self.rtcp.append((track, data))
+        else:
+            self.rtp.append(RtpPacket.parse(track, data))
+
+
+def _udp_pair():
+    for _ in range(200):
+        first = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        second = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        for media_socket in (first, second):
+            media_socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 << 20)
+        try:
+            first.bind(("127.0.0.1", 0))
+            port = first.getsockname()[1]
+            if port % 2 == 0:
+                second.bind(("127.0.0.1", port + 1))
+                return first, second
+        except OSError:
+            pass
+        first.close()
+        second.close()
+    raise AssertionError("no free pair of UDP ports")
+
+
+def assert_no_gap(packets):
+    """Every sequence number is one more than the one before, as 16-bit numbers."""
+    for before, after in zip(packets, packets[1:]):
+        assert (after.sequence - before.sequence) & 0xFFFF == 1, f"{before.sequence} then {after.sequence}"

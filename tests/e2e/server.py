@@ -1,0 +1,128 @@
+"""A running ovrtspd for a test: started with a configuration of its own, ended and judged at the end."""
+
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import time
+
+START_SECONDS = 20
+STOP_SECONDS = 1.0
+
+# Port 0 lets the system choose, so that several servers run side by side.
+DEFAULT_CONFIG = """
+port = 0
+log-level = "debug"
+"""
+
+
+class Server:
+    """One ovrtspd process. Its output goes to files in `folder`."""
+
+    def __init__(self, binary, folder, config=DEFAULT_CONFIG, arguments=()):
+        self.folder = pathlib.Path(folder)
+        self.folder.mkdir(parents=True, exist_ok=True)
+        self.config_path = self.folder / "ovrtspd.toml"
+        self.config_path.write_text(config)
+        self.output_path = self.folder / "stdout.txt"
+        self.log_path = self.folder / "log.txt"
+        self.allowed_problems = []
+        with open(self.output_path, "wb") as output, open(self.log_path, "wb") as log:
+            self.process = subprocess.Popen(
+                [binary, "--config", str(self.config_path), *arguments],
+                stdin=subprocess.DEVNULL, stdout=output, stderr=log)
+        self.address, self.port = self._wait_until_ready()
+
+    def _wait_until_ready(self):
+        """It prints the URLs that it serves as soon as it listens."""
+        end = time.monotonic() + START_SECONDS
+        while time.monotonic() < end:
+            found = re.search(r"rtsp://([0-9.]+):(\d+)/\S*\n", self.output())
+            if found:
+                return found.group(1), int(found.group(2))
+            if self.process.poll() is not None:
+                break
+            time.sleep(0.02)
+        self.kill()
+        raise AssertionError(f"ovrtspd did not start:\n{self.output()}{self.log()}")
+
+    @property
+    def pid(self):
+        return self.process.pid
+
+    def url(self, camera=1, stream=0, credentials=""):
+        at = credentials + "@" if credentials else ""
+        return f"rtsp://{at}{self.address}:{self.port}/orv/live/{camera}/{stream}"
+
+    def output(self):
+        return self.output_path.read_text(errors="replace")
+
+    def log(self):
+        return self.log_path.read_text(errors="replace")
+
+    def allow_problem(self, pattern):
+        """Warnings and errors of the log that match the regular expression are what the test provoked."""
+        self.allowed_problems.append(re.compile(pattern))
+
+    def problems(self):
+        """The log's warnings and errors that the test did not provoke."""
+        found = [line for line in self.log().splitlines() if re.search(r"\b(warning|error|critical)\b", line, re.I)]
+        return [line for line in found if not any(allowed.search(line) for allowed in self.allowed_problems)]
+
+    def connections(self):
+        """How many TCP connections the process has open, as the system counts them."""
+        return len(self._socket_inodes() & _established_inodes())
+
+    def sessions(self):
+        """How many sessions the server has, by the last line of its log that tells."""
+        told = re.findall(r"\bsessions: (\d+)", self.log())
+        assert told, "the log tells of sessions"
+        return int(told[-1])
+
+    def _socket_inodes(self):
+        inodes = set()
+        for entry in pathlib.Path(f"/proc/{self.pid}/fd").iterdir():
+            try:
+                found = re.match(r"socket:\[(\d+)\]", os.readlink(entry))
+            except FileNotFoundError:
+                continue
+            if found:
+                inodes.add(found.group(1))
+        return inodes
+
+    def stop(self):
+        """Ends the server as Ctrl-C does, and asserts that it ends cleanly within a second."""
+        begin = time.monotonic()
+        self.process.send_signal(signal.SIGINT)
+        try:
+            code = self.process.wait(timeout=10)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise AssertionError(f"ovrtspd did not end:\n{self.log()[-4000:]}") from None
+        seconds = time.monotonic() - begin
+        assert code == 0, f"exit code {code}:\n{self.log()[-4000:]}"
+        assert seconds < STOP_SECONDS, f"took {seconds:.2f} s to end"
+        assert self.problems() == []
+
+    def kill(self):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+
+
+def _established_inodes():
+    inodes = set()
+    for line in pathlib.Path("/proc/net/tcp").read_text().splitlines()[1:]:
+        fields = line.split()
+        if fields[3] == "01":
+            inodes.add(fields[9])
+    return inodes
+
+
+def wait_until(condition, seconds, what):
+    """Waits until `condition()` is true; the bound is generous, as only a failure takes so long."""
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end, f"not within {seconds} s: {what}"
+        time.sleep(0.05)

@@ -1,0 +1,25 @@
+import re
+import subprocess
+
+FRAMES = 75
+
+
+def test_rtspsrc_plays_both_tracks(server, transport):
+    # Over TCP the end of one sink ends the source, over UDP each has to end by itself.
+    sound_end = ["num-buffers=20"] if transport == "udp" else []
+    run = subprocess.run(
+        ["gst-launch-1.0", "-v", "rtspsrc", f"location={server.url()}", f"protocols={transport}", "latency=200",
+         "name=source",
+         "source.", "!", "application/x-rtp,media=video", "!", "rtph264depay", "!", "avdec_h264", "!",
+         "fakesink", "name=pictures", "silent=false", "sync=false", f"num-buffers={FRAMES}",
+         "source.", "!", "application/x-rtp,media=audio", "!", "rtppcmudepay", "!", "mulawdec", "!",
+         "fakesink", "name=sound", "silent=false", "sync=false",
+         *sound_end],
+        capture_output=True, text=True, timeout=40)
+    assert run.returncode == 0, run.stdout[-2000:] + run.stderr
+    assert "ERROR" not in run.stdout + run.stderr
+    assert re.search(r"GstFakeSink:pictures.*caps = video/x-raw.*width=\(int\)1280, height=\(int\)720", run.stdout)
+    for sink, least in (("pictures", FRAMES), ("sound", 20)):
+        times = re.findall(rf"GstFakeSink:{sink}: last-message = chain .*? pts: (\d+:\d\d:\d\d\.\d+)", run.stdout)
+        assert len(times) >= least
+        assert all(a < b for a, b in zip(times, times[1:])), "timestamps increase"

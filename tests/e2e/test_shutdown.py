@@ -1,0 +1,50 @@
+import signal
+import subprocess
+import time
+
+from rtsp_client import RtspClient
+from server import wait_until
+
+
+def test_ctrl_c_with_clients_connected(serve):
+    server = serve()
+    players = [
+        subprocess.Popen(["ffmpeg", "-nostdin", "-v", "error", "-rtsp_transport", transport, "-i", server.url(), "-f", "null", "-"],
+                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        for transport in ("tcp", "udp")]
+    try:
+        with RtspClient(server.url(), "udp") as client:
+            client.open()
+            client.receive(lambda: len(client.rtp) > 50, "media")
+            wait_until(lambda: server.connections() == 3, 15, "all clients are connected")
+            server.stop()
+    finally:
+        for player in players:
+            player.kill()
+            player.wait()
+
+
+def test_sigterm_ends_it_as_well(serve):
+    server = serve()
+    begin = time.monotonic()
+    server.process.send_signal(signal.SIGTERM)
+    assert server.process.wait(timeout=10) == 0
+    assert time.monotonic() - begin < 1
+
+
+def test_port_can_be_taken_again_at_once(serve):
+    first = serve()
+    port = first.port
+    with RtspClient(first.url()) as client:
+        client.open()
+        first.stop()
+        second = serve(f"port = {port}\n")
+    assert second.port == port
+
+
+def test_taken_port_is_told(serve, build_folder, tmp_path):
+    server = serve()
+    run = subprocess.run([build_folder / "ovrtspd", "--port", str(server.port)], capture_output=True, text=True,
+                         timeout=20)
+    assert run.returncode == 1
+    assert str(server.port) in run.stderr

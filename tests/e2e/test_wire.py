@@ -1,0 +1,76 @@
+import pytest
+
+from rtsp_client import RtspClient
+from wire import Capture
+
+CONFIG = """
+port = 0
+log-level = "debug"
+segmentation-offload = false
+"""
+
+
+@pytest.fixture
+def session(serve, tmp_path, transport):
+    """A whole session of some seconds, captured; (capture, client, RTP-Info)."""
+    server = serve(CONFIG)
+    with RtspClient(server.url(), transport) as client:
+        client.describe()
+        with Capture(tmp_path, server.port, with_udp=transport == "udp") as capture:
+            client.setup_all()
+            info = client.play()
+            client.receive_for(7)
+            assert client.request("TEARDOWN").status == 200
+            client.receive_for(0.5)
+        yield capture, client, info
+
+
+def numbers(values, base=10):
+    return [int(value, 0) if value.startswith("0x") else int(value, base) for value in values]
+
+
+def test_session_on_the_wire(session, transport):
+    capture, client, info = session
+    check_rtp(capture, client, info)
+    check_sender_reports(capture, client)
+    assert capture.dissect("_ws.malformed && (rtp || rtcp || rtsp)", "frame.number") == []
+
+
+def check_rtp(capture, client, info):
+    packets = {track.ssrc: [] for track in client.tracks}
+    for frame in capture.dissect("rtp", "rtp.ssrc", "rtp.seq", "rtp.timestamp", "rtp.p_type", "frame.number"):
+        for ssrc, sequence, timestamp in zip(*(numbers(frame[f"rtp.{name}"]) for name in ("ssrc", "seq", "timestamp"))):
+            assert ssrc in packets, "every SSRC is one that SETUP told"
+            packets[ssrc].append((sequence, timestamp))
+    for index, track in enumerate(client.tracks):
+        sent = packets[track.ssrc]
+        assert len(sent) > 100
+        assert sent[0] == info[index], "the first packet is the one that RTP-Info names"
+        assert all((b[0] - a[0]) & 0xFFFF == 1 for a, b in zip(sent, sent[1:])), "no sequence number is missing"
+        assert all((b[1] - a[1]) & 0xFFFFFFFF < 1 << 31 for a, b in zip(sent, sent[1:])), "timestamps do not go back"
+    answer = capture.dissect('rtsp.response && rtsp contains "RTP-Info"', "frame.number")
+    first = capture.dissect("rtp", "frame.number")[0]
+    assert len(answer) == 1
+    assert int(answer[0]["frame.number"][0]) <= int(first["frame.number"][0]), "the answer to PLAY goes first"
+
+
+def check_sender_reports(capture, client):
+    reports, names, byes = {}, set(), set()
+    fields = ("rtcp.pt", "rtcp.senderssrc", "rtcp.sender.packetcount", "rtcp.sdes.text", "rtcp.length_check")
+    for frame in capture.dissect("rtcp", *fields):
+        assert set(frame.get("rtcp.length_check", ["1"])) <= {"1", "True"}
+        kinds = numbers(frame["rtcp.pt"])
+        assert kinds[0] in (200, 201), "a compound packet begins with a report"
+        if kinds[0] == 200:
+            assert 202 in kinds, "and describes its source"
+            ssrc = numbers(frame["rtcp.senderssrc"])[0]
+            reports.setdefault(ssrc, []).append(numbers(frame["rtcp.sender.packetcount"])[0])
+            names.update(frame["rtcp.sdes.text"])
+            if 203 in kinds:
+                byes.add(ssrc)
+    for track in client.tracks:
+        counts = reports[track.ssrc]
+        assert len(counts) >= 2, "reports come at once and every five seconds"
+        assert counts == sorted(counts) and counts[-1] > counts[0]
+    assert len(names) == 1, "one CNAME for all tracks of a session"
+    assert byes == {track.ssrc for track in client.tracks}

@@ -1,0 +1,47 @@
+"""tshark as the judge of what is on the wire."""
+
+import json
+import subprocess
+import time
+
+from server import wait_until
+
+
+class Capture:
+    """Captures the loopback interface while the `with` block runs.
+
+    Usable only where segmentation offload is off in the server: otherwise one captured frame holds several
+    packets.
+    """
+
+    def __init__(self, folder, rtsp_port, with_udp):
+        self.path = folder / "capture.pcapng"
+        self.rtsp_port = rtsp_port
+        ports = f"tcp port {rtsp_port}" + (" or udp" if with_udp else "")
+        self.messages = folder / "tshark.txt"
+        with open(self.messages, "wb") as out:
+            self.process = subprocess.Popen(
+                ["tshark", "-i", "lo", "-f", ports, "-B", "64", "-w", str(self.path)],
+                stdin=subprocess.DEVNULL, stdout=out, stderr=out)
+
+    def __enter__(self):
+        wait_until(lambda: "Capture started" in self.messages.read_text(errors="replace"), 15, "tshark captures")
+        return self
+
+    def __exit__(self, *_):
+        # What was sent last is still on its way through the kernel's buffer to the file.
+        size = -1
+        while size != self.path.stat().st_size:
+            size = self.path.stat().st_size
+            time.sleep(0.5)
+        self.process.terminate()
+        self.process.wait(timeout=10)
+
+    def dissect(self, display_filter, *fields):
+        """Returns one dictionary a packet: field → list of values."""
+        arguments = ["tshark", "-r", str(self.path), "-d", f"tcp.port=={self.rtsp_port},rtsp",
+                     "-Y", display_filter, "-T", "json"]
+        for field in fields:
+            arguments += ["-e", field]
+        run = subprocess.run(arguments, capture_output=True, text=True, timeout=60, check=True)
+        return [packet["_source"]["layers"] for packet in json.loads(run.stdout)]
