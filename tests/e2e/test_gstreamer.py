@@ -22,4 +22,4 @@ def test_rtspsrc_plays_both_tracks(server, transport):
     for sink, least in (("pictures", FRAMES), ("sound", 20)):
         times = re.findall(rf"GstFakeSink:{sink}: last-message = chain .*? pts: (\d+:\d\d:\d\d\.\d+)", run.stdout)
         assert len(times) >= least
-        assert all(a < b for a, b in zip(times, times[1:])), "timestamps increase"
+        assert all(a < b for a, b in zip(times, times[1:])), f"timestamps increase: {times}"
