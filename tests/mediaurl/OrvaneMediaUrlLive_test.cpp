@@ -52,7 +52,6 @@ const LiveCase liveCases[] = {
     {"CameraOutOfRange", "orv/live/2147483648/0", -8, 0, 0},
     {"StreamOutOfRange", "orv/live/1/99999999999999999999", -8, 0, 0},
     {"TwoSlashesBehindCamera", "orv/live/1//0", -8, 0, 0},
-    {"OnlyTheKeyOfAnother", "orv/live", -8, 0, 0},
 };
 
 }  // namespace

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "mediaurl/IMediaUrl.h"
+#include "mediaurl/IMediaUrlFactory.h"
+
+/// A codec of another maker: "IMediaUrl::parseMediaUrl" can be scripted; it finds camera 5, stream 6 of
+/// device "parsed", whatever the text.
+class ScriptedCodec : public IMediaUrl
+{
+public:
+    static constexpr int ownType = 42;
+
+    int parseMediaUrl(const std::string& url) override;
+    /// "canonical <device> <camera> <stream>".
+    std::string toMediaUrl() override;
+    int parseMulticastMediaUrl(const std::string& url) override;
+    std::string toMulticastMediaUrl() override;
+    int parsePlaybackMediaUrl(const std::string& url) override;
+    std::string toPlayBackMediaUrl() override;
+    int getThirdPlatType() override;
+};
+
+/// Makes scripted codecs; "IMediaUrlFactory::createMediaUrl" can be scripted.
+class ScriptedCodecFactory : public IMediaUrlFactory
+{
+public:
+    /// \param onCreate  called at the begin of each createMediaUrl()
+    explicit ScriptedCodecFactory(std::function<void()> onCreate = nullptr);
+    ~ScriptedCodecFactory() noexcept(false) override;
+    int createMediaUrl(SafePointer<IMediaUrl>& codec) override;
+
+private:
+    std::function<void()> onCreate_;
+};
