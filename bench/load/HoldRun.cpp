@@ -1,6 +1,7 @@
 #include "bench/load/HoldRun.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "bench/load/ProcessMeter.h"
 
@@ -8,6 +9,21 @@ namespace rtspload
 {
 namespace
 {
+
+/// Faults that differ only in their numbers are counted as one.
+std::string withoutNumbers(const std::string& text)
+{
+    std::string kind;
+    for (const char c : text)
+    {
+        const bool digit = c >= '0' && c <= '9';
+        if (!digit || kind.empty() || kind.back() != '#')
+        {
+            kind += digit ? '#' : c;
+        }
+    }
+    return kind;
+}
 
 constexpr std::int64_t second = 1'000'000'000;
 constexpr std::int64_t keepAliveInterval = 20 * second;
@@ -17,6 +33,9 @@ constexpr std::size_t openedAtATime = 32;
 /// A sender report is due within this time of a viewer's start (RFC 3550 section 6.2: five seconds, and up to
 /// half as much again).
 constexpr double senderReportSeconds = 7.5;
+
+/// Kind of fault → an example, and how many viewers have it.
+using FaultCounts = std::map<std::string, std::pair<std::string, int>>;
 
 }  // namespace
 
@@ -53,13 +72,15 @@ bool HoldRun::run(Report& report)
     // What was cached of the picture group has been sent by then, so that only the steady state is measured.
     receiveFor(1);
     const ProcessUse before = use();
+    const std::uint64_t packetsBefore = packetsOfAll();
     receiveFor(options_.seconds);
     const ProcessUse after = use();
+    const std::uint64_t packetsMeasured = packetsOfAll() - packetsBefore;
 
     const bool reportDue = options_.seconds + 1 >= senderReportSeconds;
     std::uint64_t packets = 0;
     std::uint64_t lost = 0;
-    std::map<std::string, int> faults;
+    FaultCounts faults;
     std::size_t faulty = 0;
     for (const auto& session : sessions_)
     {
@@ -77,7 +98,8 @@ bool HoldRun::run(Report& report)
         if (!text.empty())
         {
             ++faulty;
-            ++faults[(session->transport() == Transport::tcp ? "TCP: " : "UDP: ") + text];
+            text.insert(0, session->transport() == Transport::tcp ? "TCP: " : "UDP: ");
+            ++faults.emplace(withoutNumbers(text), std::make_pair(text, 0)).first->second.second;
         }
     }
     endAll();
@@ -90,6 +112,12 @@ bool HoldRun::run(Report& report)
     report.add("with_faults", static_cast<std::int64_t>(faulty));
     report.add("packets", static_cast<std::int64_t>(packets));
     report.add("packets_lost", static_cast<std::int64_t>(lost));
+    if (playing_ > 0)
+    {
+        report.add("packets_per_viewer_second",
+                   static_cast<double>(packetsMeasured) / options_.seconds / static_cast<double>(playing_),
+                   1);
+    }
     report.add("open_seconds", openSeconds, 2);
     report.add("play_to_first_packet", firstPacket_);
     report.add("play_to_key_frame", keyFrame_);
@@ -107,12 +135,13 @@ bool HoldRun::run(Report& report)
                        static_cast<double>(after.residentBytes - one.residentBytes) / 1024 / more, 2);
         }
     }
-    for (const auto& list : {reasons_, faults})
+    for (const auto& [why, count] : reasons_)
     {
-        for (const auto& [why, count] : list)
-        {
-            report.add("fault", std::to_string(count) + " times " + why);
-        }
+        report.add("fault", std::to_string(count) + " times " + why);
+    }
+    for (const auto& [kind, fault] : faults)
+    {
+        report.add("fault", std::to_string(fault.second) + " times such as " + fault.first);
     }
     const bool allEnded = ended_ == playing_;
     if (!allEnded)
@@ -158,6 +187,16 @@ void HoldRun::receiveFor(double seconds)
         }
         poller_.wait(static_cast<int>(std::min<std::int64_t>(100, (end - now) / 1'000'000 + 1)));
     }
+}
+
+std::uint64_t HoldRun::packetsOfAll() const
+{
+    std::uint64_t packets = 0;
+    for (const auto& session : sessions_)
+    {
+        packets += session->packets();
+    }
+    return packets;
 }
 
 void HoldRun::endAll()

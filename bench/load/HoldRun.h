@@ -32,6 +32,7 @@ private:
     void openUpTo(std::size_t count);
     void receiveFor(double seconds);
     void endAll();
+    std::uint64_t packetsOfAll() const;
     std::size_t settled() const
     {
         return playing_ + failed_;
