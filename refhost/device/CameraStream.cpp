@@ -178,7 +178,7 @@ void CameraStream::start()
     events.described = [this, run] { queue_.post([this, run] { onDescribed(run, false); }); };
     events.ended = [this, run](const std::string& why)
     { queue_.post([this, run, why] { onEnded(run, why); }); };
-    pipeline_ = std::make_unique<StreamPipeline>(config_, title_, std::move(events));
+    pipeline_ = std::make_unique<StreamPipeline>(config_, title_, failures_, std::move(events));
     std::string error;
     if (!pipeline_->start(usedTaps(), error))
     {
@@ -285,6 +285,7 @@ void CameraStream::fail(const std::string& why)
             failedAt_ = Clock::now();
         }
     }
+    ++failures_;
     if (viewers)
     {
         scheduleRestart();
@@ -318,8 +319,7 @@ void CameraStream::scheduleStop()
 void CameraStream::scheduleRestart()
 {
     const std::size_t last = options_.restartPauses.size() - 1;
-    const std::chrono::milliseconds pause = options_.restartPauses[std::min(failures_, last)];
-    ++failures_;
+    const std::chrono::milliseconds pause = options_.restartPauses[std::min(failures_ - 1, last)];
     restartScheduled_ = true;
     const std::uint64_t run = run_;
     const auto restart = [this, run]

@@ -1,20 +1,32 @@
 #include "refhost/device/MediaSource.h"
 
+#include "refhost/device/CaptureSource.h"
+#include "refhost/device/FileSource.h"
+#include "refhost/device/LaunchSource.h"
+#include "refhost/device/RtspSource.h"
 #include "refhost/device/SyntheticSource.h"
 
 namespace refhost
 {
 
 std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const std::string& title,
-                                               MediaSink& sink)
+                                               std::size_t attempt, MediaSink& sink)
 {
     switch (config.source.kind)
     {
         case SourceConfig::Kind::synthetic:
             return std::make_unique<SyntheticSource>(config, title, sink);
-        default:
-            return nullptr;
+        case SourceConfig::Kind::file:
+            return std::make_unique<FileSource>(config, sink);
+        case SourceConfig::Kind::v4l2:
+            return std::make_unique<CaptureSource>(config, sink);
+        case SourceConfig::Kind::rtsp:
+            return std::make_unique<RtspSource>(
+                config, attempt % 2 == 0 ? RtspSource::Transport::tcp : RtspSource::Transport::udp, sink);
+        case SourceConfig::Kind::launch:
+            return std::make_unique<LaunchSource>(config, sink);
     }
+    return nullptr;
 }
 
 GstElement* makeBin(const std::string& line, std::string& error)

@@ -43,9 +43,12 @@ public:
     /// The pipeline is about to stop: nothing of the source may wait any more.
     virtual void stop() {}
 
-    /// \param sink  outlives the source
+    /// \param title    for the synthetic camera's picture
+    /// \param attempt  how many starts in a row failed before; a source that can be had in several ways tries
+    ///                 another one then
+    /// \param sink     outlives the source
     static std::unique_ptr<MediaSource> make(const StreamConfig& config, const std::string& title,
-                                             MediaSink& sink);
+                                             std::size_t attempt, MediaSink& sink);
 };
 
 /// Makes one bin of a launch line, with its unlinked pads as the bin's.

@@ -8,8 +8,9 @@
 namespace refhost
 {
 
-StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& title, Events events)
-    : config_(config), events_(std::move(events)), source_(MediaSource::make(config, title, *this))
+StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& title, std::size_t attempt,
+                               Events events)
+    : config_(config), events_(std::move(events)), source_(MediaSource::make(config, title, attempt, *this))
 {
 }
 
@@ -27,16 +28,14 @@ StreamPipeline::~StreamPipeline()
 
 bool StreamPipeline::start(const Taps& taps, std::string& error)
 {
-    if (!source_)
-    {
-        error = "this kind of source is not built in";
-        return false;
-    }
     taps_ = taps;
     pipeline_.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
     // The monotonic clock for every source, so that one offset turns its time into the wall clock's.
     const GstObjectPtr<GstClock> clock(gst_system_clock_obtain());
     gst_pipeline_use_clock(GST_PIPELINE(pipeline_.get()), clock.get());
+    // Fixed now, not with the first data: sources place their media on the running time before it plays.
+    gst_element_set_start_time(pipeline_.get(), GST_CLOCK_TIME_NONE);
+    gst_element_set_base_time(pipeline_.get(), gst_clock_get_time(clock.get()));
     clockOffsetNs_ = g_get_real_time() * 1000 - static_cast<std::int64_t>(gst_clock_get_time(clock.get()));
     const GstObjectPtr<GstBus> bus(gst_element_get_bus(pipeline_.get()));
     gst_bus_set_sync_handler(bus.get(), &StreamPipeline::onMessage, this, nullptr);

@@ -37,7 +37,8 @@ public:
     using Taps = std::map<std::pair<std::string, int>, std::shared_ptr<PacketTap>>;
 
     /// \param title  burnt into the synthetic camera's picture
-    StreamPipeline(const StreamConfig& config, const std::string& title, Events events);
+    /// \param attempt  how many starts in a row failed before
+    StreamPipeline(const StreamConfig& config, const std::string& title, std::size_t attempt, Events events);
     /// Stops; no event is called and nothing is delivered after the return.
     ~StreamPipeline() override;
 

@@ -1,0 +1,128 @@
+#include "hostapi/description/MediaInfoTool.h"
+
+#include <gtest/gtest.h>
+
+#include "refhost/base/HostStatus.h"
+#include "refhost/device/Device.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// Says what it is told to.
+class FakeStream : public StreamSource
+{
+public:
+    Description describe(std::vector<SubMediaInfo>& out) override
+    {
+        if (description == Description::ready)
+        {
+            out = tracks;
+        }
+        return description;
+    }
+    void attach(const std::string&, int, std::shared_ptr<AccessUnitSink>) override {}
+    void detach(const AccessUnitSink*) override {}
+    void acquire() override {}
+    void release() override {}
+    void requestKeyFrame() override {}
+
+    Description description = Description::ready;
+    std::vector<SubMediaInfo> tracks;
+};
+
+class FakeDirectory : public StreamDirectory
+{
+public:
+    std::shared_ptr<StreamSource> find(int cameraId, int streamId) override
+    {
+        return cameraId == 3 && streamId == 1 ? stream : nullptr;
+    }
+    int subscribe(std::function<void()>) override
+    {
+        return 0;
+    }
+    void unsubscribe(int) override {}
+
+    std::shared_ptr<FakeStream> stream = std::make_shared<FakeStream>();
+};
+
+class MediaInfoToolTest : public testing::Test
+{
+protected:
+    MediaInfoToolTest()
+    {
+        SubMediaInfo track;
+        track.trackId = "trackID=0";
+        directory->stream->tracks.push_back(track);
+        track.trackId = "trackID=1";
+        directory->stream->tracks.push_back(track);
+        Device::setStreams(directory);
+        out.mediaUrl = "before";
+    }
+
+    ~MediaInfoToolTest() override
+    {
+        Device::setStreams(nullptr);
+    }
+
+    int create(int camera, int stream)
+    {
+        MediaInfoTool tool;
+        tool.setDeviceInfoEx(DeviceInfoEx());
+        tool.setDeviceExAbility(DeviceExAbility());
+        tool.setMediaUrl("orv/live/3/1");
+        tool.setThirdPlatType(1);
+        return tool.createMediaInfo(camera, stream, out, true);
+    }
+
+    std::shared_ptr<FakeDirectory> directory = std::make_shared<FakeDirectory>();
+    MediaInfo out;
+};
+
+TEST_F(MediaInfoToolTest, ReadyStreamIsDescribedWithItsTracksInOrder)
+{
+    ASSERT_EQ(create(3, 1), 0);
+    EXPECT_EQ(out.mediaUrl, "orv/live/3/1");
+    ASSERT_EQ(out.getAllSubMediaInfo().size(), 2U);
+    EXPECT_EQ(out.getAllSubMediaInfo()[0].trackId, "trackID=0");
+    EXPECT_EQ(out.getAllSubMediaInfo()[1].trackId, "trackID=1");
+}
+
+TEST_F(MediaInfoToolTest, DescriptionReplacesWhatWasThereBefore)
+{
+    ASSERT_EQ(create(3, 1), 0);
+    ASSERT_EQ(create(3, 1), 0);
+    EXPECT_EQ(out.getAllSubMediaInfo().size(), 2U);
+}
+
+TEST_F(MediaInfoToolTest, UnknownStreamIsToldAndLeavesTheDescription)
+{
+    EXPECT_EQ(create(3, 2), hostStreamUnknown);
+    EXPECT_EQ(create(-1, 1), hostStreamUnknown);
+    EXPECT_EQ(out.mediaUrl, "before");
+}
+
+TEST_F(MediaInfoToolTest, StreamThatIsStartingIsNotReady)
+{
+    directory->stream->description = StreamSource::Description::starting;
+    EXPECT_EQ(create(3, 1), hostStreamNotReady);
+    EXPECT_EQ(out.mediaUrl, "before");
+}
+
+TEST_F(MediaInfoToolTest, FailedStreamIsTold)
+{
+    directory->stream->description = StreamSource::Description::failed;
+    EXPECT_EQ(create(3, 1), hostStreamFailed);
+    EXPECT_EQ(out.mediaUrl, "before");
+}
+
+TEST_F(MediaInfoToolTest, HostWithoutStreamsKnowsNone)
+{
+    Device::setStreams(nullptr);
+    EXPECT_EQ(create(3, 1), hostStreamUnknown);
+}
+
+}  // namespace
+}  // namespace refhost
