@@ -12,7 +12,8 @@ namespace refhost
 ///
 /// The packets stand back to back, each with four bytes of room in front, so that the same layout serves a
 /// gathered TCP write ('$', channel, length, packet, …) and a segmented UDP message (packet, packet, …).
-/// SSRC, sequence number and payload type in the stored RTP headers are the payloader's; senders write their own.
+/// SSRC, sequence number and payload type in the stored RTP headers are the payloader's; senders write their
+/// own.
 struct AccessUnit
 {
     /// Bytes in front of every packet that are reserved for the interleaved framing.

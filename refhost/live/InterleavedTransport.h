@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "refhost/live/RtpTransport.h"
+#include "refhost/live/GatedTransport.h"
 
 namespace refhost
 {
@@ -19,12 +19,15 @@ public:
     /// \returns `sent`, `congested` while bytes of an earlier write still wait for the client, or `closed`
     virtual SendStatus writeFrames(const std::uint8_t* data, std::size_t size) = 0;
 
-    /// Has onTransportReady() of `listener` called once, when the writer takes frames again.
+    /// Has onTransportReady() of `listener` called once, when the writer takes frames again: soon, if it does
+    /// so already. Never called from inside this call or with a lock of the writer held.
     virtual void notifyWhenWritable(std::weak_ptr<TransportListener> listener) = 0;
 };
 
 /// RTP and RTCP of one track inside an RTSP connection (RFC 2326, section 10.12). Transport kind 1.
-class InterleavedTransport : public RtpTransport
+///
+/// An access unit travels in one write, whole or not at all.
+class InterleavedTransport : public GatedTransport
 {
 public:
     /// \param writer       the connection; kept weakly, a gone one counts as closed
@@ -34,19 +37,22 @@ public:
                          std::shared_ptr<SessionLiveness> liveness);
     ~InterleavedTransport() noexcept(false) override;
 
-    void setListener(std::weak_ptr<TransportListener> listener) override;
-    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header) override;
-    void sendRtcp(const std::uint8_t* data, std::size_t size) override;
-    void hold() override;
-    void release() override;
-    void close() override;
+    unsigned catchUpUnits() const override
+    {
+        return 0;
+    }
 
     /// The connection read a frame of the RTCP channel. On the connection's thread.
     void receivedRtcp(const std::uint8_t* data, std::size_t size);
 
 private:
-    struct Impl;
-    std::unique_ptr<Impl> impl_;
+    SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
+                        const RtpHeaderFields& header) override;
+    void transmitRtcp(const std::uint8_t* data, std::size_t size) override;
+
+    const std::weak_ptr<FrameWriter> writer_;
+    const std::uint8_t rtpChannel_;
+    const std::uint8_t rtcpChannel_;
 };
 
 }  // namespace refhost

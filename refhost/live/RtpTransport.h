@@ -34,8 +34,8 @@ private:
 struct RtpHeaderFields
 {
     std::uint32_t ssrc = 0;
-    std::uint16_t sequence = 0;         ///< of the first packet sent; one more for each further packet
-    std::uint32_t timestamp = 0;        ///< of the access unit
+    std::uint16_t sequence = 0;   ///< of the first packet sent; one more for each further packet
+    std::uint32_t timestamp = 0;  ///< of the access unit
     std::uint8_t payloadType = 0;
 };
 
@@ -77,15 +77,26 @@ public:
     /// Who is told; null for nobody. Kept weakly.
     virtual void setListener(std::weak_ptr<TransportListener> listener) = 0;
 
-    /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them.
-    virtual SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header) = 0;
+    /// Whether the way is open (`sent`), `held` or `closed`; never `congested`. Takes no lock.
+    virtual SendStatus state() const = 0;
+
+    /// How many access units of the past the way takes for each new one when a viewer catches up with the
+    /// live stream; 0 when it takes all at once because it tells when it is full.
+    virtual unsigned catchUpUnits() const = 0;
+
+    /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them. After `congested`
+    /// the listener is told when it is worth to go on, where the way can know; the next unit is a good time
+    /// too.
+    virtual SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket,
+                            const RtpHeaderFields& header) = 0;
 
     /// Sends a compound RTCP packet; dropped when the way is full, kept back in order while it is held.
     virtual void sendRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
     /// Keeps packets back, so that the answer to PLAY goes out before the first of them.
     virtual void hold() = 0;
-    /// Lets packets go again and tells the listener.
+    /// Lets packets go again and tells the listener, on the calling thread and before the return; the caller
+    /// holds no lock. Does nothing when the way is not held.
     virtual void release() = 0;
 
     /// Ends the way: no packet leaves after the return.

@@ -31,9 +31,11 @@ public:
     /// \param[out] tracks  filled when `ready`, otherwise left as it was
     virtual Description describe(std::vector<SubMediaInfo>& tracks) = 0;
 
-    /// Adds a tap of a track's packets with at most `payloadSize` bytes of RTP payload each. It delivers while
-    /// the source runs, now or later, from its next key picture on. The source holds the sink until detach().
-    virtual void attach(const std::string& trackId, int payloadSize, std::shared_ptr<AccessUnitSink> sink) = 0;
+    /// Adds a tap of a track's packets with at most `payloadSize` bytes of RTP payload each. It delivers
+    /// while the source runs, now or later, from its next key picture on. The source holds the sink until
+    /// detach().
+    virtual void attach(const std::string& trackId, int payloadSize,
+                        std::shared_ptr<AccessUnitSink> sink) = 0;
     /// Removes a tap; the sink is not called any more after the return.
     virtual void detach(const AccessUnitSink* sink) = 0;
 

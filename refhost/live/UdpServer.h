@@ -15,7 +15,8 @@ namespace refhost
 
 /// The server's one pair of UDP ports for the RTP and RTCP of all unicast sessions.
 ///
-/// RTCP that comes in is told apart by its sender's address and port. Threads: any.
+/// RTCP that comes in is told apart by its sender's address and port. Transports keep the sockets open; they
+/// may outlive this object. Threads: any.
 class UdpServer : public std::enable_shared_from_this<UdpServer>
 {
 public:
@@ -34,7 +35,8 @@ public:
     int rtpPort() const;
     int rtcpPort() const;
 
-    /// Descriptors to watch for reading, and what to call when one is readable.
+    /// Descriptors to watch for reading, and what to call when one is readable. A call reads a bounded number
+    /// of packets; what is left makes the descriptor readable again.
     int rtpDescriptor() const;
     int rtcpDescriptor() const;
     /// Reads and drops what clients send to the RTP port (packets that open a path through a NAT).
@@ -42,18 +44,21 @@ public:
     /// Reads RTCP and hands it to the transport that its sender belongs to; unknown senders are dropped.
     void onRtcpReadable();
 
-    /// Makes the way to one client. Transport kind 2.
+    /// Makes the way to one client. Transport kind 2. Where two transports name the same client port, RTCP
+    /// from there goes to the younger one.
     /// \param client    the client's address; its port is not used
     /// \param rtpPort   the client's ports, 1 to 65535
     /// \param liveness  told of every RTCP packet of the client; may be null
     SafePointer<RtpTransport> makeTransport(const sockaddr_storage& client, int rtpPort, int rtcpPort,
                                             std::shared_ptr<SessionLiveness> liveness);
 
+    /// Whether packets travel as segmented messages now.
+    bool segmentationOffload() const;
+
 private:
     UdpServer();
 
-    struct Impl;
-    std::unique_ptr<Impl> impl_;
+    std::shared_ptr<class UdpSockets> sockets_;
 };
 
 }  // namespace refhost

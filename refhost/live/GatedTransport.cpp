@@ -1,0 +1,139 @@
+#include "refhost/live/GatedTransport.h"
+
+#include <utility>
+
+#include "refhost/live/LiveClock.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// A hold spans one RTSP request; more reports than this mean that nobody releases it.
+constexpr std::size_t keptRtcpLimit = 8;
+
+}  // namespace
+
+TransportInbox::TransportInbox(std::shared_ptr<SessionLiveness> liveness) : liveness_(std::move(liveness)) {}
+
+void TransportInbox::setListener(std::weak_ptr<TransportListener> listener)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    listener_.swap(listener);
+}
+
+void TransportInbox::onTransportReady()
+{
+    // Before the listener runs: it may find the way full once more and ask again.
+    armed_.store(false);
+    if (const auto target = listener())
+    {
+        target->onTransportReady();
+    }
+}
+
+void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
+{
+    if (liveness_)
+    {
+        liveness_->heard(LiveClock::system().monotonicMs());
+    }
+    if (const auto target = listener())
+    {
+        target->onRtcp(data, size);
+    }
+}
+
+bool TransportInbox::arm()
+{
+    return !armed_.exchange(true);
+}
+
+std::shared_ptr<TransportListener> TransportInbox::listener()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return listener_.lock();
+}
+
+GatedTransport::GatedTransport(int kind, std::shared_ptr<SessionLiveness> liveness)
+    : RtpTransport(kind), inbox_(std::make_shared<TransportInbox>(std::move(liveness)))
+{
+}
+
+GatedTransport::~GatedTransport() noexcept(false) = default;
+
+void GatedTransport::setListener(std::weak_ptr<TransportListener> listener)
+{
+    inbox_->setListener(std::move(listener));
+}
+
+SendStatus GatedTransport::state() const
+{
+    return state_.load(std::memory_order_acquire);
+}
+
+SendResult GatedTransport::send(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                const RtpHeaderFields& header)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const SendStatus state = state_.load(std::memory_order_relaxed);
+    if (state != SendStatus::sent)
+    {
+        return {state, 0};
+    }
+    const SendResult result = transmit(unit, firstPacket, header);
+    if (result.status == SendStatus::closed)
+    {
+        state_.store(SendStatus::closed, std::memory_order_release);
+    }
+    return result;
+}
+
+void GatedTransport::sendRtcp(const std::uint8_t* data, std::size_t size)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const SendStatus state = state_.load(std::memory_order_relaxed);
+    if (state == SendStatus::sent)
+    {
+        transmitRtcp(data, size);
+    }
+    else if (state == SendStatus::held && keptRtcp_.size() < keptRtcpLimit)
+    {
+        keptRtcp_.emplace_back(data, data + size);
+    }
+}
+
+void GatedTransport::hold()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (state_.load(std::memory_order_relaxed) == SendStatus::sent)
+    {
+        state_.store(SendStatus::held, std::memory_order_release);
+    }
+}
+
+void GatedTransport::release()
+{
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (state_.load(std::memory_order_relaxed) != SendStatus::held)
+        {
+            return;
+        }
+        for (const auto& packet : keptRtcp_)
+        {
+            transmitRtcp(packet.data(), packet.size());
+        }
+        std::vector<std::vector<std::uint8_t>>().swap(keptRtcp_);
+        state_.store(SendStatus::sent, std::memory_order_release);
+    }
+    inbox_->onTransportReady();
+}
+
+void GatedTransport::close()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    state_.store(SendStatus::closed, std::memory_order_release);
+}
+
+}  // namespace refhost

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "refhost/live/RtpTransport.h"
+
+namespace refhost
+{
+
+/// What comes back on one track's way: outlives the transport where a socket is just reading for it.
+///
+/// Threads: any.
+class TransportInbox : public TransportListener
+{
+public:
+    explicit TransportInbox(std::shared_ptr<SessionLiveness> liveness);
+
+    void setListener(std::weak_ptr<TransportListener> listener);
+
+    void onTransportReady() override;
+    void onRtcp(const std::uint8_t* data, std::size_t size) override;
+
+    /// Notes that onTransportReady() was asked for.
+    /// \returns false when it had been already, and did not come yet
+    bool arm();
+
+private:
+    std::shared_ptr<TransportListener> listener();
+
+    std::mutex mutex_;
+    std::weak_ptr<TransportListener> listener_;
+    const std::shared_ptr<SessionLiveness> liveness_;
+    std::atomic<bool> armed_{false};
+};
+
+/// A transport that can be held and closed; how bytes travel is the derived class's part.
+class GatedTransport : public RtpTransport
+{
+public:
+    ~GatedTransport() noexcept(false) override;
+
+    void setListener(std::weak_ptr<TransportListener> listener) final;
+    SendStatus state() const final;
+    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header) final;
+    void sendRtcp(const std::uint8_t* data, std::size_t size) final;
+    void hold() final;
+    void release() final;
+    void close() final;
+
+protected:
+    GatedTransport(int kind, std::shared_ptr<SessionLiveness> liveness);
+
+    const std::shared_ptr<TransportInbox>& inbox() const
+    {
+        return inbox_;
+    }
+
+private:
+    /// Sends through the open way; one call at a time.
+    virtual SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                const RtpHeaderFields& header) = 0;
+    virtual void transmitRtcp(const std::uint8_t* data, std::size_t size) = 0;
+
+    std::mutex mutex_;  // held while bytes leave, so that close() waits for them
+    std::atomic<SendStatus> state_{SendStatus::sent};  // written under the mutex
+    std::vector<std::vector<std::uint8_t>> keptRtcp_;
+    const std::shared_ptr<TransportInbox> inbox_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,97 @@
+#include "refhost/live/InterleavedTransport.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "refhost/live/RtpHeaderPatch.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// This thread's copy of the unit it sent last, headers to be written over for each session: a fan-out copies
+/// the payload once, not once for each viewer.
+struct FrameScratch
+{
+    AccessUnitPtr unit;
+    std::vector<std::uint8_t> bytes;
+
+    void load(const AccessUnitPtr& wanted)
+    {
+        if (unit != wanted)
+        {
+            bytes = wanted->bytes;
+            unit = wanted;
+        }
+    }
+};
+
+void writeFraming(std::uint8_t* at, std::uint8_t channel, std::size_t size)
+{
+    at[0] = '$';
+    at[1] = channel;
+    at[2] = static_cast<std::uint8_t>(size >> 8U);
+    at[3] = static_cast<std::uint8_t>(size);
+}
+
+}  // namespace
+
+InterleavedTransport::InterleavedTransport(std::weak_ptr<FrameWriter> writer, int rtpChannel, int rtcpChannel,
+                                           std::shared_ptr<SessionLiveness> liveness)
+    : GatedTransport(interleavedTcp, std::move(liveness)),
+      writer_(std::move(writer)),
+      rtpChannel_(static_cast<std::uint8_t>(rtpChannel)),
+      rtcpChannel_(static_cast<std::uint8_t>(rtcpChannel))
+{
+}
+
+InterleavedTransport::~InterleavedTransport() noexcept(false) = default;
+
+void InterleavedTransport::receivedRtcp(const std::uint8_t* data, std::size_t size)
+{
+    inbox()->onRtcp(data, size);
+}
+
+SendResult InterleavedTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                          const RtpHeaderFields& header)
+{
+    const auto writer = writer_.lock();
+    if (!writer)
+    {
+        return {SendStatus::closed, 0};
+    }
+    thread_local FrameScratch scratch;
+    scratch.load(unit);
+    const auto& packets = unit->packets;
+    std::uint16_t sequence = header.sequence;
+    for (std::size_t i = firstPacket; i < packets.size(); ++i)
+    {
+        std::uint8_t* packet = scratch.bytes.data() + packets[i].offset;
+        writeFraming(packet - AccessUnit::framingSize, rtpChannel_, packets[i].size);
+        patchRtpHeader(packet, header, sequence++);
+    }
+    const std::size_t from = packets[firstPacket].offset - AccessUnit::framingSize;
+    const SendStatus status = writer->writeFrames(scratch.bytes.data() + from, scratch.bytes.size() - from);
+    if (status == SendStatus::congested && inbox()->arm())
+    {
+        writer->notifyWhenWritable(inbox());
+    }
+    return {status, status == SendStatus::sent ? packets.size() - firstPacket : 0};
+}
+
+void InterleavedTransport::transmitRtcp(const std::uint8_t* data, std::size_t size)
+{
+    const auto writer = writer_.lock();
+    if (!writer)
+    {
+        return;
+    }
+    std::vector<std::uint8_t> frame(AccessUnit::framingSize + size);
+    writeFraming(frame.data(), rtcpChannel_, size);
+    std::copy(data, data + size, frame.begin() + AccessUnit::framingSize);
+    writer->writeFrames(frame.data(), frame.size());
+}
+
+}  // namespace refhost

@@ -1,0 +1,34 @@
+#include "refhost/live/LiveClock.h"
+
+#include <chrono>
+
+namespace refhost
+{
+namespace
+{
+
+class SystemClock : public LiveClock
+{
+public:
+    std::int64_t wallNs() const override
+    {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+    }
+
+    std::int64_t monotonicMs() const override
+    {
+        const auto now = std::chrono::steady_clock::now().time_since_epoch();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    }
+};
+
+}  // namespace
+
+const LiveClock& LiveClock::system()
+{
+    static const SystemClock clock;
+    return clock;
+}
+
+}  // namespace refhost

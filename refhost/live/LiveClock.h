@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+
+namespace refhost
+{
+
+/// The two clocks that the live dispatch reads. A test brings its own.
+///
+/// Threads: any.
+class LiveClock
+{
+public:
+    virtual ~LiveClock() = default;
+
+    /// Wall clock, nanoseconds since 1970; the clock of AccessUnit::captureTimeNs.
+    virtual std::int64_t wallNs() const = 0;
+    /// Milliseconds of a clock that is never set back.
+    virtual std::int64_t monotonicMs() const = 0;
+
+    /// The system's clocks; valid until the process ends.
+    static const LiveClock& system();
+};
+
+}  // namespace refhost

@@ -1,0 +1,181 @@
+#include "refhost/live/LiveSession.h"
+
+#include <algorithm>
+
+#include "refhost/base/HostStatus.h"
+#include "refhost/live/RandomBytes.h"
+
+namespace refhost
+{
+
+LiveSession::Lock::Lock(LiveSession& session) : session_(session)
+{
+    session_.mutex_.lock();
+}
+
+LiveSession::Lock::~Lock()
+{
+    session_.mutex_.unlock();
+    if (session_.wanted_.exchange(false))
+    {
+        session_.pump(nullptr);
+    }
+}
+
+LiveSession::LiveSession()
+{
+    static constexpr char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    fillRandom(name_.data(), name_.size());
+    for (char& letter : name_)
+    {
+        letter = letters[static_cast<unsigned char>(letter) % 64U];
+    }
+}
+
+bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
+                      const std::shared_ptr<LiveStream>& stream, int payloadSize)
+{
+    auto sender =
+        std::make_shared<TrackSender>(weak_from_this(), streamKey, info, stream, payloadSize, name_);
+    std::shared_ptr<TrackSender> former;  // goes after the lock
+    const Lock lock(*this);
+    const auto same = find(streamKey, info.trackId);
+    if (same != senders_.end())
+    {
+        former = std::move(*same);
+        former->end();
+        senders_.erase(same);
+    }
+    // The picture first: the sound starts where it starts.
+    senders_.insert(sender->video() ? senders_.begin() : senders_.end(), std::move(sender));
+    return former == nullptr;
+}
+
+int LiveSession::connect(const std::string& streamKey, const std::string& trackId,
+                         const SafePointer<IConnection>& connection)
+{
+    const Lock lock(*this);
+    const auto sender = find(streamKey, trackId);
+    return sender == senders_.end() ? hostTrackUnknown : (*sender)->connect(connection, *sender);
+}
+
+int LiveSession::play(const std::string& streamKey, const std::string& trackId)
+{
+    const Lock lock(*this);
+    const auto sender = find(streamKey, trackId);
+    if (sender == senders_.end())
+    {
+        return hostTrackUnknown;
+    }
+    const int status = (*sender)->play(shared_from_this());
+    if (status == 0)
+    {
+        pumpLocked(nullptr);
+    }
+    return status;
+}
+
+int LiveSession::pause(const std::string& streamKey, const std::string& trackId)
+{
+    const Lock lock(*this);
+    const auto sender = find(streamKey, trackId);
+    if (sender == senders_.end())
+    {
+        return hostTrackUnknown;
+    }
+    (*sender)->pause();
+    return 0;
+}
+
+int LiveSession::remove(const std::string& streamKey, const std::string& trackId)
+{
+    std::shared_ptr<TrackSender> gone;  // goes after the lock
+    const Lock lock(*this);
+    const auto sender = find(streamKey, trackId);
+    if (sender == senders_.end())
+    {
+        return hostTrackUnknown;
+    }
+    gone = std::move(*sender);
+    senders_.erase(sender);
+    gone->end();
+    return 0;
+}
+
+int LiveSession::ssrc(const std::string& streamKey, const std::string& trackId, int& ssrc)
+{
+    const Lock lock(*this);
+    const auto sender = find(streamKey, trackId);
+    if (sender == senders_.end())
+    {
+        return hostTrackUnknown;
+    }
+    ssrc = static_cast<int>((*sender)->ssrc());
+    return 0;
+}
+
+bool LiveSession::firstPacket(const std::string& trackId, RTPPacketInfo& out)
+{
+    const Lock lock(*this);
+    TrackSender* sender = find(trackId);
+    return sender != nullptr && sender->firstPacket(out, pictureOf(*sender));
+}
+
+bool LiveSession::statistics(const std::string& trackId, TrackStatistics& out)
+{
+    const Lock lock(*this);
+    const TrackSender* sender = find(trackId);
+    if (sender == nullptr)
+    {
+        return false;
+    }
+    out = sender->statistics();
+    return true;
+}
+
+void LiveSession::pump(const FreshUnit* fresh)
+{
+    // Each exchange that reads the other thread's note also orders the two threads' lock operations: either
+    // the note is seen by the thread that held the lock, or the lock is seen free here.
+    do
+    {
+        wanted_.exchange(true);
+        if (!mutex_.try_lock())
+        {
+            return;
+        }
+        wanted_.exchange(false);
+        pumpLocked(fresh);
+        mutex_.unlock();
+    } while (wanted_.exchange(false));
+}
+
+LiveSession::Senders::iterator LiveSession::find(const std::string& streamKey, const std::string& trackId)
+{
+    return std::find_if(senders_.begin(), senders_.end(),
+                        [&](const auto& sender) { return sender->is(streamKey, trackId); });
+}
+
+TrackSender* LiveSession::find(const std::string& trackId)
+{
+    const auto found = std::find_if(senders_.begin(), senders_.end(),
+                                    [&](const auto& sender) { return sender->trackId() == trackId; });
+    return found == senders_.end() ? nullptr : found->get();
+}
+
+TrackSender* LiveSession::pictureOf(const TrackSender& sender)
+{
+    TrackSender* first = senders_.front().get();
+    const bool leads = !sender.video() && first->video() && first->streamKey() == sender.streamKey();
+    return leads ? first : nullptr;
+}
+
+void LiveSession::pumpLocked(const FreshUnit* fresh)
+{
+    for (const auto& sender : senders_)
+    {
+        sender->pump(fresh, pictureOf(*sender));
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "refhost/live/LiveTrack.h"
+#include "refhost/live/RtcpWriter.h"
+#include "refhost/live/TrackSender.h"
+
+namespace refhost
+{
+
+/// The tracks of one RTSP session, under one lock: they share a canonical name and start together.
+///
+/// The lock is held while the session's packets leave, so that nothing leaves after pause() or remove(). A
+/// fan-out that finds it taken does not wait: it leaves a note, and who holds the lock does its work.
+/// Threads: any.
+class LiveSession : public std::enable_shared_from_this<LiveSession>
+{
+public:
+    LiveSession();
+
+    /// Adds a track in place of the one with the same keys.
+    /// \returns true when there was none
+    bool add(const std::string& streamKey, const SubMediaInfo& info,
+             const std::shared_ptr<LiveStream>& stream, int payloadSize, const LiveSettings& settings);
+
+    /// The operations of LiveDispatcher, for this session. hostTrackUnknown when there is no such track.
+    int connect(const std::string& streamKey, const std::string& trackId,
+                const SafePointer<IConnection>& connection);
+    int play(const std::string& streamKey, const std::string& trackId);
+    int pause(const std::string& streamKey, const std::string& trackId);
+    int remove(const std::string& streamKey, const std::string& trackId);
+    int ssrc(const std::string& streamKey, const std::string& trackId, int& ssrc);
+    bool firstPacket(const std::string& trackId, RTPPacketInfo& out);
+    bool statistics(const std::string& trackId, TrackStatistics& out);
+
+    /// Sends what can be sent now on every track, or has the thread do it that holds the lock.
+    /// \param fresh  the unit that has just come; may be null
+    void pump(const FreshUnit* fresh);
+
+    /// Takes the lock and, when it is given back, does the work that was left to this thread.
+    class Lock
+    {
+    public:
+        explicit Lock(LiveSession& session);
+        ~Lock();
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+    private:
+        LiveSession& session_;
+    };
+
+private:
+    using Senders = std::vector<std::shared_ptr<TrackSender>>;
+
+    Senders::iterator find(const std::string& streamKey, const std::string& trackId);
+    TrackSender* find(const std::string& trackId);
+    TrackSender* pictureOf(const TrackSender& sender);
+    void pumpLocked(const FreshUnit* fresh);
+
+    std::mutex mutex_;
+    std::atomic<bool> wanted_{false};
+    RtcpWriter::Name name_;
+    Senders senders_;  // video first
+};
+
+}  // namespace refhost

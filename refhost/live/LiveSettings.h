@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "refhost/live/LiveClock.h"
+
+namespace refhost
+{
+
+/// How the live dispatch behaves. A plain value.
+struct LiveSettings
+{
+    /// Start viewers from the last key picture that was sent; otherwise each start asks the encoder for one.
+    bool gopCache = true;
+    /// Most that one track keeps of the past, in bytes of packets and in access units.
+    std::size_t ringBytes = 8U << 20U;
+    std::size_t ringUnits = 4096;
+    /// How long, in milliseconds, a viewer's way may be congested before he loses access units: pictures up
+    /// to the newest key picture, sound up to now.
+    std::int64_t videoLagMs = 500;
+    std::int64_t audioLagMs = 1000;
+    /// Mean time between two RTCP sender reports, milliseconds.
+    std::int64_t reportIntervalMs = 5000;
+    /// Not null, outlives the dispatcher.
+    const LiveClock* clock = &LiveClock::system();
+};
+
+}  // namespace refhost

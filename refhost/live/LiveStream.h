@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "refhost/live/LiveSettings.h"
+#include "refhost/live/LiveTrack.h"
+#include "refhost/live/StreamSource.h"
+
+namespace refhost
+{
+
+/// The tracks of one camera stream that sessions play, tapped from its source.
+///
+/// A tap stays attached when its last user has gone, so that the next viewer starts from pictures that are
+/// already there; one idle tap for each track. Threads: any.
+class LiveStream
+{
+public:
+    /// \param source  kept weakly
+    LiveStream(const std::shared_ptr<StreamSource>& source, const LiveSettings& settings);
+
+    /// The source while it lives; null afterwards.
+    std::shared_ptr<StreamSource> source() const
+    {
+        return source_.lock();
+    }
+
+    const LiveSettings& settings() const
+    {
+        return settings_;
+    }
+
+    /// The track in packets of this size, attached to the source at its first use.
+    std::shared_ptr<LiveTrack> use(const std::string& trackId, bool video, int payloadSize);
+    /// Ends one use().
+    void leave(const LiveTrack& track);
+
+    /// Asks the source for a key picture, unless one is on its way: many viewers who start at once need but
+    /// one.
+    void requestKeyFrame();
+
+private:
+    struct Tap
+    {
+        std::string trackId;
+        int payloadSize;
+        int users;
+        std::shared_ptr<LiveTrack> track;
+    };
+
+    const std::weak_ptr<StreamSource> source_;
+    const LiveSettings settings_;
+    const std::shared_ptr<StreamPast> past_ = std::make_shared<StreamPast>();
+    std::mutex mutex_;
+    std::vector<Tap> taps_;
+    std::uint32_t keysAtRequest_ = 0;
+    std::int64_t keyRequestedMs_;
+};
+
+}  // namespace refhost

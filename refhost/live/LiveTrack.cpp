@@ -1,0 +1,189 @@
+#include "refhost/live/LiveTrack.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "refhost/live/LiveSession.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// What sound keeps when no video tells how much is needed.
+constexpr std::int64_t soundPastNs = 2'000'000'000;
+
+}  // namespace
+
+LiveTrack::LiveTrack(bool video, std::shared_ptr<StreamPast> past, const LiveSettings& settings)
+    : video_(video), past_(std::move(past)), settings_(settings)
+{
+}
+
+LiveTrack::~LiveTrack() = default;
+
+void LiveTrack::onAccessUnit(AccessUnitPtr unit)
+{
+    if (!unit || unit->packets.empty())
+    {
+        return;
+    }
+    std::uint32_t epoch = 0;
+    const std::uint64_t index = push(unit, epoch);
+    refreshAudience();
+    if (audience_.empty())
+    {
+        return;
+    }
+    const FreshUnit fresh{this, index, epoch, unit, settings_.clock->monotonicMs()};
+    for (const auto& session : audience_)
+    {
+        session->pump(&fresh);
+    }
+}
+
+void LiveTrack::onDiscontinuity()
+{
+    std::deque<Entry> old;
+    {
+        const std::lock_guard<std::mutex> guard(ringMutex_);
+        old.swap(ring_);
+        ringBytes_ = 0;
+        startable_ = false;
+        ++epoch_;
+        // A number without a unit: it puts every sender behind the ring, so that each goes on with a start.
+        base_ = head_.load(std::memory_order_relaxed) + 1;
+        head_.store(base_, std::memory_order_release);
+    }
+    if (video_)
+    {
+        past_->videoSinceNs.store(StreamPast::none, std::memory_order_relaxed);
+    }
+    refreshAudience();
+}
+
+LiveTrack::View LiveTrack::look(std::uint64_t index) const
+{
+    const std::lock_guard<std::mutex> guard(ringMutex_);
+    return {base_, head_.load(std::memory_order_relaxed), start_, startable_, found(index)};
+}
+
+LiveTrack::Found LiveTrack::newestStart() const
+{
+    const std::lock_guard<std::mutex> guard(ringMutex_);
+    return startable_ ? found(start_) : Found();
+}
+
+LiveTrack::Found LiveTrack::firstSince(std::int64_t captureNs, std::uint64_t earliest) const
+{
+    const std::lock_guard<std::mutex> guard(ringMutex_);
+    const auto begin = ring_.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(
+                                           earliest > base_ ? earliest - base_ : 0, ring_.size()));
+    const auto at = std::lower_bound(begin, ring_.end(), captureNs,
+                                     [](const Entry& entry, std::int64_t wanted)
+                                     { return entry.unit->captureTimeNs < wanted; });
+    return found(base_ + static_cast<std::uint64_t>(at - ring_.begin()));
+}
+
+void LiveTrack::join(std::shared_ptr<LiveSession> session, Seat& seat)
+{
+    const std::lock_guard<std::mutex> guard(membersMutex_);
+    seat = members_.size();
+    members_.push_back({std::move(session), &seat});
+    membersChanged_.store(true, std::memory_order_release);
+}
+
+void LiveTrack::leave(Seat& seat)
+{
+    Member gone;
+    const std::lock_guard<std::mutex> guard(membersMutex_);
+    gone = std::move(members_[seat]);
+    if (seat + 1 < members_.size())
+    {
+        members_[seat] = std::move(members_.back());
+        *members_[seat].seat = seat;
+    }
+    members_.pop_back();
+    seat = noSeat;
+    membersChanged_.store(true, std::memory_order_release);
+}
+
+std::uint64_t LiveTrack::push(AccessUnitPtr unit, std::uint32_t& epoch)
+{
+    const std::lock_guard<std::mutex> guard(ringMutex_);
+    const std::uint64_t index = head_.load(std::memory_order_relaxed);
+    if (unit->keyFrame || !video_)
+    {
+        previous_ = startable_ ? start_ : index;
+        start_ = index;
+        startable_ = true;
+    }
+    if (unit->keyFrame && video_)
+    {
+        past_->keyPictures.fetch_add(1, std::memory_order_relaxed);
+    }
+    ringBytes_ += unit->bytes.size();
+    ring_.push_back({std::move(unit), epoch_});
+    epoch = epoch_;
+    head_.store(index + 1, std::memory_order_release);
+    trim();
+    return index;
+}
+
+void LiveTrack::trim()
+{
+    while (ring_.size() > 1 && (ringBytes_ > settings_.ringBytes || ring_.size() > settings_.ringUnits))
+    {
+        popFront();
+    }
+    if (video_)
+    {
+        while (startable_ && base_ < previous_)
+        {
+            popFront();
+        }
+        past_->videoSinceNs.store(ring_.front().unit->captureTimeNs, std::memory_order_relaxed);
+        return;
+    }
+    const std::int64_t since = std::min(past_->videoSinceNs.load(std::memory_order_relaxed),
+                                        ring_.back().unit->captureTimeNs - soundPastNs);
+    while (ring_.size() > 1 && ring_.front().unit->captureTimeNs < since)
+    {
+        popFront();
+    }
+}
+
+void LiveTrack::popFront()
+{
+    ringBytes_ -= ring_.front().unit->bytes.size();
+    ring_.pop_front();
+    ++base_;
+    startable_ = startable_ && start_ >= base_;
+}
+
+void LiveTrack::refreshAudience()
+{
+    if (!membersChanged_.load(std::memory_order_acquire))
+    {
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(membersMutex_);
+    membersChanged_.store(false, std::memory_order_relaxed);
+    audience_.clear();
+    for (const Member& member : members_)
+    {
+        audience_.push_back(member.session);
+    }
+}
+
+LiveTrack::Found LiveTrack::found(std::uint64_t index) const
+{
+    if (index < base_ || index - base_ >= ring_.size())
+    {
+        return {};
+    }
+    const Entry& entry = ring_[index - base_];
+    return {entry.unit, index, entry.epoch};
+}
+
+}  // namespace refhost

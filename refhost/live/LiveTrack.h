@@ -1,0 +1,135 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "refhost/live/AccessUnit.h"
+#include "refhost/live/LiveSettings.h"
+
+namespace refhost
+{
+
+class LiveSession;
+class LiveTrack;
+
+/// The access unit that has just come.
+struct FreshUnit
+{
+    const LiveTrack* track;
+    std::uint64_t index;
+    std::uint32_t epoch;
+    const AccessUnitPtr& unit;
+    std::int64_t nowMs;  ///< monotonic clock
+};
+
+/// What the tracks of one stream know of its video.
+struct StreamPast
+{
+    static constexpr std::int64_t none = std::numeric_limits<std::int64_t>::max();
+    /// Capture time of the oldest picture that is kept; the sound keeps as much.
+    std::atomic<std::int64_t> videoSinceNs{none};
+    /// How many key pictures came so far.
+    std::atomic<std::uint32_t> keyPictures{0};
+};
+
+/// One track of a camera stream in packets of one size: a ring of its latest access units and the sessions
+/// that play it.
+///
+/// Units have numbers that count on for ever. Video keeps the present GOP and the one before; the latter for
+/// viewers who are still catching up when a key picture comes. Threads: any; its locks are never held while
+/// a session sends.
+class LiveTrack : public AccessUnitSink
+{
+public:
+    LiveTrack(bool video, std::shared_ptr<StreamPast> past, const LiveSettings& settings);
+    ~LiveTrack() override;
+
+    void onAccessUnit(AccessUnitPtr unit) override;
+    void onDiscontinuity() override;
+
+    /// A unit of the ring. Empty when there is none such.
+    struct Found
+    {
+        AccessUnitPtr unit;
+        std::uint64_t index = 0;
+        std::uint32_t epoch = 0;  ///< changes at each discontinuity
+    };
+
+    /// Where a sender stands in the ring.
+    struct View
+    {
+        std::uint64_t base;    ///< number of the oldest unit
+        std::uint64_t head;    ///< number that the next unit will get
+        std::uint64_t newest;  ///< number of the newest unit to start from, valid when `startable`
+        bool startable;
+        Found at;  ///< the unit asked for
+    };
+
+    /// Number that the next unit will get.
+    std::uint64_t head() const
+    {
+        return head_.load(std::memory_order_acquire);
+    }
+
+    View look(std::uint64_t index) const;
+    /// The newest unit that a decoder can start from: a key picture, or the last block of sound.
+    Found newestStart() const;
+    /// The first unit, from number `earliest` on, that was captured at `captureNs` or later.
+    Found firstSince(std::int64_t captureNs, std::uint64_t earliest) const;
+
+    /// The place of a session in the list of those that play; kept by the session, changed by the track.
+    using Seat = std::size_t;
+    static constexpr Seat noSeat = std::numeric_limits<Seat>::max();
+
+    /// Has `session` pumped for each new unit, until leave().
+    /// \param seat  lives until leave()
+    void join(std::shared_ptr<LiveSession> session, Seat& seat);
+    /// The session may be pumped once more, if a unit is just being dealt out.
+    void leave(Seat& seat);
+
+private:
+    struct Entry
+    {
+        AccessUnitPtr unit;
+        std::uint32_t epoch;
+    };
+
+    struct Member
+    {
+        std::shared_ptr<LiveSession> session;
+        Seat* seat;
+    };
+
+    std::uint64_t push(AccessUnitPtr unit, std::uint32_t& epoch);
+    void trim();
+    void popFront();
+    void refreshAudience();
+    Found found(std::uint64_t index) const;
+
+    const bool video_;
+    const std::shared_ptr<StreamPast> past_;
+    const LiveSettings settings_;
+
+    mutable std::mutex ringMutex_;
+    std::deque<Entry> ring_;
+    std::size_t ringBytes_ = 0;
+    std::uint64_t base_ = 0;
+    std::uint64_t start_ = 0;     // newest unit to start from
+    std::uint64_t previous_ = 0;  // the one before
+    bool startable_ = false;
+    std::uint32_t epoch_ = 0;
+    std::atomic<std::uint64_t> head_{0};  // written under the lock
+
+    std::mutex membersMutex_;
+    std::vector<Member> members_;
+    std::atomic<bool> membersChanged_{false};             // written under the lock
+    std::vector<std::shared_ptr<LiveSession>> audience_;  // the source's thread's copy of members_
+};
+
+}  // namespace refhost

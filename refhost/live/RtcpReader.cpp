@@ -1,0 +1,88 @@
+#include "refhost/live/RtcpReader.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr unsigned senderReport = 200;
+constexpr unsigned receiverReport = 201;
+constexpr unsigned goodbye = 203;
+constexpr std::size_t headerSize = 4;
+constexpr std::size_t blockSize = 24;
+
+std::uint32_t read32(const std::uint8_t* at)
+{
+    return static_cast<std::uint32_t>(at[0]) << 24U | static_cast<std::uint32_t>(at[1]) << 16U |
+           static_cast<std::uint32_t>(at[2]) << 8U | at[3];
+}
+
+ReceptionReport readBlock(const std::uint8_t* at)
+{
+    ReceptionReport report;
+    report.fractionLost = at[4];
+    const std::uint32_t lost = read32(at + 4) & 0xffffffU;
+    report.cumulativeLost = static_cast<std::int32_t>(lost) - ((lost & 0x800000U) != 0 ? 0x1000000 : 0);
+    report.highestSequence = read32(at + 8);
+    report.jitter = read32(at + 12);
+    report.lastReport = read32(at + 16);
+    report.delaySinceReport = read32(at + 20);
+    return report;
+}
+
+/// Reads the blocks of one SR or RR whose content begins at `at`. \returns false when they do not fit
+bool readBlocks(const std::uint8_t* at, std::size_t size, bool sender, unsigned count, std::uint32_t ssrc,
+                RtcpFindings& findings)
+{
+    const std::size_t before = sender ? 24 : 4;
+    if (size < before + count * blockSize)
+    {
+        return false;
+    }
+    for (unsigned i = 0; i < count; ++i)
+    {
+        const std::uint8_t* block = at + before + i * blockSize;
+        if (read32(block) == ssrc)
+        {
+            findings.reported = true;
+            findings.report = readBlock(block);
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool RtcpReader::read(const std::uint8_t* data, std::size_t size, std::uint32_t ssrc, RtcpFindings& findings)
+{
+    RtcpFindings found;
+    std::size_t at = 0;
+    do
+    {
+        if (size - at < headerSize || data[at] >> 6U != 2)
+        {
+            return false;
+        }
+        const unsigned type = data[at + 1];
+        const unsigned count = data[at] & 0x1fU;
+        const bool padded = (data[at] & 0x20U) != 0;
+        const std::size_t length =
+            (static_cast<std::size_t>(data[at + 2]) << 8U | data[at + 3]) * 4 + headerSize;
+        const bool report = type == senderReport || type == receiverReport;
+        if (size - at < length || (at == 0 && !report) || (padded && at + length != size))
+        {
+            return false;
+        }
+        if (report && !readBlocks(data + at + headerSize, length - headerSize, type == senderReport, count,
+                                  ssrc, found))
+        {
+            return false;
+        }
+        found.goodbye = found.goodbye || type == goodbye;
+        at += length;
+    } while (at < size);
+    findings = found;
+    return true;
+}
+
+}  // namespace refhost

@@ -1,0 +1,73 @@
+#include "refhost/live/RtcpWriter.h"
+
+#include <cstring>
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::int64_t nsPerSecond = 1'000'000'000;
+constexpr std::uint64_t secondsFrom1900To1970 = 2'208'988'800U;
+
+constexpr std::uint32_t header(unsigned count, unsigned type, unsigned words)
+{
+    return 2U << 30U | count << 24U | type << 16U | (words - 1U);
+}
+
+std::uint64_t ntpTime(std::int64_t wallNs)
+{
+    const std::uint64_t seconds = static_cast<std::uint64_t>(wallNs / nsPerSecond) + secondsFrom1900To1970;
+    const std::uint64_t rest = static_cast<std::uint64_t>(wallNs % nsPerSecond);
+    return seconds << 32U | ((rest << 32U) / nsPerSecond);
+}
+
+}  // namespace
+
+RtcpWriter::RtcpWriter(const SenderReport& report, const Name& name, bool goodbye)
+{
+    const std::uint64_t ntp = ntpTime(report.wallNs);
+    put32(header(0, 200, 7));
+    put32(report.ssrc);
+    put32(static_cast<std::uint32_t>(ntp >> 32U));
+    put32(static_cast<std::uint32_t>(ntp));
+    put32(report.rtpTimestamp);
+    put32(report.packets);
+    put32(report.octets);
+
+    // One chunk: SSRC, CNAME item (type 1), and the null byte that ends the list, padded to a whole word.
+    constexpr std::size_t itemBytes = 2 + nameSize + 1;
+    constexpr unsigned words = 2 + (itemBytes + 3) / 4;
+    put32(header(1, 202, words));
+    put32(report.ssrc);
+    const std::size_t end = size_ + (words - 2) * 4;
+    bytes_[size_++] = 1;
+    bytes_[size_++] = nameSize;
+    std::memcpy(&bytes_[size_], name.data(), nameSize);
+    size_ += nameSize;
+    while (size_ < end)
+    {
+        bytes_[size_++] = 0;
+    }
+
+    if (goodbye)
+    {
+        put32(header(1, 203, 2));
+        put32(report.ssrc);
+    }
+}
+
+std::uint32_t RtcpWriter::compactNtp(std::int64_t wallNs)
+{
+    return static_cast<std::uint32_t>(ntpTime(wallNs) >> 16U);
+}
+
+void RtcpWriter::put32(std::uint32_t value)
+{
+    bytes_[size_++] = static_cast<std::uint8_t>(value >> 24U);
+    bytes_[size_++] = static_cast<std::uint8_t>(value >> 16U);
+    bytes_[size_++] = static_cast<std::uint8_t>(value >> 8U);
+    bytes_[size_++] = static_cast<std::uint8_t>(value);
+}
+
+}  // namespace refhost

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace refhost
+{
+
+/// One compound RTCP packet of a sender: report, canonical name and, at the end, goodbye
+/// (RFC 3550, sections 6.4.1, 6.5.1 and 6.6). Needs no memory of its own.
+class RtcpWriter
+{
+public:
+    /// Bytes of a canonical name, as random text (RFC 7022, section 4.2).
+    static constexpr std::size_t nameSize = 16;
+    using Name = std::array<char, nameSize>;
+
+    struct SenderReport
+    {
+        std::uint32_t ssrc = 0;
+        std::int64_t wallNs = 0;         ///< nanoseconds since 1970
+        std::uint32_t rtpTimestamp = 0;  ///< of the same instant
+        std::uint32_t packets = 0;       ///< sent so far
+        std::uint32_t octets = 0;        ///< payload bytes sent so far
+    };
+
+    RtcpWriter(const SenderReport& report, const Name& name, bool goodbye);
+
+    const std::uint8_t* data() const
+    {
+        return bytes_.data();
+    }
+
+    std::size_t size() const
+    {
+        return size_;
+    }
+
+    /// The middle 32 bits of a wall clock's NTP time, as reception reports send them back.
+    static std::uint32_t compactNtp(std::int64_t wallNs);
+
+private:
+    void put32(std::uint32_t value);
+
+    std::array<std::uint8_t, 64> bytes_;
+    std::size_t size_ = 0;
+};
+
+}  // namespace refhost

@@ -1,0 +1,181 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "hostapi/description/RTPPacketInfo.h"
+#include "hostapi/description/SubMediaInfo.h"
+#include "hostapi/device/IConnection.h"
+#include "refhost/live/LiveStream.h"
+#include "refhost/live/LiveTrack.h"
+#include "refhost/live/RtcpReader.h"
+#include "refhost/live/RtcpWriter.h"
+#include "refhost/live/RtpTimeline.h"
+#include "refhost/live/RtpTransport.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// What one track of one session did so far; for diagnostics and tests.
+struct TrackStatistics
+{
+    std::uint32_t packets = 0;         ///< RTP packets sent
+    std::uint32_t octets = 0;          ///< their payload bytes
+    std::uint64_t unitsSkipped = 0;    ///< access units passed over because the way was congested
+    std::uint32_t reportsSent = 0;     ///< RTCP sender reports
+    std::uint32_t reportsRead = 0;     ///< RTCP reception reports about this track
+    std::uint32_t reportsRefused = 0;  ///< malformed RTCP packets
+    ReceptionReport reception;         ///< the last report read
+    std::int64_t roundTripMs = -1;     ///< by the last report; -1 while unknown
+};
+
+/// One track of one session: where it stands in the stream and how it looks on the wire.
+///
+/// It sends from its place in the LiveTrack's ring up to the head, as far as the way takes it. SSRC, sequence
+/// numbers and timestamps go on over pauses, congestion and restarts of the source.
+/// Threads: under its session's lock, but for the TransportListener's operations, which take it.
+class TrackSender : public TransportListener
+{
+public:
+    /// \param session  the session that holds this sender
+    /// \param name     the session's canonical name, one for all its tracks
+    /// \param info     payload type, clock rate and kind are kept
+    TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
+                std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name);
+    ~TrackSender() override;
+
+    bool is(const std::string& streamKey, const std::string& trackId) const
+    {
+        return trackId_ == trackId && streamKey_ == streamKey;
+    }
+
+    const std::string& streamKey() const
+    {
+        return streamKey_;
+    }
+
+    const std::string& trackId() const
+    {
+        return trackId_;
+    }
+
+    bool video() const
+    {
+        return video_;
+    }
+
+    bool playing() const
+    {
+        return playing_;
+    }
+
+    std::uint32_t ssrc() const
+    {
+        return ssrc_;
+    }
+
+    const TrackStatistics& statistics() const
+    {
+        return statistics_;
+    }
+
+    /// Sets the way to the client in place of the former one.
+    /// \returns 0; hostConnectionUnusable, and nothing changes, when it is not an RtpTransport of this host
+    int connect(const SafePointer<IConnection>& connection, const std::shared_ptr<TransportListener>& self);
+
+    /// Counts a viewer and arranges for a start; pump() makes it.
+    /// \returns 0, also when it plays already; hostConnectionUnusable without a way to the client or when it
+    ///          is closed; hostStreamFailed when the source is gone
+    int play(const std::shared_ptr<LiveSession>& session);
+    /// Sends nothing more and takes the viewer back; the next play() goes on.
+    void pause();
+    /// Says goodbye and lets go of the way and the stream; nothing is sent any more.
+    void end();
+
+    /// Sends what can be sent now.
+    /// \param fresh    the unit that has just come, whichever track's; null otherwise
+    /// \param picture  the video that this sound starts with; null for video and for sound alone
+    void pump(const FreshUnit* fresh, TrackSender* picture);
+
+    /// Fixes and tells the first packet of the last play().
+    /// \returns false when it never played
+    bool firstPacket(RTPPacketInfo& out, TrackSender* picture);
+
+    void onTransportReady() override;
+    void onRtcp(const std::uint8_t* data, std::size_t size) override;
+
+private:
+    static constexpr std::int64_t never = -1;
+
+    /// What RFC 3550 wants random.
+    struct Beginning
+    {
+        std::uint32_t ssrc;
+        std::uint32_t timestamp;
+        std::uint32_t reportJitter;
+        std::uint16_t sequence;
+    };
+
+    TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
+                std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name,
+                const Beginning& beginning);
+    static Beginning randomBeginning();
+
+    bool start(TrackSender* picture, std::int64_t nowMs);
+    LiveTrack::Found startingPoint(TrackSender* picture, std::int64_t nowMs);
+    void startAt(const LiveTrack::Found& found);
+    bool next(const FreshUnit* fresh, std::int64_t nowMs);
+    bool skipToStart(const LiveTrack::View& view);
+    void moveTo(std::uint64_t index);
+    bool deliver(std::int64_t nowMs);
+    void account(std::size_t packets);
+    void sendReport(std::int64_t nowMs);
+    RtcpWriter report(bool goodbye) const;
+    void readReport(const std::uint8_t* data, std::size_t size);
+    void abandonUnit();
+
+    const std::weak_ptr<LiveSession> session_;
+    const std::string streamKey_;
+    const std::string trackId_;
+    const RtcpWriter::Name name_;
+    const std::shared_ptr<LiveStream> stream_;
+    const LiveSettings& settings_;  // the stream's
+    const bool video_;
+    const std::shared_ptr<LiveTrack> track_;
+    std::shared_ptr<StreamSource> viewed_;  // set while this sender counts as its viewer
+    std::optional<SafePointer<IConnection>> connection_;
+    RtpTransport* transport_ = nullptr;  // what connection_ holds
+    LiveTrack::Seat seat_ = LiveTrack::noSeat;
+
+    const std::uint8_t payloadType_;
+    bool playing_ = false;
+    bool played_ = false;
+    bool started_ = false;  // the first unit of this play() is settled
+    bool waitsForKey_ = false;
+    std::uint16_t sequence_;
+    const std::uint32_t ssrc_;
+    RtpTimeline timeline_;
+
+    AccessUnitPtr unit_;  // being sent, or settled to be the next
+    std::uint32_t unitEpoch_ = 0;
+    std::uint32_t unitTimestamp_ = 0;
+    std::size_t unitPackets_ = 0;  // how many of its packets are sent
+    bool unitStays_ = false;       // announced as the first one: it may not be skipped
+    std::uint64_t cursor_ = 0;     // number of the unit to send next, or of unit_
+    std::uint64_t earliest_ = 0;   // a start may not lie before
+    std::int64_t startCaptureNs_ = 0;
+    std::int64_t playedMs_ = 0;
+    std::int64_t congestedMs_ = never;  // since when, or never
+    std::uint64_t seenHead_ = 0;
+    unsigned credit_ = 0;  // units that may still go before the next one comes, where the way wants that
+    RTPPacketInfo first_;
+
+    std::int64_t reportDueMs_ = 0;
+    std::uint32_t reportJitter_;  // state of a small random sequence, never 0
+    TrackStatistics statistics_;
+};
+
+}  // namespace refhost

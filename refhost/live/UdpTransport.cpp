@@ -1,0 +1,31 @@
+#include "refhost/live/UdpTransport.h"
+
+#include <utility>
+
+namespace refhost
+{
+
+UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress& rtp, const UdpAddress& rtcp,
+                           std::shared_ptr<SessionLiveness> liveness)
+    : GatedTransport(udpUnicast, std::move(liveness)), sockets_(std::move(sockets)), rtp_(rtp), rtcp_(rtcp)
+{
+    sockets_->listen(rtcp_, inbox());
+}
+
+UdpTransport::~UdpTransport() noexcept(false)
+{
+    sockets_->unlisten(rtcp_, inbox().get());
+}
+
+SendResult UdpTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                  const RtpHeaderFields& header)
+{
+    return sockets_->rtpSender().send(rtp_, unit, firstPacket, header);
+}
+
+void UdpTransport::transmitRtcp(const std::uint8_t* data, std::size_t size)
+{
+    sockets_->sendRtcp(rtcp_, data, size);
+}
+
+}  // namespace refhost

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+
+#include "refhost/live/GatedTransport.h"
+#include "refhost/live/UdpAddress.h"
+#include "refhost/live/UdpSockets.h"
+
+namespace refhost
+{
+
+/// RTP and RTCP of one track to one client's pair of UDP ports, from the server's shared sockets.
+/// Transport kind 2. Made by UdpServer.
+class UdpTransport : public GatedTransport
+{
+public:
+    UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress& rtp, const UdpAddress& rtcp,
+                 std::shared_ptr<SessionLiveness> liveness);
+    ~UdpTransport() noexcept(false) override;
+
+    /// A datagram that overruns a client's socket buffer is lost without a word: nothing but the key picture
+    /// goes out in a burst.
+    unsigned catchUpUnits() const override
+    {
+        return 4;
+    }
+
+private:
+    SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
+                        const RtpHeaderFields& header) override;
+    void transmitRtcp(const std::uint8_t* data, std::size_t size) override;
+
+    const std::shared_ptr<UdpSockets> sockets_;
+    const UdpAddress rtp_;
+    const UdpAddress rtcp_;
+};
+
+}  // namespace refhost
