@@ -27,7 +27,7 @@ public:
     /// Adds a track in place of the one with the same keys.
     /// \returns true when there was none
     bool add(const std::string& streamKey, const SubMediaInfo& info,
-             const std::shared_ptr<LiveStream>& stream, int payloadSize, const LiveSettings& settings);
+             const std::shared_ptr<LiveStream>& stream, int payloadSize);
 
     /// The operations of LiveDispatcher, for this session. hostTrackUnknown when there is no such track.
     int connect(const std::string& streamKey, const std::string& trackId,
