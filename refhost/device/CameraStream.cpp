@@ -51,7 +51,9 @@ StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& trac
     if (!describing_)
     {
         describing_ = true;
+        const std::uint64_t wish = ++descriptionWish_;
         queue_.post([this] { update(); });
+        queue_.post([this, wish] { onDeadline(wish); }, options_.describeDeadline);
     }
     return Description::starting;
 }
@@ -100,7 +102,7 @@ void CameraStream::acquire()
 void CameraStream::release()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (--viewers_ == 0)
+    if (viewers_ > 0 && --viewers_ == 0)
     {
         queue_.post([this] { update(); });
     }
@@ -166,12 +168,10 @@ void CameraStream::start()
     const std::uint64_t run = ++run_;
     restartScheduled_ = false;
     startedAt_ = Clock::now();
-    bool describing = false;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         ++starts_;
         running_ = true;
-        describing = describing_;
     }
     Log::info("{}: starting", title_);
     StreamPipeline::Events events;
@@ -186,10 +186,7 @@ void CameraStream::start()
         queue_.post([this, run, error] { onEnded(run, error); });
         return;
     }
-    if (describing)
-    {
-        queue_.post([this, run] { onDeadline(run); }, options_.describeDeadline);
-    }
+    queue_.post([this, run] { checkForSilence(run, 0); }, options_.longestSilence);
 }
 
 void CameraStream::stop()
@@ -235,25 +232,38 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
     update();
 }
 
-void CameraStream::onDeadline(std::uint64_t run)
+void CameraStream::onDeadline(std::uint64_t wish)
 {
+    const auto unfulfilled = [this, wish]
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (run != run_ || !describing_)
-        {
-            return;
-        }
-    }
-    onDescribed(run, true);
-    bool describing = false;
+        return describing_ && wish == descriptionWish_;
+    };
+    if (!unfulfilled())
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        describing = describing_;
+        return;
     }
-    if (describing)
+    // Better the tracks that are there than none: an audio track may stay silent for ever.
+    onDescribed(run_, true);
+    if (unfulfilled())
     {
-        fail("the source gives nothing that can be sent");
+        fail("the source gave nothing that can be sent in time");
     }
+}
+
+void CameraStream::checkForSilence(std::uint64_t run, std::uint64_t packetsBefore)
+{
+    if (run != run_ || !pipeline_)
+    {
+        return;
+    }
+    const std::uint64_t packets = pipeline_->packetCount();
+    if (packets == packetsBefore)
+    {
+        fail("the source fell silent");
+        return;
+    }
+    queue_.post([this, run, packets] { checkForSilence(run, packets); }, options_.longestSilence);
 }
 
 void CameraStream::onEnded(std::uint64_t run, const std::string& why)

@@ -35,6 +35,8 @@ public:
         std::vector<std::chrono::milliseconds> restartPauses{std::chrono::seconds(1), std::chrono::seconds(2),
                                                              std::chrono::seconds(5),
                                                              std::chrono::seconds(10)};
+        /// A source that gives nothing for so long is taken for failed.
+        std::chrono::milliseconds longestSilence{10000};
         std::chrono::milliseconds keyFrameInterval{500};  ///< least time between two forced key pictures
     };
 
@@ -66,7 +68,8 @@ private:
     void start();
     void stop();
     void onDescribed(std::uint64_t run, bool partial);
-    void onDeadline(std::uint64_t run);
+    void onDeadline(std::uint64_t wish);
+    void checkForSilence(std::uint64_t run, std::uint64_t packetsBefore);
     void onEnded(std::uint64_t run, const std::string& why);
     void fail(const std::string& why);
     void scheduleStop();
@@ -83,6 +86,7 @@ private:
     std::shared_ptr<const Tracks> tracks_;  ///< null until they are known
     int viewers_ = 0;
     bool describing_ = false;
+    std::uint64_t descriptionWish_ = 0;  ///< number of the present or last wish for a description
     bool failed_ = false;
     Clock::time_point failedAt_;
     StreamPipeline::Taps taps_;

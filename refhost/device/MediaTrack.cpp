@@ -71,6 +71,12 @@ void MediaTrack::requestKeyFrame()
                        gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
 }
 
+std::uint64_t MediaTrack::packetCount() const
+{
+    const auto usual = branches_.find(usualPayloadSize);
+    return usual == branches_.end() ? 0 : usual->second->packetCount();
+}
+
 bool MediaTrack::addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error)
 {
     auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{pipeline_, tee_, clockOffsetNs_},

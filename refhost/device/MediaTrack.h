@@ -36,6 +36,9 @@ public:
     /// Asks what codes the track for a key picture.
     void requestKeyFrame();
 
+    /// How many packets the usual branch made.
+    std::uint64_t packetCount() const;
+
     MediaCoding coding() const
     {
         return coding_;

@@ -207,6 +207,7 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
     }
     const bool taken = builder_.add(map.data, map.size, captureTimeOf(buffer, segment));
     gst_buffer_unmap(buffer, &map);
+    packetCount_.fetch_add(1, std::memory_order_relaxed);
     if (!taken && !refusedTold_)
     {
         refusedTold_ = true;

@@ -3,6 +3,7 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -47,6 +48,12 @@ public:
     /// Where the units go from now on; null for nowhere.
     void setTap(std::shared_ptr<PacketTap> tap);
 
+    /// How many packets were made.
+    std::uint64_t packetCount() const
+    {
+        return packetCount_;
+    }
+
 private:
     static GstFlowReturn onNewSample(GstAppSink* sink, gpointer self);
     static GstPadProbeReturn onQueued(GstPad* pad, GstPadProbeInfo* info, gpointer self);
@@ -69,6 +76,7 @@ private:
     GstPad* teePad_ = nullptr;
     bool skipping_ = false;     // the tee's thread only
     bool refusedTold_ = false;  // the branch's thread only
+    std::atomic<std::uint64_t> packetCount_{0};
     std::mutex mutex_;
     std::shared_ptr<PacketTap> tap_;
 };

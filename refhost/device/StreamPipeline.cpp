@@ -73,6 +73,17 @@ void StreamPipeline::requestKeyFrame()
     }
 }
 
+std::uint64_t StreamPipeline::packetCount() const
+{
+    const std::lock_guard<std::mutex> guard(tracksMutex_);
+    std::uint64_t packets = 0;
+    for (const auto& [trackId, track] : tracks_)
+    {
+        packets += track->packetCount();
+    }
+    return packets;
+}
+
 bool StreamPipeline::describe(bool partial, std::vector<SubMediaInfo>& tracks) const
 {
     const std::lock_guard<std::mutex> guard(descriptionMutex_);

@@ -50,6 +50,9 @@ public:
 
     void requestKeyFrame();
 
+    /// How many packets of any track were made since the start.
+    std::uint64_t packetCount() const;
+
     /// Tells the tracks.
     /// \param partial  true to be content with the tracks that are known by now, if there is one
     /// \param[out] tracks  filled on success
@@ -75,7 +78,7 @@ private:
     std::int64_t clockOffsetNs_ = 0;
 
     /// Held while tracks are added and changed. A branch's thread never takes it.
-    std::mutex tracksMutex_;
+    mutable std::mutex tracksMutex_;
     std::map<std::string, std::unique_ptr<MediaTrack>> tracks_;
     Taps taps_;
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <thread>
 
 #include "tests/refhost/device/StreamFixture.h"
 
@@ -276,6 +277,61 @@ TEST_F(CameraStreamTest, KeyPicturesAreForcedAtMostTwiceASecond)
         std::count_if(units.begin(), units.end(), [](const AccessUnitPtr& unit) { return unit->keyFrame; });
     EXPECT_GE(keys, 2);
     EXPECT_LE(keys, 4);
+}
+
+TEST_F(CameraStreamTest, ViewersThatComeAndGoAtRandomDoNoHarm)
+{
+    options.linger = std::chrono::milliseconds(1);
+    open();
+    const auto steady = std::make_shared<CollectingSink>();
+    source->attach("trackID=0", 1364, steady);
+    std::vector<std::thread> viewers;
+    for (int viewer = 0; viewer < 4; ++viewer)
+    {
+        viewers.emplace_back(
+            [this, viewer]
+            {
+                for (int round = 0; round < 25; ++round)
+                {
+                    const auto sink = std::make_shared<CollectingSink>();
+                    source->attach(viewer % 2 == 0 ? "trackID=0" : "trackID=1", 400 + 100 * (round % 3),
+                                   sink);
+                    source->acquire();
+                    std::vector<SubMediaInfo> known;
+                    source->describe(known);
+                    if (round % 5 == 0)
+                    {
+                        sink->waitForUnits(1);
+                    }
+                    source->requestKeyFrame();
+                    source->detach(sink.get());
+                    source->release();
+                }
+            });
+    }
+    for (std::thread& viewer : viewers)
+    {
+        viewer.join();
+    }
+    source->acquire();
+    const std::size_t before = steady->units().size();
+    EXPECT_TRUE(steady->waitForUnits(before + 3));
+}
+
+TEST_F(CameraStreamTest, StreamMayEndWhileItStarts)
+{
+    for (int round = 0; round < 20; ++round)
+    {
+        open();
+        source->acquire();
+        for (int turn = 0; turn < round * 200; ++turn)
+        {
+            std::this_thread::yield();
+        }
+        streams->unsubscribe(subscription);
+        source.reset();
+        streams.reset();
+    }
 }
 
 TEST_F(CameraStreamTest, StreamWithoutAudioHasOneTrack)

@@ -200,6 +200,8 @@ TEST_F(MediaSourceTest, TruncatedFileFails)
 {
     makeClip(h264Clip);
     std::filesystem::resize_file(stream.source.location, 600);
+    // GStreamer loses its own error now and then; the deadline is what is sure.
+    options.describeDeadline = std::chrono::milliseconds(500);
     open();
     EXPECT_EQ(describe(), Description::failed);
 }
@@ -276,6 +278,41 @@ TEST_F(MediaSourceTest, LaunchLineThatRunsFreelyLeavesInRealTime)
     ASSERT_TRUE(video->waitForUnits(22));
     const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(lasted.count(), 0.5);
+}
+
+TEST_F(MediaSourceTest, SourceThatGivesNothingFailsAtTheDeadline)
+{
+    options.describeDeadline = std::chrono::milliseconds(50);
+    stream.source.kind = SourceConfig::Kind::launch;
+    stream.source.location = "appsrc is-live=true caps=video/x-h264,stream-format=byte-stream name=video";
+    open();
+    EXPECT_EQ(describe(), Description::failed);
+    EXPECT_FALSE(source->isRunning());
+}
+
+TEST_F(MediaSourceTest, TracksThatAreThereAtTheDeadlineAreTold)
+{
+    options.describeDeadline = std::chrono::milliseconds(500);
+    stream.source.kind = SourceConfig::Kind::launch;
+    stream.source.location =
+        "videotestsrc is-live=true ! x264enc tune=zerolatency name=video "
+        "appsrc is-live=true name=audio";
+    open();
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_EQ(tracks.size(), 1U);
+    EXPECT_EQ(tracks[0].trackId, "trackID=0");
+}
+
+TEST_F(MediaSourceTest, SourceThatFallsSilentIsStartedAgain)
+{
+    options.longestSilence = std::chrono::milliseconds(300);
+    stream.source.kind = SourceConfig::Kind::launch;
+    stream.source.location =
+        "appsrc is-live=true caps=video/x-raw,format=I420,width=16,height=16,framerate=25/1 name=video";
+    open();
+    const auto video = watch("trackID=0");
+    ASSERT_TRUE(video->waitForDiscontinuities(2));
+    EXPECT_GE(source->starts(), 2);
 }
 
 TEST_F(MediaSourceTest, WrongLaunchLinesFail)
