@@ -124,7 +124,7 @@ private:
 
     OVAudioBackDispatcherMgr();
 
-    void removeSessions(const std::vector<std::string>& sessionIds);
+    OV_INTERNAL void removeSessions(const std::vector<std::string>& sessionIds);
 
     SafePointer<GThread> thread_;
     OVMutex mutex_;  // guards the sessions and the track id

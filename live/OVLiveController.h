@@ -56,7 +56,7 @@ public:
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc) override;
 
 private:
-    bool isTalkBack(const std::string& trackId) const;
+    OV_INTERNAL bool isTalkBack(const std::string& trackId) const;
 
     OVMutex mutex_;  // never locked; part of the layout
     std::string mediaUrl_;

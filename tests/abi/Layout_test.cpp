@@ -1,0 +1,339 @@
+#include "tests/abi/Layout.h"
+
+#include <gtest/gtest.h>
+
+#include <exception>
+#include <map>
+#include <string>
+#include <type_traits>
+
+#include "audioback/OVAudioBackDispatcherMgr.h"
+#include "hostapi/live/RTPStreamDispatcherMgr.h"
+#include "live/OVLiveController.h"
+#include "live/OVLiveControllerFactory.h"
+#include "mediaurl/MediaUrlFactoryMap.h"
+#include "mediaurl/OrvaneMediaUrl.h"
+#include "mediaurl/OrvaneMediaUrlFactory.h"
+#include "support/OVMutexManager.h"
+#include "support/function.h"
+#include "tests/CapturedOutput.h"
+#include "tests/fakehost/FakeConnection.h"
+#include "tests/fakehost/FakeDescription.h"
+#include "tests/fakehost/FakeMediaPlayer.h"
+#include "tests/fakehost/RefCountInspector.h"
+
+// The mirrors below name the members of each class in the order in which hosts know them.
+namespace
+{
+
+struct HandleMirror
+{
+    void* table;
+    void* object;
+    ref_count* record;
+};
+
+struct UrlParamMirror
+{
+    std::string mediaUrlPrefix;
+    std::string deviceId;
+    int cameraID;
+    int streamID;
+    double recordBeginTime;
+    double recordEndTime;
+    bool multicastFlag;
+};
+
+struct CodecMirror
+{
+    void* table;
+    UrlParamMirror objMediaUrlParam;
+};
+
+struct CodecFactoryMirror
+{
+    void* table;
+    OVMutex mutex;
+};
+
+struct RegistryMirror
+{
+    void* table;
+    std::map<int, SafePointer<IMediaUrlFactory>> factories;
+    OVMutex mutex;
+};
+
+struct ControllerFactoryMirror
+{
+    void* table;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    int thirdPlatType;
+    OVMutex mutex;
+};
+
+struct LiveControllerMirror
+{
+    void* table;
+    OVMutex mutex;
+    std::string mediaUrl;
+    std::string streamKey;
+    MediaInfo mediaInfo;
+    MediaUrlParam mediaUrlParam;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    std::string audioBackTrackId;
+};
+
+struct TalkBackMirror
+{
+    void* table;
+    SafePointer<GThread> thread;
+    OVMutex mutex;
+    int encoderType;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    int thirdPlatType;
+    std::string audioBackTrackId;
+    SafePointer<IMediaPlayer> mediaPlayer;
+    bool playerOpened;
+    std::map<std::string, SafePointer<AudioDispatcher>> sessions;
+    MTUParam mtuParam;
+};
+
+struct ConnectionMirror
+{
+    void* table;
+    int transportKind;
+};
+
+int nothing()
+{
+    return 0;
+}
+
+}  // namespace
+
+TEST(Layout, HandleHoldsObjectThenRecord)
+{
+    EXPECT_EQ(sizeof(HandleMirror), sizeof(SafePointer<IConnection>));
+    IConnection* const object = new FakeConnection(1);
+    const SafePointer<IConnection> handle(object);
+    EXPECT_EQ(object, Layout::at(&handle, &HandleMirror::object));
+    EXPECT_EQ(RefCountInspector::recordOf(object), Layout::at(&handle, &HandleMirror::record));
+    EXPECT_EQ(sizeof(void*), sizeof(BaseSafePointer));
+}
+
+TEST(Layout, ErrorHoldsItsMessageAlone)
+{
+    EXPECT_EQ(sizeof(std::exception) + sizeof(std::string), sizeof(OVRuntimeError));
+    const OVRuntimeError error("message");
+    EXPECT_EQ("message", Layout::at<std::string>(&error, sizeof(std::exception)));
+}
+
+TEST(Layout, CallablesHoldOneFieldEach)
+{
+    using Bound = bind_funcobj0<int, OVAudioBackDispatcherMgr>;
+    EXPECT_FALSE(std::is_polymorphic<Bound>::value);
+    EXPECT_EQ(0u, offsetof(Bound, member));
+    EXPECT_EQ(sizeof(int(OVAudioBackDispatcherMgr::*)()), offsetof(Bound, object));
+    EXPECT_EQ(sizeof(void*) + sizeof(Bound), sizeof(function_obj<int, Bound>));
+    const function_obj<int, int (*)()> free(&nothing);
+    EXPECT_EQ(2 * sizeof(void*), sizeof free);
+    EXPECT_EQ(&nothing, Layout::at<int (*)()>(&free, sizeof(void*)));
+    EXPECT_EQ(sizeof(void*) + sizeof(HandleMirror), sizeof(function<int>));
+    EXPECT_EQ(2u, Layout::slotOf(&function_obj_base<int>::operator()));
+}
+
+TEST(Layout, ConnectionBeginsWithItsTransportKind)
+{
+    const FakeConnection connection(3);
+    EXPECT_EQ(3, Layout::at(static_cast<const IConnection*>(&connection), &ConnectionMirror::transportKind));
+}
+
+TEST(Layout, UrlParametersStandInTheirOrder)
+{
+    EXPECT_EQ(sizeof(UrlParamMirror), sizeof(MediaUrlParam));
+    EXPECT_FALSE(std::is_polymorphic<MediaUrlParam>::value);
+    MediaUrlParam param;
+    std::string prefix = "prefix";
+    param.setMediaUrlPrefix(prefix);
+    param.setDeviceId("device");
+    param.setCameraID(1);
+    param.setStreamID(2);
+    param.setRecordBeginTime(3.0);
+    param.setRecordEndTime(4.0);
+    param.setMulticastFlag(true);
+    EXPECT_EQ("prefix", Layout::at(&param, &UrlParamMirror::mediaUrlPrefix));
+    EXPECT_EQ("device", Layout::at(&param, &UrlParamMirror::deviceId));
+    EXPECT_EQ(1, Layout::at(&param, &UrlParamMirror::cameraID));
+    EXPECT_EQ(2, Layout::at(&param, &UrlParamMirror::streamID));
+    EXPECT_EQ(3.0, Layout::at(&param, &UrlParamMirror::recordBeginTime));
+    EXPECT_EQ(4.0, Layout::at(&param, &UrlParamMirror::recordEndTime));
+    EXPECT_TRUE(Layout::at(&param, &UrlParamMirror::multicastFlag));
+}
+
+TEST(Layout, CodecHoldsItsParametersAloneAndTheOrvaneCodecAddsNothing)
+{
+    EXPECT_EQ(sizeof(CodecMirror), sizeof(IMediaUrl));
+    EXPECT_EQ(sizeof(IMediaUrl), sizeof(OrvaneMediaUrl));
+    OrvaneMediaUrl codec;
+    const void* const object = static_cast<IMediaUrl*>(&codec);
+    EXPECT_EQ(static_cast<const void*>(&codec.objMediaUrlParam),
+              &Layout::at(object, &CodecMirror::objMediaUrlParam));
+}
+
+TEST(Layout, CodecOperationsStandInTheirSlots)
+{
+    EXPECT_EQ(2u, Layout::slotOf(&IMediaUrl::parseMediaUrl));
+    EXPECT_EQ(3u, Layout::slotOf(&IMediaUrl::toMediaUrl));
+    EXPECT_EQ(4u, Layout::slotOf(&IMediaUrl::parseMulticastMediaUrl));
+    EXPECT_EQ(5u, Layout::slotOf(&IMediaUrl::toMulticastMediaUrl));
+    EXPECT_EQ(6u, Layout::slotOf(&IMediaUrl::parsePlaybackMediaUrl));
+    EXPECT_EQ(7u, Layout::slotOf(&IMediaUrl::toPlayBackMediaUrl));
+    EXPECT_EQ(8u, Layout::slotOf(&IMediaUrl::getThirdPlatType));
+    EXPECT_EQ(2u, Layout::slotOf(&IMediaUrlFactory::createMediaUrl));
+    EXPECT_EQ(sizeof(void*), sizeof(IMediaUrlFactory));
+    EXPECT_EQ(sizeof(CodecFactoryMirror), sizeof(OrvaneMediaUrlFactory));
+}
+
+TEST(Layout, RegistryHoldsItsMapThenItsMutex)
+{
+    EXPECT_EQ(sizeof(RegistryMirror), sizeof(MediaUrlFactoryMap));
+    const SafePointer<MediaUrlFactoryMap> map = MediaUrlFactoryMap::getInstance();
+    map->registerFactory(31, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
+    const auto& factories = Layout::at(map.operator->(), &RegistryMirror::factories);
+    ASSERT_EQ(1u, factories.size());
+    EXPECT_EQ(31, factories.begin()->first);
+    map->unregisterFactory(31);
+}
+
+TEST(Layout, ControllerOperationsStandInTheirSlots)
+{
+    EXPECT_EQ(sizeof(void*), sizeof(IRTSPController));
+    EXPECT_EQ(2u, Layout::slotOf(&IRTSPController::getMediaInfo));
+    EXPECT_EQ(3u, Layout::slotOf(&IRTSPController::getSessionInfo));
+    EXPECT_EQ(4u, Layout::slotOf(&IRTSPController::mediaInit));
+    EXPECT_EQ(5u, Layout::slotOf(&IRTSPController::setup));
+    EXPECT_EQ(6u, Layout::slotOf(&IRTSPController::play));
+    EXPECT_EQ(7u, Layout::slotOf(&IRTSPController::setPlayRange));
+    EXPECT_EQ(8u, Layout::slotOf(&IRTSPController::getCurPlayRange));
+    EXPECT_EQ(9u, Layout::slotOf(&IRTSPController::correctPlayRange));
+    EXPECT_EQ(10u, Layout::slotOf(&IRTSPController::getCurRTPPacketInfo));
+    EXPECT_EQ(11u, Layout::slotOf(&IRTSPController::pause));
+    EXPECT_EQ(12u, Layout::slotOf(&IRTSPController::setPauseRange));
+    EXPECT_EQ(13u, Layout::slotOf(&IRTSPController::stop));
+    EXPECT_EQ(14u, Layout::slotOf(&IRTSPController::getConnetionState));
+    EXPECT_EQ(15u, Layout::slotOf(&IRTSPController::setSpeed));
+    EXPECT_EQ(16u, Layout::slotOf(&IRTSPController::setRTCPFrequence));
+    EXPECT_EQ(17u, Layout::slotOf(&IRTSPController::getTrackSSRC));
+    EXPECT_EQ(sizeof(void*), sizeof(IRTSPControllerFactory));
+    EXPECT_EQ(2u, Layout::slotOf(&IRTSPControllerFactory::createMedia));
+}
+
+TEST(Layout, ControllerFactoryFieldsStandInTheirOrder)
+{
+    EXPECT_EQ(sizeof(ControllerFactoryMirror), sizeof(OVLiveControllerFactory));
+    OVLiveControllerFactory factory;
+    DeviceInfoEx device;
+    device.setDeviceID("device");
+    factory.setDeviceInfo(device);
+    DeviceExAbility ability;
+    ability.setAudioBackFlag(true);
+    factory.setDeviceAbility(ability);
+    factory.setThirdPlatType(17);
+    EXPECT_STREQ("device", Layout::at(&factory, &ControllerFactoryMirror::deviceInfo).getDeviceID());
+    EXPECT_TRUE(Layout::at(&factory, &ControllerFactoryMirror::deviceAbility).getAudioBackFlag());
+    EXPECT_EQ(17, Layout::at(&factory, &ControllerFactoryMirror::thirdPlatType));
+}
+
+TEST(Layout, LiveControllerFieldsStandInTheirOrder)
+{
+    EXPECT_EQ(sizeof(LiveControllerMirror), sizeof(OVLiveController));
+    const SafePointer<MediaUrlFactoryMap> map = MediaUrlFactoryMap::getInstance();
+    map->registerFactory(31, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
+    OVLiveController controller;
+    DeviceInfoEx device;
+    device.setDeviceID("device");
+    DeviceExAbility ability;
+    ability.setAudioBackFlag(true);
+    CapturedOutput output;
+    ASSERT_EQ(0, controller.initInstance(31, "rtsp://host/orv/live/12/3", device, ability, true));
+    ASSERT_EQ(0, controller.setup("session", FakeDescription::backChannel().trackId,
+                                  SafePointer<IConnection>(new FakeConnection(1))));
+    EXPECT_EQ("rtsp://host/orv/live/12/3", Layout::at(&controller, &LiveControllerMirror::mediaUrl));
+    EXPECT_EQ("12/3", Layout::at(&controller, &LiveControllerMirror::streamKey));
+    EXPECT_EQ("orv/live/12/3", Layout::at(&controller, &LiveControllerMirror::mediaInfo).mediaUrl);
+    EXPECT_EQ(12, Layout::at(&controller, &LiveControllerMirror::mediaUrlParam).getCameraID());
+    EXPECT_STREQ("device", Layout::at(&controller, &LiveControllerMirror::deviceInfo).getDeviceID());
+    EXPECT_TRUE(Layout::at(&controller, &LiveControllerMirror::deviceAbility).getAudioBackFlag());
+    EXPECT_EQ("trackID=2", Layout::at(&controller, &LiveControllerMirror::audioBackTrackId));
+    map->unregisterFactory(31);
+    OVAudioBackDispatcherMgr::getInstance()->clearAllSession();
+}
+
+TEST(Layout, TalkBackManagerFieldsStandInTheirOrder)
+{
+    EXPECT_EQ(sizeof(TalkBackMirror), sizeof(OVAudioBackDispatcherMgr));
+    const SafePointer<OVAudioBackDispatcherMgr> manager = OVAudioBackDispatcherMgr::getInstance();
+    const void* const object = manager.operator->();
+    EXPECT_EQ(103, Layout::at(object, &TalkBackMirror::encoderType));
+    EXPECT_EQ(1, Layout::at(object, &TalkBackMirror::thirdPlatType));
+    EXPECT_FALSE(Layout::at(object, &TalkBackMirror::playerOpened));
+    EXPECT_EQ(1440, Layout::at(object, &TalkBackMirror::mtuParam).getMTUValue());
+    EXPECT_TRUE(Layout::at(object, &TalkBackMirror::mediaPlayer).isEmpty());
+    EXPECT_FALSE(Layout::at(object, &TalkBackMirror::thread)->IsRunning());
+
+    DeviceInfoEx device;
+    device.setDeviceID("device");
+    manager->setDeviceInfoEx(device);
+    DeviceExAbility ability;
+    ability.setAudioBackFlag(true);
+    manager->setDeviceExAbility(ability);
+    manager->setThirdPlatType(5);
+    manager->setEncoderType(8);
+    CapturedOutput output;
+    manager->initSession("session", "track", SubMediaInfo(), 1364);
+    manager->startAudio("session");
+    manager->setMediaPlayer(SafePointer<IMediaPlayer>(new FakeMediaPlayer));
+    manager->processPlayer();
+    EXPECT_STREQ("device", Layout::at(object, &TalkBackMirror::deviceInfo).getDeviceID());
+    EXPECT_TRUE(Layout::at(object, &TalkBackMirror::deviceAbility).getAudioBackFlag());
+    EXPECT_EQ(5, Layout::at(object, &TalkBackMirror::thirdPlatType));
+    EXPECT_EQ(8, Layout::at(object, &TalkBackMirror::encoderType));
+    EXPECT_EQ("track", Layout::at(object, &TalkBackMirror::audioBackTrackId));
+    EXPECT_FALSE(Layout::at(object, &TalkBackMirror::mediaPlayer).isEmpty());
+    EXPECT_TRUE(Layout::at(object, &TalkBackMirror::playerOpened));
+    EXPECT_EQ(1u, Layout::at(object, &TalkBackMirror::sessions).count("session"));
+    manager->stop();
+    EXPECT_EQ("track", Layout::at(object, &TalkBackMirror::audioBackTrackId)) << "it is never cleared";
+}
+
+TEST(Layout, OutputOperationsStandInTheirSlots)
+{
+    EXPECT_EQ(2u, Layout::slotOf(&IMediaPlayer::setDeviceInfo));
+    EXPECT_EQ(3u, Layout::slotOf(&IMediaPlayer::setEncoderType));
+    EXPECT_EQ(4u, Layout::slotOf(&IMediaPlayer::open));
+    EXPECT_EQ(5u, Layout::slotOf(&IMediaPlayer::play));
+    EXPECT_EQ(6u, Layout::slotOf(&IMediaPlayer::close));
+}
+
+template <class T>
+class DestructorThatMayThrow : public testing::Test
+{
+};
+
+// Whatever holds a handle, is held by one, or is the base of such a class.
+using MayThrow =
+    testing::Types<BaseSafePointer, SafePointer<IConnection>, function<int>, function_obj_base<int>,
+                   function_obj<int, int (*)()>, IMediaUrl, IMediaUrlFactory, MediaUrlFactoryMap,
+                   OrvaneMediaUrl, OrvaneMediaUrlFactory, IRTSPController, IRTSPControllerFactory,
+                   OVLiveController, OVLiveControllerFactory, OVAudioBackDispatcherMgr, AudioDispatcher,
+                   IMediaPlayer, IConnection, RTPStreamDispatcherMgr, OVThread, GThread>;
+TYPED_TEST_SUITE(DestructorThatMayThrow, MayThrow);
+
+TYPED_TEST(DestructorThatMayThrow, IsDeclaredSoAndVirtual)
+{
+    EXPECT_FALSE(std::is_nothrow_destructible<TypeParam>::value);
+    EXPECT_TRUE(std::has_virtual_destructor<TypeParam>::value);
+}

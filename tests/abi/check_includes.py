@@ -1,0 +1,62 @@
+#!/usr/bin/env python3
+"""Checks in which direction the folders depend on one another, by their includes.
+
+hostapi/base <- support <- the rest of hostapi <- mediaurl <- audioback <- live <- playback; the reference host and
+the tests stand on top, and nothing includes them. The library itself uses nothing but the language's standard
+library.
+
+Usage: check_includes.py [root]
+"""
+import pathlib
+import re
+import sys
+
+ROOT = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parent.parent.parent)
+ORDER = ["hostapi/base", "support", "hostapi", "mediaurl", "audioback", "live", "playback"]
+TOP = ["refhost", "bench", "tests"]
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
+# A header of the C++ standard library has neither folder nor suffix.
+STANDARD = re.compile(r"^[a-z_0-9]+$")
+
+
+def layer(path):
+    parts = pathlib.PurePosixPath(path).parts
+    if parts[:2] == ("hostapi", "base"):
+        return "hostapi/base"
+    return parts[0]
+
+
+def allowed(layer_name):
+    if layer_name in ORDER:
+        return ORDER[:ORDER.index(layer_name) + 1]
+    if layer_name == "tests":
+        return ORDER + TOP
+    return ORDER + ["refhost", layer_name]
+
+
+def faults_of(path):
+    own = layer(path)
+    for kind, target in INCLUDE.findall((ROOT / path).read_text()):
+        if kind == "<":
+            if own in ORDER and not STANDARD.match(target):
+                yield f"{path} includes <{target}>, which is not of the C++ standard library"
+        elif not (ROOT / target).is_file():
+            if own not in ORDER:
+                continue  # generated, or a tool's own
+            yield f'{path} includes "{target}", which is no path from the root'
+        elif layer(target) not in allowed(own):
+            yield f'{path} includes "{target}": {own} must not know {layer(target)}'
+
+
+def main():
+    files = sorted(path.relative_to(ROOT).as_posix() for folder in {name.split("/")[0] for name in ORDER} | set(TOP)
+                   for suffix in ("h", "cpp") for path in (ROOT / folder).rglob(f"*.{suffix}"))
+    faults = [fault for path in files for fault in faults_of(path)]
+    for fault in faults:
+        print(fault)
+    print(f"{len(files)} files, {len(faults)} faults")
+    return 1 if faults or not files else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

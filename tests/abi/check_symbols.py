@@ -1,0 +1,142 @@
+#!/usr/bin/env python3
+"""Compares what a shared library defines and asks for with the golden lists beside this script.
+
+Usage: check_symbols.py <libovmediacontrol.so> [--update]
+
+  exported.txt    what of the library's own classes a host may bind to; nothing is missing, nothing is there besides
+  undefined.txt   what of the host's classes the library binds to; everything else that it asks for must be the
+                  C and C++ runtime's
+  vtables.txt     how many virtual operations each class has (a destructor counts twice)
+
+--update writes the lists anew: a change in them is a change of the binary interface.
+"""
+import difflib
+import pathlib
+import re
+import subprocess
+import sys
+
+HERE = pathlib.Path(__file__).resolve().parent
+
+# Symbols of the C and C++ runtime carry the version of the library that they were linked from.
+RUNTIME = re.compile(r"@@?(GLIBC|GLIBCXX|CXXABI|GCC)_")
+# What the compiler's start files ask for, if it is there.
+OPTIONAL = {"__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__cxa_finalize"}
+# What linkers add to every shared object.
+LINKER = {"_init", "_fini", "_edata", "_end", "__bss_start", "__bss_start__", "__bss_end__", "_bss_end__", "__end__"}
+PREFIXES = ("vtable for ", "typeinfo name for ", "typeinfo for ", "non-virtual thunk to ", "virtual thunk to ")
+
+
+def own_classes():
+    """Names of the classes that the library's headers mark for export and its sources define.
+
+    Templates and classes that are wholly inline leave copies wherever they are used: which of them the library
+    holds is the compiler's choice.
+    """
+    root = HERE.parent.parent
+    names = set()
+    for folder in ("support", "mediaurl", "live", "playback", "audioback"):
+        for header in (root / folder).glob("*.h"):
+            if not header.with_suffix(".cpp").exists():
+                continue
+            text = header.read_text()
+            for match in re.finditer(r"(template\s*<[^>]*>\s*)?class OV_EXPORT (\w+)", text):
+                if not match.group(1):
+                    names.add(match.group(2))
+    return names
+
+
+def symbols(library, *options):
+    out = subprocess.run(["nm", "-D", "-C", *options, library], check=True, capture_output=True, text=True).stdout
+    return [line for line in out.splitlines() if line.strip()]
+
+
+def plain(name):
+    """A symbol's name without version, ABI tag and the long form of std::string."""
+    name = re.sub(r"@@?[A-Z]\w*[.\d]*$", "", name)
+    name = name.replace("[abi:cxx11]", "")
+    return name.replace("std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >", "std::string")
+
+
+def class_of(name):
+    for prefix in PREFIXES:
+        if name.startswith(prefix):
+            return name[len(prefix):]
+    return re.split(r"::|[<(\[ ]", name, maxsplit=1)[0]
+
+
+def exported(library, classes):
+    return sorted({name for name in (plain(line.split(maxsplit=2)[2]) for line in symbols(library, "--defined-only"))
+                   if class_of(name) in classes})
+
+
+def leaks(library, classes):
+    """What the library shows although nothing marks it for export."""
+    strong = [line.split(maxsplit=2) for line in symbols(library, "--defined-only")]
+    names = {plain(name) for _, kind, name in strong if kind in "TDBRG"}
+    return sorted(name for name in names if class_of(name) not in classes and name not in LINKER)
+
+
+def asked_for(library):
+    """Names of what the library asks for and the C and C++ runtime does not have."""
+    for line in symbols(library, "--undefined-only"):
+        name = line.split(maxsplit=1)[1]
+        if not RUNTIME.search(name) and name not in OPTIONAL:
+            yield plain(name)
+
+
+def undefined(library):
+    # Which types of the host are named beside their operations is the compiler's choice.
+    return sorted({name for name in asked_for(library) if not name.startswith(PREFIXES)})
+
+
+def host_classes():
+    """Names of the classes that the host contract declares for a host to define."""
+    root = HERE.parent.parent / "hostapi"
+    return {match.group(1) for header in root.rglob("*.h")
+            for match in re.finditer(r"class OV_HOST_API (\w+)", header.read_text())}
+
+
+def vtables(library, classes):
+    pointer = 8 if b"ELF\x02" in pathlib.Path(library).read_bytes()[:5].replace(b"\x7f", b"") else 4
+    rows = []
+    for line in symbols(library, "-S", "--defined-only"):
+        parts = line.split(maxsplit=3)
+        if len(parts) == 4 and parts[3].startswith("vtable for ") and class_of(parts[3]) in classes:
+            rows.append(f"{class_of(parts[3])} {int(parts[1], 16) // pointer - 2}")
+    return sorted(rows)
+
+
+def compare(name, lines, update):
+    golden = HERE / name
+    if update:
+        golden.write_text("\n".join(lines) + "\n")
+        return True
+    expected = golden.read_text().splitlines()
+    if expected == lines:
+        return True
+    print(f"{name} and the library differ (- expected, + found):")
+    print("\n".join(line for line in difflib.unified_diff(expected, lines, lineterm="", n=0)
+                    if not line.startswith(("---", "+++", "@@"))))
+    return False
+
+
+def main():
+    library, update = sys.argv[1], "--update" in sys.argv[2:]
+    classes = own_classes()
+    results = [
+        compare("exported.txt", exported(library, classes), update),
+        compare("undefined.txt", undefined(library), update),
+        compare("vtables.txt", vtables(library, classes), update),
+    ]
+    strangers = [name for name in asked_for(library) if class_of(name) not in host_classes()]
+    for name in strangers:
+        print(f"the library asks for what neither the host contract nor the runtime has: {name}")
+    shown = leaks(library, classes)
+    for name in shown:
+        print(f"the library shows what nothing marks for export: {name}")
+    return 0 if all(results) and not strangers and not shown else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
