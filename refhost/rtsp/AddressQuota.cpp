@@ -1,0 +1,53 @@
+#include "refhost/rtsp/AddressQuota.h"
+
+namespace refhost
+{
+
+AddressQuota::AddressQuota(int limit, int limitPerAddress)
+    : limit_(static_cast<std::size_t>(limit)), limitPerAddress_(limitPerAddress)
+{
+}
+
+bool AddressQuota::take(const SocketAddress::Key& address)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (count_ >= limit_)
+    {
+        return false;
+    }
+    int& ofAddress = byAddress_[address];
+    if (ofAddress >= limitPerAddress_)
+    {
+        if (ofAddress == 0)
+        {
+            byAddress_.erase(address);
+        }
+        return false;
+    }
+    ++ofAddress;
+    ++count_;
+    return true;
+}
+
+void AddressQuota::giveBack(const SocketAddress::Key& address)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = byAddress_.find(address);
+    if (found == byAddress_.end())
+    {
+        return;
+    }
+    --count_;
+    if (--found->second == 0)
+    {
+        byAddress_.erase(found);
+    }
+}
+
+std::size_t AddressQuota::count() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return count_;
+}
+
+}  // namespace refhost

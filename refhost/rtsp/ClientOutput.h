@@ -1,0 +1,75 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "refhost/live/InterleavedTransport.h"
+
+namespace refhost
+{
+
+/// What goes out on one socket: responses and interleaved frames, in the order of their writing.
+///
+/// Every write goes to the socket at once, from whichever thread; what the socket does not take waits here
+/// and goes when it is writable again. Frames are taken only while nothing waits, so at most one write of
+/// frames and some responses ever do. Threads: any; one lock of its own, never held while a listener is
+/// called.
+class ClientOutput
+{
+public:
+    /// Told under the lock whether onWritable() is to be called when the socket takes bytes again.
+    using WantWritable = std::function<void(bool wanted)>;
+
+    /// \param descriptor   non-blocking stream socket; stays open until after close()
+    /// \param mostWaiting  bytes of responses that may wait for a client that does not read
+    ClientOutput(int descriptor, std::size_t mostWaiting, WantWritable wantWritable);
+
+    /// Queues a response.
+    /// \returns false when the client does not take what it asks for, or the socket failed: end the
+    /// connection
+    bool sendResponse(std::string_view response);
+
+    /// \returns `sent` when all was taken, `congested` with nothing taken, or `closed`
+    SendStatus sendFrames(const std::uint8_t* data, std::size_t size);
+
+    /// Has `listener` told once by onWritable(), when frames are taken again.
+    void notifyWhenWritable(std::weak_ptr<TransportListener> listener);
+
+    /// The socket takes bytes again.
+    /// \returns false when it failed
+    bool onWritable();
+
+    /// Nothing is written any more after the return.
+    void close();
+
+    /// True when no byte waits.
+    bool empty() const;
+
+    /// Bytes that the socket took so far; grows while the client reads.
+    std::uint64_t bytesTaken() const;
+
+private:
+    std::size_t write(const char* data, std::size_t size);
+    void keep(const char* data, std::size_t size);
+
+    const int descriptor_;
+    const std::size_t mostWaiting_;
+    const WantWritable wantWritable_;
+    std::atomic<std::uint64_t> bytesTaken_{0};
+    mutable std::mutex mutex_;
+    bool closed_ = false;
+    bool failed_ = false;
+    bool wanted_ = false;
+    std::string waiting_;
+    std::size_t waitingFrom_ = 0;
+    std::vector<std::weak_ptr<TransportListener>> listeners_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,143 @@
+#include "refhost/rtsp/ConnectionLoop.h"
+
+#include <unistd.h>
+
+#include <exception>
+#include <future>
+#include <utility>
+
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+
+ConnectionLoop::ConnectionLoop(const std::string& name, FrontServices& services, AddressQuota& accepted,
+                               AddressQuota& refused, int sweepMilliseconds)
+    : services_(services), accepted_(accepted), refused_(refused), events_(name)
+{
+    events_.every(sweepMilliseconds, [this] { sweep(); });
+}
+
+ConnectionLoop::~ConnectionLoop()
+{
+    closeAll();
+}
+
+void ConnectionLoop::adopt(int descriptor, const SocketAddress& peer, bool refused)
+{
+    if (events_.onLoopThread())
+    {
+        take(descriptor, peer, refused);
+        return;
+    }
+    events_.post([this, descriptor, peer, refused] { take(descriptor, peer, refused); });
+}
+
+void ConnectionLoop::take(int descriptor, const SocketAddress& peer, bool refused)
+{
+    std::shared_ptr<RtspConnection> connection;
+    try
+    {
+        connection = std::make_shared<RtspConnection>(*this, services_, descriptor, peer, refused);
+    }
+    catch (const std::exception& error)
+    {
+        Log::error("{}: no connection: {}", peer.text(), error.what());
+        ::close(descriptor);
+        (refused ? refused_ : accepted_).giveBack(peer.key());
+        return;
+    }
+    connections_.emplace(connection.get(), connection);
+    try
+    {
+        connection->open();
+    }
+    catch (const std::exception& error)
+    {
+        Log::error("{}: no connection: {}", peer.text(), error.what());
+        close(*connection);
+    }
+}
+
+void ConnectionLoop::retryParked()
+{
+    events_.post([this] { tryParkedNow(); });
+}
+
+void ConnectionLoop::tryParkedNow()
+{
+    // A request that is not ready yet parks its connection again.
+    for (const std::weak_ptr<RtspConnection>& weak : std::exchange(parked_, {}))
+    {
+        if (const auto connection = weak.lock())
+        {
+            connection->retryParked();
+        }
+    }
+}
+
+void ConnectionLoop::closeAll()
+{
+    std::promise<void> done;
+    events_.post(
+        [this, &done]
+        {
+            closeAllNow();
+            done.set_value();
+        });
+    done.get_future().wait();
+}
+
+void ConnectionLoop::closeAllNow()
+{
+    while (!connections_.empty())
+    {
+        close(*connections_.begin()->first);
+    }
+    parked_.clear();
+}
+
+EventLoop& ConnectionLoop::events()
+{
+    return events_;
+}
+
+ConnectionLoop::Scratch& ConnectionLoop::scratch()
+{
+    return scratch_;
+}
+
+void ConnectionLoop::close(RtspConnection& connection)
+{
+    const auto found = connections_.find(&connection);
+    if (found == connections_.end())
+    {
+        return;
+    }
+    const std::shared_ptr<RtspConnection> held = std::move(found->second);
+    connections_.erase(found);
+    held->close();
+    (held->refused() ? refused_ : accepted_).giveBack(held->peer().key());
+}
+
+void ConnectionLoop::addParked(RtspConnection& connection)
+{
+    parked_.push_back(connection.weak_from_this());
+}
+
+void ConnectionLoop::sweep()
+{
+    std::vector<std::shared_ptr<RtspConnection>> all;
+    all.reserve(connections_.size());
+    for (const auto& [key, connection] : connections_)
+    {
+        all.push_back(connection);
+    }
+    const std::int64_t nowMs = services_.clock();
+    for (const auto& connection : all)
+    {
+        connection->sweep(nowMs);
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "refhost/rtsp/AddressQuota.h"
+#include "refhost/rtsp/FrontServices.h"
+#include "refhost/rtsp/ResponseWriter.h"
+#include "refhost/rtsp/RtspConnection.h"
+#include "refhost/rtsp/RtspRequest.h"
+#include "refhost/threads/EventLoop.h"
+
+namespace refhost
+{
+
+/// One event loop of the server with the connections it owns, one timer for all their time-outs, and the
+/// buffers that their requests are read and answered with.
+/// Threads: adopt(), retryParked() and closeAll() any; everything else the loop's.
+class ConnectionLoop
+{
+public:
+    /// What one request needs and the next can use again.
+    struct Scratch
+    {
+        std::vector<char> input = std::vector<char>(65536);
+        RtspRequest request;
+        ResponseWriter response;
+    };
+
+    /// \param accepted, refused   give connections back to these counts, by whether they were refused
+    /// \param sweepMilliseconds   how often time-outs are looked at
+    ConnectionLoop(const std::string& name, FrontServices& services, AddressQuota& accepted,
+                   AddressQuota& refused, int sweepMilliseconds);
+    /// Connections that are left are closed.
+    ~ConnectionLoop();
+
+    /// Takes a connected socket, which is counted already.
+    void adopt(int descriptor, const SocketAddress& peer, bool refused);
+    /// Tries every parked request again.
+    void retryParked();
+    /// Closes every connection and waits until they are closed. Not on the loop's thread.
+    void closeAll();
+
+    EventLoop& events();
+    Scratch& scratch();
+    void close(RtspConnection& connection);
+    void addParked(RtspConnection& connection);
+
+private:
+    void take(int descriptor, const SocketAddress& peer, bool refused);
+    void tryParkedNow();
+    void sweep();
+    void closeAllNow();
+
+    FrontServices& services_;
+    AddressQuota& accepted_;
+    AddressQuota& refused_;
+    Scratch scratch_;
+    std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;
+    std::vector<std::weak_ptr<RtspConnection>> parked_;
+    EventLoop events_;  // last: its thread ends before what it works on
+};
+
+}  // namespace refhost

@@ -1,0 +1,50 @@
+#include "refhost/rtsp/Exchange.h"
+
+namespace refhost
+{
+
+Exchange::Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter, ClientLink& clientLink)
+    : request(rtspRequest), link(clientLink), writer_(responseWriter)
+{
+}
+
+ResponseWriter& Exchange::begin(RtspStatus status)
+{
+    writer_.begin(status, cseq);
+    return writer_;
+}
+
+void Exchange::send()
+{
+    addConnectionHeader();
+    answered_ = true;
+    link.sendResponse(writer_.finish());
+}
+
+void Exchange::send(std::string_view contentType, std::string_view body)
+{
+    addConnectionHeader();
+    answered_ = true;
+    link.sendResponse(writer_.finish(contentType, body));
+}
+
+void Exchange::answer(RtspStatus status)
+{
+    begin(status);
+    send();
+}
+
+bool Exchange::answered() const
+{
+    return answered_;
+}
+
+void Exchange::addConnectionHeader()
+{
+    if (!keepsConnection)
+    {
+        writer_.header("Connection", "close");
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string_view>
+
+#include "refhost/rtsp/ClientLink.h"
+#include "refhost/rtsp/ResponseWriter.h"
+#include "refhost/rtsp/RtspRequest.h"
+#include "refhost/rtsp/RtspUrl.h"
+
+namespace refhost
+{
+
+/// One request on the way to its one response. Lives on the stack while the request is handled.
+class Exchange
+{
+public:
+    Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter, ClientLink& clientLink);
+
+    const RtspRequest& request;
+    ClientLink& link;
+    RtspUrl url;
+    /// The request's CSeq; empty until it was found to be a number.
+    std::string_view cseq;
+    /// False to have the connection ended after the response.
+    bool keepsConnection = true;
+
+    /// Begins the response; the caller may add headers before send().
+    ResponseWriter& begin(RtspStatus status);
+    void send();
+    void send(std::string_view contentType, std::string_view body);
+    /// A response without anything of its own.
+    void answer(RtspStatus status);
+
+    bool answered() const;
+
+private:
+    void addConnectionHeader();
+
+    ResponseWriter& writer_;
+    bool answered_ = false;
+};
+
+}  // namespace refhost

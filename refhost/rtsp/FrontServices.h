@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "refhost/device/Config.h"
+#include "refhost/live/UdpServer.h"
+#include "refhost/rtsp/Authenticator.h"
+#include "refhost/rtsp/MediaRoutes.h"
+#include "refhost/rtsp/MonotonicClock.h"
+#include "refhost/rtsp/SdpWriter.h"
+#include "refhost/rtsp/SessionTable.h"
+
+namespace refhost
+{
+
+/// What every connection's request handler works with. One object for a server; outlives its connections.
+struct FrontServices
+{
+    FrontServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock);
+
+    const LimitsConfig limits;
+    const MonotonicClock clock;
+    const MediaRoutes routes;
+    SessionTable sessions;
+    Authenticator authenticator;
+    const SdpWriter sdp;
+    /// The server's UDP ports, and whether their sockets are IPv6 ones; null: UDP is refused.
+    std::shared_ptr<UdpServer> udp;
+    bool udpIsIpv6 = false;
+};
+
+}  // namespace refhost

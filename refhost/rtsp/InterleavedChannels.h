@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "refhost/live/InterleavedTransport.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// Which tracks use which interleaved channels of one connection, and the way of RTCP from a channel to its
+/// transport. Held by the connection and by every lease. Threads: any; one lock of its own.
+class InterleavedChannels : public std::enable_shared_from_this<InterleavedChannels>
+{
+public:
+    /// A pair of channels in use; free again when the lease goes.
+    class Lease
+    {
+    public:
+        Lease(std::shared_ptr<InterleavedChannels> channels, int rtpChannel, int rtcpChannel);
+        ~Lease();
+        Lease(const Lease&) = delete;
+        Lease& operator=(const Lease&) = delete;
+
+        int rtpChannel() const;
+        int rtcpChannel() const;
+        /// From now on RTCP of the channel goes to `transport`; a lease that goes takes it off again.
+        void deliverTo(const SafePointer<InterleavedTransport>& transport);
+
+    private:
+        const std::shared_ptr<InterleavedChannels> channels_;
+        const int rtpChannel_;
+        const int rtcpChannel_;
+    };
+
+    /// Takes the wanted pair, or the lowest free pair of neighbours when one of the wanted is in use.
+    /// \param rtpChannel, rtcpChannel  0 to 255, or -1 for any
+    /// \returns null when no pair is free
+    std::unique_ptr<Lease> lease(int rtpChannel, int rtcpChannel);
+
+    /// Hands a frame that the client sent to the transport of its channel. A frame of a channel that is not
+    /// in use, or of an RTP channel, is dropped.
+    void received(int channel, const std::uint8_t* data, std::size_t size);
+
+private:
+    struct Use
+    {
+        int rtpChannel;
+        int rtcpChannel;
+        std::unique_ptr<SafePointer<InterleavedTransport>> transport;
+    };
+
+    bool isFree(int channel) const;
+    void giveBack(int rtpChannel);
+    void deliver(int rtpChannel, const SafePointer<InterleavedTransport>& transport);
+
+    std::mutex mutex_;
+    std::vector<Use> uses_;
+};
+
+}  // namespace refhost

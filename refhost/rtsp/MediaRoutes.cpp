@@ -1,0 +1,28 @@
+#include "refhost/rtsp/MediaRoutes.h"
+
+#include <utility>
+
+namespace refhost
+{
+
+void MediaRoutes::add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
+                      FirstPacketFunction firstPacket)
+{
+    routes_.push_back({std::move(prefix), factory, std::move(firstPacket)});
+}
+
+const MediaRoutes::Route* MediaRoutes::find(std::string_view presentation) const
+{
+    for (const Route& route : routes_)
+    {
+        const std::size_t size = route.prefix.size();
+        if (presentation.size() > size && presentation.substr(0, size) == route.prefix &&
+            presentation[size] == '/')
+        {
+            return &route;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace refhost

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hostapi/description/RTPPacketInfo.h"
+#include "live/IRTSPControllerFactory.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// Tells the packet that the last PLAY of a track begins with; false when it is not known.
+using FirstPacketFunction =
+    std::function<bool(const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)>;
+
+/// Which factory serves which family of URLs. Filled before the server starts, constant afterwards.
+class MediaRoutes
+{
+public:
+    struct Route
+    {
+        std::string prefix;
+        SafePointer<IRTSPControllerFactory> factory;
+        FirstPacketFunction firstPacket;
+    };
+
+    /// Serves presentations that begin with `prefix` and a slash ("orv/live" for "orv/live/1/0").
+    void add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
+             FirstPacketFunction firstPacket);
+
+    /// \returns null for a presentation of no known family
+    const Route* find(std::string_view presentation) const;
+
+private:
+    std::vector<Route> routes_;
+};
+
+}  // namespace refhost

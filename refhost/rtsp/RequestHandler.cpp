@@ -1,0 +1,308 @@
+#include "refhost/rtsp/RequestHandler.h"
+
+#include <array>
+#include <exception>
+#include <string>
+
+#include "refhost/base/Log.h"
+#include "refhost/rtsp/RtspText.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::string_view allowedMethods =
+    "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN, GET_PARAMETER, SET_PARAMETER";
+
+enum class Method
+{
+    options,
+    describe,
+    setup,
+    play,
+    pause,
+    teardown,
+    parameters,
+    notAllowed,  // known to RTSP, not for the media of this server
+    unknown
+};
+
+Method methodOf(std::string_view name)
+{
+    struct Entry
+    {
+        std::string_view name;
+        Method method;
+    };
+    constexpr std::array<Entry, 11> methods{{{"OPTIONS", Method::options},
+                                             {"DESCRIBE", Method::describe},
+                                             {"SETUP", Method::setup},
+                                             {"PLAY", Method::play},
+                                             {"PAUSE", Method::pause},
+                                             {"TEARDOWN", Method::teardown},
+                                             {"GET_PARAMETER", Method::parameters},
+                                             {"SET_PARAMETER", Method::parameters},
+                                             {"ANNOUNCE", Method::notAllowed},
+                                             {"RECORD", Method::notAllowed},
+                                             {"REDIRECT", Method::notAllowed}}};
+    for (const Entry& entry : methods)
+    {
+        if (entry.name == name)
+        {
+            return entry.method;
+        }
+    }
+    return Method::unknown;
+}
+
+/// Methods that may be about the server instead of a presentation.
+bool allowsServerUrl(Method method)
+{
+    return method == Method::options || method == Method::parameters || method == Method::notAllowed;
+}
+
+/// A list of the features that the client insists on; this server has none of those that have names.
+std::string unsupportedFeatures(const RtspRequest& request)
+{
+    std::string features;
+    for (const char* const name : {"Require", "Proxy-Require"})
+    {
+        for (const RtspRequest::Header* header = request.find(name); header != nullptr;
+             header = request.find(name, header))
+        {
+            std::string_view list = header->value;
+            while (!list.empty())
+            {
+                const std::string_view feature = RtspText::cut(list, ',');
+                if (!feature.empty())
+                {
+                    features.append(features.empty() ? "" : ", ").append(feature);
+                }
+            }
+        }
+    }
+    // A folded header line may have brought line ends along.
+    for (char& c : features)
+    {
+        c = c == '\r' || c == '\n' ? ' ' : c;
+    }
+    return features;
+}
+
+}  // namespace
+
+RequestHandler::RequestHandler(FrontServices& services, ClientLink& link)
+    : services_(services), link_(link), verbs_(services, link)
+{
+}
+
+RequestHandler::Result RequestHandler::handle(const RtspRequest& request, ResponseWriter& out, bool lastTry)
+{
+    Exchange exchange(request, out, link_);
+    try
+    {
+        return dispatch(exchange, lastTry);
+    }
+    catch (const std::exception& error)
+    {
+        Log::error("{}: {} of {} failed: {}", link_.peer().text(), Log::safe(request.method, 20),
+                   Log::safe(request.uri), error.what());
+    }
+    if (!exchange.answered())
+    {
+        exchange.answer(rtspInternalError);
+    }
+    return Result::answered;
+}
+
+RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry)
+{
+    if (!accept(exchange))
+    {
+        return exchange.keepsConnection ? Result::answered : Result::answeredLast;
+    }
+    SessionVerbs::Result result = SessionVerbs::Result::answered;
+    switch (methodOf(exchange.request.method))
+    {
+        case Method::options:
+            options(exchange);
+            break;
+        case Method::describe:
+            result = verbs_.describe(exchange, lastTry);
+            break;
+        case Method::setup:
+            result = verbs_.setup(exchange, lastTry);
+            break;
+        case Method::play:
+            verbs_.play(exchange);
+            break;
+        case Method::pause:
+            verbs_.pause(exchange);
+            break;
+        case Method::teardown:
+            verbs_.teardown(exchange);
+            break;
+        case Method::parameters:
+            parameters(exchange);
+            break;
+        default:
+            methodNotAllowed(exchange);
+            break;
+    }
+    if (result == SessionVerbs::Result::notReady)
+    {
+        return Result::notReady;
+    }
+    return exchange.keepsConnection ? Result::answered : Result::answeredLast;
+}
+
+/// Checks what every request must fulfil, and answers one that does not.
+bool RequestHandler::accept(Exchange& exchange)
+{
+    const RtspRequest& request = exchange.request;
+    exchange.keepsConnection = !RtspText::equalsIgnoringCase(request.value("Connection"), "close");
+    const std::string_view cseq = request.value("CSeq");
+    constexpr std::uint64_t largestCseq = 0xffffffff;
+    if (!RtspText::number(cseq, largestCseq))
+    {
+        exchange.answer(rtspBadRequest);
+        return false;
+    }
+    exchange.cseq = cseq;
+    const Method method = methodOf(request.method);
+    if (method == Method::unknown)
+    {
+        ResponseWriter& out = exchange.begin(rtspNotImplemented);
+        out.header("Public", allowedMethods);
+        exchange.send();
+        return false;
+    }
+    auto url = RtspUrl::parse(request.uri);
+    if (!url || (url->server && !allowsServerUrl(method)))
+    {
+        exchange.answer(rtspBadRequest);
+        return false;
+    }
+    exchange.url = std::move(*url);
+    const std::string unsupported = unsupportedFeatures(request);
+    if (!unsupported.empty())
+    {
+        ResponseWriter& out = exchange.begin(rtspOptionNotSupported);
+        out.header("Unsupported", unsupported);
+        exchange.send();
+        return false;
+    }
+    // Everybody may ask what the server can do; clients probe with it before they know that they must log in.
+    return method == Method::options || authorize(exchange);
+}
+
+bool RequestHandler::authorize(Exchange& exchange)
+{
+    const RtspRequest& request = exchange.request;
+    const Authenticator::Verdict verdict =
+        services_.authenticator.check(request.method, request.uri, request.value("Authorization"));
+    if (verdict == Authenticator::Verdict::granted)
+    {
+        return true;
+    }
+    ResponseWriter& out = exchange.begin(rtspUnauthorized);
+    services_.authenticator.challenge(out, verdict == Authenticator::Verdict::stale);
+    exchange.send();
+    return false;
+}
+
+void RequestHandler::options(Exchange& exchange)
+{
+    const auto session = verbs_.findSession(exchange.request);
+    if (session == nullptr && exchange.request.find("Session") != nullptr)
+    {
+        exchange.answer(rtspSessionNotFound);
+        return;
+    }
+    ResponseWriter& out = exchange.begin(rtspOk);
+    out.header("Public", allowedMethods);
+    if (session != nullptr)
+    {
+        verbs_.addSessionHeader(out, *session);
+    }
+    exchange.send();
+}
+
+/// Without a body it keeps the session alive; there is no parameter that a body could ask for.
+void RequestHandler::parameters(Exchange& exchange)
+{
+    const RtspRequest& request = exchange.request;
+    const auto session = verbs_.findSession(request);
+    if (session == nullptr && request.find("Session") != nullptr)
+    {
+        exchange.answer(rtspSessionNotFound);
+        return;
+    }
+    if (RtspText::trim(request.body).empty())
+    {
+        ResponseWriter& out = exchange.begin(rtspOk);
+        if (session != nullptr)
+        {
+            verbs_.addSessionHeader(out, *session);
+        }
+        exchange.send();
+        return;
+    }
+    std::string_view type = request.value("Content-Type");
+    type = RtspText::cut(type, ';');
+    const bool understood = type.empty() || RtspText::equalsIgnoringCase(type, "text/parameters");
+    exchange.answer(understood ? rtspParameterNotUnderstood : rtspUnsupportedMediaType);
+}
+
+void RequestHandler::methodNotAllowed(Exchange& exchange)
+{
+    ResponseWriter& out = exchange.begin(rtspMethodNotAllowed);
+    out.header("Allow", allowedMethods);
+    exchange.send();
+}
+
+RequestHandler::Result RequestHandler::reject(const RtspRequest& request,
+                                              const RequestReader::Problem& problem, ResponseWriter& out)
+{
+    Exchange exchange(request, out, link_);
+    exchange.keepsConnection = !problem.fatal;
+    const std::string_view cseq = request.value("CSeq");
+    exchange.cseq = RtspText::number(cseq, 0xffffffff) ? cseq : std::string_view();
+    exchange.answer(problem.status);
+    return problem.fatal ? Result::answeredLast : Result::answered;
+}
+
+RequestHandler::Result RequestHandler::refuse(const RtspRequest& request, ResponseWriter& out)
+{
+    return reject(request, {rtspServiceUnavailable, true}, out);
+}
+
+void RequestHandler::received(const RequestReader::Frame& frame)
+{
+    try
+    {
+        verbs_.received(frame.channel, frame.data, frame.size);
+    }
+    catch (const std::exception& error)
+    {
+        Log::error("{}: taking RTCP failed: {}", link_.peer().text(), error.what());
+    }
+}
+
+bool RequestHandler::carriesSession()
+{
+    return verbs_.carriesSession();
+}
+
+void RequestHandler::linkMoved()
+{
+    verbs_.linkMoved();
+}
+
+void RequestHandler::linkEnded()
+{
+    verbs_.linkEnded();
+}
+
+}  // namespace refhost

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "refhost/rtsp/Exchange.h"
+#include "refhost/rtsp/FrontServices.h"
+#include "refhost/rtsp/RequestReader.h"
+#include "refhost/rtsp/SessionVerbs.h"
+
+namespace refhost
+{
+
+/// Handles the requests of one connection, one after the other: checks what holds for every request, then
+/// the verb. Every request gets exactly one response, through the ClientLink; whatever goes wrong inside is a
+/// 500 and one line in the log.
+///
+/// Knows nothing of sockets. Threads: the connection's; `services` and `link` outlive it.
+class RequestHandler
+{
+public:
+    enum class Result
+    {
+        answered,
+        /// Answered; the connection is to be ended when the response is out.
+        answeredLast,
+        /// Nothing was answered, because the stream is not described yet: hand the same request in again when
+        /// StreamDirectory tells of a change.
+        notReady
+    };
+
+    RequestHandler(FrontServices& services, ClientLink& link);
+
+    /// \param out      where the response is written; used by one handler at a time
+    /// \param lastTry  answer now: the stream had time enough
+    Result handle(const RtspRequest& request, ResponseWriter& out, bool lastTry);
+
+    /// Answers a message that the reader found malformed.
+    Result reject(const RtspRequest& request, const RequestReader::Problem& problem, ResponseWriter& out);
+
+    /// Answers 503, for a connection that the server has no room for.
+    Result refuse(const RtspRequest& request, ResponseWriter& out);
+
+    /// An interleaved frame from the client.
+    void received(const RequestReader::Frame& frame);
+
+    /// True while a session exists that this connection used.
+    bool carriesSession();
+    /// The client took bytes since the last call.
+    void linkMoved();
+    /// The connection is gone. Once.
+    void linkEnded();
+
+private:
+    Result dispatch(Exchange& exchange, bool lastTry);
+    bool accept(Exchange& exchange);
+    bool authorize(Exchange& exchange);
+    void options(Exchange& exchange);
+    void parameters(Exchange& exchange);
+    void methodNotAllowed(Exchange& exchange);
+
+    FrontServices& services_;
+    ClientLink& link_;
+    SessionVerbs verbs_;
+};
+
+}  // namespace refhost

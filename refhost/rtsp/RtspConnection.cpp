@@ -1,0 +1,301 @@
+#include "refhost/rtsp/RtspConnection.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <utility>
+
+#include "refhost/base/Log.h"
+#include "refhost/rtsp/ConnectionLoop.h"
+#include "refhost/threads/EventLoop.h"
+
+namespace refhost
+{
+namespace
+{
+
+// How long a client may take to read the last response before the connection goes.
+constexpr std::int64_t lingerMs = 2000;
+
+std::uint64_t nextSerial()
+{
+    static std::atomic<std::uint64_t> last{0};
+    return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+RequestReader::Limits readerLimits(const LimitsConfig& limits)
+{
+    return {static_cast<std::size_t>(limits.headerCount), static_cast<std::size_t>(limits.headerBytes),
+            static_cast<std::size_t>(limits.bodyBytes)};
+}
+
+}  // namespace
+
+RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, int descriptor,
+                               const SocketAddress& peer, bool refused)
+    : loop_(loop),
+      services_(services),
+      descriptor_(descriptor),
+      peer_(peer),
+      serial_(nextSerial()),
+      refused_(refused),
+      output_(descriptor, waitingMost,
+              [this](bool wanted)
+              {
+                  const std::lock_guard<std::mutex> guard(interestMutex_);
+                  writing_ = wanted;
+                  updateInterest();
+              }),
+      reader_(readerLimits(services.limits)),
+      handler_(services, *this),
+      openedMs_(services.clock()),
+      lastByteMs_(openedMs_)
+{
+}
+
+RtspConnection::~RtspConnection()
+{
+    close();
+}
+
+void RtspConnection::open()
+{
+    loop_.events().add(descriptor_, EventLoop::readable,
+                       [self = shared_from_this()](std::uint32_t events) { self->onEvents(events); });
+}
+
+void RtspConnection::close()
+{
+    if (closed_)
+    {
+        return;
+    }
+    closed_ = true;
+    loop_.events().remove(descriptor_);
+    output_.close();
+    handler_.linkEnded();
+    ::close(descriptor_);
+}
+
+void RtspConnection::onEvents(std::uint32_t events)
+{
+    if (closed_)
+    {
+        return;
+    }
+    if ((events & EventLoop::writable) != 0 && !output_.onWritable())
+    {
+        doomed_ = true;
+    }
+    if ((events & EventLoop::readable) != 0 && !doomed_)
+    {
+        onReadable();
+    }
+    else if ((events & EventLoop::hungUp) != 0)
+    {
+        doomed_ = true;
+    }
+    if (lingering_ && !doomed_ && output_.empty())
+    {
+        ::shutdown(descriptor_, SHUT_WR);
+    }
+    if (doomed_)
+    {
+        loop_.close(*this);
+    }
+}
+
+void RtspConnection::onReadable()
+{
+    ConnectionLoop::Scratch& scratch = loop_.scratch();
+    const ssize_t count = ::recv(descriptor_, scratch.input.data(), scratch.input.size(), MSG_DONTWAIT);
+    if (count <= 0)
+    {
+        doomed_ = count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+        return;
+    }
+    lastByteMs_ = services_.clock();
+    if (lingering_)
+    {
+        return;
+    }
+    reader_.feed(scratch.input.data(), static_cast<std::size_t>(count));
+    process(false);
+}
+
+void RtspConnection::process(bool lastTry)
+{
+    ConnectionLoop::Scratch& scratch = loop_.scratch();
+    while (!doomed_ && !lingering_)
+    {
+        RequestHandler::Result result = RequestHandler::Result::answered;
+        switch (reader_.next(scratch.request))
+        {
+            case RequestReader::Item::none:
+                return;
+            case RequestReader::Item::frame:
+                handler_.received(reader_.frame());
+                break;
+            case RequestReader::Item::malformed:
+                result = handler_.reject(scratch.request, reader_.problem(), scratch.response);
+                break;
+            case RequestReader::Item::request:
+                greeted_ = true;
+                result = refused_ ? handler_.refuse(scratch.request, scratch.response)
+                                  : handler_.handle(scratch.request, scratch.response, lastTry);
+                break;
+        }
+        if (result == RequestHandler::Result::notReady)
+        {
+            park();
+            return;
+        }
+        if (result == RequestHandler::Result::answeredLast)
+        {
+            endAfterResponse();
+        }
+        // The next request has its own time to wait.
+        lastTry = false;
+        parkedMs_ = -1;
+    }
+}
+
+void RtspConnection::park()
+{
+    reader_.putBack();
+    if (parkedMs_ < 0)
+    {
+        parkedMs_ = services_.clock();
+    }
+    watch(false);
+    loop_.addParked(*this);
+}
+
+void RtspConnection::retryParked()
+{
+    if (closed_ || parkedMs_ < 0)
+    {
+        return;
+    }
+    const bool lastTry = services_.clock() - parkedMs_ >= parkedMostMs;
+    watch(true);
+    process(lastTry);
+    if (doomed_)
+    {
+        loop_.close(*this);
+    }
+}
+
+bool RtspConnection::parked() const
+{
+    return parkedMs_ >= 0;
+}
+
+bool RtspConnection::refused() const
+{
+    return refused_;
+}
+
+/// A socket that is closed with unread bytes resets the connection and takes the response with it; so the
+/// client's end is waited for, not long.
+void RtspConnection::endAfterResponse()
+{
+    lingering_ = true;
+    lingeringMs_ = services_.clock();
+    if (output_.empty())
+    {
+        ::shutdown(descriptor_, SHUT_WR);
+    }
+}
+
+void RtspConnection::watch(bool reading)
+{
+    const std::lock_guard<std::mutex> guard(interestMutex_);
+    reading_ = reading;
+    updateInterest();
+}
+
+void RtspConnection::updateInterest()
+{
+    loop_.events().modify(descriptor_,
+                          (reading_ ? EventLoop::readable : 0u) | (writing_ ? EventLoop::writable : 0u));
+}
+
+void RtspConnection::sweep(std::int64_t nowMs)
+{
+    if (output_.bytesTaken() != bytesTakenBefore_)
+    {
+        bytesTakenBefore_ = output_.bytesTaken();
+        handler_.linkMoved();
+    }
+    if (parked() && nowMs - parkedMs_ >= parkedMostMs)
+    {
+        retryParked();
+    }
+    else if (tooOld(nowMs))
+    {
+        Log::debug("{}: ended an idle connection", peer_.text());
+        loop_.close(*this);
+    }
+}
+
+bool RtspConnection::tooOld(std::int64_t nowMs)
+{
+    if (lingering_)
+    {
+        return nowMs - lingeringMs_ >= lingerMs;
+    }
+    if (!greeted_)
+    {
+        return nowMs - openedMs_ >= std::int64_t{services_.limits.handshakeTimeout} * 1000;
+    }
+    const std::int64_t idleMs = std::int64_t{services_.limits.idleTimeout} * 1000;
+    return !parked() && nowMs - lastByteMs_ >= idleMs && !handler_.carriesSession();
+}
+
+SendStatus RtspConnection::writeFrames(const std::uint8_t* data, std::size_t size)
+{
+    return output_.sendFrames(data, size);
+}
+
+void RtspConnection::notifyWhenWritable(std::weak_ptr<TransportListener> listener)
+{
+    output_.notifyWhenWritable(std::move(listener));
+}
+
+void RtspConnection::sendResponse(std::string_view response)
+{
+    if (!output_.sendResponse(response))
+    {
+        doomed_ = true;
+    }
+}
+
+std::weak_ptr<FrameWriter> RtspConnection::frameWriter()
+{
+    return std::static_pointer_cast<FrameWriter>(shared_from_this());
+}
+
+const SocketAddress& RtspConnection::peer() const
+{
+    return peer_;
+}
+
+const SocketAddress& RtspConnection::local() const
+{
+    if (!localKnown_)
+    {
+        local_ = SocketAddress::localOf(descriptor_);
+        localKnown_ = true;
+    }
+    return local_;
+}
+
+std::uint64_t RtspConnection::serial() const
+{
+    return serial_;
+}
+
+}  // namespace refhost

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "refhost/live/InterleavedTransport.h"
+#include "refhost/rtsp/ClientLink.h"
+#include "refhost/rtsp/ClientOutput.h"
+#include "refhost/rtsp/RequestHandler.h"
+#include "refhost/rtsp/RequestReader.h"
+
+namespace refhost
+{
+
+class ConnectionLoop;
+
+/// One client's TCP connection on an event loop: its bytes become requests for a RequestHandler, whose
+/// responses and whose sessions' interleaved frames go out through one ClientOutput.
+///
+/// While a request waits for its stream ("parked"), nothing more is read: later requests wait in the socket.
+///
+/// Owned by its ConnectionLoop until it closes; transports hold it weakly.
+/// Threads: writeFrames() and notifyWhenWritable() any; everything else the loop's.
+class RtspConnection : public FrameWriter,
+                       public ClientLink,
+                       public std::enable_shared_from_this<RtspConnection>
+{
+public:
+    /// How long a request may wait for its stream.
+    static constexpr std::int64_t parkedMostMs = 10000;
+    /// Bytes of responses that may wait for a client that does not read them.
+    static constexpr std::size_t waitingMost = 1024 * 1024;
+
+    /// \param descriptor  connected non-blocking socket; the connection's from now on
+    /// \param refused     answer the first request with 503 and end
+    RtspConnection(ConnectionLoop& loop, FrontServices& services, int descriptor, const SocketAddress& peer,
+                   bool refused);
+    ~RtspConnection() override;
+
+    /// Begins to read.
+    void open();
+    /// Ends the connection, and the sessions that live in it. Does nothing the second time.
+    void close();
+
+    /// Tries a parked request again.
+    void retryParked();
+    /// Looks what became too old.
+    void sweep(std::int64_t nowMs);
+
+    bool parked() const;
+    bool refused() const;
+
+    SendStatus writeFrames(const std::uint8_t* data, std::size_t size) override;
+    void notifyWhenWritable(std::weak_ptr<TransportListener> listener) override;
+
+    void sendResponse(std::string_view response) override;
+    std::weak_ptr<FrameWriter> frameWriter() override;
+    const SocketAddress& peer() const override;
+    const SocketAddress& local() const override;
+    std::uint64_t serial() const override;
+
+private:
+    void onEvents(std::uint32_t events);
+    void onReadable();
+    void process(bool lastTry);
+    void park();
+    void unpark();
+    void endAfterResponse();
+    void watch(bool reading);
+    void updateInterest();
+    bool tooOld(std::int64_t nowMs);
+
+    ConnectionLoop& loop_;
+    FrontServices& services_;
+    const int descriptor_;
+    const SocketAddress peer_;
+    mutable SocketAddress local_;
+    mutable bool localKnown_ = false;
+    const std::uint64_t serial_;
+    const bool refused_;
+
+    std::mutex interestMutex_;
+    bool reading_ = true;
+    bool writing_ = false;
+
+    ClientOutput output_;
+    RequestReader reader_;
+    RequestHandler handler_;
+    bool closed_ = false;
+    bool doomed_ = false;     // close at the next chance
+    bool lingering_ = false;  // everything was said; what the client still sends is dropped
+    bool greeted_ = false;    // a whole request came
+    std::int64_t parkedMs_ = -1;
+    std::int64_t openedMs_;
+    std::int64_t lastByteMs_;
+    std::int64_t lingeringMs_ = 0;
+    std::uint64_t bytesTakenBefore_ = 0;
+};
+
+}  // namespace refhost

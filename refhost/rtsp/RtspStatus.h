@@ -1,0 +1,32 @@
+#pragma once
+
+namespace refhost
+{
+
+/// The status codes of RTSP/1.0 that this server answers (RFC 2326, section 7.1.1). StatusMap has their
+/// texts.
+enum RtspStatus
+{
+    rtspOk = 200,
+    rtspBadRequest = 400,
+    rtspUnauthorized = 401,
+    rtspNotFound = 404,
+    rtspMethodNotAllowed = 405,
+    rtspNotAcceptable = 406,
+    rtspEntityTooLarge = 413,
+    rtspUriTooLong = 414,
+    rtspUnsupportedMediaType = 415,
+    rtspParameterNotUnderstood = 451,
+    rtspSessionNotFound = 454,
+    rtspInvalidState = 455,
+    rtspInvalidRange = 457,
+    rtspAggregateNotAllowed = 459,
+    rtspUnsupportedTransport = 461,
+    rtspInternalError = 500,
+    rtspNotImplemented = 501,
+    rtspServiceUnavailable = 503,
+    rtspVersionNotSupported = 505,
+    rtspOptionNotSupported = 551,
+};
+
+}  // namespace refhost

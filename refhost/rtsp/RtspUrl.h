@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace refhost
+{
+
+/// The URL of a request, taken apart.
+///
+///     rtsp://user@host:554/orv/live/1/0/trackID=1?x=y
+///       base          rtsp://user@host:554/orv/live/1/0    (as written, but for user information)
+///       presentation  orv/live/1/0                         (percent-decoded)
+///       track         trackID=1                            (percent-decoded; empty for the presentation)
+///
+/// Slashes at the end of the path and between presentation and track may be missing, single or several. What
+/// follows '?' does not count, but for a track that a client appended behind the query.
+struct RtspUrl
+{
+    /// True for "*": the request is about the server.
+    bool server = false;
+    std::string base;
+    std::string presentation;
+    std::string track;
+
+    /// \param text  "*", an absolute URL of the schemes rtsp, rtspu and rtsps, or a path that begins with '/'
+    /// \returns nothing when the text is none of these, has a bad percent code, or hides a control character
+    static std::optional<RtspUrl> parse(std::string_view text);
+};
+
+}  // namespace refhost

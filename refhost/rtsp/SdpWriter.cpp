@@ -1,0 +1,106 @@
+#include "refhost/rtsp/SdpWriter.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "refhost/rtsp/RtspText.h"
+
+namespace refhost
+{
+namespace
+{
+
+void appendInt(std::string& out, int number)
+{
+    RtspText::appendNumber(out, number < 0 ? 0 : static_cast<std::uint64_t>(number));
+}
+
+/// Pictures a second, with up to three decimals, whatever the locale: 25, 12.5, 29.97.
+void appendRate(std::string& out, double rate)
+{
+    const auto thousandths = static_cast<std::uint64_t>(std::llround(rate * 1000));
+    RtspText::appendNumber(out, thousandths / 1000);
+    if (thousandths % 1000 != 0)
+    {
+        std::string decimals = std::to_string(1000 + thousandths % 1000).substr(1);
+        decimals.erase(decimals.find_last_not_of('0') + 1);
+        out.append(".").append(decimals);
+    }
+}
+
+void appendTrack(std::string& out, const SubMediaInfo& track)
+{
+    out.append("m=").append(track.mediaType).append(" 0 RTP/AVP ");
+    appendInt(out, track.payloadType);
+    out += "\r\n";
+    if (track.bitRate > 0)
+    {
+        out += "b=AS:";
+        appendInt(out, track.bitRate);
+        out += "\r\n";
+    }
+    out += "a=rtpmap:";
+    appendInt(out, track.payloadType);
+    out.append(" ").append(track.encodingName).append("/");
+    appendInt(out, track.clockRate);
+    if (track.channels > 1)
+    {
+        out += '/';
+        appendInt(out, track.channels);
+    }
+    out += "\r\n";
+    if (!track.formatParameters.empty())
+    {
+        out += "a=fmtp:";
+        appendInt(out, track.payloadType);
+        out.append(" ").append(track.formatParameters).append("\r\n");
+    }
+    if (track.width > 0 && track.height > 0)
+    {
+        out += "a=framesize:";
+        appendInt(out, track.payloadType);
+        out += ' ';
+        appendInt(out, track.width);
+        out += '-';
+        appendInt(out, track.height);
+        out += "\r\na=x-dimensions:";
+        appendInt(out, track.width);
+        out += ',';
+        appendInt(out, track.height);
+        out += "\r\n";
+    }
+    if (track.frameRate > 0 && track.frameRate < 1000)
+    {
+        out += "a=framerate:";
+        appendRate(out, track.frameRate);
+        out += "\r\n";
+    }
+    out.append("a=control:").append(track.trackId).append("\r\n");
+}
+
+}  // namespace
+
+SdpWriter::SdpWriter(std::uint64_t version) : version_(version) {}
+
+void SdpWriter::append(std::string& out, const MediaInfo& info, std::string_view address, bool ipv6) const
+{
+    const std::string_view family = ipv6 ? "IP6 " : "IP4 ";
+    out += "v=0\r\no=- ";
+    RtspText::appendNumber(out, version_);
+    out += " 1 IN ";
+    out.append(family).append(address);
+    out += "\r\ns=";
+    out += info.mediaUrl.empty() ? std::string_view("-") : std::string_view(info.mediaUrl);
+    out += "\r\nc=IN ";
+    out.append(family).append(ipv6 ? "::" : "0.0.0.0");
+    out += "\r\nt=0 0\r\na=control:*\r\na=range:npt=now-\r\n";
+    for (const SubMediaInfo& track : info.getAllSubMediaInfo())
+    {
+        if (!track.getAudioBackInfoFlag())
+        {
+            appendTrack(out, track);
+        }
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,437 @@
+#include "refhost/rtsp/SessionVerbs.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "hostapi/description/MediaInfo.h"
+#include "live/IRTSPControllerFactory.h"
+#include "refhost/base/HostStatus.h"
+#include "refhost/rtsp/RangeHeader.h"
+#include "refhost/rtsp/RtspText.h"
+#include "refhost/rtsp/SessionHeader.h"
+#include "refhost/rtsp/StatusMap.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::string_view sdpType = "application/sdp";
+
+/// Without an Accept header everything is accepted (RFC 2326, section 12.1).
+bool acceptsSdp(const RtspRequest& request)
+{
+    const RtspRequest::Header* header = request.find("Accept");
+    if (header == nullptr)
+    {
+        return true;
+    }
+    for (; header != nullptr; header = request.find("Accept", header))
+    {
+        std::string_view list = header->value;
+        while (!list.empty())
+        {
+            std::string_view entry = RtspText::cut(list, ',');
+            const std::string_view type = RtspText::cut(entry, ';');
+            if (type == "*/*" || type == "*" || RtspText::equalsIgnoringCase(type, "application/*") ||
+                RtspText::equalsIgnoringCase(type, sdpType))
+            {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+std::optional<TransportChoice> chooseTransport(const RtspRequest& request)
+{
+    for (const RtspRequest::Header* header = request.find("Transport"); header != nullptr;
+         header = request.find("Transport", header))
+    {
+        const auto choice = TransportHeader::choose(header->value);
+        if (choice)
+        {
+            return choice;
+        }
+    }
+    return std::nullopt;
+}
+
+void appendPair(std::string& out, std::string_view name, int first, int second)
+{
+    out.append(";").append(name).append("=");
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(first));
+    out += '-';
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(second));
+}
+
+}  // namespace
+
+SessionVerbs::SessionVerbs(FrontServices& services, ClientLink& link) : services_(services), link_(link) {}
+
+RtspStatus SessionVerbs::createController(const Exchange& exchange,
+                                          std::optional<SafePointer<IRTSPController>>& out, bool& notReady)
+{
+    const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
+    if (route == nullptr)
+    {
+        return rtspNotFound;
+    }
+    out.emplace();
+    const int code = route->factory->createMedia(exchange.url.presentation, *out, false);
+    notReady = code == hostStreamNotReady;
+    if (code != 0)
+    {
+        out.reset();
+    }
+    return StatusMap::ofCode(StatusMap::Step::create, code);
+}
+
+SessionVerbs::Result SessionVerbs::describe(Exchange& exchange, bool lastTry)
+{
+    if (!acceptsSdp(exchange.request))
+    {
+        exchange.answer(rtspNotAcceptable);
+        return Result::answered;
+    }
+    std::optional<SafePointer<IRTSPController>> controller;
+    bool notReady = false;
+    RtspStatus status = createController(exchange, controller, notReady);
+    if (notReady && !lastTry)
+    {
+        return Result::notReady;
+    }
+    MediaInfo info;
+    if (status == rtspOk)
+    {
+        status = StatusMap::ofCode(StatusMap::Step::create, (*controller)->getMediaInfo(info));
+    }
+    if (status == rtspOk && !exchange.url.track.empty())
+    {
+        SubMediaInfo track;
+        status = info.getSubMediaInfo(exchange.url.track, track) ? rtspOk : rtspNotFound;
+    }
+    if (status != rtspOk)
+    {
+        exchange.answer(status);
+        return Result::answered;
+    }
+    std::string description;
+    description.reserve(1024);
+    services_.sdp.append(description, info, link_.local().text(), link_.local().isIpv6());
+    ResponseWriter& out = exchange.begin(rtspOk);
+    out.beginHeader("Content-Base");
+    out.text().append(exchange.url.base).append("/");
+    out.endHeader();
+    exchange.send(sdpType, description);
+    return Result::answered;
+}
+
+SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
+{
+    if (exchange.request.find("Transport") == nullptr)
+    {
+        exchange.answer(rtspBadRequest);
+        return Result::answered;
+    }
+    std::shared_ptr<RtspSession> session;
+    if (exchange.request.find("Session") != nullptr)
+    {
+        session = findSession(exchange.request);
+        if (session == nullptr || session->presentation() != exchange.url.presentation)
+        {
+            exchange.answer(session == nullptr ? rtspSessionNotFound : rtspAggregateNotAllowed);
+            return Result::answered;
+        }
+    }
+    const auto choice = chooseTransport(exchange.request);
+    if (!choice)
+    {
+        exchange.answer(rtspUnsupportedTransport);
+        return Result::answered;
+    }
+    if (session == nullptr)
+    {
+        bool notReady = false;
+        const RtspStatus status = createSession(exchange, session, notReady);
+        if (notReady && !lastTry)
+        {
+            return Result::notReady;
+        }
+        if (status != rtspOk)
+        {
+            exchange.answer(status);
+            return Result::answered;
+        }
+    }
+    setupTrack(exchange, session, *choice);
+    return Result::answered;
+}
+
+RtspStatus SessionVerbs::createSession(Exchange& exchange, std::shared_ptr<RtspSession>& out, bool& notReady)
+{
+    std::optional<SafePointer<IRTSPController>> controller;
+    const RtspStatus status = createController(exchange, controller, notReady);
+    if (status != rtspOk)
+    {
+        return status;
+    }
+    const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
+    out = services_.sessions.create(exchange.url.presentation, *controller, route->firstPacket,
+                                    link_.peer().key(), services_.clock());
+    return out == nullptr ? rtspServiceUnavailable : rtspOk;
+}
+
+void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSession>& session,
+                              const TransportChoice& choice)
+{
+    std::string transportText;
+    std::uint32_t ssrc = 0;
+    RtspStatus status = rtspInternalError;
+    try
+    {
+        status = session->setup(
+            exchange.url.track,
+            [&](RtspSession::Delivery& out) { return makeDelivery(choice, *session, out, transportText); },
+            ssrc);
+    }
+    catch (...)
+    {
+        endIfEmpty(session);
+        throw;
+    }
+    if (status != rtspOk)
+    {
+        endIfEmpty(session);
+        exchange.answer(status);
+        return;
+    }
+    use(session);
+    session->heard(link_.serial(), services_.clock());
+    ResponseWriter& out = exchange.begin(rtspOk);
+    out.beginHeader("Transport");
+    out.text().append(transportText).append(";ssrc=");
+    RtspText::appendHex32(out.text(), ssrc);
+    out.text() += ";mode=\"PLAY\"";
+    out.endHeader();
+    addSessionHeader(out, *session);
+    out.header("Cache-Control", "no-cache");
+    exchange.send();
+}
+
+/// A session without a track would only wait for its time-out.
+void SessionVerbs::endIfEmpty(const std::shared_ptr<RtspSession>& session)
+{
+    if (session->trackCount() == 0)
+    {
+        services_.sessions.end(session);
+    }
+}
+
+RtspStatus SessionVerbs::makeDelivery(const TransportChoice& choice, const RtspSession& session,
+                                      RtspSession::Delivery& out, std::string& transportText)
+{
+    if (!choice.interleaved)
+    {
+        if (services_.udp == nullptr)
+        {
+            return rtspUnsupportedTransport;
+        }
+        const SocketAddress& peer = link_.peer();
+        out.transport.emplace(
+            services_.udp->makeTransport(services_.udpIsIpv6 ? peer.mappedStorage() : peer.storage(),
+                                         choice.rtpPort, choice.rtcpPort, session.liveness()));
+        transportText = "RTP/AVP;unicast";
+        appendPair(transportText, "client_port", choice.rtpPort, choice.rtcpPort);
+        appendPair(transportText, "server_port", services_.udp->rtpPort(), services_.udp->rtcpPort());
+        return rtspOk;
+    }
+    if (channels_ == nullptr)
+    {
+        channels_ = std::make_shared<InterleavedChannels>();
+    }
+    auto lease = channels_->lease(choice.rtpChannel, choice.rtcpChannel);
+    if (lease == nullptr)
+    {
+        return rtspUnsupportedTransport;
+    }
+    const SafePointer<InterleavedTransport> transport(new InterleavedTransport(
+        link_.frameWriter(), lease->rtpChannel(), lease->rtcpChannel(), session.liveness()));
+    lease->deliverTo(transport);
+    out.transport.emplace(transport);
+    out.link = link_.serial();
+    transportText = "RTP/AVP/TCP;unicast";
+    appendPair(transportText, "interleaved", lease->rtpChannel(), lease->rtcpChannel());
+    out.channels = std::move(lease);
+    return rtspOk;
+}
+
+void SessionVerbs::play(Exchange& exchange)
+{
+    const auto session = sessionOf(exchange);
+    if (session == nullptr)
+    {
+        return;
+    }
+    const RtspRequest::Header* const range = exchange.request.find("Range");
+    const RtspStatus rangeStatus = range == nullptr ? rtspOk : RangeHeader::checkLive(range->value);
+    if (rangeStatus != rtspOk)
+    {
+        exchange.answer(rangeStatus);
+        return;
+    }
+    const RtspStatus status = session->play(exchange.url.track,
+                                            [&](const std::vector<RtspSession::PlayedTrack>& tracks)
+                                            {
+                                                ResponseWriter& out = exchange.begin(rtspOk);
+                                                addSessionHeader(out, *session);
+                                                out.header("Range", RangeHeader::live);
+                                                addRtpInfo(out, exchange.url.base, tracks);
+                                                exchange.send();
+                                            });
+    if (status != rtspOk)
+    {
+        exchange.answer(status);
+    }
+}
+
+void SessionVerbs::addRtpInfo(ResponseWriter& out, std::string_view base,
+                              const std::vector<RtspSession::PlayedTrack>& tracks)
+{
+    out.beginHeader("RTP-Info");
+    std::string& text = out.text();
+    std::string_view separator;
+    for (const RtspSession::PlayedTrack& track : tracks)
+    {
+        text.append(separator).append("url=").append(base).append("/").append(track.id);
+        if (track.known)
+        {
+            text += ";seq=";
+            RtspText::appendNumber(text, track.first.sequenceNumber);
+            text += ";rtptime=";
+            RtspText::appendNumber(text, track.first.rtpTimestamp);
+        }
+        separator = ",";
+    }
+    out.endHeader();
+}
+
+void SessionVerbs::pause(Exchange& exchange)
+{
+    const auto session = sessionOf(exchange);
+    if (session == nullptr)
+    {
+        return;
+    }
+    const RtspStatus status = session->pause(exchange.url.track);
+    ResponseWriter& out = exchange.begin(status);
+    addSessionHeader(out, *session);
+    exchange.send();
+}
+
+void SessionVerbs::teardown(Exchange& exchange)
+{
+    const auto session = sessionOf(exchange);
+    if (session == nullptr)
+    {
+        return;
+    }
+    bool empty = false;
+    const RtspStatus status = session->teardown(exchange.url.track, empty);
+    if (empty)
+    {
+        services_.sessions.end(session);
+    }
+    exchange.answer(status);
+}
+
+std::shared_ptr<RtspSession> SessionVerbs::findSession(const RtspRequest& request)
+{
+    auto session = services_.sessions.find(SessionHeader::id(request.value("Session")));
+    if (session != nullptr)
+    {
+        use(session);
+        session->heard(link_.serial(), services_.clock());
+    }
+    return session;
+}
+
+/// Answers by itself where there is no such session, or the URL is not of its presentation.
+std::shared_ptr<RtspSession> SessionVerbs::sessionOf(Exchange& exchange)
+{
+    auto session = findSession(exchange.request);
+    if (session == nullptr)
+    {
+        exchange.answer(rtspSessionNotFound);
+        return nullptr;
+    }
+    if (session->presentation() != exchange.url.presentation)
+    {
+        exchange.answer(rtspNotFound);
+        return nullptr;
+    }
+    return session;
+}
+
+void SessionVerbs::addSessionHeader(ResponseWriter& out, const RtspSession& session) const
+{
+    out.beginHeader("Session");
+    SessionHeader::append(out.text(), session.id(), services_.limits.sessionTimeout);
+    out.endHeader();
+}
+
+/// Remembers a session, and forgets those that ended.
+void SessionVerbs::use(const std::shared_ptr<RtspSession>& session)
+{
+    if (!sessions_.empty() && sessions_.back().lock() == session)
+    {
+        return;
+    }
+    sessions_.erase(std::remove_if(sessions_.begin(), sessions_.end(),
+                                   [&session](const std::weak_ptr<RtspSession>& other)
+                                   {
+                                       const auto held = other.lock();
+                                       return held == nullptr || held == session;
+                                   }),
+                    sessions_.end());
+    sessions_.push_back(session);
+}
+
+void SessionVerbs::received(int channel, const std::uint8_t* data, std::size_t size)
+{
+    if (channels_ != nullptr)
+    {
+        channels_->received(channel, data, size);
+    }
+}
+
+bool SessionVerbs::carriesSession()
+{
+    return std::any_of(sessions_.begin(), sessions_.end(),
+                       [](const std::weak_ptr<RtspSession>& session) { return !session.expired(); });
+}
+
+void SessionVerbs::linkMoved()
+{
+    for (const std::weak_ptr<RtspSession>& weak : sessions_)
+    {
+        if (const auto session = weak.lock())
+        {
+            session->linkMoved(link_.serial(), services_.clock());
+        }
+    }
+}
+
+void SessionVerbs::linkEnded()
+{
+    for (const std::weak_ptr<RtspSession>& weak : std::exchange(sessions_, {}))
+    {
+        const auto session = weak.lock();
+        if (session != nullptr && session->linkEnded(link_.serial(), services_.clock()))
+        {
+            services_.sessions.end(session);
+        }
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+namespace refhost
+{
+
+/// One way of delivery that a client offers and that this server can do.
+struct TransportChoice
+{
+    bool interleaved = false;  ///< inside the RTSP connection; otherwise UDP unicast
+    int rtpPort = 0;           ///< the client's UDP ports, 1 to 65535
+    int rtcpPort = 0;
+    int rtpChannel = -1;  ///< 0 to 255; -1: the server assigns both
+    int rtcpChannel = -1;
+};
+
+/// The Transport header of SETUP (RFC 2326, section 12.39).
+///
+/// Parsed by hand and not with gst_rtsp_transport_parse(): that one takes "client_port=a-b" and
+/// "client_port=3-2" for good and warns on the program's error output of every parameter that it does not
+/// know, which lets clients fill the log.
+class TransportHeader
+{
+public:
+    /// Picks the first acceptable choice of a list: profile RTP/AVP, to play, over UDP unicast with one or
+    /// two client ports, or interleaved with the client's channels or none named. Multicast, other profiles,
+    /// "mode=record" and malformed choices are passed over; unknown parameters are ignored. Where one port or
+    /// channel is named, RTCP has the next.
+    /// \returns nothing when no choice is acceptable
+    static std::optional<TransportChoice> choose(std::string_view value);
+};
+
+}  // namespace refhost
