@@ -1,0 +1,177 @@
+#include "refhost/rtsp/SdpWriter.h"
+
+#include <gst/sdp/gstsdpmessage.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+namespace refhost
+{
+namespace
+{
+
+SubMediaInfo video()
+{
+    SubMediaInfo track;
+    track.trackId = "trackID=0";
+    track.mediaType = "video";
+    track.encodingName = "H264";
+    track.formatParameters = "packetization-mode=1;profile-level-id=42C01F";
+    track.payloadType = 96;
+    track.clockRate = 90000;
+    track.bitRate = 2000;
+    track.width = 1280;
+    track.height = 720;
+    track.frameRate = 12.5;
+    return track;
+}
+
+SubMediaInfo audio()
+{
+    SubMediaInfo track;
+    track.trackId = "trackID=1";
+    track.mediaType = "audio";
+    track.encodingName = "PCMU";
+    track.payloadType = 0;
+    track.clockRate = 8000;
+    track.channels = 1;
+    return track;
+}
+
+MediaInfo presentation()
+{
+    MediaInfo info;
+    info.mediaUrl = "orv/live/1/0";
+    info.addSubMediaInfo(video());
+    info.addSubMediaInfo(audio());
+    return info;
+}
+
+std::string written(const MediaInfo& info, const char* address, bool ipv6)
+{
+    std::string text;
+    SdpWriter(7).append(text, info, address, ipv6);
+    return text;
+}
+
+struct FreeSdp
+{
+    void operator()(GstSDPMessage* message) const
+    {
+        gst_sdp_message_free(message);
+    }
+};
+using Sdp = std::unique_ptr<GstSDPMessage, FreeSdp>;
+
+Sdp parse(const std::string& text)
+{
+    GstSDPMessage* message = nullptr;
+    gst_sdp_message_new(&message);
+    EXPECT_EQ(gst_sdp_message_parse_buffer(reinterpret_cast<const guint8*>(text.data()),
+                                           static_cast<guint>(text.size()), message),
+              GST_SDP_OK);
+    return Sdp(message);
+}
+
+TEST(SdpWriter, DescribesVideoAndAudio)
+{
+    EXPECT_EQ(written(presentation(), "192.0.2.1", false),
+              "v=0\r\n"
+              "o=- 7 1 IN IP4 192.0.2.1\r\n"
+              "s=orv/live/1/0\r\n"
+              "c=IN IP4 0.0.0.0\r\n"
+              "t=0 0\r\n"
+              "a=control:*\r\n"
+              "a=range:npt=now-\r\n"
+              "m=video 0 RTP/AVP 96\r\n"
+              "b=AS:2000\r\n"
+              "a=rtpmap:96 H264/90000\r\n"
+              "a=fmtp:96 packetization-mode=1;profile-level-id=42C01F\r\n"
+              "a=framesize:96 1280-720\r\n"
+              "a=x-dimensions:1280,720\r\n"
+              "a=framerate:12.5\r\n"
+              "a=control:trackID=0\r\n"
+              "m=audio 0 RTP/AVP 0\r\n"
+              "a=rtpmap:0 PCMU/8000\r\n"
+              "a=control:trackID=1\r\n");
+}
+
+TEST(SdpWriter, IsReadBackByAnIndependentParser)
+{
+    const Sdp message = parse(written(presentation(), "192.0.2.1", false));
+    ASSERT_EQ(gst_sdp_message_medias_len(message.get()), 2u);
+    EXPECT_STREQ(gst_sdp_message_get_attribute_val(message.get(), "control"), "*");
+    EXPECT_STREQ(gst_sdp_message_get_attribute_val(message.get(), "range"), "npt=now-");
+    const GstSDPMedia* const media = gst_sdp_message_get_media(message.get(), 0);
+    EXPECT_STREQ(gst_sdp_media_get_media(media), "video");
+    EXPECT_STREQ(gst_sdp_media_get_attribute_val(media, "control"), "trackID=0");
+    GstCaps* const caps = gst_sdp_media_get_caps_from_media(media, 96);
+    ASSERT_NE(caps, nullptr);
+    const GstStructure* const structure = gst_caps_get_structure(caps, 0);
+    EXPECT_STREQ(gst_structure_get_string(structure, "encoding-name"), "H264");
+    EXPECT_STREQ(gst_structure_get_string(structure, "packetization-mode"), "1");
+    gst_caps_unref(caps);
+}
+
+TEST(SdpWriter, NamesIpv6Addresses)
+{
+    const Sdp message = parse(written(presentation(), "2001:db8::1", true));
+    EXPECT_STREQ(gst_sdp_message_get_origin(message.get())->addrtype, "IP6");
+    EXPECT_STREQ(gst_sdp_message_get_connection(message.get())->address, "::");
+}
+
+TEST(SdpWriter, LeavesOutWhatIsNotKnown)
+{
+    SubMediaInfo track = video();
+    track.formatParameters.clear();
+    track.width = track.height = track.bitRate = 0;
+    track.frameRate = 0;
+    MediaInfo info;
+    info.addSubMediaInfo(track);
+    const std::string text = written(info, "192.0.2.1", false);
+    EXPECT_EQ(text.substr(text.find("m=")),
+              "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:trackID=0\r\n");
+    EXPECT_NE(text.find("\r\ns=-\r\n"), std::string::npos);
+}
+
+TEST(SdpWriter, NamesTheChannelsOfStereo)
+{
+    SubMediaInfo track = audio();
+    track.encodingName = "MPEG4-GENERIC";
+    track.payloadType = 97;
+    track.clockRate = 48000;
+    track.channels = 2;
+    MediaInfo info;
+    info.addSubMediaInfo(track);
+    EXPECT_NE(written(info, "192.0.2.1", false).find("a=rtpmap:97 MPEG4-GENERIC/48000/2\r\n"),
+              std::string::npos);
+}
+
+TEST(SdpWriter, WritesRatesWithoutTrailingZeros)
+{
+    for (const auto& [rate, text] : {std::pair(25.0, "25"), std::pair(29.97, "29.97"), std::pair(0.5, "0.5"),
+                                     std::pair(23.9761, "23.976")})
+    {
+        SubMediaInfo track = video();
+        track.frameRate = rate;
+        MediaInfo info;
+        info.addSubMediaInfo(track);
+        EXPECT_NE(written(info, "192.0.2.1", false).find(std::string("a=framerate:") + text + "\r\n"),
+                  std::string::npos)
+            << text;
+    }
+}
+
+TEST(SdpWriter, ShowsNoTalkBackTrack)
+{
+    SubMediaInfo back = audio();
+    back.setAudioBackInfoFlag(true);
+    MediaInfo info;
+    info.addSubMediaInfo(video());
+    info.addSubMediaInfo(back);
+    EXPECT_EQ(written(info, "192.0.2.1", false).find("m=audio"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace refhost
