@@ -28,6 +28,14 @@ public:
     }
 
     void setListener(std::weak_ptr<refhost::TransportListener>) override {}
+    refhost::SendStatus state() const override
+    {
+        return refhost::SendStatus::sent;
+    }
+    unsigned catchUpUnits() const override
+    {
+        return 0;
+    }
     refhost::SendResult send(const refhost::AccessUnitPtr& unit, std::size_t firstPacket,
                              const refhost::RtpHeaderFields&) override
     {
