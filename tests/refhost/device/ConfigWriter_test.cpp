@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -146,6 +147,34 @@ TEST(ConfigWriter, TheExampleIsAValidConfiguration)
         ADD_FAILURE() << problem.toString("packaging/ovrtspd.toml");
     }
     EXPECT_TRUE(result.config.has_value());
+}
+
+TEST(ConfigReader, AcceptsEveryExampleOfTheDocumentation)
+{
+    const std::string begin = "```toml\n";
+    int examples = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(OV_SOURCE_DIR "/docs"))
+    {
+        if (entry.path().extension() != ".md")
+        {
+            continue;
+        }
+        std::stringstream page;
+        page << std::ifstream(entry.path()).rdbuf();
+        const std::string text = page.str();
+        for (std::size_t at = text.find(begin); at != std::string::npos; at = text.find(begin, at + 1))
+        {
+            const std::size_t start = at + begin.size();
+            ++examples;
+            const ConfigResult result =
+                ConfigReader::read(text.substr(start, text.find("```", start) - start));
+            for (const ConfigProblem& problem : result.problems)
+            {
+                ADD_FAILURE() << problem.toString(entry.path().string() + ", the example");
+            }
+        }
+    }
+    EXPECT_GE(examples, 2);
 }
 
 }  // namespace
