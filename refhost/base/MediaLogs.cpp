@@ -92,17 +92,17 @@ GLogWriterOutput onGlibLog(GLogLevelFlags flags, const GLogField* fields, gsize 
     return G_LOG_WRITER_HANDLED;
 }
 
+// One step milder than GStreamer calls them: its elements warn of what they cope with, and real failures of a
+// pipeline also arrive on its bus, where the stream's owner reports them.
 Log::Level toLevel(GstDebugLevel level)
 {
     switch (level)
     {
         case GST_LEVEL_ERROR:
-            return Log::Level::error;
+            return Log::Level::warning;
         case GST_LEVEL_WARNING:
         case GST_LEVEL_FIXME:
-            return Log::Level::warning;
         case GST_LEVEL_INFO:
-        case GST_LEVEL_DEBUG:
             return Log::Level::debug;
         default:
             return Log::Level::trace;

@@ -62,17 +62,21 @@ TEST_F(MediaLogs, HidesWhatGlibSaysBelowWarningUnlessDebugIsWanted)
     EXPECT_THAT(written(), HasSubstr("Yard: seen\n"));
 }
 
-TEST_F(MediaLogs, BringsWarningsAndErrorsOfGstreamerWithTheElementsName)
+TEST_F(MediaLogs, BringsErrorsOfGstreamerAsWarningsWithTheElementsName)
 {
     GstElement* const element = gst_bin_new("shed");
-    GST_WARNING_OBJECT(element, "no %s", "tools");
-    GST_ERROR_OBJECT(element, "no roof");
-    GST_INFO_OBJECT(element, "unseen");
-    gst_object_unref(element);
+    GST_WARNING_OBJECT(element, "unseen");
+    GST_ERROR_OBJECT(element, "no %s", "roof");
     const std::string text = written();
-    EXPECT_THAT(text, HasSubstr("shed: no tools\n"));
+    EXPECT_THAT(text, HasSubstr(" warning "));
     EXPECT_THAT(text, HasSubstr("shed: no roof\n"));
     EXPECT_EQ(text.find("unseen"), std::string::npos);
+
+    Log::setLevel(Log::Level::debug);
+    testing::internal::CaptureStderr();
+    GST_WARNING_OBJECT(element, "no tools");
+    gst_object_unref(element);
+    EXPECT_THAT(written(), HasSubstr("shed: no tools\n"));
 }
 
 TEST_F(MediaLogs, MasksCredentialsAndKeepsEachMessageOnOneLine)
