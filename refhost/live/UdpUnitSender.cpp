@@ -176,7 +176,7 @@ SendResult UdpUnitSender::send(const UdpAddress& client, const AccessUnitPtr& un
     while (at < total)
     {
         const unsigned count = batch.fill(scratch, at, client, segmented);
-        const int sent = sendmmsg(descriptor_, batch.messages(), count, MSG_DONTWAIT | MSG_NOSIGNAL);
+        const int sent = sendMessages(batch.messages(), count);
         if (sent >= 0)
         {
             for (int i = 0; i < sent; ++i)
@@ -209,6 +209,11 @@ SendResult UdpUnitSender::send(const UdpAddress& client, const AccessUnitPtr& un
         refused = error != EMSGSIZE;
     }
     return {SendStatus::sent, total - firstPacket};
+}
+
+int UdpUnitSender::sendMessages(mmsghdr* messages, unsigned count)
+{
+    return ::sendmmsg(descriptor_, messages, count, MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 }  // namespace refhost

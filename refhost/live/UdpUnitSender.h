@@ -20,6 +20,7 @@ public:
     /// \param descriptor    a non-blocking UDP socket; stays the caller's
     /// \param segmentation  try UDP GSO
     UdpUnitSender(int descriptor, bool segmentation);
+    virtual ~UdpUnitSender() = default;
 
     /// Sends the packets of `unit` from `firstPacket` on to `client`. What the network refuses for good (no
     /// route, a filter, a port that nobody listens on) counts as sent and lost: never `held` or `closed`.
@@ -31,6 +32,10 @@ public:
     {
         return segmentation_.load(std::memory_order_relaxed);
     }
+
+protected:
+    /// The system's sendmmsg(); a test puts errors in its place.
+    virtual int sendMessages(mmsghdr* messages, unsigned count);
 
 private:
     const int descriptor_;
