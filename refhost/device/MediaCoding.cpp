@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cmath>
+
 namespace refhost
 {
 namespace
@@ -114,12 +117,27 @@ std::string bareVideoEncoderLine(MediaCoding coding, const StreamConfig& config)
         config.bitRate, config.gop, encoderThreads(config));
 }
 
-std::string videoEncoderLine(MediaCoding coding, const StreamConfig& config)
+std::string videoEncoderLine(MediaCoding coding, const StreamConfig& config, const GstCaps* raw)
 {
+    StreamConfig encoded = config;
+    int numerator = config.frameRate;
+    int denominator = 1;
+    int rawNumerator = 0;
+    int rawDenominator = 0;
+    const GstStructure* fields = gst_caps_get_structure(raw, 0);
+    if (gst_structure_get_fraction(fields, "framerate", &rawNumerator, &rawDenominator) && rawNumerator > 0 &&
+        rawDenominator > 0 &&
+        gst_util_fraction_compare(rawNumerator, rawDenominator, config.frameRate, 1) < 0)
+    {
+        numerator = rawNumerator;
+        denominator = rawDenominator;
+        const double share = static_cast<double>(numerator) / denominator / config.frameRate;
+        encoded.gop = std::max(1, static_cast<int>(std::lround(config.gop * share)));
+    }
     return fmt::format(
         "videoconvert ! videoscale ! videorate ! "
-        "video/x-raw,format=I420,width={},height={},framerate={}/1,pixel-aspect-ratio=1/1 ! {}",
-        config.width, config.height, config.frameRate, bareVideoEncoderLine(coding, config));
+        "video/x-raw,format=I420,width={},height={},framerate={}/{},pixel-aspect-ratio=1/1 ! {}",
+        config.width, config.height, numerator, denominator, bareVideoEncoderLine(coding, encoded));
 }
 
 std::string audioEncoderLine(MediaCoding coding)

@@ -38,7 +38,9 @@ std::optional<MediaCoding> codingOf(const GstCaps* caps);
 GstValuePtr<GstCaps> acceptableCaps();
 
 /// What encodes raw pictures of any format and size to what the configuration asks for, as a launch line.
-std::string videoEncoderLine(MediaCoding coding, const StreamConfig& config);
+/// Pictures that come more slowly than configured are not repeated, because the repeats could only leave in
+/// bursts; the time from key picture to key picture stays. \param raw  caps of the pictures
+std::string videoEncoderLine(MediaCoding coding, const StreamConfig& config, const GstCaps* raw);
 
 /// The same without conversions in front, for a source that makes the right pictures.
 std::string bareVideoEncoderLine(MediaCoding coding, const StreamConfig& config);

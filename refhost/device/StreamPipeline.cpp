@@ -123,7 +123,7 @@ void StreamPipeline::addPad(GstPad* pad, const GstCaps* caps)
     {
         return dropPad(pad);
     }
-    const std::string encoder = video ? videoEncoderLine(*coding, config_) : audioEncoderLine(*coding);
+    const std::string encoder = video ? videoEncoderLine(*coding, config_, caps) : audioEncoderLine(*coding);
     addTrack(pad, *coding, encoder + " ! " + parserLine(*coding), true);
 }
 

@@ -131,10 +131,10 @@ TEST_F(MediaSourceTest, FileLeavesInRealTime)
 TEST_F(MediaSourceTest, FileOfOtherCodingsIsEncodedAsConfigured)
 {
     makeClip(
-        "videotestsrc num-buffers=10 ! video/x-raw,format=I420,width=160,height=90,framerate=10/1 ! jpegenc "
+        "videotestsrc num-buffers=5 ! video/x-raw,format=I420,width=160,height=90,framerate=10/1 ! jpegenc "
         "! "
         "avimux name=mux ! filesink location=CLIP "
-        "audiotestsrc num-buffers=10 samplesperbuffer=4410 ! audio/x-raw,format=S16LE,rate=44100,channels=2 "
+        "audiotestsrc num-buffers=5 samplesperbuffer=4410 ! audio/x-raw,format=S16LE,rate=44100,channels=2 "
         "! mux.");
     open();
     const auto video = watch("trackID=0");
@@ -144,17 +144,34 @@ TEST_F(MediaSourceTest, FileOfOtherCodingsIsEncodedAsConfigured)
     EXPECT_EQ(tracks[0].encodingName, "H264");
     EXPECT_EQ(tracks[0].width, 320);
     EXPECT_EQ(tracks[0].height, 180);
-    EXPECT_EQ(tracks[0].frameRate, 25.0);
+    EXPECT_EQ(tracks[0].frameRate, 10.0);
     EXPECT_EQ(tracks[1].encodingName, "PCMU");
-    ASSERT_TRUE(video->waitForUnits(40));
+    ASSERT_TRUE(video->waitForUnits(15));
     ASSERT_TRUE(audio->waitForUnits(60));
     const std::vector<AccessUnitPtr> units = video->units();
     for (std::size_t i = 1; i < units.size(); ++i)
     {
-        EXPECT_EQ(units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp, 3600U) << i;
+        EXPECT_EQ(units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp, 9000U) << i;
     }
+    // The distance of key pictures is told for the configured rate of 25.
+    EXPECT_TRUE(units[0]->keyFrame);
+    EXPECT_FALSE(units[3]->keyFrame);
+    EXPECT_TRUE(units[4]->keyFrame);
     EXPECT_EQ(audio->units()[0]->payloadBytes, 160U);
     EXPECT_EQ(source->starts(), 1);
+}
+
+TEST_F(MediaSourceTest, FastSourceIsSlowedToTheConfiguredRate)
+{
+    stream.source.kind = SourceConfig::Kind::launch;
+    stream.source.location =
+        "videotestsrc is-live=true ! video/x-raw,width=64,height=64,framerate=100/1 ! identity name=video";
+    open();
+    const auto video = watch("trackID=0");
+    ASSERT_EQ(describe(), Description::ready);
+    EXPECT_EQ(tracks[0].frameRate, 25.0);
+    ASSERT_TRUE(video->waitForUnits(5));
+    EXPECT_EQ(video->units()[4]->rtpTimestamp - video->units()[3]->rtpTimestamp, 3600U);
 }
 
 TEST_F(MediaSourceTest, SurveillanceRecordingIsEncoded)
@@ -169,7 +186,8 @@ TEST_F(MediaSourceTest, SurveillanceRecordingIsEncoded)
     const auto video = watch("trackID=0");
     ASSERT_TRUE(video->waitForUnits(12));
     EXPECT_TRUE(video->units()[0]->keyFrame);
-    EXPECT_TRUE(video->units()[10]->keyFrame);
+    // Ten pictures a second, four of them from key picture to key picture.
+    EXPECT_TRUE(video->units()[4]->keyFrame);
 }
 
 TEST_F(MediaSourceTest, AudioOfAFileIsLeftOutWhenNoneIsWanted)
