@@ -1,5 +1,7 @@
 #include "mediaurl/OrvaneMediaUrl.h"
 
+#include <cstring>
+
 #include "hostapi/base/DataConverter.h"
 #include "support/Saturation.h"
 #include "support/StatusCode.h"
@@ -26,20 +28,37 @@ constexpr std::size_t lengthOf(const char (&)[Size])
 template <std::size_t Size>
 std::size_t findRest(const std::string& url, const char (&key)[Size])
 {
-    const std::size_t found = url.find(key, 0, lengthOf(key));
-    if (found == std::string::npos || found + lengthOf(key) == url.size())
+    // std::string::find() does the same with one call more for every candidate.
+    const char* const end = url.data() + url.size();
+    const char* at = url.data();
+    while (static_cast<std::size_t>(end - at) > lengthOf(key))
     {
-        return std::string::npos;
+        at = static_cast<const char*>(
+            std::memchr(at, key[0], static_cast<std::size_t>(end - at) - lengthOf(key)));
+        if (at == nullptr)
+        {
+            break;
+        }
+        if (std::memcmp(at, key, lengthOf(key)) == 0)
+        {
+            return static_cast<std::size_t>(at - url.data()) + lengthOf(key);
+        }
+        ++at;
     }
-    return found + lengthOf(key);
+    return std::string::npos;
 }
 
 // Where the field that begins at `begin` ends: at the next separator, which must leave something on both
 // sides; npos when it does not.
 std::size_t findFieldEnd(const std::string& url, std::size_t begin, char separator)
 {
-    const std::size_t end = url.find(separator, begin);
-    return end == begin ? std::string::npos : end;
+    // A field is a few digits: looking at them costs less than a call.
+    std::size_t end = begin;
+    while (end < url.size() && url[end] != separator)
+    {
+        ++end;
+    }
+    return end == begin || end == url.size() ? std::string::npos : end;
 }
 
 std::string secondsText(double seconds)

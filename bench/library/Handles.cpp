@@ -1,0 +1,79 @@
+#include <benchmark/benchmark.h>
+
+#include <memory>
+#include <vector>
+
+#include "support/SafePointer.h"
+
+namespace
+{
+
+struct Object
+{
+    virtual ~Object() = default;
+    int value = 1;
+};
+
+}  // namespace
+
+static void SharedPtrCopyAndRelease(benchmark::State& state)
+{
+    static const std::shared_ptr<Object> shared = std::make_shared<Object>();
+    for (auto _ : state)
+    {
+        const std::shared_ptr<Object> copy(shared);
+        benchmark::DoNotOptimize(copy.get());
+    }
+}
+BENCHMARK(SharedPtrCopyAndRelease);
+BENCHMARK(SharedPtrCopyAndRelease)->Threads(2)->UseRealTime();
+
+static void HandleCopyAndRelease(benchmark::State& state)
+{
+    static const SafePointer<Object> shared(new Object);
+    for (auto _ : state)
+    {
+        const SafePointer<Object> copy(shared);
+        benchmark::DoNotOptimize(copy.operator->());
+    }
+}
+BENCHMARK(HandleCopyAndRelease);
+BENCHMARK(HandleCopyAndRelease)->Threads(2)->UseRealTime();
+
+static void SharedPtrMake(benchmark::State& state)
+{
+    for (auto _ : state)
+    {
+        const std::shared_ptr<Object> made = std::make_shared<Object>();
+        benchmark::DoNotOptimize(made.get());
+    }
+}
+BENCHMARK(SharedPtrMake);
+BENCHMARK(SharedPtrMake)->Threads(2)->UseRealTime();
+
+static void HandleMakeFromRawPointer(benchmark::State& state)
+{
+    for (auto _ : state)
+    {
+        const SafePointer<Object> made(new Object);
+        benchmark::DoNotOptimize(made.operator->());
+    }
+}
+BENCHMARK(HandleMakeFromRawPointer);
+BENCHMARK(HandleMakeFromRawPointer)->Threads(2)->UseRealTime();
+
+/// As above, in a process where many other objects are held.
+static void HandleMakeAmongManyObjects(benchmark::State& state)
+{
+    std::vector<SafePointer<Object>> others;
+    for (int i = 0; i < 100000; ++i)
+    {
+        others.push_back(SafePointer<Object>(new Object));
+    }
+    for (auto _ : state)
+    {
+        const SafePointer<Object> made(new Object);
+        benchmark::DoNotOptimize(made.operator->());
+    }
+}
+BENCHMARK(HandleMakeAmongManyObjects);
