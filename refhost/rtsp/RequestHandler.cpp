@@ -118,7 +118,8 @@ RequestHandler::Result RequestHandler::handle(const RtspRequest& request, Respon
 
 RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry)
 {
-    if (!accept(exchange))
+    const bool admitted = std::exchange(admitted_, false);
+    if (!accept(exchange, admitted))
     {
         return exchange.keepsConnection ? Result::answered : Result::answeredLast;
     }
@@ -152,13 +153,14 @@ RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry
     }
     if (result == SessionVerbs::Result::notReady)
     {
+        admitted_ = true;
         return Result::notReady;
     }
     return exchange.keepsConnection ? Result::answered : Result::answeredLast;
 }
 
 /// Checks what every request must fulfil, and answers one that does not.
-bool RequestHandler::accept(Exchange& exchange)
+bool RequestHandler::accept(Exchange& exchange, bool admitted)
 {
     const RtspRequest& request = exchange.request;
     exchange.keepsConnection = !RtspText::equalsIgnoringCase(request.value("Connection"), "close");
@@ -194,7 +196,8 @@ bool RequestHandler::accept(Exchange& exchange)
         return false;
     }
     // Everybody may ask what the server can do; clients probe with it before they know that they must log in.
-    return method == Method::options || authorize(exchange);
+    // A request that had to wait comes in again with credentials that were good once and are used up by now.
+    return method == Method::options || admitted || authorize(exchange);
 }
 
 bool RequestHandler::authorize(Exchange& exchange)

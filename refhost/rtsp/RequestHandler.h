@@ -53,7 +53,7 @@ public:
 
 private:
     Result dispatch(Exchange& exchange, bool lastTry);
-    bool accept(Exchange& exchange);
+    bool accept(Exchange& exchange, bool admitted);
     bool authorize(Exchange& exchange);
     void options(Exchange& exchange);
     void parameters(Exchange& exchange);
@@ -62,6 +62,7 @@ private:
     FrontServices& services_;
     ClientLink& link_;
     SessionVerbs verbs_;
+    bool admitted_ = false;  ///< the next request is one that was let in before and had to wait
 };
 
 }  // namespace refhost
