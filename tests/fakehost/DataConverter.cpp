@@ -3,12 +3,19 @@
 #include <charconv>
 #include <system_error>
 
+#include "tests/fakehost/FakeHost.h"
+
 namespace
 {
 
 template <class Number>
 bool readWhole(const std::string& text, Number& number)
 {
+    if (text.empty() && FakeHost::instance().readsEmptyTextAsZero())
+    {
+        number = Number{};
+        return true;
+    }
     Number read{};
     const char* const end = text.data() + text.size();
     const std::from_chars_result result = std::from_chars(text.data(), end, read);

@@ -37,6 +37,7 @@ void FakeHost::reset()
     recordCalls_ = true;
     recordLocks_ = false;
     runThreads_ = true;
+    emptyTextIsZero_ = false;
     calls_.clear();
     queues_.clear();
     standing_.clear();
@@ -158,6 +159,16 @@ bool FakeHost::threadsRun() const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     return runThreads_;
+}
+
+void FakeHost::readEmptyTextAsZero(bool on)
+{
+    emptyTextIsZero_ = on;
+}
+
+bool FakeHost::readsEmptyTextAsZero() const
+{
+    return emptyTextIsZero_;
 }
 
 bool FakeHost::waitForRuns(std::size_t count)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -93,6 +94,13 @@ public:
     /// \returns false when that took more than ten seconds of real time
     bool waitForRuns(std::size_t count);
 
+    // --- conversions --------------------------------------------------------------------------------------
+
+    /// Whether DataConverter reads an empty text as 0 (it refuses it): the library must not count on a strict
+    /// converter.
+    void readEmptyTextAsZero(bool on);
+    bool readsEmptyTextAsZero() const;
+
     // --- what lives ---------------------------------------------------------------------------------------
 
     /// How many objects of a host class ("OVMutex", "GThread", "AudioDispatcher", "MediaInfoTool", …) live.
@@ -126,6 +134,7 @@ private:
     void append(const char* className, int number, const char* operation, const std::string& arguments);
     bool takeScripted(const std::string& name, Outcome& outcome);
 
+    std::atomic<bool> emptyTextIsZero_{false};
     mutable std::mutex mutex_;
     std::condition_variable ran_;
     bool recordCalls_ = true;

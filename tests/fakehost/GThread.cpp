@@ -43,7 +43,10 @@ GThread::GThread(function<int> run, const std::string& name, function<int> befor
 
 GThread::~GThread() noexcept(false)
 {
-    stop();
+    if (state_->running || body_->thread.joinable())
+    {
+        stop();
+    }
     FakeHost::instance().died("GThread");
     delete body_;
 }
@@ -96,10 +99,6 @@ void GThread::stop()
         return;
     }
     const std::lock_guard<std::mutex> lock(body_->mutex);
-    if (!state_->running && !body_->thread.joinable())
-    {
-        return;
-    }
     log("stop");
     body_->stopAsked = true;
     if (body_->thread.joinable())

@@ -6,6 +6,7 @@
 #include "mediaurl/OrvaneMediaUrl.h"
 #include "tests/AllocationCounter.h"
 #include "tests/CapturedOutput.h"
+#include "tests/fakehost/FakeHost.h"
 
 namespace
 {
@@ -95,6 +96,20 @@ TEST(OrvaneMediaUrlLive, EveryProperPrefixOfAUrlUpToItsLastFieldIsRefused)
             EXPECT_EQ(3, codec.objMediaUrlParam.getStreamID());
         }
     }
+}
+
+TEST(OrvaneMediaUrlLive, EmptyFieldsAreRefusedAlsoWhereTheHostTakesThemForNumbers)
+{
+    FakeHost::instance().readEmptyTextAsZero(true);
+    OrvaneMediaUrl codec;
+    EXPECT_EQ(-8, codec.parseMediaUrl("orv/live//0"));
+    EXPECT_EQ(-8, codec.parseMediaUrl("orv/live/1/"));
+    EXPECT_EQ(-8, codec.parseMediaUrl("orv/live//"));
+    EXPECT_EQ(-8, codec.parseMediaUrl("orv/live/"));
+    EXPECT_EQ(-8, codec.parsePlaybackMediaUrl("orv/playback/_1_2"));
+    EXPECT_EQ(-8, codec.parsePlaybackMediaUrl("orv/playback/1__2"));
+    EXPECT_EQ(-8, codec.parsePlaybackMediaUrl("orv/playback/1_1_"));
+    FakeHost::instance().reset();
 }
 
 TEST(OrvaneMediaUrlLive, EmbeddedNulIsNoNumber)
