@@ -114,12 +114,21 @@ std::string reachableAddress(const std::string& listen)
 
 std::string describe(const StreamConfig& stream)
 {
-    if (stream.source.kind == SourceConfig::Kind::synthetic)
+    switch (stream.source.kind)
     {
-        return fmt::format("test picture {}x{}, {} a second, {} kbit/s, sound {}", stream.width,
-                           stream.height, stream.frameRate, stream.bitRate, stream.audioCodec);
+        case SourceConfig::Kind::synthetic:
+            return fmt::format("test picture, {}x{}, {} pictures a second, {} kbit/s, sound {}", stream.width,
+                               stream.height, stream.frameRate, stream.bitRate, stream.audioCodec);
+        case SourceConfig::Kind::file:
+            return "the file " + stream.source.location;
+        case SourceConfig::Kind::v4l2:
+            return "the device " + stream.source.location;
+        case SourceConfig::Kind::rtsp:
+            return "another camera";
+        case SourceConfig::Kind::launch:
+            break;
     }
-    return Log::safe(stream.source.location, 60);
+    return "a launch line";
 }
 
 SafePointer<IRTSPControllerFactory> makeLiveFactory(const std::string& listen)
@@ -202,8 +211,8 @@ void Application::printUrls(int port) const
         {
             const std::string url = fmt::format("{}{}/{}", base, camera.id, stream.id);
             first = first.empty() ? url : first;
-            text += fmt::format("  {}  {}{}{}\n", url, camera.name, camera.name.empty() ? "" : ": ",
-                                describe(stream));
+            const std::string name = camera.name.empty() ? fmt::format("camera {}", camera.id) : camera.name;
+            text += fmt::format("  {}\n      {}: {}\n", url, name, describe(stream));
         }
     }
     text += fmt::format("Watch:  mpv {}\n        ffplay -rtsp_transport tcp {}\n", first, first);

@@ -88,7 +88,9 @@ GLogWriterOutput onGlibLog(GLogLevelFlags flags, const GLogField* fields, gsize 
     }
     const bool isError = (flags & (G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL)) != 0;
     const bool isWarning = (flags & G_LOG_LEVEL_WARNING) != 0;
-    write(isError ? Log::Level::error : isWarning ? Log::Level::warning : Log::Level::debug, domain, message);
+    const bool isDebug = (flags & G_LOG_LEVEL_DEBUG) != 0;
+    const Log::Level mild = isDebug ? Log::Level::trace : Log::Level::debug;
+    write(isError ? Log::Level::error : isWarning ? Log::Level::warning : mild, domain, message);
     return G_LOG_WRITER_HANDLED;
 }
 
