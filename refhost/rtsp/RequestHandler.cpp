@@ -3,6 +3,7 @@
 #include <array>
 #include <exception>
 #include <string>
+#include <utility>
 
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/RtspText.h"
