@@ -27,6 +27,16 @@ std::string problemOf(const std::string& path)
     return regular ? std::string() : std::string("not a file");
 }
 
+/// What stands between a file's track and the place where its times are set. Containers hold raw sound in
+/// blocks of up to a second, which would leave in bursts.
+const char* chainLine(const GstCaps* caps)
+{
+    const GstStructure* fields = gst_caps_get_structure(caps, 0);
+    return gst_structure_has_name(fields, "audio/x-raw")
+               ? "queue ! audioconvert ! audiobuffersplit output-buffer-duration=1/50"
+               : "queue max-size-buffers=0 max-size-bytes=16000000 max-size-time=1000000000";
+}
+
 LoopTimeline::Time timeOf(const GstSegment& segment, GstClockTime time)
 {
     if (!GST_CLOCK_TIME_IS_VALID(time))
@@ -82,10 +92,14 @@ void FileSource::stop()
 
 void FileSource::addPad(GstPad* pad, const GstCaps* caps)
 {
-    GstElement* queue = gst_element_factory_make("queue", nullptr);
-    g_object_set(queue, "max-size-buffers", 0U, "max-size-bytes", 16U << 20, "max-size-time",
-                 guint64{GST_SECOND}, nullptr);
-    gst_bin_add(pipeline_, queue);
+    std::string error;
+    GstElement* chain = makeBin(chainLine(caps), error);
+    if (chain == nullptr)
+    {
+        sink_.sourceEnded(error);
+        return;
+    }
+    gst_bin_add(pipeline_, chain);
     Track* track = nullptr;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -99,13 +113,13 @@ void FileSource::addPad(GstPad* pad, const GstCaps* caps)
             seekPad_.reset(GST_PAD(gst_object_ref(pad)));
         }
     }
-    const GstObjectPtr<GstPad> exit(gst_element_get_static_pad(queue, "src"));
+    const GstObjectPtr<GstPad> exit(gst_element_get_static_pad(chain, "src"));
     constexpr auto everything =
         static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_DATA_DOWNSTREAM | GST_PAD_PROBE_TYPE_EVENT_FLUSH);
     gst_pad_add_probe(exit.get(), everything, &FileSource::onData, track, nullptr);
     sink_.addPad(exit.get(), caps);
-    gst_element_sync_state_with_parent(queue);
-    const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(queue, "sink"));
+    gst_element_sync_state_with_parent(chain);
+    const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(chain, "sink"));
     gst_pad_link(pad, entry.get());
 }
 

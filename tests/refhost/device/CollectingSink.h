@@ -18,6 +18,7 @@ public:
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         units_.push_back(std::move(unit));
+        arrivals_.push_back(std::chrono::steady_clock::now());
         changed_.notify_all();
     }
 
@@ -47,6 +48,18 @@ public:
         return units_;
     }
 
+    /// How many units came less than `distance` after the one before.
+    std::size_t closerThan(std::chrono::milliseconds distance) const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        std::size_t close = 0;
+        for (std::size_t i = 1; i < arrivals_.size(); ++i)
+        {
+            close += arrivals_[i] - arrivals_[i - 1] < distance ? 1 : 0;
+        }
+        return close;
+    }
+
     int discontinuities() const
     {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -57,6 +70,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<AccessUnitPtr> units_;
+    std::vector<std::chrono::steady_clock::time_point> arrivals_;
     int discontinuities_ = 0;
 };
 

@@ -161,6 +161,24 @@ TEST_F(MediaSourceTest, FileOfOtherCodingsIsEncodedAsConfigured)
     EXPECT_EQ(source->starts(), 1);
 }
 
+TEST_F(MediaSourceTest, UnitsOfAFileLeaveOneByOne)
+{
+    // Half a second of sound in each block; pictures that are stored in another order than they are shown.
+    makeClip(
+        "videotestsrc num-buffers=25 ! video/x-raw,format=I420,width=160,height=90,framerate=25/1 ! "
+        "x264enc bframes=3 b-adapt=false key-int-max=25 ! h264parse ! matroskamux name=mux ! filesink "
+        "location=CLIP "
+        "audiotestsrc num-buffers=2 samplesperbuffer=22050 ! audio/x-raw,format=S16LE,rate=44100,channels=2 "
+        "! mux.");
+    open();
+    const auto video = watch("trackID=0");
+    const auto audio = watch("trackID=1");
+    ASSERT_TRUE(video->waitForUnits(40));
+    ASSERT_TRUE(audio->waitForUnits(70));
+    EXPECT_LT(video->closerThan(std::chrono::milliseconds(5)), 12U);
+    EXPECT_LT(audio->closerThan(std::chrono::milliseconds(5)), 25U);
+}
+
 TEST_F(MediaSourceTest, FastSourceIsSlowedToTheConfiguredRate)
 {
     stream.source.kind = SourceConfig::Kind::launch;
