@@ -5,6 +5,8 @@ import subprocess
 
 import pytest
 
+pytest.register_assert_rewrite("ffmpeg", "rtsp_client", "server", "wire")
+
 from server import DEFAULT_CONFIG, Server
 
 TRANSPORTS = ["tcp", "udp"]

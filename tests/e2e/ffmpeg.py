@@ -31,8 +31,8 @@ def decode(source, transport=None, limits=("-t", "10"), maps=("0",), timeout=60)
     arguments += ["-i", str(source)]
     for stream in maps:
         arguments += ["-map", stream]
-    # Passed through, a lost or doubled frame stays visible in the count.
-    arguments += [*limits, "-fps_mode:v", "passthrough", "-f", "framehash", "-hash", "md5", "-"]
+    # Passed through and in the time base of RTP, a lost or doubled frame and its time stay visible.
+    arguments += [*limits, "-fps_mode:v", "passthrough", "-enc_time_base", "-1", "-f", "framehash", "-hash", "md5", "-"]
     run = subprocess.run(arguments, capture_output=True, text=True, timeout=timeout)
     assert run.returncode == 0 and run.stderr == "", run.stderr
     frames = []

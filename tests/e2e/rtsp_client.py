@@ -14,7 +14,7 @@ class Response:
     status: int
     headers: dict
     body: bytes
-    arrived: float
+    media_before: int  # how many RTP packets came before it
 
 
 @dataclasses.dataclass
@@ -70,6 +70,7 @@ class RtspClient:
         self.session = None
         self.session_header = None
         self.content_base = None
+        self.played_at = 0  # how many RTP packets came before the last answer to PLAY
         self.tracks = []
         self.rtp = []
         self.rtcp = []
@@ -133,6 +134,7 @@ class RtspClient:
         """Returns {track index: (sequence, rtptime)} of the RTP-Info header"""
         response = self.request("PLAY", headers={"Range": "npt=0.000-"})
         assert response.status == 200, response
+        self.played_at = response.media_before
         info = {}
         for item in response.headers["rtp-info"].split(","):
             fields = dict(field.split("=", 1) for field in item.strip().split(";"))
@@ -199,7 +201,8 @@ class RtspClient:
             size = int(headers.get("content-length", 0))
             if len(rest) < size:
                 return
-            self._responses.append(Response(int(lines[0].split(" ")[1]), headers, rest[:size], time.monotonic()))
+            status = int(lines[0].split(" ")[1])
+            self._responses.append(Response(status, headers, rest[:size], len(self.rtp)))
             self._buffer = rest[size:]
 
     def _media(self, track, rtcp, data):

@@ -17,6 +17,7 @@ class Capture:
     def __init__(self, folder, rtsp_port, with_udp):
         self.path = folder / "capture.pcapng"
         self.rtsp_port = rtsp_port
+        self.media_ports = []
         ports = f"tcp port {rtsp_port}" + (" or udp" if with_udp else "")
         self.messages = folder / "tshark.txt"
         with open(self.messages, "wb") as out:
@@ -38,7 +39,12 @@ class Capture:
         self.process.wait(timeout=10)
 
     def dissect(self, display_filter, *fields):
-        """Returns one dictionary a packet: field → list of values."""
+        """Returns one dictionary a packet: field → list of values.
+
+        Of UDP only what has one of the client's `media_ports`: others may use the loopback interface as well.
+        """
+        ports = " || ".join([f"tcp.port == {self.rtsp_port}", *(f"udp.port == {port}" for port in self.media_ports)])
+        display_filter = f"({display_filter}) && ({ports})"
         arguments = ["tshark", "-r", str(self.path), "-d", f"tcp.port=={self.rtsp_port},rtsp",
                      "-Y", display_filter, "-T", "json"]
         for field in fields:
