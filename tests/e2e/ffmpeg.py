@@ -25,7 +25,8 @@ def probe(url, transport, check=True):
 
 def decode(source, transport=None, limits=("-t", "10"), maps=("0",), timeout=60):
     """Decodes, and returns every decoded frame; anything that ffmpeg complains of fails the test."""
-    arguments = ["ffmpeg", "-nostdin", "-v", "error", "-xerror"]
+    # The first packet of an RTSP stream has no time for ffmpeg; -copyts keeps it from being taken for the second's.
+    arguments = ["ffmpeg", "-nostdin", "-v", "error", "-xerror", "-copyts"]
     if transport:
         arguments += ["-rtsp_transport", transport]
     arguments += ["-i", str(source)]
