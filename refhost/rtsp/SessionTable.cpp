@@ -40,6 +40,15 @@ std::optional<std::uint64_t> numberOf(std::string_view text)
     return number;
 }
 
+/// Without the id: who knows a living session's id can steer it.
+void logCount(const char* event, const RtspSession& session, std::size_t count)
+{
+    if (Log::enabled(Log::Level::debug))
+    {
+        Log::debug("a session of {} {}; sessions: {}", Log::safe(session.presentation()), event, count);
+    }
+}
+
 }  // namespace
 
 SessionTable::SessionTable(const LimitsConfig& limits)
@@ -71,9 +80,12 @@ std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
             fillRandom(&number, sizeof number);
             auto session = std::make_shared<RtspSession>(textOf(number), presentation, controller,
                                                          firstPacket, client, nowMs);
-            const std::lock_guard<std::mutex> guard(mutex_);
+            std::unique_lock<std::mutex> lock(mutex_);
             if (sessions_.emplace(number, session).second)
             {
+                const std::size_t count = sessions_.size();
+                lock.unlock();
+                logCount("began", *session, count);
                 return session;
             }
         }
@@ -100,15 +112,21 @@ std::shared_ptr<RtspSession> SessionTable::find(std::string_view id) const
 void SessionTable::end(const std::shared_ptr<RtspSession>& session)
 {
     bool taken = false;
+    std::size_t count = 0;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         taken = sessions_.erase(*numberOf(session->id())) != 0;
+        count = sessions_.size();
     }
     if (taken)
     {
         quota_.giveBack(session->client());
     }
     session->end();
+    if (taken)
+    {
+        logCount("ended", *session, count);
+    }
 }
 
 void SessionTable::endAll()

@@ -38,7 +38,7 @@ class Server:
         """It prints the URLs that it serves as soon as it listens."""
         end = time.monotonic() + START_SECONDS
         while time.monotonic() < end:
-            found = re.search(r"rtsp://([0-9.]+):(\d+)/\S*\n", self.output())
+            found = re.search(r"^\s*rtsp://([0-9.]+):(\d+)/.*\n", self.output(), re.M)
             if found:
                 return found.group(1), int(found.group(2))
             if self.process.poll() is not None:
