@@ -61,6 +61,13 @@ std::size_t findFieldEnd(const std::string& url, std::size_t begin, char separat
     return end == begin || end == url.size() ? std::string::npos : end;
 }
 
+// The text from `begin` to `end`. One or two characters, the usual case, are copied without a call.
+std::string field(const std::string& url, std::size_t begin, std::size_t end)
+{
+    const char* const text = url.data() + begin;
+    return end - begin == 2 ? std::string(text, 2) : std::string(text, end - begin);
+}
+
 std::string secondsText(double seconds)
 {
     std::string text;
@@ -98,7 +105,7 @@ int OrvaneMediaUrl::parseMediaUrl(const std::string& url)
         return statusNotFound;
     }
     int camera = 0;
-    if (!DataConverter::convert(url.substr(cameraBegin, cameraEnd - cameraBegin), camera))
+    if (!DataConverter::convert(field(url, cameraBegin, cameraEnd), camera))
     {
         return statusNotFound;
     }
@@ -108,7 +115,7 @@ int OrvaneMediaUrl::parseMediaUrl(const std::string& url)
         return statusNotFound;
     }
     int stream = 0;
-    if (!DataConverter::convert(url.substr(streamBegin), stream))
+    if (!DataConverter::convert(field(url, streamBegin, url.size()), stream))
     {
         return statusNotFound;
     }
