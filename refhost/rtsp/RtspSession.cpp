@@ -66,6 +66,12 @@ const std::string& RtspSession::id() const
     return id_;
 }
 
+std::string RtspSession::logName() const
+{
+    constexpr std::size_t shown = 4;
+    return id_.substr(0, shown) + "... of " + presentation_;
+}
+
 const std::string& RtspSession::presentation() const
 {
     return presentation_;
@@ -363,7 +369,7 @@ void RtspSession::stopTrack(Track& track)
     }
     catch (const std::exception& error)
     {
-        Log::error("session {}: stopping {} failed: {}", id_, track.id, error.what());
+        Log::error("session {}: stopping {} failed: {}", logName(), track.id, error.what());
     }
     if (track.delivery.transport)
     {

@@ -58,6 +58,8 @@ public:
     RtspSession& operator=(const RtspSession&) = delete;
 
     const std::string& id() const;
+    /// What a log may show: whoever knows the whole id may drive the session.
+    std::string logName() const;
     const std::string& presentation() const;
     const SocketAddress::Key& client() const;
     std::shared_ptr<SessionLiveness> liveness() const;

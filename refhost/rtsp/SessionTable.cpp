@@ -158,7 +158,7 @@ std::size_t SessionTable::endExpired(std::int64_t nowMs)
     }
     for (const auto& session : expired)
     {
-        Log::info("session {} timed out", session->id());
+        Log::info("session {} timed out", session->logName());
         end(session);
     }
     return expired.size();

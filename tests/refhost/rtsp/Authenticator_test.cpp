@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "refhost/rtsp/DigestAuth.h"
-#include "tests/refhost/rtsp/ManualClock.h"
+#include "tests/refhost/rtsp/SteppedClock.h"
 
 namespace refhost
 {
@@ -45,7 +45,7 @@ protected:
         return "Digest " + text + ", response=\"" + DigestAuth::expected(parsed, secret, "DESCRIBE") + "\"";
     }
 
-    ManualClock time_;
+    SteppedClock time_;
     Authenticator authenticator_{{{"admin", "secret"}, {"other", "p:w"}}, "here", time_.clock()};
     std::string challenge_;
 };

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "tests/refhost/rtsp/ManualClock.h"
+#include "tests/refhost/rtsp/SteppedClock.h"
 
 namespace refhost
 {
@@ -14,7 +14,7 @@ namespace
 class NonceBookTest : public testing::Test
 {
 protected:
-    ManualClock time_;
+    SteppedClock time_;
     NonceBook book_{time_.clock()};
 };
 

@@ -10,7 +10,7 @@ namespace refhost
 {
 
 /// A clock that a test moves on top of the real one, so that what transports tell of the real one still fits.
-class ManualClock
+class SteppedClock
 {
 public:
     void advance(std::int64_t milliseconds)

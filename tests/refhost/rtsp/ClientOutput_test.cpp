@@ -1,0 +1,237 @@
+#include "refhost/rtsp/ClientOutput.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace refhost
+{
+namespace
+{
+
+class CountingListener : public TransportListener
+{
+public:
+    void onTransportReady() override
+    {
+        ++ready;
+    }
+
+    void onRtcp(const std::uint8_t*, std::size_t) override {}
+
+    std::atomic<int> ready{0};
+};
+
+class ClientOutputTest : public testing::Test
+{
+protected:
+    ClientOutputTest()
+    {
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, sockets_), 0);
+        const int size = 4096;
+        setsockopt(sockets_[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+        output_ =
+            std::make_unique<ClientOutput>(sockets_[0], 10000, [this](bool wanted) { wanted_ = wanted; });
+    }
+
+    ~ClientOutputTest() override
+    {
+        output_.reset();
+        ::close(sockets_[0]);
+        closeClient();
+    }
+
+    void closeClient()
+    {
+        if (sockets_[1] >= 0)
+        {
+            ::close(sockets_[1]);
+            sockets_[1] = -1;
+        }
+    }
+
+    SendStatus frames(const std::string& bytes)
+    {
+        return output_->sendFrames(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    }
+
+    /// Everything that arrived until now.
+    std::string read()
+    {
+        std::string all;
+        char bytes[65536];
+        for (ssize_t count = ::recv(sockets_[1], bytes, sizeof bytes, 0); count > 0;
+             count = ::recv(sockets_[1], bytes, sizeof bytes, 0))
+        {
+            all.append(bytes, static_cast<std::size_t>(count));
+        }
+        return all;
+    }
+
+    /// Writes frames until no more are taken. \returns what was taken
+    std::string congest()
+    {
+        std::string taken;
+        char fill = 'a';
+        for (;;)
+        {
+            const std::string bytes(1500, fill++);
+            if (frames(bytes) != SendStatus::sent)
+            {
+                return taken;
+            }
+            taken += bytes;
+        }
+    }
+
+    int sockets_[2] = {-1, -1};
+    std::atomic<bool> wanted_{false};
+    std::unique_ptr<ClientOutput> output_;
+};
+
+TEST_F(ClientOutputTest, WritesAtOnceWhatTheSocketTakes)
+{
+    EXPECT_TRUE(output_->sendResponse("response"));
+    EXPECT_EQ(frames("frames"), SendStatus::sent);
+    EXPECT_EQ(read(), "responseframes");
+    EXPECT_FALSE(wanted_);
+    EXPECT_EQ(output_->bytesTaken(), 14u);
+}
+
+TEST_F(ClientOutputTest, FramesAreTakenWholeOrNotAtAll)
+{
+    const std::string taken = congest();
+    EXPECT_TRUE(wanted_);
+    EXPECT_EQ(frames("x"), SendStatus::congested);
+    std::string arrived = read();
+    while (!output_->empty())
+    {
+        ASSERT_TRUE(output_->onWritable());
+        arrived += read();
+    }
+    EXPECT_EQ(arrived, taken);
+    ASSERT_TRUE(output_->onWritable());
+    EXPECT_FALSE(wanted_);
+    EXPECT_EQ(frames("x"), SendStatus::sent);
+}
+
+TEST_F(ClientOutputTest, ResponsesWaitBehindFramesInTheirOrder)
+{
+    const std::string taken = congest();
+    EXPECT_TRUE(output_->sendResponse("first"));
+    EXPECT_TRUE(output_->sendResponse("second"));
+    std::string arrived = read();
+    while (!output_->empty())
+    {
+        ASSERT_TRUE(output_->onWritable());
+        arrived += read();
+    }
+    EXPECT_EQ(arrived, taken + "firstsecond");
+}
+
+TEST_F(ClientOutputTest, AClientThatDoesNotReadItsResponsesIsGivenUp)
+{
+    congest();
+    const std::string response(1000, 'r');
+    int taken = 0;
+    while (output_->sendResponse(response))
+    {
+        ASSERT_LT(++taken, 100) << "without bound";
+    }
+    EXPECT_GE(taken, 9);
+    EXPECT_EQ(frames("x"), SendStatus::closed);
+    EXPECT_FALSE(output_->onWritable());
+}
+
+TEST_F(ClientOutputTest, ListenersAreToldOnceWhenFramesAreTakenAgain)
+{
+    const auto listener = std::make_shared<CountingListener>();
+    congest();
+    output_->notifyWhenWritable(listener);
+    EXPECT_EQ(listener->ready, 0);
+    read();
+    while (!output_->empty())
+    {
+        ASSERT_TRUE(output_->onWritable());
+        read();
+    }
+    ASSERT_TRUE(output_->onWritable());
+    EXPECT_EQ(listener->ready, 1);
+    ASSERT_TRUE(output_->onWritable());
+    EXPECT_EQ(listener->ready, 1);
+}
+
+TEST_F(ClientOutputTest, AListenerThatComesLateIsToldByTheLoopAndNotInsideTheCall)
+{
+    const auto listener = std::make_shared<CountingListener>();
+    output_->notifyWhenWritable(listener);
+    EXPECT_EQ(listener->ready, 0);
+    EXPECT_TRUE(wanted_);
+    ASSERT_TRUE(output_->onWritable());
+    EXPECT_EQ(listener->ready, 1);
+    EXPECT_FALSE(wanted_);
+}
+
+TEST_F(ClientOutputTest, AClosedSocketTakesNothing)
+{
+    closeClient();
+    EXPECT_EQ(frames("x"), SendStatus::closed);
+    EXPECT_FALSE(output_->sendResponse("x"));
+}
+
+TEST_F(ClientOutputTest, NothingIsWrittenAfterClose)
+{
+    output_->close();
+    EXPECT_EQ(frames("x"), SendStatus::closed);
+    EXPECT_FALSE(output_->sendResponse("x"));
+    output_->notifyWhenWritable(std::make_shared<CountingListener>());
+    EXPECT_FALSE(output_->onWritable());
+    EXPECT_EQ(read(), "");
+}
+
+TEST_F(ClientOutputTest, WritersOfSeveralThreadsDoNotMixTheirBytes)
+{
+    std::atomic<int> writers{3};
+    std::vector<std::thread> threads;
+    for (const char letter : {'a', 'b', 'c'})
+    {
+        threads.emplace_back(
+            [this, letter, &writers]
+            {
+                const std::string block(100, letter);
+                for (int i = 0; i < 200;)
+                {
+                    i += frames(block) == SendStatus::sent ? 1 : 0;
+                }
+                --writers;
+            });
+    }
+    std::string arrived;
+    while (writers > 0 || !output_->empty())
+    {
+        arrived += read();
+        if (wanted_)
+        {
+            output_->onWritable();
+        }
+    }
+    arrived += read();
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    ASSERT_EQ(arrived.size(), 60000u);
+    for (std::size_t i = 0; i < arrived.size(); i += 100)
+    {
+        ASSERT_EQ(arrived.substr(i, 100), std::string(100, arrived[i]));
+    }
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/live/StreamSource.h"
+#include "tests/refhost/live/LiveFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+
+/// A stream with a picture track and a sound track whose description a test decides.
+class FrontStream : public FakeSource
+{
+public:
+    Description describe(std::vector<SubMediaInfo>& tracks) override
+    {
+        ++described;
+        const Description now = description.load();
+        if (now == Description::ready)
+        {
+            tracks = {videoTrack(), audioTrack()};
+        }
+        return now;
+    }
+
+    static SubMediaInfo videoTrack()
+    {
+        SubMediaInfo track;
+        track.trackId = "trackID=0";
+        track.mediaType = "video";
+        track.encodingName = "H264";
+        track.formatParameters = "packetization-mode=1";
+        track.payloadType = 96;
+        track.clockRate = 90000;
+        track.width = 1280;
+        track.height = 720;
+        return track;
+    }
+
+    static SubMediaInfo audioTrack()
+    {
+        SubMediaInfo track;
+        track.trackId = "trackID=1";
+        track.mediaType = "audio";
+        track.encodingName = "PCMU";
+        track.payloadType = 0;
+        track.clockRate = 8000;
+        track.channels = 1;
+        return track;
+    }
+
+    std::atomic<Description> description{Description::ready};
+    std::atomic<int> described{0};
+};
+
+/// Camera 1 with streams 0 and 1.
+class FrontStreams : public StreamDirectory
+{
+public:
+    std::shared_ptr<StreamSource> find(int cameraId, int streamId) override
+    {
+        return cameraId == 1 && (streamId == 0 || streamId == 1) ? streams[streamId] : nullptr;
+    }
+
+    int subscribe(std::function<void()> changed) override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        subscribers_[++last_] = std::move(changed);
+        return last_;
+    }
+
+    void unsubscribe(int id) override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        subscribers_.erase(id);
+    }
+
+    void tell()
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        for (const auto& [id, changed] : subscribers_)
+        {
+            changed();
+        }
+    }
+
+    std::size_t subscriberCount()
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return subscribers_.size();
+    }
+
+    std::shared_ptr<FrontStream> streams[2] = {std::make_shared<FrontStream>(),
+                                               std::make_shared<FrontStream>()};
+
+private:
+    std::mutex mutex_;
+    int last_ = 0;
+    std::map<int, std::function<void()>> subscribers_;
+};
+
+}  // namespace test
+}  // namespace refhost

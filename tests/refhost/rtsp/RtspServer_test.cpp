@@ -1,0 +1,428 @@
+#include "refhost/rtsp/RtspServer.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <list>
+#include <string>
+#include <thread>
+
+#include "refhost/live/LiveDispatcher.h"
+#include "refhost/rtsp/DigestAuth.h"
+#include "tests/refhost/rtsp/FrontFixture.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::Received;
+using test::TestClient;
+using test::UdpPort;
+
+class RtspServerTest : public test::FrontFixture
+{
+};
+
+/// A receiver report of nobody about nobody: enough to be heard.
+const std::string receiverReport("\x80\xc9\x00\x01\x12\x34\x56\x78", 8);
+
+TEST_F(RtspServerTest, SaysWhyItCannotListen)
+{
+    start();
+    ServerConfig taken = config;
+    taken.port = server->port();
+    RtspServer second(taken, routes);
+    std::string error;
+    EXPECT_FALSE(second.start(error));
+    EXPECT_NE(error.find(std::to_string(taken.port)), std::string::npos) << error;
+    EXPECT_EQ(second.port(), 0);
+
+    ServerConfig elsewhere = config;
+    elsewhere.listen = "not-an-address";
+    EXPECT_FALSE(RtspServer(elsewhere, routes).start(error));
+}
+
+TEST_F(RtspServerTest, ConnectionsBeyondTheLimitAreRefusedPolitely)
+{
+    config.limits.connections = 2;
+    start();
+    TestClient first(server->port());
+    TestClient second(server->port());
+    EXPECT_EQ(first.request("OPTIONS", "*").status, 200);
+    EXPECT_EQ(second.request("OPTIONS", "*").status, 200);
+    TestClient third(server->port());
+    EXPECT_EQ(third.request("DESCRIBE", url()).status, 503);
+    EXPECT_TRUE(third.ended());
+    first.close();
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 1; }));
+    TestClient fourth(server->port());
+    EXPECT_EQ(fourth.request("OPTIONS", "*").status, 200);
+}
+
+TEST_F(RtspServerTest, ConnectionsOfOneAddressAreLimited)
+{
+    config.limits.connectionsPerAddress = 1;
+    start();
+    TestClient first(server->port());
+    EXPECT_EQ(first.request("OPTIONS", "*").status, 200);
+    TestClient second(server->port());
+    EXPECT_EQ(second.request("OPTIONS", "*").status, 503);
+}
+
+TEST_F(RtspServerTest, AFloodOfRefusedConnectionsIsBoundedAndEnds)
+{
+    config.limits.connections = 1;
+    start();
+    TestClient first(server->port());
+    EXPECT_EQ(first.request("OPTIONS", "*").status, 200);
+    const int before = openDescriptors();
+    std::list<TestClient> flood;
+    for (int i = 0; i < 200; ++i)
+    {
+        flood.emplace_back(server->port());
+    }
+    EXPECT_EQ(first.request("OPTIONS", "*").status, 200);
+    EXPECT_LE(openDescriptors(), before + 200 + 64);
+    time.advance(config.limits.handshakeTimeout * 1000);
+    for (TestClient& client : flood)
+    {
+        EXPECT_TRUE(client.ended());
+    }
+    EXPECT_EQ(first.request("OPTIONS", "*").status, 200);
+}
+
+TEST_F(RtspServerTest, SessionsAreLimitedInAllAndPerAddress)
+{
+    config.limits.sessions = 2;
+    start();
+    TestClient client(server->port());
+    const std::string first = setUpTcp(client, 1);
+    setUpTcp(client, 1);
+    EXPECT_EQ(client.request("SETUP", track(url(), 0), tcp).status, 503);
+    EXPECT_EQ(server->sessionCount(), 2u);
+    client.request("TEARDOWN", url(), session(first));
+    EXPECT_EQ(client.request("SETUP", track(url(), 0), tcp).status, 200);
+}
+
+TEST_F(RtspServerTest, AClientThatSaysNothingIsEndedAfterTheHandshakeTime)
+{
+    start();
+    TestClient silent(server->port());
+    TestClient drip(server->port());
+    drip.send("OPTIONS * RT");
+    TestClient greeted(server->port());
+    EXPECT_EQ(greeted.request("OPTIONS", "*").status, 200);
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 3; }));
+    time.advance(config.limits.handshakeTimeout * 1000);
+    EXPECT_TRUE(silent.ended());
+    EXPECT_TRUE(drip.ended());
+    EXPECT_EQ(greeted.request("OPTIONS", "*").status, 200);
+}
+
+TEST_F(RtspServerTest, AnIdleConnectionEndsUnlessItCarriesASession)
+{
+    config.limits.sessionTimeout = 10000;
+    start();
+    TestClient idle(server->port());
+    EXPECT_EQ(idle.request("OPTIONS", "*").status, 200);
+    TestClient carrier(server->port());
+    const std::string id = setUpTcp(carrier, 1);
+    time.advance(config.limits.idleTimeout * 1000);
+    EXPECT_TRUE(idle.ended());
+    EXPECT_EQ(carrier.request("GET_PARAMETER", url(), session(id)).status, 200);
+}
+
+TEST_F(RtspServerTest, ASessionTimesOutUnlessKeptAliveByRtsp)
+{
+    start();
+    TestClient client(server->port());
+    UdpPort port;
+    const std::string kept = setUpUdp(client, port);
+    const std::string forgotten = setUpUdp(client, port);
+    time.advance(40000);
+    EXPECT_EQ(client.request("GET_PARAMETER", url(), session(kept)).status, 200);
+    time.advance(30000);
+    EXPECT_TRUE(eventually([this] { return server->sessionCount() == 1; }));
+    EXPECT_EQ(client.request("PLAY", url(), session(forgotten)).status, 454);
+    EXPECT_EQ(client.request("PLAY", url(), session(kept)).status, 200);
+}
+
+// Transports tell the real time, so the server's clock begins behind it here: a report that comes when the
+// session is nearly over counts from the real now.
+TEST_F(RtspServerTest, RtcpKeepsASessionAlive)
+{
+    const std::int64_t timeoutMs = config.limits.sessionTimeout * 1000;
+    time.advance(-timeoutMs);
+    start();
+    TestClient client(server->port());
+    UdpPort rtp;
+    UdpPort rtcp;
+    const Received overUdp =
+        client.request("SETUP", track(url(), 0),
+                       udpPorts + std::to_string(std::min(rtp.port(), rtcp.port())) + "-" +
+                           std::to_string(std::max(rtp.port(), rtcp.port())) + "\r\n");
+    ASSERT_EQ(overUdp.status, 200);
+    const std::string overTcp = setUpTcp(client, 1);
+    UdpPort other;
+    const std::string forgotten = setUpUdp(client, other);
+
+    time.advance(timeoutMs - 5000);
+    client.send(std::string("$\x01\x00\x08", 4) + receiverReport);
+    (rtp.port() > rtcp.port() ? rtp : rtcp).sendTo(server->rtpPort() + 1, receiverReport);
+    EXPECT_EQ(client.request("OPTIONS", "*").status, 200);
+    time.advance(10000);
+    EXPECT_TRUE(eventually([this] { return server->sessionCount() == 2; }));
+    EXPECT_EQ(client.request("GET_PARAMETER", url(), session(forgotten)).status, 454);
+    EXPECT_EQ(client.request("GET_PARAMETER", url(), session(overUdp.session())).status, 200);
+    EXPECT_EQ(client.request("GET_PARAMETER", url(), session(overTcp)).status, 200);
+}
+
+TEST_F(RtspServerTest, ATcpSessionEndsWithItsConnection)
+{
+    start();
+    for (const bool reset : {false, true})
+    {
+        TestClient client(server->port());
+        const std::string id = setUpTcp(client, 2);
+        client.request("PLAY", url(), session(id));
+        picture(true);
+        client.close(reset);
+        EXPECT_TRUE(
+            eventually([this] { return server->sessionCount() == 0 && server->connectionCount() == 0; }));
+        EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
+        picture(true);
+    }
+}
+
+TEST_F(RtspServerTest, AUdpSessionOutlivesItsConnectionForAWhile)
+{
+    start();
+    UdpPort port;
+    std::string id;
+    {
+        TestClient client(server->port());
+        id = setUpUdp(client, port);
+    }
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
+    EXPECT_EQ(server->sessionCount(), 1u);
+    TestClient other(server->port());
+    EXPECT_EQ(other.request("PLAY", url(), session(id)).status, 200) << "taken up again";
+    other.close();
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
+    time.advance(config.limits.orphanTimeout * 1000);
+    EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0; }));
+    EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
+}
+
+TEST_F(RtspServerTest, StopEndsEverythingAndLeavesNothing)
+{
+    const int threadsBefore = threads();
+    const int descriptorsBefore = openDescriptors();
+    start();
+    std::list<TestClient> clients;
+    UdpPort port;
+    const int descriptorsOfClients = 21;
+    for (int i = 0; i < 20; ++i)
+    {
+        TestClient& client = clients.emplace_back(server->port());
+        const std::string id = i % 2 == 0 ? setUpTcp(client, 2) : setUpUdp(client, port);
+        EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
+    }
+    picture(true);
+    EXPECT_EQ(server->sessionCount(), 20u);
+    const auto begin = std::chrono::steady_clock::now();
+    server->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    EXPECT_EQ(server->sessionCount(), 0u);
+    EXPECT_EQ(server->connectionCount(), 0u);
+    EXPECT_EQ(server->port(), 0);
+    EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
+    EXPECT_EQ(streams->subscriberCount(), 0u);
+    EXPECT_EQ(threads(), threadsBefore);
+    EXPECT_EQ(openDescriptors(), descriptorsBefore + descriptorsOfClients);
+    for (TestClient& client : clients)
+    {
+        EXPECT_TRUE(client.ended());
+    }
+}
+
+TEST_F(RtspServerTest, ServesAgainAfterStop)
+{
+    start();
+    server->stop();
+    server->stop();
+    std::string error;
+    ASSERT_TRUE(server->start(error)) << error;
+    TestClient client(server->port());
+    EXPECT_EQ(client.request("DESCRIBE", url()).status, 200);
+}
+
+TEST_F(RtspServerTest, VanishedClientsLeaveNoDescriptorBehind)
+{
+    start();
+    {
+        TestClient warmUp(server->port());
+        setUpTcp(warmUp, 1);
+    }
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
+    const int before = openDescriptors();
+    for (int i = 0; i < 50; ++i)
+    {
+        TestClient client(server->port());
+        const std::string id = setUpTcp(client, 2);
+        client.request("PLAY", url(), session(id));
+        picture(true);
+        client.close(i % 2 == 0);
+    }
+    EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0 && server->sessionCount() == 0; }));
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(RtspServerTest, FiftyClientsComeAndGoWhilePicturesFlow)
+{
+    start();
+    std::atomic<int> running{50};
+    std::atomic<bool> stop{false};
+    std::thread camera(
+        [&]
+        {
+            for (int i = 0; !stop; ++i)
+            {
+                picture(i % 10 == 0, 5);
+                sound();
+                std::this_thread::yield();
+            }
+        });
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 50; ++i)
+    {
+        clients.emplace_back(
+            [this, i, &running]
+            {
+                UdpPort port;
+                for (int round = 0; round < 3; ++round)
+                {
+                    TestClient client(server->port());
+                    EXPECT_EQ(client.request("DESCRIBE", url()).status, 200);
+                    const bool overTcp = (i + round) % 2 == 0;
+                    const std::string id = overTcp ? setUpTcp(client, 2) : setUpUdp(client, port);
+                    EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
+                    if (overTcp)
+                    {
+                        EXPECT_TRUE(client.frame(0).isRtp());
+                    }
+                    else
+                    {
+                        EXPECT_GE(port.receive().size(), 12u);
+                    }
+                    if ((i + round) % 3 != 0)
+                    {
+                        EXPECT_EQ(client.request("TEARDOWN", url(), session(id)).status, 200);
+                    }
+                    client.close((i + round) % 5 == 0);
+                }
+                --running;
+            });
+    }
+    for (std::thread& client : clients)
+    {
+        client.join();
+    }
+    stop = true;
+    camera.join();
+    EXPECT_EQ(running, 0);
+    time.advance(config.limits.sessionTimeout * 1000);
+    EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0 && server->connectionCount() == 0; }));
+}
+
+TEST_F(RtspServerTest, ServesLoopbackIpv6)
+{
+    config.listen = "::1";
+    RtspServer six(config, routes);
+    std::string error;
+    if (!six.start(error))
+    {
+        GTEST_SKIP() << "no IPv6 here: " << error;
+    }
+    EXPECT_GT(six.port(), 0);
+}
+
+std::string digestHeader(const std::string& challenge, const std::string& method, const std::string& uri,
+                         const std::string& password, const std::string& count)
+{
+    const std::size_t at = challenge.find("nonce=\"") + 7;
+    const std::string nonce = challenge.substr(at, challenge.find('"', at) - at);
+    std::string text = "username=\"admin\", realm=\"ovrtspd\", nonce=\"" + nonce + "\", uri=\"" + uri +
+                       "\", algorithm=MD5, qop=auth, nc=" + count + ", cnonce=\"c\"";
+    DigestAuth::Answer answer;
+    const std::string complete = text + ", response=\"x\"";
+    EXPECT_TRUE(DigestAuth::parse(complete, answer));
+    const std::string secret = DigestAuth::secret(DigestAuth::Algorithm::md5, "admin", "ovrtspd", password);
+    return "Authorization: Digest " + text + ", response=\"" + DigestAuth::expected(answer, secret, method) +
+           "\"\r\n";
+}
+
+class RtspServerAuthTest : public RtspServerTest
+{
+protected:
+    void SetUp() override
+    {
+        config.users = {{"admin", "secret"}};
+        start();
+        client_ = std::make_unique<TestClient>(server->port());
+    }
+
+    std::unique_ptr<TestClient> client_;
+};
+
+TEST_F(RtspServerAuthTest, EverythingButOptionsNeedsCredentials)
+{
+    EXPECT_EQ(client_->request("OPTIONS", url()).status, 200);
+    for (const char* const method :
+         {"DESCRIBE", "SETUP", "PLAY", "PAUSE", "TEARDOWN", "GET_PARAMETER", "SET_PARAMETER", "ANNOUNCE"})
+    {
+        const Received response = client_->request(method, url());
+        EXPECT_EQ(response.status, 401) << method;
+        EXPECT_EQ(response.headers.count("WWW-Authenticate"), 3u);
+        EXPECT_EQ(response.body, "");
+    }
+    EXPECT_EQ(client_->request("DESCRIBE", url("orv/live/9/9")).status, 401)
+        << "nothing is told of what exists";
+}
+
+TEST_F(RtspServerAuthTest, BasicAndDigestAreTaken)
+{
+    EXPECT_EQ(client_->request("DESCRIBE", url(), "Authorization: Basic YWRtaW46c2VjcmV0\r\n").status, 200);
+    EXPECT_EQ(client_->request("DESCRIBE", url(), "Authorization: Basic YWRtaW46d3Jvbmc=\r\n").status, 401);
+    const std::string challenge = client_->request("DESCRIBE", url()).header("WWW-Authenticate");
+    EXPECT_EQ(
+        client_->request("DESCRIBE", url(), digestHeader(challenge, "DESCRIBE", url(), "secret", "00000001"))
+            .status,
+        200);
+    EXPECT_EQ(
+        client_->request("DESCRIBE", url(), digestHeader(challenge, "DESCRIBE", url(), "wrong", "00000002"))
+            .status,
+        401);
+}
+
+TEST_F(RtspServerAuthTest, AStaleNonceIsSaidToBeStale)
+{
+    const Received first = client_->request("DESCRIBE", url());
+    EXPECT_EQ(first.header("WWW-Authenticate").find("stale"), std::string::npos);
+    const std::string header =
+        digestHeader(first.header("WWW-Authenticate"), "DESCRIBE", url(), "secret", "00000001");
+    EXPECT_EQ(client_->request("DESCRIBE", url(), header).status, 200);
+    const Received replayed = client_->request("DESCRIBE", url(), header);
+    EXPECT_EQ(replayed.status, 401);
+    EXPECT_NE(replayed.header("WWW-Authenticate").find("stale=true"), std::string::npos);
+    EXPECT_EQ(client_
+                  ->request("DESCRIBE", url(),
+                            digestHeader(replayed.header("WWW-Authenticate"), "DESCRIBE", url(), "secret",
+                                         "00000001"))
+                  .status,
+              200);
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,315 @@
+#include "refhost/rtsp/RtspSession.h"
+
+#include <gtest/gtest.h>
+
+#include "refhost/rtsp/SessionTable.h"
+#include "tests/refhost/rtsp/FakeControllers.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::ControllerScript;
+using test::FakeController;
+using test::Wire;
+
+constexpr SocketAddress::Key here{1};
+constexpr std::uint64_t link = 7;
+
+class RtspSessionTest : public testing::Test
+{
+protected:
+    ~RtspSessionTest() override
+    {
+        session_.reset();
+        table_.reset();
+        EXPECT_EQ(script_->living, 0);
+    }
+
+    std::shared_ptr<RtspSession> make()
+    {
+        return table_->create(
+            "orv/live/1/0", SafePointer<IRTSPController>(new FakeController(script_)),
+            [](const std::string&, const std::string& trackId, RTPPacketInfo& out)
+            {
+                out.sequenceNumber = trackId == "trackID=0" ? 10 : 20;
+                return true;
+            },
+            here, 0);
+    }
+
+    RtspStatus setup(const std::string& trackId, std::uint64_t linkOfTrack = 0)
+    {
+        return session_->setup(
+            trackId,
+            [&](RtspSession::Delivery& out)
+            {
+                wires_[trackId] = std::make_shared<Wire>();
+                out.transport.emplace(SafePointer<RtpTransport>(
+                    SafePointer<test::FakeTransport>(new test::FakeTransport(wires_[trackId]))));
+                out.link = linkOfTrack;
+                return rtspOk;
+            },
+            ssrc_);
+    }
+
+    RtspStatus play(const std::string& trackId = "")
+    {
+        return session_->play(trackId,
+                              [this](const std::vector<RtspSession::PlayedTrack>& tracks)
+                              {
+                                  ++answers_;
+                                  played_ = tracks.size();
+                                  for (const auto& [track, wire] : wires_)
+                                  {
+                                      heldAtAnswer_ += wire->status == SendStatus::held ? 1 : 0;
+                                  }
+                              });
+    }
+
+    std::shared_ptr<ControllerScript> script_ = std::make_shared<ControllerScript>();
+    std::unique_ptr<SessionTable> table_ = std::make_unique<SessionTable>(LimitsConfig());
+    std::shared_ptr<RtspSession> session_ = make();
+    std::map<std::string, std::shared_ptr<Wire>> wires_;
+    std::uint32_t ssrc_ = 0;
+    int answers_ = 0;
+    int heldAtAnswer_ = 0;
+    std::size_t played_ = 0;
+};
+
+TEST_F(RtspSessionTest, SetupGivesTheSsrcOfTheController)
+{
+    EXPECT_EQ(setup("trackID=0"), rtspOk);
+    EXPECT_EQ(ssrc_, 0xFEDCBA98u);
+    EXPECT_EQ(session_->trackCount(), 1u);
+}
+
+TEST_F(RtspSessionTest, PlayHoldsEveryTrackUntilTheAnswerIsOut)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    EXPECT_EQ(play(), rtspOk);
+    EXPECT_EQ(answers_, 1);
+    EXPECT_EQ(played_, 2u);
+    EXPECT_EQ(heldAtAnswer_, 2);
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::sent);
+    EXPECT_EQ(wires_["trackID=1"]->status, SendStatus::sent);
+}
+
+TEST_F(RtspSessionTest, AFailedPlayPausesWhatItStartedAndLetsTheTransportsGo)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    script_->failAt = script_->count + 2;
+    EXPECT_EQ(play(), rtspInternalError);
+    EXPECT_EQ(answers_, 0);
+    EXPECT_EQ(script_->countOf("pause trackID=0"), 1);
+    EXPECT_EQ(script_->countOf("pause trackID=1"), 0);
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::sent);
+    EXPECT_EQ(session_->pause(""), rtspInvalidState) << "nothing plays";
+    EXPECT_EQ(play(), rtspOk);
+}
+
+TEST_F(RtspSessionTest, AFailedSetupStopsTheTrackAndKeepsTheOthers)
+{
+    setup("trackID=0");
+    script_->results["setup"] = -8;
+    EXPECT_EQ(setup("trackID=1"), rtspNotFound);
+    EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
+    EXPECT_EQ(wires_["trackID=1"]->status, SendStatus::closed);
+    EXPECT_EQ(session_->trackCount(), 1u);
+    EXPECT_EQ(play(), rtspOk);
+}
+
+TEST_F(RtspSessionTest, SettingUpATrackAgainStopsItsFormerWay)
+{
+    setup("trackID=0");
+    const std::shared_ptr<Wire> former = wires_["trackID=0"];
+    EXPECT_EQ(setup("trackID=0"), rtspOk);
+    EXPECT_EQ(former->status, SendStatus::closed);
+    EXPECT_EQ(script_->countOf("stop trackID=0"), 1);
+    EXPECT_EQ(session_->trackCount(), 1u);
+}
+
+TEST_F(RtspSessionTest, EndStopsEveryTrackOnceAndClosesItsWay)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    play();
+    table_->end(session_);
+    table_->end(session_);
+    session_->end();
+    EXPECT_EQ(script_->countOf("stop trackID=0"), 1);
+    EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::closed);
+    EXPECT_EQ(script_->living, 0);
+    EXPECT_EQ(table_->count(), 0u);
+}
+
+TEST_F(RtspSessionTest, EndGoesOnWhenAStopThrows)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    script_->throwAt = script_->count + 1;
+    table_->end(session_);
+    EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::closed);
+    EXPECT_EQ(wires_["trackID=1"]->status, SendStatus::closed);
+    EXPECT_EQ(script_->living, 0);
+}
+
+TEST_F(RtspSessionTest, AnEndedSessionAnswersNothingAnyMore)
+{
+    setup("trackID=0");
+    table_->end(session_);
+    bool empty = false;
+    EXPECT_EQ(setup("trackID=0"), rtspSessionNotFound);
+    EXPECT_EQ(play(), rtspSessionNotFound);
+    EXPECT_EQ(session_->pause(""), rtspSessionNotFound);
+    EXPECT_EQ(session_->teardown("", empty), rtspSessionNotFound);
+    EXPECT_FALSE(empty);
+}
+
+TEST_F(RtspSessionTest, TeardownStopsTheNamedTrack)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    bool empty = true;
+    EXPECT_EQ(session_->teardown("trackID=0", empty), rtspOk);
+    EXPECT_FALSE(empty);
+    EXPECT_EQ(script_->countOf("stop trackID=0"), 1);
+    EXPECT_EQ(session_->teardown("", empty), rtspOk);
+    EXPECT_TRUE(empty);
+    EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
+}
+
+TEST_F(RtspSessionTest, WhicheverCallFailsEveryTrackThatWasSetUpIsStoppedOnce)
+{
+    for (int call = 1; call <= 8; ++call)
+    {
+        script_ = std::make_shared<ControllerScript>();
+        session_ = make();
+        script_->failAt = call;
+        setup("trackID=0");
+        setup("trackID=1");
+        play();
+        session_->pause("");
+        table_->end(session_);
+        for (const char* const track : {"trackID=0", "trackID=1"})
+        {
+            EXPECT_EQ(script_->countOf(std::string("setup ") + track), 1);
+            EXPECT_EQ(script_->countOf(std::string("stop ") + track), 1) << "call " << call << " failed";
+        }
+        EXPECT_EQ(script_->living, 0);
+    }
+}
+
+TEST_F(RtspSessionTest, ExpiresWhenItWasNotHeardForTheTimeout)
+{
+    session_->heard(link, 1000);
+    EXPECT_FALSE(session_->expired(60999, 60000, 10000));
+    EXPECT_TRUE(session_->expired(61000, 60000, 10000));
+    session_->liveness()->heard(61000);
+    EXPECT_FALSE(session_->expired(61000, 60000, 10000));
+}
+
+TEST_F(RtspSessionTest, AnOrphanExpiresSoonerUnlessItIsHeardAgain)
+{
+    setup("trackID=0");
+    session_->heard(link, 1000);
+    EXPECT_FALSE(session_->linkEnded(link, 2000));
+    session_->liveness()->heard(2500);  // was on its way
+    EXPECT_FALSE(session_->expired(11999, 60000, 10000));
+    EXPECT_TRUE(session_->expired(12000, 60000, 10000));
+    session_->liveness()->heard(11000);
+    EXPECT_FALSE(session_->expired(12000, 60000, 10000));
+    EXPECT_TRUE(session_->expired(71000, 60000, 10000));
+}
+
+TEST_F(RtspSessionTest, AnotherConnectionAdoptsIt)
+{
+    setup("trackID=0");
+    session_->heard(link, 1000);
+    session_->heard(link + 1, 1500);
+    EXPECT_FALSE(session_->linkEnded(link, 2000));
+    EXPECT_FALSE(session_->expired(20000, 60000, 10000));
+}
+
+TEST_F(RtspSessionTest, EndsWithTheConnectionThatATrackIsInterleavedIn)
+{
+    setup("trackID=0", link);
+    EXPECT_FALSE(session_->linkEnded(link + 1, 2000));
+    EXPECT_TRUE(session_->linkEnded(link, 2000));
+}
+
+TEST_F(RtspSessionTest, AConnectionThatTakesBytesKeepsItsPlayingSessionAlive)
+{
+    setup("trackID=0", link);
+    session_->linkMoved(link, 50000);
+    EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "nothing plays";
+    play();
+    session_->linkMoved(link + 1, 50000);
+    EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "not its connection";
+    session_->linkMoved(link, 50000);
+    EXPECT_FALSE(session_->expired(60000, 60000, 10000));
+}
+
+TEST(SessionTable, FindsSessionsByTheirExactIdOnly)
+{
+    SessionTable table{LimitsConfig()};
+    const auto script = std::make_shared<ControllerScript>();
+    const auto session =
+        table.create("p", SafePointer<IRTSPController>(new FakeController(script)), nullptr, here, 0);
+    const std::string id = session->id();
+    EXPECT_EQ(id.size(), 16u);
+    EXPECT_EQ(table.find(id), session);
+    std::string lower = id;
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    if (lower != id)
+    {
+        EXPECT_EQ(table.find(lower), nullptr);
+    }
+    for (const std::string& other :
+         {std::string(), id.substr(1), id + "0", "0x" + id.substr(2), "+" + id.substr(1)})
+    {
+        EXPECT_EQ(table.find(other), nullptr) << other;
+    }
+}
+
+TEST(SessionTable, HasLimitsInAllAndPerAddress)
+{
+    LimitsConfig limits;
+    limits.sessions = 3;
+    limits.sessionsPerAddress = 2;
+    SessionTable table(limits);
+    const auto script = std::make_shared<ControllerScript>();
+    const SafePointer<IRTSPController> controller(new FakeController(script));
+    const auto first = table.create("p", controller, nullptr, here, 0);
+    EXPECT_NE(first, nullptr);
+    EXPECT_NE(table.create("p", controller, nullptr, here, 0), nullptr);
+    EXPECT_EQ(table.create("p", controller, nullptr, here, 0), nullptr);
+    EXPECT_NE(table.create("p", controller, nullptr, SocketAddress::Key{2}, 0), nullptr);
+    EXPECT_EQ(table.create("p", controller, nullptr, SocketAddress::Key{3}, 0), nullptr);
+    table.end(first);
+    EXPECT_NE(table.create("p", controller, nullptr, here, 0), nullptr);
+}
+
+TEST(SessionTable, EndsWhatExpired)
+{
+    LimitsConfig limits;
+    limits.sessionTimeout = 60;
+    SessionTable table(limits);
+    const auto script = std::make_shared<ControllerScript>();
+    const SafePointer<IRTSPController> controller(new FakeController(script));
+    table.create("p", controller, nullptr, here, 0);
+    const auto younger = table.create("p", controller, nullptr, here, 30000);
+    EXPECT_EQ(table.endExpired(59999), 0u);
+    EXPECT_EQ(table.endExpired(60000), 1u);
+    EXPECT_EQ(table.count(), 1u);
+    EXPECT_EQ(table.find(younger->id()), younger);
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace refhost
+{
+namespace test
+{
+
+/// What the server sent: a response, or an interleaved frame.
+struct Received
+{
+    enum class Kind
+    {
+        response,
+        frame,
+        end,     ///< the server ended the connection
+        nothing  ///< nothing came in time
+    };
+
+    Kind kind = Kind::nothing;
+    int status = 0;
+    std::multimap<std::string, std::string> headers;
+    std::string body;
+    int channel = -1;
+    std::string payload;
+
+    /// The first header of that name; empty when there is none.
+    std::string header(const std::string& name) const;
+    /// The session id of the Session header.
+    std::string session() const;
+    bool isRtp() const;
+    std::uint16_t sequence() const;
+    std::uint32_t timestamp() const;
+    std::uint32_t ssrc() const;
+};
+
+/// A blocking RTSP client over loopback, with a bound on every wait.
+class TestClient
+{
+public:
+    explicit TestClient(int port, int receiveBuffer = 0);
+    ~TestClient();
+    TestClient(const TestClient&) = delete;
+    TestClient& operator=(const TestClient&) = delete;
+
+    void send(const std::string& bytes);
+    /// Sends what a closed socket may refuse.
+    bool trySend(const std::string& bytes);
+
+    /// The next response or frame. Waits at most `milliseconds`.
+    Received receive(int milliseconds = 5000);
+    /// The next response; frames before it are kept for frames().
+    Received response();
+    /// The next frame of a channel, from those kept or to come.
+    Received frame(int channel, int milliseconds = 5000);
+
+    /// Sends a request with the next CSeq and returns its response, whose CSeq is checked.
+    Received request(const std::string& method, const std::string& url, const std::string& headers = "",
+                     const std::string& body = "");
+    static std::string text(const std::string& method, const std::string& url, int cseq,
+                            const std::string& headers, const std::string& body);
+
+    /// True when the server has ended the connection, or does so in time.
+    bool ended();
+    /// Closes the socket; with `reset`, without the usual end.
+    void close(bool reset = false);
+    void endSending();
+
+    int localPort() const;
+
+private:
+    bool fill(int milliseconds);
+    bool takeFrame(Received& out);
+    bool takeResponse(Received& out);
+
+    int descriptor_;
+    int cseq_ = 0;
+    bool end_ = false;
+    std::string buffer_;
+    std::vector<Received> kept_;
+};
+
+/// A bound pair of UDP ports that receives what the server sends.
+class UdpPort
+{
+public:
+    UdpPort();
+    ~UdpPort();
+    UdpPort(const UdpPort&) = delete;
+    UdpPort& operator=(const UdpPort&) = delete;
+
+    int port() const;
+    /// The next datagram; empty when none comes in time.
+    std::string receive(int milliseconds = 5000);
+    void sendTo(int port, const std::string& datagram);
+
+private:
+    int descriptor_;
+};
+
+}  // namespace test
+}  // namespace refhost
