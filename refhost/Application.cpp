@@ -23,6 +23,7 @@
 #include "refhost/device/CameraStreams.h"
 #include "refhost/device/Device.h"
 #include "refhost/live/LiveDispatcher.h"
+#include "refhost/live/LiveSettings.h"
 #include "refhost/rtsp/RtspServer.h"
 
 namespace refhost
@@ -232,6 +233,9 @@ int Application::run()
         Log::warning("{}", warning);
     }
 
+    LiveSettings live;
+    live.gopCache = config_.gopCache;
+    LiveDispatcher::instance().configure(live);
     const RegisteredCodec codec;
     const PublishedStreams streams(config_);
     MediaRoutes routes;

@@ -58,11 +58,6 @@ bool CommandLine::finish(int code)
 
 bool CommandLine::readConfig(const std::string& file)
 {
-    if (file.empty())
-    {
-        config_ = ServerConfig::embedded();
-        return true;
-    }
     ConfigResult result = ConfigReader::readFile(file);
     for (const ConfigProblem& problem : result.problems)
     {
@@ -90,7 +85,8 @@ bool CommandLine::parse(int count, const char* const* arguments)
     std::string file;
     bool check = false;
     bool dump = false;
-    app.add_option("-c,--config", file, "Read the configuration from this TOML file")->type_name("FILE");
+    CLI::Option* const fileOption =
+        app.add_option("-c,--config", file, "Read the configuration from this TOML file")->type_name("FILE");
     std::array<Override, 3> overrides{{
         {"--listen", "listen", "ADDRESS", "Listen on this address instead of the configured one", {}},
         {"-p,--port",
@@ -124,7 +120,9 @@ bool CommandLine::parse(int count, const char* const* arguments)
         return finish(isAnswer ? exitDone : exitCommandLine);
     }
 
-    if (!readConfig(file))
+    // An empty name is a mistake, such as of a script, and not the wish for the embedded configuration.
+    const bool hasFile = fileOption->count() > 0;
+    if (hasFile && !readConfig(file))
     {
         return false;
     }
@@ -146,7 +144,7 @@ bool CommandLine::parse(int count, const char* const* arguments)
     }
     if (check)
     {
-        const std::string shown = file.empty() ? "the embedded configuration" : file;
+        const std::string shown = hasFile ? file : "the embedded configuration";
         for (const std::string& warning : config_.warnings())
         {
             err_ << shown << ": warning: " << warning << '\n';

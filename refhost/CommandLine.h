@@ -40,7 +40,7 @@ private:
 
     std::ostream& out_;
     std::ostream& err_;
-    ServerConfig config_;
+    ServerConfig config_ = ServerConfig::embedded();
     int exitCode_ = exitDone;
 };
 

@@ -262,7 +262,7 @@ std::string ConfigProblem::toString(const std::string& file) const
 {
     if (line == 0)
     {
-        return file + ": " + message;
+        return file.empty() ? message : file + ": " + message;
     }
     return file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + message;
 }
