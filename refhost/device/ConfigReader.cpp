@@ -297,6 +297,10 @@ ConfigResult ConfigReader::readFile(const std::string& path)
     const auto failed = [](const std::string& message) {
         return ConfigResult{std::nullopt, {{0, 0, message}}};
     };
+    if (path.empty())
+    {
+        return failed("the name of the configuration file is empty");
+    }
     errno = 0;
     std::ifstream file(path, std::ios::binary);
     if (!file)
