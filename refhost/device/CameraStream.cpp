@@ -93,10 +93,17 @@ void CameraStream::detach(const AccessUnitSink* sink)
 void CameraStream::acquire()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (viewers_++ == 0)
+    if (viewers_++ > 0)
     {
-        queue_.post([this] { update(); });
+        return;
     }
+    const auto startAtOnce = [this]
+    {
+        // The first viewer does not wait for the pause of those who gave up before.
+        restartScheduled_ = false;
+        update();
+    };
+    queue_.post(startAtOnce);
 }
 
 void CameraStream::release()
@@ -178,7 +185,7 @@ void CameraStream::start()
     events.described = [this, run] { queue_.post([this, run] { onDescribed(run, false); }); };
     events.ended = [this, run](const std::string& why)
     { queue_.post([this, run, why] { onEnded(run, why); }); };
-    pipeline_ = std::make_unique<StreamPipeline>(config_, title_, failures_, std::move(events));
+    pipeline_ = std::make_unique<StreamPipeline>(config_, title_, way_, std::move(events));
     std::string error;
     if (!pipeline_->start(usedTaps(), error))
     {
@@ -277,6 +284,7 @@ void CameraStream::onEnded(std::uint64_t run, const std::string& why)
 void CameraStream::fail(const std::string& why)
 {
     Log::warning("{}: {}", title_, Log::safe(why));
+    way_ += pipeline_ && pipeline_->mayWorkAnotherWay() ? 1 : 0;
     stop();
     if (Clock::now() - startedAt_ >= goodRun)
     {

@@ -101,7 +101,8 @@ private:
     std::uint64_t wishes_ = 0;  ///< grows whenever the source is found wanted
     bool stopScheduled_ = false;
     bool restartScheduled_ = false;
-    std::size_t failures_ = 0;
+    std::size_t failures_ = 0;  ///< in a row
+    unsigned way_ = 0;          ///< as MediaSource::make() takes it
     Clock::time_point startedAt_;
 
     /// Last: its thread uses everything above.

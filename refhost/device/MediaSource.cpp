@@ -10,7 +10,7 @@ namespace refhost
 {
 
 std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const std::string& title,
-                                               std::size_t attempt, MediaSink& sink)
+                                               unsigned way, MediaSink& sink)
 {
     switch (config.source.kind)
     {
@@ -22,7 +22,7 @@ std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const
             return std::make_unique<CaptureSource>(config, sink);
         case SourceConfig::Kind::rtsp:
             return std::make_unique<RtspSource>(
-                config, attempt % 2 == 0 ? RtspSource::Transport::tcp : RtspSource::Transport::udp, sink);
+                config, way % 2 == 0 ? RtspSource::Transport::tcp : RtspSource::Transport::udp, sink);
         case SourceConfig::Kind::launch:
             return std::make_unique<LaunchSource>(config, sink);
     }

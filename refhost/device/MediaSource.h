@@ -44,11 +44,12 @@ public:
     virtual void stop() {}
 
     /// \param title    for the synthetic camera's picture
-    /// \param attempt  how many starts in a row failed before; a source that can be had in several ways tries
-    ///                 another one then
+    /// \param way    0 at first, another number to try another way to the same media, where there are
+    /// several:
+    ///               an RTSP camera over TCP or over UDP
     /// \param sink     outlives the source
     static std::unique_ptr<MediaSource> make(const StreamConfig& config, const std::string& title,
-                                             std::size_t attempt, MediaSink& sink);
+                                             unsigned way, MediaSink& sink);
 };
 
 /// Makes one bin of a launch line, with its unlinked pads as the bin's.

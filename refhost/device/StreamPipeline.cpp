@@ -8,9 +8,9 @@
 namespace refhost
 {
 
-StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& title, std::size_t attempt,
+StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way,
                                Events events)
-    : config_(config), events_(std::move(events)), source_(MediaSource::make(config, title, attempt, *this))
+    : config_(config), events_(std::move(events)), source_(MediaSource::make(config, title, way, *this))
 {
 }
 
@@ -155,6 +155,7 @@ GstBusSyncReply StreamPipeline::onMessage(GstBus*, GstMessage* message, gpointer
     {
         GError* problem = nullptr;
         gst_message_parse_error(message, &problem, nullptr);
+        pipeline->otherWay_ = pipeline->otherWay_ || problem->domain == GST_STREAM_ERROR;
         pipeline->sourceEnded(problem->message);
         g_clear_error(&problem);
     }

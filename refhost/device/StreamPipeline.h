@@ -37,8 +37,8 @@ public:
     using Taps = std::map<std::pair<std::string, int>, std::shared_ptr<PacketTap>>;
 
     /// \param title  burnt into the synthetic camera's picture
-    /// \param attempt  how many starts in a row failed before
-    StreamPipeline(const StreamConfig& config, const std::string& title, std::size_t attempt, Events events);
+    /// \param way    as MediaSource::make() takes it
+    StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way, Events events);
     /// Stops; no event is called and nothing is delivered after the return.
     ~StreamPipeline() override;
 
@@ -52,6 +52,12 @@ public:
 
     /// How many packets of any track were made since the start.
     std::uint64_t packetCount() const;
+
+    /// True when the source could be reached but not in this way.
+    bool mayWorkAnotherWay() const
+    {
+        return otherWay_;
+    }
 
     /// Tells the tracks.
     /// \param partial  true to be content with the tracks that are known by now, if there is one
@@ -76,6 +82,7 @@ private:
     GstObjectPtr<GstElement> pipeline_;
     std::unique_ptr<MediaSource> source_;
     std::int64_t clockOffsetNs_ = 0;
+    std::atomic<bool> otherWay_{false};
 
     /// Held while tracks are added and changed. A branch's thread never takes it.
     mutable std::mutex tracksMutex_;

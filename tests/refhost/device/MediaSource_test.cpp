@@ -268,6 +268,18 @@ TEST_F(MediaSourceTest, FileThatAppearsIsPlayedWhileThereAreViewers)
     EXPECT_EQ(describe(), Description::ready);
 }
 
+TEST_F(MediaSourceTest, NextViewerDoesNotWaitForThePauseOfThoseWhoGaveUp)
+{
+    options.restartPauses = {std::chrono::hours(1)};
+    open();
+    auto video = watch("trackID=0");
+    ASSERT_EQ(describe(), Description::failed);
+    makeClip(h264Clip);
+    source->release();
+    source->acquire();
+    EXPECT_TRUE(video->waitForUnits(1));
+}
+
 TEST_F(MediaSourceTest, ViewersLearnOfADiscontinuityWhenTheSourceFails)
 {
     stream.source.kind = SourceConfig::Kind::launch;
