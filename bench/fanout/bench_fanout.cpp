@@ -31,7 +31,8 @@ using refhost::test::FakeSource;
 using refhost::test::makeUnit;
 
 constexpr const char* stream = "1/0";
-constexpr const char* track = "trackID=0";
+constexpr const char* pictures = "trackID=0";
+constexpr const char* sound = "trackID=1";
 
 class Descriptor
 {
@@ -103,9 +104,10 @@ class SocketWriter : public FrameWriter
 public:
     explicit SocketWriter(int descriptor) : descriptor_(descriptor) {}
 
-    SendStatus writeFrames(const std::uint8_t* data, std::size_t size) override
+    SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool more) override
     {
-        const ssize_t written = ::send(descriptor_, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+        const ssize_t written =
+            ::send(descriptor_, data, size, MSG_DONTWAIT | MSG_NOSIGNAL | (more ? MSG_MORE : 0));
         return written == static_cast<ssize_t>(size) ? SendStatus::sent : SendStatus::closed;
     }
 
@@ -133,7 +135,12 @@ public:
         return 0;
     }
 
-    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields&) override
+    bool joinsUnits() const override
+    {
+        return true;
+    }
+
+    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields&, bool) override
     {
         return {SendStatus::sent, unit->packets.size() - firstPacket};
     }
@@ -166,19 +173,14 @@ public:
         options.segmentationOffload = way == Way::udp;
         std::string error;
         server_ = UdpServer::open(options, error);
-        SubMediaInfo info;
-        info.trackId = track;
-        info.mediaType = "video";
-        info.payloadType = 96;
-        info.clockRate = 90000;
         for (int i = 0; i < viewers; ++i)
         {
             const std::string session = std::to_string(i);
-            dispatcher_.initTrack(stream, session, track, info, 1364);
-            dispatcher_.addConnection(stream, session, track, connect(way));
-            dispatcher_.play(stream, session, track);
+            addTrack(session, pictures, way);
+            addTrack(session, sound, way);
         }
-        source_->feed(track, makeUnit(0, 0, true, 1));
+        source_->feed(pictures, makeUnit(0, 0, true, 1));
+        source_->feed(sound, makeUnit(0, 0, true, 1, 160, 160));
         drain();
     }
 
@@ -186,12 +188,13 @@ public:
     {
         for (std::size_t i = 0; dispatcher_.trackCount() > 0; ++i)
         {
-            dispatcher_.remove(stream, std::to_string(i), track);
+            dispatcher_.remove(stream, std::to_string(i), pictures);
+            dispatcher_.remove(stream, std::to_string(i), sound);
         }
         Device::setStreams(nullptr);
     }
 
-    void feed(const AccessUnitPtr& unit)
+    void feed(const char* track, const AccessUnitPtr& unit)
     {
         source_->feed(track, unit);
     }
@@ -205,6 +208,18 @@ public:
     }
 
 private:
+    void addTrack(const std::string& session, const char* track, Way way)
+    {
+        SubMediaInfo info;
+        info.trackId = track;
+        info.mediaType = track == pictures ? "video" : "audio";
+        info.payloadType = track == pictures ? 96 : 0;
+        info.clockRate = track == pictures ? 90000 : 8000;
+        dispatcher_.initTrack(stream, session, track, info, 1364);
+        dispatcher_.addConnection(stream, session, track, connect(way));
+        dispatcher_.play(stream, session, track);
+    }
+
     SafePointer<IConnection> connect(Way way)
     {
         switch (way)
@@ -229,6 +244,13 @@ private:
 
     SafePointer<IConnection> connectTcp()
     {
+        // Picture and sound of a viewer share a connection, as they do in RTSP.
+        second_ = !second_;
+        if (!second_)
+        {
+            return SafePointer<InterleavedTransport>(
+                new InterleavedTransport(writers_.back(), 2, 3, nullptr));
+        }
         const Descriptor listener = openLoopback(SOCK_STREAM);
         ::listen(listener.get(), 1);
         clients_.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -250,6 +272,7 @@ private:
     std::vector<Descriptor> clients_;
     std::vector<Descriptor> servers_;
     std::vector<std::shared_ptr<SocketWriter>> writers_;
+    bool second_ = false;
 };
 
 double threadSeconds()
@@ -259,44 +282,105 @@ double threadSeconds()
     return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
-/// Arguments: viewers, packets of the unit, payload bytes of all packets but the last, of the last.
-void fanOut(benchmark::State& state, Way way)
+constexpr std::int64_t nsPerMs = 1'000'000;
+
+/// Deals units out, counts the thread's time for it, and lets the viewers read outside of it.
+class Meter
+{
+public:
+    explicit Meter(Audience& audience) : audience_(audience) {}
+
+    void feed(const char* track, const AccessUnitPtr& unit)
+    {
+        const double begin = threadSeconds();
+        audience_.feed(track, unit);
+        seconds_ += threadSeconds() - begin;
+        audience_.drain();
+    }
+
+    double seconds() const
+    {
+        return seconds_;
+    }
+
+private:
+    Audience& audience_;
+    double seconds_ = 0;
+};
+
+/// One picture. Arguments: viewers, packets of the picture, payload bytes of the last one (of the others:
+/// 1364).
+void onePicture(benchmark::State& state, Way way)
 {
     const int viewers = static_cast<int>(state.range(0));
     Audience audience(way, viewers);
-    std::uint32_t timestamp = 0;
-    double seconds = 0;
+    Meter meter(audience);
+    std::int64_t capture = 0;
+    double before = 0;
     for (auto _ : state)
     {
-        const auto unit =
-            makeUnit(timestamp += 3600, 0, true, static_cast<std::size_t>(state.range(1)),
-                     static_cast<std::size_t>(state.range(2)), static_cast<std::size_t>(state.range(3)));
-        const double begin = threadSeconds();
-        audience.feed(unit);
-        const double taken = threadSeconds() - begin;
-        state.SetIterationTime(taken);
-        seconds += taken;
-        audience.drain();
+        capture += 40 * nsPerMs;
+        meter.feed(pictures, makeUnit(static_cast<std::uint32_t>(capture / 1000), capture, true,
+                                      static_cast<std::size_t>(state.range(1)), 1364,
+                                      static_cast<std::size_t>(state.range(2))));
+        state.SetIterationTime(meter.seconds() - before);
+        before = meter.seconds();
     }
     state.counters["us_per_viewer"] =
-        seconds * 1e6 / static_cast<double>(state.iterations()) / static_cast<double>(viewers);
+        meter.seconds() * 1e6 / static_cast<double>(state.iterations()) / static_cast<double>(viewers);
 }
 
-/// The units of a 2 Mbit/s stream with PCMU sound: a picture of 10 kB, a key picture of 50 kB, a block of 20
-/// ms.
-void units(benchmark::internal::Benchmark* each)
+/// A second of a 2 Mbit/s stream with PCMU sound: a key picture of 50 kB, 24 pictures of 10 kB, 50 blocks of
+/// 20 ms.
+void oneSecond(benchmark::State& state, Way way)
 {
-    each->ArgNames({"viewers", "packets", "bytes", "last"});
-    each->Args({1000, 8, 1364, 452})->Args({1000, 37, 1364, 896})->Args({1000, 1, 160, 160});
-    each->UseManualTime()->Unit(benchmark::kMicrosecond)->MinTime(0.5);
+    const int viewers = static_cast<int>(state.range(0));
+    Audience audience(way, viewers);
+    Meter meter(audience);
+    std::int64_t capture = 0;
+    double before = 0;
+    for (auto _ : state)
+    {
+        for (int i = 0; i < 25; ++i)
+        {
+            for (int block = 0; block < 2; ++block)
+            {
+                capture += 20 * nsPerMs;
+                meter.feed(sound, makeUnit(static_cast<std::uint32_t>(capture / 125000), capture, true, 1,
+                                           160, 160));
+            }
+            const auto timestamp = static_cast<std::uint32_t>(capture / 11111);
+            meter.feed(pictures, i == 0 ? makeUnit(timestamp, capture, true, 37, 1364, 896)
+                                        : makeUnit(timestamp, capture, false, 8, 1364, 452));
+        }
+        state.SetIterationTime(meter.seconds() - before);
+        before = meter.seconds();
+    }
+    state.counters["core_percent_per_viewer"] =
+        meter.seconds() * 100 / static_cast<double>(state.iterations()) / static_cast<double>(viewers);
+}
+
+void sizes(benchmark::internal::Benchmark* each)
+{
+    each->ArgNames({"viewers", "packets", "last"})->Args({1000, 8, 452})->Args({1000, 37, 896});
+    each->UseManualTime()->Unit(benchmark::kMicrosecond);
+}
+
+void second(benchmark::internal::Benchmark* each)
+{
+    each->ArgNames({"viewers"})->Args({1000})->UseManualTime()->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace
 
-BENCHMARK_CAPTURE(fanOut, dispatch, Way::none)->Apply(units);
-BENCHMARK_CAPTURE(fanOut, udp, Way::udp)->Apply(units);
-BENCHMARK_CAPTURE(fanOut, udp_plain, Way::udpWithoutSegments)->Apply(units);
-BENCHMARK_CAPTURE(fanOut, tcp, Way::tcp)->Apply(units);
+BENCHMARK_CAPTURE(onePicture, dispatch, Way::none)->Apply(sizes);
+BENCHMARK_CAPTURE(onePicture, udp, Way::udp)->Apply(sizes);
+BENCHMARK_CAPTURE(onePicture, udp_plain, Way::udpWithoutSegments)->Apply(sizes);
+BENCHMARK_CAPTURE(onePicture, tcp, Way::tcp)->Apply(sizes);
+BENCHMARK_CAPTURE(oneSecond, dispatch, Way::none)->Apply(second);
+BENCHMARK_CAPTURE(oneSecond, udp, Way::udp)->Apply(second);
+BENCHMARK_CAPTURE(oneSecond, udp_plain, Way::udpWithoutSegments)->Apply(second);
+BENCHMARK_CAPTURE(oneSecond, tcp, Way::tcp)->Apply(second);
 
 int main(int argc, char** argv)
 {

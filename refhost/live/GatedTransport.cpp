@@ -73,7 +73,7 @@ SendStatus GatedTransport::state() const
 }
 
 SendResult GatedTransport::send(const AccessUnitPtr& unit, std::size_t firstPacket,
-                                const RtpHeaderFields& header)
+                                const RtpHeaderFields& header, bool more)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     const SendStatus state = state_.load(std::memory_order_relaxed);
@@ -81,7 +81,7 @@ SendResult GatedTransport::send(const AccessUnitPtr& unit, std::size_t firstPack
     {
         return {state, 0};
     }
-    const SendResult result = transmit(unit, firstPacket, header);
+    const SendResult result = transmit(unit, firstPacket, header, more);
     if (result.status == SendStatus::closed)
     {
         state_.store(SendStatus::closed, std::memory_order_release);

@@ -46,7 +46,8 @@ public:
 
     void setListener(std::weak_ptr<TransportListener> listener) final;
     SendStatus state() const final;
-    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header) final;
+    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
+                    bool more) final;
     void sendRtcp(const std::uint8_t* data, std::size_t size) final;
     void hold() final;
     void release() final;
@@ -63,7 +64,7 @@ protected:
 private:
     /// Sends through the open way; one call at a time.
     virtual SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
-                                const RtpHeaderFields& header) = 0;
+                                const RtpHeaderFields& header, bool more) = 0;
     virtual void transmitRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
     std::mutex mutex_;  // held while bytes leave, so that close() waits for them

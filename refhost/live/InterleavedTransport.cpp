@@ -55,7 +55,7 @@ void InterleavedTransport::receivedRtcp(const std::uint8_t* data, std::size_t si
 }
 
 SendResult InterleavedTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
-                                          const RtpHeaderFields& header)
+                                          const RtpHeaderFields& header, bool more)
 {
     const auto writer = writer_.lock();
     if (!writer)
@@ -73,7 +73,8 @@ SendResult InterleavedTransport::transmit(const AccessUnitPtr& unit, std::size_t
         patchRtpHeader(packet, header, sequence++);
     }
     const std::size_t from = packets[firstPacket].offset - AccessUnit::framingSize;
-    const SendStatus status = writer->writeFrames(scratch.bytes.data() + from, scratch.bytes.size() - from);
+    const SendStatus status =
+        writer->writeFrames(scratch.bytes.data() + from, scratch.bytes.size() - from, more);
     if (status == SendStatus::congested && inbox()->arm())
     {
         writer->notifyWhenWritable(inbox());
@@ -91,7 +92,7 @@ void InterleavedTransport::transmitRtcp(const std::uint8_t* data, std::size_t si
     std::vector<std::uint8_t> frame(AccessUnit::framingSize + size);
     writeFraming(frame.data(), rtcpChannel_, size);
     std::copy(data, data + size, frame.begin() + AccessUnit::framingSize);
-    writer->writeFrames(frame.data(), frame.size());
+    writer->writeFrames(frame.data(), frame.size(), false);
 }
 
 }  // namespace refhost

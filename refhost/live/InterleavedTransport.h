@@ -16,8 +16,9 @@ public:
     virtual ~FrameWriter() = default;
 
     /// Takes interleaved frames ('$', channel, length, packet; one or several), whole or not at all.
+    /// \param more  more frames follow at once: the network may wait for them
     /// \returns `sent`, `congested` while bytes of an earlier write still wait for the client, or `closed`
-    virtual SendStatus writeFrames(const std::uint8_t* data, std::size_t size) = 0;
+    virtual SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool more) = 0;
 
     /// Has onTransportReady() of `listener` called once, when the writer takes frames again: soon, if it does
     /// so already. Never called from inside this call or with a lock of the writer held.
@@ -42,12 +43,17 @@ public:
         return 0;
     }
 
+    bool joinsUnits() const override
+    {
+        return true;
+    }
+
     /// The connection read a frame of the RTCP channel. On the connection's thread.
     void receivedRtcp(const std::uint8_t* data, std::size_t size);
 
 private:
-    SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
-                        const RtpHeaderFields& header) override;
+    SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
+                        bool more) override;
     void transmitRtcp(const std::uint8_t* data, std::size_t size) override;
 
     const std::weak_ptr<FrameWriter> writer_;

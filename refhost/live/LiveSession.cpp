@@ -172,9 +172,16 @@ TrackSender* LiveSession::pictureOf(const TrackSender& sender)
 
 void LiveSession::pumpLocked(const FreshUnit* fresh)
 {
-    for (const auto& sender : senders_)
+    // Sound that waited for this picture goes in front of it: the picture is what the network waits for.
+    const bool together = fresh != nullptr && !senders_.empty() && senders_.front()->takesNow(*fresh);
+    for (std::size_t i = 1; together && i < senders_.size(); ++i)
     {
-        sender->pump(fresh, pictureOf(*sender));
+        senders_[i]->pump(fresh, pictureOf(*senders_[i]), true);
+    }
+    const std::size_t count = together ? 1 : senders_.size();
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        senders_[i]->pump(fresh, pictureOf(*senders_[i]), false);
     }
 }
 

@@ -20,6 +20,9 @@ struct LiveSettings
     /// to the newest key picture, sound up to now.
     std::int64_t videoLagMs = 500;
     std::int64_t audioLagMs = 1000;
+    /// How long, in milliseconds, sound may wait for the next picture to travel with it, where that is
+    /// cheaper.
+    std::int64_t soundWaitMs = 40;
     /// Mean time between two RTCP sender reports, milliseconds.
     std::int64_t reportIntervalMs = 5000;
     /// Not null, outlives the dispatcher.

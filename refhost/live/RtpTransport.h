@@ -84,11 +84,16 @@ public:
     /// live stream; 0 when it takes all at once because it tells when it is full.
     virtual unsigned catchUpUnits() const = 0;
 
+    /// Whether units that follow each other at once travel cheaper than one by one: sound may then wait a
+    /// moment for the next picture.
+    virtual bool joinsUnits() const = 0;
+
     /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them. After `congested`
     /// the listener is told when it is worth to go on, where the way can know; the next unit is a good time
     /// too.
-    virtual SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket,
-                            const RtpHeaderFields& header) = 0;
+    /// \param more  another unit for the same client follows at once; this one may travel with it
+    virtual SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
+                            bool more) = 0;
 
     /// Sends a compound RTCP packet; dropped when the way is full, kept back in order while it is held.
     virtual void sendRtcp(const std::uint8_t* data, std::size_t size) = 0;

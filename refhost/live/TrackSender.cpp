@@ -147,14 +147,14 @@ void TrackSender::end()
     stream_->leave(*track_);
 }
 
-void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture)
+void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
 {
     if (!playing_ || transport_->state() != SendStatus::sent)
     {
         return;
     }
     const std::int64_t nowMs = fresh != nullptr ? fresh->nowMs : settings_.clock->monotonicMs();
-    if (!started_ && !start(picture, nowMs))
+    if (!started_ ? !start(picture, nowMs) : waitsForPicture(fresh, picture))
     {
         return;
     }
@@ -167,12 +167,38 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture)
     }
     while ((pace == 0 || credit_ > 0) && (unit_ || next(fresh, nowMs)))
     {
-        if (!deliver(nowMs))
+        const bool another = pace == 0 && cursor_ + 1 < head;
+        if (!deliver(nowMs, more || another))
         {
             return;
         }
         --credit_;
     }
+}
+
+bool TrackSender::steady() const
+{
+    return playing_ && started_ && !unit_ && !waitsForKey_ && congestedMs_ == never &&
+           transport_->state() == SendStatus::sent;
+}
+
+bool TrackSender::takesNow(const FreshUnit& fresh) const
+{
+    return fresh.track == track_.get() && steady() && transport_->joinsUnits();
+}
+
+bool TrackSender::waitsForPicture(const FreshUnit* fresh, const TrackSender* picture)
+{
+    if (fresh == nullptr || fresh->track != track_.get() || !transport_->joinsUnits() || !steady() ||
+        picture == nullptr || !picture->steady())
+    {
+        return false;
+    }
+    if (fresh->index == cursor_)
+    {
+        waitingSinceNs_ = fresh->unit->captureTimeNs;
+    }
+    return fresh->unit->captureTimeNs - waitingSinceNs_ < settings_.soundWaitMs * 1'000'000;
 }
 
 bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* picture)
@@ -294,7 +320,7 @@ bool TrackSender::skipToStart(const LiveTrack::View& view)
     return !waitsForKey_;
 }
 
-bool TrackSender::deliver(std::int64_t nowMs)
+bool TrackSender::deliver(std::int64_t nowMs, bool more)
 {
     if (unitPackets_ == 0)
     {
@@ -310,7 +336,7 @@ bool TrackSender::deliver(std::int64_t nowMs)
         sendReport(nowMs);
     }
     const SendResult result =
-        transport_->send(unit_, unitPackets_, {ssrc_, sequence_, unitTimestamp_, payloadType_});
+        transport_->send(unit_, unitPackets_, {ssrc_, sequence_, unitTimestamp_, payloadType_}, more);
     account(result.packets);
     if (result.status == SendStatus::sent)
     {

@@ -98,7 +98,11 @@ public:
     /// Sends what can be sent now.
     /// \param fresh    the unit that has just come, whichever track's; null otherwise
     /// \param picture  the video that this sound starts with; null for video and for sound alone
-    void pump(const FreshUnit* fresh, TrackSender* picture);
+    /// \param more     the picture follows at once on the same way
+    void pump(const FreshUnit* fresh, TrackSender* picture, bool more);
+
+    /// Whether this sender is going to send this unit, as soon as it is pumped.
+    bool takesNow(const FreshUnit& fresh) const;
 
     /// Fixes and tells the first packet of the last play().
     /// \returns false when it never played
@@ -127,10 +131,12 @@ private:
     bool start(TrackSender* picture, std::int64_t nowMs);
     LiveTrack::Found startingPoint(TrackSender* picture, std::int64_t nowMs);
     void startAt(const LiveTrack::Found& found);
+    bool steady() const;
+    bool waitsForPicture(const FreshUnit* fresh, const TrackSender* picture);
     bool next(const FreshUnit* fresh, std::int64_t nowMs);
     bool skipToStart(const LiveTrack::View& view);
     void moveTo(std::uint64_t index);
-    bool deliver(std::int64_t nowMs);
+    bool deliver(std::int64_t nowMs, bool more);
     void account(std::size_t packets);
     void sendReport(std::int64_t nowMs);
     RtcpWriter report(bool goodbye) const;
@@ -168,6 +174,7 @@ private:
     std::uint64_t earliest_ = 0;   // a start may not lie before
     std::int64_t startCaptureNs_ = 0;
     std::int64_t playedMs_ = 0;
+    std::int64_t waitingSinceNs_ = 0;   // capture time of the first block that waits for a picture
     std::int64_t congestedMs_ = never;  // since when, or never
     std::uint64_t seenHead_ = 0;
     unsigned credit_ = 0;  // units that may still go before the next one comes, where the way wants that

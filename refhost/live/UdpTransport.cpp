@@ -18,7 +18,7 @@ UdpTransport::~UdpTransport() noexcept(false)
 }
 
 SendResult UdpTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
-                                  const RtpHeaderFields& header)
+                                  const RtpHeaderFields& header, bool /*more*/)
 {
     return sockets_->rtpSender().send(rtp_, unit, firstPacket, header);
 }

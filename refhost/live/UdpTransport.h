@@ -25,9 +25,14 @@ public:
         return 4;
     }
 
+    bool joinsUnits() const override
+    {
+        return false;
+    }
+
 private:
-    SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
-                        const RtpHeaderFields& header) override;
+    SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
+                        bool more) override;
     void transmitRtcp(const std::uint8_t* data, std::size_t size) override;
 
     const std::shared_ptr<UdpSockets> sockets_;

@@ -23,7 +23,7 @@ bool ClientOutput::sendResponse(std::string_view response)
     std::size_t taken = 0;
     if (waiting_.empty())
     {
-        taken = write(response.data(), response.size());
+        taken = write(response.data(), response.size(), 0);
     }
     if (taken < response.size() && !failed_)
     {
@@ -39,7 +39,7 @@ bool ClientOutput::sendResponse(std::string_view response)
     return !failed_;
 }
 
-SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size)
+SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, bool more)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (closed_ || failed_)
@@ -51,7 +51,7 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size)
         return SendStatus::congested;
     }
     const auto* const bytes = reinterpret_cast<const char*>(data);
-    const std::size_t taken = write(bytes, size);
+    const std::size_t taken = write(bytes, size, more ? MSG_MORE : 0);
     if (failed_)
     {
         return SendStatus::closed;
@@ -97,7 +97,7 @@ bool ClientOutput::onWritable()
         }
         if (!waiting_.empty())
         {
-            waitingFrom_ += write(waiting_.data() + waitingFrom_, waiting_.size() - waitingFrom_);
+            waitingFrom_ += write(waiting_.data() + waitingFrom_, waiting_.size() - waitingFrom_, 0);
             if (failed_)
             {
                 return false;
@@ -147,12 +147,13 @@ std::uint64_t ClientOutput::bytesTaken() const
 }
 
 /// \returns how many bytes the socket took; sets failed_ when it takes none any more
-std::size_t ClientOutput::write(const char* data, std::size_t size)
+std::size_t ClientOutput::write(const char* data, std::size_t size, int flags)
 {
     std::size_t taken = 0;
     while (taken < size)
     {
-        const ssize_t count = ::send(descriptor_, data + taken, size - taken, MSG_DONTWAIT | MSG_NOSIGNAL);
+        const ssize_t count =
+            ::send(descriptor_, data + taken, size - taken, MSG_DONTWAIT | MSG_NOSIGNAL | flags);
         if (count > 0)
         {
             taken += static_cast<std::size_t>(count);

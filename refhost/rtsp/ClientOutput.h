@@ -36,8 +36,9 @@ public:
     /// connection
     bool sendResponse(std::string_view response);
 
+    /// \param more  more frames follow at once: the network may wait for them
     /// \returns `sent` when all was taken, `congested` with nothing taken, or `closed`
-    SendStatus sendFrames(const std::uint8_t* data, std::size_t size);
+    SendStatus sendFrames(const std::uint8_t* data, std::size_t size, bool more = false);
 
     /// Has `listener` told once by onWritable(), when frames are taken again.
     void notifyWhenWritable(std::weak_ptr<TransportListener> listener);
@@ -56,7 +57,7 @@ public:
     std::uint64_t bytesTaken() const;
 
 private:
-    std::size_t write(const char* data, std::size_t size);
+    std::size_t write(const char* data, std::size_t size, int flags);
     void keep(const char* data, std::size_t size);
 
     const int descriptor_;

@@ -255,9 +255,9 @@ bool RtspConnection::tooOld(std::int64_t nowMs)
     return !parked() && nowMs - lastByteMs_ >= idleMs && !handler_.carriesSession();
 }
 
-SendStatus RtspConnection::writeFrames(const std::uint8_t* data, std::size_t size)
+SendStatus RtspConnection::writeFrames(const std::uint8_t* data, std::size_t size, bool more)
 {
-    return output_.sendFrames(data, size);
+    return output_.sendFrames(data, size, more);
 }
 
 void RtspConnection::notifyWhenWritable(std::weak_ptr<TransportListener> listener)

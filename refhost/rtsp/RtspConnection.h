@@ -51,7 +51,7 @@ public:
     bool parked() const;
     bool refused() const;
 
-    SendStatus writeFrames(const std::uint8_t* data, std::size_t size) override;
+    SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool more) override;
     void notifyWhenWritable(std::weak_ptr<TransportListener> listener) override;
 
     void sendResponse(std::string_view response) override;

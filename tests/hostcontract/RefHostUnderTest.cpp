@@ -36,8 +36,12 @@ public:
     {
         return 0;
     }
+    bool joinsUnits() const override
+    {
+        return false;
+    }
     refhost::SendResult send(const refhost::AccessUnitPtr& unit, std::size_t firstPacket,
-                             const refhost::RtpHeaderFields&) override
+                             const refhost::RtpHeaderFields&, bool) override
     {
         return {refhost::SendStatus::sent, unit->packets.size() - firstPacket};
     }

@@ -19,7 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 struct FakeWriter : FrameWriter
 {
-    SendStatus writeFrames(const std::uint8_t* data, std::size_t size) override
+    SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool) override
     {
         if (status == SendStatus::sent)
         {
@@ -80,7 +80,7 @@ protected:
 TEST_F(InterleavedTransportTest, AUnitIsOneWriteOfFrames)
 {
     const auto unit = makeUnit(0, 0, true, 3, 50, 20);
-    const SendResult result = transport->send(unit, 0, header);
+    const SendResult result = transport->send(unit, 0, header, false);
     EXPECT_EQ(SendStatus::sent, result.status);
     EXPECT_EQ(3U, result.packets);
     ASSERT_EQ(1U, writer->writes.size());
@@ -108,7 +108,7 @@ TEST_F(InterleavedTransportTest, TheUnitItselfStaysAsItWas)
 {
     const auto unit = makeUnit(0, 0, true, 3);
     const Bytes before = unit->bytes;
-    transport->send(unit, 0, header);
+    transport->send(unit, 0, header, false);
     EXPECT_EQ(before, unit->bytes);
 }
 
@@ -116,9 +116,9 @@ TEST_F(InterleavedTransportTest, SessionsOfOneThreadDoNotMixTheirHeaders)
 {
     SafePointer<InterleavedTransport> other(new InterleavedTransport(writer, 8, 9, nullptr));
     const auto unit = makeUnit(0, 0, true, 2, 50, 20);
-    transport->send(unit, 0, header);
-    other->send(unit, 0, {7, 8, 9, 10});
-    transport->send(unit, 0, header);
+    transport->send(unit, 0, header, false);
+    other->send(unit, 0, {7, 8, 9, 10}, false);
+    transport->send(unit, 0, header, false);
     ASSERT_EQ(3U, writer->writes.size());
     EXPECT_EQ(writer->writes[0], writer->writes[2]);
     EXPECT_EQ(8, writer->writes[1][1]);
@@ -129,7 +129,7 @@ TEST_F(InterleavedTransportTest, ALaterUnitAtTheSameAddressIsNotTakenForTheForme
 {
     for (std::uint8_t i = 1; i < 20; ++i)
     {
-        transport->send(makeUnit(0, 0, true, 1, 0, i), 0, header);
+        transport->send(makeUnit(0, 0, true, 1, 0, i), 0, header, false);
         EXPECT_EQ(16U + i, writer->writes.back().size());
     }
 }
@@ -137,7 +137,7 @@ TEST_F(InterleavedTransportTest, ALaterUnitAtTheSameAddressIsNotTakenForTheForme
 TEST_F(InterleavedTransportTest, SendsFromAPacketInTheMiddle)
 {
     const auto unit = makeUnit(0, 0, true, 3, 50, 20);
-    EXPECT_EQ(1U, transport->send(unit, 2, header).packets);
+    EXPECT_EQ(1U, transport->send(unit, 2, header, false).packets);
     ASSERT_EQ(1U, writer->writes.size());
     EXPECT_EQ(36U, writer->writes[0].size());
     EXPECT_EQ(0xff, writer->writes[0][6]);
@@ -149,14 +149,14 @@ TEST_F(InterleavedTransportTest, CongestionTakesNothingAndAsksOnce)
     const auto unit = makeUnit(0, 0, true, 3);
     for (int i = 0; i < 3; ++i)
     {
-        const SendResult result = transport->send(unit, 0, header);
+        const SendResult result = transport->send(unit, 0, header, false);
         EXPECT_EQ(SendStatus::congested, result.status);
         EXPECT_EQ(0U, result.packets);
     }
     ASSERT_EQ(1U, writer->waiting.size());
     writer->waiting[0].lock()->onTransportReady();
     EXPECT_EQ(1, listener->ready);
-    transport->send(unit, 0, header);
+    transport->send(unit, 0, header, false);
     EXPECT_EQ(2U, writer->waiting.size());
 }
 
@@ -165,13 +165,13 @@ TEST_F(InterleavedTransportTest, HoldKeepsPacketsBackAndReportsInOrder)
     transport->hold();
     EXPECT_EQ(SendStatus::held, transport->state());
     const auto unit = makeUnit(0, 0, true, 1);
-    EXPECT_EQ(SendStatus::held, transport->send(unit, 0, header).status);
+    EXPECT_EQ(SendStatus::held, transport->send(unit, 0, header, false).status);
     const Bytes first = {1, 2, 3, 4};
     const Bytes second = {5, 6, 7, 8};
     transport->sendRtcp(first.data(), first.size());
     transport->sendRtcp(second.data(), second.size());
     EXPECT_TRUE(writer->writes.empty());
-    listener->onReady = [&] { transport->send(unit, 0, header); };
+    listener->onReady = [&] { transport->send(unit, 0, header, false); };
     transport->release();
     ASSERT_EQ(3U, writer->writes.size());
     EXPECT_EQ((Bytes{'$', 5, 0, 4, 1, 2, 3, 4}), writer->writes[0]);
@@ -199,7 +199,7 @@ TEST_F(InterleavedTransportTest, NothingLeavesAfterClose)
     transport->close();
     transport->release();
     const auto unit = makeUnit(0, 0, true, 1);
-    EXPECT_EQ(SendStatus::closed, transport->send(unit, 0, header).status);
+    EXPECT_EQ(SendStatus::closed, transport->send(unit, 0, header, false).status);
     const Bytes report(8, 1);
     transport->sendRtcp(report.data(), report.size());
     transport->hold();
@@ -211,7 +211,7 @@ TEST_F(InterleavedTransportTest, NothingLeavesAfterClose)
 TEST_F(InterleavedTransportTest, AGoneConnectionCountsAsClosed)
 {
     writer.reset();
-    EXPECT_EQ(SendStatus::closed, transport->send(makeUnit(0, 0, true, 1), 0, header).status);
+    EXPECT_EQ(SendStatus::closed, transport->send(makeUnit(0, 0, true, 1), 0, header, false).status);
     EXPECT_EQ(SendStatus::closed, transport->state());
     const Bytes report(8, 1);
     transport->sendRtcp(report.data(), report.size());

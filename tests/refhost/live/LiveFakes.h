@@ -173,6 +173,7 @@ struct SentPacket
     AccessUnitPtr unit;
     std::size_t index;  ///< in the unit
     bool last;          ///< of the unit
+    bool more;          ///< another unit was promised
 };
 
 /// What a FakeTransport saw, kept beyond its end.
@@ -185,6 +186,7 @@ struct Wire
     std::size_t capacity = SIZE_MAX;  ///< packets that are still taken
     SendStatus status = SendStatus::sent;
     unsigned pace = 0;
+    bool joins = false;
     std::weak_ptr<TransportListener> listener;
 
     void ready()
@@ -249,8 +251,13 @@ public:
         return wire_->pace;
     }
 
-    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket,
-                    const RtpHeaderFields& header) override
+    bool joinsUnits() const override
+    {
+        return wire_->joins;
+    }
+
+    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
+                    bool more) override
     {
         const std::lock_guard<std::mutex> guard(wire_->mutex);
         if (wire_->status != SendStatus::sent)
@@ -267,7 +274,7 @@ public:
             --wire_->capacity;
             wire_->packets.push_back({header.ssrc, static_cast<std::uint16_t>(header.sequence + sent),
                                       header.timestamp, header.payloadType, unit, i,
-                                      i + 1 == unit->packets.size()});
+                                      i + 1 == unit->packets.size(), more});
             wire_->order.push_back('p');
         }
         return {SendStatus::sent, sent};

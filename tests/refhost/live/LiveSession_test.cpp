@@ -56,15 +56,15 @@ public:
     {
     }
 
-    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket,
-                    const RtpHeaderFields& header) override
+    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
+                    bool more) override
     {
         if (!stuck_.exchange(true))
         {
             entered_.open();
             EXPECT_TRUE(leave_.wait());
         }
-        return FakeTransport::send(unit, firstPacket, header);
+        return FakeTransport::send(unit, firstPacket, header, more);
     }
 
 private:

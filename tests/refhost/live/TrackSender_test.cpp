@@ -315,6 +315,99 @@ TEST_F(TrackSenderTest, SoundKeepsWhatLongGroupsOfPicturesNeed)
     EXPECT_EQ(pictures->units().front()->captureTimeNs, sound->units().front()->captureTimeNs);
 }
 
+// ---- Sound that travels with the picture
+
+class SoundRideTest : public TrackSenderTest
+{
+protected:
+    /// Starts a session whose way joins units, both tracks up to date.
+    void begin()
+    {
+        pictures = setUp("s", video);
+        sound = setUp("s", audio);
+        pictures->joins = true;
+        sound->joins = true;
+        hold("s");
+        play("s", video);
+        play("s", audio);
+        release("s");
+        ticks(2);
+        pictures->packets.clear();
+        sound->packets.clear();
+    }
+
+    std::shared_ptr<Wire> pictures;
+    std::shared_ptr<Wire> sound;
+};
+
+TEST_F(SoundRideTest, SoundGoesInFrontOfThePictureThatFollows)
+{
+    begin();
+    tickAudio();
+    tickAudio();
+    EXPECT_TRUE(sound->packets.empty());
+    tickVideo();
+    ASSERT_EQ(2U, sound->packets.size());
+    EXPECT_TRUE(sound->packets[0].more);
+    EXPECT_TRUE(sound->packets[1].more);
+    ASSERT_FALSE(pictures->packets.empty());
+    EXPECT_FALSE(pictures->packets.back().more);
+    EXPECT_TRUE(sound->contiguous());
+}
+
+TEST_F(SoundRideTest, SoundDoesNotWaitLongerThanToldForALatePicture)
+{
+    begin();
+    tickAudio();
+    tickAudio();
+    EXPECT_TRUE(sound->packets.empty());
+    tickAudio();  // the first of the three waits for 40 ms now
+    ASSERT_EQ(3U, sound->packets.size());
+    EXPECT_TRUE(sound->packets[0].more);
+    EXPECT_FALSE(sound->packets[2].more);
+    tickAudio();
+    EXPECT_EQ(3U, sound->packets.size());
+}
+
+TEST_F(SoundRideTest, SoundDoesNotWaitForAPictureThatIsStuckOrPaused)
+{
+    begin();
+    pictures->capacity = 0;
+    tickVideo();
+    tickAudio();
+    EXPECT_EQ(1U, sound->packets.size());
+    pictures->capacity = SIZE_MAX;
+    pictures->ready();
+    pause("s", video);
+    tickAudio();
+    EXPECT_EQ(2U, sound->packets.size());
+}
+
+TEST_F(SoundRideTest, SoundDoesNotWaitWhereItSavesNothing)
+{
+    begin();
+    pictures->joins = false;
+    sound->joins = false;
+    tickAudio();
+    ASSERT_EQ(1U, sound->packets.size());
+    EXPECT_FALSE(sound->packets[0].more);
+}
+
+TEST_F(SoundRideTest, UnitsThatCatchUpAreJoinedUpToTheLast)
+{
+    begin();
+    ticks(20);
+    const auto wire = setUp("t", video);
+    wire->joins = true;
+    play("t", video);
+    const auto& packets = wire->packets;
+    ASSERT_GT(packets.size(), 3U);
+    for (const SentPacket& packet : packets)
+    {
+        EXPECT_EQ(packet.unit != packets.back().unit, packet.more);
+    }
+}
+
 // ---- Restart of the source
 
 TEST_F(TrackSenderTest, TimestampsGoOnByTheElapsedTimeOverARestartOfTheSource)

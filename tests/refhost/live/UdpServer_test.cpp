@@ -188,7 +188,7 @@ TEST_P(UdpServerAddressTest, ClientsGetEveryPacketWhateverTheSizes)
         const auto unit = unitOfSizes(cases[i]);
         for (const std::size_t first : {std::size_t{0}, unit->packets.size() / 2})
         {
-            const SendResult result = transport->send(unit, first, header);
+            const SendResult result = transport->send(unit, first, header, false);
             EXPECT_EQ(SendStatus::sent, result.status);
             EXPECT_EQ(unit->packets.size() - first, result.packets);
             for (const Bytes& datagram : expected(*unit, first, header))
@@ -211,7 +211,7 @@ TEST(UdpServer, PacketsBeyondThePathAreFragmentedWithoutGivingUpSegments)
     auto transport = server->makeTransport(rtp.storage(), rtp.port(), rtp.port(), nullptr);
     // The loopback's MTU is 65536: segments of that size do not exist, but two such packets do.
     const auto unit = unitOfSizes({40000, 40000});
-    EXPECT_EQ(SendStatus::sent, transport->send(unit, 0, header).status);
+    EXPECT_EQ(SendStatus::sent, transport->send(unit, 0, header, false).status);
     for (const Bytes& datagram : expected(*unit, 0, header))
     {
         EXPECT_EQ(datagram, rtp.receive());
@@ -339,7 +339,7 @@ TEST(UdpServer, RefusalsOfTheNetworkEndNothing)
     {
         for (auto* each : {&transport, &lost})
         {
-            const SendResult result = (*each)->send(unit, 0, header);
+            const SendResult result = (*each)->send(unit, 0, header, false);
             EXPECT_EQ(SendStatus::sent, result.status);
             EXPECT_EQ(40U, result.packets);
         }
@@ -362,7 +362,7 @@ TEST(UdpServer, TransportsOutliveTheServer)
     const ClientSocket rtp("127.0.0.1");
     auto transport = server->makeTransport(rtp.storage(), rtp.port(), 9, nullptr);
     server.reset();
-    EXPECT_EQ(SendStatus::sent, transport->send(unitOfSizes({10}), 0, header).status);
+    EXPECT_EQ(SendStatus::sent, transport->send(unitOfSizes({10}), 0, header, false).status);
     EXPECT_EQ(22U, rtp.receive().size());
 }
 
@@ -373,7 +373,7 @@ TEST(UdpServer, AWildcardSixServesFour)
     auto transport = server->makeTransport(rtp.storage(), rtp.port(), rtp.port(), nullptr);
     const auto listener = std::make_shared<RtcpListener>();
     transport->setListener(listener);
-    EXPECT_EQ(SendStatus::sent, transport->send(unitOfSizes({10}), 0, header).status);
+    EXPECT_EQ(SendStatus::sent, transport->send(unitOfSizes({10}), 0, header, false).status);
     EXPECT_EQ(22U, rtp.receive().size());
     rtp.sendTo(server->rtcpPort(), Bytes{1});
     ASSERT_TRUE(waitReadable(server->rtcpDescriptor()));
