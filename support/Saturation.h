@@ -8,7 +8,7 @@
 class Saturation
 {
 public:
-    static std::uint32_t toUnsigned32(double value)
+    static constexpr std::uint32_t toUnsigned32(double value)
     {
         // Written so that a NaN, which compares false with everything, takes this way too.
         if (!(value >= 1.0))

@@ -5,34 +5,57 @@
 #include <cmath>
 #include <limits>
 
+namespace
+{
+
+const double infinity = std::numeric_limits<double>::infinity();
+const double notANumber = std::numeric_limits<double>::quiet_NaN();
+
+// A constant expression must not hold a conversion that the language leaves undefined: the compiler itself
+// judges the values below, which a machine might happen to convert well.
+static_assert(Saturation::toUnsigned32(std::numeric_limits<double>::quiet_NaN()) == 0, "no number");
+static_assert(Saturation::toUnsigned32(std::numeric_limits<double>::infinity()) == 4294967295u, "above");
+static_assert(Saturation::toUnsigned32(-std::numeric_limits<double>::infinity()) == 0, "below");
+static_assert(Saturation::toUnsigned32(4294967296.0) == 4294967295u, "first above");
+static_assert(Saturation::toUnsigned32(-1.0) == 0, "last below");
+
+// The same as the program does it: the compiler must not know the value.
+std::uint32_t converted(double value)
+{
+    volatile double hidden = value;
+    return Saturation::toUnsigned32(hidden);
+}
+
+}  // namespace
+
 TEST(Saturation, DropsFractions)
 {
-    EXPECT_EQ(0u, Saturation::toUnsigned32(0.0));
-    EXPECT_EQ(0u, Saturation::toUnsigned32(0.999999));
-    EXPECT_EQ(1u, Saturation::toUnsigned32(1.0));
-    EXPECT_EQ(100u, Saturation::toUnsigned32(100.9));
-    EXPECT_EQ(4294967294u, Saturation::toUnsigned32(std::nextafter(4294967295.0, 0.0)));
+    EXPECT_EQ(0u, converted(0.0));
+    EXPECT_EQ(0u, converted(0.999999));
+    EXPECT_EQ(1u, converted(1.0));
+    EXPECT_EQ(100u, converted(100.9));
+    EXPECT_EQ(4294967294u, converted(std::nextafter(4294967295.0, 0.0)));
 }
 
 TEST(Saturation, NegativeValuesBecomeZero)
 {
-    EXPECT_EQ(0u, Saturation::toUnsigned32(-0.0));
-    EXPECT_EQ(0u, Saturation::toUnsigned32(-0.5));
-    EXPECT_EQ(0u, Saturation::toUnsigned32(-5.0));
-    EXPECT_EQ(0u, Saturation::toUnsigned32(-1e300));
-    EXPECT_EQ(0u, Saturation::toUnsigned32(-std::numeric_limits<double>::infinity()));
+    EXPECT_EQ(0u, converted(-0.0));
+    EXPECT_EQ(0u, converted(-0.5));
+    EXPECT_EQ(0u, converted(-5.0));
+    EXPECT_EQ(0u, converted(-1e300));
+    EXPECT_EQ(0u, converted(-infinity));
 }
 
 TEST(Saturation, ValuesAboveTheRangeBecomeItsEnd)
 {
-    EXPECT_EQ(4294967295u, Saturation::toUnsigned32(4294967295.0));
-    EXPECT_EQ(4294967295u, Saturation::toUnsigned32(4294967295.5));
-    EXPECT_EQ(4294967295u, Saturation::toUnsigned32(4294967296.0));
-    EXPECT_EQ(4294967295u, Saturation::toUnsigned32(1e300));
-    EXPECT_EQ(4294967295u, Saturation::toUnsigned32(std::numeric_limits<double>::infinity()));
+    EXPECT_EQ(4294967295u, converted(4294967295.0));
+    EXPECT_EQ(4294967295u, converted(4294967295.5));
+    EXPECT_EQ(4294967295u, converted(4294967296.0));
+    EXPECT_EQ(4294967295u, converted(1e300));
+    EXPECT_EQ(4294967295u, converted(infinity));
 }
 
 TEST(Saturation, WhatIsNoNumberBecomesZero)
 {
-    EXPECT_EQ(0u, Saturation::toUnsigned32(std::numeric_limits<double>::quiet_NaN()));
+    EXPECT_EQ(0u, converted(notANumber));
 }
