@@ -99,11 +99,11 @@ for transport in udp tcp; do
         --mode cycles --clients 1 --until-key-frame --transport "$transport" --keep-warm --seconds "$seconds"
 done
 echo
-echo "| viewers that stay | server | % of a core a viewer | KB a session | packets a viewer and second | packets lost | viewers with faults | threads |"
-echo "|---|---|---|---|---|---|---|---|"
+echo "| viewers that stay | server | % of a core a viewer | µs of a core a packet | KB a session | packets a viewer and second | packets lost | viewers with faults | threads |"
+echo "|---|---|---|---|---|---|---|---|---|"
 for viewers in 100 1000; do
     for transport in udp tcp; do
-        run "$viewers $transport" "core_percent_per_viewer resident_kb_per_session packets_per_viewer_second packets_lost with_faults server_threads" \
+        run "$viewers $transport" "core_percent_per_viewer server_us_per_packet resident_kb_per_session packets_per_viewer_second packets_lost with_faults server_threads" \
             --mode hold --viewers "$viewers" --transport "$transport" --baseline-seconds 4 --seconds "$seconds"
     done
 done

@@ -217,7 +217,7 @@ void ClientSession::takeDescription(const RtspReply& reply)
     watches_.resize(description_.tracks.size());
     for (std::size_t i = 0; i < watches_.size(); ++i)
     {
-        watches_[i].start(description_.tracks[i].encoding);
+        watches_[i].start(description_.tracks[i].encoding, transport_ == Transport::tcp);
     }
     while (transport_ == Transport::udp && pairs_.size() < watches_.size())
     {

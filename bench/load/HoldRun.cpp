@@ -80,6 +80,7 @@ bool HoldRun::run(Report& report)
     const bool reportDue = options_.seconds + 1 >= senderReportSeconds;
     std::uint64_t packets = 0;
     std::uint64_t lost = 0;
+    std::uint64_t reordered = 0;
     FaultCounts faults;
     std::size_t faulty = 0;
     for (const auto& session : sessions_)
@@ -93,6 +94,7 @@ bool HoldRun::run(Report& report)
         {
             packets += track.packets();
             lost += track.lost();
+            reordered += track.outOfOrder();
             text = text.empty() ? track.faults(reportDue) : text;
         }
         if (!text.empty())
@@ -112,6 +114,7 @@ bool HoldRun::run(Report& report)
     report.add("with_faults", static_cast<std::int64_t>(faulty));
     report.add("packets", static_cast<std::int64_t>(packets));
     report.add("packets_lost", static_cast<std::int64_t>(lost));
+    report.add("packets_out_of_order", static_cast<std::int64_t>(reordered));
     if (playing_ > 0)
     {
         report.add("packets_per_viewer_second",
@@ -131,6 +134,10 @@ bool HoldRun::run(Report& report)
             const auto more = static_cast<double>(playing_ - 1);
             report.add("one_viewer_core_percent", onePercent, 2);
             report.add("core_percent_per_viewer", (corePercent(before, after) - onePercent) / more, 4);
+            report.add("server_us_per_packet",
+                       (after.cpuSeconds - before.cpuSeconds - onePercent / 100 * options_.seconds) * 1e6 /
+                           static_cast<double>(packetsMeasured) * static_cast<double>(playing_) / more,
+                       2);
             report.add("resident_kb_per_session",
                        static_cast<double>(after.residentBytes - one.residentBytes) / 1024 / more, 2);
         }

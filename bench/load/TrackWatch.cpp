@@ -28,10 +28,11 @@ void add(std::string& text, const std::string& fault)
 
 }  // namespace
 
-void TrackWatch::start(std::string encoding)
+void TrackWatch::start(std::string encoding, bool ordered)
 {
     *this = TrackWatch();
     encoding_ = std::move(encoding);
+    ordered_ = ordered;
 }
 
 void TrackWatch::expectSsrc(std::uint32_t ssrc)
@@ -54,6 +55,12 @@ PictureStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
     }
     const std::uint16_t sequence = read16(data + 2);
     const std::uint32_t ssrc = read32(data + 8);
+    if (ssrc != expectedSsrc_.value_or(packets_ == 0 ? ssrc : ssrc_))
+    {
+        // Nothing of it is judged: its sequence numbers are another source's.
+        ++foreignSsrc_;
+        return PictureStart::unknown;
+    }
     if (packets_ == 0)
     {
         ssrc_ = ssrc;
@@ -66,13 +73,14 @@ PictureStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
         if (step <= 0)
         {
             ++outOfOrder_;
+            lost_ -= lost_ > 0 && step < 0 ? 1 : 0;
+            ++packets_;
             return PictureStart::unknown;
         }
         lost_ += static_cast<std::uint64_t>(step - 1);
     }
     lastSequence_ = sequence;
     ++packets_;
-    foreignSsrc_ += ssrc != expectedSsrc_.value_or(ssrc_) ? 1 : 0;
 
     const std::size_t skip = rtpHeaderSize + 4 * (data[0] & 0x0f);
     if (size <= skip)
@@ -126,7 +134,7 @@ std::string TrackWatch::faults(bool senderReportDue) const
     {
         add(text, std::to_string(lost_) + " packets lost");
     }
-    if (outOfOrder_ != 0)
+    if (outOfOrder_ != 0 && ordered_)
     {
         add(text, std::to_string(outOfOrder_) + " packets out of order");
     }

@@ -16,7 +16,10 @@ class TrackWatch
 public:
     /// Forgets everything for a new session.
     /// \param encoding  the rtpmap's name
-    void start(std::string encoding);
+    /// \param ordered   packets must arrive in order. A network may change the order of datagrams, and so
+    /// does
+    ///                  the loopback interface of a busy machine when a sender moves to another core.
+    void start(std::string encoding, bool ordered);
 
     /// What SETUP's answer said.
     void expectSsrc(std::uint32_t ssrc);
@@ -33,10 +36,15 @@ public:
     {
         return packets_;
     }
-    /// Packets that the sequence numbers skipped.
+    /// Packets that the sequence numbers skipped and that did not come later either.
     std::uint64_t lost() const
     {
         return lost_;
+    }
+    /// Packets that came after a later one.
+    std::uint64_t outOfOrder() const
+    {
+        return outOfOrder_;
     }
 
     /// Everything that is wrong by now, in words, "; " between them; empty when nothing is.
@@ -45,6 +53,7 @@ public:
 
 private:
     std::string encoding_;
+    bool ordered_ = true;
     std::optional<std::uint32_t> expectedSsrc_;
     std::optional<std::uint16_t> expectedSequence_;
     std::optional<std::uint32_t> expectedRtpTime_;

@@ -26,15 +26,15 @@ class RtpPacket:
     timestamp: int
     ssrc: int
     payload: bytes
-    arrived: float
+    datagram: bool
 
     @staticmethod
-    def parse(track, data):
+    def parse(track, data, datagram):
         assert len(data) > 12 and data[0] >> 6 == 2, f"no RTP: {data[:16].hex()}"
         start = 12 + 4 * (data[0] & 0x0F)
         return RtpPacket(track, data[1] & 0x7F, bool(data[1] & 0x80), int.from_bytes(data[2:4], "big"),
                          int.from_bytes(data[4:8], "big"), int.from_bytes(data[8:12], "big"), data[start:],
-                         time.monotonic())
+                         datagram)
 
     def nal_types(self):
         """The H.264 NAL unit types that begin in this packet (RFC 6184)."""
@@ -209,7 +209,7 @@ class RtspClient:
         if rtcp:
             self.rtcp.append((track, data))
         else:
-            self.rtp.append(RtpPacket.parse(track, data))
+            self.rtp.append(RtpPacket.parse(track, data, self.transport == "udp"))
 
 
 def _udp_pair():
@@ -232,6 +232,11 @@ def _udp_pair():
 
 
 def assert_no_gap(packets):
-    """Every sequence number is one more than the one before, as 16-bit numbers."""
-    for before, after in zip(packets, packets[1:]):
-        assert (after.sequence - before.sequence) & 0xFFFF == 1, f"{before.sequence} then {after.sequence}"
+    """Every sequence number is one more than the one before, as 16-bit numbers.
+
+    Datagrams may overtake one another even on loopback when the machine is busy; a missing one is missing anyhow.
+    """
+    numbers = [(packet.sequence - packets[0].sequence) & 0xFFFF for packet in packets]
+    if packets[0].datagram:
+        numbers.sort()
+    assert numbers == list(range(len(numbers)))
