@@ -112,7 +112,7 @@ class RtspClient:
         for section in re.split(r"^m=", text, flags=re.M)[1:]:
             control = re.search(r"a=control:(\S+)", section).group(1)
             self.tracks.append(Track(control if control.startswith("rtsp:") else base + control,
-                                     section.split(" ", 1)[0]))
+                                     section.split(" ", 1)[0], sockets=_udp_pair() if self.transport == "udp" else ()))
         return text
 
     def setup_all(self):
@@ -120,7 +120,6 @@ class RtspClient:
             if self.transport == "tcp":
                 wanted = f"RTP/AVP/TCP;unicast;interleaved={2 * index}-{2 * index + 1}"
             else:
-                track.sockets = _udp_pair()
                 port = track.sockets[0].getsockname()[1]
                 wanted = f"RTP/AVP;unicast;client_port={port}-{port + 1}"
             response = self.request("SETUP", track.url, {"Transport": wanted})
@@ -147,6 +146,10 @@ class RtspClient:
         self.describe()
         self.setup_all()
         return self.play()
+
+    def media_ports(self):
+        """The client's UDP ports, known from describe() on."""
+        return [media_socket.getsockname()[1] for track in self.tracks for media_socket in track.sockets]
 
     def video(self):
         return next(i for i, track in enumerate(self.tracks) if track.media == "video")

@@ -16,9 +16,8 @@ def session(serve, tmp_path, transport):
     server = serve(CONFIG)
     with RtspClient(server.url(), transport) as client:
         client.describe()
-        with Capture(tmp_path, server.port, with_udp=transport == "udp") as capture:
+        with Capture(tmp_path, server.port, client.media_ports()) as capture:
             client.setup_all()
-            capture.media_ports = [s.getsockname()[1] for track in client.tracks for s in track.sockets]
             info = client.play()
             client.receive_for(7)
             assert client.request("TEARDOWN").status == 200

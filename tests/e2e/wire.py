@@ -14,11 +14,10 @@ class Capture:
     packets.
     """
 
-    def __init__(self, folder, rtsp_port, with_udp):
+    def __init__(self, folder, rtsp_port, media_ports):
         self.path = folder / "capture.pcapng"
         self.rtsp_port = rtsp_port
-        self.media_ports = []
-        ports = f"tcp port {rtsp_port}" + (" or udp" if with_udp else "")
+        ports = " or ".join([f"tcp port {rtsp_port}", *(f"udp port {port}" for port in media_ports)])
         self.messages = folder / "tshark.txt"
         with open(self.messages, "wb") as out:
             self.process = subprocess.Popen(
@@ -39,12 +38,7 @@ class Capture:
         self.process.wait(timeout=10)
 
     def dissect(self, display_filter, *fields):
-        """Returns one dictionary a packet: field → list of values.
-
-        Of UDP only what has one of the client's `media_ports`: others may use the loopback interface as well.
-        """
-        ports = " || ".join([f"tcp.port == {self.rtsp_port}", *(f"udp.port == {port}" for port in self.media_ports)])
-        display_filter = f"({display_filter}) && ({ports})"
+        """Returns one dictionary a packet: field → list of values."""
         arguments = ["tshark", "-r", str(self.path), "-d", f"tcp.port=={self.rtsp_port},rtsp",
                      "-Y", display_filter, "-T", "json"]
         for field in fields:
