@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
 """Checks in which direction the folders depend on one another, by their includes.
 
-hostapi/base <- support <- the rest of hostapi <- mediaurl <- audioback <- live <- playback; the reference host and
-the tests stand on top, and nothing includes them but benchmarks. The library itself uses nothing but the language's standard
-library.
+hostapi/base <- support <- the rest of hostapi <- mediaurl <- audioback <- live <- playback <- the reference host <-
+tests and benchmarks. The library itself uses nothing but the language's standard library.
 
 Usage: check_includes.py [root]
 """
@@ -13,7 +12,8 @@ import sys
 
 ROOT = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parent.parent.parent)
 ORDER = ["hostapi/base", "support", "hostapi", "mediaurl", "audioback", "live", "playback"]
-TOP = ["refhost", "tests/fakehost", "bench", "tests"]
+# Benchmarks use the fakes of the tests.
+TOP = ["refhost", "bench", "tests"]
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
 # A header of the C++ standard library has neither folder nor suffix.
 STANDARD = re.compile(r"^[a-z_0-9]+$")
@@ -23,19 +23,15 @@ def layer(path):
     parts = pathlib.PurePosixPath(path).parts
     if parts[:2] == ("hostapi", "base"):
         return "hostapi/base"
-    if parts[:2] == ("tests", "fakehost"):
-        return "tests/fakehost"
     return parts[0]
 
 
 def allowed(layer_name):
     if layer_name in ORDER:
         return ORDER[:ORDER.index(layer_name) + 1]
-    if layer_name == "tests":
-        return ORDER + TOP
-    if layer_name == "bench":  # the library's benchmarks run on the fake host
-        return ORDER + ["refhost", "tests/fakehost", "bench"]
-    return ORDER + ["refhost", layer_name]
+    if layer_name == "refhost":
+        return ORDER + ["refhost"]
+    return ORDER + TOP
 
 
 def faults_of(path):
