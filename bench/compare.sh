@@ -17,7 +17,7 @@ cleanup() {
 }
 trap cleanup EXIT
 
-picture="videotestsrc is-live=true pattern=smpte horizontal-speed=2 ! video/x-raw,format=I420,width=1280,height=720,framerate=25/1 ! clockoverlay ! x264enc tune=zerolatency speed-preset=ultrafast bitrate=2000 vbv-buf-capacity=1000 key-int-max=25 bframes=0 option-string=nal-hrd=cbr:sliced-threads=0 threads=1 ! h264parse config-interval=-1"
+picture="videotestsrc is-live=true pattern=smpte horizontal-speed=2 ! video/x-raw,format=I420,width=1280,height=720,framerate=25/1 ! clockoverlay ! x264enc tune=zerolatency speed-preset=ultrafast bitrate=2000 vbv-buf-capacity=1000 key-int-max=25 bframes=0 trellis=false option-string=nal-hrd=cbr:sliced-threads=0 threads=1 ! h264parse config-interval=-1"
 
 # Each case starts its server anew, so that none inherits memory from the one before.
 start_ours() {

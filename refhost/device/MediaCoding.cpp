@@ -113,7 +113,7 @@ std::string bareVideoEncoderLine(MediaCoding coding, const StreamConfig& config)
     // One slice a picture: its packets are one run of equal size. The small buffer keeps key pictures small.
     return fmt::format(
         "x264enc tune=zerolatency speed-preset=superfast bitrate={} key-int-max={} threads={} "
-        "sliced-threads=false aud=false vbv-buf-capacity=400 option-string=\"scenecut=0\"",
+        "sliced-threads=false aud=false trellis=false vbv-buf-capacity=400 option-string=\"scenecut=0\"",
         config.bitRate, config.gop, encoderThreads(config));
 }
 
