@@ -22,7 +22,7 @@ struct LiveSettings
     std::int64_t audioLagMs = 1000;
     /// How long, in milliseconds, sound may wait for the next picture to travel with it, where that is
     /// cheaper.
-    std::int64_t soundWaitMs = 40;
+    std::int64_t soundWaitMs = 60;
     /// Mean time between two RTCP sender reports, milliseconds.
     std::int64_t reportIntervalMs = 5000;
     /// Not null, outlives the dispatcher.
