@@ -28,6 +28,7 @@ protected:
     LiveFixture()
     {
         settings.clock = &clock;
+        settings.soundWaitMs = 2 * blockMs;
         Device::setStreams(std::make_shared<FakeDirectory>(source));
         make();
     }
