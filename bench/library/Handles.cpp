@@ -3,10 +3,13 @@
 #include <memory>
 #include <vector>
 
+#include "bench/library/TwoThreads.h"
 #include "support/SafePointer.h"
 
 namespace
 {
+
+constexpr int bursts = 2000;
 
 struct Object
 {
@@ -26,7 +29,18 @@ static void SharedPtrCopyAndRelease(benchmark::State& state)
     }
 }
 BENCHMARK(SharedPtrCopyAndRelease);
-BENCHMARK(SharedPtrCopyAndRelease)->Threads(2)->UseRealTime();
+
+static void SharedPtrCopyAndReleaseByTwoThreads(benchmark::State& state)
+{
+    const std::shared_ptr<Object> shared = std::make_shared<Object>();
+    TwoThreads::run(state,
+                    [&shared]
+                    {
+                        const std::shared_ptr<Object> copy(shared);
+                        benchmark::DoNotOptimize(copy.get());
+                    });
+}
+BENCHMARK(SharedPtrCopyAndReleaseByTwoThreads)->UseManualTime()->Iterations(bursts);
 
 static void HandleCopyAndRelease(benchmark::State& state)
 {
@@ -38,7 +52,18 @@ static void HandleCopyAndRelease(benchmark::State& state)
     }
 }
 BENCHMARK(HandleCopyAndRelease);
-BENCHMARK(HandleCopyAndRelease)->Threads(2)->UseRealTime();
+
+static void HandleCopyAndReleaseByTwoThreads(benchmark::State& state)
+{
+    const SafePointer<Object> shared(new Object);
+    TwoThreads::run(state,
+                    [&shared]
+                    {
+                        const SafePointer<Object> copy(shared);
+                        benchmark::DoNotOptimize(copy.operator->());
+                    });
+}
+BENCHMARK(HandleCopyAndReleaseByTwoThreads)->UseManualTime()->Iterations(bursts);
 
 static void SharedPtrMake(benchmark::State& state)
 {
