@@ -257,9 +257,9 @@ Received TestClient::request(const std::string& method, const std::string& url, 
     return received;
 }
 
-bool TestClient::ended()
+bool TestClient::ended(int milliseconds)
 {
-    while (fill(5000))
+    while (fill(milliseconds))
     {
     }
     return end_;

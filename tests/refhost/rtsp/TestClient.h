@@ -65,7 +65,7 @@ public:
                             const std::string& headers, const std::string& body);
 
     /// True when the server has ended the connection, or does so in time.
-    bool ended();
+    bool ended(int milliseconds = 5000);
     /// Closes the socket; with `reset`, without the usual end.
     void close(bool reset = false);
     void endSending();
