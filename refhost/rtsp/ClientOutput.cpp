@@ -1,16 +1,35 @@
 #include "refhost/rtsp/ClientOutput.h"
 
 #include <sys/socket.h>
+#include <sys/uio.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
 namespace refhost
 {
 
-ClientOutput::ClientOutput(int descriptor, std::size_t mostWaiting, WantWritable wantWritable)
-    : descriptor_(descriptor), mostWaiting_(mostWaiting), wantWritable_(std::move(wantWritable))
+ClientOutput::ClientOutput(int descriptor, std::size_t mostWaiting, MonotonicClock clock,
+                           WantWritable wantWritable)
+    : descriptor_(descriptor),
+      mostWaiting_(mostWaiting),
+      clock_(std::move(clock)),
+      wantWritable_(std::move(wantWritable))
 {
+}
+
+void ClientOutput::cork(std::string& buffer)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    cork_ = &buffer;
+}
+
+void ClientOutput::uncork()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    flushCork();
+    cork_ = nullptr;
 }
 
 bool ClientOutput::sendResponse(std::string_view response)
@@ -20,21 +39,24 @@ bool ClientOutput::sendResponse(std::string_view response)
     {
         return false;
     }
-    std::size_t taken = 0;
-    if (waiting_.empty())
+    if (waiting_.size() - waitingFrom_ > mostWaiting_)
     {
-        taken = write(response.data(), response.size(), 0);
+        failed_ = true;
+        return false;
     }
-    if (taken < response.size() && !failed_)
+    if (cork_ != nullptr)
     {
-        if (waiting_.size() - waitingFrom_ > mostWaiting_)
+        cork_->append(response);
+        if (cork_->size() >= gatheredMost)
         {
-            failed_ = true;
+            flushCork();
         }
-        else
-        {
-            keep(response.data() + taken, response.size() - taken);
-        }
+        return !failed_;
+    }
+    const std::size_t taken = waiting_.empty() ? write(response, {}, 0) : 0;
+    if (!failed_)
+    {
+        keep(response.substr(taken));
     }
     return !failed_;
 }
@@ -46,26 +68,36 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, 
     {
         return SendStatus::closed;
     }
-    if (!waiting_.empty() || wanted_)
+    const bool small = size <= smallMost;
+    if (!waiting_.empty() || (!small && (wanted_ || burstIsOver())))
     {
+        want();
         return SendStatus::congested;
     }
-    const auto* const bytes = reinterpret_cast<const char*>(data);
-    const std::size_t taken = write(bytes, size, more ? MSG_MORE : 0);
+    const std::string_view frames(reinterpret_cast<const char*>(data), size);
+    if (cork_ != nullptr && small && cork_->size() < gatheredMost)
+    {
+        cork_->append(frames);
+        burst_ += size;
+        return SendStatus::sent;
+    }
+    const std::string_view gathered = cork_ == nullptr ? std::string_view() : std::string_view(*cork_);
+    const std::size_t taken = write(gathered, frames, more ? MSG_MORE : 0);
     if (failed_)
     {
         return SendStatus::closed;
     }
-    if (taken == 0 && size != 0)
+    if (taken <= gathered.size())
     {
-        wanted_ = true;
-        wantWritable_(true);
-        return SendStatus::congested;
+        // Not one byte of the frames: they are not taken.
+        keep(gathered.substr(taken));
+        clearCork();
+        want();
+        return size == 0 ? SendStatus::sent : SendStatus::congested;
     }
-    if (taken < size)
-    {
-        keep(bytes + taken, size - taken);
-    }
+    clearCork();
+    burst_ += size;
+    keep(frames.substr(taken - gathered.size()));
     return SendStatus::sent;
 }
 
@@ -77,13 +109,9 @@ void ClientOutput::notifyWhenWritable(std::weak_ptr<TransportListener> listener)
         return;
     }
     listeners_.push_back(std::move(listener));
-    if (!wanted_)
-    {
-        // It became writable since the write that was refused. The listener's caller may hold locks that the
-        // listener takes, so it is told by onWritable() all the same.
-        wanted_ = true;
-        wantWritable_(true);
-    }
+    // It may have become writable since the write that was refused. The listener's caller may hold locks that
+    // the listener takes, so it is told by onWritable() all the same.
+    want();
 }
 
 bool ClientOutput::onWritable()
@@ -97,7 +125,7 @@ bool ClientOutput::onWritable()
         }
         if (!waiting_.empty())
         {
-            waitingFrom_ += write(waiting_.data() + waitingFrom_, waiting_.size() - waitingFrom_, 0);
+            waitingFrom_ += write(std::string_view(waiting_).substr(waitingFrom_), {}, 0);
             if (failed_)
             {
                 return false;
@@ -114,6 +142,7 @@ bool ClientOutput::onWritable()
             wanted_ = false;
             wantWritable_(false);
         }
+        burst_ = 0;
         listeners.swap(listeners_);
     }
     for (const std::weak_ptr<TransportListener>& weak : listeners)
@@ -130,6 +159,7 @@ void ClientOutput::close()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     closed_ = true;
+    clearCork();
     std::string().swap(waiting_);
     waitingFrom_ = 0;
     listeners_.clear();
@@ -138,7 +168,7 @@ void ClientOutput::close()
 bool ClientOutput::empty() const
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    return waiting_.empty();
+    return waiting_.empty() && (cork_ == nullptr || cork_->empty());
 }
 
 std::uint64_t ClientOutput::bytesTaken() const
@@ -146,14 +176,22 @@ std::uint64_t ClientOutput::bytesTaken() const
     return bytesTaken_.load(std::memory_order_relaxed);
 }
 
+/// Writes both texts, the second behind the first.
 /// \returns how many bytes the socket took; sets failed_ when it takes none any more
-std::size_t ClientOutput::write(const char* data, std::size_t size, int flags)
+std::size_t ClientOutput::write(std::string_view first, std::string_view second, int flags)
 {
+    const std::size_t size = first.size() + second.size();
     std::size_t taken = 0;
     while (taken < size)
     {
-        const ssize_t count =
-            ::send(descriptor_, data + taken, size - taken, MSG_DONTWAIT | MSG_NOSIGNAL | flags);
+        const std::size_t ofFirst = std::min(taken, first.size());
+        iovec parts[2];
+        parts[0] = {const_cast<char*>(first.data() + ofFirst), first.size() - ofFirst};
+        parts[1] = {const_cast<char*>(second.data() + (taken - ofFirst)), second.size() - (taken - ofFirst)};
+        msghdr message{};
+        message.msg_iov = parts[0].iov_len == 0 ? parts + 1 : parts;
+        message.msg_iovlen = parts[0].iov_len == 0 || parts[1].iov_len == 0 ? 1 : 2;
+        const ssize_t count = ::sendmsg(descriptor_, &message, MSG_DONTWAIT | MSG_NOSIGNAL | flags);
         if (count > 0)
         {
             taken += static_cast<std::size_t>(count);
@@ -170,9 +208,53 @@ std::size_t ClientOutput::write(const char* data, std::size_t size, int flags)
     return taken;
 }
 
-void ClientOutput::keep(const char* data, std::size_t size)
+void ClientOutput::keep(std::string_view rest)
 {
-    waiting_.append(data, size);
+    if (!rest.empty())
+    {
+        waiting_.append(rest);
+        want();
+    }
+}
+
+void ClientOutput::flushCork()
+{
+    if (cork_ == nullptr || cork_->empty())
+    {
+        return;
+    }
+    if (!closed_ && !failed_)
+    {
+        const std::size_t taken = waiting_.empty() ? write(*cork_, {}, 0) : 0;
+        if (!failed_)
+        {
+            keep(std::string_view(*cork_).substr(taken));
+        }
+    }
+    cork_->clear();
+}
+
+void ClientOutput::clearCork()
+{
+    if (cork_ != nullptr)
+    {
+        cork_->clear();
+    }
+}
+
+bool ClientOutput::burstIsOver()
+{
+    const std::int64_t nowMs = clock_();
+    if (nowMs - burstBeganMs_ >= burstMs)
+    {
+        burstBeganMs_ = nowMs;
+        burst_ = 0;
+    }
+    return burst_ >= burstMost;
+}
+
+void ClientOutput::want()
+{
     if (!wanted_)
     {
         wanted_ = true;

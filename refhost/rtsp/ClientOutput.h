@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "refhost/live/InterleavedTransport.h"
+#include "refhost/rtsp/MonotonicClock.h"
 
 namespace refhost
 {
@@ -27,9 +28,23 @@ public:
     /// Told under the lock whether onWritable() is to be called when the socket takes bytes again.
     using WantWritable = std::function<void(bool wanted)>;
 
+    /// Bytes of frames that are taken in one go, within `burstMs` milliseconds.
+    static constexpr std::size_t burstMost = 32 * 1024;
+    static constexpr std::int64_t burstMs = 2;
+    /// Frames of this size and less (RTCP, sound) do not wait for the next burst: reports are not sent again.
+    static constexpr std::size_t smallMost = 1500;
+
+    /// Bytes that are gathered before they are written.
+    static constexpr std::size_t gatheredMost = 16 * 1024;
+
     /// \param descriptor   non-blocking stream socket; stays open until after close()
     /// \param mostWaiting  bytes of responses that may wait for a client that does not read
-    ClientOutput(int descriptor, std::size_t mostWaiting, WantWritable wantWritable);
+    ClientOutput(int descriptor, std::size_t mostWaiting, MonotonicClock clock, WantWritable wantWritable);
+
+    /// Gathers what is written in `buffer` until uncork(), or until so much came that a system call pays. The
+    /// buffer is empty and the loop's own; it is used under this object's lock.
+    void cork(std::string& buffer);
+    void uncork();
 
     /// Queues a response.
     /// \returns false when the client does not take what it asks for, or the socket failed: end the
@@ -37,7 +52,8 @@ public:
     bool sendResponse(std::string_view response);
 
     /// \param more  more frames follow at once: the network may wait for them
-    /// \returns `sent` when all was taken, `congested` with nothing taken, or `closed`
+    /// \returns `sent` when all was taken, `congested` with nothing taken (something waits, or the burst is
+    ///          over), or `closed`
     SendStatus sendFrames(const std::uint8_t* data, std::size_t size, bool more = false);
 
     /// Has `listener` told once by onWritable(), when frames are taken again.
@@ -57,17 +73,25 @@ public:
     std::uint64_t bytesTaken() const;
 
 private:
-    std::size_t write(const char* data, std::size_t size, int flags);
-    void keep(const char* data, std::size_t size);
+    std::size_t write(std::string_view first, std::string_view second, int flags);
+    void flushCork();
+    void clearCork();
+    void keep(std::string_view rest);
+    bool burstIsOver();
+    void want();
 
     const int descriptor_;
     const std::size_t mostWaiting_;
+    const MonotonicClock clock_;
     const WantWritable wantWritable_;
     std::atomic<std::uint64_t> bytesTaken_{0};
     mutable std::mutex mutex_;
     bool closed_ = false;
     bool failed_ = false;
     bool wanted_ = false;
+    std::int64_t burstBeganMs_ = 0;
+    std::size_t burst_ = 0;        // bytes of frames since then
+    std::string* cork_ = nullptr;  // what is gathered comes behind what waits
     std::string waiting_;
     std::size_t waitingFrom_ = 0;
     std::vector<std::weak_ptr<TransportListener>> listeners_;

@@ -28,6 +28,7 @@ public:
         std::vector<char> input = std::vector<char>(65536);
         RtspRequest request;
         ResponseWriter response;
+        std::string output;  // what a connection gathers while it is corked
     };
 
     /// \param accepted, refused   give connections back to these counts, by whether they were refused

@@ -25,6 +25,24 @@ std::uint64_t nextSerial()
     return last.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
+class CorkedOutput
+{
+public:
+    CorkedOutput(ClientOutput& output, std::string& buffer) : output_(output)
+    {
+        output_.cork(buffer);
+    }
+    ~CorkedOutput()
+    {
+        output_.uncork();
+    }
+    CorkedOutput(const CorkedOutput&) = delete;
+    CorkedOutput& operator=(const CorkedOutput&) = delete;
+
+private:
+    ClientOutput& output_;
+};
+
 RequestReader::Limits readerLimits(const LimitsConfig& limits)
 {
     return {static_cast<std::size_t>(limits.headerCount), static_cast<std::size_t>(limits.headerBytes),
@@ -41,7 +59,7 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, in
       peer_(peer),
       serial_(nextSerial()),
       refused_(refused),
-      output_(descriptor, waitingMost,
+      output_(descriptor, waitingMost, services.clock,
               [this](bool wanted)
               {
                   const std::lock_guard<std::mutex> guard(interestMutex_);
@@ -85,11 +103,8 @@ void RtspConnection::onEvents(std::uint32_t events)
     {
         return;
     }
-    if ((events & EventLoop::writable) != 0 && !output_.onWritable())
-    {
-        doomed_ = true;
-    }
-    if ((events & EventLoop::readable) != 0 && !doomed_)
+    // Requests first: a TEARDOWN spares the frames that would go out now.
+    if ((events & EventLoop::readable) != 0)
     {
         onReadable();
     }
@@ -97,13 +112,24 @@ void RtspConnection::onEvents(std::uint32_t events)
     {
         doomed_ = true;
     }
-    if (lingering_ && !doomed_ && output_.empty())
+    if ((events & EventLoop::writable) != 0 && !doomed_ && !output_.onWritable())
     {
-        ::shutdown(descriptor_, SHUT_WR);
+        doomed_ = true;
     }
+    endWhereDone();
+}
+
+/// A socket that is closed with unread bytes resets the connection and takes the last response with it; so
+/// the client's end is waited for, not long.
+void RtspConnection::endWhereDone()
+{
     if (doomed_)
     {
         loop_.close(*this);
+    }
+    else if (lingering_ && output_.empty())
+    {
+        ::shutdown(descriptor_, SHUT_WR);
     }
 }
 
@@ -126,6 +152,12 @@ void RtspConnection::onReadable()
 }
 
 void RtspConnection::process(bool lastTry)
+{
+    const CorkedOutput corked(output_, loop_.scratch().output);
+    handleItems(lastTry);
+}
+
+void RtspConnection::handleItems(bool lastTry)
 {
     ConnectionLoop::Scratch& scratch = loop_.scratch();
     while (!doomed_ && !lingering_)
@@ -154,7 +186,8 @@ void RtspConnection::process(bool lastTry)
         }
         if (result == RequestHandler::Result::answeredLast)
         {
-            endAfterResponse();
+            lingering_ = true;
+            lingeringMs_ = services_.clock();
         }
         // The next request has its own time to wait.
         lastTry = false;
@@ -182,10 +215,7 @@ void RtspConnection::retryParked()
     const bool lastTry = services_.clock() - parkedMs_ >= parkedMostMs;
     watch(true);
     process(lastTry);
-    if (doomed_)
-    {
-        loop_.close(*this);
-    }
+    endWhereDone();
 }
 
 bool RtspConnection::parked() const
@@ -196,18 +226,6 @@ bool RtspConnection::parked() const
 bool RtspConnection::refused() const
 {
     return refused_;
-}
-
-/// A socket that is closed with unread bytes resets the connection and takes the response with it; so the
-/// client's end is waited for, not long.
-void RtspConnection::endAfterResponse()
-{
-    lingering_ = true;
-    lingeringMs_ = services_.clock();
-    if (output_.empty())
-    {
-        ::shutdown(descriptor_, SHUT_WR);
-    }
 }
 
 void RtspConnection::watch(bool reading)

@@ -64,9 +64,10 @@ private:
     void onEvents(std::uint32_t events);
     void onReadable();
     void process(bool lastTry);
+    void handleItems(bool lastTry);
     void park();
     void unpark();
-    void endAfterResponse();
+    void endWhereDone();
     void watch(bool reading);
     void updateInterest();
     bool tooOld(std::int64_t nowMs);

@@ -36,8 +36,7 @@ protected:
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, sockets_), 0);
         const int size = 4096;
         setsockopt(sockets_[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
-        output_ =
-            std::make_unique<ClientOutput>(sockets_[0], 10000, [this](bool wanted) { wanted_ = wanted; });
+        makeOutput();
     }
 
     ~ClientOutputTest() override
@@ -45,6 +44,12 @@ protected:
         output_.reset();
         ::close(sockets_[0]);
         closeClient();
+    }
+
+    void makeOutput()
+    {
+        output_ = std::make_unique<ClientOutput>(
+            sockets_[0], 10000, [this] { return nowMs_.load(); }, [this](bool wanted) { wanted_ = wanted; });
     }
 
     void closeClient()
@@ -81,7 +86,7 @@ protected:
         char fill = 'a';
         for (;;)
         {
-            const std::string bytes(1500, fill++);
+            const std::string bytes(1501, fill++);
             if (frames(bytes) != SendStatus::sent)
             {
                 return taken;
@@ -92,6 +97,7 @@ protected:
 
     int sockets_[2] = {-1, -1};
     std::atomic<bool> wanted_{false};
+    std::atomic<std::int64_t> nowMs_{1000};
     std::unique_ptr<ClientOutput> output_;
 };
 
@@ -108,7 +114,6 @@ TEST_F(ClientOutputTest, FramesAreTakenWholeOrNotAtAll)
 {
     const std::string taken = congest();
     EXPECT_TRUE(wanted_);
-    EXPECT_EQ(frames("x"), SendStatus::congested);
     std::string arrived = read();
     while (!output_->empty())
     {
@@ -176,6 +181,133 @@ TEST_F(ClientOutputTest, AListenerThatComesLateIsToldByTheLoopAndNotInsideTheCal
     ASSERT_TRUE(output_->onWritable());
     EXPECT_EQ(listener->ready, 1);
     EXPECT_FALSE(wanted_);
+}
+
+TEST_F(ClientOutputTest, ACorkGathersResponsesAndSmallFramesInTheirOrder)
+{
+    std::string buffer;
+    output_->cork(buffer);
+    EXPECT_TRUE(output_->sendResponse("first"));
+    EXPECT_EQ(frames("report"), SendStatus::sent);
+    EXPECT_TRUE(output_->sendResponse("second"));
+    EXPECT_EQ(read(), "");
+    EXPECT_FALSE(output_->empty());
+    output_->uncork();
+    EXPECT_EQ(read(), "firstreportsecond");
+    EXPECT_TRUE(output_->empty());
+    EXPECT_EQ(buffer, "");
+    EXPECT_TRUE(output_->sendResponse("third"));
+    EXPECT_EQ(read(), "third");
+}
+
+TEST_F(ClientOutputTest, ALargeFrameTakesWhatTheCorkGatheredAlong)
+{
+    std::string buffer;
+    output_->cork(buffer);
+    output_->sendResponse("response");
+    const std::string picture(2000, 'p');
+    EXPECT_EQ(frames(picture), SendStatus::sent);
+    EXPECT_EQ(read(), "response" + picture);
+    output_->uncork();
+    EXPECT_EQ(read(), "");
+}
+
+TEST_F(ClientOutputTest, ACorkIsBounded)
+{
+    std::string buffer;
+    output_->cork(buffer);
+    const std::string response(1000, 'r');
+    int taken = 0;
+    while (output_->sendResponse(response))
+    {
+        ASSERT_LT(++taken, 200) << "without bound";
+        ASSERT_LT(buffer.size(), 2 * ClientOutput::gatheredMost);
+    }
+    output_->uncork();
+}
+
+TEST_F(ClientOutputTest, WhatTheCorkGatheredWaitsBehindWhatTheSocketDidNotTake)
+{
+    const std::string taken = congest();
+    std::string buffer;
+    output_->cork(buffer);
+    output_->sendResponse("first");
+    EXPECT_EQ(frames(std::string(2000, 'x')), SendStatus::congested);
+    output_->sendResponse("second");
+    output_->uncork();
+    std::string arrived = read();
+    while (!output_->empty())
+    {
+        ASSERT_TRUE(output_->onWritable());
+        arrived += read();
+    }
+    EXPECT_EQ(arrived, taken + "firstsecond");
+}
+
+TEST_F(ClientOutputTest, NothingGatheredIsWrittenAfterClose)
+{
+    std::string buffer;
+    output_->cork(buffer);
+    output_->sendResponse("first");
+    output_->close();
+    output_->uncork();
+    EXPECT_EQ(read(), "");
+    EXPECT_EQ(buffer, "");
+}
+
+class ClientOutputBurstTest : public ClientOutputTest
+{
+protected:
+    ClientOutputBurstTest()
+    {
+        const int size = 1024 * 1024;
+        setsockopt(sockets_[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+        while (frames(block_) == SendStatus::sent)
+        {
+            taken_ += block_.size();
+        }
+    }
+
+    const std::string block_ = std::string(10000, 'x');
+    std::size_t taken_ = 0;
+};
+
+TEST_F(ClientOutputBurstTest, EndsWithTheWriteThatPassesTheLimit)
+{
+    EXPECT_EQ(taken_, 40000u);
+    EXPECT_TRUE(wanted_);
+    EXPECT_TRUE(output_->empty()) << "the socket took everything";
+}
+
+TEST_F(ClientOutputBurstTest, ResponsesAreNotHeldUp)
+{
+    EXPECT_TRUE(output_->sendResponse("now"));
+    const std::string arrived = read();
+    EXPECT_EQ(arrived.substr(arrived.size() - 3), "now");
+}
+
+TEST_F(ClientOutputBurstTest, ReportsAreNotHeldUp)
+{
+    EXPECT_EQ(frames("report"), SendStatus::sent);
+    EXPECT_EQ(frames(block_), SendStatus::congested);
+}
+
+TEST_F(ClientOutputBurstTest, TheNextOneBeginsWhenTheLoopComesRound)
+{
+    EXPECT_EQ(frames(block_), SendStatus::congested);
+    ASSERT_TRUE(output_->onWritable());
+    EXPECT_EQ(frames(block_), SendStatus::sent);
+}
+
+TEST_F(ClientOutputTest, FramesAtTheirUsualDistanceAreNoBurst)
+{
+    const std::string frame(3000, 'x');
+    for (int i = 0; i < 100; ++i)
+    {
+        ASSERT_EQ(frames(frame), SendStatus::sent);
+        read();
+        nowMs_ += 20;
+    }
 }
 
 TEST_F(ClientOutputTest, AClosedSocketTakesNothing)
