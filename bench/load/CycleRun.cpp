@@ -56,6 +56,11 @@ bool CycleRun::run(Report& report)
     const ProcessUse after =
         options_.serverProcess != 0 ? ProcessUse::of(options_.serverProcess) : ProcessUse();
     ending_ = true;
+    if (options_.keepWarm && sessions_[0]->playing())
+    {
+        ++active_;
+        sessions_[0]->teardown();
+    }
     for (const std::int64_t end = nowNs() + endGrace; active_ > 0 && nowNs() < end;)
     {
         poller_.wait(100);
@@ -127,7 +132,7 @@ void CycleRun::onPacket(ClientSession& session, PictureStart picture)
 
 void CycleRun::onEnded(ClientSession& session)
 {
-    ++completed_;
+    completed_ += &session != warm_ ? 1 : 0;
     if (ending_)
     {
         --active_;

@@ -1,6 +1,8 @@
 import json
 import subprocess
 
+from server import wait_until
+
 
 def load(build_folder, server, *arguments):
     run = subprocess.run(
@@ -24,3 +26,4 @@ def test_sessions_one_after_the_other_leave_nothing(build_folder, server, transp
                   "--until-key-frame", "--keep-warm", "--seconds", "2")
     assert result["failed"] == 0 and result["unfinished"] == 0
     assert result["cycles"] > 100
+    wait_until(lambda: server.sessions() == 0 and server.connections() == 0, 5, "nothing is left")
