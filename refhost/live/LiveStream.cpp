@@ -1,20 +1,12 @@
 #include "refhost/live/LiveStream.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace refhost
 {
-namespace
-{
-
-/// A key picture that did not come within this time is asked for again.
-constexpr std::int64_t keyRequestGapMs = 500;
-
-}  // namespace
 
 LiveStream::LiveStream(const std::shared_ptr<StreamSource>& source, const LiveSettings& settings)
-    : source_(source), settings_(settings), keyRequestedMs_(std::numeric_limits<std::int64_t>::min() / 2)
+    : source_(source), settings_(settings)
 {
 }
 
@@ -62,25 +54,6 @@ void LiveStream::leave(const LiveTrack& track)
         return true;
     };
     taps_.erase(std::remove_if(taps_.begin(), taps_.end(), idle), taps_.end());
-}
-
-void LiveStream::requestKeyFrame()
-{
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        const std::int64_t now = settings_.clock->monotonicMs();
-        const std::uint32_t keys = past_->keyPictures.load(std::memory_order_relaxed);
-        if (keys == keysAtRequest_ && now - keyRequestedMs_ < keyRequestGapMs)
-        {
-            return;
-        }
-        keysAtRequest_ = keys;
-        keyRequestedMs_ = now;
-    }
-    if (const auto source = source_.lock())
-    {
-        source->requestKeyFrame();
-    }
 }
 
 }  // namespace refhost

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -39,10 +38,6 @@ public:
     /// Ends one use().
     void leave(const LiveTrack& track);
 
-    /// Asks the source for a key picture, unless one is on its way: many viewers who start at once need but
-    /// one.
-    void requestKeyFrame();
-
 private:
     struct Tap
     {
@@ -57,8 +52,6 @@ private:
     const std::shared_ptr<StreamPast> past_ = std::make_shared<StreamPast>();
     std::mutex mutex_;
     std::vector<Tap> taps_;
-    std::uint32_t keysAtRequest_ = 0;
-    std::int64_t keyRequestedMs_;
 };
 
 }  // namespace refhost

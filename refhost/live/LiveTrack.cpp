@@ -118,10 +118,6 @@ std::uint64_t LiveTrack::push(AccessUnitPtr unit, std::uint32_t& epoch)
         start_ = index;
         startable_ = true;
     }
-    if (unit->keyFrame && video_)
-    {
-        past_->keyPictures.fetch_add(1, std::memory_order_relaxed);
-    }
     ringBytes_ += unit->bytes.size();
     ring_.push_back({std::move(unit), epoch_});
     epoch = epoch_;

@@ -34,8 +34,6 @@ struct StreamPast
     static constexpr std::int64_t none = std::numeric_limits<std::int64_t>::max();
     /// Capture time of the oldest picture that is kept; the sound keeps as much.
     std::atomic<std::int64_t> videoSinceNs{none};
-    /// How many key pictures came so far.
-    std::atomic<std::uint32_t> keyPictures{0};
 };
 
 /// One track of a camera stream in packets of one size: a ring of its latest access units and the sessions

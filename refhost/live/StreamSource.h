@@ -44,7 +44,9 @@ public:
     /// Takes one viewer back. Some seconds after the last one the source stops, unless another comes.
     virtual void release() = 0;
 
-    /// Asks the encoder for a key picture at once, where there is an encoder to ask.
+    /// Asks the encoder for a key picture soon, where there is an encoder to ask. Key pictures are big:
+    /// requests that come close together are answered by one, and the source sees to it that viewers who
+    /// start again and again do not have them made at will.
     virtual void requestKeyFrame() = 0;
 };
 

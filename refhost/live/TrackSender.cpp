@@ -112,7 +112,8 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
     viewed_->acquire();
     if (video_ && !startingPoint(nullptr, playedMs_).unit)
     {
-        stream_->requestKeyFrame();
+        // Now, though the way is held: the encoder works while the answer goes out.
+        viewed_->requestKeyFrame();
     }
     return 0;
 }
@@ -154,7 +155,11 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
         return;
     }
     const std::int64_t nowMs = fresh != nullptr ? fresh->nowMs : settings_.clock->monotonicMs();
-    if (!started_ ? !start(picture, nowMs) : waitsForPicture(fresh, picture))
+    if (!started_ && !start(picture, nowMs))
+    {
+        return;
+    }
+    if (waitsForPicture(fresh, picture))
     {
         return;
     }

@@ -124,22 +124,6 @@ TEST_F(LiveDispatcherTest, WithoutGopCacheEachStartAsksForANewKeyPicture)
     EXPECT_EQ(2, source->keyRequests.load());
 }
 
-TEST_F(LiveDispatcherTest, ViewersWhoStartAtOnceAskForOneKeyPicture)
-{
-    settings.gopCache = false;
-    make();
-    for (const char* session : {"a", "b", "c"})
-    {
-        setUp(session, video);
-        play(session, video);
-    }
-    EXPECT_EQ(1, source->keyRequests.load());
-    clock.advanceMs(600);
-    setUp("d", video);
-    play("d", video);
-    EXPECT_EQ(2, source->keyRequests.load());
-}
-
 TEST_F(LiveDispatcherTest, HeadersAreTheSessionsOwn)
 {
     const auto wire = setUp("s", video);
