@@ -59,13 +59,14 @@ def check_sender_reports(capture, client):
     fields = ("rtcp.pt", "rtcp.senderssrc", "rtcp.sender.packetcount", "rtcp.sdes.text", "rtcp.length_check")
     for frame in capture.dissect("rtcp", *fields):
         assert set(frame.get("rtcp.length_check", ["1"])) <= {"1", "True"}
-        kinds = numbers(frame["rtcp.pt"])
-        assert kinds[0] in (200, 201), "a compound packet begins with a report"
-        if kinds[0] == 200:
-            assert 202 in kinds, "and describes its source"
-            ssrc = numbers(frame["rtcp.senderssrc"])[0]
-            reports.setdefault(ssrc, []).append(numbers(frame["rtcp.sender.packetcount"])[0])
-            names.update(frame["rtcp.sdes.text"])
+        names.update(frame["rtcp.sdes.text"])
+        # Over TCP one frame may hold the reports of both tracks.
+        compounds = split_at_reports(numbers(frame["rtcp.pt"]))
+        ssrcs, counts = numbers(frame["rtcp.senderssrc"]), numbers(frame["rtcp.sender.packetcount"])
+        assert len(compounds) == len(ssrcs) == len(counts)
+        for kinds, ssrc, count in zip(compounds, ssrcs, counts):
+            assert kinds in ([200, 202], [200, 202, 203]), "a report, who it is of, and at the end a goodbye"
+            reports.setdefault(ssrc, []).append(count)
             if 203 in kinds:
                 byes.add(ssrc)
     for track in client.tracks:
@@ -74,3 +75,10 @@ def check_sender_reports(capture, client):
         assert counts == sorted(counts) and counts[-1] > counts[0]
     assert len(names) == 1, "one CNAME for all tracks of a session"
     assert byes == {track.ssrc for track in client.tracks}
+
+
+def split_at_reports(kinds):
+    """Packet types of several compound packets, one list each: every one begins with a report."""
+    assert kinds[0] in (200, 201), "a compound packet begins with a report"
+    starts = [i for i, kind in enumerate(kinds) if kind in (200, 201)]
+    return [kinds[a:b] for a, b in zip(starts, [*starts[1:], len(kinds)])]
