@@ -325,7 +325,7 @@ void EventLoop::Impl::guarded(const Call& call) const
     }
     catch (const std::exception& error)
     {
-        Log::error("{}: a handler failed: {}", name, error.what());
+        Log::error("{}: a handler failed: {}", name, Log::safe(error.what()));
     }
     catch (...)
     {
