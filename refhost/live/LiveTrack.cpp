@@ -108,6 +108,12 @@ void LiveTrack::leave(Seat& seat)
     membersChanged_.store(true, std::memory_order_release);
 }
 
+std::size_t LiveTrack::viewers() const
+{
+    const std::lock_guard<std::mutex> guard(membersMutex_);
+    return members_.size();
+}
+
 std::uint64_t LiveTrack::push(AccessUnitPtr unit, std::uint32_t& epoch)
 {
     const std::lock_guard<std::mutex> guard(ringMutex_);

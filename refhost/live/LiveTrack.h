@@ -90,6 +90,8 @@ public:
     void join(std::shared_ptr<LiveSession> session, Seat& seat);
     /// The session may be pumped once more, if a unit is just being dealt out.
     void leave(Seat& seat);
+    /// How many sessions have a seat.
+    std::size_t viewers() const;
 
 private:
     struct Entry
@@ -124,7 +126,7 @@ private:
     std::uint32_t epoch_ = 0;
     std::atomic<std::uint64_t> head_{0};  // written under the lock
 
-    std::mutex membersMutex_;
+    mutable std::mutex membersMutex_;
     std::vector<Member> members_;
     std::atomic<bool> membersChanged_{false};             // written under the lock
     std::vector<std::shared_ptr<LiveSession>> audience_;  // the source's thread's copy of members_

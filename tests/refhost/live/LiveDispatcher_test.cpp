@@ -216,6 +216,24 @@ TEST_F(LiveDispatcherTest, ViewersAreCountedExactlyOnce)
     EXPECT_EQ(0U, dispatcher->trackCount());
 }
 
+TEST_F(LiveDispatcherTest, OnlyPlayingTracksSitInTheFanOut)
+{
+    setUp("s", video);
+    setUp("t", video);
+    const auto track = std::dynamic_pointer_cast<LiveTrack>(source->sinks(video).front());
+    EXPECT_EQ(0U, track->viewers());
+    play("s", video);
+    play("s", video);
+    play("t", video);
+    EXPECT_EQ(2U, track->viewers());
+    pause("s", video);
+    EXPECT_EQ(1U, track->viewers());
+    play("s", video);
+    remove("s", video);
+    remove("t", video);
+    EXPECT_EQ(0U, track->viewers());
+}
+
 TEST_F(LiveDispatcherTest, InitReplacesTheTrackWithTheSameKeys)
 {
     const auto former = setUp("s", video);

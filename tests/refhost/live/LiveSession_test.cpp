@@ -75,6 +75,8 @@ private:
 
 class LiveSessionTest : public LiveFixture
 {
+protected:
+    void deliverBesideBusySound(bool byPlay);
 };
 
 TEST_F(LiveSessionTest, AFanOutDoesNotWaitForASessionThatIsBusyElsewhere)
@@ -102,6 +104,55 @@ TEST_F(LiveSessionTest, AFanOutDoesNotWaitForASessionThatIsBusyElsewhere)
     // The thread that held the session did the work that was left to it.
     EXPECT_EQ(8U, wire->units().size());
     EXPECT_TRUE(wire->contiguous());
+}
+
+/// Pictures come while another thread is busy with the session's sound, behind the pictures.
+void LiveSessionTest::deliverBesideBusySound(bool byPlay)
+{
+    Gate entered;
+    Gate leave;
+    const auto pictures = setUp("s", video);
+    play("s", video);
+    tickVideo();
+    const auto wire = std::make_shared<Wire>();
+    EXPECT_EQ(0, dispatcher->initTrack(stream, "s", audio, trackInfo(audio), 1364));
+    SafePointer<StuckTransport> way(new StuckTransport(wire, entered, leave));
+    EXPECT_EQ(0, dispatcher->addConnection(stream, "s", audio, way));
+    tickAudio();
+    if (!byPlay)
+    {
+        way->hold();
+        play("s", audio);
+    }
+    std::thread busy(
+        [&]
+        {
+            if (byPlay)
+            {
+                play("s", audio);
+            }
+            else
+            {
+                way->release();
+            }
+        });
+    ASSERT_TRUE(entered.wait());
+    tickVideo();
+    tickVideo();
+    EXPECT_EQ(1U, pictures->units().size());
+    leave.open();
+    busy.join();
+    EXPECT_EQ(3U, pictures->units().size());
+}
+
+TEST_F(LiveSessionTest, WhoHoldsTheSessionSendsWhatCameMeanwhile)
+{
+    deliverBesideBusySound(true);
+}
+
+TEST_F(LiveSessionTest, WhoPumpsTheSessionSendsWhatCameMeanwhile)
+{
+    deliverBesideBusySound(false);
 }
 
 TEST_F(LiveSessionTest, RemoveWaitsForAPacketThatIsJustLeaving)

@@ -230,6 +230,30 @@ TEST_F(TrackSenderTest, SoundStartsAtTheKeyPictureWhicheverIsPlayedFirst)
     }
 }
 
+TEST_F(TrackSenderTest, SoundAskedFirstKeepsItsMappingOverAPause)
+{
+    const auto pictures = setUp("s", video);
+    const auto sound = setUp("s", audio);
+    hold("s");
+    play("s", video);
+    play("s", audio);
+    release("s");
+    ticks(10);
+    const SentPacket before = sound->packets.front();
+    pause("s", video);
+    pause("s", audio);
+    ticks(20);
+    const std::size_t sent = sound->packets.size();
+    hold("s");
+    play("s", video);
+    play("s", audio);
+    const RTPPacketInfo info = rtpInfo("s", audio);
+    release("s");
+    const SentPacket& after = sound->packets[sent];
+    expectFirst(info, after);
+    EXPECT_EQ(after.unit->rtpTimestamp - before.unit->rtpTimestamp, after.timestamp - before.timestamp);
+}
+
 TEST_F(TrackSenderTest, SoundWaitsForAPictureThatIsStillToCome)
 {
     const auto pictures = setUp("s", video);
@@ -605,6 +629,24 @@ TEST_F(TrackSenderTest, APauseInTheMiddleOfAUnitDropsItsRest)
     ticks(20);
     play("s", video);
     EXPECT_TRUE(wire->packets[torn].unit->keyFrame);
+    EXPECT_TRUE(wire->contiguous());
+}
+
+TEST_F(TrackSenderTest, AKeyPictureTornByAPauseIsNotSentAgain)
+{
+    const auto wire = setUp("s", video);
+    wire->capacity = 4;
+    play("s", video);
+    tick();
+    EXPECT_EQ(4U, wire->packets.size());
+    pause("s", video);
+    wire->capacity = SIZE_MAX;
+    play("s", video);
+    EXPECT_EQ(4U, wire->packets.size());
+    EXPECT_EQ(2, source->keyRequests.load());
+    picture = gop;
+    tick();
+    EXPECT_TRUE(wire->packets[4].unit->keyFrame);
     EXPECT_TRUE(wire->contiguous());
 }
 

@@ -1,0 +1,199 @@
+#include "refhost/live/LiveTrack.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "refhost/live/LiveSession.h"
+#include "tests/refhost/live/LiveFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+constexpr std::int64_t ms = 1'000'000;
+
+class LiveTrackTest : public testing::Test
+{
+protected:
+    LiveTrackTest()
+    {
+        settings.clock = &clock;
+    }
+
+    std::shared_ptr<LiveTrack> make(bool video)
+    {
+        return std::make_shared<LiveTrack>(video, past, settings);
+    }
+
+    static AccessUnitPtr unit(std::int64_t captureMs, bool key, std::size_t packets = 1)
+    {
+        return makeUnit(static_cast<std::uint32_t>(captureMs * 90), captureMs * ms, key, packets);
+    }
+
+    ManualClock clock;
+    LiveSettings settings;
+    std::shared_ptr<StreamPast> past = std::make_shared<StreamPast>();
+};
+
+TEST_F(LiveTrackTest, KeepsThePresentGroupOfPicturesAndTheOneBefore)
+{
+    const auto track = make(true);
+    for (int i = 0; i < 25; ++i)
+    {
+        track->onAccessUnit(unit(i * 40, i % 10 == 0));
+    }
+    const LiveTrack::View view = track->look(12);
+    EXPECT_EQ(10U, view.base);
+    EXPECT_EQ(25U, view.head);
+    EXPECT_TRUE(view.startable);
+    EXPECT_EQ(20U, view.newest);
+    EXPECT_EQ(12 * 40 * ms, view.at.unit->captureTimeNs);
+    EXPECT_EQ(nullptr, track->look(9).at.unit);
+    EXPECT_EQ(nullptr, track->look(25).at.unit);
+    EXPECT_EQ(20U, track->newestStart().index);
+}
+
+TEST_F(LiveTrackTest, UnitsInFrontOfTheFirstKeyPictureAreNoStart)
+{
+    const auto track = make(true);
+    track->onAccessUnit(unit(0, false));
+    EXPECT_EQ(nullptr, track->newestStart().unit);
+    track->onAccessUnit(unit(40, true));
+    EXPECT_EQ(1U, track->newestStart().index);
+    EXPECT_EQ(1U, track->look(0).base);
+}
+
+TEST_F(LiveTrackTest, AGroupTooBigForTheRingIsNoStartAnyMore)
+{
+    settings.ringBytes = 10000;
+    const auto track = make(true);
+    track->onAccessUnit(unit(0, true, 3));
+    for (int i = 1; i < 10; ++i)
+    {
+        track->onAccessUnit(unit(i * 40, false, 3));
+    }
+    EXPECT_EQ(nullptr, track->newestStart().unit);
+    const LiveTrack::View view = track->look(0);
+    EXPECT_FALSE(view.startable);
+    EXPECT_EQ(7U, view.base);  // three units of 2,876 bytes
+    track->onAccessUnit(unit(400, true, 3));
+    EXPECT_EQ(10U, track->newestStart().index);
+}
+
+TEST_F(LiveTrackTest, AUnitBiggerThanTheRingIsKeptAlone)
+{
+    settings.ringBytes = 1000;
+    const auto track = make(true);
+    track->onAccessUnit(unit(0, true, 9));
+    EXPECT_NE(nullptr, track->newestStart().unit);
+}
+
+TEST_F(LiveTrackTest, TheNumberOfUnitsIsBounded)
+{
+    settings.ringUnits = 5;
+    const auto track = make(true);
+    for (int i = 0; i < 100; ++i)
+    {
+        track->onAccessUnit(unit(i * 40, i == 0));
+    }
+    EXPECT_EQ(95U, track->look(0).base);
+}
+
+TEST_F(LiveTrackTest, UnitsWithoutPacketsAreDropped)
+{
+    const auto track = make(true);
+    track->onAccessUnit(nullptr);
+    track->onAccessUnit(std::make_shared<AccessUnit>());
+    EXPECT_EQ(0U, track->head());
+}
+
+TEST_F(LiveTrackTest, SoundKeepsTwoSecondsByItselfAndMoreWhereThePictureNeedsIt)
+{
+    const auto sound = make(false);
+    for (int i = 0; i < 200; ++i)
+    {
+        sound->onAccessUnit(unit(i * 20, true));
+    }
+    EXPECT_EQ(99U, sound->look(0).base);
+    past->videoSinceNs = 100 * 20 * ms;
+    for (int i = 200; i < 400; ++i)
+    {
+        sound->onAccessUnit(unit(i * 20, true));
+    }
+    EXPECT_EQ(100U, sound->look(0).base);
+    past->videoSinceNs = StreamPast::none;
+    sound->onAccessUnit(unit(400 * 20, true));
+    EXPECT_EQ(300U, sound->look(0).base);
+}
+
+TEST_F(LiveTrackTest, FindsTheFirstUnitOfACaptureTime)
+{
+    const auto sound = make(false);
+    for (int i = 0; i < 50; ++i)
+    {
+        sound->onAccessUnit(unit(1000 + i * 20, true));
+    }
+    EXPECT_EQ(0U, sound->firstSince(0, 0).index);
+    EXPECT_EQ(10U, sound->firstSince(1200 * ms, 0).index);
+    EXPECT_EQ(11U, sound->firstSince(1200 * ms + 1, 0).index);
+    EXPECT_EQ(30U, sound->firstSince(1200 * ms, 30).index);
+    EXPECT_EQ(nullptr, sound->firstSince(9000 * ms, 0).unit);
+    EXPECT_EQ(nullptr, sound->firstSince(1200 * ms, 50).unit);
+    EXPECT_EQ(nullptr, sound->firstSince(1200 * ms, 5000).unit);
+}
+
+TEST_F(LiveTrackTest, ADiscontinuityForgetsEverythingAndPutsEverybodyBehind)
+{
+    const auto track = make(true);
+    track->onAccessUnit(unit(0, true));
+    EXPECT_EQ(0, past->videoSinceNs.load());
+    const std::uint64_t head = track->head();
+    track->onDiscontinuity();
+    EXPECT_EQ(StreamPast::none, past->videoSinceNs.load());
+    EXPECT_EQ(nullptr, track->newestStart().unit);
+    EXPECT_GT(track->look(0).base, head);
+    track->onAccessUnit(unit(40, true));
+    EXPECT_EQ(1U, track->newestStart().epoch);
+}
+
+TEST_F(LiveTrackTest, WhoLeavesIsLetGoWithTheNextUnit)
+{
+    const auto track = make(true);
+    std::vector<std::shared_ptr<LiveSession>> sessions;
+    std::vector<LiveTrack::Seat> seats(5, LiveTrack::noSeat);
+    for (LiveTrack::Seat& seat : seats)
+    {
+        sessions.push_back(std::make_shared<LiveSession>());
+        track->join(sessions.back(), seat);
+    }
+    track->onAccessUnit(unit(0, true));
+    for (const auto& session : sessions)
+    {
+        EXPECT_EQ(3, session.use_count());  // here, the list, and the copy of it that units are dealt out by
+    }
+    // In an order that moves others to freed seats.
+    std::size_t left = seats.size();
+    for (const std::size_t who : {1U, 4U, 0U, 3U, 2U})
+    {
+        track->leave(seats[who]);
+        EXPECT_EQ(LiveTrack::noSeat, seats[who]);
+        track->onAccessUnit(unit(40, false));
+        EXPECT_EQ(1, sessions[who].use_count());
+        --left;
+        std::size_t staying = 0;
+        for (const auto& session : sessions)
+        {
+            staying += session.use_count() == 3 ? 1U : 0U;
+        }
+        EXPECT_EQ(left, staying);
+    }
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
