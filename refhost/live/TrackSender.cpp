@@ -50,7 +50,7 @@ TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamK
 {
 }
 
-TrackSender::~TrackSender() = default;
+TrackSender::~TrackSender() noexcept = default;
 
 TrackSender::Beginning TrackSender::randomBeginning()
 {

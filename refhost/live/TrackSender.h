@@ -45,7 +45,7 @@ public:
     /// \param info     payload type, clock rate and kind are kept
     TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
                 std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name);
-    ~TrackSender() override;
+    ~TrackSender() noexcept override;
 
     bool is(const std::string& streamKey, const std::string& trackId) const
     {
