@@ -1,8 +1,8 @@
 #include "refhost/rtsp/ResponseWriter.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <string>
 
 #include "refhost/rtsp/SessionHeader.h"
@@ -19,7 +19,9 @@ constexpr const char* dateLine =
 
 std::string withoutDate(std::string_view response)
 {
-    return std::regex_replace(std::string(response), std::regex(dateLine), "");
+    std::string text(response);
+    const std::size_t date = text.find("Date: ");
+    return text.erase(date, text.find("\r\n", date) + 2 - date);
 }
 
 TEST(ResponseWriter, WritesStatusNumberDateAndServer)
@@ -27,7 +29,7 @@ TEST(ResponseWriter, WritesStatusNumberDateAndServer)
     ResponseWriter writer;
     writer.begin(rtspOk, "17");
     const std::string response(writer.finish());
-    EXPECT_TRUE(std::regex_search(response, std::regex(dateLine))) << response;
+    EXPECT_THAT(response, testing::ContainsRegex(dateLine));
     EXPECT_EQ(withoutDate(response), "RTSP/1.0 200 OK\r\nCSeq: 17\r\nServer: ovrtspd\r\n\r\n");
 }
 
