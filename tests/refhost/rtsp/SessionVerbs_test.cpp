@@ -1,9 +1,11 @@
 #include "refhost/rtsp/SessionVerbs.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <regex>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "refhost/live/LiveDispatcher.h"
 #include "tests/refhost/rtsp/FrontFixture.h"
@@ -25,15 +27,22 @@ struct RtpInfo
     std::uint32_t timestamp = 0;
 };
 
+std::string valueOf(const std::string& entry, const std::string& name)
+{
+    const std::size_t at = entry.find(name);
+    EXPECT_NE(at, std::string::npos) << name << " in " << entry;
+    const std::size_t begin = at + name.size();
+    return at == std::string::npos ? "0" : entry.substr(begin, entry.find(';', begin) - begin);
+}
+
 std::vector<RtpInfo> rtpInfo(const Received& response)
 {
-    const std::string text = response.header("RTP-Info");
-    const std::regex entry("url=([^;,]*);seq=([0-9]+);rtptime=([0-9]+)");
+    std::istringstream text(response.header("RTP-Info"));
     std::vector<RtpInfo> all;
-    for (std::sregex_iterator one(text.begin(), text.end(), entry), end; one != end; ++one)
+    for (std::string entry; std::getline(text, entry, ',');)
     {
-        all.push_back({(*one)[1], static_cast<unsigned>(std::stoul((*one)[2])),
-                       static_cast<std::uint32_t>(std::stoul((*one)[3]))});
+        all.push_back({valueOf(entry, "url="), static_cast<unsigned>(std::stoul(valueOf(entry, ";seq="))),
+                       static_cast<std::uint32_t>(std::stoul(valueOf(entry, ";rtptime=")))});
     }
     return all;
 }
@@ -65,13 +74,11 @@ TEST_F(SessionVerbsTest, SetupOverUdpNamesPortsSsrcAndSession)
         "SETUP", track(url(), 0),
         "Transport: RTP/SAVP;unicast;client_port=1-2,RTP/AVP;unicast;client_port=5000-5001\r\n");
     EXPECT_EQ(response.status, 200);
-    EXPECT_TRUE(std::regex_match(
-        response.header("Transport"),
-        std::regex("RTP/AVP;unicast;client_port=5000-5001;server_port=" + std::to_string(server->rtpPort()) +
-                   "-" + std::to_string(server->rtpPort() + 1) + ";ssrc=[0-9A-F]{8};mode=\"PLAY\"")))
-        << response.header("Transport");
-    EXPECT_TRUE(std::regex_match(response.header("Session"), std::regex("[0-9A-F]{16};timeout=60")))
-        << response.header("Session");
+    EXPECT_THAT(response.header("Transport"),
+                testing::MatchesRegex(
+                    "RTP/AVP;unicast;client_port=5000-5001;server_port=" + std::to_string(server->rtpPort()) +
+                    "-" + std::to_string(server->rtpPort() + 1) + ";ssrc=[0-9A-F]{8};mode=\"PLAY\""));
+    EXPECT_THAT(response.header("Session"), testing::MatchesRegex("[0-9A-F]{16};timeout=60"));
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
