@@ -11,7 +11,7 @@ case "${1:-}" in
     "") ;;
     --quick) stages=(dev) ;;
     *)
-        sed -n '2,5s/^# \{0,1\}//p' "$0" >&2
+        sed -n '2,5s/^# \{0,1\}//p' test.sh >&2
         exit 2
         ;;
 esac

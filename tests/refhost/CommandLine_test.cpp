@@ -1,6 +1,6 @@
 #include "refhost/CommandLine.h"
 
-#include <gmock/gmock.h>
+#include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 

@@ -1,6 +1,6 @@
 #include "refhost/base/MediaLogs.h"
 
-#include <gmock/gmock.h>
+#include <gmock/gmock-matchers.h>
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 

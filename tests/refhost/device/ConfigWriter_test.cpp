@@ -1,6 +1,6 @@
 #include "refhost/device/ConfigWriter.h"
 
-#include <gmock/gmock.h>
+#include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
