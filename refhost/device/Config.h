@@ -68,10 +68,11 @@ struct LimitsConfig
     int headerCount = 64;     ///< header lines in one request
     int headerBytes = 16384;  ///< request line and header lines together
     int bodyBytes = 65536;
-    int handshakeTimeout = 10;  ///< seconds from connect to the first complete request
-    int idleTimeout = 120;      ///< seconds without a byte on a connection that carries no session
-    int sessionTimeout = 60;    ///< seconds, told in the Session header
-    int orphanTimeout = 10;     ///< seconds that a UDP session outlives its connection unless heard of
+    int handshakeTimeout =
+        10;  ///< seconds from connect to the first complete request, and for any request to get whole
+    int idleTimeout = 120;    ///< seconds without a byte on a connection that carries no session
+    int sessionTimeout = 60;  ///< seconds, told in the Session header
+    int orphanTimeout = 10;   ///< seconds that a UDP session outlives its connection unless heard of
 
     bool operator==(const LimitsConfig& other) const;
 };

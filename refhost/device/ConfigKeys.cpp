@@ -120,7 +120,9 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             "body-bytes", "Bytes of a request's body.", [](Limits& l) -> int& { return l.bodyBytes; }, 0,
             16777216),
         number<Limits>(
-            "handshake-timeout", "Seconds from the connect to the end of the first request.",
+            "handshake-timeout",
+            "Seconds from the connect to the end of the first request, and from the first byte of a later "
+            "one to its end.",
             [](Limits& l) -> int& { return l.handshakeTimeout; }, 1, longestTime),
         number<Limits>(
             "idle-timeout", "Seconds that a connection without a session may be silent.",

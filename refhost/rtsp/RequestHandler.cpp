@@ -210,6 +210,10 @@ bool RequestHandler::authorize(Exchange& exchange)
     {
         return true;
     }
+    if (verdict == Authenticator::Verdict::denied && request.find("Authorization") != nullptr)
+    {
+        Log::debug("{}: wrong credentials for {}", link_.peer().text(), Log::safe(request.uri));
+    }
     ResponseWriter& out = exchange.begin(rtspUnauthorized);
     services_.authenticator.challenge(out, verdict == Authenticator::Verdict::stale);
     exchange.send();

@@ -68,8 +68,8 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, in
               }),
       reader_(readerLimits(services.limits)),
       handler_(services, *this),
-      openedMs_(services.clock()),
-      lastByteMs_(openedMs_)
+      begunMs_(services.clock()),
+      lastByteMs_(begunMs_)
 {
 }
 
@@ -166,6 +166,10 @@ void RtspConnection::handleItems(bool lastTry)
         switch (reader_.next(scratch.request))
         {
             case RequestReader::Item::none:
+                if (begunMs_ < 0 && reader_.kept() != 0)
+                {
+                    begunMs_ = services_.clock();
+                }
                 return;
             case RequestReader::Item::frame:
                 handler_.received(reader_.frame());
@@ -189,7 +193,8 @@ void RtspConnection::handleItems(bool lastTry)
             lingering_ = true;
             lingeringMs_ = services_.clock();
         }
-        // The next request has its own time to wait.
+        // The next request has its own time, to come and to wait.
+        begunMs_ = greeted_ ? -1 : begunMs_;
         lastTry = false;
         parkedMs_ = -1;
     }
@@ -265,12 +270,17 @@ bool RtspConnection::tooOld(std::int64_t nowMs)
     {
         return nowMs - lingeringMs_ >= lingerMs;
     }
-    if (!greeted_)
+    if (parked())
     {
-        return nowMs - openedMs_ >= std::int64_t{services_.limits.handshakeTimeout} * 1000;
+        return false;
+    }
+    const std::int64_t handshakeMs = std::int64_t{services_.limits.handshakeTimeout} * 1000;
+    if (begunMs_ >= 0 && nowMs - begunMs_ >= handshakeMs)
+    {
+        return true;
     }
     const std::int64_t idleMs = std::int64_t{services_.limits.idleTimeout} * 1000;
-    return !parked() && nowMs - lastByteMs_ >= idleMs && !handler_.carriesSession();
+    return nowMs - lastByteMs_ >= idleMs && !handler_.carriesSession();
 }
 
 SendStatus RtspConnection::writeFrames(const std::uint8_t* data, std::size_t size, bool more)

@@ -91,9 +91,9 @@ private:
     bool closed_ = false;
     bool doomed_ = false;     // close at the next chance
     bool lingering_ = false;  // everything was said; what the client still sends is dropped
-    bool greeted_ = false;    // a whole request came
     std::int64_t parkedMs_ = -1;
-    std::int64_t openedMs_;
+    bool greeted_ = false;  // a whole request came
+    std::int64_t begunMs_;  // when the client began what is not a whole request yet; -1: nothing is begun
     std::int64_t lastByteMs_;
     std::int64_t lingeringMs_ = 0;
     std::uint64_t bytesTakenBefore_ = 0;

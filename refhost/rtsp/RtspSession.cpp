@@ -33,7 +33,14 @@ public:
     {
         for (const SafePointer<RtpTransport>& transport : held_)
         {
-            transport->release();
+            try
+            {
+                transport->release();
+            }
+            catch (const std::exception& error)
+            {
+                Log::error("letting packets go failed: {}", error.what());
+            }
         }
     }
 

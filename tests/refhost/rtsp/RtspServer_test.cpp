@@ -26,7 +26,12 @@ protected:
     /// Lets the handshake time pass again and again: the server may see the client only after the first.
     bool endedAfterHandshakeTime(TestClient& client)
     {
-        for (int i = 0; i < 500; ++i)
+        return endedAfterHandshakeTimes(client, 500);
+    }
+
+    bool endedAfterHandshakeTimes(TestClient& client, int times)
+    {
+        for (int i = 0; i < times; ++i)
         {
             time.advance(config.limits.handshakeTimeout * 1000);
             if (client.ended(20))
@@ -132,6 +137,23 @@ TEST_F(RtspServerTest, AClientThatSaysNothingIsEndedAfterTheHandshakeTime)
     EXPECT_TRUE(endedAfterHandshakeTime(silent));
     EXPECT_TRUE(endedAfterHandshakeTime(drip));
     EXPECT_EQ(greeted.request("OPTIONS", "*").status, 200);
+}
+
+TEST_F(RtspServerTest, ALaterRequestThatDoesNotGetWholeEndsTheConnectionToo)
+{
+    config.limits.idleTimeout = 1000000;
+    start();
+    TestClient drip(server->port());
+    EXPECT_EQ(drip.request("OPTIONS", "*").status, 200);
+    setUpTcp(drip, 1);
+    EXPECT_FALSE(endedAfterHandshakeTimes(drip, 3)) << "it may wait between requests";
+    drip.send("OPTIONS * RTSP/1.0\r\nCS");
+    for (int i = 0; i < 500 && !drip.ended(20); ++i)
+    {
+        time.advance(config.limits.handshakeTimeout * 100);
+        drip.trySend("e");
+    }
+    EXPECT_TRUE(drip.ended());
 }
 
 TEST_F(RtspServerTest, AnIdleConnectionEndsUnlessItCarriesASession)
