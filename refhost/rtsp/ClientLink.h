@@ -23,6 +23,9 @@ public:
     /// blocks.
     virtual void sendResponse(std::string_view response) = 0;
 
+    /// Lets every response queued so far leave now, before packets that take another way. Never blocks.
+    virtual void flush() = 0;
+
     /// Where interleaved transports write to; goes with the connection.
     virtual std::weak_ptr<FrameWriter> frameWriter() = 0;
 

@@ -32,6 +32,12 @@ void ClientOutput::uncork()
     cork_ = nullptr;
 }
 
+void ClientOutput::flush()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    flushCork();
+}
+
 bool ClientOutput::sendResponse(std::string_view response)
 {
     const std::lock_guard<std::mutex> guard(mutex_);

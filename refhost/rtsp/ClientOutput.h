@@ -45,6 +45,8 @@ public:
     /// buffer is empty and the loop's own; it is used under this object's lock.
     void cork(std::string& buffer);
     void uncork();
+    /// Writes what is gathered now.
+    void flush();
 
     /// Queues a response.
     /// \returns false when the client does not take what it asks for, or the socket failed: end the

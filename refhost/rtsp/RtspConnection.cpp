@@ -293,6 +293,11 @@ void RtspConnection::notifyWhenWritable(std::weak_ptr<TransportListener> listene
     output_.notifyWhenWritable(std::move(listener));
 }
 
+void RtspConnection::flush()
+{
+    output_.flush();
+}
+
 void RtspConnection::sendResponse(std::string_view response)
 {
     if (!output_.sendResponse(response))

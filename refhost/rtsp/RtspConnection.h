@@ -55,6 +55,7 @@ public:
     void notifyWhenWritable(std::weak_ptr<TransportListener> listener) override;
 
     void sendResponse(std::string_view response) override;
+    void flush() override;
     std::weak_ptr<FrameWriter> frameWriter() override;
     const SocketAddress& peer() const override;
     const SocketAddress& local() const override;

@@ -44,7 +44,8 @@ public:
     struct PlayedTrack
     {
         std::string_view id;
-        bool known = false;  ///< `first` is filled in
+        bool known = false;        ///< `first` is filled in
+        bool interleaved = false;  ///< its packets take the connection of the answer, or another one like it
         RTPPacketInfo first;
     };
 

@@ -288,10 +288,21 @@ void SessionVerbs::play(Exchange& exchange)
                                                 out.header("Range", RangeHeader::live);
                                                 addRtpInfo(out, exchange.url.base, tracks);
                                                 exchange.send();
+                                                flushBeforeDatagrams(tracks);
                                             });
     if (status != rtspOk)
     {
         exchange.answer(status);
+    }
+}
+
+/// The answer stands in one queue with interleaved packets, but nothing keeps datagrams behind it.
+void SessionVerbs::flushBeforeDatagrams(const std::vector<RtspSession::PlayedTrack>& tracks)
+{
+    const auto byDatagram = [](const RtspSession::PlayedTrack& track) { return !track.interleaved; };
+    if (std::any_of(tracks.begin(), tracks.end(), byDatagram))
+    {
+        link_.flush();
     }
 }
 

@@ -12,9 +12,15 @@ segmentation-offload = false
 
 @pytest.fixture
 def session(serve, tmp_path, transport):
-    """A whole session of some seconds, captured; (capture, client, RTP-Info)."""
+    """A whole session of some seconds, captured; (capture, client, RTP-Info).
+
+    Somebody else watches already, so that the session begins at once with a key picture that is there.
+    """
     server = serve(CONFIG)
-    with RtspClient(server.url(), transport) as client:
+    with RtspClient(server.url(), transport) as viewer, RtspClient(server.url(), transport) as client:
+        viewer.open()
+        viewer.receive(lambda: len(viewer.packets(viewer.video())) > 100, "video")
+        assert viewer.request("PAUSE").status == 200
         client.describe()
         with Capture(tmp_path, server.port, client.media_ports()) as capture:
             client.setup_all()

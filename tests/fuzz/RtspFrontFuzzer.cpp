@@ -74,6 +74,8 @@ public:
         }
     }
 
+    void flush() override {}
+
     SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool) override
     {
         while (size > 0)

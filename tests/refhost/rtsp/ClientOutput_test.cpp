@@ -200,6 +200,25 @@ TEST_F(ClientOutputTest, ACorkGathersResponsesAndSmallFramesInTheirOrder)
     EXPECT_EQ(read(), "third");
 }
 
+TEST_F(ClientOutputTest, AFlushWritesWhatTheCorkGatheredAndGoesOnGathering)
+{
+    std::string buffer;
+    output_->cork(buffer);
+    output_->sendResponse("first");
+    output_->flush();
+    EXPECT_EQ(read(), "first");
+    output_->sendResponse("second");
+    EXPECT_EQ(read(), "");
+    output_->uncork();
+    EXPECT_EQ(read(), "second");
+}
+
+TEST_F(ClientOutputTest, AFlushWithoutACorkDoesNothing)
+{
+    output_->flush();
+    EXPECT_EQ(read(), "");
+}
+
 TEST_F(ClientOutputTest, ALargeFrameTakesWhatTheCorkGatheredAlong)
 {
     std::string buffer;
