@@ -8,9 +8,7 @@ class OV_HOST_API OrvaneTime
 public:
     /// \param seconds       whole seconds, not negative
     /// \param microseconds  0 to 999999
-    OrvaneTime(long seconds, long microseconds) : seconds_(seconds), microseconds_(microseconds)
-    {
-    }
+    OrvaneTime(long seconds, long microseconds) : seconds_(seconds), microseconds_(microseconds) {}
 
     long getSeconds() const
     {

@@ -32,13 +32,14 @@ public:
 
     /// Gives the track its way to the client. The dispatcher keeps a handle of its own until
     /// deleteRTPConnection().
-    int addRTPConnection(const std::string& streamKey, const std::string& sessionId, const std::string& trackId,
-                         const SafePointer<IConnection>& connection);
+    int addRTPConnection(const std::string& streamKey, const std::string& sessionId,
+                         const std::string& trackId, const SafePointer<IConnection>& connection);
 
     /// Starts sending, with a key frame first; a track that plays goes on.
     int play(const std::string& streamKey, const std::string& sessionId, const std::string& trackId);
 
-    /// Stops sending and keeps everything for the next play(); no packet of the track leaves after the return.
+    /// Stops sending and keeps everything for the next play(); no packet of the track leaves after the
+    /// return.
     int pause(const std::string& streamKey, const std::string& sessionId, const std::string& trackId);
 
     /// Ends the track: drops packetiser and connection. No packet leaves after the return.

@@ -9,7 +9,5 @@ class FakeDescription
 public:
     /// Video "trackID=0" and audio "trackID=1"; with a back channel also "trackID=2".
     static MediaInfo presentation(bool withBackChannel);
-    static SubMediaInfo video();
-    static SubMediaInfo audio();
     static SubMediaInfo backChannel();
 };

@@ -11,35 +11,10 @@
 
 #include "hostapi/threads/GThread.h"
 #include "support/SafePointer.h"
-#include "support/function_obj.h"
+#include "tests/ThreadCalls.h"
 
 namespace
 {
-
-/// A callable around any lambda.
-class Call : public function_obj_base<int>
-{
-public:
-    explicit Call(std::function<int()> target) : target_(std::move(target)) {}
-
-    int operator()() override
-    {
-        return target_();
-    }
-
-private:
-    std::function<int()> target_;
-};
-
-function<int> callOf(std::function<int()> target)
-{
-    return function<int>(new Call(std::move(target)));
-}
-
-function<int> nothing()
-{
-    return function<int>(new function_obj<int, int (*)()>(&GThread::emptyFun));
-}
 
 /// Counts events and lets a test wait for a number of them, with a bound.
 class Counter
@@ -70,7 +45,8 @@ private:
 
 SafePointer<GThread> makeThread(std::function<int()> body)
 {
-    return SafePointer<GThread>(new GThread(callOf(std::move(body)), "contract", nothing(), nothing()));
+    return SafePointer<GThread>(new GThread(ThreadCalls::of(std::move(body)), "contract",
+                                            ThreadCalls::nothing(), ThreadCalls::nothing()));
 }
 
 }  // namespace
@@ -167,15 +143,15 @@ TEST(GThreadContract, HooksRunOnceOnTheThreadAroundAllRuns)
         return 0;
     };
     {
-        const SafePointer<GThread> thread(new GThread(callOf(
+        const SafePointer<GThread> thread(new GThread(ThreadCalls::of(
                                                           [&]
                                                           {
                                                               note('r');
                                                               runs.add();
                                                               return 0;
                                                           }),
-                                                      "contract", callOf([&] { return note('b'); }),
-                                                      callOf([&] { return note('a'); })));
+                                                      "contract", ThreadCalls::of([&] { return note('b'); }),
+                                                      ThreadCalls::of([&] { return note('a'); })));
         thread->start();
         ASSERT_TRUE(runs.waitFor(3));
         thread->stop();
@@ -254,15 +230,15 @@ TEST(GThreadContract, BodyMayAskForTheEndItself)
     Counter runs;
     Counter after;
     GThread* self = nullptr;
-    const SafePointer<GThread> thread(new GThread(callOf(
+    const SafePointer<GThread> thread(new GThread(ThreadCalls::of(
                                                       [&]
                                                       {
                                                           runs.add();
                                                           self->stop();
                                                           return 0;
                                                       }),
-                                                  "contract", nothing(),
-                                                  callOf(
+                                                  "contract", ThreadCalls::nothing(),
+                                                  ThreadCalls::of(
                                                       [&]
                                                       {
                                                           after.add();
@@ -284,14 +260,14 @@ TEST(GThreadContract, DestructionStopsARunningThread)
     Counter runs;
     Counter after;
     {
-        const SafePointer<GThread> thread(new GThread(callOf(
+        const SafePointer<GThread> thread(new GThread(ThreadCalls::of(
                                                           [&]
                                                           {
                                                               runs.add();
                                                               return 0;
                                                           }),
-                                                      "contract", nothing(),
-                                                      callOf(
+                                                      "contract", ThreadCalls::nothing(),
+                                                      ThreadCalls::of(
                                                           [&]
                                                           {
                                                               after.add();
@@ -360,6 +336,6 @@ TEST(GThreadContract, StartAndStopFromManyThreadsLeaveItStopped)
 TEST(GThreadContract, EmptyFunReturnsZero)
 {
     EXPECT_EQ(0, GThread::emptyFun());
-    function<int> empty = nothing();
+    function<int> empty = ThreadCalls::nothing();
     EXPECT_EQ(0, empty());
 }

@@ -7,6 +7,7 @@
 #include "refhost/device/Device.h"
 #include "refhost/live/RtpTransport.h"
 #include "refhost/live/StreamSource.h"
+#include "tests/SampleTracks.h"
 #include "tests/hostcontract/HostUnderTest.h"
 
 namespace
@@ -57,22 +58,7 @@ class SilentSource : public refhost::StreamSource
 public:
     Description describe(std::vector<SubMediaInfo>& tracks) override
     {
-        SubMediaInfo video;
-        video.trackId = "trackID=0";
-        video.mediaType = "video";
-        video.encodingName = "H264";
-        video.payloadType = 96;
-        video.clockRate = 90000;
-        video.width = 1280;
-        video.height = 720;
-        SubMediaInfo audio;
-        audio.trackId = "trackID=1";
-        audio.mediaType = "audio";
-        audio.encodingName = "PCMU";
-        audio.payloadType = 0;
-        audio.clockRate = 8000;
-        audio.channels = 1;
-        tracks = {video, audio};
+        tracks = {SampleTracks::video(), SampleTracks::audio()};
         return Description::ready;
     }
     void attach(const std::string&, int, std::shared_ptr<refhost::AccessUnitSink>) override {}

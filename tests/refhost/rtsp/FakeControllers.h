@@ -73,8 +73,8 @@ public:
     int getMediaInfo(MediaInfo& out) override
     {
         out.clearAllSubMediaInfo();
-        out.addSubMediaInfo(FrontStream::videoTrack());
-        out.addSubMediaInfo(FrontStream::audioTrack());
+        out.addSubMediaInfo(SampleTracks::video());
+        out.addSubMediaInfo(SampleTracks::audio());
         return 0;
     }
 

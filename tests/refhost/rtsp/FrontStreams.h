@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "refhost/live/StreamSource.h"
+#include "tests/SampleTracks.h"
 #include "tests/refhost/live/LiveFakes.h"
 
 namespace refhost
@@ -27,35 +28,9 @@ public:
         const Description now = description.load();
         if (now == Description::ready)
         {
-            tracks = {videoTrack(), audioTrack()};
+            tracks = {SampleTracks::video(), SampleTracks::audio()};
         }
         return now;
-    }
-
-    static SubMediaInfo videoTrack()
-    {
-        SubMediaInfo track;
-        track.trackId = "trackID=0";
-        track.mediaType = "video";
-        track.encodingName = "H264";
-        track.formatParameters = "packetization-mode=1";
-        track.payloadType = 96;
-        track.clockRate = 90000;
-        track.width = 1280;
-        track.height = 720;
-        return track;
-    }
-
-    static SubMediaInfo audioTrack()
-    {
-        SubMediaInfo track;
-        track.trackId = "trackID=1";
-        track.mediaType = "audio";
-        track.encodingName = "PCMU";
-        track.payloadType = 0;
-        track.clockRate = 8000;
-        track.channels = 1;
-        return track;
     }
 
     std::atomic<Description> description{Description::ready};

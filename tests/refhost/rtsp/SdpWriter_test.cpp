@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "tests/SampleTracks.h"
+
 namespace refhost
 {
 namespace
@@ -13,29 +15,10 @@ namespace
 
 SubMediaInfo video()
 {
-    SubMediaInfo track;
-    track.trackId = "trackID=0";
-    track.mediaType = "video";
-    track.encodingName = "H264";
+    SubMediaInfo track = SampleTracks::video();
     track.formatParameters = "packetization-mode=1;profile-level-id=42C01F";
-    track.payloadType = 96;
-    track.clockRate = 90000;
     track.bitRate = 2000;
-    track.width = 1280;
-    track.height = 720;
     track.frameRate = 12.5;
-    return track;
-}
-
-SubMediaInfo audio()
-{
-    SubMediaInfo track;
-    track.trackId = "trackID=1";
-    track.mediaType = "audio";
-    track.encodingName = "PCMU";
-    track.payloadType = 0;
-    track.clockRate = 8000;
-    track.channels = 1;
     return track;
 }
 
@@ -44,7 +27,7 @@ MediaInfo presentation()
     MediaInfo info;
     info.mediaUrl = "orv/live/1/0";
     info.addSubMediaInfo(video());
-    info.addSubMediaInfo(audio());
+    info.addSubMediaInfo(SampleTracks::audio());
     return info;
 }
 
@@ -137,7 +120,7 @@ TEST(SdpWriter, LeavesOutWhatIsNotKnown)
 
 TEST(SdpWriter, NamesTheChannelsOfStereo)
 {
-    SubMediaInfo track = audio();
+    SubMediaInfo track = SampleTracks::audio();
     track.encodingName = "MPEG4-GENERIC";
     track.payloadType = 97;
     track.clockRate = 48000;
@@ -165,7 +148,7 @@ TEST(SdpWriter, WritesRatesWithoutTrailingZeros)
 
 TEST(SdpWriter, ShowsNoTalkBackTrack)
 {
-    SubMediaInfo back = audio();
+    SubMediaInfo back = SampleTracks::audio();
     back.setAudioBackInfoFlag(true);
     MediaInfo info;
     info.addSubMediaInfo(video());

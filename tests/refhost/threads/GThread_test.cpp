@@ -12,33 +12,10 @@
 #include <utility>
 
 #include "support/SafePointer.h"
-#include "support/function_obj.h"
+#include "tests/ThreadCalls.h"
 
 namespace
 {
-
-class Call : public function_obj_base<int>
-{
-public:
-    explicit Call(std::function<int()> target) : target_(std::move(target)) {}
-    int operator()() override
-    {
-        return target_();
-    }
-
-private:
-    std::function<int()> target_;
-};
-
-function<int> callOf(std::function<int()> target)
-{
-    return function<int>(new Call(std::move(target)));
-}
-
-function<int> nothing()
-{
-    return function<int>(new function_obj<int, int (*)()>(&GThread::emptyFun));
-}
 
 constexpr auto bound = std::chrono::seconds(10);
 
@@ -52,7 +29,8 @@ constexpr bool underSanitizer = false;
 /// later.
 void startWithoutMemory()
 {
-    const SafePointer<GThread> thread(new GThread(nothing(), "starved", nothing(), nothing()));
+    const SafePointer<GThread> thread(
+        new GThread(ThreadCalls::nothing(), "starved", ThreadCalls::nothing(), ThreadCalls::nothing()));
     std::ifstream statm("/proc/self/statm");
     rlim_t pages = 0;
     statm >> pages;
@@ -73,19 +51,19 @@ TEST(GThread, ShowsItsNameCutToWhatTheSystemHolds)
 {
     std::promise<std::string> name;
     bool told = false;
-    const SafePointer<GThread> thread(new GThread(callOf(
-                                                      [&]
-                                                      {
-                                                          char text[32] = {};
-                                                          pthread_getname_np(pthread_self(), text,
-                                                                             sizeof text);
-                                                          if (!std::exchange(told, true))
-                                                          {
-                                                              name.set_value(text);
-                                                          }
-                                                          return 0;
-                                                      }),
-                                                  "OVAudioBackDispatcherMgr", nothing(), nothing()));
+    const SafePointer<GThread> thread(
+        new GThread(ThreadCalls::of(
+                        [&]
+                        {
+                            char text[32] = {};
+                            pthread_getname_np(pthread_self(), text, sizeof text);
+                            if (!std::exchange(told, true))
+                            {
+                                name.set_value(text);
+                            }
+                            return 0;
+                        }),
+                    "OVAudioBackDispatcherMgr", ThreadCalls::nothing(), ThreadCalls::nothing()));
     ASSERT_NE(0, thread->start());
     auto future = name.get_future();
     ASSERT_EQ(std::future_status::ready, future.wait_for(bound));
@@ -111,7 +89,7 @@ TEST(GThread, LastHandleMayBeDroppedByTheBodyItself)
     auto handle = std::make_shared<SafePointer<GThread>>();
     std::weak_ptr<SafePointer<GThread>> seen = handle;
     std::promise<void> mayDrop;
-    *handle = SafePointer<GThread>(new GThread(callOf(
+    *handle = SafePointer<GThread>(new GThread(ThreadCalls::of(
                                                    [&, own = handle]() mutable
                                                    {
                                                        mayDrop.get_future().wait();
@@ -119,8 +97,8 @@ TEST(GThread, LastHandleMayBeDroppedByTheBodyItself)
                                                        dropped.set_value();
                                                        return 0;
                                                    }),
-                                               "self-ended", nothing(),
-                                               callOf(
+                                               "self-ended", ThreadCalls::nothing(),
+                                               ThreadCalls::of(
                                                    [&]
                                                    {
                                                        ended.set_value();
