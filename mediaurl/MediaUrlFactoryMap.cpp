@@ -23,6 +23,8 @@ MediaUrlFactoryMap::~MediaUrlFactoryMap() noexcept(false)
     factories_.clear();
 }
 
+// By value: hosts are linked against this signature.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void MediaUrlFactoryMap::registerFactory(int thirdPlatType, SafePointer<IMediaUrlFactory> factory)
 {
     OVMutexManager guard(mutex_, unit, __LINE__);
