@@ -214,6 +214,22 @@ TEST_F(RtspServerTest, RtcpKeepsASessionAlive)
     EXPECT_EQ(client.request("GET_PARAMETER", url(), session(overTcp)).status, 200);
 }
 
+TEST_F(RtspServerTest, AViewerThatOnlyTakesPicturesOverTcpIsAlive)
+{
+    start();
+    TestClient client(server->port());
+    const std::string id = setUpTcp(client, 1);
+    client.request("PLAY", url(), session(id));
+    for (int second = 0; second < 100; ++second)
+    {
+        picture(true, 1);
+        ASSERT_TRUE(client.frame(0).isRtp()) << "second " << second;
+        time.advance(1000);
+        client.receive(6);  // gives the server time to look
+    }
+    EXPECT_EQ(server->sessionCount(), 1u);
+}
+
 TEST_F(RtspServerTest, ATcpSessionEndsWithItsConnection)
 {
     start();
