@@ -183,7 +183,7 @@ RtspStatus RtspSession::play(std::string_view trackId, const AnswerPlay& answer)
         PlayedTrack entry;
         entry.id = track->id;
         entry.known = firstPacket_(id_, track->id, entry.first);
-        entry.interleaved = (*track->delivery.transport)->transportKind == IConnection::interleavedTcp;
+        entry.link = track->delivery.link;
         played.push_back(entry);
     }
     answer(played);

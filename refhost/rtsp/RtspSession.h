@@ -44,8 +44,8 @@ public:
     struct PlayedTrack
     {
         std::string_view id;
-        bool known = false;        ///< `first` is filled in
-        bool interleaved = false;  ///< its packets take the connection of the answer, or another one like it
+        bool known = false;      ///< `first` is filled in
+        std::uint64_t link = 0;  ///< serial of the connection that its packets take; 0 for UDP
         RTPPacketInfo first;
     };
 

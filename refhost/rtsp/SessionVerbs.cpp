@@ -280,27 +280,29 @@ void SessionVerbs::play(Exchange& exchange)
         exchange.answer(rangeStatus);
         return;
     }
-    const RtspStatus status = session->play(exchange.url.track,
-                                            [&](const std::vector<RtspSession::PlayedTrack>& tracks)
-                                            {
-                                                ResponseWriter& out = exchange.begin(rtspOk);
-                                                addSessionHeader(out, *session);
-                                                out.header("Range", RangeHeader::live);
-                                                addRtpInfo(out, exchange.url.base, tracks);
-                                                exchange.send();
-                                                flushBeforeDatagrams(tracks);
-                                            });
+    const auto answer = [&](const std::vector<RtspSession::PlayedTrack>& tracks)
+    {
+        ResponseWriter& out = exchange.begin(rtspOk);
+        addSessionHeader(out, *session);
+        out.header("Range", RangeHeader::live);
+        addRtpInfo(out, exchange.url.base, tracks);
+        exchange.send();
+        flushBeforePackets(tracks);
+    };
+    const RtspStatus status = session->play(exchange.url.track, answer);
     if (status != rtspOk)
     {
         exchange.answer(status);
     }
 }
 
-/// The answer stands in one queue with interleaved packets, but nothing keeps datagrams behind it.
-void SessionVerbs::flushBeforeDatagrams(const std::vector<RtspSession::PlayedTrack>& tracks)
+/// The answer stands in one queue with the packets of this connection, but nothing else keeps packets behind
+/// it.
+void SessionVerbs::flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& tracks)
 {
-    const auto byDatagram = [](const RtspSession::PlayedTrack& track) { return !track.interleaved; };
-    if (std::any_of(tracks.begin(), tracks.end(), byDatagram))
+    const auto elsewhere = [this](const RtspSession::PlayedTrack& track)
+    { return track.link != link_.serial(); };
+    if (std::any_of(tracks.begin(), tracks.end(), elsewhere))
     {
         link_.flush();
     }

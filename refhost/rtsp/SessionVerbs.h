@@ -65,7 +65,7 @@ private:
     RtspStatus makeDelivery(const TransportChoice& choice, const RtspSession& session,
                             RtspSession::Delivery& out, std::string& transportText);
     std::shared_ptr<RtspSession> sessionOf(Exchange& exchange);
-    void flushBeforeDatagrams(const std::vector<RtspSession::PlayedTrack>& tracks);
+    void flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& tracks);
     static void addRtpInfo(ResponseWriter& out, std::string_view base,
                            const std::vector<RtspSession::PlayedTrack>& tracks);
     void use(const std::shared_ptr<RtspSession>& session);

@@ -333,6 +333,26 @@ TEST_F(SessionVerbsTest, AnotherConnectionMayDriveASession)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
+TEST_F(SessionVerbsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay)
+{
+    const std::string warm = setUpTcp(*client_, 1);
+    client_->request("PLAY", url(), session(warm));
+    picture(true, 1);
+    ASSERT_TRUE(client_->frame(0).isRtp());
+
+    TestClient viewer(server->port());
+    const std::string overUdp = setUpUdp(viewer, rtp_);
+    viewer.send(TestClient::text("PLAY", url(), 100, session(overUdp), ""));
+    ASSERT_GE(rtp_.receive().size(), 12u);
+    EXPECT_EQ(viewer.receive(0).status, 200);
+
+    TestClient remote(server->port());
+    const std::string overTcp = setUpTcp(viewer, 1);
+    remote.send(TestClient::text("PLAY", url(), 100, session(overTcp), ""));
+    ASSERT_TRUE(viewer.frame(0).isRtp());
+    EXPECT_EQ(remote.receive(0).status, 200);
+}
+
 TEST_F(SessionVerbsTest, KeepAliveNamesTheSession)
 {
     const std::string id = setUpTcp(*client_, 1);
