@@ -1,3 +1,4 @@
+#include <gst/gst.h>
 #include <gst/rtp/gstrtcpbuffer.h>
 #include <gtest/gtest.h>
 
@@ -21,6 +22,7 @@ struct ReadReport
 {
     explicit ReadReport(const std::vector<std::uint8_t>& packet)
     {
+        gst_init(nullptr, nullptr);
         GstBuffer* buffer = gst_buffer_new_memdup(packet.data(), packet.size());
         GstRTCPBuffer rtcp = GST_RTCP_BUFFER_INIT;
         gst_rtcp_buffer_map(buffer, GST_MAP_READ, &rtcp);
