@@ -52,7 +52,7 @@ wait_for_url() {
     pid=$!
     servers+=("$pid")
     for _ in $(seq 100); do
-        url="$(grep -o 'rtsp://[^ ]*' "$work/out" | head -n 1 || true)"
+        url="$(grep -o 'rtsp://[^ ]*' "$work/out" 2>/dev/null | head -n 1 || true)"
         [ -n "$url" ] && return
         sleep 0.1
     done
@@ -71,6 +71,7 @@ run() {
     local row="$1" fields="$2" which field cells
     shift 2
     for which in ours theirs; do
+        rm -f "$work/out" # or the former server's URL would be taken for this one's
         "start_$which"
         "$build/rtsp_load" --url "$url" --server-pid "$pid" "$@" >"$work/result" || true
         cells=""
