@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 
 #include "refhost/live/GatedTransport.h"
@@ -38,9 +39,11 @@ public:
                          std::shared_ptr<SessionLiveness> liveness);
     ~InterleavedTransport() noexcept(false) override;
 
+    /// The key picture at once and the rest of its group with the next unit, however much it is: who comes
+    /// and goes within a frame's time costs no group of pictures.
     unsigned catchUpUnits() const override
     {
-        return 0;
+        return std::numeric_limits<unsigned>::max();
     }
 
     bool joinsUnits() const override

@@ -172,7 +172,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
     }
     while ((pace == 0 || credit_ > 0) && (unit_ || next(fresh, nowMs)))
     {
-        const bool another = pace == 0 && cursor_ + 1 < head;
+        const bool another = (pace == 0 || (credit_ > 1 && transport_->joinsUnits())) && cursor_ + 1 < head;
         if (!deliver(nowMs, more || another))
         {
             return;
