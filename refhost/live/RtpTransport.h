@@ -81,7 +81,7 @@ public:
     virtual SendStatus state() const = 0;
 
     /// How many access units of the past the way takes for each new one when a viewer catches up with the
-    /// live stream; 0 when it takes all at once because it tells when it is full.
+    /// live stream, after the first unit at once; 0 when it takes all at once from the start.
     virtual unsigned catchUpUnits() const = 0;
 
     /// Whether units that follow each other at once travel cheaper than one by one: sound may then wait a

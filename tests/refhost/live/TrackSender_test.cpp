@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -359,6 +360,24 @@ TEST_F(SoundRideTest, UnitsThatCatchUpAreJoinedUpToTheLast)
     for (const SentPacket& packet : packets)
     {
         EXPECT_EQ(packet.unit != packets.back().unit, packet.more);
+    }
+}
+
+TEST_F(SoundRideTest, AWayWithoutAPaceCatchesUpWithTheNextUnitInOneRun)
+{
+    begin();
+    ticks(20);
+    const auto wire = setUp("t", video, std::numeric_limits<unsigned>::max());
+    wire->joins = true;
+    play("t", video);
+    EXPECT_EQ(1U, wire->units().size());
+    const std::size_t ofTheKeyPicture = wire->packets.size();
+    tick();
+    EXPECT_EQ(23U, wire->units().size());
+    for (std::size_t i = ofTheKeyPicture; i < wire->packets.size(); ++i)
+    {
+        const SentPacket& packet = wire->packets[i];
+        EXPECT_EQ(packet.unit != wire->packets.back().unit, packet.more);
     }
 }
 
