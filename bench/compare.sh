@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Puts the same load on ovrtspd and on GStreamer's RTSP server, both with the same picture from the same encoder, and
-# prints a table for bench/README.md.
-# usage: bench/compare.sh [BUILD_FOLDER] [SECONDS]    (build/release, 10)
+# Puts the same load on ovrtspd and on GStreamer's RTSP server, both with the same bits, and prints
+# tables for bench/README.md.
+# usage: bench/compare.sh [BUILD_FOLDER] [SECONDS] [KBIT_PER_SECOND]    (build/release, 10, 2000)
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build="${1:-$root/build/release}"
 seconds="${2:-10}"
+rate="${3:-2000}"
 work="$(mktemp -d)"
 servers=()
 cleanup() {
@@ -17,7 +18,15 @@ cleanup() {
 }
 trap cleanup EXIT
 
-picture="videotestsrc is-live=true pattern=smpte horizontal-speed=2 ! video/x-raw,format=I420,width=1280,height=720,framerate=25/1 ! clockoverlay ! x264enc tune=zerolatency speed-preset=ultrafast bitrate=2000 vbv-buf-capacity=1000 key-int-max=25 bframes=0 trellis=false option-string=nal-hrd=cbr:sliced-threads=0 threads=1 ! h264parse config-interval=-1"
+# Encoded once, so that both servers send the same bits and neither spends time on an encoder. It is long enough for
+# one case and cannot be rewound, so that a client's PLAY does not start it anew for all.
+recording="$work/recording.mkv"
+gst-launch-1.0 -q videotestsrc num-buffers=$(((seconds + 45) * 25)) pattern=smpte horizontal-speed=2 \
+    ! video/x-raw,format=I420,width=1280,height=720,framerate=25/1 ! timeoverlay \
+    ! x264enc tune=zerolatency speed-preset=ultrafast bitrate="$rate" vbv-buf-capacity=1000 key-int-max=25 bframes=0 \
+        aud=false option-string=nal-hrd=cbr:sliced-threads=0 threads=2 \
+    ! h264parse ! matroskamux ! filesink location="$recording"
+picture="multifilesrc location=$recording ! matroskademux ! h264parse config-interval=-1 ! identity sync=true"
 
 # Each case starts its server anew, so that none inherits memory from the one before.
 start_ours() {
@@ -60,11 +69,11 @@ wait_for_url() {
     exit 1
 }
 stop() {
-    kill "$pid"
+    kill "$pid" 2>/dev/null || echo "    $1 ended by itself" >&2
     wait "$pid" 2>/dev/null || true
 }
 
-value() { awk -v name="$1" '$1 == name { print $2 }' "$work/result"; }
+value() { awk -v name="$1" '$1 == name { found = $2 } END { print found }' "$work/result"; }
 
 # run <name of the row> <fields to print> <arguments of rtsp_load>…: one row for each server
 run() {
@@ -76,15 +85,15 @@ run() {
         "$build/rtsp_load" --url "$url" --server-pid "$pid" "$@" >"$work/result" || true
         cells=""
         for field in $fields; do
-            cells+=" $(value "$field") |"
+            cells+=" $(value "$field" | sed 's/^$/-/') |"
         done
         echo "| $row | $([ "$which" = ours ] && echo ovrtspd || echo gst-rtsp-server) |$cells"
         grep -E '^(fault|failure) ' "$work/result" | sed "s/^/    /" >&2 || true
-        stop
+        stop "$which"
     done
 }
 
-echo "$(date -u +%F), $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'), Linux $(uname -r), load before: $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "$(date -u +%F), $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p'), Linux $(uname -r), load before: $(cut -d' ' -f1-3 /proc/loadavg), $rate kbit/s"
 echo
 echo "| cycles, 32 clients | server | cycles a second | failed | PLAY → first packet p50, ms | p99, ms | server, % of a core |"
 echo "|---|---|---|---|---|---|---|"
