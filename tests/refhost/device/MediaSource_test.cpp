@@ -319,14 +319,13 @@ TEST_F(MediaSourceTest, LaunchLineThatRunsFreelyLeavesInRealTime)
     stream.source.kind = SourceConfig::Kind::launch;
     stream.source.location =
         "videotestsrc ! video/x-raw,width=160,height=90,framerate=25/1 ! identity name=video";
+    const auto begin = std::chrono::steady_clock::now();
     open();
     const auto video = watch("trackID=0");
-    // A slow start is caught up with at first.
     ASSERT_TRUE(video->waitForUnits(40));
-    const auto begin = std::chrono::steady_clock::now();
-    ASSERT_TRUE(video->waitForUnits(60));
     const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - begin;
-    EXPECT_GE(lasted.count(), 0.5);
+    // A busy machine may hold pictures up and let them catch up; none comes before its time, 39 / 25 seconds.
+    EXPECT_GE(lasted.count(), 1.5);
 }
 
 TEST_F(MediaSourceTest, SourceThatGivesNothingFailsAtTheDeadline)
