@@ -16,10 +16,10 @@
 #include <string>
 #include <vector>
 
-#include "refhost/live/InterleavedTransport.h"
 #include "refhost/live/LiveDispatcher.h"
-#include "refhost/live/UdpAddress.h"
-#include "refhost/live/UdpServer.h"
+#include "refhost/rtp/InterleavedTransport.h"
+#include "refhost/rtp/UdpAddress.h"
+#include "refhost/rtp/UdpServer.h"
 #include "tests/refhost/live/LiveFakes.h"
 
 namespace

@@ -5,7 +5,7 @@
 #include <functional>
 #include <memory>
 
-#include "refhost/live/AccessUnit.h"
+#include "refhost/rtp/AccessUnit.h"
 
 namespace refhost
 {

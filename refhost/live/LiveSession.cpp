@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/live/RandomBytes.h"
+#include "refhost/base/RandomBytes.h"
 
 namespace refhost
 {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "refhost/live/LiveTrack.h"
-#include "refhost/live/RtcpWriter.h"
 #include "refhost/live/TrackSender.h"
+#include "refhost/rtp/RtcpWriter.h"
 
 namespace refhost
 {

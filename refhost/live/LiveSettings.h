@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "refhost/live/LiveClock.h"
+#include "refhost/base/HostClock.h"
 
 namespace refhost
 {
@@ -26,7 +26,7 @@ struct LiveSettings
     /// Mean time between two RTCP sender reports, milliseconds.
     std::int64_t reportIntervalMs = 5000;
     /// Not null, outlives the dispatcher.
-    const LiveClock* clock = &LiveClock::system();
+    const HostClock* clock = &HostClock::system();
 };
 
 }  // namespace refhost

@@ -9,8 +9,8 @@
 #include <mutex>
 #include <vector>
 
-#include "refhost/live/AccessUnit.h"
 #include "refhost/live/LiveSettings.h"
+#include "refhost/rtp/AccessUnit.h"
 
 namespace refhost
 {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "hostapi/description/SubMediaInfo.h"
-#include "refhost/live/AccessUnit.h"
+#include "refhost/rtp/AccessUnit.h"
 
 namespace refhost
 {

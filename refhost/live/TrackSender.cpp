@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
+#include "refhost/base/RandomBytes.h"
 #include "refhost/live/LiveSession.h"
-#include "refhost/live/RandomBytes.h"
 
 namespace refhost
 {

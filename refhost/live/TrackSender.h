@@ -10,10 +10,10 @@
 #include "hostapi/device/IConnection.h"
 #include "refhost/live/LiveStream.h"
 #include "refhost/live/LiveTrack.h"
-#include "refhost/live/RtcpReader.h"
-#include "refhost/live/RtcpWriter.h"
-#include "refhost/live/RtpTimeline.h"
-#include "refhost/live/RtpTransport.h"
+#include "refhost/rtp/RtcpReader.h"
+#include "refhost/rtp/RtcpWriter.h"
+#include "refhost/rtp/RtpTimeline.h"
+#include "refhost/rtp/RtpTransport.h"
 #include "support/SafePointer.h"
 
 namespace refhost

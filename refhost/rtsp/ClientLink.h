@@ -4,7 +4,7 @@
 #include <memory>
 #include <string_view>
 
-#include "refhost/live/InterleavedTransport.h"
+#include "refhost/rtp/InterleavedTransport.h"
 #include "refhost/rtsp/SocketAddress.h"
 
 namespace refhost

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "refhost/live/InterleavedTransport.h"
+#include "refhost/rtp/InterleavedTransport.h"
 #include "refhost/rtsp/MonotonicClock.h"
 
 namespace refhost

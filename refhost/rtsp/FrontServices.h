@@ -4,7 +4,7 @@
 #include <string>
 
 #include "refhost/device/Config.h"
-#include "refhost/live/UdpServer.h"
+#include "refhost/rtp/UdpServer.h"
 #include "refhost/rtsp/Authenticator.h"
 #include "refhost/rtsp/MediaRoutes.h"
 #include "refhost/rtsp/MonotonicClock.h"

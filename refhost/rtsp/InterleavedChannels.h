@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-#include "refhost/live/InterleavedTransport.h"
+#include "refhost/rtp/InterleavedTransport.h"
 #include "support/SafePointer.h"
 
 namespace refhost

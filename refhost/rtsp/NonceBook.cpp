@@ -7,7 +7,7 @@
 #include <memory>
 #include <utility>
 
-#include "refhost/live/RandomBytes.h"
+#include "refhost/base/RandomBytes.h"
 #include "refhost/rtsp/DigestAuth.h"
 #include "refhost/rtsp/RtspText.h"
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <mutex>
 
-#include "refhost/live/InterleavedTransport.h"
+#include "refhost/rtp/InterleavedTransport.h"
 #include "refhost/rtsp/ClientLink.h"
 #include "refhost/rtsp/ClientOutput.h"
 #include "refhost/rtsp/RequestHandler.h"

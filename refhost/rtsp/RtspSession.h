@@ -12,7 +12,7 @@
 
 #include "hostapi/description/RTPPacketInfo.h"
 #include "live/IRTSPController.h"
-#include "refhost/live/RtpTransport.h"
+#include "refhost/rtp/RtpTransport.h"
 #include "refhost/rtsp/InterleavedChannels.h"
 #include "refhost/rtsp/MediaRoutes.h"
 #include "refhost/rtsp/RtspStatus.h"

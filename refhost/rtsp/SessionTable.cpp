@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "refhost/base/Log.h"
-#include "refhost/live/RandomBytes.h"
+#include "refhost/base/RandomBytes.h"
 #include "refhost/rtsp/RtspText.h"
 
 namespace refhost

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "refhost/live/RtcpReader.h"
+#include "refhost/rtp/RtcpReader.h"
 
 namespace
 {

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "refhost/device/Device.h"
-#include "refhost/live/RtpTransport.h"
 #include "refhost/live/StreamSource.h"
+#include "refhost/rtp/RtpTransport.h"
 #include "tests/SampleTracks.h"
 #include "tests/hostcontract/HostUnderTest.h"
 

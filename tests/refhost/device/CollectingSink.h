@@ -5,7 +5,7 @@
 #include <mutex>
 #include <vector>
 
-#include "refhost/live/AccessUnit.h"
+#include "refhost/rtp/AccessUnit.h"
 
 namespace refhost
 {

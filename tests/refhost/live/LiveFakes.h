@@ -1,8 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -11,38 +9,14 @@
 #include <vector>
 
 #include "refhost/device/Device.h"
-#include "refhost/live/LiveClock.h"
 #include "refhost/live/LiveDispatcher.h"
-#include "refhost/live/RtpTransport.h"
 #include "refhost/live/StreamSource.h"
+#include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost
 {
 namespace test
 {
-
-/// A clock that a test sets.
-class ManualClock : public LiveClock
-{
-public:
-    std::int64_t wallNs() const override
-    {
-        return wallNs_.load();
-    }
-
-    std::int64_t monotonicMs() const override
-    {
-        return wallNs_.load() / 1'000'000;
-    }
-
-    void advanceMs(std::int64_t ms)
-    {
-        wallNs_.fetch_add(ms * 1'000'000);
-    }
-
-private:
-    std::atomic<std::int64_t> wallNs_{1'700'000'000'000'000'000};
-};
 
 /// A source that a test feeds by hand.
 class FakeSource : public StreamSource
@@ -162,180 +136,6 @@ public:
 private:
     const std::shared_ptr<StreamSource> source_;
 };
-
-/// One RTP packet as a client sees it.
-struct SentPacket
-{
-    std::uint32_t ssrc;
-    std::uint16_t sequence;
-    std::uint32_t timestamp;
-    std::uint8_t payloadType;
-    AccessUnitPtr unit;
-    std::size_t index;  ///< in the unit
-    bool last;          ///< of the unit
-    bool more;          ///< another unit was promised
-};
-
-/// What a FakeTransport saw, kept beyond its end.
-struct Wire
-{
-    std::mutex mutex;
-    std::vector<SentPacket> packets;
-    std::vector<std::vector<std::uint8_t>> rtcp;
-    std::vector<char> order;          ///< 'p' for each RTP packet, 'r' for each RTCP packet
-    std::size_t capacity = SIZE_MAX;  ///< packets that are still taken
-    SendStatus status = SendStatus::sent;
-    unsigned pace = 0;
-    bool joins = false;
-    std::weak_ptr<TransportListener> listener;
-
-    void ready()
-    {
-        if (const auto target = listener.lock())
-        {
-            target->onTransportReady();
-        }
-    }
-
-    /// Units whose packets left, in order.
-    std::vector<AccessUnitPtr> units()
-    {
-        const std::lock_guard<std::mutex> guard(mutex);
-        std::vector<AccessUnitPtr> found;
-        for (const SentPacket& packet : packets)
-        {
-            if (packet.index == 0)
-            {
-                found.push_back(packet.unit);
-            }
-        }
-        return found;
-    }
-
-    bool contiguous()
-    {
-        const std::lock_guard<std::mutex> guard(mutex);
-        for (std::size_t i = 1; i < packets.size(); ++i)
-        {
-            if (packets[i].sequence != static_cast<std::uint16_t>(packets[i - 1].sequence + 1))
-            {
-                return false;
-            }
-        }
-        return true;
-    }
-};
-
-/// A way that takes what its wire has room for.
-class FakeTransport : public RtpTransport
-{
-public:
-    explicit FakeTransport(std::shared_ptr<Wire> wire) : RtpTransport(interleavedTcp), wire_(std::move(wire))
-    {
-    }
-
-    void setListener(std::weak_ptr<TransportListener> listener) override
-    {
-        const std::lock_guard<std::mutex> guard(wire_->mutex);
-        wire_->listener = std::move(listener);
-    }
-
-    SendStatus state() const override
-    {
-        const std::lock_guard<std::mutex> guard(wire_->mutex);
-        return wire_->status;
-    }
-
-    unsigned catchUpUnits() const override
-    {
-        return wire_->pace;
-    }
-
-    bool joinsUnits() const override
-    {
-        return wire_->joins;
-    }
-
-    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
-                    bool more) override
-    {
-        const std::lock_guard<std::mutex> guard(wire_->mutex);
-        if (wire_->status != SendStatus::sent)
-        {
-            return {wire_->status, 0};
-        }
-        std::size_t sent = 0;
-        for (std::size_t i = firstPacket; i < unit->packets.size(); ++i, ++sent)
-        {
-            if (wire_->capacity == 0)
-            {
-                return {SendStatus::congested, sent};
-            }
-            --wire_->capacity;
-            wire_->packets.push_back({header.ssrc, static_cast<std::uint16_t>(header.sequence + sent),
-                                      header.timestamp, header.payloadType, unit, i,
-                                      i + 1 == unit->packets.size(), more});
-            wire_->order.push_back('p');
-        }
-        return {SendStatus::sent, sent};
-    }
-
-    void sendRtcp(const std::uint8_t* data, std::size_t size) override
-    {
-        const std::lock_guard<std::mutex> guard(wire_->mutex);
-        if (wire_->status != SendStatus::closed)
-        {
-            wire_->rtcp.emplace_back(data, data + size);
-            wire_->order.push_back('r');
-        }
-    }
-
-    void hold() override
-    {
-        set(SendStatus::held);
-    }
-
-    void release() override
-    {
-        set(SendStatus::sent);
-        wire_->ready();
-    }
-
-    void close() override
-    {
-        set(SendStatus::closed);
-    }
-
-private:
-    void set(SendStatus status)
-    {
-        const std::lock_guard<std::mutex> guard(wire_->mutex);
-        wire_->status = status;
-    }
-
-    const std::shared_ptr<Wire> wire_;
-};
-
-/// A unit of `count` packets of `size` payload bytes, the last one shorter.
-inline AccessUnitPtr makeUnit(std::uint32_t timestamp, std::int64_t captureNs, bool key, std::size_t count,
-                              std::size_t size = 1364, std::size_t lastSize = 100)
-{
-    auto unit = std::make_shared<AccessUnit>();
-    for (std::size_t i = 0; i < count; ++i)
-    {
-        const bool last = i + 1 == count;
-        std::vector<std::uint8_t> packet(AccessUnit::rtpHeaderSize + (last ? lastSize : size),
-                                         static_cast<std::uint8_t>(i + 1));
-        std::memset(packet.data(), 0xee, AccessUnit::rtpHeaderSize);
-        packet[0] = 0x80;
-        packet[1] = static_cast<std::uint8_t>((last ? 0x80 : 0) | 33);
-        unit->append(packet.data(), packet.size());
-    }
-    unit->rtpTimestamp = timestamp;
-    unit->captureTimeNs = captureNs;
-    unit->keyFrame = key;
-    return unit;
-}
 
 }  // namespace test
 }  // namespace refhost

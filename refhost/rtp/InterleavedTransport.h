@@ -5,7 +5,7 @@
 #include <limits>
 #include <memory>
 
-#include "refhost/live/GatedTransport.h"
+#include "refhost/rtp/GatedTransport.h"
 
 namespace refhost
 {

@@ -1,4 +1,4 @@
-#include "refhost/live/RtcpReader.h"
+#include "refhost/rtp/RtcpReader.h"
 
 namespace refhost
 {

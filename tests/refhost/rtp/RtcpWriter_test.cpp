@@ -1,4 +1,4 @@
-#include "refhost/live/RtcpWriter.h"
+#include "refhost/rtp/RtcpWriter.h"
 
 #include <gst/rtp/gstrtcpbuffer.h>
 #include <gtest/gtest.h>

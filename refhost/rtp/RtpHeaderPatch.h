@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "refhost/live/RtpTransport.h"
+#include "refhost/rtp/RtpTransport.h"
 
 namespace refhost
 {

@@ -1,4 +1,4 @@
-#include "refhost/live/UdpAddress.h"
+#include "refhost/rtp/UdpAddress.h"
 
 #include <arpa/inet.h>
 

@@ -1,4 +1,4 @@
-#include "refhost/live/UdpServer.h"
+#include "refhost/rtp/UdpServer.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -11,8 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "refhost/live/UdpAddress.h"
-#include "tests/refhost/live/LiveFakes.h"
+#include "refhost/rtp/UdpAddress.h"
+#include "support/SafePointer.h"
+#include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost
 {

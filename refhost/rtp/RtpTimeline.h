@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "refhost/live/AccessUnit.h"
+#include "refhost/rtp/AccessUnit.h"
 
 namespace refhost
 {

@@ -5,13 +5,13 @@
 namespace refhost
 {
 
-/// The two clocks that the live dispatch reads. A test brings its own.
+/// The two clocks that dispatch reads. A test brings its own.
 ///
 /// Threads: any.
-class LiveClock
+class HostClock
 {
 public:
-    virtual ~LiveClock() = default;
+    virtual ~HostClock() = default;
 
     /// Wall clock, nanoseconds since 1970; the clock of AccessUnit::captureTimeNs.
     virtual std::int64_t wallNs() const = 0;
@@ -19,7 +19,7 @@ public:
     virtual std::int64_t monotonicMs() const = 0;
 
     /// The system's clocks; valid until the process ends.
-    static const LiveClock& system();
+    static const HostClock& system();
 };
 
 }  // namespace refhost

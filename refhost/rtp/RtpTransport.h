@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "hostapi/device/IConnection.h"
-#include "refhost/live/AccessUnit.h"
+#include "refhost/rtp/AccessUnit.h"
 
 namespace refhost
 {

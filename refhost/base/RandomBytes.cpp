@@ -1,4 +1,4 @@
-#include "refhost/live/RandomBytes.h"
+#include "refhost/base/RandomBytes.h"
 
 #include <sys/random.h>
 

@@ -3,8 +3,8 @@
 #include <atomic>
 #include <cstddef>
 
-#include "refhost/live/RtpTransport.h"
-#include "refhost/live/UdpAddress.h"
+#include "refhost/rtp/RtpTransport.h"
+#include "refhost/rtp/UdpAddress.h"
 
 namespace refhost
 {

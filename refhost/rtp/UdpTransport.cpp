@@ -1,4 +1,4 @@
-#include "refhost/live/UdpTransport.h"
+#include "refhost/rtp/UdpTransport.h"
 
 #include <utility>
 

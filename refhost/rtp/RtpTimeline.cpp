@@ -1,4 +1,4 @@
-#include "refhost/live/RtpTimeline.h"
+#include "refhost/rtp/RtpTimeline.h"
 
 #include <algorithm>
 

@@ -1,10 +1,10 @@
-#include "refhost/live/InterleavedTransport.h"
+#include "refhost/rtp/InterleavedTransport.h"
 
 #include <algorithm>
 #include <utility>
 #include <vector>
 
-#include "refhost/live/RtpHeaderPatch.h"
+#include "refhost/rtp/RtpHeaderPatch.h"
 
 namespace refhost
 {

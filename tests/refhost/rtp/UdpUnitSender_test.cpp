@@ -1,4 +1,4 @@
-#include "refhost/live/UdpUnitSender.h"
+#include "refhost/rtp/UdpUnitSender.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -10,7 +10,7 @@
 #include <deque>
 #include <vector>
 
-#include "tests/refhost/live/LiveFakes.h"
+#include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost
 {

@@ -1,4 +1,4 @@
-#include "refhost/live/UdpSockets.h"
+#include "refhost/rtp/UdpSockets.h"
 
 #include <unistd.h>
 

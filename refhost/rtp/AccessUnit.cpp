@@ -1,4 +1,4 @@
-#include "refhost/live/AccessUnit.h"
+#include "refhost/rtp/AccessUnit.h"
 
 namespace refhost
 {

@@ -1,4 +1,4 @@
-#include "refhost/live/UdpUnitSender.h"
+#include "refhost/rtp/UdpUnitSender.h"
 
 #include <netinet/udp.h>
 
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <vector>
 
-#include "refhost/live/RtpHeaderPatch.h"
+#include "refhost/rtp/RtpHeaderPatch.h"
 
 #ifndef UDP_SEGMENT
 #define UDP_SEGMENT 103  // older C libraries do not know the kernel's option

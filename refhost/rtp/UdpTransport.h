@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "refhost/live/GatedTransport.h"
-#include "refhost/live/UdpAddress.h"
-#include "refhost/live/UdpSockets.h"
+#include "refhost/rtp/GatedTransport.h"
+#include "refhost/rtp/UdpAddress.h"
+#include "refhost/rtp/UdpSockets.h"
 
 namespace refhost
 {

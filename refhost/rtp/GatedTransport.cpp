@@ -1,8 +1,8 @@
-#include "refhost/live/GatedTransport.h"
+#include "refhost/rtp/GatedTransport.h"
 
 #include <utility>
 
-#include "refhost/live/LiveClock.h"
+#include "refhost/base/HostClock.h"
 
 namespace refhost
 {
@@ -36,7 +36,7 @@ void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
 {
     if (liveness_)
     {
-        liveness_->heard(LiveClock::system().monotonicMs());
+        liveness_->heard(HostClock::system().monotonicMs());
     }
     if (const auto target = listener())
     {

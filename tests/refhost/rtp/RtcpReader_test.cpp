@@ -1,4 +1,4 @@
-#include "refhost/live/RtcpReader.h"
+#include "refhost/rtp/RtcpReader.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "refhost/live/RtcpWriter.h"
+#include "refhost/rtp/RtcpWriter.h"
 
 namespace refhost
 {

@@ -1,4 +1,4 @@
-#include "refhost/live/InterleavedTransport.h"
+#include "refhost/rtp/InterleavedTransport.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,8 @@
 #include <memory>
 #include <vector>
 
-#include "tests/refhost/live/LiveFakes.h"
+#include "support/SafePointer.h"
+#include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost
 {

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <vector>
 
-#include "refhost/live/RtpTransport.h"
+#include "refhost/rtp/RtpTransport.h"
 
 namespace refhost
 {

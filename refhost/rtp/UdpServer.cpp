@@ -1,4 +1,4 @@
-#include "refhost/live/UdpServer.h"
+#include "refhost/rtp/UdpServer.h"
 
 #include <unistd.h>
 
@@ -6,9 +6,9 @@
 #include <cstring>
 #include <utility>
 
-#include "refhost/live/UdpAddress.h"
-#include "refhost/live/UdpSockets.h"
-#include "refhost/live/UdpTransport.h"
+#include "refhost/rtp/UdpAddress.h"
+#include "refhost/rtp/UdpSockets.h"
+#include "refhost/rtp/UdpTransport.h"
 
 namespace refhost
 {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "refhost/live/RtpTransport.h"
+#include "refhost/rtp/RtpTransport.h"
 #include "support/SafePointer.h"
 
 namespace refhost

@@ -1,4 +1,4 @@
-#include "refhost/live/LiveClock.h"
+#include "refhost/base/HostClock.h"
 
 #include <chrono>
 
@@ -7,7 +7,7 @@ namespace refhost
 namespace
 {
 
-class SystemClock : public LiveClock
+class SystemClock : public HostClock
 {
 public:
     std::int64_t wallNs() const override
@@ -25,7 +25,7 @@ public:
 
 }  // namespace
 
-const LiveClock& LiveClock::system()
+const HostClock& HostClock::system()
 {
     static const SystemClock clock;
     return clock;

@@ -8,9 +8,9 @@
 #include <string>
 #include <unordered_map>
 
-#include "refhost/live/GatedTransport.h"
-#include "refhost/live/UdpAddress.h"
-#include "refhost/live/UdpUnitSender.h"
+#include "refhost/rtp/GatedTransport.h"
+#include "refhost/rtp/UdpAddress.h"
+#include "refhost/rtp/UdpUnitSender.h"
 
 namespace refhost
 {
