@@ -10,7 +10,7 @@ enum HostStatus
     /// No such camera, or no such stream of it, is configured.
     hostStreamUnknown = -101,
     /// The stream is configured but not described yet; it was asked to start. Ask again when
-    /// StreamDirectory tells of a change.
+    /// ChangeSignal tells of a change.
     hostStreamNotReady = -102,
     /// The stream's source cannot be opened or gave nothing that can be sent.
     hostStreamFailed = -103,

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <utility>
@@ -23,13 +22,8 @@ public:
     ~CameraStreams() override;
 
     std::shared_ptr<StreamSource> find(int cameraId, int streamId) override;
-    int subscribe(std::function<void()> changed) override;
-    void unsubscribe(int id) override;
 
 private:
-    class Subscribers;
-
-    std::shared_ptr<Subscribers> subscribers_;
     std::map<std::pair<int, int>, std::shared_ptr<CameraStream>> streams_;
 };
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,7 +19,7 @@ public:
     enum class Description
     {
         ready,     ///< the tracks are known
-        starting,  ///< not known yet; the source was started and StreamDirectory will tell of the change
+        starting,  ///< not known yet; the source was started and ChangeSignal will tell of the change
         failed     ///< the source cannot be opened; the next describe() tries again
     };
 
@@ -50,7 +49,8 @@ public:
     virtual void requestKeyFrame() = 0;
 };
 
-/// The configured streams. One object serves the process; see Device.
+/// The configured streams. One object serves the process; see Device. When the description of some stream
+/// became ready or failed, it is announced on ChangeSignal::instance().
 class StreamDirectory
 {
 public:
@@ -58,13 +58,6 @@ public:
 
     /// \returns null when no such stream is configured
     virtual std::shared_ptr<StreamSource> find(int cameraId, int streamId) = 0;
-
-    /// Has `changed` called, on any thread and without a lock held, whenever the description of some stream
-    /// became ready or failed.
-    /// \returns a number for unsubscribe()
-    virtual int subscribe(std::function<void()> changed) = 0;
-    /// After the return the function is not called any more.
-    virtual void unsubscribe(int id) = 0;
 };
 
 }  // namespace refhost

@@ -13,8 +13,8 @@
 #include <thread>
 #include <utility>
 
+#include "refhost/base/ChangeSignal.h"
 #include "refhost/base/Log.h"
-#include "refhost/device/Device.h"
 
 namespace refhost
 {
@@ -142,18 +142,15 @@ void RtspServer::startLoops()
         loops_.push_back(std::make_unique<ConnectionLoop>("rtsp-" + std::to_string(i), services_, accepted_,
                                                           refused_, options_.sweepMilliseconds));
     }
-    if (const auto streams = Device::streams())
-    {
-        subscription_ = streams->subscribe(
-            [this]
+    subscription_ = ChangeSignal::instance().subscribe(
+        [this]
+        {
+            for (const auto& loop : loops_)
             {
-                for (const auto& loop : loops_)
-                {
-                    loop->retryParked();
-                }
-            });
-        subscribed_ = true;
-    }
+                loop->retryParked();
+            }
+        });
+    subscribed_ = true;
     EventLoop& first = loops_.front()->events();
     EventLoop& last = loops_.back()->events();
     UdpServer* const udp = services_.udp.get();
@@ -172,10 +169,7 @@ void RtspServer::stop()
     closeListener();
     if (std::exchange(subscribed_, false))
     {
-        if (const auto streams = Device::streams())
-        {
-            streams->unsubscribe(subscription_);
-        }
+        ChangeSignal::instance().unsubscribe(subscription_);
     }
     for (const auto& loop : loops_)
     {

@@ -75,11 +75,6 @@ public:
     {
         return cameraId == 1 && streamId == 0 ? source_ : nullptr;
     }
-    int subscribe(std::function<void()>) override
-    {
-        return 1;
-    }
-    void unsubscribe(int) override {}
 
 private:
     std::shared_ptr<refhost::StreamSource> source_ = std::make_shared<SilentSource>();

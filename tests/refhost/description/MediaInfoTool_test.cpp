@@ -39,11 +39,6 @@ public:
     {
         return cameraId == 3 && streamId == 1 ? stream : nullptr;
     }
-    int subscribe(std::function<void()>) override
-    {
-        return 0;
-    }
-    void unsubscribe(int) override {}
 
     std::shared_ptr<FakeStream> stream = std::make_shared<FakeStream>();
 };

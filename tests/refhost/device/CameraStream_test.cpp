@@ -328,7 +328,7 @@ TEST_F(CameraStreamTest, StreamMayEndWhileItStarts)
         {
             std::this_thread::yield();
         }
-        streams->unsubscribe(subscription);
+        ChangeSignal::instance().unsubscribe(subscription);
         source.reset();
         streams.reset();
     }

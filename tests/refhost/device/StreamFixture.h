@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/ChangeSignal.h"
 #include "refhost/device/CameraStreams.h"
 #include "tests/refhost/device/CollectingSink.h"
 
@@ -33,7 +34,7 @@ protected:
     {
         if (streams)
         {
-            streams->unsubscribe(subscription);
+            ChangeSignal::instance().unsubscribe(subscription);
         }
     }
 
@@ -45,7 +46,7 @@ protected:
         camera.streams.push_back(stream);
         config.cameras.push_back(camera);
         streams = std::make_unique<CameraStreams>(config, options);
-        subscription = streams->subscribe(
+        subscription = ChangeSignal::instance().subscribe(
             [this]
             {
                 const std::lock_guard<std::mutex> guard(mutex);

@@ -126,13 +126,6 @@ public:
         return cameraId == 1 && streamId == 0 ? source_ : nullptr;
     }
 
-    int subscribe(std::function<void()>) override
-    {
-        return 0;
-    }
-
-    void unsubscribe(int) override {}
-
 private:
     const std::shared_ptr<StreamSource> source_;
 };

@@ -1,11 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -46,41 +42,8 @@ public:
         return cameraId == 1 && (streamId == 0 || streamId == 1) ? streams[streamId] : nullptr;
     }
 
-    int subscribe(std::function<void()> changed) override
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        subscribers_[++last_] = std::move(changed);
-        return last_;
-    }
-
-    void unsubscribe(int id) override
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        subscribers_.erase(id);
-    }
-
-    void tell()
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        for (const auto& [id, changed] : subscribers_)
-        {
-            changed();
-        }
-    }
-
-    std::size_t subscriberCount()
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        return subscribers_.size();
-    }
-
     std::shared_ptr<FrontStream> streams[2] = {std::make_shared<FrontStream>(),
                                                std::make_shared<FrontStream>()};
-
-private:
-    std::mutex mutex_;
-    int last_ = 0;
-    std::map<int, std::function<void()>> subscribers_;
 };
 
 }  // namespace test

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "refhost/base/ChangeSignal.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "tests/refhost/rtsp/FrontFixture.h"
 
@@ -77,7 +78,7 @@ TEST_F(RtspConnectionTest, ARequestWaitsUntilItsStreamIsDescribed)
     EXPECT_EQ(other.request("DESCRIBE", url("orv/live/1/1")).status, 200) << "nobody else waits";
 
     stream().description = Description::ready;
-    streams->tell();
+    ChangeSignal::instance().announce();
     const Received describe = client_->response();
     EXPECT_EQ(describe.status, 200);
     EXPECT_EQ(describe.header("CSeq"), "1");
@@ -91,7 +92,7 @@ TEST_F(RtspConnectionTest, ASetupWaitsToo)
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
     EXPECT_EQ(server->sessionCount(), 0u);
     stream().description = Description::ready;
-    streams->tell();
+    ChangeSignal::instance().announce();
     EXPECT_EQ(client_->response().status, 200);
     EXPECT_EQ(server->sessionCount(), 1u);
 }
@@ -102,10 +103,10 @@ TEST_F(RtspConnectionTest, AChangeElsewhereLetsTheRequestWaitOn)
     client_->send(TestClient::text("DESCRIBE", url(), 1, "", ""));
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
     const int before = stream().described;
-    streams->tell();
+    ChangeSignal::instance().announce();
     ASSERT_TRUE(eventually([&] { return stream().described > before; }));
     stream().description = Description::ready;
-    streams->tell();
+    ChangeSignal::instance().announce();
     EXPECT_EQ(client_->response().status, 200);
 }
 
@@ -115,7 +116,7 @@ TEST_F(RtspConnectionTest, AStreamThatFailsIs503AtOnce)
     client_->send(TestClient::text("DESCRIBE", url(), 1, "", ""));
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
     stream().description = Description::failed;
-    streams->tell();
+    ChangeSignal::instance().announce();
     EXPECT_EQ(client_->response().status, 503);
     EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
 }
@@ -154,7 +155,7 @@ TEST_F(RtspConnectionTest, AClientThatGoesWhileItsRequestWaitsLeavesNothingBehin
     client_->close(true);
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
     stream().description = Description::ready;
-    streams->tell();
+    ChangeSignal::instance().announce();
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
@@ -165,7 +166,7 @@ TEST_F(RtspConnectionTest, AClientThatEndsWhileItsRequestWaitsLeavesNothingBehin
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
     client_->close();
     stream().description = Description::ready;
-    streams->tell();
+    ChangeSignal::instance().announce();
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0 && server->sessionCount() == 0; }));
     EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "refhost/base/ChangeSignal.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/rtsp/DigestAuth.h"
 #include "tests/refhost/rtsp/FrontFixture.h"
@@ -292,7 +293,7 @@ TEST_F(RtspServerTest, StopEndsEverythingAndLeavesNothing)
     EXPECT_EQ(server->connectionCount(), 0u);
     EXPECT_EQ(server->port(), 0);
     EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
-    EXPECT_EQ(streams->subscriberCount(), 0u);
+    EXPECT_EQ(ChangeSignal::instance().subscriberCount(), 0u);
     EXPECT_EQ(threads(), threadsBefore);
     EXPECT_EQ(openDescriptors(), descriptorsBefore + descriptorsOfClients);
     for (TestClient& client : clients)
@@ -470,7 +471,7 @@ TEST_F(RtspServerAuthTest, ARequestThatWaitedForItsStreamNeedsItsCredentialsOnce
                   TestClient::text("DESCRIBE", url(), 8, "", ""));
     ASSERT_TRUE(eventually([&] { return stream.described > 0; }));
     stream.description = StreamSource::Description::ready;
-    streams->tell();
+    ChangeSignal::instance().announce();
     EXPECT_EQ(client_->response().status, 200);
     EXPECT_EQ(client_->response().status, 401) << "the next request is looked at again";
 }
