@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "refhost/rtsp/ClientLink.h"
+#include "refhost/rtsp/RequireHeader.h"
 #include "refhost/rtsp/ResponseWriter.h"
 #include "refhost/rtsp/RtspRequest.h"
 #include "refhost/rtsp/RtspUrl.h"
@@ -19,6 +20,8 @@ public:
     const RtspRequest& request;
     ClientLink& link;
     RtspUrl url;
+    /// What the request insists on; without unknown features once a verb handles it.
+    RequireHeader require;
     /// The request's CSeq; empty until it was found to be a number.
     std::string_view cseq;
     /// False to have the connection ended after the response.

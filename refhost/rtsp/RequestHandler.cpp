@@ -2,7 +2,6 @@
 
 #include <array>
 #include <exception>
-#include <string>
 #include <utility>
 
 #include "refhost/base/Log.h"
@@ -63,38 +62,14 @@ bool allowsServerUrl(Method method)
     return method == Method::options || method == Method::parameters || method == Method::notAllowed;
 }
 
-/// A list of the features that the client insists on; this server has none of those that have names.
-std::string unsupportedFeatures(const RtspRequest& request)
-{
-    std::string features;
-    for (const char* const name : {"Require", "Proxy-Require"})
-    {
-        for (const RtspRequest::Header* header = request.find(name); header != nullptr;
-             header = request.find(name, header))
-        {
-            std::string_view list = header->value;
-            while (!list.empty())
-            {
-                const std::string_view feature = RtspText::cut(list, ',');
-                if (!feature.empty())
-                {
-                    features.append(features.empty() ? "" : ", ").append(feature);
-                }
-            }
-        }
-    }
-    // A folded header line may have brought line ends along.
-    for (char& c : features)
-    {
-        c = c == '\r' || c == '\n' ? ' ' : c;
-    }
-    return features;
-}
-
 }  // namespace
 
 RequestHandler::RequestHandler(FrontServices& services, ClientLink& link)
-    : services_(services), link_(link), verbs_(services, link)
+    : services_(services),
+      link_(link),
+      sessions_(services, link),
+      verbs_(services, link, sessions_),
+      playing_(services, link, sessions_)
 {
 }
 
@@ -137,10 +112,10 @@ RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry
             result = verbs_.setup(exchange, lastTry);
             break;
         case Method::play:
-            verbs_.play(exchange);
+            playing_.play(exchange);
             break;
         case Method::pause:
-            verbs_.pause(exchange);
+            playing_.pause(exchange);
             break;
         case Method::teardown:
             verbs_.teardown(exchange);
@@ -188,11 +163,11 @@ bool RequestHandler::accept(Exchange& exchange, bool admitted)
         return false;
     }
     exchange.url = std::move(*url);
-    const std::string unsupported = unsupportedFeatures(request);
-    if (!unsupported.empty())
+    exchange.require = RequireHeader::of(request);
+    if (!exchange.require.unsupported.empty())
     {
         ResponseWriter& out = exchange.begin(rtspOptionNotSupported);
-        out.header("Unsupported", unsupported);
+        out.header("Unsupported", exchange.require.unsupported);
         exchange.send();
         return false;
     }
@@ -222,7 +197,7 @@ bool RequestHandler::authorize(Exchange& exchange)
 
 void RequestHandler::options(Exchange& exchange)
 {
-    const auto session = verbs_.findSession(exchange.request);
+    const auto session = sessions_.find(exchange.request);
     if (session == nullptr && exchange.request.find("Session") != nullptr)
     {
         exchange.answer(rtspSessionNotFound);
@@ -232,7 +207,7 @@ void RequestHandler::options(Exchange& exchange)
     out.header("Public", allowedMethods);
     if (session != nullptr)
     {
-        verbs_.addSessionHeader(out, *session);
+        sessions_.addHeader(out, *session);
     }
     exchange.send();
 }
@@ -241,7 +216,7 @@ void RequestHandler::options(Exchange& exchange)
 void RequestHandler::parameters(Exchange& exchange)
 {
     const RtspRequest& request = exchange.request;
-    const auto session = verbs_.findSession(request);
+    const auto session = sessions_.find(request);
     if (session == nullptr && request.find("Session") != nullptr)
     {
         exchange.answer(rtspSessionNotFound);
@@ -252,7 +227,7 @@ void RequestHandler::parameters(Exchange& exchange)
         ResponseWriter& out = exchange.begin(rtspOk);
         if (session != nullptr)
         {
-            verbs_.addSessionHeader(out, *session);
+            sessions_.addHeader(out, *session);
         }
         exchange.send();
         return;
@@ -300,17 +275,17 @@ void RequestHandler::received(const RequestReader::Frame& frame)
 
 bool RequestHandler::carriesSession()
 {
-    return verbs_.carriesSession();
+    return sessions_.carriesSession();
 }
 
 void RequestHandler::linkMoved()
 {
-    verbs_.linkMoved();
+    sessions_.linkMoved();
 }
 
 void RequestHandler::linkEnded()
 {
-    verbs_.linkEnded();
+    sessions_.linkEnded();
 }
 
 }  // namespace refhost

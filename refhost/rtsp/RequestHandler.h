@@ -5,6 +5,8 @@
 
 #include "refhost/rtsp/Exchange.h"
 #include "refhost/rtsp/FrontServices.h"
+#include "refhost/rtsp/LinkSessions.h"
+#include "refhost/rtsp/PlayVerbs.h"
 #include "refhost/rtsp/RequestReader.h"
 #include "refhost/rtsp/SessionVerbs.h"
 
@@ -24,8 +26,8 @@ public:
         answered,
         /// Answered; the connection is to be ended when the response is out.
         answeredLast,
-        /// Nothing was answered, because the stream is not described yet: hand the same request in again when
-        /// StreamDirectory tells of a change.
+        /// Nothing was answered, because the media is not ready yet: hand the same request in again when
+        /// ChangeSignal tells of a change.
         notReady
     };
 
@@ -61,7 +63,9 @@ private:
 
     FrontServices& services_;
     ClientLink& link_;
+    LinkSessions sessions_;
     SessionVerbs verbs_;
+    PlayVerbs playing_;
     bool admitted_ = false;  ///< the next request is one that was let in before and had to wait
 };
 

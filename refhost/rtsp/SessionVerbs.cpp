@@ -6,9 +6,7 @@
 #include "hostapi/description/MediaInfo.h"
 #include "live/IRTSPControllerFactory.h"
 #include "refhost/base/HostStatus.h"
-#include "refhost/rtsp/RangeHeader.h"
 #include "refhost/rtsp/RtspText.h"
-#include "refhost/rtsp/SessionHeader.h"
 #include "refhost/rtsp/StatusMap.h"
 
 namespace refhost
@@ -67,7 +65,10 @@ void appendPair(std::string& out, std::string_view name, int first, int second)
 
 }  // namespace
 
-SessionVerbs::SessionVerbs(FrontServices& services, ClientLink& link) : services_(services), link_(link) {}
+SessionVerbs::SessionVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions)
+    : services_(services), link_(link), sessions_(sessions)
+{
+}
 
 RtspStatus SessionVerbs::createController(const Exchange& exchange,
                                           std::optional<SafePointer<IRTSPController>>& out, bool& notReady)
@@ -137,7 +138,7 @@ SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
     std::shared_ptr<RtspSession> session;
     if (exchange.request.find("Session") != nullptr)
     {
-        session = findSession(exchange.request);
+        session = sessions_.find(exchange.request);
         if (session == nullptr || session->presentation() != exchange.url.presentation)
         {
             exchange.answer(session == nullptr ? rtspSessionNotFound : rtspAggregateNotAllowed);
@@ -206,7 +207,7 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
         exchange.answer(status);
         return;
     }
-    use(session);
+    sessions_.use(session);
     session->heard(link_.serial(), services_.clock());
     ResponseWriter& out = exchange.begin(rtspOk);
     out.beginHeader("Transport");
@@ -214,7 +215,7 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
     RtspText::appendHex32(out.text(), ssrc);
     out.text() += ";mode=\"PLAY\"";
     out.endHeader();
-    addSessionHeader(out, *session);
+    sessions_.addHeader(out, *session);
     out.header("Cache-Control", "no-cache");
     exchange.send();
 }
@@ -266,85 +267,9 @@ RtspStatus SessionVerbs::makeDelivery(const TransportChoice& choice, const RtspS
     return rtspOk;
 }
 
-void SessionVerbs::play(Exchange& exchange)
-{
-    const auto session = sessionOf(exchange);
-    if (session == nullptr)
-    {
-        return;
-    }
-    const RtspRequest::Header* const range = exchange.request.find("Range");
-    const RtspStatus rangeStatus = range == nullptr ? rtspOk : RangeHeader::checkLive(range->value);
-    if (rangeStatus != rtspOk)
-    {
-        exchange.answer(rangeStatus);
-        return;
-    }
-    const auto answer = [&](const std::vector<RtspSession::PlayedTrack>& tracks)
-    {
-        ResponseWriter& out = exchange.begin(rtspOk);
-        addSessionHeader(out, *session);
-        out.header("Range", RangeHeader::live);
-        addRtpInfo(out, exchange.url.base, tracks);
-        exchange.send();
-        flushBeforePackets(tracks);
-    };
-    const RtspStatus status = session->play(exchange.url.track, answer);
-    if (status != rtspOk)
-    {
-        exchange.answer(status);
-    }
-}
-
-/// The answer stands in one queue with the packets of this connection, but nothing else keeps packets behind
-/// it.
-void SessionVerbs::flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& tracks)
-{
-    const auto elsewhere = [this](const RtspSession::PlayedTrack& track)
-    { return track.link != link_.serial(); };
-    if (std::any_of(tracks.begin(), tracks.end(), elsewhere))
-    {
-        link_.flush();
-    }
-}
-
-void SessionVerbs::addRtpInfo(ResponseWriter& out, std::string_view base,
-                              const std::vector<RtspSession::PlayedTrack>& tracks)
-{
-    out.beginHeader("RTP-Info");
-    std::string& text = out.text();
-    std::string_view separator;
-    for (const RtspSession::PlayedTrack& track : tracks)
-    {
-        text.append(separator).append("url=").append(base).append("/").append(track.id);
-        if (track.known)
-        {
-            text += ";seq=";
-            RtspText::appendNumber(text, track.first.sequenceNumber);
-            text += ";rtptime=";
-            RtspText::appendNumber(text, track.first.rtpTimestamp);
-        }
-        separator = ",";
-    }
-    out.endHeader();
-}
-
-void SessionVerbs::pause(Exchange& exchange)
-{
-    const auto session = sessionOf(exchange);
-    if (session == nullptr)
-    {
-        return;
-    }
-    const RtspStatus status = session->pause(exchange.url.track);
-    ResponseWriter& out = exchange.begin(status);
-    addSessionHeader(out, *session);
-    exchange.send();
-}
-
 void SessionVerbs::teardown(Exchange& exchange)
 {
-    const auto session = sessionOf(exchange);
+    const auto session = sessions_.of(exchange);
     if (session == nullptr)
     {
         return;
@@ -358,92 +283,11 @@ void SessionVerbs::teardown(Exchange& exchange)
     exchange.answer(status);
 }
 
-std::shared_ptr<RtspSession> SessionVerbs::findSession(const RtspRequest& request)
-{
-    auto session = services_.sessions.find(SessionHeader::id(request.value("Session")));
-    if (session != nullptr)
-    {
-        use(session);
-        session->heard(link_.serial(), services_.clock());
-    }
-    return session;
-}
-
-/// Answers by itself where there is no such session, or the URL is not of its presentation.
-std::shared_ptr<RtspSession> SessionVerbs::sessionOf(Exchange& exchange)
-{
-    auto session = findSession(exchange.request);
-    if (session == nullptr)
-    {
-        exchange.answer(rtspSessionNotFound);
-        return nullptr;
-    }
-    if (session->presentation() != exchange.url.presentation)
-    {
-        exchange.answer(rtspNotFound);
-        return nullptr;
-    }
-    return session;
-}
-
-void SessionVerbs::addSessionHeader(ResponseWriter& out, const RtspSession& session) const
-{
-    out.beginHeader("Session");
-    SessionHeader::append(out.text(), session.id(), services_.limits.sessionTimeout);
-    out.endHeader();
-}
-
-/// Remembers a session, and forgets those that ended.
-void SessionVerbs::use(const std::shared_ptr<RtspSession>& session)
-{
-    if (!sessions_.empty() && sessions_.back().lock() == session)
-    {
-        return;
-    }
-    sessions_.erase(std::remove_if(sessions_.begin(), sessions_.end(),
-                                   [&session](const std::weak_ptr<RtspSession>& other)
-                                   {
-                                       const auto held = other.lock();
-                                       return held == nullptr || held == session;
-                                   }),
-                    sessions_.end());
-    sessions_.push_back(session);
-}
-
 void SessionVerbs::received(int channel, const std::uint8_t* data, std::size_t size)
 {
     if (channels_ != nullptr)
     {
         channels_->received(channel, data, size);
-    }
-}
-
-bool SessionVerbs::carriesSession()
-{
-    return std::any_of(sessions_.begin(), sessions_.end(),
-                       [](const std::weak_ptr<RtspSession>& session) { return !session.expired(); });
-}
-
-void SessionVerbs::linkMoved()
-{
-    for (const std::weak_ptr<RtspSession>& weak : sessions_)
-    {
-        if (const auto session = weak.lock())
-        {
-            session->linkMoved(link_.serial(), services_.clock());
-        }
-    }
-}
-
-void SessionVerbs::linkEnded()
-{
-    for (const std::weak_ptr<RtspSession>& weak : std::exchange(sessions_, {}))
-    {
-        const auto session = weak.lock();
-        if (session != nullptr && session->linkEnded(link_.serial(), services_.clock()))
-        {
-            services_.sessions.end(session);
-        }
     }
 }
 
