@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,11 @@ public:
 
     /// Canonical URL text of the presentation, without scheme and authority.
     std::string mediaUrl;
+
+    /// Wall clock at the begin of a recording, where its normal play time is 0: seconds since 1970, UTC.
+    std::int64_t recordBeginTime = 0;
+    /// Length of a recording from that instant on, in seconds; 0 for a live stream, which has none.
+    double recordSeconds = 0;
 
 private:
     std::vector<SubMediaInfo> tracks_;

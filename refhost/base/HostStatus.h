@@ -20,6 +20,11 @@ enum HostStatus
     hostConnectionUnusable = -105,
     /// This host has no talk-back.
     hostTalkBackUnavailable = -106,
+    /// There is no footage of the camera in the interval that was asked for.
+    hostRecordingUnknown = -107,
+    /// The instant that was asked for is not in the recording, or no footage follows it; what played before
+    /// goes on.
+    hostRangeInvalid = -108,
 };
 
 }  // namespace refhost

@@ -31,6 +31,10 @@ constexpr std::array<StatusMap::Row, StatusMap::rowCount> table{{
     {hostTrackUnknown, Step::control, rtspInvalidState},
     {hostConnectionUnusable, Step::setup, rtspUnsupportedTransport},
     {hostTalkBackUnavailable, Step::setup, rtspServiceUnavailable},
+    {hostRecordingUnknown, Step::create, rtspNotFound},
+    {hostRecordingUnknown, Step::setup, rtspNotFound},
+    {hostRecordingUnknown, Step::control, rtspNotFound},
+    {hostRangeInvalid, Step::control, rtspInvalidRange},
 }};
 
 }  // namespace

@@ -36,6 +36,8 @@ TEST(StatusMap, TheSameCodeMeansWhatItsStepMakesOfIt)
     EXPECT_EQ(StatusMap::ofCode(Step::create, hostStreamNotReady), rtspServiceUnavailable);
     EXPECT_EQ(StatusMap::ofCode(Step::create, hostStreamFailed), rtspServiceUnavailable);
     EXPECT_EQ(StatusMap::ofCode(Step::control, hostTrackUnknown), rtspInvalidState);
+    EXPECT_EQ(StatusMap::ofCode(Step::create, hostRecordingUnknown), rtspNotFound);
+    EXPECT_EQ(StatusMap::ofCode(Step::control, hostRangeInvalid), rtspInvalidRange);
 }
 
 TEST(StatusMap, UnknownCodesAre500)
