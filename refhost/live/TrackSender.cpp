@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/base/RandomBytes.h"
 #include "refhost/live/LiveSession.h"
 
 namespace refhost
@@ -17,69 +16,33 @@ constexpr std::int64_t togetherMs = 1000;
 /// How long sound waits for the picture that it shall start with.
 constexpr std::int64_t pictureWaitMs = 5000;
 
-constexpr std::uint32_t clockRateOf(const int rate)
-{
-    return rate > 0 ? static_cast<std::uint32_t>(rate) : 90'000U;
-}
-
 }  // namespace
 
 TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
                          std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name)
-    : TrackSender(std::move(session), std::move(streamKey), info, std::move(stream), payloadSize, name,
-                  randomBeginning())
-{
-}
-
-TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
-                         std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name,
-                         const Beginning& beginning)
     : session_(std::move(session)),
       streamKey_(std::move(streamKey)),
       trackId_(info.trackId),
-      name_(name),
       stream_(std::move(stream)),
       settings_(stream_->settings()),
       video_(info.mediaType == "video"),
       track_(stream_->use(info.trackId, video_, payloadSize)),
-      payloadType_(static_cast<std::uint8_t>(info.payloadType & 0x7f)),
-      sequence_(beginning.sequence),
-      ssrc_(beginning.ssrc),
-      timeline_(clockRateOf(info.clockRate), beginning.timestamp),
-      reportJitter_(beginning.reportJitter | 1U)
+      sender_(info.payloadType, name, *settings_.clock, settings_.reportIntervalMs),
+      timeline_(rtpClockRate(info.clockRate), sender_.firstTimestamp())
 {
 }
 
 TrackSender::~TrackSender() noexcept = default;
 
-TrackSender::Beginning TrackSender::randomBeginning()
-{
-    Beginning beginning{};
-    fillRandom(&beginning, sizeof(beginning));
-    return beginning;
-}
-
 int TrackSender::connect(const SafePointer<IConnection>& connection,
                          const std::shared_ptr<TransportListener>& self)
 {
-    auto* transport = connection.isEmpty() ? nullptr : dynamic_cast<RtpTransport*>(connection.operator->());
-    if (transport == nullptr)
-    {
-        return hostConnectionUnusable;
-    }
-    if (transport_ != nullptr)
-    {
-        transport_->setListener({});
-    }
-    connection_.emplace(connection);
-    transport_ = transport;
-    transport_->setListener(self);
-    return 0;
+    return sender_.connect(connection, self);
 }
 
 int TrackSender::play(const std::shared_ptr<LiveSession>& session)
 {
-    if (transport_ == nullptr || transport_->state() == SendStatus::closed)
+    if (!sender_.connected())
     {
         return hostConnectionUnusable;
     }
@@ -87,7 +50,7 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
     {
         if (started_ && !unitStays_)
         {
-            first_.sequenceNumber = sequence_;
+            first_.sequenceNumber = sender_.sequence();
             first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->wallNs());
         }
         return 0;
@@ -134,23 +97,15 @@ void TrackSender::pause()
 void TrackSender::end()
 {
     pause();
-    if (transport_ != nullptr)
-    {
-        if (statistics_.packets > 0)
-        {
-            const RtcpWriter packet = report(true);
-            transport_->sendRtcp(packet.data(), packet.size());
-        }
-        transport_->setListener({});
-        transport_ = nullptr;
-        connection_.reset();
-    }
+    const std::int64_t wallNs = settings_.clock->wallNs();
+    sender_.sayGoodbye(wallNs, timeline_.at(wallNs));
+    sender_.disconnect();
     stream_->leave(*track_);
 }
 
 void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
 {
-    if (!playing_ || transport_->state() != SendStatus::sent)
+    if (!playing_ || sender_.transport()->state() != SendStatus::sent)
     {
         return;
     }
@@ -163,7 +118,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
     {
         return;
     }
-    const unsigned pace = transport_->catchUpUnits();
+    const unsigned pace = sender_.transport()->catchUpUnits();
     const std::uint64_t head = track_->head();
     if (head != seenHead_)
     {
@@ -172,7 +127,8 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
     }
     while ((pace == 0 || credit_ > 0) && (unit_ || next(fresh, nowMs)))
     {
-        const bool another = (pace == 0 || (credit_ > 1 && transport_->joinsUnits())) && cursor_ + 1 < head;
+        const bool another =
+            (pace == 0 || (credit_ > 1 && sender_.transport()->joinsUnits())) && cursor_ + 1 < head;
         if (!deliver(nowMs, more || another))
         {
             return;
@@ -184,17 +140,17 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
 bool TrackSender::steady() const
 {
     return playing_ && started_ && !unit_ && !waitsForKey_ && congestedMs_ == never &&
-           transport_->state() == SendStatus::sent;
+           sender_.transport()->state() == SendStatus::sent;
 }
 
 bool TrackSender::takesNow(const FreshUnit& fresh) const
 {
-    return fresh.track == track_.get() && steady() && transport_->joinsUnits();
+    return fresh.track == track_.get() && steady() && sender_.transport()->joinsUnits();
 }
 
 bool TrackSender::waitsForPicture(const FreshUnit* fresh, const TrackSender* picture)
 {
-    if (fresh == nullptr || fresh->track != track_.get() || !transport_->joinsUnits() || !steady() ||
+    if (fresh == nullptr || fresh->track != track_.get() || !sender_.transport()->joinsUnits() || !steady() ||
         picture == nullptr || !picture->steady())
     {
         return false;
@@ -214,7 +170,7 @@ bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* picture)
     }
     if (playing_ && !started_ && !start(picture, settings_.clock->monotonicMs()))
     {
-        first_.sequenceNumber = sequence_;
+        first_.sequenceNumber = sender_.sequence();
         first_.rtpTimestamp = timeline_.announce(settings_.clock->wallNs());
     }
     out = first_;
@@ -234,7 +190,7 @@ void TrackSender::onRtcp(const std::uint8_t* data, std::size_t size)
     if (const auto session = session_.lock())
     {
         const LiveSession::Lock lock(*session);
-        readReport(data, size);
+        sender_.readReport(data, size);
     }
 }
 
@@ -253,11 +209,11 @@ bool TrackSender::start(TrackSender* picture, std::int64_t nowMs)
     unitStays_ = true;
     cursor_ = found.index;
     startCaptureNs_ = unit_->captureTimeNs;
-    first_.sequenceNumber = sequence_;
+    first_.sequenceNumber = sender_.sequence();
     first_.rtpTimestamp = unitTimestamp_;
     seenHead_ = track_->head();
     credit_ = 1;
-    reportDueMs_ = nowMs;
+    sender_.wantReport();
     return true;
 }
 
@@ -265,7 +221,7 @@ LiveTrack::Found TrackSender::startingPoint(TrackSender* picture, std::int64_t n
 {
     if (picture != nullptr && picture->playing_)
     {
-        if (playedMs_ - picture->playedMs_ > togetherMs && picture->statistics_.packets > 0)
+        if (playedMs_ - picture->playedMs_ > togetherMs && picture->sender_.statistics().packets > 0)
         {
             return track_->firstSince(picture->timeline_.lastCaptureNs(), earliest_);
         }
@@ -318,7 +274,7 @@ bool TrackSender::skipToStart(const LiveTrack::View& view)
     const std::uint64_t target = waitsForKey_ ? view.head : view.newest;
     if (congestedMs_ != never)
     {
-        statistics_.unitsSkipped += target - cursor_;
+        sender_.statistics().unitsSkipped += target - cursor_;
         congestedMs_ = never;
     }
     cursor_ = target;
@@ -333,16 +289,16 @@ bool TrackSender::deliver(std::int64_t nowMs, bool more)
         unitTimestamp_ = timeline_.take(*unit_, unitEpoch_, moved);
         if (moved)
         {
-            reportDueMs_ = nowMs;
+            sender_.wantReport();
         }
     }
-    if (nowMs >= reportDueMs_)
+    if (sender_.reportDue(nowMs))
     {
-        sendReport(nowMs);
+        const std::int64_t wallNs = settings_.clock->wallNs();
+        sender_.sendReport(nowMs, wallNs, timeline_.at(wallNs));
     }
-    const SendResult result =
-        transport_->send(unit_, unitPackets_, {ssrc_, sequence_, unitTimestamp_, payloadType_}, more);
-    account(result.packets);
+    const SendResult result = sender_.send(unit_, unitPackets_, unitTimestamp_, more);
+    unitPackets_ += result.packets;
     if (result.status == SendStatus::sent)
     {
         unit_.reset();
@@ -360,70 +316,6 @@ bool TrackSender::deliver(std::int64_t nowMs, bool more)
         unit_.reset();
     }
     return false;
-}
-
-void TrackSender::account(std::size_t packets)
-{
-    if (packets == unit_->packets.size())
-    {
-        statistics_.octets += unit_->payloadBytes;
-    }
-    else
-    {
-        for (std::size_t i = unitPackets_; i < unitPackets_ + packets; ++i)
-        {
-            statistics_.octets +=
-                unit_->packets[i].size - static_cast<std::uint32_t>(AccessUnit::rtpHeaderSize);
-        }
-    }
-    unitPackets_ += packets;
-    sequence_ = static_cast<std::uint16_t>(sequence_ + packets);
-    statistics_.packets += static_cast<std::uint32_t>(packets);
-}
-
-void TrackSender::sendReport(std::int64_t nowMs)
-{
-    const RtcpWriter packet = report(false);
-    transport_->sendRtcp(packet.data(), packet.size());
-    ++statistics_.reportsSent;
-    // Between half and one and a half intervals (RFC 3550, section 6.2), so that the reports of many viewers
-    // who came together do not stay together.
-    reportJitter_ ^= reportJitter_ << 13U;
-    reportJitter_ ^= reportJitter_ >> 17U;
-    reportJitter_ ^= reportJitter_ << 5U;
-    const std::int64_t interval = settings_.reportIntervalMs;
-    reportDueMs_ = nowMs + interval / 2 + (interval * (reportJitter_ >> 16U) >> 16U);
-}
-
-RtcpWriter TrackSender::report(bool goodbye) const
-{
-    const std::int64_t wallNs = settings_.clock->wallNs();
-    return RtcpWriter({ssrc_, wallNs, timeline_.at(wallNs), statistics_.packets, statistics_.octets}, name_,
-                      goodbye);
-}
-
-void TrackSender::readReport(const std::uint8_t* data, std::size_t size)
-{
-    RtcpFindings findings;
-    if (!RtcpReader::read(data, size, ssrc_, findings))
-    {
-        ++statistics_.reportsRefused;
-        return;
-    }
-    if (!findings.reported)
-    {
-        return;
-    }
-    ++statistics_.reportsRead;
-    statistics_.reception = findings.report;
-    if (findings.report.lastReport != 0)
-    {
-        // Round trip as in RFC 3550, section 6.4.1; a client that counts wrong must not make it negative.
-        const std::uint32_t now = RtcpWriter::compactNtp(settings_.clock->wallNs());
-        const auto trip =
-            static_cast<std::int32_t>(now - findings.report.lastReport - findings.report.delaySinceReport);
-        statistics_.roundTripMs = std::max<std::int64_t>(trip, 0) * 1000 >> 16U;
-    }
 }
 
 void TrackSender::abandonUnit()

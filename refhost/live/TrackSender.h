@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "hostapi/description/RTPPacketInfo.h"
@@ -10,27 +9,14 @@
 #include "hostapi/device/IConnection.h"
 #include "refhost/live/LiveStream.h"
 #include "refhost/live/LiveTrack.h"
-#include "refhost/rtp/RtcpReader.h"
 #include "refhost/rtp/RtcpWriter.h"
+#include "refhost/rtp/RtpSender.h"
 #include "refhost/rtp/RtpTimeline.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "support/SafePointer.h"
 
 namespace refhost
 {
-
-/// What one track of one session did so far; for diagnostics and tests.
-struct TrackStatistics
-{
-    std::uint32_t packets = 0;         ///< RTP packets sent
-    std::uint32_t octets = 0;          ///< their payload bytes
-    std::uint64_t unitsSkipped = 0;    ///< access units passed over because the way was congested
-    std::uint32_t reportsSent = 0;     ///< RTCP sender reports
-    std::uint32_t reportsRead = 0;     ///< RTCP reception reports about this track
-    std::uint32_t reportsRefused = 0;  ///< malformed RTCP packets
-    ReceptionReport reception;         ///< the last report read
-    std::int64_t roundTripMs = -1;     ///< by the last report; -1 while unknown
-};
 
 /// One track of one session: where it stands in the stream and how it looks on the wire.
 ///
@@ -74,12 +60,12 @@ public:
 
     std::uint32_t ssrc() const
     {
-        return ssrc_;
+        return sender_.ssrc();
     }
 
     const TrackStatistics& statistics() const
     {
-        return statistics_;
+        return sender_.statistics();
     }
 
     /// Sets the way to the client in place of the former one.
@@ -114,20 +100,6 @@ public:
 private:
     static constexpr std::int64_t never = -1;
 
-    /// What RFC 3550 wants random.
-    struct Beginning
-    {
-        std::uint32_t ssrc;
-        std::uint32_t timestamp;
-        std::uint32_t reportJitter;
-        std::uint16_t sequence;
-    };
-
-    TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
-                std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name,
-                const Beginning& beginning);
-    static Beginning randomBeginning();
-
     bool start(TrackSender* picture, std::int64_t nowMs);
     LiveTrack::Found startingPoint(TrackSender* picture, std::int64_t nowMs);
     void startAt(const LiveTrack::Found& found);
@@ -137,32 +109,23 @@ private:
     bool skipToStart(const LiveTrack::View& view);
     void moveTo(std::uint64_t index);
     bool deliver(std::int64_t nowMs, bool more);
-    void account(std::size_t packets);
-    void sendReport(std::int64_t nowMs);
-    RtcpWriter report(bool goodbye) const;
-    void readReport(const std::uint8_t* data, std::size_t size);
     void abandonUnit();
 
     const std::weak_ptr<LiveSession> session_;
     const std::string streamKey_;
     const std::string trackId_;
-    const RtcpWriter::Name name_;
     const std::shared_ptr<LiveStream> stream_;
     const LiveSettings& settings_;  // the stream's
     const bool video_;
     const std::shared_ptr<LiveTrack> track_;
     std::shared_ptr<StreamSource> viewed_;  // set while this sender counts as its viewer
-    std::optional<SafePointer<IConnection>> connection_;
-    RtpTransport* transport_ = nullptr;  // what connection_ holds
     LiveTrack::Seat seat_ = LiveTrack::noSeat;
 
-    const std::uint8_t payloadType_;
+    RtpSender sender_;
     bool playing_ = false;
     bool played_ = false;
     bool started_ = false;  // the first unit of this play() is settled
     bool waitsForKey_ = false;
-    std::uint16_t sequence_;
-    const std::uint32_t ssrc_;
     RtpTimeline timeline_;
 
     AccessUnitPtr unit_;  // being sent, or settled to be the next
@@ -179,10 +142,6 @@ private:
     std::uint64_t seenHead_ = 0;
     unsigned credit_ = 0;  // units that may still go before the next one comes, where the way wants that
     RTPPacketInfo first_;
-
-    std::int64_t reportDueMs_ = 0;
-    std::uint32_t reportJitter_;  // state of a small random sequence, never 0
-    TrackStatistics statistics_;
 };
 
 }  // namespace refhost

@@ -18,7 +18,7 @@ struct AccessUnit
 {
     /// Bytes in front of every packet that are reserved for the interleaved framing.
     static constexpr std::size_t framingSize = 4;
-    /// Size of the RTP header of every packet: no CSRC, no extension.
+    /// Size of the RTP header of every packet: no CSRC, and no extension unless the host added one.
     static constexpr std::size_t rtpHeaderSize = 12;
 
     struct Packet
@@ -40,6 +40,9 @@ struct AccessUnit
 
     /// Appends one RTP packet, given with its 12-byte header.
     void append(const std::uint8_t* packet, std::size_t size);
+
+    /// Bytes of a packet in front of its payload: the RTP header with its extension, where there is one.
+    std::uint32_t headerSize(std::size_t packet) const;
 };
 
 using AccessUnitPtr = std::shared_ptr<const AccessUnit>;

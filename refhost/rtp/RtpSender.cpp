@@ -1,0 +1,133 @@
+#include "refhost/rtp/RtpSender.h"
+
+#include <algorithm>
+
+#include "refhost/base/HostStatus.h"
+#include "refhost/base/RandomBytes.h"
+
+namespace refhost
+{
+
+RtpSender::RtpSender(int payloadType, const RtcpWriter::Name& name, const HostClock& clock,
+                     std::int64_t reportIntervalMs)
+    : name_(name),
+      clock_(clock),
+      reportIntervalMs_(reportIntervalMs),
+      payloadType_(static_cast<std::uint8_t>(payloadType & 0x7f))
+{
+}
+
+RtpSender::~RtpSender() = default;
+
+RtpSender::Beginning RtpSender::Beginning::random()
+{
+    Beginning beginning{};
+    fillRandom(&beginning, sizeof(beginning));
+    return beginning;
+}
+
+int RtpSender::connect(const SafePointer<IConnection>& connection,
+                       const std::shared_ptr<TransportListener>& listener)
+{
+    auto* transport = connection.isEmpty() ? nullptr : dynamic_cast<RtpTransport*>(connection.operator->());
+    if (transport == nullptr)
+    {
+        return hostConnectionUnusable;
+    }
+    if (transport_ != nullptr)
+    {
+        transport_->setListener({});
+    }
+    connection_.emplace(connection);
+    transport_ = transport;
+    transport_->setListener(listener);
+    return 0;
+}
+
+void RtpSender::disconnect()
+{
+    if (transport_ == nullptr)
+    {
+        return;
+    }
+    transport_->setListener({});
+    transport_ = nullptr;
+    connection_.reset();
+}
+
+SendResult RtpSender::send(const AccessUnitPtr& unit, std::size_t firstPacket, std::uint32_t timestamp,
+                           bool more)
+{
+    const SendResult result =
+        transport_->send(unit, firstPacket, {beginning_.ssrc, sequence_, timestamp, payloadType_}, more);
+    account(*unit, firstPacket, result.packets);
+    return result;
+}
+
+void RtpSender::account(const AccessUnit& unit, std::size_t firstPacket, std::size_t packets)
+{
+    if (packets == unit.packets.size())
+    {
+        statistics_.octets += unit.payloadBytes;
+    }
+    else
+    {
+        for (std::size_t i = firstPacket; i < firstPacket + packets; ++i)
+        {
+            statistics_.octets += unit.packets[i].size - unit.headerSize(i);
+        }
+    }
+    sequence_ = static_cast<std::uint16_t>(sequence_ + packets);
+    statistics_.packets += static_cast<std::uint32_t>(packets);
+}
+
+void RtpSender::sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_t rtpTimestamp)
+{
+    const RtcpWriter packet({beginning_.ssrc, wallNs, rtpTimestamp, statistics_.packets, statistics_.octets},
+                            name_, false);
+    transport_->sendRtcp(packet.data(), packet.size());
+    ++statistics_.reportsSent;
+    // Between half and one and a half intervals (RFC 3550, section 6.2), so that the reports of many viewers
+    // who came together do not stay together.
+    reportJitter_ ^= reportJitter_ << 13U;
+    reportJitter_ ^= reportJitter_ >> 17U;
+    reportJitter_ ^= reportJitter_ << 5U;
+    reportDueMs_ = nowMs + reportIntervalMs_ / 2 + (reportIntervalMs_ * (reportJitter_ >> 16U) >> 16U);
+}
+
+void RtpSender::sayGoodbye(std::int64_t wallNs, std::uint32_t rtpTimestamp)
+{
+    if (transport_ == nullptr || statistics_.packets == 0)
+    {
+        return;
+    }
+    const RtcpWriter packet({beginning_.ssrc, wallNs, rtpTimestamp, statistics_.packets, statistics_.octets},
+                            name_, true);
+    transport_->sendRtcp(packet.data(), packet.size());
+}
+
+void RtpSender::readReport(const std::uint8_t* data, std::size_t size)
+{
+    RtcpFindings findings;
+    if (!RtcpReader::read(data, size, beginning_.ssrc, findings))
+    {
+        ++statistics_.reportsRefused;
+        return;
+    }
+    if (!findings.reported)
+    {
+        return;
+    }
+    ++statistics_.reportsRead;
+    statistics_.reception = findings.report;
+    if (findings.report.lastReport != 0)
+    {
+        // Round trip as in RFC 3550, section 6.4.1; a client that counts wrong must not make it negative.
+        const std::uint32_t now = RtcpWriter::compactNtp(clock_.wallNs());
+        const auto trip =
+            static_cast<std::int32_t>(now - findings.report.lastReport - findings.report.delaySinceReport);
+        statistics_.roundTripMs = std::max<std::int64_t>(trip, 0) * 1000 >> 16U;
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,150 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "hostapi/device/IConnection.h"
+#include "refhost/base/HostClock.h"
+#include "refhost/rtp/RtcpReader.h"
+#include "refhost/rtp/RtcpWriter.h"
+#include "refhost/rtp/RtpTransport.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// What one track of one session did so far; for diagnostics and tests.
+struct TrackStatistics
+{
+    std::uint32_t packets = 0;         ///< RTP packets sent
+    std::uint32_t octets = 0;          ///< their payload bytes
+    std::uint64_t unitsSkipped = 0;    ///< access units passed over because the way was congested
+    std::uint32_t reportsSent = 0;     ///< RTCP sender reports
+    std::uint32_t reportsRead = 0;     ///< RTCP reception reports about this track
+    std::uint32_t reportsRefused = 0;  ///< malformed RTCP packets
+    ReceptionReport reception;         ///< the last report read
+    std::int64_t roundTripMs = -1;     ///< by the last report; -1 while unknown
+};
+
+/// One RTP source as its client sees it: SSRC, sequence numbers, what was counted, and the RTCP about it.
+///
+/// It sends what it is given through the track's way and knows nothing of where units come from or when they
+/// are due. Threads: one at a time; the owner's lock.
+class RtpSender
+{
+public:
+    /// \param payloadType       written into every packet
+    /// \param name              the session's canonical name, one for all its tracks
+    /// \param clock             outlives the sender
+    /// \param reportIntervalMs  mean time between two sender reports, milliseconds
+    RtpSender(int payloadType, const RtcpWriter::Name& name, const HostClock& clock,
+              std::int64_t reportIntervalMs);
+    ~RtpSender();
+    RtpSender(const RtpSender&) = delete;
+    RtpSender& operator=(const RtpSender&) = delete;
+
+    /// Sets the way to the client in place of the former one.
+    /// \param listener  told of what happens on the way
+    /// \returns 0; hostConnectionUnusable, and nothing changes, when it is not an RtpTransport of this host
+    int connect(const SafePointer<IConnection>& connection,
+                const std::shared_ptr<TransportListener>& listener);
+    /// Lets go of the way; nothing is sent any more.
+    void disconnect();
+
+    /// The way to the client; null while there is none.
+    RtpTransport* transport() const
+    {
+        return transport_;
+    }
+
+    /// Whether there is a way and it is not closed.
+    bool connected() const
+    {
+        return transport_ != nullptr && transport_->state() != SendStatus::closed;
+    }
+
+    std::uint32_t ssrc() const
+    {
+        return beginning_.ssrc;
+    }
+
+    /// What the first RTP timestamp shall be.
+    std::uint32_t firstTimestamp() const
+    {
+        return beginning_.timestamp;
+    }
+
+    /// Sequence number of the next packet.
+    std::uint16_t sequence() const
+    {
+        return sequence_;
+    }
+
+    TrackStatistics& statistics()
+    {
+        return statistics_;
+    }
+
+    const TrackStatistics& statistics() const
+    {
+        return statistics_;
+    }
+
+    /// Sends the packets of `unit` from `firstPacket` on and counts those that were taken. Needs a way.
+    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, std::uint32_t timestamp, bool more);
+
+    /// Has the next report sent at once.
+    void wantReport()
+    {
+        reportDueMs_ = 0;
+    }
+
+    bool reportDue(std::int64_t nowMs) const
+    {
+        return nowMs >= reportDueMs_;
+    }
+
+    /// \param rtpTimestamp  of the instant `wallNs`
+    void sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_t rtpTimestamp);
+    /// Says goodbye when packets were sent. Nothing happens without a way.
+    void sayGoodbye(std::int64_t wallNs, std::uint32_t rtpTimestamp);
+
+    /// Takes a compound RTCP packet of the client's.
+    void readReport(const std::uint8_t* data, std::size_t size);
+
+private:
+    /// What RFC 3550 wants random.
+    struct Beginning
+    {
+        std::uint32_t ssrc;
+        std::uint32_t timestamp;
+        std::uint32_t reportJitter;
+        std::uint16_t sequence;
+
+        static Beginning random();
+    };
+
+    void account(const AccessUnit& unit, std::size_t firstPacket, std::size_t packets);
+
+    const Beginning beginning_ = Beginning::random();
+    const RtcpWriter::Name name_;
+    const HostClock& clock_;
+    const std::int64_t reportIntervalMs_;
+    const std::uint8_t payloadType_;
+    std::uint16_t sequence_ = beginning_.sequence;
+    std::optional<SafePointer<IConnection>> connection_;
+    RtpTransport* transport_ = nullptr;  // what connection_ holds
+    std::int64_t reportDueMs_ = 0;
+    std::uint32_t reportJitter_ = beginning_.reportJitter | 1U;  // state of a small random sequence, never 0
+    TrackStatistics statistics_;
+};
+
+/// Ticks a second of a track whose description says `rate` Hz: 90,000 where it says nothing.
+constexpr std::uint32_t rtpClockRate(int rate)
+{
+    return rate > 0 ? static_cast<std::uint32_t>(rate) : 90'000U;
+}
+
+}  // namespace refhost
