@@ -18,8 +18,13 @@ public:
 
     std::int64_t monotonicMs() const override
     {
+        return monotonicNs() / 1'000'000;
+    }
+
+    std::int64_t monotonicNs() const override
+    {
         const auto now = std::chrono::steady_clock::now().time_since_epoch();
-        return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+        return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
     }
 };
 

@@ -34,13 +34,27 @@ void TransportInbox::onTransportReady()
 
 void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
 {
-    if (liveness_)
-    {
-        liveness_->heard(HostClock::system().monotonicMs());
-    }
+    heard();
     if (const auto target = listener())
     {
         target->onRtcp(data, size);
+    }
+}
+
+void TransportInbox::onRtp(const std::uint8_t* data, std::size_t size)
+{
+    heard();
+    if (const auto target = listener())
+    {
+        target->onRtp(data, size);
+    }
+}
+
+void TransportInbox::heard()
+{
+    if (liveness_)
+    {
+        liveness_->heard(HostClock::system().monotonicMs());
     }
 }
 

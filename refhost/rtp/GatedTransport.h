@@ -24,12 +24,14 @@ public:
 
     void onTransportReady() override;
     void onRtcp(const std::uint8_t* data, std::size_t size) override;
+    void onRtp(const std::uint8_t* data, std::size_t size) override;
 
     /// Notes that onTransportReady() was asked for.
     /// \returns false when it had been already, and did not come yet
     bool arm();
 
 private:
+    void heard();
     std::shared_ptr<TransportListener> listener();
 
     std::mutex mutex_;

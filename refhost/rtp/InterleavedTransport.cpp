@@ -54,6 +54,19 @@ void InterleavedTransport::receivedRtcp(const std::uint8_t* data, std::size_t si
     inbox()->onRtcp(data, size);
 }
 
+void InterleavedTransport::receivedRtp(const std::uint8_t* data, std::size_t size)
+{
+    if (takesRtp_.load(std::memory_order_acquire))
+    {
+        inbox()->onRtp(data, size);
+    }
+}
+
+void InterleavedTransport::takeRtp()
+{
+    takesRtp_.store(true, std::memory_order_release);
+}
+
 SendResult InterleavedTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
                                           const RtpHeaderFields& header, bool more)
 {

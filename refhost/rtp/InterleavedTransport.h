@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -53,6 +54,11 @@ public:
 
     /// The connection read a frame of the RTCP channel. On the connection's thread.
     void receivedRtcp(const std::uint8_t* data, std::size_t size);
+    /// The connection read a frame of the RTP channel; dropped unless takeRtp() was called. On the
+    /// connection's thread.
+    void receivedRtp(const std::uint8_t* data, std::size_t size);
+
+    void takeRtp() override;
 
 private:
     SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
@@ -62,6 +68,7 @@ private:
     const std::weak_ptr<FrameWriter> writer_;
     const std::uint8_t rtpChannel_;
     const std::uint8_t rtcpChannel_;
+    std::atomic<bool> takesRtp_{false};
 };
 
 }  // namespace refhost

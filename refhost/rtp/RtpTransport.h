@@ -64,9 +64,14 @@ public:
 
     /// A compound RTCP packet came from the client; not checked yet. Called on any thread.
     virtual void onRtcp(const std::uint8_t* data, std::size_t size) = 0;
+
+    /// An RTP packet came from the client; not checked yet. Called on any thread, and only where the
+    /// transport was told to takeRtp().
+    virtual void onRtp(const std::uint8_t* /*data*/, std::size_t /*size*/) {}
 };
 
-/// The way of one track's packets to one client: what this host puts under SafePointer<IConnection>.
+/// The way of one track's packets to one client, and back: what this host puts under
+/// SafePointer<IConnection>.
 ///
 /// Threads: any. Sending never blocks.
 class RtpTransport : public IConnection
@@ -97,6 +102,10 @@ public:
 
     /// Sends a compound RTCP packet; dropped when the way is full, kept back in order while it is held.
     virtual void sendRtcp(const std::uint8_t* data, std::size_t size) = 0;
+
+    /// Hands RTP that the client sends to the listener too, until the end of the transport. What is not asked
+    /// for is dropped at the socket: a client that only listens needs no place in its tables.
+    virtual void takeRtp() {}
 
     /// Keeps packets back, so that the answer to PLAY goes out before the first of them.
     virtual void hold() = 0;

@@ -16,7 +16,8 @@ namespace
 {
 
 constexpr int attempts = 64;
-/// Room for the key pictures of many viewers at once; a receive buffer for the reports of thousands.
+/// Room for the key pictures of many viewers at once; a receive buffer for the reports of thousands and for
+/// talkers.
 constexpr int sendBufferBytes = 8 << 20;
 constexpr int receiveBufferBytes = 1 << 20;
 
@@ -156,6 +157,7 @@ std::shared_ptr<UdpServer> UdpServer::open(const Options& options, std::string& 
         return nullptr;
     }
     setBuffer(rtp.get(), SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
+    setBuffer(rtp.get(), SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
     setBuffer(rtcp.get(), SO_SNDBUF, SO_SNDBUFFORCE, receiveBufferBytes);
     setBuffer(rtcp.get(), SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
 
@@ -187,7 +189,7 @@ int UdpServer::rtcpDescriptor() const
 
 void UdpServer::onRtpReadable()
 {
-    sockets_->dropRtp();
+    sockets_->readRtp();
 }
 
 void UdpServer::onRtcpReadable()

@@ -15,7 +15,7 @@ namespace refhost
 
 /// The server's one pair of UDP ports for the RTP and RTCP of all unicast sessions.
 ///
-/// RTCP that comes in is told apart by its sender's address and port. Transports keep the sockets open; they
+/// What comes in is told apart by its sender's address and port. Transports keep the sockets open; they
 /// may outlive this object. Threads: any.
 class UdpServer : public std::enable_shared_from_this<UdpServer>
 {
@@ -39,16 +39,17 @@ public:
     /// of packets; what is left makes the descriptor readable again.
     int rtpDescriptor() const;
     int rtcpDescriptor() const;
-    /// Reads and drops what clients send to the RTP port (packets that open a path through a NAT).
+    /// Reads RTP and hands it to the transport that its sender belongs to, where that one takes RTP. The
+    /// rest, such as packets that open a path through a NAT, is dropped.
     void onRtpReadable();
     /// Reads RTCP and hands it to the transport that its sender belongs to; unknown senders are dropped.
     void onRtcpReadable();
 
     /// Makes the way to one client. Transport kind 2. Where two transports name the same client port, RTCP
-    /// from there goes to the younger one.
+    /// from there goes to the younger one, and RTP to the one that was told last to take it.
     /// \param client    the client's address; its port is not used
     /// \param rtpPort   the client's ports, 1 to 65535
-    /// \param liveness  told of every RTCP packet of the client; may be null
+    /// \param liveness  told of every packet of the client that is taken; may be null
     SafePointer<RtpTransport> makeTransport(const sockaddr_storage& client, int rtpPort, int rtcpPort,
                                             std::shared_ptr<SessionLiveness> liveness);
 

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include <utility>
+#include <array>
 
 namespace refhost
 {
@@ -12,8 +12,43 @@ namespace
 /// One call's share of work, so that a flood of datagrams does not keep an event loop from everything else.
 constexpr unsigned batches = 4;
 constexpr unsigned packetsPerBatch = 32;
-/// No compound packet of a client is longer than an Ethernet frame; a longer one is cut and so malformed.
-constexpr std::size_t rtcpRoom = 1500;
+/// No packet of a client is longer than an Ethernet frame; a longer one was never meant for us.
+constexpr std::size_t packetRoom = 1500;
+
+/// Reads what waits at `socket`, within the bounds above, and calls `take` with each whole packet.
+template <typename Take>
+void readTo(int socket, const Take& take)
+{
+    std::array<std::array<std::uint8_t, packetRoom>, packetsPerBatch> rooms;
+    std::array<UdpAddress, packetsPerBatch> senders;
+    std::array<iovec, packetsPerBatch> vectors;
+    std::array<mmsghdr, packetsPerBatch> messages;
+    for (unsigned batch = 0; batch < batches; ++batch)
+    {
+        for (unsigned i = 0; i < packetsPerBatch; ++i)
+        {
+            vectors[i] = {rooms[i].data(), rooms[i].size()};
+            messages[i] = {};
+            messages[i].msg_hdr.msg_name = senders[i].fill();
+            messages[i].msg_hdr.msg_namelen = UdpAddress::room;
+            messages[i].msg_hdr.msg_iov = &vectors[i];
+            messages[i].msg_hdr.msg_iovlen = 1;
+        }
+        const int count = ::recvmmsg(socket, messages.data(), packetsPerBatch, MSG_DONTWAIT, nullptr);
+        for (int i = 0; i < count; ++i)
+        {
+            const auto index = static_cast<std::size_t>(i);
+            if ((messages[index].msg_hdr.msg_flags & MSG_TRUNC) == 0)
+            {
+                take(senders[index], rooms[index].data(), messages[index].msg_len);
+            }
+        }
+        if (count < static_cast<int>(packetsPerBatch))
+        {
+            return;
+        }
+    }
+}
 
 }  // namespace
 
@@ -34,80 +69,28 @@ void UdpSockets::sendRtcp(const UdpAddress& client, const std::uint8_t* data, st
     (void)::sendto(rtcp_, data, size, MSG_DONTWAIT | MSG_NOSIGNAL, client.get(), client.size());
 }
 
-void UdpSockets::listen(const UdpAddress& client, std::shared_ptr<TransportInbox> inbox)
+void UdpSockets::readRtp()
 {
-    Shard& shard = shardOf(client);
-    const std::lock_guard<std::mutex> guard(shard.mutex);
-    shard.inboxes[client].swap(inbox);
-}
-
-void UdpSockets::unlisten(const UdpAddress& client, const TransportInbox* inbox)
-{
-    Shard& shard = shardOf(client);
-    const std::lock_guard<std::mutex> guard(shard.mutex);
-    const auto found = shard.inboxes.find(client);
-    if (found != shard.inboxes.end() && found->second.get() == inbox)
-    {
-        shard.inboxes.erase(found);
-    }
-}
-
-void UdpSockets::dropRtp()
-{
-    for (unsigned i = 0; i < batches * packetsPerBatch; ++i)
-    {
-        char byte = 0;
-        if (::recv(rtp_, &byte, sizeof(byte), MSG_DONTWAIT | MSG_TRUNC) < 0)
-        {
-            return;
-        }
-    }
+    readTo(rtp_,
+           [this](const UdpAddress& sender, const std::uint8_t* data, std::size_t size)
+           {
+               if (const auto inbox = rtpInboxes_.find(sender))
+               {
+                   inbox->onRtp(data, size);
+               }
+           });
 }
 
 void UdpSockets::readRtcp()
 {
-    std::array<std::array<std::uint8_t, rtcpRoom>, packetsPerBatch> rooms;
-    std::array<UdpAddress, packetsPerBatch> senders;
-    std::array<iovec, packetsPerBatch> vectors;
-    std::array<mmsghdr, packetsPerBatch> messages;
-    for (unsigned batch = 0; batch < batches; ++batch)
-    {
-        for (unsigned i = 0; i < packetsPerBatch; ++i)
-        {
-            vectors[i] = {rooms[i].data(), rooms[i].size()};
-            messages[i] = {};
-            messages[i].msg_hdr.msg_name = senders[i].fill();
-            messages[i].msg_hdr.msg_namelen = UdpAddress::room;
-            messages[i].msg_hdr.msg_iov = &vectors[i];
-            messages[i].msg_hdr.msg_iovlen = 1;
-        }
-        const int count = ::recvmmsg(rtcp_, messages.data(), packetsPerBatch, MSG_DONTWAIT, nullptr);
-        for (int i = 0; i < count; ++i)
-        {
-            const auto index = static_cast<std::size_t>(i);
-            if (const auto inbox = find(senders[index]))
-            {
-                inbox->onRtcp(rooms[index].data(), messages[index].msg_len);
-            }
-        }
-        if (count < static_cast<int>(packetsPerBatch))
-        {
-            return;
-        }
-    }
-}
-
-UdpSockets::Shard& UdpSockets::shardOf(const UdpAddress& client)
-{
-    return shards_[client.hash() % shards_.size()];
-}
-
-std::shared_ptr<TransportInbox> UdpSockets::find(const UdpAddress& client)
-{
-    Shard& shard = shardOf(client);
-    const std::lock_guard<std::mutex> guard(shard.mutex);
-    const auto found = shard.inboxes.find(client);
-    return found == shard.inboxes.end() ? nullptr : found->second;
+    readTo(rtcp_,
+           [this](const UdpAddress& sender, const std::uint8_t* data, std::size_t size)
+           {
+               if (const auto inbox = rtcpInboxes_.find(sender))
+               {
+                   inbox->onRtcp(data, size);
+               }
+           });
 }
 
 }  // namespace refhost

@@ -1,15 +1,12 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <string>
-#include <unordered_map>
 
 #include "refhost/rtp/GatedTransport.h"
 #include "refhost/rtp/UdpAddress.h"
+#include "refhost/rtp/UdpInboxes.h"
 #include "refhost/rtp/UdpUnitSender.h"
 
 namespace refhost
@@ -49,29 +46,27 @@ public:
 
     void sendRtcp(const UdpAddress& client, const std::uint8_t* data, std::size_t size);
 
-    /// Hands RTCP that comes from `client` to `inbox` until unlisten() with the same two.
-    void listen(const UdpAddress& client, std::shared_ptr<TransportInbox> inbox);
-    void unlisten(const UdpAddress& client, const TransportInbox* inbox);
+    /// Who takes the RTP, and who the RTCP, that comes from a client.
+    UdpInboxes& rtpInboxes()
+    {
+        return rtpInboxes_;
+    }
 
-    void dropRtp();
+    UdpInboxes& rtcpInboxes()
+    {
+        return rtcpInboxes_;
+    }
+
+    void readRtp();
     void readRtcp();
 
 private:
-    /// Clients come and go on all threads: a few locks instead of one.
-    struct Shard
-    {
-        std::mutex mutex;
-        std::unordered_map<UdpAddress, std::shared_ptr<TransportInbox>, UdpAddressHash> inboxes;
-    };
-
-    Shard& shardOf(const UdpAddress& client);
-    std::shared_ptr<TransportInbox> find(const UdpAddress& client);
-
     const int rtp_;
     const int rtcp_;
     const UdpAddress bound_;
     UdpUnitSender sender_;
-    std::array<Shard, 16> shards_;
+    UdpInboxes rtpInboxes_;
+    UdpInboxes rtcpInboxes_;
 };
 
 }  // namespace refhost

@@ -9,12 +9,24 @@ UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress
                            std::shared_ptr<SessionLiveness> liveness)
     : GatedTransport(udpUnicast, std::move(liveness)), sockets_(std::move(sockets)), rtp_(rtp), rtcp_(rtcp)
 {
-    sockets_->listen(rtcp_, inbox());
+    sockets_->rtcpInboxes().listen(rtcp_, inbox());
 }
 
 UdpTransport::~UdpTransport() noexcept(false)
 {
-    sockets_->unlisten(rtcp_, inbox().get());
+    sockets_->rtcpInboxes().unlisten(rtcp_, inbox().get());
+    if (takesRtp_.load())
+    {
+        sockets_->rtpInboxes().unlisten(rtp_, inbox().get());
+    }
+}
+
+void UdpTransport::takeRtp()
+{
+    if (!takesRtp_.exchange(true))
+    {
+        sockets_->rtpInboxes().listen(rtp_, inbox());
+    }
 }
 
 SendResult UdpTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,

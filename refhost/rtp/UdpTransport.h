@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "refhost/rtp/GatedTransport.h"
@@ -30,6 +31,8 @@ public:
         return false;
     }
 
+    void takeRtp() override;
+
 private:
     SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
                         bool more) override;
@@ -38,6 +41,7 @@ private:
     const std::shared_ptr<UdpSockets> sockets_;
     const UdpAddress rtp_;
     const UdpAddress rtcp_;
+    std::atomic<bool> takesRtp_{false};
 };
 
 }  // namespace refhost

@@ -68,20 +68,30 @@ bool InterleavedChannels::isFree(int channel) const
 void InterleavedChannels::received(int channel, const std::uint8_t* data, std::size_t size)
 {
     std::unique_ptr<SafePointer<InterleavedTransport>> transport;
+    bool rtcp = false;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         for (const Use& use : uses_)
         {
-            if (use.rtcpChannel == channel && use.transport != nullptr)
+            rtcp = use.rtcpChannel == channel;
+            if ((rtcp || use.rtpChannel == channel) && use.transport != nullptr)
             {
                 transport = std::make_unique<SafePointer<InterleavedTransport>>(*use.transport);
                 break;
             }
         }
     }
-    if (transport != nullptr)
+    if (transport == nullptr)
+    {
+        return;
+    }
+    if (rtcp)
     {
         (*transport)->receivedRtcp(data, size);
+    }
+    else
+    {
+        (*transport)->receivedRtp(data, size);
     }
 }
 

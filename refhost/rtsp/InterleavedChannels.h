@@ -12,8 +12,8 @@
 namespace refhost
 {
 
-/// Which tracks use which interleaved channels of one connection, and the way of RTCP from a channel to its
-/// transport. Held by the connection and by every lease. Threads: any; one lock of its own.
+/// Which tracks use which interleaved channels of one connection, and the way of packets from a channel to
+/// its transport. Held by the connection and by every lease. Threads: any; one lock of its own.
 class InterleavedChannels : public std::enable_shared_from_this<InterleavedChannels>
 {
 public:
@@ -28,7 +28,7 @@ public:
 
         int rtpChannel() const;
         int rtcpChannel() const;
-        /// From now on RTCP of the channel goes to `transport`; a lease that goes takes it off again.
+        /// From now on packets of the channels go to `transport`; a lease that goes takes it off again.
         void deliverTo(const SafePointer<InterleavedTransport>& transport);
 
     private:
@@ -43,7 +43,7 @@ public:
     std::unique_ptr<Lease> lease(int rtpChannel, int rtcpChannel);
 
     /// Hands a frame that the client sent to the transport of its channel. A frame of a channel that is not
-    /// in use, or of an RTP channel, is dropped.
+    /// in use is dropped.
     void received(int channel, const std::uint8_t* data, std::size_t size);
 
 private:

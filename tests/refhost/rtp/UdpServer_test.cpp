@@ -108,7 +108,13 @@ struct RtcpListener : TransportListener
         rtcp.emplace_back(data, data + size);
     }
 
+    void onRtp(const std::uint8_t* data, std::size_t size) override
+    {
+        rtp.emplace_back(data, data + size);
+    }
+
     std::vector<Bytes> rtcp;
+    std::vector<Bytes> rtp;
 };
 
 std::shared_ptr<UdpServer> openServer(const std::string& address = "127.0.0.1", bool segmentation = true)
@@ -280,6 +286,39 @@ TEST(UdpServer, ReportsGoToTheTransportOfTheirSender)
     EXPECT_EQ((std::vector<Bytes>{{1, 2}}), listener->rtcp);
     EXPECT_EQ((std::vector<Bytes>{{3}}), other->rtcp);
     EXPECT_GT(liveness->lastHeardMs(), 0);
+}
+
+TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
+{
+    const auto server = openServer();
+    const ClientSocket talker("127.0.0.1");
+    const ClientSocket viewer("127.0.0.1");
+    const ClientSocket stranger("127.0.0.1");
+    const auto liveness = std::make_shared<SessionLiveness>();
+    const auto heard = std::make_shared<RtcpListener>();
+    const auto other = std::make_shared<RtcpListener>();
+    auto talking = std::make_unique<SafePointer<RtpTransport>>(
+        server->makeTransport(talker.storage(), talker.port(), 9, liveness));
+    auto viewing = server->makeTransport(viewer.storage(), viewer.port(), 9, nullptr);
+    (*talking)->setListener(heard);
+    viewing->setListener(other);
+    (*talking)->takeRtp();
+
+    viewer.sendTo(server->rtpPort(), Bytes{7});
+    stranger.sendTo(server->rtpPort(), Bytes{8});
+    talker.sendTo(server->rtpPort(), Bytes(1501, 9));
+    talker.sendTo(server->rtpPort(), Bytes{1, 2});
+    ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
+    server->onRtpReadable();
+    EXPECT_EQ((std::vector<Bytes>{{1, 2}}), heard->rtp) << "a packet that was cut is none";
+    EXPECT_TRUE(other->rtp.empty());
+    EXPECT_GT(liveness->lastHeardMs(), 0);
+
+    talking.reset();
+    talker.sendTo(server->rtpPort(), Bytes{3});
+    ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
+    server->onRtpReadable();
+    EXPECT_EQ(1U, heard->rtp.size());
 }
 
 TEST(UdpServer, AnEndedTransportLeavesItsPortToTheYounger)

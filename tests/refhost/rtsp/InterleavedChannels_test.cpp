@@ -19,7 +19,13 @@ public:
         received.emplace_back(reinterpret_cast<const char*>(data), size);
     }
 
+    void onRtp(const std::uint8_t* data, std::size_t size) override
+    {
+        receivedRtp.emplace_back(reinterpret_cast<const char*>(data), size);
+    }
+
     std::vector<std::string> received;
+    std::vector<std::string> receivedRtp;
 };
 
 class InterleavedChannelsTest : public testing::Test
@@ -87,9 +93,26 @@ TEST_F(InterleavedChannelsTest, RtcpReachesTheTransportOfItsChannelOnly)
     receive(2, "unknown");
     receive(-1, "unknown");
     EXPECT_EQ(listener->received, std::vector<std::string>{"rtcp"});
+    EXPECT_TRUE(listener->receivedRtp.empty());
     lease.reset();
     receive(1, "late");
     EXPECT_EQ(listener->received.size(), 1u);
+}
+
+TEST_F(InterleavedChannelsTest, RtpReachesATransportThatTakesIt)
+{
+    const auto listener = std::make_shared<RecordingListener>();
+    const SafePointer<InterleavedTransport> transport(
+        new InterleavedTransport(std::weak_ptr<FrameWriter>(), 4, 5, nullptr));
+    transport->setListener(listener);
+    const auto lease = channels_->lease(4, 5);
+    lease->deliverTo(transport);
+    receive(4, "early");
+    transport->takeRtp();
+    receive(4, "rtp");
+    receive(5, "rtcp");
+    EXPECT_EQ(listener->receivedRtp, std::vector<std::string>{"rtp"});
+    EXPECT_EQ(listener->received, std::vector<std::string>{"rtcp"});
 }
 
 }  // namespace
