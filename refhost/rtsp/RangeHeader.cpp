@@ -1,18 +1,23 @@
 #include "refhost/rtsp/RangeHeader.h"
 
-#include <optional>
+#include <algorithm>
 
 #include "refhost/rtsp/RtspText.h"
+#include "refhost/rtsp/UtcTime.h"
 
 namespace refhost
 {
 namespace
 {
 
+using Unit = RangeHeader::Unit;
+using Instant = std::optional<std::int64_t>;
+
+constexpr std::int64_t second = 1000000;
 constexpr std::uint64_t longestSeconds = 1000000000;  // about 30 years
 
-/// Thousandths of a second from "12", "12.5" or "1:02:03.5".
-std::optional<std::uint64_t> parseTime(std::string_view text)
+/// Microseconds from "12", "12.5" or "1:02:03.5".
+Instant parseNpt(std::string_view text)
 {
     std::uint64_t seconds = 0;
     bool clock = false;  // written with colons
@@ -34,71 +39,138 @@ std::optional<std::uint64_t> parseTime(std::string_view text)
     }
     const std::size_t dot = text.find('.');
     const auto whole = RtspText::number(text.substr(0, dot), clock ? 59 : longestSeconds);
-    if (!whole)
+    const auto fraction =
+        UtcTime::parseFraction(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
+    if (!whole || !fraction)
     {
         return std::nullopt;
     }
-    std::uint64_t thousandths = (seconds + *whole) * 1000;
-    if (dot != std::string_view::npos)
+    return static_cast<std::int64_t>(seconds + *whole) * second + *fraction;
+}
+
+Instant parseTime(Unit unit, std::string_view text)
+{
+    return unit == Unit::npt ? parseNpt(text) : UtcTime::parse(text);
+}
+
+/// Both ends around the dash; an empty text leaves its end open.
+bool parseEnds(std::string_view first, std::string_view last, RangeHeader& out)
+{
+    const bool now = out.unit == Unit::npt && first == "now";
+    if (!first.empty() && !now)
     {
-        std::uint64_t unit = 100;
-        for (const char c : text.substr(dot + 1))
+        out.begin = parseTime(out.unit, first);
+        if (!out.begin)
         {
-            if (c < '0' || c > '9')
-            {
-                return std::nullopt;
-            }
-            thousandths += unit * static_cast<std::uint64_t>(c - '0');
-            unit /= 10;
+            return false;
         }
     }
-    return thousandths;
-}
-
-bool isNptRange(std::string_view range)
-{
-    const std::size_t dash = range.find('-');
-    if (dash == std::string_view::npos)
+    if (!last.empty())
+    {
+        out.end = parseTime(out.unit, last);
+        if (!out.end)
+        {
+            return false;
+        }
+    }
+    if (first.empty() && last.empty())
     {
         return false;
     }
-    const std::string_view first = RtspText::trim(range.substr(0, dash));
-    const std::string_view last = RtspText::trim(range.substr(dash + 1));
-    const auto end = parseTime(last);
-    if (!last.empty() && !end)
-    {
-        return false;
-    }
-    if (first.empty())
-    {
-        return !last.empty();
-    }
-    if (first == "now")
-    {
-        return true;
-    }
-    const auto begin = parseTime(first);
-    return begin && (!end || *end > *begin);
+    return !out.begin || !out.end || *out.end > *out.begin;
 }
 
-}  // namespace
-
-RtspStatus RangeHeader::checkLive(std::string_view value)
+/// Cuts "npt=…" into the unit and what it measures.
+RtspStatus cutUnit(std::string_view value, Unit& unit, std::string_view& rest)
 {
-    std::string_view range = RtspText::cut(value, ';');
+    const std::string_view range = RtspText::cut(value, ';');
     const std::size_t equals = range.find('=');
     if (equals == std::string_view::npos)
     {
         return rtspInvalidRange;
     }
-    const std::string_view unit = RtspText::trim(range.substr(0, equals));
-    range = RtspText::trim(range.substr(equals + 1));
-    if (unit == "npt")
+    const std::string_view name = RtspText::trim(range.substr(0, equals));
+    rest = RtspText::trim(range.substr(equals + 1));
+    if (name == "npt" || name == "clock")
     {
-        return isNptRange(range) ? rtspOk : rtspInvalidRange;
+        unit = name == "npt" ? Unit::npt : Unit::clock;
+        return rtspOk;
     }
-    const bool known = unit == "clock" || unit.substr(0, 5) == "smpte";
-    return known || !RtspText::isToken(unit) ? rtspInvalidRange : rtspNotImplemented;
+    const bool known = name.substr(0, 5) == "smpte";
+    return known || !RtspText::isToken(name) ? rtspInvalidRange : rtspNotImplemented;
+}
+
+void appendTime(std::string& out, Unit unit, std::int64_t time)
+{
+    if (unit == Unit::clock)
+    {
+        UtcTime::append(out, time);
+        return;
+    }
+    const std::int64_t played = std::max<std::int64_t>(time, 0);
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(played / second));
+    UtcTime::appendFraction(out, static_cast<std::uint32_t>(played % second));
+}
+
+}  // namespace
+
+RtspStatus RangeHeader::parse(std::string_view value, RangeHeader& out)
+{
+    RangeHeader parsed;
+    std::string_view range;
+    const RtspStatus status = cutUnit(value, parsed.unit, range);
+    if (status != rtspOk)
+    {
+        return status;
+    }
+    const std::size_t dash = range.find('-');
+    if (dash == std::string_view::npos ||
+        !parseEnds(RtspText::trim(range.substr(0, dash)), RtspText::trim(range.substr(dash + 1)), parsed))
+    {
+        return rtspInvalidRange;
+    }
+    out = parsed;
+    return rtspOk;
+}
+
+RtspStatus RangeHeader::parsePoint(std::string_view value, RangeHeader& out)
+{
+    RangeHeader parsed;
+    std::string_view point;
+    const RtspStatus status = cutUnit(value, parsed.unit, point);
+    if (status != rtspOk)
+    {
+        return status;
+    }
+    if (!point.empty() && point.back() == '-')
+    {
+        point = RtspText::trim(point.substr(0, point.size() - 1));
+    }
+    parsed.begin = parseTime(parsed.unit, point);
+    if (!parsed.begin)
+    {
+        return rtspInvalidRange;
+    }
+    out = parsed;
+    return rtspOk;
+}
+
+RtspStatus RangeHeader::checkLive(std::string_view value)
+{
+    RangeHeader range;
+    const RtspStatus status = parse(value, range);
+    return status == rtspOk && range.unit == Unit::clock ? rtspInvalidRange : status;
+}
+
+void RangeHeader::append(std::string& out, Unit unit, std::int64_t begin, std::optional<std::int64_t> end)
+{
+    out.append(unit == Unit::npt ? "npt=" : "clock=");
+    appendTime(out, unit, begin);
+    out += '-';
+    if (end)
+    {
+        appendTime(out, unit, *end);
+    }
 }
 
 }  // namespace refhost

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace refhost
+{
+
+/// Absolute times as RTSP writes them: "19961108T143720.25Z", the basic form of ISO 8601 in UTC (RFC 2326,
+/// section 3.7). Held as microseconds since 1970; leap seconds do not exist, so ":60" is the next minute.
+/// Threads: any; no state.
+class UtcTime
+{
+public:
+    /// \returns nothing for another form, and for a date or time of day that the Gregorian calendar does not
+    ///          have. Digits behind the sixth of a fraction do not count.
+    static std::optional<std::int64_t> parse(std::string_view text);
+
+    /// Appends the text of an instant of the years 0 to 9999, with three to six decimals; other instants are
+    /// taken for the nearest of these.
+    static void append(std::string& out, std::int64_t microseconds);
+
+    /// Appends ".250", ".1" as ".100", ".123456": at least three decimals, no more than are needed.
+    static void appendFraction(std::string& out, std::uint32_t microseconds);
+
+    /// Microseconds from the digits behind a decimal point, which may be none.
+    static std::optional<std::uint32_t> parseFraction(std::string_view digits);
+};
+
+}  // namespace refhost
