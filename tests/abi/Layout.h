@@ -13,7 +13,8 @@ public:
     template <class T>
     static const T& at(const void* object, std::size_t offset)
     {
-        return *reinterpret_cast<const T*>(static_cast<const unsigned char*>(object) + offset);
+        const void* const member = static_cast<const unsigned char*>(object) + offset;
+        return *static_cast<const T*>(member);
     }
 
     /// The T that lies in an object where `member` lies in the mirror structure M.
@@ -21,7 +22,8 @@ public:
     static const T& at(const void* object, T M::*member)
     {
         alignas(M) static unsigned char place[sizeof(M)];
-        const M* const mirror = reinterpret_cast<const M*>(place);
+        const void* const start = place;
+        const M* const mirror = static_cast<const M*>(start);
         return at<T>(object, static_cast<std::size_t>(
                                  reinterpret_cast<const unsigned char*>(&(mirror->*member)) - place));
     }

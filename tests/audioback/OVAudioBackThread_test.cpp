@@ -191,7 +191,6 @@ TEST(OVAudioBackFirst, ConcurrentFirstCallsYieldOneManagerWithOneThreadThatDoesN
 
 TEST(OVAudioBackAtExit, TheManagerStopsItsRunningThreadItsSessionsAndItsOutput)
 {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
             // Registered before the manager is made, so that it runs when the manager is gone.

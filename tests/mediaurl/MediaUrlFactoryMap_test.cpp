@@ -259,7 +259,6 @@ TEST_F(MediaUrlFactoryMapTest, OperationsOfManyThreadsAreSerialised)
 
 TEST(MediaUrlFactoryMapAtExit, ReleasesItsFactoriesUnderItsLock)
 {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
             MediaUrlFactoryMap::getInstance()->registerFactory(
