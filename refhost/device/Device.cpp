@@ -10,6 +10,7 @@ namespace
 
 std::mutex mutex;
 std::shared_ptr<StreamDirectory> current;
+std::shared_ptr<RecordingIndex> currentRecordings;
 
 }  // namespace
 
@@ -23,6 +24,18 @@ std::shared_ptr<StreamDirectory> Device::streams()
 {
     const std::lock_guard<std::mutex> guard(mutex);
     return current;
+}
+
+void Device::setRecordings(std::shared_ptr<RecordingIndex> recordings)
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    currentRecordings.swap(recordings);
+}
+
+std::shared_ptr<RecordingIndex> Device::recordings()
+{
+    const std::lock_guard<std::mutex> guard(mutex);
+    return currentRecordings;
 }
 
 }  // namespace refhost

@@ -7,7 +7,9 @@
 namespace refhost
 {
 
-/// Where the classes of the host contract find this process's streams.
+class RecordingIndex;
+
+/// Where the classes of the host contract find this process's streams and recordings.
 class Device
 {
 public:
@@ -16,6 +18,12 @@ public:
 
     /// \returns null before setStreams()
     static std::shared_ptr<StreamDirectory> streams();
+
+    /// Sets what was recorded; null where there are no recordings, and again before the process ends.
+    static void setRecordings(std::shared_ptr<RecordingIndex> recordings);
+
+    /// \returns null when there are no recordings
+    static std::shared_ptr<RecordingIndex> recordings();
 };
 
 }  // namespace refhost

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace refhost
+{
+
+/// One file of recorded media.
+///
+/// The wall clock of a media instant is `beginNs` plus its Matroska timestamp; the first picture, a key
+/// picture, has timestamp 0.
+struct RecordedSegment
+{
+    std::int64_t id = 0;
+    int cameraId = 0;
+    int streamId = 0;
+    std::int64_t beginNs = 0;  ///< capture time of the first picture, wall clock, nanoseconds since 1970
+    std::int64_t durationNs =
+        0;                   ///< up to the end of the last picture; of an open segment what is known so far
+    std::int64_t bytes = 0;  ///< size of the file; of an open segment what is known so far
+    std::string path;        ///< of the file, with the index's directory in front
+    bool closed = false;     ///< false while it is written, or when that ended with a crash
+};
+
+/// A time without a seam in which a stream was recorded.
+struct FootageInterval
+{
+    std::int64_t beginNs = 0;  ///< wall clock, nanoseconds since 1970
+    std::int64_t endNs = 0;    ///< exclusive
+    bool growing = false;      ///< true when it goes on
+};
+
+/// A stream that there is footage of.
+struct RecordedStream
+{
+    int cameraId = 0;
+    int streamId = 0;
+};
+
+}  // namespace refhost

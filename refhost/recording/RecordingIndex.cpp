@@ -1,0 +1,323 @@
+#include "refhost/recording/RecordingIndex.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "refhost/recording/SqliteQuery.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int schemaVersion = 1;
+
+constexpr const char* schema =
+    "BEGIN;"
+    "CREATE TABLE segment("
+    " id INTEGER PRIMARY KEY,"
+    " camera INTEGER NOT NULL,"
+    " stream INTEGER NOT NULL,"
+    " begin_ns INTEGER NOT NULL,"
+    " duration_ns INTEGER NOT NULL,"
+    " bytes INTEGER NOT NULL,"
+    " path TEXT NOT NULL UNIQUE,"  // below the directory, which may move
+    " closed INTEGER NOT NULL);"
+    "CREATE INDEX segment_of_stream ON segment(camera, stream, begin_ns);"
+    "CREATE INDEX segment_by_age ON segment(begin_ns);"
+    "CREATE INDEX segment_unclosed ON segment(closed) WHERE closed = 0;"
+    "PRAGMA user_version = 1;"
+    "COMMIT;";
+
+constexpr const char* columns =
+    "SELECT id, camera, stream, begin_ns, duration_ns, bytes, path, closed FROM segment ";
+
+constexpr const char* tooNew = "it was written by a later version of ovrtspd";
+
+std::string databaseOf(const std::string& directory)
+{
+    return directory + "/index.db";
+}
+
+int versionOf(SqliteDatabase& database)
+{
+    const SqliteDatabase::Statement statement = database.prepare("PRAGMA user_version");
+    if (!statement)
+    {
+        return -1;
+    }
+    SqliteQuery query(*statement);
+    return query.next() ? static_cast<int>(query.number(0)) : -1;
+}
+
+// Wraps prepare() so that a list of statements can be prepared and checked as a whole.
+SqliteDatabase::Statement prepared(SqliteDatabase& database, const std::string& sql, bool& good)
+{
+    SqliteDatabase::Statement statement = database.prepare(sql.c_str());
+    good = good && statement != nullptr;
+    return statement;
+}
+
+std::int64_t endOf(const RecordedSegment& segment)
+{
+    return segment.beginNs + segment.durationNs;
+}
+
+}  // namespace
+
+std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& directory, std::string& error)
+{
+    std::error_code problem;
+    std::filesystem::create_directories(directory, problem);
+    if (problem)
+    {
+        error = directory + ": " + problem.message();
+        return nullptr;
+    }
+    std::shared_ptr<RecordingIndex> index(new RecordingIndex(directory));
+    if (!index->openWriting(error) || !index->openReading(error))
+    {
+        error = databaseOf(directory) + ": " + error;
+        return nullptr;
+    }
+    return index;
+}
+
+std::shared_ptr<RecordingIndex> RecordingIndex::openToRead(const std::string& directory, std::string& error)
+{
+    std::shared_ptr<RecordingIndex> index(new RecordingIndex(directory));
+    if (!index->openReading(error))
+    {
+        error = databaseOf(directory) + ": " + error;
+        return nullptr;
+    }
+    return index;
+}
+
+RecordingIndex::~RecordingIndex() = default;
+
+bool RecordingIndex::openWriting(std::string& error)
+{
+    writing_.database = SqliteDatabase::open(databaseOf(directory_), SqliteDatabase::Access::write, error);
+    if (!writing_.database)
+    {
+        return false;
+    }
+    SqliteDatabase& database = *writing_.database;
+    const int version = versionOf(database);
+    if (version > schemaVersion)
+    {
+        error = tooNew;
+        return false;
+    }
+    bool good = version == schemaVersion || (version == 0 && database.execute(schema));
+    writing_.add = prepared(database,
+                            "INSERT INTO segment(camera, stream, begin_ns, duration_ns, bytes, path, closed)"
+                            " VALUES(?, ?, ?, ?, ?, ?, ?)",
+                            good);
+    writing_.grow =
+        prepared(database, "UPDATE segment SET duration_ns = ?, bytes = ? WHERE id = ? AND closed = 0", good);
+    writing_.close =
+        prepared(database, "UPDATE segment SET duration_ns = ?, bytes = ?, closed = 1 WHERE id = ?", good);
+    writing_.remove = prepared(database, "DELETE FROM segment WHERE id = ?", good);
+    if (!good)
+    {
+        error = database.lastError();
+    }
+    return good;
+}
+
+bool RecordingIndex::openReading(std::string& error)
+{
+    reading_.database = SqliteDatabase::open(databaseOf(directory_), SqliteDatabase::Access::read, error);
+    if (!reading_.database)
+    {
+        return false;
+    }
+    SqliteDatabase& database = *reading_.database;
+    if (versionOf(database) > schemaVersion)
+    {
+        error = tooNew;
+        return false;
+    }
+    bool good = true;
+    const std::string select = columns;
+    const std::string overlaps = "camera = ? AND begin_ns < ? AND begin_ns + duration_ns + iif(closed, 0, " +
+                                 std::to_string(openReserveNs) + ") > ?";
+    reading_.find =
+        prepared(database, select + "WHERE " + overlaps + " AND stream = ? ORDER BY begin_ns, id", good);
+    reading_.lowestStream = prepared(database, "SELECT min(stream) FROM segment WHERE " + overlaps, good);
+    reading_.streams =
+        prepared(database, "SELECT DISTINCT camera, stream FROM segment ORDER BY camera, stream", good);
+    reading_.ofStream =
+        prepared(database, select + "WHERE camera = ? AND stream = ? ORDER BY begin_ns, id", good);
+    reading_.all = prepared(database, select + "ORDER BY begin_ns, id", good);
+    reading_.unclosed = prepared(database, select + "WHERE closed = 0 ORDER BY begin_ns, id", good);
+    reading_.oldestClosed =
+        prepared(database, select + "WHERE closed != 0 ORDER BY begin_ns, id LIMIT 1", good);
+    reading_.totalBytes = prepared(database, "SELECT total(bytes) FROM segment", good);
+    if (!good)
+    {
+        error = database.lastError();
+    }
+    return good;
+}
+
+std::vector<RecordedSegment> RecordingIndex::find(int cameraId, std::int64_t beginNs,
+                                                  std::int64_t endNs) const
+{
+    std::int64_t streamId = 0;
+    {
+        const std::lock_guard<std::mutex> guard(readingMutex_);
+        SqliteQuery query(*reading_.lowestStream, cameraId, endNs, beginNs);
+        if (!query.next() || query.isNull(0))
+        {
+            return {};
+        }
+        streamId = query.number(0);
+    }
+    return find(cameraId, static_cast<int>(streamId), beginNs, endNs);
+}
+
+std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, std::int64_t beginNs,
+                                                  std::int64_t endNs) const
+{
+    return segments(reading_.find, cameraId, endNs, beginNs, streamId);
+}
+
+std::vector<RecordedStream> RecordingIndex::streams() const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    std::vector<RecordedStream> found;
+    SqliteQuery query(*reading_.streams);
+    while (query.next())
+    {
+        found.push_back({static_cast<int>(query.number(0)), static_cast<int>(query.number(1))});
+    }
+    return found;
+}
+
+std::vector<FootageInterval> RecordingIndex::footage(int cameraId, int streamId) const
+{
+    std::vector<FootageInterval> intervals;
+    for (const RecordedSegment& segment : segments(reading_.ofStream, cameraId, streamId))
+    {
+        if (intervals.empty() || segment.beginNs > intervals.back().endNs + seamNs)
+        {
+            intervals.push_back({segment.beginNs, segment.beginNs, false});
+        }
+        FootageInterval& interval = intervals.back();
+        interval.endNs = std::max(interval.endNs, endOf(segment));
+        interval.growing = !segment.closed;
+    }
+    return intervals;
+}
+
+std::vector<RecordedSegment> RecordingIndex::all() const
+{
+    return segments(reading_.all);
+}
+
+std::vector<RecordedSegment> RecordingIndex::unclosed() const
+{
+    return segments(reading_.unclosed);
+}
+
+std::optional<RecordedSegment> RecordingIndex::oldestClosed() const
+{
+    std::vector<RecordedSegment> found = segments(reading_.oldestClosed);
+    return found.empty() ? std::nullopt : std::make_optional(std::move(found.front()));
+}
+
+std::int64_t RecordingIndex::totalBytes() const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.totalBytes);
+    return query.next() ? query.number(0) : 0;
+}
+
+std::optional<std::int64_t> RecordingIndex::add(const RecordedSegment& segment)
+{
+    const std::string inside =
+        std::filesystem::path(segment.path).lexically_relative(directory_).generic_string();
+    const std::lock_guard<std::mutex> guard(writingMutex_);
+    if (inside.empty() || inside.rfind("..", 0) == 0)
+    {
+        error_ = segment.path + " does not lie below " + directory_;
+        return std::nullopt;
+    }
+    if (!write(writing_.add, segment.cameraId, segment.streamId, segment.beginNs, segment.durationNs,
+               segment.bytes, inside, segment.closed))
+    {
+        return std::nullopt;
+    }
+    return writing_.database->lastInsertedId();
+}
+
+bool RecordingIndex::grow(std::int64_t id, std::int64_t durationNs, std::int64_t bytes)
+{
+    const std::lock_guard<std::mutex> guard(writingMutex_);
+    return write(writing_.grow, durationNs, bytes, id);
+}
+
+bool RecordingIndex::close(std::int64_t id, std::int64_t durationNs, std::int64_t bytes)
+{
+    const std::lock_guard<std::mutex> guard(writingMutex_);
+    return write(writing_.close, durationNs, bytes, id);
+}
+
+bool RecordingIndex::remove(std::int64_t id)
+{
+    const std::lock_guard<std::mutex> guard(writingMutex_);
+    return write(writing_.remove, id);
+}
+
+std::string RecordingIndex::lastError() const
+{
+    const std::lock_guard<std::mutex> guard(writingMutex_);
+    return error_;
+}
+
+template <typename... Parameters>
+std::vector<RecordedSegment> RecordingIndex::segments(const SqliteDatabase::Statement& statement,
+                                                      const Parameters&... parameters) const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    std::vector<RecordedSegment> found;
+    SqliteQuery query(*statement, parameters...);
+    while (query.next())
+    {
+        RecordedSegment segment;
+        segment.id = query.number(0);
+        segment.cameraId = static_cast<int>(query.number(1));
+        segment.streamId = static_cast<int>(query.number(2));
+        segment.beginNs = query.number(3);
+        segment.durationNs = query.number(4);
+        segment.bytes = query.number(5);
+        segment.path = directory_ + "/" + query.text(6);
+        segment.closed = query.number(7) != 0;
+        found.push_back(std::move(segment));
+    }
+    return found;
+}
+
+template <typename... Parameters>
+bool RecordingIndex::write(const SqliteDatabase::Statement& statement, const Parameters&... parameters)
+{
+    if (!statement)
+    {
+        error_ = "this index was opened to be read";
+        return false;
+    }
+    SqliteQuery query(*statement, parameters...);
+    if (query.run())
+    {
+        return true;
+    }
+    error_ = databaseOf(directory_) + ": " + writing_.database->lastError();
+    return false;
+}
+
+}  // namespace refhost

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "refhost/recording/RecordedSegment.h"
+#include "refhost/recording/SqliteDatabase.h"
+
+namespace refhost
+{
+
+/// What was recorded when and where it lies: the table of all segments below one directory, in
+/// `<directory>/index.db`.
+///
+/// One process writes; any number may read meanwhile. Writing operations return false, or nothing, when the
+/// disk fails (full, read-only); the table is as before then, and lastError() tells why.
+/// Threads: any. Readers do not wait for writers. Every operation may touch the disk: not for event loops.
+class RecordingIndex
+{
+public:
+    /// Footage of one stream that continues within this time counts as uninterrupted, nanoseconds.
+    static constexpr std::int64_t seamNs = 1000000000;
+    /// How far the end of an open segment may be beyond what is known of it, nanoseconds.
+    static constexpr std::int64_t openReserveNs = 5000000000;
+
+    /// Opens the index of a directory, making both if they are missing.
+    /// \param[out] error  why not, in plain words
+    /// \returns null with `error` set when it cannot be written to or belongs to a later version
+    static std::shared_ptr<RecordingIndex> open(const std::string& directory, std::string& error);
+    /// Opens an index that is there to look at it, as another process than the server does.
+    static std::shared_ptr<RecordingIndex> openToRead(const std::string& directory, std::string& error);
+
+    RecordingIndex(const RecordingIndex&) = delete;
+    RecordingIndex& operator=(const RecordingIndex&) = delete;
+    ~RecordingIndex();
+
+    const std::string& directory() const
+    {
+        return directory_;
+    }
+
+    /// Segments with footage in [beginNs, endNs) of a camera: of its lowest stream that has any there. Closed
+    /// and open ones, in the order of their begin.
+    std::vector<RecordedSegment> find(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
+    /// The same of one stream.
+    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
+                                      std::int64_t endNs) const;
+
+    /// Every stream with a segment, in the order of camera and stream.
+    std::vector<RecordedStream> streams() const;
+    /// When a stream was recorded, in time order; the gaps are between the intervals.
+    std::vector<FootageInterval> footage(int cameraId, int streamId) const;
+
+    /// Every segment in the order of its begin; the oldest first.
+    std::vector<RecordedSegment> all() const;
+    /// Segments that are being written, or were when the process ended.
+    std::vector<RecordedSegment> unclosed() const;
+    /// The closed segment with the earliest begin.
+    std::optional<RecordedSegment> oldestClosed() const;
+    /// Sum of the sizes of all segments, bytes.
+    std::int64_t totalBytes() const;
+
+    /// Enters a segment. \param segment  `id` is not read; `path` must lie below the directory
+    /// \returns its id
+    std::optional<std::int64_t> add(const RecordedSegment& segment);
+    /// Tells how far an open segment has come.
+    bool grow(std::int64_t id, std::int64_t durationNs, std::int64_t bytes);
+    /// A segment came to its end.
+    bool close(std::int64_t id, std::int64_t durationNs, std::int64_t bytes);
+    /// Forgets a segment; its file is the caller's.
+    bool remove(std::int64_t id);
+
+    /// Why the last writing operation of any thread failed.
+    std::string lastError() const;
+
+private:
+    struct Reading
+    {
+        std::unique_ptr<SqliteDatabase> database;
+        SqliteDatabase::Statement find;
+        SqliteDatabase::Statement lowestStream;
+        SqliteDatabase::Statement streams;
+        SqliteDatabase::Statement ofStream;
+        SqliteDatabase::Statement all;
+        SqliteDatabase::Statement unclosed;
+        SqliteDatabase::Statement oldestClosed;
+        SqliteDatabase::Statement totalBytes;
+    };
+    struct Writing
+    {
+        std::unique_ptr<SqliteDatabase> database;
+        SqliteDatabase::Statement add;
+        SqliteDatabase::Statement grow;
+        SqliteDatabase::Statement close;
+        SqliteDatabase::Statement remove;
+    };
+
+    explicit RecordingIndex(std::string directory) : directory_(std::move(directory)) {}
+    bool openWriting(std::string& error);
+    bool openReading(std::string& error);
+
+    template <typename... Parameters>
+    std::vector<RecordedSegment> segments(const SqliteDatabase::Statement& statement,
+                                          const Parameters&... parameters) const;
+    template <typename... Parameters>
+    bool write(const SqliteDatabase::Statement& statement, const Parameters&... parameters);
+
+    const std::string directory_;
+    mutable std::mutex readingMutex_;
+    Reading reading_;
+    mutable std::mutex writingMutex_;
+    Writing writing_;
+    std::string error_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,64 @@
+#include "refhost/recording/SqliteDatabase.h"
+
+namespace refhost
+{
+namespace
+{
+
+// Another process may hold the file for a moment: a listing, a backup, a shell.
+constexpr int busyMs = 3000;
+
+}  // namespace
+
+std::unique_ptr<SqliteDatabase> SqliteDatabase::open(const std::string& path, Access access,
+                                                     std::string& error)
+{
+    const bool writes = access == Access::write;
+    const int flags =
+        SQLITE_OPEN_NOMUTEX | (writes ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
+    sqlite3* connection = nullptr;
+    const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
+    std::unique_ptr<SqliteDatabase> database(new SqliteDatabase(connection));
+    if (result != SQLITE_OK)
+    {
+        error = connection == nullptr ? "out of memory" : database->lastError();
+        return nullptr;
+    }
+    sqlite3_busy_timeout(connection, busyMs);
+    // With write-ahead logging readers never wait for the writer, and a commit does not wait for the disk.
+    if (writes && !database->execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"))
+    {
+        error = database->lastError();
+        return nullptr;
+    }
+    return database;
+}
+
+SqliteDatabase::~SqliteDatabase()
+{
+    sqlite3_close_v2(connection_);
+}
+
+bool SqliteDatabase::execute(const char* sql)
+{
+    return sqlite3_exec(connection_, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+SqliteDatabase::Statement SqliteDatabase::prepare(const char* sql)
+{
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v3(connection_, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    return Statement(statement);
+}
+
+std::string SqliteDatabase::lastError() const
+{
+    return sqlite3_errmsg(connection_);
+}
+
+std::int64_t SqliteDatabase::lastInsertedId() const
+{
+    return sqlite3_last_insert_rowid(connection_);
+}
+
+}  // namespace refhost

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace refhost
+{
+
+/// One connection to a SQLite database, closed with the object.
+///
+/// Threads: one at a time; the owner holds a lock around everything that it does with a connection and its
+/// statements.
+class SqliteDatabase
+{
+public:
+    enum class Access
+    {
+        read,  ///< the file must be there
+        write  ///< the file is made if it is missing, and the connection switches it to write-ahead logging
+    };
+
+    struct Finalize
+    {
+        void operator()(sqlite3_stmt* statement) const
+        {
+            sqlite3_finalize(statement);
+        }
+    };
+    /// A prepared statement; not to outlive its connection. Run by SqliteQuery.
+    using Statement = std::unique_ptr<sqlite3_stmt, Finalize>;
+
+    /// \param[out] error  why not, in plain words
+    /// \returns null with `error` set when the file cannot be opened
+    static std::unique_ptr<SqliteDatabase> open(const std::string& path, Access access, std::string& error);
+
+    SqliteDatabase(const SqliteDatabase&) = delete;
+    SqliteDatabase& operator=(const SqliteDatabase&) = delete;
+    ~SqliteDatabase();
+
+    /// Runs one or more statements that give no rows. \returns false when one failed; see lastError()
+    bool execute(const char* sql);
+
+    /// \returns null when the statement is wrong or what it speaks of is not there; see lastError()
+    Statement prepare(const char* sql);
+
+    /// What the database says of its last failure.
+    std::string lastError() const;
+    std::int64_t lastInsertedId() const;
+
+private:
+    explicit SqliteDatabase(sqlite3* connection) : connection_(connection) {}
+
+    sqlite3* connection_;
+};
+
+}  // namespace refhost

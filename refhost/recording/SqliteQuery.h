@@ -1,0 +1,87 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <string>
+
+namespace refhost
+{
+
+/// One run of a prepared statement: parameters in the order of their question marks, rows one after the
+/// other. The statement is ready for its next run when the object ends.
+///
+///     SqliteQuery query(*find_, cameraId, beginNs, endNs);
+///     while (query.next())
+///     {
+///         use(query.number(0), query.text(1));
+///     }
+///
+/// Threads: one at a time.
+class SqliteQuery
+{
+public:
+    template <typename... Parameters>
+    explicit SqliteQuery(sqlite3_stmt& statement, const Parameters&... parameters) : statement_(statement)
+    {
+        int index = 0;
+        (bind(++index, parameters), ...);
+    }
+    SqliteQuery(const SqliteQuery&) = delete;
+    SqliteQuery& operator=(const SqliteQuery&) = delete;
+    ~SqliteQuery()
+    {
+        sqlite3_reset(&statement_);
+        sqlite3_clear_bindings(&statement_);
+    }
+
+    /// Goes to the first or next row. \returns false after the last one, or at a failure: see succeeded()
+    bool next()
+    {
+        result_ = sqlite3_step(&statement_);
+        return result_ == SQLITE_ROW;
+    }
+
+    /// Runs a statement that gives no rows. \returns false when it failed
+    bool run()
+    {
+        next();
+        return succeeded();
+    }
+
+    /// True when the last next() did not fail.
+    bool succeeded() const
+    {
+        return result_ == SQLITE_ROW || result_ == SQLITE_DONE;
+    }
+
+    bool isNull(int column) const
+    {
+        return sqlite3_column_type(&statement_, column) == SQLITE_NULL;
+    }
+    /// \returns 0 for what is null
+    std::int64_t number(int column) const
+    {
+        return sqlite3_column_int64(&statement_, column);
+    }
+    std::string text(int column) const
+    {
+        const auto* const bytes = reinterpret_cast<const char*>(sqlite3_column_text(&statement_, column));
+        return bytes == nullptr ? std::string() : std::string(bytes);
+    }
+
+private:
+    void bind(int index, std::int64_t value)
+    {
+        sqlite3_bind_int64(&statement_, index, value);
+    }
+    void bind(int index, const std::string& value)
+    {
+        sqlite3_bind_text(&statement_, index, value.data(), static_cast<int>(value.size()), SQLITE_TRANSIENT);
+    }
+
+    sqlite3_stmt& statement_;
+    int result_ = SQLITE_DONE;
+};
+
+}  // namespace refhost

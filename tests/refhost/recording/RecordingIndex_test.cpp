@@ -1,0 +1,317 @@
+#include "refhost/recording/RecordingIndex.h"
+
+#include <fmt/core.h>
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "tests/TemporaryFolder.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::int64_t second = 1000000000;
+constexpr std::int64_t year2026 = 1767225600 * second;
+
+class RecordingIndexTest : public testing::Test
+{
+protected:
+    RecordingIndexTest() : index_(open()) {}
+
+    std::shared_ptr<RecordingIndex> open()
+    {
+        std::string error;
+        std::shared_ptr<RecordingIndex> index = RecordingIndex::open(folder_ / "a/b", error);
+        EXPECT_TRUE(index) << error;
+        return index;
+    }
+
+    // Times in seconds after year2026.
+    RecordedSegment segment(int camera, int stream, double begin, double duration, bool closed = true) const
+    {
+        RecordedSegment made;
+        made.cameraId = camera;
+        made.streamId = stream;
+        made.beginNs = year2026 + static_cast<std::int64_t>(begin * second);
+        made.durationNs = static_cast<std::int64_t>(duration * second);
+        made.bytes = 1000;
+        made.path = fmt::format("{}/{}/{}/{}.mkv", index_->directory(), camera, stream, made.beginNs);
+        made.closed = closed;
+        return made;
+    }
+
+    std::int64_t add(int camera, int stream, double begin, double duration, bool closed = true)
+    {
+        const std::optional<std::int64_t> id = index_->add(segment(camera, stream, begin, duration, closed));
+        EXPECT_TRUE(id) << index_->lastError();
+        return id.value_or(0);
+    }
+
+    std::vector<std::int64_t> find(int camera, double begin, double end) const
+    {
+        std::vector<std::int64_t> ids;
+        for (const RecordedSegment& found :
+             index_->find(camera, year2026 + static_cast<std::int64_t>(begin * second),
+                          year2026 + static_cast<std::int64_t>(end * second)))
+        {
+            ids.push_back(found.id);
+        }
+        return ids;
+    }
+
+    // Begin and end in seconds after year2026.
+    std::vector<std::pair<double, double>> footage(int camera, int stream) const
+    {
+        std::vector<std::pair<double, double>> intervals;
+        for (const FootageInterval& interval : index_->footage(camera, stream))
+        {
+            intervals.emplace_back(static_cast<double>(interval.beginNs - year2026) / second,
+                                   static_cast<double>(interval.endNs - year2026) / second);
+        }
+        return intervals;
+    }
+
+    TemporaryFolder folder_;
+    std::shared_ptr<RecordingIndex> index_;
+};
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+TEST_F(RecordingIndexTest, SegmentIsFoundAsItWasEntered)
+{
+    const RecordedSegment entered = segment(3, 1, 10.5, 9.75);
+    const std::optional<std::int64_t> id = index_->add(entered);
+    ASSERT_TRUE(id);
+    const std::vector<RecordedSegment> found = index_->find(3, entered.beginNs, entered.beginNs + 1);
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].id, *id);
+    EXPECT_EQ(found[0].cameraId, 3);
+    EXPECT_EQ(found[0].streamId, 1);
+    EXPECT_EQ(found[0].beginNs, entered.beginNs);
+    EXPECT_EQ(found[0].durationNs, entered.durationNs);
+    EXPECT_EQ(found[0].bytes, 1000);
+    EXPECT_EQ(found[0].path, entered.path);
+    EXPECT_TRUE(found[0].closed);
+}
+
+TEST_F(RecordingIndexTest, IntervalTouchesSegmentsByItsBeginAndNotByItsEnd)
+{
+    const std::int64_t earlier = add(1, 0, 0, 10);
+    const std::int64_t later = add(1, 0, 10, 10);
+    EXPECT_THAT(find(1, 0, 10), ElementsAre(earlier));
+    EXPECT_THAT(find(1, 9.9, 10.1), ElementsAre(earlier, later));
+    EXPECT_THAT(find(1, 10, 11), ElementsAre(later));
+    EXPECT_THAT(find(1, -5, 0), IsEmpty());
+    EXPECT_THAT(find(1, 20, 30), IsEmpty());
+    EXPECT_THAT(find(2, 0, 10), IsEmpty());
+}
+
+TEST_F(RecordingIndexTest, SegmentsComeInTheOrderOfTheirBeginWhateverTheOrderOfEntry)
+{
+    const std::int64_t last = add(1, 0, 20, 10);
+    const std::int64_t first = add(1, 0, 0, 10);
+    const std::int64_t middle = add(1, 0, 10, 10);
+    EXPECT_THAT(find(1, 0, 30), ElementsAre(first, middle, last));
+}
+
+TEST_F(RecordingIndexTest, LowestStreamWithFootageInTheIntervalIsTaken)
+{
+    const std::int64_t high = add(1, 2, 0, 10);
+    const std::int64_t low = add(1, 1, 20, 10);
+    add(1, 2, 20, 10);
+    EXPECT_THAT(find(1, 0, 10), ElementsAre(high));
+    EXPECT_THAT(find(1, 0, 30), ElementsAre(low));
+}
+
+TEST_F(RecordingIndexTest, OpenSegmentIsFoundALittleBeyondWhatIsKnownOfIt)
+{
+    const std::int64_t id = add(1, 0, 0, 3, false);
+    EXPECT_THAT(find(1, 7, 8), ElementsAre(id));
+    EXPECT_THAT(find(1, 60, 61), IsEmpty());
+}
+
+TEST_F(RecordingIndexTest, OpenSegmentGrowsUntilItIsClosed)
+{
+    const std::int64_t id = add(1, 0, 0, 0, false);
+    EXPECT_TRUE(index_->grow(id, 4 * second, 4000));
+    ASSERT_EQ(index_->unclosed().size(), 1U);
+    EXPECT_EQ(index_->unclosed()[0].durationNs, 4 * second);
+    EXPECT_EQ(index_->unclosed()[0].bytes, 4000);
+
+    EXPECT_TRUE(index_->close(id, 5 * second, 5000));
+    EXPECT_THAT(index_->unclosed(), IsEmpty());
+    EXPECT_TRUE(index_->grow(id, 6 * second, 6000));
+    ASSERT_EQ(index_->all().size(), 1U);
+    EXPECT_EQ(index_->all()[0].durationNs, 5 * second);
+    EXPECT_EQ(index_->totalBytes(), 5000);
+}
+
+TEST_F(RecordingIndexTest, FootageJoinsSegmentsThatFollowAndLeavesGapsOut)
+{
+    add(1, 0, 0, 10);
+    add(1, 0, 10.04, 10);
+    add(1, 0, 40, 10);
+    EXPECT_THAT(footage(1, 0), ElementsAre(Pair(0, 20.04), Pair(40, 50)));
+    EXPECT_THAT(footage(1, 1), IsEmpty());
+}
+
+TEST_F(RecordingIndexTest, FootageThatOverlapsAfterAClockWasSetBackIsOneInterval)
+{
+    add(1, 0, 0, 10);
+    add(1, 0, 2, 3);
+    add(1, 0, 9, 10);
+    EXPECT_THAT(footage(1, 0), ElementsAre(Pair(0, 19)));
+}
+
+TEST_F(RecordingIndexTest, FootageGrowsWhereItsLastSegmentIsOpen)
+{
+    add(1, 0, 0, 10);
+    add(1, 0, 40, 10, false);
+    const std::vector<FootageInterval> intervals = index_->footage(1, 0);
+    ASSERT_EQ(intervals.size(), 2U);
+    EXPECT_FALSE(intervals[0].growing);
+    EXPECT_TRUE(intervals[1].growing);
+}
+
+TEST_F(RecordingIndexTest, StreamsAreListedOnceInOrder)
+{
+    add(2, 0, 0, 10);
+    add(1, 1, 0, 10);
+    add(1, 0, 0, 10);
+    add(1, 0, 10, 10);
+    std::vector<std::pair<int, int>> streams;
+    for (const RecordedStream& stream : index_->streams())
+    {
+        streams.emplace_back(stream.cameraId, stream.streamId);
+    }
+    EXPECT_THAT(streams, ElementsAre(Pair(1, 0), Pair(1, 1), Pair(2, 0)));
+}
+
+TEST_F(RecordingIndexTest, OldestClosedSegmentPassesOverOpenOnes)
+{
+    EXPECT_FALSE(index_->oldestClosed());
+    add(1, 0, 0, 10, false);
+    EXPECT_FALSE(index_->oldestClosed());
+    add(1, 0, 30, 10);
+    const std::int64_t older = add(2, 0, 20, 10);
+    ASSERT_TRUE(index_->oldestClosed());
+    EXPECT_EQ(index_->oldestClosed()->id, older);
+    EXPECT_TRUE(index_->remove(older));
+    EXPECT_NE(index_->oldestClosed()->id, older);
+}
+
+TEST_F(RecordingIndexTest, EverythingIsThereAfterOpeningAgainAndInAMovedDirectory)
+{
+    const std::int64_t id = add(1, 0, 0, 10);
+    index_.reset();
+    std::filesystem::rename(folder_ / "a", folder_ / "moved");
+    std::string error;
+    const auto moved = RecordingIndex::open(folder_ / "moved/b", error);
+    ASSERT_TRUE(moved) << error;
+    ASSERT_EQ(moved->all().size(), 1U);
+    EXPECT_EQ(moved->all()[0].id, id);
+    EXPECT_EQ(moved->all()[0].path.rfind(folder_ / "moved/b/1/0/", 0), 0U);
+}
+
+TEST_F(RecordingIndexTest, ReaderSeesWhatTheWriterEntersAndCannotWrite)
+{
+    std::string error;
+    const auto reader = RecordingIndex::openToRead(folder_ / "a/b", error);
+    ASSERT_TRUE(reader) << error;
+    add(1, 0, 0, 10);
+    EXPECT_EQ(reader->all().size(), 1U);
+    EXPECT_FALSE(reader->add(segment(1, 0, 10, 10)));
+    EXPECT_EQ(reader->lastError(), "this index was opened to be read");
+    EXPECT_FALSE(reader->remove(1));
+    EXPECT_EQ(index_->all().size(), 1U);
+}
+
+TEST_F(RecordingIndexTest, ReadingDoesNotMakeAnIndex)
+{
+    std::string error;
+    EXPECT_FALSE(RecordingIndex::openToRead(folder_ / "none", error));
+    EXPECT_NE(error.find("none/index.db"), std::string::npos) << error;
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "none"));
+}
+
+TEST_F(RecordingIndexTest, DirectoryThatCannotBeMadeIsTold)
+{
+    std::ofstream(folder_ / "file") << "in the way";
+    std::string error;
+    EXPECT_FALSE(RecordingIndex::open(folder_ / "file/sub", error));
+    EXPECT_NE(error.find("file/sub"), std::string::npos) << error;
+}
+
+TEST_F(RecordingIndexTest, FileThatIsNoIndexIsRefusedAndLeftAsItIs)
+{
+    std::filesystem::create_directory(folder_ / "odd");
+    std::ofstream(folder_ / "odd/index.db") << std::string(4096, 'x');
+    std::string error;
+    EXPECT_FALSE(RecordingIndex::open(folder_ / "odd", error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_EQ(std::filesystem::file_size(folder_ / "odd/index.db"), 4096U);
+}
+
+TEST_F(RecordingIndexTest, IndexOfALaterVersionIsRefused)
+{
+    index_.reset();
+    std::string error;
+    {
+        const auto database =
+            SqliteDatabase::open(folder_ / "a/b/index.db", SqliteDatabase::Access::write, error);
+        ASSERT_TRUE(database && database->execute("PRAGMA user_version = 2")) << error;
+    }
+    EXPECT_FALSE(RecordingIndex::open(folder_ / "a/b", error));
+    EXPECT_NE(error.find("later version"), std::string::npos) << error;
+    EXPECT_FALSE(RecordingIndex::openToRead(folder_ / "a/b", error));
+}
+
+TEST_F(RecordingIndexTest, PathOutsideTheDirectoryOrEnteredTwiceIsRefused)
+{
+    RecordedSegment outside = segment(1, 0, 0, 10);
+    outside.path = folder_ / "elsewhere.mkv";
+    EXPECT_FALSE(index_->add(outside));
+    add(1, 0, 0, 10);
+    EXPECT_FALSE(index_->add(segment(1, 0, 0, 10)));
+    EXPECT_NE(index_->lastError().find("UNIQUE"), std::string::npos) << index_->lastError();
+    EXPECT_EQ(index_->all().size(), 1U);
+}
+
+TEST_F(RecordingIndexTest, ThreadsReadWhileOneWrites)
+{
+    std::atomic<bool> done{false};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i)
+    {
+        readers.emplace_back(
+            [&]
+            {
+                while (!done)
+                {
+                    const std::size_t before = find(1, 0, 1000).size();
+                    EXPECT_GE(find(1, 0, 1000).size(), before);
+                }
+            });
+    }
+    for (int i = 0; i < 100; ++i)
+    {
+        const std::int64_t id = add(1, 0, i, 0, false);
+        EXPECT_TRUE(index_->close(id, second, 1));
+    }
+    done = true;
+    for (std::thread& reader : readers)
+    {
+        reader.join();
+    }
+    EXPECT_EQ(find(1, 0, 1000).size(), 100U);
+}
+
+}  // namespace
+}  // namespace refhost
