@@ -1,5 +1,7 @@
 #include "refhost/rtp/RtcpReader.h"
 
+#include "refhost/rtp/ByteOrder.h"
+
 namespace refhost
 {
 namespace
@@ -11,22 +13,16 @@ constexpr unsigned goodbye = 203;
 constexpr std::size_t headerSize = 4;
 constexpr std::size_t blockSize = 24;
 
-std::uint32_t read32(const std::uint8_t* at)
-{
-    return static_cast<std::uint32_t>(at[0]) << 24U | static_cast<std::uint32_t>(at[1]) << 16U |
-           static_cast<std::uint32_t>(at[2]) << 8U | at[3];
-}
-
 ReceptionReport readBlock(const std::uint8_t* at)
 {
     ReceptionReport report;
     report.fractionLost = at[4];
-    const std::uint32_t lost = read32(at + 4) & 0xffffffU;
+    const std::uint32_t lost = readBig32(at + 4) & 0xffffffU;
     report.cumulativeLost = static_cast<std::int32_t>(lost) - ((lost & 0x800000U) != 0 ? 0x1000000 : 0);
-    report.highestSequence = read32(at + 8);
-    report.jitter = read32(at + 12);
-    report.lastReport = read32(at + 16);
-    report.delaySinceReport = read32(at + 20);
+    report.highestSequence = readBig32(at + 8);
+    report.jitter = readBig32(at + 12);
+    report.lastReport = readBig32(at + 16);
+    report.delaySinceReport = readBig32(at + 20);
     return report;
 }
 
@@ -39,10 +35,15 @@ bool readBlocks(const std::uint8_t* at, std::size_t size, bool sender, unsigned 
     {
         return false;
     }
+    if (sender && !findings.sent)
+    {
+        findings.sent = true;
+        findings.sentNtp = readBig32(at + 6);
+    }
     for (unsigned i = 0; i < count; ++i)
     {
         const std::uint8_t* block = at + before + i * blockSize;
-        if (read32(block) == ssrc)
+        if (readBig32(block) == ssrc)
         {
             findings.reported = true;
             findings.report = readBlock(block);
@@ -72,6 +73,10 @@ bool RtcpReader::read(const std::uint8_t* data, std::size_t size, std::uint32_t 
         if (size - at < length || (at == 0 && !report) || (padded && at + length != size))
         {
             return false;
+        }
+        if (at == 0 && length >= headerSize + 4)
+        {
+            found.reporter = readBig32(data + headerSize);
         }
         if (report && !readBlocks(data + at + headerSize, length - headerSize, type == senderReport, count,
                                   ssrc, found))

@@ -17,12 +17,15 @@ struct ReceptionReport
     std::uint32_t delaySinceReport = 0;  ///< in 1/65536 s
 };
 
-/// What one compound packet from a client tells a sender.
+/// What one compound packet from a client tells.
 struct RtcpFindings
 {
-    bool reported = false;  ///< `report` is filled
-    bool goodbye = false;   ///< the client leaves
+    std::uint32_t reporter = 0;  ///< SSRC of the client, as its first report has it
+    bool reported = false;       ///< `report` is filled
+    bool sent = false;           ///< the reporter sends: `sentNtp` is filled
+    bool goodbye = false;        ///< the client leaves
     ReceptionReport report;
+    std::uint32_t sentNtp = 0;  ///< middle 32 bits of its sender report's NTP time
 };
 
 /// Reads compound RTCP packets as they come from the network.

@@ -34,12 +34,36 @@ RtcpWriter::RtcpWriter(const SenderReport& report, const Name& name, bool goodby
     put32(report.rtpTimestamp);
     put32(report.packets);
     put32(report.octets);
+    putNameAndGoodbye(report.ssrc, name, goodbye);
+}
 
+RtcpWriter RtcpWriter::ofReceiver(const ReceiverReport& report, const Name& name, bool goodbye)
+{
+    RtcpWriter writer;
+    writer.put32(report.hasBlock ? header(1, 201, 8) : header(0, 201, 2));
+    writer.put32(report.ssrc);
+    if (report.hasBlock)
+    {
+        const ReceptionReport& block = report.reception;
+        writer.put32(report.source);
+        writer.put32(static_cast<std::uint32_t>(block.fractionLost) << 24U |
+                     (static_cast<std::uint32_t>(block.cumulativeLost) & 0xffffffU));
+        writer.put32(block.highestSequence);
+        writer.put32(block.jitter);
+        writer.put32(block.lastReport);
+        writer.put32(block.delaySinceReport);
+    }
+    writer.putNameAndGoodbye(report.ssrc, name, goodbye);
+    return writer;
+}
+
+void RtcpWriter::putNameAndGoodbye(std::uint32_t ssrc, const Name& name, bool goodbye)
+{
     // One chunk: SSRC, CNAME item (type 1), and the null byte that ends the list, padded to a whole word.
     constexpr std::size_t itemBytes = 2 + nameSize + 1;
     constexpr unsigned words = 2 + (itemBytes + 3) / 4;
     put32(header(1, 202, words));
-    put32(report.ssrc);
+    put32(ssrc);
     const std::size_t end = size_ + (words - 2) * 4;
     bytes_[size_++] = 1;
     bytes_[size_++] = nameSize;
@@ -53,7 +77,7 @@ RtcpWriter::RtcpWriter(const SenderReport& report, const Name& name, bool goodby
     if (goodbye)
     {
         put32(header(1, 203, 2));
-        put32(report.ssrc);
+        put32(ssrc);
     }
 }
 

@@ -4,11 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "refhost/rtp/RtcpReader.h"
+
 namespace refhost
 {
 
-/// One compound RTCP packet of a sender: report, canonical name and, at the end, goodbye
-/// (RFC 3550, sections 6.4.1, 6.5.1 and 6.6). Needs no memory of its own.
+/// One compound RTCP packet of a sender or a receiver: report, canonical name and, at the end, goodbye
+/// (RFC 3550, sections 6.4.1, 6.4.2, 6.5.1 and 6.6). Needs no memory of its own.
 class RtcpWriter
 {
 public:
@@ -27,6 +29,16 @@ public:
 
     RtcpWriter(const SenderReport& report, const Name& name, bool goodbye);
 
+    struct ReceiverReport
+    {
+        std::uint32_t ssrc = 0;    ///< the receiver's
+        bool hasBlock = false;     ///< something was received: `source` and `reception` are filled
+        std::uint32_t source = 0;  ///< SSRC of the sender that is reported on
+        ReceptionReport reception;
+    };
+
+    static RtcpWriter ofReceiver(const ReceiverReport& report, const Name& name, bool goodbye);
+
     const std::uint8_t* data() const
     {
         return bytes_.data();
@@ -41,9 +53,12 @@ public:
     static std::uint32_t compactNtp(std::int64_t wallNs);
 
 private:
-    void put32(std::uint32_t value);
+    RtcpWriter() = default;
 
-    std::array<std::uint8_t, 64> bytes_;
+    void put32(std::uint32_t value);
+    void putNameAndGoodbye(std::uint32_t ssrc, const Name& name, bool goodbye);
+
+    std::array<std::uint8_t, 72> bytes_;
     std::size_t size_ = 0;
 };
 

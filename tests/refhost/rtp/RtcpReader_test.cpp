@@ -52,6 +52,20 @@ bool readExactly(const Bytes& packet, RtcpFindings& findings)
     return RtcpReader::read(exact.get(), packet.size(), ssrc, findings);
 }
 
+TEST(RtcpReader, FindsTheTimeOfASenderReport)
+{
+    const RtcpWriter::Name cname{};
+    const RtcpWriter sender({0x01020304U, 1'500'000'000, 9U, 9U, 9U}, cname, false);
+    RtcpFindings findings;
+    ASSERT_TRUE(readExactly(Bytes(sender.data(), sender.data() + sender.size()), findings));
+    EXPECT_TRUE(findings.sent);
+    EXPECT_EQ(0x01020304U, findings.reporter);
+    EXPECT_EQ(RtcpWriter::compactNtp(1'500'000'000), findings.sentNtp);
+    ASSERT_TRUE(readExactly(emptyReport, findings));
+    EXPECT_FALSE(findings.sent);
+    EXPECT_EQ(0x01010101U, findings.reporter);
+}
+
 TEST(RtcpReader, FindsTheReportAboutTheSender)
 {
     RtcpFindings findings;

@@ -103,6 +103,62 @@ TEST_F(RtcpWriterTest, GoodbyeStandsLast)
     EXPECT_FALSE(gst_rtcp_packet_move_to_next(&packet));
 }
 
+TEST_F(RtcpWriterTest, ReceiverReportReadsBack)
+{
+    RtcpWriter::ReceiverReport report;
+    report.ssrc = 0x12345678U;
+    report.hasBlock = true;
+    report.source = 0xaabbccddU;
+    report.reception.fractionLost = 77;
+    report.reception.cumulativeLost = -3;
+    report.reception.highestSequence = 0x00010007U;
+    report.reception.jitter = 33;
+    report.reception.lastReport = 0x11223344U;
+    report.reception.delaySinceReport = 65536;
+    ForeignReader reader(RtcpWriter::ofReceiver(report, name, true));
+    ASSERT_TRUE(reader.valid);
+    GstRTCPPacket packet = reader.first();
+    ASSERT_EQ(GST_RTCP_TYPE_RR, gst_rtcp_packet_get_type(&packet));
+    EXPECT_EQ(0x12345678U, gst_rtcp_packet_rr_get_ssrc(&packet));
+    ASSERT_EQ(1U, gst_rtcp_packet_get_rb_count(&packet));
+    guint32 source = 0;
+    guint8 fraction = 0;
+    gint32 lost = 0;
+    guint32 highest = 0;
+    guint32 jitter = 0;
+    guint32 last = 0;
+    guint32 delay = 0;
+    gst_rtcp_packet_get_rb(&packet, 0, &source, &fraction, &lost, &highest, &jitter, &last, &delay);
+    EXPECT_EQ(0xaabbccddU, source);
+    EXPECT_EQ(77, fraction);
+    EXPECT_EQ(-3, lost);
+    EXPECT_EQ(0x00010007U, highest);
+    EXPECT_EQ(33U, jitter);
+    EXPECT_EQ(0x11223344U, last);
+    EXPECT_EQ(65536U, delay);
+    ASSERT_TRUE(gst_rtcp_packet_move_to_next(&packet));
+    EXPECT_EQ(GST_RTCP_TYPE_SDES, gst_rtcp_packet_get_type(&packet));
+    EXPECT_EQ(0x12345678U, gst_rtcp_packet_sdes_get_ssrc(&packet));
+    ASSERT_TRUE(gst_rtcp_packet_move_to_next(&packet));
+    EXPECT_EQ(GST_RTCP_TYPE_BYE, gst_rtcp_packet_get_type(&packet));
+    EXPECT_EQ(0x12345678U, gst_rtcp_packet_bye_get_nth_ssrc(&packet, 0));
+    EXPECT_FALSE(gst_rtcp_packet_move_to_next(&packet));
+}
+
+TEST_F(RtcpWriterTest, ReceiverReportOfNothingHasNoBlock)
+{
+    RtcpWriter::ReceiverReport report;
+    report.ssrc = 5;
+    ForeignReader reader(RtcpWriter::ofReceiver(report, name, false));
+    ASSERT_TRUE(reader.valid);
+    GstRTCPPacket packet = reader.first();
+    ASSERT_EQ(GST_RTCP_TYPE_RR, gst_rtcp_packet_get_type(&packet));
+    EXPECT_EQ(0U, gst_rtcp_packet_get_rb_count(&packet));
+    ASSERT_TRUE(gst_rtcp_packet_move_to_next(&packet));
+    EXPECT_EQ(GST_RTCP_TYPE_SDES, gst_rtcp_packet_get_type(&packet));
+    EXPECT_FALSE(gst_rtcp_packet_move_to_next(&packet));
+}
+
 TEST_F(RtcpWriterTest, CompactTimeIsTheMiddleOfTheNtpTime)
 {
     EXPECT_EQ((2'208'988'801U & 0xffffU) << 16U | 0x8000U, RtcpWriter::compactNtp(1'500'000'000));

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+
+#include "refhost/rtp/RtcpReader.h"
+
+namespace refhost
+{
+
+/// What a receiver counts of one source and tells in its reports (RFC 3550, section 6.4.1 and appendices A.1,
+/// A.3 and A.8).
+///
+/// Threads: one at a time.
+class ReceptionStatistics
+{
+public:
+    enum class Verdict
+    {
+        counted,
+        /// Far away from what came before. It is not counted; if the next packet follows it, the source began
+        /// anew and everything is counted from there.
+        strayed,
+        /// The source began anew with this packet, or it is the first one.
+        begun
+    };
+
+    struct Arrival
+    {
+        Verdict verdict;
+        std::uint32_t sequence;  ///< extended by the number of cycles; not set for `strayed`
+    };
+
+    /// \param clockRate  ticks of the RTP clock a second, more than 0
+    explicit ReceptionStatistics(int clockRate);
+
+    /// Counts a packet.
+    /// \param arrivalNs  monotonic clock, nanoseconds
+    Arrival count(std::uint16_t sequence, std::uint32_t timestamp, std::int64_t arrivalNs);
+
+    /// Notes a sender report of the source.
+    /// \param compactNtp  the middle 32 bits of its NTP time
+    void noteSenderReport(std::uint32_t compactNtp, std::int64_t arrivalNs);
+
+    /// True when a packet was counted.
+    bool any() const
+    {
+        return began_;
+    }
+
+    /// What the next report says. The fraction lost is that since the call before.
+    ReceptionReport report(std::int64_t nowNs);
+
+    /// Packets that were expected and did not come, as the report has it.
+    std::int32_t lost() const;
+
+private:
+    void begin(std::uint16_t sequence);
+    void measure(std::uint32_t timestamp, std::int64_t arrivalNs);
+    std::uint32_t highest() const;
+    std::uint32_t expected() const;
+
+    const int clockRate_;
+    bool began_ = false;
+    std::uint32_t base_ = 0;
+    std::uint32_t cycles_ = 0;  // counted in packets: 65536 for each
+    std::uint16_t highest_ = 0;
+    std::uint32_t strayedNext_ = 0;  // what would follow the stray packet; out of range: there is none
+    std::uint32_t received_ = 0;
+    std::uint32_t expectedBefore_ = 0;
+    std::uint32_t receivedBefore_ = 0;
+    bool measured_ = false;
+    std::uint32_t transit_ = 0;
+    std::uint32_t jitter_ = 0;  // in 1/16 tick
+    std::uint32_t lastReport_ = 0;
+    std::int64_t lastReportNs_ = 0;
+};
+
+}  // namespace refhost

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace refhost
+{
+
+/// What one RTP packet says (RFC 3550, section 5.1). The payload stays in the packet's own memory.
+struct RtpPacketView
+{
+    bool marker = false;
+    std::uint8_t payloadType = 0;
+    std::uint16_t sequence = 0;
+    std::uint32_t timestamp = 0;
+    std::uint32_t ssrc = 0;
+    const std::uint8_t* payload = nullptr;
+    std::size_t payloadSize = 0;
+};
+
+/// Reads RTP packets as they come from the network.
+class RtpReader
+{
+public:
+    /// Reads a whole packet: contributing sources and a header extension are stepped over, padding is taken
+    /// off.
+    /// \param[out] out  filled on success, otherwise left as it was
+    /// \returns false when the packet is malformed or holds no payload
+    static bool read(const std::uint8_t* data, std::size_t size, RtpPacketView& out);
+};
+
+}  // namespace refhost
