@@ -102,8 +102,9 @@ def vtables(library, classes):
     rows = []
     for line in symbols(library, "-S", "--defined-only"):
         parts = line.split(maxsplit=3)
-        if len(parts) == 4 and parts[3].startswith("vtable for ") and class_of(parts[3]) in classes:
-            rows.append(f"{class_of(parts[3])} {int(parts[1], 16) // pointer - 2}")
+        name = plain(parts[3]) if len(parts) == 4 else ""
+        if name.startswith("vtable for ") and class_of(name) in classes:
+            rows.append(f"{class_of(name)} {int(parts[1], 16) // pointer - 2}")
     return sorted(rows)
 
 
