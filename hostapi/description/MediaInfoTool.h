@@ -4,10 +4,12 @@
 
 #include "hostapi/base/HostExport.h"
 #include "hostapi/description/MediaInfo.h"
+#include "hostapi/description/RecordInfo.h"
 #include "hostapi/device/DeviceExAbility.h"
 #include "hostapi/device/DeviceInfoEx.h"
 
-/// Builds the description of a stream from what the device sends. Used once, on one thread.
+/// Builds the description of a live stream or a recording from what the device sends. Used once, on one
+/// thread.
 class OV_HOST_API MediaInfoTool
 {
 public:
@@ -30,6 +32,12 @@ public:
     /// \param mediaInfoFlag       true to have the audio back channel described too where the device has one
     /// \returns 0; otherwise a code of the host, which the controllers pass on
     int createMediaInfo(int cameraId, int streamId, MediaInfo& out, bool mediaInfoFlag);
+
+    /// Describes a recording, one SubMediaInfo per track. Does not wait either.
+    /// \param record    what was recorded; any numbers, as they stood in a URL
+    /// \param[out] out  the description on success; otherwise left as it was
+    /// \returns 0; otherwise a code of the host, which the playback controller passes on
+    int createPlaybackMediaInfo(const RecordInfo& record, MediaInfo& out);
 
 private:
     struct Impl;

@@ -58,3 +58,8 @@ int MediaInfoTool::createMediaInfo(int cameraId, int streamId, MediaInfo& out, b
     out = std::move(described);
     return 0;
 }
+
+int MediaInfoTool::createPlaybackMediaInfo(const RecordInfo&, MediaInfo&)
+{
+    return refhost::hostRecordingUnknown;
+}

@@ -21,3 +21,10 @@ SubMediaInfo FakeDescription::backChannel()
     track.setAudioBackInfoFlag(true);
     return track;
 }
+
+std::string FakeDescription::textOf(const RecordInfo& record)
+{
+    return "camera " + std::to_string(record.getCameraId()) + ", " +
+           std::to_string(record.getRecordBeginTime()) + " to " + std::to_string(record.getRecordEndTime()) +
+           ", " + record.getDeviceId() + ", " + record.getDeviceIP();
+}

@@ -71,3 +71,18 @@ int MediaInfoTool::createMediaInfo(int cameraId, int streamId, MediaInfo& out, b
     }
     return outcome.result;
 }
+
+int MediaInfoTool::createPlaybackMediaInfo(const RecordInfo& record, MediaInfo& out)
+{
+    const FakeHost::Outcome outcome = FakeHost::instance().outcomeOf(
+        "MediaInfoTool", 0, "createPlaybackMediaInfo", FakeDescription::textOf(record), 0);
+    if (outcome.result == 0)
+    {
+        out = FakeDescription::presentation(false);
+        out.mediaUrl = impl_->url;
+        out.recordBeginTime = static_cast<std::int64_t>(record.getRecordBeginTime());
+        out.recordSeconds =
+            static_cast<double>(record.getRecordEndTime()) - static_cast<double>(record.getRecordBeginTime());
+    }
+    return outcome.result;
+}
