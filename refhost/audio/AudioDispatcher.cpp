@@ -1,62 +1,67 @@
 #include "hostapi/audio/AudioDispatcher.h"
 
-#include "hostapi/audio/IMediaPlayer.h"
-#include "refhost/base/HostStatus.h"
+#include "refhost/audio/SharedOutput.h"
+#include "refhost/audio/TalkDecoder.h"
+#include "refhost/audio/TalkSession.h"
 
-using refhost::hostTalkBackUnavailable;
-
-IMediaPlayer::~IMediaPlayer() noexcept(false) = default;
-
-// Nothing to keep: this host has no talk-back, and refuses a session before it could play.
 struct AudioDispatcher::Impl
 {
+    refhost::TalkSession session;
 };
 
-AudioDispatcher::AudioDispatcher(const SafePointer<IMediaPlayer>&) : impl_(nullptr) {}
-
-AudioDispatcher::~AudioDispatcher() noexcept(false) = default;
-
-int AudioDispatcher::initRTBBuilder(const SubMediaInfo&, int)
+AudioDispatcher::AudioDispatcher(const SafePointer<IMediaPlayer>& player)
+    : impl_(new Impl{{player, refhost::SharedOutput::instance(), refhost::HostClock::system(),
+                      refhost::TalkDecoder::make}})
 {
-    return hostTalkBackUnavailable;
 }
 
-int AudioDispatcher::setConnection(const SafePointer<IConnection>&)
+AudioDispatcher::~AudioDispatcher() noexcept(false)
 {
-    return hostTalkBackUnavailable;
+    delete impl_;
+}
+
+int AudioDispatcher::initRTBBuilder(const SubMediaInfo& info, int)
+{
+    return impl_->session.init(info);
+}
+
+int AudioDispatcher::setConnection(const SafePointer<IConnection>& connection)
+{
+    return impl_->session.connect(connection);
 }
 
 int AudioDispatcher::play()
 {
-    return hostTalkBackUnavailable;
+    return impl_->session.play();
 }
 
 int AudioDispatcher::pause()
 {
-    return hostTalkBackUnavailable;
+    return impl_->session.pause();
 }
 
 int AudioDispatcher::stop()
 {
-    return 0;
+    return impl_->session.stop();
 }
 
 bool AudioDispatcher::isPlaying()
 {
-    return false;
+    return impl_->session.isPlaying();
 }
 
-int AudioDispatcher::getTrackSSRC(int&)
+int AudioDispatcher::getTrackSSRC(int& ssrc)
 {
-    return hostTalkBackUnavailable;
+    ssrc = impl_->session.ssrc();
+    return 0;
 }
 
-int AudioDispatcher::recvAndPlayMediaData(bool&)
+int AudioDispatcher::recvAndPlayMediaData(bool& playerFault)
 {
-    return hostTalkBackUnavailable;
+    return impl_->session.receive(playerFault);
 }
 
 int AudioDispatcher::recvAndSendRTCPData()
 {
-    return hostTalkBackUnavailable;
+    return impl_->session.report();
 }

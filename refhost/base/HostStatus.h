@@ -18,13 +18,17 @@ enum HostStatus
     hostTrackUnknown = -104,
     /// The connection handle is not one that this host made, or it was closed.
     hostConnectionUnusable = -105,
-    /// This host has no talk-back.
+    /// There is no audio output, or no decoder for what the track carries.
     hostTalkBackUnavailable = -106,
     /// There is no footage of the camera in the interval that was asked for.
     hostRecordingUnknown = -107,
     /// The instant that was asked for is not in the recording, or no footage follows it; what played before
     /// goes on.
     hostRangeInvalid = -108,
+    /// Another talk-back session has the audio output for itself.
+    hostTalkBackBusy = -111,
+    /// The client said goodbye: its talk-back session ends.
+    hostTalkerLeft = -112,
 };
 
 }  // namespace refhost

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/base/RandomBytes.h"
 
 namespace refhost
 {
@@ -22,15 +21,7 @@ LiveSession::Lock::~Lock()
     }
 }
 
-LiveSession::LiveSession()
-{
-    static constexpr char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    fillRandom(name_.data(), name_.size());
-    for (char& letter : name_)
-    {
-        letter = letters[static_cast<unsigned char>(letter) % 64U];
-    }
-}
+LiveSession::LiveSession() : name_(RtcpWriter::randomName()) {}
 
 bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
                       const std::shared_ptr<LiveStream>& stream, int payloadSize)

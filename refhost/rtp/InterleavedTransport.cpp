@@ -67,6 +67,12 @@ void InterleavedTransport::takeRtp()
     takesRtp_.store(true, std::memory_order_release);
 }
 
+std::string InterleavedTransport::peerName() const
+{
+    const auto writer = writer_.lock();
+    return writer ? writer->peerName() : RtpTransport::peerName();
+}
+
 SendResult InterleavedTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
                                           const RtpHeaderFields& header, bool more)
 {

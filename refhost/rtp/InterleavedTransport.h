@@ -25,6 +25,12 @@ public:
     /// Has onTransportReady() of `listener` called once, when the writer takes frames again: soon, if it does
     /// so already. Never called from inside this call or with a lock of the writer held.
     virtual void notifyWhenWritable(std::weak_ptr<TransportListener> listener) = 0;
+
+    /// What a log calls the client.
+    virtual std::string peerName() const
+    {
+        return "a client";
+    }
 };
 
 /// RTP and RTCP of one track inside an RTSP connection (RFC 2326, section 10.12). Transport kind 1.
@@ -59,6 +65,7 @@ public:
     void receivedRtp(const std::uint8_t* data, std::size_t size);
 
     void takeRtp() override;
+    std::string peerName() const override;
 
 private:
     SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,

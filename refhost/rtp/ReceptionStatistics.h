@@ -59,7 +59,7 @@ private:
     std::uint32_t highest() const;
     std::uint32_t expected() const;
 
-    const int clockRate_;
+    int clockRate_;
     bool began_ = false;
     std::uint32_t base_ = 0;
     std::uint32_t cycles_ = 0;  // counted in packets: 65536 for each

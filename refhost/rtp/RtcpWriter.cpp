@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "refhost/base/RandomBytes.h"
+
 namespace refhost
 {
 namespace
@@ -23,6 +25,18 @@ std::uint64_t ntpTime(std::int64_t wallNs)
 }
 
 }  // namespace
+
+RtcpWriter::Name RtcpWriter::randomName()
+{
+    static constexpr char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    Name name;
+    fillRandom(name.data(), name.size());
+    for (char& letter : name)
+    {
+        letter = letters[static_cast<unsigned char>(letter) % 64U];
+    }
+    return name;
+}
 
 RtcpWriter::RtcpWriter(const SenderReport& report, const Name& name, bool goodbye)
 {

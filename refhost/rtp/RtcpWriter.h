@@ -18,6 +18,9 @@ public:
     static constexpr std::size_t nameSize = 16;
     using Name = std::array<char, nameSize>;
 
+    /// A name that nobody else has.
+    static Name randomName();
+
     struct SenderReport
     {
         std::uint32_t ssrc = 0;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "hostapi/device/IConnection.h"
 #include "refhost/rtp/AccessUnit.h"
@@ -106,6 +107,12 @@ public:
     /// Hands RTP that the client sends to the listener too, until the end of the transport. What is not asked
     /// for is dropped at the socket: a client that only listens needs no place in its tables.
     virtual void takeRtp() {}
+
+    /// What a log calls the client.
+    virtual std::string peerName() const
+    {
+        return "a client";
+    }
 
     /// Keeps packets back, so that the answer to PLAY goes out before the first of them.
     virtual void hold() = 0;

@@ -86,6 +86,17 @@ void UdpAddress::setPort(int port)
     }
 }
 
+std::string UdpAddress::text() const
+{
+    const UdpAddress plain = forFamily(AF_INET);
+    const bool six = plain.family() == AF_INET6;
+    const void* bytes =
+        six ? static_cast<const void*>(&plain.address_.v6.sin6_addr) : &plain.address_.v4.sin_addr;
+    char numeric[INET6_ADDRSTRLEN] = {};
+    inet_ntop(plain.family(), bytes, numeric, sizeof(numeric));
+    return (six ? "[" : "") + std::string(numeric) + (six ? "]:" : ":") + std::to_string(port());
+}
+
 bool UdpAddress::operator==(const UdpAddress& other) const
 {
     if (family() != other.family() || port() != other.port())

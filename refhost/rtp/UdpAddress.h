@@ -33,6 +33,9 @@ public:
     int port() const;
     void setPort(int port);
 
+    /// Numeric address and port: "192.0.2.1:5004", "[2001:db8::1]:5004".
+    std::string text() const;
+
     const sockaddr* get() const
     {
         return &address_.any;

@@ -29,6 +29,11 @@ void UdpTransport::takeRtp()
     }
 }
 
+std::string UdpTransport::peerName() const
+{
+    return rtp_.text();
+}
+
 SendResult UdpTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
                                   const RtpHeaderFields& header, bool /*more*/)
 {

@@ -32,6 +32,7 @@ public:
     }
 
     void takeRtp() override;
+    std::string peerName() const override;
 
 private:
     SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,

@@ -311,6 +311,11 @@ std::weak_ptr<FrameWriter> RtspConnection::frameWriter()
     return std::static_pointer_cast<FrameWriter>(shared_from_this());
 }
 
+std::string RtspConnection::peerName() const
+{
+    return peer_.text() + " (interleaved)";
+}
+
 const SocketAddress& RtspConnection::peer() const
 {
     return peer_;

@@ -1,0 +1,3 @@
+#include "hostapi/audio/IMediaPlayer.h"
+
+IMediaPlayer::~IMediaPlayer() noexcept(false) = default;

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <vector>
+
+#include "refhost/audio/PcmFormat.h"
+
+namespace refhost
+{
+
+/// Adds several talkers' sound up to one. The sum leaves by the clock, not when sound comes: talkers' packets
+/// do not come at the same instants.
+///
+/// Threads: one at a time.
+class TalkMixer
+{
+public:
+    using Talker = const void*;
+
+    explicit TalkMixer(const PcmFormat& format);
+
+    /// Appends to a talker's sound; what is then more than a fifth of a second ahead goes, from its oldest.
+    void add(Talker talker, const std::vector<std::int16_t>& samples);
+    void remove(Talker talker);
+
+    /// Takes the sum of what is due since the call before. A talker comes in with 40 ms ahead, so that uneven
+    /// packets leave no holes.
+    /// \param nowNs      monotonic clock
+    /// \param[out] sum   empty when nobody talks
+    void take(std::int64_t nowNs, std::vector<std::int16_t>& sum);
+
+private:
+    struct Line
+    {
+        std::deque<std::int16_t> samples;
+        bool started = false;
+    };
+
+    std::size_t samplesOf(std::int64_t ms) const;
+
+    const PcmFormat format_;
+    std::map<Talker, Line> lines_;
+    bool running_ = false;
+    std::int64_t dueNs_ = 0;  // until when sound was taken
+};
+
+}  // namespace refhost
