@@ -2,4 +2,5 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(OV_TARGET_TRIPLET arm-linux-gnueabi)
+set(OV_DEBIAN_ARCHITECTURE armel)
 include("${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake")
