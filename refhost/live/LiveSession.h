@@ -66,7 +66,7 @@ private:
 
     std::mutex mutex_;
     std::atomic<bool> wanted_{false};
-    RtcpWriter::Name name_;
+    const RtcpWriter::Name name_;
     Senders senders_;  // video first
 };
 

@@ -1,0 +1,63 @@
+#pragma once
+
+namespace refhost
+{
+
+/// How fast a recording plays. A plain value.
+///
+/// `scale` is how much footage passes in a second of the player's time: RTP timestamps are those of the
+/// scaled footage (RFC 2326, section 12.34 and appendix B). `speed` is how much faster than its timestamps
+/// say the scaled footage is delivered (section 12.35).
+struct PlaySpeed
+{
+    static constexpr double slowest = 0.25;
+    static constexpr double fastest = 32;
+    /// Above this scale only key pictures are sent.
+    static constexpr double allPicturesUpTo = 4;
+    /// Sound is sent from scale 1 up to this one, with blocks left out so that the others fit.
+    static constexpr double soundUpTo = 2;
+
+    double scale = 1;
+    double speed = 1;
+
+    /// What is really done where a client asks for this much: each is brought into [slowest, fastest], and
+    /// footage is never delivered faster than `fastest` in all, for which the speed gives way. What is no
+    /// speed (not above 0, not a number) counts as 1; there is no playing backwards.
+    static PlaySpeed used(double scale, double speed);
+
+    bool keyPicturesOnly() const
+    {
+        return scale > allPicturesUpTo;
+    }
+
+    bool withSound() const
+    {
+        return scale >= 1 && scale <= soundUpTo;
+    }
+
+    bool operator==(const PlaySpeed& other) const
+    {
+        return scale == other.scale && speed == other.speed;
+    }
+
+    bool operator!=(const PlaySpeed& other) const
+    {
+        return !(*this == other);
+    }
+};
+
+/// Bits of `rangeKind` in the operation setPlayRange(). They stay until they are set anew.
+enum PlayRangeKind
+{
+    /// Packets carry the header extension of ONVIF replay.
+    playRangeReplay = 1,
+    /// Footage goes as fast as the way takes it.
+    playRangeUnpaced = 2,
+    /// Only key pictures and no sound.
+    playRangeKeyPictures = 4,
+    /// Shift of eight bits that hold the low byte of the CSeq of the request, which the header extension
+    /// repeats.
+    playRangeSequenceShift = 8
+};
+
+}  // namespace refhost

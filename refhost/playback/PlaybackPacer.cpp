@@ -1,0 +1,46 @@
+#include "refhost/playback/PlaybackPacer.h"
+
+#include <cmath>
+
+namespace refhost
+{
+
+void PlaybackPacer::start(std::int64_t nowMs, std::int64_t wallNs, std::int64_t playNs)
+{
+    running_ = true;
+    sinceMs_ = nowMs;
+    sinceWallNs_ = wallNs;
+    sincePlayNs_ = playNs;
+}
+
+void PlaybackPacer::stop()
+{
+    running_ = false;
+    sincePlayNs_ = timeline_.endNs();
+}
+
+void PlaybackPacer::setSpeed(double speed, std::int64_t nowMs, std::int64_t wallNs)
+{
+    if (running_)
+    {
+        start(nowMs, wallNs, playNs(wallNs));
+    }
+    speed_ = speed;
+}
+
+std::int64_t PlaybackPacer::dueMs(std::int64_t playNs) const
+{
+    const auto ahead = static_cast<double>(playNs - sincePlayNs_);
+    return sinceMs_ + static_cast<std::int64_t>(std::ceil(ahead / speed_ / 1e6));
+}
+
+std::int64_t PlaybackPacer::playNs(std::int64_t wallNs) const
+{
+    if (!running_)
+    {
+        return sincePlayNs_;
+    }
+    return sincePlayNs_ + std::llround(static_cast<double>(wallNs - sinceWallNs_) * speed_);
+}
+
+}  // namespace refhost

@@ -1,0 +1,48 @@
+#include "refhost/playback/PlaybackQueue.h"
+
+#include <utility>
+
+namespace refhost
+{
+
+std::int64_t PlaybackQueue::spanNs() const
+{
+    if (units_.empty() || units_.front().section != units_.back().section)
+    {
+        return 0;
+    }
+    return units_.back().dueNs - units_.front().dueNs;
+}
+
+void PlaybackQueue::add(PlaybackUnit unit)
+{
+    bytes_ += unit.unit->bytes.size();
+    auto place = units_.end();
+    // Never in front of the first one, which may be on its way.
+    while (place - units_.begin() > 1)
+    {
+        const PlaybackUnit& before = *std::prev(place);
+        if (before.section != unit.section || before.video == unit.video || before.dueNs <= unit.dueNs)
+        {
+            break;
+        }
+        --place;
+    }
+    units_.insert(place, std::move(unit));
+}
+
+void PlaybackQueue::pop()
+{
+    bytes_ -= units_.front().unit->bytes.size();
+    units_.pop_front();
+    head_ = Head();
+}
+
+void PlaybackQueue::clear()
+{
+    units_.clear();
+    head_ = Head();
+    bytes_ = 0;
+}
+
+}  // namespace refhost

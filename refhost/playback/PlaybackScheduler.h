@@ -1,0 +1,89 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "refhost/base/HostClock.h"
+
+namespace refhost
+{
+
+/// What a worker does for one session again and again. It may read from a disk.
+class PlaybackWork
+{
+public:
+    /// There is nothing to do until somebody wakes the work.
+    static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+
+    virtual ~PlaybackWork() = default;
+
+    /// Does what is due, in one bounded go; never called by two threads at once.
+    /// \param nowMs  monotonic clock, milliseconds
+    /// \returns when to be called again, by the same clock, or `never`
+    virtual std::int64_t run(std::int64_t nowMs) = 0;
+};
+
+/// Runs the work of all playback sessions on a few threads, each when it is due.
+///
+/// Keeps weak hold of idle work: what nobody else holds any more is dropped. Threads: any.
+class PlaybackScheduler
+{
+public:
+    /// \param clock  outlives the scheduler
+    explicit PlaybackScheduler(const HostClock& clock);
+    ~PlaybackScheduler();
+    PlaybackScheduler(const PlaybackScheduler&) = delete;
+    PlaybackScheduler& operator=(const PlaybackScheduler&) = delete;
+
+    /// Starts threads that follow the system's clock. Without them runDue() does the work.
+    void start(unsigned threads);
+    /// Waits for the work that runs now and ends the threads.
+    void stop();
+
+    /// Has `work` run as soon as a thread is free; once more, if it runs right now.
+    void wake(const std::shared_ptr<PlaybackWork>& work);
+
+    /// Runs on this thread what is due by the clock, until nothing is or `most` runs were made.
+    /// \returns how many runs were made
+    std::size_t runDue(std::size_t most = 10'000);
+
+    /// When the next work is due, or PlaybackWork::never.
+    std::int64_t nextDue() const;
+
+    /// How many works are known: those that wait for their time or run.
+    std::size_t size() const;
+
+private:
+    struct Entry
+    {
+        std::weak_ptr<PlaybackWork> work;
+        std::int64_t dueMs = PlaybackWork::never;
+        bool running = false;
+        bool again = false;
+    };
+
+    using Due = std::pair<std::int64_t, const PlaybackWork*>;
+
+    void serve();
+    bool runOne(std::unique_lock<std::mutex>& lock, std::int64_t nowMs);
+    void settle(const PlaybackWork* key, std::int64_t dueMs);
+
+    const HostClock& clock_;
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::unordered_map<const PlaybackWork*, Entry> entries_;
+    std::set<Due> due_;
+    bool stopping_ = false;
+    std::vector<std::thread> threads_;
+};
+
+}  // namespace refhost

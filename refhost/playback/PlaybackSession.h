@@ -1,0 +1,184 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "hostapi/description/RTPPacketInfo.h"
+#include "hostapi/description/SubMediaInfo.h"
+#include "hostapi/device/IConnection.h"
+#include "refhost/playback/PlaySpeed.h"
+#include "refhost/playback/PlaybackPacer.h"
+#include "refhost/playback/PlaybackQueue.h"
+#include "refhost/playback/PlaybackScheduler.h"
+#include "refhost/playback/PlaybackSettings.h"
+#include "refhost/playback/PlaybackSource.h"
+#include "refhost/playback/PlaybackTrack.h"
+#include "refhost/rtp/RtcpWriter.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// A recording as one RTSP session plays it: the interval, the tracks, and where it stands.
+///
+/// The operations answer at once; a worker reads the footage and sends it (PlaybackScheduler). Finding a
+/// place in the footage is the worker's: play() answers hostStreamNotReady until the place is found, which
+/// ChangeSignal tells, and is asked again. Positions are seconds from the begin of the interval.
+///
+/// After the end every track has said goodbye; a play() with a new range plays again, one without from the
+/// begin. Threads: any. No packet of a track leaves after pause() or remove() of it has returned.
+class PlaybackSession : public PlaybackWork, public std::enable_shared_from_this<PlaybackSession>
+{
+public:
+    /// The footage that a URL names: wall clock, nanoseconds since 1970.
+    struct Interval
+    {
+        std::int64_t beginNs = 0;
+        std::int64_t endNs = 0;
+    };
+
+    /// \param scheduler  runs the session's work; outlives it
+    PlaybackSession(const Interval& interval, std::unique_ptr<PlaybackSource> source,
+                    PlaybackScheduler& scheduler, const PlaybackSettings& settings);
+    ~PlaybackSession() override;
+
+    /// Adds a track in place of the one of the same kind (video or audio).
+    void addTrack(const SubMediaInfo& info, int payloadSize);
+
+    // In all of these: hostTrackUnknown when there is no such track.
+
+    /// \returns 0 or hostConnectionUnusable
+    int connect(const std::string& trackId, const SafePointer<IConnection>& connection);
+
+    /// Plays on from where the track was paused, from the range that was set since, or from the begin.
+    /// \returns 0, also when it plays already; hostStreamNotReady while the place is looked for; hostRangeInvalid
+    ///          when there is no footage from there on, and what played before goes on; hostConnectionUnusable
+    ///          without an open way to the client
+    int play(const std::string& trackId);
+
+    /// Stops sending; nothing is lost. The session pauses when its last playing track does.
+    /// \returns 0, also for a track that does not play
+    int pause(const std::string& trackId);
+
+    /// Says goodbye and ends the track.
+    /// \param[out] empty  true when no track is left
+    int remove(const std::string& trackId, bool& empty);
+
+    /// Sets what the next play() plays, for all tracks.
+    /// \param begin, end  seconds, within the interval
+    /// \param kind        bits of PlayRangeKind
+    /// \param move        false: the place and the end stay, only the bits of `kind` are taken over
+    int setRange(const std::string& trackId, double begin, double end, int kind, bool move);
+
+    /// Tells where the last play() really began, its key picture, and where it ends: seconds.
+    int range(const std::string& trackId, double& begin, double& end);
+
+    /// Pauses all tracks when this position is reached; at once where it lies behind.
+    int setPausePosition(const std::string& trackId, double position);
+
+    /// Takes effect at once, for all tracks; what is really done is PlaySpeed::used().
+    int setSpeed(const std::string& trackId, double scale, double speed);
+
+    /// The first packet of the last play(): its sequence number, and the timestamp of the begin that range()
+    /// tells (RFC 2326, section 12.33).
+    int firstPacket(const std::string& trackId, RTPPacketInfo& out);
+
+    int ssrc(const std::string& trackId, int& ssrc);
+    /// \param[out] connected  whether there is a way to the client that is not closed
+    int connectionState(const std::string& trackId, bool& connected);
+    int statistics(const std::string& trackId, TrackStatistics& out);
+
+    /// Everything was sent up to the end, and nothing was asked for since.
+    bool ended() const;
+
+    /// Has the worker look at the session.
+    void wake();
+    /// For the session's tracks alone: a compound RTCP packet of a client's.
+    void readReport(PlaybackTrack& track, const std::uint8_t* data, std::size_t size);
+
+    std::int64_t run(std::int64_t nowMs) override;
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+    using TrackPtr = std::shared_ptr<PlaybackTrack>;
+
+    /// Where a play() shall begin that is not placed yet.
+    struct Place
+    {
+        std::int64_t fromNs;
+        std::int64_t endNs;
+        bool goesOn;  // in footage that plays now, so that it goes on there when there is nothing to find
+    };
+
+    TrackPtr find(const std::string& trackId) const;
+    TrackPtr trackOf(bool video) const
+    {
+        return tracks_[video ? 0 : 1];
+    }
+
+    std::int64_t instant(double seconds) const;
+    void want(const Place& place);
+    bool anyPlaying() const;
+    std::int64_t positionNs() const;
+    bool keyPicturesOnly() const;
+    bool readsWhatIsWanted(const PlaybackTrack& track) const;
+    void wantReports();
+    void startSending(PlaybackTrack& track);
+    void stopTrack(PlaybackTrack& track);
+    void stopSending();
+    void endTrack(PlaybackTrack& track);
+    void settleHead();
+
+    // What the worker does: PlaybackSessionWork.cpp.
+    void place(Lock& lock);
+    PlaybackSource::Request requestFor(const Place& place) const;
+    void takePlace(const Place& place, const PlaybackSource::Request& request, PlaybackUnit first);
+    void breakTracks(bool moved);
+    bool wantsToRead(std::int64_t nowMs);
+    bool readAhead(Lock& lock, std::int64_t nowMs);
+    std::int64_t pump(std::int64_t nowMs);
+    std::int64_t pumpHead(std::int64_t nowMs, bool& moved);
+    void leaveOut(bool& moved);
+    void pauseAll();
+    bool leavesOut(const PlaybackUnit& unit, const PlaybackTrack& track) const;
+    void prepareHead(PlaybackTrack& track);
+    std::int64_t send(PlaybackTrack& track, std::int64_t nowMs, bool& moved);
+    std::int64_t finish(std::int64_t nowMs);
+
+    const Interval interval_;
+    const PlaybackSettings settings_;
+    PlaybackScheduler& scheduler_;
+    const std::unique_ptr<PlaybackSource> source_;  // run() alone, without the lock
+    const RtcpWriter::Name name_;
+
+    mutable std::mutex mutex_;
+    std::array<TrackPtr, 2> tracks_;  // video, sound
+    std::optional<Place> wanted_;     // to be found
+    std::uint64_t wantedSerial_ = 0;
+    bool placeFailed_ = false;  // the next play() tells
+
+    PlaybackSource::Request reading_;  // what the queue is filled from
+    bool placed_ = false;              // there is a place to play from
+    bool sending_ = false;             // a play() set it going
+    bool atEnd_ = false;               // the source has nothing more
+    bool ended_ = false;
+    bool filling_ = false;  // the queue, since it ran low
+    std::int64_t readLaterMs_ = 0;
+    PlaybackQueue queue_;
+    PlaybackPacer pacer_;
+    std::uint32_t section_ = 0;
+    std::int64_t sentUntilNs_ = 0;  // footage
+
+    PlaySpeed speed_;
+    int kind_ = 0;
+    std::int64_t rangeBeginNs_;
+    std::optional<std::int64_t> pauseAtNs_;
+    std::int64_t togetherUntilMs_ = 0;
+};
+
+}  // namespace refhost

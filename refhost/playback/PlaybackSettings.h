@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "refhost/base/HostClock.h"
+
+namespace refhost
+{
+
+/// How playback behaves. A plain value.
+struct PlaybackSettings
+{
+    /// How far a session reads ahead of what it sends: seconds of the player's time, in milliseconds, and
+    /// bytes of packets. The bytes are the firmer limit; where they hold less than the time, footage is read
+    /// as it is sent.
+    std::int64_t readAheadMs = 1000;
+    std::size_t readAheadBytes = 1U << 20U;
+    /// A session that comes to send later than this, milliseconds, goes on at its pace from there instead of
+    /// catching up.
+    std::int64_t lateMs = 2000;
+    /// How long, in milliseconds, what is due for a track that does not play waits for its play() while
+    /// another track of the session plays; then it is left out.
+    std::int64_t togetherMs = 200;
+    /// How soon, in milliseconds, a way that cannot tell when it is free is tried again.
+    std::int64_t retryMs = 5;
+    /// How soon, in milliseconds, a recording that still grows is read again at its end.
+    std::int64_t growthMs = 200;
+    /// Mean time between two RTCP sender reports, milliseconds.
+    std::int64_t reportIntervalMs = 5000;
+    /// Not null, outlives every session.
+    const HostClock* clock = &HostClock::system();
+};
+
+}  // namespace refhost

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "refhost/rtp/AccessUnit.h"
+
+namespace refhost
+{
+
+/// One access unit of footage and when it belongs where.
+struct PlaybackUnit
+{
+    AccessUnitPtr unit;
+    bool video = false;
+    /// A decoder can start here.
+    bool key = false;
+    /// The last one of its track before a gap or the end of the footage.
+    bool last = false;
+    /// Wall clock of the picture or sound, nanoseconds since 1970.
+    std::int64_t mediaNs = 0;
+    /// When it must leave so that it and what is shown before it come in time, by the same clock: not after
+    /// `mediaNs`. Does not go back within a section and track.
+    std::int64_t dueNs = 0;
+    /// How long it is shown or heard, nanoseconds.
+    std::int64_t durationNs = 0;
+    /// Number of the contiguous section of footage; another one after each gap.
+    std::uint32_t section = 0;
+};
+
+/// Footage of an interval as one session reads it. Used by one thread at a time; may read from a disk.
+class PlaybackSource
+{
+public:
+    /// A track that is wanted.
+    struct Track
+    {
+        /// Most bytes of RTP payload in a packet; 0: the track is not wanted.
+        int payloadSize = 0;
+        /// Encoding name that the client was told; footage of another coding is left out.
+        std::string encodingName;
+    };
+
+    struct Request
+    {
+        std::int64_t fromNs = 0;  ///< wall clock; reading begins at the key picture at or before it
+        std::int64_t endNs = 0;   ///< wall clock; what is shown from here on is left out
+        bool keyPicturesOnly = false;
+        Track video;
+        Track sound;
+    };
+
+    enum class Result
+    {
+        unit,
+        end,   ///< nothing follows
+        later  ///< the footage is still being written; ask again
+    };
+
+    virtual ~PlaybackSource() = default;
+
+    /// Begins anew.
+    /// \returns false when no footage is there or follows; what was read before goes on then
+    virtual bool open(const Request& request) = 0;
+
+    /// Reads on, over the ends of segments and over gaps, in the order of decoding.
+    /// \param[out] out  filled for Result::unit
+    virtual Result read(PlaybackUnit& out) = 0;
+};
+
+}  // namespace refhost

@@ -1,0 +1,76 @@
+#include "refhost/playback/PlaybackTrack.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include "refhost/playback/PlayTimeline.h"
+#include "refhost/playback/PlaybackSession.h"
+
+namespace refhost
+{
+PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMediaInfo& info,
+                             int payloadSize, const RtcpWriter::Name& name, const PlaybackSettings& settings)
+    : id(info.trackId),
+      encodingName(info.encodingName),
+      video(info.mediaType == "video"),
+      payloadSize(payloadSize),
+      clockRate(rtpClockRate(info.clockRate)),
+      sender(info.payloadType, name, *settings.clock, settings.reportIntervalMs),
+      session_(std::move(session))
+{
+}
+
+PlaybackTrack::~PlaybackTrack() = default;
+
+std::uint32_t PlaybackTrack::timestamp(std::int64_t playNs) const
+{
+    return sender.firstTimestamp() + PlayTimeline::ticks(playNs, clockRate);
+}
+
+bool PlaybackTrack::soundIsFull(std::int64_t endNs) const
+{
+    return soundFollows_ && static_cast<std::int32_t>(timestamp(endNs) - soundNext_) <= 0;
+}
+
+std::uint32_t PlaybackTrack::soundTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const
+{
+    const std::uint32_t exact = timestamp(playNs);
+    const auto off = static_cast<std::int32_t>(exact - soundNext_);
+    const auto tolerance = static_cast<std::int32_t>(PlayTimeline::ticks(toleranceNs, clockRate));
+    return soundFollows_ && std::abs(off) <= tolerance ? soundNext_ : exact;
+}
+
+void PlaybackTrack::sent(std::uint32_t timestamp, std::int64_t soundNs)
+{
+    saidGoodbye = false;
+    brokenOff_ = false;
+    soundFollows_ = soundNs > 0;
+    soundNext_ = timestamp + PlayTimeline::ticks(soundNs, clockRate);
+}
+
+void PlaybackTrack::sayGoodbye(std::int64_t wallNs, std::int64_t playNs)
+{
+    if (!saidGoodbye)
+    {
+        saidGoodbye = true;
+        sender.sayGoodbye(wallNs, timestamp(playNs));
+    }
+}
+
+void PlaybackTrack::onTransportReady()
+{
+    if (const auto session = session_.lock())
+    {
+        session->wake();
+    }
+}
+
+void PlaybackTrack::onRtcp(const std::uint8_t* data, std::size_t size)
+{
+    if (const auto session = session_.lock())
+    {
+        session->readReport(*this, data, size);
+    }
+}
+
+}  // namespace refhost

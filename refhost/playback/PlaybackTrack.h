@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "hostapi/description/RTPPacketInfo.h"
+#include "hostapi/description/SubMediaInfo.h"
+#include "refhost/playback/PlaybackSettings.h"
+#include "refhost/rtp/RtpSender.h"
+
+namespace refhost
+{
+
+class PlaybackSession;
+
+/// One track of a playback session: whether it plays and how it looks on the wire.
+///
+/// Threads: under its session's lock, but for the TransportListener's operations, which see to that
+/// themselves.
+class PlaybackTrack : public TransportListener
+{
+public:
+    PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMediaInfo& info, int payloadSize,
+                  const RtcpWriter::Name& name, const PlaybackSettings& settings);
+    ~PlaybackTrack() override;
+
+    const std::string id;
+    const std::string encodingName;
+    const bool video;
+    const int payloadSize;
+    const std::uint32_t clockRate;
+
+    RtpSender sender;
+    bool playing = false;
+    /// Goodbye was said after the last packet.
+    bool saidGoodbye = true;
+    /// What RTP-Info says of the last play().
+    RTPPacketInfo first;
+
+    /// The RTP timestamp of an instant of the player's time.
+    std::uint32_t timestamp(std::int64_t playNs) const;
+    /// Whether a block of sound has no room left: at a scale above 1 there is more sound than time.
+    /// \param endNs  the player's time behind the block
+    bool soundIsFull(std::int64_t endNs) const;
+    /// The timestamp of a block of sound: one that follows the block before closely follows it without a gap.
+    /// \param toleranceNs  how closely, in nanoseconds
+    std::uint32_t soundTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const;
+    /// A unit was sent.
+    /// \param soundNs  how long a block of sound lasts; 0 for a picture
+    void sent(std::uint32_t timestamp, std::int64_t soundNs);
+    /// The next unit does not follow what was sent before.
+    /// \param discontinuity  a client must be told
+    void breakOff(bool discontinuity)
+    {
+        soundFollows_ = false;
+        brokenOff_ = discontinuity;
+    }
+
+    /// The next unit is the first one after a gap or a change of place.
+    bool brokenOff() const
+    {
+        return brokenOff_;
+    }
+
+    /// Says goodbye once after the last packet.
+    /// \param playNs  the player's time now
+    void sayGoodbye(std::int64_t wallNs, std::int64_t playNs);
+
+    void onTransportReady() override;
+    void onRtcp(const std::uint8_t* data, std::size_t size) override;
+
+private:
+    const std::weak_ptr<PlaybackSession> session_;
+    bool brokenOff_ = false;
+    bool soundFollows_ = false;
+    std::uint32_t soundNext_ = 0;  // timestamp behind the block sent last
+};
+
+}  // namespace refhost

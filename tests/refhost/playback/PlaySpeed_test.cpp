@@ -1,0 +1,56 @@
+#include "refhost/playback/PlaySpeed.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace refhost
+{
+namespace
+{
+
+TEST(PlaySpeed, WhatIsPossibleStays)
+{
+    const PlaySpeed used = PlaySpeed::used(2, 4);
+    EXPECT_EQ(used.scale, 2);
+    EXPECT_EQ(used.speed, 4);
+}
+
+TEST(PlaySpeed, TooSlowAndTooFastGoToTheNearestPossible)
+{
+    EXPECT_EQ(PlaySpeed::used(0.1, 0.01).scale, 0.25);
+    EXPECT_EQ(PlaySpeed::used(0.1, 0.01).speed, 0.25);
+    EXPECT_EQ(PlaySpeed::used(64, 1).scale, 32);
+    EXPECT_EQ(PlaySpeed::used(1, std::numeric_limits<double>::infinity()).speed, 32);
+}
+
+TEST(PlaySpeed, WhatIsNoSpeedCountsAsOne)
+{
+    for (const double none : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()})
+    {
+        EXPECT_EQ(PlaySpeed::used(none, none), PlaySpeed());
+    }
+}
+
+TEST(PlaySpeed, DeliveryNeverGoesBeyondTheFastest)
+{
+    EXPECT_EQ(PlaySpeed::used(16, 16).scale, 16);
+    EXPECT_EQ(PlaySpeed::used(16, 16).speed, 2);
+}
+
+TEST(PlaySpeed, OnlyKeyPicturesAboveFour)
+{
+    EXPECT_FALSE(PlaySpeed::used(4, 1).keyPicturesOnly());
+    EXPECT_TRUE(PlaySpeed::used(4.1, 1).keyPicturesOnly());
+}
+
+TEST(PlaySpeed, SoundFromOneToTwo)
+{
+    EXPECT_FALSE(PlaySpeed::used(0.5, 1).withSound());
+    EXPECT_TRUE(PlaySpeed::used(1, 8).withSound());
+    EXPECT_TRUE(PlaySpeed::used(2, 1).withSound());
+    EXPECT_FALSE(PlaySpeed::used(2.5, 1).withSound());
+}
+
+}  // namespace
+}  // namespace refhost
