@@ -56,9 +56,10 @@ public:
     int connect(const std::string& trackId, const SafePointer<IConnection>& connection);
 
     /// Plays on from where the track was paused, from the range that was set since, or from the begin.
-    /// \returns 0, also when it plays already; hostStreamNotReady while the place is looked for; hostRangeInvalid
-    ///          when there is no footage from there on, and what played before goes on; hostConnectionUnusable
-    ///          without an open way to the client
+    /// \returns 0, also when it plays already; hostStreamNotReady while the place is looked for;
+    /// hostRangeInvalid
+    ///          when there is no footage from there on, and what played before goes on;
+    ///          hostConnectionUnusable without an open way to the client
     int play(const std::string& trackId);
 
     /// Stops sending; nothing is lost. The session pauses when its last playing track does.

@@ -9,11 +9,11 @@
 namespace refhost
 {
 PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMediaInfo& info,
-                             int payloadSize, const RtcpWriter::Name& name, const PlaybackSettings& settings)
+                             int packetSize, const RtcpWriter::Name& name, const PlaybackSettings& settings)
     : id(info.trackId),
       encodingName(info.encodingName),
       video(info.mediaType == "video"),
-      payloadSize(payloadSize),
+      payloadSize(packetSize),
       clockRate(rtpClockRate(info.clockRate)),
       sender(info.payloadType, name, *settings.clock, settings.reportIntervalMs),
       session_(std::move(session))

@@ -16,11 +16,11 @@ struct ReplayExtension
     static constexpr std::size_t size = 16;
     static constexpr std::uint16_t identifier = 0xabac;
 
-    std::int64_t mediaNs = 0;        ///< wall clock, nanoseconds since 1970
-    bool cleanPoint = false;         ///< C: a decoder can start here
-    bool endOfSection = false;       ///< E: the last one before a gap or the end
-    bool discontinuity = false;      ///< D: it does not follow what was sent before
-    std::uint8_t playSequence = 0;   ///< low byte of the CSeq of the PLAY request
+    std::int64_t mediaNs = 0;       ///< wall clock, nanoseconds since 1970
+    bool cleanPoint = false;        ///< C: a decoder can start here
+    bool endOfSection = false;      ///< E: the last one before a gap or the end
+    bool discontinuity = false;     ///< D: it does not follow what was sent before
+    std::uint8_t playSequence = 0;  ///< low byte of the CSeq of the PLAY request
 
     /// A copy of `unit` whose first packet carries the extension; the others of a unit do without.
     AccessUnitPtr addTo(const AccessUnit& unit) const;

@@ -1,0 +1,269 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "refhost/base/HostStatus.h"
+#include "refhost/playback/PlaybackScheduler.h"
+#include "refhost/playback/PlaybackSession.h"
+#include "refhost/playback/PlaybackSource.h"
+#include "tests/refhost/rtp/RtpFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+
+constexpr std::int64_t ns = 1'000'000'000;
+constexpr std::int64_t msNs = 1'000'000;
+
+/// Footage that a test scripts: 25 pictures and 50 blocks of sound a second, a key picture every second.
+struct FakeFootage
+{
+    static constexpr std::int64_t pictureNs = 40 * msNs;
+    static constexpr std::int64_t blockNs = 20 * msNs;
+
+    struct Stretch
+    {
+        std::int64_t beginNs;
+        std::int64_t endNs;
+    };
+
+    std::mutex mutex;
+    std::vector<Stretch> stretches;
+    bool growing = false;  ///< more may come after the last stretch
+    int opens = 0;
+    int reads = 0;
+    std::vector<PlaybackSource::Request> requests;
+
+    void set(std::vector<Stretch> all)
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        stretches = std::move(all);
+    }
+};
+
+/// Reads FakeFootage.
+class FakeSource : public PlaybackSource
+{
+public:
+    explicit FakeSource(std::shared_ptr<FakeFootage> footage) : footage_(std::move(footage)) {}
+
+    bool open(const Request& request) override
+    {
+        const std::lock_guard<std::mutex> guard(footage_->mutex);
+        ++footage_->opens;
+        footage_->requests.push_back(request);
+        for (std::size_t i = 0; i < footage_->stretches.size(); ++i)
+        {
+            const auto& stretch = footage_->stretches[i];
+            if (stretch.endNs <= request.fromNs)
+            {
+                continue;
+            }
+            const std::int64_t into = std::max<std::int64_t>(request.fromNs - stretch.beginNs, 0);
+            const std::int64_t begin = stretch.beginNs + into / ns * ns;
+            if (begin >= request.endNs)
+            {
+                return false;
+            }
+            request_ = request;
+            stretch_ = i;
+            ++section_;
+            nextPicture_ = nextBlock_ = begin;
+            return true;
+        }
+        return false;
+    }
+
+    Result read(PlaybackUnit& out) override
+    {
+        const std::lock_guard<std::mutex> guard(footage_->mutex);
+        ++footage_->reads;
+        for (; stretch_ < footage_->stretches.size(); ++stretch_, ++section_)
+        {
+            const auto& stretch = footage_->stretches[stretch_];
+            nextPicture_ = std::max(nextPicture_, stretch.beginNs);
+            nextBlock_ = std::max(nextBlock_, stretch.beginNs);
+            const std::int64_t end = std::min(stretch.endNs, request_.endNs);
+            const bool sound = request_.sound.payloadSize > 0;
+            const bool video = request_.video.payloadSize > 0;
+            if (video && nextPicture_ < end && (!sound || nextPicture_ <= nextBlock_))
+            {
+                const std::int64_t step = request_.keyPicturesOnly ? ns : FakeFootage::pictureNs;
+                out = make(true, nextPicture_, (nextPicture_ - stretch.beginNs) % ns == 0, step);
+                nextPicture_ += step;
+                out.last = nextPicture_ >= end;
+                return Result::unit;
+            }
+            if (sound && nextBlock_ < end)
+            {
+                out = make(false, nextBlock_, true, FakeFootage::blockNs);
+                nextBlock_ += FakeFootage::blockNs;
+                out.last = nextBlock_ >= end;
+                return Result::unit;
+            }
+            if (end == request_.endNs)
+            {
+                break;
+            }
+            if (footage_->growing && stretch_ + 1 == footage_->stretches.size())
+            {
+                return Result::later;
+            }
+        }
+        return Result::end;
+    }
+
+private:
+    PlaybackUnit make(bool video, std::int64_t mediaNs, bool key, std::int64_t durationNs) const
+    {
+        PlaybackUnit unit;
+        unit.unit = makeUnit(7, mediaNs, key, video ? 3 : 1, 1364, video ? 100 : 160);
+        unit.video = video;
+        unit.key = key;
+        unit.mediaNs = unit.dueNs = mediaNs;
+        unit.durationNs = durationNs;
+        unit.section = section_;
+        return unit;
+    }
+
+    const std::shared_ptr<FakeFootage> footage_;
+    Request request_;
+    std::size_t stretch_ = 0;
+    std::uint32_t section_ = 0;
+    std::int64_t nextPicture_ = 0;
+    std::int64_t nextBlock_ = 0;
+};
+
+/// A session on a recording of 20 seconds with the test's thread as its worker.
+class PlaybackFixture : public testing::Test
+{
+protected:
+    static constexpr const char* video = "trackID=0";
+    static constexpr const char* audio = "trackID=1";
+
+    PlaybackFixture()
+    {
+        settings.clock = &clock;
+        footage->set({{at(0), at(20)}});
+        make(0, 20);
+    }
+
+    /// Wall clock of a second of the recording.
+    static std::int64_t at(double seconds)
+    {
+        return 1'600'000'000 * ns + static_cast<std::int64_t>(seconds * 1e9);
+    }
+
+    /// Makes the session anew.
+    void make(double begin, double end)
+    {
+        session =
+            std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(begin), at(end)},
+                                              std::make_unique<FakeSource>(footage), scheduler, settings);
+    }
+
+    static SubMediaInfo trackInfo(const std::string& track)
+    {
+        SubMediaInfo info;
+        info.trackId = track;
+        info.mediaType = track == video ? "video" : "audio";
+        info.encodingName = track == video ? "H264" : "PCMU";
+        info.payloadType = track == video ? 96 : 0;
+        info.clockRate = track == video ? 90000 : 8000;
+        return info;
+    }
+
+    /// Sets a track up. \returns what its client sees
+    std::shared_ptr<Wire> setUp(const std::string& track)
+    {
+        auto wire = std::make_shared<Wire>();
+        SafePointer<FakeTransport> transport(new FakeTransport(wire));
+        transports.erase(track);
+        transports.emplace(track, transport);
+        session->addTrack(trackInfo(track), 1364);
+        EXPECT_EQ(0, session->connect(track, transport));
+        return wire;
+    }
+
+    /// Plays a track as the front does: again, when its place was found.
+    int play(const std::string& track)
+    {
+        int status = session->play(track);
+        for (int i = 0; i < 10 && status == hostStreamNotReady; ++i)
+        {
+            runWorkers();
+            status = session->play(track);
+        }
+        return status;
+    }
+
+    int playFrom(const std::string& track, double begin, double end = 20, int kind = 0)
+    {
+        EXPECT_EQ(0, session->setRange(track, begin, end, kind, true));
+        return play(track);
+    }
+
+    void runWorkers()
+    {
+        ASSERT_LT(scheduler.runDue(1000), 1000U) << "the worker goes round in circles";
+    }
+
+    /// Lets time pass in small steps, with the worker at work.
+    void pass(std::int64_t ms)
+    {
+        runWorkers();
+        for (std::int64_t passed = 0; passed < ms; passed += 5)
+        {
+            clock.advanceMs(5);
+            runWorkers();
+        }
+    }
+
+    static std::vector<double> secondsOf(Wire& wire)
+    {
+        std::vector<double> seconds;
+        for (const AccessUnitPtr& unit : wire.units())
+        {
+            seconds.push_back(static_cast<double>(unit->captureTimeNs - at(0)) / 1e9);
+        }
+        return seconds;
+    }
+
+    static bool saidGoodbye(Wire& wire)
+    {
+        const std::lock_guard<std::mutex> guard(wire.mutex);
+        const auto isGoodbye = [](const std::vector<std::uint8_t>& packet)
+        {
+            constexpr std::uint8_t goodbye = 203;
+            for (std::size_t i = 0; i + 4 <= packet.size();
+                 i += 4 * (packet[i + 2] * 256U + packet[i + 3] + 1))
+            {
+                if (packet[i + 1] == goodbye)
+                {
+                    return true;
+                }
+            }
+            return false;
+        };
+        return std::any_of(wire.rtcp.begin(), wire.rtcp.end(), isGoodbye);
+    }
+
+    ManualClock clock;
+    PlaybackSettings settings;
+    PlaybackScheduler scheduler{clock};
+    std::shared_ptr<FakeFootage> footage = std::make_shared<FakeFootage>();
+    std::shared_ptr<PlaybackSession> session;
+    std::map<std::string, SafePointer<FakeTransport>> transports;
+};
+
+}  // namespace test
+}  // namespace refhost

@@ -1,0 +1,287 @@
+#include <gtest/gtest.h>
+
+#include "tests/refhost/playback/PlaybackFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+using PlaybackPlay = PlaybackFixture;
+
+TEST_F(PlaybackPlay, NothingIsSentBeforePlay)
+{
+    const auto wire = setUp(video);
+    pass(500);
+    EXPECT_TRUE(wire->units().empty());
+}
+
+TEST_F(PlaybackPlay, TracksThatWereNotSetUpAreUnknown)
+{
+    EXPECT_EQ(session->play(video), hostTrackUnknown);
+    EXPECT_EQ(session->pause(video), hostTrackUnknown);
+    bool empty = false;
+    EXPECT_EQ(session->remove(video, empty), hostTrackUnknown);
+}
+
+TEST_F(PlaybackPlay, NeedsAnOpenWay)
+{
+    session->addTrack(trackInfo(video), 1364);
+    EXPECT_EQ(session->play(video), hostConnectionUnusable);
+    setUp(video);
+    transports.at(video)->close();
+    EXPECT_EQ(session->play(video), hostConnectionUnusable);
+}
+
+TEST_F(PlaybackPlay, IsNotReadyUntilTheWorkerFoundThePlace)
+{
+    setUp(video);
+    EXPECT_EQ(session->play(video), hostStreamNotReady);
+    EXPECT_EQ(session->play(video), hostStreamNotReady);
+    runWorkers();
+    EXPECT_EQ(session->play(video), 0);
+}
+
+TEST_F(PlaybackPlay, SendsTheFirstKeyPictureAtOnceAndTheRestAtItsPace)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    runWorkers();
+    EXPECT_EQ(wire->units().size(), 1U);
+    EXPECT_TRUE(wire->units().front()->keyFrame);
+    pass(1000);
+    EXPECT_EQ(wire->units().size(), 26U);
+}
+
+TEST_F(PlaybackPlay, StartsAtTheKeyPictureAtOrBeforeAndTellsWhere)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(playFrom(video, 5.5), 0);
+    double begin = 0;
+    double end = 0;
+    ASSERT_EQ(session->range(video, begin, end), 0);
+    EXPECT_DOUBLE_EQ(begin, 5);
+    EXPECT_DOUBLE_EQ(end, 20);
+    runWorkers();
+    EXPECT_EQ(secondsOf(*wire), std::vector<double>{5});
+}
+
+TEST_F(PlaybackPlay, RtpInfoNamesTheFirstPacketOfEachTrack)
+{
+    const auto pictures = setUp(video);
+    const auto sound = setUp(audio);
+    ASSERT_EQ(play(video), 0);
+    ASSERT_EQ(play(audio), 0);
+    RTPPacketInfo first;
+    RTPPacketInfo firstSound;
+    ASSERT_EQ(session->firstPacket(video, first), 0);
+    ASSERT_EQ(session->firstPacket(audio, firstSound), 0);
+    pass(100);
+    EXPECT_EQ(first.sequenceNumber, pictures->packets.front().sequence);
+    EXPECT_EQ(first.rtpTimestamp, pictures->packets.front().timestamp);
+    EXPECT_EQ(firstSound.sequenceNumber, sound->packets.front().sequence);
+    EXPECT_EQ(firstSound.rtpTimestamp, sound->packets.front().timestamp);
+}
+
+TEST_F(PlaybackPlay, TimestampsFollowTheFootage)
+{
+    const auto pictures = setUp(video);
+    const auto sound = setUp(audio);
+    ASSERT_EQ(play(video), 0);
+    ASSERT_EQ(play(audio), 0);
+    pass(2000);
+    for (std::size_t i = 3; i < pictures->packets.size(); ++i)
+    {
+        ASSERT_EQ(pictures->packets[i].timestamp - pictures->packets[i - 3].timestamp, 3600U);
+    }
+    for (std::size_t i = 1; i < sound->packets.size(); ++i)
+    {
+        ASSERT_EQ(sound->packets[i].timestamp - sound->packets[i - 1].timestamp, 160U);
+    }
+    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_TRUE(sound->contiguous());
+}
+
+TEST_F(PlaybackPlay, EndsExactlyAtTheEndAndSaysGoodbye)
+{
+    const auto pictures = setUp(video);
+    const auto sound = setUp(audio);
+    ASSERT_EQ(playFrom(video, 17, 19), 0);
+    ASSERT_EQ(play(audio), 0);
+    pass(1995);
+    EXPECT_FALSE(saidGoodbye(*pictures));
+    EXPECT_FALSE(session->ended());
+    pass(10);
+    EXPECT_EQ(pictures->units().size(), 50U);
+    EXPECT_DOUBLE_EQ(secondsOf(*pictures).back(), 18.96);
+    EXPECT_EQ(sound->units().size(), 100U);
+    EXPECT_TRUE(saidGoodbye(*pictures));
+    EXPECT_TRUE(saidGoodbye(*sound));
+    EXPECT_TRUE(session->ended());
+    EXPECT_EQ(scheduler.size(), 0U);
+}
+
+TEST_F(PlaybackPlay, PlaysAgainAfterTheEnd)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(playFrom(video, 19, 20), 0);
+    pass(1100);
+    ASSERT_TRUE(session->ended());
+    ASSERT_EQ(playFrom(video, 3, 20), 0);
+    EXPECT_FALSE(session->ended());
+    pass(0);
+    EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 3);
+    EXPECT_TRUE(wire->contiguous());
+    pass(17100);
+    ASSERT_TRUE(session->ended());
+    ASSERT_EQ(play(video), 0);
+    pass(0);
+    EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 0);
+}
+
+TEST_F(PlaybackPlay, PauseLosesNothingAndLeavesNoGap)
+{
+    const auto pictures = setUp(video);
+    const auto sound = setUp(audio);
+    ASSERT_EQ(play(video), 0);
+    ASSERT_EQ(play(audio), 0);
+    pass(1010);
+    ASSERT_EQ(session->pause(video), 0);
+    ASSERT_EQ(session->pause(audio), 0);
+    const auto before = pictures->units().size();
+    pass(60000);
+    EXPECT_EQ(pictures->units().size(), before);
+    ASSERT_EQ(play(video), 0);
+    ASSERT_EQ(play(audio), 0);
+    double begin = 0;
+    double end = 0;
+    ASSERT_EQ(session->range(video, begin, end), 0);
+    RTPPacketInfo first;
+    ASSERT_EQ(session->firstPacket(video, first), 0);
+    pass(1000);
+    const auto seconds = secondsOf(*pictures);
+    ASSERT_GT(seconds.size(), before + 20);
+    for (std::size_t i = 0; i < seconds.size(); ++i)
+    {
+        ASSERT_NEAR(seconds[i], 0.04 * static_cast<double>(i), 1e-6);
+    }
+    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_TRUE(sound->contiguous());
+    EXPECT_EQ(pictures->packets[3 * before].timestamp - pictures->packets[0].timestamp, before * 3600);
+    EXPECT_EQ(first.sequenceNumber, pictures->packets[3 * before].sequence);
+    EXPECT_NEAR(begin, seconds[before], 0.021);
+}
+
+TEST_F(PlaybackPlay, NothingLeavesAfterPause)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(500);
+    const auto before = wire->units().size();
+    ASSERT_EQ(session->pause(video), 0);
+    EXPECT_EQ(session->pause(video), 0);
+    clock.advanceMs(1000);
+    runWorkers();
+    EXPECT_EQ(wire->units().size(), before);
+}
+
+TEST_F(PlaybackPlay, PausesByItselfAtAPosition)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(500);
+    ASSERT_EQ(session->setPausePosition(video, 2), 0);
+    pass(5000);
+    EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 1.96);
+    EXPECT_FALSE(saidGoodbye(*wire));
+    ASSERT_EQ(play(video), 0);
+    pass(0);
+    EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 2);
+}
+
+TEST_F(PlaybackPlay, PlayOfAPlayingTrackChangesNothing)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(1010);
+    EXPECT_EQ(play(video), 0);
+    double begin = 0;
+    double end = 0;
+    ASSERT_EQ(session->range(video, begin, end), 0);
+    EXPECT_NEAR(begin, 1.04, 1e-6);
+    RTPPacketInfo next;
+    ASSERT_EQ(session->firstPacket(video, next), 0);
+    pass(1000);
+    EXPECT_EQ(wire->units().size(), 51U);
+    EXPECT_EQ(next.sequenceNumber, wire->packets[26 * 3].sequence);
+    EXPECT_EQ(next.rtpTimestamp, wire->packets[26 * 3].timestamp);
+}
+
+TEST_F(PlaybackPlay, WithoutFootageThereIsNoPlay)
+{
+    footage->set({});
+    setUp(video);
+    EXPECT_EQ(play(video), hostRangeInvalid);
+    footage->set({{at(0), at(20)}});
+    EXPECT_EQ(play(video), 0);
+}
+
+TEST_F(PlaybackPlay, ATrackThatDoesNotPlayIsLeftOut)
+{
+    const auto pictures = setUp(video);
+    const auto sound = setUp(audio);
+    ASSERT_EQ(play(video), 0);
+    pass(3000);
+    EXPECT_TRUE(sound->units().empty());
+    EXPECT_GE(pictures->units().size(), 70U);
+    EXPECT_TRUE(pictures->contiguous());
+}
+
+TEST_F(PlaybackPlay, ATrackSetUpLaterJoins)
+{
+    const auto pictures = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(1000);
+    const auto sound = setUp(audio);
+    ASSERT_EQ(play(audio), 0);
+    pass(1000);
+    EXPECT_GE(sound->units().size(), 48U);
+    EXPECT_TRUE(pictures->contiguous());
+}
+
+TEST_F(PlaybackPlay, NothingIsLeftOfARemovedSession)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(100);
+    bool empty = false;
+    ASSERT_EQ(session->remove(video, empty), 0);
+    EXPECT_TRUE(empty);
+    EXPECT_TRUE(saidGoodbye(*wire));
+    const auto before = wire->units().size();
+    const std::weak_ptr<PlaybackSession> gone = session;
+    session.reset();
+    pass(1000);
+    EXPECT_TRUE(gone.expired());
+    EXPECT_EQ(scheduler.size(), 0U);
+    EXPECT_EQ(wire->units().size(), before);
+}
+
+TEST_F(PlaybackPlay, AClosedWayEndsTheWork)
+{
+    setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(100);
+    transports.at(video)->close();
+    pass(1000);
+    EXPECT_EQ(scheduler.size(), 0U);
+    bool connected = true;
+    ASSERT_EQ(session->connectionState(video, connected), 0);
+    EXPECT_FALSE(connected);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
