@@ -1,15 +1,28 @@
 #include "live/OVLiveController.h"
 
+#include <cstdio>
+
+#include "audioback/OVAudioBackDispatcherMgr.h"
+#include "hostapi/base/DataConverter.h"
+#include "hostapi/description/MediaInfoTool.h"
 #include "hostapi/live/RTPStreamDispatcherMgr.h"
-#include "live/LivePresentation.h"
-#include "live/PayloadSize.h"
-#include "live/TalkBackTrack.h"
+#include "mediaurl/ControllerCodec.h"
 #include "support/StatusCode.h"
 
 namespace
 {
 
-const LivePresentation::Form form = {"OVLiveController", &IMediaUrl::parseMediaUrl, &IMediaUrl::toMediaUrl};
+const char* const controllerName = "OVLiveController";
+
+// Most bytes of RTP payload in a packet, for every transport: with all headers below it fits an Ethernet
+// frame also through a tunnel.
+const int payloadSize = 1364;
+
+bool isKnownTransport(int kind)
+{
+    return kind == IConnection::interleavedTcp || kind == IConnection::udpUnicast ||
+           kind == IConnection::udpMulticast;
+}
 
 }  // namespace
 
@@ -20,26 +33,69 @@ OVLiveController::OVLiveController()
 
 OVLiveController::~OVLiveController() noexcept(false) = default;
 
-LivePresentation OVLiveController::presentation()
-{
-    return LivePresentation(form,
-                            {mediaUrl_, streamKey_, mediaUrlParam_, mediaInfo_, deviceInfo_, deviceAbility_});
-}
-
 int OVLiveController::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
                                    const DeviceExAbility& deviceAbility, bool mediaInfoFlag)
 {
-    return presentation().init(thirdPlatType, url, deviceInfo, deviceAbility, mediaInfoFlag);
+    const int result = parseMediaUrl(thirdPlatType, url, streamKey_);
+    if (result != statusSuccess)
+    {
+        return result;
+    }
+    deviceInfo_ = deviceInfo;
+    deviceAbility_ = deviceAbility;
+    mediaUrl_ = url;
+    return createMediaInfo(thirdPlatType, mediaInfoFlag, mediaInfo_);
 }
 
 int OVLiveController::parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey)
 {
-    return presentation().parse(thirdPlatType, url, outKey);
+    SafePointer<IMediaUrl> codec;
+    int result = ControllerCodec(controllerName).create(thirdPlatType, url, codec);
+    if (result != statusSuccess)
+    {
+        return result;
+    }
+    result = codec->parseMediaUrl(url);
+    if (result != statusSuccess)
+    {
+        std::puts("##########OVLiveController::parseMediaUrl objMediaUrl->parseMediaUrl error!!");
+        return result;
+    }
+    mediaUrlParam_ = codec->objMediaUrlParam;
+
+    std::string cameraText;
+    std::string streamText;
+    DataConverter::convert(mediaUrlParam_.getCameraID(), cameraText);
+    DataConverter::convert(mediaUrlParam_.getStreamID(), streamText);
+    outKey = cameraText + "/" + streamText;
+    return statusSuccess;
 }
 
 int OVLiveController::createMediaInfo(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out)
 {
-    return presentation().describe(thirdPlatType, mediaInfoFlag, out);
+    // A failure is printed with the name of parseMediaUrl here too, deliberately.
+    SafePointer<IMediaUrl> codec;
+    int result = ControllerCodec(controllerName).create(thirdPlatType, mediaUrl_, codec);
+    if (result != statusSuccess)
+    {
+        return result;
+    }
+    codec->objMediaUrlParam = mediaUrlParam_;
+    const std::string canonicalUrl = codec->toMediaUrl();
+
+    MediaInfoTool tool;
+    tool.setDeviceInfoEx(deviceInfo_);
+    tool.setDeviceExAbility(deviceAbility_);
+    tool.setMediaUrl(canonicalUrl);
+    // The codec's own number, not the one that its factory is registered under.
+    tool.setThirdPlatType(codec->getThirdPlatType());
+    result =
+        tool.createMediaInfo(mediaUrlParam_.getCameraID(), mediaUrlParam_.getStreamID(), out, mediaInfoFlag);
+    if (result != statusSuccess)
+    {
+        std::puts("objMediaInfoTool.createMediaInfo Error!!!!");
+    }
+    return result;
 }
 
 int OVLiveController::getMediaInfo(MediaInfo& out)
@@ -51,7 +107,7 @@ int OVLiveController::getMediaInfo(MediaInfo& out)
 int OVLiveController::setup(const std::string& sessionId, const std::string& trackId,
                             const SafePointer<IConnection>& connection)
 {
-    if (!PayloadSize::isKnownTransport(connection->transportKind))
+    if (!isKnownTransport(connection->transportKind))
     {
         return statusRefused;
     }
@@ -62,12 +118,17 @@ int OVLiveController::setup(const std::string& sessionId, const std::string& tra
     }
     if (track.getAudioBackInfoFlag())
     {
-        return TalkBackTrack(audioBackTrackId_)
-            .setup(sessionId, trackId, track, PayloadSize::standard, connection);
+        const SafePointer<OVAudioBackDispatcherMgr> talkBack = OVAudioBackDispatcherMgr::getInstance();
+        const int result = talkBack->initSession(sessionId, trackId, track, payloadSize);
+        if (result != statusSuccess)
+        {
+            return result;
+        }
+        audioBackTrackId_ = trackId;
+        return talkBack->addSessionConnection(sessionId, connection);
     }
     const SafePointer<RTPStreamDispatcherMgr> dispatcher = RTPStreamDispatcherMgr::getInstance();
-    const int result =
-        dispatcher->initRTPBuilder(streamKey_, sessionId, trackId, track, PayloadSize::standard);
+    const int result = dispatcher->initRTPBuilder(streamKey_, sessionId, trackId, track, payloadSize);
     if (result != statusSuccess)
     {
         return result;
@@ -75,32 +136,35 @@ int OVLiveController::setup(const std::string& sessionId, const std::string& tra
     return dispatcher->addRTPConnection(streamKey_, sessionId, trackId, connection);
 }
 
+bool OVLiveController::isTalkBack(const std::string& trackId) const
+{
+    // An empty track id is talk-back's, too, until a talk-back track was set up: nothing sets it apart.
+    return trackId == audioBackTrackId_;
+}
+
 int OVLiveController::play(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
-    if (talkBack.is(trackId))
+    if (isTalkBack(trackId))
     {
-        return talkBack.play(sessionId);
+        return OVAudioBackDispatcherMgr::getInstance()->startAudio(sessionId);
     }
     return RTPStreamDispatcherMgr::getInstance()->play(streamKey_, sessionId, trackId);
 }
 
 int OVLiveController::pause(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
-    if (talkBack.is(trackId))
+    if (isTalkBack(trackId))
     {
-        return talkBack.pause(sessionId);
+        return OVAudioBackDispatcherMgr::getInstance()->pauseAudio(sessionId);
     }
     return RTPStreamDispatcherMgr::getInstance()->pause(streamKey_, sessionId, trackId);
 }
 
 int OVLiveController::stop(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
-    if (talkBack.is(trackId))
+    if (isTalkBack(trackId))
     {
-        return talkBack.stop(sessionId);
+        return OVAudioBackDispatcherMgr::getInstance()->stopAudio(sessionId);
     }
     // A track that the dispatcher does not know is as good as ended.
     RTPStreamDispatcherMgr::getInstance()->deleteRTPConnection(streamKey_, sessionId, trackId);
@@ -109,10 +173,9 @@ int OVLiveController::stop(const std::string& sessionId, const std::string& trac
 
 int OVLiveController::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
-    if (talkBack.is(trackId))
+    if (isTalkBack(trackId))
     {
-        return talkBack.getTrackSSRC(sessionId, ssrc);
+        return OVAudioBackDispatcherMgr::getInstance()->getTrackSSRC(sessionId, ssrc);
     }
     // Without an SSRC the SETUP stands nevertheless; its answer only goes without.
     RTPStreamDispatcherMgr::getInstance()->getTrackSSRC(streamKey_, sessionId, trackId, ssrc);

@@ -10,8 +10,6 @@
 #include "mediaurl/MediaUrlParam.h"
 #include "support/Export.h"
 
-class LivePresentation;
-
 /// Serves one live unicast URL: its sessions' verbs go to the host's RTPStreamDispatcherMgr under the key
 /// "<camera>/<stream>", and those of a talk-back track to OVAudioBackDispatcherMgr.
 ///
@@ -58,7 +56,7 @@ public:
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc) override;
 
 private:
-    OV_INTERNAL LivePresentation presentation();
+    OV_INTERNAL bool isTalkBack(const std::string& trackId) const;
 
     OVMutex mutex_;  // never locked; part of the layout
     std::string mediaUrl_;

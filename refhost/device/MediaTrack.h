@@ -4,7 +4,6 @@
 #include <memory>
 #include <string>
 
-#include "refhost/device/MediaProbe.h"
 #include "refhost/device/PayloadBranch.h"
 
 namespace refhost
@@ -21,9 +20,8 @@ public:
 
     using Taps = std::map<int, std::shared_ptr<PacketTap>>;
 
-    /// \param clock  its pipeline holds everything and outlives the track
-    /// \param mediaTap  gets the encoded media
-    MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap);
+    /// \param pipeline  holds everything; outlives the track
+    MediaTrack(GstElement* pipeline, MediaCoding coding, std::int64_t clockOffsetNs);
     ~MediaTrack();
 
     /// Links the track behind a pad.
@@ -49,10 +47,9 @@ public:
 private:
     bool addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error);
 
-    CaptureClock clock_;
+    GstElement* pipeline_;
     MediaCoding coding_;
-    std::shared_ptr<MediaTap> mediaTap_;
-    std::unique_ptr<MediaProbe> mediaProbe_;
+    std::int64_t clockOffsetNs_;
     GstElement* tee_ = nullptr;  // owned by the pipeline
     std::map<int, std::unique_ptr<PayloadBranch>> branches_;
 };

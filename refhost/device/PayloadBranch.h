@@ -10,7 +10,6 @@
 #include <mutex>
 #include <string>
 
-#include "refhost/device/CaptureClock.h"
 #include "refhost/device/MediaCoding.h"
 #include "refhost/device/PacketTap.h"
 
@@ -30,8 +29,9 @@ public:
 
     struct Place
     {
-        CaptureClock clock;
-        GstElement* tee;  ///< its parent is the clock's pipeline
+        GstElement* pipeline;        ///< tells the base time
+        GstElement* tee;             ///< its parent is the pipeline
+        std::int64_t clockOffsetNs;  ///< wall clock less the pipeline's clock
     };
 
     /// \param payloadSize  most bytes of RTP payload in a packet
@@ -63,6 +63,7 @@ private:
     void takeSample(GstSample* sample);
     void takePacket(GstBuffer* buffer, const GstSegment* segment);
     bool admits(GstBuffer* buffer);
+    std::int64_t captureTimeOf(const GstBuffer* buffer, const GstSegment* segment);
 
     Place place_;
     MediaCoding coding_;

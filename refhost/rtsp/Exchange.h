@@ -11,6 +11,14 @@
 namespace refhost
 {
 
+/// What became of a request at its verb.
+enum class VerbResult
+{
+    answered,
+    /// The media is not ready yet and nothing was answered: ask again later.
+    notReady
+};
+
 /// One request on the way to its one response. Lives on the stack while the request is handled.
 class Exchange
 {

@@ -8,7 +8,12 @@ namespace refhost
 void MediaRoutes::add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
                       FirstPacketFunction firstPacket)
 {
-    routes_.push_back({std::move(prefix), factory, std::move(firstPacket)});
+    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false});
+}
+
+void MediaRoutes::addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory)
+{
+    routes_.push_back({std::move(prefix), factory, nullptr, true});
 }
 
 const MediaRoutes::Route* MediaRoutes::find(std::string_view presentation) const

@@ -24,12 +24,15 @@ public:
     {
         std::string prefix;
         SafePointer<IRTSPControllerFactory> factory;
-        FirstPacketFunction firstPacket;
+        FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo() tells
+        bool recorded = false;            ///< has positions and speeds; otherwise live
     };
 
     /// Serves presentations that begin with `prefix` and a slash ("orv/live" for "orv/live/1/0").
     void add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
              FirstPacketFunction firstPacket);
+    /// The same for presentations that are recordings.
+    void addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory);
 
     /// \returns null for a presentation of no known family
     const Route* find(std::string_view presentation) const;

@@ -13,33 +13,75 @@ PlayVerbs::PlayVerbs(FrontServices& services, ClientLink& link, LinkSessions& se
 {
 }
 
-void PlayVerbs::play(Exchange& exchange)
+VerbResult PlayVerbs::play(Exchange& exchange, RtspSession::Attempt attempt)
 {
     const auto session = sessions_.of(exchange);
     if (session == nullptr)
     {
-        return;
+        return VerbResult::answered;
     }
-    const RtspRequest::Header* const range = exchange.request.find("Range");
-    const RtspStatus rangeStatus = range == nullptr ? rtspOk : RangeHeader::checkLive(range->value);
-    if (rangeStatus != rtspOk)
+    PlayOrder order;
+    RtspStatus status = parse(exchange, *session, order);
+    bool notReady = false;
+    if (status == rtspOk)
     {
-        exchange.answer(rangeStatus);
-        return;
+        const auto answer = [&](const RtspSession::Played& played)
+        { answerPlay(exchange, *session, order, played); };
+        status = session->play(exchange.url.track, order, attempt, answer, notReady);
     }
-    const auto answer = [&](const std::vector<RtspSession::PlayedTrack>& tracks)
-    {
-        ResponseWriter& out = exchange.begin(rtspOk);
-        sessions_.addHeader(out, *session);
-        out.header("Range", RangeHeader::live);
-        addRtpInfo(out, exchange.url.base, tracks);
-        exchange.send();
-        flushBeforePackets(tracks);
-    };
-    const RtspStatus status = session->play(exchange.url.track, answer);
     if (status != rtspOk)
     {
         exchange.answer(status);
+    }
+    return notReady ? VerbResult::notReady : VerbResult::answered;
+}
+
+/// A live stream has no positions and speeds: whatever is well-formed plays from now on.
+RtspStatus PlayVerbs::parse(const Exchange& exchange, RtspSession& session, PlayOrder& order)
+{
+    if (session.recorded())
+    {
+        return PlayOrder::parse(exchange.request, session.replays(exchange.require.replay), order);
+    }
+    const RtspRequest::Header* const range = exchange.request.find("Range");
+    return range == nullptr ? rtspOk : RangeHeader::checkLive(range->value);
+}
+
+void PlayVerbs::answerPlay(Exchange& exchange, const RtspSession& session, const PlayOrder& order,
+                           const RtspSession::Played& played)
+{
+    ResponseWriter& out = exchange.begin(rtspOk);
+    sessions_.addHeader(out, session);
+    if (played.recorded)
+    {
+        addRecorded(out, order, *played.recorded);
+    }
+    else
+    {
+        out.header("Range", RangeHeader::live);
+    }
+    addRtpInfo(out, exchange.url.base, played.tracks);
+    exchange.send();
+    flushBeforePackets(played.tracks);
+}
+
+void PlayVerbs::addRecorded(ResponseWriter& out, const PlayOrder& order, const RecordedPlay::Outcome& outcome)
+{
+    out.beginHeader("Range");
+    RangeHeader::append(out.text(), order.range ? order.range->unit : RangeHeader::Unit::npt, outcome.begin,
+                        outcome.end);
+    out.endHeader();
+    if (order.scale)
+    {
+        out.beginHeader("Scale");
+        PlayOrder::appendRate(out.text(), outcome.speed.scale);
+        out.endHeader();
+    }
+    if (order.speed)
+    {
+        out.beginHeader("Speed");
+        PlayOrder::appendRate(out.text(), outcome.speed.speed);
+        out.endHeader();
     }
 }
 
@@ -83,10 +125,23 @@ void PlayVerbs::pause(Exchange& exchange)
     {
         return;
     }
-    const RtspStatus status = session->pause(exchange.url.track);
+    const RtspStatus status =
+        session->recorded() ? pauseRecording(exchange, *session) : session->pause(exchange.url.track);
     ResponseWriter& out = exchange.begin(status);
     sessions_.addHeader(out, *session);
     exchange.send();
+}
+
+RtspStatus PlayVerbs::pauseRecording(const Exchange& exchange, RtspSession& session)
+{
+    const RtspRequest::Header* const header = exchange.request.find("Range");
+    if (header == nullptr)
+    {
+        return session.pause(exchange.url.track);
+    }
+    RangeHeader point;
+    const RtspStatus status = RangeHeader::parsePoint(header->value, point);
+    return status == rtspOk ? session.pauseAt(exchange.url.track, point) : status;
 }
 
 }  // namespace refhost

@@ -99,7 +99,7 @@ RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry
     {
         return exchange.keepsConnection ? Result::answered : Result::answeredLast;
     }
-    SessionVerbs::Result result = SessionVerbs::Result::answered;
+    VerbResult result = VerbResult::answered;
     switch (methodOf(exchange.request.method))
     {
         case Method::options:
@@ -112,7 +112,7 @@ RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry
             result = verbs_.setup(exchange, lastTry);
             break;
         case Method::play:
-            playing_.play(exchange);
+            result = playing_.play(exchange, {admitted, lastTry});
             break;
         case Method::pause:
             playing_.pause(exchange);
@@ -127,7 +127,7 @@ RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry
             methodNotAllowed(exchange);
             break;
     }
-    if (result == SessionVerbs::Result::notReady)
+    if (result == VerbResult::notReady)
     {
         admitted_ = true;
         return Result::notReady;

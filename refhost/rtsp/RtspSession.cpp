@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "hostapi/description/MediaInfo.h"
+#include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/StatusMap.h"
 
@@ -18,49 +19,24 @@ using Step = StatusMap::Step;
 // Packets that were on their way when the connection went do not make the client heard again.
 constexpr std::int64_t orphanGraceMs = 1000;
 
-/// Holds transports back until the end of the scope. Made before the session's lock is taken, because
-/// releasing tells the dispatch, which is not to be told under a lock.
-class Hold
-{
-public:
-    void add(const SafePointer<RtpTransport>& transport)
-    {
-        held_.push_back(transport);
-        transport->hold();
-    }
-
-    ~Hold()
-    {
-        for (const SafePointer<RtpTransport>& transport : held_)
-        {
-            try
-            {
-                transport->release();
-            }
-            catch (const std::exception& error)
-            {
-                Log::error("letting packets go failed: {}", error.what());
-            }
-        }
-    }
-
-private:
-    std::vector<SafePointer<RtpTransport>> held_;
-};
-
 }  // namespace
 
 RtspSession::RtspSession(std::string id, std::string presentation,
-                         const SafePointer<IRTSPController>& controller, FirstPacketFunction firstPacket,
+                         const SafePointer<IRTSPController>& controller, const MediaRoutes::Route& route,
                          const SocketAddress::Key& client, std::int64_t nowMs)
     : id_(std::move(id)),
       presentation_(std::move(presentation)),
-      firstPacket_(std::move(firstPacket)),
+      firstPacket_(route.firstPacket),
+      recorded_(route.recorded),
       client_(client),
       liveness_(std::make_shared<SessionLiveness>()),
       controller_(controller)
 {
     liveness_->heard(nowMs);
+    if (route.recorded)
+    {
+        recordedPlay_.emplace(id_, controller);
+    }
 }
 
 RtspSession::~RtspSession() noexcept(false)
@@ -87,6 +63,20 @@ const std::string& RtspSession::presentation() const
 const SocketAddress::Key& RtspSession::client() const
 {
     return client_;
+}
+
+bool RtspSession::recorded() const
+{
+    return recorded_;
+}
+
+bool RtspSession::replays(bool required)
+{
+    if (required)
+    {
+        replays_ = true;
+    }
+    return replays_;
 }
 
 std::shared_ptr<SessionLiveness> RtspSession::liveness() const
@@ -142,66 +132,120 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     return rtspOk;
 }
 
-RtspStatus RtspSession::play(std::string_view trackId, const AnswerPlay& answer)
+RtspStatus RtspSession::play(std::string_view trackId, const PlayOrder& order, Attempt attempt,
+                             const AnswerPlay& answer, bool& notReady)
 {
-    Hold hold;
+    TransportHold hold;
     const std::lock_guard<std::mutex> guard(mutex_);
     std::vector<Track*> tracks;
-    const RtspStatus status = select(trackId, tracks);
+    RtspStatus status = select(trackId, tracks);
     if (status != rtspOk)
     {
         return status;
+    }
+    if (waiting_ != nullptr)
+    {
+        hold.absorb(*waiting_);
+        waiting_.reset();
     }
     for (const Track* track : tracks)
     {
         hold.add(*track->delivery.transport);
     }
-    SafePointer<IRTSPController>& controller = *controller_;
-    std::vector<Track*> started;
-    for (Track* track : tracks)
+    if (recordedPlay_ && !attempt.again)
     {
-        const int code = controller->play(id_, track->id);
-        if (code != 0)
-        {
-            for (Track* other : started)
-            {
-                controller->pause(id_, other->id);
-                other->playing = false;
-            }
-            return StatusMap::ofCode(Step::control, code);
-        }
-        if (!track->playing)
-        {
-            started.push_back(track);
-            track->playing = true;
-        }
+        const bool playing =
+            std::all_of(tracks.begin(), tracks.end(), [](const Track* track) { return track->playing; });
+        status = recordedPlay_->prepare(order, playing, idsOf(tracks));
     }
-    std::vector<PlayedTrack> played;
-    played.reserve(tracks.size());
-    for (const Track* track : tracks)
+    if (status == rtspOk)
     {
-        PlayedTrack entry;
-        entry.id = track->id;
-        entry.known = firstPacket_(id_, track->id, entry.first);
-        entry.link = track->delivery.link;
-        played.push_back(entry);
+        status = start(tracks, attempt, notReady);
     }
-    answer(played);
-    return rtspOk;
-}
-
-RtspStatus RtspSession::pause(std::string_view trackId)
-{
-    const std::lock_guard<std::mutex> guard(mutex_);
-    std::vector<Track*> tracks;
-    const RtspStatus status = select(trackId, tracks);
     if (status != rtspOk)
     {
         return status;
     }
-    if (std::none_of(tracks.begin(), tracks.end(), [](const Track* track) { return track->playing; }))
+    if (notReady)
     {
-        return rtspInvalidState;
+        waiting_ = std::make_unique<TransportHold>(std::move(hold));
+        return rtspOk;
+    }
+    answer(played(tracks, order));
+    return rtspOk;
+}
+
+/// \returns 200 with every track asked to play, of which some may not be ready
+RtspStatus RtspSession::start(const std::vector<Track*>& tracks, Attempt attempt, bool& notReady)
+{
+    SafePointer<IRTSPController>& controller = *controller_;
+    for (Track* track : tracks)
+    {
+        // A request that had to wait has started some of them before.
+        track->started = track->started && attempt.again;
+    }
+    for (Track* track : tracks)
+    {
+        const int code = controller->play(id_, track->id);
+        const bool waits = code == hostStreamNotReady && !attempt.last;
+        if (code != 0 && !waits)
+        {
+            takeBack(tracks);
+            notReady = false;
+            return StatusMap::ofCode(Step::control, code);
+        }
+        // One that waits does not keep the others from getting ready at the same time.
+        notReady = notReady || waits;
+        track->started = track->started || !track->playing;
+        track->playing = track->playing || !waits;
+    }
+    return rtspOk;
+}
+
+/// Pauses what the present request has started, or asked to get ready.
+void RtspSession::takeBack(const std::vector<Track*>& tracks)
+{
+    for (Track* track : tracks)
+    {
+        if (track->started)
+        {
+            (*controller_)->pause(id_, track->id);
+            track->playing = false;
+        }
+    }
+}
+
+RtspSession::Played RtspSession::played(const std::vector<Track*>& tracks, const PlayOrder& order)
+{
+    Played out;
+    out.tracks.reserve(tracks.size());
+    for (const Track* track : tracks)
+    {
+        PlayedTrack entry;
+        entry.id = track->id;
+        entry.known = firstPacket_ == nullptr
+                          ? (*controller_)->getCurRTPPacketInfo(id_, track->id, entry.first) == 0
+                          : firstPacket_(id_, track->id, entry.first);
+        entry.link = track->delivery.link;
+        out.tracks.push_back(entry);
+    }
+    if (recordedPlay_)
+    {
+        const RangeHeader::Unit unit = order.range ? order.range->unit : RangeHeader::Unit::npt;
+        out.recorded = recordedPlay_->outcome(unit, idsOf(tracks));
+    }
+    return out;
+}
+
+RtspStatus RtspSession::pause(std::string_view trackId)
+{
+    std::unique_ptr<TransportHold> waiting;
+    const std::lock_guard<std::mutex> guard(mutex_);
+    std::vector<Track*> tracks;
+    const RtspStatus status = selectPlaying(trackId, tracks);
+    if (status != rtspOk)
+    {
+        return status;
     }
     SafePointer<IRTSPController>& controller = *controller_;
     for (Track* track : tracks)
@@ -216,7 +260,20 @@ RtspStatus RtspSession::pause(std::string_view trackId)
             track->playing = false;
         }
     }
+    waiting = std::move(waiting_);
     return rtspOk;
+}
+
+RtspStatus RtspSession::pauseAt(std::string_view trackId, const RangeHeader& point)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    std::vector<Track*> tracks;
+    const RtspStatus status = selectPlaying(trackId, tracks);
+    if (status != rtspOk)
+    {
+        return status;
+    }
+    return recordedPlay_ ? recordedPlay_->pauseAt(point, idsOf(tracks)) : rtspInvalidRange;
 }
 
 RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
@@ -240,6 +297,7 @@ RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
 
 void RtspSession::end()
 {
+    std::unique_ptr<TransportHold> waiting;
     const std::lock_guard<std::mutex> guard(mutex_);
     if (ended_)
     {
@@ -251,6 +309,8 @@ void RtspSession::end()
         stopTrack(*track);
     }
     tracks_.clear();
+    waiting = std::move(waiting_);
+    recordedPlay_.reset();
     controller_.reset();
 }
 
@@ -343,6 +403,30 @@ RtspStatus RtspSession::select(std::string_view trackId, std::vector<Track*>& ou
     }
     out.push_back(track);
     return rtspOk;
+}
+
+/// The same, where at least one of the tracks plays.
+RtspStatus RtspSession::selectPlaying(std::string_view trackId, std::vector<Track*>& out)
+{
+    const RtspStatus status = select(trackId, out);
+    if (status != rtspOk)
+    {
+        return status;
+    }
+    const bool playing =
+        std::any_of(out.begin(), out.end(), [](const Track* track) { return track->playing; });
+    return playing ? rtspOk : rtspInvalidState;
+}
+
+std::vector<std::string> RtspSession::idsOf(const std::vector<Track*>& tracks)
+{
+    std::vector<std::string> ids;
+    ids.reserve(tracks.size());
+    for (const Track* track : tracks)
+    {
+        ids.push_back(track->id);
+    }
+    return ids;
 }
 
 RtspStatus RtspSession::onlyTrack(std::string& trackId)

@@ -15,8 +15,11 @@
 #include "refhost/rtp/RtpTransport.h"
 #include "refhost/rtsp/InterleavedChannels.h"
 #include "refhost/rtsp/MediaRoutes.h"
+#include "refhost/rtsp/PlayOrder.h"
+#include "refhost/rtsp/RecordedPlay.h"
 #include "refhost/rtsp/RtspStatus.h"
 #include "refhost/rtsp/SocketAddress.h"
+#include "refhost/rtsp/TransportHold.h"
 #include "support/SafePointer.h"
 
 namespace refhost
@@ -49,11 +52,25 @@ public:
         RTPPacketInfo first;
     };
 
+    /// What PLAY came to.
+    struct Played
+    {
+        std::vector<PlayedTrack> tracks;
+        std::optional<RecordedPlay::Outcome> recorded;  ///< nothing for a live stream
+    };
+
+    /// Which try of the same PLAY request it is.
+    struct Attempt
+    {
+        bool again = false;  ///< the request was not ready before: its order is given already
+        bool last = false;   ///< answer now
+    };
+
     using MakeDelivery = std::function<RtspStatus(Delivery& out)>;
-    using AnswerPlay = std::function<void(const std::vector<PlayedTrack>& tracks)>;
+    using AnswerPlay = std::function<void(const Played& played)>;
 
     RtspSession(std::string id, std::string presentation, const SafePointer<IRTSPController>& controller,
-                FirstPacketFunction firstPacket, const SocketAddress::Key& client, std::int64_t nowMs);
+                const MediaRoutes::Route& route, const SocketAddress::Key& client, std::int64_t nowMs);
     ~RtspSession() noexcept(false);
     RtspSession(const RtspSession&) = delete;
     RtspSession& operator=(const RtspSession&) = delete;
@@ -62,6 +79,11 @@ public:
     /// What a log may show: whoever knows the whole id may drive the session.
     std::string logName() const;
     const std::string& presentation() const;
+    /// Whether the presentation is a recording, with positions and speeds.
+    bool recorded() const;
+    /// Whether packets are to carry the replay header extension: some request of the session required it.
+    /// \param required  the present one does
+    bool replays(bool required);
     const SocketAddress::Key& client() const;
     std::shared_ptr<SessionLiveness> liveness() const;
 
@@ -74,13 +96,22 @@ public:
 
     /// Plays one track, or all with an empty id. No packet leaves before `answer` has returned; it is called
     /// when every track plays, and only then.
-    /// \returns 200 after `answer`; 404 or 455 for a track that is not set up; otherwise what the
-    /// controller's
-    ///          code means, with the tracks paused again that this call had started
-    RtspStatus play(std::string_view trackId, const AnswerPlay& answer);
+    /// \param order          what a recording is to play; a live stream plays from now on
+    /// \param[out] notReady  true when a recording seeks still, unless `attempt` is the last: nothing was
+    ///                       answered, and no packet leaves until the next play(), pause() or end
+    /// \returns 200 after `answer` or with `notReady`; 404 or 455 for a track that is not set up; 457 for a
+    ///          range that the recording has no part of; otherwise what the controller's code means, with the
+    ///          tracks paused again that this request had started
+    RtspStatus play(std::string_view trackId, const PlayOrder& order, Attempt attempt,
+                    const AnswerPlay& answer, bool& notReady);
 
+    /// Pauses at once.
     /// \returns 200; 404 or 455 for a track that is not set up or when nothing plays
     RtspStatus pause(std::string_view trackId);
+
+    /// Pauses the tracks of a recording at an instant to come; they count as playing until the next pause().
+    /// \returns 200; 457 for an instant that playing does not come to; 404 or 455 as pause()
+    RtspStatus pauseAt(std::string_view trackId, const RangeHeader& point);
 
     /// Ends one track, or all with an empty id.
     /// \param[out] empty  true when no track is left: the session is to be ended
@@ -111,9 +142,15 @@ private:
         std::string id;
         Delivery delivery;
         bool playing = false;
+        bool started = false;  ///< by the PLAY under way
     };
 
     Track* findTrack(std::string_view trackId);
+    RtspStatus selectPlaying(std::string_view trackId, std::vector<Track*>& out);
+    RtspStatus start(const std::vector<Track*>& tracks, Attempt attempt, bool& notReady);
+    void takeBack(const std::vector<Track*>& tracks);
+    Played played(const std::vector<Track*>& tracks, const PlayOrder& order);
+    static std::vector<std::string> idsOf(const std::vector<Track*>& tracks);
     RtspStatus select(std::string_view trackId, std::vector<Track*>& out);
     RtspStatus onlyTrack(std::string& trackId);
     void stopTrack(Track& track);
@@ -122,15 +159,19 @@ private:
     const std::string id_;
     const std::string presentation_;
     const FirstPacketFunction firstPacket_;
+    const bool recorded_;
     const SocketAddress::Key client_;
     const std::shared_ptr<SessionLiveness> liveness_;
     std::atomic<std::int64_t> orphanedMs_{-1};
+    std::atomic<bool> replays_{false};
 
     mutable std::mutex mutex_;
     bool ended_ = false;
     std::uint64_t link_ = 0;  // that named the session last
     std::optional<SafePointer<IRTSPController>> controller_;
+    std::optional<RecordedPlay> recordedPlay_;  // nothing for a live stream
     std::vector<std::unique_ptr<Track>> tracks_;
+    std::unique_ptr<TransportHold> waiting_;  // of a PLAY that is not ready yet
 };
 
 }  // namespace refhost

@@ -15,10 +15,10 @@ void appendInt(std::string& out, int number)
     RtspText::appendNumber(out, number < 0 ? 0 : static_cast<std::uint64_t>(number));
 }
 
-/// Pictures a second, with up to three decimals, whatever the locale: 25, 12.5, 29.97.
-void appendRate(std::string& out, double rate)
+/// With up to three decimals, whatever the locale: 25, 12.5, 29.97.
+void appendDecimal(std::string& out, double number)
 {
-    const auto thousandths = static_cast<std::uint64_t>(std::llround(rate * 1000));
+    const auto thousandths = static_cast<std::uint64_t>(std::llround(number * 1000));
     RtspText::appendNumber(out, thousandths / 1000);
     if (thousandths % 1000 != 0)
     {
@@ -72,10 +72,24 @@ void appendTrack(std::string& out, const SubMediaInfo& track)
     if (track.frameRate > 0 && track.frameRate < 1000)
     {
         out += "a=framerate:";
-        appendRate(out, track.frameRate);
+        appendDecimal(out, track.frameRate);
         out += "\r\n";
     }
     out.append("a=control:").append(track.trackId).append("\r\n");
+}
+
+/// The length of a recording (RFC 2326, section C.1.5); in normal play time alone, because clients take one
+/// range line for the whole truth and few know absolute time.
+void appendRange(std::string& out, const MediaInfo& info)
+{
+    if (info.recordSeconds <= 0)
+    {
+        out += "a=range:npt=now-\r\n";
+        return;
+    }
+    std::string seconds;
+    appendDecimal(seconds, info.recordSeconds);
+    out.append("a=range:npt=0-").append(seconds).append("\r\na=length:npt=").append(seconds).append("\r\n");
 }
 
 }  // namespace
@@ -93,7 +107,8 @@ void SdpWriter::append(std::string& out, const MediaInfo& info, std::string_view
     out += info.mediaUrl.empty() ? std::string_view("-") : std::string_view(info.mediaUrl);
     out += "\r\nc=IN ";
     out.append(family).append(ipv6 ? "::" : "0.0.0.0");
-    out += "\r\nt=0 0\r\na=control:*\r\na=range:npt=now-\r\n";
+    out += "\r\nt=0 0\r\na=control:*\r\n";
+    appendRange(out, info);
     for (const SubMediaInfo& track : info.getAllSubMediaInfo())
     {
         if (!track.getAudioBackInfoFlag())

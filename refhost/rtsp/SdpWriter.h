@@ -9,7 +9,7 @@
 namespace refhost
 {
 
-/// Writes the session description of a live presentation (RFC 4566; RFC 2326, appendix C).
+/// Writes the session description of a presentation, live or recorded (RFC 4566; RFC 2326, appendix C).
 ///
 /// By hand and not with GstSDPMessage, whose some fifty allocations a description would be the dearest part
 /// of DESCRIBE; the tests read the result back with GstSDPMessage. Threads: any; constant.

@@ -65,7 +65,7 @@ SessionTable::~SessionTable()
 
 std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
                                                   const SafePointer<IRTSPController>& controller,
-                                                  FirstPacketFunction firstPacket,
+                                                  const MediaRoutes::Route& route,
                                                   const SocketAddress::Key& client, std::int64_t nowMs)
 {
     if (!quota_.take(client))
@@ -78,8 +78,8 @@ std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
         {
             std::uint64_t number = 0;
             fillRandom(&number, sizeof number);
-            auto session = std::make_shared<RtspSession>(textOf(number), presentation, controller,
-                                                         firstPacket, client, nowMs);
+            auto session =
+                std::make_shared<RtspSession>(textOf(number), presentation, controller, route, client, nowMs);
             std::unique_lock<std::mutex> lock(mutex_);
             if (sessions_.emplace(number, session).second)
             {

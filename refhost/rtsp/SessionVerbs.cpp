@@ -1,5 +1,7 @@
 #include "refhost/rtsp/SessionVerbs.h"
 
+#include <algorithm>
+#include <utility>
 
 #include "hostapi/description/MediaInfo.h"
 #include "live/IRTSPControllerFactory.h"
@@ -39,10 +41,32 @@ bool acceptsSdp(const RtspRequest& request)
     return false;
 }
 
+std::optional<TransportChoice> chooseTransport(const RtspRequest& request)
+{
+    for (const RtspRequest::Header* header = request.find("Transport"); header != nullptr;
+         header = request.find("Transport", header))
+    {
+        const auto choice = TransportHeader::choose(header->value);
+        if (choice)
+        {
+            return choice;
+        }
+    }
+    return std::nullopt;
+}
+
+void appendPair(std::string& out, std::string_view name, int first, int second)
+{
+    out.append(";").append(name).append("=");
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(first));
+    out += '-';
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(second));
+}
+
 }  // namespace
 
 SessionVerbs::SessionVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions)
-    : services_(services), link_(link), sessions_(sessions), deliveries_(services, link)
+    : services_(services), link_(link), sessions_(sessions)
 {
 }
 
@@ -121,7 +145,7 @@ SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
             return Result::answered;
         }
     }
-    const auto choice = TrackDeliveries::choose(exchange.request);
+    const auto choice = chooseTransport(exchange.request);
     if (!choice)
     {
         exchange.answer(rtspUnsupportedTransport);
@@ -154,8 +178,8 @@ RtspStatus SessionVerbs::createSession(Exchange& exchange, std::shared_ptr<RtspS
         return status;
     }
     const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
-    out = services_.sessions.create(exchange.url.presentation, *controller, route->firstPacket,
-                                    link_.peer().key(), services_.clock());
+    out = services_.sessions.create(exchange.url.presentation, *controller, *route, link_.peer().key(),
+                                    services_.clock());
     return out == nullptr ? rtspServiceUnavailable : rtspOk;
 }
 
@@ -169,8 +193,7 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
     {
         status = session->setup(
             exchange.url.track,
-            [&](RtspSession::Delivery& out)
-            { return deliveries_.make(choice, *session, out, transportText); },
+            [&](RtspSession::Delivery& out) { return makeDelivery(choice, *session, out, transportText); },
             ssrc);
     }
     catch (...)
@@ -185,9 +208,14 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
         return;
     }
     sessions_.use(session);
+    session->replays(exchange.require.replay);
     session->heard(link_.serial(), services_.clock());
     ResponseWriter& out = exchange.begin(rtspOk);
-    TrackDeliveries::answer(out, transportText, ssrc);
+    out.beginHeader("Transport");
+    out.text().append(transportText).append(";ssrc=");
+    RtspText::appendHex32(out.text(), ssrc);
+    out.text() += ";mode=\"PLAY\"";
+    out.endHeader();
     sessions_.addHeader(out, *session);
     out.header("Cache-Control", "no-cache");
     exchange.send();
@@ -200,6 +228,44 @@ void SessionVerbs::endIfEmpty(const std::shared_ptr<RtspSession>& session)
     {
         services_.sessions.end(session);
     }
+}
+
+RtspStatus SessionVerbs::makeDelivery(const TransportChoice& choice, const RtspSession& session,
+                                      RtspSession::Delivery& out, std::string& transportText)
+{
+    if (!choice.interleaved)
+    {
+        if (services_.udp == nullptr)
+        {
+            return rtspUnsupportedTransport;
+        }
+        const SocketAddress& peer = link_.peer();
+        out.transport.emplace(
+            services_.udp->makeTransport(services_.udpIsIpv6 ? peer.mappedStorage() : peer.storage(),
+                                         choice.rtpPort, choice.rtcpPort, session.liveness()));
+        transportText = "RTP/AVP;unicast";
+        appendPair(transportText, "client_port", choice.rtpPort, choice.rtcpPort);
+        appendPair(transportText, "server_port", services_.udp->rtpPort(), services_.udp->rtcpPort());
+        return rtspOk;
+    }
+    if (channels_ == nullptr)
+    {
+        channels_ = std::make_shared<InterleavedChannels>();
+    }
+    auto lease = channels_->lease(choice.rtpChannel, choice.rtcpChannel);
+    if (lease == nullptr)
+    {
+        return rtspUnsupportedTransport;
+    }
+    const SafePointer<InterleavedTransport> transport(new InterleavedTransport(
+        link_.frameWriter(), lease->rtpChannel(), lease->rtcpChannel(), session.liveness()));
+    lease->deliverTo(transport);
+    out.transport.emplace(transport);
+    out.link = link_.serial();
+    transportText = "RTP/AVP/TCP;unicast";
+    appendPair(transportText, "interleaved", lease->rtpChannel(), lease->rtcpChannel());
+    out.channels = std::move(lease);
+    return rtspOk;
 }
 
 void SessionVerbs::teardown(Exchange& exchange)
@@ -220,7 +286,10 @@ void SessionVerbs::teardown(Exchange& exchange)
 
 void SessionVerbs::received(int channel, const std::uint8_t* data, std::size_t size)
 {
-    deliveries_.received(channel, data, size);
+    if (channels_ != nullptr)
+    {
+        channels_->received(channel, data, size);
+    }
 }
 
 }  // namespace refhost

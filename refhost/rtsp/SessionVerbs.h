@@ -7,9 +7,9 @@
 #include "live/IRTSPController.h"
 #include "refhost/rtsp/Exchange.h"
 #include "refhost/rtsp/FrontServices.h"
+#include "refhost/rtsp/InterleavedChannels.h"
 #include "refhost/rtsp/LinkSessions.h"
 #include "refhost/rtsp/RtspSession.h"
-#include "refhost/rtsp/TrackDeliveries.h"
 #include "refhost/rtsp/TransportHeader.h"
 
 namespace refhost
@@ -21,12 +21,7 @@ namespace refhost
 class SessionVerbs
 {
 public:
-    enum class Result
-    {
-        answered,
-        /// The stream is not described yet and nothing was answered: ask again later.
-        notReady
-    };
+    using Result = VerbResult;
 
     SessionVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions);
 
@@ -45,11 +40,13 @@ private:
     void setupTrack(Exchange& exchange, const std::shared_ptr<RtspSession>& session,
                     const TransportChoice& choice);
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
+    RtspStatus makeDelivery(const TransportChoice& choice, const RtspSession& session,
+                            RtspSession::Delivery& out, std::string& transportText);
 
     FrontServices& services_;
     ClientLink& link_;
     LinkSessions& sessions_;
-    TrackDeliveries deliveries_;
+    std::shared_ptr<InterleavedChannels> channels_;  // made with the first interleaved track
 };
 
 }  // namespace refhost

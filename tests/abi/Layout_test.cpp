@@ -8,14 +8,9 @@
 #include <type_traits>
 
 #include "audioback/OVAudioBackDispatcherMgr.h"
-#include "hostapi/live/LiveDispatcherMgr.h"
 #include "hostapi/live/RTPStreamDispatcherMgr.h"
 #include "live/OVLiveController.h"
-#include "live/OVLiveController2.h"
 #include "live/OVLiveControllerFactory.h"
-#include "live/OVLiveControllerFactory2.h"
-#include "live/OVMulticastLiveControlerFactory.h"
-#include "live/OVMulticastLiveController.h"
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrl.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
@@ -24,9 +19,7 @@
 #include "tests/CapturedOutput.h"
 #include "tests/fakehost/FakeConnection.h"
 #include "tests/fakehost/FakeDescription.h"
-#include "tests/fakehost/FakeLiveSessions.h"
 #include "tests/fakehost/FakeMediaPlayer.h"
-#include "tests/fakehost/OVMutexInspector.h"
 #include "tests/fakehost/RefCountInspector.h"
 
 // The mirrors below name the members of each class in the order in which hosts know them.
@@ -92,20 +85,6 @@ struct LiveControllerMirror
     std::string audioBackTrackId;
 };
 
-// The second form and the multicast one.
-struct SessionControllerMirror
-{
-    void* table;
-    OVMutex mutex;
-    std::string mediaUrl;
-    MediaUrlParam mediaUrlParam;
-    std::string streamKey;
-    MediaInfo mediaInfo;
-    DeviceInfoEx deviceInfo;
-    DeviceExAbility deviceAbility;
-    std::string audioBackTrackId;
-};
-
 struct TalkBackMirror
 {
     void* table;
@@ -126,31 +105,6 @@ struct ConnectionMirror
 {
     void* table;
     int transportKind;
-};
-
-/// The device's codec, but multicast URLs are what live URLs are, so that the same URL serves every
-/// controller.
-class LiveForMulticastCodec : public OrvaneMediaUrl
-{
-public:
-    int parseMulticastMediaUrl(const std::string& url) override
-    {
-        return parseMediaUrl(url);
-    }
-    std::string toMulticastMediaUrl() override
-    {
-        return toMediaUrl();
-    }
-};
-
-class LiveForMulticastFactory : public IMediaUrlFactory
-{
-public:
-    int createMediaUrl(SafePointer<IMediaUrl>& codec) override
-    {
-        codec = SafePointer<IMediaUrl>(new LiveForMulticastCodec);
-        return 0;
-    }
 };
 
 int nothing()
@@ -277,14 +231,10 @@ TEST(Layout, ControllerOperationsStandInTheirSlots)
     EXPECT_EQ(2u, Layout::slotOf(&IRTSPControllerFactory::createMedia));
 }
 
-namespace
+TEST(Layout, ControllerFactoryFieldsStandInTheirOrder)
 {
-
-template <class Factory>
-void expectFactoryFieldsInTheirOrder(int mutexInits)
-{
-    EXPECT_EQ(sizeof(ControllerFactoryMirror), sizeof(Factory));
-    Factory factory;
+    EXPECT_EQ(sizeof(ControllerFactoryMirror), sizeof(OVLiveControllerFactory));
+    OVLiveControllerFactory factory;
     DeviceInfoEx device;
     device.setDeviceID("device");
     factory.setDeviceInfo(device);
@@ -295,18 +245,14 @@ void expectFactoryFieldsInTheirOrder(int mutexInits)
     EXPECT_STREQ("device", Layout::at(&factory, &ControllerFactoryMirror::deviceInfo).getDeviceID());
     EXPECT_TRUE(Layout::at(&factory, &ControllerFactoryMirror::deviceAbility).getAudioBackFlag());
     EXPECT_EQ(17, Layout::at(&factory, &ControllerFactoryMirror::thirdPlatType));
-    const OVMutex& mutex = Layout::at(&factory, &ControllerFactoryMirror::mutex);
-    EXPECT_EQ(mutexInits, OVMutexInspector::initCount(mutex));
 }
 
-/// The fields of a live controller that has set a track up, of camera 12, stream 3 of "device".
-template <class Mirror, class Controller>
-void expectControllerFieldsInTheirOrder(const char* audioBackTrackId)
+TEST(Layout, LiveControllerFieldsStandInTheirOrder)
 {
-    EXPECT_EQ(sizeof(Mirror), sizeof(Controller));
+    EXPECT_EQ(sizeof(LiveControllerMirror), sizeof(OVLiveController));
     const SafePointer<MediaUrlFactoryMap> map = MediaUrlFactoryMap::getInstance();
-    map->registerFactory(31, SafePointer<IMediaUrlFactory>(new LiveForMulticastFactory));
-    Controller controller;
+    map->registerFactory(31, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
+    OVLiveController controller;
     DeviceInfoEx device;
     device.setDeviceID("device");
     DeviceExAbility ability;
@@ -315,33 +261,15 @@ void expectControllerFieldsInTheirOrder(const char* audioBackTrackId)
     ASSERT_EQ(0, controller.initInstance(31, "rtsp://host/orv/live/12/3", device, ability, true));
     ASSERT_EQ(0, controller.setup("session", FakeDescription::backChannel().trackId,
                                   SafePointer<IConnection>(new FakeConnection(1))));
-    EXPECT_EQ(0, OVMutexInspector::initCount(Layout::at(&controller, &Mirror::mutex)));
-    EXPECT_EQ("rtsp://host/orv/live/12/3", Layout::at(&controller, &Mirror::mediaUrl));
-    EXPECT_EQ("12/3", Layout::at(&controller, &Mirror::streamKey));
-    EXPECT_EQ("orv/live/12/3", Layout::at(&controller, &Mirror::mediaInfo).mediaUrl);
-    EXPECT_EQ(12, Layout::at(&controller, &Mirror::mediaUrlParam).getCameraID());
-    EXPECT_STREQ("device", Layout::at(&controller, &Mirror::deviceInfo).getDeviceID());
-    EXPECT_TRUE(Layout::at(&controller, &Mirror::deviceAbility).getAudioBackFlag());
-    EXPECT_EQ(audioBackTrackId, Layout::at(&controller, &Mirror::audioBackTrackId));
+    EXPECT_EQ("rtsp://host/orv/live/12/3", Layout::at(&controller, &LiveControllerMirror::mediaUrl));
+    EXPECT_EQ("12/3", Layout::at(&controller, &LiveControllerMirror::streamKey));
+    EXPECT_EQ("orv/live/12/3", Layout::at(&controller, &LiveControllerMirror::mediaInfo).mediaUrl);
+    EXPECT_EQ(12, Layout::at(&controller, &LiveControllerMirror::mediaUrlParam).getCameraID());
+    EXPECT_STREQ("device", Layout::at(&controller, &LiveControllerMirror::deviceInfo).getDeviceID());
+    EXPECT_TRUE(Layout::at(&controller, &LiveControllerMirror::deviceAbility).getAudioBackFlag());
+    EXPECT_EQ("trackID=2", Layout::at(&controller, &LiveControllerMirror::audioBackTrackId));
     map->unregisterFactory(31);
     OVAudioBackDispatcherMgr::getInstance()->clearAllSession();
-    FakeLiveSessions::clear();
-}
-
-}  // namespace
-
-TEST(Layout, ControllerFactoryFieldsStandInTheirOrder)
-{
-    expectFactoryFieldsInTheirOrder<OVLiveControllerFactory>(0);
-    expectFactoryFieldsInTheirOrder<OVLiveControllerFactory2>(0);
-    expectFactoryFieldsInTheirOrder<OVMulticastLiveControlerFactory>(1);
-}
-
-TEST(Layout, LiveControllerFieldsStandInTheirOrder)
-{
-    expectControllerFieldsInTheirOrder<LiveControllerMirror, OVLiveController>("trackID=2");
-    expectControllerFieldsInTheirOrder<SessionControllerMirror, OVLiveController2>("trackID=2");
-    expectControllerFieldsInTheirOrder<SessionControllerMirror, OVMulticastLiveController>("");
 }
 
 TEST(Layout, TalkBackManagerFieldsStandInTheirOrder)
@@ -400,10 +328,8 @@ using MayThrow =
     testing::Types<BaseSafePointer, SafePointer<IConnection>, function<int>, function_obj_base<int>,
                    function_obj<int, int (*)()>, IMediaUrl, IMediaUrlFactory, MediaUrlFactoryMap,
                    OrvaneMediaUrl, OrvaneMediaUrlFactory, IRTSPController, IRTSPControllerFactory,
-                   OVLiveController, OVLiveControllerFactory, OVLiveController2, OVLiveControllerFactory2,
-                   OVMulticastLiveController, OVMulticastLiveControlerFactory, OVAudioBackDispatcherMgr,
-                   AudioDispatcher, IMediaPlayer, IConnection, RTPStreamDispatcherMgr, LiveDispatcherMgr,
-                   OVThread, GThread>;
+                   OVLiveController, OVLiveControllerFactory, OVAudioBackDispatcherMgr, AudioDispatcher,
+                   IMediaPlayer, IConnection, RTPStreamDispatcherMgr, OVThread, GThread>;
 TYPED_TEST_SUITE(DestructorThatMayThrow, MayThrow);
 
 TYPED_TEST(DestructorThatMayThrow, IsDeclaredSoAndVirtual)

@@ -4,7 +4,6 @@
 #include <mutex>
 
 #include "tests/fakehost/FakeHost.h"
-#include "tests/fakehost/FakeLiveSessions.h"
 #include "tests/fakehost/FakeStatus.h"
 
 namespace
@@ -45,19 +44,20 @@ std::string textOf(const MulticastSessionParameter& param)
     return param.getMulticastSessionId() + ", [" + members + "], [" + tracks + "]";
 }
 
-// One for the process, as the dispatcher, and never destroyed.
-struct State
+}  // namespace
+
+struct LiveDispatcherMgr::Impl
 {
-    std::mutex mutex;
+    mutable std::mutex mutex;
+    MTUParam mtu;
     std::map<std::string, Tracks> sessions;
     std::map<std::string, SafePointer<MulticastSessionParameter>> records;
     int lastSsrc = 3000;
-    MTUParam mtu;
 
-    static State& instance()
+    // Records a call; `usual` is its result without a script.
+    static int outcomeOf(const char* operation, const std::string& arguments, int usual)
     {
-        static State* const state = new State;
-        return *state;
+        return FakeHost::instance().outcomeOf("LiveDispatcherMgr", 0, operation, arguments, usual).result;
     }
 
     // Caller holds the mutex. \returns null for an unknown track
@@ -71,43 +71,25 @@ struct State
         const auto track = session->second.find(trackId);
         return track == session->second.end() ? nullptr : &track->second;
     }
+
+    // A verb of a track that needs a connection. Caller holds the mutex.
+    int outcomeFor(const char* operation, const std::string& sessionId, const std::string& trackId)
+    {
+        const Track* const track = find(sessionId, trackId);
+        const bool known = track != nullptr && !track->connection.isEmpty();
+        return outcomeOf(operation, sessionId + ", " + trackId, known ? 0 : fakeTrackUnknown);
+    }
 };
 
-// Records a call; `usual` is its result without a script.
-int outcomeOf(const char* operation, const std::string& arguments, int usual)
+LiveDispatcherMgr::LiveDispatcherMgr() : impl_(new Impl)
 {
-    return FakeHost::instance().outcomeOf("LiveDispatcherMgr", 0, operation, arguments, usual).result;
+    impl_->mtu.setMTUValue(1440);
 }
 
-// A verb of a track that needs a connection. Caller holds the mutex.
-int outcomeFor(State& state, const char* operation, const std::string& sessionId, const std::string& trackId)
+LiveDispatcherMgr::~LiveDispatcherMgr() noexcept(false)
 {
-    const Track* const track = state.find(sessionId, trackId);
-    const bool known = track != nullptr && !track->connection.isEmpty();
-    return outcomeOf(operation, sessionId + ", " + trackId, known ? 0 : fakeTrackUnknown);
+    delete impl_;
 }
-
-}  // namespace
-
-struct LiveDispatcherMgr::Impl
-{
-};
-
-void FakeLiveSessions::clear()
-{
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    state.sessions.clear();
-    state.records.clear();
-    state.mtu.setMTUValue(usualMtu);
-}
-
-LiveDispatcherMgr::LiveDispatcherMgr() : impl_(nullptr)
-{
-    FakeLiveSessions::clear();
-}
-
-LiveDispatcherMgr::~LiveDispatcherMgr() noexcept(false) = default;
 
 SafePointer<LiveDispatcherMgr> LiveDispatcherMgr::getInstance()
 {
@@ -118,34 +100,32 @@ SafePointer<LiveDispatcherMgr> LiveDispatcherMgr::getInstance()
 MTUParam& LiveDispatcherMgr::getMTUParam()
 {
     FakeHost::instance().called("LiveDispatcherMgr", 0, "getMTUParam");
-    return State::instance().mtu;
+    return impl_->mtu;
 }
 
 bool LiveDispatcherMgr::findSession(const std::string& sessionId)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
     FakeHost::instance().called("LiveDispatcherMgr", 0, "findSession", sessionId);
-    return state.sessions.count(sessionId) != 0;
+    return impl_->sessions.count(sessionId) != 0;
 }
 
 int LiveDispatcherMgr::initSession(const std::string& sessionId, int cameraId, int streamId,
                                    const MediaInfo& info, int payloadSize)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
     const int result =
-        outcomeOf("initSession",
-                  sessionId + ", " + std::to_string(cameraId) + ", " + std::to_string(streamId) + ", " +
-                      info.mediaUrl + ", " + std::to_string(payloadSize),
-                  0);
+        Impl::outcomeOf("initSession",
+                        sessionId + ", " + std::to_string(cameraId) + ", " + std::to_string(streamId) + ", " +
+                            info.mediaUrl + ", " + std::to_string(payloadSize),
+                        0);
     if (result == 0)
     {
-        Tracks& tracks = state.sessions[sessionId];
+        Tracks& tracks = impl_->sessions[sessionId];
         tracks.clear();
         for (const SubMediaInfo& track : info.getAllSubMediaInfo())
         {
-            tracks[track.trackId].ssrc = ++state.lastSsrc;
+            tracks[track.trackId].ssrc = ++impl_->lastSsrc;
         }
     }
     return result;
@@ -154,13 +134,12 @@ int LiveDispatcherMgr::initSession(const std::string& sessionId, int cameraId, i
 int LiveDispatcherMgr::addSessionConnection(const std::string& sessionId, const std::string& trackId,
                                             const SafePointer<IConnection>& connection)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    Track* const track = state.find(sessionId, trackId);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    Track* const track = impl_->find(sessionId, trackId);
     const int result =
-        outcomeOf("addSessionConnection",
-                  sessionId + ", " + trackId + ", kind " + std::to_string(connection->transportKind),
-                  track != nullptr ? 0 : fakeTrackUnknown);
+        Impl::outcomeOf("addSessionConnection",
+                        sessionId + ", " + trackId + ", kind " + std::to_string(connection->transportKind),
+                        track != nullptr ? 0 : fakeTrackUnknown);
     if (result == 0 && track != nullptr)
     {
         track->connection = connection;
@@ -170,30 +149,27 @@ int LiveDispatcherMgr::addSessionConnection(const std::string& sessionId, const 
 
 int LiveDispatcherMgr::play(const std::string& sessionId, const std::string& trackId)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    return outcomeFor(state, "play", sessionId, trackId);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    return impl_->outcomeFor("play", sessionId, trackId);
 }
 
 int LiveDispatcherMgr::pause(const std::string& sessionId, const std::string& trackId)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    return outcomeFor(state, "pause", sessionId, trackId);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    return impl_->outcomeFor("pause", sessionId, trackId);
 }
 
 int LiveDispatcherMgr::deleteSessionConection(const std::string& sessionId, const std::string& trackId)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    const int result = outcomeFor(state, "deleteSessionConection", sessionId, trackId);
-    const auto session = state.sessions.find(sessionId);
-    if (result == 0 && session != state.sessions.end())
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    const int result = impl_->outcomeFor("deleteSessionConection", sessionId, trackId);
+    const auto session = impl_->sessions.find(sessionId);
+    if (result == 0 && session != impl_->sessions.end())
     {
         session->second.erase(trackId);
         if (connectedTracks(session->second) == 0)
         {
-            state.sessions.erase(session);
+            impl_->sessions.erase(session);
         }
     }
     return result;
@@ -201,11 +177,10 @@ int LiveDispatcherMgr::deleteSessionConection(const std::string& sessionId, cons
 
 int LiveDispatcherMgr::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    const Track* const track = state.find(sessionId, trackId);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    const Track* const track = impl_->find(sessionId, trackId);
     const int result =
-        outcomeOf("getTrackSSRC", sessionId + ", " + trackId, track != nullptr ? 0 : fakeTrackUnknown);
+        Impl::outcomeOf("getTrackSSRC", sessionId + ", " + trackId, track != nullptr ? 0 : fakeTrackUnknown);
     if (result == 0 && track != nullptr)
     {
         ssrc = track->ssrc;
@@ -215,21 +190,19 @@ int LiveDispatcherMgr::getTrackSSRC(const std::string& sessionId, const std::str
 
 bool LiveDispatcherMgr::findMulticastSessionId(const std::string& multicastSessionId)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
     FakeHost::instance().called("LiveDispatcherMgr", 0, "findMulticastSessionId", multicastSessionId);
-    return state.records.count(multicastSessionId) != 0;
+    return impl_->records.count(multicastSessionId) != 0;
 }
 
 int LiveDispatcherMgr::getMulticastSessionParam(const std::string& multicastSessionId,
                                                 SafePointer<MulticastSessionParameter>& param) const
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    const auto found = state.records.find(multicastSessionId);
-    const bool known = found != state.records.end();
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    const auto found = impl_->records.find(multicastSessionId);
+    const bool known = found != impl_->records.end();
     const int result =
-        outcomeOf("getMulticastSessionParam", multicastSessionId, known ? 0 : fakeTrackUnknown);
+        Impl::outcomeOf("getMulticastSessionParam", multicastSessionId, known ? 0 : fakeTrackUnknown);
     if (result == 0 && known)
     {
         param = found->second;
@@ -239,26 +212,24 @@ int LiveDispatcherMgr::getMulticastSessionParam(const std::string& multicastSess
 
 int LiveDispatcherMgr::addMulticastSessionParam(const SafePointer<MulticastSessionParameter>& param)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    const int result = outcomeOf("addMulticastSessionParam", textOf(*param.operator->()), 0);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    const int result = Impl::outcomeOf("addMulticastSessionParam", textOf(*param.operator->()), 0);
     if (result == 0)
     {
-        state.records[param->getMulticastSessionId()] = param;
+        impl_->records[param->getMulticastSessionId()] = param;
     }
     return result;
 }
 
 int LiveDispatcherMgr::deleteMulticastSessionParam(const std::string& multicastSessionId)
 {
-    State& state = State::instance();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    const bool known = state.records.count(multicastSessionId) != 0;
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    const bool known = impl_->records.count(multicastSessionId) != 0;
     const int result =
-        outcomeOf("deleteMulticastSessionParam", multicastSessionId, known ? 0 : fakeTrackUnknown);
+        Impl::outcomeOf("deleteMulticastSessionParam", multicastSessionId, known ? 0 : fakeTrackUnknown);
     if (result == 0)
     {
-        state.records.erase(multicastSessionId);
+        impl_->records.erase(multicastSessionId);
     }
     return result;
 }

@@ -2,9 +2,9 @@
 
 #include "tests/fakehost/FakeHost.h"
 
-int ScriptedCodec::parseAs(const char* operation, const std::string& url)
+int ScriptedCodec::parseMediaUrl(const std::string& url)
 {
-    const int result = FakeHost::instance().outcomeOf("IMediaUrl", 0, operation, url, 0).result;
+    const int result = FakeHost::instance().outcomeOf("IMediaUrl", 0, "parseMediaUrl", url, 0).result;
     if (result == 0)
     {
         objMediaUrlParam.setDeviceId("parsed");
@@ -14,32 +14,21 @@ int ScriptedCodec::parseAs(const char* operation, const std::string& url)
     return result;
 }
 
-std::string ScriptedCodec::renderAs(const char* family) const
+std::string ScriptedCodec::toMediaUrl()
 {
-    return std::string(family) + " " + objMediaUrlParam.getDeviceId() + " " +
+    return "canonical " + objMediaUrlParam.getDeviceId() + " " +
            std::to_string(objMediaUrlParam.getCameraID()) + " " +
            std::to_string(objMediaUrlParam.getStreamID());
 }
 
-int ScriptedCodec::parseMediaUrl(const std::string& url)
+int ScriptedCodec::parseMulticastMediaUrl(const std::string&)
 {
-    return parseAs("parseMediaUrl", url);
-}
-
-std::string ScriptedCodec::toMediaUrl()
-{
-    return renderAs("canonical");
-}
-
-int ScriptedCodec::parseMulticastMediaUrl(const std::string& url)
-{
-    objMediaUrlParam.setMulticastFlag(true);
-    return parseAs("parseMulticastMediaUrl", url);
+    return -1;
 }
 
 std::string ScriptedCodec::toMulticastMediaUrl()
 {
-    return renderAs("multicast");
+    return "multicast";
 }
 
 int ScriptedCodec::parsePlaybackMediaUrl(const std::string&)

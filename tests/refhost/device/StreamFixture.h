@@ -32,8 +32,10 @@ protected:
 
     ~StreamFixture() override
     {
-        // Also when a test ended the streams: the function speaks of this object.
-        ChangeSignal::instance().unsubscribe(subscription);
+        if (streams)
+        {
+            ChangeSignal::instance().unsubscribe(subscription);
+        }
     }
 
     CameraStream& open()

@@ -29,14 +29,14 @@ protected:
 
     std::shared_ptr<RtspSession> make()
     {
-        return table_->create(
-            "orv/live/1/0", SafePointer<IRTSPController>(new FakeController(script_)),
-            [](const std::string&, const std::string& trackId, RTPPacketInfo& out)
-            {
-                out.sequenceNumber = trackId == "trackID=0" ? 10 : 20;
-                return true;
-            },
-            here, 0);
+        MediaRoutes::Route route;
+        route.firstPacket = [](const std::string&, const std::string& trackId, RTPPacketInfo& out)
+        {
+            out.sequenceNumber = trackId == "trackID=0" ? 10 : 20;
+            return true;
+        };
+        return table_->create("orv/live/1/0", SafePointer<IRTSPController>(new FakeController(script_)),
+                              route, here, 0);
     }
 
     RtspStatus setup(const std::string& trackId, std::uint64_t linkOfTrack = 0)
@@ -56,16 +56,21 @@ protected:
 
     RtspStatus play(const std::string& trackId = "")
     {
-        return session_->play(trackId,
-                              [this](const std::vector<RtspSession::PlayedTrack>& tracks)
-                              {
-                                  ++answers_;
-                                  played_ = tracks.size();
-                                  for (const auto& [track, wire] : wires_)
-                                  {
-                                      heldAtAnswer_ += wire->status == SendStatus::held ? 1 : 0;
-                                  }
-                              });
+        bool notReady = false;
+        const RtspStatus status = session_->play(
+            trackId, PlayOrder(), {}, [this](const auto& played) { answered(played); }, notReady);
+        EXPECT_FALSE(notReady);
+        return status;
+    }
+
+    void answered(const RtspSession::Played& played)
+    {
+        ++answers_;
+        played_ = played.tracks.size();
+        for (const auto& [track, wire] : wires_)
+        {
+            heldAtAnswer_ += wire->status == SendStatus::held ? 1 : 0;
+        }
     }
 
     std::shared_ptr<ControllerScript> script_ = std::make_shared<ControllerScript>();
@@ -259,8 +264,8 @@ TEST(SessionTable, FindsSessionsByTheirExactIdOnly)
 {
     SessionTable table{LimitsConfig()};
     const auto script = std::make_shared<ControllerScript>();
-    const auto session =
-        table.create("p", SafePointer<IRTSPController>(new FakeController(script)), nullptr, here, 0);
+    const auto session = table.create("p", SafePointer<IRTSPController>(new FakeController(script)),
+                                      MediaRoutes::Route(), here, 0);
     const std::string id = session->id();
     EXPECT_EQ(id.size(), 16u);
     EXPECT_EQ(table.find(id), session);
@@ -286,14 +291,14 @@ TEST(SessionTable, HasLimitsInAllAndPerAddress)
     SessionTable table(limits);
     const auto script = std::make_shared<ControllerScript>();
     const SafePointer<IRTSPController> controller(new FakeController(script));
-    const auto first = table.create("p", controller, nullptr, here, 0);
+    const auto first = table.create("p", controller, MediaRoutes::Route(), here, 0);
     EXPECT_NE(first, nullptr);
-    EXPECT_NE(table.create("p", controller, nullptr, here, 0), nullptr);
-    EXPECT_EQ(table.create("p", controller, nullptr, here, 0), nullptr);
-    EXPECT_NE(table.create("p", controller, nullptr, SocketAddress::Key{2}, 0), nullptr);
-    EXPECT_EQ(table.create("p", controller, nullptr, SocketAddress::Key{3}, 0), nullptr);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
+    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{2}, 0), nullptr);
+    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{3}, 0), nullptr);
     table.end(first);
-    EXPECT_NE(table.create("p", controller, nullptr, here, 0), nullptr);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
 }
 
 TEST(SessionTable, EndsWhatExpired)
@@ -303,8 +308,8 @@ TEST(SessionTable, EndsWhatExpired)
     SessionTable table(limits);
     const auto script = std::make_shared<ControllerScript>();
     const SafePointer<IRTSPController> controller(new FakeController(script));
-    table.create("p", controller, nullptr, here, 0);
-    const auto younger = table.create("p", controller, nullptr, here, 30000);
+    table.create("p", controller, MediaRoutes::Route(), here, 0);
+    const auto younger = table.create("p", controller, MediaRoutes::Route(), here, 30000);
     EXPECT_EQ(table.endExpired(59999), 0u);
     EXPECT_EQ(table.endExpired(60000), 1u);
     EXPECT_EQ(table.count(), 1u);

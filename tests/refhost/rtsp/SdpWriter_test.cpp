@@ -156,5 +156,31 @@ TEST(SdpWriter, ShowsNoTalkBackTrack)
     EXPECT_EQ(written(info, "192.0.2.1", false).find("m=audio"), std::string::npos);
 }
 
+std::string attribute(const GstSDPMessage* message, const char* name, guint number = 0)
+{
+    const gchar* const value = gst_sdp_message_get_attribute_val_n(message, name, number);
+    return value == nullptr ? "" : value;
+}
+
+TEST(SdpWriter, ARecordingHasALength)
+{
+    MediaInfo info = presentation();
+    info.recordBeginTime = 1700000000;
+    info.recordSeconds = 60;
+    const Sdp whole = parse(written(info, "127.0.0.1", false));
+    EXPECT_EQ(attribute(whole.get(), "range"), "npt=0-60");
+    EXPECT_EQ(attribute(whole.get(), "range", 1), "") << "clients take the last or the first of several";
+    EXPECT_EQ(attribute(whole.get(), "length"), "npt=60");
+    info.recordSeconds = 3600.25;
+    EXPECT_EQ(attribute(parse(written(info, "127.0.0.1", false)).get(), "range"), "npt=0-3600.25");
+}
+
+TEST(SdpWriter, ALiveStreamHasNone)
+{
+    const Sdp live = parse(written(presentation(), "127.0.0.1", false));
+    EXPECT_EQ(attribute(live.get(), "range"), "npt=now-");
+    EXPECT_EQ(attribute(live.get(), "length"), "");
+}
+
 }  // namespace
 }  // namespace refhost

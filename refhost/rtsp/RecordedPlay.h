@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "live/IRTSPController.h"
+#include "refhost/playback/PlaySpeed.h"
+#include "refhost/rtsp/PlayOrder.h"
+#include "refhost/rtsp/RangeHeader.h"
+#include "refhost/rtsp/RtspStatus.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// What a session that plays a recording does around the controller's play() and pause(): it turns what a
+/// client orders into positions and speeds of the controller, and tells what came of it.
+///
+/// Positions are normal play time: 0 is the begin of the recording. Absolute times of the client become
+/// normal play time here, and back.
+/// Threads: one at a time; RtspSession calls it under its lock.
+class RecordedPlay
+{
+public:
+    /// What is really played; the answer to PLAY says so.
+    struct Outcome
+    {
+        std::int64_t begin = 0;  ///< microseconds, in the unit of the request's range
+        std::int64_t end = 0;
+        PlaySpeed speed;
+    };
+
+    /// \param sessionId, controller  the session's; the controller outlives this object
+    RecordedPlay(std::string sessionId, const SafePointer<IRTSPController>& controller);
+
+    /// Sets the controller's tracks up for what is ordered; play() of each is to follow.
+    ///
+    /// Without a range or with "now-", playing goes on where it is, or begins anew where it had come to its
+    /// end; an order for nothing at all changes nothing where everything plays (RFC 2326, section 10.5). A
+    /// range that reaches beyond the recording plays the part of it that there is.
+    /// \param playing  every one of the tracks plays already
+    /// \returns 200; 457 for a range without any part of the recording; otherwise what the controller's code
+    ///          means. Nothing changes with 457.
+    RtspStatus prepare(const PlayOrder& order, bool playing, const std::vector<std::string>& tracks);
+
+    /// What the controller plays since the last play() of every track.
+    Outcome outcome(RangeHeader::Unit unit, const std::vector<std::string>& tracks);
+
+    /// Has playing tracks stop at an instant to come (RFC 2326, section 10.6).
+    /// \returns 200; 457 for an instant that playing does not come to; otherwise what the controller's code
+    ///          means
+    RtspStatus pauseAt(const RangeHeader& point, const std::vector<std::string>& tracks);
+
+private:
+    struct Position
+    {
+        double begin = 0;  ///< seconds
+        double end = 0;
+    };
+
+    RtspStatus locate(const RangeHeader& range, const std::string& track, Position& out);
+    RtspStatus move(const Position* to, int kind, const std::vector<std::string>& tracks);
+    RtspStatus setSpeed(const PlaySpeed& speed, const std::vector<std::string>& tracks);
+    Position correct(const std::string& track, double begin, double end);
+    Position played(const std::vector<std::string>& tracks);
+    double npt(RangeHeader::Unit unit, std::int64_t time);
+    std::int64_t beginTime();
+
+    const std::string sessionId_;
+    SafePointer<IRTSPController> controller_;
+    std::optional<std::int64_t> beginTime_;  // microseconds since 1970
+    int kind_ = 0;
+    PlaySpeed speed_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,210 @@
+#include "refhost/rtsp/RecordedPlay.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "refhost/base/HostStatus.h"
+#include "tests/refhost/rtsp/FakeRecording.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::FakeRecording;
+using test::RecordingScript;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Unit = RangeHeader::Unit;
+
+constexpr std::int64_t second = 1000000;
+
+class RecordedPlayTest : public testing::Test
+{
+protected:
+    ~RecordedPlayTest() noexcept override {}
+
+    RtspStatus play(const PlayOrder& order, bool playing = false)
+    {
+        script_->calls.clear();
+        return play_.prepare(order, playing, tracks_);
+    }
+
+    RtspStatus playRange(const std::string& range)
+    {
+        PlayOrder order;
+        order.range.emplace();
+        EXPECT_EQ(RangeHeader::parse(range, *order.range), rtspOk) << range;
+        return play(order);
+    }
+
+    static PlayOrder rates(std::optional<double> scale, std::optional<double> speed)
+    {
+        PlayOrder order;
+        order.scale = scale;
+        order.speed = speed;
+        return order;
+    }
+
+    const std::shared_ptr<RecordingScript> script_ = std::make_shared<RecordingScript>();
+    SafePointer<IRTSPController> controller_{new FakeRecording(script_)};
+    RecordedPlay play_{"session", controller_};
+    std::vector<std::string> tracks_{"trackID=0", "trackID=1"};
+};
+
+TEST_F(RecordedPlayTest, TheFirstPlayWithoutAnOrderLeavesEverythingToTheController)
+{
+    EXPECT_EQ(play({}), rtspOk);
+    EXPECT_THAT(script_->calls, IsEmpty());
+    const RecordedPlay::Outcome outcome = play_.outcome(Unit::npt, tracks_);
+    EXPECT_EQ(outcome.begin, 0);
+    EXPECT_EQ(outcome.end, 60 * second);
+    EXPECT_EQ(outcome.speed.scale, 1);
+    EXPECT_EQ(outcome.speed.speed, 1);
+}
+
+TEST_F(RecordedPlayTest, ARangeGoesToEveryTrack)
+{
+    EXPECT_EQ(playRange("npt=5-7.5"), rtspOk);
+    EXPECT_THAT(script_->calls,
+                ElementsAre("setPlayRange trackID=0 5 7.5 0 1", "setPlayRange trackID=1 5 7.5 0 1"));
+}
+
+TEST_F(RecordedPlayTest, OpenEndsAreThoseOfTheRecording)
+{
+    tracks_.pop_back();
+    EXPECT_EQ(playRange("npt=5-"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 5 60 0 1"));
+    EXPECT_EQ(playRange("npt=-30"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 0 30 0 1"));
+}
+
+TEST_F(RecordedPlayTest, NowIsWherePlayingStands)
+{
+    EXPECT_EQ(playRange("npt=now-"), rtspOk);
+    EXPECT_THAT(script_->calls, IsEmpty());
+}
+
+TEST_F(RecordedPlayTest, AbsoluteTimesAreCountedFromTheRecordingsBegin)
+{
+    tracks_.pop_back();
+    EXPECT_EQ(playRange("clock=20231114T221325.25Z-20231114T221330Z"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 5.25 10 0 1"));
+    const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
+    EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second + 5250000);
+    EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 10 * second);
+}
+
+TEST_F(RecordedPlayTest, ARangeThatReachesBeyondTheRecordingPlaysWhatThereIs)
+{
+    tracks_.pop_back();
+    EXPECT_EQ(playRange("npt=50-1000"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 50 60 0 1"));
+    EXPECT_EQ(playRange("clock=20231114T220000Z-20231114T221330Z"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 0 10 0 1"));
+}
+
+TEST_F(RecordedPlayTest, ARangeWithoutAnyPartOfTheRecordingIsInvalidAndChangesNothing)
+{
+    play({});
+    script_->place(20);
+    for (const char* const range :
+         {"npt=60-", "npt=61-70", "npt=-0", "clock=20231114T221420Z-",
+          "clock=20231114T220000Z-20231114T221320Z", "clock=20000101T000000Z-20000102T000000Z"})
+    {
+        EXPECT_EQ(playRange(range), rtspInvalidRange) << range;
+        EXPECT_THAT(script_->calls, IsEmpty()) << range;
+    }
+}
+
+TEST_F(RecordedPlayTest, AnOrderForNothingChangesNothingWhereEverythingPlays)
+{
+    play(rates(2, {}));
+    script_->place(20);
+    EXPECT_EQ(play({}, true), rtspOk);
+    EXPECT_THAT(script_->calls, IsEmpty());
+    EXPECT_EQ(play_.outcome(Unit::npt, tracks_).speed.scale, 2);
+}
+
+TEST_F(RecordedPlayTest, ScaleAndSpeedAreSetForEveryTrackAndToldAsTheyAre)
+{
+    EXPECT_EQ(play(rates(2, 0.5)), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setSpeed trackID=0 2 0.5", "setSpeed trackID=1 2 0.5"));
+    tracks_.pop_back();
+    EXPECT_EQ(play(rates(1000, {})), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setSpeed trackID=0 32 1"));
+    EXPECT_EQ(play_.outcome(Unit::npt, tracks_).speed.scale, 32);
+    EXPECT_EQ(play(rates(-2, {})), rtspOk);
+    EXPECT_EQ(play_.outcome(Unit::npt, tracks_).speed.scale, 1) << "nothing plays backwards";
+}
+
+TEST_F(RecordedPlayTest, APlayWithoutScaleIsOfNormalSpeedAgain)
+{
+    tracks_.pop_back();
+    play(rates(4, 2));
+    EXPECT_EQ(playRange("npt=10-"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setSpeed trackID=0 1 1", "setPlayRange trackID=0 10 60 0 1"));
+    EXPECT_EQ(playRange("npt=10-"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 10 60 0 1")) << "it is already";
+}
+
+TEST_F(RecordedPlayTest, ReplayIsAKindOfRangeThatCarriesTheRequestsNumber)
+{
+    tracks_.pop_back();
+    PlayOrder order;
+    order.replay = true;
+    order.sequence = 0xAB;
+    EXPECT_EQ(play(order), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 0 0 " + std::to_string(0xAB01) + " 0"))
+        << "the kind alone, the place stays";
+    order.noRateControl = true;
+    order.keyFramesOnly = true;
+    order.range = RangeHeader{Unit::npt, second, std::nullopt};
+    EXPECT_EQ(play(order), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 1 60 " + std::to_string(0xAB07) + " 1"));
+}
+
+TEST_F(RecordedPlayTest, WithoutReplayTheOtherKindsDoNotCount)
+{
+    PlayOrder order;
+    order.noRateControl = true;
+    order.keyFramesOnly = true;
+    order.sequence = 9;
+    EXPECT_EQ(play(order), rtspOk);
+    EXPECT_THAT(script_->calls, IsEmpty());
+}
+
+TEST_F(RecordedPlayTest, CodesOfTheControllerBecomeStatus)
+{
+    script_->result("setPlayRange", hostRangeInvalid);
+    EXPECT_EQ(playRange("npt=5-"), rtspInvalidRange);
+    script_->result("setPlayRange", 0);
+    script_->result("setSpeed", hostTrackUnknown);
+    EXPECT_EQ(play(rates(2, {})), rtspInvalidState);
+    script_->result("setSpeed", 0);
+    EXPECT_EQ(play(rates(2, {})), rtspOk);
+    EXPECT_EQ(script_->countOf("setSpeed"), 2) << "what failed counts as not done";
+}
+
+TEST_F(RecordedPlayTest, PausePointIsSetWherePlayingComesToIt)
+{
+    playRange("npt=10-30");
+    script_->place(12);
+    script_->calls.clear();
+    RangeHeader point;
+    ASSERT_EQ(RangeHeader::parsePoint("npt=15.5", point), rtspOk);
+    EXPECT_EQ(play_.pauseAt(point, tracks_), rtspOk);
+    ASSERT_EQ(RangeHeader::parsePoint("clock=20231114T221340Z", point), rtspOk);
+    EXPECT_EQ(play_.pauseAt(point, tracks_), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPauseRange trackID=0 15.5", "setPauseRange trackID=1 15.5",
+                                            "setPauseRange trackID=0 20", "setPauseRange trackID=1 20"));
+    for (const char* const other : {"npt=11", "npt=30.5", "npt=100", "clock=20231114T221300Z"})
+    {
+        ASSERT_EQ(RangeHeader::parsePoint(other, point), rtspOk);
+        EXPECT_EQ(play_.pauseAt(point, tracks_), rtspInvalidRange) << other;
+    }
+    EXPECT_EQ(script_->countOf("setPauseRange"), 4);
+}
+
+}  // namespace
+}  // namespace refhost
