@@ -30,7 +30,7 @@ void MediaInfoTool::setMediaUrl(const std::string& url)
 
 void MediaInfoTool::setThirdPlatType(int) {}
 
-int MediaInfoTool::createMediaInfo(int cameraId, int streamId, MediaInfo& out, bool)
+int MediaInfoTool::createMediaInfo(int cameraId, int streamId, MediaInfo& out, bool mediaInfoFlag)
 {
     const std::shared_ptr<refhost::StreamDirectory> streams = refhost::Device::streams();
     const std::shared_ptr<refhost::StreamSource> stream =
@@ -54,6 +54,11 @@ int MediaInfoTool::createMediaInfo(int cameraId, int streamId, MediaInfo& out, b
     for (const SubMediaInfo& track : tracks)
     {
         described.addSubMediaInfo(track);
+    }
+    SubMediaInfo backChannel;
+    if (mediaInfoFlag && streams->describeBackChannel(cameraId, backChannel))
+    {
+        described.addSubMediaInfo(backChannel);
     }
     out = std::move(described);
     return 0;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gst/gst.h>
 
+#include "refhost/audio/BackChannel.h"
 #include "refhost/base/ChangeSignal.h"
 
 namespace refhost
@@ -34,6 +35,10 @@ CameraStreams::CameraStreams(const ServerConfig& config, const CameraStream::Opt
     const auto changed = [] { ChangeSignal::instance().announce(); };
     for (const CameraConfig& camera : config.cameras)
     {
+        if (const auto track = backChannelOf(camera.talkBack))
+        {
+            backChannels_[camera.id] = *track;
+        }
         for (const StreamConfig& stream : camera.streams)
         {
             streams_[{camera.id, stream.id}] =
@@ -48,6 +53,17 @@ std::shared_ptr<StreamSource> CameraStreams::find(int cameraId, int streamId)
 {
     const auto found = streams_.find({cameraId, streamId});
     return found == streams_.end() ? nullptr : found->second;
+}
+
+bool CameraStreams::describeBackChannel(int cameraId, SubMediaInfo& out)
+{
+    const auto found = backChannels_.find(cameraId);
+    if (found == backChannels_.end())
+    {
+        return false;
+    }
+    out = found->second;
+    return true;
 }
 
 }  // namespace refhost

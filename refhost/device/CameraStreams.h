@@ -22,9 +22,11 @@ public:
     ~CameraStreams() override;
 
     std::shared_ptr<StreamSource> find(int cameraId, int streamId) override;
+    bool describeBackChannel(int cameraId, SubMediaInfo& out) override;
 
 private:
     std::map<std::pair<int, int>, std::shared_ptr<CameraStream>> streams_;
+    std::map<int, SubMediaInfo> backChannels_;  // by camera, of those that have one
 };
 
 }  // namespace refhost

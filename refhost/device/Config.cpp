@@ -38,7 +38,7 @@ auto members(const StreamConfig& s)
 auto members(const ServerConfig& s)
 {
     return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.users, s.limits, s.rtpPort,
-                    s.segmentationOffload, s.gopCache, s.linger, s.cameras);
+                    s.segmentationOffload, s.gopCache, s.linger, s.cameras, s.talkBack);
 }
 
 }  // namespace
@@ -55,12 +55,17 @@ bool StreamConfig::operator==(const StreamConfig& other) const
 
 bool CameraConfig::operator==(const CameraConfig& other) const
 {
-    return id == other.id && name == other.name && streams == other.streams;
+    return id == other.id && name == other.name && streams == other.streams && talkBack == other.talkBack;
 }
 
 bool UserConfig::operator==(const UserConfig& other) const
 {
     return name == other.name && password == other.password;
+}
+
+bool TalkBackConfig::operator==(const TalkBackConfig& other) const
+{
+    return policy == other.policy;
 }
 
 bool LimitsConfig::operator==(const LimitsConfig& other) const

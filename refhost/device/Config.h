@@ -46,6 +46,7 @@ struct CameraConfig
     int id = 1;
     std::string name;
     std::vector<StreamConfig> streams;
+    std::string talkBack = "none";  ///< codec of clients that talk: "pcmu", "pcma", "aac" or "none"
 
     bool operator==(const CameraConfig& other) const;
 };
@@ -56,6 +57,14 @@ struct UserConfig
     std::string password;
 
     bool operator==(const UserConfig& other) const;
+};
+
+/// How sound that clients send is played.
+struct TalkBackConfig
+{
+    std::string policy = "first";  ///< who is heard: "first", "newest", "mix" or "refuse"
+
+    bool operator==(const TalkBackConfig& other) const;
 };
 
 /// What the server refuses to go beyond.
@@ -87,6 +96,7 @@ struct ServerConfig
     std::string realm = "ovrtspd";
     std::vector<UserConfig> users;
     LimitsConfig limits;
+    TalkBackConfig talkBack;
     int rtpPort = 0;  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
     bool segmentationOffload = true;  ///< UDP GSO where the system has it
     bool gopCache = true;             ///< start from the last key picture instead of forcing a new one

@@ -51,6 +51,7 @@ ConfigKey<Section> choice(std::string_view name, std::string_view meaning, std::
 
 using Server = ServerConfig;
 using Limits = LimitsConfig;
+using TalkBack = TalkBackConfig;
 using User = UserConfig;
 using Camera = CameraConfig;
 using Stream = StreamConfig;
@@ -138,6 +139,22 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
     return keys;
 }
 
+const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys()
+{
+    static const std::vector<ConfigKey<TalkBack>> keys{
+        choice<TalkBack>(
+            "policy",
+            "Who is heard when several clients talk at once: \"first\" is who talks first, until nothing "
+            "came "
+            "of it for half a second; \"newest\" who began to talk last; \"mix\" everybody; with \"refuse\" "
+            "one client at a time can set talk-back up at all, and others get 453.",
+            [](const TalkBack& t) { return t.policy; },
+            [](TalkBack& t, const std::string& policy) { t.policy = policy; },
+            {"first", "newest", "mix", "refuse"}),
+    };
+    return keys;
+}
+
 const std::vector<ConfigKey<UserConfig>>& userKeys()
 {
     static const std::vector<ConfigKey<User>> keys{
@@ -160,6 +177,12 @@ const std::vector<ConfigKey<CameraConfig>>& cameraKeys()
         text<Camera>(
             "name", "What people call the camera.", [](Camera& c) -> std::string& { return c.name; },
             TextKind::plain),
+        choice<Camera>(
+            "talk-back",
+            "Codec in which clients may send sound to the device through this camera's streams; \"none\" "
+            "offers no talk-back.",
+            [](const Camera& c) { return c.talkBack; },
+            [](Camera& c, const std::string& codec) { c.talkBack = codec; }, {"pcmu", "pcma", "aac", "none"}),
     };
     return keys;
 }

@@ -71,6 +71,8 @@ struct ConfigKey
 const std::vector<ConfigKey<ServerConfig>>& serverKeys();
 /// The keys of [limits].
 const std::vector<ConfigKey<LimitsConfig>>& limitsKeys();
+/// The keys of [talk-back].
+const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys();
 /// The keys of each [[user]].
 const std::vector<ConfigKey<UserConfig>>& userKeys();
 /// The keys of each [[camera]].

@@ -47,18 +47,9 @@ public:
 
     void readServer(const toml::table& table, ServerConfig& out)
     {
-        readSection(table, serverKeys(), {"limits", "user", "camera"}, out);
-        if (const toml::node* limits = table.get("limits"))
-        {
-            if (const toml::table* section = limits->as_table())
-            {
-                readSection(*section, limitsKeys(), {}, out.limits);
-            }
-            else
-            {
-                report(*limits, "limits is a section: write [limits]");
-            }
-        }
+        readSection(table, serverKeys(), {"limits", "talk-back", "user", "camera"}, out);
+        oneSection(table, "limits", limitsKeys(), out.limits);
+        oneSection(table, "talk-back", talkBackKeys(), out.talkBack);
         eachSection(table, "user", "[[user]]", [&](const toml::table& user) { readUser(user, out.users); });
         eachSection(table, "camera", "[[camera]]",
                     [&](const toml::table& camera) { readCamera(camera, out.cameras); });
@@ -114,6 +105,23 @@ private:
             }
             report(key.source().begin, ConfigCheck::unknownKey(name, names));
         }
+    }
+
+    template <typename Section>
+    void oneSection(const toml::table& table, std::string_view name,
+                    const std::vector<ConfigKey<Section>>& keys, Section& out)
+    {
+        const toml::node* const node = table.get(name);
+        if (node == nullptr)
+        {
+            return;
+        }
+        if (const toml::table* section = node->as_table())
+        {
+            readSection(*section, keys, {}, out);
+            return;
+        }
+        report(*node, std::string(name) + " is a section: write [" + std::string(name) + "]");
     }
 
     template <typename Section>

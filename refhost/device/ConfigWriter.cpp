@@ -225,6 +225,8 @@ std::string ConfigWriter::write(const ServerConfig& config)
     std::string out = section(serverKeys(), config, "", true);
     out += "\n# What the server refuses to go beyond.\n[limits]\n";
     out += section(limitsKeys(), config.limits, "", true);
+    out += "\n# Sound that clients send to the device.\n[talk-back]\n";
+    out += section(talkBackKeys(), config.talkBack, "", true);
     out += "\n# Who may watch; without any [[user]] everybody may.\n";
     if (config.users.empty())
     {
@@ -251,8 +253,8 @@ std::string ConfigWriter::write(const ServerConfig& config)
 std::string ConfigWriter::manual()
 {
     return table("Top of the file", serverKeys()) + table("`[limits]`", limitsKeys()) +
-           table("Each `[[user]]`", userKeys()) + table("Each `[[camera]]`", cameraKeys()) +
-           table("Each `[[camera.stream]]`", streamKeys());
+           table("`[talk-back]`", talkBackKeys()) + table("Each `[[user]]`", userKeys()) +
+           table("Each `[[camera]]`", cameraKeys()) + table("Each `[[camera.stream]]`", streamKeys());
 }
 
 }  // namespace refhost

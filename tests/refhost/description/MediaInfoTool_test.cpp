@@ -40,6 +40,19 @@ public:
         return cameraId == 3 && streamId == 1 ? stream : nullptr;
     }
 
+    bool describeBackChannel(int cameraId, SubMediaInfo& track) override
+    {
+        if (cameraId != 3 || !talkBack)
+        {
+            return false;
+        }
+        track = SubMediaInfo();
+        track.trackId = "trackID=talk";
+        track.setAudioBackInfoFlag(true);
+        return true;
+    }
+
+    bool talkBack = false;
     std::shared_ptr<FakeStream> stream = std::make_shared<FakeStream>();
 };
 
@@ -62,14 +75,14 @@ protected:
         Device::setStreams(nullptr);
     }
 
-    int create(int camera, int stream)
+    int create(int camera, int stream, bool withTalkBack = true)
     {
         MediaInfoTool tool;
         tool.setDeviceInfoEx(DeviceInfoEx());
         tool.setDeviceExAbility(DeviceExAbility());
         tool.setMediaUrl("orv/live/3/1");
         tool.setThirdPlatType(1);
-        return tool.createMediaInfo(camera, stream, out, true);
+        return tool.createMediaInfo(camera, stream, out, withTalkBack);
     }
 
     std::shared_ptr<FakeDirectory> directory = std::make_shared<FakeDirectory>();
@@ -88,6 +101,19 @@ TEST_F(MediaInfoToolTest, ReadyStreamIsDescribedWithItsTracksInOrder)
 TEST_F(MediaInfoToolTest, DescriptionReplacesWhatWasThereBefore)
 {
     ASSERT_EQ(create(3, 1), 0);
+    ASSERT_EQ(create(3, 1), 0);
+    EXPECT_EQ(out.getAllSubMediaInfo().size(), 2U);
+}
+
+TEST_F(MediaInfoToolTest, BackChannelStandsLastWhereItIsWantedAndThere)
+{
+    directory->talkBack = true;
+    ASSERT_EQ(create(3, 1), 0);
+    ASSERT_EQ(out.getAllSubMediaInfo().size(), 3U);
+    EXPECT_TRUE(out.getAllSubMediaInfo()[2].getAudioBackInfoFlag());
+    ASSERT_EQ(create(3, 1, false), 0);
+    EXPECT_EQ(out.getAllSubMediaInfo().size(), 2U);
+    directory->talkBack = false;
     ASSERT_EQ(create(3, 1), 0);
     EXPECT_EQ(out.getAllSubMediaInfo().size(), 2U);
 }

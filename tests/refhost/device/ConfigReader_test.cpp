@@ -71,6 +71,8 @@ segmentation-offload = false
 gop-cache = false
 linger = 7
 
+[talk-back]
+policy = "newest"
 [limits]
 connections = 1
 connections-per-address = 2
@@ -94,6 +96,7 @@ password = "g"
 [[camera]]
 id = 3
 name = "Hof ä"
+talk-back = "aac"
 [[camera.stream]]
 id = 4
 source = "rtsp"
@@ -140,7 +143,8 @@ audio = "aac"
     expected.linger = 7;
     expected.limits = limits;
     expected.users = {{"admin", "a\"b:c"}, {"guest", "g"}};
-    expected.cameras = {{3, "Hof ä", {stream}}};
+    expected.cameras = {{3, "Hof ä", {stream}, "aac"}};
+    expected.talkBack.policy = "newest";
     EXPECT_EQ(config, expected);
 }
 

@@ -51,6 +51,8 @@ ServerConfig withEverythingChanged()
         number.value(config.limits) = std::max(number.least, value++);
     }
     config.cameras[0].name = "quotes \" and \\ and \u00e4 # [x] = '";
+    config.cameras[0].talkBack = "pcma";
+    config.talkBack.policy = "mix";
     StreamConfig launch;
     launch.id = 7;
     launch.source = {SourceConfig::Kind::launch, "videotestsrc\n\t! x264enc name=video"};
@@ -86,6 +88,7 @@ TEST(ConfigWriter, ExplainsEveryKey)
     const std::string text = ConfigWriter::write(ServerConfig::embedded());
     expectExplained(text, serverKeys());
     expectExplained(text, limitsKeys());
+    expectExplained(text, talkBackKeys());
     expectExplained(text.substr(text.find("[[user]]\n")), userKeys());
     expectExplained(text.substr(text.find("[[camera]]\n")), cameraKeys());
     expectExplained(text.substr(text.find("[[camera.stream]]\n")), streamKeys());
