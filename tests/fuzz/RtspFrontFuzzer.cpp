@@ -1,5 +1,6 @@
 // Any bytes from a client, through reader, verbs, sessions, the library and the dispatch; only the socket is
-// missing. The first byte says how the rest is cut into receptions and whether users are configured. Behind
+// missing. The first byte says how the rest is cut into receptions, whether users are configured and
+// whether recordings get ready. Behind
 // each line "---" the server has got to work: pictures come, and SSSSSSSSSSSSSSSS stands for the newest
 // session's id.
 #include <algorithm>
@@ -13,9 +14,11 @@
 #include "live/OVLiveControllerFactory.h"
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
+#include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/rtsp/RequestHandler.h"
+#include "tests/refhost/rtsp/FakeRecording.h"
 #include "tests/refhost/rtsp/FrontStreams.h"
 
 namespace
@@ -118,7 +121,52 @@ private:
     const SocketAddress address_;
 };
 
-/// The library's factory and two streams, one of which never gets ready.
+/// A recording that is only ever asked for what it has.
+class FuzzRecording : public test::FakeRecording
+{
+public:
+    using FakeRecording::FakeRecording;
+
+    int setPlayRange(const std::string& sessionId, const std::string& trackId, double begin, double end,
+                     int kind, bool toRange) override
+    {
+        require(!toRange || (begin >= 0 && begin < end && end <= test::RecordingScript::seconds),
+                "play range");
+        return FakeRecording::setPlayRange(sessionId, trackId, begin, end, kind, toRange);
+    }
+
+    int setPauseRange(const std::string& sessionId, const std::string& trackId, double instant) override
+    {
+        require(instant >= 0 && instant <= test::RecordingScript::seconds, "pause point");
+        return FakeRecording::setPauseRange(sessionId, trackId, instant);
+    }
+
+    int setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
+                 double speed) override
+    {
+        require(PlaySpeed::used(scale, speed) == PlaySpeed{scale, speed}, "speed");
+        return FakeRecording::setSpeed(sessionId, trackId, scale, speed);
+    }
+};
+
+class FuzzRecordingFactory : public IRTSPControllerFactory
+{
+public:
+    explicit FuzzRecordingFactory(std::shared_ptr<test::RecordingScript> script) : script_(std::move(script))
+    {
+    }
+
+    int createMedia(const std::string&, SafePointer<IRTSPController>& out, bool) override
+    {
+        out = SafePointer<IRTSPController>(new FuzzRecording(script_));
+        return 0;
+    }
+
+private:
+    const std::shared_ptr<test::RecordingScript> script_;
+};
+
+/// The library's factory with two streams, one of which never gets ready, and a recording.
 class World
 {
 public:
@@ -130,6 +178,7 @@ public:
 
     MediaRoutes routes;
     std::shared_ptr<test::FrontStreams> streams = std::make_shared<test::FrontStreams>();
+    std::shared_ptr<test::RecordingScript> recording = std::make_shared<test::RecordingScript>();
 
     void picture()
     {
@@ -150,6 +199,8 @@ private:
         routes.add("orv/live", live,
                    [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
                    { return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
+        routes.addRecorded("orv/playback",
+                           SafePointer<IRTSPControllerFactory>(new FuzzRecordingFactory(recording)));
         streams->streams[1]->description = StreamSource::Description::starting;
         Device::setStreams(streams);
     }
@@ -161,8 +212,12 @@ private:
 class Front
 {
 public:
-    explicit Front(bool users) : services_(configuration(users), World::instance().routes, steadyMilliseconds)
+    /// \param neverReady  recordings do not find their place in time
+    Front(bool users, bool neverReady)
+        : services_(configuration(users), World::instance().routes, steadyMilliseconds),
+          neverReady_(neverReady)
     {
+        recording_.calls.clear();
     }
 
     ~Front()
@@ -171,6 +226,7 @@ public:
         services_.sessions.endAll();
         require(services_.sessions.count() == 0, "a session is left");
         require(LiveDispatcher::instance().trackCount() == 0, "a track is left");
+        require(recording_.living == 0, "a controller is left");
     }
 
     void receive(std::string bytes, std::size_t chunk)
@@ -212,6 +268,7 @@ private:
         for (; item != RequestReader::Item::none && !ended_; item = reader_.next(request_))
         {
             const std::size_t before = link_->responses;
+            recording_.result("play", hostStreamNotReady);
             if (item == RequestReader::Item::frame)
             {
                 handler_.received(reader_.frame());
@@ -225,6 +282,7 @@ private:
             {
                 require(link_->responses == before, "a request that waits is not answered");
                 reader_.putBack();
+                recording_.result("play", neverReady_ ? hostStreamNotReady : 0);
                 require(reader_.next(request_) == RequestReader::Item::request, "the request comes again");
                 result = handler_.handle(request_, writer_, true);
             }
@@ -240,6 +298,8 @@ private:
     RequestReader reader_{RequestReader::Limits()};
     RtspRequest request_;
     ResponseWriter writer_;
+    test::RecordingScript& recording_ = *World::instance().recording;
+    const bool neverReady_;
     bool ended_ = false;
 };
 
@@ -253,7 +313,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     const std::size_t chunk = data[0] < 128 ? 65536 : data[0] - 127u;
-    Front front(data[0] % 2 == 1);
+    Front front(data[0] % 2 == 1, data[0] % 4 > 1);
     std::string_view rest(reinterpret_cast<const char*>(data + 1), size - 1);
     for (;;)
     {
