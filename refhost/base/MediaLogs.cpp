@@ -2,6 +2,11 @@
 
 #include <gst/gst.h>
 
+extern "C"
+{
+#include <libavutil/log.h>
+}
+
 #include <chrono>
 #include <mutex>
 #include <string_view>
@@ -126,6 +131,8 @@ void onGstreamerLog(GstDebugCategory* category, GstDebugLevel level, const gchar
 
 void MediaLogs::bridge()
 {
+    // It would write to standard error itself, a line and more for each malformed frame of a client.
+    av_log_set_level(AV_LOG_QUIET);
     g_log_set_writer_func(onGlibLog, nullptr, nullptr);
     gst_debug_remove_log_function(gst_debug_log_default);
     gst_debug_add_log_function(onGstreamerLog, nullptr, nullptr);
