@@ -10,6 +10,8 @@
 #include "mediaurl/MediaUrlParam.h"
 #include "support/Export.h"
 
+class LivePresentation;
+
 /// Serves one live unicast URL: its sessions' verbs go to the host's RTPStreamDispatcherMgr under the key
 /// "<camera>/<stream>", and those of a talk-back track to OVAudioBackDispatcherMgr.
 ///
@@ -56,7 +58,7 @@ public:
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc) override;
 
 private:
-    OV_INTERNAL bool isTalkBack(const std::string& trackId) const;
+    OV_INTERNAL LivePresentation presentation();
 
     OVMutex mutex_;  // never locked; part of the layout
     std::string mediaUrl_;

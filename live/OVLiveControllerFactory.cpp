@@ -1,5 +1,6 @@
 #include "live/OVLiveControllerFactory.h"
 
+#include "live/NewController.h"
 #include "live/OVLiveController.h"
 #include "support/OVMutexManager.h"
 
@@ -36,8 +37,6 @@ int OVLiveControllerFactory::createMedia(const std::string& url, SafePointer<IRT
                                          bool mediaInfoFlag)
 {
     OVMutexManager guard(mutex_, unit, __LINE__);
-    OVLiveController* const controller = new OVLiveController;
-    // Before it is initialised, deliberately: a controller that fails stays with the caller, who drops it.
-    out = SafePointer<IRTSPController>(controller);
-    return controller->initInstance(thirdPlatType_, url, deviceInfo_, deviceAbility_, mediaInfoFlag);
+    return NewController<OVLiveController>::in(out).initInstance(thirdPlatType_, url, deviceInfo_,
+                                                                 deviceAbility_, mediaInfoFlag);
 }

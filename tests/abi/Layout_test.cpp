@@ -8,9 +8,14 @@
 #include <type_traits>
 
 #include "audioback/OVAudioBackDispatcherMgr.h"
+#include "hostapi/live/LiveDispatcherMgr.h"
 #include "hostapi/live/RTPStreamDispatcherMgr.h"
 #include "live/OVLiveController.h"
+#include "live/OVLiveController2.h"
 #include "live/OVLiveControllerFactory.h"
+#include "live/OVLiveControllerFactory2.h"
+#include "live/OVMulticastLiveControlerFactory.h"
+#include "live/OVMulticastLiveController.h"
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrl.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
@@ -19,7 +24,9 @@
 #include "tests/CapturedOutput.h"
 #include "tests/fakehost/FakeConnection.h"
 #include "tests/fakehost/FakeDescription.h"
+#include "tests/fakehost/FakeLiveSessions.h"
 #include "tests/fakehost/FakeMediaPlayer.h"
+#include "tests/fakehost/OVMutexInspector.h"
 #include "tests/fakehost/RefCountInspector.h"
 
 // The mirrors below name the members of each class in the order in which hosts know them.
@@ -85,6 +92,20 @@ struct LiveControllerMirror
     std::string audioBackTrackId;
 };
 
+// The second form and the multicast one.
+struct SessionControllerMirror
+{
+    void* table;
+    OVMutex mutex;
+    std::string mediaUrl;
+    MediaUrlParam mediaUrlParam;
+    std::string streamKey;
+    MediaInfo mediaInfo;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    std::string audioBackTrackId;
+};
+
 struct TalkBackMirror
 {
     void* table;
@@ -105,6 +126,31 @@ struct ConnectionMirror
 {
     void* table;
     int transportKind;
+};
+
+/// The device's codec, but multicast URLs are what live URLs are, so that the same URL serves every
+/// controller.
+class LiveForMulticastCodec : public OrvaneMediaUrl
+{
+public:
+    int parseMulticastMediaUrl(const std::string& url) override
+    {
+        return parseMediaUrl(url);
+    }
+    std::string toMulticastMediaUrl() override
+    {
+        return toMediaUrl();
+    }
+};
+
+class LiveForMulticastFactory : public IMediaUrlFactory
+{
+public:
+    int createMediaUrl(SafePointer<IMediaUrl>& codec) override
+    {
+        codec = SafePointer<IMediaUrl>(new LiveForMulticastCodec);
+        return 0;
+    }
 };
 
 int nothing()
@@ -231,10 +277,14 @@ TEST(Layout, ControllerOperationsStandInTheirSlots)
     EXPECT_EQ(2u, Layout::slotOf(&IRTSPControllerFactory::createMedia));
 }
 
-TEST(Layout, ControllerFactoryFieldsStandInTheirOrder)
+namespace
 {
-    EXPECT_EQ(sizeof(ControllerFactoryMirror), sizeof(OVLiveControllerFactory));
-    OVLiveControllerFactory factory;
+
+template <class Factory>
+void expectFactoryFieldsInTheirOrder(int mutexInits)
+{
+    EXPECT_EQ(sizeof(ControllerFactoryMirror), sizeof(Factory));
+    Factory factory;
     DeviceInfoEx device;
     device.setDeviceID("device");
     factory.setDeviceInfo(device);
@@ -245,14 +295,18 @@ TEST(Layout, ControllerFactoryFieldsStandInTheirOrder)
     EXPECT_STREQ("device", Layout::at(&factory, &ControllerFactoryMirror::deviceInfo).getDeviceID());
     EXPECT_TRUE(Layout::at(&factory, &ControllerFactoryMirror::deviceAbility).getAudioBackFlag());
     EXPECT_EQ(17, Layout::at(&factory, &ControllerFactoryMirror::thirdPlatType));
+    const OVMutex& mutex = Layout::at(&factory, &ControllerFactoryMirror::mutex);
+    EXPECT_EQ(mutexInits, OVMutexInspector::initCount(mutex));
 }
 
-TEST(Layout, LiveControllerFieldsStandInTheirOrder)
+/// The fields of a live controller that has set a track up, of camera 12, stream 3 of "device".
+template <class Mirror, class Controller>
+void expectControllerFieldsInTheirOrder(const char* audioBackTrackId)
 {
-    EXPECT_EQ(sizeof(LiveControllerMirror), sizeof(OVLiveController));
+    EXPECT_EQ(sizeof(Mirror), sizeof(Controller));
     const SafePointer<MediaUrlFactoryMap> map = MediaUrlFactoryMap::getInstance();
-    map->registerFactory(31, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
-    OVLiveController controller;
+    map->registerFactory(31, SafePointer<IMediaUrlFactory>(new LiveForMulticastFactory));
+    Controller controller;
     DeviceInfoEx device;
     device.setDeviceID("device");
     DeviceExAbility ability;
@@ -261,15 +315,33 @@ TEST(Layout, LiveControllerFieldsStandInTheirOrder)
     ASSERT_EQ(0, controller.initInstance(31, "rtsp://host/orv/live/12/3", device, ability, true));
     ASSERT_EQ(0, controller.setup("session", FakeDescription::backChannel().trackId,
                                   SafePointer<IConnection>(new FakeConnection(1))));
-    EXPECT_EQ("rtsp://host/orv/live/12/3", Layout::at(&controller, &LiveControllerMirror::mediaUrl));
-    EXPECT_EQ("12/3", Layout::at(&controller, &LiveControllerMirror::streamKey));
-    EXPECT_EQ("orv/live/12/3", Layout::at(&controller, &LiveControllerMirror::mediaInfo).mediaUrl);
-    EXPECT_EQ(12, Layout::at(&controller, &LiveControllerMirror::mediaUrlParam).getCameraID());
-    EXPECT_STREQ("device", Layout::at(&controller, &LiveControllerMirror::deviceInfo).getDeviceID());
-    EXPECT_TRUE(Layout::at(&controller, &LiveControllerMirror::deviceAbility).getAudioBackFlag());
-    EXPECT_EQ("trackID=2", Layout::at(&controller, &LiveControllerMirror::audioBackTrackId));
+    EXPECT_EQ(0, OVMutexInspector::initCount(Layout::at(&controller, &Mirror::mutex)));
+    EXPECT_EQ("rtsp://host/orv/live/12/3", Layout::at(&controller, &Mirror::mediaUrl));
+    EXPECT_EQ("12/3", Layout::at(&controller, &Mirror::streamKey));
+    EXPECT_EQ("orv/live/12/3", Layout::at(&controller, &Mirror::mediaInfo).mediaUrl);
+    EXPECT_EQ(12, Layout::at(&controller, &Mirror::mediaUrlParam).getCameraID());
+    EXPECT_STREQ("device", Layout::at(&controller, &Mirror::deviceInfo).getDeviceID());
+    EXPECT_TRUE(Layout::at(&controller, &Mirror::deviceAbility).getAudioBackFlag());
+    EXPECT_EQ(audioBackTrackId, Layout::at(&controller, &Mirror::audioBackTrackId));
     map->unregisterFactory(31);
     OVAudioBackDispatcherMgr::getInstance()->clearAllSession();
+    FakeLiveSessions::clear();
+}
+
+}  // namespace
+
+TEST(Layout, ControllerFactoryFieldsStandInTheirOrder)
+{
+    expectFactoryFieldsInTheirOrder<OVLiveControllerFactory>(0);
+    expectFactoryFieldsInTheirOrder<OVLiveControllerFactory2>(0);
+    expectFactoryFieldsInTheirOrder<OVMulticastLiveControlerFactory>(1);
+}
+
+TEST(Layout, LiveControllerFieldsStandInTheirOrder)
+{
+    expectControllerFieldsInTheirOrder<LiveControllerMirror, OVLiveController>("trackID=2");
+    expectControllerFieldsInTheirOrder<SessionControllerMirror, OVLiveController2>("trackID=2");
+    expectControllerFieldsInTheirOrder<SessionControllerMirror, OVMulticastLiveController>("");
 }
 
 TEST(Layout, TalkBackManagerFieldsStandInTheirOrder)
@@ -328,8 +400,10 @@ using MayThrow =
     testing::Types<BaseSafePointer, SafePointer<IConnection>, function<int>, function_obj_base<int>,
                    function_obj<int, int (*)()>, IMediaUrl, IMediaUrlFactory, MediaUrlFactoryMap,
                    OrvaneMediaUrl, OrvaneMediaUrlFactory, IRTSPController, IRTSPControllerFactory,
-                   OVLiveController, OVLiveControllerFactory, OVAudioBackDispatcherMgr, AudioDispatcher,
-                   IMediaPlayer, IConnection, RTPStreamDispatcherMgr, OVThread, GThread>;
+                   OVLiveController, OVLiveControllerFactory, OVLiveController2, OVLiveControllerFactory2,
+                   OVMulticastLiveController, OVMulticastLiveControlerFactory, OVAudioBackDispatcherMgr,
+                   AudioDispatcher, IMediaPlayer, IConnection, RTPStreamDispatcherMgr, LiveDispatcherMgr,
+                   OVThread, GThread>;
 TYPED_TEST_SUITE(DestructorThatMayThrow, MayThrow);
 
 TYPED_TEST(DestructorThatMayThrow, IsDeclaredSoAndVirtual)

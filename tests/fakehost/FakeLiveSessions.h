@@ -1,0 +1,11 @@
+#pragma once
+
+/// What tests do with the sessions and records of the fake host's LiveDispatcherMgr beside calling it.
+class FakeLiveSessions
+{
+public:
+    static constexpr int usualMtu = 1440;
+
+    /// Ends every session, drops every record and sets the MTU to the usual one, without a line in the log.
+    static void clear();
+};
