@@ -1,16 +1,13 @@
 #include "refhost/live/LiveDispatcher.h"
 
-#include <array>
 #include <atomic>
 #include <charconv>
-#include <functional>
 #include <mutex>
-#include <unordered_map>
+#include <utility>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/device/Device.h"
 #include "refhost/live/LiveSession.h"
-#include "refhost/live/LiveStream.h"
+#include "refhost/live/SessionShards.h"
 
 namespace refhost
 {
@@ -40,31 +37,23 @@ struct LiveDispatcher::Impl
         int tracks = 0;  // with those that are just being added
     };
 
-    /// Sessions come and go on all threads: a few locks instead of one.
-    struct Shard
-    {
-        mutable std::mutex mutex;
-        std::unordered_map<std::string, Entry> sessions;
-    };
+    using Sessions = SessionShards<Entry>;
 
-    Shard& shardOf(const std::string& sessionId)
-    {
-        return shards[std::hash<std::string>()(sessionId) % shards.size()];
-    }
+    explicit Impl(std::shared_ptr<LiveStreams> liveStreams) : streams(std::move(liveStreams)) {}
 
     std::shared_ptr<LiveSession> find(const std::string& sessionId)
     {
-        Shard& shard = shardOf(sessionId);
+        Sessions::Shard& shard = sessions.of(sessionId);
         const std::lock_guard<std::mutex> guard(shard.mutex);
-        const auto found = shard.sessions.find(sessionId);
-        return found == shard.sessions.end() ? nullptr : found->second.session;
+        const auto found = shard.entries.find(sessionId);
+        return found == shard.entries.end() ? nullptr : found->second.session;
     }
 
     std::shared_ptr<LiveSession> addTrack(const std::string& sessionId)
     {
-        Shard& shard = shardOf(sessionId);
+        Sessions::Shard& shard = sessions.of(sessionId);
         const std::lock_guard<std::mutex> guard(shard.mutex);
-        Entry& entry = shard.sessions[sessionId];
+        Entry& entry = shard.entries[sessionId];
         if (!entry.session)
         {
             entry.session = std::make_shared<LiveSession>();
@@ -76,48 +65,20 @@ struct LiveDispatcher::Impl
 
     void removeTrack(const std::string& sessionId)
     {
-        Shard& shard = shardOf(sessionId);
+        Sessions::Shard& shard = sessions.of(sessionId);
         const std::lock_guard<std::mutex> guard(shard.mutex);
-        const auto found = shard.sessions.find(sessionId);
+        const auto found = shard.entries.find(sessionId);
         tracks.fetch_sub(1, std::memory_order_relaxed);
         if (--found->second.tracks == 0)
         {
-            shard.sessions.erase(found);
+            shard.entries.erase(found);
         }
     }
 
-    std::shared_ptr<LiveStream> streamOf(const std::string& streamKey);
-
-    LiveSettings settings;  // guarded by streamsMutex, as the streams
-    std::mutex streamsMutex;
-    std::unordered_map<std::string, std::shared_ptr<LiveStream>> streams;
-    std::array<Shard, 32> shards;
+    const std::shared_ptr<LiveStreams> streams;
+    Sessions sessions;
     std::atomic<std::size_t> tracks{0};
 };
-
-std::shared_ptr<LiveStream> LiveDispatcher::Impl::streamOf(const std::string& streamKey)
-{
-    int camera = 0;
-    int number = 0;
-    const auto directory = Device::streams();
-    if (!directory || !readStreamKey(streamKey, camera, number))
-    {
-        return nullptr;
-    }
-    const auto source = directory->find(camera, number);
-    if (!source)
-    {
-        return nullptr;
-    }
-    const std::lock_guard<std::mutex> guard(streamsMutex);
-    std::shared_ptr<LiveStream>& stream = streams[streamKey];
-    // Another source under the same key: the device was set up anew.
-    if (!stream || stream->source() != source)
-    {
-        stream = std::make_shared<LiveStream>(source, settings);
-    }
-    return stream;
-}
 
 LiveDispatcher& LiveDispatcher::instance()
 {
@@ -126,23 +87,30 @@ LiveDispatcher& LiveDispatcher::instance()
     return *dispatcher;
 }
 
-LiveDispatcher::LiveDispatcher(const LiveSettings& settings) : impl_(std::make_unique<Impl>())
+LiveDispatcher::LiveDispatcher(const LiveSettings& settings)
+    : impl_(std::make_unique<Impl>(std::make_shared<LiveStreams>(settings)))
 {
-    impl_->settings = settings;
 }
 
 LiveDispatcher::~LiveDispatcher() = default;
 
 void LiveDispatcher::configure(const LiveSettings& settings)
 {
-    const std::lock_guard<std::mutex> guard(impl_->streamsMutex);
-    impl_->settings = settings;
+    impl_->streams->configure(settings);
+}
+
+const std::shared_ptr<LiveStreams>& LiveDispatcher::streams() const
+{
+    return impl_->streams;
 }
 
 int LiveDispatcher::initTrack(const std::string& streamKey, const std::string& sessionId,
                               const std::string& trackId, const SubMediaInfo& info, int payloadSize)
 {
-    const auto stream = impl_->streamOf(streamKey);
+    int camera = 0;
+    int number = 0;
+    const auto stream =
+        readStreamKey(streamKey, camera, number) ? impl_->streams->find(camera, number) : nullptr;
     if (!stream)
     {
         return hostStreamUnknown;

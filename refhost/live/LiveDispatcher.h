@@ -8,6 +8,7 @@
 #include "hostapi/description/SubMediaInfo.h"
 #include "hostapi/device/IConnection.h"
 #include "refhost/live/LiveSettings.h"
+#include "refhost/live/LiveStreams.h"
 #include "refhost/live/StreamSource.h"
 #include "refhost/live/TrackSender.h"
 #include "support/SafePointer.h"
@@ -35,6 +36,9 @@ public:
 
     /// Changes the settings for streams and sessions that come from now on; call it before the first one.
     void configure(const LiveSettings& settings);
+
+    /// The streams that it plays, for a dispatcher that shall share them.
+    const std::shared_ptr<LiveStreams>& streams() const;
 
     /// \returns 0, or hostStreamUnknown when the key names no configured stream
     int initTrack(const std::string& streamKey, const std::string& sessionId, const std::string& trackId,

@@ -1,10 +1,19 @@
 #include "hostapi/live/LiveDispatcherMgr.h"
 
 #include "refhost/base/HostStatus.h"
+#include "refhost/live/LiveSessionDispatcher.h"
+#include "refhost/live/MulticastRecords.h"
 
-using namespace refhost;
+using refhost::LiveSessionDispatcher;
+using refhost::MulticastRecords;
 
-// This host serves no session in this way yet: every stream and every track is unknown.
+namespace
+{
+
+constexpr int defaultMtu = 1440;
+
+}  // namespace
+
 struct LiveDispatcherMgr::Impl
 {
     MTUParam mtu;
@@ -12,7 +21,7 @@ struct LiveDispatcherMgr::Impl
 
 LiveDispatcherMgr::LiveDispatcherMgr() : impl_(new Impl)
 {
-    impl_->mtu.setMTUValue(1440);
+    impl_->mtu.setMTUValue(defaultMtu);
 }
 
 LiveDispatcherMgr::~LiveDispatcherMgr() noexcept(false)
@@ -31,59 +40,62 @@ MTUParam& LiveDispatcherMgr::getMTUParam()
     return impl_->mtu;
 }
 
-bool LiveDispatcherMgr::findSession(const std::string&)
+bool LiveDispatcherMgr::findSession(const std::string& sessionId)
 {
-    return false;
+    return LiveSessionDispatcher::instance().has(sessionId);
 }
 
-int LiveDispatcherMgr::initSession(const std::string&, int, int, const MediaInfo&, int)
+int LiveDispatcherMgr::initSession(const std::string& sessionId, int cameraId, int streamId,
+                                   const MediaInfo& info, int payloadSize)
 {
-    return hostStreamUnknown;
+    return LiveSessionDispatcher::instance().initSession(sessionId, cameraId, streamId, info, payloadSize);
 }
 
-int LiveDispatcherMgr::addSessionConnection(const std::string&, const std::string&,
-                                            const SafePointer<IConnection>&)
+int LiveDispatcherMgr::addSessionConnection(const std::string& sessionId, const std::string& trackId,
+                                            const SafePointer<IConnection>& connection)
 {
-    return hostTrackUnknown;
+    return LiveSessionDispatcher::instance().addConnection(sessionId, trackId, connection);
 }
 
-int LiveDispatcherMgr::play(const std::string&, const std::string&)
+int LiveDispatcherMgr::play(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    return LiveSessionDispatcher::instance().play(sessionId, trackId);
 }
 
-int LiveDispatcherMgr::pause(const std::string&, const std::string&)
+int LiveDispatcherMgr::pause(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    return LiveSessionDispatcher::instance().pause(sessionId, trackId);
 }
 
-int LiveDispatcherMgr::deleteSessionConection(const std::string&, const std::string&)
+int LiveDispatcherMgr::deleteSessionConection(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    return LiveSessionDispatcher::instance().remove(sessionId, trackId);
 }
 
-int LiveDispatcherMgr::getTrackSSRC(const std::string&, const std::string&, int&)
+int LiveDispatcherMgr::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    return hostTrackUnknown;
+    return LiveSessionDispatcher::instance().getSsrc(sessionId, trackId, ssrc);
 }
 
-bool LiveDispatcherMgr::findMulticastSessionId(const std::string&)
+bool LiveDispatcherMgr::findMulticastSessionId(const std::string& multicastSessionId)
 {
-    return false;
+    return MulticastRecords::instance().has(multicastSessionId);
 }
 
-int LiveDispatcherMgr::getMulticastSessionParam(const std::string&,
-                                                SafePointer<MulticastSessionParameter>&) const
+int LiveDispatcherMgr::getMulticastSessionParam(const std::string& multicastSessionId,
+                                                SafePointer<MulticastSessionParameter>& param) const
 {
-    return hostTrackUnknown;
+    return MulticastRecords::instance().find(multicastSessionId, param) ? 0 : refhost::hostTrackUnknown;
 }
 
-int LiveDispatcherMgr::addMulticastSessionParam(const SafePointer<MulticastSessionParameter>&)
+int LiveDispatcherMgr::addMulticastSessionParam(const SafePointer<MulticastSessionParameter>& param)
 {
-    return hostStreamUnknown;
+    MulticastRecords::instance().store(param);
+    return 0;
 }
 
-int LiveDispatcherMgr::deleteMulticastSessionParam(const std::string&)
+int LiveDispatcherMgr::deleteMulticastSessionParam(const std::string& multicastSessionId)
 {
-    return hostTrackUnknown;
+    MulticastRecords::instance().erase(multicastSessionId);
+    return 0;
 }

@@ -124,6 +124,24 @@ bool LiveSession::statistics(const std::string& trackId, TrackStatistics& out)
     return true;
 }
 
+bool LiveSession::connected()
+{
+    const Lock lock(*this);
+    return std::any_of(senders_.begin(), senders_.end(),
+                       [](const auto& sender) { return sender->hasConnection(); });
+}
+
+void LiveSession::end()
+{
+    Senders gone;  // go after the lock
+    const Lock lock(*this);
+    gone.swap(senders_);
+    for (const auto& sender : gone)
+    {
+        sender->end();
+    }
+}
+
 void LiveSession::pump(const FreshUnit* fresh)
 {
     // Each exchange that reads the other thread's note also orders the two threads' lock operations: either

@@ -39,6 +39,11 @@ public:
     bool firstPacket(const std::string& trackId, RTPPacketInfo& out);
     bool statistics(const std::string& trackId, TrackStatistics& out);
 
+    /// Whether a track has a way, open or closed.
+    bool connected();
+    /// Ends every track.
+    void end();
+
     /// Sends what can be sent now on every track, or has the thread do it that holds the lock.
     /// \param fresh  the unit that has just come; may be null
     void pump(const FreshUnit* fresh);

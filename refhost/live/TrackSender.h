@@ -58,6 +58,12 @@ public:
         return playing_;
     }
 
+    /// Whether there is a way to the client, open or closed.
+    bool hasConnection() const
+    {
+        return sender_.transport() != nullptr;
+    }
+
     std::uint32_t ssrc() const
     {
         return sender_.ssrc();

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "refhost/live/LiveSettings.h"
+#include "refhost/live/LiveStream.h"
+
+namespace refhost
+{
+
+/// The camera streams that viewers were given, each once, whichever dispatcher they came through: so all of
+/// them share its taps. Threads: any.
+class LiveStreams
+{
+public:
+    explicit LiveStreams(const LiveSettings& settings);
+
+    /// Changes the settings for streams that come from now on.
+    void configure(const LiveSettings& settings);
+
+    /// \returns null when no such stream is configured
+    std::shared_ptr<LiveStream> find(int cameraId, int streamId);
+
+    /// The text "<camera>/<stream>", which names a stream.
+    static std::string key(int cameraId, int streamId);
+
+private:
+    std::mutex mutex_;
+    LiveSettings settings_;
+    std::unordered_map<std::string, std::shared_ptr<LiveStream>> streams_;
+};
+
+}  // namespace refhost
