@@ -173,7 +173,14 @@ public:
 
     void release() override
     {
-        set(SendStatus::sent);
+        {
+            const std::lock_guard<std::mutex> guard(wire_->mutex);
+            if (wire_->status != SendStatus::held)
+            {
+                return;
+            }
+            wire_->status = SendStatus::sent;
+        }
         wire_->ready();
     }
 

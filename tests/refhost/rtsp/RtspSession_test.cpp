@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "refhost/base/HostStatus.h"
 #include "refhost/rtsp/SessionTable.h"
 #include "tests/refhost/rtsp/FakeControllers.h"
+#include "tests/refhost/rtsp/FakeRecording.h"
 
 namespace refhost
 {
@@ -258,6 +260,89 @@ TEST_F(RtspSessionTest, AConnectionThatTakesBytesKeepsItsPlayingSessionAlive)
     EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "not its connection";
     session_->linkMoved(link, 50000);
     EXPECT_FALSE(session_->expired(60000, 60000, 10000));
+}
+
+class RecordedSessionTest : public RtspSessionTest
+{
+protected:
+    void SetUp() override
+    {
+        MediaRoutes::Route route;
+        route.recorded = true;
+        session_ =
+            table_->create("orv/playback/1_1700000000_1700000060",
+                           SafePointer<IRTSPController>(new test::FakeRecording(recording_)), route, here, 0);
+        setup("trackID=0");
+        setup("trackID=1");
+    }
+
+    ~RecordedSessionTest() override
+    {
+        session_.reset();
+        table_.reset();
+        EXPECT_EQ(recording_->living, 0);
+    }
+
+    RtspStatus attempt(RtspSession::Attempt which)
+    {
+        notReady_ = false;
+        return session_->play(
+            "", PlayOrder(), which, [this](const auto& played) { answered(played); }, notReady_);
+    }
+
+    std::size_t held() const
+    {
+        std::size_t count = 0;
+        for (const auto& [track, wire] : wires_)
+        {
+            count += wire->status == SendStatus::held ? 1 : 0;
+        }
+        return count;
+    }
+
+    const std::shared_ptr<test::RecordingScript> recording_ = std::make_shared<test::RecordingScript>();
+    bool notReady_ = false;
+};
+
+TEST_F(RecordedSessionTest, NoPacketLeavesWhileARecordingSeeks)
+{
+    recording_->result("play", hostStreamNotReady);
+    EXPECT_EQ(attempt({}), rtspOk);
+    EXPECT_TRUE(notReady_);
+    EXPECT_EQ(held(), 2u);
+    EXPECT_EQ(attempt({true, false}), rtspOk);
+    EXPECT_EQ(held(), 2u) << "it seeks still";
+    EXPECT_EQ(answers_, 0);
+    recording_->result("play", 0);
+    EXPECT_EQ(attempt({true, false}), rtspOk);
+    EXPECT_FALSE(notReady_);
+    EXPECT_EQ(answers_, 1);
+    EXPECT_EQ(heldAtAnswer_, 2);
+    EXPECT_EQ(held(), 0u);
+}
+
+TEST_F(RecordedSessionTest, TheLastTryLetsTheTransportsGo)
+{
+    recording_->result("play", hostStreamNotReady);
+    attempt({});
+    EXPECT_EQ(attempt({true, true}), rtspServiceUnavailable);
+    EXPECT_FALSE(notReady_);
+    EXPECT_EQ(held(), 0u);
+    EXPECT_EQ(session_->pause(""), rtspInvalidState);
+}
+
+TEST_F(RecordedSessionTest, PauseAndEndLetGoOfAPlayThatWaits)
+{
+    EXPECT_EQ(attempt({}), rtspOk);
+    recording_->result("play", hostStreamNotReady);
+    attempt({});
+    EXPECT_EQ(held(), 2u);
+    EXPECT_EQ(session_->pause(""), rtspOk);
+    EXPECT_EQ(held(), 0u);
+    attempt({});
+    session_->end();
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::closed);
+    EXPECT_EQ(attempt({true, false}), rtspSessionNotFound);
 }
 
 TEST(SessionTable, FindsSessionsByTheirExactIdOnly)
