@@ -1,7 +1,5 @@
 #include "refhost/rtsp/SessionVerbs.h"
 
-#include <algorithm>
-#include <utility>
 
 #include "hostapi/description/MediaInfo.h"
 #include "live/IRTSPControllerFactory.h"
@@ -41,32 +39,10 @@ bool acceptsSdp(const RtspRequest& request)
     return false;
 }
 
-std::optional<TransportChoice> chooseTransport(const RtspRequest& request)
-{
-    for (const RtspRequest::Header* header = request.find("Transport"); header != nullptr;
-         header = request.find("Transport", header))
-    {
-        const auto choice = TransportHeader::choose(header->value);
-        if (choice)
-        {
-            return choice;
-        }
-    }
-    return std::nullopt;
-}
-
-void appendPair(std::string& out, std::string_view name, int first, int second)
-{
-    out.append(";").append(name).append("=");
-    RtspText::appendNumber(out, static_cast<std::uint64_t>(first));
-    out += '-';
-    RtspText::appendNumber(out, static_cast<std::uint64_t>(second));
-}
-
 }  // namespace
 
 SessionVerbs::SessionVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions)
-    : services_(services), link_(link), sessions_(sessions)
+    : services_(services), link_(link), sessions_(sessions), deliveries_(services, link)
 {
 }
 
@@ -145,7 +121,7 @@ SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
             return Result::answered;
         }
     }
-    const auto choice = chooseTransport(exchange.request);
+    const auto choice = TrackDeliveries::choose(exchange.request);
     if (!choice)
     {
         exchange.answer(rtspUnsupportedTransport);
@@ -193,7 +169,8 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
     {
         status = session->setup(
             exchange.url.track,
-            [&](RtspSession::Delivery& out) { return makeDelivery(choice, *session, out, transportText); },
+            [&](RtspSession::Delivery& out)
+            { return deliveries_.make(choice, *session, out, transportText); },
             ssrc);
     }
     catch (...)
@@ -211,11 +188,7 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
     session->replays(exchange.require.replay);
     session->heard(link_.serial(), services_.clock());
     ResponseWriter& out = exchange.begin(rtspOk);
-    out.beginHeader("Transport");
-    out.text().append(transportText).append(";ssrc=");
-    RtspText::appendHex32(out.text(), ssrc);
-    out.text() += ";mode=\"PLAY\"";
-    out.endHeader();
+    TrackDeliveries::answer(out, transportText, ssrc);
     sessions_.addHeader(out, *session);
     out.header("Cache-Control", "no-cache");
     exchange.send();
@@ -228,44 +201,6 @@ void SessionVerbs::endIfEmpty(const std::shared_ptr<RtspSession>& session)
     {
         services_.sessions.end(session);
     }
-}
-
-RtspStatus SessionVerbs::makeDelivery(const TransportChoice& choice, const RtspSession& session,
-                                      RtspSession::Delivery& out, std::string& transportText)
-{
-    if (!choice.interleaved)
-    {
-        if (services_.udp == nullptr)
-        {
-            return rtspUnsupportedTransport;
-        }
-        const SocketAddress& peer = link_.peer();
-        out.transport.emplace(
-            services_.udp->makeTransport(services_.udpIsIpv6 ? peer.mappedStorage() : peer.storage(),
-                                         choice.rtpPort, choice.rtcpPort, session.liveness()));
-        transportText = "RTP/AVP;unicast";
-        appendPair(transportText, "client_port", choice.rtpPort, choice.rtcpPort);
-        appendPair(transportText, "server_port", services_.udp->rtpPort(), services_.udp->rtcpPort());
-        return rtspOk;
-    }
-    if (channels_ == nullptr)
-    {
-        channels_ = std::make_shared<InterleavedChannels>();
-    }
-    auto lease = channels_->lease(choice.rtpChannel, choice.rtcpChannel);
-    if (lease == nullptr)
-    {
-        return rtspUnsupportedTransport;
-    }
-    const SafePointer<InterleavedTransport> transport(new InterleavedTransport(
-        link_.frameWriter(), lease->rtpChannel(), lease->rtcpChannel(), session.liveness()));
-    lease->deliverTo(transport);
-    out.transport.emplace(transport);
-    out.link = link_.serial();
-    transportText = "RTP/AVP/TCP;unicast";
-    appendPair(transportText, "interleaved", lease->rtpChannel(), lease->rtcpChannel());
-    out.channels = std::move(lease);
-    return rtspOk;
 }
 
 void SessionVerbs::teardown(Exchange& exchange)
@@ -286,10 +221,7 @@ void SessionVerbs::teardown(Exchange& exchange)
 
 void SessionVerbs::received(int channel, const std::uint8_t* data, std::size_t size)
 {
-    if (channels_ != nullptr)
-    {
-        channels_->received(channel, data, size);
-    }
+    deliveries_.received(channel, data, size);
 }
 
 }  // namespace refhost

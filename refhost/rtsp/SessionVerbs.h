@@ -7,9 +7,9 @@
 #include "live/IRTSPController.h"
 #include "refhost/rtsp/Exchange.h"
 #include "refhost/rtsp/FrontServices.h"
-#include "refhost/rtsp/InterleavedChannels.h"
 #include "refhost/rtsp/LinkSessions.h"
 #include "refhost/rtsp/RtspSession.h"
+#include "refhost/rtsp/TrackDeliveries.h"
 #include "refhost/rtsp/TransportHeader.h"
 
 namespace refhost
@@ -40,13 +40,11 @@ private:
     void setupTrack(Exchange& exchange, const std::shared_ptr<RtspSession>& session,
                     const TransportChoice& choice);
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
-    RtspStatus makeDelivery(const TransportChoice& choice, const RtspSession& session,
-                            RtspSession::Delivery& out, std::string& transportText);
 
     FrontServices& services_;
     ClientLink& link_;
     LinkSessions& sessions_;
-    std::shared_ptr<InterleavedChannels> channels_;  // made with the first interleaved track
+    TrackDeliveries deliveries_;
 };
 
 }  // namespace refhost
