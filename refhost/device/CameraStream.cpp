@@ -90,6 +90,16 @@ void CameraStream::detach(const AccessUnitSink* sink)
     }
 }
 
+void CameraStream::attachMedia(std::shared_ptr<EncodedUnitSink> sink)
+{
+    mediaTap_->add(std::move(sink));
+}
+
+void CameraStream::detachMedia(const EncodedUnitSink* sink)
+{
+    mediaTap_->remove(sink);
+}
+
 void CameraStream::acquire()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
@@ -185,7 +195,7 @@ void CameraStream::start()
     events.described = [this, run] { queue_.post([this, run] { onDescribed(run, false); }); };
     events.ended = [this, run](const std::string& why)
     { queue_.post([this, run, why] { onEnded(run, why); }); };
-    pipeline_ = std::make_unique<StreamPipeline>(config_, title_, way_, std::move(events));
+    pipeline_ = std::make_unique<StreamPipeline>(config_, title_, way_, mediaTap_, std::move(events));
     std::string error;
     if (!pipeline_->start(usedTaps(), error))
     {
@@ -208,6 +218,7 @@ void CameraStream::stop()
     {
         tap->discontinuity();
     }
+    mediaTap_->discontinuity();
 }
 
 void CameraStream::onDescribed(std::uint64_t run, bool partial)

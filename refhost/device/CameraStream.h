@@ -50,6 +50,8 @@ public:
     Description describe(std::vector<SubMediaInfo>& tracks) override;
     void attach(const std::string& trackId, int payloadSize, std::shared_ptr<AccessUnitSink> sink) override;
     void detach(const AccessUnitSink* sink) override;
+    void attachMedia(std::shared_ptr<EncodedUnitSink> sink) override;
+    void detachMedia(const EncodedUnitSink* sink) override;
     void acquire() override;
     void release() override;
     void requestKeyFrame() override;
@@ -81,6 +83,7 @@ private:
     const std::string title_;
     const Options options_;
     const std::function<void()> changed_;
+    const std::shared_ptr<MediaTap> mediaTap_ = std::make_shared<MediaTap>();
 
     mutable std::mutex mutex_;
     std::shared_ptr<const Tracks> tracks_;  ///< null until they are known

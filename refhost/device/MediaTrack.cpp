@@ -10,8 +10,8 @@
 namespace refhost
 {
 
-MediaTrack::MediaTrack(GstElement* pipeline, MediaCoding coding, std::int64_t clockOffsetNs)
-    : pipeline_(pipeline), coding_(coding), clockOffsetNs_(clockOffsetNs)
+MediaTrack::MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap)
+    : clock_(clock), coding_(coding), mediaTap_(std::move(mediaTap))
 {
 }
 
@@ -26,12 +26,14 @@ bool MediaTrack::open(GstPad* pad, const std::string& line, PayloadBranch::OnCap
     }
     tee_ = gst_element_factory_make("tee", nullptr);
     g_object_set(tee_, "allow-not-linked", TRUE, nullptr);
-    gst_bin_add_many(GST_BIN(pipeline_), chain, tee_, nullptr);
+    gst_bin_add_many(GST_BIN(clock_.pipeline), chain, tee_, nullptr);
     gst_element_link(chain, tee_);
     if (!addBranch(usualPayloadSize, std::move(onCaps), error))
     {
         return false;
     }
+    const GstObjectPtr<GstPad> teeEntry(gst_element_get_static_pad(tee_, "sink"));
+    mediaProbe_ = std::make_unique<MediaProbe>(teeEntry.get(), coding_, clock_, mediaTap_);
     gst_element_sync_state_with_parent(tee_);
     gst_element_sync_state_with_parent(chain);
     const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(chain, "sink"));
@@ -79,8 +81,8 @@ std::uint64_t MediaTrack::packetCount() const
 
 bool MediaTrack::addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error)
 {
-    auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{pipeline_, tee_, clockOffsetNs_},
-                                                  coding_, payloadSize, std::move(onCaps));
+    auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{clock_, tee_}, coding_, payloadSize,
+                                                  std::move(onCaps));
     if (!branch->open(error))
     {
         return false;

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "refhost/device/MediaProbe.h"
 #include "refhost/device/PayloadBranch.h"
 
 namespace refhost
@@ -20,8 +21,9 @@ public:
 
     using Taps = std::map<int, std::shared_ptr<PacketTap>>;
 
-    /// \param pipeline  holds everything; outlives the track
-    MediaTrack(GstElement* pipeline, MediaCoding coding, std::int64_t clockOffsetNs);
+    /// \param clock  its pipeline holds everything and outlives the track
+    /// \param mediaTap  gets the encoded media
+    MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap);
     ~MediaTrack();
 
     /// Links the track behind a pad.
@@ -47,9 +49,10 @@ public:
 private:
     bool addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error);
 
-    GstElement* pipeline_;
+    CaptureClock clock_;
     MediaCoding coding_;
-    std::int64_t clockOffsetNs_;
+    std::shared_ptr<MediaTap> mediaTap_;
+    std::unique_ptr<MediaProbe> mediaProbe_;
     GstElement* tee_ = nullptr;  // owned by the pipeline
     std::map<int, std::unique_ptr<PayloadBranch>> branches_;
 };

@@ -45,7 +45,7 @@ PayloadBranch::~PayloadBranch()
         return;
     }
     unlinkFromTee();
-    GstBin* bin = GST_BIN(place_.pipeline);
+    GstBin* bin = GST_BIN(place_.clock.pipeline);
     for (GstElement* element : {sink_, payloader_, queue_})
     {
         // Its own state from now on: a pipeline that changes state meanwhile must not wake it up again.
@@ -83,7 +83,7 @@ bool PayloadBranch::open(std::string& error)
     callbacks.new_sample = &PayloadBranch::onNewSample;
     gst_app_sink_set_callbacks(GST_APP_SINK(sink_), &callbacks, this, nullptr);
 
-    gst_bin_add_many(GST_BIN(place_.pipeline), queue_, payloader_, sink_, nullptr);
+    gst_bin_add_many(GST_BIN(place_.clock.pipeline), queue_, payloader_, sink_, nullptr);
     gst_element_link_many(queue_, payloader_, sink_, nullptr);
     const GstObjectPtr<GstPad> queueSink(gst_element_get_static_pad(queue_, "sink"));
     gst_pad_add_probe(queueSink.get(), static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER),
@@ -205,7 +205,7 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
     {
         return;
     }
-    const bool taken = builder_.add(map.data, map.size, captureTimeOf(buffer, segment));
+    const bool taken = builder_.add(map.data, map.size, place_.clock.wallNs(GST_BUFFER_PTS(buffer), segment));
     gst_buffer_unmap(buffer, &map);
     packetCount_.fetch_add(1, std::memory_order_relaxed);
     if (!taken && !refusedTold_)
@@ -213,18 +213,6 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
         refusedTold_ = true;
         Log::warning("{}: packets with more than a plain RTP header are left out", trackIdOf(coding_));
     }
-}
-
-std::int64_t PayloadBranch::captureTimeOf(const GstBuffer* buffer, const GstSegment* segment)
-{
-    const GstClockTime running =
-        gst_segment_to_running_time(segment, GST_FORMAT_TIME, GST_BUFFER_PTS(buffer));
-    if (!GST_CLOCK_TIME_IS_VALID(running))
-    {
-        return g_get_real_time() * 1000;
-    }
-    return static_cast<std::int64_t>(gst_element_get_base_time(place_.pipeline) + running) +
-           place_.clockOffsetNs;
 }
 
 }  // namespace refhost

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 
+#include "refhost/device/CaptureClock.h"
 #include "refhost/device/MediaCoding.h"
 #include "refhost/device/PacketTap.h"
 
@@ -29,9 +30,8 @@ public:
 
     struct Place
     {
-        GstElement* pipeline;        ///< tells the base time
-        GstElement* tee;             ///< its parent is the pipeline
-        std::int64_t clockOffsetNs;  ///< wall clock less the pipeline's clock
+        CaptureClock clock;
+        GstElement* tee;  ///< its parent is the clock's pipeline
     };
 
     /// \param payloadSize  most bytes of RTP payload in a packet
@@ -63,7 +63,6 @@ private:
     void takeSample(GstSample* sample);
     void takePacket(GstBuffer* buffer, const GstSegment* segment);
     bool admits(GstBuffer* buffer);
-    std::int64_t captureTimeOf(const GstBuffer* buffer, const GstSegment* segment);
 
     Place place_;
     MediaCoding coding_;

@@ -9,8 +9,11 @@ namespace refhost
 {
 
 StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way,
-                               Events events)
-    : config_(config), events_(std::move(events)), source_(MediaSource::make(config, title, way, *this))
+                               std::shared_ptr<MediaTap> mediaTap, Events events)
+    : config_(config),
+      mediaTap_(std::move(mediaTap)),
+      events_(std::move(events)),
+      source_(MediaSource::make(config, title, way, *this))
 {
 }
 
@@ -177,7 +180,9 @@ void StreamPipeline::addTrack(GstPad* pad, MediaCoding coding, const std::string
         return dropPad(pad);
     }
     MediaTrack& track =
-        *tracks_.emplace(trackId, std::make_unique<MediaTrack>(pipeline_.get(), coding, clockOffsetNs_))
+        *tracks_
+             .emplace(trackId, std::make_unique<MediaTrack>(CaptureClock{pipeline_.get(), clockOffsetNs_},
+                                                            coding, mediaTap_))
              .first->second;
     {
         const std::lock_guard<std::mutex> description(descriptionMutex_);

@@ -38,7 +38,9 @@ public:
 
     /// \param title  burnt into the synthetic camera's picture
     /// \param way    as MediaSource::make() takes it
-    StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way, Events events);
+    /// \param mediaTap  gets the encoded media of every track
+    StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way,
+                   std::shared_ptr<MediaTap> mediaTap, Events events);
     /// Stops; no event is called and nothing is delivered after the return.
     ~StreamPipeline() override;
 
@@ -78,6 +80,7 @@ private:
     static MediaTrack::Taps tapsOf(const Taps& taps, const std::string& trackId);
 
     StreamConfig config_;
+    const std::shared_ptr<MediaTap> mediaTap_;
     Events events_;
     GstObjectPtr<GstElement> pipeline_;
     std::unique_ptr<MediaSource> source_;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "hostapi/description/SubMediaInfo.h"
+#include "refhost/live/EncodedUnit.h"
 #include "refhost/rtp/AccessUnit.h"
 
 namespace refhost
@@ -37,6 +38,12 @@ public:
                         std::shared_ptr<AccessUnitSink> sink) = 0;
     /// Removes a tap; the sink is not called any more after the return.
     virtual void detach(const AccessUnitSink* sink) = 0;
+
+    /// Adds a sink of all tracks' media as they are before they are cut into packets. It is served while the
+    /// source runs, now or later, from whatever comes next on. The source holds the sink until detachMedia().
+    virtual void attachMedia(std::shared_ptr<EncodedUnitSink> sink) = 0;
+    /// Removes a sink, not from within its calls; it is not called any more after the return.
+    virtual void detachMedia(const EncodedUnitSink* sink) = 0;
 
     /// Counts one viewer; the first one starts the source.
     virtual void acquire() = 0;

@@ -24,6 +24,8 @@ public:
     }
     void attach(const std::string&, int, std::shared_ptr<AccessUnitSink>) override {}
     void detach(const AccessUnitSink*) override {}
+    void attachMedia(std::shared_ptr<EncodedUnitSink>) override {}
+    void detachMedia(const EncodedUnitSink*) override {}
     void acquire() override {}
     void release() override {}
     void requestKeyFrame() override {}

@@ -32,10 +32,8 @@ protected:
 
     ~StreamFixture() override
     {
-        if (streams)
-        {
-            ChangeSignal::instance().unsubscribe(subscription);
-        }
+        // Also when a test ended the streams: the function speaks of this object.
+        ChangeSignal::instance().unsubscribe(subscription);
     }
 
     CameraStream& open()

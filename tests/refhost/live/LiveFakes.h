@@ -41,6 +41,8 @@ public:
         ++attached;
     }
 
+    void attachMedia(std::shared_ptr<EncodedUnitSink>) override {}
+    void detachMedia(const EncodedUnitSink*) override {}
     void detach(const AccessUnitSink* sink) override
     {
         const std::lock_guard<std::mutex> guard(mutex_);

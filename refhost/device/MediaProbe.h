@@ -1,0 +1,40 @@
+#pragma once
+
+#include <gst/gst.h>
+
+#include <memory>
+
+#include "refhost/device/CaptureClock.h"
+#include "refhost/device/GstHandles.h"
+#include "refhost/device/MediaCoding.h"
+#include "refhost/device/MediaTap.h"
+
+namespace refhost
+{
+
+/// Makes encoded units of what passes a pad, and hands them to a tap. While nobody taps it costs nothing.
+///
+/// Threads: made and destroyed while no data pass the pad; works on the pad's streaming thread.
+class MediaProbe
+{
+public:
+    MediaProbe(GstPad* pad, MediaCoding coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap);
+    ~MediaProbe();
+    MediaProbe(const MediaProbe&) = delete;
+    MediaProbe& operator=(const MediaProbe&) = delete;
+
+private:
+    static GstPadProbeReturn onBuffer(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    void take(GstBuffer* buffer);
+    bool updateFormat();
+
+    GstObjectPtr<GstPad> pad_;
+    MediaCoding coding_;
+    CaptureClock clock_;
+    std::shared_ptr<MediaTap> tap_;
+    gulong probe_ = 0;
+    GstValuePtr<GstCaps> caps_;  ///< that format_ was made of
+    std::shared_ptr<const MediaFormat> format_;
+};
+
+}  // namespace refhost
