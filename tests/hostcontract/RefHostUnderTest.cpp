@@ -63,6 +63,8 @@ public:
     }
     void attach(const std::string&, int, std::shared_ptr<refhost::AccessUnitSink>) override {}
     void detach(const refhost::AccessUnitSink*) override {}
+    void attachMedia(std::shared_ptr<refhost::EncodedUnitSink>) override {}
+    void detachMedia(const refhost::EncodedUnitSink*) override {}
     void acquire() override {}
     void release() override {}
     void requestKeyFrame() override {}
