@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 namespace refhost
 {
@@ -57,6 +58,17 @@ std::optional<MediaCoding> codingNamed(const std::string& name)
         return MediaCoding::pcma;
     }
     return std::nullopt;
+}
+
+std::optional<MediaCoding> codingEncodedAs(const std::string& encodingName)
+{
+    static const std::map<std::string, MediaCoding> codings = {{"H264", MediaCoding::h264},
+                                                               {"H265", MediaCoding::h265},
+                                                               {"MPEG4-GENERIC", MediaCoding::aac},
+                                                               {"PCMU", MediaCoding::pcmu},
+                                                               {"PCMA", MediaCoding::pcma}};
+    const auto found = codings.find(encodingName);
+    return found == codings.end() ? std::nullopt : std::optional<MediaCoding>(found->second);
 }
 
 std::optional<MediaCoding> codingOf(const GstCaps* caps)

@@ -31,6 +31,10 @@ const char* trackIdOf(MediaCoding coding);
 /// \returns the coding of that name in the configuration; nothing for "none"
 std::optional<MediaCoding> codingNamed(const std::string& name);
 
+/// \returns the coding with that encoding name in a description ("H264", "MPEG4-GENERIC"); nothing for
+/// another
+std::optional<MediaCoding> codingEncodedAs(const std::string& encodingName);
+
 /// \returns the coding of a stream with these caps; nothing when this host cannot send it as it is
 std::optional<MediaCoding> codingOf(const GstCaps* caps);
 

@@ -8,8 +8,8 @@
 
 namespace refhost
 {
-PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMediaInfo& info,
-                             int packetSize, const RtcpWriter::Name& name, const PlaybackSettings& settings)
+PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMediaInfo& info, int packetSize,
+                             const RtcpWriter::Name& name, const PlaybackSettings& settings)
     : id(info.trackId),
       encodingName(info.encodingName),
       video(info.mediaType == "video"),

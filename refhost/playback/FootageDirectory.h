@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "refhost/recording/RecordedSegment.h"
+#include "refhost/recording/RecordingIndex.h"
+
+namespace refhost
+{
+
+/// Where playback finds segments. Threads: any; may read from a disk.
+class FootageDirectory
+{
+public:
+    virtual ~FootageDirectory() = default;
+
+    /// The camera's stream that is played in an interval: the lowest with footage there.
+    virtual std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const = 0;
+
+    /// Segments of a stream with footage in [beginNs, endNs), closed and open ones, in the order of their
+    /// begin.
+    virtual std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
+                                              std::int64_t endNs) const = 0;
+};
+
+/// What a RecordingIndex knows.
+class IndexedFootage : public FootageDirectory
+{
+public:
+    explicit IndexedFootage(std::shared_ptr<const RecordingIndex> index);
+
+    std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override;
+    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
+                                      std::int64_t endNs) const override;
+
+private:
+    const std::shared_ptr<const RecordingIndex> index_;
+};
+
+}  // namespace refhost

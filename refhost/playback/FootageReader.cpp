@@ -1,0 +1,266 @@
+#include "refhost/playback/FootageReader.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <utility>
+
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::int64_t second = 1'000'000'000;
+/// A picture lasts about this long where nothing tells.
+constexpr std::int64_t usualPictureNs = 40'000'000;
+/// The index is asked about so much time at first, and about twice as much each time that there was nothing.
+constexpr std::int64_t firstSearchNs = 120 * second;
+/// Segments that are remembered from one question to the index.
+constexpr std::size_t mostFound = 16;
+/// How often in a row a reader comes back for footage that is being written before that counts as its end.
+constexpr int mostWaits = 30;
+/// How old the end of the last segment may be while the next one is still expected.
+constexpr std::int64_t seamWaitNs = 10 * second;
+/// A segment itself is interrupted where nothing comes for so long.
+constexpr std::int64_t pauseNs = 10 * second;
+
+}  // namespace
+
+FootageReader::FootageReader(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
+                             const Request& request)
+    : directory_(std::move(directory)), clock_(clock), request_(request), soughtFromNs_(request.fromNs)
+{
+}
+
+FootageReader::~FootageReader() = default;
+
+FootageReader::Result FootageReader::read(CodedUnit& out)
+{
+    for (;;)
+    {
+        if (!file_)
+        {
+            const Opened opened = openNext();
+            if (opened != Opened::yes)
+            {
+                return opened == Opened::later && ++waits_ < mostWaits ? Result::later : Result::end;
+            }
+        }
+        const SegmentFile::Result result = file_->read(out);
+        if (result == SegmentFile::Result::unit)
+        {
+            out.timeNs += segment_->beginNs;
+            if (takes(out))
+            {
+                waits_ = 0;
+                return Result::unit;
+            }
+            continue;
+        }
+        if (result == SegmentFile::Result::damaged)
+        {
+            Log::warning("recording {} is damaged; what follows in it is left out", segment_->path);
+        }
+        else if (!segment_->closed)
+        {
+            if (reopenGrown())
+            {
+                continue;
+            }
+            if (mayGrow())
+            {
+                return Result::later;
+            }
+        }
+        file_.reset();
+    }
+}
+
+FootageReader::Opened FootageReader::openNext()
+{
+    RecordedSegment segment;
+    while (nextSegment(segment))
+    {
+        soughtFromNs_ = segment.beginNs + 1;
+        if (openSegment(segment, request_.fromNs))
+        {
+            return Opened::yes;
+        }
+    }
+    const std::int64_t nowNs = clock_.wallNs();
+    const bool mayFollow = endNs_ != 0 && endNs_ < request_.endNs && nowNs - endNs_ < seamWaitNs;
+    return mayFollow ? Opened::later : Opened::none;
+}
+
+/// The next segment by begin. One is not found twice, however its neighbours overlap.
+bool FootageReader::nextSegment(RecordedSegment& out)
+{
+    std::int64_t beginNs = soughtFromNs_;
+    for (std::int64_t span = firstSearchNs; found_.empty() && beginNs < request_.endNs; span *= 2)
+    {
+        const std::int64_t endNs = request_.endNs - beginNs > span ? beginNs + span : request_.endNs;
+        for (RecordedSegment& segment :
+             directory_->find(request_.cameraId, request_.streamId, beginNs, endNs))
+        {
+            const bool later = !segment_ || segment.beginNs > segment_->beginNs;
+            if (later && found_.size() < mostFound)
+            {
+                found_.push_back(std::move(segment));
+            }
+        }
+        beginNs = endNs;
+    }
+    if (found_.empty())
+    {
+        return false;
+    }
+    out = std::move(found_.front());
+    found_.pop_front();
+    return true;
+}
+
+bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs)
+{
+    segment_ = segment;
+    if (!segment.closed)
+    {
+        std::error_code failure;
+        segment_->bytes = static_cast<std::int64_t>(std::filesystem::file_size(segment.path, failure));
+    }
+    std::string error;
+    file_ = SegmentFile::open(segment.path, error);
+    if (!file_)
+    {
+        Log::warning("recording {} cannot be played: {}", segment.path, error);
+        return false;
+    }
+    if (!fits(*file_))
+    {
+        Log::info("recording {} is left out: its coding is another one", segment.path);
+        file_.reset();
+        return false;
+    }
+    if (fromNs > segment.beginNs && !file_->seek(fromNs - segment.beginNs))
+    {
+        Log::warning("recording {} is damaged; it is left out", segment.path);
+        file_.reset();
+        return false;
+    }
+    fresh_ = true;
+    resuming_ = false;
+    return true;
+}
+
+bool FootageReader::fits(const SegmentFile& file) const
+{
+    const auto has = [](const SegmentFile::Track* track, const std::optional<MediaCoding>& coding)
+    { return coding && track != nullptr && track->coding == *coding; };
+    const bool video = has(file.video(), request_.video);
+    const bool sound = has(file.sound(), request_.sound);
+    return request_.video ? video : sound;
+}
+
+/// An open segment came to its end: reads on in what was written meanwhile.
+bool FootageReader::reopenGrown()
+{
+    const std::int64_t beginNs = segment_->beginNs;
+    for (RecordedSegment& now :
+         directory_->find(request_.cameraId, request_.streamId, beginNs, beginNs + second))
+    {
+        std::error_code failure;
+        const auto size = static_cast<std::int64_t>(std::filesystem::file_size(now.path, failure));
+        if (now.id != segment_->id || failure)
+        {
+            continue;
+        }
+        const bool grown = now.closed || size > segment_->bytes;
+        if (!grown || !openSegment(now, std::max(lastPictureNs_, lastSoundNs_) - usualPictureNs))
+        {
+            return false;
+        }
+        fresh_ = false;
+        resuming_ = true;
+        return true;
+    }
+    return false;
+}
+
+bool FootageReader::mayGrow()
+{
+    return endNs_ < request_.endNs && ++waits_ < mostWaits;
+}
+
+/// Whether a unit is to be played, in view of what was before.
+bool FootageReader::takes(const CodedUnit& unit)
+{
+    if (!wants(unit) || !follows(unit))
+    {
+        return false;
+    }
+    if (endNs_ != 0 && unit.timeNs - endNs_ > pauseNs)
+    {
+        beginSection();
+    }
+    endNs_ = std::max(endNs_, unit.timeNs + (unit.durationNs > 0 ? unit.durationNs : usualPictureNs));
+    (unit.video ? lastPictureNs_ : lastSoundNs_) = unit.timeNs;
+    if (waitsForKey_)
+    {
+        if (!isLead(unit) || !unit.key)
+        {
+            return false;
+        }
+        waitsForKey_ = false;
+        startNs_ = unit.timeNs;
+    }
+    // Pictures that lead a key picture need those before it.
+    return unit.timeNs >= startNs_ && (unit.key || !unit.video || !request_.keyPicturesOnly);
+}
+
+bool FootageReader::wants(const CodedUnit& unit) const
+{
+    const std::optional<MediaCoding>& coding = unit.video ? request_.video : request_.sound;
+    return coding && track(unit.video).coding == *coding;
+}
+
+/// Leaves out what was played already, of a segment read anew or one that overlaps the one before.
+bool FootageReader::follows(const CodedUnit& unit)
+{
+    if (!unit.video && unit.timeNs <= lastSoundNs_)
+    {
+        return false;
+    }
+    if (resuming_ && isLead(unit))
+    {
+        const bool beyond = unit.key && unit.timeNs > lastPictureNs_;
+        resuming_ = !beyond && unit.timeNs != lastPictureNs_ && unit.video;
+        return beyond || !unit.video;
+    }
+    fresh_ = fresh_ && endNs_ != 0;
+    if (!fresh_)
+    {
+        return true;
+    }
+    if (unit.timeNs - endNs_ > RecordingIndex::seamNs)
+    {
+        fresh_ = false;
+        beginSection();
+        return true;
+    }
+    if (!isLead(unit))
+    {
+        return true;
+    }
+    fresh_ = unit.video && (!unit.key || unit.timeNs <= lastPictureNs_);
+    return !fresh_;
+}
+
+void FootageReader::beginSection()
+{
+    ++section_;
+    waitsForKey_ = true;
+    endNs_ = 0;
+}
+
+}  // namespace refhost

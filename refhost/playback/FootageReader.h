@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+
+#include "refhost/base/HostClock.h"
+#include "refhost/device/MediaCoding.h"
+#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/SegmentFile.h"
+
+namespace refhost
+{
+
+/// Reads a camera's footage of an interval over the ends of segments and over gaps; times are wall clock,
+/// nanoseconds since 1970.
+///
+/// Segments that cannot be read are left out with a line in the log. Threads: one at a time. Reads from a
+/// disk.
+class FootageReader
+{
+public:
+    struct Request
+    {
+        int cameraId = 0;
+        int streamId = 0;
+        std::int64_t fromNs = 0;  ///< begins at the last key picture at or before it, or at what comes next
+        std::int64_t endNs = 0;   ///< nothing of a segment that begins here or later
+        bool keyPicturesOnly = false;
+        std::optional<MediaCoding> video;  ///< wanted in this coding
+        std::optional<MediaCoding> sound;
+    };
+
+    enum class Result
+    {
+        unit,
+        end,
+        later  ///< more may be written
+    };
+
+    /// \param clock  outlives the reader
+    FootageReader(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
+                  const Request& request);
+    ~FootageReader();
+
+    /// The next unit in the order of decoding, with its wall clock. Pictures begin with a key picture at the
+    /// begin and behind each gap, and sound with that picture.
+    Result read(CodedUnit& out);
+
+    /// Number of the contiguous section that the last unit belongs to.
+    std::uint32_t section() const
+    {
+        return section_;
+    }
+
+    /// What the last unit is.
+    const SegmentFile::Track& track(bool video) const
+    {
+        return video ? *file_->video() : *file_->sound();
+    }
+
+private:
+    enum class Opened
+    {
+        yes,
+        none,
+        later
+    };
+
+    Opened openNext();
+    bool openSegment(const RecordedSegment& segment, std::int64_t fromNs);
+    bool fits(const SegmentFile& file) const;
+    bool nextSegment(RecordedSegment& out);
+    bool reopenGrown();
+    bool mayGrow();
+    bool takes(const CodedUnit& unit);
+    bool wants(const CodedUnit& unit) const;
+    bool follows(const CodedUnit& unit);
+    void beginSection();
+    bool isLead(const CodedUnit& unit) const
+    {
+        return unit.video == request_.video.has_value();
+    }
+
+    const std::shared_ptr<const FootageDirectory> directory_;
+    const HostClock& clock_;
+    const Request request_;
+    std::deque<RecordedSegment> found_;  // the next ones in order
+    std::int64_t soughtFromNs_;          // footage from here on may not be found yet
+    std::optional<RecordedSegment> segment_;
+    std::unique_ptr<SegmentFile> file_;
+    bool fresh_ = false;       // no unit of the segment followed what was before yet
+    bool resuming_ = false;    // the segment is read again up to where it ended before
+    bool waitsForKey_ = true;  // sound waits too
+    std::uint32_t section_ = 0;
+    std::int64_t startNs_ = 0;  // of the section: its first key picture
+    std::int64_t endNs_ = 0;    // of the section as far as it was read; 0 before its first unit
+    std::int64_t lastPictureNs_ = 0;
+    std::int64_t lastSoundNs_ = 0;
+    int waits_ = 0;  // for growth, without any
+};
+
+}  // namespace refhost

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <gst/gst.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hostapi/description/SubMediaInfo.h"
+#include "refhost/device/AccessUnitBuilder.h"
+#include "refhost/device/GstHandles.h"
+#include "refhost/device/MediaCoding.h"
+
+namespace refhost
+{
+
+/// Makes access units of RTP packets from the coded units of one track, as a camera's stream does, but on the
+/// calling thread: what goes in has come out when push() returns.
+///
+/// It is a parser and a payloader without a pipeline around them. Threads: one at a time.
+class Packetiser
+{
+public:
+    /// \param payloadSize  most bytes of RTP payload in a packet
+    /// \returns null with `error` set when GStreamer lacks an element
+    static std::unique_ptr<Packetiser> make(MediaCoding coding, int payloadSize, std::string& error);
+    ~Packetiser();
+    Packetiser(const Packetiser&) = delete;
+    Packetiser& operator=(const Packetiser&) = delete;
+
+    MediaCoding coding() const
+    {
+        return coding_;
+    }
+
+    int payloadSize() const
+    {
+        return payloadSize_;
+    }
+
+    /// Takes the next coded unit; its PTS becomes the capture time of what comes out.
+    /// \param caps        what the unit is; may change from unit to unit
+    /// \param[in,out] out what came out is appended
+    /// \returns false when the unit makes no sense to the parser
+    bool push(GstCaps* caps, GstValuePtr<GstBuffer> unit, std::vector<AccessUnitPtr>& out);
+
+    /// What comes next does not follow what came before.
+    void flush();
+
+    /// Describes the track by what came out so far.
+    /// \returns false when that does not suffice
+    bool describe(SubMediaInfo& out) const;
+
+private:
+    Packetiser(MediaCoding coding, int payloadSize);
+    bool open(std::string& error);
+    void begin();
+    static GstFlowReturn onPacket(GstPad* pad, GstObject* parent, GstBuffer* buffer);
+    static GstFlowReturn onPackets(GstPad* pad, GstObject* parent, GstBufferList* list);
+    static gboolean onEvent(GstPad* pad, GstObject* parent, GstEvent* event);
+    void take(GstBuffer* packet);
+
+    const MediaCoding coding_;
+    const int payloadSize_;
+    AccessUnitBuilder builder_;
+    GstObjectPtr<GstElement> chain_;      // parser and payloader
+    GstObjectPtr<GstElement> payloader_;  // in the chain
+    GstObjectPtr<GstPad> in_;
+    GstObjectPtr<GstPad> out_;
+    GstValuePtr<GstCaps> caps_;
+    GstValuePtr<GstCaps> rtpCaps_;
+    std::vector<AccessUnitPtr>* made_ = nullptr;  // during push()
+};
+
+}  // namespace refhost

@@ -1,0 +1,288 @@
+#include "refhost/playback/RecordedSource.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::int64_t second = 1'000'000'000;
+/// Pictures that must be known behind one to tell when it is due: as many as a coder usually puts between
+/// two that are shown later.
+constexpr std::size_t picturesAhead = 4;
+/// Units that may wait for that.
+constexpr std::size_t mostWaiting = 128;
+
+std::size_t indexOf(bool video)
+{
+    return video ? 0 : 1;
+}
+
+std::optional<MediaCoding> codingOfTrack(const PlaybackSource::Track& track)
+{
+    return track.payloadSize > 0 ? codingEncodedAs(track.encodingName) : std::nullopt;
+}
+
+/// How long a block of sound lasts; 0 when only the file knows.
+std::int64_t soundLength(MediaCoding coding, const AccessUnit& unit, const GstCaps* caps)
+{
+    constexpr std::int64_t telephoneRate = 8000;
+    constexpr std::int64_t aacSamples = 1024;
+    if (coding != MediaCoding::aac)
+    {
+        return unit.payloadBytes * second / telephoneRate;
+    }
+    int rate = 0;
+    gst_structure_get_int(gst_caps_get_structure(caps, 0), "rate", &rate);
+    return rate > 0 ? aacSamples * second / rate : 0;
+}
+
+}  // namespace
+
+RecordedSource::RecordedSource(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
+                               const Interval& interval)
+    : directory_(std::move(directory)), clock_(clock), interval_(interval)
+{
+}
+
+RecordedSource::~RecordedSource() = default;
+
+bool RecordedSource::open(const Request& request)
+{
+    std::unique_ptr<Reading> reading = begin(request);
+    if (!reading)
+    {
+        return false;
+    }
+    if (!preparePacketiser(request.video, video_) || !preparePacketiser(request.sound, sound_))
+    {
+        return false;
+    }
+    reading_ = std::move(reading);
+    made_.clear();
+    return true;
+}
+
+std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& request)
+{
+    if (directory_ && !streamId_)
+    {
+        streamId_ = directory_->streamOf(interval_.cameraId, interval_.beginNs, interval_.endNs);
+    }
+    if (!streamId_)
+    {
+        return nullptr;
+    }
+    FootageReader::Request wanted;
+    wanted.cameraId = interval_.cameraId;
+    wanted.streamId = *streamId_;
+    wanted.fromNs = request.fromNs;
+    wanted.endNs = request.endNs;
+    wanted.keyPicturesOnly = request.keyPicturesOnly;
+    wanted.video = codingOfTrack(request.video);
+    wanted.sound = codingOfTrack(request.sound);
+    auto reading = std::make_unique<Reading>();
+    reading->request = request;
+    reading->done = {!wanted.video, !wanted.sound};
+    reading->reader = std::make_unique<FootageReader>(directory_, clock_, wanted);
+    readOne(*reading);
+    const bool found = !reading->waiting.empty() && reading->waiting.front().unit.timeNs < request.endNs;
+    return found ? std::move(reading) : nullptr;
+}
+
+bool RecordedSource::preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser)
+{
+    const auto coding = codingOfTrack(track);
+    if (!coding)
+    {
+        return true;
+    }
+    if (packetiser && packetiser->coding() == *coding && packetiser->payloadSize() == track.payloadSize)
+    {
+        packetiser->flush();
+        return true;
+    }
+    std::string error;
+    auto made = Packetiser::make(*coding, track.payloadSize, error);
+    if (!made)
+    {
+        Log::error("recordings cannot be sent: {}", error);
+        return false;
+    }
+    packetiser = std::move(made);
+    return true;
+}
+
+PlaybackSource::Result RecordedSource::read(PlaybackUnit& out)
+{
+    while (made_.empty())
+    {
+        Reading& reading = *reading_;
+        if (reading.done[0] && reading.done[1])
+        {
+            return Result::end;
+        }
+        Outlook outlook = outlookOf(reading);
+        if (!outlook.enough && reading.state == FootageReader::Result::unit)
+        {
+            readOne(reading);
+            continue;
+        }
+        if (reading.waiting.empty())
+        {
+            const bool later = reading.state == FootageReader::Result::later;
+            reading.state = later ? FootageReader::Result::unit : reading.state;
+            return later ? Result::later : Result::end;
+        }
+        if (takesHead(reading, outlook))
+        {
+            packetise(outlook);
+        }
+        reading.waiting.pop_front();
+    }
+    out = std::move(made_.front());
+    made_.pop_front();
+    return Result::unit;
+}
+
+void RecordedSource::readOne(Reading& reading)
+{
+    Waiting next;
+    reading.state = reading.reader->read(next.unit);
+    if (reading.state != FootageReader::Result::unit)
+    {
+        return;
+    }
+    next.section = reading.reader->section();
+    next.caps.reset(gst_caps_ref(reading.reader->track(next.unit.video).caps.get()));
+    reading.waiting.push_back(std::move(next));
+}
+
+RecordedSource::Outlook RecordedSource::outlookOf(const Reading& reading)
+{
+    Outlook outlook;
+    if (reading.waiting.empty())
+    {
+        return outlook;
+    }
+    const Waiting& head = reading.waiting.front();
+    const std::size_t needed = head.unit.video && !reading.request.keyPicturesOnly ? picturesAhead : 1;
+    std::size_t following = 0;
+    outlook.dueNs = head.unit.timeNs;
+    outlook.enough = reading.waiting.size() >= mostWaiting;
+    for (auto next = std::next(reading.waiting.begin()); next != reading.waiting.end(); ++next)
+    {
+        if (next->section != head.section)
+        {
+            outlook.enough = true;
+            break;
+        }
+        if (next->unit.video != head.unit.video)
+        {
+            continue;
+        }
+        ++following;
+        outlook.dueNs = std::min(outlook.dueNs, next->unit.timeNs);
+        if (next->unit.timeNs > head.unit.timeNs &&
+            (outlook.nextNs == 0 || next->unit.timeNs < outlook.nextNs))
+        {
+            outlook.nextNs = next->unit.timeNs;
+        }
+        outlook.last = outlook.last && next->unit.timeNs >= reading.request.endNs;
+    }
+    outlook.enough = outlook.enough || following >= needed;
+    outlook.last = outlook.last && reading.state != FootageReader::Result::later;
+    return outlook;
+}
+
+/// Whether the first waiting unit is before the end; settles when it is due.
+bool RecordedSource::takesHead(Reading& reading, Outlook& outlook)
+{
+    const Waiting& head = reading.waiting.front();
+    const std::size_t index = indexOf(head.unit.video);
+    if (outlook.dueNs >= reading.request.endNs)
+    {
+        reading.done[index] = true;
+        // The other track may have nothing left at all, or be about to end.
+        const bool farBehind = head.unit.timeNs - reading.request.endNs > second;
+        reading.done = {reading.done[0] || farBehind, reading.done[1] || farBehind};
+    }
+    if (reading.done[index])
+    {
+        return false;
+    }
+    if (head.section != reading.section)
+    {
+        reading.section = head.section;
+        reading.lastDueNs = {};
+    }
+    outlook.dueNs = std::max(outlook.dueNs, reading.lastDueNs[index]);
+    reading.lastDueNs[index] = outlook.dueNs;
+    return true;
+}
+
+void RecordedSource::packetise(const Outlook& outlook)
+{
+    Waiting& head = reading_->waiting.front();
+    const bool video = head.unit.video;
+    const std::int64_t durationNs = durationOf(head.unit, outlook);
+    GST_BUFFER_PTS(head.unit.buffer.get()) = static_cast<GstClockTime>(head.unit.timeNs);
+    GST_BUFFER_DTS(head.unit.buffer.get()) = static_cast<GstClockTime>(outlook.dueNs);
+    GST_BUFFER_DURATION(head.unit.buffer.get()) = static_cast<GstClockTime>(durationNs);
+    if (video && !head.unit.key)
+    {
+        GST_BUFFER_FLAG_SET(head.unit.buffer.get(), GST_BUFFER_FLAG_DELTA_UNIT);
+    }
+    std::vector<AccessUnitPtr> units;
+    Packetiser& packetiser = video ? *video_ : *sound_;
+    if (!packetiser.push(head.caps.get(), std::move(head.unit.buffer), units))
+    {
+        Log::debug("a unit of a recording makes no sense; it is left out");
+    }
+    for (const AccessUnitPtr& unit : units)
+    {
+        Outlook own = outlook;
+        own.last = outlook.last && unit == units.back();
+        const std::int64_t length = video ? 0 : soundLength(packetiser.coding(), *unit, head.caps.get());
+        add(unit, head, own, length > 0 ? length : durationNs);
+    }
+}
+
+std::int64_t RecordedSource::durationOf(const CodedUnit& unit, const Outlook& outlook)
+{
+    std::int64_t& usual = usualDurationNs_[indexOf(unit.video)];
+    const bool keysOnly = reading_->request.keyPicturesOnly;
+    if (unit.durationNs > 0 && !keysOnly)
+    {
+        usual = unit.durationNs;
+    }
+    else if (outlook.nextNs > 0)
+    {
+        usual = outlook.nextNs - unit.timeNs;
+    }
+    return usual;
+}
+
+void RecordedSource::add(const AccessUnitPtr& unit, const Waiting& from, const Outlook& outlook,
+                         std::int64_t durationNs)
+{
+    const bool video = from.unit.video;
+    PlaybackUnit made;
+    made.unit = unit;
+    made.video = video;
+    made.key = !video || from.unit.key;
+    made.last = outlook.last;
+    made.mediaNs = video ? from.unit.timeNs : unit->captureTimeNs;
+    made.dueNs = video ? outlook.dueNs : made.mediaNs;
+    made.durationNs = std::clamp<std::int64_t>(reading_->request.endNs - made.mediaNs, 0, durationNs);
+    made.section = from.section;
+    made_.push_back(std::move(made));
+}
+
+}  // namespace refhost

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+
+#include "refhost/base/HostClock.h"
+#include "refhost/playback/FootageReader.h"
+#include "refhost/playback/Packetiser.h"
+#include "refhost/playback/PlaybackSource.h"
+
+namespace refhost
+{
+
+/// A camera's recorded footage in RTP packets.
+class RecordedSource : public PlaybackSource
+{
+public:
+    /// What is played; wall clock, nanoseconds since 1970.
+    struct Interval
+    {
+        int cameraId = 0;
+        std::int64_t beginNs = 0;
+        std::int64_t endNs = 0;
+    };
+
+    /// \param directory  where segments are found; null where nothing is recorded
+    /// \param clock      outlives the source
+    RecordedSource(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
+                   const Interval& interval);
+    ~RecordedSource() override;
+
+    bool open(const Request& request) override;
+    Result read(PlaybackUnit& out) override;
+
+private:
+    /// A coded unit that waits until it is known what follows it.
+    struct Waiting
+    {
+        CodedUnit unit;
+        GstValuePtr<GstCaps> caps;
+        std::uint32_t section;
+    };
+
+    /// What is known of the first waiting unit.
+    struct Outlook
+    {
+        bool enough = false;
+        bool last = true;
+        std::int64_t dueNs = 0;
+        std::int64_t nextNs = 0;  ///< when the next unit of the track is shown; 0 when unknown
+    };
+
+    /// One way through the footage.
+    struct Reading
+    {
+        Request request;
+        std::unique_ptr<FootageReader> reader;
+        std::deque<Waiting> waiting;
+        FootageReader::Result state = FootageReader::Result::unit;  // what the reader said last
+        std::array<bool, 2> done{};                                 // video, sound: the end was passed
+        std::array<std::int64_t, 2> lastDueNs{};
+        std::uint32_t section = 0;
+    };
+
+    std::unique_ptr<Reading> begin(const Request& request);
+    static void readOne(Reading& reading);
+    static Outlook outlookOf(const Reading& reading);
+    static bool takesHead(Reading& reading, Outlook& outlook);
+    bool preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser);
+    void packetise(const Outlook& outlook);
+    std::int64_t durationOf(const CodedUnit& unit, const Outlook& outlook);
+    void add(const AccessUnitPtr& unit, const Waiting& from, const Outlook& outlook, std::int64_t durationNs);
+
+    const std::shared_ptr<const FootageDirectory> directory_;
+    const HostClock& clock_;
+    const Interval interval_;
+    std::optional<int> streamId_;
+    std::unique_ptr<Reading> reading_;
+    std::unique_ptr<Packetiser> video_;
+    std::unique_ptr<Packetiser> sound_;
+    std::array<std::int64_t, 2> usualDurationNs_{40'000'000, 20'000'000};
+    std::deque<PlaybackUnit> made_;
+};
+
+}  // namespace refhost

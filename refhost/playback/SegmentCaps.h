@@ -1,0 +1,25 @@
+#pragma once
+
+#include <gst/gst.h>
+
+#include <optional>
+
+#include "refhost/device/GstHandles.h"
+#include "refhost/device/MediaCoding.h"
+
+struct AVStream;
+
+namespace refhost
+{
+
+/// What a track of a file holds, in GStreamer's words.
+struct SegmentCaps
+{
+    MediaCoding coding;
+    GstValuePtr<GstCaps> caps;
+};
+
+/// \returns nothing for a track that this host cannot send
+std::optional<SegmentCaps> segmentCaps(const AVStream& stream);
+
+}  // namespace refhost

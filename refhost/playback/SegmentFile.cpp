@@ -1,0 +1,208 @@
+#include "refhost/playback/SegmentFile.h"
+
+#include <utility>
+
+extern "C"
+{
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/log.h>
+}
+
+#include "refhost/playback/SegmentCaps.h"
+
+namespace refhost
+{
+namespace
+{
+
+std::string textOf(int error)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(error, text, sizeof(text));
+    return text;
+}
+
+/// The demuxer's own messages name no file; what they are about is told by who opened it.
+void silenceDemuxer()
+{
+    static const bool silenced = (av_log_set_level(AV_LOG_QUIET), true);
+    static_cast<void>(silenced);
+}
+
+}  // namespace
+
+void SegmentFile::FreePacket::operator()(AVPacket* packet) const
+{
+    av_packet_free(&packet);
+}
+
+void SegmentFile::CloseInput::operator()(AVFormatContext* context) const
+{
+    avformat_close_input(&context);
+}
+
+SegmentFile::~SegmentFile() = default;
+
+std::unique_ptr<SegmentFile> SegmentFile::open(const std::string& path, std::string& error)
+{
+    silenceDemuxer();
+    std::unique_ptr<SegmentFile> file(new SegmentFile(path));
+    if (!file->openInput(error))
+    {
+        return nullptr;
+    }
+    if (!file->chooseTracks())
+    {
+        error = "it holds nothing that can be sent";
+        return nullptr;
+    }
+    return file;
+}
+
+bool SegmentFile::openInput(std::string& error)
+{
+    AVFormatContext* context = avformat_alloc_context();
+    if (context == nullptr)
+    {
+        error = "out of memory";
+        return false;
+    }
+    // Packets as they stand in the file: parsers and guessed times would cost more than all the rest.
+    context->flags |= AVFMT_FLAG_NOFILLIN | AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOBUFFER;
+    const std::string url = "file:" + path_;
+    const int status = avformat_open_input(&context, url.c_str(), av_find_input_format("matroska"), nullptr);
+    if (status < 0)
+    {
+        error = textOf(status);
+        return false;
+    }
+    input_.reset(context);
+    return true;
+}
+
+bool SegmentFile::chooseTracks()
+{
+    for (unsigned i = 0; i < input_->nb_streams; ++i)
+    {
+        AVStream* const stream = input_->streams[i];
+        auto found = segmentCaps(*stream);
+        const bool video = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+        std::optional<Track>& place = video ? video_ : sound_;
+        if (!found || place)
+        {
+            stream->discard = AVDISCARD_ALL;
+            continue;
+        }
+        place = Track{found->coding, std::move(found->caps)};
+        (video ? videoIndex_ : soundIndex_) = static_cast<int>(i);
+    }
+    return video_ || sound_;
+}
+
+std::int64_t SegmentFile::toNs(std::int64_t time, int stream) const
+{
+    constexpr AVRational nanoseconds{1, 1'000'000'000};
+    return av_rescale_q(time, input_->streams[stream]->time_base, nanoseconds);
+}
+
+bool SegmentFile::seek(std::int64_t timeNs)
+{
+    kept_.clear();
+    return timeNs > 0 && seekByIndex(timeNs) ? true : seekByReading(timeNs);
+}
+
+bool SegmentFile::seekByIndex(std::int64_t timeNs)
+{
+    constexpr AVRational nanoseconds{1, 1'000'000'000};
+    const int stream = video_ ? videoIndex_ : soundIndex_;
+    const std::int64_t time = av_rescale_q(timeNs, nanoseconds, input_->streams[stream]->time_base);
+    if (av_seek_frame(input_.get(), stream, time, AVSEEK_FLAG_BACKWARD) < 0)
+    {
+        return false;
+    }
+    return readKey(std::numeric_limits<std::int64_t>::min()) && kept_.front().timeNs <= timeNs;
+}
+
+/// For files whose index is missing or wrong, as those that a crash left behind.
+bool SegmentFile::seekByReading(std::int64_t timeNs)
+{
+    if (!rewind())
+    {
+        return false;
+    }
+    if (timeNs <= 0)
+    {
+        return true;
+    }
+    std::int64_t keyNs = 0;
+    CodedUnit unit;
+    while (read(unit) == Result::unit && unit.timeNs <= timeNs)
+    {
+        if (unit.key && unit.video == video_.has_value())
+        {
+            keyNs = unit.timeNs;
+        }
+    }
+    return rewind() && readKey(keyNs);
+}
+
+/// Reads up to the first key picture of a time or later and keeps it to be read again.
+bool SegmentFile::readKey(std::int64_t fromNs)
+{
+    CodedUnit unit;
+    while (read(unit) == Result::unit)
+    {
+        if (unit.key && unit.video == video_.has_value() && unit.timeNs >= fromNs)
+        {
+            kept_.push_back(std::move(unit));
+            return true;
+        }
+    }
+    return false;
+}
+
+bool SegmentFile::rewind()
+{
+    std::string error;
+    kept_.clear();
+    input_.reset();
+    return openInput(error);
+}
+
+SegmentFile::Result SegmentFile::read(CodedUnit& out)
+{
+    if (!kept_.empty())
+    {
+        out = std::move(kept_.front());
+        kept_.pop_front();
+        return Result::unit;
+    }
+    for (;;)
+    {
+        PacketPtr packet(av_packet_alloc());
+        const int status = av_read_frame(input_.get(), packet.get());
+        if (status < 0)
+        {
+            return status == AVERROR_EOF ? Result::end : Result::damaged;
+        }
+        const int stream = packet->stream_index;
+        if ((stream != videoIndex_ && stream != soundIndex_) || packet->pts == AV_NOPTS_VALUE ||
+            packet->size <= 0)
+        {
+            continue;
+        }
+        out.video = stream == videoIndex_;
+        out.key = !out.video || (packet->flags & AV_PKT_FLAG_KEY) != 0;
+        out.timeNs = toNs(packet->pts, stream);
+        out.durationNs = packet->duration > 0 ? toNs(packet->duration, stream) : 0;
+        const auto release = [](gpointer data) { FreePacket()(static_cast<AVPacket*>(data)); };
+        const auto size = static_cast<gsize>(packet->size);
+        guint8* const data = packet->data;
+        out.buffer.reset(gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, data, size, 0, size,
+                                                     packet.release(), release));
+        return Result::unit;
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <gst/gst.h>
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "refhost/device/GstHandles.h"
+#include "refhost/device/MediaCoding.h"
+
+struct AVFormatContext;
+struct AVPacket;
+
+namespace refhost
+{
+
+/// One coded picture or block of sound of a file.
+struct CodedUnit
+{
+    GstValuePtr<GstBuffer> buffer;
+    bool video = false;
+    bool key = false;
+    std::int64_t timeNs = 0;      ///< when it is shown; a file counts from its begin
+    std::int64_t durationNs = 0;  ///< 0 when unknown
+};
+
+/// Reads one Matroska file of recorded media, also one that is cut off or still grows.
+///
+/// Threads: one at a time. Reads from a disk.
+class SegmentFile
+{
+public:
+    struct Track
+    {
+        MediaCoding coding;
+        GstValuePtr<GstCaps> caps;  ///< what the units are
+    };
+
+    enum class Result
+    {
+        unit,
+        end,     ///< of what is on disk
+        damaged  ///< nothing more can be read
+    };
+
+    /// \param[out] error  why not, in plain words
+    /// \returns null with `error` set when the file cannot be read or holds nothing that this host can send
+    static std::unique_ptr<SegmentFile> open(const std::string& path, std::string& error);
+    ~SegmentFile();
+    SegmentFile(const SegmentFile&) = delete;
+    SegmentFile& operator=(const SegmentFile&) = delete;
+
+    /// The file's first track of the kind; null when there is none.
+    const Track* video() const
+    {
+        return video_ ? &*video_ : nullptr;
+    }
+
+    const Track* sound() const
+    {
+        return sound_ ? &*sound_ : nullptr;
+    }
+
+    /// Goes to the last key picture at or before a time; to the first one where there is none before. Sound
+    /// comes from about there on. Without pictures it goes to the sound of that time.
+    /// \returns false when the file is damaged there
+    bool seek(std::int64_t timeNs);
+
+    /// The next unit in the order of the file, of either track.
+    Result read(CodedUnit& out);
+
+private:
+    struct FreePacket
+    {
+        void operator()(AVPacket* packet) const;
+    };
+    struct CloseInput
+    {
+        void operator()(AVFormatContext* context) const;
+    };
+    using PacketPtr = std::unique_ptr<AVPacket, FreePacket>;
+
+    explicit SegmentFile(std::string path) : path_(std::move(path)) {}
+    bool openInput(std::string& error);
+    bool chooseTracks();
+    std::int64_t toNs(std::int64_t time, int stream) const;
+    bool seekByIndex(std::int64_t timeNs);
+    bool seekByReading(std::int64_t timeNs);
+    bool readKey(std::int64_t fromNs);
+    bool rewind();
+
+    const std::string path_;
+    std::unique_ptr<AVFormatContext, CloseInput> input_;
+    int videoIndex_ = -1;
+    int soundIndex_ = -1;
+    std::optional<Track> video_;
+    std::optional<Track> sound_;
+    std::deque<CodedUnit> kept_;  // read already
+};
+
+}  // namespace refhost

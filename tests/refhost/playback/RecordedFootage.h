@@ -1,0 +1,185 @@
+#pragma once
+
+#include <gst/gst.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "refhost/device/GstHandles.h"
+#include "refhost/playback/FootageDirectory.h"
+#include "tests/refhost/rtp/RtpFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+
+/// Segments that a test lists.
+class ListedFootage : public FootageDirectory
+{
+public:
+    void add(const RecordedSegment& segment)
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        segments_.push_back(segment);
+    }
+
+    void change(const RecordedSegment& segment)
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        for (RecordedSegment& other : segments_)
+        {
+            other = other.id == segment.id ? segment : other;
+        }
+    }
+
+    std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override
+    {
+        const auto found = find(cameraId, 0, beginNs, endNs);
+        return found.empty() ? std::nullopt : std::optional<int>(0);
+    }
+
+    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
+                                      std::int64_t endNs) const override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        std::vector<RecordedSegment> found;
+        for (const RecordedSegment& segment : segments_)
+        {
+            if (segment.cameraId == cameraId && segment.streamId == streamId && segment.beginNs < endNs &&
+                segment.beginNs + segment.durationNs > beginNs)
+            {
+                found.push_back(segment);
+            }
+        }
+        std::sort(found.begin(), found.end(),
+                  [](const RecordedSegment& left, const RecordedSegment& right)
+                  { return left.beginNs < right.beginNs; });
+        return found;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<RecordedSegment> segments_;
+};
+
+/// Real Matroska files of 25 pictures a second, a key picture each second, and PCMA sound of 20 ms a block,
+/// made by GStreamer in a directory that goes with the fixture. The recording begins at second 0.
+class RecordedFootageTest : public testing::Test
+{
+protected:
+    static constexpr std::int64_t second = 1'000'000'000;
+    static constexpr const char* pictures =
+        "x264enc tune=zerolatency speed-preset=ultrafast key-int-max=25 bitrate=200 ! h264parse";
+
+    static void SetUpTestSuite()
+    {
+        gst_init(nullptr, nullptr);
+    }
+
+    RecordedFootageTest()
+    {
+        std::string name = (std::filesystem::temp_directory_path() / "playback-XXXXXX").string();
+        EXPECT_NE(mkdtemp(name.data()), nullptr);
+        directory_ = name;
+    }
+
+    ~RecordedFootageTest() override
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(directory_, ignored);
+    }
+
+    static std::int64_t at(double seconds)
+    {
+        return 1'600'000'000 * second + static_cast<std::int64_t>(seconds * 1e9);
+    }
+
+    static double secondsAt(std::int64_t wallNs)
+    {
+        return static_cast<double>(wallNs - at(0)) / 1e9;
+    }
+
+    /// Makes a file of so many whole seconds. \returns its path
+    std::string makeFile(int seconds, const std::string& video = pictures,
+                         const std::string& sound = "alawenc")
+    {
+        const std::string path = directory_ + "/" + std::to_string(++files_) + ".mkv";
+        std::string line = "matroskamux name=mux ! filesink location=" + path;
+        if (!video.empty())
+        {
+            line += " videotestsrc pattern=ball num-buffers=" + std::to_string(25 * seconds) +
+                    " ! video/x-raw,format=I420,width=160,height=120,framerate=25/1 ! " + video +
+                    " ! queue ! mux.";
+        }
+        if (!sound.empty())
+        {
+            line += " audiotestsrc samplesperbuffer=160 num-buffers=" + std::to_string(50 * seconds) +
+                    " ! audio/x-raw,rate=8000,channels=1 ! " + sound + " ! queue ! mux.";
+        }
+        run(line);
+        return path;
+    }
+
+    /// Adds a segment that lists a file.
+    RecordedSegment addFile(const std::string& path, double begin, double seconds, bool closed = true)
+    {
+        RecordedSegment segment;
+        segment.id = ++segments_;
+        segment.cameraId = 1;
+        segment.beginNs = at(begin);
+        segment.durationNs = static_cast<std::int64_t>(seconds * 1e9);
+        segment.path = path;
+        segment.closed = closed;
+        footage->add(segment);
+        return segment;
+    }
+
+    RecordedSegment addSegment(double begin, int seconds)
+    {
+        return addFile(makeFile(seconds), begin, seconds);
+    }
+
+    /// Cuts a file off after a share of its bytes.
+    static void cut(const std::string& path, double share)
+    {
+        const auto size = static_cast<double>(std::filesystem::file_size(path));
+        std::filesystem::resize_file(path, static_cast<std::uintmax_t>(size * share));
+    }
+
+    static void run(const std::string& line)
+    {
+        GError* problem = nullptr;
+        GstElement* pipeline = gst_parse_launch(line.c_str(), &problem);
+        ASSERT_EQ(problem, nullptr) << problem->message;
+        gst_element_set_state(pipeline, GST_STATE_PLAYING);
+        GstBus* bus = gst_element_get_bus(pipeline);
+        const GstValuePtr<GstMessage> message(gst_bus_timed_pop_filtered(
+            bus, 20 * GST_SECOND, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR)));
+        gst_object_unref(bus);
+        gst_element_set_state(pipeline, GST_STATE_NULL);
+        gst_object_unref(pipeline);
+        ASSERT_TRUE(message);
+        ASSERT_EQ(GST_MESSAGE_TYPE(message.get()), GST_MESSAGE_EOS) << line;
+    }
+
+    std::string directory_;
+    std::shared_ptr<ListedFootage> footage = std::make_shared<ListedFootage>();
+    ManualClock clock;
+
+private:
+    int files_ = 0;
+    int segments_ = 0;
+};
+
+}  // namespace test
+}  // namespace refhost

@@ -1,0 +1,314 @@
+#include "refhost/playback/RecordedSource.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/refhost/playback/RecordedFootage.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+class RecordedSourceTest : public RecordedFootageTest
+{
+protected:
+    struct Read
+    {
+        std::vector<PlaybackUnit> pictures;
+        std::vector<PlaybackUnit> blocks;
+        PlaybackSource::Result result = PlaybackSource::Result::unit;
+    };
+
+    std::unique_ptr<RecordedSource> makeSource()
+    {
+        return std::make_unique<RecordedSource>(footage, clock,
+                                                RecordedSource::Interval{1, at(0), at(10'000)});
+    }
+
+    static PlaybackSource::Request request(double from, double end)
+    {
+        PlaybackSource::Request request;
+        request.fromNs = at(from);
+        request.endNs = at(end);
+        request.video = {1364, "H264"};
+        request.sound = {1364, "PCMA"};
+        return request;
+    }
+
+    static Read readOn(RecordedSource& source)
+    {
+        Read read;
+        PlaybackUnit unit;
+        while ((read.result = source.read(unit)) == PlaybackSource::Result::unit)
+        {
+            (unit.video ? read.pictures : read.blocks).push_back(unit);
+            if (read.pictures.size() + read.blocks.size() > 100'000)
+            {
+                ADD_FAILURE() << "it never ends";
+                return read;
+            }
+        }
+        return read;
+    }
+
+    Read readAll(double from, double end)
+    {
+        const auto source = makeSource();
+        EXPECT_TRUE(source->open(request(from, end)));
+        return readOn(*source);
+    }
+
+    static void expectPictures(const std::vector<PlaybackUnit>& pictures, double first, std::size_t count)
+    {
+        ASSERT_EQ(pictures.size(), count);
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            ASSERT_NEAR(secondsAt(pictures[i].mediaNs), first + 0.04 * static_cast<double>(i), 0.0011) << i;
+        }
+    }
+};
+
+TEST_F(RecordedSourceTest, OneSegmentIsReadWhole)
+{
+    addSegment(0, 4);
+    const Read read = readAll(0, 100);
+    EXPECT_EQ(read.result, PlaybackSource::Result::end);
+    expectPictures(read.pictures, 0, 100);
+    EXPECT_EQ(read.blocks.size(), 200U);
+    EXPECT_TRUE(read.pictures.front().key);
+    EXPECT_TRUE(read.pictures.front().unit->keyFrame);
+    EXPECT_FALSE(read.pictures[1].key);
+    EXPECT_TRUE(read.pictures.back().last);
+    EXPECT_TRUE(read.blocks.back().last);
+    EXPECT_FALSE(read.pictures[98].last);
+    EXPECT_NEAR(static_cast<double>(read.pictures.back().durationNs), 4e7, 1.1e6);
+}
+
+TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
+{
+    addSegment(0, 3);
+    addSegment(3, 3);
+    addSegment(6, 3);
+    const Read read = readAll(1.5, 7.5);
+    expectPictures(read.pictures, 1, 163);
+    EXPECT_NEAR(static_cast<double>(read.blocks.size()), 325, 2);
+    EXPECT_EQ(read.pictures.front().section, read.pictures.back().section);
+    for (std::size_t i = 1; i < read.blocks.size(); ++i)
+    {
+        ASSERT_GT(read.blocks[i].mediaNs, read.blocks[i - 1].mediaNs);
+    }
+}
+
+TEST_F(RecordedSourceTest, TheEndIsExact)
+{
+    addSegment(0, 3);
+    addSegment(3, 3);
+    const Read read = readAll(0, 3.5);
+    expectPictures(read.pictures, 0, 88);
+    EXPECT_LT(secondsAt(read.blocks.back().mediaNs), 3.5);
+    EXPECT_GT(secondsAt(read.blocks.back().mediaNs), 3.47);
+    EXPECT_LE(read.pictures.back().mediaNs + read.pictures.back().durationNs, at(3.5));
+    EXPECT_TRUE(read.pictures.back().last);
+}
+
+TEST_F(RecordedSourceTest, AGapBeginsANewSectionWithAKeyPicture)
+{
+    addSegment(0, 2);
+    addSegment(7200, 2);
+    const Read read = readAll(0, 10'000);
+    ASSERT_EQ(read.pictures.size(), 100U);
+    EXPECT_TRUE(read.pictures[49].last);
+    EXPECT_EQ(read.pictures[49].section + 1, read.pictures[50].section);
+    EXPECT_TRUE(read.pictures[50].key);
+    EXPECT_NEAR(secondsAt(read.pictures[50].mediaNs), 7200, 0.001);
+    for (const PlaybackUnit& block : read.blocks)
+    {
+        EXPECT_GE(block.mediaNs, secondsAt(block.mediaNs) < 100 ? at(0) : read.pictures[50].mediaNs);
+    }
+}
+
+TEST_F(RecordedSourceTest, AnInstantInAGapBeginsBehindIt)
+{
+    addSegment(0, 2);
+    addSegment(1000, 2);
+    const Read read = readAll(500, 10'000);
+    expectPictures(read.pictures, 1000, 50);
+}
+
+TEST_F(RecordedSourceTest, NothingBehindTheFootageIsFound)
+{
+    addSegment(0, 2);
+    const auto source = makeSource();
+    EXPECT_FALSE(source->open(request(50, 100)));
+    ASSERT_TRUE(source->open(request(0, 100)));
+    PlaybackUnit unit;
+    ASSERT_EQ(source->read(unit), PlaybackSource::Result::unit);
+    EXPECT_FALSE(source->open(request(50, 100))) << "and what was read goes on";
+    EXPECT_EQ(readOn(*source).pictures.size() + 1, 50U);
+}
+
+TEST_F(RecordedSourceTest, SegmentsThatCannotBeReadAreLeftOut)
+{
+    addSegment(0, 2);
+    std::ofstream(directory_ + "/bad.mkv") << "rubbish";
+    addFile(directory_ + "/bad.mkv", 2, 2);
+    addFile(directory_ + "/none.mkv", 4, 2);
+    addSegment(6, 2);
+    const Read read = readAll(0, 100);
+    ASSERT_EQ(read.pictures.size(), 100U);
+    EXPECT_NEAR(secondsAt(read.pictures[50].mediaNs), 6, 0.001);
+    EXPECT_NE(read.pictures[49].section, read.pictures[50].section);
+}
+
+TEST_F(RecordedSourceTest, ACutSegmentPlaysUpToTheCut)
+{
+    const RecordedSegment segment = addSegment(0, 4);
+    cut(segment.path, 0.6);
+    addSegment(4, 2);
+    const Read read = readAll(0, 100);
+    EXPECT_GT(read.pictures.size(), 50U + 40U);
+    EXPECT_NEAR(secondsAt(read.pictures[read.pictures.size() - 50].mediaNs), 4, 0.001);
+}
+
+TEST_F(RecordedSourceTest, OverlappingSegmentsNeverGoBack)
+{
+    addSegment(0, 3);
+    addSegment(1.5, 3);
+    const Read read = readAll(0, 100);
+    for (std::size_t i = 1; i < read.pictures.size(); ++i)
+    {
+        ASSERT_GT(read.pictures[i].mediaNs, read.pictures[i - 1].mediaNs);
+    }
+    EXPECT_NEAR(secondsAt(read.pictures.back().mediaNs), 4.46, 0.001);
+}
+
+TEST_F(RecordedSourceTest, PicturesOutOfOrderAreSentInTime)
+{
+    addFile(
+        makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse", ""),
+        0, 4);
+    PlaybackSource::Request wanted = request(1, 3);
+    wanted.sound = {};
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(wanted));
+    const Read read = readOn(*source);
+    ASSERT_GE(read.pictures.size(), 50U);
+    std::vector<std::int64_t> shown;
+    bool reordered = false;
+    for (std::size_t i = 0; i < read.pictures.size(); ++i)
+    {
+        const PlaybackUnit& picture = read.pictures[i];
+        shown.push_back(picture.mediaNs);
+        EXPECT_LE(picture.dueNs, picture.mediaNs);
+        EXPECT_GE(picture.mediaNs, read.pictures.front().mediaNs);
+        EXPECT_LT(picture.dueNs, at(3));
+        reordered = reordered || (i > 0 && picture.mediaNs < read.pictures[i - 1].mediaNs);
+        EXPECT_GE(picture.dueNs, i > 0 ? read.pictures[i - 1].dueNs : 0);
+    }
+    EXPECT_TRUE(reordered);
+    std::sort(shown.begin(), shown.end());
+    for (std::size_t i = 1; i < shown.size(); ++i)
+    {
+        ASSERT_NEAR(static_cast<double>(shown[i] - shown[i - 1]), 4e7, 1.1e6);
+    }
+}
+
+TEST_F(RecordedSourceTest, KeyPicturesAloneWhenAskedFor)
+{
+    addSegment(0, 5);
+    addSegment(5, 5);
+    PlaybackSource::Request wanted = request(0, 10);
+    wanted.keyPicturesOnly = true;
+    wanted.sound = {};
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(wanted));
+    const Read read = readOn(*source);
+    ASSERT_EQ(read.pictures.size(), 10U);
+    EXPECT_EQ(read.pictures.front().section, read.pictures.back().section);
+    EXPECT_EQ(read.pictures[3].durationNs, second);
+}
+
+TEST_F(RecordedSourceTest, AGrowingSegmentIsFollowed)
+{
+    const std::string whole = makeFile(6);
+    const std::string path = directory_ + "/growing.mkv";
+    std::filesystem::copy_file(whole, path);
+    cut(path, 0.5);
+    RecordedSegment segment = addFile(path, 0, 100, false);
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(request(0, 100)));
+    const Read before = readOn(*source);
+    EXPECT_EQ(before.result, PlaybackSource::Result::later);
+    EXPECT_GT(before.pictures.size(), 50U);
+    EXPECT_LT(before.pictures.size(), 100U);
+    std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
+    segment.closed = true;
+    footage->change(segment);
+    const Read after = readOn(*source);
+    EXPECT_EQ(after.result, PlaybackSource::Result::end);
+    EXPECT_EQ(before.pictures.size() + after.pictures.size(), 150U);
+    EXPECT_NEAR(static_cast<double>(after.pictures.front().mediaNs - before.pictures.back().mediaNs), 4e7,
+                1.1e6);
+}
+
+TEST_F(RecordedSourceTest, WaitingForGrowthEnds)
+{
+    const std::string path = makeFile(2);
+    addFile(path, 0, 100, false);
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(request(0, 100)));
+    int waits = 0;
+    while (readOn(*source).result == PlaybackSource::Result::later)
+    {
+        ASSERT_LT(++waits, 1000);
+    }
+    EXPECT_GT(waits, 3);
+}
+
+TEST_F(RecordedSourceTest, AacSoundIsRead)
+{
+    addFile(makeFile(3, pictures, "avenc_aac ! aacparse"), 0, 3);
+    PlaybackSource::Request wanted = request(0, 10);
+    wanted.sound = {1364, "MPEG4-GENERIC"};
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(wanted));
+    const Read read = readOn(*source);
+    ASSERT_GE(read.blocks.size(), 22U);
+    EXPECT_EQ(read.blocks.front().durationNs, 128'000'000);
+    EXPECT_GE(read.blocks.front().mediaNs, at(0));
+}
+
+TEST_F(RecordedSourceTest, FootageOfAnotherCodingIsLeftOut)
+{
+    addSegment(0, 2);
+    addFile(makeFile(2, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse"), 2, 2);
+    addSegment(4, 2);
+    const Read read = readAll(0, 100);
+    EXPECT_EQ(read.pictures.size(), 100U);
+    EXPECT_NEAR(secondsAt(read.pictures.back().mediaNs), 5.96, 0.001);
+}
+
+TEST_F(RecordedSourceTest, PacketsKeepTheSizeThatWasAskedFor)
+{
+    addFile(makeFile(2, "x264enc speed-preset=ultrafast key-int-max=25 bitrate=4000 ! h264parse"), 0, 2);
+    PlaybackSource::Request wanted = request(0, 2);
+    wanted.video.payloadSize = 500;
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(wanted));
+    std::size_t largest = 0;
+    for (const PlaybackUnit& picture : readOn(*source).pictures)
+    {
+        for (const AccessUnit::Packet& packet : picture.unit->packets)
+        {
+            largest = std::max<std::size_t>(largest, packet.size);
+        }
+    }
+    EXPECT_LE(largest, 512U);
+    EXPECT_GT(largest, 450U);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost

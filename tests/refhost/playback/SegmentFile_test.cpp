@@ -1,0 +1,168 @@
+#include "refhost/playback/SegmentFile.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/refhost/playback/RecordedFootage.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+class SegmentFileTest : public RecordedFootageTest
+{
+protected:
+    static std::unique_ptr<SegmentFile> open(const std::string& path)
+    {
+        std::string error;
+        auto file = SegmentFile::open(path, error);
+        EXPECT_TRUE(file) << error;
+        return file;
+    }
+
+    struct Count
+    {
+        int pictures = 0;
+        int keys = 0;
+        int blocks = 0;
+        std::int64_t lastPictureNs = -1;
+    };
+
+    static Count countRest(SegmentFile& file)
+    {
+        Count count;
+        CodedUnit unit;
+        while (file.read(unit) == SegmentFile::Result::unit)
+        {
+            count.pictures += unit.video ? 1 : 0;
+            count.keys += unit.video && unit.key ? 1 : 0;
+            count.blocks += unit.video ? 0 : 1;
+            count.lastPictureNs = unit.video ? unit.timeNs : count.lastPictureNs;
+        }
+        return count;
+    }
+
+    static std::int64_t firstPictureNs(SegmentFile& file)
+    {
+        CodedUnit unit;
+        while (file.read(unit) == SegmentFile::Result::unit)
+        {
+            if (unit.video)
+            {
+                EXPECT_TRUE(unit.key);
+                return unit.timeNs;
+            }
+        }
+        return -1;
+    }
+};
+
+TEST_F(SegmentFileTest, EveryUnitIsRead)
+{
+    const auto file = open(makeFile(3));
+    ASSERT_TRUE(file->video());
+    ASSERT_TRUE(file->sound());
+    EXPECT_EQ(file->video()->coding, MediaCoding::h264);
+    EXPECT_EQ(file->sound()->coding, MediaCoding::pcma);
+    const Count count = countRest(*file);
+    EXPECT_EQ(count.pictures, 75);
+    EXPECT_EQ(count.keys, 3);
+    EXPECT_EQ(count.blocks, 150);
+    EXPECT_EQ(count.lastPictureNs, 2'960'000'000);
+}
+
+TEST_F(SegmentFileTest, SeekGoesToTheKeyPictureAtOrBefore)
+{
+    const auto file = open(makeFile(5));
+    for (const auto& [to, key] : {std::pair{2.5, 2}, {3.0, 3}, {0.0, 0}, {4.96, 4}, {9.0, 4}, {0.99, 0}})
+    {
+        ASSERT_TRUE(file->seek(static_cast<std::int64_t>(to * 1e9)));
+        EXPECT_EQ(firstPictureNs(*file), key * second) << to;
+    }
+}
+
+TEST_F(SegmentFileTest, ACutFileIsReadAndSoughtUpToTheCut)
+{
+    const std::string path = makeFile(5);
+    cut(path, 0.7);
+    const auto file = open(path);
+    const Count count = countRest(*file);
+    EXPECT_GT(count.pictures, 60);
+    EXPECT_LT(count.pictures, 125);
+    ASSERT_TRUE(file->seek(second * 5 / 2));
+    EXPECT_EQ(firstPictureNs(*file), 2 * second);
+    ASSERT_TRUE(file->seek(second * 50));
+    EXPECT_EQ(firstPictureNs(*file), count.lastPictureNs / second * second);
+}
+
+TEST_F(SegmentFileTest, WhatIsNoRecordingIsRefused)
+{
+    std::string error;
+    EXPECT_FALSE(SegmentFile::open(directory_ + "/none.mkv", error));
+    EXPECT_FALSE(error.empty());
+    const std::string path = directory_ + "/text.mkv";
+    std::ofstream(path) << std::string(100'000, 'x');
+    error.clear();
+    EXPECT_FALSE(SegmentFile::open(path, error));
+    EXPECT_FALSE(error.empty());
+    std::ofstream(path, std::ios::trunc).close();
+    EXPECT_FALSE(SegmentFile::open(path, error));
+}
+
+TEST_F(SegmentFileTest, EveryPrefixOfAFileIsHandled)
+{
+    const std::string whole = makeFile(1);
+    const auto size = std::filesystem::file_size(whole);
+    for (std::uintmax_t length = 0; length < size; length += 97)
+    {
+        const std::string path = directory_ + "/prefix.mkv";
+        std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::resize_file(path, length);
+        std::string error;
+        const auto file = SegmentFile::open(path, error);
+        if (file)
+        {
+            EXPECT_LE(countRest(*file).pictures, 25);
+            file->seek(second / 2);
+        }
+    }
+}
+
+TEST_F(SegmentFileTest, DamageInTheMiddleLosesNoMoreThanItself)
+{
+    const std::string path = makeFile(5);
+    {
+        std::fstream bytes(path, std::ios::in | std::ios::out | std::ios::binary);
+        bytes.seekp(static_cast<std::streamoff>(std::filesystem::file_size(path) / 2));
+        const std::string rubbish(300, '\xff');
+        bytes.write(rubbish.data(), static_cast<std::streamsize>(rubbish.size()));
+    }
+    const auto file = open(path);
+    EXPECT_GT(countRest(*file).pictures, 50);
+}
+
+TEST_F(SegmentFileTest, SoundAloneIsSoughtToo)
+{
+    const auto file = open(makeFile(5, ""));
+    EXPECT_FALSE(file->video());
+    ASSERT_TRUE(file->seek(2 * second));
+    CodedUnit unit;
+    ASSERT_EQ(file->read(unit), SegmentFile::Result::unit);
+    EXPECT_NEAR(static_cast<double>(unit.timeNs), 2e9, 2.1e7);
+}
+
+TEST_F(SegmentFileTest, AacAndH265AreKnown)
+{
+    const auto file = open(
+        makeFile(1, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse", "avenc_aac ! aacparse"));
+    ASSERT_TRUE(file->video());
+    ASSERT_TRUE(file->sound());
+    EXPECT_EQ(file->video()->coding, MediaCoding::h265);
+    EXPECT_EQ(file->sound()->coding, MediaCoding::aac);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
