@@ -1,8 +1,5 @@
 #include "live/PayloadSize.h"
 
-#include "hostapi/device/IConnection.h"
-#include "hostapi/live/LiveDispatcherMgr.h"
-
 namespace
 {
 
@@ -17,13 +14,7 @@ bool PayloadSize::isKnownTransport(int transportKind)
            transportKind == IConnection::udpMulticast;
 }
 
-bool PayloadSize::byTransport(int transportKind, LiveDispatcherMgr& dispatcher, int& bytes)
+int PayloadSize::withoutHeaders(int mtu)
 {
-    if (!isKnownTransport(transportKind))
-    {
-        return false;
-    }
-    bytes = transportKind == IConnection::udpUnicast ? dispatcher.getMTUParam().getMTUValue() - headerRoom
-                                                     : standard;
-    return true;
+    return mtu - headerRoom;
 }

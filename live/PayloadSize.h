@@ -1,6 +1,6 @@
 #pragma once
 
-class LiveDispatcherMgr;
+#include "hostapi/device/IConnection.h"
 
 /// How many bytes of RTP payload a packet may have, by the transport kind of its connection.
 class PayloadSize
@@ -13,8 +13,23 @@ public:
     /// \returns true for the transport kinds that SETUP accepts
     static bool isKnownTransport(int transportKind);
 
-    /// Takes the size for UDP unicast from the dispatcher's MTU.
+    /// Takes the size for UDP unicast, and only that, from the dispatcher's MTU.
+    /// \tparam Dispatcher  has getMTUParam(), as LiveDispatcherMgr and RTPPlayBackDispacher do
     /// \param[out] bytes  the size; left as it was for an unknown kind
     /// \returns as isKnownTransport()
-    static bool byTransport(int transportKind, LiveDispatcherMgr& dispatcher, int& bytes);
+    template <class Dispatcher>
+    static bool byTransport(int transportKind, Dispatcher& dispatcher, int& bytes)
+    {
+        if (!isKnownTransport(transportKind))
+        {
+            return false;
+        }
+        bytes = transportKind == IConnection::udpUnicast
+                    ? withoutHeaders(dispatcher.getMTUParam().getMTUValue())
+                    : standard;
+        return true;
+    }
+
+private:
+    static int withoutHeaders(int mtu);
 };

@@ -16,6 +16,24 @@ int ControllerCodec::create(int thirdPlatType, const std::string& url, SafePoint
                     controllerName_, url.c_str());
         return statusRefused;
     }
+    return createBy(factory, codec);
+}
+
+int ControllerCodec::createForRendering(int thirdPlatType, SafePointer<IMediaUrl>& codec) const
+{
+    SafePointer<IMediaUrlFactory> factory;
+    if (!MediaUrlFactoryMap::getInstance()->lookup(thirdPlatType, factory))
+    {
+        std::printf("##########%s::MediaUrlFactoryMap::getInstance()->lookup MediaUrlFactory fail!!\n",
+                    controllerName_);
+        return statusRefused;
+    }
+    return createBy(factory, codec);
+}
+
+int ControllerCodec::createBy(const SafePointer<IMediaUrlFactory>& factory,
+                              SafePointer<IMediaUrl>& codec) const
+{
     const int result = factory->createMediaUrl(codec);
     if (result != statusSuccess)
     {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "mediaurl/IMediaUrl.h"
+#include "mediaurl/IMediaUrlFactory.h"
 #include "support/SafePointer.h"
 
 /// How a controller comes to a codec of its own: by the registry and the factory found there, with the
@@ -20,6 +21,11 @@ public:
     /// \returns 0; -6 when no factory is registered for the type; otherwise the factory's code
     int create(int thirdPlatType, const std::string& url, SafePointer<IMediaUrl>& codec) const;
 
+    /// The same for rendering, where there is no URL to print: another line tells that no factory is there.
+    int createForRendering(int thirdPlatType, SafePointer<IMediaUrl>& codec) const;
+
 private:
+    int createBy(const SafePointer<IMediaUrlFactory>& factory, SafePointer<IMediaUrl>& codec) const;
+
     const char* controllerName_;
 };

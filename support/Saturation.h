@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
 /// Conversions from double to integers that have a result for every double on every platform, where the
 /// language's own has none for what does not fit. Fractions are dropped, what lies outside of the type
@@ -20,5 +21,19 @@ public:
             return 4294967295u;
         }
         return static_cast<std::uint32_t>(value);
+    }
+
+    static constexpr std::int32_t toSigned32(double value)
+    {
+        if (value >= 2147483647.0)
+        {
+            return std::numeric_limits<std::int32_t>::max();
+        }
+        if (value <= -2147483648.0)
+        {
+            return std::numeric_limits<std::int32_t>::min();
+        }
+        // Only a NaN differs from itself.
+        return value == value ? static_cast<std::int32_t>(value) : 0;
     }
 };

@@ -10,6 +10,8 @@
 #include "audioback/OVAudioBackDispatcherMgr.h"
 #include "hostapi/live/LiveDispatcherMgr.h"
 #include "hostapi/live/RTPStreamDispatcherMgr.h"
+#include "hostapi/playback/OVAVPlayBackSource.h"
+#include "hostapi/playback/RTPPlayBackDispacherMgr.h"
 #include "live/OVLiveController.h"
 #include "live/OVLiveController2.h"
 #include "live/OVLiveControllerFactory.h"
@@ -19,6 +21,8 @@
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrl.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
+#include "playback/OVPlaybackController.h"
+#include "playback/OVPlaybackControllerFactory.h"
 #include "support/OVMutexManager.h"
 #include "support/function.h"
 #include "tests/CapturedOutput.h"
@@ -335,6 +339,7 @@ TEST(Layout, ControllerFactoryFieldsStandInTheirOrder)
     expectFactoryFieldsInTheirOrder<OVLiveControllerFactory>(0);
     expectFactoryFieldsInTheirOrder<OVLiveControllerFactory2>(0);
     expectFactoryFieldsInTheirOrder<OVMulticastLiveControlerFactory>(1);
+    expectFactoryFieldsInTheirOrder<OVPlaybackControllerFactory>(0);
 }
 
 TEST(Layout, LiveControllerFieldsStandInTheirOrder)
@@ -401,9 +406,10 @@ using MayThrow =
                    function_obj<int, int (*)()>, IMediaUrl, IMediaUrlFactory, MediaUrlFactoryMap,
                    OrvaneMediaUrl, OrvaneMediaUrlFactory, IRTSPController, IRTSPControllerFactory,
                    OVLiveController, OVLiveControllerFactory, OVLiveController2, OVLiveControllerFactory2,
-                   OVMulticastLiveController, OVMulticastLiveControlerFactory, OVAudioBackDispatcherMgr,
-                   AudioDispatcher, IMediaPlayer, IConnection, RTPStreamDispatcherMgr, LiveDispatcherMgr,
-                   OVThread, GThread>;
+                   OVMulticastLiveController, OVMulticastLiveControlerFactory, OVPlaybackController,
+                   OVPlaybackControllerFactory, OVPlayBack, RTPPlayBackDispacher, RTPPlayBackDispacherMgr,
+                   IMediaSource, OVAVPlayBackSource, OVAudioBackDispatcherMgr, AudioDispatcher, IMediaPlayer,
+                   IConnection, RTPStreamDispatcherMgr, LiveDispatcherMgr, OVThread, GThread>;
 TYPED_TEST_SUITE(DestructorThatMayThrow, MayThrow);
 
 TYPED_TEST(DestructorThatMayThrow, IsDeclaredSoAndVirtual)

@@ -8,6 +8,7 @@ namespace
 {
 
 const char className[] = "RTPPlayBackDispacher";
+const int defaultMtu = 1440;
 
 }  // namespace
 
@@ -29,7 +30,6 @@ struct RTPPlayBackDispacher::Impl
 RTPPlayBackDispacher::RTPPlayBackDispacher() : impl_(new Impl(FakeHost::instance().nextNumber(className)))
 {
     FakeHost::instance().born(className);
-    impl_->mtu.setMTUValue(1440);
 }
 
 RTPPlayBackDispacher::~RTPPlayBackDispacher() noexcept(false)
@@ -71,7 +71,8 @@ int RTPPlayBackDispacher::start()
 
 MTUParam& RTPPlayBackDispacher::getMTUParam()
 {
-    impl_->called("getMTUParam", std::string());
+    // Its script tells the MTU: nobody else reaches the dispatcher of a session.
+    impl_->mtu.setMTUValue(impl_->tracks.outcomeOf("getMTUParam", std::string(), defaultMtu));
     return impl_->mtu;
 }
 

@@ -1,0 +1,207 @@
+#include "playback/OVPlaybackController.h"
+
+#include <cstdio>
+
+#include "hostapi/base/DataConverter.h"
+#include "hostapi/description/MediaInfoTool.h"
+#include "hostapi/playback/RTPPlayBackDispacherMgr.h"
+#include "mediaurl/ControllerCodec.h"
+#include "support/OVMutexManager.h"
+#include "support/Saturation.h"
+#include "support/StatusCode.h"
+
+namespace
+{
+
+const char* const unit = "OVPlaybackController";
+// Another class's name in what is printed, deliberately: who reads the output looks for it so.
+const char* const printedName = "OVPlayBack";
+
+// The lines by which the mutex's diagnostics know the guards of this class.
+enum GuardLine
+{
+    guardInitInstance = 29,
+    guardGetMediaInfo = 133,
+    guardCorrectPlayRange = 236,
+};
+
+}  // namespace
+
+OVPlaybackController::OVPlaybackController() : thirdPlatType_(0)
+{
+    mediaInfo_.clearAllSubMediaInfo();
+}
+
+OVPlaybackController::~OVPlaybackController() noexcept(false) = default;
+
+int OVPlaybackController::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
+                                       const DeviceExAbility& ability)
+{
+    OVMutexManager guard(mutex_, unit, guardInitInstance);
+    if (url.empty())
+    {
+        return statusNotFound;
+    }
+    thirdPlatType_ = thirdPlatType;
+    deviceInfo_ = device;
+    deviceAbility_ = ability;
+    const int result = parseMediaUrl(url);
+    return result == statusSuccess ? createMediaInfo() : result;
+}
+
+int OVPlaybackController::parseMediaUrl(const std::string& url)
+{
+    SafePointer<IMediaUrl> codec;
+    int result = ControllerCodec(printedName).create(thirdPlatType_, url, codec);
+    if (result != statusSuccess)
+    {
+        return result;
+    }
+    result = codec->parsePlaybackMediaUrl(url);
+    if (result != statusSuccess)
+    {
+        std::puts("##########OVPlayBack::parseMediaUrl objMediaUrl->parsePlaybackMediaUrl error!!");
+        return result;
+    }
+    mediaUrlParam_ = codec->objMediaUrlParam;
+
+    std::string cameraText;
+    std::string beginText;
+    std::string endText;
+    DataConverter::convert(mediaUrlParam_.getCameraID(), cameraText);
+    DataConverter::convert(mediaUrlParam_.getRecordBeginTime(), beginText);
+    DataConverter::convert(mediaUrlParam_.getRecordEndTime(), endText);
+    recordKey_ = cameraText + "_" + beginText + "_" + endText;
+    return statusSuccess;
+}
+
+int OVPlaybackController::createMediaInfo()
+{
+    SafePointer<IMediaUrl> codec;
+    int result = ControllerCodec(printedName).createForRendering(thirdPlatType_, codec);
+    if (result != statusSuccess)
+    {
+        return result;
+    }
+    codec->objMediaUrlParam = mediaUrlParam_;
+    const std::string canonicalUrl = codec->toPlayBackMediaUrl();
+
+    MediaInfoTool tool;
+    tool.setDeviceInfoEx(deviceInfo_);
+    tool.setDeviceExAbility(deviceAbility_);
+    tool.setMediaUrl(canonicalUrl);
+    // The codec's own number, not the one that its factory is registered under.
+    tool.setThirdPlatType(codec->getThirdPlatType());
+    result = tool.createPlaybackMediaInfo(recordInfo(), mediaInfo_);
+    if (result != statusSuccess)
+    {
+        std::puts("objMediaInfoTool.createMediaInfo Error!!!!");
+    }
+    return result;
+}
+
+RecordInfo OVPlaybackController::recordInfo() const
+{
+    RecordInfo record;
+    record.setCameraId(mediaUrlParam_.getCameraID());
+    record.setDeviceId(deviceInfo_.getDeviceID());
+    record.setRecordBeginTime(Saturation::toUnsigned32(mediaUrlParam_.getRecordBeginTime()));
+    record.setRecordEndTime(Saturation::toUnsigned32(mediaUrlParam_.getRecordEndTime()));
+    record.setDeviceIP(deviceInfo_.getDeviceAddr().getIP());
+    return record;
+}
+
+int OVPlaybackController::getMediaInfo(MediaInfo& out)
+{
+    OVMutexManager guard(mutex_, unit, guardGetMediaInfo);
+    out = mediaInfo_;
+    return statusSuccess;
+}
+
+int OVPlaybackController::mediaInit()
+{
+    return statusSuccess;
+}
+
+int OVPlaybackController::setup(const std::string& sessionId, const std::string& trackId,
+                                const SafePointer<IConnection>& connection)
+{
+    const SafePointer<RTPPlayBackDispacherMgr> dispatcher = RTPPlayBackDispacherMgr::getInstance();
+    // What it cannot use shows in setup(), which fails then.
+    dispatcher->setMediaInfo(mediaInfo_);
+    const int result = dispatcher->initDispatcher(sessionId, deviceInfo_, deviceAbility_, recordInfo());
+    if (result != statusSuccess)
+    {
+        return result;
+    }
+    return dispatcher->setup(sessionId, trackId, connection);
+}
+
+int OVPlaybackController::play(const std::string& sessionId, const std::string& trackId)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->play(sessionId, trackId);
+}
+
+int OVPlaybackController::setPlayRange(const std::string& sessionId, const std::string& trackId, double start,
+                                       double end, int rangeKind, bool rangeFlag)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->setPlayRange(sessionId, trackId, start, end, rangeKind,
+                                                                rangeFlag);
+}
+
+int OVPlaybackController::getCurPlayRange(const std::string& sessionId, const std::string& trackId,
+                                          double& start, double& end)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->getCurPlayRange(sessionId, trackId, start, end);
+}
+
+int OVPlaybackController::correctPlayRange(const std::string&, const std::string&, double start, double end,
+                                           double& outStart, double& outEnd)
+{
+    OVMutexManager guard(mutex_, unit, guardCorrectPlayRange);
+    const double duration =
+        Saturation::toSigned32(mediaUrlParam_.getRecordEndTime() - mediaUrlParam_.getRecordBeginTime());
+    outStart = start >= 0 && start < duration ? start : 0;
+    outEnd = end >= 0 && end <= duration ? end : duration;
+    return statusSuccess;
+}
+
+int OVPlaybackController::getCurRTPPacketInfo(const std::string& sessionId, const std::string& trackId,
+                                              RTPPacketInfo& out)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->getCurRTPPacketInfo(sessionId, trackId, out);
+}
+
+int OVPlaybackController::pause(const std::string& sessionId, const std::string& trackId)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->pause(sessionId, trackId);
+}
+
+int OVPlaybackController::setPauseRange(const std::string& sessionId, const std::string& trackId,
+                                        double position)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->setPauseRange(sessionId, trackId, position);
+}
+
+int OVPlaybackController::stop(const std::string& sessionId, const std::string& trackId)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->stop(sessionId, trackId);
+}
+
+int OVPlaybackController::getConnetionState(std::string sessionId, std::string trackId, bool& connected)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->getConnectionState(sessionId, trackId, connected);
+}
+
+int OVPlaybackController::setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
+                                   double speed)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->setSpeed(sessionId, trackId, scale, speed);
+}
+
+void OVPlaybackController::setRTCPFrequence(const std::string&, const std::string&, int) {}
+
+int OVPlaybackController::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
+{
+    return RTPPlayBackDispacherMgr::getInstance()->getTrackSSRC(sessionId, trackId, ssrc);
+}

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/base/OVMutex.h"
+#include "hostapi/description/MediaInfo.h"
+#include "hostapi/description/RecordInfo.h"
+#include "hostapi/device/DeviceExAbility.h"
+#include "hostapi/device/DeviceInfoEx.h"
+#include "live/IRTSPController.h"
+#include "mediaurl/MediaUrlParam.h"
+#include "playback/OVPlayBack.h"
+#include "support/Export.h"
+
+/// Serves one playback URL: its sessions' verbs go to the host's RTPPlayBackDispacherMgr, which knows each
+/// session by its id.
+///
+/// Made by OVPlaybackControllerFactory, which calls initInstance() once. Instants are seconds from the begin
+/// of the recording.
+/// Threads: initInstance(), getMediaInfo() and correctPlayRange() take the controller's lock; the others rely
+/// on the dispatcher's own.
+class OV_EXPORT OVPlaybackController : public IRTSPController
+{
+public:
+    OVPlaybackController();
+    ~OVPlaybackController() noexcept(false) override;
+    OVPlaybackController(const OVPlaybackController&) = delete;
+    OVPlaybackController& operator=(const OVPlaybackController&) = delete;
+
+    /// Parses the URL and builds the description. After a failure the controller cannot be used; it keeps
+    /// what it had stored. \param thirdPlatType  number of the URL codec's factory in the registry \returns
+    /// 0; -8 for an empty URL, nothing being stored then; or the result of parseMediaUrl() or
+    ///          createMediaInfo()
+    int initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
+                     const DeviceExAbility& ability);
+
+    /// Parses a URL with a fresh codec and keeps what it names; failures are printed. A step of
+    /// initInstance(), as is createMediaInfo(): neither takes the lock.
+    /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or the codec's code
+    int parseMediaUrl(const std::string& url);
+
+    /// Has the host describe what was parsed, under its canonical URL; failures are printed.
+    /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or MediaInfoTool's code
+    int createMediaInfo();
+
+    int getMediaInfo(MediaInfo& out) override;
+    /// Does nothing; 0.
+    int mediaInit() override;
+    int setup(const std::string& sessionId, const std::string& trackId,
+              const SafePointer<IConnection>& connection) override;
+    int play(const std::string& sessionId, const std::string& trackId) override;
+
+    /// \param start, end            as correctPlayRange() gives them
+    /// \param rangeKind, rangeFlag  passed on unread
+    int setPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,
+                     int rangeKind, bool rangeFlag) override;
+    int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start,
+                        double& end) override;
+
+    /// Fits a range to the recording's length in whole seconds; a bound outside of it becomes the recording's
+    /// own. An end that is the length stays; a begin that is the length becomes 0, because nothing follows
+    /// it. Depends on the URL alone. \returns 0
+    int correctPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,
+                         double& outStart, double& outEnd) override;
+    int getCurRTPPacketInfo(const std::string& sessionId, const std::string& trackId,
+                            RTPPacketInfo& out) override;
+    int pause(const std::string& sessionId, const std::string& trackId) override;
+    int setPauseRange(const std::string& sessionId, const std::string& trackId, double position) override;
+    int stop(const std::string& sessionId, const std::string& trackId) override;
+    int getConnetionState(std::string sessionId, std::string trackId, bool& connected) override;
+    int setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
+                 double speed) override;
+    /// Does nothing.
+    void setRTCPFrequence(const std::string& sessionId, const std::string& trackId, int frequency) override;
+    int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc) override;
+
+private:
+    OV_INTERNAL RecordInfo recordInfo() const;
+
+    OVMutex mutex_;
+    DeviceInfoEx deviceInfo_;
+    DeviceExAbility deviceAbility_;
+    MediaInfo mediaInfo_;
+    int thirdPlatType_;
+    MediaUrlParam mediaUrlParam_;
+    std::string recordKey_;  // "<camera>_<begin>_<end>"; part of the layout
+    OVPlayBack playBack_;    // likewise: nothing is played on it
+};

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+
+#include "hostapi/base/OVMutex.h"
+#include "hostapi/device/DeviceExAbility.h"
+#include "hostapi/device/DeviceInfoEx.h"
+#include "live/IRTSPControllerFactory.h"
+#include "support/Export.h"
+
+/// Makes an OVPlaybackController per request, from one consistent set of settings.
+///
+/// The settings may change at any time; they reach only controllers that are made afterwards. Set the
+/// platform type before the first createMedia().
+/// Threads: any; the setters and createMedia() exclude one another. createMedia() holds the factory's lock
+/// while it takes the new controller's.
+class OV_EXPORT OVPlaybackControllerFactory : public IRTSPControllerFactory
+{
+public:
+    OVPlaybackControllerFactory();
+    ~OVPlaybackControllerFactory() noexcept(false) override;
+    OVPlaybackControllerFactory(const OVPlaybackControllerFactory&) = delete;
+    OVPlaybackControllerFactory& operator=(const OVPlaybackControllerFactory&) = delete;
+
+    void setDeviceInfo(const DeviceInfoEx& deviceInfo);
+    void setDeviceAbility(const DeviceExAbility& deviceAbility);
+    /// \param thirdPlatType  number under which the host registered the URL codec's factory; 0 until then
+    void setThirdPlatType(int thirdPlatType);
+
+    /// \param mediaInfoFlag  ignored: a recording has no track that a client sends
+    /// \returns as the interface says, or -8 for an empty URL
+    int createMedia(const std::string& url, SafePointer<IRTSPController>& out, bool mediaInfoFlag) override;
+
+private:
+    DeviceInfoEx deviceInfo_;
+    DeviceExAbility deviceAbility_;
+    int thirdPlatType_;
+    OVMutex mutex_;
+};
