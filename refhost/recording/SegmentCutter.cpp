@@ -1,0 +1,160 @@
+#include "refhost/recording/SegmentCutter.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "refhost/device/MediaCoding.h"
+
+namespace refhost
+{
+namespace
+{
+
+// Pictures that are shown in another order than they come in go back by some pictures' time at most.
+constexpr std::int64_t mostReorderingNs = 1000000000;
+
+// Of a stream whose capture times do not advance.
+constexpr std::size_t mostHeld = 1000;
+
+bool same(const std::shared_ptr<const MediaFormat>& left, const std::shared_ptr<const MediaFormat>& right)
+{
+    return left == right || (left && right && *left == *right);
+}
+
+}  // namespace
+
+SegmentCutter::SegmentCutter(std::int64_t segmentNs, std::function<Expected()> expected, SegmentSink& sink)
+    : segmentNs_(segmentNs), expected_(std::move(expected)), sink_(sink)
+{
+}
+
+void SegmentCutter::take(const EncodedUnitPtr& unit)
+{
+    const bool video = isVideo(unit->format->coding);
+    const bool reference = isReference(*unit);
+    if (reference && jumps(*unit))
+    {
+        interrupt();
+    }
+    (video ? video_ : audio_) = unit->format;
+    if (reference)
+    {
+        lastStepNs_ = lastNs_ ? std::max<std::int64_t>(unit->captureTimeNs - *lastNs_, 0) : 0;
+        lastNs_ = unit->captureTimeNs;
+        if (unit->keyFrame && !pendingNs_ && (!open_ || isCutDue(*unit)))
+        {
+            pendingNs_ = unit->captureTimeNs;
+            soundCameThrough_ = false;
+        }
+    }
+    if (pendingNs_ && (reference || unit->captureTimeNs >= *pendingNs_))
+    {
+        hold(unit);
+    }
+    else if (open_)
+    {
+        write(unit);
+    }
+}
+
+void SegmentCutter::interrupt()
+{
+    if (pendingNs_)
+    {
+        cut();
+    }
+    if (open_)
+    {
+        open_ = false;
+        sink_.endSegment(endNs_ - beginNs_);
+    }
+    video_.reset();
+    audio_.reset();
+    lastNs_.reset();
+}
+
+bool SegmentCutter::isReference(const EncodedUnit& unit)
+{
+    return isVideo(unit.format->coding) || (!video_ && !expected_().video);
+}
+
+bool SegmentCutter::jumps(const EncodedUnit& unit) const
+{
+    return lastNs_ && (unit.captureTimeNs > *lastNs_ + longestPauseNs ||
+                       unit.captureTimeNs < *lastNs_ - mostReorderingNs);
+}
+
+bool SegmentCutter::isCutDue(const EncodedUnit& unit) const
+{
+    const SegmentSink::Tracks known = knownTracks();
+    return unit.captureTimeNs - beginNs_ + toleranceNs >= segmentNs_ ||
+           !std::equal(known.begin(), known.end(), tracks_.begin(), tracks_.end(), same);
+}
+
+bool SegmentCutter::isHoldOver(const EncodedUnit& unit)
+{
+    const bool longEnough = unit.captureTimeNs >= *pendingNs_ + longestHoldNs || held_.size() >= mostHeld;
+    const bool soundOnly = !video_;
+    return longEnough || soundOnly || soundCameThrough_ || (!audio_ && !expected_().audio);
+}
+
+void SegmentCutter::hold(const EncodedUnitPtr& unit)
+{
+    soundCameThrough_ = soundCameThrough_ || !isVideo(unit->format->coding);
+    held_.push_back(unit);
+    if (isHoldOver(*unit))
+    {
+        cut();
+    }
+}
+
+void SegmentCutter::write(const EncodedUnitPtr& unit)
+{
+    const auto track = std::find_if(tracks_.begin(), tracks_.end(),
+                                    [&](const Format& format) { return same(format, unit->format); });
+    // Not what the segment was begun with: the next key picture begins one for it.
+    if (track == tracks_.end() || unit->captureTimeNs < beginNs_)
+    {
+        return;
+    }
+    if (track == tracks_.begin())
+    {
+        const std::int64_t length = unit->durationNs > 0 ? unit->durationNs : lastStepNs_;
+        endNs_ = std::max(endNs_, unit->captureTimeNs + length);
+    }
+    sink_.writeUnit(static_cast<std::size_t>(track - tracks_.begin()), unit);
+}
+
+void SegmentCutter::cut()
+{
+    if (open_)
+    {
+        sink_.endSegment(*pendingNs_ - beginNs_);
+    }
+    open_ = true;
+    beginNs_ = *pendingNs_;
+    endNs_ = beginNs_;
+    pendingNs_.reset();
+    tracks_ = knownTracks();
+    sink_.beginSegment(beginNs_, tracks_);
+    const std::vector<EncodedUnitPtr> units = std::exchange(held_, {});
+    for (const EncodedUnitPtr& unit : units)
+    {
+        write(unit);
+    }
+}
+
+SegmentSink::Tracks SegmentCutter::knownTracks() const
+{
+    SegmentSink::Tracks tracks;
+    for (const Format& format : {video_, audio_})
+    {
+        if (format)
+        {
+            tracks.push_back(format);
+        }
+    }
+    return tracks;
+}
+
+}  // namespace refhost

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "refhost/live/EncodedUnit.h"
+
+namespace refhost
+{
+
+/// What a cutter makes of a stream: segment after segment, the units of each between its begin and its end.
+class SegmentSink
+{
+public:
+    using Tracks = std::vector<std::shared_ptr<const MediaFormat>>;
+
+    virtual ~SegmentSink() = default;
+
+    /// \param beginNs  capture time of the first picture
+    /// \param tracks   video first
+    virtual void beginSegment(std::int64_t beginNs, const Tracks& tracks) = 0;
+    /// \param track  index into the segment's tracks; the unit is not from before the segment's begin
+    virtual void writeUnit(std::size_t track, const EncodedUnitPtr& unit) = 0;
+    /// \param durationNs  up to the end of the last picture
+    virtual void endSegment(std::int64_t durationNs) = 0;
+};
+
+/// Decides which encoded unit goes into which segment.
+///
+/// A segment begins with a key picture: with the first one, with the first one after the wanted length, and
+/// where a format changed. Sound usually arrives a little later than the pictures of its time; so the
+/// pictures from the cut on are held back until the sound has come to the same time, and no sound is lost at
+/// a cut. A jump of the capture times is a gap: the segment ends there. Sound alone makes segments too where
+/// a stream has no video.
+///
+/// Threads: one at a time.
+class SegmentCutter
+{
+public:
+    /// The tracks that a stream has.
+    struct Expected
+    {
+        bool video = true;
+        bool audio = true;
+    };
+
+    /// Longest time that units are held back for the other track, nanoseconds.
+    static constexpr std::int64_t longestHoldNs = 1000000000;
+    /// A segment may be that much shorter than wanted: capture times are not exact. Nanoseconds.
+    static constexpr std::int64_t toleranceNs = 250000000;
+    /// Capture times that go on by more than this leave a gap, nanoseconds.
+    static constexpr std::int64_t longestPauseNs = 5000000000;
+
+    /// \param segmentNs  wanted length
+    /// \param expected   tells the tracks; asked for as long as they are not all there
+    /// \param sink       outlives the cutter
+    SegmentCutter(std::int64_t segmentNs, std::function<Expected()> expected, SegmentSink& sink);
+
+    void take(const EncodedUnitPtr& unit);
+    /// Ends the present segment; the next one begins with the next key picture.
+    void interrupt();
+
+private:
+    using Format = std::shared_ptr<const MediaFormat>;
+
+    bool isReference(const EncodedUnit& unit);
+    bool jumps(const EncodedUnit& unit) const;
+    bool isCutDue(const EncodedUnit& unit) const;
+    bool isHoldOver(const EncodedUnit& unit);
+    void hold(const EncodedUnitPtr& unit);
+    void write(const EncodedUnitPtr& unit);
+    void cut();
+    SegmentSink::Tracks knownTracks() const;
+
+    const std::int64_t segmentNs_;
+    const std::function<Expected()> expected_;
+    SegmentSink& sink_;
+
+    Format video_;  ///< since the last interruption
+    Format audio_;
+    bool open_ = false;
+    std::int64_t beginNs_ = 0;
+    SegmentSink::Tracks tracks_;             ///< of the open segment
+    std::int64_t endNs_ = 0;                 ///< end of the last picture that was written
+    std::optional<std::int64_t> lastNs_;     ///< capture time of the last picture that came
+    std::int64_t lastStepNs_ = 0;            ///< from the last but one to it
+    std::optional<std::int64_t> pendingNs_;  ///< begin of the next segment, while units are held back
+    std::vector<EncodedUnitPtr> held_;
+    bool soundCameThrough_ = false;  ///< to the pending begin
+};
+
+}  // namespace refhost

@@ -1,0 +1,274 @@
+#include "refhost/recording/SegmentWriter.h"
+
+#include <fcntl.h>
+#include <fmt/chrono.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+#include "refhost/device/MediaCoding.h"
+
+extern "C"
+{
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int bufferSize = 65536;
+constexpr std::int64_t millisecond = 1000000;
+
+AVCodecID codecOf(MediaCoding coding)
+{
+    switch (coding)
+    {
+        case MediaCoding::h264:
+            return AV_CODEC_ID_H264;
+        case MediaCoding::h265:
+            return AV_CODEC_ID_HEVC;
+        case MediaCoding::aac:
+            return AV_CODEC_ID_AAC;
+        case MediaCoding::pcmu:
+            return AV_CODEC_ID_PCM_MULAW;
+        case MediaCoding::pcma:
+            break;
+    }
+    return AV_CODEC_ID_PCM_ALAW;
+}
+
+std::int64_t inMilliseconds(std::int64_t nanoseconds)
+{
+    return (nanoseconds + (nanoseconds < 0 ? -1 : 1) * millisecond / 2) / millisecond;
+}
+
+}  // namespace
+
+std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, std::int64_t beginNs,
+                                                     const SegmentSink::Tracks& tracks, std::string& error)
+{
+    std::unique_ptr<SegmentWriter> file(new SegmentWriter(path, beginNs));
+    file->file_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
+    if (file->file_ < 0)
+    {
+        error = path + ": " + std::strerror(errno);
+        return nullptr;
+    }
+    if (!file->begin(tracks))
+    {
+        error = file->error();
+        ::unlink(path.c_str());
+        return nullptr;
+    }
+    return file;
+}
+
+SegmentWriter::SegmentWriter(std::string path, std::int64_t beginNs)
+    : path_(std::move(path)), beginNs_(beginNs)
+{
+}
+
+SegmentWriter::~SegmentWriter()
+{
+    av_packet_free(&packet_);
+    avformat_free_context(format_);
+    if (output_ != nullptr)
+    {
+        av_freep(&output_->buffer);
+        avio_context_free(&output_);
+    }
+    if (file_ >= 0)
+    {
+        ::close(file_);
+    }
+}
+
+bool SegmentWriter::begin(const SegmentSink::Tracks& tracks)
+{
+    auto* buffer = static_cast<unsigned char*>(av_malloc(bufferSize));
+    output_ = avio_alloc_context(buffer, bufferSize, 1, this, nullptr, &SegmentWriter::onWrite,
+                                 &SegmentWriter::onSeek);
+    packet_ = av_packet_alloc();
+    if (avformat_alloc_output_context2(&format_, nullptr, "matroska", nullptr) < 0 || output_ == nullptr ||
+        packet_ == nullptr)
+    {
+        error_ = "out of memory";
+        return false;
+    }
+    format_->pb = output_;
+    // The begin is timestamp 0 whatever comes before it; a shift would part the file from the wall clock.
+    format_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+    const std::time_t seconds = beginNs_ / 1000000000;
+    const std::string begin =
+        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(seconds), beginNs_ % 1000000000 / 1000);
+    av_dict_set(&format_->metadata, "creation_time", begin.c_str(), 0);
+    for (const auto& track : tracks)
+    {
+        if (!addTrack(*track))
+        {
+            error_ = "out of memory";
+            return false;
+        }
+    }
+    return succeeded(avformat_write_header(format_, nullptr)) && flush();
+}
+
+bool SegmentWriter::addTrack(const MediaFormat& format)
+{
+    AVStream* stream = avformat_new_stream(format_, nullptr);
+    if (stream == nullptr)
+    {
+        return false;
+    }
+    tracks_.emplace_back();
+    stream->time_base = AVRational{1, 1000};
+    AVCodecParameters& parameters = *stream->codecpar;
+    parameters.codec_type = isVideo(format.coding) ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO;
+    parameters.codec_id = codecOf(format.coding);
+    parameters.width = format.width;
+    parameters.height = format.height;
+    if (!isVideo(format.coding))
+    {
+        parameters.sample_rate = format.sampleRate;
+        av_channel_layout_default(&parameters.ch_layout, format.channels);
+        parameters.bits_per_coded_sample = av_get_bits_per_sample(parameters.codec_id);
+        parameters.block_align = format.channels * parameters.bits_per_coded_sample / 8;
+    }
+    if (format.codecData.empty())
+    {
+        return true;
+    }
+    auto* extra =
+        static_cast<std::uint8_t*>(av_mallocz(format.codecData.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (extra == nullptr)
+    {
+        return false;
+    }
+    std::copy(format.codecData.begin(), format.codecData.end(), extra);
+    parameters.extradata = extra;
+    parameters.extradata_size = static_cast<int>(format.codecData.size());
+    return true;
+}
+
+bool SegmentWriter::write(std::size_t track, const EncodedUnit& unit)
+{
+    if (!error_.empty())
+    {
+        return false;
+    }
+    Track& state = tracks_[track];
+    const std::int64_t presented = inMilliseconds(unit.captureTimeNs - beginNs_);
+    // The muxer refuses decoding times that go back or lie behind the presentation; only their order matters.
+    std::int64_t decoded = std::min(inMilliseconds(unit.decodeTimeNs - beginNs_), presented);
+    decoded = state.started ? std::max(decoded, state.lastDecodeMs) : decoded;
+    state = {decoded, true};
+    packet_->data = const_cast<std::uint8_t*>(unit.bytes.data());
+    packet_->size = static_cast<int>(unit.bytes.size());
+    packet_->stream_index = static_cast<int>(track);
+    packet_->dts = decoded;
+    packet_->pts = std::max(presented, decoded);
+    packet_->duration = inMilliseconds(unit.durationNs);
+    packet_->flags = unit.keyFrame ? AV_PKT_FLAG_KEY : 0;
+    const int result = av_write_frame(format_, packet_);
+    av_packet_unref(packet_);
+    return succeeded(result);
+}
+
+bool SegmentWriter::flush()
+{
+    if (!error_.empty())
+    {
+        return false;
+    }
+    const int result = av_write_frame(format_, nullptr);
+    avio_flush(output_);
+    return succeeded(result);
+}
+
+bool SegmentWriter::close()
+{
+    if (!error_.empty())
+    {
+        return false;
+    }
+    const int result = av_write_trailer(format_);
+    avio_flush(output_);
+    if (!succeeded(result))
+    {
+        return false;
+    }
+    const int closed = ::close(std::exchange(file_, -1));
+    systemError_ = closed == 0 ? 0 : errno;
+    return succeeded(0);
+}
+
+bool SegmentWriter::succeeded(int result)
+{
+    if (result >= 0 && systemError_ == 0 && output_->error >= 0)
+    {
+        return true;
+    }
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(result < 0 ? result : output_->error, text, sizeof(text));
+    error_ = path_ + ": " + (systemError_ != 0 ? std::strerror(systemError_) : text);
+    return false;
+}
+
+int SegmentWriter::onWrite(void* self, std::uint8_t* data, int size)
+{
+    auto* file = static_cast<SegmentWriter*>(self);
+    int done = 0;
+    while (done < size)
+    {
+        const ssize_t written =
+            ::pwrite(file->file_, data + done, static_cast<std::size_t>(size - done), file->position_);
+        if (written < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (written <= 0)
+        {
+            file->systemError_ = written < 0 ? errno : EIO;
+            return AVERROR(file->systemError_);
+        }
+        done += static_cast<int>(written);
+        file->position_ += written;
+        file->size_ = std::max(file->size_, file->position_);
+    }
+    return size;
+}
+
+std::int64_t SegmentWriter::onSeek(void* self, std::int64_t offset, int whence)
+{
+    auto* file = static_cast<SegmentWriter*>(self);
+    switch (whence & ~AVSEEK_FORCE)
+    {
+        case AVSEEK_SIZE:
+            return file->size_;
+        case SEEK_SET:
+            break;
+        case SEEK_CUR:
+            offset += file->position_;
+            break;
+        case SEEK_END:
+            offset += file->size_;
+            break;
+        default:
+            return AVERROR(EINVAL);
+    }
+    if (offset < 0)
+    {
+        return AVERROR(EINVAL);
+    }
+    file->position_ = offset;
+    return offset;
+}
+
+}  // namespace refhost

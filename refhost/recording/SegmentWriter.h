@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refhost/live/EncodedUnit.h"
+#include "refhost/recording/SegmentCutter.h"
+
+struct AVFormatContext;
+struct AVIOContext;
+struct AVPacket;
+
+namespace refhost
+{
+
+/// A Matroska file that is being written.
+///
+/// Timestamps are milliseconds since the segment's begin. What was flushed can be read at any time, also
+/// after a crash: the file is a sequence of complete clusters then, without the index that close() adds.
+/// Threads: one at a time.
+class SegmentWriter
+{
+public:
+    /// Makes a new file, readable for the server's user and group, and writes its header.
+    /// \param beginNs  wall clock, nanoseconds since 1970; also stands in the file, in microseconds
+    /// \param[out] error  why not
+    /// \returns null with `error` set, and no file left, when it cannot be done or the file is there already
+    static std::unique_ptr<SegmentWriter> create(const std::string& path, std::int64_t beginNs,
+                                                 const SegmentSink::Tracks& tracks, std::string& error);
+
+    SegmentWriter(const SegmentWriter&) = delete;
+    SegmentWriter& operator=(const SegmentWriter&) = delete;
+    /// Without close() the file is left as it is.
+    ~SegmentWriter();
+
+    /// Adds a unit; it may stay in memory until flush().
+    /// \returns false when the disk failed: see error(); the file takes nothing any more then
+    bool write(std::size_t track, const EncodedUnit& unit);
+    /// Brings everything to the file. \returns as write()
+    bool flush();
+    /// Finishes the file with an index for seeking. \returns as write()
+    bool close();
+
+    /// Bytes in the file so far.
+    std::int64_t bytes() const
+    {
+        return size_;
+    }
+    const std::string& path() const
+    {
+        return path_;
+    }
+    /// Why an operation failed, in plain words.
+    const std::string& error() const
+    {
+        return error_;
+    }
+
+private:
+    struct Track
+    {
+        std::int64_t lastDecodeMs = 0;
+        bool started = false;
+    };
+
+    SegmentWriter(std::string path, std::int64_t beginNs);
+    bool begin(const SegmentSink::Tracks& tracks);
+    bool addTrack(const MediaFormat& format);
+    bool succeeded(int result);
+
+    static int onWrite(void* self, std::uint8_t* data, int size);
+    static std::int64_t onSeek(void* self, std::int64_t offset, int whence);
+
+    std::string path_;
+    std::int64_t beginNs_;
+    int file_ = -1;
+    int systemError_ = 0;
+    std::int64_t position_ = 0;
+    std::int64_t size_ = 0;
+    std::string error_;
+    AVFormatContext* format_ = nullptr;
+    AVIOContext* output_ = nullptr;
+    AVPacket* packet_ = nullptr;
+    std::vector<Track> tracks_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "refhost/device/MediaCoding.h"
+#include "refhost/live/EncodedUnit.h"
+
+namespace refhost
+{
+
+/// Encoded units as a camera gives them, with sizes like real ones and contents that no decoder looks at.
+/// Times are seconds after `epochNs`.
+class MadeUnits
+{
+public:
+    static constexpr std::int64_t second = 1000000000;
+    /// 2026-01-01 and some nanoseconds.
+    static constexpr std::int64_t epochNs = 1767225600 * second + 123456789;
+
+    static std::int64_t at(double time)
+    {
+        return epochNs + static_cast<std::int64_t>(time * 1e9 + 0.5);
+    }
+
+    static std::shared_ptr<const MediaFormat> videoFormat(int width = 320)
+    {
+        MediaFormat format;
+        format.coding = MediaCoding::h264;
+        format.codecData = avcRecord();
+        format.width = width;
+        format.height = 180;
+        return std::make_shared<const MediaFormat>(format);
+    }
+
+    static std::shared_ptr<const MediaFormat> soundFormat(MediaCoding coding = MediaCoding::pcmu)
+    {
+        MediaFormat format;
+        format.coding = coding;
+        format.sampleRate = coding == MediaCoding::aac ? 16000 : 8000;
+        format.channels = 1;
+        if (coding == MediaCoding::aac)
+        {
+            format.codecData = {0x14, 0x08};
+        }
+        return std::make_shared<const MediaFormat>(format);
+    }
+
+    EncodedUnitPtr picture(double time, bool key, std::size_t bytes = 1000) const
+    {
+        return unit(video, time, 0.04, key, bytes);
+    }
+
+    EncodedUnitPtr block(double time) const
+    {
+        return unit(sound, time, 0.02, true, 160);
+    }
+
+    std::shared_ptr<const MediaFormat> video = videoFormat();
+    std::shared_ptr<const MediaFormat> sound = soundFormat();
+
+private:
+    // The record of a real 320x180 stream, baseline profile.
+    static std::vector<std::uint8_t> avcRecord()
+    {
+        return {0x01, 0x42, 0xc0, 0x0d, 0xff, 0xe1, 0x00, 0x17, 0x67, 0x42, 0xc0, 0x0d, 0xd9, 0x01,
+                0x41, 0x9f, 0x9e, 0x10, 0x00, 0x00, 0x03, 0x00, 0x10, 0x00, 0x00, 0x03, 0x03, 0x28,
+                0xf1, 0x42, 0xa4, 0x80, 0x01, 0x00, 0x05, 0x68, 0xcb, 0x83, 0xcb, 0x20};
+    }
+
+    static EncodedUnitPtr unit(const std::shared_ptr<const MediaFormat>& format, double time, double length,
+                               bool key, std::size_t bytes)
+    {
+        auto made = std::make_shared<EncodedUnit>();
+        made->format = format;
+        made->bytes.assign(bytes, 0x55);
+        if (format->coding == MediaCoding::h264 && bytes > 5)
+        {
+            const std::size_t rest = bytes - 4;
+            made->bytes[0] = static_cast<std::uint8_t>(rest >> 24);
+            made->bytes[1] = static_cast<std::uint8_t>(rest >> 16);
+            made->bytes[2] = static_cast<std::uint8_t>(rest >> 8);
+            made->bytes[3] = static_cast<std::uint8_t>(rest);
+            made->bytes[4] = key ? 0x65 : 0x41;
+        }
+        made->captureTimeNs = at(time);
+        made->decodeTimeNs = made->captureTimeNs;
+        made->durationNs = static_cast<std::int64_t>(length * 1e9);
+        made->keyFrame = key;
+        return made;
+    }
+};
+
+}  // namespace refhost

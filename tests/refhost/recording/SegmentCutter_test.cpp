@@ -1,0 +1,264 @@
+#include "refhost/recording/SegmentCutter.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+
+#include "tests/refhost/recording/MadeUnits.h"
+
+namespace refhost
+{
+namespace
+{
+
+// What a cutter made, in seconds.
+struct Piece
+{
+    double begin = 0;
+    double duration = -1;
+    SegmentSink::Tracks tracks;
+    std::vector<double> pictures;
+    std::vector<double> sounds;
+};
+
+class SegmentCutterTest : public testing::Test, protected MadeUnits, private SegmentSink
+{
+protected:
+    void beginSegment(std::int64_t beginNs, const Tracks& tracks) override
+    {
+        EXPECT_FALSE(open_);
+        open_ = true;
+        pieces_.emplace_back();
+        pieces_.back().begin = seconds(beginNs - epochNs);
+        pieces_.back().tracks = tracks;
+    }
+    void writeUnit(std::size_t track, const EncodedUnitPtr& unit) override
+    {
+        ASSERT_TRUE(open_);
+        ASSERT_LT(track, pieces_.back().tracks.size());
+        EXPECT_EQ(*pieces_.back().tracks[track], *unit->format);
+        (isVideo(unit->format->coding) ? pieces_.back().pictures : pieces_.back().sounds)
+            .push_back(seconds(unit->captureTimeNs - epochNs));
+    }
+    void endSegment(std::int64_t durationNs) override
+    {
+        EXPECT_TRUE(open_);
+        open_ = false;
+        pieces_.back().duration = seconds(durationNs);
+    }
+
+    static double seconds(std::int64_t nanoseconds)
+    {
+        return std::round(static_cast<double>(nanoseconds) / 1e6) / 1e3;
+    }
+
+    // Pictures and sound of an interval as a live source gives them: a key picture each second, the sound so
+    // much later than its pictures.
+    void run(double begin, double end, double soundLate = 0.1)
+    {
+        const int first = static_cast<int>(std::lround(begin * 25));
+        const int last = static_cast<int>(std::lround(end * 25));
+        const int late = static_cast<int>(std::lround(soundLate * 50));
+        for (int i = first; i < last; ++i)
+        {
+            if (expected_.video)
+            {
+                cutter_.take(picture(i / 25.0, i % 25 == 0));
+            }
+            for (int block : {2 * i - late, 2 * i + 1 - late})
+            {
+                if (expected_.audio && block >= 2 * first)
+                {
+                    cutter_.take(this->block(block / 50.0));
+                }
+            }
+        }
+    }
+
+    SegmentCutter::Expected expected_;
+    SegmentCutter cutter_{4 * second, [this] { return expected_; }, *this};
+    bool open_ = false;
+    std::vector<Piece> pieces_;
+};
+
+TEST_F(SegmentCutterTest, SegmentsBeginWithKeyPicturesAndFollowWithoutAGap)
+{
+    run(0, 13);
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 4U);
+    EXPECT_EQ(pieces_[0].begin, 0);
+    EXPECT_EQ(pieces_[0].duration, 4);
+    EXPECT_EQ(pieces_[1].begin, 4);
+    EXPECT_EQ(pieces_[2].begin, 8);
+    EXPECT_EQ(pieces_[3].begin, 12);
+    EXPECT_EQ(pieces_[3].duration, 1);
+    for (std::size_t i = 0; i < 3; ++i)
+    {
+        EXPECT_EQ(pieces_[i].pictures.size(), 100U) << i;
+        EXPECT_EQ(pieces_[i].pictures.front(), pieces_[i].begin) << i;
+    }
+    EXPECT_EQ(pieces_[3].pictures.size(), 25U);
+}
+
+TEST_F(SegmentCutterTest, LateSoundGoesWhereItsTimeIs)
+{
+    run(0, 9, 0.3);
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 3U);
+    EXPECT_EQ(pieces_[0].sounds.size(), 200U);
+    EXPECT_EQ(pieces_[0].sounds.back(), 3.98);
+    EXPECT_EQ(pieces_[1].sounds.size(), 200U);
+    EXPECT_EQ(pieces_[1].sounds.front(), 4);
+}
+
+TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyPictureAndNothingFromBefore)
+{
+    run(0.2, 2);
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 1U);
+    EXPECT_EQ(pieces_[0].begin, 1);
+    EXPECT_EQ(pieces_[0].duration, 1);
+    EXPECT_EQ(pieces_[0].tracks.size(), 2U);
+    EXPECT_EQ(pieces_[0].sounds.front(), 1);
+}
+
+TEST_F(SegmentCutterTest, SegmentWithoutExpectedSoundStartsAtOnce)
+{
+    expected_.audio = false;
+    cutter_.take(picture(0, true));
+    ASSERT_EQ(pieces_.size(), 1U);
+    EXPECT_EQ(pieces_[0].tracks.size(), 1U);
+}
+
+TEST_F(SegmentCutterTest, SoundThatDoesNotComeHoldsPicturesUpForASecondAtMost)
+{
+    for (int i = 0; i < 25; ++i)
+    {
+        cutter_.take(picture(i / 25.0, i == 0));
+    }
+    EXPECT_TRUE(pieces_.empty());
+    cutter_.take(picture(1, true));
+    ASSERT_EQ(pieces_.size(), 1U);
+    EXPECT_EQ(pieces_[0].pictures.size(), 26U);
+}
+
+TEST_F(SegmentCutterTest, SoundThatComesLaterIsTakenInFromTheNextKeyPictureOn)
+{
+    for (int i = 0; i < 60; ++i)
+    {
+        cutter_.take(picture(i / 25.0, i % 25 == 0));
+    }
+    cutter_.take(block(2.4));
+    cutter_.take(picture(3, true));
+    cutter_.take(block(3));
+    ASSERT_EQ(pieces_.size(), 2U);
+    EXPECT_EQ(pieces_[0].tracks.size(), 1U);
+    EXPECT_EQ(pieces_[0].duration, 3);
+    EXPECT_EQ(pieces_[1].tracks.size(), 2U);
+    EXPECT_EQ(pieces_[1].begin, 3);
+}
+
+TEST_F(SegmentCutterTest, ChangedFormatBeginsASegment)
+{
+    run(0, 1.5);
+    video = videoFormat(640);
+    run(2, 3);
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 2U);
+    EXPECT_EQ(pieces_[1].begin, 2);
+    EXPECT_EQ(pieces_[1].tracks[0]->width, 640);
+}
+
+TEST_F(SegmentCutterTest, EqualFormatOfANewStartOfTheSourceIsNoChange)
+{
+    run(0, 1.5);
+    video = videoFormat();
+    run(1.52, 3);
+    EXPECT_EQ(pieces_.size(), 1U);
+}
+
+TEST_F(SegmentCutterTest, InterruptionLeavesAGapUntilTheNextKeyPicture)
+{
+    run(0, 2.2);
+    cutter_.interrupt();
+    run(3.4, 5);
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 2U);
+    EXPECT_EQ(pieces_[0].duration, 2.2);
+    EXPECT_EQ(pieces_[1].begin, 4);
+}
+
+TEST_F(SegmentCutterTest, InterruptionWritesWhatWasHeldBack)
+{
+    run(0, 4.2, 0.5);
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 2U);
+    EXPECT_EQ(pieces_[0].duration, 4);
+    EXPECT_EQ(pieces_[1].begin, 4);
+    EXPECT_EQ(pieces_[1].duration, 0.2);
+    EXPECT_EQ(pieces_[1].pictures.size(), 5U);
+}
+
+TEST_F(SegmentCutterTest, JumpOfTheCaptureTimesIsAGap)
+{
+    for (const double jump : {10.0, -5.0})
+    {
+        pieces_.clear();
+        run(20, 21.6);
+        run(21.6 + jump, 24 + jump);
+        cutter_.interrupt();
+        ASSERT_EQ(pieces_.size(), 2U);
+        EXPECT_EQ(pieces_[0].duration, 1.6);
+        EXPECT_EQ(pieces_[1].begin, 22 + jump);
+    }
+}
+
+TEST_F(SegmentCutterTest, PicturesShownInAnotherOrderAreNoJump)
+{
+    expected_.audio = false;
+    cutter_.take(picture(0, true));
+    cutter_.take(picture(0.12, false));
+    cutter_.take(picture(0.04, false));
+    cutter_.take(picture(0.08, false));
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 1U);
+    EXPECT_EQ(pieces_[0].pictures.size(), 4U);
+    EXPECT_EQ(pieces_[0].duration, 0.16);
+}
+
+TEST_F(SegmentCutterTest, SoundAloneMakesSegmentsWhereThereIsNoVideo)
+{
+    expected_.video = false;
+    run(0, 9, 0);
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 3U);
+    EXPECT_EQ(pieces_[0].tracks.size(), 1U);
+    EXPECT_LE(pieces_[1].begin, 4);
+    EXPECT_GT(pieces_[1].begin, 3.7);
+    std::size_t sounds = 0;
+    for (const Piece& piece : pieces_)
+    {
+        sounds += piece.sounds.size();
+    }
+    EXPECT_EQ(sounds, 450U);
+}
+
+TEST_F(SegmentCutterTest, SoundBeforeTheFirstPictureIsNotTakenForAStreamWithoutVideo)
+{
+    cutter_.take(block(0));
+    cutter_.take(block(3));
+    EXPECT_TRUE(pieces_.empty());
+}
+
+TEST_F(SegmentCutterTest, TimesThatStandStillDoNotFillTheMemory)
+{
+    for (int i = 0; i < 2000; ++i)
+    {
+        cutter_.take(picture(0, i == 0));
+    }
+    ASSERT_EQ(pieces_.size(), 1U);
+    EXPECT_EQ(pieces_[0].pictures.size(), 2000U);
+}
+
+}  // namespace
+}  // namespace refhost
