@@ -1,0 +1,268 @@
+#include "refhost/recording/Recorder.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <future>
+#include <system_error>
+#include <utility>
+
+#include "refhost/base/Log.h"
+#include "refhost/recording/SegmentMeasure.h"
+#include "refhost/recording/SegmentPath.h"
+
+namespace refhost
+{
+
+std::shared_ptr<Recorder> Recorder::start(const Stream& stream, std::shared_ptr<RecordingIndex> index,
+                                          const Options& options, std::function<void()> segmentClosed)
+{
+    std::shared_ptr<Recorder> recorder(
+        new Recorder(stream, std::move(index), options, std::move(segmentClosed)));
+    stream.source->attachMedia(recorder);
+    stream.source->acquire();
+    return recorder;
+}
+
+Recorder::Recorder(const Stream& stream, std::shared_ptr<RecordingIndex> index, const Options& options,
+                   std::function<void()> segmentClosed)
+    : stream_(stream),
+      title_(fmt::format("camera {} stream {}", stream.cameraId, stream.streamId)),
+      index_(std::move(index)),
+      options_(options),
+      segmentClosed_(std::move(segmentClosed)),
+      cutter_(
+          options.segmentNs, [this] { return expected(); }, *this)
+{
+}
+
+Recorder::~Recorder() = default;
+
+void Recorder::stop()
+{
+    stream_.source->detachMedia(this);
+    stream_.source->release();
+    std::promise<void> done;
+    queue_.post(
+        [&]
+        {
+            cutter_.interrupt();
+            done.set_value();
+        });
+    done.get_future().wait();
+    queue_.close();
+}
+
+void Recorder::onEncodedUnit(const EncodedUnitPtr& unit)
+{
+    if (!admits(unit->bytes.size()))
+    {
+        return;
+    }
+    const auto takeIt = [this, unit]
+    {
+        take(unit);
+        const std::lock_guard<std::mutex> guard(inletMutex_);
+        queued_ -= unit->bytes.size();
+    };
+    queue_.post(takeIt);
+}
+
+void Recorder::onDiscontinuity()
+{
+    queue_.post([this] { cutter_.interrupt(); });
+}
+
+bool Recorder::admits(std::size_t bytes)
+{
+    const std::lock_guard<std::mutex> guard(inletMutex_);
+    if (skipping_ && queued_ > options_.mostQueued / 4)
+    {
+        return false;
+    }
+    skipping_ = queued_ + bytes > options_.mostQueued;
+    if (skipping_)
+    {
+        Log::warning("{}: the disk is too slow, some of the recording is left out", title_);
+        queue_.post([this] { cutter_.interrupt(); });
+        return false;
+    }
+    queued_ += bytes;
+    return true;
+}
+
+void Recorder::take(const EncodedUnitPtr& unit)
+{
+    nowNs_ = unit->captureTimeNs;
+    if (failedNs_)
+    {
+        // Also when the clock was set back meanwhile.
+        const bool over = nowNs_ >= *failedNs_ + options_.retryNs || nowNs_ < *failedNs_ - options_.retryNs;
+        if (!over)
+        {
+            return;
+        }
+        failedNs_.reset();
+    }
+    cutter_.take(unit);
+    flushWhenDue();
+    if (failedNs_)
+    {
+        // So that the next try begins a segment.
+        cutter_.interrupt();
+    }
+}
+
+void Recorder::beginSegment(std::int64_t beginNs, const Tracks& tracks)
+{
+    segment_ = {};
+    segment_.cameraId = stream_.cameraId;
+    segment_.streamId = stream_.streamId;
+    segment_.beginNs = beginNs;
+    segment_.path =
+        index_->directory() + "/" + SegmentPath{stream_.cameraId, stream_.streamId, beginNs}.toString();
+    std::error_code problem;
+    const std::filesystem::path folder = std::filesystem::path(segment_.path).parent_path();
+    std::filesystem::create_directories(folder, problem);
+    if (problem)
+    {
+        return fail(folder.string() + ": " + problem.message());
+    }
+    std::string error;
+    writer_ = SegmentWriter::create(segment_.path, beginNs, tracks, error);
+    if (!writer_)
+    {
+        return fail(error);
+    }
+    closeUnfinished();
+    const std::optional<std::int64_t> id = index_->add(segment_);
+    if (!id)
+    {
+        writer_.reset();
+        ::unlink(segment_.path.c_str());
+        return fail(index_->lastError());
+    }
+    segment_.id = *id;
+    nextFlushNs_ = beginNs + options_.flushNs;
+}
+
+void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
+{
+    if (!writer_)
+    {
+        return;
+    }
+    if (!writer_->write(track, *unit))
+    {
+        return fail(writer_->error());
+    }
+    segment_.durationNs =
+        std::max(segment_.durationNs, unit->captureTimeNs + unit->durationNs - segment_.beginNs);
+}
+
+void Recorder::flushWhenDue()
+{
+    if (!writer_ || nowNs_ < nextFlushNs_)
+    {
+        return;
+    }
+    nextFlushNs_ = nowNs_ + options_.flushNs;
+    if (!writer_->flush())
+    {
+        return fail(writer_->error());
+    }
+    if (!index_->grow(segment_.id, segment_.durationNs, writer_->bytes()))
+    {
+        return fail(index_->lastError());
+    }
+    if (failing_)
+    {
+        failing_ = false;
+        Log::info("{}: recording goes on", title_);
+    }
+}
+
+void Recorder::endSegment(std::int64_t durationNs)
+{
+    if (!writer_)
+    {
+        return;
+    }
+    if (!writer_->close())
+    {
+        return fail(writer_->error());
+    }
+    segment_.durationNs = durationNs;
+    segment_.bytes = writer_->bytes();
+    writer_.reset();
+    closeInIndex(segment_);
+    if (!unfinished_.empty())
+    {
+        return fail(index_->lastError());
+    }
+    if (segmentClosed_)
+    {
+        segmentClosed_();
+    }
+}
+
+void Recorder::fail(const std::string& why)
+{
+    if (!failing_)
+    {
+        Log::error("{}: recording stopped: {}", title_, Log::safe(why));
+    }
+    failing_ = true;
+    failedNs_ = nowNs_;
+    if (!writer_)
+    {
+        return;
+    }
+    writer_.reset();
+    SegmentMeasure measure;
+    if (!SegmentMeasure::take(segment_.path, measure))
+    {
+        ::unlink(segment_.path.c_str());
+    }
+    segment_.durationNs = measure.durationNs;
+    segment_.bytes = measure.bytes;
+    closeInIndex(segment_);
+}
+
+void Recorder::closeInIndex(const RecordedSegment& segment)
+{
+    // Without a duration nothing was left of the file.
+    const bool done = segment.durationNs > 0 ? index_->close(segment.id, segment.durationNs, segment.bytes)
+                                             : index_->remove(segment.id);
+    if (!done)
+    {
+        unfinished_.push_back(segment);
+    }
+}
+
+void Recorder::closeUnfinished()
+{
+    for (const RecordedSegment& segment : std::exchange(unfinished_, {}))
+    {
+        closeInIndex(segment);
+    }
+}
+
+SegmentCutter::Expected Recorder::expected() const
+{
+    std::vector<SubMediaInfo> tracks;
+    if (stream_.source->describe(tracks) != StreamSource::Description::ready)
+    {
+        return {};
+    }
+    const auto has = [&](const char* kind)
+    {
+        return std::any_of(tracks.begin(), tracks.end(),
+                           [kind](const SubMediaInfo& track) { return track.mediaType == kind; });
+    };
+    return {has("video"), has("audio")};
+}
+
+}  // namespace refhost

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "refhost/device/TaskQueue.h"
+#include "refhost/live/EncodedUnit.h"
+#include "refhost/live/StreamSource.h"
+#include "refhost/recording/RecordingIndex.h"
+#include "refhost/recording/SegmentCutter.h"
+#include "refhost/recording/SegmentWriter.h"
+
+namespace refhost
+{
+
+/// Records one stream: keeps its source running, writes segments below the index's directory as
+/// `<camera>/<stream>/<begin in UTC>.mkv`, and enters them in the index.
+///
+/// All writing is done on a thread of its own; a disk that is slow or fails never holds up the source. What a
+/// slow disk leaves behind is left out up to the next key picture. When the disk fails, recording stops with
+/// one line in the log and is tried again after a pause, with one line when it works again.
+/// Threads: any.
+class Recorder : public EncodedUnitSink, public std::enable_shared_from_this<Recorder>, private SegmentSink
+{
+public:
+    struct Options
+    {
+        std::int64_t segmentNs = 10000000000;   ///< wanted length of a segment
+        std::int64_t flushNs = 500000000;       ///< media that a crash may lose
+        std::int64_t retryNs = 10000000000;     ///< pause after a failure of the disk
+        std::size_t mostQueued = 16 * 1048576;  ///< bytes that may wait for the disk
+    };
+
+    struct Stream
+    {
+        int cameraId;
+        int streamId;
+        std::shared_ptr<StreamSource> source;
+    };
+
+    /// \param segmentClosed  called on the recorder's thread when a segment came to its end; may be empty
+    static std::shared_ptr<Recorder> start(const Stream& stream, std::shared_ptr<RecordingIndex> index,
+                                           const Options& options, std::function<void()> segmentClosed);
+    /// After stop().
+    ~Recorder() override;
+
+    /// Writes what has come, ends the segment and lets the source go. Waits for the disk.
+    void stop();
+
+    void onEncodedUnit(const EncodedUnitPtr& unit) override;
+    void onDiscontinuity() override;
+
+private:
+    Recorder(const Stream& stream, std::shared_ptr<RecordingIndex> index, const Options& options,
+             std::function<void()> segmentClosed);
+    bool admits(std::size_t bytes);
+
+    // On the recorder's thread.
+    void take(const EncodedUnitPtr& unit);
+    void flushWhenDue();
+    void fail(const std::string& why);
+    void closeInIndex(const RecordedSegment& segment);
+    void closeUnfinished();
+    SegmentCutter::Expected expected() const;
+
+    void beginSegment(std::int64_t beginNs, const Tracks& tracks) override;
+    void writeUnit(std::size_t track, const EncodedUnitPtr& unit) override;
+    void endSegment(std::int64_t durationNs) override;
+
+    const Stream stream_;
+    const std::string title_;
+    const std::shared_ptr<RecordingIndex> index_;
+    const Options options_;
+    const std::function<void()> segmentClosed_;
+
+    std::mutex inletMutex_;
+    std::size_t queued_ = 0;  ///< bytes that wait for the disk
+    bool skipping_ = false;   ///< until the disk has caught up
+
+    // Used on the recorder's thread only.
+    SegmentCutter cutter_;
+    std::unique_ptr<SegmentWriter> writer_;
+    RecordedSegment segment_;                  ///< that is being written
+    std::int64_t nowNs_ = 0;                   ///< capture time of the present unit
+    std::int64_t nextFlushNs_ = 0;             ///< capture time
+    bool failing_ = false;                     ///< told in the log, and not taken back yet
+    std::optional<std::int64_t> failedNs_;     ///< capture time of a failure that the pause follows
+    std::vector<RecordedSegment> unfinished_;  ///< that the index could not be told the end of
+
+    /// Last: its thread uses everything above.
+    TaskQueue queue_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,37 @@
+#include "refhost/recording/RecordingRetention.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace refhost
+{
+
+int RecordingRetention::apply(RecordingIndex& index, std::int64_t nowNs) const
+{
+    int removed = 0;
+    for (;;)
+    {
+        const std::optional<RecordedSegment> oldest = index.oldestClosed();
+        if (!oldest || !isTooMuch(index, *oldest, nowNs))
+        {
+            return removed;
+        }
+        // The file first: it makes room where the disk is full and the index cannot be changed.
+        std::error_code problem;
+        std::filesystem::remove(oldest->path, problem);
+        if (problem || !index.remove(oldest->id))
+        {
+            return removed;
+        }
+        ++removed;
+    }
+}
+
+bool RecordingRetention::isTooMuch(const RecordingIndex& index, const RecordedSegment& oldest,
+                                   std::int64_t nowNs) const
+{
+    const bool tooOld = limits_.maxAgeNs > 0 && oldest.beginNs + oldest.durationNs < nowNs - limits_.maxAgeNs;
+    return tooOld || (limits_.maxBytes > 0 && index.totalBytes() > limits_.maxBytes);
+}
+
+}  // namespace refhost

@@ -1,0 +1,38 @@
+#include "refhost/recording/SegmentPath.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <ctime>
+
+namespace refhost
+{
+
+std::string SegmentPath::toString() const
+{
+    constexpr std::int64_t second = 1000000000;
+    return fmt::format("{}/{}/{:%Y%m%dT%H%M%S}.{:06}Z.mkv", cameraId, streamId,
+                       fmt::gmtime(static_cast<std::time_t>(beginNs / second)), beginNs % second / 1000);
+}
+
+std::optional<SegmentPath> SegmentPath::parse(const std::string& path)
+{
+    std::tm time{};
+    int microseconds = 0;
+    SegmentPath found;
+    const int read = std::sscanf(path.c_str(), "%9d/%9d/%4d%2d%2dT%2d%2d%2d.%6dZ.mkv", &found.cameraId,
+                                 &found.streamId, &time.tm_year, &time.tm_mon, &time.tm_mday, &time.tm_hour,
+                                 &time.tm_min, &time.tm_sec, &microseconds);
+    if (read != 9)
+    {
+        return std::nullopt;
+    }
+    time.tm_year -= 1900;
+    time.tm_mon -= 1;
+    found.beginNs = (static_cast<std::int64_t>(timegm(&time)) * 1000000 + microseconds) * 1000;
+    // Only what toString() would write: everything else, such as a 61st second or a sign, is somebody else's.
+    return found.toString() == path ? std::make_optional(found) : std::nullopt;
+}
+
+}  // namespace refhost
