@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "hostapi/audio/IMediaPlayer.h"
+#include "refhost/audio/AudioOutput.h"
+#include "refhost/audio/PcmFormat.h"
+#include "refhost/audio/PlayoutPacer.h"
+
+namespace refhost
+{
+
+/// The device's audio output as the talk-back manager and its dispatchers see it.
+///
+/// Threads: any; one lock of its own, for each whole operation.
+class OutputPlayer : public IMediaPlayer
+{
+public:
+    OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format);
+    ~OutputPlayer() noexcept(false) override;
+
+    void setDeviceInfo(const DeviceInfoEx& info) override;
+    /// Only noted, in the log: the output is given decoded sound whatever clients send.
+    void setEncoderType(int type) override;
+    /// \returns 0, or statusPlayerUnusable; the log says why, once until another thing goes wrong
+    int open() override;
+    /// \param samples  of the format that the player was made with
+    /// \returns 0, also where sound came too fast and was dropped; statusPlayerUnusable when the output
+    /// failed
+    ///          or is closed
+    int play(const std::uint8_t* samples, std::size_t bytes) override;
+    void close() override;
+
+private:
+    void tell(const std::string& problem);
+
+    std::mutex mutex_;
+    const std::unique_ptr<AudioOutput> output_;
+    const PcmFormat format_;
+    std::string deviceId_;
+    int encoderType_ = 0;
+    bool open_ = false;
+    std::string told_;  // what went wrong last
+    std::unique_ptr<PlayoutPacer> pacer_;
+    std::vector<std::int16_t> piece_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,121 @@
+#include "refhost/audio/PlayoutPacer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int aheadMs = 40;
+constexpr int mostAheadMs = 80;
+/// A long piece, where packets came all at once: only its end is of use.
+constexpr int longestMs = 160;
+constexpr int watchMs = 1000;
+constexpr int tooFarMs = 55;
+constexpr int tooCloseMs = 15;
+constexpr int backMs = 40;
+/// One frame in so many is left out or added: two milliseconds a second.
+constexpr std::size_t driftStep = 500;
+
+}  // namespace
+
+PlayoutPacer::PlayoutPacer(const PcmFormat& format)
+    : format_(format),
+      channels_(static_cast<std::size_t>(format.channels)),
+      least_(std::numeric_limits<std::size_t>::max())
+{
+}
+
+std::size_t PlayoutPacer::framesOf(int ms) const
+{
+    return static_cast<std::size_t>(format_.sampleRate) * static_cast<std::size_t>(ms) / 1000;
+}
+
+void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
+{
+    if (samples.empty())
+    {
+        return;
+    }
+    if (queued > framesOf(mostAheadMs))
+    {
+        samples.clear();
+        return;
+    }
+    const std::size_t ahead = queued == 0 ? framesOf(aheadMs) : queued;
+    cut(ahead, samples);
+    watch(ahead, samples.size() / channels_);
+    stretch(samples);
+    if (queued == 0)
+    {
+        samples.insert(samples.begin(), ahead * channels_, 0);
+    }
+}
+
+void PlayoutPacer::cut(std::size_t ahead, std::vector<std::int16_t>& samples) const
+{
+    const std::size_t most = framesOf(longestMs) - ahead;
+    const std::size_t frames = samples.size() / channels_;
+    if (frames > most)
+    {
+        const auto cutOff = static_cast<std::ptrdiff_t>((frames - most) * channels_);
+        samples.erase(samples.begin(), samples.begin() + cutOff);
+    }
+}
+
+void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
+{
+    // The least counts, not the mean: what is more than that comes and goes with uneven packets.
+    least_ = std::min(least_, ahead);
+    watched_ += frames;
+    if (watched_ < framesOf(watchMs))
+    {
+        return;
+    }
+    if (least_ > framesOf(tooFarMs))
+    {
+        drift_ = 1;
+    }
+    else if (least_ < framesOf(tooCloseMs))
+    {
+        drift_ = -1;
+    }
+    else if ((drift_ > 0 && least_ <= framesOf(backMs)) || (drift_ < 0 && least_ >= framesOf(backMs) / 2))
+    {
+        drift_ = 0;
+    }
+    watched_ = 0;
+    least_ = std::numeric_limits<std::size_t>::max();
+}
+
+void PlayoutPacer::stretch(std::vector<std::int16_t>& samples)
+{
+    const std::size_t frames = samples.size() / channels_;
+    const std::size_t step = (frames + driftStep / 2) / driftStep;
+    if (drift_ == 0 || step == 0 || frames < 2)
+    {
+        return;
+    }
+    const std::size_t wanted = drift_ > 0 ? frames - step : frames + step;
+    stretched_.clear();
+    stretched_.reserve(wanted * channels_);
+    for (std::size_t i = 0; i < wanted; ++i)
+    {
+        const double place =
+            static_cast<double>(i) * static_cast<double>(frames - 1) / static_cast<double>(wanted - 1);
+        const std::size_t left = std::min(static_cast<std::size_t>(place), frames - 2);
+        const double part = place - static_cast<double>(left);
+        for (std::size_t c = 0; c < channels_; ++c)
+        {
+            const double from = samples[left * channels_ + c];
+            const double to = samples[(left + 1) * channels_ + c];
+            stretched_.push_back(static_cast<std::int16_t>(std::lrint(from + part * (to - from))));
+        }
+    }
+    samples.swap(stretched_);
+}
+
+}  // namespace refhost
