@@ -17,6 +17,7 @@
 #include "live/OVLiveControllerFactory.h"
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
+#include "playback/OVPlaybackControllerFactory.h"
 #include "refhost/CommandLine.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/MediaLogs.h"
@@ -132,14 +133,16 @@ std::string describe(const StreamConfig& stream)
     return "a launch line";
 }
 
-SafePointer<IRTSPControllerFactory> makeLiveFactory(const std::string& listen)
+// The library's factories of controllers have the same setters, but no base that declares them.
+template <typename Factory>
+SafePointer<IRTSPControllerFactory> makeFactory(const std::string& listen)
 {
     InetAddr address;
     address.setIP(reachableAddress(listen));
     DeviceInfoEx device;
     device.setDeviceID("ovrtspd");
     device.setDeviceAddr(address);
-    auto* const factory = new OVLiveControllerFactory;
+    auto* const factory = new Factory;
     SafePointer<IRTSPControllerFactory> handle(factory);
     factory->setDeviceInfo(device);
     factory->setDeviceAbility(DeviceExAbility());
@@ -239,7 +242,8 @@ int Application::run()
     const RegisteredCodec codec;
     const PublishedStreams streams(config_);
     MediaRoutes routes;
-    routes.add("orv/live", makeLiveFactory(config_.listen), firstPacketOfLivePlay);
+    routes.add("orv/live", makeFactory<OVLiveControllerFactory>(config_.listen), firstPacketOfLivePlay);
+    routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(config_.listen));
     RtspServer server(config_, std::move(routes));
     std::string error;
     if (!server.start(error))
