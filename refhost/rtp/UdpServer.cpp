@@ -1,11 +1,10 @@
 #include "refhost/rtp/UdpServer.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
+#include "refhost/rtp/SocketHandle.h"
 #include "refhost/rtp/UdpAddress.h"
 #include "refhost/rtp/UdpSockets.h"
 #include "refhost/rtp/UdpTransport.h"
@@ -21,54 +20,9 @@ constexpr int attempts = 64;
 constexpr int sendBufferBytes = 8 << 20;
 constexpr int receiveBufferBytes = 1 << 20;
 
-/// A descriptor that is closed unless released.
-class Socket
+SocketHandle bindSocket(const UdpAddress& address)
 {
-public:
-    explicit Socket(int descriptor) : descriptor_(descriptor) {}
-
-    ~Socket()
-    {
-        if (descriptor_ >= 0)
-        {
-            ::close(descriptor_);
-        }
-    }
-
-    Socket(Socket&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-    Socket& operator=(Socket&& other) noexcept
-    {
-        std::swap(descriptor_, other.descriptor_);
-        return *this;
-    }
-
-    int get() const
-    {
-        return descriptor_;
-    }
-
-    int release()
-    {
-        return std::exchange(descriptor_, -1);
-    }
-
-private:
-    int descriptor_;
-};
-
-void setBuffer(int descriptor, int option, int forced, int bytes)
-{
-    // The forced form goes beyond the system's limit but needs a privilege; the plain one is cut silently.
-    if (setsockopt(descriptor, SOL_SOCKET, forced, &bytes, sizeof(bytes)) != 0)
-    {
-        (void)setsockopt(descriptor, SOL_SOCKET, option, &bytes, sizeof(bytes));
-    }
-}
-
-Socket bindSocket(const UdpAddress& address)
-{
-    Socket opened(::socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    SocketHandle opened(::socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (opened.get() < 0)
     {
         return opened;
@@ -81,7 +35,7 @@ Socket bindSocket(const UdpAddress& address)
     }
     if (::bind(opened.get(), address.get(), address.size()) != 0)
     {
-        return Socket(-1);
+        return SocketHandle(-1);
     }
     return opened;
 }
@@ -94,7 +48,7 @@ int boundPort(int descriptor)
 }
 
 /// Binds `address` with its even port and the port behind it. \returns false with errno set
-bool bindPair(UdpAddress address, Socket& rtp, Socket& rtcp)
+bool bindPair(UdpAddress address, SocketHandle& rtp, SocketHandle& rtcp)
 {
     rtp = bindSocket(address);
     if (rtp.get() < 0)
@@ -107,14 +61,14 @@ bool bindPair(UdpAddress address, Socket& rtp, Socket& rtcp)
 }
 
 /// Finds an even port that is free together with the next one. \returns false with errno set
-bool bindAnyPair(UdpAddress& address, Socket& rtp, Socket& rtcp)
+bool bindAnyPair(UdpAddress& address, SocketHandle& rtp, SocketHandle& rtcp)
 {
     for (int i = 0; i < attempts; ++i)
     {
         address.setPort(0);
         int port = 0;
         {
-            const Socket probe = bindSocket(address);
+            const SocketHandle probe = bindSocket(address);
             if (probe.get() < 0)
             {
                 return false;
@@ -148,18 +102,18 @@ std::shared_ptr<UdpServer> UdpServer::open(const Options& options, std::string& 
         error = "UDP port " + std::to_string(options.rtpPort) + " for RTP is not an even port number";
         return nullptr;
     }
-    Socket rtp(-1);
-    Socket rtcp(-1);
+    SocketHandle rtp(-1);
+    SocketHandle rtcp(-1);
     address.setPort(options.rtpPort);
     if (options.rtpPort == 0 ? !bindAnyPair(address, rtp, rtcp) : !bindPair(address, rtp, rtcp))
     {
         error = "cannot bind UDP ports for RTP and RTCP at " + options.address + ": " + std::strerror(errno);
         return nullptr;
     }
-    setBuffer(rtp.get(), SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
-    setBuffer(rtp.get(), SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
-    setBuffer(rtcp.get(), SO_SNDBUF, SO_SNDBUFFORCE, receiveBufferBytes);
-    setBuffer(rtcp.get(), SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
+    rtp.setBuffer(SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
+    rtp.setBuffer(SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
+    rtcp.setBuffer(SO_SNDBUF, SO_SNDBUFFORCE, receiveBufferBytes);
+    rtcp.setBuffer(SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
 
     std::shared_ptr<UdpServer> server(new UdpServer);
     server->sockets_ =

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "refhost/rtp/GatedTransport.h"
+#include "refhost/rtp/MulticastInterface.h"
+#include "refhost/rtp/MulticastPool.h"
+#include "refhost/rtp/SocketHandle.h"
+#include "refhost/rtp/UdpAddress.h"
+#include "refhost/rtp/UdpUnitSender.h"
+
+namespace refhost
+{
+
+/// What multicast sockets are set to. A plain value.
+struct MulticastSocketSettings
+{
+    MulticastInterface interface;
+    int ttl = 1;
+
+    /// Has what `socket` sends leave by the interface, with the TTL, and come back to this machine.
+    /// \returns false with errno set
+    bool applyTo(const SocketHandle& socket) const;
+};
+
+/// Sends the RTP of all tracks to all groups. One socket. Threads: any.
+class MulticastOutput
+{
+public:
+    MulticastOutput(SocketHandle socket, bool segmentation);
+
+    UdpUnitSender& sender()
+    {
+        return sender_;
+    }
+
+    int descriptor() const
+    {
+        return socket_.get();
+    }
+
+private:
+    const SocketHandle socket_;
+    UdpUnitSender sender_;
+};
+
+/// One track's ports of one group, and the membership in the group that brings the members' reports.
+/// Holds the group as long as it lives. Threads: any.
+class MulticastChannel
+{
+public:
+    /// \param lease  the group
+    /// \param track  number within the group
+    /// \returns null with errno set when the system has no way for the group
+    static std::shared_ptr<MulticastChannel> open(MulticastPool::Lease lease, int track,
+                                                  const MulticastSocketSettings& settings,
+                                                  std::shared_ptr<MulticastOutput> output);
+
+    MulticastChannel(MulticastPool::Lease lease, int track, SocketHandle rtcp,
+                     std::shared_ptr<MulticastOutput> output);
+
+    const MulticastGroup& group() const
+    {
+        return *lease_;
+    }
+
+    /// Of the socket that takes the members' reports; -1 where its port is another program's alone.
+    int descriptor() const
+    {
+        return rtcp_.get();
+    }
+
+    SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header);
+    void sendRtcp(const std::uint8_t* data, std::size_t size);
+
+    /// Hands reports to `inbox` from now on, in place of the former one.
+    void listen(std::weak_ptr<TransportInbox> inbox);
+    /// Reads a bounded number of reports.
+    void onReadable();
+
+private:
+    const MulticastPool::Lease lease_;
+    const SocketHandle rtcp_;
+    const std::shared_ptr<MulticastOutput> output_;
+    UdpAddress rtpAddress_;
+    UdpAddress rtcpAddress_;
+    std::mutex mutex_;
+    std::weak_ptr<TransportInbox> inbox_;
+};
+
+}  // namespace refhost

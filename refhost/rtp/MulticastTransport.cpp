@@ -1,0 +1,27 @@
+#include "refhost/rtp/MulticastTransport.h"
+
+#include <utility>
+
+namespace refhost
+{
+
+MulticastTransport::MulticastTransport(std::shared_ptr<MulticastChannel> channel)
+    : GatedTransport(udpMulticast, nullptr), channel_(std::move(channel))
+{
+    channel_->listen(inbox());
+}
+
+MulticastTransport::~MulticastTransport() noexcept(false) = default;
+
+SendResult MulticastTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                        const RtpHeaderFields& header, bool /*more*/)
+{
+    return channel_->send(unit, firstPacket, header);
+}
+
+void MulticastTransport::transmitRtcp(const std::uint8_t* data, std::size_t size)
+{
+    channel_->sendRtcp(data, size);
+}
+
+}  // namespace refhost

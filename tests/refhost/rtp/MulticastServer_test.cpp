@@ -1,0 +1,320 @@
+#include "refhost/rtp/MulticastServer.h"
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refhost/rtp/SocketHandle.h"
+#include "refhost/rtp/UdpAddress.h"
+#include "support/SafePointer.h"
+#include "tests/refhost/rtp/RtpFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+using Bytes = std::vector<std::uint8_t>;
+using Transport = std::unique_ptr<SafePointer<RtpTransport>>;
+
+constexpr int boundMs = 5000;
+const MulticastPool::Stream mainStream{1, 0};
+const MulticastPool::Stream smallStream{1, 1};
+
+bool waitReadable(int descriptor)
+{
+    pollfd waiting{descriptor, POLLIN, 0};
+    return poll(&waiting, 1, boundMs) == 1;
+}
+
+UdpAddress addressOf(const MulticastGroup& group, int port)
+{
+    UdpAddress address;
+    EXPECT_TRUE(UdpAddress::parse(group.addressText(), address));
+    address.setPort(port);
+    return address;
+}
+
+/// Somebody on this machine who joined a group at the loopback interface.
+class Member
+{
+public:
+    Member(const MulticastGroup& group, int port) : address_(addressOf(group, port))
+    {
+        const int yes = 1;
+        EXPECT_EQ(0, setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes));
+        EXPECT_EQ(0, ::bind(socket_.get(), address_.get(), address_.size()));
+        ip_mreqn request{};
+        request.imr_multiaddr.s_addr = htonl(group.address);
+        request.imr_ifindex = static_cast<int>(if_nametoindex("lo"));
+        EXPECT_EQ(0, setsockopt(socket_.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request));
+        EXPECT_EQ(0, setsockopt(socket_.get(), IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof request));
+    }
+
+    /// The next packet. \returns nothing when none comes
+    Bytes receive()
+    {
+        Bytes packet(2000);
+        if (!waitReadable(socket_.get()))
+        {
+            return {};
+        }
+        const auto size = ::recv(socket_.get(), packet.data(), packet.size(), 0);
+        packet.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+        return packet;
+    }
+
+    /// Packets that are there now.
+    std::size_t waiting()
+    {
+        std::size_t count = 0;
+        Bytes packet(2000);
+        while (::recv(socket_.get(), packet.data(), packet.size(), MSG_DONTWAIT) > 0)
+        {
+            ++count;
+        }
+        return count;
+    }
+
+    void send(const Bytes& packet)
+    {
+        EXPECT_EQ(static_cast<ssize_t>(packet.size()),
+                  ::sendto(socket_.get(), packet.data(), packet.size(), 0, address_.get(), address_.size()));
+    }
+
+private:
+    SocketHandle socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    const UdpAddress address_;
+};
+
+class Listener : public TransportListener
+{
+public:
+    void onTransportReady() override {}
+
+    void onRtcp(const std::uint8_t* data, std::size_t size) override
+    {
+        reports.emplace_back(data, data + size);
+    }
+
+    std::vector<Bytes> reports;
+};
+
+class MulticastServerTest : public testing::Test
+{
+protected:
+    /// Ports that no other test's process uses at the same time.
+    MulticastServerTest()
+    {
+        options.pool.range = *MulticastRange::parse("239.255.42.128/30");
+        options.pool.port = 20000 + static_cast<int>(getpid() % 5000) * 8;
+        options.interface = "127.0.0.1";
+        options.segmentationOffload = false;
+    }
+
+    std::shared_ptr<MulticastServer> open()
+    {
+        std::string error;
+        auto server = MulticastServer::open(options, error);
+        EXPECT_TRUE(server) << error;
+        return server;
+    }
+
+    MulticastServer::Options options;
+};
+
+TEST_F(MulticastServerTest, AnUnknownInterfaceIsRefused)
+{
+    for (const char* name : {"nosuch0", "192.0.2.1"})
+    {
+        options.interface = name;
+        std::string error;
+        EXPECT_FALSE(MulticastServer::open(options, error));
+        EXPECT_NE(std::string::npos, error.find(name)) << error;
+    }
+}
+
+TEST_F(MulticastServerTest, TheListenAddressTellsTheInterface)
+{
+    options.interface.clear();
+    options.listen = "127.0.0.1";
+    const auto server = open();
+    Transport transport;
+    MulticastWay way;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    Member member(way.group, way.group.portOf(0));
+    (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
+    EXPECT_EQ(112U, member.receive().size());
+}
+
+TEST_F(MulticastServerTest, EveryMemberGetsWhatIsSentOnce)
+{
+    const auto server = open();
+    Transport transport;
+    MulticastWay way;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    EXPECT_EQ(IConnection::udpMulticast, (*transport)->transportKind);
+    Member one(way.group, way.group.portOf(0));
+    Member other(way.group, way.group.portOf(0));
+    const SendResult result = (*transport)->send(makeUnit(1, 1, true, 3), 0, {7, 100, 9, 96}, false);
+    EXPECT_EQ(SendStatus::sent, result.status);
+    EXPECT_EQ(3U, result.packets);
+    for (Member* member : {&one, &other})
+    {
+        for (const int sequence : {100, 101, 102})
+        {
+            const Bytes packet = member->receive();
+            ASSERT_LT(12U, packet.size());
+            EXPECT_EQ(sequence, packet[3]);
+        }
+        EXPECT_EQ(0U, member->waiting());
+    }
+}
+
+TEST_F(MulticastServerTest, EachTrackAndEachStreamHasPortsOfItsOwn)
+{
+    const auto server = open();
+    Transport transport;
+    MulticastWay video;
+    MulticastWay audio;
+    MulticastWay other;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, video));
+    ASSERT_TRUE(server->describe(mainStream, 1, audio));
+    ASSERT_TRUE(server->describe(smallStream, 0, other));
+    EXPECT_EQ(video.group, audio.group);
+    EXPECT_EQ(video.group.portOf(0) + 2, audio.group.portOf(audio.track));
+    EXPECT_NE(video.group.address, other.group.address);
+    EXPECT_FALSE(server->describe(mainStream, 2, other));
+    EXPECT_EQ(MulticastServer::Result::noGroup, server->makeTransport(mainStream, 2, transport, other));
+    EXPECT_EQ(MulticastServer::Result::noGroup, server->makeTransport(mainStream, -1, transport, other));
+}
+
+TEST_F(MulticastServerTest, TheGroupIsFreeAfterTheLastTransport)
+{
+    options.pool.range = *MulticastRange::parse("239.255.42.128");
+    const auto server = open();
+    Transport video;
+    Transport audio;
+    Transport other;
+    MulticastWay way;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, video, way));
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 1, audio, way));
+    EXPECT_EQ(1U, server->groupsTaken());
+    video.reset();
+    EXPECT_EQ(MulticastServer::Result::noGroup, server->makeTransport(smallStream, 0, other, way));
+    audio.reset();
+    EXPECT_EQ(0U, server->groupsTaken());
+    EXPECT_EQ(MulticastServer::Result::made, server->makeTransport(smallStream, 0, other, way));
+}
+
+TEST_F(MulticastServerTest, SenderReportsGoToTheGroup)
+{
+    const auto server = open();
+    Transport transport;
+    MulticastWay way;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    Member member(way.group, way.group.portOf(0) + 1);
+    const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
+    (*transport)->sendRtcp(report.data(), report.size());
+    EXPECT_EQ(report, member.receive());
+}
+
+TEST_F(MulticastServerTest, ReportsOfMembersComeToTheYoungestTransport)
+{
+    const auto server = open();
+    Transport older;
+    Transport younger;
+    MulticastWay way;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, older, way));
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, younger, way));
+    const auto silent = std::make_shared<Listener>();
+    const auto told = std::make_shared<Listener>();
+    (*older)->setListener(silent);
+    (*younger)->setListener(told);
+    Member member(way.group, way.group.portOf(0) + 1);
+    const Bytes report{0x80, 201, 0, 1, 1, 2, 3, 4};
+    member.send(report);
+    ASSERT_TRUE(waitReadable(server->descriptor()));
+    server->onReadable();
+    ASSERT_EQ(1U, told->reports.size());
+    EXPECT_EQ(report, told->reports.front());
+    EXPECT_TRUE(silent->reports.empty());
+}
+
+TEST_F(MulticastServerTest, ReportsBehindTheEndOfTheGroupAreNobodys)
+{
+    const auto server = open();
+    Transport transport;
+    MulticastWay way;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    Member member(way.group, way.group.portOf(0) + 1);
+    member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
+    ASSERT_TRUE(waitReadable(server->descriptor()));
+    transport.reset();
+    server->onReadable();
+    pollfd quiet{server->descriptor(), POLLIN, 0};
+    EXPECT_EQ(0, poll(&quiet, 1, 0));
+}
+
+TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
+{
+    const auto server = open();
+    Transport transport;
+    MulticastWay way;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    const auto told = std::make_shared<Listener>();
+    (*transport)->setListener(told);
+    Member member(way.group, way.group.portOf(0) + 1);
+    constexpr std::size_t sent = 150;
+    for (std::size_t i = 0; i < sent; ++i)
+    {
+        member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
+    }
+    server->onReadable();
+    EXPECT_EQ(128U, told->reports.size());
+    ASSERT_TRUE(waitReadable(server->descriptor()));
+    server->onReadable();
+    EXPECT_EQ(sent, told->reports.size());
+}
+
+TEST_F(MulticastServerTest, ATakenReportPortKeepsNothingFromBeingSent)
+{
+    const auto server = open();
+    MulticastWay way;
+    ASSERT_TRUE(server->describe(mainStream, 0, way));
+    const SocketHandle taken(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const UdpAddress address = addressOf(way.group, way.group.portOf(0) + 1);
+    ASSERT_EQ(0, ::bind(taken.get(), address.get(), address.size()));
+    Transport transport;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    Member member(way.group, way.group.portOf(0));
+    (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
+    EXPECT_EQ(112U, member.receive().size());
+    const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
+    (*transport)->sendRtcp(report.data(), report.size());
+}
+
+TEST_F(MulticastServerTest, TransportsOutliveTheServer)
+{
+    auto server = open();
+    Transport transport;
+    MulticastWay way;
+    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    Member member(way.group, way.group.portOf(0));
+    server.reset();
+    (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
+    EXPECT_EQ(112U, member.receive().size());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
