@@ -242,7 +242,8 @@ int Application::run()
     const RegisteredCodec codec;
     const PublishedStreams streams(config_);
     MediaRoutes routes;
-    routes.add("orv/live", makeFactory<OVLiveControllerFactory>(config_.listen), firstPacketOfLivePlay);
+    routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(config_.listen),
+                           firstPacketOfLivePlay);
     routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(config_.listen));
     RtspServer server(config_, std::move(routes));
     std::string error;

@@ -8,12 +8,18 @@ namespace refhost
 void MediaRoutes::add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
                       FirstPacketFunction firstPacket)
 {
-    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false});
+    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false, false});
+}
+
+void MediaRoutes::addWithTalkBack(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
+                                  FirstPacketFunction firstPacket)
+{
+    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false, true});
 }
 
 void MediaRoutes::addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory)
 {
-    routes_.push_back({std::move(prefix), factory, nullptr, true});
+    routes_.push_back({std::move(prefix), factory, nullptr, true, false});
 }
 
 const MediaRoutes::Route* MediaRoutes::find(std::string_view presentation) const

@@ -26,11 +26,15 @@ public:
         SafePointer<IRTSPControllerFactory> factory;
         FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo() tells
         bool recorded = false;            ///< has positions and speeds; otherwise live
+        bool talkBack = false;            ///< its controllers take the sound that clients send
     };
 
     /// Serves presentations that begin with `prefix` and a slash ("orv/live" for "orv/live/1/0").
     void add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
              FirstPacketFunction firstPacket);
+    /// The same for presentations whose controllers take talk-back.
+    void addWithTalkBack(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
+                         FirstPacketFunction firstPacket);
     /// The same for presentations that are recordings.
     void addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory);
 

@@ -100,6 +100,10 @@ void PlayVerbs::flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& 
 void PlayVerbs::addRtpInfo(ResponseWriter& out, std::string_view base,
                            const std::vector<RtspSession::PlayedTrack>& tracks)
 {
+    if (tracks.empty())
+    {
+        return;
+    }
     out.beginHeader("RTP-Info");
     std::string& text = out.text();
     std::string_view separator;

@@ -8,6 +8,7 @@
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/StatusMap.h"
+#include "support/StatusCode.h"
 
 namespace refhost
 {
@@ -112,6 +113,8 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     }
     auto track = std::make_unique<Track>();
     track->id = std::move(trackId);
+    SubMediaInfo description;
+    track->backChannel = isDescribed(track->id, description) && description.getAudioBackInfoFlag();
     const RtspStatus status = make(track->delivery);
     if (status != rtspOk)
     {
@@ -188,6 +191,10 @@ RtspStatus RtspSession::start(const std::vector<Track*>& tracks, Attempt attempt
     {
         const int code = controller->play(id_, track->id);
         const bool waits = code == hostStreamNotReady && !attempt.last;
+        if (isOver(*track, code, tracks))
+        {
+            continue;
+        }
         if (code != 0 && !waits)
         {
             takeBack(tracks);
@@ -200,6 +207,12 @@ RtspStatus RtspSession::start(const std::vector<Track*>& tracks, Attempt attempt
         track->playing = track->playing || !waits;
     }
     return rtspOk;
+}
+
+/// Talk-back may end by itself, as when the client said goodbye on that track: the others go on.
+bool RtspSession::isOver(const Track& track, int code, const std::vector<Track*>& asked)
+{
+    return track.backChannel && code == statusRefused && asked.size() > 1;
 }
 
 /// Pauses what the present request has started, or asked to get ready.
@@ -221,6 +234,10 @@ RtspSession::Played RtspSession::played(const std::vector<Track*>& tracks, const
     out.tracks.reserve(tracks.size());
     for (const Track* track : tracks)
     {
+        if (track->backChannel)
+        {
+            continue;
+        }
         PlayedTrack entry;
         entry.id = track->id;
         entry.known = firstPacket_ == nullptr
@@ -253,7 +270,7 @@ RtspStatus RtspSession::pause(std::string_view trackId)
         if (track->playing)
         {
             const int code = controller->pause(id_, track->id);
-            if (code != 0)
+            if (code != 0 && !isOver(*track, code, tracks))
             {
                 return StatusMap::ofCode(Step::control, code);
             }
@@ -399,7 +416,8 @@ RtspStatus RtspSession::select(std::string_view trackId, std::vector<Track*>& ou
     Track* const track = findTrack(trackId);
     if (track == nullptr)
     {
-        return hasTrackInDescription(trackId) ? rtspInvalidState : rtspNotFound;
+        SubMediaInfo described;
+        return isDescribed(std::string(trackId), described) ? rtspInvalidState : rtspNotFound;
     }
     out.push_back(track);
     return rtspOk;
@@ -437,19 +455,25 @@ RtspStatus RtspSession::onlyTrack(std::string& trackId)
     {
         return StatusMap::ofCode(Step::control, code);
     }
-    if (info.getAllSubMediaInfo().size() != 1)
+    for (const SubMediaInfo& track : info.getAllSubMediaInfo())
     {
-        return rtspAggregateNotAllowed;
+        if (track.getAudioBackInfoFlag())
+        {
+            continue;
+        }
+        if (!trackId.empty())
+        {
+            return rtspAggregateNotAllowed;
+        }
+        trackId = track.trackId;
     }
-    trackId = info.getAllSubMediaInfo().front().trackId;
-    return rtspOk;
+    return trackId.empty() ? rtspAggregateNotAllowed : rtspOk;
 }
 
-bool RtspSession::hasTrackInDescription(std::string_view trackId)
+bool RtspSession::isDescribed(const std::string& trackId, SubMediaInfo& out)
 {
     MediaInfo info;
-    SubMediaInfo track;
-    return (*controller_)->getMediaInfo(info) == 0 && info.getSubMediaInfo(std::string(trackId), track);
+    return (*controller_)->getMediaInfo(info) == 0 && info.getSubMediaInfo(trackId, out);
 }
 
 /// Goes on whatever happens: the rest of the session must be let go all the same.

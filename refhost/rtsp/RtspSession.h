@@ -43,7 +43,7 @@ public:
         std::uint64_t link = 0;  ///< serial of the connection that it ends with; 0 for UDP
     };
 
-    /// What RTP-Info says of one track.
+    /// What RTP-Info says of one track; back channels are left out.
     struct PlayedTrack
     {
         std::string_view id;
@@ -88,9 +88,11 @@ public:
     std::shared_ptr<SessionLiveness> liveness() const;
 
     /// Sets a track up, or changes the way of one that does not play: its former way ends first, also when
-    /// the new one fails. An empty track id means the only track of the presentation. \param make      called
-    /// under the lock when the track may be set up \param[out] ssrc the SSRC of the track's packets \returns
-    /// 200, 455 for a track that plays, 459 for an empty track id where there are several tracks, the
+    /// the new one fails. An empty track id means the only track that the device sends.
+    /// \param make       called under the lock when the track may be set up
+    /// \param[out] ssrc  the SSRC of the track's packets; of the device's reports on a back channel
+    /// \returns 200, 455 for a track that plays, 459 for an empty track id where there are several tracks,
+    /// the
     ///          status of `make`, or what the controller's code means
     RtspStatus setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc);
 
@@ -142,19 +144,21 @@ private:
         std::string id;
         Delivery delivery;
         bool playing = false;
-        bool started = false;  ///< by the PLAY under way
+        bool started = false;      ///< by the PLAY under way
+        bool backChannel = false;  ///< the client sends on it
     };
 
     Track* findTrack(std::string_view trackId);
     RtspStatus selectPlaying(std::string_view trackId, std::vector<Track*>& out);
     RtspStatus start(const std::vector<Track*>& tracks, Attempt attempt, bool& notReady);
+    static bool isOver(const Track& track, int code, const std::vector<Track*>& asked);
     void takeBack(const std::vector<Track*>& tracks);
     Played played(const std::vector<Track*>& tracks, const PlayOrder& order);
     static std::vector<std::string> idsOf(const std::vector<Track*>& tracks);
     RtspStatus select(std::string_view trackId, std::vector<Track*>& out);
     RtspStatus onlyTrack(std::string& trackId);
     void stopTrack(Track& track);
-    bool hasTrackInDescription(std::string_view trackId);
+    bool isDescribed(const std::string& trackId, SubMediaInfo& out);
 
     const std::string id_;
     const std::string presentation_;

@@ -17,6 +17,7 @@ enum RtspStatus
     rtspUriTooLong = 414,
     rtspUnsupportedMediaType = 415,
     rtspParameterNotUnderstood = 451,
+    rtspNotEnoughBandwidth = 453,
     rtspSessionNotFound = 454,
     rtspInvalidState = 455,
     rtspInvalidRange = 457,

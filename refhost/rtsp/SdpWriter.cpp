@@ -1,5 +1,6 @@
 #include "refhost/rtsp/SdpWriter.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -78,6 +79,19 @@ void appendTrack(std::string& out, const SubMediaInfo& track)
     out.append("a=control:").append(track.trackId).append("\r\n");
 }
 
+/// Directions are the client's where there is talk-back: it sends there and receives elsewhere.
+void appendDirection(std::string& out, const SubMediaInfo& track)
+{
+    out += track.getAudioBackInfoFlag() ? "a=sendonly\r\n" : "a=recvonly\r\n";
+}
+
+bool hasBackChannel(const MediaInfo& info)
+{
+    const auto& tracks = info.getAllSubMediaInfo();
+    return std::any_of(tracks.begin(), tracks.end(),
+                       [](const SubMediaInfo& track) { return track.getAudioBackInfoFlag(); });
+}
+
 /// The length of a recording (RFC 2326, section C.1.5); in normal play time alone, because clients take one
 /// range line for the whole truth and few know absolute time.
 void appendRange(std::string& out, const MediaInfo& info)
@@ -109,11 +123,13 @@ void SdpWriter::append(std::string& out, const MediaInfo& info, std::string_view
     out.append(family).append(ipv6 ? "::" : "0.0.0.0");
     out += "\r\nt=0 0\r\na=control:*\r\n";
     appendRange(out, info);
+    const bool directed = hasBackChannel(info);
     for (const SubMediaInfo& track : info.getAllSubMediaInfo())
     {
-        if (!track.getAudioBackInfoFlag())
+        appendTrack(out, track);
+        if (directed)
         {
-            appendTrack(out, track);
+            appendDirection(out, track);
         }
     }
 }

@@ -19,7 +19,8 @@ public:
     /// \param version  number of this description, the same for every client while the server runs
     explicit SdpWriter(std::uint64_t version);
 
-    /// Appends the description.
+    /// Appends the description. Where one of the tracks is an audio back channel, every track has its
+    /// direction.
     /// \param address  numeric address of the server as the client sees it
     /// \param ipv6     true for an IPv6 address
     void append(std::string& out, const MediaInfo& info, std::string_view address, bool ipv6) const;

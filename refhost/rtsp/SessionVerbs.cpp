@@ -1,6 +1,5 @@
 #include "refhost/rtsp/SessionVerbs.h"
 
-
 #include "hostapi/description/MediaInfo.h"
 #include "live/IRTSPControllerFactory.h"
 #include "refhost/base/HostStatus.h"
@@ -46,7 +45,8 @@ SessionVerbs::SessionVerbs(FrontServices& services, ClientLink& link, LinkSessio
 {
 }
 
-RtspStatus SessionVerbs::createController(const Exchange& exchange,
+/// \param talkBack  whether the client may know of the presentation's back channel
+RtspStatus SessionVerbs::createController(const Exchange& exchange, bool talkBack,
                                           std::optional<SafePointer<IRTSPController>>& out, bool& notReady)
 {
     const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
@@ -55,7 +55,8 @@ RtspStatus SessionVerbs::createController(const Exchange& exchange,
         return rtspNotFound;
     }
     out.emplace();
-    const int code = route->factory->createMedia(exchange.url.presentation, *out, false);
+    const int code =
+        route->factory->createMedia(exchange.url.presentation, *out, talkBack && route->talkBack);
     notReady = code == hostStreamNotReady;
     if (code != 0)
     {
@@ -73,7 +74,7 @@ SessionVerbs::Result SessionVerbs::describe(Exchange& exchange, bool lastTry)
     }
     std::optional<SafePointer<IRTSPController>> controller;
     bool notReady = false;
-    RtspStatus status = createController(exchange, controller, notReady);
+    RtspStatus status = createController(exchange, exchange.require.backchannel, controller, notReady);
     if (notReady && !lastTry)
     {
         return Result::notReady;
@@ -148,7 +149,9 @@ SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
 RtspStatus SessionVerbs::createSession(Exchange& exchange, std::shared_ptr<RtspSession>& out, bool& notReady)
 {
     std::optional<SafePointer<IRTSPController>> controller;
-    const RtspStatus status = createController(exchange, controller, notReady);
+    // Whoever knows the name of the back channel was told it once; many clients insist on it with that
+    // track's SETUP only, which may not be the session's first.
+    const RtspStatus status = createController(exchange, true, controller, notReady);
     if (status != rtspOk)
     {
         return status;

@@ -34,8 +34,8 @@ public:
     void received(int channel, const std::uint8_t* data, std::size_t size);
 
 private:
-    RtspStatus createController(const Exchange& exchange, std::optional<SafePointer<IRTSPController>>& out,
-                                bool& notReady);
+    RtspStatus createController(const Exchange& exchange, bool talkBack,
+                                std::optional<SafePointer<IRTSPController>>& out, bool& notReady);
     RtspStatus createSession(Exchange& exchange, std::shared_ptr<RtspSession>& out, bool& notReady);
     void setupTrack(Exchange& exchange, const std::shared_ptr<RtspSession>& session,
                     const TransportChoice& choice);

@@ -31,6 +31,7 @@ constexpr std::array<StatusMap::Row, StatusMap::rowCount> table{{
     {hostTrackUnknown, Step::control, rtspInvalidState},
     {hostConnectionUnusable, Step::setup, rtspUnsupportedTransport},
     {hostTalkBackUnavailable, Step::setup, rtspServiceUnavailable},
+    {hostTalkBackBusy, Step::setup, rtspNotEnoughBandwidth},
     {hostRecordingUnknown, Step::create, rtspNotFound},
     {hostRecordingUnknown, Step::setup, rtspNotFound},
     {hostRecordingUnknown, Step::control, rtspNotFound},
@@ -79,6 +80,8 @@ std::string_view StatusMap::reason(int status)
             return "Unsupported Media Type";
         case rtspParameterNotUnderstood:
             return "Parameter Not Understood";
+        case rtspNotEnoughBandwidth:
+            return "Not Enough Bandwidth";
         case rtspSessionNotFound:
             return "Session Not Found";
         case rtspInvalidState:

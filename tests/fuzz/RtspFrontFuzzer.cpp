@@ -196,9 +196,10 @@ private:
             1, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
         const SafePointer<OVLiveControllerFactory> live(new OVLiveControllerFactory);
         live->setThirdPlatType(1);
-        routes.add("orv/live", live,
-                   [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
-                   { return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
+        routes.addWithTalkBack(
+            "orv/live", live,
+            [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
+            { return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
         routes.addRecorded("orv/playback",
                            SafePointer<IRTSPControllerFactory>(new FuzzRecordingFactory(recording)));
         streams->streams[1]->description = StreamSource::Description::starting;

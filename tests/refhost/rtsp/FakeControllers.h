@@ -32,7 +32,8 @@ struct ControllerScript
         {
             return -77;
         }
-        const auto found = results.find(text.substr(0, text.find(' ')));
+        auto found = results.find(text);
+        found = found == results.end() ? results.find(text.substr(0, text.find(' '))) : found;
         return found == results.end() ? 0 : found->second;
     }
 
@@ -47,9 +48,10 @@ struct ControllerScript
 
     std::mutex mutex;
     std::vector<std::string> calls;
-    std::map<std::string, int> results;
-    int failAt = 0;   ///< number of the call that fails
-    int throwAt = 0;  ///< number of the call that throws
+    std::map<std::string, int> results;  ///< by a call's name, or by its whole text
+    bool talkBack = false;               ///< there is a back channel, "trackID=talk"
+    int failAt = 0;                      ///< number of the call that fails
+    int throwAt = 0;                     ///< number of the call that throws
     int count = 0;
     int living = 0;  ///< controllers
 };
@@ -75,6 +77,13 @@ public:
         out.clearAllSubMediaInfo();
         out.addSubMediaInfo(SampleTracks::video());
         out.addSubMediaInfo(SampleTracks::audio());
+        if (script_->talkBack)
+        {
+            SubMediaInfo back = SampleTracks::audio();
+            back.trackId = "trackID=talk";
+            back.setAudioBackInfoFlag(true);
+            out.addSubMediaInfo(back);
+        }
         return 0;
     }
 

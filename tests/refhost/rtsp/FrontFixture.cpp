@@ -43,9 +43,9 @@ FrontFixture::FrontFixture()
         platformType, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
     const SafePointer<OVLiveControllerFactory> live(new OVLiveControllerFactory);
     live->setThirdPlatType(platformType);
-    routes.add("orv/live", live,
-               [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
-               { return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
+    routes.addWithTalkBack("orv/live", live,
+                           [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
+                           { return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
     Device::setStreams(streams);
     config.port = 0;
     config.threads = 2;

@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "refhost/audio/BackChannel.h"
 #include "refhost/live/StreamSource.h"
 #include "tests/SampleTracks.h"
 #include "tests/refhost/live/LiveFakes.h"
@@ -42,6 +44,14 @@ public:
         return cameraId == 1 && (streamId == 0 || streamId == 1) ? streams[streamId] : nullptr;
     }
 
+    bool describeBackChannel(int cameraId, SubMediaInfo& out) override
+    {
+        const auto track = backChannelOf(cameraId == 1 ? talkBack : "none");
+        out = track ? *track : out;
+        return track.has_value();
+    }
+
+    std::string talkBack = "none";  ///< codec; set before the server starts
     std::shared_ptr<FrontStream> streams[2] = {std::make_shared<FrontStream>(),
                                                std::make_shared<FrontStream>()};
 };

@@ -104,6 +104,36 @@ TEST_F(RtspSessionTest, PlayHoldsEveryTrackUntilTheAnswerIsOut)
     EXPECT_EQ(wires_["trackID=1"]->status, SendStatus::sent);
 }
 
+TEST_F(RtspSessionTest, RtpInfoLeavesTheBackChannelOut)
+{
+    script_->talkBack = true;
+    setup("trackID=0");
+    setup("trackID=talk");
+    EXPECT_EQ(play(), rtspOk);
+    EXPECT_EQ(script_->countOf("play trackID=talk"), 1);
+    EXPECT_EQ(played_, 1u);
+    EXPECT_EQ(play("trackID=talk"), rtspOk);
+    EXPECT_EQ(played_, 0u);
+}
+
+TEST_F(RtspSessionTest, TalkBackThatEndedByItselfDoesNotDisturbTheOthers)
+{
+    script_->talkBack = true;
+    setup("trackID=0");
+    setup("trackID=talk");
+    EXPECT_EQ(play(), rtspOk);
+    script_->results["pause trackID=talk"] = -6;
+    EXPECT_EQ(session_->pause(""), rtspOk);
+    script_->results["play trackID=talk"] = -6;
+    EXPECT_EQ(play(), rtspOk);
+    EXPECT_EQ(play("trackID=talk"), rtspInvalidState);
+    script_->results["play trackID=0"] = -6;
+    EXPECT_EQ(play(), rtspInvalidState) << "a track that the device sends is no such exception";
+    bool empty = false;
+    EXPECT_EQ(session_->teardown("", empty), rtspOk);
+    EXPECT_EQ(script_->countOf("stop trackID=talk"), 1);
+}
+
 TEST_F(RtspSessionTest, AFailedPlayPausesWhatItStartedAndLetsTheTransportsGo)
 {
     setup("trackID=0");

@@ -146,20 +146,35 @@ TEST(SdpWriter, WritesRatesWithoutTrailingZeros)
     }
 }
 
-TEST(SdpWriter, ShowsNoTalkBackTrack)
-{
-    SubMediaInfo back = SampleTracks::audio();
-    back.setAudioBackInfoFlag(true);
-    MediaInfo info;
-    info.addSubMediaInfo(video());
-    info.addSubMediaInfo(back);
-    EXPECT_EQ(written(info, "192.0.2.1", false).find("m=audio"), std::string::npos);
-}
-
 std::string attribute(const GstSDPMessage* message, const char* name, guint number = 0)
 {
     const gchar* const value = gst_sdp_message_get_attribute_val_n(message, name, number);
     return value == nullptr ? "" : value;
+}
+
+TEST(SdpWriter, WithTalkBackEveryTrackHasItsDirection)
+{
+    MediaInfo info = presentation();
+    SubMediaInfo back = SampleTracks::audio();
+    back.trackId = "trackID=talk";
+    back.setAudioBackInfoFlag(true);
+    info.addSubMediaInfo(back);
+    const Sdp sdp = parse(written(info, "192.0.2.1", false));
+    ASSERT_EQ(gst_sdp_message_medias_len(sdp.get()), 3u);
+    for (const auto& [number, direction] :
+         {std::pair(0u, "recvonly"), std::pair(1u, "recvonly"), std::pair(2u, "sendonly")})
+    {
+        const GstSDPMedia* const media = gst_sdp_message_get_media(sdp.get(), number);
+        EXPECT_NE(gst_sdp_media_get_attribute_val(media, direction), nullptr) << number;
+    }
+    EXPECT_STREQ(gst_sdp_media_get_attribute_val(gst_sdp_message_get_media(sdp.get(), 2), "control"),
+                 "trackID=talk");
+}
+
+TEST(SdpWriter, WithoutTalkBackThereAreNoDirections)
+{
+    const std::string text = written(presentation(), "192.0.2.1", false);
+    EXPECT_EQ(text.find("only"), std::string::npos) << text;
 }
 
 TEST(SdpWriter, ARecordingHasALength)
