@@ -5,6 +5,7 @@
 
 #include "refhost/base/HostStatus.h"
 #include "refhost/device/Device.h"
+#include "refhost/playback/PlaybackService.h"
 
 /// This host's description depends on the stream alone; of what it is told it keeps the URL only.
 struct MediaInfoTool::Impl
@@ -64,7 +65,14 @@ int MediaInfoTool::createMediaInfo(int cameraId, int streamId, MediaInfo& out, b
     return 0;
 }
 
-int MediaInfoTool::createPlaybackMediaInfo(const RecordInfo&, MediaInfo&)
+int MediaInfoTool::createPlaybackMediaInfo(const RecordInfo& record, MediaInfo& out)
 {
-    return refhost::hostRecordingUnknown;
+    MediaInfo described;
+    const int status = refhost::PlaybackService::instance().catalog().describe(record, described);
+    if (status == 0)
+    {
+        described.mediaUrl = impl_->mediaUrl;
+        out = std::move(described);
+    }
+    return status;
 }

@@ -32,8 +32,8 @@ PlaybackSession::~PlaybackSession() = default;
 
 void PlaybackSession::addTrack(const SubMediaInfo& info, int payloadSize)
 {
-    auto track = std::make_shared<PlaybackTrack>(weak_from_this(), info, payloadSize, name_, settings_);
     const Lock lock(mutex_);
+    auto track = std::make_shared<PlaybackTrack>(weak_from_this(), info, payloadSize, name_, settings_);
     TrackPtr& place = tracks_[track->video ? 0 : 1];
     if (place)
     {
@@ -61,6 +61,7 @@ int PlaybackSession::play(const std::string& trackId)
     {
         return hostConnectionUnusable;
     }
+    track->heard();
     if (placeFailed_)
     {
         placeFailed_ = false;
@@ -211,7 +212,7 @@ int PlaybackSession::connectionState(const std::string& trackId, bool& connected
     {
         return hostTrackUnknown;
     }
-    connected = track->sender.connected();
+    connected = track->sender.connected() && !track->silent();
     return 0;
 }
 
@@ -225,6 +226,38 @@ int PlaybackSession::statistics(const std::string& trackId, TrackStatistics& out
     }
     out = track->sender.statistics();
     return 0;
+}
+
+void PlaybackSession::setReportInterval(std::int64_t intervalMs)
+{
+    const Lock lock(mutex_);
+    settings_.reportIntervalMs = intervalMs;
+    for (const TrackPtr& track : tracks_)
+    {
+        if (track)
+        {
+            track->sender.setReportInterval(intervalMs);
+        }
+    }
+}
+
+void PlaybackSession::end()
+{
+    const Lock lock(mutex_);
+    for (TrackPtr& track : tracks_)
+    {
+        if (track)
+        {
+            endTrack(*track);
+            track.reset();
+        }
+    }
+}
+
+bool PlaybackSession::empty() const
+{
+    const Lock lock(mutex_);
+    return !tracks_[0] && !tracks_[1];
 }
 
 bool PlaybackSession::ended() const
@@ -241,6 +274,7 @@ void PlaybackSession::wake()
 void PlaybackSession::readReport(PlaybackTrack& track, const std::uint8_t* data, std::size_t size)
 {
     const Lock lock(mutex_);
+    track.heard();
     track.sender.readReport(data, size);
 }
 

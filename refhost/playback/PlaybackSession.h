@@ -90,9 +90,18 @@ public:
     int firstPacket(const std::string& trackId, RTPPacketInfo& out);
 
     int ssrc(const std::string& trackId, int& ssrc);
-    /// \param[out] connected  whether there is a way to the client that is not closed
+    /// \param[out] connected  whether there is a way to the client that is not closed, and over UDP a sign of
+    ///                        life within PlaybackSettings::silenceMs
     int connectionState(const std::string& trackId, bool& connected);
     int statistics(const std::string& trackId, TrackStatistics& out);
+
+    /// Mean time between two sender reports, milliseconds; from the next one on.
+    void setReportInterval(std::int64_t intervalMs);
+
+    /// Ends every track.
+    void end();
+    /// There is no track.
+    bool empty() const;
 
     /// Everything was sent up to the end, and nothing was asked for since.
     bool ended() const;
@@ -152,7 +161,7 @@ private:
     std::int64_t finish(std::int64_t nowMs);
 
     const Interval interval_;
-    const PlaybackSettings settings_;
+    PlaybackSettings settings_;  // the report interval under the lock; the rest is constant
     PlaybackScheduler& scheduler_;
     const std::unique_ptr<PlaybackSource> source_;  // run() alone, without the lock
     const RtcpWriter::Name name_;

@@ -26,6 +26,9 @@ struct PlaybackSettings
     std::int64_t retryMs = 5;
     /// How soon, in milliseconds, a recording that still grows is read again at its end.
     std::int64_t growthMs = 200;
+    /// How long a client over UDP may give no sign of life until it counts as gone, milliseconds; 0: for
+    /// ever.
+    std::int64_t silenceMs = 0;
     /// Mean time between two RTCP sender reports, milliseconds.
     std::int64_t reportIntervalMs = 5000;
     /// Not null, outlives every session.

@@ -16,7 +16,10 @@ PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMe
       payloadSize(packetSize),
       clockRate(rtpClockRate(info.clockRate)),
       sender(info.payloadType, name, *settings.clock, settings.reportIntervalMs),
-      session_(std::move(session))
+      session_(std::move(session)),
+      clock_(*settings.clock),
+      silenceMs_(settings.silenceMs),
+      heardMs_(clock_.monotonicMs())
 {
 }
 
@@ -46,6 +49,18 @@ void PlaybackTrack::sent(std::uint32_t timestamp, std::int64_t soundNs)
     brokenOff_ = false;
     soundFollows_ = soundNs > 0;
     soundNext_ = timestamp + PlayTimeline::ticks(soundNs, clockRate);
+}
+
+void PlaybackTrack::heard()
+{
+    heardMs_ = clock_.monotonicMs();
+}
+
+bool PlaybackTrack::silent() const
+{
+    const RtpTransport* const way = sender.transport();
+    const bool expected = silenceMs_ > 0 && way != nullptr && way->transportKind == IConnection::udpUnicast;
+    return expected && clock_.monotonicMs() - heardMs_ > silenceMs_;
 }
 
 void PlaybackTrack::sayGoodbye(std::int64_t wallNs, std::int64_t playNs)

@@ -64,6 +64,11 @@ public:
         return brokenOff_;
     }
 
+    /// The client gave a sign of life.
+    void heard();
+    /// Nothing was heard of a client over UDP for longer than a client may be silent.
+    bool silent() const;
+
     /// Says goodbye once after the last packet.
     /// \param playNs  the player's time now
     void sayGoodbye(std::int64_t wallNs, std::int64_t playNs);
@@ -73,6 +78,9 @@ public:
 
 private:
     const std::weak_ptr<PlaybackSession> session_;
+    const HostClock& clock_;
+    const std::int64_t silenceMs_;
+    std::int64_t heardMs_;
     bool brokenOff_ = false;
     bool soundFollows_ = false;
     std::uint32_t soundNext_ = 0;  // timestamp behind the block sent last

@@ -1,38 +1,103 @@
 #include "hostapi/playback/RTPPlayBackDispacher.h"
 
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
+
 #include "refhost/base/HostStatus.h"
+#include "refhost/playback/PlaybackService.h"
+#include "refhost/playback/PlaybackSession.h"
 
 using namespace refhost;
 
-// This host plays no recording yet: every source is without footage and every track is unknown.
+namespace
+{
+
+/// Leaves room for packets of 1364 bytes of payload behind a tunnel.
+constexpr int pathMtu = 1440;
+
+}  // namespace
+
+/// The same sessions as behind RTPPlayBackDispacherMgr, but known to this object alone.
 struct RTPPlayBackDispacher::Impl
 {
+    using SessionPtr = std::shared_ptr<PlaybackSession>;
+
+    SessionPtr find(const std::string& sessionId)
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        const auto found = sessions.find(sessionId);
+        return found == sessions.end() ? nullptr : found->second;
+    }
+
+    template <class... Parameters, class... Arguments>
+    int call(const std::string& sessionId, int (PlaybackSession::*operation)(Parameters...),
+             Arguments&&... arguments)
+    {
+        const SessionPtr session = find(sessionId);
+        return session ? ((*session).*operation)(std::forward<Arguments>(arguments)...) : hostTrackUnknown;
+    }
+
     MTUParam mtu;
+    std::mutex mutex;
+    std::optional<RecordInfo> record;
+    PlaybackSettings settings = PlaybackService::instance().settings();
+    bool started = false;
+    std::map<std::string, SessionPtr> sessions;
 };
 
 RTPPlayBackDispacher::RTPPlayBackDispacher() : impl_(new Impl)
 {
-    impl_->mtu.setMTUValue(1440);
+    impl_->mtu.setMTUValue(pathMtu);
 }
 
 RTPPlayBackDispacher::~RTPPlayBackDispacher() noexcept(false)
 {
+    for (const auto& entry : impl_->sessions)
+    {
+        entry.second->end();
+    }
     delete impl_;
 }
 
-void RTPPlayBackDispacher::setMediaSource(const SafePointer<IMediaSource>&) {}
+void RTPPlayBackDispacher::setMediaSource(const SafePointer<IMediaSource>& source)
+{
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    impl_->record = source->getRecordInfo();
+}
 
 void RTPPlayBackDispacher::setTransferMixStreamFlag(bool) {}
 
-void RTPPlayBackDispacher::setRTCPTimeout(int) {}
+void RTPPlayBackDispacher::setRTCPTimeout(int seconds)
+{
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    impl_->settings.silenceMs = std::max(seconds, 0) * std::int64_t{1000};
+}
 
-void RTPPlayBackDispacher::setRTCPFrequence(int) {}
+void RTPPlayBackDispacher::setRTCPFrequence(int seconds)
+{
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    if (seconds <= 0)
+    {
+        return;
+    }
+    impl_->settings.reportIntervalMs = seconds * std::int64_t{1000};
+    for (const auto& entry : impl_->sessions)
+    {
+        entry.second->setReportInterval(impl_->settings.reportIntervalMs);
+    }
+}
 
 void RTPPlayBackDispacher::setFramePacketMode(bool) {}
 
 int RTPPlayBackDispacher::start()
 {
-    return hostRecordingUnknown;
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    impl_->started = impl_->record.has_value();
+    return impl_->started ? 0 : hostRecordingUnknown;
 }
 
 MTUParam& RTPPlayBackDispacher::getMTUParam()
@@ -40,53 +105,83 @@ MTUParam& RTPPlayBackDispacher::getMTUParam()
     return impl_->mtu;
 }
 
-int RTPPlayBackDispacher::initRTPBuilder(const std::string&, const std::string&, const SubMediaInfo&, int)
+int RTPPlayBackDispacher::initRTPBuilder(const std::string& sessionId, const std::string& trackId,
+                                         const SubMediaInfo& info, int payloadSize)
 {
-    return hostRecordingUnknown;
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    if (!impl_->started)
+    {
+        return hostRecordingUnknown;
+    }
+    Impl::SessionPtr& session = impl_->sessions[sessionId];
+    if (!session)
+    {
+        session = PlaybackService::instance().makeSession(*impl_->record, impl_->settings);
+    }
+    SubMediaInfo named = info;
+    named.trackId = trackId;
+    session->addTrack(named, payloadSize);
+    return 0;
 }
 
-int RTPPlayBackDispacher::addSessionConnection(const std::string&, const std::string&,
-                                               const SafePointer<IConnection>&)
+int RTPPlayBackDispacher::addSessionConnection(const std::string& sessionId, const std::string& trackId,
+                                               const SafePointer<IConnection>& connection)
 {
-    return hostTrackUnknown;
+    return impl_->call(sessionId, &PlaybackSession::connect, trackId, connection);
 }
 
-int RTPPlayBackDispacher::play(const std::string&, const std::string&)
+int RTPPlayBackDispacher::play(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    return impl_->call(sessionId, &PlaybackSession::play, trackId);
 }
 
-int RTPPlayBackDispacher::pause(const std::string&, const std::string&)
+int RTPPlayBackDispacher::pause(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    return impl_->call(sessionId, &PlaybackSession::pause, trackId);
 }
 
-int RTPPlayBackDispacher::setPauseRange(const std::string&, double)
+int RTPPlayBackDispacher::setPauseRange(const std::string& trackId, double instant)
 {
-    return hostTrackUnknown;
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    int status = hostTrackUnknown;
+    for (const auto& entry : impl_->sessions)
+    {
+        status = entry.second->setPausePosition(trackId, instant) == 0 ? 0 : status;
+    }
+    return status;
 }
 
-int RTPPlayBackDispacher::setSpeed(const std::string&, const std::string&, double, double)
+int RTPPlayBackDispacher::setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
+                                   double speed)
 {
-    return hostTrackUnknown;
+    return impl_->call(sessionId, &PlaybackSession::setSpeed, trackId, scale, speed);
 }
 
-int RTPPlayBackDispacher::getCurPlayRange(const std::string&, const std::string&, double&, double&)
+int RTPPlayBackDispacher::getCurPlayRange(const std::string& sessionId, const std::string& trackId,
+                                          double& start, double& end)
 {
-    return hostTrackUnknown;
+    return impl_->call(sessionId, &PlaybackSession::range, trackId, start, end);
 }
 
-int RTPPlayBackDispacher::getTrackSSRC(const std::string&, const std::string&, int&)
+int RTPPlayBackDispacher::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    return hostTrackUnknown;
+    return impl_->call(sessionId, &PlaybackSession::ssrc, trackId, ssrc);
 }
 
-int RTPPlayBackDispacher::getConnectionState(std::string, std::string, bool&)
+int RTPPlayBackDispacher::getConnectionState(std::string sessionId, std::string trackId, bool& connected)
 {
-    return hostTrackUnknown;
+    return impl_->call(sessionId, &PlaybackSession::connectionState, trackId, connected);
 }
 
-int RTPPlayBackDispacher::deleteSessionConnection(const std::string&, const std::string&)
+int RTPPlayBackDispacher::deleteSessionConnection(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    const auto session = impl_->find(sessionId);
+    bool empty = false;
+    const int status = session ? session->remove(trackId, empty) : hostTrackUnknown;
+    if (status == 0 && empty)
+    {
+        const std::lock_guard<std::mutex> guard(impl_->mutex);
+        impl_->sessions.erase(sessionId);
+    }
+    return status;
 }

@@ -1,10 +1,36 @@
 #include "hostapi/playback/RTPPlayBackDispacherMgr.h"
 
+#include <utility>
+
 #include "refhost/base/HostStatus.h"
+#include "refhost/device/MediaTrack.h"
+#include "refhost/playback/PlaybackDispatcher.h"
 
-using namespace refhost;
+using refhost::hostTrackUnknown;
+using refhost::PlaybackDispatcher;
+using refhost::PlaybackSession;
 
-// This host plays no recording yet: there is no footage and every track is unknown.
+namespace
+{
+
+/// The description that this thread was given last.
+MediaInfo& ownMediaInfo()
+{
+    thread_local MediaInfo info;
+    return info;
+}
+
+/// Calls an operation of a session.
+template <class... Parameters, class... Arguments>
+int call(const std::string& sessionId, int (PlaybackSession::*operation)(Parameters...),
+         Arguments&&... arguments)
+{
+    const auto session = PlaybackDispatcher::instance().find(sessionId);
+    return session ? ((*session).*operation)(std::forward<Arguments>(arguments)...) : hostTrackUnknown;
+}
+
+}  // namespace
+
 struct RTPPlayBackDispacherMgr::Impl
 {
 };
@@ -19,68 +45,83 @@ SafePointer<RTPPlayBackDispacherMgr> RTPPlayBackDispacherMgr::getInstance()
     return instance;
 }
 
-int RTPPlayBackDispacherMgr::setMediaInfo(const MediaInfo&)
+int RTPPlayBackDispacherMgr::setMediaInfo(const MediaInfo& info)
 {
-    return hostRecordingUnknown;
+    ownMediaInfo() = info;
+    return 0;
 }
 
-int RTPPlayBackDispacherMgr::initDispatcher(const std::string&, const DeviceInfoEx&, const DeviceExAbility&,
-                                            const RecordInfo&)
+int RTPPlayBackDispacherMgr::initDispatcher(const std::string& sessionId, const DeviceInfoEx&,
+                                            const DeviceExAbility&, const RecordInfo& record)
 {
-    return hostRecordingUnknown;
+    PlaybackDispatcher::instance().init(sessionId, record);
+    return 0;
 }
 
-int RTPPlayBackDispacherMgr::setup(const std::string&, const std::string&, const SafePointer<IConnection>&)
+int RTPPlayBackDispacherMgr::setup(const std::string& sessionId, const std::string& trackId,
+                                   const SafePointer<IConnection>& connection)
 {
-    return hostTrackUnknown;
+    SubMediaInfo track;
+    if (!ownMediaInfo().getSubMediaInfo(trackId, track))
+    {
+        PlaybackDispatcher::instance().dropEmpty(sessionId);
+        return hostTrackUnknown;
+    }
+    return PlaybackDispatcher::instance().setup(sessionId, track, refhost::MediaTrack::usualPayloadSize,
+                                                connection);
 }
 
-int RTPPlayBackDispacherMgr::play(const std::string&, const std::string&)
+int RTPPlayBackDispacherMgr::play(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::play, trackId);
 }
 
-int RTPPlayBackDispacherMgr::setPlayRange(const std::string&, const std::string&, double, double, int, bool)
+int RTPPlayBackDispacherMgr::setPlayRange(const std::string& sessionId, const std::string& trackId,
+                                          double start, double end, int rangeKind, bool rangeFlag)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::setRange, trackId, start, end, rangeKind, rangeFlag);
 }
 
-int RTPPlayBackDispacherMgr::getCurPlayRange(const std::string&, const std::string&, double&, double&)
+int RTPPlayBackDispacherMgr::getCurPlayRange(const std::string& sessionId, const std::string& trackId,
+                                             double& start, double& end)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::range, trackId, start, end);
 }
 
-int RTPPlayBackDispacherMgr::getCurRTPPacketInfo(const std::string&, const std::string&, RTPPacketInfo&)
+int RTPPlayBackDispacherMgr::getCurRTPPacketInfo(const std::string& sessionId, const std::string& trackId,
+                                                 RTPPacketInfo& info)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::firstPacket, trackId, info);
 }
 
-int RTPPlayBackDispacherMgr::pause(const std::string&, const std::string&)
+int RTPPlayBackDispacherMgr::pause(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::pause, trackId);
 }
 
-int RTPPlayBackDispacherMgr::setPauseRange(const std::string&, const std::string&, double)
+int RTPPlayBackDispacherMgr::setPauseRange(const std::string& sessionId, const std::string& trackId,
+                                           double instant)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::setPausePosition, trackId, instant);
 }
 
-int RTPPlayBackDispacherMgr::setSpeed(const std::string&, const std::string&, double, double)
+int RTPPlayBackDispacherMgr::setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
+                                      double speed)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::setSpeed, trackId, scale, speed);
 }
 
-int RTPPlayBackDispacherMgr::getTrackSSRC(const std::string&, const std::string&, int&)
+int RTPPlayBackDispacherMgr::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::ssrc, trackId, ssrc);
 }
 
-int RTPPlayBackDispacherMgr::getConnectionState(std::string, std::string, bool&)
+int RTPPlayBackDispacherMgr::getConnectionState(std::string sessionId, std::string trackId, bool& connected)
 {
-    return hostTrackUnknown;
+    return call(sessionId, &PlaybackSession::connectionState, trackId, connected);
 }
 
-int RTPPlayBackDispacherMgr::stop(const std::string&, const std::string&)
+int RTPPlayBackDispacherMgr::stop(const std::string& sessionId, const std::string& trackId)
 {
-    return hostTrackUnknown;
+    return PlaybackDispatcher::instance().stop(sessionId, trackId);
 }

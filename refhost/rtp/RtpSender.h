@@ -101,6 +101,12 @@ public:
         reportDueMs_ = 0;
     }
 
+    /// Takes effect with the next report.
+    void setReportInterval(std::int64_t intervalMs)
+    {
+        reportIntervalMs_ = intervalMs;
+    }
+
     bool reportDue(std::int64_t nowMs) const
     {
         return nowMs >= reportDueMs_;
@@ -131,7 +137,7 @@ private:
     const Beginning beginning_ = Beginning::random();
     const RtcpWriter::Name name_;
     const HostClock& clock_;
-    const std::int64_t reportIntervalMs_;
+    std::int64_t reportIntervalMs_;
     const std::uint8_t payloadType_;
     std::uint16_t sequence_ = beginning_.sequence;
     std::optional<SafePointer<IConnection>> connection_;

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hostapi/description/SubMediaInfo.h"
+#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/SegmentFile.h"
+
+namespace refhost
+{
+
+/// Finds out what the footage of an interval is made of, by its first segment that can be read. Remembers
+/// what it read lately. Threads: one at a time. Reads from a disk.
+class FootageDescriber
+{
+public:
+    /// \param beginNs, endNs  wall clock, nanoseconds since 1970
+    /// \param[out] out        the tracks, video first; left as it was on failure
+    /// \returns 0; hostRecordingUnknown when there is no footage; hostStreamFailed when none can be read
+    int describe(const FootageDirectory& directory, int cameraId, std::int64_t beginNs, std::int64_t endNs,
+                 std::vector<SubMediaInfo>& out);
+
+private:
+    using Tracks = std::vector<SubMediaInfo>;
+
+    bool describeSegment(const RecordedSegment& segment, Tracks& out);
+    static bool describeFile(const std::string& path, Tracks& out);
+    static bool describeTrack(SegmentFile& file, bool video, SubMediaInfo& out);
+    static void addBitRate(const RecordedSegment& segment, Tracks& tracks);
+
+    std::vector<std::pair<std::string, Tracks>> known_;  // by path, the latest last
+};
+
+}  // namespace refhost

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "hostapi/description/MediaInfo.h"
+#include "hostapi/description/RecordInfo.h"
+#include "refhost/base/HostClock.h"
+#include "refhost/playback/FootageDescriber.h"
+#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/PlaybackScheduler.h"
+
+namespace refhost
+{
+
+/// What the recordings look like that clients ask for. A worker looks them up; the answers are kept for a
+/// while, because each client asks several times. Threads: any; describe() never waits.
+class PlaybackCatalog : public PlaybackWork, public std::enable_shared_from_this<PlaybackCatalog>
+{
+public:
+    using Footage = std::function<std::shared_ptr<const FootageDirectory>()>;
+
+    /// How long an answer holds, milliseconds: that there is footage, and that there is none.
+    static constexpr std::int64_t foundMs = 30'000;
+    static constexpr std::int64_t nothingMs = 2'000;
+    /// Most recordings that are known at a time; the one asked for least recently goes.
+    static constexpr std::size_t most = 256;
+
+    /// \param scheduler, clock  outlive the catalog
+    PlaybackCatalog(Footage footage, PlaybackScheduler& scheduler, const HostClock& clock);
+    ~PlaybackCatalog() override;
+
+    /// Describes the footage of a recording: tracks, begin and length; `mediaUrl` is left alone.
+    /// \param[out] out  filled on success, otherwise left as it was
+    /// \returns 0; hostStreamNotReady while it is looked up, and ChangeSignal tells; hostRecordingUnknown
+    /// when
+    ///          there is no footage; hostStreamFailed when none of it can be read
+    int describe(const RecordInfo& record, MediaInfo& out);
+
+    std::int64_t run(std::int64_t nowMs) override;
+
+private:
+    using Key = std::tuple<int, std::int64_t, std::int64_t>;  // camera, begin, end
+
+    struct Entry
+    {
+        Key key;
+        bool asked = true;  // nobody has looked yet
+        int status = 0;
+        std::int64_t untilMs = 0;
+        std::vector<SubMediaInfo> tracks;
+    };
+    using Entries = std::list<Entry>;  // the latest first
+
+    Entries::iterator find(const Key& key);
+    bool nextAsked(Key& key) const;
+
+    const Footage footage_;
+    PlaybackScheduler& scheduler_;
+    const HostClock& clock_;
+    FootageDescriber describer_;  // run() alone
+    mutable std::mutex mutex_;
+    Entries entries_;
+    std::map<Key, Entries::iterator> byKey_;
+};
+
+}  // namespace refhost

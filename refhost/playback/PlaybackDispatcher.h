@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "hostapi/description/RecordInfo.h"
+#include "refhost/playback/PlaybackService.h"
+#include "refhost/playback/PlaybackSession.h"
+
+namespace refhost
+{
+
+/// The playback dispatch behind RTPPlayBackDispacherMgr: which RTSP session plays which recording. Threads:
+/// any. No operation waits for a disk or a client.
+class PlaybackDispatcher
+{
+public:
+    /// The one dispatcher of the process; made at the first call, never destroyed.
+    static PlaybackDispatcher& instance();
+
+    /// A dispatcher of one's own; a test's.
+    /// \param service  outlives the dispatcher
+    explicit PlaybackDispatcher(PlaybackService& service);
+    ~PlaybackDispatcher();
+    PlaybackDispatcher(const PlaybackDispatcher&) = delete;
+    PlaybackDispatcher& operator=(const PlaybackDispatcher&) = delete;
+
+    /// Makes a session; one that is there stays as it is.
+    void init(const std::string& sessionId, const RecordInfo& record);
+
+    /// Sets a track up, or anew.
+    /// \returns 0; hostTrackUnknown without such a session; hostConnectionUnusable for a connection that this
+    ///          host did not make. A session without a track is dropped then.
+    int setup(const std::string& sessionId, const SubMediaInfo& info, int payloadSize,
+              const SafePointer<IConnection>& connection);
+
+    /// \returns null when there is none
+    std::shared_ptr<PlaybackSession> find(const std::string& sessionId);
+
+    /// Ends a track, and with the last one the session.
+    /// \returns 0 or hostTrackUnknown
+    int stop(const std::string& sessionId, const std::string& trackId);
+
+    /// Drops a session that has no track: its SETUP was refused.
+    void dropEmpty(const std::string& sessionId);
+
+    /// How many sessions there are; 0 after the last TEARDOWN.
+    std::size_t sessionCount() const;
+
+private:
+    PlaybackService& service_;
+    mutable std::mutex mutex_;
+    std::unordered_map<std::string, std::shared_ptr<PlaybackSession>> sessions_;
+};
+
+}  // namespace refhost

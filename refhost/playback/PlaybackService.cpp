@@ -1,0 +1,77 @@
+#include "refhost/playback/PlaybackService.h"
+
+#include <utility>
+
+#include "refhost/device/Device.h"
+#include "refhost/playback/RecordedSource.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::int64_t nsPerSecond = 1'000'000'000;
+
+std::shared_ptr<const FootageDirectory> recordedFootage()
+{
+    const auto index = Device::recordings();
+    return index ? std::make_shared<IndexedFootage>(index) : nullptr;
+}
+
+}  // namespace
+
+PlaybackService& PlaybackService::instance()
+{
+    // Never destroyed: connections may be served until the very end of the process.
+    static PlaybackService* const service = new PlaybackService(PlaybackSettings(), recordedFootage, workers);
+    return *service;
+}
+
+PlaybackService::PlaybackService(const PlaybackSettings& settings, Footage footage, unsigned threads)
+    : settings_(settings),
+      footage_(std::move(footage)),
+      threads_(threads),
+      scheduler_(*settings.clock),
+      catalog_(std::make_shared<PlaybackCatalog>(footage_, scheduler_, *settings.clock))
+{
+}
+
+PlaybackService::~PlaybackService()
+{
+    stop();
+}
+
+std::shared_ptr<PlaybackSession> PlaybackService::makeSession(const RecordInfo& record,
+                                                              const PlaybackSettings& settings)
+{
+    ensureWorkers();
+    const auto beginNs = static_cast<std::int64_t>(record.getRecordBeginTime()) * nsPerSecond;
+    const auto endNs = static_cast<std::int64_t>(record.getRecordEndTime()) * nsPerSecond;
+    auto source = std::make_unique<RecordedSource>(
+        footage_(), *settings_.clock, RecordedSource::Interval{record.getCameraId(), beginNs, endNs});
+    return std::make_shared<PlaybackSession>(PlaybackSession::Interval{beginNs, endNs}, std::move(source),
+                                             scheduler_, settings);
+}
+
+PlaybackCatalog& PlaybackService::catalog()
+{
+    ensureWorkers();
+    return *catalog_;
+}
+
+void PlaybackService::ensureWorkers()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (!started_)
+    {
+        started_ = true;
+        scheduler_.start(threads_);
+    }
+}
+
+void PlaybackService::stop()
+{
+    scheduler_.stop();
+}
+
+}  // namespace refhost

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "hostapi/description/RecordInfo.h"
+#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/PlaybackCatalog.h"
+#include "refhost/playback/PlaybackScheduler.h"
+#include "refhost/playback/PlaybackSession.h"
+#include "refhost/playback/PlaybackSettings.h"
+
+namespace refhost
+{
+
+/// What all playback of the process shares: the workers, where footage is found, and what is known of it.
+/// Threads: any.
+class PlaybackService
+{
+public:
+    /// Tells where footage is found now; null where nothing is recorded.
+    using Footage = std::function<std::shared_ptr<const FootageDirectory>()>;
+
+    /// Workers of the process: one that waits for a disk does not hold up the other.
+    static constexpr unsigned workers = 2;
+
+    /// The one of the process, over Device::recordings(); made at the first call, never destroyed. Its
+    /// workers start with the first work.
+    static PlaybackService& instance();
+
+    /// One of one's own; a test's.
+    /// \param threads  workers; 0: the test runs the work
+    PlaybackService(const PlaybackSettings& settings, Footage footage, unsigned threads);
+    ~PlaybackService();
+    PlaybackService(const PlaybackService&) = delete;
+    PlaybackService& operator=(const PlaybackService&) = delete;
+
+    /// A session on a recording; nothing is opened yet.
+    /// \param settings  its own
+    std::shared_ptr<PlaybackSession> makeSession(const RecordInfo& record, const PlaybackSettings& settings);
+
+    const PlaybackSettings& settings() const
+    {
+        return settings_;
+    }
+
+    PlaybackCatalog& catalog();
+
+    PlaybackScheduler& scheduler()
+    {
+        return scheduler_;
+    }
+
+    /// Ends the workers; what was not done is left. Before the process ends.
+    void stop();
+
+private:
+    void ensureWorkers();
+
+    const PlaybackSettings settings_;
+    const Footage footage_;
+    const unsigned threads_;
+    std::mutex mutex_;
+    bool started_ = false;
+    PlaybackScheduler scheduler_;
+    const std::shared_ptr<PlaybackCatalog> catalog_;
+};
+
+}  // namespace refhost
