@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "hostapi/audio/AudioDispatcher.h"
+#include "support/StatusCode.h"
 #include "tests/hostcontract/HostUnderTest.h"
 
 namespace
@@ -45,16 +46,19 @@ SubMediaInfo backChannel()
     return info;
 }
 
+int players = 0;
+
 SafePointer<AudioDispatcher> makeDispatcher()
 {
-    return SafePointer<AudioDispatcher>(new AudioDispatcher(SafePointer<IMediaPlayer>()));
+    const SafePointer<IMediaPlayer> player(new SilentPlayer(players));
+    return SafePointer<AudioDispatcher>(new AudioDispatcher(player));
 }
 
 }  // namespace
 
 TEST(AudioDispatcherContract, CanBeMadeWithoutAPlayer)
 {
-    const SafePointer<AudioDispatcher> dispatcher = makeDispatcher();
+    const SafePointer<AudioDispatcher> dispatcher(new AudioDispatcher(SafePointer<IMediaPlayer>()));
     EXPECT_FALSE(dispatcher->isPlaying());
 }
 
@@ -72,16 +76,17 @@ TEST(AudioDispatcherContract, LetsGoOfThePlayerWhenItEnds)
 TEST(AudioDispatcherContract, PlaysExactlyFromAPlayThatTookEffectToPauseOrStop)
 {
     const SafePointer<AudioDispatcher> dispatcher = makeDispatcher();
-    const bool usable = dispatcher->initRTBBuilder(backChannel(), 1364) == 0 &&
-                        dispatcher->setConnection(HostUnderTest::makeConnection()) == 0;
+    EXPECT_EQ(0, dispatcher->initRTBBuilder(backChannel(), 1364));
+    EXPECT_EQ(0, dispatcher->setConnection(HostUnderTest::makeConnection()));
     EXPECT_FALSE(dispatcher->isPlaying());
-    const bool plays = dispatcher->play() == 0;
-    EXPECT_EQ(usable, plays);
-    EXPECT_EQ(plays, dispatcher->isPlaying());
+    EXPECT_EQ(0, dispatcher->play());
+    EXPECT_TRUE(dispatcher->isPlaying());
+    EXPECT_EQ(0, dispatcher->play());
+    EXPECT_TRUE(dispatcher->isPlaying());
     dispatcher->pause();
     EXPECT_FALSE(dispatcher->isPlaying());
-    EXPECT_EQ(plays, dispatcher->play() == 0);
-    EXPECT_EQ(plays, dispatcher->isPlaying());
+    EXPECT_EQ(0, dispatcher->play());
+    EXPECT_TRUE(dispatcher->isPlaying());
     dispatcher->stop();
     EXPECT_FALSE(dispatcher->isPlaying());
 }
@@ -102,6 +107,26 @@ TEST(AudioDispatcherContract, SsrcIsWrittenOnSuccessOnly)
     {
         EXPECT_EQ(0, first);
         EXPECT_EQ(-1, second);
+    }
+}
+
+TEST(AudioDispatcherContract, AQuietClientKeepsItsSession)
+{
+    const SafePointer<AudioDispatcher> dispatcher = makeDispatcher();
+    ASSERT_EQ(0, dispatcher->initRTBBuilder(backChannel(), 1364));
+    ASSERT_EQ(0, dispatcher->setConnection(HostUnderTest::makeConnection()));
+    ASSERT_EQ(0, dispatcher->play());
+    const auto keeps = [](int result)
+    {
+        return result == statusSuccess || result == statusPlayerUnusable || result == audioDispatcherIdle ||
+               result == audioDispatcherAgain;
+    };
+    for (int i = 0; i < 3; ++i)
+    {
+        bool fault = false;
+        EXPECT_TRUE(keeps(dispatcher->recvAndPlayMediaData(fault)));
+        EXPECT_FALSE(fault);
+        EXPECT_TRUE(keeps(dispatcher->recvAndSendRTCPData()));
     }
 }
 
