@@ -19,6 +19,7 @@
 #include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "playback/OVPlaybackControllerFactory.h"
 #include "refhost/CommandLine.h"
+#include "refhost/audio/TalkBack.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/device/CameraStreams.h"
@@ -133,15 +134,20 @@ std::string describe(const StreamConfig& stream)
     return "a launch line";
 }
 
-// The library's factories of controllers have the same setters, but no base that declares them.
-template <typename Factory>
-SafePointer<IRTSPControllerFactory> makeFactory(const std::string& listen)
+DeviceInfoEx describeDevice(const std::string& listen)
 {
     InetAddr address;
     address.setIP(reachableAddress(listen));
     DeviceInfoEx device;
     device.setDeviceID("ovrtspd");
     device.setDeviceAddr(address);
+    return device;
+}
+
+// The library's factories of controllers have the same setters, but no base that declares them.
+template <typename Factory>
+SafePointer<IRTSPControllerFactory> makeFactory(const DeviceInfoEx& device)
+{
     auto* const factory = new Factory;
     SafePointer<IRTSPControllerFactory> handle(factory);
     factory->setDeviceInfo(device);
@@ -241,10 +247,11 @@ int Application::run()
     LiveDispatcher::instance().configure(live);
     const RegisteredCodec codec;
     const PublishedStreams streams(config_);
+    const DeviceInfoEx device = describeDevice(config_.listen);
+    const TalkBack talkBack(config_, device, DeviceExAbility(), platformType);
     MediaRoutes routes;
-    routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(config_.listen),
-                           firstPacketOfLivePlay);
-    routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(config_.listen));
+    routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(device), firstPacketOfLivePlay);
+    routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(device));
     RtspServer server(config_, std::move(routes));
     std::string error;
     if (!server.start(error))

@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <tuple>
 
 namespace refhost
@@ -33,6 +34,11 @@ auto members(const StreamConfig& s)
 {
     return std::tie(s.id, s.source, s.width, s.height, s.frameRate, s.bitRate, s.gop, s.videoCodec,
                     s.audioCodec);
+}
+
+auto members(const TalkBackConfig& t)
+{
+    return std::tie(t.policy, t.output, t.device, t.sampleRate, t.channels, t.encoderType, t.mtu);
 }
 
 auto members(const ServerConfig& s)
@@ -65,7 +71,7 @@ bool UserConfig::operator==(const UserConfig& other) const
 
 bool TalkBackConfig::operator==(const TalkBackConfig& other) const
 {
-    return policy == other.policy;
+    return members(*this) == members(other);
 }
 
 bool LimitsConfig::operator==(const LimitsConfig& other) const
@@ -96,6 +102,12 @@ std::vector<CameraConfig> ServerConfig::embeddedCameras()
     return {CameraConfig{1, "synthetic camera", {main, sub}}};
 }
 
+bool ServerConfig::offersTalkBack() const
+{
+    return std::any_of(cameras.begin(), cameras.end(),
+                       [](const CameraConfig& camera) { return camera.talkBack != "none"; });
+}
+
 std::vector<std::string> ServerConfig::warnings() const
 {
     std::vector<std::string> found;
@@ -103,6 +115,10 @@ std::vector<std::string> ServerConfig::warnings() const
     {
         found.push_back("anybody who reaches " + listen +
                         " can watch: it is no loopback address and no [[user]] is configured");
+    }
+    if (offersTalkBack() && talkBack.output == "null")
+    {
+        found.push_back("nobody will hear what clients say: the output of [talk-back] is \"null\"");
     }
     for (const CameraConfig& camera : cameras)
     {

@@ -63,6 +63,12 @@ struct UserConfig
 struct TalkBackConfig
 {
     std::string policy = "first";  ///< who is heard: "first", "newest", "mix" or "refuse"
+    std::string output = "alsa";   ///< where it is heard: "alsa", "pulse", "wav" or "null"
+    std::string device;            ///< of that output: device, sink or path; empty for the default one
+    int sampleRate = 48000;        ///< of the output, Hz
+    int channels = 1;              ///< of the output
+    int encoderType = 103;         ///< number that the output is told
+    int mtu = 1440;                ///< bytes
 
     bool operator==(const TalkBackConfig& other) const;
 };
@@ -104,6 +110,9 @@ struct ServerConfig
     std::vector<CameraConfig> cameras;
 
     bool operator==(const ServerConfig& other) const;
+
+    /// Whether clients can send sound to some camera.
+    bool offersTalkBack() const;
 
     /// What the program serves without a configuration file: the defaults with embeddedCameras().
     static ServerConfig embedded();

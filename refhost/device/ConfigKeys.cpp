@@ -151,6 +151,30 @@ const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys()
             [](const TalkBack& t) { return t.policy; },
             [](TalkBack& t, const std::string& policy) { t.policy = policy; },
             {"first", "newest", "mix", "refuse"}),
+        choice<TalkBack>(
+            "output",
+            "Where clients are heard: \"alsa\" is a sound card, \"pulse\" a sink of PulseAudio or PipeWire, "
+            "\"wav\" a WAV file, \"null\" nowhere.",
+            [](const TalkBack& t) { return t.output; },
+            [](TalkBack& t, const std::string& output) { t.output = output; },
+            {"alsa", "pulse", "wav", "null"}),
+        text<TalkBack>(
+            "device",
+            "The ALSA device (\"plughw:0\") or the sink, empty for the default one; or the path of the WAV "
+            "file "
+            "(relative to this file), which is continued where it is there.",
+            [](TalkBack& t) -> std::string& { return t.device; }, TextKind::plain),
+        number<TalkBack>(
+            "sample-rate", "Samples a second that the output plays, in Hz.",
+            [](TalkBack& t) -> int& { return t.sampleRate; }, 8000, 96000),
+        number<TalkBack>(
+            "channels", "Channels of the output.", [](TalkBack& t) -> int& { return t.channels; }, 1, 2),
+        number<TalkBack>(
+            "encoder-type", "Encoder type number that the output is told; these outputs only log it.",
+            [](TalkBack& t) -> int& { return t.encoderType; }, 0, mostNumber),
+        number<TalkBack>(
+            "mtu", "Bytes of the largest packet on the way to clients, as the talk-back manager keeps it.",
+            [](TalkBack& t) -> int& { return t.mtu; }, 576, 65535),
     };
     return keys;
 }

@@ -50,6 +50,7 @@ public:
         readSection(table, serverKeys(), {"limits", "talk-back", "user", "camera"}, out);
         oneSection(table, "limits", limitsKeys(), out.limits);
         oneSection(table, "talk-back", talkBackKeys(), out.talkBack);
+        checkTalkBack(table, out.talkBack);
         eachSection(table, "user", "[[user]]", [&](const toml::table& user) { readUser(user, out.users); });
         eachSection(table, "camera", "[[camera]]",
                     [&](const toml::table& camera) { readCamera(camera, out.cameras); });
@@ -194,6 +195,30 @@ private:
         return node != nullptr ? *node : table;
     }
 
+    void checkTalkBack(const toml::table& table, TalkBackConfig& talkBack)
+    {
+        if (talkBack.output != "wav")
+        {
+            return;
+        }
+        if (talkBack.device.empty())
+        {
+            const toml::node& section = place(table, "talk-back");
+            report(place(*section.as_table(), "output"), "the output \"wav\" needs a path as device");
+            return;
+        }
+        resolve(talkBack.device);
+    }
+
+    // A relative path starts at the directory of the file.
+    void resolve(std::string& path) const
+    {
+        if (!directory_.empty() && path.rfind('/', 0) != 0)
+        {
+            path.insert(0, directory_ + "/");
+        }
+    }
+
     void readUser(const toml::table& table, std::vector<UserConfig>& out)
     {
         UserConfig user;
@@ -252,10 +277,9 @@ private:
             report(place(table, table.contains("location") ? "location" : "source"), problem);
         }
         std::string& location = stream.source.location;
-        if (stream.source.kind == SourceConfig::Kind::file && !directory_.empty() &&
-            location.rfind('/', 0) != 0)
+        if (stream.source.kind == SourceConfig::Kind::file)
         {
-            location.insert(0, directory_ + "/");
+            resolve(location);
         }
         camera.streams.push_back(std::move(stream));
     }

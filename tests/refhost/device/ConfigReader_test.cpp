@@ -73,6 +73,12 @@ linger = 7
 
 [talk-back]
 policy = "newest"
+output = "pulse"
+device = "hall"
+sample-rate = 16000
+channels = 2
+encoder-type = 8
+mtu = 1500
 [limits]
 connections = 1
 connections-per-address = 2
@@ -144,7 +150,7 @@ audio = "aac"
     expected.limits = limits;
     expected.users = {{"admin", "a\"b:c"}, {"guest", "g"}};
     expected.cameras = {{3, "Hof ä", {stream}, "aac"}};
-    expected.talkBack.policy = "newest";
+    expected.talkBack = {"newest", "pulse", "hall", 16000, 2, 8, 1500};
     EXPECT_EQ(config, expected);
 }
 
@@ -188,6 +194,9 @@ TEST(ConfigReader, ARelativePathStartsAtTheFilesDirectory)
     const std::string text = "[[camera]]\n[[camera.stream]]\nsource = \"file\"\nlocation = \"a/b.mp4\"\n";
     EXPECT_EQ(readGood(text, "/etc/cams").cameras.at(0).streams.at(0).source.location, "/etc/cams/a/b.mp4");
     EXPECT_EQ(readGood(text).cameras.at(0).streams.at(0).source.location, "a/b.mp4");
+    const std::string wav = "[talk-back]\noutput = 'wav'\ndevice = 'talk.wav'\n";
+    EXPECT_EQ(readGood(wav, "/var/lib").talkBack.device, "/var/lib/talk.wav");
+    EXPECT_EQ(readGood("[talk-back]\ndevice = 'plughw:0'\n", "/etc").talkBack.device, "plughw:0");
 }
 
 struct BadCase
@@ -237,6 +246,8 @@ const std::vector<BadCase> badCases{
     {"FlagAsText", "gop-cache = \"no\"", 1, 13, "must be true or false, not a string"},
     {"RealmWithQuotes", "realm = 'a\"b'", 1, 9, "must not hold quotes"},
     {"RealmWithLineEnd", "realm = \"a\\r\\nb\"", 1, 9, "must not hold control characters"},
+    {"WavWithoutPath", "[talk-back]\noutput = 'wav'", 2, 10, "the output \"wav\" needs a path as device"},
+    {"TalkBackAsText", "talk-back = 'pcmu'", 1, 13, "write [talk-back]"},
     {"LimitsAsNumber", "limits = 3", 1, 10, "write [limits]"},
     {"UserAsSection", "[user]\nname = 'a'", 1, 1, "write [[user]]"},
     {"CameraAsText", "camera = 'x'", 1, 10, "write [[camera]]"},
@@ -356,6 +367,20 @@ TEST(ServerConfig, WarnsOfListeningBeyondLoopbackWithoutUsers)
         EXPECT_THAT(config.warnings()[0], HasSubstr(open));
     }
     config.users = {{"a", "b"}};
+    EXPECT_TRUE(config.warnings().empty());
+}
+
+TEST(ServerConfig, WarnsOfTalkBackThatNobodyHears)
+{
+    ServerConfig config = ServerConfig::embedded();
+    config.talkBack.output = "null";
+    EXPECT_FALSE(config.offersTalkBack());
+    EXPECT_TRUE(config.warnings().empty());
+    config.cameras[0].talkBack = "pcmu";
+    EXPECT_TRUE(config.offersTalkBack());
+    ASSERT_EQ(config.warnings().size(), 1U);
+    EXPECT_THAT(config.warnings()[0], HasSubstr("nobody will hear"));
+    config.talkBack.output = "alsa";
     EXPECT_TRUE(config.warnings().empty());
 }
 

@@ -52,7 +52,7 @@ ServerConfig withEverythingChanged()
     }
     config.cameras[0].name = "quotes \" and \\ and \u00e4 # [x] = '";
     config.cameras[0].talkBack = "pcma";
-    config.talkBack.policy = "mix";
+    config.talkBack = {"mix", "wav", "/tmp/talk.wav", 8000, 2, 0, 576};
     StreamConfig launch;
     launch.id = 7;
     launch.source = {SourceConfig::Kind::launch, "videotestsrc\n\t! x264enc name=video"};
