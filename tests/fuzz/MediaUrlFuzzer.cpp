@@ -1,8 +1,9 @@
-// Any text as a URL for the device's own codec.
+// Any text as a URL for the device's own codec, and the text's bytes as any numbers to render.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "mediaurl/OrvaneMediaUrl.h"
@@ -84,6 +85,56 @@ void checkMulticast(const std::string& url)
     require(codec.toMulticastMediaUrl().empty(), "no multicast form");
 }
 
+/// What a URL can be rendered from, taken from the begin of the input; what is missing is 0.
+struct Numbers
+{
+    std::int32_t camera = 0;
+    std::int32_t stream = 0;
+    double begin = 0;
+    double end = 0;
+
+    Numbers(const std::uint8_t* data, std::size_t size)
+    {
+        take(data, size, camera);
+        take(data, size, stream);
+        take(data, size, begin);
+        take(data, size, end);
+    }
+
+private:
+    template <class Number>
+    static void take(const std::uint8_t*& data, std::size_t& size, Number& number)
+    {
+        if (size >= sizeof number)
+        {
+            std::memcpy(&number, data, sizeof number);
+            data += sizeof number;
+            size -= sizeof number;
+        }
+    }
+};
+
+void checkRendering(const Numbers& numbers)
+{
+    OrvaneMediaUrl codec;
+    codec.objMediaUrlParam.setCameraID(numbers.camera);
+    codec.objMediaUrlParam.setStreamID(numbers.stream);
+    codec.objMediaUrlParam.setRecordBeginTime(numbers.begin);
+    codec.objMediaUrlParam.setRecordEndTime(numbers.end);
+
+    OrvaneMediaUrl live;
+    require(live.parseMediaUrl(codec.toMediaUrl()) == 0, "a live URL of any numbers");
+    require(live.objMediaUrlParam.getCameraID() == numbers.camera, "any camera");
+    require(live.objMediaUrlParam.getStreamID() == numbers.stream, "any stream");
+
+    OrvaneMediaUrl playback;
+    require(playback.parsePlaybackMediaUrl(codec.toPlayBackMediaUrl()) == 0, "a playback URL of any numbers");
+    require(playback.objMediaUrlParam.getCameraID() == numbers.camera, "any camera of a recording");
+    require(playback.objMediaUrlParam.getRecordBeginTime() == UrlOracle::rendered(numbers.begin),
+            "any begin");
+    require(playback.objMediaUrlParam.getRecordEndTime() == UrlOracle::rendered(numbers.end), "any end");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -94,5 +145,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     checkLive(url);
     checkPlayback(url);
     checkMulticast(url);
+    checkRendering(Numbers(data, size));
     return 0;
 }

@@ -1,5 +1,6 @@
 #include "tests/fuzz/UrlOracle.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
@@ -119,4 +120,13 @@ UrlOracle::Verdict UrlOracle::playback(const std::string& url, Verdict before)
         return before;
     }
     return {0, before.camera, before.stream, seconds(fields[1]), seconds(fields[2])};
+}
+
+double UrlOracle::rendered(double time)
+{
+    if (std::isnan(time))
+    {
+        return 0;
+    }
+    return std::trunc(std::min(std::max(time, 0.0), 4294967295.0));
 }

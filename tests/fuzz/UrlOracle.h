@@ -20,4 +20,7 @@ public:
     /// \param before  the codec's values before the parse; what the parse does not write stays
     static Verdict live(const std::string& url, Verdict before);
     static Verdict playback(const std::string& url, Verdict before);
+
+    /// The whole seconds that stand in a URL for a time.
+    static double rendered(double time);
 };
