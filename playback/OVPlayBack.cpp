@@ -1,6 +1,7 @@
 #include "playback/OVPlayBack.h"
 
 #include <cstdio>
+#include <utility>
 
 #include "hostapi/description/RecordInfo.h"
 #include "hostapi/description/ThirdPlatMgr.h"
@@ -177,7 +178,7 @@ int OVPlayBack::stop(const std::string& sessionId, const std::string& trackId)
 
 int OVPlayBack::getConnectionState(std::string sessionId, std::string trackId, bool& connected)
 {
-    return dispatcher_->getConnectionState(sessionId, trackId, connected);
+    return dispatcher_->getConnectionState(std::move(sessionId), std::move(trackId), connected);
 }
 
 int OVPlayBack::setSpeed(const std::string& sessionId, const std::string& trackId, double scale, double speed)

@@ -1,6 +1,7 @@
 #include "playback/OVPlaybackController.h"
 
 #include <cstdio>
+#include <utility>
 
 #include "hostapi/base/DataConverter.h"
 #include "hostapi/description/MediaInfoTool.h"
@@ -190,7 +191,8 @@ int OVPlaybackController::stop(const std::string& sessionId, const std::string& 
 
 int OVPlaybackController::getConnetionState(std::string sessionId, std::string trackId, bool& connected)
 {
-    return RTPPlayBackDispacherMgr::getInstance()->getConnectionState(sessionId, trackId, connected);
+    return RTPPlayBackDispacherMgr::getInstance()->getConnectionState(std::move(sessionId),
+                                                                      std::move(trackId), connected);
 }
 
 int OVPlaybackController::setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
