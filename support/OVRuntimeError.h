@@ -11,6 +11,8 @@ class OV_EXPORT OVRuntimeError : public std::exception
 public:
     /// \param message  what what() returns; copied
     explicit OVRuntimeError(const std::string& message);
+    OVRuntimeError(const OVRuntimeError&) = default;
+    OVRuntimeError& operator=(const OVRuntimeError&) = default;
     ~OVRuntimeError() noexcept override;
 
     /// The message; valid as long as this object.
