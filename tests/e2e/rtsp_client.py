@@ -112,7 +112,7 @@ class RtspClient:
         for section in re.split(r"^m=", text, flags=re.M)[1:]:
             control = re.search(r"a=control:(\S+)", section).group(1)
             self.tracks.append(Track(control if control.startswith("rtsp:") else base + control,
-                                     section.split(" ", 1)[0], sockets=_udp_pair() if self.transport == "udp" else ()))
+                                     section.split(" ", 1)[0], sockets=udp_pair() if self.transport == "udp" else ()))
         return text
 
     def setup_all(self):
@@ -215,7 +215,7 @@ class RtspClient:
             self.rtp.append(RtpPacket.parse(track, data, self.transport == "udp"))
 
 
-def _udp_pair():
+def udp_pair():
     for _ in range(200):
         first = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         second = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
