@@ -33,7 +33,7 @@ auto members(const LimitsConfig& l)
 auto members(const StreamConfig& s)
 {
     return std::tie(s.id, s.source, s.width, s.height, s.frameRate, s.bitRate, s.gop, s.videoCodec,
-                    s.audioCodec);
+                    s.audioCodec, s.multicast);
 }
 
 auto members(const TalkBackConfig& t)
@@ -44,7 +44,8 @@ auto members(const TalkBackConfig& t)
 auto members(const ServerConfig& s)
 {
     return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.users, s.limits, s.rtpPort,
-                    s.segmentationOffload, s.gopCache, s.linger, s.cameras, s.talkBack);
+                    s.segmentationOffload, s.gopCache, s.linger, s.cameras, s.talkBack, s.multicast,
+                    s.liveController, s.mtu);
 }
 
 }  // namespace
@@ -72,6 +73,11 @@ bool UserConfig::operator==(const UserConfig& other) const
 bool TalkBackConfig::operator==(const TalkBackConfig& other) const
 {
     return members(*this) == members(other);
+}
+
+bool MulticastConfig::operator==(const MulticastConfig& other) const
+{
+    return pool == other.pool && port == other.port && ttl == other.ttl && interface == other.interface;
 }
 
 bool LimitsConfig::operator==(const LimitsConfig& other) const

@@ -37,6 +37,7 @@ struct StreamConfig
     int gop = 25;                     ///< pictures from key picture to key picture
     std::string videoCodec = "h264";  ///< "h264", "h265" or "none"
     std::string audioCodec = "pcmu";  ///< "pcmu", "pcma", "aac" or "none"
+    std::string multicast;            ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool
 
     bool operator==(const StreamConfig& other) const;
 };
@@ -73,6 +74,17 @@ struct TalkBackConfig
     bool operator==(const TalkBackConfig& other) const;
 };
 
+/// Where streams go that are sent to many viewers at once.
+struct MulticastConfig
+{
+    std::string pool = "239.255.42.0/24";  ///< range of IPv4 multicast addresses
+    int port = 5004;                       ///< even; first port of the first group
+    int ttl = 1;                           ///< routers that packets may pass, plus one
+    std::string interface;                 ///< name or address; empty: the listen address's interface
+
+    bool operator==(const MulticastConfig& other) const;
+};
+
 /// What the server refuses to go beyond.
 struct LimitsConfig
 {
@@ -103,6 +115,9 @@ struct ServerConfig
     std::vector<UserConfig> users;
     LimitsConfig limits;
     TalkBackConfig talkBack;
+    MulticastConfig multicast;
+    std::string liveController = "first";  ///< who serves orv/live: "first", "second" or "both"
+    int mtu = 1440;                        ///< largest packet of the network path, bytes; the second alone
     int rtpPort = 0;  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
     bool segmentationOffload = true;  ///< UDP GSO where the system has it
     bool gopCache = true;             ///< start from the last key picture instead of forcing a new one

@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "refhost/base/Log.h"
+#include "refhost/rtp/MulticastGroup.h"
 
 namespace refhost
 {
@@ -63,6 +64,10 @@ std::string sectionOf(std::string_view name)
     if (has(limitsKeys(), name))
     {
         return "[limits]";
+    }
+    if (has(multicastKeys(), name))
+    {
+        return "[multicast]";
     }
     if (has(streamKeys(), name))
     {
@@ -220,6 +225,16 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
     if (kind == TextKind::address && !isAddress(value))
     {
         return "must be an IPv4 or IPv6 address such as \"127.0.0.1\" or \"::1\", not \"" +
+               Log::safe(value, 40) + "\"";
+    }
+    if (kind == TextKind::groupRange && !MulticastRange::parse(value))
+    {
+        return "must be IPv4 multicast addresses such as \"239.255.42.0/24\", not \"" + Log::safe(value, 40) +
+               "\"";
+    }
+    if (kind == TextKind::group && !value.empty() && !MulticastGroup::parse(value))
+    {
+        return "must be an IPv4 multicast address with an even port such as \"239.1.2.3:5004\", not \"" +
                Log::safe(value, 40) + "\"";
     }
     if ((kind == TextKind::quotable || kind == TextKind::userName) &&

@@ -52,6 +52,7 @@ ConfigKey<Section> choice(std::string_view name, std::string_view meaning, std::
 using Server = ServerConfig;
 using Limits = LimitsConfig;
 using TalkBack = TalkBackConfig;
+using Multicast = MulticastConfig;
 using User = UserConfig;
 using Camera = CameraConfig;
 using Stream = StreamConfig;
@@ -90,6 +91,20 @@ const std::vector<ConfigKey<ServerConfig>>& serverKeys()
             "gop-cache",
             "Start a viewer at once from the last key picture; false forces a new key picture instead.",
             [](Server& s) -> bool& { return s.gopCache; }),
+        choice<Server>(
+            "live-controller",
+            "Which of the library's two live controllers serves orv/live: \"first\" or \"second\". Viewers "
+            "see no difference but for the size of UDP packets. With \"both\" it is the first, and the "
+            "second "
+            "serves second/orv/live beside it, so that they can be compared.",
+            [](const Server& s) { return s.liveController; },
+            [](Server& s, const std::string& controller) { s.liveController = controller; },
+            {"first", "second", "both"}),
+        number<Server>(
+            "mtu",
+            "Largest IP packet in bytes that the network path to viewers takes; the second live controller "
+            "fills UDP packets up to 76 bytes less.",
+            [](Server& s) -> int& { return s.mtu; }, 576, 9000),
         number<Server>(
             "linger", "Seconds that a source runs on after its last viewer left.",
             [](Server& s) -> int& { return s.linger; }, 0, longestTime),
@@ -179,6 +194,30 @@ const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys()
     return keys;
 }
 
+const std::vector<ConfigKey<MulticastConfig>>& multicastKeys()
+{
+    static const std::vector<ConfigKey<Multicast>> keys{
+        text<Multicast>(
+            "pool",
+            "Multicast addresses for orv/multicast; each stream takes one of them while somebody watches it.",
+            [](Multicast& m) -> std::string& { return m.pool; }, TextKind::groupRange),
+        number<Multicast>(
+            "port",
+            "First UDP port of the pool's first group, even; each stream has four: RTP and RTCP of pictures, "
+            "then of sound.",
+            [](Multicast& m) -> int& { return m.port; }, 1024, 65532, 2),
+        number<Multicast>(
+            "ttl", "Time to live of the packets: 1 keeps them in the local network.",
+            [](Multicast& m) -> int& { return m.ttl; }, 0, 255),
+        text<Multicast>(
+            "interface",
+            "Name or address of the interface that the packets leave through; empty is the interface of "
+            "the listen address, or with \"0.0.0.0\" or \"::\" the one that the system's routes choose.",
+            [](Multicast& m) -> std::string& { return m.interface; }, TextKind::plain),
+    };
+    return keys;
+}
+
 const std::vector<ConfigKey<UserConfig>>& userKeys()
 {
     static const std::vector<ConfigKey<User>> keys{
@@ -252,6 +291,11 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             "audio", "Codec of the sound.", [](const Stream& s) { return s.audioCodec; },
             [](Stream& s, const std::string& codec) { s.audioCodec = codec; },
             {"pcmu", "pcma", "aac", "none"}),
+        text<Stream>(
+            "multicast",
+            "Multicast group that is this stream's alone, as \"239.1.2.3:5004\" with an even port; empty "
+            "takes one of the pool.",
+            [](Stream& s) -> std::string& { return s.multicast; }, TextKind::group),
     };
     return keys;
 }

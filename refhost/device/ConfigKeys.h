@@ -40,11 +40,13 @@ struct ChoiceSetting
 enum class TextKind
 {
     plain,
-    address,   ///< a numeric IPv4 or IPv6 address
-    quotable,  ///< stands in a quoted string of a header: no quotes, backslashes or control characters
-    userName,  ///< as `quotable`, and no colon; must be there
-    password,  ///< never written; must be there
-    location   ///< may hold credentials, which are masked when it is written
+    address,     ///< a numeric IPv4 or IPv6 address
+    quotable,    ///< stands in a quoted string of a header: no quotes, backslashes or control characters
+    userName,    ///< as `quotable`, and no colon; must be there
+    password,    ///< never written; must be there
+    groupRange,  ///< IPv4 multicast addresses as "239.255.42.0/24"
+    group,       ///< an IPv4 multicast address with an even port as "239.1.2.3:5004", or nothing
+    location     ///< may hold credentials, which are masked when it is written
 };
 
 template <typename Section>
@@ -73,6 +75,8 @@ const std::vector<ConfigKey<ServerConfig>>& serverKeys();
 const std::vector<ConfigKey<LimitsConfig>>& limitsKeys();
 /// The keys of [talk-back].
 const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys();
+/// The keys of [multicast].
+const std::vector<ConfigKey<MulticastConfig>>& multicastKeys();
 /// The keys of each [[user]].
 const std::vector<ConfigKey<UserConfig>>& userKeys();
 /// The keys of each [[camera]].

@@ -12,6 +12,7 @@
 
 #include "refhost/device/ConfigCheck.h"
 #include "refhost/device/ConfigKeys.h"
+#include "refhost/rtp/MulticastGroup.h"
 
 namespace refhost
 {
@@ -47,10 +48,11 @@ public:
 
     void readServer(const toml::table& table, ServerConfig& out)
     {
-        readSection(table, serverKeys(), {"limits", "talk-back", "user", "camera"}, out);
+        readSection(table, serverKeys(), {"limits", "talk-back", "multicast", "user", "camera"}, out);
         oneSection(table, "limits", limitsKeys(), out.limits);
         oneSection(table, "talk-back", talkBackKeys(), out.talkBack);
         checkTalkBack(table, out.talkBack);
+        oneSection(table, "multicast", multicastKeys(), out.multicast);
         eachSection(table, "user", "[[user]]", [&](const toml::table& user) { readUser(user, out.users); });
         eachSection(table, "camera", "[[camera]]",
                     [&](const toml::table& camera) { readCamera(camera, out.cameras); });
@@ -271,6 +273,18 @@ private:
         {
             report(place(table, "audio"), "a stream without video and without audio has nothing to send");
         }
+        if (const auto group = MulticastGroup::parse(stream.multicast))
+        {
+            const bool taken =
+                std::any_of(groups_.begin(), groups_.end(),
+                            [&](const MulticastGroup& other) { return other.overlaps(*group); });
+            if (taken)
+            {
+                report(place(table, "multicast"),
+                       "another stream has this multicast group: its four ports must be its own");
+            }
+            groups_.push_back(*group);
+        }
         const std::string problem = ConfigCheck::source(stream.source);
         if (!problem.empty())
         {
@@ -286,6 +300,7 @@ private:
 
     std::string directory_;
     std::vector<ConfigProblem> problems_;
+    std::vector<MulticastGroup> groups_;  // that streams have of their own
 };
 
 }  // namespace

@@ -123,7 +123,17 @@ private:
 
     static std::string permittedBy(const TextSetting<Section>& setting)
     {
-        return setting.kind == TextKind::address ? "a numeric address" : "text";
+        switch (setting.kind)
+        {
+            case TextKind::address:
+                return "a numeric address";
+            case TextKind::groupRange:
+                return "IPv4 multicast addresses with a length";
+            case TextKind::group:
+                return "a multicast address and port, or empty";
+            default:
+                return "text";
+        }
     }
 
     Section section_;
@@ -227,6 +237,8 @@ std::string ConfigWriter::write(const ServerConfig& config)
     out += section(limitsKeys(), config.limits, "", true);
     out += "\n# Sound that clients send to the device.\n[talk-back]\n";
     out += section(talkBackKeys(), config.talkBack, "", true);
+    out += "\n# Streams that are sent to many viewers at once: orv/multicast.\n[multicast]\n";
+    out += section(multicastKeys(), config.multicast, "", true);
     out += "\n# Who may watch; without any [[user]] everybody may.\n";
     if (config.users.empty())
     {
@@ -253,8 +265,9 @@ std::string ConfigWriter::write(const ServerConfig& config)
 std::string ConfigWriter::manual()
 {
     return table("Top of the file", serverKeys()) + table("`[limits]`", limitsKeys()) +
-           table("`[talk-back]`", talkBackKeys()) + table("Each `[[user]]`", userKeys()) +
-           table("Each `[[camera]]`", cameraKeys()) + table("Each `[[camera.stream]]`", streamKeys());
+           table("`[talk-back]`", talkBackKeys()) + table("`[multicast]`", multicastKeys()) +
+           table("Each `[[user]]`", userKeys()) + table("Each `[[camera]]`", cameraKeys()) +
+           table("Each `[[camera.stream]]`", streamKeys());
 }
 
 }  // namespace refhost

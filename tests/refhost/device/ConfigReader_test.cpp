@@ -70,6 +70,8 @@ realm = "yard"
 segmentation-offload = false
 gop-cache = false
 linger = 7
+live-controller = "second"
+mtu = 1500
 
 [talk-back]
 policy = "newest"
@@ -79,6 +81,11 @@ sample-rate = 16000
 channels = 2
 encoder-type = 8
 mtu = 1500
+[multicast]
+pool = "239.1.0.0/16"
+port = 6000
+ttl = 16
+interface = "eth0"
 [limits]
 connections = 1
 connections-per-address = 2
@@ -114,6 +121,7 @@ frame-rate = 5
 bit-rate = 100
 gop = 10
 audio = "aac"
+multicast = "239.2.3.4:7000"
 )");
     LimitsConfig limits;
     limits.connections = 1;
@@ -137,6 +145,7 @@ audio = "aac"
     stream.gop = 10;
     stream.videoCodec = "h265";
     stream.audioCodec = "aac";
+    stream.multicast = "239.2.3.4:7000";
     ServerConfig expected;
     expected.listen = "::1";
     expected.port = 554;
@@ -151,6 +160,9 @@ audio = "aac"
     expected.users = {{"admin", "a\"b:c"}, {"guest", "g"}};
     expected.cameras = {{3, "Hof ä", {stream}, "aac"}};
     expected.talkBack = {"newest", "pulse", "hall", 16000, 2, 8, 1500};
+    expected.multicast = {"239.1.0.0/16", 6000, 16, "eth0"};
+    expected.liveController = "second";
+    expected.mtu = 1500;
     EXPECT_EQ(config, expected);
 }
 
@@ -248,6 +260,14 @@ const std::vector<BadCase> badCases{
     {"RealmWithLineEnd", "realm = \"a\\r\\nb\"", 1, 9, "must not hold control characters"},
     {"WavWithoutPath", "[talk-back]\noutput = 'wav'", 2, 10, "the output \"wav\" needs a path as device"},
     {"TalkBackAsText", "talk-back = 'pcmu'", 1, 13, "write [talk-back]"},
+    {"LiveController", "live-controller = \"third\"", 1, 19, "must be one of \"first\""},
+    {"PoolOfUnicast", "[multicast]\npool = '192.0.2.0/24'", 2, 8, "pool must be IPv4 multicast addresses"},
+    {"OddGroupPort", "[multicast]\nport = 5005", 2, 8, "port must be a multiple of 2"},
+    {"KeyOfMulticastAtTheTop", "ttl = 1", 1, 1, "belongs to [multicast]"},
+    {"GroupWithoutPort", aStream + "multicast = '239.1.2.3'", 3, 13, "multicast must be an IPv4 multicast"},
+    {"GroupTwice",
+     aStream + "multicast = '239.1.2.3:5004'\n[[camera.stream]]\nid = 1\nmulticast = '239.1.2.3:5006'", 6, 13,
+     "another stream has this multicast group"},
     {"LimitsAsNumber", "limits = 3", 1, 10, "write [limits]"},
     {"UserAsSection", "[user]\nname = 'a'", 1, 1, "write [[user]]"},
     {"CameraAsText", "camera = 'x'", 1, 10, "write [[camera]]"},

@@ -53,6 +53,10 @@ ServerConfig withEverythingChanged()
     config.cameras[0].name = "quotes \" and \\ and \u00e4 # [x] = '";
     config.cameras[0].talkBack = "pcma";
     config.talkBack = {"mix", "wav", "/tmp/talk.wav", 8000, 2, 0, 576};
+    config.multicast = {"239.1.0.0/16", 6000, 16, "eth0"};
+    config.liveController = "both";
+    config.mtu = 1500;
+    config.cameras[0].streams[0].multicast = "239.2.3.4:7000";
     StreamConfig launch;
     launch.id = 7;
     launch.source = {SourceConfig::Kind::launch, "videotestsrc\n\t! x264enc name=video"};
@@ -89,6 +93,7 @@ TEST(ConfigWriter, ExplainsEveryKey)
     expectExplained(text, serverKeys());
     expectExplained(text, limitsKeys());
     expectExplained(text, talkBackKeys());
+    expectExplained(text.substr(text.find("[multicast]\n")), multicastKeys());
     expectExplained(text.substr(text.find("[[user]]\n")), userKeys());
     expectExplained(text.substr(text.find("[[camera]]\n")), cameraKeys());
     expectExplained(text.substr(text.find("[[camera.stream]]\n")), streamKeys());
