@@ -25,7 +25,7 @@ public:
 
     // --- settings -----------------------------------------------------------------------------------------
 
-    /// \param source  what is played; the dispatcher keeps a handle of its own
+    /// \param source  what is played; never empty. The caller may let go of its handle.
     void setMediaSource(const SafePointer<IMediaSource>& source);
 
     /// \param mix  true to send pictures and sound as one stream; false: a track for each
@@ -41,7 +41,7 @@ public:
     void setFramePacketMode(bool oneFramePerPacket);
 
     /// Makes the dispatcher ready for tracks, from the source that it was given.
-    /// \returns 0; otherwise a code of the host, and tracks are refused
+    /// \returns 0; otherwise a code of the host, as without a source, and tracks are refused
     int start();
 
     /// The largest packet that the network path takes. OVPlayBack asks at each SETUP over UDP unicast and
@@ -68,6 +68,7 @@ public:
     /// Stops sending and keeps the place; no packet of the track leaves after the return.
     int pause(const std::string& sessionId, const std::string& trackId);
 
+    /// \param trackId  of the track in whichever session
     /// \param instant  where the track pauses by itself
     int setPauseRange(const std::string& trackId, double instant);
 

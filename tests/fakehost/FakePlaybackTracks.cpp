@@ -1,5 +1,6 @@
 #include "tests/fakehost/FakePlaybackTracks.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "tests/fakehost/FakeHost.h"
@@ -55,6 +56,13 @@ bool FakePlaybackTracks::hasSession(const std::string& sessionId) const
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto first = tracks_.lower_bound(Key(sessionId, std::string()));
     return first != tracks_.end() && first->first.first == sessionId;
+}
+
+bool FakePlaybackTracks::hasTrack(const std::string& trackId) const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::any_of(tracks_.begin(), tracks_.end(),
+                       [&](const auto& track) { return track.first.second == trackId; });
 }
 
 int FakePlaybackTracks::ssrcOf(const std::string& sessionId, const std::string& trackId) const

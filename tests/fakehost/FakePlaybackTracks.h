@@ -33,6 +33,8 @@ public:
     void remove(const std::string& sessionId, const std::string& trackId);
     /// \returns true when one of the session's tracks is there
     bool hasSession(const std::string& sessionId) const;
+    /// \returns true when any session has it
+    bool hasTrack(const std::string& trackId) const;
     /// \returns 0 for an unknown track
     int ssrcOf(const std::string& sessionId, const std::string& trackId) const;
 

@@ -5,4 +5,6 @@ enum FakeStatus
 {
     /// The dispatcher knows no such track of such a session.
     fakeTrackUnknown = -904,
+    /// The playback dispatcher has no source, or was not started.
+    fakeNotStarted = -905,
 };

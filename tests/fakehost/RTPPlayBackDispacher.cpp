@@ -3,6 +3,7 @@
 #include "tests/fakehost/FakeDescription.h"
 #include "tests/fakehost/FakeHost.h"
 #include "tests/fakehost/FakePlaybackTracks.h"
+#include "tests/fakehost/FakeStatus.h"
 
 namespace
 {
@@ -17,6 +18,7 @@ struct RTPPlayBackDispacher::Impl
     explicit Impl(int aNumber) : number(aNumber), tracks(className, aNumber) {}
 
     const int number;
+    bool started = false;
     MTUParam mtu;
     SafePointer<IMediaSource> source;
     FakePlaybackTracks tracks;
@@ -66,7 +68,10 @@ void RTPPlayBackDispacher::setFramePacketMode(bool oneFramePerPacket)
 
 int RTPPlayBackDispacher::start()
 {
-    return impl_->tracks.outcomeOf("start", std::string());
+    const int result =
+        impl_->tracks.outcomeOf("start", std::string(), impl_->source.isEmpty() ? fakeNotStarted : 0);
+    impl_->started = result == 0;
+    return result;
 }
 
 MTUParam& RTPPlayBackDispacher::getMTUParam()
@@ -79,9 +84,10 @@ MTUParam& RTPPlayBackDispacher::getMTUParam()
 int RTPPlayBackDispacher::initRTPBuilder(const std::string& sessionId, const std::string& trackId,
                                          const SubMediaInfo& info, int payloadSize)
 {
-    const int result =
-        impl_->tracks.outcomeOf("initRTPBuilder", sessionId + ", " + trackId + ", " + info.encodingName +
-                                                      ", " + std::to_string(payloadSize));
+    const int result = impl_->tracks.outcomeOf(
+        "initRTPBuilder",
+        sessionId + ", " + trackId + ", " + info.encodingName + ", " + std::to_string(payloadSize),
+        impl_->started ? 0 : fakeNotStarted);
     if (result == 0)
     {
         impl_->tracks.add(sessionId, trackId);
@@ -113,7 +119,8 @@ int RTPPlayBackDispacher::pause(const std::string& sessionId, const std::string&
 
 int RTPPlayBackDispacher::setPauseRange(const std::string& trackId, double instant)
 {
-    return impl_->tracks.outcomeOf("setPauseRange", trackId + ", " + FakePlaybackTracks::textOf({instant}));
+    return impl_->tracks.outcomeOf("setPauseRange", trackId + ", " + FakePlaybackTracks::textOf({instant}),
+                                   impl_->tracks.hasTrack(trackId) ? 0 : fakeTrackUnknown);
 }
 
 int RTPPlayBackDispacher::setSpeed(const std::string& sessionId, const std::string& trackId, double scale,

@@ -40,6 +40,11 @@ void HostUnderTest::prepareFailingStream(int& cameraId, int& streamId)
     FakeHost::instance().always("MediaInfoTool::createMediaInfo", -777);
 }
 
+void HostUnderTest::prepareFailingRecording(RecordInfo&)
+{
+    FakeHost::instance().always("MediaInfoTool::createPlaybackMediaInfo", -777);
+}
+
 SafePointer<IConnection> HostUnderTest::makeConnection()
 {
     return SafePointer<IConnection>(new CountedConnection);

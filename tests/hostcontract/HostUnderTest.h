@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string>
 
+#include "hostapi/description/RecordInfo.h"
 #include "hostapi/description/SubMediaInfo.h"
 #include "hostapi/device/IConnection.h"
 #include "support/SafePointer.h"
@@ -17,6 +18,10 @@ public:
 
     /// Makes the description of a stream fail. \param[out] cameraId, streamId  the stream to ask for
     static void prepareFailingStream(int& cameraId, int& streamId);
+
+    /// Makes the description of a recording fail; dropStreams() makes it good again.
+    /// \param[out] record  the recording to ask for
+    static void prepareFailingRecording(RecordInfo& record);
 
     /// A connection that the host's dispatchers take, of kind IConnection::udpUnicast.
     static SafePointer<IConnection> makeConnection();

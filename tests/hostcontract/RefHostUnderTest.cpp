@@ -100,6 +100,9 @@ void HostUnderTest::prepareFailingStream(int& cameraId, int& streamId)
     streamId = 7;
 }
 
+// Nothing is recorded.
+void HostUnderTest::prepareFailingRecording(RecordInfo&) {}
+
 SafePointer<IConnection> HostUnderTest::makeConnection()
 {
     return SafePointer<IConnection>(new SinkTransport);
