@@ -16,7 +16,7 @@ public:
     /// The next unit and how far it was sent.
     struct Head
     {
-        bool prepared = false;  ///< its timestamp is settled
+        AccessUnitPtr unit;  ///< as it is sent; null until that and its timestamp are settled
         std::uint32_t timestamp = 0;
         std::size_t packetsSent = 0;
     };

@@ -148,9 +148,15 @@ bool PlaybackSession::readAhead(Lock& lock, std::int64_t nowMs)
     }
     std::vector<PlaybackUnit> units;
     auto result = PlaybackSource::Result::unit;
+    const std::size_t held = queue_.size();
+    const std::size_t mostBytes = settings_.readAheadBytes - queue_.bytes();
+    const auto aheadNs =
+        static_cast<std::int64_t>(static_cast<double>(settings_.readAheadMs) * 1e6 * speed_.scale);
+    std::int64_t enoughNs = queue_.empty() ? 0 : queue_.front().dueNs + aheadNs;
     lock.unlock();
     std::size_t bytes = 0;
-    for (int i = 0; i < mostReadInOneRun && bytes < settings_.readAheadBytes / 4; ++i)
+    bool enough = false;
+    for (int i = 0; i < mostReadInOneRun && bytes < mostBytes && !enough; ++i)
     {
         PlaybackUnit unit;
         result = source_->read(unit);
@@ -158,8 +164,10 @@ bool PlaybackSession::readAhead(Lock& lock, std::int64_t nowMs)
         {
             break;
         }
+        enoughNs = enoughNs == 0 ? unit.dueNs + aheadNs : enoughNs;
         bytes += unit.unit->bytes.size();
         units.push_back(std::move(unit));
+        enough = held + units.size() >= fewUnits && units.back().dueNs >= enoughNs;
     }
     lock.lock();
     for (PlaybackUnit& unit : units)
@@ -282,11 +290,12 @@ void PlaybackSession::settleHead()
 void PlaybackSession::prepareHead(PlaybackTrack& track)
 {
     constexpr std::int64_t roundingNs = 5'000'000;  // Matroska counts milliseconds
-    PlaybackUnit& unit = queue_.front();
+    const PlaybackUnit& unit = queue_.front();
     PlaybackQueue::Head& head = queue_.head();
     const std::int64_t playNs = pacer_.timeline().at(unit.mediaNs);
     const std::int64_t toleranceNs = speed_.scale > 1 ? std::max(unit.durationNs, roundingNs) : roundingNs;
     head.timestamp = unit.video ? track.timestamp(playNs) : track.soundTimestamp(playNs, toleranceNs);
+    head.unit = unit.unit;
     if ((kind_ & playRangeReplay) != 0)
     {
         ReplayExtension extension;
@@ -295,14 +304,13 @@ void PlaybackSession::prepareHead(PlaybackTrack& track)
         extension.endOfSection = unit.last;
         extension.discontinuity = track.brokenOff();
         extension.playSequence = static_cast<std::uint8_t>(kind_ >> playRangeSequenceShift);
-        unit.unit = extension.addTo(*unit.unit);
+        head.unit = extension.addTo(*unit.unit);
     }
-    head.prepared = true;
 }
 
 std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, bool& moved)
 {
-    PlaybackUnit& unit = queue_.front();
+    const PlaybackUnit& unit = queue_.front();
     const std::int64_t wallNs = settings_.clock->wallNs();
     const std::int64_t playNs = pacer_.timeline().at(unit.dueNs);
     const bool paced = (kind_ & playRangeUnpaced) == 0;
@@ -317,7 +325,7 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
         wantReports();
     }
     PlaybackQueue::Head& head = queue_.head();
-    if (!head.prepared)
+    if (!head.unit)
     {
         prepareHead(track);
     }
@@ -325,7 +333,7 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
     {
         track.sender.sendReport(nowMs, wallNs, track.timestamp(paced ? pacer_.playNs(wallNs) : playNs));
     }
-    const SendResult result = track.sender.send(unit.unit, head.packetsSent, head.timestamp, false);
+    const SendResult result = track.sender.send(head.unit, head.packetsSent, head.timestamp, false);
     head.packetsSent += result.packets;
     if (result.status != SendStatus::sent)
     {

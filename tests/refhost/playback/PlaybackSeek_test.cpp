@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "tests/refhost/playback/PlaybackFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+class PlaybackSeek : public PlaybackFixture
+{
+protected:
+    /// Timestamps of a track's units, from the first one on.
+    static std::vector<std::uint32_t> ticks(Wire& wire)
+    {
+        const std::lock_guard<std::mutex> guard(wire.mutex);
+        std::vector<std::uint32_t> found;
+        for (const SentPacket& packet : wire.packets)
+        {
+            if (packet.index == 0)
+            {
+                found.push_back(packet.timestamp - wire.packets.front().timestamp);
+            }
+        }
+        return found;
+    }
+};
+
+TEST_F(PlaybackSeek, TimestampsGoOnOverASeek)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(1000);
+    ASSERT_EQ(playFrom(video, 12.3), 0);
+    RTPPacketInfo first;
+    ASSERT_EQ(session->firstPacket(video, first), 0);
+    const auto before = wire->units().size();
+    pass(200);
+    const auto stamps = ticks(*wire);
+    EXPECT_DOUBLE_EQ(secondsOf(*wire)[before], 12);
+    EXPECT_EQ(stamps[before] - stamps[before - 1], 3600U);
+    EXPECT_EQ(first.sequenceNumber, wire->packets[before * 3].sequence);
+    EXPECT_EQ(first.rtpTimestamp, wire->packets[before * 3].timestamp);
+    EXPECT_TRUE(wire->contiguous());
+}
+
+TEST_F(PlaybackSeek, WhatPlayedBeforeGoesOnUntilThePlaceIsFound)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(500);
+    ASSERT_EQ(session->setRange(video, 15, 20, 0, true), 0);
+    pass(500);
+    EXPECT_LE(secondsOf(*wire).back(), 1.0);
+    EXPECT_EQ(session->range(video, *std::make_unique<double>(), *std::make_unique<double>()), 0);
+}
+
+TEST_F(PlaybackSeek, NothingOfTheNewPlaceLeavesBeforePlay)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(500);
+    ASSERT_EQ(session->setRange(video, 15, 20, 0, true), 0);
+    ASSERT_EQ(session->play(video), hostStreamNotReady);
+    pass(500);
+    EXPECT_LE(secondsOf(*wire).back(), 1.0);
+    ASSERT_EQ(session->play(video), 0);
+    pass(0);
+    EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 15);
+}
+
+TEST_F(PlaybackSeek, APlaceWithoutFootageIsRefusedAndPlayingGoesOn)
+{
+    footage->set({{at(0), at(8)}});
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(500);
+    EXPECT_EQ(playFrom(video, 12), hostRangeInvalid);
+    pass(500);
+    EXPECT_NEAR(secondsOf(*wire).back(), 1, 0.05);
+    EXPECT_EQ(play(video), 0);
+}
+
+TEST_F(PlaybackSeek, AnEmptyRangeIsRefused)
+{
+    setUp(video);
+    EXPECT_EQ(session->setRange(video, 5, 5, 0, true), hostRangeInvalid);
+    EXPECT_EQ(session->setRange(video, 5, 3, 0, true), hostRangeInvalid);
+    EXPECT_EQ(session->setRange(video, 20, 20, 0, true), hostRangeInvalid);
+}
+
+TEST_F(PlaybackSeek, RangesAreKeptInsideTheInterval)
+{
+    const auto wire = setUp(video);
+    const double infinite = std::numeric_limits<double>::infinity();
+    ASSERT_EQ(session->setRange(video, -infinite, infinite, 0, true), 0);
+    ASSERT_EQ(play(video), 0);
+    double begin = -1;
+    double end = -1;
+    ASSERT_EQ(session->range(video, begin, end), 0);
+    EXPECT_DOUBLE_EQ(begin, 0);
+    EXPECT_DOUBLE_EQ(end, 20);
+    EXPECT_EQ(session->setRange(video, std::numeric_limits<double>::quiet_NaN(), 1, 0, true), 0);
+}
+
+TEST_F(PlaybackSeek, TheLastOfTwoRangesCounts)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(session->setRange(video, 4, 20, 0, true), 0);
+    ASSERT_EQ(session->setRange(video, 9, 20, 0, true), 0);
+    ASSERT_EQ(play(video), 0);
+    pass(0);
+    EXPECT_EQ(secondsOf(*wire), std::vector<double>{9});
+    EXPECT_EQ(footage->opens, 1);
+}
+
+TEST_F(PlaybackSeek, AGapTakesNoTime)
+{
+    footage->set({{at(0), at(2)}, {at(7200), at(7202)}});
+    make(0, 10'000);
+    const auto pictures = setUp(video);
+    const auto sound = setUp(audio);
+    ASSERT_EQ(play(video), 0);
+    ASSERT_EQ(play(audio), 0);
+    pass(3950);
+    const auto seconds = secondsOf(*pictures);
+    ASSERT_EQ(seconds.size(), 99U);
+    EXPECT_DOUBLE_EQ(seconds[50], 7200);
+    const auto stamps = ticks(*pictures);
+    for (std::size_t i = 1; i < stamps.size(); ++i)
+    {
+        ASSERT_EQ(stamps[i] - stamps[i - 1], 3600U) << i;
+    }
+    const auto blocks = ticks(*sound);
+    for (std::size_t i = 1; i < blocks.size(); ++i)
+    {
+        ASSERT_EQ(blocks[i] - blocks[i - 1], 160U) << i;
+    }
+    pass(100);
+    EXPECT_TRUE(session->ended());
+}
+
+TEST_F(PlaybackSeek, TheRealBeginIsToldWhereFootageBeginsLater)
+{
+    footage->set({{at(3.5), at(8)}});
+    setUp(video);
+    ASSERT_EQ(play(video), 0);
+    double begin = 0;
+    double end = 0;
+    ASSERT_EQ(session->range(video, begin, end), 0);
+    EXPECT_NEAR(begin, 3.5, 1e-6);
+}
+
+TEST_F(PlaybackSeek, AKeyPictureBeforeTheIntervalCountsFromItsBegin)
+{
+    make(5.4, 10);
+    const auto wire = setUp(video);
+    session->setRange(video, 0, 4.6, 0, true);
+    footage->set({{at(0.0), at(20)}});
+    ASSERT_EQ(play(video), 0);
+    double begin = -1;
+    double end = -1;
+    ASSERT_EQ(session->range(video, begin, end), 0);
+    EXPECT_DOUBLE_EQ(begin, 0);
+    RTPPacketInfo first;
+    ASSERT_EQ(session->firstPacket(video, first), 0);
+    pass(0);
+    EXPECT_DOUBLE_EQ(secondsOf(*wire).front(), 5);
+    EXPECT_EQ(first.sequenceNumber, wire->packets.front().sequence);
+    EXPECT_EQ(first.rtpTimestamp - wire->packets.front().timestamp, 36'000U);
+}
+
+TEST_F(PlaybackSeek, FootageThatStillGrowsIsFollowed)
+{
+    footage->set({{at(0), at(1)}});
+    footage->growing = true;
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(3000);
+    EXPECT_EQ(wire->units().size(), 25U);
+    EXPECT_FALSE(session->ended());
+    footage->set({{at(0), at(3)}});
+    pass(1500);
+    EXPECT_GT(wire->units().size(), 50U);
+    EXPECT_TRUE(wire->contiguous());
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost

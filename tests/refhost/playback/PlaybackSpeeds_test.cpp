@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include "tests/refhost/playback/PlaybackFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+class PlaybackSpeeds : public PlaybackFixture
+{
+protected:
+    void setUpBoth(double scale, double speed)
+    {
+        pictures = setUp(video);
+        sound = setUp(audio);
+        ASSERT_EQ(session->setSpeed(video, scale, speed), 0);
+        ASSERT_EQ(session->setSpeed(audio, scale, speed), 0);
+        ASSERT_EQ(play(video), 0);
+        ASSERT_EQ(play(audio), 0);
+        runWorkers();
+    }
+
+    static std::uint32_t step(Wire& wire, std::size_t unit)
+    {
+        const std::lock_guard<std::mutex> guard(wire.mutex);
+        std::vector<std::uint32_t> stamps;
+        for (const SentPacket& packet : wire.packets)
+        {
+            if (packet.index == 0)
+            {
+                stamps.push_back(packet.timestamp);
+            }
+        }
+        return stamps.at(unit) - stamps.at(unit - 1);
+    }
+
+    std::shared_ptr<Wire> pictures;
+    std::shared_ptr<Wire> sound;
+};
+
+TEST_F(PlaybackSpeeds, ScaleTwoTakesHalfTheTimeAndHalvesTheTimestamps)
+{
+    setUpBoth(2, 1);
+    pass(5000);
+    EXPECT_NEAR(secondsOf(*pictures).back(), 10, 0.05);
+    EXPECT_EQ(step(*pictures, 5), 1800U);
+    pass(5010);
+    EXPECT_TRUE(session->ended());
+}
+
+TEST_F(PlaybackSpeeds, SoundAtScaleTwoLeavesOutEveryOtherBlock)
+{
+    setUpBoth(2, 1);
+    pass(1000);
+    EXPECT_NEAR(static_cast<double>(sound->units().size()), 50, 2);
+    for (std::size_t i = 1; i < sound->units().size(); ++i)
+    {
+        ASSERT_EQ(step(*sound, i), 160U) << i;
+    }
+}
+
+TEST_F(PlaybackSpeeds, ThereIsNoSoundAboveTwoAndBelowOne)
+{
+    setUpBoth(3, 1);
+    pass(1000);
+    EXPECT_TRUE(sound->units().empty());
+    EXPECT_EQ(session->setSpeed(video, 0.5, 1), 0);
+    pass(1000);
+    EXPECT_TRUE(sound->units().empty());
+    EXPECT_EQ(session->setSpeed(video, 1, 1), 0);
+    pass(1000);
+    EXPECT_GT(sound->units().size(), 40U);
+}
+
+TEST_F(PlaybackSpeeds, SlowMotionStretchesTheTimestamps)
+{
+    setUpBoth(0.25, 1);
+    pass(4000);
+    EXPECT_NEAR(secondsOf(*pictures).back(), 1, 0.05);
+    EXPECT_EQ(step(*pictures, 5), 14'400U);
+}
+
+TEST_F(PlaybackSpeeds, SpeedChangesDeliveryAndNotTheTimestamps)
+{
+    setUpBoth(1, 4);
+    pass(2000);
+    EXPECT_NEAR(secondsOf(*pictures).back(), 8, 0.05);
+    EXPECT_EQ(step(*pictures, 5), 3600U);
+    EXPECT_NEAR(secondsOf(*sound).back(), 8, 0.05);
+}
+
+TEST_F(PlaybackSpeeds, OnlyKeyPicturesAboveFour)
+{
+    setUpBoth(8, 1);
+    pass(1500);
+    EXPECT_EQ(pictures->units().size(), 13U);
+    for (const AccessUnitPtr& unit : pictures->units())
+    {
+        EXPECT_TRUE(unit->keyFrame);
+    }
+    EXPECT_EQ(step(*pictures, 3), 11'250U);
+    EXPECT_TRUE(sound->units().empty());
+    pass(1010);
+    EXPECT_TRUE(session->ended());
+}
+
+TEST_F(PlaybackSpeeds, AChangeWhilePlayingGoesOnFromThere)
+{
+    setUpBoth(1, 1);
+    pass(1000);
+    ASSERT_EQ(session->setSpeed(video, 2, 1), 0);
+    const auto before = pictures->units().size();
+    pass(1000);
+    EXPECT_NEAR(secondsOf(*pictures).back(), 3, 0.1);
+    EXPECT_GE(step(*pictures, before), 1800U);
+    EXPECT_LE(step(*pictures, before), 3600U);
+    EXPECT_EQ(step(*pictures, before + 1), 1800U);
+    EXPECT_TRUE(pictures->contiguous());
+}
+
+TEST_F(PlaybackSpeeds, GoingOverToKeyPicturesGoesOnByItself)
+{
+    setUpBoth(1, 1);
+    pass(2500);
+    ASSERT_EQ(session->setSpeed(video, 16, 1), 0);
+    const auto before = pictures->units().size();
+    pass(1000);
+    ASSERT_GT(pictures->units().size(), before + 10);
+    EXPECT_TRUE(pictures->units()[before]->keyFrame);
+    EXPECT_TRUE(pictures->contiguous());
+    for (std::size_t i = 1; i < pictures->units().size(); ++i)
+    {
+        ASSERT_GT(static_cast<std::int32_t>(step(*pictures, i)), 0);
+    }
+}
+
+TEST_F(PlaybackSpeeds, WithoutRateControlItGoesAsFastAsTheWayTakesIt)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(playFrom(video, 0, 20, playRangeReplay | playRangeUnpaced), 0);
+    wire->capacity = 300;
+    runWorkers();
+    EXPECT_EQ(wire->packets.size(), 300U);
+    wire->capacity = SIZE_MAX;
+    wire->ready();
+    runWorkers();
+    EXPECT_EQ(wire->units().size(), 500U);
+    EXPECT_TRUE(session->ended());
+    EXPECT_TRUE(saidGoodbye(*wire));
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
