@@ -23,7 +23,7 @@ PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMe
 {
 }
 
-PlaybackTrack::~PlaybackTrack() = default;
+PlaybackTrack::~PlaybackTrack() noexcept = default;
 
 std::uint32_t PlaybackTrack::timestamp(std::int64_t playNs) const
 {

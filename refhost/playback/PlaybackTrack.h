@@ -24,7 +24,7 @@ class PlaybackTrack : public TransportListener
 public:
     PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMediaInfo& info, int payloadSize,
                   const RtcpWriter::Name& name, const PlaybackSettings& settings);
-    ~PlaybackTrack() override;
+    ~PlaybackTrack() noexcept override;
 
     const std::string id;
     const std::string encodingName;
