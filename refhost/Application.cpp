@@ -1,10 +1,6 @@
 #include "refhost/Application.h"
 
-#include <arpa/inet.h>
 #include <gst/gst.h>
-#include <ifaddrs.h>
-#include <net/if.h>
-#include <netinet/in.h>
 #include <sys/resource.h>
 
 #include <csignal>
@@ -20,12 +16,14 @@
 #include "playback/OVPlaybackControllerFactory.h"
 #include "refhost/CommandLine.h"
 #include "refhost/audio/TalkBack.h"
+#include "refhost/ServerAddress.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/device/CameraStreams.h"
 #include "refhost/device/Device.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/live/LiveSettings.h"
+#include "refhost/recording/RecordingService.h"
 #include "refhost/rtsp/RtspServer.h"
 
 namespace refhost
@@ -83,36 +81,6 @@ void raiseDescriptorLimit()
     {
         Log::warning("the limit of open files stays low; many viewers at once may be refused");
     }
-}
-
-// The address that a player on this machine or its network can use for `listen`.
-std::string reachableAddress(const std::string& listen)
-{
-    if (listen != "0.0.0.0" && listen != "::")
-    {
-        return listen;
-    }
-    std::string found = "127.0.0.1";
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0)
-    {
-        return found;
-    }
-    for (const ifaddrs* i = list; i != nullptr; i = i->ifa_next)
-    {
-        constexpr unsigned int wanted = IFF_UP | IFF_RUNNING;
-        const bool usable = (i->ifa_flags & (wanted | IFF_LOOPBACK)) == wanted;
-        if (!usable || i->ifa_addr == nullptr || i->ifa_addr->sa_family != AF_INET)
-        {
-            continue;
-        }
-        char text[INET_ADDRSTRLEN] = {};
-        const auto* const address = reinterpret_cast<const sockaddr_in*>(i->ifa_addr);
-        found = inet_ntop(AF_INET, &address->sin_addr, text, sizeof(text));
-        break;
-    }
-    freeifaddrs(list);
-    return found;
 }
 
 std::string describe(const StreamConfig& stream)
@@ -203,16 +171,15 @@ void Application::prepareProcess() const
     Log::setLevel(*Log::levelNamed(config_.logLevel));
     raiseDescriptorLimit();
     std::signal(SIGPIPE, SIG_IGN);
+    // A recording that grows beyond a limit of the file size is a failing disk, not the end of the program.
+    std::signal(SIGXFSZ, SIG_IGN);
     MediaLogs::bridge();
     gst_init(nullptr, nullptr);
 }
 
 void Application::printUrls(int port) const
 {
-    const std::string address = reachableAddress(config_.listen);
-    const bool isSix = address.find(':') != std::string::npos;
-    const std::string base =
-        fmt::format("rtsp://{}{}{}:{}/orv/live/", isSix ? "[" : "", address, isSix ? "]" : "", port);
+    const std::string base = serverUrl(config_.listen, port) + "orv/live/";
     std::string text;
     std::string first;
     for (const CameraConfig& camera : config_.cameras)
@@ -249,6 +216,7 @@ int Application::run()
     const PublishedStreams streams(config_);
     const DeviceInfoEx device = describeDevice(config_.listen);
     const TalkBack talkBack(config_, device, DeviceExAbility(), platformType);
+    RecordingService recording(config_, Device::streams());
     MediaRoutes routes;
     routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(device), firstPacketOfLivePlay);
     routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(device));
@@ -260,6 +228,7 @@ int Application::run()
         return exitFailed;
     }
     Log::info("listening on {} port {}", config_.listen, server.port());
+    recording.start();
     printUrls(server.port());
     Log::info("ending: {}", strsignal(endSignals.wait()));
     server.stop();

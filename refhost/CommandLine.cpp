@@ -4,9 +4,11 @@
 #include <array>
 #include <ostream>
 
+#include "refhost/ServerAddress.h"
 #include "refhost/base/Log.h"
 #include "refhost/device/ConfigReader.h"
 #include "refhost/device/ConfigWriter.h"
+#include "refhost/recording/RecordingListing.h"
 
 namespace refhost
 {
@@ -71,6 +73,20 @@ bool CommandLine::readConfig(const std::string& file)
     return true;
 }
 
+bool CommandLine::listRecordings()
+{
+    std::string error;
+    const auto index = RecordingIndex::openToRead(config_.recording.directory, error);
+    if (!index)
+    {
+        err_ << "no recordings: " << error << '\n';
+        return finish(exitFailed);
+    }
+    const RecordingListing listing(serverUrl(config_.listen, config_.port) + "orv/playback/");
+    listing.write(*index, out_);
+    return finish(exitDone);
+}
+
 bool CommandLine::parse(int count, const char* const* arguments)
 {
     CLI::App app(
@@ -78,13 +94,14 @@ bool CommandLine::parse(int count, const char* const* arguments)
         "127.0.0.1:8554.",
         "ovrtspd");
     app.footer(
-        "Exit codes: 0 ended as asked, 1 the server could not start, 2 wrong command line, 3 wrong "
-        "configuration.");
+        "Exit codes: 0 ended as asked, 1 the server could not start or there is nothing to list, 2 wrong "
+        "command line, 3 wrong configuration.");
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.set_version_flag("-v,--version", "ovrtspd " OV_VERSION, "Print the version and exit");
     std::string file;
     bool check = false;
     bool dump = false;
+    bool recordings = false;
     CLI::Option* const fileOption =
         app.add_option("-c,--config", file, "Read the configuration from this TOML file")->type_name("FILE");
     std::array<Override, 3> overrides{{
@@ -108,6 +125,8 @@ bool CommandLine::parse(int count, const char* const* arguments)
     app.add_flag("--dump-config", dump,
                  "Print the effective configuration with every key explained, and exit")
         ->excludes(checkFlag);
+    app.add_flag("--recordings", recordings,
+                 "List what was recorded, with URLs that play it, and exit; a server may run meanwhile");
 
     try
     {
@@ -136,6 +155,10 @@ bool CommandLine::parse(int count, const char* const* arguments)
             err_ << "--" << wanted.key << " " << problem << '\n';
             return finish(exitCommandLine);
         }
+    }
+    if (recordings)
+    {
+        return listRecordings();
     }
     if (dump)
     {

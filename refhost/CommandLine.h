@@ -14,13 +14,13 @@ namespace refhost
 enum ExitCode
 {
     exitDone = 0,         ///< ended as it was asked to
-    exitFailed = 1,       ///< the server could not start, such as when its port is taken
+    exitFailed = 1,       ///< the server could not start, such as when its port is taken; nothing to list
     exitCommandLine = 2,  ///< the command line is wrong
     exitConfig = 3        ///< the configuration is wrong
 };
 
 /// Reads the command line and the configuration that it names, and does what needs no server: --help,
-/// --version, --check-config and --dump-config.
+/// --version, --check-config, --dump-config and --recordings.
 class CommandLine
 {
 public:
@@ -36,6 +36,7 @@ public:
 
 private:
     bool readConfig(const std::string& file);
+    bool listRecordings();
     bool finish(int code);
 
     std::ostream& out_;

@@ -33,7 +33,7 @@ auto members(const LimitsConfig& l)
 auto members(const StreamConfig& s)
 {
     return std::tie(s.id, s.source, s.width, s.height, s.frameRate, s.bitRate, s.gop, s.videoCodec,
-                    s.audioCodec, s.multicast);
+                    s.audioCodec, s.multicast, s.record);
 }
 
 auto members(const TalkBackConfig& t)
@@ -45,7 +45,7 @@ auto members(const ServerConfig& s)
 {
     return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.users, s.limits, s.rtpPort,
                     s.segmentationOffload, s.gopCache, s.linger, s.cameras, s.talkBack, s.multicast,
-                    s.liveController, s.mtu);
+                    s.liveController, s.mtu, s.recording);
 }
 
 }  // namespace
@@ -80,6 +80,12 @@ bool MulticastConfig::operator==(const MulticastConfig& other) const
     return pool == other.pool && port == other.port && ttl == other.ttl && interface == other.interface;
 }
 
+bool RecordingConfig::operator==(const RecordingConfig& other) const
+{
+    return directory == other.directory && segment == other.segment && maxSize == other.maxSize &&
+           maxAge == other.maxAge;
+}
+
 bool LimitsConfig::operator==(const LimitsConfig& other) const
 {
     return members(*this) == members(other);
@@ -94,6 +100,7 @@ ServerConfig ServerConfig::embedded()
 {
     ServerConfig config;
     config.cameras = embeddedCameras();
+    config.cameras.front().streams.front().record = true;
     return config;
 }
 

@@ -38,6 +38,7 @@ struct StreamConfig
     std::string videoCodec = "h264";  ///< "h264", "h265" or "none"
     std::string audioCodec = "pcmu";  ///< "pcmu", "pcma", "aac" or "none"
     std::string multicast;            ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool
+    bool record = false;
 
     bool operator==(const StreamConfig& other) const;
 };
@@ -104,6 +105,17 @@ struct LimitsConfig
     bool operator==(const LimitsConfig& other) const;
 };
 
+/// Where recordings are kept and how many.
+struct RecordingConfig
+{
+    std::string directory = "./var/recordings";
+    int segment = 10;    ///< seconds
+    int maxSize = 1024;  ///< MiB of all recordings together; 0: no limit
+    int maxAge = 0;      ///< hours; 0: no limit
+
+    bool operator==(const RecordingConfig& other) const;
+};
+
 /// The whole configuration. ConfigKeys.h names each setting's key in the file, its range and its meaning.
 struct ServerConfig
 {
@@ -118,6 +130,7 @@ struct ServerConfig
     MulticastConfig multicast;
     std::string liveController = "first";  ///< who serves orv/live: "first", "second" or "both"
     int mtu = 1440;                        ///< largest packet of the network path, bytes; the second alone
+    RecordingConfig recording;
     int rtpPort = 0;  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
     bool segmentationOffload = true;  ///< UDP GSO where the system has it
     bool gopCache = true;             ///< start from the last key picture instead of forcing a new one
@@ -129,7 +142,8 @@ struct ServerConfig
     /// Whether clients can send sound to some camera.
     bool offersTalkBack() const;
 
-    /// What the program serves without a configuration file: the defaults with embeddedCameras().
+    /// What the program serves without a configuration file: the defaults with embeddedCameras(), of which
+    /// the first stream is recorded.
     static ServerConfig embedded();
     /// Camera 1 with stream 0 (1280x720, 2000 kbit/s) and stream 1 (640x360, 500 kbit/s), both with sound;
     /// also what a file without a [[camera]] gets.

@@ -69,6 +69,10 @@ std::string sectionOf(std::string_view name)
     {
         return "[multicast]";
     }
+    if (has(recordingKeys(), name))
+    {
+        return "[recording]";
+    }
     if (has(streamKeys(), name))
     {
         return "[[camera.stream]]";
@@ -209,7 +213,8 @@ std::string ConfigCheck::choice(const std::string& value, const std::vector<std:
 
 std::string ConfigCheck::text(const std::string& value, TextKind kind)
 {
-    const bool mustBeThere = kind == TextKind::userName || kind == TextKind::password;
+    const bool mustBeThere =
+        kind == TextKind::userName || kind == TextKind::password || kind == TextKind::path;
     if (mustBeThere && value.empty())
     {
         return "must not be empty";

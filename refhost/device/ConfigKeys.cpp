@@ -53,12 +53,14 @@ using Server = ServerConfig;
 using Limits = LimitsConfig;
 using TalkBack = TalkBackConfig;
 using Multicast = MulticastConfig;
+using Recording = RecordingConfig;
 using User = UserConfig;
 using Camera = CameraConfig;
 using Stream = StreamConfig;
 
 constexpr int longestTime = 86400;
 constexpr int mostNumber = 999999;
+constexpr int mostSize = 1073741824;  // MiB
 
 }  // namespace
 
@@ -218,6 +220,30 @@ const std::vector<ConfigKey<MulticastConfig>>& multicastKeys()
     return keys;
 }
 
+const std::vector<ConfigKey<RecordingConfig>>& recordingKeys()
+{
+    static const std::vector<ConfigKey<Recording>> keys{
+        text<Recording>(
+            "directory",
+            "Where recordings are kept; a relative path starts at this file, the default at the working "
+            "directory.",
+            [](Recording& r) -> std::string& { return r.directory; }, TextKind::path),
+        number<Recording>(
+            "segment",
+            "Seconds of media in one file; each begins with a key picture, so it may be longer by the time "
+            "between two.",
+            [](Recording& r) -> int& { return r.segment; }, 1, 3600),
+        number<Recording>(
+            "max-size",
+            "MiB that all recordings may take together, the oldest are removed beyond; 0 for no limit.",
+            [](Recording& r) -> int& { return r.maxSize; }, 0, mostSize),
+        number<Recording>(
+            "max-age", "Hours after which recordings are removed; 0 for no limit.",
+            [](Recording& r) -> int& { return r.maxAge; }, 0, mostNumber),
+    };
+    return keys;
+}
+
 const std::vector<ConfigKey<UserConfig>>& userKeys()
 {
     static const std::vector<ConfigKey<User>> keys{
@@ -296,6 +322,8 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             "Multicast group that is this stream's alone, as \"239.1.2.3:5004\" with an even port; empty "
             "takes one of the pool.",
             [](Stream& s) -> std::string& { return s.multicast; }, TextKind::group),
+        flag<Stream>("record", "Record the stream; its source runs all the time then.",
+                     [](Stream& s) -> bool& { return s.record; }),
     };
     return keys;
 }

@@ -46,6 +46,7 @@ enum class TextKind
     password,    ///< never written; must be there
     groupRange,  ///< IPv4 multicast addresses as "239.255.42.0/24"
     group,       ///< an IPv4 multicast address with an even port as "239.1.2.3:5004", or nothing
+    path,        ///< must be there
     location     ///< may hold credentials, which are masked when it is written
 };
 
@@ -77,6 +78,8 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys();
 const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys();
 /// The keys of [multicast].
 const std::vector<ConfigKey<MulticastConfig>>& multicastKeys();
+/// The keys of [recording].
+const std::vector<ConfigKey<RecordingConfig>>& recordingKeys();
 /// The keys of each [[user]].
 const std::vector<ConfigKey<UserConfig>>& userKeys();
 /// The keys of each [[camera]].

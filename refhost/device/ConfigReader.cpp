@@ -48,11 +48,17 @@ public:
 
     void readServer(const toml::table& table, ServerConfig& out)
     {
-        readSection(table, serverKeys(), {"limits", "talk-back", "multicast", "user", "camera"}, out);
+        readSection(table, serverKeys(), {"limits", "talk-back", "multicast", "recording", "user", "camera"},
+                    out);
         oneSection(table, "limits", limitsKeys(), out.limits);
         oneSection(table, "talk-back", talkBackKeys(), out.talkBack);
         checkTalkBack(table, out.talkBack);
         oneSection(table, "multicast", multicastKeys(), out.multicast);
+        oneSection(table, "recording", recordingKeys(), out.recording);
+        if (out.recording.directory != RecordingConfig().directory)
+        {
+            resolve(out.recording.directory);
+        }
         eachSection(table, "user", "[[user]]", [&](const toml::table& user) { readUser(user, out.users); });
         eachSection(table, "camera", "[[camera]]",
                     [&](const toml::table& camera) { readCamera(camera, out.cameras); });
@@ -290,10 +296,9 @@ private:
         {
             report(place(table, table.contains("location") ? "location" : "source"), problem);
         }
-        std::string& location = stream.source.location;
         if (stream.source.kind == SourceConfig::Kind::file)
         {
-            resolve(location);
+            resolve(stream.source.location);
         }
         camera.streams.push_back(std::move(stream));
     }

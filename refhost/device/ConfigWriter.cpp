@@ -239,6 +239,8 @@ std::string ConfigWriter::write(const ServerConfig& config)
     out += section(talkBackKeys(), config.talkBack, "", true);
     out += "\n# Streams that are sent to many viewers at once: orv/multicast.\n[multicast]\n";
     out += section(multicastKeys(), config.multicast, "", true);
+    out += "\n# What is recorded: streams with record = true.\n[recording]\n";
+    out += section(recordingKeys(), config.recording, "", true);
     out += "\n# Who may watch; without any [[user]] everybody may.\n";
     if (config.users.empty())
     {
@@ -266,8 +268,8 @@ std::string ConfigWriter::manual()
 {
     return table("Top of the file", serverKeys()) + table("`[limits]`", limitsKeys()) +
            table("`[talk-back]`", talkBackKeys()) + table("`[multicast]`", multicastKeys()) +
-           table("Each `[[user]]`", userKeys()) + table("Each `[[camera]]`", cameraKeys()) +
-           table("Each `[[camera.stream]]`", streamKeys());
+           table("`[recording]`", recordingKeys()) + table("Each `[[user]]`", userKeys()) +
+           table("Each `[[camera]]`", cameraKeys()) + table("Each `[[camera.stream]]`", streamKeys());
 }
 
 }  // namespace refhost

@@ -25,10 +25,26 @@ ServerConfig readGood(const std::string& text, const std::string& directory = {}
     return result.config.value_or(ServerConfig());
 }
 
-TEST(ConfigReader, AnEmptyFileIsTheEmbeddedConfiguration)
+TEST(ConfigReader, AnEmptyFileIsTheEmbeddedConfigurationWithoutRecordings)
 {
-    EXPECT_EQ(readGood(""), ServerConfig::embedded());
-    EXPECT_EQ(readGood("# nothing\n\n"), ServerConfig::embedded());
+    ServerConfig expected = ServerConfig::embedded();
+    EXPECT_TRUE(expected.cameras[0].streams[0].record);
+    EXPECT_FALSE(expected.cameras[0].streams[1].record);
+    expected.cameras[0].streams[0].record = false;
+    EXPECT_EQ(readGood(""), expected);
+    EXPECT_EQ(readGood("# nothing\n\n"), expected);
+}
+
+TEST(ConfigReader, RecordingsAreKeptWhereTheFileSays)
+{
+    EXPECT_EQ(readGood("", "/etc/place").recording.directory, "./var/recordings");
+    EXPECT_EQ(readGood("[recording]\ndirectory = \"kept\"", "/etc/place").recording.directory,
+              "/etc/place/kept");
+    EXPECT_EQ(readGood("[recording]\ndirectory = \"/srv/kept\"", "/etc/place").recording.directory,
+              "/srv/kept");
+    const ConfigResult nowhere = ConfigReader::read("[recording]\ndirectory = \"\"");
+    ASSERT_EQ(nowhere.problems.size(), 1U);
+    EXPECT_EQ(nowhere.problems[0].message, "directory must not be empty");
 }
 
 TEST(ConfigReader, TheEmbeddedConfigurationIsOneCameraWithTwoStreams)

@@ -57,6 +57,8 @@ ServerConfig withEverythingChanged()
     config.liveController = "both";
     config.mtu = 1500;
     config.cameras[0].streams[0].multicast = "239.2.3.4:7000";
+    config.recording = {"/somewhere/else", 60, 0, 72};
+    config.cameras[0].streams[1].record = true;
     StreamConfig launch;
     launch.id = 7;
     launch.source = {SourceConfig::Kind::launch, "videotestsrc\n\t! x264enc name=video"};
@@ -94,6 +96,7 @@ TEST(ConfigWriter, ExplainsEveryKey)
     expectExplained(text, limitsKeys());
     expectExplained(text.substr(text.find("[talk-back]\n")), talkBackKeys());
     expectExplained(text.substr(text.find("[multicast]\n")), multicastKeys());
+    expectExplained(text.substr(text.find("[recording]\n")), recordingKeys());
     expectExplained(text.substr(text.find("[[user]]\n")), userKeys());
     expectExplained(text.substr(text.find("[[camera]]\n")), cameraKeys());
     expectExplained(text.substr(text.find("[[camera.stream]]\n")), streamKeys());

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+#include "refhost/recording/RecordingIndex.h"
+
+namespace refhost
+{
+
+/// Tells people what was recorded: a line for each time without a seam, the gaps between them, and a URL that
+/// plays it.
+class RecordingListing
+{
+public:
+    /// \param base  of playback URLs, such as "rtsp://127.0.0.1:8554/orv/playback/"
+    explicit RecordingListing(std::string base) : base_(std::move(base)) {}
+
+    /// Writes everything that the index holds, or that it holds nothing.
+    void write(const RecordingIndex& index, std::ostream& out) const;
+
+private:
+    void writeStream(const RecordingIndex& index, const RecordedStream& stream, std::ostream& out) const;
+    std::string url(int cameraId, const FootageInterval& interval) const;
+
+    std::string base_;
+};
+
+}  // namespace refhost

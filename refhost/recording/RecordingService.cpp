@@ -1,0 +1,142 @@
+#include "refhost/recording/RecordingService.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "refhost/base/HostClock.h"
+#include "refhost/base/Log.h"
+#include "refhost/device/Device.h"
+#include "refhost/recording/RecordingRepair.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::chrono::seconds retryPause(10);
+constexpr std::int64_t second = 1000000000;
+constexpr std::int64_t hour = 3600 * second;
+constexpr std::int64_t mebibyte = 1048576;
+
+RecordingRetention::Limits limitsOf(const RecordingConfig& config)
+{
+    return {config.maxSize * mebibyte, config.maxAge * hour};
+}
+
+bool recordsAnyOf(const CameraConfig& camera)
+{
+    return std::any_of(camera.streams.begin(), camera.streams.end(),
+                       [](const StreamConfig& stream) { return stream.record; });
+}
+
+}  // namespace
+
+RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams)
+    : config_(config), streams_(std::move(streams)), retention_(limitsOf(config.recording))
+{
+}
+
+RecordingService::~RecordingService()
+{
+    stop();
+}
+
+void RecordingService::start()
+{
+    std::error_code ignored;
+    if (recordsAnything() || std::filesystem::exists(config_.recording.directory + "/index.db", ignored))
+    {
+        queue_.post([this] { open(); });
+    }
+}
+
+void RecordingService::stop()
+{
+    queue_.close();
+    for (const std::shared_ptr<Recorder>& recorder : std::exchange(recorders_, {}))
+    {
+        recorder->stop();
+    }
+    if (index_)
+    {
+        Device::setRecordings(nullptr);
+        index_.reset();
+    }
+}
+
+bool RecordingService::recordsAnything() const
+{
+    return std::any_of(config_.cameras.begin(), config_.cameras.end(), recordsAnyOf);
+}
+
+void RecordingService::open()
+{
+    std::string error;
+    index_ = RecordingIndex::open(config_.recording.directory, error);
+    if (!index_)
+    {
+        if (!failureTold_)
+        {
+            Log::error("nothing is recorded: {}", Log::safe(error));
+        }
+        failureTold_ = true;
+        queue_.post([this] { open(); }, retryPause);
+        return;
+    }
+    // At once: what the repair changes is little, and players need not wait for it.
+    Device::setRecordings(index_);
+    repair();
+    retain();
+    record();
+}
+
+void RecordingService::repair()
+{
+    const RecordingRepair::Result result = RecordingRepair::run(*index_);
+    if (result.hasAny())
+    {
+        Log::info(
+            "recordings repaired: {} unfinished measured, {} unknown adopted, {} missing dropped, {} empty "
+            "removed, {} not to be entered",
+            result.closed, result.adopted, result.dropped, result.removed, result.failed);
+    }
+}
+
+void RecordingService::record()
+{
+    Recorder::Options options;
+    options.segmentNs = config_.recording.segment * second;
+    for (const CameraConfig& camera : config_.cameras)
+    {
+        for (const StreamConfig& stream : camera.streams)
+        {
+            if (!stream.record)
+            {
+                continue;
+            }
+            const Recorder::Stream recorded{camera.id, stream.id, streams_->find(camera.id, stream.id)};
+            recorders_.push_back(
+                Recorder::start(recorded, index_, options, [this] { queue_.post([this] { retain(); }); }));
+        }
+    }
+    if (!recorders_.empty())
+    {
+        Log::info("{} recorded in {}{}",
+                  recorders_.size() == 1 ? "one stream is" : fmt::format("{} streams are", recorders_.size()),
+                  config_.recording.directory, failureTold_ ? ", which can be written now" : "");
+    }
+}
+
+void RecordingService::retain()
+{
+    const int removed = retention_.apply(*index_, HostClock::system().wallNs());
+    if (removed > 0)
+    {
+        Log::debug("{} old recordings removed", removed);
+    }
+}
+
+}  // namespace refhost

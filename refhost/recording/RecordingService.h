@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refhost/device/Config.h"
+#include "refhost/device/TaskQueue.h"
+#include "refhost/live/StreamSource.h"
+#include "refhost/recording/Recorder.h"
+#include "refhost/recording/RecordingIndex.h"
+#include "refhost/recording/RecordingRetention.h"
+
+namespace refhost
+{
+
+/// All recording of a server: opens the index, repairs what a crash left, publishes it as
+/// Device::recordings(), runs a recorder for each stream with `record`, and keeps the limits.
+///
+/// An index that cannot be opened is told in the log once and tried again and again; the streams are live
+/// meanwhile. Recordings from before are published also where nothing is recorded now.
+/// Threads: start() and stop() from one; the work is done on a thread of its own.
+class RecordingService
+{
+public:
+    RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams);
+    ~RecordingService();
+    RecordingService(const RecordingService&) = delete;
+    RecordingService& operator=(const RecordingService&) = delete;
+
+    void start();
+    /// Ends every segment and withdraws the index; waits for the disk.
+    void stop();
+
+private:
+    bool recordsAnything() const;
+    void open();
+    void repair();
+    void record();
+    void retain();
+
+    const ServerConfig config_;
+    const std::shared_ptr<StreamDirectory> streams_;
+    const RecordingRetention retention_;
+
+    // Used on the service's thread only, or after its end.
+    std::shared_ptr<RecordingIndex> index_;
+    std::vector<std::shared_ptr<Recorder>> recorders_;
+    bool failureTold_ = false;
+
+    /// Last: its thread uses everything above.
+    TaskQueue queue_;
+};
+
+}  // namespace refhost
