@@ -43,23 +43,61 @@ private:
     int count_ = 0;
 };
 
+/// A callable that counts its calls and returns `result`.
+function<int> counting(Counter& calls, int result = 0)
+{
+    return ThreadCalls::of(
+        [&calls, result]
+        {
+            calls.add();
+            return result;
+        });
+}
+
+SafePointer<GThread> makeThread(const function<int>& body,
+                                const function<int>& after = ThreadCalls::nothing())
+{
+    return SafePointer<GThread>(new GThread(body, "contract", ThreadCalls::nothing(), after));
+}
+
 SafePointer<GThread> makeThread(std::function<int()> body)
 {
-    return SafePointer<GThread>(new GThread(ThreadCalls::of(std::move(body)), "contract",
-                                            ThreadCalls::nothing(), ThreadCalls::nothing()));
+    return makeThread(ThreadCalls::of(std::move(body)));
 }
+
+/// Finds out whether the body ever runs twice at once.
+class Overlap
+{
+public:
+    void pass()
+    {
+        if (++inside_ > 1)
+        {
+            overlapped_ = true;
+        }
+        std::this_thread::yield();
+        --inside_;
+    }
+    bool happened() const
+    {
+        return overlapped_;
+    }
+    int inside() const
+    {
+        return inside_;
+    }
+
+private:
+    std::atomic<int> inside_{0};
+    std::atomic<bool> overlapped_{false};
+};
 
 }  // namespace
 
 TEST(GThreadContract, DoesNotRunBeforeStart)
 {
     Counter runs;
-    const SafePointer<GThread> thread = makeThread(
-        [&]
-        {
-            runs.add();
-            return 0;
-        });
+    const SafePointer<GThread> thread = makeThread(counting(runs));
     EXPECT_FALSE(thread->IsRunning());
     EXPECT_EQ(0, runs.count());
 }
@@ -67,12 +105,7 @@ TEST(GThreadContract, DoesNotRunBeforeStart)
 TEST(GThreadContract, CallsTheBodyAgainAndAgainWhateverItReturns)
 {
     Counter runs;
-    const SafePointer<GThread> thread = makeThread(
-        [&]
-        {
-            runs.add();
-            return -1;
-        });
+    const SafePointer<GThread> thread = makeThread(counting(runs, -1));
     EXPECT_NE(0, thread->start());
     EXPECT_TRUE(thread->IsRunning());
     EXPECT_TRUE(runs.waitFor(100));
@@ -82,12 +115,7 @@ TEST(GThreadContract, CallsTheBodyAgainAndAgainWhateverItReturns)
 TEST(GThreadContract, BodyIsNotCalledAfterStopReturned)
 {
     Counter runs;
-    const SafePointer<GThread> thread = makeThread(
-        [&]
-        {
-            runs.add();
-            return 0;
-        });
+    const SafePointer<GThread> thread = makeThread(counting(runs));
     thread->start();
     ASSERT_TRUE(runs.waitFor(1));
     thread->stop();
@@ -167,15 +195,12 @@ TEST(GThreadContract, HooksRunOnceOnTheThreadAroundAllRuns)
 
 TEST(GThreadContract, StartOfARunningThreadSucceedsAndStartsNoSecond)
 {
-    std::atomic<int> inside{0};
-    std::atomic<bool> overlapped{false};
+    Overlap overlap;
     Counter runs;
     const SafePointer<GThread> thread = makeThread(
         [&]
         {
-            overlapped = overlapped || ++inside > 1;
-            std::this_thread::yield();
-            --inside;
+            overlap.pass();
             runs.add();
             return 0;
         });
@@ -183,19 +208,14 @@ TEST(GThreadContract, StartOfARunningThreadSucceedsAndStartsNoSecond)
     EXPECT_NE(0, thread->start());
     EXPECT_TRUE(runs.waitFor(50));
     thread->stop();
-    EXPECT_FALSE(overlapped);
+    EXPECT_FALSE(overlap.happened());
     EXPECT_FALSE(thread->IsRunning());
 }
 
 TEST(GThreadContract, StoppedThreadCanBeStartedAgain)
 {
     Counter runs;
-    const SafePointer<GThread> thread = makeThread(
-        [&]
-        {
-            runs.add();
-            return 0;
-        });
+    const SafePointer<GThread> thread = makeThread(counting(runs));
     for (int round = 0; round < 20; ++round)
     {
         const int before = runs.count();
@@ -210,12 +230,7 @@ TEST(GThreadContract, StoppedThreadCanBeStartedAgain)
 TEST(GThreadContract, StopWithoutARunningThreadDoesNothing)
 {
     Counter runs;
-    const SafePointer<GThread> thread = makeThread(
-        [&]
-        {
-            runs.add();
-            return 0;
-        });
+    const SafePointer<GThread> thread = makeThread(counting(runs));
     thread->stop();
     thread->stop();
     EXPECT_NE(0, thread->start());
@@ -230,20 +245,14 @@ TEST(GThreadContract, BodyMayAskForTheEndItself)
     Counter runs;
     Counter after;
     GThread* self = nullptr;
-    const SafePointer<GThread> thread(new GThread(ThreadCalls::of(
-                                                      [&]
-                                                      {
-                                                          runs.add();
-                                                          self->stop();
-                                                          return 0;
-                                                      }),
-                                                  "contract", ThreadCalls::nothing(),
-                                                  ThreadCalls::of(
-                                                      [&]
-                                                      {
-                                                          after.add();
-                                                          return 0;
-                                                      })));
+    const SafePointer<GThread> thread = makeThread(ThreadCalls::of(
+                                                       [&]
+                                                       {
+                                                           runs.add();
+                                                           self->stop();
+                                                           return 0;
+                                                       }),
+                                                   counting(after));
     self = thread.operator->();
     for (int round = 1; round <= 5; ++round)
     {
@@ -260,19 +269,7 @@ TEST(GThreadContract, DestructionStopsARunningThread)
     Counter runs;
     Counter after;
     {
-        const SafePointer<GThread> thread(new GThread(ThreadCalls::of(
-                                                          [&]
-                                                          {
-                                                              runs.add();
-                                                              return 0;
-                                                          }),
-                                                      "contract", ThreadCalls::nothing(),
-                                                      ThreadCalls::of(
-                                                          [&]
-                                                          {
-                                                              after.add();
-                                                              return 0;
-                                                          })));
+        const SafePointer<GThread> thread = makeThread(counting(runs), counting(after));
         thread->start();
         ASSERT_TRUE(runs.waitFor(1));
     }
@@ -301,14 +298,11 @@ TEST(GThreadContract, KeepsItsCallablesAsLongAsItselfAndNoLonger)
 
 TEST(GThreadContract, StartAndStopFromManyThreadsLeaveItStopped)
 {
-    std::atomic<int> inside{0};
-    std::atomic<bool> overlapped{false};
+    Overlap overlap;
     const SafePointer<GThread> thread = makeThread(
         [&]
         {
-            overlapped = overlapped || ++inside > 1;
-            std::this_thread::yield();
-            --inside;
+            overlap.pass();
             return 0;
         });
     std::vector<std::thread> users;
@@ -329,8 +323,8 @@ TEST(GThreadContract, StartAndStopFromManyThreadsLeaveItStopped)
         user.join();
     }
     EXPECT_FALSE(thread->IsRunning());
-    EXPECT_EQ(0, inside);
-    EXPECT_FALSE(overlapped);
+    EXPECT_EQ(0, overlap.inside());
+    EXPECT_FALSE(overlap.happened());
 }
 
 TEST(GThreadContract, EmptyFunReturnsZero)

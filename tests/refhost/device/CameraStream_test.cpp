@@ -76,9 +76,7 @@ TEST_F(CameraStreamTest, DescriptionTellsVideoAndAudio)
 TEST_F(CameraStreamTest, VideoUnitsAreWholeAndInOrderAndBeginWithAKeyPicture)
 {
     open();
-    const auto sink = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, sink);
-    source->acquire();
+    const auto sink = watch("trackID=0");
     ASSERT_TRUE(sink->waitForUnits(25));
     const std::vector<AccessUnitPtr> units = sink->units();
     std::size_t keys = 0;
@@ -109,10 +107,8 @@ TEST_F(CameraStreamTest, VideoUnitsAreWholeAndInOrderAndBeginWithAKeyPicture)
 TEST_F(CameraStreamTest, TwoPayloadSizesComeFromOneEncoder)
 {
     open();
-    const auto large = std::make_shared<CollectingSink>();
-    const auto small = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, large);
-    source->attach("trackID=0", 500, small);
+    const auto large = attach("trackID=0");
+    const auto small = attach("trackID=0", 500);
     source->acquire();
     ASSERT_TRUE(large->waitForUnits(12));
     ASSERT_TRUE(small->waitForUnits(12));
@@ -134,14 +130,11 @@ TEST_F(CameraStreamTest, TwoPayloadSizesComeFromOneEncoder)
 TEST_F(CameraStreamTest, SizeAddedLaterIsServedAndRemovedAgain)
 {
     open();
-    const auto large = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, large);
-    source->acquire();
+    const auto large = watch("trackID=0");
     ASSERT_TRUE(large->waitForUnits(3));
     for (int round = 0; round < 3; ++round)
     {
-        const auto small = std::make_shared<CollectingSink>();
-        source->attach("trackID=0", 700, small);
+        const auto small = attach("trackID=0", 700);
         ASSERT_TRUE(small->waitForUnits(2));
         EXPECT_TRUE(small->units()[0]->keyFrame);
         source->detach(small.get());
@@ -156,10 +149,8 @@ TEST_F(CameraStreamTest, SizeAddedLaterIsServedAndRemovedAgain)
 TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
 {
     open();
-    const auto video = std::make_shared<CollectingSink>();
-    const auto audio = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, video);
-    source->attach("trackID=1", 1364, audio);
+    const auto video = attach("trackID=0");
+    const auto audio = attach("trackID=1");
     source->acquire();
     ASSERT_TRUE(video->waitForUnits(5));
     ASSERT_TRUE(audio->waitForUnits(20));
@@ -186,9 +177,7 @@ TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
 TEST_F(CameraStreamTest, SourceStopsAfterTheLastViewer)
 {
     open();
-    const auto sink = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, sink);
-    source->acquire();
+    const auto sink = watch("trackID=0");
     source->acquire();
     ASSERT_TRUE(sink->waitForUnits(1));
     source->release();
@@ -206,8 +195,7 @@ TEST_F(CameraStreamTest, SourceRunsOnWhenTheNextViewerComesSoon)
 {
     options.linger = std::chrono::seconds(30);
     open();
-    const auto sink = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, sink);
+    const auto sink = attach("trackID=0");
     for (int viewer = 0; viewer < 4; ++viewer)
     {
         source->acquire();
@@ -221,9 +209,7 @@ TEST_F(CameraStreamTest, SourceRunsOnWhenTheNextViewerComesSoon)
 TEST_F(CameraStreamTest, SourceStartsAnewForALaterViewer)
 {
     open();
-    const auto sink = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, sink);
-    source->acquire();
+    const auto sink = watch("trackID=0");
     ASSERT_TRUE(sink->waitForUnits(3));
     source->release();
     ASSERT_TRUE(sink->waitForDiscontinuities(1));
@@ -237,8 +223,7 @@ TEST_F(CameraStreamTest, SourceStartsAnewForALaterViewer)
 TEST_F(CameraStreamTest, ADescriptionThatNobodyFollowsStopsTheSource)
 {
     open();
-    const auto sink = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, sink);
+    const auto sink = attach("trackID=0");
     ASSERT_EQ(describe(), Description::ready);
     ASSERT_TRUE(sink->waitForDiscontinuities(1));
     EXPECT_FALSE(source->isRunning());
@@ -248,9 +233,7 @@ TEST_F(CameraStreamTest, RequestedKeyPictureComesBeforeItsTurn)
 {
     stream.gop = 250;
     open();
-    const auto sink = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, sink);
-    source->acquire();
+    const auto sink = watch("trackID=0");
     ASSERT_TRUE(sink->waitForUnits(5));
     source->requestKeyFrame();
     ASSERT_TRUE(sink->waitForUnits(15));
@@ -264,9 +247,7 @@ TEST_F(CameraStreamTest, KeyPicturesAreForcedAtMostTwiceASecond)
 {
     stream.gop = 250;
     open();
-    const auto sink = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, sink);
-    source->acquire();
+    const auto sink = watch("trackID=0");
     for (std::size_t unit = 1; unit <= 25; ++unit)
     {
         ASSERT_TRUE(sink->waitForUnits(unit));
@@ -283,8 +264,7 @@ TEST_F(CameraStreamTest, ViewersThatComeAndGoAtRandomDoNoHarm)
 {
     options.linger = std::chrono::milliseconds(1);
     open();
-    const auto steady = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, steady);
+    const auto steady = attach("trackID=0");
     std::vector<std::thread> viewers;
     for (int viewer = 0; viewer < 4; ++viewer)
     {
@@ -293,9 +273,8 @@ TEST_F(CameraStreamTest, ViewersThatComeAndGoAtRandomDoNoHarm)
             {
                 for (int round = 0; round < 25; ++round)
                 {
-                    const auto sink = std::make_shared<CollectingSink>();
-                    source->attach(viewer % 2 == 0 ? "trackID=0" : "trackID=1", 400 + 100 * (round % 3),
-                                   sink);
+                    const auto sink =
+                        attach(viewer % 2 == 0 ? "trackID=0" : "trackID=1", 400 + 100 * (round % 3));
                     source->acquire();
                     std::vector<SubMediaInfo> known;
                     source->describe(known);
@@ -359,10 +338,8 @@ TEST_F(CameraStreamTest, H265AndAacAreEncoded)
     stream.videoCodec = "h265";
     stream.audioCodec = "aac";
     open();
-    const auto video = std::make_shared<CollectingSink>();
-    const auto audio = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, video);
-    source->attach("trackID=1", 1364, audio);
+    const auto video = attach("trackID=0");
+    const auto audio = attach("trackID=1");
     source->acquire();
     ASSERT_EQ(describe(), Description::ready);
     ASSERT_EQ(tracks.size(), 2U);

@@ -55,14 +55,6 @@ protected:
         gst_element_set_state(pipeline.get(), GST_STATE_NULL);
     }
 
-    std::shared_ptr<CollectingSink> watch(const std::string& trackId)
-    {
-        auto sink = std::make_shared<CollectingSink>();
-        source->attach(trackId, 1364, sink);
-        source->acquire();
-        return sink;
-    }
-
     std::filesystem::path folder;
 };
 
@@ -181,9 +173,8 @@ TEST_F(MediaSourceTest, UnitsOfAFileLeaveOneByOne)
 
 TEST_F(MediaSourceTest, FastSourceIsSlowedToTheConfiguredRate)
 {
-    stream.source.kind = SourceConfig::Kind::launch;
-    stream.source.location =
-        "videotestsrc is-live=true ! video/x-raw,width=64,height=64,framerate=100/1 ! identity name=video";
+    useLaunchLine(
+        "videotestsrc is-live=true ! video/x-raw,width=64,height=64,framerate=100/1 ! identity name=video");
     open();
     const auto video = watch("trackID=0");
     ASSERT_EQ(describe(), Description::ready);
@@ -282,10 +273,9 @@ TEST_F(MediaSourceTest, NextViewerDoesNotWaitForThePauseOfThoseWhoGaveUp)
 
 TEST_F(MediaSourceTest, ViewersLearnOfADiscontinuityWhenTheSourceFails)
 {
-    stream.source.kind = SourceConfig::Kind::launch;
-    stream.source.location =
+    useLaunchLine(
         "videotestsrc num-buffers=10 ! video/x-raw,width=160,height=90,framerate=25/1 ! "
-        "x264enc tune=zerolatency name=video";
+        "x264enc tune=zerolatency name=video");
     open();
     const auto video = watch("trackID=0");
     ASSERT_TRUE(video->waitForDiscontinuities(1));
@@ -298,10 +288,9 @@ TEST_F(MediaSourceTest, ViewersLearnOfADiscontinuityWhenTheSourceFails)
 
 TEST_F(MediaSourceTest, LaunchLineGivesCodedVideoAndRawAudio)
 {
-    stream.source.kind = SourceConfig::Kind::launch;
-    stream.source.location =
+    useLaunchLine(
         "videotestsrc is-live=true ! video/x-raw,width=160,height=90,framerate=25/1 ! "
-        "x264enc tune=zerolatency key-int-max=5 name=video audiotestsrc is-live=true name=audio";
+        "x264enc tune=zerolatency key-int-max=5 name=video audiotestsrc is-live=true name=audio");
     open();
     const auto video = watch("trackID=0");
     const auto audio = watch("trackID=1");
@@ -316,9 +305,7 @@ TEST_F(MediaSourceTest, LaunchLineGivesCodedVideoAndRawAudio)
 
 TEST_F(MediaSourceTest, LaunchLineThatRunsFreelyLeavesInRealTime)
 {
-    stream.source.kind = SourceConfig::Kind::launch;
-    stream.source.location =
-        "videotestsrc ! video/x-raw,width=160,height=90,framerate=25/1 ! identity name=video";
+    useLaunchLine("videotestsrc ! video/x-raw,width=160,height=90,framerate=25/1 ! identity name=video");
     const auto begin = std::chrono::steady_clock::now();
     open();
     const auto video = watch("trackID=0");
@@ -331,8 +318,7 @@ TEST_F(MediaSourceTest, LaunchLineThatRunsFreelyLeavesInRealTime)
 TEST_F(MediaSourceTest, SourceThatGivesNothingFailsAtTheDeadline)
 {
     options.describeDeadline = std::chrono::milliseconds(50);
-    stream.source.kind = SourceConfig::Kind::launch;
-    stream.source.location = "appsrc is-live=true caps=video/x-h264,stream-format=byte-stream name=video";
+    useLaunchLine("appsrc is-live=true caps=video/x-h264,stream-format=byte-stream name=video");
     open();
     EXPECT_EQ(describe(), Description::failed);
     EXPECT_FALSE(source->isRunning());
@@ -341,10 +327,9 @@ TEST_F(MediaSourceTest, SourceThatGivesNothingFailsAtTheDeadline)
 TEST_F(MediaSourceTest, TracksThatAreThereAtTheDeadlineAreTold)
 {
     options.describeDeadline = std::chrono::milliseconds(500);
-    stream.source.kind = SourceConfig::Kind::launch;
-    stream.source.location =
+    useLaunchLine(
         "videotestsrc is-live=true ! x264enc tune=zerolatency name=video "
-        "appsrc is-live=true name=audio";
+        "appsrc is-live=true name=audio");
     open();
     ASSERT_EQ(describe(), Description::ready);
     ASSERT_EQ(tracks.size(), 1U);
@@ -354,9 +339,8 @@ TEST_F(MediaSourceTest, TracksThatAreThereAtTheDeadlineAreTold)
 TEST_F(MediaSourceTest, SourceThatFallsSilentIsStartedAgain)
 {
     options.longestSilence = std::chrono::milliseconds(300);
-    stream.source.kind = SourceConfig::Kind::launch;
-    stream.source.location =
-        "appsrc is-live=true caps=video/x-raw,format=I420,width=16,height=16,framerate=25/1 name=video";
+    useLaunchLine(
+        "appsrc is-live=true caps=video/x-raw,format=I420,width=16,height=16,framerate=25/1 name=video");
     open();
     const auto video = watch("trackID=0");
     ASSERT_TRUE(video->waitForDiscontinuities(2));
@@ -365,11 +349,10 @@ TEST_F(MediaSourceTest, SourceThatFallsSilentIsStartedAgain)
 
 TEST_F(MediaSourceTest, WrongLaunchLinesFail)
 {
-    stream.source.kind = SourceConfig::Kind::launch;
     for (const char* line : {"no-such-element name=video", "videotestsrc ! fakesink",
                              "videotestsrc name=video ! fakesink", "fakesink name=video", ""})
     {
-        stream.source.location = line;
+        useLaunchLine(line);
         open();
         EXPECT_EQ(describe(), Description::failed) << line;
     }

@@ -111,8 +111,7 @@ TEST_F(MediaTapTest, TapGivesWholePicturesWithWhatTheirDecoderNeeds)
 TEST_F(MediaTapTest, UnitsHaveTheCaptureTimesOfThePackets)
 {
     open();
-    const auto viewer = std::make_shared<CollectingSink>();
-    source->attach("trackID=0", 1364, viewer);
+    const auto viewer = attach("trackID=0");
     const auto sink = tap();
     ASSERT_TRUE(viewer->waitForUnits(5));
     ASSERT_TRUE(sink->waitFor(30, 1));

@@ -18,14 +18,6 @@ protected:
         gst_init(nullptr, nullptr);
         stream.source.kind = SourceConfig::Kind::rtsp;
     }
-
-    std::shared_ptr<CollectingSink> watch(const std::string& trackId)
-    {
-        auto sink = std::make_shared<CollectingSink>();
-        source->attach(trackId, 1364, sink);
-        source->acquire();
-        return sink;
-    }
 };
 
 TEST_F(RtspSourceTest, AnotherCamerasMediaArePassedOn)

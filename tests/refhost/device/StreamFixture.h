@@ -78,6 +78,28 @@ protected:
         }
     }
 
+    /// Has the stream come from a GStreamer launch line.
+    void useLaunchLine(const std::string& line)
+    {
+        stream.source.kind = SourceConfig::Kind::launch;
+        stream.source.location = line;
+    }
+
+    std::shared_ptr<CollectingSink> attach(const std::string& trackId, int payloadSize = 1364)
+    {
+        auto sink = std::make_shared<CollectingSink>();
+        source->attach(trackId, payloadSize, sink);
+        return sink;
+    }
+
+    /// As attach(), and one viewer more.
+    std::shared_ptr<CollectingSink> watch(const std::string& trackId)
+    {
+        auto sink = attach(trackId);
+        source->acquire();
+        return sink;
+    }
+
     StreamConfig stream;
     CameraStream::Options options;
     std::mutex mutex;
