@@ -15,14 +15,15 @@
 #include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "playback/OVPlaybackControllerFactory.h"
 #include "refhost/CommandLine.h"
-#include "refhost/audio/TalkBack.h"
 #include "refhost/ServerAddress.h"
+#include "refhost/audio/TalkBack.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/device/CameraStreams.h"
 #include "refhost/device/Device.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/live/LiveSettings.h"
+#include "refhost/playback/PlaybackService.h"
 #include "refhost/recording/RecordingService.h"
 #include "refhost/rtsp/RtspServer.h"
 
@@ -162,6 +163,19 @@ public:
     }
 };
 
+// Ends the workers of playback before what they read from goes.
+class PlaybackWorkers
+{
+public:
+    PlaybackWorkers() = default;
+    PlaybackWorkers(const PlaybackWorkers&) = delete;
+    PlaybackWorkers& operator=(const PlaybackWorkers&) = delete;
+    ~PlaybackWorkers()
+    {
+        PlaybackService::instance().stop();
+    }
+};
+
 }  // namespace
 
 Application::Application(ServerConfig config) : config_(std::move(config)) {}
@@ -217,6 +231,7 @@ int Application::run()
     const DeviceInfoEx device = describeDevice(config_.listen);
     const TalkBack talkBack(config_, device, DeviceExAbility(), platformType);
     RecordingService recording(config_, Device::streams());
+    const PlaybackWorkers playback;
     MediaRoutes routes;
     routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(device), firstPacketOfLivePlay);
     routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(device));
