@@ -10,19 +10,14 @@
 #include <string>
 #include <utility>
 
-#include "live/OVLiveControllerFactory.h"
-#include "mediaurl/MediaUrlFactoryMap.h"
-#include "mediaurl/OrvaneMediaUrlFactory.h"
-#include "playback/OVPlaybackControllerFactory.h"
 #include "refhost/CommandLine.h"
+#include "refhost/ServedMedia.h"
 #include "refhost/ServerAddress.h"
 #include "refhost/audio/TalkBack.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/device/CameraStreams.h"
 #include "refhost/device/Device.h"
-#include "refhost/live/LiveDispatcher.h"
-#include "refhost/live/LiveSettings.h"
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/recording/RecordingService.h"
 #include "refhost/rtsp/RtspServer.h"
@@ -31,9 +26,6 @@ namespace refhost
 {
 namespace
 {
-
-// The number under which the library's own URL codec stands in the registry.
-constexpr int platformType = 1;
 
 // Blocks the signals that end the program for this thread and those that it will start, so that only wait()
 // sees them. Destroyed, it lets them through again: a second Ctrl-C ends a shutdown that takes too long.
@@ -113,40 +105,6 @@ DeviceInfoEx describeDevice(const std::string& listen)
     return device;
 }
 
-// The library's factories of controllers have the same setters, but no base that declares them.
-template <typename Factory>
-SafePointer<IRTSPControllerFactory> makeFactory(const DeviceInfoEx& device)
-{
-    auto* const factory = new Factory;
-    SafePointer<IRTSPControllerFactory> handle(factory);
-    factory->setDeviceInfo(device);
-    factory->setDeviceAbility(DeviceExAbility());
-    factory->setThirdPlatType(platformType);
-    return handle;
-}
-
-bool firstPacketOfLivePlay(const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
-{
-    return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out);
-}
-
-// Registers the codec of the library's own URLs for as long as it lives.
-class RegisteredCodec
-{
-public:
-    RegisteredCodec()
-    {
-        MediaUrlFactoryMap::getInstance()->registerFactory(
-            platformType, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
-    }
-    RegisteredCodec(const RegisteredCodec&) = delete;
-    RegisteredCodec& operator=(const RegisteredCodec&) = delete;
-    ~RegisteredCodec()
-    {
-        MediaUrlFactoryMap::getInstance()->unregisterFactory(platformType);
-    }
-};
-
 // Lets the host's classes find the streams for as long as it lives.
 class PublishedStreams
 {
@@ -223,19 +181,13 @@ int Application::run()
         Log::warning("{}", warning);
     }
 
-    LiveSettings live;
-    live.gopCache = config_.gopCache;
-    LiveDispatcher::instance().configure(live);
-    const RegisteredCodec codec;
+    const ServedMedia media(config_);
     const PublishedStreams streams(config_);
     const DeviceInfoEx device = describeDevice(config_.listen);
-    const TalkBack talkBack(config_, device, DeviceExAbility(), platformType);
+    const TalkBack talkBack(config_, device, DeviceExAbility(), ServedMedia::platformType);
     RecordingService recording(config_, Device::streams());
     const PlaybackWorkers playback;
-    MediaRoutes routes;
-    routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(device), firstPacketOfLivePlay);
-    routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(device));
-    RtspServer server(config_, std::move(routes));
+    RtspServer server(config_, media.routes(device));
     std::string error;
     if (!server.start(error))
     {

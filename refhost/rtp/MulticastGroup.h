@@ -41,6 +41,13 @@ struct MulticastGroup
     }
 };
 
+/// What clients must be told of a stream that is sent to a group. A plain value.
+struct MulticastWay
+{
+    MulticastGroup group;
+    int ttl = 1;
+};
+
 /// A range of IPv4 multicast addresses. A plain value.
 struct MulticastRange
 {

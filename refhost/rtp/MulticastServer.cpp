@@ -154,25 +154,26 @@ std::shared_ptr<MulticastServer> MulticastServer::open(const Options& options, s
     return server;
 }
 
-bool MulticastServer::describe(MulticastPool::Stream stream, int track, MulticastWay& out)
+bool MulticastServer::describe(MulticastPool::Stream stream, MulticastWay& out)
 {
     const auto group = impl_->pool.preview(stream);
-    if (!group || track < 0 || track >= MulticastGroup::tracks)
+    if (!group)
     {
         return false;
     }
-    out = {*group, track, impl_->settings.ttl};
+    out = {*group, impl_->settings.ttl};
     return true;
 }
 
-MulticastServer::Result MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
-                                                       std::unique_ptr<SafePointer<RtpTransport>>& out,
-                                                       MulticastWay& way)
+bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
+                                    std::optional<SafePointer<RtpTransport>>& out, MulticastWay& way)
 {
     auto lease = impl_->pool.take(stream);
     if (!lease || track < 0 || track >= MulticastGroup::tracks)
     {
-        return Result::noGroup;
+        Log::warning("multicast: no group is free for camera {} stream {} track {}", stream.first,
+                     stream.second, track);
+        return false;
     }
     const std::lock_guard<std::mutex> guard(impl_->mutex);
     auto channel = impl_->channelOf(stream, track, lease);
@@ -180,11 +181,11 @@ MulticastServer::Result MulticastServer::makeTransport(MulticastPool::Stream str
     {
         Log::error("multicast: no way to {}: {}; the key \"interface\" of [multicast] names one",
                    lease->addressText(), std::strerror(errno));
-        return Result::noInterface;
+        return false;
     }
-    way = {*lease, track, impl_->settings.ttl};
-    out = std::make_unique<SafePointer<RtpTransport>>(new MulticastTransport(std::move(channel)));
-    return Result::made;
+    way = {*lease, impl_->settings.ttl};
+    out.emplace(new MulticastTransport(std::move(channel)));
+    return true;
 }
 
 int MulticastServer::descriptor() const

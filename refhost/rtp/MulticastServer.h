@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "refhost/rtp/MulticastPool.h"
@@ -10,14 +11,6 @@
 
 namespace refhost
 {
-
-/// What clients must be told of a track that is sent to a group.
-struct MulticastWay
-{
-    MulticastGroup group;
-    int track = 0;  ///< number within the group, from 0
-    int ttl = 1;
-};
 
 /// Sends tracks of camera streams to multicast groups, once for all members, and takes what members report.
 ///
@@ -41,22 +34,19 @@ public:
     static std::shared_ptr<MulticastServer> open(const Options& options, std::string& error);
     ~MulticastServer();
 
-    /// Where a track would be sent to, or is.
-    /// \returns false when every group is in use, or for a track that a group has no ports for
-    bool describe(MulticastPool::Stream stream, int track, MulticastWay& out);
+    /// Where a stream would be sent to, or is.
+    /// \returns false when every group is in use by others
+    bool describe(MulticastPool::Stream stream, MulticastWay& out);
 
-    enum class Result
-    {
-        made,
-        noGroup,      ///< every group is in use, or the group has no ports for such a track
-        noInterface,  ///< the system has no way for multicast; logged
-    };
-
-    /// Makes one member's handle to the way of a track. All of one track send to the same ports; one is
-    /// used at a time. Transport kind 3.
-    /// \param out  assigned when made
-    Result makeTransport(MulticastPool::Stream stream, int track,
-                         std::unique_ptr<SafePointer<RtpTransport>>& out, MulticastWay& way);
+    /// Makes one member's handle to the way of a track. All handles of one track send to the same ports; use
+    /// one at a time. Transport kind 3.
+    /// \param track    number within the group, from 0
+    /// \param[out] out  the transport, where it was made
+    /// \param[out] way  where it sends to, likewise
+    /// \returns false, with the reason in the log, when every group is in use by others, the group has no
+    ///          ports for such a track, or the system has no way for multicast
+    bool makeTransport(MulticastPool::Stream stream, int track, std::optional<SafePointer<RtpTransport>>& out,
+                       MulticastWay& way);
 
     /// A descriptor to watch for reading, and what to call when it is readable. A call reads a bounded number
     /// of packets; what is left makes the descriptor readable again.

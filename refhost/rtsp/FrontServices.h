@@ -4,6 +4,7 @@
 #include <string>
 
 #include "refhost/device/Config.h"
+#include "refhost/rtp/MulticastServer.h"
 #include "refhost/rtp/UdpServer.h"
 #include "refhost/rtsp/Authenticator.h"
 #include "refhost/rtsp/MediaRoutes.h"
@@ -28,6 +29,8 @@ struct FrontServices
     /// The server's UDP ports, and whether their sockets are IPv6 ones; null: UDP is refused.
     std::shared_ptr<UdpServer> udp;
     bool udpIsIpv6 = false;
+    /// Null: multicast is refused.
+    std::shared_ptr<MulticastServer> multicast;
 };
 
 }  // namespace refhost

@@ -1,5 +1,6 @@
 #include "refhost/rtsp/MediaRoutes.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace refhost
@@ -8,18 +9,30 @@ namespace refhost
 void MediaRoutes::add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
                       FirstPacketFunction firstPacket)
 {
-    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false, false});
+    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false, false, nullptr});
 }
 
 void MediaRoutes::addWithTalkBack(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
                                   FirstPacketFunction firstPacket)
 {
-    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false, true});
+    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false, true, nullptr});
 }
 
 void MediaRoutes::addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory)
 {
-    routes_.push_back({std::move(prefix), factory, nullptr, true, false});
+    routes_.push_back({std::move(prefix), factory, nullptr, true, false, nullptr});
+}
+
+void MediaRoutes::addMulticast(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
+                               FirstPacketFunction firstPacket)
+{
+    routes_.push_back(
+        {std::move(prefix), factory, std::move(firstPacket), false, false, std::make_shared<std::mutex>()});
+}
+
+bool MediaRoutes::multicast() const
+{
+    return std::any_of(routes_.begin(), routes_.end(), [](const Route& route) { return route.multicast(); });
 }
 
 const MediaRoutes::Route* MediaRoutes::find(std::string_view presentation) const

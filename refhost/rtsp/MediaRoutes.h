@@ -1,6 +1,8 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +29,14 @@ public:
         FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo() tells
         bool recorded = false;            ///< has positions and speeds; otherwise live
         bool talkBack = false;            ///< its controllers take the sound that clients send
+        /// Set where the sessions of a stream share what is sent to a group: then the verbs of all of them
+        /// follow one another, because their controllers change what they share in several steps.
+        std::shared_ptr<std::mutex> together;
+
+        bool multicast() const
+        {
+            return together != nullptr;
+        }
     };
 
     /// Serves presentations that begin with `prefix` and a slash ("orv/live" for "orv/live/1/0").
@@ -37,6 +47,13 @@ public:
                          FirstPacketFunction firstPacket);
     /// The same for presentations that are recordings.
     void addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory);
+
+    /// The same for presentations that are sent to multicast groups.
+    void addMulticast(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
+                      FirstPacketFunction firstPacket);
+
+    /// Whether some presentations are sent to multicast groups.
+    bool multicast() const;
 
     /// \returns null for a presentation of no known family
     const Route* find(std::string_view presentation) const;

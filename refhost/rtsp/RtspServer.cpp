@@ -45,6 +45,28 @@ void setOption(int descriptor, int level, int name, int value)
     }
 }
 
+MulticastServer::Options multicastOptions(const ServerConfig& config)
+{
+    MulticastServer::Options options;
+    options.pool.range = MulticastRange::parse(config.multicast.pool).value_or(MulticastRange());
+    options.pool.port = config.multicast.port;
+    for (const CameraConfig& camera : config.cameras)
+    {
+        for (const StreamConfig& stream : camera.streams)
+        {
+            if (const auto group = MulticastGroup::parse(stream.multicast))
+            {
+                options.pool.fixed[{camera.id, stream.id}] = *group;
+            }
+        }
+    }
+    options.ttl = config.multicast.ttl;
+    options.interface = config.multicast.interface;
+    options.listen = config.listen;
+    options.segmentationOffload = config.segmentationOffload;
+    return options;
+}
+
 int openSpare()
 {
     return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -82,7 +104,11 @@ bool RtspServer::start(std::string& error)
     {
         return false;
     }
-    if (!listen(error))
+    if (services_.routes.multicast())
+    {
+        services_.multicast = MulticastServer::open(multicastOptions(config_), error);
+    }
+    if ((services_.routes.multicast() && services_.multicast == nullptr) || !listen(error))
     {
         stop();
         return false;
@@ -156,6 +182,11 @@ void RtspServer::startLoops()
     UdpServer* const udp = services_.udp.get();
     last.add(udp->rtpDescriptor(), EventLoop::readable, [udp](std::uint32_t) { udp->onRtpReadable(); });
     last.add(udp->rtcpDescriptor(), EventLoop::readable, [udp](std::uint32_t) { udp->onRtcpReadable(); });
+    if (MulticastServer* const multicast = services_.multicast.get())
+    {
+        last.add(multicast->descriptor(), EventLoop::readable,
+                 [multicast](std::uint32_t) { multicast->onReadable(); });
+    }
     first.every(options_.sweepMilliseconds, [this] { services_.sessions.endExpired(services_.clock()); });
     first.add(listener_, EventLoop::readable, [this](std::uint32_t) { acceptAll(); });
 }
@@ -180,9 +211,14 @@ void RtspServer::stop()
     {
         loops_.back()->events().remove(services_.udp->rtpDescriptor());
         loops_.back()->events().remove(services_.udp->rtcpDescriptor());
+        if (services_.multicast != nullptr)
+        {
+            loops_.back()->events().remove(services_.multicast->descriptor());
+        }
     }
     loops_.clear();
     services_.udp.reset();
+    services_.multicast.reset();
     port_ = 0;
 }
 

@@ -20,6 +20,11 @@ using Step = StatusMap::Step;
 // Packets that were on their way when the connection went do not make the client heard again.
 constexpr std::int64_t orphanGraceMs = 1000;
 
+std::optional<SharedStream> sharedBy(SafePointer<IRTSPController> controller, const MediaRoutes::Route& route)
+{
+    return route.multicast() ? std::optional<SharedStream>(SharedStream::of(controller)) : std::nullopt;
+}
+
 }  // namespace
 
 RtspSession::RtspSession(std::string id, std::string presentation,
@@ -31,6 +36,9 @@ RtspSession::RtspSession(std::string id, std::string presentation,
       recorded_(route.recorded),
       client_(client),
       liveness_(std::make_shared<SessionLiveness>()),
+      shared_(sharedBy(controller, route)),
+      together_(route.together),
+      mutex_(together_ ? *together_ : own_),
       controller_(controller)
 {
     liveness_->heard(nowMs);
@@ -64,6 +72,11 @@ const std::string& RtspSession::presentation() const
 const SocketAddress::Key& RtspSession::client() const
 {
     return client_;
+}
+
+const SharedStream* RtspSession::shared() const
+{
+    return shared_ ? &*shared_ : nullptr;
 }
 
 bool RtspSession::recorded() const
@@ -487,7 +500,7 @@ void RtspSession::stopTrack(Track& track)
     {
         Log::error("session {}: stopping {} failed: {}", logName(), track.id, error.what());
     }
-    if (track.delivery.transport)
+    if (track.delivery.transport && !track.delivery.shared)
     {
         (*track.delivery.transport)->close();
     }

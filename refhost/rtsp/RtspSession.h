@@ -18,6 +18,7 @@
 #include "refhost/rtsp/PlayOrder.h"
 #include "refhost/rtsp/RecordedPlay.h"
 #include "refhost/rtsp/RtspStatus.h"
+#include "refhost/rtsp/SharedStream.h"
 #include "refhost/rtsp/SocketAddress.h"
 #include "refhost/rtsp/TransportHold.h"
 #include "support/SafePointer.h"
@@ -30,8 +31,9 @@ namespace refhost
 /// Made by SessionTable, which finds it by its id; ends once, by end(). Every track that was set up is
 /// stopped exactly once, however the session ends.
 ///
-/// Threads: any; one lock of its own serialises the verbs, as controllers want it, and is held across the
-/// controller's operations. Operations on an ended session answer 454.
+/// Threads: any; a lock serialises the verbs, as controllers want it, and is held across the controller's
+/// operations. It is the session's own, or the one of all sessions of a multicast route. Operations on an
+/// ended session answer 454.
 class RtspSession
 {
 public:
@@ -41,6 +43,7 @@ public:
         std::optional<SafePointer<RtpTransport>> transport;
         std::unique_ptr<InterleavedChannels::Lease> channels;  ///< null for UDP
         std::uint64_t link = 0;  ///< serial of the connection that it ends with; 0 for UDP
+        bool shared = false;     ///< other sessions send through it too: it is not closed with this one
     };
 
     /// What RTP-Info says of one track; back channels are left out.
@@ -84,6 +87,8 @@ public:
     /// Whether packets are to carry the replay header extension: some request of the session required it.
     /// \param required  the present one does
     bool replays(bool required);
+    /// What the session shares with others; null where its packets are its own.
+    const SharedStream* shared() const;
     const SocketAddress::Key& client() const;
     std::shared_ptr<SessionLiveness> liveness() const;
 
@@ -169,7 +174,10 @@ private:
     std::atomic<std::int64_t> orphanedMs_{-1};
     std::atomic<bool> replays_{false};
 
-    mutable std::mutex mutex_;
+    const std::optional<SharedStream> shared_;
+    const std::shared_ptr<std::mutex> together_;  // null: the session's own lock
+    mutable std::mutex own_;
+    std::mutex& mutex_;
     bool ended_ = false;
     std::uint64_t link_ = 0;  // that named the session last
     std::optional<SafePointer<IRTSPController>> controller_;

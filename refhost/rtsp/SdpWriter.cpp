@@ -29,9 +29,25 @@ void appendDecimal(std::string& out, double number)
     }
 }
 
-void appendTrack(std::string& out, const SubMediaInfo& track)
+/// Where packets go to: to the group, or where SETUP will settle it.
+void appendConnection(std::string& out, const SdpWriter::Origin& origin, const MulticastWay* way)
 {
-    out.append("m=").append(track.mediaType).append(" 0 RTP/AVP ");
+    out += "\r\nc=IN ";
+    if (way == nullptr)
+    {
+        out += origin.ipv6 ? "IP6 ::" : "IP4 0.0.0.0";
+        return;
+    }
+    out.append("IP4 ").append(way->group.addressText()).append("/");
+    appendInt(out, way->ttl);
+}
+
+/// \param port  0 where SETUP settles it
+void appendTrack(std::string& out, const SubMediaInfo& track, int port)
+{
+    out.append("m=").append(track.mediaType).append(" ");
+    appendInt(out, port);
+    out += " RTP/AVP ";
     appendInt(out, track.payloadType);
     out += "\r\n";
     if (track.bitRate > 0)
@@ -110,27 +126,28 @@ void appendRange(std::string& out, const MediaInfo& info)
 
 SdpWriter::SdpWriter(std::uint64_t version) : version_(version) {}
 
-void SdpWriter::append(std::string& out, const MediaInfo& info, std::string_view address, bool ipv6) const
+void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& origin,
+                       const MulticastWay* way) const
 {
-    const std::string_view family = ipv6 ? "IP6 " : "IP4 ";
     out += "v=0\r\no=- ";
     RtspText::appendNumber(out, version_);
     out += " 1 IN ";
-    out.append(family).append(address);
+    out.append(origin.ipv6 ? "IP6 " : "IP4 ").append(origin.address);
     out += "\r\ns=";
     out += info.mediaUrl.empty() ? std::string_view("-") : std::string_view(info.mediaUrl);
-    out += "\r\nc=IN ";
-    out.append(family).append(ipv6 ? "::" : "0.0.0.0");
+    appendConnection(out, origin, way);
     out += "\r\nt=0 0\r\na=control:*\r\n";
     appendRange(out, info);
     const bool directed = hasBackChannel(info);
+    int number = 0;
     for (const SubMediaInfo& track : info.getAllSubMediaInfo())
     {
-        appendTrack(out, track);
+        appendTrack(out, track, way == nullptr ? 0 : way->group.portOf(number));
         if (directed)
         {
             appendDirection(out, track);
         }
+        ++number;
     }
 }
 

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "hostapi/description/MediaInfo.h"
+#include "refhost/rtp/MulticastGroup.h"
 
 namespace refhost
 {
@@ -19,11 +20,18 @@ public:
     /// \param version  number of this description, the same for every client while the server runs
     explicit SdpWriter(std::uint64_t version);
 
+    /// The server as the client sees it.
+    struct Origin
+    {
+        std::string_view address;  ///< numeric
+        bool ipv6 = false;
+    };
+
     /// Appends the description. Where one of the tracks is an audio back channel, every track has its
     /// direction.
-    /// \param address  numeric address of the server as the client sees it
-    /// \param ipv6     true for an IPv6 address
-    void append(std::string& out, const MediaInfo& info, std::string_view address, bool ipv6) const;
+    /// \param way  the group that the presentation is sent to; null where SETUP settles the way
+    void append(std::string& out, const MediaInfo& info, const Origin& origin,
+                const MulticastWay* way = nullptr) const;
 
 private:
     const std::uint64_t version_;

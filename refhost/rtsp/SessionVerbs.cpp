@@ -94,15 +94,30 @@ SessionVerbs::Result SessionVerbs::describe(Exchange& exchange, bool lastTry)
         exchange.answer(status);
         return Result::answered;
     }
+    MulticastWay way;
+    const bool multicast = services_.routes.find(exchange.url.presentation)->multicast();
+    if (multicast && !findGroup(*controller, way))
+    {
+        exchange.answer(rtspServiceUnavailable);
+        return Result::answered;
+    }
     std::string description;
     description.reserve(1024);
-    services_.sdp.append(description, info, link_.local().text(), link_.local().isIpv6());
+    services_.sdp.append(description, info, {link_.local().text(), link_.local().isIpv6()},
+                         multicast ? &way : nullptr);
     ResponseWriter& out = exchange.begin(rtspOk);
     out.beginHeader("Content-Base");
     out.text().append(exchange.url.base).append("/");
     out.endHeader();
     exchange.send(sdpType, description);
     return Result::answered;
+}
+
+/// \returns false when there is none for the controller's stream
+bool SessionVerbs::findGroup(SafePointer<IRTSPController>& controller, MulticastWay& way)
+{
+    return services_.multicast != nullptr &&
+           services_.multicast->describe(SharedStream::of(controller).stream, way);
 }
 
 SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
@@ -122,7 +137,8 @@ SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
             return Result::answered;
         }
     }
-    const auto choice = TrackDeliveries::choose(exchange.request);
+    const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
+    const auto choice = TrackDeliveries::choose(exchange.request, route != nullptr && route->multicast());
     if (!choice)
     {
         exchange.answer(rtspUnsupportedTransport);
@@ -173,7 +189,7 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
         status = session->setup(
             exchange.url.track,
             [&](RtspSession::Delivery& out)
-            { return deliveries_.make(choice, *session, out, transportText); },
+            { return deliveries_.make(choice, *session, exchange.url.track, out, transportText); },
             ssrc);
     }
     catch (...)

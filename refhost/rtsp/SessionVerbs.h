@@ -36,6 +36,7 @@ public:
 private:
     RtspStatus createController(const Exchange& exchange, bool talkBack,
                                 std::optional<SafePointer<IRTSPController>>& out, bool& notReady);
+    bool findGroup(SafePointer<IRTSPController>& controller, MulticastWay& way);
     RtspStatus createSession(Exchange& exchange, std::shared_ptr<RtspSession>& out, bool& notReady);
     void setupTrack(Exchange& exchange, const std::shared_ptr<RtspSession>& session,
                     const TransportChoice& choice);

@@ -24,12 +24,12 @@ TrackDeliveries::TrackDeliveries(FrontServices& services, ClientLink& link) : se
 {
 }
 
-std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& request)
+std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& request, bool multicast)
 {
     for (const RtspRequest::Header* header = request.find("Transport"); header != nullptr;
          header = request.find("Transport", header))
     {
-        const auto choice = TransportHeader::choose(header->value);
+        const auto choice = TransportHeader::choose(header->value, multicast);
         if (choice)
         {
             return choice;
@@ -39,8 +39,12 @@ std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& reques
 }
 
 RtspStatus TrackDeliveries::make(const TransportChoice& choice, const RtspSession& session,
-                                 RtspSession::Delivery& out, std::string& text)
+                                 std::string_view trackId, RtspSession::Delivery& out, std::string& text)
 {
+    if (choice.multicast)
+    {
+        return makeMulticast(session, trackId, out, text);
+    }
     return choice.interleaved ? makeInterleaved(choice, session, out, text)
                               : makeUdp(choice, session, out, text);
 }
@@ -59,6 +63,32 @@ RtspStatus TrackDeliveries::makeUdp(const TransportChoice& choice, const RtspSes
     text = "RTP/AVP;unicast";
     appendPair(text, "client_port", choice.rtpPort, choice.rtcpPort);
     appendPair(text, "server_port", services_.udp->rtpPort(), services_.udp->rtcpPort());
+    return rtspOk;
+}
+
+RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::string_view trackId,
+                                          RtspSession::Delivery& out, std::string& text)
+{
+    const SharedStream* const shared = session.shared();
+    if (services_.multicast == nullptr || shared == nullptr)
+    {
+        return rtspUnsupportedTransport;
+    }
+    const int number = shared->numberOf(trackId);
+    if (number < 0 || number >= MulticastGroup::tracks)
+    {
+        return rtspNotFound;
+    }
+    MulticastWay way;
+    if (!services_.multicast->makeTransport(shared->stream, number, out.transport, way))
+    {
+        return rtspServiceUnavailable;
+    }
+    out.shared = true;
+    text.assign("RTP/AVP;multicast;destination=").append(way.group.addressText());
+    appendPair(text, "port", way.group.portOf(number), way.group.portOf(number) + 1);
+    text += ";ttl=";
+    RtspText::appendNumber(text, static_cast<std::uint64_t>(way.ttl));
     return rtspOk;
 }
 

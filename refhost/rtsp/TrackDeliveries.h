@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "refhost/rtsp/ClientLink.h"
 #include "refhost/rtsp/FrontServices.h"
@@ -24,14 +25,17 @@ class TrackDeliveries
 public:
     TrackDeliveries(FrontServices& services, ClientLink& link);
 
+    /// \param multicast  whether the presentation is sent to a group
     /// \returns the first choice of the request's Transport headers that this server can do
-    static std::optional<TransportChoice> choose(const RtspRequest& request);
+    static std::optional<TransportChoice> choose(const RtspRequest& request, bool multicast);
 
     /// Makes the way of one track of `session`.
+    /// \param trackId    as the request names it: empty for the only track
     /// \param[out] text  the answer's Transport header so far, for answer()
-    /// \returns 200; 461 when there is no such way
-    RtspStatus make(const TransportChoice& choice, const RtspSession& session, RtspSession::Delivery& out,
-                    std::string& text);
+    /// \returns 200; 461 when there is no such way; 503 when all groups are in use or multicast has no way
+    ///          out; 404 for a track that a group does not carry
+    RtspStatus make(const TransportChoice& choice, const RtspSession& session, std::string_view trackId,
+                    RtspSession::Delivery& out, std::string& text);
 
     /// Writes the Transport header of the answer to SETUP.
     static void answer(ResponseWriter& out, const std::string& text, std::uint32_t ssrc);
@@ -42,6 +46,8 @@ public:
 private:
     RtspStatus makeUdp(const TransportChoice& choice, const RtspSession& session, RtspSession::Delivery& out,
                        std::string& text);
+    RtspStatus makeMulticast(const RtspSession& session, std::string_view trackId, RtspSession::Delivery& out,
+                             std::string& text);
     RtspStatus makeInterleaved(const TransportChoice& choice, const RtspSession& session,
                                RtspSession::Delivery& out, std::string& text);
 

@@ -57,6 +57,7 @@ bool acceptsProfile(std::string_view profile, bool& interleaved)
 std::optional<TransportChoice> parseChoice(std::string_view text)
 {
     TransportChoice choice;
+    bool unicast = false;
     if (!acceptsProfile(RtspText::cut(text, ';'), choice.interleaved))
     {
         return std::nullopt;
@@ -72,7 +73,11 @@ std::optional<TransportChoice> parseChoice(std::string_view text)
         bool good = true;
         if (RtspText::equalsIgnoringCase(name, "multicast"))
         {
-            good = false;
+            choice.multicast = true;
+        }
+        else if (RtspText::equalsIgnoringCase(name, "unicast"))
+        {
+            unicast = true;
         }
         else if (RtspText::equalsIgnoringCase(name, "mode"))
         {
@@ -92,21 +97,24 @@ std::optional<TransportChoice> parseChoice(std::string_view text)
         }
     }
     // The standard's default is multicast; a choice that names the client's ports means unicast all the same.
-    if (!choice.interleaved && choice.rtpPort == 0)
-    {
-        return std::nullopt;
-    }
+    choice.multicast = choice.multicast || (!choice.interleaved && !unicast && choice.rtpPort == 0);
     return choice;
+}
+
+bool acceptable(const TransportChoice& choice, bool multicast)
+{
+    const bool complete = choice.multicast ? !choice.interleaved : choice.interleaved || choice.rtpPort != 0;
+    return complete && choice.multicast == multicast;
 }
 
 }  // namespace
 
-std::optional<TransportChoice> TransportHeader::choose(std::string_view value)
+std::optional<TransportChoice> TransportHeader::choose(std::string_view value, bool multicast)
 {
     while (!value.empty())
     {
         const auto choice = parseChoice(RtspText::cut(value, ','));
-        if (choice)
+        if (choice && acceptable(*choice, multicast))
         {
             return choice;
         }

@@ -9,7 +9,8 @@ namespace refhost
 /// One way of delivery that a client offers and that this server can do.
 struct TransportChoice
 {
-    bool interleaved = false;  ///< inside the RTSP connection; otherwise UDP unicast
+    bool interleaved = false;  ///< inside the RTSP connection; otherwise UDP
+    bool multicast = false;    ///< to a group, whose address and ports the server tells
     int rtpPort = 0;           ///< the client's UDP ports, 1 to 65535
     int rtcpPort = 0;
     int rtpChannel = -1;  ///< 0 to 255; -1: the server assigns both
@@ -25,11 +26,14 @@ class TransportHeader
 {
 public:
     /// Picks the first acceptable choice of a list: profile RTP/AVP, to play, over UDP unicast with one or
-    /// two client ports, or interleaved with the client's channels or none named. Multicast, other profiles,
+    /// two client ports, or interleaved with the client's channels or none named. Other profiles,
     /// "mode=record" and malformed choices are passed over; unknown parameters are ignored. Where one port or
     /// channel is named, RTCP has the next.
+    /// \param multicast  whether the presentation is sent to a group: then UDP multicast alone is acceptable,
+    ///                   which is also what a choice means that names no client port; otherwise it is passed
+    ///                   over. Address, ports and TTL that a client wishes are ignored
     /// \returns nothing when no choice is acceptable
-    static std::optional<TransportChoice> choose(std::string_view value);
+    static std::optional<TransportChoice> choose(std::string_view value, bool multicast);
 };
 
 }  // namespace refhost

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,7 @@ namespace
 {
 
 using Bytes = std::vector<std::uint8_t>;
-using Transport = std::unique_ptr<SafePointer<RtpTransport>>;
+using Transport = std::optional<SafePointer<RtpTransport>>;
 
 constexpr int boundMs = 5000;
 const MulticastPool::Stream mainStream{1, 0};
@@ -150,7 +151,7 @@ TEST_F(MulticastServerTest, TheListenAddressTellsTheInterface)
     const auto server = open();
     Transport transport;
     MulticastWay way;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     Member member(way.group, way.group.portOf(0));
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());
@@ -161,7 +162,7 @@ TEST_F(MulticastServerTest, EveryMemberGetsWhatIsSentOnce)
     const auto server = open();
     Transport transport;
     MulticastWay way;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     EXPECT_EQ(IConnection::udpMulticast, (*transport)->transportKind);
     Member one(way.group, way.group.portOf(0));
     Member other(way.group, way.group.portOf(0));
@@ -183,19 +184,32 @@ TEST_F(MulticastServerTest, EveryMemberGetsWhatIsSentOnce)
 TEST_F(MulticastServerTest, EachTrackAndEachStreamHasPortsOfItsOwn)
 {
     const auto server = open();
-    Transport transport;
-    MulticastWay video;
-    MulticastWay audio;
+    Transport video;
+    Transport audio;
+    MulticastWay way;
+    MulticastWay same;
     MulticastWay other;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, video));
-    ASSERT_TRUE(server->describe(mainStream, 1, audio));
-    ASSERT_TRUE(server->describe(smallStream, 0, other));
-    EXPECT_EQ(video.group, audio.group);
-    EXPECT_EQ(video.group.portOf(0) + 2, audio.group.portOf(audio.track));
-    EXPECT_NE(video.group.address, other.group.address);
-    EXPECT_FALSE(server->describe(mainStream, 2, other));
-    EXPECT_EQ(MulticastServer::Result::noGroup, server->makeTransport(mainStream, 2, transport, other));
-    EXPECT_EQ(MulticastServer::Result::noGroup, server->makeTransport(mainStream, -1, transport, other));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, video, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 1, audio, same));
+    ASSERT_TRUE(server->describe(smallStream, other));
+    EXPECT_EQ(way.group, same.group);
+    EXPECT_NE(way.group.address, other.group.address);
+    Member listener(way.group, way.group.portOf(1));
+    (*video)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
+    (*audio)->send(makeUnit(1, 1, true, 1, 160, 50), 0, {7, 8, 9, 0}, false);
+    EXPECT_EQ(62U, listener.receive().size());
+    EXPECT_EQ(0U, listener.waiting());
+}
+
+TEST_F(MulticastServerTest, TracksBeyondTheGroupsPortsAreRefused)
+{
+    const auto server = open();
+    Transport transport;
+    MulticastWay way;
+    EXPECT_FALSE(server->makeTransport(mainStream, 2, transport, way));
+    EXPECT_FALSE(server->makeTransport(mainStream, -1, transport, way));
+    EXPECT_FALSE(transport);
+    EXPECT_EQ(0U, server->groupsTaken());
 }
 
 TEST_F(MulticastServerTest, TheGroupIsFreeAfterTheLastTransport)
@@ -206,14 +220,14 @@ TEST_F(MulticastServerTest, TheGroupIsFreeAfterTheLastTransport)
     Transport audio;
     Transport other;
     MulticastWay way;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, video, way));
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 1, audio, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, video, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 1, audio, way));
     EXPECT_EQ(1U, server->groupsTaken());
     video.reset();
-    EXPECT_EQ(MulticastServer::Result::noGroup, server->makeTransport(smallStream, 0, other, way));
+    EXPECT_FALSE(server->makeTransport(smallStream, 0, other, way));
     audio.reset();
     EXPECT_EQ(0U, server->groupsTaken());
-    EXPECT_EQ(MulticastServer::Result::made, server->makeTransport(smallStream, 0, other, way));
+    EXPECT_TRUE(server->makeTransport(smallStream, 0, other, way));
 }
 
 TEST_F(MulticastServerTest, SenderReportsGoToTheGroup)
@@ -221,7 +235,7 @@ TEST_F(MulticastServerTest, SenderReportsGoToTheGroup)
     const auto server = open();
     Transport transport;
     MulticastWay way;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     Member member(way.group, way.group.portOf(0) + 1);
     const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
     (*transport)->sendRtcp(report.data(), report.size());
@@ -234,8 +248,8 @@ TEST_F(MulticastServerTest, ReportsOfMembersComeToTheYoungestTransport)
     Transport older;
     Transport younger;
     MulticastWay way;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, older, way));
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, younger, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, older, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, younger, way));
     const auto silent = std::make_shared<Listener>();
     const auto told = std::make_shared<Listener>();
     (*older)->setListener(silent);
@@ -255,7 +269,7 @@ TEST_F(MulticastServerTest, ReportsBehindTheEndOfTheGroupAreNobodys)
     const auto server = open();
     Transport transport;
     MulticastWay way;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     Member member(way.group, way.group.portOf(0) + 1);
     member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
     ASSERT_TRUE(waitReadable(server->descriptor()));
@@ -270,7 +284,7 @@ TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
     const auto server = open();
     Transport transport;
     MulticastWay way;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     const auto told = std::make_shared<Listener>();
     (*transport)->setListener(told);
     Member member(way.group, way.group.portOf(0) + 1);
@@ -290,12 +304,12 @@ TEST_F(MulticastServerTest, ATakenReportPortKeepsNothingFromBeingSent)
 {
     const auto server = open();
     MulticastWay way;
-    ASSERT_TRUE(server->describe(mainStream, 0, way));
+    ASSERT_TRUE(server->describe(mainStream, way));
     const SocketHandle taken(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const UdpAddress address = addressOf(way.group, way.group.portOf(0) + 1);
     ASSERT_EQ(0, ::bind(taken.get(), address.get(), address.size()));
     Transport transport;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     Member member(way.group, way.group.portOf(0));
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());
@@ -308,7 +322,7 @@ TEST_F(MulticastServerTest, TransportsOutliveTheServer)
     auto server = open();
     Transport transport;
     MulticastWay way;
-    ASSERT_EQ(MulticastServer::Result::made, server->makeTransport(mainStream, 0, transport, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     Member member(way.group, way.group.portOf(0));
     server.reset();
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);

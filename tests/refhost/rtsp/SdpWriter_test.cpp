@@ -34,7 +34,7 @@ MediaInfo presentation()
 std::string written(const MediaInfo& info, const char* address, bool ipv6)
 {
     std::string text;
-    SdpWriter(7).append(text, info, address, ipv6);
+    SdpWriter(7).append(text, info, {address, ipv6});
     return text;
 }
 
@@ -95,6 +95,24 @@ TEST(SdpWriter, IsReadBackByAnIndependentParser)
     EXPECT_STREQ(gst_structure_get_string(structure, "encoding-name"), "H264");
     EXPECT_STREQ(gst_structure_get_string(structure, "packetization-mode"), "1");
     gst_caps_unref(caps);
+}
+
+TEST(SdpWriter, NamesTheGroupAndTheTracksPorts)
+{
+    const MulticastWay way{*MulticastGroup::parse("239.255.42.7:5004"), 3};
+    for (const SdpWriter::Origin& origin :
+         {SdpWriter::Origin{"192.0.2.1", false}, SdpWriter::Origin{"2001:db8::1", true}})
+    {
+        std::string text;
+        SdpWriter(7).append(text, presentation(), origin, &way);
+        const Sdp message = parse(text);
+        const GstSDPConnection* const connection = gst_sdp_message_get_connection(message.get());
+        EXPECT_STREQ(connection->addrtype, "IP4");
+        EXPECT_STREQ(connection->address, "239.255.42.7");
+        EXPECT_EQ(connection->ttl, 3u);
+        EXPECT_EQ(gst_sdp_media_get_port(gst_sdp_message_get_media(message.get(), 0)), 5004u);
+        EXPECT_EQ(gst_sdp_media_get_port(gst_sdp_message_get_media(message.get(), 1)), 5006u);
+    }
 }
 
 TEST(SdpWriter, NamesIpv6Addresses)

@@ -9,12 +9,16 @@ namespace refhost
 namespace
 {
 
-std::string chosen(std::string_view header)
+std::string chosen(std::string_view header, bool multicast = false)
 {
-    const auto choice = TransportHeader::choose(header);
+    const auto choice = TransportHeader::choose(header, multicast);
     if (!choice)
     {
         return "none";
+    }
+    if (choice->multicast)
+    {
+        return "multicast";
     }
     if (choice->interleaved)
     {
@@ -92,12 +96,36 @@ TEST(TransportHeader, NoPrefixDoesHarm)
         const std::string text = one.header;
         for (std::size_t size = 0; size < text.size(); ++size)
         {
-            const auto choice = TransportHeader::choose(text.substr(0, size));
+            const auto choice = TransportHeader::choose(text.substr(0, size), false);
             if (choice && !choice->interleaved)
             {
                 EXPECT_TRUE(choice->rtpPort >= 1 && choice->rtcpPort <= 65535) << text.substr(0, size);
             }
         }
+    }
+}
+
+TEST(TransportHeader, OfAPresentationInAGroupMulticastAloneIsTaken)
+{
+    const HeaderCase cases[] = {
+        {"RTP/AVP;multicast", "multicast"},
+        {"RTP/AVP/UDP;multicast;mode=play", "multicast"},
+        {"RTP/AVP", "multicast"},
+        {"RTP/AVP;multicast;client_port=5000-5001", "multicast"},
+        {"RTP/AVP;multicast;destination=239.9.9.9;port=5000-5001;ttl=200", "multicast"},
+        {"RTP/AVP;unicast;client_port=5000-5001,RTP/AVP/TCP;interleaved=0-1,RTP/AVP;multicast", "multicast"},
+        {"RTP/AVP;unicast;client_port=5000-5001", "none"},
+        {"RTP/AVP;client_port=5000-5001", "none"},
+        {"RTP/AVP;unicast", "none"},
+        {"RTP/AVP/TCP;interleaved=0-1", "none"},
+        {"RTP/AVP/TCP;multicast", "none"},
+        {"RTP/SAVP;multicast", "none"},
+        {"RTP/AVP;multicast;mode=record", "none"},
+        {"", "none"},
+    };
+    for (const HeaderCase& one : cases)
+    {
+        EXPECT_EQ(one.chosen, chosen(one.header, true)) << one.header;
     }
 }
 

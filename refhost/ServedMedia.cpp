@@ -1,0 +1,97 @@
+#include "refhost/ServedMedia.h"
+
+#include "hostapi/device/DeviceExAbility.h"
+#include "hostapi/live/LiveDispatcherMgr.h"
+#include "live/OVLiveControllerFactory.h"
+#include "live/OVLiveControllerFactory2.h"
+#include "live/OVMulticastLiveControlerFactory.h"
+#include "mediaurl/MediaUrlFactoryMap.h"
+#include "mediaurl/OrvaneMediaUrlFactory.h"
+#include "playback/OVPlaybackControllerFactory.h"
+#include "refhost/description/MulticastMediaUrl.h"
+#include "refhost/description/MulticastMediaUrlFactory.h"
+#include "refhost/live/LiveDispatcher.h"
+#include "refhost/live/LiveSessionDispatcher.h"
+#include "refhost/live/LiveSettings.h"
+#include "refhost/live/MulticastRecords.h"
+
+namespace refhost
+{
+namespace
+{
+
+// The library's factories of controllers have the same setters, but no base that declares them.
+template <typename Factory>
+SafePointer<IRTSPControllerFactory> makeFactory(const DeviceInfoEx& device,
+                                                int thirdPlatType = ServedMedia::platformType)
+{
+    auto* const factory = new Factory;
+    SafePointer<IRTSPControllerFactory> handle(factory);
+    factory->setDeviceInfo(device);
+    factory->setDeviceAbility(DeviceExAbility());
+    factory->setThirdPlatType(thirdPlatType);
+    return handle;
+}
+
+bool firstPacketOfStream(const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
+{
+    return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out);
+}
+
+bool firstPacketOfSession(const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
+{
+    return LiveSessionDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out);
+}
+
+bool firstPacketOfGroup(const std::string& memberId, const std::string& trackId, RTPPacketInfo& out)
+{
+    return firstPacketOfSession(MulticastRecords::instance().sessionOf(memberId), trackId, out);
+}
+
+}  // namespace
+
+ServedMedia::ServedMedia(const ServerConfig& config) : liveController_(config.liveController)
+{
+    LiveSettings live;
+    live.gopCache = config.gopCache;
+    LiveDispatcher::instance().configure(live);
+    LiveDispatcherMgr::getInstance()->getMTUParam().setMTUValue(config.mtu);
+    const auto codecs = MediaUrlFactoryMap::getInstance();
+    codecs->registerFactory(platformType, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
+    codecs->registerFactory(MulticastMediaUrl::thirdPlatType,
+                            SafePointer<IMediaUrlFactory>(new MulticastMediaUrlFactory));
+}
+
+ServedMedia::~ServedMedia()
+{
+    const auto codecs = MediaUrlFactoryMap::getInstance();
+    codecs->unregisterFactory(platformType);
+    codecs->unregisterFactory(MulticastMediaUrl::thirdPlatType);
+}
+
+MediaRoutes ServedMedia::routes(const DeviceInfoEx& device) const
+{
+    MediaRoutes routes;
+    const auto second = makeFactory<OVLiveControllerFactory2>(device);
+    if (liveController_ == "second")
+    {
+        routes.addWithTalkBack("orv/live", second, firstPacketOfSession);
+    }
+    else
+    {
+        routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(device), firstPacketOfStream);
+    }
+    if (liveController_ == "both")
+    {
+        // The codec takes a live URL wherever it begins.
+        routes.addWithTalkBack("second/orv/live", second, firstPacketOfSession);
+    }
+    routes.addMulticast(
+        "orv/multicast",
+        makeFactory<OVMulticastLiveControlerFactory>(device, MulticastMediaUrl::thirdPlatType),
+        firstPacketOfGroup);
+    routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(device));
+    return routes;
+}
+
+}  // namespace refhost

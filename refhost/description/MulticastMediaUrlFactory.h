@@ -1,0 +1,17 @@
+#pragma once
+
+#include "mediaurl/IMediaUrlFactory.h"
+
+namespace refhost
+{
+
+/// Makes codecs of URLs with the multicast form. Threads: any; no state.
+class MulticastMediaUrlFactory : public IMediaUrlFactory
+{
+public:
+    /// \param[out] codec  a handle to a new MulticastMediaUrl, a separate one for each call
+    /// \returns 0
+    int createMediaUrl(SafePointer<IMediaUrl>& codec) override;
+};
+
+}  // namespace refhost
