@@ -85,7 +85,9 @@ bool Recorder::admits(std::size_t bytes)
     skipping_ = queued_ + bytes > options_.mostQueued;
     if (skipping_)
     {
-        Log::warning("{}: the disk is too slow, some of the recording is left out", title_);
+        Log::write(slowTold_ ? Log::Level::debug : Log::Level::warning,
+                   title_ + ": the disk is too slow, some of the recording is left out");
+        slowTold_ = true;
         queue_.post([this] { cutter_.interrupt(); });
         return false;
     }
@@ -145,7 +147,9 @@ void Recorder::beginSegment(std::int64_t beginNs, const Tracks& tracks)
         return fail(index_->lastError());
     }
     segment_.id = *id;
+    triedNs_ = triedNs_.value_or(beginNs);
     nextFlushNs_ = beginNs + options_.flushNs;
+    nextGrowNs_ = beginNs + options_.growNs;
 }
 
 void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
@@ -173,11 +177,16 @@ void Recorder::flushWhenDue()
     {
         return fail(writer_->error());
     }
-    if (!index_->grow(segment_.id, segment_.durationNs, writer_->bytes()))
+    if (nowNs_ >= nextGrowNs_)
     {
-        return fail(index_->lastError());
+        nextGrowNs_ = nowNs_ + options_.growNs;
+        if (!index_->grow(segment_.id, segment_.durationNs, writer_->bytes()))
+        {
+            return fail(index_->lastError());
+        }
     }
-    if (failing_)
+    // Not with the first write: a disk that is nearly full takes some before it is full again.
+    if (failing_ && nowNs_ >= *triedNs_ + options_.retryNs)
     {
         failing_ = false;
         Log::info("{}: recording goes on", title_);
@@ -216,6 +225,7 @@ void Recorder::fail(const std::string& why)
     }
     failing_ = true;
     failedNs_ = nowNs_;
+    triedNs_.reset();
     if (!writer_)
     {
         return;

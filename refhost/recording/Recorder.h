@@ -32,6 +32,7 @@ public:
     {
         std::int64_t segmentNs = 10000000000;   ///< wanted length of a segment
         std::int64_t flushNs = 500000000;       ///< media that a crash may lose
+        std::int64_t growNs = 1000000000;       ///< how often the index learns how far a segment has come
         std::int64_t retryNs = 10000000000;     ///< pause after a failure of the disk
         std::size_t mostQueued = 16 * 1048576;  ///< bytes that may wait for the disk
     };
@@ -81,6 +82,7 @@ private:
     std::mutex inletMutex_;
     std::size_t queued_ = 0;  ///< bytes that wait for the disk
     bool skipping_ = false;   ///< until the disk has caught up
+    bool slowTold_ = false;
 
     // Used on the recorder's thread only.
     SegmentCutter cutter_;
@@ -88,8 +90,10 @@ private:
     RecordedSegment segment_;                  ///< that is being written
     std::int64_t nowNs_ = 0;                   ///< capture time of the present unit
     std::int64_t nextFlushNs_ = 0;             ///< capture time
+    std::int64_t nextGrowNs_ = 0;              ///< capture time
     bool failing_ = false;                     ///< told in the log, and not taken back yet
     std::optional<std::int64_t> failedNs_;     ///< capture time of a failure that the pause follows
+    std::optional<std::int64_t> triedNs_;      ///< begin of what is written since a failure
     std::vector<RecordedSegment> unfinished_;  ///< that the index could not be told the end of
 
     /// Last: its thread uses everything above.

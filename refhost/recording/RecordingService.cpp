@@ -1,7 +1,6 @@
 #include "refhost/recording/RecordingService.h"
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -16,7 +15,6 @@ namespace refhost
 namespace
 {
 
-constexpr std::chrono::seconds retryPause(10);
 constexpr std::int64_t second = 1000000000;
 constexpr std::int64_t hour = 3600 * second;
 constexpr std::int64_t mebibyte = 1048576;
@@ -34,8 +32,12 @@ bool recordsAnyOf(const CameraConfig& camera)
 
 }  // namespace
 
-RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams)
-    : config_(config), streams_(std::move(streams)), retention_(limitsOf(config.recording))
+RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
+                                   std::chrono::milliseconds retryPause)
+    : config_(config),
+      streams_(std::move(streams)),
+      retention_(limitsOf(config.recording)),
+      retryPause_(retryPause)
 {
 }
 
@@ -74,6 +76,7 @@ bool RecordingService::recordsAnything() const
 
 void RecordingService::open()
 {
+    ++attempts_;
     std::string error;
     index_ = RecordingIndex::open(config_.recording.directory, error);
     if (!index_)
@@ -83,7 +86,7 @@ void RecordingService::open()
             Log::error("nothing is recorded: {}", Log::safe(error));
         }
         failureTold_ = true;
-        queue_.post([this] { open(); }, retryPause);
+        queue_.post([this] { open(); }, retryPause_);
         return;
     }
     // At once: what the repair changes is little, and players need not wait for it.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,7 +25,9 @@ namespace refhost
 class RecordingService
 {
 public:
-    RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams);
+    /// \param retryPause  after which an index that cannot be opened is tried again
+    RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
+                     std::chrono::milliseconds retryPause = std::chrono::seconds(10));
     ~RecordingService();
     RecordingService(const RecordingService&) = delete;
     RecordingService& operator=(const RecordingService&) = delete;
@@ -31,6 +35,12 @@ public:
     void start();
     /// Ends every segment and withdraws the index; waits for the disk.
     void stop();
+
+    /// How often the index was opened, or it was tried.
+    int attempts() const
+    {
+        return attempts_;
+    }
 
 private:
     bool recordsAnything() const;
@@ -42,11 +52,13 @@ private:
     const ServerConfig config_;
     const std::shared_ptr<StreamDirectory> streams_;
     const RecordingRetention retention_;
+    const std::chrono::milliseconds retryPause_;
 
     // Used on the service's thread only, or after its end.
     std::shared_ptr<RecordingIndex> index_;
     std::vector<std::shared_ptr<Recorder>> recorders_;
     bool failureTold_ = false;
+    std::atomic<int> attempts_{0};
 
     /// Last: its thread uses everything above.
     TaskQueue queue_;

@@ -32,7 +32,8 @@ std::optional<SegmentPath> SegmentPath::parse(const std::string& path)
     time.tm_mon -= 1;
     found.beginNs = (static_cast<std::int64_t>(timegm(&time)) * 1000000 + microseconds) * 1000;
     // Only what toString() would write: everything else, such as a 61st second or a sign, is somebody else's.
-    return found.toString() == path ? std::make_optional(found) : std::nullopt;
+    return found.cameraId >= 0 && found.streamId >= 0 && found.toString() == path ? std::make_optional(found)
+                                                                                  : std::nullopt;
 }
 
 }  // namespace refhost

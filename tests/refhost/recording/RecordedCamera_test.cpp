@@ -1,0 +1,215 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+
+#include "refhost/playback/SegmentFile.h"
+#include "refhost/recording/Recorder.h"
+#include "tests/TemporaryFolder.h"
+#include "tests/refhost/device/StreamFixture.h"
+
+namespace refhost
+{
+namespace
+{
+
+// Passes on what a stream gives and keeps the capture times, so that files can be compared with them.
+class CaptureTimes : public EncodedUnitSink
+{
+public:
+    void onEncodedUnit(const EncodedUnitPtr& unit) override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        (isVideo(unit->format->coding) ? pictures : sounds).push_back(unit->captureTimeNs);
+    }
+    void onDiscontinuity() override {}
+
+    std::vector<std::int64_t> pictures;
+    std::vector<std::int64_t> sounds;
+
+private:
+    std::mutex mutex_;
+};
+
+class RecordedCameraTest : public StreamFixture
+{
+protected:
+    static constexpr std::int64_t millisecond = 1000000;
+
+    RecordedCameraTest()
+    {
+        std::string error;
+        index_ = RecordingIndex::open(folder_.path(), error);
+        recording_.segmentNs = 800 * millisecond;
+    }
+
+    void record()
+    {
+        source->attachMedia(times_);
+        recorder_ = Recorder::start({1, 0, source}, index_, recording_,
+                                    [this]
+                                    {
+                                        const std::lock_guard<std::mutex> guard(closedMutex_);
+                                        ++closed_;
+                                        closedChanged_.notify_all();
+                                    });
+    }
+
+    bool waitForSegments(int count)
+    {
+        std::unique_lock<std::mutex> guard(closedMutex_);
+        return closedChanged_.wait_for(guard, std::chrono::seconds(20), [&] { return closed_ >= count; });
+    }
+
+    void stopRecording()
+    {
+        recorder_->stop();
+        source->detachMedia(times_.get());
+    }
+
+    // Wall clock of every unit in the files, in their order, nanoseconds.
+    std::vector<std::int64_t> recorded(bool video) const
+    {
+        std::vector<std::int64_t> found;
+        for (const RecordedSegment& segment : index_->all())
+        {
+            std::string error;
+            const auto file = SegmentFile::open(segment.path, error);
+            EXPECT_TRUE(file) << error;
+            CodedUnit unit;
+            bool first = true;
+            while (file && file->read(unit) == SegmentFile::Result::unit)
+            {
+                if (unit.video == video)
+                {
+                    found.push_back(segment.beginNs + unit.timeNs);
+                    EXPECT_TRUE(!video || !first || unit.key);
+                    first = false;
+                }
+            }
+        }
+        return found;
+    }
+
+    // The files have exactly those units, and each at its time to the millisecond.
+    static void expectSame(const std::vector<std::int64_t>& files, std::vector<std::int64_t> captured)
+    {
+        ASSERT_FALSE(files.empty());
+        const auto near = [&](std::int64_t time) { return std::abs(time - files.front()) < millisecond; };
+        captured.erase(captured.begin(), std::find_if(captured.begin(), captured.end(), near));
+        ASSERT_LE(files.size(), captured.size());
+        for (std::size_t i = 0; i < files.size(); ++i)
+        {
+            ASSERT_LT(std::abs(files[i] - captured[i]), millisecond) << i;
+        }
+    }
+
+    TemporaryFolder folder_;
+    std::shared_ptr<RecordingIndex> index_;
+    Recorder::Options recording_;
+    std::shared_ptr<CaptureTimes> times_ = std::make_shared<CaptureTimes>();
+    std::shared_ptr<Recorder> recorder_;
+    std::mutex closedMutex_;
+    std::condition_variable closedChanged_;
+    int closed_ = 0;
+};
+
+TEST_F(RecordedCameraTest, EveryPictureAndSoundIsRecordedOnceAndAtItsTime)
+{
+    for (const auto& [video, audio] : {std::pair{"h264", "pcmu"}, {"h264", "aac"}, {"h265", "pcma"}})
+    {
+        SCOPED_TRACE(audio);
+        stream.videoCodec = video;
+        stream.audioCodec = audio;
+        open();
+        closed_ = 0;
+        record();
+        ASSERT_TRUE(waitForSegments(4));
+        stopRecording();
+        expectSame(recorded(true), times_->pictures);
+        expectSame(recorded(false), times_->sounds);
+        EXPECT_EQ(index_->footage(1, 0).size(), 1U);
+        EXPECT_EQ(index_->all().front().beginNs, *std::find(times_->pictures.begin(), times_->pictures.end(),
+                                                            index_->all().front().beginNs));
+
+        for (const RecordedSegment& segment : index_->all())
+        {
+            std::filesystem::remove(segment.path);
+            index_->remove(segment.id);
+        }
+        times_->pictures.clear();
+        times_->sounds.clear();
+        ChangeSignal::instance().unsubscribe(subscription);
+        source.reset();
+        recorder_.reset();
+        streams.reset();
+    }
+}
+
+TEST_F(RecordedCameraTest, PictureRateOfTheFilesIsTheCamerasAcrossSegments)
+{
+    open();
+    record();
+    ASSERT_TRUE(waitForSegments(4));
+    stopRecording();
+    const std::vector<std::int64_t> pictures = recorded(true);
+    EXPECT_GE(pictures.size(), 80U);
+    for (std::size_t i = 1; i < pictures.size(); ++i)
+    {
+        EXPECT_NEAR(static_cast<double>(pictures[i] - pictures[i - 1]), 40e6, 1.1e6) << i;
+    }
+    const std::vector<RecordedSegment> segments = index_->all();
+    for (std::size_t i = 1; i < segments.size(); ++i)
+    {
+        EXPECT_EQ(segments[i].beginNs, segments[i - 1].beginNs + segments[i - 1].durationNs);
+    }
+}
+
+TEST_F(RecordedCameraTest, RestartOfASourceBeginsASegmentWithItsTrueTime)
+{
+    stream.source.kind = SourceConfig::Kind::launch;
+    stream.source.location =
+        "videotestsrc is-live=true num-buffers=30 ! video/x-raw,width=320,height=180,framerate=25/1 ! "
+        "identity name=video";
+    stream.audioCodec = "none";
+    recording_.segmentNs = 3600000 * millisecond;
+    open();
+    record();
+    ASSERT_TRUE(waitForSegments(2));
+    stopRecording();
+    EXPECT_GE(source->starts(), 2);
+    const std::vector<RecordedSegment> segments = index_->all();
+    ASSERT_GE(segments.size(), 2U);
+    EXPECT_EQ(segments[0].durationNs, 1200 * millisecond);
+    EXPECT_GT(segments[1].beginNs, segments[0].beginNs + segments[0].durationNs);
+    const std::int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                 std::chrono::system_clock::now().time_since_epoch())
+                                 .count();
+    EXPECT_NEAR(static_cast<double>(now - segments[1].beginNs), 0, 10e9);
+    expectSame(recorded(true), times_->pictures);
+}
+
+TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)
+{
+    open();
+    const auto viewer = std::make_shared<CollectingSink>();
+    source->attach("trackID=0", 1364, viewer);
+    recording_.mostQueued = 20000;
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    recorder_ = Recorder::start({1, 0, source}, index_, recording_, [released] { released.wait(); });
+    ASSERT_TRUE(viewer->waitForUnits(60));
+    const std::vector<AccessUnitPtr> units = viewer->units();
+    for (std::size_t i = 1; i < units.size(); ++i)
+    {
+        EXPECT_NEAR(static_cast<double>(units[i]->captureTimeNs - units[i - 1]->captureTimeNs), 40e6, 1e3);
+    }
+    EXPECT_EQ(viewer->discontinuities(), 0);
+    release.set_value();
+    recorder_->stop();
+}
+
+}  // namespace
+}  // namespace refhost

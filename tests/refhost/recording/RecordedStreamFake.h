@@ -1,0 +1,130 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/live/StreamSource.h"
+#include "tests/refhost/recording/MadeUnits.h"
+
+namespace refhost
+{
+
+/// A camera stream without a camera: gives the encoded units that a test hands it, and knows when they have
+/// been dealt with.
+class RecordedStreamFake : public StreamSource
+{
+public:
+    Description describe(std::vector<SubMediaInfo>& tracks) override
+    {
+        tracks.resize(1);
+        tracks[0].mediaType = "video";
+        if (sound)
+        {
+            tracks.resize(2);
+            tracks[1].mediaType = "audio";
+        }
+        return Description::ready;
+    }
+    void attach(const std::string&, int, std::shared_ptr<AccessUnitSink>) override {}
+    void detach(const AccessUnitSink*) override {}
+    void attachMedia(std::shared_ptr<EncodedUnitSink> sink) override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        sink_ = std::move(sink);
+        changed_.notify_all();
+    }
+    void detachMedia(const EncodedUnitSink*) override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        sink_.reset();
+    }
+    void acquire() override
+    {
+        ++viewers;
+    }
+    void release() override
+    {
+        --viewers;
+    }
+    void requestKeyFrame() override {}
+
+    bool isAttached() const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return sink_ != nullptr;
+    }
+    bool waitUntilAttached()
+    {
+        std::unique_lock<std::mutex> guard(mutex_);
+        return changed_.wait_for(guard, std::chrono::seconds(10), [&] { return sink_ != nullptr; });
+    }
+
+    void give(const EncodedUnitPtr& unit)
+    {
+        std::shared_ptr<EncodedUnitSink> sink;
+        {
+            const std::lock_guard<std::mutex> guard(mutex_);
+            ++alive_;
+            sink = sink_;
+        }
+        const auto dealtWith = [this, unit](const EncodedUnit*)
+        {
+            const std::lock_guard<std::mutex> guard(mutex_);
+            --alive_;
+            changed_.notify_all();
+        };
+        sink->onEncodedUnit(EncodedUnitPtr(unit.get(), dealtWith));
+    }
+
+    /// Gives the pictures of [begin, end) seconds, 25 a second with a key picture each second, and the sound.
+    void giveMedia(double begin, double end, std::size_t pictureBytes = 1000)
+    {
+        for (int i = static_cast<int>(begin * 25 + 0.5); i < static_cast<int>(end * 25 + 0.5); ++i)
+        {
+            give(made.picture(i / 25.0, i % 25 == 0, pictureBytes));
+            if (sound)
+            {
+                give(made.block(i / 25.0));
+                give(made.block(i / 25.0 + 0.02));
+            }
+        }
+    }
+
+    void interrupt()
+    {
+        sink_->onDiscontinuity();
+    }
+
+    int unitsAlive() const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return alive_;
+    }
+
+    /// Waits until every unit was written or left out.
+    void drain()
+    {
+        std::unique_lock<std::mutex> guard(mutex_);
+        EXPECT_TRUE(changed_.wait_for(guard, std::chrono::seconds(10), [&] { return alive_ == 0; }));
+    }
+
+    MadeUnits made;
+    bool sound = false;
+    std::atomic<int> viewers{0};
+
+private:
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::shared_ptr<EncodedUnitSink> sink_;
+    int alive_ = 0;
+};
+
+}  // namespace refhost

@@ -1,0 +1,254 @@
+#include "refhost/recording/Recorder.h"
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+#include "refhost/recording/SegmentMeasure.h"
+#include "tests/CapturedErrors.h"
+#include "tests/TemporaryFolder.h"
+#include "tests/refhost/recording/RecordedStreamFake.h"
+
+namespace refhost
+{
+namespace
+{
+
+using testing::HasSubstr;
+using testing::SizeIs;
+
+class RecorderTest : public testing::Test
+{
+protected:
+    static constexpr std::int64_t second = MadeUnits::second;
+
+    RecorderTest()
+    {
+        std::string error;
+        index_ = RecordingIndex::open(folder_.path(), error);
+        options_.segmentNs = 4 * second;
+        options_.retryNs = 3 * second;
+    }
+    ~RecorderTest() override
+    {
+        stop();
+    }
+
+    void start()
+    {
+        recorder_ = Recorder::start({7, 2, source_}, index_, options_, [this] { ++closed_; });
+    }
+    void stop()
+    {
+        if (recorder_)
+        {
+            recorder_->stop();
+            recorder_.reset();
+        }
+    }
+
+    // What was recorded, in seconds after the epoch of the made units.
+    std::vector<std::pair<double, double>> footage() const
+    {
+        std::vector<std::pair<double, double>> found;
+        for (const FootageInterval& interval : index_->footage(7, 2))
+        {
+            found.emplace_back(static_cast<double>(interval.beginNs - MadeUnits::epochNs) / second,
+                               static_cast<double>(interval.endNs - MadeUnits::epochNs) / second);
+        }
+        return found;
+    }
+
+    TemporaryFolder folder_;
+    std::shared_ptr<RecordingIndex> index_;
+    std::shared_ptr<RecordedStreamFake> source_ = std::make_shared<RecordedStreamFake>();
+    Recorder::Options options_;
+    std::atomic<int> closed_{0};
+    std::shared_ptr<Recorder> recorder_;
+};
+
+using Footage = std::vector<std::pair<double, double>>;
+
+TEST_F(RecorderTest, SourceRunsAsLongAsItIsRecorded)
+{
+    start();
+    EXPECT_EQ(source_->viewers, 1);
+    EXPECT_TRUE(source_->isAttached());
+    stop();
+    EXPECT_EQ(source_->viewers, 0);
+    EXPECT_FALSE(source_->isAttached());
+}
+
+TEST_F(RecorderTest, SegmentsFollowEachOtherFromTheFirstPictureToTheLast)
+{
+    start();
+    source_->giveMedia(0, 10);
+    stop();
+    const std::vector<RecordedSegment> segments = index_->all();
+    ASSERT_EQ(segments.size(), 3U);
+    for (std::size_t i = 0; i < 3; ++i)
+    {
+        EXPECT_TRUE(segments[i].closed);
+        EXPECT_EQ(segments[i].cameraId, 7);
+        EXPECT_EQ(segments[i].streamId, 2);
+        EXPECT_EQ(segments[i].beginNs, MadeUnits::at(4.0 * static_cast<double>(i)));
+        EXPECT_EQ(segments[i].durationNs, (i == 2 ? 2 : 4) * second);
+        EXPECT_EQ(static_cast<std::uintmax_t>(segments[i].bytes),
+                  std::filesystem::file_size(segments[i].path));
+        SegmentMeasure measure;
+        ASSERT_TRUE(SegmentMeasure::take(segments[i].path, measure));
+        EXPECT_EQ(measure.durationNs, segments[i].durationNs);
+    }
+    EXPECT_EQ(segments[0].path, folder_ / "7/2/20260101T000000.123456Z.mkv");
+    EXPECT_EQ(closed_, 3);
+}
+
+TEST_F(RecorderTest, SegmentCanBePlayedAndFoundWhileItIsWritten)
+{
+    start();
+    source_->giveMedia(0, 2.5);
+    source_->drain();
+    const std::vector<RecordedSegment> open = index_->unclosed();
+    ASSERT_EQ(open.size(), 1U);
+    EXPECT_GE(open[0].durationNs, 3 * second / 2);
+    EXPECT_GT(open[0].bytes, 25 * 1000);
+    SegmentMeasure measure;
+    ASSERT_TRUE(SegmentMeasure::take(open[0].path, measure));
+    EXPECT_GE(measure.durationNs, 2 * second);
+    EXPECT_LE(measure.durationNs, 5 * second / 2);
+}
+
+TEST_F(RecorderTest, StopOfTheSourceIsAGapAndTheNewStartHasItsTrueTime)
+{
+    start();
+    source_->giveMedia(0, 2.4);
+    source_->interrupt();
+    source_->giveMedia(61, 63);
+    stop();
+    EXPECT_EQ(footage(), (Footage{{0, 2.4}, {61, 63}}));
+}
+
+TEST_F(RecorderTest, UnwritableDirectoryIsToldOnceAndRecordingGoesOnWhenItCanBeWritten)
+{
+    std::ofstream(folder_ / "7") << "in the way";
+    CapturedErrors log;
+    start();
+    source_->giveMedia(0, 20);
+    source_->drain();
+    EXPECT_EQ(footage(), Footage());
+    std::filesystem::remove(folder_ / "7");
+    source_->giveMedia(20, 30);
+    stop();
+    const std::vector<std::string> told = log.linesWith("camera 7 stream 2");
+    ASSERT_THAT(told, SizeIs(2));
+    EXPECT_THAT(told[0], HasSubstr("recording stopped: "));
+    EXPECT_THAT(told[0], HasSubstr("/7"));
+    EXPECT_THAT(told[1], HasSubstr("recording goes on"));
+    ASSERT_THAT(footage(), SizeIs(1));
+    EXPECT_LE(footage()[0].first, 24);
+    EXPECT_EQ(footage()[0].second, 30);
+}
+
+TEST_F(RecorderTest, DirectoryThatIsTakenAwayStopsTheRecordingUntilItIsBack)
+{
+    CapturedErrors log;
+    start();
+    source_->giveMedia(0, 5);
+    source_->drain();
+    std::filesystem::remove_all(folder_ / "7");
+    std::ofstream(folder_ / "7") << "in the way";
+    source_->giveMedia(5, 20);
+    source_->drain();
+    std::filesystem::remove(folder_ / "7");
+    source_->giveMedia(20, 30);
+    stop();
+    EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(1));
+    EXPECT_EQ(footage().back().second, 30);
+}
+
+class FullDisk
+{
+public:
+    explicit FullDisk(rlim_t bytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &before_);
+        rlimit limit = before_;
+        limit.rlim_cur = bytes;
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+    ~FullDisk()
+    {
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before_), 0);
+    }
+
+private:
+    rlimit before_{};
+};
+
+TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
+{
+    options_.segmentNs = 3600 * second;
+    CapturedErrors log;
+    start();
+    source_->giveMedia(0, 3);
+    source_->drain();
+    {
+        const FullDisk full(70000);
+        source_->giveMedia(3, 20);
+        source_->drain();
+        // Room again: the index catches up with what it could not be told.
+    }
+    source_->giveMedia(20, 26);
+    stop();
+    EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(1));
+    EXPECT_THAT(log.linesWith("recording goes on"), SizeIs(1));
+    const Footage recorded = footage();
+    ASSERT_GE(recorded.size(), 2U);
+    EXPECT_EQ(recorded.front().first, 0);
+    // All that was flushed before, twice a second.
+    EXPECT_GE(recorded.front().second, 2.5);
+    EXPECT_EQ(recorded.back().second, 26);
+    EXPECT_TRUE(index_->unclosed().empty());
+}
+
+TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
+{
+    options_.mostQueued = 100000;
+    options_.segmentNs = second;
+    std::promise<void> hanging;
+    std::promise<void> release;
+    std::future<void> released = release.get_future();
+    CapturedErrors log;
+    recorder_ = Recorder::start({7, 2, source_}, index_, options_,
+                                [&, first = true]() mutable
+                                {
+                                    if (std::exchange(first, false))
+                                    {
+                                        hanging.set_value();
+                                        released.wait();
+                                    }
+                                });
+    source_->giveMedia(0, 1.04);
+    hanging.get_future().wait();
+    source_->giveMedia(1.04, 61);
+    EXPECT_LE(source_->unitsAlive(), 102);
+    release.set_value();
+    source_->drain();
+    source_->giveMedia(61, 63);
+    stop();
+    EXPECT_THAT(log.linesWith("the disk is too slow"), SizeIs(1));
+    const Footage recorded = footage();
+    ASSERT_EQ(recorded.size(), 2U);
+    EXPECT_EQ(recorded[0].first, 0);
+    EXPECT_EQ(recorded[1], std::make_pair(61.0, 63.0));
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,81 @@
+#include "refhost/recording/RecordingListing.h"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+#include "tests/TemporaryFolder.h"
+
+namespace refhost
+{
+namespace
+{
+
+class RecordingListingTest : public testing::Test
+{
+protected:
+    RecordingListingTest()
+    {
+        std::string error;
+        index_ = RecordingIndex::open(folder_.path(), error);
+    }
+
+    // Milliseconds after 2026-01-01.
+    void add(int camera, int stream, std::int64_t begin, std::int64_t duration, bool closed = true)
+    {
+        RecordedSegment segment;
+        segment.cameraId = camera;
+        segment.streamId = stream;
+        segment.beginNs = 1767225600000000000 + begin * 1000000;
+        segment.durationNs = duration * 1000000;
+        segment.path = folder_ / std::to_string(++count_);
+        segment.closed = closed;
+        ASSERT_TRUE(index_->add(segment));
+    }
+
+    std::string list() const
+    {
+        std::ostringstream out;
+        RecordingListing("rtsp://host:1/orv/playback/").write(*index_, out);
+        return out.str();
+    }
+
+    TemporaryFolder folder_;
+    std::shared_ptr<RecordingIndex> index_;
+    int count_ = 0;
+};
+
+TEST_F(RecordingListingTest, EmptyIndexIsTold)
+{
+    EXPECT_EQ(list(), "nothing is recorded in " + folder_.path() + "\n");
+}
+
+TEST_F(RecordingListingTest, IntervalsGapsAndUrlsAreListedForEachStream)
+{
+    add(1, 0, 250, 10000);
+    add(1, 0, 10250, 10000);
+    add(1, 0, 60000, 5040, false);
+    add(2, 1, 0, 3600000);
+    EXPECT_EQ(list(),
+              "camera 1 stream 0: 25.040 seconds, 1 gap\n"
+              "  from 2026-01-01T00:00:00.250Z (1767225600.250) to 2026-01-01T00:00:20.250Z "
+              "(1767225620.250), 20.000 seconds\n"
+              "      rtsp://host:1/orv/playback/1_1767225601_1767225620\n"
+              "  gap of 39.750 seconds\n"
+              "  from 2026-01-01T00:01:00.000Z (1767225660.000) to 2026-01-01T00:01:05.040Z "
+              "(1767225665.040) and growing, 5.040 seconds\n"
+              "      rtsp://host:1/orv/playback/1_1767225660_1767225665\n"
+              "camera 2 stream 1: 3600.000 seconds, 0 gaps\n"
+              "  from 2026-01-01T00:00:00.000Z (1767225600.000) to 2026-01-01T01:00:00.000Z "
+              "(1767229200.000), 3600.000 seconds\n"
+              "      rtsp://host:1/orv/playback/2_1767225600_1767229200\n");
+}
+
+TEST_F(RecordingListingTest, UrlOfLessThanASecondGoesAroundIt)
+{
+    add(1, 0, 800, 400);
+    EXPECT_THAT(list(), testing::HasSubstr("/1_1767225600_1767225602\n"));
+}
+
+}  // namespace
+}  // namespace refhost

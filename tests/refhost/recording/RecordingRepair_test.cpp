@@ -1,0 +1,168 @@
+#include "refhost/recording/RecordingRepair.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "refhost/recording/SegmentPath.h"
+#include "refhost/recording/SegmentWriter.h"
+#include "tests/TemporaryFolder.h"
+#include "tests/refhost/recording/MadeUnits.h"
+
+namespace refhost
+{
+namespace
+{
+
+class RecordingRepairTest : public testing::Test, protected MadeUnits
+{
+protected:
+    RecordingRepairTest()
+    {
+        std::string error;
+        index_ = RecordingIndex::open(folder_.path(), error);
+    }
+
+    // Makes a file with that many seconds, as a crash leaves it unless it is finished.
+    std::string makeFile(double begin, double length, bool finished)
+    {
+        const std::string path = folder_ / SegmentPath{1, 0, at(begin)}.toString();
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        std::string error;
+        const auto writer = SegmentWriter::create(path, at(begin), {video}, error);
+        EXPECT_TRUE(writer) << error;
+        for (int i = 0; i < static_cast<int>(length * 25); ++i)
+        {
+            EXPECT_TRUE(
+                writer->write(0, *std::make_shared<EncodedUnit>(*picture(begin + i / 25.0, i % 25 == 0))));
+        }
+        EXPECT_TRUE(finished ? writer->close() : writer->flush());
+        return path;
+    }
+
+    std::int64_t enter(const std::string& path, double begin, bool closed)
+    {
+        RecordedSegment segment;
+        segment.cameraId = 1;
+        segment.beginNs = at(begin);
+        segment.durationNs = second;
+        segment.path = path;
+        segment.closed = closed;
+        return index_->add(segment).value_or(-1);
+    }
+
+    TemporaryFolder folder_;
+    std::shared_ptr<RecordingIndex> index_;
+};
+
+TEST_F(RecordingRepairTest, NothingIsDoneWhereAllIsWell)
+{
+    enter(makeFile(0, 2, true), 0, true);
+    EXPECT_FALSE(RecordingRepair::run(*index_).hasAny());
+    EXPECT_EQ(index_->all()[0].durationNs, second);
+}
+
+TEST_F(RecordingRepairTest, SegmentThatACrashLeftIsMeasuredAndClosed)
+{
+    const std::string path = makeFile(0, 3, false);
+    enter(path, 0, false);
+    EXPECT_EQ(RecordingRepair::run(*index_).closed, 1);
+    ASSERT_EQ(index_->all().size(), 1U);
+    const RecordedSegment segment = index_->all()[0];
+    EXPECT_TRUE(segment.closed);
+    EXPECT_EQ(segment.beginNs, at(0));
+    EXPECT_EQ(segment.durationNs, 3 * second);
+    EXPECT_EQ(static_cast<std::uintmax_t>(segment.bytes), std::filesystem::file_size(path));
+}
+
+TEST_F(RecordingRepairTest, UnfinishedFileWithoutAPictureGoesWithItsEntry)
+{
+    const std::string path = makeFile(0, 0, false);
+    enter(path, 0, false);
+    EXPECT_EQ(RecordingRepair::run(*index_).removed, 1);
+    EXPECT_TRUE(index_->all().empty());
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(RecordingRepairTest, EntryWithoutAFileIsDropped)
+{
+    enter(folder_ / "1/0/gone.mkv", 0, true);
+    enter(folder_ / "1/0/gone too.mkv", 5, false);
+    EXPECT_EQ(RecordingRepair::run(*index_).dropped, 2);
+    EXPECT_TRUE(index_->all().empty());
+}
+
+TEST_F(RecordingRepairTest, FilesThatTheIndexDoesNotKnowAreAdopted)
+{
+    makeFile(0, 2, true);
+    makeFile(2, 3, false);
+    EXPECT_EQ(RecordingRepair::run(*index_).adopted, 2);
+    const std::vector<RecordedSegment> segments = index_->all();
+    ASSERT_EQ(segments.size(), 2U);
+    EXPECT_TRUE(segments[0].closed);
+    EXPECT_EQ(segments[0].cameraId, 1);
+    // A name tells microseconds.
+    EXPECT_EQ(segments[0].beginNs, at(0) / 1000 * 1000);
+    EXPECT_EQ(segments[0].durationNs, 2 * second);
+    EXPECT_EQ(segments[1].durationNs, 3 * second);
+    EXPECT_FALSE(RecordingRepair::run(*index_).hasAny());
+}
+
+TEST_F(RecordingRepairTest, OtherFilesAreLeftAlone)
+{
+    std::filesystem::create_directories(folder_ / "1/0/20260101T000000.000000Z.mkv");
+    for (const char* name : {"holiday.mkv", "1/note.txt", "1/0/20260101T000061.000000Z.mkv", "1/0/empty.mkv",
+                             "1/0/20260101T000001.000000Z.mkv"})
+    {
+        std::ofstream(folder_ / name) << "somebody's";
+    }
+    EXPECT_FALSE(RecordingRepair::run(*index_).hasAny());
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "1/0/20260101T000001.000000Z.mkv"));
+    EXPECT_TRUE(index_->all().empty());
+}
+
+TEST_F(RecordingRepairTest, EveryLengthOfACutOffFileIsRepaired)
+{
+    const std::string path = makeFile(0, 2, false);
+    const auto whole = std::filesystem::file_size(path);
+    for (auto size = whole; size > 0; size -= std::min<std::uintmax_t>(size, 997))
+    {
+        std::filesystem::resize_file(path, size);
+        const std::int64_t id = enter(path, 0, false);
+        const RecordingRepair::Result result = RecordingRepair::run(*index_);
+        ASSERT_EQ(result.closed + result.removed, 1) << size;
+        EXPECT_LE(result.closed == 1 ? index_->all()[0].durationNs : 0, 2 * second);
+        index_->remove(id);
+        if (result.removed == 1)
+        {
+            EXPECT_LT(size, 3000U);
+            break;
+        }
+    }
+}
+
+TEST(SegmentPath, PathOfABeginReadsBack)
+{
+    const SegmentPath path{12, 3, 1767225599123456000};
+    EXPECT_EQ(path.toString(), "12/3/20251231T235959.123456Z.mkv");
+    const auto read = SegmentPath::parse(path.toString());
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->cameraId, 12);
+    EXPECT_EQ(read->streamId, 3);
+    EXPECT_EQ(read->beginNs, 1767225599123456000);
+}
+
+TEST(SegmentPath, OtherPathsAreRefused)
+{
+    for (const char* path : {"", "1/0/x.mkv", "1/0/20260101T000000.123456Z.mkv2",
+                             "1/0/20260101T000000.123Z.mkv", "-1/0/20260101T000000.123456Z.mkv",
+                             "1/0/20261301T000000.123456Z.mkv", "01/0/20260101T000000.123456Z.mkv",
+                             "0/20260101T000000.123456Z.mkv", "1/0/ 20260101T00000.123456Z.mkv"})
+    {
+        EXPECT_FALSE(SegmentPath::parse(path)) << path;
+    }
+}
+
+}  // namespace
+}  // namespace refhost

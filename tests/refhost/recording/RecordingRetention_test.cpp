@@ -1,0 +1,133 @@
+#include "refhost/recording/RecordingRetention.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/TemporaryFolder.h"
+
+namespace refhost
+{
+namespace
+{
+
+using testing::ElementsAre;
+
+class RecordingRetentionTest : public testing::Test
+{
+protected:
+    RecordingRetentionTest()
+    {
+        std::string error;
+        index_ = RecordingIndex::open(folder_.path(), error);
+    }
+
+    // A segment of ten seconds and 100 bytes. Times in seconds.
+    void add(int camera, std::int64_t begin, bool closed = true)
+    {
+        RecordedSegment segment;
+        segment.cameraId = camera;
+        segment.beginNs = begin * second;
+        segment.durationNs = 10 * second;
+        segment.bytes = 100;
+        segment.path = folder_ / (std::to_string(camera) + "-" + std::to_string(begin));
+        segment.closed = closed;
+        std::ofstream(segment.path) << "x";
+        ASSERT_TRUE(index_->add(segment));
+    }
+
+    int apply(const RecordingRetention::Limits& limits, std::int64_t now = 1000)
+    {
+        return RecordingRetention(limits).apply(*index_, now * second);
+    }
+
+    std::vector<std::int64_t> begins() const
+    {
+        std::vector<std::int64_t> found;
+        for (const RecordedSegment& segment : index_->all())
+        {
+            EXPECT_TRUE(std::filesystem::exists(segment.path));
+            found.push_back(segment.beginNs / second);
+        }
+        return found;
+    }
+
+    std::size_t files() const
+    {
+        std::size_t count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+        {
+            count += entry.path().filename().string().rfind("index.db", 0) == 0 ? 0 : 1;
+        }
+        return count;
+    }
+
+    static constexpr std::int64_t second = 1000000000;
+    TemporaryFolder folder_;
+    std::shared_ptr<RecordingIndex> index_;
+};
+
+TEST_F(RecordingRetentionTest, WithoutLimitsNothingIsRemoved)
+{
+    add(1, 0);
+    EXPECT_EQ(apply({}), 0);
+    EXPECT_EQ(files(), 1U);
+}
+
+TEST_F(RecordingRetentionTest, OldestOfAllCamerasGoFirstUntilTheRestFits)
+{
+    add(1, 30);
+    add(2, 20);
+    add(1, 10);
+    add(2, 40);
+    EXPECT_EQ(apply({250, 0}), 2);
+    EXPECT_THAT(begins(), ElementsAre(30, 40));
+    EXPECT_EQ(files(), 2U);
+    EXPECT_EQ(apply({250, 0}), 0);
+}
+
+TEST_F(RecordingRetentionTest, ExactlyTheLimitIsKept)
+{
+    add(1, 10);
+    add(1, 20);
+    EXPECT_EQ(apply({200, 0}), 0);
+    EXPECT_EQ(apply({199, 0}), 1);
+}
+
+TEST_F(RecordingRetentionTest, AgeCountsFromTheEndOfASegment)
+{
+    add(1, 100);
+    add(1, 110);
+    add(1, 120);
+    EXPECT_EQ(apply({0, 50 * second}, 170), 1);
+    EXPECT_THAT(begins(), ElementsAre(110, 120));
+}
+
+TEST_F(RecordingRetentionTest, SegmentsThatAreWrittenCountAndStay)
+{
+    add(1, 10, false);
+    add(1, 20);
+    EXPECT_EQ(apply({50, second}), 1);
+    EXPECT_THAT(begins(), ElementsAre(10));
+}
+
+TEST_F(RecordingRetentionTest, MissingFileDoesNotKeepItsEntry)
+{
+    add(1, 10);
+    std::filesystem::remove(folder_ / "1-10");
+    EXPECT_EQ(apply({50, 0}), 1);
+    EXPECT_TRUE(index_->all().empty());
+}
+
+TEST_F(RecordingRetentionTest, FileThatCannotBeRemovedKeepsItsEntry)
+{
+    add(1, 10);
+    std::filesystem::remove(folder_ / "1-10");
+    std::filesystem::create_directories(folder_ / "1-10/full");
+    EXPECT_EQ(apply({50, 0}), 0);
+    EXPECT_EQ(index_->all().size(), 1U);
+}
+
+}  // namespace
+}  // namespace refhost
