@@ -1,6 +1,8 @@
 """Talk-back on the wire: what clients are told, who is heard, what is reported, and how sessions end."""
 
 import math
+import os
+import pathlib
 import re
 import struct
 import time
@@ -283,3 +285,34 @@ def test_malformed_packets_are_dropped_and_counted(server, transport):
         packets, *others = [int(number) for number in told.groups()]
         assert others == [0, 0, len(bad)]
         assert packets in (15, 16), "the last one may have come too late for the worker"
+
+
+def worker_seconds(server):
+    """Processor time that the talk-back worker has used."""
+    for task in pathlib.Path(f"/proc/{server.pid}/task").iterdir():
+        name, _, rest = (task / "stat").read_text().partition("(")[2].rpartition(")")
+        if name.startswith("OVAudioBack"):
+            fields = rest.split()
+            return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+    raise AssertionError("the worker runs")
+
+
+@pytest.mark.parametrize("policy", ["first", "mix"])
+def test_fifty_talkers_cost_the_worker_little(serve, policy):
+    server = serve(CONFIG.format(policy=policy))
+    talkers = [Talker(server.url(), "udp") for _ in range(50)]
+    try:
+        for talker in talkers:
+            talker.open()
+        wait_for_output(server)
+        begin, used = time.monotonic(), worker_seconds(server)
+        for number in range(250):
+            time.sleep(max(0, begin + number * PACKET_SECONDS - time.monotonic()))
+            for talker in talkers:
+                talker.say()
+        share = (worker_seconds(server) - used) / (time.monotonic() - begin)
+        print(f"{policy}: {100 * share:.1f} % of a core")
+        assert share < 0.1
+    finally:
+        for talker in talkers:
+            talker.close()
