@@ -168,6 +168,26 @@ TEST_F(TalkReceptionTest, SoundThatCannotBeDecodedIsCountedAndConcealed)
     EXPECT_EQ(1U, reception.statistics().malformed);
 }
 
+TEST_F(TalkReceptionTest, APayloadThatBreaksItsCodecsRulesIsConcealedLater)
+{
+    const SubMediaInfo track = *backChannelOf("aac");
+    TalkReception aac(track, TalkSettings(), TalkDepayloader::make(track),
+                      std::make_unique<FakeDecoder>(calls));
+    RtpPacket packet;
+    packet.payloadType = static_cast<std::uint8_t>(track.payloadType);
+    packet.marker = true;
+    for (const Bytes& payload : {Bytes{0, 16, 0, 8, 10}, Bytes{0, 16, 0, 8}, Bytes{0, 16, 0, 8, 12}})
+    {
+        packet.payload = payload;
+        aac.add({packet.bytes(), 0});
+        aac.take(0, true, samples);
+        ++packet.sequence;
+        packet.timestamp += 1024;
+    }
+    EXPECT_EQ((std::vector<Decoded>{reset(), frame(10), concealed(1024), frame(12)}), *calls);
+    EXPECT_EQ(1U, aac.statistics().malformed);
+}
+
 TEST_F(TalkReceptionTest, WhoIsNotHeardIsNotDecodedAndBeginsAnewLater)
 {
     bring(10, 0);

@@ -49,6 +49,7 @@ struct ControllerScript
     std::mutex mutex;
     std::vector<std::string> calls;
     std::map<std::string, int> results;  ///< by a call's name, or by its whole text
+    bool sound = true;                   ///< the device sends "trackID=1"
     bool talkBack = false;               ///< there is a back channel, "trackID=talk"
     int failAt = 0;                      ///< number of the call that fails
     int throwAt = 0;                     ///< number of the call that throws
@@ -76,7 +77,10 @@ public:
     {
         out.clearAllSubMediaInfo();
         out.addSubMediaInfo(SampleTracks::video());
-        out.addSubMediaInfo(SampleTracks::audio());
+        if (script_->sound)
+        {
+            out.addSubMediaInfo(SampleTracks::audio());
+        }
         if (script_->talkBack)
         {
             SubMediaInfo back = SampleTracks::audio();

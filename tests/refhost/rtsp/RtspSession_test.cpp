@@ -104,6 +104,15 @@ TEST_F(RtspSessionTest, PlayHoldsEveryTrackUntilTheAnswerIsOut)
     EXPECT_EQ(wires_["trackID=1"]->status, SendStatus::sent);
 }
 
+TEST_F(RtspSessionTest, SetupOfNoTrackMeansTheOnlyOneThatTheDeviceSends)
+{
+    script_->talkBack = true;
+    EXPECT_EQ(setup(""), rtspAggregateNotAllowed);
+    script_->sound = false;
+    EXPECT_EQ(setup(""), rtspOk);
+    EXPECT_EQ(script_->countOf("setup trackID=0"), 1);
+}
+
 TEST_F(RtspSessionTest, RtpInfoLeavesTheBackChannelOut)
 {
     script_->talkBack = true;
