@@ -53,6 +53,11 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
             first_.sequenceNumber = sender_.sequence();
             first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->wallNs());
         }
+        if (video_ && sender_.transport()->transportKind == IConnection::udpMulticast)
+        {
+            // Somebody joined, who has nothing to start from until then.
+            viewed_->requestKeyFrame();
+        }
         return 0;
     }
     viewed_ = stream_->source();

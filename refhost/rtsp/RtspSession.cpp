@@ -166,7 +166,11 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayOrder& order, A
     }
     for (const Track* track : tracks)
     {
-        hold.add(*track->delivery.transport);
+        // What others watch too goes on meanwhile.
+        if (!track->delivery.shared)
+        {
+            hold.add(*track->delivery.transport);
+        }
     }
     if (recordedPlay_ && !attempt.again)
     {

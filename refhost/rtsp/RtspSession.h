@@ -101,8 +101,8 @@ public:
     ///          status of `make`, or what the controller's code means
     RtspStatus setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc);
 
-    /// Plays one track, or all with an empty id. No packet leaves before `answer` has returned; it is called
-    /// when every track plays, and only then.
+    /// Plays one track, or all with an empty id. No packet leaves before `answer` has returned, but for those
+    /// of a shared way; it is called when every track plays, and only then.
     /// \param order          what a recording is to play; a live stream plays from now on
     /// \param[out] notReady  true when a recording seeks still, unless `attempt` is the last: nothing was
     ///                       answered, and no packet leaves until the next play(), pause() or end

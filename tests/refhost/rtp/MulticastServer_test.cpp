@@ -1,9 +1,6 @@
 #include "refhost/rtp/MulticastServer.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -12,9 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "refhost/rtp/SocketHandle.h"
-#include "refhost/rtp/UdpAddress.h"
 #include "support/SafePointer.h"
+#include "tests/refhost/rtp/GroupMember.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost
@@ -27,75 +23,8 @@ namespace
 using Bytes = std::vector<std::uint8_t>;
 using Transport = std::optional<SafePointer<RtpTransport>>;
 
-constexpr int boundMs = 5000;
 const MulticastPool::Stream mainStream{1, 0};
 const MulticastPool::Stream smallStream{1, 1};
-
-bool waitReadable(int descriptor)
-{
-    pollfd waiting{descriptor, POLLIN, 0};
-    return poll(&waiting, 1, boundMs) == 1;
-}
-
-UdpAddress addressOf(const MulticastGroup& group, int port)
-{
-    UdpAddress address;
-    EXPECT_TRUE(UdpAddress::parse(group.addressText(), address));
-    address.setPort(port);
-    return address;
-}
-
-/// Somebody on this machine who joined a group at the loopback interface.
-class Member
-{
-public:
-    Member(const MulticastGroup& group, int port) : address_(addressOf(group, port))
-    {
-        const int yes = 1;
-        EXPECT_EQ(0, setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes));
-        EXPECT_EQ(0, ::bind(socket_.get(), address_.get(), address_.size()));
-        ip_mreqn request{};
-        request.imr_multiaddr.s_addr = htonl(group.address);
-        request.imr_ifindex = static_cast<int>(if_nametoindex("lo"));
-        EXPECT_EQ(0, setsockopt(socket_.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request));
-        EXPECT_EQ(0, setsockopt(socket_.get(), IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof request));
-    }
-
-    /// The next packet. \returns nothing when none comes
-    Bytes receive()
-    {
-        Bytes packet(2000);
-        if (!waitReadable(socket_.get()))
-        {
-            return {};
-        }
-        const auto size = ::recv(socket_.get(), packet.data(), packet.size(), 0);
-        packet.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
-        return packet;
-    }
-
-    /// Packets that are there now.
-    std::size_t waiting()
-    {
-        std::size_t count = 0;
-        Bytes packet(2000);
-        while (::recv(socket_.get(), packet.data(), packet.size(), MSG_DONTWAIT) > 0)
-        {
-            ++count;
-        }
-        return count;
-    }
-
-    void send(const Bytes& packet)
-    {
-        EXPECT_EQ(static_cast<ssize_t>(packet.size()),
-                  ::sendto(socket_.get(), packet.data(), packet.size(), 0, address_.get(), address_.size()));
-    }
-
-private:
-    SocketHandle socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-    const UdpAddress address_;
-};
 
 class Listener : public TransportListener
 {
@@ -117,7 +46,7 @@ protected:
     MulticastServerTest()
     {
         options.pool.range = *MulticastRange::parse("239.255.42.128/30");
-        options.pool.port = 20000 + static_cast<int>(getpid() % 5000) * 8;
+        options.pool.port = GroupMember::firstPort();
         options.interface = "127.0.0.1";
         options.segmentationOffload = false;
     }
@@ -152,7 +81,7 @@ TEST_F(MulticastServerTest, TheListenAddressTellsTheInterface)
     Transport transport;
     MulticastWay way;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    Member member(way.group, way.group.portOf(0));
+    GroupMember member(way.group, way.group.portOf(0));
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());
 }
@@ -164,12 +93,12 @@ TEST_F(MulticastServerTest, EveryMemberGetsWhatIsSentOnce)
     MulticastWay way;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     EXPECT_EQ(IConnection::udpMulticast, (*transport)->transportKind);
-    Member one(way.group, way.group.portOf(0));
-    Member other(way.group, way.group.portOf(0));
+    GroupMember one(way.group, way.group.portOf(0));
+    GroupMember other(way.group, way.group.portOf(0));
     const SendResult result = (*transport)->send(makeUnit(1, 1, true, 3), 0, {7, 100, 9, 96}, false);
     EXPECT_EQ(SendStatus::sent, result.status);
     EXPECT_EQ(3U, result.packets);
-    for (Member* member : {&one, &other})
+    for (GroupMember* member : {&one, &other})
     {
         for (const int sequence : {100, 101, 102})
         {
@@ -194,7 +123,7 @@ TEST_F(MulticastServerTest, EachTrackAndEachStreamHasPortsOfItsOwn)
     ASSERT_TRUE(server->describe(smallStream, other));
     EXPECT_EQ(way.group, same.group);
     EXPECT_NE(way.group.address, other.group.address);
-    Member listener(way.group, way.group.portOf(1));
+    GroupMember listener(way.group, way.group.portOf(1));
     (*video)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     (*audio)->send(makeUnit(1, 1, true, 1, 160, 50), 0, {7, 8, 9, 0}, false);
     EXPECT_EQ(62U, listener.receive().size());
@@ -236,7 +165,7 @@ TEST_F(MulticastServerTest, SenderReportsGoToTheGroup)
     Transport transport;
     MulticastWay way;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    Member member(way.group, way.group.portOf(0) + 1);
+    GroupMember member(way.group, way.group.portOf(0) + 1);
     const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
     (*transport)->sendRtcp(report.data(), report.size());
     EXPECT_EQ(report, member.receive());
@@ -254,10 +183,10 @@ TEST_F(MulticastServerTest, ReportsOfMembersComeToTheYoungestTransport)
     const auto told = std::make_shared<Listener>();
     (*older)->setListener(silent);
     (*younger)->setListener(told);
-    Member member(way.group, way.group.portOf(0) + 1);
+    GroupMember member(way.group, way.group.portOf(0) + 1);
     const Bytes report{0x80, 201, 0, 1, 1, 2, 3, 4};
     member.send(report);
-    ASSERT_TRUE(waitReadable(server->descriptor()));
+    ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     server->onReadable();
     ASSERT_EQ(1U, told->reports.size());
     EXPECT_EQ(report, told->reports.front());
@@ -270,9 +199,9 @@ TEST_F(MulticastServerTest, ReportsBehindTheEndOfTheGroupAreNobodys)
     Transport transport;
     MulticastWay way;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    Member member(way.group, way.group.portOf(0) + 1);
+    GroupMember member(way.group, way.group.portOf(0) + 1);
     member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
-    ASSERT_TRUE(waitReadable(server->descriptor()));
+    ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     transport.reset();
     server->onReadable();
     pollfd quiet{server->descriptor(), POLLIN, 0};
@@ -287,7 +216,7 @@ TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
     const auto told = std::make_shared<Listener>();
     (*transport)->setListener(told);
-    Member member(way.group, way.group.portOf(0) + 1);
+    GroupMember member(way.group, way.group.portOf(0) + 1);
     constexpr std::size_t sent = 150;
     for (std::size_t i = 0; i < sent; ++i)
     {
@@ -295,7 +224,7 @@ TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
     }
     server->onReadable();
     EXPECT_EQ(128U, told->reports.size());
-    ASSERT_TRUE(waitReadable(server->descriptor()));
+    ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     server->onReadable();
     EXPECT_EQ(sent, told->reports.size());
 }
@@ -306,11 +235,11 @@ TEST_F(MulticastServerTest, ATakenReportPortKeepsNothingFromBeingSent)
     MulticastWay way;
     ASSERT_TRUE(server->describe(mainStream, way));
     const SocketHandle taken(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const UdpAddress address = addressOf(way.group, way.group.portOf(0) + 1);
+    const UdpAddress address = GroupMember::addressOf(way.group, way.group.portOf(0) + 1);
     ASSERT_EQ(0, ::bind(taken.get(), address.get(), address.size()));
     Transport transport;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    Member member(way.group, way.group.portOf(0));
+    GroupMember member(way.group, way.group.portOf(0));
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());
     const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
@@ -323,7 +252,7 @@ TEST_F(MulticastServerTest, TransportsOutliveTheServer)
     Transport transport;
     MulticastWay way;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    Member member(way.group, way.group.portOf(0));
+    GroupMember member(way.group, way.group.portOf(0));
     server.reset();
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "refhost/rtp/MulticastGroup.h"
+#include "refhost/rtp/SocketHandle.h"
+#include "refhost/rtp/UdpAddress.h"
+
+namespace refhost
+{
+namespace test
+{
+
+/// Somebody on this machine who joined a group at the loopback interface.
+class GroupMember
+{
+public:
+    using Bytes = std::vector<std::uint8_t>;
+
+    GroupMember(const MulticastGroup& group, int port) : address_(addressOf(group, port))
+    {
+        const int yes = 1;
+        EXPECT_EQ(0, setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes));
+        EXPECT_EQ(0, ::bind(socket_.get(), address_.get(), address_.size()));
+        ip_mreqn request{};
+        request.imr_multiaddr.s_addr = htonl(group.address);
+        request.imr_ifindex = static_cast<int>(if_nametoindex("lo"));
+        EXPECT_EQ(0, setsockopt(socket_.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request));
+        EXPECT_EQ(0, setsockopt(socket_.get(), IPPROTO_IP, IP_MULTICAST_IF, &request, sizeof request));
+    }
+
+    /// Ports that no other test's process is likely to use at the same time.
+    static int firstPort()
+    {
+        return 20000 + static_cast<int>(getpid() % 5000) * 8;
+    }
+
+    static UdpAddress addressOf(const MulticastGroup& group, int port)
+    {
+        UdpAddress address;
+        EXPECT_TRUE(UdpAddress::parse(group.addressText(), address));
+        address.setPort(port);
+        return address;
+    }
+
+    /// Waits for something to read, with a bound.
+    static bool waitReadable(int descriptor)
+    {
+        constexpr int boundMs = 5000;
+        pollfd waiting{descriptor, POLLIN, 0};
+        return poll(&waiting, 1, boundMs) == 1;
+    }
+
+    /// The next packet. \returns nothing when none comes
+    Bytes receive()
+    {
+        Bytes packet(2000);
+        if (!waitReadable(socket_.get()))
+        {
+            return {};
+        }
+        const auto size = ::recv(socket_.get(), packet.data(), packet.size(), 0);
+        packet.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+        return packet;
+    }
+
+    /// Takes the packets that are there now. \returns how many
+    std::size_t waiting()
+    {
+        std::size_t count = 0;
+        Bytes packet(2000);
+        while (::recv(socket_.get(), packet.data(), packet.size(), MSG_DONTWAIT) > 0)
+        {
+            ++count;
+        }
+        return count;
+    }
+
+    void send(const Bytes& packet)
+    {
+        EXPECT_EQ(static_cast<ssize_t>(packet.size()),
+                  ::sendto(socket_.get(), packet.data(), packet.size(), 0, address_.get(), address_.size()));
+    }
+
+private:
+    SocketHandle socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    const UdpAddress address_;
+};
+
+}  // namespace test
+}  // namespace refhost
