@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -145,6 +146,8 @@ void Application::prepareProcess() const
     std::signal(SIGPIPE, SIG_IGN);
     // A recording that grows beyond a limit of the file size is a failing disk, not the end of the program.
     std::signal(SIGXFSZ, SIG_IGN);
+    // What the library prints is to be seen at once where the output goes to a file, too.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     MediaLogs::bridge();
     gst_init(nullptr, nullptr);
 }

@@ -13,12 +13,12 @@ constexpr int aheadMs = 40;
 constexpr int mostAheadMs = 80;
 /// A long piece, where packets came all at once: only its end is of use.
 constexpr int longestMs = 160;
-constexpr int watchMs = 1000;
 constexpr int tooFarMs = 55;
-constexpr int tooCloseMs = 15;
-constexpr int backMs = 40;
-/// One frame in so many is left out or added: two milliseconds a second.
-constexpr std::size_t driftStep = 500;
+constexpr int tooCloseMs = 10;
+/// One second's trouble is the network's or a busy machine's, not the clocks'.
+constexpr int patienceSeconds = 5;
+/// One frame in so many is left out or added: a millisecond a second, ten times what clocks differ.
+constexpr std::size_t driftStep = 1000;
 
 }  // namespace
 
@@ -71,34 +71,48 @@ void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
     // The least counts, not the mean: what is more than that comes and goes with uneven packets.
     least_ = std::min(least_, ahead);
     watched_ += frames;
-    if (watched_ < framesOf(watchMs))
+    if (watched_ >= framesOf(1000))
     {
-        return;
+        judge();
+        watched_ = 0;
+        least_ = std::numeric_limits<std::size_t>::max();
     }
-    if (least_ > framesOf(tooFarMs))
+}
+
+void PlayoutPacer::judge()
+{
+    tooFar_ = least_ > framesOf(tooFarMs) ? tooFar_ + 1 : 0;
+    tooClose_ = least_ < framesOf(tooCloseMs) ? tooClose_ + 1 : 0;
+    const bool returned = drift_ > 0 ? least_ <= framesOf(aheadMs) : least_ >= framesOf(aheadMs) / 2;
+    if (tooFar_ >= patienceSeconds)
     {
         drift_ = 1;
     }
-    else if (least_ < framesOf(tooCloseMs))
+    else if (tooClose_ >= patienceSeconds)
     {
         drift_ = -1;
     }
-    else if ((drift_ > 0 && least_ <= framesOf(backMs)) || (drift_ < 0 && least_ >= framesOf(backMs) / 2))
+    else if (returned)
     {
         drift_ = 0;
     }
-    watched_ = 0;
-    least_ = std::numeric_limits<std::size_t>::max();
 }
 
 void PlayoutPacer::stretch(std::vector<std::int16_t>& samples)
 {
     const std::size_t frames = samples.size() / channels_;
-    const std::size_t step = (frames + driftStep / 2) / driftStep;
-    if (drift_ == 0 || step == 0 || frames < 2)
+    if (drift_ == 0)
+    {
+        owed_ = 0;
+        return;
+    }
+    owed_ += frames;
+    const std::size_t step = owed_ / driftStep;
+    if (step == 0 || frames < 2 + step)
     {
         return;
     }
+    owed_ -= step * driftStep;
     const std::size_t wanted = drift_ > 0 ? frames - step : frames + step;
     stretched_.clear();
     stretched_.reserve(wanted * channels_);

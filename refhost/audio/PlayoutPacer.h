@@ -31,13 +31,17 @@ private:
     std::size_t framesOf(int ms) const;
     void cut(std::size_t ahead, std::vector<std::int16_t>& samples) const;
     void watch(std::size_t ahead, std::size_t frames);
+    void judge();
     void stretch(std::vector<std::int16_t>& samples);
 
     const PcmFormat format_;
     const std::size_t channels_;
-    std::size_t watched_ = 0;  // frames since the watch began
-    std::size_t least_ = 0;    // the least that the sound was ahead in that time
-    int drift_ = 0;            // 1: too far ahead, shorten; -1: too close, stretch
+    std::size_t watched_ = 0;  // frames of the second that is watched
+    std::size_t least_;        // the least that the sound was ahead in it
+    int tooFar_ = 0;           // seconds in which it was too far ahead all the time, one after the other
+    int tooClose_ = 0;         // seconds in which it came too close, one after the other
+    int drift_ = 0;            // 1: shorten; -1: stretch
+    std::size_t owed_ = 0;     // frames since the last one that was left out or added
     std::vector<std::int16_t> stretched_;
 };
 

@@ -101,10 +101,10 @@ bool WavFile::open(const std::string& path, const PcmFormat& format, std::string
     file_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644);
     if (file_ < 0)
     {
-        problem = path + ": " + std::strerror(errno);
+        problem = std::strerror(errno);
         return false;
     }
-    if (prepare(path, problem))
+    if (prepare(problem))
     {
         return true;
     }
@@ -112,27 +112,27 @@ bool WavFile::open(const std::string& path, const PcmFormat& format, std::string
     return false;
 }
 
-bool WavFile::prepare(const std::string& path, std::string& problem)
+bool WavFile::prepare(std::string& problem)
 {
     struct stat status = {};
     if (fstat(file_, &status) != 0 || !S_ISREG(status.st_mode))
     {
-        problem = path + ": is no ordinary file";
+        problem = "it is no ordinary file";
         return false;
     }
     if (status.st_size > 0)
     {
-        return readHeader(path, static_cast<std::uint64_t>(status.st_size), problem);
+        return readHeader(static_cast<std::uint64_t>(status.st_size), problem);
     }
     if (!writeHeader())
     {
-        problem = path + ": " + std::strerror(errno);
+        problem = std::strerror(errno);
         return false;
     }
     return true;
 }
 
-bool WavFile::readHeader(const std::string& path, std::uint64_t size, std::string& problem)
+bool WavFile::readHeader(std::uint64_t size, std::string& problem)
 {
     Header found{};
     const ssize_t bytes = pread(file_, found.data(), found.size(), 0);
@@ -142,14 +142,14 @@ bool WavFile::readHeader(const std::string& path, std::uint64_t size, std::strin
     std::copy_n(found.begin() + 40, 4, own.begin() + 40);
     if (bytes != static_cast<ssize_t>(headerSize) || own != found)
     {
-        problem = path + ": is there and is no WAV file of " + std::to_string(format_.sampleRate) +
+        problem = "it is there and is no WAV file of " + std::to_string(format_.sampleRate) +
                   " Hz and " + std::to_string(format_.channels) + " channels, so it is left alone";
         return false;
     }
     frames_ = (size - headerSize) / frameSize();
     if (frames_ * frameSize() >= mostDataBytes / frameSize() * frameSize())
     {
-        problem = path + ": is as long as a WAV file can be";
+        problem = "it is as long as a WAV file can be";
         return false;
     }
     return true;

@@ -41,8 +41,8 @@ public:
     bool extend(std::uint64_t frames);
 
 private:
-    bool prepare(const std::string& path, std::string& problem);
-    bool readHeader(const std::string& path, std::uint64_t size, std::string& problem);
+    bool prepare(std::string& problem);
+    bool readHeader(std::uint64_t size, std::string& problem);
     bool writeHeader() const;
     std::size_t frameSize() const;
 

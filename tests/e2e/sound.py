@@ -1,0 +1,119 @@
+"""Sounds to send and to judge: sentences and tones, their encodings, and how like two sounds are."""
+
+import subprocess
+
+import numpy
+
+RATE = 48000  # of the WAV files that the server writes here
+SENTENCE = "The quick brown fox jumps over the lazy dog, and nobody at the gate has heard it coming."
+FORMATS = {"pcmu": "mulaw", "pcma": "alaw"}
+CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000}
+LEAD_SECONDS = 0.6  # silence before a sound: the output is opened a third of a second after PLAY at the latest
+
+
+def speech(text=SENTENCE, voice="en", speed=165):
+    """A spoken sentence as samples at RATE."""
+    run = subprocess.run(["espeak-ng", "-v", voice, "-s", str(speed), "--stdout", text], capture_output=True, check=True)
+    return _ffmpeg(["-f", "wav", "-i", "-"], ["-f", "s16le", "-ar", str(RATE), "-ac", "1"], run.stdout)
+
+
+def tone(hertz=1000.0, seconds=3.0, amplitude=8000):
+    at = numpy.arange(int(seconds * RATE)) / RATE
+    return numpy.round(amplitude * numpy.sin(2 * numpy.pi * hertz * at)).astype("<i2")
+
+
+def with_lead(samples):
+    return numpy.concatenate([numpy.zeros(int(LEAD_SECONDS * RATE), "<i2"), samples])
+
+
+def encode(codec, samples):
+    """[(payload, ticks)] for RTP, 20 ms each in PCM, one access unit each in AAC."""
+    source = ["-f", "s16le", "-ar", str(RATE), "-ac", "1", "-i", "-"]
+    if codec == "aac":
+        data = _run(source, ["-c:a", "aac", "-b:a", "48k", "-ar", "16000", "-ac", "1", "-f", "adts"], samples.tobytes())
+        # RFC 3640: one header of 13 bits size and 3 bits index.
+        return [(b"\x00\x10" + (len(unit) << 3).to_bytes(2, "big") + unit, 1024) for unit in adts_units(data)]
+    data = _run(source, ["-ar", "8000", "-ac", "1", "-f", FORMATS[codec]], samples.tobytes())
+    return [(data[at:at + 160], 160) for at in range(0, len(data) - 159, 160)]
+
+
+def decode(codec, packets):
+    """What an ideal receiver plays of encode()'s packets, as samples at RATE."""
+    out = ["-f", "s16le", "-ar", str(RATE), "-ac", "1"]
+    if codec == "aac":
+        data = b"".join(adts_header(len(payload) - 4) + payload[4:] for payload, _ in packets)
+        return _ffmpeg(["-f", "aac", "-i", "-"], out, data)
+    data = b"".join(payload for payload, _ in packets)
+    return _ffmpeg(["-f", FORMATS[codec], "-ar", "8000", "-ac", "1", "-i", "-"], out, data)
+
+
+def adts_units(data):
+    units, at = [], 0
+    while at + 7 <= len(data):
+        size = (data[at + 3] & 3) << 11 | data[at + 4] << 3 | data[at + 5] >> 5
+        units.append(data[at + 7:at + size])
+        at += size
+    return units
+
+
+def adts_header(size):
+    """Of an access unit in AAC-LC, 16 kHz, one channel."""
+    size += 7
+    return bytes([0xFF, 0xF1, 0x60, 0x40 | size >> 11, size >> 3 & 0xFF, (size & 7) << 5 | 0x1F, 0xFC])
+
+
+def read_wav(path):
+    """The samples of a WAV file that may be growing, as floating point."""
+    data = path.read_bytes()
+    assert data[:4] == b"RIFF" and data[8:16] == b"WAVEfmt " and data[36:40] == b"data", data[:44]
+    assert int.from_bytes(data[24:28], "little") == RATE and data[22] == 1
+    size = int.from_bytes(data[40:44], "little")
+    assert size <= len(data) - 44, "the header promises no more than there is"
+    return numpy.frombuffer(data[44:44 + size], "<i2").astype(float)
+
+
+def place(sound, heard):
+    """Where `sound` begins in `heard`: the offset in samples at which they are most alike."""
+    assert len(heard) >= len(sound), f"only {len(heard) / RATE:.2f} s of {len(sound) / RATE:.2f} s were heard"
+    size = 1 << (len(heard) + len(sound) - 1).bit_length()
+    product = numpy.fft.irfft(numpy.fft.rfft(heard, size) * numpy.conj(numpy.fft.rfft(sound.astype(float), size)), size)
+    return int(numpy.argmax(product[:len(heard) - len(sound) + 1]))
+
+
+def likeness(sound, heard):
+    """Correlation of `sound` with the piece of `heard` that is most like it: 1 for the same sound at any level."""
+    at = place(sound, heard)
+    piece, sound = heard[at:at + len(sound)], sound.astype(float)
+    norm = numpy.linalg.norm(piece) * numpy.linalg.norm(sound)
+    return float(piece @ sound / norm) if norm else 0.0
+
+
+def strongest(heard):
+    """Frequency in Hz and amplitude of the strongest tone."""
+    window = numpy.hanning(len(heard))
+    spectrum = numpy.abs(numpy.fft.rfft(heard * window))
+    peak = int(numpy.argmax(spectrum[1:-1])) + 1
+    left, middle, right = spectrum[peak - 1:peak + 2]
+    shift = 0.5 * (left - right) / (left - 2 * middle + right)
+    power = (spectrum[max(0, peak - 3):peak + 4] ** 2).sum() / (window ** 2).sum()
+    return (peak + shift) * RATE / len(heard), float(numpy.sqrt(4 * power / len(heard)))
+
+
+def longest_hole(heard, level):
+    """Seconds of the longest piece whose level over each millisecond stays below a tenth of `level`."""
+    block = RATE // 1000
+    blocks = heard[:len(heard) // block * block].reshape(-1, block)
+    longest = run = 0
+    for quiet in numpy.abs(blocks).max(axis=1) < level / 10:
+        run = run + 1 if quiet else 0
+        longest = max(longest, run)
+    return longest / 1000
+
+
+def _run(before, after, data):
+    return subprocess.run(["ffmpeg", "-nostdin", "-v", "error", *before, *after, "-"], input=data, capture_output=True,
+                          check=True, timeout=30).stdout
+
+
+def _ffmpeg(before, after, data):
+    return numpy.frombuffer(_run(before, after, data), "<i2")

@@ -1,0 +1,88 @@
+"""A talker with something to say: real sound goes out in time, and packets may be lost or come late."""
+
+import random
+import time
+
+from sound import CLOCK
+from talker import REQUIRE, Talker, rtp
+
+CONFIG = '''
+port = 0
+log-level = "debug"
+
+[limits]
+orphan-timeout = 2
+
+[talk-back]
+output = "{output}"
+device = "{device}"
+policy = "{policy}"
+
+[[camera]]
+id = 1
+talk-back = "{codec}"
+  [[camera.stream]]
+  id = 0
+  width = 320
+  height = 240
+  bit-rate = 200
+'''
+
+
+def talk_back(device="talk.wav", codec="pcmu", policy="first", output="wav"):
+    """Configuration of a server with talk-back."""
+    return CONFIG.format(output=output, device=device, codec=codec, policy=policy)
+
+
+class Speaker(Talker):
+    """Speaks packets of sound.encode()."""
+
+    def __init__(self, url, transport, codec="pcmu", seed=1):
+        super().__init__(url, transport)
+        self.codec = codec
+        self.random = random.Random(seed)
+        self.sequence = self.random.randrange(1 << 16)
+        self.timestamp = self.random.randrange(1 << 32)
+        self.ssrc = self.random.randrange(1 << 32)
+        self.payload_type = None
+        self.sent_at = []  # wall clock, of each packet of the last speak()
+
+    def open(self):
+        section = super().open()
+        self.payload_type = int(section.split("\r\n")[0].split(" ")[3])
+        return self
+
+    def pause(self):
+        assert self.client.request("PAUSE").status == 200
+
+    def tear_down(self):
+        assert self.client.request("TEARDOWN", headers=REQUIRE).status == 200
+
+    def rest(self, seconds=0.3):
+        """Says nothing until what was said has been played."""
+        self.client.receive_for(seconds)
+
+    def speak(self, packets, lost=0.0, late=0.0):
+        """Sends each packet when its sound has been recorded: `lost` of them never, `late` of them just after their
+        successors."""
+        schedule = []
+        ticks = 0
+        for index, (payload, length) in enumerate(packets):
+            due = ticks / CLOCK[self.codec]
+            ticks += length
+            packet = rtp(self.sequence, self.timestamp, payload, self.payload_type, self.ssrc,
+                         marker=index == 0 or self.codec == "aac")
+            self.sequence += 1
+            self.timestamp += length
+            if self.random.random() < late:
+                due += 1.2 * length / CLOCK[self.codec]
+            elif self.random.random() < lost:
+                continue
+            schedule.append((due, packet))
+        begin = time.monotonic()
+        self.sent_at = []
+        for due, packet in sorted(schedule, key=lambda entry: entry[0]):
+            while time.monotonic() < begin + due:
+                self.client.receive_for(begin + due - time.monotonic())
+            self.sent_at.append(time.time())
+            self.send(packet)
