@@ -10,8 +10,8 @@
 namespace refhost
 {
 
-OutputPlayer::OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format)
-    : output_(std::move(output)), format_(format)
+OutputPlayer::OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format, int aheadMs)
+    : output_(std::move(output)), format_(format), aheadMs_(aheadMs)
 {
 }
 
@@ -55,7 +55,7 @@ int OutputPlayer::open()
     }
     open_ = true;
     told_.clear();
-    pacer_ = std::make_unique<PlayoutPacer>(format_);
+    pacer_ = std::make_unique<PlayoutPacer>(format_, aheadMs_);
     Log::info("talk-back: {} of {} is open, {} Hz, {} channels, encoder type {}", Log::safe(output_->name()),
               Log::safe(deviceId_), format_.sampleRate, format_.channels, encoderType_);
     return statusSuccess;

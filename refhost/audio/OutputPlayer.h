@@ -19,7 +19,8 @@ namespace refhost
 class OutputPlayer : public IMediaPlayer
 {
 public:
-    OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format);
+    /// \param aheadMs  \see PlayoutPacer
+    OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format, int aheadMs);
     ~OutputPlayer() noexcept(false) override;
 
     void setDeviceInfo(const DeviceInfoEx& info) override;
@@ -40,6 +41,7 @@ private:
     std::mutex mutex_;
     const std::unique_ptr<AudioOutput> output_;
     const PcmFormat format_;
+    const int aheadMs_;
     std::string deviceId_;
     int encoderType_ = 0;
     bool open_ = false;

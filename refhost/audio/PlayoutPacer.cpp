@@ -9,11 +9,10 @@ namespace refhost
 namespace
 {
 
-constexpr int aheadMs = 40;
-constexpr int mostAheadMs = 80;
-/// A long piece, where packets came all at once: only its end is of use.
+constexpr int mostLaterMs = 30;
+/// Of a long piece, where packets came all at once, only the end is of use.
 constexpr int longestMs = 160;
-constexpr int tooFarMs = 55;
+constexpr int tooFarMs = 15;  // beyond aheadMs
 constexpr int tooCloseMs = 10;
 /// One second's trouble is the network's or a busy machine's, not the clocks'.
 constexpr int patienceSeconds = 5;
@@ -22,9 +21,10 @@ constexpr std::size_t driftStep = 1000;
 
 }  // namespace
 
-PlayoutPacer::PlayoutPacer(const PcmFormat& format)
+PlayoutPacer::PlayoutPacer(const PcmFormat& format, int aheadMs)
     : format_(format),
       channels_(static_cast<std::size_t>(format.channels)),
+      aheadMs_(aheadMs),
       least_(std::numeric_limits<std::size_t>::max())
 {
 }
@@ -40,12 +40,12 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
     {
         return;
     }
-    if (queued > framesOf(mostAheadMs))
+    if (queued > framesOf(aheadMs_ + mostLaterMs))
     {
         samples.clear();
         return;
     }
-    const std::size_t ahead = queued == 0 ? framesOf(aheadMs) : queued;
+    const std::size_t ahead = queued == 0 ? framesOf(aheadMs_) : queued;
     cut(ahead, samples);
     watch(ahead, samples.size() / channels_);
     stretch(samples);
@@ -81,9 +81,9 @@ void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
 
 void PlayoutPacer::judge()
 {
-    tooFar_ = least_ > framesOf(tooFarMs) ? tooFar_ + 1 : 0;
+    tooFar_ = least_ > framesOf(aheadMs_ + tooFarMs) ? tooFar_ + 1 : 0;
     tooClose_ = least_ < framesOf(tooCloseMs) ? tooClose_ + 1 : 0;
-    const bool returned = drift_ > 0 ? least_ <= framesOf(aheadMs) : least_ >= framesOf(aheadMs) / 2;
+    const bool returned = drift_ > 0 ? least_ <= framesOf(aheadMs_) : least_ >= framesOf(aheadMs_) / 2;
     if (tooFar_ >= patienceSeconds)
     {
         drift_ = 1;

@@ -12,15 +12,16 @@ namespace refhost
 /// Decides how sound that comes unevenly is given to an output that plays evenly: how far it is kept ahead of
 /// what is heard, so that uneven packets leave no holes, and never so far that talk lags behind.
 ///
-/// It begins 40 ms ahead, also after each pause. The talker's clock and the output's are never quite the
-/// same: as the sound drifts out of its place it is stretched or shortened by a few thousandths, which nobody
-/// hears. Sound that would come more than 80 ms late is dropped.
+/// It begins some time ahead, also after each pause. The talker's clock and the output's are never quite the
+/// same: when the sound has been out of its place for seconds it is stretched or shortened by a thousandth,
+/// which nobody hears. Sound that would come more than 30 ms later than it began is dropped.
 ///
 /// Threads: one at a time.
 class PlayoutPacer
 {
 public:
-    explicit PlayoutPacer(const PcmFormat& format);
+    /// \param aheadMs  how far the sound begins ahead of what is heard
+    PlayoutPacer(const PcmFormat& format, int aheadMs);
 
     /// Makes of a piece of sound what is to be written.
     /// \param queued           frames that the output has to play yet; 0: it ran dry
@@ -36,6 +37,7 @@ private:
 
     const PcmFormat format_;
     const std::size_t channels_;
+    const int aheadMs_;
     std::size_t watched_ = 0;  // frames of the second that is watched
     std::size_t least_;        // the least that the sound was ahead in it
     int tooFar_ = 0;           // seconds in which it was too far ahead all the time, one after the other

@@ -12,6 +12,12 @@ namespace refhost
 namespace
 {
 
+/// A lost packet is given up when the one after it has waited for `TalkSettings::reorderMs`: until then, 45
+/// ms with packets of 20 ms, and until the worker looks again, the output must have something to play.
+constexpr int aheadMs = 60;
+/// The mixer has each talker's sound that far ahead already, and what it gives comes evenly.
+constexpr int aheadOfMixedMs = 30;
+
 TalkPolicy policyOf(const std::string& name)
 {
     if (name == "newest")
@@ -40,14 +46,15 @@ TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const
     SharedOutput::instance().configure(settings);
 
     MTUParam mtu;
-    mtu.setMTUValue(config.talkBack.mtu);
+    mtu.setMTUValue(config.mtu);
     const SafePointer<OVAudioBackDispatcherMgr> manager = OVAudioBackDispatcherMgr::getInstance();
     manager->setDeviceInfoEx(device);
     manager->setDeviceExAbility(ability);
     manager->setThirdPlatType(platformType);
     manager->setMTUParam(mtu);
-    manager->setMediaPlayer(SafePointer<IMediaPlayer>(new OutputPlayer(
-        AudioOutput::make(config.talkBack.output, config.talkBack.device), settings.format)));
+    manager->setMediaPlayer(SafePointer<IMediaPlayer>(
+        new OutputPlayer(AudioOutput::make(config.talkBack.output, config.talkBack.device), settings.format,
+                         settings.policy == TalkPolicy::mix ? aheadOfMixedMs : aheadMs)));
     manager->setEncoderType(config.talkBack.encoderType);
     runs_ = manager->start() == statusSuccess;
     if (!runs_)

@@ -8,7 +8,7 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t aheadMs = 40;
+constexpr std::int64_t aheadMs = 60;
 constexpr std::int64_t mostMs = 200;
 /// After a longer break the sum goes on from now instead of being made up for.
 constexpr std::int64_t breakMs = 100;

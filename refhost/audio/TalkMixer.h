@@ -25,7 +25,7 @@ public:
     void add(Talker talker, const std::vector<std::int16_t>& samples);
     void remove(Talker talker);
 
-    /// Takes the sum of what is due since the call before. A talker comes in with 40 ms ahead, so that uneven
+    /// Takes the sum of what is due since the call before. A talker comes in with 60 ms ahead, so that uneven
     /// packets leave no holes.
     /// \param nowNs      monotonic clock
     /// \param[out] sum   empty when nobody talks

@@ -22,7 +22,7 @@ struct TalkSettings
     TalkPolicy policy = TalkPolicy::first;
     PcmFormat format;                      ///< what the output takes
     std::int64_t silenceMs = 500;          ///< without a packet for so long a talker has stopped
-    std::int64_t reorderMs = 40;           ///< how long a missing packet is waited for
+    std::int64_t reorderMs = 25;           ///< how long a missing packet is waited for
     std::int64_t staleMs = 100;            ///< sound that waited longer for the output is not played any more
     std::int64_t firstReportMs = 1000;     ///< from PLAY to the first receiver report
     std::int64_t reportIntervalMs = 5000;  ///< between receiver reports

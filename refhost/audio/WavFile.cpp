@@ -142,8 +142,8 @@ bool WavFile::readHeader(std::uint64_t size, std::string& problem)
     std::copy_n(found.begin() + 40, 4, own.begin() + 40);
     if (bytes != static_cast<ssize_t>(headerSize) || own != found)
     {
-        problem = "it is there and is no WAV file of " + std::to_string(format_.sampleRate) +
-                  " Hz and " + std::to_string(format_.channels) + " channels, so it is left alone";
+        problem = "it is there and is no WAV file of " + std::to_string(format_.sampleRate) + " Hz and " +
+                  std::to_string(format_.channels) + " channels, so it is left alone";
         return false;
     }
     frames_ = (size - headerSize) / frameSize();

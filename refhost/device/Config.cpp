@@ -38,7 +38,7 @@ auto members(const StreamConfig& s)
 
 auto members(const TalkBackConfig& t)
 {
-    return std::tie(t.policy, t.output, t.device, t.sampleRate, t.channels, t.encoderType, t.mtu);
+    return std::tie(t.policy, t.output, t.device, t.sampleRate, t.channels, t.encoderType);
 }
 
 auto members(const ServerConfig& s)

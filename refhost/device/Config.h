@@ -70,7 +70,6 @@ struct TalkBackConfig
     int sampleRate = 48000;        ///< of the output, Hz
     int channels = 1;              ///< of the output
     int encoderType = 103;         ///< number that the output is told
-    int mtu = 1440;                ///< bytes
 
     bool operator==(const TalkBackConfig& other) const;
 };

@@ -189,9 +189,6 @@ const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys()
         number<TalkBack>(
             "encoder-type", "Encoder type number that the output is told; these outputs only log it.",
             [](TalkBack& t) -> int& { return t.encoderType; }, 0, mostNumber),
-        number<TalkBack>(
-            "mtu", "Bytes of the largest packet on the way to clients, as the talk-back manager keeps it.",
-            [](TalkBack& t) -> int& { return t.mtu; }, 576, 65535),
     };
     return keys;
 }

@@ -75,7 +75,7 @@ protected:
     }
 
     Device device_;
-    OutputPlayer player_{std::make_unique<FakeOutput>(device_), format};
+    OutputPlayer player_{std::make_unique<FakeOutput>(device_), format, 40};
 };
 
 }  // namespace
@@ -172,7 +172,7 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
     Samples heard;
     constexpr int packets = 500;
     const Samples sound = test::tone(437, 48000, packets * 960);
-    OutputPlayer player(std::make_unique<HeardOutput>(clock, heard), format);
+    OutputPlayer player(std::make_unique<HeardOutput>(clock, heard), format, 60);
     ASSERT_EQ(0, player.open());
     int next = 0;
     for (int now = 0; next < packets; now += 10, clock.advanceMs(10))

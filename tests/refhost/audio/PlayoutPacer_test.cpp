@@ -37,7 +37,7 @@ struct Drifting
         most = std::max(most, level);
     }
 
-    PlayoutPacer pacer{format};
+    PlayoutPacer pacer{format, 40};
     const Samples sound = test::tone(500, 48000, 20 * ms);
     const double played;
     double level = 0;
@@ -49,9 +49,9 @@ struct Drifting
 
 }  // namespace
 
-TEST(PlayoutPacer, SoundBegins40MillisecondsAhead)
+TEST(PlayoutPacer, SoundBeginsSoFarAheadAsWanted)
 {
-    PlayoutPacer pacer(format);
+    PlayoutPacer pacer(format, 40);
     Samples piece{1, 2, 3};
     pacer.pace(0, piece);
     Samples expected(40 * ms, 0);
@@ -61,26 +61,26 @@ TEST(PlayoutPacer, SoundBegins40MillisecondsAhead)
 
 TEST(PlayoutPacer, SoundThatFollowsIsLeftAsItIs)
 {
-    PlayoutPacer pacer(format);
+    PlayoutPacer pacer(format, 40);
     const Samples sound = test::tone(500, 48000, 20 * ms);
     Samples piece = sound;
     pacer.pace(35 * ms, piece);
     EXPECT_EQ(sound, piece);
-    pacer.pace(80 * ms, piece);
+    pacer.pace(70 * ms, piece);
     EXPECT_EQ(sound, piece);
 }
 
-TEST(PlayoutPacer, SoundThatWouldComeMoreThan80MillisecondsLateIsDropped)
+TEST(PlayoutPacer, SoundThatWouldComeMoreThan30MillisecondsLaterIsDropped)
 {
-    PlayoutPacer pacer(format);
+    PlayoutPacer pacer(format, 40);
     Samples piece(20 * ms, 1);
-    pacer.pace(80 * ms + 1, piece);
+    pacer.pace(70 * ms + 1, piece);
     EXPECT_TRUE(piece.empty());
 }
 
 TEST(PlayoutPacer, OfALongPieceTheEndIsPlayed)
 {
-    PlayoutPacer pacer(format);
+    PlayoutPacer pacer(format, 40);
     Samples piece(1000 * ms, 1);
     piece.back() = 2;
     pacer.pace(0, piece);
@@ -90,7 +90,7 @@ TEST(PlayoutPacer, OfALongPieceTheEndIsPlayed)
 
 TEST(PlayoutPacer, NothingStaysNothing)
 {
-    PlayoutPacer pacer(format);
+    PlayoutPacer pacer(format, 40);
     Samples piece;
     pacer.pace(0, piece);
     EXPECT_TRUE(piece.empty());
@@ -98,7 +98,7 @@ TEST(PlayoutPacer, NothingStaysNothing)
 
 TEST(PlayoutPacer, ChannelsStayApart)
 {
-    PlayoutPacer pacer({48000, 2});
+    PlayoutPacer pacer({48000, 2}, 40);
     bool stretched = false;
     for (int i = 0; i < 400; ++i)
     {
@@ -140,7 +140,7 @@ TEST(PlayoutPacer, SlowerOutputIsFollowedWithoutDroppingForTwentyMinutes)
     }
     EXPECT_EQ(1, output.dry);
     EXPECT_EQ(0, output.dropped);
-    EXPECT_LE(output.most, 80.0 * ms);
+    EXPECT_LE(output.most, 70.0 * ms);
 }
 
 TEST(PlayoutPacer, FasterOutputIsFollowedWithoutRunningDryForTwentyMinutes)
@@ -170,12 +170,12 @@ TEST(PlayoutPacer, TroubleOfAMomentChangesNothing)
         }
         output.turn();
     }
-    EXPECT_EQ(40.0 * ms, output.level - 0.0);
+    EXPECT_EQ(40.0 * ms, output.level);
 }
 
 TEST(PlayoutPacer, ShortenedSoundHasNoSteps)
 {
-    PlayoutPacer pacer(format);
+    PlayoutPacer pacer(format, 40);
     bool shortened = false;
     for (int i = 0; i < 400; ++i)
     {

@@ -41,7 +41,7 @@ TEST(SharedOutput, MixedSoundGoesToThePlayerByTheClock)
     for (const int& talker : talkers)
     {
         EXPECT_TRUE(output.claim(&talker, "x", 0));
-        EXPECT_EQ(0, output.play(&talker, Samples(400, 100), player));
+        EXPECT_EQ(0, output.play(&talker, Samples(560, 100), player));
     }
     EXPECT_EQ(0, output.pump(player, 0));
     EXPECT_TRUE(player.played.empty());

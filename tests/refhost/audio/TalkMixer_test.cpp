@@ -38,7 +38,7 @@ TEST_F(TalkMixerTest, NothingComesOfNobody)
 
 TEST_F(TalkMixerTest, OneTalkerLeavesByTheClockAndUnchanged)
 {
-    Samples counted(320 + 80);
+    Samples counted(480 + 80);
     std::iota(counted.begin(), counted.end(), std::int16_t{1});
     mixer.add(anna, counted);
     EXPECT_TRUE(takeAt(0).empty());
@@ -52,8 +52,8 @@ TEST_F(TalkMixerTest, OneTalkerLeavesByTheClockAndUnchanged)
 
 TEST_F(TalkMixerTest, TalkersAreAddedUpAndDoNotWrap)
 {
-    mixer.add(anna, Samples(400, 20000));
-    mixer.add(bert, Samples(400, 20000));
+    mixer.add(anna, Samples(560, 20000));
+    mixer.add(bert, Samples(560, 20000));
     takeAt(0);
     EXPECT_EQ(Samples(80, 32767), takeAt(10));
     mixer.remove(bert);
@@ -62,9 +62,9 @@ TEST_F(TalkMixerTest, TalkersAreAddedUpAndDoNotWrap)
 
 TEST_F(TalkMixerTest, ATalkerComesInWithSomethingAhead)
 {
-    mixer.add(anna, Samples(400, 1));
+    mixer.add(anna, Samples(560, 1));
     takeAt(0);
-    mixer.add(bert, Samples(319, 2));
+    mixer.add(bert, Samples(479, 2));
     EXPECT_EQ(Samples(80, 1), takeAt(10));
     mixer.add(bert, Samples(1, 2));
     EXPECT_EQ(Samples(80, 3), takeAt(20));
@@ -73,14 +73,14 @@ TEST_F(TalkMixerTest, ATalkerComesInWithSomethingAhead)
 TEST_F(TalkMixerTest, ATalkerThatRunsDryIsSilentUntilItIsAheadAgain)
 {
     mixer.add(anna, Samples(1600, 1));
-    mixer.add(bert, Samples(320, 2));
+    mixer.add(bert, Samples(480, 2));
     takeAt(0);
-    EXPECT_EQ(Samples(320, 3), takeAt(40));
-    EXPECT_EQ(Samples(80, 1), takeAt(50));
+    EXPECT_EQ(Samples(480, 3), takeAt(60));
+    EXPECT_EQ(Samples(80, 1), takeAt(70));
     mixer.add(bert, Samples(100, 2));
-    EXPECT_EQ(Samples(80, 1), takeAt(60));
-    mixer.add(bert, Samples(220, 2));
-    EXPECT_EQ(Samples(80, 3), takeAt(70));
+    EXPECT_EQ(Samples(80, 1), takeAt(80));
+    mixer.add(bert, Samples(380, 2));
+    EXPECT_EQ(Samples(80, 3), takeAt(90));
 }
 
 TEST_F(TalkMixerTest, WhatIsTooFarAheadLosesItsOldest)

@@ -96,7 +96,6 @@ device = "hall"
 sample-rate = 16000
 channels = 2
 encoder-type = 8
-mtu = 1500
 [multicast]
 pool = "239.1.0.0/16"
 port = 6000
@@ -175,7 +174,7 @@ multicast = "239.2.3.4:7000"
     expected.limits = limits;
     expected.users = {{"admin", "a\"b:c"}, {"guest", "g"}};
     expected.cameras = {{3, "Hof ä", {stream}, "aac"}};
-    expected.talkBack = {"newest", "pulse", "hall", 16000, 2, 8, 1500};
+    expected.talkBack = {"newest", "pulse", "hall", 16000, 2, 8};
     expected.multicast = {"239.1.0.0/16", 6000, 16, "eth0"};
     expected.liveController = "second";
     expected.mtu = 1500;

@@ -52,7 +52,7 @@ ServerConfig withEverythingChanged()
     }
     config.cameras[0].name = "quotes \" and \\ and \u00e4 # [x] = '";
     config.cameras[0].talkBack = "pcma";
-    config.talkBack = {"mix", "wav", "/tmp/talk.wav", 8000, 2, 0, 576};
+    config.talkBack = {"mix", "wav", "/tmp/talk.wav", 8000, 2, 0};
     config.multicast = {"239.1.0.0/16", 6000, 16, "eth0"};
     config.liveController = "both";
     config.mtu = 1500;
