@@ -1,7 +1,5 @@
 #pragma once
 
-#include "hostapi/device/IConnection.h"
-
 /// How many bytes of RTP payload a packet may have, by the transport kind of its connection.
 class PayloadSize
 {
@@ -24,12 +22,11 @@ public:
         {
             return false;
         }
-        bytes = transportKind == IConnection::udpUnicast
-                    ? withoutHeaders(dispatcher.getMTUParam().getMTUValue())
-                    : standard;
+        bytes = followsMtu(transportKind) ? withoutHeaders(dispatcher.getMTUParam().getMTUValue()) : standard;
         return true;
     }
 
 private:
+    static bool followsMtu(int transportKind);
     static int withoutHeaders(int mtu);
 };

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "hostapi/live/LiveDispatcherMgr.h"
 #include "tests/SampleTracks.h"
@@ -213,4 +215,32 @@ TEST_F(LiveDispatcherContract, EndOfOneSessionLeavesTheOthers)
     dispatcher()->deleteSessionConection(session, videoTrack);
     EXPECT_EQ(1, HostUnderTest::livingConnections());
     EXPECT_EQ(0, dispatcher()->play(other, videoTrack));
+}
+
+TEST_F(LiveDispatcherContract, SessionsComeAndGoFromManyThreads)
+{
+    std::vector<std::thread> clients;
+    for (int client = 0; client < 4; ++client)
+    {
+        clients.emplace_back(
+            [client]
+            {
+                const std::string id = "client " + std::to_string(client);
+                for (int round = 0; round < 50; ++round)
+                {
+                    EXPECT_EQ(0, setUp(id, videoTrack));
+                    EXPECT_EQ(0, setUp(id, audioTrack));
+                    EXPECT_EQ(0, dispatcher()->play(id, videoTrack));
+                    EXPECT_EQ(0, dispatcher()->pause(id, videoTrack));
+                    EXPECT_EQ(0, dispatcher()->deleteSessionConection(id, videoTrack));
+                    EXPECT_EQ(0, dispatcher()->deleteSessionConection(id, audioTrack));
+                    EXPECT_FALSE(dispatcher()->findSession(id));
+                }
+            });
+    }
+    for (std::thread& client : clients)
+    {
+        client.join();
+    }
+    EXPECT_EQ(0, HostUnderTest::livingConnections());
 }
