@@ -1,0 +1,93 @@
+#include "refhost/playback/FootageDescriber.h"
+
+#include <gtest/gtest.h>
+
+#include "refhost/base/HostStatus.h"
+#include "tests/refhost/playback/RecordedFootage.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+class FootageDescriberTest : public RecordedFootageTest
+{
+protected:
+    int describe(double begin, double end)
+    {
+        return describer.describe(*footage, 1, at(begin), at(end), tracks);
+    }
+
+    FootageDescriber describer;
+    std::vector<SubMediaInfo> tracks;
+};
+
+TEST_F(FootageDescriberTest, TellsWhatAPlayerNeeds)
+{
+    addSegment(0, 2);
+    ASSERT_EQ(describe(0, 100), 0);
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_EQ(tracks[0].trackId, "trackID=0");
+    EXPECT_EQ(tracks[0].mediaType, "video");
+    EXPECT_EQ(tracks[0].encodingName, "H264");
+    EXPECT_EQ(tracks[0].payloadType, 96);
+    EXPECT_EQ(tracks[0].clockRate, 90000);
+    EXPECT_NE(tracks[0].formatParameters.find("sprop-parameter-sets="), std::string::npos);
+    EXPECT_EQ(tracks[0].width, 160);
+    EXPECT_EQ(tracks[0].height, 120);
+    EXPECT_EQ(tracks[0].frameRate, 25);
+    EXPECT_EQ(tracks[1].trackId, "trackID=1");
+    EXPECT_EQ(tracks[1].encodingName, "PCMA");
+    EXPECT_EQ(tracks[1].payloadType, 8);
+    EXPECT_EQ(tracks[1].clockRate, 8000);
+}
+
+TEST_F(FootageDescriberTest, AacAndH265HaveTheirParameters)
+{
+    addFile(makeFile(1, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse", "avenc_aac ! aacparse"),
+            0, 1);
+    ASSERT_EQ(describe(0, 100), 0);
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_EQ(tracks[0].encodingName, "H265");
+    EXPECT_NE(tracks[0].formatParameters.find("sprop-vps="), std::string::npos);
+    EXPECT_EQ(tracks[1].encodingName, "MPEG4-GENERIC");
+    EXPECT_NE(tracks[1].formatParameters.find("config="), std::string::npos);
+}
+
+TEST_F(FootageDescriberTest, PicturesWithoutSoundAreOneTrack)
+{
+    addFile(makeFile(1, pictures, ""), 0, 1);
+    ASSERT_EQ(describe(0, 100), 0);
+    EXPECT_EQ(tracks.size(), 1U);
+}
+
+TEST_F(FootageDescriberTest, AnEmptyIntervalHoldsNothing)
+{
+    addSegment(0, 1);
+    EXPECT_EQ(describe(50, 100), hostRecordingUnknown);
+}
+
+TEST_F(FootageDescriberTest, TheFirstSegmentThatCanBeReadCounts)
+{
+    addFile(directory_ + "/none.mkv", 0, 1);
+    EXPECT_EQ(describe(0, 100), hostStreamFailed);
+    EXPECT_TRUE(tracks.empty());
+    addSegment(1, 1);
+    EXPECT_EQ(describe(0, 100), 0);
+}
+
+TEST_F(FootageDescriberTest, ASegmentIsReadOnce)
+{
+    const RecordedSegment segment = addSegment(0, 1);
+    ASSERT_EQ(describe(0, 100), 0);
+    std::filesystem::remove(segment.path);
+    tracks.clear();
+    EXPECT_EQ(describe(0, 50), 0);
+    EXPECT_EQ(tracks.size(), 2U);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost

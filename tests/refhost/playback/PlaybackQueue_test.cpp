@@ -1,0 +1,99 @@
+#include "refhost/playback/PlaybackQueue.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/refhost/rtp/RtpFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+constexpr std::int64_t ms = 1'000'000;
+
+PlaybackUnit unitAt(bool video, std::int64_t dueMs, std::uint32_t section = 0)
+{
+    PlaybackUnit unit;
+    unit.unit = makeUnit(0, dueMs * ms, true, 2);
+    unit.video = video;
+    unit.mediaNs = unit.dueNs = dueMs * ms;
+    unit.section = section;
+    return unit;
+}
+
+std::vector<std::int64_t> order(PlaybackQueue& queue)
+{
+    std::vector<std::int64_t> found;
+    for (; !queue.empty(); queue.pop())
+    {
+        found.push_back(queue.front().dueNs / ms);
+    }
+    return found;
+}
+
+TEST(PlaybackQueue, SoundGoesInFrontOfLaterPictures)
+{
+    PlaybackQueue queue;
+    for (const int due : {0, 40, 80, 120})
+    {
+        queue.add(unitAt(true, due));
+    }
+    for (const int due : {20, 60, 100, 140})
+    {
+        queue.add(unitAt(false, due));
+    }
+    EXPECT_EQ(order(queue), (std::vector<std::int64_t>{0, 20, 40, 60, 80, 100, 120, 140}));
+}
+
+TEST(PlaybackQueue, NothingGoesInFrontOfTheFirst)
+{
+    PlaybackQueue queue;
+    queue.add(unitAt(true, 100));
+    queue.add(unitAt(false, 50));
+    EXPECT_EQ(order(queue), (std::vector<std::int64_t>{100, 50}));
+}
+
+TEST(PlaybackQueue, UnitsOfATrackKeepTheirOrder)
+{
+    PlaybackQueue queue;
+    queue.add(unitAt(true, 0));
+    queue.add(unitAt(true, 80));
+    queue.add(unitAt(true, 40));
+    EXPECT_EQ(order(queue), (std::vector<std::int64_t>{0, 80, 40}));
+}
+
+TEST(PlaybackQueue, UnitsDoNotMoveOverAGap)
+{
+    PlaybackQueue queue;
+    queue.add(unitAt(true, 0));
+    queue.add(unitAt(true, 5000));
+    queue.add(unitAt(false, 20, 1));
+    EXPECT_EQ(order(queue), (std::vector<std::int64_t>{0, 5000, 20}));
+}
+
+TEST(PlaybackQueue, TellsBytesAndSpan)
+{
+    PlaybackQueue queue;
+    EXPECT_EQ(queue.spanNs(), 0);
+    queue.add(unitAt(true, 0));
+    queue.add(unitAt(true, 40));
+    EXPECT_EQ(queue.spanNs(), 40 * ms);
+    EXPECT_EQ(queue.bytes(), 2 * queue.front().unit->bytes.size());
+    queue.pop();
+    queue.pop();
+    EXPECT_EQ(queue.bytes(), 0U);
+}
+
+TEST(PlaybackQueue, ASpanOverAGapCountsNothing)
+{
+    PlaybackQueue queue;
+    queue.add(unitAt(true, 0));
+    queue.add(unitAt(true, 7'200'000, 1));
+    EXPECT_EQ(queue.spanNs(), 0);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
