@@ -5,8 +5,9 @@ import subprocess
 
 import pytest
 
-pytest.register_assert_rewrite("ffmpeg", "rtsp_client", "server", "wire")
+pytest.register_assert_rewrite("ffmpeg", "pictures", "recordings", "rtsp_client", "server", "wire")
 
+import recordings
 from server import DEFAULT_CONFIG, Server
 
 TRANSPORTS = ["tcp", "udp"]
@@ -52,6 +53,19 @@ def server(build_folder, tmp_path_factory):
     instance = Server(build_folder / "ovrtspd", tmp_path_factory.mktemp("server"))
     yield instance
     try:
+        instance.stop()
+    finally:
+        instance.kill()
+
+
+@pytest.fixture(scope="module")
+def recorded(build_folder, tmp_path_factory):
+    """A server that has recorded some seconds of a film whose pictures are all known."""
+    film = recordings.film(build_folder)
+    folder = tmp_path_factory.mktemp("recorded")
+    instance = Server(build_folder / "ovrtspd", folder, recordings.config(film, folder / "recordings"))
+    try:
+        yield recordings.Recorded(instance, film)
         instance.stop()
     finally:
         instance.kill()

@@ -27,14 +27,21 @@ class RtpPacket:
     ssrc: int
     payload: bytes
     datagram: bool
+    extension: tuple = None  # profile and data of the header extension (RFC 3550, section 5.3.1)
 
     @staticmethod
     def parse(track, data, datagram):
         assert len(data) > 12 and data[0] >> 6 == 2, f"no RTP: {data[:16].hex()}"
         start = 12 + 4 * (data[0] & 0x0F)
+        extension = None
+        if data[0] & 0x10:
+            size = 4 * int.from_bytes(data[start + 2:start + 4], "big")
+            extension = (int.from_bytes(data[start:start + 2], "big"), data[start + 4:start + 4 + size])
+            assert len(extension[1]) == size, "the header extension is whole"
+            start += 4 + size
         return RtpPacket(track, data[1] & 0x7F, bool(data[1] & 0x80), int.from_bytes(data[2:4], "big"),
                          int.from_bytes(data[4:8], "big"), int.from_bytes(data[8:12], "big"), data[start:],
-                         datagram)
+                         datagram, extension)
 
     def nal_types(self):
         """The H.264 NAL unit types that begin in this packet (RFC 6184)."""
@@ -71,9 +78,11 @@ class RtspClient:
         self.session_header = None
         self.content_base = None
         self.played_at = 0  # how many RTP packets came before the last answer to PLAY
+        self.answer = None  # the last answer to PLAY
         self.tracks = []
         self.rtp = []
         self.rtcp = []
+        self.rtcp_after = []  # for each of them, how many RTP packets came before it
         self._buffer = b""
         self._responses = []
 
@@ -115,24 +124,25 @@ class RtspClient:
                                      section.split(" ", 1)[0], sockets=udp_pair() if self.transport == "udp" else ()))
         return text
 
-    def setup_all(self):
+    def setup_all(self, headers=None):
         for index, track in enumerate(self.tracks):
             if self.transport == "tcp":
                 wanted = f"RTP/AVP/TCP;unicast;interleaved={2 * index}-{2 * index + 1}"
             else:
                 port = track.sockets[0].getsockname()[1]
                 wanted = f"RTP/AVP;unicast;client_port={port}-{port + 1}"
-            response = self.request("SETUP", track.url, {"Transport": wanted})
+            response = self.request("SETUP", track.url, {"Transport": wanted, **(headers or {})})
             assert response.status == 200, response
             self.session_header = response.headers["session"]
             self.session = self.session_header.split(";")[0]
             ssrc = re.search(r"ssrc=([0-9A-Fa-f]{8})", response.headers["transport"])
             track.ssrc = int(ssrc.group(1), 16)
 
-    def play(self):
-        """Returns {track index: (sequence, rtptime)} of the RTP-Info header"""
-        response = self.request("PLAY", headers={"Range": "npt=0.000-"})
+    def play(self, headers=None):
+        """Returns {track index: (sequence, rtptime)} of the RTP-Info header; the answer is in `answer` then"""
+        response = self.request("PLAY", headers={"Range": "npt=0.000-"} if headers is None else headers)
         assert response.status == 200, response
+        self.answer = response
         self.played_at = response.media_before
         info = {}
         for item in response.headers["rtp-info"].split(","):
@@ -157,9 +167,9 @@ class RtspClient:
     def packets(self, track):
         return [packet for packet in self.rtp if packet.track == track]
 
-    def receive(self, until, what):
-        """Receives media until `until()` is true."""
-        end = time.monotonic() + PATIENCE
+    def receive(self, until, what, patience=PATIENCE):
+        """Receives media until `until()` is true, for so many seconds at most."""
+        end = time.monotonic() + patience
         while not until():
             self._receive_once(end, what)
 
@@ -211,6 +221,7 @@ class RtspClient:
     def _media(self, track, rtcp, data):
         if rtcp:
             self.rtcp.append((track, data))
+            self.rtcp_after.append(len(self.rtp))
         else:
             self.rtp.append(RtpPacket.parse(track, data, self.transport == "udp"))
 

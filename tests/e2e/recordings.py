@@ -1,0 +1,149 @@
+"""Servers that record counted footage, and what is known of it."""
+
+import dataclasses
+import math
+import re
+import time
+
+from pictures import GOP, RATE, CountedFootage
+from rtsp_client import RtspClient
+from server import wait_until
+
+CAMERA = 5
+SECONDS = 8  # of the recording that most tests play
+NTP_EPOCH = 2208988800  # seconds from 1900 to 1970
+
+
+def config(film, folder, audio="none"):
+    return f"""
+port = 0
+log-level = "debug"
+
+[recording]
+directory = "{folder}"
+segment = 2
+
+[[camera]]
+id = {CAMERA}
+name = "counter"
+
+[[camera.stream]]
+id = 0
+source = "file"
+location = "{film.path}"
+audio = "{audio}"
+record = true
+"""
+
+
+@dataclasses.dataclass
+class Interval:
+    """Unix seconds; recorded from begin to end without a gap."""
+    begin: int
+    end: int
+
+    @property
+    def seconds(self):
+        return self.end - self.begin
+
+
+def film(build_folder, seconds=120):
+    """Made once for each build tree."""
+    path = build_folder / f"e2e-counted-{seconds}.mp4"
+    return CountedFootage(path) if path.exists() else CountedFootage.make(path, seconds)
+
+
+def url(server, begin, end, camera=CAMERA):
+    return f"rtsp://{server.address}:{server.port}/orv/playback/{camera}_{begin}_{end}"
+
+
+def status(server, begin, end):
+    """What DESCRIBE of an interval is answered with."""
+    with RtspClient(url(server, begin, end)) as client:
+        return client.request("DESCRIBE").status
+
+
+def record(server, seconds):
+    """Waits until so many whole seconds were recorded from now on, and returns them."""
+    begin = math.ceil(time.time()) + 1
+    wait_until(lambda: time.time() > begin, 5, "the first second")
+    wait_until(lambda: status(server, begin, begin + 1) == 200, 20, "recording has begun")
+    end = begin + seconds
+    wait_until(lambda: time.time() > end and status(server, end, end + 1) == 200, seconds + 30, f"{seconds} s recorded")
+    return Interval(begin, end)
+
+
+def finish(client):
+    """Receives until every track has said goodbye."""
+    client.receive(lambda: len(goodbyes(client)) == len(client.tracks), "every track says goodbye", 40)
+
+
+def goodbyes(client):
+    """The tracks that said goodbye: RTCP packets with a BYE in them (RFC 3550, section 6.6)."""
+    return [track for track, data in client.rtcp if 203 in packet_types(data)]
+
+
+def packet_types(compound):
+    types = []
+    while compound:
+        assert compound[0] >> 6 == 2, compound.hex()
+        types.append(compound[1])
+        compound = compound[4 + 4 * int.from_bytes(compound[2:4], "big"):]
+    return types
+
+
+def npt(answer):
+    """Begin and end that an answer to PLAY tells, in seconds."""
+    begin, end = re.fullmatch(r"npt=([0-9.]+)-([0-9.]+)", answer.headers["range"]).groups()
+    return float(begin), float(end)
+
+
+def first_second(client, info):
+    """The play time of the first packet: RTP-Info names the time stamp of the answer's begin (RFC 2326, section 12.33).
+    A key picture from before the begin of an interval has a time below 0."""
+    video = client.video()
+    ahead = (client.packets(video)[0].timestamp - info[video][1] + 2**31) % 2**32 - 2**31
+    return npt(client.answer)[0] + ahead / 90000
+
+
+class Timeline:
+    """Which picture of the film stands at which second of an interval, from one play of the whole of it."""
+
+    def __init__(self, first, begin):
+        self.first = first
+        self.begin = begin
+
+    def number(self, seconds):
+        return self.first + round((seconds - self.begin) * RATE)
+
+    def key_before(self, seconds):
+        """The key picture at or before an instant."""
+        number = self.first + math.floor((seconds - self.begin) * RATE + 0.01)
+        return number - number % GOP
+
+
+class Recorded:
+    """A server that has recorded, and one play of it from the begin to the end."""
+
+    def __init__(self, server, film):
+        self.server = server
+        self.film = film
+        self.interval = record(server, SECONDS + 2)
+        self.url = url(server, self.interval.begin, self.interval.begin + SECONDS)
+        with RtspClient(self.url) as client:
+            info = client.open()
+            finish(client)
+            self.whole = film.pictures(client.rtp)
+            self.timeline = Timeline(self.whole[0].number, first_second(client, info))
+
+    def play(self, transport="tcp", headers=None):
+        """A client that has received everything that PLAY with these headers brings."""
+        with RtspClient(self.url, transport) as client:
+            client.describe()
+            client.setup_all()
+            client.play(headers or {})
+            finish(client)
+        return client
+
+    def pictures(self, client, first=0):
+        return self.film.pictures(client.packets(client.video())[first:])

@@ -1,0 +1,219 @@
+"""Recordings are played back picture by picture as they were taken: over the borders of segments, from the picture that
+was asked for, at the speed that was asked for, to the end."""
+
+import calendar
+import itertools
+import re
+import time
+
+import pytest
+import recordings
+from pictures import RATE
+from recordings import SECONDS, finish, goodbyes, npt
+from rtsp_client import RtspClient, assert_no_gap
+from server import wait_until
+
+PERIOD = 90000 // RATE
+
+
+def numbers(pictures):
+    return [picture.number for picture in pictures]
+
+
+def assert_successive(pictures):
+    """Every picture of the film in turn, each at its time."""
+    assert numbers(pictures) == list(range(pictures[0].number, pictures[0].number + len(pictures)))
+    steps = {(b.timestamp - a.timestamp) & 0xFFFFFFFF for a, b in itertools.pairwise(pictures)}
+    assert steps == {PERIOD}
+
+
+def clock(seconds):
+    whole = time.strftime("%Y%m%dT%H%M%S", time.gmtime(int(seconds)))
+    return f"{whole}.{round(seconds % 1 * 1000):03}Z"
+
+
+def seconds_of(told):
+    whole, fraction = told.rstrip("Z").split(".")
+    return calendar.timegm(time.strptime(whole, "%Y%m%dT%H%M%S")) + float("0." + fraction)
+
+
+def test_description_tells_the_length(recorded):
+    with RtspClient(recorded.url) as client:
+        text = client.describe()
+    assert re.search(rf"^a=range:npt=0-{SECONDS}\r$", text, re.M), text
+    assert re.search(rf"^a=length:npt={SECONDS}\r$", text, re.M), text
+    assert text.count("a=range:") == 1
+
+
+def test_every_picture_is_played_once_and_in_time(recorded, transport):
+    client = recorded.play(transport)
+    packets = client.packets(client.video())
+    if transport == "udp":
+        first = packets[0].sequence
+        packets.sort(key=lambda packet: (packet.sequence - first) & 0xFFFF)
+    assert_no_gap(packets)
+    pictures = recorded.film.pictures(packets)
+    assert pictures[0].key
+    assert_successive(pictures)
+    assert npt(client.answer) == (0, SECONDS)
+    assert -1 < recorded.timeline.begin <= 0, "the key picture before the begin comes first"
+    inside = [picture for picture in pictures if picture.number >= recorded.timeline.number(0)]
+    assert len(inside) == pytest.approx(SECONDS * RATE, abs=1)
+    assert [track for track, _ in client.rtcp[-1:]] == [client.video()] and client.rtcp_after[-1] == len(client.rtp), \
+        "the goodbye is the last"
+
+
+def test_answer_names_the_first_packet(recorded, transport):
+    with RtspClient(recorded.url, transport) as client:
+        client.describe()
+        client.setup_all()
+        info = client.play({"Range": "npt=3.2-"})
+        client.receive(lambda: len(client.rtp) > 0, "a packet")
+        sequence, timestamp = info[client.video()]
+        assert (client.rtp[0].sequence, client.rtp[0].timestamp) == (sequence, timestamp)
+        assert client.rtp[0].ssrc == client.tracks[client.video()].ssrc
+        assert client.played_at == 0, "the answer comes before the first packet"
+
+
+@pytest.mark.parametrize("wanted", [0.5, 1.0, 2.04, 3.98, 5.5, 7.9])
+@pytest.mark.parametrize("unit", ["npt", "clock"])
+def test_a_seek_lands_on_the_key_picture_before(recorded, unit, wanted):
+    base = recorded.interval.begin
+    value = f"npt={wanted}-" if unit == "npt" else f"clock={clock(base + wanted)}-"
+    client = recorded.play(headers={"Range": value, "Speed": "8"})
+    pictures = recorded.pictures(client)
+    expected = max(recorded.timeline.key_before(wanted), recorded.whole[0].number)
+    assert pictures[0].number == expected
+    assert_successive(pictures)
+    assert pictures[-1].number == recorded.whole[-1].number
+    begin = max(0, recorded.timeline.begin + (expected - recorded.timeline.first) / RATE)
+    if unit == "npt":
+        assert npt(client.answer) == (pytest.approx(begin, abs=0.002), SECONDS)
+    else:
+        told, end = re.fullmatch(r"clock=(\w+[.]\w+)-(\w+[.]\w+)", client.answer.headers["range"]).groups()
+        assert seconds_of(told) == pytest.approx(base + begin, abs=0.002)
+        assert end == clock(base + SECONDS)
+
+
+def test_a_range_ends_where_it_says(recorded):
+    client = recorded.play(headers={"Range": "npt=2-4.5", "Speed": "8"})
+    pictures = recorded.pictures(client)
+    assert npt(client.answer)[1] == 4.5
+    assert abs(pictures[-1].number - (recorded.timeline.number(4.5) - 1)) <= 1
+
+
+def test_seek_while_playing(recorded):
+    with RtspClient(recorded.url) as client:
+        client.open()
+        client.receive(lambda: len(recorded.pictures(client)) > 10, "pictures")
+        client.play({"Range": "npt=6-"})
+        first = client.played_at
+        finish(client)
+        assert_no_gap(client.packets(client.video()))
+        pictures = recorded.pictures(client, first)
+        assert pictures[0].number == recorded.timeline.key_before(6)
+        assert_successive(pictures)
+        before = recorded.film.pictures(client.rtp[:first])
+        assert pictures[0].timestamp != before[-1].timestamp
+
+
+def test_pause_leaves_nothing_out(recorded):
+    with RtspClient(recorded.url) as client:
+        client.open()
+        client.receive(lambda: len(recorded.pictures(client)) > 30, "pictures")
+        assert client.request("PAUSE").status == 200
+        count = len(client.rtp)
+        client.receive_for(0.5)
+        assert len(client.rtp) == count, "nothing comes after the answer to PAUSE"
+        client.play({})
+        assert 0.5 < npt(client.answer)[0] < SECONDS
+        finish(client)
+        assert_no_gap(client.rtp)
+        assert numbers(recorded.pictures(client)) == numbers(recorded.whole)
+
+
+def test_pause_point(recorded):
+    with RtspClient(recorded.url) as client:
+        client.open()
+        assert client.request("PAUSE", headers={"Range": "npt=3"}).status == 200
+        last = recorded.timeline.number(3) - 1
+        client.receive(lambda: recorded.pictures(client)[-1].number >= last if client.rtp else False, "the pause point")
+        client.receive_for(0.5)
+        assert abs(recorded.pictures(client)[-1].number - last) <= 1
+        assert client.request("PAUSE", headers={"Range": "npt=100"}).status == 457
+        client.play({})
+        finish(client)
+        assert numbers(recorded.pictures(client)) == numbers(recorded.whole)
+
+
+@pytest.mark.parametrize("header", ["Scale", "Speed"])
+def test_twice_as_fast_takes_half_the_time(recorded, header):
+    begin = time.monotonic()
+    client = recorded.play(headers={header: "2"})
+    seconds = time.monotonic() - begin
+    assert client.answer.headers[header.lower()] == "2.0"
+    assert seconds == pytest.approx(SECONDS / 2, rel=0.1)
+    pictures = recorded.pictures(client)
+    assert numbers(pictures) == numbers(recorded.whole)
+    step = PERIOD // 2 if header == "Scale" else PERIOD
+    assert {b.timestamp - a.timestamp for a, b in itertools.pairwise(pictures)} == {step}
+
+
+def test_fast_forward_shows_key_pictures(recorded):
+    client = recorded.play(headers={"Scale": "8"})
+    assert client.answer.headers["scale"] == "8.0"
+    pictures = recorded.pictures(client)
+    assert all(picture.key for picture in pictures)
+    assert numbers(pictures) == [picture.number for picture in recorded.whole if picture.key]
+
+
+def test_play_after_the_end_begins_anew(recorded):
+    with RtspClient(recorded.url) as client:
+        client.describe()
+        client.setup_all()
+        client.play({"Range": "npt=7-"})
+        finish(client)
+        count = len(client.rtp)
+        client.play({})
+        client.receive(lambda: len(client.rtp) > count, "it plays again")
+        assert recorded.film.pictures(client.rtp[count:count + 50])[0].number == recorded.whole[0].number
+        assert_no_gap(client.rtp)
+
+
+def test_ranges_without_footage_are_refused(recorded):
+    with RtspClient(recorded.url) as client:
+        client.describe()
+        client.setup_all()
+        for wanted in ["npt=5-3", f"npt={SECONDS}-", "clock=19961108T142300Z-19961108T142400Z", "smpte=0:01:00-"]:
+            assert client.request("PLAY", headers={"Range": wanted}).status == 457, wanted
+        assert client.request("PLAY", headers={"Scale": "fast"}).status == 400
+        assert client.request("PLAY", headers={"Range": "npt=7-"}).status == 200
+
+
+def test_intervals_and_cameras_without_footage_are_not_found(recorded):
+    begin = recorded.interval.begin
+    for camera, first, last in [(recordings.CAMERA, 1000, 2000), (recordings.CAMERA, begin + 5, begin + 5), (77, begin, begin + 5)]:
+        with RtspClient(recordings.url(recorded.server, first, last, camera)) as client:
+            assert client.request("DESCRIBE").status == 404, (camera, first, last)
+
+
+def test_an_interval_partly_recorded_plays_what_there_is(recorded):
+    early = recorded.interval.begin - 3600
+    with RtspClient(recordings.url(recorded.server, early, recorded.interval.begin + 2)) as client:
+        client.open()
+        begin, end = npt(client.answer)
+        assert 3580 < begin < 3602 and end == 3602
+        finish(client)
+        pictures = recorded.pictures(client)
+        assert_successive(pictures)
+        assert abs(pictures[-1].number - (recorded.timeline.number(2) - 1)) <= 1
+
+
+def test_a_vanished_client_leaves_nothing(recorded):
+    clients = [RtspClient(recorded.url) for _ in range(5)]
+    for client in clients:
+        client.open()
+    for client in clients:
+        client.close()
+    wait_until(lambda: recorded.server.sessions() == 0, 10, "the sessions end with their connections")
+    assert len(goodbyes(recorded.play(headers={"Range": "npt=7-"}))) == 1

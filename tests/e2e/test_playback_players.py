@@ -1,0 +1,38 @@
+"""Players that people have show a recording as it was taken, to its end."""
+
+import itertools
+import subprocess
+
+import ffmpeg
+import pytest
+from pictures import RATE
+from recordings import SECONDS
+
+
+def test_ffmpeg_decodes_every_picture(recorded, transport):
+    frames = ffmpeg.decode(recorded.url, transport, limits=(), keep_times=False)
+    assert len(frames) == len(recorded.whole)
+    assert len({frame.checksum for frame in frames}) == len(frames)
+    assert all(a.pts < b.pts for a, b in itertools.pairwise(frames[1:])), "time never goes back"
+    originals = ffmpeg.decode(recorded.film.path, limits=("-frames:v", str(recorded.whole[-1].number + 1)), maps=("0:v",))
+    assert [frame.checksum for frame in frames] == \
+        [originals[picture.number].checksum for picture in recorded.whole], "as the camera saw them"
+
+
+def test_ffprobe_tells_the_duration(recorded):
+    run = subprocess.run(["ffprobe", "-v", "error", "-rtsp_transport", "tcp", "-show_entries", "format=duration", "-of",
+                          "csv=p=0", recorded.url], capture_output=True, text=True, timeout=30, check=True)
+    assert float(run.stdout) == pytest.approx(SECONDS, abs=1 / RATE)
+    assert run.stderr == ""
+
+
+def test_rtspsrc_plays_to_the_end(recorded, transport, tmp_path):
+    path = tmp_path / "pictures.mkv"
+    run = subprocess.run(
+        ["gst-launch-1.0", "rtspsrc", f"location={recorded.url}", f"protocols={transport}", "latency=200", "!",
+         "rtph264depay", "!", "h264parse", "!", "matroskamux", "!", "filesink", f"location={path}"],
+        capture_output=True, text=True, timeout=60)
+    assert run.returncode == 0 and "ERROR" not in run.stdout + run.stderr, run.stdout[-2000:] + run.stderr
+    probe = subprocess.run(["ffprobe", "-v", "error", "-count_packets", "-show_entries", "stream=nb_read_packets", "-of",
+                            "csv=p=0", path], capture_output=True, text=True, check=True)
+    assert int(probe.stdout) == pytest.approx(SECONDS * RATE, abs=1), "exactly the interval is shown"
