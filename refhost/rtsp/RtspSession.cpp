@@ -4,9 +4,9 @@
 #include <exception>
 #include <utility>
 
-#include "hostapi/description/MediaInfo.h"
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
+#include "refhost/rtsp/DescribedTracks.h"
 #include "refhost/rtsp/StatusMap.h"
 #include "support/StatusCode.h"
 
@@ -107,7 +107,7 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     }
     if (trackId.empty())
     {
-        const RtspStatus status = onlyTrack(trackId);
+        const RtspStatus status = DescribedTracks(*controller_).onlySent(trackId);
         if (status != rtspOk)
         {
             return status;
@@ -127,7 +127,8 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     auto track = std::make_unique<Track>();
     track->id = std::move(trackId);
     SubMediaInfo description;
-    track->backChannel = isDescribed(track->id, description) && description.getAudioBackInfoFlag();
+    track->backChannel =
+        DescribedTracks(*controller_).find(track->id, description) && description.getAudioBackInfoFlag();
     const RtspStatus status = make(track->delivery);
     if (status != rtspOk)
     {
@@ -434,7 +435,8 @@ RtspStatus RtspSession::select(std::string_view trackId, std::vector<Track*>& ou
     if (track == nullptr)
     {
         SubMediaInfo described;
-        return isDescribed(std::string(trackId), described) ? rtspInvalidState : rtspNotFound;
+        return DescribedTracks(*controller_).find(std::string(trackId), described) ? rtspInvalidState
+                                                                                   : rtspNotFound;
     }
     out.push_back(track);
     return rtspOk;
@@ -462,35 +464,6 @@ std::vector<std::string> RtspSession::idsOf(const std::vector<Track*>& tracks)
         ids.push_back(track->id);
     }
     return ids;
-}
-
-RtspStatus RtspSession::onlyTrack(std::string& trackId)
-{
-    MediaInfo info;
-    const int code = (*controller_)->getMediaInfo(info);
-    if (code != 0)
-    {
-        return StatusMap::ofCode(Step::control, code);
-    }
-    for (const SubMediaInfo& track : info.getAllSubMediaInfo())
-    {
-        if (track.getAudioBackInfoFlag())
-        {
-            continue;
-        }
-        if (!trackId.empty())
-        {
-            return rtspAggregateNotAllowed;
-        }
-        trackId = track.trackId;
-    }
-    return trackId.empty() ? rtspAggregateNotAllowed : rtspOk;
-}
-
-bool RtspSession::isDescribed(const std::string& trackId, SubMediaInfo& out)
-{
-    MediaInfo info;
-    return (*controller_)->getMediaInfo(info) == 0 && info.getSubMediaInfo(trackId, out);
 }
 
 /// Goes on whatever happens: the rest of the session must be let go all the same.

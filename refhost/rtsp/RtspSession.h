@@ -161,9 +161,7 @@ private:
     Played played(const std::vector<Track*>& tracks, const PlayOrder& order);
     static std::vector<std::string> idsOf(const std::vector<Track*>& tracks);
     RtspStatus select(std::string_view trackId, std::vector<Track*>& out);
-    RtspStatus onlyTrack(std::string& trackId);
     void stopTrack(Track& track);
-    bool isDescribed(const std::string& trackId, SubMediaInfo& out);
 
     const std::string id_;
     const std::string presentation_;
