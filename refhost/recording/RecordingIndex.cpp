@@ -26,6 +26,7 @@ constexpr const char* schema =
     " path TEXT NOT NULL UNIQUE,"  // below the directory, which may move
     " closed INTEGER NOT NULL);"
     "CREATE INDEX segment_of_stream ON segment(camera, stream, begin_ns);"
+    "CREATE INDEX segment_by_length ON segment(camera, stream, duration_ns);"
     "CREATE INDEX segment_by_age ON segment(begin_ns);"
     "CREATE INDEX segment_unclosed ON segment(closed) WHERE closed = 0;"
     "PRAGMA user_version = 1;"
@@ -144,13 +145,23 @@ bool RecordingIndex::openReading(std::string& error)
     }
     bool good = true;
     const std::string select = columns;
-    const std::string overlaps = "camera = ? AND begin_ns < ? AND begin_ns + duration_ns + iif(closed, 0, " +
-                                 std::to_string(openReserveNs) + ") > ?";
+    // The longest segment bounds how far before the interval one can begin that reaches into it; so the
+    // time does not grow with the number of segments.
     reading_.find =
-        prepared(database, select + "WHERE " + overlaps + " AND stream = ? ORDER BY begin_ns, id", good);
-    reading_.lowestStream = prepared(database, "SELECT min(stream) FROM segment WHERE " + overlaps, good);
-    reading_.streams =
-        prepared(database, "SELECT DISTINCT camera, stream FROM segment ORDER BY camera, stream", good);
+        prepared(database,
+                 select + "WHERE camera = ?1 AND stream = ?2 AND begin_ns < ?4 AND begin_ns > ?3 - " +
+                     std::to_string(openReserveNs) +
+                     " - (SELECT max(duration_ns) FROM segment WHERE camera = ?1 AND stream = ?2)"
+                     " AND begin_ns + duration_ns + iif(closed, 0, " +
+                     std::to_string(openReserveNs) + ") > ?3 ORDER BY begin_ns, id",
+                 good);
+    // Two searches instead of a comparison of pairs, for which SQLite would read the camera's whole index.
+    reading_.streamAfter =
+        prepared(database,
+                 "SELECT * FROM (SELECT camera, stream FROM segment WHERE camera = ?1 AND stream > ?2"
+                 " ORDER BY stream LIMIT 1) UNION ALL SELECT * FROM (SELECT camera, stream FROM segment"
+                 " WHERE camera > ?1 ORDER BY camera, stream LIMIT 1) LIMIT 1",
+                 good);
     reading_.ofStream =
         prepared(database, select + "WHERE camera = ? AND stream = ? ORDER BY begin_ns, id", good);
     reading_.all = prepared(database, select + "ORDER BY begin_ns, id", good);
@@ -168,35 +179,44 @@ bool RecordingIndex::openReading(std::string& error)
 std::vector<RecordedSegment> RecordingIndex::find(int cameraId, std::int64_t beginNs,
                                                   std::int64_t endNs) const
 {
-    std::int64_t streamId = 0;
+    std::optional<RecordedStream> stream = streamAfter({cameraId, -1});
+    while (stream && stream->cameraId == cameraId)
     {
-        const std::lock_guard<std::mutex> guard(readingMutex_);
-        SqliteQuery query(*reading_.lowestStream, cameraId, endNs, beginNs);
-        if (!query.next() || query.isNull(0))
+        std::vector<RecordedSegment> found = find(cameraId, stream->streamId, beginNs, endNs);
+        if (!found.empty())
         {
-            return {};
+            return found;
         }
-        streamId = query.number(0);
+        stream = streamAfter(*stream);
     }
-    return find(cameraId, static_cast<int>(streamId), beginNs, endNs);
+    return {};
 }
 
 std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, std::int64_t beginNs,
                                                   std::int64_t endNs) const
 {
-    return segments(reading_.find, cameraId, endNs, beginNs, streamId);
+    return segments(reading_.find, cameraId, streamId, beginNs, endNs);
 }
 
 std::vector<RecordedStream> RecordingIndex::streams() const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
     std::vector<RecordedStream> found;
-    SqliteQuery query(*reading_.streams);
-    while (query.next())
+    for (std::optional<RecordedStream> next = streamAfter({-1, -1}); next; next = streamAfter(*next))
     {
-        found.push_back({static_cast<int>(query.number(0)), static_cast<int>(query.number(1))});
+        found.push_back(*next);
     }
     return found;
+}
+
+std::optional<RecordedStream> RecordingIndex::streamAfter(const RecordedStream& stream) const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.streamAfter, stream.cameraId, stream.streamId);
+    if (!query.next())
+    {
+        return std::nullopt;
+    }
+    return RecordedStream{static_cast<int>(query.number(0)), static_cast<int>(query.number(1))};
 }
 
 std::vector<FootageInterval> RecordingIndex::footage(int cameraId, int streamId) const

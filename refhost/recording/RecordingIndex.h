@@ -82,8 +82,7 @@ private:
     {
         std::unique_ptr<SqliteDatabase> database;
         SqliteDatabase::Statement find;
-        SqliteDatabase::Statement lowestStream;
-        SqliteDatabase::Statement streams;
+        SqliteDatabase::Statement streamAfter;
         SqliteDatabase::Statement ofStream;
         SqliteDatabase::Statement all;
         SqliteDatabase::Statement unclosed;
@@ -102,6 +101,7 @@ private:
     explicit RecordingIndex(std::string directory) : directory_(std::move(directory)) {}
     bool openWriting(std::string& error);
     bool openReading(std::string& error);
+    std::optional<RecordedStream> streamAfter(const RecordedStream& stream) const;
 
     template <typename... Parameters>
     std::vector<RecordedSegment> segments(const SqliteDatabase::Statement& statement,

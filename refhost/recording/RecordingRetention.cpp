@@ -9,10 +9,11 @@ namespace refhost
 int RecordingRetention::apply(RecordingIndex& index, std::int64_t nowNs) const
 {
     int removed = 0;
+    std::int64_t bytes = index.totalBytes();
     for (;;)
     {
         const std::optional<RecordedSegment> oldest = index.oldestClosed();
-        if (!oldest || !isTooMuch(index, *oldest, nowNs))
+        if (!oldest || !isTooMuch(bytes, *oldest, nowNs))
         {
             return removed;
         }
@@ -23,15 +24,16 @@ int RecordingRetention::apply(RecordingIndex& index, std::int64_t nowNs) const
         {
             return removed;
         }
+        bytes -= oldest->bytes;
         ++removed;
     }
 }
 
-bool RecordingRetention::isTooMuch(const RecordingIndex& index, const RecordedSegment& oldest,
+bool RecordingRetention::isTooMuch(std::int64_t bytes, const RecordedSegment& oldest,
                                    std::int64_t nowNs) const
 {
     const bool tooOld = limits_.maxAgeNs > 0 && oldest.beginNs + oldest.durationNs < nowNs - limits_.maxAgeNs;
-    return tooOld || (limits_.maxBytes > 0 && index.totalBytes() > limits_.maxBytes);
+    return tooOld || (limits_.maxBytes > 0 && bytes > limits_.maxBytes);
 }
 
 }  // namespace refhost

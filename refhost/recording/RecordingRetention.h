@@ -26,7 +26,7 @@ public:
     int apply(RecordingIndex& index, std::int64_t nowNs) const;
 
 private:
-    bool isTooMuch(const RecordingIndex& index, const RecordedSegment& oldest, std::int64_t nowNs) const;
+    bool isTooMuch(std::int64_t bytes, const RecordedSegment& oldest, std::int64_t nowNs) const;
 
     Limits limits_;
 };

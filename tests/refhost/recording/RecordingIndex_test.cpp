@@ -130,6 +130,15 @@ TEST_F(RecordingIndexTest, LowestStreamWithFootageInTheIntervalIsTaken)
     EXPECT_THAT(find(1, 0, 30), ElementsAre(low));
 }
 
+TEST_F(RecordingIndexTest, LongSegmentIsFoundBehindShorterOnesThatBeganLater)
+{
+    const std::int64_t shorter = add(1, 0, 100, 10);
+    EXPECT_THAT(find(1, 105, 106), ElementsAre(shorter));
+    const std::int64_t longer = add(1, 0, 0, 3600);
+    EXPECT_THAT(find(1, 105, 106), ElementsAre(longer, shorter));
+    EXPECT_THAT(find(1, 3000, 3001), ElementsAre(longer));
+}
+
 TEST_F(RecordingIndexTest, OpenSegmentIsFoundALittleBeyondWhatIsKnownOfIt)
 {
     const std::int64_t id = add(1, 0, 0, 3, false);
