@@ -24,8 +24,7 @@ class CountedFootage:
         stream = subprocess.run(
             ["ffmpeg", "-nostdin", "-v", "error", "-i", path, "-map", "0:v", "-c", "copy", "-bsf:v", "h264_mp4toannexb",
              "-f", "h264", "-"], capture_output=True, check=True, timeout=60).stdout
-        units = [unit.rstrip(b"\0") for unit in stream.split(b"\0\0\1")[1:]]
-        checksums = [_checksum(unit) for unit in units if unit[0] & 0x1F in (1, 5)]
+        checksums = _picture_checksums(stream)
         self.numbers = {checksum: number for number, checksum in enumerate(checksums)}
         assert len(self.numbers) == len(checksums), "every picture is one of its kind"
 
@@ -55,8 +54,17 @@ class CountedFootage:
             pictures.append(Picture(self.numbers[checksum], group[0].timestamp, slices[0][0] & 0x1F == 5, group))
         return pictures
 
+    def numbers_in(self, stream):
+        """The pictures in a byte stream of H.264, which must all be the film's."""
+        return [self.numbers[checksum] for checksum in _picture_checksums(stream)]
+
     def next(self, number):
         return (number + 1) % len(self.numbers)
+
+
+def _picture_checksums(stream):
+    units = [unit.rstrip(b"\0") for unit in stream.split(b"\0\0\1")[1:]]
+    return [_checksum(unit) for unit in units if unit[0] & 0x1F in (1, 5)]
 
 
 def _checksum(unit):
