@@ -102,8 +102,12 @@ void TrackSender::pause()
 void TrackSender::end()
 {
     pause();
-    const std::int64_t wallNs = settings_.clock->wallNs();
-    sender_.sayGoodbye(wallNs, timeline_.at(wallNs));
+    // Who never sent anything does not say goodbye (RFC 3550, section 6.3.7).
+    if (sender_.statistics().packets != 0)
+    {
+        const std::int64_t wallNs = settings_.clock->wallNs();
+        sender_.sayGoodbye(wallNs, timeline_.at(wallNs));
+    }
     sender_.disconnect();
     stream_->leave(*track_);
 }

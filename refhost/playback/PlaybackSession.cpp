@@ -352,6 +352,9 @@ void PlaybackSession::startSending(PlaybackTrack& track)
     }
     sending_ = true;
     track.playing = true;
+    // A track that has nothing to send says goodbye all the same, against RFC 3550, section 6.3.7: players
+    // take a recording for ended when every track has.
+    track.saidGoodbye = false;
     track.first.sequenceNumber = track.sender.sequence();
     track.first.rtpTimestamp = track.timestamp(pacer_.timeline().at(rangeBeginNs_));
     togetherUntilMs_ = settings_.clock->monotonicMs() + settings_.togetherMs;

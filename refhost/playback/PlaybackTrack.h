@@ -34,7 +34,7 @@ public:
 
     RtpSender sender;
     bool playing = false;
-    /// Goodbye was said after the last packet.
+    /// Goodbye was said since the last play() and the last packet.
     bool saidGoodbye = true;
     /// What RTP-Info says of the last play().
     RTPPacketInfo first;

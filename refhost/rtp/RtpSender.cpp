@@ -97,7 +97,7 @@ void RtpSender::sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_
 
 void RtpSender::sayGoodbye(std::int64_t wallNs, std::uint32_t rtpTimestamp)
 {
-    if (transport_ == nullptr || statistics_.packets == 0)
+    if (transport_ == nullptr)
     {
         return;
     }

@@ -114,7 +114,7 @@ public:
 
     /// \param rtpTimestamp  of the instant `wallNs`
     void sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_t rtpTimestamp);
-    /// Says goodbye when packets were sent. Nothing happens without a way.
+    /// Says goodbye, also where no packet was sent. Nothing happens without a way.
     void sayGoodbye(std::int64_t wallNs, std::uint32_t rtpTimestamp);
 
     /// Takes a compound RTCP packet of the client's.

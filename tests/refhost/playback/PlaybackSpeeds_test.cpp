@@ -152,6 +152,16 @@ TEST_F(PlaybackSpeeds, WithoutRateControlItGoesAsFastAsTheWayTakesIt)
     EXPECT_TRUE(saidGoodbye(*wire));
 }
 
+TEST_F(PlaybackSpeeds, ATrackThatHadNothingToSendSaysGoodbyeAtTheEndToo)
+{
+    setUpBoth(4, 1);
+    pass(6000);
+    ASSERT_TRUE(session->ended());
+    EXPECT_TRUE(sound->packets.empty());
+    EXPECT_TRUE(saidGoodbye(*pictures));
+    EXPECT_TRUE(saidGoodbye(*sound));
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace refhost
