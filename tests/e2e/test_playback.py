@@ -4,6 +4,7 @@ was asked for, at the speed that was asked for, to the end."""
 import calendar
 import itertools
 import re
+import statistics
 import time
 
 import pytest
@@ -73,6 +74,19 @@ def test_answer_names_the_first_packet(recorded, transport):
         assert (client.rtp[0].sequence, client.rtp[0].timestamp) == (sequence, timestamp)
         assert client.rtp[0].ssrc == client.tracks[client.video()].ssrc
         assert client.played_at == 0, "the answer comes before the first packet"
+
+
+def test_the_first_picture_comes_soon(recorded):
+    waits = []
+    for start in range(7):
+        with RtspClient(recorded.url) as client:
+            client.describe()
+            client.setup_all()
+            begin = time.monotonic()
+            client.play({"Range": f"npt={start}.3-"})
+            client.receive(lambda: any(packet.marker for packet in client.rtp), "a whole picture")
+            waits.append(time.monotonic() - begin)
+    assert statistics.median(waits) < 0.2, waits
 
 
 @pytest.mark.parametrize("wanted", [0.5, 1.0, 2.04, 3.98, 5.5, 7.9])
