@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-pytest.register_assert_rewrite("ffmpeg", "pictures", "recordings", "rtsp_client", "server", "wire")
+pytest.register_assert_rewrite("ffmpeg", "gstreamer", "network", "pictures", "recordings", "rtsp_client", "server", "wire")
 
 import recordings
 from server import DEFAULT_CONFIG, Server

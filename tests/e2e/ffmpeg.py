@@ -28,9 +28,11 @@ def complaints(run):
     return [line for line in run.stderr.splitlines() if "bind failed: Address already in use" not in line]
 
 
-def decode(source, transport=None, limits=("-t", "10"), maps=("0",), timeout=60, keep_times=True):
-    """Decodes, and returns every decoded frame; anything that ffmpeg complains of fails the test."""
-    arguments = ["ffmpeg", "-nostdin", "-v", "error", "-xerror"]
+def decode(source, transport=None, limits=("-t", "10"), maps=("0",), timeout=60, keep_times=True, prefix=()):
+    """Decodes, and returns every decoded frame; anything that ffmpeg complains of fails the test.
+
+    `prefix` is a command that runs it elsewhere."""
+    arguments = [*prefix, "ffmpeg", "-nostdin", "-v", "error", "-xerror"]
     if keep_times:
         # The first packet of an RTSP stream has no time for ffmpeg; this keeps it from being taken for the second's.
         arguments.append("-copyts")

@@ -24,6 +24,9 @@ class Server:
         self.folder = pathlib.Path(folder)
         self.folder.mkdir(parents=True, exist_ok=True)
         self.config_path = self.folder / "ovrtspd.toml"
+        # The same tests are run once more for the second live controller.
+        if "OV_LIVE_CONTROLLER" in os.environ and "live-controller" not in config:
+            config = f'live-controller = "{os.environ["OV_LIVE_CONTROLLER"]}"\n{config}'
         self.config_path.write_text(config)
         self.output_path = self.folder / "stdout.txt"
         self.log_path = self.folder / "log.txt"
@@ -51,9 +54,9 @@ class Server:
     def pid(self):
         return self.process.pid
 
-    def url(self, camera=1, stream=0, credentials=""):
+    def url(self, camera=1, stream=0, credentials="", family="orv/live"):
         at = credentials + "@" if credentials else ""
-        return f"rtsp://{at}{self.address}:{self.port}/orv/live/{camera}/{stream}"
+        return f"rtsp://{at}{self.address}:{self.port}/{family}/{camera}/{stream}"
 
     def output(self):
         return self.output_path.read_text(errors="replace")

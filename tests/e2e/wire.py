@@ -8,20 +8,20 @@ from server import wait_until
 
 
 class Capture:
-    """Captures the loopback interface while the `with` block runs.
+    """Captures an interface while the `with` block runs, the loopback one unless told otherwise.
 
     Usable only where segmentation offload is off in the server: otherwise one captured frame holds several
     packets.
     """
 
-    def __init__(self, folder, rtsp_port, media_ports):
+    def __init__(self, folder, rtsp_port, media_ports, interface="lo", prefix=()):
         self.path = folder / "capture.pcapng"
         self.rtsp_port = rtsp_port
         ports = " or ".join([f"tcp port {rtsp_port}", *(f"udp port {port}" for port in media_ports)])
         self.messages = folder / "tshark.txt"
         with open(self.messages, "wb") as out:
             self.process = subprocess.Popen(
-                ["tshark", "-i", "lo", "-f", ports, "-B", "64", "-w", str(self.path)],
+                [*prefix, "tshark", "-i", interface, "-f", ports, "-B", "64", "-w", str(self.path)],
                 stdin=subprocess.DEVNULL, stdout=out, stderr=out)
 
     def __enter__(self):

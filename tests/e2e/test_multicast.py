@@ -1,0 +1,322 @@
+import contextlib
+import itertools
+import os
+import pathlib
+import re
+import select
+import socket
+import struct
+import subprocess
+import time
+
+import pytest
+
+import ffmpeg
+import gstreamer
+from network import CLIENT_INTERFACE, SERVER_ADDRESS, OtherMachine, groups_at_loopback
+from rtsp_client import RtspClient, assert_no_gap
+from server import wait_until
+from wire import Capture
+
+CONFIG = """
+port = 0
+log-level = "debug"
+segmentation-offload = false
+linger = 1
+listen = "{listen}"
+
+[limits]
+session-timeout = {timeout}
+orphan-timeout = 2
+
+[[camera]]
+id = 1
+[[camera.stream]]
+id = 0
+width = 640
+height = 360
+bit-rate = 500
+gop = 10
+[[camera.stream]]
+id = 1
+width = 160
+height = 120
+frame-rate = 100
+bit-rate = 100
+multicast = "239.255.99.1:6000"
+"""
+FAMILY = "orv/multicast"
+GROUP = "239.255.42.0"
+PORTS = [5004, 5005, 5006, 5007]
+FIXED_GROUP = "239.255.99.1"
+
+
+@pytest.fixture
+def other_machine():
+    machine = OtherMachine()
+    yield machine
+    machine.close()
+
+
+def serve_cable(serve, extra="", timeout=60):
+    """A server that is reached over the cable."""
+    instance = serve(extra + CONFIG.format(listen=SERVER_ADDRESS, timeout=timeout))
+    instance.allow_problem("anybody who reaches")
+    return instance
+
+
+@pytest.fixture
+def server(serve, other_machine):
+    return serve_cable(serve)
+
+
+class Viewer(RtspClient):
+    """Joins the groups that the server names."""
+
+    def __init__(self, server, machine=None, stream=0):
+        self.inside = machine.inside if machine else contextlib.nullcontext
+        with self.inside():
+            super().__init__(server.url(1, stream, family=FAMILY))
+
+    def setup_all(self):
+        for track in self.tracks:
+            response = self.request("SETUP", track.url, {"Transport": "RTP/AVP;multicast"})
+            assert response.status == 200, response
+            self.session_header = response.headers["session"]
+            self.session = self.session_header.split(";")[0]
+            transport = dict(field.partition("=")[::2] for field in response.headers["transport"].split(";"))
+            track.ssrc = int(transport["ssrc"], 16)
+            self.destination = transport["destination"]
+            self.ttl = int(transport["ttl"])
+            with self.inside():
+                track.sockets = tuple(member(self.destination, int(port)) for port in transport["port"].split("-"))
+
+
+def member(group, port):
+    joined = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    joined.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    joined.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 << 20)
+    joined.bind((group, port))
+    joined.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, struct.pack("4sL", socket.inet_aton(group), 0))
+    return joined
+
+
+def video_packets(viewer):
+    return viewer.packets(viewer.video())
+
+
+def numbers(values):
+    return [int(value, 0) for value in values]
+
+
+def captured(capture):
+    """(time, SSRC, sequence number, TTL, destination) of each RTP packet on the wire"""
+    fields = ("frame.time_epoch", "rtp.ssrc", "rtp.seq", "ip.ttl", "ip.dst")
+    return [(float(frame["frame.time_epoch"][0]), *numbers(frame["rtp.ssrc"] + frame["rtp.seq"] + frame["ip.ttl"]),
+             frame["ip.dst"][0]) for frame in capture.dissect("rtp", *fields)]
+
+
+def test_ffmpeg_and_rtspsrc_play_across_a_cable(server, other_machine, tmp_path):
+    url = server.url(family=FAMILY)
+    streams = ffmpeg.decode(url, "udp_multicast", ("-frames:v", "50"), ("0:v",), prefix=other_machine.prefix)
+    assert len(streams) == 50
+    stream, times = gstreamer.record(
+        url, "udp-mcast", tmp_path / "pictures.mkv", "video",
+        ["rtph264depay", "!", "avdec_h264", "!", "identity", "eos-after=51", "!", "jpegenc"],
+        prefix=other_machine.prefix)
+    assert (stream["width"], stream["height"]) == (640, 360)
+    assert len(times) == 50
+    assert all(0.03 < b - a < 0.05 for a, b in zip(times, times[1:])), times
+    wait_until(lambda: server.sessions() == 0, 5, "the players' sessions are gone")
+
+
+def test_ffmpeg_and_rtspsrc_play_on_the_same_machine(serve, tmp_path):
+    with groups_at_loopback():
+        server = serve(CONFIG.format(listen="127.0.0.1", timeout=60))
+        url = server.url(family=FAMILY)
+        assert len(ffmpeg.decode(url, "udp_multicast", ("-frames:v", "50"), ("0:v",))) == 50
+        _, times = gstreamer.record(url, "udp-mcast", tmp_path / "sound.mkv", "audio",
+                                    ["rtppcmudepay", "!", "mulawdec", "!", "identity", "eos-after=21"])
+        assert len(times) == 20
+        server.stop()
+
+
+def test_a_machine_reaches_its_own_groups_on_a_network(server, other_machine):
+    """What leaves over the cable comes back to members on the server's machine too."""
+    with Viewer(server, other_machine) as there:
+        there.open()
+        with member_here() as here:
+            there.receive(lambda: len(video_packets(there)) > 50, "video across the cable")
+            here.settimeout(5)
+            assert len(here.recv(2000)) > 12
+
+
+@contextlib.contextmanager
+def member_here(group=GROUP, port=PORTS[0]):
+    joined = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    joined.bind((group, port))
+    joined.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP,
+                      socket.inet_aton(group) + socket.inet_aton(SERVER_ADDRESS))
+    with joined:
+        yield joined
+
+
+def test_five_viewers_share_one_stream_of_packets(server, other_machine, tmp_path):
+    with contextlib.ExitStack() as stack:
+        viewers = [stack.enter_context(Viewer(server, other_machine)) for _ in range(5)]
+        with Capture(tmp_path, server.port, PORTS, CLIENT_INTERFACE, other_machine.prefix) as capture:
+            for viewer in viewers:
+                viewer.open()
+                assert (viewer.destination, viewer.ttl) == (GROUP, 1)
+                viewer.receive(lambda: len(video_packets(viewer)) > 20, "video")
+            viewers[0].receive_for(3)
+            for viewer in viewers:
+                viewer.receive_for(0.2)
+                assert viewer.request("TEARDOWN").status == 200
+                end = time.time()
+            wait_until(lambda: server.sessions() == 0, 5, "all have left")
+            time.sleep(1)
+    packets = captured(capture)
+    assert len(packets) > 300
+    assert len({packet[1:3] for packet in packets}) == len(packets), "each packet is on the wire once"
+    assert {packet[1] for packet in packets} == {track.ssrc for track in viewers[0].tracks}, "one SSRC for each track"
+    assert {packet[3:] for packet in packets} == {(1, GROUP)}
+    assert packets[-1][0] < end + 0.05, "nothing is sent after the last TEARDOWN"
+    for viewer in viewers:
+        assert {track.ssrc for track in viewer.tracks} == {track.ssrc for track in viewers[0].tracks}
+        for index in range(len(viewer.tracks)):
+            assert_no_gap(viewer.packets(index))
+    first = {viewer.rtp[0].sequence for viewer in viewers}
+    assert len(first) == 5, "they came one after the other"
+    kinds = [kind for frame in capture.dissect("rtcp", "rtcp.pt") for kind in numbers(frame["rtcp.pt"])]
+    assert kinds.count(200) >= 2 and kinds.count(203) == 2, "reports go to the group, and a goodbye for each track"
+    assert capture.dissect("_ws.malformed && (rtp || rtcp || rtsp)", "frame.number") == []
+
+
+def test_what_rtp_info_tells_comes_first(server, other_machine):
+    with Viewer(server, other_machine) as viewer:
+        info = viewer.open()
+        viewer.receive(lambda: all(viewer.packets(i) for i in info), "both tracks")
+        for index, told in info.items():
+            packet = viewer.packets(index)[0]
+            assert (packet.sequence, packet.timestamp) == told
+        assert video_packets(viewer)[0].nal_types()[0] in (7, 8, 5), "it begins with a key picture"
+
+
+def test_five_viewers_leave_in_every_order(server, other_machine):
+    streams = {}
+    with member_here(FIXED_GROUP, 6000) as everything:
+        everything.settimeout(5)
+        for order in itertools.permutations(range(5)):
+            with contextlib.ExitStack() as stack:
+                viewers = [stack.enter_context(Viewer(server, other_machine, stream=1)) for _ in order]
+                for viewer in viewers:
+                    viewer.open()
+                for index in order:
+                    collect(everything, streams)
+                    assert viewers[index].request("TEARDOWN").status == 200
+        wait_until(lambda: server.sessions() == 0, 5, "all have left")
+    assert len(streams) == 120, "each round has a stream of its own"
+    for sequence in streams.values():
+        assert len(sequence) >= 5
+        assert all((b - a) & 0xFFFF == 1 for a, b in zip(sequence, sequence[1:])), "nobody's leaving makes a gap"
+
+
+def collect(joined, streams):
+    """Sequence numbers by SSRC, of what waits and of one packet that comes after it."""
+    waiting = True
+    while waiting:
+        waiting = select.select([joined], [], [], 0)[0]
+        data = joined.recv(2000)
+        streams.setdefault(data[8:12], []).append(int.from_bytes(data[2:4], "big"))
+
+
+def test_the_death_of_the_last_viewer_frees_the_group(server, other_machine, tmp_path):
+    players = [subprocess.Popen(
+        [*other_machine.prefix, "ffmpeg", "-nostdin", "-v", "quiet", "-rtsp_transport", "udp_multicast",
+         "-i", server.url(family=FAMILY), "-f", "null", "-"]) for _ in range(2)]
+    try:
+        wait_until(lambda: server.connections() == 2, 15, "both players are connected")
+        with member_here() as here:
+            here.settimeout(5)
+            assert here.recv(2000)
+            players.pop().kill()
+            wait_until(lambda: server.sessions() == 1, 10, "the first has left")
+            assert here.recv(2000)
+            players.pop().kill()
+            wait_until(lambda: server.sessions() == 0, 10, "the last has left")
+            wait_until(lambda: GROUP not in memberships(), 5, "the group is left")
+            while True:
+                try:
+                    here.settimeout(1)
+                    here.recv(2000)
+                except TimeoutError:
+                    break
+    finally:
+        for player in players:
+            player.kill()
+
+
+def memberships():
+    """The groups that this machine is in, but for the one of the test's own socket."""
+    run = subprocess.run(["ip", "-4", "-j", "maddress", "show", "dev", "ovm0"], capture_output=True, text=True,
+                         check=True)
+    users = dict(re.findall(r'"address":"([0-9.]+)"(?:,"users":(\d+))?', run.stdout))
+    return [group for group, count in users.items() if group != GROUP or int(count or 1) > 1]
+
+
+def test_a_machine_that_vanishes_leaves_within_its_time_out(serve, other_machine):
+    server = serve_cable(serve, timeout=4)
+    with Viewer(server, other_machine) as viewer:
+        viewer.open()
+        viewer.receive(lambda: len(video_packets(viewer)) > 20, "video")
+        other_machine.pull_the_cable()
+        wait_until(lambda: server.sessions() == 0, 10, "the session timed out")
+    assert "timed out" in server.log()
+
+
+def test_a_stream_has_the_group_that_is_fixed_for_it(server, other_machine):
+    with Viewer(server, other_machine, stream=1) as viewer:
+        description = viewer.describe()
+        assert f"c=IN IP4 {FIXED_GROUP}/1\r\n" in description
+        assert "m=video 6000 RTP/AVP" in description
+        viewer.setup_all()
+        viewer.play()
+        viewer.receive(lambda: len(video_packets(viewer)) > 20, "video")
+        assert viewer.destination == FIXED_GROUP
+
+
+def test_the_server_works_no_more_for_five_viewers_than_for_one(server, other_machine):
+    """Prints what it measured; the bound leaves room for a busy machine."""
+    seconds = {}
+    with contextlib.ExitStack() as stack:
+        for count in (1, 5):
+            while len(stack._exit_callbacks) < count:
+                stack.enter_context(Viewer(server, other_machine)).open()
+            time.sleep(1)
+            begin = cpu_seconds(server.pid)
+            time.sleep(8)
+            seconds[count] = cpu_seconds(server.pid) - begin
+    print(f"CPU of the server in 8 s: {seconds[1]:.2f} s with one viewer, {seconds[5]:.2f} s with five")
+    assert seconds[5] < seconds[1] * 1.3 + 0.1
+
+
+def cpu_seconds(pid):
+    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def test_one_encoder_serves_both_controllers_and_the_group(serve, other_machine):
+    server = serve_cable(serve, 'live-controller = "both"\n')
+    with RtspClient(server.url()) as first, RtspClient(server.url(family="second/orv/live")) as second, \
+            Viewer(server, other_machine) as third:
+        for client in (first, second, third):
+            info = client.open()
+            client.receive(lambda: len(video_packets(client)) > 60, "video")
+            index = client.video()
+            assert (client.packets(index)[0].sequence, client.packets(index)[0].timestamp) == info[index]
+        assert server.log().count("camera 1 stream 0: starting") == 1, "one pipeline"
+        pictures = [{packet.payload for packet in video_packets(client) if packet.marker}
+                    for client in (first, second, third)]
+        first.receive_for(1)
+    assert pictures[1] & pictures[2], "the same encoder's pictures, whichever the way"
