@@ -11,7 +11,7 @@ namespace
 {
 
 /// Segments that are tried until one can be read.
-constexpr std::size_t mostTried = 8;
+constexpr int mostTried = 8;
 /// Segments whose tracks are remembered.
 constexpr std::size_t mostKnown = 64;
 /// Units that are looked at until a track can be described.
@@ -29,15 +29,14 @@ int FootageDescriber::describe(const FootageDirectory& directory, int cameraId, 
     {
         return hostRecordingUnknown;
     }
-    const auto segments = directory.find(cameraId, *streamId, beginNs, endNs);
+    const auto segments = directory.find(cameraId, *streamId, beginNs, endNs, mostTried);
     if (segments.empty())
     {
         return hostRecordingUnknown;
     }
-    const std::size_t count = std::min(segments.size(), mostTried);
-    for (std::size_t i = 0; i < count; ++i)
+    for (const RecordedSegment& segment : segments)
     {
-        if (describeSegment(segments[i], out))
+        if (describeSegment(segment, out))
         {
             return 0;
         }

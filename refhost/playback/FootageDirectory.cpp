@@ -9,14 +9,13 @@ IndexedFootage::IndexedFootage(std::shared_ptr<const RecordingIndex> index) : in
 
 std::optional<int> IndexedFootage::streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const
 {
-    const std::vector<RecordedSegment> found = index_->find(cameraId, beginNs, endNs);
-    return found.empty() ? std::nullopt : std::optional<int>(found.front().streamId);
+    return index_->streamOf(cameraId, beginNs, endNs);
 }
 
 std::vector<RecordedSegment> IndexedFootage::find(int cameraId, int streamId, std::int64_t beginNs,
-                                                  std::int64_t endNs) const
+                                                  std::int64_t endNs, int most) const
 {
-    return index_->find(cameraId, streamId, beginNs, endNs);
+    return index_->find(cameraId, streamId, beginNs, endNs, most);
 }
 
 }  // namespace refhost

@@ -22,8 +22,9 @@ public:
 
     /// Segments of a stream with footage in [beginNs, endNs), closed and open ones, in the order of their
     /// begin.
+    /// \param most  how many, the first ones
     virtual std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
-                                              std::int64_t endNs) const = 0;
+                                              std::int64_t endNs, int most) const = 0;
 };
 
 /// What a RecordingIndex knows.
@@ -33,8 +34,8 @@ public:
     explicit IndexedFootage(std::shared_ptr<const RecordingIndex> index);
 
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override;
-    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
-                                      std::int64_t endNs) const override;
+    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
+                                      int most) const override;
 
 private:
     const std::shared_ptr<const RecordingIndex> index_;

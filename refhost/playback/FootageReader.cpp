@@ -15,10 +15,8 @@ namespace
 constexpr std::int64_t second = 1'000'000'000;
 /// A picture lasts about this long where nothing tells.
 constexpr std::int64_t usualPictureNs = 40'000'000;
-/// The index is asked about so much time at first, and about twice as much each time that there was nothing.
-constexpr std::int64_t firstSearchNs = 120 * second;
 /// Segments that are remembered from one question to the index.
-constexpr std::size_t mostFound = 16;
+constexpr int mostFound = 16;
 /// How often in a row a reader comes back for footage that is being written before that counts as its end.
 constexpr int mostWaits = 30;
 /// How old the end of the last segment may be while the next one is still expected.
@@ -97,20 +95,16 @@ FootageReader::Opened FootageReader::openNext()
 /// The next segment by begin. One is not found twice, however its neighbours overlap.
 bool FootageReader::nextSegment(RecordedSegment& out)
 {
-    std::int64_t beginNs = soughtFromNs_;
-    for (std::int64_t span = firstSearchNs; found_.empty() && beginNs < request_.endNs; span *= 2)
+    if (found_.empty())
     {
-        const std::int64_t endNs = request_.endNs - beginNs > span ? beginNs + span : request_.endNs;
         for (RecordedSegment& segment :
-             directory_->find(request_.cameraId, request_.streamId, beginNs, endNs))
+             directory_->find(request_.cameraId, request_.streamId, soughtFromNs_, request_.endNs, mostFound))
         {
-            const bool later = !segment_ || segment.beginNs > segment_->beginNs;
-            if (later && found_.size() < mostFound)
+            if (!segment_ || segment.beginNs > segment_->beginNs)
             {
                 found_.push_back(std::move(segment));
             }
         }
-        beginNs = endNs;
     }
     if (found_.empty())
     {
@@ -167,7 +161,7 @@ bool FootageReader::reopenGrown()
 {
     const std::int64_t beginNs = segment_->beginNs;
     for (RecordedSegment& now :
-         directory_->find(request_.cameraId, request_.streamId, beginNs, beginNs + second))
+         directory_->find(request_.cameraId, request_.streamId, beginNs, beginNs + second, mostFound))
     {
         std::error_code failure;
         const auto size = static_cast<std::int64_t>(std::filesystem::file_size(now.path, failure));

@@ -92,7 +92,6 @@ void PlaybackSession::takePlace(const Place& place, const PlaybackSource::Reques
     reading_ = request;
     section_ = first.section;
     pacer_.timeline().jump(first.mediaNs, speed_.scale);
-    rangeBeginNs_ = std::max(first.mediaNs, interval_.beginNs);
     sentUntilNs_ = first.mediaNs;
     queue_.add(std::move(first));
     placed_ = true;
@@ -319,7 +318,9 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
     {
         return dueMs;
     }
-    if (!pacer_.running() || (paced && nowMs - dueMs > settings_.lateMs))
+    const bool tells = track.sender.transport()->transportKind == IConnection::interleavedTcp;
+    const std::int64_t lateMs = tells ? settings_.lateMs : settings_.lateDatagramsMs;
+    if (!pacer_.running() || (paced && nowMs - dueMs > lateMs))
     {
         pacer_.start(nowMs, wallNs, playNs);
         wantReports();
@@ -337,7 +338,6 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
     head.packetsSent += result.packets;
     if (result.status != SendStatus::sent)
     {
-        const bool tells = track.sender.transport()->transportKind == IConnection::interleavedTcp;
         return result.status == SendStatus::congested ? nowMs + (tells ? freeAnywayMs : settings_.retryMs)
                                                       : never;
     }

@@ -17,8 +17,9 @@ struct PlaybackSettings
     std::int64_t readAheadMs = 1000;
     std::size_t readAheadBytes = 1U << 20U;
     /// A session that comes to send later than this, milliseconds, goes on at its pace from there instead of
-    /// catching up.
+    /// catching up; over UDP sooner, because what goes out in a burst is lost.
     std::int64_t lateMs = 2000;
+    std::int64_t lateDatagramsMs = 200;
     /// How long, in milliseconds, what is due for a track that does not play waits for its play() while
     /// another track of the session plays; then it is left out.
     std::int64_t togetherMs = 200;

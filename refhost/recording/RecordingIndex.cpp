@@ -153,7 +153,7 @@ bool RecordingIndex::openReading(std::string& error)
                      std::to_string(openReserveNs) +
                      " - (SELECT max(duration_ns) FROM segment WHERE camera = ?1 AND stream = ?2)"
                      " AND begin_ns + duration_ns + iif(closed, 0, " +
-                     std::to_string(openReserveNs) + ") > ?3 ORDER BY begin_ns, id",
+                     std::to_string(openReserveNs) + ") > ?3 ORDER BY begin_ns, id LIMIT ?5",
                  good);
     // Two searches instead of a comparison of pairs, for which SQLite would read the camera's whole index.
     reading_.streamAfter =
@@ -179,23 +179,28 @@ bool RecordingIndex::openReading(std::string& error)
 std::vector<RecordedSegment> RecordingIndex::find(int cameraId, std::int64_t beginNs,
                                                   std::int64_t endNs) const
 {
-    std::optional<RecordedStream> stream = streamAfter({cameraId, -1});
-    while (stream && stream->cameraId == cameraId)
-    {
-        std::vector<RecordedSegment> found = find(cameraId, stream->streamId, beginNs, endNs);
-        if (!found.empty())
-        {
-            return found;
-        }
-        stream = streamAfter(*stream);
-    }
-    return {};
+    const std::optional<int> streamId = streamOf(cameraId, beginNs, endNs);
+    return streamId ? find(cameraId, *streamId, beginNs, endNs) : std::vector<RecordedSegment>();
 }
 
 std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, std::int64_t beginNs,
-                                                  std::int64_t endNs) const
+                                                  std::int64_t endNs, int most) const
 {
-    return segments(reading_.find, cameraId, streamId, beginNs, endNs);
+    return segments(reading_.find, cameraId, streamId, beginNs, endNs, most);
+}
+
+std::optional<int> RecordingIndex::streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const
+{
+    std::optional<RecordedStream> stream = streamAfter({cameraId, -1});
+    while (stream && stream->cameraId == cameraId)
+    {
+        if (!find(cameraId, stream->streamId, beginNs, endNs, 1).empty())
+        {
+            return stream->streamId;
+        }
+        stream = streamAfter(*stream);
+    }
+    return std::nullopt;
 }
 
 std::vector<RecordedStream> RecordingIndex::streams() const

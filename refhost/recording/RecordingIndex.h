@@ -47,8 +47,11 @@ public:
     /// and open ones, in the order of their begin.
     std::vector<RecordedSegment> find(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
     /// The same of one stream.
-    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
-                                      std::int64_t endNs) const;
+    /// \param most  how many, the first ones; negative: all
+    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
+                                      int most = -1) const;
+    /// The lowest stream of a camera with footage in [beginNs, endNs); nothing where there is none.
+    std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
 
     /// Every stream with a segment, in the order of camera and stream.
     std::vector<RecordedStream> streams() const;

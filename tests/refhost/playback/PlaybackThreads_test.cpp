@@ -92,10 +92,13 @@ TEST_F(PlaybackThreads, NothingLeavesAfterAPauseHasReturned)
     for (int i = 0; i < 50; ++i)
     {
         session->setRange(video, i % 15, 120, playRangeUnpaced, true);
-        while (session->play(video) == hostStreamNotReady)
+        int status = hostStreamNotReady;
+        for (int tries = 0; tries < 1'000'000 && status == hostStreamNotReady; ++tries)
         {
             std::this_thread::yield();
+            status = session->play(video);
         }
+        ASSERT_EQ(status, 0);
         session->pause(video);
         const auto count = wire->units().size();
         wire->ready();

@@ -90,6 +90,24 @@ TEST_F(PlaybackWays, AfterALongStopItGoesOnAtItsPace)
     EXPECT_NEAR(static_cast<double>(wire->units().size() - before), 26, 1);
 }
 
+TEST_F(PlaybackWays, OverUdpAShortStopIsNotMadeUpForInABurst)
+{
+    const auto wire = setUp(video);
+    transports.at(video)->transportKind = IConnection::udpUnicast;
+    ASSERT_EQ(play(video), 0);
+    pass(500);
+    wire->capacity = 0;
+    pass(1000);
+    const auto before = wire->units().size();
+    wire->capacity = SIZE_MAX;
+    clock.advanceMs(5);
+    runWorkers();
+    EXPECT_GT(wire->units().size(), before) << "it is tried again without a word from the way";
+    EXPECT_LE(wire->units().size(), before + 6) << "of the 25 that were due";
+    pass(1000);
+    EXPECT_NEAR(static_cast<double>(wire->units().size() - before), 28, 3);
+}
+
 TEST_F(PlaybackWays, AWayThatForgetsToTellIsTriedAgain)
 {
     const auto wire = setUp(video);

@@ -44,12 +44,12 @@ public:
 
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override
     {
-        const auto found = find(cameraId, 0, beginNs, endNs);
+        const auto found = find(cameraId, 0, beginNs, endNs, 1);
         return found.empty() ? std::nullopt : std::optional<int>(0);
     }
 
-    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
-                                      std::int64_t endNs) const override
+    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
+                                      int most) const override
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         std::vector<RecordedSegment> found;
@@ -64,6 +64,7 @@ public:
         std::sort(found.begin(), found.end(),
                   [](const RecordedSegment& left, const RecordedSegment& right)
                   { return left.beginNs < right.beginNs; });
+        found.resize(std::min(found.size(), static_cast<std::size_t>(most)));
         return found;
     }
 

@@ -139,6 +139,27 @@ TEST_F(RecordingIndexTest, LongSegmentIsFoundBehindShorterOnesThatBeganLater)
     EXPECT_THAT(find(1, 3000, 3001), ElementsAre(longer));
 }
 
+TEST_F(RecordingIndexTest, StreamOfAnIntervalIsToldWithoutItsSegments)
+{
+    add(1, 2, 0, 10);
+    add(1, 1, 20, 10);
+    EXPECT_EQ(index_->streamOf(1, year2026, year2026 + 10 * second), 2);
+    EXPECT_EQ(index_->streamOf(1, year2026, year2026 + 30 * second), 1);
+    EXPECT_EQ(index_->streamOf(1, year2026 + 12 * second, year2026 + 15 * second), std::nullopt);
+    EXPECT_EQ(index_->streamOf(2, year2026, year2026 + 30 * second), std::nullopt);
+}
+
+TEST_F(RecordingIndexTest, NoMoreSegmentsAreFoundThanAskedFor)
+{
+    add(1, 0, 20, 10);
+    const std::int64_t first = add(1, 0, 0, 10);
+    const std::int64_t next = add(1, 0, 10, 10);
+    const auto found = index_->find(1, 0, year2026, year2026 + 3600 * second, 2);
+    ASSERT_EQ(found.size(), 2U);
+    EXPECT_EQ(found[0].id, first);
+    EXPECT_EQ(found[1].id, next);
+}
+
 TEST_F(RecordingIndexTest, OpenSegmentIsFoundALittleBeyondWhatIsKnownOfIt)
 {
     const std::int64_t id = add(1, 0, 0, 3, false);
