@@ -187,6 +187,21 @@ TEST_F(PlaybackWays, AReportFollowsAPauseBecauseTheMappingMoved)
     EXPECT_EQ(all.back().rtp, wire->packets[sent].timestamp);
 }
 
+TEST_F(PlaybackWays, AReportFollowsAChangeOfSpeedBecauseTheMappingMoved)
+{
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    pass(300);
+    ASSERT_EQ(reports(*wire).size(), 1U);
+    ASSERT_EQ(session->setSpeed(video, 1, 2), 0);
+    pass(50);
+    const auto all = reports(*wire);
+    ASSERT_EQ(all.size(), 2U);
+    const auto passed = static_cast<double>(all[1].ntpNs - all[0].ntpNs) / 1e9;
+    const auto played = static_cast<double>(all[1].rtp - all[0].rtp) / 90'000;
+    EXPECT_NEAR(played, 0.3 + 2 * (passed - 0.3), 0.001);
+}
+
 TEST_F(PlaybackWays, ReportsOfTheClientAreCounted)
 {
     const auto wire = setUp(video);
