@@ -1,11 +1,12 @@
 """Sounds to send and to judge: sentences and tones, their encodings, and how like two sounds are."""
 
 import subprocess
+import wave
 
 import numpy
 
 RATE = 48000  # of the WAV files that the server writes here
-SENTENCE = "The quick brown fox jumps over the lazy dog, and nobody at the gate has heard it coming."
+SENTENCE = "Hello there, please leave the parcel at the door."
 FORMATS = {"pcmu": "mulaw", "pcma": "alaw"}
 CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000}
 LEAD_SECONDS = 0.6  # silence before a sound: the output is opened a third of a second after PLAY at the latest
@@ -72,6 +73,14 @@ def read_wav(path):
     return numpy.frombuffer(data[44:44 + size], "<i2").astype(float)
 
 
+def write_wav(path, samples):
+    with wave.open(str(path), "wb") as file:
+        file.setnchannels(1)
+        file.setsampwidth(2)
+        file.setframerate(RATE)
+        file.writeframes(samples.astype("<i2").tobytes())
+
+
 def place(sound, heard):
     """Where `sound` begins in `heard`: the offset in samples at which they are most alike."""
     assert len(heard) >= len(sound), f"only {len(heard) / RATE:.2f} s of {len(sound) / RATE:.2f} s were heard"
@@ -97,6 +106,12 @@ def strongest(heard):
     shift = 0.5 * (left - right) / (left - 2 * middle + right)
     power = (spectrum[max(0, peak - 3):peak + 4] ** 2).sum() / (window ** 2).sum()
     return (peak + shift) * RATE / len(heard), float(numpy.sqrt(4 * power / len(heard)))
+
+
+def amplitude(hertz, heard):
+    """Of one tone."""
+    turning = numpy.exp(-2j * numpy.pi * hertz * numpy.arange(len(heard)) / RATE)
+    return float(2 * abs(heard @ turning) / len(heard))
 
 
 def longest_hole(heard, level):

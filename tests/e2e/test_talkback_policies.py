@@ -1,0 +1,68 @@
+import threading
+
+import pytest
+from server import wait_until
+from sound import RATE, amplitude, encode, read_wav, tone, with_lead
+from speaker import Speaker, talk_back
+
+FIRST_HERTZ = 600
+SECOND_HERTZ = 1400
+LEVEL = 8000
+SECONDS = 2.0
+LATER_SECONDS = 1.0
+
+
+def both_talk(server, transport):
+    """Two clients' tones, the second one a second later; returns what was heard from the first one's beginning on."""
+    with Speaker(server.url(), transport, seed=1).open() as first, \
+            Speaker(server.url(), transport, seed=2).open() as second:
+        later = threading.Timer(LATER_SECONDS, second.speak, [encode("pcmu", tone(SECOND_HERTZ, SECONDS, LEVEL))])
+        # The second one listens to its own connection alone, as the first one does: each has its own thread.
+        first_packets = encode("pcmu", with_lead(tone(FIRST_HERTZ, SECONDS, LEVEL)))
+        first.speak(first_packets[:30])
+        later.start()
+        first.speak(first_packets[30:])
+        later.join()
+        first.rest()
+        first.tear_down()
+        second.tear_down()
+    wait_until(lambda: "is closed" in server.log(), 5, "the output is closed")
+    server.stop()
+    sound = read_wav(server.folder / "talk.wav")
+    begin = int((abs(sound) > LEVEL / 2).argmax())
+    return lambda hertz, at: amplitude(hertz, sound[begin + int(at * RATE):begin + int((at + 0.25) * RATE)]) / LEVEL
+
+
+@pytest.mark.parametrize("policy, both_heard", [("first", (1, 0)), ("newest", (0, 1)), ("mix", (1, 1))])
+def test_who_is_heard_while_two_talk_is_the_policys(serve, transport, policy, both_heard):
+    server = serve(talk_back(policy=policy))
+    level = both_talk(server, transport)
+    assert level(FIRST_HERTZ, 0.5) == pytest.approx(1, abs=0.15), "alone at first"
+    assert level(SECOND_HERTZ, 0.5) < 0.05
+    assert level(FIRST_HERTZ, 1.4) == pytest.approx(both_heard[0], abs=0.15)
+    assert level(SECOND_HERTZ, 1.4) == pytest.approx(both_heard[1], abs=0.15)
+    # By then the first one has been silent for more than half a second.
+    assert level(FIRST_HERTZ, 2.68) < 0.05
+    assert level(SECOND_HERTZ, 2.68) == pytest.approx(1, abs=0.15)
+
+
+def test_with_refuse_a_second_client_is_answered_453_until_the_first_one_ends(serve, transport):
+    server = serve(talk_back(policy="refuse"))
+    with Speaker(server.url(), transport).open() as first:
+        with Speaker(server.url(), transport) as second:
+            second.describe()
+            assert second.setup().status == 453
+        first.speak(encode("pcmu", with_lead(tone(FIRST_HERTZ, 0.5, LEVEL))))
+        first.rest()
+        first.tear_down()
+        with Speaker(server.url(), transport, seed=2).open() as second:
+            second.speak(encode("pcmu", with_lead(tone(SECOND_HERTZ, 0.5, LEVEL))))
+            second.rest()
+            second.tear_down()
+    wait_until(lambda: server.sessions() == 0, 5, "no session is left")
+    server.stop()
+    sound = read_wav(server.folder / "talk.wav")
+    begin = int((abs(sound) > LEVEL / 2).argmax())
+    assert amplitude(FIRST_HERTZ, sound[begin:begin + RATE // 3]) > 0.8 * LEVEL
+    end = len(sound) - int((abs(sound[::-1]) > LEVEL / 2).argmax())
+    assert amplitude(SECOND_HERTZ, sound[end - RATE // 3:end]) > 0.8 * LEVEL

@@ -1,0 +1,81 @@
+import os
+import re
+import subprocess
+
+import pytest
+from server import Server, wait_until
+from sound import LEAD_SECONDS, RATE, decode, encode, likeness, speech, tone, with_lead
+from speaker import Speaker, talk_back
+
+import numpy
+
+ENOUGH = 0.9
+
+
+class SoundServer:
+    """A PulseAudio of the test's own with one sink, which nobody hears but a recording."""
+
+    def __init__(self, folder):
+        self.socket = folder / "pulse-socket"
+        self.environment = {"HOME": str(folder), "XDG_RUNTIME_DIR": str(folder), "PULSE_SERVER": f"unix:{self.socket}",
+                            "PULSE_RUNTIME_PATH": str(folder), "PATH": os.environ["PATH"]}
+        self.process = None
+        self.start()
+
+    def start(self):
+        self.process = subprocess.Popen(
+            ["pulseaudio", "--daemonize=no", "--exit-idle-time=-1", "--disable-shm=yes", "--use-pid-file=no", "-n",
+             "-L", f"module-native-protocol-unix socket={self.socket} auth-anonymous=1",
+             "-L", f"module-null-sink sink_name=hall rate={RATE} channels=1"],
+            env=self.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(lambda: subprocess.run(["pactl", "info"], env=self.environment, capture_output=True,
+                                          timeout=20).returncode == 0, 20, "the sound server answers")
+
+    def stop(self):
+        self.process.kill()
+        self.process.wait()
+
+    def record(self, path):
+        with open(path, "wb") as out:
+            return subprocess.Popen(["parec", "--device=hall.monitor", "--format=s16le", f"--rate={RATE}",
+                                     "--channels=1", "--latency-msec=20"], env=self.environment, stdout=out)
+
+
+@pytest.fixture
+def sound_server(tmp_path, monkeypatch):
+    instance = SoundServer(tmp_path)
+    for name in ("PULSE_SERVER", "XDG_RUNTIME_DIR", "HOME"):
+        monkeypatch.setenv(name, instance.environment[name])
+    yield instance
+    instance.stop()
+
+
+def test_a_sentence_is_heard_on_a_sink_and_again_when_the_sound_server_comes_back(serve, sound_server, tmp_path):
+    server = serve(talk_back(output="pulse", device="hall"))
+    server.allow_problem(r"talk-back: PulseAudio sink hall (failed|cannot be opened: Connection refused)")
+    server.allow_problem(r"talk-back: the audio output failed with -9")
+    packets = encode("pcmu", with_lead(speech()))
+    sent = decode("pcmu", packets)[int(LEAD_SECONDS * RATE):]
+    with Speaker(server.url(), "udp").open() as speaker:
+        for turn in range(2):
+            recording = sound_server.record(tmp_path / f"heard{turn}")
+            try:
+                # A recording begins some time after it was asked for.
+                wait_until(lambda: (tmp_path / f"heard{turn}").stat().st_size > 0, 10, "sound is recorded")
+                speaker.speak(packets)
+                speaker.rest(0.5)
+            finally:
+                recording.terminate()
+                recording.wait()
+            heard = numpy.frombuffer((tmp_path / f"heard{turn}").read_bytes(), "<i2").astype(float)
+            assert likeness(sent, heard) > ENOUGH
+            if turn == 0:
+                sound_server.stop()
+                speaker.speak(encode("pcmu", tone(seconds=0.5)))
+                assert "PulseAudio sink hall failed" in server.log()
+                sound_server.start()
+                opened = server.log().count("is open")
+                wait_until(lambda: server.log().count("is open") > opened, 5, "the output is opened again")
+        speaker.tear_down()
+    wait_until(lambda: server.sessions() == 0, 5, "no session is left")
+    assert re.search(r"PulseAudio sink hall is closed", server.log())
