@@ -9,6 +9,8 @@ RATE = 48000  # of the WAV files that the server writes here
 SENTENCE = "Hello there, please leave the parcel at the door."
 FORMATS = {"pcmu": "mulaw", "pcma": "alaw"}
 CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000}
+PIECE = RATE * 4 // 10
+SHIFT = RATE // 10
 LEAD_SECONDS = 0.6  # silence before a sound: the output is opened a third of a second after PLAY at the latest
 
 
@@ -90,11 +92,25 @@ def place(sound, heard):
 
 
 def likeness(sound, heard):
-    """Correlation of `sound` with the piece of `heard` that is most like it: 1 for the same sound at any level."""
+    """Correlation of `sound` with what is most like it in `heard`: 1 for the same sound at any level.
+
+    Piece by piece: where a busy machine sent or played late for a moment, what follows may stand a little later.
+    """
     at = place(sound, heard)
-    piece, sound = heard[at:at + len(sound)], sound.astype(float)
-    norm = numpy.linalg.norm(piece) * numpy.linalg.norm(sound)
-    return float(piece @ sound / norm) if norm else 0.0
+    sound = sound.astype(float)
+    product = power = 0.0
+    for begin in range(0, len(sound), PIECE):
+        piece = sound[begin:begin + PIECE]
+        first = max(0, at + begin - SHIFT)
+        nearby = heard[first:at + begin + len(piece) + SHIFT]
+        if len(nearby) < len(piece):
+            continue
+        offset = place(piece, nearby)
+        found = nearby[offset:offset + len(piece)]
+        product += found @ piece
+        power += found @ found
+    norm = numpy.sqrt(power * (sound @ sound))
+    return float(product / norm) if norm else 0.0
 
 
 def strongest(heard):

@@ -87,12 +87,15 @@ protected:
             new OutputPlayer(std::make_unique<ClockedOutput>(HostClock::system()), {48000, 1}, 60)));
     }
 
-    bool add(const std::string& session, const std::shared_ptr<Wire>& wire)
+    int add(const std::string& session)
     {
         const SubMediaInfo track = *backChannelOf("pcmu");
-        return manager_->initSession(session, track.trackId, track, 1364) == 0 &&
-               manager_->addSessionConnection(session, SafePointer<IConnection>(new FakeTransport(wire))) ==
-                   0;
+        return manager_->initSession(session, track.trackId, track, 1364);
+    }
+
+    int connect(const std::string& session, const std::shared_ptr<Wire>& wire)
+    {
+        return manager_->addSessionConnection(session, SafePointer<IConnection>(new FakeTransport(wire)));
     }
 
     static void bring(Wire& wire, const Bytes& packet, bool rtcp = false)
@@ -112,13 +115,14 @@ protected:
         }
     }
 
-    // One client's life, with everything that a host may ask meanwhile. The worker may end the session at any
-    // moment of it.
+    // One client's life, with everything that a host may ask meanwhile. The worker, or another thread that
+    // clears what does not play, may end the session at any moment of it.
     void live(int thread, int round)
     {
         const std::string session = std::to_string(thread) + "-" + std::to_string(round);
         const auto wire = std::make_shared<Wire>();
-        ASSERT_TRUE(add(session, wire));
+        unexpected_ += add(session) == 0 ? 0 : 1;
+        expectDoneOrGone(connect(session, wire));
         expectDoneOrGone(manager_->startAudio(session));
         RtpPacket packet;
         packet.ssrc = static_cast<std::uint32_t>(thread);
@@ -134,7 +138,7 @@ protected:
             expectDoneOrGone(manager_->getConnetionState(session, playing));
             expectDoneOrGone(manager_->getTrackSSRC(session, ssrc));
             manager_->findSession(session);
-            EXPECT_LE(0, manager_->getSessionNum());
+            unexpected_ += manager_->getSessionNum() < 0 ? 1 : 0;
             std::this_thread::sleep_for(milliseconds(round % 4));
         }
         expectDoneOrGone(manager_->pauseAudio(session));
@@ -154,10 +158,13 @@ protected:
         expectDoneOrGone(manager_->stopAudio(session));
     }
 
-    static void expectDoneOrGone(int result)
+    // Counted, because what a test has to say does not get through while the library's lines are kept away.
+    void expectDoneOrGone(int result)
     {
-        EXPECT_TRUE(result == statusSuccess || result == statusRefused) << result;
+        unexpected_ += result == statusSuccess || result == statusRefused ? 0 : 1;
     }
+
+    std::atomic<int> unexpected_{0};
 
     const SafePointer<OVAudioBackDispatcherMgr> manager_ = OVAudioBackDispatcherMgr::getInstance();
 };
@@ -166,9 +173,11 @@ protected:
 
 TEST_F(TalkBackChurn, SessionsComeAndGoOnManyThreadsAndLeaveNothing)
 {
-    CapturedOutput output;
+    // A sanitizer has a thread of its own from the first one on.
+    std::thread([] {}).join();
     const std::size_t threadsBefore = entriesOf("/proc/self/task");
     const std::size_t filesBefore = entriesOf("/proc/self/fd");
+    auto output = std::make_unique<CapturedOutput>();
     ASSERT_EQ(0, manager_->start());
     const auto end = Clock::now() + churnTime();
     std::array<std::atomic<int>, 4> rounds{};
@@ -188,9 +197,13 @@ TEST_F(TalkBackChurn, SessionsComeAndGoOnManyThreadsAndLeaveNothing)
     {
         thread.join();
     }
-    EXPECT_TRUE(manager_->isRunning());
-    EXPECT_EQ(0, manager_->getSessionNum());
+    const bool running = manager_->isRunning();
+    const int sessionsLeft = manager_->getSessionNum();
     manager_->stop();
+    output.reset();
+    EXPECT_EQ(0, unexpected_) << "an operation was neither done nor was its session gone";
+    EXPECT_TRUE(running);
+    EXPECT_EQ(0, sessionsLeft);
     EXPECT_FALSE(manager_->isRunning());
     EXPECT_EQ(threadsBefore, entriesOf("/proc/self/task"));
     EXPECT_EQ(filesBefore, entriesOf("/proc/self/fd"));
@@ -211,7 +224,8 @@ TEST_F(TalkBackChurn, ServerThatStopsInMidTalkLeavesNothing)
         {
             wires.push_back(std::make_shared<Wire>());
             const std::string session = std::to_string(i);
-            ASSERT_TRUE(add(session, wires.back()));
+            ASSERT_EQ(0, add(session));
+            ASSERT_EQ(0, connect(session, wires.back()));
             ASSERT_EQ(0, manager_->startAudio(session));
             bring(*wires.back(), RtpPacket().bytes());
         }
@@ -232,7 +246,8 @@ TEST_F(TalkBackChurn, FiftyPlayingSessionsCostTheWorkerLessThanATenthOfACore)
     for (int i = 0; i < 50; ++i)
     {
         wires.push_back(std::make_shared<Wire>());
-        ASSERT_TRUE(add(std::to_string(i), wires.back()));
+        ASSERT_EQ(0, add(std::to_string(i)));
+        ASSERT_EQ(0, connect(std::to_string(i), wires.back()));
         ASSERT_EQ(0, manager_->startAudio(std::to_string(i)));
     }
     ASSERT_EQ(0, manager_->start());
