@@ -164,6 +164,11 @@ bool RequestHandler::accept(Exchange& exchange, bool admitted)
     }
     exchange.url = std::move(*url);
     exchange.require = RequireHeader::of(request);
+    const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
+    if (exchange.require.replay && route != nullptr && !route->recorded)
+    {
+        exchange.require.refuseReplay();
+    }
     if (!exchange.require.unsupported.empty())
     {
         ResponseWriter& out = exchange.begin(rtspOptionNotSupported);

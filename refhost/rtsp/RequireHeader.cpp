@@ -6,6 +6,17 @@
 
 namespace refhost
 {
+namespace
+{
+
+constexpr std::string_view replayTag = "onvif-replay";
+
+void append(std::string& list, std::string_view tag)
+{
+    list.append(list.empty() ? "" : ", ").append(tag);
+}
+
+}  // namespace
 
 RequireHeader RequireHeader::of(const RtspRequest& request)
 {
@@ -23,13 +34,13 @@ RequireHeader RequireHeader::of(const RtspRequest& request)
                 {
                     out.backchannel = true;
                 }
-                else if (tag == "onvif-replay")
+                else if (tag == replayTag)
                 {
                     out.replay = true;
                 }
                 else if (!tag.empty())
                 {
-                    out.unsupported.append(out.unsupported.empty() ? "" : ", ").append(tag);
+                    append(out.unsupported, tag);
                 }
             }
         }
@@ -39,6 +50,12 @@ RequireHeader RequireHeader::of(const RtspRequest& request)
         c = c == '\r' || c == '\n' ? ' ' : c;
     }
     return out;
+}
+
+void RequireHeader::refuseReplay()
+{
+    replay = false;
+    append(unsupported, replayTag);
 }
 
 }  // namespace refhost

@@ -21,6 +21,9 @@ struct RequireHeader
 
     /// Option tags are compared letter by letter.
     static RequireHeader of(const RtspRequest& request);
+
+    /// Counts "onvif-replay" as unsupported: the presentation is no recording.
+    void refuseReplay();
 };
 
 }  // namespace refhost

@@ -272,6 +272,14 @@ TEST_F(PlayVerbsTest, WithoutReplayItsHeadersChangeNothing)
     EXPECT_EQ(script_->countOf("setPlayRange"), 0);
 }
 
+TEST_F(PlayVerbsTest, ALiveStreamHasNoReplay)
+{
+    const std::string id = setUpTcp(*client_, 1);
+    const Received response = client_->request("PLAY", url(), session(id) + "Require: onvif-replay\r\n");
+    EXPECT_EQ(response.status, 551);
+    EXPECT_EQ(response.header("Unsupported"), "onvif-replay");
+}
+
 TEST_F(PlayVerbsTest, ALiveStreamIgnoresScaleAndSpeed)
 {
     const std::string id = setUpTcp(*client_, 1);

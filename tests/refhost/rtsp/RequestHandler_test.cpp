@@ -123,6 +123,7 @@ const StatusCase statusCases[] = {
     {"ProxyRequire", "OPTIONS", "*", "Proxy-Require: gzipped-messages\r\n", "", 551},
     {"OneUnknown", "DESCRIBE", "orv/live/1/0", "Require: www.onvif.org/ver20/backchannel, magic\r\n", "",
      551},
+    {"ReplayOfALiveStream", "DESCRIBE", "orv/live/1/0", "Require: onvif-replay\r\n", "", 551},
     {"KnownFeatures", "OPTIONS", "*", "Require: onvif-replay, www.onvif.org/ver20/backchannel\r\n", "", 200},
     {"BackChannel", "DESCRIBE", "orv/live/1/0", "Require: www.onvif.org/ver20/backchannel\r\n", "", 200},
     {"KeepAliveWithoutSession", "GET_PARAMETER", "orv/live/1/0", "", "", 200},

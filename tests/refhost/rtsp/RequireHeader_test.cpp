@@ -67,6 +67,14 @@ TEST(RequireHeader, TagsDifferInTheCaseOfTheirLetters)
     EXPECT_EQ(require.unsupported, "ONVIF-Replay");
 }
 
+TEST(RequireHeader, ReplayMayBeRefusedAsUnsupported)
+{
+    RequireHeader require = parsed({{"Require", "magic, onvif-replay"}});
+    require.refuseReplay();
+    EXPECT_FALSE(require.replay);
+    EXPECT_EQ(require.unsupported, "magic, onvif-replay");
+}
+
 TEST(RequireHeader, LineEndsOfAFoldedLineDoNotGetIntoTheAnswer)
 {
     EXPECT_EQ(parsed({{"Require", "a\r\n b,\r\n c"}}).unsupported, "a   b, c");
