@@ -283,6 +283,19 @@ TEST_F(DirectPlayBack, PausesAndGoesOnWithoutLosingAPicture)
     EXPECT_EQ(200u, viewer.audio->units().size());
 }
 
+TEST_F(DirectPlayBack, PausedTrackSendsNothingWhileTheOtherPlaysToTheEnd)
+{
+    Viewer viewer = this->viewer(0, 4);
+    viewer.session->setSpeed(id, video, 1, 8);
+    playBoth(viewer);
+    ASSERT_TRUE(events_->waitFor([&] { return viewer.video->units().size() >= 5; }));
+    EXPECT_EQ(0, viewer.session->pause(id, video));
+    const std::size_t sent = viewer.video->units().size();
+    ASSERT_TRUE(events_->waitFor([&] { return saidGoodbye(*viewer.audio); }));
+    EXPECT_EQ(sent, viewer.video->units().size());
+    EXPECT_LT(sent, 100u);
+}
+
 TEST_F(DirectPlayBack, FurtherPlayOfAPlayingTrackChangesNothing)
 {
     Viewer viewer = this->viewer(0, 2);
