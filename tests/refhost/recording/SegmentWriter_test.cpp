@@ -137,6 +137,7 @@ TEST_F(SegmentWriterTest, DecodingTimesThatMakeNoSenseAreTaken)
     unit->decodeTimeNs = at(-5);
     EXPECT_TRUE(writer->write(0, *unit));
     EXPECT_TRUE(writer->close());
+    EXPECT_EQ(duration(), 0.08);
 }
 
 TEST_F(SegmentWriterTest, FileThatIsThereIsNotTouched)
