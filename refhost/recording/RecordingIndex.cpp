@@ -229,7 +229,7 @@ std::vector<FootageInterval> RecordingIndex::footage(int cameraId, int streamId)
     std::vector<FootageInterval> intervals;
     for (const RecordedSegment& segment : segments(reading_.ofStream, cameraId, streamId))
     {
-        if (intervals.empty() || segment.beginNs > intervals.back().endNs + seamNs)
+        if (intervals.empty() || segment.beginNs > intervals.back().endNs + shortestGapNs)
         {
             intervals.push_back({segment.beginNs, segment.beginNs, false});
         }

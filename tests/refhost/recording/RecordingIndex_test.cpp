@@ -187,8 +187,8 @@ TEST_F(RecordingIndexTest, FootageJoinsSegmentsThatFollowAndLeavesGapsOut)
 {
     add(1, 0, 0, 10);
     add(1, 0, 10.04, 10);
-    add(1, 0, 40, 10);
-    EXPECT_THAT(footage(1, 0), ElementsAre(Pair(0, 20.04), Pair(40, 50)));
+    add(1, 0, 20.5, 10);
+    EXPECT_THAT(footage(1, 0), ElementsAre(Pair(0, 20.04), Pair(20.5, 30.5)));
     EXPECT_THAT(footage(1, 1), IsEmpty());
 }
 
