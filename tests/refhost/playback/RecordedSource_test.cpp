@@ -181,6 +181,10 @@ TEST_F(RecordedSourceTest, OverlappingSegmentsNeverGoBack)
     {
         ASSERT_GT(read.pictures[i].mediaNs, read.pictures[i - 1].mediaNs);
     }
+    for (std::size_t i = 1; i < read.blocks.size(); ++i)
+    {
+        ASSERT_GT(read.blocks[i].mediaNs, read.blocks[i - 1].mediaNs);
+    }
     EXPECT_NEAR(secondsAt(read.pictures.back().mediaNs), 4.46, 0.001);
 }
 
@@ -212,6 +216,40 @@ TEST_F(RecordedSourceTest, PicturesOutOfOrderAreSentInTime)
     for (std::size_t i = 1; i < shown.size(); ++i)
     {
         ASSERT_NEAR(static_cast<double>(shown[i] - shown[i - 1]), 4e7, 1.1e6);
+    }
+}
+
+TEST_F(RecordedSourceTest, SoundBeginsWithTheFirstPictureAlsoBehindAGap)
+{
+    const std::string path = directory_ + "/late.mkv";
+    run("matroskamux name=mux ! filesink location=" + path +
+        " videotestsrc num-buffers=50 timestamp-offset=500000000 "
+        "! video/x-raw,format=I420,width=160,height=120,framerate=25/1 ! " +
+        pictures +
+        " ! queue ! mux. audiotestsrc samplesperbuffer=160 num-buffers=125 "
+        "! audio/x-raw,rate=8000,channels=1 ! alawenc ! queue ! mux.");
+    addSegment(0, 2);
+    addFile(path, 100, 2.5);
+    const Read read = readAll(0, 200);
+    ASSERT_EQ(read.pictures.size(), 100U);
+    EXPECT_NEAR(secondsAt(read.pictures[50].mediaNs), 100.5, 0.001);
+    const auto behind = std::find_if(read.blocks.begin(), read.blocks.end(),
+                                     [](const PlaybackUnit& block) { return block.mediaNs > at(50); });
+    ASSERT_NE(behind, read.blocks.end());
+    EXPECT_GE(behind->mediaNs, read.pictures[50].mediaNs);
+    EXPECT_LT(behind->mediaNs, read.pictures[51].mediaNs);
+}
+
+TEST_F(RecordedSourceTest, SoundOfBeforeTheFirstPictureIsLeftOutWhereverItStands)
+{
+    addFile(makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse"),
+            0, 4);
+    const Read read = readAll(2, 4);
+    EXPECT_NEAR(secondsAt(read.pictures.front().mediaNs), 2, 0.2);
+    ASSERT_FALSE(read.blocks.empty());
+    for (const PlaybackUnit& block : read.blocks)
+    {
+        ASSERT_GE(block.mediaNs, read.pictures.front().mediaNs);
     }
 }
 
