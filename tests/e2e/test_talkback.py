@@ -7,6 +7,8 @@ from sound import (LEAD_SECONDS, RATE, decode, encode, likeness, longest_hole, p
                    tone, with_lead)
 from speaker import Speaker, talk_back
 
+pytestmark = pytest.mark.usefixtures("real_time")
+
 ENOUGH = 0.9
 DELAY_SECONDS = 0.120
 PACKET_SECONDS = 0.020

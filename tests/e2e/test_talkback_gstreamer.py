@@ -7,6 +7,8 @@ from sound import (LEAD_SECONDS, RATE, decode, encode, likeness, longest_hole, r
                    with_lead, write_wav)
 from speaker import talk_back
 
+pytestmark = pytest.mark.usefixtures("real_time")
+
 ENOUGH = 0.9
 CODECS = ["pcmu", "pcma", "aac"]
 PACKET_SECONDS = {"pcmu": 0.020, "pcma": 0.020, "aac": 0.064}

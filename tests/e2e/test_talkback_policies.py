@@ -5,6 +5,8 @@ from server import wait_until
 from sound import RATE, amplitude, encode, read_wav, tone, with_lead
 from speaker import Speaker, talk_back
 
+pytestmark = pytest.mark.usefixtures("real_time")
+
 FIRST_HERTZ = 600
 SECOND_HERTZ = 1400
 LEVEL = 8000

@@ -9,6 +9,8 @@ from speaker import Speaker, talk_back
 
 import numpy
 
+pytestmark = pytest.mark.usefixtures("real_time")
+
 ENOUGH = 0.9
 
 
