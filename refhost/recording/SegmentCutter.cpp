@@ -1,6 +1,7 @@
 #include "refhost/recording/SegmentCutter.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "refhost/device/MediaCoding.h"
@@ -30,22 +31,36 @@ SegmentCutter::SegmentCutter(std::int64_t segmentNs, std::function<Expected()> e
 
 void SegmentCutter::take(const EncodedUnitPtr& unit)
 {
-    const bool video = isVideo(unit->format->coding);
     const bool reference = isReference(*unit);
+    if (!reference && isAhead(*unit))
+    {
+        return keepAhead(unit);
+    }
     if (reference && jumps(*unit))
     {
         interrupt();
     }
-    (video ? video_ : audio_) = unit->format;
     if (reference)
     {
+        // First what comes before this picture, which may begin a segment.
+        releaseAhead(unit->captureTimeNs - 1);
         lastStepNs_ = lastNs_ ? std::max<std::int64_t>(unit->captureTimeNs - *lastNs_, 0) : 0;
         lastNs_ = unit->captureTimeNs;
-        if (unit->keyFrame && !pendingNs_ && (!open_ || isCutDue(*unit)))
-        {
-            pendingNs_ = unit->captureTimeNs;
-            soundCameThrough_ = false;
-        }
+    }
+    place(unit, reference);
+    if (reference)
+    {
+        releaseAhead(unit->captureTimeNs);
+    }
+}
+
+void SegmentCutter::place(const EncodedUnitPtr& unit, bool reference)
+{
+    (isVideo(unit->format->coding) ? video_ : audio_) = unit->format;
+    if (reference && unit->keyFrame && !pendingNs_ && (!open_ || isCutDue(*unit)))
+    {
+        pendingNs_ = unit->captureTimeNs;
+        soundCameThrough_ = false;
     }
     if (pendingNs_ && (reference || unit->captureTimeNs >= *pendingNs_))
     {
@@ -57,12 +72,39 @@ void SegmentCutter::take(const EncodedUnitPtr& unit)
     }
 }
 
+bool SegmentCutter::isAhead(const EncodedUnit& unit) const
+{
+    return !lastNs_ || unit.captureTimeNs > *lastNs_;
+}
+
+void SegmentCutter::keepAhead(const EncodedUnitPtr& unit)
+{
+    ahead_.push_back(unit);
+    // Pictures may stay away: the sound goes on.
+    releaseAhead(unit->captureTimeNs - longestHoldNs);
+    if (ahead_.size() > mostHeld)
+    {
+        releaseAhead(ahead_.front()->captureTimeNs);
+    }
+}
+
+void SegmentCutter::releaseAhead(std::int64_t untilNs)
+{
+    while (!ahead_.empty() && ahead_.front()->captureTimeNs <= untilNs)
+    {
+        const EncodedUnitPtr unit = std::move(ahead_.front());
+        ahead_.pop_front();
+        place(unit, false);
+    }
+}
+
 void SegmentCutter::interrupt()
 {
     if (pendingNs_)
     {
         cut();
     }
+    releaseAhead(std::numeric_limits<std::int64_t>::max());
     if (open_)
     {
         open_ = false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -31,10 +32,9 @@ public:
 /// Decides which encoded unit goes into which segment.
 ///
 /// A segment begins with a key picture: with the first one, with the first one after the wanted length, and
-/// where a format changed. Sound usually arrives a little later than the pictures of its time; so the
-/// pictures from the cut on are held back until the sound has come to the same time, and no sound is lost at
-/// a cut. A jump of the capture times is a gap: the segment ends there. Sound alone makes segments too where
-/// a stream has no video.
+/// where a format changed. Sound and pictures of one time do not arrive together; so what comes first is held
+/// back for a while, and no sound is lost or put into the wrong segment at a cut. A jump of the capture times
+/// is a gap: the segment ends there. Sound alone makes segments too where a stream has no video.
 ///
 /// Threads: one at a time.
 class SegmentCutter
@@ -70,6 +70,10 @@ private:
     bool jumps(const EncodedUnit& unit) const;
     bool isCutDue(const EncodedUnit& unit) const;
     bool isHoldOver(const EncodedUnit& unit);
+    bool isAhead(const EncodedUnit& unit) const;
+    void keepAhead(const EncodedUnitPtr& unit);
+    void releaseAhead(std::int64_t untilNs);
+    void place(const EncodedUnitPtr& unit, bool reference);
     void hold(const EncodedUnitPtr& unit);
     void write(const EncodedUnitPtr& unit);
     void cut();
@@ -89,7 +93,8 @@ private:
     std::int64_t lastStepNs_ = 0;            ///< from the last but one to it
     std::optional<std::int64_t> pendingNs_;  ///< begin of the next segment, while units are held back
     std::vector<EncodedUnitPtr> held_;
-    bool soundCameThrough_ = false;  ///< to the pending begin
+    std::deque<EncodedUnitPtr> ahead_;  ///< sound of times that no picture has come to yet
+    bool soundCameThrough_ = false;     ///< to the pending begin
 };
 
 }  // namespace refhost

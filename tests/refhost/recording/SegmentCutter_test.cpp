@@ -111,6 +111,30 @@ TEST_F(SegmentCutterTest, LateSoundGoesWhereItsTimeIs)
     EXPECT_EQ(pieces_[1].sounds.front(), 4);
 }
 
+TEST_F(SegmentCutterTest, SoundThatIsAheadGoesWhereItsTimeIs)
+{
+    run(0, 9, -0.3);
+    cutter_.interrupt();
+    ASSERT_EQ(pieces_.size(), 3U);
+    EXPECT_EQ(pieces_[0].sounds.front(), 0.3);
+    EXPECT_EQ(pieces_[0].sounds.back(), 3.98);
+    EXPECT_EQ(pieces_[1].sounds.size(), 200U);
+    EXPECT_EQ(pieces_[1].sounds.front(), 4);
+    EXPECT_EQ(pieces_[2].sounds.front(), 8);
+}
+
+TEST_F(SegmentCutterTest, SoundGoesOnWherePicturesStayAway)
+{
+    run(0, 1);
+    for (int i = 0; i < 150; ++i)
+    {
+        cutter_.take(block(1 + i / 50.0));
+    }
+    EXPECT_GE(pieces_.back().sounds.size(), 45U + 98U);
+    cutter_.interrupt();
+    EXPECT_EQ(pieces_.back().sounds.size(), 45U + 150U);
+}
+
 TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyPictureAndNothingFromBefore)
 {
     run(0.2, 2);
