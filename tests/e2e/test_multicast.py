@@ -58,9 +58,9 @@ def other_machine():
     machine.close()
 
 
-def serve_cable(serve, extra="", timeout=60):
+def serve_cable(serve, extra="", timeout=60, listen=SERVER_ADDRESS):
     """A server that is reached over the cable."""
-    instance = serve(extra + CONFIG.format(listen=SERVER_ADDRESS, timeout=timeout))
+    instance = serve(extra + CONFIG.format(listen=listen, timeout=timeout))
     instance.allow_problem("anybody who reaches")
     return instance
 
@@ -284,6 +284,24 @@ def test_a_stream_has_the_group_that_is_fixed_for_it(server, other_machine):
         viewer.play()
         viewer.receive(lambda: len(video_packets(viewer)) > 20, "video")
         assert viewer.destination == FIXED_GROUP
+
+
+def test_the_interface_can_be_named(serve, other_machine):
+    """Without a route for groups, which the server's own machine does not have."""
+    server = serve_cable(serve, "multicast.interface = \"ovm0\"\n", listen="0.0.0.0")
+    with Viewer(server, other_machine) as viewer:
+        viewer.open()
+        viewer.receive(lambda: len(video_packets(viewer)) > 20, "video")
+
+
+def test_without_any_way_setup_says_so(serve, other_machine):
+    server = serve_cable(serve, listen="0.0.0.0")
+    server.allow_problem("multicast: no way to 239.255.42.0: No such device")
+    with Viewer(server, other_machine) as viewer:
+        viewer.describe()
+        response = viewer.request("SETUP", viewer.tracks[0].url, {"Transport": "RTP/AVP;multicast"})
+        assert response.status == 503
+    wait_until(lambda: server.sessions() == 0, 5, "nothing is left")
 
 
 def test_the_server_works_no_more_for_five_viewers_than_for_one(server, other_machine):

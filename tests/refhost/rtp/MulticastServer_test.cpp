@@ -86,8 +86,16 @@ TEST_F(MulticastServerTest, TheListenAddressTellsTheInterface)
     EXPECT_EQ(112U, member.receive().size());
 }
 
-TEST_F(MulticastServerTest, EveryMemberGetsWhatIsSentOnce)
+/// Whether packets leave in segmented messages or one by one.
+class MulticastSendingTest : public MulticastServerTest, public testing::WithParamInterface<bool>
 {
+};
+
+INSTANTIATE_TEST_SUITE_P(Offload, MulticastSendingTest, testing::Bool());
+
+TEST_P(MulticastSendingTest, EveryMemberGetsWhatIsSentOnce)
+{
+    options.segmentationOffload = GetParam();
     const auto server = open();
     Transport transport;
     MulticastWay way;
