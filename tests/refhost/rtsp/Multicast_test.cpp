@@ -403,6 +403,33 @@ TEST_F(MulticastTest, ViewersOfAllThreadsComeAndGoAtOnce)
     EXPECT_EQ(ask(*steady, "TEARDOWN"), 200);
 }
 
+TEST_F(MulticastTest, TheLastWhoLeavesTakesNothingFromWhoComesJustThen)
+{
+    server.reset();
+    media.reset();
+    config.threads = 4;
+    start();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+    {
+        threads.emplace_back(
+            [this]
+            {
+                for (int turn = 0; turn < 200; ++turn)
+                {
+                    const auto viewer = join(2);
+                    EXPECT_EQ(play(*viewer).status, 200);
+                    EXPECT_EQ(ask(*viewer, "TEARDOWN"), 200);
+                }
+            });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(LiveSessionDispatcher::instance().sessionCount(), 0u);
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace refhost
