@@ -328,6 +328,25 @@ TEST_F(RecordedSourceTest, FootageOfAnotherCodingIsLeftOut)
     EXPECT_NEAR(secondsAt(read.pictures.back().mediaNs), 5.96, 0.001);
 }
 
+TEST_F(RecordedSourceTest, NothingOfTheFormerPlaceIsLeftAfterASeek)
+{
+    const std::string path = directory_ + "/odd.mkv";
+    run("audiotestsrc samplesperbuffer=1000 num-buffers=41 ! audio/x-raw,rate=8000,channels=1 ! alawenc "
+        "! matroskamux ! filesink location=" +
+        path);
+    addFile(path, 0, 5);
+    PlaybackSource::Request wanted = request(0, 5);
+    wanted.video = {};
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(wanted));
+    const Read whole = readOn(*source);
+    ASSERT_TRUE(source->open(wanted));
+    const Read again = readOn(*source);
+    ASSERT_EQ(again.blocks.size(), whole.blocks.size());
+    EXPECT_EQ(again.blocks.front().mediaNs, whole.blocks.front().mediaNs);
+    EXPECT_EQ(again.blocks.front().unit->payloadBytes, whole.blocks.front().unit->payloadBytes);
+}
+
 TEST_F(RecordedSourceTest, PacketsKeepTheSizeThatWasAskedFor)
 {
     addFile(makeFile(2, "x264enc speed-preset=ultrafast key-int-max=25 bitrate=4000 ! h264parse"), 0, 2);
