@@ -42,8 +42,13 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
     }
     if (queued > framesOf(aheadMs_ + mostLaterMs))
     {
-        samples.clear();
-        return;
+        // Only what brings it back: a piece may be much longer than that.
+        const std::size_t excess = std::min((queued - framesOf(aheadMs_)) * channels_, samples.size());
+        samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(excess));
+        if (samples.empty())
+        {
+            return;
+        }
     }
     const std::size_t ahead = queued == 0 ? framesOf(aheadMs_) : queued;
     cut(ahead, samples);
@@ -57,7 +62,7 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
 
 void PlayoutPacer::cut(std::size_t ahead, std::vector<std::int16_t>& samples) const
 {
-    const std::size_t most = framesOf(longestMs) - ahead;
+    const std::size_t most = framesOf(longestMs) - std::min(ahead, framesOf(longestMs));
     const std::size_t frames = samples.size() / channels_;
     if (frames > most)
     {

@@ -78,6 +78,16 @@ TEST(PlayoutPacer, SoundThatWouldComeMoreThan30MillisecondsLaterIsDropped)
     EXPECT_TRUE(piece.empty());
 }
 
+TEST(PlayoutPacer, OfALongPieceThatIsLateOnlySoMuchIsDroppedAsBringsItBack)
+{
+    PlayoutPacer pacer(format, 40);
+    Samples piece(64 * ms, 1);
+    piece.back() = 2;
+    pacer.pace(75 * ms, piece);
+    EXPECT_EQ((64 - 35) * ms, piece.size());
+    EXPECT_EQ(2, piece.back());
+}
+
 TEST(PlayoutPacer, OfALongPieceTheEndIsPlayed)
 {
     PlayoutPacer pacer(format, 40);
