@@ -48,6 +48,7 @@ public:
     void setThirdPlatType(int thirdPlatType);
     /// Kept for the host; 1440 bytes at first.
     void setMTUParam(const MTUParam& mtu);
+    /// What setMTUParam() was given last; valid as long as the manager, and changed by the next setting.
     MTUParam& getMTUParam();
 
     /// Sets the device's audio output. A new output counts as open when the one before was: change it only
@@ -84,6 +85,7 @@ public:
                     int packetSize);
     /// \returns the dispatcher's code
     int addSessionConnection(const std::string& sessionId, const SafePointer<IConnection>& connection);
+    /// Whether the table has the session, playing or not.
     bool findSession(const std::string& sessionId);
     /// \returns 0 whatever the dispatcher says
     int startAudio(const std::string& sessionId);
@@ -96,6 +98,7 @@ public:
     /// \param[out] ssrc  as AudioDispatcher::getTrackSSRC() gives it
     /// \returns the dispatcher's code
     int getTrackSSRC(const std::string& sessionId, int& ssrc);
+    /// How many sessions the table has, those that are paused or not yet started included.
     int getSessionNum();
     /// Removes every session without stopping its dispatcher.
     void clearAllSession();

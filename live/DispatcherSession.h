@@ -6,11 +6,12 @@
 #include "hostapi/device/IConnection.h"
 #include "hostapi/live/LiveDispatcherMgr.h"
 #include "mediaurl/MediaUrlParam.h"
+#include "support/Export.h"
 #include "support/SafePointer.h"
 
 /// A session of LiveDispatcherMgr as its controllers set it up; the controller's name stands in what is
 /// printed when that fails.
-class DispatcherSession
+class OV_INTERNAL DispatcherSession
 {
 public:
     /// \param controllerName  class name in the printed lines; a literal

@@ -30,6 +30,7 @@ public:
     /// \param[out] out  what the session shows. Here it is left as it was.
     virtual int getSessionInfo(GeneralSessionInfo& out);
 
+    /// Between making and the first setup(). Does nothing in the controllers here; 0.
     virtual int mediaInit() = 0;
 
     /// Sets a track up for a session, with the way to the client.
@@ -37,6 +38,8 @@ public:
     virtual int setup(const std::string& sessionId, const std::string& trackId,
                       const SafePointer<IConnection>& connection) = 0;
 
+    /// Starts a track that was set up, or lets a paused one go on.
+    /// \returns 0 or the dispatcher's code
     virtual int play(const std::string& sessionId, const std::string& trackId) = 0;
 
     /// \param start, end  seconds from the begin of the recording; playback only, as the further arguments
@@ -56,8 +59,12 @@ public:
     virtual int getCurRTPPacketInfo(const std::string& sessionId, const std::string& trackId,
                                     RTPPacketInfo& out);
 
+    /// Stops the track's packets until the next play(); the track stays set up.
+    /// \returns 0 or the dispatcher's code
     virtual int pause(const std::string& sessionId, const std::string& trackId) = 0;
 
+    /// Lets the track pause by itself at an instant.
+    /// \param position  seconds from the begin of the recording; playback only
     virtual int setPauseRange(const std::string& sessionId, const std::string& trackId, double position) = 0;
 
     /// Ends the track for the session.
@@ -66,6 +73,9 @@ public:
     /// The name is spelt so: hosts bind to it.
     virtual int getConnetionState(std::string sessionId, std::string trackId, bool& connected) = 0;
 
+    /// Changes how fast a recording plays from the next play() on; playback only.
+    /// \param scale  media time a second of the client's time: 2 is double speed, negative is backwards
+    /// \param speed  how fast packets are sent, compared with real time
     virtual int setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
                          double speed) = 0;
 

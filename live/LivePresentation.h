@@ -7,10 +7,11 @@
 #include "hostapi/device/DeviceInfoEx.h"
 #include "mediaurl/IMediaUrl.h"
 #include "mediaurl/MediaUrlParam.h"
+#include "support/Export.h"
 
 /// How a live controller gets from its URL to the description of what the URL names. Made for each use
 /// around the controller's fields.
-class LivePresentation
+class OV_INTERNAL LivePresentation
 {
 public:
     /// What sets one controller class apart.

@@ -1,12 +1,13 @@
 #pragma once
 
 #include "live/IRTSPController.h"
+#include "support/Export.h"
 #include "support/SafePointer.h"
 
 /// How a factory makes its controller. The handle has it before it is initialised, deliberately: a controller
 /// that fails stays with the caller, who drops it.
 template <class Controller>
-class NewController
+class OV_INTERNAL NewController
 {
 public:
     /// \param[out] out  the only owner of a new controller; what it held before is let go

@@ -48,7 +48,9 @@ public:
     int setup(const std::string& sessionId, const std::string& trackId,
               const SafePointer<IConnection>& connection) override;
 
+    /// \returns the code of RTPStreamDispatcherMgr, or of the talk-back manager for its track
     int play(const std::string& sessionId, const std::string& trackId) override;
+    /// \returns the code of RTPStreamDispatcherMgr, or of the talk-back manager for its track
     int pause(const std::string& sessionId, const std::string& trackId) override;
 
     /// \returns 0 whatever the live dispatcher says; the talk-back manager's code for its track

@@ -51,7 +51,9 @@ public:
     int setup(const std::string& sessionId, const std::string& trackId,
               const SafePointer<IConnection>& connection) override;
 
+    /// \returns the code of LiveDispatcherMgr, or of the talk-back manager for its track
     int play(const std::string& sessionId, const std::string& trackId) override;
+    /// \returns the code of LiveDispatcherMgr, or of the talk-back manager for its track
     int pause(const std::string& sessionId, const std::string& trackId) override;
 
     /// Prints a line of success before it ends the track and whatever comes of that.

@@ -21,7 +21,9 @@ public:
     OVMulticastLiveControlerFactory(const OVMulticastLiveControlerFactory&) = delete;
     OVMulticastLiveControlerFactory& operator=(const OVMulticastLiveControlerFactory&) = delete;
 
+    /// The device that every controller made afterwards describes its streams for; copied.
     void setDeviceInfo(const DeviceInfoEx& deviceInfo);
+    /// What that device can do, for every controller made afterwards; copied.
     void setDeviceAbility(const DeviceExAbility& deviceAbility);
     /// \param thirdPlatType  number under which the host registered the URL codec's factory
     void setThirdPlatType(int thirdPlatType);

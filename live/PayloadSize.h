@@ -1,7 +1,9 @@
 #pragma once
 
+#include "support/Export.h"
+
 /// How many bytes of RTP payload a packet may have, by the transport kind of its connection.
-class PayloadSize
+class OV_INTERNAL PayloadSize
 {
 public:
     /// For every transport whose path tells nothing better: with all headers below it fits an Ethernet frame

@@ -4,11 +4,12 @@
 
 #include "hostapi/description/SubMediaInfo.h"
 #include "hostapi/device/IConnection.h"
+#include "support/Export.h"
 #include "support/SafePointer.h"
 
 /// A unicast controller's talk-back track: its verbs go to OVAudioBackDispatcherMgr, with the session id
 /// only. Made for each use around the controller's field. Results are the manager's, unchanged.
-class TalkBackTrack
+class OV_INTERNAL TalkBackTrack
 {
 public:
     /// \param trackId  the controller's field: id of its talk-back track, empty until one was set up

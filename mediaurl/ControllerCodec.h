@@ -4,11 +4,12 @@
 
 #include "mediaurl/IMediaUrl.h"
 #include "mediaurl/IMediaUrlFactory.h"
+#include "support/Export.h"
 #include "support/SafePointer.h"
 
 /// How a controller comes to a codec of its own: by the registry and the factory found there, with the
 /// controller's name in what is printed when that fails.
-class ControllerCodec
+class OV_INTERNAL ControllerCodec
 {
 public:
     /// \param controllerName  class name in the printed lines; a literal

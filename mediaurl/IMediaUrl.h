@@ -23,10 +23,12 @@ public:
 
     /// Reads a multicast URL; result as above.
     virtual int parseMulticastMediaUrl(const std::string& url) = 0;
+    /// Renders the canonical multicast URL, without scheme and authority.
     virtual std::string toMulticastMediaUrl() = 0;
 
     /// Reads a playback URL; result as above.
     virtual int parsePlaybackMediaUrl(const std::string& url) = 0;
+    /// Renders the canonical playback URL, without scheme and authority.
     virtual std::string toPlayBackMediaUrl() = 0;
 
     /// Platform type number of the codec itself, whatever number its factory is registered under.

@@ -11,7 +11,9 @@ class OV_EXPORT MediaUrlParam
 public:
     /// Empty texts, zeros, not multicast.
     MediaUrlParam();
+    /// Copies every value.
     MediaUrlParam(const MediaUrlParam& other);
+    /// Copies every value.
     MediaUrlParam& operator=(const MediaUrlParam& other);
     ~MediaUrlParam();
 
@@ -19,29 +21,37 @@ public:
     /// one that fails.
     /// \param prefix  not modified, though the reference is not const: hosts bind to this form
     void setMediaUrlPrefix(std::string& prefix);
+    /// Empty before the first parse.
     std::string getMediaUrlPrefix() const;
 
     /// Identifier of the device. The device's own codec never writes it.
     void setDeviceId(const std::string& deviceId);
+    /// Empty unless it was set.
     std::string getDeviceId() const;
 
+    /// \param cameraID  number of the camera as the URL has it, any int
     void setCameraID(int cameraID);
+    /// 0 unless it was set.
     int getCameraID() const;
 
     /// Number of one of the camera's streams; live URLs only.
     void setStreamID(int streamID);
+    /// 0 unless it was set.
     int getStreamID() const;
 
     /// Begin of the recorded interval in seconds of the recording index; playback URLs only.
     void setRecordBeginTime(double seconds);
+    /// 0 unless it was set.
     double getRecordBeginTime() const;
 
     /// End of the recorded interval, likewise. May lie before the begin.
     void setRecordEndTime(double seconds);
+    /// 0 unless it was set.
     double getRecordEndTime() const;
 
     /// Marks a multicast session. The device's own codec never writes it.
     void setMulticastFlag(bool multicast);
+    /// False unless it was set.
     bool getMulticastFlag() const;
 
 private:

@@ -48,6 +48,7 @@ public:
     int mediaInit() override;
     int setup(const std::string& sessionId, const std::string& trackId,
               const SafePointer<IConnection>& connection) override;
+    /// \returns the dispatcher's code
     int play(const std::string& sessionId, const std::string& trackId) override;
 
     /// \param start, end            as correctPlayRange() gives them
@@ -64,10 +65,15 @@ public:
                          double& outStart, double& outEnd) override;
     int getCurRTPPacketInfo(const std::string& sessionId, const std::string& trackId,
                             RTPPacketInfo& out) override;
+    /// \returns the dispatcher's code
     int pause(const std::string& sessionId, const std::string& trackId) override;
+    /// \param position  seconds from the begin of the recording
+    /// \returns the dispatcher's code
     int setPauseRange(const std::string& sessionId, const std::string& trackId, double position) override;
     int stop(const std::string& sessionId, const std::string& trackId) override;
     int getConnetionState(std::string sessionId, std::string trackId, bool& connected) override;
+    /// \param scale, speed  passed on unread
+    /// \returns the dispatcher's code
     int setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
                  double speed) override;
     /// Does nothing.

@@ -22,7 +22,9 @@ public:
     OVPlaybackControllerFactory(const OVPlaybackControllerFactory&) = delete;
     OVPlaybackControllerFactory& operator=(const OVPlaybackControllerFactory&) = delete;
 
+    /// The device that every controller made afterwards describes its streams for; copied.
     void setDeviceInfo(const DeviceInfoEx& deviceInfo);
+    /// What that device can do, for every controller made afterwards; copied.
     void setDeviceAbility(const DeviceExAbility& deviceAbility);
     /// \param thirdPlatType  number under which the host registered the URL codec's factory; 0 until then
     void setThirdPlatType(int thirdPlatType);

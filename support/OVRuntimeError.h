@@ -11,7 +11,9 @@ class OV_EXPORT OVRuntimeError : public std::exception
 public:
     /// \param message  what what() returns; copied
     explicit OVRuntimeError(const std::string& message);
+    /// Copies the message.
     OVRuntimeError(const OVRuntimeError&) = default;
+    /// Copies the message.
     OVRuntimeError& operator=(const OVRuntimeError&) = default;
     ~OVRuntimeError() noexcept override;
 

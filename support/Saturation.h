@@ -3,12 +3,15 @@
 #include <cstdint>
 #include <limits>
 
+#include "support/Export.h"
+
 /// Conversions from double to integers that have a result for every double on every platform, where the
 /// language's own has none for what does not fit. Fractions are dropped, what lies outside of the type
 /// becomes the nearer end of its range, and what is no number becomes 0.
-class Saturation
+class OV_INTERNAL Saturation
 {
 public:
+    /// 0 to 4294967295.
     static constexpr std::uint32_t toUnsigned32(double value)
     {
         // Written so that a NaN, which compares false with everything, takes this way too.

@@ -13,7 +13,9 @@ public:
     /// \throws OVRuntimeError ("Construct from NULL original pointer") when `object` is null
     explicit function(function_obj_base<R>* object) : object_(object) {}
 
+    /// Another handle to the same callable object.
     function(const function&) = default;
+    /// Lets its callable object go and takes a handle to the other's.
     function& operator=(const function&) = default;
 
     virtual ~function() noexcept(false) {}

@@ -19,7 +19,9 @@ public:
 template <class R, class C>
 struct bind_funcobj0
 {
+    /// What is called.
     R (C::*member)();
+    /// On which object; not owned.
     C* object;
 };
 
@@ -32,6 +34,7 @@ template <class R>
 class OV_EXPORT function_obj<R, R (*)()> : public function_obj_base<R>
 {
 public:
+    /// \param target  never null
     explicit function_obj(R (*target)()) : target_(target) {}
 
     R operator()() override
@@ -48,6 +51,7 @@ template <class R, class C>
 class OV_EXPORT function_obj<R, bind_funcobj0<R, C>> : public function_obj_base<R>
 {
 public:
+    /// \param target  copied; neither of its pointers is null
     explicit function_obj(const bind_funcobj0<R, C>& target) : target_(target) {}
 
     R operator()() override

@@ -30,8 +30,14 @@ public:
     /// \returns 0 on success, otherwise a code of the host
     int setConnection(const SafePointer<IConnection>& connection);
 
+    /// Lets what arrives be played from now on.
+    /// \returns 0 on success, otherwise a code of the host
     int play();
+    /// Plays nothing until the next play(); the client stays connected.
+    /// \returns 0 on success, otherwise a code of the host
     int pause();
+    /// Ends the session; the manager drops its handle afterwards.
+    /// \returns 0 on success, otherwise a code of the host
     int stop();
 
     /// True between a play() that took effect and the next pause() or stop().

@@ -21,6 +21,7 @@ public:
     /// \param[out] text  the number in decimal, without leading zeros
     /// \returns true
     static bool convert(const int& number, std::string& text);
+    /// As above.
     static bool convert(const unsigned long& number, std::string& text);
     /// The shortest text that reads back as the same number.
     static bool convert(const double& number, std::string& text);

@@ -10,11 +10,13 @@ public:
     /// \param microseconds  0 to 999999
     OrvaneTime(long seconds, long microseconds) : seconds_(seconds), microseconds_(microseconds) {}
 
+    /// Whole seconds.
     long getSeconds() const
     {
         return seconds_;
     }
 
+    /// What is left beside the whole seconds: 0 to 999999.
     long getMicroseconds() const
     {
         return microseconds_;

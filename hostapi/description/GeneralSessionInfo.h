@@ -4,31 +4,37 @@
 class GeneralSessionInfo
 {
 public:
+    /// \param id  number of the camera, as in the URL
     void setCameraID(int id)
     {
         cameraId_ = id;
     }
 
+    /// 0 unless it was set.
     int getCameraID() const
     {
         return cameraId_;
     }
 
+    /// \param id  number of the camera's stream, as in the URL
     void setStreamID(int id)
     {
         streamId_ = id;
     }
 
+    /// 0 unless it was set.
     int getStreamID() const
     {
         return streamId_;
     }
 
+    /// \param flag  true when all viewers share one stream of packets
     void setIsMulticastFlag(bool flag)
     {
         multicast_ = flag;
     }
 
+    /// False unless it was set.
     bool getIsMulticastFlag() const
     {
         return multicast_;

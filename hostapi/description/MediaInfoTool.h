@@ -18,7 +18,9 @@ public:
     MediaInfoTool(const MediaInfoTool&) = delete;
     MediaInfoTool& operator=(const MediaInfoTool&) = delete;
 
+    /// Copied; called before the description is made.
     void setDeviceInfoEx(const DeviceInfoEx& info);
+    /// Copied; called before the description is made.
     void setDeviceExAbility(const DeviceExAbility& ability);
     /// \param url  canonical URL text, kept in the description
     void setMediaUrl(const std::string& url);

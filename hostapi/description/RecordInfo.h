@@ -10,11 +10,13 @@
 class RecordInfo
 {
 public:
+    /// \param id  number of the camera, as in the URL
     void setCameraId(int id)
     {
         cameraId_ = id;
     }
 
+    /// 0 unless it was set.
     int getCameraId() const
     {
         return cameraId_;
@@ -44,16 +46,19 @@ public:
         return deviceIp_.c_str();
     }
 
+    /// \param seconds  begin of the interval
     void setRecordBeginTime(unsigned long seconds)
     {
         beginTime_ = static_cast<std::uint32_t>(seconds);
     }
 
+    /// 0 unless it was set.
     unsigned long getRecordBeginTime() const
     {
         return beginTime_;
     }
 
+    /// \param seconds  end of the interval
     void setRecordEndTime(unsigned long seconds)
     {
         endTime_ = static_cast<std::uint32_t>(seconds);

@@ -24,6 +24,7 @@ public:
     int bitRate = 0;
     /// Picture size in pixels; 0 for audio or when unknown.
     int width = 0;
+    /// Height in pixels; 0 as above.
     int height = 0;
     /// Pictures a second; 0 for audio or when unknown.
     double frameRate = 0;

@@ -4,6 +4,7 @@
 class DeviceExAbility
 {
 public:
+    /// \param supported  true when clients may talk to the device
     void setAudioBackFlag(bool supported)
     {
         audioBack_ = supported;

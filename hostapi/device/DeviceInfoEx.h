@@ -8,6 +8,7 @@
 class DeviceInfoEx
 {
 public:
+    /// \param id  text that sets the device apart from others; copied
     void setDeviceID(const std::string& id)
     {
         deviceId_ = id;
@@ -19,11 +20,13 @@ public:
         return deviceId_.c_str();
     }
 
+    /// \param address  where clients reach the device; copied
     void setDeviceAddr(const InetAddr& address)
     {
         address_ = address;
     }
 
+    /// Valid as long as the record.
     const InetAddr& getDeviceAddr() const
     {
         return address_;

@@ -26,5 +26,6 @@ public:
     IConnection& operator=(const IConnection&) = delete;
 
 protected:
+    /// \param kind  one of TransportKind
     explicit IConnection(int kind);
 };

@@ -10,6 +10,7 @@ public:
         mtu_ = bytes;
     }
 
+    /// Size of an IP packet in bytes; 0 unless it was set.
     int getMTUValue() const
     {
         return mtu_;

@@ -12,6 +12,7 @@ public:
         memberSessionId_ = id;
     }
 
+    /// Valid as long as the record.
     const std::string& getMemberSessionId() const
     {
         return memberSessionId_;

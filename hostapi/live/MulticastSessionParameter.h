@@ -22,18 +22,21 @@ public:
     MulticastSessionParameter(const MulticastSessionParameter&) = delete;
     MulticastSessionParameter& operator=(const MulticastSessionParameter&) = delete;
 
+    /// \param id  what MulticastSessionToken made
     void setMulticastSessionId(const std::string& id)
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         multicastSessionId_ = id;
     }
 
+    /// A copy; empty unless it was set.
     std::string getMulticastSessionId() const
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         return multicastSessionId_;
     }
 
+    /// True when the RTSP session is a member.
     bool findMemberSession(const std::string& memberSessionId) const
     {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -73,6 +76,7 @@ public:
         return ids;
     }
 
+    /// True when a member has set the track up.
     bool findMulticastSessionTrackParam(const std::string& trackId) const
     {
         const std::lock_guard<std::mutex> guard(mutex_);

@@ -6,11 +6,13 @@
 class TrackParam
 {
 public:
+    /// \param id  name of the track in its description
     void setTrackID(const std::string& id)
     {
         trackId_ = id;
     }
 
+    /// Valid as long as the record.
     const std::string& getTrackID() const
     {
         return trackId_;
@@ -23,6 +25,7 @@ public:
         mediaUrl_ = url;
     }
 
+    /// Valid as long as the record.
     const std::string& getMeidaUrl() const
     {
         return mediaUrl_;

@@ -15,8 +15,11 @@ public:
     OVAVPlayBackSource();
     ~OVAVPlayBackSource() noexcept(false) override;
 
+    /// Copied.
     void setDeviceInfo(const DeviceInfoEx& info);
+    /// Copied.
     void setDeviceAbility(const DeviceExAbility& ability);
+    /// \param record  which camera and interval; copied
     void setRecordInfo(const RecordInfo& record);
     /// \param type  number of the URL codec's factory
     void setThirdPlatType(int type);

@@ -17,5 +17,6 @@ protected:
     OVThread();
 
     struct State;
+    /// The host's own; the library never touches it.
     State* state_;
 };

@@ -41,3 +41,18 @@ diff by-cmake.out by-pkg-config.out
 include="$(find "$scratch/moved" -type d -name 'ovmediacontrol-*')"
 (cd "$include" && find . -name '*.h' -printf '#include "%P"\n') >all.cpp
 "${CXX:-c++}" -std=c++14 -fsyntax-only -I"$include" all.cpp
+
+# Nothing of the library's own is installed: a header whose class is hidden, or that declares classes and exports none.
+cd "$include"
+if grep -rlE '^(class|struct) OV_INTERNAL ' .; then
+    echo "these headers are the library's own" >&2
+    exit 1
+fi
+own=0
+while read -r header; do
+    if ! grep -qE '^(class|struct) OV_EXPORT ' "$header"; then
+        echo "$header: nothing in it is exported; say OV_INTERNAL at its class" >&2
+        own=1
+    fi
+done < <(find . -path ./hostapi -prune -o -name '*.h' -exec grep -lE '^(class|struct) .*[^;]$' {} +)
+exit "$own"

@@ -1,0 +1,16 @@
+# ov_find_public_headers(<variable> <folder>…): what users of the library include, as paths from the root: every header
+# of the folders whose class does not say that it is OV_INTERNAL.
+function(ov_find_public_headers variable)
+    list(TRANSFORM ARGN APPEND "/*.h" OUTPUT_VARIABLE patterns)
+    list(TRANSFORM patterns PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
+    file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" ${patterns})
+    set(public "")
+    foreach(header ${headers})
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${header}")
+        file(STRINGS "${header}" internal REGEX "^(class|struct) OV_INTERNAL ")
+        if(NOT internal)
+            list(APPEND public "${header}")
+        endif()
+    endforeach()
+    set(${variable} "${public}" PARENT_SCOPE)
+endfunction()
