@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// The RTP header extension of ONVIF replay (ONVIF Streaming Specification, "RTP header extension"): when an
+/// The RTP header extension of ONVIF replay (ONVIF Streaming Service, "RTP header extension"): when an
 /// access unit was recorded and how it stands in the recording.
 struct ReplayExtension
 {
