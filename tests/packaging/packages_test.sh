@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# usage: packages_test.sh <cpack> <build folder> <root of the sources> <architecture>
+# Makes the Debian packages of what is built and judges them as they are: names, needs, contents, maintainer scripts;
+# then unpacks them and runs the server there, on the unpacked library and by the unpacked configuration.
+set -euo pipefail
+cpack="$1"
+build="$2"
+root="$3"
+architecture="$4"
+scratch="$(mktemp -d)"
+trap 'rm -rf "$scratch"' EXIT
+failed=0
+
+fault() {
+    echo "$*" >&2
+    failed=1
+}
+
+# same <what> <expected> <found>
+same() {
+    diff -u --label expected --label found <(echo "$2") <(echo "$3") >&2 || fault "$1 is not as it should be"
+}
+
+"$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$scratch/made" >"$scratch/cpack.log" 2>&1 ||
+    { cat "$scratch/cpack.log" >&2; exit 1; }
+version="$(sed -n 's/^project(OVMediaControl VERSION \([0-9.]*\).*/\1/p' "$root/CMakeLists.txt")"
+soname="libovmediacontrol${version%%.*}"
+for name in "$soname" libovmediacontrol-dev ovrtspd; do
+    deb="$scratch/made/${name}_${version}_$architecture.deb"
+    [ -f "$deb" ] || { ls "$scratch/made" >&2; fault "no ${deb##*/} was made"; exit 1; }
+    dpkg-deb -x "$deb" "$scratch/root"
+    dpkg-deb -x "$deb" "$scratch/$name"
+    dpkg-deb -e "$deb" "$scratch/$name.control"
+    dpkg-deb -c "$deb" | awk '$2 != "root/root"' | grep . >&2 && fault "$name: not everything is root's"
+done
+
+contents() {
+    (cd "$scratch/$1" && find . ! -type d ! -name '*.h' | sort)
+}
+libdir="$(cd "$scratch/root" && dirname "$(find . -name "libovmediacontrol.so.$version")")"
+same "what is in $soname" "$libdir/libovmediacontrol.so.${version%%.*}
+$libdir/libovmediacontrol.so.$version" "$(contents "$soname")"
+same "what is in libovmediacontrol-dev" "$(printf '%s\n' "$libdir/cmake/OVMediaControl/"OVMediaControl{Config,ConfigVersion,Targets}.cmake \
+    "$libdir/libovmediacontrol.so" "$libdir/pkgconfig/ovmediacontrol.pc")" \
+    "$(contents libovmediacontrol-dev | grep -v 'OVMediaControlTargets-[a-z]*\.cmake')"
+same "what is in ovrtspd" "./etc/ovrtspd/ovrtspd.toml
+./usr/bin/ovrtspd
+./usr/lib/systemd/system/ovrtspd.service
+./usr/share/man/man1/ovrtspd.1" "$(contents ovrtspd)"
+
+field() {
+    sed -n "s/^$2: //p" "$scratch/$1.control/control"
+}
+for name in libovmediacontrol-dev ovrtspd; do
+    [[ "$(field "$name" Depends)" == *"$soname (= $version)"* ]] || fault "$name does not need $soname of its own version"
+done
+for needed in libc6 libstdc++6; do
+    [[ "$(field "$soname" Depends)" == *"$needed ("* ]] || fault "$soname does not need $needed"
+done
+grep -q '^activate-noawait ldconfig$' "$scratch/$soname.control/triggers" || fault "$soname does not have ldconfig run"
+
+# Whatever lies in /etc is the administrator's.
+same "the list of configuration files" "$(cd "$scratch/ovrtspd" && find etc -type f | sed 's,^,/,')" \
+    "$(cat "$scratch/ovrtspd.control/conffiles")"
+for script in postinst prerm postrm; do
+    [ -x "$scratch/ovrtspd.control/$script" ] || fault "ovrtspd: $script cannot be run"
+    sh -n "$scratch/ovrtspd.control/$script" || fault "ovrtspd: $script is no shell script"
+done
+
+page="$(groff -man -ww -z "$scratch/root/usr/share/man/man1/ovrtspd.1" 2>&1)"
+[ -z "$page" ] || fault "the man page: $page"
+
+# The server finds all it is linked to, ours in what was unpacked, and runs.
+server="$scratch/root/usr/bin/ovrtspd"
+export LD_LIBRARY_PATH="$scratch/root/$libdir"
+linked="$(ldd "$server")"
+grep "not found" <<<"$linked" >&2 && fault "ovrtspd lacks libraries"
+grep -q "libovmediacontrol.so.${version%%.*} => $scratch/root/" <<<"$linked" || fault "ovrtspd does not run on the packaged library"
+[[ "$("$server" --version)" == *"$version"* ]] || fault "ovrtspd --version does not say $version"
+"$server" --config "$scratch/root/etc/ovrtspd/ovrtspd.toml" --check-config >"$scratch/checked" 2>&1 ||
+    { cat "$scratch/checked" >&2; fault "ovrtspd refuses the packaged configuration"; }
+unset LD_LIBRARY_PATH
+
+# The unit, with the server where it was unpacked to, because systemd looks whether it is there. An exposure of 2.0
+# of 10 is "OK" in systemd's words; lower is better.
+if command -v systemd-analyze >/dev/null; then
+    unit="$scratch/ovrtspd.service"
+    sed "s,=/usr/bin/,=$scratch/root/usr/bin/," "$scratch/root/usr/lib/systemd/system/ovrtspd.service" >"$unit"
+    systemd-analyze verify --man=no "$unit" >"$scratch/verified" 2>&1 || fault "systemd refuses the unit"
+    [ ! -s "$scratch/verified" ] || { cat "$scratch/verified" >&2; fault "systemd does not like the unit"; }
+    systemd-analyze security --offline=true --threshold=20 --no-pager "$unit" >"$scratch/security" 2>&1 ||
+        { cat "$scratch/security" >&2; fault "the unit leaves the server too much"; }
+fi
+exit "$failed"
