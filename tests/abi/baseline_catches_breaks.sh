@@ -6,12 +6,12 @@ python="$1"
 root="$2"
 scratch="$3"
 
-# copy <name>: the sources of the library
+# copy <name>: what building the library alone takes
 copy() {
     rm -rf "${scratch:?}/$1"
     mkdir -p "$scratch/$1"
-    cd "$root"
-    cp -r CMakeLists.txt cmake packaging hostapi support mediaurl audioback live playback "$scratch/$1"
+    tar -C "$root" --exclude=./.git --exclude=./build --exclude=./var --exclude=./refhost --exclude=./tests \
+        --exclude=./bench -cf - . | tar -C "$scratch/$1" -xf -
 }
 
 # refused <name> <what the explanation must hold>
@@ -34,6 +34,6 @@ refused removed-operation "IRTSPController::mediaInit()"
 copy reordered-field
 sed -i -e 's/^    int cameraID_;$/    int swapped_;/' -e 's/^    int streamID_;$/    int cameraID_;/' \
     -e 's/^    int swapped_;$/    int streamID_;/' "$scratch/reordered-field/mediaurl/MediaUrlParam.h"
-! cmp -s "$scratch/reordered-field/mediaurl/MediaUrlParam.h" mediaurl/MediaUrlParam.h
+! cmp -s "$scratch/reordered-field/mediaurl/MediaUrlParam.h" "$root/mediaurl/MediaUrlParam.h"
 # The constructor's list stands in the old order.
 refused reordered-field "cameraID_"
