@@ -28,19 +28,22 @@ std::uint64_t ClockedOutput::passed() const
     return ns / nsPerSecond * rate + ns % nsPerSecond * rate / nsPerSecond;
 }
 
-std::uint64_t ClockedOutput::nextFrame() const
+std::uint64_t ClockedOutput::place(std::size_t frames)
 {
-    return std::max(written_, passed());
+    const std::uint64_t at = std::max(written_, passed());
+    written_ = at + frames;
+    return at;
 }
 
 std::optional<std::size_t> ClockedOutput::queued()
 {
-    return static_cast<std::size_t>(nextFrame() - passed());
+    const std::uint64_t now = passed();
+    return static_cast<std::size_t>(std::max(written_, now) - now);
 }
 
 bool ClockedOutput::write(const std::int16_t*, std::size_t frames)
 {
-    written_ = nextFrame() + frames;
+    place(frames);
     return true;
 }
 

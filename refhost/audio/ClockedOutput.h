@@ -22,8 +22,9 @@ public:
 protected:
     /// Frames from the opening until now.
     std::uint64_t passed() const;
-    /// Where the next frames will sound, counted from the opening.
-    std::uint64_t nextFrame() const;
+    /// Makes room for frames behind what is queued.
+    /// \returns where they will sound, counted from the opening
+    std::uint64_t place(std::size_t frames);
 
 private:
     const HostClock& clock_;

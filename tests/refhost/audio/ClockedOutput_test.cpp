@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -31,6 +32,24 @@ void append(Samples& sound, std::size_t count, std::int16_t value)
     sound.insert(sound.end(), count, value);
 }
 
+/// A clock that goes on by a millisecond whenever it is read.
+class RestlessClock : public HostClock
+{
+public:
+    std::int64_t wallNs() const override
+    {
+        return monotonicNs();
+    }
+
+    std::int64_t monotonicMs() const override
+    {
+        return ++ms_;
+    }
+
+private:
+    mutable std::int64_t ms_ = 0;
+};
+
 bool writeMs(AudioOutput& output, int ms, std::int16_t value)
 {
     const Samples samples(static_cast<std::size_t>(ms) * 8, value);
@@ -56,6 +75,17 @@ TEST(ClockedOutput, SoundPassesAtThePaceOfTheClock)
     EXPECT_EQ(0u, output.queued());
     EXPECT_TRUE(writeMs(output, 10, 1));
     EXPECT_EQ(80u, output.queued()) << "after a silence sound begins now";
+}
+
+TEST(ClockedOutput, HasNothingQueuedWhileItIsDryThoughTheClockGoesOn)
+{
+    const RestlessClock clock;
+    ClockedOutput output(clock);
+    std::string problem;
+    ASSERT_TRUE(output.open(format, problem));
+    EXPECT_EQ(0u, output.queued());
+    EXPECT_TRUE(writeMs(output, 1, 1));
+    EXPECT_EQ(0u, output.queued());
 }
 
 TEST(ClockedOutput, IsExactAfterMonths)
@@ -96,6 +126,25 @@ TEST(WavOutput, SoundStandsAtItsTimeWithSilenceBetween)
     append(expected, 80, 3);
     append(expected, 320, 0);
     EXPECT_EQ(expected, soundOf(folder / "talk.wav"));
+}
+
+TEST(WavOutput, PiecesThatFollowEachOtherLeaveNoGapThoughTheClockGoesOn)
+{
+    const TemporaryFolder folder;
+    const RestlessClock clock;
+    std::string problem;
+    {
+        WavOutput output(folder / "talk.wav", clock);
+        ASSERT_TRUE(output.open(format, problem)) << problem;
+        EXPECT_TRUE(writeMs(output, 20, 1));
+        EXPECT_TRUE(writeMs(output, 20, 2));
+        output.close();
+    }
+    Samples sound = soundOf(folder / "talk.wav");
+    sound.erase(sound.begin(), std::find(sound.begin(), sound.end(), 1));
+    Samples expected(160, 1);
+    append(expected, 160, 2);
+    EXPECT_EQ(expected, sound);
 }
 
 TEST(WavOutput, SecondOpeningContinuesTheFile)

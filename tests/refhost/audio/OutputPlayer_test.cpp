@@ -154,9 +154,9 @@ public:
 
     bool write(const std::int16_t* samples, std::size_t frames) override
     {
-        heard_.resize(nextFrame());
+        heard_.resize(place(frames));
         heard_.insert(heard_.end(), samples, samples + frames);
-        return ClockedOutput::write(samples, frames);
+        return true;
     }
 
 private:
