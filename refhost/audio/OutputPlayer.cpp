@@ -1,5 +1,6 @@
 #include "refhost/audio/OutputPlayer.h"
 
+#include <algorithm>
 #include <cstring>
 #include <optional>
 #include <utility>
@@ -47,6 +48,11 @@ int OutputPlayer::open()
     const std::lock_guard<std::mutex> guard(mutex_);
     output_->close();
     open_ = false;
+    if (rests_)
+    {
+        rests_ = false;
+        return statusPlayerUnusable;
+    }
     std::string problem;
     if (!output_->open(format_, problem))
     {
@@ -54,10 +60,15 @@ int OutputPlayer::open()
         return statusPlayerUnusable;
     }
     open_ = true;
-    told_.clear();
+    played_ = 0;
     pacer_ = std::make_unique<PlayoutPacer>(format_, aheadMs_);
-    Log::info("talk-back: {} of {} is open, {} Hz, {} channels, encoder type {}", Log::safe(output_->name()),
-              Log::safe(deviceId_), format_.sampleRate, format_.channels, encoderType_);
+    if (!comesAndGoes_)
+    {
+        told_.clear();
+        Log::info("talk-back: {} of {} is open, {} Hz, {} channels, encoder type {}",
+                  Log::safe(output_->name()), Log::safe(deviceId_), format_.sampleRate, format_.channels,
+                  encoderType_);
+    }
     return statusSuccess;
 }
 
@@ -83,17 +94,38 @@ int OutputPlayer::play(const std::uint8_t* samples, std::size_t bytes)
     }
     if (!works)
     {
-        tell(output_->name() + " failed");
+        noteFailure();
         return statusPlayerUnusable;
     }
+    notePlayed(piece_.size() / channels);
     return statusSuccess;
+}
+
+void OutputPlayer::noteFailure()
+{
+    tell(output_->name() + " failed");
+    comesAndGoes_ = played_ < static_cast<std::size_t>(format_.sampleRate);
+    rests_ = comesAndGoes_;
+}
+
+void OutputPlayer::notePlayed(std::size_t frames)
+{
+    // No further than it is asked: it would begin again from zero within a day where the type is small.
+    const auto second = static_cast<std::size_t>(format_.sampleRate);
+    played_ = std::min(played_ + frames, second);
+    if (comesAndGoes_ && played_ == second)
+    {
+        comesAndGoes_ = false;
+        told_.clear();
+        Log::info("talk-back: {} plays again", Log::safe(output_->name()));
+    }
 }
 
 void OutputPlayer::close()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     output_->close();
-    if (open_)
+    if (open_ && !comesAndGoes_)
     {
         Log::info("talk-back: {} is closed", Log::safe(output_->name()));
     }

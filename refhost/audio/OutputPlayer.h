@@ -26,6 +26,8 @@ public:
     void setDeviceInfo(const DeviceInfoEx& info) override;
     /// Only noted, in the log: the output is given decoded sound whatever clients send.
     void setEncoderType(int type) override;
+    /// An output that failed within its first second of sound is let rest: it does not open at the first try
+    /// after that, so that the worker waits a while.
     /// \returns 0, or statusPlayerUnusable; the log says why, once until another thing goes wrong
     int open() override;
     /// \param samples  of the format that the player was made with
@@ -37,6 +39,8 @@ public:
 
 private:
     void tell(const std::string& problem);
+    void noteFailure();
+    void notePlayed(std::size_t frames);
 
     std::mutex mutex_;
     const std::unique_ptr<AudioOutput> output_;
@@ -45,7 +49,10 @@ private:
     std::string deviceId_;
     int encoderType_ = 0;
     bool open_ = false;
-    std::string told_;  // what went wrong last
+    std::string told_;           // what went wrong last
+    std::size_t played_ = 0;     // frames since the opening
+    bool comesAndGoes_ = false;  // it failed soon after the last openings
+    bool rests_ = false;
     std::unique_ptr<PlayoutPacer> pacer_;
     std::vector<std::int16_t> piece_;
 };

@@ -74,6 +74,26 @@ protected:
         return player_.play(reinterpret_cast<const std::uint8_t*>(samples.data()), samples.size() * 2);
     }
 
+    int playASecond()
+    {
+        int result = 0;
+        for (int i = 0; i < 10; ++i)
+        {
+            result = std::min(result, play(Samples(4800, 1)));
+        }
+        return result;
+    }
+
+    static int countOf(const std::string& word, const std::string& text)
+    {
+        int count = 0;
+        for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1))
+        {
+            ++count;
+        }
+        return count;
+    }
+
     Device device_;
     OutputPlayer player_{std::make_unique<FakeOutput>(device_), format, 40};
 };
@@ -105,13 +125,53 @@ TEST_F(OutputPlayerTest, OutputThatDoesNotOpenIsReportedAndMayBeTriedAgain)
 TEST_F(OutputPlayerTest, OutputThatVanishesIsAFault)
 {
     ASSERT_EQ(0, player_.open());
-    ASSERT_EQ(0, play({1}));
+    ASSERT_EQ(0, playASecond());
     device_.works = false;
     EXPECT_EQ(statusPlayerUnusable, play({2}));
     player_.close();
     device_.works = true;
-    ASSERT_EQ(0, player_.open());
+    ASSERT_EQ(0, player_.open()) << "at once";
     EXPECT_EQ(0, play({3}));
+}
+
+TEST_F(OutputPlayerTest, OutputThatFailsAsSoonAsItIsOpenIsLetRest)
+{
+    ASSERT_EQ(0, player_.open());
+    for (int i = 0; i < 3; ++i)
+    {
+        device_.works = false;
+        EXPECT_EQ(statusPlayerUnusable, play({1}));
+        player_.close();
+        device_.works = true;
+        EXPECT_EQ(statusPlayerUnusable, player_.open()) << "nobody spins";
+        EXPECT_FALSE(device_.open);
+        ASSERT_EQ(0, player_.open());
+    }
+}
+
+TEST_F(OutputPlayerTest, OutputThatComesAndGoesStandsInTheLogOnce)
+{
+    testing::internal::CaptureStderr();
+    player_.open();
+    for (int i = 0; i < 10; ++i)
+    {
+        device_.works = false;
+        play({1});
+        player_.close();
+        device_.works = true;
+        player_.open();
+        player_.open();
+    }
+    const std::string failing = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(1, countOf("is open", failing)) << failing;
+    EXPECT_EQ(1, countOf("failed", failing));
+    EXPECT_EQ(0, countOf("is closed", failing));
+    testing::internal::CaptureStderr();
+    playASecond();
+    player_.close();
+    const std::string recovered = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(1, countOf("plays again", recovered)) << recovered;
+    EXPECT_EQ(1, countOf("is closed", recovered));
 }
 
 TEST_F(OutputPlayerTest, BeginsAheadAgainAfterEachOpening)
