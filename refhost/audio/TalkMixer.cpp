@@ -9,6 +9,7 @@ namespace
 {
 
 constexpr std::int64_t aheadMs = 60;
+constexpr std::int64_t mostLaterMs = 30;
 constexpr std::int64_t mostMs = 200;
 /// After a longer break the sum goes on from now instead of being made up for.
 constexpr std::int64_t breakMs = 100;
@@ -33,13 +34,22 @@ std::size_t TalkMixer::samplesOf(std::int64_t ms) const
 void TalkMixer::add(Talker talker, const std::vector<std::int16_t>& samples)
 {
     Line& line = lines_[talker];
-    line.samples.insert(line.samples.end(), samples.begin(), samples.end());
-    const std::size_t most = samplesOf(mostMs);
-    if (line.samples.size() > most)
+    // Nothing else would ever bring a talker back whose packets came all at once.
+    if (line.samples.size() > samplesOf(aheadMs + mostLaterMs))
     {
-        line.samples.erase(line.samples.begin(), line.samples.end() - static_cast<std::ptrdiff_t>(most));
+        line.keepLast(samplesOf(aheadMs));
     }
+    line.samples.insert(line.samples.end(), samples.begin(), samples.end());
+    line.keepLast(samplesOf(mostMs));
     line.started = line.started || line.samples.size() >= samplesOf(aheadMs);
+}
+
+void TalkMixer::Line::keepLast(std::size_t most)
+{
+    if (samples.size() > most)
+    {
+        samples.erase(samples.begin(), samples.end() - static_cast<std::ptrdiff_t>(most));
+    }
 }
 
 void TalkMixer::remove(Talker talker)

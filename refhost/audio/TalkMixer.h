@@ -21,7 +21,8 @@ public:
 
     explicit TalkMixer(const PcmFormat& format);
 
-    /// Appends to a talker's sound; what is then more than a fifth of a second ahead goes, from its oldest.
+    /// Appends to a talker's sound. Where more than 90 ms wait already, all but the last 60 ms of them go, so
+    /// that a burst of packets delays nobody for good; of a long piece the last fifth of a second is kept.
     void add(Talker talker, const std::vector<std::int16_t>& samples);
     void remove(Talker talker);
 
@@ -36,6 +37,8 @@ private:
     {
         std::deque<std::int16_t> samples;
         bool started = false;
+
+        void keepLast(std::size_t most);
     };
 
     std::size_t samplesOf(std::int64_t ms) const;

@@ -93,6 +93,16 @@ TEST_F(TalkMixerTest, WhatIsTooFarAheadLosesItsOldest)
     EXPECT_EQ(Samples(80, 2), Samples(sum.begin() + 80, sum.end()));
 }
 
+TEST_F(TalkMixerTest, ABurstDelaysATalkerUntilItsNextPacketOnly)
+{
+    mixer.add(anna, Samples(1600, 1));
+    takeAt(0);
+    EXPECT_EQ(Samples(160, 1), takeAt(20));
+    mixer.add(anna, Samples(160, 2));
+    EXPECT_EQ(Samples(480, 1), takeAt(80));
+    EXPECT_EQ(Samples(160, 2), takeAt(100)) << "60 ms after it came";
+}
+
 TEST_F(TalkMixerTest, ABreakIsNotMadeUpFor)
 {
     mixer.add(anna, Samples(1600, 1));
