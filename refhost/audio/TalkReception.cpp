@@ -13,6 +13,8 @@ namespace
 constexpr std::int64_t nsPerMs = 1'000'000;
 /// Longer holes are left silent: made-up sound helps for a few packets only.
 constexpr std::uint32_t concealedPartsOfSecond = 5;
+/// Twice what an output takes at once.
+constexpr double mostSecondsAtOnce = 0.4;
 
 }  // namespace
 
@@ -101,18 +103,21 @@ bool TalkReception::take(std::int64_t nowNs, bool heard, std::vector<std::int16_
 {
     ReorderWindow::Packet packet;
     std::uint32_t lost = 0;
+    made_ = 0;
     ReorderWindow::Next next = window_.take(nowNs, packet, lost);
     while (next == ReorderWindow::Next::packet)
     {
         statistics_.lost += lost;
         const bool stale = nowNs - packet.arrivalNs > staleNs_;
         statistics_.stale += stale ? 1 : 0;
-        if (heard && !stale)
+        const bool wanted = heard && !stale;
+        if (wanted && !isEnough())
         {
             play(packet, lost, samples);
         }
         else
         {
+            statistics_.overrun += wanted ? 1 : 0;
             continues_ = false;
         }
         next = window_.take(nowNs, packet, lost);
@@ -147,13 +152,26 @@ void TalkReception::play(const ReorderWindow::Packet& packet, std::uint32_t lost
     }
     for (const TalkDepayloader::Frame& frame : frames_)
     {
+        if (isEnough())
+        {
+            ++statistics_.overrun;
+            continues_ = false;
+            return;
+        }
+        made_ += frame.ticks;
         if (!decoder_->decode(frame.data, frame.size, samples))
         {
             ++statistics_.malformed;
-            decoder_->conceal(std::min(frame.ticks, longestConcealed()), samples);
+            makeUp(frame.ticks, samples);
         }
         nextTimestamp_ += frame.ticks;
     }
+}
+
+/// By how long it sounds, not by what the decoder makes of it: a unit that gives nothing takes time too.
+bool TalkReception::isEnough() const
+{
+    return made_ >= mostSecondsAtOnce * clockRate_;
 }
 
 /// Not every jump of timestamps is a loss: who is silent may send nothing, without a gap in the sequence.
@@ -162,13 +180,16 @@ void TalkReception::conceal(std::uint32_t timestamp, std::vector<std::int16_t>& 
     const auto missing = static_cast<std::int32_t>(timestamp - nextTimestamp_);
     if (missing > 0)
     {
-        decoder_->conceal(std::min(static_cast<std::uint32_t>(missing), longestConcealed()), samples);
+        made_ += makeUp(static_cast<std::uint32_t>(missing), samples);
     }
 }
 
-std::uint32_t TalkReception::longestConcealed() const
+/// \returns how much was made up, in ticks
+std::uint32_t TalkReception::makeUp(std::uint32_t ticks, std::vector<std::int16_t>& samples)
 {
-    return static_cast<std::uint32_t>(clockRate_) / concealedPartsOfSecond;
+    const std::uint32_t most = static_cast<std::uint32_t>(clockRate_) / concealedPartsOfSecond;
+    decoder_->conceal(std::min(ticks, most), samples);
+    return std::min(ticks, most);
 }
 
 void TalkReception::noteSenderReport(std::uint32_t ssrc, std::uint32_t compactNtp, std::int64_t arrivalNs)

@@ -27,7 +27,7 @@ struct TalkStatistics
     std::uint64_t duplicates = 0;  ///< came twice
     std::uint64_t lost = 0;        ///< never came in time: concealed
     std::uint64_t stale = 0;       ///< waited too long for the output
-    std::uint64_t overrun = 0;     ///< came faster than they could be taken
+    std::uint64_t overrun = 0;     ///< came faster than they could be taken, or hold more than can be played
     std::uint64_t badRtcp = 0;     ///< malformed RTCP packets
 };
 
@@ -49,7 +49,9 @@ public:
     /// \returns true when it is sound of the session's source
     bool add(const TalkInbox::Packet& packet);
 
-    /// Takes what is in order now.
+    /// Takes what is in order now. Two fifths of a second are decoded at most, and the last packet of them to
+    /// its end if it is PCM; what is here beyond that is dropped, because no output takes it and decoding it
+    /// would keep the worker from the other sessions.
     /// \param heard            false drops the sound instead of decoding it
     /// \param[in,out] samples  decoded and concealed sound is appended
     /// \returns true when sound waits for a missing packet
@@ -78,7 +80,8 @@ private:
     void latch(std::uint32_t ssrc);
     void play(const ReorderWindow::Packet& packet, std::uint32_t lost, std::vector<std::int16_t>& samples);
     void conceal(std::uint32_t timestamp, std::vector<std::int16_t>& samples);
-    std::uint32_t longestConcealed() const;
+    std::uint32_t makeUp(std::uint32_t ticks, std::vector<std::int16_t>& samples);
+    bool isEnough() const;
 
     const int payloadType_;
     const int clockRate_;
@@ -96,7 +99,8 @@ private:
     std::int64_t lastNs_ = 0;  // arrival of the source's last packet
     bool continues_ = false;   // nextTimestamp_ is what the next packet should have
     std::uint32_t nextTimestamp_ = 0;
-    bool hole_ = false;  // something before the next packet could not be played
+    bool hole_ = false;       // something before the next packet could not be played
+    std::uint32_t made_ = 0;  // ticks of sound that were made of packets in this turn
     SenderReport senderReport_;
 };
 

@@ -100,6 +100,7 @@ public:
     bool turn()
     {
         bool fault = false;
+        const std::uint64_t before = samples_;
         const int media = session_.receive(fault);
         require(!fault, "the output did not fail");
         require(media == 0 || media == audioDispatcherIdle || media == audioDispatcherAgain,
@@ -107,6 +108,8 @@ public:
         const int reports = session_.report();
         require(reports == 0 || reports == audioDispatcherIdle || reports == refhost::hostTalkerLeft,
                 "reports go on or the client left");
+        // Two fifths of a second, the packet with which they are full, and a fifth that was made up for it.
+        require(samples_ - before <= 48000, "a turn makes no more sound than an output takes");
         check();
         return reports != refhost::hostTalkerLeft;
     }
@@ -146,11 +149,6 @@ private:
         require(counted.packets <= brought_, "no packet is counted that did not come");
         require(counted.late + counted.duplicates + counted.stale <= counted.packets,
                 "what is not played came");
-        // A packet of PCM holds at most its size, an access unit 1024 samples, and a fifth of a second is
-        // made up for at most before it and for each unit that cannot be decoded; twice as many for the
-        // resampler.
-        constexpr std::uint64_t mostPerPacket = 128 * 48000 / 5;
-        require(samples_ <= (brought_ + 1) * mostPerPacket, "sound has its bounds");
         for (const Bytes& report : wire_->rtcp)
         {
             refhost::RtcpFindings findings;

@@ -188,6 +188,62 @@ TEST_F(TalkReceptionTest, APayloadThatBreaksItsCodecsRulesIsConcealedLater)
     EXPECT_EQ(1U, aac.statistics().malformed);
 }
 
+TEST_F(TalkReceptionTest, APacketOfCountlessUnitsIsDecodedOnlyAsFarAsAnOutputTakesIt)
+{
+    const SubMediaInfo track = *backChannelOf("aac");
+    TalkReception aac(track, TalkSettings(), TalkDepayloader::make(track),
+                      std::make_unique<FakeDecoder>(calls));
+    constexpr unsigned units = 1300;
+    RtpPacket packet;
+    packet.payloadType = static_cast<std::uint8_t>(track.payloadType);
+    packet.marker = true;
+    packet.payload = {units * 16 >> 8U, units * 16 & 0xffU};
+    for (unsigned i = 0; i < units; ++i)
+    {
+        packet.payload.insert(packet.payload.end(), {0, 8});
+    }
+    packet.payload.resize(packet.payload.size() + units, 7);
+    for (packet.sequence = 0; packet.sequence < 3; ++packet.sequence)
+    {
+        aac.add({packet.bytes(), 0});
+    }
+    aac.take(0, true, samples);
+    EXPECT_EQ(7U, samples.size()) << "of 64 ms each";
+    EXPECT_EQ(3U, aac.statistics().overrun);
+}
+
+TEST_F(TalkReceptionTest, AFloodIsDecodedOnlyAsFarAsAnOutputTakesIt)
+{
+    RtpPacket packet;
+    packet.payload.resize(800);
+    for (packet.sequence = 0; packet.sequence < 10; ++packet.sequence)
+    {
+        bring(packet, 0);
+    }
+    takeAt(0);
+    EXPECT_EQ(4U, samples.size()) << "of 100 ms each";
+    EXPECT_EQ(6U, reception.statistics().overrun);
+    bring(packet, 0);
+    takeAt(0);
+    EXPECT_EQ((std::vector<Decoded>{reset(), frame(0x55)}),
+              (std::vector<Decoded>(calls->end() - 2, calls->end())))
+        << "the next turn begins anew";
+}
+
+TEST_F(TalkReceptionTest, HolesCountAsWhatIsMadeUpForThem)
+{
+    for (std::uint16_t number = 0; number < 20; number += 2)
+    {
+        RtpPacket packet;
+        packet.sequence = number;
+        packet.timestamp = number * 80000U;
+        bring(packet, 0);
+    }
+    takeAt(50);
+    EXPECT_EQ((std::vector<Decoded>{reset(), frame(0x55), concealed(1600), frame(0x55), concealed(1600)}),
+              *calls);
+}
+
 TEST_F(TalkReceptionTest, WhoIsNotHeardIsNotDecodedAndBeginsAnewLater)
 {
     bring(10, 0);
