@@ -35,15 +35,15 @@ bool TalkInbox::takeRtcp(Packet& out)
 template <std::size_t room>
 void TalkInbox::put(Queue<room>& queue, const std::uint8_t* data, std::size_t size)
 {
-    if (size > longest)
-    {
-        overrun_.fetch_add(1, std::memory_order_relaxed);
-        return;
-    }
     const std::int64_t nowNs = clock_.monotonicNs();
     const std::lock_guard<std::mutex> guard(mutex_);
     if (!open_)
     {
+        return;
+    }
+    if (size > longest)
+    {
+        overrun_.fetch_add(1, std::memory_order_relaxed);
         return;
     }
     std::size_t count = queue.count.load(std::memory_order_relaxed);
@@ -82,6 +82,7 @@ bool TalkInbox::take(Queue<room>& queue, Packet& out)
 
 void TalkInbox::open()
 {
+    overrun_.store(0, std::memory_order_relaxed);
     setOpen(true);
 }
 
@@ -96,7 +97,6 @@ void TalkInbox::setOpen(bool open)
     open_ = open;
     rtp_.count.store(0, std::memory_order_relaxed);
     rtcp_.count.store(0, std::memory_order_relaxed);
-    overrun_.store(0, std::memory_order_relaxed);
 }
 
 std::uint64_t TalkInbox::overrun() const

@@ -151,7 +151,7 @@ void TalkSession::takeLeave()
     Log::info("talk-back: {} ended; {} packets, {} lost, {} late, {} dropped", name_, counted.packets,
               counted.lost, counted.late,
               counted.malformed + counted.wrongType + counted.foreign + counted.strayed + counted.stale +
-                  counted.overrun);
+                  counted.overrun + counted.badRtcp);
     if (reported_ && !left_ && usable())
     {
         sendReport(clock_.monotonicNs(), true);
@@ -198,7 +198,6 @@ int TalkSession::receive(bool& playerFault)
     }
     if (result != statusSuccess)
     {
-        Log::warning("talk-back: the audio output failed with {}", result);
         playerFault = true;
         return statusPlayerUnusable;
     }
@@ -281,7 +280,7 @@ void TalkSession::sendReport(std::int64_t nowNs, bool goodbye)
 TalkStatistics TalkSession::statistics()
 {
     TalkStatistics counted = reception_ == nullptr ? TalkStatistics() : reception_->statistics();
-    counted.overrun = inbox_->overrun();
+    counted.overrun += inbox_->overrun();
     return counted;
 }
 

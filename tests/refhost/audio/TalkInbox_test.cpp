@@ -79,6 +79,19 @@ TEST_F(TalkInboxTest, KeepsTheNewestWhenItIsFull)
     EXPECT_FALSE(inbox.takeRtp(packet));
 }
 
+TEST_F(TalkInboxTest, TellsWhatWasDroppedUntilItIsOpenedAgain)
+{
+    const std::vector<std::uint8_t> longer(4097);
+    inbox.open();
+    inbox.onRtp(longer.data(), longer.size());
+    inbox.close();
+    EXPECT_EQ(1U, inbox.overrun());
+    inbox.onRtp(longer.data(), longer.size());
+    EXPECT_EQ(1U, inbox.overrun()) << "what comes while it is closed is nobody's";
+    inbox.open();
+    EXPECT_EQ(0U, inbox.overrun());
+}
+
 TEST_F(TalkInboxTest, DropsWhatIsTooLong)
 {
     inbox.open();

@@ -291,6 +291,24 @@ TEST_F(TalkSessionTest, MalformedRtcpIsCountedAndEndsNothing)
     EXPECT_EQ(3U, talk->session.statistics().badRtcp);
 }
 
+TEST_F(TalkSessionTest, TheEndTellsInTheLogWhatWasDropped)
+{
+    const auto talk = playingTalk();
+    talk->bring(1);
+    talk->session.receive(fault);
+    const Bytes bad = {1, 2, 3};
+    const Bytes tooLong(5000);
+    talk->wire->listener.lock()->onRtp(bad.data(), bad.size());
+    talk->wire->listener.lock()->onRtp(tooLong.data(), tooLong.size());
+    talk->wire->listener.lock()->onRtcp(bad.data(), bad.size());
+    talk->session.receive(fault);
+    talk->session.report();
+    testing::internal::CaptureStderr();
+    talk->session.stop();
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, text.find("ended; 1 packets, 0 lost, 0 late, 3 dropped")) << text;
+}
+
 TEST_F(TalkSessionTest, AnEndSaysGoodbyeOnceAndLetsTheConnectionGo)
 {
     auto talk = playingTalk();
