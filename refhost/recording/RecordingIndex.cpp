@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "refhost/base/Log.h"
 #include "refhost/recording/SqliteQuery.h"
 
 namespace refhost
@@ -66,16 +67,52 @@ std::int64_t endOf(const RecordedSegment& segment)
     return segment.beginNs + segment.durationNs;
 }
 
+// A slash at the end would stand twice in the paths of segments.
+std::string withoutSlash(std::string directory)
+{
+    while (directory.size() > 1 && directory.back() == '/')
+    {
+        directory.pop_back();
+    }
+    return directory;
+}
+
+// One that was set aside before is replaced, so that they do not pile up.
+void setAside(const std::string& directory, const std::string& why)
+{
+    const std::string database = databaseOf(directory);
+    std::error_code problem;
+    for (const char* const part : {"-wal", "-shm", ""})
+    {
+        std::filesystem::remove(database + ".damaged" + part, problem);
+        std::filesystem::rename(database + part, database + ".damaged" + part, problem);
+    }
+    if (problem)
+    {
+        Log::error("{} is damaged ({}) and cannot be set aside: {}", database, Log::safe(why),
+                   problem.message());
+        return;
+    }
+    Log::warning("{} is damaged ({}); it is kept as index.db.damaged and made anew from the files", database,
+                 Log::safe(why));
+}
+
 }  // namespace
 
-std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& directory, std::string& error)
+std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& path, std::string& error)
 {
+    const std::string directory = withoutSlash(path);
     std::error_code problem;
     std::filesystem::create_directories(directory, problem);
     if (problem)
     {
         error = directory + ": " + problem.message();
         return nullptr;
+    }
+    std::string damage;
+    if (SqliteDatabase::isDamaged(databaseOf(directory), damage))
+    {
+        setAside(directory, damage);
     }
     std::shared_ptr<RecordingIndex> index(new RecordingIndex(directory));
     if (!index->openWriting(error) || !index->openReading(error))
@@ -86,8 +123,9 @@ std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& director
     return index;
 }
 
-std::shared_ptr<RecordingIndex> RecordingIndex::openToRead(const std::string& directory, std::string& error)
+std::shared_ptr<RecordingIndex> RecordingIndex::openToRead(const std::string& path, std::string& error)
 {
+    const std::string directory = withoutSlash(path);
     std::shared_ptr<RecordingIndex> index(new RecordingIndex(directory));
     if (!index->openReading(error))
     {
@@ -166,8 +204,7 @@ bool RecordingIndex::openReading(std::string& error)
         prepared(database, select + "WHERE camera = ? AND stream = ? ORDER BY begin_ns, id", good);
     reading_.all = prepared(database, select + "ORDER BY begin_ns, id", good);
     reading_.unclosed = prepared(database, select + "WHERE closed = 0 ORDER BY begin_ns, id", good);
-    reading_.oldestClosed =
-        prepared(database, select + "WHERE closed != 0 ORDER BY begin_ns, id LIMIT 1", good);
+    reading_.oldestClosed = prepared(database, select + "WHERE closed != 0 ORDER BY begin_ns, id", good);
     reading_.totalBytes = prepared(database, "SELECT total(bytes) FROM segment", good);
     if (!good)
     {
@@ -250,10 +287,18 @@ std::vector<RecordedSegment> RecordingIndex::unclosed() const
     return segments(reading_.unclosed);
 }
 
-std::optional<RecordedSegment> RecordingIndex::oldestClosed() const
+std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::int64_t>& besides) const
 {
-    std::vector<RecordedSegment> found = segments(reading_.oldestClosed);
-    return found.empty() ? std::nullopt : std::make_optional(std::move(found.front()));
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.oldestClosed);
+    while (query.next())
+    {
+        if (besides.count(query.number(0)) == 0)
+        {
+            return segmentOf(query);
+        }
+    }
+    return std::nullopt;
 }
 
 std::int64_t RecordingIndex::totalBytes() const
@@ -314,18 +359,23 @@ std::vector<RecordedSegment> RecordingIndex::segments(const SqliteDatabase::Stat
     SqliteQuery query(*statement, parameters...);
     while (query.next())
     {
-        RecordedSegment segment;
-        segment.id = query.number(0);
-        segment.cameraId = static_cast<int>(query.number(1));
-        segment.streamId = static_cast<int>(query.number(2));
-        segment.beginNs = query.number(3);
-        segment.durationNs = query.number(4);
-        segment.bytes = query.number(5);
-        segment.path = directory_ + "/" + query.text(6);
-        segment.closed = query.number(7) != 0;
-        found.push_back(std::move(segment));
+        found.push_back(segmentOf(query));
     }
     return found;
+}
+
+RecordedSegment RecordingIndex::segmentOf(const SqliteQuery& row) const
+{
+    RecordedSegment segment;
+    segment.id = row.number(0);
+    segment.cameraId = static_cast<int>(row.number(1));
+    segment.streamId = static_cast<int>(row.number(2));
+    segment.beginNs = row.number(3);
+    segment.durationNs = row.number(4);
+    segment.bytes = row.number(5);
+    segment.path = directory_ + "/" + row.text(6);
+    segment.closed = row.number(7) != 0;
+    return segment;
 }
 
 template <typename... Parameters>

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,8 @@
 
 namespace refhost
 {
+
+class SqliteQuery;
 
 /// What was recorded when and where it lies: the table of all segments below one directory, in
 /// `<directory>/index.db`.
@@ -31,12 +34,15 @@ public:
     /// How far the end of an open segment may be beyond what is known of it, nanoseconds.
     static constexpr std::int64_t openReserveNs = 5000000000;
 
-    /// Opens the index of a directory, making both if they are missing.
+    /// Opens the index of a directory, making both if they are missing. One that is damaged is set aside as
+    /// `index.db.damaged`, with a line in the log, and an empty one takes its place: RecordingRepair finds
+    /// the files again.
+    /// \param path        of the directory
     /// \param[out] error  why not, in plain words
     /// \returns null with `error` set when it cannot be written to or belongs to a later version
-    static std::shared_ptr<RecordingIndex> open(const std::string& directory, std::string& error);
+    static std::shared_ptr<RecordingIndex> open(const std::string& path, std::string& error);
     /// Opens an index that is there to look at it, as another process than the server does.
-    static std::shared_ptr<RecordingIndex> openToRead(const std::string& directory, std::string& error);
+    static std::shared_ptr<RecordingIndex> openToRead(const std::string& path, std::string& error);
 
     RecordingIndex(const RecordingIndex&) = delete;
     RecordingIndex& operator=(const RecordingIndex&) = delete;
@@ -67,7 +73,8 @@ public:
     /// Segments that are being written, or were when the process ended.
     std::vector<RecordedSegment> unclosed() const;
     /// The closed segment with the earliest begin.
-    std::optional<RecordedSegment> oldestClosed() const;
+    /// \param besides  segments that do not count
+    std::optional<RecordedSegment> oldestClosed(const std::set<std::int64_t>& besides = {}) const;
     /// Sum of the sizes of all segments, bytes.
     std::int64_t totalBytes() const;
 
@@ -109,6 +116,7 @@ private:
     bool openWriting(std::string& error);
     bool openReading(std::string& error);
     std::optional<RecordedStream> streamAfter(const RecordedStream& stream) const;
+    RecordedSegment segmentOf(const SqliteQuery& row) const;
 
     template <typename... Parameters>
     std::vector<RecordedSegment> segments(const SqliteDatabase::Statement& statement,
@@ -117,11 +125,12 @@ private:
     bool write(const SqliteDatabase::Statement& statement, const Parameters&... parameters);
 
     const std::string directory_;
-    mutable std::mutex readingMutex_;
-    Reading reading_;
     mutable std::mutex writingMutex_;
     Writing writing_;
     std::string error_;
+    mutable std::mutex readingMutex_;
+    /// Ends before the writing one, which brings everything into one file when it ends as the last.
+    Reading reading_;
 };
 
 }  // namespace refhost

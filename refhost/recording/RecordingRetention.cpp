@@ -1,32 +1,43 @@
 #include "refhost/recording/RecordingRetention.h"
 
 #include <filesystem>
+#include <optional>
+#include <set>
 #include <system_error>
 
 namespace refhost
 {
 
-int RecordingRetention::apply(RecordingIndex& index, std::int64_t nowNs) const
+RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, std::int64_t nowNs) const
 {
-    int removed = 0;
+    Outcome outcome;
+    std::set<std::int64_t> stuck;
     std::int64_t bytes = index.totalBytes();
-    for (;;)
+    while (stuck.size() < mostFailures)
     {
-        const std::optional<RecordedSegment> oldest = index.oldestClosed();
+        const std::optional<RecordedSegment> oldest = index.oldestClosed(stuck);
         if (!oldest || !isTooMuch(bytes, *oldest, nowNs))
         {
-            return removed;
+            break;
         }
         // The file first: it makes room where the disk is full and the index cannot be changed.
         std::error_code problem;
         std::filesystem::remove(oldest->path, problem);
-        if (problem || !index.remove(oldest->id))
+        if (problem)
         {
-            return removed;
+            outcome.problem = oldest->path + ": " + problem.message();
+            stuck.insert(oldest->id);
+            continue;
+        }
+        if (!index.remove(oldest->id))
+        {
+            outcome.problem = index.lastError();
+            break;
         }
         bytes -= oldest->bytes;
-        ++removed;
+        ++outcome.removed;
     }
+    return outcome;
 }
 
 bool RecordingRetention::isTooMuch(std::int64_t bytes, const RecordedSegment& oldest,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "refhost/recording/RecordingIndex.h"
 
@@ -19,11 +20,19 @@ public:
         std::int64_t maxAgeNs = 0;  ///< from the end of a segment until now; 0: no limit
     };
 
+    struct Outcome
+    {
+        int removed = 0;      ///< segments
+        std::string problem;  ///< of one that could not be removed, in plain words; empty without any
+    };
+
+    /// Files that cannot be removed are passed over, this many in one go: more of them mean that none can.
+    static constexpr int mostFailures = 16;
+
     explicit RecordingRetention(const Limits& limits) : limits_(limits) {}
 
     /// \param nowNs  wall clock, nanoseconds since 1970
-    /// \returns how many segments were removed; stops at the first that cannot be
-    int apply(RecordingIndex& index, std::int64_t nowNs) const;
+    Outcome apply(RecordingIndex& index, std::int64_t nowNs) const;
 
 private:
     bool isTooMuch(std::int64_t bytes, const RecordedSegment& oldest, std::int64_t nowNs) const;

@@ -33,11 +33,8 @@ bool recordsAnyOf(const CameraConfig& camera)
 }  // namespace
 
 RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
-                                   std::chrono::milliseconds retryPause)
-    : config_(config),
-      streams_(std::move(streams)),
-      retention_(limitsOf(config.recording)),
-      retryPause_(retryPause)
+                                   const Pauses& pauses)
+    : config_(config), streams_(std::move(streams)), retention_(limitsOf(config.recording)), pauses_(pauses)
 {
 }
 
@@ -86,13 +83,13 @@ void RecordingService::open()
             Log::error("nothing is recorded: {}", Log::safe(error));
         }
         failureTold_ = true;
-        queue_.post([this] { open(); }, retryPause_);
+        queue_.post([this] { open(); }, pauses_.retry);
         return;
     }
     // At once: what the repair changes is little, and players need not wait for it.
     Device::setRecordings(index_);
     repair();
-    retain();
+    retainRegularly();
     record();
 }
 
@@ -103,7 +100,7 @@ void RecordingService::repair()
     {
         Log::info(
             "recordings repaired: {} unfinished measured, {} unknown adopted, {} missing dropped, {} empty "
-            "removed, {} not to be entered",
+            "removed, {} left as they are because the disk fails",
             result.closed, result.adopted, result.dropped, result.removed, result.failed);
     }
 }
@@ -121,8 +118,7 @@ void RecordingService::record()
                 continue;
             }
             const Recorder::Stream recorded{camera.id, stream.id, streams_->find(camera.id, stream.id)};
-            recorders_.push_back(
-                Recorder::start(recorded, index_, options, [this] { queue_.post([this] { retain(); }); }));
+            recorders_.push_back(Recorder::start(recorded, index_, options, [this] { retainSoon(); }));
         }
     }
     if (!recorders_.empty())
@@ -135,11 +131,34 @@ void RecordingService::record()
 
 void RecordingService::retain()
 {
-    const int removed = retention_.apply(*index_, HostClock::system().wallNs());
-    if (removed > 0)
+    retainsSoon_ = false;
+    ++retentions_;
+    const RecordingRetention::Outcome outcome = retention_.apply(*index_, HostClock::system().wallNs());
+    if (outcome.removed > 0)
     {
-        Log::debug("{} old recordings removed", removed);
+        Log::debug("{} old recordings removed", outcome.removed);
     }
+    if (!outcome.problem.empty() && !stuckTold_)
+    {
+        Log::error("old recordings cannot be removed: {}", Log::safe(outcome.problem));
+    }
+    stuckTold_ = !outcome.problem.empty();
+}
+
+/// Many streams end their segments at about the same time, and each look at the limits reads the index.
+void RecordingService::retainSoon()
+{
+    if (!retainsSoon_.exchange(true))
+    {
+        queue_.post([this] { retain(); }, pauses_.closed);
+    }
+}
+
+/// Age passes, and long segments grow, also while none ends.
+void RecordingService::retainRegularly()
+{
+    retain();
+    queue_.post([this] { retainRegularly(); }, pauses_.anyway);
 }
 
 }  // namespace refhost

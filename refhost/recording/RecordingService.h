@@ -25,9 +25,17 @@ namespace refhost
 class RecordingService
 {
 public:
-    /// \param retryPause  after which an index that cannot be opened is tried again
+    struct Pauses
+    {
+        std::chrono::milliseconds retry;   ///< until an index that cannot be opened is tried again
+        std::chrono::milliseconds closed;  ///< from the end of a segment until the limits are looked at
+        std::chrono::milliseconds anyway;  ///< between two looks at the limits though no segment ends
+    };
+    static constexpr Pauses usualPauses{std::chrono::seconds(10), std::chrono::seconds(5),
+                                        std::chrono::seconds(60)};
+
     RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
-                     std::chrono::milliseconds retryPause = std::chrono::seconds(10));
+                     const Pauses& pauses = usualPauses);
     ~RecordingService();
     RecordingService(const RecordingService&) = delete;
     RecordingService& operator=(const RecordingService&) = delete;
@@ -41,6 +49,11 @@ public:
     {
         return attempts_;
     }
+    /// How often the limits were looked at.
+    int retentions() const
+    {
+        return retentions_;
+    }
 
 private:
     bool recordsAnything() const;
@@ -48,17 +61,22 @@ private:
     void repair();
     void record();
     void retain();
+    void retainSoon();
+    void retainRegularly();
 
     const ServerConfig config_;
     const std::shared_ptr<StreamDirectory> streams_;
     const RecordingRetention retention_;
-    const std::chrono::milliseconds retryPause_;
+    const Pauses pauses_;
+    std::atomic<bool> retainsSoon_{false};
 
     // Used on the service's thread only, or after its end.
     std::shared_ptr<RecordingIndex> index_;
     std::vector<std::shared_ptr<Recorder>> recorders_;
     bool failureTold_ = false;
+    bool stuckTold_ = false;
     std::atomic<int> attempts_{0};
+    std::atomic<int> retentions_{0};
 
     /// Last: its thread uses everything above.
     TaskQueue queue_;

@@ -34,6 +34,29 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::open(const std::string& path, Ac
     return database;
 }
 
+bool SqliteDatabase::isDamaged(const std::string& path, std::string& how)
+{
+    sqlite3* connection = nullptr;
+    const int result =
+        sqlite3_open_v2(path.c_str(), &connection, SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_READWRITE, nullptr);
+    SqliteDatabase database(connection);
+    if (result != SQLITE_OK)
+    {
+        return false;
+    }
+    sqlite3_busy_timeout(connection, busyMs);
+    const Statement check = database.prepare("PRAGMA quick_check(1)");
+    if (check && sqlite3_step(check.get()) == SQLITE_ROW)
+    {
+        const auto* const said = reinterpret_cast<const char*>(sqlite3_column_text(check.get(), 0));
+        how = said == nullptr ? "" : said;
+        return how != "ok";
+    }
+    how = database.lastError();
+    const int problem = sqlite3_errcode(connection);
+    return problem == SQLITE_CORRUPT || problem == SQLITE_NOTADB;
+}
+
 SqliteDatabase::~SqliteDatabase()
 {
     sqlite3_close_v2(connection_);

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/CapturedErrors.h"
 #include "tests/TemporaryFolder.h"
 
 namespace refhost
@@ -279,14 +280,61 @@ TEST_F(RecordingIndexTest, DirectoryThatCannotBeMadeIsTold)
     EXPECT_NE(error.find("file/sub"), std::string::npos) << error;
 }
 
-TEST_F(RecordingIndexTest, FileThatIsNoIndexIsRefusedAndLeftAsItIs)
+TEST_F(RecordingIndexTest, ClosedIndexIsOneFile)
+{
+    add(1, 0, 0, 10);
+    index_.reset();
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "a/b/index.db-wal"));
+}
+
+TEST_F(RecordingIndexTest, FileThatIsNoIndexIsToldAndKeptAside)
 {
     std::filesystem::create_directory(folder_ / "odd");
     std::ofstream(folder_ / "odd/index.db") << std::string(4096, 'x');
     std::string error;
-    EXPECT_FALSE(RecordingIndex::open(folder_ / "odd", error));
-    EXPECT_FALSE(error.empty());
-    EXPECT_EQ(std::filesystem::file_size(folder_ / "odd/index.db"), 4096U);
+    EXPECT_FALSE(RecordingIndex::openToRead(folder_ / "odd", error));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "odd/index.db.damaged"))
+        << "who only looks changes nothing";
+    CapturedErrors log;
+    const auto index = RecordingIndex::open(folder_ / "odd", error);
+    ASSERT_TRUE(index) << error;
+    EXPECT_TRUE(index->all().empty());
+    EXPECT_EQ(std::filesystem::file_size(folder_ / "odd/index.db.damaged"), 4096U);
+    EXPECT_EQ(log.linesWith("odd/index.db").size(), 1U);
+}
+
+TEST_F(RecordingIndexTest, DamageInTheMiddleIsFoundAtTheStart)
+{
+    for (int i = 0; i < 2000; ++i)
+    {
+        add(1, 0, i, 1);
+    }
+    index_.reset();
+    {
+        std::fstream file(folder_ / "a/b/index.db", std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(8 * 4096 + 1);
+        file << std::string(3000, '\x5A');
+    }
+    CapturedErrors log;
+    index_ = open();
+    ASSERT_TRUE(index_);
+    EXPECT_TRUE(index_->all().empty());
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "a/b/index.db.damaged"));
+    EXPECT_EQ(log.linesWith("damaged").size(), 1U);
+}
+
+TEST_F(RecordingIndexTest, WhatIsSetAsideReplacesWhatWasThere)
+{
+    index_.reset();
+    for (const char* text : {"first", "second"})
+    {
+        std::ofstream(folder_ / "a/b/index.db") << std::string(4096, text[0]);
+        index_ = open();
+        ASSERT_TRUE(index_);
+        index_.reset();
+    }
+    std::ifstream kept(folder_ / "a/b/index.db.damaged");
+    EXPECT_EQ(kept.get(), 's');
 }
 
 TEST_F(RecordingIndexTest, IndexOfALaterVersionIsRefused)

@@ -13,6 +13,7 @@ namespace
 {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 class RecordingRetentionTest : public testing::Test
 {
@@ -39,7 +40,9 @@ protected:
 
     int apply(const RecordingRetention::Limits& limits, std::int64_t now = 1000)
     {
-        return RecordingRetention(limits).apply(*index_, now * second);
+        const RecordingRetention::Outcome outcome = RecordingRetention(limits).apply(*index_, now * second);
+        problem_ = outcome.problem;
+        return outcome.removed;
     }
 
     std::vector<std::int64_t> begins() const
@@ -66,6 +69,7 @@ protected:
     static constexpr std::int64_t second = 1000000000;
     TemporaryFolder folder_;
     std::shared_ptr<RecordingIndex> index_;
+    std::string problem_;
 };
 
 TEST_F(RecordingRetentionTest, WithoutLimitsNothingIsRemoved)
@@ -127,6 +131,36 @@ TEST_F(RecordingRetentionTest, FileThatCannotBeRemovedKeepsItsEntry)
     std::filesystem::create_directories(folder_ / "1-10/full");
     EXPECT_EQ(apply({50, 0}), 0);
     EXPECT_EQ(index_->all().size(), 1U);
+    EXPECT_THAT(problem_, HasSubstr("1-10"));
+}
+
+TEST_F(RecordingRetentionTest, FileThatCannotBeRemovedDoesNotKeepTheOthers)
+{
+    add(1, 10);
+    std::filesystem::remove(folder_ / "1-10");
+    std::filesystem::create_directories(folder_ / "1-10/full");
+    for (const int begin : {10, 20, 30, 40})
+    {
+        add(2, begin);
+    }
+    EXPECT_EQ(apply({300, 0}), 2);
+    EXPECT_THAT(begins(), ElementsAre(10, 30, 40));
+    EXPECT_THAT(problem_, HasSubstr("1-10"));
+    EXPECT_EQ(apply({300, 0}), 0);
+}
+
+TEST_F(RecordingRetentionTest, DirectoryWhoseFilesAllStayIsNotTriedForEver)
+{
+    constexpr int many = 3 * RecordingRetention::mostFailures;
+    for (int i = 0; i < many; ++i)
+    {
+        add(1, i);
+        std::filesystem::remove(folder_ / ("1-" + std::to_string(i)));
+        std::filesystem::create_directories(folder_ / ("1-" + std::to_string(i) + "/full"));
+    }
+    add(1, many);
+    EXPECT_EQ(apply({50, 0}), 0);
+    EXPECT_FALSE(problem_.empty());
 }
 
 }  // namespace

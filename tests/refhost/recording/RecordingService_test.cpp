@@ -45,7 +45,7 @@ protected:
 
     void start()
     {
-        service_ = std::make_unique<RecordingService>(config_, streams_, std::chrono::milliseconds(10));
+        service_ = std::make_unique<RecordingService>(config_, streams_, pauses_);
         service_->start();
     }
 
@@ -65,8 +65,11 @@ protected:
         return *streams_->streams.at(0);
     }
 
+    static constexpr std::chrono::milliseconds soon{10};
+    static constexpr std::chrono::hours notInThisTest{1};
     TemporaryFolder folder_;
     ServerConfig config_;
+    RecordingService::Pauses pauses_{soon, soon, notInThisTest};
     std::shared_ptr<FakeStreams> streams_ = std::make_shared<FakeStreams>();
     std::unique_ptr<RecordingService> service_;
 };
@@ -120,6 +123,66 @@ TEST_F(RecordingServiceTest, OldestRecordingsGoAsSegmentsClose)
     waitFor([&] { return index->totalBytes() <= 1048576; });
     EXPECT_GT(index->all().front().beginNs, MadeUnits::at(0));
     service_->stop();
+}
+
+TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMore)
+{
+    pauses_.anyway = soon;
+    config_.recording.maxAge = 1;
+    config_.cameras[0].streams[0].record = false;
+    std::filesystem::create_directory(config_.recording.directory);
+    std::ofstream(config_.recording.directory + "/index.db");
+    start();
+    waitFor([] { return Device::recordings() != nullptr; });
+    const std::shared_ptr<RecordingIndex> index = Device::recordings();
+    const std::string path = config_.recording.directory + "/old";
+    std::ofstream(path) << "footage";
+    RecordedSegment segment;
+    segment.path = path;
+    segment.durationNs = 1;
+    segment.closed = true;
+    ASSERT_TRUE(index->add(segment));
+    waitFor([&] { return !std::filesystem::exists(path); });
+    service_->stop();
+}
+
+TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
+{
+    pauses_.anyway = soon;
+    config_.recording.maxAge = 1;
+    CapturedErrors log;
+    start();
+    ASSERT_TRUE(recorded().waitUntilAttached());
+    for (const char* name : {"stays", "goes"})
+    {
+        RecordedSegment segment;
+        segment.path = config_.recording.directory + "/" + name;
+        segment.durationNs = 1;
+        segment.closed = true;
+        std::filesystem::create_directory(segment.path);
+        std::ofstream(segment.path + "/full");
+        ASSERT_TRUE(Device::recordings()->add(segment));
+    }
+    const int before = service_->retentions();
+    waitFor([&] { return service_->retentions() > before + 3; });
+    service_->stop();
+    EXPECT_THAT(log.linesWith("cannot be removed"), SizeIs(1));
+}
+
+TEST_F(RecordingServiceTest, IndexThatWasDamagedIsMadeAnewFromTheFiles)
+{
+    start();
+    ASSERT_TRUE(recorded().waitUntilAttached());
+    recorded().giveMedia(0, 2);
+    service_->stop();
+    std::ofstream(config_.recording.directory + "/index.db") << std::string(4096, 'x');
+    CapturedErrors log;
+    start();
+    ASSERT_TRUE(recorded().waitUntilAttached());
+    EXPECT_THAT(Device::recordings()->all(), SizeIs(2));
+    service_->stop();
+    EXPECT_THAT(log.linesWith("index.db.damaged"), SizeIs(1));
+    EXPECT_THAT(log.linesWith("2 unknown adopted"), SizeIs(1));
 }
 
 TEST_F(RecordingServiceTest, DirectoryThatCannotBeMadeIsToldOnceAndTriedAgain)
