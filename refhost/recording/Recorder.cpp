@@ -203,7 +203,8 @@ void Recorder::endSegment(std::int64_t durationNs)
     {
         return fail(writer_->error());
     }
-    segment_.durationNs = durationNs;
+    // Of a single picture nobody may have told how long it lasts.
+    segment_.durationNs = std::max(durationNs, SegmentMeasure::leastNs);
     segment_.bytes = writer_->bytes();
     writer_.reset();
     closeInIndex(segment_);
@@ -231,14 +232,25 @@ void Recorder::fail(const std::string& why)
         return;
     }
     writer_.reset();
+    measureUnfinished();
+    closeInIndex(segment_);
+}
+
+/// Of a file that the disk has stopped: what it holds, or what was told of it where it cannot be read either.
+void Recorder::measureUnfinished()
+{
     SegmentMeasure measure;
-    if (!SegmentMeasure::take(segment_.path, measure))
+    const SegmentMeasure::Result result = SegmentMeasure::take(segment_.path, measure);
+    if (result == SegmentMeasure::Result::unreadable)
+    {
+        return;
+    }
+    if (result == SegmentMeasure::Result::nothing)
     {
         ::unlink(segment_.path.c_str());
     }
     segment_.durationNs = measure.durationNs;
     segment_.bytes = measure.bytes;
-    closeInIndex(segment_);
 }
 
 void Recorder::closeInIndex(const RecordedSegment& segment)

@@ -65,6 +65,7 @@ private:
     void take(const EncodedUnitPtr& unit);
     void flushWhenDue();
     void fail(const std::string& why);
+    void measureUnfinished();
     void closeInIndex(const RecordedSegment& segment);
     void closeUnfinished();
     SegmentCutter::Expected expected() const;

@@ -23,21 +23,36 @@ void count(bool done, int& success, RecordingRepair::Result& result)
 void closeOrRemove(RecordingIndex& index, const RecordedSegment& segment, RecordingRepair::Result& result)
 {
     SegmentMeasure measure;
-    if (SegmentMeasure::take(segment.path, measure))
+    switch (SegmentMeasure::take(segment.path, measure))
     {
-        count(index.close(segment.id, measure.durationNs, measure.bytes), result.closed, result);
-        return;
+        case SegmentMeasure::Result::footage:
+            count(index.close(segment.id, measure.durationNs, measure.bytes), result.closed, result);
+            return;
+        case SegmentMeasure::Result::nothing:
+        {
+            std::error_code ignored;
+            fs::remove(segment.path, ignored);
+            count(index.remove(segment.id), result.removed, result);
+            return;
+        }
+        case SegmentMeasure::Result::unreadable:
+            ++result.failed;
     }
-    std::error_code ignored;
-    fs::remove(segment.path, ignored);
-    count(index.remove(segment.id), result.removed, result);
+}
+
+// Whether the system has lost what was written to a finished file, as it may when the power fails.
+bool isCutOff(const RecordedSegment& segment)
+{
+    std::error_code problem;
+    const auto bytes = static_cast<std::int64_t>(fs::file_size(segment.path, problem));
+    return !problem && bytes < segment.bytes;
 }
 
 void adopt(RecordingIndex& index, const SegmentPath& place, const std::string& path,
            RecordingRepair::Result& result)
 {
     SegmentMeasure measure;
-    if (!SegmentMeasure::take(path, measure))
+    if (SegmentMeasure::take(path, measure) != SegmentMeasure::Result::footage)
     {
         return;
     }
@@ -66,7 +81,7 @@ RecordingRepair::Result RecordingRepair::run(RecordingIndex& index)
         {
             count(index.remove(segment.id), result.dropped, result);
         }
-        else if (!segment.closed)
+        else if (!segment.closed || isCutOff(segment))
         {
             closeOrRemove(index, segment, result);
         }

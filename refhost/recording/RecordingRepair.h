@@ -13,11 +13,11 @@ class RecordingRepair
 public:
     struct Result
     {
-        int closed = 0;   ///< segments whose end was not entered: measured now
+        int closed = 0;   ///< segments whose end was not entered, or was lost: measured now
         int adopted = 0;  ///< files that the index did not know
         int dropped = 0;  ///< entries whose file is gone
         int removed = 0;  ///< files in which nothing can be played
-        int failed = 0;   ///< what the index could not be told
+        int failed = 0;   ///< files that cannot be read now, and what the index could not be told
 
         bool hasAny() const
         {

@@ -1,10 +1,13 @@
 #include "refhost/recording/SegmentMeasure.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
-#include <filesystem>
+#include <cerrno>
+#include <fstream>
 #include <memory>
-#include <system_error>
-#include <vector>
+
+#include "refhost/recording/SegmentCutter.h"
 
 extern "C"
 {
@@ -32,6 +35,8 @@ struct FreePacket
     }
 };
 
+using Result = SegmentMeasure::Result;
+
 struct TrackEnd
 {
     std::int64_t lastNs = -1;  ///< timestamp of the last unit, -1 without any
@@ -39,7 +44,9 @@ struct TrackEnd
 
     void add(std::int64_t timeNs)
     {
-        if (timeNs > lastNs)
+        // A segment ends where its stream pauses, so what lies further ahead is a damage.
+        constexpr std::int64_t longestStepNs = SegmentCutter::longestPauseNs + SegmentCutter::longestHoldNs;
+        if (timeNs > lastNs && timeNs <= std::max<std::int64_t>(lastNs, 0) + longestStepNs)
         {
             stepNs = lastNs < 0 ? 0 : timeNs - lastNs;
             lastNs = timeNs;
@@ -47,19 +54,35 @@ struct TrackEnd
     }
 };
 
+// What the demuxer says of a file that it cannot open does not tell a damage from a failing disk.
+Result resultWithoutDemuxer(const std::string& path)
+{
+    struct stat status
+    {
+    };
+    if (::stat(path.c_str(), &status) != 0)
+    {
+        return errno == ENOENT ? Result::nothing : Result::unreadable;
+    }
+    std::ifstream file(path, std::ios::binary);
+    return file.is_open() && (status.st_size == 0 || file.get() != std::ifstream::traits_type::eof())
+               ? Result::nothing
+               : Result::unreadable;
+}
+
 }  // namespace
 
-bool SegmentMeasure::take(const std::string& path, SegmentMeasure& measure)
+Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure)
 {
     AVFormatContext* opened = avformat_alloc_context();
     if (opened == nullptr)
     {
-        return false;
+        return Result::unreadable;
     }
     opened->flags |= AVFMT_FLAG_NOFILLIN | AVFMT_FLAG_NOPARSE;
     if (avformat_open_input(&opened, ("file:" + path).c_str(), av_find_input_format("matroska"), nullptr) < 0)
     {
-        return false;
+        return resultWithoutDemuxer(path);
     }
     const std::unique_ptr<AVFormatContext, CloseInput> input(opened);
     const std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
@@ -76,20 +99,22 @@ bool SegmentMeasure::take(const std::string& path, SegmentMeasure& measure)
         }
         av_packet_unref(packet.get());
     }
+    const bool failing = input->pb->error < 0 && input->pb->error != AVERROR_EOF;
     const TrackEnd& reference = video.lastNs < 0 ? audio : video;
+    struct stat status
+    {
+    };
+    if (failing || ::stat(path.c_str(), &status) != 0)
+    {
+        return Result::unreadable;
+    }
     if (reference.lastNs < 0)
     {
-        return false;
+        return Result::nothing;
     }
-    std::error_code problem;
-    const auto bytes = std::filesystem::file_size(path, problem);
-    if (problem)
-    {
-        return false;
-    }
-    measure.durationNs = reference.lastNs + reference.stepNs;
-    measure.bytes = static_cast<std::int64_t>(bytes);
-    return true;
+    measure.durationNs = std::max(reference.lastNs + reference.stepNs, leastNs);
+    measure.bytes = static_cast<std::int64_t>(status.st_size);
+    return Result::footage;
 }
 
 }  // namespace refhost

@@ -9,13 +9,22 @@ namespace refhost
 /// How much of a Matroska file can be played, found by reading it to its end.
 struct SegmentMeasure
 {
+    enum class Result
+    {
+        footage,    ///< it was measured
+        nothing,    ///< nothing in it can be played, or there is no file
+        unreadable  ///< the system does not give its bytes: nobody knows
+    };
+
+    /// A single picture lasts that long at least, nanoseconds: timestamps are milliseconds.
+    static constexpr std::int64_t leastNs = 1000000;
+
     std::int64_t durationNs = 0;  ///< up to the end of the last picture, or of the last sound without any
     std::int64_t bytes = 0;       ///< size of the file
 
     /// Measures a file, finished or not.
-    /// \param[out] measure  set on success
-    /// \returns false when nothing in it can be played or it cannot be read
-    static bool take(const std::string& path, SegmentMeasure& measure);
+    /// \param[out] measure  set where there is footage
+    static Result take(const std::string& path, SegmentMeasure& measure);
 };
 
 }  // namespace refhost

@@ -100,7 +100,7 @@ TEST_F(RecorderTest, SegmentsFollowEachOtherFromTheFirstPictureToTheLast)
         EXPECT_EQ(static_cast<std::uintmax_t>(segments[i].bytes),
                   std::filesystem::file_size(segments[i].path));
         SegmentMeasure measure;
-        ASSERT_TRUE(SegmentMeasure::take(segments[i].path, measure));
+        ASSERT_EQ(SegmentMeasure::take(segments[i].path, measure), SegmentMeasure::Result::footage);
         EXPECT_EQ(measure.durationNs, segments[i].durationNs);
     }
     EXPECT_EQ(segments[0].path, folder_ / "7/2/20260101T000000.123456Z.mkv");
@@ -117,9 +117,28 @@ TEST_F(RecorderTest, SegmentCanBePlayedAndFoundWhileItIsWritten)
     EXPECT_GE(open[0].durationNs, 3 * second / 2);
     EXPECT_GT(open[0].bytes, 25 * 1000);
     SegmentMeasure measure;
-    ASSERT_TRUE(SegmentMeasure::take(open[0].path, measure));
+    ASSERT_EQ(SegmentMeasure::take(open[0].path, measure), SegmentMeasure::Result::footage);
     EXPECT_GE(measure.durationNs, 5 * second / 2);
     EXPECT_LE(measure.durationNs, 14 * second / 5);
+}
+
+TEST_F(RecorderTest, SinglePicturesOfASourceThatKeepsStoppingAreKnownToTheIndex)
+{
+    start();
+    for (int i = 0; i < 3; ++i)
+    {
+        EncodedUnit picture = *source_->made.picture(i * 10.0, true);
+        picture.durationNs = 0;
+        source_->give(std::make_shared<EncodedUnit>(picture));
+        source_->interrupt();
+    }
+    stop();
+    EXPECT_THAT(index_->all(), SizeIs(3));
+    for (const RecordedSegment& segment : index_->all())
+    {
+        EXPECT_TRUE(segment.closed);
+        EXPECT_GT(segment.durationNs, 0);
+    }
 }
 
 TEST_F(RecorderTest, StopOfTheSourceIsAGapAndTheNewStartHasItsTrueTime)

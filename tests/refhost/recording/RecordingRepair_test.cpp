@@ -122,6 +122,63 @@ TEST_F(RecordingRepairTest, OtherFilesAreLeftAlone)
     EXPECT_TRUE(index_->all().empty());
 }
 
+TEST_F(RecordingRepairTest, FileThatCannotBeReadNowIsLeftForTheNextStart)
+{
+    // Reading a directory fails, as reading from a failing disk does.
+    const std::string path = folder_ / SegmentPath{1, 0, at(0)}.toString();
+    std::filesystem::create_directories(path);
+    enter(path, 0, false);
+    const RecordingRepair::Result result = RecordingRepair::run(*index_);
+    EXPECT_EQ(result.removed, 0);
+    EXPECT_EQ(result.failed, 1);
+    EXPECT_TRUE(std::filesystem::exists(path));
+    EXPECT_EQ(index_->unclosed().size(), 1U);
+}
+
+TEST_F(RecordingRepairTest, FinishedFileThatHasLostItsEndIsMeasuredAnew)
+{
+    const std::string path = makeFile(0, 4, true);
+    const std::int64_t id = enter(path, 0, false);
+    index_->close(id, 4 * second, static_cast<std::int64_t>(std::filesystem::file_size(path)));
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
+    EXPECT_EQ(RecordingRepair::run(*index_).closed, 1);
+    EXPECT_LT(index_->all()[0].durationNs, 3 * second);
+    EXPECT_FALSE(RecordingRepair::run(*index_).hasAny());
+}
+
+TEST_F(RecordingRepairTest, SinglePictureIsFootage)
+{
+    makeFile(0, 0.04, false);
+    EXPECT_EQ(RecordingRepair::run(*index_).adopted, 1);
+    EXPECT_EQ(index_->find(1, at(0) / 1000 * 1000, at(1)).size(), 1U);
+}
+
+TEST_F(RecordingRepairTest, FilesAreFoundBelowADirectoryWithASlashAtItsEnd)
+{
+    makeFile(0, 2, true);
+    std::string error;
+    const auto index = RecordingIndex::open(folder_.path() + "/", error);
+    EXPECT_EQ(RecordingRepair::run(*index).adopted, 1);
+    EXPECT_FALSE(RecordingRepair::run(*index).hasAny());
+}
+
+TEST_F(RecordingRepairTest, TimestampThatADamageMadeIsNoLength)
+{
+    const std::string path = makeFile(0, 4, true);
+    // The time of the third second's cluster, as the writer puts it: identifier E7, two bytes, 2000.
+    std::string bytes;
+    {
+        std::ifstream in(path, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    const std::size_t at = bytes.find("\xE7\x82\x07\xD0");
+    ASSERT_NE(at, std::string::npos);
+    bytes[at + 2] = '\xF7';
+    std::ofstream(path, std::ios::binary) << bytes;
+    EXPECT_EQ(RecordingRepair::run(*index_).adopted, 1);
+    EXPECT_EQ(index_->all()[0].durationNs, 4 * second);
+}
+
 TEST_F(RecordingRepairTest, EveryLengthOfACutOffFileIsRepaired)
 {
     const std::string path = makeFile(0, 2, false);

@@ -46,7 +46,7 @@ protected:
     double duration() const
     {
         SegmentMeasure measure;
-        EXPECT_TRUE(SegmentMeasure::take(path_, measure));
+        EXPECT_EQ(SegmentMeasure::take(path_, measure), SegmentMeasure::Result::footage);
         return static_cast<double>(measure.durationNs) / 1e9;
     }
 
@@ -94,9 +94,9 @@ TEST_F(SegmentWriterTest, FileCutOffAnywhereIsMeasuredUpToThere)
     }
     std::filesystem::resize_file(path_, 300);
     SegmentMeasure measure;
-    EXPECT_FALSE(SegmentMeasure::take(path_, measure));
+    EXPECT_EQ(SegmentMeasure::take(path_, measure), SegmentMeasure::Result::nothing);
     std::filesystem::resize_file(path_, 0);
-    EXPECT_FALSE(SegmentMeasure::take(path_, measure));
+    EXPECT_EQ(SegmentMeasure::take(path_, measure), SegmentMeasure::Result::nothing);
 }
 
 TEST_F(SegmentWriterTest, EachCodingOfSoundAndH265IsTaken)
