@@ -61,7 +61,8 @@ public:
     int pause(const std::string& sessionId, const std::string& trackId);
 
     /// Ends the track; no packet leaves after the return. The session ends with the last track that has a
-    /// connection. The name is spelt so: hosts bind to it.
+    /// connection; until then addSessionConnection() begins the track anew, with another SSRC. The name is
+    /// spelt so: hosts bind to it.
     int deleteSessionConection(const std::string& sessionId, const std::string& trackId);
 
     /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; left as it was on failure

@@ -30,7 +30,7 @@ bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
         std::make_shared<TrackSender>(weak_from_this(), streamKey, info, stream, payloadSize, name_);
     std::shared_ptr<TrackSender> former;  // goes after the lock
     const Lock lock(*this);
-    const auto same = find(streamKey, info.trackId);
+    const auto same = placeOf(streamKey, info.trackId);
     if (same != senders_.end())
     {
         former = std::move(*same);
@@ -45,9 +45,19 @@ bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
 int LiveSession::connect(const std::string& streamKey, const std::string& trackId,
                          const SafePointer<IConnection>& connection)
 {
+    std::shared_ptr<TrackSender> former;  // goes after the lock
     const Lock lock(*this);
-    const auto sender = find(streamKey, trackId);
-    return sender == senders_.end() ? hostTrackUnknown : (*sender)->connect(connection, *sender);
+    const auto sender = placeOf(streamKey, trackId);
+    if (sender == senders_.end())
+    {
+        return hostTrackUnknown;
+    }
+    if ((*sender)->ended())
+    {
+        former = *sender;
+        *sender = former->successor(name_);
+    }
+    return (*sender)->connect(connection, *sender);
 }
 
 int LiveSession::play(const std::string& streamKey, const std::string& trackId)
@@ -90,6 +100,18 @@ int LiveSession::remove(const std::string& streamKey, const std::string& trackId
     gone = std::move(*sender);
     senders_.erase(sender);
     gone->end();
+    return 0;
+}
+
+int LiveSession::endTrack(const std::string& streamKey, const std::string& trackId)
+{
+    const Lock lock(*this);
+    const auto sender = find(streamKey, trackId);
+    if (sender == senders_.end())
+    {
+        return hostTrackUnknown;
+    }
+    (*sender)->end();
     return 0;
 }
 
@@ -159,16 +181,23 @@ void LiveSession::pump(const FreshUnit* fresh)
     } while (wanted_.exchange(false));
 }
 
-LiveSession::Senders::iterator LiveSession::find(const std::string& streamKey, const std::string& trackId)
+LiveSession::Senders::iterator LiveSession::placeOf(const std::string& streamKey, const std::string& trackId)
 {
     return std::find_if(senders_.begin(), senders_.end(),
                         [&](const auto& sender) { return sender->is(streamKey, trackId); });
 }
 
+LiveSession::Senders::iterator LiveSession::find(const std::string& streamKey, const std::string& trackId)
+{
+    const auto place = placeOf(streamKey, trackId);
+    return place == senders_.end() || (*place)->ended() ? senders_.end() : place;
+}
+
 TrackSender* LiveSession::find(const std::string& trackId)
 {
-    const auto found = std::find_if(senders_.begin(), senders_.end(),
-                                    [&](const auto& sender) { return sender->trackId() == trackId; });
+    const auto found =
+        std::find_if(senders_.begin(), senders_.end(),
+                     [&](const auto& sender) { return sender->trackId() == trackId && !sender->ended(); });
     return found == senders_.end() ? nullptr : found->get();
 }
 

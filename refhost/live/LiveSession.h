@@ -35,6 +35,8 @@ public:
     int play(const std::string& streamKey, const std::string& trackId);
     int pause(const std::string& streamKey, const std::string& trackId);
     int remove(const std::string& streamKey, const std::string& trackId);
+    /// The same for a session whose tracks are settled: connect() begins the track anew.
+    int endTrack(const std::string& streamKey, const std::string& trackId);
     int ssrc(const std::string& streamKey, const std::string& trackId, int& ssrc);
     bool firstPacket(const std::string& trackId, RTPPacketInfo& out);
     bool statistics(const std::string& trackId, TrackStatistics& out);
@@ -64,6 +66,7 @@ public:
 private:
     using Senders = std::vector<std::shared_ptr<TrackSender>>;
 
+    Senders::iterator placeOf(const std::string& streamKey, const std::string& trackId);
     Senders::iterator find(const std::string& streamKey, const std::string& trackId);
     TrackSender* find(const std::string& trackId);
     TrackSender* pictureOf(const TrackSender& sender);
@@ -72,7 +75,7 @@ private:
     std::mutex mutex_;
     std::atomic<bool> wanted_{false};
     const RtcpWriter::Name name_;
-    Senders senders_;  // video first
+    Senders senders_;  // video first; those of endTrack() too
 };
 
 }  // namespace refhost

@@ -143,7 +143,7 @@ int LiveSessionDispatcher::remove(const std::string& sessionId, const std::strin
     {
         return hostTrackUnknown;
     }
-    const int status = entry.session->remove(entry.streamKey, trackId);
+    const int status = entry.session->endTrack(entry.streamKey, trackId);
     if (status == 0)
     {
         impl_->endUnconnected(sessionId, entry);

@@ -16,6 +16,9 @@ constexpr std::int64_t togetherMs = 1000;
 /// How long sound waits for the picture that it shall start with.
 constexpr std::int64_t pictureWaitMs = 5000;
 
+constexpr const char* pictures = "video";
+constexpr const char* sound = "audio";
+
 }  // namespace
 
 TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
@@ -25,7 +28,8 @@ TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamK
       trackId_(info.trackId),
       stream_(std::move(stream)),
       settings_(stream_->settings()),
-      video_(info.mediaType == "video"),
+      video_(info.mediaType == pictures),
+      payloadSize_(payloadSize),
       track_(stream_->use(info.trackId, video_, payloadSize)),
       sender_(info.payloadType, name, *settings_.clock, settings_.reportIntervalMs),
       timeline_(rtpClockRate(info.clockRate), sender_.firstTimestamp())
@@ -33,6 +37,16 @@ TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamK
 }
 
 TrackSender::~TrackSender() noexcept = default;
+
+std::shared_ptr<TrackSender> TrackSender::successor(const RtcpWriter::Name& name) const
+{
+    SubMediaInfo info;
+    info.trackId = trackId_;
+    info.mediaType = video_ ? pictures : sound;
+    info.payloadType = sender_.payloadType();
+    info.clockRate = static_cast<int>(timeline_.clockRate());
+    return std::make_shared<TrackSender>(session_, streamKey_, info, stream_, payloadSize_, name);
+}
 
 int TrackSender::connect(const SafePointer<IConnection>& connection,
                          const std::shared_ptr<TransportListener>& self)
@@ -101,6 +115,11 @@ void TrackSender::pause()
 
 void TrackSender::end()
 {
+    if (ended_)
+    {
+        return;
+    }
+    ended_ = true;
     pause();
     // Who never sent anything does not say goodbye (RFC 3550, section 6.3.7).
     if (sender_.statistics().packets != 0)

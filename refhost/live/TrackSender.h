@@ -33,6 +33,10 @@ public:
                 std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name);
     ~TrackSender() noexcept override;
 
+    /// A sender of the same track that begins from nothing, for the place of this one when it has ended.
+    /// \param name  the session's
+    std::shared_ptr<TrackSender> successor(const RtcpWriter::Name& name) const;
+
     bool is(const std::string& streamKey, const std::string& trackId) const
     {
         return trackId_ == trackId && streamKey_ == streamKey;
@@ -53,9 +57,10 @@ public:
         return video_;
     }
 
-    bool playing() const
+    /// Whether end() was called.
+    bool ended() const
     {
-        return playing_;
+        return ended_;
     }
 
     /// Whether there is a way to the client, open or closed.
@@ -84,7 +89,8 @@ public:
     int play(const std::shared_ptr<LiveSession>& session);
     /// Sends nothing more and takes the viewer back; the next play() goes on.
     void pause();
-    /// Says goodbye and lets go of the way and the stream; nothing is sent any more.
+    /// Says goodbye and lets go of the way and the stream; nothing is sent any more. Does nothing the second
+    /// time.
     void end();
 
     /// Sends what can be sent now.
@@ -123,6 +129,8 @@ private:
     const std::shared_ptr<LiveStream> stream_;
     const LiveSettings& settings_;  // the stream's
     const bool video_;
+    bool ended_ = false;
+    const int payloadSize_;
     const std::shared_ptr<LiveTrack> track_;
     std::shared_ptr<StreamSource> viewed_;  // set while this sender counts as its viewer
     LiveTrack::Seat seat_ = LiveTrack::noSeat;

@@ -70,6 +70,11 @@ public:
         return beginning_.ssrc;
     }
 
+    int payloadType() const
+    {
+        return payloadType_;
+    }
+
     /// What the first RTP timestamp shall be.
     std::uint32_t firstTimestamp() const
     {

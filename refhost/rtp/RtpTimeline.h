@@ -18,6 +18,12 @@ public:
     /// \param first      timestamp of the first unit
     RtpTimeline(std::uint32_t clockRate, std::uint32_t first);
 
+    /// Ticks a second.
+    std::uint32_t clockRate() const
+    {
+        return clockRate_;
+    }
+
     /// The timestamp that take() would give this unit now.
     /// \param epoch  changes where the source's timestamps begin anew
     std::uint32_t peek(const AccessUnit& unit, std::uint32_t epoch) const;

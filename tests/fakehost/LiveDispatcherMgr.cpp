@@ -191,6 +191,7 @@ int LiveDispatcherMgr::deleteSessionConection(const std::string& sessionId, cons
     if (result == 0 && session != state.sessions.end())
     {
         session->second.erase(trackId);
+        session->second[trackId].ssrc = ++state.lastSsrc;
         if (connectedTracks(session->second) == 0)
         {
             state.sessions.erase(session);

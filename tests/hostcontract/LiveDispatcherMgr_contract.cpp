@@ -137,6 +137,23 @@ TEST_F(LiveDispatcherContract, WholeLifeOfATrackSucceedsInEveryStep)
     EXPECT_NE(0, dispatcher()->deleteSessionConection(session, videoTrack));
 }
 
+TEST_F(LiveDispatcherContract, TrackThatEndedCanBeConnectedAgainWhileTheSessionLives)
+{
+    ASSERT_EQ(0, setUp(session, videoTrack));
+    ASSERT_EQ(0, setUp(session, audioTrack));
+    int first = 0;
+    EXPECT_EQ(0, dispatcher()->getTrackSSRC(session, videoTrack, first));
+    EXPECT_EQ(0, dispatcher()->deleteSessionConection(session, videoTrack));
+    EXPECT_NE(0, dispatcher()->play(session, videoTrack));
+    EXPECT_NE(0, dispatcher()->deleteSessionConection(session, videoTrack));
+    EXPECT_EQ(0, connect(session, videoTrack));
+    EXPECT_EQ(2, HostUnderTest::livingConnections());
+    int later = first;
+    EXPECT_EQ(0, dispatcher()->getTrackSSRC(session, videoTrack, later));
+    EXPECT_NE(first, later) << "it begins anew";
+    EXPECT_EQ(0, dispatcher()->play(session, videoTrack));
+}
+
 TEST_F(LiveDispatcherContract, TrackThatTheDescriptionLacksIsUnknown)
 {
     ASSERT_EQ(0, setUp(session, videoTrack));

@@ -141,6 +141,50 @@ TEST_F(LiveSessionDispatcherTest, ASessionEndsWithItsLastConnectedTrack)
     EXPECT_EQ(hostTrackUnknown, sessions.remove("s", audio));
 }
 
+TEST_F(LiveSessionDispatcherTest, ATrackThatEndedBeginsAnewWhileAnotherOneKeepsTheSession)
+{
+    const auto sound = open("s", audio);
+    const auto former = open("s", video);
+    int before = 0;
+    int after = 0;
+    ASSERT_EQ(0, sessions.getSsrc("s", video, before));
+    sessions.play("s", audio);
+    sessions.play("s", video);
+    ticks(2);
+    ASSERT_EQ(0, sessions.remove("s", video));
+    const auto pictures = connect("s", video);
+    EXPECT_EQ(0, sessions.play("s", video));
+    ticks(gop);
+    EXPECT_EQ(2U, former->units().size());
+    EXPECT_LT(0U, pictures->units().size());
+    ASSERT_EQ(0, sessions.getSsrc("s", video, after));
+    EXPECT_NE(before, after) << "the former said goodbye";
+    EXPECT_TRUE(sound->contiguous());
+    EXPECT_EQ(0, sessions.remove("s", video));
+    EXPECT_EQ(0, sessions.remove("s", audio));
+    EXPECT_EQ(0U, sessions.sessionCount());
+    EXPECT_EQ(0, source->viewers.load());
+}
+
+TEST_F(LiveSessionDispatcherTest, ATrackThatEndedIsUnknownUntilItHasAConnectionAgain)
+{
+    const auto sound = open("s", audio);
+    const auto pictures = open("s", video);
+    sessions.play("s", video);
+    ticks(1);
+    ASSERT_EQ(0, sessions.remove("s", video));
+    int ssrc = 7;
+    RTPPacketInfo first;
+    TrackStatistics statistics;
+    EXPECT_EQ(hostTrackUnknown, sessions.play("s", video));
+    EXPECT_EQ(hostTrackUnknown, sessions.pause("s", video));
+    EXPECT_EQ(hostTrackUnknown, sessions.remove("s", video));
+    EXPECT_EQ(hostTrackUnknown, sessions.getSsrc("s", video, ssrc));
+    EXPECT_EQ(7, ssrc);
+    EXPECT_FALSE(sessions.firstPacketOfPlay("s", video, first));
+    EXPECT_FALSE(sessions.statistics("s", video, statistics));
+}
+
 TEST_F(LiveSessionDispatcherTest, ATrackWithoutConnectionDoesNotKeepASession)
 {
     const auto pictures = open("s", video);

@@ -5,9 +5,11 @@
 #include <thread>
 
 #include "live/OVLiveControllerFactory.h"
+#include "live/OVLiveControllerFactory2.h"
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "refhost/live/LiveDispatcher.h"
+#include "refhost/live/LiveSessionDispatcher.h"
 
 namespace refhost
 {
@@ -28,6 +30,16 @@ int countOf(const char* folder)
     return count;
 }
 
+template <typename Factory, typename Dispatcher>
+void addLive(MediaRoutes& routes)
+{
+    const SafePointer<Factory> live(new Factory);
+    live->setThirdPlatType(platformType);
+    routes.addWithTalkBack("orv/live", live,
+                           [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
+                           { return Dispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
+}
+
 std::int64_t wallNs()
 {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -37,15 +49,18 @@ std::int64_t wallNs()
 
 }  // namespace
 
-FrontFixture::FrontFixture()
+FrontFixture::FrontFixture(Controller controller)
 {
     MediaUrlFactoryMap::getInstance()->registerFactory(
         platformType, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
-    const SafePointer<OVLiveControllerFactory> live(new OVLiveControllerFactory);
-    live->setThirdPlatType(platformType);
-    routes.addWithTalkBack("orv/live", live,
-                           [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
-                           { return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
+    if (controller == Controller::first)
+    {
+        addLive<OVLiveControllerFactory, LiveDispatcher>(routes);
+    }
+    else
+    {
+        addLive<OVLiveControllerFactory2, LiveSessionDispatcher>(routes);
+    }
     Device::setStreams(streams);
     config.port = 0;
     config.threads = 2;
@@ -54,7 +69,7 @@ FrontFixture::FrontFixture()
 FrontFixture::~FrontFixture()
 {
     server.reset();
-    EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u) << "the server left tracks behind";
+    EXPECT_EQ(dispatched(), 0u) << "the server left tracks behind";
     Device::setStreams(nullptr);
 }
 
@@ -128,6 +143,11 @@ bool FrontFixture::eventually(const std::function<bool()>& done)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
+}
+
+std::size_t FrontFixture::dispatched()
+{
+    return LiveDispatcher::instance().trackCount() + LiveSessionDispatcher::instance().sessionCount();
 }
 
 int FrontFixture::openDescriptors()

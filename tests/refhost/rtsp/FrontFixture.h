@@ -19,11 +19,19 @@ namespace test
 /// A server on a loopback port, with the real library and dispatch, two hand-fed streams and a manual clock.
 class FrontFixture : public testing::Test
 {
+public:
+    /// Which of the library's controllers serves orv/live.
+    enum class Controller
+    {
+        first,
+        second
+    };
+
 protected:
     static constexpr const char* udpPorts = "Transport: RTP/AVP;unicast;client_port=";
     static constexpr const char* tcp = "Transport: RTP/AVP/TCP;unicast\r\n";
 
-    FrontFixture();
+    explicit FrontFixture(Controller controller = Controller::first);
     ~FrontFixture() override;
 
     /// Starts a server with `config`.
@@ -45,6 +53,8 @@ protected:
 
     /// Waits, bounded, until `done`.
     static bool eventually(const std::function<bool()>& done);
+    /// How many tracks the dispatcher of the first controller has, and sessions that of the second.
+    static std::size_t dispatched();
     static int openDescriptors();
     static int threads();
 

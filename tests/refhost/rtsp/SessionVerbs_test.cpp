@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "refhost/live/LiveDispatcher.h"
 #include "tests/refhost/rtsp/FrontFixture.h"
 
 namespace refhost
@@ -55,9 +54,13 @@ std::uint32_t ssrcOf(const Received& setup)
     return static_cast<std::uint32_t>(std::stoul(transport.substr(at + 6, 8), nullptr, 16));
 }
 
-class SessionVerbsTest : public test::FrontFixture
+/// What clients see, which does not depend on the controller that serves them.
+class SessionVerbsTest : public test::FrontFixture,
+                         public testing::WithParamInterface<test::FrontFixture::Controller>
 {
 protected:
+    SessionVerbsTest() : FrontFixture(GetParam()) {}
+
     void SetUp() override
     {
         start();
@@ -68,7 +71,14 @@ protected:
     UdpPort rtp_;
 };
 
-TEST_F(SessionVerbsTest, SetupOverUdpNamesPortsSsrcAndSession)
+INSTANTIATE_TEST_SUITE_P(Controllers, SessionVerbsTest,
+                         testing::Values(test::FrontFixture::Controller::first,
+                                         test::FrontFixture::Controller::second),
+                         [](const auto& which) {
+                             return which.param == test::FrontFixture::Controller::first ? "First" : "Second";
+                         });
+
+TEST_P(SessionVerbsTest, SetupOverUdpNamesPortsSsrcAndSession)
 {
     const Received response = client_->request(
         "SETUP", track(url(), 0),
@@ -82,7 +92,7 @@ TEST_F(SessionVerbsTest, SetupOverUdpNamesPortsSsrcAndSession)
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
-TEST_F(SessionVerbsTest, SetupOverTcpTakesTheNamedChannelsOrAssignsFreeOnes)
+TEST_P(SessionVerbsTest, SetupOverTcpTakesTheNamedChannelsOrAssignsFreeOnes)
 {
     const Received first =
         client_->request("SETUP", track(url(), 0), "Transport: RTP/AVP/TCP;unicast;interleaved=4-5\r\n");
@@ -98,7 +108,7 @@ TEST_F(SessionVerbsTest, SetupOverTcpTakesTheNamedChannelsOrAssignsFreeOnes)
     EXPECT_EQ(server->sessionCount(), 2u);
 }
 
-TEST_F(SessionVerbsTest, ChannelsAreFreeAgainAfterTeardown)
+TEST_P(SessionVerbsTest, ChannelsAreFreeAgainAfterTeardown)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("TEARDOWN", url(), session(id)).status, 200);
@@ -106,7 +116,7 @@ TEST_F(SessionVerbsTest, ChannelsAreFreeAgainAfterTeardown)
     EXPECT_NE(again.header("Transport").find("interleaved=0-1"), std::string::npos);
 }
 
-TEST_F(SessionVerbsTest, AllChannelsInUseIsAnUnsupportedTransport)
+TEST_P(SessionVerbsTest, AllChannelsInUseIsAnUnsupportedTransport)
 {
     for (int i = 0; i < 64; ++i)
     {
@@ -118,7 +128,7 @@ TEST_F(SessionVerbsTest, AllChannelsInUseIsAnUnsupportedTransport)
     EXPECT_EQ(server->sessionCount(), 65u);
 }
 
-TEST_F(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
+TEST_P(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
 {
     picture(true);
     const Received video = client_->request("SETUP", track(url(), 0), tcp);
@@ -148,7 +158,7 @@ TEST_F(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
     EXPECT_EQ(firstSound.ssrc(), ssrcOf(audio));
 }
 
-TEST_F(SessionVerbsTest, TheCachedKeyPictureFollowsTheAnswerToPlayAtOnce)
+TEST_P(SessionVerbsTest, TheCachedKeyPictureFollowsTheAnswerToPlayAtOnce)
 {
     const std::string keepsCacheWarm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(keepsCacheWarm));
@@ -168,7 +178,7 @@ TEST_F(SessionVerbsTest, TheCachedKeyPictureFollowsTheAnswerToPlayAtOnce)
     EXPECT_EQ(first.timestamp(), info[0].timestamp);
 }
 
-TEST_F(SessionVerbsTest, PlayOverUdpSendsToTheClientsPort)
+TEST_P(SessionVerbsTest, PlayOverUdpSendsToTheClientsPort)
 {
     const Received setup =
         client_->request("SETUP", track(url(), 0), udpPorts + std::to_string(rtp_.port()) + "\r\n");
@@ -184,7 +194,7 @@ TEST_F(SessionVerbsTest, PlayOverUdpSendsToTheClientsPort)
     EXPECT_EQ(packet.ssrc(), ssrcOf(setup));
 }
 
-TEST_F(SessionVerbsTest, PlayOfOneTrackPlaysThisOneAlone)
+TEST_P(SessionVerbsTest, PlayOfOneTrackPlaysThisOneAlone)
 {
     const std::string id = setUpTcp(*client_, 2);
     const Received play = client_->request("PLAY", track(url(), 1), session(id));
@@ -198,7 +208,7 @@ TEST_F(SessionVerbsTest, PlayOfOneTrackPlaysThisOneAlone)
     EXPECT_EQ(client_->request("PAUSE", track(url(), 1), session(id)).status, 200);
 }
 
-TEST_F(SessionVerbsTest, PauseStopsThePacketsAndPlayGoesOnWithoutAGap)
+TEST_P(SessionVerbsTest, PauseStopsThePacketsAndPlayGoesOnWithoutAGap)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("PAUSE", url(), session(id)).status, 455) << "nothing plays yet";
@@ -223,7 +233,7 @@ TEST_F(SessionVerbsTest, PauseStopsThePacketsAndPlayGoesOnWithoutAGap)
     EXPECT_EQ(rtpInfo(again)[0].timestamp, next.timestamp());
 }
 
-TEST_F(SessionVerbsTest, PlayWhilePlayingGoesOn)
+TEST_P(SessionVerbsTest, PlayWhilePlayingGoesOn)
 {
     const std::string id = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(id));
@@ -234,7 +244,7 @@ TEST_F(SessionVerbsTest, PlayWhilePlayingGoesOn)
     EXPECT_EQ(client_->frame(0).sequence(), static_cast<std::uint16_t>(first + 1));
 }
 
-TEST_F(SessionVerbsTest, RangesThatALiveStreamDoesNotHaveAreRefusedAndChangeNothing)
+TEST_P(SessionVerbsTest, RangesThatALiveStreamDoesNotHaveAreRefusedAndChangeNothing)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("PLAY", url(), session(id) + "Range: npt=5-3\r\n").status, 457);
@@ -245,7 +255,7 @@ TEST_F(SessionVerbsTest, RangesThatALiveStreamDoesNotHaveAreRefusedAndChangeNoth
     EXPECT_EQ(client_->request("PLAY", url(), session(id) + "Range: npt=now-\r\n").status, 200);
 }
 
-TEST_F(SessionVerbsTest, SetupOfAPlayingTrackIsRefused)
+TEST_P(SessionVerbsTest, SetupOfAPlayingTrackIsRefused)
 {
     const std::string id = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(id));
@@ -254,7 +264,7 @@ TEST_F(SessionVerbsTest, SetupOfAPlayingTrackIsRefused)
     EXPECT_TRUE(client_->frame(0).isRtp()) << "it plays on";
 }
 
-TEST_F(SessionVerbsTest, SetupOfATrackThatDoesNotPlayChangesItsWay)
+TEST_P(SessionVerbsTest, SetupOfATrackThatDoesNotPlayChangesItsWay)
 {
     const std::string id = setUpTcp(*client_, 1);
     const Received again = client_->request("SETUP", track(url(), 0),
@@ -264,17 +274,43 @@ TEST_F(SessionVerbsTest, SetupOfATrackThatDoesNotPlayChangesItsWay)
     client_->request("PLAY", url(), session(id));
     picture(true);
     EXPECT_GE(rtp_.receive().size(), 12u);
-    EXPECT_EQ(LiveDispatcher::instance().trackCount(), 1u);
+    EXPECT_EQ(dispatched(), 1u);
 }
 
-TEST_F(SessionVerbsTest, SetupInASessionOfAnotherPresentationIsRefused)
+TEST_P(SessionVerbsTest, SetupOfOneTrackAgainLeavesTheOther)
+{
+    const std::string id = setUpTcp(*client_, 2);
+    const Received again = client_->request("SETUP", track(url(), 0),
+                                            udpPorts + std::to_string(rtp_.port()) + "\r\n" + session(id));
+    EXPECT_EQ(again.status, 200);
+    const Received played = client_->request("PLAY", url(), session(id));
+    EXPECT_EQ(played.status, 200);
+    EXPECT_EQ(rtpInfo(played).size(), 2u);
+    picture(true);
+    sound();
+    EXPECT_GE(rtp_.receive().size(), 12u);
+    EXPECT_TRUE(client_->frame(2).isRtp());
+}
+
+TEST_P(SessionVerbsTest, ATrackThatEndedIsSetUpAgainInTheSameSession)
+{
+    const std::string id = setUpTcp(*client_, 2);
+    client_->request("PLAY", url(), session(id));
+    EXPECT_EQ(client_->request("TEARDOWN", track(url(), 0), session(id)).status, 200);
+    EXPECT_EQ(client_->request("SETUP", track(url(), 0), tcp + session(id)).status, 200);
+    EXPECT_EQ(client_->request("PLAY", track(url(), 0), session(id)).status, 200);
+    picture(true);
+    EXPECT_TRUE(client_->frame(0).isRtp());
+}
+
+TEST_P(SessionVerbsTest, SetupInASessionOfAnotherPresentationIsRefused)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("SETUP", track(url("orv/live/1/1"), 0), tcp + session(id)).status, 459);
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
-TEST_F(SessionVerbsTest, AnUnknownTrackLeavesTheSessionAsItWas)
+TEST_P(SessionVerbsTest, AnUnknownTrackLeavesTheSessionAsItWas)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("SETUP", track(url(), 7), tcp + session(id)).status, 404);
@@ -286,29 +322,29 @@ TEST_F(SessionVerbsTest, AnUnknownTrackLeavesTheSessionAsItWas)
     EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
 }
 
-TEST_F(SessionVerbsTest, TeardownOfTheLastTrackEndsTheSession)
+TEST_P(SessionVerbsTest, TeardownOfTheLastTrackEndsTheSession)
 {
     const std::string id = setUpTcp(*client_, 2);
-    EXPECT_EQ(LiveDispatcher::instance().trackCount(), 2u);
+    const std::size_t before = dispatched();
     EXPECT_EQ(client_->request("TEARDOWN", track(url(), 0), session(id)).status, 200);
-    EXPECT_EQ(LiveDispatcher::instance().trackCount(), 1u);
+    EXPECT_EQ(dispatched(), GetParam() == Controller::first ? before - 1 : before);
     EXPECT_EQ(client_->request("GET_PARAMETER", url(), session(id)).status, 200) << "the session lives";
     EXPECT_EQ(client_->request("TEARDOWN", track(url(), 1), session(id)).status, 200);
     EXPECT_EQ(server->sessionCount(), 0u);
     EXPECT_EQ(client_->request("GET_PARAMETER", url(), session(id)).status, 454);
 }
 
-TEST_F(SessionVerbsTest, TeardownOfThePresentationEndsEveryTrack)
+TEST_P(SessionVerbsTest, TeardownOfThePresentationEndsEveryTrack)
 {
     const std::string id = setUpTcp(*client_, 2);
     client_->request("PLAY", url(), session(id));
     EXPECT_EQ(client_->request("TEARDOWN", url() + "/", session(id)).status, 200);
     EXPECT_EQ(server->sessionCount(), 0u);
-    EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
+    EXPECT_EQ(dispatched(), 0u);
     EXPECT_EQ(client_->request("TEARDOWN", url(), session(id)).status, 454);
 }
 
-TEST_F(SessionVerbsTest, OneConnectionCarriesSeveralSessions)
+TEST_P(SessionVerbsTest, OneConnectionCarriesSeveralSessions)
 {
     const std::string first = setUpTcp(*client_, 1);
     const std::string second = setUpTcp(*client_, 1);
@@ -322,7 +358,7 @@ TEST_F(SessionVerbsTest, OneConnectionCarriesSeveralSessions)
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
-TEST_F(SessionVerbsTest, AnotherConnectionMayDriveASession)
+TEST_P(SessionVerbsTest, AnotherConnectionMayDriveASession)
 {
     const std::string id = setUpUdp(*client_, rtp_);
     TestClient other(server->port());
@@ -333,7 +369,7 @@ TEST_F(SessionVerbsTest, AnotherConnectionMayDriveASession)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_F(SessionVerbsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay)
+TEST_P(SessionVerbsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay)
 {
     const std::string warm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(warm));
@@ -353,7 +389,7 @@ TEST_F(SessionVerbsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay
     EXPECT_EQ(remote.receive(0).status, 200);
 }
 
-TEST_F(SessionVerbsTest, KeepAliveNamesTheSession)
+TEST_P(SessionVerbsTest, KeepAliveNamesTheSession)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("GET_PARAMETER", url(), session(id)).session(), id);
@@ -361,7 +397,7 @@ TEST_F(SessionVerbsTest, KeepAliveNamesTheSession)
     EXPECT_EQ(client_->request("OPTIONS", url(), session(id)).session(), id);
 }
 
-TEST_F(SessionVerbsTest, FramesOfUnknownChannelsAreDropped)
+TEST_P(SessionVerbsTest, FramesOfUnknownChannelsAreDropped)
 {
     const std::string id = setUpTcp(*client_, 1);
     client_->send(std::string("$\x09\0\4junk", 8) + std::string("$\0\0\4junk", 8) +
