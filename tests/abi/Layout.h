@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 
 /// Looks at objects as another program sees them that was built against the same headers: by place, not by
 /// name.
@@ -26,16 +24,5 @@ public:
         const M* const mirror = static_cast<const M*>(start);
         return at<T>(object, static_cast<std::size_t>(
                                  reinterpret_cast<const unsigned char*>(&(mirror->*member)) - place));
-    }
-
-    /// Which entry of its class's table a virtual operation is called through; a destructor takes two.
-    template <class Member>
-    static std::size_t slotOf(Member member)
-    {
-        // A pointer to a virtual member holds its place in the table in bytes; on most machines plus 1.
-        std::ptrdiff_t place = 0;
-        static_assert(sizeof member >= sizeof place, "a pointer to member begins with the place");
-        std::memcpy(&place, &member, sizeof place);
-        return static_cast<std::size_t>(place & ~std::ptrdiff_t{1}) / sizeof(void*);
     }
 };

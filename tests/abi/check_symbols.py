@@ -6,7 +6,7 @@ Usage: check_symbols.py <libovmediacontrol.so> [--update]
   exported.txt    what of the library's own classes a host may bind to; nothing is missing, nothing is there besides
   undefined.txt   what of the host's classes the library binds to; everything else that it asks for must be the
                   C and C++ runtime's
-  vtables.txt     how many virtual operations each class has (a destructor counts twice)
+  vtables.txt     which operation stands in which place of its class's table of virtual operations
 
 --update writes the lists anew: a change in them is a change of the binary interface.
 """
@@ -15,6 +15,8 @@ import pathlib
 import re
 import subprocess
 import sys
+
+import vtables
 
 HERE = pathlib.Path(__file__).resolve().parent
 
@@ -97,15 +99,24 @@ def host_classes():
             for match in re.finditer(r"class OV_HOST_API (\w+)", header.read_text())}
 
 
-def vtables(library, classes):
-    pointer = 8 if b"ELF\x02" in pathlib.Path(library).read_bytes()[:5].replace(b"\x7f", b"") else 4
+def readable(names):
+    """Names of operations as a reader knows them; of destructors also which."""
+    text = subprocess.run(["c++filt"], input="\n".join(names), check=True, capture_output=True, text=True).stdout
+    which = {"D0Ev": " deleting", "D1Ev": " complete", "D2Ev": " complete"}
+    return {plain(line) + which.get(name[-4:], "") for name, line in zip(names, text.splitlines())}
+
+
+def tables(library, classes, golden):
+    """A line for each place of each table. An operation may have several names: the golden one is taken if it is there."""
     rows = []
-    for line in symbols(library, "-S", "--defined-only"):
-        parts = line.split(maxsplit=3)
-        name = plain(parts[3]) if len(parts) == 4 else ""
-        if name.startswith("vtable for ") and class_of(name) in classes:
-            rows.append(f"{class_of(name)} {int(parts[1], 16) // pointer - 2}")
-    return sorted(rows)
+    for class_name, places in vtables.operations(library):
+        (name,) = readable([class_name.lstrip("0123456789")])
+        if name not in classes:
+            continue
+        for place, symbols_there in enumerate(places):
+            found = {f"{name} {place} {text}" for text in readable(sorted(symbols_there))} if symbols_there else set()
+            rows.append(sorted(found & golden or found or {f"{name} {place} nothing that the library shows"})[0])
+    return sorted(rows, key=lambda row: (row.split()[0], int(row.split()[1])))
 
 
 def compare(name, lines, update):
@@ -128,7 +139,7 @@ def main():
     results = [
         compare("exported.txt", exported(library, classes), update),
         compare("undefined.txt", undefined(library), update),
-        compare("vtables.txt", vtables(library, classes), update),
+        compare("vtables.txt", tables(library, classes, set((HERE / "vtables.txt").read_text().splitlines())), update),
     ]
     strangers = [name for name in asked_for(library) if class_of(name) not in host_classes()]
     for name in strangers:
