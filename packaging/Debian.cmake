@@ -4,6 +4,11 @@ set(CPACK_PACKAGE_NAME ovmediacontrol)
 set(CPACK_PACKAGE_VENDOR "")
 set(CPACK_PACKAGE_CONTACT "The maintainers of OVMediaControl <maintainers@ovmediacontrol.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_RESOURCE_FILE_LICENSE "${PROJECT_SOURCE_DIR}/LICENSE")
+set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_SOURCE_DIR}/debian/Stage.cmake")
+# Whatever the builder's umask is.
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL library development)
@@ -21,17 +26,20 @@ endif()
 set(library_package libovmediacontrol${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers")
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "Media control for RTSP servers of surveillance devices
- The library reads the device's media URLs and carries the verbs of RTSP
- sessions to the host's RTP dispatchers.")
+The library reads the device's media URLs and carries the verbs of RTSP
+sessions to the host's RTP dispatchers.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libovmediacontrol-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Media control for RTSP servers, development files
- Headers, a CMake package and a pkg-config file for building a host.")
+Headers, a CMake package and a pkg-config file for building a host: an RTSP
+server that loads the library and sends the RTP.")
 
 if(OV_BUILD_REFHOST)
     list(APPEND CPACK_COMPONENTS_ALL server)
@@ -45,7 +53,7 @@ if(OV_BUILD_REFHOST)
     set(CPACK_DEBIAN_SERVER_PACKAGE_CONTROL_EXTRA "${server_control}")
     set(CPACK_DEBIAN_SERVER_PACKAGE_CONTROL_STRICT_PERMISSION ON)
     set(CPACK_COMPONENT_SERVER_DESCRIPTION "RTSP server for cameras and their recordings
- Streams cameras, files and other servers' streams to RTSP players, live and
- recorded, unicast and multicast, and plays the sound that they send back.")
+Streams cameras, files and other servers' streams to RTSP players, live and
+recorded, unicast and multicast, and plays the sound that they send back.")
 endif()
 include(CPack)

@@ -34,8 +34,10 @@ for name in "$soname" libovmediacontrol-dev ovrtspd; do
     dpkg-deb -c "$deb" | awk '$2 != "root/root"' | grep . >&2 && fault "$name: not everything is root's"
 done
 
+# Beside what every package holds: its licence and its changes.
 contents() {
-    (cd "$scratch/$1" && find . ! -type d ! -name '*.h' | sort)
+    (cd "$scratch/$1" && find . ! -type d ! -name '*.h' ! -path "./usr/share/doc/$1/copyright" \
+        ! -path "./usr/share/doc/$1/changelog.gz" | sort)
 }
 libdir="$(cd "$scratch/root" && dirname "$(find . -name "libovmediacontrol.so.$version")")"
 same "what is in $soname" "$libdir/libovmediacontrol.so.${version%%.*}
@@ -46,7 +48,13 @@ same "what is in libovmediacontrol-dev" "$(printf '%s\n' "$libdir/cmake/OVMediaC
 same "what is in ovrtspd" "./etc/ovrtspd/ovrtspd.toml
 ./usr/bin/ovrtspd
 ./usr/lib/systemd/system/ovrtspd.service
-./usr/share/man/man1/ovrtspd.1" "$(contents ovrtspd)"
+./usr/share/man/man1/ovrtspd.1.gz" "$(contents ovrtspd)"
+
+for name in "$soname" libovmediacontrol-dev ovrtspd; do
+    docs="$scratch/$name/usr/share/doc/$name"
+    grep -qFf <(sed -n 's/^Copyright (c) //p' "$root/LICENSE") "$docs/copyright" || fault "$name does not say whose it is"
+    same "the version of the changes in $name" "$version" "$(zcat "$docs/changelog.gz" | sed -n '1s/.*(\(.*\)).*/\1/p')"
+done
 
 field() {
     sed -n "s/^$2: //p" "$scratch/$1.control/control"
@@ -67,7 +75,7 @@ for script in postinst prerm postrm; do
     sh -n "$scratch/ovrtspd.control/$script" || fault "ovrtspd: $script is no shell script"
 done
 
-page="$(groff -man -ww -z "$scratch/root/usr/share/man/man1/ovrtspd.1" 2>&1)"
+page="$(zcat "$scratch/root/usr/share/man/man1/ovrtspd.1.gz" | groff -man -ww -z 2>&1)"
 [ -z "$page" ] || fault "the man page: $page"
 
 # The server finds all it is linked to, ours in what was unpacked, and runs.
