@@ -67,10 +67,9 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
             first_.sequenceNumber = sender_.sequence();
             first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->wallNs());
         }
-        if (video_ && sender_.transport()->transportKind == IConnection::udpMulticast)
+        if (sender_.transport()->transportKind == IConnection::udpMulticast)
         {
-            // Somebody joined, who has nothing to start from until then.
-            viewed_->requestKeyFrame();
+            welcome();
         }
         return 0;
     }
@@ -98,6 +97,16 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
         viewed_->requestKeyFrame();
     }
     return 0;
+}
+
+/// Somebody joined, who has nothing to start from and does not know what belongs together.
+void TrackSender::welcome()
+{
+    sender_.wantReport();
+    if (video_)
+    {
+        viewed_->requestKeyFrame();
+    }
 }
 
 void TrackSender::pause()

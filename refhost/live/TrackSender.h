@@ -112,6 +112,7 @@ public:
 private:
     static constexpr std::int64_t never = -1;
 
+    void welcome();
     bool start(TrackSender* picture, std::int64_t nowMs);
     LiveTrack::Found startingPoint(TrackSender* picture, std::int64_t nowMs);
     void startAt(const LiveTrack::Found& found);

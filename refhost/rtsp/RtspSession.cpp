@@ -114,15 +114,15 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
         }
     }
     Track* const former = findTrack(trackId);
-    if (former != nullptr)
+    if (former != nullptr && former->playing)
     {
-        if (former->playing)
-        {
-            return rtspInvalidState;
-        }
+        return rtspInvalidState;
+    }
+    // A member of a group stays one: to stop one of its tracks would end its membership in all.
+    if (former != nullptr && !shared_)
+    {
         stopTrack(*former);
-        tracks_.erase(std::find_if(tracks_.begin(), tracks_.end(),
-                                   [former](const auto& track) { return track.get() == former; }));
+        forget(*former);
     }
     auto track = std::make_unique<Track>();
     track->id = std::move(trackId);
@@ -139,12 +139,19 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     if (code != 0)
     {
         // The controller may have got half way.
-        stopTrack(*track);
+        if (!shared_ || tracks_.empty())
+        {
+            stopTrack(*track);
+        }
         return StatusMap::ofCode(Step::setup, code);
     }
     int number = 0;
     controller->getTrackSSRC(id_, track->id, number);
     ssrc = static_cast<std::uint32_t>(number);
+    if (former != nullptr && shared_)
+    {
+        forget(*former);
+    }
     tracks_.push_back(std::move(track));
     return rtspOk;
 }
@@ -315,7 +322,12 @@ RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     std::vector<Track*> tracks;
-    const RtspStatus status = select(trackId, tracks);
+    RtspStatus status = select(trackId, tracks);
+    if (status == rtspOk && shared_)
+    {
+        tracks.clear();
+        status = select({}, tracks);
+    }
     if (status != rtspOk)
     {
         return status;
@@ -323,8 +335,7 @@ RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
     for (Track* gone : tracks)
     {
         stopTrack(*gone);
-        tracks_.erase(std::find_if(tracks_.begin(), tracks_.end(),
-                                   [gone](const auto& track) { return track.get() == gone; }));
+        forget(*gone);
     }
     empty = tracks_.empty();
     return rtspOk;
@@ -464,6 +475,12 @@ std::vector<std::string> RtspSession::idsOf(const std::vector<Track*>& tracks)
         ids.push_back(track->id);
     }
     return ids;
+}
+
+void RtspSession::forget(const Track& track)
+{
+    tracks_.erase(std::find_if(tracks_.begin(), tracks_.end(),
+                               [&track](const auto& other) { return other.get() == &track; }));
 }
 
 /// Goes on whatever happens: the rest of the session must be let go all the same.

@@ -93,12 +93,12 @@ public:
     std::shared_ptr<SessionLiveness> liveness() const;
 
     /// Sets a track up, or changes the way of one that does not play: its former way ends first, also when
-    /// the new one fails. An empty track id means the only track that the device sends.
+    /// the new one fails; a shared one is kept then. An empty track id means the only track that the device
+    /// sends.
     /// \param make       called under the lock when the track may be set up
     /// \param[out] ssrc  the SSRC of the track's packets; of the device's reports on a back channel
     /// \returns 200, 455 for a track that plays, 459 for an empty track id where there are several tracks,
-    /// the
-    ///          status of `make`, or what the controller's code means
+    ///          the status of `make`, or what the controller's code means
     RtspStatus setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc);
 
     /// Plays one track, or all with an empty id. No packet leaves before `answer` has returned, but for those
@@ -120,7 +120,8 @@ public:
     /// \returns 200; 457 for an instant that playing does not come to; 404 or 455 as pause()
     RtspStatus pauseAt(std::string_view trackId, const RangeHeader& point);
 
-    /// Ends one track, or all with an empty id.
+    /// Ends one track, or all with an empty id; where packets are shared, one ends them all, because a group
+    /// has no use for half a member.
     /// \param[out] empty  true when no track is left: the session is to be ended
     RtspStatus teardown(std::string_view trackId, bool& empty);
 
@@ -162,6 +163,7 @@ private:
     static std::vector<std::string> idsOf(const std::vector<Track*>& tracks);
     RtspStatus select(std::string_view trackId, std::vector<Track*>& out);
     void stopTrack(Track& track);
+    void forget(const Track& track);
 
     const std::string id_;
     const std::string presentation_;

@@ -266,6 +266,62 @@ TEST_F(MulticastTest, TheLastTeardownEndsThePacketsAndFreesTheGroup)
     EXPECT_EQ(other.request("SETUP", track(url(smallPath), 0), multicast).status, 200);
 }
 
+TEST_F(MulticastTest, TeardownOfOneTrackLeavesTheGroupWithAll)
+{
+    server.reset();
+    media.reset();
+    config.multicast.pool = "239.255.42.193";
+    start();
+    const auto other = join(2);
+    const auto viewer = join(2);
+    GroupMember member(groupOf(*viewer), groupOf(*viewer).port);
+    play(*other);
+    play(*viewer);
+    EXPECT_EQ(viewer->client.request("TEARDOWN", track(url(mainPath), 1), session(viewer->session)).status,
+              200);
+    EXPECT_EQ(server->sessionCount(), 1u);
+    picture(true, 1);
+    EXPECT_FALSE(member.receive().empty()) << "the other one watches on";
+    EXPECT_EQ(other->client.request("TEARDOWN", track(url(mainPath), 0), session(other->session)).status,
+              200);
+    EXPECT_EQ(server->sessionCount(), 0u);
+    picture(true, 1);
+    EXPECT_EQ(member.waiting(), 0u);
+    EXPECT_EQ(TestClient(server->port()).request("SETUP", track(url(smallPath), 0), multicast).status, 200)
+        << "the group is free for another stream";
+}
+
+TEST_F(MulticastTest, SetupOfOneTrackAgainLeavesTheOther)
+{
+    const auto viewer = join(2);
+    GroupMember pictures(groupOf(*viewer), groupOf(*viewer).port);
+    GroupMember blocks(groupOf(*viewer), groupOf(*viewer).port + 2);
+    EXPECT_EQ(
+        viewer->client.request("SETUP", track(url(mainPath), 0), multicast + session(viewer->session)).status,
+        200);
+    EXPECT_EQ(play(*viewer).status, 200);
+    picture(true, 1);
+    sound();
+    EXPECT_FALSE(pictures.receive().empty());
+    EXPECT_FALSE(blocks.receive().empty());
+    EXPECT_EQ(ask(*viewer, "TEARDOWN"), 200);
+    EXPECT_EQ(server->sessionCount(), 0u);
+}
+
+TEST_F(MulticastTest, WhoJoinsGetsASenderReportWithTheNextPicture)
+{
+    const auto first = join();
+    GroupMember reports(groupOf(*first), groupOf(*first).port + 1);
+    play(*first);
+    picture(true, 1);
+    EXPECT_FALSE(reports.receive().empty());
+    reports.waiting();
+    const auto second = join();
+    play(*second);
+    picture(false, 1);
+    EXPECT_EQ(reports.waiting(), 1u) << "pictures and sound fit together from the start";
+}
+
 TEST_F(MulticastTest, AViewerWhoseConnectionEndsLeavesThoughTheOthersStay)
 {
     auto first = join();

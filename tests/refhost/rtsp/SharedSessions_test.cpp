@@ -83,11 +83,12 @@ protected:
                             route, SocketAddress::Key{1}, 0);
     }
 
-    static RtspStatus setup(RtspSession& session, const SafePointer<FakeTransport>& way)
+    static RtspStatus setup(RtspSession& session, const SafePointer<FakeTransport>& way,
+                            const char* track = "trackID=0")
     {
         std::uint32_t ssrc = 0;
         return session.setup(
-            "trackID=0",
+            track,
             [&](RtspSession::Delivery& out)
             {
                 out.transport.emplace(way);
@@ -151,6 +152,35 @@ TEST_F(SharedSessionsTest, TheSharedWayIsNeitherHeldNorClosed)
     EXPECT_EQ(SendStatus::sent, during);
     table.end(session);
     EXPECT_EQ(SendStatus::sent, shared->state());
+}
+
+TEST_F(SharedSessionsTest, AFailedSetupOfAFurtherTrackLeavesTheMembership)
+{
+    route.together = std::make_shared<std::mutex>();
+    const auto session =
+        table.create("orv/multicast/1/0",
+                     SafePointer<IRTSPController>(SafePointer<FakeController>(new FakeController(script))),
+                     route, SocketAddress::Key{1}, 0);
+    script->results["setup trackID=1 1"] = -8;
+    ASSERT_EQ(rtspOk, setup(*session, shared));
+    EXPECT_EQ(rtspNotFound, setup(*session, shared, "trackID=1"));
+    EXPECT_EQ(0, script->countOf("stop")) << "stop() of one track would end the membership in all";
+    EXPECT_EQ(1U, session->trackCount());
+    table.end(session);
+    EXPECT_EQ(1, script->countOf("stop"));
+}
+
+TEST_F(SharedSessionsTest, AFailedSetupOfTheFirstTrackIsTakenBack)
+{
+    route.together = std::make_shared<std::mutex>();
+    const auto session =
+        table.create("orv/multicast/1/0",
+                     SafePointer<IRTSPController>(SafePointer<FakeController>(new FakeController(script))),
+                     route, SocketAddress::Key{1}, 0);
+    script->results["setup"] = -8;
+    EXPECT_EQ(rtspNotFound, setup(*session, shared));
+    EXPECT_EQ(1, script->countOf("stop trackID=0"));
+    table.end(session);
 }
 
 TEST_F(SharedSessionsTest, WhatIsSharedIsWhatTheControllerTells)
