@@ -6,6 +6,8 @@
 #include <net/if.h>
 #include <netinet/in.h>
 
+#include <cstring>
+
 namespace refhost
 {
 
@@ -30,8 +32,9 @@ std::string reachableAddress(const std::string& listen)
             continue;
         }
         char text[INET_ADDRSTRLEN] = {};
-        const auto* const address = reinterpret_cast<const sockaddr_in*>(i->ifa_addr);
-        found = inet_ntop(AF_INET, &address->sin_addr, text, sizeof(text));
+        sockaddr_in address{};
+        std::memcpy(&address, i->ifa_addr, sizeof(address));
+        found = inet_ntop(AF_INET, &address.sin_addr, text, sizeof(text));
         break;
     }
     freeifaddrs(list);

@@ -1,4 +1,6 @@
-# What Debian's cross compilers have in common. OV_TARGET_TRIPLET names the target.
+# What Debian's cross compilers have in common. OV_TARGET_TRIPLET names the target. OV_SYSROOT is a folder that
+# make-sysroot.sh made, with the libraries of the server; the library alone needs none.
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES OV_SYSROOT)
 set(CMAKE_C_COMPILER ${OV_TARGET_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${OV_TARGET_TRIPLET}-g++)
 set(CMAKE_FIND_ROOT_PATH /usr/${OV_TARGET_TRIPLET})
@@ -7,3 +9,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(CMAKE_CROSSCOMPILING_EMULATOR "qemu-arm;-L;/usr/${OV_TARGET_TRIPLET}")
+if(OV_SYSROOT)
+    set(CMAKE_SYSROOT ${OV_SYSROOT})
+    set(CMAKE_LIBRARY_ARCHITECTURE ${OV_TARGET_TRIPLET})
+    set(CMAKE_CROSSCOMPILING_EMULATOR "qemu-arm;-L;${OV_SYSROOT}")
+    set(ENV{PKG_CONFIG_SYSROOT_DIR} ${OV_SYSROOT})
+    set(ENV{PKG_CONFIG_LIBDIR} ${OV_SYSROOT}/usr/lib/${OV_TARGET_TRIPLET}/pkgconfig:${OV_SYSROOT}/usr/share/pkgconfig)
+endif()

@@ -102,7 +102,8 @@ bool AacDecoder::append(std::vector<std::int16_t>& samples)
     {
         for (int c = 0; c < channels; ++c)
         {
-            samples.push_back(sampleOf(reinterpret_cast<const float*>(frame_->extended_data[c])[i]));
+            const void* const plane = frame_->extended_data[c];
+            samples.push_back(sampleOf(static_cast<const float*>(plane)[i]));
         }
     }
     return true;

@@ -28,7 +28,8 @@ void ConvertingDecoder::conceal(std::uint32_t ticks, std::vector<std::int16_t>& 
     const PcmFormat format = codec_->format();
     const std::uint64_t bounded = std::min(ticks, clockRate_ / 5);
     decoded_.clear();
-    concealer_.makeUp(format, bounded * static_cast<std::uint64_t>(format.sampleRate) / clockRate_, decoded_);
+    const std::uint64_t frames = bounded * static_cast<std::uint64_t>(format.sampleRate) / clockRate_;
+    concealer_.makeUp(format, static_cast<std::size_t>(frames), decoded_);
     converter_.convert(format, decoded_, samples);
 }
 

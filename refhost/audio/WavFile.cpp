@@ -163,7 +163,7 @@ bool WavFile::writeHeader() const
 
 bool WavFile::write(std::uint64_t at, const std::vector<std::int16_t>& samples)
 {
-    const std::uint64_t bytes = samples.size() * sizeof(std::int16_t);
+    const std::size_t bytes = samples.size() * sizeof(std::int16_t);
     const std::uint64_t begin = at * frameSize();
     if (file_ < 0 || begin + bytes > mostDataBytes)
     {

@@ -106,7 +106,7 @@ struct RefCountManager::Impl
     private:
         ref_count*& bucketOf(std::uint64_t hash)
         {
-            return buckets_[(hash >> 16) & (buckets_.size() - 1)];
+            return buckets_[static_cast<std::size_t>(hash >> 16) & (buckets_.size() - 1)];
         }
 
         void insert(ref_count* record, std::uint64_t hash)
@@ -175,7 +175,7 @@ struct RefCountManager::Impl
 
     Shard& shardOf(std::uint64_t hash)
     {
-        return shards_[hash >> (64 - shardBits)];
+        return shards_[static_cast<std::size_t>(hash >> (64 - shardBits))];
     }
 
     std::array<Shard, std::size_t{1} << shardBits> shards_;

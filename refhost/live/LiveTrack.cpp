@@ -184,7 +184,7 @@ LiveTrack::Found LiveTrack::found(std::uint64_t index) const
     {
         return {};
     }
-    const Entry& entry = ring_[index - base_];
+    const Entry& entry = ring_[static_cast<std::size_t>(index - base_)];
     return {entry.unit, index, entry.epoch};
 }
 

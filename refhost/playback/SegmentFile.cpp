@@ -1,5 +1,6 @@
 #include "refhost/playback/SegmentFile.h"
 
+#include <limits>
 #include <utility>
 
 extern "C"

@@ -9,12 +9,12 @@ namespace refhost
 
 std::size_t SocketAddress::KeyHash::operator()(const Key& key) const noexcept
 {
-    std::size_t hash = 1469598103934665603ull;  // FNV-1a
+    std::uint64_t hash = 1469598103934665603ull;  // FNV-1a
     for (const unsigned char byte : key)
     {
         hash = (hash ^ byte) * 1099511628211ull;
     }
-    return hash;
+    return static_cast<std::size_t>(hash ^ (hash >> 32));
 }
 
 SocketAddress::SocketAddress() : address_()

@@ -3,7 +3,7 @@
 # usage: install_packages_test.sh <root of the sources>
 set -euo pipefail
 script="$1/cmake/install-packages.sh"
-mapfile -t wanted < <(sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$1/cmake/debian-packages.txt")
+mapfile -t wanted < <(sed -e 's/#.*//' -e 's/[[:space:]]*$//' -e '/^$/d' "$1/cmake/debian-packages.txt")
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/bin"
