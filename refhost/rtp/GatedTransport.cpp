@@ -70,7 +70,12 @@ std::shared_ptr<TransportListener> TransportInbox::listener()
 }
 
 GatedTransport::GatedTransport(int kind, std::shared_ptr<SessionLiveness> liveness)
-    : RtpTransport(kind), inbox_(std::make_shared<TransportInbox>(std::move(liveness)))
+    : GatedTransport(kind, std::make_shared<TransportInbox>(std::move(liveness)))
+{
+}
+
+GatedTransport::GatedTransport(int kind, std::shared_ptr<TransportInbox> inbox)
+    : RtpTransport(kind), inbox_(std::move(inbox))
 {
 }
 

@@ -57,6 +57,8 @@ public:
 
 protected:
     GatedTransport(int kind, std::shared_ptr<SessionLiveness> liveness);
+    /// \param inbox  what comes back, perhaps on the way of several transports
+    GatedTransport(int kind, std::shared_ptr<TransportInbox> inbox);
 
     const std::shared_ptr<TransportInbox>& inbox() const
     {

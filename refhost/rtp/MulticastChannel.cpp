@@ -78,7 +78,9 @@ MulticastChannel::MulticastChannel(MulticastPool::Lease lease, int track, Socket
       rtcp_(std::move(rtcp)),
       output_(std::move(output)),
       rtpAddress_(addressOf(*lease_, lease_->portOf(track))),
-      rtcpAddress_(addressOf(*lease_, lease_->portOf(track) + 1))
+      rtcpAddress_(addressOf(*lease_, lease_->portOf(track) + 1)),
+      // What comes from a group counts for nobody: it says that somebody listens, not who.
+      inbox_(std::make_shared<TransportInbox>(nullptr))
 {
 }
 
@@ -94,27 +96,10 @@ void MulticastChannel::sendRtcp(const std::uint8_t* data, std::size_t size)
     (void)::sendto(socket, data, size, MSG_DONTWAIT | MSG_NOSIGNAL, rtcpAddress_.get(), rtcpAddress_.size());
 }
 
-void MulticastChannel::listen(std::weak_ptr<TransportInbox> inbox)
-{
-    const std::lock_guard<std::mutex> guard(mutex_);
-    inbox_.swap(inbox);
-}
-
 void MulticastChannel::onReadable()
 {
-    std::shared_ptr<TransportInbox> inbox;
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        inbox = inbox_.lock();
-    }
-    DatagramReader::read(rtcp_.get(),
-                         [&](const UdpAddress&, const std::uint8_t* data, std::size_t size)
-                         {
-                             if (inbox)
-                             {
-                                 inbox->onRtcp(data, size);
-                             }
-                         });
+    DatagramReader::read(rtcp_.get(), [this](const UdpAddress&, const std::uint8_t* data, std::size_t size)
+                         { inbox_->onRtcp(data, size); });
 }
 
 }  // namespace refhost

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 #include "refhost/rtp/GatedTransport.h"
 #include "refhost/rtp/MulticastInterface.h"
@@ -76,8 +75,12 @@ public:
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header);
     void sendRtcp(const std::uint8_t* data, std::size_t size);
 
-    /// Hands reports to `inbox` from now on, in place of the former one.
-    void listen(std::weak_ptr<TransportInbox> inbox);
+    /// What members report goes there, whichever member's transport is in use.
+    const std::shared_ptr<TransportInbox>& inbox() const
+    {
+        return inbox_;
+    }
+
     /// Reads a bounded number of reports.
     void onReadable();
 
@@ -85,10 +88,9 @@ private:
     const MulticastPool::Lease lease_;
     const SocketHandle rtcp_;
     const std::shared_ptr<MulticastOutput> output_;
-    UdpAddress rtpAddress_;
-    UdpAddress rtcpAddress_;
-    std::mutex mutex_;
-    std::weak_ptr<TransportInbox> inbox_;
+    const UdpAddress rtpAddress_;
+    const UdpAddress rtcpAddress_;
+    const std::shared_ptr<TransportInbox> inbox_;
 };
 
 }  // namespace refhost

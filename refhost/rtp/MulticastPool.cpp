@@ -1,6 +1,7 @@
 #include "refhost/rtp/MulticastPool.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace refhost
 {
@@ -74,23 +75,33 @@ MulticastPool::Slot* MulticastPool::slotFor(Stream stream)
 }
 
 /// Adds a slot with the next address and the next ports: who binds a port without the group's address would
-/// otherwise get two streams.
+/// otherwise get two streams. \returns null when there is none left
 MulticastPool::Slot* MulticastPool::grow(Stream stream)
 {
-    for (; next_ < settings_.range.count && nextPort_ + MulticastGroup::ports <= portLimit; ++next_)
+    const auto fixedHas = [this](const auto& quality)
     {
-        const std::uint32_t address = settings_.range.first + next_;
-        const bool fixed = std::any_of(settings_.fixed.begin(), settings_.fixed.end(),
-                                       [&](const auto& entry) { return entry.second.address == address; });
-        if (!fixed)
-        {
-            slots_.push_back({{address, nextPort_}, stream, {}});
-            ++next_;
-            nextPort_ += MulticastGroup::ports;
-            return &slots_.back();
-        }
+        return std::any_of(settings_.fixed.begin(), settings_.fixed.end(),
+                           [&](const auto& entry) { return quality(entry.second); });
+    };
+    while (next_ < settings_.range.count &&
+           fixedHas([this](const MulticastGroup& group)
+                    { return group.address == settings_.range.first + next_; }))
+    {
+        ++next_;
     }
-    return nullptr;
+    while (fixedHas([this](const MulticastGroup& group)
+                    { return std::abs(group.port - nextPort_) < MulticastGroup::ports; }))
+    {
+        nextPort_ += 2;
+    }
+    if (next_ >= settings_.range.count || nextPort_ + MulticastGroup::ports > portLimit)
+    {
+        return nullptr;
+    }
+    slots_.push_back({{settings_.range.first + next_, nextPort_}, stream, {}});
+    ++next_;
+    nextPort_ += MulticastGroup::ports;
+    return &slots_.back();
 }
 
 }  // namespace refhost

@@ -6,9 +6,8 @@ namespace refhost
 {
 
 MulticastTransport::MulticastTransport(std::shared_ptr<MulticastChannel> channel)
-    : GatedTransport(udpMulticast, nullptr), channel_(std::move(channel))
+    : GatedTransport(udpMulticast, channel->inbox()), channel_(std::move(channel))
 {
-    channel_->listen(inbox());
 }
 
 MulticastTransport::~MulticastTransport() noexcept(false) = default;

@@ -91,6 +91,17 @@ TEST(MulticastPool, AFixedGroupIsItsStreamsAlone)
     EXPECT_EQ(6000, pool.take({2, 0})->port);
 }
 
+TEST(MulticastPool, PortsOfFixedGroupsAreNotThePools)
+{
+    auto fixed = settings("239.255.42.0/24");
+    fixed.fixed[{2, 0}] = *MulticastGroup::parse("239.1.2.3:5006");
+    fixed.fixed[{2, 1}] = *MulticastGroup::parse("239.1.2.4:5016");
+    MulticastPool pool(fixed);
+    EXPECT_EQ(5010, pool.take({1, 0})->port) << "5004 to 5007 overlap the first fixed group";
+    EXPECT_EQ(5020, pool.take({1, 1})->port);
+    EXPECT_EQ(5024, pool.take({1, 2})->port);
+}
+
 TEST(MulticastPool, ThePortsEndTheRangeToo)
 {
     auto last = settings("239.255.42.0/24");

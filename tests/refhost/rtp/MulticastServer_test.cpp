@@ -179,7 +179,7 @@ TEST_F(MulticastServerTest, SenderReportsGoToTheGroup)
     EXPECT_EQ(report, member.receive());
 }
 
-TEST_F(MulticastServerTest, ReportsOfMembersComeToTheYoungestTransport)
+TEST_F(MulticastServerTest, ReportsOfMembersComeToWhoListensLast)
 {
     const auto server = open();
     Transport older;
@@ -199,6 +199,24 @@ TEST_F(MulticastServerTest, ReportsOfMembersComeToTheYoungestTransport)
     ASSERT_EQ(1U, told->reports.size());
     EXPECT_EQ(report, told->reports.front());
     EXPECT_TRUE(silent->reports.empty());
+}
+
+TEST_F(MulticastServerTest, ReportsStillComeWhenALaterTransportCameToNothing)
+{
+    const auto server = open();
+    Transport used;
+    Transport unused;
+    MulticastWay way;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, used, way));
+    const auto told = std::make_shared<Listener>();
+    (*used)->setListener(told);
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, unused, way));
+    unused.reset();
+    GroupMember member(way.group, way.group.portOf(0) + 1);
+    member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
+    ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
+    server->onReadable();
+    EXPECT_EQ(1U, told->reports.size());
 }
 
 TEST_F(MulticastServerTest, ReportsBehindTheEndOfTheGroupAreNobodys)
