@@ -391,16 +391,41 @@ TEST_F(RtspServerTest, FiftyClientsComeAndGoWhilePicturesFlow)
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0 && server->connectionCount() == 0; }));
 }
 
-TEST_F(RtspServerTest, ServesLoopbackIpv6)
+/// A listen address and the family of a client.
+class RtspServerFamilyTest : public RtspServerTest,
+                             public testing::WithParamInterface<std::pair<const char*, int>>
 {
-    config.listen = "::1";
-    RtspServer six(config, routes);
-    std::string error;
-    if (!six.start(error))
+};
+
+INSTANTIATE_TEST_SUITE_P(Families, RtspServerFamilyTest,
+                         testing::Values(std::pair("::1", AF_INET6), std::pair("::", AF_INET6),
+                                         std::pair("::", AF_INET)));
+
+TEST_P(RtspServerFamilyTest, IsServedOverUdpAndTcp)
+{
+    const auto [listen, family] = GetParam();
+    config.listen = listen;
     {
-        GTEST_SKIP() << "no IPv6 here: " << error;
+        std::string error;
+        RtspServer probe(config, routes);
+        if (!probe.start(error))
+        {
+            GTEST_SKIP() << "no IPv6 here: " << error;
+        }
     }
-    EXPECT_GT(six.port(), 0);
+    start();
+    TestClient client(server->port(), 0, family);
+    EXPECT_NE(client.request("DESCRIBE", url())
+                  .body.find(family == AF_INET6 ? "c=IN IP6 ::\r\n" : "c=IN IP4 0.0.0.0\r\n"),
+              std::string::npos);
+    UdpPort rtp(family);
+    const std::string overUdp = setUpUdp(client, rtp);
+    const std::string overTcp = setUpTcp(client, 1);
+    EXPECT_EQ(client.request("PLAY", url(), session(overUdp)).status, 200);
+    EXPECT_EQ(client.request("PLAY", url(), session(overTcp)).status, 200);
+    picture(true, 1);
+    EXPECT_GE(rtp.receive().size(), 12u);
+    EXPECT_TRUE(client.frame(0).isRtp());
 }
 
 std::string digestHeader(const std::string& challenge, const std::string& method, const std::string& uri,

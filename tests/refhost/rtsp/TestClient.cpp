@@ -1,14 +1,14 @@
 #include "tests/refhost/rtsp/TestClient.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstring>
+
+#include "refhost/rtp/UdpAddress.h"
 
 namespace refhost
 {
@@ -17,21 +17,20 @@ namespace test
 namespace
 {
 
-sockaddr_in loopback(int port)
+UdpAddress loopback(int family, int port)
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    UdpAddress address;
+    EXPECT_TRUE(UdpAddress::parse(family == AF_INET6 ? "::1" : "127.0.0.1", address));
+    address.setPort(port);
     return address;
 }
 
 int portOf(int descriptor)
 {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-    return ntohs(address.sin_port);
+    UdpAddress address;
+    socklen_t size = UdpAddress::room;
+    getsockname(descriptor, address.fill(), &size);
+    return address.port();
 }
 
 std::uint32_t number(const std::string& bytes, std::size_t at, std::size_t size)
@@ -78,16 +77,15 @@ std::uint32_t Received::ssrc() const
     return number(payload, 8, 4);
 }
 
-TestClient::TestClient(int port, int receiveBuffer)
-    : descriptor_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+TestClient::TestClient(int port, int receiveBuffer, int family)
+    : descriptor_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     if (receiveBuffer > 0)
     {
         setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
     }
-    const sockaddr_in address = loopback(port);
-    EXPECT_EQ(::connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0)
-        << std::strerror(errno);
+    const UdpAddress address = loopback(family, port);
+    EXPECT_EQ(::connect(descriptor_, address.get(), address.size()), 0) << std::strerror(errno);
 }
 
 TestClient::~TestClient()
@@ -294,10 +292,10 @@ int TestClient::localPort() const
     return portOf(descriptor_);
 }
 
-UdpPort::UdpPort() : descriptor_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+UdpPort::UdpPort(int family) : descriptor_(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0)), family_(family)
 {
-    const sockaddr_in address = loopback(0);
-    EXPECT_EQ(::bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const UdpAddress address = loopback(family, 0);
+    EXPECT_EQ(::bind(descriptor_, address.get(), address.size()), 0);
 }
 
 UdpPort::~UdpPort()
@@ -324,9 +322,8 @@ std::string UdpPort::receive(int milliseconds)
 
 void UdpPort::sendTo(int port, const std::string& datagram)
 {
-    const sockaddr_in address = loopback(port);
-    EXPECT_EQ(::sendto(descriptor_, datagram.data(), datagram.size(), 0,
-                       reinterpret_cast<const sockaddr*>(&address), sizeof address),
+    const UdpAddress address = loopback(family_, port);
+    EXPECT_EQ(::sendto(descriptor_, datagram.data(), datagram.size(), 0, address.get(), address.size()),
               static_cast<ssize_t>(datagram.size()));
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/socket.h>
+
 #include <cstdint>
 #include <map>
 #include <string>
@@ -42,7 +44,7 @@ struct Received
 class TestClient
 {
 public:
-    explicit TestClient(int port, int receiveBuffer = 0);
+    explicit TestClient(int port, int receiveBuffer = 0, int family = AF_INET);
     ~TestClient();
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;
@@ -88,7 +90,7 @@ private:
 class UdpPort
 {
 public:
-    UdpPort();
+    explicit UdpPort(int family = AF_INET);
     ~UdpPort();
     UdpPort(const UdpPort&) = delete;
     UdpPort& operator=(const UdpPort&) = delete;
@@ -100,6 +102,7 @@ public:
 
 private:
     int descriptor_;
+    const int family_;
 };
 
 }  // namespace test
