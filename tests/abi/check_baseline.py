@@ -19,8 +19,17 @@ ROOT = HERE.parent.parent
 FOLDERS = ("support", "mediaurl", "audioback", "live", "playback", "hostapi")
 # Bits of abidiff's exit code.
 FAILED, MISUSED, INCOMPATIBLE = 1, 2, 8
-# A removal or a change in abidiff's summary; additions alone harm nobody.
-BROKEN = re.compile(r"changes summary: .*\b[1-9]\d* (Removed|Changed)")
+# A removal or a change in abidiff's summary; additions alone harm nobody, unless a table grew that hosts fill.
+BROKEN = re.compile(r"changes summary: .*\b[1-9]\d* (Removed|Changed)|adds a new entry to the vtable")
+# What abidiff says of each kind of change, and what that does to a host.
+HARM = (
+    (r"vtable of class (\w+)",
+     "It calls other operations than it means, because their places changed in the table of virtual operations of"),
+    (r"'([^']+)' offset changed from|'([^']+)', at offset \d+ \(in bits\)",
+     "It reads and writes other memory than it means, because these fields moved, came or went:"),
+    (r"\[D\] '(?:method|function|variable) ([^']+)'",
+     "It does not load, or ends at the first call, because these are gone:"),
+)
 
 
 def build(source, scratch, toolchain):
@@ -43,6 +52,19 @@ def interface(library, source, out):
     for folder in FOLDERS:
         command += ["--headers-dir", str(source / folder)]
     subprocess.run([*command, str(library)], check=True)
+
+
+def harm(report):
+    """What a change does to hosts, in plain words."""
+    print("A host that was built against the interface of before would break:")
+    said = False
+    for pattern, consequence in HARM:
+        names = dict.fromkeys(next(filter(None, match.groups())) for match in re.finditer(pattern, report))
+        if names:
+            print(f"- {consequence}\n    " + "\n    ".join(names))
+            said = True
+    if not said:
+        print("- It passes and expects other types than the library does; the report above names them.")
 
 
 def main():
@@ -69,9 +91,9 @@ def main():
     if diff.returncode & (FAILED | MISUSED):
         print("The interfaces could not be compared.")
     elif diff.returncode & INCOMPATIBLE or BROKEN.search(diff.stdout):
-        print("Hosts that were built against the interface of before would call the wrong operation, read the wrong\n"
-              "field or not load at all. Take the change back; or, when it is meant, give the library a new soname\n"
-              "(the major version in CMakeLists.txt) and write the baseline anew with --update.")
+        harm(diff.stdout)
+        print("Take the change back. Or, when it is meant, give the library a new soname, so that such hosts keep the old\n"
+              "library: raise the major version in CMakeLists.txt, and write the baselines anew with --update.")
     else:
         print("The interface grew; hosts that stand go on working. Write the baseline anew with --update.")
     return 1
