@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs the tests:
 #   ./test.sh          everything, then all but the end-to-end tests again under the sanitizers, and the library's
-#                      tests built for 32-bit ARM, under an emulator
+#                      tests built for 32-bit ARM, under an emulator, with the server's packages for it
 #   ./test.sh --quick  everything once, on this machine's own processor and without sanitizers
 # At the end stand the failed tests with what they said. The last line counts over all stages: "N passed, N failed".
 # The exit code is not 0 when anything failed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
-further_stages=(asan tsan armhf armel)
+further_stages=(asan tsan armhf armel package-armhf)
 case "${1:-}" in
     "") ;;
     --quick) further_stages=() ;;
@@ -40,7 +40,8 @@ build() {
     local preset="$1" prefix
     read -r -a prefix <<<"$(prefix_of "$preset")"
     echo "== $preset: configure and build"
-    "${prefix[@]}" cmake --preset "$preset" </dev/null &&
+    { [ "$preset" != package-armhf ] || cmake/make-sysroot.sh armhf build/sysroot-armhf; } &&
+        "${prefix[@]}" cmake --preset "$preset" </dev/null &&
         "${prefix[@]}" cmake --build --preset "$preset" -j 2 </dev/null &&
         touch "$results/$preset.built"
 }

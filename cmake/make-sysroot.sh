@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # usage: make-sysroot.sh <Debian architecture> <folder>
-# Unpacks what the server is built with and runs on, for another architecture, into a folder: the packages that
+# Unpacks what the server and its tests are built with and run on, for another architecture, into a folder: the packages that
 # debian-packages.txt marks with "# target", and all that they depend on. Nothing is installed: this machine's package
 # tools are asked for another architecture's packages in a place of their own, no root is needed, and no maintainer
 # script runs. Beside the files stands a package database, by which dpkg-shlibdeps finds what a binary depends on.

@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# usage: packages_test.sh <cpack> <build folder> <root of the sources> <architecture>
+# usage: packages_test.sh <cpack> <build folder> <root of the sources> <architecture> [<sysroot>]
 # Makes the Debian packages of what is built and judges them as they are: names, needs, contents, maintainer scripts;
-# then unpacks them and runs the server there, on the unpacked library and by the unpacked configuration.
+# then unpacks them and runs the server there, on the unpacked library and by the unpacked configuration. With a sysroot
+# they are packages for 32-bit ARM: their server runs under an emulator on the sysroot's libraries, and plays.
 set -euo pipefail
 cpack="$1"
 build="$2"
 root="$3"
 architecture="$4"
+sysroot="${5:-}"
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
 failed=0
@@ -32,6 +34,7 @@ for name in "$soname" libovmediacontrol-dev ovrtspd; do
     dpkg-deb -x "$deb" "$scratch/$name"
     dpkg-deb -e "$deb" "$scratch/$name.control"
     dpkg-deb -c "$deb" | awk '$2 != "root/root"' | grep . >&2 && fault "$name: not everything is root's"
+    same "the architecture of $name" "$architecture" "$(dpkg-deb -f "$deb" Architecture)"
 done
 
 # Beside what every package holds: its licence and its changes.
@@ -56,6 +59,10 @@ for name in "$soname" libovmediacontrol-dev ovrtspd; do
     same "the version of the changes in $name" "$version" "$(zcat "$docs/changelog.gz" | sed -n '1s/.*(\(.*\)).*/\1/p')"
 done
 
+for binary in "$libdir/libovmediacontrol.so.$version" usr/bin/ovrtspd; do
+    ! readelf -SW "$scratch/root/$binary" | grep -q ' \.symtab ' || fault "$binary still has its symbols"
+done
+
 field() {
     sed -n "s/^$2: //p" "$scratch/$1.control/control"
 }
@@ -65,6 +72,15 @@ done
 for needed in libc6 libstdc++6; do
     [[ "$(field "$soname" Depends)" == *"$needed ("* ]] || fault "$soname does not need $needed"
 done
+for needed in libc6 libstdc++6 libgstreamer1.0-0 libavformat59 libsqlite3-0; do
+    [[ "$(field ovrtspd Depends)" == *", $needed (>= "* ]] || fault "ovrtspd does not need $needed"
+done
+if [ -n "$sysroot" ]; then
+    for needed in $(field ovrtspd Depends | sed 's/ *([^)]*)//g; s/,//g'); do
+        [ "$needed" = "$soname" ] || [ "$needed" = adduser ] ||
+            dpkg-query --admindir="$sysroot/var/lib/dpkg" -W "$needed" >/dev/null || fault "ovrtspd needs $needed, which is not there"
+    done
+fi
 grep -q '^activate-noawait ldconfig$' "$scratch/$soname.control/triggers" || fault "$soname does not have ldconfig run"
 
 # Whatever lies in /etc is the administrator's.
@@ -78,15 +94,26 @@ done
 page="$(zcat "$scratch/root/usr/share/man/man1/ovrtspd.1.gz" | groff -man -ww -z 2>&1)"
 [ -z "$page" ] || fault "the man page: $page"
 
+# Programs of another architecture run under an emulator, and say themselves what they are linked to.
+emulator=()
+list_linked=(ldd)
+if [ -n "$sysroot" ]; then
+    emulator=(qemu-arm -L "$sysroot")
+    list_linked=("${emulator[@]}" -E LD_TRACE_LOADED_OBJECTS=1)
+fi
+
 # The server finds all it is linked to, ours in what was unpacked, and runs.
 server="$scratch/root/usr/bin/ovrtspd"
 export LD_LIBRARY_PATH="$scratch/root/$libdir"
-linked="$(ldd "$server")"
+linked="$("${list_linked[@]}" "$server")"
 grep "not found" <<<"$linked" >&2 && fault "ovrtspd lacks libraries"
 grep -q "libovmediacontrol.so.${version%%.*} => $scratch/root/" <<<"$linked" || fault "ovrtspd does not run on the packaged library"
-[[ "$("$server" --version)" == *"$version"* ]] || fault "ovrtspd --version does not say $version"
-"$server" --config "$scratch/root/etc/ovrtspd/ovrtspd.toml" --check-config >"$scratch/checked" 2>&1 ||
+[[ "$("${emulator[@]}" "$server" --version)" == *"$version"* ]] || fault "ovrtspd --version does not say $version"
+"${emulator[@]}" "$server" --config "$scratch/root/etc/ovrtspd/ovrtspd.toml" --check-config >"$scratch/checked" 2>&1 ||
     { cat "$scratch/checked" >&2; fault "ovrtspd refuses the packaged configuration"; }
+if [ -n "$sysroot" ]; then
+    "$(dirname "${BASH_SOURCE[0]}")/play_emulated.sh" "$server" "$sysroot" "$libdir" || fault "the packaged server does not play"
+fi
 unset LD_LIBRARY_PATH
 
 # The unit, with the server where it was unpacked to, because systemd looks whether it is there. An exposure of 2.0
