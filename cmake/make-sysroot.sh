@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # usage: make-sysroot.sh <Debian architecture> <folder>
-# Unpacks what the server and its tests are built with and run on, for another architecture, into a folder: the packages that
-# debian-packages.txt marks with "# target", and all that they depend on. Nothing is installed: this machine's package
-# tools are asked for another architecture's packages in a place of their own, no root is needed, and no maintainer
-# script runs. Beside the files stands a package database, by which dpkg-shlibdeps finds what a binary depends on.
-# Does and says nothing when the folder is as it should be. OV_DEBIAN_MIRROR is the mirror to take packages from.
+# Unpacks what the server and its tests are built with and run on, for another architecture, into a folder: the
+# packages that debian-packages.txt marks with "# target", and all that they depend on. Nothing is installed: this
+# machine's package tools are asked for another architecture's packages in a place of their own, no root is needed, and
+# no maintainer script runs. Beside the files stands a package database, by which dpkg-shlibdeps finds what a binary
+# depends on. Does and says nothing when the folder is as it should be. OV_DEBIAN_MIRROR is the mirror to take packages
+# from.
 set -euo pipefail
 architecture="$1"
 folder="$(realpath -m "$2")"
@@ -44,7 +45,8 @@ Dir::State::lists "$work/lists";
 Dir::State::status "$work/status";
 END
 fetch() {
-    APT_CONFIG="$work/apt.conf" apt-get -qq "$@" </dev/null >"$work/fetch.log" 2>&1 || { cat "$work/fetch.log" >&2; exit 1; }
+    APT_CONFIG="$work/apt.conf" apt-get -qq "$@" </dev/null >"$work/fetch.log" 2>&1 ||
+        { cat "$work/fetch.log" >&2; exit 1; }
 }
 fetch update
 fetch install -y --download-only --no-install-recommends "${wanted[@]}"
@@ -73,7 +75,8 @@ export root="$folder.new"
 rm -rf "$root"
 mkdir -p "$root/var/lib/dpkg/info" "$work/control"
 echo 1 >"$root/var/lib/dpkg/info/format"
-find "$work/cache/archives" -name '*.deb' -print0 | xargs -0 -P "$(nproc)" -I{} bash -euo pipefail -c 'unpack "$1"' unpack {}
+find "$work/cache/archives" -name '*.deb' -print0 |
+    xargs -0 -P "$(nproc)" -I{} bash -euo pipefail -c 'unpack "$1"' unpack {}
 cat "$work/control/"*.status >"$root/var/lib/dpkg/status"
 
 # A link to a place on the system it was made for means that place in here.

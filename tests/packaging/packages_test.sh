@@ -60,7 +60,7 @@ for name in "$soname" libovmediacontrol-dev ovrtspd; do
 done
 
 for binary in "$libdir/libovmediacontrol.so.$version" usr/bin/ovrtspd; do
-    ! readelf -SW "$scratch/root/$binary" | grep -q ' \.symtab ' || fault "$binary still has its symbols"
+    readelf -SW "$scratch/root/$binary" | grep ' \.symtab ' >&2 && fault "$binary still has its symbols"
 done
 
 field() {
