@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace refhost
 {
@@ -25,7 +26,9 @@ PlayoutPacer::PlayoutPacer(const PcmFormat& format, int aheadMs)
     : format_(format),
       channels_(static_cast<std::size_t>(format.channels)),
       aheadMs_(aheadMs),
-      least_(std::numeric_limits<std::size_t>::max())
+      least_(std::numeric_limits<std::size_t>::max()),
+      shortest_(least_),
+      shortestBefore_(least_)
 {
 }
 
@@ -50,24 +53,42 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
             return;
         }
     }
-    const std::size_t ahead = queued == 0 ? framesOf(aheadMs_) : queued;
-    cut(ahead, samples);
-    watch(ahead, samples.size() / channels_);
-    stretch(samples);
+    const std::size_t packet = packetOf(samples.size() / channels_);
     if (queued == 0)
     {
-        samples.insert(samples.begin(), ahead * channels_, 0);
+        begin(packet, samples);
+        return;
     }
+    const std::size_t longest = framesOf(longestMs);
+    keepLast(longest - std::min(queued, longest), samples);
+    watch(queued, samples.size() / channels_);
+    stretch(samples);
 }
 
-void PlayoutPacer::cut(std::size_t ahead, std::vector<std::int16_t>& samples) const
+/// Silence goes before the piece for as much as it is shorter than a packet with its lead. A piece much
+/// longer than that came late: its beginning is dropped, because otherwise the packets behind it would be.
+void PlayoutPacer::begin(std::size_t packet, std::vector<std::int16_t>& samples)
 {
-    const std::size_t most = framesOf(longestMs) - std::min(ahead, framesOf(longestMs));
-    const std::size_t frames = samples.size() / channels_;
-    if (frames > most)
+    const std::size_t wanted = framesOf(aheadMs_) + packet;
+    const std::size_t lead = wanted - std::min(wanted, samples.size() / channels_);
+    keepLast(std::min(wanted + framesOf(mostLaterMs), framesOf(longestMs)) - lead, samples);
+    watch(framesOf(aheadMs_), samples.size() / channels_);
+    stretch(samples);
+    samples.insert(samples.begin(), lead * channels_, 0);
+}
+
+/// How long one packet is: the shortest piece of late, as pieces may be several packets and what is made up.
+std::size_t PlayoutPacer::packetOf(std::size_t frames)
+{
+    shortest_ = std::min(shortest_, frames);
+    return std::min(shortest_, shortestBefore_);
+}
+
+void PlayoutPacer::keepLast(std::size_t frames, std::vector<std::int16_t>& samples) const
+{
+    if (samples.size() > frames * channels_)
     {
-        const auto cutOff = static_cast<std::ptrdiff_t>((frames - most) * channels_);
-        samples.erase(samples.begin(), samples.begin() + cutOff);
+        samples.erase(samples.begin(), samples.end() - static_cast<std::ptrdiff_t>(frames * channels_));
     }
 }
 
@@ -81,6 +102,7 @@ void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
         judge();
         watched_ = 0;
         least_ = std::numeric_limits<std::size_t>::max();
+        shortestBefore_ = std::exchange(shortest_, least_);
     }
 }
 

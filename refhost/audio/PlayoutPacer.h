@@ -12,9 +12,10 @@ namespace refhost
 /// Decides how sound that comes unevenly is given to an output that plays evenly: how far it is kept ahead of
 /// what is heard, so that uneven packets leave no holes, and never so far that talk lags behind.
 ///
-/// It begins some time ahead, also after each pause. The talker's clock and the output's are never quite the
-/// same: when the sound has been out of its place for seconds it is stretched or shortened by a thousandth,
-/// which nobody hears. Sound that would come more than 30 ms later than it began is dropped.
+/// It begins some time ahead, also after each pause; where it ran dry because packets were lost or late and
+/// several come at once, they are that lead themselves. The talker's clock and the output's are never quite
+/// the same: when the sound has been out of its place for seconds it is stretched or shortened by a
+/// thousandth, which nobody hears. Sound that would come more than 30 ms later than it began is dropped.
 ///
 /// Threads: one at a time.
 class PlayoutPacer
@@ -30,7 +31,9 @@ public:
 
 private:
     std::size_t framesOf(int ms) const;
-    void cut(std::size_t ahead, std::vector<std::int16_t>& samples) const;
+    std::size_t packetOf(std::size_t frames);
+    void begin(std::size_t packet, std::vector<std::int16_t>& samples);
+    void keepLast(std::size_t frames, std::vector<std::int16_t>& samples) const;
     void watch(std::size_t ahead, std::size_t frames);
     void judge();
     void stretch(std::vector<std::int16_t>& samples);
@@ -38,12 +41,14 @@ private:
     const PcmFormat format_;
     const std::size_t channels_;
     const int aheadMs_;
-    std::size_t watched_ = 0;  // frames of the second that is watched
-    std::size_t least_;        // the least that the sound was ahead in it
-    int tooFar_ = 0;           // seconds in which it was too far ahead all the time, one after the other
-    int tooClose_ = 0;         // seconds in which it came too close, one after the other
-    int drift_ = 0;            // 1: shorten; -1: stretch
-    std::size_t owed_ = 0;     // frames since the last one that was left out or added
+    std::size_t watched_ = 0;     // frames of the second that is watched
+    std::size_t least_;           // the least that the sound was ahead in it
+    std::size_t shortest_;        // piece in it
+    std::size_t shortestBefore_;  // piece in the second before
+    int tooFar_ = 0;              // seconds in which it was too far ahead all the time, one after the other
+    int tooClose_ = 0;            // seconds in which it came too close, one after the other
+    int drift_ = 0;               // 1: shorten; -1: stretch
+    std::size_t owed_ = 0;        // frames since the last one that was left out or added
     std::vector<std::int16_t> stretched_;
 };
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "refhost/audio/ClockedOutput.h"
 #include "support/StatusCode.h"
+#include "tests/refhost/audio/HeardOutput.h"
 #include "tests/refhost/audio/SoundSamples.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
@@ -203,28 +203,6 @@ TEST_F(OutputPlayerTest, PieceOfNoLengthAndHalfASampleAreNothing)
     EXPECT_TRUE(device_.written.empty());
 }
 
-namespace
-{
-
-// Keeps what a loudspeaker would play.
-class HeardOutput : public ClockedOutput
-{
-public:
-    HeardOutput(const HostClock& clock, Samples& heard) : ClockedOutput(clock), heard_(heard) {}
-
-    bool write(const std::int16_t* samples, std::size_t frames) override
-    {
-        heard_.resize(place(frames));
-        heard_.insert(heard_.end(), samples, samples + frames);
-        return true;
-    }
-
-private:
-    Samples& heard_;
-};
-
-}  // namespace
-
 // Packets of 20 ms that come up to 15 ms late, to a worker that looks every 10 ms.
 TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Milliseconds)
 {
@@ -232,7 +210,7 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
     Samples heard;
     constexpr int packets = 500;
     const Samples sound = test::tone(437, 48000, packets * 960);
-    OutputPlayer player(std::make_unique<HeardOutput>(clock, heard), format, 60);
+    OutputPlayer player(std::make_unique<test::HeardOutput>(clock, heard), format, 60);
     ASSERT_EQ(0, player.open());
     int next = 0;
     for (int now = 0; next < packets; now += 10, clock.advanceMs(10))

@@ -98,6 +98,29 @@ TEST(PlayoutPacer, OfALongPieceTheEndIsPlayed)
     EXPECT_EQ(2, piece.back());
 }
 
+TEST(PlayoutPacer, SeveralPacketsAtOnceThatCameTooLateAreTheirOwnLead)
+{
+    const auto whenDry = [](std::size_t pieceMs)
+    {
+        PlayoutPacer pacer(format, 60);
+        for (int i = 0; i < 3; ++i)
+        {
+            Samples packet(20 * ms, 1);
+            pacer.pace(i == 0 ? 0 : 60 * ms, packet);
+        }
+        Samples piece(pieceMs * ms, 1);
+        pacer.pace(0, piece);
+        return piece;
+    };
+    EXPECT_EQ(80 * ms, whenDry(20).size());
+    EXPECT_EQ(80 * ms, whenDry(60).size());
+    Samples expected(20 * ms, 0);
+    expected.insert(expected.end(), 60 * ms, 1);
+    EXPECT_EQ(expected, whenDry(60));
+    EXPECT_EQ(Samples(100 * ms, 1), whenDry(100));
+    EXPECT_EQ(Samples(110 * ms, 1), whenDry(150)) << "what follows is not dropped";
+}
+
 TEST(PlayoutPacer, NothingStaysNothing)
 {
     PlayoutPacer pacer(format, 40);
