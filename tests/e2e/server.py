@@ -7,6 +7,8 @@ import signal
 import subprocess
 import time
 
+from processor import waited
+
 START_SECONDS = 20
 STOP_SECONDS = 1.0
 
@@ -31,6 +33,7 @@ class Server:
         self.output_path = self.folder / "stdout.txt"
         self.log_path = self.folder / "log.txt"
         self.allowed_problems = []
+        self._waited = 0.0
         with open(self.output_path, "wb") as output, open(self.log_path, "wb") as log:
             self.process = subprocess.Popen(
                 [binary, "--config", str(self.config_path), *arguments],
@@ -73,6 +76,12 @@ class Server:
         found = [line for line in self.log().splitlines() if not re.match(r"\S+ (trace|debug|info) +\[", line)]
         return [line for line in found if not any(allowed.search(line) for allowed in self.allowed_problems)]
 
+    def waited(self):
+        """Seconds for which it could have run and had no processor, as far as is known until its end."""
+        if self.process.poll() is None:
+            self._waited = waited(self.pid)
+        return self._waited
+
     def connections(self):
         """How many TCP connections the process has open, as the system counts them."""
         return len(self._socket_inodes() & _established_inodes())
@@ -96,6 +105,7 @@ class Server:
 
     def stop(self):
         """Ends the server as Ctrl-C does, and asserts that it ends cleanly within a second."""
+        self.waited()
         begin = time.monotonic()
         self.process.send_signal(signal.SIGINT)
         try:
@@ -110,6 +120,7 @@ class Server:
 
     def kill(self):
         if self.process.poll() is None:
+            self.waited()
             self.process.kill()
             self.process.wait()
 

@@ -11,7 +11,7 @@ FORMATS = {"pcmu": "mulaw", "pcma": "alaw"}
 CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000}
 PIECE = RATE * 4 // 10
 SHIFT = RATE // 10
-LEAD_SECONDS = 0.6  # silence before a sound: the output is opened a third of a second after PLAY at the latest
+LEAD_SECONDS = 0.6  # silence before a sound of who cannot see when the output is open: a third of a second after PLAY
 
 
 def speech(text=SENTENCE, voice="en", speed=165):

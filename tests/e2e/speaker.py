@@ -1,8 +1,10 @@
 """A talker with something to say: real sound goes out in time, and packets may be lost or come late."""
 
 import random
+import re
 import time
 
+from server import wait_until
 from sound import CLOCK
 from talker import REQUIRE, Talker, rtp
 
@@ -32,6 +34,26 @@ talk-back = "{codec}"
 def talk_back(device="talk.wav", codec="pcmu", policy="first", output="wav"):
     """Configuration of a server with talk-back."""
     return CONFIG.format(output=output, device=device, codec=codec, policy=policy)
+
+
+def openings(server):
+    """When the output was opened, as the log has it."""
+    return re.findall(r"^(\S+) \S+ +\[\d+\] talk-back: .* of ovrtspd is open", server.log(), re.M)
+
+
+def closings(server):
+    """How many times the output was closed."""
+    return len(re.findall(r"talk-back: .* is closed", server.log()))
+
+
+def wait_for_output(server, times=1):
+    """Until the output was opened so many times: the worker looks every 300 ms, and what comes before is not played."""
+    wait_until(lambda: len(openings(server)) >= times, 5, f"the output is opened {times} times")
+
+
+def wait_for_end(server, times=1):
+    """Until the output was closed so many times."""
+    wait_until(lambda: closings(server) >= times, 5, f"the output is closed {times} times")
 
 
 class Speaker(Talker):

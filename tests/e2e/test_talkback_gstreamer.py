@@ -1,11 +1,9 @@
-import re
 import subprocess
 
 import pytest
-from server import wait_until
 from sound import (LEAD_SECONDS, RATE, decode, encode, likeness, longest_hole, read_wav, speech, strongest, tone,
                    with_lead, write_wav)
-from speaker import talk_back
+from speaker import talk_back, wait_for_end
 
 pytestmark = pytest.mark.usefixtures("real_time")
 
@@ -20,7 +18,7 @@ def say(server, build_folder, transport, samples):
     run = subprocess.run([build_folder / "gst_talk", server.url(), server.folder / "said.wav", transport],
                          capture_output=True, text=True, timeout=60)
     assert run.returncode == 0, run.stdout + run.stderr
-    wait_until(lambda: re.search(r"talk-back: WAV file \S+ is closed", server.log()), 5, "the output is closed")
+    wait_for_end(server)
     server.stop()
     return read_wav(server.folder / "talk.wav")
 

@@ -2,8 +2,8 @@ import threading
 
 import pytest
 from server import wait_until
-from sound import RATE, amplitude, encode, read_wav, tone, with_lead
-from speaker import Speaker, talk_back
+from sound import RATE, amplitude, encode, read_wav, tone
+from speaker import Speaker, talk_back, wait_for_end, wait_for_output
 
 pytestmark = pytest.mark.usefixtures("real_time")
 
@@ -18,17 +18,17 @@ def both_talk(server, transport):
     """Two clients' tones, the second one a second later; returns what was heard from the first one's beginning on."""
     with Speaker(server.url(), transport, seed=1).open() as first, \
             Speaker(server.url(), transport, seed=2).open() as second:
-        later = threading.Timer(LATER_SECONDS, second.speak, [encode("pcmu", tone(SECOND_HERTZ, SECONDS, LEVEL))])
+        first_packets = encode("pcmu", tone(FIRST_HERTZ, SECONDS, LEVEL))
         # The second one listens to its own connection alone, as the first one does: each has its own thread.
-        first_packets = encode("pcmu", with_lead(tone(FIRST_HERTZ, SECONDS, LEVEL)))
-        first.speak(first_packets[:30])
+        later = threading.Timer(LATER_SECONDS, second.speak, [encode("pcmu", tone(SECOND_HERTZ, SECONDS, LEVEL))])
+        wait_for_output(server)
         later.start()
-        first.speak(first_packets[30:])
+        first.speak(first_packets)
         later.join()
         first.rest()
         first.tear_down()
         second.tear_down()
-    wait_until(lambda: "is closed" in server.log(), 5, "the output is closed")
+    wait_for_end(server)
     server.stop()
     sound = read_wav(server.folder / "talk.wav")
     begin = int((abs(sound) > LEVEL / 2).argmax())
@@ -54,11 +54,14 @@ def test_with_refuse_a_second_client_is_answered_453_until_the_first_one_ends(se
         with Speaker(server.url(), transport) as second:
             second.describe()
             assert second.setup().status == 453
-        first.speak(encode("pcmu", with_lead(tone(FIRST_HERTZ, 0.5, LEVEL))))
+        wait_for_output(server)
+        first.speak(encode("pcmu", tone(FIRST_HERTZ, 0.5, LEVEL)))
         first.rest()
         first.tear_down()
+        wait_for_end(server)
         with Speaker(server.url(), transport, seed=2).open() as second:
-            second.speak(encode("pcmu", with_lead(tone(SECOND_HERTZ, 0.5, LEVEL))))
+            wait_for_output(server, times=2)
+            second.speak(encode("pcmu", tone(SECOND_HERTZ, 0.5, LEVEL)))
             second.rest()
             second.tear_down()
     wait_until(lambda: server.sessions() == 0, 5, "no session is left")
