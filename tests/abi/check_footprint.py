@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
 """What loading the library costs a device before a host calls anything.
 
-Usage: check_footprint.py <libovmediacontrol.so> [--most-read-only <bytes>]
+Usage: check_footprint.py <libovmediacontrol.so> [--most-read-only <bytes>] [--most-relocations <n>] [--most-calls <n>]
+           [--most-names <n>]
 
   No static constructors: nothing of the library's own runs when it is loaded.
-  --most-read-only  most bytes of code and read-only data, tables of the linker and of exceptions included
+  --most-read-only    most bytes of code and read-only data, tables of the linker and of exceptions included
+  --most-relocations  most words that the dynamic linker fills in when it loads the library
+  --most-calls        most calls that it binds, each when it is made first
+  --most-names        most names that it looks up for these
 """
 import argparse
 import re
@@ -32,25 +36,42 @@ def constructors(library, found):
         yield f"{size // pointer - 1} entries in .init_array beside the start file's"
 
 
+def counts(library):
+    """What there is of each kind that has a limit."""
+    found = sections(library)
+    words = re.findall(r"^[0-9a-f]+ +[0-9a-f]+ (R_\w+)", readelf(library, "--relocs"), re.M)
+    calls = sum(kind.endswith("_JUMP_SLOT") for kind in words)
+    return {
+        "read_only": (sum(size for _, size, flags in found if "A" in flags and "W" not in flags),
+                      "bytes of code and read-only data", "find out what grew (nm --size-sort -C)"),
+        "relocations": (len(words) - calls, "words for the dynamic linker to fill in", "see readelf -rW"),
+        "calls": (calls, "calls for the dynamic linker to bind", "see readelf -rW"),
+        "names": (len(re.findall(r" UND \S", readelf(library, "--dyn-syms"))), "names for the dynamic linker to look up",
+                  "see nm -DC --undefined-only"),
+    }
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("library")
-    parser.add_argument("--most-read-only", type=int)
-    options = parser.parse_args()
+    for kind in ("read-only", "relocations", "calls", "names"):
+        parser.add_argument(f"--most-{kind}", type=int)
+    options = vars(parser.parse_args())
+    library = options["library"]
 
-    found = sections(options.library)
     bad = False
-    for name in constructors(options.library, found):
+    for name in constructors(library, sections(library)):
         print(f"runs when the library is loaded: {name}")
         bad = True
-    read_only = sum(size for _, size, flags in found if "A" in flags and "W" not in flags)
-    print(f"{read_only} bytes of code and read-only data")
-    if not read_only:
-        print("no section was recognised")
-        bad = True
-    if options.most_read_only and read_only > options.most_read_only:
-        print(f"these are more than {options.most_read_only}: find out what grew (nm --size-sort -C)")
-        bad = True
+    for kind, (count, what, advice) in counts(library).items():
+        most = options[f"most_{kind}"]
+        print(f"{count} {what}")
+        if not count and kind in ("read_only", "names"):
+            print("none at all: readelf was not understood")
+            bad = True
+        if most is not None and count > most:
+            print(f"these are more than {most}: {advice}")
+            bad = True
     return 1 if bad else 0
 
 
