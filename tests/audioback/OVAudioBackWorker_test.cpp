@@ -200,6 +200,19 @@ TEST_F(OVAudioBackWorker, ProcessPlayerAsksSessionsInKeyOrderUntilOnePlays)
     EXPECT_EQ((Calls{"AudioDispatcher#2::isPlaying()", "AudioDispatcher#1::isPlaying()"}), host_.calls());
 }
 
+TEST_F(OVAudioBackWorker, KeyOrderIsThatOfBytesWhateverSignCharactersHave)
+{
+    ASSERT_EQ(0, add("\xff"));
+    ASSERT_EQ(0, add("\x80"));
+    ASSERT_EQ(0, add("\x7f"));
+    ASSERT_EQ(0, add("\x7f\x80"));
+    host_.clearCalls();
+    EXPECT_EQ(1, manager_->private_IsPauseAllAudio());
+    EXPECT_EQ((Calls{"AudioDispatcher#3::isPlaying()", "AudioDispatcher#4::isPlaying()",
+                     "AudioDispatcher#2::isPlaying()", "AudioDispatcher#1::isPlaying()"}),
+              host_.calls());
+}
+
 TEST_F(OVAudioBackWorker, ProcessPlayerReportsThatNothingPlays)
 {
     EXPECT_EQ(-9, manager_->processPlayer());

@@ -53,6 +53,16 @@ const LiveCase liveCases[] = {
     {"CameraOutOfRange", "orv/live/2147483648/0", -8, 0, 0},
     {"StreamOutOfRange", "orv/live/1/99999999999999999999", -8, 0, 0},
     {"TwoSlashesBehindCamera", "orv/live/1//0", -8, 0, 0},
+    // Bytes that a sign, or the loss of one bit, would turn into what is looked for: 0xb1 for 1, 0xaf for a
+    // slash.
+    {"HighBytesInFront", "\xff\xaf\xef/orv/live/1/0", 0, 1, 0},
+    {"HighByteAsCamera", "orv/live/\xb1/0", -8, 0, 0},
+    {"HighByteAsStream", "orv/live/1/\xb0", -8, 0, 0},
+    {"HighByteAsSeparator",
+     "orv/live/1\xaf"
+     "0",
+     -8, 0, 0},
+    {"HighByteInKey", "orv\xaflive/1/0", -8, 0, 0},
 };
 
 }  // namespace
@@ -193,7 +203,8 @@ TEST(OrvaneMediaUrlNumString, IsOneOrMoreDigits)
     {
         EXPECT_TRUE(codec.isValidNumString(text)) << text;
     }
-    for (const char* text : {"", "-1", "+1", "1.5", " 1", "1 ", "1a", "a", "/", ":", "1_2"})
+    for (const char* text :
+         {"", "-1", "+1", "1.5", " 1", "1 ", "1a", "a", "/", ":", "1_2", "\xb1", "1\xb1", "\xff"})
     {
         EXPECT_FALSE(codec.isValidNumString(text)) << text;
     }

@@ -66,6 +66,13 @@ const PlaybackCase playbackCases[] = {
     refused("Live", "orv/live/1/0", cameraBefore),
     refused("WrongCase", "orv/Playback/1_100_200", cameraBefore),
     refused("Empty", "", cameraBefore),
+    refused("HighByteAsCamera", "orv/playback/\xb1_100_200", cameraBefore),
+    refused("HighByteAsBegin", "orv/playback/1_\xb1_200", 1),
+    refused("HighByteAsEnd", "orv/playback/1_100_\xb2", 1),
+    refused("HighByteAsSeparator",
+            "orv/playback/1_100\xdf"
+            "200",
+            1),
 };
 
 }  // namespace

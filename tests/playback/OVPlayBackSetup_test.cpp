@@ -106,6 +106,14 @@ TEST_F(OVPlayBackSetup, InitTakesTimesByTheirBits)
               host_.calls().at(4));
 }
 
+TEST_F(OVPlayBackSetup, InitTakesTheLastTimesOf32Bits)
+{
+    // The ends of a device's long.
+    init(2147483647L, -2147483647L - 1);
+    EXPECT_EQ("OVAVPlayBackSource::setRecordInfo(camera 12, 2147483647 to 2147483648, device A, 192.0.2.1)",
+              host_.calls().at(4));
+}
+
 TEST_F(OVPlayBackSetup, InitAndDescriptionTakeNoLock)
 {
     host_.recordLocks(true);
