@@ -6,6 +6,8 @@
 
 #include "refhost/audio/AlsaOutput.h"
 #include "refhost/audio/PulseOutput.h"
+#include "tests/TemporaryFolder.h"
+#include "tests/refhost/audio/SoundSamples.h"
 
 using namespace refhost;
 
@@ -41,6 +43,33 @@ TEST(AlsaOutput, PlaysOnADeviceThatTakesEverything)
         output.close();
         EXPECT_FALSE(output.queued());
     }
+}
+
+// alsa-lib itself writes down what reaches the device.
+TEST(AlsaOutput, DeviceGetsEverySampleAtItsRateAndOnItsChannel)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder / "played.wav";
+    const std::string config =
+        "pcm.written { type file slave.pcm { type null } file \"" + path + "\" format \"wav\" }\n";
+    test::writeFile(folder / "asound.conf", config.data(), config.size());
+    setenv("ALSA_CONFIG_PATH", (folder / "asound.conf").c_str(), 1);
+    const test::Samples sound = test::tone(500, 32000, 2 * 6400);
+    {
+        AlsaOutput output("written");
+        std::string problem;
+        ASSERT_TRUE(output.open({32000, 2}, problem)) << problem;
+        for (std::size_t at = 0; at < sound.size(); at += 2 * 640)
+        {
+            ASSERT_TRUE(output.write(&sound[at], 640));
+        }
+    }
+    unsetenv("ALSA_CONFIG_PATH");
+    const test::Bytes file = test::readFile(path);
+    ASSERT_LT(44u, file.size());
+    EXPECT_EQ(2, file[22]) << "channels";
+    EXPECT_EQ(32000, file[24] | file[25] << 8);
+    EXPECT_EQ(sound, test::samplesOf(test::Bytes(file.begin() + 44, file.end())));
 }
 
 TEST(PulseOutput, ServerThatIsNotThereIsToldSoon)
