@@ -101,7 +101,7 @@ def host_classes():
 
 def readable(names):
     """Names of operations as a reader knows them; of destructors also which."""
-    text = subprocess.run(["c++filt"], input="\n".join(names), check=True, capture_output=True, text=True).stdout
+    text = subprocess.run(["c++filt", "--no-verbose"], input="\n".join(names), check=True, capture_output=True, text=True).stdout
     which = {"D0Ev": " deleting", "D1Ev": " complete", "D2Ev": " complete"}
     return {plain(line) + which.get(name[-4:], "") for name, line in zip(names, text.splitlines())}
 
