@@ -3,21 +3,22 @@
 
 Usage: check_compiles.py headers|sources <stamp file> -- <warning options…>
 
-Nothing is produced: only the compilers' judgement counts. A set of files that was found good is not judged again
-until a file, the options or a compiler change; the stamp file remembers that.
+Only the compilers' judgement counts. A set of files that was found good is not judged again until a file, the options
+or a compiler change; the stamp file remembers that, and ccache, where there is one, remembers each single file.
 """
 import concurrent.futures
 import hashlib
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
-import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 LIBRARY = ("support", "mediaurl", "live", "playback", "audioback")
 COMPILERS = ("g++", "clang++")
 STANDARDS = ("c++14", "c++17", "c++20")
+CACHE = ["ccache"] if shutil.which("ccache") else []
 
 
 def public_headers():
@@ -38,14 +39,20 @@ def fingerprint(options):
     return digest.hexdigest()
 
 
+def alone(path, scratch):
+    """A source that holds this one and nothing else; twice, because a header must bear that."""
+    if path.suffix != ".h":
+        return path
+    source = scratch / (str(path).replace("/", "_") + ".cpp")
+    source.write_text(f'#include "{path}"\n#include "{path}"\n')
+    return pathlib.Path(os.path.relpath(source, ROOT))
+
+
 def compile_one(job):
-    compiler, standard, path, options, scratch = job
-    source = path
-    if path.suffix == ".h":
-        source = pathlib.Path(scratch) / (str(path).replace("/", "_") + ".cpp")
-        source.write_text(f'#include "{path}"\n#include "{path}"\n')
-    command = [compiler, f"-std={standard}", "-I", ".", *options, "-Werror", "-fvisibility=hidden", "-fsyntax-only",
-               str(source)]
+    compiler, standard, path, source, options, scratch = job
+    # Code is made, though nobody wants it, because ccache remembers only what does.
+    command = [*CACHE, compiler, f"-std={standard}", "-I", ".", *options, "-Werror", "-fvisibility=hidden", "-c", str(source),
+               "-o", str(scratch / f"{source.name}.{compiler}.{standard}.o")]
     run = subprocess.run(command, cwd=ROOT, capture_output=True, text=True)
     return "" if run.returncode == 0 else f"{path} with {compiler} as {standard}:\n{run.stderr}"
 
@@ -61,12 +68,17 @@ def main():
     if stamp.exists() and stamp.read_text() == print_id:
         print(f"{len(files)} {what} unchanged since they were found good")
         return 0
-    with tempfile.TemporaryDirectory() as scratch, concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        jobs = [(compiler, standard, path, options, scratch)
+    # Always the same place, because ccache knows sources by their names too.
+    scratch = stamp.with_suffix(".compiled").absolute()
+    scratch.mkdir(parents=True, exist_ok=True)
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        sources = {path: alone(path, scratch) for path in files}
+        jobs = [(compiler, standard, path, sources[path], options, scratch)
                 for compiler in COMPILERS for standard in STANDARDS for path in files]
         failures = [result for result in pool.map(compile_one, jobs) if result]
     for failure in failures:
         print(failure)
+    shutil.rmtree(scratch)
     print(f"{len(jobs)} compilations, {len(failures)} failed")
     if not failures:
         stamp.write_text(print_id)
