@@ -33,21 +33,37 @@ std::uint8_t codeOf(int packet)
     return static_cast<std::uint8_t>(0x80 + packet % 40);
 }
 
-/// What was heard of a talk over a bad network.
+struct Network
+{
+    int lost;      ///< of a hundred packets
+    int late;      ///< of a hundred packets come behind their successors
+    int jitterMs;  ///< at most, of all others
+};
+
+constexpr Network good{0, 0, 15};
+constexpr Network bad{5, 5, 3};
+
+/// What was heard of a talk.
 struct Heard
 {
     int arrived = 0;
     int whole = 0;            ///< packets that arrived and were heard to their end
     std::size_t silence = 0;  ///< frames, from the first packet's to the last
+    int delayMs = 0;          ///< longest, from a packet's arrival to the beginning of its sound
 };
 
 class Talker
 {
 public:
-    explicit Talker(unsigned seed) : random_(seed)
+    Talker(unsigned seed, const Network& network, TalkPolicy policy) : random_(seed)
     {
-        SharedOutput output(settings());
-        auto* const player = new OutputPlayer(std::make_unique<HeardOutput>(clock_, samples_), format, 60);
+        TalkSettings settings;
+        settings.format = format;
+        settings.policy = policy;
+        SharedOutput output(settings);
+        const int aheadMs = policy == TalkPolicy::mix ? 30 : 60;  // as the server has it
+        auto* const player =
+            new OutputPlayer(std::make_unique<HeardOutput>(clock_, samples_), format, aheadMs);
         const SafePointer<IMediaPlayer> handle(player);
         const auto wire = std::make_shared<Wire>();
         TalkSession session(handle, output, clock_, TalkDecoder::make);
@@ -55,7 +71,7 @@ public:
         EXPECT_EQ(0, session.init(*backChannelOf("pcmu")));
         EXPECT_EQ(0, session.connect(SafePointer<IConnection>(new FakeTransport(wire))));
         EXPECT_EQ(0, session.play());
-        schedule();
+        schedule(network);
         bool fault = false;
         for (int now = 0; now < packets * 20 + 200; ++now, clock_.advanceMs(1))
         {
@@ -80,7 +96,7 @@ public:
         auto at = std::find_if(samples_.begin(), samples_.end(), [](std::int16_t s) { return s != 0; });
         const auto first = at;
         auto last = at;
-        for (const int packet : arrived_)
+        for (const auto& [packet, atMs] : arrivedMs_)
         {
             ++out.arrived;
             // Behind a gap the first milliseconds are blended.
@@ -89,6 +105,8 @@ public:
             if (begin != end)
             {
                 ++out.whole;
+                const auto startsMs = static_cast<int>((begin - samples_.begin()) * 1000 / format.sampleRate);
+                out.delayMs = std::max(out.delayMs, startsMs - atMs);
                 at = begin + enough;
                 last = at;
             }
@@ -98,13 +116,6 @@ public:
     }
 
 private:
-    static TalkSettings settings()
-    {
-        TalkSettings out;
-        out.format = format;
-        return out;
-    }
-
     static std::int16_t valueOf(int packet)
     {
         const std::uint8_t code = codeOf(packet);
@@ -113,19 +124,19 @@ private:
         return samples.at(0);
     }
 
-    /// One in twenty comes behind its successor, and one in twenty never.
-    void schedule()
+    void schedule(const Network& network)
     {
         std::uniform_int_distribution<int> chance(1, 100);
-        std::uniform_int_distribution<int> jitter(0, 3);
+        std::uniform_int_distribution<int> jitter(0, network.jitterMs);
         for (int packet = 0; packet < packets; ++packet)
         {
             const int lot = packet == 0 ? 100 : chance(random_);
-            if (lot > 5)
+            if (lot > network.lost)
             {
-                const int late = lot <= 10 ? 24 : 0;
-                arrivals_.emplace(20 * packet + late + jitter(random_), packet);
-                arrived_.push_back(packet);
+                const int late = lot <= network.lost + network.late ? 24 : 0;
+                const int atMs = 20 * packet + late + jitter(random_);
+                arrivals_.emplace(atMs, packet);
+                arrivedMs_.emplace(packet, atMs);
             }
         }
     }
@@ -144,18 +155,36 @@ private:
     ManualClock clock_;
     Samples samples_;
     std::multimap<int, int> arrivals_;
-    std::vector<int> arrived_;
+    std::map<int, int> arrivedMs_;  // of each packet that was not lost
 };
 
-TEST(TalkQuality, OfWhatArrivesOverABadNetworkNearlyEverythingIsHeardAndSilenceIsShort)
+class TalkQuality : public testing::TestWithParam<TalkPolicy>
 {
-    for (unsigned seed = 1; seed <= 20; ++seed)
+};
+
+TEST_P(TalkQuality, OverANetworkThatIsOnlyUnevenEverythingIsHeardWithin120Milliseconds)
+{
+    for (unsigned seed = 1; seed <= 5; ++seed)
     {
-        const Heard heard = Talker(seed).judge();
-        EXPECT_LE(heard.arrived - 2, heard.whole) << "seed " << seed;
-        EXPECT_GE(60u * format.sampleRate / 1000, heard.silence) << "in 20 s, seed " << seed;
+        const Heard heard = Talker(seed, good, GetParam()).judge();
+        EXPECT_EQ(packets, heard.whole) << "seed " << seed;
+        EXPECT_EQ(0u, heard.silence) << "seed " << seed;
+        EXPECT_GT(120, heard.delayMs) << "seed " << seed;
     }
 }
+
+TEST_P(TalkQuality, OverABadNetworkNearlyEverythingThatArrivesIsHeardSoonAndSilenceIsShort)
+{
+    for (unsigned seed = 1; seed <= 10; ++seed)
+    {
+        const Heard heard = Talker(seed, bad, GetParam()).judge();
+        EXPECT_LE(heard.arrived - 2, heard.whole) << "seed " << seed;
+        EXPECT_GE(60u * format.sampleRate / 1000, heard.silence) << "in 20 s, seed " << seed;
+        EXPECT_GE(130, heard.delayMs) << "seed " << seed;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(OneTalker, TalkQuality, testing::Values(TalkPolicy::first, TalkPolicy::mix));
 
 }  // namespace
 }  // namespace test
