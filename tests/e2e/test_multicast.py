@@ -1,6 +1,5 @@
 import contextlib
 import itertools
-import os
 import pathlib
 import re
 import select
@@ -27,7 +26,7 @@ listen = "{listen}"
 
 [limits]
 session-timeout = {timeout}
-orphan-timeout = 2
+orphan-timeout = 1
 
 [[camera]]
 id = 1
@@ -79,6 +78,7 @@ class Viewer(RtspClient):
             super().__init__(server.url(1, stream, family=FAMILY))
 
     def setup_all(self):
+        self.transport = "udp"
         for track in self.tracks:
             response = self.request("SETUP", track.url, {"Transport": "RTP/AVP;multicast"})
             assert response.status == 200, response
@@ -169,15 +169,14 @@ def test_five_viewers_share_one_stream_of_packets(server, other_machine, tmp_pat
                 viewer.open()
                 assert (viewer.destination, viewer.ttl) == (GROUP, 1)
                 viewer.receive(lambda: len(video_packets(viewer)) > 20, "video")
-            viewers[0].receive_for(3)
             for viewer in viewers:
-                viewer.receive_for(0.2)
+                seen = len(viewer.rtp)
+                viewer.receive(lambda: len(viewer.rtp) > seen + 20, "media, whoever has left")
                 assert viewer.request("TEARDOWN").status == 200
                 end = time.time()
             wait_until(lambda: server.sessions() == 0, 5, "all have left")
-            time.sleep(1)
     packets = captured(capture)
-    assert len(packets) > 300
+    assert len(packets) > 200
     assert len({packet[1:3] for packet in packets}) == len(packets), "each packet is on the wire once"
     assert {packet[1] for packet in packets} == {track.ssrc for track in viewers[0].tracks}, "one SSRC for each track"
     assert {packet[3:] for packet in packets} == {(1, GROUP)}
@@ -219,7 +218,9 @@ def test_five_viewers_leave_in_every_order(server, other_machine):
     assert len(streams) == 120, "each round has a stream of its own"
     for sequence in streams.values():
         assert len(sequence) >= 5
-        assert all((b - a) & 0xFFFF == 1 for a, b in zip(sequence, sequence[1:])), "nobody's leaving makes a gap"
+        # Datagrams may overtake one another on a busy machine.
+        ordered = sorted((number - sequence[0] + 0x8000) & 0xFFFF for number in sequence)
+        assert ordered == list(range(ordered[0], ordered[0] + len(ordered))), "nobody's leaving makes a gap"
 
 
 def collect(joined, streams):
@@ -246,12 +247,9 @@ def test_the_death_of_the_last_viewer_frees_the_group(server, other_machine, tmp
             players.pop().kill()
             wait_until(lambda: server.sessions() == 0, 10, "the last has left")
             wait_until(lambda: GROUP not in memberships(), 5, "the group is left")
-            while True:
-                try:
-                    here.settimeout(1)
-                    here.recv(2000)
-                except TimeoutError:
-                    break
+            while select.select([here], [], [], 0)[0]:
+                here.recv(2000)
+            assert not select.select([here], [], [], 0.5)[0], "nothing is sent any more"
     finally:
         for player in players:
             player.kill()
@@ -305,23 +303,46 @@ def test_without_any_way_setup_says_so(serve, other_machine):
 
 
 def test_the_server_works_no_more_for_five_viewers_than_for_one(server, other_machine):
-    """Prints what it measured; the bound leaves room for a busy machine."""
-    seconds = {}
+    """Prints what it measured, for each picture. Five senders would send five times as much; five encoders would take
+    five times the processor's time, whose bound leaves room for what else runs on the machine."""
+    cost = {}
     with contextlib.ExitStack() as stack:
+        viewers = []
         for count in (1, 5):
-            while len(stack._exit_callbacks) < count:
-                stack.enter_context(Viewer(server, other_machine)).open()
-            time.sleep(1)
-            begin = cpu_seconds(server.pid)
-            time.sleep(8)
-            seconds[count] = cpu_seconds(server.pid) - begin
-    print(f"CPU of the server in 8 s: {seconds[1]:.2f} s with one viewer, {seconds[5]:.2f} s with five")
-    assert seconds[5] < seconds[1] * 1.3 + 0.1
+            while len(viewers) < count:
+                viewers.append(stack.enter_context(Viewer(server, other_machine)))
+                viewers[-1].open()
+            viewers[-1].receive(lambda: len(video_packets(viewers[-1])) > 20, "video")
+            viewers[0].receive_for(0.1)
+            cost[count] = cost_of_a_picture(server, viewers[0])
+    for count, (datagrams, milliseconds) in cost.items():
+        print(f"{count} viewers: {datagrams:.2f} datagrams and {milliseconds:.2f} ms of processor time a picture")
+    assert cost[5][0] < cost[1][0] * 1.5
+    assert cost[5][1] < cost[1][1] * 2
+
+
+def cost_of_a_picture(server, viewer, pictures=75):
+    """Datagrams that the server's machine sent, and milliseconds that the server worked."""
+    def begun():
+        return len({packet.timestamp for packet in video_packets(viewer)})
+
+    first = begun()
+    before = datagrams_sent(server.pid), cpu_seconds(server.pid)
+    viewer.receive(lambda: begun() >= first + pictures, "pictures", patience=30)
+    return ((datagrams_sent(server.pid) - before[0]) / pictures,
+            (cpu_seconds(server.pid) - before[1]) * 1000 / pictures)
+
+
+def datagrams_sent(pid):
+    names, values = (line.split() for line in pathlib.Path(f"/proc/{pid}/net/snmp").read_text().splitlines()
+                     if line.startswith("Udp:"))
+    return int(values[names.index("OutDatagrams")])
 
 
 def cpu_seconds(pid):
-    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+    """Of all threads that live, as precisely as the scheduler counts."""
+    return sum(int(path.read_text().split()[0])
+               for path in pathlib.Path(f"/proc/{pid}/task").glob("*/schedstat")) / 1e9
 
 
 def test_one_encoder_serves_both_controllers_and_the_group(serve, other_machine):
@@ -334,7 +355,10 @@ def test_one_encoder_serves_both_controllers_and_the_group(serve, other_machine)
             index = client.video()
             assert (client.packets(index)[0].sequence, client.packets(index)[0].timestamp) == info[index]
         assert server.log().count("camera 1 stream 0: starting") == 1, "one pipeline"
-        pictures = [{packet.payload for packet in video_packets(client) if packet.marker}
-                    for client in (first, second, third)]
-        first.receive_for(1)
-    assert pictures[1] & pictures[2], "the same encoder's pictures, whichever the way"
+        for client in (first, second):
+            client.receive(lambda: picture_ends(client) & picture_ends(third),
+                           "the same encoder's pictures, whichever the way")
+
+
+def picture_ends(client):
+    return {packet.payload for packet in video_packets(client) if packet.marker}
