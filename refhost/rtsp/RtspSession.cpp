@@ -126,9 +126,6 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     }
     auto track = std::make_unique<Track>();
     track->id = std::move(trackId);
-    SubMediaInfo description;
-    track->backChannel =
-        DescribedTracks(*controller_).find(track->id, description) && description.getAudioBackInfoFlag();
     const RtspStatus status = make(track->delivery);
     if (status != rtspOk)
     {
@@ -234,10 +231,22 @@ RtspStatus RtspSession::start(const std::vector<Track*>& tracks, Attempt attempt
     return rtspOk;
 }
 
-/// Talk-back may end by itself, as when the client said goodbye on that track: the others go on.
-bool RtspSession::isOver(const Track& track, int code, const std::vector<Track*>& asked)
+/// Looks at the description, which is copied for it, at the first time alone.
+bool RtspSession::isBackChannel(Track& track)
 {
-    return track.backChannel && code == statusRefused && asked.size() > 1;
+    if (!track.backChannel)
+    {
+        SubMediaInfo described;
+        track.backChannel =
+            DescribedTracks(*controller_).find(track.id, described) && described.getAudioBackInfoFlag();
+    }
+    return *track.backChannel;
+}
+
+/// Talk-back may end by itself, as when the client said goodbye on that track: the others go on.
+bool RtspSession::isOver(Track& track, int code, const std::vector<Track*>& asked)
+{
+    return code == statusRefused && asked.size() > 1 && isBackChannel(track);
 }
 
 /// Pauses what the present request has started, or asked to get ready.
@@ -257,17 +266,17 @@ RtspSession::Played RtspSession::played(const std::vector<Track*>& tracks, const
 {
     Played out;
     out.tracks.reserve(tracks.size());
-    for (const Track* track : tracks)
+    for (Track* track : tracks)
     {
-        if (track->backChannel)
-        {
-            continue;
-        }
         PlayedTrack entry;
         entry.id = track->id;
         entry.known = firstPacket_ == nullptr
                           ? (*controller_)->getCurRTPPacketInfo(id_, track->id, entry.first) == 0
                           : firstPacket_(id_, track->id, entry.first);
+        if (!entry.known && isBackChannel(*track))
+        {
+            continue;
+        }
         entry.link = track->delivery.link;
         out.tracks.push_back(entry);
     }

@@ -150,14 +150,15 @@ private:
         std::string id;
         Delivery delivery;
         bool playing = false;
-        bool started = false;      ///< by the PLAY under way
-        bool backChannel = false;  ///< the client sends on it
+        bool started = false;             ///< by the PLAY under way
+        std::optional<bool> backChannel;  ///< the client sends on it; nothing while nobody asked
     };
 
     Track* findTrack(std::string_view trackId);
     RtspStatus selectPlaying(std::string_view trackId, std::vector<Track*>& out);
     RtspStatus start(const std::vector<Track*>& tracks, Attempt attempt, bool& notReady);
-    static bool isOver(const Track& track, int code, const std::vector<Track*>& asked);
+    bool isBackChannel(Track& track);
+    bool isOver(Track& track, int code, const std::vector<Track*>& asked);
     void takeBack(const std::vector<Track*>& tracks);
     Played played(const std::vector<Track*>& tracks, const PlayOrder& order);
     static std::vector<std::string> idsOf(const std::vector<Track*>& tracks);

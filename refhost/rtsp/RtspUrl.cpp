@@ -1,5 +1,7 @@
 #include "refhost/rtsp/RtspUrl.h"
 
+#include <algorithm>
+
 #include "refhost/rtsp/RtspText.h"
 
 namespace refhost
@@ -26,8 +28,19 @@ int hexDigit(char c)
     return -1;
 }
 
+bool isControl(char c)
+{
+    return static_cast<unsigned char>(c) < ' ' || c == 127;
+}
+
 bool decode(std::string_view text, std::string& out)
 {
+    // Every request comes here, and next to none has a code.
+    if (std::none_of(text.begin(), text.end(), [](char c) { return c == '%' || isControl(c); }))
+    {
+        out.assign(text);
+        return true;
+    }
     out.clear();
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i)
@@ -44,7 +57,7 @@ bool decode(std::string_view text, std::string& out)
             c = static_cast<char>(high * 16 + low);
             i += 2;
         }
-        if (static_cast<unsigned char>(c) < ' ' || c == 127)
+        if (isControl(c))
         {
             return false;
         }

@@ -1,5 +1,6 @@
 #include "refhost/rtsp/SessionTable.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 #include <string>
@@ -32,8 +33,8 @@ std::optional<std::uint64_t> numberOf(std::string_view text)
     std::uint64_t number = 0;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number, 16);
-    if (text.size() != idLength || error != std::errc() || stop != end ||
-        text.find_first_of("abcdef") != std::string_view::npos)
+    const bool small = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'a'; });
+    if (text.size() != idLength || error != std::errc() || stop != end || small)
     {
         return std::nullopt;
     }

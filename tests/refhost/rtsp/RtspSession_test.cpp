@@ -35,7 +35,7 @@ protected:
         route.firstPacket = [](const std::string&, const std::string& trackId, RTPPacketInfo& out)
         {
             out.sequenceNumber = trackId == "trackID=0" ? 10 : 20;
-            return true;
+            return trackId != "trackID=talk";
         };
         return table_->create("orv/live/1/0", SafePointer<IRTSPController>(new FakeController(script_)),
                               route, here, 0);
