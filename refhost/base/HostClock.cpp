@@ -32,8 +32,10 @@ public:
 
 const HostClock& HostClock::system()
 {
-    static const SystemClock clock;
-    return clock;
+    // Never destroyed: threads of services that are not destroyed either read it until the very end of the
+    // process.
+    static const auto* const clock = new SystemClock;
+    return *clock;
 }
 
 }  // namespace refhost

@@ -16,26 +16,23 @@ struct Parameter
 
 /// The fields of the caps that make up the format parameters of a coding, in the order in which they are
 /// told.
-const std::vector<Parameter>& parametersOf(const std::string& encodingName)
+std::vector<Parameter> parametersOf(const std::string& encodingName)
 {
-    static const std::vector<Parameter> h264 = {
-        {"packetization-mode", true}, {"profile-level-id", true}, {"sprop-parameter-sets", true}};
-    static const std::vector<Parameter> h265 = {
-        {"sprop-vps", true}, {"sprop-sps", true}, {"sprop-pps", true}};
-    static const std::vector<Parameter> aac = {
-        {"streamtype", false},     {"profile-level-id", true}, {"mode", true},
-        {"config", true},          {"sizelength", true},       {"indexlength", true},
-        {"indexdeltalength", true}};
-    static const std::vector<Parameter> none;
     if (encodingName == "H264")
     {
-        return h264;
+        return {{"packetization-mode", true}, {"profile-level-id", true}, {"sprop-parameter-sets", true}};
     }
     if (encodingName == "H265")
     {
-        return h265;
+        return {{"sprop-vps", true}, {"sprop-sps", true}, {"sprop-pps", true}};
     }
-    return encodingName == "MPEG4-GENERIC" ? aac : none;
+    if (encodingName == "MPEG4-GENERIC")
+    {
+        return {{"streamtype", false},     {"profile-level-id", true}, {"mode", true},
+                {"config", true},          {"sizelength", true},       {"indexlength", true},
+                {"indexdeltalength", true}};
+    }
+    return {};
 }
 
 std::string textOf(const GstStructure* fields, const char* name)

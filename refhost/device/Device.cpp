@@ -8,34 +8,48 @@ namespace refhost
 namespace
 {
 
-std::mutex mutex;
-std::shared_ptr<StreamDirectory> current;
-std::shared_ptr<RecordingIndex> currentRecordings;
+struct Served
+{
+    std::mutex mutex;
+    std::shared_ptr<StreamDirectory> streams;
+    std::shared_ptr<RecordingIndex> recordings;
+
+    static Served& instance()
+    {
+        // Never destroyed: connections may be served until the very end of the process.
+        static auto* const served = new Served;
+        return *served;
+    }
+};
 
 }  // namespace
 
 void Device::setStreams(std::shared_ptr<StreamDirectory> streams)
 {
-    const std::lock_guard<std::mutex> guard(mutex);
-    current.swap(streams);
+    Served& served = Served::instance();
+    const std::lock_guard<std::mutex> guard(served.mutex);
+    served.streams.swap(streams);
 }
 
 std::shared_ptr<StreamDirectory> Device::streams()
 {
-    const std::lock_guard<std::mutex> guard(mutex);
-    return current;
+    Served& served = Served::instance();
+    const std::lock_guard<std::mutex> guard(served.mutex);
+    return served.streams;
 }
 
 void Device::setRecordings(std::shared_ptr<RecordingIndex> recordings)
 {
-    const std::lock_guard<std::mutex> guard(mutex);
-    currentRecordings.swap(recordings);
+    Served& served = Served::instance();
+    const std::lock_guard<std::mutex> guard(served.mutex);
+    served.recordings.swap(recordings);
 }
 
 std::shared_ptr<RecordingIndex> Device::recordings()
 {
-    const std::lock_guard<std::mutex> guard(mutex);
-    return currentRecordings;
+    Served& served = Served::instance();
+    const std::lock_guard<std::mutex> guard(served.mutex);
+    return served.recordings;
 }
 
 }  // namespace refhost

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
+#include <utility>
 
 namespace refhost
 {
@@ -62,13 +62,17 @@ std::optional<MediaCoding> codingNamed(const std::string& name)
 
 std::optional<MediaCoding> codingEncodedAs(const std::string& encodingName)
 {
-    static const std::map<std::string, MediaCoding> codings = {{"H264", MediaCoding::h264},
-                                                               {"H265", MediaCoding::h265},
-                                                               {"MPEG4-GENERIC", MediaCoding::aac},
-                                                               {"PCMU", MediaCoding::pcmu},
-                                                               {"PCMA", MediaCoding::pcma}};
-    const auto found = codings.find(encodingName);
-    return found == codings.end() ? std::nullopt : std::optional<MediaCoding>(found->second);
+    for (const auto& [name, coding] :
+         {std::pair("H264", MediaCoding::h264), std::pair("H265", MediaCoding::h265),
+          std::pair("MPEG4-GENERIC", MediaCoding::aac), std::pair("PCMU", MediaCoding::pcmu),
+          std::pair("PCMA", MediaCoding::pcma)})
+    {
+        if (encodingName == name)
+        {
+            return coding;
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<MediaCoding> codingOf(const GstCaps* caps)
