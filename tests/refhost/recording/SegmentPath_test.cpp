@@ -1,0 +1,58 @@
+#include "refhost/recording/SegmentPath.h"
+
+#include <gtest/gtest.h>
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::int64_t secondNs = 1000000000;
+
+struct Moment
+{
+    const char* path;
+    std::int64_t beginNs;
+};
+
+class SegmentPathTest : public testing::TestWithParam<Moment>
+{
+};
+
+TEST_P(SegmentPathTest, TellsWhatBeganWhen)
+{
+    SegmentPath path;
+    path.cameraId = 7;
+    path.streamId = 1;
+    path.beginNs = GetParam().beginNs;
+    EXPECT_EQ(path.toString(), GetParam().path);
+}
+
+TEST_P(SegmentPathTest, IsReadAsItIsWritten)
+{
+    const auto found = SegmentPath::parse(GetParam().path);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->cameraId, 7);
+    EXPECT_EQ(found->streamId, 1);
+    EXPECT_EQ(found->beginNs, GetParam().beginNs);
+}
+
+// On 32-bit machines times end in January 2038 where nobody asks for more.
+INSTANTIATE_TEST_SUITE_P(
+    Moments, SegmentPathTest,
+    testing::Values(Moment{"7/1/19700101T000000.000000Z.mkv", 0},
+                    Moment{"7/1/20261121T161549.123456Z.mkv", 1795277749 * secondNs + 123456000},
+                    Moment{"7/1/20400229T235959.999999Z.mkv", 2214172799 * secondNs + 999999000}));
+
+TEST(SegmentPathParseTest, OtherFilesAreSomebodyElses)
+{
+    for (const char* path :
+         {"", "index.db", "7/1/20261121T161561.000000Z.mkv", "7/1/20261121T161549.000000Z.mkv.tmp",
+          "-7/1/20261121T161549.000000Z.mkv", "07/1/20261121T161549.000000Z.mkv"})
+    {
+        EXPECT_FALSE(SegmentPath::parse(path)) << path;
+    }
+}
+
+}  // namespace
+}  // namespace refhost
