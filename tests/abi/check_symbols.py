@@ -8,6 +8,8 @@ Usage: check_symbols.py <libovmediacontrol.so> [--update]
                   C and C++ runtime's
   vtables.txt     which operation stands in which place of its class's table of virtual operations
 
+All of it carries the interface's version, and the library its soname.
+
 --update writes the lists anew: a change in them is a change of the binary interface.
 """
 import difflib
@@ -19,6 +21,8 @@ import sys
 import vtables
 
 HERE = pathlib.Path(__file__).resolve().parent
+# Of the interface that the lists are of.
+MAJOR = 1
 
 # Symbols of the C and C++ runtime carry the version of the library that they were linked from.
 RUNTIME = re.compile(r"@@?(GLIBC|GLIBCXX|CXXABI|GCC)_")
@@ -99,6 +103,18 @@ def host_classes():
             for match in re.finditer(r"class OV_HOST_API (\w+)", header.read_text())}
 
 
+def strange_versions(library, classes):
+    """What the library shows without the version of its interface, and a name that hosts would not look for."""
+    version = f"@@OVMEDIACONTROL_{MAJOR}"
+    for line in symbols(library, "--defined-only"):
+        name = line.split(maxsplit=2)[2]
+        if class_of(plain(name)) in classes and not name.endswith(version):
+            yield f"{name} has no version {version}"
+    dynamic = subprocess.run(["readelf", "-dW", library], check=True, capture_output=True, text=True).stdout
+    if f"Library soname: [libovmediacontrol.so.{MAJOR}]" not in dynamic:
+        yield f"the soname is not libovmediacontrol.so.{MAJOR}"
+
+
 def readable(names):
     """Names of operations as a reader knows them; of destructors also which."""
     text = subprocess.run(["c++filt", "--no-verbose"], input="\n".join(names), check=True, capture_output=True, text=True).stdout
@@ -147,7 +163,10 @@ def main():
     shown = leaks(library, classes)
     for name in shown:
         print(f"the library shows what nothing marks for export: {name}")
-    return 0 if all(results) and not strangers and not shown else 1
+    unversioned = list(strange_versions(library, classes))
+    for fault in unversioned:
+        print(fault)
+    return 0 if all(results) and not strangers and not shown and not unversioned else 1
 
 
 if __name__ == "__main__":
