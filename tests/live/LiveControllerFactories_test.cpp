@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -9,6 +10,7 @@
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "tests/CapturedOutput.h"
+#include "tests/fakehost/FailingCalls.h"
 #include "tests/fakehost/FakeHost.h"
 #include "tests/fakehost/RefCountInspector.h"
 #include "tests/live/LiveForms.h"
@@ -212,29 +214,23 @@ TYPED_TEST(LiveControllerFactories, EndWithTheCodeAndLineOfEachFailingCallAndLea
     };
     const std::size_t records = this->host_.recordsInUse();
     const int mutexes = this->host_.living("OVMutex");
-    int failures = 0;
-    for (int nth = 1;; ++nth)
-    {
-        this->host_.failNthCall(nth, -500 - nth);
-        SafePointer<IRTSPController> controller;
-        CapturedOutput output;
-        const int result = this->factory_.createMedia("any", controller, false);
-        const std::string printed = output.text();
-        ASSERT_FALSE(controller.isEmpty());
-        if (!this->host_.failureStruck())
-        {
-            EXPECT_EQ(0, result);
-            EXPECT_EQ("", printed);
-            break;
-        }
-        ASSERT_LE(nth, 4);
-        EXPECT_EQ(-500 - nth, result);
-        EXPECT_EQ(lines[nth - 1], printed);
-        EXPECT_EQ(0, this->host_.living("MediaInfoTool"));
-        EXPECT_EQ(records + 1, this->host_.recordsInUse()) << "only the controller is left";
-        ++failures;
-    }
-    EXPECT_EQ(4, failures);
+    std::optional<SafePointer<IRTSPController>> controller;
+    const auto create = [&] { return this->factory_.createMedia("any", *controller, false); };
+    const auto good = FailingCalls(4)
+                          .before([&] { controller.emplace(); })
+                          .during(create,
+                                  [&](const FailingCalls::Attempt& failed)
+                                  {
+                                      EXPECT_EQ(failed.code, failed.result);
+                                      EXPECT_EQ(lines[failed.nth - 1], failed.printed);
+                                      EXPECT_FALSE(controller->isEmpty());
+                                      EXPECT_EQ(0, this->host_.living("MediaInfoTool"));
+                                      EXPECT_EQ(records + 1, this->host_.recordsInUse())
+                                          << "only the controller is left";
+                                  });
+    EXPECT_EQ("", good.printed);
+    EXPECT_FALSE(controller->isEmpty());
+    controller.reset();
     EXPECT_EQ(records, this->host_.recordsInUse());
     EXPECT_EQ(mutexes, this->host_.living("OVMutex"));
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "hostapi/live/LiveDispatcherMgr.h"
+#include "tests/fakehost/FailingCalls.h"
 #include "tests/fakehost/FakeStatus.h"
 #include "tests/live/LiveControllerFixture.h"
 
@@ -114,30 +115,21 @@ TEST_F(OVLiveController2Test, AnotherRtspSessionHasASessionOfItsOwn)
 TEST_F(OVLiveController2Test, EachFailingCallEndsSetupWithItsCodeAndLine)
 {
     const char* const lines[] = {initFailure, connectFailure};
-    int failures = 0;
-    for (int nth = 1;; ++nth)
-    {
-        FakeLiveSessions::clear();
-        host_.clearCalls();
-        host_.failNthCall(nth, -500 - nth);
-        CapturedOutput output;
-        const int result = controller_->setup(session_, video_, connection(2));
-        const std::string printed = output.text();
-        if (!host_.failureStruck())
-        {
-            EXPECT_EQ(0, result);
-            EXPECT_EQ("", printed);
-            break;
-        }
-        ASSERT_LE(nth, 2);
-        EXPECT_EQ(-500 - nth, result);
-        EXPECT_EQ(lines[nth - 1] + std::to_string(-500 - nth) + "\n", printed);
-        EXPECT_EQ(static_cast<std::size_t>(nth) + 2, host_.calls().size())
-            << "nothing is called after the failure";
-        EXPECT_EQ(0, host_.living("IConnection"));
-        ++failures;
-    }
-    EXPECT_EQ(2, failures);
+    const auto setup = [this] { return controller_->setup(session_, video_, connection(2)); };
+    const auto good =
+        FailingCalls(2)
+            .before(FakeLiveSessions::clear)
+            .during(setup,
+                    [&](const FailingCalls::Attempt& attempt)
+                    {
+                        EXPECT_EQ(attempt.code, attempt.result);
+                        EXPECT_EQ(lines[attempt.nth - 1] + std::to_string(attempt.code) + "\n",
+                                  attempt.printed);
+                        EXPECT_EQ(static_cast<std::size_t>(attempt.nth) + 2, host_.calls().size())
+                            << "nothing is called after the failure";
+                        EXPECT_EQ(0, host_.living("IConnection"));
+                    });
+    EXPECT_EQ("", good.printed);
     EXPECT_EQ(1, host_.living("IConnection")) << "the dispatcher keeps the connection of the good setup";
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/fakehost/FailingCalls.h"
 #include "tests/live/MulticastFixture.h"
 
 namespace
@@ -110,29 +111,19 @@ TEST_F(MulticastSetup, EachFailingCallEndsItWithItsCodeAndLine)
         {recordFailure, ""}, {initFailure, ""},        {connectFailure, ""},
         {recordFailure, ""}, {recordFailure, "[] []"}, {recordFailure, "[session] [trackID=0@any]"},
     };
-    int failures = 0;
-    for (int nth = 1;; ++nth)
-    {
-        FakeLiveSessions::clear();
-        host_.failNthCall(nth, -500 - nth);
-        CapturedOutput output;
-        const int result = setup(session_, video_);
-        const std::string printed = output.text();
-        if (!host_.failureStruck())
-        {
-            EXPECT_EQ(0, result);
-            EXPECT_EQ("", printed);
-            break;
-        }
-        ASSERT_LE(nth, 6);
-        const int code = nth == 4 ? -904 : -500 - nth;
-        EXPECT_EQ(code, result) << nth;
-        EXPECT_EQ(steps[nth - 1].line + std::to_string(code) + "\n", printed) << nth;
-        host_.failNthCall(0, 0);
-        EXPECT_EQ(steps[nth - 1].record, record()) << nth;
-        ++failures;
-    }
-    EXPECT_EQ(6, failures);
+    const auto attempt = [this] { return setup(session_, video_); };
+    const auto good = FailingCalls(6)
+                          .before(FakeLiveSessions::clear)
+                          .during(attempt,
+                                  [&](const FailingCalls::Attempt& failed)
+                                  {
+                                      const Step& step = steps[failed.nth - 1];
+                                      const int code = failed.nth == 4 ? -904 : failed.code;
+                                      EXPECT_EQ(code, failed.result);
+                                      EXPECT_EQ(step.line + std::to_string(code) + "\n", failed.printed);
+                                      EXPECT_EQ(step.record, record());
+                                  });
+    EXPECT_EQ("", good.printed);
 }
 
 TEST_F(MulticastSetup, FailureOfTheTokenCallsNoDispatcher)

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/fakehost/FailingCalls.h"
 #include "tests/fakehost/FakeStatus.h"
 #include "tests/live/MulticastFixture.h"
 
@@ -108,33 +109,25 @@ TEST_F(MulticastStop, OfTheLastMemberEndsWithTheCodeOfEachFailingCallAndKeepsThe
         "[] [trackID=0@any trackID=1@any]",
     };
     const std::size_t deletions[] = {0, 0, 1, 2, 2};
-    int failures = 0;
-    for (int nth = 1;; ++nth)
+    const auto share = [this]
     {
         FakeLiveSessions::clear();
         ASSERT_EQ(0, setup(session_, video_));
         ASSERT_EQ(0, setup(session_, audio_));
-        host_.clearCalls();
-        host_.failNthCall(nth, -500 - nth);
-        CapturedOutput output;
-        const int result = controller_->stop(session_, video_);
-        const std::string printed = output.text();
-        if (!host_.failureStruck())
+    };
+    const auto stop = [this] { return controller_->stop(session_, video_); };
+    const auto good = FailingCalls(5).before(share).during(
+        stop,
+        [&](const FailingCalls::Attempt& failed)
         {
-            EXPECT_EQ(0, result);
-            EXPECT_EQ(success, printed);
-            EXPECT_EQ("", record());
-            break;
-        }
-        ASSERT_LE(nth, 5);
-        EXPECT_EQ(nth == 5 ? 0 : -500 - nth, result);
-        EXPECT_EQ(lines[nth - 1], printed) << nth;
-        EXPECT_EQ(deletions[nth - 1], host_.callCount("LiveDispatcherMgr::deleteSessionConection")) << nth;
-        host_.failNthCall(0, 0);
-        EXPECT_EQ(records[nth - 1], record()) << nth;
-        ++failures;
-    }
-    EXPECT_EQ(5, failures);
+            const int index = failed.nth - 1;
+            EXPECT_EQ(failed.nth == 5 ? 0 : failed.code, failed.result);
+            EXPECT_EQ(lines[index], failed.printed);
+            EXPECT_EQ(deletions[index], host_.callCount("LiveDispatcherMgr::deleteSessionConection"));
+            EXPECT_EQ(records[index], record());
+        });
+    EXPECT_EQ(success, good.printed);
+    EXPECT_EQ("", record());
 }
 
 TEST_F(MulticastStop, AfterAFailureEndsWhatIsLeft)

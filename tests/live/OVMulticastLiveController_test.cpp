@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/fakehost/FailingCalls.h"
 #include "tests/fakehost/FakeStatus.h"
 #include "tests/live/MulticastFixture.h"
 
@@ -59,24 +60,12 @@ TEST_P(MulticastTrackVerbs, EndWithTheCodeAndLineOfEachFailingCall)
         failure("generateMulticastSessionId", -502),
         "",
     };
-    int failures = 0;
-    for (int nth = 1;; ++nth)
-    {
-        host_.failNthCall(nth, -500 - nth);
-        CapturedOutput output;
-        const int result = verb(GetParam(), session_, video_);
-        const std::string printed = output.text();
-        if (!host_.failureStruck())
-        {
-            EXPECT_EQ(0, result);
-            break;
-        }
-        ASSERT_LE(nth, 3);
-        EXPECT_EQ(-500 - nth, result);
-        EXPECT_EQ(lines[nth - 1], printed);
-        ++failures;
-    }
-    EXPECT_EQ(3, failures);
+    FailingCalls(3).during([this] { return verb(GetParam(), session_, video_); },
+                           [&](const FailingCalls::Attempt& attempt)
+                           {
+                               EXPECT_EQ(attempt.code, attempt.result);
+                               EXPECT_EQ(lines[attempt.nth - 1], attempt.printed);
+                           });
 }
 
 TEST_P(MulticastTrackVerbs, AreNotFoundWithoutSharedSession)
@@ -222,22 +211,10 @@ TEST_F(MulticastPause, EndsWithTheCodeOfEachFailingCallAndPrintsTheTokensAlone)
 {
     ASSERT_EQ(0, setup(session_, video_));
     const std::string lines[] = {failure("generateMulticastSessionId", -501), "", ""};
-    int failures = 0;
-    for (int nth = 1;; ++nth)
-    {
-        host_.failNthCall(nth, -500 - nth);
-        CapturedOutput output;
-        const int result = controller_->pause(session_, video_);
-        const std::string printed = output.text();
-        if (!host_.failureStruck())
-        {
-            EXPECT_EQ(0, result);
-            break;
-        }
-        ASSERT_LE(nth, 3);
-        EXPECT_EQ(-500 - nth, result);
-        EXPECT_EQ(lines[nth - 1], printed);
-        ++failures;
-    }
-    EXPECT_EQ(3, failures);
+    FailingCalls(3).during([this] { return controller_->pause(session_, video_); },
+                           [&](const FailingCalls::Attempt& attempt)
+                           {
+                               EXPECT_EQ(attempt.code, attempt.result);
+                               EXPECT_EQ(lines[attempt.nth - 1], attempt.printed);
+                           });
 }

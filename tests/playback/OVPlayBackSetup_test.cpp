@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "playback/OVPlayBack.h"
+#include "tests/fakehost/FailingCalls.h"
 #include "tests/playback/PlayBackFixture.h"
 
 namespace
@@ -65,27 +66,16 @@ TEST_F(OVPlayBackSetup, InitLeavesTheSourceToTheDispatcherAlone)
 
 TEST_F(OVPlayBackSetup, FailedStartIsPrintedAndItsCodeReturnedAfterAllSettings)
 {
-    int failures = 0;
-    for (int nth = 1;; ++nth)
-    {
-        host_.clearCalls();
-        host_.failNthCall(nth, -500 - nth);
-        CapturedOutput output;
-        const int result = init();
-        if (!host_.failureStruck())
+    const auto good = FailingCalls(1).during(
+        [this] { return init(); },
+        [this](const FailingCalls::Attempt& attempt)
         {
-            EXPECT_EQ(0, result);
-            EXPECT_EQ("", output.text());
-            break;
-        }
-        ASSERT_LE(nth, 1);
-        EXPECT_EQ(-501, result);
-        EXPECT_EQ("OVPlayBack->initInstance PRTPStreamDispatcher start Fail!\n", output.text());
-        EXPECT_EQ(12u, host_.calls().size());
-        EXPECT_EQ(1, host_.living("OVAVPlayBackSource")) << "nothing is undone";
-        ++failures;
-    }
-    EXPECT_EQ(1, failures);
+            EXPECT_EQ(attempt.code, attempt.result);
+            EXPECT_EQ("OVPlayBack->initInstance PRTPStreamDispatcher start Fail!\n", attempt.printed);
+            EXPECT_EQ(12u, host_.calls().size());
+            EXPECT_EQ(1, host_.living("OVAVPlayBackSource")) << "nothing is undone";
+        });
+    EXPECT_EQ("", good.printed);
 }
 
 TEST_F(OVPlayBackSetup, TracksAreKnownAlsoAfterAFailedStart)
@@ -211,26 +201,15 @@ TEST_F(OVPlayBackSetup, EachFailingCallEndsSetupWithItsCodeSilently)
 {
     init();
     session_->setMediaInfo(FakeDescription::presentation(false));
-    int failures = 0;
-    for (int nth = 1;; ++nth)
-    {
-        host_.clearCalls();
-        host_.failNthCall(nth, -500 - nth);
-        CapturedOutput output;
-        const int result = session_->setup(id_, video_, connection(3));
-        EXPECT_EQ("", output.text());
-        if (!host_.failureStruck())
-        {
-            EXPECT_EQ(0, result);
-            break;
-        }
-        ASSERT_LE(nth, 2);
-        EXPECT_EQ(-500 - nth, result);
-        EXPECT_EQ(static_cast<std::size_t>(nth), host_.calls().size())
-            << "nothing is called after the failure";
-        EXPECT_EQ(0, host_.living("IConnection"));
-        ++failures;
-    }
-    EXPECT_EQ(2, failures);
+    const auto setup = [this] { return session_->setup(id_, video_, connection(3)); };
+    FailingCalls(2).during(setup,
+                           [this](const FailingCalls::Attempt& attempt)
+                           {
+                               EXPECT_EQ(attempt.code, attempt.result);
+                               EXPECT_EQ("", attempt.printed);
+                               EXPECT_EQ(static_cast<std::size_t>(attempt.nth), host_.calls().size())
+                                   << "nothing is called after the failure";
+                               EXPECT_EQ(0, host_.living("IConnection"));
+                           });
     EXPECT_EQ(1, host_.living("IConnection")) << "the dispatcher keeps the connection of the good setup";
 }

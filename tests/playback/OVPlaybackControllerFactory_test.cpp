@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/fakehost/FailingCalls.h"
 #include "tests/fakehost/RefCountInspector.h"
 #include "tests/playback/PlaybackControllerFixture.h"
 
@@ -155,32 +157,26 @@ TEST_F(OVPlaybackControllerFactoryTest, EachFailingCallEndsItWithItsCodeAndLineA
     };
     const std::size_t records = host_.recordsInUse();
     const int mutexes = host_.living("OVMutex");
-    int failures = 0;
-    for (int nth = 1;; ++nth)
-    {
-        host_.failNthCall(nth, -500 - nth);
-        SafePointer<IRTSPController> controller;
-        CapturedOutput output;
-        const int result = factory_.createMedia("any", controller, false);
-        const std::string printed = output.text();
-        ASSERT_FALSE(controller.isEmpty());
-        if (!host_.failureStruck())
-        {
-            EXPECT_EQ(0, result);
-            EXPECT_EQ("", printed);
-            break;
-        }
-        ASSERT_LE(nth, 4);
-        EXPECT_EQ(-500 - nth, result);
-        EXPECT_EQ(lines[nth - 1], printed);
-        EXPECT_EQ(0, host_.living("MediaInfoTool"));
-        EXPECT_EQ(records + 2, host_.recordsInUse()) << "only the controller and its dispatcher are left";
-        MediaInfo info;
-        controller->getMediaInfo(info);
-        EXPECT_TRUE(info.getAllSubMediaInfo().empty());
-        ++failures;
-    }
-    EXPECT_EQ(4, failures);
+    std::optional<SafePointer<IRTSPController>> controller;
+    const auto create = [&] { return factory_.createMedia("any", *controller, false); };
+    const auto good = FailingCalls(4)
+                          .before([&] { controller.emplace(); })
+                          .during(create,
+                                  [&](const FailingCalls::Attempt& failed)
+                                  {
+                                      EXPECT_EQ(failed.code, failed.result);
+                                      EXPECT_EQ(lines[failed.nth - 1], failed.printed);
+                                      ASSERT_FALSE(controller->isEmpty());
+                                      EXPECT_EQ(0, host_.living("MediaInfoTool"));
+                                      EXPECT_EQ(records + 2, host_.recordsInUse())
+                                          << "only the controller and its dispatcher are left";
+                                      MediaInfo info;
+                                      (*controller)->getMediaInfo(info);
+                                      EXPECT_TRUE(info.getAllSubMediaInfo().empty());
+                                  });
+    EXPECT_EQ("", good.printed);
+    EXPECT_FALSE(controller->isEmpty());
+    controller.reset();
     EXPECT_EQ(records, host_.recordsInUse());
     EXPECT_EQ(mutexes, host_.living("OVMutex"));
     EXPECT_EQ(0, host_.living("RTPPlayBackDispacher"));

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/fakehost/FailingCalls.h"
 #include "tests/fakehost/FakeStatus.h"
 #include "tests/playback/PlaybackControllerFixture.h"
 
@@ -158,27 +159,16 @@ TEST_F(OVPlaybackControllerTest, DescriptionThatTheDispatcherRefusesDoesNotEndSe
 
 TEST_F(OVPlaybackControllerTest, EachFailingCallBehindItEndsSetupWithItsCodeSilently)
 {
-    int failures = 0;
-    for (int nth = 2;; ++nth)
-    {
-        host_.clearCalls();
-        host_.failNthCall(nth, -500 - nth);
-        CapturedOutput output;
-        const int result = controller_->setup(session_, video_, connection(2));
-        EXPECT_EQ("", output.text());
-        if (!host_.failureStruck())
-        {
-            EXPECT_EQ(0, result);
-            break;
-        }
-        ASSERT_LE(nth, 3);
-        EXPECT_EQ(-500 - nth, result);
-        EXPECT_EQ(static_cast<std::size_t>(nth), host_.calls().size())
-            << "nothing is called after the failure";
-        EXPECT_EQ(0, host_.living("IConnection"));
-        ++failures;
-    }
-    EXPECT_EQ(2, failures);
+    const auto setup = [this] { return controller_->setup(session_, video_, connection(2)); };
+    FailingCalls(2, 2).during(setup,
+                              [this](const FailingCalls::Attempt& attempt)
+                              {
+                                  EXPECT_EQ(attempt.code, attempt.result);
+                                  EXPECT_EQ("", attempt.printed);
+                                  EXPECT_EQ(static_cast<std::size_t>(attempt.nth), host_.calls().size())
+                                      << "nothing is called after the failure";
+                                  EXPECT_EQ(0, host_.living("IConnection"));
+                              });
     EXPECT_EQ(1, host_.living("IConnection")) << "the dispatcher keeps the connection of the good setup";
 }
 
