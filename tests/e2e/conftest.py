@@ -103,19 +103,25 @@ def pytest_pyfunc_call(pyfuncitem):
         return None
     arguments = {name: pyfuncitem.funcargs[name] for name in pyfuncitem._fixtureinfo.argnames}
     serve = pyfuncitem.funcargs["serve"]
+
+    def all_waited():
+        return waited() + sum(server.waited() for server in serve.servers)
+
     for attempt in range(1, ATTEMPTS + 1):
-        former = len(serve.servers)
-        before = waited()
+        before = all_waited()
         try:
             pyfuncitem.obj(**arguments)
             return True
         except AssertionError as failure:
-            seconds = waited() - before + sum(server.waited() for server in serve.servers[former:])
+            seconds = all_waited() - before
             if attempt == ATTEMPTS or seconds < HARMFUL_SECONDS:
                 raise
-            for server in serve.servers[former:]:
-                server.kill()
             warnings.warn(f"attempt {attempt} had to wait {seconds:.3f} s for a processor: {failure}")
+        for server in list(serve.servers):
+            server.kill()
+        for name, value in arguments.items():
+            if isinstance(value, Server):
+                arguments[name] = serve(value.config_path.read_text())
     return True
 
 
