@@ -8,7 +8,7 @@ namespace
 {
 
 constexpr std::int64_t second = 1'000'000'000;
-constexpr std::int64_t endGrace = 5 * second;
+constexpr std::int64_t endGrace = 20 * second;
 constexpr std::int64_t warmUp = 10 * second;
 
 }  // namespace
@@ -47,7 +47,7 @@ bool CycleRun::run(Report& report)
         startCycle(*sessions_[i]);
     }
     const auto span = static_cast<std::int64_t>(options_.seconds * 1e9);
-    while (nowNs() < begin + span && active_ > 0)
+    while (nowNs() < begin + span && active_ > 0 && !enough())
     {
         poller_.wait(100);
     }
@@ -86,6 +86,11 @@ bool CycleRun::run(Report& report)
         report.add("failure", std::to_string(count) + " times " + why);
     }
     return failed_ == 0 && active_ == 0 && completed > 0;
+}
+
+bool CycleRun::enough() const
+{
+    return options_.cycles > 0 && completed_ >= options_.cycles;
 }
 
 void CycleRun::startCycle(ClientSession& session)

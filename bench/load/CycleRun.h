@@ -32,6 +32,7 @@ private:
     void onPacket(ClientSession& session, PictureStart picture) override;
     void onEnded(ClientSession& session) override;
     void onFailed(ClientSession& session, const std::string& why) override;
+    bool enough() const;
     void startCycle(ClientSession& session);
 
     const LoadOptions& options_;

@@ -16,6 +16,7 @@ struct LoadOptions
     std::string transport = "tcp";  ///< "udp", "tcp" or "both": every other session TCP
     std::string mode = "cycles";    ///< "cycles" or "hold"
     int clients = 32;               ///< cycles: sessions at a time
+    int cycles = 0;                 ///< cycles: how many are enough; 0: as many as there is time for
     int viewers = 100;              ///< hold: sessions
     double seconds = 10;            ///< how long to measure
     double baselineSeconds = 0;     ///< hold: how long to measure one viewer first

@@ -42,6 +42,10 @@ int main(int argc, char** argv)
     app.add_option("--clients", options.clients, "cycles: sessions at a time")
         ->check(CLI::Range(1, 4096))
         ->capture_default_str();
+    app.add_option(
+           "--cycles", options.cycles,
+           "cycles: end after so many sessions, also before the time is over; 0: at the end of the time")
+        ->check(CLI::Range(0, 1'000'000));
     app.add_option("--viewers", options.viewers, "hold: how many viewers")
         ->check(CLI::Range(1, 4096))
         ->capture_default_str();
