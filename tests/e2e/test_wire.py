@@ -12,7 +12,7 @@ segmentation-offload = false
 
 @pytest.fixture
 def session(serve, tmp_path, transport):
-    """A whole session of some seconds, captured; (capture, client, RTP-Info).
+    """A whole session until a track has reported again, captured; (capture, client, RTP-Info).
 
     Somebody else watches already, so that the session begins at once with a key picture that is there.
     """
@@ -25,7 +25,7 @@ def session(serve, tmp_path, transport):
         with Capture(tmp_path, server.port, client.media_ports()) as capture:
             client.setup_all()
             info = client.play()
-            client.receive_for(7)
+            client.receive(lambda: len(client.rtcp) > len(client.tracks), "a second report", patience=20)
             assert client.request("TEARDOWN").status == 200
             client.receive_for(0.5)
         yield capture, client, info
