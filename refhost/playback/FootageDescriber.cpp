@@ -55,11 +55,18 @@ bool FootageDescriber::describeSegment(const RecordedSegment& segment, Tracks& o
         return true;
     }
     Tracks tracks;
-    if (!describeFile(segment.path, tracks))
+    bool complete = false;
+    if (!describeFile(segment.path, tracks, complete))
     {
         return false;
     }
     addBitRate(segment, tracks);
+    if (!complete && !segment.closed)
+    {
+        // The rest is still to be written.
+        out = std::move(tracks);
+        return true;
+    }
     if (known_.size() == mostKnown)
     {
         known_.erase(known_.begin());
@@ -69,8 +76,10 @@ bool FootageDescriber::describeSegment(const RecordedSegment& segment, Tracks& o
     return true;
 }
 
-bool FootageDescriber::describeFile(const std::string& path, Tracks& out)
+/// \param[out] complete  every track of the file is described
+bool FootageDescriber::describeFile(const std::string& path, Tracks& out, bool& complete)
 {
+    complete = true;
     for (const bool video : {true, false})
     {
         std::string error;
@@ -83,7 +92,9 @@ bool FootageDescriber::describeFile(const std::string& path, Tracks& out)
         if (describeTrack(*file, video, track))
         {
             out.push_back(track);
+            continue;
         }
+        complete = complete && (video ? file->video() : file->sound()) == nullptr;
     }
     return !out.empty();
 }

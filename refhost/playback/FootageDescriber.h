@@ -28,7 +28,7 @@ private:
     using Tracks = std::vector<SubMediaInfo>;
 
     bool describeSegment(const RecordedSegment& segment, Tracks& out);
-    static bool describeFile(const std::string& path, Tracks& out);
+    static bool describeFile(const std::string& path, Tracks& out, bool& complete);
     static bool describeTrack(SegmentFile& file, bool video, SubMediaInfo& out);
     static void addBitRate(const RecordedSegment& segment, Tracks& tracks);
 

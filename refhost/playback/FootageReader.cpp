@@ -23,6 +23,8 @@ constexpr int mostWaits = 30;
 constexpr std::int64_t seamWaitNs = 10 * second;
 /// A segment itself is interrupted where nothing comes for so long.
 constexpr std::int64_t pauseNs = 10 * second;
+/// How far the times in a file may be outside of what the index tells of it.
+constexpr std::int64_t strayNs = 5 * second;
 
 }  // namespace
 
@@ -49,6 +51,11 @@ FootageReader::Result FootageReader::read(CodedUnit& out)
         const SegmentFile::Result result = file_->read(out);
         if (result == SegmentFile::Result::unit)
         {
+            if (isStray(out))
+            {
+                skipDamage(out);
+                continue;
+            }
             out.timeNs += segment_->beginNs;
             if (takes(out))
             {
@@ -73,6 +80,24 @@ FootageReader::Result FootageReader::read(CodedUnit& out)
             }
         }
         file_.reset();
+    }
+}
+
+/// Whether a damage of the file has moved a unit to a time that the segment does not have. What came after it
+/// would count as played already.
+bool FootageReader::isStray(const CodedUnit& unit) const
+{
+    const std::int64_t growing = segment_->closed ? 0 : clock_.wallNs() - segment_->beginNs;
+    return unit.timeNs < -strayNs || unit.timeNs > std::max(segment_->durationNs, growing) + strayNs;
+}
+
+/// Pictures that follow a lost one cannot be decoded.
+void FootageReader::skipDamage(const CodedUnit& unit)
+{
+    if (isLead(unit) && !waitsForKey_)
+    {
+        Log::warning("recording {} is damaged; some of it is left out", segment_->path);
+        beginSection();
     }
 }
 
@@ -115,7 +140,8 @@ bool FootageReader::nextSegment(RecordedSegment& out)
     return true;
 }
 
-bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs)
+/// \param grown  the same segment as it was read before; null for another one
+bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs, const SegmentFile* grown)
 {
     segment_ = segment;
     if (!segment.closed)
@@ -124,7 +150,7 @@ bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fro
         segment_->bytes = static_cast<std::int64_t>(std::filesystem::file_size(segment.path, failure));
     }
     std::string error;
-    file_ = SegmentFile::open(segment.path, error);
+    file_ = grown ? grown->again(error) : SegmentFile::open(segment.path, error);
     if (!file_)
     {
         Log::warning("recording {} cannot be played: {}", segment.path, error);
@@ -170,7 +196,12 @@ bool FootageReader::reopenGrown()
             continue;
         }
         const bool grown = now.closed || size > segment_->bytes;
-        if (!grown || !openSegment(now, std::max(lastPictureNs_, lastSoundNs_) - usualPictureNs))
+        if (!grown)
+        {
+            return false;
+        }
+        const auto before = std::move(file_);
+        if (!openSegment(now, std::max(lastPictureNs_, lastSoundNs_) - usualPictureNs, before.get()))
         {
             return false;
         }

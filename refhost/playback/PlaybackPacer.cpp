@@ -23,7 +23,9 @@ void PlaybackPacer::setSpeed(double speed, std::int64_t nowMs, std::int64_t wall
 {
     if (running_)
     {
-        start(nowMs, wallNs, playNs(wallNs));
+        // Not by the wall clock, which may have been set meanwhile.
+        const auto passedNs = static_cast<double>(nowMs - sinceMs_) * 1e6;
+        start(nowMs, wallNs, sincePlayNs_ + std::llround(passedNs * speed_));
     }
     speed_ = speed;
 }

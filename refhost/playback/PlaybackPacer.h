@@ -40,7 +40,8 @@ public:
     /// When an instant of the player's time is due; meaningless while it stands still.
     std::int64_t dueMs(std::int64_t playNs) const;
 
-    /// The player's time at an instant of the wall clock.
+    /// The player's time at an instant of the wall clock, for sender reports: when that clock is set while
+    /// playing, they keep to the one before, so that tracks do not part whose reports come at other times.
     std::int64_t playNs(std::int64_t wallNs) const;
 
 private:

@@ -1,5 +1,6 @@
 #include "refhost/playback/PlaybackScheduler.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace refhost
@@ -49,7 +50,8 @@ void PlaybackScheduler::wake(const std::shared_ptr<PlaybackWork>& work)
             return;
         }
         due_.erase({entry.dueMs, work.get()});
-        entry.dueMs = std::numeric_limits<std::int64_t>::min();
+        // Not before what is overdue: who wakes his work again and again must not keep others waiting.
+        entry.dueMs = std::min(entry.dueMs, clock_.monotonicMs());
         due_.insert({entry.dueMs, work.get()});
     }
     changed_.notify_one();
@@ -135,7 +137,7 @@ void PlaybackScheduler::settle(const PlaybackWork* key, std::int64_t dueMs)
     entry.running = false;
     if (entry.again)
     {
-        dueMs = std::numeric_limits<std::int64_t>::min();
+        dueMs = std::min(dueMs, clock_.monotonicMs());
     }
     if (dueMs == PlaybackWork::never)
     {

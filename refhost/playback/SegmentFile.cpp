@@ -7,7 +7,6 @@ extern "C"
 {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/log.h>
 }
 
 #include "refhost/playback/SegmentCaps.h"
@@ -22,13 +21,6 @@ std::string textOf(int error)
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(error, text, sizeof(text));
     return text;
-}
-
-/// The demuxer's own messages name no file; what they are about is told by who opened it.
-void silenceDemuxer()
-{
-    static const bool silenced = (av_log_set_level(AV_LOG_QUIET), true);
-    static_cast<void>(silenced);
 }
 
 }  // namespace
@@ -47,7 +39,6 @@ SegmentFile::~SegmentFile() = default;
 
 std::unique_ptr<SegmentFile> SegmentFile::open(const std::string& path, std::string& error)
 {
-    silenceDemuxer();
     std::unique_ptr<SegmentFile> file(new SegmentFile(path));
     if (!file->openInput(error))
     {
@@ -57,6 +48,25 @@ std::unique_ptr<SegmentFile> SegmentFile::open(const std::string& path, std::str
     {
         error = "it holds nothing that can be sent";
         return nullptr;
+    }
+    return file;
+}
+
+std::unique_ptr<SegmentFile> SegmentFile::again(std::string& error) const
+{
+    auto file = open(path_, error);
+    const int stream = video_ ? videoIndex_ : soundIndex_;
+    if (!file || stream >= static_cast<int>(file->input_->nb_streams))
+    {
+        return file;
+    }
+    AVStream* const known = input_->streams[stream];
+    const int count = avformat_index_get_entries_count(known);
+    if (count > 0)
+    {
+        const AVIndexEntry* const last = avformat_index_get_entry(known, count - 1);
+        av_add_index_entry(file->input_->streams[stream], last->pos, last->timestamp, last->size,
+                           last->min_distance, AVINDEX_KEYFRAME);
     }
     return file;
 }

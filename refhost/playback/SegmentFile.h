@@ -49,6 +49,8 @@ public:
     /// \param[out] error  why not, in plain words
     /// \returns null with `error` set when the file cannot be read or holds nothing that this host can send
     static std::unique_ptr<SegmentFile> open(const std::string& path, std::string& error);
+    /// The same file opened again, for what it has grown by; a seek to where this one came to is quick then.
+    std::unique_ptr<SegmentFile> again(std::string& error) const;
     ~SegmentFile();
     SegmentFile(const SegmentFile&) = delete;
     SegmentFile& operator=(const SegmentFile&) = delete;

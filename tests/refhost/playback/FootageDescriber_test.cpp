@@ -78,6 +78,26 @@ TEST_F(FootageDescriberTest, TheFirstSegmentThatCanBeReadCounts)
     EXPECT_EQ(describe(0, 100), 0);
 }
 
+TEST_F(FootageDescriberTest, SoundThatCameLaterIsToldAsSoonAsItIsThere)
+{
+    const std::string whole = directory_ + "/whole.mkv";
+    run("matroskamux name=mux ! filesink location=" + whole +
+        " videotestsrc num-buffers=100 ! video/x-raw,format=I420,width=160,height=120,framerate=25/1 ! " +
+        pictures +
+        " ! queue ! mux. audiotestsrc timestamp-offset=3000000000 samplesperbuffer=160 num-buffers=50 "
+        "! audio/x-raw,rate=8000,channels=1 ! alawenc ! queue ! mux.");
+    const std::string path = directory_ + "/growing.mkv";
+    std::filesystem::copy_file(whole, path);
+    cut(path, 0.4);
+    addFile(path, 0, 1, false);
+    ASSERT_EQ(describe(0, 100), 0);
+    EXPECT_EQ(tracks.size(), 1U);
+    std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
+    tracks.clear();
+    ASSERT_EQ(describe(0, 100), 0);
+    EXPECT_EQ(tracks.size(), 2U);
+}
+
 TEST_F(FootageDescriberTest, ASegmentIsReadOnce)
 {
     const RecordedSegment segment = addSegment(0, 1);

@@ -71,6 +71,23 @@ TEST_F(PlaybackSchedulerTest, WorkWokenWhileItRunsRunsAgain)
     EXPECT_EQ(scheduler.runDue(), 2U);
 }
 
+TEST_F(PlaybackSchedulerTest, WorkThatIsWokenAgainAndAgainDoesNotKeepOthersWaiting)
+{
+    const auto patient = std::make_shared<CountingWork>();
+    patient->action = [](std::int64_t nowMs) { return nowMs + 10; };
+    scheduler.wake(patient);
+    scheduler.runDue();
+    clock.advanceMs(20);
+    work->action = [this](std::int64_t)
+    {
+        scheduler.wake(work);
+        return PlaybackWork::never;
+    };
+    scheduler.wake(work);
+    scheduler.runDue(10);
+    EXPECT_EQ(patient->runs, 2);
+}
+
 TEST_F(PlaybackSchedulerTest, WhatNobodyHoldsIsDropped)
 {
     work->action = [](std::int64_t nowMs) { return nowMs + 10; };

@@ -51,6 +51,20 @@ TEST_F(PlaybackSpeeds, ScaleTwoTakesHalfTheTimeAndHalvesTheTimestamps)
     EXPECT_TRUE(session->ended());
 }
 
+TEST_F(PlaybackSpeeds, ClockThatWasSetBackDoesNotHoldUpAChangeOfSpeed)
+{
+    for (const std::int64_t byMs : {-3'600'000, 7'200'000})
+    {
+        make(0, 20);
+        setUpBoth(1, 1);
+        pass(1000);
+        clock.setWall(byMs);
+        EXPECT_EQ(session->setSpeed(video, 1, 2), 0);
+        pass(1000);
+        EXPECT_NEAR(secondsOf(*pictures).back(), 3, 0.05) << byMs;
+    }
+}
+
 TEST_F(PlaybackSpeeds, SoundAtScaleTwoLeavesOutEveryOtherBlock)
 {
     setUpBoth(2, 1);

@@ -172,6 +172,36 @@ TEST_F(RecordedSourceTest, ACutSegmentPlaysUpToTheCut)
     EXPECT_NEAR(secondsAt(read.pictures[read.pictures.size() - 50].mediaNs), 4, 0.001);
 }
 
+TEST_F(RecordedSourceTest, ADamagedTimestampIsLeftOutAndTheRestPlays)
+{
+    const RecordedSegment segment = addFile(makeFile(6, pictures, ""), 0, 6);
+    addFile(makeFile(4, pictures, ""), 6, 4);
+    // A cluster's identifier, its size, and its time: behind the end of the whole recording now.
+    std::string bytes;
+    {
+        std::ifstream in(segment.path, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    std::size_t cluster = bytes.find("\x1F\x43\xB6\x75", bytes.size() / 2);
+    ASSERT_NE(cluster, std::string::npos);
+    const std::size_t time = bytes.find("\xE7\x82", cluster);
+    ASSERT_LT(time, cluster + 16);
+    bytes[time + 2] = '\xF0';
+    std::ofstream(segment.path, std::ios::binary) << bytes;
+    PlaybackSource::Request wanted = request(0, 10);
+    wanted.sound = {};
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(wanted));
+    const Read read = readOn(*source);
+    ASSERT_GT(read.pictures.size(), 150U);
+    EXPECT_NEAR(secondsAt(read.pictures.back().mediaNs), 9.96, 0.001);
+    for (std::size_t i = 1; i < read.pictures.size(); ++i)
+    {
+        ASSERT_GT(read.pictures[i].mediaNs, read.pictures[i - 1].mediaNs);
+        ASSERT_TRUE(read.pictures[i].section == read.pictures[i - 1].section || read.pictures[i].key);
+    }
+}
+
 TEST_F(RecordedSourceTest, OverlappingSegmentsNeverGoBack)
 {
     addSegment(0, 3);

@@ -44,6 +44,17 @@ protected:
         return count;
     }
 
+    /// What this process has read from files so far.
+    static std::uint64_t bytesRead()
+    {
+        std::ifstream told("/proc/self/io");
+        std::string name;
+        std::uint64_t bytes = 0;
+        told >> name >> bytes;
+        EXPECT_EQ(name, "rchar:");
+        return bytes;
+    }
+
     static std::int64_t firstPictureNs(SegmentFile& file)
     {
         CodedUnit unit;
@@ -95,6 +106,29 @@ TEST_F(SegmentFileTest, ACutFileIsReadAndSoughtUpToTheCut)
     EXPECT_EQ(firstPictureNs(*file), 2 * second);
     ASSERT_TRUE(file->seek(second * 50));
     EXPECT_EQ(firstPictureNs(*file), count.lastPictureNs / second * second);
+}
+
+TEST_F(SegmentFileTest, AFileThatGrewIsReadOnWithoutReadingItFromTheBegin)
+{
+    const std::string whole =
+        makeFile(20, "x264enc speed-preset=ultrafast key-int-max=25 bitrate=4000 ! h264parse");
+    const std::string path = directory_ + "/growing.mkv";
+    std::filesystem::copy_file(whole, path);
+    cut(path, 0.9);
+    const auto before = open(path);
+    const Count count = countRest(*before);
+    std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
+    cut(path, 0.95);
+    const std::uint64_t readBefore = bytesRead();
+    std::string error;
+    const auto file = before->again(error);
+    ASSERT_TRUE(file) << error;
+    ASSERT_TRUE(file->seek(count.lastPictureNs));
+    EXPECT_LT(bytesRead() - readBefore, std::filesystem::file_size(path) / 4);
+    EXPECT_EQ(firstPictureNs(*file), count.lastPictureNs / second * second);
+    EXPECT_GT(countRest(*file).lastPictureNs, count.lastPictureNs);
+    ASSERT_TRUE(file->seek(2 * second)) << "and what is before it is found too";
+    EXPECT_EQ(firstPictureNs(*file), 2 * second);
 }
 
 TEST_F(SegmentFileTest, WhatIsNoRecordingIsRefused)

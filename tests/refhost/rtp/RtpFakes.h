@@ -22,7 +22,7 @@ class ManualClock : public HostClock
 public:
     std::int64_t wallNs() const override
     {
-        return wallNs_.load();
+        return wallNs_.load() + setNs_.load();
     }
 
     std::int64_t monotonicMs() const override
@@ -35,8 +35,15 @@ public:
         wallNs_.fetch_add(ms * 1'000'000);
     }
 
+    /// Somebody sets the wall clock.
+    void setWall(std::int64_t byMs)
+    {
+        setNs_.fetch_add(byMs * 1'000'000);
+    }
+
 private:
     std::atomic<std::int64_t> wallNs_{1'700'000'000'000'000'000};
+    std::atomic<std::int64_t> setNs_{0};
 };
 
 /// One RTP packet as a client sees it.
