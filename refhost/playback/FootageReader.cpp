@@ -240,7 +240,22 @@ bool FootageReader::takes(const CodedUnit& unit)
         startNs_ = unit.timeNs;
     }
     // Pictures that lead a key picture need those before it.
-    return unit.timeNs >= startNs_ && (unit.key || !unit.video || !request_.keyPicturesOnly);
+    if (unit.timeNs < startNs_)
+    {
+        return false;
+    }
+    return !unit.video || !request_.keyPicturesOnly || (unit.key && keepsDistance(unit));
+}
+
+/// Whether a key picture is far enough from the one before, give or take what capture times are off.
+bool FootageReader::keepsDistance(const CodedUnit& unit)
+{
+    if (lastKeyNs_ && unit.timeNs - *lastKeyNs_ < request_.keyDistanceNs - usualPictureNs / 2)
+    {
+        return false;
+    }
+    lastKeyNs_ = unit.timeNs;
+    return true;
 }
 
 bool FootageReader::wants(const CodedUnit& unit) const

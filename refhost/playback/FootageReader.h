@@ -28,6 +28,7 @@ public:
         std::int64_t fromNs = 0;  ///< begins at the last key picture at or before it, or at what comes next
         std::int64_t endNs = 0;   ///< nothing of a segment that begins here or later
         bool keyPicturesOnly = false;
+        std::int64_t keyDistanceNs = 0;    ///< how far these are apart at least
         std::optional<MediaCoding> video;  ///< wanted in this coding
         std::optional<MediaCoding> sound;
     };
@@ -78,6 +79,7 @@ private:
     bool mayGrow();
     bool takes(const CodedUnit& unit);
     bool wants(const CodedUnit& unit) const;
+    bool keepsDistance(const CodedUnit& unit);
     bool follows(const CodedUnit& unit);
     void beginSection();
     bool isLead(const CodedUnit& unit) const
@@ -100,7 +102,8 @@ private:
     std::int64_t endNs_ = 0;    // of the section as far as it was read; 0 before its first unit
     std::int64_t lastPictureNs_ = 0;
     std::int64_t lastSoundNs_ = 0;
-    int waits_ = 0;  // for growth, without any
+    std::optional<std::int64_t> lastKeyNs_;  // taken, where only key pictures are
+    int waits_ = 0;                          // for growth, without any
 };
 
 }  // namespace refhost

@@ -57,7 +57,11 @@ enum PlayRangeKind
     playRangeKeyPictures = 4,
     /// Shift of eight bits that hold the low byte of the CSeq of the request, which the header extension
     /// repeats.
-    playRangeSequenceShift = 8
+    playRangeSequenceShift = 8,
+    /// Shift of fifteen bits that hold how far apart key pictures are at least, where only these are sent: in
+    /// the footage, in units of 10 ms. 0: every one is sent.
+    playRangeDistanceShift = 16,
+    playRangeLongestDistance = 0x7fff
 };
 
 }  // namespace refhost

@@ -172,7 +172,7 @@ int PlaybackSession::setSpeed(const std::string& trackId, double scale, double s
     pacer_.setSpeed(used.speed, settings_.clock->monotonicMs(), settings_.clock->wallNs());
     pacer_.timeline().rescale(positionNs(), used.scale);
     wantReports();
-    if (sending_ && !wanted_ && reading_.keyPicturesOnly != keyPicturesOnly())
+    if (sending_ && !wanted_ && !readsPicturesAsWanted())
     {
         want({positionNs(), reading_.endNs, true});
     }
@@ -322,9 +322,21 @@ bool PlaybackSession::keyPicturesOnly() const
     return speed_.keyPicturesOnly() || (kind_ & playRangeKeyPictures) != 0;
 }
 
+std::int64_t PlaybackSession::keyDistanceNs() const
+{
+    constexpr std::int64_t unitNs = 10'000'000;
+    const bool asked = (kind_ & playRangeKeyPictures) != 0;
+    return asked ? (kind_ >> playRangeDistanceShift & playRangeLongestDistance) * unitNs : 0;
+}
+
+bool PlaybackSession::readsPicturesAsWanted() const
+{
+    return reading_.keyPicturesOnly == keyPicturesOnly() && reading_.keyDistanceNs == keyDistanceNs();
+}
+
 bool PlaybackSession::readsWhatIsWanted(const PlaybackTrack& track) const
 {
-    if (reading_.keyPicturesOnly != keyPicturesOnly())
+    if (!readsPicturesAsWanted())
     {
         return false;
     }

@@ -136,6 +136,8 @@ private:
     bool anyPlaying() const;
     std::int64_t positionNs() const;
     bool keyPicturesOnly() const;
+    std::int64_t keyDistanceNs() const;
+    bool readsPicturesAsWanted() const;
     bool readsWhatIsWanted(const PlaybackTrack& track) const;
     void wantReports();
     void startSending(PlaybackTrack& track);

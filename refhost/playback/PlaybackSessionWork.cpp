@@ -71,6 +71,7 @@ PlaybackSource::Request PlaybackSession::requestFor(const Place& place) const
     request.fromNs = place.fromNs;
     request.endNs = place.endNs;
     request.keyPicturesOnly = keyPicturesOnly();
+    request.keyDistanceNs = keyDistanceNs();
     if (const TrackPtr video = trackOf(true))
     {
         request.video = {video->payloadSize, video->encodingName};

@@ -46,6 +46,7 @@ public:
         std::int64_t fromNs = 0;  ///< wall clock; reading begins at the key picture at or before it
         std::int64_t endNs = 0;   ///< wall clock; what is shown from here on is left out
         bool keyPicturesOnly = false;
+        std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least, in the footage
         Track video;
         Track sound;
     };

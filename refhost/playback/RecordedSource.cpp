@@ -85,6 +85,7 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
     wanted.fromNs = request.fromNs;
     wanted.endNs = request.endNs;
     wanted.keyPicturesOnly = request.keyPicturesOnly;
+    wanted.keyDistanceNs = request.keyDistanceNs;
     wanted.video = codingOfTrack(request.video);
     wanted.sound = codingOfTrack(request.sound);
     auto reading = std::make_unique<Reading>();

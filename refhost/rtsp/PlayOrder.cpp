@@ -41,19 +41,20 @@ RtspStatus parseRateHeader(const RtspRequest& request, std::string_view name, bo
     return out ? rtspOk : rtspBadRequest;
 }
 
-/// "all", "predicted", "intra" or "intra/<milliseconds>"; the least distance of the pictures is not kept, as
-/// a server may send more of them than that.
-RtspStatus parseFrames(std::string_view value, bool& keyFramesOnly)
+/// "all", "predicted", "intra" or "intra/<milliseconds>". With "predicted" every picture is sent: which ones
+/// others are not predicted from is not known here.
+RtspStatus parseFrames(std::string_view value, PlayOrder& out)
 {
     const std::string_view kind = RtspText::trim(value.substr(0, value.find('/')));
-    keyFramesOnly = kind == "intra";
+    out.keyFramesOnly = kind == "intra";
     if (kind.size() == value.size())
     {
-        return keyFramesOnly || kind == "all" || kind == "predicted" ? rtspOk : rtspBadRequest;
+        return out.keyFramesOnly || kind == "all" || kind == "predicted" ? rtspOk : rtspBadRequest;
     }
-    const std::string_view interval = RtspText::trim(value.substr(value.find('/') + 1));
     constexpr std::uint64_t most = 1000000000;
-    return keyFramesOnly && RtspText::number(interval, most) ? rtspOk : rtspBadRequest;
+    const auto distance = RtspText::number(RtspText::trim(value.substr(value.find('/') + 1)), most);
+    out.keyFrameDistanceMs = static_cast<int>(distance.value_or(0));
+    return out.keyFramesOnly && distance ? rtspOk : rtspBadRequest;
 }
 
 RtspStatus parseReplay(const RtspRequest& request, PlayOrder& out)
@@ -69,7 +70,7 @@ RtspStatus parseReplay(const RtspRequest& request, PlayOrder& out)
     const auto cseq = RtspText::number(request.value("CSeq"), 0xffffffff);
     out.sequence = static_cast<std::uint8_t>(cseq.value_or(0));
     const RtspRequest::Header* const frames = request.find("Frames");
-    return frames == nullptr ? rtspOk : parseFrames(frames->value, out.keyFramesOnly);
+    return frames == nullptr ? rtspOk : parseFrames(frames->value, out);
 }
 
 }  // namespace

@@ -27,6 +27,8 @@ struct PlayOrder
     bool noRateControl = false;
     /// "Frames: intra": only pictures that stand by themselves.
     bool keyFramesOnly = false;
+    /// "Frames: intra/4000": these are at least that many milliseconds apart in the recording.
+    int keyFrameDistanceMs = 0;
     /// Low byte of the request's CSeq, which packets repeat.
     std::uint8_t sequence = 0;
 

@@ -24,8 +24,12 @@ int kindOf(const PlayOrder& order)
     {
         return 0;
     }
-    return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) |
-           (order.keyFramesOnly ? playRangeKeyPictures : 0) | order.sequence << playRangeSequenceShift;
+    constexpr int unitMs = 10;
+    const int distance =
+        std::min<int>((order.keyFrameDistanceMs + unitMs - 1) / unitMs, playRangeLongestDistance);
+    const int pictures = order.keyFramesOnly ? playRangeKeyPictures | distance << playRangeDistanceShift : 0;
+    return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) | pictures |
+           order.sequence << playRangeSequenceShift;
 }
 
 }  // namespace

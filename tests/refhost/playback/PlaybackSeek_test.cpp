@@ -48,6 +48,24 @@ TEST_F(PlaybackSeek, TimestampsGoOnOverASeek)
     EXPECT_TRUE(wire->contiguous());
 }
 
+TEST_F(PlaybackSeek, KeyPicturesAloneAreReadWithTheDistanceThatWasAskedFor)
+{
+    setUp(video);
+    setUp(audio);
+    ASSERT_EQ(playFrom(video, 2, 20, playRangeKeyPictures | 400 << playRangeDistanceShift), 0);
+    const PlaybackSource::Request asked = footage->requests.back();
+    EXPECT_TRUE(asked.keyPicturesOnly);
+    EXPECT_EQ(asked.keyDistanceNs, 4 * ns);
+    EXPECT_EQ(asked.sound.payloadSize, 0);
+    ASSERT_EQ(session->setRange(video, 0, 0, playRangeKeyPictures, false), 0);
+    ASSERT_EQ(play(video), 0);
+    EXPECT_EQ(footage->requests.back().keyDistanceNs, 0) << "a change of the distance alone is one too";
+    ASSERT_EQ(session->setRange(video, 0, 0, 400 << playRangeDistanceShift, false), 0);
+    ASSERT_EQ(play(video), 0);
+    EXPECT_FALSE(footage->requests.back().keyPicturesOnly);
+    EXPECT_EQ(footage->requests.back().keyDistanceNs, 0);
+}
+
 TEST_F(PlaybackSeek, WhatPlayedBeforeGoesOnUntilThePlaceIsFound)
 {
     const auto wire = setUp(video);

@@ -298,6 +298,28 @@ TEST_F(RecordedSourceTest, KeyPicturesAloneWhenAskedFor)
     EXPECT_EQ(read.pictures[3].durationNs, second);
 }
 
+TEST_F(RecordedSourceTest, KeyPicturesKeepTheDistanceThatWasAskedForOverTheEndsOfSegments)
+{
+    addSegment(0, 5);
+    addSegment(5, 5);
+    PlaybackSource::Request wanted = request(1, 10);
+    wanted.keyPicturesOnly = true;
+    wanted.keyDistanceNs = 2 * second + second / 2;
+    wanted.sound = {};
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(wanted));
+    std::vector<double> seconds;
+    for (const PlaybackUnit& picture : readOn(*source).pictures)
+    {
+        seconds.push_back(secondsAt(picture.mediaNs));
+    }
+    EXPECT_EQ(seconds, (std::vector<double>{1, 4, 7}));
+    // Capture times are not exact: pictures of the same distance as asked for count.
+    wanted.keyDistanceNs = 3 * second + second / 100;
+    ASSERT_TRUE(source->open(wanted));
+    EXPECT_EQ(readOn(*source).pictures.size(), 3U);
+}
+
 TEST_F(RecordedSourceTest, AGrowingSegmentIsFollowed)
 {
     const std::string whole = makeFile(6);

@@ -74,8 +74,10 @@ TEST(PlayOrder, ReplayHeadersCountWhereReplayIsRequired)
     EXPECT_EQ(parse({{"CSeq", "1"}, {"Rate-Control", "yes"}, {"Frames", "all"}}, true, order), rtspOk);
     EXPECT_FALSE(order.noRateControl);
     EXPECT_FALSE(order.keyFramesOnly);
+    EXPECT_EQ(order.keyFrameDistanceMs, 0);
     EXPECT_EQ(parse({{"Frames", "intra/4000"}}, true, order), rtspOk);
     EXPECT_TRUE(order.keyFramesOnly);
+    EXPECT_EQ(order.keyFrameDistanceMs, 4000);
     EXPECT_EQ(parse({{"Frames", "predicted"}}, true, order), rtspOk);
     EXPECT_FALSE(order.keyFramesOnly);
 }

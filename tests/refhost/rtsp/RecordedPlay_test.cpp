@@ -164,6 +164,21 @@ TEST_F(RecordedPlayTest, ReplayIsAKindOfRangeThatCarriesTheRequestsNumber)
     EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 1 60 " + std::to_string(0xAB07) + " 1"));
 }
 
+TEST_F(RecordedPlayTest, LeastDistanceOfKeyPicturesIsNeverShortened)
+{
+    tracks_.pop_back();
+    PlayOrder order;
+    order.replay = true;
+    order.keyFramesOnly = true;
+    for (const auto& [ms, tens] : {std::pair{4000, 400}, {4001, 401}, {1, 1}, {1'000'000'000, 0x7fff}})
+    {
+        order.keyFrameDistanceMs = ms;
+        EXPECT_EQ(play(order), rtspOk);
+        EXPECT_THAT(script_->calls,
+                    ElementsAre("setPlayRange trackID=0 0 0 " + std::to_string(tens * 0x10000 + 5) + " 0"));
+    }
+}
+
 TEST_F(RecordedPlayTest, WithoutReplayTheOtherKindsDoNotCount)
 {
     PlayOrder order;
