@@ -149,6 +149,7 @@ void Recorder::beginSegment(std::int64_t beginNs, const Tracks& tracks)
     segment_.id = *id;
     triedNs_ = triedNs_.value_or(beginNs);
     nextFlushNs_ = beginNs + options_.flushNs;
+    nextWriteOutNs_ = beginNs + options_.writeOutNs;
     nextGrowNs_ = beginNs + options_.growNs;
 }
 
@@ -173,7 +174,9 @@ void Recorder::flushWhenDue()
         return;
     }
     nextFlushNs_ = nowNs_ + options_.flushNs;
-    if (!writer_->flush())
+    const bool writesOut = nowNs_ >= nextWriteOutNs_;
+    nextWriteOutNs_ = writesOut ? nowNs_ + options_.writeOutNs : nextWriteOutNs_;
+    if (!(writesOut ? writer_->writeOut() : writer_->flush()))
     {
         return fail(writer_->error());
     }

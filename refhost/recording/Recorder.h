@@ -32,6 +32,7 @@ public:
     {
         std::int64_t segmentNs = 10000000000;   ///< wanted length of a segment
         std::int64_t flushNs = 500000000;       ///< media that a crash may lose
+        std::int64_t writeOutNs = 2000000000;   ///< media that wait before the system brings them to the disk
         std::int64_t growNs = 1000000000;       ///< how often the index learns how far a segment has come
         std::int64_t retryNs = 10000000000;     ///< pause after a failure of the disk
         std::size_t mostQueued = 16 * 1048576;  ///< bytes that may wait for the disk
@@ -91,6 +92,7 @@ private:
     RecordedSegment segment_;                  ///< that is being written
     std::int64_t nowNs_ = 0;                   ///< capture time of the present unit
     std::int64_t nextFlushNs_ = 0;             ///< capture time
+    std::int64_t nextWriteOutNs_ = 0;          ///< capture time
     std::int64_t nextGrowNs_ = 0;              ///< capture time
     bool failing_ = false;                     ///< told in the log, and not taken back yet
     std::optional<std::int64_t> failedNs_;     ///< capture time of a failure that the pause follows

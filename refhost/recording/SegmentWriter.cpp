@@ -192,6 +192,18 @@ bool SegmentWriter::flush()
     return succeeded(result);
 }
 
+bool SegmentWriter::writeOut()
+{
+    return flush() && startsWriteOut();
+}
+
+bool SegmentWriter::startsWriteOut()
+{
+    // Not fdatasync(): with it a busy disk holds up the recording, and the end of the server, for seconds.
+    systemError_ = ::sync_file_range(file_, 0, 0, SYNC_FILE_RANGE_WRITE) == 0 ? 0 : errno;
+    return succeeded(0);
+}
+
 bool SegmentWriter::close()
 {
     if (!error_.empty())
@@ -200,7 +212,7 @@ bool SegmentWriter::close()
     }
     const int result = av_write_trailer(format_);
     avio_flush(output_);
-    if (!succeeded(result))
+    if (!succeeded(result) || !startsWriteOut())
     {
         return false;
     }

@@ -40,7 +40,10 @@ public:
     bool write(std::size_t track, const EncodedUnit& unit);
     /// Brings everything to the file. \returns as write()
     bool flush();
-    /// Finishes the file with an index for seeking. \returns as write()
+    /// The same, and has the system begin to bring it to the disk instead of when it likes. \returns as
+    /// write()
+    bool writeOut();
+    /// Finishes the file with an index for seeking, as writeOut() does. \returns as write()
     bool close();
 
     /// Bytes in the file so far.
@@ -69,6 +72,7 @@ private:
     bool begin(const SegmentSink::Tracks& tracks);
     bool addTrack(const MediaFormat& format);
     bool succeeded(int result);
+    bool startsWriteOut();
 
     static int onWrite(void* self, std::uint8_t* data, int size);
     static std::int64_t onSeek(void* self, std::int64_t offset, int whence);

@@ -3,15 +3,48 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <mutex>
 
 #include "refhost/recording/SegmentMeasure.h"
 #include "tests/CapturedErrors.h"
 #include "tests/TemporaryFolder.h"
 #include "tests/refhost/recording/RecordedStreamFake.h"
+
+namespace
+{
+
+/// When the recorder had the system write to the disk, by the seconds of media that the file held then.
+struct WrittenOut
+{
+    std::mutex mutex;
+    std::vector<double> seconds;
+    bool fails = false;
+};
+
+WrittenOut& writtenOut()
+{
+    static WrittenOut instance;
+    return instance;
+}
+
+}  // namespace
+
+/// In the place of the C library's.
+extern "C" int sync_file_range(int file, __off64_t, __off64_t, unsigned)
+{
+    const auto path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file));
+    const std::lock_guard<std::mutex> guard(writtenOut().mutex);
+    refhost::SegmentMeasure measure;
+    refhost::SegmentMeasure::take(path.string(), measure);
+    writtenOut().seconds.push_back(static_cast<double>(measure.durationNs) / 1e9);
+    errno = EIO;
+    return writtenOut().fails ? -1 : 0;
+}
 
 namespace refhost
 {
@@ -187,6 +220,39 @@ TEST_F(RecorderTest, DirectoryThatIsTakenAwayStopsTheRecordingUntilItIsBack)
     stop();
     EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(1));
     EXPECT_EQ(footage().back().second, 30);
+}
+
+TEST_F(RecorderTest, SystemIsToBringMediaToTheDiskBeforeLong)
+{
+    options_.segmentNs = 12 * second;
+    options_.writeOutNs = 5 * second;
+    writtenOut().seconds.clear();
+    start();
+    source_->giveMedia(0, 14);
+    stop();
+    ASSERT_THAT(writtenOut().seconds, SizeIs(4));
+    const std::vector<double> expected{5, 10, 12, 2};
+    for (std::size_t i = 0; i < expected.size(); ++i)
+    {
+        EXPECT_NEAR(writtenOut().seconds[i], expected[i], 0.5) << i << ": with the next flush";
+    }
+}
+
+TEST_F(RecorderTest, DiskThatFailsWhenTheSystemWritesStopsTheRecording)
+{
+    options_.writeOutNs = 2 * second;
+    CapturedErrors log;
+    writtenOut().fails = true;
+    start();
+    source_->giveMedia(0, 8);
+    source_->drain();
+    writtenOut().fails = false;
+    source_->giveMedia(8, 16);
+    stop();
+    EXPECT_THAT(log.linesWith("recording stopped: "), SizeIs(1));
+    EXPECT_THAT(log.linesWith("Input/output error"), SizeIs(1));
+    EXPECT_THAT(log.linesWith("recording goes on"), SizeIs(1));
+    EXPECT_EQ(footage().back().second, 16);
 }
 
 class FullDisk
