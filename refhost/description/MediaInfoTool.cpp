@@ -67,6 +67,10 @@ int MediaInfoTool::createMediaInfo(int cameraId, int streamId, MediaInfo& out, b
 
 int MediaInfoTool::createPlaybackMediaInfo(const RecordInfo& record, MediaInfo& out)
 {
+    if (refhost::Device::recordingsExpected())
+    {
+        return refhost::hostStreamNotReady;
+    }
     MediaInfo described;
     const int status = refhost::PlaybackService::instance().catalog().describe(record, described);
     if (status == 0)

@@ -3,6 +3,8 @@
 #include <mutex>
 #include <utility>
 
+#include "refhost/base/ChangeSignal.h"
+
 namespace refhost
 {
 namespace
@@ -13,6 +15,7 @@ struct Served
     std::mutex mutex;
     std::shared_ptr<StreamDirectory> streams;
     std::shared_ptr<RecordingIndex> recordings;
+    bool recordingsExpected = false;
 
     static Served& instance()
     {
@@ -41,8 +44,26 @@ std::shared_ptr<StreamDirectory> Device::streams()
 void Device::setRecordings(std::shared_ptr<RecordingIndex> recordings)
 {
     Served& served = Served::instance();
+    {
+        const std::lock_guard<std::mutex> guard(served.mutex);
+        served.recordings.swap(recordings);
+        served.recordingsExpected = false;
+    }
+    ChangeSignal::instance().announce();
+}
+
+void Device::expectRecordings()
+{
+    Served& served = Served::instance();
     const std::lock_guard<std::mutex> guard(served.mutex);
-    served.recordings.swap(recordings);
+    served.recordingsExpected = true;
+}
+
+bool Device::recordingsExpected()
+{
+    Served& served = Served::instance();
+    const std::lock_guard<std::mutex> guard(served.mutex);
+    return served.recordingsExpected;
 }
 
 std::shared_ptr<RecordingIndex> Device::recordings()

@@ -19,6 +19,11 @@ public:
     /// \returns null before setStreams()
     static std::shared_ptr<StreamDirectory> streams();
 
+    /// Says that recordings are being looked for: who asks for one meanwhile is to wait until
+    /// setRecordings(), which ChangeSignal tells.
+    static void expectRecordings();
+    static bool recordingsExpected();
+
     /// Sets what was recorded; null where there are no recordings, and again before the process ends.
     static void setRecordings(std::shared_ptr<RecordingIndex> recordings);
 

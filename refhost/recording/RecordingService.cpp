@@ -36,6 +36,10 @@ RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<S
                                    const Pauses& pauses)
     : config_(config), streams_(std::move(streams)), retention_(limitsOf(config.recording)), pauses_(pauses)
 {
+    if (hasWork())
+    {
+        Device::expectRecordings();
+    }
 }
 
 RecordingService::~RecordingService()
@@ -45,8 +49,7 @@ RecordingService::~RecordingService()
 
 void RecordingService::start()
 {
-    std::error_code ignored;
-    if (recordsAnything() || std::filesystem::exists(config_.recording.directory + "/index.db", ignored))
+    if (hasWork())
     {
         queue_.post([this] { open(); });
     }
@@ -59,11 +62,17 @@ void RecordingService::stop()
     {
         recorder->stop();
     }
-    if (index_)
+    if (index_ || Device::recordingsExpected())
     {
         Device::setRecordings(nullptr);
         index_.reset();
     }
+}
+
+bool RecordingService::hasWork() const
+{
+    std::error_code ignored;
+    return recordsAnything() || std::filesystem::exists(config_.recording.directory + "/index.db", ignored);
 }
 
 bool RecordingService::recordsAnything() const
@@ -83,6 +92,7 @@ void RecordingService::open()
             Log::error("nothing is recorded: {}", Log::safe(error));
         }
         failureTold_ = true;
+        Device::setRecordings(nullptr);
         queue_.post([this] { open(); }, pauses_.retry);
         return;
     }

@@ -34,6 +34,7 @@ public:
     static constexpr Pauses usualPauses{std::chrono::seconds(10), std::chrono::seconds(5),
                                         std::chrono::seconds(60)};
 
+    /// From now until the index was opened, or cannot be, recordings are expected (Device).
     RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
                      const Pauses& pauses = usualPauses);
     ~RecordingService();
@@ -57,6 +58,7 @@ public:
 
 private:
     bool recordsAnything() const;
+    bool hasWork() const;
     void open();
     void repair();
     void record();

@@ -2,12 +2,16 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
 #include <thread>
 
+#include "hostapi/description/MediaInfoTool.h"
+#include "refhost/base/ChangeSignal.h"
+#include "refhost/base/HostStatus.h"
 #include "refhost/device/Device.h"
 #include "tests/CapturedErrors.h"
 #include "tests/TemporaryFolder.h"
@@ -88,10 +92,38 @@ TEST_F(RecordingServiceTest, StreamsAreRecordedAsConfiguredAndTheIndexIsPublishe
     EXPECT_FALSE(recorded().isAttached());
 }
 
+TEST_F(RecordingServiceTest, RecordingsAreExpectedUntilTheIndexWasOpenedOrCannotBe)
+{
+    for (const bool opens : {true, false})
+    {
+        config_.recording.directory = folder_ / (opens ? "good" : "bad");
+        if (!opens)
+        {
+            std::ofstream(config_.recording.directory) << "in the way";
+        }
+        RecordInfo record;
+        record.setRecordEndTime(10);
+        MediaInfo info;
+        service_ = std::make_unique<RecordingService>(config_, streams_, pauses_);
+        EXPECT_TRUE(Device::recordingsExpected());
+        EXPECT_EQ(MediaInfoTool().createPlaybackMediaInfo(record, info), hostStreamNotReady);
+        std::atomic<int> announced{0};
+        const int subscription = ChangeSignal::instance().subscribe([&] { ++announced; });
+        service_->start();
+        waitFor([] { return !Device::recordingsExpected(); });
+        EXPECT_EQ(Device::recordings() != nullptr, opens);
+        waitFor([&] { return announced > 0; });
+        ChangeSignal::instance().unsubscribe(subscription);
+        service_.reset();
+        EXPECT_FALSE(Device::recordingsExpected());
+    }
+}
+
 TEST_F(RecordingServiceTest, WithoutAnythingToRecordNoDirectoryIsMade)
 {
     config_.cameras[0].streams[0].record = false;
     start();
+    EXPECT_FALSE(Device::recordingsExpected());
     service_->stop();
     EXPECT_FALSE(std::filesystem::exists(folder_ / "kept"));
 }
