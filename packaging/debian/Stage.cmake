@@ -16,6 +16,8 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     string(TOUPPER "${component}" upper)
     set(staged "${CPACK_TEMPORARY_DIRECTORY}/${component}${CPACK_PACKAGING_INSTALL_PREFIX}")
     set(docs "${staged}/share/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME}")
+    file(COPY "${CMAKE_CURRENT_LIST_DIR}/changelog" DESTINATION "${docs}")
+    compress("${docs}/changelog")
     file(WRITE "${docs}/copyright" "Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/
 
 Files: *
@@ -23,11 +25,11 @@ Copyright: ${holders}
 License: Expat
  ${license}
 ")
-    configure_file("${CMAKE_CURRENT_LIST_DIR}/changelog" "${docs}/changelog" COPYONLY)
-    compress("${docs}/changelog")
     file(GLOB_RECURSE pages "${staged}/share/man/*.[1-9]")
     foreach(page IN LISTS pages)
         compress("${page}")
     endforeach()
-    file(CHMOD "${docs}/copyright" "${docs}/changelog.gz" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endforeach()
+
+# Whatever the builder's umask is.
+execute_process(COMMAND chmod -R u=rwX,go=rX "${CPACK_TEMPORARY_DIRECTORY}" COMMAND_ERROR_IS_FATAL ANY)

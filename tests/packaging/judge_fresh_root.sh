@@ -7,17 +7,8 @@
 set -euo pipefail
 scratch="$1"
 base="$2"
-failed=0
-
-fault() {
-    echo "$*" >&2
-    failed=1
-}
-
-# same <what> <expected> <found>
-same() {
-    diff -u --label expected --label found <(echo "$2") <(echo "$3") >&2 || fault "$1 is not as it should be"
-}
+# shellcheck source=faults.sh
+. "$(dirname "${BASH_SOURCE[0]}")/faults.sh"
 
 # systemd-nspawn keeps its own lists here.
 mkdir -p /run/systemd

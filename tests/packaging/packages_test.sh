@@ -11,19 +11,11 @@ architecture="$4"
 sysroot="${5:-}"
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
-failed=0
+# shellcheck source=faults.sh
+. "$(dirname "${BASH_SOURCE[0]}")/faults.sh"
 
-fault() {
-    echo "$*" >&2
-    failed=1
-}
-
-# same <what> <expected> <found>
-same() {
-    diff -u --label expected --label found <(echo "$2") <(echo "$3") >&2 || fault "$1 is not as it should be"
-}
-
-"$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$scratch/made" >"$scratch/cpack.log" 2>&1 ||
+# The builder's umask must not show in them.
+(umask 077 && "$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$scratch/made") >"$scratch/cpack.log" 2>&1 ||
     { cat "$scratch/cpack.log" >&2; exit 1; }
 version="$(sed -n 's/^project(OVMediaControl VERSION \([0-9.]*\).*/\1/p' "$root/CMakeLists.txt")"
 soname="libovmediacontrol${version%%.*}"
@@ -34,6 +26,7 @@ for name in "$soname" libovmediacontrol-dev ovrtspd; do
     dpkg-deb -x "$deb" "$scratch/$name"
     dpkg-deb -e "$deb" "$scratch/$name.control"
     dpkg-deb -c "$deb" | awk '$2 != "root/root"' | grep . >&2 && fault "$name: not everything is root's"
+    dpkg-deb -c "$deb" | grep -vE '^(-rw-r--r--|(-|d)rwxr-xr-x|lrwxrwxrwx) ' >&2 && fault "$name: modes are not as all need them"
     same "the architecture of $name" "$architecture" "$(dpkg-deb -f "$deb" Architecture)"
 done
 
