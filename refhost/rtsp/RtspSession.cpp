@@ -17,9 +17,6 @@ namespace
 
 using Step = StatusMap::Step;
 
-// Packets that were on their way when the connection went do not make the client heard again.
-constexpr std::int64_t orphanGraceMs = 1000;
-
 std::optional<SharedStream> sharedBy(SafePointer<IRTSPController> controller, const MediaRoutes::Route& route)
 {
     return route.multicast() ? std::optional<SharedStream>(SharedStream::of(controller)) : std::nullopt;
@@ -35,13 +32,12 @@ RtspSession::RtspSession(std::string id, std::string presentation,
       firstPacket_(route.firstPacket),
       recorded_(route.recorded),
       client_(client),
-      liveness_(std::make_shared<SessionLiveness>()),
+      presence_(nowMs),
       shared_(sharedBy(controller, route)),
       together_(route.together),
       mutex_(together_ ? *together_ : own_),
       controller_(controller)
 {
-    liveness_->heard(nowMs);
     if (route.recorded)
     {
         recordedPlay_.emplace(id_, controller);
@@ -95,7 +91,7 @@ bool RtspSession::replays(bool required)
 
 std::shared_ptr<SessionLiveness> RtspSession::liveness() const
 {
-    return liveness_;
+    return presence_.liveness();
 }
 
 RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc)
@@ -371,10 +367,7 @@ void RtspSession::end()
 
 void RtspSession::heard(std::uint64_t link, std::int64_t nowMs)
 {
-    liveness_->heard(nowMs);
-    orphanedMs_.store(-1, std::memory_order_relaxed);
-    const std::lock_guard<std::mutex> guard(mutex_);
-    link_ = link;
+    presence_.named(link, nowMs);
 }
 
 void RtspSession::linkMoved(std::uint64_t link, std::int64_t nowMs)
@@ -384,7 +377,7 @@ void RtspSession::linkMoved(std::uint64_t link, std::int64_t nowMs)
     {
         if (track->delivery.link == link && track->playing)
         {
-            liveness_->heard(nowMs);
+            presence_.liveness()->heard(nowMs);
             return;
         }
     }
@@ -392,31 +385,16 @@ void RtspSession::linkMoved(std::uint64_t link, std::int64_t nowMs)
 
 bool RtspSession::linkEnded(std::uint64_t link, std::int64_t nowMs)
 {
+    presence_.linkEnded(link, nowMs);
     const std::lock_guard<std::mutex> guard(mutex_);
-    for (const auto& track : tracks_)
-    {
-        if (track->delivery.link == link)
-        {
-            return true;
-        }
-    }
-    if (link_ == link)
-    {
-        orphanedMs_.store(nowMs, std::memory_order_relaxed);
-    }
-    return false;
+    return std::any_of(tracks_.begin(), tracks_.end(),
+                       [link](const auto& track) { return track->delivery.link == link; });
 }
 
 bool RtspSession::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
                           std::int64_t orphanTimeoutMs) const
 {
-    const std::int64_t heardMs = liveness_->lastHeardMs();
-    const std::int64_t orphanedMs = orphanedMs_.load(std::memory_order_relaxed);
-    if (orphanedMs >= 0 && heardMs < orphanedMs + orphanGraceMs)
-    {
-        return nowMs - orphanedMs >= orphanTimeoutMs;
-    }
-    return nowMs - heardMs >= sessionTimeoutMs;
+    return presence_.expired(nowMs, sessionTimeoutMs, orphanTimeoutMs);
 }
 
 std::size_t RtspSession::trackCount() const

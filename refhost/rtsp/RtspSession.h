@@ -13,6 +13,7 @@
 #include "hostapi/description/RTPPacketInfo.h"
 #include "live/IRTSPController.h"
 #include "refhost/rtp/RtpTransport.h"
+#include "refhost/rtsp/ClientPresence.h"
 #include "refhost/rtsp/InterleavedChannels.h"
 #include "refhost/rtsp/MediaRoutes.h"
 #include "refhost/rtsp/PlayOrder.h"
@@ -138,8 +139,7 @@ public:
     /// \returns true when the session must end with it, because a track is interleaved in it
     bool linkEnded(std::uint64_t link, std::int64_t nowMs);
 
-    /// True when the client was not heard for too long: `sessionTimeoutMs` in general, `orphanTimeoutMs`
-    /// after its connection went, unless it was heard since.
+    /// As ClientPresence::expired().
     bool expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs, std::int64_t orphanTimeoutMs) const;
 
     std::size_t trackCount() const;
@@ -171,8 +171,7 @@ private:
     const FirstPacketFunction firstPacket_;
     const bool recorded_;
     const SocketAddress::Key client_;
-    const std::shared_ptr<SessionLiveness> liveness_;
-    std::atomic<std::int64_t> orphanedMs_{-1};
+    ClientPresence presence_;
     std::atomic<bool> replays_{false};
 
     const std::optional<SharedStream> shared_;
@@ -180,7 +179,6 @@ private:
     mutable std::mutex own_;
     std::mutex& mutex_;
     bool ended_ = false;
-    std::uint64_t link_ = 0;  // that named the session last
     std::optional<SafePointer<IRTSPController>> controller_;
     std::optional<RecordedPlay> recordedPlay_;  // nothing for a live stream
     std::vector<std::unique_ptr<Track>> tracks_;
