@@ -163,9 +163,11 @@ def member_here(group=GROUP, port=PORTS[0]):
 
 def test_five_viewers_share_one_stream_of_packets(server, other_machine, tmp_path):
     with contextlib.ExitStack() as stack:
-        viewers = [stack.enter_context(Viewer(server, other_machine)) for _ in range(5)]
+        viewers = []
         with Capture(tmp_path, server.port, PORTS, CLIENT_INTERFACE, other_machine.prefix) as capture:
-            for viewer in viewers:
+            for _ in range(5):
+                viewer = stack.enter_context(Viewer(server, other_machine))
+                viewers.append(viewer)
                 viewer.open()
                 assert (viewer.destination, viewer.ttl) == (GROUP, 1)
                 viewer.receive(lambda: len(video_packets(viewer)) > 20, "video")
