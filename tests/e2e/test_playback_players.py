@@ -5,6 +5,7 @@ import subprocess
 
 import ffmpeg
 import pytest
+import recordings
 from pictures import RATE
 from recordings import SECONDS
 
@@ -36,3 +37,42 @@ def test_rtspsrc_plays_to_the_end(recorded, transport, tmp_path):
     probe = subprocess.run(["ffprobe", "-v", "error", "-count_packets", "-show_entries", "stream=nb_read_packets", "-of",
                             "csv=p=0", path], capture_output=True, text=True, check=True)
     assert int(probe.stdout) == pytest.approx(SECONDS * RATE, abs=1), "exactly the interval is shown"
+
+
+HEVC_SECONDS = 3
+HEVC_GOP = 10
+HEVC_CONFIG = """
+port = 0
+log-level = "debug"
+
+[recording]
+directory = "{folder}"
+segment = 1
+
+[[camera]]
+id = {camera}
+
+[[camera.stream]]
+id = 0
+video = "h265"
+audio = "aac"
+width = 320
+height = 240
+gop = {gop}
+record = true
+"""
+
+
+def test_hevc_and_aac_are_played_as_recorded(serve, tmp_path):
+    server = serve(HEVC_CONFIG.format(folder=tmp_path / "recordings", camera=recordings.CAMERA, gop=HEVC_GOP))
+    interval = recordings.record(server, HEVC_SECONDS)
+    url = recordings.url(server, interval.begin, interval.end)
+    streams = ffmpeg.probe(url, "tcp")
+    assert {kind: stream["codec_name"] for kind, stream in streams.items()} == {"video": "hevc", "audio": "aac"}
+    frames = ffmpeg.decode(url, "tcp", limits=(), maps=("0:v", "0:a"), keep_times=False)
+    pictures = [frame for frame in frames if frame.stream == 0]
+    assert HEVC_SECONDS * RATE - 1 <= len(pictures) <= HEVC_SECONDS * RATE + HEVC_GOP, "from the key picture before"
+    assert len({picture.checksum for picture in pictures}) == len(pictures)
+    assert all(a.pts < b.pts for a, b in itertools.pairwise(pictures[1:])), "time never goes back"
+    played = (len(frames) - len(pictures)) * 1024 / int(streams["audio"]["sample_rate"])
+    assert HEVC_SECONDS - 0.2 < played < HEVC_SECONDS + HEVC_GOP / RATE + 0.2, "sound as long as the pictures"
