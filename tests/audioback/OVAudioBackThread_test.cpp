@@ -191,9 +191,6 @@ TEST(OVAudioBackFirst, ConcurrentFirstCallsYieldOneManagerWithOneThreadThatDoesN
 
 TEST(OVAudioBackAtExit, TheManagerStopsItsRunningThreadItsSessionsAndItsOutput)
 {
-    // In a new process: this one may have made the manager already, which then outlives what is registered
-    // here.
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             // Registered before the manager is made, so that it runs when the manager is gone.
