@@ -20,7 +20,7 @@ public:
 
     bool write(const std::int16_t* samples, std::size_t frames) override
     {
-        heard_.resize(place(frames));
+        heard_.resize(static_cast<std::size_t>(place(frames)));
         heard_.insert(heard_.end(), samples, samples + frames);
         return true;
     }

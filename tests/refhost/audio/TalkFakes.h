@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -128,8 +129,10 @@ public:
     {
         if (result == 0)
         {
-            const auto* const first = reinterpret_cast<const std::int16_t*>(samples);
-            played.insert(played.end(), first, first + bytes / sizeof(std::int16_t));
+            const std::size_t before = played.size();
+            const std::size_t added = bytes / sizeof(std::int16_t);
+            played.resize(before + added);
+            std::memcpy(played.data() + before, samples, added * sizeof(std::int16_t));
         }
         return result;
     }
