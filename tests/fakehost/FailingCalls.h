@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <utility>
@@ -61,6 +62,24 @@ public:
             SCOPED_TRACE("call " + std::to_string(nth) + " fails");
             judge(attempt);
         }
+    }
+
+    /// The same for the set-up of a track that prints nothing: it ends with the code of the failed call,
+    /// calls nothing afterwards, and no one but the dispatcher of the good set-up at the end holds a
+    /// connection.
+    void duringSetup(const std::function<int()>& setup) const
+    {
+        FakeHost& host = FakeHost::instance();
+        during(setup,
+               [&host](const Attempt& attempt)
+               {
+                   EXPECT_EQ(attempt.code, attempt.result);
+                   EXPECT_EQ("", attempt.printed);
+                   EXPECT_EQ(static_cast<std::size_t>(attempt.nth), host.calls().size())
+                       << "nothing is called afterwards";
+                   EXPECT_EQ(0, host.living("IConnection"));
+               });
+        EXPECT_EQ(1, host.living("IConnection"));
     }
 
 private:
