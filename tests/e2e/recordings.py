@@ -14,26 +14,32 @@ SECONDS = 8  # of the recording that most tests play
 NTP_EPOCH = 2208988800  # seconds from 1900 to 1970
 
 
-def config(film, folder, audio="none"):
+def recording(folder, stream, segment=2):
+    """The configuration of one camera, whose one stream is recorded; `stream` holds that stream's other keys."""
     return f"""
 port = 0
 log-level = "debug"
 
 [recording]
 directory = "{folder}"
-segment = 2
+segment = {segment}
 
 [[camera]]
 id = {CAMERA}
-name = "counter"
 
 [[camera.stream]]
 id = 0
+record = true
+{stream}
+"""
+
+
+def config(film, folder, audio="none"):
+    return recording(folder, f"""
 source = "file"
 location = "{film.path}"
 audio = "{audio}"
-record = true
-"""
+""")
 
 
 @dataclasses.dataclass

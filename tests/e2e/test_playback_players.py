@@ -41,30 +41,17 @@ def test_rtspsrc_plays_to_the_end(recorded, transport, tmp_path):
 
 HEVC_SECONDS = 3
 HEVC_GOP = 10
-HEVC_CONFIG = """
-port = 0
-log-level = "debug"
-
-[recording]
-directory = "{folder}"
-segment = 1
-
-[[camera]]
-id = {camera}
-
-[[camera.stream]]
-id = 0
+HEVC_STREAM = f"""
 video = "h265"
 audio = "aac"
 width = 320
 height = 240
-gop = {gop}
-record = true
+gop = {HEVC_GOP}
 """
 
 
 def test_hevc_and_aac_are_played_as_recorded(serve, tmp_path):
-    server = serve(HEVC_CONFIG.format(folder=tmp_path / "recordings", camera=recordings.CAMERA, gop=HEVC_GOP))
+    server = serve(recordings.recording(tmp_path / "recordings", HEVC_STREAM, segment=1))
     interval = recordings.record(server, HEVC_SECONDS)
     url = recordings.url(server, interval.begin, interval.end)
     streams = ffmpeg.probe(url, "tcp")
