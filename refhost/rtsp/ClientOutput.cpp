@@ -10,10 +10,10 @@
 namespace refhost
 {
 
-ClientOutput::ClientOutput(int descriptor, std::size_t mostWaiting, MonotonicClock clock,
+ClientOutput::ClientOutput(int descriptor, std::size_t maxWaiting, MonotonicClock clock,
                            WantWritable wantWritable)
     : descriptor_(descriptor),
-      mostWaiting_(mostWaiting),
+      maxWaiting_(maxWaiting),
       clock_(std::move(clock)),
       wantWritable_(std::move(wantWritable))
 {
@@ -45,7 +45,7 @@ bool ClientOutput::sendResponse(std::string_view response)
     {
         return false;
     }
-    if (waiting_.size() - waitingFrom_ > mostWaiting_)
+    if (responsesLeft() > maxWaiting_)
     {
         failed_ = true;
         return false;
@@ -62,7 +62,7 @@ bool ClientOutput::sendResponse(std::string_view response)
     const std::size_t taken = waiting_.empty() ? write(response, {}, 0) : 0;
     if (!failed_)
     {
-        keep(response.substr(taken));
+        keepResponse(response.substr(taken));
     }
     return !failed_;
 }
@@ -96,7 +96,7 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, 
     if (taken <= gathered.size())
     {
         // Not one byte of the frames: they are not taken.
-        keep(gathered.substr(taken));
+        keepResponse(gathered.substr(taken));
         clearCork();
         want();
         return size == 0 ? SendStatus::sent : SendStatus::congested;
@@ -131,17 +131,15 @@ bool ClientOutput::onWritable()
         }
         if (!waiting_.empty())
         {
-            waitingFrom_ += write(std::string_view(waiting_).substr(waitingFrom_), {}, 0);
+            release(write(waiting_, {}, 0));
             if (failed_)
             {
                 return false;
             }
-            if (waitingFrom_ < waiting_.size())
+            if (!waiting_.empty())
             {
                 return true;
             }
-            std::string().swap(waiting_);
-            waitingFrom_ = 0;
         }
         if (wanted_)
         {
@@ -166,8 +164,7 @@ void ClientOutput::close()
     const std::lock_guard<std::mutex> guard(mutex_);
     closed_ = true;
     clearCork();
-    std::string().swap(waiting_);
-    waitingFrom_ = 0;
+    release(waiting_.size());
     listeners_.clear();
 }
 
@@ -175,6 +172,18 @@ bool ClientOutput::empty() const
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     return waiting_.empty() && (cork_ == nullptr || cork_->empty());
+}
+
+std::size_t ClientOutput::waitingResponses() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return responsesLeft();
+}
+
+std::size_t ClientOutput::held() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return waiting_.capacity();
 }
 
 std::uint64_t ClientOutput::bytesTaken() const
@@ -223,6 +232,31 @@ void ClientOutput::keep(std::string_view rest)
     }
 }
 
+void ClientOutput::keepResponse(std::string_view rest)
+{
+    waitingResponses_ += rest.size();
+    keep(rest);
+}
+
+/// Lets go of what the socket took, and of the memory where nothing is left.
+void ClientOutput::release(std::size_t taken)
+{
+    if (taken == waiting_.size())
+    {
+        std::string().swap(waiting_);
+        waitingResponses_ = 0;
+        return;
+    }
+    waiting_.erase(0, taken);
+    waitingResponses_ = responsesLeft();
+}
+
+/// Frames wait in front of the responses, never behind.
+std::size_t ClientOutput::responsesLeft() const
+{
+    return std::min(waitingResponses_, waiting_.size());
+}
+
 void ClientOutput::flushCork()
 {
     if (cork_ == nullptr || cork_->empty())
@@ -234,7 +268,7 @@ void ClientOutput::flushCork()
         const std::size_t taken = waiting_.empty() ? write(*cork_, {}, 0) : 0;
         if (!failed_)
         {
-            keep(std::string_view(*cork_).substr(taken));
+            keepResponse(std::string_view(*cork_).substr(taken));
         }
     }
     cork_->clear();

@@ -20,8 +20,8 @@ namespace refhost
 ///
 /// Every write goes to the socket at once, from whichever thread; what the socket does not take waits here
 /// and goes when it is writable again. Frames are taken only while nothing waits, so at most one write of
-/// frames and some responses ever do. Threads: any; one lock of its own, never held while a listener is
-/// called.
+/// frames and behind it `maxWaiting` bytes of responses with one response more ever do; bytes that the socket
+/// took are let go at once. Threads: any; one lock of its own, never held while a listener is called.
 class ClientOutput
 {
 public:
@@ -38,8 +38,8 @@ public:
     static constexpr std::size_t gatheredMost = 16 * 1024;
 
     /// \param descriptor   non-blocking stream socket; stays open until after close()
-    /// \param mostWaiting  bytes of responses that may wait for a client that does not read
-    ClientOutput(int descriptor, std::size_t mostWaiting, MonotonicClock clock, WantWritable wantWritable);
+    /// \param maxWaiting   bytes of responses that may wait for a client that does not read
+    ClientOutput(int descriptor, std::size_t maxWaiting, MonotonicClock clock, WantWritable wantWritable);
 
     /// Gathers what is written in `buffer` until uncork(), or until so much came that a system call pays. The
     /// buffer is empty and the loop's own; it is used under this object's lock.
@@ -71,6 +71,12 @@ public:
     /// True when no byte waits.
     bool empty() const;
 
+    /// Bytes of responses that the socket did not take yet, without those of a cork.
+    std::size_t waitingResponses() const;
+
+    /// Bytes of memory that hold what waits.
+    std::size_t held() const;
+
     /// Bytes that the socket took so far; grows while the client reads.
     std::uint64_t bytesTaken() const;
 
@@ -79,11 +85,14 @@ private:
     void flushCork();
     void clearCork();
     void keep(std::string_view rest);
+    void keepResponse(std::string_view rest);
+    void release(std::size_t taken);
+    std::size_t responsesLeft() const;
     bool burstIsOver();
     void want();
 
     const int descriptor_;
-    const std::size_t mostWaiting_;
+    const std::size_t maxWaiting_;
     const MonotonicClock clock_;
     const WantWritable wantWritable_;
     std::atomic<std::uint64_t> bytesTaken_{0};
@@ -94,8 +103,8 @@ private:
     std::int64_t burstBeganMs_ = 0;
     std::size_t burst_ = 0;        // bytes of frames since then
     std::string* cork_ = nullptr;  // what is gathered comes behind what waits
-    std::string waiting_;
-    std::size_t waitingFrom_ = 0;
+    std::string waiting_;               // the rest of one write of frames, and responses behind it
+    std::size_t waitingResponses_ = 0;  // bytes of responses that came into it since it was empty
     std::vector<std::weak_ptr<TransportListener>> listeners_;
 };
 

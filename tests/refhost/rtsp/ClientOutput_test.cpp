@@ -154,6 +154,42 @@ TEST_F(ClientOutputTest, AClientThatDoesNotReadItsResponsesIsGivenUp)
     EXPECT_FALSE(output_->onWritable());
 }
 
+TEST_F(ClientOutputTest, BytesThatTheClientReadAreNotHeldAnyMore)
+{
+    congest();
+    const std::string response(1000, 'r');
+    for (int i = 0; i < 8; ++i)
+    {
+        ASSERT_TRUE(output_->sendResponse(response));
+    }
+    for (int i = 0; i < 2000; ++i)
+    {
+        ASSERT_TRUE(output_->sendResponse(response)) << "the client reads as fast as it asks, after " << i;
+        char bytes[1000];
+        ASSERT_EQ(::recv(sockets_[1], bytes, sizeof bytes, 0), 1000);
+        ASSERT_TRUE(output_->onWritable());
+        ASSERT_FALSE(output_->empty()) << "something always waits";
+        ASSERT_LE(output_->held(), 2 * 10000u + 2 * 1501);
+    }
+}
+
+TEST_F(ClientOutputTest, FramesThatWaitDoNotCountAgainstTheResponses)
+{
+    ASSERT_EQ(frames(std::string(200000, 'k')), SendStatus::sent) << "a key frame, of which most waits";
+    EXPECT_EQ(output_->waitingResponses(), 0u);
+    EXPECT_TRUE(output_->sendResponse("first"));
+    EXPECT_TRUE(output_->sendResponse("second"));
+    EXPECT_EQ(output_->waitingResponses(), 11u);
+    while (!output_->empty())
+    {
+        read();
+        ASSERT_TRUE(output_->onWritable());
+        EXPECT_LE(output_->waitingResponses(), 11u);
+    }
+    EXPECT_EQ(output_->waitingResponses(), 0u);
+    EXPECT_LT(output_->held(), 100u) << "the memory goes, too";
+}
+
 TEST_F(ClientOutputTest, ListenersAreToldOnceWhenFramesAreTakenAgain)
 {
     const auto listener = std::make_shared<CountingListener>();
