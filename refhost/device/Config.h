@@ -94,7 +94,7 @@ struct LimitsConfig
     int sessionsPerAddress = 1024;
     int headerCount = 64;     ///< header lines in one request
     int headerBytes = 16384;  ///< request line and header lines together
-    int bodyBytes = 65536;
+    int bodyBytes = 16384;
     int handshakeTimeout =
         10;  ///< seconds from connect to the first complete request, and for any request to get whole
     int idleTimeout = 120;    ///< seconds without a byte on a connection that carries no session

@@ -25,7 +25,7 @@ public:
     /// What one request needs and the next can use again.
     struct Scratch
     {
-        std::vector<char> input = std::vector<char>(65536);
+        std::vector<char> input = std::vector<char>(16384);
         RtspRequest request;
         ResponseWriter response;
         std::string output;  // what a connection gathers while it is corked

@@ -1,5 +1,6 @@
 #include "refhost/rtsp/RequestReader.h"
 
+#include <algorithm>
 #include <cstring>
 #include <optional>
 
@@ -74,12 +75,23 @@ std::string_view takeLine(std::string_view& head)
     return line;
 }
 
+/// Of the payload of the interleaved frame that `bytes` begin with; they hold its header.
+std::size_t sizeOfFrame(std::string_view bytes)
+{
+    return static_cast<std::size_t>(static_cast<std::uint8_t>(bytes[2])) << 8 |
+           static_cast<std::uint8_t>(bytes[3]);
+}
+
 }  // namespace
 
 RequestReader::RequestReader(const Limits& limits) : limits_(limits) {}
 
 void RequestReader::feed(const char* data, std::size_t size)
 {
+    const std::size_t dropped = std::min(dropping_, size);
+    dropping_ -= dropped;
+    data += dropped;
+    size -= dropped;
     if (broken_ || size == 0)
     {
         return;
@@ -111,6 +123,10 @@ RequestReader::Item RequestReader::next(RtspRequest& request)
         {
             return wait();
         }
+        if (dropLongFrame())
+        {
+            continue;
+        }
         itemStart_ = position_;
         const Item item = input_[position_] == '$' ? nextFrame() : nextMessage(request);
         const bool response = item == Item::malformed && isResponse(request) && !problem_.fatal;
@@ -122,6 +138,21 @@ RequestReader::Item RequestReader::next(RtspRequest& request)
     return Item::none;
 }
 
+/// \returns true when a frame of more than the limit begins here: it is not kept, and the next item follows
+bool RequestReader::dropLongFrame()
+{
+    const std::string_view rest = input_.substr(position_);
+    if (rest.front() != '$' || rest.size() < frameHeaderSize || sizeOfFrame(rest) <= limits_.frameBytes)
+    {
+        return false;
+    }
+    const std::size_t whole = frameHeaderSize + sizeOfFrame(rest);
+    const std::size_t here = std::min(whole, rest.size());
+    dropping_ = whole - here;
+    advance(here);
+    return true;
+}
+
 RequestReader::Item RequestReader::nextFrame()
 {
     const std::string_view rest = input_.substr(position_);
@@ -129,12 +160,12 @@ RequestReader::Item RequestReader::nextFrame()
     {
         return wait();
     }
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(rest.data());
-    const std::size_t size = static_cast<std::size_t>(bytes[2]) << 8 | bytes[3];
+    const std::size_t size = sizeOfFrame(rest);
     if (rest.size() < frameHeaderSize + size)
     {
         return wait();
     }
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(rest.data());
     frame_ = {bytes[1], bytes + frameHeaderSize, size};
     advance(frameHeaderSize + size);
     return Item::frame;
@@ -365,6 +396,11 @@ void RequestReader::putBack()
 {
     position_ = itemStart_;
     scanned_ = lineStart_ = lines_ = headSize_ = bodySize_ = 0;
+    wait();
+}
+
+void RequestReader::keepRest()
+{
     wait();
 }
 

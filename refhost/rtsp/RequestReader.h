@@ -18,10 +18,10 @@ namespace refhost
 ///     while ((item = reader.next(request)) != RequestReader::Item::none) …
 ///
 /// Whole requests are parsed where the fed bytes stand; only what is cut off by the end of the bytes is
-/// copied, and never more than the limits allow. Every byte is looked at a fixed number of times, however the
-/// input is cut. Lines may end with CR LF or LF; empty lines before a request are skipped; a header line that
-/// begins with a blank goes on from the one before. Responses from the client are skipped: this server asks
-/// nothing.
+/// copied, and never more than the limits and one feed() allow. Every byte is looked at a fixed number of
+/// times, however the input is cut. Lines may end with CR LF or LF; empty lines before a request are skipped;
+/// a header line that begins with a blank goes on from the one before. Responses from the client are skipped:
+/// this server asks nothing.
 ///
 /// Threads: one at a time.
 class RequestReader
@@ -31,7 +31,9 @@ public:
     {
         std::size_t headerCount = 64;
         std::size_t headerBytes = 16384;  ///< request line and headers, with their line ends
-        std::size_t bodyBytes = 65536;
+        std::size_t bodyBytes = 16384;
+        /// Of one interleaved frame. RTCP and audio are far smaller; a longer frame is dropped as it comes.
+        std::size_t frameBytes = 8192;
     };
 
     enum class Item
@@ -73,12 +75,17 @@ public:
     /// Takes the last item back: next() finds it again. Keeps a copy of every byte that was not used up.
     void putBack();
 
+    /// Keeps a copy of every byte that was not used up, for a caller that stops before next() returned
+    /// `none`. The last item is not valid any more.
+    void keepRest();
+
     /// How many bytes the reader keeps by itself; 0 between two whole messages.
     std::size_t kept() const;
 
 private:
     Item nextMessage(RtspRequest& request);
     Item nextFrame();
+    bool dropLongFrame();
     bool findHeadEnd();
     bool parseHead(RtspRequest& request);
     bool parseRequestLine(std::string_view line, RtspRequest& request);
@@ -99,6 +106,7 @@ private:
     std::size_t lines_ = 0;
     std::size_t headSize_ = 0;  // 0: not known yet
     std::size_t bodySize_ = 0;
+    std::size_t dropping_ = 0;  // bytes to come of a frame that is too long
     bool broken_ = false;
     Frame frame_;
     Problem problem_;

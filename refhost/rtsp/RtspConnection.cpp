@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "refhost/base/Log.h"
@@ -18,6 +19,8 @@ namespace
 
 // How long a client may take to read the last response before the connection goes.
 constexpr std::int64_t lingerMs = 2000;
+// Room for about a second of a camera's frames; what does not fit makes a slow client lose frames early.
+constexpr int framesSendBuffer = 512 * 1024;
 
 std::uint64_t nextSerial()
 {
@@ -59,7 +62,7 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, in
       peer_(peer),
       serial_(nextSerial()),
       refused_(refused),
-      output_(descriptor, waitingMost, services.clock,
+      output_(descriptor, maxWaiting, services.clock,
               [this](bool wanted)
               {
                   const std::lock_guard<std::mutex> guard(interestMutex_);
@@ -116,6 +119,7 @@ void RtspConnection::onEvents(std::uint32_t events)
     {
         doomed_ = true;
     }
+    resume();
     endWhereDone();
 }
 
@@ -160,7 +164,7 @@ void RtspConnection::process(bool lastTry)
 void RtspConnection::handleItems(bool lastTry)
 {
     ConnectionLoop::Scratch& scratch = loop_.scratch();
-    while (!doomed_ && !lingering_)
+    while (!doomed_ && !lingering_ && !defer())
     {
         RequestHandler::Result result = RequestHandler::Result::answered;
         switch (reader_.next(scratch.request))
@@ -211,6 +215,35 @@ void RtspConnection::park()
     loop_.addParked(*this);
 }
 
+/// Handles no further request while the client owes the reading of earlier responses.
+/// \returns true when that is so; what was received waits
+bool RtspConnection::defer()
+{
+    if (output_.waitingResponses() <= deferAbove)
+    {
+        return false;
+    }
+    reader_.keepRest();
+    deferred_ = true;
+    deferredMs_ = services_.clock();
+    watch(false);
+    return true;
+}
+
+void RtspConnection::resume()
+{
+    if (!deferred_ || doomed_ || closed_ || output_.waitingResponses() > deferAbove)
+    {
+        return;
+    }
+    deferred_ = false;
+    watch(!parked());
+    if (!parked())
+    {
+        process(false);
+    }
+}
+
 void RtspConnection::retryParked()
 {
     if (closed_ || parkedMs_ < 0)
@@ -248,11 +281,7 @@ void RtspConnection::updateInterest()
 
 void RtspConnection::sweep(std::int64_t nowMs)
 {
-    if (output_.bytesTaken() != bytesTakenBefore_)
-    {
-        bytesTakenBefore_ = output_.bytesTaken();
-        handler_.linkMoved();
-    }
+    noteProgress(nowMs);
     if (parked() && nowMs - parkedMs_ >= parkedMostMs)
     {
         retryParked();
@@ -261,6 +290,16 @@ void RtspConnection::sweep(std::int64_t nowMs)
     {
         Log::debug("{}: ended an idle connection", peer_.text());
         loop_.close(*this);
+    }
+}
+
+void RtspConnection::noteProgress(std::int64_t nowMs)
+{
+    if (output_.bytesTaken() != bytesTakenBefore_)
+    {
+        bytesTakenBefore_ = output_.bytesTaken();
+        deferredMs_ = nowMs;
+        handler_.linkMoved();
     }
 }
 
@@ -275,6 +314,10 @@ bool RtspConnection::tooOld(std::int64_t nowMs)
         return false;
     }
     const std::int64_t handshakeMs = std::int64_t{services_.limits.handshakeTimeout} * 1000;
+    if (deferred_)
+    {
+        return nowMs - deferredMs_ >= handshakeMs;
+    }
     if (begunMs_ >= 0 && nowMs - begunMs_ >= handshakeMs)
     {
         return true;
@@ -308,6 +351,11 @@ void RtspConnection::sendResponse(std::string_view response)
 
 std::weak_ptr<FrameWriter> RtspConnection::frameWriter()
 {
+    if (!std::exchange(largeSendBuffer_, true) &&
+        ::setsockopt(descriptor_, SOL_SOCKET, SO_SNDBUF, &framesSendBuffer, sizeof framesSendBuffer) != 0)
+    {
+        Log::debug("{}: no larger send buffer: {}", peer_.text(), std::strerror(errno));
+    }
     return std::static_pointer_cast<FrameWriter>(shared_from_this());
 }
 

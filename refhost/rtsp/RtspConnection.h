@@ -19,6 +19,11 @@ class ConnectionLoop;
 /// responses and whose sessions' interleaved frames go out through one ClientOutput.
 ///
 /// While a request waits for its stream ("parked"), nothing more is read: later requests wait in the socket.
+/// The same while the client does not read the responses it asked for ("deferred"); one that reads none of
+/// them for a while is ended.
+///
+/// Memory: at most what RequestReader and ClientOutput keep, which their limits bound; the system's send
+/// buffer is large only from the first interleaved SETUP on.
 ///
 /// Owned by its ConnectionLoop until it closes; transports hold it weakly.
 /// Threads: writeFrames() and notifyWhenWritable() any; everything else the loop's.
@@ -29,8 +34,10 @@ class RtspConnection : public FrameWriter,
 public:
     /// How long a request may wait for its stream.
     static constexpr std::int64_t parkedMostMs = 10000;
+    /// Bytes of responses that wait for the client when no further request is handled.
+    static constexpr std::size_t deferAbove = 16 * 1024;
     /// Bytes of responses that may wait for a client that does not read them.
-    static constexpr std::size_t waitingMost = 1024 * 1024;
+    static constexpr std::size_t maxWaiting = 64 * 1024;
 
     /// \param descriptor  connected non-blocking socket; the connection's from now on
     /// \param refused     answer the first request with 503 and end
@@ -68,7 +75,9 @@ private:
     void process(bool lastTry);
     void handleItems(bool lastTry);
     void park();
-    void unpark();
+    bool defer();
+    void resume();
+    void noteProgress(std::int64_t nowMs);
     void endWhereDone();
     void watch(bool reading);
     void updateInterest();
@@ -94,6 +103,9 @@ private:
     bool doomed_ = false;     // close at the next chance
     bool lingering_ = false;  // everything was said; what the client still sends is dropped
     std::int64_t parkedMs_ = -1;
+    bool deferred_ = false;
+    std::int64_t deferredMs_ = 0;  // when the client last took a byte
+    bool largeSendBuffer_ = false;
     bool greeted_ = false;  // a whole request came
     std::int64_t begunMs_;  // when the client began what is not a whole request yet; -1: nothing is begun
     std::int64_t lastByteMs_;

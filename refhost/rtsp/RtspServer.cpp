@@ -25,8 +25,10 @@ constexpr int backlog = 4096;
 constexpr int acceptedAtOnce = 64;
 // Connections beyond the limits that are answered 503 at a time; more are closed without an answer.
 constexpr int refusedAtOnce = 64;
-// Room for about a second of a camera's pictures; what does not fit makes a slow client lose pictures early.
-constexpr int sendBufferSize = 512 * 1024;
+// What the system keeps of a connection that only asks and answers, in each direction: nobody may have it
+// hold megabytes. A connection that carries frames gets more to send.
+constexpr int sendBufferSize = 32 * 1024;
+constexpr int receiveBufferSize = 64 * 1024;
 
 int loopCount(const ServerConfig& config)
 {
@@ -149,6 +151,7 @@ bool RtspServer::listen(std::string& error)
     // Accepted sockets have these from the listener, without a system call each.
     setOption(listener_, IPPROTO_TCP, TCP_NODELAY, 1);
     setOption(listener_, SOL_SOCKET, SO_SNDBUF, sendBufferSize);
+    setOption(listener_, SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
     setOption(listener_, SOL_SOCKET, SO_KEEPALIVE, 1);
     setOption(listener_, IPPROTO_TCP, TCP_USER_TIMEOUT, config_.limits.sessionTimeout * 1000);
     if (::bind(listener_, address->ai_addr, address->ai_addrlen) != 0 || ::listen(listener_, backlog) != 0)

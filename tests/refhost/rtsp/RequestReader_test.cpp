@@ -97,6 +97,42 @@ TEST(RequestReader, ReadsRequestsFramesAndBodiesFromOneBuffer)
     EXPECT_EQ(readWhole(wholeConversation()), conversationItems);
 }
 
+TEST(RequestReader, DropsAFrameOfMoreThanTheLimitWithoutKeepingIt)
+{
+    RequestReader::Limits limits;
+    limits.frameBytes = 5;
+    const std::string bytes = std::string("$\1\0\5hello", 9) + std::string("$\1\0\6dollar", 10) +
+                              std::string("$\2\1\0", 4) + std::string(256, '$') +
+                              "OPTIONS * RTSP/1.0\r\nCSeq: 1\r\n\r\n";
+    const Items wanted{"frame 1 hello", "OPTIONS * CSeq=1"};
+    for (std::size_t cut = 0; cut <= bytes.size(); ++cut)
+    {
+        Reading reading(limits);
+        reading.feed(bytes.substr(0, cut));
+        EXPECT_LT(reading.kept(), 35u) << "cut at " << cut;
+        reading.feed(bytes.substr(cut));
+        EXPECT_EQ(reading.items(), wanted) << "cut at " << cut;
+    }
+}
+
+TEST(RequestReader, KeepsWhatItsUserHadNoTimeFor)
+{
+    RequestReader reader{RequestReader::Limits()};
+    RtspRequest request;
+    {
+        const std::string bytes =
+            "OPTIONS a RTSP/1.0\r\nCSeq: 1\r\n\r\nOPTIONS b RTSP/1.0\r\nCSeq: 2\r\n\r\nOPT";
+        reader.feed(bytes.data(), bytes.size());
+        ASSERT_EQ(reader.next(request), Item::request);
+        reader.keepRest();
+    }
+    EXPECT_EQ(reader.kept(), 34u);
+    ASSERT_EQ(reader.next(request), Item::request);
+    EXPECT_EQ(request.uri, "b");
+    EXPECT_EQ(reader.next(request), Item::none);
+    EXPECT_EQ(reader.kept(), 3u);
+}
+
 TEST(RequestReader, ReadsTheSameWhereverTheBytesAreCutInTwo)
 {
     const std::string bytes = wholeConversation();

@@ -217,22 +217,45 @@ TEST_F(RtspConnectionTest, ASlowReaderLosesWholePicturesAndNobodyElseWaits)
     EXPECT_GT(slowReceived, 0);
 }
 
-TEST_F(RtspConnectionTest, AClientThatNeverReadsItsResponsesIsCutOff)
+/// Requests of one client, as many as `count`.
+std::string pipeline(const std::string& url, int count)
+{
+    std::string requests;
+    for (int i = 1; i <= count; ++i)
+    {
+        requests += TestClient::text("DESCRIBE", url, i, "", "");
+    }
+    return requests;
+}
+
+TEST_F(RtspConnectionTest, AClientThatNeverReadsItsResponsesIsAskedToWaitAndThenEnded)
 {
     TestClient mute(server->port(), 4096);
-    const std::string request = TestClient::text("DESCRIBE", url(), 1, "", "");
-    std::string many;
-    while (many.size() < 1 << 16)
-    {
-        many += request;
-    }
-    int sent = 0;
-    while (mute.trySend(many))
-    {
-        ASSERT_LT(++sent, 2000) << "the server takes requests without bound";
-    }
+    const std::string requests = pipeline(url(), 200000);
+    const std::size_t clientsOwn = 6u << 20;  // what the sending system keeps
+    ASSERT_GT(requests.size(), 2 * clientsOwn);
+    EXPECT_LT(mute.sendSome(requests, 200), clientsOwn) << "the server takes requests without bound";
+    EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
+    EXPECT_EQ(server->connectionCount(), 2u);
+    time.advance(config.limits.handshakeTimeout * 1000);
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 1; }));
     EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
+}
+
+TEST_F(RtspConnectionTest, AClientThatAsksFasterThanItReadsGetsEveryResponseInOrder)
+{
+    TestClient hasty(server->port(), 4096);
+    constexpr int count = 3000;
+    const std::string requests = pipeline(url(), count);
+    std::size_t sent = 0;
+    for (int i = 1; i <= count; ++i)
+    {
+        sent += hasty.sendSome(std::string_view(requests).substr(sent), 0);
+        const Received response = hasty.response();
+        ASSERT_EQ(response.status, 200);
+        ASSERT_EQ(response.header("CSeq"), std::to_string(i));
+    }
+    EXPECT_EQ(sent, requests.size());
 }
 
 }  // namespace

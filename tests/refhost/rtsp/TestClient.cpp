@@ -113,6 +113,27 @@ bool TestClient::trySend(const std::string& bytes)
     return true;
 }
 
+std::size_t TestClient::sendSome(std::string_view bytes, int milliseconds)
+{
+    std::size_t sent = 0;
+    while (sent < bytes.size())
+    {
+        pollfd poll{descriptor_, POLLOUT, 0};
+        if (::poll(&poll, 1, milliseconds) <= 0)
+        {
+            break;
+        }
+        const ssize_t count =
+            ::send(descriptor_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count < 0)
+        {
+            break;
+        }
+        sent += static_cast<std::size_t>(count);
+    }
+    return sent;
+}
+
 bool TestClient::fill(int milliseconds)
 {
     pollfd poll{descriptor_, POLLIN, 0};

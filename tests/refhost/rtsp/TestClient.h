@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace refhost
@@ -52,6 +53,8 @@ public:
     void send(const std::string& bytes);
     /// Sends what a closed socket may refuse.
     bool trySend(const std::string& bytes);
+    /// Sends what the server takes, until it takes nothing for so long. \returns how much it took
+    std::size_t sendSome(std::string_view bytes, int milliseconds);
 
     /// The next response or frame. Waits at most `milliseconds`.
     Received receive(int milliseconds = 5000);
