@@ -8,6 +8,7 @@
 #include "refhost/base/Log.h"
 #include "refhost/device/ConfigReader.h"
 #include "refhost/device/ConfigWriter.h"
+#include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingListing.h"
 
 namespace refhost
@@ -82,7 +83,8 @@ bool CommandLine::listRecordings()
         err_ << "no recordings: " << error << '\n';
         return finish(exitFailed);
     }
-    const RecordingListing listing(serverUrl(config_.listen, config_.port) + "orv/playback/");
+    const RecordingListing listing(serverUrl(config_.listen, config_.port) + "orv/playback/",
+                                   RecordingFolder::isInUse(index->directory()));
     listing.write(*index, out_);
     return finish(exitDone);
 }

@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <future>
-#include <system_error>
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/SegmentMeasure.h"
 #include "refhost/recording/SegmentPath.h"
 
@@ -125,14 +125,11 @@ void Recorder::beginSegment(std::int64_t beginNs, const Tracks& tracks)
     segment_.beginNs = beginNs;
     segment_.path =
         index_->directory() + "/" + SegmentPath{stream_.cameraId, stream_.streamId, beginNs}.toString();
-    std::error_code problem;
-    const std::filesystem::path folder = std::filesystem::path(segment_.path).parent_path();
-    std::filesystem::create_directories(folder, problem);
-    if (problem)
-    {
-        return fail(folder.string() + ": " + problem.message());
-    }
     std::string error;
+    if (!RecordingFolder::make(std::filesystem::path(segment_.path).parent_path().string(), error))
+    {
+        return fail(error);
+    }
     writer_ = SegmentWriter::create(segment_.path, beginNs, tracks, error);
     if (!writer_)
     {

@@ -1,11 +1,17 @@
 #include "refhost/recording/RecordingIndex.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/SqliteQuery.h"
 
 namespace refhost
@@ -35,6 +41,7 @@ constexpr const char* schema =
 
 constexpr const char* columns =
     "SELECT id, camera, stream, begin_ns, duration_ns, bytes, path, closed FROM segment ";
+constexpr int pathColumn = 6;
 
 constexpr const char* tooNew = "it was written by a later version of ovrtspd";
 
@@ -77,15 +84,32 @@ std::string withoutSlash(std::string directory)
     return directory;
 }
 
-// One that was set aside before is replaced, so that they do not pile up.
+constexpr std::array<const char*, 3> databaseParts{"-wal", "-shm", ""};
+
+// `index.db.damaged`, or with a number behind it where earlier ones lie.
+std::string freeNameBeside(const std::string& database)
+{
+    std::string name = database + ".damaged";
+    const auto isTaken = [&](const char* part)
+    {
+        std::error_code ignored;
+        return std::filesystem::exists(name + part, ignored);
+    };
+    for (int number = 2; std::any_of(databaseParts.begin(), databaseParts.end(), isTaken); ++number)
+    {
+        name = database + ".damaged-" + std::to_string(number);
+    }
+    return name;
+}
+
 void setAside(const std::string& directory, const std::string& why)
 {
     const std::string database = databaseOf(directory);
+    const std::string aside = freeNameBeside(database);
     std::error_code problem;
-    for (const char* const part : {"-wal", "-shm", ""})
+    for (const char* const part : databaseParts)
     {
-        std::filesystem::remove(database + ".damaged" + part, problem);
-        std::filesystem::rename(database + part, database + ".damaged" + part, problem);
+        std::filesystem::rename(database + part, aside + part, problem);
     }
     if (problem)
     {
@@ -93,8 +117,44 @@ void setAside(const std::string& directory, const std::string& why)
                    problem.message());
         return;
     }
-    Log::warning("{} is damaged ({}); it is kept as index.db.damaged and made anew from the files", database,
-                 Log::safe(why));
+    Log::warning("{} is damaged ({}); it is kept as {} and rebuilt from the files", database, Log::safe(why),
+                 std::filesystem::path(aside).filename().string());
+}
+
+// For the server's user and group alone. SQLite makes its other files like the database.
+void restrictAccess(const std::string& directory)
+{
+    constexpr mode_t mode = 0640;
+    const std::string database = databaseOf(directory);
+    const int made = ::open(database.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (made >= 0)
+    {
+        ::close(made);
+        return;
+    }
+    for (const char* const part : databaseParts)
+    {
+        const std::string file = database + part;
+        struct stat status
+        {
+        };
+        const bool restricted = ::stat(file.c_str(), &status) != 0 || (status.st_mode & 0777U & ~mode) == 0 ||
+                                ::chmod(file.c_str(), status.st_mode & mode) == 0;
+        if (!restricted)
+        {
+            Log::warning("{} can be read by everybody on this machine", file);
+        }
+    }
+}
+
+// Whether an entry's path, below the directory, stays there whoever wrote it.
+bool staysInside(const std::string& path)
+{
+    const std::filesystem::path parts(path);
+    return !path.empty() && parts.is_relative() &&
+           std::none_of(parts.begin(), parts.end(),
+                        [](const std::filesystem::path& part)
+                        { return part.empty() || part == "." || part == ".."; });
 }
 
 }  // namespace
@@ -102,11 +162,8 @@ void setAside(const std::string& directory, const std::string& why)
 std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& path, std::string& error)
 {
     const std::string directory = withoutSlash(path);
-    std::error_code problem;
-    std::filesystem::create_directories(directory, problem);
-    if (problem)
+    if (!RecordingFolder::make(directory, error))
     {
-        error = directory + ": " + problem.message();
         return nullptr;
     }
     std::string damage;
@@ -139,6 +196,7 @@ RecordingIndex::~RecordingIndex() = default;
 
 bool RecordingIndex::openWriting(std::string& error)
 {
+    restrictAccess(directory_);
     writing_.database = SqliteDatabase::open(databaseOf(directory_), SqliteDatabase::Access::write, error);
     if (!writing_.database)
     {
@@ -293,7 +351,7 @@ std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::
     SqliteQuery query(*reading_.oldestClosed);
     while (query.next())
     {
-        if (besides.count(query.number(0)) == 0)
+        if (besides.count(query.number(0)) == 0 && staysInside(query.text(pathColumn)))
         {
             return segmentOf(query);
         }
@@ -313,7 +371,7 @@ std::optional<std::int64_t> RecordingIndex::add(const RecordedSegment& segment)
     const std::string inside =
         std::filesystem::path(segment.path).lexically_relative(directory_).generic_string();
     const std::lock_guard<std::mutex> guard(writingMutex_);
-    if (inside.empty() || inside.rfind("..", 0) == 0)
+    if (!staysInside(inside))
     {
         error_ = segment.path + " does not lie below " + directory_;
         return std::nullopt;
@@ -359,7 +417,10 @@ std::vector<RecordedSegment> RecordingIndex::segments(const SqliteDatabase::Stat
     SqliteQuery query(*statement, parameters...);
     while (query.next())
     {
-        found.push_back(segmentOf(query));
+        if (staysInside(query.text(pathColumn)))
+        {
+            found.push_back(segmentOf(query));
+        }
     }
     return found;
 }
@@ -373,7 +434,7 @@ RecordedSegment RecordingIndex::segmentOf(const SqliteQuery& row) const
     segment.beginNs = row.number(3);
     segment.durationNs = row.number(4);
     segment.bytes = row.number(5);
-    segment.path = directory_ + "/" + row.text(6);
+    segment.path = directory_ + "/" + row.text(pathColumn);
     segment.closed = row.number(7) != 0;
     return segment;
 }

@@ -20,8 +20,9 @@ class SqliteQuery;
 /// `<directory>/index.db`.
 ///
 /// One process writes; any number may read meanwhile. Writing operations return false, or nothing, when the
-/// disk fails (full, read-only); the table is as before then, and lastError() tells why.
-/// Threads: any. Readers do not wait for writers. Every operation may touch the disk: not for event loops.
+/// disk fails (full, read-only); the table is as before then, and lastError() tells why. Entries whose path
+/// would lead out of the directory are never given out. Threads: any. Readers do not wait for writers. Every
+/// operation may touch the disk: not for event loops.
 class RecordingIndex
 {
 public:
@@ -34,11 +35,10 @@ public:
     /// How far the end of an open segment may be beyond what is known of it, nanoseconds.
     static constexpr std::int64_t openReserveNs = 5000000000;
 
-    /// Opens the index of a directory, making both if they are missing. One that is damaged is set aside as
-    /// `index.db.damaged`, with a line in the log, and an empty one takes its place: RecordingRepair finds
-    /// the files again.
-    /// \param path        of the directory
-    /// \param[out] error  why not, in plain words
+    /// Opens the index of a directory, making both if they are missing, for the server's user and group
+    /// alone. One that is damaged is set aside as `index.db.damaged`, or `index.db.damaged-2` and so on
+    /// beside earlier ones, with a line in the log, and an empty one takes its place: RecordingRepair finds
+    /// the files again. \param path        of the directory \param[out] error  why not, in plain words
     /// \returns null with `error` set when it cannot be written to or belongs to a later version
     static std::shared_ptr<RecordingIndex> open(const std::string& path, std::string& error);
     /// Opens an index that is there to look at it, as another process than the server does.

@@ -60,8 +60,8 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
         }
         out << fmt::format("  from {} ({}) to {} ({}){}, {} seconds\n      {}\n", utc(interval.beginNs),
                            seconds(interval.beginNs), utc(interval.endNs), seconds(interval.endNs),
-                           interval.growing ? " and growing" : "", seconds(interval.endNs - interval.beginNs),
-                           url(stream.cameraId, interval));
+                           interval.growing && recording_ ? " and growing" : "",
+                           seconds(interval.endNs - interval.beginNs), url(stream.cameraId, interval));
         before = &interval;
     }
 }

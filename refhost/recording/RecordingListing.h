@@ -13,8 +13,9 @@ namespace refhost
 class RecordingListing
 {
 public:
-    /// \param base  of playback URLs, such as "rtsp://127.0.0.1:8554/orv/playback/"
-    explicit RecordingListing(std::string base) : base_(std::move(base)) {}
+    /// \param base       of playback URLs, such as "rtsp://127.0.0.1:8554/orv/playback/"
+    /// \param recording  whether a server records there now: without one nothing grows, whatever a crash left
+    RecordingListing(std::string base, bool recording) : base_(std::move(base)), recording_(recording) {}
 
     /// Writes everything that the index holds, or that it holds nothing.
     void write(const RecordingIndex& index, std::ostream& out) const;
@@ -24,6 +25,7 @@ private:
     std::string url(int cameraId, const FootageInterval& interval) const;
 
     std::string base_;
+    bool recording_;
 };
 
 }  // namespace refhost

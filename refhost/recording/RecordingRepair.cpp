@@ -20,7 +20,20 @@ void count(bool done, int& success, RecordingRepair::Result& result)
     ++(done ? success : result.failed);
 }
 
-void closeOrRemove(RecordingIndex& index, const RecordedSegment& segment, RecordingRepair::Result& result)
+// To a name beside it that is free.
+bool setAside(const std::string& path)
+{
+    std::string aside = path + ".damaged";
+    std::error_code problem;
+    for (int number = 2; fs::exists(fs::symlink_status(aside, problem)); ++number)
+    {
+        aside = path + ".damaged-" + std::to_string(number);
+    }
+    fs::rename(path, aside, problem);
+    return !problem;
+}
+
+void closeOrSetAside(RecordingIndex& index, const RecordedSegment& segment, RecordingRepair::Result& result)
 {
     SegmentMeasure measure;
     switch (SegmentMeasure::take(segment.path, measure))
@@ -29,12 +42,8 @@ void closeOrRemove(RecordingIndex& index, const RecordedSegment& segment, Record
             count(index.close(segment.id, measure.durationNs, measure.bytes), result.closed, result);
             return;
         case SegmentMeasure::Result::nothing:
-        {
-            std::error_code ignored;
-            fs::remove(segment.path, ignored);
-            count(index.remove(segment.id), result.removed, result);
+            count(setAside(segment.path) && index.remove(segment.id), result.setAside, result);
             return;
-        }
         case SegmentMeasure::Result::unreadable:
             ++result.failed;
     }
@@ -83,7 +92,7 @@ RecordingRepair::Result RecordingRepair::run(RecordingIndex& index)
         }
         else if (!segment.closed || isCutOff(segment))
         {
-            closeOrRemove(index, segment, result);
+            closeOrSetAside(index, segment, result);
         }
     }
     const std::string& directory = index.directory();

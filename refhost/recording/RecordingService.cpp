@@ -67,6 +67,7 @@ void RecordingService::stop()
         Device::setRecordings(nullptr);
         index_.reset();
     }
+    folder_.reset();
 }
 
 bool RecordingService::hasWork() const
@@ -84,7 +85,11 @@ void RecordingService::open()
 {
     ++attempts_;
     std::string error;
-    index_ = RecordingIndex::open(config_.recording.directory, error);
+    if (!folder_)
+    {
+        folder_ = RecordingFolder::open(config_.recording.directory, error);
+    }
+    index_ = folder_ ? RecordingIndex::open(config_.recording.directory, error) : nullptr;
     if (!index_)
     {
         if (!failureTold_)
@@ -109,9 +114,9 @@ void RecordingService::repair()
     if (result.hasAny())
     {
         Log::info(
-            "recordings repaired: {} unfinished measured, {} unknown adopted, {} missing dropped, {} empty "
-            "removed, {} left as they are because the disk fails",
-            result.closed, result.adopted, result.dropped, result.removed, result.failed);
+            "recordings repaired: {} unfinished measured, {} unknown adopted, {} missing dropped, {} "
+            "without anything to play kept as *.damaged, {} left as they are because they cannot be read now",
+            result.closed, result.adopted, result.dropped, result.setAside, result.failed);
     }
 }
 

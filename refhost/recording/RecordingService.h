@@ -10,6 +10,7 @@
 #include "refhost/device/TaskQueue.h"
 #include "refhost/live/StreamSource.h"
 #include "refhost/recording/Recorder.h"
+#include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingIndex.h"
 #include "refhost/recording/RecordingRetention.h"
 
@@ -73,6 +74,7 @@ private:
     std::atomic<bool> retainsSoon_{false};
 
     // Used on the service's thread only, or after its end.
+    std::unique_ptr<RecordingFolder> folder_;
     std::shared_ptr<RecordingIndex> index_;
     std::vector<std::shared_ptr<Recorder>> recorders_;
     bool failureTold_ = false;

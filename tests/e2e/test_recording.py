@@ -76,6 +76,7 @@ def test_recordings_are_listed_while_they_grow_and_played_by_any_player(serve, b
     told, streams = listing(build_folder, server)
     assert told.returncode == 0
     assert list(streams) == [(3, 1)]
+    assert "and growing" in told.stdout
     (begin, end, url), = streams[3, 1]
     assert 3 * SEGMENT_SECONDS - 1 < end - begin < 5 * SEGMENT_SECONDS
     assert abs(time.time() - end) < 4, "the end is now"
@@ -103,7 +104,8 @@ def test_everything_on_disk_is_listed_after_a_crash(serve, build_folder, directo
     time.sleep(0.8)
     killed = time.time()
     server.kill()
-    _, before = listing(build_folder, server)
+    told, before = listing(build_folder, server)
+    assert "and growing" not in told.stdout, "nobody records"
     on_disk = sum(len(packets(path)[0]) for path in files(directory)) / 25
 
     again = serve(config(directory))
@@ -120,6 +122,22 @@ def test_everything_on_disk_is_listed_after_a_crash(serve, build_folder, directo
     assert gap == pytest.approx(begin_again - end, abs=0.002)
     for path in files(directory)[:-1]:
         assert ffmpeg.decode(path, limits=()), "the decoder takes it"
+
+
+def test_second_server_leaves_the_folder_alone(serve, build_folder, directory):
+    server = serve(config(directory))
+    wait_until(lambda: len(files(directory)) >= 2, 30, "two segments")
+    second = serve(config(directory))
+    second.allow_problem("nothing is recorded: ")
+    wait_until(lambda: "nothing is recorded: " in second.log(), 20, "the refusal")
+    assert f"{directory}: another server (process {server.pid}) uses this folder" in second.log()
+    known = len(files(directory))
+    wait_until(lambda: len(files(directory)) >= known + 2, 30, "two more segments")
+    assert "repaired" not in second.log()
+    second.stop()
+    server.stop()
+    _, streams = listing(build_folder, server)
+    assert len(streams[3, 1]) == 1, "no gap"
 
 
 def test_lost_index_is_made_anew_from_the_files(serve, build_folder, directory):

@@ -2,6 +2,7 @@
 
 #include <fmt/core.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <filesystem>
@@ -100,6 +101,55 @@ TEST_F(RecordingIndexTest, SegmentIsFoundAsItWasEntered)
     EXPECT_EQ(found[0].bytes, 1000);
     EXPECT_EQ(found[0].path, entered.path);
     EXPECT_TRUE(found[0].closed);
+}
+
+TEST_F(RecordingIndexTest, ForgedPathThatLeavesTheFolderIsNeverGivenOut)
+{
+    add(1, 0, 0, 10);
+    std::string error;
+    const auto database =
+        SqliteDatabase::open(folder_ / "a/b/index.db", SqliteDatabase::Access::write, error);
+    ASSERT_TRUE(database) << error;
+    for (const char* path : {"/etc/passwd", "../c", "1/../../c", "..", "", ".", "1/0/../../../c.mkv"})
+    {
+        ASSERT_TRUE(database->execute(fmt::format("UPDATE segment SET path = '{}'", path).c_str()));
+        EXPECT_THAT(index_->all(), IsEmpty()) << path;
+        EXPECT_THAT(find(1, 0, 10), IsEmpty()) << path;
+        EXPECT_FALSE(index_->oldestClosed()) << path;
+        EXPECT_THAT(footage(1, 0), IsEmpty()) << path;
+    }
+}
+
+TEST_F(RecordingIndexTest, DatabaseIsForTheUserAndTheGroupAlone)
+{
+    const mode_t before = ::umask(0);
+    index_.reset();
+    for (const char* part : {"", "-wal", "-shm"})
+    {
+        std::filesystem::remove(folder_ / "a/b/index.db" + part);
+    }
+    index_ = open();
+    add(1, 0, 0, 10);
+    const auto expectRestricted = [&]
+    {
+        for (const char* part : {"", "-wal", "-shm"})
+        {
+            struct stat status
+            {
+            };
+            ASSERT_EQ(::stat((folder_ / "a/b/index.db" + part).c_str(), &status), 0) << part;
+            EXPECT_EQ(status.st_mode & 07777U, 0640U) << part;
+        }
+    };
+    expectRestricted();
+    // As an earlier version left it.
+    for (const char* part : {"", "-wal", "-shm"})
+    {
+        ASSERT_EQ(::chmod((folder_ / "a/b/index.db" + part).c_str(), 0644), 0);
+    }
+    const auto again = open();
+    expectRestricted();
+    ::umask(before);
 }
 
 TEST_F(RecordingIndexTest, IntervalTouchesSegmentsByItsBeginAndNotByItsEnd)
@@ -277,7 +327,7 @@ TEST_F(RecordingIndexTest, DirectoryThatCannotBeMadeIsTold)
     std::ofstream(folder_ / "file") << "in the way";
     std::string error;
     EXPECT_FALSE(RecordingIndex::open(folder_ / "file/sub", error));
-    EXPECT_NE(error.find("file/sub"), std::string::npos) << error;
+    EXPECT_EQ(error, folder_ / "file" + ": Not a directory");
 }
 
 TEST_F(RecordingIndexTest, ClosedIndexIsOneFile)
@@ -323,18 +373,27 @@ TEST_F(RecordingIndexTest, DamageInTheMiddleIsFoundAtTheStart)
     EXPECT_EQ(log.linesWith("damaged").size(), 1U);
 }
 
-TEST_F(RecordingIndexTest, WhatIsSetAsideReplacesWhatWasThere)
+TEST_F(RecordingIndexTest, EarlierDamagedIndexStaysBesideALaterOne)
 {
-    index_.reset();
-    for (const char* text : {"first", "second"})
+    for (const char* content : {"first", "second", "third"})
     {
-        std::ofstream(folder_ / "a/b/index.db") << std::string(4096, text[0]);
-        index_ = open();
-        ASSERT_TRUE(index_);
         index_.reset();
+        for (const char* part : {"-wal", "-shm"})
+        {
+            std::filesystem::remove(folder_ / "a/b/index.db" + part);
+        }
+        std::ofstream(folder_ / "a/b/index.db") << content << std::string(4096, 'x');
+        index_ = open();
     }
-    std::ifstream kept(folder_ / "a/b/index.db.damaged");
-    EXPECT_EQ(kept.get(), 's');
+    for (const auto& [name, content] : {std::pair{"index.db.damaged", "first"},
+                                        {"index.db.damaged-2", "second"},
+                                        {"index.db.damaged-3", "third"}})
+    {
+        std::ifstream in(folder_ / "a/b/" + name);
+        std::string line;
+        std::getline(in, line);
+        EXPECT_EQ(line.rfind(content, 0), 0U) << name;
+    }
 }
 
 TEST_F(RecordingIndexTest, IndexOfALaterVersionIsRefused)

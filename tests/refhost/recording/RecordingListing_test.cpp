@@ -33,10 +33,10 @@ protected:
         ASSERT_TRUE(index_->add(segment));
     }
 
-    std::string list() const
+    std::string list(bool recording = true) const
     {
         std::ostringstream out;
-        RecordingListing("rtsp://host:1/orv/playback/").write(*index_, out);
+        RecordingListing("rtsp://host:1/orv/playback/", recording).write(*index_, out);
         return out.str();
     }
 
@@ -69,6 +69,13 @@ TEST_F(RecordingListingTest, IntervalsGapsAndUrlsAreListedForEachStream)
               "  from 2026-01-01T00:00:00.000Z (1767225600.000) to 2026-01-01T01:00:00.000Z "
               "(1767229200.000), 3600.000 seconds\n"
               "      rtsp://host:1/orv/playback/2_1767225600_1767229200\n");
+}
+
+TEST_F(RecordingListingTest, NothingGrowsOfWhatACrashLeft)
+{
+    add(1, 0, 0, 5040, false);
+    EXPECT_THAT(list(true), testing::HasSubstr(" and growing"));
+    EXPECT_THAT(list(false), testing::Not(testing::HasSubstr("growing")));
 }
 
 TEST_F(RecordingListingTest, UrlOfLessThanASecondGoesAroundIt)

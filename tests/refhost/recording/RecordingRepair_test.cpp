@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "refhost/recording/SegmentPath.h"
 #include "refhost/recording/SegmentWriter.h"
@@ -76,13 +77,47 @@ TEST_F(RecordingRepairTest, SegmentThatACrashLeftIsMeasuredAndClosed)
     EXPECT_EQ(static_cast<std::uintmax_t>(segment.bytes), std::filesystem::file_size(path));
 }
 
-TEST_F(RecordingRepairTest, UnfinishedFileWithoutAPictureGoesWithItsEntry)
+TEST_F(RecordingRepairTest, UnfinishedFileWithoutAFrameIsSetAsideAndItsEntryGoes)
 {
     const std::string path = makeFile(0, 0, false);
     enter(path, 0, false);
-    EXPECT_EQ(RecordingRepair::run(*index_).removed, 1);
+    EXPECT_EQ(RecordingRepair::run(*index_).setAside, 1);
     EXPECT_TRUE(index_->all().empty());
     EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_TRUE(std::filesystem::exists(path + ".damaged"));
+    EXPECT_FALSE(RecordingRepair::run(*index_).hasAny());
+}
+
+TEST_F(RecordingRepairTest, BytesOfAFileThatCannotBePlayedAreKept)
+{
+    const std::string path = makeFile(0, 2, false);
+    for (const std::string& name : {path + ".damaged", path})
+    {
+        std::ofstream(name, std::ios::binary) << "no Matroska: " << name;
+    }
+    enter(path, 0, false);
+    EXPECT_EQ(RecordingRepair::run(*index_).setAside, 1);
+    for (const auto& [name, holds] :
+         {std::pair{path + ".damaged", path + ".damaged"}, {path + ".damaged-2", path}})
+    {
+        std::ifstream in(name, std::ios::binary);
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "no Matroska: " + holds);
+    }
+}
+
+TEST_F(RecordingRepairTest, EntryThatLeadsOutOfTheFolderIsNotFollowed)
+{
+    const std::string outside = std::filesystem::path(folder_.path()).filename().string() + "-outside";
+    const std::string file = folder_ / ("../" + outside);
+    std::ofstream(file) << "somebody's";
+    enter(makeFile(0, 2, false), 0, false);
+    std::string error;
+    const auto database = SqliteDatabase::open(folder_ / "index.db", SqliteDatabase::Access::write, error);
+    ASSERT_TRUE(database) << error;
+    ASSERT_TRUE(database->execute(("UPDATE segment SET path = '../" + outside + "'").c_str()));
+    RecordingRepair::run(*index_);
+    EXPECT_TRUE(std::filesystem::exists(file));
+    std::filesystem::remove(file);
 }
 
 TEST_F(RecordingRepairTest, EntryWithoutAFileIsDropped)
@@ -129,7 +164,7 @@ TEST_F(RecordingRepairTest, FileThatCannotBeReadNowIsLeftForTheNextStart)
     std::filesystem::create_directories(path);
     enter(path, 0, false);
     const RecordingRepair::Result result = RecordingRepair::run(*index_);
-    EXPECT_EQ(result.removed, 0);
+    EXPECT_EQ(result.setAside, 0);
     EXPECT_EQ(result.failed, 1);
     EXPECT_TRUE(std::filesystem::exists(path));
     EXPECT_EQ(index_->unclosed().size(), 1U);
@@ -188,10 +223,10 @@ TEST_F(RecordingRepairTest, EveryLengthOfACutOffFileIsRepaired)
         std::filesystem::resize_file(path, size);
         const std::int64_t id = enter(path, 0, false);
         const RecordingRepair::Result result = RecordingRepair::run(*index_);
-        ASSERT_EQ(result.closed + result.removed, 1) << size;
+        ASSERT_EQ(result.closed + result.setAside, 1) << size;
         EXPECT_LE(result.closed == 1 ? index_->all()[0].durationNs : 0, 2 * second);
         index_->remove(id);
-        if (result.removed == 1)
+        if (result.setAside == 1)
         {
             EXPECT_LT(size, 3000U);
             break;

@@ -217,6 +217,28 @@ TEST_F(RecordingServiceTest, IndexThatWasDamagedIsMadeAnewFromTheFiles)
     EXPECT_THAT(log.linesWith("2 unknown adopted"), SizeIs(1));
 }
 
+TEST_F(RecordingServiceTest, SecondServerLeavesTheFolderAloneUntilTheFirstIsGone)
+{
+    start();
+    ASSERT_TRUE(recorded().waitUntilAttached());
+    recorded().giveMedia(0, 2);
+    recorded().drain();
+    const std::shared_ptr<RecordingIndex> index = Device::recordings();
+    const std::size_t open = index->unclosed().size();
+    EXPECT_EQ(open, 1U);
+    CapturedErrors log;
+    const auto otherStreams = std::make_shared<FakeStreams>();
+    RecordingService second(config_, otherStreams, pauses_);
+    second.start();
+    waitFor([&] { return second.attempts() > 3; });
+    EXPECT_FALSE(otherStreams->streams.at(0)->isAttached());
+    EXPECT_EQ(index->unclosed().size(), open);
+    service_->stop();
+    EXPECT_TRUE(otherStreams->streams.at(0)->waitUntilAttached());
+    second.stop();
+    EXPECT_THAT(log.linesWith("another server (process "), SizeIs(1));
+}
+
 TEST_F(RecordingServiceTest, DirectoryThatCannotBeMadeIsToldOnceAndTriedAgain)
 {
     std::ofstream(folder_ / "kept") << "in the way";

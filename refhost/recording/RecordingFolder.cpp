@@ -1,0 +1,189 @@
+#include "refhost/recording/RecordingFolder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+namespace refhost
+{
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr mode_t folderMode = 0750;
+constexpr mode_t fileMode = 0640;
+
+std::string lockOf(const std::string& folder)
+{
+    return folder + "/server.lock";
+}
+
+struct flock wholeFile(short type)
+{
+    struct flock request
+    {
+    };
+    request.l_type = type;
+    request.l_whence = SEEK_SET;
+    return request;
+}
+
+std::string because(const std::string& path)
+{
+    return path + ": " + std::strerror(errno);
+}
+
+// Who holds a lock writes the number of its process into the file.
+std::string holderOf(int file)
+{
+    std::array<char, 16> text{};
+    const ssize_t size = ::pread(file, text.data(), text.size() - 1, 0);
+    const std::string number(text.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+    const std::size_t digits = number.find_first_not_of("0123456789");
+    return digits == 0 || number.empty() ? "" : " (process " + number.substr(0, digits) + ")";
+}
+
+std::optional<dev_t> deviceOf(const fs::path& path)
+{
+    struct stat status
+    {
+    };
+    return ::stat(path.c_str(), &status) == 0 ? std::make_optional(status.st_dev) : std::nullopt;
+}
+
+// The folder at or above `path` at which its file system is mounted; empty where that is the root.
+std::string mountPointOf(const std::string& path)
+{
+    std::error_code problem;
+    fs::path at = fs::canonical(path, problem);
+    while (!problem && at.has_relative_path() && deviceOf(at) == deviceOf(at.parent_path()))
+    {
+        at = at.parent_path();
+    }
+    return problem || !at.has_relative_path() ? "" : at.string();
+}
+
+}  // namespace
+
+std::unique_ptr<RecordingFolder> RecordingFolder::open(const std::string& path, std::string& error)
+{
+    std::unique_ptr<RecordingFolder> folder(new RecordingFolder(path));
+    const bool good = make(path, error) && folder->lock(error) && folder->identify(error);
+    return good ? std::move(folder) : nullptr;
+}
+
+RecordingFolder::~RecordingFolder()
+{
+    if (lock_ >= 0)
+    {
+        ::close(lock_);
+    }
+}
+
+bool RecordingFolder::make(const std::string& path, std::string& error)
+{
+    std::error_code problem;
+    if (fs::is_directory(path, problem))
+    {
+        return true;
+    }
+    const std::string above = fs::path(path).parent_path().string();
+    if (!above.empty() && above != path && !make(above, error))
+    {
+        return false;
+    }
+    if (::mkdir(path.c_str(), folderMode) == 0 || (errno == EEXIST && fs::is_directory(path, problem)))
+    {
+        return true;
+    }
+    errno = errno == EEXIST ? ENOTDIR : errno;
+    error = because(path);
+    return false;
+}
+
+bool RecordingFolder::lock(std::string& error)
+{
+    const std::string path = lockOf(path_);
+    lock_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, fileMode);
+    if (lock_ < 0)
+    {
+        error = because(path);
+        return false;
+    }
+    // One that belongs to the open file: a second server in the same process is another one, too.
+    struct flock request = wholeFile(F_WRLCK);
+    if (::fcntl(lock_, F_OFD_SETLK, &request) != 0)
+    {
+        const bool taken = errno == EAGAIN || errno == EACCES;
+        error = taken ? path_ + ": another server" + holderOf(lock_) +
+                            " uses this folder; each server needs a folder of its own"
+                      : because(path);
+        return false;
+    }
+    const std::string number = std::to_string(::getpid()) + "\n";
+    // For the message alone: a disk that is full takes nothing from the lock.
+    if (::ftruncate(lock_, 0) != 0 ||
+        ::pwrite(lock_, number.data(), number.size(), 0) != static_cast<ssize_t>(number.size()))
+    {
+        errno = 0;
+    }
+    return true;
+}
+
+bool RecordingFolder::isInUse(const std::string& path)
+{
+    const int file = ::open(lockOf(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (file < 0)
+    {
+        return false;
+    }
+    struct flock request = wholeFile(F_RDLCK);
+    const bool taken = ::fcntl(file, F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
+    ::close(file);
+    return taken;
+}
+
+bool RecordingFolder::identify(std::string& error)
+{
+    struct stat status
+    {
+    };
+    if (::stat(path_.c_str(), &status) != 0)
+    {
+        error = because(path_);
+        return false;
+    }
+    device_ = status.st_dev;
+    inode_ = status.st_ino;
+    mountPoint_ = mountPointOf(path_);
+    return true;
+}
+
+bool RecordingFolder::isInPlace() const
+{
+    struct stat status
+    {
+    };
+    return ::stat(path_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
+}
+
+bool RecordingFolder::isUnmounted() const
+{
+    if (mountPoint_.empty() || isInPlace())
+    {
+        return false;
+    }
+    const std::optional<dev_t> here = deviceOf(mountPoint_);
+    return !here || here == deviceOf(fs::path(mountPoint_).parent_path());
+}
+
+}  // namespace refhost
