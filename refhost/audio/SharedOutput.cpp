@@ -23,6 +23,7 @@ void SharedOutput::configure(const TalkSettings& settings)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     settings_ = settings;
+    admitted_.clear();
     floor_ = std::make_unique<TalkFloor>(settings.policy, settings.silenceMs * 1'000'000);
     mixer_ = settings.policy == TalkPolicy::mix ? std::make_unique<TalkMixer>(settings.format) : nullptr;
 }
@@ -36,7 +37,13 @@ TalkSettings SharedOutput::settings() const
 bool SharedOutput::admit(Talker talker)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    return floor_->admit(talker);
+    const bool known = admitted_.count(talker) != 0;
+    if ((!known && admitted_.size() >= settings_.maxTalkers) || !floor_->admit(talker))
+    {
+        return false;
+    }
+    admitted_.insert(talker);
+    return true;
 }
 
 void SharedOutput::pause(Talker talker)
@@ -54,6 +61,7 @@ void SharedOutput::leave(Talker talker)
     pause(talker);
     const std::lock_guard<std::mutex> guard(mutex_);
     floor_->leave(talker);
+    admitted_.erase(talker);
 }
 
 bool SharedOutput::claim(Talker talker, const std::string& name, std::int64_t nowNs)

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,9 @@ public:
     void configure(const TalkSettings& settings);
     TalkSettings settings() const;
 
-    /// A session is set up. \returns false when another one has the output and this one is refused
+    /// A session is set up.
+    /// \returns false when another one has the output and this one is refused, or when there are as many as
+    ///          the settings allow
     bool admit(Talker talker);
     /// A session pauses: others may be heard.
     void pause(Talker talker);
@@ -58,6 +61,7 @@ private:
 
     mutable std::mutex mutex_;
     TalkSettings settings_;
+    std::set<Talker> admitted_;  // at most settings_.maxTalkers
     std::unique_ptr<TalkFloor> floor_;
     std::unique_ptr<TalkMixer> mixer_;  // null where sounds are not mixed
     std::vector<std::int16_t> sum_;

@@ -43,6 +43,7 @@ TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const
     TalkSettings settings;
     settings.policy = policyOf(config.talkBack.policy);
     settings.format = {config.talkBack.sampleRate, config.talkBack.channels};
+    settings.maxTalkers = static_cast<std::size_t>(config.limits.talkers);
     SharedOutput::instance().configure(settings);
 
     MTUParam mtu;

@@ -63,10 +63,20 @@ std::unique_ptr<FrameDecoder> makeCodec(const SubMediaInfo& track)
 
 }  // namespace
 
-std::unique_ptr<TalkDecoder> TalkDecoder::make(const SubMediaInfo& track, const PcmFormat& format)
+bool TalkDecoder::supports(const SubMediaInfo& track)
 {
     if (track.channels < 1 || track.channels > mostChannels || track.clockRate < 1 ||
         track.clockRate > highestRate)
+    {
+        return false;
+    }
+    return track.encodingName == "PCMU" || track.encodingName == "PCMA" ||
+           (track.encodingName == "MPEG4-GENERIC" && !audioSpecificConfig(track.formatParameters).empty());
+}
+
+std::unique_ptr<TalkDecoder> TalkDecoder::make(const SubMediaInfo& track, const PcmFormat& format)
+{
+    if (!supports(track))
     {
         return nullptr;
     }

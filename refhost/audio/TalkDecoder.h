@@ -25,6 +25,9 @@ public:
     /// \returns null for a codec that cannot be decoded here
     static std::unique_ptr<TalkDecoder> make(const SubMediaInfo& track, const PcmFormat& format);
 
+    /// Whether make() can make a decoder for that track; makes none.
+    static bool supports(const SubMediaInfo& track);
+
     virtual ~TalkDecoder() = default;
 
     /// Decodes one frame: the payload of one PCMU or PCMA packet, of any length, or one AAC access unit.

@@ -19,14 +19,13 @@ constexpr double mostSecondsAtOnce = 0.4;
 }  // namespace
 
 TalkReception::TalkReception(const SubMediaInfo& track, const TalkSettings& settings,
-                             std::unique_ptr<TalkDepayloader> depayloader,
-                             std::unique_ptr<TalkDecoder> decoder)
+                             std::unique_ptr<TalkDepayloader> depayloader, MakeDecoder makeDecoder)
     : payloadType_(track.payloadType),
       clockRate_(track.clockRate),
       silenceNs_(settings.silenceMs * nsPerMs),
       staleNs_(settings.staleMs * nsPerMs),
       depayloader_(std::move(depayloader)),
-      decoder_(std::move(decoder)),
+      makeDecoder_(std::move(makeDecoder)),
       window_(settings.reorderMs * nsPerMs),
       counted_(track.clockRate)
 {
@@ -38,6 +37,12 @@ void TalkReception::reset()
     senderReport_ = SenderReport();
     statistics_ = TalkStatistics();
     window_.reset();
+    continues_ = false;
+}
+
+void TalkReception::release()
+{
+    decoder_.reset();
     continues_ = false;
 }
 
@@ -128,6 +133,15 @@ bool TalkReception::take(std::int64_t nowNs, bool heard, std::vector<std::int16_
 void TalkReception::play(const ReorderWindow::Packet& packet, std::uint32_t lost,
                          std::vector<std::int16_t>& samples)
 {
+    if (decoder_ == nullptr)
+    {
+        decoder_ = makeDecoder_();
+    }
+    if (decoder_ == nullptr)
+    {
+        ++statistics_.malformed;
+        return;
+    }
     if (!continues_ || lost != 0)
     {
         depayloader_->reset();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -34,16 +35,25 @@ struct TalkStatistics
 /// The receiving side of one talk-back session: from packets as they come to samples in order.
 ///
 /// The first source is the session's; another one takes its place when nothing came of it for half a second.
+/// A decoder exists from the first packet that is to be heard until release(): an AAC decoder takes more
+/// memory than everything else of a session. Keeps at most the packets that ReorderWindow holds.
 /// Threads: one at a time.
 class TalkReception
 {
 public:
+    using MakeDecoder = std::function<std::unique_ptr<TalkDecoder>()>;
+
     /// \param track  of a codec that `depayloader` reads
+    /// \param makeDecoder  called when a packet is to be heard and there is no decoder; one that returns null
+    ///                     makes the packet count as malformed
     TalkReception(const SubMediaInfo& track, const TalkSettings& settings,
-                  std::unique_ptr<TalkDepayloader> depayloader, std::unique_ptr<TalkDecoder> decoder);
+                  std::unique_ptr<TalkDepayloader> depayloader, MakeDecoder makeDecoder);
 
     /// Begins anew: the next packet is the first one.
     void reset();
+
+    /// Lets go of the decoder until it is needed again.
+    void release();
 
     /// Takes a packet as it came.
     /// \returns true when it is sound of the session's source
@@ -88,7 +98,8 @@ private:
     const std::int64_t silenceNs_;
     const std::int64_t staleNs_;
     const std::unique_ptr<TalkDepayloader> depayloader_;
-    const std::unique_ptr<TalkDecoder> decoder_;
+    const MakeDecoder makeDecoder_;
+    std::unique_ptr<TalkDecoder> decoder_;  // null until a packet is to be heard
     std::vector<TalkDepayloader::Frame> frames_;
 
     ReorderWindow window_;

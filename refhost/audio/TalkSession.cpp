@@ -49,8 +49,7 @@ int TalkSession::init(const SubMediaInfo& track)
         return hostTalkBackUnavailable;
     }
     auto depayloader = TalkDepayloader::make(track);
-    auto decoder = makeDecoder_(track, settings_.format);
-    if (depayloader == nullptr || decoder == nullptr)
+    if (depayloader == nullptr || !TalkDecoder::supports(track))
     {
         Log::warning("talk-back: no decoder for {}", track.encodingName);
         return hostTalkBackUnavailable;
@@ -60,7 +59,8 @@ int TalkSession::init(const SubMediaInfo& track)
         return hostTalkBackBusy;
     }
     reception_ =
-        std::make_unique<TalkReception>(track, settings_, std::move(depayloader), std::move(decoder));
+        std::make_unique<TalkReception>(track, settings_, std::move(depayloader),
+                                        [this, track] { return makeDecoder_(track, settings_.format); });
     return statusSuccess;
 }
 
@@ -118,6 +118,7 @@ int TalkSession::pause()
         playing_ = false;
         inbox_->close();
         output_.pause(this);
+        reception_->release();
     }
     return statusSuccess;
 }

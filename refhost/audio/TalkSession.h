@@ -40,7 +40,8 @@ public:
     TalkSession& operator=(const TalkSession&) = delete;
 
     /// \returns 0; hostTalkBackUnavailable without a player or for a codec that cannot be decoded;
-    ///          hostTalkBackBusy when another session has the output for itself
+    ///          hostTalkBackBusy when another session has the output for itself, or there are as many
+    ///          sessions as the settings allow
     int init(const SubMediaInfo& track);
     /// \returns 0, or hostConnectionUnusable for a connection that this host did not make
     int connect(const SafePointer<IConnection>& connection);

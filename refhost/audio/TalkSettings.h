@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "refhost/audio/PcmFormat.h"
@@ -21,6 +22,7 @@ struct TalkSettings
 {
     TalkPolicy policy = TalkPolicy::first;
     PcmFormat format;                      ///< what the output takes
+    std::size_t maxTalkers = 16;           ///< sessions that may have talk-back set up at once
     std::int64_t silenceMs = 500;          ///< without a packet for so long a talker has stopped
     std::int64_t reorderMs = 25;           ///< how long a missing packet is waited for
     std::int64_t staleMs = 100;            ///< sound that waited longer for the output is not played any more

@@ -25,9 +25,9 @@ bool isLoopback(const std::string& address)
 
 auto members(const LimitsConfig& l)
 {
-    return std::tie(l.connections, l.connectionsPerAddress, l.sessions, l.sessionsPerAddress, l.headerCount,
-                    l.headerBytes, l.bodyBytes, l.handshakeTimeout, l.idleTimeout, l.sessionTimeout,
-                    l.orphanTimeout);
+    return std::tie(l.connections, l.connectionsPerAddress, l.sessions, l.sessionsPerAddress, l.talkers,
+                    l.headerCount, l.headerBytes, l.bodyBytes, l.handshakeTimeout, l.idleTimeout,
+                    l.sessionTimeout, l.orphanTimeout);
 }
 
 auto members(const StreamConfig& s)

@@ -129,6 +129,9 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             "sessions-per-address", "Sessions at once from one address.",
             [](Limits& l) -> int& { return l.sessionsPerAddress; }, 1, mostNumber),
         number<Limits>(
+            "talkers", "Sessions that may have talk-back set up at once; others get 453.",
+            [](Limits& l) -> int& { return l.talkers; }, 1, mostNumber),
+        number<Limits>(
             "header-count", "Header lines in one request.", [](Limits& l) -> int& { return l.headerCount; },
             8, 1000),
         number<Limits>(

@@ -37,11 +37,8 @@ bool ClientPresence::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
 {
     const std::int64_t heardMs = liveness_->lastHeardMs();
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (orphanedMs_ && heardMs < *orphanedMs_ + orphanGraceMs)
-    {
-        return nowMs - *orphanedMs_ >= orphanTimeoutMs;
-    }
-    return nowMs - heardMs >= sessionTimeoutMs;
+    const bool orphaned = orphanedMs_ && heardMs < *orphanedMs_ + orphanGraceMs;
+    return nowMs - heardMs >= sessionTimeoutMs || (orphaned && nowMs - *orphanedMs_ >= orphanTimeoutMs);
 }
 
 }  // namespace refhost

@@ -52,6 +52,22 @@ TEST(SharedOutput, MixedSoundGoesToThePlayerByTheClock)
     EXPECT_EQ(100, player.played.back());
 }
 
+TEST(SharedOutput, NoMoreTalkersAreAdmittedThanTheSettingsSay)
+{
+    TalkSettings settings = withPolicy(TalkPolicy::first);
+    settings.maxTalkers = 2;
+    SharedOutput output(settings);
+    const int talkers[3] = {};
+    EXPECT_TRUE(output.admit(&talkers[0]));
+    EXPECT_TRUE(output.admit(&talkers[1]));
+    EXPECT_TRUE(output.admit(&talkers[1])) << "it is in";
+    EXPECT_FALSE(output.admit(&talkers[2]));
+    output.pause(&talkers[0]);
+    EXPECT_FALSE(output.admit(&talkers[2]));
+    output.leave(&talkers[0]);
+    EXPECT_TRUE(output.admit(&talkers[2]));
+}
+
 TEST(SharedOutput, FailureOfThePlayerIsPassedOn)
 {
     SharedOutput output(withPolicy(TalkPolicy::first));

@@ -16,6 +16,7 @@
 #include "audioback/OVAudioBackDispatcherMgr.h"
 #include "refhost/audio/ClockedOutput.h"
 #include "refhost/audio/OutputPlayer.h"
+#include "refhost/audio/SharedOutput.h"
 #include "support/StatusCode.h"
 #include "tests/CapturedOutput.h"
 #include "tests/refhost/audio/TalkFakes.h"
@@ -241,6 +242,9 @@ TEST_F(TalkBackChurn, ServerThatStopsInMidTalkLeavesNothing)
 // The bound is a tenth of a core; sanitizers make code several times as slow.
 TEST_F(TalkBackChurn, FiftyPlayingSessionsCostTheWorkerLessThanATenthOfACore)
 {
+    TalkSettings settings;
+    settings.maxTalkers = 50;
+    SharedOutput::instance().configure(settings);
     auto output = std::make_unique<CapturedOutput>();
     std::vector<std::shared_ptr<Wire>> wires;
     for (int i = 0; i < 50; ++i)
@@ -274,6 +278,7 @@ TEST_F(TalkBackChurn, FiftyPlayingSessionsCostTheWorkerLessThanATenthOfACore)
     const long spent = ticksOf(worker) - before;
     manager_->stop();
     output.reset();
+    SharedOutput::instance().configure(TalkSettings());
     ASSERT_LE(0, before) << "the worker has its name";
     const double share = static_cast<double>(spent) / static_cast<double>(sysconf(_SC_CLK_TCK)) / seconds;
     RecordProperty("share_of_a_core_in_permille", static_cast<int>(share * 1000));

@@ -39,7 +39,7 @@ protected:
     const std::shared_ptr<std::vector<Decoded>> calls = std::make_shared<std::vector<Decoded>>();
     TalkReception reception{*backChannelOf("pcmu"), TalkSettings(),
                             TalkDepayloader::make(*backChannelOf("pcmu")),
-                            std::make_unique<FakeDecoder>(calls)};
+                            [made = calls] { return std::make_unique<FakeDecoder>(made); }};
     std::vector<std::int16_t> samples;
 };
 
@@ -172,7 +172,7 @@ TEST_F(TalkReceptionTest, APayloadThatBreaksItsCodecsRulesIsConcealedLater)
 {
     const SubMediaInfo track = *backChannelOf("aac");
     TalkReception aac(track, TalkSettings(), TalkDepayloader::make(track),
-                      std::make_unique<FakeDecoder>(calls));
+                      [this] { return std::make_unique<FakeDecoder>(calls); });
     RtpPacket packet;
     packet.payloadType = static_cast<std::uint8_t>(track.payloadType);
     packet.marker = true;
@@ -192,7 +192,7 @@ TEST_F(TalkReceptionTest, APacketOfCountlessUnitsIsDecodedOnlyAsFarAsAnOutputTak
 {
     const SubMediaInfo track = *backChannelOf("aac");
     TalkReception aac(track, TalkSettings(), TalkDepayloader::make(track),
-                      std::make_unique<FakeDecoder>(calls));
+                      [this] { return std::make_unique<FakeDecoder>(calls); });
     constexpr unsigned units = 1300;
     RtpPacket packet;
     packet.payloadType = static_cast<std::uint8_t>(track.payloadType);

@@ -16,6 +16,13 @@ namespace
 
 constexpr std::uint32_t talkerSsrc = 0x01020304;
 
+class WatchedDecoder : public FakeDecoder
+{
+public:
+    using FakeDecoder::FakeDecoder;
+    const std::shared_ptr<int> life = std::make_shared<int>();
+};
+
 /// One session with its client's wire.
 class Talk
 {
@@ -24,8 +31,12 @@ public:
         : calls(std::make_shared<std::vector<Decoded>>()),
           wire(std::make_shared<Wire>()),
           session(player, output, clock,
-                  [made = calls](const SubMediaInfo&, const PcmFormat&)
-                  { return std::make_unique<FakeDecoder>(made); })
+                  [made = calls, decoder = decoder](const SubMediaInfo&, const PcmFormat&)
+                  {
+                      auto fake = std::make_unique<WatchedDecoder>(made);
+                      *decoder = fake->life;
+                      return fake;
+                  })
     {
     }
 
@@ -63,7 +74,13 @@ public:
         return findings;
     }
 
+    bool hasDecoder() const
+    {
+        return !decoder->expired();
+    }
+
     const std::shared_ptr<std::vector<Decoded>> calls;
+    const std::shared_ptr<std::weak_ptr<int>> decoder = std::make_shared<std::weak_ptr<int>>();
     const std::shared_ptr<Wire> wire;
     TalkSession session;
 };
@@ -122,6 +139,39 @@ TEST_F(TalkSessionTest, SoundThatWaitsForAMissingPacketAsksForAnotherTurn)
     clock.advanceMs(40);
     EXPECT_EQ(0, talk->session.receive(fault));
     EXPECT_EQ((std::vector<std::int16_t>{1, -1, 3}), player_->played);
+}
+
+TEST_F(TalkSessionTest, ADecoderExistsFromTheFirstPacketThatIsHeardUntilThePause)
+{
+    const auto speaker = playingTalk();
+    const auto other = playingTalk();
+    EXPECT_FALSE(speaker->hasDecoder());
+    speaker->bring(1);
+    speaker->session.receive(fault);
+    EXPECT_TRUE(speaker->hasDecoder());
+    other->bring(1);
+    other->session.receive(fault);
+    EXPECT_FALSE(other->hasDecoder()) << "it does not have the output";
+    speaker->session.pause();
+    EXPECT_FALSE(speaker->hasDecoder());
+    other->bring(2);
+    EXPECT_EQ(0, other->session.receive(fault));
+    EXPECT_TRUE(other->hasDecoder());
+}
+
+TEST_F(TalkSessionTest, PacketsWithoutADecoderCountAsMalformed)
+{
+    TalkSession deaf(*handle, output, clock,
+                     [](const SubMediaInfo&, const PcmFormat&) { return std::unique_ptr<TalkDecoder>(); });
+    ASSERT_EQ(0, deaf.init(*backChannelOf("pcmu")));
+    const auto wire = std::make_shared<Wire>();
+    ASSERT_EQ(0, deaf.connect(SafePointer<IConnection>(new FakeTransport(wire))));
+    ASSERT_EQ(0, deaf.play());
+    const Bytes bytes = RtpPacket().bytes();
+    wire->listener.lock()->onRtp(bytes.data(), bytes.size());
+    EXPECT_EQ(audioDispatcherIdle, deaf.receive(fault));
+    EXPECT_EQ(1u, deaf.statistics().malformed);
+    EXPECT_TRUE(player_->played.empty());
 }
 
 TEST_F(TalkSessionTest, NothingIsTakenBeforePlayAndAfterPause)
@@ -183,10 +233,10 @@ TEST_F(TalkSessionTest, WithoutPlayerOrDecoderASessionIsRefused)
 {
     Talk mute(output, clock, SafePointer<IMediaPlayer>());
     EXPECT_EQ(hostTalkBackUnavailable, mute.prepare());
-    TalkSession deaf(*handle, output, clock,
-                     [](const SubMediaInfo&, const PcmFormat&) { return std::unique_ptr<TalkDecoder>(); });
-    EXPECT_EQ(hostTalkBackUnavailable, deaf.init(*backChannelOf("pcmu")));
     SubMediaInfo track = *backChannelOf("pcmu");
+    track.channels = 0;
+    EXPECT_EQ(hostTalkBackUnavailable, makeTalk()->session.init(track));
+    track.channels = 1;
     track.clockRate = 0;
     EXPECT_EQ(hostTalkBackUnavailable, makeTalk()->session.init(track));
 }

@@ -248,6 +248,26 @@ TEST_F(TalkBackTest, ASecondClientIsRefusedWhereThePolicySaysSo)
               200);
 }
 
+TEST_F(TalkBackTest, NoMoreSessionsTalkAtOnceThanTheSettingsSay)
+{
+    TalkSettings settings;
+    settings.maxTalkers = 3;
+    SharedOutput::instance().configure(settings);
+    start();
+    TestClient client(server->port());
+    std::string last;
+    for (int i = 0; i < 3; ++i)
+    {
+        const Received answer = client.request("SETUP", talkTrack(), std::string(tcp) + require);
+        ASSERT_EQ(answer.status, 200);
+        last = answer.session();
+    }
+    EXPECT_EQ(client.request("SETUP", talkTrack(), std::string(tcp) + require).status, 453);
+    EXPECT_EQ(server->sessionCount(), 3u);
+    EXPECT_EQ(client.request("TEARDOWN", url(), session(last)).status, 200);
+    EXPECT_EQ(client.request("SETUP", talkTrack(), std::string(tcp) + require).status, 200);
+}
+
 TEST_F(TalkBackTest, AGoneConnectionEndsIt)
 {
     start();
