@@ -135,6 +135,18 @@ inside systemctl stop ovrtspd.service
 [ "$((SECONDS - stopping))" -lt 10 ] || fault "the service took $((SECONDS - stopping)) s to end"
 same "how the service ended" "success" "$(unit Result)"
 
+# A wrong configuration does not get better by being tried again.
+inside cp -p "$config" /root/right.toml
+inside sed -i 's/^port = 8554$/port = "none"/' "$config"
+inside systemctl start ovrtspd.service || true
+for ((tries = 0; tries < 300; tries++)); do
+    case "$(unit SubState)" in failed | auto-restart) break ;; esac
+    sleep 0.1
+done
+same "the service with a wrong configuration" "failed 3 0" "$(unit SubState) $(unit ExecMainStatus) $(unit NRestarts)"
+inside cp -p /root/right.toml "$config"
+inside systemctl reset-failed ovrtspd.service
+
 # A service that the administrator disabled and a configuration that he removed do not come back.
 quietly inside systemctl disable ovrtspd.service
 inside rm "$config"
