@@ -1,6 +1,9 @@
 #include "refhost/CommandLine.h"
 
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <ostream>
 
@@ -25,6 +28,16 @@ struct Override
     const char* help;
     std::string value;
 };
+
+bool holdsPasswords(const ServerConfig& config)
+{
+    const auto inLocation = [](const StreamConfig& stream)
+    { return Log::maskUrl(stream.source.location) != stream.source.location; };
+    return !config.users.empty() ||
+           std::any_of(config.cameras.begin(), config.cameras.end(),
+                       [&](const CameraConfig& camera)
+                       { return std::any_of(camera.streams.begin(), camera.streams.end(), inLocation); });
+}
 
 std::string summary(const ServerConfig& config)
 {
@@ -71,6 +84,13 @@ bool CommandLine::readConfig(const std::string& file)
         return finish(exitConfig);
     }
     config_ = std::move(*result.config);
+    struct stat status
+    {
+    };
+    if (holdsPasswords(config_) && stat(file.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0)
+    {
+        err_ << file << ": warning: it holds passwords and everybody can read it: chmod o= " << file << '\n';
+    }
     return true;
 }
 

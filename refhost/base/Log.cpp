@@ -1,12 +1,19 @@
 #include "refhost/base/Log.h"
 
 #include <spdlog/logger.h>
-#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/base_sink.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <memory>
+#include <mutex>
+#include <vector>
+
+#include "refhost/base/LogLimiter.h"
+#include "refhost/base/LogWriter.h"
 
 namespace refhost
 {
@@ -38,14 +45,70 @@ spdlog::level::level_enum toSpdlog(Log::Level level)
     return spdlog::level::off;
 }
 
+// Writes to standard error, directly or through a LogWriter.
+class ErrorSink : public spdlog::sinks::base_sink<std::mutex>
+{
+public:
+    /// Takes effect with the next line; null: writes directly again.
+    void use(std::shared_ptr<LogWriter> writer)
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        writer_.swap(writer);
+    }
+
+    /// A line of the log's own form, for the writer's report.
+    std::string lineOf(Log::Level level, std::string_view text)
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        const spdlog::details::log_msg message("ovrtspd", toSpdlog(level),
+                                               spdlog::string_view_t(text.data(), text.size()));
+        spdlog::memory_buf_t line;
+        formatter_->format(message, line);
+        return std::string(line.data(), line.size());
+    }
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override
+    {
+        spdlog::memory_buf_t line;
+        formatter_->format(message, line);
+        if (writer_)
+        {
+            writer_->write(std::string(line.data(), line.size()));
+            return;
+        }
+        std::string_view rest(line.data(), line.size());
+        while (!rest.empty())
+        {
+            const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
+            if (written < 0 && errno != EINTR)
+            {
+                return;
+            }
+            rest.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
+        }
+    }
+
+    void flush_() override {}
+
+private:
+    std::shared_ptr<LogWriter> writer_;
+};
+
+// Never destroyed, as the logger.
+const std::shared_ptr<ErrorSink>& errorSink()
+{
+    static const auto* const sink = new std::shared_ptr<ErrorSink>(std::make_shared<ErrorSink>());
+    return *sink;
+}
+
 // Never destroyed: threads and static destructors may log until the process is gone.
 spdlog::logger& logger()
 {
     static spdlog::logger* const instance = []
     {
-        auto* made = new spdlog::logger("ovrtspd", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+        auto* made = new spdlog::logger("ovrtspd", errorSink());
         made->set_pattern("%Y-%m-%dT%H:%M:%S.%e%z %-7l [%t] %v");
-        made->flush_on(spdlog::level::trace);
         return made;
     }();
     return *instance;
@@ -66,6 +129,11 @@ void appendEscaped(std::string& out, char c)
     out += digits[byte & 15];
 }
 
+bool isSchemeCharacter(char c)
+{
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '+' || c == '-' || c == '.';
+}
+
 bool isWordCharacter(char c)
 {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
@@ -77,29 +145,58 @@ bool equalIgnoringCase(std::string_view a, std::string_view b)
                       [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
-bool isHostAndPort(std::string_view authority)
+// Where the URL whose authority starts at `position` ends: at the quote or bracket that closes what stands
+// before its scheme, otherwise at the next blank.
+std::size_t urlEnd(std::string_view text, std::size_t position)
 {
-    if (!authority.empty() && authority.front() == '[')
+    std::size_t scheme = position - 3;
+    while (scheme > 0 && isSchemeCharacter(text[scheme - 1]))
     {
-        return true;
+        --scheme;
     }
-    const std::size_t colon = authority.rfind(':');
-    return colon == std::string_view::npos ||
-           authority.find_first_not_of("0123456789", colon + 1) == std::string_view::npos;
+    std::size_t end = std::string_view::npos;
+    if (scheme > 0)
+    {
+        const char before = text[scheme - 1];
+        if (before == '"' || before == '\'')
+        {
+            end = text.find(before, position);
+        }
+        else if (before == '<')
+        {
+            end = text.find('>', position);
+        }
+    }
+    if (end == std::string_view::npos)
+    {
+        end = text.find_first_of(" \t\r\n", position);
+    }
+    return std::min(end, text.size());
 }
 
-// Length of the user information at the start of `rest`, which follows "://"; 0 when there is none. A
-// password with an unescaped '/' is found too: what stands before that '/' is then no host and port.
-std::size_t userInfoLength(std::string_view rest)
+// "[::1]" or "[::1]:554"
+bool isBracketedHost(std::string_view authority)
 {
-    const std::string_view url = rest.substr(0, rest.find_first_of(" \t\r\n\"'<>"));
+    const std::size_t close = authority.find(']');
+    return !authority.empty() && authority.front() == '[' && close != std::string_view::npos &&
+           authority.substr(1, close - 1).find_first_not_of("0123456789abcdefABCDEF:.") ==
+               std::string_view::npos &&
+           authority.find('@') == std::string_view::npos;
+}
+
+// Length of the user information at the start of `url`, which follows "://"; 0 when there is none. Passwords
+// with an unescaped '@', '/', '?' or '#' are found, too: in doubt everything up to the last '@' counts,
+// because a hidden host name costs less than a shown password.
+std::size_t userInfoLength(std::string_view url)
+{
+    const std::size_t at = url.rfind('@');
     const std::string_view authority = url.substr(0, url.find_first_of("/?#"));
-    std::size_t at = authority.rfind('@');
-    if (at == std::string_view::npos && !isHostAndPort(authority))
+    if (at == std::string_view::npos || isBracketedHost(authority))
     {
-        at = url.rfind('@');
+        return 0;
     }
-    return at == std::string_view::npos ? 0 : at;
+    const bool sure = authority.find('@') != std::string_view::npos;
+    return sure || url.substr(0, at).find(':') != std::string_view::npos ? at : 0;
 }
 
 // If a secret's value starts at `position` of `text`, its length, otherwise 0.
@@ -134,7 +231,7 @@ std::size_t secretLength(std::string_view text, std::size_t position)
 // At most `longest` bytes from the start of `text`, so cut that mask() still finds every secret in them.
 std::string cutForMasking(std::string_view text, std::size_t longest)
 {
-    constexpr std::string_view blanks = " \t\r\n\"'<>";
+    constexpr std::string_view blanks = " \t\r\n";
     if (text.size() <= longest)
     {
         return std::string(text);
@@ -151,6 +248,57 @@ std::string cutForMasking(std::string_view text, std::size_t longest)
     return std::string(kept);
 }
 
+// What Log::hide() was given.
+class HiddenTexts
+{
+public:
+    static HiddenTexts& instance()
+    {
+        // Never destroyed, as the logger.
+        static auto* const texts = new HiddenTexts;
+        return *texts;
+    }
+
+    void add(std::string_view text)
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (text.empty() || texts_->size() >= Log::maxHidden ||
+            std::find(texts_->begin(), texts_->end(), text) != texts_->end())
+        {
+            return;
+        }
+        auto more = std::make_shared<std::vector<std::string>>(*texts_);
+        more->emplace_back(text);
+        texts_ = std::move(more);
+    }
+
+    std::shared_ptr<const std::vector<std::string>> all() const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return texts_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::shared_ptr<const std::vector<std::string>> texts_ = std::make_shared<std::vector<std::string>>();
+};
+
+// The length of the text of `texts` that `rest` starts with, or 0.
+std::size_t lengthOfAny(const std::vector<std::string>& texts, std::string_view rest)
+{
+    const auto found =
+        std::find_if(texts.begin(), texts.end(),
+                     [rest](const std::string& text) { return rest.substr(0, text.size()) == text; });
+    return found == texts.end() ? 0 : found->size();
+}
+
+// Never destroyed, as the logger.
+LogLimiter& limiter()
+{
+    static auto* const instance = new LogLimiter(&Log::write);
+    return *instance;
+}
+
 bool startsAuthorization(std::string_view rest)
 {
     constexpr std::string_view name = "authorization:";
@@ -158,6 +306,29 @@ bool startsAuthorization(std::string_view rest)
 }
 
 }  // namespace
+
+Log::Background::Background()
+{
+    const auto lost = [](std::size_t count)
+    {
+        return errorSink()->lineOf(Level::warning,
+                                   fmt::format("{} lines of the log were lost: its output stalled", count));
+    };
+    try
+    {
+        errorSink()->use(std::make_shared<LogWriter>(STDERR_FILENO, lost));
+    }
+    catch (const std::system_error& error)
+    {
+        Log::warning("the log is written without a thread of its own: {}", error.what());
+    }
+}
+
+Log::Background::~Background()
+{
+    limiter().report(LogLimiter::Clock::time_point::max());
+    errorSink()->use(nullptr);
+}
 
 void Log::setLevel(Level level)
 {
@@ -235,12 +406,13 @@ std::string Log::mask(std::string_view text)
     constexpr std::string_view stars = "***";
     std::string out;
     out.reserve(text.size());
+    const auto hiddenTexts = HiddenTexts::instance().all();
     for (std::size_t i = 0; i < text.size();)
     {
-        std::size_t hidden = 0;
-        if (i >= 3 && text.substr(i - 3, 3) == "://")
+        std::size_t hidden = lengthOfAny(*hiddenTexts, text.substr(i));
+        if (hidden == 0 && i >= 3 && text.substr(i - 3, 3) == "://")
         {
-            hidden = userInfoLength(text.substr(i));
+            hidden = userInfoLength(text.substr(i, urlEnd(text, i) - i));
         }
         if (hidden == 0 && i > 0)
         {
@@ -267,20 +439,63 @@ std::string Log::mask(std::string_view text)
     return out;
 }
 
+std::string_view Log::userInfo(std::string_view url)
+{
+    const std::size_t mark = url.find("://");
+    const bool isUrl = mark != std::string_view::npos && mark > 0 &&
+                       std::all_of(url.begin(), url.begin() + mark, isSchemeCharacter);
+    if (!isUrl)
+    {
+        return {};
+    }
+    const std::string_view rest = url.substr(mark + 3);
+    return rest.substr(0, userInfoLength(rest));
+}
+
+std::string Log::maskUrl(std::string_view url)
+{
+    const std::string_view hidden = userInfo(url);
+    if (hidden.empty())
+    {
+        return mask(url);
+    }
+    const std::size_t begin = hidden.data() - url.data();
+    return std::string(url.substr(0, begin)) + "***" + mask(url.substr(begin + hidden.size()));
+}
+
+void Log::hide(std::string_view secret)
+{
+    HiddenTexts::instance().add(secret);
+}
+
 void Log::print(Level level, fmt::string_view format, fmt::format_args args)
 {
-    if (!enabled(level))
+    if (enabled(level))
     {
-        return;
+        write(level, formatted(format, args));
     }
+}
+
+bool Log::admitted(Level level, std::string_view kind)
+{
+    return enabled(level) && limiter().admit(level, kind, LogLimiter::Clock::now());
+}
+
+void Log::reportLimited()
+{
+    limiter().report(LogLimiter::Clock::now());
+}
+
+std::string Log::formatted(fmt::string_view format, fmt::format_args args)
+{
     // C++17 checks formats when they are used only; a faulty one must not end the program in a rare event.
     try
     {
-        write(level, fmt::vformat(format, args));
+        return fmt::vformat(format, args);
     }
     catch (const fmt::format_error&)
     {
-        write(level, std::string_view(format.data(), format.size()));
+        return std::string(format.data(), format.size());
     }
 }
 

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "refhost/base/Log.h"
+
 namespace refhost
 {
 namespace
@@ -137,6 +139,15 @@ std::vector<std::string> ServerConfig::warnings() const
     {
         for (const StreamConfig& stream : camera.streams)
         {
+            const bool isUrl = stream.source.kind == SourceConfig::Kind::rtsp;
+            if (isUrl &&
+                Log::userInfo(stream.source.location).find_first_of("@/?# \"<>") != std::string::npos)
+            {
+                found.push_back(
+                    "camera " + std::to_string(camera.id) + " stream " + std::to_string(stream.id) +
+                    ": user name and password in its location hold characters that a URL cannot "
+                    "hold there: write them percent-encoded, %40 for @, %2F for /, %3F for ?, %23 for #");
+            }
             const bool isPath = stream.source.kind == SourceConfig::Kind::file ||
                                 stream.source.kind == SourceConfig::Kind::v4l2;
             if (isPath && access(stream.source.location.c_str(), R_OK) != 0)

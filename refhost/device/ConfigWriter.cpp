@@ -65,7 +65,7 @@ public:
         }
         const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
         const bool masked = text != nullptr && text->kind == TextKind::location &&
-                            Log::mask(text->value(section_)) != text->value(section_);
+                            Log::maskUrl(text->value(section_)) != text->value(section_);
         return masked ? "  # credentials are masked: put them in" : "";
     }
 
@@ -98,7 +98,7 @@ private:
             return "\"…\"";
         }
         const std::string& text = setting.value(section_);
-        return quoted(setting.kind == TextKind::location ? Log::mask(text) : text);
+        return quoted(setting.kind == TextKind::location ? Log::maskUrl(text) : text);
     }
 
     static std::string permittedBy(const NumberSetting<Section>& setting)

@@ -10,6 +10,7 @@ Exchange::Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWrite
 
 ResponseWriter& Exchange::begin(RtspStatus status)
 {
+    status_ = status;
     writer_.begin(status, cseq);
     return writer_;
 }
@@ -37,6 +38,11 @@ void Exchange::answer(RtspStatus status)
 bool Exchange::answered() const
 {
     return answered_;
+}
+
+RtspStatus Exchange::status() const
+{
+    return status_;
 }
 
 void Exchange::addConnectionHeader()

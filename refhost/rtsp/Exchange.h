@@ -43,11 +43,14 @@ public:
     void answer(RtspStatus status);
 
     bool answered() const;
+    /// The status that begin() was given last; `rtspOk` before.
+    RtspStatus status() const;
 
 private:
     void addConnectionHeader();
 
     ResponseWriter& writer_;
+    RtspStatus status_ = rtspOk;
     bool answered_ = false;
 };
 

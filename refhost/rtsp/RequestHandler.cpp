@@ -2,8 +2,10 @@
 
 #include <array>
 #include <exception>
+#include <functional>
 #include <utility>
 
+#include "refhost/base/LibraryOutput.h"
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/RtspText.h"
 
@@ -76,9 +78,18 @@ RequestHandler::RequestHandler(FrontServices& services, ClientLink& link)
 RequestHandler::Result RequestHandler::handle(const RtspRequest& request, ResponseWriter& out, bool lastTry)
 {
     Exchange exchange(request, out, link_);
+    const std::function<std::string()> about = [&]
+    { return fmt::format("{}: {} of {}", link_.peer().text(), request.method, request.uri); };
+    const LibraryOutput::Context context(about);
     try
     {
-        return dispatch(exchange, lastTry);
+        const Result result = dispatch(exchange, lastTry);
+        if (exchange.answered() && exchange.status() == rtspNotFound)
+        {
+            Log::limited(Log::Level::info, "requests for what does not exist", "{}: {} of {}: not found",
+                         link_.peer().text(), Log::safe(request.method, 20), Log::safe(request.uri));
+        }
+        return result;
     }
     catch (const std::exception& error)
     {
@@ -192,7 +203,8 @@ bool RequestHandler::authorize(Exchange& exchange)
     }
     if (verdict == Authenticator::Verdict::denied && request.find("Authorization") != nullptr)
     {
-        Log::debug("{}: wrong credentials for {}", link_.peer().text(), Log::safe(request.uri));
+        Log::limited(Log::Level::info, "requests with wrong credentials", "{}: wrong credentials for {}",
+                     link_.peer().text(), Log::safe(request.uri));
     }
     ResponseWriter& out = exchange.begin(rtspUnauthorized);
     services_.authenticator.challenge(out, verdict == Authenticator::Verdict::stale);

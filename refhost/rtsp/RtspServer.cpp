@@ -267,6 +267,11 @@ bool RtspServer::acceptOne()
     }
     const SocketAddress peer(reinterpret_cast<const sockaddr*>(&address));
     const bool refused = !accepted_.take(peer.key());
+    if (refused)
+    {
+        Log::limited(Log::Level::warning, "connections refused",
+                     "{}: connection refused: too many, or too many of its address", peer.text());
+    }
     if (refused && !refused_.take(peer.key()))
     {
         ::close(descriptor);
@@ -290,7 +295,8 @@ void RtspServer::shedOne()
         }
     }
     spare_ = openSpare();
-    Log::warning("turned a client away: {}", std::strerror(reason));
+    Log::limited(Log::Level::warning, "connections without a descriptor", "connection refused: {}",
+                 std::strerror(reason));
     errno = reason;
 }
 
