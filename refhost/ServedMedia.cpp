@@ -8,6 +8,7 @@
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "playback/OVPlaybackControllerFactory.h"
+#include "refhost/description/DescriptionReadiness.h"
 #include "refhost/description/MulticastMediaUrl.h"
 #include "refhost/description/MulticastMediaUrlFactory.h"
 #include "refhost/live/LiveDispatcher.h"
@@ -75,22 +76,24 @@ MediaRoutes ServedMedia::routes(const DeviceInfoEx& device) const
     const auto second = makeFactory<OVLiveControllerFactory2>(device);
     if (liveController_ == "second")
     {
-        routes.addWithTalkBack("orv/live", second, firstPacketOfSession);
+        routes.addWithTalkBack("orv/live", second, firstPacketOfSession, DescriptionReadiness::live);
     }
     else
     {
-        routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(device), firstPacketOfStream);
+        routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(device), firstPacketOfStream,
+                               DescriptionReadiness::live);
     }
     if (liveController_ == "both")
     {
         // The codec takes a live URL wherever it begins.
-        routes.addWithTalkBack("second/orv/live", second, firstPacketOfSession);
+        routes.addWithTalkBack("second/orv/live", second, firstPacketOfSession, DescriptionReadiness::live);
     }
     routes.addMulticast(
         "orv/multicast",
         makeFactory<OVMulticastLiveControlerFactory>(device, MulticastMediaUrl::thirdPlatType),
-        firstPacketOfGroup);
-    routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(device));
+        firstPacketOfGroup, DescriptionReadiness::multicast);
+    routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(device),
+                       DescriptionReadiness::recorded);
     return routes;
 }
 

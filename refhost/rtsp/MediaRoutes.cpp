@@ -7,27 +7,30 @@ namespace refhost
 {
 
 void MediaRoutes::add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                      FirstPacketFunction firstPacket)
+                      FirstPacketFunction firstPacket, ReadyFunction ready)
 {
-    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false, false, nullptr});
+    routes_.push_back(
+        {std::move(prefix), factory, std::move(ready), std::move(firstPacket), false, false, nullptr});
 }
 
 void MediaRoutes::addWithTalkBack(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                                  FirstPacketFunction firstPacket)
+                                  FirstPacketFunction firstPacket, ReadyFunction ready)
 {
-    routes_.push_back({std::move(prefix), factory, std::move(firstPacket), false, true, nullptr});
+    routes_.push_back(
+        {std::move(prefix), factory, std::move(ready), std::move(firstPacket), false, true, nullptr});
 }
 
-void MediaRoutes::addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory)
+void MediaRoutes::addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
+                              ReadyFunction ready)
 {
-    routes_.push_back({std::move(prefix), factory, nullptr, true, false, nullptr});
+    routes_.push_back({std::move(prefix), factory, std::move(ready), nullptr, true, false, nullptr});
 }
 
 void MediaRoutes::addMulticast(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                               FirstPacketFunction firstPacket)
+                               FirstPacketFunction firstPacket, ReadyFunction ready)
 {
-    routes_.push_back(
-        {std::move(prefix), factory, std::move(firstPacket), false, false, std::make_shared<std::mutex>()});
+    routes_.push_back({std::move(prefix), factory, std::move(ready), std::move(firstPacket), false, false,
+                       std::make_shared<std::mutex>()});
 }
 
 bool MediaRoutes::multicast() const

@@ -18,6 +18,10 @@ namespace refhost
 using FirstPacketFunction =
     std::function<bool(const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)>;
 
+/// Whether a presentation can be described now. When it returns false the source starts, and ChangeSignal
+/// announces that asking again makes sense.
+using ReadyFunction = std::function<bool(const std::string& presentation)>;
+
 /// Which factory serves which family of URLs. Filled before the server starts, constant afterwards.
 class MediaRoutes
 {
@@ -26,6 +30,7 @@ public:
     {
         std::string prefix;
         SafePointer<IRTSPControllerFactory> factory;
+        ReadyFunction ready;              ///< asked before a controller is made; null: always
         FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo() tells
         bool recorded = false;            ///< has positions and speeds; otherwise live
         bool talkBack = false;            ///< its controllers take the sound that clients send
@@ -41,16 +46,17 @@ public:
 
     /// Serves presentations that begin with `prefix` and a slash ("orv/live" for "orv/live/1/0").
     void add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-             FirstPacketFunction firstPacket);
+             FirstPacketFunction firstPacket, ReadyFunction ready = nullptr);
     /// The same for presentations whose controllers take talk-back.
     void addWithTalkBack(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                         FirstPacketFunction firstPacket);
+                         FirstPacketFunction firstPacket, ReadyFunction ready = nullptr);
     /// The same for presentations that are recordings.
-    void addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory);
+    void addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
+                     ReadyFunction ready = nullptr);
 
     /// The same for presentations that are sent to multicast groups.
     void addMulticast(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                      FirstPacketFunction firstPacket);
+                      FirstPacketFunction firstPacket, ReadyFunction ready = nullptr);
 
     /// Whether some presentations are sent to multicast groups.
     bool multicast() const;

@@ -54,6 +54,11 @@ RtspStatus SessionVerbs::createController(const Exchange& exchange, bool talkBac
     {
         return rtspNotFound;
     }
+    if (route->ready && !route->ready(exchange.url.presentation))
+    {
+        notReady = true;
+        return rtspServiceUnavailable;
+    }
     out.emplace();
     const int code =
         route->factory->createMedia(exchange.url.presentation, *out, talkBack && route->talkBack);
