@@ -25,8 +25,8 @@ int LivePresentation::init(int thirdPlatType, const std::string& url, const Devi
 
 int LivePresentation::parse(int thirdPlatType, const std::string& url, std::string& key) const
 {
-    SafePointer<IMediaUrl> codec;
-    int result = ControllerCodec(form_.controllerName).create(thirdPlatType, url, codec);
+    ControllerCodec codec(form_.controllerName);
+    int result = codec.create(thirdPlatType, url);
     if (result != statusSuccess)
     {
         return result;
@@ -51,8 +51,8 @@ int LivePresentation::parse(int thirdPlatType, const std::string& url, std::stri
 int LivePresentation::describe(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out) const
 {
     // A failure is printed with the name of parseMediaUrl here too, deliberately.
-    SafePointer<IMediaUrl> codec;
-    int result = ControllerCodec(form_.controllerName).create(thirdPlatType, fields_.mediaUrl, codec);
+    ControllerCodec codec(form_.controllerName);
+    int result = codec.create(thirdPlatType, fields_.mediaUrl);
     if (result != statusSuccess)
     {
         return result;

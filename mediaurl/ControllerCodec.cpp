@@ -7,34 +7,36 @@
 
 ControllerCodec::ControllerCodec(const char* controllerName) : controllerName_(controllerName) {}
 
-int ControllerCodec::create(int thirdPlatType, const std::string& url, SafePointer<IMediaUrl>& codec) const
+int ControllerCodec::create(int thirdPlatType, const std::string& url)
 {
-    SafePointer<IMediaUrlFactory> factory;
-    if (!MediaUrlFactoryMap::getInstance()->lookup(thirdPlatType, factory))
+    if (!MediaUrlFactoryMap::getInstance()->lookup(thirdPlatType, factory_))
     {
         std::printf("##########%s::parseMediaUrl can not find the MediaUrlFactory of \"%s\"!!\n",
                     controllerName_, url.c_str());
         return statusRefused;
     }
-    return createBy(factory, codec);
+    return createCodec();
 }
 
-int ControllerCodec::createForRendering(int thirdPlatType, SafePointer<IMediaUrl>& codec) const
+int ControllerCodec::createForRendering(int thirdPlatType)
 {
-    SafePointer<IMediaUrlFactory> factory;
-    if (!MediaUrlFactoryMap::getInstance()->lookup(thirdPlatType, factory))
+    if (!MediaUrlFactoryMap::getInstance()->lookup(thirdPlatType, factory_))
     {
         std::printf("##########%s::MediaUrlFactoryMap::getInstance()->lookup MediaUrlFactory fail!!\n",
                     controllerName_);
         return statusRefused;
     }
-    return createBy(factory, codec);
+    return createCodec();
 }
 
-int ControllerCodec::createBy(const SafePointer<IMediaUrlFactory>& factory,
-                              SafePointer<IMediaUrl>& codec) const
+IMediaUrl* ControllerCodec::operator->() const
 {
-    const int result = factory->createMediaUrl(codec);
+    return codec_.operator->();
+}
+
+int ControllerCodec::createCodec()
+{
+    const int result = factory_->createMediaUrl(codec_);
     if (result != statusSuccess)
     {
         // The line says createMedia where the operation is createMediaUrl; who reads the output looks for it

@@ -52,8 +52,8 @@ int OVPlaybackController::initInstance(int thirdPlatType, const std::string& url
 
 int OVPlaybackController::parseMediaUrl(const std::string& url)
 {
-    SafePointer<IMediaUrl> codec;
-    int result = ControllerCodec(printedName).create(thirdPlatType_, url, codec);
+    ControllerCodec codec(printedName);
+    int result = codec.create(thirdPlatType_, url);
     if (result != statusSuccess)
     {
         return result;
@@ -78,8 +78,8 @@ int OVPlaybackController::parseMediaUrl(const std::string& url)
 
 int OVPlaybackController::createMediaInfo()
 {
-    SafePointer<IMediaUrl> codec;
-    int result = ControllerCodec(printedName).createForRendering(thirdPlatType_, codec);
+    ControllerCodec codec(printedName);
+    int result = codec.createForRendering(thirdPlatType_);
     if (result != statusSuccess)
     {
         return result;

@@ -14,6 +14,7 @@
 #include "tests/fakehost/FakeHost.h"
 #include "tests/fakehost/RefCountInspector.h"
 #include "tests/live/LiveForms.h"
+#include "tests/mediaurl/WatchedCodec.h"
 
 namespace
 {
@@ -397,4 +398,23 @@ TYPED_TEST(UnicastControllerFactories, ServeManyThreadsAtOnce)
         thread.join();
     }
     EXPECT_EQ(records, this->host_.recordsInUse());
+}
+
+TYPED_TEST(LiveControllerFactories, HoldTheCodecsFactoryUntilTheCodecHasParsedAndIsGone)
+{
+    WatchedCodec::registerUnder(scriptedType, WatchedCodec::whileParsing);
+    this->factory_.setThirdPlatType(scriptedType);
+    CapturedOutput output;
+    EXPECT_EQ(-6, this->factory_.createMedia("any", this->controller_, true)) << "rendering finds it no more";
+    EXPECT_EQ((Calls{"parse, factory lives", "codec gone", "factory gone"}), WatchedCodec::events());
+}
+
+TYPED_TEST(LiveControllerFactories, HoldTheCodecsFactoryUntilTheDescriptionIsMade)
+{
+    WatchedCodec::registerUnder(scriptedType, WatchedCodec::whileRendering);
+    this->factory_.setThirdPlatType(scriptedType);
+    EXPECT_EQ(0, this->factory_.createMedia("any", this->controller_, true));
+    EXPECT_EQ((Calls{"parse, factory lives", "codec gone", "render, factory lives", "type, factory lives",
+                     "codec gone", "factory gone"}),
+              WatchedCodec::events());
 }

@@ -10,6 +10,7 @@
 
 #include "tests/fakehost/FailingCalls.h"
 #include "tests/fakehost/RefCountInspector.h"
+#include "tests/mediaurl/WatchedCodec.h"
 #include "tests/playback/PlaybackControllerFixture.h"
 
 namespace
@@ -340,4 +341,25 @@ TEST_F(OVPlaybackControllerFactoryTest, ServesManyThreadsAtOnce)
         thread.join();
     }
     EXPECT_EQ(records, host_.recordsInUse());
+}
+
+TEST_F(OVPlaybackControllerFactoryTest, HoldsTheCodecsFactoryUntilTheCodecHasParsedAndIsGone)
+{
+    WatchedCodec::registerUnder(intervalType, WatchedCodec::whileParsing);
+    factory_.setThirdPlatType(intervalType);
+    SafePointer<IRTSPController> controller;
+    CapturedOutput output;
+    EXPECT_EQ(-6, factory_.createMedia("any", controller, true)) << "rendering finds it no more";
+    EXPECT_EQ((Calls{"parse, factory lives", "codec gone", "factory gone"}), WatchedCodec::events());
+}
+
+TEST_F(OVPlaybackControllerFactoryTest, HoldsTheCodecsFactoryUntilTheDescriptionIsMade)
+{
+    WatchedCodec::registerUnder(intervalType, WatchedCodec::whileRendering);
+    factory_.setThirdPlatType(intervalType);
+    SafePointer<IRTSPController> controller;
+    EXPECT_EQ(0, factory_.createMedia("any", controller, true));
+    EXPECT_EQ((Calls{"parse, factory lives", "codec gone", "render, factory lives", "type, factory lives",
+                     "codec gone", "factory gone"}),
+              WatchedCodec::events());
 }
