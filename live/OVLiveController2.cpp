@@ -56,7 +56,7 @@ int OVLiveController2::setup(const std::string& sessionId, const std::string& tr
 {
     const SafePointer<LiveDispatcherMgr> dispatcher = LiveDispatcherMgr::getInstance();
     int payloadSize = 0;
-    if (!PayloadSize::byTransport(connection->transportKind, *dispatcher.operator->(), payloadSize))
+    if (!PayloadSize::byTransport(connection->transportKind, dispatcher, payloadSize))
     {
         return statusRefused;
     }

@@ -173,7 +173,7 @@ int OVMulticastLiveController::setup(const std::string& sessionId, const std::st
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     int payloadSize = 0;
-    if (!PayloadSize::byTransport(connection->transportKind, *dispatcher.operator->(), payloadSize))
+    if (!PayloadSize::byTransport(connection->transportKind, dispatcher, payloadSize))
     {
         return statusRefused;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/Export.h"
+#include "support/SafePointer.h"
 
 /// How many bytes of RTP payload a packet may have, by the transport kind of its connection.
 class OV_INTERNAL PayloadSize
@@ -13,18 +14,20 @@ public:
     /// \returns true for the transport kinds that SETUP accepts
     static bool isKnownTransport(int transportKind);
 
-    /// Takes the size for UDP unicast, and only that, from the dispatcher's MTU.
+    /// Takes the size for UDP unicast, and only that, from the dispatcher's MTU: for every other kind the
+    /// handle may be empty.
     /// \tparam Dispatcher  has getMTUParam(), as LiveDispatcherMgr and RTPPlayBackDispacher do
     /// \param[out] bytes  the size; left as it was for an unknown kind
     /// \returns as isKnownTransport()
     template <class Dispatcher>
-    static bool byTransport(int transportKind, Dispatcher& dispatcher, int& bytes)
+    static bool byTransport(int transportKind, const SafePointer<Dispatcher>& dispatcher, int& bytes)
     {
         if (!isKnownTransport(transportKind))
         {
             return false;
         }
-        bytes = followsMtu(transportKind) ? withoutHeaders(dispatcher.getMTUParam().getMTUValue()) : standard;
+        bytes =
+            followsMtu(transportKind) ? withoutHeaders(dispatcher->getMTUParam().getMTUValue()) : standard;
         return true;
     }
 

@@ -8,8 +8,8 @@
 #include "support/SafePointer.h"
 
 /// A controller's codec for one use, found by the registry, and the factory that made it: both are held until
-/// the use is over, so that a factory that is unregistered meanwhile outlives its codec. The controller's name
-/// stands in what is printed when there is none.
+/// the use is over, so that a factory that is unregistered meanwhile outlives its codec. The controller's
+/// name stands in what is printed when there is none.
 class OV_INTERNAL ControllerCodec
 {
 public:

@@ -91,7 +91,7 @@ int OVPlayBack::setup(const std::string& sessionId, const std::string& trackId,
                       const SafePointer<IConnection>& connection)
 {
     int payloadSize = 0;
-    if (!PayloadSize::byTransport(connection->transportKind, *dispatcher_.operator->(), payloadSize))
+    if (!PayloadSize::byTransport(connection->transportKind, dispatcher_, payloadSize))
     {
         return statusRefused;
     }

@@ -5,6 +5,7 @@
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "playback/OVPlaybackController.h"
+#include "tests/CapturedOutput.h"
 #include "tests/abi/Layout.h"
 #include "tests/fakehost/FakeConnection.h"
 #include "tests/fakehost/FakeDescription.h"
@@ -96,4 +97,24 @@ TEST(Layout, PlaybackSessionFieldsStandInTheirOrder)
     session.pause("session", "trackID=0");
     EXPECT_FALSE(Layout::at(&session, &PlayBackMirror::firstTrackPlaying));
     EXPECT_TRUE(Layout::at(&session, &PlayBackMirror::secondTrackPlaying));
+}
+
+TEST(Layout, PlaybackSessionWithoutDispatcherThrowsOnlyWhereItAsksIt)
+{
+    OVPlayBack session;
+    session.setMediaInfo(FakeDescription::presentation(false));
+    // No operation leads here: only whoever writes the field can.
+    auto& dispatcher =
+        const_cast<SafePointer<RTPPlayBackDispacher>&>(Layout::at(&session, &PlayBackMirror::dispatcher));
+    dispatcher.dec_reference();
+    ASSERT_TRUE(dispatcher.isEmpty());
+    const auto setup = [&session](const char* trackId, int kind)
+    { return session.setup("session", trackId, SafePointer<IConnection>(new FakeConnection(kind))); };
+    CapturedOutput output;
+    EXPECT_EQ(-6, setup("trackID=0", 0));
+    EXPECT_EQ(-8, setup("no such track", 1));
+    EXPECT_EQ(-8, setup("no such track", 3));
+    EXPECT_EQ("", output.text());
+    EXPECT_THROW(setup("no such track", 2), OVRuntimeError);
+    EXPECT_THROW(setup("trackID=0", 1), OVRuntimeError);
 }

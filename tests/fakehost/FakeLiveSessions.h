@@ -8,4 +8,7 @@ public:
 
     /// Ends every session, drops every record and sets the MTU to the usual one, without a line in the log.
     static void clear();
+
+    /// Until clear(), LiveDispatcherMgr::getInstance() gives an empty handle, which a real host never does.
+    static void haveNoDispatcher();
 };

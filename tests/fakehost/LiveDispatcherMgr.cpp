@@ -53,6 +53,7 @@ struct State
     std::map<std::string, SafePointer<MulticastSessionParameter>> records;
     int lastSsrc = 3000;
     MTUParam mtu;
+    bool noDispatcher = false;
 
     static State& instance()
     {
@@ -100,6 +101,14 @@ void FakeLiveSessions::clear()
     state.sessions.clear();
     state.records.clear();
     state.mtu.setMTUValue(usualMtu);
+    state.noDispatcher = false;
+}
+
+void FakeLiveSessions::haveNoDispatcher()
+{
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    state.noDispatcher = true;
 }
 
 LiveDispatcherMgr::LiveDispatcherMgr() : impl_(nullptr)
@@ -112,6 +121,12 @@ LiveDispatcherMgr::~LiveDispatcherMgr() noexcept(false) = default;
 SafePointer<LiveDispatcherMgr> LiveDispatcherMgr::getInstance()
 {
     static SafePointer<LiveDispatcherMgr> instance(new LiveDispatcherMgr);
+    State& state = State::instance();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    if (state.noDispatcher)
+    {
+        return SafePointer<LiveDispatcherMgr>();
+    }
     return instance;
 }
 

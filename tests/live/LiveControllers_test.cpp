@@ -196,3 +196,62 @@ TYPED_TEST(UnicastLiveControllers, LeaveSessionInformationAsItWas)
     EXPECT_EQ(4, session.getStreamID());
     EXPECT_TRUE(session.getIsMulticastFlag());
 }
+
+namespace
+{
+
+/// The controllers on LiveDispatcherMgr, of which there is none here.
+template <class Form>
+class LiveControllersWithoutDispatcher : public LiveControllerFixture<Form>
+{
+protected:
+    ~LiveControllersWithoutDispatcher() noexcept override {}
+
+    void SetUp() override
+    {
+        LiveControllerFixture<Form>::SetUp();
+        FakeLiveSessions::haveNoDispatcher();
+    }
+
+    int setup(const std::string& trackId, int kind)
+    {
+        return this->controller_->setup(this->session_, trackId, this->connection(kind));
+    }
+
+    static constexpr const char* report = "SafePointer Report:17LiveDispatcherMgr Use NULL pointer ->\n";
+};
+
+using DispatcherForms = testing::Types<SecondForm, MulticastForm>;
+TYPED_TEST_SUITE(LiveControllersWithoutDispatcher, DispatcherForms);
+
+}  // namespace
+
+TYPED_TEST(LiveControllersWithoutDispatcher, RefuseUnknownTransportsAllTheSame)
+{
+    for (int kind : {0, 4, -1})
+    {
+        EXPECT_EQ(-6, this->setup(this->video_, kind)) << kind;
+    }
+}
+
+TYPED_TEST(LiveControllersWithoutDispatcher, FindATrackMissingByTransportsThatNeedNoMtu)
+{
+    for (int kind : {1, 3})
+    {
+        EXPECT_EQ(-8, this->setup("no such track", kind)) << kind;
+    }
+}
+
+TYPED_TEST(LiveControllersWithoutDispatcher, ThrowWhereTheMtuIsAskedFor)
+{
+    CapturedOutput output;
+    EXPECT_THROW(this->setup("no such track", 2), OVRuntimeError);
+    EXPECT_EQ(this->report, output.text());
+}
+
+TYPED_TEST(LiveControllersWithoutDispatcher, ThrowWhereTheSessionIsLookedUp)
+{
+    CapturedOutput output;
+    EXPECT_THROW(this->setup(this->video_, 1), OVRuntimeError);
+    EXPECT_EQ(this->report, output.text());
+}

@@ -198,3 +198,12 @@ TEST_F(OVLiveController2Test, StopOfTalkBackPrintsNoSuccess)
     EXPECT_EQ(std::string::npos, output.text().find("success"));
     EXPECT_EQ(0u, host_.callCount("LiveDispatcherMgr::deleteSessionConection"));
 }
+
+TEST_F(OVLiveController2Test, TalkBackNeedsNoLiveDispatcherButForTheMtu)
+{
+    FakeLiveSessions::haveNoDispatcher();
+    CapturedOutput output;
+    EXPECT_EQ(0, controller_->setup("one", talkBack_, connection(1)));
+    EXPECT_EQ(0, controller_->setup("two", talkBack_, connection(3)));
+    EXPECT_THROW(controller_->setup("three", talkBack_, connection(2)), OVRuntimeError);
+}
