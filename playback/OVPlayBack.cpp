@@ -55,12 +55,15 @@ int OVPlayBack::init(const DeviceInfoEx& device, const DeviceExAbility& ability,
     firstTrackId_ = names.getTrackIDByESStreamType(thirdPlatType, videoStream, false, encoderType);
     secondTrackId_ = names.getTrackIDByESStreamType(thirdPlatType, audioStream, false, encoderType);
 
+    // A copy, because a host's getters of it need not be const.
+    DeviceInfoEx recorder;
+    recorder = device;
     RecordInfo record;
     record.setCameraId(cameraId);
     record.setRecordBeginTime(static_cast<unsigned long>(recordBeginTime));
     record.setRecordEndTime(static_cast<unsigned long>(recordEndTime));
-    record.setDeviceId(device.getDeviceID());
-    record.setDeviceIP(device.getDeviceAddr().getIP());
+    record.setDeviceId(recorder.getDeviceID());
+    record.setDeviceIP(recorder.getDeviceAddr().getIP());
 
     const SafePointer<OVAVPlayBackSource> source(new OVAVPlayBackSource);
     source->setDeviceInfo(device);

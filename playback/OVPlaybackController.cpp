@@ -101,7 +101,7 @@ int OVPlaybackController::createMediaInfo()
     return result;
 }
 
-RecordInfo OVPlaybackController::recordInfo() const
+RecordInfo OVPlaybackController::recordInfo()
 {
     RecordInfo record;
     record.setCameraId(mediaUrlParam_.getCameraID());

@@ -81,7 +81,7 @@ public:
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc) override;
 
 private:
-    OV_INTERNAL RecordInfo recordInfo() const;
+    OV_INTERNAL RecordInfo recordInfo();
 
     OVMutex mutex_;
     DeviceInfoEx deviceInfo_;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/AllocationCounter.h"
 #include "tests/fakehost/FailingCalls.h"
 #include "tests/live/MulticastFixture.h"
 
@@ -73,6 +74,24 @@ TEST_F(MulticastSetup, SecondTrackOfAMemberAddsTheTrackAlone)
     EXPECT_EQ("[session] [trackID=0@any trackID=1@any]", record());
     ASSERT_EQ(0, setup(session_, video_));
     EXPECT_EQ("[session] [trackID=0@any trackID=1@any]", record()) << "a repeated setup adds nothing";
+}
+
+TEST_F(MulticastSetup, KnownTrackIsNotMadeAgain)
+{
+    OVMulticastLiveControlerFactory factory;
+    factory.setThirdPlatType(type);
+    SafePointer<IRTSPController> longUrl;
+    ASSERT_EQ(0, factory.createMedia(std::string(1000, 'x'), longUrl, true));
+    ASSERT_EQ(0, setup(session_, video_));
+    host_.recordCalls(false);
+    const auto allocationsOf = [this](const SafePointer<IRTSPController>& controller)
+    {
+        const SafePointer<IConnection> client = connection(3);
+        const AllocationCounter counter;
+        EXPECT_EQ(0, controller->setup(session_, video_, client));
+        return counter.count();
+    };
+    EXPECT_EQ(allocationsOf(controller_), allocationsOf(longUrl)) << "the URL is copied for nothing";
 }
 
 TEST_F(MulticastSetup, BackChannelIsATrackAsOthersAre)
