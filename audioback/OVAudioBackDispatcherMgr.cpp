@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "audioback/FailedSessions.h"
 #include "hostapi/base/OrvaneTime.h"
 #include "support/OVMutexManager.h"
 #include "support/StatusCode.h"
@@ -18,22 +19,7 @@ const long idleWaitMicroseconds = 300000;
 const long activeWaitMicroseconds = 10000;
 
 using BoundRun = bind_funcobj0<int, OVAudioBackDispatcherMgr>;
-
-function<int> emptyHook()
-{
-    return function<int>(new function_obj<int, int (*)()>(&GThread::emptyFun));
-}
-
-void waitFor(long microseconds)
-{
-    OrvaneTime::wait(OrvaneTime(0, microseconds));
-}
-
-bool keepsSession(int result)
-{
-    return result == statusSuccess || result == statusPlayerUnusable || result == audioDispatcherIdle ||
-           result == audioDispatcherAgain;
-}
+using EmptyHook = function_obj<int, int (*)()>;
 
 }  // namespace
 
@@ -49,8 +35,8 @@ OVAudioBackDispatcherMgr::OVAudioBackDispatcherMgr()
     mtuParam_.setMTUValue(defaultMtu);
     const function<int> body(new function_obj<int, BoundRun>(BoundRun{&OVAudioBackDispatcherMgr::run, this}));
     const std::string name(unit);
-    const function<int> before = emptyHook();
-    const function<int> after = emptyHook();
+    const function<int> before(new EmptyHook(&GThread::emptyFun));
+    const function<int> after(new EmptyHook(&GThread::emptyFun));
     thread_ = SafePointer<GThread>(new GThread(body, name, before, after));
 }
 
@@ -276,7 +262,7 @@ int OVAudioBackDispatcherMgr::run()
     }
     if (player == statusPlayerUnusable)
     {
-        waitFor(idleWaitMicroseconds);
+        OrvaneTime::wait(OrvaneTime(0, idleWaitMicroseconds));
         return statusSuccess;
     }
     const int media = recvAndPlayMediaData();
@@ -287,12 +273,12 @@ int OVAudioBackDispatcherMgr::run()
         {
             std::printf("OVAudioBackDispatcherMgr:: recvAndSendRTCPData() failed error = %d\n", rtcp);
         }
-        waitFor(activeWaitMicroseconds);
+        OrvaneTime::wait(OrvaneTime(0, activeWaitMicroseconds));
         return statusSuccess;
     }
     if (media == audioDispatcherAgain)
     {
-        waitFor(activeWaitMicroseconds);
+        OrvaneTime::wait(OrvaneTime(0, activeWaitMicroseconds));
         return statusSuccess;
     }
     // The output failed: no wait, so that the next iteration opens it again.
@@ -354,7 +340,7 @@ int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
     OVMutexManager guard(mutex_, unit, __LINE__);
     // One flag for the whole pass, deliberately: once set, the next session with a result ends the pass.
     bool playerFault = false;
-    std::vector<std::string> failed;
+    FailedSessions failed;
     for (const auto& session : sessions_)
     {
         if (!session.second->isPlaying())
@@ -374,37 +360,34 @@ int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
             playerOpened_ = false;
             return statusPlayerUnusable;
         }
-        if (!keepsSession(result))
-        {
-            failed.push_back(session.first);
-        }
+        failed.note(session.first, result);
     }
-    if (failed.empty())
+    if (failed.ids().empty())
     {
         return statusSuccess;
     }
-    removeSessions(failed);
+    removeSessions(failed.ids());
     std::printf("OVAudioBackDispatcherMgr::recvAndPlayMediaData erase recv error  num is:%d\n",
-                static_cast<int>(failed.size()));
+                static_cast<int>(failed.ids().size()));
     return statusSuccess;
 }
 
 int OVAudioBackDispatcherMgr::recvAndSendRTCPData()
 {
     OVMutexManager guard(mutex_, unit, __LINE__);
-    std::vector<std::string> failed;
+    FailedSessions failed;
     for (const auto& session : sessions_)
     {
-        if (session.second->isPlaying() && !keepsSession(session.second->recvAndSendRTCPData()))
+        if (session.second->isPlaying())
         {
-            failed.push_back(session.first);
+            failed.note(session.first, session.second->recvAndSendRTCPData());
         }
     }
-    if (!failed.empty())
+    if (!failed.ids().empty())
     {
-        removeSessions(failed);
+        removeSessions(failed.ids());
         std::printf("OVAudioBackDispatcherMgr::recvAndSendRTCPData erase recv error num is:%d\n",
-                    static_cast<int>(failed.size()));
+                    static_cast<int>(failed.ids().size()));
     }
     return statusSuccess;
 }

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "support/Export.h"
+
+/// Collects the sessions whose dispatcher failed for good in one pass of the talk-back worker, which removes
+/// them after the pass.
+class OV_INTERNAL FailedSessions
+{
+public:
+    /// Notes a session unless its dispatcher's code lets it stay.
+    void note(const std::string& sessionId, int code);
+
+    /// In the order in which they were noted.
+    const std::vector<std::string>& ids() const
+    {
+        return ids_;
+    }
+
+private:
+    std::vector<std::string> ids_;
+};
