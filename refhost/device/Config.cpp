@@ -45,9 +45,9 @@ auto members(const TalkBackConfig& t)
 
 auto members(const ServerConfig& s)
 {
-    return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.users, s.limits, s.rtpPort,
-                    s.segmentationOffload, s.gopCache, s.linger, s.cameras, s.talkBack, s.multicast,
-                    s.liveController, s.mtu, s.recording);
+    return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.digestWithoutQop, s.users, s.limits,
+                    s.rtpPort, s.segmentationOffload, s.gopCache, s.linger, s.cameras, s.talkBack,
+                    s.multicast, s.liveController, s.mtu, s.recording);
 }
 
 }  // namespace

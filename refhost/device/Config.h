@@ -124,6 +124,7 @@ struct ServerConfig
     int threads = 0;                ///< event loops; 0: one for each core, at most 4
     std::string logLevel = "info";  ///< trace, debug, info, warning, error or off
     std::string realm = "ovrtspd";
+    bool digestWithoutQop = true;  ///< take Digest answers without qop, which can be replayed for a minute
     std::vector<UserConfig> users;
     LimitsConfig limits;
     TalkBackConfig talkBack;

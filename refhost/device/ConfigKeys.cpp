@@ -86,6 +86,11 @@ const std::vector<ConfigKey<ServerConfig>>& serverKeys()
         text<Server>(
             "realm", "Realm of the authentication, as players show it.",
             [](Server& s) -> std::string& { return s.realm; }, TextKind::quotable),
+        flag<Server>(
+            "digest-without-qop",
+            "Take Digest answers without qop, as some clients send them. Each can be replayed from its "
+            "client's address for a minute; false refuses them.",
+            [](Server& s) -> bool& { return s.digestWithoutQop; }),
         flag<Server>("segmentation-offload",
                      "Send an access unit's UDP packets in one system call (UDP GSO) where the system can.",
                      [](Server& s) -> bool& { return s.segmentationOffload; }),

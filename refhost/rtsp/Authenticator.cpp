@@ -45,8 +45,9 @@ bool namesTheSame(std::string_view requestUri, std::string_view digestUri)
 
 }  // namespace
 
-Authenticator::Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock)
-    : realm_(std::move(realm)), nonces_(std::move(clock))
+Authenticator::Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock,
+                             bool digestWithoutQop)
+    : realm_(std::move(realm)), digestWithoutQop_(digestWithoutQop), nonces_(std::move(clock))
 {
     for (const UserConfig& user : users)
     {
@@ -60,17 +61,17 @@ bool Authenticator::enabled() const
     return !users_.empty();
 }
 
-Authenticator::Verdict Authenticator::check(std::string_view method, std::string_view uri,
-                                            std::string_view authorization)
+Authenticator::Decision Authenticator::check(std::string_view method, std::string_view uri,
+                                             std::string_view authorization, const Client& client)
 {
     if (!enabled())
     {
-        return Verdict::granted;
+        return {Verdict::granted, {}};
     }
     const std::size_t blank = authorization.find(' ');
     if (blank == std::string_view::npos)
     {
-        return Verdict::denied;
+        return {};
     }
     const std::string_view scheme = authorization.substr(0, blank);
     const std::string_view rest = RtspText::trim(authorization.substr(blank));
@@ -78,16 +79,17 @@ Authenticator::Verdict Authenticator::check(std::string_view method, std::string
     {
         return checkBasic(rest);
     }
-    return RtspText::equalsIgnoringCase(scheme, "Digest") ? checkDigest(method, uri, rest) : Verdict::denied;
+    return RtspText::equalsIgnoringCase(scheme, "Digest") ? checkDigest(method, uri, rest, client)
+                                                          : Decision();
 }
 
-Authenticator::Verdict Authenticator::checkBasic(std::string_view credentials) const
+Authenticator::Decision Authenticator::checkBasic(std::string_view credentials) const
 {
     const std::string pair = decodeBase64(credentials);
     const std::size_t colon = pair.find(':');
     if (colon == std::string::npos)
     {
-        return Verdict::denied;
+        return {};
     }
     const std::string name = pair.substr(0, colon);
     const auto user = users_.find(name);
@@ -96,16 +98,17 @@ Authenticator::Verdict Authenticator::checkBasic(std::string_view credentials) c
     const std::string_view wanted =
         user == users_.end() ? nobodysSecret : std::string_view(user->second.sha256);
     const bool same = DigestAuth::equalInConstantTime(given, wanted);
-    return same && user != users_.end() ? Verdict::granted : Verdict::denied;
+    return same && user != users_.end() ? Decision{Verdict::granted, user->first} : Decision();
 }
 
-Authenticator::Verdict Authenticator::checkDigest(std::string_view method, std::string_view uri,
-                                                  std::string_view parameters)
+Authenticator::Decision Authenticator::checkDigest(std::string_view method, std::string_view uri,
+                                                   std::string_view parameters, const Client& client)
 {
     DigestAuth::Answer answer;
-    if (!DigestAuth::parse(parameters, answer) || answer.realm != realm_ || !namesTheSame(uri, answer.uri))
+    if (!DigestAuth::parse(parameters, answer) || answer.realm != realm_ || !namesTheSame(uri, answer.uri) ||
+        (answer.qop.empty() && !digestWithoutQop_))
     {
-        return Verdict::denied;
+        return {};
     }
     const auto user = users_.find(std::string(answer.username));
     std::string_view secret = nobodysSecret;
@@ -116,27 +119,29 @@ Authenticator::Verdict Authenticator::checkDigest(std::string_view method, std::
     const std::string wanted = DigestAuth::expected(answer, secret, method);
     if (!DigestAuth::equalInConstantTime(answer.response, wanted) || user == users_.end())
     {
-        return Verdict::denied;
+        return {};
     }
     std::uint64_t count = 0;
     std::from_chars(answer.nonceCount.data(), answer.nonceCount.data() + answer.nonceCount.size(), count, 16);
     if (!answer.qop.empty() && count == 0)
     {
-        return Verdict::denied;
+        return {};
     }
-    return nonces_.use(answer.nonce, count) ? Verdict::granted : Verdict::stale;
+    return nonces_.use(answer.nonce, count, client) ? Decision{Verdict::granted, user->first}
+                                                    : Decision{Verdict::stale, {}};
 }
 
-void Authenticator::challenge(ResponseWriter& out, bool stale) const
+void Authenticator::challenge(ResponseWriter& out, bool stale, const Client& client) const
 {
-    const std::string nonce = nonces_.issue();
-    for (const std::string_view algorithm : {"SHA-256", "MD5"})
+    const std::string nonce = nonces_.issue(client);
+    for (const std::string_view algorithm : {"MD5", "SHA-256", "MD5"})
     {
         out.beginHeader("WWW-Authenticate");
         std::string& text = out.text();
-        text.append("Digest realm=\"").append(realm_).append("\", nonce=\"").append(nonce);
-        text.append("\", algorithm=").append(algorithm).append(", qop=\"auth\"");
+        text.append("Digest realm=\"").append(realm_).append("\", nonce=\"").append(nonce).append("\"");
+        // Behind the nonce: clients that scan for fixed texts look for it there.
         text.append(stale ? ", stale=true" : "");
+        text.append(", algorithm=").append(algorithm).append(", qop=\"auth\"");
         out.endHeader();
     }
     out.beginHeader("WWW-Authenticate");

@@ -25,19 +25,35 @@ public:
         stale  ///< the password was right but the nonce is used up: ask again, without asking the user
     };
 
+    using Client = NonceBook::Client;
+
+    struct Decision
+    {
+        Verdict verdict = Verdict::denied;
+        /// Who asks, where `verdict` is `granted`; empty without users. Lives as long as the authenticator.
+        std::string_view user;
+    };
+
     /// Without users everybody is granted.
-    Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock);
+    /// \param digestWithoutQop  whether Digest answers without qop are taken; they can be replayed from their
+    ///                          client's address for NonceBook::uncountedMs
+    Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock,
+                  bool digestWithoutQop = true);
 
     bool enabled() const;
 
     /// \param method         of the request
     /// \param uri            of the request; a Digest answer must name it, or the same presentation
     /// \param authorization  value of the Authorization header; empty when there is none
-    Verdict check(std::string_view method, std::string_view uri, std::string_view authorization);
+    /// \param client         where the request came from
+    Decision check(std::string_view method, std::string_view uri, std::string_view authorization,
+                   const Client& client);
 
-    /// Adds the WWW-Authenticate lines of a 401: SHA-256, MD5, Basic, in this order, because some clients
-    /// take the first Digest that they read and others the last, and only the former know SHA-256.
-    void challenge(ResponseWriter& out, bool stale) const;
+    /// Adds the WWW-Authenticate lines of a 401: Digest MD5, Digest SHA-256, Digest MD5 again, Basic. Some
+    /// clients take the first Digest and others the last, and both kinds often compute MD5 only; clients that
+    /// choose the strongest find SHA-256.
+    /// \param client  whom the nonce is for
+    void challenge(ResponseWriter& out, bool stale, const Client& client) const;
 
 private:
     struct Secret
@@ -46,10 +62,12 @@ private:
         std::string sha256;
     };
 
-    Verdict checkBasic(std::string_view credentials) const;
-    Verdict checkDigest(std::string_view method, std::string_view uri, std::string_view parameters);
+    Decision checkBasic(std::string_view credentials) const;
+    Decision checkDigest(std::string_view method, std::string_view uri, std::string_view parameters,
+                         const Client& client);
 
     const std::string realm_;
+    const bool digestWithoutQop_;
     std::unordered_map<std::string, Secret> users_;
     NonceBook nonces_;
 };

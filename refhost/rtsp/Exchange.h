@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "refhost/rtsp/ClientLink.h"
@@ -30,6 +31,8 @@ public:
     RtspUrl url;
     /// What the request insists on; without unknown features once a verb handles it.
     RequireHeader require;
+    /// Who authenticated; empty without users, and for requests that need no credentials.
+    std::string user;
     /// The request's CSeq; empty until it was found to be a number.
     std::string_view cseq;
     /// False to have the connection ended after the response.

@@ -12,7 +12,7 @@ FrontServices::FrontServices(const ServerConfig& config, MediaRoutes mediaRoutes
       clock(std::move(monotonicClock)),
       routes(std::move(mediaRoutes)),
       sessions(limits),
-      authenticator(config.users, config.realm, clock),
+      authenticator(config.users, config.realm, clock, config.digestWithoutQop),
       sdp(static_cast<std::uint64_t>(std::time(nullptr))),
       udpIsIpv6(config.listen.find(':') != std::string::npos)
 {

@@ -10,21 +10,22 @@ namespace refhost
 
 LinkSessions::LinkSessions(FrontServices& services, ClientLink& link) : services_(services), link_(link) {}
 
-std::shared_ptr<RtspSession> LinkSessions::find(const RtspRequest& request)
+std::shared_ptr<RtspSession> LinkSessions::find(const Exchange& exchange)
 {
-    auto session = services_.sessions.find(SessionHeader::id(request.value("Session")));
-    if (session != nullptr)
+    auto session = services_.sessions.find(SessionHeader::id(exchange.request.value("Session")));
+    if (session == nullptr || !session->owner().admits(link_.peer().key(), exchange.user))
     {
-        use(session);
-        session->heard(link_.serial(), services_.clock());
+        return nullptr;
     }
+    use(session);
+    session->heard(link_.serial(), services_.clock());
     return session;
 }
 
 /// Answers by itself where there is no such session, or the URL is not of its presentation.
 std::shared_ptr<RtspSession> LinkSessions::of(Exchange& exchange)
 {
-    auto session = find(exchange.request);
+    auto session = find(exchange);
     if (session == nullptr)
     {
         exchange.answer(rtspSessionNotFound);

@@ -20,8 +20,8 @@ public:
     LinkSessions(FrontServices& services, ClientLink& link);
 
     /// Finds the session that the request names and notes that it was heard.
-    /// \returns null when the request names none, or one that does not exist
-    std::shared_ptr<RtspSession> find(const RtspRequest& request);
+    /// \returns null when the request names none, or one that does not exist or is another client's
+    std::shared_ptr<RtspSession> find(const Exchange& exchange);
 
     /// The same for a verb that needs a session of the URL's presentation; answers by itself where there is
     /// none.

@@ -9,31 +9,45 @@
 #include <unordered_map>
 
 #include "refhost/rtsp/MonotonicClock.h"
+#include "refhost/rtsp/SocketAddress.h"
 
 namespace refhost
 {
 
-/// Issues the nonces of Digest authentication and sees to it that no answer is used twice.
+/// Issues the nonces of Digest authentication and limits where, how long and how often each can be used.
 ///
-/// A nonce proves by itself when it was issued and that it was issued here (it carries its time and a keyed
-/// hash of it), so that asking for challenges costs no memory. Only nonces that were used with the right
-/// password are remembered, and of these the newest `rememberedMost`; older ones count as expired.
-/// Threads: any; one lock of its own.
+/// A nonce proves by itself when, to which address and on which connection it was issued (it carries its time
+/// and keyed hashes), so that challenges cost no memory. It is good from that address alone. Answers that
+/// count their uses are taken once each. Answers that do not count cannot be told from replayed ones: they
+/// are taken on the connection of their nonce, which nobody else can write to, and for `uncountedMs`
+/// elsewhere. Only nonces that were used with a count and the right password are remembered, and of these the
+/// newest `rememberedMost`; older ones count as expired. Threads: any; one lock of its own.
 class NonceBook
 {
 public:
+    /// Whom a nonce is issued to, and who uses it.
+    struct Client
+    {
+        SocketAddress::Key address{};
+        std::uint64_t connection = 0;  ///< serial of the RTSP connection
+    };
+
     static constexpr std::int64_t lifetimeMs = 10 * 60 * 1000;
+    /// How long a client that does not count may use a nonce on other connections.
+    static constexpr std::int64_t uncountedMs = 60 * 1000;
     static constexpr std::size_t rememberedMost = 4096;
 
     explicit NonceBook(MonotonicClock clock);
 
     /// A new nonce: hexadecimal text that nobody can guess.
-    std::string issue() const;
+    std::string issue(const Client& client) const;
 
     /// Takes one use of a nonce whose answer was right.
     /// \param nonceCount  the client's count of its uses, from 1 on; 0 when the client does not count
-    /// \returns false when the nonce is not ours or expired, or this count was used before or is far behind
-    bool use(std::string_view nonce, std::uint64_t nonceCount);
+    /// \returns false when the nonce is not ours, expired or another client's, or this count was used before
+    /// or
+    ///          is far behind
+    bool use(std::string_view nonce, std::uint64_t nonceCount, const Client& client);
 
     std::size_t remembered() const;
 
@@ -44,8 +58,12 @@ private:
         std::uint64_t seen = 0;  // bit n: highest - n was used
     };
 
-    std::string sign(std::string_view text) const;
-    bool isFresh(std::string_view nonce, std::int64_t& issuedMs) const;
+    std::string addressSignature(std::string_view text, const Client& client) const;
+    std::string connectionSignature(std::string_view text, const Client& client) const;
+    std::string sign(std::string_view text, const void* binding, std::size_t size) const;
+    bool isIssuedTo(std::string_view nonce, const Client& client) const;
+    bool isOfConnection(std::string_view nonce, const Client& client) const;
+    bool useCounted(const std::string& nonce, std::uint64_t nonceCount, std::int64_t issuedMs);
     void remember(const std::string& nonce);
 
     const MonotonicClock clock_;

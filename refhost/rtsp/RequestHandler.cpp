@@ -105,7 +105,7 @@ RequestHandler::Result RequestHandler::handle(const RtspRequest& request, Respon
 
 RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry)
 {
-    const bool admitted = std::exchange(admitted_, false);
+    const std::optional<std::string> admitted = std::exchange(admitted_, std::nullopt);
     if (!accept(exchange, admitted))
     {
         return exchange.keepsConnection ? Result::answered : Result::answeredLast;
@@ -123,7 +123,7 @@ RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry
             result = verbs_.setup(exchange, lastTry);
             break;
         case Method::play:
-            result = playing_.play(exchange, {admitted, lastTry});
+            result = playing_.play(exchange, {admitted.has_value(), lastTry});
             break;
         case Method::pause:
             playing_.pause(exchange);
@@ -140,14 +140,14 @@ RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry
     }
     if (result == VerbResult::notReady)
     {
-        admitted_ = true;
+        admitted_ = exchange.user;
         return Result::notReady;
     }
     return exchange.keepsConnection ? Result::answered : Result::answeredLast;
 }
 
 /// Checks what every request must fulfil, and answers one that does not.
-bool RequestHandler::accept(Exchange& exchange, bool admitted)
+bool RequestHandler::accept(Exchange& exchange, const std::optional<std::string>& admitted)
 {
     const RtspRequest& request = exchange.request;
     exchange.keepsConnection = !RtspText::equalsIgnoringCase(request.value("Connection"), "close");
@@ -188,33 +188,48 @@ bool RequestHandler::accept(Exchange& exchange, bool admitted)
         return false;
     }
     // Everybody may ask what the server can do; clients probe with it before they know that they must log in.
+    if (method == Method::options && request.find("Session") == nullptr)
+    {
+        return true;
+    }
     // A request that had to wait comes in again with credentials that were good once and are used up by now.
-    return method == Method::options || admitted || authorize(exchange);
+    if (admitted)
+    {
+        exchange.user = *admitted;
+        return true;
+    }
+    return authorize(exchange);
 }
 
 bool RequestHandler::authorize(Exchange& exchange)
 {
     const RtspRequest& request = exchange.request;
-    const Authenticator::Verdict verdict =
-        services_.authenticator.check(request.method, request.uri, request.value("Authorization"));
-    if (verdict == Authenticator::Verdict::granted)
+    const Authenticator::Decision decision =
+        services_.authenticator.check(request.method, request.uri, request.value("Authorization"), client());
+    if (decision.verdict == Authenticator::Verdict::granted)
     {
+        exchange.user = decision.user;
         return true;
     }
-    if (verdict == Authenticator::Verdict::denied && request.find("Authorization") != nullptr)
+    if (decision.verdict == Authenticator::Verdict::denied && request.find("Authorization") != nullptr)
     {
         Log::limited(Log::Level::info, "requests with wrong credentials", "{}: wrong credentials for {}",
                      link_.peer().text(), Log::safe(request.uri));
     }
     ResponseWriter& out = exchange.begin(rtspUnauthorized);
-    services_.authenticator.challenge(out, verdict == Authenticator::Verdict::stale);
+    services_.authenticator.challenge(out, decision.verdict == Authenticator::Verdict::stale, client());
     exchange.send();
     return false;
 }
 
+Authenticator::Client RequestHandler::client() const
+{
+    return {link_.peer().key(), link_.serial()};
+}
+
 void RequestHandler::options(Exchange& exchange)
 {
-    const auto session = sessions_.find(exchange.request);
+    const auto session = sessions_.find(exchange);
     if (session == nullptr && exchange.request.find("Session") != nullptr)
     {
         exchange.answer(rtspSessionNotFound);
@@ -233,7 +248,7 @@ void RequestHandler::options(Exchange& exchange)
 void RequestHandler::parameters(Exchange& exchange)
 {
     const RtspRequest& request = exchange.request;
-    const auto session = sessions_.find(request);
+    const auto session = sessions_.find(exchange);
     if (session == nullptr && request.find("Session") != nullptr)
     {
         exchange.answer(rtspSessionNotFound);

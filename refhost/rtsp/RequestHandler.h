@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include "refhost/rtsp/Exchange.h"
 #include "refhost/rtsp/FrontServices.h"
@@ -55,7 +57,7 @@ public:
 
 private:
     Result dispatch(Exchange& exchange, bool lastTry);
-    bool accept(Exchange& exchange, bool admitted);
+    bool accept(Exchange& exchange, const std::optional<std::string>& admitted);
     bool authorize(Exchange& exchange);
     void options(Exchange& exchange);
     void parameters(Exchange& exchange);
@@ -66,7 +68,10 @@ private:
     LinkSessions sessions_;
     SessionVerbs verbs_;
     PlayVerbs playing_;
-    bool admitted_ = false;  ///< the next request is one that was let in before and had to wait
+    Authenticator::Client client() const;
+
+    /// Who asks in the next request, where it is one that was let in before and had to wait.
+    std::optional<std::string> admitted_;
 };
 
 }  // namespace refhost

@@ -26,12 +26,12 @@ std::optional<SharedStream> sharedBy(SafePointer<IRTSPController> controller, co
 
 RtspSession::RtspSession(std::string id, std::string presentation,
                          const SafePointer<IRTSPController>& controller, const MediaRoutes::Route& route,
-                         const SocketAddress::Key& client, std::int64_t nowMs)
+                         SessionOwner owner, std::int64_t nowMs)
     : id_(std::move(id)),
       presentation_(std::move(presentation)),
       firstPacket_(route.firstPacket),
       recorded_(route.recorded),
-      client_(client),
+      owner_(std::move(owner)),
       presence_(nowMs),
       shared_(sharedBy(controller, route)),
       together_(route.together),
@@ -65,9 +65,9 @@ const std::string& RtspSession::presentation() const
     return presentation_;
 }
 
-const SocketAddress::Key& RtspSession::client() const
+const SessionOwner& RtspSession::owner() const
 {
-    return client_;
+    return owner_;
 }
 
 const SharedStream* RtspSession::shared() const

@@ -19,8 +19,8 @@
 #include "refhost/rtsp/PlayOrder.h"
 #include "refhost/rtsp/RecordedPlay.h"
 #include "refhost/rtsp/RtspStatus.h"
+#include "refhost/rtsp/SessionOwner.h"
 #include "refhost/rtsp/SharedStream.h"
-#include "refhost/rtsp/SocketAddress.h"
 #include "refhost/rtsp/TransportHold.h"
 #include "support/SafePointer.h"
 
@@ -74,7 +74,7 @@ public:
     using AnswerPlay = std::function<void(const Played& played)>;
 
     RtspSession(std::string id, std::string presentation, const SafePointer<IRTSPController>& controller,
-                const MediaRoutes::Route& route, const SocketAddress::Key& client, std::int64_t nowMs);
+                const MediaRoutes::Route& route, SessionOwner owner, std::int64_t nowMs);
     ~RtspSession() noexcept(false);
     RtspSession(const RtspSession&) = delete;
     RtspSession& operator=(const RtspSession&) = delete;
@@ -90,7 +90,7 @@ public:
     bool replays(bool required);
     /// What the session shares with others; null where its packets are its own.
     const SharedStream* shared() const;
-    const SocketAddress::Key& client() const;
+    const SessionOwner& owner() const;
     std::shared_ptr<SessionLiveness> liveness() const;
 
     /// Sets a track up, or changes the way of one that does not play: its former way ends first, also when
@@ -170,7 +170,7 @@ private:
     const std::string presentation_;
     const FirstPacketFunction firstPacket_;
     const bool recorded_;
-    const SocketAddress::Key client_;
+    const SessionOwner owner_;
     ClientPresence presence_;
     std::atomic<bool> replays_{false};
 

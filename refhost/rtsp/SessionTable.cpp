@@ -66,10 +66,10 @@ SessionTable::~SessionTable()
 
 std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
                                                   const SafePointer<IRTSPController>& controller,
-                                                  const MediaRoutes::Route& route,
-                                                  const SocketAddress::Key& client, std::int64_t nowMs)
+                                                  const MediaRoutes::Route& route, const SessionOwner& owner,
+                                                  std::int64_t nowMs)
 {
-    if (!quota_.take(client))
+    if (!quota_.take(owner.address()))
     {
         return nullptr;
     }
@@ -80,7 +80,7 @@ std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
             std::uint64_t number = 0;
             fillRandom(&number, sizeof number);
             auto session =
-                std::make_shared<RtspSession>(textOf(number), presentation, controller, route, client, nowMs);
+                std::make_shared<RtspSession>(textOf(number), presentation, controller, route, owner, nowMs);
             std::unique_lock<std::mutex> lock(mutex_);
             if (sessions_.emplace(number, session).second)
             {
@@ -93,7 +93,7 @@ std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
     }
     catch (...)
     {
-        quota_.giveBack(client);
+        quota_.giveBack(owner.address());
         throw;
     }
 }
@@ -121,7 +121,7 @@ void SessionTable::end(const std::shared_ptr<RtspSession>& session)
     }
     if (taken)
     {
-        quota_.giveBack(session->client());
+        quota_.giveBack(session->owner().address());
     }
     session->end();
     if (taken)
@@ -139,7 +139,7 @@ void SessionTable::endAll()
     }
     for (const auto& [number, session] : all)
     {
-        quota_.giveBack(session->client());
+        quota_.giveBack(session->owner().address());
         session->end();
     }
 }

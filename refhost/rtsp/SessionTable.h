@@ -26,7 +26,7 @@ public:
     /// \returns null when a limit is reached
     std::shared_ptr<RtspSession> create(std::string presentation,
                                         const SafePointer<IRTSPController>& controller,
-                                        const MediaRoutes::Route& route, const SocketAddress::Key& client,
+                                        const MediaRoutes::Route& route, const SessionOwner& owner,
                                         std::int64_t nowMs);
 
     /// \returns null for an id that no session has

@@ -135,7 +135,7 @@ SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
     std::shared_ptr<RtspSession> session;
     if (exchange.request.find("Session") != nullptr)
     {
-        session = sessions_.find(exchange.request);
+        session = sessions_.find(exchange);
         if (session == nullptr || session->presentation() != exchange.url.presentation)
         {
             exchange.answer(session == nullptr ? rtspSessionNotFound : rtspAggregateNotAllowed);
@@ -178,8 +178,8 @@ RtspStatus SessionVerbs::createSession(Exchange& exchange, std::shared_ptr<RtspS
         return status;
     }
     const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
-    out = services_.sessions.create(exchange.url.presentation, *controller, *route, link_.peer().key(),
-                                    services_.clock());
+    out = services_.sessions.create(exchange.url.presentation, *controller, *route,
+                                    {link_.peer().key(), exchange.user}, services_.clock());
     return out == nullptr ? rtspServiceUnavailable : rtspOk;
 }
 

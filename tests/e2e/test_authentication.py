@@ -60,14 +60,15 @@ def test_curl_with_a_wrong_password(server):
     assert body == b""
 
 
-def test_challenges_offer_sha256_md5_and_basic(server):
+def test_challenges_offer_md5_first_then_sha256_and_basic_last(server):
     with RtspClient(server.url()) as client:
         client.socket.sendall(f"DESCRIBE {server.url()} RTSP/1.0\r\nCSeq: 1\r\n\r\n".encode())
         answer = client.socket.recv(65536).decode()
     assert answer.startswith("RTSP/1.0 401 ")
     challenges = [line for line in answer.split("\r\n") if line.lower().startswith("www-authenticate:")]
-    assert any("Digest" in line and "SHA-256" in line for line in challenges)
-    assert any("Digest" in line and "SHA-256" not in line for line in challenges)
+    assert "Digest" in challenges[0] and "algorithm=MD5" in challenges[0]
+    assert "Digest" in challenges[1] and "algorithm=SHA-256" in challenges[1]
+    assert challenges[-1] == 'WWW-Authenticate: Basic realm="ovrtspd"'
     assert all('qop="auth"' in line for line in challenges if "Digest" in line)
 
 

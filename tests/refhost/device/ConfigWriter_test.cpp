@@ -41,6 +41,7 @@ ServerConfig withEverythingChanged()
     config.threads = 3;
     config.logLevel = "trace";
     config.realm = "somewhere else";
+    config.digestWithoutQop = false;
     config.segmentationOffload = false;
     config.gopCache = false;
     config.linger = 0;

@@ -14,6 +14,9 @@ using Algorithm = DigestAuth::Algorithm;
 using Verdict = Authenticator::Verdict;
 
 constexpr const char* url = "rtsp://h/orv/live/1/0";
+constexpr Authenticator::Client here{{1}, 7};
+constexpr Authenticator::Client hereAgain{{1}, 8};  // the same address, another connection
+constexpr Authenticator::Client elsewhere{{2}, 9};
 
 class AuthenticatorTest : public testing::Test
 {
@@ -23,7 +26,7 @@ protected:
     {
         ResponseWriter writer;
         writer.begin(rtspUnauthorized, "1");
-        authenticator_.challenge(writer, stale);
+        authenticator_.challenge(writer, stale, here);
         challenge_ = std::string(writer.finish());
         const std::size_t at = challenge_.find("nonce=\"") + 7;
         return challenge_.substr(at, challenge_.find('"', at) - at);
@@ -45,6 +48,12 @@ protected:
         return "Digest " + text + ", response=\"" + DigestAuth::expected(parsed, secret, "DESCRIBE") + "\"";
     }
 
+    Verdict check(const std::string& uri, const std::string& header,
+                  const Authenticator::Client& client = here)
+    {
+        return authenticator_.check("DESCRIBE", uri, header, client).verdict;
+    }
+
     SteppedClock time_;
     Authenticator authenticator_{{{"admin", "secret"}, {"other", "p:w"}}, "here", time_.clock()};
     std::string challenge_;
@@ -54,37 +63,37 @@ TEST_F(AuthenticatorTest, WithoutUsersEverybodyIsGranted)
 {
     Authenticator open({}, "here", time_.clock());
     EXPECT_FALSE(open.enabled());
-    EXPECT_EQ(open.check("DESCRIBE", url, ""), Verdict::granted);
+    EXPECT_EQ(open.check("DESCRIBE", url, "", here).verdict, Verdict::granted);
 }
 
-TEST_F(AuthenticatorTest, OffersSha256ThenMd5ThenBasic)
+TEST_F(AuthenticatorTest, OffersMd5FirstAndLastOfDigestAndBasicLast)
 {
     const std::string nonce = challenge();
-    const std::size_t sha256 = challenge_.find("Digest realm=\"here\", nonce=\"" + nonce +
-                                               "\", algorithm=SHA-256, qop=\"auth\"\r\n");
-    const std::size_t md5 =
-        challenge_.find("Digest realm=\"here\", nonce=\"" + nonce + "\", algorithm=MD5, qop=\"auth\"\r\n");
-    const std::size_t basic = challenge_.find("WWW-Authenticate: Basic realm=\"here\"\r\n");
-    ASSERT_NE(sha256, std::string::npos);
-    ASSERT_NE(md5, std::string::npos);
-    ASSERT_NE(basic, std::string::npos);
-    EXPECT_LT(sha256, md5);
-    EXPECT_LT(md5, basic);
+    const auto digest = [&nonce](const std::string& algorithm, const std::string& stale = {})
+    {
+        return "WWW-Authenticate: Digest realm=\"here\", nonce=\"" + nonce + "\"" + stale +
+               ", algorithm=" + algorithm + ", qop=\"auth\"\r\n";
+    };
+    const std::string basic = "WWW-Authenticate: Basic realm=\"here\"\r\n";
+    EXPECT_NE(challenge_.find(digest("MD5") + digest("SHA-256") + digest("MD5") + basic), std::string::npos)
+        << challenge_;
     EXPECT_EQ(challenge_.find("stale"), std::string::npos);
-    challenge(true);
-    EXPECT_NE(challenge_.find(", stale=true\r\n"), std::string::npos);
+}
+
+TEST_F(AuthenticatorTest, SaysStaleRightBehindTheNonceWhereSimpleClientsLook)
+{
+    const std::string nonce = challenge(true);
+    EXPECT_NE(challenge_.find("nonce=\"" + nonce + "\", stale=true, algorithm=MD5"), std::string::npos);
 }
 
 TEST_F(AuthenticatorTest, GrantsTheRightPasswordByEveryMethod)
 {
     const std::string nonce = challenge();
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, "Basic YWRtaW46c2VjcmV0"), Verdict::granted);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, "basic  b3RoZXI6cDp3"), Verdict::granted);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001")),
-              Verdict::granted);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::sha256, nonce, "00000002")),
-              Verdict::granted);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "")), Verdict::granted);
+    EXPECT_EQ(check(url, "Basic YWRtaW46c2VjcmV0"), Verdict::granted);
+    EXPECT_EQ(check(url, "basic  b3RoZXI6cDp3"), Verdict::granted);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000001")), Verdict::granted);
+    EXPECT_EQ(check(url, answer(Algorithm::sha256, nonce, "00000002")), Verdict::granted);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "")), Verdict::granted);
 }
 
 TEST_F(AuthenticatorTest, DeniesEverythingElse)
@@ -97,47 +106,83 @@ TEST_F(AuthenticatorTest, DeniesEverythingElse)
           std::string("Digest username=\"admin\""), answer(Algorithm::md5, nonce, "00000001", "wrong"),
           answer(Algorithm::sha256, nonce, "00000001", "wrong"), answer(Algorithm::md5, nonce, "00000000")})
     {
-        EXPECT_EQ(authenticator_.check("DESCRIBE", url, header), Verdict::denied) << header;
+        EXPECT_EQ(check(url, header), Verdict::denied) << header;
     }
-    EXPECT_EQ(authenticator_.check("PLAY", url, answer(Algorithm::md5, nonce, "00000001")), Verdict::denied)
+    EXPECT_EQ(authenticator_.check("PLAY", url, answer(Algorithm::md5, nonce, "00000001"), here).verdict,
+              Verdict::denied)
         << "the answer was for another method";
+}
+
+TEST_F(AuthenticatorTest, NamesTheUserWhomItGrants)
+{
+    const std::string nonce = challenge();
+    EXPECT_EQ(authenticator_.check("DESCRIBE", url, "Basic b3RoZXI6cDp3", here).user, "other");
+    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001"), here).user,
+              "admin");
+    EXPECT_EQ(
+        authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000002", "wrong"), here).user,
+        "");
+}
+
+TEST_F(AuthenticatorTest, AnAnswerIsGoodFromTheAddressOfItsChallengeAlone)
+{
+    const std::string nonce = challenge();
+    for (const char* const count : {"", "00000001"})
+    {
+        EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, count), elsewhere), Verdict::stale) << count;
+        EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, count), here), Verdict::granted) << count;
+    }
+}
+
+TEST_F(AuthenticatorTest, AnAnswerWithoutQopIsGoodOnItsConnectionAndForAMinuteOnOthers)
+{
+    const std::string header = answer(Algorithm::md5, challenge(), "");
+    EXPECT_EQ(check(url, header, hereAgain), Verdict::granted);
+    time_.advance(NonceBook::uncountedMs);
+    EXPECT_EQ(check(url, header, hereAgain), Verdict::stale);
+    EXPECT_EQ(check(url, header, here), Verdict::granted);
+}
+
+TEST_F(AuthenticatorTest, AnswersWithoutQopCanBeRefused)
+{
+    Authenticator strict({{"admin", "secret"}}, "here", time_.clock(), false);
+    ResponseWriter writer;
+    writer.begin(rtspUnauthorized, "1");
+    strict.challenge(writer, false, here);
+    const std::string text(writer.finish());
+    const std::size_t at = text.find("nonce=\"") + 7;
+    const std::string nonce = text.substr(at, text.find('"', at) - at);
+    EXPECT_EQ(strict.check("DESCRIBE", url, answer(Algorithm::md5, nonce, ""), here).verdict,
+              Verdict::denied);
+    EXPECT_EQ(strict.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001"), here).verdict,
+              Verdict::granted);
 }
 
 TEST_F(AuthenticatorTest, AReplayedAnswerIsStale)
 {
     const std::string header = answer(Algorithm::md5, challenge(), "00000001");
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, header), Verdict::granted);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, header), Verdict::stale);
+    EXPECT_EQ(check(url, header), Verdict::granted);
+    EXPECT_EQ(check(url, header), Verdict::stale);
 }
 
 TEST_F(AuthenticatorTest, AnExpiredOrForeignNonceIsStaleOnlyWithTheRightPassword)
 {
     const std::string nonce = challenge();
     time_.advance(NonceBook::lifetimeMs);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001")),
-              Verdict::stale);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, "mine", "00000001")),
-              Verdict::stale);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001", "wrong")),
-              Verdict::denied);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000001")), Verdict::stale);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, "mine", "00000001")), Verdict::stale);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000001", "wrong")), Verdict::denied);
 }
 
 TEST_F(AuthenticatorTest, TheAnswerMustNameTheRequestsResource)
 {
     const std::string nonce = challenge();
     const std::string track = std::string(url) + "/trackID=0";
-    EXPECT_EQ(authenticator_.check("DESCRIBE", track, answer(Algorithm::md5, nonce, "00000001")),
-              Verdict::granted)
+    EXPECT_EQ(check(track, answer(Algorithm::md5, nonce, "00000001")), Verdict::granted)
         << "a client may name the presentation";
-    EXPECT_EQ(authenticator_.check("DESCRIBE", std::string(url) + "/?x=y",
-                                   answer(Algorithm::md5, nonce, "00000002")),
-              Verdict::granted);
-    EXPECT_EQ(
-        authenticator_.check("DESCRIBE", "rtsp://h/orv/live/1/1", answer(Algorithm::md5, nonce, "00000003")),
-        Verdict::denied);
-    EXPECT_EQ(
-        authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000004", "secret", track)),
-        Verdict::denied);
+    EXPECT_EQ(check(std::string(url) + "/?x=y", answer(Algorithm::md5, nonce, "00000002")), Verdict::granted);
+    EXPECT_EQ(check("rtsp://h/orv/live/1/1", answer(Algorithm::md5, nonce, "00000003")), Verdict::denied);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000004", "secret", track)), Verdict::denied);
 }
 
 }  // namespace

@@ -184,6 +184,24 @@ TEST_F(RtspServerTest, ASessionTimesOutUnlessKeptAliveByRtsp)
     EXPECT_EQ(client.request("PLAY", url(), session(kept)).status, 200);
 }
 
+TEST_F(RtspServerTest, ASessionDoesNotExistForOtherAddresses)
+{
+    start();
+    TestClient client(server->port());
+    const std::string id = setUpTcp(client, 1);
+    EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
+    TestClient other(server->port(), 0, AF_INET, "127.0.0.2");
+    for (const char* const method :
+         {"OPTIONS", "PLAY", "PAUSE", "GET_PARAMETER", "SET_PARAMETER", "TEARDOWN"})
+    {
+        EXPECT_EQ(other.request(method, url(), session(id)).status, 454) << method;
+    }
+    EXPECT_EQ(other.request("SETUP", track(url(), 1), tcp + session(id)).status, 454);
+    TestClient again(server->port());
+    EXPECT_EQ(again.request("PAUSE", url(), session(id)).status, 200) << "another connection of the same";
+    EXPECT_EQ(again.request("TEARDOWN", url(), session(id)).status, 200);
+}
+
 // Transports tell the real time, so the server's clock begins behind it here: a report that comes when the
 // session is nearly over counts from the real now.
 TEST_F(RtspServerTest, RtcpKeepsASessionAlive)

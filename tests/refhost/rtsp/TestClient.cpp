@@ -77,12 +77,18 @@ std::uint32_t Received::ssrc() const
     return number(payload, 8, 4);
 }
 
-TestClient::TestClient(int port, int receiveBuffer, int family)
+TestClient::TestClient(int port, int receiveBuffer, int family, const char* from)
     : descriptor_(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     if (receiveBuffer > 0)
     {
         setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+    }
+    if (from != nullptr)
+    {
+        UdpAddress local;
+        EXPECT_TRUE(UdpAddress::parse(from, local));
+        EXPECT_EQ(::bind(descriptor_, local.get(), local.size()), 0) << std::strerror(errno);
     }
     const UdpAddress address = loopback(family, port);
     EXPECT_EQ(::connect(descriptor_, address.get(), address.size()), 0) << std::strerror(errno);

@@ -45,7 +45,8 @@ struct Received
 class TestClient
 {
 public:
-    explicit TestClient(int port, int receiveBuffer = 0, int family = AF_INET);
+    /// \param from  the local IPv4 address to connect from; null: the system's choice
+    explicit TestClient(int port, int receiveBuffer = 0, int family = AF_INET, const char* from = nullptr);
     ~TestClient();
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;
