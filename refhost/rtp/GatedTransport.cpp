@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "refhost/base/HostClock.h"
+#include "refhost/rtp/RtcpReader.h"
+#include "refhost/rtp/RtpReader.h"
 
 namespace refhost
 {
@@ -34,6 +36,11 @@ void TransportInbox::onTransportReady()
 
 void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
 {
+    RtcpFindings ignored;
+    if (!RtcpReader::read(data, size, 0, ignored))
+    {
+        return;
+    }
     heard();
     if (const auto target = listener())
     {
@@ -43,6 +50,10 @@ void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
 
 void TransportInbox::onRtp(const std::uint8_t* data, std::size_t size)
 {
+    if (!RtpReader::hasHeader(data, size))
+    {
+        return;
+    }
     heard();
     if (const auto target = listener())
     {

@@ -70,7 +70,7 @@ bool RtcpReader::read(const std::uint8_t* data, std::size_t size, std::uint32_t 
         const std::size_t length =
             (static_cast<std::size_t>(data[at + 2]) << 8U | data[at + 3]) * 4 + headerSize;
         const bool report = type == senderReport || type == receiverReport;
-        if (size - at < length || (at == 0 && !report) || (padded && at + length != size))
+        if (size - at < length || (at == 0 && (!report || padded)) || (padded && at + length != size))
         {
             return false;
         }

@@ -35,7 +35,8 @@ public:
     /// Reads a whole compound packet.
     /// \param ssrc           the sender whose reception reports are looked for
     /// \param[out] findings  filled on success, otherwise left as it was
-    /// \returns false when the packet is malformed (RFC 3550, appendix A.2)
+    /// \returns false when the packet is malformed: every check of RFC 3550, appendix A.2, and blocks that do
+    ///          not fit their report
     static bool read(const std::uint8_t* data, std::size_t size, std::uint32_t ssrc, RtcpFindings& findings);
 };
 

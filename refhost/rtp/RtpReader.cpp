@@ -12,9 +12,14 @@ constexpr std::size_t extensionHeader = 4;
 
 }  // namespace
 
+bool RtpReader::hasHeader(const std::uint8_t* data, std::size_t size)
+{
+    return size >= fixedHeader && data[0] >> 6U == 2;
+}
+
 bool RtpReader::read(const std::uint8_t* data, std::size_t size, RtpPacketView& out)
 {
-    if (size < fixedHeader || data[0] >> 6U != 2)
+    if (!hasHeader(data, size))
     {
         return false;
     }

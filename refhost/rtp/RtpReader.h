@@ -22,6 +22,9 @@ struct RtpPacketView
 class RtpReader
 {
 public:
+    /// Whether the packet has the fixed header of RTP version 2.
+    static bool hasHeader(const std::uint8_t* data, std::size_t size);
+
     /// Reads a whole packet: contributing sources and a header extension are stepped over, padding is taken
     /// off.
     /// \param[out] out  filled on success, otherwise left as it was

@@ -220,8 +220,9 @@ TEST_F(InterleavedTransportTest, AGoneConnectionCountsAsClosed)
 
 TEST_F(InterleavedTransportTest, ReportsFromTheClientAreHandedOnAndShowThatItLives)
 {
-    EXPECT_EQ(0, liveness->lastHeardMs());
-    const Bytes report(8, 1);
+    transport->receivedRtcp(Bytes(8, 1).data(), 8);
+    EXPECT_EQ(0, liveness->lastHeardMs()) << "that was none";
+    const Bytes report = {0x80, 201, 0, 1, 1, 1, 1, 1};
     transport->receivedRtcp(report.data(), report.size());
     ASSERT_EQ(1U, listener->rtcp.size());
     EXPECT_EQ(report, listener->rtcp[0]);

@@ -127,6 +127,7 @@ TEST(RtcpReader, RefusesMalformedPackets)
         {"31 blocks in an empty report", {0x9f, 201, 0, 1, 1, 1, 1, 1}},
         {"no room for the SSRC", {0x80, 201, 0, 0}},
         {"a sender report without its numbers", {0x80, 200, 0, 1, 1, 1, 1, 1}},
+        {"padding in the first packet", {0xa0, 201, 0, 2, 1, 1, 1, 1, 0, 0, 0, 4}},
         {"padding before the last packet", emptyReport + padded + name},
         {"a torn second packet", emptyReport + Bytes{0x81, 203}},
         {"a second packet of version 0", emptyReport + Bytes{0x01, 203, 0, 1, 1, 1, 1, 1}},

@@ -99,6 +99,18 @@ private:
     UdpAddress bound_;
 };
 
+/// An empty receiver report of a client's.
+Bytes reportBy(std::uint8_t client)
+{
+    return {0x80, 201, 0, 1, 0, 0, 0, client};
+}
+
+/// An RTP packet with one byte of payload.
+Bytes packetBy(std::uint8_t client)
+{
+    return {0x80, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, client, client};
+}
+
 struct RtcpListener : TransportListener
 {
     void onTransportReady() override {}
@@ -278,14 +290,40 @@ TEST(UdpServer, ReportsGoToTheTransportOfTheirSender)
     transport->setListener(listener);
     otherTransport->setListener(other);
 
-    stranger.sendTo(server->rtcpPort(), Bytes{9});
-    first.sendTo(server->rtcpPort(), Bytes{1, 2});
-    second.sendTo(server->rtcpPort(), Bytes{3});
+    stranger.sendTo(server->rtcpPort(), reportBy(9));
+    first.sendTo(server->rtcpPort(), reportBy(1));
+    second.sendTo(server->rtcpPort(), reportBy(3));
     ASSERT_TRUE(waitReadable(server->rtcpDescriptor()));
     server->onRtcpReadable();
-    EXPECT_EQ((std::vector<Bytes>{{1, 2}}), listener->rtcp);
-    EXPECT_EQ((std::vector<Bytes>{{3}}), other->rtcp);
+    EXPECT_EQ((std::vector<Bytes>{reportBy(1)}), listener->rtcp);
+    EXPECT_EQ((std::vector<Bytes>{reportBy(3)}), other->rtcp);
     EXPECT_GT(liveness->lastHeardMs(), 0);
+}
+
+TEST(UdpServer, WhatIsNoRtcpOrRtpKeepsNothingAlive)
+{
+    const auto server = openServer();
+    const ClientSocket client("127.0.0.1");
+    const auto liveness = std::make_shared<SessionLiveness>();
+    const auto listener = std::make_shared<RtcpListener>();
+    auto transport = server->makeTransport(client.storage(), client.port(), client.port(), liveness);
+    transport->setListener(listener);
+    transport->takeRtp();
+    const Bytes padded = {0xa0, 201, 0, 2, 0, 0, 0, 1, 0, 0, 0, 4};
+    const Bytes feedbackAlone = {0x81, 206, 0, 2, 1, 1, 1, 1, 2, 2, 2, 2};
+    for (const Bytes& packet : {Bytes{1}, Bytes(8, 0xff), packetBy(1), padded, feedbackAlone})
+    {
+        client.sendTo(server->rtcpPort(), packet);
+    }
+    client.sendTo(server->rtpPort(), Bytes(100, 0));
+    client.sendTo(server->rtpPort(), Bytes{0x80, 0});
+    ASSERT_TRUE(waitReadable(server->rtcpDescriptor()));
+    server->onRtcpReadable();
+    ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
+    server->onRtpReadable();
+    EXPECT_TRUE(listener->rtcp.empty());
+    EXPECT_TRUE(listener->rtp.empty());
+    EXPECT_EQ(0, liveness->lastHeardMs());
 }
 
 TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
@@ -304,18 +342,18 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
     viewing->setListener(other);
     (*talking)->takeRtp();
 
-    viewer.sendTo(server->rtpPort(), Bytes{7});
-    stranger.sendTo(server->rtpPort(), Bytes{8});
+    viewer.sendTo(server->rtpPort(), packetBy(7));
+    stranger.sendTo(server->rtpPort(), packetBy(8));
     talker.sendTo(server->rtpPort(), Bytes(1501, 9));
-    talker.sendTo(server->rtpPort(), Bytes{1, 2});
+    talker.sendTo(server->rtpPort(), packetBy(1));
     ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
     server->onRtpReadable();
-    EXPECT_EQ((std::vector<Bytes>{{1, 2}}), heard->rtp) << "a packet that was cut is none";
+    EXPECT_EQ((std::vector<Bytes>{packetBy(1)}), heard->rtp) << "a packet that was cut is none";
     EXPECT_TRUE(other->rtp.empty());
     EXPECT_GT(liveness->lastHeardMs(), 0);
 
     talking.reset();
-    talker.sendTo(server->rtpPort(), Bytes{3});
+    talker.sendTo(server->rtpPort(), packetBy(3));
     ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
     server->onRtpReadable();
     EXPECT_EQ(1U, heard->rtp.size());
@@ -331,7 +369,7 @@ TEST(UdpServer, AnEndedTransportLeavesItsPortToTheYounger)
     auto younger = server->makeTransport(client.storage(), 9, client.port(), nullptr);
     younger->setListener(listener);
     former.reset();
-    client.sendTo(server->rtcpPort(), Bytes{1});
+    client.sendTo(server->rtcpPort(), reportBy(1));
     ASSERT_TRUE(waitReadable(server->rtcpDescriptor()));
     server->onRtcpReadable();
     EXPECT_EQ(1U, listener->rtcp.size());
@@ -346,8 +384,8 @@ TEST(UdpServer, AFloodIsReadInBoundedShares)
     transport->setListener(listener);
     for (int i = 0; i < 200; ++i)
     {
-        client.sendTo(server->rtcpPort(), Bytes{1});
-        client.sendTo(server->rtpPort(), Bytes{1});
+        client.sendTo(server->rtcpPort(), reportBy(1));
+        client.sendTo(server->rtpPort(), packetBy(1));
     }
     server->onRtcpReadable();
     EXPECT_EQ(128U, listener->rtcp.size());
@@ -415,7 +453,7 @@ TEST(UdpServer, AWildcardSixServesFour)
     transport->setListener(listener);
     EXPECT_EQ(SendStatus::sent, transport->send(unitOfSizes({10}), 0, header, false).status);
     EXPECT_EQ(22U, rtp.receive().size());
-    rtp.sendTo(server->rtcpPort(), Bytes{1});
+    rtp.sendTo(server->rtcpPort(), reportBy(1));
     ASSERT_TRUE(waitReadable(server->rtcpDescriptor()));
     server->onRtcpReadable();
     EXPECT_EQ(1U, listener->rtcp.size());

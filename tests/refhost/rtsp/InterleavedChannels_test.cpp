@@ -9,6 +9,9 @@ namespace refhost
 namespace
 {
 
+const std::string report("\x80\xc9\0\1\0\0\0\1", 8);
+const std::string packet("\x80\0\0\1\0\0\0\1\0\0\0\1x", 13);
+
 class RecordingListener : public TransportListener
 {
 public:
@@ -86,16 +89,16 @@ TEST_F(InterleavedChannelsTest, RtcpReachesTheTransportOfItsChannelOnly)
         new InterleavedTransport(std::weak_ptr<FrameWriter>(), 0, 1, nullptr));
     transport->setListener(listener);
     auto lease = channels_->lease(0, 1);
-    receive(1, "early");
+    receive(1, report);
     lease->deliverTo(transport);
-    receive(0, "rtp");
-    receive(1, "rtcp");
+    receive(0, packet);
+    receive(1, report);
     receive(2, "unknown");
     receive(-1, "unknown");
-    EXPECT_EQ(listener->received, std::vector<std::string>{"rtcp"});
+    EXPECT_EQ(listener->received, std::vector<std::string>{report});
     EXPECT_TRUE(listener->receivedRtp.empty());
     lease.reset();
-    receive(1, "late");
+    receive(1, report);
     EXPECT_EQ(listener->received.size(), 1u);
 }
 
@@ -107,12 +110,12 @@ TEST_F(InterleavedChannelsTest, RtpReachesATransportThatTakesIt)
     transport->setListener(listener);
     const auto lease = channels_->lease(4, 5);
     lease->deliverTo(transport);
-    receive(4, "early");
+    receive(4, report);
     transport->takeRtp();
-    receive(4, "rtp");
-    receive(5, "rtcp");
-    EXPECT_EQ(listener->receivedRtp, std::vector<std::string>{"rtp"});
-    EXPECT_EQ(listener->received, std::vector<std::string>{"rtcp"});
+    receive(4, packet);
+    receive(5, report);
+    EXPECT_EQ(listener->receivedRtp, std::vector<std::string>{packet});
+    EXPECT_EQ(listener->received, std::vector<std::string>{report});
 }
 
 }  // namespace
