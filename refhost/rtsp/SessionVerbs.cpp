@@ -143,7 +143,7 @@ SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
         }
     }
     const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
-    const auto choice = TrackDeliveries::choose(exchange.request, route != nullptr && route->multicast());
+    const auto choice = deliveries_.choose(exchange.request, route != nullptr && route->multicast());
     if (!choice)
     {
         exchange.answer(rtspUnsupportedTransport);

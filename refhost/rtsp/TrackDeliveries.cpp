@@ -24,12 +24,13 @@ TrackDeliveries::TrackDeliveries(FrontServices& services, ClientLink& link) : se
 {
 }
 
-std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& request, bool multicast)
+std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& request, bool multicast) const
 {
+    const int serverPort = services_.udp == nullptr ? 0 : services_.udp->rtpPort();
     for (const RtspRequest::Header* header = request.find("Transport"); header != nullptr;
          header = request.find("Transport", header))
     {
-        const auto choice = TransportHeader::choose(header->value, multicast);
+        const auto choice = TransportHeader::choose(header->value, multicast, serverPort);
         if (choice)
         {
             return choice;

@@ -27,7 +27,7 @@ public:
 
     /// \param multicast  whether the presentation is sent to a group
     /// \returns the first choice of the request's Transport headers that this server can do
-    static std::optional<TransportChoice> choose(const RtspRequest& request, bool multicast);
+    std::optional<TransportChoice> choose(const RtspRequest& request, bool multicast) const;
 
     /// Makes the way of one track of `session`.
     /// \param trackId    as the request names it: empty for the only track

@@ -85,7 +85,7 @@ std::optional<TransportChoice> parseChoice(std::string_view text)
         }
         else if (RtspText::equalsIgnoringCase(name, "client_port"))
         {
-            good = parsePair(value, 1, largestPort, choice.rtpPort, choice.rtcpPort);
+            good = parsePair(value, TransportHeader::minPort, largestPort, choice.rtpPort, choice.rtcpPort);
         }
         else if (RtspText::equalsIgnoringCase(name, "interleaved"))
         {
@@ -101,20 +101,29 @@ std::optional<TransportChoice> parseChoice(std::string_view text)
     return choice;
 }
 
-bool acceptable(const TransportChoice& choice, bool multicast)
+bool isOneOf(int port, int serverPort)
 {
+    return serverPort != 0 && (port == serverPort || port == serverPort + 1);
+}
+
+bool acceptable(const TransportChoice& choice, bool multicast, int serverPort)
+{
+    if (isOneOf(choice.rtpPort, serverPort) || isOneOf(choice.rtcpPort, serverPort))
+    {
+        return false;
+    }
     const bool complete = choice.multicast ? !choice.interleaved : choice.interleaved || choice.rtpPort != 0;
     return complete && choice.multicast == multicast;
 }
 
 }  // namespace
 
-std::optional<TransportChoice> TransportHeader::choose(std::string_view value, bool multicast)
+std::optional<TransportChoice> TransportHeader::choose(std::string_view value, bool multicast, int serverPort)
 {
     while (!value.empty())
     {
         const auto choice = parseChoice(RtspText::cut(value, ','));
-        if (choice && acceptable(*choice, multicast))
+        if (choice && acceptable(*choice, multicast, serverPort))
         {
             return choice;
         }

@@ -92,6 +92,18 @@ TEST_P(SessionVerbsTest, SetupOverUdpNamesPortsSsrcAndSession)
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
+TEST_P(SessionVerbsTest, SetupToPortsOfOtherServicesOrTheServersOwnIsRefused)
+{
+    const std::string own = std::to_string(server->rtpPort());
+    for (const std::string& ports : {std::string("22-23"), std::string("1022-1023"), own})
+    {
+        EXPECT_EQ(client_->request("SETUP", track(url(), 0), udpPorts + ports + "\r\n").status, 461) << ports;
+    }
+    EXPECT_EQ(server->sessionCount(), 0u);
+    EXPECT_EQ(client_->request("SETUP", track(url(), 0), udpPorts + own + ",RTP/AVP/TCP\r\n").status, 200)
+        << "the next choice is taken";
+}
+
 TEST_P(SessionVerbsTest, SetupOverTcpTakesTheNamedChannelsOrAssignsFreeOnes)
 {
     const Received first =

@@ -39,7 +39,7 @@ const HeaderCase headerCases[] = {
     {"RTP/AVP;client_port=5000-5001", "udp 5000-5001"},
     {"RTP/AVP;unicast;client_port=5000", "udp 5000-5001"},
     {"rtp/avp ; UNICAST ; Client_Port = 5000-5007 ; mode=play", "udp 5000-5007"},
-    {"RTP/AVP;unicast;client_port=1-65535", "udp 1-65535"},
+    {"RTP/AVP;unicast;client_port=1024-65535", "udp 1024-65535"},
     {"RTP/AVP;unicast;destination=10.0.0.1;client_port=5000-5001;foo=bar", "udp 5000-5001"},
     {"RTP/AVP;unicast;client_port=5000-5001;mode=\"PLAY\"", "udp 5000-5001"},
     {"RTP/AVP;unicast;client_port=5000-5001;mode=\"RECORD,PLAY\"", "udp 5000-5001"},
@@ -65,6 +65,9 @@ const HeaderCase headerCases[] = {
     {"RTP/AVP;unicast;client_port=5000-5001;mode=record", "none"},
     {"RTP/AVP;unicast;client_port=5000-5001;mode=\"RECORD\"", "none"},
     {"RTP/AVP;unicast;client_port=0-1", "none"},
+    {"RTP/AVP;unicast;client_port=53-54", "none"},
+    {"RTP/AVP;unicast;client_port=1023-1024", "none"},
+    {"RTP/AVP;unicast;client_port=22-23,RTP/AVP/TCP;interleaved=0-1", "tcp 0-1"},
     {"RTP/AVP;unicast;client_port=65535", "none"},
     {"RTP/AVP;unicast;client_port=5001-5000", "none"},
     {"RTP/AVP;unicast;client_port=5000-5000", "none"},
@@ -89,6 +92,19 @@ TEST(TransportHeader, PicksTheFirstAcceptableChoice)
     }
 }
 
+TEST(TransportHeader, TheServersOwnPortsAreNoClients)
+{
+    const auto taken = [](const std::string& ports)
+    { return TransportHeader::choose("RTP/AVP;unicast;client_port=" + ports, false, 5000).has_value(); };
+    for (const char* const ports : {"5000-5001", "5000", "5001-5002", "4998-5000", "4000-5001", "4999"})
+    {
+        EXPECT_FALSE(taken(ports)) << ports;
+    }
+    EXPECT_TRUE(taken("4998-4999"));
+    EXPECT_TRUE(taken("5002-5003"));
+    EXPECT_FALSE(TransportHeader::choose("RTP/AVP/TCP;interleaved=0-1", false, 5000)->rtpPort != 0);
+}
+
 TEST(TransportHeader, NoPrefixDoesHarm)
 {
     for (const HeaderCase& one : headerCases)
@@ -99,7 +115,7 @@ TEST(TransportHeader, NoPrefixDoesHarm)
             const auto choice = TransportHeader::choose(text.substr(0, size), false);
             if (choice && !choice->interleaved)
             {
-                EXPECT_TRUE(choice->rtpPort >= 1 && choice->rtcpPort <= 65535) << text.substr(0, size);
+                EXPECT_TRUE(choice->rtpPort >= 1024 && choice->rtcpPort <= 65535) << text.substr(0, size);
             }
         }
     }
