@@ -1,19 +1,21 @@
 #include "refhost/device/CaptureClock.h"
 
+#include "refhost/base/HostClock.h"
+
 namespace refhost
 {
 
-std::int64_t CaptureClock::wallNs(GstClockTime timestamp, const GstSegment* segment) const
+std::int64_t CaptureClock::monotonicNs(GstClockTime timestamp, const GstSegment* segment) const
 {
     GstClockTime running = 0;
     // Decoding times may lie before the segment's start.
     const int sign = gst_segment_to_running_time_full(segment, GST_FORMAT_TIME, timestamp, &running);
     if (sign == 0)
     {
-        return g_get_real_time() * 1000;
+        return HostClock::system().monotonicNs();
     }
     return static_cast<std::int64_t>(gst_element_get_base_time(pipeline)) +
-           sign * static_cast<std::int64_t>(running) + offsetNs;
+           sign * static_cast<std::int64_t>(running);
 }
 
 }  // namespace refhost

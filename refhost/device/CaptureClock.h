@@ -7,15 +7,14 @@
 namespace refhost
 {
 
-/// Turns the timestamps of a running pipeline's buffers into the wall clock.
+/// Turns the timestamps of a running pipeline's buffers into the monotonic clock, which a pipeline runs on.
+/// What the wall clock shows then is left to who dates media (HostClock::wall()): it may be set at any time.
 struct CaptureClock
 {
-    GstElement* pipeline;   ///< tells the base time
-    std::int64_t offsetNs;  ///< wall clock less the pipeline's clock
+    GstElement* pipeline;  ///< its base time is used
 
-    /// \returns the wall clock at `timestamp` of a segment, nanoseconds since 1970; now, when the timestamp
-    /// is not known
-    std::int64_t wallNs(GstClockTime timestamp, const GstSegment* segment) const;
+    /// \returns HostClock::monotonicNs() at `timestamp` of a segment; now, when the timestamp is not known
+    std::int64_t monotonicNs(GstClockTime timestamp, const GstSegment* segment) const;
 };
 
 }  // namespace refhost

@@ -67,8 +67,8 @@ void MediaProbe::take(GstBuffer* buffer)
     auto unit = std::make_shared<EncodedUnit>();
     unit->format = format_;
     unit->bytes = bytesOf(buffer);
-    unit->captureTimeNs = clock_.wallNs(GST_BUFFER_PTS(buffer), segment);
-    unit->decodeTimeNs = GST_BUFFER_DTS_IS_VALID(buffer) ? clock_.wallNs(GST_BUFFER_DTS(buffer), segment)
+    unit->captureTimeNs = clock_.monotonicNs(GST_BUFFER_PTS(buffer), segment);
+    unit->decodeTimeNs = GST_BUFFER_DTS_IS_VALID(buffer) ? clock_.monotonicNs(GST_BUFFER_DTS(buffer), segment)
                                                          : unit->captureTimeNs;
     unit->durationNs =
         GST_BUFFER_DURATION_IS_VALID(buffer) ? static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)) : 0;

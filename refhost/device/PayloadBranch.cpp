@@ -205,7 +205,8 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
     {
         return;
     }
-    const bool taken = builder_.add(map.data, map.size, place_.clock.wallNs(GST_BUFFER_PTS(buffer), segment));
+    const bool taken =
+        builder_.add(map.data, map.size, place_.clock.monotonicNs(GST_BUFFER_PTS(buffer), segment));
     gst_buffer_unmap(buffer, &map);
     packetCount_.fetch_add(1, std::memory_order_relaxed);
     if (!taken && !refusedTold_)

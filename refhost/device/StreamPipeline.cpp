@@ -33,13 +33,12 @@ bool StreamPipeline::start(const Taps& taps, std::string& error)
 {
     taps_ = taps;
     pipeline_.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
-    // The monotonic clock for every source, so that one offset turns its time into the wall clock's.
+    // The monotonic clock for every source: it is the clock of capture times.
     const GstObjectPtr<GstClock> clock(gst_system_clock_obtain());
     gst_pipeline_use_clock(GST_PIPELINE(pipeline_.get()), clock.get());
     // Fixed now, not with the first data: sources place their media on the running time before it plays.
     gst_element_set_start_time(pipeline_.get(), GST_CLOCK_TIME_NONE);
     gst_element_set_base_time(pipeline_.get(), gst_clock_get_time(clock.get()));
-    clockOffsetNs_ = g_get_real_time() * 1000 - static_cast<std::int64_t>(gst_clock_get_time(clock.get()));
     const GstObjectPtr<GstBus> bus(gst_element_get_bus(pipeline_.get()));
     gst_bus_set_sync_handler(bus.get(), &StreamPipeline::onMessage, this, nullptr);
     if (!source_->build(GST_BIN(pipeline_.get()), error))
@@ -181,8 +180,7 @@ void StreamPipeline::addTrack(GstPad* pad, MediaCoding coding, const std::string
     }
     MediaTrack& track =
         *tracks_
-             .emplace(trackId, std::make_unique<MediaTrack>(CaptureClock{pipeline_.get(), clockOffsetNs_},
-                                                            coding, mediaTap_))
+             .emplace(trackId, std::make_unique<MediaTrack>(CaptureClock{pipeline_.get()}, coding, mediaTap_))
              .first->second;
     {
         const std::lock_guard<std::mutex> description(descriptionMutex_);

@@ -84,7 +84,6 @@ private:
     Events events_;
     GstObjectPtr<GstElement> pipeline_;
     std::unique_ptr<MediaSource> source_;
-    std::int64_t clockOffsetNs_ = 0;
     std::atomic<bool> otherWay_{false};
 
     /// Held while tracks are added and changed. A branch's thread never takes it.

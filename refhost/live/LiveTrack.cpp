@@ -35,6 +35,8 @@ void LiveTrack::onAccessUnit(AccessUnitPtr unit)
     {
         return;
     }
+    // Now and then, so that senders notice when the clock is set.
+    settings_.clock->wall().mapping();
     const FreshUnit fresh{this, index, epoch, unit, settings_.clock->monotonicMs()};
     for (const auto& session : audience_)
     {

@@ -65,7 +65,7 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
         if (started_ && !unitStays_)
         {
             first_.sequenceNumber = sender_.sequence();
-            first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->wallNs());
+            first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->monotonicNs());
         }
         if (sender_.transport()->transportKind == IConnection::udpMulticast)
         {
@@ -133,8 +133,8 @@ void TrackSender::end()
     // Who never sent anything does not say goodbye (RFC 3550, section 6.3.7).
     if (sender_.statistics().packets != 0)
     {
-        const std::int64_t wallNs = settings_.clock->wallNs();
-        sender_.sayGoodbye(wallNs, timeline_.at(wallNs));
+        const std::int64_t nowNs = settings_.clock->monotonicNs();
+        sender_.sayGoodbye(settings_.clock->wall().mapping().at(nowNs), timeline_.at(nowNs));
     }
     sender_.disconnect();
     stream_->leave(*track_);
@@ -208,7 +208,7 @@ bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* picture)
     if (playing_ && !started_ && !start(picture, settings_.clock->monotonicMs()))
     {
         first_.sequenceNumber = sender_.sequence();
-        first_.rtpTimestamp = timeline_.announce(settings_.clock->wallNs());
+        first_.rtpTimestamp = timeline_.announce(settings_.clock->monotonicNs());
     }
     out = first_;
     return true;
@@ -329,10 +329,11 @@ bool TrackSender::deliver(std::int64_t nowMs, bool more)
             sender_.wantReport();
         }
     }
+    sender_.followWallClock();
     if (sender_.reportDue(nowMs))
     {
-        const std::int64_t wallNs = settings_.clock->wallNs();
-        sender_.sendReport(nowMs, wallNs, timeline_.at(wallNs));
+        const std::int64_t nowNs = settings_.clock->monotonicNs();
+        sender_.sendReport(nowMs, settings_.clock->wall().mapping().at(nowNs), timeline_.at(nowNs));
     }
     const SendResult result = sender_.send(unit_, unitPackets_, unitTimestamp_, more);
     unitPackets_ += result.packets;

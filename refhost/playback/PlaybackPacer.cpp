@@ -5,11 +5,11 @@
 namespace refhost
 {
 
-void PlaybackPacer::start(std::int64_t nowMs, std::int64_t wallNs, std::int64_t playNs)
+void PlaybackPacer::start(std::int64_t nowMs, std::int64_t nowNs, std::int64_t playNs)
 {
     running_ = true;
     sinceMs_ = nowMs;
-    sinceWallNs_ = wallNs;
+    sinceNs_ = nowNs;
     sincePlayNs_ = playNs;
 }
 
@@ -19,13 +19,12 @@ void PlaybackPacer::stop()
     sincePlayNs_ = timeline_.endNs();
 }
 
-void PlaybackPacer::setSpeed(double speed, std::int64_t nowMs, std::int64_t wallNs)
+void PlaybackPacer::setSpeed(double speed, std::int64_t nowMs, std::int64_t nowNs)
 {
     if (running_)
     {
-        // Not by the wall clock, which may have been set meanwhile.
         const auto passedNs = static_cast<double>(nowMs - sinceMs_) * 1e6;
-        start(nowMs, wallNs, sincePlayNs_ + std::llround(passedNs * speed_));
+        start(nowMs, nowNs, sincePlayNs_ + std::llround(passedNs * speed_));
     }
     speed_ = speed;
 }
@@ -36,13 +35,13 @@ std::int64_t PlaybackPacer::dueMs(std::int64_t playNs) const
     return sinceMs_ + static_cast<std::int64_t>(std::ceil(ahead / speed_ / 1e6));
 }
 
-std::int64_t PlaybackPacer::playNs(std::int64_t wallNs) const
+std::int64_t PlaybackPacer::playNs(std::int64_t nowNs) const
 {
     if (!running_)
     {
         return sincePlayNs_;
     }
-    return sincePlayNs_ + std::llround(static_cast<double>(wallNs - sinceWallNs_) * speed_);
+    return sincePlayNs_ + std::llround(static_cast<double>(nowNs - sinceNs_) * speed_);
 }
 
 }  // namespace refhost

@@ -169,7 +169,7 @@ int PlaybackSession::setSpeed(const std::string& trackId, double scale, double s
     }
     speed_ = used;
     settleHead();
-    pacer_.setSpeed(used.speed, settings_.clock->monotonicMs(), settings_.clock->wallNs());
+    pacer_.setSpeed(used.speed, settings_.clock->monotonicMs(), settings_.clock->monotonicNs());
     pacer_.timeline().rescale(positionNs(), used.scale);
     wantReports();
     if (sending_ && !wanted_ && !readsPicturesAsWanted())
@@ -392,8 +392,8 @@ void PlaybackSession::stopSending()
 void PlaybackSession::endTrack(PlaybackTrack& track)
 {
     stopTrack(track);
-    const std::int64_t wallNs = settings_.clock->wallNs();
-    track.sayGoodbye(wallNs, pacer_.playNs(wallNs));
+    const std::int64_t nowNs = settings_.clock->monotonicNs();
+    track.sayGoodbye(settings_.clock->wall().mapping().at(nowNs), pacer_.playNs(nowNs));
     track.sender.disconnect();
 }
 

@@ -23,6 +23,8 @@ constexpr std::int64_t freeAnywayMs = 500;
 
 std::int64_t PlaybackSession::run(std::int64_t nowMs)
 {
+    // Now and then, so that the tracks notice when the clock is set.
+    settings_.clock->wall().mapping();
     Lock lock(mutex_);
     if (wanted_)
     {
@@ -311,7 +313,7 @@ void PlaybackSession::prepareHead(PlaybackTrack& track)
 std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, bool& moved)
 {
     const PlaybackUnit& unit = queue_.front();
-    const std::int64_t wallNs = settings_.clock->wallNs();
+    const std::int64_t nowNs = settings_.clock->monotonicNs();
     const std::int64_t playNs = pacer_.timeline().at(unit.dueNs);
     const bool paced = (kind_ & playRangeUnpaced) == 0;
     const std::int64_t dueMs = pacer_.running() ? pacer_.dueMs(playNs) : nowMs;
@@ -323,7 +325,7 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
     const std::int64_t lateMs = tells ? settings_.lateMs : settings_.lateDatagramsMs;
     if (!pacer_.running() || (paced && nowMs - dueMs > lateMs))
     {
-        pacer_.start(nowMs, wallNs, playNs);
+        pacer_.start(nowMs, nowNs, playNs);
         wantReports();
     }
     PlaybackQueue::Head& head = queue_.head();
@@ -331,9 +333,11 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
     {
         prepareHead(track);
     }
+    track.sender.followWallClock();
     if (track.sender.reportDue(nowMs))
     {
-        track.sender.sendReport(nowMs, wallNs, track.timestamp(paced ? pacer_.playNs(wallNs) : playNs));
+        track.sender.sendReport(nowMs, settings_.clock->wall().mapping().at(nowNs),
+                                track.timestamp(paced ? pacer_.playNs(nowNs) : playNs));
     }
     const SendResult result = track.sender.send(head.unit, head.packetsSent, head.timestamp, false);
     head.packetsSent += result.packets;
@@ -357,7 +361,7 @@ std::int64_t PlaybackSession::finish(std::int64_t nowMs)
     {
         return pacer_.dueMs(endNs);
     }
-    const std::int64_t wallNs = settings_.clock->wallNs();
+    const std::int64_t wallNs = settings_.clock->wall().mapping().at(settings_.clock->monotonicNs());
     for (const TrackPtr& track : tracks_)
     {
         if (track && track->playing)

@@ -34,7 +34,8 @@ Recorder::Recorder(const Stream& stream, std::shared_ptr<RecordingIndex> index, 
       options_(options),
       segmentClosed_(std::move(segmentClosed)),
       cutter_(
-          options.segmentNs, [this] { return expected(); }, *this)
+          options.segmentNs, [this] { return expected(); }, *this),
+      dates_(options.clock->wall().mapping())
 {
 }
 
@@ -98,9 +99,10 @@ bool Recorder::admits(std::size_t bytes)
 void Recorder::take(const EncodedUnitPtr& unit)
 {
     nowNs_ = unit->captureTimeNs;
+    followWallClock();
     if (failedNs_)
     {
-        // Also when the clock was set back meanwhile.
+        // Also when the source's time went back meanwhile.
         const bool over = nowNs_ >= *failedNs_ + options_.retryNs || nowNs_ < *failedNs_ - options_.retryNs;
         if (!over)
         {
@@ -117,20 +119,49 @@ void Recorder::take(const EncodedUnitPtr& unit)
     }
 }
 
+void Recorder::followWallClock()
+{
+    const std::uint32_t steps = std::exchange(dates_, options_.clock->wall().mapping()).steps;
+    if (dates_.steps != steps)
+    {
+        cutter_.cutSoon();
+        stream_.source->requestKeyFrame();
+    }
+}
+
+/// A clock that was set back may come to the very microsecond of a segment that is there.
+/// \param[in,out] wallNs  the segment's begin
+std::string Recorder::freePath(std::int64_t& wallNs) const
+{
+    constexpr int maxTries = 1000;
+    constexpr std::int64_t microsecond = 1000;
+    std::string path;
+    for (int i = 0; i < maxTries; ++i, wallNs += microsecond)
+    {
+        path = index_->directory() + "/" + SegmentPath{stream_.cameraId, stream_.streamId, wallNs}.toString();
+        std::error_code unknown;
+        if (!std::filesystem::exists(path, unknown))
+        {
+            break;
+        }
+    }
+    return path;
+}
+
 void Recorder::beginSegment(std::int64_t beginNs, const Tracks& tracks)
 {
+    beginNs_ = beginNs;
     segment_ = {};
     segment_.cameraId = stream_.cameraId;
     segment_.streamId = stream_.streamId;
-    segment_.beginNs = beginNs;
-    segment_.path =
-        index_->directory() + "/" + SegmentPath{stream_.cameraId, stream_.streamId, beginNs}.toString();
+    segment_.beginNs = dates_.at(beginNs);
+    segment_.path = freePath(segment_.beginNs);
     std::string error;
     if (!RecordingFolder::make(std::filesystem::path(segment_.path).parent_path().string(), error))
     {
         return fail(error);
     }
-    writer_ = SegmentWriter::create(segment_.path, beginNs, tracks, error);
+    writer_ = SegmentWriter::create(segment_.path, {beginNs, segment_.beginNs}, tracks, error);
     if (!writer_)
     {
         return fail(error);
@@ -160,8 +191,7 @@ void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
     {
         return fail(writer_->error());
     }
-    segment_.durationNs =
-        std::max(segment_.durationNs, unit->captureTimeNs + unit->durationNs - segment_.beginNs);
+    segment_.durationNs = std::max(segment_.durationNs, unit->captureTimeNs + unit->durationNs - beginNs_);
 }
 
 void Recorder::flushWhenDue()

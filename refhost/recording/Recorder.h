@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/HostClock.h"
 #include "refhost/device/TaskQueue.h"
 #include "refhost/live/EncodedUnit.h"
 #include "refhost/live/StreamSource.h"
@@ -24,6 +25,9 @@ namespace refhost
 /// All writing is done on a thread of its own; a disk that is slow or fails never holds up the source. What a
 /// slow disk leaves behind is left out up to the next key picture. When the disk fails, recording stops with
 /// one line in the log and is tried again after a pause, with one line when it works again.
+///
+/// A segment is dated when it begins; within it, time is what passed since. When the wall clock is set, the
+/// next segment begins with the next key frame, dated anew; no frame is lost, and none is dated twice.
 /// Threads: any.
 class Recorder : public EncodedUnitSink, public std::enable_shared_from_this<Recorder>, private SegmentSink
 {
@@ -36,6 +40,8 @@ public:
         std::int64_t growNs = 1000000000;       ///< how often the index learns how far a segment has come
         std::int64_t retryNs = 10000000000;     ///< pause after a failure of the disk
         std::size_t mostQueued = 16 * 1048576;  ///< bytes that may wait for the disk
+        /// Dates the segments. Not null, outlives the recorder.
+        const HostClock* clock = &HostClock::system();
     };
 
     struct Stream
@@ -64,6 +70,8 @@ private:
 
     // On the recorder's thread.
     void take(const EncodedUnitPtr& unit);
+    void followWallClock();
+    std::string freePath(std::int64_t& wallNs) const;
     void flushWhenDue();
     void fail(const std::string& why);
     void measureUnfinished();
@@ -89,7 +97,9 @@ private:
     // Used on the recorder's thread only.
     SegmentCutter cutter_;
     std::unique_ptr<SegmentWriter> writer_;
+    WallClock::Mapping dates_;                 ///< how capture times are dated
     RecordedSegment segment_;                  ///< that is being written
+    std::int64_t beginNs_ = 0;                 ///< capture time of its begin
     std::int64_t nowNs_ = 0;                   ///< capture time of the present unit
     std::int64_t nextFlushNs_ = 0;             ///< capture time
     std::int64_t nextWriteOutNs_ = 0;          ///< capture time

@@ -129,7 +129,7 @@ bool SegmentCutter::jumps(const EncodedUnit& unit) const
 bool SegmentCutter::isCutDue(const EncodedUnit& unit) const
 {
     const SegmentSink::Tracks known = knownTracks();
-    return unit.captureTimeNs - beginNs_ + toleranceNs >= segmentNs_ ||
+    return cutsSoon_ || unit.captureTimeNs - beginNs_ + toleranceNs >= segmentNs_ ||
            !std::equal(known.begin(), known.end(), tracks_.begin(), tracks_.end(), same);
 }
 
@@ -174,6 +174,7 @@ void SegmentCutter::cut()
         sink_.endSegment(*pendingNs_ - beginNs_);
     }
     open_ = true;
+    cutsSoon_ = false;
     beginNs_ = *pendingNs_;
     endNs_ = beginNs_;
     pendingNs_.reset();

@@ -20,7 +20,7 @@ public:
 
     virtual ~SegmentSink() = default;
 
-    /// \param beginNs  capture time of the first picture
+    /// \param beginNs  capture time of the first frame
     /// \param tracks   video first
     virtual void beginSegment(std::int64_t beginNs, const Tracks& tracks) = 0;
     /// \param track  index into the segment's tracks; the unit is not from before the segment's begin
@@ -62,6 +62,11 @@ public:
     void take(const EncodedUnitPtr& unit);
     /// Ends the present segment; the next one begins with the next key picture.
     void interrupt();
+    /// Cuts at the next key frame, however short the segment is; nothing is lost.
+    void cutSoon()
+    {
+        cutsSoon_ = open_;
+    }
 
 private:
     using Format = std::shared_ptr<const MediaFormat>;
@@ -86,6 +91,7 @@ private:
     Format video_;  ///< since the last interruption
     Format audio_;
     bool open_ = false;
+    bool cutsSoon_ = false;  ///< whatever the length
     std::int64_t beginNs_ = 0;
     SegmentSink::Tracks tracks_;             ///< of the open segment
     std::int64_t endNs_ = 0;                 ///< end of the last picture that was written

@@ -51,17 +51,17 @@ std::int64_t inMilliseconds(std::int64_t nanoseconds)
 
 }  // namespace
 
-std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, std::int64_t beginNs,
+std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, const Begin& begin,
                                                      const SegmentSink::Tracks& tracks, std::string& error)
 {
-    std::unique_ptr<SegmentWriter> file(new SegmentWriter(path, beginNs));
+    std::unique_ptr<SegmentWriter> file(new SegmentWriter(path, begin));
     file->file_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
     if (file->file_ < 0)
     {
         error = path + ": " + std::strerror(errno);
         return nullptr;
     }
-    if (!file->begin(tracks))
+    if (!file->start(tracks))
     {
         error = file->error();
         ::unlink(path.c_str());
@@ -70,10 +70,7 @@ std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, st
     return file;
 }
 
-SegmentWriter::SegmentWriter(std::string path, std::int64_t beginNs)
-    : path_(std::move(path)), beginNs_(beginNs)
-{
-}
+SegmentWriter::SegmentWriter(std::string path, const Begin& begin) : path_(std::move(path)), begin_(begin) {}
 
 SegmentWriter::~SegmentWriter()
 {
@@ -90,7 +87,7 @@ SegmentWriter::~SegmentWriter()
     }
 }
 
-bool SegmentWriter::begin(const SegmentSink::Tracks& tracks)
+bool SegmentWriter::start(const SegmentSink::Tracks& tracks)
 {
     auto* buffer = static_cast<unsigned char*>(av_malloc(bufferSize));
     output_ = avio_alloc_context(buffer, bufferSize, 1, this, nullptr, &SegmentWriter::onWrite,
@@ -105,9 +102,9 @@ bool SegmentWriter::begin(const SegmentSink::Tracks& tracks)
     format_->pb = output_;
     // The begin is timestamp 0 whatever comes before it; a shift would part the file from the wall clock.
     format_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
-    const std::time_t seconds = beginNs_ / 1000000000;
+    const std::time_t seconds = begin_.wallNs / 1000000000;
     const std::string begin =
-        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(seconds), beginNs_ % 1000000000 / 1000);
+        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(seconds), begin_.wallNs % 1000000000 / 1000);
     av_dict_set(&format_->metadata, "creation_time", begin.c_str(), 0);
     for (const auto& track : tracks)
     {
@@ -164,9 +161,9 @@ bool SegmentWriter::write(std::size_t track, const EncodedUnit& unit)
         return false;
     }
     Track& state = tracks_[track];
-    const std::int64_t presented = inMilliseconds(unit.captureTimeNs - beginNs_);
+    const std::int64_t presented = inMilliseconds(unit.captureTimeNs - begin_.captureNs);
     // The muxer refuses decoding times that go back or lie behind the presentation; only their order matters.
-    std::int64_t decoded = std::min(inMilliseconds(unit.decodeTimeNs - beginNs_), presented);
+    std::int64_t decoded = std::min(inMilliseconds(unit.decodeTimeNs - begin_.captureNs), presented);
     decoded = state.started ? std::max(decoded, state.lastDecodeMs) : decoded;
     state = {decoded, true};
     packet_->data = const_cast<std::uint8_t*>(unit.bytes.data());

@@ -23,11 +23,17 @@ namespace refhost
 class SegmentWriter
 {
 public:
+    /// The instant that is timestamp 0.
+    struct Begin
+    {
+        std::int64_t captureNs;  ///< by the clock of the units' capture times
+        std::int64_t wallNs;     ///< nanoseconds since 1970; also stands in the file, in microseconds
+    };
+
     /// Makes a new file, readable for the server's user and group, and writes its header.
-    /// \param beginNs  wall clock, nanoseconds since 1970; also stands in the file, in microseconds
     /// \param[out] error  why not
     /// \returns null with `error` set, and no file left, when it cannot be done or the file is there already
-    static std::unique_ptr<SegmentWriter> create(const std::string& path, std::int64_t beginNs,
+    static std::unique_ptr<SegmentWriter> create(const std::string& path, const Begin& begin,
                                                  const SegmentSink::Tracks& tracks, std::string& error);
 
     SegmentWriter(const SegmentWriter&) = delete;
@@ -68,8 +74,8 @@ private:
         bool started = false;
     };
 
-    SegmentWriter(std::string path, std::int64_t beginNs);
-    bool begin(const SegmentSink::Tracks& tracks);
+    SegmentWriter(std::string path, const Begin& begin);
+    bool start(const SegmentSink::Tracks& tracks);
     bool addTrack(const MediaFormat& format);
     bool succeeded(int result);
     bool startsWriteOut();
@@ -78,7 +84,7 @@ private:
     static std::int64_t onSeek(void* self, std::int64_t offset, int whence);
 
     std::string path_;
-    std::int64_t beginNs_;
+    const Begin begin_;
     int file_ = -1;
     int systemError_ = 0;
     std::int64_t position_ = 0;

@@ -33,7 +33,8 @@ struct AccessUnit
     std::uint32_t payloadBytes = 0;
     /// The payloader's RTP timestamp, the same in every packet.
     std::uint32_t rtpTimestamp = 0;
-    /// Wall clock of the capture, nanoseconds since 1970.
+    /// When it was captured: live media by HostClock::monotonicNs(), recorded media by the date in the
+    /// recording, nanoseconds since 1970.
     std::int64_t captureTimeNs = 0;
     /// A decoder can start here: a key picture with its parameter sets, or any block of audio.
     bool keyFrame = false;

@@ -123,7 +123,7 @@ void RtpSender::readReport(const std::uint8_t* data, std::size_t size)
     if (findings.report.lastReport != 0)
     {
         // Round trip as in RFC 3550, section 6.4.1; a client that counts wrong must not make it negative.
-        const std::uint32_t now = RtcpWriter::compactNtp(clock_.wallNs());
+        const std::uint32_t now = RtcpWriter::compactNtp(clock_.wall().mapping().at(clock_.monotonicNs()));
         const auto trip =
             static_cast<std::int32_t>(now - findings.report.lastReport - findings.report.delaySinceReport);
         statistics_.roundTripMs = std::max<std::int64_t>(trip, 0) * 1000 >> 16U;

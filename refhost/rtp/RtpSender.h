@@ -106,6 +106,18 @@ public:
         reportDueMs_ = 0;
     }
 
+    /// Has the next report sent at once where the wall clock was set since the last one: what clients learned
+    /// of the relation between its time and RTP time does not hold any more.
+    void followWallClock()
+    {
+        const std::uint32_t steps = clock_.wall().steps();
+        if (steps != wallSteps_)
+        {
+            wallSteps_ = steps;
+            wantReport();
+        }
+    }
+
     /// Takes effect with the next report.
     void setReportInterval(std::int64_t intervalMs)
     {
@@ -117,7 +129,8 @@ public:
         return nowMs >= reportDueMs_;
     }
 
-    /// \param rtpTimestamp  of the instant `wallNs`
+    /// \param wallNs        now, by HostClock::wall()
+    /// \param rtpTimestamp  of the same instant
     void sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_t rtpTimestamp);
     /// Says goodbye, also where no packet was sent. Nothing happens without a way.
     void sayGoodbye(std::int64_t wallNs, std::uint32_t rtpTimestamp);
@@ -148,6 +161,7 @@ private:
     std::optional<SafePointer<IConnection>> connection_;
     RtpTransport* transport_ = nullptr;  // what connection_ holds
     std::int64_t reportDueMs_ = 0;
+    std::uint32_t wallSteps_ = 0;                                // of the wall clock that were followed
     std::uint32_t reportJitter_ = beginning_.reportJitter | 1U;  // state of a small random sequence, never 0
     TrackStatistics statistics_;
 };

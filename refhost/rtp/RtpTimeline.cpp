@@ -44,11 +44,11 @@ std::uint32_t RtpTimeline::take(const AccessUnit& unit, std::uint32_t epoch, boo
     return last_;
 }
 
-std::uint32_t RtpTimeline::announce(std::int64_t wallNs)
+std::uint32_t RtpTimeline::announce(std::int64_t nowNs)
 {
     if (!announced_)
     {
-        last_ = following(wallNs);
+        last_ = following(nowNs);
         announced_ = true;
     }
     return last_;

@@ -33,9 +33,9 @@ public:
     std::uint32_t take(const AccessUnit& unit, std::uint32_t epoch, bool& moved);
 
     /// Promises a timestamp to a unit that does not exist yet: the next one taken gets it.
-    /// \param wallNs  now
+    /// \param nowNs  by the clock of capture times
     /// \returns the timestamp; the same one until take()
-    std::uint32_t announce(std::int64_t wallNs);
+    std::uint32_t announce(std::int64_t nowNs);
 
     /// The timestamp of a capture time, by the last unit taken; meaningless before the first.
     std::uint32_t at(std::int64_t captureNs) const;

@@ -6,6 +6,7 @@
 #include <set>
 #include <thread>
 
+#include "refhost/base/HostClock.h"
 #include "tests/refhost/device/StreamFixture.h"
 
 namespace refhost
@@ -154,9 +155,7 @@ TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
     source->acquire();
     ASSERT_TRUE(video->waitForUnits(5));
     ASSERT_TRUE(audio->waitForUnits(20));
-    const std::int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                 std::chrono::system_clock::now().time_since_epoch())
-                                 .count();
+    const std::int64_t now = HostClock::system().monotonicNs();
     const AccessUnit& picture = *video->units()[0];
     const AccessUnit& sound = *audio->units()[0];
     EXPECT_EQ(sound.packets.size(), 1U);
@@ -166,7 +165,7 @@ TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
     EXPECT_NEAR(static_cast<double>(picture.captureTimeNs - sound.captureTimeNs), 0, 1e9);
     EXPECT_LT(picture.captureTimeNs, now);
     EXPECT_GT(picture.captureTimeNs, now - std::int64_t{8'000'000'000});
-    // The media clocks run alike: the same distance from the start in RTP time and in wall clock time.
+    // The media clocks run alike: the same distance from the start in RTP time and in capture time.
     const double picturesOffset = picture.rtpTimestamp / 90000.0 -
                                   static_cast<double>(picture.captureTimeNs % 100'000'000'000'000) / 1e9;
     const double soundsOffset =

@@ -122,8 +122,8 @@ protected:
     AccessUnitPtr tickVideo()
     {
         const bool key = picture % gop == 0;
-        auto unit = makeUnit(videoBase + static_cast<std::uint32_t>(picture) * 3600U, clock.wallNs(), key,
-                             key ? 9 : 3);
+        auto unit = makeUnit(videoBase + static_cast<std::uint32_t>(picture) * 3600U, clock.monotonicNs(),
+                             key, key ? 9 : 3);
         ++picture;
         source->feed(video, unit);
         return unit;
@@ -132,8 +132,8 @@ protected:
     AccessUnitPtr tickAudio()
     {
         clock.advanceMs(blockMs);
-        auto unit =
-            makeUnit(audioBase + static_cast<std::uint32_t>(block) * 160U, clock.wallNs(), true, 1, 160, 160);
+        auto unit = makeUnit(audioBase + static_cast<std::uint32_t>(block) * 160U, clock.monotonicNs(), true,
+                             1, 160, 160);
         ++block;
         source->feed(audio, unit);
         return unit;

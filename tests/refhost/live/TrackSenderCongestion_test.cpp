@@ -110,8 +110,8 @@ TEST_F(TrackSenderTest, LateSoundLosesWhatIsOlderThanASecond)
     ticks(20);
     sound->capacity = SIZE_MAX;
     sound->ready();
-    EXPECT_EQ(0, (clock.wallNs() - sound->units().back()->captureTimeNs));
-    EXPECT_GE(sound->units()[15]->captureTimeNs, clock.wallNs() - 1'000'000'000);
+    EXPECT_EQ(0, (clock.monotonicNs() - sound->units().back()->captureTimeNs));
+    EXPECT_GE(sound->units()[15]->captureTimeNs, clock.monotonicNs() - 1'000'000'000);
     EXPECT_GT(statistics("s", audio).unitsSkipped, 10U);
     EXPECT_TRUE(sound->contiguous());
 }

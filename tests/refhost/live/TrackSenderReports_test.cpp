@@ -144,6 +144,48 @@ TEST_F(TrackSenderTest, AChangedMappingIsReportedAtOnce)
     EXPECT_EQ(wire->packets.back().timestamp, ReadReport(wire->rtcp[1]).timestamp);
 }
 
+TEST_F(TrackSenderTest, AClockThatIsSetIsReportedAtOnceByAllTracksWhileRtpTimeGoesOn)
+{
+    const auto pictures = setUp("s", video);
+    const auto sound = setUp("s", audio);
+    for (const char* track : {video, audio})
+    {
+        play("s", track);
+    }
+    ticks(5);
+    for (const std::int64_t byMs : {-7'200'000LL, 10 * 365 * 86'400'000LL, -3'600'000LL})
+    {
+        const std::size_t before[] = {pictures->rtcp.size(), sound->rtcp.size()};
+        const std::size_t sent = pictures->packets.size();
+        clock.setWall(byMs);
+        ticks(6);
+        ASSERT_EQ(before[0] + 1, pictures->rtcp.size()) << byMs;
+        ASSERT_EQ(before[1] + 1, sound->rtcp.size()) << byMs;
+        const ReadReport report(pictures->rtcp.back());
+        // Sent with one of the last frames, and dated by the clock as it is set now.
+        const std::int64_t agoMs = clock.wallNs() / 1'000'000 - report.wallMs();
+        EXPECT_GE(agoMs, 0) << byMs;
+        EXPECT_LE(agoMs, 240) << byMs;
+        const auto behind = static_cast<std::int32_t>(pictures->packets.back().timestamp - report.timestamp);
+        EXPECT_NEAR(static_cast<double>(agoMs * 90), behind, 90) << byMs;
+        for (std::size_t i = sent; i < pictures->packets.size(); ++i)
+        {
+            const std::uint32_t step = pictures->packets[i].timestamp - pictures->packets[i - 1].timestamp;
+            ASSERT_TRUE(step == 0 || step == 3600U) << step;
+        }
+    }
+}
+
+TEST_F(TrackSenderTest, ASmallCorrectionOfTheClockChangesNoReport)
+{
+    const auto wire = setUp("s", video);
+    play("s", video);
+    ticks(3);
+    clock.setWall(-100);
+    ticks(10);
+    EXPECT_EQ(1U, wire->rtcp.size());
+}
+
 TEST_F(TrackSenderTest, APauseIsFollowedByAReport)
 {
     const auto wire = setUp("s", video);

@@ -234,7 +234,7 @@ TEST_F(TrackSenderTest, SoundAloneStartsWithTheNewestBlock)
     const auto sound = setUp("s", audio);
     play("s", audio);
     ASSERT_EQ(1U, sound->units().size());
-    EXPECT_EQ(clock.wallNs(), sound->units().front()->captureTimeNs);
+    EXPECT_EQ(clock.monotonicNs(), sound->units().front()->captureTimeNs);
     EXPECT_EQ(0, source->keyRequests.load());
 }
 
@@ -258,7 +258,7 @@ TEST_F(TrackSenderTest, SoundKeepsWhatLongGroupsOfPicturesNeed)
     {
         tickAudio();
         tickAudio();
-        source->feed(video, makeUnit(videoBase + i * 3600U, clock.wallNs(), false, 1));
+        source->feed(video, makeUnit(videoBase + i * 3600U, clock.monotonicNs(), false, 1));
     }
     const auto pictures = setUp("s", video);
     const auto sound = setUp("s", audio);

@@ -54,7 +54,10 @@ public:
     {
         --viewers;
     }
-    void requestKeyFrame() override {}
+    void requestKeyFrame() override
+    {
+        ++keyFrameRequests;
+    }
 
     bool isAttached() const
     {
@@ -119,6 +122,7 @@ public:
     MadeUnits made;
     bool sound = false;
     std::atomic<int> viewers{0};
+    std::atomic<int> keyFrameRequests{0};
 
 private:
     mutable std::mutex mutex_;

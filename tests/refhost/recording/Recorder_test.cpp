@@ -13,6 +13,7 @@
 #include "refhost/recording/SegmentMeasure.h"
 #include "tests/CapturedErrors.h"
 #include "tests/TemporaryFolder.h"
+#include "tests/refhost/base/ManualClock.h"
 #include "tests/refhost/recording/RecordedStreamFake.h"
 
 namespace
@@ -65,6 +66,7 @@ protected:
         index_ = RecordingIndex::open(folder_.path(), error);
         options_.segmentNs = 4 * second;
         options_.retryNs = 3 * second;
+        options_.clock = &clock_;
     }
     ~RecorderTest() override
     {
@@ -98,6 +100,7 @@ protected:
 
     TemporaryFolder folder_;
     std::shared_ptr<RecordingIndex> index_;
+    test::ManualClock clock_;
     std::shared_ptr<RecordedStreamFake> source_ = std::make_shared<RecordedStreamFake>();
     Recorder::Options options_;
     std::atomic<int> closed_{0};

@@ -25,7 +25,8 @@ protected:
     std::unique_ptr<SegmentWriter> create()
     {
         std::string error;
-        std::unique_ptr<SegmentWriter> writer = SegmentWriter::create(path_, epochNs, {video, sound}, error);
+        std::unique_ptr<SegmentWriter> writer =
+            SegmentWriter::create(path_, {epochNs, epochNs}, {video, sound}, error);
         EXPECT_TRUE(writer) << error;
         return writer;
     }
@@ -144,7 +145,7 @@ TEST_F(SegmentWriterTest, FileThatIsThereIsNotTouched)
 {
     std::ofstream(path_) << "mine";
     std::string error;
-    EXPECT_FALSE(SegmentWriter::create(path_, epochNs, {video}, error));
+    EXPECT_FALSE(SegmentWriter::create(path_, {epochNs, epochNs}, {video}, error));
     EXPECT_THAT(error, HasSubstr("made.mkv: File exists"));
     EXPECT_EQ(std::filesystem::file_size(path_), 4U);
 }

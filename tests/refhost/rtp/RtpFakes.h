@@ -10,41 +10,12 @@
 
 #include "refhost/base/HostClock.h"
 #include "refhost/rtp/RtpTransport.h"
+#include "tests/refhost/base/ManualClock.h"
 
 namespace refhost
 {
 namespace test
 {
-
-/// A clock that a test sets.
-class ManualClock : public HostClock
-{
-public:
-    std::int64_t wallNs() const override
-    {
-        return wallNs_.load() + setNs_.load();
-    }
-
-    std::int64_t monotonicMs() const override
-    {
-        return wallNs_.load() / 1'000'000;
-    }
-
-    void advanceMs(std::int64_t ms)
-    {
-        wallNs_.fetch_add(ms * 1'000'000);
-    }
-
-    /// Somebody sets the wall clock.
-    void setWall(std::int64_t byMs)
-    {
-        setNs_.fetch_add(byMs * 1'000'000);
-    }
-
-private:
-    std::atomic<std::int64_t> wallNs_{1'700'000'000'000'000'000};
-    std::atomic<std::int64_t> setNs_{0};
-};
 
 /// One RTP packet as a client sees it.
 struct SentPacket

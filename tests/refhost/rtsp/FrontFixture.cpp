@@ -8,6 +8,7 @@
 #include "live/OVLiveControllerFactory2.h"
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
+#include "refhost/base/HostClock.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/live/LiveSessionDispatcher.h"
 
@@ -40,11 +41,9 @@ void addLive(MediaRoutes& routes)
                            { return Dispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
 }
 
-std::int64_t wallNs()
+std::int64_t nowNs()
 {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
+    return HostClock::system().monotonicNs();
 }
 
 }  // namespace
@@ -122,13 +121,13 @@ std::string FrontFixture::setUpUdp(TestClient& client, const UdpPort& port)
 void FrontFixture::picture(bool key, std::size_t packets)
 {
     videoTime_ += 3600;
-    streams->streams[0]->feed("trackID=0", makeUnit(videoTime_, wallNs(), key, packets));
+    streams->streams[0]->feed("trackID=0", makeUnit(videoTime_, nowNs(), key, packets));
 }
 
 void FrontFixture::sound()
 {
     audioTime_ += 160;
-    streams->streams[0]->feed("trackID=1", makeUnit(audioTime_, wallNs(), true, 1, 160, 160));
+    streams->streams[0]->feed("trackID=1", makeUnit(audioTime_, nowNs(), true, 1, 160, 160));
 }
 
 bool FrontFixture::eventually(const std::function<bool()>& done)

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "refhost/base/HostClock.h"
+
+namespace refhost
+{
+namespace test
+{
+
+/// A clock that a test sets. Wall clock and monotonic clock show the same until somebody sets the wall clock.
+class ManualClock : public HostClock
+{
+public:
+    std::int64_t wallNs() const override
+    {
+        return nowNs_.load() + setNs_.load();
+    }
+
+    std::int64_t monotonicMs() const override
+    {
+        return nowNs_.load() / 1'000'000;
+    }
+
+    std::int64_t monotonicNs() const override
+    {
+        return nowNs_.load();
+    }
+
+    void advanceMs(std::int64_t ms)
+    {
+        nowNs_.fetch_add(ms * 1'000'000);
+    }
+
+    /// Somebody sets the wall clock.
+    void setWall(std::int64_t byMs)
+    {
+        setWallNs(byMs * 1'000'000);
+    }
+
+    void setWallNs(std::int64_t byNs)
+    {
+        setNs_.fetch_add(byNs);
+    }
+
+private:
+    std::atomic<std::int64_t> nowNs_{1'700'000'000'000'000'000};
+    std::atomic<std::int64_t> setNs_{0};
+};
+
+}  // namespace test
+}  // namespace refhost

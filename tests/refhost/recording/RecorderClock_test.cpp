@@ -1,0 +1,178 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "refhost/recording/Recorder.h"
+#include "refhost/recording/SegmentMeasure.h"
+#include "tests/TemporaryFolder.h"
+#include "tests/refhost/base/ManualClock.h"
+#include "tests/refhost/recording/RecordedStreamFake.h"
+
+namespace refhost
+{
+namespace
+{
+
+using testing::ElementsAre;
+using testing::Pair;
+
+// Seconds after the epoch of the made units.
+using Footage = std::vector<std::pair<double, double>>;
+
+class RecorderClockTest : public testing::Test
+{
+protected:
+    static constexpr std::int64_t hourMs = 3'600'000;
+
+    RecorderClockTest()
+    {
+        std::string error;
+        index_ = RecordingIndex::open(folder_.path(), error);
+        Recorder::Options options;
+        options.clock = &clock_;
+        recorder_ = Recorder::start({7, 2, source_}, index_, options, {});
+    }
+    ~RecorderClockTest() override
+    {
+        stop();
+    }
+
+    void stop()
+    {
+        if (recorder_)
+        {
+            recorder_->stop();
+            recorder_.reset();
+        }
+    }
+
+    // 25 frames a second, each second begins with a key frame.
+    void give(double begin, double end)
+    {
+        source_->giveMedia(begin, end);
+        source_->drain();
+        clock_.advanceMs(static_cast<std::int64_t>((end - begin) * 1000));
+    }
+
+    static double seconds(std::int64_t ns)
+    {
+        return static_cast<double>(ns) / MadeUnits::second;
+    }
+
+    Footage footage() const
+    {
+        Footage found;
+        for (const FootageInterval& interval : index_->footage(7, 2))
+        {
+            found.emplace_back(seconds(interval.beginNs - MadeUnits::epochNs),
+                               seconds(interval.endNs - MadeUnits::epochNs));
+        }
+        return found;
+    }
+
+    // What is in the files, in the order in which they were made: begin by their names, and length.
+    Footage files() const
+    {
+        Footage found;
+        std::vector<RecordedSegment> segments = index_->all();
+        std::sort(segments.begin(), segments.end(),
+                  [](const RecordedSegment& left, const RecordedSegment& right)
+                  { return left.id < right.id; });
+        for (const RecordedSegment& segment : segments)
+        {
+            SegmentMeasure measure;
+            EXPECT_EQ(SegmentMeasure::take(segment.path, measure), SegmentMeasure::Result::footage);
+            EXPECT_EQ(measure.durationNs, segment.durationNs);
+            found.emplace_back(seconds(segment.beginNs - MadeUnits::epochNs), seconds(measure.durationNs));
+        }
+        return found;
+    }
+
+    TemporaryFolder folder_;
+    std::shared_ptr<RecordingIndex> index_;
+    test::ManualClock clock_;
+    std::shared_ptr<RecordedStreamFake> source_ = std::make_shared<RecordedStreamFake>();
+    std::shared_ptr<Recorder> recorder_;
+};
+
+TEST_F(RecorderClockTest, AClockThatIsSetForwardBeginsARangeWithItsTimeAndLosesNothing)
+{
+    give(0, 2);
+    clock_.setWall(hourMs);
+    give(2, 5);
+    stop();
+    EXPECT_EQ(footage(), (Footage{{0, 2}, {3602, 3605}}));
+}
+
+TEST_F(RecorderClockTest, ARangeBeginsWithTheNextKeyFrameWhichTheSourceIsAskedFor)
+{
+    give(0, 2.4);
+    EXPECT_EQ(source_->keyFrameRequests, 0);
+    clock_.setWall(hourMs);
+    give(2.4, 5);
+    EXPECT_EQ(source_->keyFrameRequests, 1);
+    stop();
+    EXPECT_EQ(footage(), (Footage{{0, 3}, {3603, 3605}}));
+}
+
+TEST_F(RecorderClockTest, AClockThatWasDecadesBehindAndIsSetLeavesBothTimes)
+{
+    constexpr std::int64_t decadesMs = 50LL * 365 * 24 * hourMs;
+    clock_.setWall(-decadesMs);
+    recorder_->stop();
+    Recorder::Options options;
+    options.clock = &clock_;
+    recorder_ = Recorder::start({7, 2, source_}, index_, options, {});
+    clock_.advanceMs(200);
+    give(0, 2);
+    clock_.setWall(decadesMs);
+    give(2, 4);
+    stop();
+    EXPECT_EQ(footage(), (Footage{{-decadesMs / 1e3, 2 - decadesMs / 1e3}, {2, 4}}));
+}
+
+TEST_F(RecorderClockTest, AClockThatIsSetBackWritesBesideWhatIsThere)
+{
+    give(0, 3);
+    clock_.setWall(-2 * hourMs);
+    give(3, 6);
+    clock_.setWall(2 * hourMs);
+    give(6, 8);
+    stop();
+    EXPECT_THAT(files(), ElementsAre(Pair(0, 3), Pair(3 - 7200, 3), Pair(6, 2)));
+}
+
+TEST_F(RecorderClockTest, AClockThatComesToTheSameMicrosecondAgainOverwritesNothing)
+{
+    give(0, 3);
+    clock_.setWall(-3000);
+    give(3, 6);
+    clock_.setWall(-3000);
+    give(6, 9);
+    stop();
+    EXPECT_THAT(files(), ElementsAre(Pair(0, 3), Pair(1e-6, 3), Pair(2e-6, 3)));
+}
+
+TEST_F(RecorderClockTest, ASmallCorrectionBeginsNoRange)
+{
+    give(0, 2);
+    clock_.setWall(100);
+    give(2, 25);
+    clock_.setWall(-100);
+    give(25, 48);
+    stop();
+    ASSERT_EQ(footage().size(), 1U);
+    EXPECT_NEAR(footage()[0].second, 48, 0.05);
+    EXPECT_EQ(source_->keyFrameRequests, 0);
+    double end = 0;
+    for (const auto& [begin, length] : files())
+    {
+        EXPECT_NEAR(begin, end, 0.01);
+        end = begin + length;
+    }
+}
+
+}  // namespace
+}  // namespace refhost
