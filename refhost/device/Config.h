@@ -98,6 +98,7 @@ struct LimitsConfig
     int bodyBytes = 16384;
     int handshakeTimeout =
         10;  ///< seconds from connect to the first complete request, and for any request to get whole
+    int setupTimeout = 10;    ///< seconds to log in or set up a session while connections are scarce
     int idleTimeout = 120;    ///< seconds without a byte on a connection that carries no session
     int sessionTimeout = 60;  ///< seconds, told in the Session header
     int orphanTimeout = 10;   ///< seconds that a UDP session outlives its connection unless heard of

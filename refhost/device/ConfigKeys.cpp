@@ -123,15 +123,18 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
 {
     static const std::vector<ConfigKey<Limits>> keys{
         number<Limits>(
-            "connections", "Connections at once.", [](Limits& l) -> int& { return l.connections; }, 1,
-            mostNumber),
+            "connections",
+            "Connections at once. One of eight is kept for addresses that logged in or, without users, set a "
+            "session up before.",
+            [](Limits& l) -> int& { return l.connections; }, 1, mostNumber),
         number<Limits>(
-            "connections-per-address", "Connections at once from one address.",
+            "connections-per-address",
+            "Connections at once from one address; all of an IPv6 network of 64 bits count together.",
             [](Limits& l) -> int& { return l.connectionsPerAddress; }, 1, mostNumber),
         number<Limits>(
             "sessions", "Sessions at once.", [](Limits& l) -> int& { return l.sessions; }, 1, mostNumber),
         number<Limits>(
-            "sessions-per-address", "Sessions at once from one address.",
+            "sessions-per-address", "Sessions at once from one address, counted in the same way.",
             [](Limits& l) -> int& { return l.sessionsPerAddress; }, 1, mostNumber),
         number<Limits>(
             "talkers", "Sessions that may have talk-back set up at once; others get 453.",
@@ -150,6 +153,12 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             "Seconds from the connect to the end of the first request, and from the first byte of a later "
             "one to its end.",
             [](Limits& l) -> int& { return l.handshakeTimeout; }, 1, longestTime),
+        number<Limits>(
+            "setup-timeout",
+            "Seconds that a client has to log in or, without users, to set a session up, while three "
+            "quarters "
+            "of the connections are taken.",
+            [](Limits& l) -> int& { return l.setupTimeout; }, 1, longestTime),
         number<Limits>(
             "idle-timeout", "Seconds that a connection without a session may be silent.",
             [](Limits& l) -> int& { return l.idleTimeout; }, 1, longestTime),

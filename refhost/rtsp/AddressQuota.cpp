@@ -15,12 +15,13 @@ bool AddressQuota::take(const SocketAddress::Key& address)
     {
         return false;
     }
-    int& ofAddress = byAddress_[address];
+    const SocketAddress::Key network = SocketAddress::networkOf(address);
+    int& ofAddress = byAddress_[network];
     if (ofAddress >= limitPerAddress_)
     {
         if (ofAddress == 0)
         {
-            byAddress_.erase(address);
+            byAddress_.erase(network);
         }
         return false;
     }
@@ -32,7 +33,7 @@ bool AddressQuota::take(const SocketAddress::Key& address)
 void AddressQuota::giveBack(const SocketAddress::Key& address)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const auto found = byAddress_.find(address);
+    const auto found = byAddress_.find(SocketAddress::networkOf(address));
     if (found == byAddress_.end())
     {
         return;

@@ -10,7 +10,8 @@ namespace refhost
 {
 
 /// Counts things (connections, sessions) in all and by the address they belong to, and refuses more than
-/// allowed. Threads: any; one lock of its own.
+/// allowed. Addresses are those of SocketAddress::networkOf(). Holds as many addresses as things. Threads:
+/// any; one lock of its own.
 class AddressQuota
 {
 public:

@@ -11,9 +11,9 @@
 namespace refhost
 {
 
-ConnectionLoop::ConnectionLoop(const std::string& name, FrontServices& services, AddressQuota& accepted,
-                               AddressQuota& refused, int sweepMilliseconds)
-    : services_(services), accepted_(accepted), refused_(refused), events_(name)
+ConnectionLoop::ConnectionLoop(const std::string& name, FrontServices& services, AddressQuota& refused,
+                               int sweepMilliseconds)
+    : services_(services), refused_(refused), events_(name)
 {
     events_.every(sweepMilliseconds, [this] { sweep(); });
 }
@@ -23,33 +23,42 @@ ConnectionLoop::~ConnectionLoop()
     closeAll();
 }
 
-void ConnectionLoop::adopt(int descriptor, const SocketAddress& peer, bool refused)
+void ConnectionLoop::adopt(int descriptor, const SocketAddress& peer,
+                           std::shared_ptr<ConnectionSlots::Slot> slot)
 {
     if (events_.onLoopThread())
     {
-        take(descriptor, peer, refused);
+        take(descriptor, peer, slot);
         return;
     }
-    events_.post([this, descriptor, peer, refused] { take(descriptor, peer, refused); });
+    events_.post([this, descriptor, peer, slot = std::move(slot)] { take(descriptor, peer, slot); });
 }
 
-void ConnectionLoop::take(int descriptor, const SocketAddress& peer, bool refused)
+void ConnectionLoop::take(int descriptor, const SocketAddress& peer,
+                          const std::shared_ptr<ConnectionSlots::Slot>& slot)
 {
     std::shared_ptr<RtspConnection> connection;
     try
     {
-        connection = std::make_shared<RtspConnection>(*this, services_, descriptor, peer, refused);
+        connection = std::make_shared<RtspConnection>(*this, services_, descriptor, peer, slot);
     }
     catch (const std::exception& error)
     {
         Log::error("{}: no connection: {}", peer.text(), error.what());
         ::close(descriptor);
-        (refused ? refused_ : accepted_).giveBack(peer.key());
+        if (slot == nullptr)
+        {
+            refused_.giveBack(peer.key());
+        }
         return;
     }
     connections_.emplace(connection.get(), connection);
     try
     {
+        if (slot != nullptr)
+        {
+            closeWhenDisplaced(*connection, *slot);
+        }
         connection->open();
     }
     catch (const std::exception& error)
@@ -59,13 +68,35 @@ void ConnectionLoop::take(int descriptor, const SocketAddress& peer, bool refuse
     }
 }
 
+void ConnectionLoop::closeWhenDisplaced(RtspConnection& connection, ConnectionSlots::Slot& slot)
+{
+    slot.onDisplaced(
+        [this, weak = connection.weak_from_this()]
+        {
+            events_.post(
+                [this, weak]
+                {
+                    if (const auto displaced = weak.lock())
+                    {
+                        Log::debug("{}: ended a connection to make room", displaced->peer().text());
+                        close(*displaced);
+                    }
+                });
+        });
+}
+
 void ConnectionLoop::retryParked()
 {
-    events_.post([this] { tryParkedNow(); });
+    // One task is enough, however many changes there are before it runs.
+    if (!retryPosted_.exchange(true))
+    {
+        events_.post([this] { tryParkedNow(); });
+    }
 }
 
 void ConnectionLoop::tryParkedNow()
 {
+    retryPosted_ = false;
     // A request that is not ready yet parks its connection again.
     for (const std::weak_ptr<RtspConnection>& weak : std::exchange(parked_, {}))
     {
@@ -117,7 +148,10 @@ void ConnectionLoop::close(RtspConnection& connection)
     const std::shared_ptr<RtspConnection> held = std::move(found->second);
     connections_.erase(found);
     held->close();
-    (held->refused() ? refused_ : accepted_).giveBack(held->peer().key());
+    if (held->refused())
+    {
+        refused_.giveBack(held->peer().key());
+    }
 }
 
 void ConnectionLoop::addParked(RtspConnection& connection)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "refhost/rtsp/AddressQuota.h"
+#include "refhost/rtsp/ConnectionSlots.h"
 #include "refhost/rtsp/FrontServices.h"
 #include "refhost/rtsp/ResponseWriter.h"
 #include "refhost/rtsp/RtspConnection.h"
@@ -31,15 +33,16 @@ public:
         std::string output;  // what a connection gathers while it is corked
     };
 
-    /// \param accepted, refused   give connections back to these counts, by whether they were refused
+    /// \param refused            gives refused connections back to this count
     /// \param sweepMilliseconds   how often time-outs are looked at
-    ConnectionLoop(const std::string& name, FrontServices& services, AddressQuota& accepted,
-                   AddressQuota& refused, int sweepMilliseconds);
+    ConnectionLoop(const std::string& name, FrontServices& services, AddressQuota& refused,
+                   int sweepMilliseconds);
     /// Connections that are left are closed.
     ~ConnectionLoop();
 
-    /// Takes a connected socket, which is counted already.
-    void adopt(int descriptor, const SocketAddress& peer, bool refused);
+    /// Takes a connected socket.
+    /// \param slot  null for one that is refused, which is counted already
+    void adopt(int descriptor, const SocketAddress& peer, std::shared_ptr<ConnectionSlots::Slot> slot);
     /// Tries every parked request again.
     void retryParked();
     /// Closes every connection and waits until they are closed. Not on the loop's thread.
@@ -51,17 +54,18 @@ public:
     void addParked(RtspConnection& connection);
 
 private:
-    void take(int descriptor, const SocketAddress& peer, bool refused);
+    void take(int descriptor, const SocketAddress& peer, const std::shared_ptr<ConnectionSlots::Slot>& slot);
+    void closeWhenDisplaced(RtspConnection& connection, ConnectionSlots::Slot& slot);
     void tryParkedNow();
     void sweep();
     void closeAllNow();
 
     FrontServices& services_;
-    AddressQuota& accepted_;
     AddressQuota& refused_;
     Scratch scratch_;
     std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;
     std::vector<std::weak_ptr<RtspConnection>> parked_;
+    std::atomic<bool> retryPosted_{false};
     EventLoop events_;  // last: its thread ends before what it works on
 };
 

@@ -209,6 +209,7 @@ bool RequestHandler::authorize(Exchange& exchange)
     if (decision.verdict == Authenticator::Verdict::granted)
     {
         exchange.user = decision.user;
+        loggedIn_ = loggedIn_ || services_.authenticator.enabled();
         return true;
     }
     if (decision.verdict == Authenticator::Verdict::denied && request.find("Authorization") != nullptr)
@@ -303,6 +304,11 @@ void RequestHandler::received(const RequestReader::Frame& frame)
     {
         Log::error("{}: taking RTCP failed: {}", link_.peer().text(), error.what());
     }
+}
+
+bool RequestHandler::loggedIn() const
+{
+    return loggedIn_;
 }
 
 bool RequestHandler::carriesSession()

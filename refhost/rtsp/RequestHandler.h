@@ -48,6 +48,8 @@ public:
     /// An interleaved frame from the client.
     void received(const RequestReader::Frame& frame);
 
+    /// True when some request came with the credentials of a configured user.
+    bool loggedIn() const;
     /// True while a session exists that this connection used.
     bool carriesSession();
     /// The client took bytes since the last call.
@@ -72,6 +74,7 @@ private:
 
     /// Who asks in the next request, where it is one that was let in before and had to wait.
     std::optional<std::string> admitted_;
+    bool loggedIn_ = false;
 };
 
 }  // namespace refhost

@@ -55,13 +55,14 @@ RequestReader::Limits readerLimits(const LimitsConfig& limits)
 }  // namespace
 
 RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, int descriptor,
-                               const SocketAddress& peer, bool refused)
+                               const SocketAddress& peer, std::shared_ptr<ConnectionSlots::Slot> slot)
     : loop_(loop),
       services_(services),
       descriptor_(descriptor),
       peer_(peer),
       serial_(nextSerial()),
-      refused_(refused),
+      refused_(slot == nullptr),
+      slot_(std::move(slot)),
       output_(descriptor, maxWaiting, services.clock,
               [this](bool wanted)
               {
@@ -72,6 +73,7 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, in
       reader_(readerLimits(services.limits)),
       handler_(services, *this),
       begunMs_(services.clock()),
+      standingMs_(begunMs_),
       lastByteMs_(begunMs_)
 {
 }
@@ -98,6 +100,7 @@ void RtspConnection::close()
     output_.close();
     handler_.linkEnded();
     ::close(descriptor_);
+    slot_.reset();
 }
 
 void RtspConnection::onEvents(std::uint32_t events)
@@ -159,6 +162,22 @@ void RtspConnection::process(bool lastTry)
 {
     const CorkedOutput corked(output_, loop_.scratch().output);
     handleItems(lastTry);
+    if (!established_)
+    {
+        noteStanding(services_.clock());
+    }
+}
+
+/// Who is neither logged in nor has a session may have to make room.
+void RtspConnection::noteStanding(std::int64_t nowMs)
+{
+    const bool established = handler_.loggedIn() || handler_.carriesSession();
+    if (slot_ != nullptr && established != established_)
+    {
+        established_ = established;
+        standingMs_ = nowMs;
+        slot_->setEstablished(established, nowMs);
+    }
 }
 
 void RtspConnection::handleItems(bool lastTry)
@@ -282,6 +301,7 @@ void RtspConnection::updateInterest()
 void RtspConnection::sweep(std::int64_t nowMs)
 {
     noteProgress(nowMs);
+    noteStanding(nowMs);
     if (parked() && nowMs - parkedMs_ >= parkedMostMs)
     {
         retryParked();
@@ -319,6 +339,11 @@ bool RtspConnection::tooOld(std::int64_t nowMs)
         return nowMs - deferredMs_ >= handshakeMs;
     }
     if (begunMs_ >= 0 && nowMs - begunMs_ >= handshakeMs)
+    {
+        return true;
+    }
+    const std::int64_t setupMs = std::int64_t{services_.limits.setupTimeout} * 1000;
+    if (slot_ != nullptr && !established_ && nowMs - standingMs_ >= setupMs && slot_->scarce())
     {
         return true;
     }

@@ -7,6 +7,7 @@
 #include "refhost/rtp/InterleavedTransport.h"
 #include "refhost/rtsp/ClientLink.h"
 #include "refhost/rtsp/ClientOutput.h"
+#include "refhost/rtsp/ConnectionSlots.h"
 #include "refhost/rtsp/RequestHandler.h"
 #include "refhost/rtsp/RequestReader.h"
 
@@ -40,9 +41,9 @@ public:
     static constexpr std::size_t maxWaiting = 64 * 1024;
 
     /// \param descriptor  connected non-blocking socket; the connection's from now on
-    /// \param refused     answer the first request with 503 and end
+    /// \param slot        null: answer the first request with 503 and end
     RtspConnection(ConnectionLoop& loop, FrontServices& services, int descriptor, const SocketAddress& peer,
-                   bool refused);
+                   std::shared_ptr<ConnectionSlots::Slot> slot);
     ~RtspConnection() override;
 
     /// Begins to read.
@@ -82,6 +83,7 @@ private:
     void watch(bool reading);
     void updateInterest();
     bool tooOld(std::int64_t nowMs);
+    void noteStanding(std::int64_t nowMs);
 
     ConnectionLoop& loop_;
     FrontServices& services_;
@@ -91,6 +93,7 @@ private:
     mutable bool localKnown_ = false;
     const std::uint64_t serial_;
     const bool refused_;
+    std::shared_ptr<ConnectionSlots::Slot> slot_;
 
     std::mutex interestMutex_;
     bool reading_ = true;
@@ -106,8 +109,10 @@ private:
     bool deferred_ = false;
     std::int64_t deferredMs_ = 0;  // when the client last took a byte
     bool largeSendBuffer_ = false;
-    bool greeted_ = false;  // a whole request came
-    std::int64_t begunMs_;  // when the client began what is not a whole request yet; -1: nothing is begun
+    bool greeted_ = false;      // a whole request came
+    std::int64_t begunMs_;      // when the client began what is not a whole request yet; -1: nothing is begun
+    bool established_ = false;  // logged in, or with a session
+    std::int64_t standingMs_;   // when that changed last
     std::int64_t lastByteMs_;
     std::int64_t lingeringMs_ = 0;
     std::uint64_t bytesTakenBefore_ = 0;

@@ -85,7 +85,7 @@ RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes, Options o
     : config_(config),
       options_(std::move(options)),
       services_(config_, std::move(routes), options_.clock),
-      accepted_(config_.limits.connections, config_.limits.connectionsPerAddress),
+      slots_(config_.limits.connections, config_.limits.connectionsPerAddress),
       refused_(refusedAtOnce, refusedAtOnce)
 {
 }
@@ -168,8 +168,8 @@ void RtspServer::startLoops()
 {
     for (int i = 0; i < loopCount(config_); ++i)
     {
-        loops_.push_back(std::make_unique<ConnectionLoop>("rtsp-" + std::to_string(i), services_, accepted_,
-                                                          refused_, options_.sweepMilliseconds));
+        loops_.push_back(std::make_unique<ConnectionLoop>("rtsp-" + std::to_string(i), services_, refused_,
+                                                          options_.sweepMilliseconds));
     }
     subscription_ = ChangeSignal::instance().subscribe(
         [this]
@@ -266,18 +266,18 @@ bool RtspServer::acceptOne()
                errno != ENOBUFS && errno != ENOMEM;
     }
     const SocketAddress peer(reinterpret_cast<const sockaddr*>(&address));
-    const bool refused = !accepted_.take(peer.key());
-    if (refused)
+    std::shared_ptr<ConnectionSlots::Slot> slot = slots_.take(peer.key(), services_.clock());
+    if (slot == nullptr)
     {
         Log::limited(Log::Level::warning, "connections refused",
                      "{}: connection refused: too many, or too many of its address", peer.text());
     }
-    if (refused && !refused_.take(peer.key()))
+    if (slot == nullptr && !refused_.take(peer.key()))
     {
         ::close(descriptor);
         return true;
     }
-    loops_[nextLoop_++ % loops_.size()]->adopt(descriptor, peer, refused);
+    loops_[nextLoop_++ % loops_.size()]->adopt(descriptor, peer, std::move(slot));
     return true;
 }
 
@@ -312,7 +312,7 @@ int RtspServer::rtpPort() const
 
 std::size_t RtspServer::connectionCount() const
 {
-    return accepted_.count();
+    return slots_.count();
 }
 
 std::size_t RtspServer::sessionCount() const

@@ -8,6 +8,7 @@
 #include "refhost/device/Config.h"
 #include "refhost/rtsp/AddressQuota.h"
 #include "refhost/rtsp/ConnectionLoop.h"
+#include "refhost/rtsp/ConnectionSlots.h"
 #include "refhost/rtsp/FrontServices.h"
 #include "refhost/rtsp/MediaRoutes.h"
 #include "refhost/rtsp/MonotonicClock.h"
@@ -63,7 +64,7 @@ private:
     const ServerConfig config_;
     const Options options_;
     FrontServices services_;
-    AddressQuota accepted_;
+    ConnectionSlots slots_;
     AddressQuota refused_;
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;
     std::size_t nextLoop_ = 0;

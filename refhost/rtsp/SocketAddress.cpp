@@ -17,6 +17,18 @@ std::size_t SocketAddress::KeyHash::operator()(const Key& key) const noexcept
     return static_cast<std::size_t>(hash ^ (hash >> 32));
 }
 
+SocketAddress::Key SocketAddress::networkOf(const Key& address)
+{
+    constexpr unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+    if (std::memcmp(address.data(), mapped, sizeof mapped) == 0)
+    {
+        return address;
+    }
+    Key network{};
+    std::memcpy(network.data(), address.data(), network.size() / 2);
+    return network;
+}
+
 SocketAddress::SocketAddress() : address_()
 {
     address_.sin6_family = AF_UNSPEC;

@@ -22,6 +22,10 @@ public:
         std::size_t operator()(const Key& key) const noexcept;
     };
 
+    /// What limits count as one address: an IPv4 address, or an IPv6 network of 64 bits, which is the least
+    /// that one site has.
+    static Key networkOf(const Key& address);
+
     SocketAddress();
     explicit SocketAddress(const sockaddr* address);
 

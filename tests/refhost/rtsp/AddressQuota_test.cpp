@@ -10,6 +10,16 @@ namespace
 constexpr SocketAddress::Key here{1};
 constexpr SocketAddress::Key there{2};
 
+TEST(AddressQuota, CountsAnIpv6NetworkAsOneAddress)
+{
+    AddressQuota quota(10, 1);
+    const SocketAddress::Key neighbour{1, 0, 0, 0, 0, 0, 0, 0, 9};
+    EXPECT_TRUE(quota.take(here));
+    EXPECT_FALSE(quota.take(neighbour));
+    quota.giveBack(neighbour);
+    EXPECT_EQ(quota.count(), 0u);
+}
+
 TEST(AddressQuota, RefusesMoreThanTheLimitInAll)
 {
     AddressQuota quota(2, 2);

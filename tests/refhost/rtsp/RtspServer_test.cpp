@@ -93,9 +93,10 @@ TEST_F(RtspServerTest, AFloodOfRefusedConnectionsIsBoundedAndEnds)
 {
     config.limits.connections = 1;
     config.limits.idleTimeout = 1000000;
+    config.limits.sessionTimeout = 1000000;
     start();
     TestClient first(server->port());
-    EXPECT_EQ(first.request("OPTIONS", "*").status, 200);
+    setUpTcp(first, 1);
     const int before = openDescriptors();
     std::list<TestClient> flood;
     for (int i = 0; i < 200; ++i)
@@ -109,6 +110,49 @@ TEST_F(RtspServerTest, AFloodOfRefusedConnectionsIsBoundedAndEnds)
         EXPECT_TRUE(endedAfterHandshakeTime(client));
     }
     EXPECT_EQ(first.request("OPTIONS", "*").status, 200);
+}
+
+TEST_F(RtspServerTest, ConnectionsThatOnlyAskEndSoonWhileTheyAreScarce)
+{
+    config.limits.connections = 8;
+    config.limits.idleTimeout = 1000000;
+    config.limits.sessionTimeout = 1000000;
+    start();
+    TestClient viewer(server->port());
+    setUpTcp(viewer, 1);
+    std::list<TestClient> idle;
+    for (int i = 0; i < 4; ++i)
+    {
+        idle.emplace_back(server->port());
+        EXPECT_EQ(idle.back().request("OPTIONS", "*").status, 200);
+    }
+    time.advance(config.limits.setupTimeout * 1000);
+    EXPECT_FALSE(idle.front().ended(50)) << "there is room";
+    idle.emplace_back(server->port());
+    EXPECT_TRUE(eventually([this] { return server->connectionCount() == 5; })) << "until there is room";
+    EXPECT_EQ(idle.back().request("OPTIONS", "*").status, 200) << "a new one has its time";
+    EXPECT_EQ(viewer.request("OPTIONS", "*").status, 200);
+}
+
+TEST_F(RtspServerTest, AUserComesInThoughSilentConnectionsOfOthersTookEverySlot)
+{
+    config.listen = "0.0.0.0";
+    config.limits.connections = 64;
+    start();
+    std::list<TestClient> silent;
+    for (int i = 0; i < 64; ++i)
+    {
+        silent.emplace_back(server->port());
+    }
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 56; }));
+    TestClient user(server->port(), 0, AF_INET, "127.0.0.2");
+    const std::string id = setUpTcp(user, 1);
+    EXPECT_EQ(user.request("PLAY", url(), session(id)).status, 200);
+    for (int i = 0; i < 64; ++i)
+    {
+        silent.emplace_back(server->port());
+    }
+    EXPECT_EQ(user.request("OPTIONS", "*").status, 200);
 }
 
 TEST_F(RtspServerTest, SessionsAreLimitedInAllAndPerAddress)

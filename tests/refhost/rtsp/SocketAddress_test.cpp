@@ -52,6 +52,15 @@ TEST(SocketAddress, KeysTellAddressesApartAndNotPorts)
     EXPECT_NE(ipv6("2001:db8::1", 1).key(), ipv6("2001:db8::2", 1).key());
 }
 
+TEST(SocketAddress, NetworksAreIpv4AddressesAndHalvesOfIpv6Ones)
+{
+    SocketAddress::Key four{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 192, 0, 2, 1};
+    EXPECT_EQ(SocketAddress::networkOf(four), four);
+    const SocketAddress::Key six{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+    const SocketAddress::Key network{1, 2, 3, 4, 5, 6, 7, 8};
+    EXPECT_EQ(SocketAddress::networkOf(six), network);
+}
+
 TEST(SocketAddress, IsWhatTheSystemTakesBack)
 {
     const sockaddr_storage plain = ipv4("192.0.2.1", 554).storage();
