@@ -30,14 +30,14 @@ SafePointer<OVAudioBackDispatcherMgr> OVAudioBackDispatcherMgr::getInstance()
 }
 
 OVAudioBackDispatcherMgr::OVAudioBackDispatcherMgr()
-    : encoderType(defaultEncoderType), thirdPlatType(defaultThirdPlatType), playerOpened(false)
+    : encoderType_(defaultEncoderType), thirdPlatType_(defaultThirdPlatType), playerOpened_(false)
 {
-    mtuParam.setMTUValue(defaultMtu);
+    mtuParam_.setMTUValue(defaultMtu);
     const function<int> body(new function_obj<int, BoundRun>(BoundRun{&OVAudioBackDispatcherMgr::run, this}));
     const std::string name(unit);
     const function<int> before(new EmptyHook(&GThread::emptyFun));
     const function<int> after(new EmptyHook(&GThread::emptyFun));
-    thread = SafePointer<GThread>(new GThread(body, name, before, after));
+    thread_ = SafePointer<GThread>(new GThread(body, name, before, after));
 }
 
 OVAudioBackDispatcherMgr::~OVAudioBackDispatcherMgr() noexcept(false)
@@ -47,70 +47,70 @@ OVAudioBackDispatcherMgr::~OVAudioBackDispatcherMgr() noexcept(false)
 
 void OVAudioBackDispatcherMgr::setDeviceInfoEx(const DeviceInfoEx& info)
 {
-    deviceInfo = info;
+    deviceInfo_ = info;
 }
 
 void OVAudioBackDispatcherMgr::setDeviceExAbility(const DeviceExAbility& ability)
 {
-    deviceAbility = ability;
+    deviceAbility_ = ability;
 }
 
-void OVAudioBackDispatcherMgr::setThirdPlatType(int type)
+void OVAudioBackDispatcherMgr::setThirdPlatType(int thirdPlatType)
 {
-    thirdPlatType = type;
+    thirdPlatType_ = thirdPlatType;
 }
 
 void OVAudioBackDispatcherMgr::setMTUParam(const MTUParam& mtu)
 {
-    mtuParam = mtu;
+    mtuParam_ = mtu;
 }
 
 MTUParam& OVAudioBackDispatcherMgr::getMTUParam()
 {
-    return mtuParam;
+    return mtuParam_;
 }
 
 void OVAudioBackDispatcherMgr::setMediaPlayer(const SafePointer<IMediaPlayer>& player)
 {
-    mediaPlayer = player;
+    mediaPlayer_ = player;
 }
 
 int OVAudioBackDispatcherMgr::setEncoderType(int type)
 {
-    encoderType = type;
-    if (mediaPlayer.isEmpty())
+    encoderType_ = type;
+    if (mediaPlayer_.isEmpty())
     {
         return statusSuccess;
     }
-    if (!playerOpened)
+    if (!playerOpened_)
     {
-        mediaPlayer->setEncoderType(type);
+        mediaPlayer_->setEncoderType(type);
         return statusSuccess;
     }
-    mediaPlayer->close();
-    playerOpened = false;
-    mediaPlayer->setDeviceInfo(deviceInfo);
-    mediaPlayer->setEncoderType(type);
-    const int result = mediaPlayer->open();
+    mediaPlayer_->close();
+    playerOpened_ = false;
+    mediaPlayer_->setDeviceInfo(deviceInfo_);
+    mediaPlayer_->setEncoderType(type);
+    const int result = mediaPlayer_->open();
     if (result == statusSuccess)
     {
-        playerOpened = true;
+        playerOpened_ = true;
     }
     return result;
 }
 
 int OVAudioBackDispatcherMgr::start()
 {
-    if (thread->IsRunning())
+    if (thread_->IsRunning())
     {
         return statusSuccess;
     }
-    if (mediaPlayer.isEmpty())
+    if (mediaPlayer_.isEmpty())
     {
         return statusRefused;
     }
     // Both lines name the manager as it was called once; who reads the output looks for them so.
-    if (thread->start() == 0)
+    if (thread_->start() == 0)
     {
         std::puts("OVAudioInterPhoneMgr start Fail!");
         return statusThreadFailed;
@@ -121,75 +121,75 @@ int OVAudioBackDispatcherMgr::start()
 
 bool OVAudioBackDispatcherMgr::isRunning()
 {
-    return thread->IsRunning();
+    return thread_->IsRunning();
 }
 
 void OVAudioBackDispatcherMgr::stop()
 {
     std::puts("~OVAudioBackDispatcherMgr::stop~");
-    if (thread->IsRunning())
+    if (thread_->IsRunning())
     {
-        thread->stop();
+        thread_->stop();
     }
     {
-        OVMutexManager guard(mutex, unit, __LINE__);
-        for (const auto& session : sessions)
+        OVMutexManager guard(mutex_, unit, __LINE__);
+        for (const auto& session : sessions_)
         {
             session.second->stop();
         }
-        sessions.clear();
+        sessions_.clear();
     }
-    if (!mediaPlayer.isEmpty() && playerOpened)
+    if (!mediaPlayer_.isEmpty() && playerOpened_)
     {
-        mediaPlayer->close();
+        mediaPlayer_->close();
     }
-    playerOpened = false;
+    playerOpened_ = false;
 }
 
 int OVAudioBackDispatcherMgr::initSession(const std::string& sessionId, const std::string& trackId,
                                           const SubMediaInfo& info, int packetSize)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    if (!sessions.empty() && trackId != audioBackTrackId)
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    if (!sessions_.empty() && trackId != audioBackTrackId_)
     {
         return statusRefused;
     }
-    if (sessions.find(sessionId) != sessions.end())
+    if (sessions_.find(sessionId) != sessions_.end())
     {
         return statusRefused;
     }
-    const SafePointer<AudioDispatcher> dispatcher(new AudioDispatcher(mediaPlayer));
+    const SafePointer<AudioDispatcher> dispatcher(new AudioDispatcher(mediaPlayer_));
     const int result = dispatcher->initRTBBuilder(info, packetSize);
     if (result != statusSuccess)
     {
         return result;
     }
-    sessions.emplace(sessionId, dispatcher);
-    audioBackTrackId = trackId;
+    sessions_.emplace(sessionId, dispatcher);
+    audioBackTrackId_ = trackId;
     std::printf("OVAudioBackDispatcherMgr::initSession, after adding, session num is:%d\n",
-                static_cast<int>(sessions.size()));
+                static_cast<int>(sessions_.size()));
     return statusSuccess;
 }
 
 int OVAudioBackDispatcherMgr::addSessionConnection(const std::string& sessionId,
                                                    const SafePointer<IConnection>& connection)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    const auto found = sessions.find(sessionId);
-    return found == sessions.end() ? statusRefused : found->second->setConnection(connection);
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    const auto found = sessions_.find(sessionId);
+    return found == sessions_.end() ? statusRefused : found->second->setConnection(connection);
 }
 
 bool OVAudioBackDispatcherMgr::findSession(const std::string& sessionId)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    return sessions.find(sessionId) != sessions.end();
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    return sessions_.find(sessionId) != sessions_.end();
 }
 
 int OVAudioBackDispatcherMgr::startAudio(const std::string& sessionId)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    const auto found = sessions.find(sessionId);
-    if (found == sessions.end())
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    const auto found = sessions_.find(sessionId);
+    if (found == sessions_.end())
     {
         return statusRefused;
     }
@@ -199,9 +199,9 @@ int OVAudioBackDispatcherMgr::startAudio(const std::string& sessionId)
 
 int OVAudioBackDispatcherMgr::pauseAudio(const std::string& sessionId)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    const auto found = sessions.find(sessionId);
-    if (found == sessions.end())
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    const auto found = sessions_.find(sessionId);
+    if (found == sessions_.end())
     {
         return statusRefused;
     }
@@ -211,22 +211,22 @@ int OVAudioBackDispatcherMgr::pauseAudio(const std::string& sessionId)
 
 int OVAudioBackDispatcherMgr::stopAudio(const std::string& sessionId)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    const auto found = sessions.find(sessionId);
-    if (found == sessions.end())
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    const auto found = sessions_.find(sessionId);
+    if (found == sessions_.end())
     {
         return statusRefused;
     }
     std::puts("________________OVAudioBackDispatcherMgr::stopAudio");
-    sessions.erase(found);
+    sessions_.erase(found);
     return statusSuccess;
 }
 
 int OVAudioBackDispatcherMgr::getConnetionState(const std::string& sessionId, bool& state)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    const auto found = sessions.find(sessionId);
-    if (found == sessions.end())
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    const auto found = sessions_.find(sessionId);
+    if (found == sessions_.end())
     {
         return statusRefused;
     }
@@ -236,21 +236,21 @@ int OVAudioBackDispatcherMgr::getConnetionState(const std::string& sessionId, bo
 
 int OVAudioBackDispatcherMgr::getTrackSSRC(const std::string& sessionId, int& ssrc)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    const auto found = sessions.find(sessionId);
-    return found == sessions.end() ? statusRefused : found->second->getTrackSSRC(ssrc);
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    const auto found = sessions_.find(sessionId);
+    return found == sessions_.end() ? statusRefused : found->second->getTrackSSRC(ssrc);
 }
 
 int OVAudioBackDispatcherMgr::getSessionNum()
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    return static_cast<int>(sessions.size());
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    return static_cast<int>(sessions_.size());
 }
 
 void OVAudioBackDispatcherMgr::clearAllSession()
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    sessions.clear();
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    sessions_.clear();
 }
 
 int OVAudioBackDispatcherMgr::run()
@@ -287,45 +287,45 @@ int OVAudioBackDispatcherMgr::run()
 
 int OVAudioBackDispatcherMgr::processPlayer()
 {
-    if (mediaPlayer.isEmpty())
+    if (mediaPlayer_.isEmpty())
     {
         return statusRefused;
     }
     bool allPaused = true;
     {
-        OVMutexManager guard(mutex, unit, __LINE__);
-        allPaused = sessions.empty() || private_IsPauseAllAudio() != 0;
+        OVMutexManager guard(mutex_, unit, __LINE__);
+        allPaused = sessions_.empty() || private_IsPauseAllAudio() != 0;
     }
     if (allPaused)
     {
-        if (playerOpened)
+        if (playerOpened_)
         {
-            mediaPlayer->close();
+            mediaPlayer_->close();
         }
-        playerOpened = false;
+        playerOpened_ = false;
         return statusPlayerUnusable;
     }
-    if (playerOpened)
+    if (playerOpened_)
     {
         return statusSuccess;
     }
     // Also a closed output is closed first, always: whoever opened it before may have left it half open.
-    mediaPlayer->close();
-    mediaPlayer->setDeviceInfo(deviceInfo);
-    const int result = mediaPlayer->open();
+    mediaPlayer_->close();
+    mediaPlayer_->setDeviceInfo(deviceInfo_);
+    const int result = mediaPlayer_->open();
     if (result != statusSuccess)
     {
         std::printf("OVAudioBackDispatcherMgr::processPlayer MediaPlayer open fail, return nRet = %d\n",
                     result);
         return statusPlayerUnusable;
     }
-    playerOpened = true;
+    playerOpened_ = true;
     return statusSuccess;
 }
 
 int OVAudioBackDispatcherMgr::private_IsPauseAllAudio()
 {
-    for (const auto& session : sessions)
+    for (const auto& session : sessions_)
     {
         if (session.second->isPlaying())
         {
@@ -337,11 +337,11 @@ int OVAudioBackDispatcherMgr::private_IsPauseAllAudio()
 
 int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
+    OVMutexManager guard(mutex_, unit, __LINE__);
     // One flag for the whole pass, deliberately: once set, the next session with a result ends the pass.
     bool playerFault = false;
     FailedSessions failed;
-    for (const auto& session : sessions)
+    for (const auto& session : sessions_)
     {
         if (!session.second->isPlaying())
         {
@@ -356,8 +356,8 @@ int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
         {
             // What failed before stays in the table, deliberately: with a broken output nobody's code tells
             // much.
-            mediaPlayer->close();
-            playerOpened = false;
+            mediaPlayer_->close();
+            playerOpened_ = false;
             return statusPlayerUnusable;
         }
         failed.note(session.first, result);
@@ -374,9 +374,9 @@ int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
 
 int OVAudioBackDispatcherMgr::recvAndSendRTCPData()
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
+    OVMutexManager guard(mutex_, unit, __LINE__);
     FailedSessions failed;
-    for (const auto& session : sessions)
+    for (const auto& session : sessions_)
     {
         if (session.second->isPlaying())
         {
@@ -394,9 +394,9 @@ int OVAudioBackDispatcherMgr::recvAndSendRTCPData()
 
 void OVAudioBackDispatcherMgr::clearStopSession()
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
+    OVMutexManager guard(mutex_, unit, __LINE__);
     std::vector<std::string> stopped;
-    for (const auto& session : sessions)
+    for (const auto& session : sessions_)
     {
         if (!session.second->isPlaying())
         {
@@ -410,6 +410,6 @@ void OVAudioBackDispatcherMgr::removeSessions(const std::vector<std::string>& se
 {
     for (const std::string& sessionId : sessionIds)
     {
-        sessions.erase(sessionId);
+        sessions_.erase(sessionId);
     }
 }

@@ -2,7 +2,6 @@
 
 #include "hostapi/live/RTPStreamDispatcherMgr.h"
 #include "live/LivePresentation.h"
-#include "live/LiveRange.h"
 #include "live/PayloadSize.h"
 #include "live/TalkBackTrack.h"
 #include "support/StatusCode.h"
@@ -16,20 +15,21 @@ const LivePresentation::Form form = {"OVLiveController", &IMediaUrl::parseMediaU
 
 OVLiveController::OVLiveController()
 {
-    mediaInfo.clearAllSubMediaInfo();
+    mediaInfo_.clearAllSubMediaInfo();
 }
 
 OVLiveController::~OVLiveController() noexcept(false) = default;
 
 LivePresentation OVLiveController::presentation()
 {
-    return LivePresentation(form, {mediaUrl, streamKey, mediaUrlParam, mediaInfo, deviceInfo, deviceAbility});
+    return LivePresentation(form,
+                            {mediaUrl_, streamKey_, mediaUrlParam_, mediaInfo_, deviceInfo_, deviceAbility_});
 }
 
-int OVLiveController::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
-                                   const DeviceExAbility& ability, bool mediaInfoFlag)
+int OVLiveController::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
+                                   const DeviceExAbility& deviceAbility, bool mediaInfoFlag)
 {
-    return presentation().init(thirdPlatType, url, device, ability, mediaInfoFlag);
+    return presentation().init(thirdPlatType, url, deviceInfo, deviceAbility, mediaInfoFlag);
 }
 
 int OVLiveController::parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey)
@@ -44,12 +44,7 @@ int OVLiveController::createMediaInfo(int thirdPlatType, bool mediaInfoFlag, Med
 
 int OVLiveController::getMediaInfo(MediaInfo& out)
 {
-    out = mediaInfo;
-    return statusSuccess;
-}
-
-int OVLiveController::mediaInit()
-{
+    out = mediaInfo_;
     return statusSuccess;
 }
 
@@ -61,99 +56,65 @@ int OVLiveController::setup(const std::string& sessionId, const std::string& tra
         return statusRefused;
     }
     SubMediaInfo track;
-    if (!mediaInfo.getSubMediaInfo(trackId, track))
+    if (!mediaInfo_.getSubMediaInfo(trackId, track))
     {
         return statusNotFound;
     }
     if (track.getAudioBackInfoFlag())
     {
-        return TalkBackTrack(audioBackTrackId)
+        return TalkBackTrack(audioBackTrackId_)
             .setup(sessionId, trackId, track, PayloadSize::standard, connection);
     }
     const SafePointer<RTPStreamDispatcherMgr> dispatcher = RTPStreamDispatcherMgr::getInstance();
     const int result =
-        dispatcher->initRTPBuilder(streamKey, sessionId, trackId, track, PayloadSize::standard);
+        dispatcher->initRTPBuilder(streamKey_, sessionId, trackId, track, PayloadSize::standard);
     if (result != statusSuccess)
     {
         return result;
     }
-    return dispatcher->addRTPConnection(streamKey, sessionId, trackId, connection);
+    return dispatcher->addRTPConnection(streamKey_, sessionId, trackId, connection);
 }
 
 int OVLiveController::play(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId);
+    const TalkBackTrack talkBack(audioBackTrackId_);
     if (talkBack.is(trackId))
     {
         return talkBack.play(sessionId);
     }
-    return RTPStreamDispatcherMgr::getInstance()->play(streamKey, sessionId, trackId);
-}
-
-int OVLiveController::setPlayRange(const std::string&, const std::string&, double, double, int, bool)
-{
-    return statusSuccess;
-}
-
-int OVLiveController::getCurPlayRange(const std::string&, const std::string&, double& start, double& end)
-{
-    return LiveRange::answer(start, end);
-}
-
-int OVLiveController::correctPlayRange(const std::string&, const std::string&, double, double,
-                                       double& outStart, double& outEnd)
-{
-    return LiveRange::answer(outStart, outEnd);
+    return RTPStreamDispatcherMgr::getInstance()->play(streamKey_, sessionId, trackId);
 }
 
 int OVLiveController::pause(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId);
+    const TalkBackTrack talkBack(audioBackTrackId_);
     if (talkBack.is(trackId))
     {
         return talkBack.pause(sessionId);
     }
-    return RTPStreamDispatcherMgr::getInstance()->pause(streamKey, sessionId, trackId);
-}
-
-int OVLiveController::setPauseRange(const std::string&, const std::string&, double)
-{
-    return statusSuccess;
+    return RTPStreamDispatcherMgr::getInstance()->pause(streamKey_, sessionId, trackId);
 }
 
 int OVLiveController::stop(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId);
+    const TalkBackTrack talkBack(audioBackTrackId_);
     if (talkBack.is(trackId))
     {
         return talkBack.stop(sessionId);
     }
     // A track that the dispatcher does not know is as good as ended.
-    RTPStreamDispatcherMgr::getInstance()->deleteRTPConnection(streamKey, sessionId, trackId);
+    RTPStreamDispatcherMgr::getInstance()->deleteRTPConnection(streamKey_, sessionId, trackId);
     return statusSuccess;
 }
-
-int OVLiveController::getConnetionState(std::string, std::string, bool& connected)
-{
-    connected = true;
-    return statusSuccess;
-}
-
-int OVLiveController::setSpeed(const std::string&, const std::string&, double, double)
-{
-    return statusSuccess;
-}
-
-void OVLiveController::setRTCPFrequence(const std::string&, const std::string&, int) {}
 
 int OVLiveController::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    const TalkBackTrack talkBack(audioBackTrackId);
+    const TalkBackTrack talkBack(audioBackTrackId_);
     if (talkBack.is(trackId))
     {
         return talkBack.getTrackSSRC(sessionId, ssrc);
     }
     // Without an SSRC the SETUP stands nevertheless; its answer only goes without.
-    RTPStreamDispatcherMgr::getInstance()->getTrackSSRC(streamKey, sessionId, trackId, ssrc);
+    RTPStreamDispatcherMgr::getInstance()->getTrackSSRC(streamKey_, sessionId, trackId, ssrc);
     return statusSuccess;
 }

@@ -11,32 +11,32 @@ const char* const unit = "OVLiveControllerFactory";
 
 }  // namespace
 
-OVLiveControllerFactory::OVLiveControllerFactory() : thirdPlatType(0) {}
+OVLiveControllerFactory::OVLiveControllerFactory() : thirdPlatType_(0) {}
 
 OVLiveControllerFactory::~OVLiveControllerFactory() noexcept(false) = default;
 
-void OVLiveControllerFactory::setDeviceInfo(const DeviceInfoEx& info)
+void OVLiveControllerFactory::setDeviceInfo(const DeviceInfoEx& deviceInfo)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    deviceInfo = info;
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    deviceInfo_ = deviceInfo;
 }
 
-void OVLiveControllerFactory::setDeviceAbility(const DeviceExAbility& ability)
+void OVLiveControllerFactory::setDeviceAbility(const DeviceExAbility& deviceAbility)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    deviceAbility = ability;
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    deviceAbility_ = deviceAbility;
 }
 
-void OVLiveControllerFactory::setThirdPlatType(int type)
+void OVLiveControllerFactory::setThirdPlatType(int thirdPlatType)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    thirdPlatType = type;
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    thirdPlatType_ = thirdPlatType;
 }
 
 int OVLiveControllerFactory::createMedia(const std::string& url, SafePointer<IRTSPController>& out,
                                          bool mediaInfoFlag)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    return NewController<OVLiveController>::in(out).initInstance(thirdPlatType, url, deviceInfo,
-                                                                 deviceAbility, mediaInfoFlag);
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    return NewController<OVLiveController>::in(out).initInstance(thirdPlatType_, url, deviceInfo_,
+                                                                 deviceAbility_, mediaInfoFlag);
 }

@@ -11,36 +11,36 @@ const char* const unit = "OVMulticastLiveControlerFactory";
 
 }  // namespace
 
-OVMulticastLiveControlerFactory::OVMulticastLiveControlerFactory() : thirdPlatType(0)
+OVMulticastLiveControlerFactory::OVMulticastLiveControlerFactory() : thirdPlatType_(0)
 {
     // The unicast factories do without; hosts see the difference.
-    mutex.Init();
+    mutex_.Init();
 }
 
 OVMulticastLiveControlerFactory::~OVMulticastLiveControlerFactory() noexcept(false) = default;
 
-void OVMulticastLiveControlerFactory::setDeviceInfo(const DeviceInfoEx& info)
+void OVMulticastLiveControlerFactory::setDeviceInfo(const DeviceInfoEx& deviceInfo)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    deviceInfo = info;
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    deviceInfo_ = deviceInfo;
 }
 
-void OVMulticastLiveControlerFactory::setDeviceAbility(const DeviceExAbility& ability)
+void OVMulticastLiveControlerFactory::setDeviceAbility(const DeviceExAbility& deviceAbility)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    deviceAbility = ability;
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    deviceAbility_ = deviceAbility;
 }
 
-void OVMulticastLiveControlerFactory::setThirdPlatType(int type)
+void OVMulticastLiveControlerFactory::setThirdPlatType(int thirdPlatType)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    thirdPlatType = type;
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    thirdPlatType_ = thirdPlatType;
 }
 
 int OVMulticastLiveControlerFactory::createMedia(const std::string& url, SafePointer<IRTSPController>& out,
                                                  bool mediaInfoFlag)
 {
-    OVMutexManager guard(mutex, unit, __LINE__);
-    return NewController<OVMulticastLiveController>::in(out).initInstance(thirdPlatType, url, deviceInfo,
-                                                                          deviceAbility, mediaInfoFlag);
+    OVMutexManager guard(mutex_, unit, __LINE__);
+    return NewController<OVMulticastLiveController>::in(out).initInstance(thirdPlatType_, url, deviceInfo_,
+                                                                          deviceAbility_, mediaInfoFlag);
 }

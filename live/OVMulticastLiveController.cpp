@@ -5,7 +5,6 @@
 #include "hostapi/live/LiveDispatcherMgr.h"
 #include "live/DispatcherSession.h"
 #include "live/LivePresentation.h"
-#include "live/LiveRange.h"
 #include "live/MulticastSession.h"
 #include "live/PayloadSize.h"
 #include "support/StatusCode.h"
@@ -23,21 +22,22 @@ using Record = SafePointer<MulticastSessionParameter>;
 
 OVMulticastLiveController::OVMulticastLiveController()
 {
-    mediaInfo.clearAllSubMediaInfo();
+    mediaInfo_.clearAllSubMediaInfo();
 }
 
 OVMulticastLiveController::~OVMulticastLiveController() noexcept(false) = default;
 
 LivePresentation OVMulticastLiveController::presentation()
 {
-    return LivePresentation(form, {mediaUrl, streamKey, mediaUrlParam, mediaInfo, deviceInfo, deviceAbility});
+    return LivePresentation(form,
+                            {mediaUrl_, streamKey_, mediaUrlParam_, mediaInfo_, deviceInfo_, deviceAbility_});
 }
 
 int OVMulticastLiveController::initInstance(int thirdPlatType, const std::string& url,
-                                            const DeviceInfoEx& device, const DeviceExAbility& ability,
-                                            bool mediaInfoFlag)
+                                            const DeviceInfoEx& deviceInfo,
+                                            const DeviceExAbility& deviceAbility, bool mediaInfoFlag)
 {
-    return presentation().init(thirdPlatType, url, device, ability, mediaInfoFlag);
+    return presentation().init(thirdPlatType, url, deviceInfo, deviceAbility, mediaInfoFlag);
 }
 
 int OVMulticastLiveController::parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey)
@@ -52,20 +52,15 @@ int OVMulticastLiveController::createMediaInfo(int thirdPlatType, bool mediaInfo
 
 int OVMulticastLiveController::getMediaInfo(MediaInfo& out)
 {
-    out = mediaInfo;
+    out = mediaInfo_;
     return statusSuccess;
 }
 
 int OVMulticastLiveController::getSessionInfo(GeneralSessionInfo& out)
 {
-    out.setCameraID(mediaUrlParam.getCameraID());
-    out.setStreamID(mediaUrlParam.getStreamID());
-    out.setIsMulticastFlag(mediaUrlParam.getMulticastFlag());
-    return statusSuccess;
-}
-
-int OVMulticastLiveController::mediaInit()
-{
+    out.setCameraID(mediaUrlParam_.getCameraID());
+    out.setStreamID(mediaUrlParam_.getStreamID());
+    out.setIsMulticastFlag(mediaUrlParam_.getMulticastFlag());
     return statusSuccess;
 }
 
@@ -79,18 +74,18 @@ int OVMulticastLiveController::setup(const std::string& sessionId, const std::st
         return statusRefused;
     }
     SubMediaInfo described;
-    if (!mediaInfo.getSubMediaInfo(trackId, described))
+    if (!mediaInfo_.getSubMediaInfo(trackId, described))
     {
         return statusNotFound;
     }
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam);
+    int result = session.deriveId(mediaUrlParam_);
     if (result != statusSuccess)
     {
         return result;
     }
     const DispatcherSession shared(form.controllerName, dispatcher, session.id());
-    result = shared.open(mediaUrlParam, mediaInfo, payloadSize);
+    result = shared.open(mediaUrlParam_, mediaInfo_, payloadSize);
     if (result != statusSuccess)
     {
         return result;
@@ -100,14 +95,14 @@ int OVMulticastLiveController::setup(const std::string& sessionId, const std::st
     {
         return result;
     }
-    return session.noteMember(sessionId, trackId, mediaUrl);
+    return session.noteMember(sessionId, trackId, mediaUrl_);
 }
 
 int OVMulticastLiveController::play(const std::string& sessionId, const std::string& trackId)
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam);
+    int result = session.deriveId(mediaUrlParam_);
     if (result == statusSuccess)
     {
         result = session.findTrackOfMember(sessionId, trackId);
@@ -115,28 +110,11 @@ int OVMulticastLiveController::play(const std::string& sessionId, const std::str
     return result == statusSuccess ? dispatcher->play(session.id(), trackId) : result;
 }
 
-int OVMulticastLiveController::setPlayRange(const std::string&, const std::string&, double, double, int, bool)
-{
-    return statusSuccess;
-}
-
-int OVMulticastLiveController::getCurPlayRange(const std::string&, const std::string&, double& start,
-                                               double& end)
-{
-    return LiveRange::answer(start, end);
-}
-
-int OVMulticastLiveController::correctPlayRange(const std::string&, const std::string&, double, double,
-                                                double& outStart, double& outEnd)
-{
-    return LiveRange::answer(outStart, outEnd);
-}
-
 int OVMulticastLiveController::pause(const std::string& sessionId, const std::string& trackId)
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam);
+    int result = session.deriveId(mediaUrlParam_);
     if (result != statusSuccess)
     {
         return result;
@@ -160,16 +138,11 @@ int OVMulticastLiveController::pause(const std::string& sessionId, const std::st
     return watchesAlone ? dispatcher->pause(session.id(), trackId) : statusSuccess;
 }
 
-int OVMulticastLiveController::setPauseRange(const std::string&, const std::string&, double)
-{
-    return statusSuccess;
-}
-
 int OVMulticastLiveController::stop(const std::string& sessionId, const std::string& trackId)
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam);
+    int result = session.deriveId(mediaUrlParam_);
     if (result != statusSuccess)
     {
         return result;
@@ -197,29 +170,16 @@ int OVMulticastLiveController::stop(const std::string& sessionId, const std::str
         }
         dispatcher->deleteMulticastSessionParam(session.id());
     }
-    std::printf("stop %s/%s success\n", mediaUrl.c_str(), trackId.c_str());
+    std::printf("stop %s/%s success\n", mediaUrl_.c_str(), trackId.c_str());
     return statusSuccess;
 }
-
-int OVMulticastLiveController::getConnetionState(std::string, std::string, bool& connected)
-{
-    connected = true;
-    return statusSuccess;
-}
-
-int OVMulticastLiveController::setSpeed(const std::string&, const std::string&, double, double)
-{
-    return statusSuccess;
-}
-
-void OVMulticastLiveController::setRTCPFrequence(const std::string&, const std::string&, int) {}
 
 int OVMulticastLiveController::getTrackSSRC(const std::string& sessionId, const std::string& trackId,
                                             int& ssrc)
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam);
+    int result = session.deriveId(mediaUrlParam_);
     if (result == statusSuccess)
     {
         result = session.findTrackOfMember(sessionId, trackId);

@@ -1,7 +1,7 @@
 #include "mediaurl/MediaUrlParam.h"
 
 MediaUrlParam::MediaUrlParam()
-    : cameraID(0), streamID(0), recordBeginTime(0.0), recordEndTime(0.0), multicastFlag(false)
+    : cameraID_(0), streamID_(0), recordBeginTime_(0.0), recordEndTime_(0.0), multicastFlag_(false)
 {
 }
 
@@ -13,70 +13,70 @@ MediaUrlParam::~MediaUrlParam() = default;
 
 void MediaUrlParam::setMediaUrlPrefix(std::string& prefix)
 {
-    mediaUrlPrefix = prefix;
+    mediaUrlPrefix_ = prefix;
 }
 
 std::string MediaUrlParam::getMediaUrlPrefix() const
 {
-    return mediaUrlPrefix;
+    return mediaUrlPrefix_;
 }
 
-void MediaUrlParam::setDeviceId(const std::string& id)
+void MediaUrlParam::setDeviceId(const std::string& deviceId)
 {
-    deviceId = id;
+    deviceId_ = deviceId;
 }
 
 std::string MediaUrlParam::getDeviceId() const
 {
-    return deviceId;
+    return deviceId_;
 }
 
-void MediaUrlParam::setCameraID(int id)
+void MediaUrlParam::setCameraID(int cameraID)
 {
-    cameraID = id;
+    cameraID_ = cameraID;
 }
 
 int MediaUrlParam::getCameraID() const
 {
-    return cameraID;
+    return cameraID_;
 }
 
-void MediaUrlParam::setStreamID(int id)
+void MediaUrlParam::setStreamID(int streamID)
 {
-    streamID = id;
+    streamID_ = streamID;
 }
 
 int MediaUrlParam::getStreamID() const
 {
-    return streamID;
+    return streamID_;
 }
 
 void MediaUrlParam::setRecordBeginTime(double seconds)
 {
-    recordBeginTime = seconds;
+    recordBeginTime_ = seconds;
 }
 
 double MediaUrlParam::getRecordBeginTime() const
 {
-    return recordBeginTime;
+    return recordBeginTime_;
 }
 
 void MediaUrlParam::setRecordEndTime(double seconds)
 {
-    recordEndTime = seconds;
+    recordEndTime_ = seconds;
 }
 
 double MediaUrlParam::getRecordEndTime() const
 {
-    return recordEndTime;
+    return recordEndTime_;
 }
 
 void MediaUrlParam::setMulticastFlag(bool multicast)
 {
-    multicastFlag = multicast;
+    multicastFlag_ = multicast;
 }
 
 bool MediaUrlParam::getMulticastFlag() const
 {
-    return multicastFlag;
+    return multicastFlag_;
 }

@@ -20,31 +20,31 @@ enum GuardLine
 
 }  // namespace
 
-OVPlaybackControllerFactory::OVPlaybackControllerFactory() : thirdPlatType(0) {}
+OVPlaybackControllerFactory::OVPlaybackControllerFactory() : thirdPlatType_(0) {}
 
 OVPlaybackControllerFactory::~OVPlaybackControllerFactory() noexcept(false) = default;
 
-void OVPlaybackControllerFactory::setDeviceInfo(const DeviceInfoEx& info)
+void OVPlaybackControllerFactory::setDeviceInfo(const DeviceInfoEx& deviceInfo)
 {
-    OVMutexManager guard(mutex, unit, guardSetDeviceInfo);
-    deviceInfo = info;
+    OVMutexManager guard(mutex_, unit, guardSetDeviceInfo);
+    deviceInfo_ = deviceInfo;
 }
 
-void OVPlaybackControllerFactory::setDeviceAbility(const DeviceExAbility& ability)
+void OVPlaybackControllerFactory::setDeviceAbility(const DeviceExAbility& deviceAbility)
 {
-    OVMutexManager guard(mutex, unit, guardSetDeviceAbility);
-    deviceAbility = ability;
+    OVMutexManager guard(mutex_, unit, guardSetDeviceAbility);
+    deviceAbility_ = deviceAbility;
 }
 
-void OVPlaybackControllerFactory::setThirdPlatType(int type)
+void OVPlaybackControllerFactory::setThirdPlatType(int thirdPlatType)
 {
-    OVMutexManager guard(mutex, unit, guardSetThirdPlatType);
-    thirdPlatType = type;
+    OVMutexManager guard(mutex_, unit, guardSetThirdPlatType);
+    thirdPlatType_ = thirdPlatType;
 }
 
 int OVPlaybackControllerFactory::createMedia(const std::string& url, SafePointer<IRTSPController>& out, bool)
 {
-    OVMutexManager guard(mutex, unit, guardCreateMedia);
-    return NewController<OVPlaybackController>::in(out).initInstance(thirdPlatType, url, deviceInfo,
-                                                                     deviceAbility);
+    OVMutexManager guard(mutex_, unit, guardCreateMedia);
+    return NewController<OVPlaybackController>::in(out).initInstance(thirdPlatType_, url, deviceInfo_,
+                                                                     deviceAbility_);
 }

@@ -193,8 +193,7 @@ void Application::printUrls(int port) const
         {
             const std::string url = fmt::format("{}{}/{}", base, camera.id, stream.id);
             first = first.empty() ? url : first;
-            const std::string name = camera.name.empty() ? fmt::format("camera {}", camera.id) : camera.name;
-            text += fmt::format("  {}\n      {}: {}\n", url, name, describe(stream));
+            text += fmt::format("  {}\n      {}: {}\n", url, camera.streamName(stream.id), describe(stream));
         }
     }
     text += fmt::format("Watch:  mpv {}\n        ffplay -rtsp_transport tcp {}\n", first, first);

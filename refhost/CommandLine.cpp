@@ -104,7 +104,9 @@ bool CommandLine::listRecordings()
         return finish(exitFailed);
     }
     const RecordingListing listing(serverUrl(config_.listen, config_.port) + "orv/playback/",
-                                   RecordingFolder::isInUse(index->directory()));
+                                   RecordingFolder::isInUse(index->directory()),
+                                   [this](int camera, int stream)
+                                   { return config_.streamName(camera, stream); });
     listing.write(*index, out_);
     return finish(exitDone);
 }

@@ -1,6 +1,5 @@
 #include "refhost/device/CameraStreams.h"
 
-#include <fmt/format.h>
 #include <gst/gst.h>
 
 #include "refhost/audio/BackChannel.h"
@@ -17,12 +16,6 @@ CameraStream::Options optionsOf(const ServerConfig& config)
     CameraStream::Options options;
     options.linger = std::chrono::seconds(config.linger);
     return options;
-}
-
-std::string titleOf(const CameraConfig& camera, const StreamConfig& stream)
-{
-    const std::string name = camera.name.empty() ? fmt::format("camera {}", camera.id) : camera.name;
-    return fmt::format("{} stream {}", name, stream.id);
 }
 
 }  // namespace
@@ -42,7 +35,7 @@ CameraStreams::CameraStreams(const ServerConfig& config, const CameraStream::Opt
         for (const StreamConfig& stream : camera.streams)
         {
             streams_[{camera.id, stream.id}] =
-                std::make_shared<CameraStream>(stream, titleOf(camera, stream), options, changed);
+                std::make_shared<CameraStream>(stream, camera.streamName(stream.id), options, changed);
         }
     }
 }

@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "refhost/base/Log.h"
+#include "refhost/base/StreamName.h"
 
 namespace refhost
 {
@@ -67,6 +68,11 @@ bool CameraConfig::operator==(const CameraConfig& other) const
     return id == other.id && name == other.name && streams == other.streams && talkBack == other.talkBack;
 }
 
+std::string CameraConfig::streamName(int streamId) const
+{
+    return StreamName::of(id, streamId, name);
+}
+
 bool UserConfig::operator==(const UserConfig& other) const
 {
     return name == other.name && password == other.password;
@@ -117,6 +123,13 @@ std::vector<CameraConfig> ServerConfig::embeddedCameras()
     return {CameraConfig{1, "synthetic camera", {main, sub}}};
 }
 
+std::string ServerConfig::streamName(int cameraId, int streamId) const
+{
+    const auto camera = std::find_if(cameras.begin(), cameras.end(),
+                                     [cameraId](const CameraConfig& c) { return c.id == cameraId; });
+    return camera == cameras.end() ? StreamName::of(cameraId, streamId) : camera->streamName(streamId);
+}
+
 bool ServerConfig::offersTalkBack() const
 {
     return std::any_of(cameras.begin(), cameras.end(),
@@ -144,7 +157,7 @@ std::vector<std::string> ServerConfig::warnings() const
                 Log::userInfo(stream.source.location).find_first_of("@/?# \"<>") != std::string::npos)
             {
                 found.push_back(
-                    "camera " + std::to_string(camera.id) + " stream " + std::to_string(stream.id) +
+                    camera.streamName(stream.id) +
                     ": user name and password in its location hold characters that a URL cannot "
                     "hold there: write them percent-encoded, %40 for @, %2F for /, %3F for ?, %23 for #");
             }
@@ -152,8 +165,7 @@ std::vector<std::string> ServerConfig::warnings() const
                                 stream.source.kind == SourceConfig::Kind::v4l2;
             if (isPath && access(stream.source.location.c_str(), R_OK) != 0)
             {
-                found.push_back("camera " + std::to_string(camera.id) + " stream " +
-                                std::to_string(stream.id) + ": " + stream.source.location +
+                found.push_back(camera.streamName(stream.id) + ": " + stream.source.location +
                                 " cannot be read now");
             }
         }

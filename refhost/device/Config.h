@@ -51,6 +51,9 @@ struct CameraConfig
     std::string talkBack = "none";  ///< codec of clients that talk: "pcmu", "pcma", "aac" or "none"
 
     bool operator==(const CameraConfig& other) const;
+
+    /// How the log names one of its streams. \see StreamName
+    std::string streamName(int streamId) const;
 };
 
 struct UserConfig
@@ -140,6 +143,9 @@ struct ServerConfig
     std::vector<CameraConfig> cameras;
 
     bool operator==(const ServerConfig& other) const;
+
+    /// How the log names a stream, configured or not. \see StreamName
+    std::string streamName(int cameraId, int streamId) const;
 
     /// Whether clients can send sound to some camera.
     bool offersTalkBack() const;

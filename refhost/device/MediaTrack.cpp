@@ -10,8 +10,9 @@
 namespace refhost
 {
 
-MediaTrack::MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap)
-    : clock_(clock), coding_(coding), mediaTap_(std::move(mediaTap))
+MediaTrack::MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap,
+                       const std::string& title)
+    : clock_(clock), coding_(coding), mediaTap_(std::move(mediaTap)), name_(title + " " + trackIdOf(coding))
 {
 }
 
@@ -59,7 +60,7 @@ void MediaTrack::setTaps(const Taps& taps)
         std::string error;
         if (branches_.count(payloadSize) == 0 && !addBranch(payloadSize, {}, error))
         {
-            Log::error("{}: no packets of {} bytes: {}", trackIdOf(coding_), payloadSize, error);
+            Log::error("{}: no packets of {} bytes: {}", name_, payloadSize, error);
             continue;
         }
         branches_[payloadSize]->setTap(tap);
@@ -81,8 +82,8 @@ std::uint64_t MediaTrack::packetCount() const
 
 bool MediaTrack::addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error)
 {
-    auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{clock_, tee_}, coding_, payloadSize,
-                                                  std::move(onCaps));
+    auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{clock_, tee_, name_}, coding_,
+                                                  payloadSize, std::move(onCaps));
     if (!branch->open(error))
     {
         return false;

@@ -23,7 +23,9 @@ public:
 
     /// \param clock  its pipeline holds everything and outlives the track
     /// \param mediaTap  gets the encoded media
-    MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap);
+    /// \param title  names the stream in the log
+    MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap,
+               const std::string& title);
     ~MediaTrack();
 
     /// Links the track behind a pad.
@@ -52,6 +54,7 @@ private:
     CaptureClock clock_;
     MediaCoding coding_;
     std::shared_ptr<MediaTap> mediaTap_;
+    std::string name_;  ///< of stream and track, in the log
     std::unique_ptr<MediaProbe> mediaProbe_;
     GstElement* tee_ = nullptr;  // owned by the pipeline
     std::map<int, std::unique_ptr<PayloadBranch>> branches_;

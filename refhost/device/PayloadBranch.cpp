@@ -173,7 +173,7 @@ bool PayloadBranch::admits(GstBuffer* buffer)
     }
     if (!skipping_)
     {
-        Log::debug("{} packets of {} bytes fall behind: skipping to the next key picture", trackIdOf(coding_),
+        Log::debug("{}: packets of {} bytes fall behind: skipping to the next key frame", place_.name,
                    payloadSize_);
     }
     const bool key = !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
@@ -212,7 +212,7 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
     if (!taken && !refusedTold_)
     {
         refusedTold_ = true;
-        Log::warning("{}: packets with more than a plain RTP header are left out", trackIdOf(coding_));
+        Log::warning("{}: packets with more than a plain RTP header are left out", place_.name);
     }
 }
 

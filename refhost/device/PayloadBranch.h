@@ -31,7 +31,8 @@ public:
     struct Place
     {
         CaptureClock clock;
-        GstElement* tee;  ///< its parent is the clock's pipeline
+        GstElement* tee;   ///< its parent is the clock's pipeline
+        std::string name;  ///< of stream and track, in the log
     };
 
     /// \param payloadSize  most bytes of RTP payload in a packet

@@ -11,6 +11,7 @@ namespace refhost
 StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way,
                                std::shared_ptr<MediaTap> mediaTap, Events events)
     : config_(config),
+      title_(title),
       mediaTap_(std::move(mediaTap)),
       events_(std::move(events)),
       source_(MediaSource::make(config, title, way, *this))
@@ -178,10 +179,10 @@ void StreamPipeline::addTrack(GstPad* pad, MediaCoding coding, const std::string
         guard.unlock();
         return dropPad(pad);
     }
-    MediaTrack& track =
-        *tracks_
-             .emplace(trackId, std::make_unique<MediaTrack>(CaptureClock{pipeline_.get()}, coding, mediaTap_))
-             .first->second;
+    MediaTrack& track = *tracks_
+                             .emplace(trackId, std::make_unique<MediaTrack>(CaptureClock{pipeline_.get()},
+                                                                            coding, mediaTap_, title_))
+                             .first->second;
     {
         const std::lock_guard<std::mutex> description(descriptionMutex_);
         ++trackCount_;

@@ -36,7 +36,7 @@ public:
     /// Taps by track id and payload size.
     using Taps = std::map<std::pair<std::string, int>, std::shared_ptr<PacketTap>>;
 
-    /// \param title  burnt into the synthetic camera's picture
+    /// \param title  names the stream in the log and in the synthetic camera's frames
     /// \param way    as MediaSource::make() takes it
     /// \param mediaTap  gets the encoded media of every track
     StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way,
@@ -80,6 +80,7 @@ private:
     static MediaTrack::Taps tapsOf(const Taps& taps, const std::string& trackId);
 
     StreamConfig config_;
+    const std::string title_;
     const std::shared_ptr<MediaTap> mediaTap_;
     Events events_;
     GstObjectPtr<GstElement> pipeline_;

@@ -29,7 +29,7 @@ std::shared_ptr<Recorder> Recorder::start(const Stream& stream, std::shared_ptr<
 Recorder::Recorder(const Stream& stream, std::shared_ptr<RecordingIndex> index, const Options& options,
                    std::function<void()> segmentClosed)
     : stream_(stream),
-      title_(fmt::format("camera {} stream {}", stream.cameraId, stream.streamId)),
+      title_(stream.name),
       index_(std::move(index)),
       options_(options),
       segmentClosed_(std::move(segmentClosed)),

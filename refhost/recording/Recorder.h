@@ -49,6 +49,7 @@ public:
         int cameraId;
         int streamId;
         std::shared_ptr<StreamSource> source;
+        std::string name;  ///< in the log
     };
 
     /// \param segmentClosed  called on the recorder's thread when a segment came to its end; may be empty

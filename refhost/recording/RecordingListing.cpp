@@ -49,7 +49,7 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
         recorded += interval.endNs - interval.beginNs;
     }
     const std::size_t gaps = footage.empty() ? 0 : footage.size() - 1;
-    out << fmt::format("camera {} stream {}: {} seconds, {} gap{}\n", stream.cameraId, stream.streamId,
+    out << fmt::format("{}: {} seconds, {} gap{}\n", nameOf_(stream.cameraId, stream.streamId),
                        seconds(recorded), gaps, gaps == 1 ? "" : "s");
     const FootageInterval* before = nullptr;
     for (const FootageInterval& interval : footage)

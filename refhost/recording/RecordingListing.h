@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <string>
 
@@ -15,7 +16,11 @@ class RecordingListing
 public:
     /// \param base       of playback URLs, such as "rtsp://127.0.0.1:8554/orv/playback/"
     /// \param recording  whether a server records there now: without one nothing grows, whatever a crash left
-    RecordingListing(std::string base, bool recording) : base_(std::move(base)), recording_(recording) {}
+    /// \param nameOf     names a stream by the numbers of camera and stream
+    RecordingListing(std::string base, bool recording, std::function<std::string(int, int)> nameOf)
+        : base_(std::move(base)), recording_(recording), nameOf_(std::move(nameOf))
+    {
+    }
 
     /// Writes everything that the index holds, or that it holds nothing.
     void write(const RecordingIndex& index, std::ostream& out) const;
@@ -26,6 +31,7 @@ private:
 
     std::string base_;
     bool recording_;
+    std::function<std::string(int, int)> nameOf_;
 };
 
 }  // namespace refhost

@@ -132,7 +132,8 @@ void RecordingService::record()
             {
                 continue;
             }
-            const Recorder::Stream recorded{camera.id, stream.id, streams_->find(camera.id, stream.id)};
+            const Recorder::Stream recorded{camera.id, stream.id, streams_->find(camera.id, stream.id),
+                                            camera.streamName(stream.id)};
             recorders_.push_back(Recorder::start(recorded, index_, options, [this] { retainSoon(); }));
         }
     }

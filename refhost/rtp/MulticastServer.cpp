@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "refhost/base/Log.h"
+#include "refhost/base/StreamName.h"
 #include "refhost/rtp/MulticastChannel.h"
 #include "refhost/rtp/MulticastTransport.h"
 
@@ -19,6 +20,10 @@ namespace refhost
 namespace
 {
 
+/// Room for the key pictures of several streams at once.
+constexpr int sendBufferBytes = 8 << 20;
+/// Nothing is read from the socket that sends.
+constexpr int receiveBufferBytes = 4096;
 constexpr int readableAtOnce = 16;
 
 bool isWildcard(const std::string& address)
@@ -58,9 +63,19 @@ struct MulticastServer::Impl
         std::weak_ptr<MulticastChannel> channel;
     };
 
-    Impl(const Options& options, const MulticastSocketSettings& socketSettings, SocketHandle epollHandle)
-        : pool(options.pool), settings(socketSettings), epoll(std::move(epollHandle))
+    Impl(const Options& options, const MulticastSocketSettings& socketSettings, SocketHandle epollHandle,
+         std::shared_ptr<MulticastOutput> rtpOutput)
+        : pool(options.pool),
+          settings(socketSettings),
+          epoll(std::move(epollHandle)),
+          output(std::move(rtpOutput)),
+          configuredNameOf(options.nameOf)
     {
+    }
+
+    std::string nameOf(MulticastPool::Stream stream) const
+    {
+        return configuredNameOf ? configuredNameOf(stream) : StreamName::of(stream.first, stream.second);
     }
 
     /// The track's channel, opened where nobody has it. \returns null with errno set. Under the lock.
@@ -78,7 +93,7 @@ struct MulticastServer::Impl
                 return channel;
             }
         }
-        auto channel = MulticastChannel::open(std::move(lease), track, settings);
+        auto channel = MulticastChannel::open(std::move(lease), track, settings, output);
         if (channel)
         {
             entries.push_back({stream, track, ++lastId, channel});
@@ -114,6 +129,8 @@ struct MulticastServer::Impl
     MulticastPool pool;
     const MulticastSocketSettings settings;
     const SocketHandle epoll;
+    const std::shared_ptr<MulticastOutput> output;
+    const std::function<std::string(MulticastPool::Stream)> configuredNameOf;
     std::mutex mutex;
     std::vector<Entry> entries;  // as many as tracks of streams that are sent, and a few that ended
     std::uint64_t lastId = 0;
@@ -126,20 +143,22 @@ std::shared_ptr<MulticastServer> MulticastServer::open(const Options& options, s
 {
     MulticastSocketSettings settings;
     settings.ttl = options.ttl;
-    settings.segmentationOffload = options.segmentationOffload;
     if (!findInterface(options, settings.interface, error))
     {
         return nullptr;
     }
-    const SocketHandle probe(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    SocketHandle rtp(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     SocketHandle epoll(epoll_create1(EPOLL_CLOEXEC));
-    if (!probe || !epoll || !settings.applyTo(probe))
+    if (!rtp || !epoll || !settings.applyTo(rtp))
     {
         error = std::string("no socket for multicast: ") + std::strerror(errno);
         return nullptr;
     }
+    rtp.setBuffer(SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
+    rtp.setBuffer(SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
+    auto output = std::make_shared<MulticastOutput>(std::move(rtp), options.segmentationOffload);
     std::shared_ptr<MulticastServer> server(new MulticastServer);
-    server->impl_ = std::make_shared<Impl>(options, settings, std::move(epoll));
+    server->impl_ = std::make_shared<Impl>(options, settings, std::move(epoll), std::move(output));
     return server;
 }
 
@@ -150,7 +169,7 @@ bool MulticastServer::describe(MulticastPool::Stream stream, MulticastWay& out)
     {
         return false;
     }
-    out = {*group, impl_->settings.ttl, {}};
+    out = {*group, impl_->settings.ttl};
     return true;
 }
 
@@ -160,8 +179,7 @@ bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
     auto lease = impl_->pool.take(stream);
     if (!lease || track < 0 || track >= MulticastGroup::tracks)
     {
-        Log::warning("multicast: no group is free for camera {} stream {} track {}", stream.first,
-                     stream.second, track);
+        Log::warning("multicast: no group is free for {} track {}", impl_->nameOf(stream), track);
         return false;
     }
     const std::lock_guard<std::mutex> guard(impl_->mutex);
@@ -172,7 +190,7 @@ bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
                    lease->addressText(), std::strerror(errno));
         return false;
     }
-    way = {*lease, impl_->settings.ttl, channel->source()};
+    way = {*lease, impl_->settings.ttl};
     out.emplace(new MulticastTransport(std::move(channel)));
     return true;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,6 +29,8 @@ public:
         std::string listen;     ///< where the interface is empty: the address whose interface it is. The
                                 ///< wildcards, and one that no interface has, leave it to the system
         bool segmentationOffload = true;
+        /// How the log names a stream; empty: by its numbers.
+        std::function<std::string(MulticastPool::Stream)> nameOf;
     };
 
     /// \returns null with `error` set when there is no such interface or no socket

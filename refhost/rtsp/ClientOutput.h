@@ -101,8 +101,8 @@ private:
     bool failed_ = false;
     bool wanted_ = false;
     std::int64_t burstBeganMs_ = 0;
-    std::size_t burst_ = 0;        // bytes of frames since then
-    std::string* cork_ = nullptr;  // what is gathered comes behind what waits
+    std::size_t burst_ = 0;             // bytes of frames since then
+    std::string* cork_ = nullptr;       // what is gathered comes behind what waits
     std::string waiting_;               // the rest of one write of frames, and responses behind it
     std::size_t waitingResponses_ = 0;  // bytes of responses that came into it since it was empty
     std::vector<std::weak_ptr<TransportListener>> listeners_;

@@ -52,6 +52,8 @@ MulticastServer::Options multicastOptions(const ServerConfig& config)
     MulticastServer::Options options;
     options.pool.range = MulticastRange::parse(config.multicast.pool).value_or(MulticastRange());
     options.pool.port = config.multicast.port;
+    options.nameOf = [config](MulticastPool::Stream stream)
+    { return config.streamName(stream.first, stream.second); };
     for (const CameraConfig& camera : config.cameras)
     {
         for (const StreamConfig& stream : camera.streams)

@@ -121,3 +121,15 @@ def test_nohup_keeps_it_running(build_folder, tmp_path):
     finally:
         process.kill()
         process.wait()
+
+
+def test_a_camera_has_one_name_in_every_line(serve, tmp_path):
+    server = serve(CAMERA.replace("id = 1\n", 'id = 1\nname = "yard"\n').replace("height = 240", "height = 240\nrecord = true")
+                   + f'[recording]\ndirectory = "{tmp_path}/recordings"\n')
+    with RtspClient(server.url()) as client:
+        client.open()
+        client.receive(lambda: client.rtp, "media")
+    server.stop()
+    named = [line for line in (server.log() + server.output()).splitlines() if re.search(r"camera 1|yard", line)]
+    assert len(named) >= 2
+    assert [line for line in named if 'camera 1/0 "yard"' not in line] == []

@@ -41,7 +41,7 @@ def listing(build_folder, server):
                           capture_output=True, text=True, timeout=20)
     streams = {}
     for line in told.stdout.splitlines():
-        if found := re.match(r"camera (\d+) stream (\d+): ([0-9.]+) seconds, (\d+) gaps?$", line):
+        if found := re.match(r"camera (\d+)/(\d+): ([0-9.]+) seconds, (\d+) gaps?$", line):
             intervals = streams.setdefault((int(found[1]), int(found[2])), [])
         elif found := re.match(r"  from \S+Z \(([0-9.]+)\) to \S+Z \(([0-9.]+)\)( and growing)?, [0-9.]+ seconds$", line):
             intervals.append([float(found[1]), float(found[2])])

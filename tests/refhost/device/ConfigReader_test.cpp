@@ -432,7 +432,7 @@ TEST(ServerConfig, WarnsOfFilesThatCannotBeRead)
     stream.source = {SourceConfig::Kind::file, "/nonexistent.mp4"};
     config.cameras = {{2, "", {stream}}};
     ASSERT_EQ(config.warnings().size(), 1U);
-    EXPECT_EQ(config.warnings()[0], "camera 2 stream 0: /nonexistent.mp4 cannot be read now");
+    EXPECT_EQ(config.warnings()[0], "camera 2/0: /nonexistent.mp4 cannot be read now");
 }
 
 }  // namespace

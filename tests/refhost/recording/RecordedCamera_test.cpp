@@ -50,7 +50,7 @@ protected:
     void record()
     {
         source->attachMedia(times_);
-        recorder_ = Recorder::start({1, 0, source}, index_, recording_,
+        recorder_ = Recorder::start({1, 0, source, "camera 1/0"}, index_, recording_,
                                     [this]
                                     {
                                         const std::lock_guard<std::mutex> guard(closedMutex_);
@@ -205,7 +205,8 @@ TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)
     recording_.mostQueued = 20000;
     std::promise<void> release;
     const std::shared_future<void> released = release.get_future().share();
-    recorder_ = Recorder::start({1, 0, source}, index_, recording_, [released] { released.wait(); });
+    recorder_ =
+        Recorder::start({1, 0, source, "camera 1/0"}, index_, recording_, [released] { released.wait(); });
     ASSERT_TRUE(viewer->waitForUnits(60));
     const std::vector<AccessUnitPtr> units = viewer->units();
     for (std::size_t i = 1; i < units.size(); ++i)

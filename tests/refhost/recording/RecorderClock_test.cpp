@@ -32,7 +32,7 @@ protected:
         index_ = RecordingIndex::open(folder_.path(), error);
         Recorder::Options options;
         options.clock = &clock_;
-        recorder_ = Recorder::start({7, 2, source_}, index_, options, {});
+        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, index_, options, {});
     }
     ~RecorderClockTest() override
     {
@@ -124,7 +124,7 @@ TEST_F(RecorderClockTest, AClockThatWasDecadesBehindAndIsSetLeavesBothTimes)
     recorder_->stop();
     Recorder::Options options;
     options.clock = &clock_;
-    recorder_ = Recorder::start({7, 2, source_}, index_, options, {});
+    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, index_, options, {});
     clock_.advanceMs(200);
     give(0, 2);
     clock_.setWall(decadesMs);

@@ -75,7 +75,7 @@ protected:
 
     void start()
     {
-        recorder_ = Recorder::start({7, 2, source_}, index_, options_, [this] { ++closed_; });
+        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, index_, options_, [this] { ++closed_; });
     }
     void stop()
     {
@@ -198,7 +198,7 @@ TEST_F(RecorderTest, UnwritableDirectoryIsToldOnceAndRecordingGoesOnWhenItCanBeW
     std::filesystem::remove(folder_ / "7");
     source_->giveMedia(20, 30);
     stop();
-    const std::vector<std::string> told = log.linesWith("camera 7 stream 2");
+    const std::vector<std::string> told = log.linesWith("camera 7/2");
     ASSERT_THAT(told, SizeIs(2));
     EXPECT_THAT(told[0], HasSubstr("recording stopped: "));
     EXPECT_THAT(told[0], HasSubstr("/7"));
@@ -314,7 +314,7 @@ TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
     std::promise<void> release;
     std::future<void> released = release.get_future();
     CapturedErrors log;
-    recorder_ = Recorder::start({7, 2, source_}, index_, options_,
+    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, index_, options_,
                                 [&, first = true]() mutable
                                 {
                                     if (std::exchange(first, false))

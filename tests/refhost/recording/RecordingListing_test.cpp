@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "refhost/base/StreamName.h"
 #include "tests/TemporaryFolder.h"
 
 namespace refhost
@@ -36,7 +37,9 @@ protected:
     std::string list(bool recording = true) const
     {
         std::ostringstream out;
-        RecordingListing("rtsp://host:1/orv/playback/", recording).write(*index_, out);
+        const auto nameOf = [](int camera, int number)
+        { return StreamName::of(camera, number, camera == 1 ? "yard" : ""); };
+        RecordingListing("rtsp://host:1/orv/playback/", recording, nameOf).write(*index_, out);
         return out.str();
     }
 
@@ -57,7 +60,7 @@ TEST_F(RecordingListingTest, IntervalsGapsAndUrlsAreListedForEachStream)
     add(1, 0, 60000, 5040, false);
     add(2, 1, 0, 3600000);
     EXPECT_EQ(list(),
-              "camera 1 stream 0: 25.040 seconds, 1 gap\n"
+              "camera 1/0 \"yard\": 25.040 seconds, 1 gap\n"
               "  from 2026-01-01T00:00:00.250Z (1767225600.250) to 2026-01-01T00:00:20.250Z "
               "(1767225620.250), 20.000 seconds\n"
               "      rtsp://host:1/orv/playback/1_1767225601_1767225620\n"
@@ -65,7 +68,7 @@ TEST_F(RecordingListingTest, IntervalsGapsAndUrlsAreListedForEachStream)
               "  from 2026-01-01T00:01:00.000Z (1767225660.000) to 2026-01-01T00:01:05.040Z "
               "(1767225665.040) and growing, 5.040 seconds\n"
               "      rtsp://host:1/orv/playback/1_1767225660_1767225665\n"
-              "camera 2 stream 1: 3600.000 seconds, 0 gaps\n"
+              "camera 2/1: 3600.000 seconds, 0 gaps\n"
               "  from 2026-01-01T00:00:00.000Z (1767225600.000) to 2026-01-01T01:00:00.000Z "
               "(1767229200.000), 3600.000 seconds\n"
               "      rtsp://host:1/orv/playback/2_1767225600_1767229200\n");
