@@ -9,6 +9,8 @@ import time
 
 from rtsp_client import RtspClient
 from server import Server, wait_until
+from speaker import talk_back
+from talker import Talker
 
 CAMERA = """
 port = 0
@@ -44,6 +46,21 @@ def test_unknown_streams_are_reported_once_in_ten_seconds(serve):
         # The others' count follows when the time is over, at the end at the latest.
         assert len([line for line in log if kind + ": 49 more within 10 s" in line]) == 1
     assert "createMediaInfo" not in server.output()
+
+
+def test_a_failing_audio_output_is_reported_once_in_ten_seconds(serve, tmp_path):
+    """The worker tries it again about three times a second and prints each failure."""
+    server = serve(talk_back(output="wav", device=f"{tmp_path}/no/such/folder.wav"))
+    server.allow_problem("talk-back: .*(folder.wav|fail)")
+    with Talker(server.url()) as talker:
+        talker.open()
+        talker.talk(3)
+    server.stop()
+    lines = [line for line in server.log().splitlines() if "MediaPlayer open fail" in line]
+    assert len(lines) == 2, lines
+    assert "library: " in lines[0] and "(thread OVAudioBack" in lines[0]
+    assert re.search(r": [0-9]+ more within 10 s$", lines[1])
+    assert "MediaPlayer" not in server.output()
 
 
 def test_stalled_log_holds_nobody_up(build_folder, tmp_path):
