@@ -30,14 +30,14 @@ SafePointer<OVAudioBackDispatcherMgr> OVAudioBackDispatcherMgr::getInstance()
 }
 
 OVAudioBackDispatcherMgr::OVAudioBackDispatcherMgr()
-    : encoderType_(defaultEncoderType), thirdPlatType_(defaultThirdPlatType), playerOpened_(false)
+    : encoderType(defaultEncoderType), thirdPlatType(defaultThirdPlatType), playerOpened(false)
 {
-    mtuParam_.setMTUValue(defaultMtu);
+    mtuParam.setMTUValue(defaultMtu);
     const function<int> body(new function_obj<int, BoundRun>(BoundRun{&OVAudioBackDispatcherMgr::run, this}));
     const std::string name(unit);
     const function<int> before(new EmptyHook(&GThread::emptyFun));
     const function<int> after(new EmptyHook(&GThread::emptyFun));
-    thread_ = SafePointer<GThread>(new GThread(body, name, before, after));
+    thread = SafePointer<GThread>(new GThread(body, name, before, after));
 }
 
 OVAudioBackDispatcherMgr::~OVAudioBackDispatcherMgr() noexcept(false)
@@ -47,70 +47,70 @@ OVAudioBackDispatcherMgr::~OVAudioBackDispatcherMgr() noexcept(false)
 
 void OVAudioBackDispatcherMgr::setDeviceInfoEx(const DeviceInfoEx& info)
 {
-    deviceInfo_ = info;
+    deviceInfo = info;
 }
 
 void OVAudioBackDispatcherMgr::setDeviceExAbility(const DeviceExAbility& ability)
 {
-    deviceAbility_ = ability;
+    deviceAbility = ability;
 }
 
-void OVAudioBackDispatcherMgr::setThirdPlatType(int thirdPlatType)
+void OVAudioBackDispatcherMgr::setThirdPlatType(int type)
 {
-    thirdPlatType_ = thirdPlatType;
+    thirdPlatType = type;
 }
 
 void OVAudioBackDispatcherMgr::setMTUParam(const MTUParam& mtu)
 {
-    mtuParam_ = mtu;
+    mtuParam = mtu;
 }
 
 MTUParam& OVAudioBackDispatcherMgr::getMTUParam()
 {
-    return mtuParam_;
+    return mtuParam;
 }
 
 void OVAudioBackDispatcherMgr::setMediaPlayer(const SafePointer<IMediaPlayer>& player)
 {
-    mediaPlayer_ = player;
+    mediaPlayer = player;
 }
 
 int OVAudioBackDispatcherMgr::setEncoderType(int type)
 {
-    encoderType_ = type;
-    if (mediaPlayer_.isEmpty())
+    encoderType = type;
+    if (mediaPlayer.isEmpty())
     {
         return statusSuccess;
     }
-    if (!playerOpened_)
+    if (!playerOpened)
     {
-        mediaPlayer_->setEncoderType(type);
+        mediaPlayer->setEncoderType(type);
         return statusSuccess;
     }
-    mediaPlayer_->close();
-    playerOpened_ = false;
-    mediaPlayer_->setDeviceInfo(deviceInfo_);
-    mediaPlayer_->setEncoderType(type);
-    const int result = mediaPlayer_->open();
+    mediaPlayer->close();
+    playerOpened = false;
+    mediaPlayer->setDeviceInfo(deviceInfo);
+    mediaPlayer->setEncoderType(type);
+    const int result = mediaPlayer->open();
     if (result == statusSuccess)
     {
-        playerOpened_ = true;
+        playerOpened = true;
     }
     return result;
 }
 
 int OVAudioBackDispatcherMgr::start()
 {
-    if (thread_->IsRunning())
+    if (thread->IsRunning())
     {
         return statusSuccess;
     }
-    if (mediaPlayer_.isEmpty())
+    if (mediaPlayer.isEmpty())
     {
         return statusRefused;
     }
     // Both lines name the manager as it was called once; who reads the output looks for them so.
-    if (thread_->start() == 0)
+    if (thread->start() == 0)
     {
         std::puts("OVAudioInterPhoneMgr start Fail!");
         return statusThreadFailed;
@@ -121,75 +121,75 @@ int OVAudioBackDispatcherMgr::start()
 
 bool OVAudioBackDispatcherMgr::isRunning()
 {
-    return thread_->IsRunning();
+    return thread->IsRunning();
 }
 
 void OVAudioBackDispatcherMgr::stop()
 {
     std::puts("~OVAudioBackDispatcherMgr::stop~");
-    if (thread_->IsRunning())
+    if (thread->IsRunning())
     {
-        thread_->stop();
+        thread->stop();
     }
     {
-        OVMutexManager guard(mutex_, unit, __LINE__);
-        for (const auto& session : sessions_)
+        OVMutexManager guard(mutex, unit, __LINE__);
+        for (const auto& session : sessions)
         {
             session.second->stop();
         }
-        sessions_.clear();
+        sessions.clear();
     }
-    if (!mediaPlayer_.isEmpty() && playerOpened_)
+    if (!mediaPlayer.isEmpty() && playerOpened)
     {
-        mediaPlayer_->close();
+        mediaPlayer->close();
     }
-    playerOpened_ = false;
+    playerOpened = false;
 }
 
 int OVAudioBackDispatcherMgr::initSession(const std::string& sessionId, const std::string& trackId,
                                           const SubMediaInfo& info, int packetSize)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    if (!sessions_.empty() && trackId != audioBackTrackId_)
+    OVMutexManager guard(mutex, unit, __LINE__);
+    if (!sessions.empty() && trackId != audioBackTrackId)
     {
         return statusRefused;
     }
-    if (sessions_.find(sessionId) != sessions_.end())
+    if (sessions.find(sessionId) != sessions.end())
     {
         return statusRefused;
     }
-    const SafePointer<AudioDispatcher> dispatcher(new AudioDispatcher(mediaPlayer_));
+    const SafePointer<AudioDispatcher> dispatcher(new AudioDispatcher(mediaPlayer));
     const int result = dispatcher->initRTBBuilder(info, packetSize);
     if (result != statusSuccess)
     {
         return result;
     }
-    sessions_.emplace(sessionId, dispatcher);
-    audioBackTrackId_ = trackId;
+    sessions.emplace(sessionId, dispatcher);
+    audioBackTrackId = trackId;
     std::printf("OVAudioBackDispatcherMgr::initSession, after adding, session num is:%d\n",
-                static_cast<int>(sessions_.size()));
+                static_cast<int>(sessions.size()));
     return statusSuccess;
 }
 
 int OVAudioBackDispatcherMgr::addSessionConnection(const std::string& sessionId,
                                                    const SafePointer<IConnection>& connection)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    const auto found = sessions_.find(sessionId);
-    return found == sessions_.end() ? statusRefused : found->second->setConnection(connection);
+    OVMutexManager guard(mutex, unit, __LINE__);
+    const auto found = sessions.find(sessionId);
+    return found == sessions.end() ? statusRefused : found->second->setConnection(connection);
 }
 
 bool OVAudioBackDispatcherMgr::findSession(const std::string& sessionId)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    return sessions_.find(sessionId) != sessions_.end();
+    OVMutexManager guard(mutex, unit, __LINE__);
+    return sessions.find(sessionId) != sessions.end();
 }
 
 int OVAudioBackDispatcherMgr::startAudio(const std::string& sessionId)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    const auto found = sessions_.find(sessionId);
-    if (found == sessions_.end())
+    OVMutexManager guard(mutex, unit, __LINE__);
+    const auto found = sessions.find(sessionId);
+    if (found == sessions.end())
     {
         return statusRefused;
     }
@@ -199,9 +199,9 @@ int OVAudioBackDispatcherMgr::startAudio(const std::string& sessionId)
 
 int OVAudioBackDispatcherMgr::pauseAudio(const std::string& sessionId)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    const auto found = sessions_.find(sessionId);
-    if (found == sessions_.end())
+    OVMutexManager guard(mutex, unit, __LINE__);
+    const auto found = sessions.find(sessionId);
+    if (found == sessions.end())
     {
         return statusRefused;
     }
@@ -211,22 +211,22 @@ int OVAudioBackDispatcherMgr::pauseAudio(const std::string& sessionId)
 
 int OVAudioBackDispatcherMgr::stopAudio(const std::string& sessionId)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    const auto found = sessions_.find(sessionId);
-    if (found == sessions_.end())
+    OVMutexManager guard(mutex, unit, __LINE__);
+    const auto found = sessions.find(sessionId);
+    if (found == sessions.end())
     {
         return statusRefused;
     }
     std::puts("________________OVAudioBackDispatcherMgr::stopAudio");
-    sessions_.erase(found);
+    sessions.erase(found);
     return statusSuccess;
 }
 
 int OVAudioBackDispatcherMgr::getConnetionState(const std::string& sessionId, bool& state)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    const auto found = sessions_.find(sessionId);
-    if (found == sessions_.end())
+    OVMutexManager guard(mutex, unit, __LINE__);
+    const auto found = sessions.find(sessionId);
+    if (found == sessions.end())
     {
         return statusRefused;
     }
@@ -236,21 +236,21 @@ int OVAudioBackDispatcherMgr::getConnetionState(const std::string& sessionId, bo
 
 int OVAudioBackDispatcherMgr::getTrackSSRC(const std::string& sessionId, int& ssrc)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    const auto found = sessions_.find(sessionId);
-    return found == sessions_.end() ? statusRefused : found->second->getTrackSSRC(ssrc);
+    OVMutexManager guard(mutex, unit, __LINE__);
+    const auto found = sessions.find(sessionId);
+    return found == sessions.end() ? statusRefused : found->second->getTrackSSRC(ssrc);
 }
 
 int OVAudioBackDispatcherMgr::getSessionNum()
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    return static_cast<int>(sessions_.size());
+    OVMutexManager guard(mutex, unit, __LINE__);
+    return static_cast<int>(sessions.size());
 }
 
 void OVAudioBackDispatcherMgr::clearAllSession()
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    sessions_.clear();
+    OVMutexManager guard(mutex, unit, __LINE__);
+    sessions.clear();
 }
 
 int OVAudioBackDispatcherMgr::run()
@@ -287,45 +287,45 @@ int OVAudioBackDispatcherMgr::run()
 
 int OVAudioBackDispatcherMgr::processPlayer()
 {
-    if (mediaPlayer_.isEmpty())
+    if (mediaPlayer.isEmpty())
     {
         return statusRefused;
     }
     bool allPaused = true;
     {
-        OVMutexManager guard(mutex_, unit, __LINE__);
-        allPaused = sessions_.empty() || private_IsPauseAllAudio() != 0;
+        OVMutexManager guard(mutex, unit, __LINE__);
+        allPaused = sessions.empty() || private_IsPauseAllAudio() != 0;
     }
     if (allPaused)
     {
-        if (playerOpened_)
+        if (playerOpened)
         {
-            mediaPlayer_->close();
+            mediaPlayer->close();
         }
-        playerOpened_ = false;
+        playerOpened = false;
         return statusPlayerUnusable;
     }
-    if (playerOpened_)
+    if (playerOpened)
     {
         return statusSuccess;
     }
     // Also a closed output is closed first, always: whoever opened it before may have left it half open.
-    mediaPlayer_->close();
-    mediaPlayer_->setDeviceInfo(deviceInfo_);
-    const int result = mediaPlayer_->open();
+    mediaPlayer->close();
+    mediaPlayer->setDeviceInfo(deviceInfo);
+    const int result = mediaPlayer->open();
     if (result != statusSuccess)
     {
         std::printf("OVAudioBackDispatcherMgr::processPlayer MediaPlayer open fail, return nRet = %d\n",
                     result);
         return statusPlayerUnusable;
     }
-    playerOpened_ = true;
+    playerOpened = true;
     return statusSuccess;
 }
 
 int OVAudioBackDispatcherMgr::private_IsPauseAllAudio()
 {
-    for (const auto& session : sessions_)
+    for (const auto& session : sessions)
     {
         if (session.second->isPlaying())
         {
@@ -337,11 +337,11 @@ int OVAudioBackDispatcherMgr::private_IsPauseAllAudio()
 
 int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
+    OVMutexManager guard(mutex, unit, __LINE__);
     // One flag for the whole pass, deliberately: once set, the next session with a result ends the pass.
     bool playerFault = false;
     FailedSessions failed;
-    for (const auto& session : sessions_)
+    for (const auto& session : sessions)
     {
         if (!session.second->isPlaying())
         {
@@ -356,8 +356,8 @@ int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
         {
             // What failed before stays in the table, deliberately: with a broken output nobody's code tells
             // much.
-            mediaPlayer_->close();
-            playerOpened_ = false;
+            mediaPlayer->close();
+            playerOpened = false;
             return statusPlayerUnusable;
         }
         failed.note(session.first, result);
@@ -374,9 +374,9 @@ int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
 
 int OVAudioBackDispatcherMgr::recvAndSendRTCPData()
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
+    OVMutexManager guard(mutex, unit, __LINE__);
     FailedSessions failed;
-    for (const auto& session : sessions_)
+    for (const auto& session : sessions)
     {
         if (session.second->isPlaying())
         {
@@ -394,9 +394,9 @@ int OVAudioBackDispatcherMgr::recvAndSendRTCPData()
 
 void OVAudioBackDispatcherMgr::clearStopSession()
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
+    OVMutexManager guard(mutex, unit, __LINE__);
     std::vector<std::string> stopped;
-    for (const auto& session : sessions_)
+    for (const auto& session : sessions)
     {
         if (!session.second->isPlaying())
         {
@@ -410,6 +410,6 @@ void OVAudioBackDispatcherMgr::removeSessions(const std::vector<std::string>& se
 {
     for (const std::string& sessionId : sessionIds)
     {
-        sessions_.erase(sessionId);
+        sessions.erase(sessionId);
     }
 }

@@ -45,7 +45,7 @@ public:
     /// Kept only.
     void setDeviceExAbility(const DeviceExAbility& ability);
     /// Kept only.
-    void setThirdPlatType(int thirdPlatType);
+    void setThirdPlatType(int type);
     /// Kept for the host; 1440 bytes at first.
     void setMTUParam(const MTUParam& mtu);
     /// What setMTUParam() was given last; valid as long as the manager, and changed by the next setting.
@@ -129,15 +129,15 @@ private:
 
     OV_INTERNAL void removeSessions(const std::vector<std::string>& sessionIds);
 
-    SafePointer<GThread> thread_;
-    OVMutex mutex_;  // guards the sessions and the track id
-    int encoderType_;
-    DeviceInfoEx deviceInfo_;
-    DeviceExAbility deviceAbility_;
-    int thirdPlatType_;
-    std::string audioBackTrackId_;
-    SafePointer<IMediaPlayer> mediaPlayer_;
-    bool playerOpened_;
-    Sessions sessions_;
-    MTUParam mtuParam_;
+    SafePointer<GThread> thread;
+    OVMutex mutex;  // guards the sessions and the track id
+    int encoderType;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    int thirdPlatType;
+    std::string audioBackTrackId;
+    SafePointer<IMediaPlayer> mediaPlayer;
+    bool playerOpened;
+    Sessions sessions;
+    MTUParam mtuParam;
 };

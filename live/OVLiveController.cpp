@@ -2,6 +2,7 @@
 
 #include "hostapi/live/RTPStreamDispatcherMgr.h"
 #include "live/LivePresentation.h"
+#include "live/LiveRange.h"
 #include "live/PayloadSize.h"
 #include "live/TalkBackTrack.h"
 #include "support/StatusCode.h"
@@ -15,21 +16,20 @@ const LivePresentation::Form form = {"OVLiveController", &IMediaUrl::parseMediaU
 
 OVLiveController::OVLiveController()
 {
-    mediaInfo_.clearAllSubMediaInfo();
+    mediaInfo.clearAllSubMediaInfo();
 }
 
 OVLiveController::~OVLiveController() noexcept(false) = default;
 
 LivePresentation OVLiveController::presentation()
 {
-    return LivePresentation(form,
-                            {mediaUrl_, streamKey_, mediaUrlParam_, mediaInfo_, deviceInfo_, deviceAbility_});
+    return LivePresentation(form, {mediaUrl, streamKey, mediaUrlParam, mediaInfo, deviceInfo, deviceAbility});
 }
 
-int OVLiveController::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
-                                   const DeviceExAbility& deviceAbility, bool mediaInfoFlag)
+int OVLiveController::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
+                                   const DeviceExAbility& ability, bool mediaInfoFlag)
 {
-    return presentation().init(thirdPlatType, url, deviceInfo, deviceAbility, mediaInfoFlag);
+    return presentation().init(thirdPlatType, url, device, ability, mediaInfoFlag);
 }
 
 int OVLiveController::parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey)
@@ -44,7 +44,12 @@ int OVLiveController::createMediaInfo(int thirdPlatType, bool mediaInfoFlag, Med
 
 int OVLiveController::getMediaInfo(MediaInfo& out)
 {
-    out = mediaInfo_;
+    out = mediaInfo;
+    return statusSuccess;
+}
+
+int OVLiveController::mediaInit()
+{
     return statusSuccess;
 }
 
@@ -56,65 +61,99 @@ int OVLiveController::setup(const std::string& sessionId, const std::string& tra
         return statusRefused;
     }
     SubMediaInfo track;
-    if (!mediaInfo_.getSubMediaInfo(trackId, track))
+    if (!mediaInfo.getSubMediaInfo(trackId, track))
     {
         return statusNotFound;
     }
     if (track.getAudioBackInfoFlag())
     {
-        return TalkBackTrack(audioBackTrackId_)
+        return TalkBackTrack(audioBackTrackId)
             .setup(sessionId, trackId, track, PayloadSize::standard, connection);
     }
     const SafePointer<RTPStreamDispatcherMgr> dispatcher = RTPStreamDispatcherMgr::getInstance();
     const int result =
-        dispatcher->initRTPBuilder(streamKey_, sessionId, trackId, track, PayloadSize::standard);
+        dispatcher->initRTPBuilder(streamKey, sessionId, trackId, track, PayloadSize::standard);
     if (result != statusSuccess)
     {
         return result;
     }
-    return dispatcher->addRTPConnection(streamKey_, sessionId, trackId, connection);
+    return dispatcher->addRTPConnection(streamKey, sessionId, trackId, connection);
 }
 
 int OVLiveController::play(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
+    const TalkBackTrack talkBack(audioBackTrackId);
     if (talkBack.is(trackId))
     {
         return talkBack.play(sessionId);
     }
-    return RTPStreamDispatcherMgr::getInstance()->play(streamKey_, sessionId, trackId);
+    return RTPStreamDispatcherMgr::getInstance()->play(streamKey, sessionId, trackId);
+}
+
+int OVLiveController::setPlayRange(const std::string&, const std::string&, double, double, int, bool)
+{
+    return statusSuccess;
+}
+
+int OVLiveController::getCurPlayRange(const std::string&, const std::string&, double& start, double& end)
+{
+    return LiveRange::answer(start, end);
+}
+
+int OVLiveController::correctPlayRange(const std::string&, const std::string&, double, double,
+                                       double& outStart, double& outEnd)
+{
+    return LiveRange::answer(outStart, outEnd);
 }
 
 int OVLiveController::pause(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
+    const TalkBackTrack talkBack(audioBackTrackId);
     if (talkBack.is(trackId))
     {
         return talkBack.pause(sessionId);
     }
-    return RTPStreamDispatcherMgr::getInstance()->pause(streamKey_, sessionId, trackId);
+    return RTPStreamDispatcherMgr::getInstance()->pause(streamKey, sessionId, trackId);
+}
+
+int OVLiveController::setPauseRange(const std::string&, const std::string&, double)
+{
+    return statusSuccess;
 }
 
 int OVLiveController::stop(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
+    const TalkBackTrack talkBack(audioBackTrackId);
     if (talkBack.is(trackId))
     {
         return talkBack.stop(sessionId);
     }
     // A track that the dispatcher does not know is as good as ended.
-    RTPStreamDispatcherMgr::getInstance()->deleteRTPConnection(streamKey_, sessionId, trackId);
+    RTPStreamDispatcherMgr::getInstance()->deleteRTPConnection(streamKey, sessionId, trackId);
     return statusSuccess;
 }
 
+int OVLiveController::getConnetionState(std::string, std::string, bool& connected)
+{
+    connected = true;
+    return statusSuccess;
+}
+
+int OVLiveController::setSpeed(const std::string&, const std::string&, double, double)
+{
+    return statusSuccess;
+}
+
+void OVLiveController::setRTCPFrequence(const std::string&, const std::string&, int) {}
+
 int OVLiveController::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
+    const TalkBackTrack talkBack(audioBackTrackId);
     if (talkBack.is(trackId))
     {
         return talkBack.getTrackSSRC(sessionId, ssrc);
     }
     // Without an SSRC the SETUP stands nevertheless; its answer only goes without.
-    RTPStreamDispatcherMgr::getInstance()->getTrackSSRC(streamKey_, sessionId, trackId, ssrc);
+    RTPStreamDispatcherMgr::getInstance()->getTrackSSRC(streamKey, sessionId, trackId, ssrc);
     return statusSuccess;
 }

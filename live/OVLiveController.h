@@ -6,7 +6,7 @@
 #include "hostapi/description/MediaInfo.h"
 #include "hostapi/device/DeviceExAbility.h"
 #include "hostapi/device/DeviceInfoEx.h"
-#include "live/LiveAnswers.h"
+#include "live/IRTSPController.h"
 #include "mediaurl/MediaUrlParam.h"
 #include "support/Export.h"
 
@@ -16,7 +16,7 @@ class LivePresentation;
 /// "<camera>/<stream>", and those of a talk-back track to OVAudioBackDispatcherMgr.
 ///
 /// Made by OVLiveControllerFactory, which calls initInstance() once. Takes no lock of its own.
-class OV_EXPORT OVLiveController : public LiveAnswers
+class OV_EXPORT OVLiveController : public IRTSPController
 {
 public:
     OVLiveController();
@@ -28,8 +28,8 @@ public:
     /// \param thirdPlatType  number of the URL codec's factory in the registry
     /// \returns 0; the result of parseMediaUrl(), nothing else being stored then; or the result of
     ///          createMediaInfo()
-    int initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
-                     const DeviceExAbility& deviceAbility, bool mediaInfoFlag);
+    int initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
+                     const DeviceExAbility& ability, bool mediaInfoFlag);
 
     /// Parses a URL with a fresh codec and keeps what it names; failures are printed.
     /// \param[out] outKey  stream key on success, otherwise left as it was
@@ -42,6 +42,8 @@ public:
     int createMediaInfo(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out);
 
     int getMediaInfo(MediaInfo& out) override;
+    /// Does nothing; 0.
+    int mediaInit() override;
 
     /// \returns 0; -6 for a transport kind other than 1, 2 and 3; -8 for a track that is not in the
     ///          description; otherwise the dispatcher's code
@@ -50,11 +52,32 @@ public:
 
     /// \returns the code of RTPStreamDispatcherMgr, or of the talk-back manager for its track
     int play(const std::string& sessionId, const std::string& trackId) override;
+
+    /// Does nothing; 0.
+    int setPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,
+                     int rangeKind, bool rangeFlag) override;
+    /// -100.0 and -99.0; 0.
+    int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start,
+                        double& end) override;
+    /// -100.0 and -99.0 whatever was asked for; 0.
+    int correctPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,
+                         double& outStart, double& outEnd) override;
+
     /// \returns the code of RTPStreamDispatcherMgr, or of the talk-back manager for its track
     int pause(const std::string& sessionId, const std::string& trackId) override;
+    /// Does nothing; 0.
+    int setPauseRange(const std::string& sessionId, const std::string& trackId, double position) override;
 
     /// \returns 0 whatever the live dispatcher says; the talk-back manager's code for its track
     int stop(const std::string& sessionId, const std::string& trackId) override;
+
+    /// Always connected; 0.
+    int getConnetionState(std::string sessionId, std::string trackId, bool& connected) override;
+    /// Does nothing; 0.
+    int setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
+                 double speed) override;
+    /// Does nothing.
+    void setRTCPFrequence(const std::string& sessionId, const std::string& trackId, int frequency) override;
 
     /// \returns 0 whatever the live dispatcher says; the talk-back manager's code for its track
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc) override;
@@ -62,12 +85,12 @@ public:
 private:
     OV_INTERNAL LivePresentation presentation();
 
-    OVMutex mutex_;  // never locked; part of the layout
-    std::string mediaUrl_;
-    std::string streamKey_;
-    MediaInfo mediaInfo_;
-    MediaUrlParam mediaUrlParam_;
-    DeviceInfoEx deviceInfo_;
-    DeviceExAbility deviceAbility_;
-    std::string audioBackTrackId_;
+    OVMutex mutex;  // never locked; part of the layout
+    std::string mediaUrl;
+    std::string streamKey;
+    MediaInfo mediaInfo;
+    MediaUrlParam mediaUrlParam;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    std::string audioBackTrackId;
 };

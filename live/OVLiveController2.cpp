@@ -5,6 +5,7 @@
 #include "hostapi/live/LiveDispatcherMgr.h"
 #include "live/DispatcherSession.h"
 #include "live/LivePresentation.h"
+#include "live/LiveRange.h"
 #include "live/PayloadSize.h"
 #include "live/TalkBackTrack.h"
 #include "support/StatusCode.h"
@@ -18,21 +19,20 @@ const LivePresentation::Form form = {"OVLiveController2", &IMediaUrl::parseMedia
 
 OVLiveController2::OVLiveController2()
 {
-    mediaInfo_.clearAllSubMediaInfo();
+    mediaInfo.clearAllSubMediaInfo();
 }
 
 OVLiveController2::~OVLiveController2() noexcept(false) = default;
 
 LivePresentation OVLiveController2::presentation()
 {
-    return LivePresentation(form,
-                            {mediaUrl_, streamKey_, mediaUrlParam_, mediaInfo_, deviceInfo_, deviceAbility_});
+    return LivePresentation(form, {mediaUrl, streamKey, mediaUrlParam, mediaInfo, deviceInfo, deviceAbility});
 }
 
-int OVLiveController2::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
-                                    const DeviceExAbility& deviceAbility, bool mediaInfoFlag)
+int OVLiveController2::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
+                                    const DeviceExAbility& ability, bool mediaInfoFlag)
 {
-    return presentation().init(thirdPlatType, url, deviceInfo, deviceAbility, mediaInfoFlag);
+    return presentation().init(thirdPlatType, url, device, ability, mediaInfoFlag);
 }
 
 int OVLiveController2::parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey)
@@ -47,7 +47,12 @@ int OVLiveController2::createMediaInfo(int thirdPlatType, bool mediaInfoFlag, Me
 
 int OVLiveController2::getMediaInfo(MediaInfo& out)
 {
-    out = mediaInfo_;
+    out = mediaInfo;
+    return statusSuccess;
+}
+
+int OVLiveController2::mediaInit()
+{
     return statusSuccess;
 }
 
@@ -61,16 +66,16 @@ int OVLiveController2::setup(const std::string& sessionId, const std::string& tr
         return statusRefused;
     }
     SubMediaInfo track;
-    if (!mediaInfo_.getSubMediaInfo(trackId, track))
+    if (!mediaInfo.getSubMediaInfo(trackId, track))
     {
         return statusNotFound;
     }
     if (track.getAudioBackInfoFlag())
     {
-        return TalkBackTrack(audioBackTrackId_).setup(sessionId, trackId, track, payloadSize, connection);
+        return TalkBackTrack(audioBackTrackId).setup(sessionId, trackId, track, payloadSize, connection);
     }
     const DispatcherSession session(form.controllerName, dispatcher, sessionId);
-    const int result = session.open(mediaUrlParam_, mediaInfo_, payloadSize);
+    const int result = session.open(mediaUrlParam, mediaInfo, payloadSize);
     if (result != statusSuccess)
     {
         return result;
@@ -80,7 +85,7 @@ int OVLiveController2::setup(const std::string& sessionId, const std::string& tr
 
 int OVLiveController2::play(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
+    const TalkBackTrack talkBack(audioBackTrackId);
     if (talkBack.is(trackId))
     {
         return talkBack.play(sessionId);
@@ -88,9 +93,25 @@ int OVLiveController2::play(const std::string& sessionId, const std::string& tra
     return LiveDispatcherMgr::getInstance()->play(sessionId, trackId);
 }
 
+int OVLiveController2::setPlayRange(const std::string&, const std::string&, double, double, int, bool)
+{
+    return statusSuccess;
+}
+
+int OVLiveController2::getCurPlayRange(const std::string&, const std::string&, double& start, double& end)
+{
+    return LiveRange::answer(start, end);
+}
+
+int OVLiveController2::correctPlayRange(const std::string&, const std::string&, double, double,
+                                        double& outStart, double& outEnd)
+{
+    return LiveRange::answer(outStart, outEnd);
+}
+
 int OVLiveController2::pause(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
+    const TalkBackTrack talkBack(audioBackTrackId);
     if (talkBack.is(trackId))
     {
         return talkBack.pause(sessionId);
@@ -98,21 +119,39 @@ int OVLiveController2::pause(const std::string& sessionId, const std::string& tr
     return LiveDispatcherMgr::getInstance()->pause(sessionId, trackId);
 }
 
+int OVLiveController2::setPauseRange(const std::string&, const std::string&, double)
+{
+    return statusSuccess;
+}
+
 int OVLiveController2::stop(const std::string& sessionId, const std::string& trackId)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
+    const TalkBackTrack talkBack(audioBackTrackId);
     if (talkBack.is(trackId))
     {
         return talkBack.stop(sessionId);
     }
     // Before the deletion and whatever comes of it, deliberately: who reads the output counts these lines.
-    std::printf("stop %s/%s success\n", mediaUrl_.c_str(), trackId.c_str());
+    std::printf("stop %s/%s success\n", mediaUrl.c_str(), trackId.c_str());
     return LiveDispatcherMgr::getInstance()->deleteSessionConection(sessionId, trackId);
 }
 
+int OVLiveController2::getConnetionState(std::string, std::string, bool& connected)
+{
+    connected = true;
+    return statusSuccess;
+}
+
+int OVLiveController2::setSpeed(const std::string&, const std::string&, double, double)
+{
+    return statusSuccess;
+}
+
+void OVLiveController2::setRTCPFrequence(const std::string&, const std::string&, int) {}
+
 int OVLiveController2::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    const TalkBackTrack talkBack(audioBackTrackId_);
+    const TalkBackTrack talkBack(audioBackTrackId);
     if (talkBack.is(trackId))
     {
         return talkBack.getTrackSSRC(sessionId, ssrc);

@@ -11,32 +11,32 @@ const char* const unit = "OVLiveControllerFactory";
 
 }  // namespace
 
-OVLiveControllerFactory::OVLiveControllerFactory() : thirdPlatType_(0) {}
+OVLiveControllerFactory::OVLiveControllerFactory() : thirdPlatType(0) {}
 
 OVLiveControllerFactory::~OVLiveControllerFactory() noexcept(false) = default;
 
-void OVLiveControllerFactory::setDeviceInfo(const DeviceInfoEx& deviceInfo)
+void OVLiveControllerFactory::setDeviceInfo(const DeviceInfoEx& info)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    deviceInfo_ = deviceInfo;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    deviceInfo = info;
 }
 
-void OVLiveControllerFactory::setDeviceAbility(const DeviceExAbility& deviceAbility)
+void OVLiveControllerFactory::setDeviceAbility(const DeviceExAbility& ability)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    deviceAbility_ = deviceAbility;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    deviceAbility = ability;
 }
 
-void OVLiveControllerFactory::setThirdPlatType(int thirdPlatType)
+void OVLiveControllerFactory::setThirdPlatType(int type)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    thirdPlatType_ = thirdPlatType;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    thirdPlatType = type;
 }
 
 int OVLiveControllerFactory::createMedia(const std::string& url, SafePointer<IRTSPController>& out,
                                          bool mediaInfoFlag)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    return NewController<OVLiveController>::in(out).initInstance(thirdPlatType_, url, deviceInfo_,
-                                                                 deviceAbility_, mediaInfoFlag);
+    OVMutexManager guard(mutex, unit, __LINE__);
+    return NewController<OVLiveController>::in(out).initInstance(thirdPlatType, url, deviceInfo,
+                                                                 deviceAbility, mediaInfoFlag);
 }

@@ -22,17 +22,17 @@ public:
     OVLiveControllerFactory& operator=(const OVLiveControllerFactory&) = delete;
 
     /// The device that every controller made afterwards describes its streams for; copied.
-    void setDeviceInfo(const DeviceInfoEx& deviceInfo);
+    void setDeviceInfo(const DeviceInfoEx& info);
     /// What that device can do, for every controller made afterwards; copied.
-    void setDeviceAbility(const DeviceExAbility& deviceAbility);
-    /// \param thirdPlatType  number under which the host registered the URL codec's factory
-    void setThirdPlatType(int thirdPlatType);
+    void setDeviceAbility(const DeviceExAbility& ability);
+    /// \param type  number under which the host registered the URL codec's factory
+    void setThirdPlatType(int type);
 
     int createMedia(const std::string& url, SafePointer<IRTSPController>& out, bool mediaInfoFlag) override;
 
 private:
-    DeviceInfoEx deviceInfo_;
-    DeviceExAbility deviceAbility_;
-    int thirdPlatType_;
-    OVMutex mutex_;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    int thirdPlatType;
+    OVMutex mutex;
 };

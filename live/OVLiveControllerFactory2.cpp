@@ -11,32 +11,32 @@ const char* const unit = "OVLiveControllerFactory2";
 
 }  // namespace
 
-OVLiveControllerFactory2::OVLiveControllerFactory2() : thirdPlatType_(0) {}
+OVLiveControllerFactory2::OVLiveControllerFactory2() : thirdPlatType(0) {}
 
 OVLiveControllerFactory2::~OVLiveControllerFactory2() noexcept(false) = default;
 
-void OVLiveControllerFactory2::setDeviceInfo(const DeviceInfoEx& deviceInfo)
+void OVLiveControllerFactory2::setDeviceInfo(const DeviceInfoEx& info)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    deviceInfo_ = deviceInfo;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    deviceInfo = info;
 }
 
-void OVLiveControllerFactory2::setDeviceAbility(const DeviceExAbility& deviceAbility)
+void OVLiveControllerFactory2::setDeviceAbility(const DeviceExAbility& ability)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    deviceAbility_ = deviceAbility;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    deviceAbility = ability;
 }
 
-void OVLiveControllerFactory2::setThirdPlatType(int thirdPlatType)
+void OVLiveControllerFactory2::setThirdPlatType(int type)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    thirdPlatType_ = thirdPlatType;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    thirdPlatType = type;
 }
 
 int OVLiveControllerFactory2::createMedia(const std::string& url, SafePointer<IRTSPController>& out,
                                           bool mediaInfoFlag)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    return NewController<OVLiveController2>::in(out).initInstance(thirdPlatType_, url, deviceInfo_,
-                                                                  deviceAbility_, mediaInfoFlag);
+    OVMutexManager guard(mutex, unit, __LINE__);
+    return NewController<OVLiveController2>::in(out).initInstance(thirdPlatType, url, deviceInfo,
+                                                                  deviceAbility, mediaInfoFlag);
 }

@@ -11,36 +11,36 @@ const char* const unit = "OVMulticastLiveControlerFactory";
 
 }  // namespace
 
-OVMulticastLiveControlerFactory::OVMulticastLiveControlerFactory() : thirdPlatType_(0)
+OVMulticastLiveControlerFactory::OVMulticastLiveControlerFactory() : thirdPlatType(0)
 {
     // The unicast factories do without; hosts see the difference.
-    mutex_.Init();
+    mutex.Init();
 }
 
 OVMulticastLiveControlerFactory::~OVMulticastLiveControlerFactory() noexcept(false) = default;
 
-void OVMulticastLiveControlerFactory::setDeviceInfo(const DeviceInfoEx& deviceInfo)
+void OVMulticastLiveControlerFactory::setDeviceInfo(const DeviceInfoEx& info)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    deviceInfo_ = deviceInfo;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    deviceInfo = info;
 }
 
-void OVMulticastLiveControlerFactory::setDeviceAbility(const DeviceExAbility& deviceAbility)
+void OVMulticastLiveControlerFactory::setDeviceAbility(const DeviceExAbility& ability)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    deviceAbility_ = deviceAbility;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    deviceAbility = ability;
 }
 
-void OVMulticastLiveControlerFactory::setThirdPlatType(int thirdPlatType)
+void OVMulticastLiveControlerFactory::setThirdPlatType(int type)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    thirdPlatType_ = thirdPlatType;
+    OVMutexManager guard(mutex, unit, __LINE__);
+    thirdPlatType = type;
 }
 
 int OVMulticastLiveControlerFactory::createMedia(const std::string& url, SafePointer<IRTSPController>& out,
                                                  bool mediaInfoFlag)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    return NewController<OVMulticastLiveController>::in(out).initInstance(thirdPlatType_, url, deviceInfo_,
-                                                                          deviceAbility_, mediaInfoFlag);
+    OVMutexManager guard(mutex, unit, __LINE__);
+    return NewController<OVMulticastLiveController>::in(out).initInstance(thirdPlatType, url, deviceInfo,
+                                                                          deviceAbility, mediaInfoFlag);
 }

@@ -5,6 +5,7 @@
 #include "hostapi/live/LiveDispatcherMgr.h"
 #include "live/DispatcherSession.h"
 #include "live/LivePresentation.h"
+#include "live/LiveRange.h"
 #include "live/MulticastSession.h"
 #include "live/PayloadSize.h"
 #include "support/StatusCode.h"
@@ -22,22 +23,21 @@ using Record = SafePointer<MulticastSessionParameter>;
 
 OVMulticastLiveController::OVMulticastLiveController()
 {
-    mediaInfo_.clearAllSubMediaInfo();
+    mediaInfo.clearAllSubMediaInfo();
 }
 
 OVMulticastLiveController::~OVMulticastLiveController() noexcept(false) = default;
 
 LivePresentation OVMulticastLiveController::presentation()
 {
-    return LivePresentation(form,
-                            {mediaUrl_, streamKey_, mediaUrlParam_, mediaInfo_, deviceInfo_, deviceAbility_});
+    return LivePresentation(form, {mediaUrl, streamKey, mediaUrlParam, mediaInfo, deviceInfo, deviceAbility});
 }
 
 int OVMulticastLiveController::initInstance(int thirdPlatType, const std::string& url,
-                                            const DeviceInfoEx& deviceInfo,
-                                            const DeviceExAbility& deviceAbility, bool mediaInfoFlag)
+                                            const DeviceInfoEx& device, const DeviceExAbility& ability,
+                                            bool mediaInfoFlag)
 {
-    return presentation().init(thirdPlatType, url, deviceInfo, deviceAbility, mediaInfoFlag);
+    return presentation().init(thirdPlatType, url, device, ability, mediaInfoFlag);
 }
 
 int OVMulticastLiveController::parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey)
@@ -52,15 +52,20 @@ int OVMulticastLiveController::createMediaInfo(int thirdPlatType, bool mediaInfo
 
 int OVMulticastLiveController::getMediaInfo(MediaInfo& out)
 {
-    out = mediaInfo_;
+    out = mediaInfo;
     return statusSuccess;
 }
 
 int OVMulticastLiveController::getSessionInfo(GeneralSessionInfo& out)
 {
-    out.setCameraID(mediaUrlParam_.getCameraID());
-    out.setStreamID(mediaUrlParam_.getStreamID());
-    out.setIsMulticastFlag(mediaUrlParam_.getMulticastFlag());
+    out.setCameraID(mediaUrlParam.getCameraID());
+    out.setStreamID(mediaUrlParam.getStreamID());
+    out.setIsMulticastFlag(mediaUrlParam.getMulticastFlag());
+    return statusSuccess;
+}
+
+int OVMulticastLiveController::mediaInit()
+{
     return statusSuccess;
 }
 
@@ -74,18 +79,18 @@ int OVMulticastLiveController::setup(const std::string& sessionId, const std::st
         return statusRefused;
     }
     SubMediaInfo described;
-    if (!mediaInfo_.getSubMediaInfo(trackId, described))
+    if (!mediaInfo.getSubMediaInfo(trackId, described))
     {
         return statusNotFound;
     }
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam_);
+    int result = session.deriveId(mediaUrlParam);
     if (result != statusSuccess)
     {
         return result;
     }
     const DispatcherSession shared(form.controllerName, dispatcher, session.id());
-    result = shared.open(mediaUrlParam_, mediaInfo_, payloadSize);
+    result = shared.open(mediaUrlParam, mediaInfo, payloadSize);
     if (result != statusSuccess)
     {
         return result;
@@ -95,14 +100,14 @@ int OVMulticastLiveController::setup(const std::string& sessionId, const std::st
     {
         return result;
     }
-    return session.noteMember(sessionId, trackId, mediaUrl_);
+    return session.noteMember(sessionId, trackId, mediaUrl);
 }
 
 int OVMulticastLiveController::play(const std::string& sessionId, const std::string& trackId)
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam_);
+    int result = session.deriveId(mediaUrlParam);
     if (result == statusSuccess)
     {
         result = session.findTrackOfMember(sessionId, trackId);
@@ -110,11 +115,28 @@ int OVMulticastLiveController::play(const std::string& sessionId, const std::str
     return result == statusSuccess ? dispatcher->play(session.id(), trackId) : result;
 }
 
+int OVMulticastLiveController::setPlayRange(const std::string&, const std::string&, double, double, int, bool)
+{
+    return statusSuccess;
+}
+
+int OVMulticastLiveController::getCurPlayRange(const std::string&, const std::string&, double& start,
+                                               double& end)
+{
+    return LiveRange::answer(start, end);
+}
+
+int OVMulticastLiveController::correctPlayRange(const std::string&, const std::string&, double, double,
+                                                double& outStart, double& outEnd)
+{
+    return LiveRange::answer(outStart, outEnd);
+}
+
 int OVMulticastLiveController::pause(const std::string& sessionId, const std::string& trackId)
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam_);
+    int result = session.deriveId(mediaUrlParam);
     if (result != statusSuccess)
     {
         return result;
@@ -138,11 +160,16 @@ int OVMulticastLiveController::pause(const std::string& sessionId, const std::st
     return watchesAlone ? dispatcher->pause(session.id(), trackId) : statusSuccess;
 }
 
+int OVMulticastLiveController::setPauseRange(const std::string&, const std::string&, double)
+{
+    return statusSuccess;
+}
+
 int OVMulticastLiveController::stop(const std::string& sessionId, const std::string& trackId)
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam_);
+    int result = session.deriveId(mediaUrlParam);
     if (result != statusSuccess)
     {
         return result;
@@ -170,16 +197,29 @@ int OVMulticastLiveController::stop(const std::string& sessionId, const std::str
         }
         dispatcher->deleteMulticastSessionParam(session.id());
     }
-    std::printf("stop %s/%s success\n", mediaUrl_.c_str(), trackId.c_str());
+    std::printf("stop %s/%s success\n", mediaUrl.c_str(), trackId.c_str());
     return statusSuccess;
 }
+
+int OVMulticastLiveController::getConnetionState(std::string, std::string, bool& connected)
+{
+    connected = true;
+    return statusSuccess;
+}
+
+int OVMulticastLiveController::setSpeed(const std::string&, const std::string&, double, double)
+{
+    return statusSuccess;
+}
+
+void OVMulticastLiveController::setRTCPFrequence(const std::string&, const std::string&, int) {}
 
 int OVMulticastLiveController::getTrackSSRC(const std::string& sessionId, const std::string& trackId,
                                             int& ssrc)
 {
     const Dispatcher dispatcher = LiveDispatcherMgr::getInstance();
     MulticastSession session(dispatcher);
-    int result = session.deriveId(mediaUrlParam_);
+    int result = session.deriveId(mediaUrlParam);
     if (result == statusSuccess)
     {
         result = session.findTrackOfMember(sessionId, trackId);

@@ -19,32 +19,32 @@ MediaUrlFactoryMap::MediaUrlFactoryMap() = default;
 
 MediaUrlFactoryMap::~MediaUrlFactoryMap() noexcept(false)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    factories_.clear();
+    OVMutexManager guard(mutex, unit, __LINE__);
+    factories.clear();
 }
 
 // By value: hosts are linked against this signature.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void MediaUrlFactoryMap::registerFactory(int thirdPlatType, SafePointer<IMediaUrlFactory> factory)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    if (factories_.find(thirdPlatType) == factories_.end())
+    OVMutexManager guard(mutex, unit, __LINE__);
+    if (factories.find(thirdPlatType) == factories.end())
     {
-        factories_.emplace(thirdPlatType, factory);
+        factories.emplace(thirdPlatType, factory);
     }
 }
 
 void MediaUrlFactoryMap::unregisterFactory(int thirdPlatType)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    factories_.erase(thirdPlatType);
+    OVMutexManager guard(mutex, unit, __LINE__);
+    factories.erase(thirdPlatType);
 }
 
 bool MediaUrlFactoryMap::lookup(int thirdPlatType, SafePointer<IMediaUrlFactory>& factory)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    const auto found = factories_.find(thirdPlatType);
-    if (found == factories_.end())
+    OVMutexManager guard(mutex, unit, __LINE__);
+    const auto found = factories.find(thirdPlatType);
+    if (found == factories.end())
     {
         return false;
     }
@@ -54,10 +54,10 @@ bool MediaUrlFactoryMap::lookup(int thirdPlatType, SafePointer<IMediaUrlFactory>
 
 int MediaUrlFactoryMap::getFactoryNames(std::vector<int>& names)
 {
-    OVMutexManager guard(mutex_, unit, __LINE__);
-    for (const auto& entry : factories_)
+    OVMutexManager guard(mutex, unit, __LINE__);
+    for (const auto& entry : factories)
     {
         names.push_back(entry.first);
     }
-    return static_cast<int>(factories_.size());
+    return static_cast<int>(factories.size());
 }

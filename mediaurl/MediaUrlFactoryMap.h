@@ -44,6 +44,6 @@ public:
 private:
     MediaUrlFactoryMap();
 
-    std::map<int, SafePointer<IMediaUrlFactory>> factories_;
-    OVMutex mutex_;
+    std::map<int, SafePointer<IMediaUrlFactory>> factories;
+    OVMutex mutex;
 };

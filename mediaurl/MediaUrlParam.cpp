@@ -1,7 +1,7 @@
 #include "mediaurl/MediaUrlParam.h"
 
 MediaUrlParam::MediaUrlParam()
-    : cameraID_(0), streamID_(0), recordBeginTime_(0.0), recordEndTime_(0.0), multicastFlag_(false)
+    : cameraID(0), streamID(0), recordBeginTime(0.0), recordEndTime(0.0), multicastFlag(false)
 {
 }
 
@@ -13,70 +13,70 @@ MediaUrlParam::~MediaUrlParam() = default;
 
 void MediaUrlParam::setMediaUrlPrefix(std::string& prefix)
 {
-    mediaUrlPrefix_ = prefix;
+    mediaUrlPrefix = prefix;
 }
 
 std::string MediaUrlParam::getMediaUrlPrefix() const
 {
-    return mediaUrlPrefix_;
+    return mediaUrlPrefix;
 }
 
-void MediaUrlParam::setDeviceId(const std::string& deviceId)
+void MediaUrlParam::setDeviceId(const std::string& id)
 {
-    deviceId_ = deviceId;
+    deviceId = id;
 }
 
 std::string MediaUrlParam::getDeviceId() const
 {
-    return deviceId_;
+    return deviceId;
 }
 
-void MediaUrlParam::setCameraID(int cameraID)
+void MediaUrlParam::setCameraID(int id)
 {
-    cameraID_ = cameraID;
+    cameraID = id;
 }
 
 int MediaUrlParam::getCameraID() const
 {
-    return cameraID_;
+    return cameraID;
 }
 
-void MediaUrlParam::setStreamID(int streamID)
+void MediaUrlParam::setStreamID(int id)
 {
-    streamID_ = streamID;
+    streamID = id;
 }
 
 int MediaUrlParam::getStreamID() const
 {
-    return streamID_;
+    return streamID;
 }
 
 void MediaUrlParam::setRecordBeginTime(double seconds)
 {
-    recordBeginTime_ = seconds;
+    recordBeginTime = seconds;
 }
 
 double MediaUrlParam::getRecordBeginTime() const
 {
-    return recordBeginTime_;
+    return recordBeginTime;
 }
 
 void MediaUrlParam::setRecordEndTime(double seconds)
 {
-    recordEndTime_ = seconds;
+    recordEndTime = seconds;
 }
 
 double MediaUrlParam::getRecordEndTime() const
 {
-    return recordEndTime_;
+    return recordEndTime;
 }
 
 void MediaUrlParam::setMulticastFlag(bool multicast)
 {
-    multicastFlag_ = multicast;
+    multicastFlag = multicast;
 }
 
 bool MediaUrlParam::getMulticastFlag() const
 {
-    return multicastFlag_;
+    return multicastFlag;
 }

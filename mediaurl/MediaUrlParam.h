@@ -25,17 +25,17 @@ public:
     std::string getMediaUrlPrefix() const;
 
     /// Identifier of the device. The device's own codec never writes it.
-    void setDeviceId(const std::string& deviceId);
+    void setDeviceId(const std::string& id);
     /// Empty unless it was set.
     std::string getDeviceId() const;
 
-    /// \param cameraID  number of the camera as the URL has it, any int
-    void setCameraID(int cameraID);
+    /// \param id  number of the camera as the URL has it, any int
+    void setCameraID(int id);
     /// 0 unless it was set.
     int getCameraID() const;
 
     /// Number of one of the camera's streams; live URLs only.
-    void setStreamID(int streamID);
+    void setStreamID(int id);
     /// 0 unless it was set.
     int getStreamID() const;
 
@@ -55,11 +55,11 @@ public:
     bool getMulticastFlag() const;
 
 private:
-    std::string mediaUrlPrefix_;
-    std::string deviceId_;
-    int cameraID_;
-    int streamID_;
-    double recordBeginTime_;
-    double recordEndTime_;
-    bool multicastFlag_;
+    std::string mediaUrlPrefix;
+    std::string deviceId;
+    int cameraID;
+    int streamID;
+    double recordBeginTime;
+    double recordEndTime;
+    bool multicastFlag;
 };

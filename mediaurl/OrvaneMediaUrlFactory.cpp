@@ -10,7 +10,7 @@ OrvaneMediaUrlFactory::~OrvaneMediaUrlFactory() noexcept(false) = default;
 
 int OrvaneMediaUrlFactory::createMediaUrl(SafePointer<IMediaUrl>& codec)
 {
-    OVMutexManager guard(mutex_, "OrvaneMediaUrlFactory", __LINE__);
+    OVMutexManager guard(mutex, "OrvaneMediaUrlFactory", __LINE__);
     codec = SafePointer<IMediaUrl>(new OrvaneMediaUrl);
     return statusSuccess;
 }

@@ -19,5 +19,5 @@ public:
     int createMediaUrl(SafePointer<IMediaUrl>& codec) override;
 
 private:
-    OVMutex mutex_;
+    OVMutex mutex;
 };

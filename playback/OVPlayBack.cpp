@@ -36,24 +36,24 @@ const int rtcpIntervalSeconds = 5;
 }  // namespace
 
 OVPlayBack::OVPlayBack()
-    : thirdPlatType_(0),
-      dispatcher_(new RTPPlayBackDispacher),
-      firstTrackPlaying_(false),
-      secondTrackPlaying_(false)
+    : thirdPlatType(0),
+      dispatcher(new RTPPlayBackDispacher),
+      firstTrackPlaying(false),
+      secondTrackPlaying(false)
 {
-    mediaInfo_.clearAllSubMediaInfo();
+    mediaInfo.clearAllSubMediaInfo();
 }
 
 OVPlayBack::~OVPlayBack() noexcept(false) = default;
 
-int OVPlayBack::init(const DeviceInfoEx& device, const DeviceExAbility& ability, int thirdPlatType,
-                     int cameraId, long recordBeginTime, long recordEndTime)
+int OVPlayBack::init(const DeviceInfoEx& device, const DeviceExAbility& ability, int platType, int cameraId,
+                     long recordBeginTime, long recordEndTime)
 {
-    thirdPlatType_ = thirdPlatType;
+    thirdPlatType = platType;
 
     ThirdPlatMgr names;
-    firstTrackId_ = names.getTrackIDByESStreamType(thirdPlatType, videoStream, false, encoderType);
-    secondTrackId_ = names.getTrackIDByESStreamType(thirdPlatType, audioStream, false, encoderType);
+    firstTrackId = names.getTrackIDByESStreamType(platType, videoStream, false, encoderType);
+    secondTrackId = names.getTrackIDByESStreamType(platType, audioStream, false, encoderType);
 
     // A copy, because a host's getters of it need not be const.
     DeviceInfoEx recorder;
@@ -69,14 +69,14 @@ int OVPlayBack::init(const DeviceInfoEx& device, const DeviceExAbility& ability,
     source->setDeviceInfo(device);
     source->setDeviceAbility(ability);
     source->setRecordInfo(record);
-    source->setThirdPlatType(thirdPlatType);
+    source->setThirdPlatType(platType);
 
-    dispatcher_->setMediaSource(SafePointer<IMediaSource>(source));
-    dispatcher_->setTransferMixStreamFlag(false);
-    dispatcher_->setRTCPTimeout(rtcpTimeoutSeconds);
-    dispatcher_->setRTCPFrequence(rtcpIntervalSeconds);
-    dispatcher_->setFramePacketMode(false);
-    const int result = dispatcher_->start();
+    dispatcher->setMediaSource(SafePointer<IMediaSource>(source));
+    dispatcher->setTransferMixStreamFlag(false);
+    dispatcher->setRTCPTimeout(rtcpTimeoutSeconds);
+    dispatcher->setRTCPFrequence(rtcpIntervalSeconds);
+    dispatcher->setFramePacketMode(false);
+    const int result = dispatcher->start();
     if (result != statusSuccess)
     {
         // Other names than the operation's and the class's; who reads the output looks for it so.
@@ -87,48 +87,47 @@ int OVPlayBack::init(const DeviceInfoEx& device, const DeviceExAbility& ability,
 
 void OVPlayBack::setMediaInfo(const MediaInfo& info)
 {
-    mediaInfo_ = info;
+    mediaInfo = info;
 }
 
 int OVPlayBack::setup(const std::string& sessionId, const std::string& trackId,
                       const SafePointer<IConnection>& connection)
 {
     int payloadSize = 0;
-    if (!PayloadSize::byTransport(connection->transportKind, dispatcher_, payloadSize))
+    if (!PayloadSize::byTransport(connection->transportKind, dispatcher, payloadSize))
     {
         return statusRefused;
     }
     SubMediaInfo track;
-    if (!mediaInfo_.getSubMediaInfo(trackId, track))
+    if (!mediaInfo.getSubMediaInfo(trackId, track))
     {
         return statusNotFound;
     }
-    const int result = dispatcher_->initRTPBuilder(sessionId, trackId, track, payloadSize);
+    const int result = dispatcher->initRTPBuilder(sessionId, trackId, track, payloadSize);
     if (result != statusSuccess)
     {
         return result;
     }
-    return dispatcher_->addSessionConnection(sessionId, trackId, connection);
+    return dispatcher->addSessionConnection(sessionId, trackId, connection);
 }
 
 bool* OVPlayBack::playingFlagOf(const std::string& trackId)
 {
-    if (trackId == firstTrackId_)
+    if (trackId == firstTrackId)
     {
-        return &firstTrackPlaying_;
+        return &firstTrackPlaying;
     }
-    return trackId == secondTrackId_ ? &secondTrackPlaying_ : nullptr;
+    return trackId == secondTrackId ? &secondTrackPlaying : nullptr;
 }
 
 int OVPlayBack::play(const std::string& sessionId, const std::string& trackId)
 {
-    OVMutexManager guard(mutex_, unit, guardPlay);
-    if ((trackId == firstTrackId_ && firstTrackPlaying_) ||
-        (trackId == secondTrackId_ && secondTrackPlaying_))
+    OVMutexManager guard(mutex, unit, guardPlay);
+    if ((trackId == firstTrackId && firstTrackPlaying) || (trackId == secondTrackId && secondTrackPlaying))
     {
         return statusSuccess;
     }
-    const int result = dispatcher_->play(sessionId, trackId);
+    const int result = dispatcher->play(sessionId, trackId);
     if (result != statusSuccess)
     {
         return result;
@@ -145,13 +144,12 @@ int OVPlayBack::play(const std::string& sessionId, const std::string& trackId)
 
 int OVPlayBack::pause(const std::string& sessionId, const std::string& trackId)
 {
-    OVMutexManager guard(mutex_, unit, guardPause);
-    if ((trackId == firstTrackId_ && !firstTrackPlaying_) ||
-        (trackId == secondTrackId_ && !secondTrackPlaying_))
+    OVMutexManager guard(mutex, unit, guardPause);
+    if ((trackId == firstTrackId && !firstTrackPlaying) || (trackId == secondTrackId && !secondTrackPlaying))
     {
         return statusSuccess;
     }
-    const int result = dispatcher_->pause(sessionId, trackId);
+    const int result = dispatcher->pause(sessionId, trackId);
     if (result != statusSuccess)
     {
         return result;
@@ -167,7 +165,7 @@ int OVPlayBack::pause(const std::string& sessionId, const std::string& trackId)
 
 int OVPlayBack::stop(const std::string& sessionId, const std::string& trackId)
 {
-    OVMutexManager guard(mutex_, unit, guardStop);
+    OVMutexManager guard(mutex, unit, guardStop);
     bool* const playing = playingFlagOf(trackId);
     if (playing == nullptr)
     {
@@ -175,37 +173,37 @@ int OVPlayBack::stop(const std::string& sessionId, const std::string& trackId)
     }
     *playing = false;
     // A track that the dispatcher does not know is as good as ended.
-    dispatcher_->deleteSessionConnection(sessionId, trackId);
+    dispatcher->deleteSessionConnection(sessionId, trackId);
     return statusSuccess;
 }
 
 int OVPlayBack::getConnectionState(std::string sessionId, std::string trackId, bool& connected)
 {
-    return dispatcher_->getConnectionState(std::move(sessionId), std::move(trackId), connected);
+    return dispatcher->getConnectionState(std::move(sessionId), std::move(trackId), connected);
 }
 
 int OVPlayBack::setSpeed(const std::string& sessionId, const std::string& trackId, double scale, double speed)
 {
-    return dispatcher_->setSpeed(sessionId, trackId, scale, speed);
+    return dispatcher->setSpeed(sessionId, trackId, scale, speed);
 }
 
 int OVPlayBack::getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start,
                                 double& end)
 {
-    return dispatcher_->getCurPlayRange(sessionId, trackId, start, end);
+    return dispatcher->getCurPlayRange(sessionId, trackId, start, end);
 }
 
 int OVPlayBack::getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc)
 {
-    return dispatcher_->getTrackSSRC(sessionId, trackId, ssrc);
+    return dispatcher->getTrackSSRC(sessionId, trackId, ssrc);
 }
 
 int OVPlayBack::setPauseRange(const std::string&, const std::string& trackId, double position)
 {
-    return dispatcher_->setPauseRange(trackId, position);
+    return dispatcher->setPauseRange(trackId, position);
 }
 
 void OVPlayBack::setRTCPFrequence(const std::string&, const std::string&, int seconds)
 {
-    dispatcher_->setRTCPFrequence(seconds);
+    dispatcher->setRTCPFrequence(seconds);
 }

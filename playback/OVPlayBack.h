@@ -34,12 +34,12 @@ public:
     /// Makes the source of the recording, gives it to the dispatcher and starts that one, with sender reports
     /// every 5 seconds and clients gone after 60. A failed start is printed; the settings stay.
     /// \param device, ability  of the device that recorded; for the source
-    /// \param thirdPlatType    number of the URL codec's factory
+    /// \param platType    number of the URL codec's factory
     /// \param recordBeginTime, recordEndTime  the interval in whole seconds of the recording index's time;
     /// the
     ///                         record gets their bits without the sign
     /// \returns 0 or the code of the dispatcher's start()
-    int init(const DeviceInfoEx& device, const DeviceExAbility& ability, int thirdPlatType, int cameraId,
+    int init(const DeviceInfoEx& device, const DeviceExAbility& ability, int platType, int cameraId,
              long recordBeginTime, long recordEndTime);
 
     /// \param info  the description by which setup() finds tracks; copied
@@ -83,14 +83,14 @@ public:
 private:
     OV_INTERNAL bool* playingFlagOf(const std::string& trackId);
 
-    OVMutex mutex_;
-    DeviceInfoEx deviceInfo_;        // never filled; part of the layout
-    DeviceExAbility deviceAbility_;  // likewise
-    MediaInfo mediaInfo_;
-    int thirdPlatType_;
-    SafePointer<RTPPlayBackDispacher> dispatcher_;
-    bool firstTrackPlaying_;
-    bool secondTrackPlaying_;
-    std::string firstTrackId_;
-    std::string secondTrackId_;
+    OVMutex mutex;
+    DeviceInfoEx deviceInfo;        // never filled; part of the layout
+    DeviceExAbility deviceAbility;  // likewise
+    MediaInfo mediaInfo;
+    int thirdPlatType;
+    SafePointer<RTPPlayBackDispacher> dispatcher;
+    bool firstTrackPlaying;
+    bool secondTrackPlaying;
+    std::string firstTrackId;
+    std::string secondTrackId;
 };

@@ -28,24 +28,24 @@ enum GuardLine
 
 }  // namespace
 
-OVPlaybackController::OVPlaybackController() : thirdPlatType_(0)
+OVPlaybackController::OVPlaybackController() : thirdPlatType(0)
 {
-    mediaInfo_.clearAllSubMediaInfo();
+    mediaInfo.clearAllSubMediaInfo();
 }
 
 OVPlaybackController::~OVPlaybackController() noexcept(false) = default;
 
-int OVPlaybackController::initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
+int OVPlaybackController::initInstance(int platType, const std::string& url, const DeviceInfoEx& device,
                                        const DeviceExAbility& ability)
 {
-    OVMutexManager guard(mutex_, unit, guardInitInstance);
+    OVMutexManager guard(mutex, unit, guardInitInstance);
     if (url.empty())
     {
         return statusNotFound;
     }
-    thirdPlatType_ = thirdPlatType;
-    deviceInfo_ = device;
-    deviceAbility_ = ability;
+    thirdPlatType = platType;
+    deviceInfo = device;
+    deviceAbility = ability;
     const int result = parseMediaUrl(url);
     return result == statusSuccess ? createMediaInfo() : result;
 }
@@ -53,7 +53,7 @@ int OVPlaybackController::initInstance(int thirdPlatType, const std::string& url
 int OVPlaybackController::parseMediaUrl(const std::string& url)
 {
     ControllerCodec codec(printedName);
-    int result = codec.create(thirdPlatType_, url);
+    int result = codec.create(thirdPlatType, url);
     if (result != statusSuccess)
     {
         return result;
@@ -64,36 +64,36 @@ int OVPlaybackController::parseMediaUrl(const std::string& url)
         std::puts("##########OVPlayBack::parseMediaUrl objMediaUrl->parsePlaybackMediaUrl error!!");
         return result;
     }
-    mediaUrlParam_ = codec->objMediaUrlParam;
+    mediaUrlParam = codec->objMediaUrlParam;
 
     std::string cameraText;
     std::string beginText;
     std::string endText;
-    DataConverter::convert(mediaUrlParam_.getCameraID(), cameraText);
-    DataConverter::convert(mediaUrlParam_.getRecordBeginTime(), beginText);
-    DataConverter::convert(mediaUrlParam_.getRecordEndTime(), endText);
-    recordKey_ = cameraText + "_" + beginText + "_" + endText;
+    DataConverter::convert(mediaUrlParam.getCameraID(), cameraText);
+    DataConverter::convert(mediaUrlParam.getRecordBeginTime(), beginText);
+    DataConverter::convert(mediaUrlParam.getRecordEndTime(), endText);
+    recordKey = cameraText + "_" + beginText + "_" + endText;
     return statusSuccess;
 }
 
 int OVPlaybackController::createMediaInfo()
 {
     ControllerCodec codec(printedName);
-    int result = codec.createForRendering(thirdPlatType_);
+    int result = codec.createForRendering(thirdPlatType);
     if (result != statusSuccess)
     {
         return result;
     }
-    codec->objMediaUrlParam = mediaUrlParam_;
+    codec->objMediaUrlParam = mediaUrlParam;
     const std::string canonicalUrl = codec->toPlayBackMediaUrl();
 
     MediaInfoTool tool;
-    tool.setDeviceInfoEx(deviceInfo_);
-    tool.setDeviceExAbility(deviceAbility_);
+    tool.setDeviceInfoEx(deviceInfo);
+    tool.setDeviceExAbility(deviceAbility);
     tool.setMediaUrl(canonicalUrl);
     // The codec's own number, not the one that its factory is registered under.
     tool.setThirdPlatType(codec->getThirdPlatType());
-    result = tool.createPlaybackMediaInfo(recordInfo(), mediaInfo_);
+    result = tool.createPlaybackMediaInfo(recordInfo(), mediaInfo);
     if (result != statusSuccess)
     {
         std::puts("objMediaInfoTool.createMediaInfo Error!!!!");
@@ -104,18 +104,18 @@ int OVPlaybackController::createMediaInfo()
 RecordInfo OVPlaybackController::recordInfo()
 {
     RecordInfo record;
-    record.setCameraId(mediaUrlParam_.getCameraID());
-    record.setDeviceId(deviceInfo_.getDeviceID());
-    record.setRecordBeginTime(Saturation::toUnsigned32(mediaUrlParam_.getRecordBeginTime()));
-    record.setRecordEndTime(Saturation::toUnsigned32(mediaUrlParam_.getRecordEndTime()));
-    record.setDeviceIP(deviceInfo_.getDeviceAddr().getIP());
+    record.setCameraId(mediaUrlParam.getCameraID());
+    record.setDeviceId(deviceInfo.getDeviceID());
+    record.setRecordBeginTime(Saturation::toUnsigned32(mediaUrlParam.getRecordBeginTime()));
+    record.setRecordEndTime(Saturation::toUnsigned32(mediaUrlParam.getRecordEndTime()));
+    record.setDeviceIP(deviceInfo.getDeviceAddr().getIP());
     return record;
 }
 
 int OVPlaybackController::getMediaInfo(MediaInfo& out)
 {
-    OVMutexManager guard(mutex_, unit, guardGetMediaInfo);
-    out = mediaInfo_;
+    OVMutexManager guard(mutex, unit, guardGetMediaInfo);
+    out = mediaInfo;
     return statusSuccess;
 }
 
@@ -129,8 +129,8 @@ int OVPlaybackController::setup(const std::string& sessionId, const std::string&
 {
     const SafePointer<RTPPlayBackDispacherMgr> dispatcher = RTPPlayBackDispacherMgr::getInstance();
     // What it cannot use shows in setup(), which fails then.
-    dispatcher->setMediaInfo(mediaInfo_);
-    const int result = dispatcher->initDispatcher(sessionId, deviceInfo_, deviceAbility_, recordInfo());
+    dispatcher->setMediaInfo(mediaInfo);
+    const int result = dispatcher->initDispatcher(sessionId, deviceInfo, deviceAbility, recordInfo());
     if (result != statusSuccess)
     {
         return result;
@@ -159,9 +159,9 @@ int OVPlaybackController::getCurPlayRange(const std::string& sessionId, const st
 int OVPlaybackController::correctPlayRange(const std::string&, const std::string&, double start, double end,
                                            double& outStart, double& outEnd)
 {
-    OVMutexManager guard(mutex_, unit, guardCorrectPlayRange);
+    OVMutexManager guard(mutex, unit, guardCorrectPlayRange);
     const double duration =
-        Saturation::toSigned32(mediaUrlParam_.getRecordEndTime() - mediaUrlParam_.getRecordBeginTime());
+        Saturation::toSigned32(mediaUrlParam.getRecordEndTime() - mediaUrlParam.getRecordBeginTime());
     outStart = start >= 0 && start < duration ? start : 0;
     outEnd = end >= 0 && end <= duration ? end : duration;
     return statusSuccess;

@@ -28,10 +28,10 @@ public:
     OVPlaybackController& operator=(const OVPlaybackController&) = delete;
 
     /// Parses the URL and builds the description. After a failure the controller cannot be used; it keeps
-    /// what it had stored. \param thirdPlatType  number of the URL codec's factory in the registry \returns
+    /// what it had stored. \param platType  number of the URL codec's factory in the registry \returns
     /// 0; -8 for an empty URL, nothing being stored then; or the result of parseMediaUrl() or
     ///          createMediaInfo()
-    int initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
+    int initInstance(int platType, const std::string& url, const DeviceInfoEx& device,
                      const DeviceExAbility& ability);
 
     /// Parses a URL with a fresh codec and keeps what it names; failures are printed. A step of
@@ -83,12 +83,12 @@ public:
 private:
     OV_INTERNAL RecordInfo recordInfo();
 
-    OVMutex mutex_;
-    DeviceInfoEx deviceInfo_;
-    DeviceExAbility deviceAbility_;
-    MediaInfo mediaInfo_;
-    int thirdPlatType_;
-    MediaUrlParam mediaUrlParam_;
-    std::string recordKey_;  // "<camera>_<begin>_<end>"; part of the layout
-    OVPlayBack playBack_;    // likewise: nothing is played on it
+    OVMutex mutex;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    MediaInfo mediaInfo;
+    int thirdPlatType;
+    MediaUrlParam mediaUrlParam;
+    std::string recordKey;  // "<camera>_<begin>_<end>"; part of the layout
+    OVPlayBack playBack;    // likewise: nothing is played on it
 };

@@ -20,31 +20,31 @@ enum GuardLine
 
 }  // namespace
 
-OVPlaybackControllerFactory::OVPlaybackControllerFactory() : thirdPlatType_(0) {}
+OVPlaybackControllerFactory::OVPlaybackControllerFactory() : thirdPlatType(0) {}
 
 OVPlaybackControllerFactory::~OVPlaybackControllerFactory() noexcept(false) = default;
 
-void OVPlaybackControllerFactory::setDeviceInfo(const DeviceInfoEx& deviceInfo)
+void OVPlaybackControllerFactory::setDeviceInfo(const DeviceInfoEx& info)
 {
-    OVMutexManager guard(mutex_, unit, guardSetDeviceInfo);
-    deviceInfo_ = deviceInfo;
+    OVMutexManager guard(mutex, unit, guardSetDeviceInfo);
+    deviceInfo = info;
 }
 
-void OVPlaybackControllerFactory::setDeviceAbility(const DeviceExAbility& deviceAbility)
+void OVPlaybackControllerFactory::setDeviceAbility(const DeviceExAbility& ability)
 {
-    OVMutexManager guard(mutex_, unit, guardSetDeviceAbility);
-    deviceAbility_ = deviceAbility;
+    OVMutexManager guard(mutex, unit, guardSetDeviceAbility);
+    deviceAbility = ability;
 }
 
-void OVPlaybackControllerFactory::setThirdPlatType(int thirdPlatType)
+void OVPlaybackControllerFactory::setThirdPlatType(int type)
 {
-    OVMutexManager guard(mutex_, unit, guardSetThirdPlatType);
-    thirdPlatType_ = thirdPlatType;
+    OVMutexManager guard(mutex, unit, guardSetThirdPlatType);
+    thirdPlatType = type;
 }
 
 int OVPlaybackControllerFactory::createMedia(const std::string& url, SafePointer<IRTSPController>& out, bool)
 {
-    OVMutexManager guard(mutex_, unit, guardCreateMedia);
-    return NewController<OVPlaybackController>::in(out).initInstance(thirdPlatType_, url, deviceInfo_,
-                                                                     deviceAbility_);
+    OVMutexManager guard(mutex, unit, guardCreateMedia);
+    return NewController<OVPlaybackController>::in(out).initInstance(thirdPlatType, url, deviceInfo,
+                                                                     deviceAbility);
 }

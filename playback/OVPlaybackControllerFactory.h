@@ -23,19 +23,19 @@ public:
     OVPlaybackControllerFactory& operator=(const OVPlaybackControllerFactory&) = delete;
 
     /// The device that every controller made afterwards describes its streams for; copied.
-    void setDeviceInfo(const DeviceInfoEx& deviceInfo);
+    void setDeviceInfo(const DeviceInfoEx& info);
     /// What that device can do, for every controller made afterwards; copied.
-    void setDeviceAbility(const DeviceExAbility& deviceAbility);
-    /// \param thirdPlatType  number under which the host registered the URL codec's factory; 0 until then
-    void setThirdPlatType(int thirdPlatType);
+    void setDeviceAbility(const DeviceExAbility& ability);
+    /// \param type  number under which the host registered the URL codec's factory; 0 until then
+    void setThirdPlatType(int type);
 
     /// \param mediaInfoFlag  ignored: a recording has no track that a client sends
     /// \returns as the interface says, or -8 for an empty URL
     int createMedia(const std::string& url, SafePointer<IRTSPController>& out, bool mediaInfoFlag) override;
 
 private:
-    DeviceInfoEx deviceInfo_;
-    DeviceExAbility deviceAbility_;
-    int thirdPlatType_;
-    OVMutex mutex_;
+    DeviceInfoEx deviceInfo;
+    DeviceExAbility deviceAbility;
+    int thirdPlatType;
+    OVMutex mutex;
 };

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "refhost/rtp/GatedTransport.h"
 #include "refhost/rtp/MulticastInterface.h"
@@ -19,34 +20,17 @@ struct MulticastSocketSettings
 {
     MulticastInterface interface;
     int ttl = 1;
+    bool segmentationOffload = true;
 
     /// Has what `socket` sends leave by the interface, with the TTL, and come back to this machine.
     /// \returns false with errno set
     bool applyTo(const SocketHandle& socket) const;
 };
 
-/// Sends the RTP of all tracks to all groups. One socket. Threads: any.
-class MulticastOutput
-{
-public:
-    MulticastOutput(SocketHandle socket, bool segmentation);
-
-    UdpUnitSender& sender()
-    {
-        return sender_;
-    }
-
-    int descriptor() const
-    {
-        return socket_.get();
-    }
-
-private:
-    const SocketHandle socket_;
-    UdpUnitSender sender_;
-};
-
 /// One track's ports of one group, and the membership in the group that brings the members' reports.
+///
+/// RTP and RTCP leave from the ports that they are sent to, because members check where packets come from.
+/// Where another program has such a port for itself, they leave from another one and the log says so.
 /// Holds the group as long as it lives. Threads: any.
 class MulticastChannel
 {
@@ -55,11 +39,13 @@ public:
     /// \param track  number within the group
     /// \returns null with errno set when the system has no way for the group
     static std::shared_ptr<MulticastChannel> open(MulticastPool::Lease lease, int track,
-                                                  const MulticastSocketSettings& settings,
-                                                  std::shared_ptr<MulticastOutput> output);
+                                                  const MulticastSocketSettings& settings);
 
-    MulticastChannel(MulticastPool::Lease lease, int track, SocketHandle rtcp,
-                     std::shared_ptr<MulticastOutput> output);
+    /// \param rtp     what RTP is sent through
+    /// \param rtcp    what RTCP is sent and received through; none: it is sent through `rtp`
+    /// \param source  as source()
+    MulticastChannel(MulticastPool::Lease lease, int track, SocketHandle rtp, SocketHandle rtcp,
+                     std::string source, bool segmentationOffload);
 
     const MulticastGroup& group() const
     {
@@ -70,6 +56,12 @@ public:
     int descriptor() const
     {
         return rtcp_.get();
+    }
+
+    /// The numeric address that packets leave from.
+    const std::string& source() const
+    {
+        return source_;
     }
 
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header);
@@ -86,8 +78,10 @@ public:
 
 private:
     const MulticastPool::Lease lease_;
+    const SocketHandle rtp_;
     const SocketHandle rtcp_;
-    const std::shared_ptr<MulticastOutput> output_;
+    const std::string source_;
+    UdpUnitSender sender_;
     const UdpAddress rtpAddress_;
     const UdpAddress rtcpAddress_;
     const std::shared_ptr<TransportInbox> inbox_;

@@ -46,6 +46,7 @@ struct MulticastWay
 {
     MulticastGroup group;
     int ttl = 1;
+    std::string source{};  ///< the numeric address that packets leave from; empty where it is not known
 };
 
 /// A range of IPv4 multicast addresses. A plain value.

@@ -20,10 +20,6 @@ namespace refhost
 namespace
 {
 
-/// Room for the key pictures of several streams at once.
-constexpr int sendBufferBytes = 8 << 20;
-/// Nothing is read from the socket that sends.
-constexpr int receiveBufferBytes = 4096;
 constexpr int readableAtOnce = 16;
 
 bool isWildcard(const std::string& address)
@@ -63,12 +59,10 @@ struct MulticastServer::Impl
         std::weak_ptr<MulticastChannel> channel;
     };
 
-    Impl(const Options& options, const MulticastSocketSettings& socketSettings, SocketHandle epollHandle,
-         std::shared_ptr<MulticastOutput> rtpOutput)
+    Impl(const Options& options, const MulticastSocketSettings& socketSettings, SocketHandle epollHandle)
         : pool(options.pool),
           settings(socketSettings),
           epoll(std::move(epollHandle)),
-          output(std::move(rtpOutput)),
           configuredNameOf(options.nameOf)
     {
     }
@@ -93,7 +87,7 @@ struct MulticastServer::Impl
                 return channel;
             }
         }
-        auto channel = MulticastChannel::open(std::move(lease), track, settings, output);
+        auto channel = MulticastChannel::open(std::move(lease), track, settings);
         if (channel)
         {
             entries.push_back({stream, track, ++lastId, channel});
@@ -129,7 +123,6 @@ struct MulticastServer::Impl
     MulticastPool pool;
     const MulticastSocketSettings settings;
     const SocketHandle epoll;
-    const std::shared_ptr<MulticastOutput> output;
     const std::function<std::string(MulticastPool::Stream)> configuredNameOf;
     std::mutex mutex;
     std::vector<Entry> entries;  // as many as tracks of streams that are sent, and a few that ended
@@ -143,22 +136,20 @@ std::shared_ptr<MulticastServer> MulticastServer::open(const Options& options, s
 {
     MulticastSocketSettings settings;
     settings.ttl = options.ttl;
+    settings.segmentationOffload = options.segmentationOffload;
     if (!findInterface(options, settings.interface, error))
     {
         return nullptr;
     }
-    SocketHandle rtp(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const SocketHandle probe(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     SocketHandle epoll(epoll_create1(EPOLL_CLOEXEC));
-    if (!rtp || !epoll || !settings.applyTo(rtp))
+    if (!probe || !epoll || !settings.applyTo(probe))
     {
         error = std::string("no socket for multicast: ") + std::strerror(errno);
         return nullptr;
     }
-    rtp.setBuffer(SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
-    rtp.setBuffer(SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
-    auto output = std::make_shared<MulticastOutput>(std::move(rtp), options.segmentationOffload);
     std::shared_ptr<MulticastServer> server(new MulticastServer);
-    server->impl_ = std::make_shared<Impl>(options, settings, std::move(epoll), std::move(output));
+    server->impl_ = std::make_shared<Impl>(options, settings, std::move(epoll));
     return server;
 }
 
@@ -169,7 +160,7 @@ bool MulticastServer::describe(MulticastPool::Stream stream, MulticastWay& out)
     {
         return false;
     }
-    out = {*group, impl_->settings.ttl};
+    out = {*group, impl_->settings.ttl, {}};
     return true;
 }
 
@@ -190,7 +181,7 @@ bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
                    lease->addressText(), std::strerror(errno));
         return false;
     }
-    way = {*lease, impl_->settings.ttl};
+    way = {*lease, impl_->settings.ttl, channel->source()};
     out.emplace(new MulticastTransport(std::move(channel)));
     return true;
 }

@@ -90,6 +90,10 @@ RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::strin
     appendPair(text, "port", way.group.portOf(number), way.group.portOf(number) + 1);
     text += ";ttl=";
     RtspText::appendNumber(text, static_cast<std::uint64_t>(way.ttl));
+    if (!way.source.empty())
+    {
+        text.append(";source=").append(way.source);
+    }
     return rtspOk;
 }
 

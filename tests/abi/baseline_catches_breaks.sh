@@ -43,9 +43,9 @@ grep -rl 'mediaInit() override' "$scratch/removed-operation-and-reordered-field"
     xargs sed -i 's/mediaInit() override/mediaInit()/'
 # The constructor's list stands in the old order.
 change removed-operation-and-reordered-field mediaurl/MediaUrlParam.h \
-    's/^    int cameraID_;$/    int swapped_;/; s/^    int streamID_;$/    int cameraID_;/; s/^    int swapped_;$/    int streamID_;/'
+    's/^    int cameraID;$/    int swapped_;/; s/^    int streamID;$/    int cameraID;/; s/^    int swapped_;$/    int streamID;/'
 refused removed-operation-and-reordered-field "table of virtual operations" IRTSPController OVPlaybackController \
-    "these fields moved" "int cameraID_" "int streamID_"
+    "these fields moved" "int cameraID" "int streamID"
 
 copy swapped-operations-and-grown-handle
 swap='s/virtual int parseMediaUrl(const std::string& url) = 0;/@/; s/virtual int getThirdPlatType() = 0;/virtual int parseMediaUrl(const std::string\& url) = 0;/; s/@/virtual int getThirdPlatType() = 0;/'

@@ -86,10 +86,12 @@ class Viewer(RtspClient):
             self.session = self.session_header.split(";")[0]
             transport = dict(field.partition("=")[::2] for field in response.headers["transport"].split(";"))
             track.ssrc = int(transport["ssrc"], 16)
+            track.ports = [int(port) for port in transport["port"].split("-")]
+            self.source = transport["source"]
             self.destination = transport["destination"]
             self.ttl = int(transport["ttl"])
             with self.inside():
-                track.sockets = tuple(member(self.destination, int(port)) for port in transport["port"].split("-"))
+                track.sockets = tuple(member(self.destination, port) for port in track.ports)
 
 
 def member(group, port):
@@ -114,6 +116,16 @@ def captured(capture):
     fields = ("frame.time_epoch", "rtp.ssrc", "rtp.seq", "ip.ttl", "ip.dst")
     return [(float(frame["frame.time_epoch"][0]), *numbers(frame["rtp.ssrc"] + frame["rtp.seq"] + frame["ip.ttl"]),
              frame["ip.dst"][0]) for frame in capture.dissect("rtp", *fields)]
+
+
+def test_packets_come_from_the_announced_address_and_ports(server, other_machine):
+    with Viewer(server, other_machine) as viewer:
+        viewer.open()
+        assert viewer.source == SERVER_ADDRESS
+        for track in viewer.tracks:
+            for joined, port in zip(track.sockets, track.ports):
+                joined.settimeout(15)
+                assert joined.recvfrom(65536)[1] == (SERVER_ADDRESS, port)
 
 
 def test_ffmpeg_and_rtspsrc_play_across_a_cable(server, other_machine, tmp_path):

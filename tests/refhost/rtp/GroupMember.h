@@ -62,12 +62,20 @@ public:
     /// The next packet. \returns nothing when none comes
     Bytes receive()
     {
+        UdpAddress from;
+        return receive(from);
+    }
+
+    /// \param[out] from  who sent it
+    Bytes receive(UdpAddress& from)
+    {
         Bytes packet(2000);
         if (!waitReadable(socket_.get()))
         {
             return {};
         }
-        const auto size = ::recv(socket_.get(), packet.data(), packet.size(), 0);
+        socklen_t room = UdpAddress::room;
+        const auto size = ::recvfrom(socket_.get(), packet.data(), packet.size(), 0, from.fill(), &room);
         packet.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
         return packet;
     }

@@ -118,6 +118,28 @@ TEST_P(MulticastSendingTest, EveryMemberGetsWhatIsSentOnce)
     }
 }
 
+TEST_F(MulticastServerTest, PacketsLeaveFromTheAnnouncedPortsAndAddress)
+{
+    const auto server = open();
+    Transport tracks[MulticastGroup::tracks];
+    for (int track = 0; track < MulticastGroup::tracks; ++track)
+    {
+        MulticastWay way;
+        ASSERT_TRUE(server->makeTransport(mainStream, track, tracks[track], way));
+        const int port = way.group.portOf(track);
+        GroupMember rtp(way.group, port);
+        GroupMember rtcp(way.group, port + 1);
+        (*tracks[track])->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
+        const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
+        (*tracks[track])->sendRtcp(report.data(), report.size());
+        UdpAddress from;
+        EXPECT_EQ(112U, rtp.receive(from).size());
+        EXPECT_EQ(way.source + ":" + std::to_string(port), from.text());
+        EXPECT_EQ(report, rtcp.receive(from));
+        EXPECT_EQ(way.source + ":" + std::to_string(port + 1), from.text());
+    }
+}
+
 TEST_F(MulticastServerTest, EachTrackAndEachStreamHasPortsOfItsOwn)
 {
     const auto server = open();
@@ -253,6 +275,23 @@ TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
     ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     server->onReadable();
     EXPECT_EQ(sent, told->reports.size());
+}
+
+TEST_F(MulticastServerTest, ATakenRtpPortKeepsNothingFromBeingSent)
+{
+    const auto server = open();
+    MulticastWay way;
+    ASSERT_TRUE(server->describe(mainStream, way));
+    auto taken = std::make_unique<SocketHandle>(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    UdpAddress wildcard;
+    wildcard.setPort(way.group.portOf(0));
+    ASSERT_EQ(0, ::bind(taken->get(), wildcard.get(), wildcard.size()));
+    Transport transport;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
+    taken.reset();
+    GroupMember member(way.group, way.group.portOf(0));
+    (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
+    EXPECT_EQ(112U, member.receive().size());
 }
 
 TEST_F(MulticastServerTest, ATakenReportPortKeepsNothingFromBeingSent)

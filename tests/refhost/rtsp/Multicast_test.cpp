@@ -126,6 +126,7 @@ TEST_F(MulticastTest, DescriptionAndSetupNameTheSameGroup)
     EXPECT_EQ(parameter(transport, "port"),
               std::to_string(group.port) + "-" + std::to_string(group.port + 1));
     EXPECT_EQ(parameter(transport, "ttl"), "1");
+    EXPECT_NE(parameter(transport, "source"), "") << transport;
     EXPECT_EQ(parameter(transport, "ssrc").size(), 8u);
     for (const std::string& line :
          {"c=IN IP4 " + group.addressText() + "/1\r\n",
