@@ -4,6 +4,7 @@
 
 #include "audioback/FailedSessions.h"
 #include "hostapi/base/OrvaneTime.h"
+#include "support/HandleMap.h"
 #include "support/OVMutexManager.h"
 #include "support/StatusCode.h"
 #include "support/function.h"
@@ -137,7 +138,7 @@ void OVAudioBackDispatcherMgr::stop()
         {
             session.second->stop();
         }
-        sessions.clear();
+        HandleMap::clear(sessions);
     }
     if (!mediaPlayer.isEmpty() && playerOpened)
     {
@@ -218,7 +219,7 @@ int OVAudioBackDispatcherMgr::stopAudio(const std::string& sessionId)
         return statusRefused;
     }
     std::puts("________________OVAudioBackDispatcherMgr::stopAudio");
-    sessions.erase(found);
+    HandleMap::erase(sessions, found);
     return statusSuccess;
 }
 
@@ -250,7 +251,7 @@ int OVAudioBackDispatcherMgr::getSessionNum()
 void OVAudioBackDispatcherMgr::clearAllSession()
 {
     OVMutexManager guard(mutex, unit, __LINE__);
-    sessions.clear();
+    HandleMap::clear(sessions);
 }
 
 int OVAudioBackDispatcherMgr::run()
@@ -410,6 +411,10 @@ void OVAudioBackDispatcherMgr::removeSessions(const std::vector<std::string>& se
 {
     for (const std::string& sessionId : sessionIds)
     {
-        sessions.erase(sessionId);
+        const auto found = sessions.find(sessionId);
+        if (found != sessions.end())
+        {
+            HandleMap::erase(sessions, found);
+        }
     }
 }

@@ -23,6 +23,10 @@
 /// every playing dispatcher receive and play, then receive and send RTCP, and removes those whose reception
 /// failed.
 ///
+/// An operation that removes sessions throws OVRuntimeError when the count record of a session's dispatcher
+/// turns out to be another object's. That session is gone from the table then, as those before it; those
+/// behind it are there for the next call.
+///
 /// Life: made at the first getInstance(), gone at process exit, where it stops its thread and every session.
 /// Threads: any for the operations on sessions; each holds the manager's lock for its whole duration, the
 /// calls into the dispatcher included, and the worker holds it for each whole pass. The settings take no
@@ -70,7 +74,8 @@ public:
     /// True while the worker thread runs.
     bool isRunning();
     /// Stops the worker, then stops and removes every session, then closes the output. May be called at any
-    /// time, but not by the worker itself.
+    /// time, but not by the worker itself. What it throws on leaves the output as it is; the next call goes
+    /// on.
     void stop();
 
     // --- sessions; an unknown session id gives -6 and changes nothing ---

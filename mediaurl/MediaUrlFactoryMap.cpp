@@ -1,5 +1,6 @@
 #include "mediaurl/MediaUrlFactoryMap.h"
 
+#include "support/HandleMap.h"
 #include "support/OVMutexManager.h"
 
 namespace
@@ -20,7 +21,7 @@ MediaUrlFactoryMap::MediaUrlFactoryMap() = default;
 MediaUrlFactoryMap::~MediaUrlFactoryMap() noexcept(false)
 {
     OVMutexManager guard(mutex, unit, __LINE__);
-    factories.clear();
+    HandleMap::clear(factories);
 }
 
 // By value: hosts are linked against this signature.
@@ -37,7 +38,11 @@ void MediaUrlFactoryMap::registerFactory(int thirdPlatType, SafePointer<IMediaUr
 void MediaUrlFactoryMap::unregisterFactory(int thirdPlatType)
 {
     OVMutexManager guard(mutex, unit, __LINE__);
-    factories.erase(thirdPlatType);
+    const auto found = factories.find(thirdPlatType);
+    if (found != factories.end())
+    {
+        HandleMap::erase(factories, found);
+    }
 }
 
 bool MediaUrlFactoryMap::lookup(int thirdPlatType, SafePointer<IMediaUrlFactory>& factory)

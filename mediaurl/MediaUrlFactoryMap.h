@@ -20,6 +20,8 @@ public:
     /// One more handle to the one table; never empty.
     static SafePointer<MediaUrlFactoryMap> getInstance();
 
+    /// Lets every factory go. \throws OVRuntimeError when a factory's record turns out to be another
+    /// object's: the factories behind it are let go all the same, without the lock
     virtual ~MediaUrlFactoryMap() noexcept(false);
     MediaUrlFactoryMap(const MediaUrlFactoryMap&) = delete;
     MediaUrlFactoryMap& operator=(const MediaUrlFactoryMap&) = delete;
@@ -30,6 +32,8 @@ public:
 
     /// Removes the factory of `thirdPlatType`; nothing happens when there is none. Who holds the factory
     /// keeps it.
+    /// \throws OVRuntimeError when the factory's record turns out to be another object's; the number is free
+    ///         all the same
     void unregisterFactory(int thirdPlatType);
 
     /// Finds the factory of `thirdPlatType`.

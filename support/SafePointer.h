@@ -137,6 +137,7 @@ public:
 private:
     template <class U>
     friend class SafePointer;
+    friend class HandleMap;
 
     static const char* typeName()
     {
@@ -154,6 +155,15 @@ private:
         addHolder(source.pointer_, source.count_);
         pointer_ = source.pointer_;
         count_ = source.count_;
+    }
+
+    /// Becomes what `source` was, which is empty then; this handle is empty before.
+    OV_INTERNAL void takeFrom(SafePointer& source) noexcept
+    {
+        pointer_ = source.pointer_;
+        count_ = source.count_;
+        source.pointer_ = nullptr;
+        source.count_ = nullptr;
     }
 
     static void addHolder(const void* object, ref_count* record)

@@ -1,5 +1,9 @@
 #include "hostapi/audio/AudioDispatcher.h"
 
+#include <map>
+#include <mutex>
+
+#include "tests/fakehost/FakeAudioDispatchers.h"
 #include "tests/fakehost/FakeHost.h"
 
 struct AudioDispatcher::Impl
@@ -15,9 +19,40 @@ struct AudioDispatcher::Impl
     }
 };
 
+namespace
+{
+
+// Never destroyed: the manager's dispatchers may be the last to go.
+struct Living
+{
+    std::mutex mutex;
+    std::map<int, AudioDispatcher*> byNumber;
+
+    static Living& instance()
+    {
+        static Living* const living = new Living;
+        return *living;
+    }
+};
+
+}  // namespace
+
+AudioDispatcher* FakeAudioDispatchers::find(int number)
+{
+    Living& living = Living::instance();
+    const std::lock_guard<std::mutex> lock(living.mutex);
+    const auto found = living.byNumber.find(number);
+    return found == living.byNumber.end() ? nullptr : found->second;
+}
+
 AudioDispatcher::AudioDispatcher(const SafePointer<IMediaPlayer>& player)
     : impl_(new Impl{FakeHost::instance().nextNumber("AudioDispatcher"), false, {}, {}})
 {
+    {
+        Living& living = Living::instance();
+        const std::lock_guard<std::mutex> lock(living.mutex);
+        living.byNumber[impl_->number] = this;
+    }
     FakeHost::instance().born("AudioDispatcher");
     FakeHost::instance().called("AudioDispatcher", impl_->number, "AudioDispatcher",
                                 player.isEmpty() ? "no player" : "player");
@@ -30,6 +65,11 @@ AudioDispatcher::AudioDispatcher(const SafePointer<IMediaPlayer>& player)
 AudioDispatcher::~AudioDispatcher() noexcept(false)
 {
     FakeHost::instance().called("AudioDispatcher", impl_->number, "~AudioDispatcher");
+    {
+        Living& living = Living::instance();
+        const std::lock_guard<std::mutex> lock(living.mutex);
+        living.byNumber.erase(impl_->number);
+    }
     FakeHost::instance().died("AudioDispatcher");
     delete impl_;
 }

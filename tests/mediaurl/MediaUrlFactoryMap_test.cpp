@@ -12,6 +12,7 @@
 
 #include "tests/CapturedOutput.h"
 #include "tests/fakehost/FakeHost.h"
+#include "tests/fakehost/ForeignRecord.h"
 #include "tests/fakehost/RefCountInspector.h"
 
 namespace
@@ -209,6 +210,35 @@ TEST_F(MediaUrlFactoryMapTest, AnEmptyHandleCannotBeRegistered)
     EXPECT_EQ(0, map_->getFactoryNames(names));
 }
 
+TEST_F(MediaUrlFactoryMapTest, MisuseThatTheReleaseOfAnUnregisteredFactoryFindsIsThrownAndTheEntryIsGone)
+{
+    auto* const bad = new NamedFactory(12);
+    add(1, 11);
+    map_->registerFactory(2, SafePointer<IMediaUrlFactory>(bad));
+    add(3, 13);
+    {
+        const ForeignRecord foreign(bad);
+        CapturedOutput output;
+        try
+        {
+            map_->unregisterFactory(2);
+            ADD_FAILURE() << "nothing was thrown";
+        }
+        catch (const OVRuntimeError& error)
+        {
+            EXPECT_STREQ("not valid pointer in dec_reference", error.what());
+        }
+        EXPECT_EQ("", output.text());
+        EXPECT_TRUE(foreign.isLocked()) << "such a record is not touched again";
+        EXPECT_EQ(0, FakeHost::locksHeldHere()) << "the registry's lock was given back";
+        map_->unregisterFactory(2);
+    }
+    std::vector<int> names;
+    EXPECT_EQ(2, map_->getFactoryNames(names));
+    EXPECT_EQ((std::vector<int>{1, 3}), names);
+    ForeignRecord::releaseAbandoned<IMediaUrlFactory>(bad);
+}
+
 TEST_F(MediaUrlFactoryMapTest, EveryOperationTakesTheLockOnceUnderTheUnitsName)
 {
     SafePointer<IMediaUrlFactory> factory(new NamedFactory(1));
@@ -266,4 +296,29 @@ TEST(MediaUrlFactoryMapAtExit, ReleasesItsFactoriesUnderItsLock)
             std::exit(0);
         },
         testing::ExitedWithCode(0), "factory 21 deleted under 1 lock");
+}
+
+TEST(MediaUrlFactoryMapAtExit, ThrowsTheMisuseThatItFindsAndReleasesTheOtherFactories)
+{
+    EXPECT_EXIT(
+        {
+            const SafePointer<MediaUrlFactoryMap> map = MediaUrlFactoryMap::getInstance();
+            auto* const bad = new NamedFactory(22);
+            map->registerFactory(1, SafePointer<IMediaUrlFactory>(new NamedFactory(21)));
+            map->registerFactory(2, SafePointer<IMediaUrlFactory>(bad));
+            map->registerFactory(3, SafePointer<IMediaUrlFactory>(new NamedFactory(23, true)));
+            const ForeignRecord foreign(bad);
+            try
+            {
+                // As its last handle does it.
+                map.operator->()->~MediaUrlFactoryMap();
+            }
+            catch (const OVRuntimeError& error)
+            {
+                std::fprintf(stderr, ", %s", error.what());
+                std::_Exit(FakeHost::locksHeldHere());
+            }
+            std::_Exit(100);
+        },
+        testing::ExitedWithCode(0), "factory 23 deleted under 0 lock, not valid pointer in dec_reference");
 }
