@@ -47,7 +47,8 @@ public:
     /// Canonical URL text of the presentation, without scheme and authority.
     std::string mediaUrl;
 
-    /// Wall clock at the begin of a recording, where its normal play time is 0: seconds since 1970, UTC.
+    /// Wall clock of the first frame that a recording plays, where its normal play time is 0: nanoseconds
+    /// since 1970, UTC. The key frame at or before the begin that the URL names, where there is one.
     std::int64_t recordBeginTime = 0;
     /// Length of a recording from that instant on, in seconds; 0 for a live stream, which has none.
     double recordSeconds = 0;

@@ -13,7 +13,8 @@
 
 /// The host's playback dispatch by sessions: one recording per session id, with its tracks and its place.
 ///
-/// A track is named by session id and track id. Instants are seconds from the begin of the recording.
+/// A track is named by session id and track id. Instants are seconds of normal play time, whose 0 is the first
+/// frame that is sent: MediaInfo::recordBeginTime of the description that the session was set up with.
 /// Results: 0 on success, otherwise a code of the host, which the playback controller passes on.
 ///
 /// Threads: any; does its own locking. For one session the host calls one operation after the other.
@@ -34,6 +35,7 @@ public:
 
     /// Makes a session that plays a recording. Called before each setup(), so also for a session that is
     /// there: it stays as it is then, with its tracks and its place.
+    /// \param record  the interval that the URL names
     int initDispatcher(const std::string& sessionId, const DeviceInfoEx& device,
                        const DeviceExAbility& ability, const RecordInfo& record);
 
@@ -45,7 +47,9 @@ public:
     /// Starts sending where the recording stands, at first at its begin; a track that plays goes on.
     int play(const std::string& sessionId, const std::string& trackId);
 
-    /// \param start, end  what to play, as the controller's correctPlayRange() gives it
+    /// \param start, end  what to play, 0 <= start < end. The controller's correctPlayRange() counts from the
+    ///                    URL's begin and does not know a first frame from before it, so it cuts such a
+    ///                    presentation short: a host that has one bounds its ranges by the description.
     /// \param rangeKind   a number of the host's that the library passes on unread
     /// \param rangeFlag   likewise
     int setPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,

@@ -28,6 +28,18 @@ constexpr std::int64_t strayNs = 5 * second;
 
 }  // namespace
 
+std::optional<std::int64_t> FootageReader::startOf(std::shared_ptr<const FootageDirectory> directory,
+                                                   const HostClock& clock, const Request& request)
+{
+    FootageReader reader(std::move(directory), clock, request);
+    CodedUnit first;
+    if (reader.read(first) != Result::unit || first.timeNs >= request.endNs)
+    {
+        return std::nullopt;
+    }
+    return first.timeNs;
+}
+
 FootageReader::FootageReader(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
                              const Request& request)
     : directory_(std::move(directory)), clock_(clock), request_(request), soughtFromNs_(request.fromNs)

@@ -40,6 +40,10 @@ public:
         later  ///< more may be written
     };
 
+    /// Wall clock of the first unit that a reader of this request reads; nothing where it reads none.
+    static std::optional<std::int64_t> startOf(std::shared_ptr<const FootageDirectory> directory,
+                                               const HostClock& clock, const Request& request);
+
     /// \param clock  outlives the reader
     FootageReader(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
                   const Request& request);

@@ -1,12 +1,38 @@
 #include "refhost/playback/PlaybackCatalog.h"
 
+#include <optional>
 #include <utility>
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/HostStatus.h"
+#include "refhost/device/MediaCoding.h"
+#include "refhost/playback/FootageReader.h"
 
 namespace refhost
 {
+namespace
+{
+
+constexpr std::int64_t nsPerSecond = 1'000'000'000;
+
+/// When the first frame was taken that a player of all these tracks is sent.
+std::optional<std::int64_t> startOf(const std::shared_ptr<const FootageDirectory>& directory,
+                                    const HostClock& clock, int cameraId, std::int64_t beginNs,
+                                    std::int64_t endNs, const std::vector<SubMediaInfo>& tracks)
+{
+    FootageReader::Request request;
+    request.cameraId = cameraId;
+    request.streamId = directory->streamOf(cameraId, beginNs, endNs).value_or(0);
+    request.fromNs = beginNs;
+    request.endNs = endNs;
+    for (const SubMediaInfo& track : tracks)
+    {
+        (track.mediaType == "video" ? request.video : request.sound) = codingEncodedAs(track.encodingName);
+    }
+    return FootageReader::startOf(directory, clock, request);
+}
+
+}  // namespace
 
 PlaybackCatalog::PlaybackCatalog(Footage footage, PlaybackScheduler& scheduler, const HostClock& clock)
     : footage_(std::move(footage)), scheduler_(scheduler), clock_(clock)
@@ -39,8 +65,8 @@ int PlaybackCatalog::describe(const RecordInfo& record, MediaInfo& out)
     {
         out.addSubMediaInfo(track);
     }
-    out.recordBeginTime = begin;
-    out.recordSeconds = static_cast<double>(end - begin);
+    out.recordBeginTime = entry->startNs;
+    out.recordSeconds = static_cast<double>(end * nsPerSecond - entry->startNs) / 1e9;
     return 0;
 }
 
@@ -81,7 +107,6 @@ bool PlaybackCatalog::nextAsked(Key& key) const
 
 std::int64_t PlaybackCatalog::run(std::int64_t nowMs)
 {
-    constexpr std::int64_t nsPerSecond = 1'000'000'000;
     Key key;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -90,12 +115,8 @@ std::int64_t PlaybackCatalog::run(std::int64_t nowMs)
             return never;
         }
     }
-    const auto [camera, begin, end] = key;
-    std::vector<SubMediaInfo> tracks;
-    const auto directory = footage_();
-    const int status =
-        directory ? describer_.describe(*directory, camera, begin * nsPerSecond, end * nsPerSecond, tracks)
-                  : hostRecordingUnknown;
+    Entry found;
+    const int status = lookUp(key, found);
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         const auto known = byKey_.find(key);
@@ -104,12 +125,33 @@ std::int64_t PlaybackCatalog::run(std::int64_t nowMs)
             Entry& entry = *known->second;
             entry.asked = false;
             entry.status = status;
-            entry.tracks = std::move(tracks);
+            entry.tracks = std::move(found.tracks);
+            entry.startNs = found.startNs;
             entry.untilMs = nowMs + (status == 0 ? foundMs : nothingMs);
         }
     }
     ChangeSignal::instance().announce();
     return nowMs;
+}
+
+int PlaybackCatalog::lookUp(const Key& key, Entry& out)
+{
+    const auto [camera, begin, end] = key;
+    const auto directory = footage_();
+    if (!directory)
+    {
+        return hostRecordingUnknown;
+    }
+    const std::int64_t beginNs = begin * nsPerSecond;
+    const std::int64_t endNs = end * nsPerSecond;
+    const int status = describer_.describe(*directory, camera, beginNs, endNs, out.tracks);
+    if (status != 0)
+    {
+        return status;
+    }
+    const auto startNs = startOf(directory, clock_, camera, beginNs, endNs, out.tracks);
+    out.startNs = startNs.value_or(beginNs);
+    return startNs ? 0 : hostRecordingUnknown;
 }
 
 }  // namespace refhost

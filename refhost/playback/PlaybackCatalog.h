@@ -37,7 +37,8 @@ public:
     PlaybackCatalog(Footage footage, PlaybackScheduler& scheduler, const HostClock& clock);
     ~PlaybackCatalog() override;
 
-    /// Describes the footage of a recording: tracks, begin and length; `mediaUrl` is left alone.
+    /// Describes the footage of a recording: its tracks, the first frame that is sent of it, which is the key
+    /// frame at or before its begin, and the length from there; `mediaUrl` is left alone.
     /// \param[out] out  filled on success, otherwise left as it was
     /// \returns 0; hostStreamNotReady while it is looked up, and ChangeSignal tells; hostRecordingUnknown
     /// when
@@ -56,11 +57,13 @@ private:
         int status = 0;
         std::int64_t untilMs = 0;
         std::vector<SubMediaInfo> tracks;
+        std::int64_t startNs = 0;
     };
     using Entries = std::list<Entry>;  // the latest first
 
     Entries::iterator find(const Key& key);
     bool nextAsked(Key& key) const;
+    int lookUp(const Key& key, Entry& out);
 
     const Footage footage_;
     PlaybackScheduler& scheduler_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -29,7 +30,9 @@ public:
     PlaybackDispatcher& operator=(const PlaybackDispatcher&) = delete;
 
     /// Makes a session; one that is there stays as it is.
-    void init(const std::string& sessionId, const RecordInfo& record);
+    /// \param startNs  where the presentation's time is 0: wall clock, nanoseconds since 1970; 0 for the begin
+    ///                 of `record`
+    void init(const std::string& sessionId, const RecordInfo& record, std::int64_t startNs = 0);
 
     /// Sets a track up, or anew.
     /// \returns 0; hostTrackUnknown without such a session; hostConnectionUnusable for a connection that this

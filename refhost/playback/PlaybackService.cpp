@@ -42,15 +42,16 @@ PlaybackService::~PlaybackService()
 }
 
 std::shared_ptr<PlaybackSession> PlaybackService::makeSession(const RecordInfo& record,
-                                                              const PlaybackSettings& settings)
+                                                              const PlaybackSettings& settings,
+                                                              std::int64_t startNs)
 {
     ensureWorkers();
     const auto beginNs = static_cast<std::int64_t>(record.getRecordBeginTime()) * nsPerSecond;
     const auto endNs = static_cast<std::int64_t>(record.getRecordEndTime()) * nsPerSecond;
     auto source = std::make_unique<RecordedSource>(
         footage_(), *settings_.clock, RecordedSource::Interval{record.getCameraId(), beginNs, endNs});
-    return std::make_shared<PlaybackSession>(PlaybackSession::Interval{beginNs, endNs}, std::move(source),
-                                             scheduler_, settings);
+    const PlaybackSession::Interval interval{beginNs, endNs, startNs > 0 ? startNs : beginNs};
+    return std::make_shared<PlaybackSession>(interval, std::move(source), scheduler_, settings);
 }
 
 PlaybackCatalog& PlaybackService::catalog()

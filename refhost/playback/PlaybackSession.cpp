@@ -23,7 +23,7 @@ PlaybackSession::PlaybackSession(const Interval& interval, std::unique_ptr<Playb
       scheduler_(scheduler),
       source_(std::move(source)),
       name_(RtcpWriter::randomName()),
-      rangeBeginNs_(interval.beginNs)
+      rangeBeginNs_(interval.startNs)
 {
     reading_.endNs = interval.endNs;
 }
@@ -122,10 +122,15 @@ int PlaybackSession::setRange(const std::string& trackId, double begin, double e
     {
         return 0;
     }
-    const Place place{instant(begin), instant(end), false};
+    Place place{instant(begin), instant(end), false};
     if (place.fromNs >= place.endNs)
     {
         return hostRangeInvalid;
+    }
+    // Whatever is asked for up to the interval's begin is what the interval itself asks for.
+    if (place.fromNs == interval_.startNs || (place.fromNs < interval_.beginNs && place.endNs > interval_.beginNs))
+    {
+        place.fromNs = interval_.beginNs;
     }
     want(place);
     return 0;
@@ -138,8 +143,8 @@ int PlaybackSession::range(const std::string& trackId, double& begin, double& en
     {
         return hostTrackUnknown;
     }
-    begin = static_cast<double>(rangeBeginNs_ - interval_.beginNs) / nsPerSecond;
-    end = static_cast<double>(reading_.endNs - interval_.beginNs) / nsPerSecond;
+    begin = static_cast<double>(rangeBeginNs_ - interval_.startNs) / nsPerSecond;
+    end = static_cast<double>(reading_.endNs - interval_.startNs) / nsPerSecond;
     return 0;
 }
 
@@ -290,12 +295,12 @@ PlaybackSession::TrackPtr PlaybackSession::find(const std::string& trackId) cons
     return nullptr;
 }
 
-/// The instant of a position, kept inside the interval; not-a-number counts as its begin.
+/// The instant of a position, kept inside the presentation; not-a-number counts as its begin.
 std::int64_t PlaybackSession::instant(double seconds) const
 {
-    const double length = static_cast<double>(interval_.endNs - interval_.beginNs) / nsPerSecond;
+    const double length = static_cast<double>(interval_.endNs - interval_.startNs) / nsPerSecond;
     const double inside = seconds > 0 ? std::min(seconds, length) : 0;
-    return interval_.beginNs + std::llround(inside * nsPerSecond);
+    return interval_.startNs + std::llround(inside * nsPerSecond);
 }
 
 void PlaybackSession::want(const Place& place)
@@ -360,7 +365,7 @@ void PlaybackSession::startSending(PlaybackTrack& track)
     settleHead();
     if (!sending_ || track.playing)
     {
-        rangeBeginNs_ = std::max(positionNs(), interval_.beginNs);
+        rangeBeginNs_ = std::max(positionNs(), interval_.startNs);
     }
     sending_ = true;
     track.playing = true;

@@ -28,7 +28,7 @@ namespace refhost
 ///
 /// The operations answer at once; a worker reads the footage and sends it (PlaybackScheduler). Finding a
 /// place in the footage is the worker's: play() answers hostStreamNotReady until the place is found, which
-/// ChangeSignal tells, and is asked again. Positions are seconds from the begin of the interval.
+/// ChangeSignal tells, and is asked again. Positions are seconds from Interval::startNs.
 ///
 /// After the end every track has said goodbye; a play() with a new range plays again, one without from the
 /// begin. Threads: any. No packet of a track leaves after pause() or remove() of it has returned.
@@ -40,6 +40,9 @@ public:
     {
         std::int64_t beginNs = 0;
         std::int64_t endNs = 0;
+        /// Where the presentation's time is 0: the first frame that a play() from the begin sends. Before the
+        /// begin, where that is in a GOP, or behind it, where footage begins later.
+        std::int64_t startNs = 0;
     };
 
     /// \param scheduler  runs the session's work; outlives it

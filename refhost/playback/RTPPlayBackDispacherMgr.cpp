@@ -54,7 +54,7 @@ int RTPPlayBackDispacherMgr::setMediaInfo(const MediaInfo& info)
 int RTPPlayBackDispacherMgr::initDispatcher(const std::string& sessionId, const DeviceInfoEx&,
                                             const DeviceExAbility&, const RecordInfo& record)
 {
-    PlaybackDispatcher::instance().init(sessionId, record);
+    PlaybackDispatcher::instance().init(sessionId, record, ownMediaInfo().recordBeginTime);
     return 0;
 }
 

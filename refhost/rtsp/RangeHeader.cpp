@@ -53,6 +53,28 @@ Instant parseTime(Unit unit, std::string_view text)
     return unit == Unit::npt ? parseNpt(text) : UtcTime::parse(text);
 }
 
+/// Whether a text is a play time that is only too large.
+bool isLargeNpt(std::string_view text)
+{
+    const bool decimal = !text.empty() && text.find_first_not_of("0123456789.") == std::string_view::npos;
+    return decimal && text.front() != '.' && text.find('.') == text.rfind('.');
+}
+
+/// Where the dash between begin and end is. A negative begin has one of its own in front, and some players write
+/// one behind the decimal point.
+std::size_t findDash(Unit unit, std::string_view range)
+{
+    const std::size_t first = range.find('-');
+    const std::size_t last = range.rfind('-');
+    if (unit == Unit::clock || first == last)
+    {
+        return first;
+    }
+    const std::string_view begin = RtspText::trim(range.substr(0, first));
+    const bool whole = begin == "now" || (parseNpt(begin) && begin.back() != '.');
+    return whole || range[last - 1] == '-' ? first : last;
+}
+
 /// Both ends around the dash; an empty text leaves its end open.
 bool parseEnds(std::string_view first, std::string_view last, RangeHeader& out)
 {
@@ -60,10 +82,11 @@ bool parseEnds(std::string_view first, std::string_view last, RangeHeader& out)
     if (!first.empty() && !now)
     {
         out.begin = parseTime(out.unit, first);
-        if (!out.begin)
+        if (!out.begin && (out.unit == Unit::clock || isLargeNpt(first)))
         {
             return false;
         }
+        out.begin = out.begin.value_or(0);
     }
     if (!last.empty())
     {
@@ -123,7 +146,7 @@ RtspStatus RangeHeader::parse(std::string_view value, RangeHeader& out)
     {
         return status;
     }
-    const std::size_t dash = range.find('-');
+    const std::size_t dash = findDash(parsed.unit, range);
     if (dash == std::string_view::npos ||
         !parseEnds(RtspText::trim(range.substr(0, dash)), RtspText::trim(range.substr(dash + 1)), parsed))
     {

@@ -32,6 +32,8 @@ struct RangeHeader
     /// What PLAY of a live stream answers.
     static constexpr std::string_view live = "npt=now-";
 
+    /// A begin in play time that is negative or malformed ("-5-10", "abc-", "0.-245-") counts as 0: players
+    /// compute it, and write what came of it.
     /// \param[out] out  the range when 200 is returned
     /// \returns 200 for a well-formed npt or clock range ("now-", "0.000-", "1:02:03.5-", "-10", "0-10",
     ///          "19961108T142300Z-19961108T143520.25Z"); 501 for a unit that RFC 2326 does not know; 457 for

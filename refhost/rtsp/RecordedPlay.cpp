@@ -15,8 +15,9 @@ namespace
 using Step = StatusMap::Step;
 using Unit = RangeHeader::Unit;
 
-constexpr double microseconds = 1e6;
-constexpr double openEnd = -1;  // correctPlayRange() puts the recording's end there
+constexpr double microseconds = 1e6;  // of a second
+constexpr double nanoseconds = 1e9;
+constexpr std::int64_t nsPerMicrosecond = 1000;
 
 int kindOf(const PlayOrder& order)
 {
@@ -49,7 +50,7 @@ RtspStatus RecordedPlay::prepare(const PlayOrder& order, bool playing, const std
     if (order.range && (order.range->begin || order.range->end))
     {
         to.emplace();
-        const RtspStatus status = locate(*order.range, tracks.front(), *to);
+        const RtspStatus status = locate(*order.range, *to);
         if (status != rtspOk)
         {
             return status;
@@ -66,16 +67,16 @@ RtspStatus RecordedPlay::prepare(const PlayOrder& order, bool playing, const std
 }
 
 /// Where in the recording a client's range is. One without a begin is from the recording's begin on.
-RtspStatus RecordedPlay::locate(const RangeHeader& range, const std::string& track, Position& out)
+RtspStatus RecordedPlay::locate(const RangeHeader& range, Position& out)
 {
-    const double duration = correct(track, 0, openEnd).end;
+    const double duration = presentation().seconds;
     const double begin = range.begin ? std::max(npt(range.unit, *range.begin), 0.0) : 0;
     const double end = range.end ? npt(range.unit, *range.end) : duration;
     if (begin >= duration || end <= begin)
     {
         return rtspInvalidRange;
     }
-    out = correct(track, begin, end);
+    out = {begin, std::min(end, duration)};
     return rtspOk;
 }
 
@@ -113,10 +114,9 @@ RtspStatus RecordedPlay::setSpeed(const PlaySpeed& speed, const std::vector<std:
 RecordedPlay::Outcome RecordedPlay::outcome(Unit unit, const std::vector<std::string>& tracks)
 {
     const Position now = played(tracks);
-    const std::int64_t base = unit == Unit::clock ? beginTime() : 0;
     Outcome out;
-    out.begin = base + std::llround(now.begin * microseconds);
-    out.end = base + std::llround(now.end * microseconds);
+    out.begin = timeOf(unit, now.begin);
+    out.end = timeOf(unit, now.end);
     out.speed = speed_;
     return out;
 }
@@ -140,13 +140,6 @@ RtspStatus RecordedPlay::pauseAt(const RangeHeader& point, const std::vector<std
     return rtspOk;
 }
 
-RecordedPlay::Position RecordedPlay::correct(const std::string& track, double begin, double end)
-{
-    Position out;
-    controller_->correctPlayRange(sessionId_, track, begin, end, out.begin, out.end);
-    return out;
-}
-
 RecordedPlay::Position RecordedPlay::played(const std::vector<std::string>& tracks)
 {
     Position out;
@@ -166,18 +159,29 @@ RecordedPlay::Position RecordedPlay::played(const std::vector<std::string>& trac
 
 double RecordedPlay::npt(Unit unit, std::int64_t time)
 {
-    return static_cast<double>(unit == Unit::clock ? time - beginTime() : time) / microseconds;
+    if (unit == Unit::npt)
+    {
+        return static_cast<double>(time) / microseconds;
+    }
+    return static_cast<double>(time * nsPerMicrosecond - presentation().beginNs) / nanoseconds;
 }
 
-std::int64_t RecordedPlay::beginTime()
+/// Microseconds, rounded once: the first frame is seldom at a whole one.
+std::int64_t RecordedPlay::timeOf(Unit unit, double position)
 {
-    if (!beginTime_)
+    const std::int64_t baseNs = unit == Unit::clock ? presentation().beginNs : 0;
+    return (baseNs + std::llround(position * nanoseconds) + nsPerMicrosecond / 2) / nsPerMicrosecond;
+}
+
+const RecordedPlay::Presentation& RecordedPlay::presentation()
+{
+    if (!presentation_)
     {
         MediaInfo info;
         controller_->getMediaInfo(info);
-        beginTime_ = info.recordBeginTime * static_cast<std::int64_t>(microseconds);
+        presentation_ = Presentation{info.recordBeginTime, info.recordSeconds};
     }
-    return *beginTime_;
+    return *presentation_;
 }
 
 }  // namespace refhost

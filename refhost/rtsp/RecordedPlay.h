@@ -18,8 +18,10 @@ namespace refhost
 /// What a session that plays a recording does around the controller's play() and pause(): it turns what a
 /// client orders into positions and speeds of the controller, and tells what came of it.
 ///
-/// Positions are normal play time: 0 is the begin of the recording. Absolute times of the client become
-/// normal play time here, and back.
+/// Positions are normal play time: 0 is the first frame that is sent, as the controller's description says.
+/// Absolute times of the client become normal play time here, and back. Ranges are bounded here as well: the
+/// controller's correctPlayRange() knows the length of the URL's interval alone, which begins later than its first
+/// frame where it begins inside a GOP, and earlier where recording began later.
 /// Threads: one at a time; RtspSession calls it under its lock.
 class RecordedPlay
 {
@@ -60,17 +62,23 @@ private:
         double end = 0;
     };
 
-    RtspStatus locate(const RangeHeader& range, const std::string& track, Position& out);
+    struct Presentation
+    {
+        std::int64_t beginNs = 0;  ///< since 1970
+        double seconds = 0;
+    };
+
+    RtspStatus locate(const RangeHeader& range, Position& out);
     RtspStatus move(const Position* to, int kind, const std::vector<std::string>& tracks);
     RtspStatus setSpeed(const PlaySpeed& speed, const std::vector<std::string>& tracks);
-    Position correct(const std::string& track, double begin, double end);
     Position played(const std::vector<std::string>& tracks);
     double npt(RangeHeader::Unit unit, std::int64_t time);
-    std::int64_t beginTime();
+    std::int64_t timeOf(RangeHeader::Unit unit, double position);
+    const Presentation& presentation();
 
     const std::string sessionId_;
     SafePointer<IRTSPController> controller_;
-    std::optional<std::int64_t> beginTime_;  // microseconds since 1970
+    std::optional<Presentation> presentation_;
     int kind_ = 0;
     PlaySpeed speed_;
 };

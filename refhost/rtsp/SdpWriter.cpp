@@ -16,14 +16,15 @@ void appendInt(std::string& out, int number)
     RtspText::appendNumber(out, number < 0 ? 0 : static_cast<std::uint64_t>(number));
 }
 
-/// With up to three decimals, whatever the locale: 25, 12.5, 29.97.
-void appendDecimal(std::string& out, double number)
+/// With up to so many decimals, whatever the locale: 25, 12.5, 29.97.
+void appendDecimal(std::string& out, double number, int maxDecimals)
 {
-    const auto thousandths = static_cast<std::uint64_t>(std::llround(number * 1000));
-    RtspText::appendNumber(out, thousandths / 1000);
-    if (thousandths % 1000 != 0)
+    const auto unit = static_cast<std::uint64_t>(std::llround(std::pow(10, maxDecimals)));
+    const auto parts = static_cast<std::uint64_t>(std::llround(number * static_cast<double>(unit)));
+    RtspText::appendNumber(out, parts / unit);
+    if (parts % unit != 0)
     {
-        std::string decimals = std::to_string(1000 + thousandths % 1000).substr(1);
+        std::string decimals = std::to_string(unit + parts % unit).substr(1);
         decimals.erase(decimals.find_last_not_of('0') + 1);
         out.append(".").append(decimals);
     }
@@ -89,7 +90,7 @@ void appendTrack(std::string& out, const SubMediaInfo& track, int port)
     if (track.frameRate > 0 && track.frameRate < 1000)
     {
         out += "a=framerate:";
-        appendDecimal(out, track.frameRate);
+        appendDecimal(out, track.frameRate, 3);
         out += "\r\n";
     }
     out.append("a=control:").append(track.trackId).append("\r\n");
@@ -118,7 +119,7 @@ void appendRange(std::string& out, const MediaInfo& info)
         return;
     }
     std::string seconds;
-    appendDecimal(seconds, info.recordSeconds);
+    appendDecimal(seconds, info.recordSeconds, 6);
     out.append("a=range:npt=0-").append(seconds).append("\r\na=length:npt=").append(seconds).append("\r\n");
 }
 

@@ -17,7 +17,8 @@ VTEST = pathlib.Path("/usr/share/doc/opencv-doc/examples/data/vtest.avi")
 
 
 def pytest_generate_tests(metafunc):
-    if "transport" in metafunc.fixturenames:
+    marked = [mark.args[0] for mark in metafunc.definition.iter_markers("parametrize")]
+    if "transport" in metafunc.fixturenames and not any("transport" in names for names in marked):
         metafunc.parametrize("transport", TRANSPORTS)
 
 

@@ -104,27 +104,23 @@ def npt(answer):
     return float(begin), float(end)
 
 
-def first_second(client, info):
-    """The play time of the first packet: RTP-Info names the time stamp of the answer's begin (RFC 2326, section 12.33).
-    A key picture from before the begin of an interval has a time below 0."""
-    video = client.video()
-    ahead = (client.packets(video)[0].timestamp - info[video][1] + 2**31) % 2**32 - 2**31
-    return npt(client.answer)[0] + ahead / 90000
+def length(description):
+    """Seconds of a presentation, by its description's range."""
+    return float(re.search(r"^a=range:npt=0-([0-9.]+)\r$", description, re.M).group(1))
 
 
 class Timeline:
-    """Which picture of the film stands at which second of an interval, from one play of the whole of it."""
+    """Which frame of the film stands at which play time of a presentation, from one play of the whole of it."""
 
-    def __init__(self, first, begin):
+    def __init__(self, first):
         self.first = first
-        self.begin = begin
 
     def number(self, seconds):
-        return self.first + round((seconds - self.begin) * RATE)
+        return self.first + round(seconds * RATE)
 
     def key_before(self, seconds):
-        """The key picture at or before an instant."""
-        number = self.first + math.floor((seconds - self.begin) * RATE + 0.01)
+        """The key frame at or before an instant."""
+        number = self.first + math.floor(seconds * RATE + 0.01)
         return number - number % GOP
 
 
@@ -137,10 +133,15 @@ class Recorded:
         self.interval = record(server, SECONDS + 2)
         self.url = url(server, self.interval.begin, self.interval.begin + SECONDS)
         with RtspClient(self.url) as client:
-            info = client.open()
+            # The presentation begins with the key frame at or before the interval's begin, so much earlier.
+            self.seconds = length(client.describe())
+            self.lead = self.seconds - SECONDS
+            self.start = self.interval.begin - self.lead
+            client.setup_all()
+            client.play()
             finish(client)
             self.whole = film.pictures(client.rtp)
-            self.timeline = Timeline(self.whole[0].number, first_second(client, info))
+            self.timeline = Timeline(self.whole[0].number)
 
     def play(self, transport="tcp", headers=None):
         """A client that has received everything that PLAY with these headers brings."""

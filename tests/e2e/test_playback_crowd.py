@@ -33,8 +33,8 @@ def connect(recorded, begin, length, transport):
 def expected(recorded, begin, length):
     """The film's pictures of an interval: from the key picture at or before its begin, to the last one before its end."""
     timeline = recorded.timeline
-    behind = timeline.first + math.ceil((begin + length - timeline.begin) * RATE - 0.01)
-    return list(range(timeline.key_before(begin), behind))
+    behind = timeline.first + math.ceil((begin + recorded.lead + length) * RATE - 0.01)
+    return list(range(timeline.key_before(begin + recorded.lead), behind))
 
 
 def cpu_seconds(pid):

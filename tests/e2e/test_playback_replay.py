@@ -47,7 +47,7 @@ def test_every_picture_tells_when_it_was_taken(recorded):
     pictures = recorded.pictures(client)
     assert [picture.number for picture in pictures] == [picture.number for picture in recorded.whole]
     stamps = [stamp(picture) for picture in pictures]
-    begin = recorded.interval.begin + recorded.timeline.begin
+    begin = recorded.start
     for count, told in enumerate(stamps):
         assert told.time == pytest.approx(begin + count / RATE, abs=0.002)
     assert [told.clean for told in stamps] == [picture.key for picture in pictures]

@@ -80,7 +80,7 @@ int MediaInfoTool::createPlaybackMediaInfo(const RecordInfo& record, MediaInfo& 
     {
         out = FakeDescription::presentation(false);
         out.mediaUrl = impl_->url;
-        out.recordBeginTime = static_cast<std::int64_t>(record.getRecordBeginTime());
+        out.recordBeginTime = static_cast<std::int64_t>(record.getRecordBeginTime()) * 1'000'000'000;
         out.recordSeconds =
             static_cast<double>(record.getRecordEndTime()) - static_cast<double>(record.getRecordBeginTime());
     }

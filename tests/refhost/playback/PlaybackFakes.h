@@ -163,11 +163,17 @@ protected:
         return 1'600'000'000 * ns + static_cast<std::int64_t>(seconds * 1e9);
     }
 
-    /// Makes the session anew.
+    /// Makes the session anew; its time 0 is at its begin.
     void make(double begin, double end)
     {
+        make(begin, end, begin);
+    }
+
+    /// \param start  where its time 0 is
+    void make(double begin, double end, double start)
+    {
         session =
-            std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(begin), at(end)},
+            std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(begin), at(end), at(start)},
                                               std::make_unique<FakeSource>(footage), scheduler, settings);
     }
 

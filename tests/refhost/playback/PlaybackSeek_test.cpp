@@ -48,6 +48,64 @@ TEST_F(PlaybackSeek, TimestampsGoOnOverASeek)
     EXPECT_TRUE(wire->contiguous());
 }
 
+TEST_F(PlaybackSeek, AnIntervalInsideAGopPlaysFromPositionZero)
+{
+    make(5.4, 10, 5);
+    const auto wire = setUp(video);
+    ASSERT_EQ(play(video), 0);
+    EXPECT_EQ(footage->requests.back().fromNs, at(5.4)) << "what the interval asks for";
+    double begin = -1;
+    double end = -1;
+    RTPPacketInfo first;
+    ASSERT_EQ(session->range(video, begin, end), 0);
+    ASSERT_EQ(session->firstPacket(video, first), 0);
+    EXPECT_EQ(begin, 0);
+    EXPECT_EQ(end, 5);
+    pass(100);
+    EXPECT_EQ(secondsOf(*wire).front(), 5);
+    EXPECT_EQ(first.rtpTimestamp, wire->packets.front().timestamp) << "no frame before position 0";
+}
+
+TEST_F(PlaybackSeek, PositionsUpToTheIntervalsBeginAreItsFirstFrame)
+{
+    make(5.4, 10, 5);
+    const auto wire = setUp(video);
+    for (const double position : {0.0, 0.2, 0.4})
+    {
+        ASSERT_EQ(playFrom(video, position, 5), 0);
+        EXPECT_EQ(footage->requests.back().fromNs, at(5.4)) << position;
+        EXPECT_EQ(footage->requests.back().endNs, at(10));
+        const auto before = wire->units().size();
+        pass(100);
+        EXPECT_EQ(secondsOf(*wire)[before], 5) << position;
+    }
+}
+
+TEST_F(PlaybackSeek, ARangeMayEndBeforeTheIntervalsBegin)
+{
+    make(5.4, 10, 5);
+    const auto wire = setUp(video);
+    ASSERT_EQ(playFrom(video, 0.1, 0.2), 0);
+    pass(1000);
+    EXPECT_EQ(secondsOf(*wire).size(), 5U) << "0.2 s of frames";
+    EXPECT_TRUE(saidGoodbye(*wire));
+}
+
+TEST_F(PlaybackSeek, PositionsCountFromTheFirstFrameWhereFootageBeginsLater)
+{
+    footage->set({{at(7), at(20)}});
+    make(5.4, 10, 7);
+    const auto wire = setUp(video);
+    ASSERT_EQ(playFrom(video, 1, 3), 0);
+    pass(100);
+    EXPECT_EQ(secondsOf(*wire).front(), 8);
+    double begin = -1;
+    double end = -1;
+    ASSERT_EQ(session->range(video, begin, end), 0);
+    EXPECT_EQ(begin, 1);
+    EXPECT_EQ(end, 3);
+}
+
 TEST_F(PlaybackSeek, KeyPicturesAloneAreReadWithTheDistanceThatWasAskedFor)
 {
     setUp(video);

@@ -29,7 +29,7 @@ protected:
 
     std::shared_ptr<PlaybackSession> makeThreaded()
     {
-        return std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(0), at(120)},
+        return std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(0), at(120), at(0)},
                                                  std::make_unique<FakeSource>(footage), threaded, settings);
     }
 

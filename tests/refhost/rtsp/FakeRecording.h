@@ -31,6 +31,7 @@ struct RecordingScript : ControllerScript
 
     double begin = 0;
     double end = seconds;
+    std::int64_t leadNs = 0;  ///< its first frame is that much earlier
 };
 
 /// A controller of recordings: notes what it is asked for and goes where it is sent at once.
@@ -46,8 +47,8 @@ public:
     {
         FakeController::getMediaInfo(out);
         out.mediaUrl = "orv/playback/1_1700000000_1700000060";
-        out.recordBeginTime = RecordingScript::beginTime;
-        out.recordSeconds = RecordingScript::seconds;
+        out.recordBeginTime = RecordingScript::beginTime * 1'000'000'000 - recording_->leadNs;
+        out.recordSeconds = RecordingScript::seconds + static_cast<double>(recording_->leadNs) / 1e9;
         return 0;
     }
 

@@ -95,6 +95,27 @@ TEST_F(RecordedPlayTest, AbsoluteTimesAreCountedFromTheRecordingsBegin)
     EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 10 * second);
 }
 
+TEST_F(RecordedPlayTest, ARecordingIsAsLongAsDescribedWhateverItsUrlNames)
+{
+    tracks_.pop_back();
+    script_->leadNs = 400000400;
+    EXPECT_EQ(playRange("npt=60.2-"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 60.2 60.4 0 1"));
+    EXPECT_EQ(playRange("npt=0.2-100"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 0.2 60.4 0 1"));
+    EXPECT_EQ(playRange("npt=60.5-"), rtspInvalidRange);
+}
+
+TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecond)
+{
+    tracks_.pop_back();
+    script_->leadNs = 400000400;
+    EXPECT_EQ(playRange("clock=19000101T000000Z-20991231T235959Z"), rtspOk);
+    const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
+    EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second - 400000);
+    EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 60 * second);
+}
+
 TEST_F(RecordedPlayTest, ARangeThatReachesBeyondTheRecordingPlaysWhatThereIs)
 {
     tracks_.pop_back();

@@ -1,0 +1,103 @@
+"""Players of three families show an interval that begins inside a GOP from its first frame to its last one, and agree on
+where each frame is. Frames are told apart by what is burnt into them: each decoded one is looked up in the film."""
+
+import hashlib
+import subprocess
+
+import gi
+import pytest
+from pictures import RATE
+
+gi.require_version("Gst", "1.0")
+from gi.repository import Gst  # noqa: E402
+
+FRAME = 1 / RATE
+PIXELS = 320 * 240 * 3 // 2
+
+
+def checksums(raw):
+    assert len(raw) % PIXELS == 0
+    return [hashlib.md5(raw[at:at + PIXELS]).hexdigest() for at in range(0, len(raw), PIXELS)]
+
+
+def decoded(arguments, **kwargs):
+    run = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", *arguments, "-map", "0:v", "-f", "rawvideo", "-pix_fmt",
+                          "yuv420p", "-fps_mode", "passthrough", "-"], capture_output=True, timeout=60, check=True, **kwargs)
+    return checksums(run.stdout)
+
+
+@pytest.fixture(scope="module")
+def numbers(recorded):
+    """The film's frame numbers by their pixels."""
+    last = recorded.whole[-1].number + 10
+    found = {checksum: number for number, checksum in
+             enumerate(decoded(["-i", str(recorded.film.path), "-frames:v", str(last)]))}
+    assert len(found) == last
+    return found
+
+
+def times(path):
+    run = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pts_time", "-of",
+                          "csv=p=0", path], capture_output=True, text=True, check=True, timeout=30)
+    return [float(line) for line in run.stdout.split()]
+
+
+def ffmpeg(recorded, transport, tmp_path, start):
+    """What ffmpeg shows from a play time on: the frames' checksums, and their play times."""
+    path = tmp_path / "ffmpeg.mkv"
+    seek = ["-ss", f"{start:.3f}", "-noaccurate_seek"] if start else []
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-copyts", "-rtsp_transport", transport, *seek, "-i", recorded.url,
+                    "-c:v", "ffv1", "-fps_mode", "passthrough", "-enc_time_base", "-1", path],
+                   check=True, timeout=60)
+    # The first packet of an RTSP stream has no time for ffmpeg.
+    return decoded(["-i", str(path)]), [None, *times(path)[1:]]
+
+
+def mpv(recorded, transport, tmp_path, start):
+    """The same of mpv; without play times, because its encoder begins them anew."""
+    path = tmp_path / "mpv.mkv"
+    seek = [f"--start={start:.3f}", "--hr-seek=no"] if start else []
+    run = subprocess.run(["mpv", "--no-config", "--no-audio", f"--rtsp-transport={transport}", *seek, f"--o={path}",
+                          "--of=matroska", "--ovc=ffv1", recorded.url], capture_output=True, text=True, timeout=60)
+    assert run.returncode == 0, run.stdout + run.stderr
+    return decoded(["-i", str(path)]), None
+
+
+def rtspsrc(recorded, transport, tmp_path, start):
+    """The same of GStreamer, whose seek comes while it plays; with timestamps from the RTP timestamps alone, because what
+    the client guesses of the server's clock would blur them."""
+    Gst.init(None)
+    pipeline = Gst.parse_launch(
+        f"rtspsrc location={recorded.url} protocols={transport} latency=200 buffer-mode=none ! rtph264depay ! h264parse ! avdec_h264 ! "
+        "appsink name=sink sync=false max-buffers=0")
+    sink = pipeline.get_by_name("sink")
+    try:
+        pipeline.set_state(Gst.State.PLAYING)
+        if start:
+            assert sink.emit("try-pull-sample", 10 * Gst.SECOND) is not None
+            assert pipeline.seek_simple(Gst.Format.TIME, Gst.SeekFlags.FLUSH | Gst.SeekFlags.KEY_UNIT,
+                                        int(start * Gst.SECOND))
+        shown, at = [], []
+        while (sample := sink.emit("try-pull-sample", 10 * Gst.SECOND)) is not None:
+            buffer = sample.get_buffer()
+            shown.append(hashlib.md5(buffer.extract_dup(0, buffer.get_size())).hexdigest())
+            at.append(sample.get_segment().to_stream_time(Gst.Format.TIME, buffer.pts) / Gst.SECOND)
+        assert sink.get_property("eos"), "it plays to the end"
+        return shown, at
+    finally:
+        pipeline.set_state(Gst.State.NULL)
+
+
+@pytest.mark.parametrize("player", [ffmpeg, mpv, rtspsrc], ids=lambda player: player.__name__)
+@pytest.mark.parametrize("start, transport", [(0, "tcp"), (0, "udp"), (0.2, "tcp"), (5.5, "udp")])
+def test_the_first_and_the_last_frame_and_their_times(recorded, numbers, transport, tmp_path, player, start):
+    assert recorded.timeline.first % RATE == 0 and recorded.lead > 0, "the interval begins inside a GOP"
+    shown, at = player(recorded, transport, tmp_path, start)
+    frames = [numbers[checksum] for checksum in shown]
+    first = recorded.timeline.key_before(start)
+    assert frames[0] == first, "the key frame at or before the start"
+    assert frames[-1] == recorded.whole[-1].number, "nothing is cut off"
+    assert frames == list(range(frames[0], frames[-1] + 1))
+    if at is not None:
+        for number, seconds in zip(frames, at):
+            assert seconds in (None, pytest.approx((number - recorded.timeline.first) * FRAME, abs=0.002)), number

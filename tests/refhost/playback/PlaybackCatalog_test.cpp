@@ -1,0 +1,82 @@
+#include "refhost/playback/PlaybackCatalog.h"
+
+#include <gtest/gtest.h>
+
+#include "refhost/base/HostStatus.h"
+#include "tests/refhost/playback/RecordedFootage.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+/// Intervals are whole seconds; a recording that begins at a fraction of one has them begin inside a GOP.
+class PlaybackCatalogTest : public RecordedFootageTest
+{
+protected:
+    int describe(int begin, int end)
+    {
+        RecordInfo record;
+        record.setCameraId(1);
+        record.setRecordBeginTime(static_cast<unsigned long>(at(begin) / second));
+        record.setRecordEndTime(static_cast<unsigned long>(at(end) / second));
+        info = MediaInfo();
+        EXPECT_EQ(catalog->describe(record, info), hostStreamNotReady);
+        scheduler.runDue(10);
+        return catalog->describe(record, info);
+    }
+
+    PlaybackScheduler scheduler{clock};
+    std::shared_ptr<PlaybackCatalog> catalog =
+        std::make_shared<PlaybackCatalog>([this] { return footage; }, scheduler, clock);
+    MediaInfo info;
+};
+
+TEST_F(PlaybackCatalogTest, APresentationBeginsWithTheKeyFrameAtOrBeforeItsInterval)
+{
+    addSegment(10.25, 4);
+    ASSERT_EQ(describe(12, 14), 0);
+    EXPECT_EQ(info.recordBeginTime, at(11.25));
+    EXPECT_DOUBLE_EQ(info.recordSeconds, 2.75);
+    EXPECT_EQ(info.getAllSubMediaInfo().size(), 2U);
+}
+
+TEST_F(PlaybackCatalogTest, AnIntervalAtAKeyFrameBeginsThere)
+{
+    addSegment(10, 4);
+    ASSERT_EQ(describe(12, 14), 0);
+    EXPECT_EQ(info.recordBeginTime, at(12));
+    EXPECT_DOUBLE_EQ(info.recordSeconds, 2);
+}
+
+TEST_F(PlaybackCatalogTest, WhereRecordingBeganLaterThePresentationDoesToo)
+{
+    addSegment(10.25, 2);
+    addSegment(20.75, 2);
+    ASSERT_EQ(describe(0, 12), 0);
+    EXPECT_EQ(info.recordBeginTime, at(10.25));
+    EXPECT_DOUBLE_EQ(info.recordSeconds, 1.75);
+    ASSERT_EQ(describe(15, 30), 0);
+    EXPECT_EQ(info.recordBeginTime, at(20.75)) << "in a gap";
+    EXPECT_DOUBLE_EQ(info.recordSeconds, 9.25);
+}
+
+TEST_F(PlaybackCatalogTest, SoundAloneBeginsWithItsFirstBlock)
+{
+    addFile(makeFile(2, "", "alawenc"), 10.5, 2);
+    ASSERT_EQ(describe(11, 12), 0);
+    EXPECT_LE(info.recordBeginTime, at(11));
+    EXPECT_GT(info.recordBeginTime, at(10.9));
+}
+
+TEST_F(PlaybackCatalogTest, AnIntervalWithoutFootageIsUnknown)
+{
+    addSegment(10.25, 2);
+    EXPECT_EQ(describe(13, 20), hostRecordingUnknown);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
