@@ -9,6 +9,7 @@
 #include "refhost/device/MediaCoding.h"
 #include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/SegmentFile.h"
+#include "refhost/playback/UnitReader.h"
 
 namespace refhost
 {
@@ -18,7 +19,7 @@ namespace refhost
 ///
 /// Segments that cannot be read are left out with a line in the log. Threads: one at a time. Reads from a
 /// disk.
-class FootageReader
+class FootageReader : public UnitReader
 {
 public:
     struct Request
@@ -33,13 +34,6 @@ public:
         std::optional<MediaCoding> sound;
     };
 
-    enum class Result
-    {
-        unit,
-        end,
-        later  ///< more may be written
-    };
-
     /// Wall clock of the first unit that a reader of this request reads; nothing where it reads none.
     static std::optional<std::int64_t> startOf(std::shared_ptr<const FootageDirectory> directory,
                                                const HostClock& clock, const Request& request);
@@ -47,20 +41,20 @@ public:
     /// \param clock  outlives the reader
     FootageReader(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
                   const Request& request);
-    ~FootageReader();
+    ~FootageReader() override;
 
     /// The next unit in the order of decoding, with its wall clock. Pictures begin with a key picture at the
     /// begin and behind each gap, and sound with that picture.
-    Result read(CodedUnit& out);
+    Result read(CodedUnit& out) override;
 
     /// Number of the contiguous section that the last unit belongs to.
-    std::uint32_t section() const
+    std::uint32_t section() const override
     {
         return section_;
     }
 
     /// What the last unit is.
-    const SegmentFile::Track& track(bool video) const
+    const SegmentFile::Track& track(bool video) const override
     {
         return video ? *file_->video() : *file_->sound();
     }

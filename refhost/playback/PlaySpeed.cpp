@@ -18,8 +18,8 @@ double bounded(double wanted)
 PlaySpeed PlaySpeed::used(double scale, double speed)
 {
     PlaySpeed result;
-    result.scale = bounded(scale);
-    result.speed = std::min(bounded(speed), fastest / result.scale);
+    result.scale = scale < 0 ? -bounded(-scale) : bounded(scale);
+    result.speed = std::min(bounded(speed), fastest / result.rate());
     return result;
 }
 

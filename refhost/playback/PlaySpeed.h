@@ -5,9 +5,9 @@ namespace refhost
 
 /// How fast a recording plays. A plain value.
 ///
-/// `scale` is how much footage passes in a second of the player's time: RTP timestamps are those of the
-/// scaled footage (RFC 2326, section 12.34 and appendix B). `speed` is how much faster than its timestamps
-/// say the scaled footage is delivered (section 12.35).
+/// `scale` is how much footage passes in a second of the player's time, negative when it plays backwards: RTP
+/// timestamps are those of the scaled footage (RFC 2326, section 12.34 and appendix B). `speed` is how much
+/// faster than its timestamps say the scaled footage is delivered (section 12.35).
 struct PlaySpeed
 {
     static constexpr double slowest = 0.25;
@@ -20,14 +20,26 @@ struct PlaySpeed
     double scale = 1;
     double speed = 1;
 
-    /// What is really done where a client asks for this much: each is brought into [slowest, fastest], and
-    /// footage is never delivered faster than `fastest` in all, for which the speed gives way. What is no
-    /// speed (not above 0, not a number) counts as 1; there is no playing backwards.
+    /// What is really done where a client asks for this much: each is brought into [slowest, fastest], the
+    /// scale in its direction, and footage is never delivered faster than `fastest` in all, for which the
+    /// speed gives way. What is no speed (0, not a number, a speed below 0) counts as 1.
     static PlaySpeed used(double scale, double speed);
 
+    bool backwards() const
+    {
+        return scale < 0;
+    }
+
+    /// How much footage passes, whichever way.
+    double rate() const
+    {
+        return backwards() ? -scale : scale;
+    }
+
+    /// Backwards, too: others cannot be decoded without those before them.
     bool keyPicturesOnly() const
     {
-        return scale > allPicturesUpTo;
+        return backwards() || scale > allPicturesUpTo;
     }
 
     bool withSound() const

@@ -13,6 +13,8 @@ namespace
 {
 
 constexpr double nsPerSecond = 1e9;
+/// Positions are told and asked for in microseconds: one that was rounded down is meant all the same.
+constexpr std::int64_t toldInNs = 1000;
 
 }  // namespace
 
@@ -69,11 +71,11 @@ int PlaybackSession::play(const std::string& trackId)
     }
     if (!wanted_ && (!placed_ || ended_))
     {
-        want({interval_.beginNs, interval_.endNs, false});
+        want(wholeInterval());
     }
     else if (!wanted_ && !readsWhatIsWanted(*track))
     {
-        want({positionNs(), reading_.endNs, true});
+        want(goingOn());
     }
     wake();
     if (wanted_)
@@ -123,14 +125,16 @@ int PlaybackSession::setRange(const std::string& trackId, double begin, double e
         return 0;
     }
     Place place{instant(begin), instant(end), false};
-    if (place.fromNs >= place.endNs)
+    if (speed_.backwards() ? place.fromNs < place.endNs : place.fromNs >= place.endNs)
     {
         return hostRangeInvalid;
     }
     // Whatever is asked for up to the interval's begin is what the interval itself asks for.
-    if (place.fromNs == interval_.startNs || (place.fromNs < interval_.beginNs && place.endNs > interval_.beginNs))
+    const bool first = place.fromNs == interval_.startNs ||
+                       (place.fromNs <= interval_.beginNs && place.endNs > interval_.beginNs);
+    if (!speed_.backwards())
     {
-        place.fromNs = interval_.beginNs;
+        place.fromNs = first ? interval_.beginNs : place.fromNs + toldInNs;
     }
     want(place);
     return 0;
@@ -175,11 +179,11 @@ int PlaybackSession::setSpeed(const std::string& trackId, double scale, double s
     speed_ = used;
     settleHead();
     pacer_.setSpeed(used.speed, settings_.clock->monotonicMs(), settings_.clock->monotonicNs());
-    pacer_.timeline().rescale(positionNs(), used.scale);
+    pacer_.timeline().rescale(placeNs(), used.rate());
     wantReports();
     if (sending_ && !wanted_ && !readsPicturesAsWanted())
     {
-        want({positionNs(), reading_.endNs, true});
+        want(goingOn());
     }
     wake();
     return 0;
@@ -316,10 +320,37 @@ bool PlaybackSession::anyPlaying() const
                        [](const TrackPtr& track) { return track && track->playing; });
 }
 
+/// Where the footage goes on, in the order of playing.
+std::int64_t PlaybackSession::placeNs() const
+{
+    return queue_.empty() ? sentUntilNs_ : queue_.front().mediaNs;
+}
+
 /// Where the footage goes on.
 std::int64_t PlaybackSession::positionNs() const
 {
-    return queue_.empty() ? sentUntilNs_ : queue_.front().mediaNs;
+    return reading_.mirrored(placeNs());
+}
+
+PlaybackSession::Place PlaybackSession::wholeInterval() const
+{
+    return speed_.backwards() ? Place{interval_.endNs, interval_.startNs, false}
+                              : Place{interval_.beginNs, interval_.endNs, false};
+}
+
+/// The rest of what plays now, in the direction that is asked for.
+PlaybackSession::Place PlaybackSession::goingOn() const
+{
+    const bool turns = speed_.backwards() != reading_.backwards;
+    return {positionNs(), turns ? wholeInterval().endNs : reading_.endNs, true};
+}
+
+/// The player's time that a timestamp tells. Where the client sets the pace, timestamps are those of the
+/// recording in either direction (ONVIF Streaming Specification, "RTP timestamps" of reverse replay).
+std::int64_t PlaybackSession::stampNs(std::int64_t playNs) const
+{
+    const bool mirrors = reading_.backwards && (kind_ & playRangeUnpaced) != 0;
+    return mirrors ? 2 * placedAtNs_ - playNs : playNs;
 }
 
 bool PlaybackSession::keyPicturesOnly() const
@@ -336,7 +367,8 @@ std::int64_t PlaybackSession::keyDistanceNs() const
 
 bool PlaybackSession::readsPicturesAsWanted() const
 {
-    return reading_.keyPicturesOnly == keyPicturesOnly() && reading_.keyDistanceNs == keyDistanceNs();
+    return reading_.keyPicturesOnly == keyPicturesOnly() && reading_.keyDistanceNs == keyDistanceNs() &&
+           reading_.backwards == speed_.backwards();
 }
 
 bool PlaybackSession::readsWhatIsWanted(const PlaybackTrack& track) const
@@ -373,7 +405,8 @@ void PlaybackSession::startSending(PlaybackTrack& track)
     // take a recording for ended when every track has.
     track.saidGoodbye = false;
     track.first.sequenceNumber = track.sender.sequence();
-    track.first.rtpTimestamp = track.timestamp(pacer_.timeline().at(rangeBeginNs_));
+    track.first.rtpTimestamp =
+        track.timestamp(stampNs(pacer_.timeline().at(reading_.mirrored(rangeBeginNs_))));
     togetherUntilMs_ = settings_.clock->monotonicMs() + settings_.togetherMs;
 }
 

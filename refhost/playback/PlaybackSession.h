@@ -74,12 +74,13 @@ public:
     int remove(const std::string& trackId, bool& empty);
 
     /// Sets what the next play() plays, for all tracks.
-    /// \param begin, end  seconds, within the interval
-    /// \param kind        bits of PlayRangeKind
-    /// \param move        false: the place and the end stay, only the bits of `kind` are taken over
+    /// \param begin, end  seconds, within the presentation; while it plays backwards `end` comes before
+    /// `begin` \param kind        bits of PlayRangeKind \param move        false: the place and the end stay,
+    /// only the bits of `kind` are taken over
     int setRange(const std::string& trackId, double begin, double end, int kind, bool move);
 
-    /// Tells where the last play() really began, its key picture, and where it ends: seconds.
+    /// Tells where the last play() really began, its key picture, and where it ends: seconds. Backwards, the
+    /// end comes before the begin.
     int range(const std::string& trackId, double& begin, double& end);
 
     /// Pauses all tracks when this position is reached; at once where it lies behind.
@@ -137,7 +138,11 @@ private:
     std::int64_t instant(double seconds) const;
     void want(const Place& place);
     bool anyPlaying() const;
+    std::int64_t placeNs() const;
     std::int64_t positionNs() const;
+    std::int64_t stampNs(std::int64_t playNs) const;
+    Place wholeInterval() const;
+    Place goingOn() const;
     bool keyPicturesOnly() const;
     std::int64_t keyDistanceNs() const;
     bool readsPicturesAsWanted() const;
@@ -187,7 +192,8 @@ private:
     PlaybackQueue queue_;
     PlaybackPacer pacer_;
     std::uint32_t section_ = 0;
-    std::int64_t sentUntilNs_ = 0;  // footage
+    std::int64_t sentUntilNs_ = 0;  // in the order of playing
+    std::int64_t placedAtNs_ = 0;   // player's time where the place was taken
 
     PlaySpeed speed_;
     int kind_ = 0;

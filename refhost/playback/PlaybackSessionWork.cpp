@@ -72,6 +72,7 @@ PlaybackSource::Request PlaybackSession::requestFor(const Place& place) const
     PlaybackSource::Request request;
     request.fromNs = place.fromNs;
     request.endNs = place.endNs;
+    request.backwards = speed_.backwards();
     request.keyPicturesOnly = keyPicturesOnly();
     request.keyDistanceNs = keyDistanceNs();
     if (const TrackPtr video = trackOf(true))
@@ -94,7 +95,8 @@ void PlaybackSession::takePlace(const Place& place, const PlaybackSource::Reques
     pacer_.stop();
     reading_ = request;
     section_ = first.section;
-    pacer_.timeline().jump(first.mediaNs, speed_.scale);
+    pacer_.timeline().jump(first.mediaNs, speed_.rate());
+    placedAtNs_ = pacer_.timeline().endNs();
     sentUntilNs_ = first.mediaNs;
     queue_.add(std::move(first));
     placed_ = true;
@@ -128,7 +130,8 @@ bool PlaybackSession::wantsToRead(std::int64_t nowMs)
     {
         return false;
     }
-    const auto aheadMs = static_cast<std::int64_t>(static_cast<double>(queue_.spanNs()) / 1e6 / speed_.scale);
+    const auto aheadMs =
+        static_cast<std::int64_t>(static_cast<double>(queue_.spanNs()) / 1e6 / speed_.rate());
     const bool full = queue_.bytes() >= settings_.readAheadBytes;
     if (full || (queue_.size() >= fewUnits && aheadMs >= settings_.readAheadMs))
     {
@@ -153,7 +156,7 @@ bool PlaybackSession::readAhead(Lock& lock, std::int64_t nowMs)
     const std::size_t held = queue_.size();
     const std::size_t mostBytes = settings_.readAheadBytes - queue_.bytes();
     const auto aheadNs =
-        static_cast<std::int64_t>(static_cast<double>(settings_.readAheadMs) * 1e6 * speed_.scale);
+        static_cast<std::int64_t>(static_cast<double>(settings_.readAheadMs) * 1e6 * speed_.rate());
     std::int64_t enoughNs = queue_.empty() ? 0 : queue_.front().dueNs + aheadNs;
     lock.unlock();
     std::size_t bytes = 0;
@@ -211,7 +214,7 @@ std::int64_t PlaybackSession::pumpHead(std::int64_t nowMs, bool& moved)
 {
     settleHead();
     const PlaybackUnit& unit = queue_.front();
-    if (pauseAtNs_ && unit.dueNs >= *pauseAtNs_)
+    if (pauseAtNs_ && unit.dueNs >= reading_.mirrored(*pauseAtNs_))
     {
         pauseAll();
         return never;
@@ -285,7 +288,7 @@ void PlaybackSession::settleHead()
         return;
     }
     section_ = queue_.front().section;
-    pacer_.timeline().jump(queue_.front().dueNs, speed_.scale);
+    pacer_.timeline().jump(queue_.front().dueNs, speed_.rate());
     breakTracks(true);
 }
 
@@ -296,15 +299,16 @@ void PlaybackSession::prepareHead(PlaybackTrack& track)
     PlaybackQueue::Head& head = queue_.head();
     const std::int64_t playNs = pacer_.timeline().at(unit.mediaNs);
     const std::int64_t toleranceNs = speed_.scale > 1 ? std::max(unit.durationNs, roundingNs) : roundingNs;
-    head.timestamp = unit.video ? track.timestamp(playNs) : track.soundTimestamp(playNs, toleranceNs);
+    head.timestamp =
+        unit.video ? track.timestamp(stampNs(playNs)) : track.soundTimestamp(playNs, toleranceNs);
     head.unit = unit.unit;
     if ((kind_ & playRangeReplay) != 0)
     {
         ReplayExtension extension;
-        extension.mediaNs = unit.mediaNs;
+        extension.mediaNs = unit.wallNs;
         extension.cleanPoint = unit.key;
         extension.endOfSection = unit.last;
-        extension.discontinuity = track.brokenOff();
+        extension.discontinuity = track.brokenOff() || reading_.backwards;
         extension.playSequence = static_cast<std::uint8_t>(kind_ >> playRangeSequenceShift);
         head.unit = extension.addTo(*unit.unit);
     }
@@ -337,7 +341,7 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
     if (track.sender.reportDue(nowMs))
     {
         track.sender.sendReport(nowMs, settings_.clock->wall().mapping().at(nowNs),
-                                track.timestamp(paced ? pacer_.playNs(nowNs) : playNs));
+                                track.timestamp(paced ? pacer_.playNs(nowNs) : stampNs(playNs)));
     }
     const SendResult result = track.sender.send(head.unit, head.packetsSent, head.timestamp, false);
     head.packetsSent += result.packets;

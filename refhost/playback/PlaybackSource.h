@@ -17,7 +17,10 @@ struct PlaybackUnit
     bool key = false;
     /// The last one of its track before a gap or the end of the footage.
     bool last = false;
-    /// Wall clock of the picture or sound, nanoseconds since 1970.
+    /// When the frame or block of audio was taken: wall clock, nanoseconds since 1970.
+    std::int64_t wallNs = 0;
+    /// Its place in the order of playing: `wallNs`, or that time mirrored at where a request that reads
+    /// backwards begins, so that it grows either way.
     std::int64_t mediaNs = 0;
     /// When it must leave so that it and what is shown before it come in time, by the same clock: not after
     /// `mediaNs`. Does not go back within a section and track.
@@ -45,10 +48,18 @@ public:
     {
         std::int64_t fromNs = 0;  ///< wall clock; reading begins at the key picture at or before it
         std::int64_t endNs = 0;   ///< wall clock; what is shown from here on is left out
+        /// Reads key frames alone, from the one at or before `fromNs` down to those at or after `endNs`.
+        bool backwards = false;
         bool keyPicturesOnly = false;
         std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least, in the footage
         Track video;
         Track sound;
+
+        /// The place of an instant in the order of playing, and back.
+        std::int64_t mirrored(std::int64_t ns) const
+        {
+            return backwards ? 2 * fromNs - ns : ns;
+        }
     };
 
     enum class Result

@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "refhost/base/Log.h"
+#include "refhost/playback/FootageReader.h"
+#include "refhost/playback/ReverseReader.h"
 
 namespace refhost
 {
@@ -79,6 +81,35 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
     {
         return nullptr;
     }
+    auto reading = std::make_unique<Reading>();
+    reading->request = request;
+    // Backwards, the frame at the end is played as well.
+    reading->endNs = request.mirrored(request.endNs) + (request.backwards ? 1 : 0);
+    reading->done = {!codingOfTrack(request.video), request.backwards || !codingOfTrack(request.sound)};
+    reading->reader = makeReader(request);
+    if (!reading->reader)
+    {
+        return nullptr;
+    }
+    readOne(*reading);
+    const bool found = !reading->waiting.empty() && reading->waiting.front().unit.timeNs < reading->endNs;
+    return found ? std::move(reading) : nullptr;
+}
+
+/// \returns null where nothing can be read
+std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) const
+{
+    const auto video = codingOfTrack(request.video);
+    if (request.backwards)
+    {
+        if (!video)
+        {
+            return nullptr;
+        }
+        const ReverseReader::Request wanted{interval_.cameraId,    *streamId_, request.fromNs, request.endNs,
+                                            request.keyDistanceNs, *video};
+        return std::make_unique<ReverseReader>(directory_, wanted);
+    }
     FootageReader::Request wanted;
     wanted.cameraId = interval_.cameraId;
     wanted.streamId = *streamId_;
@@ -86,15 +117,9 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
     wanted.endNs = request.endNs;
     wanted.keyPicturesOnly = request.keyPicturesOnly;
     wanted.keyDistanceNs = request.keyDistanceNs;
-    wanted.video = codingOfTrack(request.video);
+    wanted.video = video;
     wanted.sound = codingOfTrack(request.sound);
-    auto reading = std::make_unique<Reading>();
-    reading->request = request;
-    reading->done = {!wanted.video, !wanted.sound};
-    reading->reader = std::make_unique<FootageReader>(directory_, clock_, wanted);
-    readOne(*reading);
-    const bool found = !reading->waiting.empty() && reading->waiting.front().unit.timeNs < request.endNs;
-    return found ? std::move(reading) : nullptr;
+    return std::make_unique<FootageReader>(directory_, clock_, wanted);
 }
 
 bool RecordedSource::preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser)
@@ -130,15 +155,15 @@ PlaybackSource::Result RecordedSource::read(PlaybackUnit& out)
             return Result::end;
         }
         Outlook outlook = outlookOf(reading);
-        if (!outlook.enough && reading.state == FootageReader::Result::unit)
+        if (!outlook.enough && reading.state == UnitReader::Result::unit)
         {
             readOne(reading);
             continue;
         }
         if (reading.waiting.empty())
         {
-            const bool later = reading.state == FootageReader::Result::later;
-            reading.state = later ? FootageReader::Result::unit : reading.state;
+            const bool later = reading.state == UnitReader::Result::later;
+            reading.state = later ? UnitReader::Result::unit : reading.state;
             return later ? Result::later : Result::end;
         }
         if (takesHead(reading, outlook))
@@ -156,12 +181,13 @@ void RecordedSource::readOne(Reading& reading)
 {
     Waiting next;
     reading.state = reading.reader->read(next.unit);
-    if (reading.state != FootageReader::Result::unit)
+    if (reading.state != UnitReader::Result::unit)
     {
         return;
     }
     next.section = reading.reader->section();
     next.caps.reset(gst_caps_ref(reading.reader->track(next.unit.video).caps.get()));
+    next.unit.timeNs = reading.request.mirrored(next.unit.timeNs);
     reading.waiting.push_back(std::move(next));
 }
 
@@ -195,10 +221,10 @@ RecordedSource::Outlook RecordedSource::outlookOf(const Reading& reading)
         {
             outlook.nextNs = next->unit.timeNs;
         }
-        outlook.last = outlook.last && next->unit.timeNs >= reading.request.endNs;
+        outlook.last = outlook.last && next->unit.timeNs >= reading.endNs;
     }
     outlook.enough = outlook.enough || following >= needed;
-    outlook.last = outlook.last && reading.state != FootageReader::Result::later;
+    outlook.last = outlook.last && reading.state != UnitReader::Result::later;
     return outlook;
 }
 
@@ -207,11 +233,11 @@ bool RecordedSource::takesHead(Reading& reading, Outlook& outlook)
 {
     const Waiting& head = reading.waiting.front();
     const std::size_t index = indexOf(head.unit.video);
-    if (outlook.dueNs >= reading.request.endNs)
+    if (outlook.dueNs >= reading.endNs)
     {
         reading.done[index] = true;
         // The other track may have nothing left at all, or be about to end.
-        const bool farBehind = head.unit.timeNs - reading.request.endNs > second;
+        const bool farBehind = head.unit.timeNs - reading.endNs > second;
         reading.done = {reading.done[0] || farBehind, reading.done[1] || farBehind};
     }
     if (reading.done[index])
@@ -280,8 +306,9 @@ void RecordedSource::add(const AccessUnitPtr& unit, const Waiting& from, const O
     made.key = !video || from.unit.key;
     made.last = outlook.last;
     made.mediaNs = video ? from.unit.timeNs : unit->captureTimeNs;
+    made.wallNs = reading_->request.mirrored(made.mediaNs);
     made.dueNs = video ? outlook.dueNs : made.mediaNs;
-    made.durationNs = std::clamp<std::int64_t>(reading_->request.endNs - made.mediaNs, 0, durationNs);
+    made.durationNs = std::clamp<std::int64_t>(reading_->endNs - made.mediaNs, 0, durationNs);
     made.section = from.section;
     made_.push_back(std::move(made));
 }

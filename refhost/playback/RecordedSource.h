@@ -8,9 +8,10 @@
 #include <optional>
 
 #include "refhost/base/HostClock.h"
-#include "refhost/playback/FootageReader.h"
+#include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/Packetiser.h"
 #include "refhost/playback/PlaybackSource.h"
+#include "refhost/playback/UnitReader.h"
 
 namespace refhost
 {
@@ -40,7 +41,7 @@ private:
     /// A coded unit that waits until it is known what follows it.
     struct Waiting
     {
-        CodedUnit unit;
+        CodedUnit unit;  // its time in the order of playing
         GstValuePtr<GstCaps> caps;
         std::uint32_t section;
     };
@@ -58,15 +59,17 @@ private:
     struct Reading
     {
         Request request;
-        std::unique_ptr<FootageReader> reader;
+        std::int64_t endNs = 0;  // in the order of playing
+        std::unique_ptr<UnitReader> reader;
         std::deque<Waiting> waiting;
-        FootageReader::Result state = FootageReader::Result::unit;  // what the reader said last
-        std::array<bool, 2> done{};                                 // video, sound: the end was passed
+        UnitReader::Result state = UnitReader::Result::unit;  // what the reader said last
+        std::array<bool, 2> done{};                           // video, sound: the end was passed
         std::array<std::int64_t, 2> lastDueNs{};
         std::uint32_t section = 0;
     };
 
     std::unique_ptr<Reading> begin(const Request& request);
+    std::unique_ptr<UnitReader> makeReader(const Request& request) const;
     static void readOne(Reading& reading);
     static Outlook outlookOf(const Reading& reading);
     static bool takesHead(Reading& reading, Outlook& outlook);

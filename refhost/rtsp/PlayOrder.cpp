@@ -79,13 +79,13 @@ RtspStatus PlayOrder::parse(const RtspRequest& request, bool replay, PlayOrder& 
 {
     PlayOrder order;
     order.replay = replay;
-    RtspStatus status = rtspOk;
-    if (const RtspRequest::Header* const header = request.find("Range"))
+    RtspStatus status = parseRateHeader(request, "Scale", true, order.scale);
+    const RtspRequest::Header* const range = request.find("Range");
+    if (status == rtspOk && range != nullptr)
     {
         order.range.emplace();
-        status = RangeHeader::parse(header->value, *order.range);
+        status = RangeHeader::parse(range->value, *order.range, order.backwards());
     }
-    status = status == rtspOk ? parseRateHeader(request, "Scale", true, order.scale) : status;
     status = status == rtspOk ? parseRateHeader(request, "Speed", false, order.speed) : status;
     status = status == rtspOk && replay ? parseReplay(request, order) : status;
     if (status == rtspOk)

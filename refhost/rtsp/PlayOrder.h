@@ -21,6 +21,11 @@ struct PlayOrder
     /// of real time; nothing where the header is missing, which means 1.
     std::optional<double> scale;
     std::optional<double> speed;
+    /// A negative scale: `range` begins with its later end.
+    bool backwards() const
+    {
+        return scale && *scale < 0;
+    }
     /// The request requires "onvif-replay"; the two below count with it only.
     bool replay = false;
     /// "Rate-Control: no": packets come as fast as the client takes them.

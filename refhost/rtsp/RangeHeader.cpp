@@ -1,6 +1,7 @@
 #include "refhost/rtsp/RangeHeader.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "refhost/rtsp/RtspText.h"
 #include "refhost/rtsp/UtcTime.h"
@@ -60,8 +61,8 @@ bool isLargeNpt(std::string_view text)
     return decimal && text.front() != '.' && text.find('.') == text.rfind('.');
 }
 
-/// Where the dash between begin and end is. A negative begin has one of its own in front, and some players write
-/// one behind the decimal point.
+/// Where the dash between begin and end is. A negative begin has one of its own in front, and some players
+/// write one behind the decimal point.
 std::size_t findDash(Unit unit, std::string_view range)
 {
     const std::size_t first = range.find('-');
@@ -76,7 +77,7 @@ std::size_t findDash(Unit unit, std::string_view range)
 }
 
 /// Both ends around the dash; an empty text leaves its end open.
-bool parseEnds(std::string_view first, std::string_view last, RangeHeader& out)
+bool parseEnds(std::string_view first, std::string_view last, bool backwards, RangeHeader& out)
 {
     const bool now = out.unit == Unit::npt && first == "now";
     if (!first.empty() && !now)
@@ -100,7 +101,11 @@ bool parseEnds(std::string_view first, std::string_view last, RangeHeader& out)
     {
         return false;
     }
-    return !out.begin || !out.end || *out.end > *out.begin;
+    if (backwards && out.begin && out.end && *out.end > *out.begin)
+    {
+        std::swap(out.begin, out.end);
+    }
+    return !out.begin || !out.end || (backwards ? *out.begin > *out.end : *out.end > *out.begin);
 }
 
 /// Cuts "npt=…" into the unit and what it measures.
@@ -137,7 +142,7 @@ void appendTime(std::string& out, Unit unit, std::int64_t time)
 
 }  // namespace
 
-RtspStatus RangeHeader::parse(std::string_view value, RangeHeader& out)
+RtspStatus RangeHeader::parse(std::string_view value, RangeHeader& out, bool backwards)
 {
     RangeHeader parsed;
     std::string_view range;
@@ -148,7 +153,8 @@ RtspStatus RangeHeader::parse(std::string_view value, RangeHeader& out)
     }
     const std::size_t dash = findDash(parsed.unit, range);
     if (dash == std::string_view::npos ||
-        !parseEnds(RtspText::trim(range.substr(0, dash)), RtspText::trim(range.substr(dash + 1)), parsed))
+        !parseEnds(RtspText::trim(range.substr(0, dash)), RtspText::trim(range.substr(dash + 1)), backwards,
+                   parsed))
     {
         return rtspInvalidRange;
     }

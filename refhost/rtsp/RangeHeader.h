@@ -34,12 +34,13 @@ struct RangeHeader
 
     /// A begin in play time that is negative or malformed ("-5-10", "abc-", "0.-245-") counts as 0: players
     /// compute it, and write what came of it.
-    /// \param[out] out  the range when 200 is returned
+    /// \param backwards  the range is played backwards: its begin is the later end, whichever is named first
+    /// \param[out] out   the range when 200 is returned
     /// \returns 200 for a well-formed npt or clock range ("now-", "0.000-", "1:02:03.5-", "-10", "0-10",
     ///          "19961108T142300Z-19961108T143520.25Z"); 501 for a unit that RFC 2326 does not know; 457 for
     ///          everything else: a malformed range, one that does not end behind its begin, and SMPTE times,
     ///          which nothing here has
-    static RtspStatus parse(std::string_view value, RangeHeader& out);
+    static RtspStatus parse(std::string_view value, RangeHeader& out, bool backwards = false);
 
     /// The same for PAUSE, whose range is one instant: "npt=10" or "npt=10-".
     /// \param[out] out  `begin` is filled in when 200 is returned

@@ -18,6 +18,7 @@ using Unit = RangeHeader::Unit;
 constexpr double microseconds = 1e6;  // of a second
 constexpr double nanoseconds = 1e9;
 constexpr std::int64_t nsPerMicrosecond = 1000;
+constexpr std::int64_t ntpEpoch = -2'208'988'800'000'000;  // 1900 in microseconds since 1970
 
 int kindOf(const PlayOrder& order)
 {
@@ -31,6 +32,15 @@ int kindOf(const PlayOrder& order)
     const int pictures = order.keyFramesOnly ? playRangeKeyPictures | distance << playRangeDistanceShift : 0;
     return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) | pictures |
            order.sequence << playRangeSequenceShift;
+}
+
+/// Where the client sets the pace, only the direction counts (ONVIF Streaming Specification, "Scale header
+/// field").
+PlaySpeed speedOf(const PlayOrder& order)
+{
+    const double scale = order.scale.value_or(1);
+    const bool direction = order.replay && order.noRateControl;
+    return PlaySpeed::used(direction ? std::copysign(1, scale) : scale, order.speed.value_or(1));
 }
 
 }  // namespace
@@ -50,13 +60,13 @@ RtspStatus RecordedPlay::prepare(const PlayOrder& order, bool playing, const std
     if (order.range && (order.range->begin || order.range->end))
     {
         to.emplace();
-        const RtspStatus status = locate(*order.range, *to);
+        const RtspStatus status = locate(*order.range, order.backwards(), *to);
         if (status != rtspOk)
         {
             return status;
         }
     }
-    const PlaySpeed speed = PlaySpeed::used(order.scale.value_or(1), order.speed.value_or(1));
+    const PlaySpeed speed = speedOf(order);
     RtspStatus status = speed == speed_ ? rtspOk : setSpeed(speed, tracks);
     const int kind = kindOf(order);
     if (status == rtspOk && (to || kind != kind_))
@@ -66,18 +76,31 @@ RtspStatus RecordedPlay::prepare(const PlayOrder& order, bool playing, const std
     return status;
 }
 
-/// Where in the recording a client's range is. One without a begin is from the recording's begin on.
-RtspStatus RecordedPlay::locate(const RangeHeader& range, Position& out)
+/// Where in the recording a client's range is. One without a begin is from the recording's begin on,
+/// backwards from its end.
+RtspStatus RecordedPlay::locate(const RangeHeader& range, bool backwards, Position& out)
 {
     const double duration = presentation().seconds;
-    const double begin = range.begin ? std::max(npt(range.unit, *range.begin), 0.0) : 0;
-    const double end = range.end ? npt(range.unit, *range.end) : duration;
-    if (begin >= duration || end <= begin)
+    countsFromNtp_ = countsFromNtp(range);
+    const double begin = range.begin ? npt(range.unit, *range.begin) : backwards ? duration : 0;
+    const double end = range.end ? npt(range.unit, *range.end) : backwards ? 0 : duration;
+    if (backwards ? begin < 0 || end > duration : begin >= duration || end <= std::max(begin, 0.0))
     {
         return rtspInvalidRange;
     }
-    out = {begin, std::min(end, duration)};
+    out = {std::clamp(begin, 0.0, duration), std::clamp(end, 0.0, duration)};
     return rtspOk;
+}
+
+/// Whether an absolute range is play time counted from 1900, where NTP's clock begins. Players write that who
+/// know absolute ranges alone and were described a recording in play time.
+bool RecordedPlay::countsFromNtp(const RangeHeader& range)
+{
+    const auto length = static_cast<std::int64_t>(std::ceil(presentation().seconds * microseconds));
+    const auto inside = [length](const std::optional<std::int64_t>& time)
+    { return !time || (*time >= ntpEpoch && *time <= ntpEpoch + length); };
+    return range.unit == Unit::clock && (range.begin || range.end) && inside(range.begin) &&
+           inside(range.end);
 }
 
 /// \param to  null: only the kind changes
@@ -125,7 +148,7 @@ RtspStatus RecordedPlay::pauseAt(const RangeHeader& point, const std::vector<std
 {
     const Position now = played(tracks);
     const double instant = npt(point.unit, point.begin.value_or(0));
-    if (instant < now.begin || instant > now.end)
+    if (instant < std::min(now.begin, now.end) || instant > std::max(now.begin, now.end))
     {
         return rtspInvalidRange;
     }
@@ -163,14 +186,21 @@ double RecordedPlay::npt(Unit unit, std::int64_t time)
     {
         return static_cast<double>(time) / microseconds;
     }
-    return static_cast<double>(time * nsPerMicrosecond - presentation().beginNs) / nanoseconds;
+    return static_cast<double>(time * nsPerMicrosecond - clockBaseNs()) / nanoseconds;
+}
+
+/// The absolute time of position 0.
+std::int64_t RecordedPlay::clockBaseNs()
+{
+    return countsFromNtp_ ? ntpEpoch * nsPerMicrosecond : presentation().beginNs;
 }
 
 /// Microseconds, rounded once: the first frame is seldom at a whole one.
 std::int64_t RecordedPlay::timeOf(Unit unit, double position)
 {
-    const std::int64_t baseNs = unit == Unit::clock ? presentation().beginNs : 0;
-    return (baseNs + std::llround(position * nanoseconds) + nsPerMicrosecond / 2) / nsPerMicrosecond;
+    const std::int64_t baseNs = unit == Unit::clock ? clockBaseNs() : 0;
+    const std::int64_t timeNs = baseNs + std::llround(position * nanoseconds);
+    return (timeNs + (timeNs < 0 ? -nsPerMicrosecond : nsPerMicrosecond) / 2) / nsPerMicrosecond;
 }
 
 const RecordedPlay::Presentation& RecordedPlay::presentation()

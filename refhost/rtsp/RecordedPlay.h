@@ -20,9 +20,9 @@ namespace refhost
 ///
 /// Positions are normal play time: 0 is the first frame that is sent, as the controller's description says.
 /// Absolute times of the client become normal play time here, and back. Ranges are bounded here as well: the
-/// controller's correctPlayRange() knows the length of the URL's interval alone, which begins later than its first
-/// frame where it begins inside a GOP, and earlier where recording began later.
-/// Threads: one at a time; RtspSession calls it under its lock.
+/// controller's correctPlayRange() knows the length of the URL's interval alone, which begins later than its
+/// first frame where it begins inside a GOP, and earlier where recording began later. Threads: one at a time;
+/// RtspSession calls it under its lock.
 class RecordedPlay
 {
 public:
@@ -30,7 +30,7 @@ public:
     struct Outcome
     {
         std::int64_t begin = 0;  ///< microseconds, in the unit of the request's range
-        std::int64_t end = 0;
+        std::int64_t end = 0;    ///< before the begin when it plays backwards
         PlaySpeed speed;
     };
 
@@ -41,9 +41,10 @@ public:
     ///
     /// Without a range or with "now-", playing goes on where it is, or begins anew where it had come to its
     /// end; an order for nothing at all changes nothing where everything plays (RFC 2326, section 10.5). A
-    /// range that reaches beyond the recording plays the part of it that there is.
-    /// \param playing  every one of the tracks plays already
-    /// \returns 200; 457 for a range without any part of the recording; otherwise what the controller's code
+    /// range that reaches beyond the recording plays the part of it that there is. Backwards, an open begin
+    /// is the recording's end and an open end its begin. \param playing  every one of the tracks plays
+    /// already \returns 200; 457 for a range without any part of the recording; otherwise what the
+    /// controller's code
     ///          means. Nothing changes with 457.
     RtspStatus prepare(const PlayOrder& order, bool playing, const std::vector<std::string>& tracks);
 
@@ -68,12 +69,14 @@ private:
         double seconds = 0;
     };
 
-    RtspStatus locate(const RangeHeader& range, Position& out);
+    RtspStatus locate(const RangeHeader& range, bool backwards, Position& out);
     RtspStatus move(const Position* to, int kind, const std::vector<std::string>& tracks);
     RtspStatus setSpeed(const PlaySpeed& speed, const std::vector<std::string>& tracks);
     Position played(const std::vector<std::string>& tracks);
     double npt(RangeHeader::Unit unit, std::int64_t time);
     std::int64_t timeOf(RangeHeader::Unit unit, double position);
+    bool countsFromNtp(const RangeHeader& range);
+    std::int64_t clockBaseNs();
     const Presentation& presentation();
 
     const std::string sessionId_;
@@ -81,6 +84,7 @@ private:
     std::optional<Presentation> presentation_;
     int kind_ = 0;
     PlaySpeed speed_;
+    bool countsFromNtp_ = false;  // the absolute times of the last range
 };
 
 }  // namespace refhost

@@ -109,9 +109,9 @@ bool hasBackChannel(const MediaInfo& info)
                        [](const SubMediaInfo& track) { return track.getAudioBackInfoFlag(); });
 }
 
-/// The length of a recording (RFC 2326, section C.1.5); in normal play time alone, because clients take one
-/// range line for the whole truth and few know absolute time.
-void appendRange(std::string& out, const MediaInfo& info)
+/// The length of a recording (RFC 2326, section C.1.5) in one unit alone, because clients take one range line
+/// for the whole truth, and few know absolute time.
+void appendRange(std::string& out, const MediaInfo& info, RangeHeader::Unit unit)
 {
     if (info.recordSeconds <= 0)
     {
@@ -120,15 +120,27 @@ void appendRange(std::string& out, const MediaInfo& info)
     }
     std::string seconds;
     appendDecimal(seconds, info.recordSeconds, 6);
-    out.append("a=range:npt=0-").append(seconds).append("\r\na=length:npt=").append(seconds).append("\r\n");
+    out += "a=range:";
+    if (unit == RangeHeader::Unit::clock)
+    {
+        constexpr std::int64_t nsPerMicrosecond = 1000;
+        const std::int64_t endNs = info.recordBeginTime + std::llround(info.recordSeconds * 1e9);
+        const auto rounded = [](std::int64_t ns) { return (ns + nsPerMicrosecond / 2) / nsPerMicrosecond; };
+        RangeHeader::append(out, unit, rounded(info.recordBeginTime), rounded(endNs));
+    }
+    else
+    {
+        out.append("npt=0-").append(seconds);
+    }
+    out.append("\r\na=length:npt=").append(seconds).append("\r\n");
 }
 
 }  // namespace
 
 SdpWriter::SdpWriter(std::uint64_t version) : version_(version) {}
 
-void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& origin,
-                       const MulticastWay* way) const
+void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& origin, const MulticastWay* way,
+                       RangeHeader::Unit unit) const
 {
     out += "v=0\r\no=- ";
     RtspText::appendNumber(out, version_);
@@ -138,7 +150,7 @@ void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& or
     out += info.mediaUrl.empty() ? std::string_view("-") : std::string_view(info.mediaUrl);
     appendConnection(out, origin, way);
     out += "\r\nt=0 0\r\na=control:*\r\n";
-    appendRange(out, info);
+    appendRange(out, info, unit);
     const bool directed = hasBackChannel(info);
     int number = 0;
     for (const SubMediaInfo& track : info.getAllSubMediaInfo())

@@ -6,6 +6,7 @@
 
 #include "hostapi/description/MediaInfo.h"
 #include "refhost/rtp/MulticastGroup.h"
+#include "refhost/rtsp/RangeHeader.h"
 
 namespace refhost
 {
@@ -29,9 +30,10 @@ public:
 
     /// Appends the description. Where one of the tracks is an audio back channel, every track has its
     /// direction.
-    /// \param way  the group that the presentation is sent to; null where SETUP settles the way
+    /// \param way   the group that the presentation is sent to; null where SETUP settles the way
+    /// \param unit  how the range of a recording is told
     void append(std::string& out, const MediaInfo& info, const Origin& origin,
-                const MulticastWay* way = nullptr) const;
+                const MulticastWay* way = nullptr, RangeHeader::Unit unit = RangeHeader::Unit::npt) const;
 
 private:
     const std::uint64_t version_;

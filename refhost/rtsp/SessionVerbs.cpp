@@ -109,7 +109,8 @@ SessionVerbs::Result SessionVerbs::describe(Exchange& exchange, bool lastTry)
     std::string description;
     description.reserve(1024);
     services_.sdp.append(description, info, {link_.local().text(), link_.local().isIpv6()},
-                         multicast ? &way : nullptr);
+                         multicast ? &way : nullptr,
+                         exchange.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt);
     ResponseWriter& out = exchange.begin(rtspOk);
     out.beginHeader("Content-Base");
     out.text().append(exchange.url.base).append("/");

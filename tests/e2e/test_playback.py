@@ -3,6 +3,7 @@ was asked for, at the speed that was asked for, to the end."""
 
 import calendar
 import itertools
+import math
 import re
 import statistics
 import time
@@ -29,8 +30,9 @@ def assert_successive(pictures):
 
 
 def clock(seconds):
-    whole = time.strftime("%Y%m%dT%H%M%S", time.gmtime(int(seconds)))
-    return f"{whole}.{round(seconds % 1 * 1000):03}Z"
+    """Rounded up: a key frame's time that was rounded down would ask for the one before it."""
+    whole, milliseconds = divmod(math.ceil(seconds * 1000 - 0.0001), 1000)
+    return f"{time.strftime('%Y%m%dT%H%M%S', time.gmtime(whole))}.{milliseconds:03}Z"
 
 
 def seconds_of(told):

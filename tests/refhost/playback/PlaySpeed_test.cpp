@@ -26,10 +26,24 @@ TEST(PlaySpeed, TooSlowAndTooFastGoToTheNearestPossible)
 
 TEST(PlaySpeed, WhatIsNoSpeedCountsAsOne)
 {
-    for (const double none : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN()})
+    for (const double none : {0.0, std::numeric_limits<double>::quiet_NaN()})
     {
         EXPECT_EQ(PlaySpeed::used(none, none), PlaySpeed());
     }
+    EXPECT_EQ(PlaySpeed::used(1, -1), PlaySpeed());
+}
+
+TEST(PlaySpeed, BackwardsAreKeyFramesWithoutAudio)
+{
+    EXPECT_EQ(PlaySpeed::used(-2, 1).scale, -2);
+    EXPECT_EQ(PlaySpeed::used(-2, 1).rate(), 2);
+    EXPECT_EQ(PlaySpeed::used(-64, 1).scale, -32);
+    EXPECT_EQ(PlaySpeed::used(-0.1, 1).scale, -0.25);
+    EXPECT_EQ(PlaySpeed::used(-16, 16).speed, 2);
+    EXPECT_TRUE(PlaySpeed::used(-1, 1).backwards());
+    EXPECT_TRUE(PlaySpeed::used(-1, 1).keyPicturesOnly());
+    EXPECT_FALSE(PlaySpeed::used(-1, 1).withSound());
+    EXPECT_FALSE(PlaySpeed::used(1, 1).backwards());
 }
 
 TEST(PlaySpeed, DeliveryNeverGoesBeyondTheFastest)

@@ -61,6 +61,10 @@ public:
         const std::lock_guard<std::mutex> guard(footage_->mutex);
         ++footage_->opens;
         footage_->requests.push_back(request);
+        if (request.backwards)
+        {
+            return openBackwards(request);
+        }
         for (std::size_t i = 0; i < footage_->stretches.size(); ++i)
         {
             const auto& stretch = footage_->stretches[i];
@@ -87,6 +91,10 @@ public:
     {
         const std::lock_guard<std::mutex> guard(footage_->mutex);
         ++footage_->reads;
+        if (request_.backwards)
+        {
+            return readBackwards(out);
+        }
         for (; stretch_ < footage_->stretches.size(); ++stretch_, ++section_)
         {
             const auto& stretch = footage_->stretches[stretch_];
@@ -123,13 +131,51 @@ public:
     }
 
 private:
+    bool openBackwards(const Request& request)
+    {
+        for (std::size_t i = footage_->stretches.size(); i-- > 0;)
+        {
+            const auto& stretch = footage_->stretches[i];
+            if (stretch.beginNs <= request.fromNs)
+            {
+                const std::int64_t last = std::min(request.fromNs, stretch.endNs - 1);
+                nextPicture_ = stretch.beginNs + (last - stretch.beginNs) / ns * ns;
+                request_ = request;
+                stretch_ = i;
+                ++section_;
+                return nextPicture_ >= request.endNs;
+            }
+        }
+        return false;
+    }
+
+    Result readBackwards(PlaybackUnit& out)
+    {
+        if (nextPicture_ < request_.endNs)
+        {
+            return Result::end;
+        }
+        out = make(true, nextPicture_, true, ns);
+        out.mediaNs = out.dueNs = request_.mirrored(out.wallNs);
+        nextPicture_ -= ns;
+        if (nextPicture_ < footage_->stretches[stretch_].beginNs && stretch_ > 0)
+        {
+            const auto& before = footage_->stretches[--stretch_];
+            nextPicture_ = before.beginNs + (before.endNs - 1 - before.beginNs) / ns * ns;
+            ++section_;
+            out.last = true;
+        }
+        out.last = out.last || nextPicture_ < request_.endNs;
+        return Result::unit;
+    }
+
     PlaybackUnit make(bool video, std::int64_t mediaNs, bool key, std::int64_t durationNs) const
     {
         PlaybackUnit unit;
         unit.unit = makeUnit(7, mediaNs, key, video ? 3 : 1, 1364, video ? 100 : 160);
         unit.video = video;
         unit.key = key;
-        unit.mediaNs = unit.dueNs = mediaNs;
+        unit.wallNs = unit.mediaNs = unit.dueNs = mediaNs;
         unit.durationNs = durationNs;
         unit.section = section_;
         return unit;

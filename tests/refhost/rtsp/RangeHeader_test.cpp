@@ -24,25 +24,10 @@ TEST(RangeHeader, TakesEveryWellFormedNptRange)
 
 TEST(RangeHeader, RefusesMalformedAndReversedRanges)
 {
-    for (const char* const range : {"",
-                                    "npt",
-                                    "npt=",
-                                    "npt=-",
-                                    "npt=5-3",
-                                    "npt=5-5",
-                                    "npt=0-abc",
-                                    "npt=--5",
-                                    "npt=0-end",
-                                    "npt=abc",
-                                    "npt=abc-def",
-                                    "npt=abc-0",
-                                    "npt=-5-0",
-                                    "npt=10--5",
-                                    "npt=99999999999999999999-",
-                                    "npt=99999999999999999999.5-",
-                                    "=0-",
-                                    "n p t=0-",
-                                    "npt=1-2-3"})
+    for (const char* const range :
+         {"", "npt", "npt=", "npt=-", "npt=5-3", "npt=5-5", "npt=0-abc", "npt=--5", "npt=0-end", "npt=abc",
+          "npt=abc-def", "npt=abc-0", "npt=-5-0", "npt=10--5", "npt=99999999999999999999-",
+          "npt=99999999999999999999.5-", "=0-", "n p t=0-", "npt=1-2-3"})
     {
         EXPECT_EQ(RangeHeader::checkLive(range), rtspInvalidRange) << range;
     }
@@ -50,8 +35,8 @@ TEST(RangeHeader, RefusesMalformedAndReversedRanges)
 
 TEST(RangeHeader, ANegativeOrMalformedBeginInPlayTimeIsZero)
 {
-    for (const char* const begin : {"-5", "-0.245", "0.-245", "-1:00", "abc", "nan", "inf", "1e3", "0x1", "1:99",
-                                    "1:2:3:4", "1,5", "+1", ".5", "--5"})
+    for (const char* const begin : {"-5", "-0.245", "0.-245", "-1:00", "abc", "nan", "inf", "1e3", "0x1",
+                                    "1:99", "1:2:3:4", "1,5", "+1", ".5", "--5"})
     {
         RangeHeader parsed;
         EXPECT_EQ(RangeHeader::parse(std::string("npt=") + begin + "-", parsed), rtspOk) << begin;
@@ -61,6 +46,22 @@ TEST(RangeHeader, ANegativeOrMalformedBeginInPlayTimeIsZero)
         EXPECT_EQ(parsed.begin, 0) << begin;
         EXPECT_EQ(parsed.end, 12500000) << begin;
     }
+}
+
+TEST(RangeHeader, BackwardsTheLaterEndIsTheBegin)
+{
+    for (const char* const range : {"npt=30-10", "npt=10-30"})
+    {
+        RangeHeader parsed;
+        EXPECT_EQ(RangeHeader::parse(range, parsed, true), rtspOk) << range;
+        EXPECT_EQ(parsed.begin, 30000000);
+        EXPECT_EQ(parsed.end, 10000000);
+    }
+    RangeHeader parsed;
+    EXPECT_EQ(RangeHeader::parse("npt=30-30", parsed, true), rtspInvalidRange);
+    EXPECT_EQ(RangeHeader::parse("npt=30-", parsed, true), rtspOk);
+    EXPECT_EQ(parsed.begin, 30000000);
+    EXPECT_FALSE(parsed.end);
 }
 
 TEST(RangeHeader, ALiveStreamHasNoAbsoluteTimes)

@@ -110,7 +110,7 @@ TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecond)
 {
     tracks_.pop_back();
     script_->leadNs = 400000400;
-    EXPECT_EQ(playRange("clock=19000101T000000Z-20991231T235959Z"), rtspOk);
+    EXPECT_EQ(playRange("clock=19700101T000000Z-20991231T235959Z"), rtspOk);
     const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
     EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second - 400000);
     EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 60 * second);
@@ -156,7 +156,70 @@ TEST_F(RecordedPlayTest, ScaleAndSpeedAreSetForEveryTrackAndToldAsTheyAre)
     EXPECT_THAT(script_->calls, ElementsAre("setSpeed trackID=0 32 1"));
     EXPECT_EQ(play_.outcome(Unit::npt, tracks_).speed.scale, 32);
     EXPECT_EQ(play(rates(-2, {})), rtspOk);
-    EXPECT_EQ(play_.outcome(Unit::npt, tracks_).speed.scale, 1) << "nothing plays backwards";
+    EXPECT_EQ(play_.outcome(Unit::npt, tracks_).speed.scale, -2);
+}
+
+TEST_F(RecordedPlayTest, BackwardsTheBeginIsTheLaterEnd)
+{
+    tracks_.pop_back();
+    PlayOrder order = rates(-1, {});
+    for (const auto& [range, call] :
+         {std::pair{"npt=30-10", "setPlayRange trackID=0 30 10 0 1"},
+          {"npt=10-30", "setPlayRange trackID=0 30 10 0 1"},
+          {"npt=30-", "setPlayRange trackID=0 30 0 0 1"},
+          {"npt=-30", "setPlayRange trackID=0 60 30 0 1"},
+          {"npt=100-30", "setPlayRange trackID=0 60 30 0 1"},
+          {"clock=20991231T235959Z-19700101T000000Z", "setPlayRange trackID=0 60 0 0 1"}})
+    {
+        order.range.emplace();
+        ASSERT_EQ(RangeHeader::parse(range, *order.range, true), rtspOk) << range;
+        EXPECT_EQ(play(order), rtspOk) << range;
+        EXPECT_EQ(script_->calls.back(), call) << range;
+    }
+    const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
+    EXPECT_EQ(outcome.begin, (RecordingScript::beginTime + 60) * second);
+    EXPECT_EQ(outcome.end, RecordingScript::beginTime * second);
+    order.range.emplace();
+    ASSERT_EQ(RangeHeader::parse("clock=20000101T000000Z-", *order.range, true), rtspOk);
+    EXPECT_EQ(play(order), rtspInvalidRange) << "nothing was recorded before";
+    ASSERT_EQ(RangeHeader::parse("npt=70-61", *order.range, true), rtspOk);
+    EXPECT_EQ(play(order), rtspInvalidRange);
+}
+
+TEST_F(RecordedPlayTest, WithoutRateControlScaleIsADirection)
+{
+    tracks_.pop_back();
+    PlayOrder order = rates(-8, {});
+    order.replay = order.noRateControl = true;
+    EXPECT_EQ(play(order), rtspOk);
+    EXPECT_EQ(script_->calls.front(), "setSpeed trackID=0 -1 1");
+}
+
+TEST_F(RecordedPlayTest, OpenAndTooWideAbsoluteRangesAreCutToTheRecording)
+{
+    tracks_.pop_back();
+    for (const char* const range :
+         {"clock=19700101T000000Z-20991231T235959Z", "clock=20000101T000000Z-", "clock=-20991231T235959Z"})
+    {
+        EXPECT_EQ(playRange(range), rtspOk) << range;
+        EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 0 60 0 1")) << range;
+        const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
+        EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second);
+        EXPECT_EQ(outcome.end, (RecordingScript::beginTime + 60) * second);
+    }
+}
+
+TEST_F(RecordedPlayTest, PlayTimeCountedFromNtpsEpochIsUnderstoodAndAnsweredInKind)
+{
+    tracks_.pop_back();
+    EXPECT_EQ(playRange("clock=19000101T000005Z-19000101T000059.5Z"), rtspOk);
+    EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 5 59.5 0 1"));
+    std::string text;
+    const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
+    RangeHeader::append(text, Unit::clock, outcome.begin, outcome.end);
+    EXPECT_EQ(text, "clock=19000101T000005.000Z-19000101T000059.500Z");
+    EXPECT_EQ(playRange("clock=20231114T221325Z-"), rtspOk);
+    EXPECT_EQ(play_.outcome(Unit::clock, tracks_).begin, (RecordingScript::beginTime + 5) * second);
 }
 
 TEST_F(RecordedPlayTest, APlayWithoutScaleIsOfNormalSpeedAgain)

@@ -208,6 +208,26 @@ TEST(SdpWriter, ARecordingHasALength)
     EXPECT_EQ(attribute(parse(written(info, "127.0.0.1", false)).get(), "range"), "npt=0-3600.25");
 }
 
+TEST(SdpWriter, AReplayClientIsToldAbsoluteTimes)
+{
+    MediaInfo info = presentation();
+    info.recordBeginTime = 1700000000123456700;
+    info.recordSeconds = 59.8765433;
+    std::string text;
+    SdpWriter(7).append(text, info, {"127.0.0.1", false}, nullptr, RangeHeader::Unit::clock);
+    const Sdp sdp = parse(text);
+    EXPECT_EQ(attribute(sdp.get(), "range"), "clock=20231114T221320.123457Z-20231114T221420.000Z");
+    EXPECT_EQ(attribute(sdp.get(), "range", 1), "");
+    EXPECT_EQ(attribute(sdp.get(), "length"), "npt=59.876543");
+}
+
+TEST(SdpWriter, ALiveStreamHasNoAbsoluteTimes)
+{
+    std::string text;
+    SdpWriter(7).append(text, presentation(), {"127.0.0.1", false}, nullptr, RangeHeader::Unit::clock);
+    EXPECT_EQ(attribute(parse(text).get(), "range"), "npt=now-");
+}
+
 TEST(SdpWriter, ALiveStreamHasNone)
 {
     const Sdp live = parse(written(presentation(), "127.0.0.1", false));

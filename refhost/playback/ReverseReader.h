@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+
+#include "refhost/device/MediaCoding.h"
+#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/SegmentFile.h"
+#include "refhost/playback/UnitReader.h"
+
+namespace refhost
+{
+
+/// Reads a camera's recorded key frames backwards, over the begins of segments and over gaps.
+///
+/// Segments that cannot be read, and those of another codec, are left out with a line in the log. What is
+/// recorded meanwhile lies behind and does not matter. Threads: one at a time. Reads from a disk.
+class ReverseReader : public UnitReader
+{
+public:
+    struct Request
+    {
+        int cameraId = 0;
+        int streamId = 0;
+        std::int64_t fromNs = 0;         ///< the first key frame is the last one at or before it
+        std::int64_t endNs = 0;          ///< the last one is at or after it
+        std::int64_t keyDistanceNs = 0;  ///< how far they are apart at least
+        MediaCoding video = MediaCoding::h264;
+    };
+
+    ReverseReader(std::shared_ptr<const FootageDirectory> directory, const Request& request);
+    ~ReverseReader() override;
+
+    /// Never says `later`.
+    Result read(CodedUnit& out) override;
+
+    std::uint32_t section() const override
+    {
+        return section_;
+    }
+
+    const SegmentFile::Track& track(bool) const override
+    {
+        return *file_->video();
+    }
+
+private:
+    bool openNext();
+    bool nextSegment(RecordedSegment& out);
+    void findBefore();
+    bool readBefore(CodedUnit& out);
+
+    const std::shared_ptr<const FootageDirectory> directory_;
+    const Request request_;
+    std::deque<RecordedSegment> found_;  // the next ones, the latest first
+    std::int64_t soughtToNs_;            // segments that begin here or later are known already
+    std::optional<RecordedSegment> segment_;
+    std::unique_ptr<SegmentFile> file_;
+    std::int64_t latestNs_;  // key frames up to here may follow
+    std::uint32_t section_ = 0;
+    std::optional<std::int64_t> lastNs_;  // the key frame that was read last
+};
+
+}  // namespace refhost
