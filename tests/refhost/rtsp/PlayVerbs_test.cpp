@@ -92,7 +92,7 @@ TEST_F(PlayVerbsTest, TheAnswerTellsTheScaleAndSpeedThatAreReallyUsed)
     EXPECT_EQ(both.header("Scale"), "2.0");
     EXPECT_EQ(both.header("Speed"), "0.25");
     const Received scale = play("Scale: -1\r\n");
-    EXPECT_EQ(scale.header("Scale"), "1.0");
+    EXPECT_EQ(scale.header("Scale"), "-1.0");
     EXPECT_EQ(scale.header("Speed"), "");
 }
 
