@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <future>
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/device/MediaCoding.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/SegmentMeasure.h"
 #include "refhost/recording/SegmentPath.h"
@@ -16,23 +18,22 @@
 namespace refhost
 {
 
-std::shared_ptr<Recorder> Recorder::start(const Stream& stream, std::shared_ptr<RecordingIndex> index,
-                                          const Options& options, std::function<void()> segmentClosed)
+std::shared_ptr<Recorder> Recorder::start(const Stream& stream, std::shared_ptr<SegmentLedger> ledger,
+                                          const Options& options, Hooks hooks)
 {
-    std::shared_ptr<Recorder> recorder(
-        new Recorder(stream, std::move(index), options, std::move(segmentClosed)));
+    std::shared_ptr<Recorder> recorder(new Recorder(stream, std::move(ledger), options, std::move(hooks)));
     stream.source->attachMedia(recorder);
     stream.source->acquire();
     return recorder;
 }
 
-Recorder::Recorder(const Stream& stream, std::shared_ptr<RecordingIndex> index, const Options& options,
-                   std::function<void()> segmentClosed)
+Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, const Options& options,
+                   Hooks hooks)
     : stream_(stream),
       title_(stream.name),
-      index_(std::move(index)),
+      ledger_(std::move(ledger)),
       options_(options),
-      segmentClosed_(std::move(segmentClosed)),
+      hooks_(std::move(hooks)),
       cutter_(
           options.segmentNs, [this] { return expected(); }, *this),
       dates_(options.clock->wall().mapping())
@@ -138,7 +139,8 @@ std::string Recorder::freePath(std::int64_t& wallNs) const
     std::string path;
     for (int i = 0; i < maxTries; ++i, wallNs += microsecond)
     {
-        path = index_->directory() + "/" + SegmentPath{stream_.cameraId, stream_.streamId, wallNs}.toString();
+        path =
+            ledger_->directory() + "/" + SegmentPath{stream_.cameraId, stream_.streamId, wallNs}.toString();
         std::error_code unknown;
         if (!std::filesystem::exists(path, unknown))
         {
@@ -156,29 +158,75 @@ void Recorder::beginSegment(std::int64_t beginNs, const Tracks& tracks)
     segment_.streamId = stream_.streamId;
     segment_.beginNs = dates_.at(beginNs);
     segment_.path = freePath(segment_.beginNs);
-    std::string error;
-    if (!RecordingFolder::make(std::filesystem::path(segment_.path).parent_path().string(), error))
+    chooseTracks(tracks);
+    if (written_.empty())
     {
-        return fail(error);
+        return;
     }
-    writer_ = SegmentWriter::create(segment_.path, {beginNs, segment_.beginNs}, tracks, error);
+    std::string error;
+    const bool mayBegin = (!hooks_.mayBegin || hooks_.mayBegin(error)) && makeFolder(error);
+    writer_ = mayBegin ? SegmentWriter::create(segment_.path, {beginNs, segment_.beginNs}, written_, error,
+                                               hooks_.makeRoom)
+                       : nullptr;
     if (!writer_)
     {
         return fail(error);
     }
-    closeUnfinished();
-    const std::optional<std::int64_t> id = index_->add(segment_);
-    if (!id)
-    {
-        writer_.reset();
-        ::unlink(segment_.path.c_str());
-        return fail(index_->lastError());
-    }
-    segment_.id = *id;
+    ledger_->put(segment_);
     triedNs_ = triedNs_.value_or(beginNs);
     nextFlushNs_ = beginNs + options_.flushNs;
     nextWriteOutNs_ = beginNs + options_.writeOutNs;
     nextGrowNs_ = beginNs + options_.growNs;
+}
+
+/// A track whose description is malformed cannot be in the file; the others can.
+void Recorder::chooseTracks(const Tracks& tracks)
+{
+    if (tracks == offered_)
+    {
+        return;
+    }
+    offered_ = tracks;
+    places_.clear();
+    written_.clear();
+    for (const auto& track : tracks)
+    {
+        const bool good = SegmentWriter::accepts(*track);
+        places_.push_back(good ? std::make_optional(written_.size()) : std::nullopt);
+        if (good)
+        {
+            written_.push_back(track);
+        }
+        else
+        {
+            reportMalformed(isVideo(track->coding) ? "the video's description" : "the audio's description");
+        }
+    }
+}
+
+bool Recorder::makeFolder(std::string& error)
+{
+    const std::string folder = std::filesystem::path(segment_.path).parent_path().string();
+    for (const bool again : {false, true})
+    {
+        if (RecordingFolder::make(folder, error))
+        {
+            return true;
+        }
+        if (!SegmentWriter::isFull(errno) || !hooks_.makeRoom || !hooks_.makeRoom(again))
+        {
+            return false;
+        }
+    }
+    return RecordingFolder::make(folder, error);
+}
+
+void Recorder::reportMalformed(const std::string& what)
+{
+    if (malformedPause_.isOver())
+    {
+        Log::warning("{}: {} is malformed and cannot be recorded", title_, what);
+    }
 }
 
 void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
@@ -187,9 +235,15 @@ void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
     {
         return;
     }
-    if (!writer_->write(track, *unit))
+    const std::optional<std::size_t> place = places_.at(track);
+    const int leftOut = writer_->leftOut();
+    if (place && !writer_->write(*place, *unit))
     {
         return fail(writer_->error());
+    }
+    if (writer_->leftOut() != leftOut)
+    {
+        return reportMalformed("some of the media");
     }
     segment_.durationNs = std::max(segment_.durationNs, unit->captureTimeNs + unit->durationNs - beginNs_);
 }
@@ -210,15 +264,14 @@ void Recorder::flushWhenDue()
     if (nowNs_ >= nextGrowNs_)
     {
         nextGrowNs_ = nowNs_ + options_.growNs;
-        if (!index_->grow(segment_.id, segment_.durationNs, writer_->bytes()))
-        {
-            return fail(index_->lastError());
-        }
+        segment_.bytes = writer_->bytes();
+        ledger_->put(segment_);
     }
     // Not with the first write: a disk that is nearly full takes some before it is full again.
     if (failing_ && nowNs_ >= *triedNs_ + options_.retryNs)
     {
         failing_ = false;
+        failPause_.reset();
         Log::info("{}: recording goes on", title_);
     }
 }
@@ -237,22 +290,18 @@ void Recorder::endSegment(std::int64_t durationNs)
     segment_.durationNs = std::max(durationNs, SegmentMeasure::leastNs);
     segment_.bytes = writer_->bytes();
     writer_.reset();
-    closeInIndex(segment_);
-    if (!unfinished_.empty())
+    noteEnd();
+    if (hooks_.segmentClosed)
     {
-        return fail(index_->lastError());
-    }
-    if (segmentClosed_)
-    {
-        segmentClosed_();
+        hooks_.segmentClosed();
     }
 }
 
 void Recorder::fail(const std::string& why)
 {
-    if (!failing_)
+    if (failPause_.isOver())
     {
-        Log::error("{}: recording stopped: {}", title_, Log::safe(why));
+        Log::error("{}: recording {}stopped: {}", title_, failing_ ? "is still " : "", Log::safe(why));
     }
     failing_ = true;
     failedNs_ = nowNs_;
@@ -263,10 +312,10 @@ void Recorder::fail(const std::string& why)
     }
     writer_.reset();
     measureUnfinished();
-    closeInIndex(segment_);
+    noteEnd();
 }
 
-/// Of a file that the disk has stopped: what it holds, or what was told of it where it cannot be read either.
+/// Of a file that the disk has stopped: what it holds, or what is known of it where it cannot be read either.
 void Recorder::measureUnfinished()
 {
     SegmentMeasure measure;
@@ -275,7 +324,8 @@ void Recorder::measureUnfinished()
     {
         return;
     }
-    if (result == SegmentMeasure::Result::nothing)
+    // Nothing but the header of a file that was just made.
+    if (result == SegmentMeasure::Result::nothing && segment_.durationNs == 0)
     {
         ::unlink(segment_.path.c_str());
     }
@@ -283,23 +333,15 @@ void Recorder::measureUnfinished()
     segment_.bytes = measure.bytes;
 }
 
-void Recorder::closeInIndex(const RecordedSegment& segment)
+void Recorder::noteEnd()
 {
     // Without a duration nothing was left of the file.
-    const bool done = segment.durationNs > 0 ? index_->close(segment.id, segment.durationNs, segment.bytes)
-                                             : index_->remove(segment.id);
-    if (!done)
+    if (segment_.durationNs == 0)
     {
-        unfinished_.push_back(segment);
+        return ledger_->remove(segment_.path);
     }
-}
-
-void Recorder::closeUnfinished()
-{
-    for (const RecordedSegment& segment : std::exchange(unfinished_, {}))
-    {
-        closeInIndex(segment);
-    }
+    segment_.closed = true;
+    ledger_->put(segment_);
 }
 
 SegmentCutter::Expected Recorder::expected() const

@@ -12,19 +12,22 @@
 #include "refhost/device/TaskQueue.h"
 #include "refhost/live/EncodedUnit.h"
 #include "refhost/live/StreamSource.h"
-#include "refhost/recording/RecordingIndex.h"
+#include "refhost/recording/LogPause.h"
 #include "refhost/recording/SegmentCutter.h"
+#include "refhost/recording/SegmentLedger.h"
 #include "refhost/recording/SegmentWriter.h"
 
 namespace refhost
 {
 
 /// Records one stream: keeps its source running, writes segments below the index's directory as
-/// `<camera>/<stream>/<begin in UTC>.mkv`, and enters them in the index.
+/// `<camera>/<stream>/<begin in UTC>.mkv`, and notes them in the ledger.
 ///
 /// All writing is done on a thread of its own; a disk that is slow or fails never holds up the source. What a
-/// slow disk leaves behind is left out up to the next key picture. When the disk fails, recording stops with
-/// one line in the log and is tried again after a pause, with one line when it works again.
+/// slow disk leaves behind is left out up to the next key picture. When the disk fails, or is full and
+/// nothing makes room, recording stops with one line in the log, repeated every ten minutes, and is tried
+/// again after a pause, with one line when it works again. Malformed media is left out, with one line in ten
+/// minutes at most, and stops nothing.
 ///
 /// A segment is dated when it begins; within it, time is what passed since. When the wall clock is set, the
 /// next segment begins with the next key frame, dated anew; no frame is lost, and none is dated twice.
@@ -37,7 +40,7 @@ public:
         std::int64_t segmentNs = 10000000000;   ///< wanted length of a segment
         std::int64_t flushNs = 500000000;       ///< media that a crash may lose
         std::int64_t writeOutNs = 2000000000;   ///< media that wait before the system brings them to the disk
-        std::int64_t growNs = 1000000000;       ///< how often the index learns how far a segment has come
+        std::int64_t growNs = 1000000000;       ///< how often the ledger learns how far a segment has come
         std::int64_t retryNs = 10000000000;     ///< pause after a failure of the disk
         std::size_t mostQueued = 16 * 1048576;  ///< bytes that may wait for the disk
         /// Dates the segments. Not null, outlives the recorder.
@@ -52,9 +55,16 @@ public:
         std::string name;  ///< in the log
     };
 
-    /// \param segmentClosed  called on the recorder's thread when a segment came to its end; may be empty
-    static std::shared_ptr<Recorder> start(const Stream& stream, std::shared_ptr<RecordingIndex> index,
-                                           const Options& options, std::function<void()> segmentClosed);
+    /// What a recorder calls on its thread; each may be empty.
+    struct Hooks
+    {
+        std::function<void()> segmentClosed;         ///< a segment came to its end
+        SegmentWriter::MakeRoom makeRoom;            ///< the disk is full
+        std::function<bool(std::string&)> mayBegin;  ///< asked before each segment; false with the reason set
+    };
+
+    static std::shared_ptr<Recorder> start(const Stream& stream, std::shared_ptr<SegmentLedger> ledger,
+                                           const Options& options, Hooks hooks);
     /// After stop().
     ~Recorder() override;
 
@@ -65,8 +75,8 @@ public:
     void onDiscontinuity() override;
 
 private:
-    Recorder(const Stream& stream, std::shared_ptr<RecordingIndex> index, const Options& options,
-             std::function<void()> segmentClosed);
+    Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, const Options& options,
+             Hooks hooks);
     bool admits(std::size_t bytes);
 
     // On the recorder's thread.
@@ -76,8 +86,10 @@ private:
     void flushWhenDue();
     void fail(const std::string& why);
     void measureUnfinished();
-    void closeInIndex(const RecordedSegment& segment);
-    void closeUnfinished();
+    void noteEnd();
+    bool makeFolder(std::string& error);
+    void chooseTracks(const Tracks& tracks);
+    void reportMalformed(const std::string& what);
     SegmentCutter::Expected expected() const;
 
     void beginSegment(std::int64_t beginNs, const Tracks& tracks) override;
@@ -86,9 +98,9 @@ private:
 
     const Stream stream_;
     const std::string title_;
-    const std::shared_ptr<RecordingIndex> index_;
+    const std::shared_ptr<SegmentLedger> ledger_;
     const Options options_;
-    const std::function<void()> segmentClosed_;
+    const Hooks hooks_;
 
     std::mutex inletMutex_;
     std::size_t queued_ = 0;  ///< bytes that wait for the disk
@@ -98,17 +110,21 @@ private:
     // Used on the recorder's thread only.
     SegmentCutter cutter_;
     std::unique_ptr<SegmentWriter> writer_;
-    WallClock::Mapping dates_;                 ///< how capture times are dated
-    RecordedSegment segment_;                  ///< that is being written
-    std::int64_t beginNs_ = 0;                 ///< capture time of its begin
-    std::int64_t nowNs_ = 0;                   ///< capture time of the present unit
-    std::int64_t nextFlushNs_ = 0;             ///< capture time
-    std::int64_t nextWriteOutNs_ = 0;          ///< capture time
-    std::int64_t nextGrowNs_ = 0;              ///< capture time
-    bool failing_ = false;                     ///< told in the log, and not taken back yet
-    std::optional<std::int64_t> failedNs_;     ///< capture time of a failure that the pause follows
-    std::optional<std::int64_t> triedNs_;      ///< begin of what is written since a failure
-    std::vector<RecordedSegment> unfinished_;  ///< that the index could not be told the end of
+    Tracks offered_;                                  ///< of the cutter's present segment
+    std::vector<std::optional<std::size_t>> places_;  ///< of these in the file; nothing for a malformed one
+    Tracks written_;                                  ///< those in the file
+    WallClock::Mapping dates_;                        ///< how capture times are dated
+    RecordedSegment segment_;                         ///< that is being written
+    std::int64_t beginNs_ = 0;                        ///< capture time of its begin
+    std::int64_t nowNs_ = 0;                          ///< capture time of the present unit
+    std::int64_t nextFlushNs_ = 0;                    ///< capture time
+    std::int64_t nextWriteOutNs_ = 0;                 ///< capture time
+    std::int64_t nextGrowNs_ = 0;                     ///< capture time
+    bool failing_ = false;                            ///< told in the log, and not taken back yet
+    std::optional<std::int64_t> failedNs_;            ///< capture time of a failure that the pause follows
+    std::optional<std::int64_t> triedNs_;             ///< begin of what is written since a failure
+    LogPause failPause_;
+    LogPause malformedPause_;
 
     /// Last: its thread uses everything above.
     TaskQueue queue_;

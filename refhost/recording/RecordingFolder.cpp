@@ -105,8 +105,9 @@ bool RecordingFolder::make(const std::string& path, std::string& error)
     {
         return true;
     }
-    errno = errno == EEXIST ? ENOTDIR : errno;
-    error = because(path);
+    const int reason = errno == EEXIST ? ENOTDIR : errno;
+    error = path + ": " + std::strerror(reason);
+    errno = reason;
     return false;
 }
 

@@ -25,7 +25,7 @@ public:
     static bool isInUse(const std::string& path);
 
     /// Makes a folder and those above it that are missing, for the server's user and group (0750).
-    /// \param[out] error  why not, in plain words that name the folder
+    /// \param[out] error  why not, in plain words that name the folder; `errno` tells too
     /// \returns true also when it is there already
     static bool make(const std::string& path, std::string& error);
 

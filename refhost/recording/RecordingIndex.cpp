@@ -214,6 +214,13 @@ bool RecordingIndex::openWriting(std::string& error)
                             "INSERT INTO segment(camera, stream, begin_ns, duration_ns, bytes, path, closed)"
                             " VALUES(?, ?, ?, ?, ?, ?, ?)",
                             good);
+    writing_.enter = prepared(
+        database,
+        "INSERT INTO segment(camera, stream, begin_ns, duration_ns, bytes, path, closed)"
+        " VALUES(?, ?, ?, ?, ?, ?, ?) ON CONFLICT(path) DO UPDATE SET duration_ns = excluded.duration_ns,"
+        " bytes = excluded.bytes, closed = excluded.closed",
+        good);
+    writing_.removePath = prepared(database, "DELETE FROM segment WHERE path = ?", good);
     writing_.grow =
         prepared(database, "UPDATE segment SET duration_ns = ?, bytes = ? WHERE id = ? AND closed = 0", good);
     writing_.close =
@@ -263,6 +270,7 @@ bool RecordingIndex::openReading(std::string& error)
     reading_.all = prepared(database, select + "ORDER BY begin_ns, id", good);
     reading_.unclosed = prepared(database, select + "WHERE closed = 0 ORDER BY begin_ns, id", good);
     reading_.oldestClosed = prepared(database, select + "WHERE closed != 0 ORDER BY begin_ns, id", good);
+    reading_.has = prepared(database, "SELECT 1 FROM segment WHERE path = ?", good);
     reading_.totalBytes = prepared(database, "SELECT total(bytes) FROM segment", good);
     if (!good)
     {
@@ -312,7 +320,9 @@ std::optional<RecordedStream> RecordingIndex::streamAfter(const RecordedStream& 
 {
     const std::lock_guard<std::mutex> guard(readingMutex_);
     SqliteQuery query(*reading_.streamAfter, stream.cameraId, stream.streamId);
-    if (!query.next())
+    const bool found = query.next();
+    readable_ = query.succeeded();
+    if (!found)
     {
         return std::nullopt;
     }
@@ -366,22 +376,38 @@ std::int64_t RecordingIndex::totalBytes() const
     return query.next() ? query.number(0) : 0;
 }
 
+std::string RecordingIndex::inside(const std::string& path) const
+{
+    return std::filesystem::path(path).lexically_relative(directory_).generic_string();
+}
+
+bool RecordingIndex::has(const std::string& path) const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.has, inside(path));
+    return query.next();
+}
+
 std::optional<std::int64_t> RecordingIndex::add(const RecordedSegment& segment)
 {
-    const std::string inside =
-        std::filesystem::path(segment.path).lexically_relative(directory_).generic_string();
     const std::lock_guard<std::mutex> guard(writingMutex_);
-    if (!staysInside(inside))
-    {
-        error_ = segment.path + " does not lie below " + directory_;
-        return std::nullopt;
-    }
-    if (!write(writing_.add, segment.cameraId, segment.streamId, segment.beginNs, segment.durationNs,
-               segment.bytes, inside, segment.closed))
+    if (!write(writing_.add, segment))
     {
         return std::nullopt;
     }
     return writing_.database->lastInsertedId();
+}
+
+bool RecordingIndex::enter(const RecordedSegment& segment)
+{
+    const std::lock_guard<std::mutex> guard(writingMutex_);
+    return write(writing_.enter, segment);
+}
+
+bool RecordingIndex::removePath(const std::string& path)
+{
+    const std::lock_guard<std::mutex> guard(writingMutex_);
+    return write(writing_.removePath, inside(path));
 }
 
 bool RecordingIndex::grow(std::int64_t id, std::int64_t durationNs, std::int64_t bytes)
@@ -400,6 +426,12 @@ bool RecordingIndex::remove(std::int64_t id)
 {
     const std::lock_guard<std::mutex> guard(writingMutex_);
     return write(writing_.remove, id);
+}
+
+bool RecordingIndex::foundDiskFull() const
+{
+    const std::lock_guard<std::mutex> guard(writingMutex_);
+    return full_;
 }
 
 std::string RecordingIndex::lastError() const
@@ -422,6 +454,7 @@ std::vector<RecordedSegment> RecordingIndex::segments(const SqliteDatabase::Stat
             found.push_back(segmentOf(query));
         }
     }
+    readable_ = query.succeeded();
     return found;
 }
 
@@ -439,6 +472,18 @@ RecordedSegment RecordingIndex::segmentOf(const SqliteQuery& row) const
     return segment;
 }
 
+bool RecordingIndex::write(const SqliteDatabase::Statement& statement, const RecordedSegment& segment)
+{
+    const std::string path = inside(segment.path);
+    if (!staysInside(path))
+    {
+        error_ = segment.path + " does not lie below " + directory_;
+        return false;
+    }
+    return write(statement, segment.cameraId, segment.streamId, segment.beginNs, segment.durationNs,
+                 segment.bytes, path, segment.closed);
+}
+
 template <typename... Parameters>
 bool RecordingIndex::write(const SqliteDatabase::Statement& statement, const Parameters&... parameters)
 {
@@ -448,7 +493,9 @@ bool RecordingIndex::write(const SqliteDatabase::Statement& statement, const Par
         return false;
     }
     SqliteQuery query(*statement, parameters...);
-    if (query.run())
+    const bool done = query.run();
+    full_ = !done && writing_.database->isFull();
+    if (done)
     {
         return true;
     }

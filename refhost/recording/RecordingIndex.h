@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -81,6 +82,10 @@ public:
     /// Enters a segment. \param segment  `id` is not read; `path` must lie below the directory
     /// \returns its id
     std::optional<std::int64_t> add(const RecordedSegment& segment);
+    /// Enters a segment, or what is known of it now; its path says which. \param segment  as in add()
+    bool enter(const RecordedSegment& segment);
+    /// Forgets the segment of a path, if there is one; its file is the caller's.
+    bool removePath(const std::string& path);
     /// Tells how far an open segment has come.
     bool grow(std::int64_t id, std::int64_t durationNs, std::int64_t bytes);
     /// A segment came to its end.
@@ -88,6 +93,24 @@ public:
     /// Forgets a segment; its file is the caller's.
     bool remove(std::int64_t id);
 
+    /// Whether there is a segment of that path.
+    bool has(const std::string& path) const;
+
+    /// Whether what is not found here is not there: false while files are still looked through
+    /// (setComplete()), and when the last search failed because another process keeps the database for
+    /// itself.
+    bool isComplete() const
+    {
+        return complete_ && readable_;
+    }
+    /// True at first.
+    void setComplete(bool complete)
+    {
+        complete_ = complete;
+    }
+
+    /// Whether the last writing operation of any thread failed because the disk is full.
+    bool foundDiskFull() const;
     /// Why the last writing operation of any thread failed.
     std::string lastError() const;
 
@@ -102,11 +125,14 @@ private:
         SqliteDatabase::Statement unclosed;
         SqliteDatabase::Statement oldestClosed;
         SqliteDatabase::Statement totalBytes;
+        SqliteDatabase::Statement has;
     };
     struct Writing
     {
         std::unique_ptr<SqliteDatabase> database;
         SqliteDatabase::Statement add;
+        SqliteDatabase::Statement enter;
+        SqliteDatabase::Statement removePath;
         SqliteDatabase::Statement grow;
         SqliteDatabase::Statement close;
         SqliteDatabase::Statement remove;
@@ -117,17 +143,22 @@ private:
     bool openReading(std::string& error);
     std::optional<RecordedStream> streamAfter(const RecordedStream& stream) const;
     RecordedSegment segmentOf(const SqliteQuery& row) const;
+    std::string inside(const std::string& path) const;
 
     template <typename... Parameters>
     std::vector<RecordedSegment> segments(const SqliteDatabase::Statement& statement,
                                           const Parameters&... parameters) const;
+    bool write(const SqliteDatabase::Statement& statement, const RecordedSegment& segment);
     template <typename... Parameters>
     bool write(const SqliteDatabase::Statement& statement, const Parameters&... parameters);
 
     const std::string directory_;
+    std::atomic<bool> complete_{true};
+    mutable std::atomic<bool> readable_{true};
     mutable std::mutex writingMutex_;
     Writing writing_;
     std::string error_;
+    bool full_ = false;
     mutable std::mutex readingMutex_;
     /// Ends before the writing one, which brings everything into one file when it ends as the last.
     Reading reading_;

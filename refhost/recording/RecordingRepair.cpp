@@ -15,10 +15,30 @@ namespace
 
 namespace fs = std::filesystem;
 
-void count(bool done, int& success, RecordingRepair::Result& result)
+struct Run
 {
-    ++(done ? success : result.failed);
-}
+    RecordingIndex& index;
+    const SegmentLedger* ledger;
+    const std::atomic<bool>* stopping;
+    RecordingRepair::Result result;
+
+    bool isStopping() const
+    {
+        return stopping != nullptr && *stopping;
+    }
+    bool isBeingWritten(const std::string& path) const
+    {
+        return ledger != nullptr && ledger->isOpen(path);
+    }
+    SegmentMeasure::Result measure(const std::string& path, SegmentMeasure& measure) const
+    {
+        return SegmentMeasure::take(path, measure, stopping);
+    }
+    void count(bool done, int& success)
+    {
+        ++(done ? success : result.refused);
+    }
+};
 
 // To a name beside it that is free.
 bool setAside(const std::string& path)
@@ -33,19 +53,24 @@ bool setAside(const std::string& path)
     return !problem;
 }
 
-void closeOrSetAside(RecordingIndex& index, const RecordedSegment& segment, RecordingRepair::Result& result)
+void closeOrSetAside(Run& run, const RecordedSegment& segment)
 {
     SegmentMeasure measure;
-    switch (SegmentMeasure::take(segment.path, measure))
+    switch (run.measure(segment.path, measure))
     {
         case SegmentMeasure::Result::footage:
-            count(index.close(segment.id, measure.durationNs, measure.bytes), result.closed, result);
+            run.count(run.index.close(segment.id, measure.durationNs, measure.bytes), run.result.closed);
             return;
         case SegmentMeasure::Result::nothing:
-            count(setAside(segment.path) && index.remove(segment.id), result.setAside, result);
+            if (!setAside(segment.path))
+            {
+                ++run.result.failed;
+                return;
+            }
+            run.count(run.index.remove(segment.id), run.result.setAside);
             return;
         case SegmentMeasure::Result::unreadable:
-            ++result.failed;
+            ++run.result.failed;
     }
 }
 
@@ -57,11 +82,28 @@ bool isCutOff(const RecordedSegment& segment)
     return !problem && bytes < segment.bytes;
 }
 
-void adopt(RecordingIndex& index, const SegmentPath& place, const std::string& path,
-           RecordingRepair::Result& result)
+void checkEntry(Run& run, const RecordedSegment& segment)
+{
+    std::error_code problem;
+    if (run.isBeingWritten(segment.path))
+    {
+        return;
+    }
+    if (!fs::exists(segment.path, problem) && !problem)
+    {
+        run.count(run.index.remove(segment.id), run.result.dropped);
+    }
+    else if (!segment.closed || isCutOff(segment))
+    {
+        closeOrSetAside(run, segment);
+    }
+}
+
+void adopt(Run& run, const SegmentPath& place, const std::string& path)
 {
     SegmentMeasure measure;
-    if (SegmentMeasure::take(path, measure) != SegmentMeasure::Result::footage)
+    if (run.isBeingWritten(path) || run.index.has(path) ||
+        run.measure(path, measure) != SegmentMeasure::Result::footage)
     {
         return;
     }
@@ -73,46 +115,44 @@ void adopt(RecordingIndex& index, const SegmentPath& place, const std::string& p
     segment.bytes = measure.bytes;
     segment.path = path;
     segment.closed = true;
-    count(index.add(segment).has_value(), result.adopted, result);
+    run.count(run.index.add(segment).has_value(), run.result.adopted);
 }
 
 }  // namespace
 
-RecordingRepair::Result RecordingRepair::run(RecordingIndex& index)
+RecordingRepair::Result RecordingRepair::run(RecordingIndex& index, const SegmentLedger* ledger,
+                                             const std::atomic<bool>* stopping)
 {
-    Result result;
+    Run run{index, ledger, stopping, {}};
     std::set<std::string> known;
     for (const RecordedSegment& segment : index.all())
     {
-        std::error_code problem;
+        if (run.isStopping())
+        {
+            return run.result;
+        }
         known.insert(segment.path);
-        if (!fs::exists(segment.path, problem) && !problem)
-        {
-            count(index.remove(segment.id), result.dropped, result);
-        }
-        else if (!segment.closed || isCutOff(segment))
-        {
-            closeOrSetAside(index, segment, result);
-        }
+        checkEntry(run, segment);
     }
     const std::string& directory = index.directory();
     std::error_code problem;
     fs::recursive_directory_iterator file(directory, fs::directory_options::skip_permission_denied, problem);
-    for (; !problem && file != fs::recursive_directory_iterator(); file.increment(problem))
+    for (; !problem && !run.isStopping() && file != fs::recursive_directory_iterator();
+         file.increment(problem))
     {
         const std::string path = file->path().string();
         const auto place = SegmentPath::parse(path.substr(directory.size() + 1));
         std::error_code unreadable;
         if (place && known.count(path) == 0 && file->is_regular_file(unreadable))
         {
-            adopt(index, *place, path, result);
+            adopt(run, *place, path);
         }
         if (file.depth() >= 2)
         {
             file.disable_recursion_pending();
         }
     }
-    return result;
+    return run.result;
 }
 
 }  // namespace refhost

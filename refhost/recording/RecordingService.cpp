@@ -30,6 +30,34 @@ bool recordsAnyOf(const CameraConfig& camera)
                        [](const StreamConfig& stream) { return stream.record; });
 }
 
+// Looks at few names alone: an index, or the folder of a camera.
+bool holdsRecordings(const std::string& directory)
+{
+    std::error_code problem;
+    for (std::filesystem::directory_iterator entry(directory, problem), end; !problem && entry != end;
+         entry.increment(problem))
+    {
+        const std::string name = entry->path().filename().string();
+        std::error_code unreadable;
+        const bool camera = name.find_first_not_of("0123456789") == std::string::npos;
+        if (name == "index.db" || (camera && entry->is_directory(unreadable)))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A slash at the end would stand twice in the paths of segments.
+std::string withoutSlash(std::string directory)
+{
+    while (directory.size() > 1 && directory.back() == '/')
+    {
+        directory.pop_back();
+    }
+    return directory;
+}
+
 }  // namespace
 
 RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
@@ -57,23 +85,39 @@ void RecordingService::start()
 
 void RecordingService::stop()
 {
-    queue_.close();
-    for (const std::shared_ptr<Recorder>& recorder : std::exchange(recorders_, {}))
+    if (stopping_.exchange(true))
     {
-        recorder->stop();
+        return;
     }
-    if (index_ || Device::recordingsExpected())
+    queue_.close();
+    end();
+    if (Device::recordings() || Device::recordingsExpected())
     {
         Device::setRecordings(nullptr);
-        index_.reset();
     }
     folder_.reset();
 }
 
+/// Ends every segment and lets the index go.
+void RecordingService::end()
+{
+    for (const std::shared_ptr<Recorder>& recorder : std::exchange(recorders_, {}))
+    {
+        recorder->stop();
+    }
+    room_.reset();
+    if (ledger_)
+    {
+        ledger_->close();
+        ledger_->flush();
+        ledger_.reset();
+    }
+    index_.reset();
+}
+
 bool RecordingService::hasWork() const
 {
-    std::error_code ignored;
-    return recordsAnything() || std::filesystem::exists(config_.recording.directory + "/index.db", ignored);
+    return recordsAnything() || holdsRecordings(config_.recording.directory);
 }
 
 bool RecordingService::recordsAnything() const
@@ -84,40 +128,123 @@ bool RecordingService::recordsAnything() const
 void RecordingService::open()
 {
     ++attempts_;
-    std::string error;
-    if (!folder_)
+    if (!openFolder())
     {
-        folder_ = RecordingFolder::open(config_.recording.directory, error);
-    }
-    index_ = folder_ ? RecordingIndex::open(config_.recording.directory, error) : nullptr;
-    if (!index_)
-    {
-        if (!failureTold_)
-        {
-            Log::error("nothing is recorded: {}", Log::safe(error));
-        }
-        failureTold_ = true;
-        Device::setRecordings(nullptr);
         queue_.post([this] { open(); }, pauses_.retry);
         return;
     }
-    // At once: what the repair changes is little, and players need not wait for it.
+    leaving_ = false;
+    ledger_ = std::make_shared<SegmentLedger>(folder_->path(), SegmentLedger::Options(),
+                                              [this] { queue_.post([this] { repair(); }); });
+    room_ = std::make_shared<RecordingRoom>(*ledger_);
+    ledger_->setMakeRoom([room = room_](bool again) { return room->make(again); });
+    record();
+    openIndex();
+}
+
+bool RecordingService::openFolder()
+{
+    if (folder_ && folder_->isUnmounted())
+    {
+        return false;
+    }
+    folder_.reset();
+    std::string error;
+    folder_ = RecordingFolder::open(withoutSlash(config_.recording.directory), error);
+    if (!folder_ && !failureTold_)
+    {
+        Log::error("nothing is recorded: {}", Log::safe(error));
+    }
+    if (!folder_ && Device::recordingsExpected())
+    {
+        Device::setRecordings(nullptr);
+    }
+    failureTold_ = failureTold_ || !folder_;
+    return folder_ != nullptr;
+}
+
+void RecordingService::openIndex()
+{
+    ++attempts_;
+    if (leaving_ || !ledger_)
+    {
+        return;
+    }
+    std::string error;
+    index_ = RecordingIndex::open(folder_->path(), error);
+    if (!index_)
+    {
+        if (!std::exchange(indexFailureTold_, true))
+        {
+            Log::error("recordings cannot be listed or played, only recorded: {}", Log::safe(error));
+        }
+        queue_.post([this] { openIndex(); }, pauses_.retry);
+        return;
+    }
+    if (std::exchange(indexFailureTold_, false))
+    {
+        Log::info("the index of the recordings can be opened now");
+    }
+    index_->setComplete(false);
+    ledger_->setIndex(index_);
     Device::setRecordings(index_);
     repair();
-    retainRegularly();
-    record();
+    if (!std::exchange(retains_, true))
+    {
+        retainRegularly();
+    }
 }
 
 void RecordingService::repair()
 {
-    const RecordingRepair::Result result = RecordingRepair::run(*index_);
+    if (!index_)
+    {
+        return;
+    }
+    const RecordingRepair::Result result = RecordingRepair::run(*index_, ledger_.get(), &stopping_);
+    if (result.refused > 0)
+    {
+        queue_.post([this] { repair(); }, pauses_.retry);
+    }
+    else
+    {
+        index_->setComplete(true);
+    }
     if (result.hasAny())
     {
         Log::info(
             "recordings repaired: {} unfinished measured, {} unknown adopted, {} missing dropped, {} "
-            "without anything to play kept as *.damaged, {} left as they are because they cannot be read now",
-            result.closed, result.adopted, result.dropped, result.setAside, result.failed);
+            "without anything to play kept as *.damaged, {} left as they are because they cannot be read "
+            "now{}",
+            result.closed, result.adopted, result.dropped, result.setAside, result.failed,
+            result.refused > 0 ? "; the index does not take it all yet" : "");
     }
+}
+
+/// A disk may be taken away while it is recorded to: what lies below its mount point must not be filled
+/// instead. Called by recorders.
+bool RecordingService::mayBegin(std::string& why)
+{
+    if (folder_->isInPlace())
+    {
+        return true;
+    }
+    why = folder_->path() + (folder_->isUnmounted() ? ": its disk is not mounted any more" : " was replaced");
+    if (!leaving_.exchange(true))
+    {
+        queue_.post([this] { leave(); });
+    }
+    return false;
+}
+
+/// Ends the recording in a folder that is not there any more and waits for it to come back.
+void RecordingService::leave()
+{
+    end();
+    Device::setRecordings(nullptr);
+    Device::expectRecordings();
+    failureTold_ = true;
+    open();
 }
 
 void RecordingService::record()
@@ -134,7 +261,11 @@ void RecordingService::record()
             }
             const Recorder::Stream recorded{camera.id, stream.id, streams_->find(camera.id, stream.id),
                                             camera.streamName(stream.id)};
-            recorders_.push_back(Recorder::start(recorded, index_, options, [this] { retainSoon(); }));
+            Recorder::Hooks hooks;
+            hooks.segmentClosed = [this] { retainSoon(); };
+            hooks.makeRoom = [room = room_](bool again) { return room->make(again); };
+            hooks.mayBegin = [this](std::string& why) { return mayBegin(why); };
+            recorders_.push_back(Recorder::start(recorded, ledger_, options, std::move(hooks)));
         }
     }
     if (!recorders_.empty())
@@ -149,6 +280,11 @@ void RecordingService::retain()
 {
     retainsSoon_ = false;
     ++retentions_;
+    std::string why;
+    if (!folder_ || !mayBegin(why) || !index_)
+    {
+        return;
+    }
     const RecordingRetention::Outcome outcome = retention_.apply(*index_, HostClock::system().wallNs());
     if (outcome.removed > 0)
     {

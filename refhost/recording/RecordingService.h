@@ -13,22 +13,28 @@
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingIndex.h"
 #include "refhost/recording/RecordingRetention.h"
+#include "refhost/recording/RecordingRoom.h"
+#include "refhost/recording/SegmentLedger.h"
 
 namespace refhost
 {
 
-/// All recording of a server: opens the index, repairs what a crash left, publishes it as
-/// Device::recordings(), runs a recorder for each stream with `record`, and keeps the limits.
+/// All recording of a server: runs a recorder for each stream with `record`, opens the index and publishes it
+/// as Device::recordings(), repairs what a crash left, and keeps the limits.
 ///
-/// An index that cannot be opened is told in the log once and tried again and again; the streams are live
-/// meanwhile. Recordings from before are published also where nothing is recorded now.
-/// Threads: start() and stop() from one; the work is done on a thread of its own.
+/// Recording begins as soon as the folder can be used, and does not wait for the index or the repair. A
+/// folder that cannot be used, by a failure or because another server uses it, and an index that cannot be
+/// opened are reported once and tried again and again; the streams are live meanwhile. While the index is
+/// opened recordings are expected (Device), while it is repaired they are incomplete (RecordingIndex). When
+/// the folder's disk is unmounted, recording stops until one is mounted there. Recordings from before are
+/// published also where nothing is recorded now. Threads: start() and stop() from one; the work is done on a
+/// thread of its own.
 class RecordingService
 {
 public:
     struct Pauses
     {
-        std::chrono::milliseconds retry;   ///< until an index that cannot be opened is tried again
+        std::chrono::milliseconds retry;   ///< until a folder or an index that cannot be used is tried again
         std::chrono::milliseconds closed;  ///< from the end of a segment until the limits are looked at
         std::chrono::milliseconds anyway;  ///< between two looks at the limits though no segment ends
     };
@@ -46,7 +52,7 @@ public:
     /// Ends every segment and withdraws the index; waits for the disk.
     void stop();
 
-    /// How often the index was opened, or it was tried.
+    /// How often the folder or the index was opened, or it was tried.
     int attempts() const
     {
         return attempts_;
@@ -61,8 +67,13 @@ private:
     bool recordsAnything() const;
     bool hasWork() const;
     void open();
+    bool openFolder();
+    void openIndex();
     void repair();
     void record();
+    bool mayBegin(std::string& why);
+    void leave();
+    void end();
     void retain();
     void retainSoon();
     void retainRegularly();
@@ -72,12 +83,18 @@ private:
     const RecordingRetention retention_;
     const Pauses pauses_;
     std::atomic<bool> retainsSoon_{false};
+    std::atomic<bool> stopping_{false};
+    std::atomic<bool> leaving_{false};
 
-    // Used on the service's thread only, or after its end.
+    // Used on the service's thread only, or after its end; recorders_ is empty while others change.
     std::unique_ptr<RecordingFolder> folder_;
+    std::shared_ptr<SegmentLedger> ledger_;
+    std::shared_ptr<RecordingRoom> room_;
     std::shared_ptr<RecordingIndex> index_;
     std::vector<std::shared_ptr<Recorder>> recorders_;
     bool failureTold_ = false;
+    bool indexFailureTold_ = false;
+    bool retains_ = false;
     bool stuckTold_ = false;
     std::atomic<int> attempts_{0};
     std::atomic<int> retentions_{0};

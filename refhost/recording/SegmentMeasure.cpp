@@ -37,6 +37,9 @@ struct FreePacket
 
 using Result = SegmentMeasure::Result;
 
+/// Failures of the demuxer in one file, which ends by itself, that are passed over.
+constexpr int maxMalformed = 1000;
+
 struct TrackEnd
 {
     std::int64_t lastNs = -1;  ///< timestamp of the last unit, -1 without any
@@ -72,7 +75,8 @@ Result resultWithoutDemuxer(const std::string& path)
 
 }  // namespace
 
-Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure)
+Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure,
+                            const std::atomic<bool>* stopping)
 {
     AVFormatContext* opened = avformat_alloc_context();
     if (opened == nullptr)
@@ -88,8 +92,19 @@ Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure)
     const std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
     TrackEnd video;
     TrackEnd audio;
-    while (av_read_frame(input.get(), packet.get()) >= 0)
+    int malformed = 0;
+    while (stopping == nullptr || !*stopping)
     {
+        const int status = av_read_frame(input.get(), packet.get());
+        // Behind what is malformed there may be more to play.
+        if (status == AVERROR_INVALIDDATA && ++malformed < maxMalformed)
+        {
+            continue;
+        }
+        if (status < 0)
+        {
+            break;
+        }
         const AVStream& stream = *input->streams[packet->stream_index];
         const bool isVideo = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
         if (packet->pts != AV_NOPTS_VALUE)
@@ -99,7 +114,8 @@ Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure)
         }
         av_packet_unref(packet.get());
     }
-    const bool failing = input->pb->error < 0 && input->pb->error != AVERROR_EOF;
+    const bool failing =
+        (input->pb->error < 0 && input->pb->error != AVERROR_EOF) || (stopping != nullptr && *stopping);
     const TrackEnd& reference = video.lastNs < 0 ? audio : video;
     struct stat status
     {

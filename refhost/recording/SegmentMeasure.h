@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -24,7 +25,9 @@ struct SegmentMeasure
 
     /// Measures a file, finished or not.
     /// \param[out] measure  set where there is footage
-    static Result take(const std::string& path, SegmentMeasure& measure);
+    /// \param stopping  ends it soon when it becomes true, as if the file could not be read; null: never
+    static Result take(const std::string& path, SegmentMeasure& measure,
+                       const std::atomic<bool>* stopping = nullptr);
 };
 
 }  // namespace refhost

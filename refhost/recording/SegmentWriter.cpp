@@ -25,6 +25,8 @@ namespace
 
 constexpr int bufferSize = 65536;
 constexpr std::int64_t millisecond = 1000000;
+/// Room is made for others too: they may be faster.
+constexpr int maxAttempts = 16;
 
 AVCodecID codecOf(MediaCoding coding)
 {
@@ -52,13 +54,13 @@ std::int64_t inMilliseconds(std::int64_t nanoseconds)
 }  // namespace
 
 std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, const Begin& begin,
-                                                     const SegmentSink::Tracks& tracks, std::string& error)
+                                                     const SegmentSink::Tracks& tracks, std::string& error,
+                                                     MakeRoom makeRoom)
 {
-    std::unique_ptr<SegmentWriter> file(new SegmentWriter(path, begin));
-    file->file_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
-    if (file->file_ < 0)
+    std::unique_ptr<SegmentWriter> file(new SegmentWriter(path, begin, std::move(makeRoom)));
+    if (!file->openFile())
     {
-        error = path + ": " + std::strerror(errno);
+        error = file->error();
         return nullptr;
     }
     if (!file->start(tracks))
@@ -70,7 +72,46 @@ std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, co
     return file;
 }
 
-SegmentWriter::SegmentWriter(std::string path, const Begin& begin) : path_(std::move(path)), begin_(begin) {}
+bool SegmentWriter::accepts(const MediaFormat& format)
+{
+    // A header that nobody keeps: the muxer itself says what it takes.
+    SegmentWriter trial(std::string(), {0, 0}, {});
+    trial.discards_ = true;
+    return trial.start({std::make_shared<const MediaFormat>(format)});
+}
+
+bool SegmentWriter::isFull(int failure)
+{
+    return failure == ENOSPC || failure == EDQUOT;
+}
+
+SegmentWriter::SegmentWriter(std::string path, const Begin& begin, MakeRoom makeRoom)
+    : path_(std::move(path)), begin_(begin), makeRoom_(std::move(makeRoom))
+{
+}
+
+bool SegmentWriter::openFile()
+{
+    for (int attempt = 0;; ++attempt)
+    {
+        file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
+        const int failure = errno;
+        if (file_ >= 0)
+        {
+            return true;
+        }
+        if (!getsRoom(failure, attempt))
+        {
+            error_ = path_ + ": " + std::strerror(failure);
+            return false;
+        }
+    }
+}
+
+bool SegmentWriter::getsRoom(int failure, int attempt) const
+{
+    return isFull(failure) && makeRoom_ && attempt < maxAttempts && makeRoom_(attempt > 0);
+}
 
 SegmentWriter::~SegmentWriter()
 {
@@ -173,8 +214,13 @@ bool SegmentWriter::write(std::size_t track, const EncodedUnit& unit)
     packet_->pts = std::max(presented, decoded);
     packet_->duration = inMilliseconds(unit.durationNs);
     packet_->flags = unit.keyFrame ? AV_PKT_FLAG_KEY : 0;
-    const int result = av_write_frame(format_, packet_);
+    const int result = packet_->size > 0 ? av_write_frame(format_, packet_) : AVERROR_INVALIDDATA;
     av_packet_unref(packet_);
+    if (result < 0 && systemError_ == 0 && output_->error >= 0)
+    {
+        ++leftOut_;
+        return true;
+    }
     return succeeded(result);
 }
 
@@ -233,18 +279,20 @@ bool SegmentWriter::succeeded(int result)
 int SegmentWriter::onWrite(void* self, std::uint8_t* data, int size)
 {
     auto* file = static_cast<SegmentWriter*>(self);
-    int done = 0;
+    int done = file->discards_ ? size : 0;
+    int attempt = 0;
     while (done < size)
     {
         const ssize_t written =
             ::pwrite(file->file_, data + done, static_cast<std::size_t>(size - done), file->position_);
-        if (written < 0 && errno == EINTR)
+        const int failure = errno;
+        if (written < 0 && (failure == EINTR || file->getsRoom(failure, attempt++)))
         {
             continue;
         }
         if (written <= 0)
         {
-            file->systemError_ = written < 0 ? errno : EIO;
+            file->systemError_ = written < 0 ? failure : EIO;
             return AVERROR(file->systemError_);
         }
         done += static_cast<int>(written);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,18 +31,31 @@ public:
         std::int64_t wallNs;     ///< nanoseconds since 1970; also stands in the file, in microseconds
     };
 
+    /// Makes room on a full disk. \param again  that what it made before did not suffice
+    /// \returns false when it cannot: the disk is full then
+    using MakeRoom = std::function<bool(bool again)>;
+
     /// Makes a new file, readable for the server's user and group, and writes its header.
     /// \param[out] error  why not
-    /// \returns null with `error` set, and no file left, when it cannot be done or the file is there already
+    /// \param makeRoom  called whenever the disk is full, and what was not written is tried again; may be
+    /// empty \returns null with `error` set, and no file left, when it cannot be done or the file is there
+    /// already
     static std::unique_ptr<SegmentWriter> create(const std::string& path, const Begin& begin,
-                                                 const SegmentSink::Tracks& tracks, std::string& error);
+                                                 const SegmentSink::Tracks& tracks, std::string& error,
+                                                 MakeRoom makeRoom = {});
+
+    /// Whether a file can have such a track: not when what describes it to a decoder is malformed.
+    static bool accepts(const MediaFormat& format);
+
+    /// Whether a failure, an `errno`, says that a disk is full.
+    static bool isFull(int failure);
 
     SegmentWriter(const SegmentWriter&) = delete;
     SegmentWriter& operator=(const SegmentWriter&) = delete;
     /// Without close() the file is left as it is.
     ~SegmentWriter();
 
-    /// Adds a unit; it may stay in memory until flush().
+    /// Adds a unit; it may stay in memory until flush(). One that is malformed is left out, see leftOut().
     /// \returns false when the disk failed: see error(); the file takes nothing any more then
     bool write(std::size_t track, const EncodedUnit& unit);
     /// Brings everything to the file. \returns as write()
@@ -52,6 +66,11 @@ public:
     /// Finishes the file with an index for seeking, as writeOut() does. \returns as write()
     bool close();
 
+    /// Units that were malformed.
+    int leftOut() const
+    {
+        return leftOut_;
+    }
     /// Bytes in the file so far.
     std::int64_t bytes() const
     {
@@ -74,7 +93,9 @@ private:
         bool started = false;
     };
 
-    SegmentWriter(std::string path, const Begin& begin);
+    SegmentWriter(std::string path, const Begin& begin, MakeRoom makeRoom);
+    bool openFile();
+    bool getsRoom(int failure, int attempt) const;
     bool start(const SegmentSink::Tracks& tracks);
     bool addTrack(const MediaFormat& format);
     bool succeeded(int result);
@@ -85,7 +106,10 @@ private:
 
     std::string path_;
     const Begin begin_;
+    MakeRoom makeRoom_;
     int file_ = -1;
+    int leftOut_ = 0;
+    bool discards_ = false;  ///< what is written, because it is a trial
     int systemError_ = 0;
     std::int64_t position_ = 0;
     std::int64_t size_ = 0;

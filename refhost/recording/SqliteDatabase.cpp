@@ -1,12 +1,15 @@
 #include "refhost/recording/SqliteDatabase.h"
 
+#include <cerrno>
+
 namespace refhost
 {
 namespace
 {
 
-// Another process may hold the file for a moment: a listing, a backup, a shell.
-constexpr int busyMs = 3000;
+// Another process may hold the file for a moment: a listing, a backup, a shell. Longer than that nobody may
+// wait, as the end of the server does.
+constexpr int busyMs = 500;
 
 }  // namespace
 
@@ -72,6 +75,14 @@ SqliteDatabase::Statement SqliteDatabase::prepare(const char* sql)
     sqlite3_stmt* statement = nullptr;
     sqlite3_prepare_v3(connection_, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
     return Statement(statement);
+}
+
+bool SqliteDatabase::isFull() const
+{
+    // Beside the code for it there is one for each operation that the file system refused.
+    const int code = sqlite3_errcode(connection_);
+    const int system = sqlite3_system_errno(connection_);
+    return code == SQLITE_FULL || (code == SQLITE_IOERR && (system == ENOSPC || system == EDQUOT));
 }
 
 std::string SqliteDatabase::lastError() const

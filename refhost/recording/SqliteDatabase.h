@@ -52,6 +52,8 @@ public:
     /// \returns null when the statement is wrong or what it speaks of is not there; see lastError()
     Statement prepare(const char* sql);
 
+    /// Whether the last operation failed because the disk is full.
+    bool isFull() const;
     /// What the database says of its last failure.
     std::string lastError() const;
     std::int64_t lastInsertedId() const;

@@ -1,9 +1,11 @@
 """Recording by a running ovrtspd: what is on disk is listed, before and after a crash, and live goes on without."""
 
+import ctypes
 import json
 import os
 import pathlib
 import re
+import sqlite3
 import subprocess
 import time
 
@@ -110,7 +112,7 @@ def test_everything_on_disk_is_listed_after_a_crash(serve, build_folder, directo
 
     again = serve(config(directory))
     wait_until(lambda: "one stream is recorded" in again.log(), 20, "the start of the recording")
-    assert re.search(r"recordings repaired: 1 unfinished measured", again.log())
+    wait_until(lambda: "recordings repaired: 1 unfinished measured" in again.log(), 20, "the repair")
     wait_until(lambda: len(listing(build_folder, again)[1][3, 1]) == 2, 20, "footage of the second run")
     told, streams = listing(build_folder, again)
     (begin, end, _), (begin_again, _, _) = streams[3, 1]
@@ -149,15 +151,18 @@ def test_lost_index_is_made_anew_from_the_files(serve, build_folder, directory):
     for path in directory.glob("index.db*"):
         path.unlink()
     again = serve(config(directory, record="false"))
-    assert listing(build_folder, again)[0].returncode == 1, "there is nothing to list"
+    wait_until(lambda: f" {known} unknown adopted" in again.log(), 20, "the index, though nothing is recorded now")
     again.stop()
+    assert listing(build_folder, server)[1][3, 1][0][:2] == pytest.approx(before[3, 1][0][:2], abs=0.05)
+    for path in directory.glob("index.db*"):
+        path.unlink()
 
     third = serve(config(directory))
     wait_until(lambda: "one stream is recorded" in third.log(), 20, "the start of the recording")
+    wait_until(lambda: f" {known} unknown adopted" in third.log(), 20, "the index")
     _, after = listing(build_folder, third)
     assert after[3, 1][0][0] == pytest.approx(before[3, 1][0][0], abs=0.001)
     assert after[3, 1][0][1] > before[3, 1][0][1] - 0.05
-    assert f" {known} unknown adopted" in third.log()
 
 
 def test_live_goes_on_where_nothing_can_be_written(serve, build_folder, directory, transport):
@@ -175,6 +180,7 @@ def test_live_goes_on_when_the_disk_is_full(serve, build_folder, directory):
     """A limit of the file size stands for the full disk: a write beyond it fails as one on a full disk does."""
     server = serve(config(directory))
     server.allow_problem("recording stopped: ")
+    server.allow_problem("the index of the recordings cannot be written: ")
     wait_until(lambda: len(files(directory)) >= 2, 30, "two segments")
     subprocess.run(["prlimit", "--fsize=10000:", "--pid", str(server.pid)], check=True)
     received = ffmpeg.decode(server.url(3, 1), limits=("-t", "4"), maps=("0:v",))
@@ -185,6 +191,54 @@ def test_live_goes_on_when_the_disk_is_full(serve, build_folder, directory):
     _, streams = listing(build_folder, server)
     assert len(streams[3, 1]) == 2
     assert server.log().count("recording stopped: ") == 1
+
+
+@pytest.fixture
+def small_disk(tmp_path):
+    """A disk of 12 MiB, seen by this process and those that it starts."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    private = 1 << 18 | 1 << 14  # MS_PRIVATE, MS_REC
+    folder = tmp_path / "disk"
+    folder.mkdir()
+    if libc.unshare(0x20000) != 0 or libc.mount(b"none", b"/", None, private, None) != 0:  # CLONE_NEWNS
+        pytest.skip(f"mounting is not permitted: {os.strerror(ctypes.get_errno())}")
+    assert libc.mount(b"none", bytes(folder), b"tmpfs", 0, b"size=12m") == 0
+    yield folder
+    libc.umount2(bytes(folder), 2)  # MNT_DETACH
+
+
+def test_oldest_recordings_make_room_on_a_full_disk(serve, build_folder, small_disk):
+    directory = small_disk / "recordings"
+    server = serve(config(directory).replace("400", "4000"))
+    server.allow_problem("is full: .* made room")
+    wait_until(lambda: "made room" in server.log(), 60, "a full disk")
+    first = files(directory)
+    wait_until(lambda: not set(first) & set(files(directory)), 90, "all of the first files gone")
+    server.stop()
+    assert "recording stopped" not in server.log()
+    _, streams = listing(build_folder, server)
+    (begin, end, _), = streams[3, 1]
+    assert time.time() - end < 5, "no gap, and up to now"
+    seconds = sum(len(packets(path)[0]) for path in files(directory)) / 25
+    assert end - begin == pytest.approx(seconds, abs=0.1), "files and entries went together"
+
+
+def test_locked_index_loses_nothing(serve, build_folder, directory):
+    server = serve(config(directory))
+    server.allow_problem("the index of the recordings cannot be written: ")
+    wait_until(lambda: len(files(directory)) >= 2, 30, "two segments")
+    other = sqlite3.connect(directory / "index.db", isolation_level=None)
+    other.execute("BEGIN EXCLUSIVE")
+    known = len(files(directory))
+    wait_until(lambda: len(files(directory)) >= known + 5, 60, "ten seconds of recording")
+    other.execute("ROLLBACK")
+    other.close()
+    wait_until(lambda: "the index of the recordings can be written again" in server.log(), 20, "the index")
+    server.stop()
+    assert "recording stopped" not in server.log()
+    _, streams = listing(build_folder, server)
+    (begin, end, _), = streams[3, 1]
+    assert end - begin == pytest.approx(sum(len(packets(path)[0]) for path in files(directory)) / 25, abs=0.1)
 
 
 def test_oldest_recordings_are_removed(serve, build_folder, directory):

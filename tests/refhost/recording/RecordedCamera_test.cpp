@@ -44,19 +44,21 @@ protected:
     {
         std::string error;
         index_ = RecordingIndex::open(folder_.path(), error);
+        ledger_->setIndex(index_);
         recording_.segmentNs = 800 * millisecond;
     }
 
     void record()
     {
         source->attachMedia(times_);
-        recorder_ = Recorder::start({1, 0, source, "camera 1/0"}, index_, recording_,
-                                    [this]
-                                    {
-                                        const std::lock_guard<std::mutex> guard(closedMutex_);
-                                        ++closed_;
-                                        closedChanged_.notify_all();
-                                    });
+        Recorder::Hooks hooks;
+        hooks.segmentClosed = [this]
+        {
+            const std::lock_guard<std::mutex> guard(closedMutex_);
+            ++closed_;
+            closedChanged_.notify_all();
+        };
+        recorder_ = Recorder::start({1, 0, source, "camera 1/0"}, ledger_, recording_, hooks);
     }
 
     bool waitForSegments(int count)
@@ -68,6 +70,7 @@ protected:
     void stopRecording()
     {
         recorder_->stop();
+        EXPECT_TRUE(ledger_->flush());
         source->detachMedia(times_.get());
     }
 
@@ -110,6 +113,8 @@ protected:
 
     TemporaryFolder folder_;
     std::shared_ptr<RecordingIndex> index_;
+    std::shared_ptr<SegmentLedger> ledger_ =
+        std::make_shared<SegmentLedger>(folder_.path(), SegmentLedger::Options(), std::function<void()>());
     Recorder::Options recording_;
     std::shared_ptr<CaptureTimes> times_ = std::make_shared<CaptureTimes>();
     std::shared_ptr<Recorder> recorder_;
@@ -205,8 +210,9 @@ TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)
     recording_.mostQueued = 20000;
     std::promise<void> release;
     const std::shared_future<void> released = release.get_future().share();
-    recorder_ =
-        Recorder::start({1, 0, source, "camera 1/0"}, index_, recording_, [released] { released.wait(); });
+    Recorder::Hooks hooks;
+    hooks.segmentClosed = [released] { released.wait(); };
+    recorder_ = Recorder::start({1, 0, source, "camera 1/0"}, ledger_, recording_, hooks);
     ASSERT_TRUE(viewer->waitForUnits(60));
     const std::vector<AccessUnitPtr> units = viewer->units();
     for (std::size_t i = 1; i < units.size(); ++i)

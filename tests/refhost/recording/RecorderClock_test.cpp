@@ -30,9 +30,10 @@ protected:
     {
         std::string error;
         index_ = RecordingIndex::open(folder_.path(), error);
+        ledger_->setIndex(index_);
         Recorder::Options options;
         options.clock = &clock_;
-        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, index_, options, {});
+        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, options, {});
     }
     ~RecorderClockTest() override
     {
@@ -46,6 +47,7 @@ protected:
             recorder_->stop();
             recorder_.reset();
         }
+        EXPECT_TRUE(ledger_->flush());
     }
 
     // 25 frames a second, each second begins with a key frame.
@@ -92,6 +94,8 @@ protected:
 
     TemporaryFolder folder_;
     std::shared_ptr<RecordingIndex> index_;
+    std::shared_ptr<SegmentLedger> ledger_ =
+        std::make_shared<SegmentLedger>(folder_.path(), SegmentLedger::Options(), std::function<void()>());
     test::ManualClock clock_;
     std::shared_ptr<RecordedStreamFake> source_ = std::make_shared<RecordedStreamFake>();
     std::shared_ptr<Recorder> recorder_;
@@ -124,7 +128,7 @@ TEST_F(RecorderClockTest, AClockThatWasDecadesBehindAndIsSetLeavesBothTimes)
     recorder_->stop();
     Recorder::Options options;
     options.clock = &clock_;
-    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, index_, options, {});
+    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, options, {});
     clock_.advanceMs(200);
     give(0, 2);
     clock_.setWall(decadesMs);

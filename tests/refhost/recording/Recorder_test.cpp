@@ -64,6 +64,7 @@ protected:
     {
         std::string error;
         index_ = RecordingIndex::open(folder_.path(), error);
+        ledger_->setIndex(index_);
         options_.segmentNs = 4 * second;
         options_.retryNs = 3 * second;
         options_.clock = &clock_;
@@ -75,7 +76,8 @@ protected:
 
     void start()
     {
-        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, index_, options_, [this] { ++closed_; });
+        hooks_.segmentClosed = [this] { ++closed_; };
+        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, options_, hooks_);
     }
     void stop()
     {
@@ -84,6 +86,7 @@ protected:
             recorder_->stop();
             recorder_.reset();
         }
+        EXPECT_TRUE(ledger_->flush());
     }
 
     // What was recorded, in seconds after the epoch of the made units.
@@ -101,6 +104,9 @@ protected:
     TemporaryFolder folder_;
     std::shared_ptr<RecordingIndex> index_;
     test::ManualClock clock_;
+    std::shared_ptr<SegmentLedger> ledger_ =
+        std::make_shared<SegmentLedger>(folder_.path(), SegmentLedger::Options(), std::function<void()>());
+    Recorder::Hooks hooks_;
     std::shared_ptr<RecordedStreamFake> source_ = std::make_shared<RecordedStreamFake>();
     Recorder::Options options_;
     std::atomic<int> closed_{0};
@@ -148,6 +154,7 @@ TEST_F(RecorderTest, SegmentCanBePlayedAndFoundWhileItIsWritten)
     start();
     source_->giveMedia(0, 2.8);
     source_->drain();
+    EXPECT_TRUE(ledger_->flush());
     const std::vector<RecordedSegment> open = index_->unclosed();
     ASSERT_EQ(open.size(), 1U);
     EXPECT_GE(open[0].durationNs, 3 * second / 2);
@@ -314,15 +321,15 @@ TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
     std::promise<void> release;
     std::future<void> released = release.get_future();
     CapturedErrors log;
-    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, index_, options_,
-                                [&, first = true]() mutable
-                                {
-                                    if (std::exchange(first, false))
-                                    {
-                                        hanging.set_value();
-                                        released.wait();
-                                    }
-                                });
+    hooks_.segmentClosed = [&, first = true]() mutable
+    {
+        if (std::exchange(first, false))
+        {
+            hanging.set_value();
+            released.wait();
+        }
+    };
+    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, options_, hooks_);
     source_->giveMedia(0, 1.04);
     hanging.get_future().wait();
     source_->giveMedia(1.04, 61);

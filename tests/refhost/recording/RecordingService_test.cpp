@@ -14,6 +14,7 @@
 #include "refhost/base/HostStatus.h"
 #include "refhost/device/Device.h"
 #include "tests/CapturedErrors.h"
+#include "tests/PrivateMounts.h"
 #include "tests/TemporaryFolder.h"
 #include "tests/refhost/recording/RecordedStreamFake.h"
 
@@ -53,6 +54,13 @@ protected:
         service_->start();
     }
 
+    void startRecording()
+    {
+        start();
+        ASSERT_TRUE(recorded().waitUntilAttached());
+        waitFor([] { return Device::recordings() && Device::recordings()->isComplete(); });
+    }
+
     // Ten seconds at most.
     static void waitFor(const std::function<bool()>& condition)
     {
@@ -80,8 +88,7 @@ protected:
 
 TEST_F(RecordingServiceTest, StreamsAreRecordedAsConfiguredAndTheIndexIsPublished)
 {
-    start();
-    ASSERT_TRUE(recorded().waitUntilAttached());
+    startRecording();
     EXPECT_FALSE(streams_->streams.at(1)->isAttached());
     const std::shared_ptr<RecordingIndex> index = Device::recordings();
     ASSERT_TRUE(index);
@@ -130,8 +137,7 @@ TEST_F(RecordingServiceTest, WithoutAnythingToRecordNoDirectoryIsMade)
 
 TEST_F(RecordingServiceTest, EarlierRecordingsArePublishedAlsoWhereNothingIsRecordedNow)
 {
-    start();
-    ASSERT_TRUE(recorded().waitUntilAttached());
+    startRecording();
     service_->stop();
     config_.cameras[0].streams[0].record = false;
     start();
@@ -141,8 +147,7 @@ TEST_F(RecordingServiceTest, EarlierRecordingsArePublishedAlsoWhereNothingIsReco
 TEST_F(RecordingServiceTest, OldestRecordingsGoAsSegmentsClose)
 {
     config_.recording.maxSize = 1;
-    start();
-    ASSERT_TRUE(recorded().waitUntilAttached());
+    startRecording();
     const std::shared_ptr<RecordingIndex> index = Device::recordings();
     for (int i = 0; i < 8; ++i)
     {
@@ -183,8 +188,7 @@ TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
     pauses_.anyway = soon;
     config_.recording.maxAge = 1;
     CapturedErrors log;
-    start();
-    ASSERT_TRUE(recorded().waitUntilAttached());
+    startRecording();
     for (const char* name : {"stays", "goes"})
     {
         RecordedSegment segment;
@@ -203,14 +207,12 @@ TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
 
 TEST_F(RecordingServiceTest, IndexThatWasDamagedIsMadeAnewFromTheFiles)
 {
-    start();
-    ASSERT_TRUE(recorded().waitUntilAttached());
+    startRecording();
     recorded().giveMedia(0, 2);
     service_->stop();
     std::ofstream(config_.recording.directory + "/index.db") << std::string(4096, 'x');
     CapturedErrors log;
-    start();
-    ASSERT_TRUE(recorded().waitUntilAttached());
+    startRecording();
     EXPECT_THAT(Device::recordings()->all(), SizeIs(2));
     service_->stop();
     EXPECT_THAT(log.linesWith("index.db.damaged"), SizeIs(1));
@@ -219,24 +221,128 @@ TEST_F(RecordingServiceTest, IndexThatWasDamagedIsMadeAnewFromTheFiles)
 
 TEST_F(RecordingServiceTest, SecondServerLeavesTheFolderAloneUntilTheFirstIsGone)
 {
-    start();
-    ASSERT_TRUE(recorded().waitUntilAttached());
+    startRecording();
     recorded().giveMedia(0, 2);
     recorded().drain();
     const std::shared_ptr<RecordingIndex> index = Device::recordings();
-    const std::size_t open = index->unclosed().size();
-    EXPECT_EQ(open, 1U);
+    waitFor([&] { return index->unclosed().size() == 1; });
     CapturedErrors log;
     const auto otherStreams = std::make_shared<FakeStreams>();
     RecordingService second(config_, otherStreams, pauses_);
     second.start();
     waitFor([&] { return second.attempts() > 3; });
     EXPECT_FALSE(otherStreams->streams.at(0)->isAttached());
-    EXPECT_EQ(index->unclosed().size(), open);
+    EXPECT_EQ(index->unclosed().size(), 1U);
     service_->stop();
     EXPECT_TRUE(otherStreams->streams.at(0)->waitUntilAttached());
     second.stop();
     EXPECT_THAT(log.linesWith("another server (process "), SizeIs(1));
+}
+
+TEST_F(RecordingServiceTest, LostIndexIsRebuiltAlsoWhereNothingIsRecordedNow)
+{
+    startRecording();
+    recorded().giveMedia(0, 3);
+    service_->stop();
+    for (const char* part : {"", "-wal", "-shm"})
+    {
+        std::filesystem::remove(config_.recording.directory + "/index.db" + part);
+    }
+    config_.cameras[0].streams[0].record = false;
+    start();
+    EXPECT_TRUE(Device::recordingsExpected() || Device::recordings()) << "who asks at once waits";
+    waitFor([] { return Device::recordings() && Device::recordings()->isComplete(); });
+    EXPECT_THAT(Device::recordings()->all(), SizeIs(3));
+    service_->stop();
+}
+
+TEST_F(RecordingServiceTest, LockedIndexAtTheStartHoldsUpNoRecording)
+{
+    startRecording();
+    service_->stop();
+    std::string error;
+    const auto other =
+        SqliteDatabase::open(config_.recording.directory + "/index.db", SqliteDatabase::Access::write, error);
+    ASSERT_TRUE(other && other->execute("PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE")) << error;
+    CapturedErrors log;
+    start();
+    ASSERT_TRUE(recorded().waitUntilAttached());
+    recorded().giveMedia(0, 5);
+    recorded().drain();
+    waitFor([&] { return service_->attempts() > 2; });
+    EXPECT_TRUE(Device::recordingsExpected()) << "who asks waits";
+    ASSERT_TRUE(other->execute("ROLLBACK; PRAGMA locking_mode=NORMAL; SELECT 1 FROM segment;"));
+    waitFor([] { return Device::recordings() && Device::recordings()->isComplete(); });
+    const std::shared_ptr<RecordingIndex> index = Device::recordings();
+    service_->stop();
+    EXPECT_THAT(index->footage(1, 0), SizeIs(1));
+    EXPECT_THAT(index->all(), SizeIs(5));
+    EXPECT_THAT(log.linesWith("only recorded: "), SizeIs(1));
+}
+
+class MountedRecordingServiceTest : public RecordingServiceTest
+{
+protected:
+    void SetUp() override
+    {
+        if (!mounts_.possible())
+        {
+            GTEST_SKIP() << mounts_.why();
+        }
+        disk_ = folder_ / "disk";
+        std::filesystem::create_directory(disk_);
+        config_.recording.directory = disk_ + "/kept";
+        ASSERT_TRUE(mounts_.mount(disk_, "size=4m"));
+    }
+
+    PrivateMounts mounts_;
+    std::string disk_;
+};
+
+TEST_F(MountedRecordingServiceTest, NothingIsRecordedBelowTheMountPointOfADiskThatWasTakenAway)
+{
+    CapturedErrors log;
+    startRecording();
+    recorded().giveMedia(0, 3);
+    recorded().drain();
+    ASSERT_TRUE(mounts_.unmount(disk_));
+    recorded().giveMedia(3, 8);
+    waitFor([&] { return !recorded().isAttached(); });
+    const int before = service_->attempts();
+    waitFor([&] { return service_->attempts() > before + 3; });
+    EXPECT_TRUE(std::filesystem::is_empty(disk_)) << "the root's disk is left alone";
+    EXPECT_EQ(Device::recordings(), nullptr);
+
+    ASSERT_TRUE(mounts_.mount(disk_, "size=4m"));
+    ASSERT_TRUE(recorded().waitUntilAttached());
+    recorded().giveMedia(20, 23);
+    recorded().drain();
+    service_->stop();
+    EXPECT_TRUE(std::filesystem::exists(disk_ + "/kept/index.db"));
+    EXPECT_THAT(log.linesWith("its disk is not mounted any more"), SizeIs(1));
+    EXPECT_THAT(log.linesWith("which can be written now"), SizeIs(1));
+}
+
+TEST_F(RecordingServiceTest, FolderThatWasReplacedIsRecordedToAnew)
+{
+    startRecording();
+    recorded().giveMedia(0, 3);
+    recorded().drain();
+    std::filesystem::rename(config_.recording.directory, folder_ / "moved");
+    recorded().giveMedia(3, 8);
+    waitFor([&] { return std::filesystem::exists(config_.recording.directory + "/index.db"); });
+    ASSERT_TRUE(recorded().waitUntilAttached());
+    recorded().giveMedia(20, 23);
+    recorded().drain();
+    service_->stop();
+    std::string error;
+    const auto moved = RecordingIndex::openToRead(folder_ / "moved", error);
+    ASSERT_TRUE(moved) << error;
+    EXPECT_TRUE(moved->unclosed().empty()) << "what was recorded before is whole";
+    EXPECT_GE(moved->all().size(), 3U);
+    const auto made = RecordingIndex::openToRead(config_.recording.directory, error);
+    ASSERT_TRUE(made) << error;
+    EXPECT_FALSE(made->all().empty());
 }
 
 TEST_F(RecordingServiceTest, DirectoryThatCannotBeMadeIsToldOnceAndTriedAgain)

@@ -1,0 +1,188 @@
+#include "refhost/recording/RecordingRoom.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <iterator>
+#include <system_error>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "refhost/base/Log.h"
+#include "refhost/recording/FileUse.h"
+#include "refhost/recording/SegmentPath.h"
+
+namespace refhost
+{
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr std::int64_t mebibyte = 1048576;
+constexpr std::int64_t minRoom = mebibyte / 4;
+constexpr std::int64_t maxRoom = 256 * mebibyte;
+constexpr int maxRemoved = 256;
+constexpr int maxRemovedForFiles = 4;
+/// Looking through all names takes long where there are many: this many are remembered for the next times.
+constexpr std::size_t maxRemembered = 1024;
+constexpr std::chrono::minutes reportPause{10};
+
+}  // namespace
+
+bool RecordingRoom::make(bool again)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    // Another stream's thread has just made some, or somebody else.
+    if (!again && hasRoom())
+    {
+        return true;
+    }
+    const Wanted wanted = this->wanted();
+    int removed = 0;
+    for (const bool alsoUsed : {false, true})
+    {
+        // What is remembered may be used up, or in use.
+        for (const bool anew : {false, true})
+        {
+            if (removed == 0)
+            {
+                if (anew || oldest_.empty())
+                {
+                    findOldest();
+                }
+                removed = removeOldest(wanted, alsoUsed);
+            }
+        }
+    }
+    report(removed);
+    return removed > 0;
+}
+
+bool RecordingRoom::hasRoom() const
+{
+    const Wanted wanted = this->wanted();
+    return wanted.freeBytes >= wanted.bytes && wanted.freeFiles >= wanted.files;
+}
+
+RecordingRoom::Wanted RecordingRoom::wanted() const
+{
+    struct statvfs disk
+    {
+    };
+    if (::statvfs(ledger_.directory().c_str(), &disk) != 0)
+    {
+        return {};
+    }
+    const auto block = static_cast<std::int64_t>(disk.f_frsize);
+    Wanted wanted;
+    wanted.freeBytes = static_cast<std::int64_t>(disk.f_bavail) * block;
+    wanted.bytes = std::clamp(static_cast<std::int64_t>(disk.f_blocks) * block / 100, minRoom, maxRoom);
+    // Some file systems do not count files.
+    wanted.freeFiles = disk.f_files == 0 ? 1 : static_cast<std::int64_t>(disk.f_favail);
+    wanted.files = 1;
+    return wanted;
+}
+
+void RecordingRoom::findOldest()
+{
+    std::vector<Candidate> found;
+    const auto isOlder = [](const Candidate& left, const Candidate& right)
+    { return std::tie(left.beginNs, left.path) < std::tie(right.beginNs, right.path); };
+    const std::string& directory = ledger_.directory();
+    std::error_code problem;
+    fs::recursive_directory_iterator file(directory, fs::directory_options::skip_permission_denied, problem);
+    for (; !problem && file != fs::recursive_directory_iterator(); file.increment(problem))
+    {
+        std::string path = file->path().string();
+        const auto place = SegmentPath::parse(path.substr(directory.size() + 1));
+        if (place && !ledger_.isOpen(path))
+        {
+            found.push_back({place->beginNs, std::move(path)});
+        }
+        if (found.size() >= 2 * maxRemembered)
+        {
+            std::nth_element(found.begin(), found.begin() + maxRemembered, found.end(), isOlder);
+            found.resize(maxRemembered);
+        }
+        if (file.depth() >= 2)
+        {
+            file.disable_recursion_pending();
+        }
+    }
+    std::sort(found.begin(), found.end(), isOlder);
+    oldest_.assign(std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
+}
+
+/// \returns how many
+int RecordingRoom::removeOldest(const Wanted& wanted, bool alsoUsed)
+{
+    // Where there are bytes, files are what the disk cannot have more of: a few make room for the next ones.
+    const bool outOfFiles = wanted.freeFiles < wanted.files && wanted.freeBytes >= wanted.bytes;
+    const int max = outOfFiles ? maxRemovedForFiles : maxRemoved;
+    std::int64_t freed = 0;
+    int removed = 0;
+    std::deque<Candidate> used;
+    while (!oldest_.empty() && freed < wanted.bytes && removed < max)
+    {
+        Candidate next = std::move(oldest_.front());
+        oldest_.pop_front();
+        if (ledger_.isOpen(next.path))
+        {
+            continue;
+        }
+        if (!alsoUsed && FileUse::isOpenElsewhere(next.path))
+        {
+            used.push_back(std::move(next));
+            continue;
+        }
+        if (const auto bytes = remove(next.path))
+        {
+            freed += *bytes;
+            ++removed;
+        }
+    }
+    oldest_.insert(oldest_.begin(), std::make_move_iterator(used.begin()),
+                   std::make_move_iterator(used.end()));
+    return removed;
+}
+
+/// \returns its size on the disk; nothing where there is no such file, or it cannot be removed
+std::optional<std::int64_t> RecordingRoom::remove(const std::string& path)
+{
+    struct stat status
+    {
+    };
+    if (::lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+    {
+        return std::nullopt;
+    }
+    if (::unlink(path.c_str()) != 0)
+    {
+        Log::debug("{} cannot be removed: {}", path, std::generic_category().message(errno));
+        return std::nullopt;
+    }
+    ledger_.remove(path);
+    constexpr std::int64_t blockSize = 512;
+    return static_cast<std::int64_t>(status.st_blocks) * blockSize;
+}
+
+void RecordingRoom::report(int removed)
+{
+    unreported_ += removed;
+    const auto now = std::chrono::steady_clock::now();
+    if (unreported_ == 0 || (reported_ && now - *reported_ < reportPause))
+    {
+        return;
+    }
+    Log::warning("the disk of {} is full: {} of the oldest recordings made room", ledger_.directory(),
+                 std::exchange(unreported_, 0));
+    reported_ = now;
+}
+
+}  // namespace refhost

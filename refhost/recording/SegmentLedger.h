@@ -1,0 +1,116 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "refhost/device/TaskQueue.h"
+#include "refhost/recording/RecordedSegment.h"
+#include "refhost/recording/RecordingIndex.h"
+#include "refhost/recording/SegmentWriter.h"
+
+namespace refhost
+{
+
+/// What recorders have written and the index does not know yet: the newest state of each segment.
+///
+/// A thread of its own enters it, so an index that is locked, missing or on a full disk never holds up a
+/// recording. What cannot be entered is kept and tried again; at most `maxKept` segments, beyond those some
+/// are forgotten here: their files stay, and RecordingRepair finds them. Threads: any. put(), remove() and
+/// isOpen() never wait for the index.
+class SegmentLedger
+{
+public:
+    struct Options
+    {
+        std::chrono::milliseconds retry{1000};  ///< until an index that did not take something is tried again
+        std::size_t maxKept = 4096;             ///< segments, about 300 bytes each
+    };
+
+    /// \param directory  of all recordings, without a slash at the end
+    /// \param forgotten  called, on any thread, when the index took everything after something was forgotten;
+    /// may
+    ///                   be empty
+    SegmentLedger(std::string directory, const Options& options, std::function<void()> forgotten);
+    ~SegmentLedger();
+    SegmentLedger(const SegmentLedger&) = delete;
+    SegmentLedger& operator=(const SegmentLedger&) = delete;
+
+    const std::string& directory() const
+    {
+        return directory_;
+    }
+
+    /// Gives the index, from now on; null takes it away.
+    void setIndex(std::shared_ptr<RecordingIndex> index);
+
+    /// Called when the disk is too full for the index, as of a SegmentWriter; before the first segment is
+    /// put.
+    void setMakeRoom(SegmentWriter::MakeRoom makeRoom);
+
+    /// Notes what is known of a segment now; its path says which. To be called before its file is made.
+    void put(const RecordedSegment& segment);
+    /// Notes that a segment's file is gone.
+    void remove(const std::string& path);
+
+    /// Whether the segment of that path is being written by this process.
+    bool isOpen(const std::string& path) const;
+    /// Segments that the index does not know in their newest state.
+    std::size_t kept() const;
+
+    /// Enters everything now, on this thread. \returns false when the index does not take it, or there is
+    /// none
+    bool flush();
+    /// Ends the thread; what was not entered is for RecordingRepair. Nothing may be put any more.
+    void close();
+
+private:
+    enum class State
+    {
+        entered,
+        changed,
+        gone  // the file was removed
+    };
+    struct Item
+    {
+        RecordedSegment segment;
+        State state = State::changed;
+        std::uint64_t version = 0;
+        std::uint64_t first = 0;  ///< its first version
+    };
+    using Items = std::map<std::string, Item>;  // by path
+
+    void change(const std::string& path, const Item& item);
+    void bound();
+    void flushSoon(std::chrono::milliseconds delay);
+    void run();
+    bool flushTo(RecordingIndex& index);
+    bool enter(RecordingIndex& index, const Item& item) const;
+    void report(bool entered, const std::string& why);
+
+    const std::string directory_;
+    const Options options_;
+    const std::function<void()> forgotten_;
+    SegmentWriter::MakeRoom makeRoom_;
+
+    /// Held while the index is written to.
+    std::mutex flushMutex_;
+    bool failing_ = false;
+
+    mutable std::mutex mutex_;
+    std::shared_ptr<RecordingIndex> index_;
+    Items items_;
+    std::uint64_t version_ = 0;
+    bool flushPosted_ = false;
+    bool hasForgotten_ = false;
+
+    /// Last: its thread uses everything above.
+    TaskQueue queue_;
+};
+
+}  // namespace refhost
