@@ -1,31 +1,53 @@
 # ov_write_symbol_map(<file> <version> <folder>…): a linker's version script that shows what a host may bind to and
 # nothing else: the operations, tables and type information of every class that a header of the folders marks
-# OV_EXPORT and the source file beside it defines. Copies of templates and inline classes stay inside.
+# OV_EXPORT, where it is a template or the source file beside it defines it. Inline classes and everything of the C++
+# library stay inside.
 function(ov_write_symbol_map file version)
-    set(patterns "")
+    set(classes "")
+    set(templates "")
     foreach(folder ${ARGN})
         file(GLOB headers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.h")
         foreach(header ${headers})
+            set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${header}")
             string(REGEX REPLACE "\\.h$" ".cpp" source "${header}")
-            if(EXISTS "${source}")
-                set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${header}")
-                file(STRINGS "${header}" lines REGEX "^class OV_EXPORT [A-Za-z0-9_]+")
-                foreach(line ${lines})
-                    string(REGEX REPLACE "^class OV_EXPORT ([A-Za-z0-9_]+).*" "\\1" class "${line}")
-                    foreach(pattern "${class}::*" "vtable for ${class}" "typeinfo for ${class}" "typeinfo name for ${class}")
-                        string(REPLACE " " "?" pattern "${pattern}")
-                        string(APPEND patterns "            ${pattern};\n")
-                    endforeach()
-                endforeach()
-            endif()
+            file(STRINGS "${header}" lines REGEX "^(template |class OV_EXPORT )")
+            set(before "")
+            foreach(line ${lines})
+                if(line MATCHES "^class OV_EXPORT ([A-Za-z0-9_]+)")
+                    set(class "${CMAKE_MATCH_1}")
+                    if(before MATCHES "^template ")
+                        list(APPEND templates "${class}")
+                    elseif(EXISTS "${source}")
+                        list(APPEND classes "${class}")
+                    endif()
+                endif()
+                set(before "${line}")
+            endforeach()
+        endforeach()
+    endforeach()
+    list(REMOVE_DUPLICATES templates)
+
+    set(patterns "        extern \"C++\" {\n")
+    foreach(class ${classes})
+        foreach(pattern "${class}::*" "vtable for ${class}" "typeinfo for ${class}" "typeinfo name for ${class}")
+            string(REPLACE " " "?" pattern "${pattern}")
+            string(APPEND patterns "            ${pattern};\n")
+        endforeach()
+    endforeach()
+    string(APPEND patterns "        };\n")
+    # Names as the compiler has them, because only these tell the constructors and destructors of whole objects from
+    # those that none but a derived class would use: these stay inside, they are a fifth of all the names.
+    foreach(template ${templates})
+        string(LENGTH "${template}" length)
+        set(name "${length}${template}I")
+        foreach(pattern "_ZN${name}*E[CD][01][EI]*" "_ZN${name}*E[a-z0-9]*E*" "_ZNK${name}*E[a-z0-9]*E*" "_ZT[VIS]${name}*")
+            string(APPEND patterns "        ${pattern};\n")
         endforeach()
     endforeach()
     file(CONFIGURE OUTPUT "${file}" @ONLY CONTENT
 "${version} {
     global:
-        extern \"C++\" {
-@patterns@        };
-    local:
+@patterns@    local:
         *;
 };
 ")

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdio>
-#include <string>
 #include <typeinfo>
 
 #include "hostapi/base/RefCountManager.h"
@@ -39,7 +37,7 @@ public:
         {
             report("Construct from NULL original pointer");
         }
-        count_ = RefCountManager::getInstance()->retrieveRefCount(object, typeName());
+        count_ = RefCountManager::getInstance()->retrieveRefCount(object, nameOf(typeid(T)));
     }
 
     /// One more handle to what `source` holds.
@@ -78,7 +76,7 @@ public:
             report("Assigned NULL <T>pointer");
         }
         dec_reference();
-        addHolder(source.pointer_, source.count_);
+        addHolder(source.pointer_, source.count_, typeid(T));
         pointer_ = source.pointer_;
         count_ = source.count_;
         return *this;
@@ -95,7 +93,7 @@ public:
     }
 
     /// True for an empty or spent handle.
-    bool isEmpty() const noexcept
+    OV_INTERNAL bool isEmpty() const noexcept
     {
         return pointer_ == nullptr;
     }
@@ -110,16 +108,11 @@ public:
         {
             return;
         }
-        count_->lock();
-        if (count_->getPointer() != pointer_)
-        {
-            throw OVRuntimeError("not valid pointer in dec_reference");
-        }
-        if (count_->dec_reference() == 0)
+        if (removeHolder(pointer_, count_))
         {
             delete pointer_;
             pointer_ = nullptr;
-            RefCountManager::getInstance()->returnbackRefCount(count_, typeName());
+            giveBack(count_, typeid(T));
         }
         // Also a record just returned: the manager keeps its memory, and a locked record would stay so.
         count_->unLock();
@@ -129,9 +122,7 @@ public:
     /// text.
     [[noreturn]] static void report(const char* message)
     {
-        const std::string line = std::string("SafePointer Report:") + typeName() + " " + message;
-        std::printf("%s\n", line.c_str());
-        throw OVRuntimeError(line);
+        reportMisuse(typeid(T), message);
     }
 
 private:
@@ -139,20 +130,14 @@ private:
     friend class SafePointer;
     friend class HandleMap;
 
-    static const char* typeName()
-    {
-        const char* name = typeid(T).name();
-        return *name == '*' ? name + 1 : name;
-    }
-
     template <class U>
-    void copyFrom(const SafePointer<U>& source, const char* messageWhenEmpty)
+    OV_INTERNAL void copyFrom(const SafePointer<U>& source, const char* messageWhenEmpty)
     {
         if (source.pointer_ == nullptr)
         {
             report(messageWhenEmpty);
         }
-        addHolder(source.pointer_, source.count_);
+        addHolder(source.pointer_, source.count_, typeid(T));
         pointer_ = source.pointer_;
         count_ = source.count_;
     }
@@ -164,28 +149,6 @@ private:
         count_ = source.count_;
         source.pointer_ = nullptr;
         source.count_ = nullptr;
-    }
-
-    static void addHolder(const void* object, ref_count* record)
-    {
-        if (record == nullptr)
-        {
-            report("Already destructed 1");
-        }
-        if (record->lock() != 0)
-        {
-            report("Already destructed 2");
-        }
-        if (record->getPointer() != object)
-        {
-            throw OVRuntimeError("not valid pointer in inc_reference ");
-        }
-        if (record->inc_reference() == 0)
-        {
-            record->unLock();
-            report("Already destructed 3");
-        }
-        record->unLock();
     }
 
     T* pointer_;

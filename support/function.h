@@ -14,9 +14,13 @@ public:
     explicit function(function_obj_base<R>* object) : object_(object) {}
 
     /// Another handle to the same callable object.
-    function(const function&) = default;
+    function(const function& other) : object_(other.object_) {}
     /// Lets its callable object go and takes a handle to the other's.
-    function& operator=(const function&) = default;
+    function& operator=(const function& other)
+    {
+        object_ = other.object_;
+        return *this;
+    }
 
     virtual ~function() noexcept(false) {}
 

@@ -17,7 +17,7 @@ public:
 /// A member function without arguments bound to one object. A plain value; it does not own the object, which
 /// must outlive every invocation.
 template <class R, class C>
-struct bind_funcobj0
+struct OV_EXPORT bind_funcobj0
 {
     /// What is called.
     R (C::*member)();
@@ -36,6 +36,7 @@ class OV_EXPORT function_obj<R, R (*)()> : public function_obj_base<R>
 public:
     /// \param target  never null
     explicit function_obj(R (*target)()) : target_(target) {}
+    ~function_obj() noexcept(false) override {}
 
     R operator()() override
     {
@@ -53,6 +54,7 @@ class OV_EXPORT function_obj<R, bind_funcobj0<R, C>> : public function_obj_base<
 public:
     /// \param target  copied; neither of its pointers is null
     explicit function_obj(const bind_funcobj0<R, C>& target) : target_(target) {}
+    ~function_obj() noexcept(false) override {}
 
     R operator()() override
     {

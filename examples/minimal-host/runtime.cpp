@@ -28,27 +28,44 @@ int tell(const char* verb, const std::string& track)
 }
 }  // namespace
 
-// --- counted handles: one record for each object that a handle holds
-struct RefCountManager::Impl
+// --- counted handles: one record for each object that a handle holds. With one thread there is nobody to wait
+// for; a host with several gives each record a lock of its own and the table another.
+namespace
 {
-    std::map<void*, ref_count> records;
+struct Record : ref_count
+{
+    void* object = nullptr;
+    mutable int holders = 0;
 };
-RefCountManager::RefCountManager() : impl_(new Impl) {}
+struct Records : RefCountManager
+{
+    std::map<void*, Record> ofObjects;
+};
+Record& own(ref_count* record) { return *static_cast<Record*>(record); }
+}  // namespace
+
 RefCountManager* RefCountManager::getInstance()
 {
-    static RefCountManager* const manager = new RefCountManager;  // outlives every handle
-    return manager;
+    static Records* const records = new Records;  // outlives every handle
+    return records;
 }
 ref_count* RefCountManager::retrieveRefCount(void* object, const char*)
 {
-    ref_count& record = impl_->records[object];
-    record.pointer_ = object;
-    ++record.holders_;
+    Record& record = static_cast<Records*>(this)->ofObjects[object];
+    record.object = object;
+    ++record.holders;
     return &record;
 }
-void RefCountManager::returnbackRefCount(ref_count* record, const char*) { record->pointer_ = nullptr; }
-void ref_count::lockContended() const { std::abort(); }  // one thread alone never meets another
-int ref_count::releaseLast() { return holders_ = 0; }
+void RefCountManager::returnbackRefCount(ref_count* record, const char*) { own(record).object = nullptr; }
+int ref_count::lock() { return own(this).object == nullptr ? -1 : 0; }
+void ref_count::unLock() {}
+void* ref_count::getPointer() { return own(this).object; }
+int ref_count::inc_reference() const
+{
+    const Record& record = *static_cast<const Record*>(this);
+    return record.holders > 0 ? ++record.holders : 0;
+}
+int ref_count::dec_reference() { return --own(this).holders; }
 
 // --- mutex, time, numbers
 struct OVMutex::Impl

@@ -1,95 +1,50 @@
 #pragma once
 
-#include <atomic>
-
 #include "hostapi/base/HostExport.h"
 
 /// Count of the holders of one heap object, kept apart from the object and found by its address.
 ///
-/// Owned by RefCountManager, which hands out one record per living object and recycles it after the object
-/// is gone; the memory of a record stays valid for the life of the process, so that a late `unLock()` or a
-/// `lock()` through a stale handle never touches freed memory.
+/// Made and owned by RefCountManager, which hands out one record per living object and recycles it after the
+/// object is gone. A record's memory stays valid for the life of the process, so that a late unLock() or a
+/// lock() through a stale handle never touches freed memory.
 ///
-/// Threads: any. `lock()` and `unLock()` bracket every other operation. The uncontended pair costs one
-/// atomic exchange and one store; it makes no system call and looks nothing up.
+/// What a record consists of is the host's affair: it derives its own class from this one, keeps its state
+/// there and lets these operations work on it. The library only passes pointers on and calls the five; every
+/// copy and every release of a handle calls four of them, so they should cost next to nothing where nobody
+/// waits.
+///
+/// Threads: any. lock() and unLock() bracket every other operation.
 class OV_HOST_API ref_count
 {
 public:
-    ref_count() noexcept = default;
     ref_count(const ref_count&) = delete;
     ref_count& operator=(const ref_count&) = delete;
 
-    /// Takes the record's own lock; not recursive.
+    /// Waits for the record's own lock and takes it; not recursive. It is held for a few instructions, except
+    /// by the release of a last holder, which holds it while the object is destroyed.
     /// \returns 0 on success; non-zero, and the lock is not held, when the record no longer belongs to an
-    /// object
-    int lock() const
-    {
-        if (locked_.exchange(1, std::memory_order_acquire) != 0)
-        {
-            lockContended();
-        }
-        if (getPointer() == nullptr)
-        {
-            unLock();
-            return recordRetired;
-        }
-        return 0;
-    }
+    ///          object
+    int lock();
 
-    /// Gives the lock back. Harmless on a record that was returned to the manager meanwhile.
-    void unLock() const
-    {
-        locked_.store(0, std::memory_order_release);
-    }
+    /// Gives the lock back; on the thread that took it. Harmless on a record that was returned to the manager
+    /// meanwhile.
+    void unLock();
 
-    /// Address of the object that the record belongs to now; null once it was given back. Caller holds the
-    /// lock.
-    void* getPointer() const
-    {
-        return pointer_.load(std::memory_order_relaxed);
-    }
+    /// Requires: the lock is held.
+    /// \returns the address of the object that the record belongs to now; null once it was given back
+    void* getPointer();
 
-    /// Adds one holder. Caller holds the lock.
+    /// Adds one holder. Requires: the lock is held.
     /// \returns non-zero on success, 0 when the object is already being destroyed
-    int inc_reference() const
-    {
-        if (holders_ <= 0)
-        {
-            return 0;
-        }
-        ++holders_;
-        return 1;
-    }
+    int inc_reference() const;
 
-    /// Removes one holder. Caller holds the lock.
+    /// Removes one holder. Requires: the lock is held. Once the last holder has left, no holder can be added
+    /// any more and a handle to a new object at the same address gets another record; the caller destroys the
+    /// object and gives the record back to the manager.
     /// \returns 0 when the last holder has left, non-zero otherwise
-    int dec_reference()
-    {
-        if (holders_ > 1)
-        {
-            --holders_;
-            return 1;
-        }
-        return releaseLast();
-    }
+    int dec_reference();
 
-private:
-    friend class RefCountManager;
-    friend class RefCountInspector;  // what a host's own tests look at; no code outside of tests defines it
-
-    static constexpr int recordRetired = -1;
-
-    /// Waits until the lock was taken. The host's: it decides how to wait.
-    void lockContended() const;
-
-    /// Settles the last counted holder against those that the manager counted meanwhile. The host's.
-    /// \returns as dec_reference()
-    int releaseLast();
-
-    mutable std::atomic<int> locked_{0};
-    mutable int holders_{0};  // guarded by the lock
-    int retrieved_{0};        // holders added by the manager; guarded by the manager
-    // Atomic for a stale handle alone, which may look while the manager gives the record to another object.
-    std::atomic<void*> pointer_{nullptr};
-    ref_count* next_{nullptr};  // the manager's chain
+protected:
+    ref_count() = default;
+    ~ref_count() = default;
 };

@@ -6,6 +6,8 @@ Usage: check_symbols.py <libovmediacontrol.so> [--update]
   exported.txt    what of the library's own classes a host may bind to; nothing is missing, nothing is there besides
   undefined.txt   what of the host's classes the library binds to; everything else that it asks for must be the
                   C and C++ runtime's
+  device_runtime.txt  what the runtimes of devices offer of these classes; the library asks for nothing else, and it
+                  defines none of them for a host to see
   vtables.txt     which operation stands in which place of its class's table of virtual operations
 
 All of it carries the interface's version, and the library its soname.
@@ -29,25 +31,24 @@ RUNTIME = re.compile(r"@@?(GLIBC|GLIBCXX|CXXABI|GCC)_")
 # What the compiler's start files ask for, if it is there.
 OPTIONAL = {"__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__cxa_finalize"}
 # What linkers add to every shared object.
-LINKER = {"_init", "_fini", "_edata", "_end", "__bss_start", "__bss_start__", "__bss_end__", "_bss_end__", "__end__"}
+LINKER = {f"OVMEDIACONTROL_{MAJOR}", "_init", "_fini", "_edata", "_end", "__bss_start", "__bss_start__", "__bss_end__", "_bss_end__",
+          "__end__"}
 PREFIXES = ("vtable for ", "typeinfo name for ", "typeinfo for ", "non-virtual thunk to ", "virtual thunk to ")
 
 
 def own_classes():
-    """Names of the classes that the library's headers mark for export and its sources define.
+    """Names of the classes that the library's headers mark for export and its sources define, and of the templates
+    that they mark.
 
-    Templates and classes that are wholly inline leave copies wherever they are used: which of them the library
-    holds is the compiler's choice.
+    A class that is wholly inline leaves copies wherever it is used: which of them the library holds is the compiler's
+    choice. Of the templates it has all operations for those types that its sources name.
     """
     root = HERE.parent.parent
     names = set()
     for folder in ("support", "mediaurl", "live", "playback", "audioback"):
         for header in (root / folder).glob("*.h"):
-            if not header.with_suffix(".cpp").exists():
-                continue
-            text = header.read_text()
-            for match in re.finditer(r"(template\s*<[^>]*>\s*)?class OV_EXPORT (\w+)", text):
-                if not match.group(1):
+            for match in re.finditer(r"(template\s*<[^>]*>\s*)?class OV_EXPORT (\w+)", header.read_text()):
+                if match.group(1) or header.with_suffix(".cpp").exists():
                     names.add(match.group(2))
     return names
 
@@ -67,7 +68,7 @@ def plain(name):
 def class_of(name):
     for prefix in PREFIXES:
         if name.startswith(prefix):
-            return name[len(prefix):]
+            name = name[len(prefix):]
     return re.split(r"::|[<(\[ ]", name, maxsplit=1)[0]
 
 
@@ -78,8 +79,7 @@ def exported(library, classes):
 
 def leaks(library, classes):
     """What the library shows although nothing marks it for export."""
-    strong = [line.split(maxsplit=2) for line in symbols(library, "--defined-only")]
-    names = {plain(name) for _, kind, name in strong if kind in "TDBRG"}
+    names = {plain(line.split(maxsplit=2)[2]) for line in symbols(library, "--defined-only")}
     return sorted(name for name in names if class_of(name) not in classes and name not in LINKER)
 
 
@@ -94,6 +94,12 @@ def asked_for(library):
 def undefined(library):
     # Which types of the host are named beside their operations is the compiler's choice.
     return sorted({name for name in asked_for(library) if not name.startswith(PREFIXES)})
+
+
+def not_on_devices(library):
+    """What the library asks of its host that the runtimes of devices do not have. Tables are the compiler's choice."""
+    offered = set((HERE / "device_runtime.txt").read_text().splitlines())
+    return sorted({name for name in asked_for(library) if not name.startswith("vtable for ")} - offered)
 
 
 def host_classes():
@@ -126,9 +132,10 @@ def tables(library, classes, golden):
     """A line for each place of each table. An operation may have several names: the golden one is taken if it is there."""
     rows = []
     for class_name, places in vtables.operations(library):
-        (name,) = readable([class_name.lstrip("0123456789")])
-        if name not in classes:
+        (name,) = readable(["_ZTV" + class_name])
+        if class_of(name) not in classes:
             continue
+        name = name[len("vtable for "):].replace(" ", "")
         for place, symbols_there in enumerate(places):
             found = {f"{name} {place} {text}" for text in readable(sorted(symbols_there))} if symbols_there else set()
             rows.append(sorted(found & golden or found or {f"{name} {place} nothing that the library shows"})[0])
@@ -160,13 +167,16 @@ def main():
     strangers = [name for name in asked_for(library) if class_of(name) not in host_classes()]
     for name in strangers:
         print(f"the library asks for what neither the host contract nor the runtime has: {name}")
+    missing = not_on_devices(library)
+    for name in missing:
+        print(f"the library asks for what no device's runtime offers: {name}")
     shown = leaks(library, classes)
     for name in shown:
         print(f"the library shows what nothing marks for export: {name}")
     unversioned = list(strange_versions(library, classes))
     for fault in unversioned:
         print(fault)
-    return 0 if all(results) and not strangers and not shown and not unversioned else 1
+    return 0 if all(results) and not strangers and not missing and not shown and not unversioned else 1
 
 
 if __name__ == "__main__":

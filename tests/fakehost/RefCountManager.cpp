@@ -1,5 +1,6 @@
 #include "hostapi/base/RefCountManager.h"
 
+#include <atomic>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -9,105 +10,169 @@
 #include "hostapi/base/ref_count.h"
 #include "tests/fakehost/RefCountInspector.h"
 
+namespace
+{
+
+struct FakeRecord : ref_count
+{
+    void take()
+    {
+        while (locked.exchange(true, std::memory_order_acquire))
+        {
+            std::this_thread::yield();
+        }
+    }
+
+    void leave()
+    {
+        locked.store(false, std::memory_order_release);
+    }
+
+    std::atomic<bool> locked{false};
+    std::atomic<void*> object{nullptr};
+    mutable int holders = 0;  // guarded by the record's lock
+    int retrieved = 0;        // holders added by the manager; guarded by its mutex
+    FakeRecord* next = nullptr;
+};
+
+FakeRecord* fake(ref_count* record)
+{
+    return static_cast<FakeRecord*>(record);
+}
+
 // Lock order: a record's own lock, then the table's mutex. Only a record in no use (fresh, or from the free
 // list, where nobody keeps the lock for longer than a look) is locked the other way round.
-struct RefCountManager::Impl
+struct FakeTable : RefCountManager
 {
+    static FakeTable& instance()
+    {
+        static FakeTable* const table = new FakeTable;
+        return *table;
+    }
+
+    // Settles the last counted holder against those that were retrieved meanwhile; as dec_reference().
+    int settle(FakeRecord* last)
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        last->holders += last->retrieved - 1;
+        last->retrieved = 0;
+        if (last->holders > 0)
+        {
+            return 1;
+        }
+        // From here on the address may be another object's: the allocator gives it away before the record is
+        // back.
+        byObject.erase(last->object);
+        return 0;
+    }
+
     std::mutex mutex;
-    std::unordered_map<const void*, ref_count*> byObject;
-    std::deque<ref_count> records;
-    ref_count* free = nullptr;
+    std::unordered_map<const void*, FakeRecord*> byObject;
+    std::deque<FakeRecord> records;
+    FakeRecord* free = nullptr;
     bool returnNull = false;
     std::string retrievedType;
     std::string returnedType;
 };
 
-RefCountManager::RefCountManager() : impl_(new Impl) {}
-
-RefCountManager::~RefCountManager()
-{
-    delete impl_;
-}
+}  // namespace
 
 RefCountManager* RefCountManager::getInstance()
 {
-    static RefCountManager* const manager = new RefCountManager;
-    return manager;
+    return &FakeTable::instance();
 }
 
 ref_count* RefCountManager::retrieveRefCount(void* object, const char* typeName)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->retrievedType = typeName;
-    if (impl_->returnNull)
+    FakeTable& table = FakeTable::instance();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    table.retrievedType = typeName;
+    if (table.returnNull)
     {
-        impl_->returnNull = false;
+        table.returnNull = false;
         return nullptr;
     }
-    ref_count*& record = impl_->byObject[object];
+    FakeRecord*& record = table.byObject[object];
     if (record != nullptr)
     {
-        ++record->retrieved_;
+        ++record->retrieved;
         return record;
     }
-    if (impl_->free == nullptr)
+    if (table.free == nullptr)
     {
-        record = &impl_->records.emplace_back();
+        record = &table.records.emplace_back();
     }
     else
     {
-        record = impl_->free;
-        impl_->free = record->next_;
+        record = table.free;
+        table.free = record->next;
     }
-    while (record->locked_.exchange(1, std::memory_order_acquire) != 0)
-    {
-        std::this_thread::yield();
-    }
-    record->next_ = nullptr;
-    record->pointer_ = object;
-    record->holders_ = 1;
-    record->retrieved_ = 0;
-    record->unLock();
+    record->take();
+    record->next = nullptr;
+    record->object = object;
+    record->holders = 1;
+    record->retrieved = 0;
+    record->leave();
     return record;
 }
 
 void RefCountManager::returnbackRefCount(ref_count* record, const char* typeName)
 {
-    const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->returnedType = typeName;
-    record->pointer_ = nullptr;
-    record->next_ = impl_->free;
-    impl_->free = record;
+    FakeTable& table = FakeTable::instance();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    table.returnedType = typeName;
+    fake(record)->object = nullptr;
+    fake(record)->next = table.free;
+    table.free = fake(record);
 }
 
-void ref_count::lockContended() const
+int ref_count::lock()
 {
-    while (locked_.exchange(1, std::memory_order_acquire) != 0)
+    fake(this)->take();
+    if (getPointer() == nullptr)
     {
-        std::this_thread::yield();
+        unLock();
+        return -1;
     }
+    return 0;
 }
 
-int ref_count::releaseLast()
+void ref_count::unLock()
 {
-    RefCountManager::Impl& table = *RefCountManager::getInstance()->impl_;
-    const std::lock_guard<std::mutex> lock(table.mutex);
-    holders_ += retrieved_ - 1;
-    retrieved_ = 0;
-    if (holders_ > 0)
+    fake(this)->leave();
+}
+
+void* ref_count::getPointer()
+{
+    return fake(this)->object;
+}
+
+int ref_count::inc_reference() const
+{
+    const FakeRecord* const record = static_cast<const FakeRecord*>(this);
+    if (record->holders <= 0)
     {
+        return 0;
+    }
+    ++record->holders;
+    return 1;
+}
+
+int ref_count::dec_reference()
+{
+    FakeRecord* const record = fake(this);
+    if (record->holders > 1)
+    {
+        --record->holders;
         return 1;
     }
-    // From here on the address may be another object's: the allocator gives it away before the record is
-    // back.
-    table.byObject.erase(pointer_);
-    return 0;
+    return FakeTable::instance().settle(record);
 }
 
 ref_count* RefCountInspector::recordOf(const void* object)
 {
-    RefCountManager::Impl& table = *RefCountManager::getInstance()->impl_;
-    const std::lock_guard<std::mutex> lock(table.mutex);
+    FakeTable& table = FakeTable::instance();
+    const std::lock_guard<std::mutex> guard(table.mutex);
     const auto found = table.byObject.find(object);
     return found == table.byObject.end() ? nullptr : found->second;
 }
@@ -119,48 +184,48 @@ int RefCountInspector::holders(const void* object)
     {
         return 0;
     }
-    RefCountManager::Impl& table = *RefCountManager::getInstance()->impl_;
-    const std::lock_guard<std::mutex> lock(table.mutex);
-    const int holders = record->holders_ + record->retrieved_;
+    FakeTable& table = FakeTable::instance();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    const int holders = fake(record)->holders + fake(record)->retrieved;
     record->unLock();
     return holders;
 }
 
 std::size_t RefCountInspector::recordsInUse()
 {
-    RefCountManager::Impl& table = *RefCountManager::getInstance()->impl_;
-    const std::lock_guard<std::mutex> lock(table.mutex);
+    FakeTable& table = FakeTable::instance();
+    const std::lock_guard<std::mutex> guard(table.mutex);
     return table.byObject.size();
 }
 
 void RefCountInspector::setPointer(ref_count* record, void* object)
 {
-    record->pointer_ = object;
+    fake(record)->object = object;
 }
 
 void RefCountInspector::setHolders(ref_count* record, int holders)
 {
-    record->holders_ = holders;
+    fake(record)->holders = holders;
 }
 
 bool RefCountInspector::isLocked(const ref_count* record)
 {
-    return record->locked_.load() != 0;
+    return static_cast<const FakeRecord*>(record)->locked;
 }
 
 void RefCountInspector::returnNullOnce()
 {
-    RefCountManager::Impl& table = *RefCountManager::getInstance()->impl_;
-    const std::lock_guard<std::mutex> lock(table.mutex);
+    FakeTable& table = FakeTable::instance();
+    const std::lock_guard<std::mutex> guard(table.mutex);
     table.returnNull = true;
 }
 
 const char* RefCountInspector::lastRetrievedType()
 {
-    return RefCountManager::getInstance()->impl_->retrievedType.c_str();
+    return FakeTable::instance().retrievedType.c_str();
 }
 
 const char* RefCountInspector::lastReturnedType()
 {
-    return RefCountManager::getInstance()->impl_->returnedType.c_str();
+    return FakeTable::instance().returnedType.c_str();
 }

@@ -8,22 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "refhost/base/CountRecord.h"
 #include "support/SafePointer.h"
-
-/// Looks at what a count record keeps to itself.
-class RefCountInspector
-{
-public:
-    static int holders(const ref_count& record)
-    {
-        return record.holders_;
-    }
-
-    static int retrieved(const ref_count& record)
-    {
-        return record.retrieved_;
-    }
-};
 
 namespace
 {
@@ -48,6 +34,11 @@ RefCountManager& manager()
     return *RefCountManager::getInstance();
 }
 
+const CountRecord& inside(const ref_count* record)
+{
+    return static_cast<const CountRecord&>(*record);
+}
+
 /// Releases one hold as a handle does. \returns true when it was the last, and the record went back
 bool release(ref_count* record)
 {
@@ -70,13 +61,13 @@ TEST(RefCountManager, RetrievalCountsAHolderWithoutTheRecordsLock)
     ASSERT_EQ(0, record->lock());
 
     ASSERT_EQ(record, manager().retrieveRefCount(&object, "int"));
-    EXPECT_EQ(1, RefCountInspector::holders(*record));
-    EXPECT_EQ(1, RefCountInspector::retrieved(*record));
+    EXPECT_EQ(1, inside(record).holders());
+    EXPECT_EQ(1, inside(record).retrieved());
 
     record->unLock();
     EXPECT_FALSE(release(record));
-    EXPECT_EQ(1, RefCountInspector::holders(*record));
-    EXPECT_EQ(0, RefCountInspector::retrieved(*record));
+    EXPECT_EQ(1, inside(record).holders());
+    EXPECT_EQ(0, inside(record).retrieved());
     EXPECT_TRUE(release(record));
 }
 

@@ -1,0 +1,62 @@
+#include "refhost/base/CountRecord.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace
+{
+
+void pause()
+{
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) || defined(__arm__)
+    asm volatile("yield");
+#endif
+}
+
+}  // namespace
+
+// No futex: leave() would have to look for sleepers, an atomic exchange instead of a plain store, and every
+// copy of a handle would pay for it. The lock is held for a few instructions, except while an object is
+// destroyed, and by somebody who was interrupted; both are waited for asleep.
+void CountRecord::takeContended()
+{
+    // Long enough for the holder to go on with its next handles: a lock that changes hands, and processors, at
+    // every turn takes both threads three times as long.
+    constexpr int shortestSpin = 8;
+    constexpr int longestSpin = 64;
+    constexpr int yields = 32;
+    constexpr std::chrono::microseconds longestSleep(1000);
+
+    const auto taken = [this]
+    {
+        return locked_.load(std::memory_order_relaxed) == 0 &&
+               locked_.exchange(1, std::memory_order_acquire) == 0;
+    };
+
+    for (int spin = shortestSpin; spin <= longestSpin; spin *= 2)
+    {
+        for (int i = 0; i < spin; ++i)
+        {
+            pause();
+        }
+        if (taken())
+        {
+            return;
+        }
+    }
+    for (int i = 0; i < yields; ++i)
+    {
+        std::this_thread::yield();
+        if (taken())
+        {
+            return;
+        }
+    }
+    for (std::chrono::microseconds sleep(20); !taken(); sleep = std::min(sleep * 2, longestSleep))
+    {
+        std::this_thread::sleep_for(sleep);
+    }
+}

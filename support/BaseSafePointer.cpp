@@ -1,0 +1,3 @@
+#include "support/BaseSafePointer.h"
+
+BaseSafePointer::~BaseSafePointer() noexcept(false) = default;
