@@ -1,6 +1,9 @@
 #include "refhost/device/CameraStream.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <system_error>
 #include <utility>
 
 #include "refhost/base/Log.h"
@@ -22,16 +25,60 @@ bool sameTracks(const std::vector<SubMediaInfo>& left, const std::vector<SubMedi
 }  // namespace
 
 CameraStream::CameraStream(const StreamConfig& config, const std::string& title, const Options& options,
-                           std::function<void()> changed)
-    : config_(config), title_(title), options_(options), changed_(std::move(changed))
+                           std::shared_ptr<TaskQueue> queue, std::function<void()> changed)
+    : config_(config),
+      title_(title),
+      options_(options),
+      changed_(std::move(changed)),
+      queue_(std::move(queue))
 {
 }
 
 CameraStream::~CameraStream()
 {
-    // First the thread that uses the pipeline, then the pipeline whose threads post to the queue.
-    queue_.close();
-    pipeline_.reset();
+    close();
+    awaitEnd(Clock::now() + options_.endDeadline);
+}
+
+void CameraStream::close()
+{
+    {
+        const std::lock_guard<std::mutex> guard(life_->mutex);
+        life_->alive = false;
+    }
+    for (const auto* runner : {&pipeline_, &ending_})
+    {
+        if (*runner)
+        {
+            (*runner)->mute();
+            (*runner)->stop();
+        }
+    }
+}
+
+void CameraStream::awaitEnd(Clock::time_point deadline)
+{
+    for (auto* runner : {&pipeline_, &ending_})
+    {
+        if (*runner && !(*runner)->awaitEnd(deadline))
+        {
+            Log::warning("{}: the source does not end, it is abandoned", title_);
+        }
+        runner->reset();
+    }
+}
+
+void CameraStream::post(TaskQueue::Task task, std::chrono::milliseconds delay)
+{
+    const auto unlessClosed = [life = life_, task = std::move(task)]
+    {
+        const std::lock_guard<std::mutex> guard(life->mutex);
+        if (life->alive)
+        {
+            task();
+        }
+    };
+    queue_->post(unlessClosed, delay);
 }
 
 StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& tracks)
@@ -52,8 +99,8 @@ StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& trac
     {
         describing_ = true;
         const std::uint64_t wish = ++descriptionWish_;
-        queue_.post([this] { update(); });
-        queue_.post([this, wish] { onDeadline(wish); }, options_.describeDeadline);
+        post([this] { update(); });
+        post([this, wish] { onDeadline(wish); }, options_.describeDeadline);
     }
     return Description::starting;
 }
@@ -65,7 +112,7 @@ void CameraStream::attach(const std::string& trackId, int payloadSize, std::shar
     if (!tap)
     {
         tap = std::make_shared<PacketTap>();
-        queue_.post([this] { update(); });
+        post([this] { update(); });
     }
     tap->add(std::move(sink));
 }
@@ -85,7 +132,7 @@ void CameraStream::detach(const AccessUnitSink* sink)
     {
         if (tap->remove(sink) && tap->isEmpty())
         {
-            queue_.post([this] { update(); });
+            post([this] { update(); });
         }
     }
 }
@@ -113,7 +160,7 @@ void CameraStream::acquire()
         restartScheduled_ = false;
         update();
     };
-    queue_.post(startAtOnce);
+    post(startAtOnce);
 }
 
 void CameraStream::release()
@@ -121,7 +168,7 @@ void CameraStream::release()
     const std::lock_guard<std::mutex> guard(mutex_);
     if (viewers_ > 0 && --viewers_ == 0)
     {
-        queue_.post([this] { update(); });
+        post([this] { update(); });
     }
 }
 
@@ -135,7 +182,7 @@ void CameraStream::requestKeyFrame()
     keyFrameAsked_ = true;
     const auto pause = std::chrono::duration_cast<std::chrono::milliseconds>(
         keyFrameAt_ + options_.keyFrameInterval - Clock::now());
-    queue_.post([this] { sendKeyFrameRequest(); }, std::max(pause, std::chrono::milliseconds(0)));
+    post([this] { sendKeyFrameRequest(); }, std::max(pause, std::chrono::milliseconds(0)));
 }
 
 int CameraStream::starts() const
@@ -163,7 +210,7 @@ void CameraStream::update()
     {
         if (pipeline_)
         {
-            pipeline_->setTaps(usedTaps());
+            setTaps();
             scheduleStop();
         }
         return;
@@ -172,9 +219,10 @@ void CameraStream::update()
     ++wishes_;
     if (pipeline_)
     {
-        pipeline_->setTaps(usedTaps());
+        setTaps();
     }
-    else if (describing || !restartScheduled_)
+    // Before it has ended, the source's device may not be free yet.
+    else if (!ending_ && (describing || !restartScheduled_))
     {
         start();
     }
@@ -182,43 +230,119 @@ void CameraStream::update()
 
 void CameraStream::start()
 {
-    const std::uint64_t run = ++run_;
+    ++run_;
     restartScheduled_ = false;
     startedAt_ = Clock::now();
+    if (PipelineRunner::abandoned(title_) >= options_.maxAbandoned)
+    {
+        fail("too many of its sources hang: it waits until one of them ends");
+        return;
+    }
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         ++starts_;
         running_ = true;
     }
     Log::info("{}: starting", title_);
-    StreamPipeline::Events events;
-    events.described = [this, run] { queue_.post([this, run] { onDescribed(run, false); }); };
-    events.ended = [this, run](const std::string& why)
-    { queue_.post([this, run, why] { onEnded(run, why); }); };
-    pipeline_ = std::make_unique<StreamPipeline>(config_, title_, way_, mediaTap_, std::move(events));
-    std::string error;
-    if (!pipeline_->start(usedTaps(), error))
+    try
     {
-        // An error message of the bus says more than that it did not start; it is queued before this.
-        queue_.post([this, run, error] { onEnded(run, error); });
-        return;
+        startPipeline();
     }
-    queue_.post([this, run] { checkForSilence(run, 0); }, options_.longestSilence);
+    catch (const std::system_error& error)
+    {
+        fail(fmt::format("the source cannot be started: {}", error.what()));
+    }
+}
+
+void CameraStream::startPipeline()
+{
+    const std::uint64_t run = run_;
+    PipelineRunner::Events events;
+    events.pipeline.described = [this, run] { post([this, run] { onDescribed(run, false); }); };
+    events.pipeline.ended = [this, run](const std::string& why)
+    { post([this, run, why] { onEnded(run, why); }); };
+    events.pipeline.clockUnusable = [this](const std::string& why)
+    { post([this, why] { onClockUnusable(why); }); };
+    events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
+    pipeline_ =
+        std::make_unique<PipelineRunner>(config_, title_, way_, mediaTap_, usedTaps(), std::move(events));
+    post([this, run] { checkForSilence(run, 0); }, options_.longestSilence);
+}
+
+void CameraStream::setTaps()
+{
+    pipeline_->setTaps(usedTaps());
+    post([this, run = run_] { checkForHang(run); }, options_.endDeadline);
 }
 
 void CameraStream::stop()
 {
-    ++run_;
-    pipeline_.reset();
+    endingRun_ = run_++;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         running_ = false;
     }
+    if (!pipeline_)
+    {
+        finishStop();
+        return;
+    }
+    ending_ = std::move(pipeline_);
+    ending_->stop();
+    post([this, run = endingRun_] { onEndDeadline(run); }, options_.endDeadline);
+}
+
+void CameraStream::onStopped(std::uint64_t run)
+{
+    if (ending_ && run == endingRun_)
+    {
+        ending_.reset();
+        finishStop();
+        update();
+    }
+}
+
+void CameraStream::onEndDeadline(std::uint64_t run)
+{
+    if (!ending_ || run != endingRun_)
+    {
+        return;
+    }
+    const bool ended = ending_->awaitEnd(Clock::now());
+    ending_.reset();
+    if (!ended)
+    {
+        Log::warning("{}: the source does not end, it is abandoned; {} of this stream hang now", title_,
+                     PipelineRunner::abandoned(title_));
+    }
+    finishStop();
+    update();
+}
+
+void CameraStream::finishStop()
+{
     for (const auto& [key, tap] : usedTaps())
     {
         tap->discontinuity();
     }
     mediaTap_->discontinuity();
+}
+
+void CameraStream::checkForHang(std::uint64_t run)
+{
+    if (run == run_ && pipeline_ && pipeline_->busyFor() >= options_.endDeadline)
+    {
+        fail("the source hangs");
+    }
+}
+
+void CameraStream::onClockUnusable(const std::string& why)
+{
+    if (!clockTold_)
+    {
+        clockTold_ = true;
+        Log::warning("{}: {}: media are dated by their arrival", title_, why);
+    }
 }
 
 void CameraStream::onDescribed(std::uint64_t run, bool partial)
@@ -281,7 +405,7 @@ void CameraStream::checkForSilence(std::uint64_t run, std::uint64_t packetsBefor
         fail("the source fell silent");
         return;
     }
-    queue_.post([this, run, packets] { checkForSilence(run, packets); }, options_.longestSilence);
+    post([this, run, packets] { checkForSilence(run, packets); }, options_.longestSilence);
 }
 
 void CameraStream::onEnded(std::uint64_t run, const std::string& why)
@@ -342,7 +466,7 @@ void CameraStream::scheduleStop()
             stop();
         }
     };
-    queue_.post(stopUnlessWanted, options_.linger);
+    post(stopUnlessWanted, options_.linger);
 }
 
 void CameraStream::scheduleRestart()
@@ -359,7 +483,7 @@ void CameraStream::scheduleRestart()
             update();
         }
     };
-    queue_.post(restart, pause);
+    post(restart, pause);
 }
 
 void CameraStream::sendKeyFrameRequest()

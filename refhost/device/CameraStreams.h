@@ -25,6 +25,9 @@ public:
     bool describeBackChannel(int cameraId, SubMediaInfo& out) override;
 
 private:
+    void makeThreads();
+
+    const std::shared_ptr<TaskQueue> queue_ = std::make_shared<TaskQueue>();
     std::map<std::pair<int, int>, std::shared_ptr<CameraStream>> streams_;
     std::map<int, SubMediaInfo> backChannels_;  // by camera, of those that have one
 };

@@ -1,6 +1,7 @@
 #include "refhost/device/CaptureClock.h"
 
 #include "refhost/base/HostClock.h"
+#include "refhost/device/SourceClock.h"
 
 namespace refhost
 {
@@ -14,8 +15,9 @@ std::int64_t CaptureClock::monotonicNs(GstClockTime timestamp, const GstSegment*
     {
         return HostClock::system().monotonicNs();
     }
+    const std::int64_t media = sign * static_cast<std::int64_t>(running);
     return static_cast<std::int64_t>(gst_element_get_base_time(pipeline)) +
-           sign * static_cast<std::int64_t>(running);
+           (source ? source->captured(media) : media);
 }
 
 }  // namespace refhost

@@ -3,15 +3,20 @@
 #include <gst/gst.h>
 
 #include <cstdint>
+#include <memory>
 
 namespace refhost
 {
+
+class SourceClock;
 
 /// Turns the timestamps of a running pipeline's buffers into the monotonic clock, which a pipeline runs on.
 /// What the wall clock shows then is left to who dates media (HostClock::wall()): it may be set at any time.
 struct CaptureClock
 {
     GstElement* pipeline;  ///< its base time is used
+    /// Says when media were captured whose source has a clock of its own; null where timestamps say it.
+    std::shared_ptr<const SourceClock> source = nullptr;
 
     /// \returns HostClock::monotonicNs() at `timestamp` of a segment; now, when the timestamp is not known
     std::int64_t monotonicNs(GstClockTime timestamp, const GstSegment* segment) const;

@@ -46,7 +46,7 @@ bool CaptureSource::build(GstBin* pipeline, std::string& error)
     const GstObjectPtr<GstElement> camera(gst_bin_get_by_name(GST_BIN(capture), "camera"));
     g_object_set(camera.get(), "device", node.c_str(), nullptr);
     DecodeStage::Events events;
-    events.pad = [this](GstPad* pad, const GstCaps* caps) { sink_.addPad(pad, caps); };
+    events.pad = [this](GstPad* pad, const GstCaps* caps) { sink_.addPad(pad, caps, nullptr); };
     events.complete = [this] { sink_.padsComplete(); };
     decoder_ = std::make_unique<DecodeStage>(pipeline, std::move(events));
     const GstObjectPtr<GstPad> pad(gst_element_get_static_pad(capture, "src"));

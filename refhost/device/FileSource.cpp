@@ -96,7 +96,7 @@ void FileSource::addPad(GstPad* pad, const GstCaps* caps)
     GstElement* chain = makeBin(chainLine(caps), error);
     if (chain == nullptr)
     {
-        sink_.sourceEnded(error);
+        sink_.sourceEnded(error, false);
         return;
     }
     gst_bin_add(pipeline_, chain);
@@ -117,7 +117,7 @@ void FileSource::addPad(GstPad* pad, const GstCaps* caps)
     constexpr auto everything =
         static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_DATA_DOWNSTREAM | GST_PAD_PROBE_TYPE_EVENT_FLUSH);
     gst_pad_add_probe(exit.get(), everything, &FileSource::onData, track, nullptr);
-    sink_.addPad(exit.get(), caps);
+    sink_.addPad(exit.get(), caps, nullptr);
     gst_element_sync_state_with_parent(chain);
     const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(chain, "sink"));
     gst_pad_link(pad, entry.get());
@@ -152,7 +152,7 @@ GstPadProbeReturn FileSource::onBuffer(Track& track, GstPadProbeInfo* info)
     if (!placed)
     {
         sink_.sourceEnded(
-            "the file tells no times, a bare elementary stream: put it into a container such as MP4");
+            "the file tells no times, a bare elementary stream: put it into a container such as MP4", false);
         return GST_PAD_PROBE_DROP;
     }
     buffer = gst_buffer_make_writable(buffer);
@@ -227,7 +227,7 @@ void FileSource::rewind()
     const bool done = gst_pad_send_event(seekPad_.get(), seek);
     if (!done)
     {
-        sink_.sourceEnded("the file cannot be played from its start again");
+        sink_.sourceEnded("the file cannot be played from its start again", false);
     }
     const std::lock_guard<std::mutex> guard(mutex_);
     rewinding_ = false;

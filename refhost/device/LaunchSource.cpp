@@ -52,8 +52,8 @@ bool LaunchSource::tap(GstBin* pipeline, GstElement* line, const char* name, std
     }
     GstPad* exit = gst_ghost_pad_new(name, pad.get());
     gst_element_add_pad(line, exit);
-    GstElement* pace =
-        makeBin("queue max-size-time=1000000000 max-size-bytes=0 max-size-buffers=0 ! clocksync", error);
+    GstElement* pace = makeBin(
+        "queue max-size-time=1000000000 max-size-bytes=0 max-size-buffers=0 ! clocksync name=pace", error);
     if (pace == nullptr)
     {
         return false;
@@ -62,8 +62,10 @@ bool LaunchSource::tap(GstBin* pipeline, GstElement* line, const char* name, std
     const GstObjectPtr<GstPad> paceEntry(gst_element_get_static_pad(pace, "sink"));
     const GstObjectPtr<GstPad> paceExit(gst_element_get_static_pad(pace, "src"));
     gst_pad_link(exit, paceEntry.get());
+    gst_pad_add_probe(paceEntry.get(), GST_PAD_PROBE_TYPE_BUFFER, &LaunchSource::onFirstBuffer, nullptr,
+                      nullptr);
     DecodeStage::Events events;
-    events.pad = [this](GstPad* media, const GstCaps* caps) { sink_.addPad(media, caps); };
+    events.pad = [this](GstPad* media, const GstCaps* caps) { sink_.addPad(media, caps, nullptr); };
     events.complete = [this]
     {
         if (--openParts_ == 0)
@@ -74,6 +76,25 @@ bool LaunchSource::tap(GstBin* pipeline, GstElement* line, const char* name, std
     ++openParts_;
     decoders_.push_back(std::make_unique<DecodeStage>(pipeline, std::move(events)));
     return decoders_.back()->open(paceExit.get(), error);
+}
+
+GstPadProbeReturn LaunchSource::onFirstBuffer(GstPad* entry, GstPadProbeInfo*, gpointer)
+{
+    // Live media come in real time by themselves. Pacing would hold them back for the latency that the line
+    // declares, which is for sinks that show them.
+    const GstValuePtr<GstQuery> query(gst_query_new_latency());
+    gboolean live = FALSE;
+    if (gst_pad_peer_query(entry, query.get()))
+    {
+        gst_query_parse_latency(query.get(), &live, nullptr, nullptr);
+    }
+    if (live)
+    {
+        const GstObjectPtr<GstElement> bin(gst_pad_get_parent_element(entry));
+        const GstObjectPtr<GstElement> pace(gst_bin_get_by_name(GST_BIN(bin.get()), "pace"));
+        g_object_set(pace.get(), "sync", FALSE, nullptr);
+    }
+    return GST_PAD_PROBE_REMOVE;
 }
 
 }  // namespace refhost

@@ -11,7 +11,8 @@ namespace refhost
 {
 
 /// A GStreamer launch line of the user's, whose elements named "video" and "audio" end in open source pads.
-/// Their media leave in real time even where the line would make them faster.
+/// Their media leave in real time even where the line would make them faster, and those of a live line at
+/// once.
 class LaunchSource : public MediaSource
 {
 public:
@@ -20,6 +21,8 @@ public:
     bool build(GstBin* pipeline, std::string& error) override;
 
 private:
+    static GstPadProbeReturn onFirstBuffer(GstPad* entry, GstPadProbeInfo* info, gpointer);
+
     bool tap(GstBin* pipeline, GstElement* line, const char* name, std::string& error);
 
     StreamConfig config_;

@@ -34,8 +34,12 @@ std::shared_ptr<const MediaFormat> formatOf(MediaCoding coding, const GstCaps* c
 }  // namespace
 
 MediaProbe::MediaProbe(GstPad* pad, MediaCoding coding, const CaptureClock& clock,
-                       std::shared_ptr<MediaTap> tap)
-    : pad_(GST_PAD(gst_object_ref(pad))), coding_(coding), clock_(clock), tap_(std::move(tap))
+                       std::shared_ptr<MediaTap> tap, DeliveryGate::Ptr gate)
+    : pad_(GST_PAD(gst_object_ref(pad))),
+      coding_(coding),
+      clock_(clock),
+      tap_(std::move(tap)),
+      gate_(std::move(gate))
 {
     probe_ = gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &MediaProbe::onBuffer, this, nullptr);
 }
@@ -48,7 +52,7 @@ MediaProbe::~MediaProbe()
 GstPadProbeReturn MediaProbe::onBuffer(GstPad*, GstPadProbeInfo* info, gpointer self)
 {
     auto* probe = static_cast<MediaProbe*>(self);
-    if (!probe->tap_->isEmpty())
+    if (!probe->tap_->isEmpty() && probe->gate_->isOpen())
     {
         probe->take(GST_PAD_PROBE_INFO_BUFFER(info));
     }

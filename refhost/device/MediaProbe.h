@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "refhost/device/CaptureClock.h"
+#include "refhost/device/DeliveryGate.h"
 #include "refhost/device/GstHandles.h"
 #include "refhost/device/MediaCoding.h"
 #include "refhost/device/MediaTap.h"
@@ -18,7 +19,8 @@ namespace refhost
 class MediaProbe
 {
 public:
-    MediaProbe(GstPad* pad, MediaCoding coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap);
+    MediaProbe(GstPad* pad, MediaCoding coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
+               DeliveryGate::Ptr gate);
     ~MediaProbe();
     MediaProbe(const MediaProbe&) = delete;
     MediaProbe& operator=(const MediaProbe&) = delete;
@@ -32,6 +34,7 @@ private:
     MediaCoding coding_;
     CaptureClock clock_;
     std::shared_ptr<MediaTap> tap_;
+    DeliveryGate::Ptr gate_;
     gulong probe_ = 0;
     GstValuePtr<GstCaps> caps_;  ///< that format_ was made of
     std::shared_ptr<const MediaFormat> format_;

@@ -4,10 +4,28 @@
 #include "refhost/device/FileSource.h"
 #include "refhost/device/LaunchSource.h"
 #include "refhost/device/RtspSource.h"
+#include "refhost/device/RtspTcpSource.h"
 #include "refhost/device/SyntheticSource.h"
 
 namespace refhost
 {
+
+namespace
+{
+
+std::unique_ptr<MediaSource> makeRtspSource(const StreamConfig& config, unsigned way, MediaSink& sink)
+{
+    const bool encrypted = config.source.location.rfind("rtsps://", 0) == 0;
+    const bool tcp = way % 2 == 0;
+    if (tcp && !encrypted)
+    {
+        return std::make_unique<RtspTcpSource>(config, sink);
+    }
+    return std::make_unique<RtspSource>(config, tcp ? RtspSource::Transport::tcp : RtspSource::Transport::udp,
+                                        sink);
+}
+
+}  // namespace
 
 std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const std::string& title,
                                                unsigned way, MediaSink& sink)
@@ -21,8 +39,7 @@ std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const
         case SourceConfig::Kind::v4l2:
             return std::make_unique<CaptureSource>(config, sink);
         case SourceConfig::Kind::rtsp:
-            return std::make_unique<RtspSource>(
-                config, way % 2 == 0 ? RtspSource::Transport::tcp : RtspSource::Transport::udp, sink);
+            return makeRtspSource(config, way, sink);
         case SourceConfig::Kind::launch:
             return std::make_unique<LaunchSource>(config, sink);
     }

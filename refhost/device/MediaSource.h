@@ -11,6 +11,8 @@
 namespace refhost
 {
 
+class SourceClock;
+
 /// Takes what a source gives. Threads: any; a source calls it from its streaming threads too.
 class MediaSink
 {
@@ -20,11 +22,16 @@ public:
     /// A pad inside the pipeline gives media that are coded as told, not parsed yet.
     virtual void addCoded(GstPad* pad, MediaCoding coding) = 0;
     /// A pad gives media with these caps: coded, raw, or of no use.
-    virtual void addPad(GstPad* pad, const GstCaps* caps) = 0;
+    /// \param clock  says when the media were captured; null where their timestamps do
+    virtual void addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock) = 0;
     /// No further pad will come.
     virtual void padsComplete() = 0;
-    /// The source came to its end or cannot go on. \param why  in plain words, may hold credentials
-    virtual void sourceEnded(const std::string& why) = 0;
+    /// The source came to its end or cannot go on.
+    /// \param why       in plain words, may hold credentials
+    /// \param otherWay  it may go over another transport
+    virtual void sourceEnded(const std::string& why, bool otherWay) = 0;
+    /// The source's clock cannot be used: times of arrival count. \param why  in plain words
+    virtual void sourceClockUnusable(const std::string& why) = 0;
 };
 
 /// What stands at the head of a stream's pipeline: one kind of SourceConfig.

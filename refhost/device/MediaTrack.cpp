@@ -11,8 +11,12 @@ namespace refhost
 {
 
 MediaTrack::MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap,
-                       const std::string& title)
-    : clock_(clock), coding_(coding), mediaTap_(std::move(mediaTap)), name_(title + " " + trackIdOf(coding))
+                       const std::string& title, DeliveryGate::Ptr gate)
+    : clock_(clock),
+      coding_(coding),
+      mediaTap_(std::move(mediaTap)),
+      name_(title + " " + trackIdOf(coding)),
+      gate_(std::move(gate))
 {
 }
 
@@ -34,7 +38,7 @@ bool MediaTrack::open(GstPad* pad, const std::string& line, PayloadBranch::OnCap
         return false;
     }
     const GstObjectPtr<GstPad> teeEntry(gst_element_get_static_pad(tee_, "sink"));
-    mediaProbe_ = std::make_unique<MediaProbe>(teeEntry.get(), coding_, clock_, mediaTap_);
+    mediaProbe_ = std::make_unique<MediaProbe>(teeEntry.get(), coding_, clock_, mediaTap_, gate_);
     gst_element_sync_state_with_parent(tee_);
     gst_element_sync_state_with_parent(chain);
     const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(chain, "sink"));
@@ -74,15 +78,9 @@ void MediaTrack::requestKeyFrame()
                        gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
 }
 
-std::uint64_t MediaTrack::packetCount() const
-{
-    const auto usual = branches_.find(usualPayloadSize);
-    return usual == branches_.end() ? 0 : usual->second->packetCount();
-}
-
 bool MediaTrack::addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error)
 {
-    auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{clock_, tee_, name_}, coding_,
+    auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{clock_, tee_, name_, gate_}, coding_,
                                                   payloadSize, std::move(onCaps));
     if (!branch->open(error))
     {

@@ -24,8 +24,9 @@ public:
     /// \param clock  its pipeline holds everything and outlives the track
     /// \param mediaTap  gets the encoded media
     /// \param title  names the stream in the log
+    /// \param gate  all deliveries go through it
     MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap,
-               const std::string& title);
+               const std::string& title, DeliveryGate::Ptr gate);
     ~MediaTrack();
 
     /// Links the track behind a pad.
@@ -40,9 +41,6 @@ public:
     /// Asks what codes the track for a key picture.
     void requestKeyFrame();
 
-    /// How many packets the usual branch made.
-    std::uint64_t packetCount() const;
-
     MediaCoding coding() const
     {
         return coding_;
@@ -55,6 +53,7 @@ private:
     MediaCoding coding_;
     std::shared_ptr<MediaTap> mediaTap_;
     std::string name_;  ///< of stream and track, in the log
+    DeliveryGate::Ptr gate_;
     std::unique_ptr<MediaProbe> mediaProbe_;
     GstElement* tee_ = nullptr;  // owned by the pipeline
     std::map<int, std::unique_ptr<PayloadBranch>> branches_;

@@ -10,9 +10,11 @@ namespace refhost
 namespace
 {
 
-/// Units that may wait for a branch whose sinks are slow, before the branch skips to the next key picture:
-/// the queue must neither hold up the encoder, which other branches share, nor grow.
-constexpr guint mostQueued = 100;
+/// What may wait for a branch whose sinks are slow, before the branch skips to the next key frame: the queue
+/// must neither hold up the encoder, which other branches share, nor grow. A camera's network that stood
+/// still for as long as a source may be silent brings all of that time at once.
+constexpr guint maxQueued = 1000;
+constexpr guint maxQueuedBytes = 32'000'000;
 constexpr guint fewQueued = 10;
 
 }  // namespace
@@ -30,7 +32,7 @@ PayloadBranch::PayloadBranch(const Place& place, MediaCoding coding, int payload
                        const std::lock_guard<std::mutex> guard(mutex_);
                        tap = tap_;
                    }
-                   if (tap)
+                   if (tap && place_.gate->isOpen())
                    {
                        tap->deliver(unit);
                    }
@@ -166,8 +168,9 @@ GstPadProbeReturn PayloadBranch::onPayloaderEvent(GstPad*, GstPadProbeInfo* info
 bool PayloadBranch::admits(GstBuffer* buffer)
 {
     guint queued = 0;
-    g_object_get(queue_, "current-level-buffers", &queued, nullptr);
-    if (!skipping_ && queued < mostQueued)
+    guint bytes = 0;
+    g_object_get(queue_, "current-level-buffers", &queued, "current-level-bytes", &bytes, nullptr);
+    if (!skipping_ && queued < maxQueued && bytes < maxQueuedBytes)
     {
         return true;
     }
@@ -208,7 +211,7 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
     const bool taken =
         builder_.add(map.data, map.size, place_.clock.monotonicNs(GST_BUFFER_PTS(buffer), segment));
     gst_buffer_unmap(buffer, &map);
-    packetCount_.fetch_add(1, std::memory_order_relaxed);
+    place_.gate->countPacket();
     if (!taken && !refusedTold_)
     {
         refusedTold_ = true;

@@ -3,7 +3,6 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -11,6 +10,7 @@
 #include <string>
 
 #include "refhost/device/CaptureClock.h"
+#include "refhost/device/DeliveryGate.h"
 #include "refhost/device/MediaCoding.h"
 #include "refhost/device/PacketTap.h"
 
@@ -33,6 +33,7 @@ public:
         CaptureClock clock;
         GstElement* tee;   ///< its parent is the clock's pipeline
         std::string name;  ///< of stream and track, in the log
+        DeliveryGate::Ptr gate;
     };
 
     /// \param payloadSize  most bytes of RTP payload in a packet
@@ -48,12 +49,6 @@ public:
 
     /// Where the units go from now on; null for nowhere.
     void setTap(std::shared_ptr<PacketTap> tap);
-
-    /// How many packets were made.
-    std::uint64_t packetCount() const
-    {
-        return packetCount_;
-    }
 
 private:
     static GstFlowReturn onNewSample(GstAppSink* sink, gpointer self);
@@ -76,7 +71,6 @@ private:
     GstPad* teePad_ = nullptr;
     bool skipping_ = false;     // the tee's thread only
     bool refusedTold_ = false;  // the branch's thread only
-    std::atomic<std::uint64_t> packetCount_{0};
     std::mutex mutex_;
     std::shared_ptr<PacketTap> tap_;
 };

@@ -1,5 +1,11 @@
 #include "refhost/device/RtspSource.h"
 
+#include <optional>
+
+#include "refhost/base/HostClock.h"
+#include "refhost/device/RtpPayloadCheck.h"
+#include "refhost/rtp/ByteOrder.h"
+
 namespace refhost
 {
 namespace
@@ -9,6 +15,8 @@ constexpr guint jitterLatency = 200;           // milliseconds that late packets
 constexpr guint64 silenceTimeout = 5'000'000;  // microseconds without an answer or a packet
 constexpr guint overUdp = 1;                   // GST_RTSP_LOWER_TRANS_UDP
 constexpr guint overTcp = 4;                   // GST_RTSP_LOWER_TRANS_TCP
+constexpr guint timestampsAlone = 0;           // RTP_JITTER_BUFFER_MODE_NONE: SourceClock places the packets
+constexpr guint maxStreams = 4;                // of a session: each SSRC costs threads
 
 }  // namespace
 
@@ -26,9 +34,10 @@ bool RtspSource::build(GstBin* pipeline, std::string& error)
         error = "the GStreamer element rtspsrc is missing";
         return false;
     }
-    g_object_set(client, "location", config_.source.location.c_str(), "latency", jitterLatency, "protocols",
-                 transport_ == Transport::tcp ? overTcp : overUdp, "tcp-timeout", silenceTimeout, "timeout",
-                 silenceTimeout, nullptr);
+    g_object_set(client, "location", config_.source.location.c_str(), "latency", jitterLatency, "buffer-mode",
+                 timestampsAlone, "protocols", transport_ == Transport::tcp ? overTcp : overUdp,
+                 "tcp-timeout", silenceTimeout, "timeout", silenceTimeout, nullptr);
+    g_signal_connect(client, "new-manager", G_CALLBACK(&RtspSource::onNewManager), this);
     g_signal_connect(client, "pad-added", G_CALLBACK(&RtspSource::onPadAdded), this);
     g_signal_connect(client, "no-more-pads", G_CALLBACK(&RtspSource::onNoMorePads), this);
     g_signal_connect(client, "select-stream", G_CALLBACK(&RtspSource::onSelectStream), this);
@@ -55,10 +64,138 @@ gboolean RtspSource::onSelectStream(GstElement*, guint, GstCaps* caps, gpointer 
            (kind == "audio" && source->config_.audioCodec != "none");
 }
 
+void RtspSource::onNewManager(GstElement*, GstElement* manager, gpointer self)
+{
+    g_object_set(manager, "max-streams", maxStreams, nullptr);
+    g_signal_connect(manager, "pad-added", G_CALLBACK(&RtspSource::onManagerPad), self);
+}
+
+void RtspSource::onManagerPad(GstElement*, GstPad* pad, gpointer self)
+{
+    if (g_str_has_prefix(GST_OBJECT_NAME(pad), "recv_rtcp_sink_"))
+    {
+        gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &RtspSource::onReport, self, nullptr);
+    }
+}
+
+GstPadProbeReturn RtspSource::onReport(GstPad*, GstPadProbeInfo* info, gpointer self)
+{
+    GstMapInfo map;
+    GstBuffer* const buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    if (gst_buffer_map(buffer, &map, GST_MAP_READ))
+    {
+        auto* const source = static_cast<RtspSource*>(self);
+        SenderReports::read(
+            map.data, map.size, [source](const SenderReports::Report& report) { source->takeReport(report); },
+            [](std::uint32_t) {});
+        gst_buffer_unmap(buffer, &map);
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn RtspSource::onPacket(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    const auto* const track = static_cast<Track*>(data);
+    GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    GstMapInfo map;
+    if (!gst_buffer_map(buffer, &map, GST_MAP_READ))
+    {
+        return GST_PAD_PROBE_DROP;
+    }
+    RtpPayloadCheck::Payload payload;
+    const bool sound = RtpPayloadCheck::find(map.data, map.size, payload) &&
+                       RtpPayloadCheck::isWellFormed(track->encoding, payload);
+    std::int64_t time = 0;
+    if (sound)
+    {
+        time = track->clock->place(readBig32(map.data + 4), readBig32(map.data + 8), track->source->now());
+    }
+    gst_buffer_unmap(buffer, &map);
+    if (!sound)
+    {
+        return GST_PAD_PROBE_DROP;
+    }
+    buffer = gst_buffer_make_writable(buffer);
+    GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(time);
+    GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    return GST_PAD_PROBE_OK;
+}
+
+std::shared_ptr<SourceClock> RtspSource::addTrack(GstPad* pad)
+{
+    const GstValuePtr<GstCaps> caps(gst_pad_get_current_caps(pad));
+    const GstStructure* const fields = caps ? gst_caps_get_structure(caps.get(), 0) : nullptr;
+    int clockRate = 0;
+    if (fields == nullptr || !gst_structure_get_int(fields, "clock-rate", &clockRate) || clockRate <= 0)
+    {
+        return nullptr;
+    }
+    const char* const media = gst_structure_get_string(fields, "media");
+    const char* const encoding = gst_structure_get_string(fields, "encoding-name");
+    const bool video = media != nullptr && std::string(media) == "video";
+    auto track = std::make_unique<Track>();
+    track->source = this;
+    track->clock = std::make_shared<SourceClock>(static_cast<std::uint32_t>(clockRate), video);
+    track->encoding = encoding == nullptr ? "" : encoding;
+    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &RtspSource::onPacket, track.get(), nullptr);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    tracks_.push_back(std::move(track));
+    return tracks_.back()->clock;
+}
+
+void RtspSource::takeReport(const SenderReports::Report& report)
+{
+    std::optional<std::int64_t> placed;
+    if (report.wallNs)
+    {
+        placed = *report.wallNs - HostClock::system().wall().mapping().at(baseTime());
+    }
+    bool wrong = false;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        for (const std::unique_ptr<Track>& track : tracks_)
+        {
+            wrong = track->clock->report(report.timestamp, report.ssrc, placed, now()) ==
+                        SourceClock::Report::wrongClock ||
+                    wrong;
+        }
+    }
+    if (wrong)
+    {
+        sink_.sourceClockUnusable("the camera's clock is wrong");
+    }
+}
+
+std::int64_t RtspSource::baseTime() const
+{
+    return static_cast<std::int64_t>(gst_element_get_base_time(GST_ELEMENT(pipeline_)));
+}
+
+std::int64_t RtspSource::now() const
+{
+    // The pipeline's clock is the monotonic one.
+    return HostClock::system().monotonicNs() - baseTime();
+}
+
 void RtspSource::addPad(GstPad* pad)
 {
+    // recv_rtp_src_<session>_<SSRC>_<payload type>
+    const std::string name = GST_OBJECT_NAME(pad);
+    const std::string session = name.substr(0, name.rfind('_', name.rfind('_') - 1));
+    bool fresh = false;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        fresh = sessions_.insert(session).second;
+    }
+    if (!fresh)
+    {
+        sink_.sourceEnded("the camera began its media anew", false);
+        return;
+    }
     DecodeStage::Events events;
-    events.pad = [this](GstPad* media, const GstCaps* caps) { sink_.addPad(media, caps); };
+    events.pad = [this, clock = addTrack(pad)](GstPad* media, const GstCaps* caps)
+    { sink_.addPad(media, caps, clock); };
     events.complete = [this] { partComplete(); };
     DecodeStage* decoder = nullptr;
     {
@@ -70,7 +207,7 @@ void RtspSource::addPad(GstPad* pad)
     std::string error;
     if (!decoder->open(pad, error))
     {
-        sink_.sourceEnded(error);
+        sink_.sourceEnded(error, false);
     }
 }
 

@@ -1,16 +1,22 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "refhost/device/DecodeStage.h"
 #include "refhost/device/MediaSource.h"
+#include "refhost/device/SenderReports.h"
+#include "refhost/device/SourceClock.h"
 
 namespace refhost
 {
 
-/// Another camera, by its rtsp:// URL; its media are passed on as they are where this host can send them.
+/// Another camera, by its rtsp:// or rtsps:// URL, over UDP or with TLS, read by GStreamer. Over plain TCP
+/// RtspTcpSource does it.
 class RtspSource : public MediaSource
 {
 public:
@@ -29,7 +35,24 @@ private:
     static void onNoMorePads(GstElement* client, gpointer self);
     static gboolean onSelectStream(GstElement* client, guint number, GstCaps* caps, gpointer self);
 
+    /// One stream of RTP packets.
+    struct Track
+    {
+        RtspSource* source;
+        std::shared_ptr<SourceClock> clock;
+        std::string encoding;
+    };
+
+    static void onNewManager(GstElement* client, GstElement* manager, gpointer self);
+    static void onManagerPad(GstElement* manager, GstPad* pad, gpointer self);
+    static GstPadProbeReturn onReport(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    static GstPadProbeReturn onPacket(GstPad* pad, GstPadProbeInfo* info, gpointer track);
+
     void addPad(GstPad* pad);
+    std::shared_ptr<SourceClock> addTrack(GstPad* pad);
+    void takeReport(const SenderReports::Report& report);
+    std::int64_t baseTime() const;
+    std::int64_t now() const;
     void partComplete();
 
     StreamConfig config_;
@@ -38,6 +61,8 @@ private:
     GstBin* pipeline_ = nullptr;
     std::mutex mutex_;
     std::vector<std::unique_ptr<DecodeStage>> decoders_;
+    std::vector<std::unique_ptr<Track>> tracks_;
+    std::set<std::string> sessions_;  ///< of which a pad came
     /// The client and each of the decoders have to say that no further pad will come.
     int openParts_ = 1;
 };

@@ -20,10 +20,16 @@ StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& ti
 
 StreamPipeline::~StreamPipeline()
 {
-    if (!pipeline_)
+    stop();
+}
+
+void StreamPipeline::stop()
+{
+    if (!pipeline_ || stopped_)
     {
         return;
     }
+    stopped_ = true;
     source_->stop();
     gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
     const GstObjectPtr<GstBus> bus(gst_element_get_bus(pipeline_.get()));
@@ -54,6 +60,13 @@ bool StreamPipeline::start(const Taps& taps, std::string& error)
     return true;
 }
 
+void StreamPipeline::mute()
+{
+    gate_->shut();
+    const std::lock_guard<std::mutex> guard(eventsMutex_);
+    events_ = Events();
+}
+
 void StreamPipeline::setTaps(const Taps& taps)
 {
     const std::lock_guard<std::mutex> guard(tracksMutex_);
@@ -76,17 +89,6 @@ void StreamPipeline::requestKeyFrame()
     }
 }
 
-std::uint64_t StreamPipeline::packetCount() const
-{
-    const std::lock_guard<std::mutex> guard(tracksMutex_);
-    std::uint64_t packets = 0;
-    for (const auto& [trackId, track] : tracks_)
-    {
-        packets += track->packetCount();
-    }
-    return packets;
-}
-
 bool StreamPipeline::describe(bool partial, std::vector<SubMediaInfo>& tracks) const
 {
     const std::lock_guard<std::mutex> guard(descriptionMutex_);
@@ -105,15 +107,15 @@ bool StreamPipeline::describe(bool partial, std::vector<SubMediaInfo>& tracks) c
 
 void StreamPipeline::addCoded(GstPad* pad, MediaCoding coding)
 {
-    addTrack(pad, coding, parserLine(coding), true);
+    addTrack(pad, coding, parserLine(coding), true, nullptr);
 }
 
-void StreamPipeline::addPad(GstPad* pad, const GstCaps* caps)
+void StreamPipeline::addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock)
 {
     if (const std::optional<MediaCoding> coding = codingOf(caps))
     {
         const bool wanted = (isVideo(*coding) ? config_.videoCodec : config_.audioCodec) != "none";
-        return wanted ? addTrack(pad, *coding, parserLine(*coding), false) : dropPad(pad);
+        return wanted ? addTrack(pad, *coding, parserLine(*coding), false, std::move(clock)) : dropPad(pad);
     }
     const std::string name = caps == nullptr || gst_caps_get_size(caps) == 0
                                  ? std::string()
@@ -127,7 +129,7 @@ void StreamPipeline::addPad(GstPad* pad, const GstCaps* caps)
         return dropPad(pad);
     }
     const std::string encoder = video ? videoEncoderLine(*coding, config_, caps) : audioEncoderLine(*coding);
-    addTrack(pad, *coding, encoder + " ! " + parserLine(*coding), true);
+    addTrack(pad, *coding, encoder + " ! " + parserLine(*coding), true, std::move(clock));
 }
 
 void StreamPipeline::padsComplete()
@@ -140,15 +142,38 @@ void StreamPipeline::padsComplete()
     }
     if (none)
     {
-        sourceEnded("the source has neither video nor audio that can be sent");
+        sourceEnded("the source has neither video nor audio that can be sent", false);
         return;
     }
-    events_.described();
+    announceDescription();
 }
 
-void StreamPipeline::sourceEnded(const std::string& why)
+void StreamPipeline::sourceEnded(const std::string& why, bool otherWay)
 {
-    events_.ended(why);
+    otherWay_ = otherWay_ || otherWay;
+    const std::lock_guard<std::mutex> guard(eventsMutex_);
+    if (events_.ended)
+    {
+        events_.ended(why);
+    }
+}
+
+void StreamPipeline::sourceClockUnusable(const std::string& why)
+{
+    const std::lock_guard<std::mutex> guard(eventsMutex_);
+    if (events_.clockUnusable)
+    {
+        events_.clockUnusable(why);
+    }
+}
+
+void StreamPipeline::announceDescription()
+{
+    const std::lock_guard<std::mutex> guard(eventsMutex_);
+    if (events_.described)
+    {
+        events_.described();
+    }
 }
 
 GstBusSyncReply StreamPipeline::onMessage(GstBus*, GstMessage* message, gpointer self)
@@ -158,19 +183,19 @@ GstBusSyncReply StreamPipeline::onMessage(GstBus*, GstMessage* message, gpointer
     {
         GError* problem = nullptr;
         gst_message_parse_error(message, &problem, nullptr);
-        pipeline->otherWay_ = pipeline->otherWay_ || problem->domain == GST_STREAM_ERROR;
-        pipeline->sourceEnded(problem->message);
+        pipeline->sourceEnded(problem->message, problem->domain == GST_STREAM_ERROR);
         g_clear_error(&problem);
     }
     else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS)
     {
-        pipeline->sourceEnded("the source came to its end");
+        pipeline->sourceEnded("the source came to its end", false);
     }
     gst_message_unref(message);
     return GST_BUS_DROP;
 }
 
-void StreamPipeline::addTrack(GstPad* pad, MediaCoding coding, const std::string& line, bool encoded)
+void StreamPipeline::addTrack(GstPad* pad, MediaCoding coding, const std::string& line, bool encoded,
+                              std::shared_ptr<const SourceClock> clock)
 {
     const std::string trackId = trackIdOf(coding);
     std::unique_lock<std::mutex> guard(tracksMutex_);
@@ -179,10 +204,11 @@ void StreamPipeline::addTrack(GstPad* pad, MediaCoding coding, const std::string
         guard.unlock();
         return dropPad(pad);
     }
-    MediaTrack& track = *tracks_
-                             .emplace(trackId, std::make_unique<MediaTrack>(CaptureClock{pipeline_.get()},
-                                                                            coding, mediaTap_, title_))
-                             .first->second;
+    MediaTrack& track =
+        *tracks_
+             .emplace(trackId, std::make_unique<MediaTrack>(CaptureClock{pipeline_.get(), std::move(clock)},
+                                                            coding, mediaTap_, title_, gate_))
+             .first->second;
     {
         const std::lock_guard<std::mutex> description(descriptionMutex_);
         ++trackCount_;
@@ -194,7 +220,7 @@ void StreamPipeline::addTrack(GstPad* pad, MediaCoding coding, const std::string
     {
         tracks_.erase(trackId);
         guard.unlock();
-        return sourceEnded(error);
+        return sourceEnded(error, false);
     }
     track.setTaps(tapsOf(taps_, trackId));
 }
@@ -225,7 +251,7 @@ void StreamPipeline::onTrackCaps(MediaCoding coding, bool encoded, const GstCaps
         const std::lock_guard<std::mutex> guard(descriptionMutex_);
         described_[info.trackId] = info;
     }
-    events_.described();
+    announceDescription();
 }
 
 MediaTrack::Taps StreamPipeline::tapsOf(const Taps& taps, const std::string& trackId)

@@ -1,5 +1,9 @@
 #include "refhost/device/TaskQueue.h"
 
+#include <system_error>
+
+#include "refhost/base/Log.h"
+
 namespace refhost
 {
 
@@ -30,12 +34,35 @@ void TaskQueue::post(Task task, std::chrono::milliseconds delay)
             return;
         }
         tasks_.emplace(Key(Clock::now() + delay, posted_++), std::move(task));
-        if (!thread_.joinable())
+        try
         {
-            thread_ = std::thread([this] { run(); });
+            makeThread();
+        }
+        catch (const std::system_error& error)
+        {
+            // Whoever posts may be a thread of GStreamer's, which takes no exception.
+            if (!std::exchange(failureTold_, true))
+            {
+                Log::error("no thread can be made: {}", error.what());
+            }
         }
     }
     wake_.notify_one();
+}
+
+void TaskQueue::start()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    makeThread();
+}
+
+void TaskQueue::makeThread()
+{
+    if (!thread_.joinable())
+    {
+        thread_ = std::thread([this] { run(); });
+        failureTold_ = false;
+    }
 }
 
 void TaskQueue::run()

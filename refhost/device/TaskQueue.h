@@ -14,7 +14,7 @@ namespace refhost
 
 /// Runs tasks one after the other on a thread of its own, at once or after a delay.
 ///
-/// The thread starts with the first task. Threads: any; posting never waits for a task.
+/// The thread starts with the first task, or with start(). Threads: any; posting never waits for a task.
 class TaskQueue
 {
 public:
@@ -25,7 +25,12 @@ public:
     TaskQueue(const TaskQueue&) = delete;
     TaskQueue& operator=(const TaskQueue&) = delete;
 
+    /// Makes the thread now.
+    /// \throws std::system_error when the system has none
+    void start();
+
     /// Runs `task` after those that are due; tasks that are due at the same time run in the order of posting.
+    /// Where the system has no thread for the first task, it waits for the next call, which tries again.
     /// \param delay  from now, not before which the task runs
     void post(Task task, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
 
@@ -38,6 +43,7 @@ private:
     using Key = std::pair<Clock::time_point, std::uint64_t>;
 
     void run();
+    void makeThread();
 
     std::mutex mutex_;
     std::condition_variable wake_;
@@ -45,6 +51,7 @@ private:
     std::uint64_t posted_ = 0;
     bool stopping_ = false;
     std::thread thread_;
+    bool failureTold_ = false;
 };
 
 }  // namespace refhost

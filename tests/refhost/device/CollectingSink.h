@@ -60,6 +60,19 @@ public:
         return close;
     }
 
+    /// How long after its capture each unit came.
+    std::vector<std::chrono::nanoseconds> delays() const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        std::vector<std::chrono::nanoseconds> found;
+        for (std::size_t i = 0; i < units_.size(); ++i)
+        {
+            found.push_back(arrivals_[i].time_since_epoch() -
+                            std::chrono::nanoseconds(units_[i]->captureTimeNs));
+        }
+        return found;
+    }
+
     int discontinuities() const
     {
         const std::lock_guard<std::mutex> guard(mutex_);

@@ -315,6 +315,20 @@ TEST_F(MediaSourceTest, LaunchLineThatRunsFreelyLeavesInRealTime)
     EXPECT_GE(lasted.count(), 1.5);
 }
 
+TEST_F(MediaSourceTest, LiveLaunchLineLeavesWithoutItsDeclaredLatency)
+{
+    // One frame, 200 ms, is declared.
+    useLaunchLine(
+        "videotestsrc is-live=true ! video/x-raw,width=160,height=90,framerate=5/1 ! "
+        "x264enc tune=zerolatency speed-preset=ultrafast name=video");
+    open();
+    const auto video = watch("trackID=0");
+    ASSERT_TRUE(video->waitForUnits(10));
+    std::vector<std::chrono::nanoseconds> delays = video->delays();
+    std::sort(delays.begin(), delays.end());
+    EXPECT_LT(delays[delays.size() / 2], std::chrono::milliseconds(100));
+}
+
 TEST_F(MediaSourceTest, SourceThatGivesNothingFailsAtTheDeadline)
 {
     options.describeDeadline = std::chrono::milliseconds(50);

@@ -182,6 +182,8 @@ TEST_F(RecordedCameraTest, RestartOfASourceBeginsASegmentWithItsTrueTime)
         "identity name=video";
     stream.audioCodec = "none";
     recording_.segmentNs = 3600000 * millisecond;
+    // Longer than the last frame is displayed.
+    options.restartPauses = {std::chrono::milliseconds(100)};
     open();
     record();
     ASSERT_TRUE(waitForSegments(2));

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+namespace refhost
+{
+
+/// Through it goes all that one pipeline delivers; shut, it lets nothing more through. Threads: any.
+class DeliveryGate
+{
+public:
+    using Ptr = std::shared_ptr<DeliveryGate>;
+
+    void shut()
+    {
+        open_ = false;
+    }
+
+    bool isOpen() const
+    {
+        return open_;
+    }
+
+    /// Counts a packet that a track made.
+    void countPacket()
+    {
+        packets_.fetch_add(1, std::memory_order_relaxed);
+    }
+
+    std::uint64_t packetCount() const
+    {
+        return packets_;
+    }
+
+private:
+    std::atomic<bool> open_{true};
+    std::atomic<std::uint64_t> packets_{0};
+};
+
+}  // namespace refhost

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+namespace refhost
+{
+
+/// Finds sender reports and goodbyes in the RTCP packets of a camera (RFC 3550, sections 6.4.1 and 6.6).
+/// Threads: any; no state.
+class SenderReports
+{
+public:
+    struct Report
+    {
+        std::uint32_t ssrc = 0;
+        std::uint32_t timestamp = 0;  ///< RTP timestamp of the same instant
+        /// Wall clock, nanoseconds since 1970; nothing when the sender has none.
+        std::optional<std::int64_t> wallNs;
+    };
+
+    using OnReport = std::function<void(const Report&)>;
+    using OnGoodbye = std::function<void(std::uint32_t ssrc)>;
+
+    /// Reads a compound packet up to where it is malformed.
+    static void read(const std::uint8_t* data, std::size_t size, const OnReport& onReport,
+                     const OnGoodbye& onGoodbye);
+};
+
+}  // namespace refhost
