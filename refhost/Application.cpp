@@ -9,10 +9,12 @@
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "refhost/CommandLine.h"
+#include "refhost/EndDeadline.h"
 #include "refhost/ServedMedia.h"
 #include "refhost/ServerAddress.h"
 #include "refhost/audio/TalkBack.h"
@@ -30,6 +32,9 @@ namespace refhost
 {
 namespace
 {
+
+// From the signal that ends the program to its end, whatever hangs.
+constexpr std::chrono::milliseconds endTime(2800);
 
 // Blocks the signals that end the program for this thread and those that it will start, so that only wait()
 // sees them. Destroyed, it lets them through again: a second Ctrl-C ends a shutdown that takes too long.
@@ -206,6 +211,8 @@ void Application::printUrls(int port) const
 
 int Application::run()
 {
+    // First, so that it ends last.
+    std::optional<EndDeadline> deadline;
     const EndSignals endSignals;
     prepareProcess();
     const Log::Background log;
@@ -231,7 +238,9 @@ int Application::run()
     Log::info("listening on {} port {}", config_.listen, server.port());
     recording.start();
     printUrls(server.port());
-    Log::info("ending: {}", strsignal(endSignals.wait(&Log::reportLimited)));
+    const int signal = endSignals.wait(&Log::reportLimited);
+    deadline.emplace(endTime);
+    Log::info("ending: {}", strsignal(signal));
     server.stop();
     return exitDone;
 }

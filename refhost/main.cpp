@@ -1,9 +1,11 @@
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 
 #include "refhost/Application.h"
 #include "refhost/CommandLine.h"
 #include "refhost/base/Log.h"
+#include "refhost/device/PipelineRunner.h"
 
 int main(int argc, char* argv[])
 {
@@ -15,7 +17,14 @@ int main(int argc, char* argv[])
             return commandLine.exitCode();
         }
         refhost::Application application(commandLine.config());
-        return application.run();
+        const int code = application.run();
+        if (refhost::PipelineRunner::abandoned() > 0)
+        {
+            // Their threads may still run: what they use must not be destroyed under them.
+            std::cout.flush();
+            std::_Exit(code);
+        }
+        return code;
     }
     catch (const std::exception& error)
     {

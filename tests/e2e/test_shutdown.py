@@ -32,6 +32,35 @@ def test_sigterm_ends_it_as_well(serve):
     assert time.monotonic() - begin < 1
 
 
+HANGING = """
+port = 0
+
+[[camera]]
+id = 1
+name = "cellar"
+
+[[camera.stream]]
+id = 0
+source = "launch"
+location = "videotestsrc is-live=true ! video/x-raw,width=160,height=90 ! x264enc tune=zerolatency ! identity name=video sleep-time=60000000"
+"""
+
+
+def test_source_that_hangs_does_not_keep_it(serve):
+    server = serve(HANGING)
+    server.allow_problem('camera 1/0 "cellar": the source does not end, it is abandoned')
+    with RtspClient(server.url()) as client:
+        client.socket.sendall(f"DESCRIBE {server.url()} RTSP/1.0\r\nCSeq: 1\r\n\r\n".encode())
+        wait_until(lambda: "camera 1/0 \"cellar\": starting" in server.log(), 10, "the source starts")
+        time.sleep(1)  # until it hangs, which nobody tells
+        begin = time.monotonic()
+        server.process.send_signal(signal.SIGTERM)
+        assert server.process.wait(timeout=10) == 0
+        assert time.monotonic() - begin < 3
+    assert server.problems() == []
+    assert "it is abandoned" in server.log()
+
+
 def test_port_can_be_taken_again_at_once(serve):
     first = serve()
     port = first.port
