@@ -164,7 +164,8 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             [](Limits& l) -> int& { return l.idleTimeout; }, 1, longestTime),
         number<Limits>(
             "session-timeout",
-            "Seconds that a session lives without a sign of life; told in the Session header.",
+            "Seconds that a session lives without a sign of life; told in the Session header. While an "
+            "interleaved session plays or pauses, its TCP connection's answers are signs of life.",
             [](Limits& l) -> int& { return l.sessionTimeout; }, 2, longestTime),
         number<Limits>(
             "orphan-timeout", "Seconds that a UDP session outlives its connection without a sign of life.",

@@ -22,6 +22,15 @@ public:
         lastHeardMs_.store(nowMs, std::memory_order_relaxed);
     }
 
+    /// The same, for news that may be older than what is known.
+    void heardAtLeast(std::int64_t ms)
+    {
+        std::int64_t known = lastHeardMs_.load(std::memory_order_relaxed);
+        while (known < ms && !lastHeardMs_.compare_exchange_weak(known, ms, std::memory_order_relaxed))
+        {
+        }
+    }
+
     std::int64_t lastHeardMs() const
     {
         return lastHeardMs_.load(std::memory_order_relaxed);

@@ -69,13 +69,13 @@ bool LinkSessions::carriesSession()
                        [](const std::weak_ptr<RtspSession>& session) { return !session.expired(); });
 }
 
-void LinkSessions::linkMoved()
+void LinkSessions::linkAnswered(std::int64_t ms)
 {
     for (const std::weak_ptr<RtspSession>& weak : sessions_)
     {
         if (const auto session = weak.lock())
         {
-            session->linkMoved(link_.serial(), services_.clock());
+            session->linkAnswered(link_.serial(), ms);
         }
     }
 }

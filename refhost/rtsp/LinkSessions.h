@@ -36,8 +36,8 @@ public:
 
     /// True while a session that this connection used exists.
     bool carriesSession();
-    /// The connection took bytes.
-    void linkMoved();
+    /// TCP had an answer of the client's at `ms`.
+    void linkAnswered(std::int64_t ms);
     /// The connection is gone.
     void linkEnded();
 

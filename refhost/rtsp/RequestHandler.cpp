@@ -316,9 +316,9 @@ bool RequestHandler::carriesSession()
     return sessions_.carriesSession();
 }
 
-void RequestHandler::linkMoved()
+void RequestHandler::linkAnswered(std::int64_t ms)
 {
-    sessions_.linkMoved();
+    sessions_.linkAnswered(ms);
 }
 
 void RequestHandler::linkEnded()

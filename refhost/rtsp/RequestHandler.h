@@ -52,8 +52,8 @@ public:
     bool loggedIn() const;
     /// True while a session exists that this connection used.
     bool carriesSession();
-    /// The client took bytes since the last call.
-    void linkMoved();
+    /// TCP had an answer of the client's at `ms`.
+    void linkAnswered(std::int64_t ms);
     /// The connection is gone. Once.
     void linkEnded();
 

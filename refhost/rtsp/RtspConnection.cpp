@@ -10,6 +10,7 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/ConnectionLoop.h"
+#include "refhost/rtsp/TcpLiveness.h"
 #include "refhost/threads/EventLoop.h"
 
 namespace refhost
@@ -74,7 +75,8 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, in
       handler_(services, *this),
       begunMs_(services.clock()),
       standingMs_(begunMs_),
-      lastByteMs_(begunMs_)
+      lastByteMs_(begunMs_),
+      livenessMs_(begunMs_)
 {
 }
 
@@ -301,6 +303,7 @@ void RtspConnection::updateInterest()
 void RtspConnection::sweep(std::int64_t nowMs)
 {
     noteProgress(nowMs);
+    noteLiveness(nowMs);
     noteStanding(nowMs);
     if (parked() && nowMs - parkedMs_ >= parkedMostMs)
     {
@@ -319,7 +322,22 @@ void RtspConnection::noteProgress(std::int64_t nowMs)
     {
         bytesTakenBefore_ = output_.bytesTaken();
         deferredMs_ = nowMs;
-        handler_.linkMoved();
+    }
+}
+
+/// A client whose system answers is alive, however long it does not read what its session sends.
+void RtspConnection::noteLiveness(std::int64_t nowMs)
+{
+    constexpr int looks = 16;  // within the time that a session lives without a sign of life
+    const std::int64_t everyMs = std::int64_t{services_.limits.sessionTimeout} * 1000 / looks;
+    if (nowMs - livenessMs_ < everyMs || !handler_.carriesSession())
+    {
+        return;
+    }
+    livenessMs_ = nowMs;
+    if (const auto silenceMs = TcpLiveness::silenceMs(descriptor_))
+    {
+        handler_.linkAnswered(nowMs - *silenceMs);
     }
 }
 

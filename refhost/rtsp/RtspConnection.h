@@ -79,6 +79,7 @@ private:
     bool defer();
     void resume();
     void noteProgress(std::int64_t nowMs);
+    void noteLiveness(std::int64_t nowMs);
     void endWhereDone();
     void watch(bool reading);
     void updateInterest();
@@ -116,6 +117,7 @@ private:
     std::int64_t lastByteMs_;
     std::int64_t lingeringMs_ = 0;
     std::uint64_t bytesTakenBefore_ = 0;
+    std::int64_t livenessMs_;  // when TCP was asked last whether the client answers
 };
 
 }  // namespace refhost

@@ -15,6 +15,7 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/Log.h"
+#include "refhost/rtsp/TcpLiveness.h"
 
 namespace refhost
 {
@@ -154,8 +155,7 @@ bool RtspServer::listen(std::string& error)
     setOption(listener_, IPPROTO_TCP, TCP_NODELAY, 1);
     setOption(listener_, SOL_SOCKET, SO_SNDBUF, sendBufferSize);
     setOption(listener_, SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
-    setOption(listener_, SOL_SOCKET, SO_KEEPALIVE, 1);
-    setOption(listener_, IPPROTO_TCP, TCP_USER_TIMEOUT, config_.limits.sessionTimeout * 1000);
+    TcpLiveness::configure(listener_, config_.limits.sessionTimeout);
     if (::bind(listener_, address->ai_addr, address->ai_addrlen) != 0 || ::listen(listener_, backlog) != 0)
     {
         error = "cannot listen on " + config_.listen + " port " + service + ": " + std::strerror(errno);

@@ -223,6 +223,7 @@ RtspStatus RtspSession::start(const std::vector<Track*>& tracks, Attempt attempt
         notReady = notReady || waits;
         track->started = track->started || !track->playing;
         track->playing = track->playing || !waits;
+        played_ = played_ || track->playing;
     }
     return rtspOk;
 }
@@ -370,16 +371,14 @@ void RtspSession::heard(std::uint64_t link, std::int64_t nowMs)
     presence_.named(link, nowMs);
 }
 
-void RtspSession::linkMoved(std::uint64_t link, std::int64_t nowMs)
+void RtspSession::linkAnswered(std::uint64_t link, std::int64_t ms)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    for (const auto& track : tracks_)
+    const bool carried = std::any_of(tracks_.begin(), tracks_.end(),
+                                     [link](const auto& track) { return track->delivery.link == link; });
+    if (played_ && carried)
     {
-        if (track->delivery.link == link && track->playing)
-        {
-            presence_.liveness()->heard(nowMs);
-            return;
-        }
+        presence_.liveness()->heardAtLeast(ms);
     }
 }
 

@@ -132,8 +132,9 @@ public:
     /// A request named the session.
     void heard(std::uint64_t link, std::int64_t nowMs);
 
-    /// The connection took bytes: its client lives, if this session sends something over it.
-    void linkMoved(std::uint64_t link, std::int64_t nowMs);
+    /// TCP had an answer on the connection at `ms`: its client lives, if this session was played over it. A
+    /// player that pauses for minutes reads and says nothing; its system answers as long as it is there.
+    void linkAnswered(std::uint64_t link, std::int64_t ms);
 
     /// A connection that used the session is gone.
     /// \returns true when the session must end with it, because a track is interleaved in it
@@ -179,6 +180,7 @@ private:
     mutable std::mutex own_;
     std::mutex& mutex_;
     bool ended_ = false;
+    bool played_ = false;  // something of it, once
     std::optional<SafePointer<IRTSPController>> controller_;
     std::optional<RecordedPlay> recordedPlay_;  // nothing for a live stream
     std::vector<std::unique_ptr<Track>> tracks_;

@@ -292,6 +292,32 @@ TEST_F(RtspServerTest, AViewerThatOnlyTakesPicturesOverTcpIsAlive)
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
+TEST_F(RtspServerTest, AViewerThatPausesWithoutAWordIsAliveAsLongAsItsSystemAnswers)
+{
+    start();
+    TestClient client(server->port(), 4096);
+    const std::string id = setUpTcp(client, 1);
+    client.request("PLAY", url(), session(id));
+    // It stops reading: soon the connection takes nothing more.
+    for (int second = 0; second < 3 * config.limits.sessionTimeout; ++second)
+    {
+        picture(true, 100);
+        time.advance(1000);
+        std::this_thread::sleep_for(std::chrono::milliseconds(6));  // gives the server time to look
+    }
+    EXPECT_EQ(server->sessionCount(), 1u);
+    EXPECT_EQ(client.request("GET_PARAMETER", url(), session(id)).status, 200);
+}
+
+TEST_F(RtspServerTest, ASessionThatWasNeverPlayedTimesOutThoughItsConnectionLives)
+{
+    start();
+    TestClient client(server->port());
+    setUpTcp(client, 1);
+    time.advance(config.limits.sessionTimeout * 1000);
+    EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0; }));
+}
+
 TEST_F(RtspServerTest, ATcpSessionEndsWithItsConnection)
 {
     start();

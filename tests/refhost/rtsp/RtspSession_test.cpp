@@ -153,7 +153,7 @@ TEST_F(RtspSessionTest, AFailedPlayPausesWhatItStartedAndLetsTheTransportsGo)
     EXPECT_EQ(script_->countOf("pause trackID=0"), 1);
     EXPECT_EQ(script_->countOf("pause trackID=1"), 0);
     EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::sent);
-    EXPECT_EQ(session_->pause(""), rtspInvalidState) << "nothing plays";
+    EXPECT_EQ(session_->pause(""), rtspInvalidState) << "nothing was played";
     EXPECT_EQ(play(), rtspOk);
 }
 
@@ -289,16 +289,22 @@ TEST_F(RtspSessionTest, EndsWithTheConnectionThatATrackIsInterleavedIn)
     EXPECT_TRUE(session_->linkEnded(link, 2000));
 }
 
-TEST_F(RtspSessionTest, AConnectionThatTakesBytesKeepsItsPlayingSessionAlive)
+TEST_F(RtspSessionTest, AConnectionThatAnswersKeepsASessionThatWasPlayedOverItAlive)
 {
     setup("trackID=0", link);
-    session_->linkMoved(link, 50000);
-    EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "nothing plays";
+    session_->linkAnswered(link, 50000);
+    EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "nothing was played";
     play();
-    session_->linkMoved(link + 1, 50000);
+    session_->linkAnswered(link + 1, 50000);
     EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "not its connection";
-    session_->linkMoved(link, 50000);
+    session_->linkAnswered(link, 50000);
     EXPECT_FALSE(session_->expired(60000, 60000, 10000));
+    EXPECT_EQ(session_->pause(""), rtspOk);
+    session_->linkAnswered(link, 40000);
+    EXPECT_FALSE(session_->expired(109999, 60000, 10000)) << "what is known counts when older news comes";
+    session_->linkAnswered(link, 60000);
+    EXPECT_FALSE(session_->expired(119999, 60000, 10000)) << "a pause changes nothing";
+    EXPECT_TRUE(session_->expired(120000, 60000, 10000));
 }
 
 class RecordedSessionTest : public RtspSessionTest
