@@ -1,47 +1,48 @@
-// Any bytes from a client, through reader, verbs, sessions, the library and the dispatch; only the socket is
-// missing. The first byte says how the rest is cut into receptions, whether users are configured and
-// whether recordings get ready. Behind
-// each line "---" the server has got to work: pictures come, and SSSSSSSSSSSSSSSS stands for the newest
-// session's id.
+// Any bytes from a client, through reader, methods, sessions, the library and the dispatch of every route;
+// only the socket is missing. No request may answer 500. The first byte says how the rest is cut into
+// receptions, whether users are configured and whether scripted recordings get ready. Behind each line "---"
+// the server has got to work: frames come, and SSSSSSSSSSSSSSSS stands for the newest session's id.
+#include <netinet/in.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 
-#include "live/OVLiveControllerFactory.h"
-#include "mediaurl/MediaUrlFactoryMap.h"
-#include "mediaurl/OrvaneMediaUrlFactory.h"
+#include "audioback/OVAudioBackDispatcherMgr.h"
 #include "refhost/base/HostStatus.h"
-#include "refhost/base/Log.h"
 #include "refhost/live/LiveDispatcher.h"
+#include "refhost/live/LiveSessionDispatcher.h"
 #include "refhost/rtsp/RequestHandler.h"
-#include "tests/refhost/rtsp/FakeRecording.h"
-#include "tests/refhost/rtsp/FrontStreams.h"
+#include "tests/fuzz/ServerWorld.h"
 
 namespace
 {
 
 using namespace refhost;
+using test::require;
+using test::ServerWorld;
+
+SocketAddress loopback()
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return SocketAddress(reinterpret_cast<const sockaddr*>(&address));
+}
 
 constexpr std::string_view stepMark = "\n---\n";
 constexpr std::string_view sessionMark = "SSSSSSSSSSSSSSSS";
 
-void require(bool condition, const char* what)
-{
-    if (!condition)
-    {
-        std::fprintf(stderr, "broken: %s\n", what);
-        std::abort();
-    }
-}
-
-/// Requires one well-formed response: no header line that the client could have forged in.
+/// Requires one well-formed response: no header line that the client could have forged in, and no failure of
+/// the server's own.
 void requireResponse(std::string_view response)
 {
     require(response.substr(0, 9) == "RTSP/1.0 ", "status line");
+    require(response.substr(9, 3) != "500", "no request may answer 500");
     const std::size_t headEnd = response.find("\r\n\r\n");
     require(headEnd != std::string_view::npos, "end of the head");
     std::size_t bodySize = 0;
@@ -118,95 +119,7 @@ public:
     std::string session;
 
 private:
-    const SocketAddress address_;
-};
-
-/// A recording that is only ever asked for what it has.
-class FuzzRecording : public test::FakeRecording
-{
-public:
-    using FakeRecording::FakeRecording;
-
-    int setPlayRange(const std::string& sessionId, const std::string& trackId, double begin, double end,
-                     int kind, bool toRange) override
-    {
-        require(!toRange || (begin >= 0 && begin < end && end <= test::RecordingScript::seconds),
-                "play range");
-        return FakeRecording::setPlayRange(sessionId, trackId, begin, end, kind, toRange);
-    }
-
-    int setPauseRange(const std::string& sessionId, const std::string& trackId, double instant) override
-    {
-        require(instant >= 0 && instant <= test::RecordingScript::seconds, "pause point");
-        return FakeRecording::setPauseRange(sessionId, trackId, instant);
-    }
-
-    int setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
-                 double speed) override
-    {
-        require(PlaySpeed::used(scale, speed) == PlaySpeed{scale, speed}, "speed");
-        return FakeRecording::setSpeed(sessionId, trackId, scale, speed);
-    }
-};
-
-class FuzzRecordingFactory : public IRTSPControllerFactory
-{
-public:
-    explicit FuzzRecordingFactory(std::shared_ptr<test::RecordingScript> script) : script_(std::move(script))
-    {
-    }
-
-    int createMedia(const std::string&, SafePointer<IRTSPController>& out, bool) override
-    {
-        out = SafePointer<IRTSPController>(new FuzzRecording(script_));
-        return 0;
-    }
-
-private:
-    const std::shared_ptr<test::RecordingScript> script_;
-};
-
-/// The library's factory with two streams, one of which never gets ready, and a recording.
-class World
-{
-public:
-    static World& instance()
-    {
-        static World* const world = new World;
-        return *world;
-    }
-
-    MediaRoutes routes;
-    std::shared_ptr<test::FrontStreams> streams = std::make_shared<test::FrontStreams>();
-    std::shared_ptr<test::RecordingScript> recording = std::make_shared<test::RecordingScript>();
-
-    void picture()
-    {
-        time_ += 3600;
-        const std::int64_t captureNs = 1'700'000'000'000'000'000 + std::int64_t{time_} * 11111;
-        streams->streams[0]->feed("trackID=0", test::makeUnit(time_, captureNs, time_ % 7200 == 0, 3));
-        streams->streams[0]->feed("trackID=1", test::makeUnit(time_, captureNs, true, 1, 160, 160));
-    }
-
-private:
-    World()
-    {
-        Log::setLevel(Log::Level::off);
-        MediaUrlFactoryMap::getInstance()->registerFactory(
-            1, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
-        const SafePointer<OVLiveControllerFactory> live(new OVLiveControllerFactory);
-        live->setThirdPlatType(1);
-        routes.addWithTalkBack(
-            "orv/live", live,
-            [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
-            { return LiveDispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
-        routes.addRecorded("orv/playback",
-                           SafePointer<IRTSPControllerFactory>(new FuzzRecordingFactory(recording)));
-        streams->streams[1]->description = StreamSource::Description::starting;
-        Device::setStreams(streams);
-    }
-
-    std::uint32_t time_ = 0;
+    const SocketAddress address_ = loopback();
 };
 
 /// One connection of a server.
@@ -215,19 +128,22 @@ class Front
 public:
     /// \param neverReady  recordings do not find their place in time
     Front(bool users, bool neverReady)
-        : services_(configuration(users), World::instance().routes, steadyMilliseconds),
-          neverReady_(neverReady)
+        : services_(ServerWorld::instance().services(users)), neverReady_(neverReady)
     {
-        recording_.calls.clear();
+        script_.calls.clear();
     }
 
     ~Front()
     {
         handler_.linkEnded();
-        services_.sessions.endAll();
-        require(services_.sessions.count() == 0, "a session is left");
+        services_->sessions.endAll();
+        require(services_->sessions.count() == 0, "a session is left");
         require(LiveDispatcher::instance().trackCount() == 0, "a track is left");
-        require(recording_.living == 0, "a controller is left");
+        require(LiveSessionDispatcher::instance().sessionCount() == 0,
+                "a session of the second dispatcher is left");
+        require(OVAudioBackDispatcherMgr::getInstance()->getSessionNum() == 0, "a talk-back session is left");
+        require(services_->multicast->groupsTaken() == 0, "a group is left");
+        require(script_.living == 0, "a controller is left");
     }
 
     void receive(std::string bytes, std::size_t chunk)
@@ -248,28 +164,17 @@ public:
             handle();
             require(reader_.kept() <= 16384 + 65536 + 65540, "the reader keeps too much");
         }
-        World::instance().picture();
+        ServerWorld::instance().feed();
     }
 
 private:
-    static ServerConfig configuration(bool users)
-    {
-        ServerConfig config;
-        config.limits.sessions = 8;
-        if (users)
-        {
-            config.users = {{"admin", "secret"}};
-        }
-        return config;
-    }
-
     void handle()
     {
         RequestReader::Item item = reader_.next(request_);
         for (; item != RequestReader::Item::none && !ended_; item = reader_.next(request_))
         {
             const std::size_t before = link_->responses;
-            recording_.result("play", hostStreamNotReady);
+            script_.result("play", hostStreamNotReady);
             if (item == RequestReader::Item::frame)
             {
                 handler_.received(reader_.frame());
@@ -283,9 +188,20 @@ private:
             {
                 require(link_->responses == before, "a request that waits is not answered");
                 reader_.putBack();
-                recording_.result("play", neverReady_ ? hostStreamNotReady : 0);
-                require(reader_.next(request_) == RequestReader::Item::request, "the request comes again");
-                result = handler_.handle(request_, writer_, true);
+                script_.result("play", neverReady_ ? hostStreamNotReady : 0);
+                result = again(false);
+                // A real recording finds its place on a worker's thread.
+                for (int i = 0; result == RequestHandler::Result::notReady && waits() && i < waitsMost; ++i)
+                {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    reader_.putBack();
+                    result = again(false);
+                }
+                if (result == RequestHandler::Result::notReady)
+                {
+                    reader_.putBack();
+                    result = again(true);
+                }
             }
             require(result != RequestHandler::Result::notReady, "the last try answers");
             require(link_->responses == before + 1, "one response for one request");
@@ -293,13 +209,26 @@ private:
         }
     }
 
-    FrontServices services_;
+    RequestHandler::Result again(bool lastTry)
+    {
+        require(reader_.next(request_) == RequestReader::Item::request, "the request comes again");
+        return handler_.handle(request_, writer_, lastTry);
+    }
+
+    bool waits() const
+    {
+        return request_.uri.find("orv/playback/") != std::string_view::npos;
+    }
+
+    static constexpr int waitsMost = 2000;
+
+    const std::unique_ptr<FrontServices> services_;
     const std::shared_ptr<FuzzLink> link_ = std::make_shared<FuzzLink>();
-    RequestHandler handler_{services_, *link_};
+    RequestHandler handler_{*services_, *link_};
     RequestReader reader_{RequestReader::Limits()};
     RtspRequest request_;
     ResponseWriter writer_;
-    test::RecordingScript& recording_ = *World::instance().recording;
+    test::RecordingScript& script_ = *ServerWorld::instance().script;
     const bool neverReady_;
     bool ended_ = false;
 };
@@ -308,7 +237,7 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    World::instance();
+    ServerWorld::instance();
     if (size == 0)
     {
         return 0;
