@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "refhost/base/Log.h"
+
 namespace refhost
 {
 namespace
@@ -78,8 +80,12 @@ bool AccessUnitBuilder::add(const std::uint8_t* packet, std::size_t size, std::i
         unit_->rtpTimestamp = timestamp;
         unit_->captureTimeNs = captureTimeNs;
     }
-    unit_->append(packet, size);
-    look(packet + AccessUnit::rtpHeaderSize, size - AccessUnit::rtpHeaderSize);
+    dropping_ = dropping_ || unit_->bytes.size() + size > maxUnitBytes;
+    if (!dropping_)
+    {
+        unit_->append(packet, size);
+        look(packet + AccessUnit::rtpHeaderSize, size - AccessUnit::rtpHeaderSize);
+    }
     if ((packet[1] & markerBit) != 0 || coding_ == Coding::plainAudio)
     {
         finish();
@@ -90,12 +96,19 @@ bool AccessUnitBuilder::add(const std::uint8_t* packet, std::size_t size, std::i
 void AccessUnitBuilder::reset()
 {
     unit_.reset();
+    dropping_ = false;
     hasParameterSet_ = false;
     hasKeyPicture_ = false;
 }
 
 void AccessUnitBuilder::finish()
 {
+    if (dropping_)
+    {
+        Log::limited(Log::Level::warning, "frames too large", "left out a frame of more than {} bytes",
+                     maxUnitBytes);
+        return reset();
+    }
     const bool video = coding_ == Coding::h264 || coding_ == Coding::h265;
     unit_->keyFrame = !video || (hasParameterSet_ && hasKeyPicture_);
     const AccessUnitPtr whole = std::move(unit_);

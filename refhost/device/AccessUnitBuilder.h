@@ -25,6 +25,10 @@ public:
         plainAudio    ///< RFC 3551: a packet is a unit
     };
 
+    /// Larger units are left out: no camera makes them, and one that lies must not fill the memory. Bytes of
+    /// packets.
+    static constexpr std::size_t maxUnitBytes = 16U << 20U;
+
     using Deliver = std::function<void(AccessUnitPtr)>;
 
     /// \param deliver  called by add() with each unit that became whole
@@ -49,6 +53,7 @@ private:
     Coding coding_;
     Deliver deliver_;
     std::shared_ptr<AccessUnit> unit_;
+    bool dropping_ = false;  // unit_ is too large: what comes of it is left out
     bool hasParameterSet_ = false;
     bool hasKeyPicture_ = false;
 };

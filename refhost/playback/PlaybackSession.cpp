@@ -22,6 +22,7 @@ PlaybackSession::PlaybackSession(const Interval& interval, std::unique_ptr<Playb
                                  PlaybackScheduler& scheduler, const PlaybackSettings& settings)
     : interval_(interval),
       settings_(settings),
+      readAhead_(*settings.readAheadBudget),
       scheduler_(scheduler),
       source_(std::move(source)),
       name_(RtcpWriter::randomName()),

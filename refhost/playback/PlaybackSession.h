@@ -159,6 +159,7 @@ private:
     PlaybackSource::Request requestFor(const Place& place) const;
     void takePlace(const Place& place, const PlaybackSource::Request& request, PlaybackUnit first);
     void breakTracks(bool moved);
+    std::size_t readAheadBytes() const;
     bool wantsToRead(std::int64_t nowMs);
     bool readAhead(Lock& lock, std::int64_t nowMs);
     std::int64_t pump(std::int64_t nowMs);
@@ -172,6 +173,7 @@ private:
 
     const Interval interval_;
     PlaybackSettings settings_;  // the report interval under the lock; the rest is constant
+    const ReadAheadBudget::Share readAhead_;
     PlaybackScheduler& scheduler_;
     const std::unique_ptr<PlaybackSource> source_;  // run() alone, without the lock
     const RtcpWriter::Name name_;

@@ -124,6 +124,11 @@ void PlaybackSession::breakTracks(bool moved)
     }
 }
 
+std::size_t PlaybackSession::readAheadBytes() const
+{
+    return std::min(settings_.readAheadBytes, readAhead_.bytes());
+}
+
 bool PlaybackSession::wantsToRead(std::int64_t nowMs)
 {
     if (!placed_ || atEnd_ || nowMs < readLaterMs_)
@@ -132,7 +137,7 @@ bool PlaybackSession::wantsToRead(std::int64_t nowMs)
     }
     const auto aheadMs =
         static_cast<std::int64_t>(static_cast<double>(queue_.spanNs()) / 1e6 / speed_.rate());
-    const bool full = queue_.bytes() >= settings_.readAheadBytes;
+    const bool full = queue_.bytes() >= readAheadBytes();
     if (full || (queue_.size() >= fewUnits && aheadMs >= settings_.readAheadMs))
     {
         filling_ = false;
@@ -154,7 +159,8 @@ bool PlaybackSession::readAhead(Lock& lock, std::int64_t nowMs)
     std::vector<PlaybackUnit> units;
     auto result = PlaybackSource::Result::unit;
     const std::size_t held = queue_.size();
-    const std::size_t mostBytes = settings_.readAheadBytes - queue_.bytes();
+    const std::size_t allowed = readAheadBytes();
+    const std::size_t mostBytes = allowed - std::min(allowed, queue_.bytes());
     const auto aheadNs =
         static_cast<std::int64_t>(static_cast<double>(settings_.readAheadMs) * 1e6 * speed_.rate());
     std::int64_t enoughNs = queue_.empty() ? 0 : queue_.front().dueNs + aheadNs;

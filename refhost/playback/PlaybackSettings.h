@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "refhost/base/HostClock.h"
+#include "refhost/playback/ReadAheadBudget.h"
 
 namespace refhost
 {
@@ -16,6 +17,8 @@ struct PlaybackSettings
     /// as it is sent.
     std::int64_t readAheadMs = 1000;
     std::size_t readAheadBytes = 1U << 20U;
+    /// What all sessions read ahead together. Not null, outlives every session.
+    ReadAheadBudget* readAheadBudget = &ReadAheadBudget::system();
     /// A session that comes to send later than this, milliseconds, goes on at its pace from there instead of
     /// catching up; over UDP sooner, because what goes out in a burst is lost.
     std::int64_t lateMs = 2000;

@@ -14,9 +14,6 @@ namespace
 // Pictures that are shown in another order than they come in go back by some pictures' time at most.
 constexpr std::int64_t mostReorderingNs = 1000000000;
 
-// Of a stream whose capture times do not advance.
-constexpr std::size_t mostHeld = 1000;
-
 bool same(const std::shared_ptr<const MediaFormat>& left, const std::shared_ptr<const MediaFormat>& right)
 {
     return left == right || (left && right && *left == *right);
@@ -80,9 +77,10 @@ bool SegmentCutter::isAhead(const EncodedUnit& unit) const
 void SegmentCutter::keepAhead(const EncodedUnitPtr& unit)
 {
     ahead_.push_back(unit);
+    aheadBytes_ += unit->bytes.size();
     // Pictures may stay away: the sound goes on.
     releaseAhead(unit->captureTimeNs - longestHoldNs);
-    if (ahead_.size() > mostHeld)
+    while (ahead_.size() > maxHeld || aheadBytes_ > maxHeldBytes)
     {
         releaseAhead(ahead_.front()->captureTimeNs);
     }
@@ -94,6 +92,7 @@ void SegmentCutter::releaseAhead(std::int64_t untilNs)
     {
         const EncodedUnitPtr unit = std::move(ahead_.front());
         ahead_.pop_front();
+        aheadBytes_ -= unit->bytes.size();
         place(unit, false);
     }
 }
@@ -135,7 +134,8 @@ bool SegmentCutter::isCutDue(const EncodedUnit& unit) const
 
 bool SegmentCutter::isHoldOver(const EncodedUnit& unit)
 {
-    const bool longEnough = unit.captureTimeNs >= *pendingNs_ + longestHoldNs || held_.size() >= mostHeld;
+    const bool longEnough = unit.captureTimeNs >= *pendingNs_ + longestHoldNs || held_.size() >= maxHeld ||
+                            heldBytes_ >= maxHeldBytes;
     const bool soundOnly = !video_;
     return longEnough || soundOnly || soundCameThrough_ || (!audio_ && !expected_().audio);
 }
@@ -144,6 +144,7 @@ void SegmentCutter::hold(const EncodedUnitPtr& unit)
 {
     soundCameThrough_ = soundCameThrough_ || !isVideo(unit->format->coding);
     held_.push_back(unit);
+    heldBytes_ += unit->bytes.size();
     if (isHoldOver(*unit))
     {
         cut();
@@ -181,6 +182,7 @@ void SegmentCutter::cut()
     tracks_ = knownTracks();
     sink_.beginSegment(beginNs_, tracks_);
     const std::vector<EncodedUnitPtr> units = std::exchange(held_, {});
+    heldBytes_ = 0;
     for (const EncodedUnitPtr& unit : units)
     {
         write(unit);

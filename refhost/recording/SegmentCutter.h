@@ -54,6 +54,11 @@ public:
     /// Capture times that go on by more than this leave a gap, nanoseconds.
     static constexpr std::int64_t longestPauseNs = 5000000000;
 
+    /// Longest that units are held back, whatever their times, for each of both queues: in units, and in
+    /// bytes with one unit more.
+    static constexpr std::size_t maxHeld = 1000;
+    static constexpr std::size_t maxHeldBytes = 16U << 20U;
+
     /// \param segmentNs  wanted length
     /// \param expected   tells the tracks; asked for as long as they are not all there
     /// \param sink       outlives the cutter
@@ -99,8 +104,10 @@ private:
     std::int64_t lastStepNs_ = 0;            ///< from the last but one to it
     std::optional<std::int64_t> pendingNs_;  ///< begin of the next segment, while units are held back
     std::vector<EncodedUnitPtr> held_;
-    std::deque<EncodedUnitPtr> ahead_;  ///< sound of times that no picture has come to yet
-    bool soundCameThrough_ = false;     ///< to the pending begin
+    std::size_t heldBytes_ = 0;
+    std::deque<EncodedUnitPtr> ahead_;  ///< audio of times that no frame has come to yet
+    std::size_t aheadBytes_ = 0;
+    bool soundCameThrough_ = false;  ///< to the pending begin
 };
 
 }  // namespace refhost

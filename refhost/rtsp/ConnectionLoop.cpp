@@ -98,11 +98,13 @@ void ConnectionLoop::tryParkedNow()
 {
     retryPosted_ = false;
     // A request that is not ready yet parks its connection again.
-    for (const std::weak_ptr<RtspConnection>& weak : std::exchange(parked_, {}))
+    for (RtspConnection* const parked : std::exchange(parked_, {}))
     {
-        if (const auto connection = weak.lock())
+        const auto found = connections_.find(parked);
+        if (found != connections_.end())
         {
-            connection->retryParked();
+            const std::shared_ptr<RtspConnection> held = found->second;
+            held->retryParked();
         }
     }
 }
@@ -147,6 +149,7 @@ void ConnectionLoop::close(RtspConnection& connection)
     }
     const std::shared_ptr<RtspConnection> held = std::move(found->second);
     connections_.erase(found);
+    parked_.erase(&connection);
     held->close();
     if (held->refused())
     {
@@ -156,7 +159,7 @@ void ConnectionLoop::close(RtspConnection& connection)
 
 void ConnectionLoop::addParked(RtspConnection& connection)
 {
-    parked_.push_back(connection.weak_from_this());
+    parked_.insert(&connection);
 }
 
 void ConnectionLoop::sweep()

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "refhost/rtsp/AddressQuota.h"
@@ -64,7 +65,7 @@ private:
     AddressQuota& refused_;
     Scratch scratch_;
     std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;
-    std::vector<std::weak_ptr<RtspConnection>> parked_;
+    std::unordered_set<RtspConnection*> parked_;  // some of connections_
     std::atomic<bool> retryPosted_{false};
     EventLoop events_;  // last: its thread ends before what it works on
 };

@@ -29,7 +29,7 @@ constexpr int refusedAtOnce = 64;
 // What the system keeps of a connection that only asks and answers, in each direction: nobody may have it
 // hold megabytes. A connection that carries frames gets more to send.
 constexpr int sendBufferSize = 32 * 1024;
-constexpr int receiveBufferSize = 64 * 1024;
+constexpr int receiveBufferSize = 32 * 1024;
 
 int loopCount(const ServerConfig& config)
 {

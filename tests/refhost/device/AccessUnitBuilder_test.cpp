@@ -69,6 +69,21 @@ TEST_F(AccessUnitBuilderTest, MarkerEndsAUnit)
     EXPECT_EQ(units[0]->captureTimeNs, 77);
 }
 
+TEST_F(AccessUnitBuilderTest, AUnitWithoutEndIsLeftOutAndTheNextIsTaken)
+{
+    AccessUnitBuilder builder = make(Coding::h264);
+    const Bytes large = packet(9000, false, std::vector<int>(1U << 20U, 0x61));
+    for (std::size_t i = 0; i < 2 * AccessUnitBuilder::maxUnitBytes / large.size(); ++i)
+    {
+        EXPECT_TRUE(give(builder, large));
+    }
+    EXPECT_TRUE(give(builder, packet(9000, true, {0x61, 1})));
+    EXPECT_TRUE(units.empty());
+    give(builder, packet(12600, true, {0x61, 2}));
+    ASSERT_EQ(units.size(), 1U);
+    EXPECT_EQ(units[0]->rtpTimestamp, 12600U);
+}
+
 TEST_F(AccessUnitBuilderTest, AnotherTimestampEndsAUnitToo)
 {
     AccessUnitBuilder builder = make(Coding::h264);

@@ -284,5 +284,18 @@ TEST_F(SegmentCutterTest, TimesThatStandStillDoNotFillTheMemory)
     EXPECT_EQ(pieces_[0].pictures.size(), 2000U);
 }
 
+TEST_F(SegmentCutterTest, LargeFramesAreNotHeldBackWithoutBound)
+{
+    constexpr std::size_t frame = 4U << 20U;
+    constexpr int frames = SegmentCutter::maxHeldBytes / frame;
+    for (int i = 0; i < frames; ++i)
+    {
+        EXPECT_TRUE(pieces_.empty());
+        cutter_.take(picture(i / 1000.0, i == 0, frame));
+    }
+    ASSERT_EQ(pieces_.size(), 1U) << "it does not wait for the audio any longer";
+    EXPECT_EQ(pieces_[0].pictures.size(), static_cast<std::size_t>(frames));
+}
+
 }  // namespace
 }  // namespace refhost

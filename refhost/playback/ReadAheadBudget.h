@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+namespace refhost
+{
+
+/// The memory that all playback sessions together may read ahead into: the more sessions there are, the less
+/// each one has, but never less than `minEach`. Threads: any.
+class ReadAheadBudget
+{
+public:
+    /// Enough for a read of a disk to pay.
+    static constexpr std::size_t minEach = 64 * 1024;
+
+    /// One session's part, for as long as it lives.
+    class Share
+    {
+    public:
+        /// \param budget  outlives the share
+        explicit Share(ReadAheadBudget& budget);
+        ~Share();
+        Share(const Share&) = delete;
+        Share& operator=(const Share&) = delete;
+
+        /// Bytes of packets that the session may read ahead now.
+        std::size_t bytes() const;
+
+    private:
+        ReadAheadBudget& budget_;
+    };
+
+    /// The one of the process, of 16 MiB.
+    static ReadAheadBudget& system();
+
+    explicit ReadAheadBudget(std::size_t total);
+
+private:
+    const std::size_t total_;
+    std::atomic<std::size_t> shares_{0};
+};
+
+}  // namespace refhost
