@@ -137,6 +137,12 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             "sessions-per-address", "Sessions at once from one address, counted in the same way.",
             [](Limits& l) -> int& { return l.sessionsPerAddress; }, 1, mostNumber),
         number<Limits>(
+            "send-buffer",
+            "KiB of media that the system keeps for a viewer over TCP who reads too slowly; it takes up to "
+            "twice "
+            "as much memory. Less makes slow viewers lose frames sooner.",
+            [](Limits& l) -> int& { return l.sendBuffer; }, 32, 4096),
+        number<Limits>(
             "talkers", "Sessions that may have talk-back set up at once; others get 453.",
             [](Limits& l) -> int& { return l.talkers; }, 1, mostNumber),
         number<Limits>(

@@ -20,8 +20,6 @@ namespace
 
 // How long a client may take to read the last response before the connection goes.
 constexpr std::int64_t lingerMs = 2000;
-// Room for about a second of a camera's frames; what does not fit makes a slow client lose frames early.
-constexpr int framesSendBuffer = 512 * 1024;
 
 std::uint64_t nextSerial()
 {
@@ -394,8 +392,9 @@ void RtspConnection::sendResponse(std::string_view response)
 
 std::weak_ptr<FrameWriter> RtspConnection::frameWriter()
 {
+    const int bytes = services_.limits.sendBuffer * 1024;
     if (!std::exchange(largeSendBuffer_, true) &&
-        ::setsockopt(descriptor_, SOL_SOCKET, SO_SNDBUF, &framesSendBuffer, sizeof framesSendBuffer) != 0)
+        ::setsockopt(descriptor_, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes) != 0)
     {
         Log::debug("{}: no larger send buffer: {}", peer_.text(), std::strerror(errno));
     }

@@ -27,6 +27,7 @@ class Kind:
     period = 0.1
     reads = False
     lives = None  # seconds after which it closes by itself
+    sips = 0  # bytes that it reads with each chunk where it does not read everything
 
     def __init__(self, url, number):
         self.url = url
@@ -65,6 +66,11 @@ class Describe(Kind):
 
     def chunk(self):
         return b"".join(self.request("DESCRIBE") for _ in range(64))
+
+
+class Sip(Describe):
+    """Pipelines DESCRIBE and reads a little, so that the server never sees it read everything."""
+    sips = 4000
 
 
 class Headers(Kind):
@@ -196,7 +202,7 @@ class Churn(Kind):
 
 
 KINDS = {kind.__name__.lower(): kind for kind in
-         (Silent, Drip, Describe, Headers, LongLine, Length, Interleaved, Setup, Play, Udp, Talk, Options, Churn)}
+         (Silent, Drip, Describe, Sip, Headers, LongLine, Length, Interleaved, Setup, Play, Udp, Talk, Options, Churn)}
 LOCAL = "127.0.0.2"
 
 
@@ -262,14 +268,23 @@ class Attack:
                 sent = peer.send(state["left"])
                 self.counts["bytes_sent"] += sent
                 state["left"] = state["left"][sent:]
-            elif not script.reads and peer.recv(1, socket.MSG_PEEK) == b"":
+            elif not (script.reads or script.sips) and peer.recv(1, socket.MSG_PEEK) == b"":
                 raise ConnectionResetError
         except BlockingIOError:
             pass
         except OSError:
             self._again(peer, state, ended=True)
             return
+        if script.sips:
+            self.counts["bytes_read"] += self._sip(peer, script.sips)
         self._later(script.period, self._turn, peer, state)
+
+    @staticmethod
+    def _sip(peer, size):
+        try:
+            return len(peer.recv(size))
+        except OSError:
+            return 0
 
     def _read(self, peer, state):
         try:

@@ -10,6 +10,7 @@ OV_HOSTILE_FIGURES names a file to which a line of JSON is added for each run.
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -21,13 +22,15 @@ from server import Server, wait_until
 
 SECONDS = float(os.environ.get("OV_HOSTILE_SECONDS", "1.5"))
 CONNECTIONS = int(os.environ.get("OV_HOSTILE_CONNECTIONS", "100"))
-KINDS = attackers.KINDS if "OV_HOSTILE_SECONDS" in os.environ else ("describe", "play", "talk")
+KINDS = attackers.KINDS if "OV_HOSTILE_SECONDS" in os.environ else ("describe", "sip", "play", "talk")
 LIMIT = 64 << 20
 # What a connection may hold beside what the server holds anyway (docs/security.md).
 EACH = 160 << 10
 CONFIG = """
 port = 0
 log-level = "info"
+[limits]
+send-buffer = 128
 [talk-back]
 output = "null"
 [[camera]]
@@ -41,9 +44,9 @@ location = "{clip}"
 
 
 def anonymous_bytes(pid):
-    """Memory of the process that is no file's."""
-    text = pathlib.Path(f"/proc/{pid}/status").read_text()
-    return int(text.split("RssAnon:")[1].split()[0]) * 1024
+    """Memory of the process that is no file's; 0 of one that ended."""
+    found = re.search(r"RssAnon:\s+(\d+)", pathlib.Path(f"/proc/{pid}/status").read_text())
+    return int(found.group(1)) * 1024 if found else 0
 
 
 @pytest.fixture(scope="module")
@@ -118,6 +121,8 @@ def run(build_folder, server, group, kinds, connections, record):
     assert all(attack["connects"] >= connections for attack in done), "they came at all"
     assert peak - before < len(kinds) * connections * EACH + (8 << 20)
     assert peak < LIMIT
+    # What sockets hold counts apart in version 1: together it would be within the limit, too.
+    assert peak + group.figures().get("tcp_peak", 0) < LIMIT
 
 
 @pytest.fixture
