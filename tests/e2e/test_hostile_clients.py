@@ -30,7 +30,7 @@ CONFIG = """
 port = 0
 log-level = "info"
 [limits]
-send-buffer = 128
+send-buffer = 64
 [talk-back]
 output = "null"
 [[camera]]
