@@ -82,6 +82,7 @@ bool CameraConversation::connect(const std::string& host, int port, CameraLogin 
     {
         if (connectTo(address->ai_addr, address->ai_addrlen, address->ai_family, deadline))
         {
+            open_ = true;
             return true;
         }
         error = fmt::format("cannot connect to {} port {}: {}", host, port, std::strerror(errno));
@@ -237,6 +238,7 @@ bool CameraConversation::send(const char* data, std::size_t size, std::string& e
         }
         if (errno != EAGAIN || waitFor(POLLOUT, deadline) != Wait::ready)
         {
+            open_ = false;
             error = "the camera takes no requests any more";
             return false;
         }
@@ -252,6 +254,7 @@ bool CameraConversation::readMore(Clock::time_point deadline, bool& timedOut, st
     if (result != Wait::ready)
     {
         error = stoppedText;
+        open_ = open_ && timedOut;
         return timedOut;
     }
     std::array<std::uint8_t, readSize> block;
@@ -265,6 +268,7 @@ bool CameraConversation::readMore(Clock::time_point deadline, bool& timedOut, st
     {
         return true;
     }
+    open_ = false;
     error = size == 0 ? "the camera closed the connection"
                       : fmt::format("the connection to the camera broke: {}", std::strerror(errno));
     return false;
@@ -281,6 +285,7 @@ bool CameraConversation::takeNext(bool& answered, std::string& error)
         }
         if (next == CameraMessages::Next::broken)
         {
+            open_ = false;
             error = "the camera sends what is not RTSP";
             return false;
         }
@@ -303,6 +308,7 @@ void CameraConversation::close()
     {
         ::close(socket_);
         socket_ = -1;
+        open_ = false;
     }
 }
 

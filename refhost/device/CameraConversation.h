@@ -48,6 +48,12 @@ public:
     bool sendRequest(const std::string& method, const std::string& uri, const Headers& headers,
                      std::string& error);
 
+    /// False when the connection has ended, true when request() failed only because the camera did not answer.
+    bool isOpen() const
+    {
+        return open_;
+    }
+
     bool sendPacket(int channel, const std::uint8_t* data, std::size_t size, std::string& error);
 
     /// Takes what comes until `deadline`.
@@ -72,6 +78,7 @@ private:
     const OnPacket onPacket_;
     const int stopDescriptor_;
     int socket_ = -1;
+    bool open_ = false;
     CameraLogin login_{"", ""};
     CameraMessages messages_;
     unsigned sequence_ = 0;

@@ -420,7 +420,10 @@ bool RtspTcpSource::play(std::string& error)
 
 bool RtspTcpSource::keepAlive(std::string& error)
 {
-    return conversation_.sendRequest("OPTIONS", uri_, {{"Session", session_}}, error);
+    // Waited for, because the login may have to be renewed. Some cameras do not answer while they send media.
+    CameraMessage answer;
+    return conversation_.request("OPTIONS", uri_, {{"Session", session_}}, answer, error) ||
+           conversation_.isOpen();
 }
 
 void RtspTcpSource::onPacket(int channel, const std::uint8_t* data, std::size_t size)

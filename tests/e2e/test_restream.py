@@ -1,4 +1,6 @@
 import ffmpeg
+import pytest
+from server import DEFAULT_CONFIG
 
 
 def test_camera_that_is_another_cameras_url(serve, transport):
@@ -22,3 +24,29 @@ location = "{origin.url()}"
     frames = ffmpeg.decode(relay.url(2), transport, limits=("-t", "3"), maps=("0:v",))
     assert 70 <= len(frames) <= 80
     assert all(a.pts < b.pts for a, b in zip(frames, frames[1:]))
+
+
+@pytest.mark.parametrize("written", ["p%40ss%3Fw%23rd%2F1", "p@ss?w#rd/1"])
+def test_camera_that_wants_a_password(serve, written):
+    origin = serve(DEFAULT_CONFIG + """
+[[user]]
+name = "viewer"
+password = "p@ss?w#rd/1"
+""")
+    origin.allow_problem("401|authenti|password|credential")
+    location = origin.url(credentials=f"viewer:{written}")
+    relay = serve(f"""
+port = 0
+
+[[camera]]
+id = 2
+
+[[camera.stream]]
+id = 0
+source = "rtsp"
+location = "{location}"
+""")
+    relay.allow_problem("password|percent|%23 for #")
+    assert len(ffmpeg.decode(relay.url(2), "tcp", limits=("-frames:v", "10"), maps=("0:v",))) == 10
+    assert "w#rd" not in relay.log() + origin.log()
+    relay.stop()

@@ -59,9 +59,17 @@ TEST_F(RtspSourceTest, CameraWithoutTcpIsReadOverUdp)
     options.failureHold = std::chrono::milliseconds(0);
     open();
     const auto video = watch("trackID=0");
-    ASSERT_TRUE(video->waitForUnits(3));
+    ASSERT_TRUE(video->waitForUnits(30));
     EXPECT_GE(source->starts(), 2);
     EXPECT_EQ(describe(), Description::ready);
+    const std::vector<AccessUnitPtr> units = video->units();
+    for (std::size_t i = 1; i < units.size(); ++i)
+    {
+        EXPECT_NEAR(static_cast<double>(units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp), 3600, 2) << i;
+        EXPECT_GT(units[i]->captureTimeNs, units[i - 1]->captureTimeNs) << i;
+    }
+    EXPECT_LT(video->delays().back(), std::chrono::seconds(1));
+    EXPECT_GT(video->delays().back(), std::chrono::milliseconds(-100));
 }
 
 TEST_F(RtspSourceTest, CameraThatComesBackIsPlayedAgain)
