@@ -34,13 +34,13 @@ public:
     int setPlayRange(const std::string& sessionId, const std::string& trackId, double begin, double end,
                      int kind, bool toRange) override
     {
-        require(!toRange || (begin >= 0 && begin < end && end <= RecordingScript::seconds), "play range");
+        require(!toRange || (inside(begin) && inside(end)), "play range");
         return FakeRecording::setPlayRange(sessionId, trackId, begin, end, kind, toRange);
     }
 
     int setPauseRange(const std::string& sessionId, const std::string& trackId, double instant) override
     {
-        require(instant >= 0 && instant <= RecordingScript::seconds, "pause point");
+        require(inside(instant), "pause point");
         return FakeRecording::setPauseRange(sessionId, trackId, instant);
     }
 
@@ -49,6 +49,12 @@ public:
     {
         require(PlaySpeed::used(scale, speed) == PlaySpeed{scale, speed}, "speed");
         return FakeRecording::setSpeed(sessionId, trackId, scale, speed);
+    }
+
+private:
+    static bool inside(double instant)
+    {
+        return instant >= 0 && instant <= RecordingScript::seconds;
     }
 };
 
