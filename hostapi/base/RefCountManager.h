@@ -8,10 +8,9 @@
 /// Where the table is kept is the host's affair, as with a record: getInstance() may return an object of a
 /// class that the host derives from this one.
 ///
-/// Threads: any. Lookups of different addresses should not queue behind one lock: each handle that is made from
-/// a raw pointer takes one.
-/// Life: made at the first call of getInstance() and never destroyed, because handles in static storage are
-/// released after every other static object.
+/// Threads: any. Lookups of different addresses should not queue behind one lock: each handle that is made
+/// from a raw pointer takes one. Life: made at the first call of getInstance() and never destroyed, because
+/// handles in static storage are released after every other static object.
 class OV_HOST_API RefCountManager
 {
 public:

@@ -23,8 +23,8 @@ void pause()
 // destroyed, and by somebody who was interrupted; both are waited for asleep.
 void CountRecord::takeContended()
 {
-    // Long enough for the holder to go on with its next handles: a lock that changes hands, and processors, at
-    // every turn takes both threads three times as long.
+    // Long enough for the holder to go on with its next handles: a lock that changes hands, and processors,
+    // at every turn takes both threads three times as long.
     constexpr int shortestSpin = 8;
     constexpr int longestSpin = 64;
     constexpr int yields = 32;

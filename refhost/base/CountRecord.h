@@ -84,7 +84,8 @@ private:
     void takeContended();
 
     std::atomic<int> locked_{0};
-    // A record is made ready for its next object by the one that gives it back: it counts that holder already.
+    // A record is made ready for its next object by the one that gives it back: it counts that holder
+    // already.
     mutable int holders_ = 1;  // guarded by the lock
     int retrieved_ = 0;        // guarded by the table
     // Atomic for a stale handle alone, which may look while the table gives the record to another object.

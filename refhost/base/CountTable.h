@@ -10,8 +10,8 @@
 #include "hostapi/base/RefCountManager.h"
 #include "refhost/base/CountRecord.h"
 
-/// The one RefCountManager of this host: count records by the addresses of their objects, in shards, so that a
-/// few threads which make and drop objects hardly ever meet. Owns every record and never frees one.
+/// The one RefCountManager of this host: count records by the addresses of their objects, in shards, so that
+/// a few threads which make and drop objects hardly ever meet. Owns every record and never frees one.
 ///
 /// Two kinds of lock, always taken in this order: a record's own, then its shard's. retrieve() takes only the
 /// shard's and therefore never waits for a record, whose lock is held while the object's destructor runs and
@@ -33,9 +33,9 @@ public:
     /// As RefCountManager::retrieveRefCount().
     CountRecord* retrieve(void* object);
 
-    /// Settles the last holder counted in the record against those that the table counted meanwhile; when none
-    /// is left the address leaves the table. Requires: the record's lock is held.
-    /// \returns as ref_count::dec_reference()
+    /// Settles the last holder counted in the record against those that the table counted meanwhile; when
+    /// none is left the address leaves the table. Requires: the record's lock is held. \returns as
+    /// ref_count::dec_reference()
     int settle(CountRecord* last);
 
     /// As RefCountManager::returnbackRefCount().
