@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "refhost/device/ReorderDepth.h"
+
 namespace refhost
 {
 namespace
@@ -56,6 +58,10 @@ GstPadProbeReturn MediaProbe::onBuffer(GstPad*, GstPadProbeInfo* info, gpointer 
     {
         probe->take(GST_PAD_PROBE_INFO_BUFFER(info));
     }
+    else
+    {
+        probe->decodeTimes_.reset();
+    }
     return GST_PAD_PROBE_OK;
 }
 
@@ -72,11 +78,13 @@ void MediaProbe::take(GstBuffer* buffer)
     unit->format = format_;
     unit->bytes = bytesOf(buffer);
     unit->captureTimeNs = clock_.monotonicNs(GST_BUFFER_PTS(buffer), segment);
-    unit->decodeTimeNs = GST_BUFFER_DTS_IS_VALID(buffer) ? clock_.monotonicNs(GST_BUFFER_DTS(buffer), segment)
-                                                         : unit->captureTimeNs;
     unit->durationNs =
         GST_BUFFER_DURATION_IS_VALID(buffer) ? static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)) : 0;
     unit->keyFrame = !isVideo(coding_) || !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
+    // Derived for every source: few give decode times, and those of RTP are times of arrival.
+    unit->decodeTimeNs = isVideo(coding_)
+                             ? decodeTimes_.next(unit->captureTimeNs, unit->durationNs, unit->keyFrame)
+                             : unit->captureTimeNs;
     tap_->deliver(unit);
 }
 
@@ -90,6 +98,7 @@ bool MediaProbe::updateFormat()
     if (caps != caps_)
     {
         format_ = formatOf(coding_, caps.get());
+        decodeTimes_.setDepth(ReorderDepth::of(*format_));
         caps_ = std::move(caps);
     }
     return true;

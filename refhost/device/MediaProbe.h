@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "refhost/device/CaptureClock.h"
+#include "refhost/device/DecodeTimes.h"
 #include "refhost/device/DeliveryGate.h"
 #include "refhost/device/GstHandles.h"
 #include "refhost/device/MediaCoding.h"
@@ -38,6 +39,7 @@ private:
     gulong probe_ = 0;
     GstValuePtr<GstCaps> caps_;  ///< that format_ was made of
     std::shared_ptr<const MediaFormat> format_;
+    DecodeTimes decodeTimes_;
 };
 
 }  // namespace refhost

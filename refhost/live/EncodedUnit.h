@@ -34,7 +34,8 @@ struct EncodedUnit
     std::shared_ptr<const MediaFormat> format;  ///< never null; another object where the format changed
     std::vector<std::uint8_t> bytes;            ///< pictures as length-prefixed NAL units
     std::int64_t captureTimeNs = 0;             ///< HostClock::monotonicNs() of its presentation
-    std::int64_t decodeTimeNs = 0;  ///< on the same clock: never later than the picture is shown, and growing
+    /// On the same clock: never later than the presentation, and growing from the first key frame on (DecodeTimes).
+    std::int64_t decodeTimeNs = 0;
     std::int64_t durationNs = 0;    ///< 0 when unknown
     bool keyFrame = false;          ///< can be decoded without those before; always true for sound
 };

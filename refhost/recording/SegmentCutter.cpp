@@ -41,6 +41,7 @@ void SegmentCutter::take(const EncodedUnitPtr& unit)
     {
         // First what comes before this picture, which may begin a segment.
         releaseAhead(unit->captureTimeNs - 1);
+        reorders_ = reorders_ || (lastNs_ && unit->captureTimeNs < *lastNs_);
         lastStepNs_ = lastNs_ ? std::max<std::int64_t>(unit->captureTimeNs - *lastNs_, 0) : 0;
         lastNs_ = unit->captureTimeNs;
     }
@@ -58,6 +59,8 @@ void SegmentCutter::place(const EncodedUnitPtr& unit, bool reference)
     {
         pendingNs_ = unit->captureTimeNs;
         soundCameThrough_ = false;
+        // What leads the very first key frame is of no use.
+        leadersCame_ = !open_ || !reorders_;
     }
     if (pendingNs_ && (reference || unit->captureTimeNs >= *pendingNs_))
     {
@@ -111,6 +114,7 @@ void SegmentCutter::interrupt()
     }
     video_.reset();
     audio_.reset();
+    reorders_ = false;
     lastNs_.reset();
 }
 
@@ -137,12 +141,14 @@ bool SegmentCutter::isHoldOver(const EncodedUnit& unit)
     const bool longEnough = unit.captureTimeNs >= *pendingNs_ + longestHoldNs || held_.size() >= maxHeld ||
                             heldBytes_ >= maxHeldBytes;
     const bool soundOnly = !video_;
-    return longEnough || soundOnly || soundCameThrough_ || (!audio_ && !expected_().audio);
+    const bool soundCame = soundOnly || soundCameThrough_ || (!audio_ && !expected_().audio);
+    return longEnough || (soundCame && leadersCame_);
 }
 
 void SegmentCutter::hold(const EncodedUnitPtr& unit)
 {
     soundCameThrough_ = soundCameThrough_ || !isVideo(unit->format->coding);
+    leadersCame_ = leadersCame_ || (isVideo(unit->format->coding) && unit->captureTimeNs > *pendingNs_);
     held_.push_back(unit);
     heldBytes_ += unit->bytes.size();
     if (isHoldOver(*unit))
@@ -172,6 +178,11 @@ void SegmentCutter::cut()
 {
     if (open_)
     {
+        for (const EncodedUnitPtr& unit : held_)
+        {
+            const bool leads = isVideo(unit->format->coding) && unit->captureTimeNs > beginNs_;
+            pendingNs_ = leads ? std::min(*pendingNs_, unit->captureTimeNs) : *pendingNs_;
+        }
         sink_.endSegment(*pendingNs_ - beginNs_);
     }
     open_ = true;

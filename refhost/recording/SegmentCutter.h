@@ -20,7 +20,9 @@ public:
 
     virtual ~SegmentSink() = default;
 
-    /// \param beginNs  capture time of the first frame
+    /// \param beginNs  capture time of the frame that is presented first: the key frame's, or of frames that
+    /// come
+    ///                 behind it and are presented before it
     /// \param tracks   video first
     virtual void beginSegment(std::int64_t beginNs, const Tracks& tracks) = 0;
     /// \param track  index into the segment's tracks; the unit is not from before the segment's begin
@@ -33,8 +35,10 @@ public:
 ///
 /// A segment begins with a key picture: with the first one, with the first one after the wanted length, and
 /// where a format changed. Sound and pictures of one time do not arrive together; so what comes first is held
-/// back for a while, and no sound is lost or put into the wrong segment at a cut. A jump of the capture times
-/// is a gap: the segment ends there. Sound alone makes segments too where a stream has no video.
+/// back for a while, and no sound is lost or put into the wrong segment at a cut. Frames that follow a key
+/// frame and are presented before it (open GOPs) stay with it where they follow another segment; elsewhere
+/// they are left out, because they cannot be decoded. A jump of the capture times is a gap: the segment ends
+/// there. Sound alone makes segments too where a stream has no video.
 ///
 /// Threads: one at a time.
 class SegmentCutter
@@ -103,6 +107,8 @@ private:
     std::optional<std::int64_t> lastNs_;     ///< capture time of the last picture that came
     std::int64_t lastStepNs_ = 0;            ///< from the last but one to it
     std::optional<std::int64_t> pendingNs_;  ///< begin of the next segment, while units are held back
+    bool reorders_ = false;                  ///< frames come in another order than they are presented in
+    bool leadersCame_ = false;  ///< no frame will be presented before the pending key frame any more
     std::vector<EncodedUnitPtr> held_;
     std::size_t heldBytes_ = 0;
     std::deque<EncodedUnitPtr> ahead_;  ///< audio of times that no frame has come to yet

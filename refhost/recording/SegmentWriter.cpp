@@ -27,6 +27,7 @@ constexpr int bufferSize = 65536;
 constexpr std::int64_t millisecond = 1000000;
 /// Room is made for others too: they may be faster.
 constexpr int maxAttempts = 16;
+constexpr std::int64_t firstDecodeMs = -(std::int64_t{1} << 48);
 
 AVCodecID codecOf(MediaCoding coding)
 {
@@ -165,7 +166,6 @@ bool SegmentWriter::addTrack(const MediaFormat& format)
     {
         return false;
     }
-    tracks_.emplace_back();
     stream->time_base = AVRational{1, 1000};
     AVCodecParameters& parameters = *stream->codecpar;
     parameters.codec_type = isVideo(format.coding) ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO;
@@ -201,17 +201,14 @@ bool SegmentWriter::write(std::size_t track, const EncodedUnit& unit)
     {
         return false;
     }
-    Track& state = tracks_[track];
-    const std::int64_t presented = inMilliseconds(unit.captureTimeNs - begin_.captureNs);
-    // The muxer refuses decoding times that go back or lie behind the presentation; only their order matters.
-    std::int64_t decoded = std::min(inMilliseconds(unit.decodeTimeNs - begin_.captureNs), presented);
-    decoded = state.started ? std::max(decoded, state.lastDecodeMs) : decoded;
-    state = {decoded, true};
     packet_->data = const_cast<std::uint8_t*>(unit.bytes.data());
     packet_->size = static_cast<int>(unit.bytes.size());
     packet_->stream_index = static_cast<int>(track);
-    packet_->dts = decoded;
-    packet_->pts = std::max(presented, decoded);
+    packet_->pts = inMilliseconds(unit.captureTimeNs - begin_.captureNs);
+    // Matroska holds no decode times. The muxer refuses units whose decode times go back or lie behind the
+    // presentation, whatever made them so: it gets the order of the units alone, far in front of every
+    // presentation.
+    packet_->dts = firstDecodeMs + unitsWritten_++;
     packet_->duration = inMilliseconds(unit.durationNs);
     packet_->flags = unit.keyFrame ? AV_PKT_FLAG_KEY : 0;
     const int result = packet_->size > 0 ? av_write_frame(format_, packet_) : AVERROR_INVALIDDATA;

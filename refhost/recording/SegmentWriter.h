@@ -87,12 +87,6 @@ public:
     }
 
 private:
-    struct Track
-    {
-        std::int64_t lastDecodeMs = 0;
-        bool started = false;
-    };
-
     SegmentWriter(std::string path, const Begin& begin, MakeRoom makeRoom);
     bool openFile();
     bool getsRoom(int failure, int attempt) const;
@@ -117,7 +111,7 @@ private:
     AVFormatContext* format_ = nullptr;
     AVIOContext* output_ = nullptr;
     AVPacket* packet_ = nullptr;
-    std::vector<Track> tracks_;
+    std::int64_t unitsWritten_ = 0;
 };
 
 }  // namespace refhost

@@ -100,6 +100,46 @@ TEST_F(SegmentCutterTest, SegmentsBeginWithKeyPicturesAndFollowWithoutAGap)
     EXPECT_EQ(pieces_[3].pictures.size(), 25U);
 }
 
+TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegment)
+{
+    for (const bool withSound : {false, true})
+    {
+        pieces_.clear();
+        expected_.audio = withSound;
+        const auto giveSound = [&](int begin, int end)
+        {
+            for (int i = begin; withSound && i < end; ++i)
+            {
+                cutter_.take(block(i / 50.0));
+            }
+        };
+        cutter_.take(picture(0, true));
+        // Lead the very first key frame.
+        cutter_.take(picture(-0.08, false));
+        cutter_.take(picture(-0.04, false));
+        giveSound(0, 2);
+        for (int i = 1; i < 98; ++i)
+        {
+            cutter_.take(picture(i / 25.0, false));
+            giveSound(2 * i, 2 * i + 2);
+        }
+        cutter_.take(picture(4, true));
+        giveSound(196, 202);
+        cutter_.take(picture(3.92, false));
+        cutter_.take(picture(3.96, false));
+        giveSound(202, 230);
+        cutter_.take(picture(4.04, false));
+        cutter_.interrupt();
+        ASSERT_EQ(pieces_.size(), 2U);
+        EXPECT_EQ(pieces_[0].begin, 0);
+        EXPECT_EQ(pieces_[0].duration, 3.92);
+        EXPECT_EQ(pieces_[0].pictures.size(), 98U);
+        EXPECT_EQ(pieces_[1].begin, 3.92);
+        EXPECT_EQ(pieces_[1].pictures, (std::vector<double>{4, 3.92, 3.96, 4.04}));
+        EXPECT_EQ(pieces_[0].sounds.size() + pieces_[1].sounds.size(), withSound ? 230U : 0U);
+    }
+}
+
 TEST_F(SegmentCutterTest, LateSoundGoesWhereItsTimeIs)
 {
     run(0, 9, 0.3);
