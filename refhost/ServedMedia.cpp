@@ -49,13 +49,29 @@ bool firstPacketOfGroup(const std::string& memberId, const std::string& trackId,
     return firstPacketOfSession(MulticastRecords::instance().sessionOf(memberId), trackId, out);
 }
 
+LiveStart startNamed(const std::string& name, int rate)
+{
+    return {LiveStart::named(name).value_or(LiveStart::Mode::burst), rate};
+}
+
 }  // namespace
 
 ServedMedia::ServedMedia(const ServerConfig& config) : liveController_(config.liveController)
 {
     LiveSettings live;
-    live.gopCache = config.gopCache;
-    LiveDispatcher::instance().configure(live);
+    live.start = startNamed(config.gopCache ? config.start : "key-frame", config.startRate);
+    LiveStreams::Starts starts;
+    for (const CameraConfig& camera : config.cameras)
+    {
+        for (const StreamConfig& stream : camera.streams)
+        {
+            if (stream.start != "default")
+            {
+                starts[LiveStreams::key(camera.id, stream.id)] = startNamed(stream.start, config.startRate);
+            }
+        }
+    }
+    LiveDispatcher::instance().configure(live, std::move(starts));
     LiveDispatcherMgr::getInstance()->getMTUParam().setMTUValue(config.mtu);
     const auto codecs = MediaUrlFactoryMap::getInstance();
     codecs->registerFactory(platformType, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));

@@ -36,7 +36,7 @@ auto members(const LimitsConfig& l)
 auto members(const StreamConfig& s)
 {
     return std::tie(s.id, s.source, s.width, s.height, s.frameRate, s.bitRate, s.gop, s.videoCodec,
-                    s.audioCodec, s.multicast, s.record);
+                    s.audioCodec, s.multicast, s.record, s.start);
 }
 
 auto members(const TalkBackConfig& t)
@@ -47,8 +47,8 @@ auto members(const TalkBackConfig& t)
 auto members(const ServerConfig& s)
 {
     return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.digestWithoutQop, s.users, s.limits,
-                    s.rtpPort, s.segmentationOffload, s.gopCache, s.linger, s.cameras, s.talkBack,
-                    s.multicast, s.liveController, s.mtu, s.recording);
+                    s.rtpPort, s.segmentationOffload, s.gopCache, s.start, s.startRate, s.linger, s.cameras,
+                    s.talkBack, s.multicast, s.liveController, s.mtu, s.recording);
 }
 
 }  // namespace

@@ -39,6 +39,7 @@ struct StreamConfig
     std::string audioCodec = "pcmu";  ///< "pcmu", "pcma", "aac" or "none"
     std::string multicast;            ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool
     bool record = false;
+    std::string start = "default";  ///< how viewers start: "burst", "paced", "key-frame" or the server's way
 
     bool operator==(const StreamConfig& other) const;
 };
@@ -139,7 +140,9 @@ struct ServerConfig
     RecordingConfig recording;
     int rtpPort = 0;  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
     bool segmentationOffload = true;  ///< UDP GSO where the system has it
-    bool gopCache = true;             ///< start from the last key picture instead of forcing a new one
+    std::string start = "burst";      ///< how viewers of live streams start: "burst", "paced" or "key-frame"
+    int startRate = 2;                ///< multiple of real time that "paced" goes up to
+    bool gopCache = true;             ///< false: start is "key-frame"
     int linger = 5;                   ///< seconds that a source runs on after its last viewer
     std::vector<CameraConfig> cameras;
 

@@ -94,10 +94,19 @@ const std::vector<ConfigKey<ServerConfig>>& serverKeys()
         flag<Server>("segmentation-offload",
                      "Send an access unit's UDP packets in one system call (UDP GSO) where the system can.",
                      [](Server& s) -> bool& { return s.segmentationOffload; }),
-        flag<Server>(
-            "gop-cache",
-            "Start a viewer at once from the last key picture; false forces a new key picture instead.",
-            [](Server& s) -> bool& { return s.gopCache; }),
+        choice<Server>(
+            "start",
+            "How viewers of live streams start: \"burst\" sends everything since the last key frame at once, "
+            "\"paced\" the same at a multiple of real time, \"key-frame\" begins with the next key frame.",
+            [](const Server& s) { return s.start; }, [](Server& s, const std::string& way) { s.start = way; },
+            {"burst", "paced", "key-frame"}),
+        number<Server>(
+            "start-rate", "How many times as fast as real time \"paced\" sends at most.",
+            [](Server& s) -> int& { return s.startRate; }, 2, 100),
+        flag<Server>("gop-cache",
+                     "Whether viewers may start from a key frame of the past; false is the same as start = "
+                     "\"key-frame\".",
+                     [](Server& s) -> bool& { return s.gopCache; }),
         choice<Server>(
             "live-controller",
             "Which of the library's two live controllers serves orv/live: \"first\" or \"second\". Viewers "
@@ -343,6 +352,10 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             "Multicast group that is this stream's alone, as \"239.1.2.3:5004\" with an even port; empty "
             "takes one of the pool.",
             [](Stream& s) -> std::string& { return s.multicast; }, TextKind::group),
+        choice<Stream>(
+            "start", "How viewers of this stream start, where not as the key at the top says.",
+            [](const Stream& s) { return s.start; }, [](Stream& s, const std::string& way) { s.start = way; },
+            {"default", "burst", "paced", "key-frame"}),
         flag<Stream>("record", "Record the stream; its source runs all the time then.",
                      [](Stream& s) -> bool& { return s.record; }),
     };

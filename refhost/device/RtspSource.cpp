@@ -41,8 +41,22 @@ bool RtspSource::build(GstBin* pipeline, std::string& error)
     g_signal_connect(client, "pad-added", G_CALLBACK(&RtspSource::onPadAdded), this);
     g_signal_connect(client, "no-more-pads", G_CALLBACK(&RtspSource::onNoMorePads), this);
     g_signal_connect(client, "select-stream", G_CALLBACK(&RtspSource::onSelectStream), this);
+    g_signal_connect(client, "before-send", G_CALLBACK(&RtspSource::onBeforeSend), nullptr);
     gst_bin_add(pipeline, client);
     return true;
+}
+
+/// What a server of this kind has kept of the past would arrive at once, as if it were captured at once.
+gboolean RtspSource::onBeforeSend(GstElement*, GstRTSPMessage* message, gpointer)
+{
+    GstRTSPMethod method = GST_RTSP_INVALID;
+    if (gst_rtsp_message_get_type(message) == GST_RTSP_MESSAGE_REQUEST &&
+        gst_rtsp_message_parse_request(message, &method, nullptr, nullptr) == GST_RTSP_OK &&
+        method == GST_RTSP_SETUP)
+    {
+        gst_rtsp_message_add_header_by_name(message, "Live-Start", "key-frame");
+    }
+    return TRUE;
 }
 
 void RtspSource::onPadAdded(GstElement*, GstPad* pad, gpointer self)

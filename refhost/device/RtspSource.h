@@ -1,5 +1,8 @@
 #pragma once
 
+#include <gst/gst.h>
+#include <gst/rtsp/gstrtspmessage.h>
+
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -33,6 +36,7 @@ public:
 private:
     static void onPadAdded(GstElement* client, GstPad* pad, gpointer self);
     static void onNoMorePads(GstElement* client, gpointer self);
+    static gboolean onBeforeSend(GstElement* client, GstRTSPMessage* message, gpointer self);
     static gboolean onSelectStream(GstElement* client, guint number, GstCaps* caps, gpointer self);
 
     /// One stream of RTP packets.

@@ -330,6 +330,8 @@ bool RtspTcpSource::setUp(Track& track, std::string& error)
 {
     CameraConversation::Headers headers{{"Transport", fmt::format("RTP/AVP/TCP;unicast;interleaved={}-{}",
                                                                   track.channel, track.channel + 1)}};
+    // What a server of this kind has kept of the past would arrive at once, as if it were captured at once.
+    headers.emplace_back("Live-Start", "key-frame");
     if (!session_.empty())
     {
         headers.emplace_back("Session", session_);

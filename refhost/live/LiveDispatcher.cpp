@@ -94,9 +94,9 @@ LiveDispatcher::LiveDispatcher(const LiveSettings& settings)
 
 LiveDispatcher::~LiveDispatcher() = default;
 
-void LiveDispatcher::configure(const LiveSettings& settings)
+void LiveDispatcher::configure(const LiveSettings& settings, LiveStreams::Starts starts)
 {
-    impl_->streams->configure(settings);
+    impl_->streams->configure(settings, std::move(starts));
 }
 
 const std::shared_ptr<LiveStreams>& LiveDispatcher::streams() const

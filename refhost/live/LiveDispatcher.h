@@ -35,7 +35,8 @@ public:
     LiveDispatcher& operator=(const LiveDispatcher&) = delete;
 
     /// Changes the settings for streams and sessions that come from now on; call it before the first one.
-    void configure(const LiveSettings& settings);
+    /// \param starts  how streams start that do not start as `settings` says
+    void configure(const LiveSettings& settings, LiveStreams::Starts starts = {});
 
     /// The streams that it plays, for a dispatcher that shall share them.
     const std::shared_ptr<LiveStreams>& streams() const;

@@ -210,6 +210,15 @@ TrackSender* LiveSession::pictureOf(const TrackSender& sender)
 
 void LiveSession::pumpLocked(const FreshUnit* fresh)
 {
+    // Tracks that are let go one after the other start together, each with its report first.
+    if (std::any_of(senders_.begin(), senders_.end(), [](const auto& sender) { return sender->held(); }))
+    {
+        return;
+    }
+    for (const auto& sender : senders_)
+    {
+        sender->reportStart(pictureOf(*sender));
+    }
     // Sound that waited for this picture goes in front of it: the picture is what the network waits for.
     const bool together = fresh != nullptr && !senders_.empty() && senders_.front()->takesNow(*fresh);
     for (std::size_t i = 1; together && i < senders_.size(); ++i)

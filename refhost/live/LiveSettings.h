@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "refhost/base/HostClock.h"
+#include "refhost/rtp/LiveStart.h"
 
 namespace refhost
 {
@@ -11,8 +12,8 @@ namespace refhost
 /// How the live dispatch behaves. A plain value.
 struct LiveSettings
 {
-    /// Start viewers from the last key picture that was sent; otherwise each start asks the encoder for one.
-    bool gopCache = true;
+    /// How viewers start who do not ask for something else.
+    LiveStart start;
     /// Most that one track keeps of the past, in bytes of packets and in access units.
     std::size_t ringBytes = 8U << 20U;
     std::size_t ringUnits = 4096;

@@ -1,5 +1,7 @@
 #include "refhost/live/LiveStreams.h"
 
+#include <utility>
+
 #include "refhost/device/Device.h"
 
 namespace refhost
@@ -7,10 +9,11 @@ namespace refhost
 
 LiveStreams::LiveStreams(const LiveSettings& settings) : settings_(settings) {}
 
-void LiveStreams::configure(const LiveSettings& settings)
+void LiveStreams::configure(const LiveSettings& settings, Starts starts)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     settings_ = settings;
+    starts_ = std::move(starts);
 }
 
 std::shared_ptr<LiveStream> LiveStreams::find(int cameraId, int streamId)
@@ -26,7 +29,10 @@ std::shared_ptr<LiveStream> LiveStreams::find(int cameraId, int streamId)
     // Another source under the same key: the device was set up anew.
     if (!stream || stream->source() != source)
     {
-        stream = std::make_shared<LiveStream>(source, settings_);
+        LiveSettings settings = settings_;
+        const auto own = starts_.find(key(cameraId, streamId));
+        settings.start = own == starts_.end() ? settings.start : own->second;
+        stream = std::make_shared<LiveStream>(source, settings);
     }
     return stream;
 }

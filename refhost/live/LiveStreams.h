@@ -18,8 +18,11 @@ class LiveStreams
 public:
     explicit LiveStreams(const LiveSettings& settings);
 
+    /// How streams start that do not start as LiveSettings says; by key().
+    using Starts = std::unordered_map<std::string, LiveStart>;
+
     /// Changes the settings for streams that come from now on.
-    void configure(const LiveSettings& settings);
+    void configure(const LiveSettings& settings, Starts starts = {});
 
     /// \returns null when no such stream is configured
     std::shared_ptr<LiveStream> find(int cameraId, int streamId);
@@ -30,6 +33,7 @@ public:
 private:
     std::mutex mutex_;
     LiveSettings settings_;
+    Starts starts_;
     std::unordered_map<std::string, std::shared_ptr<LiveStream>> streams_;
 };
 

@@ -79,10 +79,12 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
         return hostStreamFailed;
     }
     earliest_ = played_ ? cursor_ : 0;
-    if (video_ && !settings_.gopCache)
+    const LiveStart::Mode mode = sender_.transport()->start.value_or(settings_.start.mode);
+    if (video_ && mode == LiveStart::Mode::keyFrame)
     {
         earliest_ = std::max(earliest_, track_->head());
     }
+    paced_ = mode == LiveStart::Mode::paced;
     playing_ = true;
     played_ = true;
     started_ = false;
@@ -155,7 +157,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
     {
         return;
     }
-    const unsigned pace = sender_.transport()->catchUpUnits();
+    const unsigned pace = paced_ ? 0 : sender_.transport()->catchUpUnits();
     const std::uint64_t head = track_->head();
     if (head != seenHead_)
     {
@@ -166,11 +168,41 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
     {
         const bool another =
             (pace == 0 || (credit_ > 1 && sender_.transport()->joinsUnits())) && cursor_ + 1 < head;
+        if (paced_ && isEarly())
+        {
+            return;
+        }
         if (!deliver(nowMs, more || another))
         {
             return;
         }
         --credit_;
+    }
+    // It has caught up.
+    paced_ = paced_ && cursor_ != track_->head();
+}
+
+/// Whether the next unit would come faster than a paced start goes. The first one is sent at once.
+bool TrackSender::isEarly()
+{
+    const std::int64_t nowNs = settings_.clock->monotonicNs();
+    if (unitStays_ && unitPackets_ == 0)
+    {
+        pacedSinceNs_ = nowNs;
+    }
+    return unit_->captureTimeNs - startCaptureNs_ > (nowNs - pacedSinceNs_) * settings_.start.rate;
+}
+
+void TrackSender::reportStart(TrackSender* picture)
+{
+    if (!playing_ || (started_ && !unitStays_) || sender_.transport()->state() != SendStatus::sent)
+    {
+        return;
+    }
+    const std::int64_t nowMs = settings_.clock->monotonicMs();
+    if ((started_ || start(picture, nowMs)) && unitPackets_ == 0)
+    {
+        report(nowMs);
     }
 }
 
@@ -318,7 +350,8 @@ bool TrackSender::skipToStart(const LiveTrack::View& view)
     return !waitsForKey_;
 }
 
-bool TrackSender::deliver(std::int64_t nowMs, bool more)
+/// Settles the timestamp of the unit to be sent, and tells it by a sender report where one is due.
+void TrackSender::report(std::int64_t nowMs)
 {
     if (unitPackets_ == 0)
     {
@@ -335,6 +368,11 @@ bool TrackSender::deliver(std::int64_t nowMs, bool more)
         const std::int64_t nowNs = settings_.clock->monotonicNs();
         sender_.sendReport(nowMs, settings_.clock->wall().mapping().at(nowNs), timeline_.at(nowNs));
     }
+}
+
+bool TrackSender::deliver(std::int64_t nowMs, bool more)
+{
+    report(nowMs);
     const SendResult result = sender_.send(unit_, unitPackets_, unitTimestamp_, more);
     unitPackets_ += result.packets;
     if (result.status == SendStatus::sent)

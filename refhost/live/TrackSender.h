@@ -99,6 +99,16 @@ public:
     /// \param more     the picture follows at once on the same way
     void pump(const FreshUnit* fresh, TrackSender* picture, bool more);
 
+    /// Where a start is settled and nothing of it was sent, sends the report that tells when its first unit
+    /// was captured: before the units of the past come, which arrive faster than they were captured.
+    void reportStart(TrackSender* picture);
+
+    /// Whether its transport is kept back until a request is answered.
+    bool held() const
+    {
+        return playing_ && sender_.transport()->state() == SendStatus::held;
+    }
+
     /// Whether this sender is going to send this unit, as soon as it is pumped.
     bool takesNow(const FreshUnit& fresh) const;
 
@@ -121,7 +131,9 @@ private:
     bool next(const FreshUnit* fresh, std::int64_t nowMs);
     bool skipToStart(const LiveTrack::View& view);
     void moveTo(std::uint64_t index);
+    void report(std::int64_t nowMs);
     bool deliver(std::int64_t nowMs, bool more);
+    bool isEarly();
     void abandonUnit();
 
     const std::weak_ptr<LiveSession> session_;
@@ -154,6 +166,8 @@ private:
     std::int64_t playedMs_ = 0;
     std::int64_t waitingSinceNs_ = 0;   // capture time of the first block that waits for a picture
     std::int64_t congestedMs_ = never;  // since when, or never
+    bool paced_ = false;                // it goes through the past at a limited rate
+    std::int64_t pacedSinceNs_ = 0;     // when its first unit was sent
     std::uint64_t seenHead_ = 0;
     unsigned credit_ = 0;  // units that may still go before the next one comes, where the way wants that
     RTPPacketInfo first_;

@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "hostapi/device/IConnection.h"
 #include "refhost/rtp/AccessUnit.h"
+#include "refhost/rtp/LiveStart.h"
 
 namespace refhost
 {
@@ -116,6 +118,10 @@ public:
     /// Hands RTP that the client sends to the listener too, until the end of the transport. What is not asked
     /// for is dropped at the socket: a client that only listens needs no place in its tables.
     virtual void takeRtp() {}
+
+    /// How this client wants a live stream to start; nothing where the stream's own way serves it. Set before
+    /// the transport is given away.
+    std::optional<LiveStart::Mode> start;
 
     /// What a log calls the client.
     virtual std::string peerName() const

@@ -195,7 +195,15 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
         status = session->setup(
             exchange.url.track,
             [&](RtspSession::Delivery& out)
-            { return deliveries_.make(choice, *session, exchange.url.track, out, transportText); },
+            {
+                const RtspStatus made =
+                    deliveries_.make(choice, *session, exchange.url.track, out, transportText);
+                if (made == rtspOk && !out.shared)
+                {
+                    (*out.transport)->start = LiveStart::named(exchange.request.value("Live-Start"));
+                }
+                return made;
+            },
             ssrc);
     }
     catch (...)

@@ -44,6 +44,8 @@ ServerConfig withEverythingChanged()
     config.digestWithoutQop = false;
     config.segmentationOffload = false;
     config.gopCache = false;
+    config.start = "paced";
+    config.startRate = 7;
     config.linger = 0;
     int value = 100;
     for (const ConfigKey<LimitsConfig>& key : limitsKeys())

@@ -106,9 +106,9 @@ TEST_F(LiveDispatcherTest, WaitsForAKeyPictureAndAsksForItWhenThereIsNone)
     EXPECT_TRUE(wire->units().front()->keyFrame);
 }
 
-TEST_F(LiveDispatcherTest, WithoutGopCacheEachStartAsksForANewKeyPicture)
+TEST_F(LiveDispatcherTest, WithAStartAtAKeyFrameEachOneAsksForANewKeyPicture)
 {
-    settings.gopCache = false;
+    settings.start.mode = LiveStart::Mode::keyFrame;
     make();
     const auto wire = setUp("s", video);
     ticks(3);

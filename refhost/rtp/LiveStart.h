@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+namespace refhost
+{
+
+/// How a viewer's delivery of a live stream starts. A plain value.
+struct LiveStart
+{
+    enum class Mode
+    {
+        burst,    ///< from the last key frame on, everything since then as fast as the transport takes it
+        paced,    ///< from the last key frame on, at most `rate` times as fast as it was captured
+        keyFrame  ///< from the next key frame on, which the encoder is asked for
+    };
+
+    Mode mode = Mode::burst;
+    int rate = 2;
+
+    /// \param name  "burst", "paced" or "key-frame"
+    /// \returns nothing for another name
+    static std::optional<Mode> named(std::string_view name);
+};
+
+}  // namespace refhost
