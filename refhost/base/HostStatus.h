@@ -27,6 +27,9 @@ enum HostStatus
     hostRangeInvalid = -108,
     /// Another talk-back session has the audio output for itself.
     hostTalkBackBusy = -111,
+    /// There may be footage in the interval that was asked for, but the index of the recordings is being
+    /// rebuilt or cannot be read now. Ask again later.
+    hostRecordingsIncomplete = -113,
     /// The client said goodbye: its talk-back session ends.
     hostTalkerLeft = -112,
 };

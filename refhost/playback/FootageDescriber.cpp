@@ -1,6 +1,8 @@
 #include "refhost/playback/FootageDescriber.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 #include "refhost/base/HostStatus.h"
 #include "refhost/playback/Packetiser.h"
@@ -12,6 +14,8 @@ namespace
 
 /// Segments that are tried until one can be read.
 constexpr int mostTried = 8;
+/// Segments whose descriptions are compared.
+constexpr std::size_t maxCompared = 3;
 /// Segments whose tracks are remembered.
 constexpr std::size_t mostKnown = 64;
 /// Units that are looked at until a track can be described.
@@ -27,24 +31,54 @@ int FootageDescriber::describe(const FootageDirectory& directory, int cameraId, 
     const auto streamId = directory.streamOf(cameraId, beginNs, endNs);
     if (!streamId)
     {
-        return hostRecordingUnknown;
+        return directory.isComplete() ? hostRecordingUnknown : hostRecordingsIncomplete;
     }
     const auto segments = directory.find(cameraId, *streamId, beginNs, endNs, mostTried);
     if (segments.empty())
     {
         return hostRecordingUnknown;
     }
+    std::vector<Described> whole;
+    std::optional<Described> partial;
     for (const RecordedSegment& segment : segments)
     {
-        if (describeSegment(segment, out))
+        Described described;
+        if (!describeSegment(segment, described))
         {
-            return 0;
+            continue;
+        }
+        if (described.whole)
+        {
+            whole.push_back(std::move(described));
+        }
+        else if (!partial || partial->tracks.size() < described.tracks.size())
+        {
+            partial = std::move(described);
+        }
+        if (whole.size() == maxCompared || (whole.size() == 2 && agree(whole[0], whole[1])))
+        {
+            break;
         }
     }
-    return hostStreamFailed;
+    if (whole.empty() && !partial)
+    {
+        return hostStreamFailed;
+    }
+    // A damage that a decoder does not notice is one segment's alone.
+    const bool firstIsOdd =
+        whole.size() == maxCompared && !agree(whole[0], whole[2]) && agree(whole[1], whole[2]);
+    out = whole.empty() ? partial->tracks : whole[firstIsOdd ? 1 : 0].tracks;
+    return 0;
 }
 
-bool FootageDescriber::describeSegment(const RecordedSegment& segment, Tracks& out)
+bool FootageDescriber::agree(const Described& left, const Described& right)
+{
+    const SubMediaInfo& one = left.tracks.front();
+    const SubMediaInfo& other = right.tracks.front();
+    return one.encodingName == other.encodingName && one.formatParameters == other.formatParameters;
+}
+
+bool FootageDescriber::describeSegment(const RecordedSegment& segment, Described& out)
 {
     const auto known = std::find_if(known_.begin(), known_.end(),
                                     [&](const auto& entry) { return entry.first == segment.path; });
@@ -54,32 +88,29 @@ bool FootageDescriber::describeSegment(const RecordedSegment& segment, Tracks& o
         std::rotate(known, std::next(known), known_.end());
         return true;
     }
-    Tracks tracks;
-    bool complete = false;
-    if (!describeFile(segment.path, tracks, complete))
+    Described described;
+    if (!describeFile(segment.path, described))
     {
         return false;
     }
-    addBitRate(segment, tracks);
-    if (!complete && !segment.closed)
+    addBitRate(segment, described.tracks);
+    if (!described.whole && !segment.closed)
     {
         // The rest is still to be written.
-        out = std::move(tracks);
+        out = std::move(described);
         return true;
     }
     if (known_.size() == mostKnown)
     {
         known_.erase(known_.begin());
     }
-    known_.emplace_back(segment.path, tracks);
-    out = std::move(tracks);
+    known_.emplace_back(segment.path, described);
+    out = std::move(described);
     return true;
 }
 
-/// \param[out] complete  every track of the file is described
-bool FootageDescriber::describeFile(const std::string& path, Tracks& out, bool& complete)
+bool FootageDescriber::describeFile(const std::string& path, Described& out)
 {
-    complete = true;
     for (const bool video : {true, false})
     {
         std::string error;
@@ -91,12 +122,13 @@ bool FootageDescriber::describeFile(const std::string& path, Tracks& out, bool& 
         SubMediaInfo track;
         if (describeTrack(*file, video, track))
         {
-            out.push_back(track);
+            out.tracks.push_back(track);
+            out.whole = out.whole && file->isDecodable(video);
             continue;
         }
-        complete = complete && (video ? file->video() : file->sound()) == nullptr;
+        out.whole = out.whole && (video ? file->video() : file->sound()) == nullptr;
     }
-    return !out.empty();
+    return !out.tracks.empty();
 }
 
 bool FootageDescriber::describeTrack(SegmentFile& file, bool video, SubMediaInfo& out)

@@ -13,26 +13,37 @@
 namespace refhost
 {
 
-/// Finds out what the footage of an interval is made of, by its first segment that can be read. Remembers
-/// what it read lately. Threads: one at a time. Reads from a disk.
+/// Finds out what the footage of an interval is made of, by its first segments. One that cannot be read or
+/// whose parameter sets are damaged does not count where another one is whole, nor one whose parameter sets
+/// differ from those that the next two agree on. Remembers what it read lately. Threads: one at a time. Reads
+/// from a disk.
 class FootageDescriber
 {
 public:
     /// \param beginNs, endNs  wall clock, nanoseconds since 1970
     /// \param[out] out        the tracks, video first; left as it was on failure
-    /// \returns 0; hostRecordingUnknown when there is no footage; hostStreamFailed when none can be read
+    /// \returns 0; hostRecordingUnknown when there is no footage; hostRecordingsIncomplete when that is not
+    /// known
+    ///          yet; hostStreamFailed when none can be read
     int describe(const FootageDirectory& directory, int cameraId, std::int64_t beginNs, std::int64_t endNs,
                  std::vector<SubMediaInfo>& out);
 
 private:
     using Tracks = std::vector<SubMediaInfo>;
 
-    bool describeSegment(const RecordedSegment& segment, Tracks& out);
-    static bool describeFile(const std::string& path, Tracks& out, bool& complete);
+    struct Described
+    {
+        Tracks tracks;
+        bool whole = true;  ///< every track of the file is there, and a decoder takes its parameters
+    };
+
+    bool describeSegment(const RecordedSegment& segment, Described& out);
+    static bool describeFile(const std::string& path, Described& out);
     static bool describeTrack(SegmentFile& file, bool video, SubMediaInfo& out);
+    static bool agree(const Described& left, const Described& right);
     static void addBitRate(const RecordedSegment& segment, Tracks& tracks);
 
-    std::vector<std::pair<std::string, Tracks>> known_;  // by path, the latest last
+    std::vector<std::pair<std::string, Described>> known_;  // by path, the latest last
 };
 
 }  // namespace refhost

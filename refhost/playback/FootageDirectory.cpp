@@ -12,6 +12,11 @@ std::optional<int> IndexedFootage::streamOf(int cameraId, std::int64_t beginNs, 
     return index_->streamOf(cameraId, beginNs, endNs);
 }
 
+bool IndexedFootage::isComplete() const
+{
+    return index_->isComplete();
+}
+
 std::vector<RecordedSegment> IndexedFootage::find(int cameraId, int streamId, std::int64_t beginNs,
                                                   std::int64_t endNs, int most) const
 {

@@ -20,6 +20,12 @@ public:
     /// The camera's stream that is played in an interval: the lowest with footage there.
     virtual std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const = 0;
 
+    /// Whether what is not found is not there: false while the index is rebuilt or cannot be read.
+    virtual bool isComplete() const
+    {
+        return true;
+    }
+
     /// Segments of a stream with footage in [beginNs, endNs), closed and open ones, in the order of their
     /// begin.
     /// \param most  how many, the first ones
@@ -34,6 +40,7 @@ public:
     explicit IndexedFootage(std::shared_ptr<const RecordingIndex> index);
 
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override;
+    bool isComplete() const override;
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
                                       int most) const override;
 

@@ -1,5 +1,7 @@
 #include "refhost/playback/SegmentCaps.h"
 
+#include <memory>
+
 extern "C"
 {
 #include <libavcodec/avcodec.h>
@@ -92,6 +94,22 @@ std::optional<SegmentCaps> segmentCaps(const AVStream& stream)
         default:
             return std::nullopt;
     }
+}
+
+bool isDecodable(const AVStream& stream)
+{
+    const auto release = [](AVCodecContext* context) { avcodec_free_context(&context); };
+    const AVCodec* const codec = avcodec_find_decoder(stream.codecpar->codec_id);
+    const std::unique_ptr<AVCodecContext, decltype(release)> decoder(
+        codec == nullptr ? nullptr : avcodec_alloc_context3(codec), release);
+    if (!decoder || avcodec_parameters_to_context(decoder.get(), stream.codecpar) < 0)
+    {
+        // Nobody knows.
+        return true;
+    }
+    decoder->thread_count = 1;
+    decoder->err_recognition = AV_EF_EXPLODE | AV_EF_BITSTREAM;
+    return avcodec_open2(decoder.get(), codec, nullptr) == 0;
 }
 
 }  // namespace refhost

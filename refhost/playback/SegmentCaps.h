@@ -22,4 +22,8 @@ struct SegmentCaps
 /// \returns nothing for a track that this host cannot send
 std::optional<SegmentCaps> segmentCaps(const AVStream& stream);
 
+/// Whether a decoder takes what describes a track, such as its parameter sets; nothing of the media is looked
+/// at.
+bool isDecodable(const AVStream& stream);
+
 }  // namespace refhost

@@ -111,6 +111,13 @@ bool SegmentFile::chooseTracks()
     return video_ || sound_;
 }
 
+bool SegmentFile::isDecodable(bool video) const
+{
+    const int stream = video ? videoIndex_ : soundIndex_;
+    const bool has = (video ? video_ : sound_).has_value();
+    return has && refhost::isDecodable(*input_->streams[stream]);
+}
+
 std::int64_t SegmentFile::toNs(std::int64_t time, int stream) const
 {
     constexpr AVRational nanoseconds{1, 1'000'000'000};

@@ -55,6 +55,10 @@ public:
     SegmentFile(const SegmentFile&) = delete;
     SegmentFile& operator=(const SegmentFile&) = delete;
 
+    /// Whether a decoder takes what describes a track, such as its parameter sets. False without such a
+    /// track. Costs about a millisecond.
+    bool isDecodable(bool video) const;
+
     /// The file's first track of the kind; null when there is none.
     const Track* video() const
     {

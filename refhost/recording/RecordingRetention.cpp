@@ -5,6 +5,8 @@
 #include <set>
 #include <system_error>
 
+#include "refhost/recording/FileUse.h"
+
 namespace refhost
 {
 
@@ -12,13 +14,27 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, std
 {
     Outcome outcome;
     std::set<std::int64_t> stuck;
+    std::set<std::int64_t> passed;  // stuck ones, and those that are in use
     std::int64_t bytes = index.totalBytes();
+    bool sparesUsed = true;
     while (stuck.size() < mostFailures)
     {
-        const std::optional<RecordedSegment> oldest = index.oldestClosed(stuck);
+        const std::optional<RecordedSegment> oldest = index.oldestClosed(passed);
+        if (sparesUsed && !oldest && passed.size() > stuck.size())
+        {
+            // Nothing else is left.
+            sparesUsed = false;
+            passed = stuck;
+            continue;
+        }
         if (!oldest || !isTooMuch(bytes, *oldest, nowNs))
         {
             break;
+        }
+        if (sparesUsed && !isTooOld(*oldest, nowNs) && FileUse::isOpenElsewhere(oldest->path))
+        {
+            passed.insert(oldest->id);
+            continue;
         }
         // The file first: it makes room where the disk is full and the index cannot be changed.
         std::error_code problem;
@@ -27,6 +43,7 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, std
         {
             outcome.problem = oldest->path + ": " + problem.message();
             stuck.insert(oldest->id);
+            passed.insert(oldest->id);
             continue;
         }
         if (!index.remove(oldest->id))
@@ -43,8 +60,12 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, std
 bool RecordingRetention::isTooMuch(std::int64_t bytes, const RecordedSegment& oldest,
                                    std::int64_t nowNs) const
 {
-    const bool tooOld = limits_.maxAgeNs > 0 && oldest.beginNs + oldest.durationNs < nowNs - limits_.maxAgeNs;
-    return tooOld || (limits_.maxBytes > 0 && bytes > limits_.maxBytes);
+    return isTooOld(oldest, nowNs) || (limits_.maxBytes > 0 && bytes > limits_.maxBytes);
+}
+
+bool RecordingRetention::isTooOld(const RecordedSegment& segment, std::int64_t nowNs) const
+{
+    return limits_.maxAgeNs > 0 && segment.beginNs + segment.durationNs < nowNs - limits_.maxAgeNs;
 }
 
 }  // namespace refhost

@@ -10,7 +10,9 @@ namespace refhost
 
 /// Removes the oldest segments where there are more than wanted, file and entry together.
 ///
-/// Segments that are being written stay. Threads: one at a time.
+/// Segments that are being written stay. Of the others, those whose files are open anywhere, as the ones that
+/// are being played, go by size only where nothing else is left; by age they go as the others. Threads: one
+/// at a time.
 class RecordingRetention
 {
 public:
@@ -35,6 +37,7 @@ public:
     Outcome apply(RecordingIndex& index, std::int64_t nowNs) const;
 
 private:
+    bool isTooOld(const RecordedSegment& segment, std::int64_t nowNs) const;
     bool isTooMuch(std::int64_t bytes, const RecordedSegment& oldest, std::int64_t nowNs) const;
 
     Limits limits_;

@@ -2,6 +2,14 @@
 
 namespace refhost
 {
+namespace
+{
+
+/// What is not available now may be soon: a camera that starts, an index that is rebuilt (RFC 2326,
+/// section 12.31).
+constexpr std::string_view retryAfterSeconds = "5";
+
+}  // namespace
 
 Exchange::Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter, ClientLink& clientLink)
     : request(rtspRequest), link(clientLink), writer_(responseWriter)
@@ -12,6 +20,10 @@ ResponseWriter& Exchange::begin(RtspStatus status)
 {
     status_ = status;
     writer_.begin(status, cseq);
+    if (status == rtspServiceUnavailable)
+    {
+        writer_.header("Retry-After", retryAfterSeconds);
+    }
     return writer_;
 }
 

@@ -47,6 +47,9 @@ constexpr std::array<StatusMap::Row, StatusMap::rowCount> table{{
     {hostRecordingUnknown, Step::create, rtspNotFound},
     {hostRecordingUnknown, Step::setup, rtspNotFound},
     {hostRecordingUnknown, Step::control, rtspNotFound},
+    {hostRecordingsIncomplete, Step::create, rtspServiceUnavailable},
+    {hostRecordingsIncomplete, Step::setup, rtspServiceUnavailable},
+    {hostRecordingsIncomplete, Step::control, rtspServiceUnavailable},
     {hostRangeInvalid, Step::setup, rtspInvalidRange},
     {hostRangeInvalid, Step::control, rtspInvalidRange},
 }};

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+
 #include "refhost/base/HostStatus.h"
 #include "tests/refhost/playback/RecordedFootage.h"
 
@@ -96,6 +99,63 @@ TEST_F(FootageDescriberTest, SoundThatCameLaterIsToldAsSoonAsItIsThere)
     tracks.clear();
     ASSERT_EQ(describe(0, 100), 0);
     EXPECT_EQ(tracks.size(), 2U);
+}
+
+/// Overwrites some bytes of the sequence parameter set in a file's header.
+void damageParameterSet(const std::string& path, std::size_t from, const std::string& with)
+{
+    std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // The record begins with its version and the three bytes that the set repeats behind its type.
+    std::size_t at = bytes.find("\x63\xA2");  // CodecPrivate
+    ASSERT_NE(at, std::string::npos);
+    at = bytes.find('\x67', at);
+    ASSERT_NE(at, std::string::npos);
+    file.clear();
+    file.seekp(static_cast<std::streamoff>(at + from));
+    file << with;
+}
+
+TEST_F(FootageDescriberTest, ADamagedParameterSetInTheFirstSegmentDoesNotSpoilTheInterval)
+{
+    addSegment(50, 1);
+    ASSERT_EQ(describe(50, 51), 0);
+    const std::vector<SubMediaInfo> good = tracks;
+    int checked = 0;
+    for (const auto& [from, with] : {std::pair<std::size_t, std::string>{0, "\xff\xff\xff\xff"},
+                                     {4, "\xff\xff\xff\xff"},
+                                     {4, std::string(6, '\0')},
+                                     {1, "\xff"},
+                                     {6, "\x5a"},
+                                     {8, "\x01\x02"}})
+    {
+        const double begin = 100 + 10 * ++checked;
+        damageParameterSet(addSegment(begin, 1).path, from, with);
+        addSegment(begin + 1, 1);
+        addSegment(begin + 2, 1);
+        tracks.clear();
+        ASSERT_EQ(describe(begin, begin + 3), 0) << checked;
+        ASSERT_EQ(tracks.size(), 2U) << checked;
+        EXPECT_EQ(tracks[0].formatParameters, good[0].formatParameters) << checked;
+        EXPECT_EQ(tracks[0].width, 160) << checked;
+    }
+}
+
+TEST_F(FootageDescriberTest, ADamagedSegmentAloneIsStillDescribed)
+{
+    damageParameterSet(addSegment(0, 1).path, 4, "\xff\xff\xff\xff");
+    EXPECT_EQ(describe(0, 1), 0);
+    EXPECT_FALSE(tracks.empty());
+}
+
+TEST_F(FootageDescriberTest, NothingIsKnownOfFootageWhileTheIndexIsRebuilt)
+{
+    footage->complete = false;
+    EXPECT_EQ(describe(0, 1), hostRecordingsIncomplete);
+    addSegment(0, 1);
+    EXPECT_EQ(describe(0, 1), 0);
+    footage->complete = true;
+    EXPECT_EQ(describe(50, 51), hostRecordingUnknown);
 }
 
 TEST_F(FootageDescriberTest, ASegmentIsReadOnce)

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -27,6 +28,13 @@ namespace test
 class ListedFootage : public FootageDirectory
 {
 public:
+    std::atomic<bool> complete{true};
+
+    bool isComplete() const override
+    {
+        return complete;
+    }
+
     void add(const RecordedSegment& segment)
     {
         const std::lock_guard<std::mutex> guard(mutex_);

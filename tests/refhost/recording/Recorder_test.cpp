@@ -265,6 +265,39 @@ TEST_F(RecorderTest, DiskThatFailsWhenTheSystemWritesStopsTheRecording)
     EXPECT_EQ(footage().back().second, 16);
 }
 
+TEST_F(RecorderTest, VideoOfACameraWhoseAudioIsMalformedIsRecorded)
+{
+    MediaFormat malformed = *MadeUnits::soundFormat(MediaCoding::aac);
+    malformed.codecData = {0x12, 0x78};  // a number of channels that there is not
+    source_->made.sound = std::make_shared<const MediaFormat>(malformed);
+    source_->sound = true;
+    CapturedErrors log;
+    start();
+    source_->giveMedia(0, 10);
+    stop();
+    EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(0));
+    EXPECT_THAT(log.linesWith("the audio's description is malformed"), SizeIs(1));
+    EXPECT_EQ(footage(), (Footage{{0, 10}}));
+}
+
+TEST_F(RecorderTest, MalformedFramesAreLeftOutAndTheRestIsRecorded)
+{
+    CapturedErrors log;
+    start();
+    for (int i = 0; i < 10; ++i)
+    {
+        source_->giveMedia(i, i + 1);
+        EncodedUnit empty = *source_->made.picture(i + 0.99, false);
+        empty.bytes.clear();
+        source_->give(std::make_shared<EncodedUnit>(empty));
+    }
+    stop();
+    EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(0));
+    EXPECT_THAT(log.linesWith("is malformed"), SizeIs(1));
+    EXPECT_THAT(footage(), SizeIs(1));
+    EXPECT_EQ(index_->all().size(), 3U);
+}
+
 class FullDisk
 {
 public:

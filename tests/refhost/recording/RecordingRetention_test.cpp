@@ -116,6 +116,20 @@ TEST_F(RecordingRetentionTest, SegmentsThatAreWrittenCountAndStay)
     EXPECT_THAT(begins(), ElementsAre(10));
 }
 
+TEST_F(RecordingRetentionTest, SegmentThatIsPlayedStaysAsLongAsOthersCanGo)
+{
+    add(1, 10);
+    add(1, 20);
+    add(1, 30);
+    std::ifstream player(folder_ / "1-10");
+    EXPECT_EQ(apply({200, 0}), 1);
+    EXPECT_THAT(begins(), ElementsAre(10, 30));
+    EXPECT_EQ(apply({50, 0}), 2) << "nothing else is left";
+    add(1, 40);
+    std::ifstream another(folder_ / "1-40");
+    EXPECT_EQ(apply({0, second}, 1000), 1) << "too old";
+}
+
 TEST_F(RecordingRetentionTest, MissingFileDoesNotKeepItsEntry)
 {
     add(1, 10);

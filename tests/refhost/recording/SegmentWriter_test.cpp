@@ -141,6 +141,29 @@ TEST_F(SegmentWriterTest, DecodingTimesThatMakeNoSenseAreTaken)
     EXPECT_EQ(duration(), 0.08);
 }
 
+TEST_F(SegmentWriterTest, MalformedDescriptionIsRefusedBeforeThereIsAFile)
+{
+    EXPECT_TRUE(SegmentWriter::accepts(*video));
+    EXPECT_TRUE(SegmentWriter::accepts(*sound));
+    EXPECT_TRUE(SegmentWriter::accepts(*soundFormat(MediaCoding::aac)));
+    MediaFormat malformed = *soundFormat(MediaCoding::aac);
+    malformed.codecData = {0x12, 0x78};  // a number of channels that there is not
+    EXPECT_FALSE(SegmentWriter::accepts(malformed));
+}
+
+TEST_F(SegmentWriterTest, MalformedUnitIsLeftOutAndIsNoFailureOfTheDisk)
+{
+    const auto writer = create();
+    EXPECT_TRUE(fill(*writer, 0, 1));
+    EncodedUnit empty = *picture(1, false);
+    empty.bytes.clear();
+    EXPECT_TRUE(writer->write(0, empty));
+    EXPECT_EQ(writer->leftOut(), 1);
+    EXPECT_TRUE(fill(*writer, 1, 2));
+    EXPECT_TRUE(writer->close()) << writer->error();
+    EXPECT_EQ(duration(), 2.0);
+}
+
 TEST_F(SegmentWriterTest, FileThatIsThereIsNotTouched)
 {
     std::ofstream(path_) << "mine";

@@ -43,14 +43,14 @@ TEST(StatusMap, TheSameCodeMeansWhatItsStepMakesOfIt)
 
 TEST(StatusMap, EveryCodeThatARequestCanProvokeHasAMeaning)
 {
-    for (const int code :
-         {static_cast<int>(statusNoPlayer), static_cast<int>(statusRefused), static_cast<int>(statusNotFound),
-          static_cast<int>(statusPlayerUnusable), static_cast<int>(statusThreadFailed),
-          static_cast<int>(hostStreamUnknown), static_cast<int>(hostStreamNotReady),
-          static_cast<int>(hostStreamFailed), static_cast<int>(hostTrackUnknown),
-          static_cast<int>(hostConnectionUnusable), static_cast<int>(hostTalkBackUnavailable),
-          static_cast<int>(hostRecordingUnknown), static_cast<int>(hostRangeInvalid),
-          static_cast<int>(hostTalkBackBusy), static_cast<int>(hostTalkerLeft)})
+    for (const int code : {static_cast<int>(statusNoPlayer), static_cast<int>(statusRefused),
+                           static_cast<int>(statusNotFound), static_cast<int>(statusPlayerUnusable),
+                           static_cast<int>(statusThreadFailed), static_cast<int>(hostStreamUnknown),
+                           static_cast<int>(hostStreamNotReady), static_cast<int>(hostStreamFailed),
+                           static_cast<int>(hostTrackUnknown), static_cast<int>(hostConnectionUnusable),
+                           static_cast<int>(hostTalkBackUnavailable), static_cast<int>(hostRecordingUnknown),
+                           static_cast<int>(hostRecordingsIncomplete), static_cast<int>(hostRangeInvalid),
+                           static_cast<int>(hostTalkBackBusy), static_cast<int>(hostTalkerLeft)})
     {
         EXPECT_NE(StatusMap::ofCode(Step::setup, code), rtspInternalError) << code;
         EXPECT_NE(StatusMap::ofCode(Step::control, code), rtspInternalError) << code;
