@@ -117,7 +117,9 @@ bool RecordingFolder::lock(std::string& error)
     lock_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, fileMode);
     if (lock_ < 0)
     {
+        const int reason = errno;
         error = because(path);
+        errno = reason;
         return false;
     }
     // One that belongs to the open file: a second server in the same process is another one, too.

@@ -1,16 +1,11 @@
 #include "refhost/recording/RecordingIndex.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
-#include "refhost/base/Log.h"
+#include "refhost/recording/IndexFile.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/SqliteQuery.h"
 
@@ -44,11 +39,6 @@ constexpr const char* columns =
 constexpr int pathColumn = 6;
 
 constexpr const char* tooNew = "it was written by a later version of ovrtspd";
-
-std::string databaseOf(const std::string& directory)
-{
-    return directory + "/index.db";
-}
 
 int versionOf(SqliteDatabase& database)
 {
@@ -84,69 +74,6 @@ std::string withoutSlash(std::string directory)
     return directory;
 }
 
-constexpr std::array<const char*, 3> databaseParts{"-wal", "-shm", ""};
-
-// `index.db.damaged`, or with a number behind it where earlier ones lie.
-std::string freeNameBeside(const std::string& database)
-{
-    std::string name = database + ".damaged";
-    const auto isTaken = [&](const char* part)
-    {
-        std::error_code ignored;
-        return std::filesystem::exists(name + part, ignored);
-    };
-    for (int number = 2; std::any_of(databaseParts.begin(), databaseParts.end(), isTaken); ++number)
-    {
-        name = database + ".damaged-" + std::to_string(number);
-    }
-    return name;
-}
-
-void setAside(const std::string& directory, const std::string& why)
-{
-    const std::string database = databaseOf(directory);
-    const std::string aside = freeNameBeside(database);
-    std::error_code problem;
-    for (const char* const part : databaseParts)
-    {
-        std::filesystem::rename(database + part, aside + part, problem);
-    }
-    if (problem)
-    {
-        Log::error("{} is damaged ({}) and cannot be set aside: {}", database, Log::safe(why),
-                   problem.message());
-        return;
-    }
-    Log::warning("{} is damaged ({}); it is kept as {} and rebuilt from the files", database, Log::safe(why),
-                 std::filesystem::path(aside).filename().string());
-}
-
-// For the server's user and group alone. SQLite makes its other files like the database.
-void restrictAccess(const std::string& directory)
-{
-    constexpr mode_t mode = 0640;
-    const std::string database = databaseOf(directory);
-    const int made = ::open(database.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (made >= 0)
-    {
-        ::close(made);
-        return;
-    }
-    for (const char* const part : databaseParts)
-    {
-        const std::string file = database + part;
-        struct stat status
-        {
-        };
-        const bool restricted = ::stat(file.c_str(), &status) != 0 || (status.st_mode & 0777U & ~mode) == 0 ||
-                                ::chmod(file.c_str(), status.st_mode & mode) == 0;
-        if (!restricted)
-        {
-            Log::warning("{} can be read by everybody on this machine", file);
-        }
-    }
-}
-
 // Whether an entry's path, below the directory, stays there whoever wrote it.
 bool staysInside(const std::string& path)
 {
@@ -167,14 +94,14 @@ std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& path, st
         return nullptr;
     }
     std::string damage;
-    if (SqliteDatabase::isDamaged(databaseOf(directory), damage))
+    if (SqliteDatabase::isDamaged(IndexFile::pathIn(directory), damage))
     {
-        setAside(directory, damage);
+        IndexFile::setAside(directory, damage);
     }
     std::shared_ptr<RecordingIndex> index(new RecordingIndex(directory));
     if (!index->openWriting(error) || !index->openReading(error))
     {
-        error = databaseOf(directory) + ": " + error;
+        error = IndexFile::pathIn(directory) + ": " + error;
         return nullptr;
     }
     return index;
@@ -186,7 +113,7 @@ std::shared_ptr<RecordingIndex> RecordingIndex::openToRead(const std::string& pa
     std::shared_ptr<RecordingIndex> index(new RecordingIndex(directory));
     if (!index->openReading(error))
     {
-        error = databaseOf(directory) + ": " + error;
+        error = IndexFile::pathIn(directory) + ": " + error;
         return nullptr;
     }
     return index;
@@ -196,8 +123,9 @@ RecordingIndex::~RecordingIndex() = default;
 
 bool RecordingIndex::openWriting(std::string& error)
 {
-    restrictAccess(directory_);
-    writing_.database = SqliteDatabase::open(databaseOf(directory_), SqliteDatabase::Access::write, error);
+    IndexFile::restrictAccess(directory_);
+    writing_.database =
+        SqliteDatabase::open(IndexFile::pathIn(directory_), SqliteDatabase::Access::write, error);
     if (!writing_.database)
     {
         return false;
@@ -235,7 +163,8 @@ bool RecordingIndex::openWriting(std::string& error)
 
 bool RecordingIndex::openReading(std::string& error)
 {
-    reading_.database = SqliteDatabase::open(databaseOf(directory_), SqliteDatabase::Access::read, error);
+    reading_.database =
+        SqliteDatabase::open(IndexFile::pathIn(directory_), SqliteDatabase::Access::read, error);
     if (!reading_.database)
     {
         return false;
@@ -499,7 +428,7 @@ bool RecordingIndex::write(const SqliteDatabase::Statement& statement, const Par
     {
         return true;
     }
-    error_ = databaseOf(directory_) + ": " + writing_.database->lastError();
+    error_ = IndexFile::pathIn(directory_) + ": " + writing_.database->lastError();
     return false;
 }
 

@@ -1,6 +1,7 @@
 #include "refhost/recording/RecordingService.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -46,6 +47,13 @@ bool holdsRecordings(const std::string& directory)
         }
     }
     return false;
+}
+
+// On a disk that is too full even for the lock.
+bool makeFirstRoom(const std::string& directory)
+{
+    SegmentLedger nothingWritten(directory, SegmentLedger::Options(), nullptr);
+    return RecordingRoom(nothingWritten).make(true);
 }
 
 // A slash at the end would stand twice in the paths of segments.
@@ -150,7 +158,13 @@ bool RecordingService::openFolder()
     }
     folder_.reset();
     std::string error;
-    folder_ = RecordingFolder::open(withoutSlash(config_.recording.directory), error);
+    const std::string path = withoutSlash(config_.recording.directory);
+    errno = 0;
+    folder_ = RecordingFolder::open(path, error);
+    if (!folder_ && SegmentWriter::isFull(errno) && recordsAnything() && makeFirstRoom(path))
+    {
+        folder_ = RecordingFolder::open(path, error);
+    }
     if (!folder_ && !failureTold_)
     {
         Log::error("nothing is recorded: {}", Log::safe(error));

@@ -117,7 +117,9 @@ TEST_F(RtspConnectionTest, AStreamThatFailsIs503AtOnce)
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
     stream().description = Description::failed;
     ChangeSignal::instance().announce();
-    EXPECT_EQ(client_->response().status, 503);
+    const Received refused = client_->response();
+    EXPECT_EQ(refused.status, 503);
+    EXPECT_EQ(refused.header("Retry-After"), "5") << "it may be there soon";
     EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
 }
 
