@@ -41,8 +41,8 @@ public:
     /// frame at or before its begin, and the length from there; `mediaUrl` is left alone.
     /// \param[out] out  filled on success, otherwise left as it was
     /// \returns 0; hostStreamNotReady while it is looked up, and ChangeSignal tells; hostRecordingUnknown
-    ///          when there is no footage; hostRecordingsIncomplete when that is not known yet; hostStreamFailed when
-    ///          none of it can be read
+    ///          when there is no footage; hostRecordingsIncomplete when that is not known yet;
+    ///          hostStreamFailed when none of it can be read
     int describe(const RecordInfo& record, MediaInfo& out);
 
     std::int64_t run(std::int64_t nowMs) override;
