@@ -23,6 +23,7 @@ log-level = "debug"
 [limits]
 session-timeout = 2
 orphan-timeout = 2
+talkers = 50
 
 [talk-back]
 policy = "{policy}"
