@@ -37,11 +37,10 @@ void TransportInbox::onTransportReady()
 void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
 {
     RtcpFindings ignored;
-    if (!RtcpReader::read(data, size, 0, ignored))
+    if (RtcpReader::read(data, size, 0, ignored))
     {
-        return;
+        heard();
     }
-    heard();
     if (const auto target = listener())
     {
         target->onRtcp(data, size);
@@ -50,11 +49,10 @@ void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
 
 void TransportInbox::onRtp(const std::uint8_t* data, std::size_t size)
 {
-    if (!RtpReader::hasHeader(data, size))
+    if (RtpReader::hasHeader(data, size))
     {
-        return;
+        heard();
     }
-    heard();
     if (const auto target = listener())
     {
         target->onRtp(data, size);

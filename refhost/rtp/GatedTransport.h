@@ -14,7 +14,7 @@ namespace refhost
 
 /// What comes back on one track's way: outlives the transport where a socket is just reading for it.
 ///
-/// Malformed RTCP and what is not RTP is dropped here: it keeps no session alive and reaches no listener.
+/// Malformed RTCP and what is not RTP keeps no session alive; listeners drop and count it.
 /// Threads: any.
 class TransportInbox : public TransportListener
 {

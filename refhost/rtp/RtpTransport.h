@@ -74,11 +74,11 @@ public:
     /// The way takes packets again after `congested` or `held`. Called on any thread, without a lock held.
     virtual void onTransportReady() = 0;
 
-    /// A well-formed compound RTCP packet came from the client. Called on any thread.
+    /// A compound RTCP packet came from the client; not checked yet. Called on any thread.
     virtual void onRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
-    /// An RTP packet came from the client; only its version is checked yet. Called on any thread, and only
-    /// where the transport was told to takeRtp().
+    /// An RTP packet came from the client; not checked yet. Called on any thread, and only where the
+    /// transport was told to takeRtp().
     virtual void onRtp(const std::uint8_t* /*data*/, std::size_t /*size*/) {}
 };
 

@@ -224,8 +224,8 @@ TEST_F(InterleavedTransportTest, ReportsFromTheClientAreHandedOnAndShowThatItLiv
     EXPECT_EQ(0, liveness->lastHeardMs()) << "that was none";
     const Bytes report = {0x80, 201, 0, 1, 1, 1, 1, 1};
     transport->receivedRtcp(report.data(), report.size());
-    ASSERT_EQ(1U, listener->rtcp.size());
-    EXPECT_EQ(report, listener->rtcp[0]);
+    ASSERT_EQ(2U, listener->rtcp.size());
+    EXPECT_EQ(report, listener->rtcp[1]);
     EXPECT_GT(liveness->lastHeardMs(), 0);
     listener.reset();
     transport->receivedRtcp(report.data(), report.size());
