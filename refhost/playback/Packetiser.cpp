@@ -23,6 +23,11 @@ Packetiser::Packetiser(MediaCoding coding, int payloadSize)
 
 Packetiser::~Packetiser()
 {
+    close();
+}
+
+void Packetiser::close()
+{
     if (chain_)
     {
         gst_element_set_state(chain_.get(), GST_STATE_NULL);
@@ -74,9 +79,14 @@ bool Packetiser::push(GstCaps* caps, GstValuePtr<GstBuffer> unit, std::vector<Ac
 {
     if (!caps_ || !gst_caps_is_equal(caps_.get(), caps))
     {
+        // Elements that refused something do not take what comes after it.
+        if (broken_ && !reopen())
+        {
+            return false;
+        }
         const bool first = !caps_;
         caps_.reset(gst_caps_ref(caps));
-        gst_pad_push_event(in_.get(), gst_event_new_caps(caps_.get()));
+        broken_ = gst_pad_push_event(in_.get(), gst_event_new_caps(caps_.get())) == FALSE;
         if (first)
         {
             begin();
@@ -85,7 +95,18 @@ bool Packetiser::push(GstCaps* caps, GstValuePtr<GstBuffer> unit, std::vector<Ac
     made_ = &out;
     const GstFlowReturn flow = gst_pad_push(in_.get(), unit.release());
     made_ = nullptr;
+    broken_ = broken_ || flow != GST_FLOW_OK;
     return flow == GST_FLOW_OK;
+}
+
+bool Packetiser::reopen()
+{
+    close();
+    caps_.reset();
+    builder_.reset();
+    broken_ = false;
+    std::string error;
+    return open(error);
 }
 
 void Packetiser::flush()

@@ -54,6 +54,8 @@ public:
 private:
     Packetiser(MediaCoding coding, int payloadSize);
     bool open(std::string& error);
+    void close();
+    bool reopen();
     void begin();
     static GstFlowReturn onPacket(GstPad* pad, GstObject* parent, GstBuffer* buffer);
     static GstFlowReturn onPackets(GstPad* pad, GstObject* parent, GstBufferList* list);
@@ -68,6 +70,7 @@ private:
     GstObjectPtr<GstPad> in_;
     GstObjectPtr<GstPad> out_;
     GstValuePtr<GstCaps> caps_;
+    bool broken_ = false;  // what these caps are of was refused
     GstValuePtr<GstCaps> rtpCaps_;
     std::vector<AccessUnitPtr>* made_ = nullptr;  // during push()
 };

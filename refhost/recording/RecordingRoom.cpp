@@ -84,8 +84,9 @@ RecordingRoom::Wanted RecordingRoom::wanted() const
     wanted.freeBytes = static_cast<std::int64_t>(disk.f_bavail) * block;
     wanted.bytes = std::clamp(static_cast<std::int64_t>(disk.f_blocks) * block / 100, minRoom, maxRoom);
     // Some file systems do not count files.
-    wanted.freeFiles = disk.f_files == 0 ? 1 : static_cast<std::int64_t>(disk.f_favail);
-    wanted.files = 1;
+    wanted.freeFiles = disk.f_files == 0 ? 4 : static_cast<std::int64_t>(disk.f_favail);
+    // The index needs several.
+    wanted.files = 4;
     return wanted;
 }
 

@@ -186,6 +186,11 @@ void RecordingService::openIndex()
     }
     std::string error;
     index_ = RecordingIndex::open(folder_->path(), error);
+    // The first that finds no room on a full disk; where it is not full nothing is removed.
+    if (!index_ && recordsAnything() && room_->make(false))
+    {
+        index_ = RecordingIndex::open(folder_->path(), error);
+    }
     if (!index_)
     {
         if (!std::exchange(indexFailureTold_, true))

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "refhost/base/HostStatus.h"
 #include "tests/refhost/playback/RecordedFootage.h"
 
@@ -99,21 +96,6 @@ TEST_F(FootageDescriberTest, SoundThatCameLaterIsToldAsSoonAsItIsThere)
     tracks.clear();
     ASSERT_EQ(describe(0, 100), 0);
     EXPECT_EQ(tracks.size(), 2U);
-}
-
-/// Overwrites some bytes of the sequence parameter set in a file's header.
-void damageParameterSet(const std::string& path, std::size_t from, const std::string& with)
-{
-    std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
-    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    // The record begins with its version and the three bytes that the set repeats behind its type.
-    std::size_t at = bytes.find("\x63\xA2");  // CodecPrivate
-    ASSERT_NE(at, std::string::npos);
-    at = bytes.find('\x67', at);
-    ASSERT_NE(at, std::string::npos);
-    file.clear();
-    file.seekp(static_cast<std::streamoff>(at + from));
-    file << with;
 }
 
 TEST_F(FootageDescriberTest, ADamagedParameterSetInTheFirstSegmentDoesNotSpoilTheInterval)

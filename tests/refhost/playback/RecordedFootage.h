@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -163,6 +164,21 @@ protected:
     {
         const auto size = static_cast<double>(std::filesystem::file_size(path));
         std::filesystem::resize_file(path, static_cast<std::uintmax_t>(size * share));
+    }
+
+    /// Overwrites some bytes of the sequence parameter set in a file's header.
+    static void damageParameterSet(const std::string& path, std::size_t from, const std::string& with)
+    {
+        std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+        std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        // The record begins with its version and the three bytes that the set repeats behind its type.
+        std::size_t at = bytes.find("\x63\xA2");  // CodecPrivate
+        ASSERT_NE(at, std::string::npos);
+        at = bytes.find('\x67', at);
+        ASSERT_NE(at, std::string::npos);
+        file.clear();
+        file.seekp(static_cast<std::streamoff>(at + from));
+        file << with;
     }
 
     static void run(const std::string& line)

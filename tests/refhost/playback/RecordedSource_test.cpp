@@ -101,6 +101,24 @@ TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
     }
 }
 
+TEST_F(RecordedSourceTest, ADamagedParameterSetInTheFirstSegmentSparesTheOthers)
+{
+    for (const std::size_t from : {0U, 4U, 6U})
+    {
+        footage = std::make_shared<ListedFootage>();
+        damageParameterSet(addSegment(0, 1).path, from, "\xff\xff\xff\xff");
+        addSegment(1, 1);
+        addSegment(2, 1);
+        const Read read = readAll(0, 3);
+        EXPECT_EQ(read.result, PlaybackSource::Result::end);
+        std::vector<PlaybackUnit> whole;
+        std::copy_if(read.pictures.begin(), read.pictures.end(), std::back_inserter(whole),
+                     [](const PlaybackUnit& unit) { return secondsAt(unit.mediaNs) > 0.99; });
+        expectPictures(whole, 1, 50);
+        EXPECT_TRUE(!whole.empty() && whole.front().key) << from;
+    }
+}
+
 TEST_F(RecordedSourceTest, TheEndIsExact)
 {
     addSegment(0, 3);
