@@ -187,7 +187,7 @@ void RecordingService::openIndex()
     std::string error;
     index_ = RecordingIndex::open(folder_->path(), error);
     // The first that finds no room on a full disk; where it is not full nothing is removed.
-    if (!index_ && recordsAnything() && room_->make(false))
+    if (!index_ && !stopping_ && recordsAnything() && room_->make(false))
     {
         index_ = RecordingIndex::open(folder_->path(), error);
     }
