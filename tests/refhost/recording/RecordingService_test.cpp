@@ -1,5 +1,6 @@
 #include "refhost/recording/RecordingService.h"
 
+#include <fmt/core.h>
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -321,6 +322,32 @@ TEST_F(MountedRecordingServiceTest, NothingIsRecordedBelowTheMountPointOfADiskTh
     EXPECT_TRUE(std::filesystem::exists(disk_ + "/kept/index.db"));
     EXPECT_THAT(log.linesWith("its disk is not mounted any more"), SizeIs(1));
     EXPECT_THAT(log.linesWith("which can be written now"), SizeIs(1));
+}
+
+TEST_F(MountedRecordingServiceTest, ServerThatStartsOnAFullDiskRemovesTheOldestAndRecords)
+{
+    mounts_.unmount(disk_);
+    ASSERT_TRUE(mounts_.mount(disk_, "size=4m,nr_inodes=20"));
+    const std::string folder = config_.recording.directory + "/1/0";
+    std::filesystem::create_directories(folder);
+    const std::string block(256 * 1024, 'x');
+    int files = 0;
+    for (bool room = true; room; ++files)
+    {
+        std::ofstream old(folder + fmt::format("/20200101T0000{:02}.000000Z.mkv", files), std::ios::binary);
+        room = !old.write(block.data(), static_cast<std::streamsize>(block.size())).flush().fail();
+    }
+    startRecording();
+    recorded().giveMedia(0, 3, 10000);
+    recorded().drain();
+    service_->stop();
+    std::string error;
+    const auto index = RecordingIndex::openToRead(config_.recording.directory, error);
+    ASSERT_TRUE(index) << error;
+    EXPECT_THAT(index->all(), SizeIs(3));
+    EXPECT_FALSE(std::filesystem::exists(folder + "/20200101T000000.000000Z.mkv"));
+    EXPECT_TRUE(std::filesystem::exists(folder + fmt::format("/20200101T0000{:02}.000000Z.mkv", files - 2)))
+        << "no more than needed";
 }
 
 TEST_F(RecordingServiceTest, FolderThatWasReplacedIsRecordedToAnew)
