@@ -5,7 +5,10 @@
 #include "support/SafePointer.h"
 
 /// Makes URL codecs of one kind. Registered by the host in MediaUrlFactoryMap.
-/// Threads: any; an implementation does its own locking.
+///
+/// Life: until its last handle goes. The registry may hold that one and let go of it with its lock held, so a
+/// factory's destructor must not call MediaUrlFactoryMap: it would wait for that lock for ever.
+/// Threads: any; an implementation does its own locking. The destructor runs on the thread that lets go last.
 class OV_EXPORT IMediaUrlFactory
 {
 public:

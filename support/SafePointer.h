@@ -63,6 +63,10 @@ public:
     /// Lets go of what this handle holds and takes one more hold of what `source` holds. Assigning a handle
     /// to itself changes nothing.
     ///
+    /// Requires: `source` does not stand inside the object that this handle may be the last to hold (as in
+    /// `node = node->next`): that object dies before the source is read. Copy such a source first, then
+    /// assign the copy.
+    ///
     /// \throws OVRuntimeError when `source` is empty (this handle keeps its hold), or when its record turns
     /// out to be unusable: the old hold is gone by then, deliberately, and this handle must not be used
     SafePointer& operator=(const SafePointer& source)

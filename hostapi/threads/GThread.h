@@ -9,6 +9,11 @@
 /// A thread that calls one body again and again until it is stopped.
 ///
 /// Held through SafePointer<GThread>. The destructor stops a running thread first.
+///
+/// Threads: start(), stop() and IsRunning() from any thread, one after the other where they meet; a stop()
+/// waits for the body, so it must not be called with a lock held that the body takes. From the thread's own
+/// body or hooks stop() only asks for the end, and start() changes nothing. The body and the hooks run on the
+/// thread itself, never at once.
 class OV_HOST_API GThread : public OVThread
 {
 public:
