@@ -198,7 +198,15 @@ bool RecordingIndex::openReading(std::string& error)
         prepared(database, select + "WHERE camera = ? AND stream = ? ORDER BY begin_ns, id", good);
     reading_.all = prepared(database, select + "ORDER BY begin_ns, id", good);
     reading_.unclosed = prepared(database, select + "WHERE closed = 0 ORDER BY begin_ns, id", good);
-    reading_.oldestClosed = prepared(database, select + "WHERE closed != 0 ORDER BY begin_ns, id", good);
+    reading_.oldestClosed =
+        prepared(database, select + "WHERE closed != 0 AND begin_ns >= ? ORDER BY begin_ns, id", good);
+    reading_.firstBefore =
+        prepared(database, select + "WHERE closed != 0 AND begin_ns < ? ORDER BY id", good);
+    reading_.beginAfter = prepared(
+        database, "SELECT begin_ns FROM segment WHERE id > ? AND begin_ns >= ? ORDER BY id LIMIT 1", good);
+    reading_.newestBegin =
+        prepared(database, "SELECT begin_ns FROM segment ORDER BY begin_ns DESC LIMIT 1", good);
+    reading_.count = prepared(database, "SELECT count(*) FROM segment", good);
     reading_.has = prepared(database, "SELECT 1 FROM segment WHERE path = ?", good);
     reading_.totalBytes = prepared(database, "SELECT total(bytes) FROM segment", good);
     if (!good)
@@ -284,10 +292,25 @@ std::vector<RecordedSegment> RecordingIndex::unclosed() const
     return segments(reading_.unclosed);
 }
 
-std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::int64_t>& besides) const
+std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::int64_t>& besides,
+                                                            std::int64_t sinceNs) const
 {
     const std::lock_guard<std::mutex> guard(readingMutex_);
-    SqliteQuery query(*reading_.oldestClosed);
+    SqliteQuery query(*reading_.oldestClosed, sinceNs);
+    return firstOf(query, besides);
+}
+
+std::optional<RecordedSegment> RecordingIndex::firstBefore(std::int64_t beforeNs,
+                                                           const std::set<std::int64_t>& besides) const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.firstBefore, beforeNs);
+    return firstOf(query, besides);
+}
+
+std::optional<RecordedSegment> RecordingIndex::firstOf(SqliteQuery& query,
+                                                       const std::set<std::int64_t>& besides) const
+{
     while (query.next())
     {
         if (besides.count(query.number(0)) == 0 && staysInside(query.text(pathColumn)))
@@ -296,6 +319,27 @@ std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::
         }
     }
     return std::nullopt;
+}
+
+std::optional<std::int64_t> RecordingIndex::beginAfter(std::int64_t id, std::int64_t sinceNs) const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.beginAfter, id, sinceNs);
+    return query.next() ? std::make_optional(query.number(0)) : std::nullopt;
+}
+
+std::optional<std::int64_t> RecordingIndex::newestBegin() const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.newestBegin);
+    return query.next() ? std::make_optional(query.number(0)) : std::nullopt;
+}
+
+std::int64_t RecordingIndex::count() const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.count);
+    return query.next() ? query.number(0) : 0;
 }
 
 std::int64_t RecordingIndex::totalBytes() const

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -75,7 +76,19 @@ public:
     std::vector<RecordedSegment> unclosed() const;
     /// The closed segment with the earliest begin.
     /// \param besides  segments that do not count
-    std::optional<RecordedSegment> oldestClosed(const std::set<std::int64_t>& besides = {}) const;
+    /// \param sinceNs  segments that begin earlier do not count either
+    std::optional<RecordedSegment> oldestClosed(
+        const std::set<std::int64_t>& besides = {},
+        std::int64_t sinceNs = std::numeric_limits<std::int64_t>::min()) const;
+    /// The closed segment with a begin before `beforeNs` that was entered first.
+    std::optional<RecordedSegment> firstBefore(std::int64_t beforeNs,
+                                               const std::set<std::int64_t>& besides) const;
+    /// The begin of the first segment that was entered after another one and begins at `sinceNs` or later.
+    std::optional<std::int64_t> beginAfter(std::int64_t id, std::int64_t sinceNs) const;
+    /// The latest begin of all segments.
+    std::optional<std::int64_t> newestBegin() const;
+    /// How many segments there are.
+    std::int64_t count() const;
     /// Sum of the sizes of all segments, bytes.
     std::int64_t totalBytes() const;
 
@@ -124,6 +137,10 @@ private:
         SqliteDatabase::Statement all;
         SqliteDatabase::Statement unclosed;
         SqliteDatabase::Statement oldestClosed;
+        SqliteDatabase::Statement firstBefore;
+        SqliteDatabase::Statement beginAfter;
+        SqliteDatabase::Statement newestBegin;
+        SqliteDatabase::Statement count;
         SqliteDatabase::Statement totalBytes;
         SqliteDatabase::Statement has;
     };
@@ -143,6 +160,7 @@ private:
     bool openReading(std::string& error);
     std::optional<RecordedStream> streamAfter(const RecordedStream& stream) const;
     RecordedSegment segmentOf(const SqliteQuery& row) const;
+    std::optional<RecordedSegment> firstOf(SqliteQuery& query, const std::set<std::int64_t>& besides) const;
     std::string inside(const std::string& path) const;
 
     template <typename... Parameters>

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <set>
 #include <string>
 
 #include "refhost/recording/RecordingIndex.h"
@@ -10,37 +12,71 @@ namespace refhost
 
 /// Removes the oldest segments where there are more than wanted, file and entry together.
 ///
-/// Segments that are being written stay. Of the others, those whose files are open anywhere, as the ones that
-/// are being played, go by size only where nothing else is left; by age they go as the others. Threads: one
-/// at a time.
+/// Age is judged by dates, and dates by clocks that may have been wrong, then or now:
+/// - While the clock is implausible, earlier than the newest recording or than this program, nothing is
+/// removed by age.
+/// - A segment that was recorded with an implausible clock counts as old as the first one with a plausible
+/// date that was
+///   recorded after it; without such a one it has no age.
+/// - After the clock was set forward, and where all recordings are too old at the start, a small share is
+/// removed at a
+///   time: as much as ages twice as fast as the clock, or a hundredth of all an hour.
+///
+/// Segments that are being written stay. Threads: one at a time.
 class RecordingRetention
 {
 public:
     struct Limits
     {
-        std::int64_t maxBytes = 0;  ///< of all files together; 0: no limit
-        std::int64_t maxAgeNs = 0;  ///< from the end of a segment until now; 0: no limit
+        std::int64_t maxBytes = 0;      ///< of all files together; 0: no limit
+        std::int64_t maxAgeNs = 0;      ///< from the end of a segment until now; 0: no limit
+        std::int64_t clockSinceNs = 0;  ///< a wall clock that shows an earlier time is wrong; since 1970
+        std::int64_t datesSinceNs = 0;  ///< nothing was recorded earlier, whatever its date says; since 1970
+    };
+
+    struct Now
+    {
+        std::int64_t wallNs = 0;         ///< nanoseconds since 1970
+        std::int64_t monotonicNs = 0;    ///< HostClock::monotonicNs()
+        std::uint32_t stepsForward = 0;  ///< how often the wall clock was set forward
     };
 
     struct Outcome
     {
-        int removed = 0;      ///< segments
-        std::string problem;  ///< of one that could not be removed, in plain words; empty without any
+        int removed = 0;         ///< segments
+        std::string problem;     ///< of one that could not be removed, in plain words; empty without any
+        std::string clockDoubt;  ///< why nothing was removed by age, in plain words; empty where it might be
+        bool slowly = false;     ///< more is too old, and only a share of it was removed
     };
 
     /// Files that cannot be removed are passed over, this many in one go: more of them mean that none can.
     static constexpr int mostFailures = 16;
+    /// Largest share of all segments that is removed at a time while they are removed slowly.
+    static constexpr double maxShare = 0.05;
 
     explicit RecordingRetention(const Limits& limits) : limits_(limits) {}
 
-    /// \param nowNs  wall clock, nanoseconds since 1970
-    Outcome apply(RecordingIndex& index, std::int64_t nowNs) const;
+    Outcome apply(RecordingIndex& index, const Now& now);
 
 private:
-    bool isTooOld(const RecordedSegment& segment, std::int64_t nowNs) const;
-    bool isTooMuch(std::int64_t bytes, const RecordedSegment& oldest, std::int64_t nowNs) const;
+    struct Oldest
+    {
+        RecordedSegment segment;
+        std::optional<std::int64_t>
+            endNs;  ///< date from which its age counts; nothing where that is not known
+    };
+    using Ids = std::set<std::int64_t>;
 
-    Limits limits_;
+    std::string clockDoubt(const RecordingIndex& index, std::int64_t nowNs) const;
+    void watchClock(const RecordingIndex& index, const Now& now);
+    std::optional<Oldest> oldest(const RecordingIndex& index, const Ids& besides) const;
+    bool isTooOld(const Oldest& oldest, std::int64_t nowNs) const;
+
+    const Limits limits_;
+    std::optional<Now> last_;  ///< when apply() was called last
+    bool slowly_ = false;
+    double count_ = 0;      ///< of all segments when that began
+    double allowance_ = 0;  ///< segments that may be removed by age while slowly_
 };
 
 }  // namespace refhost

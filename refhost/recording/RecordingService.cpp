@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "refhost/base/BuildTime.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
 #include "refhost/device/Device.h"
@@ -19,10 +20,13 @@ namespace
 constexpr std::int64_t second = 1000000000;
 constexpr std::int64_t hour = 3600 * second;
 constexpr std::int64_t mebibyte = 1048576;
+/// 2025: nobody recorded with this program before. Not the time of the build, which an upgrade brings
+/// forward.
+constexpr std::int64_t firstRecordingsNs = 1735689600 * second;
 
 RecordingRetention::Limits limitsOf(const RecordingConfig& config)
 {
-    return {config.maxSize * mebibyte, config.maxAge * hour};
+    return {config.maxSize * mebibyte, config.maxAge * hour, BuildTime::ns(), firstRecordingsNs};
 }
 
 bool recordsAnyOf(const CameraConfig& camera)
@@ -304,7 +308,12 @@ void RecordingService::retain()
     {
         return;
     }
-    const RecordingRetention::Outcome outcome = retention_.apply(*index_, HostClock::system().wallNs());
+    const HostClock& clock = HostClock::system();
+    const WallClock::Mapping dates = clock.wall().mapping();
+    const std::int64_t nowNs = clock.monotonicNs();
+    const RecordingRetention::Outcome outcome =
+        retention_.apply(*index_, {dates.at(nowNs), nowNs, dates.steps - dates.stepsBack});
+    reportClock(outcome);
     if (outcome.removed > 0)
     {
         Log::debug("{} old recordings removed", outcome.removed);
@@ -314,6 +323,30 @@ void RecordingService::retain()
         Log::error("old recordings cannot be removed: {}", Log::safe(outcome.problem));
     }
     stuckTold_ = !outcome.problem.empty();
+}
+
+void RecordingService::reportClock(const RecordingRetention::Outcome& outcome)
+{
+    if (!outcome.clockDoubt.empty() && !std::exchange(clockDoubted_, true))
+    {
+        Log::warning("nothing is removed by age: {}", outcome.clockDoubt);
+    }
+    if (outcome.clockDoubt.empty() && std::exchange(clockDoubted_, false))
+    {
+        Log::info("recordings are removed by age again: the clock is plausible");
+    }
+    if (outcome.slowly && !retainsSlowly_)
+    {
+        Log::warning(
+            "the clock went forward, and recordings are older than max-age at once: they are removed slowly, "
+            "{} now",
+            outcome.removed);
+    }
+    if (!outcome.slowly && retainsSlowly_ && outcome.clockDoubt.empty())
+    {
+        Log::info("the recordings that were too old at once are removed");
+    }
+    retainsSlowly_ = outcome.slowly;
 }
 
 /// Many streams end their segments at about the same time, and each look at the limits reads the index.

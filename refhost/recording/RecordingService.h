@@ -75,12 +75,13 @@ private:
     void leave();
     void end();
     void retain();
+    void reportClock(const RecordingRetention::Outcome& outcome);
     void retainSoon();
     void retainRegularly();
 
     const ServerConfig config_;
     const std::shared_ptr<StreamDirectory> streams_;
-    const RecordingRetention retention_;
+    RecordingRetention retention_;
     const Pauses pauses_;
     std::atomic<bool> retainsSoon_{false};
     std::atomic<bool> stopping_{false};
@@ -96,6 +97,8 @@ private:
     bool indexFailureTold_ = false;
     bool retains_ = false;
     bool stuckTold_ = false;
+    bool clockDoubted_ = false;
+    bool retainsSlowly_ = false;
     std::atomic<int> attempts_{0};
     std::atomic<int> retentions_{0};
 

@@ -40,7 +40,8 @@ protected:
 
     int apply(const RecordingRetention::Limits& limits, std::int64_t now = 1000)
     {
-        const RecordingRetention::Outcome outcome = RecordingRetention(limits).apply(*index_, now * second);
+        const RecordingRetention::Outcome outcome =
+            RecordingRetention(limits).apply(*index_, {now * second, 0, 0});
         problem_ = outcome.problem;
         return outcome.removed;
     }
@@ -126,8 +127,9 @@ TEST_F(RecordingRetentionTest, SegmentThatIsPlayedStaysAsLongAsOthersCanGo)
     EXPECT_THAT(begins(), ElementsAre(10, 30));
     EXPECT_EQ(apply({50, 0}), 2) << "nothing else is left";
     add(1, 40);
+    add(1, 990);
     std::ifstream another(folder_ / "1-40");
-    EXPECT_EQ(apply({0, second}, 1000), 1) << "too old";
+    EXPECT_EQ(apply({0, 100 * second}, 1000), 1) << "too old";
 }
 
 TEST_F(RecordingRetentionTest, MissingFileDoesNotKeepItsEntry)
@@ -175,6 +177,99 @@ TEST_F(RecordingRetentionTest, DirectoryWhoseFilesAllStayIsNotTriedForEver)
     add(1, many);
     EXPECT_EQ(apply({50, 0}), 0);
     EXPECT_FALSE(problem_.empty());
+}
+
+// Segments that follow each other, and a retention whose clocks a test sets.
+class RetentionClockTest : public RecordingRetentionTest
+{
+protected:
+    static constexpr std::int64_t hour = 3600;
+    static constexpr std::int64_t build = 1'000'000 * hour;
+
+    void addMany(std::int64_t begin, int count)
+    {
+        for (int i = 0; i < count; ++i)
+        {
+            add(1, begin + i * 10);
+        }
+    }
+
+    RecordingRetention::Outcome sweep(std::int64_t wall, std::int64_t monotonic,
+                                      std::uint32_t stepsForward = 0)
+    {
+        return retention_.apply(*index_, {wall * second, monotonic * second, stepsForward});
+    }
+
+    RecordingRetention retention_{{0, 24 * hour* second, build* second, build* second}};
+};
+
+TEST_F(RetentionClockTest, NothingIsRemovedByAgeWhileTheClockIsBeforeTheBuild)
+{
+    addMany(0, 10);
+    const auto outcome = sweep(build - hour, 0);
+    EXPECT_EQ(outcome.removed, 0);
+    EXPECT_THAT(outcome.clockDoubt, HasSubstr("before this program was built"));
+}
+
+TEST_F(RetentionClockTest, NothingIsRemovedByAgeWhileTheClockIsBeforeTheNewestRecording)
+{
+    addMany(build, 10);
+    addMany(build + 100 * hour, 1);
+    const auto outcome = sweep(build + 99 * hour, 0);
+    EXPECT_EQ(outcome.removed, 0);
+    EXPECT_THAT(outcome.clockDoubt, HasSubstr("before the newest recording"));
+    EXPECT_EQ(sweep(build + 100 * hour, 0).removed, 10);
+}
+
+TEST_F(RetentionClockTest, RecordingsFromBeforeTheClockWasSetAreAsOldAsTheFirstOneAfterwards)
+{
+    addMany(0, 100);
+    EXPECT_EQ(sweep(build + hour, 0).removed, 0) << "nobody knows when that was";
+    addMany(build + hour, 10);
+    for (std::int64_t passed = 0; passed < 24 * hour; passed += 60)
+    {
+        ASSERT_EQ(sweep(build + hour + passed, passed, 1).removed, 0) << passed;
+    }
+    addMany(build + 25 * hour, 1);
+    EXPECT_EQ(sweep(build + 25 * hour + 11, 25 * hour, 1).removed, 101);
+}
+
+TEST_F(RetentionClockTest, AfterAStepForwardASmallShareIsRemovedAtATime)
+{
+    addMany(build + hour, 1000);
+    EXPECT_EQ(sweep(build + 4 * hour, 0).removed, 0);
+    int removed = 0;
+    bool slowly = false;
+    for (std::int64_t passed = 5; passed <= hour; passed += 5)
+    {
+        const auto outcome = sweep(build + 100'000 * hour + passed, passed, 1);
+        EXPECT_LE(outcome.removed, 50);
+        removed += outcome.removed;
+        slowly = slowly || outcome.slowly;
+    }
+    EXPECT_TRUE(slowly);
+    EXPECT_GT(removed, 0);
+    EXPECT_LE(removed, 90) << "a day's recordings last for half a day";
+}
+
+TEST_F(RetentionClockTest, AServerThatWasOffForLongRemovesWhatIsTooOldInTheEnd)
+{
+    addMany(build + hour, 20);
+    int removed = 0;
+    for (std::int64_t passed = 0; passed <= 20 * hour; passed += 60)
+    {
+        const int now = sweep(build + 1000 * hour + passed, passed).removed;
+        EXPECT_LE(now, 1);
+        removed += now;
+    }
+    EXPECT_EQ(removed, 20);
+}
+
+TEST_F(RetentionClockTest, AUsualSweepRemovesAllThatIsTooOld)
+{
+    addMany(build, 100);
+    addMany(build + 30 * hour, 1);
+    EXPECT_EQ(sweep(build + 30 * hour + 20, 0).removed, 100);
 }
 
 }  // namespace

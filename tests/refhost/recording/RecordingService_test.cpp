@@ -12,6 +12,7 @@
 
 #include "hostapi/description/MediaInfoTool.h"
 #include "refhost/base/ChangeSignal.h"
+#include "refhost/base/HostClock.h"
 #include "refhost/base/HostStatus.h"
 #include "refhost/device/Device.h"
 #include "tests/CapturedErrors.h"
@@ -86,6 +87,11 @@ protected:
     std::shared_ptr<FakeStreams> streams_ = std::make_shared<FakeStreams>();
     std::unique_ptr<RecordingService> service_;
 };
+
+std::int64_t twoHoursAgo()
+{
+    return HostClock::system().wallNs() - 7'200'000'000'000;
+}
 
 TEST_F(RecordingServiceTest, StreamsAreRecordedAsConfiguredAndTheIndexIsPublished)
 {
@@ -177,6 +183,7 @@ TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMo
     std::ofstream(path) << "footage";
     RecordedSegment segment;
     segment.path = path;
+    segment.beginNs = twoHoursAgo();
     segment.durationNs = 1;
     segment.closed = true;
     ASSERT_TRUE(index->add(segment));
@@ -194,6 +201,7 @@ TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
     {
         RecordedSegment segment;
         segment.path = config_.recording.directory + "/" + name;
+        segment.beginNs = twoHoursAgo();
         segment.durationNs = 1;
         segment.closed = true;
         std::filesystem::create_directory(segment.path);
