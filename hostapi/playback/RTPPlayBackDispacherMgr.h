@@ -13,8 +13,8 @@
 
 /// The host's playback dispatch by sessions: one recording per session id, with its tracks and its place.
 ///
-/// A track is named by session id and track id. Instants are seconds of normal play time, whose 0 is the first
-/// frame that is sent: MediaInfo::recordBeginTime of the description that the session was set up with.
+/// A track is named by session id and track id. Instants are seconds of normal play time, whose 0 is the
+/// first frame that is sent: MediaInfo::recordBeginTime of the description that the session was set up with.
 /// Results: 0 on success, otherwise a code of the host, which the playback controller passes on.
 ///
 /// Threads: any; does its own locking. For one session the host calls one operation after the other.
