@@ -6,7 +6,6 @@
 #include <string>
 
 #include "refhost/device/AccessUnitBuilder.h"
-#include "refhost/device/Config.h"
 #include "refhost/device/GstHandles.h"
 
 namespace refhost
@@ -41,17 +40,6 @@ std::optional<MediaCoding> codingOf(const GstCaps* caps);
 /// Caps of everything that is sent as it is, and of raw video and audio.
 GstValuePtr<GstCaps> acceptableCaps();
 
-/// What encodes raw pictures of any format and size to what the configuration asks for, as a launch line.
-/// Pictures that come more slowly than configured are not repeated, because the repeats could only leave in
-/// bursts; the time from key picture to key picture stays. \param raw  caps of the pictures
-std::string videoEncoderLine(MediaCoding coding, const StreamConfig& config, const GstCaps* raw);
-
-/// The same without conversions in front, for a source that makes the right pictures.
-std::string bareVideoEncoderLine(MediaCoding coding, const StreamConfig& config);
-
-/// What encodes raw sound of any format, as a launch line.
-std::string audioEncoderLine(MediaCoding coding);
-
 /// What brings coded media into the one form that is payloaded, as a launch line.
 std::string parserLine(MediaCoding coding);
 
@@ -60,8 +48,5 @@ std::string payloaderLine(MediaCoding coding);
 
 /// How packets of the coding become access units.
 AccessUnitBuilder::Coding unitCoding(MediaCoding coding);
-
-/// \returns the bit rate that the host encodes the coding with, kbit/s
-int encodedBitRate(MediaCoding coding, const StreamConfig& config);
 
 }  // namespace refhost

@@ -4,6 +4,7 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/description/TrackDescription.h"
+#include "refhost/device/EncoderLine.h"
 
 namespace refhost
 {

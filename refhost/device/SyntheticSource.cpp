@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "refhost/base/Log.h"
+#include "refhost/device/EncoderLine.h"
 
 namespace refhost
 {
