@@ -17,16 +17,16 @@
 #include "refhost/EndDeadline.h"
 #include "refhost/ServedMedia.h"
 #include "refhost/ServerAddress.h"
-#include "refhost/audio/TalkBack.h"
 #include "refhost/base/LibraryOutput.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/LogWriter.h"
 #include "refhost/base/MediaLogs.h"
-#include "refhost/device/CameraStreams.h"
-#include "refhost/device/Device.h"
+#include "refhost/capture/CameraStreams.h"
+#include "refhost/media/Device.h"
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/recording/RecordingService.h"
-#include "refhost/rtsp/RtspServer.h"
+#include "refhost/rtsp/connection/RtspServer.h"
+#include "refhost/talkback/TalkBack.h"
 
 namespace refhost
 {

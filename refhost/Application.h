@@ -1,6 +1,6 @@
 #pragma once
 
-#include "refhost/device/Config.h"
+#include "refhost/config/Config.h"
 
 namespace refhost
 {

@@ -9,8 +9,8 @@
 
 #include "refhost/ServerAddress.h"
 #include "refhost/base/Log.h"
-#include "refhost/device/ConfigReader.h"
-#include "refhost/device/ConfigWriter.h"
+#include "refhost/config/ConfigReader.h"
+#include "refhost/config/ConfigWriter.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingListing.h"
 

@@ -3,7 +3,7 @@
 #include <iosfwd>
 #include <string>
 
-#include "refhost/device/Config.h"
+#include "refhost/config/Config.h"
 
 namespace refhost
 {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "hostapi/device/DeviceInfoEx.h"
-#include "refhost/device/Config.h"
-#include "refhost/rtsp/MediaRoutes.h"
+#include "refhost/config/Config.h"
+#include "refhost/rtsp/session/MediaRoutes.h"
 
 namespace refhost
 {

@@ -5,7 +5,7 @@
 #include "refhost/Application.h"
 #include "refhost/CommandLine.h"
 #include "refhost/base/Log.h"
-#include "refhost/device/PipelineRunner.h"
+#include "refhost/capture/PipelineRunner.h"
 
 int main(int argc, char* argv[])
 {

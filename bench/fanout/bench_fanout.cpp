@@ -18,8 +18,8 @@
 
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/rtp/InterleavedTransport.h"
-#include "refhost/rtp/UdpAddress.h"
-#include "refhost/rtp/UdpServer.h"
+#include "refhost/rtp/udp/UdpAddress.h"
+#include "refhost/rtp/udp/UdpServer.h"
 #include "tests/refhost/live/LiveFakes.h"
 
 namespace

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "refhost/description/MulticastMediaUrl.h"
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 
 namespace refhost
 {

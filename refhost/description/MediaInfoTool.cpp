@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 #include "refhost/playback/PlaybackService.h"
 
 /// This host's description depends on the stream alone; of what it is told it keeps the URL only.

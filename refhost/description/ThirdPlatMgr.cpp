@@ -1,6 +1,6 @@
 #include "hostapi/description/ThirdPlatMgr.h"
 
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/MediaCoding.h"
 
 namespace
 {

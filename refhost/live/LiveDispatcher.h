@@ -9,8 +9,8 @@
 #include "hostapi/device/IConnection.h"
 #include "refhost/live/LiveSettings.h"
 #include "refhost/live/LiveStreams.h"
-#include "refhost/live/StreamSource.h"
 #include "refhost/live/TrackSender.h"
+#include "refhost/media/StreamSource.h"
 #include "support/SafePointer.h"
 
 namespace refhost

@@ -7,7 +7,7 @@
 
 #include "refhost/live/LiveSettings.h"
 #include "refhost/live/LiveTrack.h"
-#include "refhost/live/StreamSource.h"
+#include "refhost/media/StreamSource.h"
 
 namespace refhost
 {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 
 namespace refhost
 {

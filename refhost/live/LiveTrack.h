@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "refhost/live/LiveSettings.h"
-#include "refhost/rtp/AccessUnit.h"
+#include "refhost/media/AccessUnit.h"
 
 namespace refhost
 {

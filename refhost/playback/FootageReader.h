@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "refhost/base/HostClock.h"
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/MediaCoding.h"
 #include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/playback/UnitReader.h"

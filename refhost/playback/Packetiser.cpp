@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "refhost/description/TrackDescription.h"
+#include "refhost/media/TrackDescription.h"
 
 namespace refhost
 {

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "hostapi/description/SubMediaInfo.h"
-#include "refhost/device/AccessUnitBuilder.h"
-#include "refhost/device/GstHandles.h"
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/AccessUnitBuilder.h"
+#include "refhost/media/GstHandles.h"
+#include "refhost/media/MediaCoding.h"
 
 namespace refhost
 {

@@ -5,7 +5,7 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/HostStatus.h"
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/MediaCoding.h"
 #include "refhost/playback/FootageReader.h"
 
 namespace refhost

@@ -18,8 +18,7 @@ PlaybackDispatcher::PlaybackDispatcher(PlaybackService& service) : service_(serv
 
 PlaybackDispatcher::~PlaybackDispatcher() = default;
 
-void PlaybackDispatcher::init(const std::string& sessionId, const RecordInfo& record,
-                              std::int64_t startNs)
+void PlaybackDispatcher::init(const std::string& sessionId, const RecordInfo& record, std::int64_t startNs)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     std::shared_ptr<PlaybackSession>& session = sessions_[sessionId];

@@ -30,7 +30,8 @@ public:
     PlaybackDispatcher& operator=(const PlaybackDispatcher&) = delete;
 
     /// Makes a session; one that is there stays as it is.
-    /// \param startNs  where the presentation's time is 0: wall clock, nanoseconds since 1970; 0 for the begin
+    /// \param startNs  where the presentation's time is 0: wall clock, nanoseconds since 1970; 0 for the
+    /// begin
     ///                 of `record`
     void init(const std::string& sessionId, const RecordInfo& record, std::int64_t startNs = 0);
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 #include "refhost/playback/RecordedSource.h"
 
 namespace refhost

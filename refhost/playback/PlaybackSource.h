@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "refhost/rtp/AccessUnit.h"
+#include "refhost/media/AccessUnit.h"
 
 namespace refhost
 {

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/device/MediaTrack.h"
+#include "refhost/capture/MediaTrack.h"
 #include "refhost/playback/PlaybackDispatcher.h"
 
 using refhost::hostTrackUnknown;

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "refhost/rtp/AccessUnit.h"
+#include "refhost/media/AccessUnit.h"
 
 namespace refhost
 {

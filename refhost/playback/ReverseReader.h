@@ -5,7 +5,7 @@
 #include <memory>
 #include <optional>
 
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/MediaCoding.h"
 #include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/playback/UnitReader.h"

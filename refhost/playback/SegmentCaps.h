@@ -4,8 +4,8 @@
 
 #include <optional>
 
-#include "refhost/device/GstHandles.h"
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/GstHandles.h"
+#include "refhost/media/MediaCoding.h"
 
 struct AVStream;
 

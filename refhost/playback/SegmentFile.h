@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "refhost/device/GstHandles.h"
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/GstHandles.h"
+#include "refhost/media/MediaCoding.h"
 
 struct AVFormatContext;
 struct AVPacket;

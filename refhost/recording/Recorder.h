@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "refhost/base/HostClock.h"
-#include "refhost/device/TaskQueue.h"
-#include "refhost/live/EncodedUnit.h"
-#include "refhost/live/StreamSource.h"
+#include "refhost/media/EncodedUnit.h"
+#include "refhost/media/StreamSource.h"
 #include "refhost/recording/LogPause.h"
 #include "refhost/recording/SegmentCutter.h"
 #include "refhost/recording/SegmentLedger.h"
 #include "refhost/recording/SegmentWriter.h"
+#include "refhost/threads/TaskQueue.h"
 
 namespace refhost
 {

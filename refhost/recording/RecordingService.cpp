@@ -9,7 +9,7 @@
 #include "refhost/base/BuildTime.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 #include "refhost/recording/RecordingRepair.h"
 
 namespace refhost

@@ -6,15 +6,15 @@
 #include <string>
 #include <vector>
 
-#include "refhost/device/Config.h"
-#include "refhost/device/TaskQueue.h"
-#include "refhost/live/StreamSource.h"
+#include "refhost/config/Config.h"
+#include "refhost/media/StreamSource.h"
 #include "refhost/recording/Recorder.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingIndex.h"
 #include "refhost/recording/RecordingRetention.h"
 #include "refhost/recording/RecordingRoom.h"
 #include "refhost/recording/SegmentLedger.h"
+#include "refhost/threads/TaskQueue.h"
 
 namespace refhost
 {

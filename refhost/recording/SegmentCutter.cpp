@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/MediaCoding.h"
 
 namespace refhost
 {

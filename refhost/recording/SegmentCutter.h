@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "refhost/live/EncodedUnit.h"
+#include "refhost/media/EncodedUnit.h"
 
 namespace refhost
 {

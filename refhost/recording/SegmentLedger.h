@@ -9,10 +9,10 @@
 #include <mutex>
 #include <string>
 
-#include "refhost/device/TaskQueue.h"
 #include "refhost/recording/RecordedSegment.h"
 #include "refhost/recording/RecordingIndex.h"
 #include "refhost/recording/SegmentWriter.h"
+#include "refhost/threads/TaskQueue.h"
 
 namespace refhost
 {

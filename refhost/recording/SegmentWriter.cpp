@@ -10,7 +10,7 @@
 #include <ctime>
 #include <utility>
 
-#include "refhost/device/MediaCoding.h"
+#include "refhost/media/MediaCoding.h"
 
 extern "C"
 {

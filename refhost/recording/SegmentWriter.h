@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "refhost/live/EncodedUnit.h"
+#include "refhost/media/EncodedUnit.h"
 #include "refhost/recording/SegmentCutter.h"
 
 struct AVFormatContext;

@@ -1,6 +1,6 @@
 #include "refhost/rtp/RtcpReader.h"
 
-#include "refhost/rtp/ByteOrder.h"
+#include "refhost/base/ByteOrder.h"
 
 namespace refhost
 {

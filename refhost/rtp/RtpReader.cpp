@@ -1,6 +1,6 @@
 #include "refhost/rtp/RtpReader.h"
 
-#include "refhost/rtp/ByteOrder.h"
+#include "refhost/base/ByteOrder.h"
 
 namespace refhost
 {

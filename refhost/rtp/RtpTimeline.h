@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "refhost/rtp/AccessUnit.h"
+#include "refhost/media/AccessUnit.h"
 
 namespace refhost
 {

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "hostapi/device/IConnection.h"
-#include "refhost/rtp/AccessUnit.h"
+#include "refhost/media/AccessUnit.h"
 #include "refhost/rtp/LiveStart.h"
 
 namespace refhost

@@ -16,7 +16,7 @@
 #include "refhost/base/HostStatus.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/live/LiveSessionDispatcher.h"
-#include "refhost/rtsp/RequestHandler.h"
+#include "refhost/rtsp/session/RequestHandler.h"
 #include "tests/fuzz/ServerWorld.h"
 
 namespace

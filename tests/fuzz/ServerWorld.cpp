@@ -10,7 +10,7 @@
 
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
-#include "refhost/device/GstHandles.h"
+#include "refhost/media/GstHandles.h"
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/recording/RecordingIndex.h"
 

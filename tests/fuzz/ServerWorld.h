@@ -5,10 +5,10 @@
 #include <string>
 
 #include "refhost/ServedMedia.h"
-#include "refhost/audio/TalkBack.h"
-#include "refhost/rtsp/FrontServices.h"
-#include "tests/refhost/rtsp/FakeRecording.h"
-#include "tests/refhost/rtsp/FrontStreams.h"
+#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/talkback/TalkBack.h"
+#include "tests/refhost/rtsp/connection/FrontStreams.h"
+#include "tests/refhost/rtsp/session/FakeRecording.h"
 
 namespace refhost
 {

@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "hostapi/audio/IMediaPlayer.h"
-#include "refhost/audio/BackChannel.h"
-#include "refhost/audio/TalkDecoder.h"
-#include "refhost/audio/TalkSession.h"
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
+#include "refhost/media/BackChannel.h"
+#include "refhost/talkback/TalkDecoder.h"
+#include "refhost/talkback/TalkSession.h"
 #include "support/StatusCode.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 

@@ -4,8 +4,8 @@
 #include <utility>
 #include <vector>
 
-#include "refhost/device/Device.h"
-#include "refhost/live/StreamSource.h"
+#include "refhost/media/Device.h"
+#include "refhost/media/StreamSource.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "tests/SampleTracks.h"
 #include "tests/hostcontract/HostUnderTest.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 #include "tests/refhost/description/FakeDirectory.h"
 
 namespace refhost

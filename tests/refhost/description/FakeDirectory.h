@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "refhost/live/StreamSource.h"
+#include "refhost/media/StreamSource.h"
 
 namespace refhost
 {

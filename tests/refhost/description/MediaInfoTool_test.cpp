@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 #include "tests/refhost/description/FakeDirectory.h"
 
 namespace refhost

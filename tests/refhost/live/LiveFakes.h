@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "refhost/device/Device.h"
 #include "refhost/live/LiveDispatcher.h"
-#include "refhost/live/StreamSource.h"
+#include "refhost/media/Device.h"
+#include "refhost/media/StreamSource.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost

@@ -13,7 +13,7 @@
 #include "hostapi/description/MediaInfoTool.h"
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/HostStatus.h"
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 #include "refhost/recording/RecordingIndex.h"
 #include "tests/refhost/playback/RecordedFootage.h"
 #include "tests/refhost/rtp/RtpFakes.h"

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "refhost/device/GstHandles.h"
+#include "refhost/media/GstHandles.h"
 #include "refhost/playback/FootageDirectory.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 

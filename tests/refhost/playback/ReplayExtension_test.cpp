@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "refhost/device/GstHandles.h"
+#include "refhost/media/GstHandles.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost

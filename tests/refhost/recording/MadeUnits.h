@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
-#include "refhost/device/MediaCoding.h"
-#include "refhost/live/EncodedUnit.h"
+#include "refhost/media/EncodedUnit.h"
+#include "refhost/media/MediaCoding.h"
 
 namespace refhost
 {

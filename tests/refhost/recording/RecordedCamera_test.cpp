@@ -9,7 +9,7 @@
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/recording/Recorder.h"
 #include "tests/TemporaryFolder.h"
-#include "tests/refhost/device/StreamFixture.h"
+#include "tests/refhost/capture/StreamFixture.h"
 
 namespace refhost
 {

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "refhost/live/StreamSource.h"
+#include "refhost/media/StreamSource.h"
 #include "tests/refhost/recording/MadeUnits.h"
 
 namespace refhost

@@ -14,7 +14,7 @@
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/HostStatus.h"
-#include "refhost/device/Device.h"
+#include "refhost/media/Device.h"
 #include "tests/CapturedErrors.h"
 #include "tests/PrivateMounts.h"
 #include "tests/TemporaryFolder.h"

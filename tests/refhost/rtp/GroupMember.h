@@ -10,9 +10,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "refhost/rtp/MulticastGroup.h"
-#include "refhost/rtp/SocketHandle.h"
-#include "refhost/rtp/UdpAddress.h"
+#include "refhost/base/SocketHandle.h"
+#include "refhost/rtp/multicast/MulticastGroup.h"
+#include "refhost/rtp/udp/UdpAddress.h"
 
 namespace refhost
 {

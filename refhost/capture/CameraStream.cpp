@@ -1,0 +1,512 @@
+#include "refhost/capture/CameraStream.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "refhost/base/Log.h"
+#include "refhost/media/TrackDescription.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// A run of this length was a good one: the next failure begins with the shortest pause again.
+constexpr std::chrono::seconds goodRun(20);
+
+bool sameTracks(const std::vector<SubMediaInfo>& left, const std::vector<SubMediaInfo>& right)
+{
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(), sameDescription);
+}
+
+}  // namespace
+
+CameraStream::CameraStream(const StreamConfig& config, const std::string& title, const Options& options,
+                           std::shared_ptr<TaskQueue> queue, std::function<void()> changed)
+    : config_(config),
+      title_(title),
+      options_(options),
+      changed_(std::move(changed)),
+      queue_(std::move(queue))
+{
+}
+
+CameraStream::~CameraStream()
+{
+    close();
+    awaitEnd(Clock::now() + options_.endDeadline);
+}
+
+void CameraStream::close()
+{
+    {
+        const std::lock_guard<std::mutex> guard(life_->mutex);
+        life_->alive = false;
+    }
+    for (const auto* runner : {&pipeline_, &ending_})
+    {
+        if (*runner)
+        {
+            (*runner)->mute();
+            (*runner)->stop();
+        }
+    }
+}
+
+void CameraStream::awaitEnd(Clock::time_point deadline)
+{
+    for (auto* runner : {&pipeline_, &ending_})
+    {
+        if (*runner && !(*runner)->awaitEnd(deadline))
+        {
+            Log::warning("{}: the source does not end, it is abandoned", title_);
+        }
+        runner->reset();
+    }
+}
+
+void CameraStream::post(TaskQueue::Task task, std::chrono::milliseconds delay)
+{
+    const auto unlessClosed = [life = life_, task = std::move(task)]
+    {
+        const std::lock_guard<std::mutex> guard(life->mutex);
+        if (life->alive)
+        {
+            task();
+        }
+    };
+    queue_->post(unlessClosed, delay);
+}
+
+StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& tracks)
+{
+    std::unique_lock<std::mutex> guard(mutex_);
+    if (const std::shared_ptr<const Tracks> known = tracks_)
+    {
+        guard.unlock();
+        tracks = *known;
+        return Description::ready;
+    }
+    if (failed_ && Clock::now() - failedAt_ < options_.failureHold)
+    {
+        return Description::failed;
+    }
+    failed_ = false;
+    if (!describing_)
+    {
+        describing_ = true;
+        const std::uint64_t wish = ++descriptionWish_;
+        post([this] { update(); });
+        post([this, wish] { onDeadline(wish); }, options_.describeDeadline);
+    }
+    return Description::starting;
+}
+
+void CameraStream::attach(const std::string& trackId, int payloadSize, std::shared_ptr<AccessUnitSink> sink)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    std::shared_ptr<PacketTap>& tap = taps_[{trackId, payloadSize}];
+    if (!tap)
+    {
+        tap = std::make_shared<PacketTap>();
+        post([this] { update(); });
+    }
+    tap->add(std::move(sink));
+}
+
+void CameraStream::detach(const AccessUnitSink* sink)
+{
+    std::vector<std::shared_ptr<PacketTap>> taps;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        for (const auto& [key, tap] : taps_)
+        {
+            taps.push_back(tap);
+        }
+    }
+    // Without the lock: it waits for a delivery, and the sink may ask this stream something meanwhile.
+    for (const std::shared_ptr<PacketTap>& tap : taps)
+    {
+        if (tap->remove(sink) && tap->isEmpty())
+        {
+            post([this] { update(); });
+        }
+    }
+}
+
+void CameraStream::attachMedia(std::shared_ptr<EncodedUnitSink> sink)
+{
+    mediaTap_->add(std::move(sink));
+}
+
+void CameraStream::detachMedia(const EncodedUnitSink* sink)
+{
+    mediaTap_->remove(sink);
+}
+
+void CameraStream::acquire()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (viewers_++ > 0)
+    {
+        return;
+    }
+    const auto startAtOnce = [this]
+    {
+        // The first viewer does not wait for the pause of those who gave up before.
+        restartScheduled_ = false;
+        update();
+    };
+    post(startAtOnce);
+}
+
+void CameraStream::release()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (viewers_ > 0 && --viewers_ == 0)
+    {
+        post([this] { update(); });
+    }
+}
+
+void CameraStream::requestKeyFrame()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (keyFrameAsked_)
+    {
+        return;
+    }
+    keyFrameAsked_ = true;
+    const auto pause = std::chrono::duration_cast<std::chrono::milliseconds>(
+        keyFrameAt_ + options_.keyFrameInterval - Clock::now());
+    post([this] { sendKeyFrameRequest(); }, std::max(pause, std::chrono::milliseconds(0)));
+}
+
+int CameraStream::starts() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return starts_;
+}
+
+bool CameraStream::isRunning() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return running_;
+}
+
+void CameraStream::update()
+{
+    bool wanted = false;
+    bool describing = false;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        describing = describing_;
+        wanted = viewers_ > 0 || describing_;
+    }
+    if (!wanted)
+    {
+        if (pipeline_)
+        {
+            setTaps();
+            scheduleStop();
+        }
+        return;
+    }
+    stopScheduled_ = false;
+    ++wishes_;
+    if (pipeline_)
+    {
+        setTaps();
+    }
+    // Before it has ended, the source's device may not be free yet.
+    else if (!ending_ && (describing || !restartScheduled_))
+    {
+        start();
+    }
+}
+
+void CameraStream::start()
+{
+    ++run_;
+    restartScheduled_ = false;
+    startedAt_ = Clock::now();
+    if (PipelineRunner::abandoned(title_) >= options_.maxAbandoned)
+    {
+        fail("too many of its sources hang: it waits until one of them ends");
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        ++starts_;
+        running_ = true;
+    }
+    Log::info("{}: starting", title_);
+    try
+    {
+        startPipeline();
+    }
+    catch (const std::system_error& error)
+    {
+        fail(fmt::format("the source cannot be started: {}", error.what()));
+    }
+}
+
+void CameraStream::startPipeline()
+{
+    const std::uint64_t run = run_;
+    PipelineRunner::Events events;
+    events.pipeline.described = [this, run] { post([this, run] { onDescribed(run, false); }); };
+    events.pipeline.ended = [this, run](const std::string& why)
+    { post([this, run, why] { onEnded(run, why); }); };
+    events.pipeline.clockUnusable = [this](const std::string& why)
+    { post([this, why] { onClockUnusable(why); }); };
+    events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
+    pipeline_ =
+        std::make_unique<PipelineRunner>(config_, title_, way_, mediaTap_, usedTaps(), std::move(events));
+    post([this, run] { checkForSilence(run, 0); }, options_.longestSilence);
+}
+
+void CameraStream::setTaps()
+{
+    pipeline_->setTaps(usedTaps());
+    post([this, run = run_] { checkForHang(run); }, options_.endDeadline);
+}
+
+void CameraStream::stop()
+{
+    endingRun_ = run_++;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        running_ = false;
+    }
+    if (!pipeline_)
+    {
+        finishStop();
+        return;
+    }
+    ending_ = std::move(pipeline_);
+    ending_->stop();
+    post([this, run = endingRun_] { onEndDeadline(run); }, options_.endDeadline);
+}
+
+void CameraStream::onStopped(std::uint64_t run)
+{
+    if (ending_ && run == endingRun_)
+    {
+        ending_.reset();
+        finishStop();
+        update();
+    }
+}
+
+void CameraStream::onEndDeadline(std::uint64_t run)
+{
+    if (!ending_ || run != endingRun_)
+    {
+        return;
+    }
+    const bool ended = ending_->awaitEnd(Clock::now());
+    ending_.reset();
+    if (!ended)
+    {
+        Log::warning("{}: the source does not end, it is abandoned; {} of this stream hang now", title_,
+                     PipelineRunner::abandoned(title_));
+    }
+    finishStop();
+    update();
+}
+
+void CameraStream::finishStop()
+{
+    for (const auto& [key, tap] : usedTaps())
+    {
+        tap->discontinuity();
+    }
+    mediaTap_->discontinuity();
+}
+
+void CameraStream::checkForHang(std::uint64_t run)
+{
+    if (run == run_ && pipeline_ && pipeline_->busyFor() >= options_.endDeadline)
+    {
+        fail("the source hangs");
+    }
+}
+
+void CameraStream::onClockUnusable(const std::string& why)
+{
+    if (!clockTold_)
+    {
+        clockTold_ = true;
+        Log::warning("{}: {}: media are dated by their arrival", title_, why);
+    }
+}
+
+void CameraStream::onDescribed(std::uint64_t run, bool partial)
+{
+    auto tracks = std::make_shared<Tracks>();
+    if (run != run_ || !pipeline_ || !pipeline_->describe(partial, *tracks))
+    {
+        return;
+    }
+    bool changed = false;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        changed = !tracks_ || !sameTracks(*tracks_, *tracks);
+        if (changed)
+        {
+            tracks_ = tracks;
+        }
+        describing_ = false;
+        failed_ = false;
+    }
+    if (changed)
+    {
+        for (const SubMediaInfo& track : *tracks)
+        {
+            Log::debug("{}: {} is {} {}", title_, track.trackId, track.encodingName, track.formatParameters);
+        }
+        changed_();
+    }
+    update();
+}
+
+void CameraStream::onDeadline(std::uint64_t wish)
+{
+    const auto unfulfilled = [this, wish]
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return describing_ && wish == descriptionWish_;
+    };
+    if (!unfulfilled())
+    {
+        return;
+    }
+    // Better the tracks that are there than none: an audio track may stay silent for ever.
+    onDescribed(run_, true);
+    if (unfulfilled())
+    {
+        fail("the source gave nothing that can be sent in time");
+    }
+}
+
+void CameraStream::checkForSilence(std::uint64_t run, std::uint64_t packetsBefore)
+{
+    if (run != run_ || !pipeline_)
+    {
+        return;
+    }
+    const std::uint64_t packets = pipeline_->packetCount();
+    if (packets == packetsBefore)
+    {
+        fail("the source fell silent");
+        return;
+    }
+    post([this, run, packets] { checkForSilence(run, packets); }, options_.longestSilence);
+}
+
+void CameraStream::onEnded(std::uint64_t run, const std::string& why)
+{
+    if (run == run_ && pipeline_)
+    {
+        fail(why);
+    }
+}
+
+void CameraStream::fail(const std::string& why)
+{
+    Log::warning("{}: {}", title_, Log::safe(why));
+    way_ += pipeline_ && pipeline_->mayWorkAnotherWay() ? 1 : 0;
+    stop();
+    if (Clock::now() - startedAt_ >= goodRun)
+    {
+        failures_ = 0;
+    }
+    bool told = false;
+    bool viewers = false;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        viewers = viewers_ > 0;
+        if (!tracks_)
+        {
+            told = true;
+            describing_ = false;
+            failed_ = true;
+            failedAt_ = Clock::now();
+        }
+    }
+    ++failures_;
+    if (viewers)
+    {
+        scheduleRestart();
+    }
+    if (told)
+    {
+        changed_();
+    }
+}
+
+void CameraStream::scheduleStop()
+{
+    if (stopScheduled_)
+    {
+        return;
+    }
+    stopScheduled_ = true;
+    const std::uint64_t since = wishes_;
+    const auto stopUnlessWanted = [this, since]
+    {
+        if (stopScheduled_ && since == wishes_ && pipeline_)
+        {
+            stopScheduled_ = false;
+            Log::info("{}: stopping, nobody watches", title_);
+            stop();
+        }
+    };
+    post(stopUnlessWanted, options_.linger);
+}
+
+void CameraStream::scheduleRestart()
+{
+    const std::size_t last = options_.restartPauses.size() - 1;
+    const std::chrono::milliseconds pause = options_.restartPauses[std::min(failures_ - 1, last)];
+    restartScheduled_ = true;
+    const std::uint64_t run = run_;
+    const auto restart = [this, run]
+    {
+        if (run == run_ && restartScheduled_)
+        {
+            restartScheduled_ = false;
+            update();
+        }
+    };
+    post(restart, pause);
+}
+
+void CameraStream::sendKeyFrameRequest()
+{
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        keyFrameAsked_ = false;
+        keyFrameAt_ = Clock::now();
+    }
+    if (pipeline_)
+    {
+        pipeline_->requestKeyFrame();
+    }
+}
+
+StreamPipeline::Taps CameraStream::usedTaps()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    for (auto tap = taps_.begin(); tap != taps_.end();)
+    {
+        tap = tap->second->isEmpty() ? taps_.erase(tap) : std::next(tap);
+    }
+    return taps_;
+}
+
+}  // namespace refhost

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "refhost/capture/PipelineRunner.h"
+#include "refhost/config/Config.h"
+#include "refhost/media/StreamSource.h"
+#include "refhost/threads/TaskQueue.h"
+
+namespace refhost
+{
+
+/// One configured stream on GStreamer.
+///
+/// The pipeline runs only while it is wanted: from the first viewer, or the first wish for a description,
+/// until some seconds after the last. It is started, changed and stopped on one thread of the pipeline's own,
+/// so that a source that hangs holds up nobody. One that does not end in time is abandoned and replaced; a
+/// stream with too many abandoned ones waits until one of them ends. A source that fails while there are
+/// viewers is started again and again, with growing pauses. Threads: any.
+class CameraStream : public StreamSource
+{
+public:
+    struct Options
+    {
+        std::chrono::milliseconds linger{5000};  ///< how long the source runs on after its last viewer
+        std::chrono::milliseconds describeDeadline{10000};  ///< how long a description may take
+        /// How long describe() tells of a failure before it tries again: everybody who waited learns of it.
+        std::chrono::milliseconds failureHold{1000};
+        /// Pauses before the first, second, … new start after a failure; the last one goes on for good.
+        std::vector<std::chrono::milliseconds> restartPauses{std::chrono::seconds(1), std::chrono::seconds(2),
+                                                             std::chrono::seconds(5),
+                                                             std::chrono::seconds(10)};
+        /// A source that gives nothing for so long is taken for failed.
+        std::chrono::milliseconds longestSilence{10000};
+        /// A pipeline that does not end, or do what it is asked for, in so long is abandoned.
+        std::chrono::milliseconds endDeadline{5000};
+        int maxAbandoned{3};  ///< pipelines of the stream that hang at once; no further one is started then
+        std::chrono::milliseconds keyFrameInterval{500};  ///< least time between two forced key pictures
+    };
+
+    /// \param title    names the stream in the log and in the synthetic camera's picture
+    /// \param queue    runs the stream's tasks, none of which waits for anything
+    /// \param changed  called without a lock of its users' held when a description became ready, changed or
+    /// failed
+    CameraStream(const StreamConfig& config, const std::string& title, const Options& options,
+                 std::shared_ptr<TaskQueue> queue, std::function<void()> changed);
+    /// Stops the source, which is waited for until options.endDeadline at most. Not from within one of its
+    /// calls.
+    ~CameraStream() override;
+
+    /// Begins to stop for good: `changed` is not called any more. Not from within one of its calls.
+    void close();
+    /// Waits until the source has stopped after close(); what has not by then is abandoned.
+    void awaitEnd(std::chrono::steady_clock::time_point deadline);
+
+    Description describe(std::vector<SubMediaInfo>& tracks) override;
+    void attach(const std::string& trackId, int payloadSize, std::shared_ptr<AccessUnitSink> sink) override;
+    void detach(const AccessUnitSink* sink) override;
+    void attachMedia(std::shared_ptr<EncodedUnitSink> sink) override;
+    void detachMedia(const EncodedUnitSink* sink) override;
+    void acquire() override;
+    void release() override;
+    void requestKeyFrame() override;
+
+    /// How often the source was started.
+    int starts() const;
+    /// True while the source runs.
+    bool isRunning() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using Tracks = std::vector<SubMediaInfo>;
+
+    /// What the stream's tasks ask before they touch it.
+    struct Life
+    {
+        std::mutex mutex;
+        bool alive = true;
+    };
+
+    void post(TaskQueue::Task task, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
+
+    // On the queue's thread.
+    void update();
+    void start();
+    void startPipeline();
+    void stop();
+    void onStopped(std::uint64_t run);
+    void onEndDeadline(std::uint64_t run);
+    void finishStop();
+    void setTaps();
+    void checkForHang(std::uint64_t run);
+    void onClockUnusable(const std::string& why);
+    void onDescribed(std::uint64_t run, bool partial);
+    void onDeadline(std::uint64_t wish);
+    void checkForSilence(std::uint64_t run, std::uint64_t packetsBefore);
+    void onEnded(std::uint64_t run, const std::string& why);
+    void fail(const std::string& why);
+    void scheduleStop();
+    void scheduleRestart();
+    void sendKeyFrameRequest();
+    StreamPipeline::Taps usedTaps();
+
+    const StreamConfig config_;
+    const std::string title_;
+    const Options options_;
+    const std::function<void()> changed_;
+    const std::shared_ptr<MediaTap> mediaTap_ = std::make_shared<MediaTap>();
+    const std::shared_ptr<TaskQueue> queue_;
+    const std::shared_ptr<Life> life_ = std::make_shared<Life>();
+
+    mutable std::mutex mutex_;
+    std::shared_ptr<const Tracks> tracks_;  ///< null until they are known
+    int viewers_ = 0;
+    bool describing_ = false;
+    std::uint64_t descriptionWish_ = 0;  ///< number of the present or last wish for a description
+    bool failed_ = false;
+    Clock::time_point failedAt_;
+    StreamPipeline::Taps taps_;
+    bool keyFrameAsked_ = false;
+    Clock::time_point keyFrameAt_;
+    int starts_ = 0;
+    bool running_ = false;
+
+    // Used on the queue's thread only, and after close().
+    std::unique_ptr<PipelineRunner> pipeline_;
+    std::unique_ptr<PipelineRunner> ending_;  ///< stopped, but not ended yet
+    std::uint64_t endingRun_ = 0;
+    bool clockTold_ = false;
+    std::uint64_t run_ = 0;     ///< number of the present start; events of earlier ones are stale
+    std::uint64_t wishes_ = 0;  ///< grows whenever the source is found wanted
+    bool stopScheduled_ = false;
+    bool restartScheduled_ = false;
+    std::size_t failures_ = 0;  ///< in a row
+    unsigned way_ = 0;          ///< as MediaSource::make() takes it
+    Clock::time_point startedAt_;
+};
+
+}  // namespace refhost

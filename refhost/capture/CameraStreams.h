@@ -1,0 +1,35 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "refhost/capture/CameraStream.h"
+#include "refhost/config/Config.h"
+#include "refhost/media/StreamSource.h"
+
+namespace refhost
+{
+
+/// The streams of a configuration, on GStreamer. Threads: any.
+class CameraStreams : public StreamDirectory
+{
+public:
+    /// Prepares GStreamer for the process and makes every stream; none is started.
+    explicit CameraStreams(const ServerConfig& config);
+    /// The same with other times than the usual; `options.linger` holds instead of `config.linger`.
+    CameraStreams(const ServerConfig& config, const CameraStream::Options& options);
+    ~CameraStreams() override;
+
+    std::shared_ptr<StreamSource> find(int cameraId, int streamId) override;
+    bool describeBackChannel(int cameraId, SubMediaInfo& out) override;
+
+private:
+    void makeThreads();
+
+    const std::shared_ptr<TaskQueue> queue_ = std::make_shared<TaskQueue>();
+    std::map<std::pair<int, int>, std::shared_ptr<CameraStream>> streams_;
+    std::map<int, SubMediaInfo> backChannels_;  // by camera, of those that have one
+};
+
+}  // namespace refhost

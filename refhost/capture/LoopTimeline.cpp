@@ -1,0 +1,94 @@
+#include "refhost/capture/LoopTimeline.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace refhost
+{
+namespace
+{
+
+/// A piece without a told duration lasts this long where nothing better is known; also the shortest round, so
+/// that a file of one picture does not spin.
+constexpr std::int64_t usualDuration = 40'000'000;
+
+/// Beyond this distance a piece's own time is believed more than the even pace of those before it.
+constexpr std::int64_t believableLead = 1'000'000'000;
+
+}  // namespace
+
+std::size_t LoopTimeline::addTrack()
+{
+    tracks_.emplace_back();
+    return tracks_.size() - 1;
+}
+
+std::optional<LoopTimeline::Placed> LoopTimeline::place(std::size_t number, const Piece& piece,
+                                                        std::int64_t now)
+{
+    Track& track = tracks_[number];
+    const Time own = piece.decoding ? piece.decoding : piece.presentation;
+    if (!own && !track.due)
+    {
+        return std::nullopt;
+    }
+    std::int64_t due = own ? *own : *track.due + track.step;
+    // Pictures that are told in another order than they are shown, with the time of showing alone, must not
+    // leave in bursts.
+    if (!piece.decoding && track.due && track.step > 0 &&
+        std::abs(*track.due + track.step - due) < believableLead)
+    {
+        due = *track.due + track.step;
+    }
+    const std::int64_t shown = piece.presentation ? *piece.presentation : due;
+    if (!base_)
+    {
+        base_ = now - due;
+    }
+    const std::int64_t sinceLast = track.last && shown > *track.last ? shown - *track.last : usualDuration;
+    const std::int64_t lasts = piece.duration ? *piece.duration : sinceLast;
+    track.due = due;
+    track.step = piece.duration ? *piece.duration : 0;
+    track.end = track.last ? std::max(track.end, shown + lasts) : shown + lasts;
+    track.start = track.start ? std::min(*track.start, shown) : shown;
+    track.last = track.last ? std::max(*track.last, shown) : shown;
+
+    Placed placed;
+    const auto onTimeline = [this](std::int64_t time) { return std::max<std::int64_t>(0, *base_ + time); };
+    placed.presentation = piece.presentation || !piece.decoding ? Time(onTimeline(shown)) : std::nullopt;
+    placed.decoding = piece.decoding ? Time(onTimeline(*piece.decoding)) : std::nullopt;
+    placed.due = onTimeline(due);
+    return placed;
+}
+
+bool LoopTimeline::endTrack(std::size_t number)
+{
+    tracks_[number].ended = true;
+    if (!std::all_of(tracks_.begin(), tracks_.end(), [](const Track& track) { return track.ended; }))
+    {
+        return false;
+    }
+    beginRound();
+    return true;
+}
+
+void LoopTimeline::beginRound()
+{
+    Time start;
+    Time end;
+    for (Track& track : tracks_)
+    {
+        if (track.start)
+        {
+            start = start ? std::min(*start, *track.start) : *track.start;
+            end = end ? std::max(*end, track.end) : track.end;
+        }
+        track = Track();
+    }
+    if (base_ && start)
+    {
+        *base_ += std::max(*end - *start, usualDuration);
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <gst/gst.h>
+
+#include <memory>
+
+#include "refhost/capture/CaptureClock.h"
+#include "refhost/capture/DecodeTimes.h"
+#include "refhost/capture/DeliveryGate.h"
+#include "refhost/capture/MediaTap.h"
+#include "refhost/media/GstHandles.h"
+#include "refhost/media/MediaCoding.h"
+
+namespace refhost
+{
+
+/// Makes encoded units of what passes a pad, and hands them to a tap. While nobody taps it costs nothing.
+///
+/// Threads: made and destroyed while no data pass the pad; works on the pad's streaming thread.
+class MediaProbe
+{
+public:
+    MediaProbe(GstPad* pad, MediaCoding coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
+               DeliveryGate::Ptr gate);
+    ~MediaProbe();
+    MediaProbe(const MediaProbe&) = delete;
+    MediaProbe& operator=(const MediaProbe&) = delete;
+
+private:
+    static GstPadProbeReturn onBuffer(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    void take(GstBuffer* buffer);
+    bool updateFormat();
+
+    GstObjectPtr<GstPad> pad_;
+    MediaCoding coding_;
+    CaptureClock clock_;
+    std::shared_ptr<MediaTap> tap_;
+    DeliveryGate::Ptr gate_;
+    gulong probe_ = 0;
+    GstValuePtr<GstCaps> caps_;  ///< that format_ was made of
+    std::shared_ptr<const MediaFormat> format_;
+    DecodeTimes decodeTimes_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,67 @@
+#include "refhost/capture/MediaSource.h"
+
+#include "refhost/capture/CaptureSource.h"
+#include "refhost/capture/FileSource.h"
+#include "refhost/capture/LaunchSource.h"
+#include "refhost/capture/RtspSource.h"
+#include "refhost/capture/RtspTcpSource.h"
+#include "refhost/capture/SyntheticSource.h"
+
+namespace refhost
+{
+
+namespace
+{
+
+std::unique_ptr<MediaSource> makeRtspSource(const StreamConfig& config, unsigned way, MediaSink& sink)
+{
+    const bool encrypted = config.source.location.rfind("rtsps://", 0) == 0;
+    const bool tcp = way % 2 == 0;
+    if (tcp && !encrypted)
+    {
+        return std::make_unique<RtspTcpSource>(config, sink);
+    }
+    return std::make_unique<RtspSource>(config, tcp ? RtspSource::Transport::tcp : RtspSource::Transport::udp,
+                                        sink);
+}
+
+}  // namespace
+
+std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const std::string& title,
+                                               unsigned way, MediaSink& sink)
+{
+    switch (config.source.kind)
+    {
+        case SourceConfig::Kind::synthetic:
+            return std::make_unique<SyntheticSource>(config, title, sink);
+        case SourceConfig::Kind::file:
+            return std::make_unique<FileSource>(config, sink);
+        case SourceConfig::Kind::v4l2:
+            return std::make_unique<CaptureSource>(config, sink);
+        case SourceConfig::Kind::rtsp:
+            return makeRtspSource(config, way, sink);
+        case SourceConfig::Kind::launch:
+            return std::make_unique<LaunchSource>(config, sink);
+    }
+    return nullptr;
+}
+
+GstElement* makeBin(const std::string& line, std::string& error)
+{
+    GError* problem = nullptr;
+    GstElement* bin = gst_parse_bin_from_description_full(line.c_str(), TRUE, nullptr,
+                                                          GST_PARSE_FLAG_FATAL_ERRORS, &problem);
+    if (problem != nullptr)
+    {
+        error = problem->message;
+        g_clear_error(&problem);
+        if (bin != nullptr)
+        {
+            gst_object_unref(gst_object_ref_sink(bin));
+        }
+        return nullptr;
+    }
+    return bin;
+}
+
+}  // namespace refhost

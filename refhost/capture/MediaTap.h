@@ -1,0 +1,39 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "refhost/media/EncodedUnit.h"
+
+namespace refhost
+{
+
+/// The sinks of a stream's encoded media. It lives as long as the stream, through stops and starts of its
+/// source.
+///
+/// Threads: any; a sink may not add or remove one from within a call.
+class MediaTap
+{
+public:
+    void add(std::shared_ptr<EncodedUnitSink> sink);
+    /// The sink is not called any more after the return.
+    void remove(const EncodedUnitSink* sink);
+
+    /// Cheap: units need not be made while it is true.
+    bool isEmpty() const
+    {
+        return count_.load(std::memory_order_relaxed) == 0;
+    }
+
+    void deliver(const EncodedUnitPtr& unit);
+    void discontinuity();
+
+private:
+    std::mutex mutex_;
+    std::vector<std::shared_ptr<EncodedUnitSink>> sinks_;
+    std::atomic<std::size_t> count_{0};
+};
+
+}  // namespace refhost

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <gst/app/gstappsink.h>
+#include <gst/gst.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "refhost/capture/CaptureClock.h"
+#include "refhost/capture/DeliveryGate.h"
+#include "refhost/capture/PacketTap.h"
+#include "refhost/media/MediaCoding.h"
+
+namespace refhost
+{
+
+/// One payloader of a track: tee ! queue ! payloader ! appsink, whose packets go to a tap as access units.
+///
+/// Made and destroyed while the pipeline runs; destruction takes the branch out of the pipeline and returns
+/// when nothing is delivered any more.
+class PayloadBranch
+{
+public:
+    /// Called on the branch's thread with what the payloader makes and what goes into it, at the start and
+    /// whenever it changes.
+    using OnCaps = std::function<void(const GstCaps* rtpCaps, const GstCaps* mediaCaps)>;
+
+    struct Place
+    {
+        CaptureClock clock;
+        GstElement* tee;   ///< its parent is the clock's pipeline
+        std::string name;  ///< of stream and track, in the log
+        DeliveryGate::Ptr gate;
+    };
+
+    /// \param payloadSize  most bytes of RTP payload in a packet
+    /// \param onCaps       may be empty
+    PayloadBranch(const Place& place, MediaCoding coding, int payloadSize, OnCaps onCaps);
+    ~PayloadBranch();
+    PayloadBranch(const PayloadBranch&) = delete;
+    PayloadBranch& operator=(const PayloadBranch&) = delete;
+
+    /// \param[out] error  why not
+    /// \returns false when the elements cannot be had; the branch does nothing then
+    bool open(std::string& error);
+
+    /// Where the units go from now on; null for nowhere.
+    void setTap(std::shared_ptr<PacketTap> tap);
+
+private:
+    static GstFlowReturn onNewSample(GstAppSink* sink, gpointer self);
+    static GstPadProbeReturn onQueued(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    static GstPadProbeReturn onPayloaderEvent(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+
+    void unlinkFromTee();
+    void takeSample(GstSample* sample);
+    void takePacket(GstBuffer* buffer, const GstSegment* segment);
+    bool admits(GstBuffer* buffer);
+
+    Place place_;
+    MediaCoding coding_;
+    int payloadSize_;
+    OnCaps onCaps_;
+    AccessUnitBuilder builder_;
+    GstElement* queue_ = nullptr;
+    GstElement* payloader_ = nullptr;
+    GstElement* sink_ = nullptr;
+    GstPad* teePad_ = nullptr;
+    bool skipping_ = false;     // the tee's thread only
+    bool refusedTold_ = false;  // the branch's thread only
+    std::mutex mutex_;
+    std::shared_ptr<PacketTap> tap_;
+};
+
+}  // namespace refhost

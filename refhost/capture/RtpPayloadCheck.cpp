@@ -1,0 +1,121 @@
+#include "refhost/capture/RtpPayloadCheck.h"
+
+#include "refhost/base/ByteOrder.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::size_t headerSize = 12;
+constexpr std::uint8_t paddingBit = 0x20;
+constexpr std::uint8_t extensionBit = 0x10;
+
+/// Units of 16 bits of size and that many bytes, each of at least `least`, one at least and nothing behind.
+bool unitsFit(const std::uint8_t* at, std::size_t left, std::size_t least)
+{
+    do
+    {
+        if (left < 2)
+        {
+            return false;
+        }
+        const std::size_t size = readBig16(at);
+        if (size < least || size > left - 2)
+        {
+            return false;
+        }
+        at += size + 2;
+        left -= size + 2;
+    } while (left > 0);
+    return true;
+}
+
+// RFC 6184, with packetization modes 0 and 1: single units, STAP-A and FU-A.
+bool h264Fits(const RtpPayloadCheck::Payload& payload)
+{
+    constexpr unsigned stapA = 24;
+    constexpr unsigned fuA = 28;
+    const unsigned type = payload.data[0] & 0x1fU;
+    if (type == stapA)
+    {
+        return unitsFit(payload.data + 1, payload.size - 1, 2);
+    }
+    return type == fuA ? payload.size > 2 : type > 0 && type < stapA && payload.size > 1;
+}
+
+// RFC 7798, without decoding order numbers: single units, aggregation packets and fragments.
+bool h265Fits(const RtpPayloadCheck::Payload& payload)
+{
+    constexpr unsigned aggregation = 48;
+    constexpr unsigned fragment = 49;
+    constexpr std::size_t unitHeader = 2;
+    if (payload.size <= unitHeader)
+    {
+        return false;
+    }
+    const unsigned type = payload.data[0] >> 1U & 0x3fU;
+    if (type == aggregation)
+    {
+        return unitsFit(payload.data + unitHeader, payload.size - unitHeader, unitHeader + 1);
+    }
+    return type == fragment ? payload.size > unitHeader + 1 : type < aggregation;
+}
+
+// RFC 3640: the length of the access unit headers in bits stands in front.
+bool aacFits(const RtpPayloadCheck::Payload& payload)
+{
+    constexpr std::size_t bitsOfByte = 8;
+    if (payload.size <= 2)
+    {
+        return false;
+    }
+    const std::size_t bits = readBig16(payload.data);
+    return bits > 0 && (bits + bitsOfByte - 1) / bitsOfByte < payload.size - 2;
+}
+
+}  // namespace
+
+bool RtpPayloadCheck::find(const std::uint8_t* packet, std::size_t size, Payload& payload)
+{
+    if (size < headerSize || packet[0] >> 6U != 2)
+    {
+        return false;
+    }
+    std::size_t at = headerSize + std::size_t{4} * (packet[0] & 0x0fU);
+    if ((packet[0] & extensionBit) != 0)
+    {
+        if (size < at + 4)
+        {
+            return false;
+        }
+        at += 4 + std::size_t{4} * readBig16(packet + at + 2);
+    }
+    const std::size_t padding = (packet[0] & paddingBit) != 0 ? packet[size - 1] : 0;
+    if (size < at + padding || ((packet[0] & paddingBit) != 0 && padding == 0))
+    {
+        return false;
+    }
+    payload.data = packet + at;
+    payload.size = size - at - padding;
+    return true;
+}
+
+bool RtpPayloadCheck::isWellFormed(std::string_view encoding, const Payload& payload)
+{
+    if (payload.size == 0)
+    {
+        return false;
+    }
+    if (encoding == "H264")
+    {
+        return h264Fits(payload);
+    }
+    if (encoding == "H265")
+    {
+        return h265Fits(payload);
+    }
+    return encoding != "MPEG4-GENERIC" || aacFits(payload);
+}
+
+}  // namespace refhost

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <gst/gst.h>
+#include <gst/rtsp/gstrtspmessage.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "refhost/capture/DecodeStage.h"
+#include "refhost/capture/MediaSource.h"
+#include "refhost/capture/SenderReports.h"
+#include "refhost/capture/SourceClock.h"
+
+namespace refhost
+{
+
+/// Another camera, by its rtsp:// or rtsps:// URL, over UDP or with TLS, read by GStreamer. Over plain TCP
+/// RtspTcpSource does it.
+class RtspSource : public MediaSource
+{
+public:
+    enum class Transport
+    {
+        tcp,
+        udp
+    };
+
+    RtspSource(const StreamConfig& config, Transport transport, MediaSink& sink);
+
+    bool build(GstBin* pipeline, std::string& error) override;
+
+private:
+    static void onPadAdded(GstElement* client, GstPad* pad, gpointer self);
+    static void onNoMorePads(GstElement* client, gpointer self);
+    static gboolean onBeforeSend(GstElement* client, GstRTSPMessage* message, gpointer self);
+    static gboolean onSelectStream(GstElement* client, guint number, GstCaps* caps, gpointer self);
+
+    /// One stream of RTP packets.
+    struct Track
+    {
+        RtspSource* source;
+        std::shared_ptr<SourceClock> clock;
+        std::string encoding;
+    };
+
+    static void onNewManager(GstElement* client, GstElement* manager, gpointer self);
+    static void onManagerPad(GstElement* manager, GstPad* pad, gpointer self);
+    static GstPadProbeReturn onReport(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    static GstPadProbeReturn onPacket(GstPad* pad, GstPadProbeInfo* info, gpointer track);
+
+    void addPad(GstPad* pad);
+    std::shared_ptr<SourceClock> addTrack(GstPad* pad);
+    void takeReport(const SenderReports::Report& report);
+    std::int64_t baseTime() const;
+    std::int64_t now() const;
+    void partComplete();
+
+    StreamConfig config_;
+    Transport transport_;
+    MediaSink& sink_;
+    GstBin* pipeline_ = nullptr;
+    std::mutex mutex_;
+    std::vector<std::unique_ptr<DecodeStage>> decoders_;
+    std::vector<std::unique_ptr<Track>> tracks_;
+    std::set<std::string> sessions_;  ///< of which a pad came
+    /// The client and each of the decoders have to say that no further pad will come.
+    int openParts_ = 1;
+};
+
+}  // namespace refhost

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <gst/app/gstappsrc.h>
+#include <gst/rtsp/gstrtspurl.h>
+#include <gst/sdp/gstsdpmessage.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "refhost/capture/CameraConversation.h"
+#include "refhost/capture/DecodeStage.h"
+#include "refhost/capture/MediaSource.h"
+#include "refhost/capture/SourceClock.h"
+#include "refhost/rtp/RtcpWriter.h"
+
+namespace refhost
+{
+
+/// Another camera, by its rtsp:// URL, with its media interleaved in one TCP connection.
+///
+/// A thread of its own talks to the camera and hands each track's RTP packets, with the times that
+/// SourceClock gives them, to a GStreamer source. What a camera may send is bounded before anything else
+/// looks at it.
+class RtspTcpSource : public MediaSource
+{
+public:
+    RtspTcpSource(const StreamConfig& config, MediaSink& sink);
+    ~RtspTcpSource() override;
+
+    bool build(GstBin* pipeline, std::string& error) override;
+    void stop() override;
+
+private:
+    struct Track
+    {
+        bool video = false;
+        std::string control;  ///< absolute URL
+        std::string encoding;
+        int payloadType = 0;
+        int clockRate = 0;
+        int channel = 0;  ///< of RTP; RTCP has the next
+        GstValuePtr<GstCaps> caps;
+        std::shared_ptr<SourceClock> clock;
+        GstAppSrc* entry = nullptr;  ///< owned by the pipeline
+        std::unique_ptr<DecodeStage> decoder;
+        std::uint32_t ssrc = 0;
+        std::uint16_t sequence = 0;
+        std::uint32_t cycles = 0;
+        bool started = false;
+        bool reported = false;  ///< a sender report came
+    };
+
+    void run();
+    bool open(std::string& error);
+    bool openConversation(const std::string& url, std::string& error);
+    bool ask(const std::string& method, const std::string& uri, const CameraConversation::Headers& headers,
+             CameraMessage& answer, std::string& error);
+    bool describe(std::string& error);
+    bool readDescription(const std::string& text, const std::string& base, std::string& error);
+    void addTrack(const GstSDPMedia& media, const std::string& base);
+    bool setUp(Track& track, std::string& error);
+    void partComplete();
+    bool addEntry(Track& track, std::string& error);
+    bool play(std::string& error);
+    bool keepAlive(std::string& error);
+
+    void onPacket(int channel, const std::uint8_t* data, std::size_t size);
+    void onMedia(Track& track, const std::uint8_t* data, std::size_t size);
+    void onReports(Track& track, const std::uint8_t* data, std::size_t size);
+    bool sendReceiverReports(std::string& error);
+    std::int64_t baseTime() const;
+    /// On the pipeline's running time.
+    std::int64_t now() const;
+
+    const StreamConfig config_;
+    MediaSink& sink_;
+    GstBin* pipeline_ = nullptr;
+    CameraConversation conversation_;
+    const RtcpWriter::Name name_;
+    std::thread thread_;
+
+    // The thread's own.
+    std::string uri_;  ///< of the presentation
+    std::string user_;
+    std::string password_;
+    std::string session_;  ///< empty before the first SETUP
+    std::chrono::seconds sessionTimeout_{60};
+    std::vector<std::unique_ptr<Track>> tracks_;
+    bool goodbye_ = false;
+    bool refused_ = false;  ///< it may work over another transport
+    std::size_t openParts_ = 1;
+    std::mutex partsMutex_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "refhost/capture/MediaSource.h"
+
+namespace refhost
+{
+
+/// The built-in camera: a test picture that moves, with a title and the time of day burnt in, and a tone.
+class SyntheticSource : public MediaSource
+{
+public:
+    /// \param title  burnt in before the time
+    SyntheticSource(const StreamConfig& config, const std::string& title, MediaSink& sink);
+
+    bool build(GstBin* pipeline, std::string& error) override;
+
+private:
+    bool addVideo(GstBin* pipeline, MediaCoding coding, std::string& error);
+    bool addAudio(GstBin* pipeline, MediaCoding coding, std::string& error);
+    bool addLine(GstBin* pipeline, const std::string& line, MediaCoding coding, std::string& error);
+
+    StreamConfig config_;
+    std::string title_;
+    MediaSink& sink_;
+};
+
+}  // namespace refhost

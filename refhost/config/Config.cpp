@@ -1,0 +1,176 @@
+#include "refhost/config/Config.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <tuple>
+
+#include "refhost/base/Log.h"
+#include "refhost/base/StreamName.h"
+
+namespace refhost
+{
+namespace
+{
+
+bool isLoopback(const std::string& address)
+{
+    in6_addr six{};
+    if (inet_pton(AF_INET6, address.c_str(), &six) == 1)
+    {
+        return IN6_IS_ADDR_LOOPBACK(&six);
+    }
+    in_addr four{};
+    return inet_pton(AF_INET, address.c_str(), &four) == 1 && (ntohl(four.s_addr) >> 24) == IN_LOOPBACKNET;
+}
+
+auto members(const LimitsConfig& l)
+{
+    return std::tie(l.connections, l.connectionsPerAddress, l.sessions, l.sessionsPerAddress, l.sendBuffer,
+                    l.talkers, l.headerCount, l.headerBytes, l.bodyBytes, l.handshakeTimeout, l.setupTimeout,
+                    l.idleTimeout, l.sessionTimeout, l.orphanTimeout);
+}
+
+auto members(const StreamConfig& s)
+{
+    return std::tie(s.id, s.source, s.width, s.height, s.frameRate, s.bitRate, s.gop, s.videoCodec,
+                    s.audioCodec, s.multicast, s.record, s.start);
+}
+
+auto members(const TalkBackConfig& t)
+{
+    return std::tie(t.policy, t.output, t.device, t.sampleRate, t.channels, t.encoderType);
+}
+
+auto members(const ServerConfig& s)
+{
+    return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.digestWithoutQop, s.users, s.limits,
+                    s.rtpPort, s.segmentationOffload, s.gopCache, s.start, s.startRate, s.linger, s.cameras,
+                    s.talkBack, s.multicast, s.liveController, s.mtu, s.recording);
+}
+
+}  // namespace
+
+bool SourceConfig::operator==(const SourceConfig& other) const
+{
+    return kind == other.kind && location == other.location;
+}
+
+bool StreamConfig::operator==(const StreamConfig& other) const
+{
+    return members(*this) == members(other);
+}
+
+bool CameraConfig::operator==(const CameraConfig& other) const
+{
+    return id == other.id && name == other.name && streams == other.streams && talkBack == other.talkBack;
+}
+
+std::string CameraConfig::streamName(int streamId) const
+{
+    return StreamName::of(id, streamId, name);
+}
+
+bool UserConfig::operator==(const UserConfig& other) const
+{
+    return name == other.name && password == other.password;
+}
+
+bool TalkBackConfig::operator==(const TalkBackConfig& other) const
+{
+    return members(*this) == members(other);
+}
+
+bool MulticastConfig::operator==(const MulticastConfig& other) const
+{
+    return pool == other.pool && port == other.port && ttl == other.ttl && interface == other.interface;
+}
+
+bool RecordingConfig::operator==(const RecordingConfig& other) const
+{
+    return directory == other.directory && segment == other.segment && maxSize == other.maxSize &&
+           maxAge == other.maxAge;
+}
+
+bool LimitsConfig::operator==(const LimitsConfig& other) const
+{
+    return members(*this) == members(other);
+}
+
+bool ServerConfig::operator==(const ServerConfig& other) const
+{
+    return members(*this) == members(other);
+}
+
+ServerConfig ServerConfig::embedded()
+{
+    ServerConfig config;
+    config.cameras = embeddedCameras();
+    config.cameras.front().streams.front().record = true;
+    return config;
+}
+
+std::vector<CameraConfig> ServerConfig::embeddedCameras()
+{
+    StreamConfig main;
+    StreamConfig sub;
+    sub.id = 1;
+    sub.width = 640;
+    sub.height = 360;
+    sub.bitRate = 500;
+    return {CameraConfig{1, "synthetic camera", {main, sub}}};
+}
+
+std::string ServerConfig::streamName(int cameraId, int streamId) const
+{
+    const auto camera = std::find_if(cameras.begin(), cameras.end(),
+                                     [cameraId](const CameraConfig& c) { return c.id == cameraId; });
+    return camera == cameras.end() ? StreamName::of(cameraId, streamId) : camera->streamName(streamId);
+}
+
+bool ServerConfig::offersTalkBack() const
+{
+    return std::any_of(cameras.begin(), cameras.end(),
+                       [](const CameraConfig& camera) { return camera.talkBack != "none"; });
+}
+
+std::vector<std::string> ServerConfig::warnings() const
+{
+    std::vector<std::string> found;
+    if (users.empty() && !isLoopback(listen))
+    {
+        found.push_back("anybody who reaches " + listen +
+                        " can watch: it is no loopback address and no [[user]] is configured");
+    }
+    if (offersTalkBack() && talkBack.output == "null")
+    {
+        found.push_back("nobody will hear what clients say: the output of [talk-back] is \"null\"");
+    }
+    for (const CameraConfig& camera : cameras)
+    {
+        for (const StreamConfig& stream : camera.streams)
+        {
+            const bool isUrl = stream.source.kind == SourceConfig::Kind::rtsp;
+            if (isUrl &&
+                Log::userInfo(stream.source.location).find_first_of("@/?# \"<>") != std::string::npos)
+            {
+                found.push_back(
+                    camera.streamName(stream.id) +
+                    ": user name and password in its location hold characters that a URL cannot "
+                    "hold there: write them percent-encoded, %40 for @, %2F for /, %3F for ?, %23 for #");
+            }
+            const bool isPath = stream.source.kind == SourceConfig::Kind::file ||
+                                stream.source.kind == SourceConfig::Kind::v4l2;
+            if (isPath && access(stream.source.location.c_str(), R_OK) != 0)
+            {
+                found.push_back(camera.streamName(stream.id) + ": " + stream.source.location +
+                                " cannot be read now");
+            }
+        }
+    }
+    return found;
+}
+
+}  // namespace refhost

@@ -1,0 +1,257 @@
+#include "refhost/config/ConfigCheck.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <charconv>
+#include <numeric>
+
+#include "refhost/base/Log.h"
+#include "refhost/rtp/multicast/MulticastGroup.h"
+
+namespace refhost
+{
+namespace
+{
+
+std::size_t editDistance(std::string_view a, std::string_view b)
+{
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), 0U);
+    for (std::size_t i = 1; i <= a.size(); ++i)
+    {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j)
+        {
+            const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, replaced});
+        }
+    }
+    return row.back();
+}
+
+// The key as its author would have to write it: people write log_level or logLevel for log-level.
+std::string normalized(std::string_view name)
+{
+    std::string out;
+    for (const char c : name)
+    {
+        if (c == '-' || c == '_')
+        {
+            continue;
+        }
+        out += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    }
+    return out;
+}
+
+template <typename Section>
+bool has(const std::vector<ConfigKey<Section>>& keys, std::string_view name)
+{
+    return std::any_of(keys.begin(), keys.end(),
+                       [name](const ConfigKey<Section>& k) { return k.name == name; });
+}
+
+std::string sectionOf(std::string_view name)
+{
+    if (has(serverKeys(), name))
+    {
+        return "the top of the file, before the first section";
+    }
+    if (has(limitsKeys(), name))
+    {
+        return "[limits]";
+    }
+    if (has(multicastKeys(), name))
+    {
+        return "[multicast]";
+    }
+    if (has(recordingKeys(), name))
+    {
+        return "[recording]";
+    }
+    if (has(streamKeys(), name))
+    {
+        return "[[camera.stream]]";
+    }
+    return has(userKeys(), name) ? "[[user]]" : "";
+}
+
+bool isControl(char c)
+{
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7f;
+}
+
+bool isAddress(const std::string& text)
+{
+    in6_addr six{};
+    in_addr four{};
+    return inet_pton(AF_INET, text.c_str(), &four) == 1 || inet_pton(AF_INET6, text.c_str(), &six) == 1;
+}
+
+std::string assignText(ServerConfig& config, const NumberSetting<ServerConfig>& setting,
+                       const std::string& text)
+{
+    std::int64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size())
+    {
+        return "must be a whole number, not " + Log::safe(text, 40);
+    }
+    return ConfigCheck::assign(setting, value, config);
+}
+
+std::string assignText(ServerConfig& config, const FlagSetting<ServerConfig>& setting,
+                       const std::string& text)
+{
+    if (text != "true" && text != "false")
+    {
+        return "must be true or false, not " + Log::safe(text, 40);
+    }
+    setting.value(config) = text == "true";
+    return {};
+}
+
+template <template <typename> typename Setting>
+std::string assignText(ServerConfig& config, const Setting<ServerConfig>& setting, const std::string& text)
+{
+    return ConfigCheck::assign(setting, text, config);
+}
+
+}  // namespace
+
+std::string ConfigCheck::setServerKey(ServerConfig& config, std::string_view key, const std::string& text)
+{
+    const auto found = std::find_if(serverKeys().begin(), serverKeys().end(),
+                                    [key](const ConfigKey<ServerConfig>& k) { return k.name == key; });
+    if (found == serverKeys().end())
+    {
+        return "is no key of the configuration";
+    }
+    return std::visit([&](const auto& setting) { return assignText(config, setting, text); }, found->setting);
+}
+
+std::string ConfigCheck::source(const SourceConfig& source)
+{
+    const std::string& location = source.location;
+    if (source.kind == SourceConfig::Kind::synthetic)
+    {
+        return location.empty()
+                   ? ""
+                   : "the synthetic source opens nothing: remove location, or say which source is meant";
+    }
+    if (location.empty())
+    {
+        return "this source needs a location";
+    }
+    if (location.find("://***@") != std::string::npos || location.find("=***") != std::string::npos)
+    {
+        return "location has its credentials masked (***): put the real ones back";
+    }
+    const bool isUrl = location.rfind("rtsp://", 0) == 0 || location.rfind("rtsps://", 0) == 0;
+    if (source.kind == SourceConfig::Kind::rtsp && !isUrl)
+    {
+        return "location of an rtsp source must start with rtsp:// or rtsps://";
+    }
+    return {};
+}
+
+std::string ConfigCheck::unknownKey(std::string_view name, const std::vector<std::string_view>& names)
+{
+    const std::string wanted = normalized(name);
+    std::string_view nearest;
+    std::size_t least = std::max<std::size_t>(2, wanted.size() / 3) + 1;
+    for (const std::string_view candidate : names)
+    {
+        const std::size_t distance = editDistance(wanted, normalized(candidate));
+        if (distance < least)
+        {
+            least = distance;
+            nearest = candidate;
+        }
+    }
+    const std::string message = "unknown key \"" + Log::safe(name, 40) + "\"";
+    const std::string section = sectionOf(name);
+    if (!section.empty())
+    {
+        return message + " here: it belongs to " + section;
+    }
+    return nearest.empty() ? message : message + "; did you mean \"" + std::string(nearest) + "\"?";
+}
+
+std::string ConfigCheck::number(std::int64_t value, int least, int most, int step)
+{
+    if (value < least || value > most)
+    {
+        return "must be " + std::to_string(least) + " to " + std::to_string(most) + ", not " +
+               std::to_string(value);
+    }
+    if (value % step != 0)
+    {
+        return "must be a multiple of " + std::to_string(step) + ", not " + std::to_string(value);
+    }
+    return {};
+}
+
+std::string ConfigCheck::choice(const std::string& value, const std::vector<std::string_view>& choices)
+{
+    if (std::find(choices.begin(), choices.end(), value) != choices.end())
+    {
+        return {};
+    }
+    std::string list;
+    for (const std::string_view known : choices)
+    {
+        list += (list.empty() ? "\"" : ", \"") + std::string(known) + "\"";
+    }
+    return "must be one of " + list + ", not \"" + Log::safe(value, 40) + "\"";
+}
+
+std::string ConfigCheck::text(const std::string& value, TextKind kind)
+{
+    const bool mustBeThere =
+        kind == TextKind::userName || kind == TextKind::password || kind == TextKind::path;
+    if (mustBeThere && value.empty())
+    {
+        return "must not be empty";
+    }
+    if (kind != TextKind::location && std::any_of(value.begin(), value.end(), isControl))
+    {
+        return "must not hold control characters";
+    }
+    if (value.find('\0') != std::string::npos)
+    {
+        return "must not hold a null character";
+    }
+    if (kind == TextKind::address && !isAddress(value))
+    {
+        return "must be an IPv4 or IPv6 address such as \"127.0.0.1\" or \"::1\", not \"" +
+               Log::safe(value, 40) + "\"";
+    }
+    if (kind == TextKind::groupRange && !MulticastRange::parse(value))
+    {
+        return "must be IPv4 multicast addresses such as \"239.255.42.0/24\", not \"" + Log::safe(value, 40) +
+               "\"";
+    }
+    if (kind == TextKind::group && !value.empty() && !MulticastGroup::parse(value))
+    {
+        return "must be an IPv4 multicast address with an even port such as \"239.1.2.3:5004\", not \"" +
+               Log::safe(value, 40) + "\"";
+    }
+    if ((kind == TextKind::quotable || kind == TextKind::userName) &&
+        value.find_first_of("\"\\") != std::string::npos)
+    {
+        return "must not hold quotes or backslashes";
+    }
+    if (kind == TextKind::userName && value.find(':') != std::string::npos)
+    {
+        return "must not hold a colon";
+    }
+    return {};
+}
+
+}  // namespace refhost

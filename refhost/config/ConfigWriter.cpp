@@ -1,0 +1,275 @@
+#include "refhost/config/ConfigWriter.h"
+
+#include <string_view>
+
+#include "refhost/base/Log.h"
+#include "refhost/config/ConfigKeys.h"
+
+namespace refhost
+{
+namespace
+{
+
+// A TOML basic string.
+std::string quoted(std::string_view text)
+{
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string out = "\"";
+    for (const char c : text)
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7f)
+        {
+            out += "\\u00";
+            out += digits[byte >> 4];
+            out += digits[byte & 15];
+            continue;
+        }
+        if (c == '"' || c == '\\')
+        {
+            out += '\\';
+        }
+        out += c;
+    }
+    return out + '"';
+}
+
+std::string range(int least, int most, int step)
+{
+    return std::to_string(least) + " to " + std::to_string(most) + (step == 2 ? ", even" : "");
+}
+
+// A setting's value in `section` and its permitted values, as text.
+template <typename Section>
+class Shown
+{
+public:
+    explicit Shown(const Section& section) : section_(section) {}
+
+    std::string value(const ConfigKey<Section>& key)
+    {
+        return std::visit([this](const auto& setting) { return toText(setting); }, key.setting);
+    }
+
+    static std::string permitted(const ConfigKey<Section>& key)
+    {
+        return std::visit([](const auto& setting) { return permittedBy(setting); }, key.setting);
+    }
+
+    /// What must be told about a value that is not shown as it is.
+    std::string remark(const ConfigKey<Section>& key)
+    {
+        if (isSecret(key))
+        {
+            return "  # not shown: put it in";
+        }
+        const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
+        const bool masked = text != nullptr && text->kind == TextKind::location &&
+                            Log::maskUrl(text->value(section_)) != text->value(section_);
+        return masked ? "  # credentials are masked: put them in" : "";
+    }
+
+    static bool isSecret(const ConfigKey<Section>& key)
+    {
+        const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
+        return text != nullptr && text->kind == TextKind::password;
+    }
+
+private:
+    std::string toText(const NumberSetting<Section>& setting)
+    {
+        return std::to_string(setting.value(section_));
+    }
+
+    std::string toText(const FlagSetting<Section>& setting)
+    {
+        return setting.value(section_) ? "true" : "false";
+    }
+
+    std::string toText(const ChoiceSetting<Section>& setting)
+    {
+        return quoted(setting.get(section_));
+    }
+
+    std::string toText(const TextSetting<Section>& setting)
+    {
+        if (setting.kind == TextKind::password)
+        {
+            return "\"…\"";
+        }
+        const std::string& text = setting.value(section_);
+        return quoted(setting.kind == TextKind::location ? Log::maskUrl(text) : text);
+    }
+
+    static std::string permittedBy(const NumberSetting<Section>& setting)
+    {
+        return range(setting.least, setting.most, setting.step);
+    }
+
+    static std::string permittedBy(const FlagSetting<Section>&)
+    {
+        return "true or false";
+    }
+
+    static std::string permittedBy(const ChoiceSetting<Section>& setting)
+    {
+        std::string list;
+        for (const std::string_view choice : setting.choices)
+        {
+            list += (list.empty() ? "" : ", ") + quoted(choice);
+        }
+        return list;
+    }
+
+    static std::string permittedBy(const TextSetting<Section>& setting)
+    {
+        switch (setting.kind)
+        {
+            case TextKind::address:
+                return "a numeric address";
+            case TextKind::groupRange:
+                return "IPv4 multicast addresses with a length";
+            case TextKind::group:
+                return "a multicast address and port, or empty";
+            default:
+                return "text";
+        }
+    }
+
+    Section section_;
+};
+
+// "# " before each line of `text`, which is broken to lines of readable length.
+std::string comment(const std::string& indent, const std::string& text)
+{
+    constexpr std::size_t width = 100;
+    std::string out;
+    std::string line;
+    std::size_t position = 0;
+    while (position < text.size())
+    {
+        const std::size_t blank = std::min(text.find(' ', position), text.size());
+        const std::string word = text.substr(position, blank - position);
+        if (!line.empty() && indent.size() + 2 + line.size() + 1 + word.size() > width)
+        {
+            out += indent + "# " + line + "\n";
+            line.clear();
+        }
+        line += (line.empty() ? "" : " ") + word;
+        position = blank + 1;
+    }
+    return out + indent + "# " + line + "\n";
+}
+
+template <typename Section>
+std::string explanation(const ConfigKey<Section>& key)
+{
+    std::string text = std::string(key.meaning) + " (" + Shown<Section>::permitted(key);
+    if (!Shown<Section>::isSecret(key))
+    {
+        text += "; default " + Shown<Section>(Section()).value(key);
+    }
+    return text + ")";
+}
+
+/// \param explained  whether comments tell about each key; false for a section's second and further ones
+template <typename Section>
+std::string section(const std::vector<ConfigKey<Section>>& keys, const Section& values,
+                    const std::string& indent, bool explained)
+{
+    std::string out;
+    Shown<Section> shown(values);
+    for (const ConfigKey<Section>& key : keys)
+    {
+        if (explained)
+        {
+            out += comment(indent, explanation(key));
+        }
+        out += indent + (Shown<Section>::isSecret(key) ? "# " : "") + std::string(key.name) + " = " +
+               shown.value(key) + shown.remark(key) + "\n";
+    }
+    return out;
+}
+
+std::string commentedOut(const std::string& text)
+{
+    std::string out;
+    std::size_t position = 0;
+    while (position < text.size())
+    {
+        const std::size_t end = text.find('\n', position);
+        const std::string line = text.substr(position, end - position);
+        out += line.rfind('#', 0) == 0 ? line + "\n" : "# " + line + "\n";
+        position = end + 1;
+    }
+    return out;
+}
+
+std::string cell(std::string text)
+{
+    for (std::size_t bar = text.find('|'); bar != std::string::npos; bar = text.find('|', bar + 2))
+    {
+        text.insert(bar, "\\");
+    }
+    return text;
+}
+
+template <typename Section>
+std::string table(const std::string& heading, const std::vector<ConfigKey<Section>>& keys)
+{
+    std::string out = "### " + heading + "\n\n| Key | Meaning | Values | Default |\n|---|---|---|---|\n";
+    for (const ConfigKey<Section>& key : keys)
+    {
+        const std::string byDefault =
+            Shown<Section>::isSecret(key) ? "none" : "`" + Shown<Section>(Section()).value(key) + "`";
+        out += "| `" + std::string(key.name) + "` | " + cell(std::string(key.meaning)) + " | " +
+               cell(Shown<Section>::permitted(key)) + " | " + byDefault + " |\n";
+    }
+    return out + "\n";
+}
+
+}  // namespace
+
+std::string ConfigWriter::write(const ServerConfig& config)
+{
+    std::string out = section(serverKeys(), config, "", true);
+    out += "\n# What the server refuses to go beyond.\n[limits]\n";
+    out += section(limitsKeys(), config.limits, "", true);
+    out += "\n# Sound that clients send to the device.\n[talk-back]\n";
+    out += section(talkBackKeys(), config.talkBack, "", true);
+    out += "\n# Streams that are sent to many viewers at once: orv/multicast.\n[multicast]\n";
+    out += section(multicastKeys(), config.multicast, "", true);
+    out += "\n# What is recorded: streams with record = true.\n[recording]\n";
+    out += section(recordingKeys(), config.recording, "", true);
+    out += "\n# Who may watch; without any [[user]] everybody may.\n";
+    if (config.users.empty())
+    {
+        out += commentedOut("[[user]]\n" + section(userKeys(), UserConfig{"admin", ""}, "", true));
+    }
+    for (const UserConfig& user : config.users)
+    {
+        const bool first = &user == &config.users.front();
+        out += (first ? "[[user]]\n" : "\n[[user]]\n") + section(userKeys(), user, "", first);
+    }
+    for (const CameraConfig& camera : config.cameras)
+    {
+        const bool firstCamera = &camera == &config.cameras.front();
+        out += "\n[[camera]]\n" + section(cameraKeys(), camera, "", firstCamera);
+        for (const StreamConfig& stream : camera.streams)
+        {
+            const bool explained = firstCamera && &stream == &camera.streams.front();
+            out += "\n  [[camera.stream]]\n" + section(streamKeys(), stream, "  ", explained);
+        }
+    }
+    return out;
+}
+
+std::string ConfigWriter::manual()
+{
+    return table("Top of the file", serverKeys()) + table("`[limits]`", limitsKeys()) +
+           table("`[talk-back]`", talkBackKeys()) + table("`[multicast]`", multicastKeys()) +
+           table("`[recording]`", recordingKeys()) + table("Each `[[user]]`", userKeys()) +
+           table("Each `[[camera]]`", cameraKeys()) + table("Each `[[camera.stream]]`", streamKeys());
+}
+
+}  // namespace refhost

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace refhost
+{
+
+enum class MediaCoding;
+
+/// What a decoder or a file must know of a track before its first unit.
+struct MediaFormat
+{
+    MediaCoding coding{};
+    /// H.264 and H.265: the decoder configuration record (avcC, hvcC) that goes with length-prefixed NAL
+    /// units; AAC: the AudioSpecificConfig; otherwise empty.
+    std::vector<std::uint8_t> codecData;
+    int width = 0;       ///< pixels; 0 for audio
+    int height = 0;      ///< pixels; 0 for audio
+    int sampleRate = 0;  ///< Hz; 0 for video
+    int channels = 0;    ///< 0 for video
+
+    bool operator==(const MediaFormat& other) const
+    {
+        return coding == other.coding && codecData == other.codecData && width == other.width &&
+               height == other.height && sampleRate == other.sampleRate && channels == other.channels;
+    }
+};
+
+/// One picture or block of sound as it was coded, before it is cut into packets.
+struct EncodedUnit
+{
+    std::shared_ptr<const MediaFormat> format;  ///< never null; another object where the format changed
+    std::vector<std::uint8_t> bytes;            ///< pictures as length-prefixed NAL units
+    std::int64_t captureTimeNs = 0;             ///< HostClock::monotonicNs() of its presentation
+    /// On the same clock: never later than the presentation, and growing from the first key frame on
+    /// (DecodeTimes).
+    std::int64_t decodeTimeNs = 0;
+    std::int64_t durationNs = 0;  ///< 0 when unknown
+    bool keyFrame = false;        ///< can be decoded without those before; always true for sound
+};
+
+using EncodedUnitPtr = std::shared_ptr<const EncodedUnit>;
+
+/// Takes the encoded units of all tracks of a stream.
+///
+/// Threads: a track's units come one at a time and in decoding order, each track's from a thread of its own,
+/// which codes the media too: a sink must not block.
+class EncodedUnitSink
+{
+public:
+    virtual ~EncodedUnitSink() = default;
+
+    virtual void onEncodedUnit(const EncodedUnitPtr& unit) = 0;
+    /// The source was stopped: what comes next does not continue what came before.
+    virtual void onDiscontinuity() = 0;
+};
+
+}  // namespace refhost

@@ -1,0 +1,55 @@
+#include "refhost/rtp/ReorderWindow.h"
+
+#include <utility>
+
+namespace refhost
+{
+namespace
+{
+
+/// More packets than this after a missing one mean that it is lost: networks reorder neighbours.
+constexpr std::size_t mostHeld = 8;
+
+}  // namespace
+
+ReorderWindow::ReorderWindow(std::int64_t waitNs) : waitNs_(waitNs) {}
+
+void ReorderWindow::reset()
+{
+    began_ = false;
+    held_.clear();
+}
+
+ReorderWindow::Added ReorderWindow::add(Packet&& packet)
+{
+    if (!began_)
+    {
+        began_ = true;
+        expected_ = packet.sequence;
+    }
+    if (static_cast<std::int32_t>(packet.sequence - expected_) < 0)
+    {
+        return Added::late;
+    }
+    return held_.try_emplace(packet.sequence, std::move(packet)).second ? Added::taken : Added::duplicate;
+}
+
+ReorderWindow::Next ReorderWindow::take(std::int64_t nowNs, Packet& out, std::uint32_t& lost)
+{
+    if (held_.empty())
+    {
+        return Next::none;
+    }
+    const auto first = held_.begin();
+    lost = first->first - expected_;
+    if (lost != 0 && held_.size() < mostHeld && nowNs - first->second.arrivalNs < waitNs_)
+    {
+        return Next::waiting;
+    }
+    out = std::move(first->second);
+    expected_ = out.sequence + 1;
+    held_.erase(first);
+    return Next::packet;
+}
+
+}  // namespace refhost

@@ -1,0 +1,172 @@
+#include "refhost/rtp/multicast/MulticastChannel.h"
+
+#include <netinet/in.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "refhost/base/Log.h"
+#include "refhost/rtp/udp/DatagramReader.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// Room for several key frames of the track.
+constexpr int sendBufferBytes = 8 << 20;
+constexpr int receiveBufferBytes = 4096;
+
+UdpAddress addressOf(const MulticastGroup& group, int port)
+{
+    UdpAddress address;
+    UdpAddress::parse(group.addressText(), address);
+    address.setPort(port);
+    return address;
+}
+
+/// \returns false with errno set
+bool join(const SocketHandle& socket, const MulticastGroup& group, const MulticastInterface& interface)
+{
+    ip_mreqn request{};
+    request.imr_multiaddr.s_addr = htonl(group.address);
+    request.imr_ifindex = interface.index();
+    return setsockopt(socket.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) == 0;
+}
+
+SocketHandle openSocket(const MulticastSocketSettings& settings)
+{
+    SocketHandle opened(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!opened || !settings.applyTo(opened))
+    {
+        return SocketHandle(-1);
+    }
+    const int yes = 1;
+    (void)setsockopt(opened.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    return opened;
+}
+
+/// The address and port that an unbound socket would send to `group` from, with the port of the group.
+/// \returns false when the system has no way
+bool findSource(const UdpAddress& group, const MulticastSocketSettings& settings, UdpAddress& out)
+{
+    const SocketHandle probe = openSocket(settings);
+    socklen_t size = UdpAddress::room;
+    if (!probe || ::connect(probe.get(), group.get(), group.size()) != 0 ||
+        ::getsockname(probe.get(), out.fill(), &size) != 0)
+    {
+        return false;
+    }
+    out.setPort(group.port());
+    return true;
+}
+
+std::string hostOf(const UdpAddress& address)
+{
+    const std::string text = address.text();
+    return text.substr(0, text.rfind(':'));
+}
+
+/// Opens what RTP is sent through: from the port that it is sent to, unless another program has that one for
+/// itself.
+/// \returns none with errno set when the system has no socket
+SocketHandle openRtp(const UdpAddress& group, const UdpAddress& source,
+                     const MulticastSocketSettings& settings)
+{
+    SocketHandle rtp = openSocket(settings);
+    if (!rtp)
+    {
+        return rtp;
+    }
+    rtp.setBuffer(SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
+    rtp.setBuffer(SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
+    // At its own address and not at the group's: members on this machine may have that one for themselves.
+    if (::bind(rtp.get(), source.get(), source.size()) != 0)
+    {
+        Log::warning("multicast: port {} is another program's alone: RTP to {} leaves from another port",
+                     source.port(), group.text());
+    }
+    // Takes no packet that is meant for somebody else who shares the port.
+    (void)::connect(rtp.get(), group.get(), group.size());
+    return rtp;
+}
+
+}  // namespace
+
+bool MulticastSocketSettings::applyTo(const SocketHandle& socket) const
+{
+    ip_mreqn by{};
+    by.imr_ifindex = interface.index();
+    const int loop = 1;
+    return setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_TTL, &ttl, sizeof ttl) == 0 &&
+           setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_LOOP, &loop, sizeof loop) == 0 &&
+           (by.imr_ifindex == 0 ||
+            setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_IF, &by, sizeof by) == 0);
+}
+
+std::shared_ptr<MulticastChannel> MulticastChannel::open(MulticastPool::Lease lease, int track,
+                                                         const MulticastSocketSettings& settings)
+{
+    SocketHandle rtcp = openSocket(settings);
+    // Before the port is bound: without a way to the group nothing else matters.
+    // Members on this machine bind the same port of the same group; multicast comes to each of them.
+    if (!rtcp || !join(rtcp, *lease, settings.interface))
+    {
+        return nullptr;
+    }
+    // The group's address and not the wildcard, so that no other group's and no unicast packets come here.
+    const UdpAddress address = addressOf(*lease, lease->portOf(track) + 1);
+    if (::bind(rtcp.get(), address.get(), address.size()) != 0)
+    {
+        Log::warning("multicast: port {} of {} is another program's alone: reports of members are not read",
+                     address.port(), lease->addressText());
+        rtcp = SocketHandle(-1);
+    }
+    const UdpAddress group = addressOf(*lease, lease->portOf(track));
+    UdpAddress source;
+    if (!findSource(group, settings, source))
+    {
+        return nullptr;
+    }
+    SocketHandle rtp = openRtp(group, source, settings);
+    if (!rtp)
+    {
+        return nullptr;
+    }
+    return std::make_shared<MulticastChannel>(std::move(lease), track, std::move(rtp), std::move(rtcp),
+                                              hostOf(source), settings.segmentationOffload);
+}
+
+MulticastChannel::MulticastChannel(MulticastPool::Lease lease, int track, SocketHandle rtp, SocketHandle rtcp,
+                                   std::string source, bool segmentationOffload)
+    : lease_(std::move(lease)),
+      rtp_(std::move(rtp)),
+      rtcp_(std::move(rtcp)),
+      source_(std::move(source)),
+      sender_(rtp_.get(), segmentationOffload),
+      rtpAddress_(addressOf(*lease_, lease_->portOf(track))),
+      rtcpAddress_(addressOf(*lease_, lease_->portOf(track) + 1)),
+      // What comes from a group counts for nobody: it says that somebody listens, not who.
+      inbox_(std::make_shared<TransportInbox>(nullptr))
+{
+}
+
+SendResult MulticastChannel::send(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                  const RtpHeaderFields& header)
+{
+    return sender_.send(rtpAddress_, unit, firstPacket, header);
+}
+
+void MulticastChannel::sendRtcp(const std::uint8_t* data, std::size_t size)
+{
+    const int socket = rtcp_ ? rtcp_.get() : rtp_.get();
+    (void)::sendto(socket, data, size, MSG_DONTWAIT | MSG_NOSIGNAL, rtcpAddress_.get(), rtcpAddress_.size());
+}
+
+void MulticastChannel::onReadable()
+{
+    DatagramReader::read(rtcp_.get(), [this](const UdpAddress&, const std::uint8_t* data, std::size_t size)
+                         { inbox_->onRtcp(data, size); });
+}
+
+}  // namespace refhost

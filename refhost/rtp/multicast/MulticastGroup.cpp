@@ -1,0 +1,90 @@
+#include "refhost/rtp/multicast/MulticastGroup.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <charconv>
+#include <cstdlib>
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int addressBits = 32;
+constexpr int leastPort = 1024;
+constexpr int mostPort = 65536 - MulticastGroup::ports;
+/// 224.0.0.0/4; a range must lie within it whole.
+constexpr int multicastBits = 4;
+/// 224.0.0.x belongs to the protocols that keep networks running (RFC 5771, section 4).
+constexpr std::uint32_t lastReserved = 0xe00000ff;
+
+std::optional<std::uint32_t> parseAddress(std::string_view text)
+{
+    in_addr address{};
+    const bool read = inet_pton(AF_INET, std::string(text).c_str(), &address) == 1;
+    const std::uint32_t number = ntohl(address.s_addr);
+    if (!read || !IN_MULTICAST(number) || number <= lastReserved)
+    {
+        return std::nullopt;
+    }
+    return number;
+}
+
+std::optional<int> parseNumber(std::string_view text, int least, int most)
+{
+    int number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    const bool good = error == std::errc() && stop == end && number >= least && number <= most;
+    return good ? std::optional<int>(number) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<MulticastGroup> MulticastGroup::parse(std::string_view text)
+{
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos)
+    {
+        return std::nullopt;
+    }
+    const auto address = parseAddress(text.substr(0, colon));
+    const auto port = parseNumber(text.substr(colon + 1), leastPort, mostPort);
+    if (!address || !port || *port % 2 != 0)
+    {
+        return std::nullopt;
+    }
+    return MulticastGroup{*address, *port};
+}
+
+std::string MulticastGroup::addressText() const
+{
+    in_addr network{};
+    network.s_addr = htonl(address);
+    char text[INET_ADDRSTRLEN] = {};
+    return inet_ntop(AF_INET, &network, text, sizeof text);
+}
+
+bool MulticastGroup::overlaps(const MulticastGroup& other) const
+{
+    return address == other.address && std::abs(port - other.port) < ports;
+}
+
+std::optional<MulticastRange> MulticastRange::parse(std::string_view text)
+{
+    const std::size_t slash = text.find('/');
+    const auto address = parseAddress(text.substr(0, slash));
+    const auto bits = slash == std::string_view::npos
+                          ? std::optional<int>(addressBits)
+                          : parseNumber(text.substr(slash + 1), multicastBits, addressBits);
+    if (!address || !bits)
+    {
+        return std::nullopt;
+    }
+    const std::uint32_t count = std::uint32_t{1} << static_cast<unsigned>(addressBits - *bits);
+    const std::uint32_t first = *address & ~(count - 1);
+    return first <= lastReserved ? std::nullopt : std::optional<MulticastRange>({first, count});
+}
+
+}  // namespace refhost

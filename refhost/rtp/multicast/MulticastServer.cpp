@@ -1,0 +1,212 @@
+#include "refhost/rtp/multicast/MulticastServer.h"
+
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "refhost/base/Log.h"
+#include "refhost/base/StreamName.h"
+#include "refhost/rtp/multicast/MulticastChannel.h"
+#include "refhost/rtp/multicast/MulticastTransport.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int readableAtOnce = 16;
+
+bool isWildcard(const std::string& address)
+{
+    return address.empty() || address == "0.0.0.0" || address == "::";
+}
+
+/// \returns false with `error` set
+bool findInterface(const MulticastServer::Options& options, MulticastInterface& out, std::string& error)
+{
+    if (options.interface.empty())
+    {
+        const auto listening =
+            isWildcard(options.listen) ? std::nullopt : MulticastInterface::find(options.listen);
+        out = listening.value_or(MulticastInterface());
+        return true;
+    }
+    const auto found = MulticastInterface::find(options.interface);
+    if (!found)
+    {
+        error = "there is no network interface \"" + options.interface + "\" for multicast";
+        return false;
+    }
+    out = *found;
+    return true;
+}
+
+}  // namespace
+
+struct MulticastServer::Impl
+{
+    struct Entry
+    {
+        MulticastPool::Stream stream;
+        int track;
+        std::uint64_t id;
+        std::weak_ptr<MulticastChannel> channel;
+    };
+
+    Impl(const Options& options, const MulticastSocketSettings& socketSettings, SocketHandle epollHandle)
+        : pool(options.pool),
+          settings(socketSettings),
+          epoll(std::move(epollHandle)),
+          configuredNameOf(options.nameOf)
+    {
+    }
+
+    std::string nameOf(MulticastPool::Stream stream) const
+    {
+        return configuredNameOf ? configuredNameOf(stream) : StreamName::of(stream.first, stream.second);
+    }
+
+    /// The track's channel, opened where nobody has it. \returns null with errno set. Under the lock.
+    std::shared_ptr<MulticastChannel> channelOf(MulticastPool::Stream stream, int track,
+                                                MulticastPool::Lease lease)
+    {
+        entries.erase(std::remove_if(entries.begin(), entries.end(),
+                                     [](const Entry& entry) { return entry.channel.expired(); }),
+                      entries.end());
+        for (const Entry& entry : entries)
+        {
+            auto channel = entry.stream == stream && entry.track == track ? entry.channel.lock() : nullptr;
+            if (channel)
+            {
+                return channel;
+            }
+        }
+        auto channel = MulticastChannel::open(std::move(lease), track, settings);
+        if (channel)
+        {
+            entries.push_back({stream, track, ++lastId, channel});
+            watch(*channel, lastId);
+        }
+        return channel;
+    }
+
+    void watch(const MulticastChannel& channel, std::uint64_t id) const
+    {
+        if (channel.descriptor() < 0)
+        {
+            return;
+        }
+        // The end of the descriptor is the end of the watch.
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.u64 = id;
+        if (epoll_ctl(epoll.get(), EPOLL_CTL_ADD, channel.descriptor(), &event) != 0)
+        {
+            Log::warning("multicast: reports of members are not read: {}", std::strerror(errno));
+        }
+    }
+
+    std::shared_ptr<MulticastChannel> find(std::uint64_t id)
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        const auto found =
+            std::find_if(entries.begin(), entries.end(), [id](const Entry& entry) { return entry.id == id; });
+        return found == entries.end() ? nullptr : found->channel.lock();
+    }
+
+    MulticastPool pool;
+    const MulticastSocketSettings settings;
+    const SocketHandle epoll;
+    const std::function<std::string(MulticastPool::Stream)> configuredNameOf;
+    std::mutex mutex;
+    std::vector<Entry> entries;  // as many as tracks of streams that are sent, and a few that ended
+    std::uint64_t lastId = 0;
+};
+
+MulticastServer::MulticastServer() = default;
+MulticastServer::~MulticastServer() = default;
+
+std::shared_ptr<MulticastServer> MulticastServer::open(const Options& options, std::string& error)
+{
+    MulticastSocketSettings settings;
+    settings.ttl = options.ttl;
+    settings.segmentationOffload = options.segmentationOffload;
+    if (!findInterface(options, settings.interface, error))
+    {
+        return nullptr;
+    }
+    const SocketHandle probe(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    SocketHandle epoll(epoll_create1(EPOLL_CLOEXEC));
+    if (!probe || !epoll || !settings.applyTo(probe))
+    {
+        error = std::string("no socket for multicast: ") + std::strerror(errno);
+        return nullptr;
+    }
+    std::shared_ptr<MulticastServer> server(new MulticastServer);
+    server->impl_ = std::make_shared<Impl>(options, settings, std::move(epoll));
+    return server;
+}
+
+bool MulticastServer::describe(MulticastPool::Stream stream, MulticastWay& out)
+{
+    const auto group = impl_->pool.preview(stream);
+    if (!group)
+    {
+        return false;
+    }
+    out = {*group, impl_->settings.ttl, {}};
+    return true;
+}
+
+bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
+                                    std::optional<SafePointer<RtpTransport>>& out, MulticastWay& way)
+{
+    auto lease = impl_->pool.take(stream);
+    if (!lease || track < 0 || track >= MulticastGroup::tracks)
+    {
+        Log::warning("multicast: no group is free for {} track {}", impl_->nameOf(stream), track);
+        return false;
+    }
+    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    auto channel = impl_->channelOf(stream, track, lease);
+    if (!channel)
+    {
+        Log::error("multicast: no way to {}: {}; the key \"interface\" of [multicast] names one",
+                   lease->addressText(), std::strerror(errno));
+        return false;
+    }
+    way = {*lease, impl_->settings.ttl, channel->source()};
+    out.emplace(new MulticastTransport(std::move(channel)));
+    return true;
+}
+
+int MulticastServer::descriptor() const
+{
+    return impl_->epoll.get();
+}
+
+void MulticastServer::onReadable()
+{
+    std::array<epoll_event, readableAtOnce> events{};
+    const int count = epoll_wait(impl_->epoll.get(), events.data(), readableAtOnce, 0);
+    for (int i = 0; i < count; ++i)
+    {
+        if (const auto channel = impl_->find(events[static_cast<std::size_t>(i)].data.u64))
+        {
+            channel->onReadable();
+        }
+    }
+}
+
+std::size_t MulticastServer::groupsTaken() const
+{
+    return impl_->pool.taken();
+}
+
+}  // namespace refhost

@@ -1,0 +1,26 @@
+#include "refhost/rtp/multicast/MulticastTransport.h"
+
+#include <utility>
+
+namespace refhost
+{
+
+MulticastTransport::MulticastTransport(std::shared_ptr<MulticastChannel> channel)
+    : GatedTransport(udpMulticast, channel->inbox()), channel_(std::move(channel))
+{
+}
+
+MulticastTransport::~MulticastTransport() noexcept(false) = default;
+
+SendResult MulticastTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                        const RtpHeaderFields& header, bool /*more*/)
+{
+    return channel_->send(unit, firstPacket, header);
+}
+
+void MulticastTransport::transmitRtcp(const std::uint8_t* data, std::size_t size)
+{
+    channel_->sendRtcp(data, size);
+}
+
+}  // namespace refhost

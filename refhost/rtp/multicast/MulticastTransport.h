@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+
+#include "refhost/rtp/GatedTransport.h"
+#include "refhost/rtp/multicast/MulticastChannel.h"
+
+namespace refhost
+{
+
+/// One member's handle to the way of a track to its group. Transport kind 3. Made by MulticastServer.
+///
+/// Members keep each other's session alive in nothing: what comes from the group counts for nobody.
+class MulticastTransport : public GatedTransport
+{
+public:
+    explicit MulticastTransport(std::shared_ptr<MulticastChannel> channel);
+    ~MulticastTransport() noexcept(false) override;
+
+    /// As over unicast UDP: nothing but the key picture goes out in a burst.
+    unsigned catchUpUnits() const override
+    {
+        return 4;
+    }
+
+    bool joinsUnits() const override
+    {
+        return false;
+    }
+
+private:
+    SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
+                        bool more) override;
+    void transmitRtcp(const std::uint8_t* data, std::size_t size) override;
+
+    const std::shared_ptr<MulticastChannel> channel_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+#include "refhost/rtp/GatedTransport.h"
+#include "refhost/rtp/udp/UdpAddress.h"
+
+namespace refhost
+{
+
+/// Who takes what comes from which client at one socket. The work for a packet does not depend on how many
+/// clients there are. Threads: any.
+class UdpInboxes
+{
+public:
+    /// Hands what comes from `client` to `inbox` until unlisten() with the same two. The last one counts.
+    void listen(const UdpAddress& client, std::shared_ptr<TransportInbox> inbox);
+    void unlisten(const UdpAddress& client, const TransportInbox* inbox);
+
+    /// \returns null when nobody listens to `client`
+    std::shared_ptr<TransportInbox> find(const UdpAddress& client);
+
+private:
+    /// Clients come and go on all threads: a few locks instead of one.
+    struct Shard
+    {
+        std::mutex mutex;
+        std::unordered_map<UdpAddress, std::shared_ptr<TransportInbox>, UdpAddressHash> inboxes;
+    };
+
+    Shard& shardOf(const UdpAddress& client);
+
+    std::array<Shard, 16> shards_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,48 @@
+#include "refhost/rtp/udp/UdpTransport.h"
+
+#include <utility>
+
+namespace refhost
+{
+
+UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress& rtp, const UdpAddress& rtcp,
+                           std::shared_ptr<SessionLiveness> liveness)
+    : GatedTransport(udpUnicast, std::move(liveness)), sockets_(std::move(sockets)), rtp_(rtp), rtcp_(rtcp)
+{
+    sockets_->rtcpInboxes().listen(rtcp_, inbox());
+}
+
+UdpTransport::~UdpTransport() noexcept(false)
+{
+    sockets_->rtcpInboxes().unlisten(rtcp_, inbox().get());
+    if (takesRtp_.load())
+    {
+        sockets_->rtpInboxes().unlisten(rtp_, inbox().get());
+    }
+}
+
+void UdpTransport::takeRtp()
+{
+    if (!takesRtp_.exchange(true))
+    {
+        sockets_->rtpInboxes().listen(rtp_, inbox());
+    }
+}
+
+std::string UdpTransport::peerName() const
+{
+    return rtp_.text();
+}
+
+SendResult UdpTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                  const RtpHeaderFields& header, bool /*more*/)
+{
+    return sockets_->rtpSender().send(rtp_, unit, firstPacket, header);
+}
+
+void UdpTransport::transmitRtcp(const std::uint8_t* data, std::size_t size)
+{
+    sockets_->sendRtcp(rtcp_, data, size);
+}
+
+}  // namespace refhost

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "refhost/rtp/GatedTransport.h"
+#include "refhost/rtp/udp/UdpAddress.h"
+#include "refhost/rtp/udp/UdpSockets.h"
+
+namespace refhost
+{
+
+/// RTP and RTCP of one track to one client's pair of UDP ports, from the server's shared sockets.
+/// Transport kind 2. Made by UdpServer.
+class UdpTransport : public GatedTransport
+{
+public:
+    UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress& rtp, const UdpAddress& rtcp,
+                 std::shared_ptr<SessionLiveness> liveness);
+    ~UdpTransport() noexcept(false) override;
+
+    /// A datagram that overruns a client's socket buffer is lost without a word: nothing but the key picture
+    /// goes out in a burst.
+    unsigned catchUpUnits() const override
+    {
+        return 4;
+    }
+
+    bool joinsUnits() const override
+    {
+        return false;
+    }
+
+    void takeRtp() override;
+    std::string peerName() const override;
+
+private:
+    SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
+                        bool more) override;
+    void transmitRtcp(const std::uint8_t* data, std::size_t size) override;
+
+    const std::shared_ptr<UdpSockets> sockets_;
+    const UdpAddress rtp_;
+    const UdpAddress rtcp_;
+    std::atomic<bool> takesRtp_{false};
+};
+
+}  // namespace refhost

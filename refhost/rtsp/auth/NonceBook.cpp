@@ -1,0 +1,166 @@
+#include "refhost/rtsp/auth/NonceBook.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <charconv>
+#include <memory>
+#include <utility>
+
+#include "refhost/base/RandomBytes.h"
+#include "refhost/rtsp/auth/DigestAuth.h"
+#include "refhost/rtsp/message/RtspText.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::size_t timeDigits = 16;
+constexpr std::size_t randomDigits = 16;
+constexpr std::size_t signatureDigits = 32;
+constexpr std::size_t signedDigits = timeDigits + randomDigits;
+constexpr std::size_t nonceDigits = signedDigits + 2 * signatureDigits;  // of the address, of the connection
+constexpr std::uint64_t window = 64;  // counts may arrive out of order by as much
+
+void appendHex64(std::string& out, std::uint64_t number)
+{
+    RtspText::appendHex32(out, static_cast<std::uint32_t>(number >> 32));
+    RtspText::appendHex32(out, static_cast<std::uint32_t>(number));
+}
+
+std::string newKey()
+{
+    std::string key(32, '\0');
+    fillRandom(key.data(), key.size());
+    return key;
+}
+
+std::int64_t issuedAt(std::string_view nonce)
+{
+    std::uint64_t time = 0;
+    std::from_chars(nonce.data(), nonce.data() + timeDigits, time, 16);
+    return static_cast<std::int64_t>(time);
+}
+
+}  // namespace
+
+NonceBook::NonceBook(MonotonicClock clock) : clock_(std::move(clock)), key_(newKey()) {}
+
+std::string NonceBook::issue(const Client& client) const
+{
+    std::string nonce;
+    nonce.reserve(nonceDigits);
+    appendHex64(nonce, static_cast<std::uint64_t>(clock_()));
+    std::uint64_t number = 0;
+    fillRandom(&number, sizeof number);
+    appendHex64(nonce, number);
+    nonce += addressSignature(nonce, client);
+    nonce += connectionSignature(nonce, client);
+    return nonce;
+}
+
+std::string NonceBook::addressSignature(std::string_view text, const Client& client) const
+{
+    return sign(text, client.address.data(), client.address.size());
+}
+
+/// \param text  the nonce with its address signature: the connection counts at its address only
+std::string NonceBook::connectionSignature(std::string_view text, const Client& client) const
+{
+    return sign(text, &client.connection, sizeof client.connection);
+}
+
+std::string NonceBook::sign(std::string_view text, const void* binding, std::size_t size) const
+{
+    std::string bound(text);
+    bound.append(static_cast<const char*>(binding), size);
+    const std::unique_ptr<char, decltype(&g_free)> hex(
+        g_compute_hmac_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(key_.data()), key_.size(),
+                                reinterpret_cast<const guchar*>(bound.data()), bound.size()),
+        &g_free);
+    return std::string(hex.get(), signatureDigits);
+}
+
+bool NonceBook::isIssuedTo(std::string_view nonce, const Client& client) const
+{
+    return nonce.size() == nonceDigits &&
+           DigestAuth::equalInConstantTime(nonce.substr(signedDigits, signatureDigits),
+                                           addressSignature(nonce.substr(0, signedDigits), client));
+}
+
+bool NonceBook::isOfConnection(std::string_view nonce, const Client& client) const
+{
+    constexpr std::size_t at = signedDigits + signatureDigits;
+    return DigestAuth::equalInConstantTime(nonce.substr(at),
+                                           connectionSignature(nonce.substr(0, at), client));
+}
+
+bool NonceBook::use(std::string_view nonce, std::uint64_t nonceCount, const Client& client)
+{
+    if (!isIssuedTo(nonce, client))
+    {
+        return false;
+    }
+    const std::int64_t issuedMs = issuedAt(nonce);
+    const std::int64_t ageMs = clock_() - issuedMs;
+    if (nonceCount == 0)
+    {
+        return ageMs < uncountedMs || isOfConnection(nonce, client);
+    }
+    // The memory of uses must not be reachable by another spelling of the connection's part.
+    const std::string used(nonce.substr(0, signedDigits + signatureDigits));
+    return ageMs < lifetimeMs && useCounted(used, nonceCount, issuedMs);
+}
+
+bool NonceBook::useCounted(const std::string& nonce, std::uint64_t nonceCount, std::int64_t issuedMs)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    auto found = uses_.find(nonce);
+    if (found == uses_.end())
+    {
+        if (issuedMs <= forgottenMs_)
+        {
+            return false;
+        }
+        remember(nonce);
+        found = uses_.find(nonce);
+    }
+    Uses& uses = found->second;
+    if (nonceCount > uses.highest)
+    {
+        const std::uint64_t step = nonceCount - uses.highest;
+        uses.seen = step < window ? uses.seen << step : 0;
+        uses.seen |= 1;
+        uses.highest = nonceCount;
+        return true;
+    }
+    const std::uint64_t behind = uses.highest - nonceCount;
+    const std::uint64_t bit = behind < window ? std::uint64_t{1} << behind : 0;
+    if (bit == 0 || (uses.seen & bit) != 0)
+    {
+        return false;
+    }
+    uses.seen |= bit;
+    return true;
+}
+
+void NonceBook::remember(const std::string& nonce)
+{
+    if (uses_.size() >= rememberedMost)
+    {
+        forgottenMs_ = std::max(forgottenMs_, issuedAt(order_.front()));
+        uses_.erase(order_.front());
+        order_.pop_front();
+    }
+    uses_.emplace(nonce, Uses());
+    order_.push_back(nonce);
+}
+
+std::size_t NonceBook::remembered() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return uses_.size();
+}
+
+}  // namespace refhost

@@ -1,0 +1,180 @@
+#include "refhost/rtsp/connection/ConnectionLoop.h"
+
+#include <unistd.h>
+
+#include <exception>
+#include <future>
+#include <utility>
+
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+
+ConnectionLoop::ConnectionLoop(const std::string& name, FrontServices& services, AddressQuota& refused,
+                               int sweepMilliseconds)
+    : services_(services), refused_(refused), events_(name)
+{
+    events_.every(sweepMilliseconds, [this] { sweep(); });
+}
+
+ConnectionLoop::~ConnectionLoop()
+{
+    closeAll();
+}
+
+void ConnectionLoop::adopt(int descriptor, const SocketAddress& peer,
+                           std::shared_ptr<ConnectionSlots::Slot> slot)
+{
+    if (events_.onLoopThread())
+    {
+        take(descriptor, peer, slot);
+        return;
+    }
+    events_.post([this, descriptor, peer, slot = std::move(slot)] { take(descriptor, peer, slot); });
+}
+
+void ConnectionLoop::take(int descriptor, const SocketAddress& peer,
+                          const std::shared_ptr<ConnectionSlots::Slot>& slot)
+{
+    std::shared_ptr<RtspConnection> connection;
+    try
+    {
+        connection = std::make_shared<RtspConnection>(*this, services_, descriptor, peer, slot);
+    }
+    catch (const std::exception& error)
+    {
+        Log::error("{}: no connection: {}", peer.text(), error.what());
+        ::close(descriptor);
+        if (slot == nullptr)
+        {
+            refused_.giveBack(peer.key());
+        }
+        return;
+    }
+    connections_.emplace(connection.get(), connection);
+    try
+    {
+        if (slot != nullptr)
+        {
+            closeWhenDisplaced(*connection, *slot);
+        }
+        connection->open();
+    }
+    catch (const std::exception& error)
+    {
+        Log::error("{}: no connection: {}", peer.text(), error.what());
+        close(*connection);
+    }
+}
+
+void ConnectionLoop::closeWhenDisplaced(RtspConnection& connection, ConnectionSlots::Slot& slot)
+{
+    slot.onDisplaced(
+        [this, weak = connection.weak_from_this()]
+        {
+            events_.post(
+                [this, weak]
+                {
+                    if (const auto displaced = weak.lock())
+                    {
+                        Log::debug("{}: ended a connection to make room", displaced->peer().text());
+                        close(*displaced);
+                    }
+                });
+        });
+}
+
+void ConnectionLoop::retryParked()
+{
+    // One task is enough, however many changes there are before it runs.
+    if (!retryPosted_.exchange(true))
+    {
+        events_.post([this] { tryParkedNow(); });
+    }
+}
+
+void ConnectionLoop::tryParkedNow()
+{
+    retryPosted_ = false;
+    // A request that is not ready yet parks its connection again.
+    for (RtspConnection* const parked : std::exchange(parked_, {}))
+    {
+        const auto found = connections_.find(parked);
+        if (found != connections_.end())
+        {
+            const std::shared_ptr<RtspConnection> held = found->second;
+            held->retryParked();
+        }
+    }
+}
+
+void ConnectionLoop::closeAll()
+{
+    std::promise<void> done;
+    events_.post(
+        [this, &done]
+        {
+            closeAllNow();
+            done.set_value();
+        });
+    done.get_future().wait();
+}
+
+void ConnectionLoop::closeAllNow()
+{
+    while (!connections_.empty())
+    {
+        close(*connections_.begin()->first);
+    }
+    parked_.clear();
+}
+
+EventLoop& ConnectionLoop::events()
+{
+    return events_;
+}
+
+ConnectionLoop::Scratch& ConnectionLoop::scratch()
+{
+    return scratch_;
+}
+
+void ConnectionLoop::close(RtspConnection& connection)
+{
+    const auto found = connections_.find(&connection);
+    if (found == connections_.end())
+    {
+        return;
+    }
+    const std::shared_ptr<RtspConnection> held = std::move(found->second);
+    connections_.erase(found);
+    parked_.erase(&connection);
+    held->close();
+    if (held->refused())
+    {
+        refused_.giveBack(held->peer().key());
+    }
+}
+
+void ConnectionLoop::addParked(RtspConnection& connection)
+{
+    parked_.insert(&connection);
+}
+
+void ConnectionLoop::sweep()
+{
+    std::vector<std::shared_ptr<RtspConnection>> all;
+    all.reserve(connections_.size());
+    for (const auto& [key, connection] : connections_)
+    {
+        all.push_back(connection);
+    }
+    const std::int64_t nowMs = services_.clock();
+    for (const auto& connection : all)
+    {
+        connection->sweep(nowMs);
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,204 @@
+#include "refhost/rtsp/connection/ConnectionSlots.h"
+
+#include <utility>
+
+namespace refhost
+{
+
+ConnectionSlots::Slot::Slot(ConnectionSlots& slots, const SocketAddress::Key& address, std::int64_t nowMs)
+    : slots_(slots), address_(address), sinceMs_(nowMs)
+{
+}
+
+ConnectionSlots::Slot::~Slot()
+{
+    slots_.giveBack(*this);
+}
+
+void ConnectionSlots::Slot::setEstablished(bool established, std::int64_t nowMs)
+{
+    const std::lock_guard<std::mutex> guard(slots_.mutex_);
+    if (displaced_ || established_ == established)
+    {
+        return;
+    }
+    if (established)
+    {
+        slots_.removeProvisional(*this);
+        slots_.remember(address_);
+    }
+    established_ = established;
+    if (!established)
+    {
+        sinceMs_ = nowMs;
+        slots_.addProvisional(*this);
+    }
+}
+
+bool ConnectionSlots::Slot::scarce() const
+{
+    return slots_.scarce();
+}
+
+void ConnectionSlots::Slot::onDisplaced(std::function<void()> listener)
+{
+    {
+        const std::lock_guard<std::mutex> guard(slots_.mutex_);
+        if (!displaced_)
+        {
+            listener_ = std::move(listener);
+            return;
+        }
+    }
+    listener();
+}
+
+ConnectionSlots::ConnectionSlots(int total, int perAddress)
+    : total_(static_cast<std::size_t>(total)),
+      kept_(total_ / keptPart),
+      perAddress_(static_cast<std::size_t>(perAddress))
+{
+}
+
+std::shared_ptr<ConnectionSlots::Slot> ConnectionSlots::take(const SocketAddress::Key& full,
+                                                             std::int64_t nowMs)
+{
+    const SocketAddress::Key address = SocketAddress::networkOf(full);
+    auto slot = std::make_shared<Slot>(*this, address, nowMs);
+    std::function<void()> displaced;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        const auto found = addresses_.find(address);
+        const bool crowded = found != addresses_.end() && found->second.count >= perAddress_;
+        if (crowded || count_ >= open(address))
+        {
+            Slot* const other = displaceable(address, nowMs, crowded);
+            if (other == nullptr)
+            {
+                return nullptr;
+            }
+            displaced = displace(*other);
+        }
+        addProvisional(*slot);
+        ++addresses_[address].count;
+        ++count_;
+        slot->counted_ = true;
+    }
+    if (displaced)
+    {
+        displaced();
+    }
+    return slot;
+}
+
+/// How many connections there may be for one more from `address` to be let in.
+std::size_t ConnectionSlots::open(const SocketAddress::Key& address) const
+{
+    return knownByAddress_.count(address) != 0 ? total_ : total_ - kept_;
+}
+
+/// Whose slot a connection from `address` may take; null for nobody's.
+ConnectionSlots::Slot* ConnectionSlots::displaceable(const SocketAddress::Key& address, std::int64_t nowMs,
+                                                     bool ownOnly)
+{
+    if (leaving_ >= maxLeaving)
+    {
+        return nullptr;
+    }
+    const auto own = addresses_.find(address);
+    const std::size_t ownCount = own == addresses_.end() ? 0 : own->second.provisional.size();
+    if (!ownOnly && !crowds_.empty() && crowds_.rbegin()->first > ownCount + 1)
+    {
+        return addresses_[crowds_.rbegin()->second].provisional.front();
+    }
+    if (ownCount != 0 && nowMs - own->second.provisional.front()->sinceMs_ >= ownAgeMs)
+    {
+        return own->second.provisional.front();
+    }
+    return nullptr;
+}
+
+std::function<void()> ConnectionSlots::displace(Slot& slot)
+{
+    remove(slot);
+    slot.displaced_ = true;
+    ++leaving_;
+    return std::move(slot.listener_);
+}
+
+void ConnectionSlots::addProvisional(Slot& slot)
+{
+    std::list<Slot*>& list = addresses_[slot.address_].provisional;
+    crowds_.erase({list.size(), slot.address_});
+    slot.position_ = list.insert(list.end(), &slot);
+    crowds_.insert({list.size(), slot.address_});
+}
+
+void ConnectionSlots::removeProvisional(Slot& slot)
+{
+    std::list<Slot*>& list = addresses_[slot.address_].provisional;
+    crowds_.erase({list.size(), slot.address_});
+    list.erase(slot.position_);
+    if (!list.empty())
+    {
+        crowds_.insert({list.size(), slot.address_});
+    }
+}
+
+void ConnectionSlots::remove(Slot& slot)
+{
+    if (!slot.established_)
+    {
+        removeProvisional(slot);
+    }
+    --count_;
+    const auto found = addresses_.find(slot.address_);
+    if (--found->second.count == 0)
+    {
+        addresses_.erase(found);
+    }
+}
+
+void ConnectionSlots::remember(const SocketAddress::Key& address)
+{
+    const auto found = knownByAddress_.find(address);
+    if (found != knownByAddress_.end())
+    {
+        known_.splice(known_.begin(), known_, found->second);
+        return;
+    }
+    if (known_.size() >= maxKnown)
+    {
+        knownByAddress_.erase(known_.back());
+        known_.pop_back();
+    }
+    known_.push_front(address);
+    knownByAddress_.emplace(address, known_.begin());
+}
+
+void ConnectionSlots::giveBack(Slot& slot)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (slot.displaced_)
+    {
+        --leaving_;
+    }
+    else if (slot.counted_)
+    {
+        remove(slot);
+    }
+}
+
+bool ConnectionSlots::scarce() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return 4 * count_ >= 3 * (total_ - kept_);
+}
+
+std::size_t ConnectionSlots::count() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return count_;
+}
+
+}  // namespace refhost

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "refhost/base/SocketAddress.h"
+
+namespace refhost
+{
+
+/// Decides which connections the server holds, so that nobody keeps others out by connecting alone.
+///
+/// A connection is established while its client is logged in or, where no users are configured, has a
+/// session. Established ones stay. The others are provisional: when slots run out, a newcomer takes one from
+/// the address that holds most of them, or an older one of its own address. Some slots are kept
+/// for known addresses, from which a connection was established before.
+///
+/// Bounds: `total` slots, as many addresses, `maxKnown` known addresses, `maxLeaving` displaced connections
+/// that are not closed yet. Addresses are counted by SocketAddress::networkOf(): an IPv6 network counts as
+/// one.
+///
+/// Outlives its slots. Threads: any; one lock of its own, never held while a listener is called.
+class ConnectionSlots
+{
+public:
+    static constexpr std::size_t maxKnown = 1024;
+    static constexpr std::size_t maxLeaving = 64;
+    /// The part of the slots that is kept for known addresses: one of so many.
+    static constexpr std::size_t keptPart = 8;
+    /// A client may displace connections of its own address when they are that old.
+    static constexpr std::int64_t ownAgeMs = 2000;
+
+    /// One connection's slot; free again when it goes.
+    class Slot
+    {
+    public:
+        Slot(ConnectionSlots& slots, const SocketAddress::Key& address, std::int64_t nowMs);
+        ~Slot();
+        Slot(const Slot&) = delete;
+        Slot& operator=(const Slot&) = delete;
+
+        /// Says whether the connection is established; not so at first.
+        void setEstablished(bool established, std::int64_t nowMs);
+
+        /// Has `listener` called once when the slot is given to another connection: close this one. On any
+        /// thread; inside this call when it was given away already.
+        void onDisplaced(std::function<void()> listener);
+
+        /// \see ConnectionSlots::scarce()
+        bool scarce() const;
+
+    private:
+        friend class ConnectionSlots;
+
+        ConnectionSlots& slots_;
+        const SocketAddress::Key address_;
+        std::int64_t sinceMs_;  // it is provisional
+        bool counted_ = false;
+        bool established_ = false;
+        bool displaced_ = false;
+        std::function<void()> listener_;
+        std::list<Slot*>::iterator position_;  // among its address's provisional ones
+    };
+
+    ConnectionSlots(int total, int perAddress);
+
+    /// Takes a slot for a connection from `address`.
+    /// \returns null when it is to be refused
+    std::shared_ptr<Slot> take(const SocketAddress::Key& address, std::int64_t nowMs);
+
+    /// True while three quarters of the slots that unknown addresses may have are taken: then
+    /// provisional ones get less time.
+    bool scarce() const;
+
+    std::size_t count() const;
+
+private:
+    struct Address
+    {
+        std::size_t count = 0;
+        std::list<Slot*> provisional;  // the oldest first
+    };
+    using Addresses = std::unordered_map<SocketAddress::Key, Address, SocketAddress::KeyHash>;
+    using Known = std::list<SocketAddress::Key>;
+
+    std::size_t open(const SocketAddress::Key& address) const;
+    Slot* displaceable(const SocketAddress::Key& address, std::int64_t nowMs, bool ownOnly);
+    std::function<void()> displace(Slot& slot);
+    void addProvisional(Slot& slot);
+    void removeProvisional(Slot& slot);
+    void remove(Slot& slot);
+    void remember(const SocketAddress::Key& address);
+    void giveBack(Slot& slot);
+
+    const std::size_t total_;
+    const std::size_t kept_;
+    const std::size_t perAddress_;
+    mutable std::mutex mutex_;
+    std::size_t count_ = 0;
+    std::size_t leaving_ = 0;
+    Addresses addresses_;
+    std::set<std::pair<std::size_t, SocketAddress::Key>> crowds_;  // by how many of its slots are provisional
+    Known known_;                                                  // the latest first
+    std::unordered_map<SocketAddress::Key, Known::iterator, SocketAddress::KeyHash> knownByAddress_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,429 @@
+#include "refhost/rtsp/connection/RtspConnection.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "refhost/base/Log.h"
+#include "refhost/rtsp/connection/ConnectionLoop.h"
+#include "refhost/rtsp/connection/TcpLiveness.h"
+#include "refhost/threads/EventLoop.h"
+
+namespace refhost
+{
+namespace
+{
+
+// How long a client may take to read the last response before the connection goes.
+constexpr std::int64_t lingerMs = 2000;
+
+std::uint64_t nextSerial()
+{
+    static std::atomic<std::uint64_t> last{0};
+    return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+class CorkedOutput
+{
+public:
+    CorkedOutput(ClientOutput& output, std::string& buffer) : output_(output)
+    {
+        output_.cork(buffer);
+    }
+    ~CorkedOutput()
+    {
+        output_.uncork();
+    }
+    CorkedOutput(const CorkedOutput&) = delete;
+    CorkedOutput& operator=(const CorkedOutput&) = delete;
+
+private:
+    ClientOutput& output_;
+};
+
+RequestReader::Limits readerLimits(const LimitsConfig& limits)
+{
+    return {static_cast<std::size_t>(limits.headerCount), static_cast<std::size_t>(limits.headerBytes),
+            static_cast<std::size_t>(limits.bodyBytes)};
+}
+
+}  // namespace
+
+RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, int descriptor,
+                               const SocketAddress& peer, std::shared_ptr<ConnectionSlots::Slot> slot)
+    : loop_(loop),
+      services_(services),
+      descriptor_(descriptor),
+      peer_(peer),
+      serial_(nextSerial()),
+      refused_(slot == nullptr),
+      slot_(std::move(slot)),
+      output_(descriptor, maxWaiting, services.clock,
+              [this](bool wanted)
+              {
+                  const std::lock_guard<std::mutex> guard(interestMutex_);
+                  writing_ = wanted;
+                  updateInterest();
+              }),
+      reader_(readerLimits(services.limits)),
+      handler_(services, *this),
+      begunMs_(services.clock()),
+      standingMs_(begunMs_),
+      lastByteMs_(begunMs_),
+      livenessMs_(begunMs_)
+{
+}
+
+RtspConnection::~RtspConnection()
+{
+    close();
+}
+
+void RtspConnection::open()
+{
+    loop_.events().add(descriptor_, EventLoop::readable,
+                       [self = shared_from_this()](std::uint32_t events) { self->onEvents(events); });
+}
+
+void RtspConnection::close()
+{
+    if (closed_)
+    {
+        return;
+    }
+    closed_ = true;
+    loop_.events().remove(descriptor_);
+    output_.close();
+    handler_.linkEnded();
+    ::close(descriptor_);
+    slot_.reset();
+}
+
+void RtspConnection::onEvents(std::uint32_t events)
+{
+    if (closed_)
+    {
+        return;
+    }
+    // Requests first: a TEARDOWN spares the frames that would go out now.
+    if ((events & EventLoop::readable) != 0)
+    {
+        onReadable();
+    }
+    else if ((events & EventLoop::hungUp) != 0)
+    {
+        doomed_ = true;
+    }
+    if ((events & EventLoop::writable) != 0 && !doomed_ && !output_.onWritable())
+    {
+        doomed_ = true;
+    }
+    resume();
+    endWhereDone();
+}
+
+/// A socket that is closed with unread bytes resets the connection and takes the last response with it; so
+/// the client's end is waited for, not long.
+void RtspConnection::endWhereDone()
+{
+    if (doomed_)
+    {
+        loop_.close(*this);
+    }
+    else if (lingering_ && output_.empty())
+    {
+        ::shutdown(descriptor_, SHUT_WR);
+    }
+}
+
+void RtspConnection::onReadable()
+{
+    ConnectionLoop::Scratch& scratch = loop_.scratch();
+    const ssize_t count = ::recv(descriptor_, scratch.input.data(), scratch.input.size(), MSG_DONTWAIT);
+    if (count <= 0)
+    {
+        doomed_ = count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+        return;
+    }
+    lastByteMs_ = services_.clock();
+    if (lingering_)
+    {
+        return;
+    }
+    reader_.feed(scratch.input.data(), static_cast<std::size_t>(count));
+    process(false);
+}
+
+void RtspConnection::process(bool lastTry)
+{
+    const CorkedOutput corked(output_, loop_.scratch().output);
+    handleItems(lastTry);
+    if (!established_)
+    {
+        noteStanding(services_.clock());
+    }
+}
+
+/// Who is neither logged in nor has a session may have to make room.
+void RtspConnection::noteStanding(std::int64_t nowMs)
+{
+    const bool established = handler_.loggedIn() || handler_.carriesSession();
+    if (slot_ != nullptr && established != established_)
+    {
+        established_ = established;
+        standingMs_ = nowMs;
+        slot_->setEstablished(established, nowMs);
+    }
+}
+
+void RtspConnection::handleItems(bool lastTry)
+{
+    ConnectionLoop::Scratch& scratch = loop_.scratch();
+    while (!doomed_ && !lingering_ && !defer())
+    {
+        RequestHandler::Result result = RequestHandler::Result::answered;
+        switch (reader_.next(scratch.request))
+        {
+            case RequestReader::Item::none:
+                if (begunMs_ < 0 && reader_.kept() != 0)
+                {
+                    begunMs_ = services_.clock();
+                }
+                return;
+            case RequestReader::Item::frame:
+                handler_.received(reader_.frame());
+                break;
+            case RequestReader::Item::malformed:
+                result = handler_.reject(scratch.request, reader_.problem(), scratch.response);
+                break;
+            case RequestReader::Item::request:
+                greeted_ = true;
+                result = refused_ ? handler_.refuse(scratch.request, scratch.response)
+                                  : handler_.handle(scratch.request, scratch.response, lastTry);
+                break;
+        }
+        if (result == RequestHandler::Result::notReady)
+        {
+            park();
+            return;
+        }
+        if (result == RequestHandler::Result::answeredLast)
+        {
+            lingering_ = true;
+            lingeringMs_ = services_.clock();
+        }
+        // The next request has its own time, to come and to wait.
+        begunMs_ = greeted_ ? -1 : begunMs_;
+        lastTry = false;
+        parkedMs_ = -1;
+    }
+}
+
+void RtspConnection::park()
+{
+    reader_.putBack();
+    if (parkedMs_ < 0)
+    {
+        parkedMs_ = services_.clock();
+    }
+    watch(false);
+    loop_.addParked(*this);
+}
+
+/// Handles no further request while the client owes the reading of earlier responses.
+/// \returns true when that is so; what was received waits
+bool RtspConnection::defer()
+{
+    if (output_.waitingResponses() <= deferAbove)
+    {
+        return false;
+    }
+    reader_.keepRest();
+    deferred_ = true;
+    deferredMs_ = services_.clock();
+    watch(false);
+    return true;
+}
+
+void RtspConnection::resume()
+{
+    if (!deferred_ || doomed_ || closed_ || output_.waitingResponses() > deferAbove)
+    {
+        return;
+    }
+    deferred_ = false;
+    watch(!parked());
+    if (!parked())
+    {
+        process(false);
+    }
+}
+
+void RtspConnection::retryParked()
+{
+    if (closed_ || parkedMs_ < 0)
+    {
+        return;
+    }
+    const bool lastTry = services_.clock() - parkedMs_ >= parkedMostMs;
+    watch(true);
+    process(lastTry);
+    endWhereDone();
+}
+
+bool RtspConnection::parked() const
+{
+    return parkedMs_ >= 0;
+}
+
+bool RtspConnection::refused() const
+{
+    return refused_;
+}
+
+void RtspConnection::watch(bool reading)
+{
+    const std::lock_guard<std::mutex> guard(interestMutex_);
+    reading_ = reading;
+    updateInterest();
+}
+
+void RtspConnection::updateInterest()
+{
+    loop_.events().modify(descriptor_,
+                          (reading_ ? EventLoop::readable : 0u) | (writing_ ? EventLoop::writable : 0u));
+}
+
+void RtspConnection::sweep(std::int64_t nowMs)
+{
+    noteProgress(nowMs);
+    noteLiveness(nowMs);
+    noteStanding(nowMs);
+    if (parked() && nowMs - parkedMs_ >= parkedMostMs)
+    {
+        retryParked();
+    }
+    else if (tooOld(nowMs))
+    {
+        Log::debug("{}: ended an idle connection", peer_.text());
+        loop_.close(*this);
+    }
+}
+
+void RtspConnection::noteProgress(std::int64_t nowMs)
+{
+    if (output_.bytesTaken() != bytesTakenBefore_)
+    {
+        bytesTakenBefore_ = output_.bytesTaken();
+        deferredMs_ = nowMs;
+    }
+}
+
+/// A client whose system answers is alive, however long it does not read what its session sends.
+void RtspConnection::noteLiveness(std::int64_t nowMs)
+{
+    constexpr int looks = 16;  // within the time that a session lives without a sign of life
+    const std::int64_t everyMs = std::int64_t{services_.limits.sessionTimeout} * 1000 / looks;
+    if (nowMs - livenessMs_ < everyMs || !handler_.carriesSession())
+    {
+        return;
+    }
+    livenessMs_ = nowMs;
+    if (const auto silenceMs = TcpLiveness::silenceMs(descriptor_))
+    {
+        handler_.linkAnswered(nowMs - *silenceMs);
+    }
+}
+
+bool RtspConnection::tooOld(std::int64_t nowMs)
+{
+    if (lingering_)
+    {
+        return nowMs - lingeringMs_ >= lingerMs;
+    }
+    if (parked())
+    {
+        return false;
+    }
+    const std::int64_t handshakeMs = std::int64_t{services_.limits.handshakeTimeout} * 1000;
+    if (deferred_)
+    {
+        return nowMs - deferredMs_ >= handshakeMs;
+    }
+    if (begunMs_ >= 0 && nowMs - begunMs_ >= handshakeMs)
+    {
+        return true;
+    }
+    const std::int64_t setupMs = std::int64_t{services_.limits.setupTimeout} * 1000;
+    if (slot_ != nullptr && !established_ && nowMs - standingMs_ >= setupMs && slot_->scarce())
+    {
+        return true;
+    }
+    const std::int64_t idleMs = std::int64_t{services_.limits.idleTimeout} * 1000;
+    return nowMs - lastByteMs_ >= idleMs && !handler_.carriesSession();
+}
+
+SendStatus RtspConnection::writeFrames(const std::uint8_t* data, std::size_t size, bool more)
+{
+    return output_.sendFrames(data, size, more);
+}
+
+void RtspConnection::notifyWhenWritable(std::weak_ptr<TransportListener> listener)
+{
+    output_.notifyWhenWritable(std::move(listener));
+}
+
+void RtspConnection::flush()
+{
+    output_.flush();
+}
+
+void RtspConnection::sendResponse(std::string_view response)
+{
+    if (!output_.sendResponse(response))
+    {
+        doomed_ = true;
+    }
+}
+
+std::weak_ptr<FrameWriter> RtspConnection::frameWriter()
+{
+    const int bytes = services_.limits.sendBuffer * 1024;
+    if (!std::exchange(largeSendBuffer_, true) &&
+        ::setsockopt(descriptor_, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes) != 0)
+    {
+        Log::debug("{}: no larger send buffer: {}", peer_.text(), std::strerror(errno));
+    }
+    return std::static_pointer_cast<FrameWriter>(shared_from_this());
+}
+
+std::string RtspConnection::peerName() const
+{
+    return peer_.text() + " (interleaved)";
+}
+
+const SocketAddress& RtspConnection::peer() const
+{
+    return peer_;
+}
+
+const SocketAddress& RtspConnection::local() const
+{
+    if (!localKnown_)
+    {
+        local_ = SocketAddress::localOf(descriptor_);
+        localKnown_ = true;
+    }
+    return local_;
+}
+
+std::uint64_t RtspConnection::serial() const
+{
+    return serial_;
+}
+
+}  // namespace refhost

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refhost/base/MonotonicClock.h"
+#include "refhost/config/Config.h"
+#include "refhost/rtsp/connection/ConnectionLoop.h"
+#include "refhost/rtsp/connection/ConnectionSlots.h"
+#include "refhost/rtsp/session/AddressQuota.h"
+#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/MediaRoutes.h"
+
+namespace refhost
+{
+
+/// The RTSP server: listens, spreads connections over its event loops, and ends everything on stop().
+///
+///     RtspServer server(config, routes);
+///     if (!server.start(error)) …
+///
+/// Device::setStreams() comes before start(). Threads: start() and stop() by one thread; the rest any.
+class RtspServer
+{
+public:
+    struct Options
+    {
+        MonotonicClock clock = steadyMilliseconds;
+        int sweepMilliseconds = 1000;  ///< how often time-outs are looked at
+    };
+
+    RtspServer(const ServerConfig& config, MediaRoutes routes);
+    RtspServer(const ServerConfig& config, MediaRoutes routes, Options options);
+    /// Stops.
+    ~RtspServer();
+    RtspServer(const RtspServer&) = delete;
+    RtspServer& operator=(const RtspServer&) = delete;
+
+    /// Opens the ports and begins to serve.
+    /// \param[out] error  one sentence, when false is returned; nothing is left open then
+    bool start(std::string& error);
+
+    /// Ends every session and connection and every thread of the server. Does nothing on a stopped server.
+    void stop();
+
+    /// The TCP port, also when the configuration asks for any free one; 0 while stopped.
+    int port() const;
+    /// The UDP port of RTP; 0 while stopped.
+    int rtpPort() const;
+
+    std::size_t connectionCount() const;
+    std::size_t sessionCount() const;
+
+private:
+    bool listen(std::string& error);
+    void startLoops();
+    void acceptAll();
+    bool acceptOne();
+    void shedOne();
+    void closeListener();
+
+    const ServerConfig config_;
+    const Options options_;
+    FrontServices services_;
+    ConnectionSlots slots_;
+    AddressQuota refused_;
+    std::vector<std::unique_ptr<ConnectionLoop>> loops_;
+    std::size_t nextLoop_ = 0;
+    int listener_ = -1;
+    int spare_ = -1;  // a descriptor to give up when there are no more
+    int port_ = 0;
+    int subscription_ = 0;
+    bool subscribed_ = false;
+};
+
+}  // namespace refhost

@@ -1,0 +1,109 @@
+#include "refhost/rtsp/message/PlayOrder.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/rtsp/message/UtcTime.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// A decimal number of both headers: digits, and a fraction where there is one.
+std::optional<double> parseRate(std::string_view text, bool maybeNegative)
+{
+    constexpr std::uint64_t most = 1000000;
+    const bool negative = maybeNegative && !text.empty() && text.front() == '-';
+    text.remove_prefix(negative ? 1 : 0);
+    const std::size_t dot = text.find('.');
+    const auto whole = RtspText::number(text.substr(0, dot), most);
+    const auto fraction =
+        UtcTime::parseFraction(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
+    if (!whole || !fraction)
+    {
+        return std::nullopt;
+    }
+    const double rate = static_cast<double>(*whole) + static_cast<double>(*fraction) / 1e6;
+    return negative ? -rate : rate;
+}
+
+RtspStatus parseRateHeader(const RtspRequest& request, std::string_view name, bool maybeNegative,
+                           std::optional<double>& out)
+{
+    const RtspRequest::Header* const header = request.find(name);
+    if (header == nullptr)
+    {
+        return rtspOk;
+    }
+    out = parseRate(header->value, maybeNegative);
+    return out ? rtspOk : rtspBadRequest;
+}
+
+/// "all", "predicted", "intra" or "intra/<milliseconds>". With "predicted" every picture is sent: which ones
+/// others are not predicted from is not known here.
+RtspStatus parseFrames(std::string_view value, PlayOrder& out)
+{
+    const std::string_view kind = RtspText::trim(value.substr(0, value.find('/')));
+    out.keyFramesOnly = kind == "intra";
+    if (kind.size() == value.size())
+    {
+        return out.keyFramesOnly || kind == "all" || kind == "predicted" ? rtspOk : rtspBadRequest;
+    }
+    constexpr std::uint64_t most = 1000000000;
+    const auto distance = RtspText::number(RtspText::trim(value.substr(value.find('/') + 1)), most);
+    out.keyFrameDistanceMs = static_cast<int>(distance.value_or(0));
+    return out.keyFramesOnly && distance ? rtspOk : rtspBadRequest;
+}
+
+RtspStatus parseReplay(const RtspRequest& request, PlayOrder& out)
+{
+    if (const RtspRequest::Header* const control = request.find("Rate-Control"))
+    {
+        out.noRateControl = control->value == "no";
+        if (!out.noRateControl && control->value != "yes")
+        {
+            return rtspBadRequest;
+        }
+    }
+    const auto cseq = RtspText::number(request.value("CSeq"), 0xffffffff);
+    out.sequence = static_cast<std::uint8_t>(cseq.value_or(0));
+    const RtspRequest::Header* const frames = request.find("Frames");
+    return frames == nullptr ? rtspOk : parseFrames(frames->value, out);
+}
+
+}  // namespace
+
+RtspStatus PlayOrder::parse(const RtspRequest& request, bool replay, PlayOrder& out)
+{
+    PlayOrder order;
+    order.replay = replay;
+    RtspStatus status = parseRateHeader(request, "Scale", true, order.scale);
+    const RtspRequest::Header* const range = request.find("Range");
+    if (status == rtspOk && range != nullptr)
+    {
+        order.range.emplace();
+        status = RangeHeader::parse(range->value, *order.range, order.backwards());
+    }
+    status = status == rtspOk ? parseRateHeader(request, "Speed", false, order.speed) : status;
+    status = status == rtspOk && replay ? parseReplay(request, order) : status;
+    if (status == rtspOk)
+    {
+        out = order;
+    }
+    return status;
+}
+
+void PlayOrder::appendRate(std::string& out, double rate)
+{
+    constexpr double most = 1e9;
+    const std::int64_t thousandths = std::llround(std::clamp(std::abs(rate), 0.0, most) * 1000);
+    out.append(rate < 0 && thousandths > 0 ? "-" : "");
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(thousandths / 1000));
+    std::string decimals = std::to_string(1000 + thousandths % 1000).substr(1);
+    decimals.resize(std::max<std::size_t>(decimals.find_last_not_of('0') + 1, 1));
+    out.append(".").append(decimals);
+}
+
+}  // namespace refhost

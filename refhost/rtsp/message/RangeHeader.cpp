@@ -1,0 +1,205 @@
+#include "refhost/rtsp/message/RangeHeader.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/rtsp/message/UtcTime.h"
+
+namespace refhost
+{
+namespace
+{
+
+using Unit = RangeHeader::Unit;
+using Instant = std::optional<std::int64_t>;
+
+constexpr std::int64_t second = 1000000;
+constexpr std::uint64_t longestSeconds = 1000000000;  // about 30 years
+
+/// Microseconds from "12", "12.5" or "1:02:03.5".
+Instant parseNpt(std::string_view text)
+{
+    std::uint64_t seconds = 0;
+    bool clock = false;  // written with colons
+    for (int colons = 0;; ++colons)
+    {
+        const std::size_t colon = text.find(':');
+        if (colon == std::string_view::npos)
+        {
+            break;
+        }
+        const auto part = RtspText::number(text.substr(0, colon), colons == 0 ? longestSeconds / 3600 : 59);
+        if (!part || colons == 2)
+        {
+            return std::nullopt;
+        }
+        seconds = (seconds + *part) * 60;
+        clock = true;
+        text.remove_prefix(colon + 1);
+    }
+    const std::size_t dot = text.find('.');
+    const auto whole = RtspText::number(text.substr(0, dot), clock ? 59 : longestSeconds);
+    const auto fraction =
+        UtcTime::parseFraction(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
+    if (!whole || !fraction)
+    {
+        return std::nullopt;
+    }
+    return static_cast<std::int64_t>(seconds + *whole) * second + *fraction;
+}
+
+Instant parseTime(Unit unit, std::string_view text)
+{
+    return unit == Unit::npt ? parseNpt(text) : UtcTime::parse(text);
+}
+
+/// Whether a text is a play time that is only too large.
+bool isLargeNpt(std::string_view text)
+{
+    const bool decimal = !text.empty() && text.find_first_not_of("0123456789.") == std::string_view::npos;
+    return decimal && text.front() != '.' && text.find('.') == text.rfind('.');
+}
+
+/// Where the dash between begin and end is. A negative begin has one of its own in front, and some players
+/// write one behind the decimal point.
+std::size_t findDash(Unit unit, std::string_view range)
+{
+    const std::size_t first = range.find('-');
+    const std::size_t last = range.rfind('-');
+    if (unit == Unit::clock || first == last)
+    {
+        return first;
+    }
+    const std::string_view begin = RtspText::trim(range.substr(0, first));
+    const bool whole = begin == "now" || (parseNpt(begin) && begin.back() != '.');
+    return whole || range[last - 1] == '-' ? first : last;
+}
+
+/// Both ends around the dash; an empty text leaves its end open.
+bool parseEnds(std::string_view first, std::string_view last, bool backwards, RangeHeader& out)
+{
+    const bool now = out.unit == Unit::npt && first == "now";
+    if (!first.empty() && !now)
+    {
+        out.begin = parseTime(out.unit, first);
+        if (!out.begin && (out.unit == Unit::clock || isLargeNpt(first)))
+        {
+            return false;
+        }
+        out.begin = out.begin.value_or(0);
+    }
+    if (!last.empty())
+    {
+        out.end = parseTime(out.unit, last);
+        if (!out.end)
+        {
+            return false;
+        }
+    }
+    if (first.empty() && last.empty())
+    {
+        return false;
+    }
+    if (backwards && out.begin && out.end && *out.end > *out.begin)
+    {
+        std::swap(out.begin, out.end);
+    }
+    return !out.begin || !out.end || (backwards ? *out.begin > *out.end : *out.end > *out.begin);
+}
+
+/// Cuts "npt=…" into the unit and what it measures.
+RtspStatus cutUnit(std::string_view value, Unit& unit, std::string_view& rest)
+{
+    const std::string_view range = RtspText::cut(value, ';');
+    const std::size_t equals = range.find('=');
+    if (equals == std::string_view::npos)
+    {
+        return rtspInvalidRange;
+    }
+    const std::string_view name = RtspText::trim(range.substr(0, equals));
+    rest = RtspText::trim(range.substr(equals + 1));
+    if (name == "npt" || name == "clock")
+    {
+        unit = name == "npt" ? Unit::npt : Unit::clock;
+        return rtspOk;
+    }
+    const bool known = name.substr(0, 5) == "smpte";
+    return known || !RtspText::isToken(name) ? rtspInvalidRange : rtspNotImplemented;
+}
+
+void appendTime(std::string& out, Unit unit, std::int64_t time)
+{
+    if (unit == Unit::clock)
+    {
+        UtcTime::append(out, time);
+        return;
+    }
+    const std::int64_t played = std::max<std::int64_t>(time, 0);
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(played / second));
+    UtcTime::appendFraction(out, static_cast<std::uint32_t>(played % second));
+}
+
+}  // namespace
+
+RtspStatus RangeHeader::parse(std::string_view value, RangeHeader& out, bool backwards)
+{
+    RangeHeader parsed;
+    std::string_view range;
+    const RtspStatus status = cutUnit(value, parsed.unit, range);
+    if (status != rtspOk)
+    {
+        return status;
+    }
+    const std::size_t dash = findDash(parsed.unit, range);
+    if (dash == std::string_view::npos ||
+        !parseEnds(RtspText::trim(range.substr(0, dash)), RtspText::trim(range.substr(dash + 1)), backwards,
+                   parsed))
+    {
+        return rtspInvalidRange;
+    }
+    out = parsed;
+    return rtspOk;
+}
+
+RtspStatus RangeHeader::parsePoint(std::string_view value, RangeHeader& out)
+{
+    RangeHeader parsed;
+    std::string_view point;
+    const RtspStatus status = cutUnit(value, parsed.unit, point);
+    if (status != rtspOk)
+    {
+        return status;
+    }
+    if (!point.empty() && point.back() == '-')
+    {
+        point = RtspText::trim(point.substr(0, point.size() - 1));
+    }
+    parsed.begin = parseTime(parsed.unit, point);
+    if (!parsed.begin)
+    {
+        return rtspInvalidRange;
+    }
+    out = parsed;
+    return rtspOk;
+}
+
+RtspStatus RangeHeader::checkLive(std::string_view value)
+{
+    RangeHeader range;
+    const RtspStatus status = parse(value, range);
+    return status == rtspOk && range.unit == Unit::clock ? rtspInvalidRange : status;
+}
+
+void RangeHeader::append(std::string& out, Unit unit, std::int64_t begin, std::optional<std::int64_t> end)
+{
+    out.append(unit == Unit::npt ? "npt=" : "clock=");
+    appendTime(out, unit, begin);
+    out += '-';
+    if (end)
+    {
+        appendTime(out, unit, *end);
+    }
+}
+
+}  // namespace refhost

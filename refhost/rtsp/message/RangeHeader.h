@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "refhost/rtsp/message/RtspStatus.h"
+
+namespace refhost
+{
+
+/// The Range header of PLAY and PAUSE (RFC 2326, section 12.29) in normal play time (3.6) or absolute time
+/// (3.7). What follows a semicolon (";time=") does not count.
+///
+/// Parsed by hand and not with gst_rtsp_range_parse(): that one accepts "npt=abc-", "npt=nan-" and "npt=5-3"
+/// and reads decimal points as the locale wants them.
+struct RangeHeader
+{
+    enum class Unit
+    {
+        npt,   ///< from the begin of the presentation
+        clock  ///< since 1970, UTC
+    };
+
+    Unit unit = Unit::npt;
+    /// Where to begin, in microseconds; nothing for "-10" and "now-", which leave it open.
+    std::optional<std::int64_t> begin;
+    /// Where to end, in microseconds; nothing for the end of the presentation.
+    std::optional<std::int64_t> end;
+
+    /// What PLAY of a live stream answers.
+    static constexpr std::string_view live = "npt=now-";
+
+    /// A begin in play time that is negative or malformed ("-5-10", "abc-", "0.-245-") counts as 0: players
+    /// compute it, and write what came of it.
+    /// \param backwards  the range is played backwards: its begin is the later end, whichever is named first
+    /// \param[out] out   the range when 200 is returned
+    /// \returns 200 for a well-formed npt or clock range ("now-", "0.000-", "1:02:03.5-", "-10", "0-10",
+    ///          "19961108T142300Z-19961108T143520.25Z"); 501 for a unit that RFC 2326 does not know; 457 for
+    ///          everything else: a malformed range, one that does not end behind its begin, and SMPTE times,
+    ///          which nothing here has
+    static RtspStatus parse(std::string_view value, RangeHeader& out, bool backwards = false);
+
+    /// The same for PAUSE, whose range is one instant: "npt=10" or "npt=10-".
+    /// \param[out] out  `begin` is filled in when 200 is returned
+    static RtspStatus parsePoint(std::string_view value, RangeHeader& out);
+
+    /// A live stream plays from now on, whatever the client asks for.
+    /// \returns what parse() does, but 457 for a clock range, which a live stream does not have
+    static RtspStatus checkLive(std::string_view value);
+
+    /// Appends the value of a header: "npt=5.000-60.000", "clock=19961108T142300.000Z-". Negative play times
+    /// count as 0.
+    static void append(std::string& out, Unit unit, std::int64_t begin, std::optional<std::int64_t> end);
+};
+
+}  // namespace refhost

@@ -1,0 +1,159 @@
+#include "refhost/rtsp/message/RtspUrl.h"
+
+#include <algorithm>
+
+#include "refhost/rtsp/message/RtspText.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::string_view trackKey = "trackID=";
+
+int hexDigit(char c)
+{
+    if (c >= '0' && c <= '9')
+    {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f')
+    {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F')
+    {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+bool isControl(char c)
+{
+    return static_cast<unsigned char>(c) < ' ' || c == 127;
+}
+
+bool decode(std::string_view text, std::string& out)
+{
+    // Every request comes here, and next to none has a code.
+    if (std::none_of(text.begin(), text.end(), [](char c) { return c == '%' || isControl(c); }))
+    {
+        out.assign(text);
+        return true;
+    }
+    out.clear();
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        char c = text[i];
+        if (c == '%')
+        {
+            const int high = i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
+            const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
+            if (high < 0 || low < 0)
+            {
+                return false;
+            }
+            c = static_cast<char>(high * 16 + low);
+            i += 2;
+        }
+        if (isControl(c))
+        {
+            return false;
+        }
+        out += c;
+    }
+    return true;
+}
+
+std::string_view withoutSlashesAtEnd(std::string_view text)
+{
+    while (!text.empty() && text.back() == '/')
+    {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+/// Takes "trackID=…" off the end of `path`, where the last segment is one.
+std::string_view takeTrack(std::string_view& path)
+{
+    path = withoutSlashesAtEnd(path);
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string_view::npos || path.substr(slash + 1, trackKey.size()) != trackKey)
+    {
+        return {};
+    }
+    const std::string_view track = path.substr(slash + 1);
+    path = withoutSlashesAtEnd(path.substr(0, slash));
+    return track;
+}
+
+/// Splits "rtsp://authority" off an absolute URL.
+/// \returns false when it is no URL of ours
+bool takeOrigin(std::string_view& text, std::string& base)
+{
+    const std::size_t mark = text.find("://");
+    if (mark == std::string_view::npos)
+    {
+        return !text.empty() && text.front() == '/';
+    }
+    const std::string_view scheme = text.substr(0, mark);
+    if (!RtspText::equalsIgnoringCase(scheme, "rtsp") && !RtspText::equalsIgnoringCase(scheme, "rtspu") &&
+        !RtspText::equalsIgnoringCase(scheme, "rtsps"))
+    {
+        return false;
+    }
+    std::string_view rest = text.substr(mark + 3);
+    std::string_view authority = rest.substr(0, rest.find_first_of("/?"));
+    rest.remove_prefix(authority.size());
+    const std::size_t at = authority.rfind('@');
+    if (at != std::string_view::npos)
+    {
+        authority.remove_prefix(at + 1);
+    }
+    if (authority.empty())
+    {
+        return false;
+    }
+    base.append(scheme).append("://").append(authority);
+    text = rest;
+    return true;
+}
+
+}  // namespace
+
+std::optional<RtspUrl> RtspUrl::parse(std::string_view text)
+{
+    RtspUrl url;
+    if (text == "*")
+    {
+        url.server = true;
+        return url;
+    }
+    text = text.substr(0, text.find('#'));
+    if (!takeOrigin(text, url.base))
+    {
+        return std::nullopt;
+    }
+    const std::size_t question = text.find('?');
+    std::string_view query = question == std::string_view::npos ? std::string_view() : text.substr(question);
+    std::string_view path = text.substr(0, question);
+    std::string_view track = takeTrack(path);
+    if (track.empty())
+    {
+        track = takeTrack(query);
+    }
+    url.base.append(path);
+    while (!path.empty() && path.front() == '/')
+    {
+        path.remove_prefix(1);
+    }
+    if (!decode(path, url.presentation) || !decode(track, url.track))
+    {
+        return std::nullopt;
+    }
+    return url;
+}
+
+}  // namespace refhost

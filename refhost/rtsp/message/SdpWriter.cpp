@@ -1,0 +1,167 @@
+#include "refhost/rtsp/message/SdpWriter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "refhost/rtsp/message/RtspText.h"
+
+namespace refhost
+{
+namespace
+{
+
+void appendInt(std::string& out, int number)
+{
+    RtspText::appendNumber(out, number < 0 ? 0 : static_cast<std::uint64_t>(number));
+}
+
+/// With up to so many decimals, whatever the locale: 25, 12.5, 29.97.
+void appendDecimal(std::string& out, double number, int maxDecimals)
+{
+    const auto unit = static_cast<std::uint64_t>(std::llround(std::pow(10, maxDecimals)));
+    const auto parts = static_cast<std::uint64_t>(std::llround(number * static_cast<double>(unit)));
+    RtspText::appendNumber(out, parts / unit);
+    if (parts % unit != 0)
+    {
+        std::string decimals = std::to_string(unit + parts % unit).substr(1);
+        decimals.erase(decimals.find_last_not_of('0') + 1);
+        out.append(".").append(decimals);
+    }
+}
+
+/// Where packets go to: to the group, or where SETUP will settle it.
+void appendConnection(std::string& out, const SdpWriter::Origin& origin, const MulticastWay* way)
+{
+    out += "\r\nc=IN ";
+    if (way == nullptr)
+    {
+        out += origin.ipv6 ? "IP6 ::" : "IP4 0.0.0.0";
+        return;
+    }
+    out.append("IP4 ").append(way->group.addressText()).append("/");
+    appendInt(out, way->ttl);
+}
+
+/// \param port  0 where SETUP settles it
+void appendTrack(std::string& out, const SubMediaInfo& track, int port)
+{
+    out.append("m=").append(track.mediaType).append(" ");
+    appendInt(out, port);
+    out += " RTP/AVP ";
+    appendInt(out, track.payloadType);
+    out += "\r\n";
+    if (track.bitRate > 0)
+    {
+        out += "b=AS:";
+        appendInt(out, track.bitRate);
+        out += "\r\n";
+    }
+    out += "a=rtpmap:";
+    appendInt(out, track.payloadType);
+    out.append(" ").append(track.encodingName).append("/");
+    appendInt(out, track.clockRate);
+    if (track.channels > 1)
+    {
+        out += '/';
+        appendInt(out, track.channels);
+    }
+    out += "\r\n";
+    if (!track.formatParameters.empty())
+    {
+        out += "a=fmtp:";
+        appendInt(out, track.payloadType);
+        out.append(" ").append(track.formatParameters).append("\r\n");
+    }
+    if (track.width > 0 && track.height > 0)
+    {
+        out += "a=framesize:";
+        appendInt(out, track.payloadType);
+        out += ' ';
+        appendInt(out, track.width);
+        out += '-';
+        appendInt(out, track.height);
+        out += "\r\na=x-dimensions:";
+        appendInt(out, track.width);
+        out += ',';
+        appendInt(out, track.height);
+        out += "\r\n";
+    }
+    if (track.frameRate > 0 && track.frameRate < 1000)
+    {
+        out += "a=framerate:";
+        appendDecimal(out, track.frameRate, 3);
+        out += "\r\n";
+    }
+    out.append("a=control:").append(track.trackId).append("\r\n");
+}
+
+/// Directions are the client's where there is talk-back: it sends there and receives elsewhere.
+void appendDirection(std::string& out, const SubMediaInfo& track)
+{
+    out += track.getAudioBackInfoFlag() ? "a=sendonly\r\n" : "a=recvonly\r\n";
+}
+
+bool hasBackChannel(const MediaInfo& info)
+{
+    const auto& tracks = info.getAllSubMediaInfo();
+    return std::any_of(tracks.begin(), tracks.end(),
+                       [](const SubMediaInfo& track) { return track.getAudioBackInfoFlag(); });
+}
+
+/// The length of a recording (RFC 2326, section C.1.5) in one unit alone, because clients take one range line
+/// for the whole truth, and few know absolute time.
+void appendRange(std::string& out, const MediaInfo& info, RangeHeader::Unit unit)
+{
+    if (info.recordSeconds <= 0)
+    {
+        out += "a=range:npt=now-\r\n";
+        return;
+    }
+    std::string seconds;
+    appendDecimal(seconds, info.recordSeconds, 6);
+    out += "a=range:";
+    if (unit == RangeHeader::Unit::clock)
+    {
+        constexpr std::int64_t nsPerMicrosecond = 1000;
+        const std::int64_t endNs = info.recordBeginTime + std::llround(info.recordSeconds * 1e9);
+        const auto rounded = [](std::int64_t ns) { return (ns + nsPerMicrosecond / 2) / nsPerMicrosecond; };
+        RangeHeader::append(out, unit, rounded(info.recordBeginTime), rounded(endNs));
+    }
+    else
+    {
+        out.append("npt=0-").append(seconds);
+    }
+    out.append("\r\na=length:npt=").append(seconds).append("\r\n");
+}
+
+}  // namespace
+
+SdpWriter::SdpWriter(std::uint64_t version) : version_(version) {}
+
+void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& origin, const MulticastWay* way,
+                       RangeHeader::Unit unit) const
+{
+    out += "v=0\r\no=- ";
+    RtspText::appendNumber(out, version_);
+    out += " 1 IN ";
+    out.append(origin.ipv6 ? "IP6 " : "IP4 ").append(origin.address);
+    out += "\r\ns=";
+    out += info.mediaUrl.empty() ? std::string_view("-") : std::string_view(info.mediaUrl);
+    appendConnection(out, origin, way);
+    out += "\r\nt=0 0\r\na=control:*\r\n";
+    appendRange(out, info, unit);
+    const bool directed = hasBackChannel(info);
+    int number = 0;
+    for (const SubMediaInfo& track : info.getAllSubMediaInfo())
+    {
+        appendTrack(out, track, way == nullptr ? 0 : way->group.portOf(number));
+        if (directed)
+        {
+            appendDirection(out, track);
+        }
+        ++number;
+    }
+}
+
+}  // namespace refhost

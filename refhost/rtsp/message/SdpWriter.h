@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "hostapi/description/MediaInfo.h"
+#include "refhost/rtp/multicast/MulticastGroup.h"
+#include "refhost/rtsp/message/RangeHeader.h"
+
+namespace refhost
+{
+
+/// Writes the session description of a presentation, live or recorded (RFC 4566; RFC 2326, appendix C).
+///
+/// By hand and not with GstSDPMessage, whose some fifty allocations a description would be the dearest part
+/// of DESCRIBE; the tests read the result back with GstSDPMessage. Threads: any; constant.
+class SdpWriter
+{
+public:
+    /// \param version  number of this description, the same for every client while the server runs
+    explicit SdpWriter(std::uint64_t version);
+
+    /// The server as the client sees it.
+    struct Origin
+    {
+        std::string_view address;  ///< numeric
+        bool ipv6 = false;
+    };
+
+    /// Appends the description. Where one of the tracks is an audio back channel, every track has its
+    /// direction.
+    /// \param way   the group that the presentation is sent to; null where SETUP settles the way
+    /// \param unit  how the range of a recording is told
+    void append(std::string& out, const MediaInfo& info, const Origin& origin,
+                const MulticastWay* way = nullptr, RangeHeader::Unit unit = RangeHeader::Unit::npt) const;
+
+private:
+    const std::uint64_t version_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,20 @@
+#include "refhost/rtsp/message/SessionHeader.h"
+
+#include "refhost/rtsp/message/RtspText.h"
+
+namespace refhost
+{
+
+std::string_view SessionHeader::id(std::string_view value)
+{
+    return RtspText::cut(value, ';');
+}
+
+void SessionHeader::append(std::string& out, std::string_view id, int timeoutSeconds)
+{
+    out += id;
+    out += ";timeout=";
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(timeoutSeconds));
+}
+
+}  // namespace refhost

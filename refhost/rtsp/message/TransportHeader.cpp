@@ -1,0 +1,134 @@
+#include "refhost/rtsp/message/TransportHeader.h"
+
+#include "refhost/rtsp/message/RtspText.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int largestPort = 65535;
+constexpr int largestChannel = 255;
+
+/// Reads "4588", which means 4588 and 4589, or "4588-4589".
+bool parsePair(std::string_view text, int least, int most, int& first, int& second)
+{
+    const std::size_t dash = text.find('-');
+    const auto low = RtspText::number(text.substr(0, dash), static_cast<std::uint64_t>(most));
+    if (!low)
+    {
+        return false;
+    }
+    first = static_cast<int>(*low);
+    second = first + 1;
+    if (dash != std::string_view::npos)
+    {
+        const auto high = RtspText::number(text.substr(dash + 1), static_cast<std::uint64_t>(most));
+        if (!high)
+        {
+            return false;
+        }
+        second = static_cast<int>(*high);
+    }
+    return first >= least && second > first && second <= most;
+}
+
+/// "PLAY", "play" or a list that holds it; a server of live pictures takes nothing else.
+bool modePlays(std::string_view value)
+{
+    value = RtspText::unquote(value);
+    while (!value.empty())
+    {
+        if (RtspText::equalsIgnoringCase(RtspText::unquote(RtspText::cut(value, ',')), "PLAY"))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool acceptsProfile(std::string_view profile, bool& interleaved)
+{
+    interleaved = RtspText::equalsIgnoringCase(profile, "RTP/AVP/TCP");
+    return interleaved || RtspText::equalsIgnoringCase(profile, "RTP/AVP") ||
+           RtspText::equalsIgnoringCase(profile, "RTP/AVP/UDP");
+}
+
+std::optional<TransportChoice> parseChoice(std::string_view text)
+{
+    TransportChoice choice;
+    bool unicast = false;
+    if (!acceptsProfile(RtspText::cut(text, ';'), choice.interleaved))
+    {
+        return std::nullopt;
+    }
+    while (!text.empty())
+    {
+        const std::string_view parameter = RtspText::cut(text, ';');
+        const std::size_t equals = parameter.find('=');
+        const std::string_view name = RtspText::trim(parameter.substr(0, equals));
+        const std::string_view value = equals == std::string_view::npos
+                                           ? std::string_view()
+                                           : RtspText::trim(parameter.substr(equals + 1));
+        bool good = true;
+        if (RtspText::equalsIgnoringCase(name, "multicast"))
+        {
+            choice.multicast = true;
+        }
+        else if (RtspText::equalsIgnoringCase(name, "unicast"))
+        {
+            unicast = true;
+        }
+        else if (RtspText::equalsIgnoringCase(name, "mode"))
+        {
+            good = modePlays(value);
+        }
+        else if (RtspText::equalsIgnoringCase(name, "client_port"))
+        {
+            good = parsePair(value, TransportHeader::minPort, largestPort, choice.rtpPort, choice.rtcpPort);
+        }
+        else if (RtspText::equalsIgnoringCase(name, "interleaved"))
+        {
+            good = parsePair(value, 0, largestChannel, choice.rtpChannel, choice.rtcpChannel);
+        }
+        if (!good)
+        {
+            return std::nullopt;
+        }
+    }
+    // The standard's default is multicast; a choice that names the client's ports means unicast all the same.
+    choice.multicast = choice.multicast || (!choice.interleaved && !unicast && choice.rtpPort == 0);
+    return choice;
+}
+
+bool isOneOf(int port, int serverPort)
+{
+    return serverPort != 0 && (port == serverPort || port == serverPort + 1);
+}
+
+bool acceptable(const TransportChoice& choice, bool multicast, int serverPort)
+{
+    if (isOneOf(choice.rtpPort, serverPort) || isOneOf(choice.rtcpPort, serverPort))
+    {
+        return false;
+    }
+    const bool complete = choice.multicast ? !choice.interleaved : choice.interleaved || choice.rtpPort != 0;
+    return complete && choice.multicast == multicast;
+}
+
+}  // namespace
+
+std::optional<TransportChoice> TransportHeader::choose(std::string_view value, bool multicast, int serverPort)
+{
+    while (!value.empty())
+    {
+        const auto choice = parseChoice(RtspText::cut(value, ','));
+        if (choice && acceptable(*choice, multicast, serverPort))
+        {
+            return choice;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace refhost

@@ -1,0 +1,54 @@
+#include "refhost/rtsp/session/AddressQuota.h"
+
+namespace refhost
+{
+
+AddressQuota::AddressQuota(int limit, int limitPerAddress)
+    : limit_(static_cast<std::size_t>(limit)), limitPerAddress_(limitPerAddress)
+{
+}
+
+bool AddressQuota::take(const SocketAddress::Key& address)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (count_ >= limit_)
+    {
+        return false;
+    }
+    const SocketAddress::Key network = SocketAddress::networkOf(address);
+    int& ofAddress = byAddress_[network];
+    if (ofAddress >= limitPerAddress_)
+    {
+        if (ofAddress == 0)
+        {
+            byAddress_.erase(network);
+        }
+        return false;
+    }
+    ++ofAddress;
+    ++count_;
+    return true;
+}
+
+void AddressQuota::giveBack(const SocketAddress::Key& address)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = byAddress_.find(SocketAddress::networkOf(address));
+    if (found == byAddress_.end())
+    {
+        return;
+    }
+    --count_;
+    if (--found->second == 0)
+    {
+        byAddress_.erase(found);
+    }
+}
+
+std::size_t AddressQuota::count() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return count_;
+}
+
+}  // namespace refhost

@@ -1,0 +1,44 @@
+#include "refhost/rtsp/session/ClientPresence.h"
+
+namespace refhost
+{
+namespace
+{
+
+// Packets that were on their way when the connection went do not make the client heard again.
+constexpr std::int64_t orphanGraceMs = 1000;
+
+}  // namespace
+
+ClientPresence::ClientPresence(std::int64_t nowMs)
+{
+    liveness_->heard(nowMs);
+}
+
+void ClientPresence::named(std::uint64_t link, std::int64_t nowMs)
+{
+    liveness_->heard(nowMs);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    orphanedMs_.reset();
+    link_ = link;
+}
+
+void ClientPresence::linkEnded(std::uint64_t link, std::int64_t nowMs)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (link_ == link)
+    {
+        orphanedMs_ = nowMs;
+    }
+}
+
+bool ClientPresence::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
+                             std::int64_t orphanTimeoutMs) const
+{
+    const std::int64_t heardMs = liveness_->lastHeardMs();
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const bool orphaned = orphanedMs_ && heardMs < *orphanedMs_ + orphanGraceMs;
+    return nowMs - heardMs >= sessionTimeoutMs || (orphaned && nowMs - *orphanedMs_ >= orphanTimeoutMs);
+}
+
+}  // namespace refhost

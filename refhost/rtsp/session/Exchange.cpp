@@ -1,0 +1,68 @@
+#include "refhost/rtsp/session/Exchange.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// What is not available now may be soon: a camera that starts, an index that is rebuilt (RFC 2326,
+/// section 12.31).
+constexpr std::string_view retryAfterSeconds = "5";
+
+}  // namespace
+
+Exchange::Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter, ClientLink& clientLink)
+    : request(rtspRequest), link(clientLink), writer_(responseWriter)
+{
+}
+
+ResponseWriter& Exchange::begin(RtspStatus status)
+{
+    status_ = status;
+    writer_.begin(status, cseq);
+    if (status == rtspServiceUnavailable)
+    {
+        writer_.header("Retry-After", retryAfterSeconds);
+    }
+    return writer_;
+}
+
+void Exchange::send()
+{
+    addConnectionHeader();
+    answered_ = true;
+    link.sendResponse(writer_.finish());
+}
+
+void Exchange::send(std::string_view contentType, std::string_view body)
+{
+    addConnectionHeader();
+    answered_ = true;
+    link.sendResponse(writer_.finish(contentType, body));
+}
+
+void Exchange::answer(RtspStatus status)
+{
+    begin(status);
+    send();
+}
+
+bool Exchange::answered() const
+{
+    return answered_;
+}
+
+RtspStatus Exchange::status() const
+{
+    return status_;
+}
+
+void Exchange::addConnectionHeader()
+{
+    if (!keepsConnection)
+    {
+        writer_.header("Connection", "close");
+    }
+}
+
+}  // namespace refhost

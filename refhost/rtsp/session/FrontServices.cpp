@@ -1,0 +1,21 @@
+#include "refhost/rtsp/session/FrontServices.h"
+
+#include <ctime>
+#include <utility>
+
+namespace refhost
+{
+
+FrontServices::FrontServices(const ServerConfig& config, MediaRoutes mediaRoutes,
+                             MonotonicClock monotonicClock)
+    : limits(config.limits),
+      clock(std::move(monotonicClock)),
+      routes(std::move(mediaRoutes)),
+      sessions(limits),
+      authenticator(config.users, config.realm, clock, config.digestWithoutQop),
+      sdp(static_cast<std::uint64_t>(std::time(nullptr))),
+      udpIsIpv6(config.listen.find(':') != std::string::npos)
+{
+}
+
+}  // namespace refhost

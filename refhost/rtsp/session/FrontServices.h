@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "refhost/base/MonotonicClock.h"
+#include "refhost/config/Config.h"
+#include "refhost/rtp/multicast/MulticastServer.h"
+#include "refhost/rtp/udp/UdpServer.h"
+#include "refhost/rtsp/auth/Authenticator.h"
+#include "refhost/rtsp/message/SdpWriter.h"
+#include "refhost/rtsp/session/MediaRoutes.h"
+#include "refhost/rtsp/session/SessionTable.h"
+
+namespace refhost
+{
+
+/// What every connection's request handler works with. One object for a server; outlives its connections.
+struct FrontServices
+{
+    FrontServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock);
+
+    const LimitsConfig limits;
+    const MonotonicClock clock;
+    const MediaRoutes routes;
+    SessionTable sessions;
+    Authenticator authenticator;
+    const SdpWriter sdp;
+    /// The server's UDP ports, and whether their sockets are IPv6 ones; null: UDP is refused.
+    std::shared_ptr<UdpServer> udp;
+    bool udpIsIpv6 = false;
+    /// Null: multicast is refused.
+    std::shared_ptr<MulticastServer> multicast;
+};
+
+}  // namespace refhost

@@ -1,0 +1,95 @@
+#include "refhost/rtsp/session/LinkSessions.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "refhost/rtsp/message/SessionHeader.h"
+
+namespace refhost
+{
+
+LinkSessions::LinkSessions(FrontServices& services, ClientLink& link) : services_(services), link_(link) {}
+
+std::shared_ptr<RtspSession> LinkSessions::find(const Exchange& exchange)
+{
+    auto session = services_.sessions.find(SessionHeader::id(exchange.request.value("Session")));
+    if (session == nullptr || !session->owner().admits(link_.peer().key(), exchange.user))
+    {
+        return nullptr;
+    }
+    use(session);
+    session->heard(link_.serial(), services_.clock());
+    return session;
+}
+
+/// Answers by itself where there is no such session, or the URL is not of its presentation.
+std::shared_ptr<RtspSession> LinkSessions::of(Exchange& exchange)
+{
+    auto session = find(exchange);
+    if (session == nullptr)
+    {
+        exchange.answer(rtspSessionNotFound);
+        return nullptr;
+    }
+    if (session->presentation() != exchange.url.presentation)
+    {
+        exchange.answer(rtspNotFound);
+        return nullptr;
+    }
+    return session;
+}
+
+void LinkSessions::addHeader(ResponseWriter& out, const RtspSession& session) const
+{
+    out.beginHeader("Session");
+    SessionHeader::append(out.text(), session.id(), services_.limits.sessionTimeout);
+    out.endHeader();
+}
+
+/// Remembers a session, and forgets those that ended.
+void LinkSessions::use(const std::shared_ptr<RtspSession>& session)
+{
+    if (!sessions_.empty() && sessions_.back().lock() == session)
+    {
+        return;
+    }
+    sessions_.erase(std::remove_if(sessions_.begin(), sessions_.end(),
+                                   [&session](const std::weak_ptr<RtspSession>& other)
+                                   {
+                                       const auto held = other.lock();
+                                       return held == nullptr || held == session;
+                                   }),
+                    sessions_.end());
+    sessions_.push_back(session);
+}
+
+bool LinkSessions::carriesSession()
+{
+    return std::any_of(sessions_.begin(), sessions_.end(),
+                       [](const std::weak_ptr<RtspSession>& session) { return !session.expired(); });
+}
+
+void LinkSessions::linkAnswered(std::int64_t ms)
+{
+    for (const std::weak_ptr<RtspSession>& weak : sessions_)
+    {
+        if (const auto session = weak.lock())
+        {
+            session->linkAnswered(link_.serial(), ms);
+        }
+    }
+}
+
+void LinkSessions::linkEnded()
+{
+    for (const std::weak_ptr<RtspSession>& weak : std::exchange(sessions_, {}))
+    {
+        const auto session = weak.lock();
+        if (session != nullptr && session->linkEnded(link_.serial(), services_.clock()))
+        {
+            services_.sessions.end(session);
+        }
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "refhost/rtsp/session/Exchange.h"
+#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/RtspSession.h"
+
+namespace refhost
+{
+
+/// The sessions that one connection used: finds the session of a request, and ends those with interleaved
+/// tracks when the connection goes.
+///
+/// Threads: the connection's; `services` and `link` outlive it.
+class LinkSessions
+{
+public:
+    LinkSessions(FrontServices& services, ClientLink& link);
+
+    /// Finds the session that the request names and notes that it was heard.
+    /// \returns null when the request names none, or one that does not exist or is another client's
+    std::shared_ptr<RtspSession> find(const Exchange& exchange);
+
+    /// The same for a verb that needs a session of the URL's presentation; answers by itself where there is
+    /// none.
+    /// \returns null when the exchange is answered
+    std::shared_ptr<RtspSession> of(Exchange& exchange);
+
+    /// Remembers a session, and forgets those that ended.
+    void use(const std::shared_ptr<RtspSession>& session);
+
+    /// Adds "Session: <id>;timeout=<seconds>".
+    void addHeader(ResponseWriter& out, const RtspSession& session) const;
+
+    /// True while a session that this connection used exists.
+    bool carriesSession();
+    /// TCP had an answer of the client's at `ms`.
+    void linkAnswered(std::int64_t ms);
+    /// The connection is gone.
+    void linkEnded();
+
+private:
+    FrontServices& services_;
+    ClientLink& link_;
+    std::vector<std::weak_ptr<RtspSession>> sessions_;
+};
+
+}  // namespace refhost

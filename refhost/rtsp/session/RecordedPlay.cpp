@@ -1,0 +1,217 @@
+#include "refhost/rtsp/session/RecordedPlay.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "hostapi/description/MediaInfo.h"
+#include "refhost/rtsp/message/StatusMap.h"
+
+namespace refhost
+{
+namespace
+{
+
+using Step = StatusMap::Step;
+using Unit = RangeHeader::Unit;
+
+constexpr double microseconds = 1e6;  // of a second
+constexpr double nanoseconds = 1e9;
+constexpr std::int64_t nsPerMicrosecond = 1000;
+constexpr std::int64_t ntpEpoch = -2'208'988'800'000'000;  // 1900 in microseconds since 1970
+
+int kindOf(const PlayOrder& order)
+{
+    if (!order.replay)
+    {
+        return 0;
+    }
+    constexpr int unitMs = 10;
+    const int distance =
+        std::min<int>((order.keyFrameDistanceMs + unitMs - 1) / unitMs, playRangeLongestDistance);
+    const int pictures = order.keyFramesOnly ? playRangeKeyPictures | distance << playRangeDistanceShift : 0;
+    return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) | pictures |
+           order.sequence << playRangeSequenceShift;
+}
+
+/// Where the client sets the pace, only the direction counts (ONVIF Streaming Specification, "Scale header
+/// field").
+PlaySpeed speedOf(const PlayOrder& order)
+{
+    const double scale = order.scale.value_or(1);
+    const bool direction = order.replay && order.noRateControl;
+    return PlaySpeed::used(direction ? std::copysign(1, scale) : scale, order.speed.value_or(1));
+}
+
+}  // namespace
+
+RecordedPlay::RecordedPlay(std::string sessionId, const SafePointer<IRTSPController>& controller)
+    : sessionId_(std::move(sessionId)), controller_(controller)
+{
+}
+
+RtspStatus RecordedPlay::prepare(const PlayOrder& order, bool playing, const std::vector<std::string>& tracks)
+{
+    if (!order.range && !order.scale && !order.speed && playing)
+    {
+        return rtspOk;
+    }
+    std::optional<Position> to;
+    if (order.range && (order.range->begin || order.range->end))
+    {
+        to.emplace();
+        const RtspStatus status = locate(*order.range, order.backwards(), *to);
+        if (status != rtspOk)
+        {
+            return status;
+        }
+    }
+    const PlaySpeed speed = speedOf(order);
+    RtspStatus status = speed == speed_ ? rtspOk : setSpeed(speed, tracks);
+    const int kind = kindOf(order);
+    if (status == rtspOk && (to || kind != kind_))
+    {
+        status = move(to ? &*to : nullptr, kind, tracks);
+    }
+    return status;
+}
+
+/// Where in the recording a client's range is. One without a begin is from the recording's begin on,
+/// backwards from its end.
+RtspStatus RecordedPlay::locate(const RangeHeader& range, bool backwards, Position& out)
+{
+    const double duration = presentation().seconds;
+    countsFromNtp_ = countsFromNtp(range);
+    const double begin = range.begin ? npt(range.unit, *range.begin) : backwards ? duration : 0;
+    const double end = range.end ? npt(range.unit, *range.end) : backwards ? 0 : duration;
+    if (backwards ? begin < 0 || end > duration : begin >= duration || end <= std::max(begin, 0.0))
+    {
+        return rtspInvalidRange;
+    }
+    out = {std::clamp(begin, 0.0, duration), std::clamp(end, 0.0, duration)};
+    return rtspOk;
+}
+
+/// Whether an absolute range is play time counted from 1900, where NTP's clock begins. Players write that who
+/// know absolute ranges alone and were described a recording in play time.
+bool RecordedPlay::countsFromNtp(const RangeHeader& range)
+{
+    const auto length = static_cast<std::int64_t>(std::ceil(presentation().seconds * microseconds));
+    const auto inside = [length](const std::optional<std::int64_t>& time)
+    { return !time || (*time >= ntpEpoch && *time <= ntpEpoch + length); };
+    return range.unit == Unit::clock && (range.begin || range.end) && inside(range.begin) &&
+           inside(range.end);
+}
+
+/// \param to  null: only the kind changes
+RtspStatus RecordedPlay::move(const Position* to, int kind, const std::vector<std::string>& tracks)
+{
+    const Position position = to == nullptr ? Position() : *to;
+    for (const std::string& track : tracks)
+    {
+        const int code =
+            controller_->setPlayRange(sessionId_, track, position.begin, position.end, kind, to != nullptr);
+        if (code != 0)
+        {
+            return StatusMap::ofCode(Step::control, code);
+        }
+    }
+    kind_ = kind;
+    return rtspOk;
+}
+
+RtspStatus RecordedPlay::setSpeed(const PlaySpeed& speed, const std::vector<std::string>& tracks)
+{
+    for (const std::string& track : tracks)
+    {
+        const int code = controller_->setSpeed(sessionId_, track, speed.scale, speed.speed);
+        if (code != 0)
+        {
+            return StatusMap::ofCode(Step::control, code);
+        }
+    }
+    speed_ = speed;
+    return rtspOk;
+}
+
+RecordedPlay::Outcome RecordedPlay::outcome(Unit unit, const std::vector<std::string>& tracks)
+{
+    const Position now = played(tracks);
+    Outcome out;
+    out.begin = timeOf(unit, now.begin);
+    out.end = timeOf(unit, now.end);
+    out.speed = speed_;
+    return out;
+}
+
+RtspStatus RecordedPlay::pauseAt(const RangeHeader& point, const std::vector<std::string>& tracks)
+{
+    const Position now = played(tracks);
+    const double instant = npt(point.unit, point.begin.value_or(0));
+    if (instant < std::min(now.begin, now.end) || instant > std::max(now.begin, now.end))
+    {
+        return rtspInvalidRange;
+    }
+    for (const std::string& track : tracks)
+    {
+        const int code = controller_->setPauseRange(sessionId_, track, instant);
+        if (code != 0)
+        {
+            return StatusMap::ofCode(Step::control, code);
+        }
+    }
+    return rtspOk;
+}
+
+RecordedPlay::Position RecordedPlay::played(const std::vector<std::string>& tracks)
+{
+    Position out;
+    bool first = true;
+    for (const std::string& track : tracks)
+    {
+        Position one;
+        if (controller_->getCurPlayRange(sessionId_, track, one.begin, one.end) == 0)
+        {
+            out.begin = first ? one.begin : std::min(out.begin, one.begin);
+            out.end = first ? one.end : std::max(out.end, one.end);
+            first = false;
+        }
+    }
+    return out;
+}
+
+double RecordedPlay::npt(Unit unit, std::int64_t time)
+{
+    if (unit == Unit::npt)
+    {
+        return static_cast<double>(time) / microseconds;
+    }
+    return static_cast<double>(time * nsPerMicrosecond - clockBaseNs()) / nanoseconds;
+}
+
+/// The absolute time of position 0.
+std::int64_t RecordedPlay::clockBaseNs()
+{
+    return countsFromNtp_ ? ntpEpoch * nsPerMicrosecond : presentation().beginNs;
+}
+
+/// Microseconds, rounded once: the first frame is seldom at a whole one.
+std::int64_t RecordedPlay::timeOf(Unit unit, double position)
+{
+    const std::int64_t baseNs = unit == Unit::clock ? clockBaseNs() : 0;
+    const std::int64_t timeNs = baseNs + std::llround(position * nanoseconds);
+    return (timeNs + (timeNs < 0 ? -nsPerMicrosecond : nsPerMicrosecond) / 2) / nsPerMicrosecond;
+}
+
+const RecordedPlay::Presentation& RecordedPlay::presentation()
+{
+    if (!presentation_)
+    {
+        MediaInfo info;
+        controller_->getMediaInfo(info);
+        presentation_ = Presentation{info.recordBeginTime, info.recordSeconds};
+    }
+    return *presentation_;
+}
+
+}  // namespace refhost

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "refhost/rtsp/message/RequestReader.h"
+#include "refhost/rtsp/session/Exchange.h"
+#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/LinkSessions.h"
+#include "refhost/rtsp/session/PlayVerbs.h"
+#include "refhost/rtsp/session/SessionVerbs.h"
+
+namespace refhost
+{
+
+/// Handles the requests of one connection, one after the other: checks what holds for every request, then
+/// the verb. Every request gets exactly one response, through the ClientLink; whatever goes wrong inside is a
+/// 500 and one line in the log.
+///
+/// Knows nothing of sockets. Threads: the connection's; `services` and `link` outlive it.
+class RequestHandler
+{
+public:
+    enum class Result
+    {
+        answered,
+        /// Answered; the connection is to be ended when the response is out.
+        answeredLast,
+        /// Nothing was answered, because the media is not ready yet: hand the same request in again when
+        /// ChangeSignal tells of a change.
+        notReady
+    };
+
+    RequestHandler(FrontServices& services, ClientLink& link);
+
+    /// \param out      where the response is written; used by one handler at a time
+    /// \param lastTry  answer now: the stream had time enough
+    Result handle(const RtspRequest& request, ResponseWriter& out, bool lastTry);
+
+    /// Answers a message that the reader found malformed.
+    Result reject(const RtspRequest& request, const RequestReader::Problem& problem, ResponseWriter& out);
+
+    /// Answers 503, for a connection that the server has no room for.
+    Result refuse(const RtspRequest& request, ResponseWriter& out);
+
+    /// An interleaved frame from the client.
+    void received(const RequestReader::Frame& frame);
+
+    /// True when some request came with the credentials of a configured user.
+    bool loggedIn() const;
+    /// True while a session exists that this connection used.
+    bool carriesSession();
+    /// TCP had an answer of the client's at `ms`.
+    void linkAnswered(std::int64_t ms);
+    /// The connection is gone. Once.
+    void linkEnded();
+
+private:
+    Result dispatch(Exchange& exchange, bool lastTry);
+    bool accept(Exchange& exchange, const std::optional<std::string>& admitted);
+    bool authorize(Exchange& exchange);
+    void options(Exchange& exchange);
+    void parameters(Exchange& exchange);
+    void methodNotAllowed(Exchange& exchange);
+
+    FrontServices& services_;
+    ClientLink& link_;
+    LinkSessions sessions_;
+    SessionVerbs verbs_;
+    PlayVerbs playing_;
+    Authenticator::Client client() const;
+
+    /// Who asks in the next request, where it is one that was let in before and had to wait.
+    std::optional<std::string> admitted_;
+    bool loggedIn_ = false;
+};
+
+}  // namespace refhost

@@ -1,0 +1,190 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hostapi/description/RTPPacketInfo.h"
+#include "live/IRTSPController.h"
+#include "refhost/rtp/RtpTransport.h"
+#include "refhost/rtsp/message/PlayOrder.h"
+#include "refhost/rtsp/message/RtspStatus.h"
+#include "refhost/rtsp/session/ClientPresence.h"
+#include "refhost/rtsp/session/InterleavedChannels.h"
+#include "refhost/rtsp/session/MediaRoutes.h"
+#include "refhost/rtsp/session/RecordedPlay.h"
+#include "refhost/rtsp/session/SessionOwner.h"
+#include "refhost/rtsp/session/SharedStream.h"
+#include "refhost/rtsp/session/TransportHold.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// One RTSP session: a presentation's controller and the tracks that a client set up with it.
+///
+/// Made by SessionTable, which finds it by its id; ends once, by end(). Every track that was set up is
+/// stopped exactly once, however the session ends.
+///
+/// Threads: any; a lock serialises the verbs, as controllers want it, and is held across the controller's
+/// operations. It is the session's own, or the one of all sessions of a multicast route. Operations on an
+/// ended session answer 454.
+class RtspSession
+{
+public:
+    /// One track's way to the client, as SETUP made it.
+    struct Delivery
+    {
+        std::optional<SafePointer<RtpTransport>> transport;
+        std::unique_ptr<InterleavedChannels::Lease> channels;  ///< null for UDP
+        std::uint64_t link = 0;  ///< serial of the connection that it ends with; 0 for UDP
+        bool shared = false;     ///< other sessions send through it too: it is not closed with this one
+    };
+
+    /// What RTP-Info says of one track; back channels are left out.
+    struct PlayedTrack
+    {
+        std::string_view id;
+        bool known = false;      ///< `first` is filled in
+        std::uint64_t link = 0;  ///< serial of the connection that its packets take; 0 for UDP
+        RTPPacketInfo first;
+    };
+
+    /// What PLAY came to.
+    struct Played
+    {
+        std::vector<PlayedTrack> tracks;
+        std::optional<RecordedPlay::Outcome> recorded;  ///< nothing for a live stream
+    };
+
+    /// Which try of the same PLAY request it is.
+    struct Attempt
+    {
+        bool again = false;  ///< the request was not ready before: its order is given already
+        bool last = false;   ///< answer now
+    };
+
+    using MakeDelivery = std::function<RtspStatus(Delivery& out)>;
+    using AnswerPlay = std::function<void(const Played& played)>;
+
+    RtspSession(std::string id, std::string presentation, const SafePointer<IRTSPController>& controller,
+                const MediaRoutes::Route& route, SessionOwner owner, std::int64_t nowMs);
+    ~RtspSession() noexcept(false);
+    RtspSession(const RtspSession&) = delete;
+    RtspSession& operator=(const RtspSession&) = delete;
+
+    const std::string& id() const;
+    /// What a log may show: whoever knows the whole id may drive the session.
+    std::string logName() const;
+    const std::string& presentation() const;
+    /// Whether the presentation is a recording, with positions and speeds.
+    bool recorded() const;
+    /// Whether packets are to carry the replay header extension: some request of the session required it.
+    /// \param required  the present one does
+    bool replays(bool required);
+    /// What the session shares with others; null where its packets are its own.
+    const SharedStream* shared() const;
+    const SessionOwner& owner() const;
+    std::shared_ptr<SessionLiveness> liveness() const;
+
+    /// Sets a track up, or changes the way of one that does not play: its former way ends first, also when
+    /// the new one fails; a shared one is kept then. An empty track id means the only track that the device
+    /// sends.
+    /// \param make       called under the lock when the track may be set up
+    /// \param[out] ssrc  the SSRC of the track's packets; of the device's reports on a back channel
+    /// \returns 200, 455 for a track that plays, 459 for an empty track id where there are several tracks,
+    ///          the status of `make`, or what the controller's code means
+    RtspStatus setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc);
+
+    /// Plays one track, or all with an empty id. No packet leaves before `answer` has returned, but for those
+    /// of a shared way; it is called when every track plays, and only then.
+    /// \param order          what a recording is to play; a live stream plays from now on
+    /// \param[out] notReady  true when a recording seeks still, unless `attempt` is the last: nothing was
+    ///                       answered, and no packet leaves until the next play(), pause() or end
+    /// \returns 200 after `answer` or with `notReady`; 404 or 455 for a track that is not set up; 457 for a
+    ///          range that the recording has no part of; otherwise what the controller's code means, with the
+    ///          tracks paused again that this request had started
+    RtspStatus play(std::string_view trackId, const PlayOrder& order, Attempt attempt,
+                    const AnswerPlay& answer, bool& notReady);
+
+    /// Pauses at once.
+    /// \returns 200; 404 or 455 for a track that is not set up or when nothing plays
+    RtspStatus pause(std::string_view trackId);
+
+    /// Pauses the tracks of a recording at an instant to come; they count as playing until the next pause().
+    /// \returns 200; 457 for an instant that playing does not come to; 404 or 455 as pause()
+    RtspStatus pauseAt(std::string_view trackId, const RangeHeader& point);
+
+    /// Ends one track, or all with an empty id; where packets are shared, one ends them all, because a group
+    /// has no use for half a member.
+    /// \param[out] empty  true when no track is left: the session is to be ended
+    RtspStatus teardown(std::string_view trackId, bool& empty);
+
+    /// Stops every track and lets go of the controller. Does nothing the second time.
+    void end();
+
+    /// A request named the session.
+    void heard(std::uint64_t link, std::int64_t nowMs);
+
+    /// TCP had an answer on the connection at `ms`: its client lives, if this session was played over it. A
+    /// player that pauses for minutes reads and says nothing; its system answers as long as it is there.
+    void linkAnswered(std::uint64_t link, std::int64_t ms);
+
+    /// A connection that used the session is gone.
+    /// \returns true when the session must end with it, because a track is interleaved in it
+    bool linkEnded(std::uint64_t link, std::int64_t nowMs);
+
+    /// As ClientPresence::expired().
+    bool expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs, std::int64_t orphanTimeoutMs) const;
+
+    std::size_t trackCount() const;
+
+private:
+    struct Track
+    {
+        std::string id;
+        Delivery delivery;
+        bool playing = false;
+        bool started = false;             ///< by the PLAY under way
+        std::optional<bool> backChannel;  ///< the client sends on it; nothing while nobody asked
+    };
+
+    Track* findTrack(std::string_view trackId);
+    RtspStatus selectPlaying(std::string_view trackId, std::vector<Track*>& out);
+    RtspStatus start(const std::vector<Track*>& tracks, Attempt attempt, bool& notReady);
+    bool isBackChannel(Track& track);
+    bool isOver(Track& track, int code, const std::vector<Track*>& asked);
+    void takeBack(const std::vector<Track*>& tracks);
+    Played played(const std::vector<Track*>& tracks, const PlayOrder& order);
+    static std::vector<std::string> idsOf(const std::vector<Track*>& tracks);
+    RtspStatus select(std::string_view trackId, std::vector<Track*>& out);
+    void stopTrack(Track& track);
+    void forget(const Track& track);
+
+    const std::string id_;
+    const std::string presentation_;
+    const FirstPacketFunction firstPacket_;
+    const bool recorded_;
+    const SessionOwner owner_;
+    ClientPresence presence_;
+    std::atomic<bool> replays_{false};
+
+    const std::optional<SharedStream> shared_;
+    const std::shared_ptr<std::mutex> together_;  // null: the session's own lock
+    mutable std::mutex own_;
+    std::mutex& mutex_;
+    bool ended_ = false;
+    bool played_ = false;  // something of it, once
+    std::optional<SafePointer<IRTSPController>> controller_;
+    std::optional<RecordedPlay> recordedPlay_;  // nothing for a live stream
+    std::vector<std::unique_ptr<Track>> tracks_;
+    std::unique_ptr<TransportHold> waiting_;  // of a PLAY that is not ready yet
+};
+
+}  // namespace refhost

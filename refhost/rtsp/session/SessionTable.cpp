@@ -1,0 +1,174 @@
+#include "refhost/rtsp/session/SessionTable.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/base/Log.h"
+#include "refhost/base/RandomBytes.h"
+#include "refhost/rtsp/message/RtspText.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::size_t idLength = 16;  // hexadecimal digits of 64 random bits
+
+std::string textOf(std::uint64_t number)
+{
+    std::string text;
+    text.reserve(idLength);
+    RtspText::appendHex32(text, static_cast<std::uint32_t>(number >> 32));
+    RtspText::appendHex32(text, static_cast<std::uint32_t>(number));
+    return text;
+}
+
+/// Only the text that textOf() makes: one session has one id.
+std::optional<std::uint64_t> numberOf(std::string_view text)
+{
+    std::uint64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number, 16);
+    const bool small = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'a'; });
+    if (text.size() != idLength || error != std::errc() || stop != end || small)
+    {
+        return std::nullopt;
+    }
+    return number;
+}
+
+/// Without the id: who knows a living session's id can steer it.
+void logCount(const char* event, const RtspSession& session, std::size_t count)
+{
+    if (Log::enabled(Log::Level::debug))
+    {
+        Log::debug("a session of {} {}; sessions: {}", Log::safe(session.presentation()), event, count);
+    }
+}
+
+}  // namespace
+
+SessionTable::SessionTable(const LimitsConfig& limits)
+    : sessionTimeoutMs_(std::int64_t{limits.sessionTimeout} * 1000),
+      orphanTimeoutMs_(std::int64_t{limits.orphanTimeout} * 1000),
+      quota_(limits.sessions, limits.sessionsPerAddress)
+{
+}
+
+SessionTable::~SessionTable()
+{
+    endAll();
+}
+
+std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
+                                                  const SafePointer<IRTSPController>& controller,
+                                                  const MediaRoutes::Route& route, const SessionOwner& owner,
+                                                  std::int64_t nowMs)
+{
+    if (!quota_.take(owner.address()))
+    {
+        return nullptr;
+    }
+    try
+    {
+        for (;;)
+        {
+            std::uint64_t number = 0;
+            fillRandom(&number, sizeof number);
+            auto session =
+                std::make_shared<RtspSession>(textOf(number), presentation, controller, route, owner, nowMs);
+            std::unique_lock<std::mutex> lock(mutex_);
+            if (sessions_.emplace(number, session).second)
+            {
+                const std::size_t count = sessions_.size();
+                lock.unlock();
+                logCount("began", *session, count);
+                return session;
+            }
+        }
+    }
+    catch (...)
+    {
+        quota_.giveBack(owner.address());
+        throw;
+    }
+}
+
+std::shared_ptr<RtspSession> SessionTable::find(std::string_view id) const
+{
+    const auto number = numberOf(id);
+    if (!number)
+    {
+        return nullptr;
+    }
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const auto found = sessions_.find(*number);
+    return found == sessions_.end() ? nullptr : found->second;
+}
+
+void SessionTable::end(const std::shared_ptr<RtspSession>& session)
+{
+    bool taken = false;
+    std::size_t count = 0;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        taken = sessions_.erase(*numberOf(session->id())) != 0;
+        count = sessions_.size();
+    }
+    if (taken)
+    {
+        quota_.giveBack(session->owner().address());
+    }
+    session->end();
+    if (taken)
+    {
+        logCount("ended", *session, count);
+    }
+}
+
+void SessionTable::endAll()
+{
+    std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> all;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        all.swap(sessions_);
+    }
+    for (const auto& [number, session] : all)
+    {
+        quota_.giveBack(session->owner().address());
+        session->end();
+    }
+}
+
+std::size_t SessionTable::endExpired(std::int64_t nowMs)
+{
+    std::vector<std::shared_ptr<RtspSession>> expired;
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        for (const auto& [number, session] : sessions_)
+        {
+            if (session->expired(nowMs, sessionTimeoutMs_, orphanTimeoutMs_))
+            {
+                expired.push_back(session);
+            }
+        }
+    }
+    for (const auto& session : expired)
+    {
+        Log::info("session {} timed out", session->logName());
+        end(session);
+    }
+    return expired.size();
+}
+
+std::size_t SessionTable::count() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return sessions_.size();
+}
+
+}  // namespace refhost

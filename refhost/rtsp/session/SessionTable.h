@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <unordered_map>
+
+#include "refhost/config/Config.h"
+#include "refhost/rtsp/session/AddressQuota.h"
+#include "refhost/rtsp/session/RtspSession.h"
+
+namespace refhost
+{
+
+/// The sessions of the server, by id. A session is ended through the table, which takes it out first; so it
+/// ends once, whoever is first: TEARDOWN, its connection's end, its time-out or the server's stop.
+/// Threads: any; its lock is never held while a session ends.
+class SessionTable
+{
+public:
+    explicit SessionTable(const LimitsConfig& limits);
+    ~SessionTable();
+
+    /// Makes a session with a new random id.
+    /// \returns null when a limit is reached
+    std::shared_ptr<RtspSession> create(std::string presentation,
+                                        const SafePointer<IRTSPController>& controller,
+                                        const MediaRoutes::Route& route, const SessionOwner& owner,
+                                        std::int64_t nowMs);
+
+    /// \returns null for an id that no session has
+    std::shared_ptr<RtspSession> find(std::string_view id) const;
+
+    /// Takes a session out and ends it.
+    void end(const std::shared_ptr<RtspSession>& session);
+    void endAll();
+
+    /// Ends the sessions whose clients were not heard for too long.
+    /// \returns how many
+    std::size_t endExpired(std::int64_t nowMs);
+
+    std::size_t count() const;
+
+private:
+    const std::int64_t sessionTimeoutMs_;
+    const std::int64_t orphanTimeoutMs_;
+    AddressQuota quota_;
+    mutable std::mutex mutex_;
+    std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>>
+        sessions_;  // by the number that the id shows
+};
+
+}  // namespace refhost

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "live/IRTSPController.h"
+#include "refhost/rtsp/message/TransportHeader.h"
+#include "refhost/rtsp/session/Exchange.h"
+#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/LinkSessions.h"
+#include "refhost/rtsp/session/RtspSession.h"
+#include "refhost/rtsp/session/TrackDeliveries.h"
+
+namespace refhost
+{
+
+/// The verbs of one connection that make and end sessions: DESCRIBE, SETUP and TEARDOWN. PlayVerbs has the
+/// others.
+/// Threads: the connection's; `services`, `link` and `sessions` outlive it.
+class SessionVerbs
+{
+public:
+    using Result = VerbResult;
+
+    SessionVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions);
+
+    /// \param lastTry  answer 503 instead of asking for another try
+    Result describe(Exchange& exchange, bool lastTry);
+    Result setup(Exchange& exchange, bool lastTry);
+    void teardown(Exchange& exchange);
+
+    /// An interleaved frame from the client.
+    void received(int channel, const std::uint8_t* data, std::size_t size);
+
+private:
+    RtspStatus createController(const Exchange& exchange, bool talkBack,
+                                std::optional<SafePointer<IRTSPController>>& out, bool& notReady);
+    bool findGroup(SafePointer<IRTSPController>& controller, MulticastWay& way);
+    RtspStatus createSession(Exchange& exchange, std::shared_ptr<RtspSession>& out, bool& notReady);
+    void setupTrack(Exchange& exchange, const std::shared_ptr<RtspSession>& session,
+                    const TransportChoice& choice);
+    void endIfEmpty(const std::shared_ptr<RtspSession>& session);
+
+    FrontServices& services_;
+    ClientLink& link_;
+    LinkSessions& sessions_;
+    TrackDeliveries deliveries_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "live/IRTSPController.h"
+#include "refhost/rtp/multicast/MulticastPool.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// The stream that a multicast presentation shows to all its sessions, as its controller tells. A plain
+/// value.
+struct SharedStream
+{
+    MulticastPool::Stream stream{0, 0};
+    std::vector<std::string> trackIds;  ///< in the order of the description
+
+    static SharedStream of(SafePointer<IRTSPController>& controller);
+
+    /// Number of a track in its group; an empty id means the first one.
+    /// \returns -1 when there is no such track
+    int numberOf(std::string_view trackId) const;
+};
+
+}  // namespace refhost

@@ -1,0 +1,140 @@
+#include "refhost/rtsp/session/TrackDeliveries.h"
+
+#include <string_view>
+#include <utility>
+
+#include "refhost/rtsp/message/RtspText.h"
+
+namespace refhost
+{
+namespace
+{
+
+void appendPair(std::string& out, std::string_view name, int first, int second)
+{
+    out.append(";").append(name).append("=");
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(first));
+    out += '-';
+    RtspText::appendNumber(out, static_cast<std::uint64_t>(second));
+}
+
+}  // namespace
+
+TrackDeliveries::TrackDeliveries(FrontServices& services, ClientLink& link) : services_(services), link_(link)
+{
+}
+
+std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& request, bool multicast) const
+{
+    const int serverPort = services_.udp == nullptr ? 0 : services_.udp->rtpPort();
+    for (const RtspRequest::Header* header = request.find("Transport"); header != nullptr;
+         header = request.find("Transport", header))
+    {
+        const auto choice = TransportHeader::choose(header->value, multicast, serverPort);
+        if (choice)
+        {
+            return choice;
+        }
+    }
+    return std::nullopt;
+}
+
+RtspStatus TrackDeliveries::make(const TransportChoice& choice, const RtspSession& session,
+                                 std::string_view trackId, RtspSession::Delivery& out, std::string& text)
+{
+    if (choice.multicast)
+    {
+        return makeMulticast(session, trackId, out, text);
+    }
+    return choice.interleaved ? makeInterleaved(choice, session, out, text)
+                              : makeUdp(choice, session, out, text);
+}
+
+RtspStatus TrackDeliveries::makeUdp(const TransportChoice& choice, const RtspSession& session,
+                                    RtspSession::Delivery& out, std::string& text)
+{
+    if (services_.udp == nullptr)
+    {
+        return rtspUnsupportedTransport;
+    }
+    const SocketAddress& peer = link_.peer();
+    out.transport.emplace(
+        services_.udp->makeTransport(services_.udpIsIpv6 ? peer.mappedStorage() : peer.storage(),
+                                     choice.rtpPort, choice.rtcpPort, session.liveness()));
+    text = "RTP/AVP;unicast";
+    appendPair(text, "client_port", choice.rtpPort, choice.rtcpPort);
+    appendPair(text, "server_port", services_.udp->rtpPort(), services_.udp->rtcpPort());
+    return rtspOk;
+}
+
+RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::string_view trackId,
+                                          RtspSession::Delivery& out, std::string& text)
+{
+    const SharedStream* const shared = session.shared();
+    if (services_.multicast == nullptr || shared == nullptr)
+    {
+        return rtspUnsupportedTransport;
+    }
+    const int number = shared->numberOf(trackId);
+    if (number < 0 || number >= MulticastGroup::tracks)
+    {
+        return rtspNotFound;
+    }
+    MulticastWay way;
+    if (!services_.multicast->makeTransport(shared->stream, number, out.transport, way))
+    {
+        return rtspServiceUnavailable;
+    }
+    out.shared = true;
+    text.assign("RTP/AVP;multicast;destination=").append(way.group.addressText());
+    appendPair(text, "port", way.group.portOf(number), way.group.portOf(number) + 1);
+    text += ";ttl=";
+    RtspText::appendNumber(text, static_cast<std::uint64_t>(way.ttl));
+    if (!way.source.empty())
+    {
+        text.append(";source=").append(way.source);
+    }
+    return rtspOk;
+}
+
+RtspStatus TrackDeliveries::makeInterleaved(const TransportChoice& choice, const RtspSession& session,
+                                            RtspSession::Delivery& out, std::string& text)
+{
+    if (channels_ == nullptr)
+    {
+        channels_ = std::make_shared<InterleavedChannels>();
+    }
+    auto lease = channels_->lease(choice.rtpChannel, choice.rtcpChannel);
+    if (lease == nullptr)
+    {
+        return rtspUnsupportedTransport;
+    }
+    const SafePointer<InterleavedTransport> transport(new InterleavedTransport(
+        link_.frameWriter(), lease->rtpChannel(), lease->rtcpChannel(), session.liveness()));
+    lease->deliverTo(transport);
+    out.transport.emplace(transport);
+    out.link = link_.serial();
+    text = "RTP/AVP/TCP;unicast";
+    appendPair(text, "interleaved", lease->rtpChannel(), lease->rtcpChannel());
+    out.channels = std::move(lease);
+    return rtspOk;
+}
+
+void TrackDeliveries::answer(ResponseWriter& out, const std::string& text, std::uint32_t ssrc)
+{
+    out.beginHeader("Transport");
+    out.text().append(text).append(";ssrc=");
+    RtspText::appendHex32(out.text(), ssrc);
+    out.text() += ";mode=\"PLAY\"";
+    out.endHeader();
+}
+
+void TrackDeliveries::received(int channel, const std::uint8_t* data, std::size_t size)
+{
+    if (channels_ != nullptr)
+    {
+        channels_->received(channel, data, size);
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,111 @@
+#include "refhost/talkback/SharedOutput.h"
+
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+
+SharedOutput& SharedOutput::instance()
+{
+    // Never destroyed: the talk-back manager may let go of sessions at the very end of the process.
+    static SharedOutput* const output = new SharedOutput(TalkSettings());
+    return *output;
+}
+
+SharedOutput::SharedOutput(const TalkSettings& settings)
+{
+    configure(settings);
+}
+
+SharedOutput::~SharedOutput() = default;
+
+void SharedOutput::configure(const TalkSettings& settings)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    settings_ = settings;
+    admitted_.clear();
+    floor_ = std::make_unique<TalkFloor>(settings.policy, settings.silenceMs * 1'000'000);
+    mixer_ = settings.policy == TalkPolicy::mix ? std::make_unique<TalkMixer>(settings.format) : nullptr;
+}
+
+TalkSettings SharedOutput::settings() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return settings_;
+}
+
+bool SharedOutput::admit(Talker talker)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const bool known = admitted_.count(talker) != 0;
+    if ((!known && admitted_.size() >= settings_.maxTalkers) || !floor_->admit(talker))
+    {
+        return false;
+    }
+    admitted_.insert(talker);
+    return true;
+}
+
+void SharedOutput::pause(Talker talker)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    floor_->pause(talker);
+    if (mixer_)
+    {
+        mixer_->remove(talker);
+    }
+}
+
+void SharedOutput::leave(Talker talker)
+{
+    pause(talker);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    floor_->leave(talker);
+    admitted_.erase(talker);
+}
+
+bool SharedOutput::claim(Talker talker, const std::string& name, std::int64_t nowNs)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const Talker before = floor_->owner();
+    const bool heard = floor_->claim(talker, nowNs);
+    if (floor_->owner() != before)
+    {
+        Log::info("talk-back: {} has the audio output", name);
+    }
+    return heard;
+}
+
+int SharedOutput::play(Talker talker, const std::vector<std::int16_t>& samples, IMediaPlayer& player)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (!mixer_)
+    {
+        return give(player, samples);
+    }
+    mixer_->add(talker, samples);
+    return 0;
+}
+
+int SharedOutput::pump(IMediaPlayer& player, std::int64_t nowNs)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (!mixer_)
+    {
+        return 0;
+    }
+    mixer_->take(nowNs, sum_);
+    return give(player, sum_);
+}
+
+int SharedOutput::give(IMediaPlayer& player, const std::vector<std::int16_t>& samples)
+{
+    if (samples.empty())
+    {
+        return 0;
+    }
+    return player.play(reinterpret_cast<const std::uint8_t*>(samples.data()),
+                       samples.size() * sizeof(std::int16_t));
+}
+
+}  // namespace refhost

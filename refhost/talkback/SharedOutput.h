@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "hostapi/audio/IMediaPlayer.h"
+#include "refhost/talkback/TalkFloor.h"
+#include "refhost/talkback/TalkMixer.h"
+#include "refhost/talkback/TalkSettings.h"
+
+namespace refhost
+{
+
+/// What all talk-back sessions of the device have in common: the settings, who is heard, and the way to the
+/// output. Threads: any; one lock of its own, under which the player is called.
+class SharedOutput
+{
+public:
+    using Talker = TalkFloor::Talker;
+
+    /// The one of the process; made at the first call, never destroyed.
+    static SharedOutput& instance();
+
+    explicit SharedOutput(const TalkSettings& settings);
+    ~SharedOutput();
+    SharedOutput(const SharedOutput&) = delete;
+    SharedOutput& operator=(const SharedOutput&) = delete;
+
+    /// Changes the settings; call it while there is no session.
+    void configure(const TalkSettings& settings);
+    TalkSettings settings() const;
+
+    /// A session is set up.
+    /// \returns false when another one has the output and this one is refused, or when there are as many as
+    ///          the settings allow
+    bool admit(Talker talker);
+    /// A session pauses: others may be heard.
+    void pause(Talker talker);
+    /// A session ends.
+    void leave(Talker talker);
+
+    /// Sound of a session came. A change of who owns the output is told in the log.
+    /// \param name  what the log calls the talker
+    /// \returns true when the sound is to be decoded and given to play()
+    bool claim(Talker talker, const std::string& name, std::int64_t nowNs);
+
+    /// Plays decoded sound of a talker that is heard.
+    /// \returns 0, or the player's code
+    int play(Talker talker, const std::vector<std::int16_t>& samples, IMediaPlayer& player);
+
+    /// Plays what is due by the clock, where sounds are mixed; call it every few milliseconds.
+    /// \returns 0, or the player's code
+    int pump(IMediaPlayer& player, std::int64_t nowNs);
+
+private:
+    static int give(IMediaPlayer& player, const std::vector<std::int16_t>& samples);
+
+    mutable std::mutex mutex_;
+    TalkSettings settings_;
+    std::set<Talker> admitted_;  // at most settings_.maxTalkers
+    std::unique_ptr<TalkFloor> floor_;
+    std::unique_ptr<TalkMixer> mixer_;  // null where sounds are not mixed
+    std::vector<std::int16_t> sum_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,75 @@
+#include "refhost/talkback/TalkBack.h"
+
+#include "audioback/OVAudioBackDispatcherMgr.h"
+#include "refhost/base/Log.h"
+#include "refhost/talkback/SharedOutput.h"
+#include "refhost/talkback/outputs/AudioOutput.h"
+#include "refhost/talkback/outputs/OutputPlayer.h"
+#include "support/StatusCode.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// A lost packet is given up when the one after it has waited for `TalkSettings::reorderMs`: until then, 45
+/// ms with packets of 20 ms, and until the worker looks again, the output must have something to play.
+constexpr int aheadMs = 60;
+/// The mixer has each talker's sound that far ahead already, and what it gives comes evenly.
+constexpr int aheadOfMixedMs = 30;
+
+TalkPolicy policyOf(const std::string& name)
+{
+    if (name == "newest")
+    {
+        return TalkPolicy::newest;
+    }
+    if (name == "mix")
+    {
+        return TalkPolicy::mix;
+    }
+    return name == "refuse" ? TalkPolicy::refuse : TalkPolicy::first;
+}
+
+}  // namespace
+
+TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const DeviceExAbility& ability,
+                   int platformType)
+{
+    if (!config.offersTalkBack())
+    {
+        return;
+    }
+    TalkSettings settings;
+    settings.policy = policyOf(config.talkBack.policy);
+    settings.format = {config.talkBack.sampleRate, config.talkBack.channels};
+    settings.maxTalkers = static_cast<std::size_t>(config.limits.talkers);
+    SharedOutput::instance().configure(settings);
+
+    MTUParam mtu;
+    mtu.setMTUValue(config.mtu);
+    const SafePointer<OVAudioBackDispatcherMgr> manager = OVAudioBackDispatcherMgr::getInstance();
+    manager->setDeviceInfoEx(device);
+    manager->setDeviceExAbility(ability);
+    manager->setThirdPlatType(platformType);
+    manager->setMTUParam(mtu);
+    manager->setMediaPlayer(SafePointer<IMediaPlayer>(
+        new OutputPlayer(AudioOutput::make(config.talkBack.output, config.talkBack.device), settings.format,
+                         settings.policy == TalkPolicy::mix ? aheadOfMixedMs : aheadMs)));
+    manager->setEncoderType(config.talkBack.encoderType);
+    runs_ = manager->start() == statusSuccess;
+    if (!runs_)
+    {
+        Log::error("talk-back: its thread cannot be started, so nobody will be heard");
+    }
+}
+
+TalkBack::~TalkBack()
+{
+    if (runs_)
+    {
+        OVAudioBackDispatcherMgr::getInstance()->stop();
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+#include "refhost/talkback/TalkSettings.h"
+
+namespace refhost
+{
+
+/// Decides who is heard when several clients talk at once.
+///
+/// Threads: one at a time.
+class TalkFloor
+{
+public:
+    /// Stands for one talk-back session.
+    using Talker = const void*;
+
+    TalkFloor(TalkPolicy policy, std::int64_t silenceNs);
+
+    /// A session is set up.
+    /// \returns false when it is refused because another one exists; it must not come again then
+    bool admit(Talker talker);
+    /// A session pauses: it has stopped talking.
+    void pause(Talker talker);
+    /// A session ends.
+    void leave(Talker talker);
+
+    /// Sound of a talker came.
+    /// \returns true when it is to be heard
+    bool claim(Talker talker, std::int64_t nowNs);
+
+    /// Who owns the output; null for nobody, always so where everybody is heard.
+    Talker owner() const
+    {
+        return owner_;
+    }
+
+private:
+    bool isSilent(Talker talker, std::int64_t nowNs) const;
+
+    const TalkPolicy policy_;
+    const std::int64_t silenceNs_;
+    Talker owner_ = nullptr;
+    Talker guest_ = nullptr;                      // whom `refuse` has let in
+    std::map<Talker, std::int64_t> lastHeardNs_;  // of those who talked and did not pause since
+};
+
+}  // namespace refhost

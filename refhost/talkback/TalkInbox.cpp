@@ -1,0 +1,107 @@
+#include "refhost/talkback/TalkInbox.h"
+
+namespace refhost
+{
+namespace
+{
+
+/// Sound comes in small packets; an interleaved frame could hold 64 KB.
+constexpr std::size_t longest = 4096;
+
+}  // namespace
+
+TalkInbox::TalkInbox(const HostClock& clock) : clock_(clock) {}
+
+void TalkInbox::onRtp(const std::uint8_t* data, std::size_t size)
+{
+    put(rtp_, data, size);
+}
+
+void TalkInbox::onRtcp(const std::uint8_t* data, std::size_t size)
+{
+    put(rtcp_, data, size);
+}
+
+bool TalkInbox::takeRtp(Packet& out)
+{
+    return take(rtp_, out);
+}
+
+bool TalkInbox::takeRtcp(Packet& out)
+{
+    return take(rtcp_, out);
+}
+
+template <std::size_t room>
+void TalkInbox::put(Queue<room>& queue, const std::uint8_t* data, std::size_t size)
+{
+    const std::int64_t nowNs = clock_.monotonicNs();
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (!open_)
+    {
+        return;
+    }
+    if (size > longest)
+    {
+        overrun_.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
+    std::size_t count = queue.count.load(std::memory_order_relaxed);
+    if (count == room)
+    {
+        queue.first = (queue.first + 1) % room;
+        --count;
+        overrun_.fetch_add(1, std::memory_order_relaxed);
+    }
+    Packet& packet = queue.packets[(queue.first + count) % room];
+    packet.bytes.assign(data, data + size);
+    packet.arrivalNs = nowNs;
+    queue.count.store(count + 1, std::memory_order_release);
+}
+
+template <std::size_t room>
+bool TalkInbox::take(Queue<room>& queue, Packet& out)
+{
+    if (queue.count.load(std::memory_order_acquire) == 0)
+    {
+        return false;
+    }
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::size_t count = queue.count.load(std::memory_order_relaxed);
+    if (count == 0)
+    {
+        return false;
+    }
+    Packet& packet = queue.packets[queue.first];
+    packet.bytes.swap(out.bytes);
+    out.arrivalNs = packet.arrivalNs;
+    queue.first = (queue.first + 1) % room;
+    queue.count.store(count - 1, std::memory_order_relaxed);
+    return true;
+}
+
+void TalkInbox::open()
+{
+    overrun_.store(0, std::memory_order_relaxed);
+    setOpen(true);
+}
+
+void TalkInbox::close()
+{
+    setOpen(false);
+}
+
+void TalkInbox::setOpen(bool open)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    open_ = open;
+    rtp_.count.store(0, std::memory_order_relaxed);
+    rtcp_.count.store(0, std::memory_order_relaxed);
+}
+
+std::uint64_t TalkInbox::overrun() const
+{
+    return overrun_.load(std::memory_order_relaxed);
+}
+
+}  // namespace refhost

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <vector>
+
+#include "refhost/talkback/outputs/PcmFormat.h"
+
+namespace refhost
+{
+
+/// Adds several talkers' sound up to one. The sum leaves by the clock, not when sound comes: talkers' packets
+/// do not come at the same instants.
+///
+/// Threads: one at a time.
+class TalkMixer
+{
+public:
+    using Talker = const void*;
+
+    explicit TalkMixer(const PcmFormat& format);
+
+    /// Appends to a talker's sound. Where more than 90 ms wait already, all but the last 60 ms of them go, so
+    /// that a burst of packets delays nobody for good; of a long piece the last fifth of a second is kept.
+    void add(Talker talker, const std::vector<std::int16_t>& samples);
+    void remove(Talker talker);
+
+    /// Takes the sum of what is due since the call before. A talker comes in with 60 ms ahead, so that uneven
+    /// packets leave no holes.
+    /// \param nowNs      monotonic clock
+    /// \param[out] sum   empty when nobody talks
+    void take(std::int64_t nowNs, std::vector<std::int16_t>& sum);
+
+private:
+    struct Line
+    {
+        std::deque<std::int16_t> samples;
+        bool started = false;
+
+        void keepLast(std::size_t most);
+    };
+
+    std::size_t samplesOf(std::int64_t ms) const;
+
+    const PcmFormat format_;
+    std::map<Talker, Line> lines_;
+    bool running_ = false;
+    std::int64_t dueNs_ = 0;  // until when sound was taken
+};
+
+}  // namespace refhost

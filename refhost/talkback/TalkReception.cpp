@@ -1,0 +1,238 @@
+#include "refhost/talkback/TalkReception.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "refhost/rtp/RtpReader.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::int64_t nsPerMs = 1'000'000;
+/// Longer holes are left silent: made-up sound helps for a few packets only.
+constexpr std::uint32_t concealedPartsOfSecond = 5;
+/// Twice what an output takes at once.
+constexpr double mostSecondsAtOnce = 0.4;
+
+}  // namespace
+
+TalkReception::TalkReception(const SubMediaInfo& track, const TalkSettings& settings,
+                             std::unique_ptr<TalkDepayloader> depayloader, MakeDecoder makeDecoder)
+    : payloadType_(track.payloadType),
+      clockRate_(track.clockRate),
+      silenceNs_(settings.silenceMs * nsPerMs),
+      staleNs_(settings.staleMs * nsPerMs),
+      depayloader_(std::move(depayloader)),
+      makeDecoder_(std::move(makeDecoder)),
+      window_(settings.reorderMs * nsPerMs),
+      counted_(track.clockRate)
+{
+}
+
+void TalkReception::reset()
+{
+    latched_ = false;
+    senderReport_ = SenderReport();
+    statistics_ = TalkStatistics();
+    window_.reset();
+    continues_ = false;
+}
+
+void TalkReception::release()
+{
+    decoder_.reset();
+    continues_ = false;
+}
+
+void TalkReception::latch(std::uint32_t ssrc)
+{
+    latched_ = true;
+    ssrc_ = ssrc;
+    counted_ = ReceptionStatistics(clockRate_);
+    if (senderReport_.arrivalNs != 0 && senderReport_.ssrc == ssrc)
+    {
+        counted_.noteSenderReport(senderReport_.compactNtp, senderReport_.arrivalNs);
+    }
+}
+
+bool TalkReception::add(const TalkInbox::Packet& packet)
+{
+    RtpPacketView view;
+    if (!RtpReader::read(packet.bytes.data(), packet.bytes.size(), view))
+    {
+        ++statistics_.malformed;
+        return false;
+    }
+    if (view.payloadType != payloadType_)
+    {
+        ++statistics_.wrongType;
+        return false;
+    }
+    if (!latched_ || (view.ssrc != ssrc_ && packet.arrivalNs - lastNs_ >= silenceNs_))
+    {
+        latch(view.ssrc);
+    }
+    if (view.ssrc != ssrc_)
+    {
+        ++statistics_.foreign;
+        return false;
+    }
+    const auto arrival = counted_.count(view.sequence, view.timestamp, packet.arrivalNs);
+    if (arrival.verdict == ReceptionStatistics::Verdict::strayed)
+    {
+        ++statistics_.strayed;
+        return false;
+    }
+    if (arrival.verdict == ReceptionStatistics::Verdict::begun)
+    {
+        window_.reset();
+        continues_ = false;
+    }
+    lastNs_ = packet.arrivalNs;
+    ++statistics_.packets;
+    ReorderWindow::Packet kept;
+    kept.sequence = arrival.sequence;
+    kept.timestamp = view.timestamp;
+    kept.marker = view.marker;
+    kept.arrivalNs = packet.arrivalNs;
+    kept.payload.assign(view.payload, view.payload + view.payloadSize);
+    const auto added = window_.add(std::move(kept));
+    statistics_.late += added == ReorderWindow::Added::late ? 1 : 0;
+    statistics_.duplicates += added == ReorderWindow::Added::duplicate ? 1 : 0;
+    return true;
+}
+
+bool TalkReception::take(std::int64_t nowNs, bool heard, std::vector<std::int16_t>& samples)
+{
+    ReorderWindow::Packet packet;
+    std::uint32_t lost = 0;
+    made_ = 0;
+    ReorderWindow::Next next = window_.take(nowNs, packet, lost);
+    while (next == ReorderWindow::Next::packet)
+    {
+        statistics_.lost += lost;
+        const bool stale = nowNs - packet.arrivalNs > staleNs_;
+        statistics_.stale += stale ? 1 : 0;
+        const bool wanted = heard && !stale;
+        if (wanted && !isEnough())
+        {
+            play(packet, lost, samples);
+        }
+        else
+        {
+            statistics_.overrun += wanted ? 1 : 0;
+            continues_ = false;
+        }
+        next = window_.take(nowNs, packet, lost);
+    }
+    return next == ReorderWindow::Next::waiting;
+}
+
+void TalkReception::play(const ReorderWindow::Packet& packet, std::uint32_t lost,
+                         std::vector<std::int16_t>& samples)
+{
+    if (decoder_ == nullptr)
+    {
+        decoder_ = makeDecoder_();
+    }
+    if (decoder_ == nullptr)
+    {
+        ++statistics_.malformed;
+        return;
+    }
+    if (!continues_ || lost != 0)
+    {
+        depayloader_->reset();
+    }
+    if (!continues_)
+    {
+        decoder_->reset();
+    }
+    else if (lost != 0 || hole_)
+    {
+        conceal(packet.timestamp, samples);
+    }
+    continues_ = true;
+    hole_ = false;
+    nextTimestamp_ = packet.timestamp;
+    if (!depayloader_->read(packet.payload.data(), packet.payload.size(), packet.timestamp, packet.marker,
+                            frames_))
+    {
+        ++statistics_.malformed;
+        hole_ = true;
+        return;
+    }
+    for (const TalkDepayloader::Frame& frame : frames_)
+    {
+        if (isEnough())
+        {
+            ++statistics_.overrun;
+            continues_ = false;
+            return;
+        }
+        made_ += frame.ticks;
+        if (!decoder_->decode(frame.data, frame.size, samples))
+        {
+            ++statistics_.malformed;
+            makeUp(frame.ticks, samples);
+        }
+        nextTimestamp_ += frame.ticks;
+    }
+}
+
+/// By how long it sounds, not by what the decoder makes of it: a unit that gives nothing takes time too.
+bool TalkReception::isEnough() const
+{
+    return made_ >= mostSecondsAtOnce * clockRate_;
+}
+
+/// Not every jump of timestamps is a loss: who is silent may send nothing, without a gap in the sequence.
+void TalkReception::conceal(std::uint32_t timestamp, std::vector<std::int16_t>& samples)
+{
+    const auto missing = static_cast<std::int32_t>(timestamp - nextTimestamp_);
+    if (missing > 0)
+    {
+        made_ += makeUp(static_cast<std::uint32_t>(missing), samples);
+    }
+}
+
+/// \returns how much was made up, in ticks
+std::uint32_t TalkReception::makeUp(std::uint32_t ticks, std::vector<std::int16_t>& samples)
+{
+    const std::uint32_t most = static_cast<std::uint32_t>(clockRate_) / concealedPartsOfSecond;
+    decoder_->conceal(std::min(ticks, most), samples);
+    return std::min(ticks, most);
+}
+
+void TalkReception::noteSenderReport(std::uint32_t ssrc, std::uint32_t compactNtp, std::int64_t arrivalNs)
+{
+    senderReport_ = {ssrc, compactNtp, arrivalNs};
+    if (latched_ && ssrc == ssrc_)
+    {
+        counted_.noteSenderReport(compactNtp, arrivalNs);
+    }
+}
+
+bool TalkReception::hasSource() const
+{
+    return latched_;
+}
+
+std::uint32_t TalkReception::source() const
+{
+    return ssrc_;
+}
+
+ReceptionReport TalkReception::report(std::int64_t nowNs)
+{
+    return counted_.report(nowNs);
+}
+
+TalkStatistics& TalkReception::statistics()
+{
+    return statistics_;
+}
+
+}  // namespace refhost

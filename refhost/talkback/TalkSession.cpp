@@ -1,0 +1,288 @@
+#include "refhost/talkback/TalkSession.h"
+
+#include <utility>
+
+#include "refhost/base/HostStatus.h"
+#include "refhost/base/Log.h"
+#include "refhost/base/RandomBytes.h"
+#include "refhost/rtp/RtcpReader.h"
+#include "support/StatusCode.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::int64_t nsPerMs = 1'000'000;
+/// As many packets as the inbox holds: what comes in the meantime waits for the next turn, so that no client
+/// keeps the worker from the others.
+constexpr int mostAtOnce = 64;
+
+}  // namespace
+
+TalkSession::TalkSession(const SafePointer<IMediaPlayer>& player, SharedOutput& output,
+                         const HostClock& clock, MakeDecoder makeDecoder)
+    : output_(output),
+      clock_(clock),
+      makeDecoder_(std::move(makeDecoder)),
+      settings_(output.settings()),
+      inbox_(std::make_shared<TalkInbox>(clock)),
+      cname_(RtcpWriter::randomName())
+{
+    fillRandom(&ssrc_, sizeof(ssrc_));
+    // An empty handle cannot be copied.
+    if (!player.isEmpty())
+    {
+        player_.emplace(player);
+    }
+}
+
+TalkSession::~TalkSession()
+{
+    end();
+}
+
+int TalkSession::init(const SubMediaInfo& track)
+{
+    if (!player_ || track.clockRate <= 0)
+    {
+        return hostTalkBackUnavailable;
+    }
+    auto depayloader = TalkDepayloader::make(track);
+    if (depayloader == nullptr || !TalkDecoder::supports(track))
+    {
+        Log::warning("talk-back: no decoder for {}", track.encodingName);
+        return hostTalkBackUnavailable;
+    }
+    if (!output_.admit(this))
+    {
+        return hostTalkBackBusy;
+    }
+    reception_ =
+        std::make_unique<TalkReception>(track, settings_, std::move(depayloader),
+                                        [this, track] { return makeDecoder_(track, settings_.format); });
+    return statusSuccess;
+}
+
+int TalkSession::connect(const SafePointer<IConnection>& connection)
+{
+    auto* const transport =
+        connection.isEmpty() ? nullptr : dynamic_cast<RtpTransport*>(connection.operator->());
+    if (transport == nullptr)
+    {
+        return hostConnectionUnusable;
+    }
+    if (transport_ != nullptr)
+    {
+        transport_->setListener({});
+    }
+    connection_.emplace(connection);
+    transport_ = transport;
+    name_ = transport->peerName();
+    transport_->setListener(inbox_);
+    transport_->takeRtp();
+    return statusSuccess;
+}
+
+bool TalkSession::usable() const
+{
+    return transport_ != nullptr && transport_->state() != SendStatus::closed;
+}
+
+int TalkSession::play()
+{
+    if (reception_ == nullptr)
+    {
+        return hostTalkBackUnavailable;
+    }
+    if (!usable())
+    {
+        return hostConnectionUnusable;
+    }
+    if (playing_)
+    {
+        return statusSuccess;
+    }
+    playing_ = true;
+    heard_ = false;
+    reception_->reset();
+    nextReportNs_ = clock_.monotonicNs() + settings_.firstReportMs * nsPerMs;
+    inbox_->open();
+    return statusSuccess;
+}
+
+int TalkSession::pause()
+{
+    if (playing_)
+    {
+        playing_ = false;
+        inbox_->close();
+        output_.pause(this);
+        reception_->release();
+    }
+    return statusSuccess;
+}
+
+int TalkSession::stop()
+{
+    end();
+    return statusSuccess;
+}
+
+void TalkSession::end()
+{
+    pause();
+    if (reception_ != nullptr)
+    {
+        output_.leave(this);
+    }
+    if (transport_ != nullptr)
+    {
+        takeLeave();
+        transport_->setListener({});
+        transport_ = nullptr;
+        connection_.reset();
+    }
+    reception_.reset();
+}
+
+void TalkSession::takeLeave()
+{
+    const TalkStatistics counted = statistics();
+    Log::info("talk-back: {} ended; {} packets, {} lost, {} late, {} dropped", name_, counted.packets,
+              counted.lost, counted.late,
+              counted.malformed + counted.wrongType + counted.foreign + counted.strayed + counted.stale +
+                  counted.overrun + counted.badRtcp);
+    if (reported_ && !left_ && usable())
+    {
+        sendReport(clock_.monotonicNs(), true);
+    }
+}
+
+bool TalkSession::isPlaying() const
+{
+    return playing_;
+}
+
+int TalkSession::ssrc() const
+{
+    return static_cast<int>(ssrc_);
+}
+
+int TalkSession::receive(bool& playerFault)
+{
+    if (!playing_)
+    {
+        return audioDispatcherIdle;
+    }
+    if (!usable())
+    {
+        return hostConnectionUnusable;
+    }
+    const std::int64_t nowNs = clock_.monotonicNs();
+    bool sound = false;
+    for (int i = 0; i < mostAtOnce && inbox_->takeRtp(packet_); ++i)
+    {
+        sound = reception_->add(packet_) || sound;
+    }
+    if (sound)
+    {
+        heard_ = output_.claim(this, name_, nowNs);
+    }
+    samples_.clear();
+    const bool waits = reception_->take(nowNs, heard_, samples_);
+    IMediaPlayer& player = *(*player_).operator->();
+    int result = samples_.empty() ? 0 : output_.play(this, samples_, player);
+    if (result == statusSuccess)
+    {
+        result = output_.pump(player, nowNs);
+    }
+    if (result != statusSuccess)
+    {
+        playerFault = true;
+        return statusPlayerUnusable;
+    }
+    if (!samples_.empty())
+    {
+        return statusSuccess;
+    }
+    return waits ? audioDispatcherAgain : audioDispatcherIdle;
+}
+
+int TalkSession::report()
+{
+    if (!playing_)
+    {
+        return audioDispatcherIdle;
+    }
+    const bool came = takeReports();
+    if (left_)
+    {
+        Log::info("talk-back: {} said goodbye", name_);
+        return hostTalkerLeft;
+    }
+    const std::int64_t nowNs = clock_.monotonicNs();
+    if (nowNs < nextReportNs_)
+    {
+        return came ? 0 : audioDispatcherIdle;
+    }
+    sendReport(nowNs, false);
+    nextReportNs_ = nowNs + settings_.reportIntervalMs * nsPerMs;
+    return statusSuccess;
+}
+
+/// \returns true when RTCP came
+bool TalkSession::takeReports()
+{
+    bool came = false;
+    for (int i = 0; i < mostAtOnce && inbox_->takeRtcp(packet_); ++i)
+    {
+        came = true;
+        if (!takeReport(packet_))
+        {
+            ++reception_->statistics().badRtcp;
+        }
+    }
+    return came;
+}
+
+bool TalkSession::takeReport(const TalkInbox::Packet& packet)
+{
+    RtcpFindings findings;
+    if (!RtcpReader::read(packet.bytes.data(), packet.bytes.size(), ssrc_, findings))
+    {
+        return false;
+    }
+    if (findings.sent)
+    {
+        reception_->noteSenderReport(findings.reporter, findings.sentNtp, packet.arrivalNs);
+    }
+    // A goodbye of some other source at the client's address is not the talker's.
+    const bool talkers = !reception_->hasSource() || findings.reporter == reception_->source();
+    left_ = left_ || (findings.goodbye && talkers);
+    return true;
+}
+
+void TalkSession::sendReport(std::int64_t nowNs, bool goodbye)
+{
+    RtcpWriter::ReceiverReport report;
+    report.ssrc = ssrc_;
+    report.hasBlock = reception_->hasSource();
+    if (report.hasBlock)
+    {
+        report.source = reception_->source();
+        report.reception = reception_->report(nowNs);
+    }
+    const RtcpWriter packet = RtcpWriter::ofReceiver(report, cname_, goodbye);
+    transport_->sendRtcp(packet.data(), packet.size());
+    reported_ = true;
+}
+
+TalkStatistics TalkSession::statistics()
+{
+    TalkStatistics counted = reception_ == nullptr ? TalkStatistics() : reception_->statistics();
+    counted.overrun += inbox_->overrun();
+    return counted;
+}
+
+}  // namespace refhost

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "hostapi/audio/IMediaPlayer.h"
+#include "hostapi/description/SubMediaInfo.h"
+#include "hostapi/device/IConnection.h"
+#include "refhost/base/HostClock.h"
+#include "refhost/rtp/RtcpWriter.h"
+#include "refhost/rtp/RtpTransport.h"
+#include "refhost/talkback/SharedOutput.h"
+#include "refhost/talkback/TalkInbox.h"
+#include "refhost/talkback/TalkReception.h"
+#include "support/SafePointer.h"
+
+namespace refhost
+{
+
+/// One talk-back session: what stands behind an AudioDispatcher, whose operations mean the same here.
+///
+/// Threads: one at a time, as the talk-back manager sees to; packets may come on any thread meanwhile. No
+/// operation waits.
+class TalkSession
+{
+public:
+    using MakeDecoder =
+        std::function<std::unique_ptr<TalkDecoder>(const SubMediaInfo& track, const PcmFormat& format)>;
+
+    /// \param player       where sound goes; may be an empty handle
+    /// \param output, clock  outlive the session
+    TalkSession(const SafePointer<IMediaPlayer>& player, SharedOutput& output, const HostClock& clock,
+                MakeDecoder makeDecoder);
+    ~TalkSession();
+    TalkSession(const TalkSession&) = delete;
+    TalkSession& operator=(const TalkSession&) = delete;
+
+    /// \returns 0; hostTalkBackUnavailable without a player or for a codec that cannot be decoded;
+    ///          hostTalkBackBusy when another session has the output for itself, or there are as many
+    ///          sessions as the settings allow
+    int init(const SubMediaInfo& track);
+    /// \returns 0, or hostConnectionUnusable for a connection that this host did not make
+    int connect(const SafePointer<IConnection>& connection);
+
+    /// Begins a reception; nothing that came before is played.
+    /// \returns 0, also for a session that plays; hostTalkBackUnavailable before init(),
+    ///          hostConnectionUnusable before connect() or when the connection is closed
+    int play();
+    /// \returns 0
+    int pause();
+    /// Says goodbye to the client and ends for good. \returns 0
+    int stop();
+    bool isPlaying() const;
+    int ssrc() const;
+
+    /// \returns 0 when sound was played; audioDispatcherIdle when there was none; audioDispatcherAgain when
+    ///          sound waits for a missing packet; statusPlayerUnusable with `playerFault` set when the output
+    ///          failed; hostConnectionUnusable, for good, when the connection is closed
+    int receive(bool& playerFault);
+    /// \returns 0 when RTCP came or went; audioDispatcherIdle when there was none; hostTalkerLeft, for good,
+    ///          when the client said goodbye
+    int report();
+
+    TalkStatistics statistics();
+
+private:
+    bool usable() const;
+    bool takeReports();
+    bool takeReport(const TalkInbox::Packet& packet);
+    void sendReport(std::int64_t nowNs, bool goodbye);
+    void end();
+    void takeLeave();
+
+    SharedOutput& output_;
+    const HostClock& clock_;
+    const MakeDecoder makeDecoder_;
+    const TalkSettings settings_;
+    const std::shared_ptr<TalkInbox> inbox_;
+    std::optional<SafePointer<IMediaPlayer>> player_;
+    std::optional<SafePointer<IConnection>> connection_;
+    RtpTransport* transport_ = nullptr;  // what connection_ holds
+    std::string name_;
+    std::unique_ptr<TalkReception> reception_;
+    std::uint32_t ssrc_ = 0;
+    RtcpWriter::Name cname_{};
+    bool playing_ = false;
+    bool heard_ = false;
+    bool reported_ = false;
+    bool left_ = false;  // the client said goodbye
+    std::int64_t nextReportNs_ = 0;
+    TalkInbox::Packet packet_;
+    std::vector<std::int16_t> samples_;
+};
+
+}  // namespace refhost

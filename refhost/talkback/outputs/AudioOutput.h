@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "refhost/talkback/outputs/PcmFormat.h"
+
+namespace refhost
+{
+
+/// Where sound goes: a sound card, a sound server, a file, nowhere. It plays at its own pace what it was
+/// given, and is silent when it has nothing.
+///
+/// Threads: one at a time. Only open() may wait, and for half a second at most.
+class AudioOutput
+{
+public:
+    virtual ~AudioOutput() = default;
+
+    /// How a log names it: "ALSA device default".
+    virtual std::string name() const = 0;
+
+    /// Opens it; it is closed now.
+    /// \param[out] problem  why it did not open
+    /// \returns true when it is open
+    virtual bool open(const PcmFormat& format, std::string& problem) = 0;
+
+    /// How much of what was written is not heard yet.
+    /// \returns frames, 0 when it ran dry or nothing was written yet; nothing when the output failed
+    virtual std::optional<std::size_t> queued() = 0;
+
+    /// Plays behind what is queued, or at once when it ran dry.
+    /// \param samples  interleaved, `frames` for each channel
+    /// \returns false when the output failed
+    virtual bool write(const std::int16_t* samples, std::size_t frames) = 0;
+
+    /// Closes it; nothing happens to a closed one. What is queued may be cut off.
+    virtual void close() = 0;
+
+    /// \param kind    "alsa", "pulse", "wav" or "null"
+    /// \param device  the ALSA device's or the sink's name, empty for the default one; or the WAV file's path
+    /// \returns null for another kind
+    static std::unique_ptr<AudioOutput> make(const std::string& kind, const std::string& device);
+};
+
+}  // namespace refhost

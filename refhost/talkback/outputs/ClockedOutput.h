@@ -1,0 +1,36 @@
+#pragma once
+
+#include "refhost/base/HostClock.h"
+#include "refhost/talkback/outputs/AudioOutput.h"
+
+namespace refhost
+{
+
+/// Nobody hears it: sound passes at the pace of the clock and is gone.
+class ClockedOutput : public AudioOutput
+{
+public:
+    /// \param clock  outlives the output
+    explicit ClockedOutput(const HostClock& clock);
+
+    std::string name() const override;
+    bool open(const PcmFormat& format, std::string& problem) override;
+    std::optional<std::size_t> queued() override;
+    bool write(const std::int16_t* samples, std::size_t frames) override;
+    void close() override;
+
+protected:
+    /// Frames from the opening until now.
+    std::uint64_t passed() const;
+    /// Makes room for frames behind what is queued.
+    /// \returns where they will sound, counted from the opening
+    std::uint64_t place(std::size_t frames);
+
+private:
+    const HostClock& clock_;
+    PcmFormat format_;
+    std::int64_t openedNs_ = 0;
+    std::uint64_t written_ = 0;  // frames from the opening to the end of what was written
+};
+
+}  // namespace refhost

@@ -1,0 +1,135 @@
+#include "refhost/talkback/outputs/OutputPlayer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "refhost/base/Log.h"
+#include "support/StatusCode.h"
+
+namespace refhost
+{
+
+OutputPlayer::OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format, int aheadMs)
+    : output_(std::move(output)), format_(format), aheadMs_(aheadMs)
+{
+}
+
+OutputPlayer::~OutputPlayer() noexcept(false)
+{
+    OutputPlayer::close();
+}
+
+void OutputPlayer::setDeviceInfo(const DeviceInfoEx& info)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    deviceId_ = info.getDeviceID();
+}
+
+void OutputPlayer::setEncoderType(int type)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    encoderType_ = type;
+}
+
+void OutputPlayer::tell(const std::string& problem)
+{
+    // It is tried again and again while somebody talks; one line is enough.
+    if (problem != told_)
+    {
+        Log::warning("talk-back: {}", Log::safe(problem));
+        told_ = problem;
+    }
+}
+
+int OutputPlayer::open()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    output_->close();
+    open_ = false;
+    if (rests_)
+    {
+        rests_ = false;
+        return statusPlayerUnusable;
+    }
+    std::string problem;
+    if (!output_->open(format_, problem))
+    {
+        tell(output_->name() + " cannot be opened: " + problem);
+        return statusPlayerUnusable;
+    }
+    open_ = true;
+    played_ = 0;
+    pacer_ = std::make_unique<PlayoutPacer>(format_, aheadMs_);
+    if (!comesAndGoes_)
+    {
+        told_.clear();
+        Log::info("talk-back: {} of {} is open, {} Hz, {} channels, encoder type {}",
+                  Log::safe(output_->name()), Log::safe(deviceId_), format_.sampleRate, format_.channels,
+                  encoderType_);
+    }
+    return statusSuccess;
+}
+
+int OutputPlayer::play(const std::uint8_t* samples, std::size_t bytes)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (!open_)
+    {
+        return statusPlayerUnusable;
+    }
+    const auto channels = static_cast<std::size_t>(format_.channels);
+    piece_.resize(bytes / (sizeof(std::int16_t) * channels) * channels);
+    if (!piece_.empty())
+    {
+        std::memcpy(piece_.data(), samples, piece_.size() * sizeof(std::int16_t));
+    }
+    const std::optional<std::size_t> queued = output_->queued();
+    bool works = queued.has_value();
+    if (works)
+    {
+        pacer_->pace(*queued, piece_);
+        works = piece_.empty() || output_->write(piece_.data(), piece_.size() / channels);
+    }
+    if (!works)
+    {
+        noteFailure();
+        return statusPlayerUnusable;
+    }
+    notePlayed(piece_.size() / channels);
+    return statusSuccess;
+}
+
+void OutputPlayer::noteFailure()
+{
+    tell(output_->name() + " failed");
+    comesAndGoes_ = played_ < static_cast<std::size_t>(format_.sampleRate);
+    rests_ = comesAndGoes_;
+}
+
+void OutputPlayer::notePlayed(std::size_t frames)
+{
+    // No further than it is asked: it would begin again from zero within a day where the type is small.
+    const auto second = static_cast<std::size_t>(format_.sampleRate);
+    played_ = std::min(played_ + frames, second);
+    if (comesAndGoes_ && played_ == second)
+    {
+        comesAndGoes_ = false;
+        told_.clear();
+        Log::info("talk-back: {} plays again", Log::safe(output_->name()));
+    }
+}
+
+void OutputPlayer::close()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    output_->close();
+    if (open_ && !comesAndGoes_)
+    {
+        Log::info("talk-back: {} is closed", Log::safe(output_->name()));
+    }
+    open_ = false;
+}
+
+}  // namespace refhost

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "hostapi/audio/IMediaPlayer.h"
+#include "refhost/talkback/outputs/AudioOutput.h"
+#include "refhost/talkback/outputs/PcmFormat.h"
+#include "refhost/talkback/outputs/PlayoutPacer.h"
+
+namespace refhost
+{
+
+/// The device's audio output as the talk-back manager and its dispatchers see it.
+///
+/// Threads: any; one lock of its own, for each whole operation.
+class OutputPlayer : public IMediaPlayer
+{
+public:
+    /// \param aheadMs  \see PlayoutPacer
+    OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format, int aheadMs);
+    ~OutputPlayer() noexcept(false) override;
+
+    void setDeviceInfo(const DeviceInfoEx& info) override;
+    /// Only noted, in the log: the output is given decoded sound whatever clients send.
+    void setEncoderType(int type) override;
+    /// An output that failed within its first second of sound is let rest: it does not open at the first try
+    /// after that, so that the worker waits a while.
+    /// \returns 0, or statusPlayerUnusable; the log says why, once until another thing goes wrong
+    int open() override;
+    /// \param samples  of the format that the player was made with
+    /// \returns 0, also where sound came too fast and was dropped; statusPlayerUnusable when the output
+    /// failed
+    ///          or is closed
+    int play(const std::uint8_t* samples, std::size_t bytes) override;
+    void close() override;
+
+private:
+    void tell(const std::string& problem);
+    void noteFailure();
+    void notePlayed(std::size_t frames);
+
+    std::mutex mutex_;
+    const std::unique_ptr<AudioOutput> output_;
+    const PcmFormat format_;
+    const int aheadMs_;
+    std::string deviceId_;
+    int encoderType_ = 0;
+    bool open_ = false;
+    std::string told_;           // what went wrong last
+    std::size_t played_ = 0;     // frames since the opening
+    bool comesAndGoes_ = false;  // it failed soon after the last openings
+    bool rests_ = false;
+    std::unique_ptr<PlayoutPacer> pacer_;
+    std::vector<std::int16_t> piece_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "refhost/talkback/outputs/ClockedOutput.h"
+#include "refhost/talkback/outputs/WavFile.h"
+#include "refhost/threads/TaskQueue.h"
+
+namespace refhost
+{
+
+/// Writes what a loudspeaker would play to a WAV file: sample by sample at its time since the opening, with
+/// silence where nothing plays while it is open. A file that is there is continued.
+///
+/// A thread of its own writes, because nobody may wait for a disk here.
+class WavOutput : public ClockedOutput
+{
+public:
+    /// \param clock  outlives the output
+    WavOutput(std::string path, const HostClock& clock);
+    ~WavOutput() override;
+
+    std::string name() const override;
+    bool open(const PcmFormat& format, std::string& problem) override;
+    std::optional<std::size_t> queued() override;
+    /// Fails also when the disk is seconds behind.
+    bool write(const std::int16_t* samples, std::size_t frames) override;
+    /// What was written gets into the file soon; the destructor and open() wait for it.
+    void close() override;
+
+private:
+    void finish();
+
+    const std::string path_;
+    PcmFormat format_;
+    bool open_ = false;
+    std::uint64_t begin_ = 0;              // frames in the file at the opening
+    WavFile file_;                         // the writer's while it has tasks
+    std::atomic<bool> failed_{false};      // the writer could not write
+    std::atomic<std::size_t> waiting_{0};  // frames that the writer has not written yet
+    std::unique_ptr<TaskQueue> writer_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,94 @@
+#include "refhost/capture/CameraLogin.h"
+
+#include <gmock/gmock.h>
+
+#include "refhost/rtsp/auth/DigestAuth.h"
+
+namespace refhost
+{
+namespace
+{
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+CameraMessage demand(std::initializer_list<std::string> demands)
+{
+    CameraMessage message;
+    message.status = 401;
+    for (const std::string& text : demands)
+    {
+        message.headers.emplace_back("www-authenticate", text);
+    }
+    return message;
+}
+
+/// Judges a Digest answer as a server does.
+bool isRight(const std::string& authorization)
+{
+    DigestAuth::Answer answer;
+    if (authorization.rfind("Digest ", 0) != 0 ||
+        !DigestAuth::parse(std::string_view(authorization).substr(7), answer))
+    {
+        return false;
+    }
+    return answer.response ==
+           DigestAuth::expected(answer, DigestAuth::secret(answer.algorithm, "guard", answer.realm, "a b"),
+                                "DESCRIBE");
+}
+
+TEST(CameraLogin, NothingIsSaidUnasked)
+{
+    EXPECT_EQ(CameraLogin("guard", "a b").authorization("DESCRIBE", "rtsp://h/x"), "");
+}
+
+TEST(CameraLogin, BasicIsAnswered)
+{
+    CameraLogin login("Aladdin", "open sesame");
+    EXPECT_TRUE(login.challenge(demand({"Basic realm=\"x\""})));
+    EXPECT_EQ(login.authorization("DESCRIBE", "rtsp://h/x"), "Basic QWxhZGRpbjpvcGVuIHNlc2FtZQ==");
+}
+
+TEST(CameraLogin, DigestIsAnsweredWithAndWithoutQop)
+{
+    for (const char* text :
+         {R"(Digest realm="r, s", nonce="n")", R"(Digest realm="r", nonce="n", qop="auth")",
+          R"(Digest realm="r",nonce="n",qop="auth-int,auth",algorithm=MD5)",
+          R"(Digest realm="r", nonce=n, algorithm=SHA-256)",
+          R"(Digest realm="r", nonce="n", algorithm=SHA-256, qop="auth,auth-int")"})
+    {
+        CameraLogin login("guard", "a b");
+        EXPECT_TRUE(login.challenge(demand({text}))) << text;
+        EXPECT_TRUE(isRight(login.authorization("DESCRIBE", "rtsp://h/x"))) << text;
+        EXPECT_TRUE(isRight(login.authorization("DESCRIBE", "rtsp://h/x"))) << text;
+    }
+}
+
+TEST(CameraLogin, SafestDemandIsMet)
+{
+    CameraLogin login("guard", "a b");
+    EXPECT_TRUE(login.challenge(demand({R"(Digest realm="r", nonce="n")", "Basic realm=\"r\"",
+                                        R"(Digest realm="r", nonce="n", algorithm=SHA-256)"})));
+    EXPECT_THAT(login.authorization("DESCRIBE", "rtsp://h/x"), HasSubstr("SHA-256"));
+    EXPECT_TRUE(login.challenge(demand({"Basic realm=\"r\"", R"(Digest realm="r", nonce="n", opaque="o")"})));
+    EXPECT_THAT(login.authorization("DESCRIBE", "rtsp://h/x"), StartsWith("Digest "));
+    EXPECT_THAT(login.authorization("DESCRIBE", "rtsp://h/x"), HasSubstr("opaque=\"o\""));
+}
+
+TEST(CameraLogin, DemandsThatCannotBeMetAreTold)
+{
+    CameraLogin login("guard", "a b");
+    for (const char* text : {"", "Digest", "Digest realm=", "Digest nonce", R"(Digest nonce="n)",
+                             "Negotiate x", R"(Digest realm="r", nonce="n", algorithm=SHA-512)",
+                             R"(Digest realm="r", nonce="n", qop="auth-int")"})
+    {
+        if (std::string(text) != R"(Digest nonce="n)")
+        {
+            EXPECT_FALSE(login.challenge(demand({text}))) << text;
+        }
+    }
+    EXPECT_FALSE(CameraLogin("", "").challenge(demand({"Basic realm=\"r\""})));
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,363 @@
+#include "refhost/capture/CameraStream.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
+#include <thread>
+
+#include "refhost/base/HostClock.h"
+#include "tests/refhost/capture/StreamFixture.h"
+
+namespace refhost
+{
+namespace
+{
+
+using testing::HasSubstr;
+using testing::StartsWith;
+using Description = StreamSource::Description;
+
+constexpr std::size_t h264StapA = 24;
+
+class CameraStreamTest : public StreamFixture
+{
+protected:
+    static std::uint16_t sequenceOf(const AccessUnit& unit, std::size_t packet)
+    {
+        const std::uint8_t* header = &unit.bytes[unit.packets[packet].offset];
+        return static_cast<std::uint16_t>(header[2] << 8 | header[3]);
+    }
+
+    static bool hasMarker(const AccessUnit& unit, std::size_t packet)
+    {
+        return (unit.bytes[unit.packets[packet].offset + 1] & 0x80) != 0;
+    }
+
+    static std::size_t largestPayload(const std::vector<AccessUnitPtr>& units)
+    {
+        std::size_t largest = 0;
+        for (const AccessUnitPtr& unit : units)
+        {
+            for (const AccessUnit::Packet& packet : unit->packets)
+            {
+                largest = std::max<std::size_t>(largest, packet.size - AccessUnit::rtpHeaderSize);
+            }
+        }
+        return largest;
+    }
+};
+
+TEST_F(CameraStreamTest, DescriptionTellsVideoAndAudio)
+{
+    open();
+    EXPECT_EQ(source->describe(tracks), Description::starting);
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_EQ(tracks[0].trackId, "trackID=0");
+    EXPECT_EQ(tracks[0].mediaType, "video");
+    EXPECT_EQ(tracks[0].encodingName, "H264");
+    EXPECT_EQ(tracks[0].payloadType, 96);
+    EXPECT_EQ(tracks[0].clockRate, 90000);
+    EXPECT_EQ(tracks[0].width, 320);
+    EXPECT_EQ(tracks[0].height, 180);
+    EXPECT_EQ(tracks[0].frameRate, 25.0);
+    EXPECT_EQ(tracks[0].bitRate, 400);
+    EXPECT_THAT(tracks[0].formatParameters, StartsWith("packetization-mode=1;profile-level-id="));
+    EXPECT_THAT(tracks[0].formatParameters, HasSubstr(";sprop-parameter-sets=Z"));
+    EXPECT_EQ(tracks[1].trackId, "trackID=1");
+    EXPECT_EQ(tracks[1].mediaType, "audio");
+    EXPECT_EQ(tracks[1].encodingName, "PCMU");
+    EXPECT_EQ(tracks[1].payloadType, 0);
+    EXPECT_EQ(tracks[1].clockRate, 8000);
+    EXPECT_EQ(tracks[1].channels, 1);
+    EXPECT_EQ(tracks[1].formatParameters, "");
+}
+
+TEST_F(CameraStreamTest, VideoUnitsAreWholeAndInOrderAndBeginWithAKeyPicture)
+{
+    open();
+    const auto sink = watch("trackID=0");
+    ASSERT_TRUE(sink->waitForUnits(25));
+    const std::vector<AccessUnitPtr> units = sink->units();
+    std::size_t keys = 0;
+    std::uint16_t expected = sequenceOf(*units[0], 0);
+    for (std::size_t i = 0; i < units.size(); ++i)
+    {
+        const AccessUnit& unit = *units[i];
+        for (std::size_t packet = 0; packet < unit.packets.size(); ++packet)
+        {
+            EXPECT_EQ(sequenceOf(unit, packet), expected++);
+            EXPECT_EQ(hasMarker(unit, packet), packet + 1 == unit.packets.size());
+        }
+        if (i > 0)
+        {
+            EXPECT_EQ(unit.rtpTimestamp - units[i - 1]->rtpTimestamp, 90000U / 25);
+            EXPECT_NEAR(static_cast<double>(unit.captureTimeNs - units[i - 1]->captureTimeNs), 40e6, 1e3);
+        }
+        keys += unit.keyFrame ? 1 : 0;
+        EXPECT_EQ(unit.keyFrame, i % 10 == 0) << i;
+        if (unit.keyFrame)
+        {
+            EXPECT_EQ(unit.bytes[unit.packets[0].offset + AccessUnit::rtpHeaderSize] & 0x1f, h264StapA);
+        }
+    }
+    EXPECT_GE(keys, 2U);
+}
+
+TEST_F(CameraStreamTest, TwoPayloadSizesComeFromOneEncoder)
+{
+    open();
+    const auto large = attach("trackID=0");
+    const auto small = attach("trackID=0", 500);
+    source->acquire();
+    ASSERT_TRUE(large->waitForUnits(12));
+    ASSERT_TRUE(small->waitForUnits(12));
+    EXPECT_EQ(source->starts(), 1);
+    EXPECT_EQ(largestPayload(large->units()), 1364U);
+    EXPECT_EQ(largestPayload(small->units()), 500U);
+    // The same pictures: the same times, and as many bytes but for the headers of the fragments.
+    std::set<std::uint32_t> times;
+    for (const AccessUnitPtr& unit : large->units())
+    {
+        times.insert(unit->rtpTimestamp);
+    }
+    for (const AccessUnitPtr& unit : small->units())
+    {
+        EXPECT_TRUE(times.count(unit->rtpTimestamp) != 0 || unit->rtpTimestamp > *times.rbegin());
+    }
+}
+
+TEST_F(CameraStreamTest, SizeAddedLaterIsServedAndRemovedAgain)
+{
+    open();
+    const auto large = watch("trackID=0");
+    ASSERT_TRUE(large->waitForUnits(3));
+    for (int round = 0; round < 3; ++round)
+    {
+        const auto small = attach("trackID=0", 700);
+        ASSERT_TRUE(small->waitForUnits(2));
+        EXPECT_TRUE(small->units()[0]->keyFrame);
+        source->detach(small.get());
+        const std::size_t received = small->units().size();
+        ASSERT_TRUE(large->waitForUnits(large->units().size() + 3));
+        EXPECT_EQ(small->units().size(), received);
+    }
+    EXPECT_EQ(source->starts(), 1);
+    EXPECT_EQ(large->discontinuities(), 0);
+}
+
+TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
+{
+    open();
+    const auto video = attach("trackID=0");
+    const auto audio = attach("trackID=1");
+    source->acquire();
+    ASSERT_TRUE(video->waitForUnits(5));
+    ASSERT_TRUE(audio->waitForUnits(20));
+    const std::int64_t now = HostClock::system().monotonicNs();
+    const AccessUnit& picture = *video->units()[0];
+    const AccessUnit& sound = *audio->units()[0];
+    EXPECT_EQ(sound.packets.size(), 1U);
+    EXPECT_EQ(sound.payloadBytes, 160U);
+    EXPECT_TRUE(sound.keyFrame);
+    // Both live sources begin with the pipeline; a second is what a loaded machine may need to get there.
+    EXPECT_NEAR(static_cast<double>(picture.captureTimeNs - sound.captureTimeNs), 0, 1e9);
+    EXPECT_LT(picture.captureTimeNs, now);
+    EXPECT_GT(picture.captureTimeNs, now - std::int64_t{8'000'000'000});
+    // The media clocks run alike: the same distance from the start in RTP time and in capture time.
+    const double picturesOffset = picture.rtpTimestamp / 90000.0 -
+                                  static_cast<double>(picture.captureTimeNs % 100'000'000'000'000) / 1e9;
+    const double soundsOffset =
+        sound.rtpTimestamp / 8000.0 - static_cast<double>(sound.captureTimeNs % 100'000'000'000'000) / 1e9;
+    EXPECT_NEAR(picturesOffset, soundsOffset, 0.001);
+}
+
+TEST_F(CameraStreamTest, SourceStopsAfterTheLastViewer)
+{
+    open();
+    const auto sink = watch("trackID=0");
+    source->acquire();
+    ASSERT_TRUE(sink->waitForUnits(1));
+    source->release();
+    ASSERT_TRUE(sink->waitForUnits(10));
+    EXPECT_TRUE(source->isRunning());
+    EXPECT_EQ(sink->discontinuities(), 0);
+    source->release();
+    ASSERT_TRUE(sink->waitForDiscontinuities(1));
+    EXPECT_FALSE(source->isRunning());
+    EXPECT_EQ(source->describe(tracks), Description::ready);
+    EXPECT_FALSE(source->isRunning());
+}
+
+TEST_F(CameraStreamTest, SourceRunsOnWhenTheNextViewerComesSoon)
+{
+    options.linger = std::chrono::seconds(30);
+    open();
+    const auto sink = attach("trackID=0");
+    for (int viewer = 0; viewer < 4; ++viewer)
+    {
+        source->acquire();
+        ASSERT_TRUE(sink->waitForUnits(sink->units().size() + 2));
+        source->release();
+    }
+    EXPECT_EQ(source->starts(), 1);
+    EXPECT_EQ(sink->discontinuities(), 0);
+}
+
+TEST_F(CameraStreamTest, SourceStartsAnewForALaterViewer)
+{
+    open();
+    const auto sink = watch("trackID=0");
+    ASSERT_TRUE(sink->waitForUnits(3));
+    source->release();
+    ASSERT_TRUE(sink->waitForDiscontinuities(1));
+    const std::size_t before = sink->units().size();
+    source->acquire();
+    ASSERT_TRUE(sink->waitForUnits(before + 3));
+    EXPECT_TRUE(sink->units()[before]->keyFrame);
+    EXPECT_EQ(source->starts(), 2);
+}
+
+TEST_F(CameraStreamTest, ADescriptionThatNobodyFollowsStopsTheSource)
+{
+    open();
+    const auto sink = attach("trackID=0");
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_TRUE(sink->waitForDiscontinuities(1));
+    EXPECT_FALSE(source->isRunning());
+}
+
+TEST_F(CameraStreamTest, RequestedKeyPictureComesBeforeItsTurn)
+{
+    stream.gop = 250;
+    open();
+    const auto sink = watch("trackID=0");
+    ASSERT_TRUE(sink->waitForUnits(5));
+    source->requestKeyFrame();
+    ASSERT_TRUE(sink->waitForUnits(15));
+    const std::vector<AccessUnitPtr> units = sink->units();
+    EXPECT_EQ(
+        std::count_if(units.begin(), units.end(), [](const AccessUnitPtr& unit) { return unit->keyFrame; }),
+        2);
+}
+
+TEST_F(CameraStreamTest, KeyPicturesAreForcedAtMostTwiceASecond)
+{
+    stream.gop = 250;
+    open();
+    const auto sink = watch("trackID=0");
+    for (std::size_t unit = 1; unit <= 25; ++unit)
+    {
+        ASSERT_TRUE(sink->waitForUnits(unit));
+        source->requestKeyFrame();
+    }
+    const std::vector<AccessUnitPtr> units = sink->units();
+    const auto keys =
+        std::count_if(units.begin(), units.end(), [](const AccessUnitPtr& unit) { return unit->keyFrame; });
+    EXPECT_GE(keys, 2);
+    EXPECT_LE(keys, 4);
+}
+
+TEST_F(CameraStreamTest, ViewersThatComeAndGoAtRandomDoNoHarm)
+{
+    options.linger = std::chrono::milliseconds(1);
+    open();
+    const auto steady = attach("trackID=0");
+    std::vector<std::thread> viewers;
+    for (int viewer = 0; viewer < 4; ++viewer)
+    {
+        viewers.emplace_back(
+            [this, viewer]
+            {
+                for (int round = 0; round < 25; ++round)
+                {
+                    const auto sink =
+                        attach(viewer % 2 == 0 ? "trackID=0" : "trackID=1", 400 + 100 * (round % 3));
+                    source->acquire();
+                    std::vector<SubMediaInfo> known;
+                    source->describe(known);
+                    if (round % 5 == 0)
+                    {
+                        sink->waitForUnits(1);
+                    }
+                    source->requestKeyFrame();
+                    source->detach(sink.get());
+                    source->release();
+                }
+            });
+    }
+    for (std::thread& viewer : viewers)
+    {
+        viewer.join();
+    }
+    source->acquire();
+    const std::size_t before = steady->units().size();
+    EXPECT_TRUE(steady->waitForUnits(before + 3));
+}
+
+TEST_F(CameraStreamTest, StreamMayEndWhileItStarts)
+{
+    for (int round = 0; round < 20; ++round)
+    {
+        open();
+        source->acquire();
+        for (int turn = 0; turn < round * 200; ++turn)
+        {
+            std::this_thread::yield();
+        }
+        ChangeSignal::instance().unsubscribe(subscription);
+        source.reset();
+        streams.reset();
+    }
+}
+
+TEST_F(CameraStreamTest, StreamWithoutAudioHasOneTrack)
+{
+    stream.audioCodec = "none";
+    open();
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_EQ(tracks.size(), 1U);
+    EXPECT_EQ(tracks[0].trackId, "trackID=0");
+}
+
+TEST_F(CameraStreamTest, StreamWithoutVideoHasOneTrack)
+{
+    stream.videoCodec = "none";
+    stream.audioCodec = "pcma";
+    open();
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_EQ(tracks.size(), 1U);
+    EXPECT_EQ(tracks[0].encodingName, "PCMA");
+    EXPECT_EQ(tracks[0].payloadType, 8);
+}
+
+TEST_F(CameraStreamTest, H265AndAacAreEncoded)
+{
+    stream.videoCodec = "h265";
+    stream.audioCodec = "aac";
+    open();
+    const auto video = attach("trackID=0");
+    const auto audio = attach("trackID=1");
+    source->acquire();
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_EQ(tracks[0].encodingName, "H265");
+    EXPECT_THAT(tracks[0].formatParameters, HasSubstr("sprop-vps="));
+    EXPECT_THAT(tracks[0].formatParameters, HasSubstr(";sprop-sps="));
+    EXPECT_THAT(tracks[0].formatParameters, HasSubstr(";sprop-pps="));
+    EXPECT_EQ(tracks[1].encodingName, "MPEG4-GENERIC");
+    EXPECT_EQ(tracks[1].payloadType, 97);
+    EXPECT_EQ(tracks[1].clockRate, 16000);
+    EXPECT_EQ(tracks[1].channels, 1);
+    EXPECT_THAT(tracks[1].formatParameters, HasSubstr("mode=AAC-hbr;config="));
+    EXPECT_THAT(tracks[1].formatParameters, HasSubstr("sizelength=13;indexlength=3;indexdeltalength=3"));
+    ASSERT_TRUE(video->waitForUnits(12));
+    ASSERT_TRUE(audio->waitForUnits(5));
+    EXPECT_TRUE(video->units()[0]->keyFrame);
+    EXPECT_FALSE(video->units()[1]->keyFrame);
+    EXPECT_TRUE(video->units()[10]->keyFrame);
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,169 @@
+#include "refhost/capture/MediaTap.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+#include "refhost/media/MediaCoding.h"
+#include "tests/refhost/capture/StreamFixture.h"
+
+namespace refhost
+{
+namespace
+{
+
+class CollectingMedia : public EncodedUnitSink
+{
+public:
+    void onEncodedUnit(const EncodedUnitPtr& unit) override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        (isVideo(unit->format->coding) ? pictures_ : sounds_).push_back(unit);
+        changed_.notify_all();
+    }
+    void onDiscontinuity() override
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        ++discontinuities_;
+        changed_.notify_all();
+    }
+
+    bool waitFor(std::size_t pictures, std::size_t sounds)
+    {
+        return wait([&] { return pictures_.size() >= pictures && sounds_.size() >= sounds; });
+    }
+    bool waitForDiscontinuity()
+    {
+        return wait([&] { return discontinuities_ > 0; });
+    }
+    std::vector<EncodedUnitPtr> pictures() const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return pictures_;
+    }
+    std::vector<EncodedUnitPtr> sounds() const
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return sounds_;
+    }
+
+private:
+    template <typename Condition>
+    bool wait(Condition condition)
+    {
+        std::unique_lock<std::mutex> guard(mutex_);
+        return changed_.wait_for(guard, std::chrono::seconds(10), condition);
+    }
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<EncodedUnitPtr> pictures_;
+    std::vector<EncodedUnitPtr> sounds_;
+    int discontinuities_ = 0;
+};
+
+class MediaTapTest : public StreamFixture
+{
+protected:
+    std::shared_ptr<CollectingMedia> tap()
+    {
+        auto sink = std::make_shared<CollectingMedia>();
+        source->attachMedia(sink);
+        source->acquire();
+        return sink;
+    }
+};
+
+TEST_F(MediaTapTest, TapGivesWholePicturesWithWhatTheirDecoderNeeds)
+{
+    open();
+    const auto sink = tap();
+    ASSERT_TRUE(sink->waitFor(21, 1));
+    const std::vector<EncodedUnitPtr> pictures = sink->pictures();
+    const MediaFormat& format = *pictures[0]->format;
+    EXPECT_EQ(format.coding, MediaCoding::h264);
+    EXPECT_EQ(format.width, 320);
+    EXPECT_EQ(format.height, 180);
+    ASSERT_GT(format.codecData.size(), 6U);
+    EXPECT_EQ(format.codecData[0], 1);
+    for (std::size_t i = 0; i < 21; ++i)
+    {
+        EXPECT_EQ(pictures[i]->keyFrame, i % 10 == 0) << i;
+        EXPECT_EQ(pictures[i]->format, pictures[0]->format);
+        EXPECT_EQ(pictures[i]->durationNs, 40'000'000);
+        // Length-prefixed NAL units fill the picture to its end.
+        const std::vector<std::uint8_t>& bytes = pictures[i]->bytes;
+        std::size_t at = 0;
+        while (at + 4 <= bytes.size())
+        {
+            at += 4U + (std::size_t{bytes[at]} << 24 | std::size_t{bytes[at + 1]} << 16 |
+                        std::size_t{bytes[at + 2]} << 8 | bytes[at + 3]);
+        }
+        EXPECT_EQ(at, bytes.size());
+        if (i > 0)
+        {
+            EXPECT_NEAR(static_cast<double>(pictures[i]->captureTimeNs - pictures[i - 1]->captureTimeNs),
+                        40e6, 1e3);
+        }
+    }
+}
+
+TEST_F(MediaTapTest, UnitsHaveTheCaptureTimesOfThePackets)
+{
+    open();
+    const auto viewer = attach("trackID=0");
+    const auto sink = tap();
+    ASSERT_TRUE(viewer->waitForUnits(5));
+    ASSERT_TRUE(sink->waitFor(30, 1));
+    const std::vector<EncodedUnitPtr> pictures = sink->pictures();
+    const std::int64_t captured = viewer->units()[4]->captureTimeNs;
+    EXPECT_TRUE(std::any_of(pictures.begin(), pictures.end(),
+                            [&](const EncodedUnitPtr& picture)
+                            { return picture->captureTimeNs == captured; }));
+}
+
+TEST_F(MediaTapTest, SoundComesInTheSameTimeWithItsOwnFormat)
+{
+    stream.audioCodec = "aac";
+    open();
+    const auto sink = tap();
+    ASSERT_TRUE(sink->waitFor(10, 10));
+    const EncodedUnit& sound = *sink->sounds()[0];
+    EXPECT_EQ(sound.format->coding, MediaCoding::aac);
+    EXPECT_EQ(sound.format->sampleRate, 16000);
+    EXPECT_EQ(sound.format->channels, 1);
+    EXPECT_GE(sound.format->codecData.size(), 2U);
+    EXPECT_TRUE(sound.keyFrame);
+    EXPECT_NEAR(static_cast<double>(sound.captureTimeNs - sink->pictures()[0]->captureTimeNs), 0, 1e9);
+}
+
+TEST_F(MediaTapTest, TapLivesThroughAStopOfTheSource)
+{
+    open();
+    const auto sink = tap();
+    ASSERT_TRUE(sink->waitFor(3, 1));
+    source->release();
+    ASSERT_TRUE(sink->waitForDiscontinuity());
+    const std::size_t before = sink->pictures().size();
+    source->acquire();
+    ASSERT_TRUE(sink->waitFor(before + 3, 1));
+    const std::vector<EncodedUnitPtr> pictures = sink->pictures();
+    EXPECT_TRUE(pictures[before]->keyFrame);
+    EXPECT_GT(pictures[before]->captureTimeNs, pictures[before - 1]->captureTimeNs);
+}
+
+TEST_F(MediaTapTest, RemovedSinkIsNotCalledAnyMore)
+{
+    open();
+    const auto sink = tap();
+    const auto other = tap();
+    ASSERT_TRUE(sink->waitFor(1, 1));
+    source->detachMedia(sink.get());
+    const std::size_t before = sink->pictures().size();
+    ASSERT_TRUE(other->waitFor(other->pictures().size() + 5, 1));
+    EXPECT_EQ(sink->pictures().size(), before);
+    EXPECT_EQ(sink.use_count(), 1);
+}
+
+}  // namespace
+}  // namespace refhost

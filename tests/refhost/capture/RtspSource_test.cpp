@@ -1,0 +1,100 @@
+#include "refhost/capture/RtspSource.h"
+
+#include "tests/refhost/capture/ForeignCamera.h"
+#include "tests/refhost/capture/StreamFixture.h"
+
+namespace refhost
+{
+namespace
+{
+
+using Description = StreamSource::Description;
+
+class RtspSourceTest : public StreamFixture
+{
+protected:
+    RtspSourceTest()
+    {
+        gst_init(nullptr, nullptr);
+        stream.source.kind = SourceConfig::Kind::rtsp;
+    }
+};
+
+TEST_F(RtspSourceTest, AnotherCamerasMediaArePassedOn)
+{
+    const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP);
+    stream.source.location = camera.url();
+    open();
+    const auto video = watch("trackID=0");
+    const auto audio = watch("trackID=1");
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_EQ(tracks[0].encodingName, "H264");
+    EXPECT_EQ(tracks[0].payloadType, 96);
+    EXPECT_EQ(tracks[0].width, 160);
+    EXPECT_EQ(tracks[1].encodingName, "PCMU");
+    ASSERT_TRUE(video->waitForUnits(11));
+    ASSERT_TRUE(audio->waitForUnits(5));
+    const std::vector<AccessUnitPtr> units = video->units();
+    for (std::size_t i = 0; i < 11; ++i)
+    {
+        EXPECT_EQ(units[i]->keyFrame, i % 5 == 0) << i;
+    }
+}
+
+TEST_F(RtspSourceTest, AudioIsNotAskedForWhenNoneIsWanted)
+{
+    const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP);
+    stream.source.location = camera.url();
+    stream.audioCodec = "none";
+    open();
+    ASSERT_EQ(describe(), Description::ready);
+    EXPECT_EQ(tracks.size(), 1U);
+}
+
+TEST_F(RtspSourceTest, CameraWithoutTcpIsReadOverUdp)
+{
+    const ForeignCamera camera(GST_RTSP_LOWER_TRANS_UDP);
+    stream.source.location = camera.url();
+    options.failureHold = std::chrono::milliseconds(0);
+    open();
+    const auto video = watch("trackID=0");
+    ASSERT_TRUE(video->waitForUnits(30));
+    EXPECT_GE(source->starts(), 2);
+    EXPECT_EQ(describe(), Description::ready);
+    const std::vector<AccessUnitPtr> units = video->units();
+    for (std::size_t i = 1; i < units.size(); ++i)
+    {
+        EXPECT_NEAR(static_cast<double>(units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp), 3600, 2) << i;
+        EXPECT_GT(units[i]->captureTimeNs, units[i - 1]->captureTimeNs) << i;
+    }
+    EXPECT_LT(video->delays().back(), std::chrono::seconds(1));
+    EXPECT_GT(video->delays().back(), std::chrono::milliseconds(-100));
+}
+
+TEST_F(RtspSourceTest, CameraThatComesBackIsPlayedAgain)
+{
+    auto camera = std::make_unique<ForeignCamera>(GST_RTSP_LOWER_TRANS_TCP);
+    const int port = camera->port();
+    stream.source.location = camera->url();
+    open();
+    const auto video = watch("trackID=0");
+    ASSERT_TRUE(video->waitForUnits(3));
+    camera.reset();
+    ASSERT_TRUE(video->waitForDiscontinuities(1));
+    const std::size_t before = video->units().size();
+    camera = std::make_unique<ForeignCamera>(GST_RTSP_LOWER_TRANS_TCP, port);
+    ASSERT_TRUE(video->waitForUnits(before + 3));
+    EXPECT_TRUE(video->units()[before]->keyFrame);
+}
+
+TEST_F(RtspSourceTest, UnknownPathFails)
+{
+    const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP);
+    stream.source.location = camera.url() + "/nothing";
+    open();
+    EXPECT_EQ(describe(), Description::failed);
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,76 @@
+#include "refhost/capture/SenderReports.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "refhost/rtp/RtcpWriter.h"
+
+namespace refhost
+{
+namespace
+{
+
+struct Found
+{
+    std::vector<SenderReports::Report> reports;
+    std::vector<std::uint32_t> goodbyes;
+};
+
+Found read(const std::uint8_t* data, std::size_t size)
+{
+    Found found;
+    SenderReports::read(
+        data, size, [&](const SenderReports::Report& report) { found.reports.push_back(report); },
+        [&](std::uint32_t ssrc) { found.goodbyes.push_back(ssrc); });
+    return found;
+}
+
+TEST(SenderReports, ReportAndGoodbyeAreFound)
+{
+    constexpr std::int64_t wallNs = 1'800'000'000'123'456'789;
+    const RtcpWriter packet({5, wallNs, 77, 1, 2}, RtcpWriter::randomName(), true);
+    const Found found = read(packet.data(), packet.size());
+    ASSERT_EQ(found.reports.size(), 1U);
+    EXPECT_EQ(found.reports[0].ssrc, 5U);
+    EXPECT_EQ(found.reports[0].timestamp, 77U);
+    ASSERT_TRUE(found.reports[0].wallNs.has_value());
+    EXPECT_NEAR(static_cast<double>(*found.reports[0].wallNs - wallNs), 0, 2);
+    EXPECT_EQ(found.goodbyes, std::vector<std::uint32_t>{5});
+}
+
+TEST(SenderReports, SenderWithoutAClockSaysSo)
+{
+    std::vector<std::uint8_t> packet(28);
+    packet[0] = 0x80;
+    packet[1] = 200;
+    packet[3] = 6;
+    const Found found = read(packet.data(), packet.size());
+    ASSERT_EQ(found.reports.size(), 1U);
+    EXPECT_FALSE(found.reports[0].wallNs.has_value());
+}
+
+TEST(SenderReports, TimesBehindTheEndOfTheEraGoOn)
+{
+    std::vector<std::uint8_t> packet(28);
+    packet[0] = 0x80;
+    packet[1] = 200;
+    packet[3] = 6;
+    packet[11] = 1;  // one second after 2036-02-07 06:28:16
+    EXPECT_EQ(read(packet.data(), packet.size()).reports.at(0).wallNs, 2'085'978'497'000'000'000);
+}
+
+TEST(SenderReports, EveryPrefixIsReadWithinItsBounds)
+{
+    const RtcpWriter packet({5, 1, 77, 1, 2}, RtcpWriter::randomName(), true);
+    for (std::size_t size = 0; size < packet.size(); ++size)
+    {
+        const std::vector<std::uint8_t> exact(packet.data(), packet.data() + size);
+        const Found found = read(exact.data(), exact.size());
+        EXPECT_EQ(found.reports.size(), size >= 28 ? 1U : 0U);
+        EXPECT_TRUE(found.goodbyes.empty());
+    }
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "refhost/base/ChangeSignal.h"
+#include "refhost/capture/CameraStreams.h"
+#include "tests/refhost/capture/CollectingSink.h"
+
+namespace refhost
+{
+
+/// One camera with one small stream, and a way to wait for its description.
+class StreamFixture : public testing::Test
+{
+protected:
+    StreamFixture()
+    {
+        stream.width = 320;
+        stream.height = 180;
+        stream.bitRate = 400;
+        stream.gop = 10;
+        options.linger = std::chrono::milliseconds(50);
+        options.failureHold = std::chrono::seconds(5);
+        options.restartPauses = {std::chrono::milliseconds(20)};
+    }
+
+    ~StreamFixture() override
+    {
+        // Also when a test ended the streams: the function speaks of this object.
+        ChangeSignal::instance().unsubscribe(subscription);
+    }
+
+    CameraStream& open()
+    {
+        ServerConfig config;
+        CameraConfig camera;
+        camera.name = "test";
+        camera.streams.push_back(stream);
+        config.cameras.push_back(camera);
+        streams = std::make_unique<CameraStreams>(config, options);
+        subscription = ChangeSignal::instance().subscribe(
+            [this]
+            {
+                const std::lock_guard<std::mutex> guard(mutex);
+                ++changes;
+                changed.notify_all();
+            });
+        source = std::static_pointer_cast<CameraStream>(streams->find(1, 0));
+        return *source;
+    }
+
+    /// Asks for the description until it is told or refused.
+    StreamSource::Description describe()
+    {
+        for (;;)
+        {
+            int seen = 0;
+            {
+                const std::lock_guard<std::mutex> guard(mutex);
+                seen = changes;
+            }
+            const StreamSource::Description result = source->describe(tracks);
+            if (result != StreamSource::Description::starting)
+            {
+                return result;
+            }
+            std::unique_lock<std::mutex> guard(mutex);
+            if (!changed.wait_for(guard, std::chrono::seconds(20), [&] { return changes > seen; }))
+            {
+                return result;
+            }
+        }
+    }
+
+    /// Has the stream come from a GStreamer launch line.
+    void useLaunchLine(const std::string& line)
+    {
+        stream.source.kind = SourceConfig::Kind::launch;
+        stream.source.location = line;
+    }
+
+    std::shared_ptr<CollectingSink> attach(const std::string& trackId, int payloadSize = 1364)
+    {
+        auto sink = std::make_shared<CollectingSink>();
+        source->attach(trackId, payloadSize, sink);
+        return sink;
+    }
+
+    /// As attach(), and one viewer more.
+    std::shared_ptr<CollectingSink> watch(const std::string& trackId)
+    {
+        auto sink = attach(trackId);
+        source->acquire();
+        return sink;
+    }
+
+    StreamConfig stream;
+    CameraStream::Options options;
+    std::mutex mutex;
+    std::condition_variable changed;
+    int changes = 0;
+    int subscription = 0;
+    std::vector<SubMediaInfo> tracks;
+    std::shared_ptr<CameraStream> source;
+    std::unique_ptr<CameraStreams> streams;
+};
+
+}  // namespace refhost

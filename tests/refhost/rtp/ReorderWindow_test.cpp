@@ -1,0 +1,116 @@
+#include "refhost/rtp/ReorderWindow.h"
+
+#include <gtest/gtest.h>
+
+namespace refhost
+{
+namespace
+{
+
+using Added = ReorderWindow::Added;
+using Next = ReorderWindow::Next;
+
+constexpr std::int64_t ms = 1'000'000;
+
+class ReorderWindowTest : public testing::Test
+{
+protected:
+    Added add(std::uint32_t sequence, std::int64_t atMs = 0)
+    {
+        ReorderWindow::Packet packet;
+        packet.sequence = sequence;
+        packet.arrivalNs = atMs * ms;
+        return window.add(std::move(packet));
+    }
+
+    /// The sequence number that comes next; 0 for none, 1 for waiting.
+    std::uint32_t next(std::int64_t atMs = 0)
+    {
+        ReorderWindow::Packet packet;
+        switch (window.take(atMs * ms, packet, lost))
+        {
+            case Next::none:
+                return 0;
+            case Next::waiting:
+                return 1;
+            case Next::packet:
+                break;
+        }
+        return packet.sequence;
+    }
+
+    ReorderWindow window{40 * ms};
+    std::uint32_t lost = 0;
+};
+
+TEST_F(ReorderWindowTest, PacketsInOrderPassAtOnce)
+{
+    for (std::uint32_t i = 100; i < 120; ++i)
+    {
+        EXPECT_EQ(Added::taken, add(i));
+        EXPECT_EQ(i, next());
+        EXPECT_EQ(0U, lost);
+        EXPECT_EQ(0U, next());
+    }
+}
+
+TEST_F(ReorderWindowTest, NeighboursAreExchangedBack)
+{
+    add(100);
+    EXPECT_EQ(100U, next());
+    add(102, 20);
+    EXPECT_EQ(1U, next(20));
+    add(101, 30);
+    EXPECT_EQ(101U, next(30));
+    EXPECT_EQ(102U, next(30));
+    EXPECT_EQ(0U, lost);
+}
+
+TEST_F(ReorderWindowTest, AMissingPacketIsGivenUpAfterItsTime)
+{
+    add(100);
+    next();
+    add(103, 20);
+    EXPECT_EQ(1U, next(59));
+    EXPECT_EQ(103U, next(60));
+    EXPECT_EQ(2U, lost);
+    EXPECT_EQ(Added::late, add(101, 61));
+    EXPECT_EQ(Added::late, add(103, 61));
+    EXPECT_EQ(0U, next(61));
+}
+
+TEST_F(ReorderWindowTest, AMissingPacketIsGivenUpWhenManyHaveFollowed)
+{
+    add(100);
+    next();
+    for (std::uint32_t i = 102; i < 109; ++i)
+    {
+        add(i);
+        EXPECT_EQ(1U, next());
+    }
+    add(109);
+    EXPECT_EQ(102U, next());
+    EXPECT_EQ(1U, lost);
+    EXPECT_EQ(103U, next());
+    EXPECT_EQ(0U, lost);
+}
+
+TEST_F(ReorderWindowTest, TheSamePacketIsTakenOnce)
+{
+    add(100);
+    next();
+    EXPECT_EQ(Added::taken, add(102));
+    EXPECT_EQ(Added::duplicate, add(102));
+}
+
+TEST_F(ReorderWindowTest, AnythingMayComeFirst)
+{
+    EXPECT_EQ(Added::taken, add(7));
+    EXPECT_EQ(7U, next());
+    window.reset();
+    EXPECT_EQ(Added::taken, add(3));
+    EXPECT_EQ(3U, next());
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,189 @@
+#include "refhost/rtsp/auth/Authenticator.h"
+
+#include <gtest/gtest.h>
+
+#include "refhost/rtsp/auth/DigestAuth.h"
+#include "tests/refhost/rtsp/connection/SteppedClock.h"
+
+namespace refhost
+{
+namespace
+{
+
+using Algorithm = DigestAuth::Algorithm;
+using Verdict = Authenticator::Verdict;
+
+constexpr const char* url = "rtsp://h/orv/live/1/0";
+constexpr Authenticator::Client here{{1}, 7};
+constexpr Authenticator::Client hereAgain{{1}, 8};  // the same address, another connection
+constexpr Authenticator::Client elsewhere{{2}, 9};
+
+class AuthenticatorTest : public testing::Test
+{
+protected:
+    /// The nonce of a fresh challenge.
+    std::string challenge(bool stale = false)
+    {
+        ResponseWriter writer;
+        writer.begin(rtspUnauthorized, "1");
+        authenticator_.challenge(writer, stale, here);
+        challenge_ = std::string(writer.finish());
+        const std::size_t at = challenge_.find("nonce=\"") + 7;
+        return challenge_.substr(at, challenge_.find('"', at) - at);
+    }
+
+    std::string answer(Algorithm algorithm, const std::string& nonce, const std::string& count,
+                       const std::string& password = "secret", const std::string& uri = url) const
+    {
+        std::string text = "username=\"admin\", realm=\"here\", nonce=\"" + nonce + "\", uri=\"" + uri + "\"";
+        text += algorithm == Algorithm::md5 ? ", algorithm=MD5" : ", algorithm=SHA-256";
+        if (!count.empty())
+        {
+            text += ", qop=auth, nc=" + count + ", cnonce=\"abc\"";
+        }
+        DigestAuth::Answer parsed;
+        const std::string withResponse = text + ", response=\"x\"";
+        EXPECT_TRUE(DigestAuth::parse(withResponse, parsed));
+        const std::string secret = DigestAuth::secret(algorithm, "admin", "here", password);
+        return "Digest " + text + ", response=\"" + DigestAuth::expected(parsed, secret, "DESCRIBE") + "\"";
+    }
+
+    Verdict check(const std::string& uri, const std::string& header,
+                  const Authenticator::Client& client = here)
+    {
+        return authenticator_.check("DESCRIBE", uri, header, client).verdict;
+    }
+
+    SteppedClock time_;
+    Authenticator authenticator_{{{"admin", "secret"}, {"other", "p:w"}}, "here", time_.clock()};
+    std::string challenge_;
+};
+
+TEST_F(AuthenticatorTest, WithoutUsersEverybodyIsGranted)
+{
+    Authenticator open({}, "here", time_.clock());
+    EXPECT_FALSE(open.enabled());
+    EXPECT_EQ(open.check("DESCRIBE", url, "", here).verdict, Verdict::granted);
+}
+
+TEST_F(AuthenticatorTest, OffersMd5FirstAndLastOfDigestAndBasicLast)
+{
+    const std::string nonce = challenge();
+    const auto digest = [&nonce](const std::string& algorithm, const std::string& stale = {})
+    {
+        return "WWW-Authenticate: Digest realm=\"here\", nonce=\"" + nonce + "\"" + stale +
+               ", algorithm=" + algorithm + ", qop=\"auth\"\r\n";
+    };
+    const std::string basic = "WWW-Authenticate: Basic realm=\"here\"\r\n";
+    EXPECT_NE(challenge_.find(digest("MD5") + digest("SHA-256") + digest("MD5") + basic), std::string::npos)
+        << challenge_;
+    EXPECT_EQ(challenge_.find("stale"), std::string::npos);
+}
+
+TEST_F(AuthenticatorTest, SaysStaleRightBehindTheNonceWhereSimpleClientsLook)
+{
+    const std::string nonce = challenge(true);
+    EXPECT_NE(challenge_.find("nonce=\"" + nonce + "\", stale=true, algorithm=MD5"), std::string::npos);
+}
+
+TEST_F(AuthenticatorTest, GrantsTheRightPasswordByEveryMethod)
+{
+    const std::string nonce = challenge();
+    EXPECT_EQ(check(url, "Basic YWRtaW46c2VjcmV0"), Verdict::granted);
+    EXPECT_EQ(check(url, "basic  b3RoZXI6cDp3"), Verdict::granted);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000001")), Verdict::granted);
+    EXPECT_EQ(check(url, answer(Algorithm::sha256, nonce, "00000002")), Verdict::granted);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "")), Verdict::granted);
+}
+
+TEST_F(AuthenticatorTest, DeniesEverythingElse)
+{
+    const std::string nonce = challenge();
+    for (const std::string& header :
+         {std::string(), std::string("Basic"), std::string("Basic "), std::string("Basic !!!!"),
+          std::string("Basic YWRtaW4="), std::string("Basic YWRtaW46d3Jvbmc="),
+          std::string("Basic bm9ib2R5Og=="), std::string("Bearer x"), std::string("Digest "),
+          std::string("Digest username=\"admin\""), answer(Algorithm::md5, nonce, "00000001", "wrong"),
+          answer(Algorithm::sha256, nonce, "00000001", "wrong"), answer(Algorithm::md5, nonce, "00000000")})
+    {
+        EXPECT_EQ(check(url, header), Verdict::denied) << header;
+    }
+    EXPECT_EQ(authenticator_.check("PLAY", url, answer(Algorithm::md5, nonce, "00000001"), here).verdict,
+              Verdict::denied)
+        << "the answer was for another method";
+}
+
+TEST_F(AuthenticatorTest, NamesTheUserWhomItGrants)
+{
+    const std::string nonce = challenge();
+    EXPECT_EQ(authenticator_.check("DESCRIBE", url, "Basic b3RoZXI6cDp3", here).user, "other");
+    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001"), here).user,
+              "admin");
+    EXPECT_EQ(
+        authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000002", "wrong"), here).user,
+        "");
+}
+
+TEST_F(AuthenticatorTest, AnAnswerIsGoodFromTheAddressOfItsChallengeAlone)
+{
+    const std::string nonce = challenge();
+    for (const char* const count : {"", "00000001"})
+    {
+        EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, count), elsewhere), Verdict::stale) << count;
+        EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, count), here), Verdict::granted) << count;
+    }
+}
+
+TEST_F(AuthenticatorTest, AnAnswerWithoutQopIsGoodOnItsConnectionAndForAMinuteOnOthers)
+{
+    const std::string header = answer(Algorithm::md5, challenge(), "");
+    EXPECT_EQ(check(url, header, hereAgain), Verdict::granted);
+    time_.advance(NonceBook::uncountedMs);
+    EXPECT_EQ(check(url, header, hereAgain), Verdict::stale);
+    EXPECT_EQ(check(url, header, here), Verdict::granted);
+}
+
+TEST_F(AuthenticatorTest, AnswersWithoutQopCanBeRefused)
+{
+    Authenticator strict({{"admin", "secret"}}, "here", time_.clock(), false);
+    ResponseWriter writer;
+    writer.begin(rtspUnauthorized, "1");
+    strict.challenge(writer, false, here);
+    const std::string text(writer.finish());
+    const std::size_t at = text.find("nonce=\"") + 7;
+    const std::string nonce = text.substr(at, text.find('"', at) - at);
+    EXPECT_EQ(strict.check("DESCRIBE", url, answer(Algorithm::md5, nonce, ""), here).verdict,
+              Verdict::denied);
+    EXPECT_EQ(strict.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001"), here).verdict,
+              Verdict::granted);
+}
+
+TEST_F(AuthenticatorTest, AReplayedAnswerIsStale)
+{
+    const std::string header = answer(Algorithm::md5, challenge(), "00000001");
+    EXPECT_EQ(check(url, header), Verdict::granted);
+    EXPECT_EQ(check(url, header), Verdict::stale);
+}
+
+TEST_F(AuthenticatorTest, AnExpiredOrForeignNonceIsStaleOnlyWithTheRightPassword)
+{
+    const std::string nonce = challenge();
+    time_.advance(NonceBook::lifetimeMs);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000001")), Verdict::stale);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, "mine", "00000001")), Verdict::stale);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000001", "wrong")), Verdict::denied);
+}
+
+TEST_F(AuthenticatorTest, TheAnswerMustNameTheRequestsResource)
+{
+    const std::string nonce = challenge();
+    const std::string track = std::string(url) + "/trackID=0";
+    EXPECT_EQ(check(track, answer(Algorithm::md5, nonce, "00000001")), Verdict::granted)
+        << "a client may name the presentation";
+    EXPECT_EQ(check(std::string(url) + "/?x=y", answer(Algorithm::md5, nonce, "00000002")), Verdict::granted);
+    EXPECT_EQ(check("rtsp://h/orv/live/1/1", answer(Algorithm::md5, nonce, "00000003")), Verdict::denied);
+    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000004", "secret", track)), Verdict::denied);
+}
+
+}  // namespace
+}  // namespace refhost

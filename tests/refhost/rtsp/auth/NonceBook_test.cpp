@@ -1,0 +1,125 @@
+#include "refhost/rtsp/auth/NonceBook.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "tests/refhost/rtsp/connection/SteppedClock.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr NonceBook::Client here{{1}, 7};
+constexpr NonceBook::Client hereAgain{{1}, 8};  // the same address, another connection
+constexpr NonceBook::Client elsewhere{{2}, 7};
+
+class NonceBookTest : public testing::Test
+{
+protected:
+    SteppedClock time_;
+    NonceBook book_{time_.clock()};
+};
+
+TEST_F(NonceBookTest, TakesEveryCountOnce)
+{
+    const std::string nonce = book_.issue(here);
+    EXPECT_TRUE(book_.use(nonce, 1, here));
+    EXPECT_FALSE(book_.use(nonce, 1, here));
+    EXPECT_TRUE(book_.use(nonce, 2, here));
+    EXPECT_FALSE(book_.use(nonce, 2, here));
+    EXPECT_FALSE(book_.use(nonce, 1, here));
+}
+
+TEST_F(NonceBookTest, TakesCountsOutOfOrderWithinItsWindow)
+{
+    const std::string nonce = book_.issue(here);
+    EXPECT_TRUE(book_.use(nonce, 100, here));
+    EXPECT_TRUE(book_.use(nonce, 37, here));
+    EXPECT_FALSE(book_.use(nonce, 37, here));
+    EXPECT_FALSE(book_.use(nonce, 36, here));
+    EXPECT_TRUE(book_.use(nonce, 99, here));
+    EXPECT_TRUE(book_.use(nonce, 1000, here));
+    EXPECT_FALSE(book_.use(nonce, 100, here));
+}
+
+TEST_F(NonceBookTest, IsGoodFromItsAddressAlone)
+{
+    const std::string nonce = book_.issue(here);
+    for (const std::uint64_t count : {0u, 1u})
+    {
+        EXPECT_FALSE(book_.use(nonce, count, elsewhere));
+    }
+    EXPECT_EQ(book_.remembered(), 0u);
+    EXPECT_TRUE(book_.use(nonce, 1, hereAgain)) << "a client that counts may connect again";
+}
+
+TEST_F(NonceBookTest, TakesAnswersWithoutCountForAMinuteFromItsAddress)
+{
+    const std::string nonce = book_.issue(here);
+    EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
+    EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
+    time_.advance(NonceBook::uncountedMs - 1);
+    EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
+    time_.advance(1);
+    EXPECT_FALSE(book_.use(nonce, 0, hereAgain));
+    EXPECT_EQ(book_.remembered(), 0u) << "there is nothing to remember";
+}
+
+TEST_F(NonceBookTest, TakesAnswersWithoutCountOnItsConnectionAsLongAsThatLasts)
+{
+    const std::string nonce = book_.issue(here);
+    time_.advance(10 * NonceBook::lifetimeMs);
+    EXPECT_TRUE(book_.use(nonce, 0, here));
+    EXPECT_FALSE(book_.use(nonce, 1, here)) << "a client that counts asks for another one";
+}
+
+TEST_F(NonceBookTest, ANonceExpires)
+{
+    const std::string nonce = book_.issue(here);
+    time_.advance(NonceBook::lifetimeMs);
+    EXPECT_FALSE(book_.use(nonce, 1, here));
+}
+
+TEST_F(NonceBookTest, RefusesNoncesThatItDidNotIssue)
+{
+    const std::string nonce = book_.issue(hereAgain);
+    time_.advance(NonceBook::uncountedMs);
+    for (std::size_t i = 0; i < nonce.size(); ++i)
+    {
+        std::string changed = nonce;
+        changed[i] = changed[i] == '0' ? '1' : '0';
+        // The last digits tell the connection, which matters to answers without count.
+        EXPECT_FALSE(book_.use(changed, i < 64 ? 1 : 0, hereAgain)) << "digit " << i;
+        EXPECT_FALSE(book_.use(nonce.substr(0, i), 1, here));
+    }
+    EXPECT_FALSE(NonceBook(time_.clock()).use(nonce, 1, here));
+    EXPECT_TRUE(book_.use(nonce, 1, here));
+}
+
+TEST_F(NonceBookTest, IssuingCostsNoMemory)
+{
+    for (int i = 0; i < 100; ++i)
+    {
+        book_.issue(here);
+    }
+    EXPECT_EQ(book_.remembered(), 0u);
+}
+
+TEST_F(NonceBookTest, RemembersABoundedNumberAndExpiresWhatItForgot)
+{
+    std::vector<std::string> nonces;
+    for (std::size_t i = 0; i <= NonceBook::rememberedMost; ++i)
+    {
+        nonces.push_back(book_.issue(here));
+        time_.advance(1);
+        ASSERT_TRUE(book_.use(nonces.back(), 1, here));
+    }
+    EXPECT_EQ(book_.remembered(), NonceBook::rememberedMost);
+    EXPECT_FALSE(book_.use(nonces.front(), 1, here)) << "a forgotten nonce must not be usable anew";
+    EXPECT_TRUE(book_.use(nonces.back(), 2, here));
+}
+
+}  // namespace
+}  // namespace refhost

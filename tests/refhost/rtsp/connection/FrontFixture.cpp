@@ -1,0 +1,163 @@
+#include "tests/refhost/rtsp/connection/FrontFixture.h"
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "live/OVLiveControllerFactory.h"
+#include "live/OVLiveControllerFactory2.h"
+#include "mediaurl/MediaUrlFactoryMap.h"
+#include "mediaurl/OrvaneMediaUrlFactory.h"
+#include "refhost/base/HostClock.h"
+#include "refhost/live/LiveDispatcher.h"
+#include "refhost/live/LiveSessionDispatcher.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+constexpr int platformType = 1;
+
+int countOf(const char* folder)
+{
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+    {
+        count += entry.path().empty() ? 0 : 1;
+    }
+    return count;
+}
+
+template <typename Factory, typename Dispatcher>
+void addLive(MediaRoutes& routes)
+{
+    const SafePointer<Factory> live(new Factory);
+    live->setThirdPlatType(platformType);
+    routes.addWithTalkBack("orv/live", live,
+                           [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
+                           { return Dispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
+}
+
+std::int64_t nowNs()
+{
+    return HostClock::system().monotonicNs();
+}
+
+}  // namespace
+
+FrontFixture::FrontFixture(Controller controller)
+{
+    MediaUrlFactoryMap::getInstance()->registerFactory(
+        platformType, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
+    if (controller == Controller::first)
+    {
+        addLive<OVLiveControllerFactory, LiveDispatcher>(routes);
+    }
+    else
+    {
+        addLive<OVLiveControllerFactory2, LiveSessionDispatcher>(routes);
+    }
+    Device::setStreams(streams);
+    config.port = 0;
+    config.threads = 2;
+}
+
+FrontFixture::~FrontFixture()
+{
+    server.reset();
+    EXPECT_EQ(dispatched(), 0u) << "the server left tracks behind";
+    Device::setStreams(nullptr);
+}
+
+void FrontFixture::start()
+{
+    RtspServer::Options options;
+    options.clock = time.clock();
+    options.sweepMilliseconds = 5;
+    server = std::make_unique<RtspServer>(config, routes, options);
+    std::string error;
+    ASSERT_TRUE(server->start(error)) << error;
+}
+
+std::string FrontFixture::url(const std::string& path) const
+{
+    return "rtsp://127.0.0.1:" + std::to_string(server->port()) + "/" + path;
+}
+
+std::string FrontFixture::track(const std::string& presentation, int number)
+{
+    return presentation + "/trackID=" + std::to_string(number);
+}
+
+std::string FrontFixture::session(const std::string& id)
+{
+    return "Session: " + id + "\r\n";
+}
+
+std::string FrontFixture::setUpTcp(TestClient& client, int tracks)
+{
+    std::string id;
+    for (int i = 0; i < tracks; ++i)
+    {
+        const Received response =
+            client.request("SETUP", track(url(), i), id.empty() ? tcp : tcp + session(id));
+        EXPECT_EQ(response.status, 200);
+        id = response.session();
+    }
+    return id;
+}
+
+std::string FrontFixture::setUpUdp(TestClient& client, const UdpPort& port)
+{
+    const Received response =
+        client.request("SETUP", track(url(), 0), udpPorts + std::to_string(port.port()) + "\r\n");
+    EXPECT_EQ(response.status, 200);
+    return response.session();
+}
+
+void FrontFixture::picture(bool key, std::size_t packets)
+{
+    videoTime_ += 3600;
+    streams->streams[0]->feed("trackID=0", makeUnit(videoTime_, nowNs(), key, packets));
+}
+
+void FrontFixture::sound()
+{
+    audioTime_ += 160;
+    streams->streams[0]->feed("trackID=1", makeUnit(audioTime_, nowNs(), true, 1, 160, 160));
+}
+
+bool FrontFixture::eventually(const std::function<bool()>& done)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!done())
+    {
+        if (std::chrono::steady_clock::now() > deadline)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+std::size_t FrontFixture::dispatched()
+{
+    return LiveDispatcher::instance().trackCount() + LiveSessionDispatcher::instance().sessionCount();
+}
+
+int FrontFixture::openDescriptors()
+{
+    return countOf("/proc/self/fd");
+}
+
+int FrontFixture::threads()
+{
+    return countOf("/proc/self/task");
+}
+
+}  // namespace test
+}  // namespace refhost

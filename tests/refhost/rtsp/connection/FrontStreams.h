@@ -1,0 +1,60 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/media/BackChannel.h"
+#include "refhost/media/StreamSource.h"
+#include "tests/SampleTracks.h"
+#include "tests/refhost/live/LiveFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+
+/// A stream with a picture track and a sound track whose description a test decides.
+class FrontStream : public FakeSource
+{
+public:
+    Description describe(std::vector<SubMediaInfo>& tracks) override
+    {
+        ++described;
+        const Description now = description.load();
+        if (now == Description::ready)
+        {
+            tracks = {SampleTracks::video(), SampleTracks::audio()};
+        }
+        return now;
+    }
+
+    std::atomic<Description> description{Description::ready};
+    std::atomic<int> described{0};
+};
+
+/// Camera 1 with streams 0 and 1.
+class FrontStreams : public StreamDirectory
+{
+public:
+    std::shared_ptr<StreamSource> find(int cameraId, int streamId) override
+    {
+        return cameraId == 1 && (streamId == 0 || streamId == 1) ? streams[streamId] : nullptr;
+    }
+
+    bool describeBackChannel(int cameraId, SubMediaInfo& out) override
+    {
+        const auto track = backChannelOf(cameraId == 1 ? talkBack : "none");
+        out = track ? *track : out;
+        return track.has_value();
+    }
+
+    std::string talkBack = "none";  ///< codec; set before the server starts
+    std::shared_ptr<FrontStream> streams[2] = {std::make_shared<FrontStream>(),
+                                               std::make_shared<FrontStream>()};
+};
+
+}  // namespace test
+}  // namespace refhost

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "refhost/base/MonotonicClock.h"
+
+namespace refhost
+{
+
+/// A clock that a test moves on top of the real one, so that what transports tell of the real one still fits.
+class SteppedClock
+{
+public:
+    void advance(std::int64_t milliseconds)
+    {
+        *offset_ += milliseconds;
+    }
+
+    MonotonicClock clock() const
+    {
+        return [offset = offset_] { return steadyMilliseconds() + *offset; };
+    }
+
+private:
+    std::shared_ptr<std::atomic<std::int64_t>> offset_ = std::make_shared<std::atomic<std::int64_t>>(0);
+};
+
+}  // namespace refhost

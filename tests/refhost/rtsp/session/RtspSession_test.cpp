@@ -1,0 +1,450 @@
+#include "refhost/rtsp/session/RtspSession.h"
+
+#include <gtest/gtest.h>
+
+#include "refhost/base/HostStatus.h"
+#include "refhost/rtsp/session/SessionTable.h"
+#include "tests/refhost/rtsp/session/FakeControllers.h"
+#include "tests/refhost/rtsp/session/FakeRecording.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::ControllerScript;
+using test::FakeController;
+using test::Wire;
+
+constexpr SocketAddress::Key here{1};
+constexpr std::uint64_t link = 7;
+
+class RtspSessionTest : public testing::Test
+{
+protected:
+    ~RtspSessionTest() override
+    {
+        session_.reset();
+        table_.reset();
+        EXPECT_EQ(script_->living, 0);
+    }
+
+    std::shared_ptr<RtspSession> make()
+    {
+        MediaRoutes::Route route;
+        route.firstPacket = [](const std::string&, const std::string& trackId, RTPPacketInfo& out)
+        {
+            out.sequenceNumber = trackId == "trackID=0" ? 10 : 20;
+            return trackId != "trackID=talk";
+        };
+        return table_->create("orv/live/1/0", SafePointer<IRTSPController>(new FakeController(script_)),
+                              route, here, 0);
+    }
+
+    RtspStatus setup(const std::string& trackId, std::uint64_t linkOfTrack = 0)
+    {
+        return session_->setup(
+            trackId,
+            [&](RtspSession::Delivery& out)
+            {
+                wires_[trackId] = std::make_shared<Wire>();
+                out.transport.emplace(SafePointer<RtpTransport>(
+                    SafePointer<test::FakeTransport>(new test::FakeTransport(wires_[trackId]))));
+                out.link = linkOfTrack;
+                return rtspOk;
+            },
+            ssrc_);
+    }
+
+    RtspStatus play(const std::string& trackId = "")
+    {
+        bool notReady = false;
+        const RtspStatus status = session_->play(
+            trackId, PlayOrder(), {}, [this](const auto& played) { answered(played); }, notReady);
+        EXPECT_FALSE(notReady);
+        return status;
+    }
+
+    void answered(const RtspSession::Played& played)
+    {
+        ++answers_;
+        played_ = played.tracks.size();
+        for (const auto& [track, wire] : wires_)
+        {
+            heldAtAnswer_ += wire->status == SendStatus::held ? 1 : 0;
+        }
+    }
+
+    std::shared_ptr<ControllerScript> script_ = std::make_shared<ControllerScript>();
+    std::unique_ptr<SessionTable> table_ = std::make_unique<SessionTable>(LimitsConfig());
+    std::shared_ptr<RtspSession> session_ = make();
+    std::map<std::string, std::shared_ptr<Wire>> wires_;
+    std::uint32_t ssrc_ = 0;
+    int answers_ = 0;
+    int heldAtAnswer_ = 0;
+    std::size_t played_ = 0;
+};
+
+TEST_F(RtspSessionTest, SetupGivesTheSsrcOfTheController)
+{
+    EXPECT_EQ(setup("trackID=0"), rtspOk);
+    EXPECT_EQ(ssrc_, 0xFEDCBA98u);
+    EXPECT_EQ(session_->trackCount(), 1u);
+}
+
+TEST_F(RtspSessionTest, PlayHoldsEveryTrackUntilTheAnswerIsOut)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    EXPECT_EQ(play(), rtspOk);
+    EXPECT_EQ(answers_, 1);
+    EXPECT_EQ(played_, 2u);
+    EXPECT_EQ(heldAtAnswer_, 2);
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::sent);
+    EXPECT_EQ(wires_["trackID=1"]->status, SendStatus::sent);
+}
+
+TEST_F(RtspSessionTest, SetupOfNoTrackMeansTheOnlyOneThatTheDeviceSends)
+{
+    script_->talkBack = true;
+    EXPECT_EQ(setup(""), rtspAggregateNotAllowed);
+    script_->sound = false;
+    EXPECT_EQ(setup(""), rtspOk);
+    EXPECT_EQ(script_->countOf("setup trackID=0"), 1);
+}
+
+TEST_F(RtspSessionTest, RtpInfoLeavesTheBackChannelOut)
+{
+    script_->talkBack = true;
+    setup("trackID=0");
+    setup("trackID=talk");
+    EXPECT_EQ(play(), rtspOk);
+    EXPECT_EQ(script_->countOf("play trackID=talk"), 1);
+    EXPECT_EQ(played_, 1u);
+    EXPECT_EQ(play("trackID=talk"), rtspOk);
+    EXPECT_EQ(played_, 0u);
+}
+
+TEST_F(RtspSessionTest, TalkBackThatEndedByItselfDoesNotDisturbTheOthers)
+{
+    script_->talkBack = true;
+    setup("trackID=0");
+    setup("trackID=talk");
+    EXPECT_EQ(play(), rtspOk);
+    script_->results["pause trackID=talk"] = -6;
+    EXPECT_EQ(session_->pause(""), rtspOk);
+    script_->results["play trackID=talk"] = -6;
+    EXPECT_EQ(play(), rtspOk);
+    EXPECT_EQ(play("trackID=talk"), rtspInvalidState);
+    script_->results["play trackID=0"] = -6;
+    EXPECT_EQ(play(), rtspInvalidState) << "a track that the device sends is no such exception";
+    bool empty = false;
+    EXPECT_EQ(session_->teardown("", empty), rtspOk);
+    EXPECT_EQ(script_->countOf("stop trackID=talk"), 1);
+}
+
+TEST_F(RtspSessionTest, AFailedPlayPausesWhatItStartedAndLetsTheTransportsGo)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    script_->failAt = script_->count + 2;
+    EXPECT_EQ(play(), rtspInternalError);
+    EXPECT_EQ(answers_, 0);
+    EXPECT_EQ(script_->countOf("pause trackID=0"), 1);
+    EXPECT_EQ(script_->countOf("pause trackID=1"), 0);
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::sent);
+    EXPECT_EQ(session_->pause(""), rtspInvalidState) << "nothing was played";
+    EXPECT_EQ(play(), rtspOk);
+}
+
+TEST_F(RtspSessionTest, AFailedSetupStopsTheTrackAndKeepsTheOthers)
+{
+    setup("trackID=0");
+    script_->results["setup"] = -8;
+    EXPECT_EQ(setup("trackID=1"), rtspNotFound);
+    EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
+    EXPECT_EQ(wires_["trackID=1"]->status, SendStatus::closed);
+    EXPECT_EQ(session_->trackCount(), 1u);
+    EXPECT_EQ(play(), rtspOk);
+}
+
+TEST_F(RtspSessionTest, SettingUpATrackAgainStopsItsFormerWay)
+{
+    setup("trackID=0");
+    const std::shared_ptr<Wire> former = wires_["trackID=0"];
+    EXPECT_EQ(setup("trackID=0"), rtspOk);
+    EXPECT_EQ(former->status, SendStatus::closed);
+    EXPECT_EQ(script_->countOf("stop trackID=0"), 1);
+    EXPECT_EQ(session_->trackCount(), 1u);
+}
+
+TEST_F(RtspSessionTest, EndStopsEveryTrackOnceAndClosesItsWay)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    play();
+    table_->end(session_);
+    table_->end(session_);
+    session_->end();
+    EXPECT_EQ(script_->countOf("stop trackID=0"), 1);
+    EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::closed);
+    EXPECT_EQ(script_->living, 0);
+    EXPECT_EQ(table_->count(), 0u);
+}
+
+TEST_F(RtspSessionTest, EndGoesOnWhenAStopThrows)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    script_->throwAt = script_->count + 1;
+    table_->end(session_);
+    EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::closed);
+    EXPECT_EQ(wires_["trackID=1"]->status, SendStatus::closed);
+    EXPECT_EQ(script_->living, 0);
+}
+
+TEST_F(RtspSessionTest, AnEndedSessionAnswersNothingAnyMore)
+{
+    setup("trackID=0");
+    table_->end(session_);
+    bool empty = false;
+    EXPECT_EQ(setup("trackID=0"), rtspSessionNotFound);
+    EXPECT_EQ(play(), rtspSessionNotFound);
+    EXPECT_EQ(session_->pause(""), rtspSessionNotFound);
+    EXPECT_EQ(session_->teardown("", empty), rtspSessionNotFound);
+    EXPECT_FALSE(empty);
+}
+
+TEST_F(RtspSessionTest, TeardownStopsTheNamedTrack)
+{
+    setup("trackID=0");
+    setup("trackID=1");
+    bool empty = true;
+    EXPECT_EQ(session_->teardown("trackID=0", empty), rtspOk);
+    EXPECT_FALSE(empty);
+    EXPECT_EQ(script_->countOf("stop trackID=0"), 1);
+    EXPECT_EQ(session_->teardown("", empty), rtspOk);
+    EXPECT_TRUE(empty);
+    EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
+}
+
+TEST_F(RtspSessionTest, WhicheverCallFailsEveryTrackThatWasSetUpIsStoppedOnce)
+{
+    for (int call = 1; call <= 8; ++call)
+    {
+        script_ = std::make_shared<ControllerScript>();
+        session_ = make();
+        script_->failAt = call;
+        setup("trackID=0");
+        setup("trackID=1");
+        play();
+        session_->pause("");
+        table_->end(session_);
+        for (const char* const track : {"trackID=0", "trackID=1"})
+        {
+            EXPECT_EQ(script_->countOf(std::string("setup ") + track), 1);
+            EXPECT_EQ(script_->countOf(std::string("stop ") + track), 1) << "call " << call << " failed";
+        }
+        EXPECT_EQ(script_->living, 0);
+    }
+}
+
+TEST_F(RtspSessionTest, ExpiresWhenItWasNotHeardForTheTimeout)
+{
+    session_->heard(link, 1000);
+    EXPECT_FALSE(session_->expired(60999, 60000, 10000));
+    EXPECT_TRUE(session_->expired(61000, 60000, 10000));
+    session_->liveness()->heard(61000);
+    EXPECT_FALSE(session_->expired(61000, 60000, 10000));
+}
+
+TEST_F(RtspSessionTest, AnOrphanExpiresSoonerUnlessItIsHeardAgain)
+{
+    setup("trackID=0");
+    session_->heard(link, 1000);
+    EXPECT_FALSE(session_->linkEnded(link, 2000));
+    session_->liveness()->heard(2500);  // was on its way
+    EXPECT_FALSE(session_->expired(11999, 60000, 10000));
+    EXPECT_TRUE(session_->expired(12000, 60000, 10000));
+    session_->liveness()->heard(11000);
+    EXPECT_FALSE(session_->expired(12000, 60000, 10000));
+    EXPECT_TRUE(session_->expired(71000, 60000, 10000));
+}
+
+TEST_F(RtspSessionTest, AnotherConnectionAdoptsIt)
+{
+    setup("trackID=0");
+    session_->heard(link, 1000);
+    session_->heard(link + 1, 1500);
+    EXPECT_FALSE(session_->linkEnded(link, 2000));
+    EXPECT_FALSE(session_->expired(20000, 60000, 10000));
+}
+
+TEST_F(RtspSessionTest, EndsWithTheConnectionThatATrackIsInterleavedIn)
+{
+    setup("trackID=0", link);
+    EXPECT_FALSE(session_->linkEnded(link + 1, 2000));
+    EXPECT_TRUE(session_->linkEnded(link, 2000));
+}
+
+TEST_F(RtspSessionTest, AConnectionThatAnswersKeepsASessionThatWasPlayedOverItAlive)
+{
+    setup("trackID=0", link);
+    session_->linkAnswered(link, 50000);
+    EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "nothing was played";
+    play();
+    session_->linkAnswered(link + 1, 50000);
+    EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "not its connection";
+    session_->linkAnswered(link, 50000);
+    EXPECT_FALSE(session_->expired(60000, 60000, 10000));
+    EXPECT_EQ(session_->pause(""), rtspOk);
+    session_->linkAnswered(link, 40000);
+    EXPECT_FALSE(session_->expired(109999, 60000, 10000)) << "what is known counts when older news comes";
+    session_->linkAnswered(link, 60000);
+    EXPECT_FALSE(session_->expired(119999, 60000, 10000)) << "a pause changes nothing";
+    EXPECT_TRUE(session_->expired(120000, 60000, 10000));
+}
+
+class RecordedSessionTest : public RtspSessionTest
+{
+protected:
+    void SetUp() override
+    {
+        MediaRoutes::Route route;
+        route.recorded = true;
+        session_ =
+            table_->create("orv/playback/1_1700000000_1700000060",
+                           SafePointer<IRTSPController>(new test::FakeRecording(recording_)), route, here, 0);
+        setup("trackID=0");
+        setup("trackID=1");
+    }
+
+    ~RecordedSessionTest() override
+    {
+        session_.reset();
+        table_.reset();
+        EXPECT_EQ(recording_->living, 0);
+    }
+
+    RtspStatus attempt(RtspSession::Attempt which)
+    {
+        notReady_ = false;
+        return session_->play(
+            "", PlayOrder(), which, [this](const auto& played) { answered(played); }, notReady_);
+    }
+
+    std::size_t held() const
+    {
+        std::size_t count = 0;
+        for (const auto& [track, wire] : wires_)
+        {
+            count += wire->status == SendStatus::held ? 1 : 0;
+        }
+        return count;
+    }
+
+    const std::shared_ptr<test::RecordingScript> recording_ = std::make_shared<test::RecordingScript>();
+    bool notReady_ = false;
+};
+
+TEST_F(RecordedSessionTest, NoPacketLeavesWhileARecordingSeeks)
+{
+    recording_->result("play", hostStreamNotReady);
+    EXPECT_EQ(attempt({}), rtspOk);
+    EXPECT_TRUE(notReady_);
+    EXPECT_EQ(held(), 2u);
+    EXPECT_EQ(attempt({true, false}), rtspOk);
+    EXPECT_EQ(held(), 2u) << "it seeks still";
+    EXPECT_EQ(answers_, 0);
+    recording_->result("play", 0);
+    EXPECT_EQ(attempt({true, false}), rtspOk);
+    EXPECT_FALSE(notReady_);
+    EXPECT_EQ(answers_, 1);
+    EXPECT_EQ(heldAtAnswer_, 2);
+    EXPECT_EQ(held(), 0u);
+}
+
+TEST_F(RecordedSessionTest, TheLastTryLetsTheTransportsGo)
+{
+    recording_->result("play", hostStreamNotReady);
+    attempt({});
+    EXPECT_EQ(attempt({true, true}), rtspServiceUnavailable);
+    EXPECT_FALSE(notReady_);
+    EXPECT_EQ(held(), 0u);
+    EXPECT_EQ(session_->pause(""), rtspInvalidState);
+}
+
+TEST_F(RecordedSessionTest, PauseAndEndLetGoOfAPlayThatWaits)
+{
+    EXPECT_EQ(attempt({}), rtspOk);
+    recording_->result("play", hostStreamNotReady);
+    attempt({});
+    EXPECT_EQ(held(), 2u);
+    EXPECT_EQ(session_->pause(""), rtspOk);
+    EXPECT_EQ(held(), 0u);
+    attempt({});
+    session_->end();
+    EXPECT_EQ(wires_["trackID=0"]->status, SendStatus::closed);
+    EXPECT_EQ(attempt({true, false}), rtspSessionNotFound);
+}
+
+TEST(SessionTable, FindsSessionsByTheirExactIdOnly)
+{
+    SessionTable table{LimitsConfig()};
+    const auto script = std::make_shared<ControllerScript>();
+    const auto session = table.create("p", SafePointer<IRTSPController>(new FakeController(script)),
+                                      MediaRoutes::Route(), here, 0);
+    const std::string id = session->id();
+    EXPECT_EQ(id.size(), 16u);
+    EXPECT_EQ(table.find(id), session);
+    std::string lower = id;
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    if (lower != id)
+    {
+        EXPECT_EQ(table.find(lower), nullptr);
+    }
+    for (const std::string& other :
+         {std::string(), id.substr(1), id + "0", "0x" + id.substr(2), "+" + id.substr(1)})
+    {
+        EXPECT_EQ(table.find(other), nullptr) << other;
+    }
+}
+
+TEST(SessionTable, HasLimitsInAllAndPerAddress)
+{
+    LimitsConfig limits;
+    limits.sessions = 3;
+    limits.sessionsPerAddress = 2;
+    SessionTable table(limits);
+    const auto script = std::make_shared<ControllerScript>();
+    const SafePointer<IRTSPController> controller(new FakeController(script));
+    const auto first = table.create("p", controller, MediaRoutes::Route(), here, 0);
+    EXPECT_NE(first, nullptr);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
+    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{2}, 0), nullptr);
+    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{3}, 0), nullptr);
+    table.end(first);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
+}
+
+TEST(SessionTable, EndsWhatExpired)
+{
+    LimitsConfig limits;
+    limits.sessionTimeout = 60;
+    SessionTable table(limits);
+    const auto script = std::make_shared<ControllerScript>();
+    const SafePointer<IRTSPController> controller(new FakeController(script));
+    table.create("p", controller, MediaRoutes::Route(), here, 0);
+    const auto younger = table.create("p", controller, MediaRoutes::Route(), here, 30000);
+    EXPECT_EQ(table.endExpired(59999), 0u);
+    EXPECT_EQ(table.endExpired(60000), 1u);
+    EXPECT_EQ(table.count(), 1u);
+    EXPECT_EQ(table.find(younger->id()), younger);
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,316 @@
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "audioback/OVAudioBackDispatcherMgr.h"
+#include "refhost/talkback/SharedOutput.h"
+#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/talkback/TalkFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+constexpr const char* require = "Require: www.onvif.org/ver20/backchannel\r\n";
+
+/// What an output was given, on the worker's thread.
+struct Heard
+{
+    std::atomic<std::size_t> samples{0};
+    std::atomic<int> result{0};
+    std::atomic<bool> open{false};
+};
+
+class CountingPlayer : public IMediaPlayer
+{
+public:
+    explicit CountingPlayer(std::shared_ptr<Heard> heard) : heard_(std::move(heard)) {}
+
+    void setDeviceInfo(const DeviceInfoEx&) override {}
+    void setEncoderType(int) override {}
+
+    int open() override
+    {
+        heard_->open = true;
+        return 0;
+    }
+
+    int play(const std::uint8_t*, std::size_t bytes) override
+    {
+        heard_->samples += heard_->result == 0 ? bytes / sizeof(std::int16_t) : 0;
+        return heard_->result;
+    }
+
+    void close() override
+    {
+        heard_->open = false;
+    }
+
+private:
+    const std::shared_ptr<Heard> heard_;
+};
+
+/// The front with talk-back on camera 1, and the manager's worker running.
+class TalkBackTest : public FrontFixture
+{
+protected:
+    TalkBackTest()
+    {
+        streams->talkBack = "pcmu";
+        manager()->setMediaPlayer(SafePointer<IMediaPlayer>(new CountingPlayer(heard)));
+        EXPECT_EQ(0, manager()->start());
+    }
+
+    ~TalkBackTest() override
+    {
+        server.reset();
+        EXPECT_EQ(0, manager()->getSessionNum()) << "the server left talk-back behind";
+        manager()->stop();
+        SharedOutput::instance().configure(TalkSettings());
+    }
+
+    static SafePointer<OVAudioBackDispatcherMgr> manager()
+    {
+        return OVAudioBackDispatcherMgr::getInstance();
+    }
+
+    void startWith(TalkPolicy policy)
+    {
+        TalkSettings settings;
+        settings.policy = policy;
+        SharedOutput::instance().configure(settings);
+        start();
+    }
+
+    std::string talkTrack() const
+    {
+        return url() + "/trackID=talk";
+    }
+
+    /// Sets the back channel up over interleaved TCP, alone, and plays it.
+    std::string talkOverTcp(TestClient& client)
+    {
+        const Received answer = client.request("SETUP", talkTrack(), std::string(tcp) + require);
+        EXPECT_EQ(answer.status, 200);
+        const std::string id = answer.session();
+        EXPECT_EQ(client.request("PLAY", url(), session(id) + require).status, 200);
+        return id;
+    }
+
+    static std::string packet(std::uint16_t number)
+    {
+        RtpPacket rtp;
+        rtp.sequence = number;
+        rtp.timestamp = number * 160U;
+        const Bytes bytes = rtp.bytes();
+        return {bytes.begin(), bytes.end()};
+    }
+
+    static std::string interleaved(int channel, const std::string& bytes)
+    {
+        std::string frame = "$";
+        frame += static_cast<char>(channel);
+        frame += static_cast<char>(bytes.size() >> 8U);
+        frame += static_cast<char>(bytes.size());
+        return frame + bytes;
+    }
+
+    const std::shared_ptr<Heard> heard = std::make_shared<Heard>();
+};
+
+TEST_F(TalkBackTest, IsDescribedToThoseWhoInsistOnIt)
+{
+    start();
+    TestClient client(server->port());
+    const std::string plain = client.request("DESCRIBE", url()).body;
+    EXPECT_EQ(plain.find("talk"), std::string::npos) << plain;
+    EXPECT_EQ(plain.find("only"), std::string::npos) << plain;
+    const std::string whole = client.request("DESCRIBE", url(), require).body;
+    const std::size_t talk = whole.find("a=control:trackID=talk\r\na=sendonly\r\n");
+    EXPECT_NE(talk, std::string::npos) << whole;
+    EXPECT_NE(whole.find("a=control:trackID=0\r\na=recvonly\r\n"), std::string::npos) << whole;
+    EXPECT_NE(whole.find("a=control:trackID=1\r\na=recvonly\r\n"), std::string::npos) << whole;
+    EXPECT_EQ(client.request("DESCRIBE", talkTrack(), require).status, 200);
+    EXPECT_EQ(client.request("DESCRIBE", talkTrack()).status, 404);
+}
+
+TEST_F(TalkBackTest, IsNotThereWhereTheCameraHasNone)
+{
+    streams->talkBack = "none";
+    start();
+    TestClient client(server->port());
+    const Received description = client.request("DESCRIBE", url(), require);
+    EXPECT_EQ(description.status, 200);
+    EXPECT_EQ(description.body, client.request("DESCRIBE", url()).body);
+    EXPECT_EQ(client.request("SETUP", talkTrack(), std::string(tcp) + require).status, 404);
+    EXPECT_EQ(server->sessionCount(), 0u);
+}
+
+TEST_F(TalkBackTest, InterleavedSoundReachesTheOutput)
+{
+    start();
+    TestClient client(server->port());
+    const Received setup = client.request("SETUP", talkTrack(), std::string(tcp) + require);
+    EXPECT_EQ(setup.status, 200);
+    EXPECT_NE(setup.header("Transport").find("interleaved=0-1"), std::string::npos);
+    EXPECT_NE(setup.header("Transport").find("mode=\"PLAY\""), std::string::npos);
+    EXPECT_EQ(setup.header("Transport").find("RECORD"), std::string::npos);
+    client.send(interleaved(0, packet(1)));
+    const Received play = client.request("PLAY", url(), session(setup.session()) + require);
+    EXPECT_EQ(play.status, 200);
+    EXPECT_EQ(play.header("RTP-Info"), "") << "the device sends nothing there";
+    EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
+    EXPECT_EQ(heard->samples, 0u) << "what came before PLAY is not played";
+    client.send(interleaved(0, packet(2)));
+    EXPECT_TRUE(eventually([&] { return heard->samples >= 160; }));
+    EXPECT_EQ(client.request("TEARDOWN", url(), session(setup.session())).status, 200);
+    EXPECT_EQ(manager()->getSessionNum(), 0);
+    EXPECT_TRUE(eventually([&] { return !heard->open; }));
+}
+
+TEST_F(TalkBackTest, DatagramsOfTheClientReachTheOutputAndOthersDoNot)
+{
+    start();
+    TestClient client(server->port());
+    UdpPort mine;
+    UdpPort other;
+    const Received setup =
+        client.request("SETUP", talkTrack(), udpPorts + std::to_string(mine.port()) + "\r\n" + require);
+    ASSERT_EQ(setup.status, 200);
+    EXPECT_EQ(client.request("PLAY", url(), session(setup.session()) + require).status, 200);
+    EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
+    for (std::uint16_t number = 1; number < 20; ++number)
+    {
+        other.sendTo(server->rtpPort(), packet(number));
+    }
+    mine.sendTo(server->rtpPort(), packet(1));
+    EXPECT_TRUE(eventually([&] { return heard->samples > 0; }));
+    const std::size_t once = heard->samples;
+    mine.sendTo(server->rtpPort(), packet(2));
+    EXPECT_TRUE(eventually([&] { return heard->samples > once; }));
+    EXPECT_LE(heard->samples, 2 * once + once / 2) << "only two of the packets are the talker's";
+}
+
+TEST_F(TalkBackTest, GoesAlongWithThePictureInOneSession)
+{
+    start();
+    TestClient client(server->port());
+    const std::string id = setUpTcp(client, 2);
+    const Received setup = client.request("SETUP", talkTrack(), std::string(tcp) + session(id) + require);
+    ASSERT_EQ(setup.status, 200);
+    EXPECT_EQ(setup.session(), id);
+    const Received play = client.request("PLAY", url(), session(id) + require);
+    EXPECT_EQ(play.status, 200);
+    EXPECT_EQ(play.header("RTP-Info").find("talk"), std::string::npos);
+    picture(true);
+    EXPECT_TRUE(client.frame(0).isRtp());
+    EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
+    client.send(interleaved(4, packet(1)));
+    EXPECT_TRUE(eventually([&] { return heard->samples >= 160; }));
+    EXPECT_EQ(client.request("PAUSE", url(), session(id)).status, 200);
+    EXPECT_TRUE(eventually([&] { return !heard->open; }));
+    EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
+    EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
+}
+
+TEST_F(TalkBackTest, DoesNotMakeTheCameraWork)
+{
+    start();
+    TestClient client(server->port());
+    talkOverTcp(client);
+    EXPECT_EQ(streams->streams[0]->viewers, 0);
+}
+
+TEST_F(TalkBackTest, TracksOfTheDeviceCountAloneWhereNoneIsNamed)
+{
+    start();
+    TestClient client(server->port());
+    EXPECT_EQ(client.request("SETUP", url(), std::string(tcp) + require).status, 459);
+}
+
+TEST_F(TalkBackTest, ASecondClientIsRefusedWhereThePolicySaysSo)
+{
+    startWith(TalkPolicy::refuse);
+    TestClient first(server->port());
+    const std::string id = talkOverTcp(first);
+    TestClient second(server->port());
+    EXPECT_EQ(second.request("SETUP", talkTrack(), std::string(tcp) + require).status, 453);
+    EXPECT_EQ(server->sessionCount(), 1u);
+    const std::string viewing = setUpTcp(second, 1);
+    EXPECT_EQ(second.request("SETUP", talkTrack(), std::string(tcp) + session(viewing) + require).status,
+              453);
+    EXPECT_EQ(second.request("PLAY", url(), session(viewing)).status, 200) << "the picture is not refused";
+    EXPECT_EQ(first.request("TEARDOWN", url(), session(id)).status, 200);
+    EXPECT_EQ(second.request("SETUP", talkTrack(), std::string(tcp) + session(viewing) + require).status,
+              200);
+}
+
+TEST_F(TalkBackTest, NoMoreSessionsTalkAtOnceThanTheSettingsSay)
+{
+    TalkSettings settings;
+    settings.maxTalkers = 3;
+    SharedOutput::instance().configure(settings);
+    start();
+    TestClient client(server->port());
+    std::string last;
+    for (int i = 0; i < 3; ++i)
+    {
+        const Received answer = client.request("SETUP", talkTrack(), std::string(tcp) + require);
+        ASSERT_EQ(answer.status, 200);
+        last = answer.session();
+    }
+    EXPECT_EQ(client.request("SETUP", talkTrack(), std::string(tcp) + require).status, 453);
+    EXPECT_EQ(server->sessionCount(), 3u);
+    EXPECT_EQ(client.request("TEARDOWN", url(), session(last)).status, 200);
+    EXPECT_EQ(client.request("SETUP", talkTrack(), std::string(tcp) + require).status, 200);
+}
+
+TEST_F(TalkBackTest, AGoneConnectionEndsIt)
+{
+    start();
+    TestClient client(server->port());
+    talkOverTcp(client);
+    EXPECT_EQ(manager()->getSessionNum(), 1);
+    client.close(true);
+    EXPECT_TRUE(eventually([&] { return manager()->getSessionNum() == 0; }));
+    EXPECT_TRUE(eventually([&] { return server->sessionCount() == 0; }));
+}
+
+TEST_F(TalkBackTest, ASilentUdpClientTimesOut)
+{
+    start();
+    TestClient client(server->port());
+    UdpPort mine;
+    const Received setup =
+        client.request("SETUP", talkTrack(), udpPorts + std::to_string(mine.port()) + "\r\n" + require);
+    ASSERT_EQ(setup.status, 200);
+    client.request("PLAY", url(), session(setup.session()));
+    time.advance(120000);
+    EXPECT_TRUE(eventually([&] { return server->sessionCount() == 0; }));
+    EXPECT_EQ(manager()->getSessionNum(), 0);
+}
+
+TEST_F(TalkBackTest, AGoodbyeEndsTalkBackAndNotThePicture)
+{
+    start();
+    TestClient client(server->port());
+    const std::string id = setUpTcp(client, 1);
+    ASSERT_EQ(client.request("SETUP", talkTrack(), std::string(tcp) + session(id) + require).status, 200);
+    ASSERT_EQ(client.request("PLAY", url(), session(id) + require).status, 200);
+    std::string goodbye("\x80\xc9\x00\x01\x01\x02\x03\x04\x81\xcb\x00\x01\x01\x02\x03\x04", 16);
+    client.send(interleaved(3, goodbye));
+    EXPECT_TRUE(eventually([&] { return manager()->getSessionNum() == 0; }));
+    EXPECT_EQ(client.request("PAUSE", url(), session(id)).status, 200);
+    EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
+    picture(true);
+    EXPECT_TRUE(client.frame(0).isRtp());
+    EXPECT_EQ(client.request("PLAY", talkTrack(), session(id)).status, 455);
+    EXPECT_EQ(client.request("TEARDOWN", url(), session(id)).status, 200);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
