@@ -2,7 +2,8 @@
 """Checks in which direction the folders depend on one another, by their includes.
 
 hostapi/base <- support <- the rest of hostapi <- mediaurl <- audioback <- live <- playback <- the reference host <-
-tests and benchmarks. The library itself uses nothing but the language's standard library.
+tests and benchmarks. The library itself uses nothing but the language's standard library. Inside the reference host the
+folders stand in REFHOST, bottom to top; each includes only what stands below it and itself.
 
 Usage: check_includes.py [root]
 """
@@ -12,6 +13,9 @@ import sys
 
 ROOT = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parent.parent.parent)
 ORDER = ["hostapi/base", "support", "hostapi", "mediaurl", "audioback", "live", "playback"]
+# Folders of refhost/, bottom to top; "." is its top folder.
+REFHOST = ["base", "threads", "media", "rtp", "rtp/udp", "rtp/multicast", "config", "capture", "live", "recording", "playback",
+           "talkback/outputs", "talkback", "description", "rtsp/message", "rtsp/auth", "rtsp/session", "rtsp/connection", "."]
 # Benchmarks use the fakes of the tests.
 TOP = ["refhost", "bench", "tests"]
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
@@ -34,6 +38,17 @@ def allowed(layer_name):
     return ORDER + TOP
 
 
+def refhost_faults_of(path, target):
+    """Of an include from one folder of refhost/ to another."""
+    own, other = (pathlib.PurePosixPath(file).relative_to("refhost").parent.as_posix() for file in (path, target))
+    for folder in (own, other):
+        if folder not in REFHOST:
+            yield f"refhost/{folder} has no place in the order of folders"
+            return
+    if REFHOST.index(other) > REFHOST.index(own):
+        yield f'{path} includes "{target}": {own} must not know {other}'
+
+
 def faults_of(path):
     own = layer(path)
     for kind, target in INCLUDE.findall((ROOT / path).read_text()):
@@ -46,6 +61,8 @@ def faults_of(path):
             yield f'{path} includes "{target}", which is no path from the root'
         elif layer(target) not in allowed(own):
             yield f'{path} includes "{target}": {own} must not know {layer(target)}'
+        elif own == "refhost" and layer(target) == "refhost":
+            yield from refhost_faults_of(path, target)
 
 
 def main():
