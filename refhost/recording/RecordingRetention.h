@@ -14,13 +14,11 @@ namespace refhost
 ///
 /// Age is judged by dates, and dates by clocks that may have been wrong, then or now:
 /// - While the clock is implausible, earlier than the newest recording or than this program, nothing is
-/// removed by age.
+///   removed by age.
 /// - A segment that was recorded with an implausible clock counts as old as the first one with a plausible
-/// date that was
-///   recorded after it; without such a one it has no age.
+///   date that was recorded after it; without such a one it has no age.
 /// - After the clock was set forward, and where all recordings are too old at the start, a small share is
-/// removed at a
-///   time: as much as ages twice as fast as the clock, or a hundredth of all an hour.
+///   removed at a time: as much as ages twice as fast as the clock, or a hundredth of all an hour.
 ///
 /// Segments that are being written stay. Threads: one at a time.
 class RecordingRetention

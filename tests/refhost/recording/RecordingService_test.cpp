@@ -178,6 +178,8 @@ TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMo
     std::ofstream(config_.recording.directory + "/index.db");
     start();
     waitFor([] { return Device::recordings() != nullptr; });
+    // What is too old at the first sweep already is removed slowly.
+    waitFor([&] { return service_->retentions() > 0; });
     const std::shared_ptr<RecordingIndex> index = Device::recordings();
     const std::string path = config_.recording.directory + "/old";
     std::ofstream(path) << "footage";
@@ -197,6 +199,7 @@ TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
     config_.recording.maxAge = 1;
     CapturedErrors log;
     startRecording();
+    waitFor([&] { return service_->retentions() > 0; });
     for (const char* name : {"stays", "goes"})
     {
         RecordedSegment segment;
