@@ -33,7 +33,7 @@ int FootageDescriber::describe(const FootageDirectory& directory, int cameraId, 
     {
         return directory.isComplete() ? hostRecordingUnknown : hostRecordingsIncomplete;
     }
-    const auto segments = directory.find(cameraId, *streamId, beginNs, endNs, mostTried);
+    const auto segments = directory.find(cameraId, *streamId, beginNs, endNs, mostTried, SegmentPlace());
     if (segments.empty())
     {
         return hostRecordingUnknown;

@@ -18,9 +18,10 @@ bool IndexedFootage::isComplete() const
 }
 
 std::vector<RecordedSegment> IndexedFootage::find(int cameraId, int streamId, std::int64_t beginNs,
-                                                  std::int64_t endNs, int most) const
+                                                  std::int64_t endNs, int most,
+                                                  const SegmentPlace& after) const
 {
-    return index_->find(cameraId, streamId, beginNs, endNs, most);
+    return index_->find(cameraId, streamId, beginNs, endNs, most, after);
 }
 
 }  // namespace refhost

@@ -26,11 +26,13 @@ public:
         return true;
     }
 
-    /// Segments of a stream with footage in [beginNs, endNs), closed and open ones, in the order of their
+    /// Segments of a stream with footage in [beginNs, endNs), closed and open ones, in the order of epoch and
     /// begin.
-    /// \param most  how many, the first ones
+    /// \param most   how many, the first ones
+    /// \param after  those behind this place alone
     virtual std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
-                                              std::int64_t endNs, int most) const = 0;
+                                              std::int64_t endNs, int most,
+                                              const SegmentPlace& after) const = 0;
 };
 
 /// What a RecordingIndex knows.
@@ -42,7 +44,7 @@ public:
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override;
     bool isComplete() const override;
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int most) const override;
+                                      int most, const SegmentPlace& after) const override;
 
 private:
     const std::shared_ptr<const RecordingIndex> index_;

@@ -42,7 +42,7 @@ std::optional<std::int64_t> FootageReader::startOf(std::shared_ptr<const Footage
 
 FootageReader::FootageReader(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
                              const Request& request)
-    : directory_(std::move(directory)), clock_(clock), request_(request), soughtFromNs_(request.fromNs)
+    : directory_(std::move(directory)), clock_(clock), request_(request)
 {
 }
 
@@ -69,6 +69,10 @@ FootageReader::Result FootageReader::read(CodedUnit& out)
                 continue;
             }
             out.timeNs += segment_->beginNs;
+            if (isBehindEpoch(out))
+            {
+                continue;
+            }
             if (takes(out))
             {
                 waits_ = 0;
@@ -118,7 +122,10 @@ FootageReader::Opened FootageReader::openNext()
     RecordedSegment segment;
     while (nextSegment(segment))
     {
-        soughtFromNs_ = segment.beginNs + 1;
+        if (segment_ && segment.epoch != segment_->epoch)
+        {
+            beginEpoch();
+        }
         if (openSegment(segment, request_.fromNs))
         {
             return Opened::yes;
@@ -129,18 +136,17 @@ FootageReader::Opened FootageReader::openNext()
     return mayFollow ? Opened::later : Opened::none;
 }
 
-/// The next segment by begin. One is not found twice, however its neighbours overlap.
+/// The next segment by epoch and begin. One is not found twice, however its neighbours overlap.
 bool FootageReader::nextSegment(RecordedSegment& out)
 {
     if (found_.empty())
     {
-        for (RecordedSegment& segment :
-             directory_->find(request_.cameraId, request_.streamId, soughtFromNs_, request_.endNs, mostFound))
+        const SegmentPlace after =
+            segment_ ? SegmentPlace{segment_->epoch, segment_->beginNs} : SegmentPlace();
+        for (RecordedSegment& segment : directory_->find(request_.cameraId, request_.streamId,
+                                                         request_.fromNs, request_.endNs, mostFound, after))
         {
-            if (!segment_ || segment.beginNs > segment_->beginNs)
-            {
-                found_.push_back(std::move(segment));
-            }
+            found_.push_back(std::move(segment));
         }
     }
     if (found_.empty())
@@ -156,6 +162,12 @@ bool FootageReader::nextSegment(RecordedSegment& out)
 bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs, const SegmentFile* grown)
 {
     segment_ = segment;
+    const bool reachesEnd = !segment.closed || segment.beginNs + segment.durationNs > request_.endNs;
+    const SegmentPlace endOfEpoch{segment.epoch, std::numeric_limits<std::int64_t>::max()};
+    epochFollows_ = reachesEnd && !directory_
+                                       ->find(request_.cameraId, request_.streamId, request_.fromNs,
+                                              request_.endNs, 1, endOfEpoch)
+                                       .empty();
     if (!segment.closed)
     {
         std::error_code failure;
@@ -199,7 +211,8 @@ bool FootageReader::reopenGrown()
 {
     const std::int64_t beginNs = segment_->beginNs;
     for (RecordedSegment& now :
-         directory_->find(request_.cameraId, request_.streamId, beginNs, beginNs + second, mostFound))
+         directory_->find(request_.cameraId, request_.streamId, beginNs, beginNs + second, mostFound,
+                          SegmentPlace{segment_->epoch, beginNs - 1}))
     {
         std::error_code failure;
         const auto size = static_cast<std::int64_t>(std::filesystem::file_size(now.path, failure));
@@ -306,6 +319,30 @@ bool FootageReader::follows(const CodedUnit& unit)
     }
     fresh_ = unit.video && (!unit.key || unit.timeNs <= lastPictureNs_);
     return !fresh_;
+}
+
+/// The clock was set back: what follows is dated earlier.
+void FootageReader::beginEpoch()
+{
+    beginSection();
+    lastPictureNs_ = 0;
+    lastSoundNs_ = 0;
+    lastKeyNs_.reset();
+}
+
+/// Whether a unit lies behind the interval while its begin in a later epoch is still to come. Ends the file
+/// where nothing of the interval can follow, in whatever order frames are shown.
+bool FootageReader::isBehindEpoch(const CodedUnit& unit)
+{
+    if (!epochFollows_ || unit.timeNs < request_.endNs)
+    {
+        return false;
+    }
+    if (unit.timeNs > request_.endNs + second)
+    {
+        file_.reset();
+    }
+    return true;
 }
 
 void FootageReader::beginSection()

@@ -43,8 +43,10 @@ public:
                   const Request& request);
     ~FootageReader() override;
 
-    /// The next unit in the order of decoding, with its wall clock. Pictures begin with a key picture at the
-    /// begin and behind each gap, and sound with that picture.
+    /// The next unit in the order of decoding, with its wall clock. Where the clock was set back, what was
+    /// recorded before comes first, up to the interval's end, and then what was recorded after, in a section
+    /// of its own. Pictures begin with a key picture at the begin and behind each gap, and sound with that
+    /// picture.
     Result read(CodedUnit& out) override;
 
     /// Number of the contiguous section that the last unit belongs to.
@@ -80,6 +82,8 @@ private:
     bool keepsDistance(const CodedUnit& unit);
     bool follows(const CodedUnit& unit);
     void beginSection();
+    void beginEpoch();
+    bool isBehindEpoch(const CodedUnit& unit);
     bool isLead(const CodedUnit& unit) const
     {
         return unit.video == request_.video.has_value();
@@ -89,12 +93,12 @@ private:
     const HostClock& clock_;
     const Request request_;
     std::deque<RecordedSegment> found_;  // the next ones in order
-    std::int64_t soughtFromNs_;          // footage from here on may not be found yet
     std::optional<RecordedSegment> segment_;
     std::unique_ptr<SegmentFile> file_;
-    bool fresh_ = false;       // no unit of the segment followed what was before yet
-    bool resuming_ = false;    // the segment is read again up to where it ended before
-    bool waitsForKey_ = true;  // sound waits too
+    bool fresh_ = false;         // no unit of the segment followed what was before yet
+    bool resuming_ = false;      // the segment is read again up to where it ended before
+    bool waitsForKey_ = true;    // sound waits too
+    bool epochFollows_ = false;  // behind the interval's end in this epoch comes its begin in a later one
     std::uint32_t section_ = 0;
     std::int64_t startNs_ = 0;  // of the section: its first key picture
     std::int64_t endNs_ = 0;    // of the section as far as it was read; 0 before its first unit

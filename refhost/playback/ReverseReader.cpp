@@ -133,7 +133,12 @@ void ReverseReader::findBefore()
     while (found_.empty() && soughtToNs_ > request_.endNs)
     {
         const std::int64_t fromNs = std::max(soughtToNs_ - spanNs, request_.endNs);
-        auto segments = directory_->find(request_.cameraId, request_.streamId, fromNs, soughtToNs_, maxFound);
+        auto segments = directory_->find(request_.cameraId, request_.streamId, fromNs, soughtToNs_, maxFound,
+                                         SegmentPlace());
+        // By the clock alone, also where it was set back.
+        std::stable_sort(segments.begin(), segments.end(),
+                         [](const RecordedSegment& a, const RecordedSegment& b)
+                         { return a.beginNs < b.beginNs; });
         if (segments.size() == maxFound && spanNs > second)
         {
             spanNs /= 2;

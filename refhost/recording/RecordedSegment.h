@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 
 namespace refhost
@@ -15,12 +16,22 @@ struct RecordedSegment
     std::int64_t id = 0;
     int cameraId = 0;
     int streamId = 0;
+    /// Counts from 0 how often the clock had been set back when it was recorded, so that what was recorded at
+    /// one time of the clock twice is kept apart. The index assigns it.
+    int epoch = 0;
     std::int64_t beginNs = 0;  ///< capture time of the first picture, wall clock, nanoseconds since 1970
     std::int64_t durationNs =
         0;                   ///< up to the end of the last picture; of an open segment what is known so far
     std::int64_t bytes = 0;  ///< size of the file; of an open segment what is known so far
     std::string path;        ///< of the file, with the index's directory in front
     bool closed = false;     ///< false while it is written, or when that ended with a crash
+};
+
+/// A place in the order of a stream's segments: by epoch, and by begin within one.
+struct SegmentPlace
+{
+    int epoch = -1;
+    std::int64_t beginNs = std::numeric_limits<std::int64_t>::max();
 };
 
 /// A time without a seam in which a stream was recorded.

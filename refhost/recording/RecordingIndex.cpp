@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -14,7 +15,7 @@ namespace refhost
 namespace
 {
 
-constexpr int schemaVersion = 1;
+constexpr int schemaVersion = 2;
 
 constexpr const char* schema =
     "BEGIN;"
@@ -26,17 +27,59 @@ constexpr const char* schema =
     " duration_ns INTEGER NOT NULL,"
     " bytes INTEGER NOT NULL,"
     " path TEXT NOT NULL UNIQUE,"  // below the directory, which may move
-    " closed INTEGER NOT NULL);"
-    "CREATE INDEX segment_of_stream ON segment(camera, stream, begin_ns);"
+    " closed INTEGER NOT NULL,"
+    " epoch INTEGER NOT NULL);"
+    "CREATE INDEX segment_of_stream ON segment(camera, stream, epoch, begin_ns);"
     "CREATE INDEX segment_by_length ON segment(camera, stream, duration_ns);"
     "CREATE INDEX segment_by_age ON segment(begin_ns);"
     "CREATE INDEX segment_unclosed ON segment(closed) WHERE closed = 0;"
-    "PRAGMA user_version = 1;"
+    "PRAGMA user_version = 2;"
+    "COMMIT;";
+
+/// From version 1, which knew no epochs.
+constexpr const char* upgrade =
+    "BEGIN;"
+    "ALTER TABLE segment ADD COLUMN epoch INTEGER NOT NULL DEFAULT 0;"
+    "DROP INDEX segment_of_stream;"
+    "CREATE INDEX segment_of_stream ON segment(camera, stream, epoch, begin_ns);"
+    "PRAGMA user_version = 2;"
     "COMMIT;";
 
 constexpr const char* columns =
-    "SELECT id, camera, stream, begin_ns, duration_ns, bytes, path, closed FROM segment ";
+    "SELECT id, camera, stream, begin_ns, duration_ns, bytes, path, closed, epoch FROM segment ";
 constexpr int pathColumn = 6;
+
+/// Segments may overlap by this much without a clock that was set back: ends that were measured are not
+/// exact.
+constexpr std::int64_t overlapNs = RecordingIndex::seamNs;
+
+/// What both ways of entering a segment begin with; the epoch follows.
+constexpr const char* insert =
+    "INSERT INTO segment(camera, stream, begin_ns, duration_ns, bytes, path, closed, epoch)"
+    " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ";
+
+/// The first epoch without a segment at the time of the new one.
+std::string firstFreeEpoch()
+{
+    const std::string overlap = std::to_string(overlapNs);
+    return "(WITH RECURSIVE free(epoch) AS (SELECT 0 UNION ALL SELECT epoch + 1 FROM free WHERE EXISTS("
+           "SELECT 1 FROM segment AS other WHERE other.camera = ?1 AND other.stream = ?2"
+           " AND other.epoch = free.epoch AND other.begin_ns < ?3 + ?4 - " +
+           overlap +
+           " AND other.begin_ns > ?3 - (SELECT max(duration_ns) FROM segment WHERE camera = ?1 AND stream = "
+           "?2)"
+           " AND other.begin_ns + other.duration_ns > ?3 + " +
+           overlap + ")) SELECT max(epoch) FROM free)";
+}
+
+/// The epoch of the stream's last segment, or a new one where that ended after the new one begins.
+std::string nextEpoch()
+{
+    return "coalesce((SELECT iif(last.begin_ns + last.duration_ns > ?3 + " + std::to_string(overlapNs) +
+           ", (SELECT max(epoch) + 1 FROM segment WHERE camera = ?1 AND stream = ?2), last.epoch)"
+           " FROM segment AS last WHERE last.id ="
+           " (SELECT max(id) FROM segment WHERE camera = ?1 AND stream = ?2)), 0)";
+}
 
 constexpr const char* tooNew = "it was written by a later version of ovrtspd";
 
@@ -137,17 +180,14 @@ bool RecordingIndex::openWriting(std::string& error)
         error = tooNew;
         return false;
     }
-    bool good = version == schemaVersion || (version == 0 && database.execute(schema));
-    writing_.add = prepared(database,
-                            "INSERT INTO segment(camera, stream, begin_ns, duration_ns, bytes, path, closed)"
-                            " VALUES(?, ?, ?, ?, ?, ?, ?)",
-                            good);
-    writing_.enter = prepared(
-        database,
-        "INSERT INTO segment(camera, stream, begin_ns, duration_ns, bytes, path, closed)"
-        " VALUES(?, ?, ?, ?, ?, ?, ?) ON CONFLICT(path) DO UPDATE SET duration_ns = excluded.duration_ns,"
-        " bytes = excluded.bytes, closed = excluded.closed",
-        good);
+    bool good = version == schemaVersion || (version == 1 && database.execute(upgrade)) ||
+                (version == 0 && database.execute(schema));
+    writing_.add = prepared(database, insert + firstFreeEpoch() + ")", good);
+    writing_.enter = prepared(database,
+                              insert + nextEpoch() +
+                                  ") ON CONFLICT(path) DO UPDATE SET duration_ns = excluded.duration_ns,"
+                                  " bytes = excluded.bytes, closed = excluded.closed",
+                              good);
     writing_.removePath = prepared(database, "DELETE FROM segment WHERE path = ?", good);
     writing_.grow =
         prepared(database, "UPDATE segment SET duration_ns = ?, bytes = ? WHERE id = ? AND closed = 0", good);
@@ -170,9 +210,15 @@ bool RecordingIndex::openReading(std::string& error)
         return false;
     }
     SqliteDatabase& database = *reading_.database;
-    if (versionOf(database) > schemaVersion)
+    const int version = versionOf(database);
+    if (version > schemaVersion)
     {
         error = tooNew;
+        return false;
+    }
+    if (version == 1)
+    {
+        error = "it was written by an earlier version of ovrtspd; a server that starts brings it up to date";
         return false;
     }
     bool good = true;
@@ -181,12 +227,16 @@ bool RecordingIndex::openReading(std::string& error)
     // time does not grow with the number of segments.
     reading_.find =
         prepared(database,
-                 select + "WHERE camera = ?1 AND stream = ?2 AND begin_ns < ?4 AND begin_ns > ?3 - " +
+                 select +
+                     "WHERE camera = ?1 AND stream = ?2 AND epoch = ?3 AND begin_ns < ?5 AND begin_ns > "
+                     "max(?6, ?4 - " +
                      std::to_string(openReserveNs) +
-                     " - (SELECT max(duration_ns) FROM segment WHERE camera = ?1 AND stream = ?2)"
+                     " - (SELECT max(duration_ns) FROM segment WHERE camera = ?1 AND stream = ?2))"
                      " AND begin_ns + duration_ns + iif(closed, 0, " +
-                     std::to_string(openReserveNs) + ") > ?3 ORDER BY begin_ns, id LIMIT ?5",
+                     std::to_string(openReserveNs) + ") > ?4 ORDER BY begin_ns, id LIMIT ?7",
                  good);
+    reading_.epochAfter = prepared(
+        database, "SELECT min(epoch) FROM segment WHERE camera = ? AND stream = ? AND epoch > ?", good);
     // Two searches instead of a comparison of pairs, for which SQLite would read the camera's whole index.
     reading_.streamAfter =
         prepared(database,
@@ -195,7 +245,7 @@ bool RecordingIndex::openReading(std::string& error)
                  " WHERE camera > ?1 ORDER BY camera, stream LIMIT 1) LIMIT 1",
                  good);
     reading_.ofStream =
-        prepared(database, select + "WHERE camera = ? AND stream = ? ORDER BY begin_ns, id", good);
+        prepared(database, select + "WHERE camera = ? AND stream = ? ORDER BY epoch, begin_ns, id", good);
     reading_.all = prepared(database, select + "ORDER BY begin_ns, id", good);
     reading_.unclosed = prepared(database, select + "WHERE closed = 0 ORDER BY begin_ns, id", good);
     reading_.oldestClosed =
@@ -224,9 +274,30 @@ std::vector<RecordedSegment> RecordingIndex::find(int cameraId, std::int64_t beg
 }
 
 std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, std::int64_t beginNs,
-                                                  std::int64_t endNs, int most) const
+                                                  std::int64_t endNs, int most,
+                                                  const SegmentPlace& after) const
 {
-    return segments(reading_.find, cameraId, streamId, beginNs, endNs, most);
+    std::vector<RecordedSegment> found;
+    std::optional<int> epoch = after.epoch < 0 ? epochAfter(cameraId, streamId, -1) : after.epoch;
+    for (; epoch && most != 0; epoch = epochAfter(cameraId, streamId, *epoch))
+    {
+        const std::int64_t afterNs =
+            *epoch == after.epoch ? after.beginNs : std::numeric_limits<std::int64_t>::min();
+        std::vector<RecordedSegment> ofEpoch =
+            segments(reading_.find, cameraId, streamId, *epoch, beginNs, endNs, afterNs, most);
+        most -= most < 0 ? 0 : static_cast<int>(ofEpoch.size());
+        std::move(ofEpoch.begin(), ofEpoch.end(), std::back_inserter(found));
+    }
+    return found;
+}
+
+std::optional<int> RecordingIndex::epochAfter(int cameraId, int streamId, int epoch) const
+{
+    const std::lock_guard<std::mutex> guard(readingMutex_);
+    SqliteQuery query(*reading_.epochAfter, cameraId, streamId, epoch);
+    const bool found = query.next() && !query.isNull(0);
+    readable_ = query.succeeded();
+    return found ? std::make_optional(static_cast<int>(query.number(0))) : std::nullopt;
 }
 
 std::optional<int> RecordingIndex::streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const
@@ -269,9 +340,11 @@ std::optional<RecordedStream> RecordingIndex::streamAfter(const RecordedStream& 
 std::vector<FootageInterval> RecordingIndex::footage(int cameraId, int streamId) const
 {
     std::vector<FootageInterval> intervals;
+    int epoch = 0;
     for (const RecordedSegment& segment : segments(reading_.ofStream, cameraId, streamId))
     {
-        if (intervals.empty() || segment.beginNs > intervals.back().endNs + shortestGapNs)
+        const bool other = std::exchange(epoch, segment.epoch) != segment.epoch;
+        if (intervals.empty() || other || segment.beginNs > intervals.back().endNs + shortestGapNs)
         {
             intervals.push_back({segment.beginNs, segment.beginNs, false});
         }
@@ -279,6 +352,9 @@ std::vector<FootageInterval> RecordingIndex::footage(int cameraId, int streamId)
         interval.endNs = std::max(interval.endNs, endOf(segment));
         interval.growing = !segment.closed;
     }
+    std::stable_sort(intervals.begin(), intervals.end(),
+                     [](const FootageInterval& a, const FootageInterval& b)
+                     { return a.beginNs < b.beginNs; });
     return intervals;
 }
 
@@ -442,6 +518,7 @@ RecordedSegment RecordingIndex::segmentOf(const SqliteQuery& row) const
     segment.bytes = row.number(5);
     segment.path = directory_ + "/" + row.text(pathColumn);
     segment.closed = row.number(7) != 0;
+    segment.epoch = static_cast<int>(row.number(8));
     return segment;
 }
 

@@ -56,18 +56,20 @@ public:
     }
 
     /// Segments with footage in [beginNs, endNs) of a camera: of its lowest stream that has any there. Closed
-    /// and open ones, in the order of their begin.
+    /// and open ones, in the order of epoch and begin.
     std::vector<RecordedSegment> find(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
     /// The same of one stream.
-    /// \param most  how many, the first ones; negative: all
+    /// \param most   how many, the first ones; negative: all
+    /// \param after  those behind this place alone; at first all
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int most = -1) const;
+                                      int most = -1, const SegmentPlace& after = {}) const;
     /// The lowest stream of a camera with footage in [beginNs, endNs); nothing where there is none.
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
 
     /// Every stream with a segment, in the order of camera and stream.
     std::vector<RecordedStream> streams() const;
-    /// When a stream was recorded, in time order; the gaps are between the intervals.
+    /// When a stream was recorded, in time order; the gaps are between the intervals. Where the clock was set
+    /// back, intervals overlap.
     std::vector<FootageInterval> footage(int cameraId, int streamId) const;
 
     /// Every segment in the order of its begin; the oldest first.
@@ -92,10 +94,12 @@ public:
     /// Sum of the sizes of all segments, bytes.
     std::int64_t totalBytes() const;
 
-    /// Enters a segment. \param segment  `id` is not read; `path` must lie below the directory
+    /// Enters a segment that is found on the disk, in the first epoch that has nothing at its time.
+    /// \param segment  `id` and `epoch` are not read; `path` must lie below the directory
     /// \returns its id
     std::optional<std::int64_t> add(const RecordedSegment& segment);
-    /// Enters a segment, or what is known of it now; its path says which. \param segment  as in add()
+    /// Enters a segment that is recorded now, or what is known of it; its path says which. One that begins
+    /// before the stream's last one ended begins a new epoch. \param segment  as in add()
     bool enter(const RecordedSegment& segment);
     /// Forgets the segment of a path, if there is one; its file is the caller's.
     bool removePath(const std::string& path);
@@ -132,6 +136,7 @@ private:
     {
         std::unique_ptr<SqliteDatabase> database;
         SqliteDatabase::Statement find;
+        SqliteDatabase::Statement epochAfter;
         SqliteDatabase::Statement streamAfter;
         SqliteDatabase::Statement ofStream;
         SqliteDatabase::Statement all;
@@ -159,6 +164,7 @@ private:
     bool openWriting(std::string& error);
     bool openReading(std::string& error);
     std::optional<RecordedStream> streamAfter(const RecordedStream& stream) const;
+    std::optional<int> epochAfter(int cameraId, int streamId, int epoch) const;
     RecordedSegment segmentOf(const SqliteQuery& row) const;
     std::optional<RecordedSegment> firstOf(SqliteQuery& query, const std::set<std::int64_t>& besides) const;
     std::string inside(const std::string& path) const;

@@ -48,7 +48,11 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
     {
         recorded += interval.endNs - interval.beginNs;
     }
-    const std::size_t gaps = footage.empty() ? 0 : footage.size() - 1;
+    std::size_t gaps = 0;
+    for (std::size_t i = 1; i < footage.size(); ++i)
+    {
+        gaps += footage[i].beginNs >= footage[i - 1].endNs ? 1 : 0;
+    }
     out << fmt::format("{}: {} seconds, {} gap{}\n", nameOf_(stream.cameraId, stream.streamId),
                        seconds(recorded), gaps, gaps == 1 ? "" : "s");
     const FootageInterval* before = nullptr;
@@ -56,7 +60,9 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
     {
         if (before != nullptr)
         {
-            out << fmt::format("  gap of {} seconds\n", seconds(interval.beginNs - before->endNs));
+            const std::int64_t gapNs = interval.beginNs - before->endNs;
+            out << (gapNs >= 0 ? fmt::format("  gap of {} seconds\n", seconds(gapNs))
+                               : std::string("  the clock was set back\n"));
         }
         out << fmt::format("  from {} ({}) to {} ({}){}, {} seconds\n      {}\n", utc(interval.beginNs),
                            seconds(interval.beginNs), utc(interval.endNs), seconds(interval.endNs),

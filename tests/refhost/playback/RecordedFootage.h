@@ -53,26 +53,29 @@ public:
 
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override
     {
-        const auto found = find(cameraId, 0, beginNs, endNs, 1);
+        const auto found = find(cameraId, 0, beginNs, endNs, 1, SegmentPlace());
         return found.empty() ? std::nullopt : std::optional<int>(0);
     }
 
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int most) const override
+                                      int most, const SegmentPlace& after) const override
     {
+        const auto placeOf = [](const RecordedSegment& segment)
+        { return std::make_pair(segment.epoch, segment.beginNs); };
         const std::lock_guard<std::mutex> guard(mutex_);
         std::vector<RecordedSegment> found;
         for (const RecordedSegment& segment : segments_)
         {
             if (segment.cameraId == cameraId && segment.streamId == streamId && segment.beginNs < endNs &&
-                segment.beginNs + segment.durationNs > beginNs)
+                segment.beginNs + segment.durationNs > beginNs &&
+                placeOf(segment) > std::make_pair(after.epoch, after.beginNs))
             {
                 found.push_back(segment);
             }
         }
         std::sort(found.begin(), found.end(),
-                  [](const RecordedSegment& left, const RecordedSegment& right)
-                  { return left.beginNs < right.beginNs; });
+                  [&](const RecordedSegment& left, const RecordedSegment& right)
+                  { return placeOf(left) < placeOf(right); });
         found.resize(std::min(found.size(), static_cast<std::size_t>(most)));
         return found;
     }
@@ -141,11 +144,13 @@ protected:
     }
 
     /// Adds a segment that lists a file.
-    RecordedSegment addFile(const std::string& path, double begin, double seconds, bool closed = true)
+    RecordedSegment addFile(const std::string& path, double begin, double seconds, bool closed = true,
+                            int epoch = 0)
     {
         RecordedSegment segment;
         segment.id = ++segments_;
         segment.cameraId = 1;
+        segment.epoch = epoch;
         segment.beginNs = at(begin);
         segment.durationNs = static_cast<std::int64_t>(seconds * 1e9);
         segment.path = path;
@@ -154,9 +159,9 @@ protected:
         return segment;
     }
 
-    RecordedSegment addSegment(double begin, int seconds)
+    RecordedSegment addSegment(double begin, int seconds, int epoch = 0)
     {
-        return addFile(makeFile(seconds), begin, seconds);
+        return addFile(makeFile(seconds), begin, seconds, true, epoch);
     }
 
     /// Cuts a file off after a share of its bytes.

@@ -101,6 +101,25 @@ TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
     }
 }
 
+TEST_F(RecordedSourceTest, WhatWasRecordedTwiceAtOneTimeComesOneAfterTheOther)
+{
+    // After second 6 the clock was set back to second 2.
+    addSegment(0, 3);
+    addSegment(3, 3);
+    addSegment(2, 3, 1);
+    addSegment(5, 3, 1);
+    const Read read = readAll(1, 4);
+    EXPECT_EQ(read.result, PlaybackSource::Result::end);
+    ASSERT_EQ(read.pictures.size(), 75U + 50U);
+    expectPictures({read.pictures.begin(), read.pictures.begin() + 75}, 1, 75);
+    expectPictures({read.pictures.begin() + 75, read.pictures.end()}, 2, 50);
+    EXPECT_EQ(read.pictures[0].section, read.pictures[74].section);
+    EXPECT_NE(read.pictures[74].section, read.pictures[75].section);
+    EXPECT_EQ(read.pictures[75].section, read.pictures[124].section);
+    EXPECT_TRUE(read.pictures[75].key);
+    EXPECT_NEAR(static_cast<double>(read.blocks.size()), 150 + 100, 4);
+}
+
 TEST_F(RecordedSourceTest, ADamagedParameterSetInTheFirstSegmentSparesTheOthers)
 {
     for (const std::size_t from : {0U, 4U, 6U})

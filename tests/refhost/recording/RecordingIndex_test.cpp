@@ -186,8 +186,98 @@ TEST_F(RecordingIndexTest, LongSegmentIsFoundBehindShorterOnesThatBeganLater)
     const std::int64_t shorter = add(1, 0, 100, 10);
     EXPECT_THAT(find(1, 105, 106), ElementsAre(shorter));
     const std::int64_t longer = add(1, 0, 0, 3600);
-    EXPECT_THAT(find(1, 105, 106), ElementsAre(longer, shorter));
+    // In an epoch of its own, because they overlap.
+    EXPECT_THAT(find(1, 105, 106), ElementsAre(shorter, longer));
     EXPECT_THAT(find(1, 3000, 3001), ElementsAre(longer));
+}
+
+TEST_F(RecordingIndexTest, WhatIsRecordedAfterTheClockWasSetBackIsKeptApart)
+{
+    for (const double begin : {0, 10, 20, 13, 23})
+    {
+        ASSERT_TRUE(index_->enter(segment(1, 0, begin, 10)));
+    }
+    std::vector<std::pair<int, double>> places;
+    for (const RecordedSegment& found : index_->find(1, 0, year2026, year2026 + 100 * second))
+    {
+        places.emplace_back(found.epoch, static_cast<double>(found.beginNs - year2026) / second);
+    }
+    using Place = std::pair<int, double>;
+    EXPECT_THAT(places, ElementsAre(Place(0, 0), Place(0, 10), Place(0, 20), Place(1, 13), Place(1, 23)));
+    EXPECT_THAT(footage(1, 0), ElementsAre(std::make_pair(0.0, 30.0), std::make_pair(13.0, 33.0)));
+}
+
+TEST_F(RecordingIndexTest, AClockThatIsSetForwardBeginsNoEpoch)
+{
+    for (const double begin : {0, 1000, 1010})
+    {
+        ASSERT_TRUE(index_->enter(segment(1, 0, begin, 10)));
+        ASSERT_TRUE(index_->enter(segment(2, 0, begin, 10)));
+    }
+    for (const RecordedSegment& found : index_->all())
+    {
+        EXPECT_EQ(found.epoch, 0);
+    }
+}
+
+TEST_F(RecordingIndexTest, SegmentsAreFoundBehindAPlaceAcrossEpochs)
+{
+    for (const double begin : {0, 10, 5, 15})
+    {
+        ASSERT_TRUE(index_->enter(segment(1, 0, begin, 10)));
+    }
+    SegmentPlace after;
+    std::vector<double> begins;
+    for (int i = 0; i < 10; ++i)
+    {
+        const auto found = index_->find(1, 0, year2026, year2026 + 100 * second, 1, after);
+        if (found.empty())
+        {
+            break;
+        }
+        after = {found[0].epoch, found[0].beginNs};
+        begins.push_back(static_cast<double>(found[0].beginNs - year2026) / second);
+    }
+    EXPECT_THAT(begins, ElementsAre(0, 10, 5, 15));
+}
+
+TEST_F(RecordingIndexTest, FilesThatAreFoundAgainGoWhereThereIsRoom)
+{
+    for (const double begin : {0, 3, 10, 13})
+    {
+        add(1, 0, begin, 10);
+    }
+    EXPECT_THAT(footage(1, 0), ElementsAre(std::make_pair(0.0, 20.0), std::make_pair(3.0, 23.0)));
+}
+
+TEST_F(RecordingIndexTest, AnIndexOfTheFirstVersionIsBroughtUpToDate)
+{
+    const std::string directory = folder_ / "first";
+    std::filesystem::create_directory(directory);
+    {
+        std::string error;
+        const auto database =
+            SqliteDatabase::open(directory + "/index.db", SqliteDatabase::Access::write, error);
+        ASSERT_TRUE(database &&
+                    database->execute(
+                        "CREATE TABLE segment(id INTEGER PRIMARY KEY, camera INTEGER NOT NULL, stream "
+                        "INTEGER NOT NULL,"
+                        " begin_ns INTEGER NOT NULL, duration_ns INTEGER NOT NULL, bytes INTEGER NOT NULL,"
+                        " path TEXT NOT NULL UNIQUE, closed INTEGER NOT NULL);"
+                        "CREATE INDEX segment_of_stream ON segment(camera, stream, begin_ns);"
+                        "CREATE INDEX segment_by_length ON segment(camera, stream, duration_ns);"
+                        "INSERT INTO segment VALUES(1, 1, 0, 0, 10000000000, 5, '1/0/a.mkv', 1);"
+                        "PRAGMA user_version = 1;"))
+            << error;
+    }
+    std::string error;
+    EXPECT_EQ(RecordingIndex::openToRead(directory, error), nullptr);
+    EXPECT_NE(error.find("earlier version"), std::string::npos) << error;
+    const auto index = RecordingIndex::open(directory, error);
+    ASSERT_NE(index, nullptr) << error;
+    ASSERT_EQ(index->all().size(), 1U);
+    EXPECT_EQ(index->all()[0].epoch, 0);
+    EXPECT_EQ(index->find(1, 0, 0, second).size(), 1U);
 }
 
 TEST_F(RecordingIndexTest, StreamOfAnIntervalIsToldWithoutItsSegments)
@@ -243,12 +333,12 @@ TEST_F(RecordingIndexTest, FootageJoinsSegmentsThatFollowAndLeavesGapsOut)
     EXPECT_THAT(footage(1, 1), IsEmpty());
 }
 
-TEST_F(RecordingIndexTest, FootageThatOverlapsAfterAClockWasSetBackIsOneInterval)
+TEST_F(RecordingIndexTest, FootageThatOverlapsAfterAClockWasSetBackIsAnIntervalOfItsOwn)
 {
     add(1, 0, 0, 10);
     add(1, 0, 2, 3);
     add(1, 0, 9, 10);
-    EXPECT_THAT(footage(1, 0), ElementsAre(Pair(0, 19)));
+    EXPECT_THAT(footage(1, 0), ElementsAre(Pair(0, 19), std::make_pair(2.0, 5.0)));
 }
 
 TEST_F(RecordingIndexTest, FootageGrowsWhereItsLastSegmentIsOpen)
@@ -403,7 +493,7 @@ TEST_F(RecordingIndexTest, IndexOfALaterVersionIsRefused)
     {
         const auto database =
             SqliteDatabase::open(folder_ / "a/b/index.db", SqliteDatabase::Access::write, error);
-        ASSERT_TRUE(database && database->execute("PRAGMA user_version = 2")) << error;
+        ASSERT_TRUE(database && database->execute("PRAGMA user_version = 3")) << error;
     }
     EXPECT_FALSE(RecordingIndex::open(folder_ / "a/b", error));
     EXPECT_NE(error.find("later version"), std::string::npos) << error;

@@ -74,6 +74,21 @@ TEST_F(RecordingListingTest, IntervalsGapsAndUrlsAreListedForEachStream)
               "      rtsp://host:1/orv/playback/2_1767225600_1767229200\n");
 }
 
+TEST_F(RecordingListingTest, WhatIsRecordedAfterTheClockWasSetBackIsListedByItself)
+{
+    add(1, 0, 0, 25040);
+    add(1, 0, 10000, 25040);
+    EXPECT_EQ(list(),
+              "camera 1/0 \"yard\": 50.080 seconds, 0 gaps\n"
+              "  from 2026-01-01T00:00:00.000Z (1767225600.000) to 2026-01-01T00:00:25.040Z "
+              "(1767225625.040), 25.040 seconds\n"
+              "      rtsp://host:1/orv/playback/1_1767225600_1767225625\n"
+              "  the clock was set back\n"
+              "  from 2026-01-01T00:00:10.000Z (1767225610.000) to 2026-01-01T00:00:35.040Z "
+              "(1767225635.040), 25.040 seconds\n"
+              "      rtsp://host:1/orv/playback/1_1767225610_1767225635\n");
+}
+
 TEST_F(RecordingListingTest, NothingGrowsOfWhatACrashLeft)
 {
     add(1, 0, 0, 5040, false);
