@@ -81,6 +81,30 @@ void CameraStream::post(TaskQueue::Task task, std::chrono::milliseconds delay)
     queue_->post(unlessClosed, delay);
 }
 
+/// However often viewers come and go while the stream's thread is held up, one task waits for them.
+void CameraStream::postUpdate()
+{
+    if (updatePosted_.exchange(true))
+    {
+        return;
+    }
+    post(
+        [this]
+        {
+            updatePosted_ = false;
+            if (startsAtOnce_.exchange(false))
+            {
+                restartScheduled_ = false;
+            }
+            update();
+        });
+}
+
+std::size_t CameraStream::waitingTasks() const
+{
+    return queue_->size();
+}
+
 StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& tracks)
 {
     std::unique_lock<std::mutex> guard(mutex_);
@@ -99,7 +123,7 @@ StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& trac
     {
         describing_ = true;
         const std::uint64_t wish = ++descriptionWish_;
-        post([this] { update(); });
+        postUpdate();
         post([this, wish] { onDeadline(wish); }, options_.describeDeadline);
     }
     return Description::starting;
@@ -112,7 +136,7 @@ void CameraStream::attach(const std::string& trackId, int payloadSize, std::shar
     if (!tap)
     {
         tap = std::make_shared<PacketTap>();
-        post([this] { update(); });
+        postUpdate();
     }
     tap->add(std::move(sink));
 }
@@ -132,7 +156,7 @@ void CameraStream::detach(const AccessUnitSink* sink)
     {
         if (tap->remove(sink) && tap->isEmpty())
         {
-            post([this] { update(); });
+            postUpdate();
         }
     }
 }
@@ -154,13 +178,9 @@ void CameraStream::acquire()
     {
         return;
     }
-    const auto startAtOnce = [this]
-    {
-        // The first viewer does not wait for the pause of those who gave up before.
-        restartScheduled_ = false;
-        update();
-    };
-    post(startAtOnce);
+    // The first viewer does not wait for the pause of those who gave up before.
+    startsAtOnce_ = true;
+    postUpdate();
 }
 
 void CameraStream::release()
@@ -168,7 +188,7 @@ void CameraStream::release()
     const std::lock_guard<std::mutex> guard(mutex_);
     if (viewers_ > 0 && --viewers_ == 0)
     {
-        post([this] { update(); });
+        postUpdate();
     }
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -72,6 +74,8 @@ public:
     int starts() const;
     /// True while the source runs.
     bool isRunning() const;
+    /// How many tasks wait for the stream's thread: a few, whatever viewers do.
+    std::size_t waitingTasks() const;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -85,6 +89,8 @@ private:
     };
 
     void post(TaskQueue::Task task, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
+
+    void postUpdate();
 
     // On the queue's thread.
     void update();
@@ -127,6 +133,9 @@ private:
     Clock::time_point keyFrameAt_;
     int starts_ = 0;
     bool running_ = false;
+
+    std::atomic<bool> updatePosted_{false};
+    std::atomic<bool> startsAtOnce_{false};  ///< the next update() waits for no pause
 
     // Used on the queue's thread only, and after close().
     std::unique_ptr<PipelineRunner> pipeline_;

@@ -65,6 +65,12 @@ void TaskQueue::makeThread()
     }
 }
 
+std::size_t TaskQueue::size() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return tasks_.size();
+}
+
 void TaskQueue::run()
 {
     std::unique_lock<std::mutex> guard(mutex_);

@@ -38,6 +38,9 @@ public:
     /// dropped too. Not from the queue's own thread.
     void close();
 
+    /// How many tasks wait, due or not.
+    std::size_t size() const;
+
 private:
     using Clock = std::chrono::steady_clock;
     using Key = std::pair<Clock::time_point, std::uint64_t>;
@@ -45,7 +48,7 @@ private:
     void run();
     void makeThread();
 
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable wake_;
     std::map<Key, Task> tasks_;
     std::uint64_t posted_ = 0;

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
+#include <future>
 #include <set>
 #include <thread>
 
@@ -171,6 +173,38 @@ TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
     const double soundsOffset =
         sound.rtpTimestamp / 8000.0 - static_cast<double>(sound.captureTimeNs % 100'000'000'000'000) / 1e9;
     EXPECT_NEAR(picturesOffset, soundsOffset, 0.001);
+}
+
+TEST_F(CameraStreamTest, ViewersThatComeAndGoWhileTheSourceHangsLeaveFewTasks)
+{
+    open();
+    std::promise<void> held;
+    std::promise<void> released;
+    std::atomic<bool> first{true};
+    const std::shared_future<void> release = released.get_future().share();
+    // The description is announced on the stream's own thread.
+    const auto id = ChangeSignal::instance().subscribe(
+        [&]
+        {
+            if (first.exchange(false))
+            {
+                held.set_value();
+                release.wait();
+            }
+        });
+    source->describe(tracks);
+    held.get_future().wait();
+    const auto sink = std::make_shared<CollectingSink>();
+    for (int i = 0; i < 10000; ++i)
+    {
+        source->acquire();
+        source->attach("trackID=0", 1000, sink);
+        source->detach(sink.get());
+        source->release();
+    }
+    EXPECT_LE(source->waitingTasks(), 10U);
+    released.set_value();
+    ChangeSignal::instance().unsubscribe(id);
 }
 
 TEST_F(CameraStreamTest, SourceStopsAfterTheLastViewer)
