@@ -36,8 +36,7 @@ public:
     /// \param device, ability  of the device that recorded; for the source
     /// \param platType    number of the URL codec's factory
     /// \param recordBeginTime, recordEndTime  the interval in whole seconds of the recording index's time;
-    /// the
-    ///                         record gets their bits without the sign
+    ///                         the record gets their bits without the sign
     /// \returns 0 or the code of the dispatcher's start()
     int init(const DeviceInfoEx& device, const DeviceExAbility& ability, int platType, int cameraId,
              long recordBeginTime, long recordEndTime);

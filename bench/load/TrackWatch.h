@@ -17,8 +17,7 @@ public:
     /// Forgets everything for a new session.
     /// \param encoding  the rtpmap's name
     /// \param ordered   packets must arrive in order. A network may change the order of datagrams, and so
-    /// does
-    ///                  the loopback interface of a busy machine when a sender moves to another core.
+    ///                  does the loopback interface of a busy machine when a sender moves to another core.
     void start(std::string encoding, bool ordered);
 
     /// What SETUP's answer said.

@@ -50,8 +50,7 @@ public:
     /// Takes what has arrived and plays it.
     /// \param[in,out] playerFault  set to true when the output failed; never set to false
     /// \returns 0; statusPlayerUnusable, audioDispatcherIdle or audioDispatcherAgain (support/StatusCode.h)
-    /// when
-    ///          there was nothing to do this time; any other code ends the session
+    ///          when there was nothing to do this time; any other code ends the session
     int recvAndPlayMediaData(bool& playerFault);
 
     /// Takes RTCP that has arrived and sends what is due. Results as above.

@@ -114,8 +114,7 @@ public:
     static std::string maskUrl(std::string_view url);
 
     /// \returns the user information that maskUrl() hides, a part of `url`; empty when there is none or `url`
-    /// has
-    ///     no scheme
+    ///     has no scheme
     static std::string_view userInfo(std::string_view url);
 
     /// Has mask() hide `secret` wherever it stands from now on, such as a password that mask() would cut at

@@ -23,8 +23,7 @@ public:
     /// \param beginNs, endNs  wall clock, nanoseconds since 1970
     /// \param[out] out        the tracks, video first; left as it was on failure
     /// \returns 0; hostRecordingUnknown when there is no footage; hostRecordingsIncomplete when that is not
-    /// known
-    ///          yet; hostStreamFailed when none can be read
+    ///          known yet; hostStreamFailed when none can be read
     int describe(const FootageDirectory& directory, int cameraId, std::int64_t beginNs, std::int64_t endNs,
                  std::vector<SubMediaInfo>& out);
 

@@ -31,8 +31,7 @@ public:
 
     /// Makes a session; one that is there stays as it is.
     /// \param startNs  where the presentation's time is 0: wall clock, nanoseconds since 1970; 0 for the
-    /// begin
-    ///                 of `record`
+    ///                 begin of `record`
     void init(const std::string& sessionId, const RecordInfo& record, std::int64_t startNs = 0);
 
     /// Sets a track up, or anew.

@@ -39,8 +39,7 @@ public:
     /// A session on a recording; nothing is opened yet.
     /// \param settings  its own
     /// \param startNs   where the presentation's time is 0: wall clock, nanoseconds since 1970; 0 for the
-    /// begin
-    ///                  of `record`
+    ///                  begin of `record`
     std::shared_ptr<PlaybackSession> makeSession(const RecordInfo& record, const PlaybackSettings& settings,
                                                  std::int64_t startNs = 0);
 

@@ -19,8 +19,7 @@ public:
     /// \param path        without a slash at the end
     /// \param[out] error  why not, in plain words that name the folder
     /// \returns null with `error` set when the folder cannot be made or written to, or another server uses
-    /// it; `errno`
-    ///          tells when its disk is full
+    ///          it; `errno` tells when its disk is full
     static std::unique_ptr<RecordingFolder> open(const std::string& path, std::string& error);
 
     /// Whether a server uses the folder now. Takes no lock: may be asked while one starts.

@@ -21,8 +21,7 @@ public:
     virtual ~SegmentSink() = default;
 
     /// \param beginNs  capture time of the frame that is presented first: the key frame's, or of frames that
-    /// come
-    ///                 behind it and are presented before it
+    ///                 come behind it and are presented before it
     /// \param tracks   video first
     virtual void beginSegment(std::int64_t beginNs, const Tracks& tracks) = 0;
     /// \param track  index into the segment's tracks; the unit is not from before the segment's begin

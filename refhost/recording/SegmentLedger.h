@@ -34,8 +34,7 @@ public:
 
     /// \param directory  of all recordings, without a slash at the end
     /// \param forgotten  called, on any thread, when the index took everything after something was forgotten;
-    /// may
-    ///                   be empty
+    ///                   may be empty
     SegmentLedger(std::string directory, const Options& options, std::function<void()> forgotten);
     ~SegmentLedger();
     SegmentLedger(const SegmentLedger&) = delete;

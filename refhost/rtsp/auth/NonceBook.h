@@ -45,8 +45,7 @@ public:
     /// Takes one use of a nonce whose answer was right.
     /// \param nonceCount  the client's count of its uses, from 1 on; 0 when the client does not count
     /// \returns false when the nonce is not ours, expired or another client's, or this count was used before
-    /// or
-    ///          is far behind
+    ///          or is far behind
     bool use(std::string_view nonce, std::uint64_t nonceCount, const Client& client);
 
     std::size_t remembered() const;

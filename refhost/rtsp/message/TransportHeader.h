@@ -36,8 +36,7 @@ public:
     ///                   which is also what a choice means that names no client port; otherwise it is passed
     ///                   over. Address, ports and TTL that a client wishes are ignored
     /// \param serverPort  the server's own UDP port of RTP, RTCP has the next; a choice that names one of
-    /// them
-    ///                    is passed over, because the server must not send to itself. 0: it has none
+    ///                    them is passed over, because the server must not send to itself. 0: it has none
     /// \returns nothing when no choice is acceptable
     static std::optional<TransportChoice> choose(std::string_view value, bool multicast, int serverPort = 0);
 };

@@ -44,8 +44,7 @@ public:
     /// range that reaches beyond the recording plays the part of it that there is. Backwards, an open begin
     /// is the recording's end and an open end its begin. \param playing  every one of the tracks plays
     /// already \returns 200; 457 for a range without any part of the recording; otherwise what the
-    /// controller's code
-    ///          means. Nothing changes with 457.
+    ///          controller's code means. Nothing changes with 457.
     RtspStatus prepare(const PlayOrder& order, bool playing, const std::vector<std::string>& tracks);
 
     /// What the controller plays since the last play() of every track.

@@ -32,8 +32,7 @@ public:
     int open() override;
     /// \param samples  of the format that the player was made with
     /// \returns 0, also where sound came too fast and was dropped; statusPlayerUnusable when the output
-    /// failed
-    ///          or is closed
+    ///          failed or is closed
     int play(const std::uint8_t* samples, std::size_t bytes) override;
     void close() override;
 
