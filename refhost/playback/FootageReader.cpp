@@ -177,7 +177,7 @@ bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fro
     file_ = grown ? grown->again(error) : SegmentFile::open(segment.path, error);
     if (!file_)
     {
-        Log::warning("recording {} cannot be played: {}", segment.path, error);
+        SegmentFile::reportLeftOut(segment.path, error);
         return false;
     }
     if (!fits(*file_))

@@ -91,7 +91,7 @@ bool ReverseReader::openNext()
         file_ = SegmentFile::open(segment.path, error);
         if (!file_)
         {
-            Log::warning("recording {} cannot be played: {}", segment.path, error);
+            SegmentFile::reportLeftOut(segment.path, error);
             continue;
         }
         if (file_->video() == nullptr || file_->video()->coding != request_.video)

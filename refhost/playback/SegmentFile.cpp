@@ -1,5 +1,8 @@
 #include "refhost/playback/SegmentFile.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <limits>
 #include <utility>
 
@@ -9,6 +12,7 @@ extern "C"
 #include <libavformat/avformat.h>
 }
 
+#include "refhost/base/Log.h"
 #include "refhost/playback/SegmentCaps.h"
 
 namespace refhost
@@ -69,6 +73,13 @@ std::unique_ptr<SegmentFile> SegmentFile::again(std::string& error) const
                            last->min_distance, AVINDEX_KEYFRAME);
     }
     return file;
+}
+
+void SegmentFile::reportLeftOut(const std::string& path, const std::string& error)
+{
+    const bool gone = ::access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+    Log::write(gone ? Log::Level::info : Log::Level::warning,
+               fmt::format("recording {} cannot be played: {}", path, error));
 }
 
 bool SegmentFile::openInput(std::string& error)

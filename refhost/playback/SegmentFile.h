@@ -49,6 +49,9 @@ public:
     /// \param[out] error  why not, in plain words
     /// \returns null with `error` set when the file cannot be read or holds nothing that this host can send
     static std::unique_ptr<SegmentFile> open(const std::string& path, std::string& error);
+    /// Says in the log that a file is left out, because open() failed with `error`. Where the file is gone that is
+    /// no warning: the limits of the recording or its repair took it away meanwhile, and they report it.
+    static void reportLeftOut(const std::string& path, const std::string& error);
     /// The same file opened again, for what it has grown by; a seek to where this one came to is quick then.
     std::unique_ptr<SegmentFile> again(std::string& error) const;
     ~SegmentFile();

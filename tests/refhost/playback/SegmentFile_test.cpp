@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/CapturedErrors.h"
 #include "tests/refhost/playback/RecordedFootage.h"
 
 namespace refhost
@@ -69,6 +70,17 @@ protected:
         return -1;
     }
 };
+
+TEST_F(SegmentFileTest, OnlyAFileThatIsThereAndCannotBeReadIsAWarning)
+{
+    CapturedErrors log;
+    SegmentFile::reportLeftOut("/no/such/file.mkv", "No such file or directory");
+    SegmentFile::reportLeftOut("/dev/null", "invalid data");
+    const auto lines = log.linesWith("cannot be played");
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_NE(lines[0].find(" info "), std::string::npos) << lines[0];
+    EXPECT_NE(lines[1].find(" warning "), std::string::npos) << lines[1];
+}
 
 TEST_F(SegmentFileTest, EveryUnitIsRead)
 {
