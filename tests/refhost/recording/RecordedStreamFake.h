@@ -39,6 +39,7 @@ public:
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         sink_ = std::move(sink);
+        ++attachments_;
         changed_.notify_all();
     }
     void detachMedia(const EncodedUnitSink*) override
@@ -64,10 +65,12 @@ public:
         const std::lock_guard<std::mutex> guard(mutex_);
         return sink_ != nullptr;
     }
-    bool waitUntilAttached()
+    /// Waits until a sink was attached so many times, and one is.
+    bool waitUntilAttached(int times = 1)
     {
         std::unique_lock<std::mutex> guard(mutex_);
-        return changed_.wait_for(guard, std::chrono::seconds(10), [&] { return sink_ != nullptr; });
+        return changed_.wait_for(guard, std::chrono::seconds(10),
+                                 [&] { return sink_ != nullptr && attachments_ >= times; });
     }
 
     void give(const EncodedUnitPtr& unit)
@@ -75,6 +78,10 @@ public:
         std::shared_ptr<EncodedUnitSink> sink;
         {
             const std::lock_guard<std::mutex> guard(mutex_);
+            if (sink_ == nullptr)
+            {
+                return;  // as of a source whose sink is being exchanged
+            }
             ++alive_;
             sink = sink_;
         }
@@ -128,6 +135,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::shared_ptr<EncodedUnitSink> sink_;
+    int attachments_ = 0;
     int alive_ = 0;
 };
 

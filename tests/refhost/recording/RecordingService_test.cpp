@@ -369,7 +369,7 @@ TEST_F(RecordingServiceTest, FolderThatWasReplacedIsRecordedToAnew)
     std::filesystem::rename(config_.recording.directory, folder_ / "moved");
     recorded().giveMedia(3, 8);
     waitFor([&] { return std::filesystem::exists(config_.recording.directory + "/index.db"); });
-    ASSERT_TRUE(recorded().waitUntilAttached());
+    ASSERT_TRUE(recorded().waitUntilAttached(2));
     recorded().giveMedia(20, 23);
     recorded().drain();
     service_->stop();
