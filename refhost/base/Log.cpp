@@ -6,12 +6,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <memory>
 #include <mutex>
-#include <vector>
 
+#include "refhost/base/CredentialMask.h"
 #include "refhost/base/LogLimiter.h"
 #include "refhost/base/LogWriter.h"
 
@@ -21,10 +20,6 @@ namespace
 {
 
 constexpr std::array<std::string_view, 6> levelNames{"trace", "debug", "info", "warning", "error", "off"};
-constexpr std::array<std::string_view, 10> secretNames{"password", "passwd", "pass",  "pwd",     "user-pw",
-                                                       "proxy-pw", "secret", "token", "api_key", "apikey"};
-constexpr std::size_t longestSecretName = 8;
-
 spdlog::level::level_enum toSpdlog(Log::Level level)
 {
     switch (level)
@@ -129,180 +124,11 @@ void appendEscaped(std::string& out, char c)
     out += digits[byte & 15];
 }
 
-bool isSchemeCharacter(char c)
-{
-    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '+' || c == '-' || c == '.';
-}
-
-bool isWordCharacter(char c)
-{
-    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
-}
-
-bool equalIgnoringCase(std::string_view a, std::string_view b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
-}
-
-// Where the URL whose authority starts at `position` ends: at the quote or bracket that closes what stands
-// before its scheme, otherwise at the next blank.
-std::size_t urlEnd(std::string_view text, std::size_t position)
-{
-    std::size_t scheme = position - 3;
-    while (scheme > 0 && isSchemeCharacter(text[scheme - 1]))
-    {
-        --scheme;
-    }
-    std::size_t end = std::string_view::npos;
-    if (scheme > 0)
-    {
-        const char before = text[scheme - 1];
-        if (before == '"' || before == '\'')
-        {
-            end = text.find(before, position);
-        }
-        else if (before == '<')
-        {
-            end = text.find('>', position);
-        }
-    }
-    if (end == std::string_view::npos)
-    {
-        end = text.find_first_of(" \t\r\n", position);
-    }
-    return std::min(end, text.size());
-}
-
-// "[::1]" or "[::1]:554"
-bool isBracketedHost(std::string_view authority)
-{
-    const std::size_t close = authority.find(']');
-    return !authority.empty() && authority.front() == '[' && close != std::string_view::npos &&
-           authority.substr(1, close - 1).find_first_not_of("0123456789abcdefABCDEF:.") ==
-               std::string_view::npos &&
-           authority.find('@') == std::string_view::npos;
-}
-
-// Length of the user information at the start of `url`, which follows "://"; 0 when there is none. Passwords
-// with an unescaped '@', '/', '?' or '#' are found, too: in doubt everything up to the last '@' counts,
-// because a hidden host name costs less than a shown password.
-std::size_t userInfoLength(std::string_view url)
-{
-    const std::size_t at = url.rfind('@');
-    const std::string_view authority = url.substr(0, url.find_first_of("/?#"));
-    if (at == std::string_view::npos || isBracketedHost(authority))
-    {
-        return 0;
-    }
-    const bool sure = authority.find('@') != std::string_view::npos;
-    return sure || url.substr(0, at).find(':') != std::string_view::npos ? at : 0;
-}
-
-// If a secret's value starts at `position` of `text`, its length, otherwise 0.
-std::size_t secretLength(std::string_view text, std::size_t position)
-{
-    const auto skipBack = [text](std::size_t end, std::string_view skipped)
-    { return end > 0 && skipped.find(text[end - 1]) != std::string_view::npos ? end - 1 : end; };
-    std::size_t end = skipBack(skipBack(position, "\"'"), " ");
-    if (end == 0 || text[end - 1] != '=')
-    {
-        return 0;
-    }
-    end = skipBack(end - 1, " ");
-    std::size_t begin = end;
-    while (begin > 0 && end - begin <= longestSecretName && isWordCharacter(text[begin - 1]))
-    {
-        --begin;
-    }
-    const std::string_view name = text.substr(begin, end - begin);
-    const bool secret =
-        std::any_of(secretNames.begin(), secretNames.end(),
-                    [name](std::string_view known) { return equalIgnoringCase(name, known); });
-    if (!secret)
-    {
-        return 0;
-    }
-    const char quote = text[position - 1];
-    const std::string_view stops = quote == '"' ? "\"" : quote == '\'' ? "'" : " \t\r\n&\"'<>,;!";
-    return std::min(text.find_first_of(stops, position), text.size()) - position;
-}
-
-// At most `longest` bytes from the start of `text`, so cut that mask() still finds every secret in them.
-std::string cutForMasking(std::string_view text, std::size_t longest)
-{
-    constexpr std::string_view blanks = " \t\r\n";
-    if (text.size() <= longest)
-    {
-        return std::string(text);
-    }
-    const std::string_view kept = text.substr(0, longest);
-    const std::size_t blank = kept.find_last_of(blanks);
-    const std::size_t scheme = kept.find("://", blank == std::string_view::npos ? 0 : blank);
-    const std::string_view beyond = text.substr(longest);
-    const std::string_view sameWord = beyond.substr(0, beyond.find_first_of(blanks));
-    if (scheme != std::string_view::npos && sameWord.find('@') != std::string_view::npos)
-    {
-        return std::string(kept.substr(0, scheme + 3)) + "***";
-    }
-    return std::string(kept);
-}
-
-// What Log::hide() was given.
-class HiddenTexts
-{
-public:
-    static HiddenTexts& instance()
-    {
-        // Never destroyed, as the logger.
-        static auto* const texts = new HiddenTexts;
-        return *texts;
-    }
-
-    void add(std::string_view text)
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        if (text.empty() || texts_->size() >= Log::maxHidden ||
-            std::find(texts_->begin(), texts_->end(), text) != texts_->end())
-        {
-            return;
-        }
-        auto more = std::make_shared<std::vector<std::string>>(*texts_);
-        more->emplace_back(text);
-        texts_ = std::move(more);
-    }
-
-    std::shared_ptr<const std::vector<std::string>> all() const
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        return texts_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::shared_ptr<const std::vector<std::string>> texts_ = std::make_shared<std::vector<std::string>>();
-};
-
-// The length of the text of `texts` that `rest` starts with, or 0.
-std::size_t lengthOfAny(const std::vector<std::string>& texts, std::string_view rest)
-{
-    const auto found =
-        std::find_if(texts.begin(), texts.end(),
-                     [rest](const std::string& text) { return rest.substr(0, text.size()) == text; });
-    return found == texts.end() ? 0 : found->size();
-}
-
 // Never destroyed, as the logger.
 LogLimiter& limiter()
 {
     static auto* const instance = new LogLimiter(&Log::write);
     return *instance;
-}
-
-bool startsAuthorization(std::string_view rest)
-{
-    constexpr std::string_view name = "authorization:";
-    return rest.size() >= name.size() && equalIgnoringCase(rest.substr(0, name.size()), name);
 }
 
 }  // namespace
@@ -381,7 +207,7 @@ std::string Log::safe(std::string_view text, std::size_t longest)
     // Masked before it is cut to `longest`, lest the cut hide the '@' that tells a password; cut roughly
     // before that, so that a huge text costs little.
     constexpr std::size_t longestExamined = 2048;
-    const std::string masked = mask(cutForMasking(text, std::max(longestExamined, longest)));
+    const std::string masked = mask(CredentialMask::cut(text, std::max(longestExamined, longest)));
     std::string out;
     for (const char c : masked)
     {
@@ -403,69 +229,22 @@ std::string Log::safe(std::string_view text, std::size_t longest)
 
 std::string Log::mask(std::string_view text)
 {
-    constexpr std::string_view stars = "***";
-    std::string out;
-    out.reserve(text.size());
-    const auto hiddenTexts = HiddenTexts::instance().all();
-    for (std::size_t i = 0; i < text.size();)
-    {
-        std::size_t hidden = lengthOfAny(*hiddenTexts, text.substr(i));
-        if (hidden == 0 && i >= 3 && text.substr(i - 3, 3) == "://")
-        {
-            hidden = userInfoLength(text.substr(i, urlEnd(text, i) - i));
-        }
-        if (hidden == 0 && i > 0)
-        {
-            hidden = secretLength(text, i);
-        }
-        if (hidden > 0)
-        {
-            out += stars;
-            i += hidden;
-            continue;
-        }
-        if (startsAuthorization(text.substr(i)))
-        {
-            const std::size_t colon = text.find(':', i);
-            const std::size_t end = std::min(text.find_first_of("\r\n", colon), text.size());
-            out += text.substr(i, colon + 1 - i);
-            out += ' ';
-            out += stars;
-            i = end;
-            continue;
-        }
-        out += text[i++];
-    }
-    return out;
-}
-
-std::string_view Log::userInfo(std::string_view url)
-{
-    const std::size_t mark = url.find("://");
-    const bool isUrl = mark != std::string_view::npos && mark > 0 &&
-                       std::all_of(url.begin(), url.begin() + mark, isSchemeCharacter);
-    if (!isUrl)
-    {
-        return {};
-    }
-    const std::string_view rest = url.substr(mark + 3);
-    return rest.substr(0, userInfoLength(rest));
+    return CredentialMask::mask(text);
 }
 
 std::string Log::maskUrl(std::string_view url)
 {
-    const std::string_view hidden = userInfo(url);
-    if (hidden.empty())
-    {
-        return mask(url);
-    }
-    const std::size_t begin = hidden.data() - url.data();
-    return std::string(url.substr(0, begin)) + "***" + mask(url.substr(begin + hidden.size()));
+    return CredentialMask::maskUrl(url);
+}
+
+std::string_view Log::userInfo(std::string_view url)
+{
+    return CredentialMask::userInfo(url);
 }
 
 void Log::hide(std::string_view secret)
 {
-    HiddenTexts::instance().add(secret);
+    CredentialMask::hide(secret);
 }
 
 void Log::print(Level level, fmt::string_view format, fmt::format_args args)

@@ -118,9 +118,8 @@ public:
     static std::string_view userInfo(std::string_view url);
 
     /// Has mask() hide `secret` wherever it stands from now on, such as a password that mask() would cut at
-    /// a blank. An empty text is ignored, and so is what is beyond `maxHidden` texts.
+    /// a blank. An empty text is ignored, and so is what is beyond 4096 texts.
     static void hide(std::string_view secret);
-    static constexpr std::size_t maxHidden = 4096;
 
 private:
     static void print(Level level, fmt::string_view format, fmt::format_args args);

@@ -347,7 +347,7 @@ PlaybackSession::Place PlaybackSession::goingOn() const
 }
 
 /// The player's time that a timestamp tells. Where the client sets the pace, timestamps are those of the
-/// recording in either direction (ONVIF Streaming Specification, "RTP timestamps" of reverse replay).
+/// recording in either direction (ONVIF Streaming, "RTP timestamps" of reverse replay).
 std::int64_t PlaybackSession::stampNs(std::int64_t playNs) const
 {
     const bool mirrors = reading_.backwards && (kind_ & playRangeUnpaced) != 0;

@@ -34,7 +34,7 @@ int kindOf(const PlayOrder& order)
            order.sequence << playRangeSequenceShift;
 }
 
-/// Where the client sets the pace, only the direction counts (ONVIF Streaming Specification, "Scale header
+/// Where the client sets the pace, only the direction counts (ONVIF Streaming, "Scale header
 /// field").
 PlaySpeed speedOf(const PlayOrder& order)
 {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/CredentialMask.h"
+
 namespace refhost
 {
 namespace
@@ -175,6 +177,18 @@ TEST(Log, AFaultyFormatIsWrittenRatherThanThrown)
     const std::string format = "no such argument {}";
     EXPECT_NO_THROW(Log::info(fmt::runtime(format)));
     EXPECT_NE(testing::internal::GetCapturedStderr().find(format), std::string::npos);
+}
+
+// Last, because it leaves the list full.
+TEST(Log, HidesABoundedNumberOfTexts)
+{
+    for (std::size_t i = 0; i < CredentialMask::maxHidden + 10; ++i)
+    {
+        Log::hide("hidden-" + std::to_string(i) + ":");
+    }
+    EXPECT_EQ(Log::mask("hidden-0:"), "***");
+    const std::string beyond = "hidden-" + std::to_string(CredentialMask::maxHidden + 9) + ":";
+    EXPECT_EQ(Log::mask(beyond), beyond);
 }
 
 }  // namespace
