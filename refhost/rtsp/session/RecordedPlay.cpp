@@ -186,7 +186,11 @@ double RecordedPlay::npt(Unit unit, std::int64_t time)
     {
         return static_cast<double>(time) / microseconds;
     }
-    return static_cast<double>(time * nsPerMicrosecond - clockBaseNs()) / nanoseconds;
+    // In microseconds as far as they go: a client's year 9999 has no nanoseconds in 64 bits.
+    const std::int64_t baseNs = clockBaseNs();
+    const std::int64_t passed = time - baseNs / nsPerMicrosecond;
+    return static_cast<double>(passed) / microseconds -
+           static_cast<double>(baseNs % nsPerMicrosecond) / nanoseconds;
 }
 
 /// The absolute time of position 0.

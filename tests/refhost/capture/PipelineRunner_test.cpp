@@ -75,8 +75,10 @@ TEST_F(PipelineRunnerTest, SourceThatHangsIsAbandonedAndReplacedUpToTheBound)
 
 TEST_F(PipelineRunnerTest, StreamsEndInTimeThoughTheirSourceHangs)
 {
-    useHangingSource(std::chrono::seconds(4));
-    options.describeDeadline = std::chrono::seconds(1);
+    useHangingSource(std::chrono::seconds(5));
+    // Long enough for the source to begin to hang.
+    options.longestSilence = std::chrono::seconds(10);
+    options.describeDeadline = std::chrono::seconds(2);
     options.endDeadline = std::chrono::minutes(1);
     testing::internal::CaptureStderr();
     open();

@@ -60,9 +60,9 @@ TEST_F(NonceBookTest, TakesAnswersWithoutCountForAMinuteFromItsAddress)
     const std::string nonce = book_.issue(here);
     EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
     EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
-    time_.advance(NonceBook::uncountedMs - 1);
+    time_.advance(NonceBook::uncountedMs - 10000);
     EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
-    time_.advance(1);
+    time_.advance(10000);
     EXPECT_FALSE(book_.use(nonce, 0, hereAgain));
     EXPECT_EQ(book_.remembered(), 0u) << "there is nothing to remember";
 }

@@ -111,6 +111,7 @@ TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecond)
     tracks_.pop_back();
     script_->leadNs = 400000400;
     EXPECT_EQ(playRange("clock=19700101T000000Z-20991231T235959Z"), rtspOk);
+    EXPECT_EQ(playRange("clock=19700101T000000Z-99991231T235959.999999Z"), rtspOk);
     const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
     EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second - 400000);
     EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 60 * second);
