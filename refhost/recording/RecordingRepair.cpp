@@ -26,9 +26,10 @@ struct Run
     {
         return stopping != nullptr && *stopping;
     }
-    bool isBeingWritten(const std::string& path) const
+    /// The ledger enters its segments in the order of their making, which tells where a clock was set back.
+    bool isTheLedgers(const std::string& path) const
     {
-        return ledger != nullptr && ledger->isOpen(path);
+        return ledger != nullptr && ledger->holds(path);
     }
     SegmentMeasure::Result measure(const std::string& path, SegmentMeasure& measure) const
     {
@@ -85,7 +86,7 @@ bool isCutOff(const RecordedSegment& segment)
 void checkEntry(Run& run, const RecordedSegment& segment)
 {
     std::error_code problem;
-    if (run.isBeingWritten(segment.path))
+    if (run.isTheLedgers(segment.path))
     {
         return;
     }
@@ -102,7 +103,7 @@ void checkEntry(Run& run, const RecordedSegment& segment)
 void adopt(Run& run, const SegmentPath& place, const std::string& path)
 {
     SegmentMeasure measure;
-    if (run.isBeingWritten(path) || run.index.has(path) ||
+    if (run.isTheLedgers(path) || run.index.has(path) ||
         run.measure(path, measure) != SegmentMeasure::Result::footage)
     {
         return;

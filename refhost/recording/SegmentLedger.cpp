@@ -65,6 +65,12 @@ bool SegmentLedger::isOpen(const std::string& path) const
     return known != items_.end() && !known->second.segment.closed;
 }
 
+bool SegmentLedger::holds(const std::string& path) const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return items_.count(path) != 0;
+}
+
 std::size_t SegmentLedger::kept() const
 {
     const std::lock_guard<std::mutex> guard(mutex_);

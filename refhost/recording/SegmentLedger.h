@@ -21,8 +21,8 @@ namespace refhost
 ///
 /// A thread of its own enters it, so an index that is locked, missing or on a full disk never holds up a
 /// recording. What cannot be entered is kept and tried again; at most `maxKept` segments, beyond those some
-/// are forgotten here: their files stay, and RecordingRepair finds them. Threads: any. put(), remove() and
-/// isOpen() never wait for the index.
+/// are forgotten here: their files stay, and RecordingRepair finds them. Threads: any. put(), remove(),
+/// isOpen() and holds() never wait for the index.
 class SegmentLedger
 {
 public:
@@ -59,6 +59,8 @@ public:
 
     /// Whether the segment of that path is being written by this process.
     bool isOpen(const std::string& path) const;
+    /// Whether the segment of that path is being written, or was and is not in the index yet.
+    bool holds(const std::string& path) const;
     /// Segments that the index does not know in their newest state.
     std::size_t kept() const;
 

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "refhost/recording/SegmentLedger.h"
 #include "refhost/recording/SegmentPath.h"
 #include "refhost/recording/SegmentWriter.h"
 #include "tests/TemporaryFolder.h"
@@ -142,6 +143,23 @@ TEST_F(RecordingRepairTest, FilesThatTheIndexDoesNotKnowAreAdopted)
     EXPECT_EQ(segments[0].durationNs, 2 * second);
     EXPECT_EQ(segments[1].durationNs, 3 * second);
     EXPECT_FALSE(RecordingRepair::run(*index_).hasAny());
+}
+
+TEST_F(RecordingRepairTest, FinishedSegmentThatTheLedgerWillEnterIsNotAdopted)
+{
+    SegmentLedger ledger(folder_.path(), {}, nullptr);
+    RecordedSegment segment;
+    segment.cameraId = 1;
+    segment.beginNs = at(0);
+    segment.durationNs = 2 * second;
+    segment.path = makeFile(0, 2, true);
+    segment.closed = true;
+    ledger.put(segment);
+    makeFile(2, 2, true);
+    EXPECT_EQ(RecordingRepair::run(*index_, &ledger).adopted, 1);
+    ledger.setIndex(index_);
+    EXPECT_TRUE(ledger.flush());
+    EXPECT_EQ(index_->all().size(), 2U);
 }
 
 TEST_F(RecordingRepairTest, OtherFilesAreLeftAlone)
