@@ -1,5 +1,8 @@
 #include "refhost/ServedMedia.h"
 
+#include <memory>
+#include <mutex>
+
 #include "hostapi/device/DeviceExAbility.h"
 #include "hostapi/live/LiveDispatcherMgr.h"
 #include "live/OVLiveControllerFactory.h"
@@ -89,27 +92,36 @@ ServedMedia::~ServedMedia()
 MediaRoutes ServedMedia::routes(const DeviceInfoEx& device) const
 {
     MediaRoutes routes;
-    const auto second = makeFactory<OVLiveControllerFactory2>(device);
-    if (liveController_ == "second")
-    {
-        routes.addWithTalkBack("orv/live", second, firstPacketOfSession, DescriptionReadiness::live);
-    }
-    else
-    {
-        routes.addWithTalkBack("orv/live", makeFactory<OVLiveControllerFactory>(device), firstPacketOfStream,
-                               DescriptionReadiness::live);
-    }
+    MediaRoutes::Route live;
+    live.prefix = "orv/live";
+    live.factory = makeFactory<OVLiveControllerFactory>(device);
+    live.firstPacket = firstPacketOfStream;
+    live.ready = DescriptionReadiness::live;
+    live.talkBack = true;
+    MediaRoutes::Route second = live;
+    second.factory = makeFactory<OVLiveControllerFactory2>(device);
+    second.firstPacket = firstPacketOfSession;
+    routes.add(liveController_ == "second" ? second : live);
     if (liveController_ == "both")
     {
         // The codec takes a live URL wherever it begins.
-        routes.addWithTalkBack("second/orv/live", second, firstPacketOfSession, DescriptionReadiness::live);
+        second.prefix = "second/orv/live";
+        routes.add(second);
     }
-    routes.addMulticast(
-        "orv/multicast",
-        makeFactory<OVMulticastLiveControlerFactory>(device, MulticastMediaUrl::thirdPlatType),
-        firstPacketOfGroup, DescriptionReadiness::multicast);
-    routes.addRecorded("orv/playback", makeFactory<OVPlaybackControllerFactory>(device),
-                       DescriptionReadiness::recorded);
+    MediaRoutes::Route multicast;
+    multicast.prefix = "orv/multicast";
+    multicast.factory =
+        makeFactory<OVMulticastLiveControlerFactory>(device, MulticastMediaUrl::thirdPlatType);
+    multicast.firstPacket = firstPacketOfGroup;
+    multicast.ready = DescriptionReadiness::multicast;
+    multicast.together = std::make_shared<std::mutex>();
+    routes.add(multicast);
+    MediaRoutes::Route recorded;
+    recorded.prefix = "orv/playback";
+    recorded.factory = makeFactory<OVPlaybackControllerFactory>(device);
+    recorded.ready = DescriptionReadiness::recorded;
+    recorded.recorded = true;
+    routes.add(recorded);
     return routes;
 }
 

@@ -117,27 +117,25 @@ private:
     const int descriptor_;
 };
 
+constexpr TransportTraits traitsOfNone = []
+{
+    TransportTraits traits;
+    traits.joinsUnits = true;
+    traits.reportsReady = true;
+    return traits;
+}();
+
 /// A way that costs nothing: what is left is the dispatch itself.
 class NoTransport : public RtpTransport
 {
 public:
-    NoTransport() : RtpTransport(interleavedTcp) {}
+    NoTransport() : RtpTransport(interleavedTcp, traitsOfNone) {}
 
     void setListener(std::weak_ptr<TransportListener>) override {}
 
     SendStatus state() const override
     {
         return SendStatus::sent;
-    }
-
-    unsigned catchUpUnits() const override
-    {
-        return 0;
-    }
-
-    bool joinsUnits() const override
-    {
-        return true;
     }
 
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields&, bool) override

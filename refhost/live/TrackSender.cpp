@@ -67,7 +67,7 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
             first_.sequenceNumber = sender_.sequence();
             first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->monotonicNs());
         }
-        if (sender_.transport()->transportKind == IConnection::udpMulticast)
+        if (sender_.transport()->traits().shared)
         {
             welcome();
         }
@@ -157,7 +157,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
     {
         return;
     }
-    const unsigned pace = paced_ ? 0 : sender_.transport()->catchUpUnits();
+    const unsigned pace = paced_ ? 0 : sender_.transport()->traits().maxCatchUpUnits;
     const std::uint64_t head = track_->head();
     if (head != seenHead_)
     {
@@ -167,7 +167,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
     while ((pace == 0 || credit_ > 0) && (unit_ || next(fresh, nowMs)))
     {
         const bool another =
-            (pace == 0 || (credit_ > 1 && sender_.transport()->joinsUnits())) && cursor_ + 1 < head;
+            (pace == 0 || (credit_ > 1 && sender_.transport()->traits().joinsUnits)) && cursor_ + 1 < head;
         if (paced_ && isEarly())
         {
             return;
@@ -214,13 +214,13 @@ bool TrackSender::steady() const
 
 bool TrackSender::takesNow(const FreshUnit& fresh) const
 {
-    return fresh.track == track_.get() && steady() && sender_.transport()->joinsUnits();
+    return fresh.track == track_.get() && steady() && sender_.transport()->traits().joinsUnits;
 }
 
 bool TrackSender::waitsForPicture(const FreshUnit* fresh, const TrackSender* picture)
 {
-    if (fresh == nullptr || fresh->track != track_.get() || !sender_.transport()->joinsUnits() || !steady() ||
-        picture == nullptr || !picture->steady())
+    if (fresh == nullptr || fresh->track != track_.get() || !sender_.transport()->traits().joinsUnits ||
+        !steady() || picture == nullptr || !picture->steady())
     {
         return false;
     }

@@ -16,8 +16,8 @@ constexpr int mostReadInOneRun = 64;
 constexpr int mostSentInOneRun = 64;
 /// Units that a queue holds at least, however long they last; key pictures of fast playing are far apart.
 constexpr std::size_t fewUnits = 8;
-/// A way over TCP tells when it is free; this is for one that forgets to.
-constexpr std::int64_t freeAnywayMs = 500;
+/// For a transport that reports when it is ready and forgot to.
+constexpr std::int64_t readyAnywayMs = 500;
 
 }  // namespace
 
@@ -331,8 +331,8 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
     {
         return dueMs;
     }
-    const bool tells = track.sender.transport()->transportKind == IConnection::interleavedTcp;
-    const std::int64_t lateMs = tells ? settings_.lateMs : settings_.lateDatagramsMs;
+    const bool reportsReady = track.sender.transport()->traits().reportsReady;
+    const std::int64_t lateMs = reportsReady ? settings_.lateMs : settings_.lateDatagramsMs;
     if (!pacer_.running() || (paced && nowMs - dueMs > lateMs))
     {
         pacer_.start(nowMs, nowNs, playNs);
@@ -353,8 +353,9 @@ std::int64_t PlaybackSession::send(PlaybackTrack& track, std::int64_t nowMs, boo
     head.packetsSent += result.packets;
     if (result.status != SendStatus::sent)
     {
-        return result.status == SendStatus::congested ? nowMs + (tells ? freeAnywayMs : settings_.retryMs)
-                                                      : never;
+        return result.status == SendStatus::congested
+                   ? nowMs + (reportsReady ? readyAnywayMs : settings_.retryMs)
+                   : never;
     }
     track.sent(head.timestamp, unit.video ? 0 : unit.durationNs);
     pacer_.timeline().sentUntil(unit.mediaNs + unit.durationNs);

@@ -59,7 +59,7 @@ void PlaybackTrack::heard()
 bool PlaybackTrack::silent() const
 {
     const RtpTransport* const way = sender.transport();
-    const bool expected = silenceMs_ > 0 && way != nullptr && way->transportKind == IConnection::udpUnicast;
+    const bool expected = silenceMs_ > 0 && way != nullptr && way->traits().silentWhenGone;
     return expected && clock_.monotonicMs() - heardMs_ > silenceMs_;
 }
 

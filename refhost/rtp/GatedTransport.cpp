@@ -78,13 +78,14 @@ std::shared_ptr<TransportListener> TransportInbox::listener()
     return listener_.lock();
 }
 
-GatedTransport::GatedTransport(int kind, std::shared_ptr<SessionLiveness> liveness)
-    : GatedTransport(kind, std::make_shared<TransportInbox>(std::move(liveness)))
+GatedTransport::GatedTransport(int kind, const TransportTraits& traits,
+                               std::shared_ptr<SessionLiveness> liveness)
+    : GatedTransport(kind, traits, std::make_shared<TransportInbox>(std::move(liveness)))
 {
 }
 
-GatedTransport::GatedTransport(int kind, std::shared_ptr<TransportInbox> inbox)
-    : RtpTransport(kind), inbox_(std::move(inbox))
+GatedTransport::GatedTransport(int kind, const TransportTraits& traits, std::shared_ptr<TransportInbox> inbox)
+    : RtpTransport(kind, traits), inbox_(std::move(inbox))
 {
 }
 

@@ -57,9 +57,9 @@ public:
     void close() final;
 
 protected:
-    GatedTransport(int kind, std::shared_ptr<SessionLiveness> liveness);
+    GatedTransport(int kind, const TransportTraits& traits, std::shared_ptr<SessionLiveness> liveness);
     /// \param inbox  what comes back, perhaps on the way of several transports
-    GatedTransport(int kind, std::shared_ptr<TransportInbox> inbox);
+    GatedTransport(int kind, const TransportTraits& traits, std::shared_ptr<TransportInbox> inbox);
 
     const std::shared_ptr<TransportInbox>& inbox() const
     {

@@ -1,6 +1,7 @@
 #include "refhost/rtp/InterleavedTransport.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -10,6 +11,17 @@ namespace refhost
 {
 namespace
 {
+
+constexpr TransportTraits interleavedTraits = []
+{
+    TransportTraits traits;
+    // The key frame at once and the rest of its GOP with the next unit, however much it is: who comes and
+    // goes within a frame's time costs no GOP.
+    traits.maxCatchUpUnits = std::numeric_limits<unsigned>::max();
+    traits.joinsUnits = true;
+    traits.reportsReady = true;
+    return traits;
+}();
 
 /// This thread's copy of the unit it sent last, headers to be written over for each session: a fan-out copies
 /// the payload once, not once for each viewer.
@@ -40,7 +52,7 @@ void writeFraming(std::uint8_t* at, std::uint8_t channel, std::size_t size)
 
 InterleavedTransport::InterleavedTransport(std::weak_ptr<FrameWriter> writer, int rtpChannel, int rtcpChannel,
                                            std::shared_ptr<SessionLiveness> liveness)
-    : GatedTransport(interleavedTcp, std::move(liveness)),
+    : GatedTransport(interleavedTcp, interleavedTraits, std::move(liveness)),
       writer_(std::move(writer)),
       rtpChannel_(static_cast<std::uint8_t>(rtpChannel)),
       rtcpChannel_(static_cast<std::uint8_t>(rtcpChannel))

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <memory>
 
 #include "refhost/rtp/GatedTransport.h"
@@ -45,18 +44,6 @@ public:
     InterleavedTransport(std::weak_ptr<FrameWriter> writer, int rtpChannel, int rtcpChannel,
                          std::shared_ptr<SessionLiveness> liveness);
     ~InterleavedTransport() noexcept(false) override;
-
-    /// The key picture at once and the rest of its group with the next unit, however much it is: who comes
-    /// and goes within a frame's time costs no group of pictures.
-    unsigned catchUpUnits() const override
-    {
-        return std::numeric_limits<unsigned>::max();
-    }
-
-    bool joinsUnits() const override
-    {
-        return true;
-    }
 
     /// The connection read a frame of the RTCP channel. On the connection's thread.
     void receivedRtcp(const std::uint8_t* data, std::size_t size);

@@ -82,6 +82,24 @@ public:
     virtual void onRtp(const std::uint8_t* /*data*/, std::size_t /*size*/) {}
 };
 
+/// What a kind of transport can do. Senders ask for these and never for the kind.
+struct TransportTraits
+{
+    /// How many access units of the past it takes for each new one while a viewer catches up with the live
+    /// stream, after the first unit at once; 0 when it takes all at once from the start.
+    unsigned maxCatchUpUnits = 0;
+    /// Units that follow each other at once travel cheaper than one by one: audio may then wait a moment for
+    /// the next frame.
+    bool joinsUnits = false;
+    /// TransportListener::onTransportReady() follows every `congested`. Without it the sender tries again
+    /// after a while.
+    bool reportsReady = false;
+    /// A client that is gone just falls silent: no connection ends with it.
+    bool silentWhenGone = false;
+    /// Several sessions send through it: it is neither held nor closed for one of them.
+    bool shared = false;
+};
+
 /// The way of one track's packets to one client, and back: what this host puts under
 /// SafePointer<IConnection>.
 ///
@@ -89,21 +107,20 @@ public:
 class RtpTransport : public IConnection
 {
 public:
-    using IConnection::IConnection;
+    /// \param traits  of the kind; outlives the transport
+    RtpTransport(int kind, const TransportTraits& traits) : IConnection(kind), traits_(traits) {}
+    RtpTransport(int kind, const TransportTraits&& traits) = delete;
+
+    const TransportTraits& traits() const
+    {
+        return traits_;
+    }
 
     /// Who is told; null for nobody. Kept weakly.
     virtual void setListener(std::weak_ptr<TransportListener> listener) = 0;
 
     /// Whether the way is open (`sent`), `held` or `closed`; never `congested`. Takes no lock.
     virtual SendStatus state() const = 0;
-
-    /// How many access units of the past the way takes for each new one when a viewer catches up with the
-    /// live stream, after the first unit at once; 0 when it takes all at once from the start.
-    virtual unsigned catchUpUnits() const = 0;
-
-    /// Whether units that follow each other at once travel cheaper than one by one: sound may then wait a
-    /// moment for the next picture.
-    virtual bool joinsUnits() const = 0;
 
     /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them. After `congested`
     /// the listener is told when it is worth to go on, where the way can know; the next unit is a good time
@@ -137,6 +154,9 @@ public:
 
     /// Ends the way: no packet leaves after the return.
     virtual void close() = 0;
+
+private:
+    const TransportTraits& traits_;
 };
 
 }  // namespace refhost

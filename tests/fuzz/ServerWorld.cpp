@@ -136,8 +136,11 @@ ServerWorld::ServerWorld()
     Log::setLevel(Log::Level::off);
     gst_init(nullptr, nullptr);
     routes_ = media_.routes(DeviceInfoEx());
-    routes_.addRecorded("scripted/playback",
-                        SafePointer<IRTSPControllerFactory>(new CheckedRecordingFactory(script)));
+    MediaRoutes::Route scripted;
+    scripted.prefix = "scripted/playback";
+    scripted.factory = SafePointer<IRTSPControllerFactory>(new CheckedRecordingFactory(script));
+    scripted.recorded = true;
+    routes_.add(scripted);
     streams->talkBack = "pcmu";
     streams->streams[1]->description = StreamSource::Description::starting;
     Device::setStreams(streams);

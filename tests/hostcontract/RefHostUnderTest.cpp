@@ -15,11 +15,13 @@ namespace
 
 std::atomic<int> living{0};
 
+constexpr refhost::TransportTraits sinkTraits;
+
 /// Takes every packet and sends none.
 class SinkTransport : public refhost::RtpTransport
 {
 public:
-    SinkTransport() : RtpTransport(IConnection::udpUnicast)
+    SinkTransport() : RtpTransport(IConnection::udpUnicast, sinkTraits)
     {
         ++living;
     }
@@ -32,14 +34,6 @@ public:
     refhost::SendStatus state() const override
     {
         return refhost::SendStatus::sent;
-    }
-    unsigned catchUpUnits() const override
-    {
-        return 0;
-    }
-    bool joinsUnits() const override
-    {
-        return false;
     }
     refhost::SendResult send(const refhost::AccessUnitPtr& unit, std::size_t firstPacket,
                              const refhost::RtpHeaderFields&, bool) override

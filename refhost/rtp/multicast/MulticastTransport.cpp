@@ -4,9 +4,21 @@
 
 namespace refhost
 {
+namespace
+{
+
+constexpr TransportTraits multicastTraits = []
+{
+    TransportTraits traits;
+    traits.maxCatchUpUnits = 4;  // as over unicast UDP
+    traits.shared = true;
+    return traits;
+}();
+
+}  // namespace
 
 MulticastTransport::MulticastTransport(std::shared_ptr<MulticastChannel> channel)
-    : GatedTransport(udpMulticast, channel->inbox()), channel_(std::move(channel))
+    : GatedTransport(udpMulticast, multicastTraits, channel->inbox()), channel_(std::move(channel))
 {
 }
 

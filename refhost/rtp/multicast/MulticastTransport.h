@@ -17,17 +17,6 @@ public:
     explicit MulticastTransport(std::shared_ptr<MulticastChannel> channel);
     ~MulticastTransport() noexcept(false) override;
 
-    /// As over unicast UDP: nothing but the key picture goes out in a burst.
-    unsigned catchUpUnits() const override
-    {
-        return 4;
-    }
-
-    bool joinsUnits() const override
-    {
-        return false;
-    }
-
 private:
     SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
                         bool more) override;

@@ -4,10 +4,27 @@
 
 namespace refhost
 {
+namespace
+{
+
+constexpr TransportTraits udpTraits = []
+{
+    TransportTraits traits;
+    // A datagram that overruns the client's socket buffer is lost unnoticed: nothing but the key frame goes
+    // out in a burst.
+    traits.maxCatchUpUnits = 4;
+    traits.silentWhenGone = true;
+    return traits;
+}();
+
+}  // namespace
 
 UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress& rtp, const UdpAddress& rtcp,
                            std::shared_ptr<SessionLiveness> liveness)
-    : GatedTransport(udpUnicast, std::move(liveness)), sockets_(std::move(sockets)), rtp_(rtp), rtcp_(rtcp)
+    : GatedTransport(udpUnicast, udpTraits, std::move(liveness)),
+      sockets_(std::move(sockets)),
+      rtp_(rtp),
+      rtcp_(rtcp)
 {
     sockets_->rtcpInboxes().listen(rtcp_, inbox());
 }

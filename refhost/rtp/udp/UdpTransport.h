@@ -19,18 +19,6 @@ public:
                  std::shared_ptr<SessionLiveness> liveness);
     ~UdpTransport() noexcept(false) override;
 
-    /// A datagram that overruns a client's socket buffer is lost without a word: nothing but the key picture
-    /// goes out in a burst.
-    unsigned catchUpUnits() const override
-    {
-        return 4;
-    }
-
-    bool joinsUnits() const override
-    {
-        return false;
-    }
-
     void takeRtp() override;
     std::string peerName() const override;
 

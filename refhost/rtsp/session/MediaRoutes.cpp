@@ -1,36 +1,13 @@
 #include "refhost/rtsp/session/MediaRoutes.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace refhost
 {
 
-void MediaRoutes::add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                      FirstPacketFunction firstPacket, ReadyFunction ready)
+void MediaRoutes::add(const Route& route)
 {
-    routes_.push_back(
-        {std::move(prefix), factory, std::move(ready), std::move(firstPacket), false, false, nullptr});
-}
-
-void MediaRoutes::addWithTalkBack(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                                  FirstPacketFunction firstPacket, ReadyFunction ready)
-{
-    routes_.push_back(
-        {std::move(prefix), factory, std::move(ready), std::move(firstPacket), false, true, nullptr});
-}
-
-void MediaRoutes::addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                              ReadyFunction ready)
-{
-    routes_.push_back({std::move(prefix), factory, std::move(ready), nullptr, true, false, nullptr});
-}
-
-void MediaRoutes::addMulticast(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                               FirstPacketFunction firstPacket, ReadyFunction ready)
-{
-    routes_.push_back({std::move(prefix), factory, std::move(ready), std::move(firstPacket), false, false,
-                       std::make_shared<std::mutex>()});
+    routes_.push_back(route);
 }
 
 bool MediaRoutes::multicast() const

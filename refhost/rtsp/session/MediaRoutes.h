@@ -26,14 +26,15 @@ using ReadyFunction = std::function<bool(const std::string& presentation)>;
 class MediaRoutes
 {
 public:
+    /// A family of URLs, and what serves it.
     struct Route
     {
-        std::string prefix;
+        std::string prefix;  ///< "orv/live" for presentations as "orv/live/1/0"
         SafePointer<IRTSPControllerFactory> factory;
         ReadyFunction ready;              ///< asked before a controller is made; null: always
         FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo() tells
         bool recorded = false;            ///< has positions and speeds; otherwise live
-        bool talkBack = false;            ///< its controllers take the sound that clients send
+        bool talkBack = false;            ///< its controllers take the audio that clients send
         /// Set where the sessions of a stream share what is sent to a group: then the verbs of all of them
         /// follow one another, because their controllers change what they share in several steps.
         std::shared_ptr<std::mutex> together;
@@ -44,19 +45,8 @@ public:
         }
     };
 
-    /// Serves presentations that begin with `prefix` and a slash ("orv/live" for "orv/live/1/0").
-    void add(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-             FirstPacketFunction firstPacket, ReadyFunction ready = nullptr);
-    /// The same for presentations whose controllers take talk-back.
-    void addWithTalkBack(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                         FirstPacketFunction firstPacket, ReadyFunction ready = nullptr);
-    /// The same for presentations that are recordings.
-    void addRecorded(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                     ReadyFunction ready = nullptr);
-
-    /// The same for presentations that are sent to multicast groups.
-    void addMulticast(std::string prefix, const SafePointer<IRTSPControllerFactory>& factory,
-                      FirstPacketFunction firstPacket, ReadyFunction ready = nullptr);
+    /// \param route  with a factory
+    void add(const Route& route);
 
     /// Whether some presentations are sent to multicast groups.
     bool multicast() const;

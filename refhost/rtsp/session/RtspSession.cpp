@@ -168,7 +168,7 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayOrder& order, A
     for (const Track* track : tracks)
     {
         // What others watch too goes on meanwhile.
-        if (!track->delivery.shared)
+        if (!(*track->delivery.transport)->traits().shared)
         {
             hold.add(*track->delivery.transport);
         }
@@ -480,7 +480,7 @@ void RtspSession::stopTrack(Track& track)
     {
         Log::error("session {}: stopping {} failed: {}", logName(), track.id, error.what());
     }
-    if (track.delivery.transport && !track.delivery.shared)
+    if (track.delivery.transport && !(*track.delivery.transport)->traits().shared)
     {
         (*track.delivery.transport)->close();
     }

@@ -44,7 +44,6 @@ public:
         std::optional<SafePointer<RtpTransport>> transport;
         std::unique_ptr<InterleavedChannels::Lease> channels;  ///< null for UDP
         std::uint64_t link = 0;  ///< serial of the connection that it ends with; 0 for UDP
-        bool shared = false;     ///< other sessions send through it too: it is not closed with this one
     };
 
     /// What RTP-Info says of one track; back channels are left out.

@@ -198,7 +198,7 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
             {
                 const RtspStatus made =
                     deliveries_.make(choice, *session, exchange.url.track, out, transportText);
-                if (made == rtspOk && !out.shared)
+                if (made == rtspOk && !(*out.transport)->traits().shared)
                 {
                     (*out.transport)->start = LiveStart::named(exchange.request.value("Live-Start"));
                 }

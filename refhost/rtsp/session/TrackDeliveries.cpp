@@ -85,7 +85,6 @@ RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::strin
     {
         return rtspServiceUnavailable;
     }
-    out.shared = true;
     text.assign("RTP/AVP;multicast;destination=").append(way.group.addressText());
     appendPair(text, "port", way.group.portOf(number), way.group.portOf(number) + 1);
     text += ";ttl=";

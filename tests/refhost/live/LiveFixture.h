@@ -59,7 +59,7 @@ protected:
     std::shared_ptr<Wire> setUp(const std::string& session, const std::string& track, unsigned pace = 0)
     {
         auto wire = std::make_shared<Wire>();
-        wire->pace = pace;
+        wire->traits.maxCatchUpUnits = pace;
         SafePointer<FakeTransport> transport(new FakeTransport(wire));
         transports.erase(session + track);
         transports.emplace(session + track, transport);

@@ -223,8 +223,8 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
                     for (const char* track : {video, audio})
                     {
                         auto wire = std::make_shared<Wire>();
-                        wire->pace = round % 2 == 0 ? 0 : 4;
-                        wire->joins = round % 5 < 3;
+                        wire->traits.maxCatchUpUnits = round % 2 == 0 ? 0 : 4;
+                        wire->traits.joinsUnits = round % 5 < 3;
                         wire->capacity = round % 3 == 0 ? 40 : 4000;
                         SafePointer<FakeTransport> way(new FakeTransport(wire));
                         EXPECT_EQ(0, dispatcher->initTrack(stream, session, track, trackInfo(track), 1364));

@@ -280,8 +280,8 @@ protected:
     {
         pictures = setUp("s", video);
         sound = setUp("s", audio);
-        pictures->joins = true;
-        sound->joins = true;
+        pictures->traits.joinsUnits = true;
+        sound->traits.joinsUnits = true;
         hold("s");
         play("s", video);
         play("s", audio);
@@ -341,8 +341,8 @@ TEST_F(SoundRideTest, SoundDoesNotWaitForAPictureThatIsStuckOrPaused)
 TEST_F(SoundRideTest, SoundDoesNotWaitWhereItSavesNothing)
 {
     begin();
-    pictures->joins = false;
-    sound->joins = false;
+    pictures->traits.joinsUnits = false;
+    sound->traits.joinsUnits = false;
     tickAudio();
     ASSERT_EQ(1U, sound->packets.size());
     EXPECT_FALSE(sound->packets[0].more);
@@ -353,7 +353,7 @@ TEST_F(SoundRideTest, UnitsThatCatchUpAreJoinedUpToTheLast)
     begin();
     ticks(20);
     const auto wire = setUp("t", video);
-    wire->joins = true;
+    wire->traits.joinsUnits = true;
     play("t", video);
     const auto& packets = wire->packets;
     ASSERT_GT(packets.size(), 3U);
@@ -368,7 +368,7 @@ TEST_F(SoundRideTest, AWayWithoutAPaceCatchesUpWithTheNextUnitInOneRun)
     begin();
     ticks(20);
     const auto wire = setUp("t", video, std::numeric_limits<unsigned>::max());
-    wire->joins = true;
+    wire->traits.joinsUnits = true;
     play("t", video);
     EXPECT_EQ(1U, wire->units().size());
     const std::size_t ofTheKeyPicture = wire->packets.size();

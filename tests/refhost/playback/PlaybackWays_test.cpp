@@ -93,7 +93,7 @@ TEST_F(PlaybackWays, AfterALongStopItGoesOnAtItsPace)
 TEST_F(PlaybackWays, OverUdpAShortStopIsNotMadeUpForInABurst)
 {
     const auto wire = setUp(video);
-    transports.at(video)->transportKind = IConnection::udpUnicast;
+    wire->traits = Wire::datagrams();
     ASSERT_EQ(play(video), 0);
     pass(500);
     wire->capacity = 0;
@@ -102,7 +102,7 @@ TEST_F(PlaybackWays, OverUdpAShortStopIsNotMadeUpForInABurst)
     wire->capacity = SIZE_MAX;
     clock.advanceMs(5);
     runWorkers();
-    EXPECT_GT(wire->units().size(), before) << "it is tried again without a word from the way";
+    EXPECT_GT(wire->units().size(), before) << "it is tried again without a report of the transport";
     EXPECT_LE(wire->units().size(), before + 6) << "of the 25 that were due";
     pass(1000);
     EXPECT_NEAR(static_cast<double>(wire->units().size() - before), 28, 3);
@@ -291,12 +291,12 @@ TEST_F(PlaybackWays, ASilentClientOverUdpCountsAsGone)
 {
     settings.silenceMs = 60'000;
     make(0, 20);
-    setUp(video);
+    const auto wire = setUp(video);
     bool connected = false;
     pass(61'000);
     ASSERT_EQ(session->connectionState(video, connected), 0);
     EXPECT_TRUE(connected) << "TCP tells by itself";
-    transports.at(video)->transportKind = IConnection::udpUnicast;
+    wire->traits = Wire::datagrams();
     ASSERT_EQ(session->connectionState(video, connected), 0);
     EXPECT_FALSE(connected);
     const std::uint8_t rubbish[] = {1, 2, 3};

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -77,6 +78,16 @@ protected:
     InterleavedTransport* const transport;
     const RtpHeaderFields header{0x01020304, 0xffff, 0x0a0b0c0d, 97};
 };
+
+TEST_F(InterleavedTransportTest, TakesAGopAtOnceAndReportsWhenItIsReadyAgain)
+{
+    const TransportTraits& traits = transport->traits();
+    EXPECT_EQ(traits.maxCatchUpUnits, std::numeric_limits<unsigned>::max());
+    EXPECT_TRUE(traits.joinsUnits);
+    EXPECT_TRUE(traits.reportsReady);
+    EXPECT_FALSE(traits.silentWhenGone) << "its connection ends";
+    EXPECT_FALSE(traits.shared);
+}
 
 TEST_F(InterleavedTransportTest, AUnitIsOneWriteOfFrames)
 {

@@ -39,9 +39,22 @@ struct Wire
     std::vector<char> order;          ///< 'p' for each RTP packet, 'r' for each RTCP packet
     std::size_t capacity = SIZE_MAX;  ///< packets that are still taken
     SendStatus status = SendStatus::sent;
-    unsigned pace = 0;
-    bool joins = false;
+    TransportTraits traits = reliable();
     std::weak_ptr<TransportListener> listener;
+
+    static TransportTraits reliable()
+    {
+        TransportTraits traits;
+        traits.reportsReady = true;
+        return traits;
+    }
+
+    static TransportTraits datagrams()
+    {
+        TransportTraits traits;
+        traits.silentWhenGone = true;
+        return traits;
+    }
 
     void ready()
     {
@@ -84,7 +97,8 @@ struct Wire
 class FakeTransport : public RtpTransport
 {
 public:
-    explicit FakeTransport(std::shared_ptr<Wire> wire) : RtpTransport(interleavedTcp), wire_(std::move(wire))
+    explicit FakeTransport(std::shared_ptr<Wire> wire)
+        : RtpTransport(interleavedTcp, wire->traits), wire_(std::move(wire))
     {
     }
 
@@ -98,16 +112,6 @@ public:
     {
         const std::lock_guard<std::mutex> guard(wire_->mutex);
         return wire_->status;
-    }
-
-    unsigned catchUpUnits() const override
-    {
-        return wire_->pace;
-    }
-
-    bool joinsUnits() const override
-    {
-        return wire_->joins;
     }
 
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,

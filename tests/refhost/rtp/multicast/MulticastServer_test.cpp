@@ -86,6 +86,20 @@ TEST_F(MulticastServerTest, TheListenAddressTellsTheInterface)
     EXPECT_EQ(112U, member.receive().size());
 }
 
+TEST_F(MulticastServerTest, ATransportIsSharedAndTakesFewUnitsAtOnce)
+{
+    const auto server = open();
+    Transport transport;
+    MulticastWay way;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
+    const TransportTraits& traits = (*transport)->traits();
+    EXPECT_TRUE(traits.shared);
+    EXPECT_EQ(traits.maxCatchUpUnits, 4U);
+    EXPECT_FALSE(traits.joinsUnits);
+    EXPECT_FALSE(traits.reportsReady);
+    EXPECT_FALSE(traits.silentWhenGone);
+}
+
 /// Whether packets leave in segmented messages or one by one.
 class MulticastSendingTest : public MulticastServerTest, public testing::WithParamInterface<bool>
 {

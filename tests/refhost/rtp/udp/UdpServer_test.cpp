@@ -178,6 +178,19 @@ AccessUnitPtr unitOfSizes(const std::vector<std::size_t>& payloads)
 
 const RtpHeaderFields header{0xcafe0001U, 0xfffe, 0x80000001U, 96};
 
+TEST(UdpServer, ATransportTakesFewUnitsAtOnceAndItsClientJustFallsSilent)
+{
+    const auto server = openServer();
+    const ClientSocket rtp("127.0.0.1");
+    const auto transport = server->makeTransport(rtp.storage(), rtp.port(), rtp.port(), nullptr);
+    const TransportTraits& traits = transport->traits();
+    EXPECT_EQ(traits.maxCatchUpUnits, 4U);
+    EXPECT_FALSE(traits.joinsUnits);
+    EXPECT_FALSE(traits.reportsReady);
+    EXPECT_TRUE(traits.silentWhenGone);
+    EXPECT_FALSE(traits.shared);
+}
+
 class UdpServerAddressTest : public testing::TestWithParam<std::tuple<const char*, bool>>
 {
 };

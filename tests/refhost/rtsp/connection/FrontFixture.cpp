@@ -36,9 +36,13 @@ void addLive(MediaRoutes& routes)
 {
     const SafePointer<Factory> live(new Factory);
     live->setThirdPlatType(platformType);
-    routes.addWithTalkBack("orv/live", live,
-                           [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
-                           { return Dispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); });
+    MediaRoutes::Route route;
+    route.prefix = "orv/live";
+    route.factory = live;
+    route.firstPacket = [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
+    { return Dispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); };
+    route.talkBack = true;
+    routes.add(route);
 }
 
 std::int64_t nowNs()

@@ -26,8 +26,11 @@ protected:
 
     void SetUp() override
     {
-        routes.addRecorded("orv/playback",
-                           SafePointer<IRTSPControllerFactory>(new FakeRecordingFactory(script_)));
+        MediaRoutes::Route route;
+        route.prefix = "orv/playback";
+        route.factory = SafePointer<IRTSPControllerFactory>(new FakeRecordingFactory(script_));
+        route.recorded = true;
+        routes.add(route);
         start();
         client_ = std::make_unique<TestClient>(server->port());
     }

@@ -257,7 +257,10 @@ public:
 
 TEST_F(RequestHandlerFailures, AFailureInsideIs500AndTheServerGoesOn)
 {
-    routes.add("broken", SafePointer<IRTSPControllerFactory>(new FailingFactory), nullptr);
+    MediaRoutes::Route broken;
+    broken.prefix = "broken";
+    broken.factory = SafePointer<IRTSPControllerFactory>(new FailingFactory);
+    routes.add(broken);
     start();
     TestClient client(server->port());
     EXPECT_EQ(client.request("DESCRIBE", url("broken/1")).status, 500);

@@ -83,6 +83,13 @@ protected:
                             route, SocketAddress::Key{1}, 0);
     }
 
+    static std::shared_ptr<Wire> sharedWire()
+    {
+        auto wire = std::make_shared<Wire>();
+        wire->traits.shared = true;
+        return wire;
+    }
+
     static RtspStatus setup(RtspSession& session, const SafePointer<FakeTransport>& way,
                             const char* track = "trackID=0")
     {
@@ -92,7 +99,6 @@ protected:
             [&](RtspSession::Delivery& out)
             {
                 out.transport.emplace(way);
-                out.shared = true;
                 return rtspOk;
             },
             ssrc);
@@ -110,7 +116,7 @@ protected:
     std::shared_ptr<ControllerScript> script = std::make_shared<ControllerScript>();
     Crowd crowd;
     MediaRoutes::Route route;
-    std::shared_ptr<Wire> wire = std::make_shared<Wire>();
+    std::shared_ptr<Wire> wire = sharedWire();
     SafePointer<FakeTransport> shared{new FakeTransport(wire)};
 };
 
