@@ -10,21 +10,14 @@ namespace
 class SystemClock : public HostClock
 {
 public:
-    std::int64_t wallNs() const override
+    MonotonicTime now() const override
     {
-        const auto now = std::chrono::system_clock::now().time_since_epoch();
-        return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+        return MonotonicTime(std::chrono::steady_clock::now().time_since_epoch());
     }
 
-    std::int64_t monotonicMs() const override
+    WallTime wallNow() const override
     {
-        return monotonicNs() / 1'000'000;
-    }
-
-    std::int64_t monotonicNs() const override
-    {
-        const auto now = std::chrono::steady_clock::now().time_since_epoch();
-        return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+        return WallTime(std::chrono::system_clock::now().time_since_epoch());
     }
 };
 

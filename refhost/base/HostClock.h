@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "refhost/base/Times.h"
 #include "refhost/base/WallClock.h"
 
 namespace refhost
@@ -15,14 +16,25 @@ class HostClock
 public:
     virtual ~HostClock() = default;
 
-    /// The system's wall clock as it is just set, nanoseconds since 1970. Dates of media come from wall().
-    virtual std::int64_t wallNs() const = 0;
-    /// Milliseconds of a clock that is never set: it goes on evenly while the machine runs.
-    virtual std::int64_t monotonicMs() const = 0;
-    /// The same clock in nanoseconds, as fine as it is; the clock of AccessUnit::captureTimeNs.
-    virtual std::int64_t monotonicNs() const
+    /// Now on the clock that is never set; capture times of live media are read from it.
+    virtual MonotonicTime now() const = 0;
+    /// The system's wall clock as it is set just now. Dates of media come from wall().
+    virtual WallTime wallNow() const = 0;
+
+    /// wallNow() in nanoseconds since 1970.
+    std::int64_t wallNs() const
     {
-        return monotonicMs() * 1'000'000;
+        return wallNow().time_since_epoch().count();
+    }
+    /// now() in milliseconds.
+    std::int64_t monotonicMs() const
+    {
+        return std::chrono::floor<std::chrono::milliseconds>(now().time_since_epoch()).count();
+    }
+    /// now() in nanoseconds.
+    std::int64_t monotonicNs() const
+    {
+        return now().time_since_epoch().count();
     }
 
     /// How instants of the monotonic clock are dated.

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <optional>
 
+#include "refhost/base/Times.h"
+
 namespace refhost
 {
 
@@ -39,6 +41,12 @@ public:
         std::int64_t at(std::int64_t monotonicNs) const
         {
             return monotonicNs + offsetNs;
+        }
+
+        /// The date of an instant.
+        WallTime at(MonotonicTime instant) const
+        {
+            return WallTime(instant.time_since_epoch() + Duration(offsetNs));
         }
     };
 

@@ -14,19 +14,19 @@ namespace test
 class ManualClock : public HostClock
 {
 public:
-    std::int64_t wallNs() const override
+    MonotonicTime now() const override
     {
-        return nowNs_.load() + setNs_.load();
+        return MonotonicTime(Duration(nowNs_.load()));
     }
 
-    std::int64_t monotonicMs() const override
+    WallTime wallNow() const override
     {
-        return nowNs_.load() / 1'000'000;
+        return WallTime(Duration(nowNs_.load() + setNs_.load()));
     }
 
-    std::int64_t monotonicNs() const override
+    void advance(Duration span)
     {
-        return nowNs_.load();
+        nowNs_.fetch_add(span.count());
     }
 
     void advanceMs(std::int64_t ms)
@@ -38,6 +38,11 @@ public:
     void setWall(std::int64_t byMs)
     {
         setWallNs(byMs * 1'000'000);
+    }
+
+    void setWall(Duration by)
+    {
+        setNs_.fetch_add(by.count());
     }
 
     void setWallNs(std::int64_t byNs)

@@ -121,18 +121,14 @@ TEST_F(WallClockTest, AMachineThatWasSuspendedSeesAStepForward)
 class TornClock : public HostClock
 {
 public:
-    std::int64_t wallNs() const override
+    MonotonicTime now() const override
+    {
+        return MonotonicTime(Duration(now_));
+    }
+    WallTime wallNow() const override
     {
         now_ += tornMs * millisecond;
-        return now_;
-    }
-    std::int64_t monotonicMs() const override
-    {
-        return monotonicNs() / millisecond;
-    }
-    std::int64_t monotonicNs() const override
-    {
-        return now_;
+        return WallTime(Duration(now_));
     }
 
     std::int64_t tornMs = 0;

@@ -36,14 +36,14 @@ void append(Samples& sound, std::size_t count, std::int16_t value)
 class RestlessClock : public HostClock
 {
 public:
-    std::int64_t wallNs() const override
+    MonotonicTime now() const override
     {
-        return monotonicNs();
+        return MonotonicTime(std::chrono::milliseconds(++ms_));
     }
 
-    std::int64_t monotonicMs() const override
+    WallTime wallNow() const override
     {
-        return ++ms_;
+        return WallTime(now().time_since_epoch());
     }
 
 private:
