@@ -1,7 +1,11 @@
 #include "refhost/threads/TaskQueue.h"
 
+#include <chrono>
+#include <optional>
 #include <system_error>
+#include <utility>
 
+#include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
 
 namespace refhost
@@ -25,7 +29,7 @@ void TaskQueue::close()
     }
 }
 
-void TaskQueue::post(Task task, std::chrono::milliseconds delay)
+void TaskQueue::post(Task task, Duration delay)
 {
     {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -33,7 +37,7 @@ void TaskQueue::post(Task task, std::chrono::milliseconds delay)
         {
             return;
         }
-        tasks_.emplace(Key(Clock::now() + delay, posted_++), std::move(task));
+        tasks_.add(HostClock::system().now() + delay, std::move(task));
         try
         {
             makeThread();
@@ -81,17 +85,16 @@ void TaskQueue::run()
             wake_.wait(guard);
             continue;
         }
-        const auto first = tasks_.begin();
-        const Clock::time_point due = first->first.first;
-        if (Clock::now() < due)
+        std::optional<Task> task = tasks_.takeDue(HostClock::system().now());
+        if (!task)
         {
-            wake_.wait_until(guard, due);
+            wake_.wait_until(guard,
+                             std::chrono::steady_clock::time_point(tasks_.nextDue().time_since_epoch()));
             continue;
         }
-        const Task task = std::move(first->second);
-        tasks_.erase(first);
         guard.unlock();
-        task();
+        (*task)();
+        task.reset();
         guard.lock();
     }
 }

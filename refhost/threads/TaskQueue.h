@@ -1,13 +1,13 @@
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
-#include <cstdint>
+#include <cstddef>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <thread>
-#include <utility>
+
+#include "refhost/base/Times.h"
+#include "refhost/threads/DueQueue.h"
 
 namespace refhost
 {
@@ -32,7 +32,7 @@ public:
     /// Runs `task` after those that are due; tasks that are due at the same time run in the order of posting.
     /// Where the system has no thread for the first task, it waits for the next call, which tries again.
     /// \param delay  from now, not before which the task runs
-    void post(Task task, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
+    void post(Task task, Duration delay = Duration::zero());
 
     /// Waits for the task that runs now and drops the others, as the destructor does; what is posted later is
     /// dropped too. Not from the queue's own thread.
@@ -42,16 +42,12 @@ public:
     std::size_t size() const;
 
 private:
-    using Clock = std::chrono::steady_clock;
-    using Key = std::pair<Clock::time_point, std::uint64_t>;
-
     void run();
     void makeThread();
 
     mutable std::mutex mutex_;
     std::condition_variable wake_;
-    std::map<Key, Task> tasks_;
-    std::uint64_t posted_ = 0;
+    DueQueue<Task> tasks_;
     bool stopping_ = false;
     std::thread thread_;
     bool failureTold_ = false;
