@@ -1,6 +1,5 @@
 import os
 import pathlib
-import shutil
 import subprocess
 import warnings
 
@@ -9,6 +8,7 @@ import pytest
 pytest.register_assert_rewrite("ffmpeg", "gstreamer", "network", "pictures", "recordings", "rtsp_client", "server", "wire")
 
 import recordings
+from made_once import made_once
 from processor import waited
 from server import DEFAULT_CONFIG, Server
 
@@ -129,18 +129,16 @@ def pytest_pyfunc_call(pyfuncitem):
 @pytest.fixture(scope="session")
 def footage(build_folder):
     """Path of eight seconds of a real surveillance recording in H.264, made once for each build tree."""
-    path = build_folder / "e2e-footage.mp4"
-    if not path.exists():
+    def encode(path):
         source = VTEST
         packed = VTEST.with_suffix(".avi.gz")
         if not source.exists() and packed.exists():
             source = build_folder / "vtest.avi"
             with open(source, "wb") as out:
                 subprocess.run(["gzip", "-dc", packed], stdout=out, check=True)
-        partial = path.with_suffix(".partial.mp4")
         subprocess.run(
             ["ffmpeg", "-v", "error", "-y", "-i", source, "-an", "-frames:v", "80", "-pix_fmt", "yuv420p",
-             "-c:v", "libx264", "-preset", "fast", "-crf", "23", "-g", "10", "-bf", "0", partial],
+             "-c:v", "libx264", "-preset", "fast", "-crf", "23", "-g", "10", "-bf", "0", path],
             check=True)
-        shutil.move(partial, path)
-    return path
+
+    return made_once(build_folder / "e2e-footage.mp4", encode)

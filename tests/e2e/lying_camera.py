@@ -3,12 +3,13 @@
 import base64
 import contextlib
 import dataclasses
-import os
 import random
 import socket
 import subprocess
 import threading
 import time
+
+from made_once import made_once
 
 CLOCK_RATE = 90000
 FRAME_RATE = 25
@@ -20,15 +21,14 @@ SEND_PATIENCE = 10.0
 
 def film(folder):
     """The access units of two seconds of H.264, each a list of NAL units; made once for each folder."""
-    path = folder / "lying-camera.h264"
-    if not path.exists():
-        partial = path.with_suffix(f".{os.getpid()}.h264")
+    def encode(path):
         subprocess.run(
             ["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", f"testsrc=size=160x90:rate={FRAME_RATE}", "-t", "2",
              "-pix_fmt", "yuv420p", "-c:v", "libx264", "-preset", "ultrafast", "-tune", "zerolatency", "-g", "10",
-             "-x264-params", "sliced-threads=0:aud=1:repeat-headers=1", "-f", "h264", partial],
+             "-x264-params", "sliced-threads=0:aud=1:repeat-headers=1", "-f", "h264", path],
             check=True)
-        partial.rename(path)
+
+    path = made_once(folder / "lying-camera.h264", encode)
     units = []
     for nal in path.read_bytes().replace(b"\x00\x00\x00\x01", b"\x00\x00\x01").split(b"\x00\x00\x01")[1:]:
         if nal[0] & 0x1F == 9:

@@ -5,6 +5,7 @@ import math
 import re
 import time
 
+from made_once import made_once
 from pictures import GOP, RATE, CountedFootage
 from rtsp_client import RtspClient
 from server import wait_until
@@ -56,7 +57,7 @@ class Interval:
 def film(build_folder, seconds=120):
     """Made once for each build tree."""
     path = build_folder / f"e2e-counted-{seconds}.mp4"
-    return CountedFootage(path) if path.exists() else CountedFootage.make(path, seconds)
+    return CountedFootage(made_once(path, lambda partial: CountedFootage.make(partial, seconds)))
 
 
 def url(server, begin, end, camera=CAMERA):

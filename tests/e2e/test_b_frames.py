@@ -1,5 +1,6 @@
 """Sources whose frames come in another order than they are presented in (B-frames): recordings keep every frame and its time."""
 
+import functools
 import itertools
 import json
 import math
@@ -7,6 +8,7 @@ import subprocess
 import time
 
 import pytest
+from made_once import made_once
 from recordings import finish, recording, status, url
 from rtsp_client import RtspClient
 from server import wait_until
@@ -29,16 +31,13 @@ CODERS = {
 @pytest.fixture(scope="session")
 def films(build_folder):
     """A Matroska file for each coder: it holds no decode times."""
-    made = {}
-    for name, options in CODERS.items():
-        made[name] = build_folder / f"e2e-b-frames-{name}.mkv"
-        if not made[name].exists():
-            partial = made[name].with_suffix(".partial.mkv")
-            subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", f"testsrc2=size=320x180:rate={RATE}",
-                            "-frames:v", str(60 * RATE), "-preset", "veryfast", "-pix_fmt", "yuv420p", *options, partial],
-                           check=True)
-            partial.rename(made[name])
-    return made
+    def encode(options, path):
+        subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", f"testsrc2=size=320x180:rate={RATE}",
+                        "-frames:v", str(60 * RATE), "-preset", "veryfast", "-pix_fmt", "yuv420p", *options, path],
+                       check=True)
+
+    return {name: made_once(build_folder / f"e2e-b-frames-{name}.mkv", functools.partial(encode, options))
+            for name, options in CODERS.items()}
 
 
 def packets(source, *options):

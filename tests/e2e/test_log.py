@@ -7,6 +7,7 @@ import signal
 import subprocess
 import time
 
+import pytest
 from rtsp_client import RtspClient
 from server import Server, wait_until
 from speaker import talk_back
@@ -116,7 +117,15 @@ def test_source_password_is_nowhere(build_folder, tmp_path):
         assert f"tail{number}" not in everything
 
 
-def test_closed_terminal_ends_it_in_good_order(serve):
+@pytest.fixture
+def terminal():
+    """A program that a terminal starts, though the tests themselves may run under nohup."""
+    before = signal.signal(signal.SIGHUP, signal.SIG_DFL)
+    yield
+    signal.signal(signal.SIGHUP, before)
+
+
+def test_closed_terminal_ends_it_in_good_order(serve, terminal):
     server = serve(CAMERA)
     server.process.send_signal(signal.SIGHUP)
     assert server.process.wait(timeout=10) == 0
