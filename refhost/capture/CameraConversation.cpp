@@ -17,6 +17,8 @@
 #include <memory>
 #include <system_error>
 
+#include "refhost/base/ByteOrder.h"
+
 namespace refhost
 {
 namespace
@@ -145,8 +147,9 @@ bool CameraConversation::sendRequest(const std::string& method, const std::strin
 bool CameraConversation::sendPacket(int channel, const std::uint8_t* data, std::size_t size,
                                     std::string& error)
 {
-    std::string framed{'$', static_cast<char>(channel), static_cast<char>(size >> 8U),
-                       static_cast<char>(size)};
+    std::uint8_t framing[4] = {'$', static_cast<std::uint8_t>(channel)};
+    writeBig16(framing + 2, static_cast<std::uint16_t>(size));
+    std::string framed(reinterpret_cast<const char*>(framing), sizeof(framing));
     framed.append(reinterpret_cast<const char*>(data), size);
     return send(framed.data(), framed.size(), error);
 }

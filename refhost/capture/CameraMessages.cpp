@@ -4,6 +4,8 @@
 #include <cctype>
 #include <charconv>
 
+#include "refhost/base/ByteOrder.h"
+
 namespace refhost
 {
 namespace
@@ -81,7 +83,7 @@ CameraMessages::Next CameraMessages::next()
     {
         return Next::incomplete;
     }
-    packetSize_ = static_cast<std::size_t>(data[2] << 8U | data[3]);
+    packetSize_ = readBig16(data + 2);
     if (left < framingSize + packetSize_)
     {
         return Next::incomplete;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "refhost/base/ByteOrder.h"
 #include "refhost/capture/BitReader.h"
 #include "refhost/media/MediaCoding.h"
 
@@ -198,7 +199,7 @@ const std::uint8_t* forEachNalUnit(const std::uint8_t* at, const std::uint8_t* e
         {
             return nullptr;
         }
-        const std::ptrdiff_t size = at[0] << 8 | at[1];
+        const std::ptrdiff_t size = readBig16(at);
         at += 2;
         if (end - at < size)
         {
@@ -237,7 +238,7 @@ void readHevcRecord(const std::vector<std::uint8_t>& record, std::optional<unsig
     for (unsigned arrays = record[headerSize - 1]; arrays > 0 && at != nullptr && end - at >= 3; --arrays)
     {
         const int type = at[0] & 0x3f;
-        const unsigned count = static_cast<unsigned>(at[1]) << 8U | at[2];
+        const unsigned count = readBig16(at + 1);
         at = forEachNalUnit(at + 3, end, count,
                             [&](const std::uint8_t* unit, std::size_t size)
                             {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "refhost/base/ByteOrder.h"
 #include "refhost/base/Log.h"
 
 namespace refhost
@@ -29,11 +30,6 @@ constexpr int aggregation = 48;
 constexpr int fragmentation = 49;
 }  // namespace h265
 
-std::uint32_t readBigEndian32(const std::uint8_t* at)
-{
-    return std::uint32_t{at[0]} << 24 | std::uint32_t{at[1]} << 16 | std::uint32_t{at[2]} << 8 | at[3];
-}
-
 int h265Type(std::uint8_t firstByte)
 {
     return firstByte >> 1 & 0x3f;
@@ -45,7 +41,7 @@ void forEachAggregated(const std::uint8_t* at, const std::uint8_t* end, Use use)
 {
     while (end - at > 2)
     {
-        const std::ptrdiff_t size = at[0] << 8 | at[1];
+        const std::ptrdiff_t size = readBig16(at);
         at += 2;
         if (size == 0 || size > end - at)
         {
@@ -69,7 +65,7 @@ bool AccessUnitBuilder::add(const std::uint8_t* packet, std::size_t size, std::i
     {
         return false;
     }
-    const std::uint32_t timestamp = readBigEndian32(packet + 4);
+    const std::uint32_t timestamp = readBig32(packet + 4);
     if (unit_ && unit_->rtpTimestamp != timestamp)
     {
         finish();

@@ -4,6 +4,8 @@
 #include <array>
 #include <memory>
 
+#include "refhost/base/ByteOrder.h"
+
 namespace refhost
 {
 namespace
@@ -11,24 +13,16 @@ namespace
 
 constexpr std::uint8_t extensionBit = 0x10;
 
-void putBigEndian32(std::uint8_t* at, std::uint32_t value)
-{
-    at[0] = static_cast<std::uint8_t>(value >> 24U);
-    at[1] = static_cast<std::uint8_t>(value >> 16U);
-    at[2] = static_cast<std::uint8_t>(value >> 8U);
-    at[3] = static_cast<std::uint8_t>(value);
-}
-
 std::array<std::uint8_t, ReplayExtension::size> written(const ReplayExtension& fields)
 {
     constexpr std::int64_t second = 1'000'000'000;
     constexpr std::uint32_t secondsFrom1900To1970 = 2'208'988'800U;
     constexpr std::uint32_t words = 3;
     std::array<std::uint8_t, ReplayExtension::size> bytes{};
-    putBigEndian32(&bytes[0], std::uint32_t{ReplayExtension::identifier} << 16U | words);
-    putBigEndian32(&bytes[4], static_cast<std::uint32_t>(fields.mediaNs / second) + secondsFrom1900To1970);
+    writeBig32(&bytes[0], std::uint32_t{ReplayExtension::identifier} << 16U | words);
+    writeBig32(&bytes[4], static_cast<std::uint32_t>(fields.mediaNs / second) + secondsFrom1900To1970);
     const auto rest = static_cast<std::uint64_t>(fields.mediaNs % second);
-    putBigEndian32(&bytes[8], static_cast<std::uint32_t>((rest << 32U) / second));
+    writeBig32(&bytes[8], static_cast<std::uint32_t>((rest << 32U) / second));
     bytes[12] = static_cast<std::uint8_t>((fields.cleanPoint ? 0x80 : 0) | (fields.endOfSection ? 0x40 : 0) |
                                           (fields.discontinuity ? 0x20 : 0));
     bytes[13] = fields.playSequence;

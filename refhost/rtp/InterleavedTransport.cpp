@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "refhost/base/ByteOrder.h"
 #include "refhost/rtp/RtpHeaderPatch.h"
 
 namespace refhost
@@ -44,8 +45,7 @@ void writeFraming(std::uint8_t* at, std::uint8_t channel, std::size_t size)
 {
     at[0] = '$';
     at[1] = channel;
-    at[2] = static_cast<std::uint8_t>(size >> 8U);
-    at[3] = static_cast<std::uint8_t>(size);
+    writeBig16(at + 2, static_cast<std::uint16_t>(size));
 }
 
 }  // namespace

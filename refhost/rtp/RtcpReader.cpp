@@ -67,8 +67,7 @@ bool RtcpReader::read(const std::uint8_t* data, std::size_t size, std::uint32_t 
         const unsigned type = data[at + 1];
         const unsigned count = data[at] & 0x1fU;
         const bool padded = (data[at] & 0x20U) != 0;
-        const std::size_t length =
-            (static_cast<std::size_t>(data[at + 2]) << 8U | data[at + 3]) * 4 + headerSize;
+        const std::size_t length = std::size_t{readBig16(data + at + 2)} * 4 + headerSize;
         const bool report = type == senderReport || type == receiverReport;
         if (size - at < length || (at == 0 && (!report || padded)) || (padded && at + length != size))
         {

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "refhost/base/ByteOrder.h"
 #include "refhost/base/RandomBytes.h"
 
 namespace refhost
@@ -102,10 +103,8 @@ std::uint32_t RtcpWriter::compactNtp(std::int64_t wallNs)
 
 void RtcpWriter::put32(std::uint32_t value)
 {
-    bytes_[size_++] = static_cast<std::uint8_t>(value >> 24U);
-    bytes_[size_++] = static_cast<std::uint8_t>(value >> 16U);
-    bytes_[size_++] = static_cast<std::uint8_t>(value >> 8U);
-    bytes_[size_++] = static_cast<std::uint8_t>(value);
+    writeBig32(&bytes_[size_], value);
+    size_ += sizeof(value);
 }
 
 }  // namespace refhost

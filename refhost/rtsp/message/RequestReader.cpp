@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 
+#include "refhost/base/ByteOrder.h"
 #include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
@@ -78,8 +79,7 @@ std::string_view takeLine(std::string_view& head)
 /// Of the payload of the interleaved frame that `bytes` begin with; they hold its header.
 std::size_t sizeOfFrame(std::string_view bytes)
 {
-    return static_cast<std::size_t>(static_cast<std::uint8_t>(bytes[2])) << 8 |
-           static_cast<std::uint8_t>(bytes[3]);
+    return readBig16(reinterpret_cast<const std::uint8_t*>(bytes.data()) + 2);
 }
 
 }  // namespace

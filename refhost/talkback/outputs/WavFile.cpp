@@ -10,6 +10,8 @@
 #include <cstring>
 #include <limits>
 
+#include "refhost/base/ByteOrder.h"
+
 namespace refhost
 {
 namespace
@@ -21,33 +23,26 @@ constexpr std::size_t formatChunkSize = 16;
 constexpr std::uint64_t mostDataBytes = std::numeric_limits<std::uint32_t>::max() - headerSize;
 using Header = std::array<std::uint8_t, headerSize>;
 
-void put(Header& header, std::size_t at, std::uint32_t value, std::size_t bytes)
-{
-    for (std::size_t i = 0; i < bytes; ++i)
-    {
-        header.at(at + i) = static_cast<std::uint8_t>(value >> (8 * i));
-    }
-}
-
 Header makeHeader(const PcmFormat& format, std::uint32_t dataBytes)
 {
-    constexpr std::uint32_t linearPcm = 1;
-    constexpr std::uint32_t bitsPerSample = 16;
+    constexpr std::uint16_t linearPcm = 1;
+    constexpr std::uint16_t bitsPerSample = 16;
     const auto rate = static_cast<std::uint32_t>(format.sampleRate);
-    const std::uint32_t frameSize = static_cast<std::uint32_t>(format.channels) * bitsPerSample / 8;
+    const auto channels = static_cast<std::uint16_t>(format.channels);
+    const std::uint32_t frameSize = std::uint32_t{channels} * bitsPerSample / 8;
     Header header{};
     std::memcpy(header.data(), "RIFF", 4);
-    put(header, 4, static_cast<std::uint32_t>(headerSize) - 8 + dataBytes, 4);
+    writeLittle32(&header[4], static_cast<std::uint32_t>(headerSize) - 8 + dataBytes);
     std::memcpy(header.data() + 8, "WAVEfmt ", 8);
-    put(header, 16, formatChunkSize, 4);
-    put(header, 20, linearPcm, 2);
-    put(header, 22, static_cast<std::uint32_t>(format.channels), 2);
-    put(header, 24, rate, 4);
-    put(header, 28, rate * frameSize, 4);
-    put(header, 32, frameSize, 2);
-    put(header, 34, bitsPerSample, 2);
+    writeLittle32(&header[16], formatChunkSize);
+    writeLittle16(&header[20], linearPcm);
+    writeLittle16(&header[22], channels);
+    writeLittle32(&header[24], rate);
+    writeLittle32(&header[28], rate * frameSize);
+    writeLittle16(&header[32], static_cast<std::uint16_t>(frameSize));
+    writeLittle16(&header[34], bitsPerSample);
     std::memcpy(header.data() + 36, "data", 4);
-    put(header, 40, dataBytes, 4);
+    writeLittle32(&header[40], dataBytes);
     return header;
 }
 
