@@ -7,6 +7,8 @@
 #include <mutex>
 #include <vector>
 
+#include "refhost/base/IgnoreCase.h"
+
 namespace refhost
 {
 namespace
@@ -24,12 +26,6 @@ bool isSchemeCharacter(char c)
 bool isWordCharacter(char c)
 {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
-}
-
-bool equalIgnoringCase(std::string_view a, std::string_view b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
 // Where the URL whose authority starts at `position` ends: at the quote or bracket that closes what stands
@@ -105,7 +101,7 @@ std::size_t secretLength(std::string_view text, std::size_t position)
     const std::string_view name = text.substr(begin, end - begin);
     const bool secret =
         std::any_of(secretNames.begin(), secretNames.end(),
-                    [name](std::string_view known) { return equalIgnoringCase(name, known); });
+                    [name](std::string_view known) { return equalsIgnoringCase(name, known); });
     if (!secret)
     {
         return 0;
@@ -162,7 +158,7 @@ std::size_t lengthOfAny(const std::vector<std::string>& texts, std::string_view 
 bool startsAuthorization(std::string_view rest)
 {
     constexpr std::string_view name = "authorization:";
-    return rest.size() >= name.size() && equalIgnoringCase(rest.substr(0, name.size()), name);
+    return rest.size() >= name.size() && equalsIgnoringCase(rest.substr(0, name.size()), name);
 }
 
 }  // namespace

@@ -4,14 +4,15 @@
 #include <charconv>
 #include <system_error>
 
+#include "refhost/base/Decimal.h"
+
 namespace
 {
 
-template <class Number>
-bool readWhole(const std::string& text, Number& number)
+bool readWhole(const std::string& text, double& number)
 {
     const char* const end = text.data() + text.size();
-    Number read{};
+    double read = 0;
     const std::from_chars_result result = std::from_chars(text.data(), end, read);
     if (result.ec != std::errc{} || result.ptr != end)
     {
@@ -34,7 +35,9 @@ bool write(Number number, std::string& text)
 
 bool DataConverter::convert(const std::string& text, int& number)
 {
-    return readWhole(text, number);
+    const auto read = refhost::parseDecimal<int>(text);
+    number = read.value_or(number);
+    return read.has_value();
 }
 
 bool DataConverter::convert(const std::string& text, double& number)

@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "refhost/base/CredentialMask.h"
+#include "refhost/base/Hex.h"
 #include "refhost/base/LogLimiter.h"
 #include "refhost/base/LogWriter.h"
 
@@ -117,11 +118,8 @@ bool isControl(char c)
 
 void appendEscaped(std::string& out, char c)
 {
-    constexpr std::string_view digits = "0123456789abcdef";
-    const auto byte = static_cast<unsigned char>(c);
     out += "\\x";
-    out += digits[byte >> 4];
-    out += digits[byte & 15];
+    appendHex8(out, static_cast<std::uint8_t>(c));
 }
 
 // Never destroyed, as the logger.

@@ -12,12 +12,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <memory>
 #include <system_error>
 
 #include "refhost/base/ByteOrder.h"
+#include "refhost/base/Decimal.h"
 
 namespace refhost
 {
@@ -34,10 +34,7 @@ constexpr const char* stoppedText = "the source is stopped";
 /// Cameras that leave CSeq out answer in order.
 bool isAnswerTo(const CameraMessage& message, unsigned sequence)
 {
-    const std::string_view text = message.header("cseq");
-    unsigned number = sequence;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return number == sequence;
+    return leadingDecimal<unsigned>(message.header("cseq")).value_or(sequence) == sequence;
 }
 
 }  // namespace

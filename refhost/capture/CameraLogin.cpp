@@ -4,10 +4,11 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <memory>
 #include <utility>
+
+#include "refhost/base/IgnoreCase.h"
 
 namespace refhost
 {
@@ -15,14 +16,6 @@ namespace
 {
 
 using GText = std::unique_ptr<char, decltype(&g_free)>;
-
-std::string lower(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return result;
-}
 
 std::string hash(GChecksumType type, const std::string& text)
 {
@@ -42,7 +35,7 @@ std::map<std::string, std::string> parametersOf(std::string_view text)
         {
             break;
         }
-        const std::string name = lower(text.substr(start, equals - start));
+        const std::string name = lowerCase(text.substr(start, equals - start));
         text.remove_prefix(equals + 1);
         std::size_t end = 0;
         if (!text.empty() && text.front() == '"')
@@ -62,8 +55,8 @@ std::map<std::string, std::string> parametersOf(std::string_view text)
 
 bool offersAuth(const std::string& qop)
 {
-    return fmt::format(",{},", lower(qop)).find(",auth,") != std::string::npos ||
-           lower(qop).find("auth,") == 0 || lower(qop).find(" auth") != std::string::npos;
+    return fmt::format(",{},", lowerCase(qop)).find(",auth,") != std::string::npos ||
+           lowerCase(qop).find("auth,") == 0 || lowerCase(qop).find(" auth") != std::string::npos;
 }
 
 }  // namespace
@@ -126,7 +119,7 @@ std::string CameraLogin::authorization(std::string_view method, std::string_view
 void CameraLogin::consider(std::string_view demand)
 {
     const std::size_t space = std::min(demand.find(' '), demand.size());
-    const std::string name = lower(demand.substr(0, space));
+    const std::string name = lowerCase(demand.substr(0, space));
     std::map<std::string, std::string> parameters = parametersOf(demand.substr(space));
     Scheme scheme = Scheme::none;
     if (name == "basic")
@@ -135,7 +128,7 @@ void CameraLogin::consider(std::string_view demand)
     }
     else if (name == "digest" && parameters.count("nonce") != 0)
     {
-        const std::string algorithm = lower(parameters["algorithm"]);
+        const std::string algorithm = lowerCase(parameters["algorithm"]);
         scheme = algorithm.empty() || algorithm == "md5" ? Scheme::digestMd5
                  : algorithm == "sha-256"                ? Scheme::digestSha256
                                                          : Scheme::none;

@@ -1,10 +1,10 @@
 #include "refhost/capture/CameraMessages.h"
 
 #include <algorithm>
-#include <cctype>
-#include <charconv>
 
 #include "refhost/base/ByteOrder.h"
+#include "refhost/base/Decimal.h"
+#include "refhost/base/IgnoreCase.h"
 
 namespace refhost
 {
@@ -26,14 +26,6 @@ std::string_view trimmed(std::string_view text)
         text.remove_suffix(1);
     }
     return text;
-}
-
-/// \returns -1 when it is not a number of that kind
-long numberOf(std::string_view text)
-{
-    long value = -1;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size() ? value : -1;
 }
 
 /// Cuts the first line off, whether it ends with LF or with CRLF.
@@ -135,12 +127,12 @@ CameraMessages::Next CameraMessages::takeMessage()
         return Next::broken;
     }
     const std::string_view length = message_.header("content-length");
-    const long bodySize = length.empty() ? 0 : numberOf(length);
-    if (bodySize < 0 || bodySize > static_cast<long>(maxBodyBytes))
+    const auto bodySize = parseDecimal<std::size_t>(length.empty() ? "0" : length, 0, maxBodyBytes);
+    if (!bodySize)
     {
         return Next::broken;
     }
-    const auto body = static_cast<std::size_t>(bodySize);
+    const std::size_t body = *bodySize;
     if (text.size() - headSize < body)
     {
         scanned_ = end;
@@ -161,12 +153,12 @@ bool CameraMessages::readHead(std::string_view head)
     {
         const std::size_t space = first.find(' ');
         const std::string_view rest = space == std::string_view::npos ? "" : trimmed(first.substr(space));
-        const long status = numberOf(rest.substr(0, rest.find(' ')));
-        if (status < 100 || status > 999)
+        const auto status = parseDecimal<int>(rest.substr(0, rest.find(' ')), 100, 999);
+        if (!status)
         {
             return false;
         }
-        message_.status = static_cast<int>(status);
+        message_.status = *status;
     }
     else if (first.find(protocol) == std::string_view::npos)
     {
@@ -184,10 +176,8 @@ bool CameraMessages::readHead(std::string_view head)
         {
             return false;
         }
-        std::string name(trimmed(line.substr(0, colon)));
-        std::transform(name.begin(), name.end(), name.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        message_.headers.emplace_back(std::move(name), trimmed(line.substr(colon + 1)));
+        message_.headers.emplace_back(lowerCase(trimmed(line.substr(0, colon))),
+                                      trimmed(line.substr(colon + 1)));
     }
     return true;
 }

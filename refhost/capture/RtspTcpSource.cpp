@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <utility>
 
 #include "refhost/base/ByteOrder.h"
+#include "refhost/base/Decimal.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
 #include "refhost/capture/RtpPayloadCheck.h"
@@ -303,7 +303,7 @@ void RtspTcpSource::addTrack(const GstSDPMedia& media, const std::string& base)
     }
     const char* const format = gst_sdp_media_get_format(&media, 0);
     auto track = std::make_unique<Track>();
-    std::from_chars(format, format + std::strlen(format), track->payloadType);
+    track->payloadType = leadingDecimal<int>(format).value_or(track->payloadType);
     GstValuePtr<GstCaps> caps(gst_sdp_media_get_caps_from_media(&media, track->payloadType));
     if (!caps)
     {
@@ -353,8 +353,8 @@ bool RtspTcpSource::setUp(Track& track, std::string& error)
     const std::size_t channels = transport.find(channelsName);
     if (channels != std::string_view::npos)
     {
-        const std::string_view number = transport.substr(channels + channelsName.size());
-        std::from_chars(number.data(), number.data() + number.size(), track.channel);
+        track.channel =
+            leadingDecimal<int>(transport.substr(channels + channelsName.size())).value_or(track.channel);
     }
     const std::string_view session = answer.header("session");
     session_ = session.substr(0, session.find(';'));
@@ -362,9 +362,7 @@ bool RtspTcpSource::setUp(Track& track, std::string& error)
     const std::size_t timeout = session.find(timeoutName);
     if (timeout != std::string_view::npos)
     {
-        const std::string_view number = session.substr(timeout + timeoutName.size());
-        int seconds = 0;
-        std::from_chars(number.data(), number.data() + number.size(), seconds);
+        const int seconds = leadingDecimal<int>(session.substr(timeout + timeoutName.size())).value_or(0);
         sessionTimeout_ = seconds > 0 ? std::chrono::seconds(std::min(seconds, 3600)) : sessionTimeout_;
     }
     return true;

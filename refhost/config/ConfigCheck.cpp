@@ -4,9 +4,9 @@
 #include <netinet/in.h>
 
 #include <algorithm>
-#include <charconv>
 #include <numeric>
 
+#include "refhost/base/Decimal.h"
 #include "refhost/base/Log.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
 
@@ -96,13 +96,9 @@ bool isAddress(const std::string& text)
 std::string assignText(ServerConfig& config, const NumberSetting<ServerConfig>& setting,
                        const std::string& text)
 {
-    std::int64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size())
-    {
-        return "must be a whole number, not " + Log::safe(text, 40);
-    }
-    return ConfigCheck::assign(setting, value, config);
+    const auto value = parseDecimal<std::int64_t>(text);
+    return value ? ConfigCheck::assign(setting, *value, config)
+                 : "must be a whole number, not " + Log::safe(text, 40);
 }
 
 std::string assignText(ServerConfig& config, const FlagSetting<ServerConfig>& setting,

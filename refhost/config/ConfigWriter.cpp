@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "refhost/base/Hex.h"
 #include "refhost/base/Log.h"
 #include "refhost/config/ConfigKeys.h"
 
@@ -13,7 +14,6 @@ namespace
 // A TOML basic string.
 std::string quoted(std::string_view text)
 {
-    constexpr std::string_view digits = "0123456789abcdef";
     std::string out = "\"";
     for (const char c : text)
     {
@@ -21,8 +21,7 @@ std::string quoted(std::string_view text)
         if (byte < 0x20 || byte == 0x7f)
         {
             out += "\\u00";
-            out += digits[byte >> 4];
-            out += digits[byte & 15];
+            appendHex8(out, byte);
             continue;
         }
         if (c == '"' || c == '\\')

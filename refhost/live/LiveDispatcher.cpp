@@ -1,10 +1,12 @@
 #include "refhost/live/LiveDispatcher.h"
 
+#include <algorithm>
 #include <atomic>
-#include <charconv>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
+#include "refhost/base/Decimal.h"
 #include "refhost/base/HostStatus.h"
 #include "refhost/live/LiveSession.h"
 #include "refhost/live/SessionShards.h"
@@ -17,14 +19,13 @@ namespace
 /// Reads "<camera>/<stream>". \returns false for anything else
 bool readStreamKey(const std::string& key, int& camera, int& stream)
 {
-    const char* end = key.data() + key.size();
-    const auto first = std::from_chars(key.data(), end, camera);
-    if (first.ec != std::errc() || first.ptr == end || *first.ptr != '/')
-    {
-        return false;
-    }
-    const auto second = std::from_chars(first.ptr + 1, end, stream);
-    return second.ec == std::errc() && second.ptr == end;
+    const std::string_view text = key;
+    const std::size_t slash = std::min(text.find('/'), text.size());
+    const auto first = parseDecimal<int>(text.substr(0, slash));
+    const auto second = parseDecimal<int>(text.substr(std::min(slash + 1, text.size())));
+    camera = first.value_or(0);
+    stream = second.value_or(0);
+    return first && second;
 }
 
 }  // namespace

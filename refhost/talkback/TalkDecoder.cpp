@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "refhost/base/Hex.h"
 #include "refhost/talkback/AacDecoder.h"
 #include "refhost/talkback/ConvertingDecoder.h"
 #include "refhost/talkback/G711Decoder.h"
@@ -31,16 +32,7 @@ std::string audioSpecificConfig(const std::string& parameters)
     begin += key.size();
     const std::size_t end = parameters.find_first_of("; \t", begin);
     const std::string hex = parameters.substr(begin, end == std::string::npos ? end : end - begin);
-    if (hex.size() % 2 != 0 || hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-    {
-        return {};
-    }
-    std::string bytes;
-    for (std::size_t i = 0; i < hex.size(); i += 2)
-    {
-        bytes.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
+    return bytesOfHex(hex).value_or("");
 }
 
 std::unique_ptr<FrameDecoder> makeCodec(const SubMediaInfo& track)

@@ -3,8 +3,9 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
-#include <charconv>
 #include <cstdlib>
+
+#include "refhost/base/Decimal.h"
 
 namespace refhost
 {
@@ -31,15 +32,6 @@ std::optional<std::uint32_t> parseAddress(std::string_view text)
     return number;
 }
 
-std::optional<int> parseNumber(std::string_view text, int least, int most)
-{
-    int number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    const bool good = error == std::errc() && stop == end && number >= least && number <= most;
-    return good ? std::optional<int>(number) : std::nullopt;
-}
-
 }  // namespace
 
 std::optional<MulticastGroup> MulticastGroup::parse(std::string_view text)
@@ -50,7 +42,7 @@ std::optional<MulticastGroup> MulticastGroup::parse(std::string_view text)
         return std::nullopt;
     }
     const auto address = parseAddress(text.substr(0, colon));
-    const auto port = parseNumber(text.substr(colon + 1), leastPort, mostPort);
+    const auto port = parseDecimal<int>(text.substr(colon + 1), leastPort, mostPort);
     if (!address || !port || *port % 2 != 0)
     {
         return std::nullopt;
@@ -77,7 +69,7 @@ std::optional<MulticastRange> MulticastRange::parse(std::string_view text)
     const auto address = parseAddress(text.substr(0, slash));
     const auto bits = slash == std::string_view::npos
                           ? std::optional<int>(addressBits)
-                          : parseNumber(text.substr(slash + 1), multicastBits, addressBits);
+                          : parseDecimal<int>(text.substr(slash + 1), multicastBits, addressBits);
     if (!address || !bits)
     {
         return std::nullopt;

@@ -2,10 +2,11 @@
 
 #include <glib.h>
 
-#include <charconv>
 #include <memory>
 #include <utility>
 
+#include "refhost/base/Hex.h"
+#include "refhost/base/IgnoreCase.h"
 #include "refhost/rtsp/auth/DigestAuth.h"
 #include "refhost/rtsp/message/RtspText.h"
 #include "refhost/rtsp/message/RtspUrl.h"
@@ -75,12 +76,11 @@ Authenticator::Decision Authenticator::check(std::string_view method, std::strin
     }
     const std::string_view scheme = authorization.substr(0, blank);
     const std::string_view rest = RtspText::trim(authorization.substr(blank));
-    if (RtspText::equalsIgnoringCase(scheme, "Basic"))
+    if (equalsIgnoringCase(scheme, "Basic"))
     {
         return checkBasic(rest);
     }
-    return RtspText::equalsIgnoringCase(scheme, "Digest") ? checkDigest(method, uri, rest, client)
-                                                          : Decision();
+    return equalsIgnoringCase(scheme, "Digest") ? checkDigest(method, uri, rest, client) : Decision();
 }
 
 Authenticator::Decision Authenticator::checkBasic(std::string_view credentials) const
@@ -121,8 +121,7 @@ Authenticator::Decision Authenticator::checkDigest(std::string_view method, std:
     {
         return {};
     }
-    std::uint64_t count = 0;
-    std::from_chars(answer.nonceCount.data(), answer.nonceCount.data() + answer.nonceCount.size(), count, 16);
+    const std::uint64_t count = parseHex(answer.nonceCount).value_or(0);
     if (!answer.qop.empty() && count == 0)
     {
         return {};

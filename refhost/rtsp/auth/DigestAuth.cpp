@@ -5,6 +5,8 @@
 #include <initializer_list>
 #include <memory>
 
+#include "refhost/base/Hex.h"
+#include "refhost/base/IgnoreCase.h"
 #include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
@@ -25,18 +27,13 @@ std::string joined(std::initializer_list<std::string_view> parts)
 
 bool readAlgorithm(std::string_view value, DigestAuth::Algorithm& out)
 {
-    if (RtspText::equalsIgnoringCase(value, "MD5"))
+    if (equalsIgnoringCase(value, "MD5"))
     {
         out = DigestAuth::Algorithm::md5;
         return true;
     }
     out = DigestAuth::Algorithm::sha256;
-    return RtspText::equalsIgnoringCase(value, "SHA-256");
-}
-
-bool isHex(std::string_view text)
-{
-    return text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+    return equalsIgnoringCase(value, "SHA-256");
 }
 
 }  // namespace
@@ -66,17 +63,17 @@ bool DigestAuth::parse(std::string_view parameters, Answer& out)
                                 {"nc", &out.nonceCount},     {"cnonce", &out.clientNonce}};
         for (const Field& field : fields)
         {
-            if (RtspText::equalsIgnoringCase(name, field.name))
+            if (equalsIgnoringCase(name, field.name))
             {
                 *field.target = value;
             }
         }
-        if (RtspText::equalsIgnoringCase(name, "algorithm"))
+        if (equalsIgnoringCase(name, "algorithm"))
         {
             supported = readAlgorithm(value, out.algorithm);
         }
     }
-    const bool counted = RtspText::equalsIgnoringCase(out.qop, "auth") && out.nonceCount.size() == 8 &&
+    const bool counted = equalsIgnoringCase(out.qop, "auth") && out.nonceCount.size() == 8 &&
                          isHex(out.nonceCount) && !out.clientNonce.empty();
     return supported && !out.username.empty() && !out.nonce.empty() && !out.uri.empty() &&
            !out.response.empty() && (out.qop.empty() || counted);

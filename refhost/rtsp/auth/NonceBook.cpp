@@ -3,13 +3,12 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <charconv>
 #include <memory>
 #include <utility>
 
+#include "refhost/base/Hex.h"
 #include "refhost/base/RandomBytes.h"
 #include "refhost/rtsp/auth/DigestAuth.h"
-#include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
 {
@@ -23,12 +22,6 @@ constexpr std::size_t signedDigits = timeDigits + randomDigits;
 constexpr std::size_t nonceDigits = signedDigits + 2 * signatureDigits;  // of the address, of the connection
 constexpr std::uint64_t window = 64;  // counts may arrive out of order by as much
 
-void appendHex64(std::string& out, std::uint64_t number)
-{
-    RtspText::appendHex32(out, static_cast<std::uint32_t>(number >> 32));
-    RtspText::appendHex32(out, static_cast<std::uint32_t>(number));
-}
-
 std::string newKey()
 {
     std::string key(32, '\0');
@@ -38,9 +31,7 @@ std::string newKey()
 
 std::int64_t issuedAt(std::string_view nonce)
 {
-    std::uint64_t time = 0;
-    std::from_chars(nonce.data(), nonce.data() + timeDigits, time, 16);
-    return static_cast<std::int64_t>(time);
+    return static_cast<std::int64_t>(parseHex(nonce.substr(0, timeDigits)).value_or(0));
 }
 
 }  // namespace

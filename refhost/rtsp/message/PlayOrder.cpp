@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "refhost/base/Decimal.h"
 #include "refhost/rtsp/message/RtspText.h"
-#include "refhost/rtsp/message/UtcTime.h"
 
 namespace refhost
 {
@@ -18,9 +18,9 @@ std::optional<double> parseRate(std::string_view text, bool maybeNegative)
     const bool negative = maybeNegative && !text.empty() && text.front() == '-';
     text.remove_prefix(negative ? 1 : 0);
     const std::size_t dot = text.find('.');
-    const auto whole = RtspText::number(text.substr(0, dot), most);
+    const auto whole = parseDecimal<std::uint64_t>(text.substr(0, dot), most);
     const auto fraction =
-        UtcTime::parseFraction(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
+        parseMillionths(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
     if (!whole || !fraction)
     {
         return std::nullopt;
@@ -52,7 +52,8 @@ RtspStatus parseFrames(std::string_view value, PlayOrder& out)
         return out.keyFramesOnly || kind == "all" || kind == "predicted" ? rtspOk : rtspBadRequest;
     }
     constexpr std::uint64_t most = 1000000000;
-    const auto distance = RtspText::number(RtspText::trim(value.substr(value.find('/') + 1)), most);
+    const auto distance =
+        parseDecimal<std::uint64_t>(RtspText::trim(value.substr(value.find('/') + 1)), most);
     out.keyFrameDistanceMs = static_cast<int>(distance.value_or(0));
     return out.keyFramesOnly && distance ? rtspOk : rtspBadRequest;
 }
@@ -67,7 +68,7 @@ RtspStatus parseReplay(const RtspRequest& request, PlayOrder& out)
             return rtspBadRequest;
         }
     }
-    const auto cseq = RtspText::number(request.value("CSeq"), 0xffffffff);
+    const auto cseq = parseDecimal<std::uint64_t>(request.value("CSeq"), 0xffffffff);
     out.sequence = static_cast<std::uint8_t>(cseq.value_or(0));
     const RtspRequest::Header* const frames = request.find("Frames");
     return frames == nullptr ? rtspOk : parseFrames(frames->value, out);
@@ -100,10 +101,8 @@ void PlayOrder::appendRate(std::string& out, double rate)
     constexpr double most = 1e9;
     const std::int64_t thousandths = std::llround(std::clamp(std::abs(rate), 0.0, most) * 1000);
     out.append(rate < 0 && thousandths > 0 ? "-" : "");
-    RtspText::appendNumber(out, static_cast<std::uint64_t>(thousandths / 1000));
-    std::string decimals = std::to_string(1000 + thousandths % 1000).substr(1);
-    decimals.resize(std::max<std::size_t>(decimals.find_last_not_of('0') + 1, 1));
-    out.append(".").append(decimals);
+    appendDecimal(out, static_cast<std::uint64_t>(thousandths / 1000));
+    appendDecimals(out, static_cast<std::uint64_t>(thousandths % 1000), 3, 1);
 }
 
 }  // namespace refhost

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "refhost/base/Decimal.h"
 #include "refhost/rtsp/message/RtspText.h"
 #include "refhost/rtsp/message/UtcTime.h"
 
@@ -29,7 +30,8 @@ Instant parseNpt(std::string_view text)
         {
             break;
         }
-        const auto part = RtspText::number(text.substr(0, colon), colons == 0 ? longestSeconds / 3600 : 59);
+        const auto part =
+            parseDecimal<std::uint64_t>(text.substr(0, colon), colons == 0 ? longestSeconds / 3600 : 59);
         if (!part || colons == 2)
         {
             return std::nullopt;
@@ -39,9 +41,9 @@ Instant parseNpt(std::string_view text)
         text.remove_prefix(colon + 1);
     }
     const std::size_t dot = text.find('.');
-    const auto whole = RtspText::number(text.substr(0, dot), clock ? 59 : longestSeconds);
+    const auto whole = parseDecimal<std::uint64_t>(text.substr(0, dot), clock ? 59 : longestSeconds);
     const auto fraction =
-        UtcTime::parseFraction(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
+        parseMillionths(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
     if (!whole || !fraction)
     {
         return std::nullopt;
@@ -136,8 +138,8 @@ void appendTime(std::string& out, Unit unit, std::int64_t time)
         return;
     }
     const std::int64_t played = std::max<std::int64_t>(time, 0);
-    RtspText::appendNumber(out, static_cast<std::uint64_t>(played / second));
-    UtcTime::appendFraction(out, static_cast<std::uint32_t>(played % second));
+    appendDecimal(out, static_cast<std::uint64_t>(played / second));
+    appendDecimals(out, static_cast<std::uint64_t>(played % second), 6, 3);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "refhost/base/ByteOrder.h"
+#include "refhost/base/Decimal.h"
 #include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
@@ -47,8 +48,8 @@ bool isVersion(std::string_view text)
     }
     text.remove_prefix(protocolPrefix.size());
     const std::size_t dot = text.find('.');
-    return dot != std::string_view::npos && RtspText::number(text.substr(0, dot), 9999) &&
-           RtspText::number(text.substr(dot + 1), 9999);
+    return dot != std::string_view::npos && parseDecimal<std::uint64_t>(text.substr(0, dot), 9999) &&
+           parseDecimal<std::uint64_t>(text.substr(dot + 1), 9999);
 }
 
 bool hasControlCharacter(std::string_view line)
@@ -332,7 +333,7 @@ bool RequestReader::readContentLength(const RtspRequest& request)
     for (const RtspRequest::Header* header = request.find("Content-Length"); header != nullptr;
          header = request.find("Content-Length", header))
     {
-        const auto value = RtspText::number(header->value, largestContentLength);
+        const auto value = parseDecimal<std::uint64_t>(header->value, largestContentLength);
         if (!value || (length && *length != *value))
         {
             problem_.status = rtspBadRequest;

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/Decimal.h"
 #include "refhost/rtsp/message/StatusMap.h"
 
 namespace refhost
@@ -23,7 +23,7 @@ void ResponseWriter::begin(RtspStatus status, std::string_view cseq)
     refreshDate();
     text_.clear();
     text_ += "RTSP/1.0 ";
-    RtspText::appendNumber(text_, static_cast<std::uint64_t>(status));
+    appendDecimal(text_, static_cast<std::uint64_t>(status));
     text_ += ' ';
     text_ += StatusMap::reason(status);
     text_ += "\r\n";
@@ -67,7 +67,7 @@ std::string_view ResponseWriter::finish(std::string_view contentType, std::strin
 {
     header("Content-Type", contentType);
     beginHeader("Content-Length");
-    RtspText::appendNumber(text_, body.size());
+    appendDecimal(text_, body.size());
     text_ += "\r\n\r\n";
     text_ += body;
     return text_;
@@ -94,7 +94,7 @@ void ResponseWriter::refreshDate()
     date_ += ' ';
     date_ += months[static_cast<std::size_t>(calendar.tm_mon)];
     date_ += ' ';
-    RtspText::appendNumber(date_, static_cast<std::uint64_t>(calendar.tm_year) + 1900);
+    appendDecimal(date_, static_cast<std::uint64_t>(calendar.tm_year) + 1900);
     date_ += ' ';
     appendTwoDigits(date_, calendar.tm_hour);
     date_ += ':';

@@ -1,6 +1,6 @@
 #include "refhost/rtsp/message/RtspRequest.h"
 
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/IgnoreCase.h"
 
 namespace refhost
 {
@@ -10,7 +10,7 @@ const RtspRequest::Header* RtspRequest::find(std::string_view name, const Header
     const Header* const end = headers.data() + headers.size();
     for (const Header* header = previous == nullptr ? headers.data() : previous + 1; header < end; ++header)
     {
-        if (RtspText::equalsIgnoringCase(header->name, name))
+        if (equalsIgnoringCase(header->name, name))
         {
             return header;
         }

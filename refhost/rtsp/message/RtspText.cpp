@@ -1,7 +1,5 @@
 #include "refhost/rtsp/message/RtspText.h"
 
-#include <charconv>
-
 namespace refhost
 {
 namespace
@@ -10,11 +8,6 @@ namespace
 bool isBlank(char c)
 {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
 
 }  // namespace
@@ -30,22 +23,6 @@ std::string_view RtspText::trim(std::string_view text)
         text.remove_suffix(1);
     }
     return text;
-}
-
-bool RtspText::equalsIgnoringCase(std::string_view a, std::string_view b)
-{
-    if (a.size() != b.size())
-    {
-        return false;
-    }
-    for (std::size_t i = 0; i < a.size(); ++i)
-    {
-        if (lower(a[i]) != lower(b[i]))
-        {
-            return false;
-        }
-    }
-    return true;
 }
 
 std::string_view RtspText::cut(std::string_view& rest, char separator)
@@ -82,18 +59,6 @@ std::string_view RtspText::unquote(std::string_view text)
     return text;
 }
 
-std::optional<std::uint64_t> RtspText::number(std::string_view digits, std::uint64_t most)
-{
-    std::uint64_t value = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, value);
-    if (digits.empty() || error != std::errc() || stop != end || value > most)
-    {
-        return std::nullopt;
-    }
-    return value;
-}
-
 bool RtspText::isToken(std::string_view text)
 {
     constexpr std::string_view separators = "()<>@,;:\\\"/[]?={}";
@@ -105,22 +70,6 @@ bool RtspText::isToken(std::string_view text)
         }
     }
     return !text.empty();
-}
-
-void RtspText::appendNumber(std::string& out, std::uint64_t number)
-{
-    char digits[20];
-    const auto [end, error] = std::to_chars(digits, digits + sizeof digits, number);
-    out.append(digits, end);
-}
-
-void RtspText::appendHex32(std::string& out, std::uint32_t number)
-{
-    constexpr char digits[] = "0123456789ABCDEF";
-    for (int shift = 28; shift >= 0; shift -= 4)
-    {
-        out += digits[(number >> shift) & 15];
-    }
 }
 
 }  // namespace refhost

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <string>
 #include <string_view>
 
 namespace refhost
@@ -15,9 +12,6 @@ public:
     /// Without the blanks and tabs (and line ends of folded lines) at both ends.
     static std::string_view trim(std::string_view text);
 
-    /// Equal but for the case of A to Z.
-    static bool equalsIgnoringCase(std::string_view a, std::string_view b);
-
     /// Cuts `rest` at its next `separator` outside of double quotes.
     /// \param[in,out] rest  loses the part and the separator; becomes empty after the last part
     /// \returns the part, trimmed
@@ -26,15 +20,8 @@ public:
     /// Without the double quotes around it, where there are some. Escapes inside stay as they are.
     static std::string_view unquote(std::string_view text);
 
-    /// One or more decimal digits and nothing else, of at most `most`.
-    static std::optional<std::uint64_t> number(std::string_view digits, std::uint64_t most);
-
     /// One or more characters that RFC 2326 allows in a token (method and header names).
     static bool isToken(std::string_view text);
-
-    static void appendNumber(std::string& out, std::uint64_t number);
-    /// Eight upper-case hexadecimal digits.
-    static void appendHex32(std::string& out, std::uint32_t number);
 };
 
 }  // namespace refhost

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/IgnoreCase.h"
 
 namespace refhost
 {
@@ -99,8 +99,8 @@ bool takeOrigin(std::string_view& text, std::string& base)
         return !text.empty() && text.front() == '/';
     }
     const std::string_view scheme = text.substr(0, mark);
-    if (!RtspText::equalsIgnoringCase(scheme, "rtsp") && !RtspText::equalsIgnoringCase(scheme, "rtspu") &&
-        !RtspText::equalsIgnoringCase(scheme, "rtsps"))
+    if (!equalsIgnoringCase(scheme, "rtsp") && !equalsIgnoringCase(scheme, "rtspu") &&
+        !equalsIgnoringCase(scheme, "rtsps"))
     {
         return false;
     }

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/Decimal.h"
 
 namespace refhost
 {
@@ -13,21 +13,16 @@ namespace
 
 void appendInt(std::string& out, int number)
 {
-    RtspText::appendNumber(out, number < 0 ? 0 : static_cast<std::uint64_t>(number));
+    appendDecimal(out, number < 0 ? 0 : static_cast<std::uint64_t>(number));
 }
 
 /// With up to so many decimals, whatever the locale: 25, 12.5, 29.97.
-void appendDecimal(std::string& out, double number, int maxDecimals)
+void appendFraction(std::string& out, double number, std::size_t maxDecimals)
 {
     const auto unit = static_cast<std::uint64_t>(std::llround(std::pow(10, maxDecimals)));
     const auto parts = static_cast<std::uint64_t>(std::llround(number * static_cast<double>(unit)));
-    RtspText::appendNumber(out, parts / unit);
-    if (parts % unit != 0)
-    {
-        std::string decimals = std::to_string(unit + parts % unit).substr(1);
-        decimals.erase(decimals.find_last_not_of('0') + 1);
-        out.append(".").append(decimals);
-    }
+    appendDecimal(out, parts / unit);
+    appendDecimals(out, parts % unit, maxDecimals, 0);
 }
 
 /// Where packets go to: to the group, or where SETUP will settle it.
@@ -90,7 +85,7 @@ void appendTrack(std::string& out, const SubMediaInfo& track, int port)
     if (track.frameRate > 0 && track.frameRate < 1000)
     {
         out += "a=framerate:";
-        appendDecimal(out, track.frameRate, 3);
+        appendFraction(out, track.frameRate, 3);
         out += "\r\n";
     }
     out.append("a=control:").append(track.trackId).append("\r\n");
@@ -119,7 +114,7 @@ void appendRange(std::string& out, const MediaInfo& info, RangeHeader::Unit unit
         return;
     }
     std::string seconds;
-    appendDecimal(seconds, info.recordSeconds, 6);
+    appendFraction(seconds, info.recordSeconds, 6);
     out += "a=range:";
     if (unit == RangeHeader::Unit::clock)
     {
@@ -143,7 +138,7 @@ void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& or
                        RangeHeader::Unit unit) const
 {
     out += "v=0\r\no=- ";
-    RtspText::appendNumber(out, version_);
+    appendDecimal(out, version_);
     out += " 1 IN ";
     out.append(origin.ipv6 ? "IP6 " : "IP4 ").append(origin.address);
     out += "\r\ns=";

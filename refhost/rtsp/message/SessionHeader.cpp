@@ -1,5 +1,6 @@
 #include "refhost/rtsp/message/SessionHeader.h"
 
+#include "refhost/base/Decimal.h"
 #include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
@@ -14,7 +15,7 @@ void SessionHeader::append(std::string& out, std::string_view id, int timeoutSec
 {
     out += id;
     out += ";timeout=";
-    RtspText::appendNumber(out, static_cast<std::uint64_t>(timeoutSeconds));
+    appendDecimal(out, static_cast<std::uint64_t>(timeoutSeconds));
 }
 
 }  // namespace refhost

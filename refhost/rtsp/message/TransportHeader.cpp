@@ -1,5 +1,7 @@
 #include "refhost/rtsp/message/TransportHeader.h"
 
+#include "refhost/base/Decimal.h"
+#include "refhost/base/IgnoreCase.h"
 #include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
@@ -14,7 +16,7 @@ constexpr int largestChannel = 255;
 bool parsePair(std::string_view text, int least, int most, int& first, int& second)
 {
     const std::size_t dash = text.find('-');
-    const auto low = RtspText::number(text.substr(0, dash), static_cast<std::uint64_t>(most));
+    const auto low = parseDecimal<std::uint64_t>(text.substr(0, dash), static_cast<std::uint64_t>(most));
     if (!low)
     {
         return false;
@@ -23,7 +25,8 @@ bool parsePair(std::string_view text, int least, int most, int& first, int& seco
     second = first + 1;
     if (dash != std::string_view::npos)
     {
-        const auto high = RtspText::number(text.substr(dash + 1), static_cast<std::uint64_t>(most));
+        const auto high =
+            parseDecimal<std::uint64_t>(text.substr(dash + 1), static_cast<std::uint64_t>(most));
         if (!high)
         {
             return false;
@@ -39,7 +42,7 @@ bool modePlays(std::string_view value)
     value = RtspText::unquote(value);
     while (!value.empty())
     {
-        if (RtspText::equalsIgnoringCase(RtspText::unquote(RtspText::cut(value, ',')), "PLAY"))
+        if (equalsIgnoringCase(RtspText::unquote(RtspText::cut(value, ',')), "PLAY"))
         {
             return true;
         }
@@ -49,9 +52,9 @@ bool modePlays(std::string_view value)
 
 bool acceptsProfile(std::string_view profile, bool& interleaved)
 {
-    interleaved = RtspText::equalsIgnoringCase(profile, "RTP/AVP/TCP");
-    return interleaved || RtspText::equalsIgnoringCase(profile, "RTP/AVP") ||
-           RtspText::equalsIgnoringCase(profile, "RTP/AVP/UDP");
+    interleaved = equalsIgnoringCase(profile, "RTP/AVP/TCP");
+    return interleaved || equalsIgnoringCase(profile, "RTP/AVP") ||
+           equalsIgnoringCase(profile, "RTP/AVP/UDP");
 }
 
 std::optional<TransportChoice> parseChoice(std::string_view text)
@@ -71,23 +74,23 @@ std::optional<TransportChoice> parseChoice(std::string_view text)
                                            ? std::string_view()
                                            : RtspText::trim(parameter.substr(equals + 1));
         bool good = true;
-        if (RtspText::equalsIgnoringCase(name, "multicast"))
+        if (equalsIgnoringCase(name, "multicast"))
         {
             choice.multicast = true;
         }
-        else if (RtspText::equalsIgnoringCase(name, "unicast"))
+        else if (equalsIgnoringCase(name, "unicast"))
         {
             unicast = true;
         }
-        else if (RtspText::equalsIgnoringCase(name, "mode"))
+        else if (equalsIgnoringCase(name, "mode"))
         {
             good = modePlays(value);
         }
-        else if (RtspText::equalsIgnoringCase(name, "client_port"))
+        else if (equalsIgnoringCase(name, "client_port"))
         {
             good = parsePair(value, TransportHeader::minPort, largestPort, choice.rtpPort, choice.rtcpPort);
         }
-        else if (RtspText::equalsIgnoringCase(name, "interleaved"))
+        else if (equalsIgnoringCase(name, "interleaved"))
         {
             good = parsePair(value, 0, largestChannel, choice.rtpChannel, choice.rtcpChannel);
         }

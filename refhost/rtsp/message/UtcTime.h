@@ -21,12 +21,6 @@ public:
     /// Appends the text of an instant of the years 0 to 9999, with three to six decimals; other instants are
     /// taken for the nearest of these.
     static void append(std::string& out, std::int64_t microseconds);
-
-    /// Appends ".250", ".1" as ".100", ".123456": at least three decimals, no more than are needed.
-    static void appendFraction(std::string& out, std::uint32_t microseconds);
-
-    /// Microseconds from the digits behind a decimal point, which may be none.
-    static std::optional<std::uint32_t> parseFraction(std::string_view digits);
 };
 
 }  // namespace refhost

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "refhost/base/Decimal.h"
 #include "refhost/rtsp/message/RangeHeader.h"
-#include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
 {
@@ -113,9 +113,9 @@ void PlayVerbs::addRtpInfo(ResponseWriter& out, std::string_view base,
         if (track.known)
         {
             text += ";seq=";
-            RtspText::appendNumber(text, track.first.sequenceNumber);
+            appendDecimal(text, track.first.sequenceNumber);
             text += ";rtptime=";
-            RtspText::appendNumber(text, track.first.rtpTimestamp);
+            appendDecimal(text, track.first.rtpTimestamp);
         }
         separator = ",";
     }

@@ -5,6 +5,8 @@
 #include <functional>
 #include <utility>
 
+#include "refhost/base/Decimal.h"
+#include "refhost/base/IgnoreCase.h"
 #include "refhost/base/LibraryOutput.h"
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/message/RtspText.h"
@@ -150,10 +152,10 @@ RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry
 bool RequestHandler::accept(Exchange& exchange, const std::optional<std::string>& admitted)
 {
     const RtspRequest& request = exchange.request;
-    exchange.keepsConnection = !RtspText::equalsIgnoringCase(request.value("Connection"), "close");
+    exchange.keepsConnection = !equalsIgnoringCase(request.value("Connection"), "close");
     const std::string_view cseq = request.value("CSeq");
     constexpr std::uint64_t largestCseq = 0xffffffff;
-    if (!RtspText::number(cseq, largestCseq))
+    if (!parseDecimal<std::uint64_t>(cseq, largestCseq))
     {
         exchange.answer(rtspBadRequest);
         return false;
@@ -267,7 +269,7 @@ void RequestHandler::parameters(Exchange& exchange)
     }
     std::string_view type = request.value("Content-Type");
     type = RtspText::cut(type, ';');
-    const bool understood = type.empty() || RtspText::equalsIgnoringCase(type, "text/parameters");
+    const bool understood = type.empty() || equalsIgnoringCase(type, "text/parameters");
     exchange.answer(understood ? rtspParameterNotUnderstood : rtspUnsupportedMediaType);
 }
 
@@ -284,7 +286,7 @@ RequestHandler::Result RequestHandler::reject(const RtspRequest& request,
     Exchange exchange(request, out, link_);
     exchange.keepsConnection = !problem.fatal;
     const std::string_view cseq = request.value("CSeq");
-    exchange.cseq = RtspText::number(cseq, 0xffffffff) ? cseq : std::string_view();
+    exchange.cseq = parseDecimal<std::uint64_t>(cseq, 0xffffffff) ? cseq : std::string_view();
     exchange.answer(problem.status);
     return problem.fatal ? Result::answeredLast : Result::answered;
 }

@@ -1,15 +1,14 @@
 #include "refhost/rtsp/session/SessionTable.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "refhost/base/Hex.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/RandomBytes.h"
-#include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
 {
@@ -22,23 +21,15 @@ std::string textOf(std::uint64_t number)
 {
     std::string text;
     text.reserve(idLength);
-    RtspText::appendHex32(text, static_cast<std::uint32_t>(number >> 32));
-    RtspText::appendHex32(text, static_cast<std::uint32_t>(number));
+    appendHex64(text, number);
     return text;
 }
 
 /// Only the text that textOf() makes: one session has one id.
 std::optional<std::uint64_t> numberOf(std::string_view text)
 {
-    std::uint64_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number, 16);
     const bool small = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'a'; });
-    if (text.size() != idLength || error != std::errc() || stop != end || small)
-    {
-        return std::nullopt;
-    }
-    return number;
+    return text.size() == idLength && !small ? parseHex(text) : std::nullopt;
 }
 
 /// Without the id: who knows a living session's id can steer it.

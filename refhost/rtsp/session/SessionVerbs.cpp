@@ -3,6 +3,7 @@
 #include "hostapi/description/MediaInfo.h"
 #include "live/IRTSPControllerFactory.h"
 #include "refhost/base/HostStatus.h"
+#include "refhost/base/IgnoreCase.h"
 #include "refhost/rtsp/message/RtspText.h"
 #include "refhost/rtsp/message/StatusMap.h"
 
@@ -28,8 +29,8 @@ bool acceptsSdp(const RtspRequest& request)
         {
             std::string_view entry = RtspText::cut(list, ',');
             const std::string_view type = RtspText::cut(entry, ';');
-            if (type == "*/*" || type == "*" || RtspText::equalsIgnoringCase(type, "application/*") ||
-                RtspText::equalsIgnoringCase(type, sdpType))
+            if (type == "*/*" || type == "*" || equalsIgnoringCase(type, "application/*") ||
+                equalsIgnoringCase(type, sdpType))
             {
                 return true;
             }

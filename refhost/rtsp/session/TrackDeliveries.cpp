@@ -3,7 +3,8 @@
 #include <string_view>
 #include <utility>
 
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/Decimal.h"
+#include "refhost/base/Hex.h"
 
 namespace refhost
 {
@@ -13,9 +14,9 @@ namespace
 void appendPair(std::string& out, std::string_view name, int first, int second)
 {
     out.append(";").append(name).append("=");
-    RtspText::appendNumber(out, static_cast<std::uint64_t>(first));
+    appendDecimal(out, static_cast<std::uint64_t>(first));
     out += '-';
-    RtspText::appendNumber(out, static_cast<std::uint64_t>(second));
+    appendDecimal(out, static_cast<std::uint64_t>(second));
 }
 
 }  // namespace
@@ -88,7 +89,7 @@ RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::strin
     text.assign("RTP/AVP;multicast;destination=").append(way.group.addressText());
     appendPair(text, "port", way.group.portOf(number), way.group.portOf(number) + 1);
     text += ";ttl=";
-    RtspText::appendNumber(text, static_cast<std::uint64_t>(way.ttl));
+    appendDecimal(text, static_cast<std::uint64_t>(way.ttl));
     if (!way.source.empty())
     {
         text.append(";source=").append(way.source);
@@ -123,7 +124,7 @@ void TrackDeliveries::answer(ResponseWriter& out, const std::string& text, std::
 {
     out.beginHeader("Transport");
     out.text().append(text).append(";ssrc=");
-    RtspText::appendHex32(out.text(), ssrc);
+    appendHex32(out.text(), ssrc);
     out.text() += ";mode=\"PLAY\"";
     out.endHeader();
 }

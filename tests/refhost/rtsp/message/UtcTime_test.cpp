@@ -95,18 +95,5 @@ TEST(UtcTime, EveryDayOfFourCenturiesAgreesWithTheCLibraryAndComesBack)
     }
 }
 
-TEST(UtcTime, FractionIsWrittenAndReadInMicroseconds)
-{
-    std::string out;
-    UtcTime::appendFraction(out, 0);
-    UtcTime::appendFraction(out, 100000);
-    UtcTime::appendFraction(out, 999999);
-    EXPECT_EQ(out, ".000.100.999999");
-    EXPECT_EQ(UtcTime::parseFraction(""), 0u);
-    EXPECT_EQ(UtcTime::parseFraction("04"), 40000u);
-    EXPECT_EQ(UtcTime::parseFraction("1234569"), 123456u);
-    EXPECT_FALSE(UtcTime::parseFraction("1 "));
-}
-
 }  // namespace
 }  // namespace refhost
