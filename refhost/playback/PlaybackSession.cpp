@@ -13,8 +13,8 @@ namespace
 {
 
 constexpr double nsPerSecond = 1e9;
-/// Positions are told and asked for in microseconds: one that was rounded down is meant all the same.
-constexpr std::int64_t toldInNs = 1000;
+/// Positions are given in microseconds: one that was rounded down is meant all the same.
+constexpr std::int64_t positionUnitNs = 1000;
 
 }  // namespace
 
@@ -22,13 +22,11 @@ PlaybackSession::PlaybackSession(const Interval& interval, std::unique_ptr<Playb
                                  PlaybackScheduler& scheduler, const PlaybackSettings& settings)
     : interval_(interval),
       settings_(settings),
-      readAhead_(*settings.readAheadBudget),
       scheduler_(scheduler),
       source_(std::move(source)),
       name_(RtcpWriter::randomName()),
-      rangeBeginNs_(interval.startNs)
+      pump_(settings_, tracks_, interval.startNs, interval.endNs)
 {
-    reading_.endNs = interval.endNs;
 }
 
 PlaybackSession::~PlaybackSession() = default;
@@ -37,25 +35,24 @@ void PlaybackSession::addTrack(const SubMediaInfo& info, int payloadSize)
 {
     const Lock lock(mutex_);
     auto track = std::make_shared<PlaybackTrack>(weak_from_this(), info, payloadSize, name_, settings_);
-    TrackPtr& place = tracks_[track->video ? 0 : 1];
-    if (place)
+    if (const TrackPtr former = tracks_.of(track->video))
     {
-        endTrack(*place);
+        pump_.end(*former);
     }
-    place = std::move(track);
+    tracks_.add(std::move(track));
 }
 
 int PlaybackSession::connect(const std::string& trackId, const SafePointer<IConnection>& connection)
 {
     const Lock lock(mutex_);
-    const TrackPtr track = find(trackId);
+    const TrackPtr track = tracks_.find(trackId);
     return track ? track->sender.connect(connection, track) : hostTrackUnknown;
 }
 
 int PlaybackSession::play(const std::string& trackId)
 {
     const Lock lock(mutex_);
-    const TrackPtr track = find(trackId);
+    const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
         return hostTrackUnknown;
@@ -65,102 +62,106 @@ int PlaybackSession::play(const std::string& trackId)
         return hostConnectionUnusable;
     }
     track->heard();
-    if (placeFailed_)
+    if (seek_.takeFailure())
     {
-        placeFailed_ = false;
         return hostRangeInvalid;
     }
-    if (!wanted_ && (!placed_ || ended_))
+    if (!seek_.pending())
     {
-        want(wholeInterval());
-    }
-    else if (!wanted_ && !readsWhatIsWanted(*track))
-    {
-        want(goingOn());
+        const PlaybackState state = pump_.state();
+        if (state == PlaybackState::unplaced || state == PlaybackState::ended)
+        {
+            seek_.request(wholeInterval());
+        }
+        else if (!pump_.readsFor(*track))
+        {
+            seek_.request(goingOn());
+        }
     }
     wake();
-    if (wanted_)
+    if (seek_.pending())
     {
         return hostStreamNotReady;
     }
-    startSending(*track);
+    pump_.start(*track, interval_.startNs);
     return 0;
 }
 
 int PlaybackSession::pause(const std::string& trackId)
 {
     const Lock lock(mutex_);
-    const TrackPtr track = find(trackId);
+    const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
         return hostTrackUnknown;
     }
-    stopTrack(*track);
+    pump_.stop(*track);
     return 0;
 }
 
 int PlaybackSession::remove(const std::string& trackId, bool& empty)
 {
     const Lock lock(mutex_);
-    const TrackPtr track = find(trackId);
+    const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
         return hostTrackUnknown;
     }
-    endTrack(*track);
-    tracks_[track->video ? 0 : 1].reset();
-    empty = !tracks_[0] && !tracks_[1];
+    pump_.end(*track);
+    tracks_.remove(*track);
+    empty = tracks_.empty();
     return 0;
 }
 
 int PlaybackSession::setRange(const std::string& trackId, double begin, double end, int kind, bool move)
 {
     const Lock lock(mutex_);
-    if (!find(trackId))
+    if (!tracks_.find(trackId))
     {
         return hostTrackUnknown;
     }
-    kind_ = kind;
+    pump_.setKind(kind);
     if (!move)
     {
         return 0;
     }
-    Place place{instant(begin), instant(end), false};
-    if (speed_.backwards() ? place.fromNs < place.endNs : place.fromNs >= place.endNs)
+    const bool backwards = pump_.mode().speed.backwards();
+    PendingSeek::Target target{instant(begin), instant(end), false};
+    if (backwards ? target.fromNs < target.endNs : target.fromNs >= target.endNs)
     {
         return hostRangeInvalid;
     }
     // Whatever is asked for up to the interval's begin is what the interval itself asks for.
-    const bool first = place.fromNs == interval_.startNs ||
-                       (place.fromNs <= interval_.beginNs && place.endNs > interval_.beginNs);
-    if (!speed_.backwards())
+    const bool first = target.fromNs == interval_.startNs ||
+                       (target.fromNs <= interval_.beginNs && target.endNs > interval_.beginNs);
+    if (!backwards)
     {
-        place.fromNs = first ? interval_.beginNs : place.fromNs + toldInNs;
+        target.fromNs = first ? interval_.beginNs : target.fromNs + positionUnitNs;
     }
-    want(place);
+    seek_.request(target);
     return 0;
 }
 
 int PlaybackSession::range(const std::string& trackId, double& begin, double& end)
 {
     const Lock lock(mutex_);
-    if (!find(trackId))
+    if (!tracks_.find(trackId))
     {
         return hostTrackUnknown;
     }
-    begin = static_cast<double>(rangeBeginNs_ - interval_.startNs) / nsPerSecond;
-    end = static_cast<double>(reading_.endNs - interval_.startNs) / nsPerSecond;
+    begin = static_cast<double>(pump_.rangeBeginNs() - interval_.startNs) / nsPerSecond;
+    end = static_cast<double>(pump_.reading().endNs - interval_.startNs) / nsPerSecond;
     return 0;
 }
 
 int PlaybackSession::setPausePosition(const std::string& trackId, double position)
 {
     const Lock lock(mutex_);
-    if (!find(trackId))
+    if (!tracks_.find(trackId))
     {
         return hostTrackUnknown;
     }
-    pauseAtNs_ = instant(position);
+    pump_.pauseAt(instant(position));
     wake();
     return 0;
 }
@@ -168,23 +169,19 @@ int PlaybackSession::setPausePosition(const std::string& trackId, double positio
 int PlaybackSession::setSpeed(const std::string& trackId, double scale, double speed)
 {
     const Lock lock(mutex_);
-    if (!find(trackId))
+    if (!tracks_.find(trackId))
     {
         return hostTrackUnknown;
     }
     const PlaySpeed used = PlaySpeed::used(scale, speed);
-    if (used == speed_)
+    if (used == pump_.mode().speed)
     {
         return 0;
     }
-    speed_ = used;
-    settleHead();
-    pacer_.setSpeed(used.speed, settings_.clock->monotonicMs(), settings_.clock->monotonicNs());
-    pacer_.timeline().rescale(placeNs(), used.rate());
-    wantReports();
-    if (sending_ && !wanted_ && !readsPicturesAsWanted())
+    pump_.setSpeed(used);
+    if (pump_.state() == PlaybackState::playing && !seek_.pending() && !pump_.readsForMode())
     {
-        want(goingOn());
+        seek_.request(goingOn());
     }
     wake();
     return 0;
@@ -193,7 +190,7 @@ int PlaybackSession::setSpeed(const std::string& trackId, double scale, double s
 int PlaybackSession::firstPacket(const std::string& trackId, RTPPacketInfo& out)
 {
     const Lock lock(mutex_);
-    const TrackPtr track = find(trackId);
+    const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
         return hostTrackUnknown;
@@ -205,7 +202,7 @@ int PlaybackSession::firstPacket(const std::string& trackId, RTPPacketInfo& out)
 int PlaybackSession::ssrc(const std::string& trackId, int& ssrc)
 {
     const Lock lock(mutex_);
-    const TrackPtr track = find(trackId);
+    const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
         return hostTrackUnknown;
@@ -217,7 +214,7 @@ int PlaybackSession::ssrc(const std::string& trackId, int& ssrc)
 int PlaybackSession::connectionState(const std::string& trackId, bool& connected)
 {
     const Lock lock(mutex_);
-    const TrackPtr track = find(trackId);
+    const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
         return hostTrackUnknown;
@@ -229,7 +226,7 @@ int PlaybackSession::connectionState(const std::string& trackId, bool& connected
 int PlaybackSession::statistics(const std::string& trackId, TrackStatistics& out)
 {
     const Lock lock(mutex_);
-    const TrackPtr track = find(trackId);
+    const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
         return hostTrackUnknown;
@@ -242,24 +239,18 @@ void PlaybackSession::setReportInterval(std::int64_t intervalMs)
 {
     const Lock lock(mutex_);
     settings_.reportIntervalMs = intervalMs;
-    for (const TrackPtr& track : tracks_)
-    {
-        if (track)
-        {
-            track->sender.setReportInterval(intervalMs);
-        }
-    }
+    tracks_.each([intervalMs](PlaybackTrack& track) { track.sender.setReportInterval(intervalMs); });
 }
 
 void PlaybackSession::end()
 {
     const Lock lock(mutex_);
-    for (TrackPtr& track : tracks_)
+    for (const bool video : {true, false})
     {
-        if (track)
+        if (const TrackPtr track = tracks_.of(video))
         {
-            endTrack(*track);
-            track.reset();
+            pump_.end(*track);
+            tracks_.remove(*track);
         }
     }
 }
@@ -267,13 +258,13 @@ void PlaybackSession::end()
 bool PlaybackSession::empty() const
 {
     const Lock lock(mutex_);
-    return !tracks_[0] && !tracks_[1];
+    return tracks_.empty();
 }
 
 bool PlaybackSession::ended() const
 {
     const Lock lock(mutex_);
-    return ended_ && !wanted_;
+    return pump_.state() == PlaybackState::ended && !seek_.pending();
 }
 
 void PlaybackSession::wake()
@@ -288,18 +279,6 @@ void PlaybackSession::readReport(PlaybackTrack& track, const std::uint8_t* data,
     track.sender.readReport(data, size);
 }
 
-PlaybackSession::TrackPtr PlaybackSession::find(const std::string& trackId) const
-{
-    for (const TrackPtr& track : tracks_)
-    {
-        if (track && track->id == trackId)
-        {
-            return track;
-        }
-    }
-    return nullptr;
-}
-
 /// The instant of a position, kept inside the presentation; not-a-number counts as its begin.
 std::int64_t PlaybackSession::instant(double seconds) const
 {
@@ -308,132 +287,97 @@ std::int64_t PlaybackSession::instant(double seconds) const
     return interval_.startNs + std::llround(inside * nsPerSecond);
 }
 
-void PlaybackSession::want(const Place& place)
+PendingSeek::Target PlaybackSession::wholeInterval() const
 {
-    wanted_ = place;
-    ++wantedSerial_;
-    placeFailed_ = false;
-}
-
-bool PlaybackSession::anyPlaying() const
-{
-    return std::any_of(tracks_.begin(), tracks_.end(),
-                       [](const TrackPtr& track) { return track && track->playing; });
-}
-
-/// Where the footage goes on, in the order of playing.
-std::int64_t PlaybackSession::placeNs() const
-{
-    return queue_.empty() ? sentUntilNs_ : queue_.front().mediaNs;
-}
-
-/// Where the footage goes on.
-std::int64_t PlaybackSession::positionNs() const
-{
-    return reading_.mirrored(placeNs());
-}
-
-PlaybackSession::Place PlaybackSession::wholeInterval() const
-{
-    return speed_.backwards() ? Place{interval_.endNs, interval_.startNs, false}
-                              : Place{interval_.beginNs, interval_.endNs, false};
+    return pump_.mode().speed.backwards() ? PendingSeek::Target{interval_.endNs, interval_.startNs, false}
+                                          : PendingSeek::Target{interval_.beginNs, interval_.endNs, false};
 }
 
 /// The rest of what plays now, in the direction that is asked for.
-PlaybackSession::Place PlaybackSession::goingOn() const
+PendingSeek::Target PlaybackSession::goingOn() const
 {
-    const bool turns = speed_.backwards() != reading_.backwards;
-    return {positionNs(), turns ? wholeInterval().endNs : reading_.endNs, true};
+    const bool turns = pump_.mode().speed.backwards() != pump_.reading().backwards;
+    return {pump_.positionNs(), turns ? wholeInterval().endNs : pump_.reading().endNs, true};
 }
 
-/// The player's time that a timestamp tells. Where the client sets the pace, timestamps are those of the
-/// recording in either direction (ONVIF Streaming, "RTP timestamps" of reverse replay).
-std::int64_t PlaybackSession::stampNs(std::int64_t playNs) const
+PlaybackSource::Request PlaybackSession::requestFor(const PendingSeek::Target& target) const
 {
-    const bool mirrors = reading_.backwards && (kind_ & playRangeUnpaced) != 0;
-    return mirrors ? 2 * placedAtNs_ - playNs : playNs;
+    const PlayMode& mode = pump_.mode();
+    PlaybackSource::Request request;
+    request.fromNs = target.fromNs;
+    request.endNs = target.endNs;
+    request.backwards = mode.speed.backwards();
+    request.keyPicturesOnly = mode.keyFramesOnly();
+    request.keyDistanceNs = mode.keyDistanceNs();
+    if (const TrackPtr& video = tracks_.of(true))
+    {
+        request.video = {video->payloadSize, video->encodingName};
+    }
+    const TrackPtr& audio = tracks_.of(false);
+    if (audio && !request.keyPicturesOnly)
+    {
+        request.sound = {audio->payloadSize, audio->encodingName};
+    }
+    return request;
 }
 
-bool PlaybackSession::keyPicturesOnly() const
+std::int64_t PlaybackSession::run(std::int64_t nowMs)
 {
-    return speed_.keyPicturesOnly() || (kind_ & playRangeKeyPictures) != 0;
+    // Now and then, so that the tracks notice when the clock is set.
+    settings_.clock->wall().mapping();
+    Lock lock(mutex_);
+    if (seek_.pending())
+    {
+        seek(lock);
+    }
+    std::int64_t dueMs = pump_.run(nowMs);
+    if (readAhead(lock, nowMs))
+    {
+        dueMs = pump_.run(nowMs);
+    }
+    if (seek_.pending() || wantsToRead(nowMs))
+    {
+        return nowMs;
+    }
+    return std::min(dueMs, pump_.readAhead().retryMs(nowMs));
 }
 
-std::int64_t PlaybackSession::keyDistanceNs() const
+/// Looks for the requested place; without the lock meanwhile, as the disk may take its time.
+void PlaybackSession::seek(Lock& lock)
 {
-    constexpr std::int64_t unitNs = 10'000'000;
-    const bool asked = (kind_ & playRangeKeyPictures) != 0;
-    return asked ? (kind_ >> playRangeDistanceShift & playRangeLongestDistance) * unitNs : 0;
+    const PendingSeek::Search search = seek_.search();
+    const PlaybackSource::Request request = requestFor(search.target);
+    lock.unlock();
+    PlaybackUnit first;
+    const bool found = source_->open(request) && source_->read(first) == PlaybackSource::Result::unit;
+    lock.lock();
+    if (found)
+    {
+        pump_.moveTo(request, std::move(first), search.target.goesOn);
+    }
+    seek_.finish(search, found);
+    lock.unlock();
+    ChangeSignal::instance().announce();
+    lock.lock();
 }
 
-bool PlaybackSession::readsPicturesAsWanted() const
+bool PlaybackSession::wantsToRead(std::int64_t nowMs)
 {
-    return reading_.keyPicturesOnly == keyPicturesOnly() && reading_.keyDistanceNs == keyDistanceNs() &&
-           reading_.backwards == speed_.backwards();
+    return pump_.readAhead().wantsToRead(nowMs, pump_.mode().speed.rate());
 }
 
-bool PlaybackSession::readsWhatIsWanted(const PlaybackTrack& track) const
+/// \returns true when something came or the end was found
+bool PlaybackSession::readAhead(Lock& lock, std::int64_t nowMs)
 {
-    if (!readsPicturesAsWanted())
+    if (seek_.pending() || !wantsToRead(nowMs))
     {
         return false;
     }
-    const PlaybackSource::Track& read = track.video ? reading_.video : reading_.sound;
-    return read.payloadSize == track.payloadSize || (!track.video && keyPicturesOnly());
-}
-
-void PlaybackSession::wantReports()
-{
-    for (const TrackPtr& track : tracks_)
-    {
-        if (track)
-        {
-            track->sender.wantReport();
-        }
-    }
-}
-
-void PlaybackSession::startSending(PlaybackTrack& track)
-{
-    settleHead();
-    if (!sending_ || track.playing)
-    {
-        rangeBeginNs_ = std::max(positionNs(), interval_.startNs);
-    }
-    sending_ = true;
-    track.playing = true;
-    // A track that has nothing to send says goodbye all the same, against RFC 3550, section 6.3.7: players
-    // take a recording for ended when every track has.
-    track.saidGoodbye = false;
-    track.first.sequenceNumber = track.sender.sequence();
-    track.first.rtpTimestamp =
-        track.timestamp(stampNs(pacer_.timeline().at(reading_.mirrored(rangeBeginNs_))));
-    togetherUntilMs_ = settings_.clock->monotonicMs() + settings_.togetherMs;
-}
-
-void PlaybackSession::stopTrack(PlaybackTrack& track)
-{
-    track.playing = false;
-    togetherUntilMs_ = settings_.clock->monotonicMs() + settings_.togetherMs;
-    if (!anyPlaying())
-    {
-        stopSending();
-    }
-}
-
-void PlaybackSession::stopSending()
-{
-    sending_ = false;
-    pauseAtNs_.reset();
-    pacer_.stop();
-}
-
-void PlaybackSession::endTrack(PlaybackTrack& track)
-{
-    stopTrack(track);
-    const std::int64_t nowNs = settings_.clock->monotonicNs();
-    track.sayGoodbye(settings_.clock->wall().mapping().at(nowNs), pacer_.playNs(nowNs));
-    track.sender.disconnect();
+    const ReadAhead::Plan plan = pump_.readAhead().plan(pump_.mode().speed.rate());
+    lock.unlock();
+    ReadAhead::Batch batch = ReadAhead::read(*source_, plan);
+    lock.lock();
+    return pump_.readAhead().add(std::move(batch), nowMs);
 }
 
 }  // namespace refhost

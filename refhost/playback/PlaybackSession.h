@@ -1,37 +1,36 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 
 #include "hostapi/description/RTPPacketInfo.h"
 #include "hostapi/description/SubMediaInfo.h"
 #include "hostapi/device/IConnection.h"
-#include "refhost/playback/PlaySpeed.h"
-#include "refhost/playback/PlaybackPacer.h"
-#include "refhost/playback/PlaybackQueue.h"
+#include "refhost/playback/PendingSeek.h"
+#include "refhost/playback/PlaybackPump.h"
 #include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/PlaybackSettings.h"
 #include "refhost/playback/PlaybackSource.h"
-#include "refhost/playback/PlaybackTrack.h"
+#include "refhost/playback/PlaybackTracks.h"
 #include "refhost/rtp/RtcpWriter.h"
 #include "support/SafePointer.h"
 
 namespace refhost
 {
 
-/// A recording as one RTSP session plays it: the interval, the tracks, and where it stands.
+/// A recording as one RTSP session controls it: the interval, its tracks, seeks and what the client asks
+/// for. PlaybackPump sends it.
 ///
-/// The operations answer at once; a worker reads the footage and sends it (PlaybackScheduler). Finding a
-/// place in the footage is the worker's: play() answers hostStreamNotReady until the place is found, which
-/// ChangeSignal tells, and is asked again. Positions are seconds from Interval::startNs.
+/// The operations answer at once; a worker reads the recording and sends it (PlaybackScheduler). Finding a
+/// place in the recording is the worker's: play() answers hostStreamNotReady until the place is found, which
+/// ChangeSignal announces, and is asked again. Positions are seconds from Interval::startNs.
 ///
-/// After the end every track has said goodbye; a play() with a new range plays again, one without from the
-/// begin. Threads: any. No packet of a track leaves after pause() or remove() of it has returned.
+/// After the end every track has sent BYE; a play() with a new range plays again, one without from the begin.
+/// PlaybackState has the states. Threads: any. No packet of a track leaves after pause() or remove() of it
+/// has returned.
 class PlaybackSession : public PlaybackWork, public std::enable_shared_from_this<PlaybackSession>
 {
 public:
@@ -119,89 +118,26 @@ public:
 
 private:
     using Lock = std::unique_lock<std::mutex>;
-    using TrackPtr = std::shared_ptr<PlaybackTrack>;
-
-    /// Where a play() shall begin that is not placed yet.
-    struct Place
-    {
-        std::int64_t fromNs;
-        std::int64_t endNs;
-        bool goesOn;  // in footage that plays now, so that it goes on there when there is nothing to find
-    };
-
-    TrackPtr find(const std::string& trackId) const;
-    TrackPtr trackOf(bool video) const
-    {
-        return tracks_[video ? 0 : 1];
-    }
+    using TrackPtr = PlaybackTracks::TrackPtr;
 
     std::int64_t instant(double seconds) const;
-    void want(const Place& place);
-    bool anyPlaying() const;
-    std::int64_t placeNs() const;
-    std::int64_t positionNs() const;
-    std::int64_t stampNs(std::int64_t playNs) const;
-    Place wholeInterval() const;
-    Place goingOn() const;
-    bool keyPicturesOnly() const;
-    std::int64_t keyDistanceNs() const;
-    bool readsPicturesAsWanted() const;
-    bool readsWhatIsWanted(const PlaybackTrack& track) const;
-    void wantReports();
-    void startSending(PlaybackTrack& track);
-    void stopTrack(PlaybackTrack& track);
-    void stopSending();
-    void endTrack(PlaybackTrack& track);
-    void settleHead();
-
-    // What the worker does: PlaybackSessionWork.cpp.
-    void place(Lock& lock);
-    PlaybackSource::Request requestFor(const Place& place) const;
-    void takePlace(const Place& place, const PlaybackSource::Request& request, PlaybackUnit first);
-    void breakTracks(bool moved);
-    std::size_t readAheadBytes() const;
+    PendingSeek::Target wholeInterval() const;
+    PendingSeek::Target goingOn() const;
+    PlaybackSource::Request requestFor(const PendingSeek::Target& target) const;
+    void seek(Lock& lock);
     bool wantsToRead(std::int64_t nowMs);
     bool readAhead(Lock& lock, std::int64_t nowMs);
-    std::int64_t pump(std::int64_t nowMs);
-    std::int64_t pumpHead(std::int64_t nowMs, bool& moved);
-    void leaveOut(bool& moved);
-    void pauseAll();
-    bool leavesOut(const PlaybackUnit& unit, const PlaybackTrack& track) const;
-    void prepareHead(PlaybackTrack& track);
-    std::int64_t send(PlaybackTrack& track, std::int64_t nowMs, bool& moved);
-    std::int64_t finish(std::int64_t nowMs);
 
     const Interval interval_;
     PlaybackSettings settings_;  // the report interval under the lock; the rest is constant
-    const ReadAheadBudget::Share readAhead_;
     PlaybackScheduler& scheduler_;
     const std::unique_ptr<PlaybackSource> source_;  // run() alone, without the lock
     const RtcpWriter::Name name_;
 
     mutable std::mutex mutex_;
-    std::array<TrackPtr, 2> tracks_;  // video, sound
-    std::optional<Place> wanted_;     // to be found
-    std::uint64_t wantedSerial_ = 0;
-    bool placeFailed_ = false;  // the next play() tells
-
-    PlaybackSource::Request reading_;  // what the queue is filled from
-    bool placed_ = false;              // there is a place to play from
-    bool sending_ = false;             // a play() set it going
-    bool atEnd_ = false;               // the source has nothing more
-    bool ended_ = false;
-    bool filling_ = false;  // the queue, since it ran low
-    std::int64_t readLaterMs_ = 0;
-    PlaybackQueue queue_;
-    PlaybackPacer pacer_;
-    std::uint32_t section_ = 0;
-    std::int64_t sentUntilNs_ = 0;  // in the order of playing
-    std::int64_t placedAtNs_ = 0;   // player's time where the place was taken
-
-    PlaySpeed speed_;
-    int kind_ = 0;
-    std::int64_t rangeBeginNs_;
-    std::optional<std::int64_t> pauseAtNs_;
-    std::int64_t togetherUntilMs_ = 0;
+    PlaybackTracks tracks_;
+    PendingSeek seek_;
+    PlaybackPump pump_;
 };
 
 }  // namespace refhost

@@ -45,7 +45,6 @@ std::uint32_t PlaybackTrack::soundTimestamp(std::int64_t playNs, std::int64_t to
 
 void PlaybackTrack::sent(std::uint32_t timestamp, std::int64_t soundNs)
 {
-    saidGoodbye = false;
     brokenOff_ = false;
     soundFollows_ = soundNs > 0;
     soundNext_ = timestamp + PlayTimeline::ticks(soundNs, clockRate);
@@ -65,9 +64,9 @@ bool PlaybackTrack::silent() const
 
 void PlaybackTrack::sayGoodbye(std::int64_t wallNs, std::int64_t playNs)
 {
-    if (!saidGoodbye)
+    if (!state_.is(PlaybackTrackState::silent))
     {
-        saidGoodbye = true;
+        state_.enter(PlaybackTrackState::silent);
         sender.sayGoodbye(wallNs, timestamp(playNs));
     }
 }

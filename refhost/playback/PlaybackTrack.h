@@ -7,6 +7,7 @@
 
 #include "hostapi/description/RTPPacketInfo.h"
 #include "hostapi/description/SubMediaInfo.h"
+#include "refhost/base/StateMachine.h"
 #include "refhost/playback/PlaybackSettings.h"
 #include "refhost/rtp/RtpSender.h"
 
@@ -14,6 +15,53 @@ namespace refhost
 {
 
 class PlaybackSession;
+
+/// What a track does.
+///
+/// | from    | to playing | to paused | to silent                      |
+/// |---------|------------|-----------|--------------------------------|
+/// | silent  | start()    | illegal   |                                |
+/// | playing |            | pause()   | illegal: it pauses before      |
+/// | paused  | start()    |           | sayGoodbye(), which sends BYE  |
+enum class PlaybackTrackState
+{
+    silent,  ///< nothing was played since the last BYE
+    playing,
+    paused
+};
+
+constexpr bool mayFollow(PlaybackTrackState from, PlaybackTrackState to)
+{
+    switch (from)
+    {
+        case PlaybackTrackState::silent:
+            return to == PlaybackTrackState::playing;
+        case PlaybackTrackState::playing:
+            return to == PlaybackTrackState::paused;
+        case PlaybackTrackState::paused:
+            return to == PlaybackTrackState::playing || to == PlaybackTrackState::silent;
+    }
+    return false;
+}
+
+constexpr const char* nameOf(PlaybackTrackState state)
+{
+    switch (state)
+    {
+        case PlaybackTrackState::silent:
+            return "silent";
+        case PlaybackTrackState::playing:
+            return "playing";
+        case PlaybackTrackState::paused:
+            return "paused";
+    }
+    return "?";
+}
+
+constexpr const char* machineOf(PlaybackTrackState)
+{
+    return "playback track";
+}
 
 /// One track of a playback session: whether it plays and how it looks on the wire.
 ///
@@ -33,11 +81,27 @@ public:
     const std::uint32_t clockRate;
 
     RtpSender sender;
-    bool playing = false;
-    /// Goodbye was said since the last play() and the last packet.
-    bool saidGoodbye = true;
     /// What RTP-Info says of the last play().
     RTPPacketInfo first;
+
+    bool playing() const
+    {
+        return state_.is(PlaybackTrackState::playing);
+    }
+
+    void start()
+    {
+        state_.enter(PlaybackTrackState::playing);
+    }
+
+    /// Does nothing for a track that does not play.
+    void pause()
+    {
+        if (playing())
+        {
+            state_.enter(PlaybackTrackState::paused);
+        }
+    }
 
     /// The RTP timestamp of an instant of the player's time.
     std::uint32_t timestamp(std::int64_t playNs) const;
@@ -69,7 +133,9 @@ public:
     /// Nothing was heard of a client over UDP for longer than a client may be silent.
     bool silent() const;
 
-    /// Says goodbye once after the last packet.
+    /// Sends BYE where the track played since the last one. A track that had nothing to send says it all the
+    /// same, against RFC 3550, section 6.3.7: players take a recording for ended when every track has.
+    /// Requires: it does not play.
     /// \param playNs  the player's time now
     void sayGoodbye(std::int64_t wallNs, std::int64_t playNs);
 
@@ -81,6 +147,7 @@ private:
     const HostClock& clock_;
     const std::int64_t silenceMs_;
     std::int64_t heardMs_;
+    StateMachine<PlaybackTrackState> state_{PlaybackTrackState::silent};
     bool brokenOff_ = false;
     bool soundFollows_ = false;
     std::uint32_t soundNext_ = 0;  // timestamp behind the block sent last

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+
+#include "refhost/base/StateMachine.h"
+
+namespace refhost
+{
+
+/// Where a session is with a seek.
+///
+/// | from      | to settled                            | to requested | to failed                       |
+/// |-----------|---------------------------------------|--------------|---------------------------------|
+/// | settled   |                                       | request()    | illegal                         |
+/// | requested | finish(): found, or playing just goes on |           | finish(): nothing is recorded there |
+/// | failed    | takeFailure()                         | request()    |                                 |
+enum class SeekState
+{
+    settled,
+    requested,
+    failed  ///< the next PLAY is told
+};
+
+constexpr bool mayFollow(SeekState from, SeekState to)
+{
+    return !(from == SeekState::settled && to == SeekState::failed);
+}
+
+constexpr const char* nameOf(SeekState state)
+{
+    switch (state)
+    {
+        case SeekState::settled:
+            return "settled";
+        case SeekState::requested:
+            return "requested";
+        case SeekState::failed:
+            return "failed";
+    }
+    return "?";
+}
+
+constexpr const char* machineOf(SeekState)
+{
+    return "seek";
+}
+
+/// The place that a session shall play from and has not found yet. Looking for it takes time, so that it may
+/// be asked for anew meanwhile: the last request counts. Threads: one at a time.
+class PendingSeek
+{
+public:
+    /// Wall clock, nanoseconds since 1970.
+    struct Target
+    {
+        std::int64_t fromNs = 0;
+        std::int64_t endNs = 0;
+        /// In what plays now: playing just goes on where nothing is found.
+        bool goesOn = false;
+    };
+
+    /// One look for a target.
+    struct Search
+    {
+        Target target;
+        std::uint64_t serial = 0;
+    };
+
+    bool pending() const
+    {
+        return state_.is(SeekState::requested);
+    }
+
+    void request(const Target& target);
+
+    /// Requires: pending().
+    const Search& search() const
+    {
+        return search_;
+    }
+
+    /// Does nothing where the target was replaced since.
+    void finish(const Search& search, bool found);
+
+    /// Whether the last seek failed; reports that once.
+    bool takeFailure();
+
+private:
+    StateMachine<SeekState> state_{SeekState::settled};
+    Search search_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+
+#include "refhost/playback/PlaySpeed.h"
+
+namespace refhost
+{
+
+/// How a recording plays: its speed and the bits of the last setPlayRange(). A plain value.
+struct PlayMode
+{
+    PlaySpeed speed;
+    int kind = 0;  ///< of PlayRangeKind
+
+    bool replay() const
+    {
+        return (kind & playRangeReplay) != 0;
+    }
+
+    /// Units leave at their pace, not as fast as the client takes them.
+    bool paced() const
+    {
+        return (kind & playRangeUnpaced) == 0;
+    }
+
+    bool keyFramesOnly() const
+    {
+        return speed.keyPicturesOnly() || onlyKeyFramesRequested();
+    }
+
+    /// How far key frames are apart at least, in the recording; 0: every one is sent.
+    std::int64_t keyDistanceNs() const
+    {
+        constexpr std::int64_t unitNs = 10'000'000;
+        return onlyKeyFramesRequested() ? (kind >> playRangeDistanceShift & playRangeLongestDistance) * unitNs
+                                        : 0;
+    }
+
+    /// Low byte of the CSeq of the request, for the replay extension.
+    std::uint8_t sequence() const
+    {
+        return static_cast<std::uint8_t>(kind >> playRangeSequenceShift);
+    }
+
+private:
+    bool onlyKeyFramesRequested() const
+    {
+        return (kind & playRangeKeyPictures) != 0;
+    }
+};
+
+}  // namespace refhost

@@ -1,0 +1,140 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "refhost/base/StateMachine.h"
+#include "refhost/playback/PlaybackQueue.h"
+#include "refhost/playback/PlaybackSettings.h"
+#include "refhost/playback/PlaybackSource.h"
+
+namespace refhost
+{
+
+/// Whether a session reads.
+///
+/// | from    | to filling    | to full        | to waiting                   | to atEnd        |
+/// |---------|---------------|----------------|------------------------------|-----------------|
+/// | idle    | restart()     | illegal        | illegal                      | illegal         |
+/// | filling |               | enough is read | the recording has no more yet | nothing follows |
+/// | full    | it ran low    |                | illegal                      | illegal         |
+/// | waiting | the time came | enough is read |                              | illegal         |
+/// | atEnd   | restart()     | illegal        | illegal                      |                 |
+enum class ReadState
+{
+    idle,  ///< nothing was opened yet
+    filling,
+    full,
+    waiting,  ///< for a recording that still grows
+    atEnd
+};
+
+constexpr bool mayFollow(ReadState from, ReadState to)
+{
+    switch (from)
+    {
+        case ReadState::idle:
+        case ReadState::atEnd:
+        case ReadState::full:
+            return to == ReadState::filling;
+        case ReadState::filling:
+            return to != ReadState::idle;
+        case ReadState::waiting:
+            return to == ReadState::filling || to == ReadState::full;
+    }
+    return false;
+}
+
+constexpr const char* nameOf(ReadState state)
+{
+    switch (state)
+    {
+        case ReadState::idle:
+            return "idle";
+        case ReadState::filling:
+            return "filling";
+        case ReadState::full:
+            return "full";
+        case ReadState::waiting:
+            return "waiting";
+        case ReadState::atEnd:
+            return "at end";
+    }
+    return "?";
+}
+
+constexpr const char* machineOf(ReadState)
+{
+    return "read-ahead";
+}
+
+/// What a session has read and not sent yet, and when it reads more: between half of and all of
+/// PlaybackSettings::readAheadMs of the player's time, but at most as many bytes as its share allows.
+///
+/// Threads: under the session's lock, but for read().
+class ReadAhead
+{
+public:
+    /// What one go may read.
+    struct Plan
+    {
+        std::size_t minUnits;  ///< read at least so many, however long they last
+        std::size_t maxBytes;  ///< and no more from here on
+        std::int64_t spanNs;   ///< enough is read where units reach so far
+        std::int64_t untilNs;  ///< that is, up to here; 0: counted from the first unit
+    };
+
+    /// What one go has read.
+    struct Batch
+    {
+        std::vector<PlaybackUnit> units;
+        PlaybackSource::Result result = PlaybackSource::Result::unit;  ///< of the last read
+    };
+
+    /// \param settings  outlives this
+    explicit ReadAhead(const PlaybackSettings& settings);
+
+    /// Starts with the first unit of a new place.
+    void restart(PlaybackUnit first);
+
+    /// Whether to read now.
+    /// \param rate  seconds of the recording in a second of the player's time
+    bool wantsToRead(std::int64_t nowMs, double rate);
+
+    Plan plan(double rate) const;
+    /// Reads a batch; without the session's lock, as the disk may take its time.
+    static Batch read(PlaybackSource& source, const Plan& plan);
+    /// \returns whether something came or the end was found
+    bool add(Batch batch, std::int64_t nowMs);
+
+    /// When to look for more of a recording that still grows; PlaybackWork::never where sending does not
+    /// depend on that.
+    std::int64_t retryMs(std::int64_t nowMs) const;
+
+    bool atEnd() const
+    {
+        return state_.is(ReadState::atEnd);
+    }
+
+    PlaybackQueue& queue()
+    {
+        return queue_;
+    }
+
+    const PlaybackQueue& queue() const
+    {
+        return queue_;
+    }
+
+private:
+    std::size_t maxBytes() const;
+
+    const PlaybackSettings& settings_;
+    const ReadAheadBudget::Share share_;
+    StateMachine<ReadState> state_{ReadState::idle};
+    std::int64_t laterMs_ = 0;  // while waiting
+    PlaybackQueue queue_;
+};
+
+}  // namespace refhost

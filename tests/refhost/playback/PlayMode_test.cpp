@@ -1,0 +1,41 @@
+#include "refhost/playback/PlayMode.h"
+
+#include <gtest/gtest.h>
+
+namespace refhost
+{
+namespace
+{
+
+TEST(PlayMode, IsPacedWithAllFramesAndWithoutExtensionAtFirst)
+{
+    const PlayMode mode;
+    EXPECT_TRUE(mode.paced());
+    EXPECT_FALSE(mode.replay());
+    EXPECT_FALSE(mode.keyFramesOnly());
+    EXPECT_EQ(mode.keyDistanceNs(), 0);
+}
+
+TEST(PlayMode, TakesTheBitsOfTheRangeKindApart)
+{
+    PlayMode mode;
+    mode.kind = playRangeReplay | playRangeUnpaced | playRangeKeyPictures | 0xab << playRangeSequenceShift |
+                150 << playRangeDistanceShift;
+    EXPECT_TRUE(mode.replay());
+    EXPECT_FALSE(mode.paced());
+    EXPECT_TRUE(mode.keyFramesOnly());
+    EXPECT_EQ(mode.sequence(), 0xab);
+    EXPECT_EQ(mode.keyDistanceNs(), 1'500'000'000);
+}
+
+TEST(PlayMode, ADistanceCountsWhereOnlyKeyFramesAreRequested)
+{
+    PlayMode mode;
+    mode.kind = 150 << playRangeDistanceShift;
+    mode.speed = PlaySpeed::used(8, 1);
+    EXPECT_TRUE(mode.keyFramesOnly()) << "by its scale";
+    EXPECT_EQ(mode.keyDistanceNs(), 0);
+}
+
+}  // namespace
+}  // namespace refhost

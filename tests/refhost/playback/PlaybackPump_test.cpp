@@ -1,0 +1,192 @@
+#include "refhost/playback/PlaybackPump.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "refhost/playback/PlaybackScheduler.h"
+#include "tests/refhost/base/TransitionTable.h"
+#include "tests/refhost/rtp/RtpFakes.h"
+
+namespace refhost
+{
+namespace test
+{
+namespace
+{
+
+constexpr std::int64_t frameNs = 40'000'000;
+constexpr std::int64_t startNs = 1'600'000'000'000'000'000;
+
+/// A pump with a track of video and one of audio, fed by hand.
+class PlaybackPumpTest : public testing::Test
+{
+protected:
+    PlaybackPumpTest()
+    {
+        settings.clock = &clock;
+        pump = std::make_unique<PlaybackPump>(settings, tracks, startNs, startNs + 3600'000'000'000);
+    }
+
+    std::shared_ptr<PlaybackTrack> addTrack(bool video)
+    {
+        SubMediaInfo info;
+        info.trackId = video ? "video" : "audio";
+        info.mediaType = info.trackId;
+        info.clockRate = video ? 90000 : 8000;
+        auto track = std::make_shared<PlaybackTrack>(std::weak_ptr<PlaybackSession>(), info, 1364,
+                                                     RtcpWriter::randomName(), settings);
+        SafePointer<FakeTransport> transport(new FakeTransport(video ? frames : blocks));
+        EXPECT_EQ(0, track->sender.connect(transport, track));
+        tracks.add(track);
+        return track;
+    }
+
+    static PlaybackUnit unitAt(std::int64_t offsetNs, bool video = true)
+    {
+        PlaybackUnit unit;
+        unit.unit = makeUnit(7, offsetNs, true, 1);
+        unit.video = video;
+        unit.wallNs = unit.mediaNs = unit.dueNs = startNs + offsetNs;
+        unit.durationNs = frameNs;
+        return unit;
+    }
+
+    void moveTo(std::int64_t offsetNs, bool goesOn = false)
+    {
+        PlaybackSource::Request request;
+        request.fromNs = startNs + offsetNs;
+        request.endNs = startNs + 3600'000'000'000;
+        pump->moveTo(request, unitAt(offsetNs), goesOn);
+    }
+
+    std::int64_t run()
+    {
+        return pump->run(clock.monotonicMs());
+    }
+
+    ManualClock clock;
+    PlaybackSettings settings;
+    PlaybackTracks tracks;
+    std::shared_ptr<Wire> frames = std::make_shared<Wire>();
+    std::shared_ptr<Wire> blocks = std::make_shared<Wire>();
+    std::unique_ptr<PlaybackPump> pump;
+};
+
+TEST_F(PlaybackPumpTest, StartsWithoutAPlaceAndSendsNothing)
+{
+    const auto video = addTrack(true);
+    EXPECT_EQ(pump->state(), PlaybackState::unplaced);
+    EXPECT_EQ(run(), PlaybackWork::never);
+    EXPECT_DEBUG_DEATH(pump->start(*video, startNs), "illegal transition");
+}
+
+TEST_F(PlaybackPumpTest, APlaceIsPausedUntilATrackStarts)
+{
+    const auto video = addTrack(true);
+    moveTo(0);
+    EXPECT_EQ(pump->state(), PlaybackState::paused);
+    run();
+    EXPECT_TRUE(frames->units().empty());
+    pump->start(*video, startNs);
+    EXPECT_EQ(pump->state(), PlaybackState::playing);
+    run();
+    EXPECT_EQ(frames->units().size(), 1U);
+}
+
+TEST_F(PlaybackPumpTest, TellsWhenTheNextUnitIsDue)
+{
+    const auto video = addTrack(true);
+    moveTo(0);
+    pump->start(*video, startNs);
+    pump->readAhead().queue().add(unitAt(frameNs));
+    EXPECT_EQ(run(), clock.monotonicMs() + 40);
+    clock.advanceMs(40);
+    EXPECT_EQ(run(), PlaybackWork::never) << "the queue is empty and the end is not known";
+    EXPECT_EQ(frames->units().size(), 2U);
+}
+
+TEST_F(PlaybackPumpTest, EndsWithByeWhenTheLastFrameWasDisplayed)
+{
+    const auto video = addTrack(true);
+    moveTo(0);
+    pump->start(*video, startNs);
+    pump->readAhead().add({{}, PlaybackSource::Result::end}, clock.monotonicMs());
+    EXPECT_EQ(run(), clock.monotonicMs() + 40);
+    EXPECT_EQ(pump->state(), PlaybackState::playing);
+    clock.advanceMs(40);
+    run();
+    EXPECT_EQ(pump->state(), PlaybackState::ended);
+    EXPECT_FALSE(video->playing());
+    EXPECT_DEBUG_DEATH(pump->start(*video, startNs), "illegal transition");
+}
+
+TEST_F(PlaybackPumpTest, PausesWithItsLastTrack)
+{
+    const auto video = addTrack(true);
+    const auto audio = addTrack(false);
+    moveTo(0);
+    pump->start(*video, startNs);
+    pump->start(*audio, startNs);
+    pump->stop(*audio);
+    EXPECT_EQ(pump->state(), PlaybackState::playing);
+    pump->stop(*video);
+    EXPECT_EQ(pump->state(), PlaybackState::paused);
+}
+
+TEST_F(PlaybackPumpTest, ANewPlacePausesUnlessPlayingGoesOn)
+{
+    const auto video = addTrack(true);
+    moveTo(0);
+    pump->start(*video, startNs);
+    moveTo(10 * frameNs, true);
+    EXPECT_EQ(pump->state(), PlaybackState::playing);
+    moveTo(0);
+    EXPECT_EQ(pump->state(), PlaybackState::paused);
+}
+
+TEST_F(PlaybackPumpTest, AfterTheEndANewPlaceIsPaused)
+{
+    const auto video = addTrack(true);
+    moveTo(0);
+    pump->start(*video, startNs);
+    pump->readAhead().add({{}, PlaybackSource::Result::end}, clock.monotonicMs());
+    run();
+    clock.advanceMs(40);
+    run();
+    ASSERT_EQ(pump->state(), PlaybackState::ended);
+    moveTo(0, true);
+    EXPECT_EQ(pump->state(), PlaybackState::paused);
+}
+
+TEST_F(PlaybackPumpTest, StoppingASessionThatDoesNotPlayChangesNoState)
+{
+    const auto video = addTrack(true);
+    pump->stop(*video);
+    EXPECT_EQ(pump->state(), PlaybackState::unplaced);
+    moveTo(0);
+    pump->stop(*video);
+    EXPECT_EQ(pump->state(), PlaybackState::paused);
+}
+
+TEST_F(PlaybackPumpTest, KnowsWhetherWhatIsReadServesTheMode)
+{
+    const auto video = addTrack(true);
+    moveTo(0);
+    EXPECT_TRUE(pump->readsForMode());
+    EXPECT_FALSE(pump->readsFor(*video)) << "the request asked for no video";
+    pump->setSpeed(PlaySpeed::used(8, 1));
+    EXPECT_FALSE(pump->readsForMode()) << "key frames alone are to be read";
+}
+
+TEST(PlaybackTrackState, ByeFollowsAPauseAlone)
+{
+    using S = PlaybackTrackState;
+    expectTransitions<S>(
+        {S::silent, S::playing, S::paused},
+        {{S::silent, S::playing}, {S::playing, S::paused}, {S::paused, S::playing}, {S::paused, S::silent}});
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace refhost
