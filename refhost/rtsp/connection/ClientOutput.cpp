@@ -1,21 +1,13 @@
 #include "refhost/rtsp/connection/ClientOutput.h"
 
-#include <sys/socket.h>
-#include <sys/uio.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 namespace refhost
 {
 
-ClientOutput::ClientOutput(int descriptor, std::size_t maxWaiting, MonotonicClock clock,
-                           WantWritable wantWritable)
-    : descriptor_(descriptor),
-      maxWaiting_(maxWaiting),
-      clock_(std::move(clock)),
-      wantWritable_(std::move(wantWritable))
+ClientOutput::ClientOutput(ByteStream& stream, std::size_t maxWaiting, MonotonicClock clock)
+    : stream_(stream), maxWaiting_(maxWaiting), clock_(std::move(clock))
 {
 }
 
@@ -41,13 +33,13 @@ void ClientOutput::flush()
 bool ClientOutput::sendResponse(std::string_view response)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (closed_ || failed_)
+    if (state_ != State::open)
     {
         return false;
     }
     if (responsesLeft() > maxWaiting_)
     {
-        failed_ = true;
+        state_ = State::failed;
         return false;
     }
     if (cork_ != nullptr)
@@ -57,20 +49,20 @@ bool ClientOutput::sendResponse(std::string_view response)
         {
             flushCork();
         }
-        return !failed_;
+        return state_ == State::open;
     }
-    const std::size_t taken = waiting_.empty() ? write(response, {}, 0) : 0;
-    if (!failed_)
+    const std::size_t taken = waiting_.empty() ? write(response) : 0;
+    if (state_ == State::open)
     {
         keepResponse(response.substr(taken));
     }
-    return !failed_;
+    return state_ == State::open;
 }
 
 SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, bool more)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (closed_ || failed_)
+    if (state_ != State::open)
     {
         return SendStatus::closed;
     }
@@ -88,8 +80,8 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, 
         return SendStatus::sent;
     }
     const std::string_view gathered = cork_ == nullptr ? std::string_view() : std::string_view(*cork_);
-    const std::size_t taken = write(gathered, frames, more ? MSG_MORE : 0);
-    if (failed_)
+    const std::size_t taken = write(gathered, frames, more);
+    if (state_ != State::open)
     {
         return SendStatus::closed;
     }
@@ -110,7 +102,7 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, 
 void ClientOutput::notifyWhenWritable(std::weak_ptr<TransportListener> listener)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (closed_)
+    if (state_ == State::closed)
     {
         return;
     }
@@ -125,14 +117,14 @@ bool ClientOutput::onWritable()
     std::vector<std::weak_ptr<TransportListener>> listeners;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (closed_ || failed_)
+        if (state_ != State::open)
         {
             return false;
         }
         if (!waiting_.empty())
         {
-            release(write(waiting_, {}, 0));
-            if (failed_)
+            release(write(waiting_));
+            if (state_ != State::open)
             {
                 return false;
             }
@@ -144,7 +136,7 @@ bool ClientOutput::onWritable()
         if (wanted_)
         {
             wanted_ = false;
-            wantWritable_(false);
+            stream_.watchSend(false);
         }
         burst_ = 0;
         listeners.swap(listeners_);
@@ -162,7 +154,7 @@ bool ClientOutput::onWritable()
 void ClientOutput::close()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    closed_ = true;
+    state_ = State::closed;
     clearCork();
     release(waiting_.size());
     listeners_.clear();
@@ -192,32 +184,24 @@ std::uint64_t ClientOutput::bytesTaken() const
 }
 
 /// Writes both texts, the second behind the first.
-/// \returns how many bytes the socket took; sets failed_ when it takes none any more
-std::size_t ClientOutput::write(std::string_view first, std::string_view second, int flags)
+/// \returns how many bytes the stream took; sets the state when it takes none any more
+std::size_t ClientOutput::write(std::string_view first, std::string_view second, bool more)
 {
-    const std::size_t size = first.size() + second.size();
+    std::string_view parts[] = {first, second};
     std::size_t taken = 0;
-    while (taken < size)
+    while (!parts[0].empty() || !parts[1].empty())
     {
-        const std::size_t ofFirst = std::min(taken, first.size());
-        iovec parts[2];
-        parts[0] = {const_cast<char*>(first.data() + ofFirst), first.size() - ofFirst};
-        parts[1] = {const_cast<char*>(second.data() + (taken - ofFirst)), second.size() - (taken - ofFirst)};
-        msghdr message{};
-        message.msg_iov = parts[0].iov_len == 0 ? parts + 1 : parts;
-        message.msg_iovlen = parts[0].iov_len == 0 || parts[1].iov_len == 0 ? 1 : 2;
-        const ssize_t count = ::sendmsg(descriptor_, &message, MSG_DONTWAIT | MSG_NOSIGNAL | flags);
-        if (count > 0)
+        const bool one = parts[0].empty();
+        const ByteStream::Result result = stream_.send(parts + one, one ? 1 : 2, more);
+        if (result.status != ByteStream::Status::done)
         {
-            taken += static_cast<std::size_t>(count);
-            continue;
+            state_ = result.status == ByteStream::Status::blocked ? state_ : State::failed;
+            break;
         }
-        if (count < 0 && errno == EINTR)
-        {
-            continue;
-        }
-        failed_ = count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
-        break;
+        taken += result.count;
+        const std::size_t ofFirst = std::min(result.count, parts[0].size());
+        parts[0].remove_prefix(ofFirst);
+        parts[1].remove_prefix(result.count - ofFirst);
     }
     bytesTaken_.fetch_add(taken, std::memory_order_relaxed);
     return taken;
@@ -238,7 +222,7 @@ void ClientOutput::keepResponse(std::string_view rest)
     keep(rest);
 }
 
-/// Lets go of what the socket took, and of the memory where nothing is left.
+/// Drops what the stream took, and the memory with the last byte.
 void ClientOutput::release(std::size_t taken)
 {
     if (taken == waiting_.size())
@@ -263,10 +247,10 @@ void ClientOutput::flushCork()
     {
         return;
     }
-    if (!closed_ && !failed_)
+    if (state_ == State::open)
     {
-        const std::size_t taken = waiting_.empty() ? write(*cork_, {}, 0) : 0;
-        if (!failed_)
+        const std::size_t taken = waiting_.empty() ? write(*cork_) : 0;
+        if (state_ == State::open)
         {
             keepResponse(std::string_view(*cork_).substr(taken));
         }
@@ -298,7 +282,7 @@ void ClientOutput::want()
     if (!wanted_)
     {
         wanted_ = true;
-        wantWritable_(true);
+        stream_.watchSend(true);
     }
 }
 

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -11,23 +10,21 @@
 #include <vector>
 
 #include "refhost/base/MonotonicClock.h"
+#include "refhost/net/ByteStream.h"
 #include "refhost/rtp/InterleavedTransport.h"
 
 namespace refhost
 {
 
-/// What goes out on one socket: responses and interleaved frames, in the order of their writing.
+/// What goes out on one stream: responses and interleaved frames, in the order of writing.
 ///
-/// Every write goes to the socket at once, from whichever thread; what the socket does not take waits here
-/// and goes when it is writable again. Frames are taken only while nothing waits, so at most one write of
-/// frames and behind it `maxWaiting` bytes of responses with one response more ever do; bytes that the socket
-/// took are let go at once. Threads: any; one lock of its own, never held while a listener is called.
+/// Every write goes to the stream at once, from whichever thread; what the stream does not take waits here
+/// until it is sendable again. Frames are taken only while nothing waits, so at most one write of frames and,
+/// behind it, `maxWaiting` bytes of responses plus one response ever wait; bytes that the stream took are
+/// freed at once. Threads: any; one lock of its own, never held while a listener is called.
 class ClientOutput
 {
 public:
-    /// Told under the lock whether onWritable() is to be called when the socket takes bytes again.
-    using WantWritable = std::function<void(bool wanted)>;
-
     /// Bytes of frames that are taken in one go, within `burstMs` milliseconds.
     static constexpr std::size_t burstMost = 32 * 1024;
     static constexpr std::int64_t burstMs = 2;
@@ -37,9 +34,10 @@ public:
     /// Bytes that are gathered before they are written.
     static constexpr std::size_t gatheredMost = 16 * 1024;
 
-    /// \param descriptor   non-blocking stream socket; stays open until after close()
-    /// \param maxWaiting   bytes of responses that may wait for a client that does not read
-    ClientOutput(int descriptor, std::size_t maxWaiting, MonotonicClock clock, WantWritable wantWritable);
+    /// \param stream      lives, and is not closed, until close() returned; watched for `sendable` while
+    ///                    onWritable() is needed
+    /// \param maxWaiting  bytes of responses that may wait for a client that does not read
+    ClientOutput(ByteStream& stream, std::size_t maxWaiting, MonotonicClock clock);
 
     /// Gathers what is written in `buffer` until uncork(), or until so much came that a system call pays. The
     /// buffer is empty and the loop's own; it is used under this object's lock.
@@ -49,7 +47,7 @@ public:
     void flush();
 
     /// Queues a response.
-    /// \returns false when the client does not take what it asks for, or the socket failed: end the
+    /// \returns false when the client does not take what it asks for, or the stream failed: end the
     /// connection
     bool sendResponse(std::string_view response);
 
@@ -61,7 +59,7 @@ public:
     /// Has `listener` told once by onWritable(), when frames are taken again.
     void notifyWhenWritable(std::weak_ptr<TransportListener> listener);
 
-    /// The socket takes bytes again.
+    /// The stream takes bytes again.
     /// \returns false when it failed
     bool onWritable();
 
@@ -71,17 +69,24 @@ public:
     /// True when no byte waits.
     bool empty() const;
 
-    /// Bytes of responses that the socket did not take yet, without those of a cork.
+    /// Bytes of responses that the stream did not take yet, without those of a cork.
     std::size_t waitingResponses() const;
 
     /// Bytes of memory that hold what waits.
     std::size_t held() const;
 
-    /// Bytes that the socket took so far; grows while the client reads.
+    /// Bytes that the stream took so far; grows while the client reads.
     std::uint64_t bytesTaken() const;
 
 private:
-    std::size_t write(std::string_view first, std::string_view second, int flags);
+    enum class State
+    {
+        open,
+        failed,  // the stream failed, or the client owes too much
+        closed
+    };
+
+    std::size_t write(std::string_view first, std::string_view second = {}, bool more = false);
     void flushCork();
     void clearCork();
     void keep(std::string_view rest);
@@ -91,15 +96,13 @@ private:
     bool burstIsOver();
     void want();
 
-    const int descriptor_;
+    ByteStream& stream_;
     const std::size_t maxWaiting_;
     const MonotonicClock clock_;
-    const WantWritable wantWritable_;
     std::atomic<std::uint64_t> bytesTaken_{0};
     mutable std::mutex mutex_;
-    bool closed_ = false;
-    bool failed_ = false;
-    bool wanted_ = false;
+    State state_ = State::open;
+    bool wanted_ = false;  // the stream is watched for `sendable`
     std::int64_t burstBeganMs_ = 0;
     std::size_t burst_ = 0;             // bytes of frames since then
     std::string* cork_ = nullptr;       // what is gathered comes behind what waits

@@ -1,7 +1,5 @@
 #include "refhost/rtsp/connection/ConnectionLoop.h"
 
-#include <unistd.h>
-
 #include <exception>
 #include <future>
 #include <utility>
@@ -23,32 +21,31 @@ ConnectionLoop::~ConnectionLoop()
     closeAll();
 }
 
-void ConnectionLoop::adopt(int descriptor, const SocketAddress& peer,
-                           std::shared_ptr<ConnectionSlots::Slot> slot)
+void ConnectionLoop::adopt(std::shared_ptr<ByteStream> stream, std::shared_ptr<ConnectionSlots::Slot> slot)
 {
     if (events_.onLoopThread())
     {
-        take(descriptor, peer, slot);
+        take(stream, slot);
         return;
     }
-    events_.post([this, descriptor, peer, slot = std::move(slot)] { take(descriptor, peer, slot); });
+    events_.post([this, stream = std::move(stream), slot = std::move(slot)] { take(stream, slot); });
 }
 
-void ConnectionLoop::take(int descriptor, const SocketAddress& peer,
+void ConnectionLoop::take(const std::shared_ptr<ByteStream>& stream,
                           const std::shared_ptr<ConnectionSlots::Slot>& slot)
 {
     std::shared_ptr<RtspConnection> connection;
     try
     {
-        connection = std::make_shared<RtspConnection>(*this, services_, descriptor, peer, slot);
+        connection = std::make_shared<RtspConnection>(*this, services_, stream, slot);
     }
     catch (const std::exception& error)
     {
-        Log::error("{}: no connection: {}", peer.text(), error.what());
-        ::close(descriptor);
+        Log::error("{}: no connection: {}", stream->peer().text(), error.what());
+        stream->close();
         if (slot == nullptr)
         {
-            refused_.giveBack(peer.key());
+            refused_.giveBack(stream->peer().key());
         }
         return;
     }
@@ -63,7 +60,7 @@ void ConnectionLoop::take(int descriptor, const SocketAddress& peer,
     }
     catch (const std::exception& error)
     {
-        Log::error("{}: no connection: {}", peer.text(), error.what());
+        Log::error("{}: no connection: {}", stream->peer().text(), error.what());
         close(*connection);
     }
 }

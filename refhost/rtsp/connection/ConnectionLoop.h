@@ -41,9 +41,10 @@ public:
     /// Connections that are left are closed.
     ~ConnectionLoop();
 
-    /// Takes a connected socket.
-    /// \param slot  null for one that is refused, which is counted already
-    void adopt(int descriptor, const SocketAddress& peer, std::shared_ptr<ConnectionSlots::Slot> slot);
+    /// Serves the client at the other end of `stream`, until it closes.
+    /// \param stream  detached
+    /// \param slot    null for one that is refused, which is counted already
+    void adopt(std::shared_ptr<ByteStream> stream, std::shared_ptr<ConnectionSlots::Slot> slot);
     /// Tries every parked request again.
     void retryParked();
     /// Closes every connection and waits until they are closed. Not on the loop's thread.
@@ -55,7 +56,7 @@ public:
     void addParked(RtspConnection& connection);
 
 private:
-    void take(int descriptor, const SocketAddress& peer, const std::shared_ptr<ConnectionSlots::Slot>& slot);
+    void take(const std::shared_ptr<ByteStream>& stream, const std::shared_ptr<ConnectionSlots::Slot>& slot);
     void closeWhenDisplaced(RtspConnection& connection, ConnectionSlots::Slot& slot);
     void tryParkedNow();
     void sweep();

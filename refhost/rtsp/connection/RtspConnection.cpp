@@ -1,16 +1,10 @@
 #include "refhost/rtsp/connection/RtspConnection.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/connection/ConnectionLoop.h"
-#include "refhost/rtsp/connection/TcpLiveness.h"
 #include "refhost/threads/EventLoop.h"
 
 namespace refhost
@@ -53,22 +47,16 @@ RequestReader::Limits readerLimits(const LimitsConfig& limits)
 
 }  // namespace
 
-RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services, int descriptor,
-                               const SocketAddress& peer, std::shared_ptr<ConnectionSlots::Slot> slot)
+RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services,
+                               std::shared_ptr<ByteStream> stream,
+                               std::shared_ptr<ConnectionSlots::Slot> slot)
     : loop_(loop),
       services_(services),
-      descriptor_(descriptor),
-      peer_(peer),
+      stream_(std::move(stream)),
       serial_(nextSerial()),
       refused_(slot == nullptr),
       slot_(std::move(slot)),
-      output_(descriptor, maxWaiting, services.clock,
-              [this](bool wanted)
-              {
-                  const std::lock_guard<std::mutex> guard(interestMutex_);
-                  writing_ = wanted;
-                  updateInterest();
-              }),
+      output_(*stream_, maxWaiting, services.clock),
       reader_(readerLimits(services.limits)),
       handler_(services, *this),
       begunMs_(services.clock()),
@@ -85,8 +73,8 @@ RtspConnection::~RtspConnection()
 
 void RtspConnection::open()
 {
-    loop_.events().add(descriptor_, EventLoop::readable,
-                       [self = shared_from_this()](std::uint32_t events) { self->onEvents(events); });
+    stream_->attach(loop_.events(),
+                    [self = shared_from_this()](std::uint32_t ready) { self->onReady(ready); });
 }
 
 void RtspConnection::close()
@@ -96,29 +84,28 @@ void RtspConnection::close()
         return;
     }
     closed_ = true;
-    loop_.events().remove(descriptor_);
     output_.close();
     handler_.linkEnded();
-    ::close(descriptor_);
+    stream_->close();
     slot_.reset();
 }
 
-void RtspConnection::onEvents(std::uint32_t events)
+void RtspConnection::onReady(std::uint32_t ready)
 {
     if (closed_)
     {
         return;
     }
     // Requests first: a TEARDOWN spares the frames that would go out now.
-    if ((events & EventLoop::readable) != 0)
+    if ((ready & ByteStream::receivable) != 0)
     {
-        onReadable();
+        onReceivable();
     }
-    else if ((events & EventLoop::hungUp) != 0)
+    else if ((ready & ByteStream::hungUp) != 0)
     {
         doomed_ = true;
     }
-    if ((events & EventLoop::writable) != 0 && !doomed_ && !output_.onWritable())
+    if ((ready & ByteStream::sendable) != 0 && !doomed_ && !output_.onWritable())
     {
         doomed_ = true;
     }
@@ -126,8 +113,8 @@ void RtspConnection::onEvents(std::uint32_t events)
     endWhereDone();
 }
 
-/// A socket that is closed with unread bytes resets the connection and takes the last response with it; so
-/// the client's end is waited for, not long.
+/// A TCP connection that is closed with unread bytes is reset, which can cost the client the last response: so
+/// its end is waited for, not long.
 void RtspConnection::endWhereDone()
 {
     if (doomed_)
@@ -136,17 +123,17 @@ void RtspConnection::endWhereDone()
     }
     else if (lingering_ && output_.empty())
     {
-        ::shutdown(descriptor_, SHUT_WR);
+        stream_->endSending();
     }
 }
 
-void RtspConnection::onReadable()
+void RtspConnection::onReceivable()
 {
     ConnectionLoop::Scratch& scratch = loop_.scratch();
-    const ssize_t count = ::recv(descriptor_, scratch.input.data(), scratch.input.size(), MSG_DONTWAIT);
-    if (count <= 0)
+    const ByteStream::Result received = stream_->receive(scratch.input.data(), scratch.input.size());
+    if (received.status != ByteStream::Status::done)
     {
-        doomed_ = count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+        doomed_ = received.status != ByteStream::Status::blocked;
         return;
     }
     lastByteMs_ = services_.clock();
@@ -154,7 +141,7 @@ void RtspConnection::onReadable()
     {
         return;
     }
-    reader_.feed(scratch.input.data(), static_cast<std::size_t>(count));
+    reader_.feed(scratch.input.data(), received.count);
     process(false);
 }
 
@@ -230,7 +217,7 @@ void RtspConnection::park()
     {
         parkedMs_ = services_.clock();
     }
-    watch(false);
+    stream_->watchReceive(false);
     loop_.addParked(*this);
 }
 
@@ -245,7 +232,7 @@ bool RtspConnection::defer()
     reader_.keepRest();
     deferred_ = true;
     deferredMs_ = services_.clock();
-    watch(false);
+    stream_->watchReceive(false);
     return true;
 }
 
@@ -256,7 +243,7 @@ void RtspConnection::resume()
         return;
     }
     deferred_ = false;
-    watch(!parked());
+    stream_->watchReceive(!parked());
     if (!parked())
     {
         process(false);
@@ -270,7 +257,7 @@ void RtspConnection::retryParked()
         return;
     }
     const bool lastTry = services_.clock() - parkedMs_ >= parkedMostMs;
-    watch(true);
+    stream_->watchReceive(true);
     process(lastTry);
     endWhereDone();
 }
@@ -285,19 +272,6 @@ bool RtspConnection::refused() const
     return refused_;
 }
 
-void RtspConnection::watch(bool reading)
-{
-    const std::lock_guard<std::mutex> guard(interestMutex_);
-    reading_ = reading;
-    updateInterest();
-}
-
-void RtspConnection::updateInterest()
-{
-    loop_.events().modify(descriptor_,
-                          (reading_ ? EventLoop::readable : 0u) | (writing_ ? EventLoop::writable : 0u));
-}
-
 void RtspConnection::sweep(std::int64_t nowMs)
 {
     noteProgress(nowMs);
@@ -309,7 +283,7 @@ void RtspConnection::sweep(std::int64_t nowMs)
     }
     else if (tooOld(nowMs))
     {
-        Log::debug("{}: ended an idle connection", peer_.text());
+        Log::debug("{}: ended an idle connection", peer().text());
         loop_.close(*this);
     }
 }
@@ -333,9 +307,9 @@ void RtspConnection::noteLiveness(std::int64_t nowMs)
         return;
     }
     livenessMs_ = nowMs;
-    if (const auto silenceMs = TcpLiveness::silenceMs(descriptor_))
+    if (const auto silence = stream_->silence())
     {
-        handler_.linkAnswered(nowMs - *silenceMs);
+        handler_.linkAnswered(nowMs - silence->count());
     }
 }
 
@@ -392,33 +366,26 @@ void RtspConnection::sendResponse(std::string_view response)
 
 std::weak_ptr<FrameWriter> RtspConnection::frameWriter()
 {
-    const int bytes = services_.limits.sendBuffer * 1024;
-    if (!std::exchange(largeSendBuffer_, true) &&
-        ::setsockopt(descriptor_, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes) != 0)
+    if (!std::exchange(largeSendBuffer_, true))
     {
-        Log::debug("{}: no larger send buffer: {}", peer_.text(), std::strerror(errno));
+        stream_->setSendBuffer(static_cast<std::size_t>(services_.limits.sendBuffer) * 1024);
     }
     return std::static_pointer_cast<FrameWriter>(shared_from_this());
 }
 
 std::string RtspConnection::peerName() const
 {
-    return peer_.text() + " (interleaved)";
+    return peer().text() + " (interleaved)";
 }
 
 const SocketAddress& RtspConnection::peer() const
 {
-    return peer_;
+    return stream_->peer();
 }
 
 const SocketAddress& RtspConnection::local() const
 {
-    if (!localKnown_)
-    {
-        local_ = SocketAddress::localOf(descriptor_);
-        localKnown_ = true;
-    }
-    return local_;
+    return stream_->local();
 }
 
 std::uint64_t RtspConnection::serial() const

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
+#include "refhost/net/ByteStream.h"
 #include "refhost/rtp/InterleavedTransport.h"
 #include "refhost/rtsp/connection/ClientOutput.h"
 #include "refhost/rtsp/connection/ConnectionSlots.h"
@@ -16,10 +16,10 @@ namespace refhost
 
 class ConnectionLoop;
 
-/// One client's TCP connection on an event loop: its bytes become requests for a RequestHandler, whose
-/// responses and whose sessions' interleaved frames go out through one ClientOutput.
+/// One client's connection on an event loop: the bytes of its stream become requests for a RequestHandler,
+/// whose responses and whose sessions' interleaved frames go out through one ClientOutput.
 ///
-/// While a request waits for its stream ("parked"), nothing more is read: later requests wait in the socket.
+/// While a request waits for its stream ("parked"), nothing more is read: later requests wait in the stream.
 /// The same while the client does not read the responses it asked for ("deferred"); one that reads none of
 /// them for a while is ended.
 ///
@@ -40,9 +40,9 @@ public:
     /// Bytes of responses that may wait for a client that does not read them.
     static constexpr std::size_t maxWaiting = 64 * 1024;
 
-    /// \param descriptor  connected non-blocking socket; the connection's from now on
-    /// \param slot        null: answer the first request with 503 and end
-    RtspConnection(ConnectionLoop& loop, FrontServices& services, int descriptor, const SocketAddress& peer,
+    /// \param stream  detached; the connection's from now on, which closes it
+    /// \param slot    null: answer the first request with 503 and end
+    RtspConnection(ConnectionLoop& loop, FrontServices& services, std::shared_ptr<ByteStream> stream,
                    std::shared_ptr<ConnectionSlots::Slot> slot);
     ~RtspConnection() override;
 
@@ -71,8 +71,8 @@ public:
     std::uint64_t serial() const override;
 
 private:
-    void onEvents(std::uint32_t events);
-    void onReadable();
+    void onReady(std::uint32_t ready);
+    void onReceivable();
     void process(bool lastTry);
     void handleItems(bool lastTry);
     void park();
@@ -81,24 +81,15 @@ private:
     void noteProgress(std::int64_t nowMs);
     void noteLiveness(std::int64_t nowMs);
     void endWhereDone();
-    void watch(bool reading);
-    void updateInterest();
     bool tooOld(std::int64_t nowMs);
     void noteStanding(std::int64_t nowMs);
 
     ConnectionLoop& loop_;
     FrontServices& services_;
-    const int descriptor_;
-    const SocketAddress peer_;
-    mutable SocketAddress local_;
-    mutable bool localKnown_ = false;
+    const std::shared_ptr<ByteStream> stream_;
     const std::uint64_t serial_;
     const bool refused_;
     std::shared_ptr<ConnectionSlots::Slot> slot_;
-
-    std::mutex interestMutex_;
-    bool reading_ = true;
-    bool writing_ = false;
 
     ClientOutput output_;
     RequestReader reader_;
@@ -117,7 +108,7 @@ private:
     std::int64_t lastByteMs_;
     std::int64_t lingeringMs_ = 0;
     std::uint64_t bytesTakenBefore_ = 0;
-    std::int64_t livenessMs_;  // when TCP was asked last whether the client answers
+    std::int64_t livenessMs_;  // when the stream was asked last whether the client answers
 };
 
 }  // namespace refhost

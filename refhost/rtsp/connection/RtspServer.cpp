@@ -15,7 +15,8 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/Log.h"
-#include "refhost/rtsp/connection/TcpLiveness.h"
+#include "refhost/net/TcpLiveness.h"
+#include "refhost/net/TcpStream.h"
 
 namespace refhost
 {
@@ -255,9 +256,9 @@ bool RtspServer::acceptOne()
 {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
-    const int descriptor =
-        ::accept4(listener_, reinterpret_cast<sockaddr*>(&address), &size, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (descriptor < 0)
+    SocketHandle socket(
+        ::accept4(listener_, reinterpret_cast<sockaddr*>(&address), &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!socket)
     {
         if (errno == EMFILE || errno == ENFILE)
         {
@@ -276,10 +277,10 @@ bool RtspServer::acceptOne()
     }
     if (slot == nullptr && !refused_.take(peer.key()))
     {
-        ::close(descriptor);
         return true;
     }
-    loops_[nextLoop_++ % loops_.size()]->adopt(descriptor, peer, std::move(slot));
+    loops_[nextLoop_++ % loops_.size()]->adopt(std::make_shared<TcpStream>(std::move(socket), peer),
+                                               std::move(slot));
     return true;
 }
 

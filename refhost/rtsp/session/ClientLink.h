@@ -12,8 +12,8 @@ namespace refhost
 
 /// What a RequestHandler sees of the engine: the connection that a request came on.
 ///
-/// With RtspRequest on the way in, this is all that stands between the protocol and the engine, so that
-/// another engine (TLS, HTTP tunnel, a test) replaces RtspConnection without touching sessions or verbs.
+/// With RtspRequest on the way in, this is all that stands between the protocol and the engine, so that a
+/// test or a fuzz target takes the engine's place.
 class ClientLink
 {
 public:

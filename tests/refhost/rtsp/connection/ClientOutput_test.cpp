@@ -6,9 +6,14 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
+
+#include "refhost/net/TcpStream.h"
+#include "tests/refhost/net/ForwardingStream.h"
 
 namespace refhost
 {
@@ -28,6 +33,24 @@ public:
     std::atomic<int> ready{0};
 };
 
+/// Lets a test see whether it is watched for `sendable`.
+class ObservedStream : public test::ForwardingStream
+{
+public:
+    ObservedStream(std::shared_ptr<ByteStream> inner, std::atomic<bool>& wanted)
+        : ForwardingStream(std::move(inner)), wanted_(wanted)
+    {
+    }
+
+    void watchSend(bool on) override
+    {
+        wanted_ = on;
+    }
+
+private:
+    std::atomic<bool>& wanted_;
+};
+
 class ClientOutputTest : public testing::Test
 {
 protected:
@@ -36,20 +59,20 @@ protected:
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, sockets_), 0);
         const int size = 4096;
         setsockopt(sockets_[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+        stream_ = std::make_unique<ObservedStream>(
+            std::make_shared<TcpStream>(SocketHandle(sockets_[0]), SocketAddress()), wanted_);
         makeOutput();
     }
 
     ~ClientOutputTest() override
     {
         output_.reset();
-        ::close(sockets_[0]);
         closeClient();
     }
 
     void makeOutput()
     {
-        output_ = std::make_unique<ClientOutput>(
-            sockets_[0], 10000, [this] { return nowMs_.load(); }, [this](bool wanted) { wanted_ = wanted; });
+        output_ = std::make_unique<ClientOutput>(*stream_, 10000, [this] { return nowMs_.load(); });
     }
 
     void closeClient()
@@ -98,6 +121,7 @@ protected:
     int sockets_[2] = {-1, -1};
     std::atomic<bool> wanted_{false};
     std::atomic<std::int64_t> nowMs_{1000};
+    std::unique_ptr<ByteStream> stream_;
     std::unique_ptr<ClientOutput> output_;
 };
 

@@ -140,22 +140,28 @@ std::size_t TestClient::sendSome(std::string_view bytes, int milliseconds)
     return sent;
 }
 
-bool TestClient::fill(int milliseconds)
+std::string TestClient::wait(int milliseconds)
 {
     pollfd poll{descriptor_, POLLIN, 0};
     if (end_ || ::poll(&poll, 1, milliseconds) <= 0)
     {
-        return false;
+        return "";
     }
     char bytes[65536];
     const ssize_t count = ::recv(descriptor_, bytes, sizeof bytes, 0);
     if (count <= 0)
     {
         end_ = true;
-        return false;
+        return "";
     }
-    buffer_.append(bytes, static_cast<std::size_t>(count));
-    return true;
+    return std::string(bytes, static_cast<std::size_t>(count));
+}
+
+bool TestClient::fill(int milliseconds)
+{
+    const std::string bytes = wait(milliseconds);
+    buffer_ += bytes;
+    return !bytes.empty();
 }
 
 bool TestClient::takeFrame(Received& out)

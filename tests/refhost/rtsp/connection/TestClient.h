@@ -41,19 +41,19 @@ struct Received
     std::uint32_t ssrc() const;
 };
 
-/// A blocking RTSP client over loopback, with a bound on every wait.
+/// A blocking RTSP client, with a bound on every wait; over loopback, unless a derived one has other bytes.
 class TestClient
 {
 public:
     /// \param from  the local IPv4 address to connect from; null: the system's choice
     explicit TestClient(int port, int receiveBuffer = 0, int family = AF_INET, const char* from = nullptr);
-    ~TestClient();
+    virtual ~TestClient();
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;
 
     void send(const std::string& bytes);
     /// Sends what a closed socket may refuse.
-    bool trySend(const std::string& bytes);
+    virtual bool trySend(const std::string& bytes);
     /// Sends what the server takes, until it takes nothing for so long. \returns how much it took
     std::size_t sendSome(std::string_view bytes, int milliseconds);
 
@@ -78,14 +78,21 @@ public:
 
     int localPort() const;
 
+protected:
+    /// For other bytes than a socket's: with trySend() and wait() of its own.
+    TestClient() = default;
+    /// Waits for bytes. \returns them; none when none came in time, or after the end
+    virtual std::string wait(int milliseconds);
+
+    bool end_ = false;  // the server ended the connection
+
 private:
     bool fill(int milliseconds);
     bool takeFrame(Received& out);
     bool takeResponse(Received& out);
 
-    int descriptor_;
+    int descriptor_ = -1;
     int cseq_ = 0;
-    bool end_ = false;
     std::string buffer_;
     std::vector<Received> kept_;
 };

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/connection/TcpLiveness.h"
+#include "refhost/net/TcpLiveness.h"
 
 #include <linux/sockios.h>
 #include <netinet/in.h>

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/connection/TcpLiveness.h"
+#include "refhost/net/TcpLiveness.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <mutex>
+
+#include "refhost/base/SocketHandle.h"
+#include "refhost/net/ByteStream.h"
+
+namespace refhost
+{
+
+/// A plain connection: each operation is one system call on its socket, without a copy.
+class TcpStream final : public ByteStream
+{
+public:
+    /// \param socket  connected, non-blocking
+    TcpStream(SocketHandle socket, const SocketAddress& peer);
+    ~TcpStream() override;
+
+    void attach(EventLoop& loop, Handler handler) override;
+    void detach() override;
+    void watchReceive(bool on) override;
+    void watchSend(bool on) override;
+    Result receive(char* bytes, std::size_t size) override;
+    Result send(const std::string_view* parts, std::size_t count, bool more) override;
+    void endSending() override;
+    void close() override;
+    const SocketAddress& peer() const override;
+    const SocketAddress& local() const override;
+    void setSendBuffer(std::size_t bytes) override;
+    std::optional<std::chrono::milliseconds> silence() const override;
+
+private:
+    void watch(std::uint32_t event, bool on);
+
+    SocketHandle socket_;
+    const SocketAddress peer_;
+    mutable std::optional<SocketAddress> local_;  // asked for when it is needed
+    std::mutex mutex_;                            // of what follows
+    EventLoop* loop_ = nullptr;
+    std::uint32_t watched_ = receivable;
+};
+
+}  // namespace refhost

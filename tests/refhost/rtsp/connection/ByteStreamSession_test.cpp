@@ -1,0 +1,322 @@
+// Whole sessions of an RtspConnection over streams that carry their bytes in odd ways.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <utility>
+
+#include "refhost/rtsp/connection/ConnectionLoop.h"
+#include "tests/refhost/net/HalvesStream.h"
+#include "tests/refhost/net/MemoryStream.h"
+#include "tests/refhost/net/SealedStream.h"
+#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/threads/LoopHelpers.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::HalvesStream;
+using test::MemoryStream;
+using test::Received;
+using test::SealedStream;
+using test::TestClient;
+
+/// The client at the other end of a stream in memory, or of two.
+class MemoryClient : public TestClient
+{
+public:
+    MemoryClient(std::shared_ptr<MemoryStream> fromServer, std::shared_ptr<MemoryStream> toServer)
+        : fromServer_(std::move(fromServer)), toServer_(std::move(toServer))
+    {
+    }
+
+    bool trySend(const std::string& bytes) override
+    {
+        toServer_->write(bytes);
+        return !toServer_->closed();
+    }
+
+protected:
+    std::string wait(int milliseconds) override
+    {
+        const std::string bytes = fromServer_->read(milliseconds);
+        end_ = bytes.empty() && fromServer_->ended();
+        return bytes;
+    }
+
+private:
+    const std::shared_ptr<MemoryStream> fromServer_;
+    const std::shared_ptr<MemoryStream> toServer_;
+};
+
+/// The client of a SealedStream.
+class SealedClient : public MemoryClient
+{
+public:
+    explicit SealedClient(const std::shared_ptr<MemoryStream>& stream) : MemoryClient(stream, stream)
+    {
+        MemoryClient::trySend(std::string(SealedStream::hello));
+    }
+
+    bool trySend(const std::string& bytes) override
+    {
+        return MemoryClient::trySend(SealedStream::seal(bytes));
+    }
+
+protected:
+    std::string wait(int milliseconds) override
+    {
+        constexpr std::size_t greeting = SealedStream::welcome.size();
+        std::string bytes;
+        while (bytes.empty())
+        {
+            const std::string more = MemoryClient::wait(milliseconds);
+            records_ += more;
+            if (!welcomed_ && records_.size() >= greeting)
+            {
+                EXPECT_EQ(records_.substr(0, greeting), SealedStream::welcome);
+                records_.erase(0, greeting);
+                welcomed_ = true;
+            }
+            bytes = welcomed_ ? SealedStream::unseal(records_) : "";
+            if (more.empty())
+            {
+                break;
+            }
+        }
+        return bytes;
+    }
+
+private:
+    std::string records_;
+    bool welcomed_ = false;
+};
+
+class ByteStreamSession;
+
+struct Kind
+{
+    const char* name;
+    std::function<void(ByteStreamSession&)> connect;
+
+    friend std::ostream& operator<<(std::ostream& out, const Kind& kind)
+    {
+        return out << kind.name;
+    }
+};
+
+class ByteStreamSession : public test::FrontFixture, public testing::WithParamInterface<Kind>
+{
+public:
+    /// Connects a client over a stream that transfers so many bytes at once.
+    void connect(std::size_t bytesAtOnce)
+    {
+        const auto memory = std::make_shared<MemoryStream>(bytesAtOnce);
+        carrier_ = memory;
+        connect(memory, std::make_unique<MemoryClient>(memory, memory));
+    }
+
+    void connectSealed()
+    {
+        const auto memory = std::make_shared<MemoryStream>();
+        carrier_ = memory;
+        connect(std::make_shared<SealedStream>(memory), std::make_unique<SealedClient>(memory));
+    }
+
+    /// Connects a client whose second connection was accepted by another loop, where its first line was read.
+    void connectHalves()
+    {
+        const auto output = std::make_shared<MemoryStream>();
+        const auto input = std::make_shared<MemoryStream>();
+        carrier_ = input;
+        input->write("POST\n");
+        Signal whole;
+        input->attach(other_->events(),
+                      [&](std::uint32_t)
+                      {
+                          char byte = 0;
+                          if (input->receive(&byte, 1).count == 1 && byte == '\n')
+                          {
+                              input->detach();
+                              connect(std::make_shared<HalvesStream>(output, input),
+                                      std::make_unique<MemoryClient>(output, input));
+                              whole.set();
+                          }
+                      });
+        ASSERT_TRUE(whole.wait());
+    }
+
+protected:
+    static constexpr int timeoutMs = 60000;
+
+    ~ByteStreamSession() override
+    {
+        loop_->closeAll();
+        services_.sessions.endAll();
+        client_.reset();
+        EXPECT_TRUE(stream_.expired()) << "a closed connection's stream is still held";
+    }
+
+    void connect(std::shared_ptr<ByteStream> stream, std::unique_ptr<TestClient> client)
+    {
+        stream_ = stream;
+        client_ = std::move(client);
+        const SocketAddress::Key address = stream->peer().key();
+        loop_->adopt(std::move(stream), slots_.take(address, services_.clock()));
+    }
+
+    static std::string url()
+    {
+        return "rtsp://127.0.0.1/orv/live/1/0";
+    }
+
+    /// Takes the packets of one frame of stream 1/0 and checks that none is missing.
+    void expectFrame()
+    {
+        for (int packet = 0; packet < 3; ++packet)
+        {
+            const Received rtp = client_->frame(0);
+            ASSERT_TRUE(rtp.isRtp());
+            EXPECT_TRUE(last_ < 0 || rtp.sequence() == static_cast<std::uint16_t>(last_ + 1));
+            last_ = rtp.sequence();
+        }
+    }
+
+    void expectReceiverReportIsHeard()
+    {
+        time.advance(timeoutMs - 5000);
+        client_->send(std::string("$\x01\x00\x08\x80\xc9\x00\x01\x00\x00\x00\x2a", 12));
+        EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
+        time.advance(10000);
+        EXPECT_EQ(services_.sessions.endExpired(services_.clock()), 0u);
+    }
+
+    void expectPipelinedRequestsAreAnsweredInOrder(const std::string& id)
+    {
+        client_->send(TestClient::text("GET_PARAMETER", url(), 1001, session(id), "") +
+                      TestClient::text("OPTIONS", "*", 1002, "", ""));
+        EXPECT_EQ(client_->response().header("CSeq"), "1001");
+        EXPECT_EQ(client_->response().header("CSeq"), "1002");
+    }
+
+    FrontServices services_{withTimeout(config), routes, time.clock()};
+    ConnectionSlots slots_{8, 8};
+    AddressQuota refused_{8, 8};
+    std::unique_ptr<ConnectionLoop> other_ =
+        std::make_unique<ConnectionLoop>("other", services_, refused_, 5);
+    std::unique_ptr<ConnectionLoop> loop_ = std::make_unique<ConnectionLoop>("loop", services_, refused_, 5);
+    std::weak_ptr<ByteStream> stream_;
+    std::weak_ptr<MemoryStream> carrier_;  // what the bytes of the client come on
+    std::unique_ptr<TestClient> client_;
+    int last_ = -1;
+
+private:
+    static ServerConfig withTimeout(ServerConfig config)
+    {
+        config.limits.sessionTimeout = timeoutMs / 1000;
+        return config;
+    }
+};
+
+TEST_P(ByteStreamSession, IsServedWhole)
+{
+    // What transports report of the real clock is in the past of the server's then.
+    time.advance(-timeoutMs);
+    GetParam().connect(*this);
+    ASSERT_NE(client_, nullptr);
+    EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
+    const Received described = client_->request("DESCRIBE", url());
+    EXPECT_EQ(described.status, 200);
+    EXPECT_NE(described.body.find("m=video"), std::string::npos);
+    const Received set = client_->request("SETUP", track(url(), 0), tcp);
+    ASSERT_EQ(set.status, 200);
+    EXPECT_NE(set.header("Transport").find("interleaved=0-1"), std::string::npos);
+    const std::string id = set.session();
+
+    picture(true);
+    EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
+    expectFrame();
+    for (int i = 0; i < 3; ++i)
+    {
+        picture(false);
+        expectFrame();
+    }
+    expectPipelinedRequestsAreAnsweredInOrder(id);
+
+    EXPECT_EQ(client_->request("PAUSE", url(), session(id)).status, 200);
+    picture(false);
+    EXPECT_EQ(client_->request("GET_PARAMETER", url(), session(id)).status, 200);
+    EXPECT_EQ(client_->receive(20).kind, Received::Kind::nothing) << "it pauses";
+    picture(true);
+    EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
+    expectFrame();
+    expectReceiverReportIsHeard();
+
+    EXPECT_EQ(client_->request("TEARDOWN", url(), session(id)).status, 200);
+    EXPECT_EQ(services_.sessions.count(), 0u);
+    EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
+}
+
+TEST_P(ByteStreamSession, EndsWithItsConnection)
+{
+    GetParam().connect(*this);
+    ASSERT_NE(client_, nullptr);
+    const std::string id = client_->request("SETUP", track(url(), 0), tcp).session();
+    EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
+    loop_->closeAll();
+    EXPECT_TRUE(client_->ended());
+    EXPECT_EQ(services_.sessions.count(), 0u);
+    picture(true);
+}
+
+TEST_P(ByteStreamSession, EndsWithAStreamThatFails)
+{
+    GetParam().connect(*this);
+    ASSERT_NE(client_, nullptr);
+    const std::string id = client_->request("SETUP", track(url(), 0), tcp).session();
+    EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
+    carrier_.lock()->fail();
+    EXPECT_TRUE(client_->ended());
+    EXPECT_TRUE(eventually([this] { return services_.sessions.count() == 0; }));
+}
+
+TEST_P(ByteStreamSession, EndsWithItsClient)
+{
+    GetParam().connect(*this);
+    ASSERT_NE(client_, nullptr);
+    EXPECT_EQ(client_->request("SETUP", track(url(), 0), tcp).status, 200);
+    carrier_.lock()->endWriting();
+    EXPECT_TRUE(client_->ended());
+    EXPECT_TRUE(eventually([this] { return services_.sessions.count() == 0; }));
+}
+
+TEST_P(ByteStreamSession, TheLastResponseArrivesWhole)
+{
+    GetParam().connect(*this);
+    ASSERT_NE(client_, nullptr);
+    // Too many headers to know where the request ends: answered, and no more is read.
+    std::string headers;
+    for (int i = 0; i < 100; ++i)
+    {
+        headers += "X-Header: x\r\n";
+    }
+    client_->send(TestClient::text("OPTIONS", "*", 1, headers, ""));
+    EXPECT_GE(client_->response().status, 400);
+    EXPECT_TRUE(client_->ended());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Over, ByteStreamSession,
+    testing::Values(Kind{"SingleBytes", [](ByteStreamSession& session) { session.connect(1); }},
+                    Kind{"SevenBytesAtOnce", [](ByteStreamSession& session) { session.connect(7); }},
+                    Kind{"LargeParts", [](ByteStreamSession& session) { session.connect(100000); }},
+                    Kind{"ASealedStream", [](ByteStreamSession& session) { session.connectSealed(); }},
+                    Kind{"TwoConnections", [](ByteStreamSession& session) { session.connectHalves(); }}),
+    [](const testing::TestParamInfo<Kind>& tested) { return tested.param.name; });
+
+}  // namespace
+}  // namespace refhost
