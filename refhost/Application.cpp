@@ -113,7 +113,7 @@ std::string describe(const StreamConfig& stream)
     {
         case SourceConfig::Kind::synthetic:
             return fmt::format("test picture, {}x{}, {} pictures a second, {} kbit/s, sound {}", stream.width,
-                               stream.height, stream.frameRate, stream.bitRate, stream.audioCodec);
+                               stream.height, stream.frameRate, stream.bitRate, nameOf(stream.audioCodec));
         case SourceConfig::Kind::file:
             return "the file " + stream.source.location;
         case SourceConfig::Kind::v4l2:

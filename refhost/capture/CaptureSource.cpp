@@ -48,7 +48,7 @@ bool CaptureSource::build(GstBin* pipeline, std::string& error)
     DecodeStage::Events events;
     events.pad = [this](GstPad* pad, const GstCaps* caps) { sink_.addPad(pad, caps, nullptr); };
     events.complete = [this] { sink_.padsComplete(); };
-    decoder_ = std::make_unique<DecodeStage>(pipeline, std::move(events));
+    decoder_ = std::make_unique<DecodeStage>(pipeline, config_, std::move(events));
     const GstObjectPtr<GstPad> pad(gst_element_get_static_pad(capture, "src"));
     return decoder_->open(pad.get(), error);
 }

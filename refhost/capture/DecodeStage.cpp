@@ -2,12 +2,15 @@
 
 #include <utility>
 
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/GstCodec.h"
 
 namespace refhost
 {
 
-DecodeStage::DecodeStage(GstBin* pipeline, Events events) : pipeline_(pipeline), events_(std::move(events)) {}
+DecodeStage::DecodeStage(GstBin* pipeline, const StreamConfig& config, Events events)
+    : pipeline_(pipeline), codecs_(config.codecs()), events_(std::move(events))
+{
+}
 
 bool DecodeStage::open(GstPad* source, std::string& error)
 {
@@ -17,7 +20,7 @@ bool DecodeStage::open(GstPad* source, std::string& error)
         error = "the GStreamer element decodebin is missing";
         return false;
     }
-    g_object_set(decoder, "caps", acceptableCaps().get(), nullptr);
+    g_object_set(decoder, "caps", GstCodec::acceptedCaps(codecs_).get(), nullptr);
     g_signal_connect(decoder, "pad-added", G_CALLBACK(&DecodeStage::onPadAdded), this);
     g_signal_connect(decoder, "no-more-pads", G_CALLBACK(&DecodeStage::onNoMorePads), this);
     gst_bin_add(pipeline_, decoder);

@@ -4,7 +4,10 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
+#include "refhost/config/Config.h"
+#include "refhost/media/Codec.h"
 #include "refhost/media/GstHandles.h"
 
 namespace refhost
@@ -22,7 +25,8 @@ public:
     };
 
     /// \param pipeline  outlives the stage, and is stopped before the stage ends
-    DecodeStage(GstBin* pipeline, Events events);
+    /// \param config  names the stream's codecs
+    DecodeStage(GstBin* pipeline, const StreamConfig& config, Events events);
     DecodeStage(const DecodeStage&) = delete;
     DecodeStage& operator=(const DecodeStage&) = delete;
 
@@ -35,6 +39,7 @@ private:
     static void onNoMorePads(GstElement* decoder, gpointer self);
 
     GstBin* pipeline_;
+    const std::vector<Codec> codecs_;
     Events events_;
 };
 

@@ -10,9 +10,6 @@ namespace refhost
 namespace
 {
 
-constexpr int aacBitRate = 64;  // kbit/s
-constexpr int pcmBitRate = 64;  // kbit/s
-
 /// More than one encoder thread only where one core would not do: each further thread delays by a picture.
 int encoderThreads(const StreamConfig& config)
 {
@@ -22,24 +19,14 @@ int encoderThreads(const StreamConfig& config)
 
 }  // namespace
 
-std::string bareVideoEncoderLine(MediaCoding coding, const StreamConfig& config)
+std::string bareVideoEncoderLine(Codec coding, const StreamConfig& config)
 {
-    if (coding == MediaCoding::h265)
-    {
-        return fmt::format(
-            "x265enc tune=zerolatency speed-preset=ultrafast bitrate={} key-int-max={} "
-            "option-string=\"scenecut=0:bframes=0:pools=1:frame-threads=1:log-level=0:"
-            "vbv-maxrate={}:vbv-bufsize={}\"",
-            config.bitRate, config.gop, config.bitRate, config.bitRate * 2 / 5);
-    }
-    // One slice a picture: its packets are one run of equal size. The small buffer keeps key pictures small.
-    return fmt::format(
-        "x264enc tune=zerolatency speed-preset=superfast bitrate={} key-int-max={} threads={} "
-        "sliced-threads=false aud=false trellis=false vbv-buf-capacity=400 option-string=\"scenecut=0\"",
-        config.bitRate, config.gop, encoderThreads(config));
+    return fmt::format(fmt::runtime(infoOf(coding).encoder), fmt::arg("bitRate", config.bitRate),
+                       fmt::arg("bitRateBuffer", config.bitRate * 2 / 5), fmt::arg("gop", config.gop),
+                       fmt::arg("threads", encoderThreads(config)));
 }
 
-std::string videoEncoderLine(MediaCoding coding, const StreamConfig& config, const GstCaps* raw)
+std::string videoEncoderLine(Codec coding, const StreamConfig& config, const GstCaps* raw)
 {
     StreamConfig encoded = config;
     int numerator = config.frameRate;
@@ -62,28 +49,14 @@ std::string videoEncoderLine(MediaCoding coding, const StreamConfig& config, con
         config.width, config.height, numerator, denominator, bareVideoEncoderLine(coding, encoded));
 }
 
-std::string audioEncoderLine(MediaCoding coding)
+std::string audioEncoderLine(Codec coding)
 {
-    if (coding == MediaCoding::aac)
-    {
-        return fmt::format(
-            "audioconvert ! audioresample ! audio/x-raw,rate=16000,channels=1 ! avenc_aac bitrate={}",
-            aacBitRate * 1000);
-    }
-    // Packets of 20 ms, whatever the size of the blocks that come in.
-    return fmt::format(
-        "audioconvert ! audioresample ! audio/x-raw,format=S16LE,layout=interleaved,rate=8000,channels=1 ! "
-        "audiobuffersplit output-buffer-duration=1/50 ! {}",
-        coding == MediaCoding::pcmu ? "mulawenc" : "alawenc");
+    return fmt::format("audioconvert ! audioresample ! {}", infoOf(coding).encoder);
 }
 
-int encodedBitRate(MediaCoding coding, const StreamConfig& config)
+int encodedBitRate(Codec coding, const StreamConfig& config)
 {
-    if (isVideo(coding))
-    {
-        return config.bitRate;
-    }
-    return coding == MediaCoding::aac ? aacBitRate : pcmBitRate;
+    return infoOf(coding).encodedBitRate.value_or(config.bitRate);
 }
 
 }  // namespace refhost

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "refhost/config/Config.h"
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 
 namespace refhost
 {
@@ -13,15 +13,15 @@ namespace refhost
 /// What encodes raw pictures of any format and size to what the configuration asks for, as a launch line.
 /// Pictures that come more slowly than configured are not repeated, because the repeats could only leave in
 /// bursts; the time from key picture to key picture stays. \param raw  caps of the pictures
-std::string videoEncoderLine(MediaCoding coding, const StreamConfig& config, const GstCaps* raw);
+std::string videoEncoderLine(Codec coding, const StreamConfig& config, const GstCaps* raw);
 
 /// The same without conversions in front, for a source that makes the right pictures.
-std::string bareVideoEncoderLine(MediaCoding coding, const StreamConfig& config);
+std::string bareVideoEncoderLine(Codec coding, const StreamConfig& config);
 
 /// What encodes raw sound of any format, as a launch line.
-std::string audioEncoderLine(MediaCoding coding);
+std::string audioEncoderLine(Codec coding);
 
-/// \returns the bit rate that the host encodes the coding with, kbit/s
-int encodedBitRate(MediaCoding coding, const StreamConfig& config);
+/// \returns the bit rate that the host encodes the coding with, kbit/s; 0 when unknown
+int encodedBitRate(Codec coding, const StreamConfig& config);
 
 }  // namespace refhost

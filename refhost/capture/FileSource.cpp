@@ -78,7 +78,7 @@ bool FileSource::build(GstBin* pipeline, std::string& error)
     DecodeStage::Events events;
     events.pad = [this](GstPad* pad, const GstCaps* caps) { addPad(pad, caps); };
     events.complete = [this] { sink_.padsComplete(); };
-    decoder_ = std::make_unique<DecodeStage>(pipeline, std::move(events));
+    decoder_ = std::make_unique<DecodeStage>(pipeline, config_, std::move(events));
     const GstObjectPtr<GstPad> pad(gst_element_get_static_pad(reader, "src"));
     return decoder_->open(pad.get(), error);
 }

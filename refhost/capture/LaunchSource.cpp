@@ -74,7 +74,7 @@ bool LaunchSource::tap(GstBin* pipeline, GstElement* line, const char* name, std
         }
     };
     ++openParts_;
-    decoders_.push_back(std::make_unique<DecodeStage>(pipeline, std::move(events)));
+    decoders_.push_back(std::make_unique<DecodeStage>(pipeline, config_, std::move(events)));
     return decoders_.back()->open(paceExit.get(), error);
 }
 

@@ -16,7 +16,7 @@ std::vector<std::uint8_t> bytesOf(GstBuffer* buffer)
     return bytes;
 }
 
-std::shared_ptr<const MediaFormat> formatOf(MediaCoding coding, const GstCaps* caps)
+std::shared_ptr<const MediaFormat> formatOf(Codec coding, const GstCaps* caps)
 {
     auto format = std::make_shared<MediaFormat>();
     format->coding = coding;
@@ -35,8 +35,8 @@ std::shared_ptr<const MediaFormat> formatOf(MediaCoding coding, const GstCaps* c
 
 }  // namespace
 
-MediaProbe::MediaProbe(GstPad* pad, MediaCoding coding, const CaptureClock& clock,
-                       std::shared_ptr<MediaTap> tap, DeliveryGate::Ptr gate)
+MediaProbe::MediaProbe(GstPad* pad, Codec coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
+                       DeliveryGate::Ptr gate)
     : pad_(GST_PAD(gst_object_ref(pad))),
       coding_(coding),
       clock_(clock),

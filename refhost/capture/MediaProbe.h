@@ -8,8 +8,8 @@
 #include "refhost/capture/DecodeTimes.h"
 #include "refhost/capture/DeliveryGate.h"
 #include "refhost/capture/MediaTap.h"
+#include "refhost/media/Codec.h"
 #include "refhost/media/GstHandles.h"
-#include "refhost/media/MediaCoding.h"
 
 namespace refhost
 {
@@ -20,7 +20,7 @@ namespace refhost
 class MediaProbe
 {
 public:
-    MediaProbe(GstPad* pad, MediaCoding coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
+    MediaProbe(GstPad* pad, Codec coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
                DeliveryGate::Ptr gate);
     ~MediaProbe();
     MediaProbe(const MediaProbe&) = delete;
@@ -32,7 +32,7 @@ private:
     bool updateFormat();
 
     GstObjectPtr<GstPad> pad_;
-    MediaCoding coding_;
+    Codec coding_;
     CaptureClock clock_;
     std::shared_ptr<MediaTap> tap_;
     DeliveryGate::Ptr gate_;

@@ -10,7 +10,7 @@
 namespace refhost
 {
 
-MediaTrack::MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap,
+MediaTrack::MediaTrack(const CaptureClock& clock, Codec coding, std::shared_ptr<MediaTap> mediaTap,
                        const std::string& title, DeliveryGate::Ptr gate)
     : clock_(clock),
       coding_(coding),

@@ -25,7 +25,7 @@ public:
     /// \param mediaTap  gets the encoded media
     /// \param title  names the stream in the log
     /// \param gate  all deliveries go through it
-    MediaTrack(const CaptureClock& clock, MediaCoding coding, std::shared_ptr<MediaTap> mediaTap,
+    MediaTrack(const CaptureClock& clock, Codec coding, std::shared_ptr<MediaTap> mediaTap,
                const std::string& title, DeliveryGate::Ptr gate);
     ~MediaTrack();
 
@@ -41,7 +41,7 @@ public:
     /// Asks what codes the track for a key picture.
     void requestKeyFrame();
 
-    MediaCoding coding() const
+    Codec coding() const
     {
         return coding_;
     }
@@ -50,7 +50,7 @@ private:
     bool addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error);
 
     CaptureClock clock_;
-    MediaCoding coding_;
+    Codec coding_;
     std::shared_ptr<MediaTap> mediaTap_;
     std::string name_;  ///< of stream and track, in the log
     DeliveryGate::Ptr gate_;

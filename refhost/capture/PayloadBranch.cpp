@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/media/GstCodec.h"
 
 namespace refhost
 {
@@ -19,12 +20,12 @@ constexpr guint fewQueued = 10;
 
 }  // namespace
 
-PayloadBranch::PayloadBranch(const Place& place, MediaCoding coding, int payloadSize, OnCaps onCaps)
+PayloadBranch::PayloadBranch(const Place& place, Codec coding, int payloadSize, OnCaps onCaps)
     : place_(place),
       coding_(coding),
       payloadSize_(payloadSize),
       onCaps_(std::move(onCaps)),
-      builder_(unitCoding(coding),
+      builder_(coding,
                [this](const AccessUnitPtr& unit)
                {
                    std::shared_ptr<PacketTap> tap;
@@ -63,8 +64,8 @@ bool PayloadBranch::open(std::string& error)
 {
     GError* problem = nullptr;
     queue_ = gst_element_factory_make("queue", nullptr);
-    payloader_ =
-        gst_parse_launch_full(payloaderLine(coding_).c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &problem);
+    payloader_ = gst_parse_launch_full(GstCodec::payloaderLine(coding_).c_str(), nullptr,
+                                       GST_PARSE_FLAG_FATAL_ERRORS, &problem);
     sink_ = gst_element_factory_make("appsink", nullptr);
     if (queue_ == nullptr || payloader_ == nullptr || sink_ == nullptr)
     {

@@ -12,7 +12,8 @@
 #include "refhost/capture/CaptureClock.h"
 #include "refhost/capture/DeliveryGate.h"
 #include "refhost/capture/PacketTap.h"
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/AccessUnitBuilder.h"
+#include "refhost/media/Codec.h"
 
 namespace refhost
 {
@@ -38,7 +39,7 @@ public:
 
     /// \param payloadSize  most bytes of RTP payload in a packet
     /// \param onCaps       may be empty
-    PayloadBranch(const Place& place, MediaCoding coding, int payloadSize, OnCaps onCaps);
+    PayloadBranch(const Place& place, Codec coding, int payloadSize, OnCaps onCaps);
     ~PayloadBranch();
     PayloadBranch(const PayloadBranch&) = delete;
     PayloadBranch& operator=(const PayloadBranch&) = delete;
@@ -61,7 +62,7 @@ private:
     bool admits(GstBuffer* buffer);
 
     Place place_;
-    MediaCoding coding_;
+    Codec coding_;
     int payloadSize_;
     OnCaps onCaps_;
     AccessUnitBuilder builder_;

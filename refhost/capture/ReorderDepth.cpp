@@ -5,7 +5,7 @@
 
 #include "refhost/base/ByteOrder.h"
 #include "refhost/capture/BitReader.h"
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 
 namespace refhost
 {
@@ -254,18 +254,17 @@ void readHevcRecord(const std::vector<std::uint8_t>& record, std::optional<unsig
 
 unsigned ReorderDepth::of(const MediaFormat& format)
 {
-    if (!isVideo(format.coding))
-    {
-        return 0;
-    }
     std::optional<unsigned> depth;
-    if (format.coding == MediaCoding::h264)
+    switch (infoOf(format.coding).keyFrames)
     {
-        readAvcRecord(format.codecData, depth);
-    }
-    else
-    {
-        readHevcRecord(format.codecData, depth);
+        case CodecInfo::KeyFrames::all:
+            return 0;
+        case CodecInfo::KeyFrames::h264:
+            readAvcRecord(format.codecData, depth);
+            break;
+        case CodecInfo::KeyFrames::h265:
+            readHevcRecord(format.codecData, depth);
+            break;
     }
     return depth.value_or(max);
 }

@@ -101,21 +101,25 @@ bool RtpPayloadCheck::find(const std::uint8_t* packet, std::size_t size, Payload
     return true;
 }
 
-bool RtpPayloadCheck::isWellFormed(std::string_view encoding, const Payload& payload)
+bool RtpPayloadCheck::isWellFormed(const std::optional<Codec>& codec, const Payload& payload)
 {
-    if (payload.size == 0)
+    if (payload.size == 0 || !codec)
     {
-        return false;
+        return payload.size > 0;
     }
-    if (encoding == "H264")
+    switch (*codec)
     {
-        return h264Fits(payload);
+        case Codec::h264:
+            return h264Fits(payload);
+        case Codec::h265:
+            return h265Fits(payload);
+        case Codec::aac:
+            return aacFits(payload);
+        case Codec::pcmu:
+        case Codec::pcma:
+            return true;
     }
-    if (encoding == "H265")
-    {
-        return h265Fits(payload);
-    }
-    return encoding != "MPEG4-GENERIC" || aacFits(payload);
+    return true;
 }
 
 }  // namespace refhost

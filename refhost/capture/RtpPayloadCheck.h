@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
+#include <optional>
+
+#include "refhost/media/Codec.h"
 
 namespace refhost
 {
@@ -23,9 +25,8 @@ public:
     /// \returns false when the packet is malformed
     static bool find(const std::uint8_t* packet, std::size_t size, Payload& payload);
 
-    /// Whether a payload's inner lengths fit. Encodings that have none, or that are not known here, need a
-    /// byte. \param encoding  encoding name in capitals, such as "H264"
-    static bool isWellFormed(std::string_view encoding, const Payload& payload);
+    /// Whether a payload's inner lengths fit. Codecs that have none, and those not known here, need a byte.
+    static bool isWellFormed(const std::optional<Codec>& codec, const Payload& payload);
 };
 
 }  // namespace refhost

@@ -74,8 +74,8 @@ gboolean RtspSource::onSelectStream(GstElement*, guint, GstCaps* caps, gpointer 
     const auto* source = static_cast<RtspSource*>(self);
     const char* media = gst_structure_get_string(gst_caps_get_structure(caps, 0), "media");
     const std::string kind = media == nullptr ? "" : media;
-    return (kind == "video" && source->config_.videoCodec != "none") ||
-           (kind == "audio" && source->config_.audioCodec != "none");
+    return (kind == "video" && source->config_.videoCodec.has_value()) ||
+           (kind == "audio" && source->config_.audioCodec.has_value());
 }
 
 void RtspSource::onNewManager(GstElement*, GstElement* manager, gpointer self)
@@ -118,7 +118,7 @@ GstPadProbeReturn RtspSource::onPacket(GstPad*, GstPadProbeInfo* info, gpointer 
     }
     RtpPayloadCheck::Payload payload;
     const bool sound = RtpPayloadCheck::find(map.data, map.size, payload) &&
-                       RtpPayloadCheck::isWellFormed(track->encoding, payload);
+                       RtpPayloadCheck::isWellFormed(track->codec, payload);
     std::int64_t time = 0;
     if (sound)
     {
@@ -151,7 +151,7 @@ std::shared_ptr<SourceClock> RtspSource::addTrack(GstPad* pad)
     auto track = std::make_unique<Track>();
     track->source = this;
     track->clock = std::make_shared<SourceClock>(static_cast<std::uint32_t>(clockRate), video);
-    track->encoding = encoding == nullptr ? "" : encoding;
+    track->codec = encoding == nullptr ? std::nullopt : codecEncodedAs(encoding);
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &RtspSource::onPacket, track.get(), nullptr);
     const std::lock_guard<std::mutex> guard(mutex_);
     tracks_.push_back(std::move(track));
@@ -214,7 +214,7 @@ void RtspSource::addPad(GstPad* pad)
     DecodeStage* decoder = nullptr;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        decoders_.push_back(std::make_unique<DecodeStage>(pipeline_, std::move(events)));
+        decoders_.push_back(std::make_unique<DecodeStage>(pipeline_, config_, std::move(events)));
         decoder = decoders_.back().get();
         ++openParts_;
     }

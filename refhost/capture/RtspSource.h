@@ -44,7 +44,7 @@ private:
     {
         RtspSource* source;
         std::shared_ptr<SourceClock> clock;
-        std::string encoding;
+        std::optional<Codec> codec;
     };
 
     static void onNewManager(GstElement* client, GstElement* manager, gpointer self);

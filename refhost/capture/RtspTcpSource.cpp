@@ -292,7 +292,7 @@ void RtspTcpSource::addTrack(const GstSDPMedia& media, const std::string& base)
     const std::string kind = textOf(gst_sdp_media_get_media(&media));
     const bool video = kind == "video";
     const bool wanted =
-        video ? config_.videoCodec != "none" : kind == "audio" && config_.audioCodec != "none";
+        video ? config_.videoCodec.has_value() : kind == "audio" && config_.audioCodec.has_value();
     const bool known = std::any_of(tracks_.begin(), tracks_.end(),
                                    [video](const auto& track) { return track->video == video; });
     // A talk-back track of the camera's is described for sending to it.
@@ -313,8 +313,9 @@ void RtspTcpSource::addTrack(const GstSDPMedia& media, const std::string& base)
     GstStructure* const fields = gst_caps_get_structure(caps.get(), 0);
     gst_structure_set_name(fields, "application/x-rtp");
     gst_structure_get_int(fields, "clock-rate", &track->clockRate);
-    track->encoding = textOf(gst_structure_get_string(fields, "encoding-name"));
-    if (track->clockRate <= 0 || track->encoding.empty())
+    const std::string encoding = textOf(gst_structure_get_string(fields, "encoding-name"));
+    track->codec = codecEncodedAs(encoding);
+    if (track->clockRate <= 0 || encoding.empty())
     {
         return;
     }
@@ -390,7 +391,7 @@ bool RtspTcpSource::addEntry(Track& track, std::string& error)
         const std::lock_guard<std::mutex> guard(partsMutex_);
         ++openParts_;
     }
-    track.decoder = std::make_unique<DecodeStage>(pipeline_, std::move(events));
+    track.decoder = std::make_unique<DecodeStage>(pipeline_, config_, std::move(events));
     const GstObjectPtr<GstPad> pad(gst_element_get_static_pad(entry, "src"));
     if (!track.decoder->open(pad.get(), error))
     {
@@ -445,7 +446,7 @@ void RtspTcpSource::onMedia(Track& track, const std::uint8_t* data, std::size_t 
 {
     RtpPayloadCheck::Payload payload;
     if (track.entry == nullptr || !RtpPayloadCheck::find(data, size, payload) ||
-        (data[1] & 0x7f) != track.payloadType || !RtpPayloadCheck::isWellFormed(track.encoding, payload) ||
+        (data[1] & 0x7f) != track.payloadType || !RtpPayloadCheck::isWellFormed(track.codec, payload) ||
         gst_app_src_get_current_level_bytes(track.entry) > maxQueuedBytes)
     {
         return;

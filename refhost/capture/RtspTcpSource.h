@@ -38,7 +38,7 @@ private:
     {
         bool video = false;
         std::string control;  ///< absolute URL
-        std::string encoding;
+        std::optional<Codec> codec;
         int payloadType = 0;
         int clockRate = 0;
         int channel = 0;  ///< of RTP; RTCP has the next

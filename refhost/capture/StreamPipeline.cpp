@@ -4,6 +4,7 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/capture/EncoderLine.h"
+#include "refhost/media/GstCodec.h"
 #include "refhost/media/TrackDescription.h"
 
 namespace refhost
@@ -106,31 +107,31 @@ bool StreamPipeline::describe(bool partial, std::vector<SubMediaInfo>& tracks) c
     return true;
 }
 
-void StreamPipeline::addCoded(GstPad* pad, MediaCoding coding)
+void StreamPipeline::addCoded(GstPad* pad, Codec coding)
 {
-    addTrack(pad, coding, parserLine(coding), true, nullptr);
+    addTrack(pad, coding, GstCodec::parserLine(coding), true, nullptr);
 }
 
 void StreamPipeline::addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock)
 {
-    if (const std::optional<MediaCoding> coding = codingOf(caps))
+    if (const std::optional<Codec> coding = GstCodec::of(caps))
     {
-        const bool wanted = (isVideo(*coding) ? config_.videoCodec : config_.audioCodec) != "none";
-        return wanted ? addTrack(pad, *coding, parserLine(*coding), false, std::move(clock)) : dropPad(pad);
+        const bool wanted = (isVideo(*coding) ? config_.videoCodec : config_.audioCodec).has_value();
+        return wanted ? addTrack(pad, *coding, GstCodec::parserLine(*coding), false, std::move(clock))
+                      : dropPad(pad);
     }
     const std::string name = caps == nullptr || gst_caps_get_size(caps) == 0
                                  ? std::string()
                                  : gst_structure_get_name(gst_caps_get_structure(caps, 0));
     const bool video = name == "video/x-raw";
-    const std::optional<MediaCoding> coding =
-        video || name == "audio/x-raw" ? codingNamed(video ? config_.videoCodec : config_.audioCodec)
-                                       : std::nullopt;
+    const std::optional<Codec> coding =
+        video || name == "audio/x-raw" ? (video ? config_.videoCodec : config_.audioCodec) : std::nullopt;
     if (!coding)
     {
         return dropPad(pad);
     }
     const std::string encoder = video ? videoEncoderLine(*coding, config_, caps) : audioEncoderLine(*coding);
-    addTrack(pad, *coding, encoder + " ! " + parserLine(*coding), true, std::move(clock));
+    addTrack(pad, *coding, encoder + " ! " + GstCodec::parserLine(*coding), true, std::move(clock));
 }
 
 void StreamPipeline::padsComplete()
@@ -195,7 +196,7 @@ GstBusSyncReply StreamPipeline::onMessage(GstBus*, GstMessage* message, gpointer
     return GST_BUS_DROP;
 }
 
-void StreamPipeline::addTrack(GstPad* pad, MediaCoding coding, const std::string& line, bool encoded,
+void StreamPipeline::addTrack(GstPad* pad, Codec coding, const std::string& line, bool encoded,
                               std::shared_ptr<const SourceClock> clock)
 {
     const std::string trackId = trackIdOf(coding);
@@ -236,8 +237,7 @@ void StreamPipeline::dropPad(GstPad* pad)
     gst_pad_link(pad, entry.get());
 }
 
-void StreamPipeline::onTrackCaps(MediaCoding coding, bool encoded, const GstCaps* rtpCaps,
-                                 const GstCaps* mediaCaps)
+void StreamPipeline::onTrackCaps(Codec coding, bool encoded, const GstCaps* rtpCaps, const GstCaps* mediaCaps)
 {
     SubMediaInfo info;
     if (!describeTrack(rtpCaps, mediaCaps, trackIdOf(coding), info))

@@ -24,13 +24,11 @@ SyntheticSource::SyntheticSource(const StreamConfig& config, const std::string& 
 
 bool SyntheticSource::build(GstBin* pipeline, std::string& error)
 {
-    const std::optional<MediaCoding> video = codingNamed(config_.videoCodec);
-    const std::optional<MediaCoding> audio = codingNamed(config_.audioCodec);
-    if (video && !addVideo(pipeline, *video, error))
+    if (config_.videoCodec && !addVideo(pipeline, *config_.videoCodec, error))
     {
         return false;
     }
-    if (audio && !addAudio(pipeline, *audio, error))
+    if (config_.audioCodec && !addAudio(pipeline, *config_.audioCodec, error))
     {
         return false;
     }
@@ -38,7 +36,7 @@ bool SyntheticSource::build(GstBin* pipeline, std::string& error)
     return true;
 }
 
-bool SyntheticSource::addVideo(GstBin* pipeline, MediaCoding coding, std::string& error)
+bool SyntheticSource::addVideo(GstBin* pipeline, Codec coding, std::string& error)
 {
     std::string clock;
     if (haveElement("clockoverlay"))
@@ -58,7 +56,7 @@ bool SyntheticSource::addVideo(GstBin* pipeline, MediaCoding coding, std::string
     return addLine(pipeline, line, coding, error);
 }
 
-bool SyntheticSource::addAudio(GstBin* pipeline, MediaCoding coding, std::string& error)
+bool SyntheticSource::addAudio(GstBin* pipeline, Codec coding, std::string& error)
 {
     const std::string line = fmt::format(
         "audiotestsrc is-live=true wave=sine freq=440 volume=0.1 samplesperbuffer=160 ! "
@@ -67,8 +65,7 @@ bool SyntheticSource::addAudio(GstBin* pipeline, MediaCoding coding, std::string
     return addLine(pipeline, line, coding, error);
 }
 
-bool SyntheticSource::addLine(GstBin* pipeline, const std::string& line, MediaCoding coding,
-                              std::string& error)
+bool SyntheticSource::addLine(GstBin* pipeline, const std::string& line, Codec coding, std::string& error)
 {
     GstElement* bin = makeBin(line, error);
     if (bin == nullptr)

@@ -58,6 +58,19 @@ bool SourceConfig::operator==(const SourceConfig& other) const
     return kind == other.kind && location == other.location;
 }
 
+std::vector<Codec> StreamConfig::codecs() const
+{
+    std::vector<Codec> all;
+    for (const std::optional<Codec>& codec : {videoCodec, audioCodec})
+    {
+        if (codec)
+        {
+            all.push_back(*codec);
+        }
+    }
+    return all;
+}
+
 bool StreamConfig::operator==(const StreamConfig& other) const
 {
     return members(*this) == members(other);
@@ -133,7 +146,7 @@ std::string ServerConfig::streamName(int cameraId, int streamId) const
 bool ServerConfig::offersTalkBack() const
 {
     return std::any_of(cameras.begin(), cameras.end(),
-                       [](const CameraConfig& camera) { return camera.talkBack != "none"; });
+                       [](const CameraConfig& camera) { return camera.talkBack.has_value(); });
 }
 
 std::vector<std::string> ServerConfig::warnings() const

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "refhost/media/Codec.h"
 
 namespace refhost
 {
@@ -30,16 +33,19 @@ struct StreamConfig
 {
     int id = 0;
     SourceConfig source;
-    int width = 1280;                 ///< pixels
-    int height = 720;                 ///< pixels
-    int frameRate = 25;               ///< pictures a second
-    int bitRate = 2000;               ///< kbit/s
-    int gop = 25;                     ///< pictures from key picture to key picture
-    std::string videoCodec = "h264";  ///< "h264", "h265" or "none"
-    std::string audioCodec = "pcmu";  ///< "pcmu", "pcma", "aac" or "none"
-    std::string multicast;            ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool
+    int width = 1280;                               ///< pixels
+    int height = 720;                               ///< pixels
+    int frameRate = 25;                             ///< pictures a second
+    int bitRate = 2000;                             ///< kbit/s
+    int gop = 25;                                   ///< pictures from key picture to key picture
+    std::optional<Codec> videoCodec = Codec::h264;  ///< nothing: no video
+    std::optional<Codec> audioCodec = Codec::pcmu;  ///< nothing: no audio
+    std::string multicast;  ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool
     bool record = false;
     std::string start = "default";  ///< how viewers start: "burst", "paced", "key-frame" or the server's way
+
+    /// Those of video and audio that there are.
+    std::vector<Codec> codecs() const;
 
     bool operator==(const StreamConfig& other) const;
 };
@@ -49,7 +55,7 @@ struct CameraConfig
     int id = 1;
     std::string name;
     std::vector<StreamConfig> streams;
-    std::string talkBack = "none";  ///< codec of clients that talk: "pcmu", "pcma", "aac" or "none"
+    std::optional<Codec> talkBack{};  ///< codec of clients that talk; nothing: no talk-back
 
     bool operator==(const CameraConfig& other) const;
 

@@ -300,8 +300,9 @@ const std::vector<ConfigKey<CameraConfig>>& cameraKeys()
             "talk-back",
             "Codec in which clients may send sound to the device through this camera's streams; \"none\" "
             "offers no talk-back.",
-            [](const Camera& c) { return c.talkBack; },
-            [](Camera& c, const std::string& codec) { c.talkBack = codec; }, {"pcmu", "pcma", "aac", "none"}),
+            [](const Camera& c) { return std::string(nameOf(c.talkBack)); },
+            [](Camera& c, const std::string& name) { c.talkBack = codecNamed(name); },
+            codecChoices(MediaKind::audio, true)),
     };
     return keys;
 }
@@ -326,8 +327,10 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             "\"synthetic\".",
             [](Stream& s) -> std::string& { return s.source.location; }, TextKind::location),
         choice<Stream>(
-            "video", "Codec of the pictures.", [](const Stream& s) { return s.videoCodec; },
-            [](Stream& s, const std::string& codec) { s.videoCodec = codec; }, {"h264", "h265", "none"}),
+            "video", "Codec of the pictures.",
+            [](const Stream& s) { return std::string(nameOf(s.videoCodec)); },
+            [](Stream& s, const std::string& name) { s.videoCodec = codecNamed(name); },
+            codecChoices(MediaKind::video)),
         number<Stream>(
             "width", "Width of the picture in pixels, even, where the server encodes.",
             [](Stream& s) -> int& { return s.width; }, 16, 8192, 2),
@@ -344,9 +347,9 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             "gop", "Pictures from one key picture to the next, where the server encodes.",
             [](Stream& s) -> int& { return s.gop; }, 1, 1000),
         choice<Stream>(
-            "audio", "Codec of the sound.", [](const Stream& s) { return s.audioCodec; },
-            [](Stream& s, const std::string& codec) { s.audioCodec = codec; },
-            {"pcmu", "pcma", "aac", "none"}),
+            "audio", "Codec of the sound.", [](const Stream& s) { return std::string(nameOf(s.audioCodec)); },
+            [](Stream& s, const std::string& name) { s.audioCodec = codecNamed(name); },
+            codecChoices(MediaKind::audio)),
         text<Stream>(
             "multicast",
             "Multicast group that is this stream's alone, as \"239.1.2.3:5004\" with an even port; empty "

@@ -275,7 +275,7 @@ private:
             report(place(table, "id"), "stream " + std::to_string(stream.id) +
                                            " stands twice in its camera: give each an id of its own");
         }
-        if (stream.videoCodec == "none" && stream.audioCodec == "none")
+        if (!stream.videoCodec && !stream.audioCodec)
         {
             report(place(table, "audio"), "a stream without video and without audio has nothing to send");
         }

@@ -1,6 +1,6 @@
 #include "hostapi/description/ThirdPlatMgr.h"
 
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 
 namespace
 {
@@ -13,7 +13,7 @@ enum ElementaryStreamType
 
 }  // namespace
 
-// Track ids follow the kind of media alone, so that any coding of the kind stands for it.
+// Track ids follow the kind of media alone.
 std::string ThirdPlatMgr::getTrackIDByESStreamType(int, int esStreamType, bool backChannel, int)
 {
     if (backChannel)
@@ -23,9 +23,9 @@ std::string ThirdPlatMgr::getTrackIDByESStreamType(int, int esStreamType, bool b
     switch (esStreamType)
     {
         case videoStream:
-            return refhost::trackIdOf(refhost::MediaCoding::h264);
+            return refhost::trackIdOf(refhost::MediaKind::video);
         case audioStream:
-            return refhost::trackIdOf(refhost::MediaCoding::pcmu);
+            return refhost::trackIdOf(refhost::MediaKind::audio);
         default:
             return std::string();
     }

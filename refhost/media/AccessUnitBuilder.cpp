@@ -54,8 +54,8 @@ void forEachAggregated(const std::uint8_t* at, const std::uint8_t* end, Use use)
 
 }  // namespace
 
-AccessUnitBuilder::AccessUnitBuilder(Coding coding, Deliver deliver)
-    : coding_(coding), deliver_(std::move(deliver))
+AccessUnitBuilder::AccessUnitBuilder(Codec codec, Deliver deliver)
+    : info_(infoOf(codec)), deliver_(std::move(deliver))
 {
 }
 
@@ -82,7 +82,7 @@ bool AccessUnitBuilder::add(const std::uint8_t* packet, std::size_t size, std::i
         unit_->append(packet, size);
         look(packet + AccessUnit::rtpHeaderSize, size - AccessUnit::rtpHeaderSize);
     }
-    if ((packet[1] & markerBit) != 0 || coding_ == Coding::plainAudio)
+    if ((packet[1] & markerBit) != 0 || info_.unitEnd == CodecInfo::UnitEnd::packet)
     {
         finish();
     }
@@ -105,8 +105,7 @@ void AccessUnitBuilder::finish()
                      maxUnitBytes);
         return reset();
     }
-    const bool video = coding_ == Coding::h264 || coding_ == Coding::h265;
-    unit_->keyFrame = !video || (hasParameterSet_ && hasKeyPicture_);
+    unit_->keyFrame = info_.keyFrames == CodecInfo::KeyFrames::all || (hasParameterSet_ && hasKeyPicture_);
     const AccessUnitPtr whole = std::move(unit_);
     reset();
     deliver_(whole);
@@ -114,13 +113,14 @@ void AccessUnitBuilder::finish()
 
 void AccessUnitBuilder::look(const std::uint8_t* payload, std::size_t size)
 {
-    if (coding_ == Coding::h264)
+    switch (info_.keyFrames)
     {
-        lookH264(payload, size);
-    }
-    else if (coding_ == Coding::h265)
-    {
-        lookH265(payload, size);
+        case CodecInfo::KeyFrames::all:
+            break;
+        case CodecInfo::KeyFrames::h264:
+            return lookH264(payload, size);
+        case CodecInfo::KeyFrames::h265:
+            return lookH265(payload, size);
     }
 }
 

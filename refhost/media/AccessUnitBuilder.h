@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "refhost/media/AccessUnit.h"
+#include "refhost/media/Codec.h"
 
 namespace refhost
 {
@@ -17,22 +18,16 @@ namespace refhost
 class AccessUnitBuilder
 {
 public:
-    enum class Coding
-    {
-        h264,         ///< RFC 6184; a unit with a parameter set and an IDR picture is a key unit
-        h265,         ///< RFC 7798; a unit with a parameter set and a random access picture is a key unit
-        framedAudio,  ///< RFC 3640: the marker ends a unit
-        plainAudio    ///< RFC 3551: a packet is a unit
-    };
-
     /// Larger units are left out: no camera makes them, and one that lies must not fill the memory. Bytes of
     /// packets.
     static constexpr std::size_t maxUnitBytes = 16U << 20U;
 
     using Deliver = std::function<void(AccessUnitPtr)>;
 
+    /// \param codec    whose table entry says what ends a unit; a unit of H.264 or H.265 with a parameter set
+    ///                 and a frame that decoders can start with is a key unit
     /// \param deliver  called by add() with each unit that became whole
-    AccessUnitBuilder(Coding coding, Deliver deliver);
+    AccessUnitBuilder(Codec codec, Deliver deliver);
 
     /// Takes the next packet. A packet whose RTP header (RFC 3550, section 5.1) is anything but twelve bytes
     /// of version 2 without padding, extension and contributing sources is not taken, because senders rewrite
@@ -50,7 +45,7 @@ private:
     void lookH264(const std::uint8_t* payload, std::size_t size);
     void lookH265(const std::uint8_t* payload, std::size_t size);
 
-    Coding coding_;
+    const CodecInfo& info_;
     Deliver deliver_;
     std::shared_ptr<AccessUnit> unit_;
     bool dropping_ = false;  // unit_ is too large: what comes of it is left out

@@ -4,15 +4,15 @@
 #include <memory>
 #include <vector>
 
+#include "refhost/media/Codec.h"
+
 namespace refhost
 {
-
-enum class MediaCoding;
 
 /// What a decoder or a file must know of a track before its first unit.
 struct MediaFormat
 {
-    MediaCoding coding{};
+    Codec coding{};
     /// H.264 and H.265: the decoder configuration record (avcC, hvcC) that goes with length-prefixed NAL
     /// units; AAC: the AudioSpecificConfig; otherwise empty.
     std::vector<std::uint8_t> codecData;

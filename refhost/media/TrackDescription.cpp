@@ -1,39 +1,13 @@
 #include "refhost/media/TrackDescription.h"
 
 #include <tuple>
-#include <vector>
+
+#include "refhost/media/Codec.h"
 
 namespace refhost
 {
 namespace
 {
-
-struct Parameter
-{
-    const char* field;
-    bool required;
-};
-
-/// The fields of the caps that make up the format parameters of a coding, in the order in which they are
-/// told.
-std::vector<Parameter> parametersOf(const std::string& encodingName)
-{
-    if (encodingName == "H264")
-    {
-        return {{"packetization-mode", true}, {"profile-level-id", true}, {"sprop-parameter-sets", true}};
-    }
-    if (encodingName == "H265")
-    {
-        return {{"sprop-vps", true}, {"sprop-sps", true}, {"sprop-pps", true}};
-    }
-    if (encodingName == "MPEG4-GENERIC")
-    {
-        return {{"streamtype", false},     {"profile-level-id", true}, {"mode", true},
-                {"config", true},          {"sizelength", true},       {"indexlength", true},
-                {"indexdeltalength", true}};
-    }
-    return {};
-}
 
 std::string textOf(const GstStructure* fields, const char* name)
 {
@@ -48,11 +22,11 @@ int numberOf(const GstStructure* fields, const char* name)
     return number;
 }
 
-bool addFormatParameters(const GstStructure* fields, SubMediaInfo& track)
+bool addFormatParameters(const GstStructure* fields, const CodecInfo& info, SubMediaInfo& track)
 {
-    for (const Parameter& parameter : parametersOf(track.encodingName))
+    for (const CodecInfo::FormatParameter& parameter : info.formatParameters)
     {
-        const std::string value = textOf(fields, parameter.field);
+        const std::string value = textOf(fields, parameter.name);
         if (value.empty())
         {
             if (parameter.required)
@@ -65,7 +39,7 @@ bool addFormatParameters(const GstStructure* fields, SubMediaInfo& track)
         {
             track.formatParameters += ';';
         }
-        track.formatParameters += std::string(parameter.field) + '=' + value;
+        track.formatParameters += std::string(parameter.name) + '=' + value;
     }
     return true;
 }
@@ -98,17 +72,20 @@ bool describeTrack(const GstCaps* rtpCaps, const GstCaps* mediaCaps, const std::
         return false;
     }
     const GstStructure* fields = gst_caps_get_structure(rtpCaps, 0);
-    SubMediaInfo track;
-    track.trackId = trackId;
-    track.mediaType = textOf(fields, "media");
-    track.encodingName = textOf(fields, "encoding-name");
-    track.payloadType = numberOf(fields, "payload");
-    track.clockRate = numberOf(fields, "clock-rate");
-    if (track.mediaType.empty() || track.encodingName.empty() || track.clockRate <= 0)
+    const std::optional<Codec> codec = codecEncodedAs(textOf(fields, "encoding-name"));
+    if (!codec)
     {
         return false;
     }
-    if (!addFormatParameters(fields, track))
+    const CodecInfo& info = infoOf(*codec);
+    SubMediaInfo track;
+    track.trackId = trackId;
+    track.mediaType = textOf(fields, "media");
+    track.encodingName = info.encodingName;
+    track.bitRate = info.bitRate;
+    track.payloadType = numberOf(fields, "payload");
+    track.clockRate = numberOf(fields, "clock-rate");
+    if (track.mediaType.empty() || track.clockRate <= 0 || !addFormatParameters(fields, info, track))
     {
         return false;
     }
@@ -116,14 +93,11 @@ bool describeTrack(const GstCaps* rtpCaps, const GstCaps* mediaCaps, const std::
     {
         track.channels = 1;
     }
-    if (track.encodingName == "PCMU" || track.encodingName == "PCMA")
-    {
-        track.bitRate = 64;
-    }
     if (mediaCaps != nullptr && gst_caps_get_size(mediaCaps) > 0)
     {
         addMedia(gst_caps_get_structure(mediaCaps, 0), track);
     }
+    track.channels = info.channels > 0 ? info.channels : track.channels;
     out = track;
     return true;
 }

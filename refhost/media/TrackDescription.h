@@ -11,13 +11,14 @@ namespace refhost
 
 /// Fills a track's description from what the stream really is.
 ///
-/// Format parameters are those of RFC 6184, section 8.1 (H.264), RFC 7798, section 7.1 (H.265) and RFC 3640,
-/// section 4.1 (AAC); PCMU and PCMA have none.
+/// Format parameters are those that the codec table names, with the values of the payloader.
 /// \param rtpCaps    what the payloader makes ("application/x-rtp")
 /// \param mediaCaps  what goes into the payloader; null when unknown: size and rate stay 0 then
 /// \param trackId    what the track is called
-/// \param[out] out   filled on success, otherwise left as it was; `bitRate` is 0 except where the coding
-/// fixes it \returns false when the caps do not hold all that a player needs, such as the parameter sets
+/// \param[out] out   filled on success, otherwise left as it was; `bitRate` is 0 except where the codec
+/// fixes it
+/// \returns false when the caps do not hold all that a player needs, such as the parameter sets,
+/// and for codecs that the table does not know
 bool describeTrack(const GstCaps* rtpCaps, const GstCaps* mediaCaps, const std::string& trackId,
                    SubMediaInfo& out);
 

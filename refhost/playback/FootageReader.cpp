@@ -199,7 +199,7 @@ bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fro
 
 bool FootageReader::fits(const SegmentFile& file) const
 {
-    const auto has = [](const SegmentFile::Track* track, const std::optional<MediaCoding>& coding)
+    const auto has = [](const SegmentFile::Track* track, const std::optional<Codec>& coding)
     { return coding && track != nullptr && track->coding == *coding; };
     const bool video = has(file.video(), request_.video);
     const bool sound = has(file.sound(), request_.sound);
@@ -285,7 +285,7 @@ bool FootageReader::keepsDistance(const CodedUnit& unit)
 
 bool FootageReader::wants(const CodedUnit& unit) const
 {
-    const std::optional<MediaCoding>& coding = unit.video ? request_.video : request_.sound;
+    const std::optional<Codec>& coding = unit.video ? request_.video : request_.sound;
     return coding && track(unit.video).coding == *coding;
 }
 

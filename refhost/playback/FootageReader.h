@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "refhost/base/HostClock.h"
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 #include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/playback/UnitReader.h"
@@ -29,9 +29,9 @@ public:
         std::int64_t fromNs = 0;  ///< begins at the last key picture at or before it, or at what comes next
         std::int64_t endNs = 0;   ///< nothing of a segment that begins here or later
         bool keyPicturesOnly = false;
-        std::int64_t keyDistanceNs = 0;    ///< how far these are apart at least
-        std::optional<MediaCoding> video;  ///< wanted in this coding
-        std::optional<MediaCoding> sound;
+        std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least
+        std::optional<Codec> video;      ///< wanted in this coding
+        std::optional<Codec> sound;
     };
 
     /// Wall clock of the first unit that a reader of this request reads; nothing where it reads none.

@@ -2,15 +2,16 @@
 
 #include <utility>
 
+#include "refhost/media/GstCodec.h"
 #include "refhost/media/TrackDescription.h"
 
 namespace refhost
 {
 
-Packetiser::Packetiser(MediaCoding coding, int payloadSize)
+Packetiser::Packetiser(Codec coding, int payloadSize)
     : coding_(coding),
       payloadSize_(payloadSize),
-      builder_(unitCoding(coding),
+      builder_(coding,
                [this](const AccessUnitPtr& unit)
                {
                    if (made_ != nullptr)
@@ -36,7 +37,7 @@ void Packetiser::close()
     }
 }
 
-std::unique_ptr<Packetiser> Packetiser::make(MediaCoding coding, int payloadSize, std::string& error)
+std::unique_ptr<Packetiser> Packetiser::make(Codec coding, int payloadSize, std::string& error)
 {
     std::unique_ptr<Packetiser> made(new Packetiser(coding, payloadSize));
     return made->open(error) ? std::move(made) : nullptr;
@@ -45,7 +46,8 @@ std::unique_ptr<Packetiser> Packetiser::make(MediaCoding coding, int payloadSize
 bool Packetiser::open(std::string& error)
 {
     GError* problem = nullptr;
-    const std::string line = parserLine(coding_) + " ! " + payloaderLine(coding_) + " name=payloader";
+    const std::string line =
+        GstCodec::parserLine(coding_) + " ! " + GstCodec::payloaderLine(coding_) + " name=payloader";
     GstElement* chain = gst_parse_bin_from_description_full(line.c_str(), TRUE, nullptr,
                                                             GST_PARSE_FLAG_FATAL_ERRORS, &problem);
     if (chain == nullptr)

@@ -8,8 +8,8 @@
 
 #include "hostapi/description/SubMediaInfo.h"
 #include "refhost/media/AccessUnitBuilder.h"
+#include "refhost/media/Codec.h"
 #include "refhost/media/GstHandles.h"
-#include "refhost/media/MediaCoding.h"
 
 namespace refhost
 {
@@ -23,12 +23,12 @@ class Packetiser
 public:
     /// \param payloadSize  most bytes of RTP payload in a packet
     /// \returns null with `error` set when GStreamer lacks an element
-    static std::unique_ptr<Packetiser> make(MediaCoding coding, int payloadSize, std::string& error);
+    static std::unique_ptr<Packetiser> make(Codec coding, int payloadSize, std::string& error);
     ~Packetiser();
     Packetiser(const Packetiser&) = delete;
     Packetiser& operator=(const Packetiser&) = delete;
 
-    MediaCoding coding() const
+    Codec coding() const
     {
         return coding_;
     }
@@ -52,7 +52,7 @@ public:
     bool describe(SubMediaInfo& out) const;
 
 private:
-    Packetiser(MediaCoding coding, int payloadSize);
+    Packetiser(Codec coding, int payloadSize);
     bool open(std::string& error);
     void close();
     bool reopen();
@@ -62,7 +62,7 @@ private:
     static gboolean onEvent(GstPad* pad, GstObject* parent, GstEvent* event);
     void take(GstBuffer* packet);
 
-    const MediaCoding coding_;
+    const Codec coding_;
     const int payloadSize_;
     AccessUnitBuilder builder_;
     GstObjectPtr<GstElement> chain_;      // parser and payloader

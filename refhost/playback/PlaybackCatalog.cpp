@@ -5,7 +5,7 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/HostStatus.h"
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 #include "refhost/playback/FootageReader.h"
 
 namespace refhost
@@ -27,7 +27,7 @@ std::optional<std::int64_t> startOf(const std::shared_ptr<const FootageDirectory
     request.endNs = endNs;
     for (const SubMediaInfo& track : tracks)
     {
-        (track.mediaType == "video" ? request.video : request.sound) = codingEncodedAs(track.encodingName);
+        (track.mediaType == "video" ? request.video : request.sound) = codecEncodedAs(track.encodingName);
     }
     return FootageReader::startOf(directory, clock, request);
 }

@@ -26,23 +26,28 @@ std::size_t indexOf(bool video)
     return video ? 0 : 1;
 }
 
-std::optional<MediaCoding> codingOfTrack(const PlaybackSource::Track& track)
+std::optional<Codec> codingOfTrack(const PlaybackSource::Track& track)
 {
-    return track.payloadSize > 0 ? codingEncodedAs(track.encodingName) : std::nullopt;
+    return track.payloadSize > 0 ? codecEncodedAs(track.encodingName) : std::nullopt;
 }
 
-/// How long a block of sound lasts; 0 when only the file knows.
-std::int64_t soundLength(MediaCoding coding, const AccessUnit& unit, const GstCaps* caps)
+/// How long a block of audio lasts; 0 when only the file knows.
+std::int64_t soundLength(Codec codec, const AccessUnit& unit, const GstCaps* caps)
 {
-    constexpr std::int64_t telephoneRate = 8000;
-    constexpr std::int64_t aacSamples = 1024;
-    if (coding != MediaCoding::aac)
+    const CodecInfo& info = infoOf(codec);
+    const GstStructure* const fields = gst_caps_get_structure(caps, 0);
+    int rate = info.clockRate;
+    int channels = 1;
+    if (rate == 0)
     {
-        return unit.payloadBytes * second / telephoneRate;
+        gst_structure_get_int(fields, "rate", &rate);
     }
-    int rate = 0;
-    gst_structure_get_int(gst_caps_get_structure(caps, 0), "rate", &rate);
-    return rate > 0 ? aacSamples * second / rate : 0;
+    gst_structure_get_int(fields, "channels", &channels);
+    const std::size_t header = unit.headerSize(0);
+    const AccessUnit::Packet& packet = unit.packets.front();
+    const std::int64_t samples = info.samplesIn(unit.bytes.data() + packet.offset + header,
+                                                packet.size - header, std::max(channels, 1));
+    return rate > 0 ? samples * second / rate : 0;
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <memory>
 #include <optional>
 
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 #include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/playback/UnitReader.h"
@@ -27,7 +27,7 @@ public:
         std::int64_t fromNs = 0;         ///< the first key frame is the last one at or before it
         std::int64_t endNs = 0;          ///< the last one is at or after it
         std::int64_t keyDistanceNs = 0;  ///< how far they are apart at least
-        MediaCoding video = MediaCoding::h264;
+        Codec video = Codec::h264;
     };
 
     ReverseReader(std::shared_ptr<const FootageDirectory> directory, const Request& request);

@@ -1,6 +1,7 @@
 #include "refhost/playback/SegmentCaps.h"
 
 #include <memory>
+#include <utility>
 
 extern "C"
 {
@@ -13,20 +14,9 @@ namespace refhost
 namespace
 {
 
-GstValuePtr<GstCaps> withCodecData(GstCaps* caps, const AVCodecParameters& parameters)
-{
-    GstBuffer* data =
-        gst_buffer_new_memdup(parameters.extradata, static_cast<gsize>(parameters.extradata_size));
-    gst_caps_set_simple(caps, "codec_data", GST_TYPE_BUFFER, data, nullptr);
-    gst_buffer_unref(data);
-    return GstValuePtr<GstCaps>(caps);
-}
-
-GstValuePtr<GstCaps> videoCaps(const char* name, const char* format, const AVStream& stream)
+void addVideo(const AVStream& stream, GstCaps* caps)
 {
     const AVCodecParameters& parameters = *stream.codecpar;
-    GstCaps* caps = gst_caps_new_simple(name, "stream-format", G_TYPE_STRING, format, "alignment",
-                                        G_TYPE_STRING, "au", nullptr);
     if (parameters.width > 0 && parameters.height > 0)
     {
         gst_caps_set_simple(caps, "width", G_TYPE_INT, parameters.width, "height", G_TYPE_INT,
@@ -37,19 +27,20 @@ GstValuePtr<GstCaps> videoCaps(const char* name, const char* format, const AVStr
     {
         gst_caps_set_simple(caps, "framerate", GST_TYPE_FRACTION, rate.num, rate.den, nullptr);
     }
-    return withCodecData(caps, parameters);
 }
 
-GstCaps* soundCaps(const char* name, const AVCodecParameters& parameters)
+void addAudio(const AVCodecParameters& parameters, GstCaps* caps)
 {
-    return gst_caps_new_simple(name, "rate", G_TYPE_INT, parameters.sample_rate, "channels", G_TYPE_INT,
-                               parameters.ch_layout.nb_channels, nullptr);
+    gst_caps_set_simple(caps, "rate", G_TYPE_INT, parameters.sample_rate, "channels", G_TYPE_INT,
+                        parameters.ch_layout.nb_channels, nullptr);
 }
 
-/// RTP has a payload type of its own for these at this rate alone (RFC 3551, section 4.5.14).
-bool isTelephone(const AVCodecParameters& parameters)
+void addCodecData(const AVCodecParameters& parameters, GstCaps* caps)
 {
-    return parameters.sample_rate == 8000 && parameters.ch_layout.nb_channels == 1;
+    GstBuffer* data =
+        gst_buffer_new_memdup(parameters.extradata, static_cast<gsize>(parameters.extradata_size));
+    gst_caps_set_simple(caps, "codec_data", GST_TYPE_BUFFER, data, nullptr);
+    gst_buffer_unref(data);
 }
 
 }  // namespace
@@ -57,43 +48,31 @@ bool isTelephone(const AVCodecParameters& parameters)
 std::optional<SegmentCaps> segmentCaps(const AVStream& stream)
 {
     const AVCodecParameters& parameters = *stream.codecpar;
-    const bool described = parameters.extradata_size > 0;
-    switch (parameters.codec_id)
+    const std::optional<Codec> codec = codecInLibav(avcodec_get_name(parameters.codec_id));
+    if (!codec || (infoOf(*codec).needsCodecData && parameters.extradata_size <= 0))
     {
-        case AV_CODEC_ID_H264:
-            return described ? std::optional<SegmentCaps>(
-                                   {MediaCoding::h264, videoCaps("video/x-h264", "avc", stream)})
-                             : std::nullopt;
-        case AV_CODEC_ID_HEVC:
-            return described ? std::optional<SegmentCaps>(
-                                   {MediaCoding::h265, videoCaps("video/x-h265", "hvc1", stream)})
-                             : std::nullopt;
-        case AV_CODEC_ID_AAC:
-        {
-            if (!described)
-            {
-                return std::nullopt;
-            }
-            GstCaps* caps = soundCaps("audio/mpeg", parameters);
-            gst_caps_set_simple(caps, "mpegversion", G_TYPE_INT, 4, "stream-format", G_TYPE_STRING, "raw",
-                                nullptr);
-            return SegmentCaps{MediaCoding::aac, withCodecData(caps, parameters)};
-        }
-        case AV_CODEC_ID_PCM_MULAW:
-        case AV_CODEC_ID_PCM_ALAW:
-        {
-            if (!isTelephone(parameters))
-            {
-                return std::nullopt;
-            }
-            const bool mu = parameters.codec_id == AV_CODEC_ID_PCM_MULAW;
-            return SegmentCaps{
-                mu ? MediaCoding::pcmu : MediaCoding::pcma,
-                GstValuePtr<GstCaps>(soundCaps(mu ? "audio/x-mulaw" : "audio/x-alaw", parameters))};
-        }
-        default:
-            return std::nullopt;
+        return std::nullopt;
     }
+    const CodecInfo& info = infoOf(*codec);
+    GstValuePtr<GstCaps> caps(gst_caps_from_string(info.caps));
+    switch (info.kind)
+    {
+        case MediaKind::video:
+            addVideo(stream, caps.get());
+            break;
+        case MediaKind::audio:
+            addAudio(parameters, caps.get());
+            break;
+    }
+    if (info.needsCodecData)
+    {
+        addCodecData(parameters, caps.get());
+    }
+    // Not every rate of audio can be sent.
+    const GstValuePtr<GstCaps> accepted(gst_caps_from_string(info.acceptedCaps));
+    return gst_caps_can_intersect(caps.get(), accepted.get())
+               ? std::optional<SegmentCaps>({*codec, std::move(caps)})
+               : std::nullopt;
 }
 
 bool isDecodable(const AVStream& stream)

@@ -4,8 +4,8 @@
 
 #include <optional>
 
+#include "refhost/media/Codec.h"
 #include "refhost/media/GstHandles.h"
-#include "refhost/media/MediaCoding.h"
 
 struct AVStream;
 
@@ -15,7 +15,7 @@ namespace refhost
 /// What a track of a file holds, in GStreamer's words.
 struct SegmentCaps
 {
-    MediaCoding coding;
+    Codec coding;
     GstValuePtr<GstCaps> caps;
 };
 

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "refhost/media/Codec.h"
 #include "refhost/media/GstHandles.h"
-#include "refhost/media/MediaCoding.h"
 
 struct AVFormatContext;
 struct AVPacket;
@@ -35,7 +35,7 @@ class SegmentFile
 public:
     struct Track
     {
-        MediaCoding coding;
+        Codec coding;
         GstValuePtr<GstCaps> caps;  ///< what the units are
     };
 

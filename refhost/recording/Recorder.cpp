@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/SegmentMeasure.h"
 #include "refhost/recording/SegmentPath.h"

@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 
 namespace refhost
 {

@@ -10,7 +10,7 @@
 #include <ctime>
 #include <utility>
 
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 
 extern "C"
 {
@@ -29,22 +29,10 @@ constexpr std::int64_t millisecond = 1000000;
 constexpr int maxAttempts = 16;
 constexpr std::int64_t firstDecodeMs = -(std::int64_t{1} << 48);
 
-AVCodecID codecOf(MediaCoding coding)
+AVCodecID libavCodec(Codec codec)
 {
-    switch (coding)
-    {
-        case MediaCoding::h264:
-            return AV_CODEC_ID_H264;
-        case MediaCoding::h265:
-            return AV_CODEC_ID_HEVC;
-        case MediaCoding::aac:
-            return AV_CODEC_ID_AAC;
-        case MediaCoding::pcmu:
-            return AV_CODEC_ID_PCM_MULAW;
-        case MediaCoding::pcma:
-            break;
-    }
-    return AV_CODEC_ID_PCM_ALAW;
+    const AVCodecDescriptor* const known = avcodec_descriptor_get_by_name(infoOf(codec).libavName);
+    return known == nullptr ? AV_CODEC_ID_NONE : known->id;
 }
 
 std::int64_t inMilliseconds(std::int64_t nanoseconds)
@@ -169,7 +157,7 @@ bool SegmentWriter::addTrack(const MediaFormat& format)
     stream->time_base = AVRational{1, 1000};
     AVCodecParameters& parameters = *stream->codecpar;
     parameters.codec_type = isVideo(format.coding) ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO;
-    parameters.codec_id = codecOf(format.coding);
+    parameters.codec_id = libavCodec(format.coding);
     parameters.width = format.width;
     parameters.height = format.height;
     if (!isVideo(format.coding))

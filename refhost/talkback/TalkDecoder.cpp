@@ -3,9 +3,9 @@
 #include <string>
 
 #include "refhost/base/Hex.h"
-#include "refhost/talkback/AacDecoder.h"
+#include "refhost/media/Codec.h"
 #include "refhost/talkback/ConvertingDecoder.h"
-#include "refhost/talkback/G711Decoder.h"
+#include "refhost/talkback/LibavDecoder.h"
 
 namespace refhost
 {
@@ -16,7 +16,7 @@ constexpr int mostChannels = 8;
 constexpr int highestRate = 192000;
 
 // The bytes of "config=<hex>" among format parameters; empty when there is none or it is malformed.
-std::string audioSpecificConfig(const std::string& parameters)
+std::string codecData(const std::string& parameters)
 {
     const std::string key = "config=";
     std::size_t begin = parameters.find(key);
@@ -35,24 +35,6 @@ std::string audioSpecificConfig(const std::string& parameters)
     return bytesOfHex(hex).value_or("");
 }
 
-std::unique_ptr<FrameDecoder> makeCodec(const SubMediaInfo& track)
-{
-    const PcmFormat recorded{track.clockRate, track.channels};
-    if (track.encodingName == "PCMU")
-    {
-        return std::make_unique<G711Decoder>(G711Decoder::Law::mu, recorded);
-    }
-    if (track.encodingName == "PCMA")
-    {
-        return std::make_unique<G711Decoder>(G711Decoder::Law::a, recorded);
-    }
-    if (track.encodingName == "MPEG4-GENERIC")
-    {
-        return AacDecoder::make(audioSpecificConfig(track.formatParameters), recorded);
-    }
-    return nullptr;
-}
-
 }  // namespace
 
 bool TalkDecoder::supports(const SubMediaInfo& track)
@@ -62,8 +44,9 @@ bool TalkDecoder::supports(const SubMediaInfo& track)
     {
         return false;
     }
-    return track.encodingName == "PCMU" || track.encodingName == "PCMA" ||
-           (track.encodingName == "MPEG4-GENERIC" && !audioSpecificConfig(track.formatParameters).empty());
+    const std::optional<Codec> codec = codecEncodedAs(track.encodingName);
+    return codec && infoOf(*codec).kind == MediaKind::audio &&
+           (!infoOf(*codec).needsCodecData || !codecData(track.formatParameters).empty());
 }
 
 std::unique_ptr<TalkDecoder> TalkDecoder::make(const SubMediaInfo& track, const PcmFormat& format)
@@ -72,12 +55,14 @@ std::unique_ptr<TalkDecoder> TalkDecoder::make(const SubMediaInfo& track, const 
     {
         return nullptr;
     }
-    std::unique_ptr<FrameDecoder> codec = makeCodec(track);
-    if (!codec)
+    std::unique_ptr<FrameDecoder> decoder =
+        LibavDecoder::make(*codecEncodedAs(track.encodingName), codecData(track.formatParameters),
+                           {track.clockRate, track.channels});
+    if (!decoder)
     {
         return nullptr;
     }
-    return std::make_unique<ConvertingDecoder>(std::move(codec), track.clockRate, format);
+    return std::make_unique<ConvertingDecoder>(std::move(decoder), track.clockRate, format);
 }
 
 }  // namespace refhost

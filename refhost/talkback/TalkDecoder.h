@@ -19,7 +19,7 @@ class TalkDecoder
 {
 public:
     /// Makes a decoder for a back-channel track.
-    /// \param track   encodingName "PCMU", "PCMA" or "MPEG4-GENERIC", clockRate, channels, and for AAC the
+    /// \param track   encodingName of an audio codec of the table, clockRate, channels, and for AAC the
     ///                AudioSpecificConfig in formatParameters ("config=<hex>")
     /// \param format  what the samples must be like
     /// \returns null for a codec that cannot be decoded here
@@ -30,7 +30,7 @@ public:
 
     virtual ~TalkDecoder() = default;
 
-    /// Decodes one frame: the payload of one PCMU or PCMA packet, of any length, or one AAC access unit.
+    /// Decodes one frame, \see TalkDepayloader::Frame.
     /// \param[in,out] samples  the decoded sound is appended; a codec with a delay may append it later
     /// \returns false for a frame that cannot be decoded; nothing is appended then
     virtual bool decode(const std::uint8_t* frame, std::size_t size, std::vector<std::int16_t>& samples) = 0;

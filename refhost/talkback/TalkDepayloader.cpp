@@ -1,5 +1,8 @@
 #include "refhost/talkback/TalkDepayloader.h"
 
+#include <algorithm>
+
+#include "refhost/media/Codec.h"
 #include "refhost/talkback/AacDepayloader.h"
 
 namespace refhost
@@ -7,11 +10,11 @@ namespace refhost
 namespace
 {
 
-/// One byte is one sample of one channel.
-class PcmDepayloader : public TalkDepayloader
+/// A packet holds one frame and nothing else.
+class WholeFrameDepayloader : public TalkDepayloader
 {
 public:
-    explicit PcmDepayloader(int channels) : channels_(channels > 0 ? static_cast<std::size_t>(channels) : 1)
+    WholeFrameDepayloader(const CodecInfo& info, int channels) : info_(info), channels_(std::max(channels, 1))
     {
     }
 
@@ -19,31 +22,37 @@ public:
               std::vector<Frame>& frames) override
     {
         frames.clear();
-        if (size == 0 || size % channels_ != 0)
+        const std::uint32_t ticks = info_.samplesIn(payload, size, channels_);
+        if (ticks == 0)
         {
             return false;
         }
-        frames.push_back({payload, size, static_cast<std::uint32_t>(size / channels_)});
+        frames.push_back({payload, size, ticks});
         return true;
     }
 
     void reset() override {}
 
 private:
-    const std::size_t channels_;
+    const CodecInfo& info_;
+    const int channels_;
 };
 
 }  // namespace
 
 std::unique_ptr<TalkDepayloader> TalkDepayloader::make(const SubMediaInfo& track)
 {
-    if (track.encodingName == "PCMU" || track.encodingName == "PCMA")
+    const std::optional<Codec> codec = codecEncodedAs(track.encodingName);
+    if (!codec || infoOf(*codec).kind != MediaKind::audio)
     {
-        return std::make_unique<PcmDepayloader>(track.channels);
+        return nullptr;
     }
-    if (track.encodingName == "MPEG4-GENERIC")
+    switch (infoOf(*codec).unitEnd)
     {
-        return std::make_unique<AacDepayloader>();
+        case CodecInfo::UnitEnd::packet:
+            return std::make_unique<WholeFrameDepayloader>(infoOf(*codec), track.channels);
+        case CodecInfo::UnitEnd::marker:
+            return std::make_unique<AacDepayloader>();
     }
     return nullptr;
 }

@@ -127,7 +127,7 @@ ServerConfig ServerWorld::configuration()
     config.multicast.pool = "239.255.42.224/28";
     config.multicast.port = 30000;
     config.cameras = ServerConfig::embeddedCameras();
-    config.cameras.front().talkBack = "pcmu";
+    config.cameras.front().talkBack = Codec::pcmu;
     return config;
 }
 
@@ -141,7 +141,7 @@ ServerWorld::ServerWorld()
     scripted.factory = SafePointer<IRTSPControllerFactory>(new CheckedRecordingFactory(script));
     scripted.recorded = true;
     routes_.add(scripted);
-    streams->talkBack = "pcmu";
+    streams->talkBack = Codec::pcmu;
     streams->streams[1]->description = StreamSource::Description::starting;
     Device::setStreams(streams);
     temporaryFolder() = (std::filesystem::temp_directory_path() / "rtsp-fuzz-XXXXXX").string();

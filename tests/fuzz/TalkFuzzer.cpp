@@ -65,9 +65,9 @@ class Scene
 {
 public:
     explicit Scene(unsigned codec)
-        : track_(*refhost::backChannelOf(codec % 3 == 0   ? "pcmu"
-                                         : codec % 3 == 1 ? "pcma"
-                                                          : "aac")),
+        : track_(*refhost::backChannelOf(codec % 3 == 0   ? refhost::Codec::pcmu
+                                         : codec % 3 == 1 ? refhost::Codec::pcma
+                                                          : refhost::Codec::aac)),
           wire_(std::make_shared<refhost::test::Wire>()),
           session_(SafePointer<IMediaPlayer>(new CountingPlayer(samples_)), output_, clock_,
                    refhost::TalkDecoder::make)

@@ -348,7 +348,7 @@ TEST_F(CameraStreamTest, StreamMayEndWhileItStarts)
 
 TEST_F(CameraStreamTest, StreamWithoutAudioHasOneTrack)
 {
-    stream.audioCodec = "none";
+    stream.audioCodec = std::nullopt;
     open();
     ASSERT_EQ(describe(), Description::ready);
     ASSERT_EQ(tracks.size(), 1U);
@@ -357,8 +357,8 @@ TEST_F(CameraStreamTest, StreamWithoutAudioHasOneTrack)
 
 TEST_F(CameraStreamTest, StreamWithoutVideoHasOneTrack)
 {
-    stream.videoCodec = "none";
-    stream.audioCodec = "pcma";
+    stream.videoCodec = std::nullopt;
+    stream.audioCodec = Codec::pcma;
     open();
     ASSERT_EQ(describe(), Description::ready);
     ASSERT_EQ(tracks.size(), 1U);
@@ -368,8 +368,8 @@ TEST_F(CameraStreamTest, StreamWithoutVideoHasOneTrack)
 
 TEST_F(CameraStreamTest, H265AndAacAreEncoded)
 {
-    stream.videoCodec = "h265";
-    stream.audioCodec = "aac";
+    stream.videoCodec = Codec::h265;
+    stream.audioCodec = Codec::aac;
     open();
     const auto video = attach("trackID=0");
     const auto audio = attach("trackID=1");

@@ -201,7 +201,7 @@ TEST_F(MediaSourceTest, SurveillanceRecordingIsEncoded)
 
 TEST_F(MediaSourceTest, AudioOfAFileIsLeftOutWhenNoneIsWanted)
 {
-    stream.audioCodec = "none";
+    stream.audioCodec = std::nullopt;
     makeClip(h264Clip);
     open();
     ASSERT_EQ(describe(), Description::ready);

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "refhost/media/MediaCoding.h"
+#include "refhost/media/Codec.h"
 #include "tests/refhost/capture/StreamFixture.h"
 
 namespace refhost
@@ -81,7 +81,7 @@ TEST_F(MediaTapTest, TapGivesWholePicturesWithWhatTheirDecoderNeeds)
     ASSERT_TRUE(sink->waitFor(21, 1));
     const std::vector<EncodedUnitPtr> pictures = sink->pictures();
     const MediaFormat& format = *pictures[0]->format;
-    EXPECT_EQ(format.coding, MediaCoding::h264);
+    EXPECT_EQ(format.coding, Codec::h264);
     EXPECT_EQ(format.width, 320);
     EXPECT_EQ(format.height, 180);
     ASSERT_GT(format.codecData.size(), 6U);
@@ -124,12 +124,12 @@ TEST_F(MediaTapTest, UnitsHaveTheCaptureTimesOfThePackets)
 
 TEST_F(MediaTapTest, SoundComesInTheSameTimeWithItsOwnFormat)
 {
-    stream.audioCodec = "aac";
+    stream.audioCodec = Codec::aac;
     open();
     const auto sink = tap();
     ASSERT_TRUE(sink->waitFor(10, 10));
     const EncodedUnit& sound = *sink->sounds()[0];
-    EXPECT_EQ(sound.format->coding, MediaCoding::aac);
+    EXPECT_EQ(sound.format->coding, Codec::aac);
     EXPECT_EQ(sound.format->sampleRate, 16000);
     EXPECT_EQ(sound.format->channels, 1);
     EXPECT_GE(sound.format->codecData.size(), 2U);

@@ -15,7 +15,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 bool fits(const char* encoding, const Bytes& payload)
 {
-    return RtpPayloadCheck::isWellFormed(encoding, {payload.data(), payload.size()});
+    return RtpPayloadCheck::isWellFormed(codecEncodedAs(encoding), {payload.data(), payload.size()});
 }
 
 bool finds(const Bytes& packet, std::size_t& size)
@@ -115,7 +115,7 @@ TEST(RtpPayloadCheck, RandomPacketsAreReadWithinTheirBounds)
             EXPECT_LE(payload.data + payload.size, exact.data() + exact.size());
             for (const char* encoding : {"H264", "H265", "MPEG4-GENERIC", "L16"})
             {
-                RtpPayloadCheck::isWellFormed(encoding, payload);
+                RtpPayloadCheck::isWellFormed(codecEncodedAs(encoding), payload);
             }
         }
     }

@@ -46,7 +46,7 @@ TEST_F(RtspSourceTest, AudioIsNotAskedForWhenNoneIsWanted)
 {
     const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP);
     stream.source.location = camera.url();
-    stream.audioCodec = "none";
+    stream.audioCodec = std::nullopt;
     open();
     ASSERT_EQ(describe(), Description::ready);
     EXPECT_EQ(tracks.size(), 1U);

@@ -69,8 +69,8 @@ TEST(ConfigReader, TheEmbeddedConfigurationIsOneCameraWithTwoStreams)
     {
         EXPECT_EQ(stream.source.kind, SourceConfig::Kind::synthetic);
         EXPECT_EQ(stream.frameRate, 25);
-        EXPECT_EQ(stream.videoCodec, "h264");
-        EXPECT_EQ(stream.audioCodec, "pcmu");
+        EXPECT_EQ(stream.videoCodec, Codec::h264);
+        EXPECT_EQ(stream.audioCodec, Codec::pcmu);
     }
 }
 
@@ -165,8 +165,8 @@ multicast = "239.2.3.4:7000"
     stream.frameRate = 5;
     stream.bitRate = 100;
     stream.gop = 10;
-    stream.videoCodec = "h265";
-    stream.audioCodec = "aac";
+    stream.videoCodec = Codec::h265;
+    stream.audioCodec = Codec::aac;
     stream.multicast = "239.2.3.4:7000";
     ServerConfig expected;
     expected.listen = "::1";
@@ -181,7 +181,7 @@ multicast = "239.2.3.4:7000"
     expected.linger = 7;
     expected.limits = limits;
     expected.users = {{"admin", "a\"b:c"}, {"guest", "g"}};
-    expected.cameras = {{3, "Hof ä", {stream}, "aac"}};
+    expected.cameras = {{3, "Hof ä", {stream}, Codec::aac}};
     expected.talkBack = {"newest", "pulse", "hall", 16000, 2, 8};
     expected.multicast = {"239.1.0.0/16", 6000, 16, "eth0"};
     expected.liveController = "second";
@@ -419,7 +419,7 @@ TEST(ServerConfig, WarnsOfTalkBackThatNobodyHears)
     config.talkBack.output = "null";
     EXPECT_FALSE(config.offersTalkBack());
     EXPECT_TRUE(config.warnings().empty());
-    config.cameras[0].talkBack = "pcmu";
+    config.cameras[0].talkBack = Codec::pcmu;
     EXPECT_TRUE(config.offersTalkBack());
     ASSERT_EQ(config.warnings().size(), 1U);
     EXPECT_THAT(config.warnings()[0], HasSubstr("nobody will hear"));

@@ -54,7 +54,7 @@ ServerConfig withEverythingChanged()
         number.value(config.limits) = std::max(number.least, value++);
     }
     config.cameras[0].name = "quotes \" and \\ and \u00e4 # [x] = '";
-    config.cameras[0].talkBack = "pcma";
+    config.cameras[0].talkBack = Codec::pcma;
     config.talkBack = {"mix", "wav", "/tmp/talk.wav", 8000, 2, 0};
     config.multicast = {"239.1.0.0/16", 6000, 16, "eth0"};
     config.liveController = "both";
@@ -65,8 +65,8 @@ ServerConfig withEverythingChanged()
     StreamConfig launch;
     launch.id = 7;
     launch.source = {SourceConfig::Kind::launch, "videotestsrc\n\t! x264enc name=video"};
-    launch.videoCodec = "h265";
-    launch.audioCodec = "none";
+    launch.videoCodec = Codec::h265;
+    launch.audioCodec = std::nullopt;
     StreamConfig other;
     other.source = {SourceConfig::Kind::rtsp, "rtsp://192.0.2.1:554/a?b=c"};
     other.width = 16;

@@ -28,11 +28,9 @@ Bytes packet(std::uint32_t timestamp, bool marker, const std::vector<int>& paylo
 class AccessUnitBuilderTest : public testing::Test
 {
 protected:
-    using Coding = AccessUnitBuilder::Coding;
-
-    AccessUnitBuilder make(Coding coding)
+    AccessUnitBuilder make(Codec codec)
     {
-        return AccessUnitBuilder(coding, [this](AccessUnitPtr unit) { units.push_back(std::move(unit)); });
+        return AccessUnitBuilder(codec, [this](AccessUnitPtr unit) { units.push_back(std::move(unit)); });
     }
 
     static bool give(AccessUnitBuilder& builder, const Bytes& bytes, std::int64_t time = 0)
@@ -41,9 +39,9 @@ protected:
     }
 
     /// The one unit that these payloads make.
-    AccessUnitPtr unitOf(Coding coding, const std::vector<std::vector<int>>& payloads)
+    AccessUnitPtr unitOf(Codec codec, const std::vector<std::vector<int>>& payloads)
     {
-        AccessUnitBuilder builder = make(coding);
+        AccessUnitBuilder builder = make(codec);
         units.clear();
         for (std::size_t i = 0; i < payloads.size(); ++i)
         {
@@ -58,7 +56,7 @@ protected:
 
 TEST_F(AccessUnitBuilderTest, MarkerEndsAUnit)
 {
-    AccessUnitBuilder builder = make(Coding::h264);
+    AccessUnitBuilder builder = make(Codec::h264);
     give(builder, packet(9000, false, {0x61, 1, 2}), 77);
     EXPECT_TRUE(units.empty());
     give(builder, packet(9000, true, {0x61, 3}), 78);
@@ -71,7 +69,7 @@ TEST_F(AccessUnitBuilderTest, MarkerEndsAUnit)
 
 TEST_F(AccessUnitBuilderTest, AUnitWithoutEndIsLeftOutAndTheNextIsTaken)
 {
-    AccessUnitBuilder builder = make(Coding::h264);
+    AccessUnitBuilder builder = make(Codec::h264);
     const Bytes large = packet(9000, false, std::vector<int>(1U << 20U, 0x61));
     for (std::size_t i = 0; i < 2 * AccessUnitBuilder::maxUnitBytes / large.size(); ++i)
     {
@@ -86,7 +84,7 @@ TEST_F(AccessUnitBuilderTest, AUnitWithoutEndIsLeftOutAndTheNextIsTaken)
 
 TEST_F(AccessUnitBuilderTest, AnotherTimestampEndsAUnitToo)
 {
-    AccessUnitBuilder builder = make(Coding::h264);
+    AccessUnitBuilder builder = make(Codec::h264);
     give(builder, packet(9000, false, {0x61, 1}));
     give(builder, packet(12600, true, {0x61, 2}));
     ASSERT_EQ(units.size(), 2U);
@@ -96,7 +94,7 @@ TEST_F(AccessUnitBuilderTest, AnotherTimestampEndsAUnitToo)
 
 TEST_F(AccessUnitBuilderTest, EachPacketOfPlainAudioIsAUnit)
 {
-    AccessUnitBuilder builder = make(Coding::plainAudio);
+    AccessUnitBuilder builder = make(Codec::pcmu);
     give(builder, packet(160, false, {1}));
     give(builder, packet(320, false, {2}));
     ASSERT_EQ(units.size(), 2U);
@@ -105,7 +103,7 @@ TEST_F(AccessUnitBuilderTest, EachPacketOfPlainAudioIsAUnit)
 
 TEST_F(AccessUnitBuilderTest, FramedAudioEndsAtTheMarker)
 {
-    AccessUnitBuilder builder = make(Coding::framedAudio);
+    AccessUnitBuilder builder = make(Codec::aac);
     give(builder, packet(1024, false, {0, 16, 1}));
     EXPECT_TRUE(units.empty());
     give(builder, packet(1024, true, {0, 16, 2}));
@@ -138,7 +136,7 @@ TEST_F(AccessUnitBuilderTest, KeyPictureOfH264NeedsParameterSetAndIdr)
     };
     for (const Case& one : cases)
     {
-        const AccessUnitPtr unit = unitOf(Coding::h264, one.payloads);
+        const AccessUnitPtr unit = unitOf(Codec::h264, one.payloads);
         ASSERT_TRUE(unit) << one.name;
         EXPECT_EQ(unit->keyFrame, one.key) << one.name;
     }
@@ -170,7 +168,7 @@ TEST_F(AccessUnitBuilderTest, KeyPictureOfH265NeedsParameterSetAndRandomAccess)
     };
     for (const Case& one : cases)
     {
-        const AccessUnitPtr unit = unitOf(Coding::h265, one.payloads);
+        const AccessUnitPtr unit = unitOf(Codec::h265, one.payloads);
         ASSERT_TRUE(unit) << one.name;
         EXPECT_EQ(unit->keyFrame, one.key) << one.name;
     }
@@ -178,7 +176,7 @@ TEST_F(AccessUnitBuilderTest, KeyPictureOfH265NeedsParameterSetAndRandomAccess)
 
 TEST_F(AccessUnitBuilderTest, OneUnitsKeyDoesNotMarkTheNext)
 {
-    AccessUnitBuilder builder = make(Coding::h264);
+    AccessUnitBuilder builder = make(Codec::h264);
     give(builder, packet(1, false, {0x67, 1}));
     give(builder, packet(1, true, {0x65, 1}));
     give(builder, packet(2, true, {0x61, 1}));
@@ -189,7 +187,7 @@ TEST_F(AccessUnitBuilderTest, OneUnitsKeyDoesNotMarkTheNext)
 
 TEST_F(AccessUnitBuilderTest, PacketsWithMoreThanAPlainHeaderAreNotTaken)
 {
-    AccessUnitBuilder builder = make(Coding::plainAudio);
+    AccessUnitBuilder builder = make(Codec::pcmu);
     for (const int first : {0x90, 0xa0, 0x81, 0x40, 0x00})
     {
         Bytes bytes = packet(1, true, {1, 2, 3, 4, 5, 6, 7, 8});
@@ -206,7 +204,7 @@ TEST_F(AccessUnitBuilderTest, PacketsWithMoreThanAPlainHeaderAreNotTaken)
 
 TEST_F(AccessUnitBuilderTest, ResetForgetsTheBeginningOfAUnit)
 {
-    AccessUnitBuilder builder = make(Coding::h264);
+    AccessUnitBuilder builder = make(Codec::h264);
     give(builder, packet(1, false, {0x67, 1}));
     builder.reset();
     give(builder, packet(1, true, {0x65, 1}));

@@ -9,7 +9,7 @@ namespace
 
 TEST(BackChannel, EveryCodecIsMarkedAndNamedAlike)
 {
-    for (const char* const codec : {"pcmu", "pcma", "aac"})
+    for (const Codec codec : {Codec::pcmu, Codec::pcma, Codec::aac})
     {
         const auto track = backChannelOf(codec);
         ASSERT_TRUE(track.has_value());
@@ -22,22 +22,27 @@ TEST(BackChannel, EveryCodecIsMarkedAndNamedAlike)
 
 TEST(BackChannel, CodecsHaveTheirPayloadTypesAndClocks)
 {
-    EXPECT_EQ("PCMU", backChannelOf("pcmu")->encodingName);
-    EXPECT_EQ(0, backChannelOf("pcmu")->payloadType);
-    EXPECT_EQ(8000, backChannelOf("pcmu")->clockRate);
-    EXPECT_EQ("PCMA", backChannelOf("pcma")->encodingName);
-    EXPECT_EQ(8, backChannelOf("pcma")->payloadType);
-    EXPECT_EQ(8000, backChannelOf("pcma")->clockRate);
-    EXPECT_EQ("MPEG4-GENERIC", backChannelOf("aac")->encodingName);
-    EXPECT_GE(backChannelOf("aac")->payloadType, 96);
-    EXPECT_EQ(16000, backChannelOf("aac")->clockRate);
-    EXPECT_NE(std::string::npos, backChannelOf("aac")->formatParameters.find("config=1408"));
+    EXPECT_EQ("PCMU", backChannelOf(Codec::pcmu)->encodingName);
+    EXPECT_EQ(0, backChannelOf(Codec::pcmu)->payloadType);
+    EXPECT_EQ(8000, backChannelOf(Codec::pcmu)->clockRate);
+    EXPECT_EQ("PCMA", backChannelOf(Codec::pcma)->encodingName);
+    EXPECT_EQ(8, backChannelOf(Codec::pcma)->payloadType);
+    EXPECT_EQ(8000, backChannelOf(Codec::pcma)->clockRate);
+    EXPECT_EQ("MPEG4-GENERIC", backChannelOf(Codec::aac)->encodingName);
+    EXPECT_GE(backChannelOf(Codec::aac)->payloadType, 96);
+    EXPECT_EQ(16000, backChannelOf(Codec::aac)->clockRate);
+    EXPECT_NE(std::string::npos, backChannelOf(Codec::aac)->formatParameters.find("config=1408"));
 }
 
 TEST(BackChannel, WithoutACodecThereIsNone)
 {
-    EXPECT_FALSE(backChannelOf("none").has_value());
-    EXPECT_FALSE(backChannelOf("").has_value());
+    EXPECT_FALSE(backChannelOf(std::nullopt).has_value());
+}
+
+TEST(BackChannel, NobodyTalksInACodecOfVideo)
+{
+    EXPECT_FALSE(backChannelOf(Codec::h264).has_value());
+    EXPECT_FALSE(backChannelOf(Codec::h265).has_value());
 }
 
 }  // namespace

@@ -87,8 +87,8 @@ TEST_F(SegmentFileTest, EveryUnitIsRead)
     const auto file = open(makeFile(3));
     ASSERT_TRUE(file->video());
     ASSERT_TRUE(file->sound());
-    EXPECT_EQ(file->video()->coding, MediaCoding::h264);
-    EXPECT_EQ(file->sound()->coding, MediaCoding::pcma);
+    EXPECT_EQ(file->video()->coding, Codec::h264);
+    EXPECT_EQ(file->sound()->coding, Codec::pcma);
     const Count count = countRest(*file);
     EXPECT_EQ(count.pictures, 75);
     EXPECT_EQ(count.keys, 3);
@@ -205,8 +205,8 @@ TEST_F(SegmentFileTest, AacAndH265AreKnown)
         makeFile(1, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse", "avenc_aac ! aacparse"));
     ASSERT_TRUE(file->video());
     ASSERT_TRUE(file->sound());
-    EXPECT_EQ(file->video()->coding, MediaCoding::h265);
-    EXPECT_EQ(file->sound()->coding, MediaCoding::aac);
+    EXPECT_EQ(file->video()->coding, Codec::h265);
+    EXPECT_EQ(file->sound()->coding, Codec::aac);
 }
 
 }  // namespace

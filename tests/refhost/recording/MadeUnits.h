@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
+#include "refhost/media/Codec.h"
 #include "refhost/media/EncodedUnit.h"
-#include "refhost/media/MediaCoding.h"
 
 namespace refhost
 {
@@ -27,20 +27,20 @@ public:
     static std::shared_ptr<const MediaFormat> videoFormat(int width = 320)
     {
         MediaFormat format;
-        format.coding = MediaCoding::h264;
+        format.coding = Codec::h264;
         format.codecData = avcRecord();
         format.width = width;
         format.height = 180;
         return std::make_shared<const MediaFormat>(format);
     }
 
-    static std::shared_ptr<const MediaFormat> soundFormat(MediaCoding coding = MediaCoding::pcmu)
+    static std::shared_ptr<const MediaFormat> soundFormat(Codec coding = Codec::pcmu)
     {
         MediaFormat format;
         format.coding = coding;
-        format.sampleRate = coding == MediaCoding::aac ? 16000 : 8000;
+        format.sampleRate = coding == Codec::aac ? 16000 : 8000;
         format.channels = 1;
-        if (coding == MediaCoding::aac)
+        if (coding == Codec::aac)
         {
             format.codecData = {0x14, 0x08};
         }
@@ -75,7 +75,7 @@ private:
         auto made = std::make_shared<EncodedUnit>();
         made->format = format;
         made->bytes.assign(bytes, 0x55);
-        if (format->coding == MediaCoding::h264 && bytes > 5)
+        if (format->coding == Codec::h264 && bytes > 5)
         {
             const std::size_t rest = bytes - 4;
             made->bytes[0] = static_cast<std::uint8_t>(rest >> 24);

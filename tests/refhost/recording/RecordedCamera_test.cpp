@@ -125,9 +125,10 @@ protected:
 
 TEST_F(RecordedCameraTest, EveryPictureAndSoundIsRecordedOnceAndAtItsTime)
 {
-    for (const auto& [video, audio] : {std::pair{"h264", "pcmu"}, {"h264", "aac"}, {"h265", "pcma"}})
+    for (const auto& [video, audio] :
+         {std::pair{Codec::h264, Codec::pcmu}, {Codec::h264, Codec::aac}, {Codec::h265, Codec::pcma}})
     {
-        SCOPED_TRACE(audio);
+        SCOPED_TRACE(nameOf(audio));
         stream.videoCodec = video;
         stream.audioCodec = audio;
         open();
@@ -180,7 +181,7 @@ TEST_F(RecordedCameraTest, RestartOfASourceBeginsASegmentWithItsTrueTime)
     stream.source.location =
         "videotestsrc is-live=true num-buffers=30 ! video/x-raw,width=320,height=180,framerate=25/1 ! "
         "identity name=video";
-    stream.audioCodec = "none";
+    stream.audioCodec = std::nullopt;
     recording_.segmentNs = 3600000 * millisecond;
     // Longer than the last frame is displayed.
     options.restartPauses = {std::chrono::milliseconds(100)};

@@ -267,7 +267,7 @@ TEST_F(RecorderTest, DiskThatFailsWhenTheSystemWritesStopsTheRecording)
 
 TEST_F(RecorderTest, VideoOfACameraWhoseAudioIsMalformedIsRecorded)
 {
-    MediaFormat malformed = *MadeUnits::soundFormat(MediaCoding::aac);
+    MediaFormat malformed = *MadeUnits::soundFormat(Codec::aac);
     malformed.codecData = {0x12, 0x78};  // a number of channels that there is not
     source_->made.sound = std::make_shared<const MediaFormat>(malformed);
     source_->sound = true;

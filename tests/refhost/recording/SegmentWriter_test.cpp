@@ -102,7 +102,7 @@ TEST_F(SegmentWriterTest, FileCutOffAnywhereIsMeasuredUpToThere)
 
 TEST_F(SegmentWriterTest, EachCodingOfSoundAndH265IsTaken)
 {
-    for (const MediaCoding coding : {MediaCoding::pcmu, MediaCoding::pcma, MediaCoding::aac})
+    for (const Codec coding : {Codec::pcmu, Codec::pcma, Codec::aac})
     {
         sound = soundFormat(coding);
         path_ = folder_ / (std::to_string(static_cast<int>(coding)) + ".mkv");
@@ -145,8 +145,8 @@ TEST_F(SegmentWriterTest, MalformedDescriptionIsRefusedBeforeThereIsAFile)
 {
     EXPECT_TRUE(SegmentWriter::accepts(*video));
     EXPECT_TRUE(SegmentWriter::accepts(*sound));
-    EXPECT_TRUE(SegmentWriter::accepts(*soundFormat(MediaCoding::aac)));
-    MediaFormat malformed = *soundFormat(MediaCoding::aac);
+    EXPECT_TRUE(SegmentWriter::accepts(*soundFormat(Codec::aac)));
+    MediaFormat malformed = *soundFormat(Codec::aac);
     malformed.codecData = {0x12, 0x78};  // a number of channels that there is not
     EXPECT_FALSE(SegmentWriter::accepts(malformed));
 }

@@ -90,7 +90,7 @@ protected:
 
     int add(const std::string& session)
     {
-        const SubMediaInfo track = *backChannelOf("pcmu");
+        const SubMediaInfo track = *backChannelOf(Codec::pcmu);
         return manager_->initSession(session, track.trackId, track, 1364);
     }
 

@@ -36,9 +36,7 @@ Bytes operator+(Bytes left, const Bytes& right)
 class Depayload
 {
 public:
-    explicit Depayload(const std::string& codec) : depayloader(TalkDepayloader::make(*backChannelOf(codec)))
-    {
-    }
+    explicit Depayload(Codec codec) : depayloader(TalkDepayloader::make(*backChannelOf(codec))) {}
 
     /// Reads from memory of exactly that size, so that a sanitizer sees every byte too much.
     bool read(const Bytes& payload, std::uint32_t timestamp = 0, bool marker = true)
@@ -64,7 +62,7 @@ public:
 
 TEST(TalkDepayloader, PcmIsOneFrameOfAsManyTicksAsBytes)
 {
-    for (const char* const codec : {"pcmu", "pcma"})
+    for (const Codec codec : {Codec::pcmu, Codec::pcma})
     {
         Depayload pcm(codec);
         EXPECT_TRUE(pcm.read(Bytes(160, 7)));
@@ -77,13 +75,16 @@ TEST(TalkDepayloader, PcmIsOneFrameOfAsManyTicksAsBytes)
 TEST(TalkDepayloader, OtherCodecsAreNotTaken)
 {
     SubMediaInfo track;
-    track.encodingName = "OPUS";
-    EXPECT_EQ(nullptr, TalkDepayloader::make(track));
+    for (const char* const name : {"L16", "H264", ""})
+    {
+        track.encodingName = name;
+        EXPECT_EQ(nullptr, TalkDepayloader::make(track)) << name;
+    }
 }
 
 TEST(TalkDepayloader, AacPacketHoldsOneUnitOrSeveral)
 {
-    Depayload aac("aac");
+    Depayload aac(Codec::aac);
     EXPECT_TRUE(aac.read(headers({{3, 0}}) + Bytes{1, 2, 3}));
     EXPECT_EQ((std::vector<Bytes>{{1, 2, 3}}), aac.frames);
     EXPECT_EQ(1024U, aac.ticks);
@@ -94,7 +95,7 @@ TEST(TalkDepayloader, AacPacketHoldsOneUnitOrSeveral)
 
 TEST(TalkDepayloader, AacUnitIsPutTogetherFromItsPieces)
 {
-    Depayload aac("aac");
+    Depayload aac(Codec::aac);
     EXPECT_TRUE(aac.read(headers({{5, 0}}) + Bytes{1, 2}, 9, false));
     EXPECT_TRUE(aac.frames.empty());
     EXPECT_TRUE(aac.read(headers({{5, 0}}) + Bytes{3, 4}, 9, false));
@@ -106,7 +107,7 @@ TEST(TalkDepayloader, AacUnitIsPutTogetherFromItsPieces)
 
 TEST(TalkDepayloader, AacPiecesOfDifferentUnitsAreNotMixed)
 {
-    Depayload aac("aac");
+    Depayload aac(Codec::aac);
     EXPECT_TRUE(aac.read(headers({{4, 0}}) + Bytes{1, 2}, 9, false));
     EXPECT_TRUE(aac.read(headers({{4, 0}}) + Bytes{5, 6}, 10, false));
     EXPECT_TRUE(aac.read(headers({{4, 0}}) + Bytes{7, 8}, 10, true));
@@ -118,7 +119,7 @@ TEST(TalkDepayloader, AacPiecesOfDifferentUnitsAreNotMixed)
 
 TEST(TalkDepayloader, MalformedAacGivesNothing)
 {
-    Depayload aac("aac");
+    Depayload aac(Codec::aac);
     const std::vector<Bytes> malformed = {
         {},
         {0},

@@ -68,7 +68,7 @@ public:
         const auto wire = std::make_shared<Wire>();
         TalkSession session(handle, output, clock_, TalkDecoder::make);
         EXPECT_EQ(0, player->open());
-        EXPECT_EQ(0, session.init(*backChannelOf("pcmu")));
+        EXPECT_EQ(0, session.init(*backChannelOf(Codec::pcmu)));
         EXPECT_EQ(0, session.connect(SafePointer<IConnection>(new FakeTransport(wire))));
         EXPECT_EQ(0, session.play());
         schedule(network);
@@ -120,7 +120,7 @@ private:
     {
         const std::uint8_t code = codeOf(packet);
         Samples samples;
-        TalkDecoder::make(*backChannelOf("pcmu"), format)->decode(&code, 1, samples);
+        TalkDecoder::make(*backChannelOf(Codec::pcmu), format)->decode(&code, 1, samples);
         return samples.at(0);
     }
 

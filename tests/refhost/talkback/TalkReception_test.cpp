@@ -37,8 +37,8 @@ protected:
     }
 
     const std::shared_ptr<std::vector<Decoded>> calls = std::make_shared<std::vector<Decoded>>();
-    TalkReception reception{*backChannelOf("pcmu"), TalkSettings(),
-                            TalkDepayloader::make(*backChannelOf("pcmu")),
+    TalkReception reception{*backChannelOf(Codec::pcmu), TalkSettings(),
+                            TalkDepayloader::make(*backChannelOf(Codec::pcmu)),
                             [made = calls] { return std::make_unique<FakeDecoder>(made); }};
     std::vector<std::int16_t> samples;
 };
@@ -170,7 +170,7 @@ TEST_F(TalkReceptionTest, SoundThatCannotBeDecodedIsCountedAndConcealed)
 
 TEST_F(TalkReceptionTest, APayloadThatBreaksItsCodecsRulesIsConcealedLater)
 {
-    const SubMediaInfo track = *backChannelOf("aac");
+    const SubMediaInfo track = *backChannelOf(Codec::aac);
     TalkReception aac(track, TalkSettings(), TalkDepayloader::make(track),
                       [this] { return std::make_unique<FakeDecoder>(calls); });
     RtpPacket packet;
@@ -190,7 +190,7 @@ TEST_F(TalkReceptionTest, APayloadThatBreaksItsCodecsRulesIsConcealedLater)
 
 TEST_F(TalkReceptionTest, APacketOfCountlessUnitsIsDecodedOnlyAsFarAsAnOutputTakesIt)
 {
-    const SubMediaInfo track = *backChannelOf("aac");
+    const SubMediaInfo track = *backChannelOf(Codec::aac);
     TalkReception aac(track, TalkSettings(), TalkDepayloader::make(track),
                       [this] { return std::make_unique<FakeDecoder>(calls); });
     constexpr unsigned units = 1300;

@@ -42,7 +42,7 @@ public:
 
     int prepare()
     {
-        const int status = session.init(*backChannelOf("pcmu"));
+        const int status = session.init(*backChannelOf(Codec::pcmu));
         return status != 0 ? status : session.connect(SafePointer<IConnection>(new FakeTransport(wire)));
     }
 
@@ -163,7 +163,7 @@ TEST_F(TalkSessionTest, PacketsWithoutADecoderCountAsMalformed)
 {
     TalkSession deaf(*handle, output, clock,
                      [](const SubMediaInfo&, const PcmFormat&) { return std::unique_ptr<TalkDecoder>(); });
-    ASSERT_EQ(0, deaf.init(*backChannelOf("pcmu")));
+    ASSERT_EQ(0, deaf.init(*backChannelOf(Codec::pcmu)));
     const auto wire = std::make_shared<Wire>();
     ASSERT_EQ(0, deaf.connect(SafePointer<IConnection>(new FakeTransport(wire))));
     ASSERT_EQ(0, deaf.play());
@@ -217,7 +217,7 @@ TEST_F(TalkSessionTest, PlayNeedsATrackAndAnOpenConnection)
 {
     const auto talk = makeTalk();
     EXPECT_EQ(hostTalkBackUnavailable, talk->session.play());
-    EXPECT_EQ(0, talk->session.init(*backChannelOf("pcmu")));
+    EXPECT_EQ(0, talk->session.init(*backChannelOf(Codec::pcmu)));
     EXPECT_EQ(hostConnectionUnusable, talk->session.play());
     EXPECT_FALSE(talk->session.isPlaying());
     EXPECT_EQ(hostConnectionUnusable, talk->session.connect(SafePointer<IConnection>()));
@@ -233,7 +233,7 @@ TEST_F(TalkSessionTest, WithoutPlayerOrDecoderASessionIsRefused)
 {
     Talk mute(output, clock, SafePointer<IMediaPlayer>());
     EXPECT_EQ(hostTalkBackUnavailable, mute.prepare());
-    SubMediaInfo track = *backChannelOf("pcmu");
+    SubMediaInfo track = *backChannelOf(Codec::pcmu);
     track.channels = 0;
     EXPECT_EQ(hostTalkBackUnavailable, makeTalk()->session.init(track));
     track.channels = 1;

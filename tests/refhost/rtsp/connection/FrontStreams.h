@@ -46,12 +46,12 @@ public:
 
     bool describeBackChannel(int cameraId, SubMediaInfo& out) override
     {
-        const auto track = backChannelOf(cameraId == 1 ? talkBack : "none");
+        const auto track = cameraId == 1 ? backChannelOf(talkBack) : std::nullopt;
         out = track ? *track : out;
         return track.has_value();
     }
 
-    std::string talkBack = "none";  ///< codec; set before the server starts
+    std::optional<Codec> talkBack;  ///< codec; set before the server starts
     std::shared_ptr<FrontStream> streams[2] = {std::make_shared<FrontStream>(),
                                                std::make_shared<FrontStream>()};
 };

@@ -59,7 +59,7 @@ class TalkBackTest : public FrontFixture
 protected:
     TalkBackTest()
     {
-        streams->talkBack = "pcmu";
+        streams->talkBack = Codec::pcmu;
         manager()->setMediaPlayer(SafePointer<IMediaPlayer>(new CountingPlayer(heard)));
         EXPECT_EQ(0, manager()->start());
     }
@@ -139,7 +139,7 @@ TEST_F(TalkBackTest, IsDescribedToThoseWhoInsistOnIt)
 
 TEST_F(TalkBackTest, IsNotThereWhereTheCameraHasNone)
 {
-    streams->talkBack = "none";
+    streams->talkBack = std::nullopt;
     start();
     TestClient client(server->port());
     const Received description = client.request("DESCRIBE", url(), require);

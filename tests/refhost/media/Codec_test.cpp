@@ -1,0 +1,91 @@
+#include "refhost/media/Codec.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+namespace refhost
+{
+namespace
+{
+
+TEST(Codec, EveryCodecHasItsEntry)
+{
+    for (const Codec codec : allCodecs)
+    {
+        const CodecInfo& info = infoOf(codec);
+        EXPECT_EQ(info.codec, codec);
+        for (const char* const text : {info.name, info.encodingName, info.libavName, info.acceptedCaps,
+                                       info.caps, info.payloader, info.encoder})
+        {
+            ASSERT_NE(text, nullptr);
+            EXPECT_STRNE(text, "");
+        }
+        EXPECT_EQ(info.kind == MediaKind::audio, info.samplesIn != nullptr) << info.name;
+    }
+}
+
+TEST(Codec, NamesAreUniqueAndFindTheirCodec)
+{
+    std::set<std::string> names;
+    for (const Codec codec : allCodecs)
+    {
+        const CodecInfo& info = infoOf(codec);
+        EXPECT_TRUE(names.insert(info.name).second);
+        EXPECT_EQ(codecNamed(info.name), codec);
+        EXPECT_EQ(nameOf(codec), std::string(info.name));
+        EXPECT_EQ(codecEncodedAs(info.encodingName), codec);
+        EXPECT_EQ(codecInLibav(info.libavName), codec);
+    }
+    EXPECT_STREQ(nameOf(std::nullopt), "none");
+    EXPECT_FALSE(codecNamed("none").has_value());
+    EXPECT_FALSE(codecNamed("").has_value());
+}
+
+TEST(Codec, EncodingNamesAreFoundInEitherCase)
+{
+    EXPECT_EQ(codecEncodedAs("h264"), Codec::h264);
+    EXPECT_EQ(codecEncodedAs("Mpeg4-Generic"), Codec::aac);
+    EXPECT_FALSE(codecEncodedAs("H26").has_value());
+    EXPECT_FALSE(codecEncodedAs("H2645").has_value());
+    EXPECT_FALSE(codecEncodedAs("").has_value());
+}
+
+TEST(Codec, TracksAreNamedByTheirKind)
+{
+    EXPECT_STREQ(trackIdOf(Codec::h265), "trackID=0");
+    EXPECT_STREQ(trackIdOf(Codec::aac), "trackID=1");
+    EXPECT_TRUE(isVideo(Codec::h264));
+    EXPECT_FALSE(isVideo(Codec::pcma));
+}
+
+TEST(Codec, PayloadTypesAreThoseOfTheProfileOrDynamic)
+{
+    for (const Codec codec : allCodecs)
+    {
+        const int type = infoOf(codec).payloadType;
+        // RFC 3551, section 6: the static ones of this table, or 96 to 127.
+        EXPECT_TRUE(type == 0 || type == 8 || (type >= 96 && type <= 127)) << infoOf(codec).name;
+    }
+}
+
+TEST(Codec, SamplesOfABlockAreKnown)
+{
+    const std::uint8_t block[160] = {};
+    EXPECT_EQ(infoOf(Codec::pcmu).samplesIn(block, 160, 1), 160U);
+    EXPECT_EQ(infoOf(Codec::pcma).samplesIn(block, 160, 2), 80U);
+    EXPECT_EQ(infoOf(Codec::pcma).samplesIn(block, 159, 2), 0U);
+    EXPECT_EQ(infoOf(Codec::aac).samplesIn(block, 7, 1), 1024U);
+}
+
+TEST(Codec, TheConfigurationMayNameWhatFits)
+{
+    using Names = std::vector<std::string_view>;
+    EXPECT_EQ(codecChoices(MediaKind::video), (Names{"h264", "h265", "none"}));
+    EXPECT_EQ(codecChoices(MediaKind::audio), (Names{"pcmu", "pcma", "aac", "none"}));
+    EXPECT_EQ(codecChoices(MediaKind::audio, true), (Names{"pcmu", "pcma", "aac", "none"}));
+}
+
+}  // namespace
+}  // namespace refhost
