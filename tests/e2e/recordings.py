@@ -139,7 +139,7 @@ class Recorded:
             self.lead = self.seconds - SECONDS
             self.start = self.interval.begin - self.lead
             client.setup_all()
-            client.play()
+            client.play({"Range": "npt=0-", "Speed": "8"})
             finish(client)
             self.whole = film.pictures(client.rtp)
             self.timeline = Timeline(self.whole[0].number)

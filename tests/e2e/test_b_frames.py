@@ -93,7 +93,9 @@ def judge(server, build_folder, directory, leads=False, segments=3):
     last = first + 3  # over the end of a segment
     wait_until(lambda: status(server, first, last) == 200, 20, "playback")
     with RtspClient(url(server, first, last)) as client:
-        client.open()
+        client.describe()
+        client.setup_all()
+        client.play({"Range": "npt=0-", "Speed": "8"})
         finish(client)
     played = list(dict.fromkeys(packet.timestamp for packet in client.rtp))
     unwrapped = [((timestamp - played[0] + 2**31) % 2**32 - 2**31) / 90000 for timestamp in played]

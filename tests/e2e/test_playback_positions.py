@@ -1,7 +1,9 @@
 """Players of three families show an interval that begins inside a GOP from its first frame to its last one, and agree on
 where each frame is. Frames are told apart by what is burnt into them: each decoded one is looked up in the film."""
 
+import concurrent.futures
 import hashlib
+import itertools
 import subprocess
 
 import gi
@@ -88,13 +90,26 @@ def rtspsrc(recorded, transport, tmp_path, start):
         pipeline.set_state(Gst.State.NULL)
 
 
+PLAYERS = [ffmpeg, mpv, rtspsrc]
 # A seek over UDP is not judged here: rtspsrc may take the first packet behind it before the answer to PLAY, and counts
 # from the frame before then. What the server sends is judged packet by packet in test_playback.py.
-@pytest.mark.parametrize("player", [ffmpeg, mpv, rtspsrc], ids=lambda player: player.__name__)
-@pytest.mark.parametrize("start, transport", [(0, "tcp"), (0, "udp"), (0.2, "tcp"), (5.5, "tcp")])
-def test_the_first_and_the_last_frame_and_their_times(recorded, numbers, transport, tmp_path, player, start):
+PLAYS = [(0, "tcp"), (0, "udp"), (0.2, "tcp"), (5.5, "tcp")]
+SIDE_BY_SIDE = 6
+
+
+@pytest.fixture(scope="module")
+def plays(recorded, tmp_path_factory):
+    """What the players display, as futures: they play in real time, so several do at once."""
+    with concurrent.futures.ThreadPoolExecutor(SIDE_BY_SIDE) as pool:
+        yield {(player, *play): pool.submit(player, recorded, play[1], tmp_path_factory.mktemp("play"), play[0])
+               for player, play in itertools.product(PLAYERS, PLAYS)}
+
+
+@pytest.mark.parametrize("player", PLAYERS, ids=lambda player: player.__name__)
+@pytest.mark.parametrize("start, transport", PLAYS)
+def test_the_first_and_the_last_frame_and_their_times(recorded, numbers, plays, transport, player, start):
     assert recorded.timeline.first % RATE == 0 and recorded.lead > 0, "the interval begins inside a GOP"
-    shown, at = player(recorded, transport, tmp_path, start)
+    shown, at = plays[player, start, transport].result()
     frames = [numbers[checksum] for checksum in shown]
     first = recorded.timeline.key_before(start)
     assert frames[0] == first, "the key frame at or before the start"

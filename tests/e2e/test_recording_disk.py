@@ -26,7 +26,8 @@ def small_disk(tmp_path):
 
 def test_oldest_recordings_make_room_on_a_full_disk(serve, build_folder, small_disk):
     directory = small_disk / "recordings"
-    server = serve(config(directory).replace("400", "4000"))
+    stream = config(directory).replace("400", "16000").replace("320", "640").replace("180", "360")
+    server = serve(stream)  # fills it in some ten seconds
     server.allow_problem("is full: .* made room")
     wait_until(lambda: "made room" in server.log(), 60, "a full disk")
     first = files(directory)
