@@ -1,6 +1,7 @@
 """How long processes had to wait for a processor: what a busy machine takes from those that are to be judged."""
 
 import pathlib
+import time
 
 
 def waited(pid="self"):
@@ -13,3 +14,18 @@ def waited(pid="self"):
         except (OSError, IndexError):
             continue
     return nanoseconds / 1e9
+
+
+class Stopwatch:
+    """Seconds in which the test and the processes that it names could run: it stands still while a busy machine keeps
+    their threads waiting."""
+
+    def __init__(self, *pids):
+        self.pids = ("self", *pids)
+        self.began = time.monotonic()
+        self.waited = [waited(pid) for pid in self.pids]
+
+    def read(self):
+        """The count of a process that has ended is lost."""
+        lost = sum(max(0.0, waited(pid) - before) for pid, before in zip(self.pids, self.waited))
+        return max(0.0, time.monotonic() - self.began - lost)

@@ -102,24 +102,16 @@ class Server:
                 inodes.add(found.group(1))
         return inodes
 
-    def stop(self):
-        """Ends the server as Ctrl-C does, and asserts that it ends cleanly within a second in which it could run."""
-        begin, waited_before = time.monotonic(), self.waited()
-        self.process.send_signal(signal.SIGINT)
-        at, lost = begin, 0.0
-        while self.process.poll() is None:
-            if at > begin + 10:
-                self.kill()
-                raise AssertionError(f"ovrtspd did not end:\n{self.log()[-4000:]}")
-            time.sleep(0.01)
-            now, waited_now = time.monotonic(), self.waited()
-            # Threads may wait side by side, and those that end are counted no more.
-            lost += min(max(waited_now - waited_before, 0.0), now - at)
-            at, waited_before = now, waited_now
-        code = self.process.returncode
-        seconds = time.monotonic() - begin - lost
+    def stop(self, sent=signal.SIGINT, max_seconds=STOP_SECONDS):
+        """Ends the server as Ctrl-C does, and asserts that it ends cleanly within so many seconds in which it could run."""
+        self.waited()
+        try:
+            code, seconds = end(self.process, sent)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise AssertionError(f"ovrtspd did not end:\n{self.log()[-4000:]}") from None
         assert code == 0, f"exit code {code}:\n{self.log()[-4000:]}"
-        assert seconds < STOP_SECONDS, f"took {seconds:.2f} s to end"
+        assert seconds < max_seconds, f"took {seconds:.2f} s to end"
         assert self.problems() == []
 
     def kill(self):
@@ -127,6 +119,23 @@ class Server:
             self.waited()
             self.process.kill()
             self.process.wait()
+
+
+def end(process, sent, patience=10):
+    """Sends a process a signal. Returns its exit code, and the seconds that it took without those in which it had no
+    processor; throws TimeoutExpired."""
+    begin = at = time.monotonic()
+    lost, waited_before = 0.0, waited(process.pid)
+    process.send_signal(sent)
+    while process.poll() is None:
+        if at > begin + patience:
+            raise subprocess.TimeoutExpired(process.args, patience)
+        time.sleep(0.01)
+        now, waited_now = time.monotonic(), waited(process.pid)
+        # Threads may wait side by side, and those that end are counted no more.
+        lost += min(max(waited_now - waited_before, 0.0), now - at)
+        at, waited_before = now, waited_now
+    return process.returncode, time.monotonic() - begin - lost
 
 
 def _established_inodes():

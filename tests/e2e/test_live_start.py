@@ -6,6 +6,8 @@ import pytest
 from recordings import NTP_EPOCH
 from rtsp_client import RtspClient
 
+pytestmark = pytest.mark.usefixtures("real_time")
+
 GOP_SECONDS = 2
 STARTS = ["burst", "paced", "key-frame"]
 CONFIG = "port = 0\nstart-rate = 2\n\n[[camera]]\nid = 1\n" + "".join(f"""

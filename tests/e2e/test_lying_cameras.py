@@ -8,6 +8,7 @@ import time
 
 import lying_camera
 from rtsp_client import RtspClient, assert_no_gap
+from server import end
 
 # A long run by hand: OV_LIARS_SECONDS=300 python3 -m pytest -s test_lying_cameras.py
 SECONDS = float(os.environ.get("OV_LIARS_SECONDS", "12"))
@@ -60,8 +61,8 @@ def test_liars_are_asked_again_and_harm_nobody(serve, build_folder):
         viewers = [stack.enter_context(RtspClient(server.url(1 + i))) for i in range(len(good))]
         for viewer in viewers:
             viewer.open()
-        end = time.monotonic() + SECONDS
-        while time.monotonic() < end:
+        over = time.monotonic() + SECONDS
+        while time.monotonic() < over:
             for viewer in viewers:
                 seen = len(viewer.rtp)
                 viewer.receive(lambda viewer=viewer, seen=seen: len(viewer.rtp) > seen, "media")
@@ -71,10 +72,8 @@ def test_liars_are_asked_again_and_harm_nobody(serve, build_folder):
             print(*[line.strip() for line in status if line.startswith(("VmHWM", "VmRSS", "Threads"))])
 
         # While everybody lies on.
-        begin = time.monotonic()
-        server.process.send_signal(signal.SIGTERM)
-        assert server.process.wait(timeout=60) == 0
-        seconds = time.monotonic() - begin
+        code, seconds = end(server.process, signal.SIGTERM, patience=60)
+        assert code == 0
         print(f"ended in {seconds:.2f} s")
         assert seconds < END_SECONDS
         assert "abandoned" not in server.log()
