@@ -26,7 +26,7 @@ gst-launch-1.0 -q videotestsrc num-buffers=$(((seconds + 45) * 25)) pattern=smpt
     ! x264enc tune=zerolatency speed-preset=ultrafast bitrate="$rate" vbv-buf-capacity=1000 key-int-max=25 bframes=0 \
         aud=false option-string=nal-hrd=cbr:sliced-threads=0 threads=2 \
     ! h264parse ! matroskamux ! filesink location="$recording"
-picture="multifilesrc location=$recording ! matroskademux ! h264parse config-interval=-1 ! identity sync=true"
+frame="multifilesrc location=$recording ! matroskademux ! h264parse config-interval=-1 ! identity sync=true"
 
 # Each case starts its server anew, so that none inherits memory from the one before.
 start_ours() {
@@ -46,14 +46,14 @@ id = 1
 [[camera.stream]]
 id = 0
 source = "launch"
-location = '$picture name=video'
+location = '$frame name=video'
 audio = "none"
 EOF
     "$build/ovrtspd" -c "$work/ovrtspd.toml" >"$work/out" 2>"$work/err" &
     wait_for_url
 }
 start_theirs() {
-    "$build/bench_gst_rtsp_server" 8599 "( $picture ! video/x-h264,alignment=au ! rtph264pay name=pay0 pt=96 mtu=1376 )" \
+    "$build/bench_gst_rtsp_server" 8599 "( $frame ! video/x-h264,alignment=au ! rtph264pay name=pay0 pt=96 mtu=1376 )" \
         >"$work/out" 2>"$work/err" &
     wait_for_url
 }

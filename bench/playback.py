@@ -129,7 +129,7 @@ def main():
         rounds.append(steps)
         client.request("TEARDOWN", client.url)
         client.socket.close()
-    for name, values in zip(("DESCRIBE", "both SETUP", "PLAY to answer", "PLAY to first picture"), zip(*rounds)):
+    for name, values in zip(("DESCRIBE", "both SETUP", "PLAY to answer", "PLAY to first frame"), zip(*rounds)):
         print(f"{name}: median {sorted(values)[len(values) // 2]:.2f} ms, worst {max(values):.2f} ms")
 
 

@@ -31,8 +31,8 @@ using refhost::test::FakeSource;
 using refhost::test::makeUnit;
 
 constexpr const char* stream = "1/0";
-constexpr const char* pictures = "trackID=0";
-constexpr const char* sound = "trackID=1";
+constexpr const char* videoTrack = "trackID=0";
+constexpr const char* audioTrack = "trackID=1";
 
 class Descriptor
 {
@@ -174,11 +174,11 @@ public:
         for (int i = 0; i < viewers; ++i)
         {
             const std::string session = std::to_string(i);
-            addTrack(session, pictures, way);
-            addTrack(session, sound, way);
+            addTrack(session, videoTrack, way);
+            addTrack(session, audioTrack, way);
         }
-        source_->feed(pictures, makeUnit(0, 0, true, 1));
-        source_->feed(sound, makeUnit(0, 0, true, 1, 160, 160));
+        source_->feed(videoTrack, makeUnit(0, 0, true, 1));
+        source_->feed(audioTrack, makeUnit(0, 0, true, 1, 160, 160));
         drain();
     }
 
@@ -186,8 +186,8 @@ public:
     {
         for (std::size_t i = 0; dispatcher_.trackCount() > 0; ++i)
         {
-            dispatcher_.remove(stream, std::to_string(i), pictures);
-            dispatcher_.remove(stream, std::to_string(i), sound);
+            dispatcher_.remove(stream, std::to_string(i), videoTrack);
+            dispatcher_.remove(stream, std::to_string(i), audioTrack);
         }
         Device::setStreams(nullptr);
     }
@@ -210,9 +210,9 @@ private:
     {
         SubMediaInfo info;
         info.trackId = track;
-        info.mediaType = track == pictures ? "video" : "audio";
-        info.payloadType = track == pictures ? 96 : 0;
-        info.clockRate = track == pictures ? 90000 : 8000;
+        info.mediaType = track == videoTrack ? "video" : "audio";
+        info.payloadType = track == videoTrack ? 96 : 0;
+        info.clockRate = track == videoTrack ? 90000 : 8000;
         dispatcher_.initTrack(stream, session, track, info, 1364);
         dispatcher_.addConnection(stream, session, track, connect(way));
         dispatcher_.play(stream, session, track);
@@ -242,7 +242,7 @@ private:
 
     SafePointer<IConnection> connectTcp()
     {
-        // Picture and sound of a viewer share a connection, as they do in RTSP.
+        // Video and audio of a viewer share a connection, as they do in RTSP.
         second_ = !second_;
         if (!second_)
         {
@@ -306,9 +306,9 @@ private:
     double seconds_ = 0;
 };
 
-/// One picture. Arguments: viewers, packets of the picture, payload bytes of the last one (of the others:
+/// One frame. Arguments: viewers, packets of the frame, payload bytes of the last one (of the others:
 /// 1364).
-void onePicture(benchmark::State& state, Way way)
+void oneFrame(benchmark::State& state, Way way)
 {
     const int viewers = static_cast<int>(state.range(0));
     Audience audience(way, viewers);
@@ -318,9 +318,9 @@ void onePicture(benchmark::State& state, Way way)
     for (auto _ : state)
     {
         capture += 40 * nsPerMs;
-        meter.feed(pictures, makeUnit(static_cast<std::uint32_t>(capture / 1000), capture, true,
-                                      static_cast<std::size_t>(state.range(1)), 1364,
-                                      static_cast<std::size_t>(state.range(2))));
+        meter.feed(videoTrack, makeUnit(static_cast<std::uint32_t>(capture / 1000), capture, true,
+                                        static_cast<std::size_t>(state.range(1)), 1364,
+                                        static_cast<std::size_t>(state.range(2))));
         state.SetIterationTime(meter.seconds() - before);
         before = meter.seconds();
     }
@@ -328,7 +328,7 @@ void onePicture(benchmark::State& state, Way way)
         meter.seconds() * 1e6 / static_cast<double>(state.iterations()) / static_cast<double>(viewers);
 }
 
-/// A second of a 2 Mbit/s stream with PCMU sound: a key picture of 50 kB, 24 pictures of 10 kB, 50 blocks of
+/// A second of a 2 Mbit/s stream with PCMU sound: a key frame of 50 kB, 24 frames of 10 kB, 50 blocks of
 /// 20 ms.
 void oneSecond(benchmark::State& state, Way way)
 {
@@ -344,12 +344,12 @@ void oneSecond(benchmark::State& state, Way way)
             for (int block = 0; block < 2; ++block)
             {
                 capture += 20 * nsPerMs;
-                meter.feed(sound, makeUnit(static_cast<std::uint32_t>(capture / 125000), capture, true, 1,
-                                           160, 160));
+                meter.feed(audioTrack, makeUnit(static_cast<std::uint32_t>(capture / 125000), capture, true,
+                                                1, 160, 160));
             }
             const auto timestamp = static_cast<std::uint32_t>(capture / 11111);
-            meter.feed(pictures, i == 0 ? makeUnit(timestamp, capture, true, 37, 1364, 896)
-                                        : makeUnit(timestamp, capture, false, 8, 1364, 452));
+            meter.feed(videoTrack, i == 0 ? makeUnit(timestamp, capture, true, 37, 1364, 896)
+                                          : makeUnit(timestamp, capture, false, 8, 1364, 452));
         }
         state.SetIterationTime(meter.seconds() - before);
         before = meter.seconds();
@@ -371,10 +371,10 @@ void second(benchmark::internal::Benchmark* each)
 
 }  // namespace
 
-BENCHMARK_CAPTURE(onePicture, dispatch, Way::none)->Apply(sizes);
-BENCHMARK_CAPTURE(onePicture, udp, Way::udp)->Apply(sizes);
-BENCHMARK_CAPTURE(onePicture, udp_plain, Way::udpWithoutSegments)->Apply(sizes);
-BENCHMARK_CAPTURE(onePicture, tcp, Way::tcp)->Apply(sizes);
+BENCHMARK_CAPTURE(oneFrame, dispatch, Way::none)->Apply(sizes);
+BENCHMARK_CAPTURE(oneFrame, udp, Way::udp)->Apply(sizes);
+BENCHMARK_CAPTURE(oneFrame, udp_plain, Way::udpWithoutSegments)->Apply(sizes);
+BENCHMARK_CAPTURE(oneFrame, tcp, Way::tcp)->Apply(sizes);
 BENCHMARK_CAPTURE(oneSecond, dispatch, Way::none)->Apply(second);
 BENCHMARK_CAPTURE(oneSecond, udp, Way::udp)->Apply(second);
 BENCHMARK_CAPTURE(oneSecond, udp_plain, Way::udpWithoutSegments)->Apply(second);

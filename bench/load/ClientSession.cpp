@@ -302,9 +302,9 @@ void ClientSession::takeMedia(std::size_t track, bool rtcp, const std::uint8_t* 
         watches_[track].onRtcp(data, size);
         return;
     }
-    const PictureStart picture = watches_[track].onRtp(data, size);
+    const FrameStart frame = watches_[track].onRtp(data, size);
     ++packets_;
-    listener_.onPacket(*this, picture);
+    listener_.onPacket(*this, frame);
 }
 
 void ClientSession::fail(const std::string& why)

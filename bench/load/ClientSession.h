@@ -31,7 +31,7 @@ public:
     /// The answer to PLAY came.
     virtual void onPlaying(ClientSession&) {}
     /// An RTP packet came: the first one has `packets() == 1`. It may come before onPlaying().
-    virtual void onPacket(ClientSession&, PictureStart) {}
+    virtual void onPacket(ClientSession&, FrameStart) {}
     /// The answer to TEARDOWN came; the connection is closed, start() may be called.
     virtual void onEnded(ClientSession& session) = 0;
     /// Something went wrong; the connection is closed.

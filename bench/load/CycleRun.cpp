@@ -107,7 +107,7 @@ void CycleRun::onPlaying(ClientSession& session)
     }
 }
 
-void CycleRun::onPacket(ClientSession& session, PictureStart picture)
+void CycleRun::onPacket(ClientSession& session, FrameStart frame)
 {
     if (&session == warm_)
     {
@@ -124,11 +124,11 @@ void CycleRun::onPacket(ClientSession& session, PictureStart picture)
         cycle.firstPacketSeen = true;
         firstPacket_.add(passed);
     }
-    if (picture == PictureStart::keyFrame)
+    if (frame == FrameStart::keyFrame)
     {
         keyFrame_.add(passed);
     }
-    cycle.done = !options_.untilKeyFrame || picture == PictureStart::keyFrame;
+    cycle.done = !options_.untilKeyFrame || frame == FrameStart::keyFrame;
     if (cycle.done && session.playing())
     {
         session.teardown();

@@ -29,7 +29,7 @@ private:
     };
 
     void onPlaying(ClientSession& session) override;
-    void onPacket(ClientSession& session, PictureStart picture) override;
+    void onPacket(ClientSession& session, FrameStart frame) override;
     void onEnded(ClientSession& session) override;
     void onFailed(ClientSession& session, const std::string& why) override;
     bool enough() const;

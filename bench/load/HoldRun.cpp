@@ -69,7 +69,7 @@ bool HoldRun::run(Report& report)
     const std::int64_t openBegin = nowNs();
     openUpTo(sessions_.size());
     const double openSeconds = static_cast<double>(nowNs() - openBegin) / 1e9;
-    // What was cached of the picture group has been sent by then, so that only the steady state is measured.
+    // What was cached of the GOP has been sent by then, so that only the steady state is measured.
     receiveFor(1);
     const ProcessUse before = use();
     const std::uint64_t packetsBefore = packetsOfAll();
@@ -228,13 +228,13 @@ void HoldRun::onPlaying(ClientSession&)
     ++playing_;
 }
 
-void HoldRun::onPacket(ClientSession& session, PictureStart picture)
+void HoldRun::onPacket(ClientSession& session, FrameStart frame)
 {
     if (session.packets() == 1)
     {
         firstPacket_.add(nowNs() - session.playSentNs());
     }
-    if (picture == PictureStart::keyFrame && !keyFrameSeen_[&session])
+    if (frame == FrameStart::keyFrame && !keyFrameSeen_[&session])
     {
         keyFrameSeen_[&session] = true;
         keyFrame_.add(nowNs() - session.playSentNs());

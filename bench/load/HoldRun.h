@@ -24,7 +24,7 @@ public:
 
 private:
     void onPlaying(ClientSession& session) override;
-    void onPacket(ClientSession& session, PictureStart picture) override;
+    void onPacket(ClientSession& session, FrameStart frame) override;
     void onEnded(ClientSession& session) override;
     void onFailed(ClientSession& session, const std::string& why) override;
 

@@ -46,12 +46,12 @@ void TrackWatch::expectFirst(std::uint16_t sequence, std::optional<std::uint32_t
     expectedRtpTime_ = rtpTime;
 }
 
-PictureStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
+FrameStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
 {
     if (size <= rtpHeaderSize || data[0] >> 6 != 2)
     {
         ++malformed_;
-        return PictureStart::unknown;
+        return FrameStart::unknown;
     }
     const std::uint16_t sequence = read16(data + 2);
     const std::uint32_t ssrc = read32(data + 8);
@@ -59,7 +59,7 @@ PictureStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
     {
         // Nothing of it is judged: its sequence numbers are another source's.
         ++foreignSsrc_;
-        return PictureStart::unknown;
+        return FrameStart::unknown;
     }
     if (packets_ == 0)
     {
@@ -75,7 +75,7 @@ PictureStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
             ++outOfOrder_;
             lost_ -= lost_ > 0 && step < 0 ? 1 : 0;
             ++packets_;
-            return PictureStart::unknown;
+            return FrameStart::unknown;
         }
         lost_ += static_cast<std::uint64_t>(step - 1);
     }
@@ -85,12 +85,12 @@ PictureStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
     const std::size_t skip = rtpHeaderSize + 4 * (data[0] & 0x0f);
     if (size <= skip)
     {
-        return PictureStart::unknown;
+        return FrameStart::unknown;
     }
-    const PictureStart start = pictureStart(encoding_, data + skip, size - skip);
-    if (firstPicture_ == PictureStart::unknown)
+    const FrameStart start = frameStart(encoding_, data + skip, size - skip);
+    if (firstFrame_ == FrameStart::unknown)
     {
-        firstPicture_ = start;
+        firstFrame_ = start;
     }
     return start;
 }
@@ -126,7 +126,7 @@ std::string TrackWatch::faults(bool senderReportDue) const
     {
         return "no packet came";
     }
-    if ((encoding_ == "H264" || encoding_ == "H265") && firstPicture_ != PictureStart::keyFrame)
+    if ((encoding_ == "H264" || encoding_ == "H265") && firstFrame_ != FrameStart::keyFrame)
     {
         add(text, "does not start on a key frame");
     }

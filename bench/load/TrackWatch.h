@@ -5,12 +5,12 @@
 #include <optional>
 #include <string>
 
-#include "bench/load/PictureStart.h"
+#include "bench/load/FrameStart.h"
 
 namespace rtspload
 {
 
-/// Judges one track of one session by what arrives: sequence, SSRC, first picture, sender reports.
+/// Judges one track of one session by what arrives: sequence, SSRC, first frame, sender reports.
 class TrackWatch
 {
 public:
@@ -25,8 +25,8 @@ public:
     /// What RTP-Info said; before or after the packet arrives.
     void expectFirst(std::uint16_t sequence, std::optional<std::uint32_t> rtpTime);
 
-    /// One RTP packet. \returns what its payload says of its picture
-    PictureStart onRtp(const std::uint8_t* data, std::size_t size);
+    /// One RTP packet. \returns what its payload says of its frame
+    FrameStart onRtp(const std::uint8_t* data, std::size_t size);
 
     /// One compound RTCP packet.
     void onRtcp(const std::uint8_t* data, std::size_t size);
@@ -67,7 +67,7 @@ private:
     std::uint64_t malformed_ = 0;
     std::uint64_t senderReports_ = 0;
     std::uint64_t badRtcp_ = 0;
-    PictureStart firstPicture_ = PictureStart::unknown;
+    FrameStart firstFrame_ = FrameStart::unknown;
 };
 
 }  // namespace rtspload

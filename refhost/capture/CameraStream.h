@@ -43,10 +43,10 @@ public:
         /// A pipeline that does not end, or do what it is asked for, in so long is abandoned.
         std::chrono::milliseconds endDeadline{5000};
         int maxAbandoned{3};  ///< pipelines of the stream that hang at once; no further one is started then
-        std::chrono::milliseconds keyFrameInterval{500};  ///< least time between two forced key pictures
+        std::chrono::milliseconds keyFrameInterval{500};  ///< least time between two forced key frames
     };
 
-    /// \param title    names the stream in the log and in the synthetic camera's picture
+    /// \param title    names the stream in the log and in the synthetic camera's frame
     /// \param queue    runs the stream's tasks, none of which waits for anything
     /// \param changed  called without a lock of its users' held when a description became ready, changed or
     /// failed

@@ -35,7 +35,7 @@ bool CaptureSource::build(GstBin* pipeline, std::string& error)
         error = "cannot open " + node + ": " + problem;
         return false;
     }
-    // Not the camera's own H.264, whose size, rate and distance of key pictures nobody configured.
+    // Not the camera's own H.264, whose size, rate and distance of key frames nobody configured.
     GstElement* capture =
         makeBin("v4l2src name=camera do-timestamp=true ! capsfilter caps=video/x-raw;image/jpeg", error);
     if (capture == nullptr)

@@ -10,11 +10,11 @@ namespace refhost
 namespace
 {
 
-/// More than one encoder thread only where one core would not do: each further thread delays by a picture.
+/// More than one encoder thread only where one core would not do: each further thread delays by a frame.
 int encoderThreads(const StreamConfig& config)
 {
-    constexpr double onePictureRate = 1920.0 * 1080 * 30;
-    return static_cast<double>(config.width) * config.height * config.frameRate > onePictureRate ? 4 : 1;
+    constexpr double oneFrameRate = 1920.0 * 1080 * 30;
+    return static_cast<double>(config.width) * config.height * config.frameRate > oneFrameRate ? 4 : 1;
 }
 
 }  // namespace

@@ -10,12 +10,12 @@
 namespace refhost
 {
 
-/// What encodes raw pictures of any format and size to what the configuration asks for, as a launch line.
-/// Pictures that come more slowly than configured are not repeated, because the repeats could only leave in
-/// bursts; the time from key picture to key picture stays. \param raw  caps of the pictures
+/// What encodes raw frames of any format and size to what the configuration asks for, as a launch line.
+/// Frames that come more slowly than configured are not repeated, because the repeats could only leave in
+/// bursts; the time from key frame to key frame stays. \param raw  caps of the frames
 std::string videoEncoderLine(Codec coding, const StreamConfig& config, const GstCaps* raw);
 
-/// The same without conversions in front, for a source that makes the right pictures.
+/// The same without conversions in front, for a source that makes the right frames.
 std::string bareVideoEncoderLine(Codec coding, const StreamConfig& config);
 
 /// What encodes raw sound of any format, as a launch line.

@@ -9,7 +9,7 @@ namespace
 {
 
 /// A piece without a told duration lasts this long where nothing better is known; also the shortest round, so
-/// that a file of one picture does not spin.
+/// that a file of one frame does not spin.
 constexpr std::int64_t usualDuration = 40'000'000;
 
 /// Beyond this distance a piece's own time is believed more than the even pace of those before it.
@@ -33,7 +33,7 @@ std::optional<LoopTimeline::Placed> LoopTimeline::place(std::size_t number, cons
         return std::nullopt;
     }
     std::int64_t due = own ? *own : *track.due + track.step;
-    // Pictures that are told in another order than they are shown, with the time of showing alone, must not
+    // Frames that are told in another order than they are shown, with the time of showing alone, must not
     // leave in bursts.
     if (!piece.decoding && track.due && track.step > 0 &&
         std::abs(*track.due + track.step - due) < believableLead)

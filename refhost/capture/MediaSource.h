@@ -51,7 +51,7 @@ public:
     /// The pipeline is about to stop: nothing of the source may wait any more.
     virtual void stop() {}
 
-    /// \param title    for the synthetic camera's picture
+    /// \param title    for the synthetic camera's frame
     /// \param way    0 at first, another number to try another way to the same media, where there are
     /// several:
     ///               an RTSP camera over TCP or over UDP

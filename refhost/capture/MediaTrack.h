@@ -38,7 +38,7 @@ public:
     /// Sees to it that there is a branch for each of these payload sizes and for no other but the usual.
     void setTaps(const Taps& taps);
 
-    /// Asks what codes the track for a key picture.
+    /// Asks what codes the track for a key frame.
     void requestKeyFrame();
 
     Codec coding() const

@@ -94,7 +94,7 @@ void skipChromaFormat(BitReader& reader)
 }
 
 // \returns pic_order_cnt_type
-std::uint32_t skipPictureOrder(BitReader& reader)
+std::uint32_t skipFrameOrder(BitReader& reader)
 {
     const std::uint32_t type = reader.ue();
     if (type == 0)
@@ -287,7 +287,7 @@ std::optional<unsigned> ReorderDepth::ofH264(const std::uint8_t* nalUnit, std::s
         h264::skipChromaFormat(reader);
     }
     reader.ue();  // log2_max_frame_num_minus4
-    const std::uint32_t order = h264::skipPictureOrder(reader);
+    const std::uint32_t order = h264::skipFrameOrder(reader);
     reader.ue();  // max_num_ref_frames
     reader.skip(1);
     const std::uint32_t width = reader.ue() + 1;

@@ -47,7 +47,7 @@ bool SyntheticSource::addVideo(GstBin* pipeline, Codec coding, std::string& erro
     }
     else
     {
-        Log::warning("the time is not burnt into the picture: the GStreamer element clockoverlay is missing");
+        Log::warning("the time is not drawn into the video: the GStreamer element clockoverlay is missing");
     }
     const std::string line = fmt::format(
         "videotestsrc is-live=true pattern=smpte horizontal-speed=2 ! "

@@ -5,7 +5,7 @@
 namespace refhost
 {
 
-/// The built-in camera: a test picture that moves, with a title and the time of day burnt in, and a tone.
+/// The built-in camera: a test pattern that moves, with a title and the time of day burnt in, and a tone.
 class SyntheticSource : public MediaSource
 {
 public:

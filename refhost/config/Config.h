@@ -10,12 +10,12 @@
 namespace refhost
 {
 
-/// Where a stream's pictures and sound come from.
+/// Where a stream's video and audio come from.
 struct SourceConfig
 {
     enum class Kind
     {
-        synthetic,  ///< moving test picture with the time burnt in, and a tone
+        synthetic,  ///< moving test pattern with the time burnt in, and a tone
         file,       ///< `location`: path of a media file, played in a loop
         v4l2,       ///< `location`: device node such as /dev/video0
         rtsp,       ///< `location`: rtsp:// URL of another camera; may hold credentials, never logged whole
@@ -35,9 +35,9 @@ struct StreamConfig
     SourceConfig source;
     int width = 1280;                               ///< pixels
     int height = 720;                               ///< pixels
-    int frameRate = 25;                             ///< pictures a second
+    int frameRate = 25;                             ///< frames a second
     int bitRate = 2000;                             ///< kbit/s
-    int gop = 25;                                   ///< pictures from key picture to key picture
+    int gop = 25;                                   ///< frames from key frame to key frame
     std::optional<Codec> videoCodec = Codec::h264;  ///< nothing: no video
     std::optional<Codec> audioCodec = Codec::pcmu;  ///< nothing: no audio
     std::string multicast;  ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool

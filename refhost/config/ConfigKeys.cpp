@@ -235,7 +235,7 @@ const std::vector<ConfigKey<MulticastConfig>>& multicastKeys()
             [](Multicast& m) -> std::string& { return m.pool; }, TextKind::groupRange),
         number<Multicast>(
             "port",
-            "First UDP port of the pool's first group, even; each stream has four: RTP and RTCP of pictures, "
+            "First UDP port of the pool's first group, even; each stream has four: RTP and RTCP of frames, "
             "then of sound.",
             [](Multicast& m) -> int& { return m.port; }, 1024, 65532, 2),
         number<Multicast>(
@@ -260,7 +260,7 @@ const std::vector<ConfigKey<RecordingConfig>>& recordingKeys()
             [](Recording& r) -> std::string& { return r.directory; }, TextKind::path),
         number<Recording>(
             "segment",
-            "Seconds of media in one file; each begins with a key picture, so it may be longer by the time "
+            "Seconds of media in one file; each begins with a key frame, so it may be longer by the time "
             "between two.",
             [](Recording& r) -> int& { return r.segment; }, 1, 3600),
         number<Recording>(
@@ -315,7 +315,7 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             [](Stream& s) -> int& { return s.id; }, 0, mostNumber),
         choice<Stream>(
             "source",
-            "Where pictures and sound come from: \"synthetic\" is a test picture with the time and a "
+            "Where video and audio come from: \"synthetic\" is a test pattern with the time and a "
             "tone, \"file\" a media file played in a loop, \"v4l2\" a video device, \"rtsp\" another "
             "camera, \"launch\" a GStreamer launch line.",
             getSource, setSource, {sourceKinds.begin(), sourceKinds.end()}),
@@ -327,24 +327,23 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             "\"synthetic\".",
             [](Stream& s) -> std::string& { return s.source.location; }, TextKind::location),
         choice<Stream>(
-            "video", "Codec of the pictures.",
-            [](const Stream& s) { return std::string(nameOf(s.videoCodec)); },
+            "video", "Codec of the video.", [](const Stream& s) { return std::string(nameOf(s.videoCodec)); },
             [](Stream& s, const std::string& name) { s.videoCodec = codecNamed(name); },
             codecChoices(MediaKind::video)),
         number<Stream>(
-            "width", "Width of the picture in pixels, even, where the server encodes.",
+            "width", "Width of the video in pixels, even, where the server encodes.",
             [](Stream& s) -> int& { return s.width; }, 16, 8192, 2),
         number<Stream>(
-            "height", "Height of the picture in pixels, even, where the server encodes.",
+            "height", "Height of the video in pixels, even, where the server encodes.",
             [](Stream& s) -> int& { return s.height; }, 16, 8192, 2),
         number<Stream>(
-            "frame-rate", "Pictures a second, where the server encodes.",
+            "frame-rate", "Frames a second, where the server encodes.",
             [](Stream& s) -> int& { return s.frameRate; }, 1, 120),
         number<Stream>(
-            "bit-rate", "Rate of the encoded pictures in kbit/s, where the server encodes.",
+            "bit-rate", "Rate of the encoded video in kbit/s, where the server encodes.",
             [](Stream& s) -> int& { return s.bitRate; }, 16, 200000),
         number<Stream>(
-            "gop", "Pictures from one key picture to the next, where the server encodes.",
+            "gop", "Frames from one key frame to the next, where the server encodes.",
             [](Stream& s) -> int& { return s.gop; }, 1, 1000),
         choice<Stream>(
             "audio", "Codec of the sound.", [](const Stream& s) { return std::string(nameOf(s.audioCodec)); },

@@ -37,7 +37,7 @@ bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
         former->end();
         senders_.erase(same);
     }
-    // The picture first: the sound starts where it starts.
+    // The frame first: the sound starts where it starts.
     senders_.insert(sender->video() ? senders_.begin() : senders_.end(), std::move(sender));
     return former == nullptr;
 }
@@ -131,7 +131,7 @@ bool LiveSession::firstPacket(const std::string& trackId, RTPPacketInfo& out)
 {
     const Lock lock(*this);
     TrackSender* sender = find(trackId);
-    return sender != nullptr && sender->firstPacket(out, pictureOf(*sender));
+    return sender != nullptr && sender->firstPacket(out, videoSenderOf(*sender));
 }
 
 bool LiveSession::statistics(const std::string& trackId, TrackStatistics& out)
@@ -201,7 +201,7 @@ TrackSender* LiveSession::find(const std::string& trackId)
     return found == senders_.end() ? nullptr : found->get();
 }
 
-TrackSender* LiveSession::pictureOf(const TrackSender& sender)
+TrackSender* LiveSession::videoSenderOf(const TrackSender& sender)
 {
     TrackSender* first = senders_.front().get();
     const bool leads = !sender.video() && first->video() && first->streamKey() == sender.streamKey();
@@ -217,18 +217,18 @@ void LiveSession::pumpLocked(const FreshUnit* fresh)
     }
     for (const auto& sender : senders_)
     {
-        sender->reportStart(pictureOf(*sender));
+        sender->reportStart(videoSenderOf(*sender));
     }
-    // Sound that waited for this picture goes in front of it: the picture is what the network waits for.
+    // Sound that waited for this frame goes in front of it: the frame is what the network waits for.
     const bool together = fresh != nullptr && !senders_.empty() && senders_.front()->takesNow(*fresh);
     for (std::size_t i = 1; together && i < senders_.size(); ++i)
     {
-        senders_[i]->pump(fresh, pictureOf(*senders_[i]), true);
+        senders_[i]->pump(fresh, videoSenderOf(*senders_[i]), true);
     }
     const std::size_t count = together ? 1 : senders_.size();
     for (std::size_t i = 0; i < count; ++i)
     {
-        senders_[i]->pump(fresh, pictureOf(*senders_[i]), false);
+        senders_[i]->pump(fresh, videoSenderOf(*senders_[i]), false);
     }
 }
 

@@ -69,7 +69,7 @@ private:
     Senders::iterator placeOf(const std::string& streamKey, const std::string& trackId);
     Senders::iterator find(const std::string& streamKey, const std::string& trackId);
     TrackSender* find(const std::string& trackId);
-    TrackSender* pictureOf(const TrackSender& sender);
+    TrackSender* videoSenderOf(const TrackSender& sender);
     void pumpLocked(const FreshUnit* fresh);
 
     std::mutex mutex_;

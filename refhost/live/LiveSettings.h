@@ -17,11 +17,11 @@ struct LiveSettings
     /// Most that one track keeps of the past, in bytes of packets and in access units.
     std::size_t ringBytes = 8U << 20U;
     std::size_t ringUnits = 4096;
-    /// How long, in milliseconds, a viewer's way may be congested before he loses access units: pictures up
-    /// to the newest key picture, sound up to now.
+    /// How long, in milliseconds, a viewer's way may be congested before he loses access units: frames up
+    /// to the newest key frame, sound up to now.
     std::int64_t videoLagMs = 500;
     std::int64_t audioLagMs = 1000;
-    /// How long, in milliseconds, sound may wait for the next picture to travel with it, where that is
+    /// How long, in milliseconds, sound may wait for the next frame to travel with it, where that is
     /// cheaper.
     std::int64_t soundWaitMs = 60;
     /// Mean time between two RTCP sender reports, milliseconds.

@@ -14,7 +14,7 @@ namespace refhost
 
 /// The tracks of one camera stream that sessions play, tapped from its source.
 ///
-/// A tap stays attached when its last user has gone, so that the next viewer starts from pictures that are
+/// A tap stays attached when its last user has gone, so that the next viewer starts from frames that are
 /// already there; one idle tap for each track. Threads: any.
 class LiveStream
 {

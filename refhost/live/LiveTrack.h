@@ -32,7 +32,7 @@ struct FreshUnit
 struct StreamPast
 {
     static constexpr std::int64_t none = std::numeric_limits<std::int64_t>::max();
-    /// Capture time of the oldest picture that is kept; the sound keeps as much.
+    /// Capture time of the oldest frame that is kept; the sound keeps as much.
     std::atomic<std::int64_t> videoSinceNs{none};
 };
 
@@ -40,7 +40,7 @@ struct StreamPast
 /// that play it.
 ///
 /// Units have numbers that count on for ever. Video keeps the present GOP and the one before; the latter for
-/// viewers who are still catching up when a key picture comes. Threads: any; its locks are never held while
+/// viewers who are still catching up when a key frame comes. Threads: any; its locks are never held while
 /// a session sends.
 class LiveTrack : public AccessUnitSink
 {
@@ -76,7 +76,7 @@ public:
     }
 
     View look(std::uint64_t index) const;
-    /// The newest unit that a decoder can start from: a key picture, or the last block of sound.
+    /// The newest unit that a decoder can start from: a key frame, or the last block of sound.
     Found newestStart() const;
     /// The first unit, from number `earliest` on, that was captured at `captureNs` or later.
     Found firstSince(std::int64_t captureNs, std::uint64_t earliest) const;

@@ -13,10 +13,10 @@ namespace
 
 /// Tracks whose play() lie this close to each other start together.
 constexpr std::int64_t togetherMs = 1000;
-/// How long sound waits for the picture that it shall start with.
-constexpr std::int64_t pictureWaitMs = 5000;
+/// How long sound waits for the frame that it shall start with.
+constexpr std::int64_t frameWaitMs = 5000;
 
-constexpr const char* pictures = "video";
+constexpr const char* frames = "video";
 constexpr const char* sound = "audio";
 
 }  // namespace
@@ -28,7 +28,7 @@ TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamK
       trackId_(info.trackId),
       stream_(std::move(stream)),
       settings_(stream_->settings()),
-      video_(info.mediaType == pictures),
+      video_(info.mediaType == frames),
       payloadSize_(payloadSize),
       track_(stream_->use(info.trackId, video_, payloadSize)),
       sender_(info.payloadType, name, *settings_.clock, settings_.reportIntervalMs),
@@ -42,7 +42,7 @@ std::shared_ptr<TrackSender> TrackSender::successor(const RtcpWriter::Name& name
 {
     SubMediaInfo info;
     info.trackId = trackId_;
-    info.mediaType = video_ ? pictures : sound;
+    info.mediaType = video_ ? frames : sound;
     info.payloadType = sender_.payloadType();
     info.clockRate = static_cast<int>(timeline_.clockRate());
     return std::make_shared<TrackSender>(session_, streamKey_, info, stream_, payloadSize_, name);
@@ -142,18 +142,18 @@ void TrackSender::end()
     stream_->leave(*track_);
 }
 
-void TrackSender::pump(const FreshUnit* fresh, TrackSender* picture, bool more)
+void TrackSender::pump(const FreshUnit* fresh, TrackSender* videoSender, bool more)
 {
     if (!playing_ || sender_.transport()->state() != SendStatus::sent)
     {
         return;
     }
     const std::int64_t nowMs = fresh != nullptr ? fresh->nowMs : settings_.clock->monotonicMs();
-    if (!started_ && !start(picture, nowMs))
+    if (!started_ && !start(videoSender, nowMs))
     {
         return;
     }
-    if (waitsForPicture(fresh, picture))
+    if (waitsForFrame(fresh, videoSender))
     {
         return;
     }
@@ -193,14 +193,14 @@ bool TrackSender::isEarly()
     return unit_->captureTimeNs - startCaptureNs_ > (nowNs - pacedSinceNs_) * settings_.start.rate;
 }
 
-void TrackSender::reportStart(TrackSender* picture)
+void TrackSender::reportStart(TrackSender* videoSender)
 {
     if (!playing_ || (started_ && !unitStays_) || sender_.transport()->state() != SendStatus::sent)
     {
         return;
     }
     const std::int64_t nowMs = settings_.clock->monotonicMs();
-    if ((started_ || start(picture, nowMs)) && unitPackets_ == 0)
+    if ((started_ || start(videoSender, nowMs)) && unitPackets_ == 0)
     {
         report(nowMs);
     }
@@ -217,10 +217,10 @@ bool TrackSender::takesNow(const FreshUnit& fresh) const
     return fresh.track == track_.get() && steady() && sender_.transport()->traits().joinsUnits;
 }
 
-bool TrackSender::waitsForPicture(const FreshUnit* fresh, const TrackSender* picture)
+bool TrackSender::waitsForFrame(const FreshUnit* fresh, const TrackSender* videoSender)
 {
     if (fresh == nullptr || fresh->track != track_.get() || !sender_.transport()->traits().joinsUnits ||
-        !steady() || picture == nullptr || !picture->steady())
+        !steady() || videoSender == nullptr || !videoSender->steady())
     {
         return false;
     }
@@ -231,13 +231,13 @@ bool TrackSender::waitsForPicture(const FreshUnit* fresh, const TrackSender* pic
     return fresh->unit->captureTimeNs - waitingSinceNs_ < settings_.soundWaitMs * 1'000'000;
 }
 
-bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* picture)
+bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* videoSender)
 {
     if (!played_)
     {
         return false;
     }
-    if (playing_ && !started_ && !start(picture, settings_.clock->monotonicMs()))
+    if (playing_ && !started_ && !start(videoSender, settings_.clock->monotonicMs()))
     {
         first_.sequenceNumber = sender_.sequence();
         first_.rtpTimestamp = timeline_.announce(settings_.clock->monotonicNs());
@@ -263,9 +263,9 @@ void TrackSender::onRtcp(const std::uint8_t* data, std::size_t size)
     }
 }
 
-bool TrackSender::start(TrackSender* picture, std::int64_t nowMs)
+bool TrackSender::start(TrackSender* videoSender, std::int64_t nowMs)
 {
-    const LiveTrack::Found found = startingPoint(picture, nowMs);
+    const LiveTrack::Found found = startingPoint(videoSender, nowMs);
     if (!found.unit)
     {
         return false;
@@ -286,19 +286,19 @@ bool TrackSender::start(TrackSender* picture, std::int64_t nowMs)
     return true;
 }
 
-LiveTrack::Found TrackSender::startingPoint(TrackSender* picture, std::int64_t nowMs)
+LiveTrack::Found TrackSender::startingPoint(TrackSender* videoSender, std::int64_t nowMs)
 {
-    if (picture != nullptr && picture->playing_)
+    if (videoSender != nullptr && videoSender->playing_)
     {
-        if (playedMs_ - picture->playedMs_ > togetherMs && picture->sender_.statistics().packets > 0)
+        if (playedMs_ - videoSender->playedMs_ > togetherMs && videoSender->sender_.statistics().packets > 0)
         {
-            return track_->firstSince(picture->timeline_.lastCaptureNs(), earliest_);
+            return track_->firstSince(videoSender->timeline_.lastCaptureNs(), earliest_);
         }
-        if (picture->started_ || picture->start(nullptr, nowMs))
+        if (videoSender->started_ || videoSender->start(nullptr, nowMs))
         {
-            return track_->firstSince(picture->startCaptureNs_, earliest_);
+            return track_->firstSince(videoSender->startCaptureNs_, earliest_);
         }
-        if (nowMs - playedMs_ < pictureWaitMs)
+        if (nowMs - playedMs_ < frameWaitMs)
         {
             return {};
         }

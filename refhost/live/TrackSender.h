@@ -95,13 +95,13 @@ public:
 
     /// Sends what can be sent now.
     /// \param fresh    the unit that has just come, whichever track's; null otherwise
-    /// \param picture  the video that this sound starts with; null for video and for sound alone
-    /// \param more     the picture follows at once on the same way
-    void pump(const FreshUnit* fresh, TrackSender* picture, bool more);
+    /// \param frame  the video that this sound starts with; null for video and for sound alone
+    /// \param more     the frame follows at once on the same way
+    void pump(const FreshUnit* fresh, TrackSender* videoSender, bool more);
 
     /// Where a start is settled and nothing of it was sent, sends the report that tells when its first unit
     /// was captured: before the units of the past come, which arrive faster than they were captured.
-    void reportStart(TrackSender* picture);
+    void reportStart(TrackSender* videoSender);
 
     /// Whether its transport is kept back until a request is answered.
     bool held() const
@@ -114,7 +114,7 @@ public:
 
     /// Fixes and tells the first packet of the last play().
     /// \returns false when it never played
-    bool firstPacket(RTPPacketInfo& out, TrackSender* picture);
+    bool firstPacket(RTPPacketInfo& out, TrackSender* videoSender);
 
     void onTransportReady() override;
     void onRtcp(const std::uint8_t* data, std::size_t size) override;
@@ -123,11 +123,11 @@ private:
     static constexpr std::int64_t never = -1;
 
     void welcome();
-    bool start(TrackSender* picture, std::int64_t nowMs);
-    LiveTrack::Found startingPoint(TrackSender* picture, std::int64_t nowMs);
+    bool start(TrackSender* videoSender, std::int64_t nowMs);
+    LiveTrack::Found startingPoint(TrackSender* videoSender, std::int64_t nowMs);
     void startAt(const LiveTrack::Found& found);
     bool steady() const;
-    bool waitsForPicture(const FreshUnit* fresh, const TrackSender* picture);
+    bool waitsForFrame(const FreshUnit* fresh, const TrackSender* videoSender);
     bool next(const FreshUnit* fresh, std::int64_t nowMs);
     bool skipToStart(const LiveTrack::View& view);
     void moveTo(std::uint64_t index);
@@ -164,7 +164,7 @@ private:
     std::uint64_t earliest_ = 0;   // a start may not lie before
     std::int64_t startCaptureNs_ = 0;
     std::int64_t playedMs_ = 0;
-    std::int64_t waitingSinceNs_ = 0;   // capture time of the first block that waits for a picture
+    std::int64_t waitingSinceNs_ = 0;   // capture time of the first block that waits for a frame
     std::int64_t congestedMs_ = never;  // since when, or never
     bool paced_ = false;                // it goes through the past at a limited rate
     std::int64_t pacedSinceNs_ = 0;     // when its first unit was sent

@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// All RTP packets of one picture or one block of audio, as one payloader made them. Immutable once shared.
+/// All RTP packets of one frame or one block of audio, as one payloader made them. Immutable once shared.
 ///
 /// The packets stand back to back, each with four bytes of room in front, so that the same layout serves a
 /// gathered TCP write ('$', channel, length, packet, …) and a segmented UDP message (packet, packet, …).
@@ -36,7 +36,7 @@ struct AccessUnit
     /// When it was captured: live media by HostClock::monotonicNs(), recorded media by the date in the
     /// recording, nanoseconds since 1970.
     std::int64_t captureTimeNs = 0;
-    /// A decoder can start here: a key picture with its parameter sets, or any block of audio.
+    /// A decoder can start here: a key frame with its parameter sets, or any block of audio.
     bool keyFrame = false;
 
     /// Appends one RTP packet, given with its 12-byte header.

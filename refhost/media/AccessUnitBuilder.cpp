@@ -94,7 +94,7 @@ void AccessUnitBuilder::reset()
     unit_.reset();
     dropping_ = false;
     hasParameterSet_ = false;
-    hasKeyPicture_ = false;
+    hasKeyFrame_ = false;
 }
 
 void AccessUnitBuilder::finish()
@@ -105,7 +105,7 @@ void AccessUnitBuilder::finish()
                      maxUnitBytes);
         return reset();
     }
-    unit_->keyFrame = info_.keyFrames == CodecInfo::KeyFrames::all || (hasParameterSet_ && hasKeyPicture_);
+    unit_->keyFrame = info_.keyFrames == CodecInfo::KeyFrames::all || (hasParameterSet_ && hasKeyFrame_);
     const AccessUnitPtr whole = std::move(unit_);
     reset();
     deliver_(whole);
@@ -130,7 +130,7 @@ void AccessUnitBuilder::lookH264(const std::uint8_t* payload, std::size_t size)
     {
         const int type = header & 0x1f;
         hasParameterSet_ = hasParameterSet_ || type == h264::sequenceParameterSet;
-        hasKeyPicture_ = hasKeyPicture_ || type == h264::idrSlice;
+        hasKeyFrame_ = hasKeyFrame_ || type == h264::idrSlice;
     };
     const int type = payload[0] & 0x1f;
     if (type == h264::stapA)
@@ -152,8 +152,7 @@ void AccessUnitBuilder::lookH265(const std::uint8_t* payload, std::size_t size)
     const auto noteType = [this](int type)
     {
         hasParameterSet_ = hasParameterSet_ || type == h265::sequenceParameterSet;
-        hasKeyPicture_ =
-            hasKeyPicture_ || (type >= h265::firstRandomAccess && type <= h265::lastRandomAccess);
+        hasKeyFrame_ = hasKeyFrame_ || (type >= h265::firstRandomAccess && type <= h265::lastRandomAccess);
     };
     const int type = h265Type(payload[0]);
     if (type == h265::aggregation && size > 2)

@@ -50,7 +50,7 @@ private:
     std::shared_ptr<AccessUnit> unit_;
     bool dropping_ = false;  // unit_ is too large: what comes of it is left out
     bool hasParameterSet_ = false;
-    bool hasKeyPicture_ = false;
+    bool hasKeyFrame_ = false;
 };
 
 }  // namespace refhost

@@ -28,11 +28,11 @@ struct MediaFormat
     }
 };
 
-/// One picture or block of sound as it was coded, before it is cut into packets.
+/// One frame or block of sound as it was coded, before it is cut into packets.
 struct EncodedUnit
 {
     std::shared_ptr<const MediaFormat> format;  ///< never null; another object where the format changed
-    std::vector<std::uint8_t> bytes;            ///< pictures as length-prefixed NAL units
+    std::vector<std::uint8_t> bytes;            ///< frames as length-prefixed NAL units
     std::int64_t captureTimeNs = 0;             ///< HostClock::monotonicNs() of its presentation
     /// On the same clock: never later than the presentation, and growing from the first key frame on
     /// (DecodeTimes).

@@ -32,7 +32,7 @@ public:
     virtual Description describe(std::vector<SubMediaInfo>& tracks) = 0;
 
     /// Adds a tap of a track's packets with at most `payloadSize` bytes of RTP payload each. It delivers
-    /// while the source runs, now or later, from its next key picture on. The source holds the sink until
+    /// while the source runs, now or later, from its next key frame on. The source holds the sink until
     /// detach().
     virtual void attach(const std::string& trackId, int payloadSize,
                         std::shared_ptr<AccessUnitSink> sink) = 0;
@@ -50,7 +50,7 @@ public:
     /// Takes one viewer back. Some seconds after the last one the source stops, unless another comes.
     virtual void release() = 0;
 
-    /// Asks the encoder for a key picture soon, where there is an encoder to ask. Key pictures are big:
+    /// Asks the encoder for a key frame soon, where there is an encoder to ask. Key frames are big:
     /// requests that come close together are answered by one, and the source sees to it that viewers who
     /// start again and again do not have them made at will.
     virtual void requestKeyFrame() = 0;

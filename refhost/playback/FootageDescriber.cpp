@@ -158,7 +158,7 @@ bool FootageDescriber::describeTrack(SegmentFile& file, bool video, SubMediaInfo
     return false;
 }
 
-/// The pictures' share of a file that is whole.
+/// The frames' share of a file that is whole.
 void FootageDescriber::addBitRate(const RecordedSegment& segment, Tracks& tracks)
 {
     const std::int64_t ms = segment.durationNs / 1'000'000;

@@ -13,8 +13,8 @@ namespace
 {
 
 constexpr std::int64_t second = 1'000'000'000;
-/// A picture lasts about this long where nothing tells.
-constexpr std::int64_t usualPictureNs = 40'000'000;
+/// A frame lasts about this long where nothing tells.
+constexpr std::int64_t usualFrameNs = 40'000'000;
 /// Segments that are remembered from one question to the index.
 constexpr int mostFound = 16;
 /// How often in a row a reader comes back for footage that is being written before that counts as its end.
@@ -107,7 +107,7 @@ bool FootageReader::isStray(const CodedUnit& unit) const
     return unit.timeNs < -strayNs || unit.timeNs > std::max(segment_->durationNs, growing) + strayNs;
 }
 
-/// Pictures that follow a lost one cannot be decoded.
+/// Frames that follow a lost one cannot be decoded.
 void FootageReader::skipDamage(const CodedUnit& unit)
 {
     if (isLead(unit) && !waitsForKey_)
@@ -226,7 +226,7 @@ bool FootageReader::reopenGrown()
             return false;
         }
         const auto before = std::move(file_);
-        if (!openSegment(now, std::max(lastPictureNs_, lastSoundNs_) - usualPictureNs, before.get()))
+        if (!openSegment(now, std::max(lastFrameNs_, lastSoundNs_) - usualFrameNs, before.get()))
         {
             return false;
         }
@@ -253,8 +253,8 @@ bool FootageReader::takes(const CodedUnit& unit)
     {
         beginSection();
     }
-    endNs_ = std::max(endNs_, unit.timeNs + (unit.durationNs > 0 ? unit.durationNs : usualPictureNs));
-    (unit.video ? lastPictureNs_ : lastSoundNs_) = unit.timeNs;
+    endNs_ = std::max(endNs_, unit.timeNs + (unit.durationNs > 0 ? unit.durationNs : usualFrameNs));
+    (unit.video ? lastFrameNs_ : lastSoundNs_) = unit.timeNs;
     if (waitsForKey_)
     {
         if (!isLead(unit) || !unit.key)
@@ -264,18 +264,18 @@ bool FootageReader::takes(const CodedUnit& unit)
         waitsForKey_ = false;
         startNs_ = unit.timeNs;
     }
-    // Pictures that lead a key picture need those before it.
+    // Frames that lead a key frame need those before it.
     if (unit.timeNs < startNs_)
     {
         return false;
     }
-    return !unit.video || !request_.keyPicturesOnly || (unit.key && keepsDistance(unit));
+    return !unit.video || !request_.keyFramesOnly || (unit.key && keepsDistance(unit));
 }
 
-/// Whether a key picture is far enough from the one before, give or take what capture times are off.
+/// Whether a key frame is far enough from the one before, give or take what capture times are off.
 bool FootageReader::keepsDistance(const CodedUnit& unit)
 {
-    if (lastKeyNs_ && unit.timeNs - *lastKeyNs_ < request_.keyDistanceNs - usualPictureNs / 2)
+    if (lastKeyNs_ && unit.timeNs - *lastKeyNs_ < request_.keyDistanceNs - usualFrameNs / 2)
     {
         return false;
     }
@@ -298,8 +298,8 @@ bool FootageReader::follows(const CodedUnit& unit)
     }
     if (resuming_ && isLead(unit))
     {
-        const bool beyond = unit.key && unit.timeNs > lastPictureNs_;
-        resuming_ = !beyond && unit.timeNs != lastPictureNs_ && unit.video;
+        const bool beyond = unit.key && unit.timeNs > lastFrameNs_;
+        resuming_ = !beyond && unit.timeNs != lastFrameNs_ && unit.video;
         return beyond || !unit.video;
     }
     fresh_ = fresh_ && endNs_ != 0;
@@ -317,7 +317,7 @@ bool FootageReader::follows(const CodedUnit& unit)
     {
         return true;
     }
-    fresh_ = unit.video && (!unit.key || unit.timeNs <= lastPictureNs_);
+    fresh_ = unit.video && (!unit.key || unit.timeNs <= lastFrameNs_);
     return !fresh_;
 }
 
@@ -325,7 +325,7 @@ bool FootageReader::follows(const CodedUnit& unit)
 void FootageReader::beginEpoch()
 {
     beginSection();
-    lastPictureNs_ = 0;
+    lastFrameNs_ = 0;
     lastSoundNs_ = 0;
     lastKeyNs_.reset();
 }

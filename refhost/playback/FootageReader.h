@@ -26,9 +26,9 @@ public:
     {
         int cameraId = 0;
         int streamId = 0;
-        std::int64_t fromNs = 0;  ///< begins at the last key picture at or before it, or at what comes next
+        std::int64_t fromNs = 0;  ///< begins at the last key frame at or before it, or at what comes next
         std::int64_t endNs = 0;   ///< nothing of a segment that begins here or later
-        bool keyPicturesOnly = false;
+        bool keyFramesOnly = false;
         std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least
         std::optional<Codec> video;      ///< wanted in this coding
         std::optional<Codec> sound;
@@ -45,8 +45,8 @@ public:
 
     /// The next unit in the order of decoding, with its wall clock. Where the clock was set back, what was
     /// recorded before comes first, up to the interval's end, and then what was recorded after, in a section
-    /// of its own. Pictures begin with a key picture at the begin and behind each gap, and sound with that
-    /// picture.
+    /// of its own. Frames begin with a key frame at the begin and behind each gap, and sound with that
+    /// frame.
     Result read(CodedUnit& out) override;
 
     /// Number of the contiguous section that the last unit belongs to.
@@ -100,11 +100,11 @@ private:
     bool waitsForKey_ = true;    // sound waits too
     bool epochFollows_ = false;  // behind the interval's end in this epoch comes its begin in a later one
     std::uint32_t section_ = 0;
-    std::int64_t startNs_ = 0;  // of the section: its first key picture
+    std::int64_t startNs_ = 0;  // of the section: its first key frame
     std::int64_t endNs_ = 0;    // of the section as far as it was read; 0 before its first unit
-    std::int64_t lastPictureNs_ = 0;
+    std::int64_t lastFrameNs_ = 0;
     std::int64_t lastSoundNs_ = 0;
-    std::optional<std::int64_t> lastKeyNs_;  // taken, where only key pictures are
+    std::optional<std::int64_t> lastKeyNs_;  // taken, where only key frames are
     int waits_ = 0;                          // for growth, without any
 };
 

@@ -26,7 +26,7 @@ struct PlayMode
 
     bool keyFramesOnly() const
     {
-        return speed.keyPicturesOnly() || onlyKeyFramesRequested();
+        return speed.keyFramesOnly() || onlyKeyFramesRequested();
     }
 
     /// How far key frames are apart at least, in the recording; 0: every one is sent.
@@ -46,7 +46,7 @@ struct PlayMode
 private:
     bool onlyKeyFramesRequested() const
     {
-        return (kind & playRangeKeyPictures) != 0;
+        return (kind & playRangeKeyFrames) != 0;
     }
 };
 

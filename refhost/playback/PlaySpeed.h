@@ -12,8 +12,8 @@ struct PlaySpeed
 {
     static constexpr double slowest = 0.25;
     static constexpr double fastest = 32;
-    /// Above this scale only key pictures are sent.
-    static constexpr double allPicturesUpTo = 4;
+    /// Above this scale only key frames are sent.
+    static constexpr double allFramesUpTo = 4;
     /// Sound is sent from scale 1 up to this one, with blocks left out so that the others fit.
     static constexpr double soundUpTo = 2;
 
@@ -37,9 +37,9 @@ struct PlaySpeed
     }
 
     /// Backwards, too: others cannot be decoded without those before them.
-    bool keyPicturesOnly() const
+    bool keyFramesOnly() const
     {
-        return backwards() || scale > allPicturesUpTo;
+        return backwards() || scale > allFramesUpTo;
     }
 
     bool withSound() const
@@ -65,12 +65,12 @@ enum PlayRangeKind
     playRangeReplay = 1,
     /// Footage goes as fast as the way takes it.
     playRangeUnpaced = 2,
-    /// Only key pictures and no sound.
-    playRangeKeyPictures = 4,
+    /// Only key frames and no sound.
+    playRangeKeyFrames = 4,
     /// Shift of eight bits that hold the low byte of the CSeq of the request, which the header extension
     /// repeats.
     playRangeSequenceShift = 8,
-    /// Shift of fifteen bits that hold how far apart key pictures are at least, where only these are sent: in
+    /// Shift of fifteen bits that hold how far apart key frames are at least, where only these are sent: in
     /// the footage, in units of 10 ms. 0: every one is sent.
     playRangeDistanceShift = 16,
     playRangeLongestDistance = 0x7fff

@@ -41,7 +41,7 @@ void PlaybackPump::setSpeed(const PlaySpeed& speed)
 
 bool PlaybackPump::readsForMode() const
 {
-    return reading_.keyPicturesOnly == mode_.keyFramesOnly() &&
+    return reading_.keyFramesOnly == mode_.keyFramesOnly() &&
            reading_.keyDistanceNs == mode_.keyDistanceNs() && reading_.backwards == mode_.speed.backwards();
 }
 

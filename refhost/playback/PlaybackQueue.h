@@ -40,7 +40,7 @@ public:
     /// Footage from the first unit to the last, nanoseconds; only what belongs to one section counts.
     std::int64_t spanNs() const;
 
-    /// Appends a unit. Files may hold sound and pictures of the same time far from each other: it goes in
+    /// Appends a unit. Files may hold audio and video of the same time far from each other: it goes in
     /// front of later units of the other track.
     void add(PlaybackUnit unit);
 

@@ -307,14 +307,14 @@ PlaybackSource::Request PlaybackSession::requestFor(const PendingSeek::Target& t
     request.fromNs = target.fromNs;
     request.endNs = target.endNs;
     request.backwards = mode.speed.backwards();
-    request.keyPicturesOnly = mode.keyFramesOnly();
+    request.keyFramesOnly = mode.keyFramesOnly();
     request.keyDistanceNs = mode.keyDistanceNs();
     if (const TrackPtr& video = tracks_.of(true))
     {
         request.video = {video->payloadSize, video->encodingName};
     }
     const TrackPtr& audio = tracks_.of(false);
-    if (audio && !request.keyPicturesOnly)
+    if (audio && !request.keyFramesOnly)
     {
         request.sound = {audio->payloadSize, audio->encodingName};
     }

@@ -78,7 +78,7 @@ public:
     /// only the bits of `kind` are taken over
     int setRange(const std::string& trackId, double begin, double end, int kind, bool move);
 
-    /// Tells where the last play() really began, its key picture, and where it ends: seconds. Backwards, the
+    /// Tells where the last play() really began, its key frame, and where it ends: seconds. Backwards, the
     /// end comes before the begin.
     int range(const std::string& trackId, double& begin, double& end);
 

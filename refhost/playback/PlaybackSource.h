@@ -46,11 +46,11 @@ public:
 
     struct Request
     {
-        std::int64_t fromNs = 0;  ///< wall clock; reading begins at the key picture at or before it
+        std::int64_t fromNs = 0;  ///< wall clock; reading begins at the key frame at or before it
         std::int64_t endNs = 0;   ///< wall clock; what is shown from here on is left out
         /// Reads key frames alone, from the one at or before `fromNs` down to those at or after `endNs`.
         bool backwards = false;
-        bool keyPicturesOnly = false;
+        bool keyFramesOnly = false;
         std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least, in the footage
         Track video;
         Track sound;

@@ -112,7 +112,7 @@ public:
     /// \param toleranceNs  how closely, in nanoseconds
     std::uint32_t soundTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const;
     /// A unit was sent.
-    /// \param soundNs  how long a block of sound lasts; 0 for a picture
+    /// \param soundNs  how long a block of sound lasts; 0 for a frame
     void sent(std::uint32_t timestamp, std::int64_t soundNs);
     /// The next unit does not follow what was sent before.
     /// \param discontinuity  a client must be told

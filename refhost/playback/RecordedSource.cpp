@@ -15,9 +15,9 @@ namespace
 {
 
 constexpr std::int64_t second = 1'000'000'000;
-/// Pictures that must be known behind one to tell when it is due: as many as a coder usually puts between
+/// Frames that must be known behind one to tell when it is due: as many as a coder usually puts between
 /// two that are shown later.
-constexpr std::size_t picturesAhead = 4;
+constexpr std::size_t framesAhead = 4;
 /// Units that may wait for that.
 constexpr std::size_t mostWaiting = 128;
 
@@ -120,7 +120,7 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
     wanted.streamId = *streamId_;
     wanted.fromNs = request.fromNs;
     wanted.endNs = request.endNs;
-    wanted.keyPicturesOnly = request.keyPicturesOnly;
+    wanted.keyFramesOnly = request.keyFramesOnly;
     wanted.keyDistanceNs = request.keyDistanceNs;
     wanted.video = video;
     wanted.sound = codingOfTrack(request.sound);
@@ -204,7 +204,7 @@ RecordedSource::Outlook RecordedSource::outlookOf(const Reading& reading)
         return outlook;
     }
     const Waiting& head = reading.waiting.front();
-    const std::size_t needed = head.unit.video && !reading.request.keyPicturesOnly ? picturesAhead : 1;
+    const std::size_t needed = head.unit.video && !reading.request.keyFramesOnly ? framesAhead : 1;
     std::size_t following = 0;
     outlook.dueNs = head.unit.timeNs;
     outlook.enough = reading.waiting.size() >= mostWaiting;
@@ -289,7 +289,7 @@ void RecordedSource::packetise(const Outlook& outlook)
 std::int64_t RecordedSource::durationOf(const CodedUnit& unit, const Outlook& outlook)
 {
     std::int64_t& usual = usualDurationNs_[indexOf(unit.video)];
-    const bool keysOnly = reading_->request.keyPicturesOnly;
+    const bool keysOnly = reading_->request.keyFramesOnly;
     if (unit.durationNs > 0 && !keysOnly)
     {
         usual = unit.durationNs;

@@ -176,7 +176,7 @@ bool SegmentFile::seekByReading(std::int64_t timeNs)
     return rewind() && readKey(keyNs);
 }
 
-/// Reads up to the first key picture of a time or later and keeps it to be read again.
+/// Reads up to the first key frame of a time or later and keeps it to be read again.
 bool SegmentFile::readKey(std::int64_t fromNs)
 {
     CodedUnit unit;

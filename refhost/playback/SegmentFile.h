@@ -17,7 +17,7 @@ struct AVPacket;
 namespace refhost
 {
 
-/// One coded picture or block of sound of a file.
+/// One coded frame or block of sound of a file.
 struct CodedUnit
 {
     GstValuePtr<GstBuffer> buffer;
@@ -73,8 +73,8 @@ public:
         return sound_ ? &*sound_ : nullptr;
     }
 
-    /// Goes to the last key picture at or before a time; to the first one where there is none before. Sound
-    /// comes from about there on. Without pictures it goes to the sound of that time.
+    /// Goes to the last key frame at or before a time; to the first one where there is none before. Sound
+    /// comes from about there on. Without frames it goes to the sound of that time.
     /// \returns false when the file is damaged there
     bool seek(std::int64_t timeNs);
 

@@ -9,8 +9,8 @@ namespace refhost
 
 /// One file of recorded media.
 ///
-/// The wall clock of a media instant is `beginNs` plus its Matroska timestamp; the first picture, a key
-/// picture, has timestamp 0.
+/// The wall clock of a media instant is `beginNs` plus its Matroska timestamp; the first frame, a key
+/// frame, has timestamp 0.
 struct RecordedSegment
 {
     std::int64_t id = 0;
@@ -19,9 +19,9 @@ struct RecordedSegment
     /// Counts from 0 how often the clock had been set back when it was recorded, so that what was recorded at
     /// one time of the clock twice is kept apart. The index assigns it.
     int epoch = 0;
-    std::int64_t beginNs = 0;  ///< capture time of the first picture, wall clock, nanoseconds since 1970
+    std::int64_t beginNs = 0;  ///< capture time of the first frame, wall clock, nanoseconds since 1970
     std::int64_t durationNs =
-        0;                   ///< up to the end of the last picture; of an open segment what is known so far
+        0;                   ///< up to the end of the last frame; of an open segment what is known so far
     std::int64_t bytes = 0;  ///< size of the file; of an open segment what is known so far
     std::string path;        ///< of the file, with the index's directory in front
     bool closed = false;     ///< false while it is written, or when that ended with a crash

@@ -286,7 +286,7 @@ void Recorder::endSegment(std::int64_t durationNs)
     {
         return fail(writer_->error());
     }
-    // Of a single picture nobody may have told how long it lasts.
+    // Of a single frame nobody may have told how long it lasts.
     segment_.durationNs = std::max(durationNs, SegmentMeasure::leastNs);
     segment_.bytes = writer_->bytes();
     writer_.reset();

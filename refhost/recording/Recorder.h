@@ -24,7 +24,7 @@ namespace refhost
 /// `<camera>/<stream>/<begin in UTC>.mkv`, and notes them in the ledger.
 ///
 /// All writing is done on a thread of its own; a disk that is slow or fails never holds up the source. What a
-/// slow disk leaves behind is left out up to the next key picture. When the disk fails, or is full and
+/// slow disk leaves behind is left out up to the next key frame. When the disk fails, or is full and
 /// nothing makes room, recording stops with one line in the log, repeated every ten minutes, and is tried
 /// again after a pause, with one line when it works again. Malformed media is left out, with one line in ten
 /// minutes at most, and stops nothing.

@@ -31,8 +31,8 @@ public:
     /// Segments that follow each other within this time leave no gap, nanoseconds: ends that were measured
     /// are not exact.
     static constexpr std::int64_t shortestGapNs = 200000000;
-    /// Pictures of two segments that follow each other within this time are played on without a break,
-    /// nanoseconds: who reads the files does not know how long the last picture was shown.
+    /// Frames of two segments that follow each other within this time are played on without a break,
+    /// nanoseconds: who reads the files does not know how long the last frame was shown.
     static constexpr std::int64_t seamNs = 1000000000;
     /// How far the end of an open segment may be beyond what is known of it, nanoseconds.
     static constexpr std::int64_t openReserveNs = 5000000000;

@@ -11,7 +11,7 @@ namespace refhost
 namespace
 {
 
-// Pictures that are shown in another order than they come in go back by some pictures' time at most.
+// Frames that are shown in another order than they come in go back by some frames' time at most.
 constexpr std::int64_t mostReorderingNs = 1000000000;
 
 bool same(const std::shared_ptr<const MediaFormat>& left, const std::shared_ptr<const MediaFormat>& right)
@@ -39,7 +39,7 @@ void SegmentCutter::take(const EncodedUnitPtr& unit)
     }
     if (reference)
     {
-        // First what comes before this picture, which may begin a segment.
+        // First what comes before this frame, which may begin a segment.
         releaseAhead(unit->captureTimeNs - 1);
         reorders_ = reorders_ || (lastNs_ && unit->captureTimeNs < *lastNs_);
         lastStepNs_ = lastNs_ ? std::max<std::int64_t>(unit->captureTimeNs - *lastNs_, 0) : 0;
@@ -81,7 +81,7 @@ void SegmentCutter::keepAhead(const EncodedUnitPtr& unit)
 {
     ahead_.push_back(unit);
     aheadBytes_ += unit->bytes.size();
-    // Pictures may stay away: the sound goes on.
+    // Frames may stay away: the sound goes on.
     releaseAhead(unit->captureTimeNs - longestHoldNs);
     while (ahead_.size() > maxHeld || aheadBytes_ > maxHeldBytes)
     {
@@ -161,7 +161,7 @@ void SegmentCutter::write(const EncodedUnitPtr& unit)
 {
     const auto track = std::find_if(tracks_.begin(), tracks_.end(),
                                     [&](const Format& format) { return same(format, unit->format); });
-    // Not what the segment was begun with: the next key picture begins one for it.
+    // Not what the segment was begun with: the next key frame begins one for it.
     if (track == tracks_.end() || unit->captureTimeNs < beginNs_)
     {
         return;

@@ -26,14 +26,14 @@ public:
     virtual void beginSegment(std::int64_t beginNs, const Tracks& tracks) = 0;
     /// \param track  index into the segment's tracks; the unit is not from before the segment's begin
     virtual void writeUnit(std::size_t track, const EncodedUnitPtr& unit) = 0;
-    /// \param durationNs  up to the end of the last picture
+    /// \param durationNs  up to the end of the last frame
     virtual void endSegment(std::int64_t durationNs) = 0;
 };
 
 /// Decides which encoded unit goes into which segment.
 ///
-/// A segment begins with a key picture: with the first one, with the first one after the wanted length, and
-/// where a format changed. Sound and pictures of one time do not arrive together; so what comes first is held
+/// A segment begins with a key frame: with the first one, with the first one after the wanted length, and
+/// where a format changed. Sound and frames of one time do not arrive together; so what comes first is held
 /// back for a while, and no sound is lost or put into the wrong segment at a cut. Frames that follow a key
 /// frame and are presented before it (open GOPs) stay with it where they follow another segment; elsewhere
 /// they are left out, because they cannot be decoded. A jump of the capture times is a gap: the segment ends
@@ -68,7 +68,7 @@ public:
     SegmentCutter(std::int64_t segmentNs, std::function<Expected()> expected, SegmentSink& sink);
 
     void take(const EncodedUnitPtr& unit);
-    /// Ends the present segment; the next one begins with the next key picture.
+    /// Ends the present segment; the next one begins with the next key frame.
     void interrupt();
     /// Cuts at the next key frame, however short the segment is; nothing is lost.
     void cutSoon()
@@ -102,8 +102,8 @@ private:
     bool cutsSoon_ = false;  ///< whatever the length
     std::int64_t beginNs_ = 0;
     SegmentSink::Tracks tracks_;             ///< of the open segment
-    std::int64_t endNs_ = 0;                 ///< end of the last picture that was written
-    std::optional<std::int64_t> lastNs_;     ///< capture time of the last picture that came
+    std::int64_t endNs_ = 0;                 ///< end of the last frame that was written
+    std::optional<std::int64_t> lastNs_;     ///< capture time of the last frame that came
     std::int64_t lastStepNs_ = 0;            ///< from the last but one to it
     std::optional<std::int64_t> pendingNs_;  ///< begin of the next segment, while units are held back
     bool reorders_ = false;                  ///< frames come in another order than they are presented in

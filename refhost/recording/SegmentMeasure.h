@@ -17,10 +17,10 @@ struct SegmentMeasure
         unreadable  ///< the system does not give its bytes: nobody knows
     };
 
-    /// A single picture lasts that long at least, nanoseconds: timestamps are milliseconds.
+    /// A single frame lasts that long at least, nanoseconds: timestamps are milliseconds.
     static constexpr std::int64_t leastNs = 1000000;
 
-    std::int64_t durationNs = 0;  ///< up to the end of the last picture, or of the last sound without any
+    std::int64_t durationNs = 0;  ///< up to the end of the last frame, or of the last sound without any
     std::int64_t bytes = 0;       ///< size of the file
 
     /// Measures a file, finished or not.

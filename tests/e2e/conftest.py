@@ -5,7 +5,7 @@ import warnings
 
 import pytest
 
-pytest.register_assert_rewrite("ffmpeg", "gstreamer", "network", "pictures", "recordings", "rtsp_client", "server", "wire")
+pytest.register_assert_rewrite("ffmpeg", "gstreamer", "network", "frames", "recordings", "rtsp_client", "server", "wire")
 
 import recordings
 from made_once import made_once
@@ -64,7 +64,7 @@ def server(build_folder, tmp_path_factory):
 
 @pytest.fixture(scope="module")
 def recorded(build_folder, tmp_path_factory):
-    """A server that has recorded some seconds of a film whose pictures are all known."""
+    """A server that has recorded some seconds of a film whose frames are all known."""
     film = recordings.film(build_folder)
     folder = tmp_path_factory.mktemp("recorded")
     instance = Server(build_folder / "ovrtspd", folder, recordings.config(film, folder / "recordings"))

@@ -6,7 +6,7 @@ import re
 import time
 
 from made_once import made_once
-from pictures import GOP, RATE, CountedFootage
+from frames import GOP, RATE, CountedFootage
 from rtsp_client import RtspClient
 from server import wait_until
 
@@ -141,7 +141,7 @@ class Recorded:
             client.setup_all()
             client.play({"Range": "npt=0-", "Speed": "8"})
             finish(client)
-            self.whole = film.pictures(client.rtp)
+            self.whole = film.frames(client.rtp)
             self.timeline = Timeline(self.whole[0].number)
 
     def play(self, transport="tcp", headers=None):
@@ -153,5 +153,5 @@ class Recorded:
             finish(client)
         return client
 
-    def pictures(self, client, first=0):
-        return self.film.pictures(client.packets(client.video())[first:])
+    def frames(self, client, first=0):
+        return self.film.frames(client.packets(client.video())[first:])

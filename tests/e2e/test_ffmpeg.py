@@ -23,7 +23,7 @@ def test_ten_seconds_decode_without_an_error_line(server, transport):
     assert len(audio) > 100
     for track in (video, audio):
         assert all(before.pts < after.pts for before, after in zip(track, track[1:])), "timestamps increase"
-    assert len({frame.checksum for frame in video}) > 200, "the test picture moves"
+    assert len({frame.checksum for frame in video}) > 200, "the test pattern moves"
 
 
 @pytest.mark.parametrize("path", ["orv/live/9/0", "orv/live/1/9", "orv/live/x/0", "other/live/1/0"])

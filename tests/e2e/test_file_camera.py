@@ -25,7 +25,7 @@ audio = "none"
 
 
 def test_recording_is_served_as_it_is_and_in_a_loop(camera, footage, transport):
-    """Passed through, each decoded picture is one of the file's, bit for bit, and the next follows it."""
+    """Passed through, each decoded frame is one of the file's, bit for bit, and the next follows it."""
     streams = ffmpeg.probe(camera.url(5), transport)
     assert list(streams) == ["video"]
     assert (streams["video"]["width"], streams["video"]["height"]) == (768, 576)
@@ -41,17 +41,17 @@ def test_recording_is_served_as_it_is_and_in_a_loop(camera, footage, transport):
 
 
 @pytest.mark.skipif(not VTEST.exists(), reason="the recording is packed")
-def test_pictures_show_what_the_recording_shows(camera, tmp_path):
-    """The picture that a viewer sees is compared with the original recording, before any encoding."""
-    picture = tmp_path / "picture.png"
+def test_frames_show_what_the_recording_shows(camera, tmp_path):
+    """The frame that a viewer sees is compared with the original recording, before any encoding."""
+    frame = tmp_path / "frame.png"
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-rtsp_transport", "tcp", "-i", camera.url(5), "-frames:v", "1",
-                    picture], check=True, timeout=30)
+                    frame], check=True, timeout=30)
     likeness = subprocess.run(
-        ["ffmpeg", "-nostdin", "-v", "error", "-loop", "1", "-i", picture, "-t", "8", "-i", VTEST, "-lavfi",
+        ["ffmpeg", "-nostdin", "-v", "error", "-loop", "1", "-i", frame, "-t", "8", "-i", VTEST, "-lavfi",
          "[0]format=yuv420p,settb=1/10,setpts=N[a];[1]format=yuv420p,settb=1/10,setpts=N[b];"
          "[a][b]psnr=shortest=1:stats_file=-", "-f", "null", "-"],
         capture_output=True, text=True, timeout=60, check=True)
     values = [float(value) for value in re.findall(r"psnr_avg:([0-9.]+)", likeness.stdout)]
     assert len(values) >= 80
-    assert max(values) > 34, "one of the recording's pictures is this one"
+    assert max(values) > 34, "one of the recording's frames is this one"
     assert max(values) - sorted(values)[len(values) // 2] > 3, "and the others differ from it"

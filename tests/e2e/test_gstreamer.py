@@ -5,8 +5,8 @@ FRAMES = 75
 BLOCKS = 150
 
 
-def test_rtspsrc_plays_the_picture(server, transport, tmp_path):
-    stream, times = record(server.url(), transport, tmp_path / "pictures.mkv", "video",
+def test_rtspsrc_plays_the_frame(server, transport, tmp_path):
+    stream, times = record(server.url(), transport, tmp_path / "frames.mkv", "video",
                            ["rtph264depay", "!", "avdec_h264", "!", "identity", f"eos-after={FRAMES + 1}", "!", "jpegenc"])
     assert (stream["width"], stream["height"]) == (1280, 720)
     assert len(times) == FRAMES

@@ -133,7 +133,7 @@ def test_ffmpeg_and_rtspsrc_play_across_a_cable(server, other_machine, tmp_path)
     streams = ffmpeg.decode(url, "udp_multicast", ("-frames:v", "50"), ("0:v",), prefix=other_machine.prefix)
     assert len(streams) == 50
     stream, times = gstreamer.record(
-        url, "udp-mcast", tmp_path / "pictures.mkv", "video",
+        url, "udp-mcast", tmp_path / "frames.mkv", "video",
         ["rtph264depay", "!", "avdec_h264", "!", "identity", "eos-after=51", "!", "jpegenc"],
         prefix=other_machine.prefix)
     assert (stream["width"], stream["height"]) == (640, 360)
@@ -213,7 +213,7 @@ def test_what_rtp_info_tells_comes_first(server, other_machine):
         for index, told in info.items():
             packet = viewer.packets(index)[0]
             assert (packet.sequence, packet.timestamp) == told
-        assert video_packets(viewer)[0].nal_types()[0] in (7, 8, 5), "it begins with a key picture"
+        assert video_packets(viewer)[0].nal_types()[0] in (7, 8, 5), "it begins with a key frame"
 
 
 def test_five_viewers_leave_in_every_order(server, other_machine):
@@ -226,7 +226,7 @@ def test_five_viewers_leave_in_every_order(server, other_machine):
                 viewer.describe()
             for order in itertools.permutations(viewers):
                 for viewer in viewers:
-                    watch_pictures(viewer)
+                    watch_frames(viewer)
                 for viewer in order:
                     collect(everything, streams)
                     assert viewer.request("TEARDOWN").status == 200
@@ -240,7 +240,7 @@ def test_five_viewers_leave_in_every_order(server, other_machine):
         assert ordered == list(range(ordered[0], ordered[0] + len(ordered))), "nobody's leaving makes a gap"
 
 
-def watch_pictures(viewer):
+def watch_frames(viewer):
     """Without a socket that would take them."""
     response = viewer.request("SETUP", viewer.tracks[0].url, {"Transport": "RTP/AVP;multicast"})
     assert response.status == 200, response
@@ -328,7 +328,7 @@ def test_without_any_way_setup_says_so(serve, other_machine):
 
 
 def test_the_server_works_no_more_for_five_viewers_than_for_one(server, other_machine):
-    """Prints what it measured, for each picture. Five senders would send five times as much; five encoders would take
+    """Prints what it measured, for each frame. Five senders would send five times as much; five encoders would take
     five times the processor's time, whose bound leaves room for what else runs on the machine."""
     cost = {}
     with contextlib.ExitStack() as stack:
@@ -339,23 +339,23 @@ def test_the_server_works_no_more_for_five_viewers_than_for_one(server, other_ma
                 viewers[-1].open()
             viewers[-1].receive(lambda: len(video_packets(viewers[-1])) > 20, "video")
             viewers[0].receive_for(0.1)
-            cost[count] = cost_of_a_picture(server, viewers[0])
+            cost[count] = cost_of_a_frame(server, viewers[0])
     for count, (datagrams, milliseconds) in cost.items():
-        print(f"{count} viewers: {datagrams:.2f} datagrams and {milliseconds:.2f} ms of processor time a picture")
+        print(f"{count} viewers: {datagrams:.2f} datagrams and {milliseconds:.2f} ms of processor time a frame")
     assert cost[5][0] < cost[1][0] * 1.5
     assert cost[5][1] < cost[1][1] * 2
 
 
-def cost_of_a_picture(server, viewer, pictures=75):
+def cost_of_a_frame(server, viewer, frames=75):
     """Datagrams that the server's machine sent, and milliseconds that the server worked."""
     def begun():
         return len({packet.timestamp for packet in video_packets(viewer)})
 
     first = begun()
     before = datagrams_sent(server.pid), cpu_seconds(server.pid)
-    viewer.receive(lambda: begun() >= first + pictures, "pictures", patience=30)
-    return ((datagrams_sent(server.pid) - before[0]) / pictures,
-            (cpu_seconds(server.pid) - before[1]) * 1000 / pictures)
+    viewer.receive(lambda: begun() >= first + frames, "frames", patience=30)
+    return ((datagrams_sent(server.pid) - before[0]) / frames,
+            (cpu_seconds(server.pid) - before[1]) * 1000 / frames)
 
 
 def datagrams_sent(pid):
@@ -381,9 +381,9 @@ def test_one_encoder_serves_both_controllers_and_the_group(serve, other_machine)
             assert (client.packets(index)[0].sequence, client.packets(index)[0].timestamp) == info[index]
         assert server.log().count("camera 1/0: starting") == 1, "one pipeline"
         for client in (first, second):
-            client.receive(lambda: picture_ends(client) & picture_ends(third),
-                           "the same encoder's pictures, whichever the way")
+            client.receive(lambda: frame_ends(client) & frame_ends(third),
+                           "the same encoder's frames, whichever the way")
 
 
-def picture_ends(client):
+def frame_ends(client):
     return {packet.payload for packet in video_packets(client) if packet.marker}

@@ -1,4 +1,4 @@
-"""Recordings are played back picture by picture as they were taken: over the borders of segments, from the picture that
+"""Recordings are played back frame by frame as they were taken: over the borders of segments, from the frame that
 was asked for, at the speed that was asked for, to the end."""
 
 import calendar
@@ -10,7 +10,7 @@ import time
 
 import pytest
 import recordings
-from pictures import RATE
+from frames import RATE
 from processor import Stopwatch
 from recordings import SECONDS, finish, goodbyes, npt
 from rtsp_client import RtspClient, assert_no_gap
@@ -19,14 +19,14 @@ from server import wait_until
 PERIOD = 90000 // RATE
 
 
-def numbers(pictures):
-    return [picture.number for picture in pictures]
+def numbers(frames):
+    return [frame.number for frame in frames]
 
 
-def assert_successive(pictures):
-    """Every picture of the film in turn, each at its time."""
-    assert numbers(pictures) == list(range(pictures[0].number, pictures[0].number + len(pictures)))
-    steps = {(b.timestamp - a.timestamp) & 0xFFFFFFFF for a, b in itertools.pairwise(pictures)}
+def assert_successive(frames):
+    """Every frame of the film in turn, each at its time."""
+    assert numbers(frames) == list(range(frames[0].number, frames[0].number + len(frames)))
+    steps = {(b.timestamp - a.timestamp) & 0xFFFFFFFF for a, b in itertools.pairwise(frames)}
     assert steps == {PERIOD}
 
 
@@ -49,18 +49,18 @@ def test_description_tells_the_length(recorded):
     assert text.count("a=range:") == 1
 
 
-def test_every_picture_is_played_once_and_in_time(recorded, transport):
+def test_every_frame_is_played_once_and_in_time(recorded, transport):
     client = recorded.play(transport)
     packets = client.packets(client.video())
     if transport == "udp":
         first = packets[0].sequence
         packets.sort(key=lambda packet: (packet.sequence - first) & 0xFFFF)
     assert_no_gap(packets)
-    pictures = recorded.film.pictures(packets)
-    assert pictures[0].key
-    assert_successive(pictures)
+    frames = recorded.film.frames(packets)
+    assert frames[0].key
+    assert_successive(frames)
     assert npt(client.answer) == (0, recorded.seconds), "as described"
-    assert len(pictures) == pytest.approx(recorded.seconds * RATE, abs=1)
+    assert len(frames) == pytest.approx(recorded.seconds * RATE, abs=1)
     assert [track for track, _ in client.rtcp[-1:]] == [client.video()] and client.rtcp_after[-1] == len(client.rtp), \
         "the goodbye is the last"
 
@@ -77,7 +77,7 @@ def test_answer_names_the_first_packet(recorded, transport):
         assert client.played_at == 0, "the answer comes before the first packet"
 
 
-def test_the_first_picture_comes_soon(recorded):
+def test_the_first_frame_comes_soon(recorded):
     waits = []
     for start in range(7):
         with RtspClient(recorded.url) as client:
@@ -85,22 +85,22 @@ def test_the_first_picture_comes_soon(recorded):
             client.setup_all()
             stopwatch = Stopwatch(recorded.server.pid)
             client.play({"Range": f"npt={start}.3-"})
-            client.receive(lambda: any(packet.marker for packet in client.rtp), "a whole picture")
+            client.receive(lambda: any(packet.marker for packet in client.rtp), "a whole frame")
             waits.append(stopwatch.read())
     assert statistics.median(waits) < 0.2, waits
 
 
 @pytest.mark.parametrize("wanted", [0.5, 1.0, 2.04, 3.98, 5.5, 7.9])
 @pytest.mark.parametrize("unit", ["npt", "clock"])
-def test_a_seek_lands_on_the_key_picture_before(recorded, unit, wanted):
+def test_a_seek_lands_on_the_key_frame_before(recorded, unit, wanted):
     base = recorded.start
     value = f"npt={wanted}-" if unit == "npt" else f"clock={clock(base + wanted)}-"
     client = recorded.play(headers={"Range": value, "Speed": "8"})
-    pictures = recorded.pictures(client)
+    frames = recorded.frames(client)
     expected = max(recorded.timeline.key_before(wanted), recorded.whole[0].number)
-    assert pictures[0].number == expected
-    assert_successive(pictures)
-    assert pictures[-1].number == recorded.whole[-1].number
+    assert frames[0].number == expected
+    assert_successive(frames)
+    assert frames[-1].number == recorded.whole[-1].number
     begin = (expected - recorded.timeline.first) / RATE
     if unit == "npt":
         assert npt(client.answer) == (pytest.approx(begin, abs=0.002), recorded.seconds)
@@ -112,31 +112,31 @@ def test_a_seek_lands_on_the_key_picture_before(recorded, unit, wanted):
 
 def test_a_range_ends_where_it_says(recorded):
     client = recorded.play(headers={"Range": "npt=2-4.5", "Speed": "8"})
-    pictures = recorded.pictures(client)
+    frames = recorded.frames(client)
     assert npt(client.answer)[1] == 4.5
-    assert abs(pictures[-1].number - (recorded.timeline.number(4.5) - 1)) <= 1
+    assert abs(frames[-1].number - (recorded.timeline.number(4.5) - 1)) <= 1
 
 
 def test_seek_while_playing(recorded):
     with RtspClient(recorded.url) as client:
         client.open()
-        client.receive(lambda: len(recorded.pictures(client)) > 10, "pictures")
+        client.receive(lambda: len(recorded.frames(client)) > 10, "frames")
         client.play({"Range": "npt=6-"})
         first = client.played_at
         finish(client)
         assert_no_gap(client.packets(client.video()))
-        pictures = recorded.pictures(client, first)
-        assert pictures[0].number == recorded.timeline.key_before(6)
-        assert_successive(pictures)
-        before = recorded.film.pictures(client.rtp[:first])
-        assert pictures[0].timestamp != before[-1].timestamp
+        frames = recorded.frames(client, first)
+        assert frames[0].number == recorded.timeline.key_before(6)
+        assert_successive(frames)
+        before = recorded.film.frames(client.rtp[:first])
+        assert frames[0].timestamp != before[-1].timestamp
 
 
 def test_pause_leaves_nothing_out(recorded):
     with RtspClient(recorded.url) as client:
         client.open()
         middle = recorded.timeline.number(SECONDS / 2)
-        client.receive(lambda: client.rtp and recorded.pictures(client)[-1].number > middle, "half of the pictures")
+        client.receive(lambda: client.rtp and recorded.frames(client)[-1].number > middle, "half of the frames")
         assert client.request("PAUSE").status == 200
         count = len(client.rtp)
         client.receive_for(0.5)
@@ -145,7 +145,7 @@ def test_pause_leaves_nothing_out(recorded):
         assert SECONDS / 2 < npt(client.answer)[0] < SECONDS
         finish(client)
         assert_no_gap(client.rtp)
-        assert numbers(recorded.pictures(client)) == numbers(recorded.whole)
+        assert numbers(recorded.frames(client)) == numbers(recorded.whole)
 
 
 def test_pause_point(recorded):
@@ -153,13 +153,13 @@ def test_pause_point(recorded):
         client.open()
         assert client.request("PAUSE", headers={"Range": "npt=3"}).status == 200
         last = recorded.timeline.number(3) - 1
-        client.receive(lambda: recorded.pictures(client)[-1].number >= last if client.rtp else False, "the pause point")
+        client.receive(lambda: recorded.frames(client)[-1].number >= last if client.rtp else False, "the pause point")
         client.receive_for(0.5)
-        assert abs(recorded.pictures(client)[-1].number - last) <= 1
+        assert abs(recorded.frames(client)[-1].number - last) <= 1
         assert client.request("PAUSE", headers={"Range": "npt=100"}).status == 457
         client.play({})
         finish(client)
-        assert numbers(recorded.pictures(client)) == numbers(recorded.whole)
+        assert numbers(recorded.frames(client)) == numbers(recorded.whole)
 
 
 @pytest.mark.parametrize("header", ["Scale", "Speed"])
@@ -168,21 +168,21 @@ def test_twice_as_fast_takes_half_the_time(recorded, header):
     client = recorded.play(headers={header: "2"})
     seconds, with_a_processor = time.monotonic() - begin, stopwatch.read()
     assert client.answer.headers[header.lower()] == "2.0"
-    # Up to a second more than the interval: its play begins with the key picture before.
+    # Up to a second more than the interval: its play begins with the key frame before.
     half = len(recorded.whole) / RATE / 2
     assert seconds > 0.9 * half and with_a_processor < 1.1 * half
-    pictures = recorded.pictures(client)
-    assert numbers(pictures) == numbers(recorded.whole)
+    frames = recorded.frames(client)
+    assert numbers(frames) == numbers(recorded.whole)
     step = PERIOD // 2 if header == "Scale" else PERIOD
-    assert {b.timestamp - a.timestamp for a, b in itertools.pairwise(pictures)} == {step}
+    assert {b.timestamp - a.timestamp for a, b in itertools.pairwise(frames)} == {step}
 
 
-def test_fast_forward_shows_key_pictures(recorded):
+def test_fast_forward_shows_key_frames(recorded):
     client = recorded.play(headers={"Scale": "8"})
     assert client.answer.headers["scale"] == "8.0"
-    pictures = recorded.pictures(client)
-    assert all(picture.key for picture in pictures)
-    assert numbers(pictures) == [picture.number for picture in recorded.whole if picture.key]
+    frames = recorded.frames(client)
+    assert all(frame.key for frame in frames)
+    assert numbers(frames) == [frame.number for frame in recorded.whole if frame.key]
 
 
 def test_play_after_the_end_begins_anew(recorded):
@@ -194,7 +194,7 @@ def test_play_after_the_end_begins_anew(recorded):
         count = len(client.rtp)
         client.play({})
         client.receive(lambda: len(client.rtp) > count, "it plays again")
-        assert recorded.film.pictures(client.rtp[count:count + 50])[0].number == recorded.whole[0].number
+        assert recorded.film.frames(client.rtp[count:count + 50])[0].number == recorded.whole[0].number
         assert_no_gap(client.rtp)
 
 
@@ -222,9 +222,9 @@ def test_an_interval_partly_recorded_plays_what_there_is(recorded):
         begin, end = npt(client.answer)
         assert begin == 0 and 2 < end < 22, "from the first frame that was recorded"
         finish(client)
-        pictures = recorded.pictures(client)
-        assert_successive(pictures)
-        assert abs(pictures[-1].number - (recorded.timeline.number(recorded.lead + 2) - 1)) <= 1
+        frames = recorded.frames(client)
+        assert_successive(frames)
+        assert abs(frames[-1].number - (recorded.timeline.number(recorded.lead + 2) - 1)) <= 1
 
 
 def test_a_vanished_client_leaves_nothing(recorded):

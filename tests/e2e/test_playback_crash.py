@@ -1,4 +1,4 @@
-"""What was on the disk when the server was killed is played by the next one, picture for picture."""
+"""What was on the disk when the server was killed is played by the next one, frame for frame."""
 
 import math
 import subprocess
@@ -12,7 +12,7 @@ from server import wait_until
 
 
 def numbers_on_disk(film, folder):
-    """The film's pictures in the recorded files, in the order of their recording."""
+    """The film's frames in the recorded files, in the order of their recording."""
     numbers = []
     for path in sorted(folder.rglob("*.mkv")):
         stream = subprocess.run(
@@ -27,7 +27,7 @@ def film(build_folder):
     return recordings.film(build_folder)
 
 
-def test_every_picture_on_disk_is_played_after_a_kill(serve, film, tmp_path):
+def test_every_frame_on_disk_is_played_after_a_kill(serve, film, tmp_path):
     folder = tmp_path / "recordings"
     text = recordings.config(film, folder)
     first = serve(text)
@@ -46,6 +46,6 @@ def test_every_picture_on_disk_is_played_after_a_kill(serve, film, tmp_path):
         finish(client)
     packets = client.packets(client.video())
     assert_no_gap(packets)
-    played = [picture.number for picture in film.pictures(packets)]
+    played = [frame.number for frame in film.frames(packets)]
     assert len(played) > 3 * 25
-    assert played == on_disk[on_disk.index(played[0]):], "from its first picture to the last one on the disk"
+    assert played == on_disk[on_disk.index(played[0]):], "from its first frame to the last one on the disk"

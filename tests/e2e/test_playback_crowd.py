@@ -7,7 +7,7 @@ import re
 import time
 
 import recordings
-from pictures import RATE
+from frames import RATE
 from processor import Stopwatch
 from recordings import finish
 from rtsp_client import RtspClient, assert_no_gap
@@ -32,7 +32,7 @@ def connect(recorded, begin, length, transport):
 
 
 def expected(recorded, begin, length):
-    """The film's pictures of an interval: from the key picture at or before its begin, to the last one before its end."""
+    """The film's frames of an interval: from the key frame at or before its begin, to the last one before its end."""
     timeline = recorded.timeline
     behind = timeline.first + math.ceil((begin + recorded.lead + length) * RATE - 0.01)
     return list(range(timeline.key_before(begin + recorded.lead), behind))
@@ -64,7 +64,7 @@ def test_opening_a_session_is_quick_and_small(recorded):
             client = connect(recorded, begin, length, "tcp")
             stopwatch = Stopwatch(server.pid)
             client.play({})
-            client.receive(lambda: client.rtp, "the first picture")
+            client.receive(lambda: client.rtp, "the first frame")
             waits.append(stopwatch.read())
             clients.append(client)
         return clients, waits
@@ -82,7 +82,7 @@ def test_opening_a_session_is_quick_and_small(recorded):
     assert size < 2 * 1024 * 1024
 
 
-def test_each_of_twenty_sessions_gets_the_pictures_of_its_interval(recorded, transport):
+def test_each_of_twenty_sessions_gets_the_frames_of_its_interval(recorded, transport):
     server = recorded.server
     clients = [connect(recorded, begin, length, transport) for begin, length in intervals()]
     used, begun = cpu_seconds(server.pid), time.monotonic()
@@ -102,7 +102,7 @@ def test_each_of_twenty_sessions_gets_the_pictures_of_its_interval(recorded, tra
             first = packets[0].sequence
             packets.sort(key=lambda packet: (packet.sequence - first) & 0xFFFF)
         assert_no_gap(packets)
-        numbers = [picture.number for picture in recorded.film.pictures(packets)]
+        numbers = [frame.number for frame in recorded.film.frames(packets)]
         assert numbers == expected(recorded, begin, length), (begin, length)
     close_all(server, clients)
     print(f"{SESSIONS} sessions over {transport}: {cores:.3f} cores")

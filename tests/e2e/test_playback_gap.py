@@ -6,7 +6,7 @@ import time
 
 import pytest
 import recordings
-from pictures import RATE
+from frames import RATE
 from recordings import finish, npt
 from rtsp_client import RtspClient, assert_no_gap
 from server import Server
@@ -54,10 +54,10 @@ def play(gap, headers):
     return client
 
 
-def sections(pictures):
+def sections(frames):
     """The film's numbers in runs without a gap."""
-    cuts = [0, *(i for i in range(1, len(pictures)) if pictures[i].number != pictures[i - 1].number + 1), len(pictures)]
-    return [pictures[a:b] for a, b in itertools.pairwise(cuts)]
+    cuts = [0, *(i for i in range(1, len(frames)) if frames[i].number != frames[i - 1].number + 1), len(frames)]
+    return [frames[a:b] for a, b in itertools.pairwise(cuts)]
 
 
 def test_playing_goes_on_behind_the_gap(gap):
@@ -65,7 +65,7 @@ def test_playing_goes_on_behind_the_gap(gap):
     client = play(gap, {})
     seconds = time.monotonic() - begin
     assert_no_gap(client.rtp)
-    before, after = sections(gap.film.pictures(client.rtp))
+    before, after = sections(gap.film.frames(client.rtp))
     assert len(before) >= 3 * RATE and len(after) >= 3 * RATE
     assert before[0].key and after[0].key
     assert seconds < gap.end - gap.begin, "nobody waits for the gap to pass"
@@ -76,7 +76,7 @@ def test_playing_goes_on_behind_the_gap(gap):
 
 def test_wall_clock_jumps_at_the_gap(gap):
     client = play(gap, FAST)
-    before, after = [[stamp(picture) for picture in section] for section in sections(gap.film.pictures(client.rtp))]
+    before, after = [[stamp(frame) for frame in section] for section in sections(gap.film.frames(client.rtp))]
     assert after[0].time - before[-1].time > 3
     assert before[-1].end and after[0].discontinuity
     assert after[-1].end
@@ -86,18 +86,18 @@ def test_wall_clock_jumps_at_the_gap(gap):
 
 def test_a_seek_into_the_gap_plays_what_follows(gap):
     whole = play(gap, FAST)
-    before, after = [[stamp(picture) for picture in section] for section in sections(gap.film.pictures(whole.rtp))]
+    before, after = [[stamp(frame) for frame in section] for section in sections(gap.film.frames(whole.rtp))]
     middle = (before[-1].time + after[0].time) / 2 - before[0].time
     client = play(gap, {"Range": f"npt={middle:.3f}-", "Speed": "4"})
-    pictures = gap.film.pictures(client.rtp)
-    _, last = sections(gap.film.pictures(whole.rtp))
-    assert pictures[0].number == last[0].number
+    frames = gap.film.frames(client.rtp)
+    _, last = sections(gap.film.frames(whole.rtp))
+    assert frames[0].number == last[0].number
     assert npt(client.answer)[0] == pytest.approx(after[0].time - before[0].time, abs=0.002)
 
 
 def test_an_interval_in_the_gap_is_not_found(gap):
     whole = play(gap, FAST)
-    before, after = [[stamp(picture) for picture in section] for section in sections(gap.film.pictures(whole.rtp))]
+    before, after = [[stamp(frame) for frame in section] for section in sections(gap.film.frames(whole.rtp))]
     first, last = math.ceil(before[-1].time + 0.1), math.floor(after[0].time)
     assert first < last, (before[-1].time, after[0].time)
     assert recordings.status(gap.server, first, last) == 404

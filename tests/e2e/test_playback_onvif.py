@@ -7,7 +7,7 @@ import time
 
 import gi
 import pytest
-from pictures import GOP, RATE
+from frames import GOP, RATE
 from processor import Stopwatch
 from recordings import NTP_EPOCH, SECONDS, finish
 from rtsp_client import RtspClient
@@ -76,14 +76,14 @@ def test_open_and_too_wide_ranges_are_cut_to_what_there_is(recorded, wanted):
     begin, end = re.fullmatch(r"clock=(\w+[.]\w+)-(\w+[.]\w+)", client.answer.headers["range"]).groups()
     assert seconds_of(begin) == pytest.approx(recorded.start, abs=1e-5)
     assert seconds_of(end) == recorded.interval.begin + SECONDS
-    assert [picture.number for picture in recorded.pictures(client)] == [picture.number for picture in recorded.whole]
+    assert [frame.number for frame in recorded.frames(client)] == [frame.number for frame in recorded.whole]
 
 
 @pytest.mark.parametrize("require", [True, False], ids=["replay", "mode alone"])
 def test_gstreamer_plays_from_the_first_frame_to_the_last(recorded, numbers, require):  # noqa: F811
     with Replay(recorded, require) as replay:
         frames = replay.frames()
-    assert [numbers[checksum] for checksum, _ in frames] == [picture.number for picture in recorded.whole]
+    assert [numbers[checksum] for checksum, _ in frames] == [frame.number for frame in recorded.whole]
     for count, (_, at) in enumerate(frames):
         assert at == pytest.approx(count / RATE, abs=0.002)
 
@@ -121,16 +121,16 @@ def test_key_frames_come_backwards(recorded, control):
     told, end = re.fullmatch(r"clock=(\w+[.]\w+)-(\w+[.]\w+)", client.answer.headers["range"]).groups()
     assert seconds_of(told) == pytest.approx(recorded.start + (first - recorded.timeline.first) / RATE, abs=0.001)
     assert seconds_of(end) == pytest.approx(recorded.start + 1, abs=0.002)
-    pictures = recorded.pictures(client)
-    numbers = [picture.number for picture in pictures]
+    frames = recorded.frames(client)
+    numbers = [frame.number for frame in frames]
     assert numbers in ([first, first - GOP, first - 2 * GOP], [first - GOP * i for i in range(4)])
-    stamps = [stamp(picture) for picture in pictures]
-    for picture, told in zip(pictures, stamps):
-        assert told.time == pytest.approx(recorded.start + (picture.number - recorded.timeline.first) / RATE, abs=0.002)
+    stamps = [stamp(frame) for frame in frames]
+    for frame, told in zip(frames, stamps):
+        assert told.time == pytest.approx(recorded.start + (frame.number - recorded.timeline.first) / RATE, abs=0.002)
         assert told.clean and told.discontinuity
     assert stamps[-1].end and not any(told.end for told in stamps[:-1])
     direction = 1 if control == "yes" else -1
-    for before, after in zip(pictures, pictures[1:]):
+    for before, after in zip(frames, frames[1:]):
         assert (after.timestamp - before.timestamp) * direction % 2**32 == 90000
     assert (seconds < 1) == (control == "no")
 
@@ -138,5 +138,5 @@ def test_key_frames_come_backwards(recorded, control):
 def test_other_clients_play_backwards_too(recorded):
     client = recorded.play(headers={"Scale": "-8"})
     assert client.answer.headers["scale"] == "-8.0"
-    assert [picture.number for picture in recorded.pictures(client)] == \
-        [picture.number for picture in reversed(recorded.whole) if picture.key]
+    assert [frame.number for frame in recorded.frames(client)] == \
+        [frame.number for frame in reversed(recorded.whole) if frame.key]

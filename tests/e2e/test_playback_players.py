@@ -6,18 +6,18 @@ import subprocess
 import ffmpeg
 import pytest
 import recordings
-from pictures import RATE
+from frames import RATE
 from recordings import SECONDS
 
 
-def test_ffmpeg_decodes_every_picture(recorded, transport):
+def test_ffmpeg_decodes_every_frame(recorded, transport):
     frames = ffmpeg.decode(recorded.url, transport, limits=(), keep_times=False)
     assert len(frames) == len(recorded.whole)
     assert len({frame.checksum for frame in frames}) == len(frames)
     assert all(a.pts < b.pts for a, b in itertools.pairwise(frames[1:])), "time never goes back"
     originals = ffmpeg.decode(recorded.film.path, limits=("-frames:v", str(recorded.whole[-1].number + 1)), maps=("0:v",))
     assert [frame.checksum for frame in frames] == \
-        [originals[picture.number].checksum for picture in recorded.whole], "as the camera saw them"
+        [originals[frame.number].checksum for frame in recorded.whole], "as the camera saw them"
 
 
 def test_ffprobe_tells_the_duration(recorded):
@@ -28,7 +28,7 @@ def test_ffprobe_tells_the_duration(recorded):
 
 
 def test_rtspsrc_plays_to_the_end(recorded, transport, tmp_path):
-    path = tmp_path / "pictures.mkv"
+    path = tmp_path / "frames.mkv"
     run = subprocess.run(
         ["gst-launch-1.0", "rtspsrc", f"location={recorded.url}", f"protocols={transport}", "latency=200", "!",
          "rtph264depay", "!", "h264parse", "!", "matroskamux", "!", "filesink", f"location={path}"],
@@ -57,9 +57,9 @@ def test_hevc_and_aac_are_played_as_recorded(serve, tmp_path):
     streams = ffmpeg.probe(url, "tcp")
     assert {kind: stream["codec_name"] for kind, stream in streams.items()} == {"video": "hevc", "audio": "aac"}
     frames = ffmpeg.decode(url, "tcp", limits=(), maps=("0:v", "0:a"), keep_times=False)
-    pictures = [frame for frame in frames if frame.stream == 0]
-    assert HEVC_SECONDS * RATE - 1 <= len(pictures) <= HEVC_SECONDS * RATE + HEVC_GOP, "from the key picture before"
-    assert len({picture.checksum for picture in pictures}) == len(pictures)
-    assert all(a.pts < b.pts for a, b in itertools.pairwise(pictures[1:])), "time never goes back"
-    played = (len(frames) - len(pictures)) * 1024 / int(streams["audio"]["sample_rate"])
-    assert HEVC_SECONDS - 0.2 < played < HEVC_SECONDS + HEVC_GOP / RATE + 0.2, "sound as long as the pictures"
+    frames = [frame for frame in frames if frame.stream == 0]
+    assert HEVC_SECONDS * RATE - 1 <= len(frames) <= HEVC_SECONDS * RATE + HEVC_GOP, "from the key frame before"
+    assert len({frame.checksum for frame in frames}) == len(frames)
+    assert all(a.pts < b.pts for a, b in itertools.pairwise(frames[1:])), "time never goes back"
+    played = (len(frames) - len(frames)) * 1024 / int(streams["audio"]["sample_rate"])
+    assert HEVC_SECONDS - 0.2 < played < HEVC_SECONDS + HEVC_GOP / RATE + 0.2, "sound as long as the frames"

@@ -8,7 +8,7 @@ import subprocess
 
 import gi
 import pytest
-from pictures import RATE
+from frames import RATE
 
 gi.require_version("Gst", "1.0")
 from gi.repository import Gst  # noqa: E402

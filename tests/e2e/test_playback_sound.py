@@ -4,7 +4,7 @@ import re
 
 import pytest
 import recordings
-from pictures import RATE
+from frames import RATE
 from recordings import SECONDS, finish, goodbyes, npt
 from rtsp_client import RtspClient, assert_no_gap
 from server import Server
@@ -75,7 +75,7 @@ def test_a_seek_takes_both_tracks_along(with_sound, transport):
     assert begin - 0.01 <= min(audio) < begin + 0.15
 
 
-def test_twice_as_fast_the_sound_keeps_to_the_pictures(with_sound):
+def test_twice_as_fast_the_sound_keeps_to_the_frames(with_sound):
     client, (video, audio) = with_sound.play(headers={"Scale": "2"})
     assert len(client.packets(1)) > 0
     # Time stamps are those of the scaled presentation: half as long.
@@ -87,5 +87,5 @@ def test_twice_as_fast_the_sound_keeps_to_the_pictures(with_sound):
 def test_faster_than_that_there_is_no_sound(with_sound):
     client, (video, audio) = with_sound.play(headers={"Scale": "4"})
     assert audio == []
-    assert len(with_sound.film.pictures(client.packets(0))) == pytest.approx(SECONDS * RATE, abs=RATE + 1)
+    assert len(with_sound.film.frames(client.packets(0))) == pytest.approx(SECONDS * RATE, abs=RATE + 1)
     assert sorted(goodbyes(client)) == [0, 1]

@@ -57,7 +57,7 @@ def files(directory):
 
 
 def packets(path):
-    """The times of a file's pictures in seconds, and how many blocks of sound it has."""
+    """The times of a file's frames in seconds, and how many blocks of sound it has."""
     told = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "packet=codec_type,pts_time", "-of", "json", path],
                           capture_output=True, text=True, timeout=30, check=True)
     found = json.loads(told.stdout)["packets"]
@@ -86,7 +86,7 @@ def test_recordings_are_listed_while_they_grow_and_played_by_any_player(serve, b
     server.stop()
     _, streams = listing(build_folder, server)
     (begin, end, url), = streams[3, 1]
-    pictures = 0
+    frames = 0
     for path in files(directory)[:3]:
         video, sounds = packets(path)
         assert len(video) == SEGMENT_SECONDS * 25
@@ -94,8 +94,8 @@ def test_recordings_are_listed_while_they_grow_and_played_by_any_player(serve, b
         assert abs(sounds - SEGMENT_SECONDS * 50) <= 5
         assert ffmpeg.decode(path, limits=())[0].pts == 0
     for path in files(directory):
-        pictures += len(packets(path)[0])
-    assert abs(pictures - (end - begin) * 25) <= 1
+        frames += len(packets(path)[0])
+    assert abs(frames - (end - begin) * 25) <= 1
 
 
 def test_everything_on_disk_is_listed_after_a_crash(serve, build_folder, directory):

@@ -111,6 +111,6 @@ def test_reader_that_stalls_slows_nobody(server):
         assert_no_gap(video)
         frames = len({packet.timestamp for packet in video})
         assert frames >= 25 * (seconds - 1)
-        # The stalled one reads on: whole pictures are missing, but no sequence number is.
+        # The stalled one reads on: whole frames are missing, but no sequence number is.
         stalled.receive_for(2)
         assert_no_gap(stalled.packets(stalled.video()))

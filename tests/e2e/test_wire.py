@@ -14,7 +14,7 @@ segmentation-offload = false
 def session(serve, tmp_path, transport):
     """A whole session until a track has reported again, captured; (capture, client, RTP-Info).
 
-    Somebody else watches already, so that the session begins at once with a key picture that is there.
+    Somebody else watches already, so that the session begins at once with a key frame that is there.
     """
     server = serve(CONFIG)
     with RtspClient(server.url(), transport) as viewer, RtspClient(server.url(), transport) as client:

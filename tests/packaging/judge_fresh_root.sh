@@ -85,7 +85,7 @@ serving() {
         { inside journalctl --no-pager --unit ovrtspd.service >&2; fault "the service does not serve $*"; }
 }
 
-# play <port> <stream> <transport>: three pictures of it, by a player of this machine that sees the other's loopback.
+# play <port> <stream> <transport>: three frames of it, by a player of this machine that sees the other's loopback.
 play() {
     nsenter --target "$leader" --net timeout 60 ffprobe -v error -rtsp_transport "$3" -read_intervals '%+#15' -count_frames \
         -show_entries stream=codec_name,width,height -of csv=p=0 "rtsp://127.0.0.1:$1/orv/live/1/$2" 2>&1

@@ -12,7 +12,7 @@ namespace refhost
 /// plain value.
 struct MulticastGroup
 {
-    /// Tracks that one group carries: pictures and sound.
+    /// Tracks that one group carries: video and audio.
     static constexpr int tracks = 2;
     /// Each track has an even port for RTP and the next for RTCP.
     static constexpr int ports = 2 * tracks;

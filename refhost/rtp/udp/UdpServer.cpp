@@ -15,7 +15,7 @@ namespace
 {
 
 constexpr int attempts = 64;
-/// Room for the key pictures of many viewers at once; a receive buffer for the reports of thousands and for
+/// Room for the key frames of many viewers at once; a receive buffer for the reports of thousands and for
 /// talkers.
 constexpr int sendBufferBytes = 8 << 20;
 constexpr int receiveBufferBytes = 1 << 20;

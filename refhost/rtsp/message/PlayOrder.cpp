@@ -41,7 +41,7 @@ RtspStatus parseRateHeader(const RtspRequest& request, std::string_view name, bo
     return out ? rtspOk : rtspBadRequest;
 }
 
-/// "all", "predicted", "intra" or "intra/<milliseconds>". With "predicted" every picture is sent: which ones
+/// "all", "predicted", "intra" or "intra/<milliseconds>". With "predicted" every frame is sent: which ones
 /// others are not predicted from is not known here.
 RtspStatus parseFrames(std::string_view value, PlayOrder& out)
 {

@@ -30,7 +30,7 @@ struct PlayOrder
     bool replay = false;
     /// "Rate-Control: no": packets come as fast as the client takes them.
     bool noRateControl = false;
-    /// "Frames: intra": only pictures that stand by themselves.
+    /// "Frames: intra": only frames that stand by themselves.
     bool keyFramesOnly = false;
     /// "Frames: intra/4000": these are at least that many milliseconds apart in the recording.
     int keyFrameDistanceMs = 0;

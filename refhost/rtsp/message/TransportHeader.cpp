@@ -36,7 +36,7 @@ bool parsePair(std::string_view text, int least, int most, int& first, int& seco
     return first >= least && second > first && second <= most;
 }
 
-/// "PLAY", "play" or a list that holds it; a server of live pictures takes nothing else.
+/// "PLAY", "play" or a list that holds it; a server of live frames takes nothing else.
 bool modePlays(std::string_view value)
 {
     value = RtspText::unquote(value);

@@ -29,8 +29,8 @@ int kindOf(const PlayOrder& order)
     constexpr int unitMs = 10;
     const int distance =
         std::min<int>((order.keyFrameDistanceMs + unitMs - 1) / unitMs, playRangeLongestDistance);
-    const int pictures = order.keyFramesOnly ? playRangeKeyPictures | distance << playRangeDistanceShift : 0;
-    return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) | pictures |
+    const int frames = order.keyFramesOnly ? playRangeKeyFrames | distance << playRangeDistanceShift : 0;
+    return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) | frames |
            order.sequence << playRangeSequenceShift;
 }
 

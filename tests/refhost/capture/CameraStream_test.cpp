@@ -76,7 +76,7 @@ TEST_F(CameraStreamTest, DescriptionTellsVideoAndAudio)
     EXPECT_EQ(tracks[1].formatParameters, "");
 }
 
-TEST_F(CameraStreamTest, VideoUnitsAreWholeAndInOrderAndBeginWithAKeyPicture)
+TEST_F(CameraStreamTest, VideoUnitsAreWholeAndInOrderAndBeginWithAKeyFrame)
 {
     open();
     const auto sink = watch("trackID=0");
@@ -118,7 +118,7 @@ TEST_F(CameraStreamTest, TwoPayloadSizesComeFromOneEncoder)
     EXPECT_EQ(source->starts(), 1);
     EXPECT_EQ(largestPayload(large->units()), 1364U);
     EXPECT_EQ(largestPayload(small->units()), 500U);
-    // The same pictures: the same times, and as many bytes but for the headers of the fragments.
+    // The same frames: the same times, and as many bytes but for the headers of the fragments.
     std::set<std::uint32_t> times;
     for (const AccessUnitPtr& unit : large->units())
     {
@@ -158,21 +158,21 @@ TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
     ASSERT_TRUE(video->waitForUnits(5));
     ASSERT_TRUE(audio->waitForUnits(20));
     const std::int64_t now = HostClock::system().monotonicNs();
-    const AccessUnit& picture = *video->units()[0];
+    const AccessUnit& frame = *video->units()[0];
     const AccessUnit& sound = *audio->units()[0];
     EXPECT_EQ(sound.packets.size(), 1U);
     EXPECT_EQ(sound.payloadBytes, 160U);
     EXPECT_TRUE(sound.keyFrame);
     // Both live sources begin with the pipeline; a second is what a loaded machine may need to get there.
-    EXPECT_NEAR(static_cast<double>(picture.captureTimeNs - sound.captureTimeNs), 0, 1e9);
-    EXPECT_LT(picture.captureTimeNs, now);
-    EXPECT_GT(picture.captureTimeNs, now - std::int64_t{8'000'000'000});
+    EXPECT_NEAR(static_cast<double>(frame.captureTimeNs - sound.captureTimeNs), 0, 1e9);
+    EXPECT_LT(frame.captureTimeNs, now);
+    EXPECT_GT(frame.captureTimeNs, now - std::int64_t{8'000'000'000});
     // The media clocks run alike: the same distance from the start in RTP time and in capture time.
-    const double picturesOffset = picture.rtpTimestamp / 90000.0 -
-                                  static_cast<double>(picture.captureTimeNs % 100'000'000'000'000) / 1e9;
+    const double framesOffset =
+        frame.rtpTimestamp / 90000.0 - static_cast<double>(frame.captureTimeNs % 100'000'000'000'000) / 1e9;
     const double soundsOffset =
         sound.rtpTimestamp / 8000.0 - static_cast<double>(sound.captureTimeNs % 100'000'000'000'000) / 1e9;
-    EXPECT_NEAR(picturesOffset, soundsOffset, 0.001);
+    EXPECT_NEAR(framesOffset, soundsOffset, 0.001);
 }
 
 TEST_F(CameraStreamTest, ViewersThatComeAndGoWhileTheSourceHangsLeaveFewTasks)
@@ -262,7 +262,7 @@ TEST_F(CameraStreamTest, ADescriptionThatNobodyFollowsStopsTheSource)
     EXPECT_FALSE(source->isRunning());
 }
 
-TEST_F(CameraStreamTest, RequestedKeyPictureComesBeforeItsTurn)
+TEST_F(CameraStreamTest, RequestedKeyFrameComesBeforeItsTurn)
 {
     stream.gop = 250;
     open();
@@ -276,7 +276,7 @@ TEST_F(CameraStreamTest, RequestedKeyPictureComesBeforeItsTurn)
         2);
 }
 
-TEST_F(CameraStreamTest, KeyPicturesAreForcedAtMostTwiceASecond)
+TEST_F(CameraStreamTest, KeyFramesAreForcedAtMostTwiceASecond)
 {
     stream.gop = 250;
     open();

@@ -69,7 +69,7 @@ TEST(LoopTimeline, PiecesAreDueInDecodingOrder)
     EXPECT_EQ(timeline.place(track, piece(0, -40, 40), 0)->due, 220 * ms);
 }
 
-TEST(LoopTimeline, ReorderedPicturesWithoutDecodingTimesAreDueEvenly)
+TEST(LoopTimeline, ReorderedFramesWithoutDecodingTimesAreDueEvenly)
 {
     LoopTimeline timeline;
     const std::size_t track = timeline.addTrack();

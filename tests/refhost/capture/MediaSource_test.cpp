@@ -145,7 +145,7 @@ TEST_F(MediaSourceTest, FileOfOtherCodingsIsEncodedAsConfigured)
     {
         EXPECT_EQ(units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp, 9000U) << i;
     }
-    // The distance of key pictures is told for the configured rate of 25.
+    // The distance of key frames is told for the configured rate of 25.
     EXPECT_TRUE(units[0]->keyFrame);
     EXPECT_FALSE(units[3]->keyFrame);
     EXPECT_TRUE(units[4]->keyFrame);
@@ -155,7 +155,7 @@ TEST_F(MediaSourceTest, FileOfOtherCodingsIsEncodedAsConfigured)
 
 TEST_F(MediaSourceTest, UnitsOfAFileLeaveOneByOne)
 {
-    // Half a second of sound in each block; pictures that are stored in another order than they are shown.
+    // Half a second of sound in each block; frames that are stored in another order than they are shown.
     makeClip(
         "videotestsrc num-buffers=25 ! video/x-raw,format=I420,width=160,height=90,framerate=25/1 ! "
         "x264enc bframes=3 b-adapt=false key-int-max=25 ! h264parse ! matroskamux name=mux ! filesink "
@@ -195,7 +195,7 @@ TEST_F(MediaSourceTest, SurveillanceRecordingIsEncoded)
     const auto video = watch("trackID=0");
     ASSERT_TRUE(video->waitForUnits(12));
     EXPECT_TRUE(video->units()[0]->keyFrame);
-    // Ten pictures a second, four of them from key picture to key picture.
+    // Ten frames a second, four of them from key frame to key frame.
     EXPECT_TRUE(video->units()[4]->keyFrame);
 }
 
@@ -311,7 +311,7 @@ TEST_F(MediaSourceTest, LaunchLineThatRunsFreelyLeavesInRealTime)
     const auto video = watch("trackID=0");
     ASSERT_TRUE(video->waitForUnits(40));
     const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - begin;
-    // A busy machine may hold pictures up and let them catch up; none comes before its time, 39 / 25 seconds.
+    // A busy machine may hold frames up and let them catch up; none comes before its time, 39 / 25 seconds.
     EXPECT_GE(lasted.count(), 1.5);
 }
 

@@ -18,7 +18,7 @@ public:
     void onEncodedUnit(const EncodedUnitPtr& unit) override
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        (isVideo(unit->format->coding) ? pictures_ : sounds_).push_back(unit);
+        (isVideo(unit->format->coding) ? frames_ : sounds_).push_back(unit);
         changed_.notify_all();
     }
     void onDiscontinuity() override
@@ -28,18 +28,18 @@ public:
         changed_.notify_all();
     }
 
-    bool waitFor(std::size_t pictures, std::size_t sounds)
+    bool waitFor(std::size_t frames, std::size_t sounds)
     {
-        return wait([&] { return pictures_.size() >= pictures && sounds_.size() >= sounds; });
+        return wait([&] { return frames_.size() >= frames && sounds_.size() >= sounds; });
     }
     bool waitForDiscontinuity()
     {
         return wait([&] { return discontinuities_ > 0; });
     }
-    std::vector<EncodedUnitPtr> pictures() const
+    std::vector<EncodedUnitPtr> frames() const
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        return pictures_;
+        return frames_;
     }
     std::vector<EncodedUnitPtr> sounds() const
     {
@@ -57,7 +57,7 @@ private:
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<EncodedUnitPtr> pictures_;
+    std::vector<EncodedUnitPtr> frames_;
     std::vector<EncodedUnitPtr> sounds_;
     int discontinuities_ = 0;
 };
@@ -74,13 +74,13 @@ protected:
     }
 };
 
-TEST_F(MediaTapTest, TapGivesWholePicturesWithWhatTheirDecoderNeeds)
+TEST_F(MediaTapTest, TapGivesWholeFramesWithWhatTheirDecoderNeeds)
 {
     open();
     const auto sink = tap();
     ASSERT_TRUE(sink->waitFor(21, 1));
-    const std::vector<EncodedUnitPtr> pictures = sink->pictures();
-    const MediaFormat& format = *pictures[0]->format;
+    const std::vector<EncodedUnitPtr> frames = sink->frames();
+    const MediaFormat& format = *frames[0]->format;
     EXPECT_EQ(format.coding, Codec::h264);
     EXPECT_EQ(format.width, 320);
     EXPECT_EQ(format.height, 180);
@@ -88,11 +88,11 @@ TEST_F(MediaTapTest, TapGivesWholePicturesWithWhatTheirDecoderNeeds)
     EXPECT_EQ(format.codecData[0], 1);
     for (std::size_t i = 0; i < 21; ++i)
     {
-        EXPECT_EQ(pictures[i]->keyFrame, i % 10 == 0) << i;
-        EXPECT_EQ(pictures[i]->format, pictures[0]->format);
-        EXPECT_EQ(pictures[i]->durationNs, 40'000'000);
-        // Length-prefixed NAL units fill the picture to its end.
-        const std::vector<std::uint8_t>& bytes = pictures[i]->bytes;
+        EXPECT_EQ(frames[i]->keyFrame, i % 10 == 0) << i;
+        EXPECT_EQ(frames[i]->format, frames[0]->format);
+        EXPECT_EQ(frames[i]->durationNs, 40'000'000);
+        // Length-prefixed NAL units fill the frame to its end.
+        const std::vector<std::uint8_t>& bytes = frames[i]->bytes;
         std::size_t at = 0;
         while (at + 4 <= bytes.size())
         {
@@ -102,8 +102,8 @@ TEST_F(MediaTapTest, TapGivesWholePicturesWithWhatTheirDecoderNeeds)
         EXPECT_EQ(at, bytes.size());
         if (i > 0)
         {
-            EXPECT_NEAR(static_cast<double>(pictures[i]->captureTimeNs - pictures[i - 1]->captureTimeNs),
-                        40e6, 1e3);
+            EXPECT_NEAR(static_cast<double>(frames[i]->captureTimeNs - frames[i - 1]->captureTimeNs), 40e6,
+                        1e3);
         }
     }
 }
@@ -115,11 +115,10 @@ TEST_F(MediaTapTest, UnitsHaveTheCaptureTimesOfThePackets)
     const auto sink = tap();
     ASSERT_TRUE(viewer->waitForUnits(5));
     ASSERT_TRUE(sink->waitFor(30, 1));
-    const std::vector<EncodedUnitPtr> pictures = sink->pictures();
+    const std::vector<EncodedUnitPtr> frames = sink->frames();
     const std::int64_t captured = viewer->units()[4]->captureTimeNs;
-    EXPECT_TRUE(std::any_of(pictures.begin(), pictures.end(),
-                            [&](const EncodedUnitPtr& picture)
-                            { return picture->captureTimeNs == captured; }));
+    EXPECT_TRUE(std::any_of(frames.begin(), frames.end(),
+                            [&](const EncodedUnitPtr& frame) { return frame->captureTimeNs == captured; }));
 }
 
 TEST_F(MediaTapTest, SoundComesInTheSameTimeWithItsOwnFormat)
@@ -134,7 +133,7 @@ TEST_F(MediaTapTest, SoundComesInTheSameTimeWithItsOwnFormat)
     EXPECT_EQ(sound.format->channels, 1);
     EXPECT_GE(sound.format->codecData.size(), 2U);
     EXPECT_TRUE(sound.keyFrame);
-    EXPECT_NEAR(static_cast<double>(sound.captureTimeNs - sink->pictures()[0]->captureTimeNs), 0, 1e9);
+    EXPECT_NEAR(static_cast<double>(sound.captureTimeNs - sink->frames()[0]->captureTimeNs), 0, 1e9);
 }
 
 TEST_F(MediaTapTest, TapLivesThroughAStopOfTheSource)
@@ -144,12 +143,12 @@ TEST_F(MediaTapTest, TapLivesThroughAStopOfTheSource)
     ASSERT_TRUE(sink->waitFor(3, 1));
     source->release();
     ASSERT_TRUE(sink->waitForDiscontinuity());
-    const std::size_t before = sink->pictures().size();
+    const std::size_t before = sink->frames().size();
     source->acquire();
     ASSERT_TRUE(sink->waitFor(before + 3, 1));
-    const std::vector<EncodedUnitPtr> pictures = sink->pictures();
-    EXPECT_TRUE(pictures[before]->keyFrame);
-    EXPECT_GT(pictures[before]->captureTimeNs, pictures[before - 1]->captureTimeNs);
+    const std::vector<EncodedUnitPtr> frames = sink->frames();
+    EXPECT_TRUE(frames[before]->keyFrame);
+    EXPECT_GT(frames[before]->captureTimeNs, frames[before - 1]->captureTimeNs);
 }
 
 TEST_F(MediaTapTest, RemovedSinkIsNotCalledAnyMore)
@@ -159,9 +158,9 @@ TEST_F(MediaTapTest, RemovedSinkIsNotCalledAnyMore)
     const auto other = tap();
     ASSERT_TRUE(sink->waitFor(1, 1));
     source->detachMedia(sink.get());
-    const std::size_t before = sink->pictures().size();
-    ASSERT_TRUE(other->waitFor(other->pictures().size() + 5, 1));
-    EXPECT_EQ(sink->pictures().size(), before);
+    const std::size_t before = sink->frames().size();
+    ASSERT_TRUE(other->waitFor(other->frames().size() + 5, 1));
+    EXPECT_EQ(sink->frames().size(), before);
     EXPECT_EQ(sink.use_count(), 1);
 }
 

@@ -76,7 +76,7 @@ TEST_F(LiveDispatcherTest, PlayFailsWhenTheSourceIsGone)
     EXPECT_EQ(0, remove("s", video));
 }
 
-TEST_F(LiveDispatcherTest, StartsWithTheLastKeyPictureAndGoesOnToTheHead)
+TEST_F(LiveDispatcherTest, StartsWithTheLastKeyFrameAndGoesOnToTheHead)
 {
     setUp("first", video);
     ticks(30);
@@ -91,22 +91,22 @@ TEST_F(LiveDispatcherTest, StartsWithTheLastKeyPictureAndGoesOnToTheHead)
     EXPECT_EQ(0, source->keyRequests.load());
 }
 
-TEST_F(LiveDispatcherTest, WaitsForAKeyPictureAndAsksForItWhenThereIsNone)
+TEST_F(LiveDispatcherTest, WaitsForAKeyFrameAndAsksForItWhenThereIsNone)
 {
     const auto wire = setUp("s", video);
-    picture = 3;
+    frame = 3;
     ticks(2);
     EXPECT_EQ(0, play("s", video));
     EXPECT_EQ(1, source->keyRequests.load());
     ticks(2);
     EXPECT_TRUE(wire->packets.empty());
-    picture = gop;
+    frame = gop;
     tick();
     ASSERT_EQ(1U, wire->units().size());
     EXPECT_TRUE(wire->units().front()->keyFrame);
 }
 
-TEST_F(LiveDispatcherTest, WithAStartAtAKeyFrameEachOneAsksForANewKeyPicture)
+TEST_F(LiveDispatcherTest, WithAStartAtAKeyFrameEachOneAsksForANewKeyFrame)
 {
     settings.start.mode = LiveStart::Mode::keyFrame;
     make();
@@ -116,7 +116,7 @@ TEST_F(LiveDispatcherTest, WithAStartAtAKeyFrameEachOneAsksForANewKeyPicture)
     EXPECT_EQ(1, source->keyRequests.load());
     tick();
     EXPECT_TRUE(wire->packets.empty());
-    picture = gop;
+    frame = gop;
     tick();
     ASSERT_EQ(1U, wire->units().size());
     const auto other = setUp("t", video);
@@ -162,7 +162,7 @@ TEST_F(LiveDispatcherTest, SequenceGoesOnOverAPause)
     EXPECT_EQ(wire->packets[before].ssrc, wire->packets[0].ssrc);
 }
 
-TEST_F(LiveDispatcherTest, AShortPauseEndsWithTheNextKeyPicture)
+TEST_F(LiveDispatcherTest, AShortPauseEndsWithTheNextKeyFrame)
 {
     const auto wire = setUp("s", video);
     play("s", video);
@@ -175,7 +175,7 @@ TEST_F(LiveDispatcherTest, AShortPauseEndsWithTheNextKeyPicture)
     EXPECT_EQ(1, source->keyRequests.load());
     ticks(5);
     EXPECT_EQ(before, wire->packets.size());
-    picture = gop;
+    frame = gop;
     tick();
     EXPECT_GT(wire->packets.size(), before);
     EXPECT_TRUE(wire->packets[before].unit->keyFrame);
@@ -322,7 +322,7 @@ TEST_F(LiveDispatcherTest, PacedWaysCatchUpAFewUnitsAtATime)
     EXPECT_EQ(5U, wire->units().size());
     ticks(4);
     EXPECT_EQ(21U, wire->units().size());
-    // The key picture that comes meanwhile does not cut the catching up short.
+    // The key frame that comes meanwhile does not cut the catching up short.
     ticks(3);
     EXPECT_EQ(28U, wire->units().size());
     EXPECT_EQ(0U, statistics("s", video).unitsSkipped);

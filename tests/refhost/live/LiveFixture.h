@@ -14,14 +14,14 @@ namespace refhost
 namespace test
 {
 
-/// A dispatcher over a camera with 25 pictures and 50 blocks of sound a second, GOPs of 25 pictures.
+/// A dispatcher over a camera with 25 frames and 50 blocks of sound a second, GOPs of 25 frames.
 class LiveFixture : public testing::Test
 {
 protected:
     static constexpr const char* video = "trackID=0";
     static constexpr const char* audio = "trackID=1";
     static constexpr const char* stream = "1/0";
-    static constexpr int pictureMs = 40;
+    static constexpr int frameMs = 40;
     static constexpr int blockMs = 20;
     static constexpr int gop = 25;
 
@@ -102,7 +102,7 @@ protected:
         return found;
     }
 
-    /// Lets one picture's time pass: two blocks of sound, then the picture.
+    /// Lets one frame's time pass: two blocks of sound, then the frame.
     void tick()
     {
         tickAudio();
@@ -118,13 +118,13 @@ protected:
         }
     }
 
-    /// One picture; a key picture first and after every 24 others.
+    /// One frame; a key frame first and after every 24 others.
     AccessUnitPtr tickVideo()
     {
-        const bool key = picture % gop == 0;
-        auto unit = makeUnit(videoBase + static_cast<std::uint32_t>(picture) * 3600U, clock.monotonicNs(),
-                             key, key ? 9 : 3);
-        ++picture;
+        const bool key = frame % gop == 0;
+        auto unit = makeUnit(videoBase + static_cast<std::uint32_t>(frame) * 3600U, clock.monotonicNs(), key,
+                             key ? 9 : 3);
+        ++frame;
         source->feed(video, unit);
         return unit;
     }
@@ -143,7 +143,7 @@ protected:
     void restartSource()
     {
         source->breakOff();
-        picture = 0;
+        frame = 0;
         block = 0;
         videoBase += 123'456'789U;
         audioBase += 987'654'321U;
@@ -154,7 +154,7 @@ protected:
     std::shared_ptr<FakeSource> source = std::make_shared<FakeSource>();
     std::unique_ptr<LiveDispatcher> dispatcher;
     std::map<std::string, SafePointer<FakeTransport>> transports;
-    int picture = 0;
+    int frame = 0;
     int block = 0;
     std::uint32_t videoBase = 1000;
     std::uint32_t audioBase = 0xffffff00U;

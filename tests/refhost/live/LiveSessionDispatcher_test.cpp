@@ -78,7 +78,7 @@ TEST_F(LiveSessionDispatcherTest, UnknownSessionsAndTracksAreRefusedByEveryOpera
     EXPECT_TRUE(sessions.has("s"));
 }
 
-TEST_F(LiveSessionDispatcherTest, StartsWithTheLastKeyPictureAndTellsItsPacket)
+TEST_F(LiveSessionDispatcherTest, StartsWithTheLastKeyFrameAndTellsItsPacket)
 {
     const auto viewer = open("early");
     ASSERT_EQ(0, sessions.play("early", video));
@@ -97,9 +97,9 @@ TEST_F(LiveSessionDispatcherTest, StartsWithTheLastKeyPictureAndTellsItsPacket)
     EXPECT_NE(wire->packets.front().ssrc, viewer->packets.front().ssrc);
 }
 
-TEST_F(LiveSessionDispatcherTest, TheSoundStartsWithThePicture)
+TEST_F(LiveSessionDispatcherTest, TheSoundStartsWithTheFrame)
 {
-    const auto pictures = open("s", video);
+    const auto frames = open("s", video);
     const auto sound = open("s", audio);
     EXPECT_EQ(0, sessions.play("s", video));
     EXPECT_EQ(0, sessions.play("s", audio));
@@ -107,8 +107,8 @@ TEST_F(LiveSessionDispatcherTest, TheSoundStartsWithThePicture)
     EXPECT_TRUE(sound->units().empty());
     const auto key = tickVideo();
     tickAudio();
-    ASSERT_EQ(1U, pictures->units().size());
-    EXPECT_EQ(key, pictures->units().front());
+    ASSERT_EQ(1U, frames->units().size());
+    EXPECT_EQ(key, frames->units().front());
     ASSERT_FALSE(sound->units().empty());
     EXPECT_LE(key->captureTimeNs, sound->units().front()->captureTimeNs);
 }
@@ -131,7 +131,7 @@ TEST_F(LiveSessionDispatcherTest, APauseKeepsSsrcAndSequence)
 
 TEST_F(LiveSessionDispatcherTest, ASessionEndsWithItsLastConnectedTrack)
 {
-    const auto pictures = open("s", video);
+    const auto frames = open("s", video);
     const auto sound = open("s", audio);
     EXPECT_EQ(0, sessions.remove("s", video));
     EXPECT_TRUE(sessions.has("s"));
@@ -152,11 +152,11 @@ TEST_F(LiveSessionDispatcherTest, ATrackThatEndedBeginsAnewWhileAnotherOneKeepsT
     sessions.play("s", video);
     ticks(2);
     ASSERT_EQ(0, sessions.remove("s", video));
-    const auto pictures = connect("s", video);
+    const auto frames = connect("s", video);
     EXPECT_EQ(0, sessions.play("s", video));
     ticks(gop);
     EXPECT_EQ(2U, former->units().size());
-    EXPECT_LT(0U, pictures->units().size());
+    EXPECT_LT(0U, frames->units().size());
     ASSERT_EQ(0, sessions.getSsrc("s", video, after));
     EXPECT_NE(before, after) << "the former said goodbye";
     EXPECT_TRUE(sound->contiguous());
@@ -169,7 +169,7 @@ TEST_F(LiveSessionDispatcherTest, ATrackThatEndedBeginsAnewWhileAnotherOneKeepsT
 TEST_F(LiveSessionDispatcherTest, ATrackThatEndedIsUnknownUntilItHasAConnectionAgain)
 {
     const auto sound = open("s", audio);
-    const auto pictures = open("s", video);
+    const auto frames = open("s", video);
     sessions.play("s", video);
     ticks(1);
     ASSERT_EQ(0, sessions.remove("s", video));
@@ -187,7 +187,7 @@ TEST_F(LiveSessionDispatcherTest, ATrackThatEndedIsUnknownUntilItHasAConnectionA
 
 TEST_F(LiveSessionDispatcherTest, ATrackWithoutConnectionDoesNotKeepASession)
 {
-    const auto pictures = open("s", video);
+    const auto frames = open("s", video);
     sessions.play("s", video);
     EXPECT_EQ(0, sessions.remove("s", video));
     EXPECT_FALSE(sessions.has("s"));

@@ -95,7 +95,7 @@ TEST_F(LiveSessionTest, AFanOutDoesNotWaitForASessionThatIsBusyElsewhere)
 
     std::thread busy([this] { EXPECT_EQ(0, play("slow", video)); });
     ASSERT_TRUE(entered.wait());
-    // Five more pictures, while the other thread holds the slow session: this thread is not kept from
+    // Five more frames, while the other thread holds the slow session: this thread is not kept from
     // anything.
     ticks(5);
     EXPECT_EQ(8U, other->units().size());
@@ -106,12 +106,12 @@ TEST_F(LiveSessionTest, AFanOutDoesNotWaitForASessionThatIsBusyElsewhere)
     EXPECT_TRUE(wire->contiguous());
 }
 
-/// Pictures come while another thread is busy with the session's sound, behind the pictures.
+/// Frames come while another thread is busy with the session's sound, behind the frames.
 void LiveSessionTest::deliverBesideBusySound(bool byPlay)
 {
     Gate entered;
     Gate leave;
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     play("s", video);
     tickVideo();
     const auto wire = std::make_shared<Wire>();
@@ -139,10 +139,10 @@ void LiveSessionTest::deliverBesideBusySound(bool byPlay)
     ASSERT_TRUE(entered.wait());
     tickVideo();
     tickVideo();
-    EXPECT_EQ(1U, pictures->units().size());
+    EXPECT_EQ(1U, frames->units().size());
     leave.open();
     busy.join();
-    EXPECT_EQ(3U, pictures->units().size());
+    EXPECT_EQ(3U, frames->units().size());
 }
 
 TEST_F(LiveSessionTest, WhoHoldsTheSessionSendsWhatCameMeanwhile)
@@ -272,7 +272,7 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
 
 TEST_F(LiveSessionTest, TracksOfOneSessionAreUsedByManyThreadsAtOnce)
 {
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     const auto sound = setUp("s", audio);
     std::vector<std::thread> threads;
     for (int number = 0; number < 4; ++number)
@@ -303,7 +303,7 @@ TEST_F(LiveSessionTest, TracksOfOneSessionAreUsedByManyThreadsAtOnce)
         EXPECT_EQ(0, remove("s", track));
     }
     EXPECT_EQ(0, source->viewers.load());
-    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_TRUE(frames->contiguous());
     EXPECT_TRUE(sound->contiguous());
 }
 

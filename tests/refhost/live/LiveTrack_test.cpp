@@ -40,7 +40,7 @@ protected:
     std::shared_ptr<StreamPast> past = std::make_shared<StreamPast>();
 };
 
-TEST_F(LiveTrackTest, KeepsThePresentGroupOfPicturesAndTheOneBefore)
+TEST_F(LiveTrackTest, KeepsThePresentGopAndTheOneBefore)
 {
     const auto track = make(true);
     for (int i = 0; i < 25; ++i)
@@ -58,7 +58,7 @@ TEST_F(LiveTrackTest, KeepsThePresentGroupOfPicturesAndTheOneBefore)
     EXPECT_EQ(20U, track->newestStart().index);
 }
 
-TEST_F(LiveTrackTest, UnitsInFrontOfTheFirstKeyPictureAreNoStart)
+TEST_F(LiveTrackTest, UnitsInFrontOfTheFirstKeyFrameAreNoStart)
 {
     const auto track = make(true);
     track->onAccessUnit(unit(0, false));
@@ -112,7 +112,7 @@ TEST_F(LiveTrackTest, UnitsWithoutPacketsAreDropped)
     EXPECT_EQ(0U, track->head());
 }
 
-TEST_F(LiveTrackTest, SoundKeepsTwoSecondsByItselfAndMoreWhereThePictureNeedsIt)
+TEST_F(LiveTrackTest, SoundKeepsTwoSecondsByItselfAndMoreWhereTheFrameNeedsIt)
 {
     const auto sound = make(false);
     for (int i = 0; i < 200; ++i)

@@ -52,7 +52,7 @@ TEST_F(TrackSenderTest, AShortCongestionLosesNothing)
     EXPECT_EQ(0U, statistics("s", video).unitsSkipped);
 }
 
-TEST_F(TrackSenderTest, ALongCongestionLosesWholeUnitsUpToTheNewestKeyPicture)
+TEST_F(TrackSenderTest, ALongCongestionLosesWholeUnitsUpToTheNewestKeyFrame)
 {
     const auto wire = setUp("s", video);
     const auto other = setUp("t", video);
@@ -65,7 +65,7 @@ TEST_F(TrackSenderTest, ALongCongestionLosesWholeUnitsUpToTheNewestKeyPicture)
     EXPECT_EQ(70U, other->units().size());
     wire->capacity = SIZE_MAX;
     wire->ready();
-    // The torn unit is finished; what follows is the key picture of unit 50 and all behind it.
+    // The torn unit is finished; what follows is the key frame of unit 50 and all behind it.
     EXPECT_TRUE(wire->packets[torn + 1].last);
     EXPECT_TRUE(wire->packets[torn + 2].unit->keyFrame);
     EXPECT_EQ(11U + 20U, wire->units().size());
@@ -75,7 +75,7 @@ TEST_F(TrackSenderTest, ALongCongestionLosesWholeUnitsUpToTheNewestKeyPicture)
     EXPECT_EQ(40U * 3600U, wire->packets[torn + 2].timestamp - wire->packets[torn + 1].timestamp);
 }
 
-TEST_F(TrackSenderTest, WhoFellOutOfTheRingWaitsForAKeyPicture)
+TEST_F(TrackSenderTest, WhoFellOutOfTheRingWaitsForAKeyFrame)
 {
     settings.ringUnits = 8;
     make();
@@ -162,7 +162,7 @@ TEST_F(TrackSenderTest, APauseInTheMiddleOfAUnitDropsItsRest)
     EXPECT_TRUE(wire->contiguous());
 }
 
-TEST_F(TrackSenderTest, AKeyPictureTornByAPauseIsNotSentAgain)
+TEST_F(TrackSenderTest, AKeyFrameTornByAPauseIsNotSentAgain)
 {
     const auto wire = setUp("s", video);
     wire->capacity = 4;
@@ -174,7 +174,7 @@ TEST_F(TrackSenderTest, AKeyPictureTornByAPauseIsNotSentAgain)
     play("s", video);
     EXPECT_EQ(4U, wire->packets.size());
     EXPECT_EQ(2, source->keyRequests.load());
-    picture = gop;
+    frame = gop;
     tick();
     EXPECT_TRUE(wire->packets[4].unit->keyFrame);
     EXPECT_TRUE(wire->contiguous());

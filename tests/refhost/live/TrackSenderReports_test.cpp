@@ -65,7 +65,7 @@ TEST_F(TrackSenderTest, TheFirstReportComesBeforeTheFirstPacket)
     const SentPacket& first = wire->packets.front();
     EXPECT_EQ(first.ssrc, report.ssrc);
     EXPECT_EQ(0U, report.packets);
-    // The instant of the report in RTP time, by the first picture's capture time.
+    // The instant of the report in RTP time, by the first frame's capture time.
     const std::int64_t sinceMs = clock.monotonicMs() - first.unit->captureTimeNs / 1'000'000;
     EXPECT_EQ(11 * 40, sinceMs);
     EXPECT_EQ(first.timestamp + static_cast<std::uint32_t>(sinceMs * 90), report.timestamp);
@@ -114,9 +114,9 @@ TEST_F(TrackSenderTest, ReportsComeEveryFewSecondsWithExactCounts)
     EXPECT_NEAR(5000, static_cast<double>(sum) / static_cast<double>(gaps.size()), 1500);
 }
 
-TEST_F(TrackSenderTest, PictureAndSoundReportUnderOneName)
+TEST_F(TrackSenderTest, VideoAndAudioReportUnderOneName)
 {
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     const auto sound = setUp("s", audio);
     const auto other = setUp("t", video);
     for (const char* track : {video, audio})
@@ -125,7 +125,7 @@ TEST_F(TrackSenderTest, PictureAndSoundReportUnderOneName)
     }
     play("t", video);
     ticks(2);
-    const ReadReport report(pictures->rtcp.front());
+    const ReadReport report(frames->rtcp.front());
     EXPECT_EQ(16U, report.name.size());
     EXPECT_EQ(report.name, ReadReport(sound->rtcp.front()).name);
     EXPECT_NE(report.name, ReadReport(other->rtcp.front()).name);
@@ -146,7 +146,7 @@ TEST_F(TrackSenderTest, AChangedMappingIsReportedAtOnce)
 
 TEST_F(TrackSenderTest, AClockThatIsSetIsReportedAtOnceByAllTracksWhileRtpTimeGoesOn)
 {
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     const auto sound = setUp("s", audio);
     for (const char* track : {video, audio})
     {
@@ -155,22 +155,22 @@ TEST_F(TrackSenderTest, AClockThatIsSetIsReportedAtOnceByAllTracksWhileRtpTimeGo
     ticks(5);
     for (const std::int64_t byMs : {-7'200'000LL, 10 * 365 * 86'400'000LL, -3'600'000LL})
     {
-        const std::size_t before[] = {pictures->rtcp.size(), sound->rtcp.size()};
-        const std::size_t sent = pictures->packets.size();
+        const std::size_t before[] = {frames->rtcp.size(), sound->rtcp.size()};
+        const std::size_t sent = frames->packets.size();
         clock.setWall(byMs);
         ticks(6);
-        ASSERT_EQ(before[0] + 1, pictures->rtcp.size()) << byMs;
+        ASSERT_EQ(before[0] + 1, frames->rtcp.size()) << byMs;
         ASSERT_EQ(before[1] + 1, sound->rtcp.size()) << byMs;
-        const ReadReport report(pictures->rtcp.back());
+        const ReadReport report(frames->rtcp.back());
         // Sent with one of the last frames, and dated by the clock as it is set now.
         const std::int64_t agoMs = clock.wallNs() / 1'000'000 - report.wallMs();
         EXPECT_GE(agoMs, 0) << byMs;
         EXPECT_LE(agoMs, 240) << byMs;
-        const auto behind = static_cast<std::int32_t>(pictures->packets.back().timestamp - report.timestamp);
+        const auto behind = static_cast<std::int32_t>(frames->packets.back().timestamp - report.timestamp);
         EXPECT_NEAR(static_cast<double>(agoMs * 90), behind, 90) << byMs;
-        for (std::size_t i = sent; i < pictures->packets.size(); ++i)
+        for (std::size_t i = sent; i < frames->packets.size(); ++i)
         {
-            const std::uint32_t step = pictures->packets[i].timestamp - pictures->packets[i - 1].timestamp;
+            const std::uint32_t step = frames->packets[i].timestamp - frames->packets[i - 1].timestamp;
             ASSERT_TRUE(step == 0 || step == 3600U) << step;
         }
     }

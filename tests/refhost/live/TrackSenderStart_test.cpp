@@ -34,8 +34,8 @@ TEST_F(TrackSenderStart, APacedStartGoesThroughThePastAtItsRate)
     for (int frames = 1; frames <= 5; ++frames)
     {
         tick();
-        EXPECT_LE(spanMs(*wire), 4 * frames * pictureMs);
-        EXPECT_GT(spanMs(*wire), 4 * frames * pictureMs - 2 * pictureMs) << frames;
+        EXPECT_LE(spanMs(*wire), 4 * frames * frameMs);
+        EXPECT_GT(spanMs(*wire), 4 * frames * frameMs - 2 * frameMs) << frames;
     }
     ticks(5);
     EXPECT_EQ(wire->units().back()->captureTimeNs, clock.monotonicNs()) << "it has caught up";
@@ -55,7 +55,7 @@ TEST_F(TrackSenderStart, APacedStartHoldsOverDatagramsToo)
     const auto wire = setUp("s", video, 2);
     play("s", video);
     ticks(2);
-    EXPECT_GT(spanMs(*wire), 6 * 2 * pictureMs) << "faster than the transport would catch up";
+    EXPECT_GT(spanMs(*wire), 6 * 2 * frameMs) << "faster than the transport would catch up";
 }
 
 TEST_F(TrackSenderStart, AudioKeepsToTheFramesInAPacedStart)
@@ -67,7 +67,7 @@ TEST_F(TrackSenderStart, AudioKeepsToTheFramesInAPacedStart)
     play("watcher", video);
     play("watcher", audio);
     ticks(21);
-    const auto pictures = setUp("s", video);
+    const auto videoWire = setUp("s", video);
     const auto blocks = setUp("s", audio);
     hold("s");
     play("s", video);
@@ -77,8 +77,8 @@ TEST_F(TrackSenderStart, AudioKeepsToTheFramesInAPacedStart)
     {
         tick();
         const std::int64_t apartNs =
-            pictures->units().back()->captureTimeNs - blocks->units().back()->captureTimeNs;
-        EXPECT_LE(std::abs(apartNs / 1'000'000), 2 * pictureMs) << frames;
+            videoWire->units().back()->captureTimeNs - blocks->units().back()->captureTimeNs;
+        EXPECT_LE(std::abs(apartNs / 1'000'000), 2 * frameMs) << frames;
     }
 }
 
@@ -94,7 +94,7 @@ TEST_F(TrackSenderStart, AClientMayAskForAStartOfItsOwn)
     EXPECT_EQ(source->keyRequests.load(), before + 1);
     ticks(5);
     EXPECT_TRUE(wire->units().empty());
-    picture = gop;
+    frame = gop;
     tick();
     ASSERT_EQ(wire->units().size(), 1U);
     EXPECT_TRUE(wire->units().front()->keyFrame);
@@ -107,19 +107,19 @@ TEST_F(TrackSenderStart, TheReportsOfAllTracksComeBeforeThePast)
     play("watcher", video);
     play("watcher", audio);
     ticks(10);
-    const auto pictures = setUp("s", video);
+    const auto videoWire = setUp("s", video);
     const auto blocks = setUp("s", audio);
     hold("s");
     play("s", video);
     play("s", audio);
     transport("s", video)->release();
-    EXPECT_TRUE(pictures->packets.empty()) << "nothing goes while a track is held";
+    EXPECT_TRUE(videoWire->packets.empty()) << "nothing goes while a track is held";
     transport("s", audio)->release();
-    ASSERT_FALSE(pictures->order.empty());
+    ASSERT_FALSE(videoWire->order.empty());
     ASSERT_FALSE(blocks->order.empty());
-    EXPECT_EQ(pictures->order.front(), 'r');
+    EXPECT_EQ(videoWire->order.front(), 'r');
     EXPECT_EQ(blocks->order.front(), 'r');
-    EXPECT_GT(pictures->units().size(), 5U);
+    EXPECT_GT(videoWire->units().size(), 5U);
 }
 
 }  // namespace

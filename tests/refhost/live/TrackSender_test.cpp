@@ -19,7 +19,7 @@ namespace
 
 // ---- The first packet
 
-TEST_F(TrackSenderTest, RtpInfoNamesTheCachedKeyPicture)
+TEST_F(TrackSenderTest, RtpInfoNamesTheCachedKeyFrame)
 {
     setUp("first", video);
     ticks(12);
@@ -27,7 +27,7 @@ TEST_F(TrackSenderTest, RtpInfoNamesTheCachedKeyPicture)
     transport("s", video)->hold();
     play("s", video);
     const RTPPacketInfo info = rtpInfo("s", video);
-    ticks(20);  // a newer key picture comes before the answer is out
+    ticks(20);  // a newer key frame comes before the answer is out
     transport("s", video)->release();
     expectFirst(info, wire->packets.front());
     EXPECT_TRUE(wire->contiguous());
@@ -64,7 +64,7 @@ TEST_F(TrackSenderTest, RtpInfoAfterAPauseKeepsTheMapping)
     EXPECT_EQ(before.timestamp + 25 * 3600, info.rtpTimestamp);
 }
 
-TEST_F(TrackSenderTest, RtpInfoAfterAPauseIsKeptWhereTheKeyPictureComesLater)
+TEST_F(TrackSenderTest, RtpInfoAfterAPauseIsKeptWhereTheKeyFrameComesLater)
 {
     const auto wire = setUp("s", video);
     play("s", video);
@@ -96,7 +96,7 @@ TEST_F(TrackSenderTest, RtpInfoAfterARestartOfTheSourceDuringAPause)
     play("s", video);
     const RTPPacketInfo info = rtpInfo("s", video);
     expectFirst(info, wire->packets[sent]);
-    // The key picture was taken 60.04 seconds after the last one sent.
+    // The key frame was taken 60.04 seconds after the last one sent.
     EXPECT_EQ(last + 5'403'600, info.rtpTimestamp);
     EXPECT_TRUE(wire->contiguous());
 }
@@ -120,9 +120,9 @@ TEST_F(TrackSenderTest, RtpInfoBeforePlayIsRefused)
     EXPECT_FALSE(dispatcher->firstPacketOfPlay("s", video, info));
 }
 
-// ---- Sound with its picture
+// ---- Sound with its frame
 
-TEST_F(TrackSenderTest, SoundStartsAtTheKeyPictureWhicheverIsPlayedFirst)
+TEST_F(TrackSenderTest, SoundStartsAtTheKeyFrameWhicheverIsPlayedFirst)
 {
     setUp("first", video);
     setUp("first", audio);
@@ -133,7 +133,7 @@ TEST_F(TrackSenderTest, SoundStartsAtTheKeyPictureWhicheverIsPlayedFirst)
         for (const bool asked : {false, true})
         {
             const std::string session = "s" + std::to_string(++number);
-            const auto pictures = setUp(session, video);
+            const auto frames = setUp(session, video);
             const auto sound = setUp(session, audio);
             hold(session);
             play(session, soundFirst ? audio : video);
@@ -142,16 +142,16 @@ TEST_F(TrackSenderTest, SoundStartsAtTheKeyPictureWhicheverIsPlayedFirst)
             if (asked)
             {
                 const RTPPacketInfo soundInfo = rtpInfo(session, audio);
-                const RTPPacketInfo pictureInfo = rtpInfo(session, video);
+                const RTPPacketInfo frameInfo = rtpInfo(session, video);
                 release(session);
                 expectFirst(soundInfo, sound->packets.front());
-                expectFirst(pictureInfo, pictures->packets.front());
+                expectFirst(frameInfo, frames->packets.front());
             }
             else
             {
                 release(session);
             }
-            const AccessUnitPtr key = pictures->units().front();
+            const AccessUnitPtr key = frames->units().front();
             EXPECT_TRUE(key->keyFrame);
             EXPECT_EQ(key->captureTimeNs, sound->units().front()->captureTimeNs);
             EXPECT_TRUE(sound->contiguous());
@@ -163,7 +163,7 @@ TEST_F(TrackSenderTest, SoundStartsAtTheKeyPictureWhicheverIsPlayedFirst)
 
 TEST_F(TrackSenderTest, SoundAskedFirstKeepsItsMappingOverAPause)
 {
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     const auto sound = setUp("s", audio);
     hold("s");
     play("s", video);
@@ -185,31 +185,31 @@ TEST_F(TrackSenderTest, SoundAskedFirstKeepsItsMappingOverAPause)
     EXPECT_EQ(after.unit->rtpTimestamp - before.unit->rtpTimestamp, after.timestamp - before.timestamp);
 }
 
-TEST_F(TrackSenderTest, SoundWaitsForAPictureThatIsStillToCome)
+TEST_F(TrackSenderTest, SoundWaitsForAFrameThatIsStillToCome)
 {
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     const auto sound = setUp("s", audio);
     hold("s");
-    picture = 5;
+    frame = 5;
     ticks(3);
     play("s", audio);
     play("s", video);
     const RTPPacketInfo soundInfo = rtpInfo("s", audio);
-    const RTPPacketInfo pictureInfo = rtpInfo("s", video);
+    const RTPPacketInfo frameInfo = rtpInfo("s", video);
     release("s");
     ticks(5);
     EXPECT_TRUE(sound->packets.empty());
-    picture = gop;
+    frame = gop;
     tick();
-    ASSERT_FALSE(pictures->packets.empty());
+    ASSERT_FALSE(frames->packets.empty());
     tick();
     ASSERT_FALSE(sound->packets.empty());
     expectFirst(soundInfo, sound->packets.front());
-    expectFirst(pictureInfo, pictures->packets.front());
-    EXPECT_EQ(pictures->units().front()->captureTimeNs, sound->units().front()->captureTimeNs);
+    expectFirst(frameInfo, frames->packets.front());
+    EXPECT_EQ(frames->units().front()->captureTimeNs, sound->units().front()->captureTimeNs);
 }
 
-TEST_F(TrackSenderTest, SoundDoesNotWaitForEverForAPicture)
+TEST_F(TrackSenderTest, SoundDoesNotWaitForEverForAFrame)
 {
     setUp("s", video);
     const auto sound = setUp("s", audio);
@@ -238,18 +238,18 @@ TEST_F(TrackSenderTest, SoundAloneStartsWithTheNewestBlock)
     EXPECT_EQ(0, source->keyRequests.load());
 }
 
-TEST_F(TrackSenderTest, SoundThatJoinsARunningPictureStartsWhereItIs)
+TEST_F(TrackSenderTest, SoundThatJoinsRunningVideoStartsWhereItIs)
 {
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     const auto sound = setUp("s", audio);
     play("s", video);
     ticks(60);
     play("s", audio);
     ASSERT_FALSE(sound->packets.empty());
-    EXPECT_EQ(pictures->units().back()->captureTimeNs, sound->units().front()->captureTimeNs);
+    EXPECT_EQ(frames->units().back()->captureTimeNs, sound->units().front()->captureTimeNs);
 }
 
-TEST_F(TrackSenderTest, SoundKeepsWhatLongGroupsOfPicturesNeed)
+TEST_F(TrackSenderTest, SoundKeepsWhatLongGopsNeed)
 {
     setUp("first", video);
     setUp("first", audio);
@@ -260,17 +260,17 @@ TEST_F(TrackSenderTest, SoundKeepsWhatLongGroupsOfPicturesNeed)
         tickAudio();
         source->feed(video, makeUnit(videoBase + i * 3600U, clock.monotonicNs(), false, 1));
     }
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     const auto sound = setUp("s", audio);
     hold("s");
     play("s", video);
     play("s", audio);
     release("s");
-    EXPECT_EQ(200U, pictures->units().size());
-    EXPECT_EQ(pictures->units().front()->captureTimeNs, sound->units().front()->captureTimeNs);
+    EXPECT_EQ(200U, frames->units().size());
+    EXPECT_EQ(frames->units().front()->captureTimeNs, sound->units().front()->captureTimeNs);
 }
 
-// ---- Sound that travels with the picture
+// ---- Sound that travels with the frame
 
 class SoundRideTest : public TrackSenderTest
 {
@@ -278,24 +278,24 @@ protected:
     /// Starts a session whose way joins units, both tracks up to date.
     void begin()
     {
-        pictures = setUp("s", video);
+        frames = setUp("s", video);
         sound = setUp("s", audio);
-        pictures->traits.joinsUnits = true;
+        frames->traits.joinsUnits = true;
         sound->traits.joinsUnits = true;
         hold("s");
         play("s", video);
         play("s", audio);
         release("s");
         ticks(2);
-        pictures->packets.clear();
+        frames->packets.clear();
         sound->packets.clear();
     }
 
-    std::shared_ptr<Wire> pictures;
+    std::shared_ptr<Wire> frames;
     std::shared_ptr<Wire> sound;
 };
 
-TEST_F(SoundRideTest, SoundGoesInFrontOfThePictureThatFollows)
+TEST_F(SoundRideTest, SoundGoesInFrontOfTheFrameThatFollows)
 {
     begin();
     tickAudio();
@@ -305,12 +305,12 @@ TEST_F(SoundRideTest, SoundGoesInFrontOfThePictureThatFollows)
     ASSERT_EQ(2U, sound->packets.size());
     EXPECT_TRUE(sound->packets[0].more);
     EXPECT_TRUE(sound->packets[1].more);
-    ASSERT_FALSE(pictures->packets.empty());
-    EXPECT_FALSE(pictures->packets.back().more);
+    ASSERT_FALSE(frames->packets.empty());
+    EXPECT_FALSE(frames->packets.back().more);
     EXPECT_TRUE(sound->contiguous());
 }
 
-TEST_F(SoundRideTest, SoundDoesNotWaitLongerThanToldForALatePicture)
+TEST_F(SoundRideTest, SoundDoesNotWaitLongerThanToldForALateFrame)
 {
     begin();
     tickAudio();
@@ -324,15 +324,15 @@ TEST_F(SoundRideTest, SoundDoesNotWaitLongerThanToldForALatePicture)
     EXPECT_EQ(3U, sound->packets.size());
 }
 
-TEST_F(SoundRideTest, SoundDoesNotWaitForAPictureThatIsStuckOrPaused)
+TEST_F(SoundRideTest, SoundDoesNotWaitForAFrameThatIsStuckOrPaused)
 {
     begin();
-    pictures->capacity = 0;
+    frames->capacity = 0;
     tickVideo();
     tickAudio();
     EXPECT_EQ(1U, sound->packets.size());
-    pictures->capacity = SIZE_MAX;
-    pictures->ready();
+    frames->capacity = SIZE_MAX;
+    frames->ready();
     pause("s", video);
     tickAudio();
     EXPECT_EQ(2U, sound->packets.size());
@@ -341,7 +341,7 @@ TEST_F(SoundRideTest, SoundDoesNotWaitForAPictureThatIsStuckOrPaused)
 TEST_F(SoundRideTest, SoundDoesNotWaitWhereItSavesNothing)
 {
     begin();
-    pictures->traits.joinsUnits = false;
+    frames->traits.joinsUnits = false;
     sound->traits.joinsUnits = false;
     tickAudio();
     ASSERT_EQ(1U, sound->packets.size());
@@ -371,10 +371,10 @@ TEST_F(SoundRideTest, AWayWithoutAPaceCatchesUpWithTheNextUnitInOneRun)
     wire->traits.joinsUnits = true;
     play("t", video);
     EXPECT_EQ(1U, wire->units().size());
-    const std::size_t ofTheKeyPicture = wire->packets.size();
+    const std::size_t ofTheKeyFrame = wire->packets.size();
     tick();
     EXPECT_EQ(23U, wire->units().size());
-    for (std::size_t i = ofTheKeyPicture; i < wire->packets.size(); ++i)
+    for (std::size_t i = ofTheKeyFrame; i < wire->packets.size(); ++i)
     {
         const SentPacket& packet = wire->packets[i];
         EXPECT_EQ(packet.unit != wire->packets.back().unit, packet.more);
@@ -385,25 +385,25 @@ TEST_F(SoundRideTest, AWayWithoutAPaceCatchesUpWithTheNextUnitInOneRun)
 
 TEST_F(TrackSenderTest, TimestampsGoOnByTheElapsedTimeOverARestartOfTheSource)
 {
-    const auto pictures = setUp("s", video);
+    const auto frames = setUp("s", video);
     const auto sound = setUp("s", audio);
     hold("s");
     play("s", video);
     play("s", audio);
     release("s");
     ticks(7);
-    const SentPacket lastPicture = pictures->packets.back();
+    const SentPacket lastFrame = frames->packets.back();
     const SentPacket lastSound = sound->packets.back();
-    const std::size_t sentPictures = pictures->packets.size();
+    const std::size_t sentFrames = frames->packets.size();
     const std::size_t sentSound = sound->packets.size();
     restartSource();
     clock.advanceMs(2000);
     tick();
-    EXPECT_EQ(lastPicture.timestamp + 90 * 2040, pictures->packets[sentPictures].timestamp);
+    EXPECT_EQ(lastFrame.timestamp + 90 * 2040, frames->packets[sentFrames].timestamp);
     EXPECT_EQ(lastSound.timestamp + 8 * 2020, sound->packets[sentSound].timestamp);
     ticks(3);
-    EXPECT_EQ(lastPicture.timestamp + 90 * 2160, pictures->packets.back().timestamp);
-    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_EQ(lastFrame.timestamp + 90 * 2160, frames->packets.back().timestamp);
+    EXPECT_TRUE(frames->contiguous());
     EXPECT_TRUE(sound->contiguous());
 }
 
@@ -418,7 +418,7 @@ TEST_F(TrackSenderTest, NewViewersGetNothingFromBeforeARestart)
     EXPECT_EQ(1, source->keyRequests.load());
 }
 
-TEST_F(TrackSenderTest, AfterARestartPicturesWaitForAKeyPicture)
+TEST_F(TrackSenderTest, AfterARestartFramesWaitForAKeyFrame)
 {
     const auto wire = setUp("s", video);
     play("s", video);
@@ -426,7 +426,7 @@ TEST_F(TrackSenderTest, AfterARestartPicturesWaitForAKeyPicture)
     source->breakOff();
     ticks(3);
     EXPECT_EQ(3U, wire->units().size());
-    picture = gop;
+    frame = gop;
     tick();
     ASSERT_EQ(4U, wire->units().size());
     EXPECT_TRUE(wire->units().back()->keyFrame);

@@ -111,7 +111,7 @@ TEST_F(AccessUnitBuilderTest, FramedAudioEndsAtTheMarker)
     EXPECT_TRUE(units[0]->keyFrame);
 }
 
-TEST_F(AccessUnitBuilderTest, KeyPictureOfH264NeedsParameterSetAndIdr)
+TEST_F(AccessUnitBuilderTest, KeyFrameOfH264NeedsParameterSetAndIdr)
 {
     struct Case
     {
@@ -128,8 +128,8 @@ TEST_F(AccessUnitBuilderTest, KeyPictureOfH264NeedsParameterSetAndIdr)
         {"single units", {{0x67, 1}, {0x68, 1}, {0x65, 1}}, true},
         {"IDR alone", {{0x65, 1}}, false},
         {"parameter sets alone", {{24, 0, 2, 0x67, 1, 0, 2, 0x68, 1}}, false},
-        {"another picture", {{0x61, 1}}, false},
-        {"parameter sets and another picture", {{0x67, 1}, {0x68, 1}, {0x61, 1}}, false},
+        {"another frame", {{0x61, 1}}, false},
+        {"parameter sets and another frame", {{0x67, 1}, {0x68, 1}, {0x61, 1}}, false},
         {"STAP-A whose size lies", {{24, 9, 9, 0x67, 1}, {0x65, 1}}, false},
         {"STAP-A of nothing", {{24}, {0x65, 1}}, false},
         {"FU-A of one byte", {{0x67, 1}, {0x7c}}, false},
@@ -142,7 +142,7 @@ TEST_F(AccessUnitBuilderTest, KeyPictureOfH264NeedsParameterSetAndIdr)
     }
 }
 
-TEST_F(AccessUnitBuilderTest, KeyPictureOfH265NeedsParameterSetAndRandomAccess)
+TEST_F(AccessUnitBuilderTest, KeyFrameOfH265NeedsParameterSetAndRandomAccess)
 {
     constexpr int sps = 33 << 1;
     constexpr int idr = 19 << 1;
@@ -163,7 +163,7 @@ TEST_F(AccessUnitBuilderTest, KeyPictureOfH265NeedsParameterSetAndRandomAccess)
          true},
         {"clean random access", {{sps, 1, 0}, {cra, 1, 0}}, true},
         {"IDR alone", {{idr, 1, 0}}, false},
-        {"another picture", {{sps, 1, 0}, {trail, 1, 0}}, false},
+        {"another frame", {{sps, 1, 0}, {trail, 1, 0}}, false},
         {"fragments cut short", {{sps, 1, 0}, {fragment, 1}}, false},
     };
     for (const Case& one : cases)

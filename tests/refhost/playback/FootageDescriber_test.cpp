@@ -56,9 +56,9 @@ TEST_F(FootageDescriberTest, AacAndH265HaveTheirParameters)
     EXPECT_NE(tracks[1].formatParameters.find("config="), std::string::npos);
 }
 
-TEST_F(FootageDescriberTest, PicturesWithoutSoundAreOneTrack)
+TEST_F(FootageDescriberTest, FramesWithoutSoundAreOneTrack)
 {
-    addFile(makeFile(1, pictures, ""), 0, 1);
+    addFile(makeFile(1, frames, ""), 0, 1);
     ASSERT_EQ(describe(0, 100), 0);
     EXPECT_EQ(tracks.size(), 1U);
 }
@@ -83,7 +83,7 @@ TEST_F(FootageDescriberTest, SoundThatCameLaterIsToldAsSoonAsItIsThere)
     const std::string whole = directory_ + "/whole.mkv";
     run("matroskamux name=mux ! filesink location=" + whole +
         " videotestsrc num-buffers=100 ! video/x-raw,format=I420,width=160,height=120,framerate=25/1 ! " +
-        pictures +
+        frames +
         " ! queue ! mux. audiotestsrc timestamp-offset=3000000000 samplesperbuffer=160 num-buffers=50 "
         "! audio/x-raw,rate=8000,channels=1 ! alawenc ! queue ! mux.");
     const std::string path = directory_ + "/growing.mkv";

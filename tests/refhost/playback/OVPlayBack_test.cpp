@@ -205,8 +205,8 @@ protected:
         return seconds;
     }
 
-    /// Every picture from `begin` to `end` once and in its order, without a seam in sequence or time.
-    static void expectPictures(Wire& wire, double begin, double end)
+    /// Every frame from `begin` to `end` once and in its order, without a seam in sequence or time.
+    static void expectFrames(Wire& wire, double begin, double end)
     {
         const std::vector<double> seconds = secondsOf(wire);
         ASSERT_EQ(static_cast<std::size_t>((end - begin) * 25 + 0.5), seconds.size());
@@ -232,13 +232,13 @@ private:
 
 }  // namespace
 
-TEST_F(DirectPlayBack, PlaysEveryPictureOfTheIntervalOverASegmentBorderAndSaysGoodbye)
+TEST_F(DirectPlayBack, PlaysEveryFrameOfTheIntervalOverASegmentBorderAndSaysGoodbye)
 {
     Viewer viewer = this->viewer(0, 4);
     EXPECT_EQ(0, viewer.session->setSpeed(id, video, 1, 32));
     playBoth(viewer);
     ASSERT_TRUE(events_->waitFor([&] { return viewer.ended(); }));
-    expectPictures(*viewer.video, 0, 4);
+    expectFrames(*viewer.video, 0, 4);
     EXPECT_TRUE(viewer.video->units().front()->keyFrame);
     EXPECT_EQ(200u, viewer.audio->units().size());
     EXPECT_TRUE(viewer.audio->contiguous());
@@ -265,7 +265,7 @@ TEST_F(DirectPlayBack, PacketsCarryTheSsrcThatIsToldAndNoMoreThanThePayload)
     }
 }
 
-TEST_F(DirectPlayBack, PausesAndGoesOnWithoutLosingAPicture)
+TEST_F(DirectPlayBack, PausesAndGoesOnWithoutLosingAFrame)
 {
     Viewer viewer = this->viewer(0, 4);
     viewer.session->setSpeed(id, video, 1, 4);
@@ -279,7 +279,7 @@ TEST_F(DirectPlayBack, PausesAndGoesOnWithoutLosingAPicture)
         playBoth(viewer);
     }
     ASSERT_TRUE(events_->waitFor([&] { return viewer.ended(); }));
-    expectPictures(*viewer.video, 0, 4);
+    expectFrames(*viewer.video, 0, 4);
     EXPECT_EQ(200u, viewer.audio->units().size());
 }
 
@@ -304,7 +304,7 @@ TEST_F(DirectPlayBack, FurtherPlayOfAPlayingTrackChangesNothing)
     EXPECT_EQ(0, viewer.session->play(id, video));
     EXPECT_EQ(0, viewer.session->play(id, audio));
     ASSERT_TRUE(events_->waitFor([&] { return viewer.ended(); }));
-    expectPictures(*viewer.video, 0, 2);
+    expectFrames(*viewer.video, 0, 2);
 }
 
 TEST_F(DirectPlayBack, StopOfOneTrackEndsItAndLeavesTheOtherPlaying)
@@ -323,13 +323,13 @@ TEST_F(DirectPlayBack, StopOfOneTrackEndsItAndLeavesTheOtherPlaying)
     EXPECT_EQ(hostTrackUnknown, viewer.session->play(id, video));
 }
 
-TEST_F(DirectPlayBack, IntervalThatBeginsInAPictureGroupStartsAtItsKeyPicture)
+TEST_F(DirectPlayBack, IntervalThatBeginsInAGopStartsAtItsKeyFrame)
 {
     Viewer viewer = this->viewer(1, 3);
     viewer.session->setSpeed(id, video, 1, 32);
     playBoth(viewer);
     ASSERT_TRUE(events_->waitFor([&] { return viewer.ended(); }));
-    expectPictures(*viewer.video, 1, 3);
+    expectFrames(*viewer.video, 1, 3);
 }
 
 TEST_F(DirectPlayBack, IntervalWithoutFootageCannotBePlayed)
@@ -393,7 +393,7 @@ TEST_F(DirectPlayBack, TwentySessionsPlayTheirOwnIntervalsAtOnce)
         SCOPED_TRACE(i);
         ASSERT_TRUE(events_->waitFor([&] { return viewers[i].ended(); }));
         const double begin = static_cast<double>(i % 4);
-        expectPictures(*viewers[i].video, begin, begin + 1 + static_cast<double>(i % (4 - i % 4)));
+        expectFrames(*viewers[i].video, begin, begin + 1 + static_cast<double>(i % (4 - i % 4)));
     }
 }
 

@@ -19,7 +19,7 @@ TEST(PlayMode, IsPacedWithAllFramesAndWithoutExtensionAtFirst)
 TEST(PlayMode, TakesTheBitsOfTheRangeKindApart)
 {
     PlayMode mode;
-    mode.kind = playRangeReplay | playRangeUnpaced | playRangeKeyPictures | 0xab << playRangeSequenceShift |
+    mode.kind = playRangeReplay | playRangeUnpaced | playRangeKeyFrames | 0xab << playRangeSequenceShift |
                 150 << playRangeDistanceShift;
     EXPECT_TRUE(mode.replay());
     EXPECT_FALSE(mode.paced());

@@ -41,7 +41,7 @@ TEST(PlaySpeed, BackwardsAreKeyFramesWithoutAudio)
     EXPECT_EQ(PlaySpeed::used(-0.1, 1).scale, -0.25);
     EXPECT_EQ(PlaySpeed::used(-16, 16).speed, 2);
     EXPECT_TRUE(PlaySpeed::used(-1, 1).backwards());
-    EXPECT_TRUE(PlaySpeed::used(-1, 1).keyPicturesOnly());
+    EXPECT_TRUE(PlaySpeed::used(-1, 1).keyFramesOnly());
     EXPECT_FALSE(PlaySpeed::used(-1, 1).withSound());
     EXPECT_FALSE(PlaySpeed::used(1, 1).backwards());
 }
@@ -52,10 +52,10 @@ TEST(PlaySpeed, DeliveryNeverGoesBeyondTheFastest)
     EXPECT_EQ(PlaySpeed::used(16, 16).speed, 2);
 }
 
-TEST(PlaySpeed, OnlyKeyPicturesAboveFour)
+TEST(PlaySpeed, OnlyKeyFramesAboveFour)
 {
-    EXPECT_FALSE(PlaySpeed::used(4, 1).keyPicturesOnly());
-    EXPECT_TRUE(PlaySpeed::used(4.1, 1).keyPicturesOnly());
+    EXPECT_FALSE(PlaySpeed::used(4, 1).keyFramesOnly());
+    EXPECT_TRUE(PlaySpeed::used(4.1, 1).keyFramesOnly());
 }
 
 TEST(PlaySpeed, SoundFromOneToTwo)

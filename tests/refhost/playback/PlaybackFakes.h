@@ -24,10 +24,10 @@ namespace test
 constexpr std::int64_t ns = 1'000'000'000;
 constexpr std::int64_t msNs = 1'000'000;
 
-/// Footage that a test scripts: 25 pictures and 50 blocks of sound a second, a key picture every second.
+/// Footage that a test scripts: 25 frames and 50 blocks of sound a second, a key frame every second.
 struct FakeFootage
 {
-    static constexpr std::int64_t pictureNs = 40 * msNs;
+    static constexpr std::int64_t frameNs = 40 * msNs;
     static constexpr std::int64_t blockNs = 20 * msNs;
 
     struct Stretch
@@ -81,7 +81,7 @@ public:
             request_ = request;
             stretch_ = i;
             ++section_;
-            nextPicture_ = nextBlock_ = begin;
+            nextFrame_ = nextBlock_ = begin;
             return true;
         }
         return false;
@@ -98,17 +98,17 @@ public:
         for (; stretch_ < footage_->stretches.size(); ++stretch_, ++section_)
         {
             const auto& stretch = footage_->stretches[stretch_];
-            nextPicture_ = std::max(nextPicture_, stretch.beginNs);
+            nextFrame_ = std::max(nextFrame_, stretch.beginNs);
             nextBlock_ = std::max(nextBlock_, stretch.beginNs);
             const std::int64_t end = std::min(stretch.endNs, request_.endNs);
             const bool sound = request_.sound.payloadSize > 0;
             const bool video = request_.video.payloadSize > 0;
-            if (video && nextPicture_ < end && (!sound || nextPicture_ <= nextBlock_))
+            if (video && nextFrame_ < end && (!sound || nextFrame_ <= nextBlock_))
             {
-                const std::int64_t step = request_.keyPicturesOnly ? ns : FakeFootage::pictureNs;
-                out = make(true, nextPicture_, (nextPicture_ - stretch.beginNs) % ns == 0, step);
-                nextPicture_ += step;
-                out.last = nextPicture_ >= end;
+                const std::int64_t step = request_.keyFramesOnly ? ns : FakeFootage::frameNs;
+                out = make(true, nextFrame_, (nextFrame_ - stretch.beginNs) % ns == 0, step);
+                nextFrame_ += step;
+                out.last = nextFrame_ >= end;
                 return Result::unit;
             }
             if (sound && nextBlock_ < end)
@@ -139,11 +139,11 @@ private:
             if (stretch.beginNs <= request.fromNs)
             {
                 const std::int64_t last = std::min(request.fromNs, stretch.endNs - 1);
-                nextPicture_ = stretch.beginNs + (last - stretch.beginNs) / ns * ns;
+                nextFrame_ = stretch.beginNs + (last - stretch.beginNs) / ns * ns;
                 request_ = request;
                 stretch_ = i;
                 ++section_;
-                return nextPicture_ >= request.endNs;
+                return nextFrame_ >= request.endNs;
             }
         }
         return false;
@@ -151,21 +151,21 @@ private:
 
     Result readBackwards(PlaybackUnit& out)
     {
-        if (nextPicture_ < request_.endNs)
+        if (nextFrame_ < request_.endNs)
         {
             return Result::end;
         }
-        out = make(true, nextPicture_, true, ns);
+        out = make(true, nextFrame_, true, ns);
         out.mediaNs = out.dueNs = request_.mirrored(out.wallNs);
-        nextPicture_ -= ns;
-        if (nextPicture_ < footage_->stretches[stretch_].beginNs && stretch_ > 0)
+        nextFrame_ -= ns;
+        if (nextFrame_ < footage_->stretches[stretch_].beginNs && stretch_ > 0)
         {
             const auto& before = footage_->stretches[--stretch_];
-            nextPicture_ = before.beginNs + (before.endNs - 1 - before.beginNs) / ns * ns;
+            nextFrame_ = before.beginNs + (before.endNs - 1 - before.beginNs) / ns * ns;
             ++section_;
             out.last = true;
         }
-        out.last = out.last || nextPicture_ < request_.endNs;
+        out.last = out.last || nextFrame_ < request_.endNs;
         return Result::unit;
     }
 
@@ -185,7 +185,7 @@ private:
     Request request_;
     std::size_t stretch_ = 0;
     std::uint32_t section_ = 0;
-    std::int64_t nextPicture_ = 0;
+    std::int64_t nextFrame_ = 0;
     std::int64_t nextBlock_ = 0;
 };
 

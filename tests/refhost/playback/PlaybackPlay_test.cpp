@@ -44,7 +44,7 @@ TEST_F(PlaybackPlay, IsNotReadyUntilTheWorkerFoundThePlace)
     EXPECT_EQ(session->play(video), 0);
 }
 
-TEST_F(PlaybackPlay, SendsTheFirstKeyPictureAtOnceAndTheRestAtItsPace)
+TEST_F(PlaybackPlay, SendsTheFirstKeyFrameAtOnceAndTheRestAtItsPace)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -55,7 +55,7 @@ TEST_F(PlaybackPlay, SendsTheFirstKeyPictureAtOnceAndTheRestAtItsPace)
     EXPECT_EQ(wire->units().size(), 26U);
 }
 
-TEST_F(PlaybackPlay, StartsAtTheKeyPictureAtOrBeforeAndTellsWhere)
+TEST_F(PlaybackPlay, StartsAtTheKeyFrameAtOrBeforeAndTellsWhere)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(playFrom(video, 5.5), 0);
@@ -70,7 +70,7 @@ TEST_F(PlaybackPlay, StartsAtTheKeyPictureAtOrBeforeAndTellsWhere)
 
 TEST_F(PlaybackPlay, RtpInfoNamesTheFirstPacketOfEachTrack)
 {
-    const auto pictures = setUp(video);
+    const auto frames = setUp(video);
     const auto sound = setUp(audio);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
@@ -79,45 +79,45 @@ TEST_F(PlaybackPlay, RtpInfoNamesTheFirstPacketOfEachTrack)
     ASSERT_EQ(session->firstPacket(video, first), 0);
     ASSERT_EQ(session->firstPacket(audio, firstSound), 0);
     pass(100);
-    EXPECT_EQ(first.sequenceNumber, pictures->packets.front().sequence);
-    EXPECT_EQ(first.rtpTimestamp, pictures->packets.front().timestamp);
+    EXPECT_EQ(first.sequenceNumber, frames->packets.front().sequence);
+    EXPECT_EQ(first.rtpTimestamp, frames->packets.front().timestamp);
     EXPECT_EQ(firstSound.sequenceNumber, sound->packets.front().sequence);
     EXPECT_EQ(firstSound.rtpTimestamp, sound->packets.front().timestamp);
 }
 
 TEST_F(PlaybackPlay, TimestampsFollowTheFootage)
 {
-    const auto pictures = setUp(video);
+    const auto frames = setUp(video);
     const auto sound = setUp(audio);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
     pass(2000);
-    for (std::size_t i = 3; i < pictures->packets.size(); ++i)
+    for (std::size_t i = 3; i < frames->packets.size(); ++i)
     {
-        ASSERT_EQ(pictures->packets[i].timestamp - pictures->packets[i - 3].timestamp, 3600U);
+        ASSERT_EQ(frames->packets[i].timestamp - frames->packets[i - 3].timestamp, 3600U);
     }
     for (std::size_t i = 1; i < sound->packets.size(); ++i)
     {
         ASSERT_EQ(sound->packets[i].timestamp - sound->packets[i - 1].timestamp, 160U);
     }
-    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_TRUE(frames->contiguous());
     EXPECT_TRUE(sound->contiguous());
 }
 
 TEST_F(PlaybackPlay, EndsExactlyAtTheEndAndSaysGoodbye)
 {
-    const auto pictures = setUp(video);
+    const auto frames = setUp(video);
     const auto sound = setUp(audio);
     ASSERT_EQ(playFrom(video, 17, 19), 0);
     ASSERT_EQ(play(audio), 0);
     pass(1995);
-    EXPECT_FALSE(saidGoodbye(*pictures));
+    EXPECT_FALSE(saidGoodbye(*frames));
     EXPECT_FALSE(session->ended());
     pass(10);
-    EXPECT_EQ(pictures->units().size(), 50U);
-    EXPECT_DOUBLE_EQ(secondsOf(*pictures).back(), 18.96);
+    EXPECT_EQ(frames->units().size(), 50U);
+    EXPECT_DOUBLE_EQ(secondsOf(*frames).back(), 18.96);
     EXPECT_EQ(sound->units().size(), 100U);
-    EXPECT_TRUE(saidGoodbye(*pictures));
+    EXPECT_TRUE(saidGoodbye(*frames));
     EXPECT_TRUE(saidGoodbye(*sound));
     EXPECT_TRUE(session->ended());
     EXPECT_EQ(scheduler.size(), 0U);
@@ -143,16 +143,16 @@ TEST_F(PlaybackPlay, PlaysAgainAfterTheEnd)
 
 TEST_F(PlaybackPlay, PauseLosesNothingAndLeavesNoGap)
 {
-    const auto pictures = setUp(video);
+    const auto frames = setUp(video);
     const auto sound = setUp(audio);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
     pass(1010);
     ASSERT_EQ(session->pause(video), 0);
     ASSERT_EQ(session->pause(audio), 0);
-    const auto before = pictures->units().size();
+    const auto before = frames->units().size();
     pass(60000);
-    EXPECT_EQ(pictures->units().size(), before);
+    EXPECT_EQ(frames->units().size(), before);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
     double begin = 0;
@@ -161,16 +161,16 @@ TEST_F(PlaybackPlay, PauseLosesNothingAndLeavesNoGap)
     RTPPacketInfo first;
     ASSERT_EQ(session->firstPacket(video, first), 0);
     pass(1000);
-    const auto seconds = secondsOf(*pictures);
+    const auto seconds = secondsOf(*frames);
     ASSERT_GT(seconds.size(), before + 20);
     for (std::size_t i = 0; i < seconds.size(); ++i)
     {
         ASSERT_NEAR(seconds[i], 0.04 * static_cast<double>(i), 1e-6);
     }
-    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_TRUE(frames->contiguous());
     EXPECT_TRUE(sound->contiguous());
-    EXPECT_EQ(pictures->packets[3 * before].timestamp - pictures->packets[0].timestamp, before * 3600);
-    EXPECT_EQ(first.sequenceNumber, pictures->packets[3 * before].sequence);
+    EXPECT_EQ(frames->packets[3 * before].timestamp - frames->packets[0].timestamp, before * 3600);
+    EXPECT_EQ(first.sequenceNumber, frames->packets[3 * before].sequence);
     EXPECT_NEAR(begin, seconds[before], 0.021);
 }
 
@@ -230,25 +230,25 @@ TEST_F(PlaybackPlay, WithoutFootageThereIsNoPlay)
 
 TEST_F(PlaybackPlay, ATrackThatDoesNotPlayIsLeftOut)
 {
-    const auto pictures = setUp(video);
+    const auto frames = setUp(video);
     const auto sound = setUp(audio);
     ASSERT_EQ(play(video), 0);
     pass(3000);
     EXPECT_TRUE(sound->units().empty());
-    EXPECT_GE(pictures->units().size(), 70U);
-    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_GE(frames->units().size(), 70U);
+    EXPECT_TRUE(frames->contiguous());
 }
 
 TEST_F(PlaybackPlay, ATrackSetUpLaterJoins)
 {
-    const auto pictures = setUp(video);
+    const auto frames = setUp(video);
     ASSERT_EQ(play(video), 0);
     pass(1000);
     const auto sound = setUp(audio);
     ASSERT_EQ(play(audio), 0);
     pass(1000);
     EXPECT_GE(sound->units().size(), 48U);
-    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_TRUE(frames->contiguous());
 }
 
 TEST_F(PlaybackPlay, NothingIsLeftOfARemovedSession)

@@ -106,21 +106,21 @@ TEST_F(PlaybackSeek, PositionsCountFromTheFirstFrameWhereFootageBeginsLater)
     EXPECT_EQ(end, 3);
 }
 
-TEST_F(PlaybackSeek, KeyPicturesAloneAreReadWithTheDistanceThatWasAskedFor)
+TEST_F(PlaybackSeek, KeyFramesAloneAreReadWithTheDistanceThatWasAskedFor)
 {
     setUp(video);
     setUp(audio);
-    ASSERT_EQ(playFrom(video, 2, 20, playRangeKeyPictures | 400 << playRangeDistanceShift), 0);
+    ASSERT_EQ(playFrom(video, 2, 20, playRangeKeyFrames | 400 << playRangeDistanceShift), 0);
     const PlaybackSource::Request asked = footage->requests.back();
-    EXPECT_TRUE(asked.keyPicturesOnly);
+    EXPECT_TRUE(asked.keyFramesOnly);
     EXPECT_EQ(asked.keyDistanceNs, 4 * ns);
     EXPECT_EQ(asked.sound.payloadSize, 0);
-    ASSERT_EQ(session->setRange(video, 0, 0, playRangeKeyPictures, false), 0);
+    ASSERT_EQ(session->setRange(video, 0, 0, playRangeKeyFrames, false), 0);
     ASSERT_EQ(play(video), 0);
     EXPECT_EQ(footage->requests.back().keyDistanceNs, 0) << "a change of the distance alone is one too";
     ASSERT_EQ(session->setRange(video, 0, 0, 400 << playRangeDistanceShift, false), 0);
     ASSERT_EQ(play(video), 0);
-    EXPECT_FALSE(footage->requests.back().keyPicturesOnly);
+    EXPECT_FALSE(footage->requests.back().keyFramesOnly);
     EXPECT_EQ(footage->requests.back().keyDistanceNs, 0);
 }
 
@@ -198,15 +198,15 @@ TEST_F(PlaybackSeek, AGapTakesNoTime)
 {
     footage->set({{at(0), at(2)}, {at(7200), at(7202)}});
     make(0, 10'000);
-    const auto pictures = setUp(video);
+    const auto frames = setUp(video);
     const auto sound = setUp(audio);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
     pass(3950);
-    const auto seconds = secondsOf(*pictures);
+    const auto seconds = secondsOf(*frames);
     ASSERT_EQ(seconds.size(), 99U);
     EXPECT_DOUBLE_EQ(seconds[50], 7200);
-    const auto stamps = ticks(*pictures);
+    const auto stamps = ticks(*frames);
     for (std::size_t i = 1; i < stamps.size(); ++i)
     {
         ASSERT_EQ(stamps[i] - stamps[i - 1], 3600U) << i;
@@ -231,7 +231,7 @@ TEST_F(PlaybackSeek, TheRealBeginIsToldWhereFootageBeginsLater)
     EXPECT_NEAR(begin, 3.5, 1e-6);
 }
 
-TEST_F(PlaybackSeek, AKeyPictureBeforeTheIntervalCountsFromItsBegin)
+TEST_F(PlaybackSeek, AKeyFrameBeforeTheIntervalCountsFromItsBegin)
 {
     make(5.4, 10);
     const auto wire = setUp(video);

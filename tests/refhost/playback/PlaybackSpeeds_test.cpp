@@ -14,7 +14,7 @@ class PlaybackSpeeds : public PlaybackFixture
 protected:
     void setUpBoth(double scale, double speed)
     {
-        pictures = setUp(video);
+        frames = setUp(video);
         sound = setUp(audio);
         ASSERT_EQ(session->setSpeed(video, scale, speed), 0);
         ASSERT_EQ(session->setSpeed(audio, scale, speed), 0);
@@ -37,7 +37,7 @@ protected:
         return stamps.at(unit) - stamps.at(unit - 1);
     }
 
-    std::shared_ptr<Wire> pictures;
+    std::shared_ptr<Wire> frames;
     std::shared_ptr<Wire> sound;
 };
 
@@ -45,8 +45,8 @@ TEST_F(PlaybackSpeeds, ScaleTwoTakesHalfTheTimeAndHalvesTheTimestamps)
 {
     setUpBoth(2, 1);
     pass(5000);
-    EXPECT_NEAR(secondsOf(*pictures).back(), 10, 0.05);
-    EXPECT_EQ(step(*pictures, 5), 1800U);
+    EXPECT_NEAR(secondsOf(*frames).back(), 10, 0.05);
+    EXPECT_EQ(step(*frames, 5), 1800U);
     pass(5010);
     EXPECT_TRUE(session->ended());
 }
@@ -61,7 +61,7 @@ TEST_F(PlaybackSpeeds, ClockThatWasSetBackDoesNotHoldUpAChangeOfSpeed)
         clock.setWall(byMs);
         EXPECT_EQ(session->setSpeed(video, 1, 2), 0);
         pass(1000);
-        EXPECT_NEAR(secondsOf(*pictures).back(), 3, 0.05) << byMs;
+        EXPECT_NEAR(secondsOf(*frames).back(), 3, 0.05) << byMs;
     }
 }
 
@@ -93,29 +93,29 @@ TEST_F(PlaybackSpeeds, SlowMotionStretchesTheTimestamps)
 {
     setUpBoth(0.25, 1);
     pass(4000);
-    EXPECT_NEAR(secondsOf(*pictures).back(), 1, 0.05);
-    EXPECT_EQ(step(*pictures, 5), 14'400U);
+    EXPECT_NEAR(secondsOf(*frames).back(), 1, 0.05);
+    EXPECT_EQ(step(*frames, 5), 14'400U);
 }
 
 TEST_F(PlaybackSpeeds, SpeedChangesDeliveryAndNotTheTimestamps)
 {
     setUpBoth(1, 4);
     pass(2000);
-    EXPECT_NEAR(secondsOf(*pictures).back(), 8, 0.05);
-    EXPECT_EQ(step(*pictures, 5), 3600U);
+    EXPECT_NEAR(secondsOf(*frames).back(), 8, 0.05);
+    EXPECT_EQ(step(*frames, 5), 3600U);
     EXPECT_NEAR(secondsOf(*sound).back(), 8, 0.05);
 }
 
-TEST_F(PlaybackSpeeds, OnlyKeyPicturesAboveFour)
+TEST_F(PlaybackSpeeds, OnlyKeyFramesAboveFour)
 {
     setUpBoth(8, 1);
     pass(1500);
-    EXPECT_EQ(pictures->units().size(), 13U);
-    for (const AccessUnitPtr& unit : pictures->units())
+    EXPECT_EQ(frames->units().size(), 13U);
+    for (const AccessUnitPtr& unit : frames->units())
     {
         EXPECT_TRUE(unit->keyFrame);
     }
-    EXPECT_EQ(step(*pictures, 3), 11'250U);
+    EXPECT_EQ(step(*frames, 3), 11'250U);
     EXPECT_TRUE(sound->units().empty());
     pass(1010);
     EXPECT_TRUE(session->ended());
@@ -126,28 +126,28 @@ TEST_F(PlaybackSpeeds, AChangeWhilePlayingGoesOnFromThere)
     setUpBoth(1, 1);
     pass(1000);
     ASSERT_EQ(session->setSpeed(video, 2, 1), 0);
-    const auto before = pictures->units().size();
+    const auto before = frames->units().size();
     pass(1000);
-    EXPECT_NEAR(secondsOf(*pictures).back(), 3, 0.1);
-    EXPECT_GE(step(*pictures, before), 1800U);
-    EXPECT_LE(step(*pictures, before), 3600U);
-    EXPECT_EQ(step(*pictures, before + 1), 1800U);
-    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_NEAR(secondsOf(*frames).back(), 3, 0.1);
+    EXPECT_GE(step(*frames, before), 1800U);
+    EXPECT_LE(step(*frames, before), 3600U);
+    EXPECT_EQ(step(*frames, before + 1), 1800U);
+    EXPECT_TRUE(frames->contiguous());
 }
 
-TEST_F(PlaybackSpeeds, GoingOverToKeyPicturesGoesOnByItself)
+TEST_F(PlaybackSpeeds, GoingOverToKeyFramesGoesOnByItself)
 {
     setUpBoth(1, 1);
     pass(2500);
     ASSERT_EQ(session->setSpeed(video, 16, 1), 0);
-    const auto before = pictures->units().size();
+    const auto before = frames->units().size();
     pass(1000);
-    ASSERT_GT(pictures->units().size(), before + 10);
-    EXPECT_TRUE(pictures->units()[before]->keyFrame);
-    EXPECT_TRUE(pictures->contiguous());
-    for (std::size_t i = 1; i < pictures->units().size(); ++i)
+    ASSERT_GT(frames->units().size(), before + 10);
+    EXPECT_TRUE(frames->units()[before]->keyFrame);
+    EXPECT_TRUE(frames->contiguous());
+    for (std::size_t i = 1; i < frames->units().size(); ++i)
     {
-        ASSERT_GT(static_cast<std::int32_t>(step(*pictures, i)), 0);
+        ASSERT_GT(static_cast<std::int32_t>(step(*frames, i)), 0);
     }
 }
 
@@ -172,7 +172,7 @@ TEST_F(PlaybackSpeeds, ATrackThatHadNothingToSendSaysGoodbyeAtTheEndToo)
     pass(6000);
     ASSERT_TRUE(session->ended());
     EXPECT_TRUE(sound->packets.empty());
-    EXPECT_TRUE(saidGoodbye(*pictures));
+    EXPECT_TRUE(saidGoodbye(*frames));
     EXPECT_TRUE(saidGoodbye(*sound));
 }
 

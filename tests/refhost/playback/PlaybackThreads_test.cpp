@@ -40,7 +40,7 @@ TEST_F(PlaybackThreads, VerbsRaceWithTheWorkers)
 {
     threaded.start(2);
     session = makeThreaded();
-    const auto pictures = setUp(video);
+    const auto frames = setUp(video);
     const auto sound = setUp(audio);
     const auto drive = [this](const char* track, int seed)
     {
@@ -70,7 +70,7 @@ TEST_F(PlaybackThreads, VerbsRaceWithTheWorkers)
         {
             for (int i = 0; i < 300; ++i)
             {
-                pictures->ready();
+                frames->ready();
                 sound->ready();
             }
         });
@@ -80,7 +80,7 @@ TEST_F(PlaybackThreads, VerbsRaceWithTheWorkers)
     }
     session->end();
     EXPECT_TRUE(session->empty());
-    EXPECT_TRUE(pictures->contiguous());
+    EXPECT_TRUE(frames->contiguous());
     EXPECT_TRUE(sound->contiguous());
 }
 

@@ -85,13 +85,13 @@ private:
     std::vector<RecordedSegment> segments_;
 };
 
-/// Real Matroska files of 25 pictures a second, a key picture each second, and PCMA sound of 20 ms a block,
+/// Real Matroska files of 25 frames a second, a key frame each second, and PCMA sound of 20 ms a block,
 /// made by GStreamer in a directory that goes with the fixture. The recording begins at second 0.
 class RecordedFootageTest : public testing::Test
 {
 protected:
     static constexpr std::int64_t second = 1'000'000'000;
-    static constexpr const char* pictures =
+    static constexpr const char* frames =
         "x264enc tune=zerolatency speed-preset=ultrafast key-int-max=25 bitrate=200 ! h264parse";
 
     static void SetUpTestSuite()
@@ -123,8 +123,7 @@ protected:
     }
 
     /// Makes a file of so many whole seconds. \returns its path
-    std::string makeFile(int seconds, const std::string& video = pictures,
-                         const std::string& sound = "alawenc")
+    std::string makeFile(int seconds, const std::string& video = frames, const std::string& sound = "alawenc")
     {
         const std::string path = directory_ + "/" + std::to_string(++files_) + ".mkv";
         std::string line = "matroskamux name=mux ! filesink location=" + path;

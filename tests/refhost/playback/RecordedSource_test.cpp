@@ -16,7 +16,7 @@ class RecordedSourceTest : public RecordedFootageTest
 protected:
     struct Read
     {
-        std::vector<PlaybackUnit> pictures;
+        std::vector<PlaybackUnit> frames;
         std::vector<PlaybackUnit> blocks;
         PlaybackSource::Result result = PlaybackSource::Result::unit;
     };
@@ -43,8 +43,8 @@ protected:
         PlaybackUnit unit;
         while ((read.result = source.read(unit)) == PlaybackSource::Result::unit)
         {
-            (unit.video ? read.pictures : read.blocks).push_back(unit);
-            if (read.pictures.size() + read.blocks.size() > 100'000)
+            (unit.video ? read.frames : read.blocks).push_back(unit);
+            if (read.frames.size() + read.blocks.size() > 100'000)
             {
                 ADD_FAILURE() << "it never ends";
                 return read;
@@ -60,12 +60,12 @@ protected:
         return readOn(*source);
     }
 
-    static void expectPictures(const std::vector<PlaybackUnit>& pictures, double first, std::size_t count)
+    static void expectFrames(const std::vector<PlaybackUnit>& frames, double first, std::size_t count)
     {
-        ASSERT_EQ(pictures.size(), count);
+        ASSERT_EQ(frames.size(), count);
         for (std::size_t i = 0; i < count; ++i)
         {
-            ASSERT_NEAR(secondsAt(pictures[i].mediaNs), first + 0.04 * static_cast<double>(i), 0.0011) << i;
+            ASSERT_NEAR(secondsAt(frames[i].mediaNs), first + 0.04 * static_cast<double>(i), 0.0011) << i;
         }
     }
 };
@@ -75,15 +75,15 @@ TEST_F(RecordedSourceTest, OneSegmentIsReadWhole)
     addSegment(0, 4);
     const Read read = readAll(0, 100);
     EXPECT_EQ(read.result, PlaybackSource::Result::end);
-    expectPictures(read.pictures, 0, 100);
+    expectFrames(read.frames, 0, 100);
     EXPECT_EQ(read.blocks.size(), 200U);
-    EXPECT_TRUE(read.pictures.front().key);
-    EXPECT_TRUE(read.pictures.front().unit->keyFrame);
-    EXPECT_FALSE(read.pictures[1].key);
-    EXPECT_TRUE(read.pictures.back().last);
+    EXPECT_TRUE(read.frames.front().key);
+    EXPECT_TRUE(read.frames.front().unit->keyFrame);
+    EXPECT_FALSE(read.frames[1].key);
+    EXPECT_TRUE(read.frames.back().last);
     EXPECT_TRUE(read.blocks.back().last);
-    EXPECT_FALSE(read.pictures[98].last);
-    EXPECT_NEAR(static_cast<double>(read.pictures.back().durationNs), 4e7, 1.1e6);
+    EXPECT_FALSE(read.frames[98].last);
+    EXPECT_NEAR(static_cast<double>(read.frames.back().durationNs), 4e7, 1.1e6);
 }
 
 TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
@@ -92,9 +92,9 @@ TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
     addSegment(3, 3);
     addSegment(6, 3);
     const Read read = readAll(1.5, 7.5);
-    expectPictures(read.pictures, 1, 163);
+    expectFrames(read.frames, 1, 163);
     EXPECT_NEAR(static_cast<double>(read.blocks.size()), 325, 2);
-    EXPECT_EQ(read.pictures.front().section, read.pictures.back().section);
+    EXPECT_EQ(read.frames.front().section, read.frames.back().section);
     for (std::size_t i = 1; i < read.blocks.size(); ++i)
     {
         ASSERT_GT(read.blocks[i].mediaNs, read.blocks[i - 1].mediaNs);
@@ -110,13 +110,13 @@ TEST_F(RecordedSourceTest, WhatWasRecordedTwiceAtOneTimeComesOneAfterTheOther)
     addSegment(5, 3, 1);
     const Read read = readAll(1, 4);
     EXPECT_EQ(read.result, PlaybackSource::Result::end);
-    ASSERT_EQ(read.pictures.size(), 75U + 50U);
-    expectPictures({read.pictures.begin(), read.pictures.begin() + 75}, 1, 75);
-    expectPictures({read.pictures.begin() + 75, read.pictures.end()}, 2, 50);
-    EXPECT_EQ(read.pictures[0].section, read.pictures[74].section);
-    EXPECT_NE(read.pictures[74].section, read.pictures[75].section);
-    EXPECT_EQ(read.pictures[75].section, read.pictures[124].section);
-    EXPECT_TRUE(read.pictures[75].key);
+    ASSERT_EQ(read.frames.size(), 75U + 50U);
+    expectFrames({read.frames.begin(), read.frames.begin() + 75}, 1, 75);
+    expectFrames({read.frames.begin() + 75, read.frames.end()}, 2, 50);
+    EXPECT_EQ(read.frames[0].section, read.frames[74].section);
+    EXPECT_NE(read.frames[74].section, read.frames[75].section);
+    EXPECT_EQ(read.frames[75].section, read.frames[124].section);
+    EXPECT_TRUE(read.frames[75].key);
     EXPECT_NEAR(static_cast<double>(read.blocks.size()), 150 + 100, 4);
 }
 
@@ -131,9 +131,9 @@ TEST_F(RecordedSourceTest, ADamagedParameterSetInTheFirstSegmentSparesTheOthers)
         const Read read = readAll(0, 3);
         EXPECT_EQ(read.result, PlaybackSource::Result::end);
         std::vector<PlaybackUnit> whole;
-        std::copy_if(read.pictures.begin(), read.pictures.end(), std::back_inserter(whole),
+        std::copy_if(read.frames.begin(), read.frames.end(), std::back_inserter(whole),
                      [](const PlaybackUnit& unit) { return secondsAt(unit.mediaNs) > 0.99; });
-        expectPictures(whole, 1, 50);
+        expectFrames(whole, 1, 50);
         EXPECT_TRUE(!whole.empty() && whole.front().key) << from;
     }
 }
@@ -143,26 +143,26 @@ TEST_F(RecordedSourceTest, TheEndIsExact)
     addSegment(0, 3);
     addSegment(3, 3);
     const Read read = readAll(0, 3.5);
-    expectPictures(read.pictures, 0, 88);
+    expectFrames(read.frames, 0, 88);
     EXPECT_LT(secondsAt(read.blocks.back().mediaNs), 3.5);
     EXPECT_GT(secondsAt(read.blocks.back().mediaNs), 3.47);
-    EXPECT_LE(read.pictures.back().mediaNs + read.pictures.back().durationNs, at(3.5));
-    EXPECT_TRUE(read.pictures.back().last);
+    EXPECT_LE(read.frames.back().mediaNs + read.frames.back().durationNs, at(3.5));
+    EXPECT_TRUE(read.frames.back().last);
 }
 
-TEST_F(RecordedSourceTest, AGapBeginsANewSectionWithAKeyPicture)
+TEST_F(RecordedSourceTest, AGapBeginsANewSectionWithAKeyFrame)
 {
     addSegment(0, 2);
     addSegment(7200, 2);
     const Read read = readAll(0, 10'000);
-    ASSERT_EQ(read.pictures.size(), 100U);
-    EXPECT_TRUE(read.pictures[49].last);
-    EXPECT_EQ(read.pictures[49].section + 1, read.pictures[50].section);
-    EXPECT_TRUE(read.pictures[50].key);
-    EXPECT_NEAR(secondsAt(read.pictures[50].mediaNs), 7200, 0.001);
+    ASSERT_EQ(read.frames.size(), 100U);
+    EXPECT_TRUE(read.frames[49].last);
+    EXPECT_EQ(read.frames[49].section + 1, read.frames[50].section);
+    EXPECT_TRUE(read.frames[50].key);
+    EXPECT_NEAR(secondsAt(read.frames[50].mediaNs), 7200, 0.001);
     for (const PlaybackUnit& block : read.blocks)
     {
-        EXPECT_GE(block.mediaNs, secondsAt(block.mediaNs) < 100 ? at(0) : read.pictures[50].mediaNs);
+        EXPECT_GE(block.mediaNs, secondsAt(block.mediaNs) < 100 ? at(0) : read.frames[50].mediaNs);
     }
 }
 
@@ -171,7 +171,7 @@ TEST_F(RecordedSourceTest, AnInstantInAGapBeginsBehindIt)
     addSegment(0, 2);
     addSegment(1000, 2);
     const Read read = readAll(500, 10'000);
-    expectPictures(read.pictures, 1000, 50);
+    expectFrames(read.frames, 1000, 50);
 }
 
 TEST_F(RecordedSourceTest, NothingBehindTheFootageIsFound)
@@ -183,7 +183,7 @@ TEST_F(RecordedSourceTest, NothingBehindTheFootageIsFound)
     PlaybackUnit unit;
     ASSERT_EQ(source->read(unit), PlaybackSource::Result::unit);
     EXPECT_FALSE(source->open(request(50, 100))) << "and what was read goes on";
-    EXPECT_EQ(readOn(*source).pictures.size() + 1, 50U);
+    EXPECT_EQ(readOn(*source).frames.size() + 1, 50U);
 }
 
 TEST_F(RecordedSourceTest, SegmentsThatCannotBeReadAreLeftOut)
@@ -194,9 +194,9 @@ TEST_F(RecordedSourceTest, SegmentsThatCannotBeReadAreLeftOut)
     addFile(directory_ + "/none.mkv", 4, 2);
     addSegment(6, 2);
     const Read read = readAll(0, 100);
-    ASSERT_EQ(read.pictures.size(), 100U);
-    EXPECT_NEAR(secondsAt(read.pictures[50].mediaNs), 6, 0.001);
-    EXPECT_NE(read.pictures[49].section, read.pictures[50].section);
+    ASSERT_EQ(read.frames.size(), 100U);
+    EXPECT_NEAR(secondsAt(read.frames[50].mediaNs), 6, 0.001);
+    EXPECT_NE(read.frames[49].section, read.frames[50].section);
 }
 
 TEST_F(RecordedSourceTest, ACutSegmentPlaysUpToTheCut)
@@ -205,14 +205,14 @@ TEST_F(RecordedSourceTest, ACutSegmentPlaysUpToTheCut)
     cut(segment.path, 0.6);
     addSegment(4, 2);
     const Read read = readAll(0, 100);
-    EXPECT_GT(read.pictures.size(), 50U + 40U);
-    EXPECT_NEAR(secondsAt(read.pictures[read.pictures.size() - 50].mediaNs), 4, 0.001);
+    EXPECT_GT(read.frames.size(), 50U + 40U);
+    EXPECT_NEAR(secondsAt(read.frames[read.frames.size() - 50].mediaNs), 4, 0.001);
 }
 
 TEST_F(RecordedSourceTest, ADamagedTimestampIsLeftOutAndTheRestPlays)
 {
-    const RecordedSegment segment = addFile(makeFile(6, pictures, ""), 0, 6);
-    addFile(makeFile(4, pictures, ""), 6, 4);
+    const RecordedSegment segment = addFile(makeFile(6, frames, ""), 0, 6);
+    addFile(makeFile(4, frames, ""), 6, 4);
     // A cluster's identifier, its size, and its time: behind the end of the whole recording now.
     std::string bytes;
     {
@@ -230,12 +230,12 @@ TEST_F(RecordedSourceTest, ADamagedTimestampIsLeftOutAndTheRestPlays)
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
-    ASSERT_GT(read.pictures.size(), 150U);
-    EXPECT_NEAR(secondsAt(read.pictures.back().mediaNs), 9.96, 0.001);
-    for (std::size_t i = 1; i < read.pictures.size(); ++i)
+    ASSERT_GT(read.frames.size(), 150U);
+    EXPECT_NEAR(secondsAt(read.frames.back().mediaNs), 9.96, 0.001);
+    for (std::size_t i = 1; i < read.frames.size(); ++i)
     {
-        ASSERT_GT(read.pictures[i].mediaNs, read.pictures[i - 1].mediaNs);
-        ASSERT_TRUE(read.pictures[i].section == read.pictures[i - 1].section || read.pictures[i].key);
+        ASSERT_GT(read.frames[i].mediaNs, read.frames[i - 1].mediaNs);
+        ASSERT_TRUE(read.frames[i].section == read.frames[i - 1].section || read.frames[i].key);
     }
 }
 
@@ -244,18 +244,18 @@ TEST_F(RecordedSourceTest, OverlappingSegmentsNeverGoBack)
     addSegment(0, 3);
     addSegment(1.5, 3);
     const Read read = readAll(0, 100);
-    for (std::size_t i = 1; i < read.pictures.size(); ++i)
+    for (std::size_t i = 1; i < read.frames.size(); ++i)
     {
-        ASSERT_GT(read.pictures[i].mediaNs, read.pictures[i - 1].mediaNs);
+        ASSERT_GT(read.frames[i].mediaNs, read.frames[i - 1].mediaNs);
     }
     for (std::size_t i = 1; i < read.blocks.size(); ++i)
     {
         ASSERT_GT(read.blocks[i].mediaNs, read.blocks[i - 1].mediaNs);
     }
-    EXPECT_NEAR(secondsAt(read.pictures.back().mediaNs), 4.46, 0.001);
+    EXPECT_NEAR(secondsAt(read.frames.back().mediaNs), 4.46, 0.001);
 }
 
-TEST_F(RecordedSourceTest, PicturesOutOfOrderAreSentInTime)
+TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
 {
     addFile(
         makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse", ""),
@@ -265,18 +265,18 @@ TEST_F(RecordedSourceTest, PicturesOutOfOrderAreSentInTime)
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
-    ASSERT_GE(read.pictures.size(), 50U);
+    ASSERT_GE(read.frames.size(), 50U);
     std::vector<std::int64_t> shown;
     bool reordered = false;
-    for (std::size_t i = 0; i < read.pictures.size(); ++i)
+    for (std::size_t i = 0; i < read.frames.size(); ++i)
     {
-        const PlaybackUnit& picture = read.pictures[i];
-        shown.push_back(picture.mediaNs);
-        EXPECT_LE(picture.dueNs, picture.mediaNs);
-        EXPECT_GE(picture.mediaNs, read.pictures.front().mediaNs);
-        EXPECT_LT(picture.dueNs, at(3));
-        reordered = reordered || (i > 0 && picture.mediaNs < read.pictures[i - 1].mediaNs);
-        EXPECT_GE(picture.dueNs, i > 0 ? read.pictures[i - 1].dueNs : 0);
+        const PlaybackUnit& frame = read.frames[i];
+        shown.push_back(frame.mediaNs);
+        EXPECT_LE(frame.dueNs, frame.mediaNs);
+        EXPECT_GE(frame.mediaNs, read.frames.front().mediaNs);
+        EXPECT_LT(frame.dueNs, at(3));
+        reordered = reordered || (i > 0 && frame.mediaNs < read.frames[i - 1].mediaNs);
+        EXPECT_GE(frame.dueNs, i > 0 ? read.frames[i - 1].dueNs : 0);
     }
     EXPECT_TRUE(reordered);
     std::sort(shown.begin(), shown.end());
@@ -286,75 +286,75 @@ TEST_F(RecordedSourceTest, PicturesOutOfOrderAreSentInTime)
     }
 }
 
-TEST_F(RecordedSourceTest, SoundBeginsWithTheFirstPictureAlsoBehindAGap)
+TEST_F(RecordedSourceTest, SoundBeginsWithTheFirstFrameAlsoBehindAGap)
 {
     const std::string path = directory_ + "/late.mkv";
     run("matroskamux name=mux ! filesink location=" + path +
         " videotestsrc num-buffers=50 timestamp-offset=500000000 "
         "! video/x-raw,format=I420,width=160,height=120,framerate=25/1 ! " +
-        pictures +
+        frames +
         " ! queue ! mux. audiotestsrc samplesperbuffer=160 num-buffers=125 "
         "! audio/x-raw,rate=8000,channels=1 ! alawenc ! queue ! mux.");
     addSegment(0, 2);
     addFile(path, 100, 2.5);
     const Read read = readAll(0, 200);
-    ASSERT_EQ(read.pictures.size(), 100U);
-    EXPECT_NEAR(secondsAt(read.pictures[50].mediaNs), 100.5, 0.001);
+    ASSERT_EQ(read.frames.size(), 100U);
+    EXPECT_NEAR(secondsAt(read.frames[50].mediaNs), 100.5, 0.001);
     const auto behind = std::find_if(read.blocks.begin(), read.blocks.end(),
                                      [](const PlaybackUnit& block) { return block.mediaNs > at(50); });
     ASSERT_NE(behind, read.blocks.end());
-    EXPECT_GE(behind->mediaNs, read.pictures[50].mediaNs);
-    EXPECT_LT(behind->mediaNs, read.pictures[51].mediaNs);
+    EXPECT_GE(behind->mediaNs, read.frames[50].mediaNs);
+    EXPECT_LT(behind->mediaNs, read.frames[51].mediaNs);
 }
 
-TEST_F(RecordedSourceTest, SoundOfBeforeTheFirstPictureIsLeftOutWhereverItStands)
+TEST_F(RecordedSourceTest, SoundOfBeforeTheFirstFrameIsLeftOutWhereverItStands)
 {
     addFile(makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse"),
             0, 4);
     const Read read = readAll(2, 4);
-    EXPECT_NEAR(secondsAt(read.pictures.front().mediaNs), 2, 0.2);
+    EXPECT_NEAR(secondsAt(read.frames.front().mediaNs), 2, 0.2);
     ASSERT_FALSE(read.blocks.empty());
     for (const PlaybackUnit& block : read.blocks)
     {
-        ASSERT_GE(block.mediaNs, read.pictures.front().mediaNs);
+        ASSERT_GE(block.mediaNs, read.frames.front().mediaNs);
     }
 }
 
-TEST_F(RecordedSourceTest, KeyPicturesAloneWhenAskedFor)
+TEST_F(RecordedSourceTest, KeyFramesAloneWhenAskedFor)
 {
     addSegment(0, 5);
     addSegment(5, 5);
     PlaybackSource::Request wanted = request(0, 10);
-    wanted.keyPicturesOnly = true;
+    wanted.keyFramesOnly = true;
     wanted.sound = {};
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
-    ASSERT_EQ(read.pictures.size(), 10U);
-    EXPECT_EQ(read.pictures.front().section, read.pictures.back().section);
-    EXPECT_EQ(read.pictures[3].durationNs, second);
+    ASSERT_EQ(read.frames.size(), 10U);
+    EXPECT_EQ(read.frames.front().section, read.frames.back().section);
+    EXPECT_EQ(read.frames[3].durationNs, second);
 }
 
-TEST_F(RecordedSourceTest, KeyPicturesKeepTheDistanceThatWasAskedForOverTheEndsOfSegments)
+TEST_F(RecordedSourceTest, KeyFramesKeepTheDistanceThatWasAskedForOverTheEndsOfSegments)
 {
     addSegment(0, 5);
     addSegment(5, 5);
     PlaybackSource::Request wanted = request(1, 10);
-    wanted.keyPicturesOnly = true;
+    wanted.keyFramesOnly = true;
     wanted.keyDistanceNs = 2 * second + second / 2;
     wanted.sound = {};
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     std::vector<double> seconds;
-    for (const PlaybackUnit& picture : readOn(*source).pictures)
+    for (const PlaybackUnit& frame : readOn(*source).frames)
     {
-        seconds.push_back(secondsAt(picture.mediaNs));
+        seconds.push_back(secondsAt(frame.mediaNs));
     }
     EXPECT_EQ(seconds, (std::vector<double>{1, 4, 7}));
-    // Capture times are not exact: pictures of the same distance as asked for count.
+    // Capture times are not exact: frames of the same distance as asked for count.
     wanted.keyDistanceNs = 3 * second + second / 100;
     ASSERT_TRUE(source->open(wanted));
-    EXPECT_EQ(readOn(*source).pictures.size(), 3U);
+    EXPECT_EQ(readOn(*source).frames.size(), 3U);
 }
 
 TEST_F(RecordedSourceTest, AGrowingSegmentIsFollowed)
@@ -368,16 +368,15 @@ TEST_F(RecordedSourceTest, AGrowingSegmentIsFollowed)
     ASSERT_TRUE(source->open(request(0, 100)));
     const Read before = readOn(*source);
     EXPECT_EQ(before.result, PlaybackSource::Result::later);
-    EXPECT_GT(before.pictures.size(), 50U);
-    EXPECT_LT(before.pictures.size(), 100U);
+    EXPECT_GT(before.frames.size(), 50U);
+    EXPECT_LT(before.frames.size(), 100U);
     std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
     segment.closed = true;
     footage->change(segment);
     const Read after = readOn(*source);
     EXPECT_EQ(after.result, PlaybackSource::Result::end);
-    EXPECT_EQ(before.pictures.size() + after.pictures.size(), 150U);
-    EXPECT_NEAR(static_cast<double>(after.pictures.front().mediaNs - before.pictures.back().mediaNs), 4e7,
-                1.1e6);
+    EXPECT_EQ(before.frames.size() + after.frames.size(), 150U);
+    EXPECT_NEAR(static_cast<double>(after.frames.front().mediaNs - before.frames.back().mediaNs), 4e7, 1.1e6);
 }
 
 TEST_F(RecordedSourceTest, WaitingForGrowthEnds)
@@ -396,7 +395,7 @@ TEST_F(RecordedSourceTest, WaitingForGrowthEnds)
 
 TEST_F(RecordedSourceTest, AacSoundIsRead)
 {
-    addFile(makeFile(3, pictures, "avenc_aac ! aacparse"), 0, 3);
+    addFile(makeFile(3, frames, "avenc_aac ! aacparse"), 0, 3);
     PlaybackSource::Request wanted = request(0, 10);
     wanted.sound = {1364, "MPEG4-GENERIC"};
     const auto source = makeSource();
@@ -413,8 +412,8 @@ TEST_F(RecordedSourceTest, FootageOfAnotherCodingIsLeftOut)
     addFile(makeFile(2, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse"), 2, 2);
     addSegment(4, 2);
     const Read read = readAll(0, 100);
-    EXPECT_EQ(read.pictures.size(), 100U);
-    EXPECT_NEAR(secondsAt(read.pictures.back().mediaNs), 5.96, 0.001);
+    EXPECT_EQ(read.frames.size(), 100U);
+    EXPECT_NEAR(secondsAt(read.frames.back().mediaNs), 5.96, 0.001);
 }
 
 TEST_F(RecordedSourceTest, NothingOfTheFormerPlaceIsLeftAfterASeek)
@@ -444,9 +443,9 @@ TEST_F(RecordedSourceTest, PacketsKeepTheSizeThatWasAskedFor)
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     std::size_t largest = 0;
-    for (const PlaybackUnit& picture : readOn(*source).pictures)
+    for (const PlaybackUnit& frame : readOn(*source).frames)
     {
-        for (const AccessUnit::Packet& packet : picture.unit->packets)
+        for (const AccessUnit::Packet& packet : frame.unit->packets)
         {
             largest = std::max<std::size_t>(largest, packet.size);
         }

@@ -114,7 +114,7 @@ TEST_F(ReverseReaderTest, ASourcePlaysItsFramesInTheOrderOfPlaying)
     PlaybackSource::Request request;
     request.fromNs = at(50);
     request.endNs = at(11);
-    request.backwards = request.keyPicturesOnly = true;
+    request.backwards = request.keyFramesOnly = true;
     request.video = {1364, "H264"};
     ASSERT_TRUE(source.open(request));
     std::vector<double> seconds;

@@ -25,10 +25,10 @@ protected:
 
     struct Count
     {
-        int pictures = 0;
+        int frames = 0;
         int keys = 0;
         int blocks = 0;
-        std::int64_t lastPictureNs = -1;
+        std::int64_t lastFrameNs = -1;
     };
 
     static Count countRest(SegmentFile& file)
@@ -37,10 +37,10 @@ protected:
         CodedUnit unit;
         while (file.read(unit) == SegmentFile::Result::unit)
         {
-            count.pictures += unit.video ? 1 : 0;
+            count.frames += unit.video ? 1 : 0;
             count.keys += unit.video && unit.key ? 1 : 0;
             count.blocks += unit.video ? 0 : 1;
-            count.lastPictureNs = unit.video ? unit.timeNs : count.lastPictureNs;
+            count.lastFrameNs = unit.video ? unit.timeNs : count.lastFrameNs;
         }
         return count;
     }
@@ -56,7 +56,7 @@ protected:
         return bytes;
     }
 
-    static std::int64_t firstPictureNs(SegmentFile& file)
+    static std::int64_t firstFrameNs(SegmentFile& file)
     {
         CodedUnit unit;
         while (file.read(unit) == SegmentFile::Result::unit)
@@ -90,19 +90,19 @@ TEST_F(SegmentFileTest, EveryUnitIsRead)
     EXPECT_EQ(file->video()->coding, Codec::h264);
     EXPECT_EQ(file->sound()->coding, Codec::pcma);
     const Count count = countRest(*file);
-    EXPECT_EQ(count.pictures, 75);
+    EXPECT_EQ(count.frames, 75);
     EXPECT_EQ(count.keys, 3);
     EXPECT_EQ(count.blocks, 150);
-    EXPECT_EQ(count.lastPictureNs, 2'960'000'000);
+    EXPECT_EQ(count.lastFrameNs, 2'960'000'000);
 }
 
-TEST_F(SegmentFileTest, SeekGoesToTheKeyPictureAtOrBefore)
+TEST_F(SegmentFileTest, SeekGoesToTheKeyFrameAtOrBefore)
 {
     const auto file = open(makeFile(5));
     for (const auto& [to, key] : {std::pair{2.5, 2}, {3.0, 3}, {0.0, 0}, {4.96, 4}, {9.0, 4}, {0.99, 0}})
     {
         ASSERT_TRUE(file->seek(static_cast<std::int64_t>(to * 1e9)));
-        EXPECT_EQ(firstPictureNs(*file), key * second) << to;
+        EXPECT_EQ(firstFrameNs(*file), key * second) << to;
     }
 }
 
@@ -112,12 +112,12 @@ TEST_F(SegmentFileTest, ACutFileIsReadAndSoughtUpToTheCut)
     cut(path, 0.7);
     const auto file = open(path);
     const Count count = countRest(*file);
-    EXPECT_GT(count.pictures, 60);
-    EXPECT_LT(count.pictures, 125);
+    EXPECT_GT(count.frames, 60);
+    EXPECT_LT(count.frames, 125);
     ASSERT_TRUE(file->seek(second * 5 / 2));
-    EXPECT_EQ(firstPictureNs(*file), 2 * second);
+    EXPECT_EQ(firstFrameNs(*file), 2 * second);
     ASSERT_TRUE(file->seek(second * 50));
-    EXPECT_EQ(firstPictureNs(*file), count.lastPictureNs / second * second);
+    EXPECT_EQ(firstFrameNs(*file), count.lastFrameNs / second * second);
 }
 
 TEST_F(SegmentFileTest, AFileThatGrewIsReadOnWithoutReadingItFromTheBegin)
@@ -135,12 +135,12 @@ TEST_F(SegmentFileTest, AFileThatGrewIsReadOnWithoutReadingItFromTheBegin)
     std::string error;
     const auto file = before->again(error);
     ASSERT_TRUE(file) << error;
-    ASSERT_TRUE(file->seek(count.lastPictureNs));
+    ASSERT_TRUE(file->seek(count.lastFrameNs));
     EXPECT_LT(bytesRead() - readBefore, std::filesystem::file_size(path) / 4);
-    EXPECT_EQ(firstPictureNs(*file), count.lastPictureNs / second * second);
-    EXPECT_GT(countRest(*file).lastPictureNs, count.lastPictureNs);
+    EXPECT_EQ(firstFrameNs(*file), count.lastFrameNs / second * second);
+    EXPECT_GT(countRest(*file).lastFrameNs, count.lastFrameNs);
     ASSERT_TRUE(file->seek(2 * second)) << "and what is before it is found too";
-    EXPECT_EQ(firstPictureNs(*file), 2 * second);
+    EXPECT_EQ(firstFrameNs(*file), 2 * second);
 }
 
 TEST_F(SegmentFileTest, WhatIsNoRecordingIsRefused)
@@ -170,7 +170,7 @@ TEST_F(SegmentFileTest, EveryPrefixOfAFileIsHandled)
         const auto file = SegmentFile::open(path, error);
         if (file)
         {
-            EXPECT_LE(countRest(*file).pictures, 25);
+            EXPECT_LE(countRest(*file).frames, 25);
             file->seek(second / 2);
         }
     }
@@ -186,7 +186,7 @@ TEST_F(SegmentFileTest, DamageInTheMiddleLosesNoMoreThanItself)
         bytes.write(rubbish.data(), static_cast<std::streamsize>(rubbish.size()));
     }
     const auto file = open(path);
-    EXPECT_GT(countRest(*file).pictures, 50);
+    EXPECT_GT(countRest(*file).frames, 50);
 }
 
 TEST_F(SegmentFileTest, SoundAloneIsSoughtToo)

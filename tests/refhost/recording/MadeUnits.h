@@ -47,7 +47,7 @@ public:
         return std::make_shared<const MediaFormat>(format);
     }
 
-    EncodedUnitPtr picture(double time, bool key, std::size_t bytes = 1000) const
+    EncodedUnitPtr frame(double time, bool key, std::size_t bytes = 1000) const
     {
         return unit(video, time, 0.04, key, bytes);
     }

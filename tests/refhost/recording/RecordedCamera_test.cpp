@@ -24,11 +24,11 @@ public:
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         const std::int64_t date = HostClock::system().wall().mapping().at(unit->captureTimeNs);
-        (isVideo(unit->format->coding) ? pictures : sounds).push_back(date);
+        (isVideo(unit->format->coding) ? frames : sounds).push_back(date);
     }
     void onDiscontinuity() override {}
 
-    std::vector<std::int64_t> pictures;
+    std::vector<std::int64_t> frames;
     std::vector<std::int64_t> sounds;
 
 private:
@@ -123,7 +123,7 @@ protected:
     int closed_ = 0;
 };
 
-TEST_F(RecordedCameraTest, EveryPictureAndSoundIsRecordedOnceAndAtItsTime)
+TEST_F(RecordedCameraTest, EveryVideoAndAudioIsRecordedOnceAndAtItsTime)
 {
     for (const auto& [video, audio] :
          {std::pair{Codec::h264, Codec::pcmu}, {Codec::h264, Codec::aac}, {Codec::h265, Codec::pcma}})
@@ -136,18 +136,17 @@ TEST_F(RecordedCameraTest, EveryPictureAndSoundIsRecordedOnceAndAtItsTime)
         record();
         ASSERT_TRUE(waitForSegments(4));
         stopRecording();
-        expectSame(recorded(true), times_->pictures);
+        expectSame(recorded(true), times_->frames);
         expectSame(recorded(false), times_->sounds);
         EXPECT_EQ(index_->footage(1, 0).size(), 1U);
-        EXPECT_EQ(std::count(times_->pictures.begin(), times_->pictures.end(), index_->all().front().beginNs),
-                  1);
+        EXPECT_EQ(std::count(times_->frames.begin(), times_->frames.end(), index_->all().front().beginNs), 1);
 
         for (const RecordedSegment& segment : index_->all())
         {
             std::filesystem::remove(segment.path);
             index_->remove(segment.id);
         }
-        times_->pictures.clear();
+        times_->frames.clear();
         times_->sounds.clear();
         ChangeSignal::instance().unsubscribe(subscription);
         source.reset();
@@ -156,17 +155,17 @@ TEST_F(RecordedCameraTest, EveryPictureAndSoundIsRecordedOnceAndAtItsTime)
     }
 }
 
-TEST_F(RecordedCameraTest, PictureRateOfTheFilesIsTheCamerasAcrossSegments)
+TEST_F(RecordedCameraTest, FrameRateOfTheFilesIsTheCamerasAcrossSegments)
 {
     open();
     record();
     ASSERT_TRUE(waitForSegments(4));
     stopRecording();
-    const std::vector<std::int64_t> pictures = recorded(true);
-    EXPECT_GE(pictures.size(), 80U);
-    for (std::size_t i = 1; i < pictures.size(); ++i)
+    const std::vector<std::int64_t> frames = recorded(true);
+    EXPECT_GE(frames.size(), 80U);
+    for (std::size_t i = 1; i < frames.size(); ++i)
     {
-        EXPECT_NEAR(static_cast<double>(pictures[i] - pictures[i - 1]), 40e6, 1.1e6) << i;
+        EXPECT_NEAR(static_cast<double>(frames[i] - frames[i - 1]), 40e6, 1.1e6) << i;
     }
     const std::vector<RecordedSegment> segments = index_->all();
     for (std::size_t i = 1; i < segments.size(); ++i)
@@ -192,17 +191,17 @@ TEST_F(RecordedCameraTest, RestartOfASourceBeginsASegmentWithItsTrueTime)
     EXPECT_GE(source->starts(), 2);
     const std::vector<RecordedSegment> segments = index_->all();
     ASSERT_GE(segments.size(), 2U);
-    // A source that starts slowly leaves pictures out; the segment ends where its last one does.
-    const std::vector<std::int64_t>& pictures = times_->pictures;
-    const auto next = std::lower_bound(pictures.begin(), pictures.end(), segments[1].beginNs);
-    ASSERT_NE(next, pictures.begin());
+    // A source that starts slowly leaves frames out; the segment ends where its last one does.
+    const std::vector<std::int64_t>& frames = times_->frames;
+    const auto next = std::lower_bound(frames.begin(), frames.end(), segments[1].beginNs);
+    ASSERT_NE(next, frames.begin());
     EXPECT_EQ(segments[0].beginNs + segments[0].durationNs, *std::prev(next) + 40 * millisecond);
     EXPECT_GT(segments[1].beginNs, segments[0].beginNs + segments[0].durationNs);
     const std::int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
                                  std::chrono::system_clock::now().time_since_epoch())
                                  .count();
     EXPECT_NEAR(static_cast<double>(now - segments[1].beginNs), 0, 10e9);
-    expectSame(recorded(true), times_->pictures);
+    expectSame(recorded(true), times_->frames);
 }
 
 TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)

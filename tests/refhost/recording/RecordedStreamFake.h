@@ -94,12 +94,12 @@ public:
         sink->onEncodedUnit(EncodedUnitPtr(unit.get(), dealtWith));
     }
 
-    /// Gives the pictures of [begin, end) seconds, 25 a second with a key picture each second, and the sound.
-    void giveMedia(double begin, double end, std::size_t pictureBytes = 1000)
+    /// Gives the frames of [begin, end) seconds, 25 a second with a key frame each second, and the sound.
+    void giveMedia(double begin, double end, std::size_t frameBytes = 1000)
     {
         for (int i = static_cast<int>(begin * 25 + 0.5); i < static_cast<int>(end * 25 + 0.5); ++i)
         {
-            give(made.picture(i / 25.0, i % 25 == 0, pictureBytes));
+            give(made.frame(i / 25.0, i % 25 == 0, frameBytes));
             if (sound)
             {
                 give(made.block(i / 25.0));

@@ -125,7 +125,7 @@ TEST_F(RecorderTest, SourceRunsAsLongAsItIsRecorded)
     EXPECT_FALSE(source_->isAttached());
 }
 
-TEST_F(RecorderTest, SegmentsFollowEachOtherFromTheFirstPictureToTheLast)
+TEST_F(RecorderTest, SegmentsFollowEachOtherFromTheFirstFrameToTheLast)
 {
     start();
     source_->giveMedia(0, 10);
@@ -165,14 +165,14 @@ TEST_F(RecorderTest, SegmentCanBePlayedAndFoundWhileItIsWritten)
     EXPECT_LE(measure.durationNs, 14 * second / 5);
 }
 
-TEST_F(RecorderTest, SinglePicturesOfASourceThatKeepsStoppingAreKnownToTheIndex)
+TEST_F(RecorderTest, SingleFramesOfASourceThatKeepsStoppingAreKnownToTheIndex)
 {
     start();
     for (int i = 0; i < 3; ++i)
     {
-        EncodedUnit picture = *source_->made.picture(i * 10.0, true);
-        picture.durationNs = 0;
-        source_->give(std::make_shared<EncodedUnit>(picture));
+        EncodedUnit frame = *source_->made.frame(i * 10.0, true);
+        frame.durationNs = 0;
+        source_->give(std::make_shared<EncodedUnit>(frame));
         source_->interrupt();
     }
     stop();
@@ -287,7 +287,7 @@ TEST_F(RecorderTest, MalformedFramesAreLeftOutAndTheRestIsRecorded)
     for (int i = 0; i < 10; ++i)
     {
         source_->giveMedia(i, i + 1);
-        EncodedUnit empty = *source_->made.picture(i + 0.99, false);
+        EncodedUnit empty = *source_->made.frame(i + 0.99, false);
         empty.bytes.clear();
         source_->give(std::make_shared<EncodedUnit>(empty));
     }

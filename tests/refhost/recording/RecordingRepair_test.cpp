@@ -37,7 +37,7 @@ protected:
         for (int i = 0; i < static_cast<int>(length * 25); ++i)
         {
             EXPECT_TRUE(
-                writer->write(0, *std::make_shared<EncodedUnit>(*picture(begin + i / 25.0, i % 25 == 0))));
+                writer->write(0, *std::make_shared<EncodedUnit>(*frame(begin + i / 25.0, i % 25 == 0))));
         }
         EXPECT_TRUE(finished ? writer->close() : writer->flush());
         return path;
@@ -199,7 +199,7 @@ TEST_F(RecordingRepairTest, FinishedFileThatHasLostItsEndIsMeasuredAnew)
     EXPECT_FALSE(RecordingRepair::run(*index_).hasAny());
 }
 
-TEST_F(RecordingRepairTest, SinglePictureIsFootage)
+TEST_F(RecordingRepairTest, SingleFrameIsFootage)
 {
     makeFile(0, 0.04, false);
     EXPECT_EQ(RecordingRepair::run(*index_).adopted, 1);

@@ -162,7 +162,7 @@ TEST_F(RecordingServiceTest, OldestRecordingsGoAsSegmentsClose)
         recorded().drain();
     }
     // Its segment is the first that closes with too much there.
-    recorded().give(recorded().made.picture(8, true));
+    recorded().give(recorded().made.frame(8, true));
     recorded().drain();
     waitFor([&] { return index->totalBytes() <= 1048576; });
     EXPECT_GT(index->all().front().beginNs, MadeUnits::at(0));

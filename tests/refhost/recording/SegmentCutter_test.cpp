@@ -17,7 +17,7 @@ struct Piece
     double begin = 0;
     double duration = -1;
     SegmentSink::Tracks tracks;
-    std::vector<double> pictures;
+    std::vector<double> frames;
     std::vector<double> sounds;
 };
 
@@ -37,7 +37,7 @@ protected:
         ASSERT_TRUE(open_);
         ASSERT_LT(track, pieces_.back().tracks.size());
         EXPECT_EQ(*pieces_.back().tracks[track], *unit->format);
-        (isVideo(unit->format->coding) ? pieces_.back().pictures : pieces_.back().sounds)
+        (isVideo(unit->format->coding) ? pieces_.back().frames : pieces_.back().sounds)
             .push_back(seconds(unit->captureTimeNs - epochNs));
     }
     void endSegment(std::int64_t durationNs) override
@@ -52,8 +52,8 @@ protected:
         return std::round(static_cast<double>(nanoseconds) / 1e6) / 1e3;
     }
 
-    // Pictures and sound of an interval as a live source gives them: a key picture each second, the sound so
-    // much later than its pictures.
+    // Video and audio of an interval as a live source gives them: a key frame each second, the sound so
+    // much later than its frames.
     void run(double begin, double end, double soundLate = 0.1)
     {
         const int first = static_cast<int>(std::lround(begin * 25));
@@ -63,7 +63,7 @@ protected:
         {
             if (expected_.video)
             {
-                cutter_.take(picture(i / 25.0, i % 25 == 0));
+                cutter_.take(frame(i / 25.0, i % 25 == 0));
             }
             for (int block : {2 * i - late, 2 * i + 1 - late})
             {
@@ -81,7 +81,7 @@ protected:
     std::vector<Piece> pieces_;
 };
 
-TEST_F(SegmentCutterTest, SegmentsBeginWithKeyPicturesAndFollowWithoutAGap)
+TEST_F(SegmentCutterTest, SegmentsBeginWithKeyFramesAndFollowWithoutAGap)
 {
     run(0, 13);
     cutter_.interrupt();
@@ -94,10 +94,10 @@ TEST_F(SegmentCutterTest, SegmentsBeginWithKeyPicturesAndFollowWithoutAGap)
     EXPECT_EQ(pieces_[3].duration, 1);
     for (std::size_t i = 0; i < 3; ++i)
     {
-        EXPECT_EQ(pieces_[i].pictures.size(), 100U) << i;
-        EXPECT_EQ(pieces_[i].pictures.front(), pieces_[i].begin) << i;
+        EXPECT_EQ(pieces_[i].frames.size(), 100U) << i;
+        EXPECT_EQ(pieces_[i].frames.front(), pieces_[i].begin) << i;
     }
-    EXPECT_EQ(pieces_[3].pictures.size(), 25U);
+    EXPECT_EQ(pieces_[3].frames.size(), 25U);
 }
 
 TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegment)
@@ -113,29 +113,29 @@ TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegme
                 cutter_.take(block(i / 50.0));
             }
         };
-        cutter_.take(picture(0, true));
+        cutter_.take(frame(0, true));
         // Lead the very first key frame.
-        cutter_.take(picture(-0.08, false));
-        cutter_.take(picture(-0.04, false));
+        cutter_.take(frame(-0.08, false));
+        cutter_.take(frame(-0.04, false));
         giveSound(0, 2);
         for (int i = 1; i < 98; ++i)
         {
-            cutter_.take(picture(i / 25.0, false));
+            cutter_.take(frame(i / 25.0, false));
             giveSound(2 * i, 2 * i + 2);
         }
-        cutter_.take(picture(4, true));
+        cutter_.take(frame(4, true));
         giveSound(196, 202);
-        cutter_.take(picture(3.92, false));
-        cutter_.take(picture(3.96, false));
+        cutter_.take(frame(3.92, false));
+        cutter_.take(frame(3.96, false));
         giveSound(202, 230);
-        cutter_.take(picture(4.04, false));
+        cutter_.take(frame(4.04, false));
         cutter_.interrupt();
         ASSERT_EQ(pieces_.size(), 2U);
         EXPECT_EQ(pieces_[0].begin, 0);
         EXPECT_EQ(pieces_[0].duration, 3.92);
-        EXPECT_EQ(pieces_[0].pictures.size(), 98U);
+        EXPECT_EQ(pieces_[0].frames.size(), 98U);
         EXPECT_EQ(pieces_[1].begin, 3.92);
-        EXPECT_EQ(pieces_[1].pictures, (std::vector<double>{4, 3.92, 3.96, 4.04}));
+        EXPECT_EQ(pieces_[1].frames, (std::vector<double>{4, 3.92, 3.96, 4.04}));
         EXPECT_EQ(pieces_[0].sounds.size() + pieces_[1].sounds.size(), withSound ? 230U : 0U);
     }
 }
@@ -163,7 +163,7 @@ TEST_F(SegmentCutterTest, SoundThatIsAheadGoesWhereItsTimeIs)
     EXPECT_EQ(pieces_[2].sounds.front(), 8);
 }
 
-TEST_F(SegmentCutterTest, SoundGoesOnWherePicturesStayAway)
+TEST_F(SegmentCutterTest, SoundGoesOnWhereFramesStayAway)
 {
     run(0, 1);
     for (int i = 0; i < 150; ++i)
@@ -175,7 +175,7 @@ TEST_F(SegmentCutterTest, SoundGoesOnWherePicturesStayAway)
     EXPECT_EQ(pieces_.back().sounds.size(), 45U + 150U);
 }
 
-TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyPictureAndNothingFromBefore)
+TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyFrameAndNothingFromBefore)
 {
     run(0.2, 2);
     cutter_.interrupt();
@@ -189,31 +189,31 @@ TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyPictureAndNothingFromBef
 TEST_F(SegmentCutterTest, SegmentWithoutExpectedSoundStartsAtOnce)
 {
     expected_.audio = false;
-    cutter_.take(picture(0, true));
+    cutter_.take(frame(0, true));
     ASSERT_EQ(pieces_.size(), 1U);
     EXPECT_EQ(pieces_[0].tracks.size(), 1U);
 }
 
-TEST_F(SegmentCutterTest, SoundThatDoesNotComeHoldsPicturesUpForASecondAtMost)
+TEST_F(SegmentCutterTest, SoundThatDoesNotComeHoldsFramesUpForASecondAtMost)
 {
     for (int i = 0; i < 25; ++i)
     {
-        cutter_.take(picture(i / 25.0, i == 0));
+        cutter_.take(frame(i / 25.0, i == 0));
     }
     EXPECT_TRUE(pieces_.empty());
-    cutter_.take(picture(1, true));
+    cutter_.take(frame(1, true));
     ASSERT_EQ(pieces_.size(), 1U);
-    EXPECT_EQ(pieces_[0].pictures.size(), 26U);
+    EXPECT_EQ(pieces_[0].frames.size(), 26U);
 }
 
-TEST_F(SegmentCutterTest, SoundThatComesLaterIsTakenInFromTheNextKeyPictureOn)
+TEST_F(SegmentCutterTest, SoundThatComesLaterIsTakenInFromTheNextKeyFrameOn)
 {
     for (int i = 0; i < 60; ++i)
     {
-        cutter_.take(picture(i / 25.0, i % 25 == 0));
+        cutter_.take(frame(i / 25.0, i % 25 == 0));
     }
     cutter_.take(block(2.4));
-    cutter_.take(picture(3, true));
+    cutter_.take(frame(3, true));
     cutter_.take(block(3));
     ASSERT_EQ(pieces_.size(), 2U);
     EXPECT_EQ(pieces_[0].tracks.size(), 1U);
@@ -241,7 +241,7 @@ TEST_F(SegmentCutterTest, EqualFormatOfANewStartOfTheSourceIsNoChange)
     EXPECT_EQ(pieces_.size(), 1U);
 }
 
-TEST_F(SegmentCutterTest, InterruptionLeavesAGapUntilTheNextKeyPicture)
+TEST_F(SegmentCutterTest, InterruptionLeavesAGapUntilTheNextKeyFrame)
 {
     run(0, 2.2);
     cutter_.interrupt();
@@ -260,7 +260,7 @@ TEST_F(SegmentCutterTest, InterruptionWritesWhatWasHeldBack)
     EXPECT_EQ(pieces_[0].duration, 4);
     EXPECT_EQ(pieces_[1].begin, 4);
     EXPECT_EQ(pieces_[1].duration, 0.2);
-    EXPECT_EQ(pieces_[1].pictures.size(), 5U);
+    EXPECT_EQ(pieces_[1].frames.size(), 5U);
 }
 
 TEST_F(SegmentCutterTest, JumpOfTheCaptureTimesIsAGap)
@@ -277,16 +277,16 @@ TEST_F(SegmentCutterTest, JumpOfTheCaptureTimesIsAGap)
     }
 }
 
-TEST_F(SegmentCutterTest, PicturesShownInAnotherOrderAreNoJump)
+TEST_F(SegmentCutterTest, FramesShownInAnotherOrderAreNoJump)
 {
     expected_.audio = false;
-    cutter_.take(picture(0, true));
-    cutter_.take(picture(0.12, false));
-    cutter_.take(picture(0.04, false));
-    cutter_.take(picture(0.08, false));
+    cutter_.take(frame(0, true));
+    cutter_.take(frame(0.12, false));
+    cutter_.take(frame(0.04, false));
+    cutter_.take(frame(0.08, false));
     cutter_.interrupt();
     ASSERT_EQ(pieces_.size(), 1U);
-    EXPECT_EQ(pieces_[0].pictures.size(), 4U);
+    EXPECT_EQ(pieces_[0].frames.size(), 4U);
     EXPECT_EQ(pieces_[0].duration, 0.16);
 }
 
@@ -307,7 +307,7 @@ TEST_F(SegmentCutterTest, SoundAloneMakesSegmentsWhereThereIsNoVideo)
     EXPECT_EQ(sounds, 450U);
 }
 
-TEST_F(SegmentCutterTest, SoundBeforeTheFirstPictureIsNotTakenForAStreamWithoutVideo)
+TEST_F(SegmentCutterTest, SoundBeforeTheFirstFrameIsNotTakenForAStreamWithoutVideo)
 {
     cutter_.take(block(0));
     cutter_.take(block(3));
@@ -318,23 +318,23 @@ TEST_F(SegmentCutterTest, TimesThatStandStillDoNotFillTheMemory)
 {
     for (int i = 0; i < 2000; ++i)
     {
-        cutter_.take(picture(0, i == 0));
+        cutter_.take(frame(0, i == 0));
     }
     ASSERT_EQ(pieces_.size(), 1U);
-    EXPECT_EQ(pieces_[0].pictures.size(), 2000U);
+    EXPECT_EQ(pieces_[0].frames.size(), 2000U);
 }
 
 TEST_F(SegmentCutterTest, LargeFramesAreNotHeldBackWithoutBound)
 {
-    constexpr std::size_t frame = 4U << 20U;
-    constexpr int frames = SegmentCutter::maxHeldBytes / frame;
+    constexpr std::size_t frameBytes = 4U << 20U;
+    constexpr int frames = SegmentCutter::maxHeldBytes / frameBytes;
     for (int i = 0; i < frames; ++i)
     {
         EXPECT_TRUE(pieces_.empty());
-        cutter_.take(picture(i / 1000.0, i == 0, frame));
+        cutter_.take(frame(i / 1000.0, i == 0, frameBytes));
     }
     ASSERT_EQ(pieces_.size(), 1U) << "it does not wait for the audio any longer";
-    EXPECT_EQ(pieces_[0].pictures.size(), static_cast<std::size_t>(frames));
+    EXPECT_EQ(pieces_[0].frames.size(), static_cast<std::size_t>(frames));
 }
 
 }  // namespace

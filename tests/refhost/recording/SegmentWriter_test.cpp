@@ -31,13 +31,13 @@ protected:
         return writer;
     }
 
-    // One key picture a second at 25 pictures and 50 blocks of sound.
+    // One key frame a second at 25 frames and 50 blocks of sound.
     bool fill(SegmentWriter& writer, double begin, double end)
     {
         bool good = true;
         for (int i = static_cast<int>(begin * 25); i < static_cast<int>(end * 25); ++i)
         {
-            good = writer.write(0, *picture(i / 25.0, i % 25 == 0)) && good;
+            good = writer.write(0, *frame(i / 25.0, i % 25 == 0)) && good;
             good = writer.write(1, *block(i / 25.0)) && good;
             good = writer.write(1, *block(i / 25.0 + 0.02)) && good;
         }
@@ -113,13 +113,13 @@ TEST_F(SegmentWriterTest, EachCodingOfSoundAndH265IsTaken)
     }
 }
 
-TEST_F(SegmentWriterTest, PicturesShownInAnotherOrderKeepTheirTimes)
+TEST_F(SegmentWriterTest, FramesShownInAnotherOrderKeepTheirTimes)
 {
     const auto writer = create();
     int i = 0;
     for (const double time : {0.0, 0.12, 0.04, 0.08, 0.24, 0.16, 0.2})
     {
-        auto unit = std::make_shared<EncodedUnit>(*picture(time, i == 0));
+        auto unit = std::make_shared<EncodedUnit>(*frame(time, i == 0));
         unit->decodeTimeNs = at(i * 0.04 - 0.08);
         EXPECT_TRUE(writer->write(0, *unit)) << writer->error();
         ++i;
@@ -131,10 +131,10 @@ TEST_F(SegmentWriterTest, PicturesShownInAnotherOrderKeepTheirTimes)
 TEST_F(SegmentWriterTest, DecodingTimesThatMakeNoSenseAreTaken)
 {
     const auto writer = create();
-    auto unit = std::make_shared<EncodedUnit>(*picture(0, true));
+    auto unit = std::make_shared<EncodedUnit>(*frame(0, true));
     unit->decodeTimeNs = at(5);
     EXPECT_TRUE(writer->write(0, *unit));
-    unit = std::make_shared<EncodedUnit>(*picture(0.04, false));
+    unit = std::make_shared<EncodedUnit>(*frame(0.04, false));
     unit->decodeTimeNs = at(-5);
     EXPECT_TRUE(writer->write(0, *unit));
     EXPECT_TRUE(writer->close());
@@ -155,7 +155,7 @@ TEST_F(SegmentWriterTest, MalformedUnitIsLeftOutAndIsNoFailureOfTheDisk)
 {
     const auto writer = create();
     EXPECT_TRUE(fill(*writer, 0, 1));
-    EncodedUnit empty = *picture(1, false);
+    EncodedUnit empty = *frame(1, false);
     empty.bytes.clear();
     EXPECT_TRUE(writer->write(0, empty));
     EXPECT_EQ(writer->leftOut(), 1);

@@ -237,21 +237,21 @@ TEST_P(ByteStreamSession, IsServedWhole)
     EXPECT_NE(set.header("Transport").find("interleaved=0-1"), std::string::npos);
     const std::string id = set.session();
 
-    picture(true);
+    frame(true);
     EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
     expectFrame();
     for (int i = 0; i < 3; ++i)
     {
-        picture(false);
+        frame(false);
         expectFrame();
     }
     expectPipelinedRequestsAreAnsweredInOrder(id);
 
     EXPECT_EQ(client_->request("PAUSE", url(), session(id)).status, 200);
-    picture(false);
+    frame(false);
     EXPECT_EQ(client_->request("GET_PARAMETER", url(), session(id)).status, 200);
     EXPECT_EQ(client_->receive(20).kind, Received::Kind::nothing) << "it pauses";
-    picture(true);
+    frame(true);
     EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
     expectFrame();
     expectReceiverReportIsHeard();
@@ -270,7 +270,7 @@ TEST_P(ByteStreamSession, EndsWithItsConnection)
     loop_->closeAll();
     EXPECT_TRUE(client_->ended());
     EXPECT_EQ(services_.sessions.count(), 0u);
-    picture(true);
+    frame(true);
 }
 
 TEST_P(ByteStreamSession, EndsWithAStreamThatFails)

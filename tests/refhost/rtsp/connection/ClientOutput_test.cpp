@@ -284,9 +284,9 @@ TEST_F(ClientOutputTest, ALargeFrameTakesWhatTheCorkGatheredAlong)
     std::string buffer;
     output_->cork(buffer);
     output_->sendResponse("response");
-    const std::string picture(2000, 'p');
-    EXPECT_EQ(frames(picture), SendStatus::sent);
-    EXPECT_EQ(read(), "response" + picture);
+    const std::string frame(2000, 'p');
+    EXPECT_EQ(frames(frame), SendStatus::sent);
+    EXPECT_EQ(read(), "response" + frame);
     output_->uncork();
     EXPECT_EQ(read(), "");
 }

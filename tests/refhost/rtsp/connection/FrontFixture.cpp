@@ -122,7 +122,7 @@ std::string FrontFixture::setUpUdp(TestClient& client, const UdpPort& port)
     return response.session();
 }
 
-void FrontFixture::picture(bool key, std::size_t packets)
+void FrontFixture::frame(bool key, std::size_t packets)
 {
     videoTime_ += 3600;
     streams->streams[0]->feed("trackID=0", makeUnit(videoTime_, nowNs(), key, packets));

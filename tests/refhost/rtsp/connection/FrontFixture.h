@@ -47,8 +47,8 @@ protected:
     std::string setUpTcp(TestClient& client, int tracks = 2);
     std::string setUpUdp(TestClient& client, const UdpPort& port);
 
-    /// Feeds one picture of `packets` packets to stream 1/0.
-    void picture(bool key, std::size_t packets = 3);
+    /// Feeds one frame of `packets` packets to stream 1/0.
+    void frame(bool key, std::size_t packets = 3);
     void sound();
 
     /// Waits, bounded, until `done`.

@@ -173,7 +173,7 @@ TEST_F(RtspConnectionTest, AClientThatEndsWhileItsRequestWaitsLeavesNothingBehin
     EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
 }
 
-TEST_F(RtspConnectionTest, ASlowReaderLosesWholePicturesAndNobodyElseWaits)
+TEST_F(RtspConnectionTest, ASlowReaderLosesWholeFramesAndNobodyElseWaits)
 {
     TestClient slow(server->port(), 4096);
     const std::string slowId = setUpTcp(slow, 1);
@@ -181,18 +181,18 @@ TEST_F(RtspConnectionTest, ASlowReaderLosesWholePicturesAndNobodyElseWaits)
     const std::string id = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(id));
 
-    constexpr int pictures = 200;
+    constexpr int frames = 200;
     constexpr int packets = 30;
     int received = 0;
-    for (int i = 0; i < pictures; ++i)
+    for (int i = 0; i < frames; ++i)
     {
-        picture(i % 10 == 0, packets);
+        frame(i % 10 == 0, packets);
         for (int packet = 0; packet < packets; ++packet)
         {
             received += client_->frame(0).isRtp() ? 1 : 0;
         }
     }
-    EXPECT_EQ(received, pictures * packets) << "the other viewer misses nothing";
+    EXPECT_EQ(received, frames * packets) << "the other viewer misses nothing";
 
     // The slow one gets whole frames with contiguous sequence numbers, and fewer of them.
     slow.send(TestClient::text("OPTIONS", "*", 50, "", ""));
@@ -215,7 +215,7 @@ TEST_F(RtspConnectionTest, ASlowReaderLosesWholePicturesAndNobodyElseWaits)
             ++slowReceived;
         }
     }
-    EXPECT_LT(slowReceived, pictures * packets);
+    EXPECT_LT(slowReceived, frames * packets);
     EXPECT_GT(slowReceived, 0);
 }
 

@@ -277,7 +277,7 @@ TEST_F(RtspServerTest, RtcpKeepsASessionAlive)
     EXPECT_EQ(client.request("GET_PARAMETER", url(), session(overTcp)).status, 200);
 }
 
-TEST_F(RtspServerTest, AViewerThatOnlyTakesPicturesOverTcpIsAlive)
+TEST_F(RtspServerTest, AViewerThatOnlyTakesFramesOverTcpIsAlive)
 {
     start();
     TestClient client(server->port());
@@ -285,7 +285,7 @@ TEST_F(RtspServerTest, AViewerThatOnlyTakesPicturesOverTcpIsAlive)
     client.request("PLAY", url(), session(id));
     for (int second = 0; second < 100; ++second)
     {
-        picture(true, 1);
+        frame(true, 1);
         ASSERT_TRUE(client.frame(0).isRtp()) << "second " << second;
         time.advance(1000);
         client.receive(6);  // gives the server time to look
@@ -302,7 +302,7 @@ TEST_F(RtspServerTest, AViewerThatPausesWithoutAWordIsAliveAsLongAsItsSystemAnsw
     // It stops reading: soon the connection takes nothing more.
     for (int second = 0; second < 3 * config.limits.sessionTimeout; ++second)
     {
-        picture(true, 100);
+        frame(true, 100);
         time.advance(1000);
         std::this_thread::sleep_for(std::chrono::milliseconds(6));  // gives the server time to look
     }
@@ -327,12 +327,12 @@ TEST_F(RtspServerTest, ATcpSessionEndsWithItsConnection)
         TestClient client(server->port());
         const std::string id = setUpTcp(client, 2);
         client.request("PLAY", url(), session(id));
-        picture(true);
+        frame(true);
         client.close(reset);
         EXPECT_TRUE(
             eventually([this] { return server->sessionCount() == 0 && server->connectionCount() == 0; }));
         EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
-        picture(true);
+        frame(true);
     }
 }
 
@@ -372,7 +372,7 @@ TEST_F(RtspServerTest, StopEndsEverythingAndLeavesNothing)
         const std::string id = i % 2 == 0 ? setUpTcp(client, 2) : setUpUdp(client, port);
         EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
     }
-    picture(true);
+    frame(true);
     EXPECT_EQ(server->sessionCount(), 20u);
     const auto begin = std::chrono::steady_clock::now();
     server->stop();
@@ -415,14 +415,14 @@ TEST_F(RtspServerTest, VanishedClientsLeaveNoDescriptorBehind)
         TestClient client(server->port());
         const std::string id = setUpTcp(client, 2);
         client.request("PLAY", url(), session(id));
-        picture(true);
+        frame(true);
         client.close(i % 2 == 0);
     }
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0 && server->sessionCount() == 0; }));
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(RtspServerTest, FiftyClientsComeAndGoWhilePicturesFlow)
+TEST_F(RtspServerTest, FiftyClientsComeAndGoWhileFramesFlow)
 {
     start();
     std::atomic<int> running{50};
@@ -432,7 +432,7 @@ TEST_F(RtspServerTest, FiftyClientsComeAndGoWhilePicturesFlow)
         {
             for (int i = 0; !stop; ++i)
             {
-                picture(i % 10 == 0, 5);
+                frame(i % 10 == 0, 5);
                 sound();
                 std::this_thread::yield();
             }
@@ -511,7 +511,7 @@ TEST_P(RtspServerFamilyTest, IsServedOverUdpAndTcp)
     const std::string overTcp = setUpTcp(client, 1);
     EXPECT_EQ(client.request("PLAY", url(), session(overUdp)).status, 200);
     EXPECT_EQ(client.request("PLAY", url(), session(overTcp)).status, 200);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_GE(rtp.receive().size(), 12u);
     EXPECT_TRUE(client.frame(0).isRtp());
 }

@@ -182,7 +182,7 @@ TEST_F(MulticastTest, TheFirstViewerStartsThePacketsAndIsToldTheFirst)
     GroupMember member(groupOf(*viewer), groupOf(*viewer).port);
     const Received played = play(*viewer);
     ASSERT_EQ(played.status, 200);
-    picture(true, 2);
+    frame(true, 2);
     const auto packet = member.receive();
     EXPECT_EQ(parameter(played.header("RTP-Info"), "seq"), std::to_string(sequenceOf(packet)));
     Received asFrame;
@@ -196,7 +196,7 @@ TEST_F(MulticastTest, ASecondViewerChangesNothingForTheFirst)
     const auto first = join();
     GroupMember member(groupOf(*first), groupOf(*first).port);
     play(*first);
-    picture(true, 2);
+    frame(true, 2);
     const int begin = sequenceOf(member.receive());
     member.receive();
     const auto second = join();
@@ -205,18 +205,18 @@ TEST_F(MulticastTest, ASecondViewerChangesNothingForTheFirst)
               parameter(second->setup.header("Transport"), "ssrc"));
     const Received played = play(*second);
     EXPECT_EQ(parameter(played.header("RTP-Info"), "seq"), std::to_string((begin + 2) & 0xffff));
-    picture(false, 1);
+    frame(false, 1);
     EXPECT_EQ(sequenceOf(member.receive()), (begin + 2) & 0xffff);
     EXPECT_EQ(member.waiting(), 0u) << "sent once, whatever the number of viewers";
     EXPECT_EQ(streams->streams[0]->viewers.load(), 1);
 }
 
-TEST_F(MulticastTest, WhoJoinsHasAKeyPictureMade)
+TEST_F(MulticastTest, WhoJoinsHasAKeyFrameMade)
 {
     const auto first = join();
     play(*first);
-    picture(true, 1);
-    picture(false, 1);
+    frame(true, 1);
+    frame(false, 1);
     const int before = streams->streams[0]->keyRequests.load();
     const auto second = join();
     play(*second);
@@ -231,11 +231,11 @@ TEST_F(MulticastTest, OneOfTwoCannotPauseTheOther)
     play(*first);
     play(*second);
     EXPECT_EQ(ask(*first, "PAUSE"), 200);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_FALSE(member.receive().empty());
     EXPECT_EQ(ask(*first, "TEARDOWN"), 200);
     EXPECT_EQ(ask(*second, "PAUSE"), 200);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_EQ(member.waiting(), 0u) << "alone, a viewer pauses";
     EXPECT_EQ(streams->streams[0]->viewers.load(), 0);
 }
@@ -254,12 +254,12 @@ TEST_F(MulticastTest, TheLastTeardownEndsThePacketsAndFreesTheGroup)
     play(*first);
     play(*second);
     EXPECT_EQ(ask(*first, "TEARDOWN"), 200);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_FALSE(member.receive().empty());
     TestClient other(server->port());
     EXPECT_EQ(other.request("SETUP", track(url(smallPath), 0), multicast).status, 503) << "no group is free";
     EXPECT_EQ(ask(*second, "TEARDOWN"), 200);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_EQ(member.waiting(), 0u);
     const auto report = reports.receive();
     EXPECT_FALSE(report.empty());
@@ -281,12 +281,12 @@ TEST_F(MulticastTest, TeardownOfOneTrackLeavesTheGroupWithAll)
     EXPECT_EQ(viewer->client.request("TEARDOWN", track(url(mainPath), 1), session(viewer->session)).status,
               200);
     EXPECT_EQ(server->sessionCount(), 1u);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_FALSE(member.receive().empty()) << "the other one watches on";
     EXPECT_EQ(other->client.request("TEARDOWN", track(url(mainPath), 0), session(other->session)).status,
               200);
     EXPECT_EQ(server->sessionCount(), 0u);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_EQ(member.waiting(), 0u);
     EXPECT_EQ(TestClient(server->port()).request("SETUP", track(url(smallPath), 0), multicast).status, 200)
         << "the group is free for another stream";
@@ -295,32 +295,32 @@ TEST_F(MulticastTest, TeardownOfOneTrackLeavesTheGroupWithAll)
 TEST_F(MulticastTest, SetupOfOneTrackAgainLeavesTheOther)
 {
     const auto viewer = join(2);
-    GroupMember pictures(groupOf(*viewer), groupOf(*viewer).port);
+    GroupMember frames(groupOf(*viewer), groupOf(*viewer).port);
     GroupMember blocks(groupOf(*viewer), groupOf(*viewer).port + 2);
     EXPECT_EQ(
         viewer->client.request("SETUP", track(url(mainPath), 0), multicast + session(viewer->session)).status,
         200);
     EXPECT_EQ(play(*viewer).status, 200);
-    picture(true, 1);
+    frame(true, 1);
     sound();
-    EXPECT_FALSE(pictures.receive().empty());
+    EXPECT_FALSE(frames.receive().empty());
     EXPECT_FALSE(blocks.receive().empty());
     EXPECT_EQ(ask(*viewer, "TEARDOWN"), 200);
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_F(MulticastTest, WhoJoinsGetsASenderReportWithTheNextPicture)
+TEST_F(MulticastTest, WhoJoinsGetsASenderReportWithTheNextFrame)
 {
     const auto first = join();
     GroupMember reports(groupOf(*first), groupOf(*first).port + 1);
     play(*first);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_FALSE(reports.receive().empty());
     reports.waiting();
     const auto second = join();
     play(*second);
-    picture(false, 1);
-    EXPECT_EQ(reports.waiting(), 1u) << "pictures and sound fit together from the start";
+    frame(false, 1);
+    EXPECT_EQ(reports.waiting(), 1u) << "video and audio fit together from the start";
 }
 
 TEST_F(MulticastTest, AViewerWhoseConnectionEndsLeavesThoughTheOthersStay)
@@ -335,12 +335,12 @@ TEST_F(MulticastTest, AViewerWhoseConnectionEndsLeavesThoughTheOthersStay)
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 1; }));
     time.advance(config.limits.orphanTimeout * 1000 / 2);
     EXPECT_EQ(ask(*second, "GET_PARAMETER"), 200);
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_FALSE(member.receive().empty());
     time.advance(config.limits.orphanTimeout * 1000);
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 1; }));
     EXPECT_EQ(ask(*second, "GET_PARAMETER"), 200);
-    picture(false, 1);
+    frame(false, 1);
     EXPECT_FALSE(member.receive().empty());
 }
 
@@ -374,7 +374,7 @@ TEST_F(MulticastTest, TheDeathOfTheLastViewerEndsThePackets)
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
     time.advance(config.limits.orphanTimeout * 1000 + 1000);
     EXPECT_TRUE(eventually([] { return LiveSessionDispatcher::instance().sessionCount() == 0; }));
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_EQ(member.waiting(), 0u);
     EXPECT_EQ(streams->streams[0]->viewers.load(), 0);
 }
@@ -383,7 +383,7 @@ TEST_F(MulticastTest, FiveViewersLeaveInEveryOrderWithoutAGap)
 {
     server.reset();
     media.reset();
-    config.gopCache = false;  // each round begins with its own picture
+    config.gopCache = false;  // each round begins with its own frame
     start();
     std::array<int, 5> order{0, 1, 2, 3, 4};
     do
@@ -398,16 +398,16 @@ TEST_F(MulticastTest, FiveViewersLeaveInEveryOrderWithoutAGap)
         {
             play(*viewers[static_cast<std::size_t>(i)]);
         }
-        picture(true, 1);
+        frame(true, 1);
         int next = sequenceOf(member.receive());
         for (const int i : order)
         {
-            picture(true, 1);
+            frame(true, 1);
             next = (next + 1) & 0xffff;
             ASSERT_EQ(sequenceOf(member.receive()), next);
             ASSERT_EQ(ask(*viewers[static_cast<std::size_t>(i)], "TEARDOWN"), 200);
         }
-        picture(true, 1);
+        frame(true, 1);
         ASSERT_EQ(member.waiting(), 0u);
         ASSERT_EQ(LiveSessionDispatcher::instance().sessionCount(), 0u);
     } while (std::next_permutation(order.begin(), order.end()));
@@ -439,17 +439,17 @@ TEST_F(MulticastTest, ViewersOfAllThreadsComeAndGoAtOnce)
     constexpr int sent = 200;
     for (int i = 0; i < sent; ++i)
     {
-        picture(i % 25 == 0, 1);
+        frame(i % 25 == 0, 1);
         std::this_thread::yield();
     }
     for (std::thread& thread : threads)
     {
         thread.join();
     }
-    // What waited for another thread's verb travels with the pictures that follow.
+    // What waited for another thread's verb travels with the frames that follow.
     for (int i = 0; i < sent; ++i)
     {
-        picture(false, 1);
+        frame(false, 1);
     }
     int next = sequenceOf(member.receive());
     for (int i = 1; i < sent; ++i)

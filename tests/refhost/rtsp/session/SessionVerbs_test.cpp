@@ -142,11 +142,11 @@ TEST_P(SessionVerbsTest, AllChannelsInUseIsAnUnsupportedTransport)
 
 TEST_P(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
 {
-    picture(true);
+    frame(true);
     const Received video = client_->request("SETUP", track(url(), 0), tcp);
     const std::string id = video.session();
     const Received audio = client_->request("SETUP", track(url(), 1), tcp + session(id));
-    picture(true);
+    frame(true);
     sound();
     const Received play = client_->request("PLAY", url(), session(id) + "Range: npt=0.000-\r\n");
     EXPECT_EQ(play.status, 200);
@@ -156,7 +156,7 @@ TEST_P(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
     ASSERT_EQ(info.size(), 2u) << play.header("RTP-Info");
     EXPECT_EQ(info[0].url, track(url(), 0));
     EXPECT_EQ(info[1].url, track(url(), 1));
-    picture(true);
+    frame(true);
     sound();
     const Received first = client_->frame(0);
     ASSERT_TRUE(first.isRtp());
@@ -170,11 +170,11 @@ TEST_P(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
     EXPECT_EQ(firstSound.ssrc(), ssrcOf(audio));
 }
 
-TEST_P(SessionVerbsTest, TheCachedKeyPictureFollowsTheAnswerToPlayAtOnce)
+TEST_P(SessionVerbsTest, TheCachedKeyFrameFollowsTheAnswerToPlayAtOnce)
 {
     const std::string keepsCacheWarm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(keepsCacheWarm));
-    picture(true, 5);
+    frame(true, 5);
     ASSERT_TRUE(client_->frame(0).isRtp());
 
     TestClient viewer(server->port());
@@ -197,7 +197,7 @@ TEST_P(SessionVerbsTest, PlayOverUdpSendsToTheClientsPort)
     const Received play = client_->request("PLAY", url(), session(setup.session()));
     const std::vector<RtpInfo> info = rtpInfo(play);
     ASSERT_EQ(info.size(), 1u);
-    picture(true);
+    frame(true);
     Received packet;
     packet.payload = rtp_.receive();
     ASSERT_GE(packet.payload.size(), 12u);
@@ -213,7 +213,7 @@ TEST_P(SessionVerbsTest, PlayOfOneTrackPlaysThisOneAlone)
     EXPECT_EQ(play.status, 200);
     ASSERT_EQ(rtpInfo(play).size(), 1u);
     EXPECT_EQ(rtpInfo(play)[0].url, track(url(), 1));
-    picture(true);
+    frame(true);
     sound();
     EXPECT_TRUE(client_->frame(2).isRtp());
     EXPECT_EQ(client_->request("PAUSE", track(url(), 0), session(id)).status, 455) << "it does not play";
@@ -225,18 +225,18 @@ TEST_P(SessionVerbsTest, PauseStopsThePacketsAndPlayGoesOnWithoutAGap)
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("PAUSE", url(), session(id)).status, 455) << "nothing plays yet";
     client_->request("PLAY", url(), session(id));
-    picture(true, 2);
+    frame(true, 2);
     client_->frame(0);
     const std::uint16_t last = client_->frame(0).sequence();
     const Received pause = client_->request("PAUSE", url(), session(id));
     EXPECT_EQ(pause.status, 200);
     EXPECT_EQ(pause.session(), id);
     EXPECT_EQ(client_->request("PAUSE", url(), session(id)).status, 455) << "nothing plays any more";
-    picture(false);
-    picture(true);
+    frame(false);
+    frame(true);
     const Received again = client_->request("PLAY", url(), session(id));
     EXPECT_EQ(again.status, 200);
-    picture(true);
+    frame(true);
     const Received next = client_->frame(0);
     ASSERT_TRUE(next.isRtp());
     EXPECT_EQ(next.sequence(), static_cast<std::uint16_t>(last + 1));
@@ -249,10 +249,10 @@ TEST_P(SessionVerbsTest, PlayWhilePlayingGoesOn)
 {
     const std::string id = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(id));
-    picture(true, 1);
+    frame(true, 1);
     const std::uint16_t first = client_->frame(0).sequence();
     EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
-    picture(false, 1);
+    frame(false, 1);
     EXPECT_EQ(client_->frame(0).sequence(), static_cast<std::uint16_t>(first + 1));
 }
 
@@ -272,7 +272,7 @@ TEST_P(SessionVerbsTest, SetupOfAPlayingTrackIsRefused)
     const std::string id = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(id));
     EXPECT_EQ(client_->request("SETUP", track(url(), 0), tcp + session(id)).status, 455);
-    picture(true);
+    frame(true);
     EXPECT_TRUE(client_->frame(0).isRtp()) << "it plays on";
 }
 
@@ -284,7 +284,7 @@ TEST_P(SessionVerbsTest, SetupOfATrackThatDoesNotPlayChangesItsWay)
     EXPECT_EQ(again.status, 200);
     EXPECT_EQ(again.session(), id);
     client_->request("PLAY", url(), session(id));
-    picture(true);
+    frame(true);
     EXPECT_GE(rtp_.receive().size(), 12u);
     EXPECT_EQ(dispatched(), 1u);
 }
@@ -298,7 +298,7 @@ TEST_P(SessionVerbsTest, SetupOfOneTrackAgainLeavesTheOther)
     const Received played = client_->request("PLAY", url(), session(id));
     EXPECT_EQ(played.status, 200);
     EXPECT_EQ(rtpInfo(played).size(), 2u);
-    picture(true);
+    frame(true);
     sound();
     EXPECT_GE(rtp_.receive().size(), 12u);
     EXPECT_TRUE(client_->frame(2).isRtp());
@@ -311,7 +311,7 @@ TEST_P(SessionVerbsTest, ATrackThatEndedIsSetUpAgainInTheSameSession)
     EXPECT_EQ(client_->request("TEARDOWN", track(url(), 0), session(id)).status, 200);
     EXPECT_EQ(client_->request("SETUP", track(url(), 0), tcp + session(id)).status, 200);
     EXPECT_EQ(client_->request("PLAY", track(url(), 0), session(id)).status, 200);
-    picture(true);
+    frame(true);
     EXPECT_TRUE(client_->frame(0).isRtp());
 }
 
@@ -363,7 +363,7 @@ TEST_P(SessionVerbsTest, OneConnectionCarriesSeveralSessions)
     EXPECT_NE(first, second);
     client_->request("PLAY", url(), session(first));
     client_->request("PLAY", url(), session(second));
-    picture(true, 1);
+    frame(true, 1);
     EXPECT_TRUE(client_->frame(0).isRtp());
     EXPECT_TRUE(client_->frame(2).isRtp());
     client_->request("TEARDOWN", url(), session(first));
@@ -375,7 +375,7 @@ TEST_P(SessionVerbsTest, AnotherConnectionMayDriveASession)
     const std::string id = setUpUdp(*client_, rtp_);
     TestClient other(server->port());
     EXPECT_EQ(other.request("PLAY", url(), session(id)).status, 200);
-    picture(true);
+    frame(true);
     EXPECT_GE(rtp_.receive().size(), 12u);
     EXPECT_EQ(other.request("TEARDOWN", url(), session(id)).status, 200);
     EXPECT_EQ(server->sessionCount(), 0u);
@@ -385,7 +385,7 @@ TEST_P(SessionVerbsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay
 {
     const std::string warm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(warm));
-    picture(true, 1);
+    frame(true, 1);
     ASSERT_TRUE(client_->frame(0).isRtp());
 
     TestClient viewer(server->port());

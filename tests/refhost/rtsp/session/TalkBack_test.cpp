@@ -194,7 +194,7 @@ TEST_F(TalkBackTest, DatagramsOfTheClientReachTheOutputAndOthersDoNot)
     EXPECT_LE(heard->samples, 2 * once + once / 2) << "only two of the packets are the talker's";
 }
 
-TEST_F(TalkBackTest, GoesAlongWithThePictureInOneSession)
+TEST_F(TalkBackTest, GoesAlongWithTheFrameInOneSession)
 {
     start();
     TestClient client(server->port());
@@ -205,7 +205,7 @@ TEST_F(TalkBackTest, GoesAlongWithThePictureInOneSession)
     const Received play = client.request("PLAY", url(), session(id) + require);
     EXPECT_EQ(play.status, 200);
     EXPECT_EQ(play.header("RTP-Info").find("talk"), std::string::npos);
-    picture(true);
+    frame(true);
     EXPECT_TRUE(client.frame(0).isRtp());
     EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
     client.send(interleaved(4, packet(1)));
@@ -242,7 +242,7 @@ TEST_F(TalkBackTest, ASecondClientIsRefusedWhereThePolicySaysSo)
     const std::string viewing = setUpTcp(second, 1);
     EXPECT_EQ(second.request("SETUP", talkTrack(), std::string(tcp) + session(viewing) + require).status,
               453);
-    EXPECT_EQ(second.request("PLAY", url(), session(viewing)).status, 200) << "the picture is not refused";
+    EXPECT_EQ(second.request("PLAY", url(), session(viewing)).status, 200) << "the frame is not refused";
     EXPECT_EQ(first.request("TEARDOWN", url(), session(id)).status, 200);
     EXPECT_EQ(second.request("SETUP", talkTrack(), std::string(tcp) + session(viewing) + require).status,
               200);
@@ -293,7 +293,7 @@ TEST_F(TalkBackTest, ASilentUdpClientTimesOut)
     EXPECT_EQ(manager()->getSessionNum(), 0);
 }
 
-TEST_F(TalkBackTest, AGoodbyeEndsTalkBackAndNotThePicture)
+TEST_F(TalkBackTest, AGoodbyeEndsTalkBackAndNotTheFrame)
 {
     start();
     TestClient client(server->port());
@@ -305,7 +305,7 @@ TEST_F(TalkBackTest, AGoodbyeEndsTalkBackAndNotThePicture)
     EXPECT_TRUE(eventually([&] { return manager()->getSessionNum() == 0; }));
     EXPECT_EQ(client.request("PAUSE", url(), session(id)).status, 200);
     EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
-    picture(true);
+    frame(true);
     EXPECT_TRUE(client.frame(0).isRtp());
     EXPECT_EQ(client.request("PLAY", talkTrack(), session(id)).status, 455);
     EXPECT_EQ(client.request("TEARDOWN", url(), session(id)).status, 200);

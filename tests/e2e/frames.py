@@ -1,15 +1,15 @@
-"""Footage of which every picture is known, and which of its pictures a client received."""
+"""Footage of which every frame is known, and which of its frames a client received."""
 
 import dataclasses
 import hashlib
 import subprocess
 
-RATE = 25  # pictures a second
+RATE = 25  # frames a second
 GOP = 25
 
 
 @dataclasses.dataclass
-class Picture:
+class Frame:
     number: int     # in the footage
     timestamp: int  # RTP
     key: bool
@@ -17,20 +17,20 @@ class Picture:
 
 
 class CountedFootage:
-    """A film whose pictures all differ; those that travel unchanged through a server are known again."""
+    """A film whose frames all differ; those that travel unchanged through a server are known again."""
 
     def __init__(self, path):
         self.path = path
         stream = subprocess.run(
             ["ffmpeg", "-nostdin", "-v", "error", "-i", path, "-map", "0:v", "-c", "copy", "-bsf:v", "h264_mp4toannexb",
              "-f", "h264", "-"], capture_output=True, check=True, timeout=60).stdout
-        checksums = _picture_checksums(stream)
+        checksums = _frame_checksums(stream)
         self.numbers = {checksum: number for number, checksum in enumerate(checksums)}
-        assert len(self.numbers) == len(checksums), "every picture is one of its kind"
+        assert len(self.numbers) == len(checksums), "every frame is one of its kind"
 
     @staticmethod
     def make(path, seconds):
-        """Test pictures with a running count, without B pictures, a key picture each second, one slice a picture; and
+        """Test pattern with a running count, without B frames, a key frame each second, one slice a frame; and
         a tone."""
         subprocess.run(
             ["ffmpeg", "-nostdin", "-v", "error", "-y",
@@ -40,26 +40,26 @@ class CountedFootage:
              "-x264-params", f"scenecut=0:sliced-threads=0:slices=1:keyint={GOP}:min-keyint={GOP}",
              "-c:a", "aac", "-b:a", "32k", path], check=True, timeout=120)
 
-    def pictures(self, packets):
-        """The pictures in a track's RTP packets, in the order of their arrival, where all packets came in order"""
-        pictures = []
+    def frames(self, packets):
+        """The frames in a track's RTP packets, in the order of their arrival, where all packets came in order"""
+        frames = []
         for group in _by_timestamp(packets):
             slices = [unit for unit in _units(group) if unit[0] & 0x1F in (1, 5)]
-            assert len(slices) == 1, f"{len(slices)} slices in one picture"
+            assert len(slices) == 1, f"{len(slices)} slices in one frame"
             checksum = _checksum(slices[0])
-            assert checksum in self.numbers, "a picture that is not the film's"
-            pictures.append(Picture(self.numbers[checksum], group[0].timestamp, slices[0][0] & 0x1F == 5, group))
-        return pictures
+            assert checksum in self.numbers, "a frame that is not the film's"
+            frames.append(Frame(self.numbers[checksum], group[0].timestamp, slices[0][0] & 0x1F == 5, group))
+        return frames
 
     def numbers_in(self, stream):
-        """The pictures in a byte stream of H.264, which must all be the film's."""
-        return [self.numbers[checksum] for checksum in _picture_checksums(stream)]
+        """The frames in a byte stream of H.264, which must all be the film's."""
+        return [self.numbers[checksum] for checksum in _frame_checksums(stream)]
 
     def next(self, number):
         return (number + 1) % len(self.numbers)
 
 
-def _picture_checksums(stream):
+def _frame_checksums(stream):
     units = [unit.rstrip(b"\0") for unit in stream.split(b"\0\0\1")[1:]]
     return [_checksum(unit) for unit in units if unit[0] & 0x1F in (1, 5)]
 
