@@ -112,7 +112,7 @@ std::string describe(const StreamConfig& stream)
     switch (stream.source.kind)
     {
         case SourceConfig::Kind::synthetic:
-            return fmt::format("test pattern, {}x{}, {} frames a second, {} kbit/s, sound {}", stream.width,
+            return fmt::format("test pattern, {}x{}, {} frames a second, {} kbit/s, audio {}", stream.width,
                                stream.height, stream.frameRate, stream.bitRate, nameOf(stream.audioCodec));
         case SourceConfig::Kind::file:
             return "the file " + stream.source.location;

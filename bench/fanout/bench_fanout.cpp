@@ -328,7 +328,7 @@ void oneFrame(benchmark::State& state, Way way)
         meter.seconds() * 1e6 / static_cast<double>(state.iterations()) / static_cast<double>(viewers);
 }
 
-/// A second of a 2 Mbit/s stream with PCMU sound: a key frame of 50 kB, 24 frames of 10 kB, 50 blocks of
+/// A second of a 2 Mbit/s stream with PCMU audio: a key frame of 50 kB, 24 frames of 10 kB, 50 blocks of
 /// 20 ms.
 void oneSecond(benchmark::State& state, Way way)
 {

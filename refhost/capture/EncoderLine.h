@@ -18,7 +18,7 @@ std::string videoEncoderLine(Codec coding, const StreamConfig& config, const Gst
 /// The same without conversions in front, for a source that makes the right frames.
 std::string bareVideoEncoderLine(Codec coding, const StreamConfig& config);
 
-/// What encodes raw sound of any format, as a launch line.
+/// What encodes raw audio of any format, as a launch line.
 std::string audioEncoderLine(Codec coding);
 
 /// \returns the bit rate that the host encodes the coding with, kbit/s; 0 when unknown

@@ -27,7 +27,7 @@ std::string problemOf(const std::string& path)
     return regular ? std::string() : std::string("not a file");
 }
 
-/// What stands between a file's track and the place where its times are set. Containers hold raw sound in
+/// What stands between a file's track and the place where its times are set. Containers hold raw audio in
 /// blocks of up to a second, which would leave in bursts.
 const char* chainLine(const GstCaps* caps)
 {

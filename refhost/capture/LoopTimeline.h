@@ -18,7 +18,7 @@ class LoopTimeline
 public:
     using Time = std::optional<std::int64_t>;
 
-    /// What is known of one frame or piece of sound, in the file's own time.
+    /// What is known of one frame or piece of audio, in the file's own time.
     struct Piece
     {
         Time presentation;

@@ -117,15 +117,15 @@ GstPadProbeReturn RtspSource::onPacket(GstPad*, GstPadProbeInfo* info, gpointer 
         return GST_PAD_PROBE_DROP;
     }
     RtpPayloadCheck::Payload payload;
-    const bool sound = RtpPayloadCheck::find(map.data, map.size, payload) &&
+    const bool audio = RtpPayloadCheck::find(map.data, map.size, payload) &&
                        RtpPayloadCheck::isWellFormed(track->codec, payload);
     std::int64_t time = 0;
-    if (sound)
+    if (audio)
     {
         time = track->clock->place(readBig32(map.data + 4), readBig32(map.data + 8), track->source->now());
     }
     gst_buffer_unmap(buffer, &map);
-    if (!sound)
+    if (!audio)
     {
         return GST_PAD_PROBE_DROP;
     }

@@ -71,7 +71,7 @@ struct UserConfig
     bool operator==(const UserConfig& other) const;
 };
 
-/// How sound that clients send is played.
+/// How audio that clients send is played.
 struct TalkBackConfig
 {
     std::string policy = "first";  ///< who is heard: "first", "newest", "mix" or "refuse"
@@ -157,13 +157,13 @@ struct ServerConfig
     /// How the log names a stream, configured or not. \see StreamName
     std::string streamName(int cameraId, int streamId) const;
 
-    /// Whether clients can send sound to some camera.
+    /// Whether clients can send audio to some camera.
     bool offersTalkBack() const;
 
     /// What the program serves without a configuration file: the defaults with embeddedCameras(), of which
     /// the first stream is recorded.
     static ServerConfig embedded();
-    /// Camera 1 with stream 0 (1280x720, 2000 kbit/s) and stream 1 (640x360, 500 kbit/s), both with sound;
+    /// Camera 1 with stream 0 (1280x720, 2000 kbit/s) and stream 1 (640x360, 500 kbit/s), both with audio;
     /// also what a file without a [[camera]] gets.
     static std::vector<CameraConfig> embeddedCameras();
 

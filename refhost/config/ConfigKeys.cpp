@@ -236,7 +236,7 @@ const std::vector<ConfigKey<MulticastConfig>>& multicastKeys()
         number<Multicast>(
             "port",
             "First UDP port of the pool's first group, even; each stream has four: RTP and RTCP of frames, "
-            "then of sound.",
+            "then of audio.",
             [](Multicast& m) -> int& { return m.port; }, 1024, 65532, 2),
         number<Multicast>(
             "ttl", "Time to live of the packets: 1 keeps them in the local network.",
@@ -298,7 +298,7 @@ const std::vector<ConfigKey<CameraConfig>>& cameraKeys()
             TextKind::plain),
         choice<Camera>(
             "talk-back",
-            "Codec in which clients may send sound to the device through this camera's streams; \"none\" "
+            "Codec in which clients may send audio to the device through this camera's streams; \"none\" "
             "offers no talk-back.",
             [](const Camera& c) { return std::string(nameOf(c.talkBack)); },
             [](Camera& c, const std::string& name) { c.talkBack = codecNamed(name); },
@@ -346,7 +346,7 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             "gop", "Frames from one key frame to the next, where the server encodes.",
             [](Stream& s) -> int& { return s.gop; }, 1, 1000),
         choice<Stream>(
-            "audio", "Codec of the sound.", [](const Stream& s) { return std::string(nameOf(s.audioCodec)); },
+            "audio", "Codec of the audio.", [](const Stream& s) { return std::string(nameOf(s.audioCodec)); },
             [](Stream& s, const std::string& name) { s.audioCodec = codecNamed(name); },
             codecChoices(MediaKind::audio)),
         text<Stream>(

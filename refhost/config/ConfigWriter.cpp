@@ -234,7 +234,7 @@ std::string ConfigWriter::write(const ServerConfig& config)
     std::string out = section(serverKeys(), config, "", true);
     out += "\n# What the server refuses to go beyond.\n[limits]\n";
     out += section(limitsKeys(), config.limits, "", true);
-    out += "\n# Sound that clients send to the device.\n[talk-back]\n";
+    out += "\n# Audio that clients send to the device.\n[talk-back]\n";
     out += section(talkBackKeys(), config.talkBack, "", true);
     out += "\n# Streams that are sent to many viewers at once: orv/multicast.\n[multicast]\n";
     out += section(multicastKeys(), config.multicast, "", true);

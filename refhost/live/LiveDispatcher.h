@@ -19,7 +19,7 @@ namespace refhost
 /// The live dispatch behind RTPStreamDispatcherMgr: which track of which session plays from which stream.
 ///
 /// The operations that RTPStreamDispatcherMgr declares mean the same here; the others serve the RTSP front.
-/// A session's tracks that play at the same time start together: the sound with the frame's first frame.
+/// A session's tracks that play at the same time start together: the audio with the frame's first frame.
 /// For that the front holds the transports of all tracks until each has been played. Threads: any. No
 /// operation waits for the source or a client.
 class LiveDispatcher

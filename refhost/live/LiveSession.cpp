@@ -37,7 +37,7 @@ bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
         former->end();
         senders_.erase(same);
     }
-    // The frame first: the sound starts where it starts.
+    // The frame first: the audio starts where it starts.
     senders_.insert(sender->video() ? senders_.begin() : senders_.end(), std::move(sender));
     return former == nullptr;
 }
@@ -219,7 +219,7 @@ void LiveSession::pumpLocked(const FreshUnit* fresh)
     {
         sender->reportStart(videoSenderOf(*sender));
     }
-    // Sound that waited for this frame goes in front of it: the frame is what the network waits for.
+    // Audio that waited for this frame goes in front of it: the frame is what the network waits for.
     const bool together = fresh != nullptr && !senders_.empty() && senders_.front()->takesNow(*fresh);
     for (std::size_t i = 1; together && i < senders_.size(); ++i)
     {

@@ -18,12 +18,12 @@ struct LiveSettings
     std::size_t ringBytes = 8U << 20U;
     std::size_t ringUnits = 4096;
     /// How long, in milliseconds, a viewer's way may be congested before he loses access units: frames up
-    /// to the newest key frame, sound up to now.
+    /// to the newest key frame, audio up to now.
     std::int64_t videoLagMs = 500;
     std::int64_t audioLagMs = 1000;
-    /// How long, in milliseconds, sound may wait for the next frame to travel with it, where that is
+    /// How long, in milliseconds, audio may wait for the next frame to travel with it, where that is
     /// cheaper.
-    std::int64_t soundWaitMs = 60;
+    std::int64_t audioWaitMs = 60;
     /// Mean time between two RTCP sender reports, milliseconds.
     std::int64_t reportIntervalMs = 5000;
     /// Not null, outlives the dispatcher.

@@ -10,8 +10,8 @@ namespace refhost
 namespace
 {
 
-/// What sound keeps when no video tells how much is needed.
-constexpr std::int64_t soundPastNs = 2'000'000'000;
+/// What audio keeps when no video tells how much is needed.
+constexpr std::int64_t audioPastNs = 2'000'000'000;
 
 }  // namespace
 
@@ -150,7 +150,7 @@ void LiveTrack::trim()
         return;
     }
     const std::int64_t since = std::min(past_->videoSinceNs.load(std::memory_order_relaxed),
-                                        ring_.back().unit->captureTimeNs - soundPastNs);
+                                        ring_.back().unit->captureTimeNs - audioPastNs);
     while (ring_.size() > 1 && ring_.front().unit->captureTimeNs < since)
     {
         popFront();

@@ -32,7 +32,7 @@ struct FreshUnit
 struct StreamPast
 {
     static constexpr std::int64_t none = std::numeric_limits<std::int64_t>::max();
-    /// Capture time of the oldest frame that is kept; the sound keeps as much.
+    /// Capture time of the oldest frame that is kept; the audio keeps as much.
     std::atomic<std::int64_t> videoSinceNs{none};
 };
 
@@ -76,7 +76,7 @@ public:
     }
 
     View look(std::uint64_t index) const;
-    /// The newest unit that a decoder can start from: a key frame, or the last block of sound.
+    /// The newest unit that a decoder can start from: a key frame, or the last block of audio.
     Found newestStart() const;
     /// The first unit, from number `earliest` on, that was captured at `captureNs` or later.
     Found firstSince(std::int64_t captureNs, std::uint64_t earliest) const;

@@ -13,11 +13,11 @@ namespace
 
 /// Tracks whose play() lie this close to each other start together.
 constexpr std::int64_t togetherMs = 1000;
-/// How long sound waits for the frame that it shall start with.
+/// How long audio waits for the frame that it shall start with.
 constexpr std::int64_t frameWaitMs = 5000;
 
 constexpr const char* frames = "video";
-constexpr const char* sound = "audio";
+constexpr const char* audio = "audio";
 
 }  // namespace
 
@@ -42,7 +42,7 @@ std::shared_ptr<TrackSender> TrackSender::successor(const RtcpWriter::Name& name
 {
     SubMediaInfo info;
     info.trackId = trackId_;
-    info.mediaType = video_ ? frames : sound;
+    info.mediaType = video_ ? frames : audio;
     info.payloadType = sender_.payloadType();
     info.clockRate = static_cast<int>(timeline_.clockRate());
     return std::make_shared<TrackSender>(session_, streamKey_, info, stream_, payloadSize_, name);
@@ -228,7 +228,7 @@ bool TrackSender::waitsForFrame(const FreshUnit* fresh, const TrackSender* video
     {
         waitingSinceNs_ = fresh->unit->captureTimeNs;
     }
-    return fresh->unit->captureTimeNs - waitingSinceNs_ < settings_.soundWaitMs * 1'000'000;
+    return fresh->unit->captureTimeNs - waitingSinceNs_ < settings_.audioWaitMs * 1'000'000;
 }
 
 bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* videoSender)

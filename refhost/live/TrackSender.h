@@ -95,7 +95,7 @@ public:
 
     /// Sends what can be sent now.
     /// \param fresh    the unit that has just come, whichever track's; null otherwise
-    /// \param frame  the video that this sound starts with; null for video and for sound alone
+    /// \param frame  the video that this audio starts with; null for video and for audio alone
     /// \param more     the frame follows at once on the same way
     void pump(const FreshUnit* fresh, TrackSender* videoSender, bool more);
 

@@ -28,7 +28,7 @@ struct MediaFormat
     }
 };
 
-/// One frame or block of sound as it was coded, before it is cut into packets.
+/// One frame or block of audio as it was coded, before it is cut into packets.
 struct EncodedUnit
 {
     std::shared_ptr<const MediaFormat> format;  ///< never null; another object where the format changed
@@ -38,7 +38,7 @@ struct EncodedUnit
     /// (DecodeTimes).
     std::int64_t decodeTimeNs = 0;
     std::int64_t durationNs = 0;  ///< 0 when unknown
-    bool keyFrame = false;        ///< can be decoded without those before; always true for sound
+    bool keyFrame = false;        ///< can be decoded without those before; always true for audio
 };
 
 using EncodedUnitPtr = std::shared_ptr<const EncodedUnit>;

@@ -126,14 +126,14 @@ bool FootageDescriber::describeFile(const std::string& path, Described& out)
             out.whole = out.whole && file->isDecodable(video);
             continue;
         }
-        out.whole = out.whole && (video ? file->video() : file->sound()) == nullptr;
+        out.whole = out.whole && (video ? file->video() : file->audio()) == nullptr;
     }
     return !out.tracks.empty();
 }
 
 bool FootageDescriber::describeTrack(SegmentFile& file, bool video, SubMediaInfo& out)
 {
-    const SegmentFile::Track* const track = video ? file.video() : file.sound();
+    const SegmentFile::Track* const track = video ? file.video() : file.audio();
     std::string error;
     const auto packetiser = track == nullptr ? nullptr : Packetiser::make(track->coding, payloadSize, error);
     if (!packetiser)

@@ -202,8 +202,8 @@ bool FootageReader::fits(const SegmentFile& file) const
     const auto has = [](const SegmentFile::Track* track, const std::optional<Codec>& coding)
     { return coding && track != nullptr && track->coding == *coding; };
     const bool video = has(file.video(), request_.video);
-    const bool sound = has(file.sound(), request_.sound);
-    return request_.video ? video : sound;
+    const bool audio = has(file.audio(), request_.audio);
+    return request_.video ? video : audio;
 }
 
 /// An open segment came to its end: reads on in what was written meanwhile.
@@ -226,7 +226,7 @@ bool FootageReader::reopenGrown()
             return false;
         }
         const auto before = std::move(file_);
-        if (!openSegment(now, std::max(lastFrameNs_, lastSoundNs_) - usualFrameNs, before.get()))
+        if (!openSegment(now, std::max(lastFrameNs_, lastAudioNs_) - usualFrameNs, before.get()))
         {
             return false;
         }
@@ -254,7 +254,7 @@ bool FootageReader::takes(const CodedUnit& unit)
         beginSection();
     }
     endNs_ = std::max(endNs_, unit.timeNs + (unit.durationNs > 0 ? unit.durationNs : usualFrameNs));
-    (unit.video ? lastFrameNs_ : lastSoundNs_) = unit.timeNs;
+    (unit.video ? lastFrameNs_ : lastAudioNs_) = unit.timeNs;
     if (waitsForKey_)
     {
         if (!isLead(unit) || !unit.key)
@@ -285,14 +285,14 @@ bool FootageReader::keepsDistance(const CodedUnit& unit)
 
 bool FootageReader::wants(const CodedUnit& unit) const
 {
-    const std::optional<Codec>& coding = unit.video ? request_.video : request_.sound;
+    const std::optional<Codec>& coding = unit.video ? request_.video : request_.audio;
     return coding && track(unit.video).coding == *coding;
 }
 
 /// Leaves out what was played already, of a segment read anew or one that overlaps the one before.
 bool FootageReader::follows(const CodedUnit& unit)
 {
-    if (!unit.video && unit.timeNs <= lastSoundNs_)
+    if (!unit.video && unit.timeNs <= lastAudioNs_)
     {
         return false;
     }
@@ -326,7 +326,7 @@ void FootageReader::beginEpoch()
 {
     beginSection();
     lastFrameNs_ = 0;
-    lastSoundNs_ = 0;
+    lastAudioNs_ = 0;
     lastKeyNs_.reset();
 }
 

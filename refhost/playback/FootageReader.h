@@ -31,7 +31,7 @@ public:
         bool keyFramesOnly = false;
         std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least
         std::optional<Codec> video;      ///< wanted in this coding
-        std::optional<Codec> sound;
+        std::optional<Codec> audio;
     };
 
     /// Wall clock of the first unit that a reader of this request reads; nothing where it reads none.
@@ -45,7 +45,7 @@ public:
 
     /// The next unit in the order of decoding, with its wall clock. Where the clock was set back, what was
     /// recorded before comes first, up to the interval's end, and then what was recorded after, in a section
-    /// of its own. Frames begin with a key frame at the begin and behind each gap, and sound with that
+    /// of its own. Frames begin with a key frame at the begin and behind each gap, and audio with that
     /// frame.
     Result read(CodedUnit& out) override;
 
@@ -58,7 +58,7 @@ public:
     /// What the last unit is.
     const SegmentFile::Track& track(bool video) const override
     {
-        return video ? *file_->video() : *file_->sound();
+        return video ? *file_->video() : *file_->audio();
     }
 
 private:
@@ -97,13 +97,13 @@ private:
     std::unique_ptr<SegmentFile> file_;
     bool fresh_ = false;         // no unit of the segment followed what was before yet
     bool resuming_ = false;      // the segment is read again up to where it ended before
-    bool waitsForKey_ = true;    // sound waits too
+    bool waitsForKey_ = true;    // audio waits too
     bool epochFollows_ = false;  // behind the interval's end in this epoch comes its begin in a later one
     std::uint32_t section_ = 0;
     std::int64_t startNs_ = 0;  // of the section: its first key frame
     std::int64_t endNs_ = 0;    // of the section as far as it was read; 0 before its first unit
     std::int64_t lastFrameNs_ = 0;
-    std::int64_t lastSoundNs_ = 0;
+    std::int64_t lastAudioNs_ = 0;
     std::optional<std::int64_t> lastKeyNs_;  // taken, where only key frames are
     int waits_ = 0;                          // for growth, without any
 };

@@ -14,8 +14,8 @@ struct PlaySpeed
     static constexpr double fastest = 32;
     /// Above this scale only key frames are sent.
     static constexpr double allFramesUpTo = 4;
-    /// Sound is sent from scale 1 up to this one, with blocks left out so that the others fit.
-    static constexpr double soundUpTo = 2;
+    /// Audio is sent from scale 1 up to this one, with blocks left out so that the others fit.
+    static constexpr double audioUpTo = 2;
 
     double scale = 1;
     double speed = 1;
@@ -42,9 +42,9 @@ struct PlaySpeed
         return backwards() || scale > allFramesUpTo;
     }
 
-    bool withSound() const
+    bool withAudio() const
     {
-        return scale >= 1 && scale <= soundUpTo;
+        return scale >= 1 && scale <= audioUpTo;
     }
 
     bool operator==(const PlaySpeed& other) const
@@ -65,7 +65,7 @@ enum PlayRangeKind
     playRangeReplay = 1,
     /// Footage goes as fast as the way takes it.
     playRangeUnpaced = 2,
-    /// Only key frames and no sound.
+    /// Only key frames and no audio.
     playRangeKeyFrames = 4,
     /// Shift of eight bits that hold the low byte of the CSeq of the request, which the header extension
     /// repeats.

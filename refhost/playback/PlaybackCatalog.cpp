@@ -27,7 +27,7 @@ std::optional<std::int64_t> startOf(const std::shared_ptr<const FootageDirectory
     request.endNs = endNs;
     for (const SubMediaInfo& track : tracks)
     {
-        (track.mediaType == "video" ? request.video : request.sound) = codecEncodedAs(track.encodingName);
+        (track.mediaType == "video" ? request.video : request.audio) = codecEncodedAs(track.encodingName);
     }
     return FootageReader::startOf(directory, clock, request);
 }

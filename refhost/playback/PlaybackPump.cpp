@@ -51,7 +51,7 @@ bool PlaybackPump::readsFor(const PlaybackTrack& track) const
     {
         return false;
     }
-    const PlaybackSource::Track& read = track.video ? reading_.video : reading_.sound;
+    const PlaybackSource::Track& read = track.video ? reading_.video : reading_.audio;
     return read.payloadSize == track.payloadSize || (!track.video && mode_.keyFramesOnly());
 }
 
@@ -233,11 +233,11 @@ bool PlaybackPump::leavesOut(const PlaybackUnit& unit, const PlaybackTrack& trac
     {
         return false;
     }
-    if (!mode_.speed.withSound())
+    if (!mode_.speed.withAudio())
     {
         return true;
     }
-    return mode_.speed.scale > 1 && track.soundIsFull(pacer_.timeline().at(unit.mediaNs + unit.durationNs));
+    return mode_.speed.scale > 1 && track.audioIsFull(pacer_.timeline().at(unit.mediaNs + unit.durationNs));
 }
 
 void PlaybackPump::prepareHead(PlaybackTrack& track)
@@ -249,7 +249,7 @@ void PlaybackPump::prepareHead(PlaybackTrack& track)
     const std::int64_t toleranceNs =
         mode_.speed.scale > 1 ? std::max(unit.durationNs, roundingNs) : roundingNs;
     head.timestamp =
-        unit.video ? track.timestamp(stampNs(playNs)) : track.soundTimestamp(playNs, toleranceNs);
+        unit.video ? track.timestamp(stampNs(playNs)) : track.audioTimestamp(playNs, toleranceNs);
     head.unit = unit.unit;
     if (mode_.replay())
     {

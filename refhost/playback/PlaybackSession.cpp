@@ -316,7 +316,7 @@ PlaybackSource::Request PlaybackSession::requestFor(const PendingSeek::Target& t
     const TrackPtr& audio = tracks_.of(false);
     if (audio && !request.keyFramesOnly)
     {
-        request.sound = {audio->payloadSize, audio->encodingName};
+        request.audio = {audio->payloadSize, audio->encodingName};
     }
     return request;
 }

@@ -53,7 +53,7 @@ public:
         bool keyFramesOnly = false;
         std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least, in the footage
         Track video;
-        Track sound;
+        Track audio;
 
         /// The place of an instant in the order of playing, and back.
         std::int64_t mirrored(std::int64_t ns) const

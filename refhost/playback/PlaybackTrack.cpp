@@ -30,24 +30,24 @@ std::uint32_t PlaybackTrack::timestamp(std::int64_t playNs) const
     return sender.firstTimestamp() + PlayTimeline::ticks(playNs, clockRate);
 }
 
-bool PlaybackTrack::soundIsFull(std::int64_t endNs) const
+bool PlaybackTrack::audioIsFull(std::int64_t endNs) const
 {
-    return soundFollows_ && static_cast<std::int32_t>(timestamp(endNs) - soundNext_) <= 0;
+    return audioFollows_ && static_cast<std::int32_t>(timestamp(endNs) - audioNext_) <= 0;
 }
 
-std::uint32_t PlaybackTrack::soundTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const
+std::uint32_t PlaybackTrack::audioTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const
 {
     const std::uint32_t exact = timestamp(playNs);
-    const auto off = static_cast<std::int32_t>(exact - soundNext_);
+    const auto off = static_cast<std::int32_t>(exact - audioNext_);
     const auto tolerance = static_cast<std::int32_t>(PlayTimeline::ticks(toleranceNs, clockRate));
-    return soundFollows_ && std::abs(off) <= tolerance ? soundNext_ : exact;
+    return audioFollows_ && std::abs(off) <= tolerance ? audioNext_ : exact;
 }
 
-void PlaybackTrack::sent(std::uint32_t timestamp, std::int64_t soundNs)
+void PlaybackTrack::sent(std::uint32_t timestamp, std::int64_t audioNs)
 {
     brokenOff_ = false;
-    soundFollows_ = soundNs > 0;
-    soundNext_ = timestamp + PlayTimeline::ticks(soundNs, clockRate);
+    audioFollows_ = audioNs > 0;
+    audioNext_ = timestamp + PlayTimeline::ticks(audioNs, clockRate);
 }
 
 void PlaybackTrack::heard()

@@ -105,20 +105,20 @@ public:
 
     /// The RTP timestamp of an instant of the player's time.
     std::uint32_t timestamp(std::int64_t playNs) const;
-    /// Whether a block of sound has no room left: at a scale above 1 there is more sound than time.
+    /// Whether a block of audio has no room left: at a scale above 1 there is more audio than time.
     /// \param endNs  the player's time behind the block
-    bool soundIsFull(std::int64_t endNs) const;
-    /// The timestamp of a block of sound: one that follows the block before closely follows it without a gap.
+    bool audioIsFull(std::int64_t endNs) const;
+    /// The timestamp of a block of audio: one that follows the block before closely follows it without a gap.
     /// \param toleranceNs  how closely, in nanoseconds
-    std::uint32_t soundTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const;
+    std::uint32_t audioTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const;
     /// A unit was sent.
-    /// \param soundNs  how long a block of sound lasts; 0 for a frame
-    void sent(std::uint32_t timestamp, std::int64_t soundNs);
+    /// \param audioNs  how long a block of audio lasts; 0 for a frame
+    void sent(std::uint32_t timestamp, std::int64_t audioNs);
     /// The next unit does not follow what was sent before.
     /// \param discontinuity  a client must be told
     void breakOff(bool discontinuity)
     {
-        soundFollows_ = false;
+        audioFollows_ = false;
         brokenOff_ = discontinuity;
     }
 
@@ -149,8 +149,8 @@ private:
     std::int64_t heardMs_;
     StateMachine<PlaybackTrackState> state_{PlaybackTrackState::silent};
     bool brokenOff_ = false;
-    bool soundFollows_ = false;
-    std::uint32_t soundNext_ = 0;  // timestamp behind the block sent last
+    bool audioFollows_ = false;
+    std::uint32_t audioNext_ = 0;  // timestamp behind the block sent last
 };
 
 }  // namespace refhost

@@ -32,7 +32,7 @@ std::optional<Codec> codingOfTrack(const PlaybackSource::Track& track)
 }
 
 /// How long a block of audio lasts; 0 when only the file knows.
-std::int64_t soundLength(Codec codec, const AccessUnit& unit, const GstCaps* caps)
+std::int64_t audioLength(Codec codec, const AccessUnit& unit, const GstCaps* caps)
 {
     const CodecInfo& info = infoOf(codec);
     const GstStructure* const fields = gst_caps_get_structure(caps, 0);
@@ -67,7 +67,7 @@ bool RecordedSource::open(const Request& request)
     {
         return false;
     }
-    if (!preparePacketiser(request.video, video_) || !preparePacketiser(request.sound, sound_))
+    if (!preparePacketiser(request.video, video_) || !preparePacketiser(request.audio, audio_))
     {
         return false;
     }
@@ -90,7 +90,7 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
     reading->request = request;
     // Backwards, the frame at the end is played as well.
     reading->endNs = request.mirrored(request.endNs) + (request.backwards ? 1 : 0);
-    reading->done = {!codingOfTrack(request.video), request.backwards || !codingOfTrack(request.sound)};
+    reading->done = {!codingOfTrack(request.video), request.backwards || !codingOfTrack(request.audio)};
     reading->reader = makeReader(request);
     if (!reading->reader)
     {
@@ -123,7 +123,7 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
     wanted.keyFramesOnly = request.keyFramesOnly;
     wanted.keyDistanceNs = request.keyDistanceNs;
     wanted.video = video;
-    wanted.sound = codingOfTrack(request.sound);
+    wanted.audio = codingOfTrack(request.audio);
     return std::make_unique<FootageReader>(directory_, clock_, wanted);
 }
 
@@ -272,7 +272,7 @@ void RecordedSource::packetise(const Outlook& outlook)
         GST_BUFFER_FLAG_SET(head.unit.buffer.get(), GST_BUFFER_FLAG_DELTA_UNIT);
     }
     std::vector<AccessUnitPtr> units;
-    Packetiser& packetiser = video ? *video_ : *sound_;
+    Packetiser& packetiser = video ? *video_ : *audio_;
     if (!packetiser.push(head.caps.get(), std::move(head.unit.buffer), units))
     {
         Log::debug("a unit of a recording makes no sense; it is left out");
@@ -281,7 +281,7 @@ void RecordedSource::packetise(const Outlook& outlook)
     {
         Outlook own = outlook;
         own.last = outlook.last && unit == units.back();
-        const std::int64_t length = video ? 0 : soundLength(packetiser.coding(), *unit, head.caps.get());
+        const std::int64_t length = video ? 0 : audioLength(packetiser.coding(), *unit, head.caps.get());
         add(unit, head, own, length > 0 ? length : durationNs);
     }
 }

@@ -63,7 +63,7 @@ private:
         std::unique_ptr<UnitReader> reader;
         std::deque<Waiting> waiting;
         UnitReader::Result state = UnitReader::Result::unit;  // what the reader said last
-        std::array<bool, 2> done{};                           // video, sound: the end was passed
+        std::array<bool, 2> done{};                           // video, audio: the end was passed
         std::array<std::int64_t, 2> lastDueNs{};
         std::uint32_t section = 0;
     };
@@ -84,7 +84,7 @@ private:
     std::optional<int> streamId_;
     std::unique_ptr<Reading> reading_;
     std::unique_ptr<Packetiser> video_;
-    std::unique_ptr<Packetiser> sound_;
+    std::unique_ptr<Packetiser> audio_;
     std::array<std::int64_t, 2> usualDurationNs_{40'000'000, 20'000'000};
     std::deque<PlaybackUnit> made_;
 };

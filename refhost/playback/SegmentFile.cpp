@@ -59,7 +59,7 @@ std::unique_ptr<SegmentFile> SegmentFile::open(const std::string& path, std::str
 std::unique_ptr<SegmentFile> SegmentFile::again(std::string& error) const
 {
     auto file = open(path_, error);
-    const int stream = video_ ? videoIndex_ : soundIndex_;
+    const int stream = video_ ? videoIndex_ : audioIndex_;
     if (!file || stream >= static_cast<int>(file->input_->nb_streams))
     {
         return file;
@@ -110,22 +110,22 @@ bool SegmentFile::chooseTracks()
         AVStream* const stream = input_->streams[i];
         auto found = segmentCaps(*stream);
         const bool video = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
-        std::optional<Track>& place = video ? video_ : sound_;
+        std::optional<Track>& place = video ? video_ : audio_;
         if (!found || place)
         {
             stream->discard = AVDISCARD_ALL;
             continue;
         }
         place = Track{found->coding, std::move(found->caps)};
-        (video ? videoIndex_ : soundIndex_) = static_cast<int>(i);
+        (video ? videoIndex_ : audioIndex_) = static_cast<int>(i);
     }
-    return video_ || sound_;
+    return video_ || audio_;
 }
 
 bool SegmentFile::isDecodable(bool video) const
 {
-    const int stream = video ? videoIndex_ : soundIndex_;
-    const bool has = (video ? video_ : sound_).has_value();
+    const int stream = video ? videoIndex_ : audioIndex_;
+    const bool has = (video ? video_ : audio_).has_value();
     return has && refhost::isDecodable(*input_->streams[stream]);
 }
 
@@ -144,7 +144,7 @@ bool SegmentFile::seek(std::int64_t timeNs)
 bool SegmentFile::seekByIndex(std::int64_t timeNs)
 {
     constexpr AVRational nanoseconds{1, 1'000'000'000};
-    const int stream = video_ ? videoIndex_ : soundIndex_;
+    const int stream = video_ ? videoIndex_ : audioIndex_;
     const std::int64_t time = av_rescale_q(timeNs, nanoseconds, input_->streams[stream]->time_base);
     if (av_seek_frame(input_.get(), stream, time, AVSEEK_FLAG_BACKWARD) < 0)
     {
@@ -216,7 +216,7 @@ SegmentFile::Result SegmentFile::read(CodedUnit& out)
             return status == AVERROR_EOF ? Result::end : Result::damaged;
         }
         const int stream = packet->stream_index;
-        if ((stream != videoIndex_ && stream != soundIndex_) || packet->pts == AV_NOPTS_VALUE ||
+        if ((stream != videoIndex_ && stream != audioIndex_) || packet->pts == AV_NOPTS_VALUE ||
             packet->size <= 0)
         {
             continue;

@@ -17,7 +17,7 @@ struct AVPacket;
 namespace refhost
 {
 
-/// One coded frame or block of sound of a file.
+/// One coded frame or block of audio of a file.
 struct CodedUnit
 {
     GstValuePtr<GstBuffer> buffer;
@@ -68,13 +68,13 @@ public:
         return video_ ? &*video_ : nullptr;
     }
 
-    const Track* sound() const
+    const Track* audio() const
     {
-        return sound_ ? &*sound_ : nullptr;
+        return audio_ ? &*audio_ : nullptr;
     }
 
-    /// Goes to the last key frame at or before a time; to the first one where there is none before. Sound
-    /// comes from about there on. Without frames it goes to the sound of that time.
+    /// Goes to the last key frame at or before a time; to the first one where there is none before. Audio
+    /// comes from about there on. Without frames it goes to the audio of that time.
     /// \returns false when the file is damaged there
     bool seek(std::int64_t timeNs);
 
@@ -104,9 +104,9 @@ private:
     const std::string path_;
     std::unique_ptr<AVFormatContext, CloseInput> input_;
     int videoIndex_ = -1;
-    int soundIndex_ = -1;
+    int audioIndex_ = -1;
     std::optional<Track> video_;
-    std::optional<Track> sound_;
+    std::optional<Track> audio_;
     std::deque<CodedUnit> kept_;  // read already
 };
 

@@ -58,7 +58,7 @@ void SegmentCutter::place(const EncodedUnitPtr& unit, bool reference)
     if (reference && unit->keyFrame && !pendingNs_ && (!open_ || isCutDue(*unit)))
     {
         pendingNs_ = unit->captureTimeNs;
-        soundCameThrough_ = false;
+        audioCameThrough_ = false;
         // What leads the very first key frame is of no use.
         leadersCame_ = !open_ || !reorders_;
     }
@@ -81,7 +81,7 @@ void SegmentCutter::keepAhead(const EncodedUnitPtr& unit)
 {
     ahead_.push_back(unit);
     aheadBytes_ += unit->bytes.size();
-    // Frames may stay away: the sound goes on.
+    // Frames may stay away: the audio goes on.
     releaseAhead(unit->captureTimeNs - longestHoldNs);
     while (ahead_.size() > maxHeld || aheadBytes_ > maxHeldBytes)
     {
@@ -140,14 +140,14 @@ bool SegmentCutter::isHoldOver(const EncodedUnit& unit)
 {
     const bool longEnough = unit.captureTimeNs >= *pendingNs_ + longestHoldNs || held_.size() >= maxHeld ||
                             heldBytes_ >= maxHeldBytes;
-    const bool soundOnly = !video_;
-    const bool soundCame = soundOnly || soundCameThrough_ || (!audio_ && !expected_().audio);
-    return longEnough || (soundCame && leadersCame_);
+    const bool audioOnly = !video_;
+    const bool audioCame = audioOnly || audioCameThrough_ || (!audio_ && !expected_().audio);
+    return longEnough || (audioCame && leadersCame_);
 }
 
 void SegmentCutter::hold(const EncodedUnitPtr& unit)
 {
-    soundCameThrough_ = soundCameThrough_ || !isVideo(unit->format->coding);
+    audioCameThrough_ = audioCameThrough_ || !isVideo(unit->format->coding);
     leadersCame_ = leadersCame_ || (isVideo(unit->format->coding) && unit->captureTimeNs > *pendingNs_);
     held_.push_back(unit);
     heldBytes_ += unit->bytes.size();

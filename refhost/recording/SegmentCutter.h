@@ -33,11 +33,11 @@ public:
 /// Decides which encoded unit goes into which segment.
 ///
 /// A segment begins with a key frame: with the first one, with the first one after the wanted length, and
-/// where a format changed. Sound and frames of one time do not arrive together; so what comes first is held
-/// back for a while, and no sound is lost or put into the wrong segment at a cut. Frames that follow a key
+/// where a format changed. Audio and frames of one time do not arrive together; so what comes first is held
+/// back for a while, and no audio is lost or put into the wrong segment at a cut. Frames that follow a key
 /// frame and are presented before it (open GOPs) stay with it where they follow another segment; elsewhere
 /// they are left out, because they cannot be decoded. A jump of the capture times is a gap: the segment ends
-/// there. Sound alone makes segments too where a stream has no video.
+/// there. Audio alone makes segments too where a stream has no video.
 ///
 /// Threads: one at a time.
 class SegmentCutter
@@ -112,7 +112,7 @@ private:
     std::size_t heldBytes_ = 0;
     std::deque<EncodedUnitPtr> ahead_;  ///< audio of times that no frame has come to yet
     std::size_t aheadBytes_ = 0;
-    bool soundCameThrough_ = false;  ///< to the pending begin
+    bool audioCameThrough_ = false;  ///< to the pending begin
 };
 
 }  // namespace refhost

@@ -10,7 +10,7 @@
 namespace refhost
 {
 
-/// Decodes with one codec, makes up for lost sound, and converts to what the output takes.
+/// Decodes with one codec, makes up for lost audio, and converts to what the output takes.
 class ConvertingDecoder : public TalkDecoder
 {
 public:

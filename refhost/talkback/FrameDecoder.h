@@ -9,7 +9,7 @@
 namespace refhost
 {
 
-/// One codec: encoded frames in, sound as it was recorded out.
+/// One codec: encoded frames in, audio as it was recorded out.
 ///
 /// Threads: one at a time. No operation waits.
 class FrameDecoder
@@ -17,11 +17,11 @@ class FrameDecoder
 public:
     virtual ~FrameDecoder() = default;
 
-    /// What the sound is like; known for certain after the first frame only.
+    /// What the audio is like; known for certain after the first frame only.
     virtual PcmFormat format() const = 0;
 
     /// Decodes one frame, \see TalkDecoder::decode
-    /// \param[out] samples  interleaved sound of format(); empty when the codec has none to give yet
+    /// \param[out] samples  interleaved audio of format(); empty when the codec has none to give yet
     /// \returns false for a frame that cannot be decoded
     virtual bool decode(const std::uint8_t* frame, std::size_t size, std::vector<std::int16_t>& samples) = 0;
 

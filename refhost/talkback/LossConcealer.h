@@ -9,14 +9,14 @@
 namespace refhost
 {
 
-/// Makes up for lost sound: the last period of what was heard goes on, fading out within 60 ms, and what
+/// Makes up for lost audio: the last period of what was heard goes on, fading out within 60 ms, and what
 /// comes after the gap is blended in.
 ///
 /// Threads: one at a time.
 class LossConcealer
 {
 public:
-    /// Takes note of sound that is about to be played; behind a gap its beginning is blended with what was
+    /// Takes note of audio that is about to be played; behind a gap its beginning is blended with what was
     /// made up.
     void heard(const PcmFormat& format, std::vector<std::int16_t>& samples);
 

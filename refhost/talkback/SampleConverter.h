@@ -10,8 +10,8 @@ struct SwrContext;
 namespace refhost
 {
 
-/// Brings sound from one sample rate and number of channels to another, in pieces of any length that make one
-/// continuous sound.
+/// Brings audio from one sample rate and number of channels to another, in pieces of any length that make one
+/// continuous audio.
 ///
 /// Threads: one at a time.
 class SampleConverter
@@ -24,7 +24,7 @@ public:
 
     /// Converts the next piece. The filter holds the last millisecond or two back until the piece after it.
     /// \param from             of `samples`; a change begins anew
-    /// \param[in,out] out      the converted sound is appended
+    /// \param[in,out] out      the converted audio is appended
     /// \returns false when that cannot be converted
     bool convert(const PcmFormat& from, const std::vector<std::int16_t>& samples,
                  std::vector<std::int16_t>& out);

@@ -43,16 +43,16 @@ public:
     /// A session ends.
     void leave(Talker talker);
 
-    /// Sound of a session came. A change of who owns the output is told in the log.
+    /// Audio of a session came. A change of who owns the output is told in the log.
     /// \param name  what the log calls the talker
-    /// \returns true when the sound is to be decoded and given to play()
+    /// \returns true when the audio is to be decoded and given to play()
     bool claim(Talker talker, const std::string& name, std::int64_t nowNs);
 
-    /// Plays decoded sound of a talker that is heard.
+    /// Plays decoded audio of a talker that is heard.
     /// \returns 0, or the player's code
     int play(Talker talker, const std::vector<std::int16_t>& samples, IMediaPlayer& player);
 
-    /// Plays what is due by the clock, where sounds are mixed; call it every few milliseconds.
+    /// Plays what is due by the clock, where senders are mixed; call it every few milliseconds.
     /// \returns 0, or the player's code
     int pump(IMediaPlayer& player, std::int64_t nowNs);
 
@@ -63,7 +63,7 @@ private:
     TalkSettings settings_;
     std::set<Talker> admitted_;  // at most settings_.maxTalkers
     std::unique_ptr<TalkFloor> floor_;
-    std::unique_ptr<TalkMixer> mixer_;  // null where sounds are not mixed
+    std::unique_ptr<TalkMixer> mixer_;  // null where audios are not mixed
     std::vector<std::int16_t> sum_;
 };
 

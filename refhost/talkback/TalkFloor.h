@@ -27,7 +27,7 @@ public:
     /// A session ends.
     void leave(Talker talker);
 
-    /// Sound of a talker came.
+    /// Audio of a talker came.
     /// \returns true when it is to be heard
     bool claim(Talker talker, std::int64_t nowNs);
 

@@ -5,7 +5,7 @@ namespace refhost
 namespace
 {
 
-/// Sound comes in small packets; an interleaved frame could hold 64 KB.
+/// Audio comes in small packets; an interleaved frame could hold 64 KB.
 constexpr std::size_t longest = 4096;
 
 }  // namespace

@@ -10,7 +10,7 @@
 namespace refhost
 {
 
-/// Adds several talkers' sound up to one. The sum leaves by the clock, not when sound comes: talkers' packets
+/// Adds several talkers' audio up to one. The sum leaves by the clock, not when audio comes: talkers' packets
 /// do not come at the same instants.
 ///
 /// Threads: one at a time.
@@ -21,7 +21,7 @@ public:
 
     explicit TalkMixer(const PcmFormat& format);
 
-    /// Appends to a talker's sound. Where more than 90 ms wait already, all but the last 60 ms of them go, so
+    /// Appends to a talker's audio. Where more than 90 ms wait already, all but the last 60 ms of them go, so
     /// that a burst of packets delays nobody for good; of a long piece the last fifth of a second is kept.
     void add(Talker talker, const std::vector<std::int16_t>& samples);
     void remove(Talker talker);
@@ -46,7 +46,7 @@ private:
     const PcmFormat format_;
     std::map<Talker, Line> lines_;
     bool running_ = false;
-    std::int64_t dueNs_ = 0;  // until when sound was taken
+    std::int64_t dueNs_ = 0;  // until when audio was taken
 };
 
 }  // namespace refhost

@@ -11,7 +11,7 @@ namespace
 {
 
 constexpr std::int64_t nsPerMs = 1'000'000;
-/// Longer holes are left silent: made-up sound helps for a few packets only.
+/// Longer holes are left silent: made-up audio helps for a few packets only.
 constexpr std::uint32_t concealedPartsOfSecond = 5;
 /// Twice what an output takes at once.
 constexpr double mostSecondsAtOnce = 0.4;

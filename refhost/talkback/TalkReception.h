@@ -56,15 +56,15 @@ public:
     void release();
 
     /// Takes a packet as it came.
-    /// \returns true when it is sound of the session's source
+    /// \returns true when it is audio of the session's source
     bool add(const TalkInbox::Packet& packet);
 
     /// Takes what is in order now. Two fifths of a second are decoded at most, and the last packet of them to
     /// its end if it is PCM; what is here beyond that is dropped, because no output takes it and decoding it
     /// would keep the worker from the other sessions.
-    /// \param heard            false drops the sound instead of decoding it
-    /// \param[in,out] samples  decoded and concealed sound is appended
-    /// \returns true when sound waits for a missing packet
+    /// \param heard            false drops the audio instead of decoding it
+    /// \param[in,out] samples  decoded and concealed audio is appended
+    /// \returns true when audio waits for a missing packet
     bool take(std::int64_t nowNs, bool heard, std::vector<std::int16_t>& samples);
 
     /// Takes note of a sender report.
@@ -111,7 +111,7 @@ private:
     bool continues_ = false;   // nextTimestamp_ is what the next packet should have
     std::uint32_t nextTimestamp_ = 0;
     bool hole_ = false;       // something before the next packet could not be played
-    std::uint32_t made_ = 0;  // ticks of sound that were made of packets in this turn
+    std::uint32_t made_ = 0;  // ticks of audio that were made of packets in this turn
     SenderReport senderReport_;
 };
 

@@ -180,12 +180,12 @@ int TalkSession::receive(bool& playerFault)
         return hostConnectionUnusable;
     }
     const std::int64_t nowNs = clock_.monotonicNs();
-    bool sound = false;
+    bool audio = false;
     for (int i = 0; i < mostAtOnce && inbox_->takeRtp(packet_); ++i)
     {
-        sound = reception_->add(packet_) || sound;
+        audio = reception_->add(packet_) || audio;
     }
-    if (sound)
+    if (audio)
     {
         heard_ = output_.claim(this, name_, nowNs);
     }

@@ -31,7 +31,7 @@ public:
     using MakeDecoder =
         std::function<std::unique_ptr<TalkDecoder>(const SubMediaInfo& track, const PcmFormat& format)>;
 
-    /// \param player       where sound goes; may be an empty handle
+    /// \param player       where audio goes; may be an empty handle
     /// \param output, clock  outlive the session
     TalkSession(const SafePointer<IMediaPlayer>& player, SharedOutput& output, const HostClock& clock,
                 MakeDecoder makeDecoder);
@@ -57,8 +57,8 @@ public:
     bool isPlaying() const;
     int ssrc() const;
 
-    /// \returns 0 when sound was played; audioDispatcherIdle when there was none; audioDispatcherAgain when
-    ///          sound waits for a missing packet; statusPlayerUnusable with `playerFault` set when the output
+    /// \returns 0 when audio was played; audioDispatcherIdle when there was none; audioDispatcherAgain when
+    ///          audio waits for a missing packet; statusPlayerUnusable with `playerFault` set when the output
     ///          failed; hostConnectionUnusable, for good, when the connection is closed
     int receive(bool& playerFault);
     /// \returns 0 when RTCP came or went; audioDispatcherIdle when there was none; hostTalkerLeft, for good,

@@ -25,7 +25,7 @@ struct TalkSettings
     std::size_t maxTalkers = 16;           ///< sessions that may have talk-back set up at once
     std::int64_t silenceMs = 500;          ///< without a packet for so long a talker has stopped
     std::int64_t reorderMs = 25;           ///< how long a missing packet is waited for
-    std::int64_t staleMs = 100;            ///< sound that waited longer for the output is not played any more
+    std::int64_t staleMs = 100;            ///< audio that waited longer for the output is not played any more
     std::int64_t firstReportMs = 1000;     ///< from PLAY to the first receiver report
     std::int64_t reportIntervalMs = 5000;  ///< between receiver reports
 };

@@ -69,7 +69,7 @@ private:
         g_main_loop_quit(loop_);
     }
 
-    // How sound becomes RTP of the back channel's encoding.
+    // How audio becomes RTP of the back channel's encoding.
     static std::string encoder(const GstStructure* stream)
     {
         const std::string encoding = gst_structure_get_string(stream, "encoding-name");
@@ -114,7 +114,7 @@ private:
         GstPad* const target = gst_element_get_static_pad(sink, "sink");
         gst_pad_link(pad, target);
         gst_object_unref(target);
-        // What the camera sends comes: it plays now, and takes sound.
+        // What the camera sends comes: it plays now, and takes audio.
         if (self->microphone_ == nullptr)
         {
             self->fail("the camera offers no back channel");

@@ -77,7 +77,7 @@ def recorded(build_folder, tmp_path_factory):
 
 @pytest.fixture
 def real_time():
-    """The test and what it starts go before other programs, where the system permits it: sound cannot wait.
+    """The test and what it starts go before other programs, where the system permits it: audio cannot wait.
 
     Where they still had to wait for a processor a failure says nothing, and pytest_pyfunc_call() repeats it.
     """
@@ -96,7 +96,7 @@ HARMFUL_SECONDS = 0.03  # half of what the output has ahead: nobody hears less
 
 @pytest.hookimpl(tryfirst=True)
 def pytest_pyfunc_call(pyfuncitem):
-    """Runs tests that judge sound until one attempt is good, or is bad though nobody kept the server or the test waiting.
+    """Runs tests that judge audio until one attempt is good, or is bad though nobody kept the server or the test waiting.
 
     What a server does wrong, it does wrong every time or when it had all the time that it needed.
     """

@@ -1,11 +1,11 @@
-"""A talker with something to say: real sound goes out in time, and packets may be lost or come late."""
+"""A talker with something to say: real audio goes out in time, and packets may be lost or come late."""
 
 import random
 import re
 import time
 
 from server import wait_until
-from sound import CLOCK
+from audio import CLOCK
 from talker import REQUIRE, Talker, rtp
 
 CONFIG = '''
@@ -57,7 +57,7 @@ def wait_for_end(server, times=1):
 
 
 class Speaker(Talker):
-    """Speaks packets of sound.encode()."""
+    """Speaks packets of audio.encode()."""
 
     def __init__(self, url, transport, codec="pcmu", seed=1):
         super().__init__(url, transport)
@@ -85,7 +85,7 @@ class Speaker(Talker):
         self.client.receive_for(seconds)
 
     def speak(self, packets, lost=0.0, late=0.0):
-        """Sends each packet when its sound has been recorded: `lost` of them never, `late` of them just after their
+        """Sends each packet when its audio has been recorded: `lost` of them never, `late` of them just after their
         successors."""
         schedule = []
         ticks = 0

@@ -1,4 +1,4 @@
-"""A client that talks: sends sound of its own making on a camera's back channel."""
+"""A client that talks: sends audio of its own making on a camera's back channel."""
 
 import re
 import select

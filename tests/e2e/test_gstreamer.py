@@ -13,8 +13,8 @@ def test_rtspsrc_plays_the_frame(server, transport, tmp_path):
     assert all(0.03 < b - a < 0.05 for a, b in zip(times, times[1:])), times
 
 
-def test_rtspsrc_plays_the_sound(server, transport, tmp_path):
-    stream, times = record(server.url(), transport, tmp_path / "sound.mkv", "audio",
+def test_rtspsrc_plays_the_audio(server, transport, tmp_path):
+    stream, times = record(server.url(), transport, tmp_path / "audio.mkv", "audio",
                            ["rtppcmudepay", "!", "mulawdec", "!", "identity", f"eos-after={BLOCKS + 1}"])
     assert (stream["sample_rate"], stream["channels"]) == ("8000", 1)
     assert len(times) == BLOCKS

@@ -147,7 +147,7 @@ def test_ffmpeg_and_rtspsrc_play_on_the_same_machine(serve, tmp_path):
         server = serve(CONFIG.format(listen="127.0.0.1", timeout=60))
         url = server.url(family=FAMILY)
         assert len(ffmpeg.decode(url, "udp_multicast", ("-frames:v", "50"), ("0:v",))) == 50
-        _, times = gstreamer.record(url, "udp-mcast", tmp_path / "sound.mkv", "audio",
+        _, times = gstreamer.record(url, "udp-mcast", tmp_path / "audio.mkv", "audio",
                                     ["rtppcmudepay", "!", "mulawdec", "!", "identity", "eos-after=51"])
         assert len(times) == 50
         server.stop()

@@ -62,4 +62,4 @@ def test_hevc_and_aac_are_played_as_recorded(serve, tmp_path):
     assert len({frame.checksum for frame in frames}) == len(frames)
     assert all(a.pts < b.pts for a, b in itertools.pairwise(frames[1:])), "time never goes back"
     played = (len(frames) - len(frames)) * 1024 / int(streams["audio"]["sample_rate"])
-    assert HEVC_SECONDS - 0.2 < played < HEVC_SECONDS + HEVC_GOP / RATE + 0.2, "sound as long as the frames"
+    assert HEVC_SECONDS - 0.2 < played < HEVC_SECONDS + HEVC_GOP / RATE + 0.2, "audio as long as the frames"

@@ -57,7 +57,7 @@ def files(directory):
 
 
 def packets(path):
-    """The times of a file's frames in seconds, and how many blocks of sound it has."""
+    """The times of a file's frames in seconds, and how many blocks of audio it has."""
     told = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "packet=codec_type,pts_time", "-of", "json", path],
                           capture_output=True, text=True, timeout=30, check=True)
     found = json.loads(told.stdout)["packets"]
@@ -88,10 +88,10 @@ def test_recordings_are_listed_while_they_grow_and_played_by_any_player(serve, b
     (begin, end, url), = streams[3, 1]
     frames = 0
     for path in files(directory)[:3]:
-        video, sounds = packets(path)
+        video, audios = packets(path)
         assert len(video) == SEGMENT_SECONDS * 25
         assert all(abs(b - a - 0.04) < 0.0021 for a, b in zip(video, video[1:]))
-        assert abs(sounds - SEGMENT_SECONDS * 50) <= 5
+        assert abs(audios - SEGMENT_SECONDS * 50) <= 5
         assert ffmpeg.decode(path, limits=())[0].pts == 0
     for path in files(directory):
         frames += len(packets(path)[0])

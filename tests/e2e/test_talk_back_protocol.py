@@ -162,7 +162,7 @@ def test_reports_tell_what_was_lost(server, transport):
         assert second.fraction == lost_between * 256 // expected
         assert second.last_report == (ntp >> 16) & 0xFFFFFFFF
         assert abs(second.delay / 65536 - waited) < 0.1
-        # Sound came as unevenly as it was sent, or a little more so: 8 ticks are a millisecond.
+        # Audio came as unevenly as it was sent, or a little more so: 8 ticks are a millisecond.
         assert abs(second.jitter - talker.jitter) < 80
 
 
@@ -259,7 +259,7 @@ def test_a_vanished_client_leaves_no_session(server, transport):
 
 
 def test_who_talks_is_alive(server):
-    """Longer than the session's time-out, with nothing but sound."""
+    """Longer than the session's time-out, with nothing but audio."""
     with Talker(server.url(), "udp") as talker:
         talker.open()
         talker.talk(3)

@@ -4,7 +4,7 @@ import time
 
 import pytest
 from server import wait_until
-from sound import RATE, decode, encode, likeness, longest_hole, place, read_wav, speech, strongest, tone
+from audio import RATE, decode, encode, likeness, longest_hole, place, read_wav, speech, strongest, tone
 from speaker import Speaker, closings, openings, talk_back, wait_for_end, wait_for_output
 
 pytestmark = pytest.mark.usefixtures("real_time")
@@ -25,9 +25,9 @@ def greeting():
     return speech("Hello there.")
 
 
-def packets_of(sound, codec="pcmu"):
+def packets_of(audio, codec="pcmu"):
     """Packets to send, and what is to be heard of them."""
-    packets = encode(codec, sound)
+    packets = encode(codec, audio)
     return packets, decode(codec, packets)
 
 
@@ -58,10 +58,10 @@ def test_a_sentence_is_heard_soon(serve, transport, codec, sentence):
     packets, sent = packets_of(sentence, codec)
     speaker = talk(server, transport, codec, packets)
     at_open = opened(server)
-    sound = heard(server)
-    assert likeness(sent, sound) > ENOUGH
+    audio = heard(server)
+    assert likeness(sent, audio) > ENOUGH
     # When the sentence's first sample was heard, and when it would have been sent.
-    played = at_open + place(sent, sound) / RATE
+    played = at_open + place(sent, audio) / RATE
     assert 0 < played - speaker.sent_at[0] < DELAY_SECONDS
 
 
@@ -69,9 +69,9 @@ def test_a_sentence_is_heard_soon(serve, transport, codec, sentence):
 def test_a_tone_keeps_its_pitch_and_level_without_a_hole(serve, transport, codec):
     server = serve(talk_back(codec=codec))
     talk(server, transport, codec, packets_of(tone(seconds=2.0), codec)[0])
-    sound = heard(server)
-    begin = int((abs(sound) > 4000).argmax())
-    middle = sound[begin + RATE // 10:begin + 18 * RATE // 10]
+    audio = heard(server)
+    begin = int((abs(audio) > 4000).argmax())
+    middle = audio[begin + RATE // 10:begin + 18 * RATE // 10]
     hertz, amplitude = strongest(middle)
     assert abs(hertz - 1000) < 1
     assert abs(amplitude / 8000 - 1) < 0.1

@@ -3,7 +3,7 @@ import subprocess
 
 import pytest
 from server import wait_until
-from sound import RATE, decode, encode, likeness, speech, tone
+from audio import RATE, decode, encode, likeness, speech, tone
 from speaker import Speaker, talk_back, wait_for_end, wait_for_output
 
 import numpy
@@ -47,7 +47,7 @@ def sound_server(tmp_path, monkeypatch):
     instance = SoundServer(tmp_path)
     for name in ("PULSE_SERVER", "XDG_RUNTIME_DIR", "HOME"):
         monkeypatch.setenv(name, instance.environment[name])
-    # An ALSA device that plays in time without a sound card: alsa-lib hands its sound to the same sink.
+    # An ALSA device that plays in time without a sound card: alsa-lib hands its audio to the same sink.
     (tmp_path / "asound.conf").write_text('pcm.hall { type pulse device "hall" }\n')
     monkeypatch.setenv("ALSA_CONFIG_PATH", str(tmp_path / "asound.conf"))
     yield instance
@@ -55,7 +55,7 @@ def sound_server(tmp_path, monkeypatch):
 
 
 @pytest.mark.parametrize("output, name", [("pulse", "PulseAudio sink hall"), ("alsa", "ALSA device hall")])
-def test_speech_is_heard_on_a_sound_device_and_again_when_it_comes_back(serve, sound_server, tmp_path, output, name):
+def test_speech_is_heard_on_a_audio_device_and_again_when_it_comes_back(serve, sound_server, tmp_path, output, name):
     server = serve(talk_back(output=output, device="hall"))
     server.allow_problem(f"talk-back: {name} (failed|cannot be opened: Connection refused)")
     packets = encode("pcmu", speech("Hello there."))
@@ -66,7 +66,7 @@ def test_speech_is_heard_on_a_sound_device_and_again_when_it_comes_back(serve, s
             recording = sound_server.record(tmp_path / f"heard{turn}")
             try:
                 # A recording begins some time after it was asked for.
-                wait_until(lambda: (tmp_path / f"heard{turn}").stat().st_size > 0, 10, "sound is recorded")
+                wait_until(lambda: (tmp_path / f"heard{turn}").stat().st_size > 0, 10, "audio is recorded")
                 speaker.speak(packets)
                 speaker.rest(0.5)
             finally:

@@ -1,7 +1,7 @@
 import subprocess
 
 import pytest
-from sound import (LEAD_SECONDS, RATE, decode, encode, likeness, longest_hole, read_wav, speech, strongest, tone,
+from audio import (LEAD_SECONDS, RATE, decode, encode, likeness, longest_hole, read_wav, speech, strongest, tone,
                    with_lead, write_wav)
 from speaker import talk_back, wait_for_end
 
@@ -34,9 +34,9 @@ def test_a_sentence_of_rtspsrc_is_heard(serve, build_folder, transport, codec):
 @pytest.mark.parametrize("codec", CODECS)
 def test_a_tone_of_rtspsrc_keeps_its_pitch_and_level_without_a_hole(serve, build_folder, transport, codec):
     server = serve(talk_back(codec=codec))
-    sound = say(server, build_folder, transport, with_lead(tone(seconds=2.0)))
-    begin = int((abs(sound) > 4000).argmax())
-    middle = sound[begin + RATE // 10:begin + 18 * RATE // 10]
+    audio = say(server, build_folder, transport, with_lead(tone(seconds=2.0)))
+    begin = int((abs(audio) > 4000).argmax())
+    middle = audio[begin + RATE // 10:begin + 18 * RATE // 10]
     hertz, level = strongest(middle)
     assert abs(hertz - 1000) < 1
     assert abs(level / 8000 - 1) < 0.1

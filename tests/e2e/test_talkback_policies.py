@@ -2,7 +2,7 @@ import threading
 
 import pytest
 from server import wait_until
-from sound import RATE, amplitude, encode, read_wav, tone
+from audio import RATE, amplitude, encode, read_wav, tone
 from speaker import Speaker, talk_back, wait_for_end, wait_for_output
 
 pytestmark = pytest.mark.usefixtures("real_time")
@@ -30,9 +30,9 @@ def both_talk(server, transport):
         second.tear_down()
     wait_for_end(server)
     server.stop()
-    sound = read_wav(server.folder / "talk.wav")
-    begin = int((abs(sound) > LEVEL / 2).argmax())
-    return lambda hertz, at: amplitude(hertz, sound[begin + int(at * RATE):begin + int((at + 0.25) * RATE)]) / LEVEL
+    audio = read_wav(server.folder / "talk.wav")
+    begin = int((abs(audio) > LEVEL / 2).argmax())
+    return lambda hertz, at: amplitude(hertz, audio[begin + int(at * RATE):begin + int((at + 0.25) * RATE)]) / LEVEL
 
 
 @pytest.mark.parametrize("policy, both_heard", [("first", (1, 0)), ("newest", (0, 1)), ("mix", (1, 1))])
@@ -66,8 +66,8 @@ def test_with_refuse_a_second_client_is_answered_453_until_the_first_one_ends(se
             second.tear_down()
     wait_until(lambda: server.sessions() == 0, 5, "no session is left")
     server.stop()
-    sound = read_wav(server.folder / "talk.wav")
-    begin = int((abs(sound) > LEVEL / 2).argmax())
-    assert amplitude(FIRST_HERTZ, sound[begin:begin + RATE // 3]) > 0.8 * LEVEL
-    end = len(sound) - int((abs(sound[::-1]) > LEVEL / 2).argmax())
-    assert amplitude(SECOND_HERTZ, sound[end - RATE // 3:end]) > 0.8 * LEVEL
+    audio = read_wav(server.folder / "talk.wav")
+    begin = int((abs(audio) > LEVEL / 2).argmax())
+    assert amplitude(FIRST_HERTZ, audio[begin:begin + RATE // 3]) > 0.8 * LEVEL
+    end = len(audio) - int((abs(audio[::-1]) > LEVEL / 2).argmax())
+    assert amplitude(SECOND_HERTZ, audio[end - RATE // 3:end]) > 0.8 * LEVEL

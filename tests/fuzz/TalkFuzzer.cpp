@@ -109,7 +109,7 @@ public:
         require(reports == 0 || reports == audioDispatcherIdle || reports == refhost::hostTalkerLeft,
                 "reports go on or the client left");
         // Two fifths of a second, the packet with which they are full, and a fifth that was made up for it.
-        require(samples_ - before <= 48000, "a turn makes no more sound than an output takes");
+        require(samples_ - before <= 48000, "a turn makes no more audio than an output takes");
         check();
         return reports != refhost::hostTalkerLeft;
     }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # usage: play_emulated.sh <server> <sysroot> <folder of the sysroot's libraries>
 # Starts a server for 32-bit ARM under an emulator, with one small test camera, and plays a second of its frames and
-# its sound over TCP; the server has to end as it should.
+# its audio over TCP; the server has to end as it should.
 set -euo pipefail
 server="$1"
 sysroot="$2"
@@ -50,10 +50,10 @@ done
 [ "${line:-}" = "ovrtspd is serving:" ] || give_up "the server does not start"
 
 timeout 60 ffmpeg -v error -rtsp_transport tcp -i "rtsp://$address:$port/orv/live/1/0" \
-    -map 0:v -frames:v 5 -f framecrc "$scratch/frames" -map 0:a -frames:a 50 -f framecrc "$scratch/sounds" \
+    -map 0:v -frames:v 5 -f framecrc "$scratch/frames" -map 0:a -frames:a 50 -f framecrc "$scratch/audios" \
     </dev/null 2>"$scratch/player" || give_up "the stream does not play"
-played="$(grep -vch '^#' "$scratch/frames" "$scratch/sounds" | xargs)"
-[ "$played" = "5 50" ] || give_up "a second has 5 frames and 50 pieces of sound, and this came: $played"
+played="$(grep -vch '^#' "$scratch/frames" "$scratch/audios" | xargs)"
+[ "$played" = "5 50" ] || give_up "a second has 5 frames and 50 pieces of audio, and this came: $played"
 
 kill "$pid"
 code=0

@@ -28,7 +28,7 @@ public:
     /// Bytes of frames that are taken in one go, within `burstMs` milliseconds.
     static constexpr std::size_t burstMost = 32 * 1024;
     static constexpr std::int64_t burstMs = 2;
-    /// Frames of this size and less (RTCP, sound) do not wait for the next burst: reports are not sent again.
+    /// Frames of this size and less (RTCP, audio) do not wait for the next burst: reports are not sent again.
     static constexpr std::size_t smallMost = 1500;
 
     /// Bytes that are gathered before they are written.

@@ -11,7 +11,7 @@
 namespace refhost
 {
 
-/// Where sound goes: a sound card, a sound server, a file, nowhere. It plays at its own pace what it was
+/// Where audio goes: a sound card, a sound server, a file, nowhere. It plays at its own pace what it was
 /// given, and is silent when it has nothing.
 ///
 /// Threads: one at a time. Only open() may wait, and for half a second at most.

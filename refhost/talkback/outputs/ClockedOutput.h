@@ -6,7 +6,7 @@
 namespace refhost
 {
 
-/// Nobody hears it: sound passes at the pace of the clock and is gone.
+/// Nobody hears it: audio passes at the pace of the clock and is gone.
 class ClockedOutput : public AudioOutput
 {
 public:

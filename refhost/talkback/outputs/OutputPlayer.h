@@ -24,14 +24,14 @@ public:
     ~OutputPlayer() noexcept(false) override;
 
     void setDeviceInfo(const DeviceInfoEx& info) override;
-    /// Only noted, in the log: the output is given decoded sound whatever clients send.
+    /// Only noted, in the log: the output is given decoded audio whatever clients send.
     void setEncoderType(int type) override;
-    /// An output that failed within its first second of sound is let rest: it does not open at the first try
+    /// An output that failed within its first second of audio is let rest: it does not open at the first try
     /// after that, so that the worker waits a while.
     /// \returns 0, or statusPlayerUnusable; the log says why, once until another thing goes wrong
     int open() override;
     /// \param samples  of the format that the player was made with
-    /// \returns 0, also where sound came too fast and was dropped; statusPlayerUnusable when the output
+    /// \returns 0, also where audio came too fast and was dropped; statusPlayerUnusable when the output
     ///          failed or is closed
     int play(const std::uint8_t* samples, std::size_t bytes) override;
     void close() override;

@@ -9,22 +9,22 @@
 namespace refhost
 {
 
-/// Decides how sound that comes unevenly is given to an output that plays evenly: how far it is kept ahead of
+/// Decides how audio that comes unevenly is given to an output that plays evenly: how far it is kept ahead of
 /// what is heard, so that uneven packets leave no holes, and never so far that talk lags behind.
 ///
 /// It begins some time ahead, also after each pause; where it ran dry because packets were lost or late and
 /// several come at once, they are that lead themselves. The talker's clock and the output's are never quite
-/// the same: when the sound has been out of its place for seconds it is stretched or shortened by a
-/// thousandth, which nobody hears. Sound that would come more than 30 ms later than it began is dropped.
+/// the same: when the audio has been out of its place for seconds it is stretched or shortened by a
+/// thousandth, which nobody hears. Audio that would come more than 30 ms later than it began is dropped.
 ///
 /// Threads: one at a time.
 class PlayoutPacer
 {
 public:
-    /// \param aheadMs  how far the sound begins ahead of what is heard
+    /// \param aheadMs  how far the audio begins ahead of what is heard
     PlayoutPacer(const PcmFormat& format, int aheadMs);
 
-    /// Makes of a piece of sound what is to be written.
+    /// Makes of a piece of audio what is to be written.
     /// \param queued           frames that the output has to play yet; 0: it ran dry
     /// \param[in,out] samples  the piece; becomes empty where it is dropped
     void pace(std::size_t queued, std::vector<std::int16_t>& samples);
@@ -42,7 +42,7 @@ private:
     const std::size_t channels_;
     const int aheadMs_;
     std::size_t watched_ = 0;     // frames of the second that is watched
-    std::size_t least_;           // the least that the sound was ahead in it
+    std::size_t least_;           // the least that the audio was ahead in it
     std::size_t shortest_;        // piece in it
     std::size_t shortestBefore_;  // piece in the second before
     int tooFar_ = 0;              // seconds in which it was too far ahead all the time, one after the other

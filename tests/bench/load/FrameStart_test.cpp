@@ -53,7 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
              "H265",
              {0x60, 0x01, 0, 2, 0x40, 0x01, 0, 2, 0x26, 0x01},
              FrameStart::keyFrame},
-        Case{"Sound", "PCMU", {0x65, 0x65}, FrameStart::unknown},
+        Case{"Audio", "PCMU", {0x65, 0x65}, FrameStart::unknown},
         Case{"Nothing", "H264", {}, FrameStart::unknown}),
     [](const auto& given) { return given.param.name; });
 

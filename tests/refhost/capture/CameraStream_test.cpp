@@ -159,20 +159,20 @@ TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
     ASSERT_TRUE(audio->waitForUnits(20));
     const std::int64_t now = HostClock::system().monotonicNs();
     const AccessUnit& frame = *video->units()[0];
-    const AccessUnit& sound = *audio->units()[0];
-    EXPECT_EQ(sound.packets.size(), 1U);
-    EXPECT_EQ(sound.payloadBytes, 160U);
-    EXPECT_TRUE(sound.keyFrame);
+    const AccessUnit& audioUnit = *audio->units()[0];
+    EXPECT_EQ(audioUnit.packets.size(), 1U);
+    EXPECT_EQ(audioUnit.payloadBytes, 160U);
+    EXPECT_TRUE(audioUnit.keyFrame);
     // Both live sources begin with the pipeline; a second is what a loaded machine may need to get there.
-    EXPECT_NEAR(static_cast<double>(frame.captureTimeNs - sound.captureTimeNs), 0, 1e9);
+    EXPECT_NEAR(static_cast<double>(frame.captureTimeNs - audioUnit.captureTimeNs), 0, 1e9);
     EXPECT_LT(frame.captureTimeNs, now);
     EXPECT_GT(frame.captureTimeNs, now - std::int64_t{8'000'000'000});
     // The media clocks run alike: the same distance from the start in RTP time and in capture time.
     const double framesOffset =
         frame.rtpTimestamp / 90000.0 - static_cast<double>(frame.captureTimeNs % 100'000'000'000'000) / 1e9;
-    const double soundsOffset =
-        sound.rtpTimestamp / 8000.0 - static_cast<double>(sound.captureTimeNs % 100'000'000'000'000) / 1e9;
-    EXPECT_NEAR(framesOffset, soundsOffset, 0.001);
+    const double audiosOffset = audioUnit.rtpTimestamp / 8000.0 -
+                                static_cast<double>(audioUnit.captureTimeNs % 100'000'000'000'000) / 1e9;
+    EXPECT_NEAR(framesOffset, audiosOffset, 0.001);
 }
 
 TEST_F(CameraStreamTest, ViewersThatComeAndGoWhileTheSourceHangsLeaveFewTasks)

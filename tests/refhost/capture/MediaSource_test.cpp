@@ -95,11 +95,11 @@ TEST_F(MediaSourceTest, FileIsPassedThroughInALoopWithoutASeam)
             EXPECT_LE(seam, 90000U / 2) << i;
         }
     }
-    const std::vector<AccessUnitPtr> sounds = audio->units();
-    ASSERT_GT(sounds.size(), 6U);
-    for (std::size_t i = 1; i < sounds.size(); ++i)
+    const std::vector<AccessUnitPtr> audios = audio->units();
+    ASSERT_GT(audios.size(), 6U);
+    for (std::size_t i = 1; i < audios.size(); ++i)
     {
-        EXPECT_GT(sounds[i]->captureTimeNs, sounds[i - 1]->captureTimeNs);
+        EXPECT_GT(audios[i]->captureTimeNs, audios[i - 1]->captureTimeNs);
     }
     EXPECT_EQ(video->discontinuities(), 0);
     EXPECT_EQ(source->starts(), 1);
@@ -155,7 +155,7 @@ TEST_F(MediaSourceTest, FileOfOtherCodingsIsEncodedAsConfigured)
 
 TEST_F(MediaSourceTest, UnitsOfAFileLeaveOneByOne)
 {
-    // Half a second of sound in each block; frames that are stored in another order than they are shown.
+    // Half a second of audio in each block; frames that are stored in another order than they are shown.
     makeClip(
         "videotestsrc num-buffers=25 ! video/x-raw,format=I420,width=160,height=90,framerate=25/1 ! "
         "x264enc bframes=3 b-adapt=false key-int-max=25 ! h264parse ! matroskamux name=mux ! filesink "

@@ -18,7 +18,7 @@ public:
     void onEncodedUnit(const EncodedUnitPtr& unit) override
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        (isVideo(unit->format->coding) ? frames_ : sounds_).push_back(unit);
+        (isVideo(unit->format->coding) ? frames_ : audios_).push_back(unit);
         changed_.notify_all();
     }
     void onDiscontinuity() override
@@ -28,9 +28,9 @@ public:
         changed_.notify_all();
     }
 
-    bool waitFor(std::size_t frames, std::size_t sounds)
+    bool waitFor(std::size_t frames, std::size_t audios)
     {
-        return wait([&] { return frames_.size() >= frames && sounds_.size() >= sounds; });
+        return wait([&] { return frames_.size() >= frames && audios_.size() >= audios; });
     }
     bool waitForDiscontinuity()
     {
@@ -41,10 +41,10 @@ public:
         const std::lock_guard<std::mutex> guard(mutex_);
         return frames_;
     }
-    std::vector<EncodedUnitPtr> sounds() const
+    std::vector<EncodedUnitPtr> audios() const
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        return sounds_;
+        return audios_;
     }
 
 private:
@@ -58,7 +58,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<EncodedUnitPtr> frames_;
-    std::vector<EncodedUnitPtr> sounds_;
+    std::vector<EncodedUnitPtr> audios_;
     int discontinuities_ = 0;
 };
 
@@ -121,19 +121,19 @@ TEST_F(MediaTapTest, UnitsHaveTheCaptureTimesOfThePackets)
                             [&](const EncodedUnitPtr& frame) { return frame->captureTimeNs == captured; }));
 }
 
-TEST_F(MediaTapTest, SoundComesInTheSameTimeWithItsOwnFormat)
+TEST_F(MediaTapTest, AudioComesInTheSameTimeWithItsOwnFormat)
 {
     stream.audioCodec = Codec::aac;
     open();
     const auto sink = tap();
     ASSERT_TRUE(sink->waitFor(10, 10));
-    const EncodedUnit& sound = *sink->sounds()[0];
-    EXPECT_EQ(sound.format->coding, Codec::aac);
-    EXPECT_EQ(sound.format->sampleRate, 16000);
-    EXPECT_EQ(sound.format->channels, 1);
-    EXPECT_GE(sound.format->codecData.size(), 2U);
-    EXPECT_TRUE(sound.keyFrame);
-    EXPECT_NEAR(static_cast<double>(sound.captureTimeNs - sink->frames()[0]->captureTimeNs), 0, 1e9);
+    const EncodedUnit& audio = *sink->audios()[0];
+    EXPECT_EQ(audio.format->coding, Codec::aac);
+    EXPECT_EQ(audio.format->sampleRate, 16000);
+    EXPECT_EQ(audio.format->channels, 1);
+    EXPECT_GE(audio.format->codecData.size(), 2U);
+    EXPECT_TRUE(audio.keyFrame);
+    EXPECT_NEAR(static_cast<double>(audio.captureTimeNs - sink->frames()[0]->captureTimeNs), 0, 1e9);
 }
 
 TEST_F(MediaTapTest, TapLivesThroughAStopOfTheSource)

@@ -198,7 +198,7 @@ TEST_F(LiveDispatcherTest, PlayOfAPlayingTrackGoesOn)
 TEST_F(LiveDispatcherTest, ViewersAreCountedExactlyOnce)
 {
     const auto wire = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     EXPECT_EQ(0, source->viewers.load());
     play("s", video);
     play("s", audio);

@@ -14,7 +14,7 @@ namespace refhost
 namespace test
 {
 
-/// A dispatcher over a camera with 25 frames and 50 blocks of sound a second, GOPs of 25 frames.
+/// A dispatcher over a camera with 25 frames and 50 blocks of audio a second, GOPs of 25 frames.
 class LiveFixture : public testing::Test
 {
 protected:
@@ -28,7 +28,7 @@ protected:
     LiveFixture()
     {
         settings.clock = &clock;
-        settings.soundWaitMs = 2 * blockMs;
+        settings.audioWaitMs = 2 * blockMs;
         Device::setStreams(std::make_shared<FakeDirectory>(source));
         make();
     }
@@ -102,7 +102,7 @@ protected:
         return found;
     }
 
-    /// Lets one frame's time pass: two blocks of sound, then the frame.
+    /// Lets one frame's time pass: two blocks of audio, then the frame.
     void tick()
     {
         tickAudio();

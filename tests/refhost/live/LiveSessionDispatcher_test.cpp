@@ -97,20 +97,20 @@ TEST_F(LiveSessionDispatcherTest, StartsWithTheLastKeyFrameAndTellsItsPacket)
     EXPECT_NE(wire->packets.front().ssrc, viewer->packets.front().ssrc);
 }
 
-TEST_F(LiveSessionDispatcherTest, TheSoundStartsWithTheFrame)
+TEST_F(LiveSessionDispatcherTest, TheAudioStartsWithTheFrame)
 {
     const auto frames = open("s", video);
-    const auto sound = open("s", audio);
+    const auto audioWire = open("s", audio);
     EXPECT_EQ(0, sessions.play("s", video));
     EXPECT_EQ(0, sessions.play("s", audio));
     tickAudio();
-    EXPECT_TRUE(sound->units().empty());
+    EXPECT_TRUE(audioWire->units().empty());
     const auto key = tickVideo();
     tickAudio();
     ASSERT_EQ(1U, frames->units().size());
     EXPECT_EQ(key, frames->units().front());
-    ASSERT_FALSE(sound->units().empty());
-    EXPECT_LE(key->captureTimeNs, sound->units().front()->captureTimeNs);
+    ASSERT_FALSE(audioWire->units().empty());
+    EXPECT_LE(key->captureTimeNs, audioWire->units().front()->captureTimeNs);
 }
 
 TEST_F(LiveSessionDispatcherTest, APauseKeepsSsrcAndSequence)
@@ -132,7 +132,7 @@ TEST_F(LiveSessionDispatcherTest, APauseKeepsSsrcAndSequence)
 TEST_F(LiveSessionDispatcherTest, ASessionEndsWithItsLastConnectedTrack)
 {
     const auto frames = open("s", video);
-    const auto sound = open("s", audio);
+    const auto audioWire = open("s", audio);
     EXPECT_EQ(0, sessions.remove("s", video));
     EXPECT_TRUE(sessions.has("s"));
     EXPECT_EQ(0, sessions.remove("s", audio));
@@ -143,7 +143,7 @@ TEST_F(LiveSessionDispatcherTest, ASessionEndsWithItsLastConnectedTrack)
 
 TEST_F(LiveSessionDispatcherTest, ATrackThatEndedBeginsAnewWhileAnotherOneKeepsTheSession)
 {
-    const auto sound = open("s", audio);
+    const auto audioWire = open("s", audio);
     const auto former = open("s", video);
     int before = 0;
     int after = 0;
@@ -159,7 +159,7 @@ TEST_F(LiveSessionDispatcherTest, ATrackThatEndedBeginsAnewWhileAnotherOneKeepsT
     EXPECT_LT(0U, frames->units().size());
     ASSERT_EQ(0, sessions.getSsrc("s", video, after));
     EXPECT_NE(before, after) << "the former said goodbye";
-    EXPECT_TRUE(sound->contiguous());
+    EXPECT_TRUE(audioWire->contiguous());
     EXPECT_EQ(0, sessions.remove("s", video));
     EXPECT_EQ(0, sessions.remove("s", audio));
     EXPECT_EQ(0U, sessions.sessionCount());
@@ -168,7 +168,7 @@ TEST_F(LiveSessionDispatcherTest, ATrackThatEndedBeginsAnewWhileAnotherOneKeepsT
 
 TEST_F(LiveSessionDispatcherTest, ATrackThatEndedIsUnknownUntilItHasAConnectionAgain)
 {
-    const auto sound = open("s", audio);
+    const auto audioWire = open("s", audio);
     const auto frames = open("s", video);
     sessions.play("s", video);
     ticks(1);

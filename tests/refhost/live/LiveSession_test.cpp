@@ -76,7 +76,7 @@ private:
 class LiveSessionTest : public LiveFixture
 {
 protected:
-    void deliverBesideBusySound(bool byPlay);
+    void deliverBesideBusyAudio(bool byPlay);
 };
 
 TEST_F(LiveSessionTest, AFanOutDoesNotWaitForASessionThatIsBusyElsewhere)
@@ -106,8 +106,8 @@ TEST_F(LiveSessionTest, AFanOutDoesNotWaitForASessionThatIsBusyElsewhere)
     EXPECT_TRUE(wire->contiguous());
 }
 
-/// Frames come while another thread is busy with the session's sound, behind the frames.
-void LiveSessionTest::deliverBesideBusySound(bool byPlay)
+/// Frames come while another thread is busy with the session's audioWire, behind the frames.
+void LiveSessionTest::deliverBesideBusyAudio(bool byPlay)
 {
     Gate entered;
     Gate leave;
@@ -147,12 +147,12 @@ void LiveSessionTest::deliverBesideBusySound(bool byPlay)
 
 TEST_F(LiveSessionTest, WhoHoldsTheSessionSendsWhatCameMeanwhile)
 {
-    deliverBesideBusySound(true);
+    deliverBesideBusyAudio(true);
 }
 
 TEST_F(LiveSessionTest, WhoPumpsTheSessionSendsWhatCameMeanwhile)
 {
-    deliverBesideBusySound(false);
+    deliverBesideBusyAudio(false);
 }
 
 TEST_F(LiveSessionTest, RemoveWaitsForAPacketThatIsJustLeaving)
@@ -203,7 +203,7 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
                 }
             }
         });
-    std::thread sound(
+    std::thread audioThread(
         [&]
         {
             for (int i = 0; i < 2000000 && !done; ++i)
@@ -254,7 +254,7 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
     }
     done = true;
     fanOut.join();
-    sound.join();
+    audioThread.join();
 
     EXPECT_EQ(1, source->viewers.load());
     EXPECT_EQ(1U, dispatcher->trackCount());
@@ -273,7 +273,7 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
 TEST_F(LiveSessionTest, TracksOfOneSessionAreUsedByManyThreadsAtOnce)
 {
     const auto frames = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     std::vector<std::thread> threads;
     for (int number = 0; number < 4; ++number)
     {
@@ -304,7 +304,7 @@ TEST_F(LiveSessionTest, TracksOfOneSessionAreUsedByManyThreadsAtOnce)
     }
     EXPECT_EQ(0, source->viewers.load());
     EXPECT_TRUE(frames->contiguous());
-    EXPECT_TRUE(sound->contiguous());
+    EXPECT_TRUE(audioWire->contiguous());
 }
 
 }  // namespace

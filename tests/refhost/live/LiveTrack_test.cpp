@@ -112,39 +112,39 @@ TEST_F(LiveTrackTest, UnitsWithoutPacketsAreDropped)
     EXPECT_EQ(0U, track->head());
 }
 
-TEST_F(LiveTrackTest, SoundKeepsTwoSecondsByItselfAndMoreWhereTheFrameNeedsIt)
+TEST_F(LiveTrackTest, AudioKeepsTwoSecondsByItselfAndMoreWhereTheFrameNeedsIt)
 {
-    const auto sound = make(false);
+    const auto audio = make(false);
     for (int i = 0; i < 200; ++i)
     {
-        sound->onAccessUnit(unit(i * 20, true));
+        audio->onAccessUnit(unit(i * 20, true));
     }
-    EXPECT_EQ(99U, sound->look(0).base);
+    EXPECT_EQ(99U, audio->look(0).base);
     past->videoSinceNs = 100 * 20 * ms;
     for (int i = 200; i < 400; ++i)
     {
-        sound->onAccessUnit(unit(i * 20, true));
+        audio->onAccessUnit(unit(i * 20, true));
     }
-    EXPECT_EQ(100U, sound->look(0).base);
+    EXPECT_EQ(100U, audio->look(0).base);
     past->videoSinceNs = StreamPast::none;
-    sound->onAccessUnit(unit(400 * 20, true));
-    EXPECT_EQ(300U, sound->look(0).base);
+    audio->onAccessUnit(unit(400 * 20, true));
+    EXPECT_EQ(300U, audio->look(0).base);
 }
 
 TEST_F(LiveTrackTest, FindsTheFirstUnitOfACaptureTime)
 {
-    const auto sound = make(false);
+    const auto audio = make(false);
     for (int i = 0; i < 50; ++i)
     {
-        sound->onAccessUnit(unit(1000 + i * 20, true));
+        audio->onAccessUnit(unit(1000 + i * 20, true));
     }
-    EXPECT_EQ(0U, sound->firstSince(0, 0).index);
-    EXPECT_EQ(10U, sound->firstSince(1200 * ms, 0).index);
-    EXPECT_EQ(11U, sound->firstSince(1200 * ms + 1, 0).index);
-    EXPECT_EQ(30U, sound->firstSince(1200 * ms, 30).index);
-    EXPECT_EQ(nullptr, sound->firstSince(9000 * ms, 0).unit);
-    EXPECT_EQ(nullptr, sound->firstSince(1200 * ms, 50).unit);
-    EXPECT_EQ(nullptr, sound->firstSince(1200 * ms, 5000).unit);
+    EXPECT_EQ(0U, audio->firstSince(0, 0).index);
+    EXPECT_EQ(10U, audio->firstSince(1200 * ms, 0).index);
+    EXPECT_EQ(11U, audio->firstSince(1200 * ms + 1, 0).index);
+    EXPECT_EQ(30U, audio->firstSince(1200 * ms, 30).index);
+    EXPECT_EQ(nullptr, audio->firstSince(9000 * ms, 0).unit);
+    EXPECT_EQ(nullptr, audio->firstSince(1200 * ms, 50).unit);
+    EXPECT_EQ(nullptr, audio->firstSince(1200 * ms, 5000).unit);
 }
 
 TEST_F(LiveTrackTest, ADiscontinuityForgetsEverythingAndPutsEverybodyBehind)

@@ -97,23 +97,23 @@ TEST_F(TrackSenderTest, WhoFellOutOfTheRingWaitsForAKeyFrame)
     EXPECT_TRUE(wire->contiguous());
 }
 
-TEST_F(TrackSenderTest, LateSoundLosesWhatIsOlderThanASecond)
+TEST_F(TrackSenderTest, LateAudioLosesWhatIsOlderThanASecond)
 {
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     play("s", audio);
     ticks(5);
-    sound->capacity = 0;
+    audioWire->capacity = 0;
     ticks(20);
-    sound->capacity = 5;
-    sound->ready();
-    EXPECT_EQ(15U, sound->units().size());  // 800 ms late: nothing is lost
+    audioWire->capacity = 5;
+    audioWire->ready();
+    EXPECT_EQ(15U, audioWire->units().size());  // 800 ms late: nothing is lost
     ticks(20);
-    sound->capacity = SIZE_MAX;
-    sound->ready();
-    EXPECT_EQ(0, (clock.monotonicNs() - sound->units().back()->captureTimeNs));
-    EXPECT_GE(sound->units()[15]->captureTimeNs, clock.monotonicNs() - 1'000'000'000);
+    audioWire->capacity = SIZE_MAX;
+    audioWire->ready();
+    EXPECT_EQ(0, (clock.monotonicNs() - audioWire->units().back()->captureTimeNs));
+    EXPECT_GE(audioWire->units()[15]->captureTimeNs, clock.monotonicNs() - 1'000'000'000);
     EXPECT_GT(statistics("s", audio).unitsSkipped, 10U);
-    EXPECT_TRUE(sound->contiguous());
+    EXPECT_TRUE(audioWire->contiguous());
 }
 
 TEST_F(TrackSenderTest, TheAnnouncedFirstUnitSurvivesACongestion)

@@ -117,7 +117,7 @@ TEST_F(TrackSenderTest, ReportsComeEveryFewSecondsWithExactCounts)
 TEST_F(TrackSenderTest, VideoAndAudioReportUnderOneName)
 {
     const auto frames = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     const auto other = setUp("t", video);
     for (const char* track : {video, audio})
     {
@@ -127,7 +127,7 @@ TEST_F(TrackSenderTest, VideoAndAudioReportUnderOneName)
     ticks(2);
     const ReadReport report(frames->rtcp.front());
     EXPECT_EQ(16U, report.name.size());
-    EXPECT_EQ(report.name, ReadReport(sound->rtcp.front()).name);
+    EXPECT_EQ(report.name, ReadReport(audioWire->rtcp.front()).name);
     EXPECT_NE(report.name, ReadReport(other->rtcp.front()).name);
 }
 
@@ -147,7 +147,7 @@ TEST_F(TrackSenderTest, AChangedMappingIsReportedAtOnce)
 TEST_F(TrackSenderTest, AClockThatIsSetIsReportedAtOnceByAllTracksWhileRtpTimeGoesOn)
 {
     const auto frames = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     for (const char* track : {video, audio})
     {
         play("s", track);
@@ -155,12 +155,12 @@ TEST_F(TrackSenderTest, AClockThatIsSetIsReportedAtOnceByAllTracksWhileRtpTimeGo
     ticks(5);
     for (const std::int64_t byMs : {-7'200'000LL, 10 * 365 * 86'400'000LL, -3'600'000LL})
     {
-        const std::size_t before[] = {frames->rtcp.size(), sound->rtcp.size()};
+        const std::size_t before[] = {frames->rtcp.size(), audioWire->rtcp.size()};
         const std::size_t sent = frames->packets.size();
         clock.setWall(byMs);
         ticks(6);
         ASSERT_EQ(before[0] + 1, frames->rtcp.size()) << byMs;
-        ASSERT_EQ(before[1] + 1, sound->rtcp.size()) << byMs;
+        ASSERT_EQ(before[1] + 1, audioWire->rtcp.size()) << byMs;
         const ReadReport report(frames->rtcp.back());
         // Sent with one of the last frames, and dated by the clock as it is set now.
         const std::int64_t agoMs = clock.wallNs() / 1'000'000 - report.wallMs();

@@ -120,31 +120,31 @@ TEST_F(TrackSenderTest, RtpInfoBeforePlayIsRefused)
     EXPECT_FALSE(dispatcher->firstPacketOfPlay("s", video, info));
 }
 
-// ---- Sound with its frame
+// ---- Audio with its frame
 
-TEST_F(TrackSenderTest, SoundStartsAtTheKeyFrameWhicheverIsPlayedFirst)
+TEST_F(TrackSenderTest, AudioStartsAtTheKeyFrameWhicheverIsPlayedFirst)
 {
     setUp("first", video);
     setUp("first", audio);
     ticks(40);
     int number = 0;
-    for (const bool soundFirst : {false, true})
+    for (const bool audioFirst : {false, true})
     {
         for (const bool asked : {false, true})
         {
             const std::string session = "s" + std::to_string(++number);
             const auto frames = setUp(session, video);
-            const auto sound = setUp(session, audio);
+            const auto audioWire = setUp(session, audio);
             hold(session);
-            play(session, soundFirst ? audio : video);
+            play(session, audioFirst ? audio : video);
             tick();
-            play(session, soundFirst ? video : audio);
+            play(session, audioFirst ? video : audio);
             if (asked)
             {
-                const RTPPacketInfo soundInfo = rtpInfo(session, audio);
+                const RTPPacketInfo audioInfo = rtpInfo(session, audio);
                 const RTPPacketInfo frameInfo = rtpInfo(session, video);
                 release(session);
-                expectFirst(soundInfo, sound->packets.front());
+                expectFirst(audioInfo, audioWire->packets.front());
                 expectFirst(frameInfo, frames->packets.front());
             }
             else
@@ -153,103 +153,103 @@ TEST_F(TrackSenderTest, SoundStartsAtTheKeyFrameWhicheverIsPlayedFirst)
             }
             const AccessUnitPtr key = frames->units().front();
             EXPECT_TRUE(key->keyFrame);
-            EXPECT_EQ(key->captureTimeNs, sound->units().front()->captureTimeNs);
-            EXPECT_TRUE(sound->contiguous());
+            EXPECT_EQ(key->captureTimeNs, audioWire->units().front()->captureTimeNs);
+            EXPECT_TRUE(audioWire->contiguous());
             remove(session, video);
             remove(session, audio);
         }
     }
 }
 
-TEST_F(TrackSenderTest, SoundAskedFirstKeepsItsMappingOverAPause)
+TEST_F(TrackSenderTest, AudioAskedFirstKeepsItsMappingOverAPause)
 {
     const auto frames = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     hold("s");
     play("s", video);
     play("s", audio);
     release("s");
     ticks(10);
-    const SentPacket before = sound->packets.front();
+    const SentPacket before = audioWire->packets.front();
     pause("s", video);
     pause("s", audio);
     ticks(20);
-    const std::size_t sent = sound->packets.size();
+    const std::size_t sent = audioWire->packets.size();
     hold("s");
     play("s", video);
     play("s", audio);
     const RTPPacketInfo info = rtpInfo("s", audio);
     release("s");
-    const SentPacket& after = sound->packets[sent];
+    const SentPacket& after = audioWire->packets[sent];
     expectFirst(info, after);
     EXPECT_EQ(after.unit->rtpTimestamp - before.unit->rtpTimestamp, after.timestamp - before.timestamp);
 }
 
-TEST_F(TrackSenderTest, SoundWaitsForAFrameThatIsStillToCome)
+TEST_F(TrackSenderTest, AudioWaitsForAFrameThatIsStillToCome)
 {
     const auto frames = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     hold("s");
     frame = 5;
     ticks(3);
     play("s", audio);
     play("s", video);
-    const RTPPacketInfo soundInfo = rtpInfo("s", audio);
+    const RTPPacketInfo audioInfo = rtpInfo("s", audio);
     const RTPPacketInfo frameInfo = rtpInfo("s", video);
     release("s");
     ticks(5);
-    EXPECT_TRUE(sound->packets.empty());
+    EXPECT_TRUE(audioWire->packets.empty());
     frame = gop;
     tick();
     ASSERT_FALSE(frames->packets.empty());
     tick();
-    ASSERT_FALSE(sound->packets.empty());
-    expectFirst(soundInfo, sound->packets.front());
+    ASSERT_FALSE(audioWire->packets.empty());
+    expectFirst(audioInfo, audioWire->packets.front());
     expectFirst(frameInfo, frames->packets.front());
-    EXPECT_EQ(frames->units().front()->captureTimeNs, sound->units().front()->captureTimeNs);
+    EXPECT_EQ(frames->units().front()->captureTimeNs, audioWire->units().front()->captureTimeNs);
 }
 
-TEST_F(TrackSenderTest, SoundDoesNotWaitForEverForAFrame)
+TEST_F(TrackSenderTest, AudioDoesNotWaitForEverForAFrame)
 {
     setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     play("s", video);
     play("s", audio);
     for (int i = 0; i < 240; ++i)
     {
         tickAudio();
     }
-    EXPECT_TRUE(sound->packets.empty());
+    EXPECT_TRUE(audioWire->packets.empty());
     for (int i = 0; i < 20; ++i)
     {
         tickAudio();
     }
-    EXPECT_FALSE(sound->packets.empty());
+    EXPECT_FALSE(audioWire->packets.empty());
 }
 
-TEST_F(TrackSenderTest, SoundAloneStartsWithTheNewestBlock)
+TEST_F(TrackSenderTest, AudioAloneStartsWithTheNewestBlock)
 {
     setUp("first", audio);
     ticks(10);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     play("s", audio);
-    ASSERT_EQ(1U, sound->units().size());
-    EXPECT_EQ(clock.monotonicNs(), sound->units().front()->captureTimeNs);
+    ASSERT_EQ(1U, audioWire->units().size());
+    EXPECT_EQ(clock.monotonicNs(), audioWire->units().front()->captureTimeNs);
     EXPECT_EQ(0, source->keyRequests.load());
 }
 
-TEST_F(TrackSenderTest, SoundThatJoinsRunningVideoStartsWhereItIs)
+TEST_F(TrackSenderTest, AudioThatJoinsRunningVideoStartsWhereItIs)
 {
     const auto frames = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     play("s", video);
     ticks(60);
     play("s", audio);
-    ASSERT_FALSE(sound->packets.empty());
-    EXPECT_EQ(frames->units().back()->captureTimeNs, sound->units().front()->captureTimeNs);
+    ASSERT_FALSE(audioWire->packets.empty());
+    EXPECT_EQ(frames->units().back()->captureTimeNs, audioWire->units().front()->captureTimeNs);
 }
 
-TEST_F(TrackSenderTest, SoundKeepsWhatLongGopsNeed)
+TEST_F(TrackSenderTest, AudioKeepsWhatLongGopsNeed)
 {
     setUp("first", video);
     setUp("first", audio);
@@ -261,94 +261,94 @@ TEST_F(TrackSenderTest, SoundKeepsWhatLongGopsNeed)
         source->feed(video, makeUnit(videoBase + i * 3600U, clock.monotonicNs(), false, 1));
     }
     const auto frames = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     hold("s");
     play("s", video);
     play("s", audio);
     release("s");
     EXPECT_EQ(200U, frames->units().size());
-    EXPECT_EQ(frames->units().front()->captureTimeNs, sound->units().front()->captureTimeNs);
+    EXPECT_EQ(frames->units().front()->captureTimeNs, audioWire->units().front()->captureTimeNs);
 }
 
-// ---- Sound that travels with the frame
+// ---- Audio that travels with the frame
 
-class SoundRideTest : public TrackSenderTest
+class AudioRideTest : public TrackSenderTest
 {
 protected:
     /// Starts a session whose way joins units, both tracks up to date.
     void begin()
     {
         frames = setUp("s", video);
-        sound = setUp("s", audio);
+        audioWire = setUp("s", audio);
         frames->traits.joinsUnits = true;
-        sound->traits.joinsUnits = true;
+        audioWire->traits.joinsUnits = true;
         hold("s");
         play("s", video);
         play("s", audio);
         release("s");
         ticks(2);
         frames->packets.clear();
-        sound->packets.clear();
+        audioWire->packets.clear();
     }
 
     std::shared_ptr<Wire> frames;
-    std::shared_ptr<Wire> sound;
+    std::shared_ptr<Wire> audioWire;
 };
 
-TEST_F(SoundRideTest, SoundGoesInFrontOfTheFrameThatFollows)
+TEST_F(AudioRideTest, AudioGoesInFrontOfTheFrameThatFollows)
 {
     begin();
     tickAudio();
     tickAudio();
-    EXPECT_TRUE(sound->packets.empty());
+    EXPECT_TRUE(audioWire->packets.empty());
     tickVideo();
-    ASSERT_EQ(2U, sound->packets.size());
-    EXPECT_TRUE(sound->packets[0].more);
-    EXPECT_TRUE(sound->packets[1].more);
+    ASSERT_EQ(2U, audioWire->packets.size());
+    EXPECT_TRUE(audioWire->packets[0].more);
+    EXPECT_TRUE(audioWire->packets[1].more);
     ASSERT_FALSE(frames->packets.empty());
     EXPECT_FALSE(frames->packets.back().more);
-    EXPECT_TRUE(sound->contiguous());
+    EXPECT_TRUE(audioWire->contiguous());
 }
 
-TEST_F(SoundRideTest, SoundDoesNotWaitLongerThanToldForALateFrame)
+TEST_F(AudioRideTest, AudioDoesNotWaitLongerThanToldForALateFrame)
 {
     begin();
     tickAudio();
     tickAudio();
-    EXPECT_TRUE(sound->packets.empty());
+    EXPECT_TRUE(audioWire->packets.empty());
     tickAudio();  // the first of the three waits for 40 ms now
-    ASSERT_EQ(3U, sound->packets.size());
-    EXPECT_TRUE(sound->packets[0].more);
-    EXPECT_FALSE(sound->packets[2].more);
+    ASSERT_EQ(3U, audioWire->packets.size());
+    EXPECT_TRUE(audioWire->packets[0].more);
+    EXPECT_FALSE(audioWire->packets[2].more);
     tickAudio();
-    EXPECT_EQ(3U, sound->packets.size());
+    EXPECT_EQ(3U, audioWire->packets.size());
 }
 
-TEST_F(SoundRideTest, SoundDoesNotWaitForAFrameThatIsStuckOrPaused)
+TEST_F(AudioRideTest, AudioDoesNotWaitForAFrameThatIsStuckOrPaused)
 {
     begin();
     frames->capacity = 0;
     tickVideo();
     tickAudio();
-    EXPECT_EQ(1U, sound->packets.size());
+    EXPECT_EQ(1U, audioWire->packets.size());
     frames->capacity = SIZE_MAX;
     frames->ready();
     pause("s", video);
     tickAudio();
-    EXPECT_EQ(2U, sound->packets.size());
+    EXPECT_EQ(2U, audioWire->packets.size());
 }
 
-TEST_F(SoundRideTest, SoundDoesNotWaitWhereItSavesNothing)
+TEST_F(AudioRideTest, AudioDoesNotWaitWhereItSavesNothing)
 {
     begin();
     frames->traits.joinsUnits = false;
-    sound->traits.joinsUnits = false;
+    audioWire->traits.joinsUnits = false;
     tickAudio();
-    ASSERT_EQ(1U, sound->packets.size());
-    EXPECT_FALSE(sound->packets[0].more);
+    ASSERT_EQ(1U, audioWire->packets.size());
+    EXPECT_FALSE(audioWire->packets[0].more);
 }
 
-TEST_F(SoundRideTest, UnitsThatCatchUpAreJoinedUpToTheLast)
+TEST_F(AudioRideTest, UnitsThatCatchUpAreJoinedUpToTheLast)
 {
     begin();
     ticks(20);
@@ -363,7 +363,7 @@ TEST_F(SoundRideTest, UnitsThatCatchUpAreJoinedUpToTheLast)
     }
 }
 
-TEST_F(SoundRideTest, AWayWithoutAPaceCatchesUpWithTheNextUnitInOneRun)
+TEST_F(AudioRideTest, AWayWithoutAPaceCatchesUpWithTheNextUnitInOneRun)
 {
     begin();
     ticks(20);
@@ -386,25 +386,25 @@ TEST_F(SoundRideTest, AWayWithoutAPaceCatchesUpWithTheNextUnitInOneRun)
 TEST_F(TrackSenderTest, TimestampsGoOnByTheElapsedTimeOverARestartOfTheSource)
 {
     const auto frames = setUp("s", video);
-    const auto sound = setUp("s", audio);
+    const auto audioWire = setUp("s", audio);
     hold("s");
     play("s", video);
     play("s", audio);
     release("s");
     ticks(7);
     const SentPacket lastFrame = frames->packets.back();
-    const SentPacket lastSound = sound->packets.back();
+    const SentPacket lastAudio = audioWire->packets.back();
     const std::size_t sentFrames = frames->packets.size();
-    const std::size_t sentSound = sound->packets.size();
+    const std::size_t sentAudio = audioWire->packets.size();
     restartSource();
     clock.advanceMs(2000);
     tick();
     EXPECT_EQ(lastFrame.timestamp + 90 * 2040, frames->packets[sentFrames].timestamp);
-    EXPECT_EQ(lastSound.timestamp + 8 * 2020, sound->packets[sentSound].timestamp);
+    EXPECT_EQ(lastAudio.timestamp + 8 * 2020, audioWire->packets[sentAudio].timestamp);
     ticks(3);
     EXPECT_EQ(lastFrame.timestamp + 90 * 2160, frames->packets.back().timestamp);
     EXPECT_TRUE(frames->contiguous());
-    EXPECT_TRUE(sound->contiguous());
+    EXPECT_TRUE(audioWire->contiguous());
 }
 
 TEST_F(TrackSenderTest, NewViewersGetNothingFromBeforeARestart)

@@ -56,7 +56,7 @@ TEST_F(FootageDescriberTest, AacAndH265HaveTheirParameters)
     EXPECT_NE(tracks[1].formatParameters.find("config="), std::string::npos);
 }
 
-TEST_F(FootageDescriberTest, FramesWithoutSoundAreOneTrack)
+TEST_F(FootageDescriberTest, FramesWithoutAudioAreOneTrack)
 {
     addFile(makeFile(1, frames, ""), 0, 1);
     ASSERT_EQ(describe(0, 100), 0);
@@ -78,7 +78,7 @@ TEST_F(FootageDescriberTest, TheFirstSegmentThatCanBeReadCounts)
     EXPECT_EQ(describe(0, 100), 0);
 }
 
-TEST_F(FootageDescriberTest, SoundThatCameLaterIsToldAsSoonAsItIsThere)
+TEST_F(FootageDescriberTest, AudioThatCameLaterIsToldAsSoonAsItIsThere)
 {
     const std::string whole = directory_ + "/whole.mkv";
     run("matroskamux name=mux ! filesink location=" + whole +

@@ -42,7 +42,7 @@ TEST(PlaySpeed, BackwardsAreKeyFramesWithoutAudio)
     EXPECT_EQ(PlaySpeed::used(-16, 16).speed, 2);
     EXPECT_TRUE(PlaySpeed::used(-1, 1).backwards());
     EXPECT_TRUE(PlaySpeed::used(-1, 1).keyFramesOnly());
-    EXPECT_FALSE(PlaySpeed::used(-1, 1).withSound());
+    EXPECT_FALSE(PlaySpeed::used(-1, 1).withAudio());
     EXPECT_FALSE(PlaySpeed::used(1, 1).backwards());
 }
 
@@ -58,12 +58,12 @@ TEST(PlaySpeed, OnlyKeyFramesAboveFour)
     EXPECT_TRUE(PlaySpeed::used(4.1, 1).keyFramesOnly());
 }
 
-TEST(PlaySpeed, SoundFromOneToTwo)
+TEST(PlaySpeed, AudioFromOneToTwo)
 {
-    EXPECT_FALSE(PlaySpeed::used(0.5, 1).withSound());
-    EXPECT_TRUE(PlaySpeed::used(1, 8).withSound());
-    EXPECT_TRUE(PlaySpeed::used(2, 1).withSound());
-    EXPECT_FALSE(PlaySpeed::used(2.5, 1).withSound());
+    EXPECT_FALSE(PlaySpeed::used(0.5, 1).withAudio());
+    EXPECT_TRUE(PlaySpeed::used(1, 8).withAudio());
+    EXPECT_TRUE(PlaySpeed::used(2, 1).withAudio());
+    EXPECT_FALSE(PlaySpeed::used(2.5, 1).withAudio());
 }
 
 }  // namespace

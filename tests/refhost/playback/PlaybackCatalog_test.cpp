@@ -63,7 +63,7 @@ TEST_F(PlaybackCatalogTest, WhereRecordingBeganLaterThePresentationDoesToo)
     EXPECT_DOUBLE_EQ(info.recordSeconds, 9.25);
 }
 
-TEST_F(PlaybackCatalogTest, SoundAloneBeginsWithItsFirstBlock)
+TEST_F(PlaybackCatalogTest, AudioAloneBeginsWithItsFirstBlock)
 {
     addFile(makeFile(2, "", "alawenc"), 10.5, 2);
     ASSERT_EQ(describe(11, 12), 0);

@@ -24,7 +24,7 @@ namespace test
 constexpr std::int64_t ns = 1'000'000'000;
 constexpr std::int64_t msNs = 1'000'000;
 
-/// Footage that a test scripts: 25 frames and 50 blocks of sound a second, a key frame every second.
+/// Footage that a test scripts: 25 frames and 50 blocks of audio a second, a key frame every second.
 struct FakeFootage
 {
     static constexpr std::int64_t frameNs = 40 * msNs;
@@ -101,9 +101,9 @@ public:
             nextFrame_ = std::max(nextFrame_, stretch.beginNs);
             nextBlock_ = std::max(nextBlock_, stretch.beginNs);
             const std::int64_t end = std::min(stretch.endNs, request_.endNs);
-            const bool sound = request_.sound.payloadSize > 0;
+            const bool audio = request_.audio.payloadSize > 0;
             const bool video = request_.video.payloadSize > 0;
-            if (video && nextFrame_ < end && (!sound || nextFrame_ <= nextBlock_))
+            if (video && nextFrame_ < end && (!audio || nextFrame_ <= nextBlock_))
             {
                 const std::int64_t step = request_.keyFramesOnly ? ns : FakeFootage::frameNs;
                 out = make(true, nextFrame_, (nextFrame_ - stretch.beginNs) % ns == 0, step);
@@ -111,7 +111,7 @@ public:
                 out.last = nextFrame_ >= end;
                 return Result::unit;
             }
-            if (sound && nextBlock_ < end)
+            if (audio && nextBlock_ < end)
             {
                 out = make(false, nextBlock_, true, FakeFootage::blockNs);
                 nextBlock_ += FakeFootage::blockNs;

@@ -71,24 +71,24 @@ TEST_F(PlaybackPlay, StartsAtTheKeyFrameAtOrBeforeAndTellsWhere)
 TEST_F(PlaybackPlay, RtpInfoNamesTheFirstPacketOfEachTrack)
 {
     const auto frames = setUp(video);
-    const auto sound = setUp(audio);
+    const auto audioWire = setUp(audio);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
     RTPPacketInfo first;
-    RTPPacketInfo firstSound;
+    RTPPacketInfo firstAudio;
     ASSERT_EQ(session->firstPacket(video, first), 0);
-    ASSERT_EQ(session->firstPacket(audio, firstSound), 0);
+    ASSERT_EQ(session->firstPacket(audio, firstAudio), 0);
     pass(100);
     EXPECT_EQ(first.sequenceNumber, frames->packets.front().sequence);
     EXPECT_EQ(first.rtpTimestamp, frames->packets.front().timestamp);
-    EXPECT_EQ(firstSound.sequenceNumber, sound->packets.front().sequence);
-    EXPECT_EQ(firstSound.rtpTimestamp, sound->packets.front().timestamp);
+    EXPECT_EQ(firstAudio.sequenceNumber, audioWire->packets.front().sequence);
+    EXPECT_EQ(firstAudio.rtpTimestamp, audioWire->packets.front().timestamp);
 }
 
 TEST_F(PlaybackPlay, TimestampsFollowTheFootage)
 {
     const auto frames = setUp(video);
-    const auto sound = setUp(audio);
+    const auto audioWire = setUp(audio);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
     pass(2000);
@@ -96,18 +96,18 @@ TEST_F(PlaybackPlay, TimestampsFollowTheFootage)
     {
         ASSERT_EQ(frames->packets[i].timestamp - frames->packets[i - 3].timestamp, 3600U);
     }
-    for (std::size_t i = 1; i < sound->packets.size(); ++i)
+    for (std::size_t i = 1; i < audioWire->packets.size(); ++i)
     {
-        ASSERT_EQ(sound->packets[i].timestamp - sound->packets[i - 1].timestamp, 160U);
+        ASSERT_EQ(audioWire->packets[i].timestamp - audioWire->packets[i - 1].timestamp, 160U);
     }
     EXPECT_TRUE(frames->contiguous());
-    EXPECT_TRUE(sound->contiguous());
+    EXPECT_TRUE(audioWire->contiguous());
 }
 
 TEST_F(PlaybackPlay, EndsExactlyAtTheEndAndSaysGoodbye)
 {
     const auto frames = setUp(video);
-    const auto sound = setUp(audio);
+    const auto audioWire = setUp(audio);
     ASSERT_EQ(playFrom(video, 17, 19), 0);
     ASSERT_EQ(play(audio), 0);
     pass(1995);
@@ -116,9 +116,9 @@ TEST_F(PlaybackPlay, EndsExactlyAtTheEndAndSaysGoodbye)
     pass(10);
     EXPECT_EQ(frames->units().size(), 50U);
     EXPECT_DOUBLE_EQ(secondsOf(*frames).back(), 18.96);
-    EXPECT_EQ(sound->units().size(), 100U);
+    EXPECT_EQ(audioWire->units().size(), 100U);
     EXPECT_TRUE(saidGoodbye(*frames));
-    EXPECT_TRUE(saidGoodbye(*sound));
+    EXPECT_TRUE(saidGoodbye(*audioWire));
     EXPECT_TRUE(session->ended());
     EXPECT_EQ(scheduler.size(), 0U);
 }
@@ -144,7 +144,7 @@ TEST_F(PlaybackPlay, PlaysAgainAfterTheEnd)
 TEST_F(PlaybackPlay, PauseLosesNothingAndLeavesNoGap)
 {
     const auto frames = setUp(video);
-    const auto sound = setUp(audio);
+    const auto audioWire = setUp(audio);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
     pass(1010);
@@ -168,7 +168,7 @@ TEST_F(PlaybackPlay, PauseLosesNothingAndLeavesNoGap)
         ASSERT_NEAR(seconds[i], 0.04 * static_cast<double>(i), 1e-6);
     }
     EXPECT_TRUE(frames->contiguous());
-    EXPECT_TRUE(sound->contiguous());
+    EXPECT_TRUE(audioWire->contiguous());
     EXPECT_EQ(frames->packets[3 * before].timestamp - frames->packets[0].timestamp, before * 3600);
     EXPECT_EQ(first.sequenceNumber, frames->packets[3 * before].sequence);
     EXPECT_NEAR(begin, seconds[before], 0.021);
@@ -231,10 +231,10 @@ TEST_F(PlaybackPlay, WithoutFootageThereIsNoPlay)
 TEST_F(PlaybackPlay, ATrackThatDoesNotPlayIsLeftOut)
 {
     const auto frames = setUp(video);
-    const auto sound = setUp(audio);
+    const auto audioWire = setUp(audio);
     ASSERT_EQ(play(video), 0);
     pass(3000);
-    EXPECT_TRUE(sound->units().empty());
+    EXPECT_TRUE(audioWire->units().empty());
     EXPECT_GE(frames->units().size(), 70U);
     EXPECT_TRUE(frames->contiguous());
 }
@@ -244,10 +244,10 @@ TEST_F(PlaybackPlay, ATrackSetUpLaterJoins)
     const auto frames = setUp(video);
     ASSERT_EQ(play(video), 0);
     pass(1000);
-    const auto sound = setUp(audio);
+    const auto audioWire = setUp(audio);
     ASSERT_EQ(play(audio), 0);
     pass(1000);
-    EXPECT_GE(sound->units().size(), 48U);
+    EXPECT_GE(audioWire->units().size(), 48U);
     EXPECT_TRUE(frames->contiguous());
 }
 

@@ -33,7 +33,7 @@ std::vector<std::int64_t> order(PlaybackQueue& queue)
     return found;
 }
 
-TEST(PlaybackQueue, SoundGoesInFrontOfLaterFrames)
+TEST(PlaybackQueue, AudioGoesInFrontOfLaterFrames)
 {
     PlaybackQueue queue;
     for (const int due : {0, 40, 80, 120})

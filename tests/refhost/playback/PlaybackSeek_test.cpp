@@ -114,7 +114,7 @@ TEST_F(PlaybackSeek, KeyFramesAloneAreReadWithTheDistanceThatWasAskedFor)
     const PlaybackSource::Request asked = footage->requests.back();
     EXPECT_TRUE(asked.keyFramesOnly);
     EXPECT_EQ(asked.keyDistanceNs, 4 * ns);
-    EXPECT_EQ(asked.sound.payloadSize, 0);
+    EXPECT_EQ(asked.audio.payloadSize, 0);
     ASSERT_EQ(session->setRange(video, 0, 0, playRangeKeyFrames, false), 0);
     ASSERT_EQ(play(video), 0);
     EXPECT_EQ(footage->requests.back().keyDistanceNs, 0) << "a change of the distance alone is one too";
@@ -199,7 +199,7 @@ TEST_F(PlaybackSeek, AGapTakesNoTime)
     footage->set({{at(0), at(2)}, {at(7200), at(7202)}});
     make(0, 10'000);
     const auto frames = setUp(video);
-    const auto sound = setUp(audio);
+    const auto audioWire = setUp(audio);
     ASSERT_EQ(play(video), 0);
     ASSERT_EQ(play(audio), 0);
     pass(3950);
@@ -211,7 +211,7 @@ TEST_F(PlaybackSeek, AGapTakesNoTime)
     {
         ASSERT_EQ(stamps[i] - stamps[i - 1], 3600U) << i;
     }
-    const auto blocks = ticks(*sound);
+    const auto blocks = ticks(*audioWire);
     for (std::size_t i = 1; i < blocks.size(); ++i)
     {
         ASSERT_EQ(blocks[i] - blocks[i - 1], 160U) << i;

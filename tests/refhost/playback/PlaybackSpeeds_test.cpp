@@ -15,7 +15,7 @@ protected:
     void setUpBoth(double scale, double speed)
     {
         frames = setUp(video);
-        sound = setUp(audio);
+        audioWire = setUp(audio);
         ASSERT_EQ(session->setSpeed(video, scale, speed), 0);
         ASSERT_EQ(session->setSpeed(audio, scale, speed), 0);
         ASSERT_EQ(play(video), 0);
@@ -38,7 +38,7 @@ protected:
     }
 
     std::shared_ptr<Wire> frames;
-    std::shared_ptr<Wire> sound;
+    std::shared_ptr<Wire> audioWire;
 };
 
 TEST_F(PlaybackSpeeds, ScaleTwoTakesHalfTheTimeAndHalvesTheTimestamps)
@@ -65,28 +65,28 @@ TEST_F(PlaybackSpeeds, ClockThatWasSetBackDoesNotHoldUpAChangeOfSpeed)
     }
 }
 
-TEST_F(PlaybackSpeeds, SoundAtScaleTwoLeavesOutEveryOtherBlock)
+TEST_F(PlaybackSpeeds, AudioAtScaleTwoLeavesOutEveryOtherBlock)
 {
     setUpBoth(2, 1);
     pass(1000);
-    EXPECT_NEAR(static_cast<double>(sound->units().size()), 50, 2);
-    for (std::size_t i = 1; i < sound->units().size(); ++i)
+    EXPECT_NEAR(static_cast<double>(audioWire->units().size()), 50, 2);
+    for (std::size_t i = 1; i < audioWire->units().size(); ++i)
     {
-        ASSERT_EQ(step(*sound, i), 160U) << i;
+        ASSERT_EQ(step(*audioWire, i), 160U) << i;
     }
 }
 
-TEST_F(PlaybackSpeeds, ThereIsNoSoundAboveTwoAndBelowOne)
+TEST_F(PlaybackSpeeds, ThereIsNoAudioAboveTwoAndBelowOne)
 {
     setUpBoth(3, 1);
     pass(1000);
-    EXPECT_TRUE(sound->units().empty());
+    EXPECT_TRUE(audioWire->units().empty());
     EXPECT_EQ(session->setSpeed(video, 0.5, 1), 0);
     pass(1000);
-    EXPECT_TRUE(sound->units().empty());
+    EXPECT_TRUE(audioWire->units().empty());
     EXPECT_EQ(session->setSpeed(video, 1, 1), 0);
     pass(1000);
-    EXPECT_GT(sound->units().size(), 40U);
+    EXPECT_GT(audioWire->units().size(), 40U);
 }
 
 TEST_F(PlaybackSpeeds, SlowMotionStretchesTheTimestamps)
@@ -103,7 +103,7 @@ TEST_F(PlaybackSpeeds, SpeedChangesDeliveryAndNotTheTimestamps)
     pass(2000);
     EXPECT_NEAR(secondsOf(*frames).back(), 8, 0.05);
     EXPECT_EQ(step(*frames, 5), 3600U);
-    EXPECT_NEAR(secondsOf(*sound).back(), 8, 0.05);
+    EXPECT_NEAR(secondsOf(*audioWire).back(), 8, 0.05);
 }
 
 TEST_F(PlaybackSpeeds, OnlyKeyFramesAboveFour)
@@ -116,7 +116,7 @@ TEST_F(PlaybackSpeeds, OnlyKeyFramesAboveFour)
         EXPECT_TRUE(unit->keyFrame);
     }
     EXPECT_EQ(step(*frames, 3), 11'250U);
-    EXPECT_TRUE(sound->units().empty());
+    EXPECT_TRUE(audioWire->units().empty());
     pass(1010);
     EXPECT_TRUE(session->ended());
 }
@@ -171,9 +171,9 @@ TEST_F(PlaybackSpeeds, ATrackThatHadNothingToSendSaysGoodbyeAtTheEndToo)
     setUpBoth(4, 1);
     pass(6000);
     ASSERT_TRUE(session->ended());
-    EXPECT_TRUE(sound->packets.empty());
+    EXPECT_TRUE(audioWire->packets.empty());
     EXPECT_TRUE(saidGoodbye(*frames));
-    EXPECT_TRUE(saidGoodbye(*sound));
+    EXPECT_TRUE(saidGoodbye(*audioWire));
 }
 
 }  // namespace

@@ -41,7 +41,7 @@ TEST_F(PlaybackThreads, VerbsRaceWithTheWorkers)
     threaded.start(2);
     session = makeThreaded();
     const auto frames = setUp(video);
-    const auto sound = setUp(audio);
+    const auto audioWire = setUp(audio);
     const auto drive = [this](const char* track, int seed)
     {
         for (int i = 0; i < 300; ++i)
@@ -71,7 +71,7 @@ TEST_F(PlaybackThreads, VerbsRaceWithTheWorkers)
             for (int i = 0; i < 300; ++i)
             {
                 frames->ready();
-                sound->ready();
+                audioWire->ready();
             }
         });
     for (std::thread& client : clients)
@@ -81,7 +81,7 @@ TEST_F(PlaybackThreads, VerbsRaceWithTheWorkers)
     session->end();
     EXPECT_TRUE(session->empty());
     EXPECT_TRUE(frames->contiguous());
-    EXPECT_TRUE(sound->contiguous());
+    EXPECT_TRUE(audioWire->contiguous());
 }
 
 TEST_F(PlaybackThreads, NothingLeavesAfterAPauseHasReturned)

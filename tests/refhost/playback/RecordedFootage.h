@@ -85,7 +85,7 @@ private:
     std::vector<RecordedSegment> segments_;
 };
 
-/// Real Matroska files of 25 frames a second, a key frame each second, and PCMA sound of 20 ms a block,
+/// Real Matroska files of 25 frames a second, a key frame each second, and PCMA audio of 20 ms a block,
 /// made by GStreamer in a directory that goes with the fixture. The recording begins at second 0.
 class RecordedFootageTest : public testing::Test
 {
@@ -123,7 +123,7 @@ protected:
     }
 
     /// Makes a file of so many whole seconds. \returns its path
-    std::string makeFile(int seconds, const std::string& video = frames, const std::string& sound = "alawenc")
+    std::string makeFile(int seconds, const std::string& video = frames, const std::string& audio = "alawenc")
     {
         const std::string path = directory_ + "/" + std::to_string(++files_) + ".mkv";
         std::string line = "matroskamux name=mux ! filesink location=" + path;
@@ -133,10 +133,10 @@ protected:
                     " ! video/x-raw,format=I420,width=160,height=120,framerate=25/1 ! " + video +
                     " ! queue ! mux.";
         }
-        if (!sound.empty())
+        if (!audio.empty())
         {
             line += " audiotestsrc samplesperbuffer=160 num-buffers=" + std::to_string(50 * seconds) +
-                    " ! audio/x-raw,rate=8000,channels=1 ! " + sound + " ! queue ! mux.";
+                    " ! audio/x-raw,rate=8000,channels=1 ! " + audio + " ! queue ! mux.";
         }
         run(line);
         return path;

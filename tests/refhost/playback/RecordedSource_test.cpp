@@ -33,7 +33,7 @@ protected:
         request.fromNs = at(from);
         request.endNs = at(end);
         request.video = {1364, "H264"};
-        request.sound = {1364, "PCMA"};
+        request.audio = {1364, "PCMA"};
         return request;
     }
 
@@ -226,7 +226,7 @@ TEST_F(RecordedSourceTest, ADamagedTimestampIsLeftOutAndTheRestPlays)
     bytes[time + 2] = '\xF0';
     std::ofstream(segment.path, std::ios::binary) << bytes;
     PlaybackSource::Request wanted = request(0, 10);
-    wanted.sound = {};
+    wanted.audio = {};
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
@@ -261,7 +261,7 @@ TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
         makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse", ""),
         0, 4);
     PlaybackSource::Request wanted = request(1, 3);
-    wanted.sound = {};
+    wanted.audio = {};
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
@@ -286,7 +286,7 @@ TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
     }
 }
 
-TEST_F(RecordedSourceTest, SoundBeginsWithTheFirstFrameAlsoBehindAGap)
+TEST_F(RecordedSourceTest, AudioBeginsWithTheFirstFrameAlsoBehindAGap)
 {
     const std::string path = directory_ + "/late.mkv";
     run("matroskamux name=mux ! filesink location=" + path +
@@ -307,7 +307,7 @@ TEST_F(RecordedSourceTest, SoundBeginsWithTheFirstFrameAlsoBehindAGap)
     EXPECT_LT(behind->mediaNs, read.frames[51].mediaNs);
 }
 
-TEST_F(RecordedSourceTest, SoundOfBeforeTheFirstFrameIsLeftOutWhereverItStands)
+TEST_F(RecordedSourceTest, AudioOfBeforeTheFirstFrameIsLeftOutWhereverItStands)
 {
     addFile(makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse"),
             0, 4);
@@ -326,7 +326,7 @@ TEST_F(RecordedSourceTest, KeyFramesAloneWhenAskedFor)
     addSegment(5, 5);
     PlaybackSource::Request wanted = request(0, 10);
     wanted.keyFramesOnly = true;
-    wanted.sound = {};
+    wanted.audio = {};
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
@@ -342,7 +342,7 @@ TEST_F(RecordedSourceTest, KeyFramesKeepTheDistanceThatWasAskedForOverTheEndsOfS
     PlaybackSource::Request wanted = request(1, 10);
     wanted.keyFramesOnly = true;
     wanted.keyDistanceNs = 2 * second + second / 2;
-    wanted.sound = {};
+    wanted.audio = {};
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     std::vector<double> seconds;
@@ -393,11 +393,11 @@ TEST_F(RecordedSourceTest, WaitingForGrowthEnds)
     EXPECT_GT(waits, 3);
 }
 
-TEST_F(RecordedSourceTest, AacSoundIsRead)
+TEST_F(RecordedSourceTest, AacAudioIsRead)
 {
     addFile(makeFile(3, frames, "avenc_aac ! aacparse"), 0, 3);
     PlaybackSource::Request wanted = request(0, 10);
-    wanted.sound = {1364, "MPEG4-GENERIC"};
+    wanted.audio = {1364, "MPEG4-GENERIC"};
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);

@@ -134,7 +134,7 @@ TEST_F(ReverseReaderTest, ASourcePlaysItsFramesInTheOrderOfPlaying)
     EXPECT_THAT(seconds, ElementsAre(21, 20, 11));
     EXPECT_THAT(last, ElementsAre(false, true, true));
     request.video = {};
-    request.sound = {1364, "PCMA"};
+    request.audio = {1364, "PCMA"};
     EXPECT_FALSE(source.open(request)) << "there is no audio backwards";
 }
 

@@ -86,9 +86,9 @@ TEST_F(SegmentFileTest, EveryUnitIsRead)
 {
     const auto file = open(makeFile(3));
     ASSERT_TRUE(file->video());
-    ASSERT_TRUE(file->sound());
+    ASSERT_TRUE(file->audio());
     EXPECT_EQ(file->video()->coding, Codec::h264);
-    EXPECT_EQ(file->sound()->coding, Codec::pcma);
+    EXPECT_EQ(file->audio()->coding, Codec::pcma);
     const Count count = countRest(*file);
     EXPECT_EQ(count.frames, 75);
     EXPECT_EQ(count.keys, 3);
@@ -189,7 +189,7 @@ TEST_F(SegmentFileTest, DamageInTheMiddleLosesNoMoreThanItself)
     EXPECT_GT(countRest(*file).frames, 50);
 }
 
-TEST_F(SegmentFileTest, SoundAloneIsSoughtToo)
+TEST_F(SegmentFileTest, AudioAloneIsSoughtToo)
 {
     const auto file = open(makeFile(5, ""));
     EXPECT_FALSE(file->video());
@@ -204,9 +204,9 @@ TEST_F(SegmentFileTest, AacAndH265AreKnown)
     const auto file = open(
         makeFile(1, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse", "avenc_aac ! aacparse"));
     ASSERT_TRUE(file->video());
-    ASSERT_TRUE(file->sound());
+    ASSERT_TRUE(file->audio());
     EXPECT_EQ(file->video()->coding, Codec::h265);
-    EXPECT_EQ(file->sound()->coding, Codec::aac);
+    EXPECT_EQ(file->audio()->coding, Codec::aac);
 }
 
 }  // namespace

@@ -34,7 +34,7 @@ public:
         return std::make_shared<const MediaFormat>(format);
     }
 
-    static std::shared_ptr<const MediaFormat> soundFormat(Codec coding = Codec::pcmu)
+    static std::shared_ptr<const MediaFormat> audioFormat(Codec coding = Codec::pcmu)
     {
         MediaFormat format;
         format.coding = coding;
@@ -54,11 +54,11 @@ public:
 
     EncodedUnitPtr block(double time) const
     {
-        return unit(sound, time, 0.02, true, 160);
+        return unit(audio, time, 0.02, true, 160);
     }
 
     std::shared_ptr<const MediaFormat> video = videoFormat();
-    std::shared_ptr<const MediaFormat> sound = soundFormat();
+    std::shared_ptr<const MediaFormat> audio = audioFormat();
 
 private:
     // The record of a real 320x180 stream, baseline profile.

@@ -26,7 +26,7 @@ public:
     {
         tracks.resize(1);
         tracks[0].mediaType = "video";
-        if (sound)
+        if (audio)
         {
             tracks.resize(2);
             tracks[1].mediaType = "audio";
@@ -94,13 +94,13 @@ public:
         sink->onEncodedUnit(EncodedUnitPtr(unit.get(), dealtWith));
     }
 
-    /// Gives the frames of [begin, end) seconds, 25 a second with a key frame each second, and the sound.
+    /// Gives the frames of [begin, end) seconds, 25 a second with a key frame each second, and the audio.
     void giveMedia(double begin, double end, std::size_t frameBytes = 1000)
     {
         for (int i = static_cast<int>(begin * 25 + 0.5); i < static_cast<int>(end * 25 + 0.5); ++i)
         {
             give(made.frame(i / 25.0, i % 25 == 0, frameBytes));
-            if (sound)
+            if (audio)
             {
                 give(made.block(i / 25.0));
                 give(made.block(i / 25.0 + 0.02));
@@ -127,7 +127,7 @@ public:
     }
 
     MadeUnits made;
-    bool sound = false;
+    bool audio = false;
     std::atomic<int> viewers{0};
     std::atomic<int> keyFrameRequests{0};
 

@@ -267,10 +267,10 @@ TEST_F(RecorderTest, DiskThatFailsWhenTheSystemWritesStopsTheRecording)
 
 TEST_F(RecorderTest, VideoOfACameraWhoseAudioIsMalformedIsRecorded)
 {
-    MediaFormat malformed = *MadeUnits::soundFormat(Codec::aac);
+    MediaFormat malformed = *MadeUnits::audioFormat(Codec::aac);
     malformed.codecData = {0x12, 0x78};  // a number of channels that there is not
-    source_->made.sound = std::make_shared<const MediaFormat>(malformed);
-    source_->sound = true;
+    source_->made.audio = std::make_shared<const MediaFormat>(malformed);
+    source_->audio = true;
     CapturedErrors log;
     start();
     source_->giveMedia(0, 10);

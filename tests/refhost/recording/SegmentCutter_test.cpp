@@ -18,7 +18,7 @@ struct Piece
     double duration = -1;
     SegmentSink::Tracks tracks;
     std::vector<double> frames;
-    std::vector<double> sounds;
+    std::vector<double> audios;
 };
 
 class SegmentCutterTest : public testing::Test, protected MadeUnits, private SegmentSink
@@ -37,7 +37,7 @@ protected:
         ASSERT_TRUE(open_);
         ASSERT_LT(track, pieces_.back().tracks.size());
         EXPECT_EQ(*pieces_.back().tracks[track], *unit->format);
-        (isVideo(unit->format->coding) ? pieces_.back().frames : pieces_.back().sounds)
+        (isVideo(unit->format->coding) ? pieces_.back().frames : pieces_.back().audios)
             .push_back(seconds(unit->captureTimeNs - epochNs));
     }
     void endSegment(std::int64_t durationNs) override
@@ -52,13 +52,13 @@ protected:
         return std::round(static_cast<double>(nanoseconds) / 1e6) / 1e3;
     }
 
-    // Video and audio of an interval as a live source gives them: a key frame each second, the sound so
+    // Video and audio of an interval as a live source gives them: a key frame each second, the audio so
     // much later than its frames.
-    void run(double begin, double end, double soundLate = 0.1)
+    void run(double begin, double end, double audioLate = 0.1)
     {
         const int first = static_cast<int>(std::lround(begin * 25));
         const int last = static_cast<int>(std::lround(end * 25));
-        const int late = static_cast<int>(std::lround(soundLate * 50));
+        const int late = static_cast<int>(std::lround(audioLate * 50));
         for (int i = first; i < last; ++i)
         {
             if (expected_.video)
@@ -102,13 +102,13 @@ TEST_F(SegmentCutterTest, SegmentsBeginWithKeyFramesAndFollowWithoutAGap)
 
 TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegment)
 {
-    for (const bool withSound : {false, true})
+    for (const bool withAudio : {false, true})
     {
         pieces_.clear();
-        expected_.audio = withSound;
-        const auto giveSound = [&](int begin, int end)
+        expected_.audio = withAudio;
+        const auto giveAudio = [&](int begin, int end)
         {
-            for (int i = begin; withSound && i < end; ++i)
+            for (int i = begin; withAudio && i < end; ++i)
             {
                 cutter_.take(block(i / 50.0));
             }
@@ -117,17 +117,17 @@ TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegme
         // Lead the very first key frame.
         cutter_.take(frame(-0.08, false));
         cutter_.take(frame(-0.04, false));
-        giveSound(0, 2);
+        giveAudio(0, 2);
         for (int i = 1; i < 98; ++i)
         {
             cutter_.take(frame(i / 25.0, false));
-            giveSound(2 * i, 2 * i + 2);
+            giveAudio(2 * i, 2 * i + 2);
         }
         cutter_.take(frame(4, true));
-        giveSound(196, 202);
+        giveAudio(196, 202);
         cutter_.take(frame(3.92, false));
         cutter_.take(frame(3.96, false));
-        giveSound(202, 230);
+        giveAudio(202, 230);
         cutter_.take(frame(4.04, false));
         cutter_.interrupt();
         ASSERT_EQ(pieces_.size(), 2U);
@@ -136,43 +136,43 @@ TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegme
         EXPECT_EQ(pieces_[0].frames.size(), 98U);
         EXPECT_EQ(pieces_[1].begin, 3.92);
         EXPECT_EQ(pieces_[1].frames, (std::vector<double>{4, 3.92, 3.96, 4.04}));
-        EXPECT_EQ(pieces_[0].sounds.size() + pieces_[1].sounds.size(), withSound ? 230U : 0U);
+        EXPECT_EQ(pieces_[0].audios.size() + pieces_[1].audios.size(), withAudio ? 230U : 0U);
     }
 }
 
-TEST_F(SegmentCutterTest, LateSoundGoesWhereItsTimeIs)
+TEST_F(SegmentCutterTest, LateAudioGoesWhereItsTimeIs)
 {
     run(0, 9, 0.3);
     cutter_.interrupt();
     ASSERT_EQ(pieces_.size(), 3U);
-    EXPECT_EQ(pieces_[0].sounds.size(), 200U);
-    EXPECT_EQ(pieces_[0].sounds.back(), 3.98);
-    EXPECT_EQ(pieces_[1].sounds.size(), 200U);
-    EXPECT_EQ(pieces_[1].sounds.front(), 4);
+    EXPECT_EQ(pieces_[0].audios.size(), 200U);
+    EXPECT_EQ(pieces_[0].audios.back(), 3.98);
+    EXPECT_EQ(pieces_[1].audios.size(), 200U);
+    EXPECT_EQ(pieces_[1].audios.front(), 4);
 }
 
-TEST_F(SegmentCutterTest, SoundThatIsAheadGoesWhereItsTimeIs)
+TEST_F(SegmentCutterTest, AudioThatIsAheadGoesWhereItsTimeIs)
 {
     run(0, 9, -0.3);
     cutter_.interrupt();
     ASSERT_EQ(pieces_.size(), 3U);
-    EXPECT_EQ(pieces_[0].sounds.front(), 0.3);
-    EXPECT_EQ(pieces_[0].sounds.back(), 3.98);
-    EXPECT_EQ(pieces_[1].sounds.size(), 200U);
-    EXPECT_EQ(pieces_[1].sounds.front(), 4);
-    EXPECT_EQ(pieces_[2].sounds.front(), 8);
+    EXPECT_EQ(pieces_[0].audios.front(), 0.3);
+    EXPECT_EQ(pieces_[0].audios.back(), 3.98);
+    EXPECT_EQ(pieces_[1].audios.size(), 200U);
+    EXPECT_EQ(pieces_[1].audios.front(), 4);
+    EXPECT_EQ(pieces_[2].audios.front(), 8);
 }
 
-TEST_F(SegmentCutterTest, SoundGoesOnWhereFramesStayAway)
+TEST_F(SegmentCutterTest, AudioGoesOnWhereFramesStayAway)
 {
     run(0, 1);
     for (int i = 0; i < 150; ++i)
     {
         cutter_.take(block(1 + i / 50.0));
     }
-    EXPECT_GE(pieces_.back().sounds.size(), 45U + 98U);
+    EXPECT_GE(pieces_.back().audios.size(), 45U + 98U);
     cutter_.interrupt();
-    EXPECT_EQ(pieces_.back().sounds.size(), 45U + 150U);
+    EXPECT_EQ(pieces_.back().audios.size(), 45U + 150U);
 }
 
 TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyFrameAndNothingFromBefore)
@@ -183,10 +183,10 @@ TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyFrameAndNothingFromBefor
     EXPECT_EQ(pieces_[0].begin, 1);
     EXPECT_EQ(pieces_[0].duration, 1);
     EXPECT_EQ(pieces_[0].tracks.size(), 2U);
-    EXPECT_EQ(pieces_[0].sounds.front(), 1);
+    EXPECT_EQ(pieces_[0].audios.front(), 1);
 }
 
-TEST_F(SegmentCutterTest, SegmentWithoutExpectedSoundStartsAtOnce)
+TEST_F(SegmentCutterTest, SegmentWithoutExpectedAudioStartsAtOnce)
 {
     expected_.audio = false;
     cutter_.take(frame(0, true));
@@ -194,7 +194,7 @@ TEST_F(SegmentCutterTest, SegmentWithoutExpectedSoundStartsAtOnce)
     EXPECT_EQ(pieces_[0].tracks.size(), 1U);
 }
 
-TEST_F(SegmentCutterTest, SoundThatDoesNotComeHoldsFramesUpForASecondAtMost)
+TEST_F(SegmentCutterTest, AudioThatDoesNotComeHoldsFramesUpForASecondAtMost)
 {
     for (int i = 0; i < 25; ++i)
     {
@@ -206,7 +206,7 @@ TEST_F(SegmentCutterTest, SoundThatDoesNotComeHoldsFramesUpForASecondAtMost)
     EXPECT_EQ(pieces_[0].frames.size(), 26U);
 }
 
-TEST_F(SegmentCutterTest, SoundThatComesLaterIsTakenInFromTheNextKeyFrameOn)
+TEST_F(SegmentCutterTest, AudioThatComesLaterIsTakenInFromTheNextKeyFrameOn)
 {
     for (int i = 0; i < 60; ++i)
     {
@@ -290,7 +290,7 @@ TEST_F(SegmentCutterTest, FramesShownInAnotherOrderAreNoJump)
     EXPECT_EQ(pieces_[0].duration, 0.16);
 }
 
-TEST_F(SegmentCutterTest, SoundAloneMakesSegmentsWhereThereIsNoVideo)
+TEST_F(SegmentCutterTest, AudioAloneMakesSegmentsWhereThereIsNoVideo)
 {
     expected_.video = false;
     run(0, 9, 0);
@@ -299,15 +299,15 @@ TEST_F(SegmentCutterTest, SoundAloneMakesSegmentsWhereThereIsNoVideo)
     EXPECT_EQ(pieces_[0].tracks.size(), 1U);
     EXPECT_LE(pieces_[1].begin, 4);
     EXPECT_GT(pieces_[1].begin, 3.7);
-    std::size_t sounds = 0;
+    std::size_t audios = 0;
     for (const Piece& piece : pieces_)
     {
-        sounds += piece.sounds.size();
+        audios += piece.audios.size();
     }
-    EXPECT_EQ(sounds, 450U);
+    EXPECT_EQ(audios, 450U);
 }
 
-TEST_F(SegmentCutterTest, SoundBeforeTheFirstFrameIsNotTakenForAStreamWithoutVideo)
+TEST_F(SegmentCutterTest, AudioBeforeTheFirstFrameIsNotTakenForAStreamWithoutVideo)
 {
     cutter_.take(block(0));
     cutter_.take(block(3));

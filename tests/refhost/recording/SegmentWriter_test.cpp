@@ -26,12 +26,12 @@ protected:
     {
         std::string error;
         std::unique_ptr<SegmentWriter> writer =
-            SegmentWriter::create(path_, {epochNs, epochNs}, {video, sound}, error);
+            SegmentWriter::create(path_, {epochNs, epochNs}, {video, audio}, error);
         EXPECT_TRUE(writer) << error;
         return writer;
     }
 
-    // One key frame a second at 25 frames and 50 blocks of sound.
+    // One key frame a second at 25 frames and 50 blocks of audio.
     bool fill(SegmentWriter& writer, double begin, double end)
     {
         bool good = true;
@@ -100,11 +100,11 @@ TEST_F(SegmentWriterTest, FileCutOffAnywhereIsMeasuredUpToThere)
     EXPECT_EQ(SegmentMeasure::take(path_, measure), SegmentMeasure::Result::nothing);
 }
 
-TEST_F(SegmentWriterTest, EachCodingOfSoundAndH265IsTaken)
+TEST_F(SegmentWriterTest, EachCodingOfAudioAndH265IsTaken)
 {
     for (const Codec coding : {Codec::pcmu, Codec::pcma, Codec::aac})
     {
-        sound = soundFormat(coding);
+        audio = audioFormat(coding);
         path_ = folder_ / (std::to_string(static_cast<int>(coding)) + ".mkv");
         const auto writer = create();
         EXPECT_TRUE(fill(*writer, 0, 1)) << writer->error();
@@ -144,9 +144,9 @@ TEST_F(SegmentWriterTest, DecodingTimesThatMakeNoSenseAreTaken)
 TEST_F(SegmentWriterTest, MalformedDescriptionIsRefusedBeforeThereIsAFile)
 {
     EXPECT_TRUE(SegmentWriter::accepts(*video));
-    EXPECT_TRUE(SegmentWriter::accepts(*sound));
-    EXPECT_TRUE(SegmentWriter::accepts(*soundFormat(Codec::aac)));
-    MediaFormat malformed = *soundFormat(Codec::aac);
+    EXPECT_TRUE(SegmentWriter::accepts(*audio));
+    EXPECT_TRUE(SegmentWriter::accepts(*audioFormat(Codec::aac)));
+    MediaFormat malformed = *audioFormat(Codec::aac);
     malformed.codecData = {0x12, 0x78};  // a number of channels that there is not
     EXPECT_FALSE(SegmentWriter::accepts(malformed));
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "refhost/talkback/outputs/ClockedOutput.h"
-#include "tests/refhost/talkback/SoundSamples.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 
 namespace refhost
 {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/refhost/talkback/SoundSamples.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 
 using namespace refhost;
 using refhost::test::Samples;
@@ -49,21 +49,21 @@ TEST(LossConcealer, LongGapFadesOutWithin60Milliseconds)
     const Samples out = withGap(200, 60, 200, 20);
     EXPECT_LE(test::rms(out, 480 + 320, 160), 4000);
     EXPECT_EQ(0, test::rms(out, 480 + 480, 1000));
-    EXPECT_LT(1000, test::rms(out, 480 + 1600 + 80, 80)) << "and the sound comes back";
+    EXPECT_LT(1000, test::rms(out, 480 + 1600 + 80, 80)) << "and the audio comes back";
 }
 
 TEST(LossConcealer, GapInPiecesIsOneGap)
 {
-    Samples sound = test::tone(200, 8000, 480);
-    Samples together = sound;
+    Samples audio = test::tone(200, 8000, 480);
+    Samples together = audio;
     LossConcealer one;
     one.heard(telephone, together);
     one.makeUp(telephone, 320, together);
     LossConcealer two;
-    two.heard(telephone, sound);
-    two.makeUp(telephone, 160, sound);
-    two.makeUp(telephone, 160, sound);
-    EXPECT_EQ(together, sound);
+    two.heard(telephone, audio);
+    two.makeUp(telephone, 160, audio);
+    two.makeUp(telephone, 160, audio);
+    EXPECT_EQ(together, audio);
 }
 
 TEST(LossConcealer, NothingHeardIsMadeUpAsSilence)

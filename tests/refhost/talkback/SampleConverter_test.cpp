@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/refhost/talkback/SoundSamples.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 
 using namespace refhost;
 using refhost::test::Samples;
 
-TEST(SampleConverter, SoundOfTheOutputsFormatPassesAsItIs)
+TEST(SampleConverter, AudioOfTheOutputsFormatPassesAsItIs)
 {
     SampleConverter converter({48000, 1});
     Samples out{7};

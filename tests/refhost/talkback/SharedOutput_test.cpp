@@ -22,7 +22,7 @@ TalkSettings withPolicy(TalkPolicy policy)
     return settings;
 }
 
-TEST(SharedOutput, SoundOfWhoIsHeardGoesStraightToThePlayer)
+TEST(SharedOutput, AudioOfWhoIsHeardGoesStraightToThePlayer)
 {
     SharedOutput output(withPolicy(TalkPolicy::first));
     FakePlayer player;
@@ -33,7 +33,7 @@ TEST(SharedOutput, SoundOfWhoIsHeardGoesStraightToThePlayer)
     EXPECT_EQ((Samples{1, 2, 3}), player.played);
 }
 
-TEST(SharedOutput, MixedSoundGoesToThePlayerByTheClock)
+TEST(SharedOutput, MixedAudioGoesToThePlayerByTheClock)
 {
     SharedOutput output(withPolicy(TalkPolicy::mix));
     FakePlayer player;

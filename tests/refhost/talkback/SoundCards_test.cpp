@@ -7,7 +7,7 @@
 #include "refhost/talkback/outputs/AlsaOutput.h"
 #include "refhost/talkback/outputs/PulseOutput.h"
 #include "tests/TemporaryFolder.h"
-#include "tests/refhost/talkback/SoundSamples.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 
 using namespace refhost;
 
@@ -54,14 +54,14 @@ TEST(AlsaOutput, DeviceGetsEverySampleAtItsRateAndOnItsChannel)
         "pcm.written { type file slave.pcm { type null } file \"" + path + "\" format \"wav\" }\n";
     test::writeFile(folder / "asound.conf", config.data(), config.size());
     setenv("ALSA_CONFIG_PATH", (folder / "asound.conf").c_str(), 1);
-    const test::Samples sound = test::tone(500, 32000, 2 * 6400);
+    const test::Samples audio = test::tone(500, 32000, 2 * 6400);
     {
         AlsaOutput output("written");
         std::string problem;
         ASSERT_TRUE(output.open({32000, 2}, problem)) << problem;
-        for (std::size_t at = 0; at < sound.size(); at += 2 * 640)
+        for (std::size_t at = 0; at < audio.size(); at += 2 * 640)
         {
-            ASSERT_TRUE(output.write(&sound[at], 640));
+            ASSERT_TRUE(output.write(&audio[at], 640));
         }
     }
     unsetenv("ALSA_CONFIG_PATH");
@@ -69,7 +69,7 @@ TEST(AlsaOutput, DeviceGetsEverySampleAtItsRateAndOnItsChannel)
     ASSERT_LT(44u, file.size());
     EXPECT_EQ(2, file[22]) << "channels";
     EXPECT_EQ(32000, file[24] | file[25] << 8);
-    EXPECT_EQ(sound, test::samplesOf(test::Bytes(file.begin() + 44, file.end())));
+    EXPECT_EQ(audio, test::samplesOf(test::Bytes(file.begin() + 44, file.end())));
 }
 
 TEST(PulseOutput, ServerThatIsNotThereIsToldSoon)

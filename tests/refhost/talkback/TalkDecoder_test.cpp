@@ -6,7 +6,7 @@
 #include <string>
 
 #include "tests/TemporaryFolder.h"
-#include "tests/refhost/talkback/SoundSamples.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 
 using namespace refhost;
 using refhost::test::Bytes;
@@ -225,7 +225,7 @@ TEST(TalkDecoder, EmptyPcmFrameIsRefused)
     EXPECT_TRUE(out.empty());
 }
 
-TEST(TalkDecoder, LostSoundIsMadeUpAtItsLength)
+TEST(TalkDecoder, LostAudioIsMadeUpAtItsLength)
 {
     const auto decoder = TalkDecoder::make(track("PCMA", 8000), {48000, 1});
     ASSERT_TRUE(decoder);
@@ -241,7 +241,7 @@ TEST(TalkDecoder, LostSoundIsMadeUpAtItsLength)
     EXPECT_LT(10000, test::rms(out, before, 480));
 }
 
-TEST(TalkDecoder, MadeUpSoundHasABound)
+TEST(TalkDecoder, MadeUpAudioHasABound)
 {
     const auto decoder = TalkDecoder::make(track("PCMA", 8000), {8000, 1});
     ASSERT_TRUE(decoder);

@@ -69,7 +69,7 @@ TEST_F(TalkFloorTest, NewestWinsOnceAndKeepsTheOutputFromThoseWhoTalkOn)
     EXPECT_TRUE(floor.claim(bert, 540 * ms)) << "he begins anew";
 }
 
-TEST_F(TalkFloorTest, EverybodyIsHeardWhereSoundsAreMixed)
+TEST_F(TalkFloorTest, EverybodyIsHeardWhereSendersAreMixed)
 {
     TalkFloor floor(TalkPolicy::mix, silence);
     EXPECT_TRUE(floor.claim(anna, 0));

@@ -11,8 +11,8 @@
 #include "refhost/talkback/TalkSession.h"
 #include "refhost/talkback/outputs/OutputPlayer.h"
 #include "tests/refhost/rtp/RtpFakes.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 #include "tests/refhost/talkback/HeardOutput.h"
-#include "tests/refhost/talkback/SoundSamples.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
 namespace refhost
@@ -49,7 +49,7 @@ struct Heard
     int arrived = 0;
     int whole = 0;            ///< packets that arrived and were heard to their end
     std::size_t silence = 0;  ///< frames, from the first packet's to the last
-    int delayMs = 0;          ///< longest, from a packet's arrival to the beginning of its sound
+    int delayMs = 0;          ///< longest, from a packet's arrival to the beginning of its audio
 };
 
 class Talker

@@ -43,7 +43,7 @@ protected:
     std::vector<std::int16_t> samples;
 };
 
-TEST_F(TalkReceptionTest, SoundInOrderIsDecodedInOrder)
+TEST_F(TalkReceptionTest, AudioInOrderIsDecodedInOrder)
 {
     EXPECT_FALSE(reception.hasSource());
     EXPECT_TRUE(bring(10, 0));
@@ -108,7 +108,7 @@ TEST_F(TalkReceptionTest, ExchangedPacketsAreDecodedInOrder)
     EXPECT_EQ(1U, reception.statistics().duplicates);
 }
 
-TEST_F(TalkReceptionTest, WhatIsNoSoundOfTheTrackIsCountedAndDropped)
+TEST_F(TalkReceptionTest, WhatIsNoAudioOfTheTrackIsCountedAndDropped)
 {
     EXPECT_FALSE(reception.add({{}, 0}));
     EXPECT_FALSE(reception.add({{1, 2, 3}, 0}));
@@ -154,7 +154,7 @@ TEST_F(TalkReceptionTest, SourceThatBeginsAnewIsNoLoss)
     EXPECT_EQ(0U, reception.statistics().lost);
 }
 
-TEST_F(TalkReceptionTest, SoundThatCannotBeDecodedIsCountedAndConcealed)
+TEST_F(TalkReceptionTest, AudioThatCannotBeDecodedIsCountedAndConcealed)
 {
     bring(10, 0);
     RtpPacket broken;
@@ -254,7 +254,7 @@ TEST_F(TalkReceptionTest, WhoIsNotHeardIsNotDecodedAndBeginsAnewLater)
     EXPECT_EQ((std::vector<Decoded>{reset(), frame(11)}), *calls);
 }
 
-TEST_F(TalkReceptionTest, SoundThatWaitedTooLongForTheOutputIsNotPlayed)
+TEST_F(TalkReceptionTest, AudioThatWaitedTooLongForTheOutputIsNotPlayed)
 {
     bring(10, 0);
     bring(11, 20);

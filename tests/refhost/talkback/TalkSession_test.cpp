@@ -117,7 +117,7 @@ protected:
     bool fault = false;
 };
 
-TEST_F(TalkSessionTest, SoundOfAClientIsPlayed)
+TEST_F(TalkSessionTest, AudioOfAClientIsPlayed)
 {
     const auto talk = playingTalk();
     EXPECT_EQ(audioDispatcherIdle, talk->session.receive(fault));
@@ -129,7 +129,7 @@ TEST_F(TalkSessionTest, SoundOfAClientIsPlayed)
     EXPECT_FALSE(fault);
 }
 
-TEST_F(TalkSessionTest, SoundThatWaitsForAMissingPacketAsksForAnotherTurn)
+TEST_F(TalkSessionTest, AudioThatWaitsForAMissingPacketAsksForAnotherTurn)
 {
     const auto talk = playingTalk();
     talk->bring(1);

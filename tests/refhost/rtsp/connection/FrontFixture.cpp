@@ -128,7 +128,7 @@ void FrontFixture::frame(bool key, std::size_t packets)
     streams->streams[0]->feed("trackID=0", makeUnit(videoTime_, nowNs(), key, packets));
 }
 
-void FrontFixture::sound()
+void FrontFixture::feedAudio()
 {
     audioTime_ += 160;
     streams->streams[0]->feed("trackID=1", makeUnit(audioTime_, nowNs(), true, 1, 160, 160));

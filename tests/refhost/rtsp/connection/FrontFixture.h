@@ -49,7 +49,7 @@ protected:
 
     /// Feeds one frame of `packets` packets to stream 1/0.
     void frame(bool key, std::size_t packets = 3);
-    void sound();
+    void feedAudio();
 
     /// Waits, bounded, until `done`.
     static bool eventually(const std::function<bool()>& done);

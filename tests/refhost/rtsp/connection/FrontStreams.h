@@ -16,7 +16,7 @@ namespace refhost
 namespace test
 {
 
-/// A stream with a video track and a sound track whose description a test decides.
+/// A stream with a video track and audio track whose description a test decides.
 class FrontStream : public FakeSource
 {
 public:

@@ -433,7 +433,7 @@ TEST_F(RtspServerTest, FiftyClientsComeAndGoWhileFramesFlow)
             for (int i = 0; !stop; ++i)
             {
                 frame(i % 10 == 0, 5);
-                sound();
+                feedAudio();
                 std::this_thread::yield();
             }
         });

@@ -49,7 +49,7 @@ struct ControllerScript
     std::mutex mutex;
     std::vector<std::string> calls;
     std::map<std::string, int> results;  ///< by a call's name, or by its whole text
-    bool sound = true;                   ///< the device sends "trackID=1"
+    bool audio = true;                   ///< the device sends "trackID=1"
     bool talkBack = false;               ///< there is a back channel, "trackID=talk"
     int failAt = 0;                      ///< number of the call that fails
     int throwAt = 0;                     ///< number of the call that throws
@@ -77,7 +77,7 @@ public:
     {
         out.clearAllSubMediaInfo();
         out.addSubMediaInfo(SampleTracks::video());
-        if (script_->sound)
+        if (script_->audio)
         {
             out.addSubMediaInfo(SampleTracks::audio());
         }

@@ -302,7 +302,7 @@ TEST_F(MulticastTest, SetupOfOneTrackAgainLeavesTheOther)
         200);
     EXPECT_EQ(play(*viewer).status, 200);
     frame(true, 1);
-    sound();
+    feedAudio();
     EXPECT_FALSE(frames.receive().empty());
     EXPECT_FALSE(blocks.receive().empty());
     EXPECT_EQ(ask(*viewer, "TEARDOWN"), 200);

@@ -108,7 +108,7 @@ TEST_F(RtspSessionTest, SetupOfNoTrackMeansTheOnlyOneThatTheDeviceSends)
 {
     script_->talkBack = true;
     EXPECT_EQ(setup(""), rtspAggregateNotAllowed);
-    script_->sound = false;
+    script_->audio = false;
     EXPECT_EQ(setup(""), rtspOk);
     EXPECT_EQ(script_->countOf("setup trackID=0"), 1);
 }

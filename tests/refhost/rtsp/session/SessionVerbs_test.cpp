@@ -147,7 +147,7 @@ TEST_P(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
     const std::string id = video.session();
     const Received audio = client_->request("SETUP", track(url(), 1), tcp + session(id));
     frame(true);
-    sound();
+    feedAudio();
     const Received play = client_->request("PLAY", url(), session(id) + "Range: npt=0.000-\r\n");
     EXPECT_EQ(play.status, 200);
     EXPECT_EQ(play.header("Range"), "npt=now-");
@@ -157,17 +157,17 @@ TEST_P(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
     EXPECT_EQ(info[0].url, track(url(), 0));
     EXPECT_EQ(info[1].url, track(url(), 1));
     frame(true);
-    sound();
+    feedAudio();
     const Received first = client_->frame(0);
     ASSERT_TRUE(first.isRtp());
     EXPECT_EQ(first.sequence(), info[0].sequence);
     EXPECT_EQ(first.timestamp(), info[0].timestamp);
     EXPECT_EQ(first.ssrc(), ssrcOf(video));
-    const Received firstSound = client_->frame(2);
-    ASSERT_TRUE(firstSound.isRtp());
-    EXPECT_EQ(firstSound.sequence(), info[1].sequence);
-    EXPECT_EQ(firstSound.timestamp(), info[1].timestamp);
-    EXPECT_EQ(firstSound.ssrc(), ssrcOf(audio));
+    const Received firstAudio = client_->frame(2);
+    ASSERT_TRUE(firstAudio.isRtp());
+    EXPECT_EQ(firstAudio.sequence(), info[1].sequence);
+    EXPECT_EQ(firstAudio.timestamp(), info[1].timestamp);
+    EXPECT_EQ(firstAudio.ssrc(), ssrcOf(audio));
 }
 
 TEST_P(SessionVerbsTest, TheCachedKeyFrameFollowsTheAnswerToPlayAtOnce)
@@ -214,7 +214,7 @@ TEST_P(SessionVerbsTest, PlayOfOneTrackPlaysThisOneAlone)
     ASSERT_EQ(rtpInfo(play).size(), 1u);
     EXPECT_EQ(rtpInfo(play)[0].url, track(url(), 1));
     frame(true);
-    sound();
+    feedAudio();
     EXPECT_TRUE(client_->frame(2).isRtp());
     EXPECT_EQ(client_->request("PAUSE", track(url(), 0), session(id)).status, 455) << "it does not play";
     EXPECT_EQ(client_->request("PAUSE", track(url(), 1), session(id)).status, 200);
@@ -299,7 +299,7 @@ TEST_P(SessionVerbsTest, SetupOfOneTrackAgainLeavesTheOther)
     EXPECT_EQ(played.status, 200);
     EXPECT_EQ(rtpInfo(played).size(), 2u);
     frame(true);
-    sound();
+    feedAudio();
     EXPECT_GE(rtp_.receive().size(), 12u);
     EXPECT_TRUE(client_->frame(2).isRtp());
 }

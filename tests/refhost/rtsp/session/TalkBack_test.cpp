@@ -149,7 +149,7 @@ TEST_F(TalkBackTest, IsNotThereWhereTheCameraHasNone)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_F(TalkBackTest, InterleavedSoundReachesTheOutput)
+TEST_F(TalkBackTest, InterleavedAudioReachesTheOutput)
 {
     start();
     TestClient client(server->port());

@@ -10,7 +10,7 @@
 #include "refhost/talkback/outputs/WavOutput.h"
 #include "tests/TemporaryFolder.h"
 #include "tests/refhost/rtp/RtpFakes.h"
-#include "tests/refhost/talkback/SoundSamples.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 
 using namespace refhost;
 using refhost::test::ManualClock;
@@ -21,15 +21,15 @@ namespace
 
 const PcmFormat format{8000, 1};
 
-Samples soundOf(const std::string& path)
+Samples audioOf(const std::string& path)
 {
     const test::Bytes bytes = test::readFile(path);
     return bytes.size() < 44 ? Samples{-1} : test::samplesOf(test::Bytes(bytes.begin() + 44, bytes.end()));
 }
 
-void append(Samples& sound, std::size_t count, std::int16_t value)
+void append(Samples& audio, std::size_t count, std::int16_t value)
 {
-    sound.insert(sound.end(), count, value);
+    audio.insert(audio.end(), count, value);
 }
 
 /// A clock that goes on by a millisecond whenever it is read.
@@ -58,7 +58,7 @@ bool writeMs(AudioOutput& output, int ms, std::int16_t value)
 
 }  // namespace
 
-TEST(ClockedOutput, SoundPassesAtThePaceOfTheClock)
+TEST(ClockedOutput, AudioPassesAtThePaceOfTheClock)
 {
     ManualClock clock;
     ClockedOutput output(clock);
@@ -74,7 +74,7 @@ TEST(ClockedOutput, SoundPassesAtThePaceOfTheClock)
     clock.advanceMs(1000);
     EXPECT_EQ(0u, output.queued());
     EXPECT_TRUE(writeMs(output, 10, 1));
-    EXPECT_EQ(80u, output.queued()) << "after a silence sound begins now";
+    EXPECT_EQ(80u, output.queued()) << "after a silence audio begins now";
 }
 
 TEST(ClockedOutput, HasNothingQueuedWhileItIsDryThoughTheClockGoesOn)
@@ -101,7 +101,7 @@ TEST(ClockedOutput, IsExactAfterMonths)
     EXPECT_EQ(240u, output.queued());
 }
 
-TEST(WavOutput, SoundStandsAtItsTimeWithSilenceBetween)
+TEST(WavOutput, AudioStandsAtItsTimeWithSilenceBetween)
 {
     const TemporaryFolder folder;
     ManualClock clock;
@@ -125,7 +125,7 @@ TEST(WavOutput, SoundStandsAtItsTimeWithSilenceBetween)
     append(expected, 400, 0);
     append(expected, 80, 3);
     append(expected, 320, 0);
-    EXPECT_EQ(expected, soundOf(folder / "talk.wav"));
+    EXPECT_EQ(expected, audioOf(folder / "talk.wav"));
 }
 
 TEST(WavOutput, PiecesThatFollowEachOtherLeaveNoGapThoughTheClockGoesOn)
@@ -140,11 +140,11 @@ TEST(WavOutput, PiecesThatFollowEachOtherLeaveNoGapThoughTheClockGoesOn)
         EXPECT_TRUE(writeMs(output, 20, 2));
         output.close();
     }
-    Samples sound = soundOf(folder / "talk.wav");
-    sound.erase(sound.begin(), std::find(sound.begin(), sound.end(), 1));
+    Samples audio = audioOf(folder / "talk.wav");
+    audio.erase(audio.begin(), std::find(audio.begin(), audio.end(), 1));
     Samples expected(160, 1);
     append(expected, 160, 2);
-    EXPECT_EQ(expected, sound);
+    EXPECT_EQ(expected, audio);
 }
 
 TEST(WavOutput, SecondOpeningContinuesTheFile)
@@ -167,7 +167,7 @@ TEST(WavOutput, SecondOpeningContinuesTheFile)
             append(expected, 80, 0);
         }
     }
-    EXPECT_EQ(expected, soundOf(folder / "talk.wav")) << "while it is closed no time passes in it";
+    EXPECT_EQ(expected, audioOf(folder / "talk.wav")) << "while it is closed no time passes in it";
 }
 
 TEST(WavOutput, TakesNothingWhileItIsClosed)

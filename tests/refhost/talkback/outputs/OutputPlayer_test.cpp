@@ -9,8 +9,8 @@
 
 #include "support/StatusCode.h"
 #include "tests/refhost/rtp/RtpFakes.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 #include "tests/refhost/talkback/HeardOutput.h"
-#include "tests/refhost/talkback/SoundSamples.h"
 
 using namespace refhost;
 using refhost::test::ManualClock;
@@ -186,7 +186,7 @@ TEST_F(OutputPlayerTest, BeginsAheadAgainAfterEachOpening)
     }
 }
 
-TEST_F(OutputPlayerTest, SoundThatComesTooFastIsDroppedAndNoFault)
+TEST_F(OutputPlayerTest, AudioThatComesTooFastIsDroppedAndNoFault)
 {
     ASSERT_EQ(0, player_.open());
     device_.queued = 48000;
@@ -209,7 +209,7 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
     ManualClock clock;
     Samples heard;
     constexpr int packets = 500;
-    const Samples sound = test::tone(437, 48000, packets * 960);
+    const Samples audio = test::tone(437, 48000, packets * 960);
     OutputPlayer player(std::make_unique<test::HeardOutput>(clock, heard), format, 60);
     ASSERT_EQ(0, player.open());
     int next = 0;
@@ -218,13 +218,13 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
         // A packet is whole 20 ms after its first sample.
         for (; next < packets && (next + 1) * 20 + (next * 7 % 16) <= now; ++next)
         {
-            const std::int16_t* const piece = &sound[static_cast<std::size_t>(next) * 960];
+            const std::int16_t* const piece = &audio[static_cast<std::size_t>(next) * 960];
             ASSERT_EQ(0, player.play(reinterpret_cast<const std::uint8_t*>(piece), 1920));
         }
     }
     const auto first = std::find_if(heard.begin(), heard.end(), [](std::int16_t s) { return s != 0; });
     const auto begin = static_cast<std::size_t>(first - heard.begin() - 1);
-    ASSERT_EQ(begin + sound.size(), heard.size());
-    EXPECT_TRUE(std::equal(sound.begin(), sound.end(), first - 1)) << "without a hole";
+    ASSERT_EQ(begin + audio.size(), heard.size());
+    EXPECT_TRUE(std::equal(audio.begin(), audio.end(), first - 1)) << "without a hole";
     EXPECT_LE(begin, (20u + 120) * 48) << "20 ms are the packet's own length";
 }

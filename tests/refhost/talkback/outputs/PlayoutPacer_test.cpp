@@ -6,7 +6,7 @@
 
 #include "refhost/talkback/outputs/ClockedOutput.h"
 #include "tests/refhost/rtp/RtpFakes.h"
-#include "tests/refhost/talkback/SoundSamples.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 
 using namespace refhost;
 using refhost::test::Samples;
@@ -17,14 +17,14 @@ namespace
 constexpr std::size_t ms = 48;  // frames
 const PcmFormat format{48000, 1};
 
-// An output that plays `playedEachTurn` frames while 20 ms of sound come: its clock is not the talker's.
+// An output that plays `playedEachTurn` frames while 20 ms of audio come: its clock is not the talker's.
 struct Drifting
 {
     explicit Drifting(double playedEachTurn) : played(playedEachTurn) {}
 
     void turn()
     {
-        Samples piece = sound;
+        Samples piece = audio;
         if (level <= 0)
         {
             ++dry;
@@ -38,7 +38,7 @@ struct Drifting
     }
 
     PlayoutPacer pacer{format, 40};
-    const Samples sound = test::tone(500, 48000, 20 * ms);
+    const Samples audio = test::tone(500, 48000, 20 * ms);
     const double played;
     double level = 0;
     double least = 1e9;
@@ -49,7 +49,7 @@ struct Drifting
 
 }  // namespace
 
-TEST(PlayoutPacer, SoundBeginsSoFarAheadAsWanted)
+TEST(PlayoutPacer, AudioBeginsSoFarAheadAsWanted)
 {
     PlayoutPacer pacer(format, 40);
     Samples piece{1, 2, 3};
@@ -59,18 +59,18 @@ TEST(PlayoutPacer, SoundBeginsSoFarAheadAsWanted)
     EXPECT_EQ(expected, piece);
 }
 
-TEST(PlayoutPacer, SoundThatFollowsIsLeftAsItIs)
+TEST(PlayoutPacer, AudioThatFollowsIsLeftAsItIs)
 {
     PlayoutPacer pacer(format, 40);
-    const Samples sound = test::tone(500, 48000, 20 * ms);
-    Samples piece = sound;
+    const Samples audio = test::tone(500, 48000, 20 * ms);
+    Samples piece = audio;
     pacer.pace(35 * ms, piece);
-    EXPECT_EQ(sound, piece);
+    EXPECT_EQ(audio, piece);
     pacer.pace(70 * ms, piece);
-    EXPECT_EQ(sound, piece);
+    EXPECT_EQ(audio, piece);
 }
 
-TEST(PlayoutPacer, SoundThatWouldComeMoreThan30MillisecondsLaterIsDropped)
+TEST(PlayoutPacer, AudioThatWouldComeMoreThan30MillisecondsLaterIsDropped)
 {
     PlayoutPacer pacer(format, 40);
     Samples piece(20 * ms, 1);
@@ -206,7 +206,7 @@ TEST(PlayoutPacer, TroubleOfAMomentChangesNothing)
     EXPECT_EQ(40.0 * ms, output.level);
 }
 
-TEST(PlayoutPacer, ShortenedSoundHasNoSteps)
+TEST(PlayoutPacer, ShortenedAudioHasNoSteps)
 {
     PlayoutPacer pacer(format, 40);
     bool shortened = false;

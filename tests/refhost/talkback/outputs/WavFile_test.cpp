@@ -7,7 +7,7 @@
 #include <string>
 
 #include "tests/TemporaryFolder.h"
-#include "tests/refhost/talkback/SoundSamples.h"
+#include "tests/refhost/talkback/AudioSamples.h"
 
 using namespace refhost;
 using refhost::test::Bytes;
@@ -94,7 +94,7 @@ TEST_F(WavFileTest, HeaderThatLagsBehindIsMended)
 
 TEST_F(WavFileTest, OtherFilesAreLeftAlone)
 {
-    const std::string letter = "Dear reader, this is no sound at all, but a letter of some length.";
+    const std::string letter = "Dear reader, this is no audio at all, but a letter of some length.";
     test::writeFile(path_, letter.data(), letter.size());
     EXPECT_FALSE(file_.open(path_, mono, problem_));
     EXPECT_NE(std::string::npos, problem_.find("is no WAV file of 8000 Hz and 1 channels")) << problem_;
@@ -104,7 +104,7 @@ TEST_F(WavFileTest, OtherFilesAreLeftAlone)
     EXPECT_EQ(10u, test::readFile(path_).size());
 }
 
-TEST_F(WavFileTest, SoundOfAnotherFormatIsLeftAlone)
+TEST_F(WavFileTest, AudioOfAnotherFormatIsLeftAlone)
 {
     ASSERT_TRUE(file_.open(path_, {48000, 1}, problem_));
     ASSERT_TRUE(file_.write(0, {1, 2, 3}));

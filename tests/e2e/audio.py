@@ -1,4 +1,4 @@
-"""Sounds to send and to judge: sentences and tones, their encodings, and how like two sounds are."""
+"""Audio to send and to judge: sentences and tones, their encodings, and how like two recordings are."""
 
 import subprocess
 import wave
@@ -11,7 +11,7 @@ FORMATS = {"pcmu": "mulaw", "pcma": "alaw"}
 CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000}
 PIECE = RATE * 4 // 10
 SHIFT = RATE // 10
-LEAD_SECONDS = 0.6  # silence before a sound of who cannot see when the output is open: a third of a second after PLAY
+LEAD_SECONDS = 0.6  # silence before audio of who cannot see when the output is open: a third of a second after PLAY
 
 
 def speech(text=SENTENCE, voice="en", speed=165):
@@ -83,24 +83,24 @@ def write_wav(path, samples):
         file.writeframes(samples.astype("<i2").tobytes())
 
 
-def place(sound, heard):
-    """Where `sound` begins in `heard`: the offset in samples at which they are most alike."""
-    assert len(heard) >= len(sound), f"only {len(heard) / RATE:.2f} s of {len(sound) / RATE:.2f} s were heard"
-    size = 1 << (len(heard) + len(sound) - 1).bit_length()
-    product = numpy.fft.irfft(numpy.fft.rfft(heard, size) * numpy.conj(numpy.fft.rfft(sound.astype(float), size)), size)
-    return int(numpy.argmax(product[:len(heard) - len(sound) + 1]))
+def place(audio, heard):
+    """Where `audio` begins in `heard`: the offset in samples at which they are most alike."""
+    assert len(heard) >= len(audio), f"only {len(heard) / RATE:.2f} s of {len(audio) / RATE:.2f} s were heard"
+    size = 1 << (len(heard) + len(audio) - 1).bit_length()
+    product = numpy.fft.irfft(numpy.fft.rfft(heard, size) * numpy.conj(numpy.fft.rfft(audio.astype(float), size)), size)
+    return int(numpy.argmax(product[:len(heard) - len(audio) + 1]))
 
 
-def likeness(sound, heard):
-    """Correlation of `sound` with what is most like it in `heard`: 1 for the same sound at any level.
+def likeness(audio, heard):
+    """Correlation of `audio` with what is most like it in `heard`: 1 for the same audio at any level.
 
     Piece by piece: where a busy machine sent or played late for a moment, what follows may stand a little later.
     """
-    at = place(sound, heard)
-    sound = sound.astype(float)
+    at = place(audio, heard)
+    audio = audio.astype(float)
     product = power = 0.0
-    for begin in range(0, len(sound), PIECE):
-        piece = sound[begin:begin + PIECE]
+    for begin in range(0, len(audio), PIECE):
+        piece = audio[begin:begin + PIECE]
         first = max(0, at + begin - SHIFT)
         nearby = heard[first:at + begin + len(piece) + SHIFT]
         if len(nearby) < len(piece):
@@ -109,7 +109,7 @@ def likeness(sound, heard):
         found = nearby[offset:offset + len(piece)]
         product += found @ piece
         power += found @ found
-    norm = numpy.sqrt(power * (sound @ sound))
+    norm = numpy.sqrt(power * (audio @ audio))
     return float(product / norm) if norm else 0.0
 
 

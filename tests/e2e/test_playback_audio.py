@@ -1,4 +1,4 @@
-"""Recordings with sound: both tracks by one clock, from the begin to the end."""
+"""Recordings with audio: both tracks by one clock, from the begin to the end."""
 
 import re
 
@@ -10,7 +10,7 @@ from rtsp_client import RtspClient, assert_no_gap
 from server import Server
 
 
-class WithSound:
+class WithAudio:
     def __init__(self, server, film):
         self.server = server
         self.film = film
@@ -35,19 +35,19 @@ class WithSound:
 
 
 @pytest.fixture(scope="module")
-def with_sound(build_folder, tmp_path_factory):
+def with_audio(build_folder, tmp_path_factory):
     film = recordings.film(build_folder)
     folder = tmp_path_factory.mktemp("recorded")
     server = Server(build_folder / "ovrtspd", folder, recordings.config(film, folder / "recordings", audio="aac"))
     try:
-        yield WithSound(server, film)
+        yield WithAudio(server, film)
         server.stop()
     finally:
         server.kill()
 
 
-def test_both_tracks_play_to_the_end_together(with_sound):
-    client, (video, audio) = with_sound.play()
+def test_both_tracks_play_to_the_end_together(with_audio):
+    client, (video, audio) = with_audio.play()
     for index in (0, 1):
         assert_no_gap(client.packets(index))
     assert sorted(goodbyes(client)) == [0, 1]
@@ -60,23 +60,23 @@ def test_both_tracks_play_to_the_end_together(with_sound):
     assert max(arrivals) - min(arrivals) < 0.15
 
 
-def test_sound_has_no_holes(with_sound):
-    client, (_, audio) = with_sound.play(headers={"Range": "npt=1-6", "Speed": "4"})
+def test_audio_has_no_holes(with_audio):
+    client, (_, audio) = with_audio.play(headers={"Range": "npt=1-6", "Speed": "4"})
     steps = {round(b - a, 4) for a, b in zip(audio, audio[1:]) if b != a}
     assert len(steps) == 1, "one block after the other"
     assert steps.pop() == pytest.approx(1024 / 8000, abs=0.0005)
 
 
-def test_a_seek_takes_both_tracks_along(with_sound, transport):
-    client, (video, audio) = with_sound.play(transport, {"Range": "npt=4.3-", "Speed": "4"})
+def test_a_seek_takes_both_tracks_along(with_audio, transport):
+    client, (video, audio) = with_audio.play(transport, {"Range": "npt=4.3-", "Speed": "4"})
     begin = npt(client.answer)[0]
     assert 3.2 < begin <= 4.3
     assert min(video) == pytest.approx(begin, abs=0.002)
     assert begin - 0.01 <= min(audio) < begin + 0.15
 
 
-def test_twice_as_fast_the_sound_keeps_to_the_frames(with_sound):
-    client, (video, audio) = with_sound.play(headers={"Scale": "2"})
+def test_twice_as_fast_the_audio_keeps_to_the_frames(with_audio):
+    client, (video, audio) = with_audio.play(headers={"Scale": "2"})
     assert len(client.packets(1)) > 0
     # Time stamps are those of the scaled presentation: half as long.
     end = npt(client.answer)[1]
@@ -84,8 +84,8 @@ def test_twice_as_fast_the_sound_keeps_to_the_frames(with_sound):
     assert audio[-1] == pytest.approx(end / 2, abs=0.3)
 
 
-def test_faster_than_that_there_is_no_sound(with_sound):
-    client, (video, audio) = with_sound.play(headers={"Scale": "4"})
+def test_faster_than_that_there_is_no_audio(with_audio):
+    client, (video, audio) = with_audio.play(headers={"Scale": "4"})
     assert audio == []
-    assert len(with_sound.film.frames(client.packets(0))) == pytest.approx(SECONDS * RATE, abs=RATE + 1)
+    assert len(with_audio.film.frames(client.packets(0))) == pytest.approx(SECONDS * RATE, abs=RATE + 1)
     assert sorted(goodbyes(client)) == [0, 1]
