@@ -20,14 +20,14 @@ enum HostStatus
     hostConnectionUnusable = -105,
     /// There is no audio output, or no decoder for what the track carries.
     hostTalkBackUnavailable = -106,
-    /// There is no footage of the camera in the interval that was asked for.
+    /// There is no recorded media of the camera in the interval that was asked for.
     hostRecordingUnknown = -107,
-    /// The instant that was asked for is not in the recording, or no footage follows it; what played before
+    /// The instant that was asked for is not in the recording, or no recorded media follows it; what played before
     /// goes on.
     hostRangeInvalid = -108,
     /// Another talk-back session has the audio output for itself.
     hostTalkBackBusy = -111,
-    /// There may be footage in the interval that was asked for, but the index of the recordings is being
+    /// There may be recorded media in the interval that was asked for, but the index of the recordings is being
     /// rebuilt or cannot be read now. Ask again later.
     hostRecordingsIncomplete = -113,
     /// The client said goodbye: its talk-back session ends.

@@ -1,6 +1,6 @@
 #include "hostapi/playback/OVAVPlayBackSource.h"
 
-/// This host's footage depends on the record alone.
+/// This host's recorded media depends on the record alone.
 struct OVAVPlayBackSource::Impl
 {
     RecordInfo record;

@@ -5,9 +5,9 @@ namespace refhost
 
 /// How fast a recording plays. A plain value.
 ///
-/// `scale` is how much footage passes in a second of the player's time, negative when it plays backwards: RTP
-/// timestamps are those of the scaled footage (RFC 2326, section 12.34 and appendix B). `speed` is how much
-/// faster than its timestamps say the scaled footage is delivered (section 12.35).
+/// `scale` is how much recorded media passes in a second of the player's time, negative when it plays backwards: RTP
+/// timestamps are those of the scaled recorded media (RFC 2326, section 12.34 and appendix B). `speed` is how much
+/// faster than its timestamps say the scaled recorded media is delivered (section 12.35).
 struct PlaySpeed
 {
     static constexpr double slowest = 0.25;
@@ -21,7 +21,7 @@ struct PlaySpeed
     double speed = 1;
 
     /// What is really done where a client asks for this much: each is brought into [slowest, fastest], the
-    /// scale in its direction, and footage is never delivered faster than `fastest` in all, for which the
+    /// scale in its direction, and recorded media is never delivered faster than `fastest` in all, for which the
     /// speed gives way. What is no speed (0, not a number, a speed below 0) counts as 1.
     static PlaySpeed used(double scale, double speed);
 
@@ -30,7 +30,7 @@ struct PlaySpeed
         return scale < 0;
     }
 
-    /// How much footage passes, whichever way.
+    /// How much recorded media passes, whichever way.
     double rate() const
     {
         return backwards() ? -scale : scale;
@@ -63,7 +63,7 @@ enum PlayRangeKind
 {
     /// Packets carry the header extension of ONVIF replay.
     playRangeReplay = 1,
-    /// Footage goes as fast as the way takes it.
+    /// RecordedMedia goes as fast as the way takes it.
     playRangeUnpaced = 2,
     /// Only key frames and no audio.
     playRangeKeyFrames = 4,
@@ -71,7 +71,7 @@ enum PlayRangeKind
     /// repeats.
     playRangeSequenceShift = 8,
     /// Shift of fifteen bits that hold how far apart key frames are at least, where only these are sent: in
-    /// the footage, in units of 10 ms. 0: every one is sent.
+    /// the recorded media, in units of 10 ms. 0: every one is sent.
     playRangeDistanceShift = 16,
     playRangeLongestDistance = 0x7fff
 };

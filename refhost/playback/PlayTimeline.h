@@ -5,15 +5,15 @@
 namespace refhost
 {
 
-/// How the time of footage maps to the time of its player, for all tracks of a session.
+/// How the time of recorded media maps to the time of its player, for all tracks of a session.
 ///
-/// Player's time counts nanoseconds from 0 and never goes back: after a gap in the footage or a seek it goes
+/// Player's time counts nanoseconds from 0 and never goes back: after a gap in the recorded media or a seek it goes
 /// on where it was (RFC 2326, appendix B). Threads: one at a time.
 class PlayTimeline
 {
 public:
-    /// Footage goes on at `mediaNs`, wherever it was before.
-    /// \param scale  seconds of footage in a second of the player's time
+    /// RecordedMedia goes on at `mediaNs`, wherever it was before.
+    /// \param scale  seconds of recorded media in a second of the player's time
     void jump(std::int64_t mediaNs, double scale);
 
     /// Changes the scale from `mediaNs` on.

@@ -6,7 +6,7 @@
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/HostStatus.h"
 #include "refhost/media/Codec.h"
-#include "refhost/playback/FootageReader.h"
+#include "refhost/playback/RecordingReader.h"
 
 namespace refhost
 {
@@ -16,11 +16,11 @@ namespace
 constexpr std::int64_t nsPerSecond = 1'000'000'000;
 
 /// When the first frame was taken that a player of all these tracks is sent.
-std::optional<std::int64_t> startOf(const std::shared_ptr<const FootageDirectory>& directory,
+std::optional<std::int64_t> startOf(const std::shared_ptr<const RecordingDirectory>& directory,
                                     const HostClock& clock, int cameraId, std::int64_t beginNs,
                                     std::int64_t endNs, const std::vector<SubMediaInfo>& tracks)
 {
-    FootageReader::Request request;
+    RecordingReader::Request request;
     request.cameraId = cameraId;
     request.streamId = directory->streamOf(cameraId, beginNs, endNs).value_or(0);
     request.fromNs = beginNs;
@@ -29,13 +29,14 @@ std::optional<std::int64_t> startOf(const std::shared_ptr<const FootageDirectory
     {
         (track.mediaType == "video" ? request.video : request.audio) = codecEncodedAs(track.encodingName);
     }
-    return FootageReader::startOf(directory, clock, request);
+    return RecordingReader::startOf(directory, clock, request);
 }
 
 }  // namespace
 
-PlaybackCatalog::PlaybackCatalog(Footage footage, PlaybackScheduler& scheduler, const HostClock& clock)
-    : footage_(std::move(footage)), scheduler_(scheduler), clock_(clock)
+PlaybackCatalog::PlaybackCatalog(RecordedMedia recordings, PlaybackScheduler& scheduler,
+                                 const HostClock& clock)
+    : recordings_(std::move(recordings)), scheduler_(scheduler), clock_(clock)
 {
 }
 
@@ -137,7 +138,7 @@ std::int64_t PlaybackCatalog::run(std::int64_t nowMs)
 int PlaybackCatalog::lookUp(const Key& key, Entry& out)
 {
     const auto [camera, begin, end] = key;
-    const auto directory = footage_();
+    const auto directory = recordings_();
     if (!directory)
     {
         return hostRecordingUnknown;

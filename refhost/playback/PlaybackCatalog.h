@@ -13,9 +13,9 @@
 #include "hostapi/description/MediaInfo.h"
 #include "hostapi/description/RecordInfo.h"
 #include "refhost/base/HostClock.h"
-#include "refhost/playback/FootageDescriber.h"
-#include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/PlaybackScheduler.h"
+#include "refhost/playback/RecordingDescriber.h"
+#include "refhost/playback/RecordingDirectory.h"
 
 namespace refhost
 {
@@ -25,23 +25,23 @@ namespace refhost
 class PlaybackCatalog : public PlaybackWork, public std::enable_shared_from_this<PlaybackCatalog>
 {
 public:
-    using Footage = std::function<std::shared_ptr<const FootageDirectory>()>;
+    using RecordedMedia = std::function<std::shared_ptr<const RecordingDirectory>()>;
 
-    /// How long an answer holds, milliseconds: that there is footage, and that there is none.
+    /// How long an answer holds, milliseconds: that there is recorded media, and that there is none.
     static constexpr std::int64_t foundMs = 30'000;
     static constexpr std::int64_t nothingMs = 2'000;
     /// Most recordings that are known at a time; the one asked for least recently goes.
     static constexpr std::size_t most = 256;
 
     /// \param scheduler, clock  outlive the catalog
-    PlaybackCatalog(Footage footage, PlaybackScheduler& scheduler, const HostClock& clock);
+    PlaybackCatalog(RecordedMedia recordings, PlaybackScheduler& scheduler, const HostClock& clock);
     ~PlaybackCatalog() override;
 
-    /// Describes the footage of a recording: its tracks, the first frame that is sent of it, which is the key
+    /// Describes the recorded media of a recording: its tracks, the first frame that is sent of it, which is the key
     /// frame at or before its begin, and the length from there; `mediaUrl` is left alone.
     /// \param[out] out  filled on success, otherwise left as it was
     /// \returns 0; hostStreamNotReady while it is looked up, and ChangeSignal tells; hostRecordingUnknown
-    ///          when there is no footage; hostRecordingsIncomplete when that is not known yet;
+    ///          when there is no recorded media; hostRecordingsIncomplete when that is not known yet;
     ///          hostStreamFailed when none of it can be read
     int describe(const RecordInfo& record, MediaInfo& out);
 
@@ -65,10 +65,10 @@ private:
     bool nextAsked(Key& key) const;
     int lookUp(const Key& key, Entry& out);
 
-    const Footage footage_;
+    const RecordedMedia recordings_;
     PlaybackScheduler& scheduler_;
     const HostClock& clock_;
-    FootageDescriber describer_;  // run() alone
+    RecordingDescriber describer_;  // run() alone
     mutable std::mutex mutex_;
     Entries entries_;
     std::map<Key, Entries::iterator> byKey_;

@@ -37,7 +37,7 @@ public:
         return bytes_;
     }
 
-    /// Footage from the first unit to the last, nanoseconds; only what belongs to one section counts.
+    /// RecordedMedia from the first unit to the last, nanoseconds; only what belongs to one section counts.
     std::int64_t spanNs() const;
 
     /// Appends a unit. Files may hold audio and video of the same time far from each other: it goes in

@@ -12,10 +12,10 @@ namespace
 
 constexpr std::int64_t nsPerSecond = 1'000'000'000;
 
-std::shared_ptr<const FootageDirectory> recordedFootage()
+std::shared_ptr<const RecordingDirectory> recordedMedia()
 {
     const auto index = Device::recordings();
-    return index ? std::make_shared<IndexedFootage>(index) : nullptr;
+    return index ? std::make_shared<IndexedRecordings>(index) : nullptr;
 }
 
 }  // namespace
@@ -23,16 +23,16 @@ std::shared_ptr<const FootageDirectory> recordedFootage()
 PlaybackService& PlaybackService::instance()
 {
     // Never destroyed: connections may be served until the very end of the process.
-    static PlaybackService* const service = new PlaybackService(PlaybackSettings(), recordedFootage, workers);
+    static PlaybackService* const service = new PlaybackService(PlaybackSettings(), recordedMedia, workers);
     return *service;
 }
 
-PlaybackService::PlaybackService(const PlaybackSettings& settings, Footage footage, unsigned threads)
+PlaybackService::PlaybackService(const PlaybackSettings& settings, RecordedMedia recordings, unsigned threads)
     : settings_(settings),
-      footage_(std::move(footage)),
+      recordings_(std::move(recordings)),
       threads_(threads),
       scheduler_(*settings.clock),
-      catalog_(std::make_shared<PlaybackCatalog>(footage_, scheduler_, *settings.clock))
+      catalog_(std::make_shared<PlaybackCatalog>(recordings_, scheduler_, *settings.clock))
 {
 }
 
@@ -49,7 +49,7 @@ std::shared_ptr<PlaybackSession> PlaybackService::makeSession(const RecordInfo& 
     const auto beginNs = static_cast<std::int64_t>(record.getRecordBeginTime()) * nsPerSecond;
     const auto endNs = static_cast<std::int64_t>(record.getRecordEndTime()) * nsPerSecond;
     auto source = std::make_unique<RecordedSource>(
-        footage_(), *settings_.clock, RecordedSource::Interval{record.getCameraId(), beginNs, endNs});
+        recordings_(), *settings_.clock, RecordedSource::Interval{record.getCameraId(), beginNs, endNs});
     const PlaybackSession::Interval interval{beginNs, endNs, startNs > 0 ? startNs : beginNs};
     return std::make_shared<PlaybackSession>(interval, std::move(source), scheduler_, settings);
 }

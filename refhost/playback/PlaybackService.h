@@ -5,22 +5,22 @@
 #include <mutex>
 
 #include "hostapi/description/RecordInfo.h"
-#include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/PlaybackCatalog.h"
 #include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/PlaybackSession.h"
 #include "refhost/playback/PlaybackSettings.h"
+#include "refhost/playback/RecordingDirectory.h"
 
 namespace refhost
 {
 
-/// What all playback of the process shares: the workers, where footage is found, and what is known of it.
+/// What all playback of the process shares: the workers, where recorded media is found, and what is known of it.
 /// Threads: any.
 class PlaybackService
 {
 public:
-    /// Tells where footage is found now; null where nothing is recorded.
-    using Footage = std::function<std::shared_ptr<const FootageDirectory>()>;
+    /// Tells where recorded media is found now; null where nothing is recorded.
+    using RecordedMedia = std::function<std::shared_ptr<const RecordingDirectory>()>;
 
     /// Workers of the process: one that waits for a disk does not hold up the other.
     static constexpr unsigned workers = 2;
@@ -31,7 +31,7 @@ public:
 
     /// One of one's own; a test's.
     /// \param threads  workers; 0: the test runs the work
-    PlaybackService(const PlaybackSettings& settings, Footage footage, unsigned threads);
+    PlaybackService(const PlaybackSettings& settings, RecordedMedia recordings, unsigned threads);
     ~PlaybackService();
     PlaybackService(const PlaybackService&) = delete;
     PlaybackService& operator=(const PlaybackService&) = delete;
@@ -62,7 +62,7 @@ private:
     void ensureWorkers();
 
     const PlaybackSettings settings_;
-    const Footage footage_;
+    const RecordedMedia recordings_;
     const unsigned threads_;
     std::mutex mutex_;
     bool started_ = false;

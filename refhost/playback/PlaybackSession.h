@@ -34,13 +34,13 @@ namespace refhost
 class PlaybackSession : public PlaybackWork, public std::enable_shared_from_this<PlaybackSession>
 {
 public:
-    /// The footage that a URL names: wall clock, nanoseconds since 1970.
+    /// The recorded media that a URL names: wall clock, nanoseconds since 1970.
     struct Interval
     {
         std::int64_t beginNs = 0;
         std::int64_t endNs = 0;
         /// Where the presentation's time is 0: the first frame that a play() from the begin sends. Before the
-        /// begin, where that is in a GOP, or behind it, where footage begins later.
+        /// begin, where that is in a GOP, or behind it, where recorded media begins later.
         std::int64_t startNs = 0;
     };
 
@@ -60,7 +60,7 @@ public:
     /// Plays on from where the track was paused, from the range that was set since, or from the begin.
     /// \returns 0, also when it plays already; hostStreamNotReady while the place is looked for;
     /// hostRangeInvalid
-    ///          when there is no footage from there on, and what played before goes on;
+    ///          when there is no recorded media from there on, and what played before goes on;
     ///          hostConnectionUnusable without an open way to the client
     int play(const std::string& trackId);
 

@@ -13,7 +13,7 @@ namespace refhost
 struct PlaybackSettings
 {
     /// How far a session reads ahead of what it sends: seconds of the player's time, in milliseconds, and
-    /// bytes of packets. The bytes are the firmer limit; where they hold less than the time, footage is read
+    /// bytes of packets. The bytes are the firmer limit; where they hold less than the time, recorded media is read
     /// as it is sent.
     std::int64_t readAheadMs = 1000;
     std::size_t readAheadBytes = 1U << 20U;

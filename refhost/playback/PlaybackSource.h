@@ -8,14 +8,14 @@
 namespace refhost
 {
 
-/// One access unit of footage and when it belongs where.
+/// One access unit of recorded media and when it belongs where.
 struct PlaybackUnit
 {
     AccessUnitPtr unit;
     bool video = false;
     /// A decoder can start here.
     bool key = false;
-    /// The last one of its track before a gap or the end of the footage.
+    /// The last one of its track before a gap or the end of the recorded media.
     bool last = false;
     /// When the frame or block of audio was taken: wall clock, nanoseconds since 1970.
     std::int64_t wallNs = 0;
@@ -27,11 +27,11 @@ struct PlaybackUnit
     std::int64_t dueNs = 0;
     /// How long it is shown or heard, nanoseconds.
     std::int64_t durationNs = 0;
-    /// Number of the contiguous section of footage; another one after each gap.
+    /// Number of the contiguous section of recorded media; another one after each gap.
     std::uint32_t section = 0;
 };
 
-/// Footage of an interval as one session reads it. Used by one thread at a time; may read from a disk.
+/// RecordedMedia of an interval as one session reads it. Used by one thread at a time; may read from a disk.
 class PlaybackSource
 {
 public:
@@ -40,7 +40,7 @@ public:
     {
         /// Most bytes of RTP payload in a packet; 0: the track is not wanted.
         int payloadSize = 0;
-        /// Encoding name that the client was told; footage of another coding is left out.
+        /// Encoding name that the client was told; recorded media of another coding is left out.
         std::string encodingName;
     };
 
@@ -51,7 +51,7 @@ public:
         /// Reads key frames alone, from the one at or before `fromNs` down to those at or after `endNs`.
         bool backwards = false;
         bool keyFramesOnly = false;
-        std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least, in the footage
+        std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least, in the recorded media
         Track video;
         Track audio;
 
@@ -66,13 +66,13 @@ public:
     {
         unit,
         end,   ///< nothing follows
-        later  ///< the footage is still being written; ask again
+        later  ///< the recorded media is still being written; ask again
     };
 
     virtual ~PlaybackSource() = default;
 
     /// Begins anew.
-    /// \returns false when no footage is there or follows; what was read before goes on then
+    /// \returns false when no recorded media is there or follows; what was read before goes on then
     virtual bool open(const Request& request) = 0;
 
     /// Reads on, over the ends of segments and over gaps, in the order of decoding.

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "refhost/base/Log.h"
-#include "refhost/playback/FootageReader.h"
+#include "refhost/playback/RecordingReader.h"
 #include "refhost/playback/ReverseReader.h"
 
 namespace refhost
@@ -52,7 +52,7 @@ std::int64_t audioLength(Codec codec, const AccessUnit& unit, const GstCaps* cap
 
 }  // namespace
 
-RecordedSource::RecordedSource(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
+RecordedSource::RecordedSource(std::shared_ptr<const RecordingDirectory> directory, const HostClock& clock,
                                const Interval& interval)
     : directory_(std::move(directory)), clock_(clock), interval_(interval)
 {
@@ -115,7 +115,7 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
                                             request.keyDistanceNs, *video};
         return std::make_unique<ReverseReader>(directory_, wanted);
     }
-    FootageReader::Request wanted;
+    RecordingReader::Request wanted;
     wanted.cameraId = interval_.cameraId;
     wanted.streamId = *streamId_;
     wanted.fromNs = request.fromNs;
@@ -124,7 +124,7 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
     wanted.keyDistanceNs = request.keyDistanceNs;
     wanted.video = video;
     wanted.audio = codingOfTrack(request.audio);
-    return std::make_unique<FootageReader>(directory_, clock_, wanted);
+    return std::make_unique<RecordingReader>(directory_, clock_, wanted);
 }
 
 bool RecordedSource::preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser)

@@ -8,15 +8,15 @@
 #include <optional>
 
 #include "refhost/base/HostClock.h"
-#include "refhost/playback/FootageDirectory.h"
 #include "refhost/playback/Packetiser.h"
 #include "refhost/playback/PlaybackSource.h"
+#include "refhost/playback/RecordingDirectory.h"
 #include "refhost/playback/UnitReader.h"
 
 namespace refhost
 {
 
-/// A camera's recorded footage in RTP packets.
+/// A camera's recorded media in RTP packets.
 class RecordedSource : public PlaybackSource
 {
 public:
@@ -30,7 +30,7 @@ public:
 
     /// \param directory  where segments are found; null where nothing is recorded
     /// \param clock      outlives the source
-    RecordedSource(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
+    RecordedSource(std::shared_ptr<const RecordingDirectory> directory, const HostClock& clock,
                    const Interval& interval);
     ~RecordedSource() override;
 
@@ -55,7 +55,7 @@ private:
         std::int64_t nextNs = 0;  ///< when the next unit of the track is shown; 0 when unknown
     };
 
-    /// One way through the footage.
+    /// One way through the recorded media.
     struct Reading
     {
         Request request;
@@ -78,7 +78,7 @@ private:
     std::int64_t durationOf(const CodedUnit& unit, const Outlook& outlook);
     void add(const AccessUnitPtr& unit, const Waiting& from, const Outlook& outlook, std::int64_t durationNs);
 
-    const std::shared_ptr<const FootageDirectory> directory_;
+    const std::shared_ptr<const RecordingDirectory> directory_;
     const HostClock& clock_;
     const Interval interval_;
     std::optional<int> streamId_;

@@ -23,7 +23,7 @@ constexpr std::int64_t toleranceNs = 20 * millisecond;
 
 }  // namespace
 
-ReverseReader::ReverseReader(std::shared_ptr<const FootageDirectory> directory, const Request& request)
+ReverseReader::ReverseReader(std::shared_ptr<const RecordingDirectory> directory, const Request& request)
     : directory_(std::move(directory)),
       request_(request),
       soughtToNs_(request.fromNs + 1),

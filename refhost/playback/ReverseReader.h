@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "refhost/media/Codec.h"
-#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/RecordingDirectory.h"
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/playback/UnitReader.h"
 
@@ -30,7 +30,7 @@ public:
         Codec video = Codec::h264;
     };
 
-    ReverseReader(std::shared_ptr<const FootageDirectory> directory, const Request& request);
+    ReverseReader(std::shared_ptr<const RecordingDirectory> directory, const Request& request);
     ~ReverseReader() override;
 
     /// Never says `later`.
@@ -52,7 +52,7 @@ private:
     void findBefore();
     bool readBefore(CodedUnit& out);
 
-    const std::shared_ptr<const FootageDirectory> directory_;
+    const std::shared_ptr<const RecordingDirectory> directory_;
     const Request request_;
     std::deque<RecordedSegment> found_;  // the next ones, the latest first
     std::int64_t soughtToNs_;            // segments that begin here or later are known already

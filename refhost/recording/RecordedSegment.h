@@ -35,14 +35,14 @@ struct SegmentPlace
 };
 
 /// A time without a seam in which a stream was recorded.
-struct FootageInterval
+struct RecordedInterval
 {
     std::int64_t beginNs = 0;  ///< wall clock, nanoseconds since 1970
     std::int64_t endNs = 0;    ///< exclusive
     bool growing = false;      ///< true when it goes on
 };
 
-/// A stream that there is footage of.
+/// A stream that there is recorded media of.
 struct RecordedStream
 {
     int cameraId = 0;

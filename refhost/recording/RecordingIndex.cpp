@@ -337,9 +337,9 @@ std::optional<RecordedStream> RecordingIndex::streamAfter(const RecordedStream& 
     return RecordedStream{static_cast<int>(query.number(0)), static_cast<int>(query.number(1))};
 }
 
-std::vector<FootageInterval> RecordingIndex::footage(int cameraId, int streamId) const
+std::vector<RecordedInterval> RecordingIndex::recordings(int cameraId, int streamId) const
 {
-    std::vector<FootageInterval> intervals;
+    std::vector<RecordedInterval> intervals;
     int epoch = 0;
     for (const RecordedSegment& segment : segments(reading_.ofStream, cameraId, streamId))
     {
@@ -348,12 +348,12 @@ std::vector<FootageInterval> RecordingIndex::footage(int cameraId, int streamId)
         {
             intervals.push_back({segment.beginNs, segment.beginNs, false});
         }
-        FootageInterval& interval = intervals.back();
+        RecordedInterval& interval = intervals.back();
         interval.endNs = std::max(interval.endNs, endOf(segment));
         interval.growing = !segment.closed;
     }
     std::stable_sort(intervals.begin(), intervals.end(),
-                     [](const FootageInterval& a, const FootageInterval& b)
+                     [](const RecordedInterval& a, const RecordedInterval& b)
                      { return a.beginNs < b.beginNs; });
     return intervals;
 }

@@ -55,7 +55,7 @@ public:
         return directory_;
     }
 
-    /// Segments with footage in [beginNs, endNs) of a camera: of its lowest stream that has any there. Closed
+    /// Segments with recorded media in [beginNs, endNs) of a camera: of its lowest stream that has any there. Closed
     /// and open ones, in the order of epoch and begin.
     std::vector<RecordedSegment> find(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
     /// The same of one stream.
@@ -63,14 +63,14 @@ public:
     /// \param after  those behind this place alone; at first all
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
                                       int most = -1, const SegmentPlace& after = {}) const;
-    /// The lowest stream of a camera with footage in [beginNs, endNs); nothing where there is none.
+    /// The lowest stream of a camera with recorded media in [beginNs, endNs); nothing where there is none.
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
 
     /// Every stream with a segment, in the order of camera and stream.
     std::vector<RecordedStream> streams() const;
     /// When a stream was recorded, in time order; the gaps are between the intervals. Where the clock was set
     /// back, intervals overlap.
-    std::vector<FootageInterval> footage(int cameraId, int streamId) const;
+    std::vector<RecordedInterval> recordings(int cameraId, int streamId) const;
 
     /// Every segment in the order of its begin; the oldest first.
     std::vector<RecordedSegment> all() const;

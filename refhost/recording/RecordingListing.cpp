@@ -42,21 +42,21 @@ void RecordingListing::write(const RecordingIndex& index, std::ostream& out) con
 void RecordingListing::writeStream(const RecordingIndex& index, const RecordedStream& stream,
                                    std::ostream& out) const
 {
-    const std::vector<FootageInterval> footage = index.footage(stream.cameraId, stream.streamId);
+    const std::vector<RecordedInterval> recordings = index.recordings(stream.cameraId, stream.streamId);
     std::int64_t recorded = 0;
-    for (const FootageInterval& interval : footage)
+    for (const RecordedInterval& interval : recordings)
     {
         recorded += interval.endNs - interval.beginNs;
     }
     std::size_t gaps = 0;
-    for (std::size_t i = 1; i < footage.size(); ++i)
+    for (std::size_t i = 1; i < recordings.size(); ++i)
     {
-        gaps += footage[i].beginNs >= footage[i - 1].endNs ? 1 : 0;
+        gaps += recordings[i].beginNs >= recordings[i - 1].endNs ? 1 : 0;
     }
     out << fmt::format("{}: {} seconds, {} gap{}\n", nameOf_(stream.cameraId, stream.streamId),
                        seconds(recorded), gaps, gaps == 1 ? "" : "s");
-    const FootageInterval* before = nullptr;
-    for (const FootageInterval& interval : footage)
+    const RecordedInterval* before = nullptr;
+    for (const RecordedInterval& interval : recordings)
     {
         if (before != nullptr)
         {
@@ -73,7 +73,7 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
 }
 
 // Whole seconds inside the interval, so that all that is asked for is there; of a short one those around it.
-std::string RecordingListing::url(int cameraId, const FootageInterval& interval) const
+std::string RecordingListing::url(int cameraId, const RecordedInterval& interval) const
 {
     std::int64_t begin = (interval.beginNs + second - 1) / second;
     std::int64_t end = interval.endNs / second;

@@ -27,7 +27,7 @@ public:
 
 private:
     void writeStream(const RecordingIndex& index, const RecordedStream& stream, std::ostream& out) const;
-    std::string url(int cameraId, const FootageInterval& interval) const;
+    std::string url(int cameraId, const RecordedInterval& interval) const;
 
     std::string base_;
     bool recording_;

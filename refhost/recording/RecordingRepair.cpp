@@ -59,7 +59,7 @@ void closeOrSetAside(Run& run, const RecordedSegment& segment)
     SegmentMeasure measure;
     switch (run.measure(segment.path, measure))
     {
-        case SegmentMeasure::Result::footage:
+        case SegmentMeasure::Result::media:
             run.count(run.index.close(segment.id, measure.durationNs, measure.bytes), run.result.closed);
             return;
         case SegmentMeasure::Result::nothing:
@@ -104,7 +104,7 @@ void adopt(Run& run, const SegmentPath& place, const std::string& path)
 {
     SegmentMeasure measure;
     if (run.isTheLedgers(path) || run.index.has(path) ||
-        run.measure(path, measure) != SegmentMeasure::Result::footage)
+        run.measure(path, measure) != SegmentMeasure::Result::media)
     {
         return;
     }

@@ -130,7 +130,7 @@ Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure,
     }
     measure.durationNs = std::max(reference.lastNs + reference.stepNs, leastNs);
     measure.bytes = static_cast<std::int64_t>(status.st_size);
-    return Result::footage;
+    return Result::media;
 }
 
 }  // namespace refhost

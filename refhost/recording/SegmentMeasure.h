@@ -12,7 +12,7 @@ struct SegmentMeasure
 {
     enum class Result
     {
-        footage,    ///< it was measured
+        media,      ///< it was measured
         nothing,    ///< nothing in it can be played, or there is no file
         unreadable  ///< the system does not give its bytes: nobody knows
     };
@@ -24,7 +24,7 @@ struct SegmentMeasure
     std::int64_t bytes = 0;       ///< size of the file
 
     /// Measures a file, finished or not.
-    /// \param[out] measure  set where there is footage
+    /// \param[out] measure  set where there is recorded media
     /// \param stopping  ends it soon when it becomes true, as if the file could not be read; null: never
     static Result take(const std::string& path, SegmentMeasure& measure,
                        const std::atomic<bool>* stopping = nullptr);

@@ -1,4 +1,4 @@
-"""Footage of which every frame is known, and which of its frames a client received."""
+"""RecordedMedia of which every frame is known, and which of its frames a client received."""
 
 import dataclasses
 import hashlib
@@ -10,13 +10,13 @@ GOP = 25
 
 @dataclasses.dataclass
 class Frame:
-    number: int     # in the footage
+    number: int     # in the recorded media
     timestamp: int  # RTP
     key: bool
     packets: list
 
 
-class CountedFootage:
+class CountedRecordings:
     """A film whose frames all differ; those that travel unchanged through a server are known again."""
 
     def __init__(self, path):

@@ -1,4 +1,4 @@
-"""Servers that record counted footage, and what is known of it."""
+"""Servers that record counted recorded media, and what is known of it."""
 
 import dataclasses
 import math
@@ -6,7 +6,7 @@ import re
 import time
 
 from made_once import made_once
-from frames import GOP, RATE, CountedFootage
+from frames import GOP, RATE, CountedRecordings
 from rtsp_client import RtspClient
 from server import wait_until
 
@@ -57,7 +57,7 @@ class Interval:
 def film(build_folder, seconds=120):
     """Made once for each build tree."""
     path = build_folder / f"e2e-counted-{seconds}.mp4"
-    return CountedFootage(made_once(path, lambda partial: CountedFootage.make(partial, seconds)))
+    return CountedRecordings(made_once(path, lambda partial: CountedRecordings.make(partial, seconds)))
 
 
 def url(server, begin, end, camera=CAMERA):

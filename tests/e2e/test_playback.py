@@ -198,7 +198,7 @@ def test_play_after_the_end_begins_anew(recorded):
         assert_no_gap(client.rtp)
 
 
-def test_ranges_without_footage_are_refused(recorded):
+def test_ranges_without_recordings_are_refused(recorded):
     with RtspClient(recorded.url) as client:
         client.describe()
         client.setup_all()
@@ -208,7 +208,7 @@ def test_ranges_without_footage_are_refused(recorded):
         assert client.request("PLAY", headers={"Range": "npt=7-"}).status == 200
 
 
-def test_intervals_and_cameras_without_footage_are_not_found(recorded):
+def test_intervals_and_cameras_without_recordings_are_not_found(recorded):
     begin = recorded.interval.begin
     for camera, first, last in [(recordings.CAMERA, 1000, 2000), (recordings.CAMERA, begin + 5, begin + 5), (77, begin, begin + 5)]:
         with RtspClient(recordings.url(recorded.server, first, last, camera)) as client:

@@ -24,7 +24,7 @@ MediaInfo described()
     return info;
 }
 
-/// What is promised whether there is footage or not.
+/// What is promised whether there is recorded media or not.
 class PlaybackDispatchContract : public testing::Test
 {
 protected:

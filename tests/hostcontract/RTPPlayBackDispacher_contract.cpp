@@ -18,7 +18,7 @@ const std::string audio = "trackID=1";
 constexpr int payloadSize = 1364;
 constexpr int untouched = 4711;
 
-/// What is promised whether there is footage or not.
+/// What is promised whether there is recorded media or not.
 class PlaybackDispatcherContract : public testing::Test
 {
 protected:

@@ -1,4 +1,4 @@
-// The library's playback session, driven as a host drives it, on this host's own dispatcher and real footage.
+// The library's playback session, driven as a host drives it, on this host's own dispatcher and real recorded media.
 #include "playback/OVPlayBack.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 #include "refhost/base/HostStatus.h"
 #include "refhost/media/Device.h"
 #include "refhost/recording/RecordingIndex.h"
-#include "tests/refhost/playback/RecordedFootage.h"
+#include "tests/refhost/playback/RecordedMedia.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost
@@ -100,7 +100,7 @@ bool saidGoodbye(Wire& wire)
 }
 
 /// Two segments of two seconds each, one behind the other.
-class DirectPlayBack : public RecordedFootageTest
+class DirectPlayBack : public RecordedMediaTest
 {
 protected:
     static constexpr long beginTime = 1'600'000'000;
@@ -332,7 +332,7 @@ TEST_F(DirectPlayBack, IntervalThatBeginsInAGopStartsAtItsKeyFrame)
     expectFrames(*viewer.video, 1, 3);
 }
 
-TEST_F(DirectPlayBack, IntervalWithoutFootageCannotBePlayed)
+TEST_F(DirectPlayBack, IntervalWithoutRecordedMediaCannotBePlayed)
 {
     OVPlayBack session;
     ASSERT_EQ(0, session.init(DeviceInfoEx(), DeviceExAbility(), 1, 1, beginTime + 100, beginTime + 200));

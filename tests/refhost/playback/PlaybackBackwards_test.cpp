@@ -86,7 +86,7 @@ TEST_F(PlaybackBackwards, WithoutRateControlTimestampsAreThoseOfTheRecording)
 
 TEST_F(PlaybackBackwards, ReplayTellsTheTrueTimeAndADiscontinuityAtEachFrame)
 {
-    footage->set({{at(0), at(3)}, {at(8), at(20)}});
+    recordings->set({{at(0), at(3)}, {at(8), at(20)}});
     const auto wire = setUp(video);
     ASSERT_EQ(session->setSpeed(video, -1, 1), 0);
     ASSERT_EQ(playFrom(video, 9, 1, playRangeReplay | playRangeUnpaced), 0);

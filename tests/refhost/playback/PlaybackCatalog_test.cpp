@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "refhost/base/HostStatus.h"
-#include "tests/refhost/playback/RecordedFootage.h"
+#include "tests/refhost/playback/RecordedMedia.h"
 
 namespace refhost
 {
@@ -13,7 +13,7 @@ namespace
 {
 
 /// Intervals are whole seconds; a recording that begins at a fraction of one has them begin inside a GOP.
-class PlaybackCatalogTest : public RecordedFootageTest
+class PlaybackCatalogTest : public RecordedMediaTest
 {
 protected:
     int describe(int begin, int end)
@@ -30,7 +30,7 @@ protected:
 
     PlaybackScheduler scheduler{clock};
     std::shared_ptr<PlaybackCatalog> catalog =
-        std::make_shared<PlaybackCatalog>([this] { return footage; }, scheduler, clock);
+        std::make_shared<PlaybackCatalog>([this] { return recordings; }, scheduler, clock);
     MediaInfo info;
 };
 
@@ -71,7 +71,7 @@ TEST_F(PlaybackCatalogTest, AudioAloneBeginsWithItsFirstBlock)
     EXPECT_GT(info.recordBeginTime, at(10.9));
 }
 
-TEST_F(PlaybackCatalogTest, AnIntervalWithoutFootageIsUnknown)
+TEST_F(PlaybackCatalogTest, AnIntervalWithoutRecordedMediaIsUnknown)
 {
     addSegment(10.25, 2);
     EXPECT_EQ(describe(13, 20), hostRecordingUnknown);

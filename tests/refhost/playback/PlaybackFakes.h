@@ -24,8 +24,8 @@ namespace test
 constexpr std::int64_t ns = 1'000'000'000;
 constexpr std::int64_t msNs = 1'000'000;
 
-/// Footage that a test scripts: 25 frames and 50 blocks of audio a second, a key frame every second.
-struct FakeFootage
+/// Recorded media that a test scripts: 25 frames and 50 blocks of audio a second, a key frame every second.
+struct FakeRecordings
 {
     static constexpr std::int64_t frameNs = 40 * msNs;
     static constexpr std::int64_t blockNs = 20 * msNs;
@@ -50,24 +50,24 @@ struct FakeFootage
     }
 };
 
-/// Reads FakeFootage.
+/// Reads FakeRecordings.
 class FakeSource : public PlaybackSource
 {
 public:
-    explicit FakeSource(std::shared_ptr<FakeFootage> footage) : footage_(std::move(footage)) {}
+    explicit FakeSource(std::shared_ptr<FakeRecordings> recordings) : recordings_(std::move(recordings)) {}
 
     bool open(const Request& request) override
     {
-        const std::lock_guard<std::mutex> guard(footage_->mutex);
-        ++footage_->opens;
-        footage_->requests.push_back(request);
+        const std::lock_guard<std::mutex> guard(recordings_->mutex);
+        ++recordings_->opens;
+        recordings_->requests.push_back(request);
         if (request.backwards)
         {
             return openBackwards(request);
         }
-        for (std::size_t i = 0; i < footage_->stretches.size(); ++i)
+        for (std::size_t i = 0; i < recordings_->stretches.size(); ++i)
         {
-            const auto& stretch = footage_->stretches[i];
+            const auto& stretch = recordings_->stretches[i];
             if (stretch.endNs <= request.fromNs)
             {
                 continue;
@@ -89,15 +89,15 @@ public:
 
     Result read(PlaybackUnit& out) override
     {
-        const std::lock_guard<std::mutex> guard(footage_->mutex);
-        ++footage_->reads;
+        const std::lock_guard<std::mutex> guard(recordings_->mutex);
+        ++recordings_->reads;
         if (request_.backwards)
         {
             return readBackwards(out);
         }
-        for (; stretch_ < footage_->stretches.size(); ++stretch_, ++section_)
+        for (; stretch_ < recordings_->stretches.size(); ++stretch_, ++section_)
         {
-            const auto& stretch = footage_->stretches[stretch_];
+            const auto& stretch = recordings_->stretches[stretch_];
             nextFrame_ = std::max(nextFrame_, stretch.beginNs);
             nextBlock_ = std::max(nextBlock_, stretch.beginNs);
             const std::int64_t end = std::min(stretch.endNs, request_.endNs);
@@ -105,7 +105,7 @@ public:
             const bool video = request_.video.payloadSize > 0;
             if (video && nextFrame_ < end && (!audio || nextFrame_ <= nextBlock_))
             {
-                const std::int64_t step = request_.keyFramesOnly ? ns : FakeFootage::frameNs;
+                const std::int64_t step = request_.keyFramesOnly ? ns : FakeRecordings::frameNs;
                 out = make(true, nextFrame_, (nextFrame_ - stretch.beginNs) % ns == 0, step);
                 nextFrame_ += step;
                 out.last = nextFrame_ >= end;
@@ -113,8 +113,8 @@ public:
             }
             if (audio && nextBlock_ < end)
             {
-                out = make(false, nextBlock_, true, FakeFootage::blockNs);
-                nextBlock_ += FakeFootage::blockNs;
+                out = make(false, nextBlock_, true, FakeRecordings::blockNs);
+                nextBlock_ += FakeRecordings::blockNs;
                 out.last = nextBlock_ >= end;
                 return Result::unit;
             }
@@ -122,7 +122,7 @@ public:
             {
                 break;
             }
-            if (footage_->growing && stretch_ + 1 == footage_->stretches.size())
+            if (recordings_->growing && stretch_ + 1 == recordings_->stretches.size())
             {
                 return Result::later;
             }
@@ -133,9 +133,9 @@ public:
 private:
     bool openBackwards(const Request& request)
     {
-        for (std::size_t i = footage_->stretches.size(); i-- > 0;)
+        for (std::size_t i = recordings_->stretches.size(); i-- > 0;)
         {
-            const auto& stretch = footage_->stretches[i];
+            const auto& stretch = recordings_->stretches[i];
             if (stretch.beginNs <= request.fromNs)
             {
                 const std::int64_t last = std::min(request.fromNs, stretch.endNs - 1);
@@ -158,9 +158,9 @@ private:
         out = make(true, nextFrame_, true, ns);
         out.mediaNs = out.dueNs = request_.mirrored(out.wallNs);
         nextFrame_ -= ns;
-        if (nextFrame_ < footage_->stretches[stretch_].beginNs && stretch_ > 0)
+        if (nextFrame_ < recordings_->stretches[stretch_].beginNs && stretch_ > 0)
         {
-            const auto& before = footage_->stretches[--stretch_];
+            const auto& before = recordings_->stretches[--stretch_];
             nextFrame_ = before.beginNs + (before.endNs - 1 - before.beginNs) / ns * ns;
             ++section_;
             out.last = true;
@@ -181,7 +181,7 @@ private:
         return unit;
     }
 
-    const std::shared_ptr<FakeFootage> footage_;
+    const std::shared_ptr<FakeRecordings> recordings_;
     Request request_;
     std::size_t stretch_ = 0;
     std::uint32_t section_ = 0;
@@ -199,7 +199,7 @@ protected:
     PlaybackFixture()
     {
         settings.clock = &clock;
-        footage->set({{at(0), at(20)}});
+        recordings->set({{at(0), at(20)}});
         make(0, 20);
     }
 
@@ -220,7 +220,7 @@ protected:
     {
         session =
             std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(begin), at(end), at(start)},
-                                              std::make_unique<FakeSource>(footage), scheduler, settings);
+                                              std::make_unique<FakeSource>(recordings), scheduler, settings);
     }
 
     static SubMediaInfo trackInfo(const std::string& track)
@@ -312,7 +312,7 @@ protected:
     ManualClock clock;
     PlaybackSettings settings;
     PlaybackScheduler scheduler{clock};
-    std::shared_ptr<FakeFootage> footage = std::make_shared<FakeFootage>();
+    std::shared_ptr<FakeRecordings> recordings = std::make_shared<FakeRecordings>();
     std::shared_ptr<PlaybackSession> session;
     std::map<std::string, SafePointer<FakeTransport>> transports;
 };

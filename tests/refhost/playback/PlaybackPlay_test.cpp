@@ -85,7 +85,7 @@ TEST_F(PlaybackPlay, RtpInfoNamesTheFirstPacketOfEachTrack)
     EXPECT_EQ(firstAudio.rtpTimestamp, audioWire->packets.front().timestamp);
 }
 
-TEST_F(PlaybackPlay, TimestampsFollowTheFootage)
+TEST_F(PlaybackPlay, TimestampsFollowTheRecordedMedia)
 {
     const auto frames = setUp(video);
     const auto audioWire = setUp(audio);
@@ -219,12 +219,12 @@ TEST_F(PlaybackPlay, PlayOfAPlayingTrackChangesNothing)
     EXPECT_EQ(next.rtpTimestamp, wire->packets[26 * 3].timestamp);
 }
 
-TEST_F(PlaybackPlay, WithoutFootageThereIsNoPlay)
+TEST_F(PlaybackPlay, WithoutRecordedMediaThereIsNoPlay)
 {
-    footage->set({});
+    recordings->set({});
     setUp(video);
     EXPECT_EQ(play(video), hostRangeInvalid);
-    footage->set({{at(0), at(20)}});
+    recordings->set({{at(0), at(20)}});
     EXPECT_EQ(play(video), 0);
 }
 

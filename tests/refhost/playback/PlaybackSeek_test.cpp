@@ -53,7 +53,7 @@ TEST_F(PlaybackSeek, AnIntervalInsideAGopPlaysFromPositionZero)
     make(5.4, 10, 5);
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
-    EXPECT_EQ(footage->requests.back().fromNs, at(5.4)) << "what the interval asks for";
+    EXPECT_EQ(recordings->requests.back().fromNs, at(5.4)) << "what the interval asks for";
     double begin = -1;
     double end = -1;
     RTPPacketInfo first;
@@ -73,8 +73,8 @@ TEST_F(PlaybackSeek, PositionsUpToTheIntervalsBeginAreItsFirstFrame)
     for (const double position : {0.0, 0.2, 0.4})
     {
         ASSERT_EQ(playFrom(video, position, 5), 0);
-        EXPECT_EQ(footage->requests.back().fromNs, at(5.4)) << position;
-        EXPECT_EQ(footage->requests.back().endNs, at(10));
+        EXPECT_EQ(recordings->requests.back().fromNs, at(5.4)) << position;
+        EXPECT_EQ(recordings->requests.back().endNs, at(10));
         const auto before = wire->units().size();
         pass(100);
         EXPECT_EQ(secondsOf(*wire)[before], 5) << position;
@@ -91,9 +91,9 @@ TEST_F(PlaybackSeek, ARangeMayEndBeforeTheIntervalsBegin)
     EXPECT_TRUE(saidGoodbye(*wire));
 }
 
-TEST_F(PlaybackSeek, PositionsCountFromTheFirstFrameWhereFootageBeginsLater)
+TEST_F(PlaybackSeek, PositionsCountFromTheFirstFrameWhereRecordedMediaBeginsLater)
 {
-    footage->set({{at(7), at(20)}});
+    recordings->set({{at(7), at(20)}});
     make(5.4, 10, 7);
     const auto wire = setUp(video);
     ASSERT_EQ(playFrom(video, 1, 3), 0);
@@ -111,17 +111,17 @@ TEST_F(PlaybackSeek, KeyFramesAloneAreReadWithTheDistanceThatWasAskedFor)
     setUp(video);
     setUp(audio);
     ASSERT_EQ(playFrom(video, 2, 20, playRangeKeyFrames | 400 << playRangeDistanceShift), 0);
-    const PlaybackSource::Request asked = footage->requests.back();
+    const PlaybackSource::Request asked = recordings->requests.back();
     EXPECT_TRUE(asked.keyFramesOnly);
     EXPECT_EQ(asked.keyDistanceNs, 4 * ns);
     EXPECT_EQ(asked.audio.payloadSize, 0);
     ASSERT_EQ(session->setRange(video, 0, 0, playRangeKeyFrames, false), 0);
     ASSERT_EQ(play(video), 0);
-    EXPECT_EQ(footage->requests.back().keyDistanceNs, 0) << "a change of the distance alone is one too";
+    EXPECT_EQ(recordings->requests.back().keyDistanceNs, 0) << "a change of the distance alone is one too";
     ASSERT_EQ(session->setRange(video, 0, 0, 400 << playRangeDistanceShift, false), 0);
     ASSERT_EQ(play(video), 0);
-    EXPECT_FALSE(footage->requests.back().keyFramesOnly);
-    EXPECT_EQ(footage->requests.back().keyDistanceNs, 0);
+    EXPECT_FALSE(recordings->requests.back().keyFramesOnly);
+    EXPECT_EQ(recordings->requests.back().keyDistanceNs, 0);
 }
 
 TEST_F(PlaybackSeek, WhatPlayedBeforeGoesOnUntilThePlaceIsFound)
@@ -149,9 +149,9 @@ TEST_F(PlaybackSeek, NothingOfTheNewPlaceLeavesBeforePlay)
     EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 15);
 }
 
-TEST_F(PlaybackSeek, APlaceWithoutFootageIsRefusedAndPlayingGoesOn)
+TEST_F(PlaybackSeek, APlaceWithoutRecordedMediaIsRefusedAndPlayingGoesOn)
 {
-    footage->set({{at(0), at(8)}});
+    recordings->set({{at(0), at(8)}});
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
     pass(500);
@@ -191,12 +191,12 @@ TEST_F(PlaybackSeek, TheLastOfTwoRangesCounts)
     ASSERT_EQ(play(video), 0);
     pass(0);
     EXPECT_EQ(secondsOf(*wire), std::vector<double>{9});
-    EXPECT_EQ(footage->opens, 1);
+    EXPECT_EQ(recordings->opens, 1);
 }
 
 TEST_F(PlaybackSeek, AGapTakesNoTime)
 {
-    footage->set({{at(0), at(2)}, {at(7200), at(7202)}});
+    recordings->set({{at(0), at(2)}, {at(7200), at(7202)}});
     make(0, 10'000);
     const auto frames = setUp(video);
     const auto audioWire = setUp(audio);
@@ -220,9 +220,9 @@ TEST_F(PlaybackSeek, AGapTakesNoTime)
     EXPECT_TRUE(session->ended());
 }
 
-TEST_F(PlaybackSeek, TheRealBeginIsToldWhereFootageBeginsLater)
+TEST_F(PlaybackSeek, TheRealBeginIsToldWhereRecordedMediaBeginsLater)
 {
-    footage->set({{at(3.5), at(8)}});
+    recordings->set({{at(3.5), at(8)}});
     setUp(video);
     ASSERT_EQ(play(video), 0);
     double begin = 0;
@@ -236,7 +236,7 @@ TEST_F(PlaybackSeek, AKeyFrameBeforeTheIntervalCountsFromItsBegin)
     make(5.4, 10);
     const auto wire = setUp(video);
     session->setRange(video, 0, 4.6, 0, true);
-    footage->set({{at(0.0), at(20)}});
+    recordings->set({{at(0.0), at(20)}});
     ASSERT_EQ(play(video), 0);
     double begin = -1;
     double end = -1;
@@ -250,16 +250,16 @@ TEST_F(PlaybackSeek, AKeyFrameBeforeTheIntervalCountsFromItsBegin)
     EXPECT_EQ(first.rtpTimestamp - wire->packets.front().timestamp, 36'000U);
 }
 
-TEST_F(PlaybackSeek, FootageThatStillGrowsIsFollowed)
+TEST_F(PlaybackSeek, RecordedMediaThatStillGrowsIsFollowed)
 {
-    footage->set({{at(0), at(1)}});
-    footage->growing = true;
+    recordings->set({{at(0), at(1)}});
+    recordings->growing = true;
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
     pass(3000);
     EXPECT_EQ(wire->units().size(), 25U);
     EXPECT_FALSE(session->ended());
-    footage->set({{at(0), at(3)}});
+    recordings->set({{at(0), at(3)}});
     pass(1500);
     EXPECT_GT(wire->units().size(), 50U);
     EXPECT_TRUE(wire->contiguous());

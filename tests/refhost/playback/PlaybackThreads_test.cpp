@@ -19,7 +19,7 @@ protected:
     PlaybackThreads()
     {
         settings.clock = &HostClock::system();
-        footage->set({{at(0), at(20)}, {at(100), at(120)}});
+        recordings->set({{at(0), at(20)}, {at(100), at(120)}});
     }
 
     ~PlaybackThreads() override
@@ -30,7 +30,8 @@ protected:
     std::shared_ptr<PlaybackSession> makeThreaded()
     {
         return std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(0), at(120), at(0)},
-                                                 std::make_unique<FakeSource>(footage), threaded, settings);
+                                                 std::make_unique<FakeSource>(recordings), threaded,
+                                                 settings);
     }
 
     PlaybackScheduler threaded{HostClock::system()};

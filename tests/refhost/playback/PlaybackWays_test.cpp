@@ -127,15 +127,15 @@ TEST_F(PlaybackWays, ReadsAheadButNotWithoutBound)
     ASSERT_EQ(play(video), 0);
     wire->capacity = 0;
     pass(10'000);
-    EXPECT_LT(footage->reads, 50);
+    EXPECT_LT(recordings->reads, 50);
     settings.readAheadBytes = 20'000;
     make(0, 20);
-    footage->reads = 0;
+    recordings->reads = 0;
     const auto narrow = setUp(video);
     ASSERT_EQ(play(video), 0);
     narrow->capacity = 0;
     pass(10'000);
-    EXPECT_LT(footage->reads, 12);
+    EXPECT_LT(recordings->reads, 12);
     narrow->capacity = SIZE_MAX;
     narrow->ready();
     pass(2000);
@@ -248,7 +248,7 @@ TEST_F(PlaybackWays, ReplayCarriesTheExtensionInTheFirstPacketOfAUnit)
 
 TEST_F(PlaybackWays, TheExtensionTellsADiscontinuity)
 {
-    footage->set({{at(0), at(1)}, {at(50), at(52)}});
+    recordings->set({{at(0), at(1)}, {at(50), at(52)}});
     make(0, 60);
     const auto wire = setUp(video);
     ASSERT_EQ(playFrom(video, 0, 60, playRangeReplay), 0);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/refhost/playback/RecordedFootage.h"
+#include "tests/refhost/playback/RecordedMedia.h"
 
 namespace refhost
 {
@@ -11,7 +11,7 @@ namespace test
 namespace
 {
 
-class RecordedSourceTest : public RecordedFootageTest
+class RecordedSourceTest : public RecordedMediaTest
 {
 protected:
     struct Read
@@ -23,7 +23,7 @@ protected:
 
     std::unique_ptr<RecordedSource> makeSource()
     {
-        return std::make_unique<RecordedSource>(footage, clock,
+        return std::make_unique<RecordedSource>(recordings, clock,
                                                 RecordedSource::Interval{1, at(0), at(10'000)});
     }
 
@@ -124,7 +124,7 @@ TEST_F(RecordedSourceTest, ADamagedParameterSetInTheFirstSegmentSparesTheOthers)
 {
     for (const std::size_t from : {0U, 4U, 6U})
     {
-        footage = std::make_shared<ListedFootage>();
+        recordings = std::make_shared<ListedRecordings>();
         damageParameterSet(addSegment(0, 1).path, from, "\xff\xff\xff\xff");
         addSegment(1, 1);
         addSegment(2, 1);
@@ -174,7 +174,7 @@ TEST_F(RecordedSourceTest, AnInstantInAGapBeginsBehindIt)
     expectFrames(read.frames, 1000, 50);
 }
 
-TEST_F(RecordedSourceTest, NothingBehindTheFootageIsFound)
+TEST_F(RecordedSourceTest, NothingBehindTheRecordedMediaIsFound)
 {
     addSegment(0, 2);
     const auto source = makeSource();
@@ -372,7 +372,7 @@ TEST_F(RecordedSourceTest, AGrowingSegmentIsFollowed)
     EXPECT_LT(before.frames.size(), 100U);
     std::filesystem::copy_file(whole, path, std::filesystem::copy_options::overwrite_existing);
     segment.closed = true;
-    footage->change(segment);
+    recordings->change(segment);
     const Read after = readOn(*source);
     EXPECT_EQ(after.result, PlaybackSource::Result::end);
     EXPECT_EQ(before.frames.size() + after.frames.size(), 150U);
@@ -406,7 +406,7 @@ TEST_F(RecordedSourceTest, AacAudioIsRead)
     EXPECT_GE(read.blocks.front().mediaNs, at(0));
 }
 
-TEST_F(RecordedSourceTest, FootageOfAnotherCodingIsLeftOut)
+TEST_F(RecordedSourceTest, RecordedMediaOfAnotherCodingIsLeftOut)
 {
     addSegment(0, 2);
     addFile(makeFile(2, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse"), 2, 2);

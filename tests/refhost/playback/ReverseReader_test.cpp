@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "refhost/playback/RecordedSource.h"
-#include "tests/refhost/playback/RecordedFootage.h"
+#include "tests/refhost/playback/RecordedMedia.h"
 
 namespace refhost
 {
@@ -15,7 +15,7 @@ namespace
 
 using testing::ElementsAre;
 
-class ReverseReaderTest : public RecordedFootageTest
+class ReverseReaderTest : public RecordedMediaTest
 {
 protected:
     ReverseReader makeReader(double from, double end, double distance = 0) const
@@ -25,7 +25,7 @@ protected:
         request.fromNs = at(from);
         request.endNs = at(end);
         request.keyDistanceNs = static_cast<std::int64_t>(distance * 1e9);
-        return {footage, request};
+        return {recordings, request};
     }
 
     /// Seconds of the frames; a new contiguous range counts as -1.
@@ -110,7 +110,7 @@ TEST_F(ReverseReaderTest, ASourcePlaysItsFramesInTheOrderOfPlaying)
 {
     addSegment(10, 2);
     addSegment(20, 2);
-    RecordedSource source(footage, clock, {1, at(0), at(100)});
+    RecordedSource source(recordings, clock, {1, at(0), at(100)});
     PlaybackSource::Request request;
     request.fromNs = at(50);
     request.endNs = at(11);

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/CapturedErrors.h"
-#include "tests/refhost/playback/RecordedFootage.h"
+#include "tests/refhost/playback/RecordedMedia.h"
 
 namespace refhost
 {
@@ -12,7 +12,7 @@ namespace test
 namespace
 {
 
-class SegmentFileTest : public RecordedFootageTest
+class SegmentFileTest : public RecordedMediaTest
 {
 protected:
     static std::unique_ptr<SegmentFile> open(const std::string& path)

@@ -69,7 +69,7 @@ protected:
     std::vector<std::pair<double, double>> recorded(int camera) const
     {
         std::vector<std::pair<double, double>> found;
-        for (const FootageInterval& interval : index_->footage(camera, 0))
+        for (const RecordedInterval& interval : index_->recordings(camera, 0))
         {
             found.emplace_back(static_cast<double>(interval.beginNs - MadeUnits::epochNs) / second,
                                static_cast<double>(interval.endNs - MadeUnits::epochNs) / second);

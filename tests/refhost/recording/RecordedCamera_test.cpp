@@ -138,7 +138,7 @@ TEST_F(RecordedCameraTest, EveryVideoAndAudioIsRecordedOnceAndAtItsTime)
         stopRecording();
         expectSame(recorded(true), times_->frames);
         expectSame(recorded(false), times_->audios);
-        EXPECT_EQ(index_->footage(1, 0).size(), 1U);
+        EXPECT_EQ(index_->recordings(1, 0).size(), 1U);
         EXPECT_EQ(std::count(times_->frames.begin(), times_->frames.end(), index_->all().front().beginNs), 1);
 
         for (const RecordedSegment& segment : index_->all())

@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::Pair;
 
 // Seconds after the epoch of the made units.
-using Footage = std::vector<std::pair<double, double>>;
+using RecordedMedia = std::vector<std::pair<double, double>>;
 
 class RecorderClockTest : public testing::Test
 {
@@ -63,10 +63,10 @@ protected:
         return static_cast<double>(ns) / MadeUnits::second;
     }
 
-    Footage footage() const
+    RecordedMedia recordings() const
     {
-        Footage found;
-        for (const FootageInterval& interval : index_->footage(7, 2))
+        RecordedMedia found;
+        for (const RecordedInterval& interval : index_->recordings(7, 2))
         {
             found.emplace_back(seconds(interval.beginNs - MadeUnits::epochNs),
                                seconds(interval.endNs - MadeUnits::epochNs));
@@ -75,9 +75,9 @@ protected:
     }
 
     // What is in the files, in the order in which they were made: begin by their names, and length.
-    Footage files() const
+    RecordedMedia files() const
     {
-        Footage found;
+        RecordedMedia found;
         std::vector<RecordedSegment> segments = index_->all();
         std::sort(segments.begin(), segments.end(),
                   [](const RecordedSegment& left, const RecordedSegment& right)
@@ -85,7 +85,7 @@ protected:
         for (const RecordedSegment& segment : segments)
         {
             SegmentMeasure measure;
-            EXPECT_EQ(SegmentMeasure::take(segment.path, measure), SegmentMeasure::Result::footage);
+            EXPECT_EQ(SegmentMeasure::take(segment.path, measure), SegmentMeasure::Result::media);
             EXPECT_EQ(measure.durationNs, segment.durationNs);
             found.emplace_back(seconds(segment.beginNs - MadeUnits::epochNs), seconds(measure.durationNs));
         }
@@ -107,7 +107,7 @@ TEST_F(RecorderClockTest, AClockThatIsSetForwardBeginsARangeWithItsTimeAndLosesN
     clock_.setWall(hourMs);
     give(2, 5);
     stop();
-    EXPECT_EQ(footage(), (Footage{{0, 2}, {3602, 3605}}));
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 2}, {3602, 3605}}));
 }
 
 TEST_F(RecorderClockTest, ARangeBeginsWithTheNextKeyFrameWhichTheSourceIsAskedFor)
@@ -118,7 +118,7 @@ TEST_F(RecorderClockTest, ARangeBeginsWithTheNextKeyFrameWhichTheSourceIsAskedFo
     give(2.4, 5);
     EXPECT_EQ(source_->keyFrameRequests, 1);
     stop();
-    EXPECT_EQ(footage(), (Footage{{0, 3}, {3603, 3605}}));
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 3}, {3603, 3605}}));
 }
 
 TEST_F(RecorderClockTest, AClockThatWasDecadesBehindAndIsSetLeavesBothTimes)
@@ -134,7 +134,7 @@ TEST_F(RecorderClockTest, AClockThatWasDecadesBehindAndIsSetLeavesBothTimes)
     clock_.setWall(decadesMs);
     give(2, 4);
     stop();
-    EXPECT_EQ(footage(), (Footage{{-decadesMs / 1e3, 2 - decadesMs / 1e3}, {2, 4}}));
+    EXPECT_EQ(recordings(), (RecordedMedia{{-decadesMs / 1e3, 2 - decadesMs / 1e3}, {2, 4}}));
 }
 
 TEST_F(RecorderClockTest, AClockThatIsSetBackWritesBesideWhatIsThere)
@@ -167,8 +167,8 @@ TEST_F(RecorderClockTest, ASmallCorrectionBeginsNoRange)
     clock_.setWall(-100);
     give(25, 48);
     stop();
-    ASSERT_EQ(footage().size(), 1U);
-    EXPECT_NEAR(footage()[0].second, 48, 0.05);
+    ASSERT_EQ(recordings().size(), 1U);
+    EXPECT_NEAR(recordings()[0].second, 48, 0.05);
     EXPECT_EQ(source_->keyFrameRequests, 0);
     double end = 0;
     for (const auto& [begin, length] : files())

@@ -90,10 +90,10 @@ protected:
     }
 
     // What was recorded, in seconds after the epoch of the made units.
-    std::vector<std::pair<double, double>> footage() const
+    std::vector<std::pair<double, double>> recordings() const
     {
         std::vector<std::pair<double, double>> found;
-        for (const FootageInterval& interval : index_->footage(7, 2))
+        for (const RecordedInterval& interval : index_->recordings(7, 2))
         {
             found.emplace_back(static_cast<double>(interval.beginNs - MadeUnits::epochNs) / second,
                                static_cast<double>(interval.endNs - MadeUnits::epochNs) / second);
@@ -113,7 +113,7 @@ protected:
     std::shared_ptr<Recorder> recorder_;
 };
 
-using Footage = std::vector<std::pair<double, double>>;
+using RecordedMedia = std::vector<std::pair<double, double>>;
 
 TEST_F(RecorderTest, SourceRunsAsLongAsItIsRecorded)
 {
@@ -142,7 +142,7 @@ TEST_F(RecorderTest, SegmentsFollowEachOtherFromTheFirstFrameToTheLast)
         EXPECT_EQ(static_cast<std::uintmax_t>(segments[i].bytes),
                   std::filesystem::file_size(segments[i].path));
         SegmentMeasure measure;
-        ASSERT_EQ(SegmentMeasure::take(segments[i].path, measure), SegmentMeasure::Result::footage);
+        ASSERT_EQ(SegmentMeasure::take(segments[i].path, measure), SegmentMeasure::Result::media);
         EXPECT_EQ(measure.durationNs, segments[i].durationNs);
     }
     EXPECT_EQ(segments[0].path, folder_ / "7/2/20260101T000000.123456Z.mkv");
@@ -160,7 +160,7 @@ TEST_F(RecorderTest, SegmentCanBePlayedAndFoundWhileItIsWritten)
     EXPECT_GE(open[0].durationNs, 3 * second / 2);
     EXPECT_GT(open[0].bytes, 25 * 1000);
     SegmentMeasure measure;
-    ASSERT_EQ(SegmentMeasure::take(open[0].path, measure), SegmentMeasure::Result::footage);
+    ASSERT_EQ(SegmentMeasure::take(open[0].path, measure), SegmentMeasure::Result::media);
     EXPECT_GE(measure.durationNs, 5 * second / 2);
     EXPECT_LE(measure.durationNs, 14 * second / 5);
 }
@@ -191,7 +191,7 @@ TEST_F(RecorderTest, StopOfTheSourceIsAGapAndTheNewStartHasItsTrueTime)
     source_->interrupt();
     source_->giveMedia(61, 63);
     stop();
-    EXPECT_EQ(footage(), (Footage{{0, 2.4}, {61, 63}}));
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 2.4}, {61, 63}}));
 }
 
 TEST_F(RecorderTest, UnwritableDirectoryIsToldOnceAndRecordingGoesOnWhenItCanBeWritten)
@@ -201,7 +201,7 @@ TEST_F(RecorderTest, UnwritableDirectoryIsToldOnceAndRecordingGoesOnWhenItCanBeW
     start();
     source_->giveMedia(0, 20);
     source_->drain();
-    EXPECT_EQ(footage(), Footage());
+    EXPECT_EQ(recordings(), RecordedMedia());
     std::filesystem::remove(folder_ / "7");
     source_->giveMedia(20, 30);
     stop();
@@ -210,9 +210,9 @@ TEST_F(RecorderTest, UnwritableDirectoryIsToldOnceAndRecordingGoesOnWhenItCanBeW
     EXPECT_THAT(told[0], HasSubstr("recording stopped: "));
     EXPECT_THAT(told[0], HasSubstr("/7"));
     EXPECT_THAT(told[1], HasSubstr("recording goes on"));
-    ASSERT_THAT(footage(), SizeIs(1));
-    EXPECT_LE(footage()[0].first, 24);
-    EXPECT_EQ(footage()[0].second, 30);
+    ASSERT_THAT(recordings(), SizeIs(1));
+    EXPECT_LE(recordings()[0].first, 24);
+    EXPECT_EQ(recordings()[0].second, 30);
 }
 
 TEST_F(RecorderTest, DirectoryThatIsTakenAwayStopsTheRecordingUntilItIsBack)
@@ -229,7 +229,7 @@ TEST_F(RecorderTest, DirectoryThatIsTakenAwayStopsTheRecordingUntilItIsBack)
     source_->giveMedia(20, 30);
     stop();
     EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(1));
-    EXPECT_EQ(footage().back().second, 30);
+    EXPECT_EQ(recordings().back().second, 30);
 }
 
 TEST_F(RecorderTest, SystemIsToBringMediaToTheDiskBeforeLong)
@@ -262,7 +262,7 @@ TEST_F(RecorderTest, DiskThatFailsWhenTheSystemWritesStopsTheRecording)
     EXPECT_THAT(log.linesWith("recording stopped: "), SizeIs(1));
     EXPECT_THAT(log.linesWith("Input/output error"), SizeIs(1));
     EXPECT_THAT(log.linesWith("recording goes on"), SizeIs(1));
-    EXPECT_EQ(footage().back().second, 16);
+    EXPECT_EQ(recordings().back().second, 16);
 }
 
 TEST_F(RecorderTest, VideoOfACameraWhoseAudioIsMalformedIsRecorded)
@@ -277,7 +277,7 @@ TEST_F(RecorderTest, VideoOfACameraWhoseAudioIsMalformedIsRecorded)
     stop();
     EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(0));
     EXPECT_THAT(log.linesWith("the audio's description is malformed"), SizeIs(1));
-    EXPECT_EQ(footage(), (Footage{{0, 10}}));
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 10}}));
 }
 
 TEST_F(RecorderTest, MalformedFramesAreLeftOutAndTheRestIsRecorded)
@@ -294,7 +294,7 @@ TEST_F(RecorderTest, MalformedFramesAreLeftOutAndTheRestIsRecorded)
     stop();
     EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(0));
     EXPECT_THAT(log.linesWith("is malformed"), SizeIs(1));
-    EXPECT_THAT(footage(), SizeIs(1));
+    EXPECT_THAT(recordings(), SizeIs(1));
     EXPECT_EQ(index_->all().size(), 3U);
 }
 
@@ -337,7 +337,7 @@ TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
     stop();
     EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(1));
     EXPECT_THAT(log.linesWith("recording goes on"), SizeIs(1));
-    const Footage recorded = footage();
+    const RecordedMedia recorded = recordings();
     ASSERT_GE(recorded.size(), 2U);
     EXPECT_EQ(recorded.front().first, 0);
     // All that was flushed before, twice a second.
@@ -372,7 +372,7 @@ TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
     source_->giveMedia(61, 63);
     stop();
     EXPECT_THAT(log.linesWith("the disk is too slow"), SizeIs(1));
-    const Footage recorded = footage();
+    const RecordedMedia recorded = recordings();
     ASSERT_EQ(recorded.size(), 2U);
     EXPECT_EQ(recorded[0].first, 0);
     EXPECT_EQ(recorded[1], std::make_pair(61.0, 63.0));

@@ -67,10 +67,10 @@ protected:
     }
 
     // Begin and end in seconds after year2026.
-    std::vector<std::pair<double, double>> footage(int camera, int stream) const
+    std::vector<std::pair<double, double>> recordings(int camera, int stream) const
     {
         std::vector<std::pair<double, double>> intervals;
-        for (const FootageInterval& interval : index_->footage(camera, stream))
+        for (const RecordedInterval& interval : index_->recordings(camera, stream))
         {
             intervals.emplace_back(static_cast<double>(interval.beginNs - year2026) / second,
                                    static_cast<double>(interval.endNs - year2026) / second);
@@ -116,7 +116,7 @@ TEST_F(RecordingIndexTest, ForgedPathThatLeavesTheFolderIsNeverGivenOut)
         EXPECT_THAT(index_->all(), IsEmpty()) << path;
         EXPECT_THAT(find(1, 0, 10), IsEmpty()) << path;
         EXPECT_FALSE(index_->oldestClosed()) << path;
-        EXPECT_THAT(footage(1, 0), IsEmpty()) << path;
+        EXPECT_THAT(recordings(1, 0), IsEmpty()) << path;
     }
 }
 
@@ -172,7 +172,7 @@ TEST_F(RecordingIndexTest, SegmentsComeInTheOrderOfTheirBeginWhateverTheOrderOfE
     EXPECT_THAT(find(1, 0, 30), ElementsAre(first, middle, last));
 }
 
-TEST_F(RecordingIndexTest, LowestStreamWithFootageInTheIntervalIsTaken)
+TEST_F(RecordingIndexTest, LowestStreamWithRecordedMediaInTheIntervalIsTaken)
 {
     const std::int64_t high = add(1, 2, 0, 10);
     const std::int64_t low = add(1, 1, 20, 10);
@@ -204,7 +204,7 @@ TEST_F(RecordingIndexTest, WhatIsRecordedAfterTheClockWasSetBackIsKeptApart)
     }
     using Place = std::pair<int, double>;
     EXPECT_THAT(places, ElementsAre(Place(0, 0), Place(0, 10), Place(0, 20), Place(1, 13), Place(1, 23)));
-    EXPECT_THAT(footage(1, 0), ElementsAre(std::make_pair(0.0, 30.0), std::make_pair(13.0, 33.0)));
+    EXPECT_THAT(recordings(1, 0), ElementsAre(std::make_pair(0.0, 30.0), std::make_pair(13.0, 33.0)));
 }
 
 TEST_F(RecordingIndexTest, AClockThatIsSetForwardBeginsNoEpoch)
@@ -247,7 +247,7 @@ TEST_F(RecordingIndexTest, FilesThatAreFoundAgainGoWhereThereIsRoom)
     {
         add(1, 0, begin, 10);
     }
-    EXPECT_THAT(footage(1, 0), ElementsAre(std::make_pair(0.0, 20.0), std::make_pair(3.0, 23.0)));
+    EXPECT_THAT(recordings(1, 0), ElementsAre(std::make_pair(0.0, 20.0), std::make_pair(3.0, 23.0)));
 }
 
 TEST_F(RecordingIndexTest, AnIndexOfTheFirstVersionIsBroughtUpToDate)
@@ -324,28 +324,28 @@ TEST_F(RecordingIndexTest, OpenSegmentGrowsUntilItIsClosed)
     EXPECT_EQ(index_->totalBytes(), 5000);
 }
 
-TEST_F(RecordingIndexTest, FootageJoinsSegmentsThatFollowAndLeavesGapsOut)
+TEST_F(RecordingIndexTest, RecordedMediaJoinsSegmentsThatFollowAndLeavesGapsOut)
 {
     add(1, 0, 0, 10);
     add(1, 0, 10.04, 10);
     add(1, 0, 20.5, 10);
-    EXPECT_THAT(footage(1, 0), ElementsAre(Pair(0, 20.04), Pair(20.5, 30.5)));
-    EXPECT_THAT(footage(1, 1), IsEmpty());
+    EXPECT_THAT(recordings(1, 0), ElementsAre(Pair(0, 20.04), Pair(20.5, 30.5)));
+    EXPECT_THAT(recordings(1, 1), IsEmpty());
 }
 
-TEST_F(RecordingIndexTest, FootageThatOverlapsAfterAClockWasSetBackIsAnIntervalOfItsOwn)
+TEST_F(RecordingIndexTest, RecordedMediaThatOverlapsAfterAClockWasSetBackIsAnIntervalOfItsOwn)
 {
     add(1, 0, 0, 10);
     add(1, 0, 2, 3);
     add(1, 0, 9, 10);
-    EXPECT_THAT(footage(1, 0), ElementsAre(Pair(0, 19), std::make_pair(2.0, 5.0)));
+    EXPECT_THAT(recordings(1, 0), ElementsAre(Pair(0, 19), std::make_pair(2.0, 5.0)));
 }
 
-TEST_F(RecordingIndexTest, FootageGrowsWhereItsLastSegmentIsOpen)
+TEST_F(RecordingIndexTest, RecordedMediaGrowsWhereItsLastSegmentIsOpen)
 {
     add(1, 0, 0, 10);
     add(1, 0, 40, 10, false);
-    const std::vector<FootageInterval> intervals = index_->footage(1, 0);
+    const std::vector<RecordedInterval> intervals = index_->recordings(1, 0);
     ASSERT_EQ(intervals.size(), 2U);
     EXPECT_FALSE(intervals[0].growing);
     EXPECT_TRUE(intervals[1].growing);

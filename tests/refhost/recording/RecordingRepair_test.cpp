@@ -199,7 +199,7 @@ TEST_F(RecordingRepairTest, FinishedFileThatHasLostItsEndIsMeasuredAnew)
     EXPECT_FALSE(RecordingRepair::run(*index_).hasAny());
 }
 
-TEST_F(RecordingRepairTest, SingleFrameIsFootage)
+TEST_F(RecordingRepairTest, SingleFrameIsRecordedMedia)
 {
     makeFile(0, 0.04, false);
     EXPECT_EQ(RecordingRepair::run(*index_).adopted, 1);

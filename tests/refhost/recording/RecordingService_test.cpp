@@ -182,7 +182,7 @@ TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMo
     waitFor([&] { return service_->retentions() > 0; });
     const std::shared_ptr<RecordingIndex> index = Device::recordings();
     const std::string path = config_.recording.directory + "/old";
-    std::ofstream(path) << "footage";
+    std::ofstream(path) << "recorded media";
     RecordedSegment segment;
     segment.path = path;
     segment.beginNs = twoHoursAgo();
@@ -287,7 +287,7 @@ TEST_F(RecordingServiceTest, LockedIndexAtTheStartHoldsUpNoRecording)
     waitFor([] { return Device::recordings() && Device::recordings()->isComplete(); });
     const std::shared_ptr<RecordingIndex> index = Device::recordings();
     service_->stop();
-    EXPECT_THAT(index->footage(1, 0), SizeIs(1));
+    EXPECT_THAT(index->recordings(1, 0), SizeIs(1));
     EXPECT_THAT(index->all(), SizeIs(5));
     EXPECT_THAT(log.linesWith("only recorded: "), SizeIs(1));
 }

@@ -47,7 +47,7 @@ protected:
     double duration() const
     {
         SegmentMeasure measure;
-        EXPECT_EQ(SegmentMeasure::take(path_, measure), SegmentMeasure::Result::footage);
+        EXPECT_EQ(SegmentMeasure::take(path_, measure), SegmentMeasure::Result::media);
         return static_cast<double>(measure.durationNs) / 1e9;
     }
 

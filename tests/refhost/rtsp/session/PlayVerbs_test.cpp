@@ -179,7 +179,7 @@ TEST_F(PlayVerbsTest, InvalidRangesAreRefusedAndChangeNothing)
     EXPECT_EQ(pause().status, 455);
 }
 
-TEST_F(PlayVerbsTest, ARangeWithoutFootageIsInvalidTooAndWhatPlaysGoesOn)
+TEST_F(PlayVerbsTest, ARangeWithoutRecordedMediaIsInvalidTooAndWhatPlaysGoesOn)
 {
     setUp();
     EXPECT_EQ(play().status, 200);
@@ -293,7 +293,7 @@ TEST_F(PlayVerbsTest, ALiveStreamIgnoresScaleAndSpeed)
     EXPECT_EQ(response.header("Scale"), "");
 }
 
-TEST_F(PlayVerbsTest, AnIntervalWithoutFootageIsNotFound)
+TEST_F(PlayVerbsTest, AnIntervalWithoutRecordedMediaIsNotFound)
 {
     script_->result("create", hostRecordingUnknown);
     EXPECT_EQ(client_->request("DESCRIBE", url(recording)).status, 404);

@@ -1,9 +1,9 @@
-#include "refhost/playback/FootageDescriber.h"
+#include "refhost/playback/RecordingDescriber.h"
 
 #include <gtest/gtest.h>
 
 #include "refhost/base/HostStatus.h"
-#include "tests/refhost/playback/RecordedFootage.h"
+#include "tests/refhost/playback/RecordedMedia.h"
 
 namespace refhost
 {
@@ -12,19 +12,19 @@ namespace test
 namespace
 {
 
-class FootageDescriberTest : public RecordedFootageTest
+class RecordingDescriberTest : public RecordedMediaTest
 {
 protected:
     int describe(double begin, double end)
     {
-        return describer.describe(*footage, 1, at(begin), at(end), tracks);
+        return describer.describe(*recordings, 1, at(begin), at(end), tracks);
     }
 
-    FootageDescriber describer;
+    RecordingDescriber describer;
     std::vector<SubMediaInfo> tracks;
 };
 
-TEST_F(FootageDescriberTest, TellsWhatAPlayerNeeds)
+TEST_F(RecordingDescriberTest, TellsWhatAPlayerNeeds)
 {
     addSegment(0, 2);
     ASSERT_EQ(describe(0, 100), 0);
@@ -44,7 +44,7 @@ TEST_F(FootageDescriberTest, TellsWhatAPlayerNeeds)
     EXPECT_EQ(tracks[1].clockRate, 8000);
 }
 
-TEST_F(FootageDescriberTest, AacAndH265HaveTheirParameters)
+TEST_F(RecordingDescriberTest, AacAndH265HaveTheirParameters)
 {
     addFile(makeFile(1, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse", "avenc_aac ! aacparse"),
             0, 1);
@@ -56,20 +56,20 @@ TEST_F(FootageDescriberTest, AacAndH265HaveTheirParameters)
     EXPECT_NE(tracks[1].formatParameters.find("config="), std::string::npos);
 }
 
-TEST_F(FootageDescriberTest, FramesWithoutAudioAreOneTrack)
+TEST_F(RecordingDescriberTest, FramesWithoutAudioAreOneTrack)
 {
     addFile(makeFile(1, frames, ""), 0, 1);
     ASSERT_EQ(describe(0, 100), 0);
     EXPECT_EQ(tracks.size(), 1U);
 }
 
-TEST_F(FootageDescriberTest, AnEmptyIntervalHoldsNothing)
+TEST_F(RecordingDescriberTest, AnEmptyIntervalHoldsNothing)
 {
     addSegment(0, 1);
     EXPECT_EQ(describe(50, 100), hostRecordingUnknown);
 }
 
-TEST_F(FootageDescriberTest, TheFirstSegmentThatCanBeReadCounts)
+TEST_F(RecordingDescriberTest, TheFirstSegmentThatCanBeReadCounts)
 {
     addFile(directory_ + "/none.mkv", 0, 1);
     EXPECT_EQ(describe(0, 100), hostStreamFailed);
@@ -78,7 +78,7 @@ TEST_F(FootageDescriberTest, TheFirstSegmentThatCanBeReadCounts)
     EXPECT_EQ(describe(0, 100), 0);
 }
 
-TEST_F(FootageDescriberTest, AudioThatCameLaterIsToldAsSoonAsItIsThere)
+TEST_F(RecordingDescriberTest, AudioThatCameLaterIsToldAsSoonAsItIsThere)
 {
     const std::string whole = directory_ + "/whole.mkv";
     run("matroskamux name=mux ! filesink location=" + whole +
@@ -98,7 +98,7 @@ TEST_F(FootageDescriberTest, AudioThatCameLaterIsToldAsSoonAsItIsThere)
     EXPECT_EQ(tracks.size(), 2U);
 }
 
-TEST_F(FootageDescriberTest, ADamagedParameterSetInTheFirstSegmentDoesNotSpoilTheInterval)
+TEST_F(RecordingDescriberTest, ADamagedParameterSetInTheFirstSegmentDoesNotSpoilTheInterval)
 {
     addSegment(50, 1);
     ASSERT_EQ(describe(50, 51), 0);
@@ -123,24 +123,24 @@ TEST_F(FootageDescriberTest, ADamagedParameterSetInTheFirstSegmentDoesNotSpoilTh
     }
 }
 
-TEST_F(FootageDescriberTest, ADamagedSegmentAloneIsStillDescribed)
+TEST_F(RecordingDescriberTest, ADamagedSegmentAloneIsStillDescribed)
 {
     damageParameterSet(addSegment(0, 1).path, 4, "\xff\xff\xff\xff");
     EXPECT_EQ(describe(0, 1), 0);
     EXPECT_FALSE(tracks.empty());
 }
 
-TEST_F(FootageDescriberTest, NothingIsKnownOfFootageWhileTheIndexIsRebuilt)
+TEST_F(RecordingDescriberTest, NothingIsKnownOfRecordedMediaWhileTheIndexIsRebuilt)
 {
-    footage->complete = false;
+    recordings->complete = false;
     EXPECT_EQ(describe(0, 1), hostRecordingsIncomplete);
     addSegment(0, 1);
     EXPECT_EQ(describe(0, 1), 0);
-    footage->complete = true;
+    recordings->complete = true;
     EXPECT_EQ(describe(50, 51), hostRecordingUnknown);
 }
 
-TEST_F(FootageDescriberTest, ASegmentIsReadOnce)
+TEST_F(RecordingDescriberTest, ASegmentIsReadOnce)
 {
     const RecordedSegment segment = addSegment(0, 1);
     ASSERT_EQ(describe(0, 100), 0);

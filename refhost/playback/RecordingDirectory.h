@@ -12,12 +12,12 @@ namespace refhost
 {
 
 /// Where playback finds segments. Threads: any; may read from a disk.
-class FootageDirectory
+class RecordingDirectory
 {
 public:
-    virtual ~FootageDirectory() = default;
+    virtual ~RecordingDirectory() = default;
 
-    /// The camera's stream that is played in an interval: the lowest with footage there.
+    /// The camera's stream that is played in an interval: the lowest with recorded media there.
     virtual std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const = 0;
 
     /// Whether what is not found is not there: false while the index is rebuilt or cannot be read.
@@ -26,7 +26,7 @@ public:
         return true;
     }
 
-    /// Segments of a stream with footage in [beginNs, endNs), closed and open ones, in the order of epoch and
+    /// Segments of a stream with recorded media in [beginNs, endNs), closed and open ones, in the order of epoch and
     /// begin.
     /// \param most   how many, the first ones
     /// \param after  those behind this place alone
@@ -36,10 +36,10 @@ public:
 };
 
 /// What a RecordingIndex knows.
-class IndexedFootage : public FootageDirectory
+class IndexedRecordings : public RecordingDirectory
 {
 public:
-    explicit IndexedFootage(std::shared_ptr<const RecordingIndex> index);
+    explicit IndexedRecordings(std::shared_ptr<const RecordingIndex> index);
 
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override;
     bool isComplete() const override;

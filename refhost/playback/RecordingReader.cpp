@@ -1,4 +1,4 @@
-#include "refhost/playback/FootageReader.h"
+#include "refhost/playback/RecordingReader.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -17,7 +17,7 @@ constexpr std::int64_t second = 1'000'000'000;
 constexpr std::int64_t usualFrameNs = 40'000'000;
 /// Segments that are remembered from one question to the index.
 constexpr int mostFound = 16;
-/// How often in a row a reader comes back for footage that is being written before that counts as its end.
+/// How often in a row a reader comes back for recorded media that is being written before that counts as its end.
 constexpr int mostWaits = 30;
 /// How old the end of the last segment may be while the next one is still expected.
 constexpr std::int64_t seamWaitNs = 10 * second;
@@ -28,10 +28,10 @@ constexpr std::int64_t strayNs = 5 * second;
 
 }  // namespace
 
-std::optional<std::int64_t> FootageReader::startOf(std::shared_ptr<const FootageDirectory> directory,
-                                                   const HostClock& clock, const Request& request)
+std::optional<std::int64_t> RecordingReader::startOf(std::shared_ptr<const RecordingDirectory> directory,
+                                                     const HostClock& clock, const Request& request)
 {
-    FootageReader reader(std::move(directory), clock, request);
+    RecordingReader reader(std::move(directory), clock, request);
     CodedUnit first;
     if (reader.read(first) != Result::unit || first.timeNs >= request.endNs)
     {
@@ -40,15 +40,15 @@ std::optional<std::int64_t> FootageReader::startOf(std::shared_ptr<const Footage
     return first.timeNs;
 }
 
-FootageReader::FootageReader(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
-                             const Request& request)
+RecordingReader::RecordingReader(std::shared_ptr<const RecordingDirectory> directory, const HostClock& clock,
+                                 const Request& request)
     : directory_(std::move(directory)), clock_(clock), request_(request)
 {
 }
 
-FootageReader::~FootageReader() = default;
+RecordingReader::~RecordingReader() = default;
 
-FootageReader::Result FootageReader::read(CodedUnit& out)
+RecordingReader::Result RecordingReader::read(CodedUnit& out)
 {
     for (;;)
     {
@@ -101,14 +101,14 @@ FootageReader::Result FootageReader::read(CodedUnit& out)
 
 /// Whether a damage of the file has moved a unit to a time that the segment does not have. What came after it
 /// would count as played already.
-bool FootageReader::isStray(const CodedUnit& unit) const
+bool RecordingReader::isStray(const CodedUnit& unit) const
 {
     const std::int64_t growing = segment_->closed ? 0 : clock_.wallNs() - segment_->beginNs;
     return unit.timeNs < -strayNs || unit.timeNs > std::max(segment_->durationNs, growing) + strayNs;
 }
 
 /// Frames that follow a lost one cannot be decoded.
-void FootageReader::skipDamage(const CodedUnit& unit)
+void RecordingReader::skipDamage(const CodedUnit& unit)
 {
     if (isLead(unit) && !waitsForKey_)
     {
@@ -117,7 +117,7 @@ void FootageReader::skipDamage(const CodedUnit& unit)
     }
 }
 
-FootageReader::Opened FootageReader::openNext()
+RecordingReader::Opened RecordingReader::openNext()
 {
     RecordedSegment segment;
     while (nextSegment(segment))
@@ -137,7 +137,7 @@ FootageReader::Opened FootageReader::openNext()
 }
 
 /// The next segment by epoch and begin. One is not found twice, however its neighbours overlap.
-bool FootageReader::nextSegment(RecordedSegment& out)
+bool RecordingReader::nextSegment(RecordedSegment& out)
 {
     if (found_.empty())
     {
@@ -159,7 +159,8 @@ bool FootageReader::nextSegment(RecordedSegment& out)
 }
 
 /// \param grown  the same segment as it was read before; null for another one
-bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs, const SegmentFile* grown)
+bool RecordingReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs,
+                                  const SegmentFile* grown)
 {
     segment_ = segment;
     const bool reachesEnd = !segment.closed || segment.beginNs + segment.durationNs > request_.endNs;
@@ -197,7 +198,7 @@ bool FootageReader::openSegment(const RecordedSegment& segment, std::int64_t fro
     return true;
 }
 
-bool FootageReader::fits(const SegmentFile& file) const
+bool RecordingReader::fits(const SegmentFile& file) const
 {
     const auto has = [](const SegmentFile::Track* track, const std::optional<Codec>& coding)
     { return coding && track != nullptr && track->coding == *coding; };
@@ -207,7 +208,7 @@ bool FootageReader::fits(const SegmentFile& file) const
 }
 
 /// An open segment came to its end: reads on in what was written meanwhile.
-bool FootageReader::reopenGrown()
+bool RecordingReader::reopenGrown()
 {
     const std::int64_t beginNs = segment_->beginNs;
     for (RecordedSegment& now :
@@ -237,13 +238,13 @@ bool FootageReader::reopenGrown()
     return false;
 }
 
-bool FootageReader::mayGrow()
+bool RecordingReader::mayGrow()
 {
     return endNs_ < request_.endNs && ++waits_ < mostWaits;
 }
 
 /// Whether a unit is to be played, in view of what was before.
-bool FootageReader::takes(const CodedUnit& unit)
+bool RecordingReader::takes(const CodedUnit& unit)
 {
     if (!wants(unit) || !follows(unit))
     {
@@ -273,7 +274,7 @@ bool FootageReader::takes(const CodedUnit& unit)
 }
 
 /// Whether a key frame is far enough from the one before, give or take what capture times are off.
-bool FootageReader::keepsDistance(const CodedUnit& unit)
+bool RecordingReader::keepsDistance(const CodedUnit& unit)
 {
     if (lastKeyNs_ && unit.timeNs - *lastKeyNs_ < request_.keyDistanceNs - usualFrameNs / 2)
     {
@@ -283,14 +284,14 @@ bool FootageReader::keepsDistance(const CodedUnit& unit)
     return true;
 }
 
-bool FootageReader::wants(const CodedUnit& unit) const
+bool RecordingReader::wants(const CodedUnit& unit) const
 {
     const std::optional<Codec>& coding = unit.video ? request_.video : request_.audio;
     return coding && track(unit.video).coding == *coding;
 }
 
 /// Leaves out what was played already, of a segment read anew or one that overlaps the one before.
-bool FootageReader::follows(const CodedUnit& unit)
+bool RecordingReader::follows(const CodedUnit& unit)
 {
     if (!unit.video && unit.timeNs <= lastAudioNs_)
     {
@@ -322,7 +323,7 @@ bool FootageReader::follows(const CodedUnit& unit)
 }
 
 /// The clock was set back: what follows is dated earlier.
-void FootageReader::beginEpoch()
+void RecordingReader::beginEpoch()
 {
     beginSection();
     lastFrameNs_ = 0;
@@ -332,7 +333,7 @@ void FootageReader::beginEpoch()
 
 /// Whether a unit lies behind the interval while its begin in a later epoch is still to come. Ends the file
 /// where nothing of the interval can follow, in whatever order frames are shown.
-bool FootageReader::isBehindEpoch(const CodedUnit& unit)
+bool RecordingReader::isBehindEpoch(const CodedUnit& unit)
 {
     if (!epochFollows_ || unit.timeNs < request_.endNs)
     {
@@ -345,7 +346,7 @@ bool FootageReader::isBehindEpoch(const CodedUnit& unit)
     return true;
 }
 
-void FootageReader::beginSection()
+void RecordingReader::beginSection()
 {
     ++section_;
     waitsForKey_ = true;

@@ -7,24 +7,24 @@
 #include <vector>
 
 #include "hostapi/description/SubMediaInfo.h"
-#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/RecordingDirectory.h"
 #include "refhost/playback/SegmentFile.h"
 
 namespace refhost
 {
 
-/// Finds out what the footage of an interval is made of, by its first segments. One that cannot be read or
+/// Finds out what the recorded media of an interval is made of, by its first segments. One that cannot be read or
 /// whose parameter sets are damaged does not count where another one is whole, nor one whose parameter sets
 /// differ from those that the next two agree on. Remembers what it read lately. Threads: one at a time. Reads
 /// from a disk.
-class FootageDescriber
+class RecordingDescriber
 {
 public:
     /// \param beginNs, endNs  wall clock, nanoseconds since 1970
     /// \param[out] out        the tracks, video first; left as it was on failure
-    /// \returns 0; hostRecordingUnknown when there is no footage; hostRecordingsIncomplete when that is not
+    /// \returns 0; hostRecordingUnknown when there is no recorded media; hostRecordingsIncomplete when that is not
     ///          known yet; hostStreamFailed when none can be read
-    int describe(const FootageDirectory& directory, int cameraId, std::int64_t beginNs, std::int64_t endNs,
+    int describe(const RecordingDirectory& directory, int cameraId, std::int64_t beginNs, std::int64_t endNs,
                  std::vector<SubMediaInfo>& out);
 
 private:

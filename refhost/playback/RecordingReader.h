@@ -7,19 +7,19 @@
 
 #include "refhost/base/HostClock.h"
 #include "refhost/media/Codec.h"
-#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/RecordingDirectory.h"
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/playback/UnitReader.h"
 
 namespace refhost
 {
 
-/// Reads a camera's footage of an interval over the ends of segments and over gaps; times are wall clock,
+/// Reads a camera's recorded media of an interval over the ends of segments and over gaps; times are wall clock,
 /// nanoseconds since 1970.
 ///
 /// Segments that cannot be read are left out with a line in the log. Threads: one at a time. Reads from a
 /// disk.
-class FootageReader : public UnitReader
+class RecordingReader : public UnitReader
 {
 public:
     struct Request
@@ -35,13 +35,13 @@ public:
     };
 
     /// Wall clock of the first unit that a reader of this request reads; nothing where it reads none.
-    static std::optional<std::int64_t> startOf(std::shared_ptr<const FootageDirectory> directory,
+    static std::optional<std::int64_t> startOf(std::shared_ptr<const RecordingDirectory> directory,
                                                const HostClock& clock, const Request& request);
 
     /// \param clock  outlives the reader
-    FootageReader(std::shared_ptr<const FootageDirectory> directory, const HostClock& clock,
-                  const Request& request);
-    ~FootageReader() override;
+    RecordingReader(std::shared_ptr<const RecordingDirectory> directory, const HostClock& clock,
+                    const Request& request);
+    ~RecordingReader() override;
 
     /// The next unit in the order of decoding, with its wall clock. Where the clock was set back, what was
     /// recorded before comes first, up to the interval's end, and then what was recorded after, in a section
@@ -89,7 +89,7 @@ private:
         return unit.video == request_.video.has_value();
     }
 
-    const std::shared_ptr<const FootageDirectory> directory_;
+    const std::shared_ptr<const RecordingDirectory> directory_;
     const HostClock& clock_;
     const Request request_;
     std::deque<RecordedSegment> found_;  // the next ones in order

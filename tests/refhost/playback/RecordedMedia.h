@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "refhost/media/GstHandles.h"
-#include "refhost/playback/FootageDirectory.h"
+#include "refhost/playback/RecordingDirectory.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost
@@ -26,7 +26,7 @@ namespace test
 {
 
 /// Segments that a test lists.
-class ListedFootage : public FootageDirectory
+class ListedRecordings : public RecordingDirectory
 {
 public:
     std::atomic<bool> complete{true};
@@ -87,7 +87,7 @@ private:
 
 /// Real Matroska files of 25 frames a second, a key frame each second, and PCMA audio of 20 ms a block,
 /// made by GStreamer in a directory that goes with the fixture. The recording begins at second 0.
-class RecordedFootageTest : public testing::Test
+class RecordedMediaTest : public testing::Test
 {
 protected:
     static constexpr std::int64_t second = 1'000'000'000;
@@ -99,14 +99,14 @@ protected:
         gst_init(nullptr, nullptr);
     }
 
-    RecordedFootageTest()
+    RecordedMediaTest()
     {
         std::string name = (std::filesystem::temp_directory_path() / "playback-XXXXXX").string();
         EXPECT_NE(mkdtemp(name.data()), nullptr);
         directory_ = name;
     }
 
-    ~RecordedFootageTest() override
+    ~RecordedMediaTest() override
     {
         std::error_code ignored;
         std::filesystem::remove_all(directory_, ignored);
@@ -154,7 +154,7 @@ protected:
         segment.durationNs = static_cast<std::int64_t>(seconds * 1e9);
         segment.path = path;
         segment.closed = closed;
-        footage->add(segment);
+        recordings->add(segment);
         return segment;
     }
 
@@ -202,7 +202,7 @@ protected:
     }
 
     std::string directory_;
-    std::shared_ptr<ListedFootage> footage = std::make_shared<ListedFootage>();
+    std::shared_ptr<ListedRecordings> recordings = std::make_shared<ListedRecordings>();
     ManualClock clock;
 
 private:

@@ -1,4 +1,4 @@
-#include "refhost/playback/FootageDescriber.h"
+#include "refhost/playback/RecordingDescriber.h"
 
 #include <algorithm>
 #include <optional>
@@ -25,8 +25,8 @@ constexpr int payloadSize = 1364;
 
 }  // namespace
 
-int FootageDescriber::describe(const FootageDirectory& directory, int cameraId, std::int64_t beginNs,
-                               std::int64_t endNs, std::vector<SubMediaInfo>& out)
+int RecordingDescriber::describe(const RecordingDirectory& directory, int cameraId, std::int64_t beginNs,
+                                 std::int64_t endNs, std::vector<SubMediaInfo>& out)
 {
     const auto streamId = directory.streamOf(cameraId, beginNs, endNs);
     if (!streamId)
@@ -71,14 +71,14 @@ int FootageDescriber::describe(const FootageDirectory& directory, int cameraId, 
     return 0;
 }
 
-bool FootageDescriber::agree(const Described& left, const Described& right)
+bool RecordingDescriber::agree(const Described& left, const Described& right)
 {
     const SubMediaInfo& one = left.tracks.front();
     const SubMediaInfo& other = right.tracks.front();
     return one.encodingName == other.encodingName && one.formatParameters == other.formatParameters;
 }
 
-bool FootageDescriber::describeSegment(const RecordedSegment& segment, Described& out)
+bool RecordingDescriber::describeSegment(const RecordedSegment& segment, Described& out)
 {
     const auto known = std::find_if(known_.begin(), known_.end(),
                                     [&](const auto& entry) { return entry.first == segment.path; });
@@ -109,7 +109,7 @@ bool FootageDescriber::describeSegment(const RecordedSegment& segment, Described
     return true;
 }
 
-bool FootageDescriber::describeFile(const std::string& path, Described& out)
+bool RecordingDescriber::describeFile(const std::string& path, Described& out)
 {
     for (const bool video : {true, false})
     {
@@ -131,7 +131,7 @@ bool FootageDescriber::describeFile(const std::string& path, Described& out)
     return !out.tracks.empty();
 }
 
-bool FootageDescriber::describeTrack(SegmentFile& file, bool video, SubMediaInfo& out)
+bool RecordingDescriber::describeTrack(SegmentFile& file, bool video, SubMediaInfo& out)
 {
     const SegmentFile::Track* const track = video ? file.video() : file.audio();
     std::string error;
@@ -159,7 +159,7 @@ bool FootageDescriber::describeTrack(SegmentFile& file, bool video, SubMediaInfo
 }
 
 /// The frames' share of a file that is whole.
-void FootageDescriber::addBitRate(const RecordedSegment& segment, Tracks& tracks)
+void RecordingDescriber::addBitRate(const RecordedSegment& segment, Tracks& tracks)
 {
     const std::int64_t ms = segment.durationNs / 1'000'000;
     if (!segment.closed || ms <= 0 || tracks.front().mediaType != "video")
