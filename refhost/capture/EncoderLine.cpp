@@ -19,14 +19,14 @@ int encoderThreads(const StreamConfig& config)
 
 }  // namespace
 
-std::string bareVideoEncoderLine(Codec coding, const StreamConfig& config)
+std::string bareVideoEncoderLine(Codec codec, const StreamConfig& config)
 {
-    return fmt::format(fmt::runtime(infoOf(coding).encoder), fmt::arg("bitRate", config.bitRate),
+    return fmt::format(fmt::runtime(infoOf(codec).encoder), fmt::arg("bitRate", config.bitRate),
                        fmt::arg("bitRateBuffer", config.bitRate * 2 / 5), fmt::arg("gop", config.gop),
                        fmt::arg("threads", encoderThreads(config)));
 }
 
-std::string videoEncoderLine(Codec coding, const StreamConfig& config, const GstCaps* raw)
+std::string videoEncoderLine(Codec codec, const StreamConfig& config, const GstCaps* raw)
 {
     StreamConfig encoded = config;
     int numerator = config.frameRate;
@@ -46,17 +46,17 @@ std::string videoEncoderLine(Codec coding, const StreamConfig& config, const Gst
     return fmt::format(
         "videoconvert ! videoscale ! videorate ! "
         "video/x-raw,format=I420,width={},height={},framerate={}/{},pixel-aspect-ratio=1/1 ! {}",
-        config.width, config.height, numerator, denominator, bareVideoEncoderLine(coding, encoded));
+        config.width, config.height, numerator, denominator, bareVideoEncoderLine(codec, encoded));
 }
 
-std::string audioEncoderLine(Codec coding)
+std::string audioEncoderLine(Codec codec)
 {
-    return fmt::format("audioconvert ! audioresample ! {}", infoOf(coding).encoder);
+    return fmt::format("audioconvert ! audioresample ! {}", infoOf(codec).encoder);
 }
 
-int encodedBitRate(Codec coding, const StreamConfig& config)
+int encodedBitRate(Codec codec, const StreamConfig& config)
 {
-    return infoOf(coding).encodedBitRate.value_or(config.bitRate);
+    return infoOf(codec).encodedBitRate.value_or(config.bitRate);
 }
 
 }  // namespace refhost

@@ -16,10 +16,10 @@ std::vector<std::uint8_t> bytesOf(GstBuffer* buffer)
     return bytes;
 }
 
-std::shared_ptr<const MediaFormat> formatOf(Codec coding, const GstCaps* caps)
+std::shared_ptr<const MediaFormat> formatOf(Codec codec, const GstCaps* caps)
 {
     auto format = std::make_shared<MediaFormat>();
-    format->coding = coding;
+    format->codec = codec;
     const GstStructure* fields = gst_caps_get_structure(caps, 0);
     gst_structure_get_int(fields, "width", &format->width);
     gst_structure_get_int(fields, "height", &format->height);
@@ -35,10 +35,10 @@ std::shared_ptr<const MediaFormat> formatOf(Codec coding, const GstCaps* caps)
 
 }  // namespace
 
-MediaProbe::MediaProbe(GstPad* pad, Codec coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
+MediaProbe::MediaProbe(GstPad* pad, Codec codec, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
                        DeliveryGate::Ptr gate)
     : pad_(GST_PAD(gst_object_ref(pad))),
-      coding_(coding),
+      codec_(codec),
       clock_(clock),
       tap_(std::move(tap)),
       gate_(std::move(gate))
@@ -80,9 +80,9 @@ void MediaProbe::take(GstBuffer* buffer)
     unit->captureTimeNs = clock_.monotonicNs(GST_BUFFER_PTS(buffer), segment);
     unit->durationNs =
         GST_BUFFER_DURATION_IS_VALID(buffer) ? static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)) : 0;
-    unit->keyFrame = !isVideo(coding_) || !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
+    unit->keyFrame = !isVideo(codec_) || !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
     // Derived for every source: few give decode times, and those of RTP are times of arrival.
-    unit->decodeTimeNs = isVideo(coding_)
+    unit->decodeTimeNs = isVideo(codec_)
                              ? decodeTimes_.next(unit->captureTimeNs, unit->durationNs, unit->keyFrame)
                              : unit->captureTimeNs;
     tap_->deliver(unit);
@@ -97,7 +97,7 @@ bool MediaProbe::updateFormat()
     }
     if (caps != caps_)
     {
-        format_ = formatOf(coding_, caps.get());
+        format_ = formatOf(codec_, caps.get());
         decodeTimes_.setDepth(ReorderDepth::of(*format_));
         caps_ = std::move(caps);
     }

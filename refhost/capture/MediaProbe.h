@@ -20,7 +20,7 @@ namespace refhost
 class MediaProbe
 {
 public:
-    MediaProbe(GstPad* pad, Codec coding, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
+    MediaProbe(GstPad* pad, Codec codec, const CaptureClock& clock, std::shared_ptr<MediaTap> tap,
                DeliveryGate::Ptr gate);
     ~MediaProbe();
     MediaProbe(const MediaProbe&) = delete;
@@ -32,7 +32,7 @@ private:
     bool updateFormat();
 
     GstObjectPtr<GstPad> pad_;
-    Codec coding_;
+    Codec codec_;
     CaptureClock clock_;
     std::shared_ptr<MediaTap> tap_;
     DeliveryGate::Ptr gate_;

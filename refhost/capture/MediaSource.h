@@ -21,7 +21,7 @@ public:
     virtual ~MediaSink() = default;
 
     /// A pad inside the pipeline gives media that are coded as told, not parsed yet.
-    virtual void addCoded(GstPad* pad, Codec coding) = 0;
+    virtual void addCoded(GstPad* pad, Codec codec) = 0;
     /// A pad gives media with these caps: coded, raw, or of no use.
     /// \param clock  says when the media were captured; null where their timestamps do
     virtual void addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock) = 0;

@@ -10,12 +10,12 @@
 namespace refhost
 {
 
-MediaTrack::MediaTrack(const CaptureClock& clock, Codec coding, std::shared_ptr<MediaTap> mediaTap,
+MediaTrack::MediaTrack(const CaptureClock& clock, Codec codec, std::shared_ptr<MediaTap> mediaTap,
                        const std::string& title, DeliveryGate::Ptr gate)
     : clock_(clock),
-      coding_(coding),
+      codec_(codec),
       mediaTap_(std::move(mediaTap)),
-      name_(title + " " + trackIdOf(coding)),
+      name_(title + " " + trackIdOf(codec)),
       gate_(std::move(gate))
 {
 }
@@ -38,7 +38,7 @@ bool MediaTrack::open(GstPad* pad, const std::string& line, PayloadBranch::OnCap
         return false;
     }
     const GstObjectPtr<GstPad> teeEntry(gst_element_get_static_pad(tee_, "sink"));
-    mediaProbe_ = std::make_unique<MediaProbe>(teeEntry.get(), coding_, clock_, mediaTap_, gate_);
+    mediaProbe_ = std::make_unique<MediaProbe>(teeEntry.get(), codec_, clock_, mediaTap_, gate_);
     gst_element_sync_state_with_parent(tee_);
     gst_element_sync_state_with_parent(chain);
     const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(chain, "sink"));
@@ -80,7 +80,7 @@ void MediaTrack::requestKeyFrame()
 
 bool MediaTrack::addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error)
 {
-    auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{clock_, tee_, name_, gate_}, coding_,
+    auto branch = std::make_unique<PayloadBranch>(PayloadBranch::Place{clock_, tee_, name_, gate_}, codec_,
                                                   payloadSize, std::move(onCaps));
     if (!branch->open(error))
     {

@@ -25,7 +25,7 @@ public:
     /// \param mediaTap  gets the encoded media
     /// \param title  names the stream in the log
     /// \param gate  all deliveries go through it
-    MediaTrack(const CaptureClock& clock, Codec coding, std::shared_ptr<MediaTap> mediaTap,
+    MediaTrack(const CaptureClock& clock, Codec codec, std::shared_ptr<MediaTap> mediaTap,
                const std::string& title, DeliveryGate::Ptr gate);
     ~MediaTrack();
 
@@ -41,16 +41,16 @@ public:
     /// Asks what codes the track for a key frame.
     void requestKeyFrame();
 
-    Codec coding() const
+    Codec codec() const
     {
-        return coding_;
+        return codec_;
     }
 
 private:
     bool addBranch(int payloadSize, PayloadBranch::OnCaps onCaps, std::string& error);
 
     CaptureClock clock_;
-    Codec coding_;
+    Codec codec_;
     std::shared_ptr<MediaTap> mediaTap_;
     std::string name_;  ///< of stream and track, in the log
     DeliveryGate::Ptr gate_;

@@ -20,12 +20,12 @@ constexpr guint fewQueued = 10;
 
 }  // namespace
 
-PayloadBranch::PayloadBranch(const Place& place, Codec coding, int payloadSize, OnCaps onCaps)
+PayloadBranch::PayloadBranch(const Place& place, Codec codec, int payloadSize, OnCaps onCaps)
     : place_(place),
-      coding_(coding),
+      codec_(codec),
       payloadSize_(payloadSize),
       onCaps_(std::move(onCaps)),
-      builder_(coding,
+      builder_(codec,
                [this](const AccessUnitPtr& unit)
                {
                    std::shared_ptr<PacketTap> tap;
@@ -64,7 +64,7 @@ bool PayloadBranch::open(std::string& error)
 {
     GError* problem = nullptr;
     queue_ = gst_element_factory_make("queue", nullptr);
-    payloader_ = gst_parse_launch_full(GstCodec::payloaderLine(coding_).c_str(), nullptr,
+    payloader_ = gst_parse_launch_full(GstCodec::payloaderLine(codec_).c_str(), nullptr,
                                        GST_PARSE_FLAG_FATAL_ERRORS, &problem);
     sink_ = gst_element_factory_make("appsink", nullptr);
     if (queue_ == nullptr || payloader_ == nullptr || sink_ == nullptr)

@@ -39,7 +39,7 @@ public:
 
     /// \param payloadSize  most bytes of RTP payload in a packet
     /// \param onCaps       may be empty
-    PayloadBranch(const Place& place, Codec coding, int payloadSize, OnCaps onCaps);
+    PayloadBranch(const Place& place, Codec codec, int payloadSize, OnCaps onCaps);
     ~PayloadBranch();
     PayloadBranch(const PayloadBranch&) = delete;
     PayloadBranch& operator=(const PayloadBranch&) = delete;
@@ -62,7 +62,7 @@ private:
     bool admits(GstBuffer* buffer);
 
     Place place_;
-    Codec coding_;
+    Codec codec_;
     int payloadSize_;
     OnCaps onCaps_;
     AccessUnitBuilder builder_;

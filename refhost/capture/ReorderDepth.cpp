@@ -255,7 +255,7 @@ void readHevcRecord(const std::vector<std::uint8_t>& record, std::optional<unsig
 unsigned ReorderDepth::of(const MediaFormat& format)
 {
     std::optional<unsigned> depth;
-    switch (infoOf(format.coding).keyFrames)
+    switch (infoOf(format.codec).keyFrames)
     {
         case CodecInfo::KeyFrames::all:
             return 0;

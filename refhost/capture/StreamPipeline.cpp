@@ -84,7 +84,7 @@ void StreamPipeline::requestKeyFrame()
     const std::lock_guard<std::mutex> guard(tracksMutex_);
     for (const auto& [trackId, track] : tracks_)
     {
-        if (isVideo(track->coding()))
+        if (isVideo(track->codec()))
         {
             track->requestKeyFrame();
         }
@@ -107,31 +107,31 @@ bool StreamPipeline::describe(bool partial, std::vector<SubMediaInfo>& tracks) c
     return true;
 }
 
-void StreamPipeline::addCoded(GstPad* pad, Codec coding)
+void StreamPipeline::addCoded(GstPad* pad, Codec codec)
 {
-    addTrack(pad, coding, GstCodec::parserLine(coding), true, nullptr);
+    addTrack(pad, codec, GstCodec::parserLine(codec), true, nullptr);
 }
 
 void StreamPipeline::addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock)
 {
-    if (const std::optional<Codec> coding = GstCodec::of(caps))
+    if (const std::optional<Codec> codec = GstCodec::of(caps))
     {
-        const bool wanted = (isVideo(*coding) ? config_.videoCodec : config_.audioCodec).has_value();
-        return wanted ? addTrack(pad, *coding, GstCodec::parserLine(*coding), false, std::move(clock))
+        const bool wanted = (isVideo(*codec) ? config_.videoCodec : config_.audioCodec).has_value();
+        return wanted ? addTrack(pad, *codec, GstCodec::parserLine(*codec), false, std::move(clock))
                       : dropPad(pad);
     }
     const std::string name = caps == nullptr || gst_caps_get_size(caps) == 0
                                  ? std::string()
                                  : gst_structure_get_name(gst_caps_get_structure(caps, 0));
     const bool video = name == "video/x-raw";
-    const std::optional<Codec> coding =
+    const std::optional<Codec> codec =
         video || name == "audio/x-raw" ? (video ? config_.videoCodec : config_.audioCodec) : std::nullopt;
-    if (!coding)
+    if (!codec)
     {
         return dropPad(pad);
     }
-    const std::string encoder = video ? videoEncoderLine(*coding, config_, caps) : audioEncoderLine(*coding);
-    addTrack(pad, *coding, encoder + " ! " + GstCodec::parserLine(*coding), true, std::move(clock));
+    const std::string encoder = video ? videoEncoderLine(*codec, config_, caps) : audioEncoderLine(*codec);
+    addTrack(pad, *codec, encoder + " ! " + GstCodec::parserLine(*codec), true, std::move(clock));
 }
 
 void StreamPipeline::padsComplete()
@@ -196,10 +196,10 @@ GstBusSyncReply StreamPipeline::onMessage(GstBus*, GstMessage* message, gpointer
     return GST_BUS_DROP;
 }
 
-void StreamPipeline::addTrack(GstPad* pad, Codec coding, const std::string& line, bool encoded,
+void StreamPipeline::addTrack(GstPad* pad, Codec codec, const std::string& line, bool encoded,
                               std::shared_ptr<const SourceClock> clock)
 {
-    const std::string trackId = trackIdOf(coding);
+    const std::string trackId = trackIdOf(codec);
     std::unique_lock<std::mutex> guard(tracksMutex_);
     if (tracks_.count(trackId) != 0)
     {
@@ -209,15 +209,15 @@ void StreamPipeline::addTrack(GstPad* pad, Codec coding, const std::string& line
     MediaTrack& track =
         *tracks_
              .emplace(trackId, std::make_unique<MediaTrack>(CaptureClock{pipeline_.get(), std::move(clock)},
-                                                            coding, mediaTap_, title_, gate_))
+                                                            codec, mediaTap_, title_, gate_))
              .first->second;
     {
         const std::lock_guard<std::mutex> description(descriptionMutex_);
         ++trackCount_;
     }
     std::string error;
-    const auto onCaps = [this, coding, encoded](const GstCaps* rtpCaps, const GstCaps* mediaCaps)
-    { onTrackCaps(coding, encoded, rtpCaps, mediaCaps); };
+    const auto onCaps = [this, codec, encoded](const GstCaps* rtpCaps, const GstCaps* mediaCaps)
+    { onTrackCaps(codec, encoded, rtpCaps, mediaCaps); };
     if (!track.open(pad, line, onCaps, error))
     {
         tracks_.erase(trackId);
@@ -237,16 +237,16 @@ void StreamPipeline::dropPad(GstPad* pad)
     gst_pad_link(pad, entry.get());
 }
 
-void StreamPipeline::onTrackCaps(Codec coding, bool encoded, const GstCaps* rtpCaps, const GstCaps* mediaCaps)
+void StreamPipeline::onTrackCaps(Codec codec, bool encoded, const GstCaps* rtpCaps, const GstCaps* mediaCaps)
 {
     SubMediaInfo info;
-    if (!describeTrack(rtpCaps, mediaCaps, trackIdOf(coding), info))
+    if (!describeTrack(rtpCaps, mediaCaps, trackIdOf(codec), info))
     {
         return;
     }
     if (encoded)
     {
-        info.bitRate = encodedBitRate(coding, config_);
+        info.bitRate = encodedBitRate(codec, config_);
     }
     {
         const std::lock_guard<std::mutex> guard(descriptionMutex_);

@@ -89,18 +89,18 @@ public:
     bool describe(bool partial, std::vector<SubMediaInfo>& tracks) const;
 
 private:
-    void addCoded(GstPad* pad, Codec coding) override;
+    void addCoded(GstPad* pad, Codec codec) override;
     void addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock) override;
     void padsComplete() override;
     void sourceEnded(const std::string& why, bool otherWay) override;
     void sourceClockUnusable(const std::string& why) override;
 
     static GstBusSyncReply onMessage(GstBus* bus, GstMessage* message, gpointer self);
-    void addTrack(GstPad* pad, Codec coding, const std::string& line, bool encoded,
+    void addTrack(GstPad* pad, Codec codec, const std::string& line, bool encoded,
                   std::shared_ptr<const SourceClock> clock);
     void announceDescription();
     void dropPad(GstPad* pad);
-    void onTrackCaps(Codec coding, bool encoded, const GstCaps* rtpCaps, const GstCaps* mediaCaps);
+    void onTrackCaps(Codec codec, bool encoded, const GstCaps* rtpCaps, const GstCaps* mediaCaps);
     static MediaTrack::Taps tapsOf(const Taps& taps, const std::string& trackId);
 
     StreamConfig config_;

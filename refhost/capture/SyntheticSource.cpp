@@ -36,7 +36,7 @@ bool SyntheticSource::build(GstBin* pipeline, std::string& error)
     return true;
 }
 
-bool SyntheticSource::addVideo(GstBin* pipeline, Codec coding, std::string& error)
+bool SyntheticSource::addVideo(GstBin* pipeline, Codec codec, std::string& error)
 {
     std::string clock;
     if (haveElement("clockoverlay"))
@@ -52,20 +52,20 @@ bool SyntheticSource::addVideo(GstBin* pipeline, Codec coding, std::string& erro
     const std::string line = fmt::format(
         "videotestsrc is-live=true pattern=smpte horizontal-speed=2 ! "
         "video/x-raw,format=I420,width={},height={},framerate={}/1,pixel-aspect-ratio=1/1 ! {}{}",
-        config_.width, config_.height, config_.frameRate, clock, bareVideoEncoderLine(coding, config_));
-    return addLine(pipeline, line, coding, error);
+        config_.width, config_.height, config_.frameRate, clock, bareVideoEncoderLine(codec, config_));
+    return addLine(pipeline, line, codec, error);
 }
 
-bool SyntheticSource::addAudio(GstBin* pipeline, Codec coding, std::string& error)
+bool SyntheticSource::addAudio(GstBin* pipeline, Codec codec, std::string& error)
 {
     const std::string line = fmt::format(
         "audiotestsrc is-live=true wave=sine freq=440 volume=0.1 samplesperbuffer=160 ! "
         "audio/x-raw,format=S16LE,layout=interleaved,rate=8000,channels=1 ! {}",
-        audioEncoderLine(coding));
-    return addLine(pipeline, line, coding, error);
+        audioEncoderLine(codec));
+    return addLine(pipeline, line, codec, error);
 }
 
-bool SyntheticSource::addLine(GstBin* pipeline, const std::string& line, Codec coding, std::string& error)
+bool SyntheticSource::addLine(GstBin* pipeline, const std::string& line, Codec codec, std::string& error)
 {
     GstElement* bin = makeBin(line, error);
     if (bin == nullptr)
@@ -79,7 +79,7 @@ bool SyntheticSource::addLine(GstBin* pipeline, const std::string& line, Codec c
         g_object_set(clock.get(), "text", title_.c_str(), nullptr);
     }
     const GstObjectPtr<GstPad> pad(gst_element_get_static_pad(bin, "src"));
-    sink_.addCoded(pad.get(), coding);
+    sink_.addCoded(pad.get(), codec);
     return true;
 }
 

@@ -15,9 +15,9 @@ public:
     bool build(GstBin* pipeline, std::string& error) override;
 
 private:
-    bool addVideo(GstBin* pipeline, Codec coding, std::string& error);
-    bool addAudio(GstBin* pipeline, Codec coding, std::string& error);
-    bool addLine(GstBin* pipeline, const std::string& line, Codec coding, std::string& error);
+    bool addVideo(GstBin* pipeline, Codec codec, std::string& error);
+    bool addAudio(GstBin* pipeline, Codec codec, std::string& error);
+    bool addLine(GstBin* pipeline, const std::string& line, Codec codec, std::string& error);
 
     StreamConfig config_;
     std::string title_;

@@ -12,7 +12,7 @@ namespace refhost
 /// What a decoder or a file must know of a track before its first unit.
 struct MediaFormat
 {
-    Codec coding{};
+    Codec codec{};
     /// H.264 and H.265: the decoder configuration record (avcC, hvcC) that goes with length-prefixed NAL
     /// units; AAC: the AudioSpecificConfig; otherwise empty.
     std::vector<std::uint8_t> codecData;
@@ -23,7 +23,7 @@ struct MediaFormat
 
     bool operator==(const MediaFormat& other) const
     {
-        return coding == other.coding && codecData == other.codecData && width == other.width &&
+        return codec == other.codec && codecData == other.codecData && width == other.width &&
                height == other.height && sampleRate == other.sampleRate && channels == other.channels;
     }
 };

@@ -8,10 +8,10 @@
 namespace refhost
 {
 
-Packetiser::Packetiser(Codec coding, int payloadSize)
-    : coding_(coding),
+Packetiser::Packetiser(Codec codec, int payloadSize)
+    : codec_(codec),
       payloadSize_(payloadSize),
-      builder_(coding,
+      builder_(codec,
                [this](const AccessUnitPtr& unit)
                {
                    if (made_ != nullptr)
@@ -37,9 +37,9 @@ void Packetiser::close()
     }
 }
 
-std::unique_ptr<Packetiser> Packetiser::make(Codec coding, int payloadSize, std::string& error)
+std::unique_ptr<Packetiser> Packetiser::make(Codec codec, int payloadSize, std::string& error)
 {
-    std::unique_ptr<Packetiser> made(new Packetiser(coding, payloadSize));
+    std::unique_ptr<Packetiser> made(new Packetiser(codec, payloadSize));
     return made->open(error) ? std::move(made) : nullptr;
 }
 
@@ -47,7 +47,7 @@ bool Packetiser::open(std::string& error)
 {
     GError* problem = nullptr;
     const std::string line =
-        GstCodec::parserLine(coding_) + " ! " + GstCodec::payloaderLine(coding_) + " name=payloader";
+        GstCodec::parserLine(codec_) + " ! " + GstCodec::payloaderLine(codec_) + " name=payloader";
     GstElement* chain = gst_parse_bin_from_description_full(line.c_str(), TRUE, nullptr,
                                                             GST_PARSE_FLAG_FATAL_ERRORS, &problem);
     if (chain == nullptr)
@@ -134,7 +134,7 @@ bool Packetiser::describe(SubMediaInfo& out) const
 {
     const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(payloader_.get(), "sink"));
     const GstValuePtr<GstCaps> mediaCaps(gst_pad_get_current_caps(entry.get()));
-    return rtpCaps_ && describeTrack(rtpCaps_.get(), mediaCaps.get(), trackIdOf(coding_), out);
+    return rtpCaps_ && describeTrack(rtpCaps_.get(), mediaCaps.get(), trackIdOf(codec_), out);
 }
 
 GstFlowReturn Packetiser::onPacket(GstPad* pad, GstObject*, GstBuffer* buffer)

@@ -23,14 +23,14 @@ class Packetiser
 public:
     /// \param payloadSize  most bytes of RTP payload in a packet
     /// \returns null with `error` set when GStreamer lacks an element
-    static std::unique_ptr<Packetiser> make(Codec coding, int payloadSize, std::string& error);
+    static std::unique_ptr<Packetiser> make(Codec codec, int payloadSize, std::string& error);
     ~Packetiser();
     Packetiser(const Packetiser&) = delete;
     Packetiser& operator=(const Packetiser&) = delete;
 
-    Codec coding() const
+    Codec codec() const
     {
-        return coding_;
+        return codec_;
     }
 
     int payloadSize() const
@@ -52,7 +52,7 @@ public:
     bool describe(SubMediaInfo& out) const;
 
 private:
-    Packetiser(Codec coding, int payloadSize);
+    Packetiser(Codec codec, int payloadSize);
     bool open(std::string& error);
     void close();
     bool reopen();
@@ -62,7 +62,7 @@ private:
     static gboolean onEvent(GstPad* pad, GstObject* parent, GstEvent* event);
     void take(GstBuffer* packet);
 
-    const Codec coding_;
+    const Codec codec_;
     const int payloadSize_;
     AccessUnitBuilder builder_;
     GstObjectPtr<GstElement> chain_;      // parser and payloader

@@ -40,7 +40,7 @@ public:
     {
         /// Most bytes of RTP payload in a packet; 0: the track is not wanted.
         int payloadSize = 0;
-        /// Encoding name that the client was told; recorded media of another coding is left out.
+        /// Encoding name that the client was told; recorded media of another codec is left out.
         std::string encodingName;
     };
 

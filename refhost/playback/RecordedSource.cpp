@@ -26,7 +26,7 @@ std::size_t indexOf(bool video)
     return video ? 0 : 1;
 }
 
-std::optional<Codec> codingOfTrack(const PlaybackSource::Track& track)
+std::optional<Codec> codecOfTrack(const PlaybackSource::Track& track)
 {
     return track.payloadSize > 0 ? codecEncodedAs(track.encodingName) : std::nullopt;
 }
@@ -90,7 +90,7 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
     reading->request = request;
     // Backwards, the frame at the end is played as well.
     reading->endNs = request.mirrored(request.endNs) + (request.backwards ? 1 : 0);
-    reading->done = {!codingOfTrack(request.video), request.backwards || !codingOfTrack(request.audio)};
+    reading->done = {!codecOfTrack(request.video), request.backwards || !codecOfTrack(request.audio)};
     reading->reader = makeReader(request);
     if (!reading->reader)
     {
@@ -104,7 +104,7 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
 /// \returns null where nothing can be read
 std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) const
 {
-    const auto video = codingOfTrack(request.video);
+    const auto video = codecOfTrack(request.video);
     if (request.backwards)
     {
         if (!video)
@@ -123,24 +123,24 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
     wanted.keyFramesOnly = request.keyFramesOnly;
     wanted.keyDistanceNs = request.keyDistanceNs;
     wanted.video = video;
-    wanted.audio = codingOfTrack(request.audio);
+    wanted.audio = codecOfTrack(request.audio);
     return std::make_unique<RecordingReader>(directory_, clock_, wanted);
 }
 
 bool RecordedSource::preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser)
 {
-    const auto coding = codingOfTrack(track);
-    if (!coding)
+    const auto codec = codecOfTrack(track);
+    if (!codec)
     {
         return true;
     }
-    if (packetiser && packetiser->coding() == *coding && packetiser->payloadSize() == track.payloadSize)
+    if (packetiser && packetiser->codec() == *codec && packetiser->payloadSize() == track.payloadSize)
     {
         packetiser->flush();
         return true;
     }
     std::string error;
-    auto made = Packetiser::make(*coding, track.payloadSize, error);
+    auto made = Packetiser::make(*codec, track.payloadSize, error);
     if (!made)
     {
         Log::error("recordings cannot be sent: {}", error);
@@ -281,7 +281,7 @@ void RecordedSource::packetise(const Outlook& outlook)
     {
         Outlook own = outlook;
         own.last = outlook.last && unit == units.back();
-        const std::int64_t length = video ? 0 : audioLength(packetiser.coding(), *unit, head.caps.get());
+        const std::int64_t length = video ? 0 : audioLength(packetiser.codec(), *unit, head.caps.get());
         add(unit, head, own, length > 0 ? length : durationNs);
     }
 }

@@ -135,7 +135,7 @@ bool RecordingDescriber::describeTrack(SegmentFile& file, bool video, SubMediaIn
 {
     const SegmentFile::Track* const track = video ? file.video() : file.audio();
     std::string error;
-    const auto packetiser = track == nullptr ? nullptr : Packetiser::make(track->coding, payloadSize, error);
+    const auto packetiser = track == nullptr ? nullptr : Packetiser::make(track->codec, payloadSize, error);
     if (!packetiser)
     {
         return false;

@@ -183,7 +183,7 @@ bool RecordingReader::openSegment(const RecordedSegment& segment, std::int64_t f
     }
     if (!fits(*file_))
     {
-        Log::info("recording {} is left out: its coding is another one", segment.path);
+        Log::info("recording {} is left out: its codec is another one", segment.path);
         file_.reset();
         return false;
     }
@@ -200,8 +200,8 @@ bool RecordingReader::openSegment(const RecordedSegment& segment, std::int64_t f
 
 bool RecordingReader::fits(const SegmentFile& file) const
 {
-    const auto has = [](const SegmentFile::Track* track, const std::optional<Codec>& coding)
-    { return coding && track != nullptr && track->coding == *coding; };
+    const auto has = [](const SegmentFile::Track* track, const std::optional<Codec>& codec)
+    { return codec && track != nullptr && track->codec == *codec; };
     const bool video = has(file.video(), request_.video);
     const bool audio = has(file.audio(), request_.audio);
     return request_.video ? video : audio;
@@ -286,8 +286,8 @@ bool RecordingReader::keepsDistance(const CodedUnit& unit)
 
 bool RecordingReader::wants(const CodedUnit& unit) const
 {
-    const std::optional<Codec>& coding = unit.video ? request_.video : request_.audio;
-    return coding && track(unit.video).coding == *coding;
+    const std::optional<Codec>& codec = unit.video ? request_.video : request_.audio;
+    return codec && track(unit.video).codec == *codec;
 }
 
 /// Leaves out what was played already, of a segment read anew or one that overlaps the one before.

@@ -30,7 +30,7 @@ public:
         std::int64_t endNs = 0;   ///< nothing of a segment that begins here or later
         bool keyFramesOnly = false;
         std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least
-        std::optional<Codec> video;      ///< wanted in this coding
+        std::optional<Codec> video;      ///< wanted in this codec
         std::optional<Codec> audio;
     };
 

@@ -94,7 +94,7 @@ bool ReverseReader::openNext()
             SegmentFile::reportLeftOut(segment.path, error);
             continue;
         }
-        if (file_->video() == nullptr || file_->video()->coding != request_.video)
+        if (file_->video() == nullptr || file_->video()->codec != request_.video)
         {
             Log::info("recording {} is left out: its codec is another one", segment.path);
             file_.reset();

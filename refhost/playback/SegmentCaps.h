@@ -15,7 +15,7 @@ namespace refhost
 /// What a track of a file holds, in GStreamer's words.
 struct SegmentCaps
 {
-    Codec coding;
+    Codec codec;
     GstValuePtr<GstCaps> caps;
 };
 

@@ -116,7 +116,7 @@ bool SegmentFile::chooseTracks()
             stream->discard = AVDISCARD_ALL;
             continue;
         }
-        place = Track{found->coding, std::move(found->caps)};
+        place = Track{found->codec, std::move(found->caps)};
         (video ? videoIndex_ : audioIndex_) = static_cast<int>(i);
     }
     return video_ || audio_;

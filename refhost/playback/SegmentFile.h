@@ -35,7 +35,7 @@ class SegmentFile
 public:
     struct Track
     {
-        Codec coding;
+        Codec codec;
         GstValuePtr<GstCaps> caps;  ///< what the units are
     };
 

@@ -199,7 +199,7 @@ void Recorder::chooseTracks(const Tracks& tracks)
         }
         else
         {
-            reportMalformed(isVideo(track->coding) ? "the video's description" : "the audio's description");
+            reportMalformed(isVideo(track->codec) ? "the video's description" : "the audio's description");
         }
     }
 }

@@ -54,7 +54,7 @@ void SegmentCutter::take(const EncodedUnitPtr& unit)
 
 void SegmentCutter::place(const EncodedUnitPtr& unit, bool reference)
 {
-    (isVideo(unit->format->coding) ? video_ : audio_) = unit->format;
+    (isVideo(unit->format->codec) ? video_ : audio_) = unit->format;
     if (reference && unit->keyFrame && !pendingNs_ && (!open_ || isCutDue(*unit)))
     {
         pendingNs_ = unit->captureTimeNs;
@@ -120,7 +120,7 @@ void SegmentCutter::interrupt()
 
 bool SegmentCutter::isReference(const EncodedUnit& unit)
 {
-    return isVideo(unit.format->coding) || (!video_ && !expected_().video);
+    return isVideo(unit.format->codec) || (!video_ && !expected_().video);
 }
 
 bool SegmentCutter::jumps(const EncodedUnit& unit) const
@@ -147,8 +147,8 @@ bool SegmentCutter::isHoldOver(const EncodedUnit& unit)
 
 void SegmentCutter::hold(const EncodedUnitPtr& unit)
 {
-    audioCameThrough_ = audioCameThrough_ || !isVideo(unit->format->coding);
-    leadersCame_ = leadersCame_ || (isVideo(unit->format->coding) && unit->captureTimeNs > *pendingNs_);
+    audioCameThrough_ = audioCameThrough_ || !isVideo(unit->format->codec);
+    leadersCame_ = leadersCame_ || (isVideo(unit->format->codec) && unit->captureTimeNs > *pendingNs_);
     held_.push_back(unit);
     heldBytes_ += unit->bytes.size();
     if (isHoldOver(*unit))
@@ -180,7 +180,7 @@ void SegmentCutter::cut()
     {
         for (const EncodedUnitPtr& unit : held_)
         {
-            const bool leads = isVideo(unit->format->coding) && unit->captureTimeNs > beginNs_;
+            const bool leads = isVideo(unit->format->codec) && unit->captureTimeNs > beginNs_;
             pendingNs_ = leads ? std::min(*pendingNs_, unit->captureTimeNs) : *pendingNs_;
         }
         sink_.endSegment(*pendingNs_ - beginNs_);

@@ -156,11 +156,11 @@ bool SegmentWriter::addTrack(const MediaFormat& format)
     }
     stream->time_base = AVRational{1, 1000};
     AVCodecParameters& parameters = *stream->codecpar;
-    parameters.codec_type = isVideo(format.coding) ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO;
-    parameters.codec_id = libavCodec(format.coding);
+    parameters.codec_type = isVideo(format.codec) ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO;
+    parameters.codec_id = libavCodec(format.codec);
     parameters.width = format.width;
     parameters.height = format.height;
-    if (!isVideo(format.coding))
+    if (!isVideo(format.codec))
     {
         parameters.sample_rate = format.sampleRate;
         av_channel_layout_default(&parameters.ch_layout, format.channels);

@@ -120,7 +120,7 @@ TEST_F(MediaSourceTest, FileLeavesInRealTime)
     EXPECT_LE(lasted.count(), 2.5);
 }
 
-TEST_F(MediaSourceTest, FileOfOtherCodingsIsEncodedAsConfigured)
+TEST_F(MediaSourceTest, FileOfOtherCodecsIsEncodedAsConfigured)
 {
     makeClip(
         "videotestsrc num-buffers=5 ! video/x-raw,format=I420,width=160,height=90,framerate=10/1 ! jpegenc "

@@ -18,7 +18,7 @@ public:
     void onEncodedUnit(const EncodedUnitPtr& unit) override
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        (isVideo(unit->format->coding) ? frames_ : audios_).push_back(unit);
+        (isVideo(unit->format->codec) ? frames_ : audios_).push_back(unit);
         changed_.notify_all();
     }
     void onDiscontinuity() override
@@ -81,7 +81,7 @@ TEST_F(MediaTapTest, TapGivesWholeFramesWithWhatTheirDecoderNeeds)
     ASSERT_TRUE(sink->waitFor(21, 1));
     const std::vector<EncodedUnitPtr> frames = sink->frames();
     const MediaFormat& format = *frames[0]->format;
-    EXPECT_EQ(format.coding, Codec::h264);
+    EXPECT_EQ(format.codec, Codec::h264);
     EXPECT_EQ(format.width, 320);
     EXPECT_EQ(format.height, 180);
     ASSERT_GT(format.codecData.size(), 6U);
@@ -128,7 +128,7 @@ TEST_F(MediaTapTest, AudioComesInTheSameTimeWithItsOwnFormat)
     const auto sink = tap();
     ASSERT_TRUE(sink->waitFor(10, 10));
     const EncodedUnit& audio = *sink->audios()[0];
-    EXPECT_EQ(audio.format->coding, Codec::aac);
+    EXPECT_EQ(audio.format->codec, Codec::aac);
     EXPECT_EQ(audio.format->sampleRate, 16000);
     EXPECT_EQ(audio.format->channels, 1);
     EXPECT_GE(audio.format->codecData.size(), 2U);

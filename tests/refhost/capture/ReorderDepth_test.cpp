@@ -226,7 +226,7 @@ INSTANTIATE_TEST_SUITE_P(Sets, ReorderDepthTest, testing::ValuesIn(h264Sets()),
 MediaFormat x264(const Bytes& parameterSet)
 {
     MediaFormat format;
-    format.coding = Codec::h264;
+    format.codec = Codec::h264;
     format.codecData = {1, 100, 0, 12, 0xff, 0xe1, 0, static_cast<std::uint8_t>(parameterSet.size())};
     format.codecData.insert(format.codecData.end(), parameterSet.begin(), parameterSet.end());
     return format;
@@ -235,7 +235,7 @@ MediaFormat x264(const Bytes& parameterSet)
 MediaFormat x265(const Bytes& parameterSet)
 {
     MediaFormat format;
-    format.coding = Codec::h265;
+    format.codec = Codec::h265;
     format.codecData.assign(22, 0);
     const Bytes videoSet{0x40, 0x01, 0x0c, 0x01, 0xff, 0xff, 0x01, 0x60};
     format.codecData.insert(format.codecData.end(),
@@ -323,12 +323,12 @@ TEST(ReorderDepth, OfARecordThatCannotBeReadIsTheLargest)
 {
     MediaFormat format = x264({0x67, 0x64, 0x00});
     EXPECT_EQ(ReorderDepth::max, ReorderDepth::of(format));
-    for (const Codec coding : {Codec::h264, Codec::h265})
+    for (const Codec codec : {Codec::h264, Codec::h265})
     {
         for (std::size_t size = 0; size < 64; ++size)
         {
             MediaFormat noise;
-            noise.coding = coding;
+            noise.codec = codec;
             noise.codecData.assign(size, 0xff);
             EXPECT_EQ(ReorderDepth::max, ReorderDepth::of(noise)) << size;
         }
@@ -338,7 +338,7 @@ TEST(ReorderDepth, OfARecordThatCannotBeReadIsTheLargest)
 TEST(ReorderDepth, OfAudioIsNone)
 {
     MediaFormat format;
-    format.coding = Codec::aac;
+    format.codec = Codec::aac;
     EXPECT_EQ(0U, ReorderDepth::of(format));
 }
 

@@ -406,7 +406,7 @@ TEST_F(RecordedSourceTest, AacAudioIsRead)
     EXPECT_GE(read.blocks.front().mediaNs, at(0));
 }
 
-TEST_F(RecordedSourceTest, RecordedMediaOfAnotherCodingIsLeftOut)
+TEST_F(RecordedSourceTest, RecordedMediaOfAnotherCodecIsLeftOut)
 {
     addSegment(0, 2);
     addFile(makeFile(2, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse"), 2, 2);

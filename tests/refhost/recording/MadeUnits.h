@@ -27,20 +27,20 @@ public:
     static std::shared_ptr<const MediaFormat> videoFormat(int width = 320)
     {
         MediaFormat format;
-        format.coding = Codec::h264;
+        format.codec = Codec::h264;
         format.codecData = avcRecord();
         format.width = width;
         format.height = 180;
         return std::make_shared<const MediaFormat>(format);
     }
 
-    static std::shared_ptr<const MediaFormat> audioFormat(Codec coding = Codec::pcmu)
+    static std::shared_ptr<const MediaFormat> audioFormat(Codec codec = Codec::pcmu)
     {
         MediaFormat format;
-        format.coding = coding;
-        format.sampleRate = coding == Codec::aac ? 16000 : 8000;
+        format.codec = codec;
+        format.sampleRate = codec == Codec::aac ? 16000 : 8000;
         format.channels = 1;
-        if (coding == Codec::aac)
+        if (codec == Codec::aac)
         {
             format.codecData = {0x14, 0x08};
         }
@@ -75,7 +75,7 @@ private:
         auto made = std::make_shared<EncodedUnit>();
         made->format = format;
         made->bytes.assign(bytes, 0x55);
-        if (format->coding == Codec::h264 && bytes > 5)
+        if (format->codec == Codec::h264 && bytes > 5)
         {
             const std::size_t rest = bytes - 4;
             made->bytes[0] = static_cast<std::uint8_t>(rest >> 24);

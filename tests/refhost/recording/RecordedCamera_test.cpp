@@ -24,7 +24,7 @@ public:
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         const std::int64_t date = HostClock::system().wall().mapping().at(unit->captureTimeNs);
-        (isVideo(unit->format->coding) ? frames : audios).push_back(date);
+        (isVideo(unit->format->codec) ? frames : audios).push_back(date);
     }
     void onDiscontinuity() override {}
 

@@ -37,7 +37,7 @@ protected:
         ASSERT_TRUE(open_);
         ASSERT_LT(track, pieces_.back().tracks.size());
         EXPECT_EQ(*pieces_.back().tracks[track], *unit->format);
-        (isVideo(unit->format->coding) ? pieces_.back().frames : pieces_.back().audios)
+        (isVideo(unit->format->codec) ? pieces_.back().frames : pieces_.back().audios)
             .push_back(seconds(unit->captureTimeNs - epochNs));
     }
     void endSegment(std::int64_t durationNs) override

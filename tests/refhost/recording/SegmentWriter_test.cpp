@@ -100,12 +100,12 @@ TEST_F(SegmentWriterTest, FileCutOffAnywhereIsMeasuredUpToThere)
     EXPECT_EQ(SegmentMeasure::take(path_, measure), SegmentMeasure::Result::nothing);
 }
 
-TEST_F(SegmentWriterTest, EachCodingOfAudioAndH265IsTaken)
+TEST_F(SegmentWriterTest, EachCodecOfAudioAndH265IsTaken)
 {
-    for (const Codec coding : {Codec::pcmu, Codec::pcma, Codec::aac})
+    for (const Codec codec : {Codec::pcmu, Codec::pcma, Codec::aac})
     {
-        audio = audioFormat(coding);
-        path_ = folder_ / (std::to_string(static_cast<int>(coding)) + ".mkv");
+        audio = audioFormat(codec);
+        path_ = folder_ / (std::to_string(static_cast<int>(codec)) + ".mkv");
         const auto writer = create();
         EXPECT_TRUE(fill(*writer, 0, 1)) << writer->error();
         EXPECT_TRUE(writer->close()) << writer->error();
