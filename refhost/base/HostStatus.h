@@ -30,7 +30,7 @@ enum HostStatus
     /// There may be recorded media in the interval that was asked for, but the index of the recordings is being
     /// rebuilt or cannot be read now. Ask again later.
     hostRecordingsIncomplete = -113,
-    /// The client said goodbye: its talk-back session ends.
+    /// The client sent BYE: its talk-back session ends.
     hostTalkerLeft = -112,
 };
 

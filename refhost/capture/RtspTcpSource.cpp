@@ -122,7 +122,7 @@ void RtspTcpSource::run()
     while (conversation_.receive(std::min(keepAliveAt, reportAt), error))
     {
         const Clock::time_point now = Clock::now();
-        if (goodbye_)
+        if (bye_)
         {
             error = "the camera said that it ends its media";
             break;
@@ -483,7 +483,7 @@ void RtspTcpSource::onReports(Track& track, const std::uint8_t* data, std::size_
         }
     };
     const auto end = [this, &track](std::uint32_t ssrc)
-    { goodbye_ = goodbye_ || (track.started && ssrc == track.ssrc); };
+    { bye_ = bye_ || (track.started && ssrc == track.ssrc); };
     SenderReports::read(data, size, take, end);
 }
 

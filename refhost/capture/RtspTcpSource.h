@@ -89,7 +89,7 @@ private:
     std::string session_;  ///< empty before the first SETUP
     std::chrono::seconds sessionTimeout_{60};
     std::vector<std::unique_ptr<Track>> tracks_;
-    bool goodbye_ = false;
+    bool bye_ = false;
     bool refused_ = false;  ///< it may work over another transport
     std::size_t openParts_ = 1;
     std::mutex partsMutex_;

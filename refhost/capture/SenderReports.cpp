@@ -8,7 +8,7 @@ namespace
 {
 
 constexpr unsigned typeSenderReport = 200;
-constexpr unsigned typeGoodbye = 203;
+constexpr unsigned typeBye = 203;
 constexpr std::size_t headerSize = 4;
 constexpr std::size_t senderReportSize = 28;
 constexpr std::int64_t nsPerSecond = 1'000'000'000;
@@ -31,7 +31,7 @@ std::optional<std::int64_t> wallOf(std::uint32_t seconds, std::uint32_t fraction
 }  // namespace
 
 void SenderReports::read(const std::uint8_t* data, std::size_t size, const OnReport& onReport,
-                         const OnGoodbye& onGoodbye)
+                         const OnBye& onBye)
 {
     while (size >= headerSize && data[0] >> 6U == 2)
     {
@@ -45,9 +45,9 @@ void SenderReports::read(const std::uint8_t* data, std::size_t size, const OnRep
             onReport({readBig32(data + 4), readBig32(data + 16),
                       wallOf(readBig32(data + 8), readBig32(data + 12))});
         }
-        else if (data[1] == typeGoodbye && length >= headerSize + 4 && (data[0] & 0x1fU) > 0)
+        else if (data[1] == typeBye && length >= headerSize + 4 && (data[0] & 0x1fU) > 0)
         {
-            onGoodbye(readBig32(data + 4));
+            onBye(readBig32(data + 4));
         }
         data += length;
         size -= length;

@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// Finds sender reports and goodbyes in the RTCP packets of a camera (RFC 3550, sections 6.4.1 and 6.6).
+/// Finds sender reports and BYEs in the RTCP packets of a camera (RFC 3550, sections 6.4.1 and 6.6).
 /// Threads: any; no state.
 class SenderReports
 {
@@ -22,11 +22,11 @@ public:
     };
 
     using OnReport = std::function<void(const Report&)>;
-    using OnGoodbye = std::function<void(std::uint32_t ssrc)>;
+    using OnBye = std::function<void(std::uint32_t ssrc)>;
 
     /// Reads a compound packet up to where it is malformed.
     static void read(const std::uint8_t* data, std::size_t size, const OnReport& onReport,
-                     const OnGoodbye& onGoodbye);
+                     const OnBye& onBye);
 };
 
 }  // namespace refhost

@@ -132,11 +132,11 @@ void TrackSender::end()
     }
     ended_ = true;
     pause();
-    // Who never sent anything does not say goodbye (RFC 3550, section 6.3.7).
+    // Who never sent anything does not send BYE (RFC 3550, section 6.3.7).
     if (sender_.statistics().packets != 0)
     {
         const std::int64_t nowNs = settings_.clock->monotonicNs();
-        sender_.sayGoodbye(settings_.clock->wall().mapping().at(nowNs), timeline_.at(nowNs));
+        sender_.sendBye(settings_.clock->wall().mapping().at(nowNs), timeline_.at(nowNs));
     }
     sender_.disconnect();
     stream_->leave(*track_);

@@ -89,7 +89,7 @@ public:
     int play(const std::shared_ptr<LiveSession>& session);
     /// Sends nothing more and takes the viewer back; the next play() goes on.
     void pause();
-    /// Says goodbye and lets go of the way and the stream; nothing is sent any more. Does nothing the second
+    /// Says BYE and lets go of the way and the stream; nothing is sent any more. Does nothing the second
     /// time.
     void end();
 

@@ -124,7 +124,7 @@ void PlaybackPump::end(PlaybackTrack& track)
 {
     stop(track);
     const std::int64_t nowNs = settings_.clock->monotonicNs();
-    track.sayGoodbye(settings_.clock->wall().mapping().at(nowNs), pacer_.playNs(nowNs));
+    track.sendBye(settings_.clock->wall().mapping().at(nowNs), pacer_.playNs(nowNs));
     track.sender.disconnect();
 }
 
@@ -323,7 +323,7 @@ std::int64_t PlaybackPump::finish(std::int64_t nowMs)
             if (track.playing())
             {
                 track.pause();
-                track.sayGoodbye(wallNs, endNs);
+                track.sendBye(wallNs, endNs);
             }
         });
     halt(PlaybackState::ended);

@@ -68,7 +68,7 @@ public:
     /// \returns 0, also for a track that does not play
     int pause(const std::string& trackId);
 
-    /// Says goodbye and ends the track.
+    /// Says BYE and ends the track.
     /// \param[out] empty  true when no track is left
     int remove(const std::string& trackId, bool& empty);
 

@@ -62,12 +62,12 @@ bool PlaybackTrack::silent() const
     return expected && clock_.monotonicMs() - heardMs_ > silenceMs_;
 }
 
-void PlaybackTrack::sayGoodbye(std::int64_t wallNs, std::int64_t playNs)
+void PlaybackTrack::sendBye(std::int64_t wallNs, std::int64_t playNs)
 {
     if (!state_.is(PlaybackTrackState::silent))
     {
         state_.enter(PlaybackTrackState::silent);
-        sender.sayGoodbye(wallNs, timestamp(playNs));
+        sender.sendBye(wallNs, timestamp(playNs));
     }
 }
 

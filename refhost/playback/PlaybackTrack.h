@@ -22,7 +22,7 @@ class PlaybackSession;
 /// |---------|------------|-----------|--------------------------------|
 /// | silent  | start()    | illegal   |                                |
 /// | playing |            | pause()   | illegal: it pauses before      |
-/// | paused  | start()    |           | sayGoodbye(), which sends BYE  |
+/// | paused  | start()    |           | sendBye(), which sends BYE  |
 enum class PlaybackTrackState
 {
     silent,  ///< nothing was played since the last BYE
@@ -137,7 +137,7 @@ public:
     /// same, against RFC 3550, section 6.3.7: players take a recording for ended when every track has.
     /// Requires: it does not play.
     /// \param playNs  the player's time now
-    void sayGoodbye(std::int64_t wallNs, std::int64_t playNs);
+    void sendBye(std::int64_t wallNs, std::int64_t playNs);
 
     void onTransportReady() override;
     void onRtcp(const std::uint8_t* data, std::size_t size) override;

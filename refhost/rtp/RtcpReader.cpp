@@ -9,7 +9,7 @@ namespace
 
 constexpr unsigned senderReport = 200;
 constexpr unsigned receiverReport = 201;
-constexpr unsigned goodbye = 203;
+constexpr unsigned bye = 203;
 constexpr std::size_t headerSize = 4;
 constexpr std::size_t blockSize = 24;
 
@@ -82,7 +82,7 @@ bool RtcpReader::read(const std::uint8_t* data, std::size_t size, std::uint32_t 
         {
             return false;
         }
-        found.goodbye = found.goodbye || type == goodbye;
+        found.bye = found.bye || type == bye;
         at += length;
     } while (at < size);
     findings = found;

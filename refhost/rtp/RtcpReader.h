@@ -23,7 +23,7 @@ struct RtcpFindings
     std::uint32_t reporter = 0;  ///< SSRC of the client, as its first report has it
     bool reported = false;       ///< `report` is filled
     bool sent = false;           ///< the reporter sends: `sentNtp` is filled
-    bool goodbye = false;        ///< the client leaves
+    bool bye = false;            ///< the client leaves
     ReceptionReport report;
     std::uint32_t sentNtp = 0;  ///< middle 32 bits of its sender report's NTP time
 };

@@ -39,7 +39,7 @@ RtcpWriter::Name RtcpWriter::randomName()
     return name;
 }
 
-RtcpWriter::RtcpWriter(const SenderReport& report, const Name& name, bool goodbye)
+RtcpWriter::RtcpWriter(const SenderReport& report, const Name& name, bool bye)
 {
     const std::uint64_t ntp = ntpTime(report.wallNs);
     put32(header(0, 200, 7));
@@ -49,10 +49,10 @@ RtcpWriter::RtcpWriter(const SenderReport& report, const Name& name, bool goodby
     put32(report.rtpTimestamp);
     put32(report.packets);
     put32(report.octets);
-    putNameAndGoodbye(report.ssrc, name, goodbye);
+    putCnameAndBye(report.ssrc, name, bye);
 }
 
-RtcpWriter RtcpWriter::ofReceiver(const ReceiverReport& report, const Name& name, bool goodbye)
+RtcpWriter RtcpWriter::ofReceiver(const ReceiverReport& report, const Name& name, bool bye)
 {
     RtcpWriter writer;
     writer.put32(report.hasBlock ? header(1, 201, 8) : header(0, 201, 2));
@@ -68,11 +68,11 @@ RtcpWriter RtcpWriter::ofReceiver(const ReceiverReport& report, const Name& name
         writer.put32(block.lastReport);
         writer.put32(block.delaySinceReport);
     }
-    writer.putNameAndGoodbye(report.ssrc, name, goodbye);
+    writer.putCnameAndBye(report.ssrc, name, bye);
     return writer;
 }
 
-void RtcpWriter::putNameAndGoodbye(std::uint32_t ssrc, const Name& name, bool goodbye)
+void RtcpWriter::putCnameAndBye(std::uint32_t ssrc, const Name& name, bool bye)
 {
     // One chunk: SSRC, CNAME item (type 1), and the null byte that ends the list, padded to a whole word.
     constexpr std::size_t itemBytes = 2 + nameSize + 1;
@@ -89,7 +89,7 @@ void RtcpWriter::putNameAndGoodbye(std::uint32_t ssrc, const Name& name, bool go
         bytes_[size_++] = 0;
     }
 
-    if (goodbye)
+    if (bye)
     {
         put32(header(1, 203, 2));
         put32(ssrc);

@@ -9,7 +9,7 @@
 namespace refhost
 {
 
-/// One compound RTCP packet of a sender or a receiver: report, canonical name and, at the end, goodbye
+/// One compound RTCP packet of a sender or a receiver: report, canonical name and, at the end, BYE
 /// (RFC 3550, sections 6.4.1, 6.4.2, 6.5.1 and 6.6). Needs no memory of its own.
 class RtcpWriter
 {
@@ -30,7 +30,7 @@ public:
         std::uint32_t octets = 0;        ///< payload bytes sent so far
     };
 
-    RtcpWriter(const SenderReport& report, const Name& name, bool goodbye);
+    RtcpWriter(const SenderReport& report, const Name& name, bool bye);
 
     struct ReceiverReport
     {
@@ -40,7 +40,7 @@ public:
         ReceptionReport reception;
     };
 
-    static RtcpWriter ofReceiver(const ReceiverReport& report, const Name& name, bool goodbye);
+    static RtcpWriter ofReceiver(const ReceiverReport& report, const Name& name, bool bye);
 
     const std::uint8_t* data() const
     {
@@ -59,7 +59,7 @@ private:
     RtcpWriter() = default;
 
     void put32(std::uint32_t value);
-    void putNameAndGoodbye(std::uint32_t ssrc, const Name& name, bool goodbye);
+    void putCnameAndBye(std::uint32_t ssrc, const Name& name, bool bye);
 
     std::array<std::uint8_t, 72> bytes_;
     std::size_t size_ = 0;

@@ -95,7 +95,7 @@ void RtpSender::sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_
     reportDueMs_ = nowMs + reportIntervalMs_ / 2 + (reportIntervalMs_ * (reportJitter_ >> 16U) >> 16U);
 }
 
-void RtpSender::sayGoodbye(std::int64_t wallNs, std::uint32_t rtpTimestamp)
+void RtpSender::sendBye(std::int64_t wallNs, std::uint32_t rtpTimestamp)
 {
     if (transport_ == nullptr)
     {

@@ -132,8 +132,8 @@ public:
     /// \param wallNs        now, by HostClock::wall()
     /// \param rtpTimestamp  of the same instant
     void sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_t rtpTimestamp);
-    /// Says goodbye, also where no packet was sent. Nothing happens without a way.
-    void sayGoodbye(std::int64_t wallNs, std::uint32_t rtpTimestamp);
+    /// Says BYE, also where no packet was sent. Nothing happens without a way.
+    void sendBye(std::int64_t wallNs, std::uint32_t rtpTimestamp);
 
     /// Takes a compound RTCP packet of the client's.
     void readReport(const std::uint8_t* data, std::size_t size);

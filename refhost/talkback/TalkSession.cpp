@@ -218,7 +218,7 @@ int TalkSession::report()
     const bool came = takeReports();
     if (left_)
     {
-        Log::info("talk-back: {} said goodbye", name_);
+        Log::info("talk-back: {} sent BYE", name_);
         return hostTalkerLeft;
     }
     const std::int64_t nowNs = clock_.monotonicNs();
@@ -257,13 +257,13 @@ bool TalkSession::takeReport(const TalkInbox::Packet& packet)
     {
         reception_->noteSenderReport(findings.reporter, findings.sentNtp, packet.arrivalNs);
     }
-    // A goodbye of some other source at the client's address is not the talker's.
+    // A BYE of some other source at the client's address is not the talker's.
     const bool talkers = !reception_->hasSource() || findings.reporter == reception_->source();
-    left_ = left_ || (findings.goodbye && talkers);
+    left_ = left_ || (findings.bye && talkers);
     return true;
 }
 
-void TalkSession::sendReport(std::int64_t nowNs, bool goodbye)
+void TalkSession::sendReport(std::int64_t nowNs, bool bye)
 {
     RtcpWriter::ReceiverReport report;
     report.ssrc = ssrc_;
@@ -273,7 +273,7 @@ void TalkSession::sendReport(std::int64_t nowNs, bool goodbye)
         report.source = reception_->source();
         report.reception = reception_->report(nowNs);
     }
-    const RtcpWriter packet = RtcpWriter::ofReceiver(report, cname_, goodbye);
+    const RtcpWriter packet = RtcpWriter::ofReceiver(report, cname_, bye);
     transport_->sendRtcp(packet.data(), packet.size());
     reported_ = true;
 }

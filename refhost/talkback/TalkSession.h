@@ -52,7 +52,7 @@ public:
     int play();
     /// \returns 0
     int pause();
-    /// Says goodbye to the client and ends for good. \returns 0
+    /// Says BYE to the client and ends for good. \returns 0
     int stop();
     bool isPlaying() const;
     int ssrc() const;
@@ -62,7 +62,7 @@ public:
     ///          failed; hostConnectionUnusable, for good, when the connection is closed
     int receive(bool& playerFault);
     /// \returns 0 when RTCP came or went; audioDispatcherIdle when there was none; hostTalkerLeft, for good,
-    ///          when the client said goodbye
+    ///          when the client sent BYE
     int report();
 
     TalkStatistics statistics();
@@ -71,7 +71,7 @@ private:
     bool usable() const;
     bool takeReports();
     bool takeReport(const TalkInbox::Packet& packet);
-    void sendReport(std::int64_t nowNs, bool goodbye);
+    void sendReport(std::int64_t nowNs, bool bye);
     void end();
     void takeLeave();
 
@@ -90,7 +90,7 @@ private:
     bool playing_ = false;
     bool heard_ = false;
     bool reported_ = false;
-    bool left_ = false;  // the client said goodbye
+    bool left_ = false;  // the client sent BYE
     std::int64_t nextReportNs_ = 0;
     TalkInbox::Packet packet_;
     std::vector<std::int16_t> samples_;

@@ -81,12 +81,12 @@ def record(server, seconds):
 
 
 def finish(client):
-    """Receives until every track has said goodbye."""
-    client.receive(lambda: len(goodbyes(client)) == len(client.tracks), "every track says goodbye", 40)
+    """Receives until every track has said bye."""
+    client.receive(lambda: len(BYEs(client)) == len(client.tracks), "every track sends BYE", 40)
 
 
-def goodbyes(client):
-    """The tracks that said goodbye: RTCP packets with a BYE in them (RFC 3550, section 6.6)."""
+def BYEs(client):
+    """The tracks that said bye: RTCP packets with a BYE in them (RFC 3550, section 6.6)."""
     return [track for track, data in client.rtcp if 203 in packet_types(data)]
 
 

@@ -16,11 +16,11 @@ def rtp(sequence, timestamp, payload, payload_type=0, ssrc=0x01020304, marker=Fa
                        timestamp & 0xFFFFFFFF, ssrc) + payload
 
 
-def sender_report(ssrc, ntp, rtp_time, goodbye=False):
+def sender_report(ssrc, ntp, rtp_time, bye=False):
     """SR with SDES, and BYE if wanted. `ntp` is the 64-bit NTP time."""
     report = struct.pack("!BBHIQIII", 0x80, 200, 6, ssrc, ntp, rtp_time & 0xFFFFFFFF, 0, 0)
     name = struct.pack("!BBHIBB", 0x81, 202, 3, ssrc, 1, 4) + b"talk\0\0"
-    return report + name + (struct.pack("!BBHI", 0x81, 203, 1, ssrc) if goodbye else b"")
+    return report + name + (struct.pack("!BBHI", 0x81, 203, 1, ssrc) if bye else b"")
 
 
 class ReceiverReport:
@@ -39,7 +39,7 @@ class ReceiverReport:
         while data:
             self.types.append(data[1])
             data = data[4 + 4 * int.from_bytes(data[2:4], "big"):]
-        self.goodbye = 203 in self.types
+        self.bye = 203 in self.types
 
 
 class Talker:

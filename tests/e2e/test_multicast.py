@@ -202,7 +202,7 @@ def test_five_viewers_share_one_stream_of_packets(server, other_machine, tmp_pat
     first = {viewer.rtp[0].sequence for viewer in viewers}
     assert len(first) == 5, "they came one after the other"
     kinds = [kind for frame in capture.dissect("rtcp", "rtcp.pt") for kind in numbers(frame["rtcp.pt"])]
-    assert kinds.count(200) >= 2 and kinds.count(203) == 2, "reports go to the group, and a goodbye for each track"
+    assert kinds.count(200) >= 2 and kinds.count(203) == 2, "reports go to the group, and a BYE for each track"
     assert capture.dissect("_ws.malformed && (rtp || rtcp || rtsp)", "frame.number") == []
 
 

@@ -12,7 +12,7 @@ import pytest
 import recordings
 from frames import RATE
 from processor import Stopwatch
-from recordings import SECONDS, finish, goodbyes, npt
+from recordings import SECONDS, finish, byes, npt
 from rtsp_client import RtspClient, assert_no_gap
 from server import wait_until
 
@@ -62,7 +62,7 @@ def test_every_frame_is_played_once_and_in_time(recorded, transport):
     assert npt(client.answer) == (0, recorded.seconds), "as described"
     assert len(frames) == pytest.approx(recorded.seconds * RATE, abs=1)
     assert [track for track, _ in client.rtcp[-1:]] == [client.video()] and client.rtcp_after[-1] == len(client.rtp), \
-        "the goodbye is the last"
+        "the BYE is the last"
 
 
 def test_answer_names_the_first_packet(recorded, transport):
@@ -234,4 +234,4 @@ def test_a_vanished_client_leaves_nothing(recorded):
     for client in clients:
         client.close()
     wait_until(lambda: recorded.server.sessions() == 0, 10, "the sessions end with their connections")
-    assert len(goodbyes(recorded.play(headers={"Range": "npt=7-"}))) == 1
+    assert len(byes(recorded.play(headers={"Range": "npt=7-"}))) == 1

@@ -5,7 +5,7 @@ import re
 import pytest
 import recordings
 from frames import RATE
-from recordings import SECONDS, finish, goodbyes, npt
+from recordings import SECONDS, finish, byes, npt
 from rtsp_client import RtspClient, assert_no_gap
 from server import Server
 
@@ -50,7 +50,7 @@ def test_both_tracks_play_to_the_end_together(with_audio):
     client, (video, audio) = with_audio.play()
     for index in (0, 1):
         assert_no_gap(client.packets(index))
-    assert sorted(goodbyes(client)) == [0, 1]
+    assert sorted(byes(client)) == [0, 1]
     assert video[0] == 0 and 0 <= audio[0] < 0.15
     end = npt(client.answer)[1]
     assert SECONDS <= end < SECONDS + 1
@@ -88,4 +88,4 @@ def test_faster_than_that_there_is_no_audio(with_audio):
     client, (video, audio) = with_audio.play(headers={"Scale": "4"})
     assert audio == []
     assert len(with_audio.film.frames(client.packets(0))) == pytest.approx(SECONDS * RATE, abs=RATE + 1)
-    assert sorted(goodbyes(client)) == [0, 1]
+    assert sorted(byes(client)) == [0, 1]

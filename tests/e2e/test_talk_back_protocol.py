@@ -166,22 +166,22 @@ def test_reports_tell_what_was_lost(server, transport):
         assert abs(second.jitter - talker.jitter) < 80
 
 
-def test_the_end_of_talk_back_says_goodbye(server):
+def test_the_end_of_talk_back_sends_bye(server):
     with Talker(server.url(), "udp") as talker:
         talker.open()
         talker.talk(0.2)
         talker.report()
         assert talker.client.request("TEARDOWN", headers=REQUIRE).status == 200
-        assert talker.report().goodbye
+        assert talker.report().bye
 
 
-def test_a_client_that_says_goodbye_is_let_go(server, transport):
+def test_a_client_that_sends_bye_is_let_go(server, transport):
     with Talker(server.url(), transport) as talker:
         talker.open()
         wait_for_output(server)
         talker.talk(0.2)
-        talker.send(sender_report(talker.ssrc, 1, 0, goodbye=True), rtcp=True)
-        wait_until(lambda: "said goodbye" in server.log(), 5, "the goodbye is heard")
+        talker.send(sender_report(talker.ssrc, 1, 0, bye=True), rtcp=True)
+        wait_until(lambda: "sent BYE" in server.log(), 5, "the BYE is heard")
         wait_until(lambda: "ended;" in server.log(), 5, "talk-back has ended")
         assert talker.client.request("TEARDOWN").status == 200
 

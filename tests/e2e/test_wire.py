@@ -71,7 +71,7 @@ def check_sender_reports(capture, client):
         ssrcs, counts = numbers(frame["rtcp.senderssrc"]), numbers(frame["rtcp.sender.packetcount"])
         assert len(compounds) == len(ssrcs) == len(counts)
         for kinds, ssrc, count in zip(compounds, ssrcs, counts):
-            assert kinds in ([200, 202], [200, 202, 203]), "a report, who it is of, and at the end a goodbye"
+            assert kinds in ([200, 202], [200, 202, 203]), "a report, who it is of, and at the end a BYE"
             reports.setdefault(ssrc, []).append(count)
             if 203 in kinds:
                 byes.add(ssrc)

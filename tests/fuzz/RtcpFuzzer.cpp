@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     findings.report.jitter = 4711;
     if (!refhost::RtcpReader::read(data, size, ssrc, findings))
     {
-        require(findings.report.jitter == 4711 && !findings.reported && !findings.goodbye,
+        require(findings.report.jitter == 4711 && !findings.reported && !findings.bye,
                 "a refused packet changes nothing");
         return 0;
     }

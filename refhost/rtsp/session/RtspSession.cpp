@@ -240,7 +240,7 @@ bool RtspSession::isBackChannel(Track& track)
     return *track.backChannel;
 }
 
-/// Talk-back may end by itself, as when the client said goodbye on that track: the others go on.
+/// Talk-back may end by itself, as when the client sent BYE on that track: the others go on.
 bool RtspSession::isOver(Track& track, int code, const std::vector<Track*>& asked)
 {
     return code == statusRefused && asked.size() > 1 && isBackChannel(track);

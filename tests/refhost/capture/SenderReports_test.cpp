@@ -14,7 +14,7 @@ namespace
 struct Found
 {
     std::vector<SenderReports::Report> reports;
-    std::vector<std::uint32_t> goodbyes;
+    std::vector<std::uint32_t> byes;
 };
 
 Found read(const std::uint8_t* data, std::size_t size)
@@ -22,11 +22,11 @@ Found read(const std::uint8_t* data, std::size_t size)
     Found found;
     SenderReports::read(
         data, size, [&](const SenderReports::Report& report) { found.reports.push_back(report); },
-        [&](std::uint32_t ssrc) { found.goodbyes.push_back(ssrc); });
+        [&](std::uint32_t ssrc) { found.byes.push_back(ssrc); });
     return found;
 }
 
-TEST(SenderReports, ReportAndGoodbyeAreFound)
+TEST(SenderReports, ReportAndByeAreFound)
 {
     constexpr std::int64_t wallNs = 1'800'000'000'123'456'789;
     const RtcpWriter packet({5, wallNs, 77, 1, 2}, RtcpWriter::randomName(), true);
@@ -36,7 +36,7 @@ TEST(SenderReports, ReportAndGoodbyeAreFound)
     EXPECT_EQ(found.reports[0].timestamp, 77U);
     ASSERT_TRUE(found.reports[0].wallNs.has_value());
     EXPECT_NEAR(static_cast<double>(*found.reports[0].wallNs - wallNs), 0, 2);
-    EXPECT_EQ(found.goodbyes, std::vector<std::uint32_t>{5});
+    EXPECT_EQ(found.byes, std::vector<std::uint32_t>{5});
 }
 
 TEST(SenderReports, SenderWithoutAClockSaysSo)
@@ -68,7 +68,7 @@ TEST(SenderReports, EveryPrefixIsReadWithinItsBounds)
         const std::vector<std::uint8_t> exact(packet.data(), packet.data() + size);
         const Found found = read(exact.data(), exact.size());
         EXPECT_EQ(found.reports.size(), size >= 28 ? 1U : 0U);
-        EXPECT_TRUE(found.goodbyes.empty());
+        EXPECT_TRUE(found.byes.empty());
     }
 }
 

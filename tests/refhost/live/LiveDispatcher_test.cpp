@@ -277,7 +277,7 @@ TEST_F(LiveDispatcherTest, OneIdleTapOfATrackStaysAttached)
     ASSERT_EQ(1U, source->sinks(video).size());
 }
 
-TEST_F(LiveDispatcherTest, NothingLeavesAfterRemoveButTheGoodbye)
+TEST_F(LiveDispatcherTest, NothingLeavesAfterRemoveButTheBye)
 {
     const auto wire = setUp("s", video);
     play("s", video);

@@ -158,7 +158,7 @@ TEST_F(LiveSessionDispatcherTest, ATrackThatEndedBeginsAnewWhileAnotherOneKeepsT
     EXPECT_EQ(2U, former->units().size());
     EXPECT_LT(0U, frames->units().size());
     ASSERT_EQ(0, sessions.getSsrc("s", video, after));
-    EXPECT_NE(before, after) << "the former said goodbye";
+    EXPECT_NE(before, after) << "the former sent BYE";
     EXPECT_TRUE(audioWire->contiguous());
     EXPECT_EQ(0, sessions.remove("s", video));
     EXPECT_EQ(0, sessions.remove("s", audio));

@@ -198,7 +198,7 @@ TEST_F(TrackSenderTest, APauseIsFollowedByAReport)
     EXPECT_EQ(2U, wire->rtcp.size());
 }
 
-TEST_F(TrackSenderTest, WhoNeverSentSaysNoGoodbye)
+TEST_F(TrackSenderTest, WhoNeverSentSendsNoBye)
 {
     const auto wire = setUp("s", video);
     play("s", video);

@@ -81,16 +81,16 @@ private:
     const std::shared_ptr<Events> events_;
 };
 
-bool saidGoodbye(Wire& wire)
+bool sentBye(Wire& wire)
 {
-    constexpr std::uint8_t goodbye = 203;
+    constexpr std::uint8_t bye = 203;
     const std::lock_guard<std::mutex> guard(wire.mutex);
     for (const std::vector<std::uint8_t>& packet : wire.rtcp)
     {
         for (std::size_t at = 0; at + 4 <= packet.size();
              at += 4 * (packet[at + 2] * 256U + packet[at + 3] + 1))
         {
-            if (packet[at + 1] == goodbye)
+            if (packet[at + 1] == bye)
             {
                 return true;
             }
@@ -118,7 +118,7 @@ protected:
 
         bool ended() const
         {
-            return saidGoodbye(*video) && saidGoodbye(*audio);
+            return sentBye(*video) && sentBye(*audio);
         }
     };
 
@@ -232,7 +232,7 @@ private:
 
 }  // namespace
 
-TEST_F(DirectPlayBack, PlaysEveryFrameOfTheIntervalOverASegmentBorderAndSaysGoodbye)
+TEST_F(DirectPlayBack, PlaysEveryFrameOfTheIntervalOverASegmentBorderAndSendsBye)
 {
     Viewer viewer = this->viewer(0, 4);
     EXPECT_EQ(0, viewer.session->setSpeed(id, video, 1, 32));
@@ -291,7 +291,7 @@ TEST_F(DirectPlayBack, PausedTrackSendsNothingWhileTheOtherPlaysToTheEnd)
     ASSERT_TRUE(events_->waitFor([&] { return viewer.video->units().size() >= 5; }));
     EXPECT_EQ(0, viewer.session->pause(id, video));
     const std::size_t sent = viewer.video->units().size();
-    ASSERT_TRUE(events_->waitFor([&] { return saidGoodbye(*viewer.audio); }));
+    ASSERT_TRUE(events_->waitFor([&] { return sentBye(*viewer.audio); }));
     EXPECT_EQ(sent, viewer.video->units().size());
     EXPECT_LT(sent, 100u);
 }
@@ -315,8 +315,8 @@ TEST_F(DirectPlayBack, StopOfOneTrackEndsItAndLeavesTheOtherPlaying)
     ASSERT_TRUE(events_->waitFor([&] { return viewer.video->units().size() >= 5; }));
     EXPECT_EQ(0, viewer.session->stop(id, video));
     const std::size_t sent = viewer.video->units().size();
-    EXPECT_TRUE(saidGoodbye(*viewer.video));
-    ASSERT_TRUE(events_->waitFor([&] { return saidGoodbye(*viewer.audio); }));
+    EXPECT_TRUE(sentBye(*viewer.video));
+    ASSERT_TRUE(events_->waitFor([&] { return sentBye(*viewer.audio); }));
     EXPECT_EQ(200u, viewer.audio->units().size());
     EXPECT_EQ(sent, viewer.video->units().size()) << "nothing left after stop() had returned";
     EXPECT_LT(sent, 100u);
@@ -372,8 +372,8 @@ TEST_F(DirectPlayBack, EndInTheMiddleOfPlayingLeavesNothingBehind)
     ASSERT_TRUE(events_->waitFor([&] { return viewer.video->units().size() >= 5; }));
     viewer.session.reset();
     EXPECT_LT(viewer.video->units().size(), 100u);
-    EXPECT_TRUE(saidGoodbye(*viewer.video));
-    EXPECT_TRUE(saidGoodbye(*viewer.audio));
+    EXPECT_TRUE(sentBye(*viewer.video));
+    EXPECT_TRUE(sentBye(*viewer.audio));
 }
 
 TEST_F(DirectPlayBack, TwentySessionsPlayTheirOwnIntervalsAtOnce)

@@ -48,9 +48,9 @@ TEST_F(PlaybackBackwards, KeyFramesComeOneAfterTheOtherAtTheirPace)
     pass(2000);
     EXPECT_THAT(secondsOf(*wire), ElementsAre(10, 9, 8, 7));
     EXPECT_THAT(ticks(*wire), ElementsAre(0, 90000, 180000, 270000)) << "when each is shown";
-    EXPECT_FALSE(saidGoodbye(*wire));
+    EXPECT_FALSE(sentBye(*wire));
     pass(1000);
-    EXPECT_TRUE(saidGoodbye(*wire));
+    EXPECT_TRUE(sentBye(*wire));
 }
 
 TEST_F(PlaybackBackwards, ScaleIsHowFast)
@@ -124,7 +124,7 @@ TEST_F(PlaybackBackwards, ItTurnsWhereItIs)
     pass(100);
     EXPECT_EQ(secondsOf(*wire)[last], 4) << "the frame that would have come next";
     pass(20'000);
-    EXPECT_TRUE(saidGoodbye(*wire)) << "at the end of the interval";
+    EXPECT_TRUE(sentBye(*wire)) << "at the end of the interval";
 }
 
 TEST_F(PlaybackBackwards, ItPausesAndGoesOn)

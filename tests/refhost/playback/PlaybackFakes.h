@@ -290,23 +290,23 @@ protected:
         return seconds;
     }
 
-    static bool saidGoodbye(Wire& wire)
+    static bool sentBye(Wire& wire)
     {
         const std::lock_guard<std::mutex> guard(wire.mutex);
-        const auto isGoodbye = [](const std::vector<std::uint8_t>& packet)
+        const auto isBye = [](const std::vector<std::uint8_t>& packet)
         {
-            constexpr std::uint8_t goodbye = 203;
+            constexpr std::uint8_t bye = 203;
             for (std::size_t i = 0; i + 4 <= packet.size();
                  i += 4 * (packet[i + 2] * 256U + packet[i + 3] + 1))
             {
-                if (packet[i + 1] == goodbye)
+                if (packet[i + 1] == bye)
                 {
                     return true;
                 }
             }
             return false;
         };
-        return std::any_of(wire.rtcp.begin(), wire.rtcp.end(), isGoodbye);
+        return std::any_of(wire.rtcp.begin(), wire.rtcp.end(), isBye);
     }
 
     ManualClock clock;

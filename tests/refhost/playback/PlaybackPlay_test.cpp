@@ -104,21 +104,21 @@ TEST_F(PlaybackPlay, TimestampsFollowTheRecordedMedia)
     EXPECT_TRUE(audioWire->contiguous());
 }
 
-TEST_F(PlaybackPlay, EndsExactlyAtTheEndAndSaysGoodbye)
+TEST_F(PlaybackPlay, EndsExactlyAtTheEndAndSendsBye)
 {
     const auto frames = setUp(video);
     const auto audioWire = setUp(audio);
     ASSERT_EQ(playFrom(video, 17, 19), 0);
     ASSERT_EQ(play(audio), 0);
     pass(1995);
-    EXPECT_FALSE(saidGoodbye(*frames));
+    EXPECT_FALSE(sentBye(*frames));
     EXPECT_FALSE(session->ended());
     pass(10);
     EXPECT_EQ(frames->units().size(), 50U);
     EXPECT_DOUBLE_EQ(secondsOf(*frames).back(), 18.96);
     EXPECT_EQ(audioWire->units().size(), 100U);
-    EXPECT_TRUE(saidGoodbye(*frames));
-    EXPECT_TRUE(saidGoodbye(*audioWire));
+    EXPECT_TRUE(sentBye(*frames));
+    EXPECT_TRUE(sentBye(*audioWire));
     EXPECT_TRUE(session->ended());
     EXPECT_EQ(scheduler.size(), 0U);
 }
@@ -195,7 +195,7 @@ TEST_F(PlaybackPlay, PausesByItselfAtAPosition)
     ASSERT_EQ(session->setPausePosition(video, 2), 0);
     pass(5000);
     EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 1.96);
-    EXPECT_FALSE(saidGoodbye(*wire));
+    EXPECT_FALSE(sentBye(*wire));
     ASSERT_EQ(play(video), 0);
     pass(0);
     EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 2);
@@ -259,7 +259,7 @@ TEST_F(PlaybackPlay, NothingIsLeftOfARemovedSession)
     bool empty = false;
     ASSERT_EQ(session->remove(video, empty), 0);
     EXPECT_TRUE(empty);
-    EXPECT_TRUE(saidGoodbye(*wire));
+    EXPECT_TRUE(sentBye(*wire));
     const auto before = wire->units().size();
     const std::weak_ptr<PlaybackSession> gone = session;
     session.reset();

@@ -88,7 +88,7 @@ TEST_F(PlaybackSeek, ARangeMayEndBeforeTheIntervalsBegin)
     ASSERT_EQ(playFrom(video, 0.1, 0.2), 0);
     pass(1000);
     EXPECT_EQ(secondsOf(*wire).size(), 5U) << "0.2 s of frames";
-    EXPECT_TRUE(saidGoodbye(*wire));
+    EXPECT_TRUE(sentBye(*wire));
 }
 
 TEST_F(PlaybackSeek, PositionsCountFromTheFirstFrameWhereRecordedMediaBeginsLater)

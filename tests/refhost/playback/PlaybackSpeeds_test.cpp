@@ -163,17 +163,17 @@ TEST_F(PlaybackSpeeds, WithoutRateControlItGoesAsFastAsTheWayTakesIt)
     runWorkers();
     EXPECT_EQ(wire->units().size(), 500U);
     EXPECT_TRUE(session->ended());
-    EXPECT_TRUE(saidGoodbye(*wire));
+    EXPECT_TRUE(sentBye(*wire));
 }
 
-TEST_F(PlaybackSpeeds, ATrackThatHadNothingToSendSaysGoodbyeAtTheEndToo)
+TEST_F(PlaybackSpeeds, ATrackThatHadNothingToSendSendsByeAtTheEndToo)
 {
     setUpBoth(4, 1);
     pass(6000);
     ASSERT_TRUE(session->ended());
     EXPECT_TRUE(audioWire->packets.empty());
-    EXPECT_TRUE(saidGoodbye(*frames));
-    EXPECT_TRUE(saidGoodbye(*audioWire));
+    EXPECT_TRUE(sentBye(*frames));
+    EXPECT_TRUE(sentBye(*audioWire));
 }
 
 }  // namespace

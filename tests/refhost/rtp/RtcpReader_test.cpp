@@ -71,7 +71,7 @@ TEST(RtcpReader, FindsTheReportAboutTheSender)
     RtcpFindings findings;
     ASSERT_TRUE(readExactly(reportOf(2, blockAboutOthers + blockAboutUs) + name, findings));
     EXPECT_TRUE(findings.reported);
-    EXPECT_FALSE(findings.goodbye);
+    EXPECT_FALSE(findings.bye);
     EXPECT_EQ(64, findings.report.fractionLost);
     EXPECT_EQ(-2, findings.report.cumulativeLost);
     EXPECT_EQ(0x10007U, findings.report.highestSequence);
@@ -90,11 +90,11 @@ TEST(RtcpReader, AcceptsWhatClientsSend)
         const char* what;
         Bytes packet;
         bool reported;
-        bool goodbye;
+        bool bye;
     } cases[] = {
         {"an empty receiver report", emptyReport, false, false},
         {"a report with a name", emptyReport + name, false, false},
-        {"a goodbye", emptyReport + name + bye, false, true},
+        {"a BYE", emptyReport + name + bye, false, true},
         {"a sender's report with a block", sender + name, true, false},
         {"feedback behind a report", reportOf(1, blockAboutUs) + feedback, true, false},
         {"padding in the last packet", emptyReport + padded, false, false},
@@ -105,7 +105,7 @@ TEST(RtcpReader, AcceptsWhatClientsSend)
         RtcpFindings findings;
         EXPECT_TRUE(readExactly(each.packet, findings)) << each.what;
         EXPECT_EQ(each.reported, findings.reported) << each.what;
-        EXPECT_EQ(each.goodbye, findings.goodbye) << each.what;
+        EXPECT_EQ(each.bye, findings.bye) << each.what;
     }
 }
 
@@ -162,7 +162,7 @@ TEST(RtcpReader, ReadsWhatTheWriterWrites)
     const RtcpWriter writer({1U, 0, 0U, 0U, 0U}, RtcpWriter::Name{}, true);
     RtcpFindings findings;
     EXPECT_TRUE(readExactly(Bytes(writer.data(), writer.data() + writer.size()), findings));
-    EXPECT_TRUE(findings.goodbye);
+    EXPECT_TRUE(findings.bye);
 }
 
 }  // namespace

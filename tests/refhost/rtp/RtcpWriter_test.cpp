@@ -90,7 +90,7 @@ TEST_F(RtcpWriterTest, ReportAndNameReadBack)
     EXPECT_FALSE(gst_rtcp_packet_move_to_next(&packet));
 }
 
-TEST_F(RtcpWriterTest, GoodbyeStandsLast)
+TEST_F(RtcpWriterTest, ByeStandsLast)
 {
     ForeignReader reader(RtcpWriter({5U, 0, 0U, 0U, 0U}, name, true));
     ASSERT_TRUE(reader.valid);

@@ -85,9 +85,9 @@ public:
     TalkSession session;
 };
 
-RtcpWriter senderReport(std::uint32_t ssrc, std::int64_t wallNs, bool goodbye)
+RtcpWriter senderReport(std::uint32_t ssrc, std::int64_t wallNs, bool bye)
 {
-    return RtcpWriter({ssrc, wallNs, 0, 0, 0}, RtcpWriter::randomName(), goodbye);
+    return RtcpWriter({ssrc, wallNs, 0, 0, 0}, RtcpWriter::randomName(), bye);
 }
 
 class TalkSessionTest : public testing::Test
@@ -314,7 +314,7 @@ TEST_F(TalkSessionTest, AClientThatSendsNothingIsReportedOnWithoutABlock)
     EXPECT_FALSE(talk->lastReport().reported);
 }
 
-TEST_F(TalkSessionTest, GoodbyeOfTheTalkerEndsTheSession)
+TEST_F(TalkSessionTest, ByeOfTheTalkerEndsTheSession)
 {
     const auto talk = playingTalk();
     talk->bring(1);
@@ -359,7 +359,7 @@ TEST_F(TalkSessionTest, TheEndTellsInTheLogWhatWasDropped)
     EXPECT_NE(std::string::npos, text.find("ended; 1 packets, 0 lost, 0 late, 3 dropped")) << text;
 }
 
-TEST_F(TalkSessionTest, AnEndSaysGoodbyeOnceAndLetsTheConnectionGo)
+TEST_F(TalkSessionTest, AnEndSendsByeOnceAndLetsTheConnectionGo)
 {
     auto talk = playingTalk();
     const auto wire = talk->wire;
@@ -368,7 +368,7 @@ TEST_F(TalkSessionTest, AnEndSaysGoodbyeOnceAndLetsTheConnectionGo)
     talk->session.stop();
     EXPECT_FALSE(talk->session.isPlaying());
     ASSERT_EQ(2U, wire->rtcp.size());
-    EXPECT_TRUE(talk->lastReport().goodbye);
+    EXPECT_TRUE(talk->lastReport().bye);
     EXPECT_TRUE(wire->listener.expired());
     EXPECT_NE(0, talk->session.play());
     talk.reset();

@@ -293,15 +293,15 @@ TEST_F(TalkBackTest, ASilentUdpClientTimesOut)
     EXPECT_EQ(manager()->getSessionNum(), 0);
 }
 
-TEST_F(TalkBackTest, AGoodbyeEndsTalkBackAndNotTheFrame)
+TEST_F(TalkBackTest, AByeEndsTalkBackAndNotTheFrame)
 {
     start();
     TestClient client(server->port());
     const std::string id = setUpTcp(client, 1);
     ASSERT_EQ(client.request("SETUP", talkTrack(), std::string(tcp) + session(id) + require).status, 200);
     ASSERT_EQ(client.request("PLAY", url(), session(id) + require).status, 200);
-    std::string goodbye("\x80\xc9\x00\x01\x01\x02\x03\x04\x81\xcb\x00\x01\x01\x02\x03\x04", 16);
-    client.send(interleaved(3, goodbye));
+    std::string bye("\x80\xc9\x00\x01\x01\x02\x03\x04\x81\xcb\x00\x01\x01\x02\x03\x04", 16);
+    client.send(interleaved(3, bye));
     EXPECT_TRUE(eventually([&] { return manager()->getSessionNum() == 0; }));
     EXPECT_EQ(client.request("PAUSE", url(), session(id)).status, 200);
     EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
