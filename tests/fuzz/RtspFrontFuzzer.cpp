@@ -64,7 +64,9 @@ void requireResponse(std::string_view response)
 }
 
 /// Takes what a connection would send.
-class FuzzLink : public ClientLink, public FrameWriter, public std::enable_shared_from_this<FuzzLink>
+class FuzzConnection : public ClientConnection,
+                       public FrameWriter,
+                       public std::enable_shared_from_this<FuzzConnection>
 {
 public:
     void sendResponse(std::string_view response) override
@@ -223,7 +225,7 @@ private:
     static constexpr int waitsMost = 2000;
 
     const std::unique_ptr<FrontServices> services_;
-    const std::shared_ptr<FuzzLink> link_ = std::make_shared<FuzzLink>();
+    const std::shared_ptr<FuzzConnection> link_ = std::make_shared<FuzzConnection>();
     RequestHandler handler_{*services_, *link_};
     RequestReader reader_{RequestReader::Limits()};
     RtspRequest request_;

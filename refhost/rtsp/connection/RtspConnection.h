@@ -8,7 +8,7 @@
 #include "refhost/rtsp/connection/ClientOutput.h"
 #include "refhost/rtsp/connection/ConnectionSlots.h"
 #include "refhost/rtsp/message/RequestReader.h"
-#include "refhost/rtsp/session/ClientLink.h"
+#include "refhost/rtsp/session/ClientConnection.h"
 #include "refhost/rtsp/session/RequestHandler.h"
 
 namespace refhost
@@ -29,7 +29,7 @@ class ConnectionLoop;
 /// Owned by its ConnectionLoop until it closes; transports hold it weakly.
 /// Threads: writeFrames() and notifyWhenWritable() any; everything else the loop's.
 class RtspConnection : public FrameWriter,
-                       public ClientLink,
+                       public ClientConnection,
                        public std::enable_shared_from_this<RtspConnection>
 {
 public:

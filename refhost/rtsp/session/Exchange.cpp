@@ -11,7 +11,8 @@ constexpr std::string_view retryAfterSeconds = "5";
 
 }  // namespace
 
-Exchange::Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter, ClientLink& clientLink)
+Exchange::Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter,
+                   ClientConnection& clientLink)
     : request(rtspRequest), link(clientLink), writer_(responseWriter)
 {
 }

@@ -7,7 +7,7 @@
 #include "refhost/rtsp/message/ResponseWriter.h"
 #include "refhost/rtsp/message/RtspRequest.h"
 #include "refhost/rtsp/message/RtspUrl.h"
-#include "refhost/rtsp/session/ClientLink.h"
+#include "refhost/rtsp/session/ClientConnection.h"
 
 namespace refhost
 {
@@ -24,10 +24,10 @@ enum class VerbResult
 class Exchange
 {
 public:
-    Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter, ClientLink& clientLink);
+    Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter, ClientConnection& clientLink);
 
     const RtspRequest& request;
-    ClientLink& link;
+    ClientConnection& link;
     RtspUrl url;
     /// What the request insists on; without unknown features once a verb handles it.
     RequireHeader require;

@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-PlayVerbs::PlayVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions)
+PlayVerbs::PlayVerbs(FrontServices& services, ClientConnection& link, ConnectionSessions& sessions)
     : services_(services), link_(link), sessions_(sessions)
 {
 }

@@ -3,9 +3,9 @@
 #include <string_view>
 #include <vector>
 
+#include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/Exchange.h"
 #include "refhost/rtsp/session/FrontServices.h"
-#include "refhost/rtsp/session/LinkSessions.h"
 #include "refhost/rtsp/session/RtspSession.h"
 
 namespace refhost
@@ -16,7 +16,7 @@ namespace refhost
 class PlayVerbs
 {
 public:
-    PlayVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions);
+    PlayVerbs(FrontServices& services, ClientConnection& link, ConnectionSessions& sessions);
 
     /// \param attempt  which try it is; after the last one the answer is 503 instead of notReady
     VerbResult play(Exchange& exchange, RtspSession::Attempt attempt);
@@ -34,8 +34,8 @@ private:
                            const std::vector<RtspSession::PlayedTrack>& tracks);
 
     FrontServices& services_;
-    ClientLink& link_;
-    LinkSessions& sessions_;
+    ClientConnection& link_;
+    ConnectionSessions& sessions_;
 };
 
 }  // namespace refhost

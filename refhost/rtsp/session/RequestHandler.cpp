@@ -68,7 +68,7 @@ bool allowsServerUrl(Method method)
 
 }  // namespace
 
-RequestHandler::RequestHandler(FrontServices& services, ClientLink& link)
+RequestHandler::RequestHandler(FrontServices& services, ClientConnection& link)
     : services_(services),
       link_(link),
       sessions_(services, link),

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "refhost/rtsp/message/RequestReader.h"
+#include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/Exchange.h"
 #include "refhost/rtsp/session/FrontServices.h"
-#include "refhost/rtsp/session/LinkSessions.h"
 #include "refhost/rtsp/session/PlayVerbs.h"
 #include "refhost/rtsp/session/SessionVerbs.h"
 
@@ -16,7 +16,7 @@ namespace refhost
 {
 
 /// Handles the requests of one connection, one after the other: checks what holds for every request, then
-/// the verb. Every request gets exactly one response, through the ClientLink; whatever goes wrong inside is a
+/// the verb. Every request gets exactly one response, through the ClientConnection; whatever goes wrong inside is a
 /// 500 and one line in the log.
 ///
 /// Knows nothing of sockets. Threads: the connection's; `services` and `link` outlive it.
@@ -33,7 +33,7 @@ public:
         notReady
     };
 
-    RequestHandler(FrontServices& services, ClientLink& link);
+    RequestHandler(FrontServices& services, ClientConnection& link);
 
     /// \param out      where the response is written; used by one handler at a time
     /// \param lastTry  answer now: the stream had time enough
@@ -66,8 +66,8 @@ private:
     void methodNotAllowed(Exchange& exchange);
 
     FrontServices& services_;
-    ClientLink& link_;
-    LinkSessions sessions_;
+    ClientConnection& link_;
+    ConnectionSessions sessions_;
     SessionVerbs verbs_;
     PlayVerbs playing_;
     Authenticator::Client client() const;

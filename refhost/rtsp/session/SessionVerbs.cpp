@@ -41,7 +41,7 @@ bool acceptsSdp(const RtspRequest& request)
 
 }  // namespace
 
-SessionVerbs::SessionVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions)
+SessionVerbs::SessionVerbs(FrontServices& services, ClientConnection& link, ConnectionSessions& sessions)
     : services_(services), link_(link), sessions_(sessions), deliveries_(services, link)
 {
 }

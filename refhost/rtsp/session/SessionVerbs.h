@@ -6,9 +6,9 @@
 
 #include "live/IRTSPController.h"
 #include "refhost/rtsp/message/TransportHeader.h"
+#include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/Exchange.h"
 #include "refhost/rtsp/session/FrontServices.h"
-#include "refhost/rtsp/session/LinkSessions.h"
 #include "refhost/rtsp/session/RtspSession.h"
 #include "refhost/rtsp/session/TrackDeliveries.h"
 
@@ -23,7 +23,7 @@ class SessionVerbs
 public:
     using Result = VerbResult;
 
-    SessionVerbs(FrontServices& services, ClientLink& link, LinkSessions& sessions);
+    SessionVerbs(FrontServices& services, ClientConnection& link, ConnectionSessions& sessions);
 
     /// \param lastTry  answer 503 instead of asking for another try
     Result describe(Exchange& exchange, bool lastTry);
@@ -43,8 +43,8 @@ private:
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
 
     FrontServices& services_;
-    ClientLink& link_;
-    LinkSessions& sessions_;
+    ClientConnection& link_;
+    ConnectionSessions& sessions_;
     TrackDeliveries deliveries_;
 };
 

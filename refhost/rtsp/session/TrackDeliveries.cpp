@@ -21,7 +21,8 @@ void appendPair(std::string& out, std::string_view name, int first, int second)
 
 }  // namespace
 
-TrackDeliveries::TrackDeliveries(FrontServices& services, ClientLink& link) : services_(services), link_(link)
+TrackDeliveries::TrackDeliveries(FrontServices& services, ClientConnection& link)
+    : services_(services), link_(link)
 {
 }
 

@@ -10,7 +10,7 @@
 #include "refhost/rtsp/message/ResponseWriter.h"
 #include "refhost/rtsp/message/RtspRequest.h"
 #include "refhost/rtsp/message/TransportHeader.h"
-#include "refhost/rtsp/session/ClientLink.h"
+#include "refhost/rtsp/session/ClientConnection.h"
 #include "refhost/rtsp/session/FrontServices.h"
 #include "refhost/rtsp/session/InterleavedChannels.h"
 #include "refhost/rtsp/session/RtspSession.h"
@@ -23,7 +23,7 @@ namespace refhost
 class TrackDeliveries
 {
 public:
-    TrackDeliveries(FrontServices& services, ClientLink& link);
+    TrackDeliveries(FrontServices& services, ClientConnection& link);
 
     /// \param multicast  whether the presentation is sent to a group
     /// \returns the first choice of the request's Transport headers that this server can do
@@ -52,7 +52,7 @@ private:
                                RtspSession::Delivery& out, std::string& text);
 
     FrontServices& services_;
-    ClientLink& link_;
+    ClientConnection& link_;
     std::shared_ptr<InterleavedChannels> channels_;  // made with the first interleaved track
 };
 

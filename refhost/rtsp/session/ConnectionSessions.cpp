@@ -1,4 +1,4 @@
-#include "refhost/rtsp/session/LinkSessions.h"
+#include "refhost/rtsp/session/ConnectionSessions.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,9 +8,12 @@
 namespace refhost
 {
 
-LinkSessions::LinkSessions(FrontServices& services, ClientLink& link) : services_(services), link_(link) {}
+ConnectionSessions::ConnectionSessions(FrontServices& services, ClientConnection& link)
+    : services_(services), link_(link)
+{
+}
 
-std::shared_ptr<RtspSession> LinkSessions::find(const Exchange& exchange)
+std::shared_ptr<RtspSession> ConnectionSessions::find(const Exchange& exchange)
 {
     auto session = services_.sessions.find(SessionHeader::id(exchange.request.value("Session")));
     if (session == nullptr || !session->owner().admits(link_.peer().key(), exchange.user))
@@ -23,7 +26,7 @@ std::shared_ptr<RtspSession> LinkSessions::find(const Exchange& exchange)
 }
 
 /// Answers by itself where there is no such session, or the URL is not of its presentation.
-std::shared_ptr<RtspSession> LinkSessions::of(Exchange& exchange)
+std::shared_ptr<RtspSession> ConnectionSessions::of(Exchange& exchange)
 {
     auto session = find(exchange);
     if (session == nullptr)
@@ -39,7 +42,7 @@ std::shared_ptr<RtspSession> LinkSessions::of(Exchange& exchange)
     return session;
 }
 
-void LinkSessions::addHeader(ResponseWriter& out, const RtspSession& session) const
+void ConnectionSessions::addHeader(ResponseWriter& out, const RtspSession& session) const
 {
     out.beginHeader("Session");
     SessionHeader::append(out.text(), session.id(), services_.limits.sessionTimeout);
@@ -47,7 +50,7 @@ void LinkSessions::addHeader(ResponseWriter& out, const RtspSession& session) co
 }
 
 /// Remembers a session, and forgets those that ended.
-void LinkSessions::use(const std::shared_ptr<RtspSession>& session)
+void ConnectionSessions::use(const std::shared_ptr<RtspSession>& session)
 {
     if (!sessions_.empty() && sessions_.back().lock() == session)
     {
@@ -63,13 +66,13 @@ void LinkSessions::use(const std::shared_ptr<RtspSession>& session)
     sessions_.push_back(session);
 }
 
-bool LinkSessions::carriesSession()
+bool ConnectionSessions::carriesSession()
 {
     return std::any_of(sessions_.begin(), sessions_.end(),
                        [](const std::weak_ptr<RtspSession>& session) { return !session.expired(); });
 }
 
-void LinkSessions::linkAnswered(std::int64_t ms)
+void ConnectionSessions::linkAnswered(std::int64_t ms)
 {
     for (const std::weak_ptr<RtspSession>& weak : sessions_)
     {
@@ -80,7 +83,7 @@ void LinkSessions::linkAnswered(std::int64_t ms)
     }
 }
 
-void LinkSessions::linkEnded()
+void ConnectionSessions::linkEnded()
 {
     for (const std::weak_ptr<RtspSession>& weak : std::exchange(sessions_, {}))
     {

@@ -14,10 +14,10 @@ namespace refhost
 /// tracks when the connection goes.
 ///
 /// Threads: the connection's; `services` and `link` outlive it.
-class LinkSessions
+class ConnectionSessions
 {
 public:
-    LinkSessions(FrontServices& services, ClientLink& link);
+    ConnectionSessions(FrontServices& services, ClientConnection& link);
 
     /// Finds the session that the request names and notes that it was heard.
     /// \returns null when the request names none, or one that does not exist or is another client's
@@ -43,7 +43,7 @@ public:
 
 private:
     FrontServices& services_;
-    ClientLink& link_;
+    ClientConnection& link_;
     std::vector<std::weak_ptr<RtspSession>> sessions_;
 };
 

@@ -14,10 +14,10 @@ namespace refhost
 ///
 /// With RtspRequest on the way in, this is all that stands between the protocol and the engine, so that a
 /// test or a fuzz target takes the engine's place.
-class ClientLink
+class ClientConnection
 {
 public:
-    virtual ~ClientLink() = default;
+    virtual ~ClientConnection() = default;
 
     /// Queues one whole response, before every interleaved frame that is written after the return. Never
     /// blocks.
