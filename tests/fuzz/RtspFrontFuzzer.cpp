@@ -137,7 +137,7 @@ public:
 
     ~Front()
     {
-        handler_.linkEnded();
+        handler_.connectionEnded();
         services_->sessions.endAll();
         require(services_->sessions.count() == 0, "a session is left");
         require(LiveDispatcher::instance().trackCount() == 0, "a track is left");
@@ -150,12 +150,12 @@ public:
 
     void receive(std::string bytes, std::size_t chunk)
     {
-        if (!link_->session.empty())
+        if (!connection_->session.empty())
         {
             for (std::size_t at = bytes.find(sessionMark); at != std::string::npos;
                  at = bytes.find(sessionMark, at))
             {
-                bytes.replace(at, sessionMark.size(), link_->session);
+                bytes.replace(at, sessionMark.size(), connection_->session);
             }
         }
         for (std::size_t at = 0; at < bytes.size() && !ended_; at += chunk)
@@ -175,12 +175,12 @@ private:
         RequestReader::Item item = reader_.next(request_);
         for (; item != RequestReader::Item::none && !ended_; item = reader_.next(request_))
         {
-            const std::size_t before = link_->responses;
+            const std::size_t before = connection_->responses;
             script_.result("play", hostStreamNotReady);
             if (item == RequestReader::Item::frame)
             {
                 handler_.received(reader_.frame());
-                require(link_->responses == before, "a frame is not answered");
+                require(connection_->responses == before, "a frame is not answered");
                 continue;
             }
             RequestHandler::Result result = item == RequestReader::Item::malformed
@@ -188,7 +188,7 @@ private:
                                                 : handler_.handle(request_, writer_, false);
             if (result == RequestHandler::Result::notReady)
             {
-                require(link_->responses == before, "a request that waits is not answered");
+                require(connection_->responses == before, "a request that waits is not answered");
                 reader_.putBack();
                 script_.result("play", neverReady_ ? hostStreamNotReady : 0);
                 result = again(false);
@@ -206,7 +206,7 @@ private:
                 }
             }
             require(result != RequestHandler::Result::notReady, "the last try answers");
-            require(link_->responses == before + 1, "one response for one request");
+            require(connection_->responses == before + 1, "one response for one request");
             ended_ = result == RequestHandler::Result::answeredLast;
         }
     }
@@ -225,8 +225,8 @@ private:
     static constexpr int waitsMost = 2000;
 
     const std::unique_ptr<FrontServices> services_;
-    const std::shared_ptr<FuzzConnection> link_ = std::make_shared<FuzzConnection>();
-    RequestHandler handler_{*services_, *link_};
+    const std::shared_ptr<FuzzConnection> connection_ = std::make_shared<FuzzConnection>();
+    RequestHandler handler_{*services_, *connection_};
     RequestReader reader_{RequestReader::Limits()};
     RtspRequest request_;
     ResponseWriter writer_;

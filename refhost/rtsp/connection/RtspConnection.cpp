@@ -85,7 +85,7 @@ void RtspConnection::close()
     }
     closed_ = true;
     output_.close();
-    handler_.linkEnded();
+    handler_.connectionEnded();
     stream_->close();
     slot_.reset();
 }
@@ -309,7 +309,7 @@ void RtspConnection::noteLiveness(std::int64_t nowMs)
     livenessMs_ = nowMs;
     if (const auto silence = stream_->silence())
     {
-        handler_.linkAnswered(nowMs - silence->count());
+        handler_.connectionAnswered(nowMs - silence->count());
     }
 }
 

@@ -15,7 +15,7 @@ namespace refhost
 ///
 ///     writer.begin(rtspOk, cseq);
 ///     writer.header("Session", id);
-///     link.sendResponse(writer.finish());
+///     connection.sendResponse(writer.finish());
 ///
 /// Threads: one at a time.
 class ResponseWriter

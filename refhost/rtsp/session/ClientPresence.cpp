@@ -15,18 +15,18 @@ ClientPresence::ClientPresence(std::int64_t nowMs)
     liveness_->heard(nowMs);
 }
 
-void ClientPresence::named(std::uint64_t link, std::int64_t nowMs)
+void ClientPresence::named(std::uint64_t connection, std::int64_t nowMs)
 {
     liveness_->heard(nowMs);
     const std::lock_guard<std::mutex> guard(mutex_);
     orphanedMs_.reset();
-    link_ = link;
+    connection_ = connection;
 }
 
-void ClientPresence::linkEnded(std::uint64_t link, std::int64_t nowMs)
+void ClientPresence::connectionEnded(std::uint64_t connection, std::int64_t nowMs)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (link_ == link)
+    if (connection_ == connection)
     {
         orphanedMs_ = nowMs;
     }

@@ -24,10 +24,10 @@ public:
     }
 
     /// A request from that connection named the session.
-    void named(std::uint64_t link, std::int64_t nowMs);
+    void named(std::uint64_t connection, std::int64_t nowMs);
 
     /// A connection ended. Another one than the one that named the session last does not count.
-    void linkEnded(std::uint64_t link, std::int64_t nowMs);
+    void connectionEnded(std::uint64_t connection, std::int64_t nowMs);
 
     /// True when the client was not heard for too long: `sessionTimeoutMs` in general, `orphanTimeoutMs`
     /// after its connection went, unless it was heard since.
@@ -36,7 +36,7 @@ public:
 private:
     const std::shared_ptr<SessionLiveness> liveness_ = std::make_shared<SessionLiveness>();
     mutable std::mutex mutex_;
-    std::uint64_t link_ = 0;                  // that named the session last
+    std::uint64_t connection_ = 0;            // that named the session last
     std::optional<std::int64_t> orphanedMs_;  // when that one went
 };
 

@@ -8,20 +8,20 @@
 namespace refhost
 {
 
-ConnectionSessions::ConnectionSessions(FrontServices& services, ClientConnection& link)
-    : services_(services), link_(link)
+ConnectionSessions::ConnectionSessions(FrontServices& services, ClientConnection& connection)
+    : services_(services), connection_(connection)
 {
 }
 
 std::shared_ptr<RtspSession> ConnectionSessions::find(const Exchange& exchange)
 {
     auto session = services_.sessions.find(SessionHeader::id(exchange.request.value("Session")));
-    if (session == nullptr || !session->owner().admits(link_.peer().key(), exchange.user))
+    if (session == nullptr || !session->owner().admits(connection_.peer().key(), exchange.user))
     {
         return nullptr;
     }
     use(session);
-    session->heard(link_.serial(), services_.clock());
+    session->heard(connection_.serial(), services_.clock());
     return session;
 }
 
@@ -72,23 +72,23 @@ bool ConnectionSessions::carriesSession()
                        [](const std::weak_ptr<RtspSession>& session) { return !session.expired(); });
 }
 
-void ConnectionSessions::linkAnswered(std::int64_t ms)
+void ConnectionSessions::connectionAnswered(std::int64_t ms)
 {
     for (const std::weak_ptr<RtspSession>& weak : sessions_)
     {
         if (const auto session = weak.lock())
         {
-            session->linkAnswered(link_.serial(), ms);
+            session->connectionAnswered(connection_.serial(), ms);
         }
     }
 }
 
-void ConnectionSessions::linkEnded()
+void ConnectionSessions::connectionEnded()
 {
     for (const std::weak_ptr<RtspSession>& weak : std::exchange(sessions_, {}))
     {
         const auto session = weak.lock();
-        if (session != nullptr && session->linkEnded(link_.serial(), services_.clock()))
+        if (session != nullptr && session->connectionEnded(connection_.serial(), services_.clock()))
         {
             services_.sessions.end(session);
         }

@@ -13,11 +13,11 @@ namespace refhost
 /// The sessions that one connection used: finds the session of a request, and ends those with interleaved
 /// tracks when the connection goes.
 ///
-/// Threads: the connection's; `services` and `link` outlive it.
+/// Threads: the connection's; `services` and `connection` outlive it.
 class ConnectionSessions
 {
 public:
-    ConnectionSessions(FrontServices& services, ClientConnection& link);
+    ConnectionSessions(FrontServices& services, ClientConnection& connection);
 
     /// Finds the session that the request names and notes that it was heard.
     /// \returns null when the request names none, or one that does not exist or is another client's
@@ -37,13 +37,13 @@ public:
     /// True while a session that this connection used exists.
     bool carriesSession();
     /// TCP had an answer of the client's at `ms`.
-    void linkAnswered(std::int64_t ms);
+    void connectionAnswered(std::int64_t ms);
     /// The connection is gone.
-    void linkEnded();
+    void connectionEnded();
 
 private:
     FrontServices& services_;
-    ClientConnection& link_;
+    ClientConnection& connection_;
     std::vector<std::weak_ptr<RtspSession>> sessions_;
 };
 

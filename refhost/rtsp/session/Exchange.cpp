@@ -12,8 +12,8 @@ constexpr std::string_view retryAfterSeconds = "5";
 }  // namespace
 
 Exchange::Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter,
-                   ClientConnection& clientLink)
-    : request(rtspRequest), link(clientLink), writer_(responseWriter)
+                   ClientConnection& clientConnection)
+    : request(rtspRequest), connection(clientConnection), writer_(responseWriter)
 {
 }
 
@@ -32,14 +32,14 @@ void Exchange::send()
 {
     addConnectionHeader();
     answered_ = true;
-    link.sendResponse(writer_.finish());
+    connection.sendResponse(writer_.finish());
 }
 
 void Exchange::send(std::string_view contentType, std::string_view body)
 {
     addConnectionHeader();
     answered_ = true;
-    link.sendResponse(writer_.finish(contentType, body));
+    connection.sendResponse(writer_.finish(contentType, body));
 }
 
 void Exchange::answer(RtspStatus status)

@@ -24,10 +24,11 @@ enum class VerbResult
 class Exchange
 {
 public:
-    Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter, ClientConnection& clientLink);
+    Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter,
+             ClientConnection& clientConnection);
 
     const RtspRequest& request;
-    ClientConnection& link;
+    ClientConnection& connection;
     RtspUrl url;
     /// What the request insists on; without unknown features once a verb handles it.
     RequireHeader require;

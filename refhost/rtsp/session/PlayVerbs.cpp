@@ -8,8 +8,8 @@
 namespace refhost
 {
 
-PlayVerbs::PlayVerbs(FrontServices& services, ClientConnection& link, ConnectionSessions& sessions)
-    : services_(services), link_(link), sessions_(sessions)
+PlayVerbs::PlayVerbs(FrontServices& services, ClientConnection& connection, ConnectionSessions& sessions)
+    : services_(services), connection_(connection), sessions_(sessions)
 {
 }
 
@@ -90,10 +90,10 @@ void PlayVerbs::addRecorded(ResponseWriter& out, const PlayOrder& order, const R
 void PlayVerbs::flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& tracks)
 {
     const auto elsewhere = [this](const RtspSession::PlayedTrack& track)
-    { return track.link != link_.serial(); };
+    { return track.connection != connection_.serial(); };
     if (std::any_of(tracks.begin(), tracks.end(), elsewhere))
     {
-        link_.flush();
+        connection_.flush();
     }
 }
 

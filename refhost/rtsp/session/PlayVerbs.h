@@ -12,11 +12,11 @@ namespace refhost
 {
 
 /// PLAY and PAUSE of one connection.
-/// Threads: the connection's; `services`, `link` and `sessions` outlive it.
+/// Threads: the connection's; `services`, `connection` and `sessions` outlive it.
 class PlayVerbs
 {
 public:
-    PlayVerbs(FrontServices& services, ClientConnection& link, ConnectionSessions& sessions);
+    PlayVerbs(FrontServices& services, ClientConnection& connection, ConnectionSessions& sessions);
 
     /// \param attempt  which try it is; after the last one the answer is 503 instead of notReady
     VerbResult play(Exchange& exchange, RtspSession::Attempt attempt);
@@ -34,7 +34,7 @@ private:
                            const std::vector<RtspSession::PlayedTrack>& tracks);
 
     FrontServices& services_;
-    ClientConnection& link_;
+    ClientConnection& connection_;
     ConnectionSessions& sessions_;
 };
 

@@ -68,20 +68,20 @@ bool allowsServerUrl(Method method)
 
 }  // namespace
 
-RequestHandler::RequestHandler(FrontServices& services, ClientConnection& link)
+RequestHandler::RequestHandler(FrontServices& services, ClientConnection& connection)
     : services_(services),
-      link_(link),
-      sessions_(services, link),
-      verbs_(services, link, sessions_),
-      playing_(services, link, sessions_)
+      connection_(connection),
+      sessions_(services, connection),
+      verbs_(services, connection, sessions_),
+      playing_(services, connection, sessions_)
 {
 }
 
 RequestHandler::Result RequestHandler::handle(const RtspRequest& request, ResponseWriter& out, bool lastTry)
 {
-    Exchange exchange(request, out, link_);
+    Exchange exchange(request, out, connection_);
     const std::function<std::string()> about = [&]
-    { return fmt::format("{}: {} of {}", link_.peer().text(), request.method, request.uri); };
+    { return fmt::format("{}: {} of {}", connection_.peer().text(), request.method, request.uri); };
     const LibraryOutput::Context context(about);
     try
     {
@@ -89,13 +89,13 @@ RequestHandler::Result RequestHandler::handle(const RtspRequest& request, Respon
         if (exchange.answered() && exchange.status() == rtspNotFound)
         {
             Log::limited(Log::Level::info, "requests for what does not exist", "{}: {} of {}: not found",
-                         link_.peer().text(), Log::safe(request.method, 20), Log::safe(request.uri));
+                         connection_.peer().text(), Log::safe(request.method, 20), Log::safe(request.uri));
         }
         return result;
     }
     catch (const std::exception& error)
     {
-        Log::error("{}: {} of {} failed: {}", link_.peer().text(), Log::safe(request.method, 20),
+        Log::error("{}: {} of {} failed: {}", connection_.peer().text(), Log::safe(request.method, 20),
                    Log::safe(request.uri), error.what());
     }
     if (!exchange.answered())
@@ -217,7 +217,7 @@ bool RequestHandler::authorize(Exchange& exchange)
     if (decision.verdict == Authenticator::Verdict::denied && request.find("Authorization") != nullptr)
     {
         Log::limited(Log::Level::info, "requests with wrong credentials", "{}: wrong credentials for {}",
-                     link_.peer().text(), Log::safe(request.uri));
+                     connection_.peer().text(), Log::safe(request.uri));
     }
     ResponseWriter& out = exchange.begin(rtspUnauthorized);
     services_.authenticator.challenge(out, decision.verdict == Authenticator::Verdict::stale, client());
@@ -227,7 +227,7 @@ bool RequestHandler::authorize(Exchange& exchange)
 
 Authenticator::Client RequestHandler::client() const
 {
-    return {link_.peer().key(), link_.serial()};
+    return {connection_.peer().key(), connection_.serial()};
 }
 
 void RequestHandler::options(Exchange& exchange)
@@ -283,7 +283,7 @@ void RequestHandler::methodNotAllowed(Exchange& exchange)
 RequestHandler::Result RequestHandler::reject(const RtspRequest& request,
                                               const RequestReader::Problem& problem, ResponseWriter& out)
 {
-    Exchange exchange(request, out, link_);
+    Exchange exchange(request, out, connection_);
     exchange.keepsConnection = !problem.fatal;
     const std::string_view cseq = request.value("CSeq");
     exchange.cseq = parseDecimal<std::uint64_t>(cseq, 0xffffffff) ? cseq : std::string_view();
@@ -304,7 +304,7 @@ void RequestHandler::received(const RequestReader::Frame& frame)
     }
     catch (const std::exception& error)
     {
-        Log::error("{}: taking RTCP failed: {}", link_.peer().text(), error.what());
+        Log::error("{}: taking RTCP failed: {}", connection_.peer().text(), error.what());
     }
 }
 
@@ -318,14 +318,14 @@ bool RequestHandler::carriesSession()
     return sessions_.carriesSession();
 }
 
-void RequestHandler::linkAnswered(std::int64_t ms)
+void RequestHandler::connectionAnswered(std::int64_t ms)
 {
-    sessions_.linkAnswered(ms);
+    sessions_.connectionAnswered(ms);
 }
 
-void RequestHandler::linkEnded()
+void RequestHandler::connectionEnded()
 {
-    sessions_.linkEnded();
+    sessions_.connectionEnded();
 }
 
 }  // namespace refhost

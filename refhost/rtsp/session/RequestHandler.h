@@ -19,7 +19,7 @@ namespace refhost
 /// the verb. Every request gets exactly one response, through the ClientConnection; whatever goes wrong inside is a
 /// 500 and one line in the log.
 ///
-/// Knows nothing of sockets. Threads: the connection's; `services` and `link` outlive it.
+/// Knows nothing of sockets. Threads: the connection's; `services` and `connection` outlive it.
 class RequestHandler
 {
 public:
@@ -33,7 +33,7 @@ public:
         notReady
     };
 
-    RequestHandler(FrontServices& services, ClientConnection& link);
+    RequestHandler(FrontServices& services, ClientConnection& connection);
 
     /// \param out      where the response is written; used by one handler at a time
     /// \param lastTry  answer now: the stream had time enough
@@ -53,9 +53,9 @@ public:
     /// True while a session exists that this connection used.
     bool carriesSession();
     /// TCP had an answer of the client's at `ms`.
-    void linkAnswered(std::int64_t ms);
+    void connectionAnswered(std::int64_t ms);
     /// The connection is gone. Once.
-    void linkEnded();
+    void connectionEnded();
 
 private:
     Result dispatch(Exchange& exchange, bool lastTry);
@@ -66,7 +66,7 @@ private:
     void methodNotAllowed(Exchange& exchange);
 
     FrontServices& services_;
-    ClientConnection& link_;
+    ClientConnection& connection_;
     ConnectionSessions sessions_;
     SessionVerbs verbs_;
     PlayVerbs playing_;

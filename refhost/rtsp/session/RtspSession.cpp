@@ -274,7 +274,7 @@ RtspSession::Played RtspSession::played(const std::vector<Track*>& tracks, const
         {
             continue;
         }
-        entry.link = track->delivery.link;
+        entry.connection = track->delivery.connection;
         out.tracks.push_back(entry);
     }
     if (recordedPlay_)
@@ -366,28 +366,29 @@ void RtspSession::end()
     controller_.reset();
 }
 
-void RtspSession::heard(std::uint64_t link, std::int64_t nowMs)
+void RtspSession::heard(std::uint64_t connection, std::int64_t nowMs)
 {
-    presence_.named(link, nowMs);
+    presence_.named(connection, nowMs);
 }
 
-void RtspSession::linkAnswered(std::uint64_t link, std::int64_t ms)
+void RtspSession::connectionAnswered(std::uint64_t connection, std::int64_t ms)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const bool carried = std::any_of(tracks_.begin(), tracks_.end(),
-                                     [link](const auto& track) { return track->delivery.link == link; });
+    const bool carried =
+        std::any_of(tracks_.begin(), tracks_.end(),
+                    [connection](const auto& track) { return track->delivery.connection == connection; });
     if (played_ && carried)
     {
         presence_.liveness()->heardAtLeast(ms);
     }
 }
 
-bool RtspSession::linkEnded(std::uint64_t link, std::int64_t nowMs)
+bool RtspSession::connectionEnded(std::uint64_t connection, std::int64_t nowMs)
 {
-    presence_.linkEnded(link, nowMs);
+    presence_.connectionEnded(connection, nowMs);
     const std::lock_guard<std::mutex> guard(mutex_);
     return std::any_of(tracks_.begin(), tracks_.end(),
-                       [link](const auto& track) { return track->delivery.link == link; });
+                       [connection](const auto& track) { return track->delivery.connection == connection; });
 }
 
 bool RtspSession::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,

@@ -43,15 +43,15 @@ public:
     {
         std::optional<SafePointer<RtpTransport>> transport;
         std::unique_ptr<InterleavedChannels::Lease> channels;  ///< null for UDP
-        std::uint64_t link = 0;  ///< serial of the connection that it ends with; 0 for UDP
+        std::uint64_t connection = 0;  ///< serial of the connection that it ends with; 0 for UDP
     };
 
     /// What RTP-Info says of one track; back channels are left out.
     struct PlayedTrack
     {
         std::string_view id;
-        bool known = false;      ///< `first` is filled in
-        std::uint64_t link = 0;  ///< serial of the connection that its packets take; 0 for UDP
+        bool known = false;            ///< `first` is filled in
+        std::uint64_t connection = 0;  ///< serial of the connection that its packets take; 0 for UDP
         RTPPacketInfo first;
     };
 
@@ -129,15 +129,15 @@ public:
     void end();
 
     /// A request named the session.
-    void heard(std::uint64_t link, std::int64_t nowMs);
+    void heard(std::uint64_t connection, std::int64_t nowMs);
 
     /// TCP had an answer on the connection at `ms`: its client lives, if this session was played over it. A
     /// player that pauses for minutes reads and says nothing; its system answers as long as it is there.
-    void linkAnswered(std::uint64_t link, std::int64_t ms);
+    void connectionAnswered(std::uint64_t connection, std::int64_t ms);
 
     /// A connection that used the session is gone.
     /// \returns true when the session must end with it, because a track is interleaved in it
-    bool linkEnded(std::uint64_t link, std::int64_t nowMs);
+    bool connectionEnded(std::uint64_t connection, std::int64_t nowMs);
 
     /// As ClientPresence::expired().
     bool expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs, std::int64_t orphanTimeoutMs) const;

@@ -41,8 +41,9 @@ bool acceptsSdp(const RtspRequest& request)
 
 }  // namespace
 
-SessionVerbs::SessionVerbs(FrontServices& services, ClientConnection& link, ConnectionSessions& sessions)
-    : services_(services), link_(link), sessions_(sessions), deliveries_(services, link)
+SessionVerbs::SessionVerbs(FrontServices& services, ClientConnection& connection,
+                           ConnectionSessions& sessions)
+    : services_(services), connection_(connection), sessions_(sessions), deliveries_(services, connection)
 {
 }
 
@@ -109,7 +110,7 @@ SessionVerbs::Result SessionVerbs::describe(Exchange& exchange, bool lastTry)
     }
     std::string description;
     description.reserve(1024);
-    services_.sdp.append(description, info, {link_.local().text(), link_.local().isIpv6()},
+    services_.sdp.append(description, info, {connection_.local().text(), connection_.local().isIpv6()},
                          multicast ? &way : nullptr,
                          exchange.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt);
     ResponseWriter& out = exchange.begin(rtspOk);
@@ -181,7 +182,7 @@ RtspStatus SessionVerbs::createSession(Exchange& exchange, std::shared_ptr<RtspS
     }
     const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
     out = services_.sessions.create(exchange.url.presentation, *controller, *route,
-                                    {link_.peer().key(), exchange.user}, services_.clock());
+                                    {connection_.peer().key(), exchange.user}, services_.clock());
     return out == nullptr ? rtspServiceUnavailable : rtspOk;
 }
 
@@ -220,7 +221,7 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
     }
     sessions_.use(session);
     session->replays(exchange.require.replay);
-    session->heard(link_.serial(), services_.clock());
+    session->heard(connection_.serial(), services_.clock());
     ResponseWriter& out = exchange.begin(rtspOk);
     TrackDeliveries::answer(out, transportText, ssrc);
     sessions_.addHeader(out, *session);

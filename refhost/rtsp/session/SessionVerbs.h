@@ -17,13 +17,13 @@ namespace refhost
 
 /// The verbs of one connection that make and end sessions: DESCRIBE, SETUP and TEARDOWN. PlayVerbs has the
 /// others.
-/// Threads: the connection's; `services`, `link` and `sessions` outlive it.
+/// Threads: the connection's; `services`, `connection` and `sessions` outlive it.
 class SessionVerbs
 {
 public:
     using Result = VerbResult;
 
-    SessionVerbs(FrontServices& services, ClientConnection& link, ConnectionSessions& sessions);
+    SessionVerbs(FrontServices& services, ClientConnection& connection, ConnectionSessions& sessions);
 
     /// \param lastTry  answer 503 instead of asking for another try
     Result describe(Exchange& exchange, bool lastTry);
@@ -43,7 +43,7 @@ private:
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
 
     FrontServices& services_;
-    ClientConnection& link_;
+    ClientConnection& connection_;
     ConnectionSessions& sessions_;
     TrackDeliveries deliveries_;
 };

@@ -21,8 +21,8 @@ void appendPair(std::string& out, std::string_view name, int first, int second)
 
 }  // namespace
 
-TrackDeliveries::TrackDeliveries(FrontServices& services, ClientConnection& link)
-    : services_(services), link_(link)
+TrackDeliveries::TrackDeliveries(FrontServices& services, ClientConnection& connection)
+    : services_(services), connection_(connection)
 {
 }
 
@@ -59,7 +59,7 @@ RtspStatus TrackDeliveries::makeUdp(const TransportChoice& choice, const RtspSes
     {
         return rtspUnsupportedTransport;
     }
-    const SocketAddress& peer = link_.peer();
+    const SocketAddress& peer = connection_.peer();
     out.transport.emplace(
         services_.udp->makeTransport(services_.udpIsIpv6 ? peer.mappedStorage() : peer.storage(),
                                      choice.rtpPort, choice.rtcpPort, session.liveness()));
@@ -111,10 +111,10 @@ RtspStatus TrackDeliveries::makeInterleaved(const TransportChoice& choice, const
         return rtspUnsupportedTransport;
     }
     const SafePointer<InterleavedTransport> transport(new InterleavedTransport(
-        link_.frameWriter(), lease->rtpChannel(), lease->rtcpChannel(), session.liveness()));
+        connection_.frameWriter(), lease->rtpChannel(), lease->rtcpChannel(), session.liveness()));
     lease->deliverTo(transport);
     out.transport.emplace(transport);
-    out.link = link_.serial();
+    out.connection = connection_.serial();
     text = "RTP/AVP/TCP;unicast";
     appendPair(text, "interleaved", lease->rtpChannel(), lease->rtcpChannel());
     out.channels = std::move(lease);

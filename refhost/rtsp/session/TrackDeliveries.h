@@ -19,11 +19,11 @@ namespace refhost
 {
 
 /// The ways to the client that SETUP makes on one connection, and what its answer tells of them.
-/// Threads: the connection's; `services` and `link` outlive it.
+/// Threads: the connection's; `services` and `connection` outlive it.
 class TrackDeliveries
 {
 public:
-    TrackDeliveries(FrontServices& services, ClientConnection& link);
+    TrackDeliveries(FrontServices& services, ClientConnection& connection);
 
     /// \param multicast  whether the presentation is sent to a group
     /// \returns the first choice of the request's Transport headers that this server can do
@@ -52,7 +52,7 @@ private:
                                RtspSession::Delivery& out, std::string& text);
 
     FrontServices& services_;
-    ClientConnection& link_;
+    ClientConnection& connection_;
     std::shared_ptr<InterleavedChannels> channels_;  // made with the first interleaved track
 };
 

@@ -17,7 +17,7 @@ using test::FakeController;
 using test::Wire;
 
 constexpr SocketAddress::Key here{1};
-constexpr std::uint64_t link = 7;
+constexpr std::uint64_t connection = 7;
 
 class RtspSessionTest : public testing::Test
 {
@@ -41,7 +41,7 @@ protected:
                               route, here, 0);
     }
 
-    RtspStatus setup(const std::string& trackId, std::uint64_t linkOfTrack = 0)
+    RtspStatus setup(const std::string& trackId, std::uint64_t connectionOfTrack = 0)
     {
         return session_->setup(
             trackId,
@@ -50,7 +50,7 @@ protected:
                 wires_[trackId] = std::make_shared<Wire>();
                 out.transport.emplace(SafePointer<RtpTransport>(
                     SafePointer<test::FakeTransport>(new test::FakeTransport(wires_[trackId]))));
-                out.link = linkOfTrack;
+                out.connection = connectionOfTrack;
                 return rtspOk;
             },
             ssrc_);
@@ -253,7 +253,7 @@ TEST_F(RtspSessionTest, WhicheverCallFailsEveryTrackThatWasSetUpIsStoppedOnce)
 
 TEST_F(RtspSessionTest, ExpiresWhenItWasNotHeardForTheTimeout)
 {
-    session_->heard(link, 1000);
+    session_->heard(connection, 1000);
     EXPECT_FALSE(session_->expired(60999, 60000, 10000));
     EXPECT_TRUE(session_->expired(61000, 60000, 10000));
     session_->liveness()->heard(61000);
@@ -263,8 +263,8 @@ TEST_F(RtspSessionTest, ExpiresWhenItWasNotHeardForTheTimeout)
 TEST_F(RtspSessionTest, AnOrphanExpiresSoonerUnlessItIsHeardAgain)
 {
     setup("trackID=0");
-    session_->heard(link, 1000);
-    EXPECT_FALSE(session_->linkEnded(link, 2000));
+    session_->heard(connection, 1000);
+    EXPECT_FALSE(session_->connectionEnded(connection, 2000));
     session_->liveness()->heard(2500);  // was on its way
     EXPECT_FALSE(session_->expired(11999, 60000, 10000));
     EXPECT_TRUE(session_->expired(12000, 60000, 10000));
@@ -276,33 +276,33 @@ TEST_F(RtspSessionTest, AnOrphanExpiresSoonerUnlessItIsHeardAgain)
 TEST_F(RtspSessionTest, AnotherConnectionAdoptsIt)
 {
     setup("trackID=0");
-    session_->heard(link, 1000);
-    session_->heard(link + 1, 1500);
-    EXPECT_FALSE(session_->linkEnded(link, 2000));
+    session_->heard(connection, 1000);
+    session_->heard(connection + 1, 1500);
+    EXPECT_FALSE(session_->connectionEnded(connection, 2000));
     EXPECT_FALSE(session_->expired(20000, 60000, 10000));
 }
 
 TEST_F(RtspSessionTest, EndsWithTheConnectionThatATrackIsInterleavedIn)
 {
-    setup("trackID=0", link);
-    EXPECT_FALSE(session_->linkEnded(link + 1, 2000));
-    EXPECT_TRUE(session_->linkEnded(link, 2000));
+    setup("trackID=0", connection);
+    EXPECT_FALSE(session_->connectionEnded(connection + 1, 2000));
+    EXPECT_TRUE(session_->connectionEnded(connection, 2000));
 }
 
 TEST_F(RtspSessionTest, AConnectionThatAnswersKeepsASessionThatWasPlayedOverItAlive)
 {
-    setup("trackID=0", link);
-    session_->linkAnswered(link, 50000);
+    setup("trackID=0", connection);
+    session_->connectionAnswered(connection, 50000);
     EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "nothing was played";
     play();
-    session_->linkAnswered(link + 1, 50000);
+    session_->connectionAnswered(connection + 1, 50000);
     EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "not its connection";
-    session_->linkAnswered(link, 50000);
+    session_->connectionAnswered(connection, 50000);
     EXPECT_FALSE(session_->expired(60000, 60000, 10000));
     EXPECT_EQ(session_->pause(""), rtspOk);
-    session_->linkAnswered(link, 40000);
+    session_->connectionAnswered(connection, 40000);
     EXPECT_FALSE(session_->expired(109999, 60000, 10000)) << "what is known counts when older news comes";
-    session_->linkAnswered(link, 60000);
+    session_->connectionAnswered(connection, 60000);
     EXPECT_FALSE(session_->expired(119999, 60000, 10000)) << "a pause changes nothing";
     EXPECT_TRUE(session_->expired(120000, 60000, 10000));
 }
