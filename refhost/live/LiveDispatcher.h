@@ -18,9 +18,9 @@ namespace refhost
 
 /// The live dispatch behind RTPStreamDispatcherMgr: which track of which session plays from which stream.
 ///
-/// The operations that RTPStreamDispatcherMgr declares mean the same here; the others serve the RTSP front.
+/// The operations that RTPStreamDispatcherMgr declares mean the same here; the others serve the RTSP server.
 /// A session's tracks that play at the same time start together: the audio with the frame's first frame.
-/// For that the front holds the transports of all tracks until each has been played. Threads: any. No
+/// For that the RTSP server holds the transports of all tracks until each has been played. Threads: any. No
 /// operation waits for the source or a client.
 class LiveDispatcher
 {

@@ -175,14 +175,14 @@ void ServerWorld::record(const std::string& directory)
     Device::setRecordings(index);
 }
 
-std::unique_ptr<FrontServices> ServerWorld::services(bool users) const
+std::unique_ptr<RtspServices> ServerWorld::services(bool users) const
 {
     ServerConfig config = config_;
     if (users)
     {
         config.users = {{"admin", "secret"}, {"guest", "visit"}};
     }
-    auto services = std::make_unique<FrontServices>(config, routes_, steadyMilliseconds);
+    auto services = std::make_unique<RtspServices>(config, routes_, steadyMilliseconds);
     std::string error;
     services->udp = UdpServer::open(UdpServer::Options(), error);
     MulticastServer::Options multicast;

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "refhost/ServedMedia.h"
-#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/talkback/TalkBack.h"
-#include "tests/refhost/rtsp/connection/FrontStreams.h"
+#include "tests/refhost/rtsp/connection/HandFedStreams.h"
 #include "tests/refhost/rtsp/session/FakeRecording.h"
 
 namespace refhost
@@ -31,12 +31,12 @@ public:
 
     /// What one connection's handler works with; a world of its own for sessions, ports and groups.
     /// \param users  with the users admin/secret and guest/visit
-    std::unique_ptr<FrontServices> services(bool users) const;
+    std::unique_ptr<RtspServices> services(bool users) const;
 
     /// Feeds a frame and a block of audio to stream 1/0.
     void feed();
 
-    std::shared_ptr<FrontStreams> streams = std::make_shared<FrontStreams>();
+    std::shared_ptr<HandFedStreams> streams = std::make_shared<HandFedStreams>();
     std::shared_ptr<RecordingScript> script = std::make_shared<RecordingScript>();
 
 private:

@@ -13,7 +13,7 @@
 #include "refhost/rtsp/message/ResponseWriter.h"
 #include "refhost/rtsp/message/RtspRequest.h"
 #include "refhost/rtsp/session/AddressQuota.h"
-#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/threads/EventLoop.h"
 
 namespace refhost
@@ -36,7 +36,7 @@ public:
 
     /// \param refused            gives refused connections back to this count
     /// \param sweepMilliseconds   how often time-outs are looked at
-    ConnectionLoop(const std::string& name, FrontServices& services, AddressQuota& refused,
+    ConnectionLoop(const std::string& name, RtspServices& services, AddressQuota& refused,
                    int sweepMilliseconds);
     /// Connections that are left are closed.
     ~ConnectionLoop();
@@ -62,7 +62,7 @@ private:
     void sweep();
     void closeAllNow();
 
-    FrontServices& services_;
+    RtspServices& services_;
     AddressQuota& refused_;
     Scratch scratch_;
     std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;

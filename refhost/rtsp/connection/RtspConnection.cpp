@@ -47,7 +47,7 @@ RequestReader::Limits readerLimits(const LimitsConfig& limits)
 
 }  // namespace
 
-RtspConnection::RtspConnection(ConnectionLoop& loop, FrontServices& services,
+RtspConnection::RtspConnection(ConnectionLoop& loop, RtspServices& services,
                                std::shared_ptr<ByteStream> stream,
                                std::shared_ptr<ConnectionSlots::Slot> slot)
     : loop_(loop),

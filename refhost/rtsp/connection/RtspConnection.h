@@ -42,7 +42,7 @@ public:
 
     /// \param stream  detached; the connection's from now on, which closes it
     /// \param slot    null: answer the first request with 503 and end
-    RtspConnection(ConnectionLoop& loop, FrontServices& services, std::shared_ptr<ByteStream> stream,
+    RtspConnection(ConnectionLoop& loop, RtspServices& services, std::shared_ptr<ByteStream> stream,
                    std::shared_ptr<ConnectionSlots::Slot> slot);
     ~RtspConnection() override;
 
@@ -85,7 +85,7 @@ private:
     void noteStanding(std::int64_t nowMs);
 
     ConnectionLoop& loop_;
-    FrontServices& services_;
+    RtspServices& services_;
     const std::shared_ptr<ByteStream> stream_;
     const std::uint64_t serial_;
     const bool refused_;

@@ -10,8 +10,8 @@
 #include "refhost/rtsp/connection/ConnectionLoop.h"
 #include "refhost/rtsp/connection/ConnectionSlots.h"
 #include "refhost/rtsp/session/AddressQuota.h"
-#include "refhost/rtsp/session/FrontServices.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
+#include "refhost/rtsp/session/RtspServices.h"
 
 namespace refhost
 {
@@ -63,7 +63,7 @@ private:
 
     const ServerConfig config_;
     const Options options_;
-    FrontServices services_;
+    RtspServices services_;
     ConnectionSlots slots_;
     AddressQuota refused_;
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;

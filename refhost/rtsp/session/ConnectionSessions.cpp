@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-ConnectionSessions::ConnectionSessions(FrontServices& services, ClientConnection& connection)
+ConnectionSessions::ConnectionSessions(RtspServices& services, ClientConnection& connection)
     : services_(services), connection_(connection)
 {
 }

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "refhost/rtsp/session/Exchange.h"
-#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
 
 namespace refhost
@@ -17,7 +17,7 @@ namespace refhost
 class ConnectionSessions
 {
 public:
-    ConnectionSessions(FrontServices& services, ClientConnection& connection);
+    ConnectionSessions(RtspServices& services, ClientConnection& connection);
 
     /// Finds the session that the request names and notes that it was heard.
     /// \returns null when the request names none, or one that does not exist or is another client's
@@ -42,7 +42,7 @@ public:
     void connectionEnded();
 
 private:
-    FrontServices& services_;
+    RtspServices& services_;
     ClientConnection& connection_;
     std::vector<std::weak_ptr<RtspSession>> sessions_;
 };

@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-PlayVerbs::PlayVerbs(FrontServices& services, ClientConnection& connection, ConnectionSessions& sessions)
+PlayVerbs::PlayVerbs(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions)
     : services_(services), connection_(connection), sessions_(sessions)
 {
 }

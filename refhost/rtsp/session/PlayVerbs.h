@@ -5,7 +5,7 @@
 
 #include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/Exchange.h"
-#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
 
 namespace refhost
@@ -16,7 +16,7 @@ namespace refhost
 class PlayVerbs
 {
 public:
-    PlayVerbs(FrontServices& services, ClientConnection& connection, ConnectionSessions& sessions);
+    PlayVerbs(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
 
     /// \param attempt  which try it is; after the last one the answer is 503 instead of notReady
     VerbResult play(Exchange& exchange, RtspSession::Attempt attempt);
@@ -33,7 +33,7 @@ private:
     static void addRtpInfo(ResponseWriter& out, std::string_view base,
                            const std::vector<RtspSession::PlayedTrack>& tracks);
 
-    FrontServices& services_;
+    RtspServices& services_;
     ClientConnection& connection_;
     ConnectionSessions& sessions_;
 };

@@ -68,7 +68,7 @@ bool allowsServerUrl(Method method)
 
 }  // namespace
 
-RequestHandler::RequestHandler(FrontServices& services, ClientConnection& connection)
+RequestHandler::RequestHandler(RtspServices& services, ClientConnection& connection)
     : services_(services),
       connection_(connection),
       sessions_(services, connection),

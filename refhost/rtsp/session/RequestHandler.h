@@ -8,8 +8,8 @@
 #include "refhost/rtsp/message/RequestReader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/Exchange.h"
-#include "refhost/rtsp/session/FrontServices.h"
 #include "refhost/rtsp/session/PlayVerbs.h"
+#include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/SessionVerbs.h"
 
 namespace refhost
@@ -33,7 +33,7 @@ public:
         notReady
     };
 
-    RequestHandler(FrontServices& services, ClientConnection& connection);
+    RequestHandler(RtspServices& services, ClientConnection& connection);
 
     /// \param out      where the response is written; used by one handler at a time
     /// \param lastTry  answer now: the stream had time enough
@@ -65,7 +65,7 @@ private:
     void parameters(Exchange& exchange);
     void methodNotAllowed(Exchange& exchange);
 
-    FrontServices& services_;
+    RtspServices& services_;
     ClientConnection& connection_;
     ConnectionSessions sessions_;
     SessionVerbs verbs_;

@@ -41,8 +41,7 @@ bool acceptsSdp(const RtspRequest& request)
 
 }  // namespace
 
-SessionVerbs::SessionVerbs(FrontServices& services, ClientConnection& connection,
-                           ConnectionSessions& sessions)
+SessionVerbs::SessionVerbs(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions)
     : services_(services), connection_(connection), sessions_(sessions), deliveries_(services, connection)
 {
 }

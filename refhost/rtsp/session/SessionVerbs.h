@@ -8,7 +8,7 @@
 #include "refhost/rtsp/message/TransportHeader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/Exchange.h"
-#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
 #include "refhost/rtsp/session/TrackDeliveries.h"
 
@@ -23,7 +23,7 @@ class SessionVerbs
 public:
     using Result = VerbResult;
 
-    SessionVerbs(FrontServices& services, ClientConnection& connection, ConnectionSessions& sessions);
+    SessionVerbs(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
 
     /// \param lastTry  answer 503 instead of asking for another try
     Result describe(Exchange& exchange, bool lastTry);
@@ -42,7 +42,7 @@ private:
                     const TransportChoice& choice);
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
 
-    FrontServices& services_;
+    RtspServices& services_;
     ClientConnection& connection_;
     ConnectionSessions& sessions_;
     TrackDeliveries deliveries_;

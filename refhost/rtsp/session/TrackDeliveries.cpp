@@ -21,7 +21,7 @@ void appendPair(std::string& out, std::string_view name, int first, int second)
 
 }  // namespace
 
-TrackDeliveries::TrackDeliveries(FrontServices& services, ClientConnection& connection)
+TrackDeliveries::TrackDeliveries(RtspServices& services, ClientConnection& connection)
     : services_(services), connection_(connection)
 {
 }

@@ -11,8 +11,8 @@
 #include "refhost/rtsp/message/RtspRequest.h"
 #include "refhost/rtsp/message/TransportHeader.h"
 #include "refhost/rtsp/session/ClientConnection.h"
-#include "refhost/rtsp/session/FrontServices.h"
 #include "refhost/rtsp/session/InterleavedChannels.h"
+#include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
 
 namespace refhost
@@ -23,7 +23,7 @@ namespace refhost
 class TrackDeliveries
 {
 public:
-    TrackDeliveries(FrontServices& services, ClientConnection& connection);
+    TrackDeliveries(RtspServices& services, ClientConnection& connection);
 
     /// \param multicast  whether the presentation is sent to a group
     /// \returns the first choice of the request's Transport headers that this server can do
@@ -51,7 +51,7 @@ private:
     RtspStatus makeInterleaved(const TransportChoice& choice, const RtspSession& session,
                                RtspSession::Delivery& out, std::string& text);
 
-    FrontServices& services_;
+    RtspServices& services_;
     ClientConnection& connection_;
     std::shared_ptr<InterleavedChannels> channels_;  // made with the first interleaved track
 };

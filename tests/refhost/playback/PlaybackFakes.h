@@ -246,7 +246,7 @@ protected:
         return wire;
     }
 
-    /// Plays a track as the front does: again, when its place was found.
+    /// Plays a track as the RTSP server does: again, when its place was found.
     int play(const std::string& track)
     {
         int status = session->play(track);

@@ -11,7 +11,7 @@
 #include "tests/refhost/net/HalvesStream.h"
 #include "tests/refhost/net/MemoryStream.h"
 #include "tests/refhost/net/SealedStream.h"
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 #include "tests/refhost/threads/LoopHelpers.h"
 
 namespace refhost
@@ -109,7 +109,7 @@ struct Kind
     }
 };
 
-class ByteStreamSession : public test::FrontFixture, public testing::WithParamInterface<Kind>
+class ByteStreamSession : public test::RtspServerFixture, public testing::WithParamInterface<Kind>
 {
 public:
     /// Connects a client over a stream that transfers so many bytes at once.
@@ -203,7 +203,7 @@ protected:
         EXPECT_EQ(client_->response().header("CSeq"), "1002");
     }
 
-    FrontServices services_{withTimeout(config), routes, time.clock()};
+    RtspServices services_{withTimeout(config), routes, time.clock()};
     ConnectionSlots slots_{8, 8};
     AddressQuota refused_{8, 8};
     std::unique_ptr<ConnectionLoop> other_ =

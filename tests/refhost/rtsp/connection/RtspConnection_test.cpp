@@ -6,19 +6,19 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/live/LiveDispatcher.h"
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 namespace refhost
 {
 namespace
 {
 
-using test::FrontStream;
+using test::HandFedStream;
 using test::Received;
 using test::TestClient;
 using Description = StreamSource::Description;
 
-class RtspConnectionTest : public test::FrontFixture
+class RtspConnectionTest : public test::RtspServerFixture
 {
 protected:
     void SetUp() override
@@ -27,7 +27,7 @@ protected:
         client_ = std::make_unique<TestClient>(server->port());
     }
 
-    FrontStream& stream()
+    HandFedStream& stream()
     {
         return *streams->streams[0];
     }

@@ -5,7 +5,7 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/rtsp/auth/DigestAuth.h"
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 namespace refhost
 {
@@ -31,7 +31,7 @@ std::string digestHeader(const std::string& challenge, const std::string& method
            "\"\r\n";
 }
 
-class RtspServerAuthTest : public test::FrontFixture
+class RtspServerAuthTest : public test::RtspServerFixture
 {
 protected:
     void SetUp() override
@@ -89,7 +89,7 @@ TEST_F(RtspServerAuthTest, ARequestThatWaitedForItsStreamNeedsItsCredentialsOnce
 {
     const std::string challenge = client_->request("DESCRIBE", url()).header("WWW-Authenticate");
     const std::string header = digestHeader(challenge, "DESCRIBE", url(), "secret", "00000001");
-    test::FrontStream& stream = *streams->streams[0];
+    test::HandFedStream& stream = *streams->streams[0];
     stream.description = StreamSource::Description::starting;
     client_->send(TestClient::text("DESCRIBE", url(), 7, header, "") +
                   TestClient::text("DESCRIBE", url(), 8, "", ""));

@@ -9,7 +9,7 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/live/LiveDispatcher.h"
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 namespace refhost
 {
@@ -20,7 +20,7 @@ using test::Received;
 using test::TestClient;
 using test::UdpPort;
 
-class RtspServerTest : public test::FrontFixture
+class RtspServerTest : public test::RtspServerFixture
 {
 protected:
     /// Lets the handshake time pass again and again: the server may see the client only after the first.

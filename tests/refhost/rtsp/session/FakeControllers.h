@@ -9,7 +9,7 @@
 
 #include "live/IRTSPController.h"
 #include "live/IRTSPControllerFactory.h"
-#include "tests/refhost/rtsp/connection/FrontStreams.h"
+#include "tests/refhost/rtsp/connection/HandFedStreams.h"
 
 namespace refhost
 {

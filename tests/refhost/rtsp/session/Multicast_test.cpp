@@ -11,7 +11,7 @@
 #include "refhost/live/LiveSessionDispatcher.h"
 #include "refhost/live/MulticastRecords.h"
 #include "tests/refhost/rtp/GroupMember.h"
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 namespace refhost
 {
@@ -37,7 +37,7 @@ std::string parameter(const std::string& header, const std::string& name)
 }
 
 /// A server with the routes of the program, whose groups are at the loopback interface.
-class MulticastTest : public FrontFixture
+class MulticastTest : public RtspServerFixture
 {
 protected:
     /// One viewer, with an RTSP session of its own.
@@ -68,7 +68,7 @@ protected:
     {
         media = std::make_unique<ServedMedia>(config);
         routes = media->routes(DeviceInfoEx());
-        FrontFixture::start();
+        RtspServerFixture::start();
     }
 
     std::unique_ptr<Viewer> join(int tracks = 1, const char* path = mainPath)

@@ -5,7 +5,7 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/HostStatus.h"
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 #include "tests/refhost/rtsp/session/FakeRecording.h"
 
 namespace refhost
@@ -19,7 +19,7 @@ using test::RecordingScript;
 using test::TestClient;
 
 /// Sessions that play a recording, whose controller is a fake one.
-class PlayVerbsTest : public test::FrontFixture
+class PlayVerbsTest : public test::RtspServerFixture
 {
 protected:
     static constexpr const char* recording = "orv/playback/1_1700000000_1700000060";

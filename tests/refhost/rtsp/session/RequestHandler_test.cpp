@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "refhost/live/LiveDispatcher.h"
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 namespace refhost
 {
@@ -16,11 +16,11 @@ namespace
 using test::Received;
 using test::TestClient;
 
-class RequestHandlerFailures : public test::FrontFixture
+class RequestHandlerFailures : public test::RtspServerFixture
 {
 };
 
-class RequestHandlerTest : public test::FrontFixture
+class RequestHandlerTest : public test::RtspServerFixture
 {
 protected:
     void SetUp() override

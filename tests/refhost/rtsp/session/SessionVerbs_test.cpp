@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 namespace refhost
 {
@@ -55,11 +55,11 @@ std::uint32_t ssrcOf(const Received& setup)
 }
 
 /// What clients see, which does not depend on the controller that serves them.
-class SessionVerbsTest : public test::FrontFixture,
-                         public testing::WithParamInterface<test::FrontFixture::Controller>
+class SessionVerbsTest : public test::RtspServerFixture,
+                         public testing::WithParamInterface<test::RtspServerFixture::Controller>
 {
 protected:
-    SessionVerbsTest() : FrontFixture(GetParam()) {}
+    SessionVerbsTest() : RtspServerFixture(GetParam()) {}
 
     void SetUp() override
     {
@@ -72,10 +72,11 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Controllers, SessionVerbsTest,
-                         testing::Values(test::FrontFixture::Controller::first,
-                                         test::FrontFixture::Controller::second),
+                         testing::Values(test::RtspServerFixture::Controller::first,
+                                         test::RtspServerFixture::Controller::second),
                          [](const auto& which) {
-                             return which.param == test::FrontFixture::Controller::first ? "First" : "Second";
+                             return which.param == test::RtspServerFixture::Controller::first ? "First"
+                                                                                              : "Second";
                          });
 
 TEST_P(SessionVerbsTest, SetupOverUdpNamesPortsSsrcAndSession)

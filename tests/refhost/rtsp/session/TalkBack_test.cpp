@@ -4,7 +4,7 @@
 
 #include "audioback/OVAudioBackDispatcherMgr.h"
 #include "refhost/talkback/SharedOutput.h"
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
 namespace refhost
@@ -53,8 +53,8 @@ private:
     const std::shared_ptr<Heard> heard_;
 };
 
-/// The front with talk-back on camera 1, and the manager's worker running.
-class TalkBackTest : public FrontFixture
+/// The RTSP server with talk-back on camera 1, and the manager's worker running.
+class TalkBackTest : public RtspServerFixture
 {
 protected:
     TalkBackTest()

@@ -125,17 +125,17 @@ private:
 };
 
 /// One connection of a server.
-class Front
+class RtspServerUnderTest
 {
 public:
     /// \param neverReady  recordings do not find their place in time
-    Front(bool users, bool neverReady)
+    RtspServerUnderTest(bool users, bool neverReady)
         : services_(ServerWorld::instance().services(users)), neverReady_(neverReady)
     {
         script_.calls.clear();
     }
 
-    ~Front()
+    ~RtspServerUnderTest()
     {
         handler_.connectionEnded();
         services_->sessions.endAll();
@@ -224,7 +224,7 @@ private:
 
     static constexpr int waitsMost = 2000;
 
-    const std::unique_ptr<FrontServices> services_;
+    const std::unique_ptr<RtspServices> services_;
     const std::shared_ptr<FuzzConnection> connection_ = std::make_shared<FuzzConnection>();
     RequestHandler handler_{*services_, *connection_};
     RequestReader reader_{RequestReader::Limits()};
@@ -245,12 +245,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     const std::size_t chunk = data[0] < 128 ? 65536 : data[0] - 127u;
-    Front front(data[0] % 2 == 1, data[0] % 4 > 1);
+    RtspServerUnderTest server(data[0] % 2 == 1, data[0] % 4 > 1);
     std::string_view rest(reinterpret_cast<const char*>(data + 1), size - 1);
     for (;;)
     {
         const std::size_t mark = rest.find(stepMark);
-        front.receive(std::string(rest.substr(0, mark)), chunk);
+        server.receive(std::string(rest.substr(0, mark)), chunk);
         if (mark == std::string_view::npos)
         {
             return 0;

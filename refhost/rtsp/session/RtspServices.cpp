@@ -1,4 +1,4 @@
-#include "refhost/rtsp/session/FrontServices.h"
+#include "refhost/rtsp/session/RtspServices.h"
 
 #include <ctime>
 #include <utility>
@@ -6,8 +6,7 @@
 namespace refhost
 {
 
-FrontServices::FrontServices(const ServerConfig& config, MediaRoutes mediaRoutes,
-                             MonotonicClock monotonicClock)
+RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock)
     : limits(config.limits),
       clock(std::move(monotonicClock)),
       routes(std::move(mediaRoutes)),

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "refhost/rtsp/connection/RtspServer.h"
-#include "tests/refhost/rtsp/connection/FrontStreams.h"
+#include "tests/refhost/rtsp/connection/HandFedStreams.h"
 #include "tests/refhost/rtsp/connection/SteppedClock.h"
 #include "tests/refhost/rtsp/connection/TestClient.h"
 
@@ -17,7 +17,7 @@ namespace test
 {
 
 /// A server on a loopback port, with the real library and dispatch, two hand-fed streams and a manual clock.
-class FrontFixture : public testing::Test
+class RtspServerFixture : public testing::Test
 {
 public:
     /// Which of the library's controllers serves orv/live.
@@ -31,8 +31,8 @@ protected:
     static constexpr const char* udpPorts = "Transport: RTP/AVP;unicast;client_port=";
     static constexpr const char* tcp = "Transport: RTP/AVP/TCP;unicast\r\n";
 
-    explicit FrontFixture(Controller controller = Controller::first);
-    ~FrontFixture() override;
+    explicit RtspServerFixture(Controller controller = Controller::first);
+    ~RtspServerFixture() override;
 
     /// Starts a server with `config`.
     void start();
@@ -60,7 +60,7 @@ protected:
 
     ServerConfig config;
     SteppedClock time;
-    std::shared_ptr<FrontStreams> streams = std::make_shared<FrontStreams>();
+    std::shared_ptr<HandFedStreams> streams = std::make_shared<HandFedStreams>();
     std::unique_ptr<RtspServer> server;
 
 private:

@@ -17,7 +17,7 @@ namespace test
 {
 
 /// A stream with a video track and audio track whose description a test decides.
-class FrontStream : public FakeSource
+class HandFedStream : public FakeSource
 {
 public:
     Description describe(std::vector<SubMediaInfo>& tracks) override
@@ -36,7 +36,7 @@ public:
 };
 
 /// Camera 1 with streams 0 and 1.
-class FrontStreams : public StreamDirectory
+class HandFedStreams : public StreamDirectory
 {
 public:
     std::shared_ptr<StreamSource> find(int cameraId, int streamId) override
@@ -52,8 +52,8 @@ public:
     }
 
     std::optional<Codec> talkBack;  ///< codec; set before the server starts
-    std::shared_ptr<FrontStream> streams[2] = {std::make_shared<FrontStream>(),
-                                               std::make_shared<FrontStream>()};
+    std::shared_ptr<HandFedStream> streams[2] = {std::make_shared<HandFedStream>(),
+                                                 std::make_shared<HandFedStream>()};
 };
 
 }  // namespace test

@@ -1,4 +1,4 @@
-#include "tests/refhost/rtsp/connection/FrontFixture.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 #include <chrono>
 #include <filesystem>
@@ -52,7 +52,7 @@ std::int64_t nowNs()
 
 }  // namespace
 
-FrontFixture::FrontFixture(Controller controller)
+RtspServerFixture::RtspServerFixture(Controller controller)
 {
     MediaUrlFactoryMap::getInstance()->registerFactory(
         platformType, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));
@@ -69,14 +69,14 @@ FrontFixture::FrontFixture(Controller controller)
     config.threads = 2;
 }
 
-FrontFixture::~FrontFixture()
+RtspServerFixture::~RtspServerFixture()
 {
     server.reset();
     EXPECT_EQ(dispatched(), 0u) << "the server left tracks behind";
     Device::setStreams(nullptr);
 }
 
-void FrontFixture::start()
+void RtspServerFixture::start()
 {
     RtspServer::Options options;
     options.clock = time.clock();
@@ -86,22 +86,22 @@ void FrontFixture::start()
     ASSERT_TRUE(server->start(error)) << error;
 }
 
-std::string FrontFixture::url(const std::string& path) const
+std::string RtspServerFixture::url(const std::string& path) const
 {
     return "rtsp://127.0.0.1:" + std::to_string(server->port()) + "/" + path;
 }
 
-std::string FrontFixture::track(const std::string& presentation, int number)
+std::string RtspServerFixture::track(const std::string& presentation, int number)
 {
     return presentation + "/trackID=" + std::to_string(number);
 }
 
-std::string FrontFixture::session(const std::string& id)
+std::string RtspServerFixture::session(const std::string& id)
 {
     return "Session: " + id + "\r\n";
 }
 
-std::string FrontFixture::setUpTcp(TestClient& client, int tracks)
+std::string RtspServerFixture::setUpTcp(TestClient& client, int tracks)
 {
     std::string id;
     for (int i = 0; i < tracks; ++i)
@@ -114,7 +114,7 @@ std::string FrontFixture::setUpTcp(TestClient& client, int tracks)
     return id;
 }
 
-std::string FrontFixture::setUpUdp(TestClient& client, const UdpPort& port)
+std::string RtspServerFixture::setUpUdp(TestClient& client, const UdpPort& port)
 {
     const Received response =
         client.request("SETUP", track(url(), 0), udpPorts + std::to_string(port.port()) + "\r\n");
@@ -122,19 +122,19 @@ std::string FrontFixture::setUpUdp(TestClient& client, const UdpPort& port)
     return response.session();
 }
 
-void FrontFixture::frame(bool key, std::size_t packets)
+void RtspServerFixture::frame(bool key, std::size_t packets)
 {
     videoTime_ += 3600;
     streams->streams[0]->feed("trackID=0", makeUnit(videoTime_, nowNs(), key, packets));
 }
 
-void FrontFixture::feedAudio()
+void RtspServerFixture::feedAudio()
 {
     audioTime_ += 160;
     streams->streams[0]->feed("trackID=1", makeUnit(audioTime_, nowNs(), true, 1, 160, 160));
 }
 
-bool FrontFixture::eventually(const std::function<bool()>& done)
+bool RtspServerFixture::eventually(const std::function<bool()>& done)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!done())
@@ -148,17 +148,17 @@ bool FrontFixture::eventually(const std::function<bool()>& done)
     return true;
 }
 
-std::size_t FrontFixture::dispatched()
+std::size_t RtspServerFixture::dispatched()
 {
     return LiveDispatcher::instance().trackCount() + LiveSessionDispatcher::instance().sessionCount();
 }
 
-int FrontFixture::openDescriptors()
+int RtspServerFixture::openDescriptors()
 {
     return countOf("/proc/self/fd");
 }
 
-int FrontFixture::threads()
+int RtspServerFixture::threads()
 {
     return countOf("/proc/self/task");
 }

@@ -16,9 +16,9 @@ namespace refhost
 {
 
 /// What every connection's request handler works with. One object for a server; outlives its connections.
-struct FrontServices
+struct RtspServices
 {
-    FrontServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock);
+    RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock);
 
     const LimitsConfig limits;
     const MonotonicClock clock;
