@@ -16,15 +16,18 @@ constexpr std::size_t keptRtcpLimit = 8;
 
 }  // namespace
 
-TransportInbox::TransportInbox(std::shared_ptr<SessionLiveness> liveness) : liveness_(std::move(liveness)) {}
+TransportReceiveQueue::TransportReceiveQueue(std::shared_ptr<SessionLiveness> liveness)
+    : liveness_(std::move(liveness))
+{
+}
 
-void TransportInbox::setListener(std::weak_ptr<TransportListener> listener)
+void TransportReceiveQueue::setListener(std::weak_ptr<TransportListener> listener)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     listener_.swap(listener);
 }
 
-void TransportInbox::onTransportReady()
+void TransportReceiveQueue::onTransportReady()
 {
     // Before the listener runs: it may find the way full once more and ask again.
     armed_.store(false);
@@ -34,7 +37,7 @@ void TransportInbox::onTransportReady()
     }
 }
 
-void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
+void TransportReceiveQueue::onRtcp(const std::uint8_t* data, std::size_t size)
 {
     RtcpFindings ignored;
     if (RtcpReader::read(data, size, 0, ignored))
@@ -47,7 +50,7 @@ void TransportInbox::onRtcp(const std::uint8_t* data, std::size_t size)
     }
 }
 
-void TransportInbox::onRtp(const std::uint8_t* data, std::size_t size)
+void TransportReceiveQueue::onRtp(const std::uint8_t* data, std::size_t size)
 {
     if (RtpReader::hasHeader(data, size))
     {
@@ -59,7 +62,7 @@ void TransportInbox::onRtp(const std::uint8_t* data, std::size_t size)
     }
 }
 
-void TransportInbox::heard()
+void TransportReceiveQueue::heard()
 {
     if (liveness_)
     {
@@ -67,12 +70,12 @@ void TransportInbox::heard()
     }
 }
 
-bool TransportInbox::arm()
+bool TransportReceiveQueue::arm()
 {
     return !armed_.exchange(true);
 }
 
-std::shared_ptr<TransportListener> TransportInbox::listener()
+std::shared_ptr<TransportListener> TransportReceiveQueue::listener()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     return listener_.lock();
@@ -80,12 +83,13 @@ std::shared_ptr<TransportListener> TransportInbox::listener()
 
 GatedTransport::GatedTransport(int kind, const TransportTraits& traits,
                                std::shared_ptr<SessionLiveness> liveness)
-    : GatedTransport(kind, traits, std::make_shared<TransportInbox>(std::move(liveness)))
+    : GatedTransport(kind, traits, std::make_shared<TransportReceiveQueue>(std::move(liveness)))
 {
 }
 
-GatedTransport::GatedTransport(int kind, const TransportTraits& traits, std::shared_ptr<TransportInbox> inbox)
-    : RtpTransport(kind, traits), inbox_(std::move(inbox))
+GatedTransport::GatedTransport(int kind, const TransportTraits& traits,
+                               std::shared_ptr<TransportReceiveQueue> receiveQueue)
+    : RtpTransport(kind, traits), receiveQueue_(std::move(receiveQueue))
 {
 }
 
@@ -93,7 +97,7 @@ GatedTransport::~GatedTransport() noexcept(false) = default;
 
 void GatedTransport::setListener(std::weak_ptr<TransportListener> listener)
 {
-    inbox_->setListener(std::move(listener));
+    receiveQueue_->setListener(std::move(listener));
 }
 
 SendStatus GatedTransport::state() const
@@ -156,7 +160,7 @@ void GatedTransport::release()
         std::vector<std::vector<std::uint8_t>>().swap(keptRtcp_);
         state_.store(SendStatus::sent, std::memory_order_release);
     }
-    inbox_->onTransportReady();
+    receiveQueue_->onTransportReady();
 }
 
 void GatedTransport::close()

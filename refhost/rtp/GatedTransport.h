@@ -16,10 +16,10 @@ namespace refhost
 ///
 /// Malformed RTCP and what is not RTP keeps no session alive; listeners drop and count it.
 /// Threads: any.
-class TransportInbox : public TransportListener
+class TransportReceiveQueue : public TransportListener
 {
 public:
-    explicit TransportInbox(std::shared_ptr<SessionLiveness> liveness);
+    explicit TransportReceiveQueue(std::shared_ptr<SessionLiveness> liveness);
 
     void setListener(std::weak_ptr<TransportListener> listener);
 
@@ -58,12 +58,13 @@ public:
 
 protected:
     GatedTransport(int kind, const TransportTraits& traits, std::shared_ptr<SessionLiveness> liveness);
-    /// \param inbox  what comes back, perhaps on the way of several transports
-    GatedTransport(int kind, const TransportTraits& traits, std::shared_ptr<TransportInbox> inbox);
+    /// \param receiveQueue  what comes back, perhaps on the way of several transports
+    GatedTransport(int kind, const TransportTraits& traits,
+                   std::shared_ptr<TransportReceiveQueue> receiveQueue);
 
-    const std::shared_ptr<TransportInbox>& inbox() const
+    const std::shared_ptr<TransportReceiveQueue>& receiveQueue() const
     {
-        return inbox_;
+        return receiveQueue_;
     }
 
 private:
@@ -75,7 +76,7 @@ private:
     std::mutex mutex_;  // held while bytes leave, so that close() waits for them
     std::atomic<SendStatus> state_{SendStatus::sent};  // written under the mutex
     std::vector<std::vector<std::uint8_t>> keptRtcp_;
-    const std::shared_ptr<TransportInbox> inbox_;
+    const std::shared_ptr<TransportReceiveQueue> receiveQueue_;
 };
 
 }  // namespace refhost

@@ -63,14 +63,14 @@ InterleavedTransport::~InterleavedTransport() noexcept(false) = default;
 
 void InterleavedTransport::receivedRtcp(const std::uint8_t* data, std::size_t size)
 {
-    inbox()->onRtcp(data, size);
+    receiveQueue()->onRtcp(data, size);
 }
 
 void InterleavedTransport::receivedRtp(const std::uint8_t* data, std::size_t size)
 {
     if (takesRtp_.load(std::memory_order_acquire))
     {
-        inbox()->onRtp(data, size);
+        receiveQueue()->onRtp(data, size);
     }
 }
 
@@ -106,9 +106,9 @@ SendResult InterleavedTransport::transmit(const AccessUnitPtr& unit, std::size_t
     const std::size_t from = packets[firstPacket].offset - AccessUnit::framingSize;
     const SendStatus status =
         writer->writeFrames(scratch.bytes.data() + from, scratch.bytes.size() - from, more);
-    if (status == SendStatus::congested && inbox()->arm())
+    if (status == SendStatus::congested && receiveQueue()->arm())
     {
-        writer->notifyWhenWritable(inbox());
+        writer->notifyWhenWritable(receiveQueue());
     }
     return {status, status == SendStatus::sent ? packets.size() - firstPacket : 0};
 }

@@ -57,7 +57,7 @@ void TalkReception::latch(std::uint32_t ssrc)
     }
 }
 
-bool TalkReception::add(const TalkInbox::Packet& packet)
+bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
 {
     RtpPacketView view;
     if (!RtpReader::read(packet.bytes.data(), packet.bytes.size(), view))

@@ -10,7 +10,7 @@
 #include "refhost/rtp/ReorderWindow.h"
 #include "refhost/talkback/TalkDecoder.h"
 #include "refhost/talkback/TalkDepayloader.h"
-#include "refhost/talkback/TalkInbox.h"
+#include "refhost/talkback/TalkReceiveQueue.h"
 #include "refhost/talkback/TalkSettings.h"
 
 namespace refhost
@@ -57,7 +57,7 @@ public:
 
     /// Takes a packet as it came.
     /// \returns true when it is audio of the session's source
-    bool add(const TalkInbox::Packet& packet);
+    bool add(const TalkReceiveQueue::Packet& packet);
 
     /// Takes what is in order now. Two fifths of a second are decoded at most, and the last packet of them to
     /// its end if it is PCM; what is here beyond that is dropped, because no output takes it and decoding it

@@ -14,7 +14,7 @@ namespace
 {
 
 constexpr std::int64_t nsPerMs = 1'000'000;
-/// As many packets as the inbox holds: what comes in the meantime waits for the next turn, so that no client
+/// As many packets as the receive queue holds: what comes in the meantime waits for the next turn, so that no client
 /// keeps the worker from the others.
 constexpr int mostAtOnce = 64;
 
@@ -26,7 +26,7 @@ TalkSession::TalkSession(const SafePointer<IMediaPlayer>& player, SharedOutput& 
       clock_(clock),
       makeDecoder_(std::move(makeDecoder)),
       settings_(output.settings()),
-      inbox_(std::make_shared<TalkInbox>(clock)),
+      receiveQueue_(std::make_shared<TalkReceiveQueue>(clock)),
       cname_(RtcpWriter::randomName())
 {
     fillRandom(&ssrc_, sizeof(ssrc_));
@@ -79,7 +79,7 @@ int TalkSession::connect(const SafePointer<IConnection>& connection)
     connection_.emplace(connection);
     transport_ = transport;
     name_ = transport->peerName();
-    transport_->setListener(inbox_);
+    transport_->setListener(receiveQueue_);
     transport_->takeRtp();
     return statusSuccess;
 }
@@ -107,7 +107,7 @@ int TalkSession::play()
     heard_ = false;
     reception_->reset();
     nextReportNs_ = clock_.monotonicNs() + settings_.firstReportMs * nsPerMs;
-    inbox_->open();
+    receiveQueue_->open();
     return statusSuccess;
 }
 
@@ -116,7 +116,7 @@ int TalkSession::pause()
     if (playing_)
     {
         playing_ = false;
-        inbox_->close();
+        receiveQueue_->close();
         output_.pause(this);
         reception_->release();
     }
@@ -181,7 +181,7 @@ int TalkSession::receive(bool& playerFault)
     }
     const std::int64_t nowNs = clock_.monotonicNs();
     bool audio = false;
-    for (int i = 0; i < mostAtOnce && inbox_->takeRtp(packet_); ++i)
+    for (int i = 0; i < mostAtOnce && receiveQueue_->takeRtp(packet_); ++i)
     {
         audio = reception_->add(packet_) || audio;
     }
@@ -235,7 +235,7 @@ int TalkSession::report()
 bool TalkSession::takeReports()
 {
     bool came = false;
-    for (int i = 0; i < mostAtOnce && inbox_->takeRtcp(packet_); ++i)
+    for (int i = 0; i < mostAtOnce && receiveQueue_->takeRtcp(packet_); ++i)
     {
         came = true;
         if (!takeReport(packet_))
@@ -246,7 +246,7 @@ bool TalkSession::takeReports()
     return came;
 }
 
-bool TalkSession::takeReport(const TalkInbox::Packet& packet)
+bool TalkSession::takeReport(const TalkReceiveQueue::Packet& packet)
 {
     RtcpFindings findings;
     if (!RtcpReader::read(packet.bytes.data(), packet.bytes.size(), ssrc_, findings))
@@ -281,7 +281,7 @@ void TalkSession::sendReport(std::int64_t nowNs, bool bye)
 TalkStatistics TalkSession::statistics()
 {
     TalkStatistics counted = reception_ == nullptr ? TalkStatistics() : reception_->statistics();
-    counted.overrun += inbox_->overrun();
+    counted.overrun += receiveQueue_->overrun();
     return counted;
 }
 

@@ -14,7 +14,7 @@
 #include "refhost/rtp/RtcpWriter.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "refhost/talkback/SharedOutput.h"
-#include "refhost/talkback/TalkInbox.h"
+#include "refhost/talkback/TalkReceiveQueue.h"
 #include "refhost/talkback/TalkReception.h"
 #include "support/SafePointer.h"
 
@@ -70,7 +70,7 @@ public:
 private:
     bool usable() const;
     bool takeReports();
-    bool takeReport(const TalkInbox::Packet& packet);
+    bool takeReport(const TalkReceiveQueue::Packet& packet);
     void sendReport(std::int64_t nowNs, bool bye);
     void end();
     void takeLeave();
@@ -79,7 +79,7 @@ private:
     const HostClock& clock_;
     const MakeDecoder makeDecoder_;
     const TalkSettings settings_;
-    const std::shared_ptr<TalkInbox> inbox_;
+    const std::shared_ptr<TalkReceiveQueue> receiveQueue_;
     std::optional<SafePointer<IMediaPlayer>> player_;
     std::optional<SafePointer<IConnection>> connection_;
     RtpTransport* transport_ = nullptr;  // what connection_ holds
@@ -92,7 +92,7 @@ private:
     bool reported_ = false;
     bool left_ = false;  // the client sent BYE
     std::int64_t nextReportNs_ = 0;
-    TalkInbox::Packet packet_;
+    TalkReceiveQueue::Packet packet_;
     std::vector<std::int16_t> samples_;
 };
 

@@ -147,7 +147,7 @@ MulticastChannel::MulticastChannel(MulticastPool::Lease lease, int track, Socket
       rtpAddress_(addressOf(*lease_, lease_->portOf(track))),
       rtcpAddress_(addressOf(*lease_, lease_->portOf(track) + 1)),
       // What comes from a group counts for nobody: it says that somebody listens, not who.
-      inbox_(std::make_shared<TransportInbox>(nullptr))
+      receiveQueue_(std::make_shared<TransportReceiveQueue>(nullptr))
 {
 }
 
@@ -166,7 +166,7 @@ void MulticastChannel::sendRtcp(const std::uint8_t* data, std::size_t size)
 void MulticastChannel::onReadable()
 {
     DatagramReader::read(rtcp_.get(), [this](const UdpAddress&, const std::uint8_t* data, std::size_t size)
-                         { inbox_->onRtcp(data, size); });
+                         { receiveQueue_->onRtcp(data, size); });
 }
 
 }  // namespace refhost

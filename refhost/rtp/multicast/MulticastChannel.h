@@ -68,9 +68,9 @@ public:
     void sendRtcp(const std::uint8_t* data, std::size_t size);
 
     /// What members report goes there, whichever member's transport is in use.
-    const std::shared_ptr<TransportInbox>& inbox() const
+    const std::shared_ptr<TransportReceiveQueue>& receiveQueue() const
     {
-        return inbox_;
+        return receiveQueue_;
     }
 
     /// Reads a bounded number of reports.
@@ -84,7 +84,7 @@ private:
     UdpUnitSender sender_;
     const UdpAddress rtpAddress_;
     const UdpAddress rtcpAddress_;
-    const std::shared_ptr<TransportInbox> inbox_;
+    const std::shared_ptr<TransportReceiveQueue> receiveQueue_;
 };
 
 }  // namespace refhost

@@ -18,7 +18,7 @@ constexpr TransportTraits multicastTraits = []
 }  // namespace
 
 MulticastTransport::MulticastTransport(std::shared_ptr<MulticastChannel> channel)
-    : GatedTransport(udpMulticast, multicastTraits, channel->inbox()), channel_(std::move(channel))
+    : GatedTransport(udpMulticast, multicastTraits, channel->receiveQueue()), channel_(std::move(channel))
 {
 }
 

@@ -29,9 +29,9 @@ void UdpSockets::readRtp()
     DatagramReader::read(rtp_,
                          [this](const UdpAddress& sender, const std::uint8_t* data, std::size_t size)
                          {
-                             if (const auto inbox = rtpInboxes_.find(sender))
+                             if (const auto receiveQueue = rtpReceiveQueues_.find(sender))
                              {
-                                 inbox->onRtp(data, size);
+                                 receiveQueue->onRtp(data, size);
                              }
                          });
 }
@@ -41,9 +41,9 @@ void UdpSockets::readRtcp()
     DatagramReader::read(rtcp_,
                          [this](const UdpAddress& sender, const std::uint8_t* data, std::size_t size)
                          {
-                             if (const auto inbox = rtcpInboxes_.find(sender))
+                             if (const auto receiveQueue = rtcpReceiveQueues_.find(sender))
                              {
-                                 inbox->onRtcp(data, size);
+                                 receiveQueue->onRtcp(data, size);
                              }
                          });
 }

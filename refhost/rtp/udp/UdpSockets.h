@@ -6,7 +6,7 @@
 
 #include "refhost/rtp/GatedTransport.h"
 #include "refhost/rtp/udp/UdpAddress.h"
-#include "refhost/rtp/udp/UdpInboxes.h"
+#include "refhost/rtp/udp/UdpReceiveQueues.h"
 #include "refhost/rtp/udp/UdpUnitSender.h"
 
 namespace refhost
@@ -47,14 +47,14 @@ public:
     void sendRtcp(const UdpAddress& client, const std::uint8_t* data, std::size_t size);
 
     /// Who takes the RTP, and who the RTCP, that comes from a client.
-    UdpInboxes& rtpInboxes()
+    UdpReceiveQueues& rtpReceiveQueues()
     {
-        return rtpInboxes_;
+        return rtpReceiveQueues_;
     }
 
-    UdpInboxes& rtcpInboxes()
+    UdpReceiveQueues& rtcpReceiveQueues()
     {
-        return rtcpInboxes_;
+        return rtcpReceiveQueues_;
     }
 
     void readRtp();
@@ -65,8 +65,8 @@ private:
     const int rtcp_;
     const UdpAddress bound_;
     UdpUnitSender sender_;
-    UdpInboxes rtpInboxes_;
-    UdpInboxes rtcpInboxes_;
+    UdpReceiveQueues rtpReceiveQueues_;
+    UdpReceiveQueues rtcpReceiveQueues_;
 };
 
 }  // namespace refhost

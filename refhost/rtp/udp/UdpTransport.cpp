@@ -26,15 +26,15 @@ UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress
       rtp_(rtp),
       rtcp_(rtcp)
 {
-    sockets_->rtcpInboxes().listen(rtcp_, inbox());
+    sockets_->rtcpReceiveQueues().listen(rtcp_, receiveQueue());
 }
 
 UdpTransport::~UdpTransport() noexcept(false)
 {
-    sockets_->rtcpInboxes().unlisten(rtcp_, inbox().get());
+    sockets_->rtcpReceiveQueues().unlisten(rtcp_, receiveQueue().get());
     if (takesRtp_.load())
     {
-        sockets_->rtpInboxes().unlisten(rtp_, inbox().get());
+        sockets_->rtpReceiveQueues().unlisten(rtp_, receiveQueue().get());
     }
 }
 
@@ -42,7 +42,7 @@ void UdpTransport::takeRtp()
 {
     if (!takesRtp_.exchange(true))
     {
-        sockets_->rtpInboxes().listen(rtp_, inbox());
+        sockets_->rtpReceiveQueues().listen(rtp_, receiveQueue());
     }
 }
 

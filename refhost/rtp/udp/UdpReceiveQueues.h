@@ -13,22 +13,22 @@ namespace refhost
 
 /// Who takes what comes from which client at one socket. The work for a packet does not depend on how many
 /// clients there are. Threads: any.
-class UdpInboxes
+class UdpReceiveQueues
 {
 public:
-    /// Hands what comes from `client` to `inbox` until unlisten() with the same two. The last one counts.
-    void listen(const UdpAddress& client, std::shared_ptr<TransportInbox> inbox);
-    void unlisten(const UdpAddress& client, const TransportInbox* inbox);
+    /// Hands what comes from `client` to `receiveQueue` until unlisten() with the same two. The last one counts.
+    void listen(const UdpAddress& client, std::shared_ptr<TransportReceiveQueue> receiveQueue);
+    void unlisten(const UdpAddress& client, const TransportReceiveQueue* receiveQueue);
 
     /// \returns null when nobody listens to `client`
-    std::shared_ptr<TransportInbox> find(const UdpAddress& client);
+    std::shared_ptr<TransportReceiveQueue> find(const UdpAddress& client);
 
 private:
     /// Clients come and go on all threads: a few locks instead of one.
     struct Shard
     {
         std::mutex mutex;
-        std::unordered_map<UdpAddress, std::shared_ptr<TransportInbox>, UdpAddressHash> inboxes;
+        std::unordered_map<UdpAddress, std::shared_ptr<TransportReceiveQueue>, UdpAddressHash> receiveQueues;
     };
 
     Shard& shardOf(const UdpAddress& client);

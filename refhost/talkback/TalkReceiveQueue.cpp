@@ -1,4 +1,4 @@
-#include "refhost/talkback/TalkInbox.h"
+#include "refhost/talkback/TalkReceiveQueue.h"
 
 namespace refhost
 {
@@ -10,30 +10,30 @@ constexpr std::size_t longest = 4096;
 
 }  // namespace
 
-TalkInbox::TalkInbox(const HostClock& clock) : clock_(clock) {}
+TalkReceiveQueue::TalkReceiveQueue(const HostClock& clock) : clock_(clock) {}
 
-void TalkInbox::onRtp(const std::uint8_t* data, std::size_t size)
+void TalkReceiveQueue::onRtp(const std::uint8_t* data, std::size_t size)
 {
     put(rtp_, data, size);
 }
 
-void TalkInbox::onRtcp(const std::uint8_t* data, std::size_t size)
+void TalkReceiveQueue::onRtcp(const std::uint8_t* data, std::size_t size)
 {
     put(rtcp_, data, size);
 }
 
-bool TalkInbox::takeRtp(Packet& out)
+bool TalkReceiveQueue::takeRtp(Packet& out)
 {
     return take(rtp_, out);
 }
 
-bool TalkInbox::takeRtcp(Packet& out)
+bool TalkReceiveQueue::takeRtcp(Packet& out)
 {
     return take(rtcp_, out);
 }
 
 template <std::size_t room>
-void TalkInbox::put(Queue<room>& queue, const std::uint8_t* data, std::size_t size)
+void TalkReceiveQueue::put(Queue<room>& queue, const std::uint8_t* data, std::size_t size)
 {
     const std::int64_t nowNs = clock_.monotonicNs();
     const std::lock_guard<std::mutex> guard(mutex_);
@@ -60,7 +60,7 @@ void TalkInbox::put(Queue<room>& queue, const std::uint8_t* data, std::size_t si
 }
 
 template <std::size_t room>
-bool TalkInbox::take(Queue<room>& queue, Packet& out)
+bool TalkReceiveQueue::take(Queue<room>& queue, Packet& out)
 {
     if (queue.count.load(std::memory_order_acquire) == 0)
     {
@@ -80,18 +80,18 @@ bool TalkInbox::take(Queue<room>& queue, Packet& out)
     return true;
 }
 
-void TalkInbox::open()
+void TalkReceiveQueue::open()
 {
     overrun_.store(0, std::memory_order_relaxed);
     setOpen(true);
 }
 
-void TalkInbox::close()
+void TalkReceiveQueue::close()
 {
     setOpen(false);
 }
 
-void TalkInbox::setOpen(bool open)
+void TalkReceiveQueue::setOpen(bool open)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     open_ = open;
@@ -99,7 +99,7 @@ void TalkInbox::setOpen(bool open)
     rtcp_.count.store(0, std::memory_order_relaxed);
 }
 
-std::uint64_t TalkInbox::overrun() const
+std::uint64_t TalkReceiveQueue::overrun() const
 {
     return overrun_.load(std::memory_order_relaxed);
 }

@@ -15,7 +15,7 @@ namespace refhost
 
 /// What came from one talk-back client and was not looked at yet: threads of the network put packets in, the
 /// worker takes them out. Bounded; when it is full the oldest packet goes. Threads: any.
-class TalkInbox : public TransportListener
+class TalkReceiveQueue : public TransportListener
 {
 public:
     /// One packet as it came.
@@ -25,7 +25,7 @@ public:
         std::int64_t arrivalNs = 0;  ///< monotonic clock
     };
 
-    explicit TalkInbox(const HostClock& clock);
+    explicit TalkReceiveQueue(const HostClock& clock);
 
     void onTransportReady() override {}
     void onRtp(const std::uint8_t* data, std::size_t size) override;

@@ -1,0 +1,37 @@
+#include "refhost/rtp/udp/UdpReceiveQueues.h"
+
+namespace refhost
+{
+
+void UdpReceiveQueues::listen(const UdpAddress& client, std::shared_ptr<TransportReceiveQueue> receiveQueue)
+{
+    Shard& shard = shardOf(client);
+    const std::lock_guard<std::mutex> guard(shard.mutex);
+    shard.receiveQueues[client].swap(receiveQueue);
+}
+
+void UdpReceiveQueues::unlisten(const UdpAddress& client, const TransportReceiveQueue* receiveQueue)
+{
+    Shard& shard = shardOf(client);
+    const std::lock_guard<std::mutex> guard(shard.mutex);
+    const auto found = shard.receiveQueues.find(client);
+    if (found != shard.receiveQueues.end() && found->second.get() == receiveQueue)
+    {
+        shard.receiveQueues.erase(found);
+    }
+}
+
+std::shared_ptr<TransportReceiveQueue> UdpReceiveQueues::find(const UdpAddress& client)
+{
+    Shard& shard = shardOf(client);
+    const std::lock_guard<std::mutex> guard(shard.mutex);
+    const auto found = shard.receiveQueues.find(client);
+    return found == shard.receiveQueues.end() ? nullptr : found->second;
+}
+
+UdpReceiveQueues::Shard& UdpReceiveQueues::shardOf(const UdpAddress& client)
+{
+    return shards_[client.hash() % shards_.size()];
+}
+
+}  // namespace refhost
