@@ -163,7 +163,7 @@ bool CommandLine::parse(int count, const char* const* arguments)
         return finish(isAnswer ? exitDone : exitCommandLine);
     }
 
-    // An empty name is a mistake, such as of a script, and not the wish for the embedded configuration.
+    // An empty name is a mistake, such as of a script, and not the request for the embedded configuration.
     const bool hasFile = fileOption->count() > 0;
     if (hasFile && !readConfig(file))
     {

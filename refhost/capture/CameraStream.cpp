@@ -122,9 +122,9 @@ StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& trac
     if (!describing_)
     {
         describing_ = true;
-        const std::uint64_t wish = ++descriptionWish_;
+        const std::uint64_t request = ++descriptionRequest_;
         postUpdate();
-        post([this, wish] { onDeadline(wish); }, options_.describeDeadline);
+        post([this, request] { onDeadline(request); }, options_.describeDeadline);
     }
     return Description::starting;
 }
@@ -236,7 +236,7 @@ void CameraStream::update()
         return;
     }
     stopScheduled_ = false;
-    ++wishes_;
+    ++requests_;
     if (pipeline_)
     {
         setTaps();
@@ -394,12 +394,12 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
     update();
 }
 
-void CameraStream::onDeadline(std::uint64_t wish)
+void CameraStream::onDeadline(std::uint64_t request)
 {
-    const auto unfulfilled = [this, wish]
+    const auto unfulfilled = [this, request]
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        return describing_ && wish == descriptionWish_;
+        return describing_ && request == descriptionRequest_;
     };
     if (!unfulfilled())
     {
@@ -476,10 +476,10 @@ void CameraStream::scheduleStop()
         return;
     }
     stopScheduled_ = true;
-    const std::uint64_t since = wishes_;
+    const std::uint64_t since = requests_;
     const auto stopUnlessWanted = [this, since]
     {
-        if (stopScheduled_ && since == wishes_ && pipeline_)
+        if (stopScheduled_ && since == requests_ && pipeline_)
         {
             stopScheduled_ = false;
             Log::info("{}: stopping, nobody watches", title_);

@@ -20,7 +20,7 @@ namespace refhost
 
 /// One configured stream on GStreamer.
 ///
-/// The pipeline runs only while it is wanted: from the first viewer, or the first wish for a description,
+/// The pipeline runs only while it is wanted: from the first viewer, or the first request for a description,
 /// until some seconds after the last. It is started, changed and stopped on one thread of the pipeline's own,
 /// so that a source that hangs holds up nobody. One that does not end in time is abandoned and replaced; a
 /// stream with too many abandoned ones waits until one of them ends. A source that fails while there are
@@ -104,7 +104,7 @@ private:
     void checkForHang(std::uint64_t run);
     void onClockUnusable(const std::string& why);
     void onDescribed(std::uint64_t run, bool partial);
-    void onDeadline(std::uint64_t wish);
+    void onDeadline(std::uint64_t request);
     void checkForSilence(std::uint64_t run, std::uint64_t packetsBefore);
     void onEnded(std::uint64_t run, const std::string& why);
     void fail(const std::string& why);
@@ -125,7 +125,7 @@ private:
     std::shared_ptr<const Tracks> tracks_;  ///< null until they are known
     int viewers_ = 0;
     bool describing_ = false;
-    std::uint64_t descriptionWish_ = 0;  ///< number of the present or last wish for a description
+    std::uint64_t descriptionRequest_ = 0;  ///< number of the present or last request for a description
     bool failed_ = false;
     Clock::time_point failedAt_;
     StreamPipeline::Taps taps_;
@@ -142,8 +142,8 @@ private:
     std::unique_ptr<PipelineRunner> ending_;  ///< stopped, but not ended yet
     std::uint64_t endingRun_ = 0;
     bool clockTold_ = false;
-    std::uint64_t run_ = 0;     ///< number of the present start; events of earlier ones are stale
-    std::uint64_t wishes_ = 0;  ///< grows whenever the source is found wanted
+    std::uint64_t run_ = 0;       ///< number of the present start; events of earlier ones are stale
+    std::uint64_t requests_ = 0;  ///< grows whenever the source is found wanted
     bool stopScheduled_ = false;
     bool restartScheduled_ = false;
     std::size_t failures_ = 0;  ///< in a row

@@ -34,7 +34,7 @@ public:
     /// channel is named, RTCP has the next.
     /// \param multicast  whether the presentation is sent to a group: then UDP multicast alone is acceptable,
     ///                   which is also what a choice means that names no client port; otherwise it is passed
-    ///                   over. Address, ports and TTL that a client wishes are ignored
+    ///                   over. Address, ports and TTL that a client requests are ignored
     /// \param serverPort  the server's own UDP port of RTP, RTCP has the next; a choice that names one of
     ///                    them is passed over, because the server must not send to itself. 0: it has none
     /// \returns nothing when no choice is acceptable
