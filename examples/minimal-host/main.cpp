@@ -15,9 +15,9 @@ struct Connection : IConnection
     Connection() : IConnection(udpUnicast) {}
 };
 
-int failed(const char* verb, int status)
+int failed(const char* method, int status)
 {
-    std::printf("%s: %d\n", verb, status);
+    std::printf("%s: %d\n", method, status);
     return 1;
 }
 }  // namespace

@@ -21,9 +21,9 @@ using Text = const std::string&;
 
 namespace
 {
-int tell(const char* verb, const std::string& track)
+int tell(const char* method, const std::string& track)
 {
-    std::printf("  dispatcher: %s %s\n", verb, track.c_str());
+    std::printf("  dispatcher: %s %s\n", method, track.c_str());
     return 0;
 }
 }  // namespace

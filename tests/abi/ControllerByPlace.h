@@ -38,7 +38,7 @@ public:
     }
     int play(const Text& session, const Text& track) const
     {
-        return Verb(object_, 6)(session, track);
+        return Method(object_, 6)(session, track);
     }
     int setPlayRange(const Text& session, const Text& track, double start, double end, int kind,
                      bool flag) const
@@ -62,7 +62,7 @@ public:
     }
     int pause(const Text& session, const Text& track) const
     {
-        return Verb(object_, 11)(session, track);
+        return Method(object_, 11)(session, track);
     }
     int setPauseRange(const Text& session, const Text& track, double position) const
     {
@@ -70,7 +70,7 @@ public:
     }
     int stop(const Text& session, const Text& track) const
     {
-        return Verb(object_, 13)(session, track);
+        return Method(object_, 13)(session, track);
     }
     int getConnetionState(const Text& session, const Text& track, bool& connected) const
     {
@@ -90,7 +90,7 @@ public:
     }
 
 private:
-    using Verb = Slot<int(const Text&, const Text&)>;
+    using Method = Slot<int(const Text&, const Text&)>;
 
     void* object_;
 };

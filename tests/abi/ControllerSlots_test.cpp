@@ -69,7 +69,7 @@ private:
 const std::string session = "session";
 const std::string track = "trackID=0";
 
-/// Where a live stream goes: the host calls of its verbs, as far as they differ.
+/// Where a live stream goes: the host calls of its methods, as far as they differ.
 struct Delivery
 {
     const char* description;
@@ -84,7 +84,7 @@ void expectLiveOperationsInTheirPlaces(const char* url, const Delivery& delivery
 {
     const ControllerSlots<Factory> made(url);
     const ControllerByPlace controller = made.controller();
-    const auto verb = [&](const char* operation)
+    const auto method = [&](const char* operation)
     { return delivery.dispatcher + "::" + operation + "(" + delivery.ids + ")"; };
 
     MediaInfo info;
@@ -94,15 +94,15 @@ void expectLiveOperationsInTheirPlaces(const char* url, const Delivery& delivery
     EXPECT_EQ(0, controller.setup(session, track, SafePointer<IConnection>(new FakeConnection(1))));
     EXPECT_EQ(delivery.connect, made.hostCall());
     EXPECT_EQ(0, controller.play(session, track));
-    EXPECT_EQ(verb("play"), made.hostCall());
+    EXPECT_EQ(method("play"), made.hostCall());
     EXPECT_EQ(0, controller.pause(session, track));
-    EXPECT_EQ(verb("pause"), made.hostCall());
+    EXPECT_EQ(method("pause"), made.hostCall());
     int ssrc = 0;
     EXPECT_EQ(0, controller.getTrackSSRC(session, track, ssrc));
-    EXPECT_EQ(verb("getTrackSSRC"), made.hostCall());
+    EXPECT_EQ(method("getTrackSSRC"), made.hostCall());
     EXPECT_NE(0, ssrc);
     EXPECT_EQ(0, controller.stop(session, track));
-    EXPECT_EQ(verb(delivery.end), made.hostCall());
+    EXPECT_EQ(method(delivery.end), made.hostCall());
 }
 
 /// What a live stream has no use for: answered alike, and the host is not asked.

@@ -72,7 +72,7 @@ def test_challenges_offer_md5_first_then_sha256_and_basic_last(server):
     assert all('qop="auth"' in line for line in challenges if "Digest" in line)
 
 
-def test_every_verb_is_guarded(server):
+def test_every_method_is_guarded(server):
     for method in ("DESCRIBE", "SETUP", "PLAY", "PAUSE", "TEARDOWN", "GET_PARAMETER", "SET_PARAMETER"):
         with RtspClient(server.url()) as client:
             assert client.request(method).status == 401, method

@@ -80,7 +80,7 @@ int outcomeOf(const char* operation, const std::string& arguments, int usual)
     return FakeHost::instance().outcomeOf("LiveDispatcherMgr", 0, operation, arguments, usual).result;
 }
 
-// A verb of a track that needs a connection. Caller holds the mutex.
+// A method of a track that needs a connection. Caller holds the mutex.
 int outcomeFor(State& state, const char* operation, const std::string& sessionId, const std::string& trackId)
 {
     const Track* const track = state.find(sessionId, trackId);

@@ -13,7 +13,7 @@
 #include "tests/live/ScriptedCodec.h"
 
 // The live controllers with what sets them apart, for tests of what they have in common. Each is made for one
-// URL and knows by which codec; `verb` is the host call that a verb of session "session" becomes.
+// URL and knows by which codec; `method` is the host call that a method of session "session" becomes.
 
 struct FirstForm
 {
@@ -35,7 +35,7 @@ struct FirstForm
         return SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory);
     }
 
-    static std::string verb(const std::string& operation, const std::string& trackId)
+    static std::string method(const std::string& operation, const std::string& trackId)
     {
         return "RTPStreamDispatcherMgr::" + operation + "(12/0, session, " + trackId + ")";
     }
@@ -67,7 +67,7 @@ struct SecondForm
         return FirstForm::codecs();
     }
 
-    static std::string verb(const std::string& operation, const std::string& trackId)
+    static std::string method(const std::string& operation, const std::string& trackId)
     {
         return "LiveDispatcherMgr::" + operation + "(session, " + trackId + ")";
     }

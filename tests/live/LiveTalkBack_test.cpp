@@ -46,13 +46,13 @@ TYPED_TEST(LiveTalkBack, EmptyTrackIdGoesToTheTalkBackManagerUntilASetupOfItsTra
     ASSERT_EQ(0, this->setupTalkBack());
     this->host_.clearCalls();
     this->controller_->play(this->session_, "");
-    EXPECT_EQ((Calls{TypeParam::verb("play", "")}), this->host_.calls());
+    EXPECT_EQ((Calls{TypeParam::method("play", "")}), this->host_.calls());
 }
 
 TYPED_TEST(LiveTalkBack, ItsTrackIsOrdinaryUntilItsSetup)
 {
     this->controller_->play(this->session_, this->talkBack_);
-    EXPECT_EQ((Calls{TypeParam::verb("play", this->talkBack_)}), this->host_.calls());
+    EXPECT_EQ((Calls{TypeParam::method("play", this->talkBack_)}), this->host_.calls());
 }
 
 TYPED_TEST(LiveTalkBack, SetupCreatesASessionAndAttachesTheConnection)
@@ -73,7 +73,7 @@ TYPED_TEST(LiveTalkBack, SetupCreatesASessionAndAttachesTheConnection)
     }
 }
 
-TYPED_TEST(LiveTalkBack, VerbsGoToTheManagerWithTheSessionAlone)
+TYPED_TEST(LiveTalkBack, MethodsGoToTheManagerWithTheSessionAlone)
 {
     ASSERT_EQ(0, this->setupTalkBack());
     this->host_.clearCalls();
@@ -94,7 +94,7 @@ TYPED_TEST(LiveTalkBack, VerbsGoToTheManagerWithTheSessionAlone)
               this->host_.calls());
 }
 
-TYPED_TEST(LiveTalkBack, VerbsPassTheManagersResultOn)
+TYPED_TEST(LiveTalkBack, MethodsPassTheManagersResultOn)
 {
     ASSERT_EQ(0, this->setupTalkBack());
     this->host_.script("AudioDispatcher::getTrackSSRC", {-504});

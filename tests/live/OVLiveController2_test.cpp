@@ -144,7 +144,7 @@ TEST_F(OVLiveController2Test, SetupAfterARefusedConnectionUsesTheSessionThatWasM
     EXPECT_EQ(1u, host_.callCount("LiveDispatcherMgr::initSession"));
 }
 
-TEST_F(OVLiveController2Test, VerbsGoToTheDispatcher)
+TEST_F(OVLiveController2Test, MethodsGoToTheDispatcher)
 {
     ASSERT_EQ(0, controller_->setup(session_, video_, connection(1)));
     host_.clearCalls();
@@ -166,7 +166,7 @@ TEST_F(OVLiveController2Test, VerbsGoToTheDispatcher)
     EXPECT_EQ(0, host_.living("IConnection"));
 }
 
-TEST_F(OVLiveController2Test, VerbsPassEveryResultOn)
+TEST_F(OVLiveController2Test, MethodsPassEveryResultOn)
 {
     ASSERT_EQ(0, controller_->setup(session_, video_, connection(1)));
     host_.script("LiveDispatcherMgr::play", {-501});

@@ -7,13 +7,13 @@
 namespace
 {
 
-class MulticastVerbs : public MulticastFixture
+class MulticastMethods : public MulticastFixture
 {
 protected:
-    ~MulticastVerbs() noexcept override {}
+    ~MulticastMethods() noexcept override {}
 
-    /// What the verbs that play a track and ask for its SSRC have in common is tested with both.
-    int verb(const std::string& operation, const std::string& sessionId, const std::string& trackId)
+    /// What the methods that play a track and ask for its SSRC have in common is tested with both.
+    int method(const std::string& operation, const std::string& sessionId, const std::string& trackId)
     {
         return operation == "play" ? controller_->play(sessionId, trackId)
                                    : controller_->getTrackSSRC(sessionId, trackId, ssrc_);
@@ -22,13 +22,13 @@ protected:
     int ssrc_ = -1;
 };
 
-class MulticastTrackVerbs : public MulticastVerbs, public testing::WithParamInterface<const char*>
+class MulticastTrackMethods : public MulticastMethods, public testing::WithParamInterface<const char*>
 {
 protected:
-    ~MulticastTrackVerbs() noexcept override {}
+    ~MulticastTrackMethods() noexcept override {}
 };
 
-class MulticastPause : public MulticastVerbs
+class MulticastPause : public MulticastMethods
 {
 protected:
     ~MulticastPause() noexcept override {}
@@ -36,12 +36,12 @@ protected:
 
 }  // namespace
 
-TEST_P(MulticastTrackVerbs, GoToTheSharedSession)
+TEST_P(MulticastTrackMethods, GoToTheSharedSession)
 {
     ASSERT_EQ(0, setup(session_, video_));
     host_.clearCalls();
     CapturedOutput output;
-    EXPECT_EQ(0, verb(GetParam(), session_, video_));
+    EXPECT_EQ(0, method(GetParam(), session_, video_));
     EXPECT_EQ("", output.text());
     EXPECT_EQ((Calls{
                   token_,
@@ -52,7 +52,7 @@ TEST_P(MulticastTrackVerbs, GoToTheSharedSession)
               host_.calls());
 }
 
-TEST_P(MulticastTrackVerbs, EndWithTheCodeAndLineOfEachFailingCall)
+TEST_P(MulticastTrackMethods, EndWithTheCodeAndLineOfEachFailingCall)
 {
     ASSERT_EQ(0, setup(session_, video_));
     const std::string lines[] = {
@@ -60,7 +60,7 @@ TEST_P(MulticastTrackVerbs, EndWithTheCodeAndLineOfEachFailingCall)
         failure("generateMulticastSessionId", -502),
         "",
     };
-    FailingCalls(3).during([this] { return verb(GetParam(), session_, video_); },
+    FailingCalls(3).during([this] { return method(GetParam(), session_, video_); },
                            [&](const FailingCalls::Attempt& attempt)
                            {
                                EXPECT_EQ(attempt.code, attempt.result);
@@ -68,45 +68,45 @@ TEST_P(MulticastTrackVerbs, EndWithTheCodeAndLineOfEachFailingCall)
                            });
 }
 
-TEST_P(MulticastTrackVerbs, AreNotFoundWithoutSharedSession)
+TEST_P(MulticastTrackMethods, AreNotFoundWithoutSharedSession)
 {
     CapturedOutput output;
-    EXPECT_EQ(-8, verb(GetParam(), session_, video_));
+    EXPECT_EQ(-8, method(GetParam(), session_, video_));
     EXPECT_EQ(failure("findMulticastSessionId", 0), output.text());
     EXPECT_EQ((Calls{token_, "LiveDispatcherMgr::findMulticastSessionId(multicast 5-6)"}), host_.calls());
 }
 
-TEST_P(MulticastTrackVerbs, AreNotFoundForAStranger)
+TEST_P(MulticastTrackMethods, AreNotFoundForAStranger)
 {
     ASSERT_EQ(0, setup(session_, video_));
     CapturedOutput output;
-    EXPECT_EQ(-8, verb(GetParam(), "stranger", video_));
+    EXPECT_EQ(-8, method(GetParam(), "stranger", video_));
     EXPECT_EQ(failure("findMemberSession", 0), output.text());
     EXPECT_EQ(0u, host_.callCount(std::string("LiveDispatcherMgr::") + GetParam()));
 }
 
-TEST_P(MulticastTrackVerbs, AreNotFoundForATrackThatNobodySetUp)
+TEST_P(MulticastTrackMethods, AreNotFoundForATrackThatNobodySetUp)
 {
     ASSERT_EQ(0, setup(session_, video_));
     for (const std::string& track : {audio_, talkBack_, std::string()})
     {
         CapturedOutput output;
-        EXPECT_EQ(-8, verb(GetParam(), session_, track)) << track;
+        EXPECT_EQ(-8, method(GetParam(), session_, track)) << track;
         EXPECT_EQ(failure("findMulticastSessionTrackParam", 0), output.text());
     }
     EXPECT_EQ(0u, host_.callCount(std::string("LiveDispatcherMgr::") + GetParam()));
 }
 
-TEST_P(MulticastTrackVerbs, ServeAMemberWhoseTrackAnotherOneSetUp)
+TEST_P(MulticastTrackMethods, ServeAMemberWhoseTrackAnotherOneSetUp)
 {
     ASSERT_EQ(0, setup("one", video_));
     ASSERT_EQ(0, setup("two", audio_));
-    EXPECT_EQ(0, verb(GetParam(), "two", video_));
+    EXPECT_EQ(0, method(GetParam(), "two", video_));
 }
 
-INSTANTIATE_TEST_SUITE_P(Both, MulticastTrackVerbs, testing::Values("play", "getTrackSSRC"));
+INSTANTIATE_TEST_SUITE_P(Both, MulticastTrackMethods, testing::Values("play", "getTrackSSRC"));
 
-TEST_F(MulticastVerbs, MembersSeeOneSsrc)
+TEST_F(MulticastMethods, MembersSeeOneSsrc)
 {
     ASSERT_EQ(0, setup("one", video_));
     ASSERT_EQ(0, setup("two", video_));
@@ -118,7 +118,7 @@ TEST_F(MulticastVerbs, MembersSeeOneSsrc)
     EXPECT_EQ(first, second);
 }
 
-TEST_F(MulticastVerbs, SsrcIsLeftAsItWasOnFailure)
+TEST_F(MulticastMethods, SsrcIsLeftAsItWasOnFailure)
 {
     int ssrc = -1;
     CapturedOutput output;
@@ -126,7 +126,7 @@ TEST_F(MulticastVerbs, SsrcIsLeftAsItWasOnFailure)
     EXPECT_EQ(-1, ssrc);
 }
 
-TEST_F(MulticastVerbs, SessionInformationIsWhatTheUrlNamed)
+TEST_F(MulticastMethods, SessionInformationIsWhatTheUrlNamed)
 {
     GeneralSessionInfo info;
     EXPECT_EQ(0, controller_->getSessionInfo(info));
@@ -136,7 +136,7 @@ TEST_F(MulticastVerbs, SessionInformationIsWhatTheUrlNamed)
     EXPECT_TRUE(host_.calls().empty());
 }
 
-TEST_F(MulticastVerbs, SessionInformationOfTheDevicesOwnCodecIsNotMulticast)
+TEST_F(MulticastMethods, SessionInformationOfTheDevicesOwnCodecIsNotMulticast)
 {
     OVMulticastLiveController controller;
     const int orvaneType = type + 1;

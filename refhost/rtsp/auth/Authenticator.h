@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "refhost/config/Config.h"
-#include "refhost/rtsp/auth/NonceBook.h"
+#include "refhost/rtsp/auth/NonceStore.h"
 #include "refhost/rtsp/message/ResponseWriter.h"
 
 namespace refhost
@@ -25,7 +25,7 @@ public:
         stale  ///< the password was right but the nonce is used up: ask again, without asking the user
     };
 
-    using Client = NonceBook::Client;
+    using Client = NonceStore::Client;
 
     struct Decision
     {
@@ -36,7 +36,7 @@ public:
 
     /// Without users everybody is granted.
     /// \param digestWithoutQop  whether Digest answers without qop are taken; they can be replayed from their
-    ///                          client's address for NonceBook::uncountedMs
+    ///                          client's address for NonceStore::uncountedMs
     Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock,
                   bool digestWithoutQop = true);
 
@@ -69,7 +69,7 @@ private:
     const std::string realm_;
     const bool digestWithoutQop_;
     std::unordered_map<std::string, Secret> users_;
-    NonceBook nonces_;
+    NonceStore nonces_;
 };
 
 }  // namespace refhost

@@ -9,7 +9,7 @@
 namespace refhost
 {
 
-ConnectionLoop::ConnectionLoop(const std::string& name, RtspServices& services, AddressQuota& refused,
+ConnectionLoop::ConnectionLoop(const std::string& name, RtspServices& services, AddressLimiter& refused,
                                int sweepMilliseconds)
     : services_(services), refused_(refused), events_(name)
 {

@@ -12,7 +12,7 @@
 #include "refhost/rtsp/connection/RtspConnection.h"
 #include "refhost/rtsp/message/ResponseWriter.h"
 #include "refhost/rtsp/message/RtspRequest.h"
-#include "refhost/rtsp/session/AddressQuota.h"
+#include "refhost/rtsp/session/AddressLimiter.h"
 #include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/threads/EventLoop.h"
 
@@ -36,7 +36,7 @@ public:
 
     /// \param refused            gives refused connections back to this count
     /// \param sweepMilliseconds   how often time-outs are looked at
-    ConnectionLoop(const std::string& name, RtspServices& services, AddressQuota& refused,
+    ConnectionLoop(const std::string& name, RtspServices& services, AddressLimiter& refused,
                    int sweepMilliseconds);
     /// Connections that are left are closed.
     ~ConnectionLoop();
@@ -63,7 +63,7 @@ private:
     void closeAllNow();
 
     RtspServices& services_;
-    AddressQuota& refused_;
+    AddressLimiter& refused_;
     Scratch scratch_;
     std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;
     std::unordered_set<RtspConnection*> parked_;  // some of connections_

@@ -9,7 +9,7 @@
 #include "refhost/config/Config.h"
 #include "refhost/rtsp/connection/ConnectionLoop.h"
 #include "refhost/rtsp/connection/ConnectionSlots.h"
-#include "refhost/rtsp/session/AddressQuota.h"
+#include "refhost/rtsp/session/AddressLimiter.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
 #include "refhost/rtsp/session/RtspServices.h"
 
@@ -65,7 +65,7 @@ private:
     const Options options_;
     RtspServices services_;
     ConnectionSlots slots_;
-    AddressQuota refused_;
+    AddressLimiter refused_;
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;
     std::size_t nextLoop_ = 0;
     int listener_ = -1;

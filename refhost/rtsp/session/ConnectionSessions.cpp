@@ -13,10 +13,10 @@ ConnectionSessions::ConnectionSessions(RtspServices& services, ClientConnection&
 {
 }
 
-std::shared_ptr<RtspSession> ConnectionSessions::find(const Exchange& exchange)
+std::shared_ptr<RtspSession> ConnectionSessions::find(const RequestContext& context)
 {
-    auto session = services_.sessions.find(SessionHeader::id(exchange.request.value("Session")));
-    if (session == nullptr || !session->owner().admits(connection_.peer().key(), exchange.user))
+    auto session = services_.sessions.find(SessionHeader::id(context.request.value("Session")));
+    if (session == nullptr || !session->owner().admits(connection_.peer().key(), context.user))
     {
         return nullptr;
     }
@@ -26,17 +26,17 @@ std::shared_ptr<RtspSession> ConnectionSessions::find(const Exchange& exchange)
 }
 
 /// Answers by itself where there is no such session, or the URL is not of its presentation.
-std::shared_ptr<RtspSession> ConnectionSessions::of(Exchange& exchange)
+std::shared_ptr<RtspSession> ConnectionSessions::of(RequestContext& context)
 {
-    auto session = find(exchange);
+    auto session = find(context);
     if (session == nullptr)
     {
-        exchange.answer(rtspSessionNotFound);
+        context.answer(rtspSessionNotFound);
         return nullptr;
     }
-    if (session->presentation() != exchange.url.presentation)
+    if (session->presentation() != context.url.presentation)
     {
-        exchange.answer(rtspNotFound);
+        context.answer(rtspNotFound);
         return nullptr;
     }
     return session;

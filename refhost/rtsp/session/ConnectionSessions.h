@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "refhost/rtsp/session/Exchange.h"
+#include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
 
@@ -21,12 +21,12 @@ public:
 
     /// Finds the session that the request names and notes that it was heard.
     /// \returns null when the request names none, or one that does not exist or is another client's
-    std::shared_ptr<RtspSession> find(const Exchange& exchange);
+    std::shared_ptr<RtspSession> find(const RequestContext& context);
 
-    /// The same for a verb that needs a session of the URL's presentation; answers by itself where there is
+    /// The same for a method that needs a session of the URL's presentation; answers by itself where there is
     /// none.
-    /// \returns null when the exchange is answered
-    std::shared_ptr<RtspSession> of(Exchange& exchange);
+    /// \returns null when the request is answered
+    std::shared_ptr<RtspSession> of(RequestContext& context);
 
     /// Remembers a session, and forgets those that ended.
     void use(const std::shared_ptr<RtspSession>& session);

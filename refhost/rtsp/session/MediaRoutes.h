@@ -35,7 +35,7 @@ public:
         FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo() tells
         bool recorded = false;            ///< has positions and speeds; otherwise live
         bool talkBack = false;            ///< its controllers take the audio that clients send
-        /// Set where the sessions of a stream share what is sent to a group: then the verbs of all of them
+        /// Set where the sessions of a stream share what is sent to a group: then the methods of all of them
         /// follow one another, because their controllers change what they share in several steps.
         std::shared_ptr<std::mutex> together;
 

@@ -20,7 +20,7 @@ constexpr double nanoseconds = 1e9;
 constexpr std::int64_t nsPerMicrosecond = 1000;
 constexpr std::int64_t ntpEpoch = -2'208'988'800'000'000;  // 1900 in microseconds since 1970
 
-int kindOf(const PlayOrder& order)
+int kindOf(const PlayRequest& order)
 {
     if (!order.replay)
     {
@@ -36,7 +36,7 @@ int kindOf(const PlayOrder& order)
 
 /// Where the client sets the pace, only the direction counts (ONVIF Streaming, "Scale header
 /// field").
-PlaySpeed speedOf(const PlayOrder& order)
+PlaySpeed speedOf(const PlayRequest& order)
 {
     const double scale = order.scale.value_or(1);
     const bool direction = order.replay && order.noRateControl;
@@ -50,7 +50,8 @@ RecordedPlay::RecordedPlay(std::string sessionId, const SafePointer<IRTSPControl
 {
 }
 
-RtspStatus RecordedPlay::prepare(const PlayOrder& order, bool playing, const std::vector<std::string>& tracks)
+RtspStatus RecordedPlay::prepare(const PlayRequest& order, bool playing,
+                                 const std::vector<std::string>& tracks)
 {
     if (!order.range && !order.scale && !order.speed && playing)
     {

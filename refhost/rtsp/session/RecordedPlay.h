@@ -7,7 +7,7 @@
 
 #include "live/IRTSPController.h"
 #include "refhost/playback/PlaySpeed.h"
-#include "refhost/rtsp/message/PlayOrder.h"
+#include "refhost/rtsp/message/PlayRequest.h"
 #include "refhost/rtsp/message/RangeHeader.h"
 #include "refhost/rtsp/message/RtspStatus.h"
 #include "support/SafePointer.h"
@@ -45,7 +45,7 @@ public:
     /// is the recording's end and an open end its begin. \param playing  every one of the tracks plays
     /// already \returns 200; 457 for a range without any part of the recording; otherwise what the
     ///          controller's code means. Nothing changes with 457.
-    RtspStatus prepare(const PlayOrder& order, bool playing, const std::vector<std::string>& tracks);
+    RtspStatus prepare(const PlayRequest& order, bool playing, const std::vector<std::string>& tracks);
 
     /// What the controller plays since the last play() of every track.
     Outcome outcome(RangeHeader::Unit unit, const std::vector<std::string>& tracks);

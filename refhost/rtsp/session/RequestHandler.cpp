@@ -72,21 +72,21 @@ RequestHandler::RequestHandler(RtspServices& services, ClientConnection& connect
     : services_(services),
       connection_(connection),
       sessions_(services, connection),
-      verbs_(services, connection, sessions_),
+      methods_(services, connection, sessions_),
       playing_(services, connection, sessions_)
 {
 }
 
 RequestHandler::Result RequestHandler::handle(const RtspRequest& request, ResponseWriter& out, bool lastTry)
 {
-    Exchange exchange(request, out, connection_);
+    RequestContext context(request, out, connection_);
     const std::function<std::string()> about = [&]
     { return fmt::format("{}: {} of {}", connection_.peer().text(), request.method, request.uri); };
-    const LibraryOutput::Context context(about);
+    const LibraryOutput::Context lineContext(about);
     try
     {
-        const Result result = dispatch(exchange, lastTry);
-        if (exchange.answered() && exchange.status() == rtspNotFound)
+        const Result result = dispatch(context, lastTry);
+        if (context.answered() && context.status() == rtspNotFound)
         {
             Log::limited(Log::Level::info, "requests for what does not exist", "{}: {} of {}: not found",
                          connection_.peer().text(), Log::safe(request.method, 20), Log::safe(request.uri));
@@ -98,95 +98,95 @@ RequestHandler::Result RequestHandler::handle(const RtspRequest& request, Respon
         Log::error("{}: {} of {} failed: {}", connection_.peer().text(), Log::safe(request.method, 20),
                    Log::safe(request.uri), error.what());
     }
-    if (!exchange.answered())
+    if (!context.answered())
     {
-        exchange.answer(rtspInternalError);
+        context.answer(rtspInternalError);
     }
     return Result::answered;
 }
 
-RequestHandler::Result RequestHandler::dispatch(Exchange& exchange, bool lastTry)
+RequestHandler::Result RequestHandler::dispatch(RequestContext& context, bool lastTry)
 {
     const std::optional<std::string> admitted = std::exchange(admitted_, std::nullopt);
-    if (!accept(exchange, admitted))
+    if (!accept(context, admitted))
     {
-        return exchange.keepsConnection ? Result::answered : Result::answeredLast;
+        return context.keepsConnection ? Result::answered : Result::answeredLast;
     }
-    VerbResult result = VerbResult::answered;
-    switch (methodOf(exchange.request.method))
+    MethodResult result = MethodResult::answered;
+    switch (methodOf(context.request.method))
     {
         case Method::options:
-            options(exchange);
+            options(context);
             break;
         case Method::describe:
-            result = verbs_.describe(exchange, lastTry);
+            result = methods_.describe(context, lastTry);
             break;
         case Method::setup:
-            result = verbs_.setup(exchange, lastTry);
+            result = methods_.setup(context, lastTry);
             break;
         case Method::play:
-            result = playing_.play(exchange, {admitted.has_value(), lastTry});
+            result = playing_.play(context, {admitted.has_value(), lastTry});
             break;
         case Method::pause:
-            playing_.pause(exchange);
+            playing_.pause(context);
             break;
         case Method::teardown:
-            verbs_.teardown(exchange);
+            methods_.teardown(context);
             break;
         case Method::parameters:
-            parameters(exchange);
+            parameters(context);
             break;
         default:
-            methodNotAllowed(exchange);
+            methodNotAllowed(context);
             break;
     }
-    if (result == VerbResult::notReady)
+    if (result == MethodResult::notReady)
     {
-        admitted_ = exchange.user;
+        admitted_ = context.user;
         return Result::notReady;
     }
-    return exchange.keepsConnection ? Result::answered : Result::answeredLast;
+    return context.keepsConnection ? Result::answered : Result::answeredLast;
 }
 
 /// Checks what every request must fulfil, and answers one that does not.
-bool RequestHandler::accept(Exchange& exchange, const std::optional<std::string>& admitted)
+bool RequestHandler::accept(RequestContext& context, const std::optional<std::string>& admitted)
 {
-    const RtspRequest& request = exchange.request;
-    exchange.keepsConnection = !equalsIgnoringCase(request.value("Connection"), "close");
+    const RtspRequest& request = context.request;
+    context.keepsConnection = !equalsIgnoringCase(request.value("Connection"), "close");
     const std::string_view cseq = request.value("CSeq");
     constexpr std::uint64_t largestCseq = 0xffffffff;
     if (!parseDecimal<std::uint64_t>(cseq, largestCseq))
     {
-        exchange.answer(rtspBadRequest);
+        context.answer(rtspBadRequest);
         return false;
     }
-    exchange.cseq = cseq;
+    context.cseq = cseq;
     const Method method = methodOf(request.method);
     if (method == Method::unknown)
     {
-        ResponseWriter& out = exchange.begin(rtspNotImplemented);
+        ResponseWriter& out = context.begin(rtspNotImplemented);
         out.header("Public", allowedMethods);
-        exchange.send();
+        context.send();
         return false;
     }
     auto url = RtspUrl::parse(request.uri);
     if (!url || (url->server && !allowsServerUrl(method)))
     {
-        exchange.answer(rtspBadRequest);
+        context.answer(rtspBadRequest);
         return false;
     }
-    exchange.url = std::move(*url);
-    exchange.require = RequireHeader::of(request);
-    const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
-    if (exchange.require.replay && route != nullptr && !route->recorded)
+    context.url = std::move(*url);
+    context.require = RequireHeader::of(request);
+    const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
+    if (context.require.replay && route != nullptr && !route->recorded)
     {
-        exchange.require.refuseReplay();
+        context.require.refuseReplay();
     }
-    if (!exchange.require.unsupported.empty())
+    if (!context.require.unsupported.empty())
     {
-        ResponseWriter& out = exchange.begin(rtspOptionNotSupported);
-        out.header("Unsupported", exchange.require.unsupported);
-        exchange.send();
+        ResponseWriter& out = context.begin(rtspOptionNotSupported);
+        out.header("Unsupported", context.require.unsupported);
+        context.send();
         return false;
     }
     // Everybody may ask what the server can do; clients probe with it before they know that they must log in.
@@ -197,20 +197,20 @@ bool RequestHandler::accept(Exchange& exchange, const std::optional<std::string>
     // A request that had to wait comes in again with credentials that were good once and are used up by now.
     if (admitted)
     {
-        exchange.user = *admitted;
+        context.user = *admitted;
         return true;
     }
-    return authorize(exchange);
+    return authorize(context);
 }
 
-bool RequestHandler::authorize(Exchange& exchange)
+bool RequestHandler::authorize(RequestContext& context)
 {
-    const RtspRequest& request = exchange.request;
+    const RtspRequest& request = context.request;
     const Authenticator::Decision decision =
         services_.authenticator.check(request.method, request.uri, request.value("Authorization"), client());
     if (decision.verdict == Authenticator::Verdict::granted)
     {
-        exchange.user = decision.user;
+        context.user = decision.user;
         loggedIn_ = loggedIn_ || services_.authenticator.enabled();
         return true;
     }
@@ -219,9 +219,9 @@ bool RequestHandler::authorize(Exchange& exchange)
         Log::limited(Log::Level::info, "requests with wrong credentials", "{}: wrong credentials for {}",
                      connection_.peer().text(), Log::safe(request.uri));
     }
-    ResponseWriter& out = exchange.begin(rtspUnauthorized);
+    ResponseWriter& out = context.begin(rtspUnauthorized);
     services_.authenticator.challenge(out, decision.verdict == Authenticator::Verdict::stale, client());
-    exchange.send();
+    context.send();
     return false;
 }
 
@@ -230,64 +230,64 @@ Authenticator::Client RequestHandler::client() const
     return {connection_.peer().key(), connection_.serial()};
 }
 
-void RequestHandler::options(Exchange& exchange)
+void RequestHandler::options(RequestContext& context)
 {
-    const auto session = sessions_.find(exchange);
-    if (session == nullptr && exchange.request.find("Session") != nullptr)
+    const auto session = sessions_.find(context);
+    if (session == nullptr && context.request.find("Session") != nullptr)
     {
-        exchange.answer(rtspSessionNotFound);
+        context.answer(rtspSessionNotFound);
         return;
     }
-    ResponseWriter& out = exchange.begin(rtspOk);
+    ResponseWriter& out = context.begin(rtspOk);
     out.header("Public", allowedMethods);
     if (session != nullptr)
     {
         sessions_.addHeader(out, *session);
     }
-    exchange.send();
+    context.send();
 }
 
 /// Without a body it keeps the session alive; there is no parameter that a body could ask for.
-void RequestHandler::parameters(Exchange& exchange)
+void RequestHandler::parameters(RequestContext& context)
 {
-    const RtspRequest& request = exchange.request;
-    const auto session = sessions_.find(exchange);
+    const RtspRequest& request = context.request;
+    const auto session = sessions_.find(context);
     if (session == nullptr && request.find("Session") != nullptr)
     {
-        exchange.answer(rtspSessionNotFound);
+        context.answer(rtspSessionNotFound);
         return;
     }
     if (RtspText::trim(request.body).empty())
     {
-        ResponseWriter& out = exchange.begin(rtspOk);
+        ResponseWriter& out = context.begin(rtspOk);
         if (session != nullptr)
         {
             sessions_.addHeader(out, *session);
         }
-        exchange.send();
+        context.send();
         return;
     }
     std::string_view type = request.value("Content-Type");
     type = RtspText::cut(type, ';');
     const bool understood = type.empty() || equalsIgnoringCase(type, "text/parameters");
-    exchange.answer(understood ? rtspParameterNotUnderstood : rtspUnsupportedMediaType);
+    context.answer(understood ? rtspParameterNotUnderstood : rtspUnsupportedMediaType);
 }
 
-void RequestHandler::methodNotAllowed(Exchange& exchange)
+void RequestHandler::methodNotAllowed(RequestContext& context)
 {
-    ResponseWriter& out = exchange.begin(rtspMethodNotAllowed);
+    ResponseWriter& out = context.begin(rtspMethodNotAllowed);
     out.header("Allow", allowedMethods);
-    exchange.send();
+    context.send();
 }
 
 RequestHandler::Result RequestHandler::reject(const RtspRequest& request,
                                               const RequestReader::Problem& problem, ResponseWriter& out)
 {
-    Exchange exchange(request, out, connection_);
-    exchange.keepsConnection = !problem.fatal;
+    RequestContext context(request, out, connection_);
+    context.keepsConnection = !problem.fatal;
     const std::string_view cseq = request.value("CSeq");
-    exchange.cseq = parseDecimal<std::uint64_t>(cseq, 0xffffffff) ? cseq : std::string_view();
-    exchange.answer(problem.status);
+    context.cseq = parseDecimal<std::uint64_t>(cseq, 0xffffffff) ? cseq : std::string_view();
+    context.answer(problem.status);
     return problem.fatal ? Result::answeredLast : Result::answered;
 }
 
@@ -300,7 +300,7 @@ void RequestHandler::received(const RequestReader::Frame& frame)
 {
     try
     {
-        verbs_.received(frame.channel, frame.data, frame.size);
+        methods_.received(frame.channel, frame.data, frame.size);
     }
     catch (const std::exception& error)
     {

@@ -7,16 +7,16 @@
 
 #include "refhost/rtsp/message/RequestReader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
-#include "refhost/rtsp/session/Exchange.h"
-#include "refhost/rtsp/session/PlayVerbs.h"
+#include "refhost/rtsp/session/PlayMethods.h"
+#include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RtspServices.h"
-#include "refhost/rtsp/session/SessionVerbs.h"
+#include "refhost/rtsp/session/SessionMethods.h"
 
 namespace refhost
 {
 
 /// Handles the requests of one connection, one after the other: checks what holds for every request, then
-/// the verb. Every request gets exactly one response, through the ClientConnection; whatever goes wrong inside is a
+/// the method. Every request gets exactly one response, through the ClientConnection; whatever goes wrong inside is a
 /// 500 and one line in the log.
 ///
 /// Knows nothing of sockets. Threads: the connection's; `services` and `connection` outlive it.
@@ -58,18 +58,18 @@ public:
     void connectionEnded();
 
 private:
-    Result dispatch(Exchange& exchange, bool lastTry);
-    bool accept(Exchange& exchange, const std::optional<std::string>& admitted);
-    bool authorize(Exchange& exchange);
-    void options(Exchange& exchange);
-    void parameters(Exchange& exchange);
-    void methodNotAllowed(Exchange& exchange);
+    Result dispatch(RequestContext& context, bool lastTry);
+    bool accept(RequestContext& context, const std::optional<std::string>& admitted);
+    bool authorize(RequestContext& context);
+    void options(RequestContext& context);
+    void parameters(RequestContext& context);
+    void methodNotAllowed(RequestContext& context);
 
     RtspServices& services_;
     ClientConnection& connection_;
     ConnectionSessions sessions_;
-    SessionVerbs verbs_;
-    PlayVerbs playing_;
+    SessionMethods methods_;
+    PlayMethods playing_;
     Authenticator::Client client() const;
 
     /// Who asks in the next request, where it is one that was let in before and had to wait.

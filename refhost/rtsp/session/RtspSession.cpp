@@ -149,7 +149,7 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     return rtspOk;
 }
 
-RtspStatus RtspSession::play(std::string_view trackId, const PlayOrder& order, Attempt attempt,
+RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order, Attempt attempt,
                              const AnswerPlay& answer, bool& notReady)
 {
     TransportHold hold;
@@ -259,7 +259,7 @@ void RtspSession::takeBack(const std::vector<Track*>& tracks)
     }
 }
 
-RtspSession::Played RtspSession::played(const std::vector<Track*>& tracks, const PlayOrder& order)
+RtspSession::Played RtspSession::played(const std::vector<Track*>& tracks, const PlayRequest& order)
 {
     Played out;
     out.tracks.reserve(tracks.size());

@@ -13,7 +13,7 @@
 #include "hostapi/description/RTPPacketInfo.h"
 #include "live/IRTSPController.h"
 #include "refhost/rtp/RtpTransport.h"
-#include "refhost/rtsp/message/PlayOrder.h"
+#include "refhost/rtsp/message/PlayRequest.h"
 #include "refhost/rtsp/message/RtspStatus.h"
 #include "refhost/rtsp/session/ClientPresence.h"
 #include "refhost/rtsp/session/InterleavedChannels.h"
@@ -32,7 +32,7 @@ namespace refhost
 /// Made by SessionTable, which finds it by its id; ends once, by end(). Every track that was set up is
 /// stopped exactly once, however the session ends.
 ///
-/// Threads: any; a lock serialises the verbs, as controllers want it, and is held across the controller's
+/// Threads: any; a lock serialises the methods, as controllers want it, and is held across the controller's
 /// operations. It is the session's own, or the one of all sessions of a multicast route. Operations on an
 /// ended session answer 454.
 class RtspSession
@@ -109,7 +109,7 @@ public:
     /// \returns 200 after `answer` or with `notReady`; 404 or 455 for a track that is not set up; 457 for a
     ///          range that the recording has no part of; otherwise what the controller's code means, with the
     ///          tracks paused again that this request had started
-    RtspStatus play(std::string_view trackId, const PlayOrder& order, Attempt attempt,
+    RtspStatus play(std::string_view trackId, const PlayRequest& order, Attempt attempt,
                     const AnswerPlay& answer, bool& notReady);
 
     /// Pauses at once.
@@ -160,7 +160,7 @@ private:
     bool isBackChannel(Track& track);
     bool isOver(Track& track, int code, const std::vector<Track*>& asked);
     void takeBack(const std::vector<Track*>& tracks);
-    Played played(const std::vector<Track*>& tracks, const PlayOrder& order);
+    Played played(const std::vector<Track*>& tracks, const PlayRequest& order);
     static std::vector<std::string> idsOf(const std::vector<Track*>& tracks);
     RtspStatus select(std::string_view trackId, std::vector<Track*>& out);
     void stopTrack(Track& track);

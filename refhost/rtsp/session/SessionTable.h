@@ -7,7 +7,7 @@
 #include <unordered_map>
 
 #include "refhost/config/Config.h"
-#include "refhost/rtsp/session/AddressQuota.h"
+#include "refhost/rtsp/session/AddressLimiter.h"
 #include "refhost/rtsp/session/RtspSession.h"
 
 namespace refhost
@@ -45,7 +45,7 @@ public:
 private:
     const std::int64_t sessionTimeoutMs_;
     const std::int64_t orphanTimeoutMs_;
-    AddressQuota quota_;
+    AddressLimiter quota_;
     mutable std::mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>>
         sessions_;  // by the number that the id shows

@@ -37,7 +37,7 @@ protected:
     PlaybackScheduler threaded{HostClock::system()};
 };
 
-TEST_F(PlaybackThreads, VerbsRaceWithTheWorkers)
+TEST_F(PlaybackThreads, MethodsRaceWithTheWorkers)
 {
     threaded.start(2);
     session = makeThreaded();

@@ -205,7 +205,7 @@ protected:
 
     RtspServices services_{withTimeout(config), routes, time.clock()};
     ConnectionSlots slots_{8, 8};
-    AddressQuota refused_{8, 8};
+    AddressLimiter refused_{8, 8};
     std::unique_ptr<ConnectionLoop> other_ =
         std::make_unique<ConnectionLoop>("other", services_, refused_, 5);
     std::unique_ptr<ConnectionLoop> loop_ = std::make_unique<ConnectionLoop>("loop", services_, refused_, 5);

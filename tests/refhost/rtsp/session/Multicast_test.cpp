@@ -90,9 +90,9 @@ protected:
         return viewer.client.request("PLAY", url(mainPath), session(viewer.session));
     }
 
-    int ask(Viewer& viewer, const char* verb)
+    int ask(Viewer& viewer, const char* method)
     {
-        return viewer.client.request(verb, url(mainPath), session(viewer.session)).status;
+        return viewer.client.request(method, url(mainPath), session(viewer.session)).status;
     }
 
     /// The group that SETUP told.
@@ -446,7 +446,7 @@ TEST_F(MulticastTest, ViewersOfAllThreadsComeAndGoAtOnce)
     {
         thread.join();
     }
-    // What waited for another thread's verb travels with the frames that follow.
+    // What waited for another thread's method travels with the frames that follow.
     for (int i = 0; i < sent; ++i)
     {
         frame(false, 1);

@@ -24,7 +24,7 @@ class RecordedPlayTest : public testing::Test
 protected:
     ~RecordedPlayTest() noexcept override {}
 
-    RtspStatus play(const PlayOrder& order, bool playing = false)
+    RtspStatus play(const PlayRequest& order, bool playing = false)
     {
         script_->calls.clear();
         return play_.prepare(order, playing, tracks_);
@@ -32,15 +32,15 @@ protected:
 
     RtspStatus playRange(const std::string& range)
     {
-        PlayOrder order;
+        PlayRequest order;
         order.range.emplace();
         EXPECT_EQ(RangeHeader::parse(range, *order.range), rtspOk) << range;
         return play(order);
     }
 
-    static PlayOrder rates(std::optional<double> scale, std::optional<double> speed)
+    static PlayRequest rates(std::optional<double> scale, std::optional<double> speed)
     {
-        PlayOrder order;
+        PlayRequest order;
         order.scale = scale;
         order.speed = speed;
         return order;
@@ -163,7 +163,7 @@ TEST_F(RecordedPlayTest, ScaleAndSpeedAreSetForEveryTrackAndToldAsTheyAre)
 TEST_F(RecordedPlayTest, BackwardsTheBeginIsTheLaterEnd)
 {
     tracks_.pop_back();
-    PlayOrder order = rates(-1, {});
+    PlayRequest order = rates(-1, {});
     for (const auto& [range, call] :
          {std::pair{"npt=30-10", "setPlayRange trackID=0 30 10 0 1"},
           {"npt=10-30", "setPlayRange trackID=0 30 10 0 1"},
@@ -190,7 +190,7 @@ TEST_F(RecordedPlayTest, BackwardsTheBeginIsTheLaterEnd)
 TEST_F(RecordedPlayTest, WithoutRateControlScaleIsADirection)
 {
     tracks_.pop_back();
-    PlayOrder order = rates(-8, {});
+    PlayRequest order = rates(-8, {});
     order.replay = order.noRateControl = true;
     EXPECT_EQ(play(order), rtspOk);
     EXPECT_EQ(script_->calls.front(), "setSpeed trackID=0 -1 1");
@@ -236,7 +236,7 @@ TEST_F(RecordedPlayTest, APlayWithoutScaleIsOfNormalSpeedAgain)
 TEST_F(RecordedPlayTest, ReplayIsAKindOfRangeThatCarriesTheRequestsNumber)
 {
     tracks_.pop_back();
-    PlayOrder order;
+    PlayRequest order;
     order.replay = true;
     order.sequence = 0xAB;
     EXPECT_EQ(play(order), rtspOk);
@@ -252,7 +252,7 @@ TEST_F(RecordedPlayTest, ReplayIsAKindOfRangeThatCarriesTheRequestsNumber)
 TEST_F(RecordedPlayTest, LeastDistanceOfKeyFramesIsNeverShortened)
 {
     tracks_.pop_back();
-    PlayOrder order;
+    PlayRequest order;
     order.replay = true;
     order.keyFramesOnly = true;
     for (const auto& [ms, tens] : {std::pair{4000, 400}, {4001, 401}, {1, 1}, {1'000'000'000, 0x7fff}})
@@ -266,7 +266,7 @@ TEST_F(RecordedPlayTest, LeastDistanceOfKeyFramesIsNeverShortened)
 
 TEST_F(RecordedPlayTest, WithoutReplayTheOtherKindsDoNotCount)
 {
-    PlayOrder order;
+    PlayRequest order;
     order.noRateControl = true;
     order.keyFramesOnly = true;
     order.sequence = 9;

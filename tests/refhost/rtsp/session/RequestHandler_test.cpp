@@ -32,14 +32,15 @@ protected:
     std::unique_ptr<TestClient> client_;
 };
 
-TEST_F(RequestHandlerTest, OptionsListsTheVerbsForServerAndPresentation)
+TEST_F(RequestHandlerTest, OptionsListsTheMethodsForServerAndPresentation)
 {
-    const std::string verbs = "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN, GET_PARAMETER, SET_PARAMETER";
+    const std::string methods =
+        "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN, GET_PARAMETER, SET_PARAMETER";
     for (const std::string& target : {std::string("*"), url(), url("nobody/knows")})
     {
         const Received response = client_->request("OPTIONS", target);
         EXPECT_EQ(response.status, 200);
-        EXPECT_EQ(response.header("Public"), verbs);
+        EXPECT_EQ(response.header("Public"), methods);
         EXPECT_EQ(response.header("Server"), "ovrtspd");
         EXPECT_NE(response.header("Date"), "");
     }

@@ -60,7 +60,7 @@ protected:
     {
         bool notReady = false;
         const RtspStatus status = session_->play(
-            trackId, PlayOrder(), {}, [this](const auto& played) { answered(played); }, notReady);
+            trackId, PlayRequest(), {}, [this](const auto& played) { answered(played); }, notReady);
         EXPECT_FALSE(notReady);
         return status;
     }
@@ -332,7 +332,7 @@ protected:
     {
         notReady_ = false;
         return session_->play(
-            "", PlayOrder(), which, [this](const auto& played) { answered(played); }, notReady_);
+            "", PlayRequest(), which, [this](const auto& played) { answered(played); }, notReady_);
     }
 
     std::size_t held() const

@@ -17,7 +17,7 @@ namespace test
 namespace
 {
 
-/// How many verbs are under way in all controllers.
+/// How many methods are under way in all controllers.
 struct Crowd
 {
     void visit()
@@ -108,7 +108,7 @@ protected:
     {
         bool notReady = false;
         return session.play(
-            "", PlayOrder(), {}, [](const auto&) {}, notReady);
+            "", PlayRequest(), {}, [](const auto&) {}, notReady);
     }
 
     LimitsConfig limits;
@@ -120,7 +120,7 @@ protected:
     SafePointer<FakeTransport> shared{new FakeTransport(wire)};
 };
 
-TEST_F(SharedSessionsTest, VerbsOfAllSessionsOfTheRouteFollowOneAnother)
+TEST_F(SharedSessionsTest, MethodsOfAllSessionsOfTheRouteFollowOneAnother)
 {
     route.together = std::make_shared<std::mutex>();
     std::vector<std::thread> threads;
@@ -154,7 +154,7 @@ TEST_F(SharedSessionsTest, TheSharedWayIsNeitherHeldNorClosed)
     bool notReady = false;
     SendStatus during = SendStatus::closed;
     EXPECT_EQ(rtspOk, session->play(
-                          "", PlayOrder(), {}, [&](const auto&) { during = shared->state(); }, notReady));
+                          "", PlayRequest(), {}, [&](const auto&) { during = shared->state(); }, notReady));
     EXPECT_EQ(SendStatus::sent, during);
     table.end(session);
     EXPECT_EQ(SendStatus::sent, shared->state());

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/auth/NonceBook.h"
+#include "refhost/rtsp/auth/NonceStore.h"
 
 #include <gtest/gtest.h>
 
@@ -11,18 +11,18 @@ namespace refhost
 namespace
 {
 
-constexpr NonceBook::Client here{{1}, 7};
-constexpr NonceBook::Client hereAgain{{1}, 8};  // the same address, another connection
-constexpr NonceBook::Client elsewhere{{2}, 7};
+constexpr NonceStore::Client here{{1}, 7};
+constexpr NonceStore::Client hereAgain{{1}, 8};  // the same address, another connection
+constexpr NonceStore::Client elsewhere{{2}, 7};
 
-class NonceBookTest : public testing::Test
+class NonceStoreTest : public testing::Test
 {
 protected:
     SteppedClock time_;
-    NonceBook book_{time_.clock()};
+    NonceStore book_{time_.clock()};
 };
 
-TEST_F(NonceBookTest, TakesEveryCountOnce)
+TEST_F(NonceStoreTest, TakesEveryCountOnce)
 {
     const std::string nonce = book_.issue(here);
     EXPECT_TRUE(book_.use(nonce, 1, here));
@@ -32,7 +32,7 @@ TEST_F(NonceBookTest, TakesEveryCountOnce)
     EXPECT_FALSE(book_.use(nonce, 1, here));
 }
 
-TEST_F(NonceBookTest, TakesCountsOutOfOrderWithinItsWindow)
+TEST_F(NonceStoreTest, TakesCountsOutOfOrderWithinItsWindow)
 {
     const std::string nonce = book_.issue(here);
     EXPECT_TRUE(book_.use(nonce, 100, here));
@@ -44,7 +44,7 @@ TEST_F(NonceBookTest, TakesCountsOutOfOrderWithinItsWindow)
     EXPECT_FALSE(book_.use(nonce, 100, here));
 }
 
-TEST_F(NonceBookTest, IsGoodFromItsAddressAlone)
+TEST_F(NonceStoreTest, IsGoodFromItsAddressAlone)
 {
     const std::string nonce = book_.issue(here);
     for (const std::uint64_t count : {0u, 1u})
@@ -55,37 +55,37 @@ TEST_F(NonceBookTest, IsGoodFromItsAddressAlone)
     EXPECT_TRUE(book_.use(nonce, 1, hereAgain)) << "a client that counts may connect again";
 }
 
-TEST_F(NonceBookTest, TakesAnswersWithoutCountForAMinuteFromItsAddress)
+TEST_F(NonceStoreTest, TakesAnswersWithoutCountForAMinuteFromItsAddress)
 {
     const std::string nonce = book_.issue(here);
     EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
     EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
-    time_.advance(NonceBook::uncountedMs - 10000);
+    time_.advance(NonceStore::uncountedMs - 10000);
     EXPECT_TRUE(book_.use(nonce, 0, hereAgain));
     time_.advance(10000);
     EXPECT_FALSE(book_.use(nonce, 0, hereAgain));
     EXPECT_EQ(book_.remembered(), 0u) << "there is nothing to remember";
 }
 
-TEST_F(NonceBookTest, TakesAnswersWithoutCountOnItsConnectionAsLongAsThatLasts)
+TEST_F(NonceStoreTest, TakesAnswersWithoutCountOnItsConnectionAsLongAsThatLasts)
 {
     const std::string nonce = book_.issue(here);
-    time_.advance(10 * NonceBook::lifetimeMs);
+    time_.advance(10 * NonceStore::lifetimeMs);
     EXPECT_TRUE(book_.use(nonce, 0, here));
     EXPECT_FALSE(book_.use(nonce, 1, here)) << "a client that counts asks for another one";
 }
 
-TEST_F(NonceBookTest, ANonceExpires)
+TEST_F(NonceStoreTest, ANonceExpires)
 {
     const std::string nonce = book_.issue(here);
-    time_.advance(NonceBook::lifetimeMs);
+    time_.advance(NonceStore::lifetimeMs);
     EXPECT_FALSE(book_.use(nonce, 1, here));
 }
 
-TEST_F(NonceBookTest, RefusesNoncesThatItDidNotIssue)
+TEST_F(NonceStoreTest, RefusesNoncesThatItDidNotIssue)
 {
     const std::string nonce = book_.issue(hereAgain);
-    time_.advance(NonceBook::uncountedMs);
+    time_.advance(NonceStore::uncountedMs);
     for (std::size_t i = 0; i < nonce.size(); ++i)
     {
         std::string changed = nonce;
@@ -94,11 +94,11 @@ TEST_F(NonceBookTest, RefusesNoncesThatItDidNotIssue)
         EXPECT_FALSE(book_.use(changed, i < 64 ? 1 : 0, hereAgain)) << "digit " << i;
         EXPECT_FALSE(book_.use(nonce.substr(0, i), 1, here));
     }
-    EXPECT_FALSE(NonceBook(time_.clock()).use(nonce, 1, here));
+    EXPECT_FALSE(NonceStore(time_.clock()).use(nonce, 1, here));
     EXPECT_TRUE(book_.use(nonce, 1, here));
 }
 
-TEST_F(NonceBookTest, IssuingCostsNoMemory)
+TEST_F(NonceStoreTest, IssuingCostsNoMemory)
 {
     for (int i = 0; i < 100; ++i)
     {
@@ -107,16 +107,16 @@ TEST_F(NonceBookTest, IssuingCostsNoMemory)
     EXPECT_EQ(book_.remembered(), 0u);
 }
 
-TEST_F(NonceBookTest, RemembersABoundedNumberAndExpiresWhatItForgot)
+TEST_F(NonceStoreTest, RemembersABoundedNumberAndExpiresWhatItForgot)
 {
     std::vector<std::string> nonces;
-    for (std::size_t i = 0; i <= NonceBook::rememberedMost; ++i)
+    for (std::size_t i = 0; i <= NonceStore::rememberedMost; ++i)
     {
         nonces.push_back(book_.issue(here));
         time_.advance(1);
         ASSERT_TRUE(book_.use(nonces.back(), 1, here));
     }
-    EXPECT_EQ(book_.remembered(), NonceBook::rememberedMost);
+    EXPECT_EQ(book_.remembered(), NonceStore::rememberedMost);
     EXPECT_FALSE(book_.use(nonces.front(), 1, here)) << "a forgotten nonce must not be usable anew";
     EXPECT_TRUE(book_.use(nonces.back(), 2, here));
 }

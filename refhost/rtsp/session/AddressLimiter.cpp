@@ -1,14 +1,14 @@
-#include "refhost/rtsp/session/AddressQuota.h"
+#include "refhost/rtsp/session/AddressLimiter.h"
 
 namespace refhost
 {
 
-AddressQuota::AddressQuota(int limit, int limitPerAddress)
+AddressLimiter::AddressLimiter(int limit, int limitPerAddress)
     : limit_(static_cast<std::size_t>(limit)), limitPerAddress_(limitPerAddress)
 {
 }
 
-bool AddressQuota::take(const SocketAddress::Key& address)
+bool AddressLimiter::take(const SocketAddress::Key& address)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (count_ >= limit_)
@@ -30,7 +30,7 @@ bool AddressQuota::take(const SocketAddress::Key& address)
     return true;
 }
 
-void AddressQuota::giveBack(const SocketAddress::Key& address)
+void AddressLimiter::giveBack(const SocketAddress::Key& address)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     const auto found = byAddress_.find(SocketAddress::networkOf(address));
@@ -45,7 +45,7 @@ void AddressQuota::giveBack(const SocketAddress::Key& address)
     }
 }
 
-std::size_t AddressQuota::count() const
+std::size_t AddressLimiter::count() const
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     return count_;

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/message/PlayOrder.h"
+#include "refhost/rtsp/message/PlayRequest.h"
 
 #include <gtest/gtest.h>
 
@@ -10,16 +10,16 @@ namespace refhost
 namespace
 {
 
-RtspStatus parse(std::initializer_list<RtspRequest::Header> headers, bool replay, PlayOrder& out)
+RtspStatus parse(std::initializer_list<RtspRequest::Header> headers, bool replay, PlayRequest& out)
 {
     RtspRequest request;
     request.headers = headers;
-    return PlayOrder::parse(request, replay, out);
+    return PlayRequest::parse(request, replay, out);
 }
 
-TEST(PlayOrder, RequestWithoutHeadersOrdersNothing)
+TEST(PlayRequest, RequestWithoutHeadersOrdersNothing)
 {
-    PlayOrder order;
+    PlayRequest order;
     EXPECT_EQ(parse({{"CSeq", "300"}}, false, order), rtspOk);
     EXPECT_FALSE(order.range);
     EXPECT_FALSE(order.scale);
@@ -27,9 +27,9 @@ TEST(PlayOrder, RequestWithoutHeadersOrdersNothing)
     EXPECT_FALSE(order.replay);
 }
 
-TEST(PlayOrder, RangeScaleAndSpeedAreRead)
+TEST(PlayRequest, RangeScaleAndSpeedAreRead)
 {
-    PlayOrder order;
+    PlayRequest order;
     EXPECT_EQ(parse({{"range", "npt=5-"}, {"Scale", "-2.5"}, {"Speed", "0.25"}}, false, order), rtspOk);
     EXPECT_EQ(order.range->begin, 5000000);
     EXPECT_EQ(order.scale, -2.5);
@@ -39,31 +39,31 @@ TEST(PlayOrder, RangeScaleAndSpeedAreRead)
     EXPECT_FALSE(order.range) << "an order is of one request alone";
 }
 
-TEST(PlayOrder, ABadRangeIsAnsweredAsSuch)
+TEST(PlayRequest, ABadRangeIsAnsweredAsSuch)
 {
-    PlayOrder order;
+    PlayRequest order;
     EXPECT_EQ(parse({{"Range", "npt=5-3"}}, false, order), rtspInvalidRange);
     EXPECT_EQ(parse({{"Range", "bytes=5-"}}, false, order), rtspNotImplemented);
 }
 
-TEST(PlayOrder, RatesThatAreNoDecimalNumbersAreBadRequests)
+TEST(PlayRequest, RatesThatAreNoDecimalNumbersAreBadRequests)
 {
     for (const char* const rate : {"", "-", "x", "1x", "1e3", "nan", "inf", "+1", "--1", "1.-5", " ", "0x10",
                                    ".5", "99999999999999999999"})
     {
-        PlayOrder order;
+        PlayRequest order;
         order.scale = 7;
         EXPECT_EQ(parse({{"Scale", rate}}, false, order), rtspBadRequest) << rate;
         EXPECT_EQ(parse({{"Speed", rate}}, false, order), rtspBadRequest) << rate;
         EXPECT_EQ(order.scale, 7) << rate;
     }
-    PlayOrder order;
+    PlayRequest order;
     EXPECT_EQ(parse({{"Speed", "-1"}}, false, order), rtspBadRequest) << "packets do not come back";
 }
 
-TEST(PlayOrder, ReplayHeadersCountWhereReplayIsRequired)
+TEST(PlayRequest, ReplayHeadersCountWhereReplayIsRequired)
 {
-    PlayOrder order;
+    PlayRequest order;
     EXPECT_EQ(parse({{"CSeq", "770"}, {"Rate-Control", "no"}, {"Frames", "intra"}, {"Immediate", "yes"}},
                     true, order),
               rtspOk);
@@ -82,18 +82,18 @@ TEST(PlayOrder, ReplayHeadersCountWhereReplayIsRequired)
     EXPECT_FALSE(order.keyFramesOnly);
 }
 
-TEST(PlayOrder, WithoutReplayItsHeadersAreNotEvenLookedAt)
+TEST(PlayRequest, WithoutReplayItsHeadersAreNotEvenLookedAt)
 {
-    PlayOrder order;
+    PlayRequest order;
     EXPECT_EQ(parse({{"Rate-Control", "no"}, {"Frames", "intra"}}, false, order), rtspOk);
     EXPECT_FALSE(order.noRateControl);
     EXPECT_FALSE(order.keyFramesOnly);
     EXPECT_EQ(parse({{"Rate-Control", "?"}, {"Frames", "?"}}, false, order), rtspOk);
 }
 
-TEST(PlayOrder, MalformedReplayHeadersAreBadRequests)
+TEST(PlayRequest, MalformedReplayHeadersAreBadRequests)
 {
-    PlayOrder order;
+    PlayRequest order;
     for (const char* const control : {"", "No", "maybe", "no, yes"})
     {
         EXPECT_EQ(parse({{"Rate-Control", control}}, true, order), rtspBadRequest) << control;
@@ -105,12 +105,12 @@ TEST(PlayOrder, MalformedReplayHeadersAreBadRequests)
     }
 }
 
-TEST(PlayOrder, RatesAreWrittenWithAtLeastOneDecimal)
+TEST(PlayRequest, RatesAreWrittenWithAtLeastOneDecimal)
 {
     std::string out;
     for (const double rate : {1.0, 2.5, 0.25, -4.0, 32.0, 0.0, -0.0001, 1e300})
     {
-        PlayOrder::appendRate(out, rate);
+        PlayRequest::appendRate(out, rate);
         out += ' ';
     }
     EXPECT_EQ(out, "1.0 2.5 0.25 -4.0 32.0 0.0 0.0 1000000000.0 ");

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "refhost/rtsp/session/ConnectionSessions.h"
-#include "refhost/rtsp/session/Exchange.h"
+#include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
 
@@ -13,22 +13,22 @@ namespace refhost
 
 /// PLAY and PAUSE of one connection.
 /// Threads: the connection's; `services`, `connection` and `sessions` outlive it.
-class PlayVerbs
+class PlayMethods
 {
 public:
-    PlayVerbs(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
+    PlayMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
 
     /// \param attempt  which try it is; after the last one the answer is 503 instead of notReady
-    VerbResult play(Exchange& exchange, RtspSession::Attempt attempt);
-    void pause(Exchange& exchange);
+    MethodResult play(RequestContext& context, RtspSession::Attempt attempt);
+    void pause(RequestContext& context);
 
 private:
-    void answerPlay(Exchange& exchange, const RtspSession& session, const PlayOrder& order,
+    void answerPlay(RequestContext& context, const RtspSession& session, const PlayRequest& order,
                     const RtspSession::Played& played);
-    static RtspStatus parse(const Exchange& exchange, RtspSession& session, PlayOrder& order);
-    static RtspStatus pauseRecording(const Exchange& exchange, RtspSession& session);
+    static RtspStatus parse(const RequestContext& context, RtspSession& session, PlayRequest& order);
+    static RtspStatus pauseRecording(const RequestContext& context, RtspSession& session);
     void flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& tracks);
-    static void addRecorded(ResponseWriter& out, const PlayOrder& order,
+    static void addRecorded(ResponseWriter& out, const PlayRequest& order,
                             const RecordedPlay::Outcome& outcome);
     static void addRtpInfo(ResponseWriter& out, std::string_view base,
                            const std::vector<RtspSession::PlayedTrack>& tracks);

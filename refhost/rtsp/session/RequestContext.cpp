@@ -1,4 +1,4 @@
-#include "refhost/rtsp/session/Exchange.h"
+#include "refhost/rtsp/session/RequestContext.h"
 
 namespace refhost
 {
@@ -11,13 +11,13 @@ constexpr std::string_view retryAfterSeconds = "5";
 
 }  // namespace
 
-Exchange::Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter,
-                   ClientConnection& clientConnection)
+RequestContext::RequestContext(const RtspRequest& rtspRequest, ResponseWriter& responseWriter,
+                               ClientConnection& clientConnection)
     : request(rtspRequest), connection(clientConnection), writer_(responseWriter)
 {
 }
 
-ResponseWriter& Exchange::begin(RtspStatus status)
+ResponseWriter& RequestContext::begin(RtspStatus status)
 {
     status_ = status;
     writer_.begin(status, cseq);
@@ -28,37 +28,37 @@ ResponseWriter& Exchange::begin(RtspStatus status)
     return writer_;
 }
 
-void Exchange::send()
+void RequestContext::send()
 {
     addConnectionHeader();
     answered_ = true;
     connection.sendResponse(writer_.finish());
 }
 
-void Exchange::send(std::string_view contentType, std::string_view body)
+void RequestContext::send(std::string_view contentType, std::string_view body)
 {
     addConnectionHeader();
     answered_ = true;
     connection.sendResponse(writer_.finish(contentType, body));
 }
 
-void Exchange::answer(RtspStatus status)
+void RequestContext::answer(RtspStatus status)
 {
     begin(status);
     send();
 }
 
-bool Exchange::answered() const
+bool RequestContext::answered() const
 {
     return answered_;
 }
 
-RtspStatus Exchange::status() const
+RtspStatus RequestContext::status() const
 {
     return status_;
 }
 
-void Exchange::addConnectionHeader()
+void RequestContext::addConnectionHeader()
 {
     if (!keepsConnection)
     {

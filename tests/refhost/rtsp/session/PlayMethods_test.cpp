@@ -1,4 +1,4 @@
-#include "refhost/rtsp/session/PlayVerbs.h"
+#include "refhost/rtsp/session/PlayMethods.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ using test::RecordingScript;
 using test::TestClient;
 
 /// Sessions that play a recording, whose controller is a fake one.
-class PlayVerbsTest : public test::RtspServerFixture
+class PlayMethodsTest : public test::RtspServerFixture
 {
 protected:
     static constexpr const char* recording = "orv/playback/1_1700000000_1700000060";
@@ -75,7 +75,7 @@ protected:
     std::string id_;
 };
 
-TEST_F(PlayVerbsTest, TheAnswerTellsTheRangeThatIsReallyPlayed)
+TEST_F(PlayMethodsTest, TheAnswerTellsTheRangeThatIsReallyPlayed)
 {
     setUp();
     const Received whole = play();
@@ -88,7 +88,7 @@ TEST_F(PlayVerbsTest, TheAnswerTellsTheRangeThatIsReallyPlayed)
               "clock=20231114T221330.000Z-20231114T221420.000Z");
 }
 
-TEST_F(PlayVerbsTest, TheAnswerTellsTheScaleAndSpeedThatAreReallyUsed)
+TEST_F(PlayMethodsTest, TheAnswerTellsTheScaleAndSpeedThatAreReallyUsed)
 {
     setUp();
     const Received both = play("Scale: 2\r\nSpeed: 0.01\r\n");
@@ -99,14 +99,14 @@ TEST_F(PlayVerbsTest, TheAnswerTellsTheScaleAndSpeedThatAreReallyUsed)
     EXPECT_EQ(scale.header("Speed"), "");
 }
 
-TEST_F(PlayVerbsTest, RtpInfoIsTheControllers)
+TEST_F(PlayMethodsTest, RtpInfoIsTheControllers)
 {
     setUp();
     EXPECT_EQ(play().header("RTP-Info"), "url=" + track(url(recording), 0) + ";seq=10;rtptime=90000,url=" +
                                              track(url(recording), 1) + ";seq=20;rtptime=8000");
 }
 
-TEST_F(PlayVerbsTest, PlayWaitsUntilTheRecordingHasFoundItsPlace)
+TEST_F(PlayMethodsTest, PlayWaitsUntilTheRecordingHasFoundItsPlace)
 {
     setUp();
     script_->result("play", hostStreamNotReady);
@@ -125,7 +125,7 @@ TEST_F(PlayVerbsTest, PlayWaitsUntilTheRecordingHasFoundItsPlace)
     EXPECT_EQ(script_->countOf("setSpeed"), 2);
 }
 
-TEST_F(PlayVerbsTest, PlayThatNeverGetsReadyIsAnsweredAfterADeadline)
+TEST_F(PlayMethodsTest, PlayThatNeverGetsReadyIsAnsweredAfterADeadline)
 {
     setUp();
     script_->result("play", hostStreamNotReady);
@@ -140,7 +140,7 @@ TEST_F(PlayVerbsTest, PlayThatNeverGetsReadyIsAnsweredAfterADeadline)
     EXPECT_EQ(play().status, 200) << "the session is as good as before";
 }
 
-TEST_F(PlayVerbsTest, ASessionMayEndWhilePlayWaits)
+TEST_F(PlayMethodsTest, ASessionMayEndWhilePlayWaits)
 {
     setUp();
     script_->result("play", hostStreamNotReady);
@@ -153,7 +153,7 @@ TEST_F(PlayVerbsTest, ASessionMayEndWhilePlayWaits)
     EXPECT_EQ(client_->response().status, 454);
 }
 
-TEST_F(PlayVerbsTest, AClientMayVanishWhilePlayWaits)
+TEST_F(PlayMethodsTest, AClientMayVanishWhilePlayWaits)
 {
     setUp();
     script_->result("play", hostStreamNotReady);
@@ -164,7 +164,7 @@ TEST_F(PlayVerbsTest, AClientMayVanishWhilePlayWaits)
     EXPECT_EQ(script_->countOf("stop"), 2);
 }
 
-TEST_F(PlayVerbsTest, InvalidRangesAreRefusedAndChangeNothing)
+TEST_F(PlayMethodsTest, InvalidRangesAreRefusedAndChangeNothing)
 {
     setUp();
     for (const char* const range : {"npt=60-", "npt=20-10", "clock=20231114T221420Z-", "smpte=0:10:00-",
@@ -179,7 +179,7 @@ TEST_F(PlayVerbsTest, InvalidRangesAreRefusedAndChangeNothing)
     EXPECT_EQ(pause().status, 455);
 }
 
-TEST_F(PlayVerbsTest, ARangeWithoutRecordedMediaIsInvalidTooAndWhatPlaysGoesOn)
+TEST_F(PlayMethodsTest, ARangeWithoutRecordedMediaIsInvalidTooAndWhatPlaysGoesOn)
 {
     setUp();
     EXPECT_EQ(play().status, 200);
@@ -189,7 +189,7 @@ TEST_F(PlayVerbsTest, ARangeWithoutRecordedMediaIsInvalidTooAndWhatPlaysGoesOn)
     EXPECT_EQ(pause().status, 200);
 }
 
-TEST_F(PlayVerbsTest, ASeekThatWaitsForNothingLeavesAloneWhatPlayedBefore)
+TEST_F(PlayMethodsTest, ASeekThatWaitsForNothingLeavesAloneWhatPlayedBefore)
 {
     setUp();
     EXPECT_EQ(client_->request("PLAY", track(url(recording), 0), session(id_)).status, 200);
@@ -203,7 +203,7 @@ TEST_F(PlayVerbsTest, ASeekThatWaitsForNothingLeavesAloneWhatPlayedBefore)
     EXPECT_EQ(script_->countOf("pause trackID=1"), 1) << "it was to be played by this request";
 }
 
-TEST_F(PlayVerbsTest, PlayWithARangeWhilePlayingSeeks)
+TEST_F(PlayMethodsTest, PlayWithARangeWhilePlayingSeeks)
 {
     setUp();
     play();
@@ -213,7 +213,7 @@ TEST_F(PlayVerbsTest, PlayWithARangeWhilePlayingSeeks)
     EXPECT_EQ(script_->countOf("pause"), 0);
 }
 
-TEST_F(PlayVerbsTest, PlayWithoutARangeGoesOnAfterPause)
+TEST_F(PlayMethodsTest, PlayWithoutARangeGoesOnAfterPause)
 {
     setUp();
     play("Range: npt=10-40\r\n");
@@ -224,7 +224,7 @@ TEST_F(PlayVerbsTest, PlayWithoutARangeGoesOnAfterPause)
     EXPECT_EQ(script_->countOf("setPlayRange"), moves);
 }
 
-TEST_F(PlayVerbsTest, PauseAtAnInstantIsSetForEveryTrack)
+TEST_F(PlayMethodsTest, PauseAtAnInstantIsSetForEveryTrack)
 {
     setUp();
     EXPECT_EQ(pause("Range: npt=10-\r\n").status, 455) << "nothing plays";
@@ -239,7 +239,7 @@ TEST_F(PlayVerbsTest, PauseAtAnInstantIsSetForEveryTrack)
     EXPECT_EQ(script_->countOf("pause "), 2);
 }
 
-TEST_F(PlayVerbsTest, ReplayIsOrderedBySetupOrPlay)
+TEST_F(PlayMethodsTest, ReplayIsOrderedBySetupOrPlay)
 {
     setUp("Require: onvif-replay\r\n");
     EXPECT_EQ(play("Rate-Control: no\r\nFrames: intra\r\nImmediate: yes\r\nCSeq: 1\r\n").status, 200);
@@ -268,14 +268,14 @@ TEST_F(PlayVerbsTest, ReplayIsOrderedBySetupOrPlay)
     EXPECT_EQ(play("Require: onvif-replay\r\nRate-Control: perhaps\r\n").status, 400);
 }
 
-TEST_F(PlayVerbsTest, WithoutReplayItsHeadersChangeNothing)
+TEST_F(PlayMethodsTest, WithoutReplayItsHeadersChangeNothing)
 {
     setUp();
     EXPECT_EQ(play("Rate-Control: no\r\nFrames: intra\r\n").status, 200);
     EXPECT_EQ(script_->countOf("setPlayRange"), 0);
 }
 
-TEST_F(PlayVerbsTest, ALiveStreamHasNoReplay)
+TEST_F(PlayMethodsTest, ALiveStreamHasNoReplay)
 {
     const std::string id = setUpTcp(*client_, 1);
     const Received response = client_->request("PLAY", url(), session(id) + "Require: onvif-replay\r\n");
@@ -283,7 +283,7 @@ TEST_F(PlayVerbsTest, ALiveStreamHasNoReplay)
     EXPECT_EQ(response.header("Unsupported"), "onvif-replay");
 }
 
-TEST_F(PlayVerbsTest, ALiveStreamIgnoresScaleAndSpeed)
+TEST_F(PlayMethodsTest, ALiveStreamIgnoresScaleAndSpeed)
 {
     const std::string id = setUpTcp(*client_, 1);
     const Received response =
@@ -293,14 +293,14 @@ TEST_F(PlayVerbsTest, ALiveStreamIgnoresScaleAndSpeed)
     EXPECT_EQ(response.header("Scale"), "");
 }
 
-TEST_F(PlayVerbsTest, AnIntervalWithoutRecordedMediaIsNotFound)
+TEST_F(PlayMethodsTest, AnIntervalWithoutRecordedMediaIsNotFound)
 {
     script_->result("create", hostRecordingUnknown);
     EXPECT_EQ(client_->request("DESCRIBE", url(recording)).status, 404);
     EXPECT_EQ(client_->request("SETUP", track(url(recording), 0), tcp).status, 404);
 }
 
-TEST_F(PlayVerbsTest, DescribeWaitsForARecordingAsForAStream)
+TEST_F(PlayMethodsTest, DescribeWaitsForARecordingAsForAStream)
 {
     script_->result("create", hostStreamNotReady);
     client_->send(TestClient::text("DESCRIBE", url(recording), 1, "", ""));

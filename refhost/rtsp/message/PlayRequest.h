@@ -13,7 +13,7 @@ namespace refhost
 {
 
 /// How a PLAY request wants a recording to be played: its headers, read.
-struct PlayOrder
+struct PlayRequest
 {
     /// Where to begin and end; without it playing goes on where it is.
     std::optional<RangeHeader> range;
@@ -41,7 +41,7 @@ struct PlayOrder
     /// a PLAY always takes the place of the one before.
     /// \param[out] out  filled in when 200 is returned
     /// \returns 200; what RangeHeader::parse() says of a bad Range; 400 for another header that is malformed
-    static RtspStatus parse(const RtspRequest& request, bool replay, PlayOrder& out);
+    static RtspStatus parse(const RtspRequest& request, bool replay, PlayRequest& out);
 
     /// Appends the value of a Scale or Speed header: "2.0", "-0.25".
     static void appendRate(std::string& out, double rate);

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/session/SessionVerbs.h"
+#include "refhost/rtsp/session/SessionMethods.h"
 
 #include "hostapi/description/MediaInfo.h"
 #include "live/IRTSPControllerFactory.h"
@@ -41,28 +41,28 @@ bool acceptsSdp(const RtspRequest& request)
 
 }  // namespace
 
-SessionVerbs::SessionVerbs(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions)
+SessionMethods::SessionMethods(RtspServices& services, ClientConnection& connection,
+                               ConnectionSessions& sessions)
     : services_(services), connection_(connection), sessions_(sessions), deliveries_(services, connection)
 {
 }
 
 /// \param talkBack  whether the client may know of the presentation's back channel
-RtspStatus SessionVerbs::createController(const Exchange& exchange, bool talkBack,
-                                          std::optional<SafePointer<IRTSPController>>& out, bool& notReady)
+RtspStatus SessionMethods::createController(const RequestContext& context, bool talkBack,
+                                            std::optional<SafePointer<IRTSPController>>& out, bool& notReady)
 {
-    const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
+    const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
     if (route == nullptr)
     {
         return rtspNotFound;
     }
-    if (route->ready && !route->ready(exchange.url.presentation))
+    if (route->ready && !route->ready(context.url.presentation))
     {
         notReady = true;
         return rtspServiceUnavailable;
     }
     out.emplace();
-    const int code =
-        route->factory->createMedia(exchange.url.presentation, *out, talkBack && route->talkBack);
+    const int code = route->factory->createMedia(context.url.presentation, *out, talkBack && route->talkBack);
     notReady = code == hostStreamNotReady;
     if (code != 0)
     {
@@ -71,16 +71,16 @@ RtspStatus SessionVerbs::createController(const Exchange& exchange, bool talkBac
     return StatusMap::ofCode(StatusMap::Step::create, code);
 }
 
-SessionVerbs::Result SessionVerbs::describe(Exchange& exchange, bool lastTry)
+SessionMethods::Result SessionMethods::describe(RequestContext& context, bool lastTry)
 {
-    if (!acceptsSdp(exchange.request))
+    if (!acceptsSdp(context.request))
     {
-        exchange.answer(rtspNotAcceptable);
+        context.answer(rtspNotAcceptable);
         return Result::answered;
     }
     std::optional<SafePointer<IRTSPController>> controller;
     bool notReady = false;
-    RtspStatus status = createController(exchange, exchange.require.backchannel, controller, notReady);
+    RtspStatus status = createController(context, context.require.backchannel, controller, notReady);
     if (notReady && !lastTry)
     {
         return Result::notReady;
@@ -90,103 +90,104 @@ SessionVerbs::Result SessionVerbs::describe(Exchange& exchange, bool lastTry)
     {
         status = StatusMap::ofCode(StatusMap::Step::create, (*controller)->getMediaInfo(info));
     }
-    if (status == rtspOk && !exchange.url.track.empty())
+    if (status == rtspOk && !context.url.track.empty())
     {
         SubMediaInfo track;
-        status = info.getSubMediaInfo(exchange.url.track, track) ? rtspOk : rtspNotFound;
+        status = info.getSubMediaInfo(context.url.track, track) ? rtspOk : rtspNotFound;
     }
     if (status != rtspOk)
     {
-        exchange.answer(status);
+        context.answer(status);
         return Result::answered;
     }
     MulticastWay way;
-    const bool multicast = services_.routes.find(exchange.url.presentation)->multicast();
+    const bool multicast = services_.routes.find(context.url.presentation)->multicast();
     if (multicast && !findGroup(*controller, way))
     {
-        exchange.answer(rtspServiceUnavailable);
+        context.answer(rtspServiceUnavailable);
         return Result::answered;
     }
     std::string description;
     description.reserve(1024);
     services_.sdp.append(description, info, {connection_.local().text(), connection_.local().isIpv6()},
                          multicast ? &way : nullptr,
-                         exchange.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt);
-    ResponseWriter& out = exchange.begin(rtspOk);
+                         context.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt);
+    ResponseWriter& out = context.begin(rtspOk);
     out.beginHeader("Content-Base");
-    out.text().append(exchange.url.base).append("/");
+    out.text().append(context.url.base).append("/");
     out.endHeader();
-    exchange.send(sdpType, description);
+    context.send(sdpType, description);
     return Result::answered;
 }
 
 /// \returns false when there is none for the controller's stream
-bool SessionVerbs::findGroup(SafePointer<IRTSPController>& controller, MulticastWay& way)
+bool SessionMethods::findGroup(SafePointer<IRTSPController>& controller, MulticastWay& way)
 {
     return services_.multicast != nullptr &&
            services_.multicast->describe(SharedStream::of(controller).stream, way);
 }
 
-SessionVerbs::Result SessionVerbs::setup(Exchange& exchange, bool lastTry)
+SessionMethods::Result SessionMethods::setup(RequestContext& context, bool lastTry)
 {
-    if (exchange.request.find("Transport") == nullptr)
+    if (context.request.find("Transport") == nullptr)
     {
-        exchange.answer(rtspBadRequest);
+        context.answer(rtspBadRequest);
         return Result::answered;
     }
     std::shared_ptr<RtspSession> session;
-    if (exchange.request.find("Session") != nullptr)
+    if (context.request.find("Session") != nullptr)
     {
-        session = sessions_.find(exchange);
-        if (session == nullptr || session->presentation() != exchange.url.presentation)
+        session = sessions_.find(context);
+        if (session == nullptr || session->presentation() != context.url.presentation)
         {
-            exchange.answer(session == nullptr ? rtspSessionNotFound : rtspAggregateNotAllowed);
+            context.answer(session == nullptr ? rtspSessionNotFound : rtspAggregateNotAllowed);
             return Result::answered;
         }
     }
-    const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
-    const auto choice = deliveries_.choose(exchange.request, route != nullptr && route->multicast());
+    const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
+    const auto choice = deliveries_.choose(context.request, route != nullptr && route->multicast());
     if (!choice)
     {
-        exchange.answer(rtspUnsupportedTransport);
+        context.answer(rtspUnsupportedTransport);
         return Result::answered;
     }
     if (session == nullptr)
     {
         bool notReady = false;
-        const RtspStatus status = createSession(exchange, session, notReady);
+        const RtspStatus status = createSession(context, session, notReady);
         if (notReady && !lastTry)
         {
             return Result::notReady;
         }
         if (status != rtspOk)
         {
-            exchange.answer(status);
+            context.answer(status);
             return Result::answered;
         }
     }
-    setupTrack(exchange, session, *choice);
+    setupTrack(context, session, *choice);
     return Result::answered;
 }
 
-RtspStatus SessionVerbs::createSession(Exchange& exchange, std::shared_ptr<RtspSession>& out, bool& notReady)
+RtspStatus SessionMethods::createSession(RequestContext& context, std::shared_ptr<RtspSession>& out,
+                                         bool& notReady)
 {
     std::optional<SafePointer<IRTSPController>> controller;
     // Whoever knows the name of the back channel was told it once; many clients insist on it with that
     // track's SETUP only, which may not be the session's first.
-    const RtspStatus status = createController(exchange, true, controller, notReady);
+    const RtspStatus status = createController(context, true, controller, notReady);
     if (status != rtspOk)
     {
         return status;
     }
-    const MediaRoutes::Route* const route = services_.routes.find(exchange.url.presentation);
-    out = services_.sessions.create(exchange.url.presentation, *controller, *route,
-                                    {connection_.peer().key(), exchange.user}, services_.clock());
+    const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
+    out = services_.sessions.create(context.url.presentation, *controller, *route,
+                                    {connection_.peer().key(), context.user}, services_.clock());
     return out == nullptr ? rtspServiceUnavailable : rtspOk;
 }
 
-void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSession>& session,
-                              const TransportChoice& choice)
+void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<RtspSession>& session,
+                                const TransportChoice& choice)
 {
     std::string transportText;
     std::uint32_t ssrc = 0;
@@ -194,14 +195,14 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
     try
     {
         status = session->setup(
-            exchange.url.track,
+            context.url.track,
             [&](RtspSession::Delivery& out)
             {
                 const RtspStatus made =
-                    deliveries_.make(choice, *session, exchange.url.track, out, transportText);
+                    deliveries_.make(choice, *session, context.url.track, out, transportText);
                 if (made == rtspOk && !(*out.transport)->traits().shared)
                 {
-                    (*out.transport)->start = LiveStart::named(exchange.request.value("Live-Start"));
+                    (*out.transport)->start = LiveStart::named(context.request.value("Live-Start"));
                 }
                 return made;
             },
@@ -215,21 +216,21 @@ void SessionVerbs::setupTrack(Exchange& exchange, const std::shared_ptr<RtspSess
     if (status != rtspOk)
     {
         endIfEmpty(session);
-        exchange.answer(status);
+        context.answer(status);
         return;
     }
     sessions_.use(session);
-    session->replays(exchange.require.replay);
+    session->replays(context.require.replay);
     session->heard(connection_.serial(), services_.clock());
-    ResponseWriter& out = exchange.begin(rtspOk);
+    ResponseWriter& out = context.begin(rtspOk);
     TrackDeliveries::answer(out, transportText, ssrc);
     sessions_.addHeader(out, *session);
     out.header("Cache-Control", "no-cache");
-    exchange.send();
+    context.send();
 }
 
 /// A session without a track would only wait for its time-out.
-void SessionVerbs::endIfEmpty(const std::shared_ptr<RtspSession>& session)
+void SessionMethods::endIfEmpty(const std::shared_ptr<RtspSession>& session)
 {
     if (session->trackCount() == 0)
     {
@@ -237,23 +238,23 @@ void SessionVerbs::endIfEmpty(const std::shared_ptr<RtspSession>& session)
     }
 }
 
-void SessionVerbs::teardown(Exchange& exchange)
+void SessionMethods::teardown(RequestContext& context)
 {
-    const auto session = sessions_.of(exchange);
+    const auto session = sessions_.of(context);
     if (session == nullptr)
     {
         return;
     }
     bool empty = false;
-    const RtspStatus status = session->teardown(exchange.url.track, empty);
+    const RtspStatus status = session->teardown(context.url.track, empty);
     if (empty)
     {
         services_.sessions.end(session);
     }
-    exchange.answer(status);
+    context.answer(status);
 }
 
-void SessionVerbs::received(int channel, const std::uint8_t* data, std::size_t size)
+void SessionMethods::received(int channel, const std::uint8_t* data, std::size_t size)
 {
     deliveries_.received(channel, data, size);
 }

@@ -22,7 +22,7 @@ namespace refhost
 /// are taken on the connection of their nonce, which nobody else can write to, and for `uncountedMs`
 /// elsewhere. Only nonces that were used with a count and the right password are remembered, and of these the
 /// newest `rememberedMost`; older ones count as expired. Threads: any; one lock of its own.
-class NonceBook
+class NonceStore
 {
 public:
     /// Whom a nonce is issued to, and who uses it.
@@ -37,7 +37,7 @@ public:
     static constexpr std::int64_t uncountedMs = 60 * 1000;
     static constexpr std::size_t rememberedMost = 4096;
 
-    explicit NonceBook(MonotonicClock clock);
+    explicit NonceStore(MonotonicClock clock);
 
     /// A new nonce: hexadecimal text that nobody can guess.
     std::string issue(const Client& client) const;

@@ -7,7 +7,7 @@
 #include "live/IRTSPController.h"
 #include "refhost/rtsp/message/TransportHeader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
-#include "refhost/rtsp/session/Exchange.h"
+#include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
 #include "refhost/rtsp/session/TrackDeliveries.h"
@@ -15,30 +15,30 @@
 namespace refhost
 {
 
-/// The verbs of one connection that make and end sessions: DESCRIBE, SETUP and TEARDOWN. PlayVerbs has the
+/// The methods of one connection that make and end sessions: DESCRIBE, SETUP and TEARDOWN. PlayMethods has the
 /// others.
 /// Threads: the connection's; `services`, `connection` and `sessions` outlive it.
-class SessionVerbs
+class SessionMethods
 {
 public:
-    using Result = VerbResult;
+    using Result = MethodResult;
 
-    SessionVerbs(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
+    SessionMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
 
     /// \param lastTry  answer 503 instead of asking for another try
-    Result describe(Exchange& exchange, bool lastTry);
-    Result setup(Exchange& exchange, bool lastTry);
-    void teardown(Exchange& exchange);
+    Result describe(RequestContext& context, bool lastTry);
+    Result setup(RequestContext& context, bool lastTry);
+    void teardown(RequestContext& context);
 
     /// An interleaved frame from the client.
     void received(int channel, const std::uint8_t* data, std::size_t size);
 
 private:
-    RtspStatus createController(const Exchange& exchange, bool talkBack,
+    RtspStatus createController(const RequestContext& context, bool talkBack,
                                 std::optional<SafePointer<IRTSPController>>& out, bool& notReady);
     bool findGroup(SafePointer<IRTSPController>& controller, MulticastWay& way);
-    RtspStatus createSession(Exchange& exchange, std::shared_ptr<RtspSession>& out, bool& notReady);
-    void setupTrack(Exchange& exchange, const std::shared_ptr<RtspSession>& session,
+    RtspStatus createSession(RequestContext& context, std::shared_ptr<RtspSession>& out, bool& notReady);
+    void setupTrack(RequestContext& context, const std::shared_ptr<RtspSession>& session,
                     const TransportChoice& choice);
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
 

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/session/PlayVerbs.h"
+#include "refhost/rtsp/session/PlayMethods.h"
 
 #include <algorithm>
 
@@ -8,49 +8,49 @@
 namespace refhost
 {
 
-PlayVerbs::PlayVerbs(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions)
+PlayMethods::PlayMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions)
     : services_(services), connection_(connection), sessions_(sessions)
 {
 }
 
-VerbResult PlayVerbs::play(Exchange& exchange, RtspSession::Attempt attempt)
+MethodResult PlayMethods::play(RequestContext& context, RtspSession::Attempt attempt)
 {
-    const auto session = sessions_.of(exchange);
+    const auto session = sessions_.of(context);
     if (session == nullptr)
     {
-        return VerbResult::answered;
+        return MethodResult::answered;
     }
-    PlayOrder order;
-    RtspStatus status = parse(exchange, *session, order);
+    PlayRequest order;
+    RtspStatus status = parse(context, *session, order);
     bool notReady = false;
     if (status == rtspOk)
     {
         const auto answer = [&](const RtspSession::Played& played)
-        { answerPlay(exchange, *session, order, played); };
-        status = session->play(exchange.url.track, order, attempt, answer, notReady);
+        { answerPlay(context, *session, order, played); };
+        status = session->play(context.url.track, order, attempt, answer, notReady);
     }
     if (status != rtspOk)
     {
-        exchange.answer(status);
+        context.answer(status);
     }
-    return notReady ? VerbResult::notReady : VerbResult::answered;
+    return notReady ? MethodResult::notReady : MethodResult::answered;
 }
 
 /// A live stream has no positions and speeds: whatever is well-formed plays from now on.
-RtspStatus PlayVerbs::parse(const Exchange& exchange, RtspSession& session, PlayOrder& order)
+RtspStatus PlayMethods::parse(const RequestContext& context, RtspSession& session, PlayRequest& order)
 {
     if (session.recorded())
     {
-        return PlayOrder::parse(exchange.request, session.replays(exchange.require.replay), order);
+        return PlayRequest::parse(context.request, session.replays(context.require.replay), order);
     }
-    const RtspRequest::Header* const range = exchange.request.find("Range");
+    const RtspRequest::Header* const range = context.request.find("Range");
     return range == nullptr ? rtspOk : RangeHeader::checkLive(range->value);
 }
 
-void PlayVerbs::answerPlay(Exchange& exchange, const RtspSession& session, const PlayOrder& order,
-                           const RtspSession::Played& played)
+void PlayMethods::answerPlay(RequestContext& context, const RtspSession& session, const PlayRequest& order,
+                             const RtspSession::Played& played)
 {
-    ResponseWriter& out = exchange.begin(rtspOk);
+    ResponseWriter& out = context.begin(rtspOk);
     sessions_.addHeader(out, session);
     if (played.recorded)
     {
@@ -60,12 +60,13 @@ void PlayVerbs::answerPlay(Exchange& exchange, const RtspSession& session, const
     {
         out.header("Range", RangeHeader::live);
     }
-    addRtpInfo(out, exchange.url.base, played.tracks);
-    exchange.send();
+    addRtpInfo(out, context.url.base, played.tracks);
+    context.send();
     flushBeforePackets(played.tracks);
 }
 
-void PlayVerbs::addRecorded(ResponseWriter& out, const PlayOrder& order, const RecordedPlay::Outcome& outcome)
+void PlayMethods::addRecorded(ResponseWriter& out, const PlayRequest& order,
+                              const RecordedPlay::Outcome& outcome)
 {
     out.beginHeader("Range");
     RangeHeader::append(out.text(), order.range ? order.range->unit : RangeHeader::Unit::npt, outcome.begin,
@@ -74,20 +75,20 @@ void PlayVerbs::addRecorded(ResponseWriter& out, const PlayOrder& order, const R
     if (order.scale)
     {
         out.beginHeader("Scale");
-        PlayOrder::appendRate(out.text(), outcome.speed.scale);
+        PlayRequest::appendRate(out.text(), outcome.speed.scale);
         out.endHeader();
     }
     if (order.speed)
     {
         out.beginHeader("Speed");
-        PlayOrder::appendRate(out.text(), outcome.speed.speed);
+        PlayRequest::appendRate(out.text(), outcome.speed.speed);
         out.endHeader();
     }
 }
 
 /// The answer stands in one queue with the packets of this connection, but nothing else keeps packets behind
 /// it.
-void PlayVerbs::flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& tracks)
+void PlayMethods::flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& tracks)
 {
     const auto elsewhere = [this](const RtspSession::PlayedTrack& track)
     { return track.connection != connection_.serial(); };
@@ -97,8 +98,8 @@ void PlayVerbs::flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& 
     }
 }
 
-void PlayVerbs::addRtpInfo(ResponseWriter& out, std::string_view base,
-                           const std::vector<RtspSession::PlayedTrack>& tracks)
+void PlayMethods::addRtpInfo(ResponseWriter& out, std::string_view base,
+                             const std::vector<RtspSession::PlayedTrack>& tracks)
 {
     if (tracks.empty())
     {
@@ -122,30 +123,30 @@ void PlayVerbs::addRtpInfo(ResponseWriter& out, std::string_view base,
     out.endHeader();
 }
 
-void PlayVerbs::pause(Exchange& exchange)
+void PlayMethods::pause(RequestContext& context)
 {
-    const auto session = sessions_.of(exchange);
+    const auto session = sessions_.of(context);
     if (session == nullptr)
     {
         return;
     }
     const RtspStatus status =
-        session->recorded() ? pauseRecording(exchange, *session) : session->pause(exchange.url.track);
-    ResponseWriter& out = exchange.begin(status);
+        session->recorded() ? pauseRecording(context, *session) : session->pause(context.url.track);
+    ResponseWriter& out = context.begin(status);
     sessions_.addHeader(out, *session);
-    exchange.send();
+    context.send();
 }
 
-RtspStatus PlayVerbs::pauseRecording(const Exchange& exchange, RtspSession& session)
+RtspStatus PlayMethods::pauseRecording(const RequestContext& context, RtspSession& session)
 {
-    const RtspRequest::Header* const header = exchange.request.find("Range");
+    const RtspRequest::Header* const header = context.request.find("Range");
     if (header == nullptr)
     {
-        return session.pause(exchange.url.track);
+        return session.pause(context.url.track);
     }
     RangeHeader point;
     const RtspStatus status = RangeHeader::parsePoint(header->value, point);
-    return status == rtspOk ? session.pauseAt(exchange.url.track, point) : status;
+    return status == rtspOk ? session.pauseAt(context.url.track, point) : status;
 }
 
 }  // namespace refhost

@@ -12,8 +12,8 @@
 namespace refhost
 {
 
-/// What became of a request at its verb.
-enum class VerbResult
+/// What became of a request at its method.
+enum class MethodResult
 {
     answered,
     /// The media is not ready yet and nothing was answered: ask again later.
@@ -21,16 +21,16 @@ enum class VerbResult
 };
 
 /// One request on the way to its one response. Lives on the stack while the request is handled.
-class Exchange
+class RequestContext
 {
 public:
-    Exchange(const RtspRequest& rtspRequest, ResponseWriter& responseWriter,
-             ClientConnection& clientConnection);
+    RequestContext(const RtspRequest& rtspRequest, ResponseWriter& responseWriter,
+                   ClientConnection& clientConnection);
 
     const RtspRequest& request;
     ClientConnection& connection;
     RtspUrl url;
-    /// What the request insists on; without unknown features once a verb handles it.
+    /// What the request insists on; without unknown features once a method handles it.
     RequireHeader require;
     /// Who authenticated; empty without users, and for requests that need no credentials.
     std::string user;

@@ -12,10 +12,10 @@ namespace refhost
 /// Counts things (connections, sessions) in all and by the address they belong to, and refuses more than
 /// allowed. Addresses are those of SocketAddress::networkOf(). Holds as many addresses as things. Threads:
 /// any; one lock of its own.
-class AddressQuota
+class AddressLimiter
 {
 public:
-    AddressQuota(int limit, int limitPerAddress);
+    AddressLimiter(int limit, int limitPerAddress);
 
     /// Counts one more.
     /// \returns false, with nothing counted, when a limit is reached

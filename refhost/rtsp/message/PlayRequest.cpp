@@ -1,4 +1,4 @@
-#include "refhost/rtsp/message/PlayOrder.h"
+#include "refhost/rtsp/message/PlayRequest.h"
 
 #include <algorithm>
 #include <cmath>
@@ -43,7 +43,7 @@ RtspStatus parseRateHeader(const RtspRequest& request, std::string_view name, bo
 
 /// "all", "predicted", "intra" or "intra/<milliseconds>". With "predicted" every frame is sent: which ones
 /// others are not predicted from is not known here.
-RtspStatus parseFrames(std::string_view value, PlayOrder& out)
+RtspStatus parseFrames(std::string_view value, PlayRequest& out)
 {
     const std::string_view kind = RtspText::trim(value.substr(0, value.find('/')));
     out.keyFramesOnly = kind == "intra";
@@ -58,7 +58,7 @@ RtspStatus parseFrames(std::string_view value, PlayOrder& out)
     return out.keyFramesOnly && distance ? rtspOk : rtspBadRequest;
 }
 
-RtspStatus parseReplay(const RtspRequest& request, PlayOrder& out)
+RtspStatus parseReplay(const RtspRequest& request, PlayRequest& out)
 {
     if (const RtspRequest::Header* const control = request.find("Rate-Control"))
     {
@@ -76,9 +76,9 @@ RtspStatus parseReplay(const RtspRequest& request, PlayOrder& out)
 
 }  // namespace
 
-RtspStatus PlayOrder::parse(const RtspRequest& request, bool replay, PlayOrder& out)
+RtspStatus PlayRequest::parse(const RtspRequest& request, bool replay, PlayRequest& out)
 {
-    PlayOrder order;
+    PlayRequest order;
     order.replay = replay;
     RtspStatus status = parseRateHeader(request, "Scale", true, order.scale);
     const RtspRequest::Header* const range = request.find("Range");
@@ -96,7 +96,7 @@ RtspStatus PlayOrder::parse(const RtspRequest& request, bool replay, PlayOrder& 
     return status;
 }
 
-void PlayOrder::appendRate(std::string& out, double rate)
+void PlayRequest::appendRate(std::string& out, double rate)
 {
     constexpr double most = 1e9;
     const std::int64_t thousandths = std::llround(std::clamp(std::abs(rate), 0.0, most) * 1000);

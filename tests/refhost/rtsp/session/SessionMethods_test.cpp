@@ -1,4 +1,4 @@
-#include "refhost/rtsp/session/SessionVerbs.h"
+#include "refhost/rtsp/session/SessionMethods.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -55,11 +55,11 @@ std::uint32_t ssrcOf(const Received& setup)
 }
 
 /// What clients see, which does not depend on the controller that serves them.
-class SessionVerbsTest : public test::RtspServerFixture,
-                         public testing::WithParamInterface<test::RtspServerFixture::Controller>
+class SessionMethodsTest : public test::RtspServerFixture,
+                           public testing::WithParamInterface<test::RtspServerFixture::Controller>
 {
 protected:
-    SessionVerbsTest() : RtspServerFixture(GetParam()) {}
+    SessionMethodsTest() : RtspServerFixture(GetParam()) {}
 
     void SetUp() override
     {
@@ -71,7 +71,7 @@ protected:
     UdpPort rtp_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Controllers, SessionVerbsTest,
+INSTANTIATE_TEST_SUITE_P(Controllers, SessionMethodsTest,
                          testing::Values(test::RtspServerFixture::Controller::first,
                                          test::RtspServerFixture::Controller::second),
                          [](const auto& which) {
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(Controllers, SessionVerbsTest,
                                                                                               : "Second";
                          });
 
-TEST_P(SessionVerbsTest, SetupOverUdpNamesPortsSsrcAndSession)
+TEST_P(SessionMethodsTest, SetupOverUdpNamesPortsSsrcAndSession)
 {
     const Received response = client_->request(
         "SETUP", track(url(), 0),
@@ -93,7 +93,7 @@ TEST_P(SessionVerbsTest, SetupOverUdpNamesPortsSsrcAndSession)
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
-TEST_P(SessionVerbsTest, SetupToPortsOfOtherServicesOrTheServersOwnIsRefused)
+TEST_P(SessionMethodsTest, SetupToPortsOfOtherServicesOrTheServersOwnIsRefused)
 {
     const std::string own = std::to_string(server->rtpPort());
     for (const std::string& ports : {std::string("22-23"), std::string("1022-1023"), own})
@@ -105,7 +105,7 @@ TEST_P(SessionVerbsTest, SetupToPortsOfOtherServicesOrTheServersOwnIsRefused)
         << "the next choice is taken";
 }
 
-TEST_P(SessionVerbsTest, SetupOverTcpTakesTheNamedChannelsOrAssignsFreeOnes)
+TEST_P(SessionMethodsTest, SetupOverTcpTakesTheNamedChannelsOrAssignsFreeOnes)
 {
     const Received first =
         client_->request("SETUP", track(url(), 0), "Transport: RTP/AVP/TCP;unicast;interleaved=4-5\r\n");
@@ -121,7 +121,7 @@ TEST_P(SessionVerbsTest, SetupOverTcpTakesTheNamedChannelsOrAssignsFreeOnes)
     EXPECT_EQ(server->sessionCount(), 2u);
 }
 
-TEST_P(SessionVerbsTest, ChannelsAreFreeAgainAfterTeardown)
+TEST_P(SessionMethodsTest, ChannelsAreFreeAgainAfterTeardown)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("TEARDOWN", url(), session(id)).status, 200);
@@ -129,7 +129,7 @@ TEST_P(SessionVerbsTest, ChannelsAreFreeAgainAfterTeardown)
     EXPECT_NE(again.header("Transport").find("interleaved=0-1"), std::string::npos);
 }
 
-TEST_P(SessionVerbsTest, AllChannelsInUseIsAnUnsupportedTransport)
+TEST_P(SessionMethodsTest, AllChannelsInUseIsAnUnsupportedTransport)
 {
     for (int i = 0; i < 64; ++i)
     {
@@ -141,7 +141,7 @@ TEST_P(SessionVerbsTest, AllChannelsInUseIsAnUnsupportedTransport)
     EXPECT_EQ(server->sessionCount(), 65u);
 }
 
-TEST_P(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
+TEST_P(SessionMethodsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
 {
     frame(true);
     const Received video = client_->request("SETUP", track(url(), 0), tcp);
@@ -171,7 +171,7 @@ TEST_P(SessionVerbsTest, PlayOverTcpAnswersBeforeTheFirstFrameAndNamesIt)
     EXPECT_EQ(firstAudio.ssrc(), ssrcOf(audio));
 }
 
-TEST_P(SessionVerbsTest, TheCachedKeyFrameFollowsTheAnswerToPlayAtOnce)
+TEST_P(SessionMethodsTest, TheCachedKeyFrameFollowsTheAnswerToPlayAtOnce)
 {
     const std::string keepsCacheWarm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(keepsCacheWarm));
@@ -191,7 +191,7 @@ TEST_P(SessionVerbsTest, TheCachedKeyFrameFollowsTheAnswerToPlayAtOnce)
     EXPECT_EQ(first.timestamp(), info[0].timestamp);
 }
 
-TEST_P(SessionVerbsTest, PlayOverUdpSendsToTheClientsPort)
+TEST_P(SessionMethodsTest, PlayOverUdpSendsToTheClientsPort)
 {
     const Received setup =
         client_->request("SETUP", track(url(), 0), udpPorts + std::to_string(rtp_.port()) + "\r\n");
@@ -207,7 +207,7 @@ TEST_P(SessionVerbsTest, PlayOverUdpSendsToTheClientsPort)
     EXPECT_EQ(packet.ssrc(), ssrcOf(setup));
 }
 
-TEST_P(SessionVerbsTest, PlayOfOneTrackPlaysThisOneAlone)
+TEST_P(SessionMethodsTest, PlayOfOneTrackPlaysThisOneAlone)
 {
     const std::string id = setUpTcp(*client_, 2);
     const Received play = client_->request("PLAY", track(url(), 1), session(id));
@@ -221,7 +221,7 @@ TEST_P(SessionVerbsTest, PlayOfOneTrackPlaysThisOneAlone)
     EXPECT_EQ(client_->request("PAUSE", track(url(), 1), session(id)).status, 200);
 }
 
-TEST_P(SessionVerbsTest, PauseStopsThePacketsAndPlayGoesOnWithoutAGap)
+TEST_P(SessionMethodsTest, PauseStopsThePacketsAndPlayGoesOnWithoutAGap)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("PAUSE", url(), session(id)).status, 455) << "nothing plays yet";
@@ -246,7 +246,7 @@ TEST_P(SessionVerbsTest, PauseStopsThePacketsAndPlayGoesOnWithoutAGap)
     EXPECT_EQ(rtpInfo(again)[0].timestamp, next.timestamp());
 }
 
-TEST_P(SessionVerbsTest, PlayWhilePlayingGoesOn)
+TEST_P(SessionMethodsTest, PlayWhilePlayingGoesOn)
 {
     const std::string id = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(id));
@@ -257,7 +257,7 @@ TEST_P(SessionVerbsTest, PlayWhilePlayingGoesOn)
     EXPECT_EQ(client_->frame(0).sequence(), static_cast<std::uint16_t>(first + 1));
 }
 
-TEST_P(SessionVerbsTest, RangesThatALiveStreamDoesNotHaveAreRefusedAndChangeNothing)
+TEST_P(SessionMethodsTest, RangesThatALiveStreamDoesNotHaveAreRefusedAndChangeNothing)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("PLAY", url(), session(id) + "Range: npt=5-3\r\n").status, 457);
@@ -268,7 +268,7 @@ TEST_P(SessionVerbsTest, RangesThatALiveStreamDoesNotHaveAreRefusedAndChangeNoth
     EXPECT_EQ(client_->request("PLAY", url(), session(id) + "Range: npt=now-\r\n").status, 200);
 }
 
-TEST_P(SessionVerbsTest, SetupOfAPlayingTrackIsRefused)
+TEST_P(SessionMethodsTest, SetupOfAPlayingTrackIsRefused)
 {
     const std::string id = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(id));
@@ -277,7 +277,7 @@ TEST_P(SessionVerbsTest, SetupOfAPlayingTrackIsRefused)
     EXPECT_TRUE(client_->frame(0).isRtp()) << "it plays on";
 }
 
-TEST_P(SessionVerbsTest, SetupOfATrackThatDoesNotPlayChangesItsWay)
+TEST_P(SessionMethodsTest, SetupOfATrackThatDoesNotPlayChangesItsWay)
 {
     const std::string id = setUpTcp(*client_, 1);
     const Received again = client_->request("SETUP", track(url(), 0),
@@ -290,7 +290,7 @@ TEST_P(SessionVerbsTest, SetupOfATrackThatDoesNotPlayChangesItsWay)
     EXPECT_EQ(dispatched(), 1u);
 }
 
-TEST_P(SessionVerbsTest, SetupOfOneTrackAgainLeavesTheOther)
+TEST_P(SessionMethodsTest, SetupOfOneTrackAgainLeavesTheOther)
 {
     const std::string id = setUpTcp(*client_, 2);
     const Received again = client_->request("SETUP", track(url(), 0),
@@ -305,7 +305,7 @@ TEST_P(SessionVerbsTest, SetupOfOneTrackAgainLeavesTheOther)
     EXPECT_TRUE(client_->frame(2).isRtp());
 }
 
-TEST_P(SessionVerbsTest, ATrackThatEndedIsSetUpAgainInTheSameSession)
+TEST_P(SessionMethodsTest, ATrackThatEndedIsSetUpAgainInTheSameSession)
 {
     const std::string id = setUpTcp(*client_, 2);
     client_->request("PLAY", url(), session(id));
@@ -316,14 +316,14 @@ TEST_P(SessionVerbsTest, ATrackThatEndedIsSetUpAgainInTheSameSession)
     EXPECT_TRUE(client_->frame(0).isRtp());
 }
 
-TEST_P(SessionVerbsTest, SetupInASessionOfAnotherPresentationIsRefused)
+TEST_P(SessionMethodsTest, SetupInASessionOfAnotherPresentationIsRefused)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("SETUP", track(url("orv/live/1/1"), 0), tcp + session(id)).status, 459);
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
-TEST_P(SessionVerbsTest, AnUnknownTrackLeavesTheSessionAsItWas)
+TEST_P(SessionMethodsTest, AnUnknownTrackLeavesTheSessionAsItWas)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("SETUP", track(url(), 7), tcp + session(id)).status, 404);
@@ -335,7 +335,7 @@ TEST_P(SessionVerbsTest, AnUnknownTrackLeavesTheSessionAsItWas)
     EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
 }
 
-TEST_P(SessionVerbsTest, TeardownOfTheLastTrackEndsTheSession)
+TEST_P(SessionMethodsTest, TeardownOfTheLastTrackEndsTheSession)
 {
     const std::string id = setUpTcp(*client_, 2);
     const std::size_t before = dispatched();
@@ -347,7 +347,7 @@ TEST_P(SessionVerbsTest, TeardownOfTheLastTrackEndsTheSession)
     EXPECT_EQ(client_->request("GET_PARAMETER", url(), session(id)).status, 454);
 }
 
-TEST_P(SessionVerbsTest, TeardownOfThePresentationEndsEveryTrack)
+TEST_P(SessionMethodsTest, TeardownOfThePresentationEndsEveryTrack)
 {
     const std::string id = setUpTcp(*client_, 2);
     client_->request("PLAY", url(), session(id));
@@ -357,7 +357,7 @@ TEST_P(SessionVerbsTest, TeardownOfThePresentationEndsEveryTrack)
     EXPECT_EQ(client_->request("TEARDOWN", url(), session(id)).status, 454);
 }
 
-TEST_P(SessionVerbsTest, OneConnectionCarriesSeveralSessions)
+TEST_P(SessionMethodsTest, OneConnectionCarriesSeveralSessions)
 {
     const std::string first = setUpTcp(*client_, 1);
     const std::string second = setUpTcp(*client_, 1);
@@ -371,7 +371,7 @@ TEST_P(SessionVerbsTest, OneConnectionCarriesSeveralSessions)
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
-TEST_P(SessionVerbsTest, AnotherConnectionMayDriveASession)
+TEST_P(SessionMethodsTest, AnotherConnectionMayDriveASession)
 {
     const std::string id = setUpUdp(*client_, rtp_);
     TestClient other(server->port());
@@ -382,7 +382,7 @@ TEST_P(SessionVerbsTest, AnotherConnectionMayDriveASession)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_P(SessionVerbsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay)
+TEST_P(SessionMethodsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay)
 {
     const std::string warm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(warm));
@@ -402,7 +402,7 @@ TEST_P(SessionVerbsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay
     EXPECT_EQ(remote.receive(0).status, 200);
 }
 
-TEST_P(SessionVerbsTest, KeepAliveNamesTheSession)
+TEST_P(SessionMethodsTest, KeepAliveNamesTheSession)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("GET_PARAMETER", url(), session(id)).session(), id);
@@ -410,7 +410,7 @@ TEST_P(SessionVerbsTest, KeepAliveNamesTheSession)
     EXPECT_EQ(client_->request("OPTIONS", url(), session(id)).session(), id);
 }
 
-TEST_P(SessionVerbsTest, FramesOfUnknownChannelsAreDropped)
+TEST_P(SessionMethodsTest, FramesOfUnknownChannelsAreDropped)
 {
     const std::string id = setUpTcp(*client_, 1);
     client_->send(std::string("$\x09\0\4junk", 8) + std::string("$\0\0\4junk", 8) +

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/auth/NonceBook.h"
+#include "refhost/rtsp/auth/NonceStore.h"
 
 #include <glib.h>
 
@@ -36,9 +36,9 @@ std::int64_t issuedAt(std::string_view nonce)
 
 }  // namespace
 
-NonceBook::NonceBook(MonotonicClock clock) : clock_(std::move(clock)), key_(newKey()) {}
+NonceStore::NonceStore(MonotonicClock clock) : clock_(std::move(clock)), key_(newKey()) {}
 
-std::string NonceBook::issue(const Client& client) const
+std::string NonceStore::issue(const Client& client) const
 {
     std::string nonce;
     nonce.reserve(nonceDigits);
@@ -51,18 +51,18 @@ std::string NonceBook::issue(const Client& client) const
     return nonce;
 }
 
-std::string NonceBook::addressSignature(std::string_view text, const Client& client) const
+std::string NonceStore::addressSignature(std::string_view text, const Client& client) const
 {
     return sign(text, client.address.data(), client.address.size());
 }
 
 /// \param text  the nonce with its address signature: the connection counts at its address only
-std::string NonceBook::connectionSignature(std::string_view text, const Client& client) const
+std::string NonceStore::connectionSignature(std::string_view text, const Client& client) const
 {
     return sign(text, &client.connection, sizeof client.connection);
 }
 
-std::string NonceBook::sign(std::string_view text, const void* binding, std::size_t size) const
+std::string NonceStore::sign(std::string_view text, const void* binding, std::size_t size) const
 {
     std::string bound(text);
     bound.append(static_cast<const char*>(binding), size);
@@ -73,21 +73,21 @@ std::string NonceBook::sign(std::string_view text, const void* binding, std::siz
     return std::string(hex.get(), signatureDigits);
 }
 
-bool NonceBook::isIssuedTo(std::string_view nonce, const Client& client) const
+bool NonceStore::isIssuedTo(std::string_view nonce, const Client& client) const
 {
     return nonce.size() == nonceDigits &&
            DigestAuth::equalInConstantTime(nonce.substr(signedDigits, signatureDigits),
                                            addressSignature(nonce.substr(0, signedDigits), client));
 }
 
-bool NonceBook::isOfConnection(std::string_view nonce, const Client& client) const
+bool NonceStore::isOfConnection(std::string_view nonce, const Client& client) const
 {
     constexpr std::size_t at = signedDigits + signatureDigits;
     return DigestAuth::equalInConstantTime(nonce.substr(at),
                                            connectionSignature(nonce.substr(0, at), client));
 }
 
-bool NonceBook::use(std::string_view nonce, std::uint64_t nonceCount, const Client& client)
+bool NonceStore::use(std::string_view nonce, std::uint64_t nonceCount, const Client& client)
 {
     if (!isIssuedTo(nonce, client))
     {
@@ -104,7 +104,7 @@ bool NonceBook::use(std::string_view nonce, std::uint64_t nonceCount, const Clie
     return ageMs < lifetimeMs && useCounted(used, nonceCount, issuedMs);
 }
 
-bool NonceBook::useCounted(const std::string& nonce, std::uint64_t nonceCount, std::int64_t issuedMs)
+bool NonceStore::useCounted(const std::string& nonce, std::uint64_t nonceCount, std::int64_t issuedMs)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     auto found = uses_.find(nonce);
@@ -136,7 +136,7 @@ bool NonceBook::useCounted(const std::string& nonce, std::uint64_t nonceCount, s
     return true;
 }
 
-void NonceBook::remember(const std::string& nonce)
+void NonceStore::remember(const std::string& nonce)
 {
     if (uses_.size() >= rememberedMost)
     {
@@ -148,7 +148,7 @@ void NonceBook::remember(const std::string& nonce)
     order_.push_back(nonce);
 }
 
-std::size_t NonceBook::remembered() const
+std::size_t NonceStore::remembered() const
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     return uses_.size();

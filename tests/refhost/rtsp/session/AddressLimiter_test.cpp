@@ -1,4 +1,4 @@
-#include "refhost/rtsp/session/AddressQuota.h"
+#include "refhost/rtsp/session/AddressLimiter.h"
 
 #include <gtest/gtest.h>
 
@@ -10,9 +10,9 @@ namespace
 constexpr SocketAddress::Key here{1};
 constexpr SocketAddress::Key there{2};
 
-TEST(AddressQuota, CountsAnIpv6NetworkAsOneAddress)
+TEST(AddressLimiter, CountsAnIpv6NetworkAsOneAddress)
 {
-    AddressQuota quota(10, 1);
+    AddressLimiter quota(10, 1);
     const SocketAddress::Key neighbour{1, 0, 0, 0, 0, 0, 0, 0, 9};
     EXPECT_TRUE(quota.take(here));
     EXPECT_FALSE(quota.take(neighbour));
@@ -20,9 +20,9 @@ TEST(AddressQuota, CountsAnIpv6NetworkAsOneAddress)
     EXPECT_EQ(quota.count(), 0u);
 }
 
-TEST(AddressQuota, RefusesMoreThanTheLimitInAll)
+TEST(AddressLimiter, RefusesMoreThanTheLimitInAll)
 {
-    AddressQuota quota(2, 2);
+    AddressLimiter quota(2, 2);
     EXPECT_TRUE(quota.take(here));
     EXPECT_TRUE(quota.take(there));
     EXPECT_FALSE(quota.take(there));
@@ -31,9 +31,9 @@ TEST(AddressQuota, RefusesMoreThanTheLimitInAll)
     EXPECT_TRUE(quota.take(there));
 }
 
-TEST(AddressQuota, RefusesMoreThanTheLimitOfOneAddressOnly)
+TEST(AddressLimiter, RefusesMoreThanTheLimitOfOneAddressOnly)
 {
-    AddressQuota quota(10, 1);
+    AddressLimiter quota(10, 1);
     EXPECT_TRUE(quota.take(here));
     EXPECT_FALSE(quota.take(here));
     EXPECT_TRUE(quota.take(there));
@@ -41,9 +41,9 @@ TEST(AddressQuota, RefusesMoreThanTheLimitOfOneAddressOnly)
     EXPECT_TRUE(quota.take(here));
 }
 
-TEST(AddressQuota, GivingBackWhatWasNotTakenChangesNothing)
+TEST(AddressLimiter, GivingBackWhatWasNotTakenChangesNothing)
 {
-    AddressQuota quota(1, 1);
+    AddressLimiter quota(1, 1);
     quota.giveBack(here);
     EXPECT_EQ(quota.count(), 0u);
     EXPECT_TRUE(quota.take(here));
