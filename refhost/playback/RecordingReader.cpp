@@ -24,7 +24,7 @@ constexpr std::int64_t seamWaitNs = 10 * second;
 /// A segment itself is interrupted where nothing comes for so long.
 constexpr std::int64_t pauseNs = 10 * second;
 /// How far the times in a file may be outside of what the index tells of it.
-constexpr std::int64_t strayNs = 5 * second;
+constexpr std::int64_t outOfSequenceNs = 5 * second;
 
 }  // namespace
 
@@ -63,7 +63,7 @@ RecordingReader::Result RecordingReader::read(CodedUnit& out)
         const SegmentFile::Result result = file_->read(out);
         if (result == SegmentFile::Result::unit)
         {
-            if (isStray(out))
+            if (isOutOfSequence(out))
             {
                 skipDamage(out);
                 continue;
@@ -101,10 +101,11 @@ RecordingReader::Result RecordingReader::read(CodedUnit& out)
 
 /// Whether a damage of the file has moved a unit to a time that the segment does not have. What came after it
 /// would count as played already.
-bool RecordingReader::isStray(const CodedUnit& unit) const
+bool RecordingReader::isOutOfSequence(const CodedUnit& unit) const
 {
     const std::int64_t growing = segment_->closed ? 0 : clock_.wallNs() - segment_->beginNs;
-    return unit.timeNs < -strayNs || unit.timeNs > std::max(segment_->durationNs, growing) + strayNs;
+    return unit.timeNs < -outOfSequenceNs ||
+           unit.timeNs > std::max(segment_->durationNs, growing) + outOfSequenceNs;
 }
 
 /// Frames that follow a lost one cannot be decoded.

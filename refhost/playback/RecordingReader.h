@@ -71,7 +71,7 @@ private:
 
     Opened openNext();
     bool openSegment(const RecordedSegment& segment, std::int64_t fromNs, const SegmentFile* grown = nullptr);
-    bool isStray(const CodedUnit& unit) const;
+    bool isOutOfSequence(const CodedUnit& unit) const;
     void skipDamage(const CodedUnit& unit);
     bool fits(const SegmentFile& file) const;
     bool nextSegment(RecordedSegment& out);

@@ -8,7 +8,7 @@ namespace
 {
 
 constexpr std::uint32_t cycle = 1U << 16U;
-constexpr std::uint32_t noStray = cycle;
+constexpr std::uint32_t noneOutOfSequence = cycle;
 // As RFC 3550, appendix A.1, has them.
 constexpr std::uint16_t mostDropped = 3000;
 constexpr std::uint16_t mostMisordered = 100;
@@ -24,7 +24,10 @@ std::uint32_t ticksAt(std::int64_t ns, int rate)
 
 }  // namespace
 
-ReceptionStatistics::ReceptionStatistics(int clockRate) : clockRate_(clockRate), strayedNext_(noStray) {}
+ReceptionStatistics::ReceptionStatistics(int clockRate)
+    : clockRate_(clockRate), outOfSequenceNext_(noneOutOfSequence)
+{
+}
 
 void ReceptionStatistics::begin(std::uint16_t sequence)
 {
@@ -32,7 +35,7 @@ void ReceptionStatistics::begin(std::uint16_t sequence)
     base_ = sequence;
     highest_ = sequence;
     cycles_ = 0;
-    strayedNext_ = noStray;
+    outOfSequenceNext_ = noneOutOfSequence;
     received_ = 0;
     expectedBefore_ = 0;
     receivedBefore_ = 0;
@@ -57,9 +60,9 @@ ReceptionStatistics::Arrival ReceptionStatistics::count(std::uint16_t sequence, 
     }
     else if (ahead <= cycle - mostMisordered)
     {
-        if (sequence != strayedNext_)
+        if (sequence != outOfSequenceNext_)
         {
-            strayedNext_ = (sequence + 1U) & (cycle - 1U);
+            outOfSequenceNext_ = (sequence + 1U) & (cycle - 1U);
             return {Verdict::strayed, 0};
         }
         begin(sequence);

@@ -64,7 +64,7 @@ private:
     std::uint32_t base_ = 0;
     std::uint32_t cycles_ = 0;  // counted in packets: 65536 for each
     std::uint16_t highest_ = 0;
-    std::uint32_t strayedNext_ = 0;  // what would follow the stray packet; out of range: there is none
+    std::uint32_t outOfSequenceNext_ = 0;  // what would follow the stray packet; out of range: there is none
     std::uint32_t received_ = 0;
     std::uint32_t expectedBefore_ = 0;
     std::uint32_t receivedBefore_ = 0;

@@ -82,7 +82,7 @@ TEST_F(ReceptionStatisticsTest, SequenceGoesOnOverItsWrap)
     EXPECT_EQ(0, statistics.lost());
 }
 
-TEST_F(ReceptionStatisticsTest, OneStrayPacketChangesNothingAndTwoInOrderBeginAnew)
+TEST_F(ReceptionStatisticsTest, OnePacketOutOfSequenceChangesNothingAndTwoInOrderBeginAnew)
 {
     EXPECT_EQ(Verdict::begun, onTime(100).verdict);
     EXPECT_EQ(Verdict::strayed, onTime(30000).verdict);
