@@ -161,10 +161,10 @@ enum class Way
 };
 
 /// A camera and its viewers.
-class Audience
+class Subscribers
 {
 public:
-    Audience(Way way, int viewers) : source_(std::make_shared<FakeSource>()), dispatcher_(LiveSettings())
+    Subscribers(Way way, int viewers) : source_(std::make_shared<FakeSource>()), dispatcher_(LiveSettings())
     {
         Device::setStreams(std::make_shared<FakeDirectory>(source_));
         UdpServer::Options options;
@@ -182,7 +182,7 @@ public:
         drain();
     }
 
-    ~Audience()
+    ~Subscribers()
     {
         for (std::size_t i = 0; dispatcher_.trackCount() > 0; ++i)
         {
@@ -286,14 +286,14 @@ constexpr std::int64_t nsPerMs = 1'000'000;
 class Meter
 {
 public:
-    explicit Meter(Audience& audience) : audience_(audience) {}
+    explicit Meter(Subscribers& subscribers) : subscribers_(subscribers) {}
 
     void feed(const char* track, const AccessUnitPtr& unit)
     {
         const double begin = threadSeconds();
-        audience_.feed(track, unit);
+        subscribers_.feed(track, unit);
         seconds_ += threadSeconds() - begin;
-        audience_.drain();
+        subscribers_.drain();
     }
 
     double seconds() const
@@ -302,7 +302,7 @@ public:
     }
 
 private:
-    Audience& audience_;
+    Subscribers& subscribers_;
     double seconds_ = 0;
 };
 
@@ -311,8 +311,8 @@ private:
 void oneFrame(benchmark::State& state, Way way)
 {
     const int viewers = static_cast<int>(state.range(0));
-    Audience audience(way, viewers);
-    Meter meter(audience);
+    Subscribers subscribers(way, viewers);
+    Meter meter(subscribers);
     std::int64_t capture = 0;
     double before = 0;
     for (auto _ : state)
@@ -333,8 +333,8 @@ void oneFrame(benchmark::State& state, Way way)
 void oneSecond(benchmark::State& state, Way way)
 {
     const int viewers = static_cast<int>(state.range(0));
-    Audience audience(way, viewers);
-    Meter meter(audience);
+    Subscribers subscribers(way, viewers);
+    Meter meter(subscribers);
     std::int64_t capture = 0;
     double before = 0;
     for (auto _ : state)

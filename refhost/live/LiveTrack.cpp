@@ -30,15 +30,15 @@ void LiveTrack::onAccessUnit(AccessUnitPtr unit)
     }
     std::uint32_t epoch = 0;
     const std::uint64_t index = push(unit, epoch);
-    refreshAudience();
-    if (audience_.empty())
+    refreshSubscribers();
+    if (subscribers_.empty())
     {
         return;
     }
     // Now and then, so that senders notice when the clock is set.
     settings_.clock->wall().mapping();
     const FreshUnit fresh{this, index, epoch, unit, settings_.clock->monotonicMs()};
-    for (const auto& session : audience_)
+    for (const auto& session : subscribers_)
     {
         session->pump(&fresh);
     }
@@ -61,7 +61,7 @@ void LiveTrack::onDiscontinuity()
     {
         past_->videoSinceNs.store(StreamPast::none, std::memory_order_relaxed);
     }
-    refreshAudience();
+    refreshSubscribers();
 }
 
 LiveTrack::View LiveTrack::look(std::uint64_t index) const
@@ -87,26 +87,26 @@ LiveTrack::Found LiveTrack::firstSince(std::int64_t captureNs, std::uint64_t ear
     return found(base_ + static_cast<std::uint64_t>(at - ring_.begin()));
 }
 
-void LiveTrack::join(std::shared_ptr<LiveSession> session, Seat& seat)
+void LiveTrack::join(std::shared_ptr<LiveSession> session, SubscriberSlot& slot)
 {
     const std::lock_guard<std::mutex> guard(membersMutex_);
-    seat = members_.size();
-    members_.push_back({std::move(session), &seat});
+    slot = members_.size();
+    members_.push_back({std::move(session), &slot});
     membersChanged_.store(true, std::memory_order_release);
 }
 
-void LiveTrack::leave(Seat& seat)
+void LiveTrack::leave(SubscriberSlot& slot)
 {
     Member gone;
     const std::lock_guard<std::mutex> guard(membersMutex_);
-    gone = std::move(members_[seat]);
-    if (seat + 1 < members_.size())
+    gone = std::move(members_[slot]);
+    if (slot + 1 < members_.size())
     {
-        members_[seat] = std::move(members_.back());
-        *members_[seat].seat = seat;
+        members_[slot] = std::move(members_.back());
+        *members_[slot].slot = slot;
     }
     members_.pop_back();
-    seat = noSeat;
+    slot = noSlot;
     membersChanged_.store(true, std::memory_order_release);
 }
 
@@ -165,7 +165,7 @@ void LiveTrack::popFront()
     startable_ = startable_ && start_ >= base_;
 }
 
-void LiveTrack::refreshAudience()
+void LiveTrack::refreshSubscribers()
 {
     if (!membersChanged_.load(std::memory_order_acquire))
     {
@@ -173,10 +173,10 @@ void LiveTrack::refreshAudience()
     }
     const std::lock_guard<std::mutex> guard(membersMutex_);
     membersChanged_.store(false, std::memory_order_relaxed);
-    audience_.clear();
+    subscribers_.clear();
     for (const Member& member : members_)
     {
-        audience_.push_back(member.session);
+        subscribers_.push_back(member.session);
     }
 }
 

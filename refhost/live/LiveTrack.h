@@ -82,15 +82,15 @@ public:
     Found firstSince(std::int64_t captureNs, std::uint64_t earliest) const;
 
     /// The place of a session in the list of those that play; kept by the session, changed by the track.
-    using Seat = std::size_t;
-    static constexpr Seat noSeat = std::numeric_limits<Seat>::max();
+    using SubscriberSlot = std::size_t;
+    static constexpr SubscriberSlot noSlot = std::numeric_limits<SubscriberSlot>::max();
 
     /// Has `session` pumped for each new unit, until leave().
-    /// \param seat  lives until leave()
-    void join(std::shared_ptr<LiveSession> session, Seat& seat);
+    /// \param slot  lives until leave()
+    void join(std::shared_ptr<LiveSession> session, SubscriberSlot& slot);
     /// The session may be pumped once more, if a unit is just being dealt out.
-    void leave(Seat& seat);
-    /// How many sessions have a seat.
+    void leave(SubscriberSlot& slot);
+    /// How many sessions have a slot.
     std::size_t viewers() const;
 
 private:
@@ -103,13 +103,13 @@ private:
     struct Member
     {
         std::shared_ptr<LiveSession> session;
-        Seat* seat;
+        SubscriberSlot* slot;
     };
 
     std::uint64_t push(AccessUnitPtr unit, std::uint32_t& epoch);
     void trim();
     void popFront();
-    void refreshAudience();
+    void refreshSubscribers();
     Found found(std::uint64_t index) const;
 
     const bool video_;
@@ -128,8 +128,8 @@ private:
 
     mutable std::mutex membersMutex_;
     std::vector<Member> members_;
-    std::atomic<bool> membersChanged_{false};             // written under the lock
-    std::vector<std::shared_ptr<LiveSession>> audience_;  // the source's thread's copy of members_
+    std::atomic<bool> membersChanged_{false};                // written under the lock
+    std::vector<std::shared_ptr<LiveSession>> subscribers_;  // the source's thread's copy of members_
 };
 
 }  // namespace refhost

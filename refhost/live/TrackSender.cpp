@@ -69,7 +69,7 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
         }
         if (sender_.transport()->traits().shared)
         {
-            welcome();
+            onJoin();
         }
         return 0;
     }
@@ -91,7 +91,7 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
     waitsForKey_ = false;
     congestedMs_ = never;
     playedMs_ = settings_.clock->monotonicMs();
-    track_->join(session, seat_);
+    track_->join(session, slot_);
     viewed_->acquire();
     if (video_ && !startingPoint(nullptr, playedMs_).unit)
     {
@@ -102,7 +102,7 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
 }
 
 /// Somebody joined, who has nothing to start from and does not know what belongs together.
-void TrackSender::welcome()
+void TrackSender::onJoin()
 {
     sender_.wantReport();
     if (video_)
@@ -118,7 +118,7 @@ void TrackSender::pause()
         return;
     }
     playing_ = false;
-    track_->leave(seat_);
+    track_->leave(slot_);
     abandonUnit();
     viewed_->release();
     viewed_.reset();

@@ -122,7 +122,7 @@ public:
 private:
     static constexpr std::int64_t never = -1;
 
-    void welcome();
+    void onJoin();
     bool start(TrackSender* videoSender, std::int64_t nowMs);
     LiveTrack::Found startingPoint(TrackSender* videoSender, std::int64_t nowMs);
     void startAt(const LiveTrack::Found& found);
@@ -146,7 +146,7 @@ private:
     const int payloadSize_;
     const std::shared_ptr<LiveTrack> track_;
     std::shared_ptr<StreamSource> viewed_;  // set while this sender counts as its viewer
-    LiveTrack::Seat seat_ = LiveTrack::noSeat;
+    LiveTrack::SubscriberSlot slot_ = LiveTrack::noSlot;
 
     RtpSender sender_;
     bool playing_ = false;

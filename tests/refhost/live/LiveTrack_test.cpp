@@ -165,23 +165,23 @@ TEST_F(LiveTrackTest, WhoLeavesIsLetGoWithTheNextUnit)
 {
     const auto track = make(true);
     std::vector<std::shared_ptr<LiveSession>> sessions;
-    std::vector<LiveTrack::Seat> seats(5, LiveTrack::noSeat);
-    for (LiveTrack::Seat& seat : seats)
+    std::vector<LiveTrack::SubscriberSlot> slots(5, LiveTrack::noSlot);
+    for (LiveTrack::SubscriberSlot& slot : slots)
     {
         sessions.push_back(std::make_shared<LiveSession>());
-        track->join(sessions.back(), seat);
+        track->join(sessions.back(), slot);
     }
     track->onAccessUnit(unit(0, true));
     for (const auto& session : sessions)
     {
         EXPECT_EQ(3, session.use_count());  // here, the list, and the copy of it that units are dealt out by
     }
-    // In an order that moves others to freed seats.
-    std::size_t left = seats.size();
+    // In an order that moves others to freed slots.
+    std::size_t left = slots.size();
     for (const std::size_t who : {1U, 4U, 0U, 3U, 2U})
     {
-        track->leave(seats[who]);
-        EXPECT_EQ(LiveTrack::noSeat, seats[who]);
+        track->leave(slots[who]);
+        EXPECT_EQ(LiveTrack::noSlot, slots[who]);
         track->onAccessUnit(unit(40, false));
         EXPECT_EQ(1, sessions[who].use_count());
         --left;

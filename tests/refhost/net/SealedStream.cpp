@@ -158,7 +158,7 @@ void SealedStream::readInner()
     {
         failed_ = records_.compare(0, hello.size(), hello) != 0;
         records_.erase(0, hello.size());
-        outgoing_ += welcome;
+        outgoing_ += onJoin;
         established_ = true;
     }
     if (established_)

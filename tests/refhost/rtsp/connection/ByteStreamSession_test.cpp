@@ -70,7 +70,7 @@ public:
 protected:
     std::string wait(int milliseconds) override
     {
-        constexpr std::size_t greeting = SealedStream::welcome.size();
+        constexpr std::size_t greeting = SealedStream::onJoin.size();
         std::string bytes;
         while (bytes.empty())
         {
@@ -78,7 +78,7 @@ protected:
             records_ += more;
             if (!welcomed_ && records_.size() >= greeting)
             {
-                EXPECT_EQ(records_.substr(0, greeting), SealedStream::welcome);
+                EXPECT_EQ(records_.substr(0, greeting), SealedStream::onJoin);
                 records_.erase(0, greeting);
                 welcomed_ = true;
             }
