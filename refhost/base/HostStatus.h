@@ -31,7 +31,7 @@ enum HostStatus
     /// rebuilt or cannot be read now. Ask again later.
     hostRecordingsIncomplete = -113,
     /// The client sent BYE: its talk-back session ends.
-    hostTalkerLeft = -112,
+    hostTalkSenderLeft = -112,
 };
 
 }  // namespace refhost

@@ -29,7 +29,7 @@ bool isLoopback(const std::string& address)
 auto members(const LimitsConfig& l)
 {
     return std::tie(l.connections, l.connectionsPerAddress, l.sessions, l.sessionsPerAddress, l.sendBuffer,
-                    l.talkers, l.headerCount, l.headerBytes, l.bodyBytes, l.handshakeTimeout, l.setupTimeout,
+                    l.senders, l.headerCount, l.headerBytes, l.bodyBytes, l.handshakeTimeout, l.setupTimeout,
                     l.idleTimeout, l.sessionTimeout, l.orphanTimeout);
 }
 

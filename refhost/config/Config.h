@@ -103,7 +103,7 @@ struct LimitsConfig
     int sessions = 4096;
     int sessionsPerAddress = 1024;
     int sendBuffer = 512;     ///< KiB that the system keeps for a viewer over TCP who does not read
-    int talkers = 16;         ///< sessions that may have talk-back set up
+    int senders = 16;         ///< sessions that may have talk-back set up
     int headerCount = 64;     ///< header lines in one request
     int headerBytes = 16384;  ///< request line and header lines together
     int bodyBytes = 16384;

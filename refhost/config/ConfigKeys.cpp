@@ -153,7 +153,7 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             [](Limits& l) -> int& { return l.sendBuffer; }, 32, 4096),
         number<Limits>(
             "talkers", "Sessions that may have talk-back set up at once; others get 453.",
-            [](Limits& l) -> int& { return l.talkers; }, 1, mostNumber),
+            [](Limits& l) -> int& { return l.senders; }, 1, mostNumber),
         number<Limits>(
             "header-count", "Header lines in one request.", [](Limits& l) -> int& { return l.headerCount; },
             8, 1000),

@@ -34,41 +34,41 @@ TalkSettings SharedOutput::settings() const
     return settings_;
 }
 
-bool SharedOutput::admit(Talker talker)
+bool SharedOutput::admit(TalkSender sender)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const bool known = admitted_.count(talker) != 0;
-    if ((!known && admitted_.size() >= settings_.maxTalkers) || !floor_->admit(talker))
+    const bool known = admitted_.count(sender) != 0;
+    if ((!known && admitted_.size() >= settings_.maxTalkSenders) || !floor_->admit(sender))
     {
         return false;
     }
-    admitted_.insert(talker);
+    admitted_.insert(sender);
     return true;
 }
 
-void SharedOutput::pause(Talker talker)
+void SharedOutput::pause(TalkSender sender)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    floor_->pause(talker);
+    floor_->pause(sender);
     if (mixer_)
     {
-        mixer_->remove(talker);
+        mixer_->remove(sender);
     }
 }
 
-void SharedOutput::leave(Talker talker)
+void SharedOutput::leave(TalkSender sender)
 {
-    pause(talker);
+    pause(sender);
     const std::lock_guard<std::mutex> guard(mutex_);
-    floor_->leave(talker);
-    admitted_.erase(talker);
+    floor_->leave(sender);
+    admitted_.erase(sender);
 }
 
-bool SharedOutput::claim(Talker talker, const std::string& name, std::int64_t nowNs)
+bool SharedOutput::claim(TalkSender sender, const std::string& name, std::int64_t nowNs)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const Talker before = floor_->owner();
-    const bool heard = floor_->claim(talker, nowNs);
+    const TalkSender before = floor_->owner();
+    const bool heard = floor_->claim(sender, nowNs);
     if (floor_->owner() != before)
     {
         Log::info("talk-back: {} has the audio output", name);
@@ -76,14 +76,14 @@ bool SharedOutput::claim(Talker talker, const std::string& name, std::int64_t no
     return heard;
 }
 
-int SharedOutput::play(Talker talker, const std::vector<std::int16_t>& samples, IMediaPlayer& player)
+int SharedOutput::play(TalkSender sender, const std::vector<std::int16_t>& samples, IMediaPlayer& player)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (!mixer_)
     {
         return give(player, samples);
     }
-    mixer_->add(talker, samples);
+    mixer_->add(sender, samples);
     return 0;
 }
 

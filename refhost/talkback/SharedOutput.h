@@ -20,7 +20,7 @@ namespace refhost
 class SharedOutput
 {
 public:
-    using Talker = TalkFloor::Talker;
+    using TalkSender = TalkFloor::TalkSender;
 
     /// The one of the process; made at the first call, never destroyed.
     static SharedOutput& instance();
@@ -37,20 +37,20 @@ public:
     /// A session is set up.
     /// \returns false when another one has the output and this one is refused, or when there are as many as
     ///          the settings allow
-    bool admit(Talker talker);
+    bool admit(TalkSender sender);
     /// A session pauses: others may be heard.
-    void pause(Talker talker);
+    void pause(TalkSender sender);
     /// A session ends.
-    void leave(Talker talker);
+    void leave(TalkSender sender);
 
     /// Audio of a session came. A change of who owns the output is told in the log.
-    /// \param name  what the log calls the talker
+    /// \param name  what the log calls the sender
     /// \returns true when the audio is to be decoded and given to play()
-    bool claim(Talker talker, const std::string& name, std::int64_t nowNs);
+    bool claim(TalkSender sender, const std::string& name, std::int64_t nowNs);
 
-    /// Plays decoded audio of a talker that is heard.
+    /// Plays decoded audio of a sender that is heard.
     /// \returns 0, or the player's code
-    int play(Talker talker, const std::vector<std::int16_t>& samples, IMediaPlayer& player);
+    int play(TalkSender sender, const std::vector<std::int16_t>& samples, IMediaPlayer& player);
 
     /// Plays what is due by the clock, where senders are mixed; call it every few milliseconds.
     /// \returns 0, or the player's code
@@ -61,7 +61,7 @@ private:
 
     mutable std::mutex mutex_;
     TalkSettings settings_;
-    std::set<Talker> admitted_;  // at most settings_.maxTalkers
+    std::set<TalkSender> admitted_;  // at most settings_.maxTalkSenders
     std::unique_ptr<TalkFloor> floor_;
     std::unique_ptr<TalkMixer> mixer_;  // null where audios are not mixed
     std::vector<std::int16_t> sum_;

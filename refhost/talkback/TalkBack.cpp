@@ -15,7 +15,7 @@ namespace
 /// A lost packet is given up when the one after it has waited for `TalkSettings::reorderMs`: until then, 45
 /// ms with packets of 20 ms, and until the worker looks again, the output must have something to play.
 constexpr int aheadMs = 60;
-/// The mixer has each talker's audio that far ahead already, and what it gives comes evenly.
+/// The mixer has each sender's audio that far ahead already, and what it gives comes evenly.
 constexpr int aheadOfMixedMs = 30;
 
 TalkPolicy policyOf(const std::string& name)
@@ -43,7 +43,7 @@ TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const
     TalkSettings settings;
     settings.policy = policyOf(config.talkBack.policy);
     settings.format = {config.talkBack.sampleRate, config.talkBack.channels};
-    settings.maxTalkers = static_cast<std::size_t>(config.limits.talkers);
+    settings.maxTalkSenders = static_cast<std::size_t>(config.limits.senders);
     SharedOutput::instance().configure(settings);
 
     MTUParam mtu;

@@ -40,7 +40,7 @@ public:
     /// \param[in,out] samples  as long a piece of audio is appended
     virtual void conceal(std::uint32_t ticks, std::vector<std::int16_t>& samples) = 0;
 
-    /// The next frame does not continue what came before: after a pause, or from another talker.
+    /// The next frame does not continue what came before: after a pause, or from another sender.
     virtual void reset() = 0;
 };
 

@@ -5,42 +5,42 @@ namespace refhost
 
 TalkFloor::TalkFloor(TalkPolicy policy, std::int64_t silenceNs) : policy_(policy), silenceNs_(silenceNs) {}
 
-bool TalkFloor::admit(Talker talker)
+bool TalkFloor::admit(TalkSender sender)
 {
     if (policy_ != TalkPolicy::refuse)
     {
         return true;
     }
-    if (guest_ != nullptr && guest_ != talker)
+    if (guest_ != nullptr && guest_ != sender)
     {
         return false;
     }
-    guest_ = talker;
+    guest_ = sender;
     return true;
 }
 
-void TalkFloor::pause(Talker talker)
+void TalkFloor::pause(TalkSender sender)
 {
-    lastHeardNs_.erase(talker);
-    if (owner_ == talker)
+    lastHeardNs_.erase(sender);
+    if (owner_ == sender)
     {
         owner_ = nullptr;
     }
 }
 
-void TalkFloor::leave(Talker talker)
+void TalkFloor::leave(TalkSender sender)
 {
-    pause(talker);
-    if (guest_ == talker)
+    pause(sender);
+    if (guest_ == sender)
     {
         guest_ = nullptr;
     }
 }
 
-bool TalkFloor::claim(Talker talker, std::int64_t nowNs)
+bool TalkFloor::claim(TalkSender sender, std::int64_t nowNs)
 {
-    const bool begins = isSilent(talker, nowNs);
-    lastHeardNs_[talker] = nowNs;
+    const bool begins = isSilent(sender, nowNs);
+    lastHeardNs_[sender] = nowNs;
     if (policy_ == TalkPolicy::mix)
     {
         return true;
@@ -48,14 +48,14 @@ bool TalkFloor::claim(Talker talker, std::int64_t nowNs)
     const bool wins = begins && policy_ == TalkPolicy::newest;
     if (owner_ == nullptr || wins || isSilent(owner_, nowNs))
     {
-        owner_ = talker;
+        owner_ = sender;
     }
-    return owner_ == talker;
+    return owner_ == sender;
 }
 
-bool TalkFloor::isSilent(Talker talker, std::int64_t nowNs) const
+bool TalkFloor::isSilent(TalkSender sender, std::int64_t nowNs) const
 {
-    const auto found = lastHeardNs_.find(talker);
+    const auto found = lastHeardNs_.find(sender);
     return found == lastHeardNs_.end() || nowNs - found->second >= silenceNs_;
 }
 

@@ -15,36 +15,36 @@ class TalkFloor
 {
 public:
     /// Stands for one talk-back session.
-    using Talker = const void*;
+    using TalkSender = const void*;
 
     TalkFloor(TalkPolicy policy, std::int64_t silenceNs);
 
     /// A session is set up.
     /// \returns false when it is refused because another one exists; it must not come again then
-    bool admit(Talker talker);
+    bool admit(TalkSender sender);
     /// A session pauses: it has stopped talking.
-    void pause(Talker talker);
+    void pause(TalkSender sender);
     /// A session ends.
-    void leave(Talker talker);
+    void leave(TalkSender sender);
 
-    /// Audio of a talker came.
+    /// Audio of a sender came.
     /// \returns true when it is to be heard
-    bool claim(Talker talker, std::int64_t nowNs);
+    bool claim(TalkSender sender, std::int64_t nowNs);
 
     /// Who owns the output; null for nobody, always so where everybody is heard.
-    Talker owner() const
+    TalkSender owner() const
     {
         return owner_;
     }
 
 private:
-    bool isSilent(Talker talker, std::int64_t nowNs) const;
+    bool isSilent(TalkSender sender, std::int64_t nowNs) const;
 
     const TalkPolicy policy_;
     const std::int64_t silenceNs_;
-    Talker owner_ = nullptr;
-    Talker guest_ = nullptr;                      // whom `refuse` has let in
-    std::map<Talker, std::int64_t> lastHeardNs_;  // of those who talked and did not pause since
+    TalkSender owner_ = nullptr;
+    TalkSender guest_ = nullptr;                      // whom `refuse` has let in
+    std::map<TalkSender, std::int64_t> lastHeardNs_;  // of those who talked and did not pause since
 };
 
 }  // namespace refhost

@@ -31,10 +31,10 @@ std::size_t TalkMixer::samplesOf(std::int64_t ms) const
     return static_cast<std::size_t>(ms * format_.sampleRate / 1000 * format_.channels);
 }
 
-void TalkMixer::add(Talker talker, const std::vector<std::int16_t>& samples)
+void TalkMixer::add(TalkSender sender, const std::vector<std::int16_t>& samples)
 {
-    Line& line = lines_[talker];
-    // Nothing else would ever bring a talker back whose packets came all at once.
+    Line& line = lines_[sender];
+    // Nothing else would ever bring a sender back whose packets came all at once.
     if (line.samples.size() > samplesOf(aheadMs + mostLaterMs))
     {
         line.keepLast(samplesOf(aheadMs));
@@ -52,9 +52,9 @@ void TalkMixer::Line::keepLast(std::size_t most)
     }
 }
 
-void TalkMixer::remove(Talker talker)
+void TalkMixer::remove(TalkSender sender)
 {
-    lines_.erase(talker);
+    lines_.erase(sender);
 }
 
 void TalkMixer::take(std::int64_t nowNs, std::vector<std::int16_t>& sum)
@@ -74,7 +74,7 @@ void TalkMixer::take(std::int64_t nowNs, std::vector<std::int16_t>& sum)
     const std::int64_t frames = (nowNs - dueNs_) * format_.sampleRate / nsPerSecond;
     dueNs_ += frames * nsPerSecond / format_.sampleRate;
     sum.assign(static_cast<std::size_t>(frames * format_.channels), 0);
-    for (auto& [talker, line] : lines_)
+    for (auto& [sender, line] : lines_)
     {
         if (!line.started)
         {

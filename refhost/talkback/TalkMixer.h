@@ -10,23 +10,23 @@
 namespace refhost
 {
 
-/// Adds several talkers' audio up to one. The sum leaves by the clock, not when audio comes: talkers' packets
+/// Adds several senders' audio up to one. The sum leaves by the clock, not when audio comes: senders' packets
 /// do not come at the same instants.
 ///
 /// Threads: one at a time.
 class TalkMixer
 {
 public:
-    using Talker = const void*;
+    using TalkSender = const void*;
 
     explicit TalkMixer(const PcmFormat& format);
 
-    /// Appends to a talker's audio. Where more than 90 ms wait already, all but the last 60 ms of them go, so
+    /// Appends to a sender's audio. Where more than 90 ms wait already, all but the last 60 ms of them go, so
     /// that a burst of packets delays nobody for good; of a long piece the last fifth of a second is kept.
-    void add(Talker talker, const std::vector<std::int16_t>& samples);
-    void remove(Talker talker);
+    void add(TalkSender sender, const std::vector<std::int16_t>& samples);
+    void remove(TalkSender sender);
 
-    /// Takes the sum of what is due since the call before. A talker comes in with 60 ms ahead, so that uneven
+    /// Takes the sum of what is due since the call before. A sender comes in with 60 ms ahead, so that uneven
     /// packets leave no holes.
     /// \param nowNs      monotonic clock
     /// \param[out] sum   empty when nobody talks
@@ -44,7 +44,7 @@ private:
     std::size_t samplesOf(std::int64_t ms) const;
 
     const PcmFormat format_;
-    std::map<Talker, Line> lines_;
+    std::map<TalkSender, Line> lines_;
     bool running_ = false;
     std::int64_t dueNs_ = 0;  // until when audio was taken
 };

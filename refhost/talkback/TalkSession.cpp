@@ -219,7 +219,7 @@ int TalkSession::report()
     if (left_)
     {
         Log::info("talk-back: {} sent BYE", name_);
-        return hostTalkerLeft;
+        return hostTalkSenderLeft;
     }
     const std::int64_t nowNs = clock_.monotonicNs();
     if (nowNs < nextReportNs_)
@@ -257,9 +257,9 @@ bool TalkSession::takeReport(const TalkReceiveQueue::Packet& packet)
     {
         reception_->noteSenderReport(findings.reporter, findings.sentNtp, packet.arrivalNs);
     }
-    // A BYE of some other source at the client's address is not the talker's.
-    const bool talkers = !reception_->hasSource() || findings.reporter == reception_->source();
-    left_ = left_ || (findings.bye && talkers);
+    // A BYE of some other source at the client's address is not the sender's.
+    const bool senders = !reception_->hasSource() || findings.reporter == reception_->source();
+    left_ = left_ || (findings.bye && senders);
     return true;
 }
 

@@ -61,7 +61,7 @@ public:
     ///          audio waits for a missing packet; statusPlayerUnusable with `playerFault` set when the output
     ///          failed; hostConnectionUnusable, for good, when the connection is closed
     int receive(bool& playerFault);
-    /// \returns 0 when RTCP came or went; audioDispatcherIdle when there was none; hostTalkerLeft, for good,
+    /// \returns 0 when RTCP came or went; audioDispatcherIdle when there was none; hostTalkSenderLeft, for good,
     ///          when the client sent BYE
     int report();
 

@@ -22,8 +22,8 @@ struct TalkSettings
 {
     TalkPolicy policy = TalkPolicy::first;
     PcmFormat format;                      ///< what the output takes
-    std::size_t maxTalkers = 16;           ///< sessions that may have talk-back set up at once
-    std::int64_t silenceMs = 500;          ///< without a packet for so long a talker has stopped
+    std::size_t maxTalkSenders = 16;       ///< sessions that may have talk-back set up at once
+    std::int64_t silenceMs = 500;          ///< without a packet for so long a sender has stopped
     std::int64_t reorderMs = 25;           ///< how long a missing packet is waited for
     std::int64_t staleMs = 100;            ///< audio that waited longer for the output is not played any more
     std::int64_t firstReportMs = 1000;     ///< from PLAY to the first receiver report

@@ -299,7 +299,7 @@ AudioDispatcher::AudioDispatcher(const SafePointer<IMediaPlayer>&) : own_(new st
 AudioDispatcher::~AudioDispatcher() noexcept(false)
 {
     delete static_cast<std::atomic<bool>*>(own_);
-    DeviceCalls::note("talker gone");
+    DeviceCalls::note("sender gone");
 }
 int AudioDispatcher::initRTBBuilder(const SubMediaInfo& info, int size)
 {

@@ -196,7 +196,7 @@ void talkBack()
     expect("stop", 0, media->stop(session, "talk"));
     manager->stop();
     expect("runs", false, manager->isRunning());
-    expectCalls("talk-back", "device describe 1/0 hear talk 1364 connect play pause talker gone");
+    expectCalls("talk-back", "device describe 1/0 hear talk 1364 connect play pause sender gone");
 }
 
 void misuse()

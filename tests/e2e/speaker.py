@@ -1,4 +1,4 @@
-"""A talker with something to say: real audio goes out in time, and packets may be lost or come late."""
+"""A sender with something to say: real audio goes out in time, and packets may be lost or come late."""
 
 import random
 import re
@@ -6,7 +6,7 @@ import time
 
 from server import wait_until
 from audio import CLOCK
-from talker import REQUIRE, Talker, rtp
+from talk_sender import REQUIRE, TalkSender, rtp
 
 CONFIG = '''
 port = 0
@@ -56,7 +56,7 @@ def wait_for_end(server, times=1):
     wait_until(lambda: closings(server) >= times, 5, f"the output is closed {times} times")
 
 
-class Speaker(Talker):
+class Speaker(TalkSender):
     """Speaks packets of audio.encode()."""
 
     def __init__(self, url, transport, codec="pcmu", seed=1):

@@ -10,7 +10,7 @@ import pytest
 from rtsp_client import RtspClient
 from server import Server, end, wait_until
 from speaker import talk_back
-from talker import Talker
+from talk_sender import TalkSender
 
 CAMERA = """
 port = 0
@@ -52,9 +52,9 @@ def test_a_failing_audio_output_is_reported_once_in_ten_seconds(serve, tmp_path)
     """The worker tries it again about three times a second and prints each failure."""
     server = serve(talk_back(output="wav", device=f"{tmp_path}/no/such/folder.wav"))
     server.allow_problem("talk-back: .*(folder.wav|fail)")
-    with Talker(server.url()) as talker:
-        talker.open()
-        talker.talk(3)
+    with TalkSender(server.url()) as sender:
+        sender.open()
+        sender.talk(3)
     server.stop()
     lines = [line for line in server.log().splitlines() if "MediaPlayer open fail" in line]
     assert len(lines) == 2, lines

@@ -12,7 +12,7 @@ import pytest
 
 from rtsp_client import RtspClient
 from server import wait_until
-from talker import PACKET_SECONDS, REQUIRE, Talker, rtp, sender_report
+from talk_sender import PACKET_SECONDS, REQUIRE, TalkSender, rtp, sender_report
 
 pytestmark = pytest.mark.usefixtures("real_time")
 
@@ -100,11 +100,11 @@ def test_only_who_insists_is_told_of_the_back_channel(server):
     with RtspClient(server.url()) as client:
         plain = client.request("DESCRIBE").body.decode()
         assert "sendonly" not in plain and "recvonly" not in plain and plain.count("m=") == 2
-    with Talker(server.url()) as talker:
-        section = talker.describe()
+    with TalkSender(server.url()) as sender:
+        section = sender.describe()
         assert section.startswith("audio 0 RTP/AVP 0\r\n")
         assert "a=rtpmap:0 PCMU/8000\r\n" in section
-        directions = re.findall(r"a=(sendonly|recvonly|sendrecv)", talker.description)
+        directions = re.findall(r"a=(sendonly|recvonly|sendrecv)", sender.description)
         assert directions == ["recvonly", "recvonly", "sendonly"]
     with RtspClient(server.url(camera=2)) as client:
         response = client.request("DESCRIBE", headers=REQUIRE)
@@ -121,41 +121,41 @@ def test_features_that_nobody_knows_are_listed(server):
 
 
 def test_a_session_from_setup_to_teardown(server, transport):
-    with Talker(server.url(), transport) as talker:
-        talker.describe()
-        setup = talker.setup()
+    with TalkSender(server.url(), transport) as sender:
+        sender.describe()
+        setup = sender.setup()
         assert "RECORD" not in setup.headers["transport"]
-        play = talker.play()
+        play = sender.play()
         assert play.status == 200
         assert "rtp-info" not in play.headers
         wait_for_output(server)
-        talker.talk(0.5, tone(1000))
+        sender.talk(0.5, tone(1000))
         assert level(heard(server)[-1600:], 1000) > 7000
-        assert talker.client.request("TEARDOWN", headers=REQUIRE).status == 200
+        assert sender.client.request("TEARDOWN", headers=REQUIRE).status == 200
         wait_until(lambda: server.sessions() == 0, 5, "the session is gone")
 
 
 def test_reports_tell_what_was_lost(server, transport):
-    with Talker(server.url(), transport) as talker:
-        talker.open()
+    with TalkSender(server.url(), transport) as sender:
+        sender.open()
         wait_for_output(server)
-        talker.talk(0.4, lost=lambda number: number in (3, 4, 9))
-        first = talker.report()
+        sender.talk(0.4, lost=lambda number: number in (3, 4, 9))
+        first = sender.report()
         while not first.blocks:
-            first = talker.report()
+            first = sender.report()
         assert first.types[:2] == [201, 202]
-        assert first.ssrc == talker.report_ssrc
-        assert first.source == talker.ssrc
-        time.sleep(0.5)  # the talker pauses: its clock goes on, its timestamps do not
-        talker.talk(1.0, lost=lambda number: number % 10 == 5)
+        assert first.ssrc == sender.report_ssrc
+        assert first.source == sender.ssrc
+        time.sleep(0.5)  # the sender pauses: its clock goes on, its timestamps do not
+        sender.talk(1.0, lost=lambda number: number % 10 == 5)
         ntp = 0xE0000000_40000000
-        talker.send(sender_report(talker.ssrc, ntp, talker.sequence * 160), rtcp=True)
+        sender.send(sender_report(sender.ssrc, ntp, sender.sequence * 160), rtcp=True)
         sent_at = time.monotonic()
-        talker.talk(0.2)
-        second = talker.report()
+        sender.talk(0.2)
+        second = sender.report()
         waited = time.monotonic() - sent_at
         lost_later = 5
-        assert second.highest == talker.sequence
+        assert second.highest == sender.sequence
         assert second.lost == 3 + lost_later
         expected = second.highest - first.highest
         lost_between = second.lost - first.lost
@@ -163,31 +163,31 @@ def test_reports_tell_what_was_lost(server, transport):
         assert second.last_report == (ntp >> 16) & 0xFFFFFFFF
         assert abs(second.delay / 65536 - waited) < 0.1
         # Audio came as unevenly as it was sent, or a little more so: 8 ticks are a millisecond.
-        assert abs(second.jitter - talker.jitter) < 80
+        assert abs(second.jitter - sender.jitter) < 80
 
 
 def test_the_end_of_talk_back_sends_bye(server):
-    with Talker(server.url(), "udp") as talker:
-        talker.open()
-        talker.talk(0.2)
-        talker.report()
-        assert talker.client.request("TEARDOWN", headers=REQUIRE).status == 200
-        assert talker.report().bye
+    with TalkSender(server.url(), "udp") as sender:
+        sender.open()
+        sender.talk(0.2)
+        sender.report()
+        assert sender.client.request("TEARDOWN", headers=REQUIRE).status == 200
+        assert sender.report().bye
 
 
 def test_a_client_that_sends_bye_is_let_go(server, transport):
-    with Talker(server.url(), transport) as talker:
-        talker.open()
+    with TalkSender(server.url(), transport) as sender:
+        sender.open()
         wait_for_output(server)
-        talker.talk(0.2)
-        talker.send(sender_report(talker.ssrc, 1, 0, bye=True), rtcp=True)
+        sender.talk(0.2)
+        sender.send(sender_report(sender.ssrc, 1, 0, bye=True), rtcp=True)
         wait_until(lambda: "sent BYE" in server.log(), 5, "the BYE is heard")
         wait_until(lambda: "ended;" in server.log(), 5, "talk-back has ended")
-        assert talker.client.request("TEARDOWN").status == 200
+        assert sender.client.request("TEARDOWN").status == 200
 
 
-def test_first_talker_keeps_the_output_until_it_is_silent(server):
-    with Talker(server.url(), "udp") as anna, Talker(server.url(), "tcp") as bert:
+def test_first_sender_keeps_the_output_until_it_is_silent(server):
+    with TalkSender(server.url(), "udp") as anna, TalkSender(server.url(), "tcp") as bert:
         anna.open()
         bert.open()
         wait_for_output(server)
@@ -210,9 +210,9 @@ def together(anna, bert, seconds):
             bert.say(tone(600))
 
 
-def test_newest_talker_wins(serve):
+def test_newest_sender_wins(serve):
     server = serve(CONFIG.format(policy="newest"))
-    with Talker(server.url(), "udp") as anna, Talker(server.url(), "tcp") as bert:
+    with TalkSender(server.url(), "udp") as anna, TalkSender(server.url(), "tcp") as bert:
         anna.open()
         bert.open()
         wait_for_output(server)
@@ -224,9 +224,9 @@ def test_newest_talker_wins(serve):
         assert len(owners(server)) == 2
 
 
-def test_talkers_are_mixed(serve):
+def test_senders_are_mixed(serve):
     server = serve(CONFIG.format(policy="mix"))
-    with Talker(server.url(), "udp") as anna, Talker(server.url(), "tcp") as bert:
+    with TalkSender(server.url(), "udp") as anna, TalkSender(server.url(), "tcp") as bert:
         anna.open()
         bert.open()
         wait_for_output(server)
@@ -237,9 +237,9 @@ def test_talkers_are_mixed(serve):
         assert level(samples, 1000) > 7000
 
 
-def test_a_second_talker_is_refused(serve):
+def test_a_second_sender_is_refused(serve):
     server = serve(CONFIG.format(policy="refuse"))
-    with Talker(server.url(), "udp") as anna, Talker(server.url(), "tcp") as bert:
+    with TalkSender(server.url(), "udp") as anna, TalkSender(server.url(), "tcp") as bert:
         anna.open()
         bert.describe()
         assert bert.setup().status == 453
@@ -249,20 +249,20 @@ def test_a_second_talker_is_refused(serve):
 
 
 def test_a_vanished_client_leaves_no_session(server, transport):
-    talker = Talker(server.url(), transport)
-    talker.open()
+    sender = TalkSender(server.url(), transport)
+    sender.open()
     wait_for_output(server)
-    talker.talk(0.3, tone(1000))
-    talker.close()
+    sender.talk(0.3, tone(1000))
+    sender.close()
     wait_until(lambda: server.sessions() == 0, 15, "the session is gone")
     wait_until(lambda: "ended;" in server.log(), 5, "talk-back has ended")
 
 
 def test_who_talks_is_alive(server):
     """Longer than the session's time-out, with nothing but audio."""
-    with Talker(server.url(), "udp") as talker:
-        talker.open()
-        talker.talk(3)
+    with TalkSender(server.url(), "udp") as sender:
+        sender.open()
+        sender.talk(3)
         assert server.sessions() == 1
         begin = time.monotonic()
         wait_until(lambda: server.sessions() == 0, 15, "the silent session times out")
@@ -270,21 +270,21 @@ def test_who_talks_is_alive(server):
 
 
 def test_malformed_packets_are_dropped_and_counted(server, transport):
-    with Talker(server.url(), transport) as talker:
-        talker.open()
+    with TalkSender(server.url(), transport) as sender:
+        sender.open()
         wait_for_output(server)
-        talker.say(tone(1000))
+        sender.say(tone(1000))
         whole = rtp(1, 0, b"\x55" * 20)
         bad = [whole[:5], b"\x40" + whole[1:], b"\x8f" + whole[1:], b"\x90" + whole[1:12], b"\xa0" + whole[1:-1] + b"\xff",
                whole[:12], rtp(2, 0, b"x" * 20, payload_type=8), rtp(2, 0, b"x" * 20, ssrc=7)]
         for packet in bad:
-            talker.send(packet)
+            sender.send(packet)
         bad_rtcp = [b"", b"\x80", b"\x81\xcb\x00\x01abcd", b"\x80\xc8\x00\x06" + b"\0" * 8]
         for packet in bad_rtcp:
-            talker.send(packet, rtcp=True)
-        talker.talk(0.3, tone(1000))
+            sender.send(packet, rtcp=True)
+        sender.talk(0.3, tone(1000))
         assert level(heard(server)[-1600:], 1000) > 7000
-        assert talker.client.request("TEARDOWN").status == 200
+        assert sender.client.request("TEARDOWN").status == 200
         told = re.search(r"ended; (\d+) packets, (\d+) lost, (\d+) late, (\d+) dropped", server.log())
         packets, *others = [int(number) for number in told.groups()]
         assert others == [0, 0, len(bad) + len(bad_rtcp)]
@@ -302,21 +302,21 @@ def worker_seconds(server):
 
 
 @pytest.mark.parametrize("policy", ["first", "mix"])
-def test_fifty_talkers_cost_the_worker_little(serve, policy):
+def test_fifty_senders_cost_the_worker_little(serve, policy):
     server = serve(CONFIG.format(policy=policy))
-    talkers = [Talker(server.url(), "udp") for _ in range(50)]
+    senders = [TalkSender(server.url(), "udp") for _ in range(50)]
     try:
-        for talker in talkers:
-            talker.open()
+        for sender in senders:
+            sender.open()
         wait_for_output(server)
         begin, used = time.monotonic(), worker_seconds(server)
         for number in range(125):
             time.sleep(max(0, begin + number * PACKET_SECONDS - time.monotonic()))
-            for talker in talkers:
-                talker.say()
+            for sender in senders:
+                sender.say()
         share = (worker_seconds(server) - used) / (time.monotonic() - begin)
         print(f"{policy}: {100 * share:.1f} % of a core")
         assert share < 0.1
     finally:
-        for talker in talkers:
-            talker.close()
+        for sender in senders:
+            sender.close()

@@ -106,12 +106,12 @@ public:
         require(media == 0 || media == audioDispatcherIdle || media == audioDispatcherAgain,
                 "reception goes on");
         const int reports = session_.report();
-        require(reports == 0 || reports == audioDispatcherIdle || reports == refhost::hostTalkerLeft,
+        require(reports == 0 || reports == audioDispatcherIdle || reports == refhost::hostTalkSenderLeft,
                 "reports go on or the client left");
         // Two fifths of a second, the packet with which they are full, and a fifth that was made up for it.
         require(samples_ - before <= 48000, "a turn makes no more audio than an output takes");
         check();
-        return reports != refhost::hostTalkerLeft;
+        return reports != refhost::hostTalkSenderLeft;
     }
 
 private:

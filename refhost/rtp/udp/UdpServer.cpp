@@ -16,7 +16,7 @@ namespace
 
 constexpr int attempts = 64;
 /// Room for the key frames of many viewers at once; a receive buffer for the reports of thousands and for
-/// talkers.
+/// senders.
 constexpr int sendBufferBytes = 8 << 20;
 constexpr int receiveBufferBytes = 1 << 20;
 

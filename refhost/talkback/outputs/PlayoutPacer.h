@@ -13,7 +13,7 @@ namespace refhost
 /// what is heard, so that uneven packets leave no holes, and never so far that talk lags behind.
 ///
 /// It begins some time ahead, also after each pause; where it ran dry because packets were lost or late and
-/// several come at once, they are that lead themselves. The talker's clock and the output's are never quite
+/// several come at once, they are that lead themselves. The sender's clock and the output's are never quite
 /// the same: when the audio has been out of its place for seconds it is stretched or shortened by a
 /// thousandth, which nobody hears. Audio that would come more than 30 ms later than it began is dropped.
 ///

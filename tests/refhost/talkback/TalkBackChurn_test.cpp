@@ -243,7 +243,7 @@ TEST_F(TalkBackChurn, ServerThatStopsInMidTalkLeavesNothing)
 TEST_F(TalkBackChurn, FiftyPlayingSessionsCostTheWorkerLessThanATenthOfACore)
 {
     TalkSettings settings;
-    settings.maxTalkers = 50;
+    settings.maxTalkSenders = 50;
     SharedOutput::instance().configure(settings);
     auto output = std::make_unique<CapturedOutput>();
     std::vector<std::shared_ptr<Wire>> wires;

@@ -13,13 +13,13 @@ constexpr std::int64_t silence = 500 * ms;
 class TalkFloorTest : public testing::Test
 {
 protected:
-    const int talkers_[3] = {};
-    const TalkFloor::Talker anna = &talkers_[0];
-    const TalkFloor::Talker bert = &talkers_[1];
-    const TalkFloor::Talker carl = &talkers_[2];
+    const int senders_[3] = {};
+    const TalkFloor::TalkSender anna = &senders_[0];
+    const TalkFloor::TalkSender bert = &senders_[1];
+    const TalkFloor::TalkSender carl = &senders_[2];
 };
 
-TEST_F(TalkFloorTest, FirstTalkerIsHeardUntilHalfASecondOfSilence)
+TEST_F(TalkFloorTest, FirstTalkSenderIsHeardUntilHalfASecondOfSilence)
 {
     TalkFloor floor(TalkPolicy::first, silence);
     EXPECT_EQ(nullptr, floor.owner());

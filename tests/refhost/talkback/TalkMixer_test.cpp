@@ -24,9 +24,9 @@ protected:
         return sum;
     }
 
-    const int talkers_[2] = {};
-    const TalkMixer::Talker anna = &talkers_[0];
-    const TalkMixer::Talker bert = &talkers_[1];
+    const int senders_[2] = {};
+    const TalkMixer::TalkSender anna = &senders_[0];
+    const TalkMixer::TalkSender bert = &senders_[1];
     TalkMixer mixer{format};
 };
 
@@ -36,7 +36,7 @@ TEST_F(TalkMixerTest, NothingComesOfNobody)
     EXPECT_TRUE(takeAt(1000).empty());
 }
 
-TEST_F(TalkMixerTest, OneTalkerLeavesByTheClockAndUnchanged)
+TEST_F(TalkMixerTest, OneTalkSenderLeavesByTheClockAndUnchanged)
 {
     Samples counted(480 + 80);
     std::iota(counted.begin(), counted.end(), std::int16_t{1});
@@ -50,7 +50,7 @@ TEST_F(TalkMixerTest, OneTalkerLeavesByTheClockAndUnchanged)
     EXPECT_EQ(Samples(counted.begin(), counted.begin() + 200), got);
 }
 
-TEST_F(TalkMixerTest, TalkersAreAddedUpAndDoNotWrap)
+TEST_F(TalkMixerTest, TalkSendersAreAddedUpAndDoNotWrap)
 {
     mixer.add(anna, Samples(560, 20000));
     mixer.add(bert, Samples(560, 20000));
@@ -60,7 +60,7 @@ TEST_F(TalkMixerTest, TalkersAreAddedUpAndDoNotWrap)
     EXPECT_EQ(Samples(80, 20000), takeAt(20));
 }
 
-TEST_F(TalkMixerTest, ATalkerComesInWithSomethingAhead)
+TEST_F(TalkMixerTest, ATalkSenderComesInWithSomethingAhead)
 {
     mixer.add(anna, Samples(560, 1));
     takeAt(0);
@@ -70,7 +70,7 @@ TEST_F(TalkMixerTest, ATalkerComesInWithSomethingAhead)
     EXPECT_EQ(Samples(80, 3), takeAt(20));
 }
 
-TEST_F(TalkMixerTest, ATalkerThatRunsDryIsSilentUntilItIsAheadAgain)
+TEST_F(TalkMixerTest, ATalkSenderThatRunsDryIsSilentUntilItIsAheadAgain)
 {
     mixer.add(anna, Samples(1600, 1));
     mixer.add(bert, Samples(480, 2));
@@ -93,7 +93,7 @@ TEST_F(TalkMixerTest, WhatIsTooFarAheadLosesItsOldest)
     EXPECT_EQ(Samples(80, 2), Samples(sum.begin() + 80, sum.end()));
 }
 
-TEST_F(TalkMixerTest, ABurstDelaysATalkerUntilItsNextPacketOnly)
+TEST_F(TalkMixerTest, ABurstDelaysATalkSenderUntilItsNextPacketOnly)
 {
     mixer.add(anna, Samples(1600, 1));
     takeAt(0);

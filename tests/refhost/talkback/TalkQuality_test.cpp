@@ -52,10 +52,10 @@ struct Heard
     int delayMs = 0;          ///< longest, from a packet's arrival to the beginning of its audio
 };
 
-class Talker
+class TalkSender
 {
 public:
-    Talker(unsigned seed, const Network& network, TalkPolicy policy) : random_(seed)
+    TalkSender(unsigned seed, const Network& network, TalkPolicy policy) : random_(seed)
     {
         TalkSettings settings;
         settings.format = format;
@@ -166,7 +166,7 @@ TEST_P(TalkQuality, OverANetworkThatIsOnlyUnevenEverythingIsHeardWithin120Millis
 {
     for (unsigned seed = 1; seed <= 5; ++seed)
     {
-        const Heard heard = Talker(seed, good, GetParam()).judge();
+        const Heard heard = TalkSender(seed, good, GetParam()).judge();
         EXPECT_EQ(packets, heard.whole) << "seed " << seed;
         EXPECT_EQ(0u, heard.silence) << "seed " << seed;
         EXPECT_GT(120, heard.delayMs) << "seed " << seed;
@@ -177,14 +177,14 @@ TEST_P(TalkQuality, OverABadNetworkNearlyEverythingThatArrivesIsHeardSoonAndSile
 {
     for (unsigned seed = 1; seed <= 10; ++seed)
     {
-        const Heard heard = Talker(seed, bad, GetParam()).judge();
+        const Heard heard = TalkSender(seed, bad, GetParam()).judge();
         EXPECT_LE(heard.arrived - 2, heard.whole) << "seed " << seed;
         EXPECT_GE(60u * format.sampleRate / 1000, heard.silence) << "in 20 s, seed " << seed;
         EXPECT_GE(130, heard.delayMs) << "seed " << seed;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(OneTalker, TalkQuality, testing::Values(TalkPolicy::first, TalkPolicy::mix));
+INSTANTIATE_TEST_SUITE_P(OneTalkSender, TalkQuality, testing::Values(TalkPolicy::first, TalkPolicy::mix));
 
 }  // namespace
 }  // namespace test

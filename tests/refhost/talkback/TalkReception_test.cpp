@@ -80,7 +80,7 @@ TEST_F(TalkReceptionTest, ALongHoleIsConcealedForAFifthOfASecond)
     EXPECT_EQ(concealed(1600), (*calls)[2]);
 }
 
-TEST_F(TalkReceptionTest, ASilentTalkersJumpOfTimeIsNoLoss)
+TEST_F(TalkReceptionTest, ASilentTalkSendersJumpOfTimeIsNoLoss)
 {
     bring(10, 0);
     RtpPacket later;

@@ -14,7 +14,7 @@ namespace test
 namespace
 {
 
-constexpr std::uint32_t talkerSsrc = 0x01020304;
+constexpr std::uint32_t senderSsrc = 0x01020304;
 
 class WatchedDecoder : public FakeDecoder
 {
@@ -70,7 +70,7 @@ public:
     {
         RtcpFindings findings;
         EXPECT_TRUE(
-            RtcpReader::read(wire->rtcp.back().data(), wire->rtcp.back().size(), talkerSsrc, findings));
+            RtcpReader::read(wire->rtcp.back().data(), wire->rtcp.back().size(), senderSsrc, findings));
         return findings;
     }
 
@@ -241,7 +241,7 @@ TEST_F(TalkSessionTest, WithoutPlayerOrDecoderASessionIsRefused)
     EXPECT_EQ(hostTalkBackUnavailable, makeTalk()->session.init(track));
 }
 
-TEST_F(TalkSessionTest, OneTalkerIsHeardAndAnotherNotDecoded)
+TEST_F(TalkSessionTest, OneTalkSenderIsHeardAndAnotherNotDecoded)
 {
     const auto anna = playingTalk();
     const auto bert = playingTalk();
@@ -282,7 +282,7 @@ TEST_F(TalkSessionTest, ReceiverReportsTellLossJitterAndTheSendersReport)
         }
         clock.advanceMs(20);
     }
-    talk->bringRtcp(senderReport(talkerSsrc, 1'500'000'000, false));
+    talk->bringRtcp(senderReport(senderSsrc, 1'500'000'000, false));
     EXPECT_EQ(0, talk->session.report());
     EXPECT_EQ(0U, talk->reports());
     clock.advanceMs(600);
@@ -314,7 +314,7 @@ TEST_F(TalkSessionTest, AClientThatSendsNothingIsReportedOnWithoutABlock)
     EXPECT_FALSE(talk->lastReport().reported);
 }
 
-TEST_F(TalkSessionTest, ByeOfTheTalkerEndsTheSession)
+TEST_F(TalkSessionTest, ByeOfTheTalkSenderEndsTheSession)
 {
     const auto talk = playingTalk();
     talk->bring(1);
@@ -324,8 +324,8 @@ TEST_F(TalkSessionTest, ByeOfTheTalkerEndsTheSession)
     clock.advanceMs(1000);
     talk->session.report();
     EXPECT_EQ(1U, talk->reports());
-    talk->bringRtcp(senderReport(talkerSsrc, 0, true));
-    EXPECT_EQ(hostTalkerLeft, talk->session.report());
+    talk->bringRtcp(senderReport(senderSsrc, 0, true));
+    EXPECT_EQ(hostTalkSenderLeft, talk->session.report());
     talk->session.stop();
     EXPECT_EQ(1U, talk->reports()) << "who has left hears nothing more";
 }

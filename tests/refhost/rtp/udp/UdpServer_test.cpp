@@ -342,14 +342,14 @@ TEST(UdpServer, WhatIsNoRtcpOrRtpKeepsNothingAlive)
 TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
 {
     const auto server = openServer();
-    const ClientSocket talker("127.0.0.1");
+    const ClientSocket sender("127.0.0.1");
     const ClientSocket viewer("127.0.0.1");
     const ClientSocket stranger("127.0.0.1");
     const auto liveness = std::make_shared<SessionLiveness>();
     const auto heard = std::make_shared<RtcpListener>();
     const auto other = std::make_shared<RtcpListener>();
     auto talking = std::make_unique<SafePointer<RtpTransport>>(
-        server->makeTransport(talker.storage(), talker.port(), 9, liveness));
+        server->makeTransport(sender.storage(), sender.port(), 9, liveness));
     auto viewing = server->makeTransport(viewer.storage(), viewer.port(), 9, nullptr);
     (*talking)->setListener(heard);
     viewing->setListener(other);
@@ -357,8 +357,8 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
 
     viewer.sendTo(server->rtpPort(), packetBy(7));
     stranger.sendTo(server->rtpPort(), packetBy(8));
-    talker.sendTo(server->rtpPort(), Bytes(1501, 9));
-    talker.sendTo(server->rtpPort(), packetBy(1));
+    sender.sendTo(server->rtpPort(), Bytes(1501, 9));
+    sender.sendTo(server->rtpPort(), packetBy(1));
     ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
     server->onRtpReadable();
     EXPECT_EQ((std::vector<Bytes>{packetBy(1)}), heard->rtp) << "a packet that was cut is none";
@@ -366,7 +366,7 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
     EXPECT_GT(liveness->lastHeardMs(), 0);
 
     talking.reset();
-    talker.sendTo(server->rtpPort(), packetBy(3));
+    sender.sendTo(server->rtpPort(), packetBy(3));
     ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
     server->onRtpReadable();
     EXPECT_EQ(1U, heard->rtp.size());

@@ -50,7 +50,7 @@ TEST(StatusMap, EveryCodeThatARequestCanProvokeHasAMeaning)
                            static_cast<int>(hostTrackUnknown), static_cast<int>(hostConnectionUnusable),
                            static_cast<int>(hostTalkBackUnavailable), static_cast<int>(hostRecordingUnknown),
                            static_cast<int>(hostRecordingsIncomplete), static_cast<int>(hostRangeInvalid),
-                           static_cast<int>(hostTalkBackBusy), static_cast<int>(hostTalkerLeft)})
+                           static_cast<int>(hostTalkBackBusy), static_cast<int>(hostTalkSenderLeft)})
     {
         EXPECT_NE(StatusMap::ofCode(Step::setup, code), rtspInternalError) << code;
         EXPECT_NE(StatusMap::ofCode(Step::control, code), rtspInternalError) << code;

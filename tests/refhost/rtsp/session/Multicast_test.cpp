@@ -347,19 +347,19 @@ TEST_F(MulticastTest, AViewerWhoseConnectionEndsLeavesThoughTheOthersStay)
 TEST_F(MulticastTest, ASilentViewerLeavesThoughMembersReport)
 {
     const auto silent = join();
-    const auto talker = join();
+    const auto sender = join();
     const MulticastGroup group = groupOf(*silent);
     GroupMember reports(group, group.port + 1);
     play(*silent);
-    play(*talker);
+    play(*sender);
     for (int i = 0; i < 4; ++i)
     {
         time.advance(config.limits.sessionTimeout * 1000 / 2);
-        EXPECT_EQ(ask(*talker, "GET_PARAMETER"), 200);
+        EXPECT_EQ(ask(*sender, "GET_PARAMETER"), 200);
         reports.send({0x80, 201, 0, 1, 1, 2, 3, 4});
     }
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 1; }));
-    EXPECT_EQ(ask(*talker, "GET_PARAMETER"), 200);
+    EXPECT_EQ(ask(*sender, "GET_PARAMETER"), 200);
     // Its connection carries no session any more and may be gone too.
     TestClient late(server->port());
     EXPECT_EQ(late.request("GET_PARAMETER", url(mainPath), session(silent->session)).status, 454);

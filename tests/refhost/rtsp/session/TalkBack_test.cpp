@@ -191,7 +191,7 @@ TEST_F(TalkBackTest, DatagramsOfTheClientReachTheOutputAndOthersDoNot)
     const std::size_t once = heard->samples;
     mine.sendTo(server->rtpPort(), packet(2));
     EXPECT_TRUE(eventually([&] { return heard->samples > once; }));
-    EXPECT_LE(heard->samples, 2 * once + once / 2) << "only two of the packets are the talker's";
+    EXPECT_LE(heard->samples, 2 * once + once / 2) << "only two of the packets are the sender's";
 }
 
 TEST_F(TalkBackTest, GoesAlongWithTheFrameInOneSession)
@@ -251,7 +251,7 @@ TEST_F(TalkBackTest, ASecondClientIsRefusedWhereThePolicySaysSo)
 TEST_F(TalkBackTest, NoMoreSessionsTalkAtOnceThanTheSettingsSay)
 {
     TalkSettings settings;
-    settings.maxTalkers = 3;
+    settings.maxTalkSenders = 3;
     SharedOutput::instance().configure(settings);
     start();
     TestClient client(server->port());

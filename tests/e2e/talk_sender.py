@@ -42,7 +42,7 @@ class ReceiverReport:
         self.bye = 203 in self.types
 
 
-class Talker:
+class TalkSender:
     """One session with nothing but the back channel, unless `client` brings a session of its own."""
 
     def __init__(self, url, transport="tcp", client=None):
