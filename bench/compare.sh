@@ -19,7 +19,7 @@ cleanup() {
 trap cleanup EXIT
 
 # Encoded once, so that both servers send the same bits and neither spends time on an encoder. It is long enough for
-# one case and cannot be rewound, so that a client's PLAY does not start it anew for all.
+# one case and cannot be rewound, so that a client's PLAY does not start it again for all.
 recording="$work/recording.mkv"
 gst-launch-1.0 -q videotestsrc num-buffers=$(((seconds + 45) * 25)) pattern=smpte horizontal-speed=2 \
     ! video/x-raw,format=I420,width=1280,height=720,framerate=25/1 ! timeoverlay \
@@ -28,7 +28,7 @@ gst-launch-1.0 -q videotestsrc num-buffers=$(((seconds + 45) * 25)) pattern=smpt
     ! h264parse ! matroskamux ! filesink location="$recording"
 frame="multifilesrc location=$recording ! matroskademux ! h264parse config-interval=-1 ! identity sync=true"
 
-# Each case starts its server anew, so that none inherits memory from the one before.
+# Each case starts its server again, so that none inherits memory from the one before.
 start_ours() {
     cat >"$work/ovrtspd.toml" <<EOF
 port = 0

@@ -148,7 +148,7 @@ void ClientSession::onReadable()
     {
         fail("the server's answer is no RTSP");
     }
-    // Only here, as the listener may start the session anew and the reader is not to be reset under its own
+    // Only here, as the listener may start the session again and the reader is not to be reset under its own
     // feet.
     if (ended_)
     {

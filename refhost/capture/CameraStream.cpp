@@ -358,9 +358,9 @@ void CameraStream::checkForHang(std::uint64_t run)
 
 void CameraStream::onClockUnusable(const std::string& why)
 {
-    if (!clockTold_)
+    if (!clockReported_)
     {
-        clockTold_ = true;
+        clockReported_ = true;
         Log::warning("{}: {}: media are dated by their arrival", title_, why);
     }
 }

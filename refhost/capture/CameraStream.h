@@ -141,7 +141,7 @@ private:
     std::unique_ptr<PipelineRunner> pipeline_;
     std::unique_ptr<PipelineRunner> ending_;  ///< stopped, but not ended yet
     std::uint64_t endingRun_ = 0;
-    bool clockTold_ = false;
+    bool clockReported_ = false;
     std::uint64_t run_ = 0;       ///< number of the present start; events of earlier ones are stale
     std::uint64_t requests_ = 0;  ///< grows whenever the source is found wanted
     bool stopScheduled_ = false;

@@ -213,9 +213,9 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
         builder_.add(map.data, map.size, place_.clock.monotonicNs(GST_BUFFER_PTS(buffer), segment));
     gst_buffer_unmap(buffer, &map);
     place_.gate->countPacket();
-    if (!taken && !refusedTold_)
+    if (!taken && !refusalReported_)
     {
-        refusedTold_ = true;
+        refusalReported_ = true;
         Log::warning("{}: packets with more than a plain RTP header are left out", place_.name);
     }
 }

@@ -70,8 +70,8 @@ private:
     GstElement* payloader_ = nullptr;
     GstElement* sink_ = nullptr;
     GstPad* teePad_ = nullptr;
-    bool skipping_ = false;     // the tee's thread only
-    bool refusedTold_ = false;  // the branch's thread only
+    bool skipping_ = false;         // the tee's thread only
+    bool refusalReported_ = false;  // the branch's thread only
     std::mutex mutex_;
     std::shared_ptr<PacketTap> tap_;
 };

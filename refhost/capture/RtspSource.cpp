@@ -204,7 +204,7 @@ void RtspSource::addPad(GstPad* pad)
     }
     if (!fresh)
     {
-        sink_.sourceEnded("the camera began its media anew", false);
+        sink_.sourceEnded("the camera began its media again", false);
         return;
     }
     DecodeStage::Events events;

@@ -46,7 +46,7 @@ constexpr const char* machineOf(SeekState)
 }
 
 /// The place that a session shall play from and has not found yet. Looking for it takes time, so that it may
-/// be asked for anew meanwhile: the last request counts. Threads: one at a time.
+/// be asked for again meanwhile: the last request counts. Threads: one at a time.
 class PendingSeek
 {
 public:

@@ -58,7 +58,7 @@ struct PlaySpeed
     }
 };
 
-/// Bits of `rangeKind` in the operation setPlayRange(). They stay until they are set anew.
+/// Bits of `rangeKind` in the operation setPlayRange(). They stay until they are set again.
 enum PlayRangeKind
 {
     /// Packets carry the header extension of ONVIF replay.

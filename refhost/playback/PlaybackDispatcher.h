@@ -34,7 +34,7 @@ public:
     ///                 begin of `record`
     void init(const std::string& sessionId, const RecordInfo& record, std::int64_t startNs = 0);
 
-    /// Sets a track up, or anew.
+    /// Sets a track up, or again.
     /// \returns 0; hostTrackUnknown without such a session; hostConnectionUnusable for a connection that this
     ///          host did not make. A session without a track is dropped then.
     int setup(const std::string& sessionId, const SubMediaInfo& info, int payloadSize,

@@ -71,7 +71,7 @@ public:
 
     virtual ~PlaybackSource() = default;
 
-    /// Begins anew.
+    /// Begins again.
     /// \returns false when no recorded media is there or follows; what was read before goes on then
     virtual bool open(const Request& request) = 0;
 

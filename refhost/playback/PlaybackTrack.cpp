@@ -19,7 +19,7 @@ PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMe
       session_(std::move(session)),
       clock_(*settings.clock),
       silenceMs_(settings.silenceMs),
-      heardMs_(clock_.monotonicMs())
+      activityMs_(clock_.monotonicMs())
 {
 }
 
@@ -52,14 +52,14 @@ void PlaybackTrack::sent(std::uint32_t timestamp, std::int64_t audioNs)
 
 void PlaybackTrack::heard()
 {
-    heardMs_ = clock_.monotonicMs();
+    activityMs_ = clock_.monotonicMs();
 }
 
 bool PlaybackTrack::silent() const
 {
     const RtpTransport* const way = sender.transport();
     const bool expected = silenceMs_ > 0 && way != nullptr && way->traits().silentWhenGone;
-    return expected && clock_.monotonicMs() - heardMs_ > silenceMs_;
+    return expected && clock_.monotonicMs() - activityMs_ > silenceMs_;
 }
 
 void PlaybackTrack::sendBye(std::int64_t wallNs, std::int64_t playNs)

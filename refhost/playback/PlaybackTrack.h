@@ -146,7 +146,7 @@ private:
     const std::weak_ptr<PlaybackSession> session_;
     const HostClock& clock_;
     const std::int64_t silenceMs_;
-    std::int64_t heardMs_;
+    std::int64_t activityMs_;
     StateMachine<PlaybackTrackState> state_{PlaybackTrackState::silent};
     bool brokenOff_ = false;
     bool audioFollows_ = false;

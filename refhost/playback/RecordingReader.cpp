@@ -291,7 +291,7 @@ bool RecordingReader::wants(const CodedUnit& unit) const
     return codec && track(unit.video).codec == *codec;
 }
 
-/// Leaves out what was played already, of a segment read anew or one that overlaps the one before.
+/// Leaves out what was played already, of a segment read again or one that overlaps the one before.
 bool RecordingReader::follows(const CodedUnit& unit)
 {
     if (!unit.video && unit.timeNs <= lastAudioNs_)

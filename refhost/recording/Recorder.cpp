@@ -87,9 +87,9 @@ bool Recorder::admits(std::size_t bytes)
     skipping_ = queued_ + bytes > options_.mostQueued;
     if (skipping_)
     {
-        Log::write(slowTold_ ? Log::Level::debug : Log::Level::warning,
+        Log::write(slownessReported_ ? Log::Level::debug : Log::Level::warning,
                    title_ + ": the disk is too slow, some of the recording is left out");
-        slowTold_ = true;
+        slownessReported_ = true;
         queue_.post([this] { cutter_.interrupt(); });
         return false;
     }

@@ -30,7 +30,7 @@ namespace refhost
 /// minutes at most, and stops nothing.
 ///
 /// A segment is dated when it begins; within it, time is what passed since. When the wall clock is set, the
-/// next segment begins with the next key frame, dated anew; no frame is lost, and none is dated twice.
+/// next segment begins with the next key frame, dated again; no frame is lost, and none is dated twice.
 /// Threads: any.
 class Recorder : public EncodedUnitSink, public std::enable_shared_from_this<Recorder>, private SegmentSink
 {
@@ -105,7 +105,7 @@ private:
     std::mutex inletMutex_;
     std::size_t queued_ = 0;  ///< bytes that wait for the disk
     bool skipping_ = false;   ///< until the disk has caught up
-    bool slowTold_ = false;
+    bool slownessReported_ = false;
 
     // Used on the recorder's thread only.
     SegmentCutter cutter_;

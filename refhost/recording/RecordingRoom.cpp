@@ -48,11 +48,11 @@ bool RecordingRoom::make(bool again)
     for (const bool alsoUsed : {false, true})
     {
         // What is remembered may be used up, or in use.
-        for (const bool anew : {false, true})
+        for (const bool listAgain : {false, true})
         {
             if (removed == 0)
             {
-                if (anew || oldest_.empty())
+                if (listAgain || oldest_.empty())
                 {
                     findOldest();
                 }

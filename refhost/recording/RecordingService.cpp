@@ -169,7 +169,7 @@ bool RecordingService::openFolder()
     {
         folder_ = RecordingFolder::open(path, error);
     }
-    if (!folder_ && !failureTold_)
+    if (!folder_ && !failureReported_)
     {
         Log::error("nothing is recorded: {}", Log::safe(error));
     }
@@ -177,7 +177,7 @@ bool RecordingService::openFolder()
     {
         Device::setRecordings(nullptr);
     }
-    failureTold_ = failureTold_ || !folder_;
+    failureReported_ = failureReported_ || !folder_;
     return folder_ != nullptr;
 }
 
@@ -197,14 +197,14 @@ void RecordingService::openIndex()
     }
     if (!index_)
     {
-        if (!std::exchange(indexFailureTold_, true))
+        if (!std::exchange(indexFailureReported_, true))
         {
             Log::error("recordings cannot be listed or played, only recorded: {}", Log::safe(error));
         }
         queue_.post([this] { openIndex(); }, pauses_.retry);
         return;
     }
-    if (std::exchange(indexFailureTold_, false))
+    if (std::exchange(indexFailureReported_, false))
     {
         Log::info("the index of the recordings can be opened now");
     }
@@ -266,7 +266,7 @@ void RecordingService::leave()
     end();
     Device::setRecordings(nullptr);
     Device::expectRecordings();
-    failureTold_ = true;
+    failureReported_ = true;
     open();
 }
 
@@ -295,7 +295,7 @@ void RecordingService::record()
     {
         Log::info("{} recorded in {}{}",
                   recorders_.size() == 1 ? "one stream is" : fmt::format("{} streams are", recorders_.size()),
-                  config_.recording.directory, failureTold_ ? ", which can be written now" : "");
+                  config_.recording.directory, failureReported_ ? ", which can be written now" : "");
     }
 }
 
@@ -318,11 +318,11 @@ void RecordingService::retain()
     {
         Log::debug("{} old recordings removed", outcome.removed);
     }
-    if (!outcome.problem.empty() && !stuckTold_)
+    if (!outcome.problem.empty() && !stuckReported_)
     {
         Log::error("old recordings cannot be removed: {}", Log::safe(outcome.problem));
     }
-    stuckTold_ = !outcome.problem.empty();
+    stuckReported_ = !outcome.problem.empty();
 }
 
 void RecordingService::reportClock(const RecordingRetention::Outcome& outcome)

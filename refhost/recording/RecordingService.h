@@ -93,10 +93,10 @@ private:
     std::shared_ptr<RecordingRoom> room_;
     std::shared_ptr<RecordingIndex> index_;
     std::vector<std::shared_ptr<Recorder>> recorders_;
-    bool failureTold_ = false;
-    bool indexFailureTold_ = false;
+    bool failureReported_ = false;
+    bool indexFailureReported_ = false;
     bool retains_ = false;
-    bool stuckTold_ = false;
+    bool stuckReported_ = false;
     bool clockDoubted_ = false;
     bool retainsSlowly_ = false;
     std::atomic<int> attempts_{0};

@@ -18,9 +18,9 @@ public:
     {
         counted,
         /// Far away from what came before. It is not counted; if the next packet follows it, the source began
-        /// anew and everything is counted from there.
+        /// again and everything is counted from there.
         strayed,
-        /// The source began anew with this packet, or it is the first one.
+        /// The source began again with this packet, or it is the first one.
         begun
     };
 

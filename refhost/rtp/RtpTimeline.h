@@ -10,7 +10,7 @@ namespace refhost
 /// The RTP timestamps of one track of one session: how capture times of a source map to them.
 ///
 /// They begin at a random value, never go back, and run on by the elapsed capture time where the source's own
-/// timestamps begin anew. Threads: one at a time.
+/// timestamps begin again. Threads: one at a time.
 class RtpTimeline
 {
 public:
@@ -25,7 +25,7 @@ public:
     }
 
     /// The timestamp that take() would give this unit now.
-    /// \param epoch  changes where the source's timestamps begin anew
+    /// \param epoch  changes where the source's timestamps begin again
     std::uint32_t peek(const AccessUnit& unit, std::uint32_t epoch) const;
 
     /// Gives the next unit its timestamp.

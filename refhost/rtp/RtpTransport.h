@@ -21,25 +21,25 @@ public:
     /// \param nowMs  monotonic clock, milliseconds
     void heard(std::int64_t nowMs)
     {
-        lastHeardMs_.store(nowMs, std::memory_order_relaxed);
+        lastActivityMs_.store(nowMs, std::memory_order_relaxed);
     }
 
     /// The same, for news that may be older than what is known.
     void heardAtLeast(std::int64_t ms)
     {
-        std::int64_t known = lastHeardMs_.load(std::memory_order_relaxed);
-        while (known < ms && !lastHeardMs_.compare_exchange_weak(known, ms, std::memory_order_relaxed))
+        std::int64_t known = lastActivityMs_.load(std::memory_order_relaxed);
+        while (known < ms && !lastActivityMs_.compare_exchange_weak(known, ms, std::memory_order_relaxed))
         {
         }
     }
 
-    std::int64_t lastHeardMs() const
+    std::int64_t lastActivityMs() const
     {
-        return lastHeardMs_.load(std::memory_order_relaxed);
+        return lastActivityMs_.load(std::memory_order_relaxed);
     }
 
 private:
-    std::atomic<std::int64_t> lastHeardMs_{0};
+    std::atomic<std::int64_t> lastActivityMs_{0};
 };
 
 /// The header fields that a session writes into every packet of one track.

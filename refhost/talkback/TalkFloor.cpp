@@ -21,7 +21,7 @@ bool TalkFloor::admit(TalkSender sender)
 
 void TalkFloor::pause(TalkSender sender)
 {
-    lastHeardNs_.erase(sender);
+    lastActivityNs_.erase(sender);
     if (owner_ == sender)
     {
         owner_ = nullptr;
@@ -40,7 +40,7 @@ void TalkFloor::leave(TalkSender sender)
 bool TalkFloor::claim(TalkSender sender, std::int64_t nowNs)
 {
     const bool begins = isSilent(sender, nowNs);
-    lastHeardNs_[sender] = nowNs;
+    lastActivityNs_[sender] = nowNs;
     if (policy_ == TalkPolicy::mix)
     {
         return true;
@@ -55,8 +55,8 @@ bool TalkFloor::claim(TalkSender sender, std::int64_t nowNs)
 
 bool TalkFloor::isSilent(TalkSender sender, std::int64_t nowNs) const
 {
-    const auto found = lastHeardNs_.find(sender);
-    return found == lastHeardNs_.end() || nowNs - found->second >= silenceNs_;
+    const auto found = lastActivityNs_.find(sender);
+    return found == lastActivityNs_.end() || nowNs - found->second >= silenceNs_;
 }
 
 }  // namespace refhost

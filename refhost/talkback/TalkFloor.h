@@ -43,8 +43,8 @@ private:
     const TalkPolicy policy_;
     const std::int64_t silenceNs_;
     TalkSender owner_ = nullptr;
-    TalkSender guest_ = nullptr;                      // whom `refuse` has let in
-    std::map<TalkSender, std::int64_t> lastHeardNs_;  // of those who talked and did not pause since
+    TalkSender guest_ = nullptr;                         // whom `refuse` has let in
+    std::map<TalkSender, std::int64_t> lastActivityNs_;  // of those who talked and did not pause since
 };
 
 }  // namespace refhost

@@ -49,7 +49,7 @@ public:
     TalkReception(const SubMediaInfo& track, const TalkSettings& settings,
                   std::unique_ptr<TalkDepayloader> depayloader, MakeDecoder makeDecoder);
 
-    /// Begins anew: the next packet is the first one.
+    /// Begins again: the next packet is the first one.
     void reset();
 
     /// Lets go of the decoder until it is needed again.

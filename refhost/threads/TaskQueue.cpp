@@ -45,7 +45,7 @@ void TaskQueue::post(Task task, Duration delay)
         catch (const std::system_error& error)
         {
             // Whoever posts may be a thread of GStreamer's, which takes no exception.
-            if (!std::exchange(failureTold_, true))
+            if (!std::exchange(failureReported_, true))
             {
                 Log::error("no thread can be made: {}", error.what());
             }
@@ -65,7 +65,7 @@ void TaskQueue::makeThread()
     if (!thread_.joinable())
     {
         thread_ = std::thread([this] { run(); });
-        failureTold_ = false;
+        failureReported_ = false;
     }
 }
 

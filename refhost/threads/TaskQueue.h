@@ -50,7 +50,7 @@ private:
     DueQueue<Task> tasks_;
     bool stopping_ = false;
     std::thread thread_;
-    bool failureTold_ = false;
+    bool failureReported_ = false;
 };
 
 }  // namespace refhost

@@ -4,7 +4,7 @@
 Usage: check_baseline.py <architecture> <scratch folder> [--source <folder>] [--toolchain <file>] [--update]
 
 Builds the library with debugging information, reads its interface from that, and compares it with
-baseline/<architecture>.abi beside this script. --update writes the baseline anew: after an addition to the
+baseline/<architecture>.abi beside this script. --update writes the baseline again: after an addition to the
 interface, or together with a new soname.
 """
 import argparse
@@ -95,9 +95,9 @@ def main():
     elif diff.returncode & INCOMPATIBLE or BROKEN.search(diff.stdout):
         harm(diff.stdout)
         print("Take the change back. Or, when it is meant, give the library a new soname, so that such hosts keep the old\n"
-              "library: raise the major version in CMakeLists.txt, and write the baselines anew with --update.")
+              "library: raise the major version in CMakeLists.txt, and write the baselines again with --update.")
     else:
-        print("The interface grew; hosts that stand go on working. Write the baseline anew with --update.")
+        print("The interface grew; hosts that stand go on working. Write the baseline again with --update.")
     return 1
 
 

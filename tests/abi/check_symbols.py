@@ -12,7 +12,7 @@ Usage: check_symbols.py <libovmediacontrol.so> [--update]
 
 All of it carries the interface's version, and the library its soname.
 
---update writes the lists anew: a change in them is a change of the binary interface.
+--update writes the lists again: a change in them is a change of the binary interface.
 """
 import difflib
 import pathlib

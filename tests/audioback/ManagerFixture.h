@@ -24,9 +24,9 @@ protected:
 
     /// Adds a session that does not play, silently.
     int add(const std::string& sessionId);
-    /// Adds a session that plays; the log begins anew behind it.
+    /// Adds a session that plays; the log begins again behind it.
     void addPlaying(const std::string& sessionId);
-    /// Opens the output as the worker does, with the sessions there are; the log begins anew behind it.
+    /// Opens the output as the worker does, with the sessions there are; the log begins again behind it.
     void openPlayer();
     /// Whether the manager takes its output for open.
     bool playerOpened();

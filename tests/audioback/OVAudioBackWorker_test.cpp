@@ -137,7 +137,7 @@ TEST_F(OVAudioBackWorker, OutputThatDoesNotOpenIsToldAndTriedAgainAfter300Millis
     EXPECT_EQ((Waits{idleWait, idleWait, activeWait}), host_.waits());
 }
 
-TEST_F(OVAudioBackWorker, OutputFaultEndsTheIterationWithoutAWaitAndTheNextOneOpensAnew)
+TEST_F(OVAudioBackWorker, OutputFaultEndsTheIterationWithoutAWaitAndTheNextOneOpensAgain)
 {
     addPlaying("s1");
     openPlayer();

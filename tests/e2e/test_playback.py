@@ -185,7 +185,7 @@ def test_fast_forward_shows_key_frames(recorded):
     assert numbers(frames) == [frame.number for frame in recorded.whole if frame.key]
 
 
-def test_play_after_the_end_begins_anew(recorded):
+def test_play_after_the_end_begins_again(recorded):
     with RtspClient(recorded.url) as client:
         client.describe()
         client.setup_all()

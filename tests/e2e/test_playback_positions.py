@@ -56,7 +56,7 @@ def ffmpeg(recorded, transport, tmp_path, start):
 
 
 def mpv(recorded, transport, tmp_path, start):
-    """The same of mpv; without play times, because its encoder begins them anew."""
+    """The same of mpv; without play times, because its encoder begins them again."""
     path = tmp_path / "mpv.mkv"
     seek = [f"--start={start:.3f}", "--hr-seek=no"] if start else []
     run = subprocess.run(["mpv", "--no-config", "--no-audio", f"--rtsp-transport={transport}", *seek, f"--o={path}",

@@ -140,7 +140,7 @@ def test_second_server_leaves_the_folder_alone(serve, build_folder, directory):
     assert len(streams[3, 1]) == 1, "no gap"
 
 
-def test_lost_index_is_made_anew_from_the_files(serve, build_folder, directory):
+def test_lost_index_is_made_again_from_the_files(serve, build_folder, directory):
     server = serve(config(directory))
     wait_until(lambda: len(files(directory)) >= 3, 30, "three segments")
     server.stop()

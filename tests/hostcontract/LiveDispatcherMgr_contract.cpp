@@ -121,7 +121,7 @@ TEST_F(LiveDispatcherContract, SessionEndsWithItsOnlyConnectionThoughItHasFurthe
     ASSERT_EQ(0, setUp(session, videoTrack));
     EXPECT_EQ(0, dispatcher()->deleteSessionConection(session, videoTrack));
     EXPECT_FALSE(dispatcher()->findSession(session));
-    EXPECT_EQ(0, setUp(session, videoTrack)) << "and can be made anew";
+    EXPECT_EQ(0, setUp(session, videoTrack)) << "and can be made again";
 }
 
 TEST_F(LiveDispatcherContract, WholeLifeOfATrackSucceedsInEveryStep)
@@ -150,7 +150,7 @@ TEST_F(LiveDispatcherContract, TrackThatEndedCanBeConnectedAgainWhileTheSessionL
     EXPECT_EQ(2, HostUnderTest::livingConnections());
     int later = first;
     EXPECT_EQ(0, dispatcher()->getTrackSSRC(session, videoTrack, later));
-    EXPECT_NE(first, later) << "it begins anew";
+    EXPECT_NE(first, later) << "it begins again";
     EXPECT_EQ(0, dispatcher()->play(session, videoTrack));
 }
 

@@ -176,7 +176,7 @@ TEST_F(PlaybackDispatchContract, ConnectionIsKeptUntilTheTrackEnds)
     EXPECT_EQ(0, HostUnderTest::livingConnections());
 }
 
-TEST_F(PlaybackDispatchContract, SetupAnewReplacesTheConnection)
+TEST_F(PlaybackDispatchContract, SetupAgainReplacesTheConnection)
 {
     ASSERT_EQ(0, setUp(session, video));
     ASSERT_EQ(0, setUp(session, video));

@@ -174,7 +174,7 @@ TEST_F(MediaUrlFactoryMapTest, FactoryThatSomebodyHoldsOutlivesItsRegistration)
     EXPECT_EQ(11, numberOf(factory));
 }
 
-TEST_F(MediaUrlFactoryMapTest, TypeCanBeRegisteredAnewAfterItWasUnregistered)
+TEST_F(MediaUrlFactoryMapTest, TypeCanBeRegisteredAgainAfterItWasUnregistered)
 {
     add(1, 11);
     map_->unregisterFactory(1);

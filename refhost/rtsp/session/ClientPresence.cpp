@@ -35,10 +35,10 @@ void ClientPresence::connectionEnded(std::uint64_t connection, std::int64_t nowM
 bool ClientPresence::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
                              std::int64_t orphanTimeoutMs) const
 {
-    const std::int64_t heardMs = liveness_->lastHeardMs();
+    const std::int64_t activityMs = liveness_->lastActivityMs();
     const std::lock_guard<std::mutex> guard(mutex_);
-    const bool orphaned = orphanedMs_ && heardMs < *orphanedMs_ + orphanGraceMs;
-    return nowMs - heardMs >= sessionTimeoutMs || (orphaned && nowMs - *orphanedMs_ >= orphanTimeoutMs);
+    const bool orphaned = orphanedMs_ && activityMs < *orphanedMs_ + orphanGraceMs;
+    return nowMs - activityMs >= sessionTimeoutMs || (orphaned && nowMs - *orphanedMs_ >= orphanTimeoutMs);
 }
 
 }  // namespace refhost

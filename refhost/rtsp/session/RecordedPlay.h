@@ -39,7 +39,7 @@ public:
 
     /// Sets the controller's tracks up for what is ordered; play() of each is to follow.
     ///
-    /// Without a range or with "now-", playing goes on where it is, or begins anew where it had come to its
+    /// Without a range or with "now-", playing goes on where it is, or begins again where it had come to its
     /// end; an order for nothing at all changes nothing where everything plays (RFC 2326, section 10.5). A
     /// range that reaches beyond the recording plays the part of it that there is. Backwards, an open begin
     /// is the recording's end and an open end its begin. \param playing  every one of the tracks plays

@@ -36,10 +36,10 @@ void OutputPlayer::setEncoderType(int type)
 void OutputPlayer::tell(const std::string& problem)
 {
     // It is tried again and again while somebody talks; one line is enough.
-    if (problem != told_)
+    if (problem != reported_)
     {
         Log::warning("talk-back: {}", Log::safe(problem));
-        told_ = problem;
+        reported_ = problem;
     }
 }
 
@@ -48,9 +48,9 @@ int OutputPlayer::open()
     const std::lock_guard<std::mutex> guard(mutex_);
     output_->close();
     open_ = false;
-    if (rests_)
+    if (backsOff_)
     {
-        rests_ = false;
+        backsOff_ = false;
         return statusPlayerUnusable;
     }
     std::string problem;
@@ -62,9 +62,9 @@ int OutputPlayer::open()
     open_ = true;
     played_ = 0;
     pacer_ = std::make_unique<PlayoutPacer>(format_, aheadMs_);
-    if (!comesAndGoes_)
+    if (!flaps_)
     {
-        told_.clear();
+        reported_.clear();
         Log::info("talk-back: {} of {} is open, {} Hz, {} channels, encoder type {}",
                   Log::safe(output_->name()), Log::safe(deviceId_), format_.sampleRate, format_.channels,
                   encoderType_);
@@ -104,8 +104,8 @@ int OutputPlayer::play(const std::uint8_t* samples, std::size_t bytes)
 void OutputPlayer::noteFailure()
 {
     tell(output_->name() + " failed");
-    comesAndGoes_ = played_ < static_cast<std::size_t>(format_.sampleRate);
-    rests_ = comesAndGoes_;
+    flaps_ = played_ < static_cast<std::size_t>(format_.sampleRate);
+    backsOff_ = flaps_;
 }
 
 void OutputPlayer::notePlayed(std::size_t frames)
@@ -113,10 +113,10 @@ void OutputPlayer::notePlayed(std::size_t frames)
     // No further than it is asked: it would begin again from zero within a day where the type is small.
     const auto second = static_cast<std::size_t>(format_.sampleRate);
     played_ = std::min(played_ + frames, second);
-    if (comesAndGoes_ && played_ == second)
+    if (flaps_ && played_ == second)
     {
-        comesAndGoes_ = false;
-        told_.clear();
+        flaps_ = false;
+        reported_.clear();
         Log::info("talk-back: {} plays again", Log::safe(output_->name()));
     }
 }
@@ -125,7 +125,7 @@ void OutputPlayer::close()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     output_->close();
-    if (open_ && !comesAndGoes_)
+    if (open_ && !flaps_)
     {
         Log::info("talk-back: {} is closed", Log::safe(output_->name()));
     }

@@ -48,10 +48,10 @@ private:
     std::string deviceId_;
     int encoderType_ = 0;
     bool open_ = false;
-    std::string told_;           // what went wrong last
-    std::size_t played_ = 0;     // frames since the opening
-    bool comesAndGoes_ = false;  // it failed soon after the last openings
-    bool rests_ = false;
+    std::string reported_;    // what went wrong last
+    std::size_t played_ = 0;  // frames since the opening
+    bool flaps_ = false;      // it failed soon after the last openings
+    bool backsOff_ = false;
     std::unique_ptr<PlayoutPacer> pacer_;
     std::vector<std::int16_t> piece_;
 };

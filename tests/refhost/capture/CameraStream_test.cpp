@@ -239,7 +239,7 @@ TEST_F(CameraStreamTest, SourceRunsOnWhenTheNextViewerComesSoon)
     EXPECT_EQ(sink->discontinuities(), 0);
 }
 
-TEST_F(CameraStreamTest, SourceStartsAnewForALaterViewer)
+TEST_F(CameraStreamTest, SourceStartsAgainForALaterViewer)
 {
     open();
     const auto sink = watch("trackID=0");

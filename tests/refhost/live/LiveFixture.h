@@ -38,7 +38,7 @@ protected:
         Device::setStreams(nullptr);
     }
 
-    /// Makes the dispatcher anew with the present settings.
+    /// Makes the dispatcher again with the present settings.
     void make()
     {
         dispatcher = std::make_unique<LiveDispatcher>(settings);
@@ -139,7 +139,7 @@ protected:
         return unit;
     }
 
-    /// The source stops and begins anew with other timestamps.
+    /// The source stops and begins again with other timestamps.
     void restartSource()
     {
         source->breakOff();

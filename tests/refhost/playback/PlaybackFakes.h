@@ -209,7 +209,7 @@ protected:
         return 1'600'000'000 * ns + static_cast<std::int64_t>(seconds * 1e9);
     }
 
-    /// Makes the session anew; its time 0 is at its begin.
+    /// Makes the session again; its time 0 is at its begin.
     void make(double begin, double end)
     {
         make(begin, end, begin);

@@ -188,7 +188,7 @@ TEST_F(RecordingRepairTest, FileThatCannotBeReadNowIsLeftForTheNextStart)
     EXPECT_EQ(index_->unclosed().size(), 1U);
 }
 
-TEST_F(RecordingRepairTest, FinishedFileThatHasLostItsEndIsMeasuredAnew)
+TEST_F(RecordingRepairTest, FinishedFileThatHasLostItsEndIsMeasuredAgain)
 {
     const std::string path = makeFile(0, 4, true);
     const std::int64_t id = enter(path, 0, false);

@@ -217,7 +217,7 @@ TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
     EXPECT_THAT(log.linesWith("cannot be removed"), SizeIs(1));
 }
 
-TEST_F(RecordingServiceTest, IndexThatWasDamagedIsMadeAnewFromTheFiles)
+TEST_F(RecordingServiceTest, IndexThatWasDamagedIsMadeAgainFromTheFiles)
 {
     startRecording();
     recorded().giveMedia(0, 2);
@@ -361,7 +361,7 @@ TEST_F(MountedRecordingServiceTest, ServerThatStartsOnAFullDiskRemovesTheOldestA
         << "no more than needed";
 }
 
-TEST_F(RecordingServiceTest, FolderThatWasReplacedIsRecordedToAnew)
+TEST_F(RecordingServiceTest, FolderThatWasReplacedIsRecordedToAgain)
 {
     startRecording();
     recorded().giveMedia(0, 3);

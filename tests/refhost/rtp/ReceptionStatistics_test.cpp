@@ -82,7 +82,7 @@ TEST_F(ReceptionStatisticsTest, SequenceGoesOnOverItsWrap)
     EXPECT_EQ(0, statistics.lost());
 }
 
-TEST_F(ReceptionStatisticsTest, OnePacketOutOfSequenceChangesNothingAndTwoInOrderBeginAnew)
+TEST_F(ReceptionStatisticsTest, OnePacketOutOfSequenceChangesNothingAndTwoInOrderBeginAgain)
 {
     EXPECT_EQ(Verdict::begun, onTime(100).verdict);
     EXPECT_EQ(Verdict::strayed, onTime(30000).verdict);

@@ -38,7 +38,7 @@ TEST(RtpTimeline, FollowsTheSourceAcrossTheWrap)
     EXPECT_FALSE(moved);
 }
 
-TEST(RtpTimeline, GoesOnByTheElapsedCaptureTimeWhereTheSourceBeginsAnew)
+TEST(RtpTimeline, GoesOnByTheElapsedCaptureTimeWhereTheSourceBeginsAgain)
 {
     RtpTimeline timeline(90000, 1000);
     bool moved = false;

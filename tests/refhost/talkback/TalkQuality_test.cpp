@@ -12,7 +12,7 @@
 #include "refhost/talkback/outputs/OutputPlayer.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 #include "tests/refhost/talkback/AudioSamples.h"
-#include "tests/refhost/talkback/HeardOutput.h"
+#include "tests/refhost/talkback/CapturedOutput.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
 namespace refhost
@@ -63,7 +63,7 @@ public:
         SharedOutput output(settings);
         const int aheadMs = policy == TalkPolicy::mix ? 30 : 60;  // as the server has it
         auto* const player =
-            new OutputPlayer(std::make_unique<HeardOutput>(clock_, samples_), format, aheadMs);
+            new OutputPlayer(std::make_unique<CapturedOutput>(clock_, samples_), format, aheadMs);
         const SafePointer<IMediaPlayer> handle(player);
         const auto wire = std::make_shared<Wire>();
         TalkSession session(handle, output, clock_, TalkDecoder::make);

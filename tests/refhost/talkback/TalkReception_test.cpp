@@ -143,7 +143,7 @@ TEST_F(TalkReceptionTest, AnotherSourceIsHeardWhenTheFirstWasSilentForHalfASecon
     EXPECT_EQ(frame(99), calls->back());
 }
 
-TEST_F(TalkReceptionTest, SourceThatBeginsAnewIsNoLoss)
+TEST_F(TalkReceptionTest, SourceThatBeginsAgainIsNoLoss)
 {
     bring(10, 0);
     takeAt(0);
@@ -227,7 +227,7 @@ TEST_F(TalkReceptionTest, AFloodIsDecodedOnlyAsFarAsAnOutputTakesIt)
     takeAt(0);
     EXPECT_EQ((std::vector<Decoded>{reset(), frame(0x55)}),
               (std::vector<Decoded>(calls->end() - 2, calls->end())))
-        << "the next turn begins anew";
+        << "the next turn begins again";
 }
 
 TEST_F(TalkReceptionTest, HolesCountAsWhatIsMadeUpForThem)
@@ -244,7 +244,7 @@ TEST_F(TalkReceptionTest, HolesCountAsWhatIsMadeUpForThem)
               *calls);
 }
 
-TEST_F(TalkReceptionTest, WhoIsNotHeardIsNotDecodedAndBeginsAnewLater)
+TEST_F(TalkReceptionTest, WhoIsNotHeardIsNotDecodedAndBeginsAgainLater)
 {
     bring(10, 0);
     takeAt(0, false);

@@ -310,7 +310,7 @@ TEST(UdpServer, ReportsGoToTheTransportOfTheirSender)
     server->onRtcpReadable();
     EXPECT_EQ((std::vector<Bytes>{reportBy(1)}), listener->rtcp);
     EXPECT_EQ((std::vector<Bytes>{reportBy(3)}), other->rtcp);
-    EXPECT_GT(liveness->lastHeardMs(), 0);
+    EXPECT_GT(liveness->lastActivityMs(), 0);
 }
 
 TEST(UdpServer, WhatIsNoRtcpOrRtpKeepsNothingAlive)
@@ -336,7 +336,7 @@ TEST(UdpServer, WhatIsNoRtcpOrRtpKeepsNothingAlive)
     server->onRtpReadable();
     EXPECT_EQ(5U, listener->rtcp.size()) << "listeners count it";
     EXPECT_EQ(2U, listener->rtp.size());
-    EXPECT_EQ(0, liveness->lastHeardMs());
+    EXPECT_EQ(0, liveness->lastActivityMs());
 }
 
 TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
@@ -363,7 +363,7 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
     server->onRtpReadable();
     EXPECT_EQ((std::vector<Bytes>{packetBy(1)}), heard->rtp) << "a packet that was cut is none";
     EXPECT_TRUE(other->rtp.empty());
-    EXPECT_GT(liveness->lastHeardMs(), 0);
+    EXPECT_GT(liveness->lastActivityMs(), 0);
 
     talking.reset();
     sender.sendTo(server->rtpPort(), packetBy(3));

@@ -117,7 +117,7 @@ TEST_F(NonceStoreTest, RemembersABoundedNumberAndExpiresWhatItForgot)
         ASSERT_TRUE(book_.use(nonces.back(), 1, here));
     }
     EXPECT_EQ(book_.remembered(), NonceStore::rememberedMost);
-    EXPECT_FALSE(book_.use(nonces.front(), 1, here)) << "a forgotten nonce must not be usable anew";
+    EXPECT_FALSE(book_.use(nonces.front(), 1, here)) << "a forgotten nonce must not be usable again";
     EXPECT_TRUE(book_.use(nonces.back(), 2, here));
 }
 

@@ -10,7 +10,7 @@
 #include "support/StatusCode.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 #include "tests/refhost/talkback/AudioSamples.h"
-#include "tests/refhost/talkback/HeardOutput.h"
+#include "tests/refhost/talkback/CapturedOutput.h"
 
 using namespace refhost;
 using refhost::test::ManualClock;
@@ -149,7 +149,7 @@ TEST_F(OutputPlayerTest, OutputThatFailsAsSoonAsItIsOpenIsLetRest)
     }
 }
 
-TEST_F(OutputPlayerTest, OutputThatComesAndGoesStandsInTheLogOnce)
+TEST_F(OutputPlayerTest, OutputThatFlapsStandsInTheLogOnce)
 {
     testing::internal::CaptureStderr();
     player_.open();
@@ -210,7 +210,7 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
     Samples heard;
     constexpr int packets = 500;
     const Samples audio = test::tone(437, 48000, packets * 960);
-    OutputPlayer player(std::make_unique<test::HeardOutput>(clock, heard), format, 60);
+    OutputPlayer player(std::make_unique<test::CapturedOutput>(clock, heard), format, 60);
     ASSERT_EQ(0, player.open());
     int next = 0;
     for (int now = 0; next < packets; now += 10, clock.advanceMs(10))

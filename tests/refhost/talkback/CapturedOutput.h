@@ -12,11 +12,11 @@ namespace test
 {
 
 /// Keeps what a loudspeaker would play, for one channel; its begin is the opening.
-class HeardOutput : public ClockedOutput
+class CapturedOutput : public ClockedOutput
 {
 public:
     /// \param heard  outlives the output
-    HeardOutput(const HostClock& clock, Samples& heard) : ClockedOutput(clock), heard_(heard) {}
+    CapturedOutput(const HostClock& clock, Samples& heard) : ClockedOutput(clock), heard_(heard) {}
 
     bool write(const std::int16_t* samples, std::size_t frames) override
     {
