@@ -26,9 +26,9 @@ void CountRecord::takeContended()
     // Long enough for the holder to go on with its next handles: a lock that changes hands, and processors,
     // at every turn takes both threads three times as long.
     constexpr int shortestSpin = 8;
-    constexpr int longestSpin = 64;
+    constexpr int maxSpin = 64;
     constexpr int yields = 32;
-    constexpr std::chrono::microseconds longestSleep(1000);
+    constexpr std::chrono::microseconds maxSleep(1000);
 
     const auto taken = [this]
     {
@@ -36,7 +36,7 @@ void CountRecord::takeContended()
                locked_.exchange(1, std::memory_order_acquire) == 0;
     };
 
-    for (int spin = shortestSpin; spin <= longestSpin; spin *= 2)
+    for (int spin = shortestSpin; spin <= maxSpin; spin *= 2)
     {
         for (int i = 0; i < spin; ++i)
         {
@@ -55,7 +55,7 @@ void CountRecord::takeContended()
             return;
         }
     }
-    for (std::chrono::microseconds sleep(20); !taken(); sleep = std::min(sleep * 2, longestSleep))
+    for (std::chrono::microseconds sleep(20); !taken(); sleep = std::min(sleep * 2, maxSleep))
     {
         std::this_thread::sleep_for(sleep);
     }

@@ -16,7 +16,7 @@ namespace
 
 constexpr std::array<std::string_view, 10> secretNames{"password", "passwd", "pass",  "pwd",     "user-pw",
                                                        "proxy-pw", "secret", "token", "api_key", "apikey"};
-constexpr std::size_t longestSecretName = 8;
+constexpr std::size_t maxSecretName = 8;
 
 bool isSchemeCharacter(char c)
 {
@@ -94,7 +94,7 @@ std::size_t secretLength(std::string_view text, std::size_t position)
     }
     end = skipBack(end - 1, " ");
     std::size_t begin = end;
-    while (begin > 0 && end - begin <= longestSecretName && isWordCharacter(text[begin - 1]))
+    while (begin > 0 && end - begin <= maxSecretName && isWordCharacter(text[begin - 1]))
     {
         --begin;
     }

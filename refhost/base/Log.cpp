@@ -204,8 +204,8 @@ std::string Log::safe(std::string_view text, std::size_t longest)
 {
     // Masked before it is cut to `longest`, lest the cut hide the '@' that tells a password; cut roughly
     // before that, so that a huge text costs little.
-    constexpr std::size_t longestExamined = 2048;
-    const std::string masked = mask(CredentialMask::cut(text, std::max(longestExamined, longest)));
+    constexpr std::size_t maxExamined = 2048;
+    const std::string masked = mask(CredentialMask::cut(text, std::max(maxExamined, longest)));
     std::string out;
     for (const char c : masked)
     {

@@ -18,7 +18,7 @@ namespace refhost
 namespace
 {
 
-constexpr std::size_t longestMessage = 500;
+constexpr std::size_t maxMessage = 500;
 
 // Broken media of one camera can bring a warning for each packet: what is beyond the budget is only counted.
 class Budget
@@ -68,7 +68,7 @@ void write(Log::Level level, std::string_view source, std::string_view message)
     {
         return;
     }
-    Log::write(level, fmt::format("{}: {}", source, Log::safe(message, longestMessage)));
+    Log::write(level, fmt::format("{}: {}", source, Log::safe(message, maxMessage)));
 }
 
 GLogWriterOutput onGlibLog(GLogLevelFlags flags, const GLogField* fields, gsize count, gpointer)

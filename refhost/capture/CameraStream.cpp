@@ -286,7 +286,7 @@ void CameraStream::startPipeline()
     events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
     pipeline_ =
         std::make_unique<PipelineRunner>(config_, title_, way_, mediaTap_, usedTaps(), std::move(events));
-    post([this, run] { checkForSilence(run, 0); }, options_.longestSilence);
+    post([this, run] { checkForSilence(run, 0); }, options_.maxSilence);
 }
 
 void CameraStream::setTaps()
@@ -425,7 +425,7 @@ void CameraStream::checkForSilence(std::uint64_t run, std::uint64_t packetsBefor
         fail("the source fell silent");
         return;
     }
-    post([this, run, packets] { checkForSilence(run, packets); }, options_.longestSilence);
+    post([this, run, packets] { checkForSilence(run, packets); }, options_.maxSilence);
 }
 
 void CameraStream::onEnded(std::uint64_t run, const std::string& why)

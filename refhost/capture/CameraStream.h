@@ -39,7 +39,7 @@ public:
                                                              std::chrono::seconds(5),
                                                              std::chrono::seconds(10)};
         /// A source that gives nothing for so long is taken for failed.
-        std::chrono::milliseconds longestSilence{10000};
+        std::chrono::milliseconds maxSilence{10000};
         /// A pipeline that does not end, or do what it is asked for, in so long is abandoned.
         std::chrono::milliseconds endDeadline{5000};
         int maxAbandoned{3};  ///< pipelines of the stream that hang at once; no further one is started then

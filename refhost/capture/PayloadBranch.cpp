@@ -16,7 +16,7 @@ namespace
 /// still for as long as a source may be silent brings all of that time at once.
 constexpr guint maxQueued = 1000;
 constexpr guint maxQueuedBytes = 32'000'000;
-constexpr guint fewQueued = 10;
+constexpr guint minQueued = 10;
 
 }  // namespace
 
@@ -181,7 +181,7 @@ bool PayloadBranch::admits(GstBuffer* buffer)
                    payloadSize_);
     }
     const bool key = !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
-    skipping_ = !(key && queued < fewQueued);
+    skipping_ = !(key && queued < minQueued);
     return !skipping_;
 }
 

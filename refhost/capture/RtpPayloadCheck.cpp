@@ -12,7 +12,7 @@ constexpr std::uint8_t paddingBit = 0x20;
 constexpr std::uint8_t extensionBit = 0x10;
 
 /// Units of 16 bits of size and that many bytes, each of at least `least`, one at least and nothing behind.
-bool unitsFit(const std::uint8_t* at, std::size_t left, std::size_t least)
+bool unitsFit(const std::uint8_t* at, std::size_t left, std::size_t min)
 {
     do
     {
@@ -21,7 +21,7 @@ bool unitsFit(const std::uint8_t* at, std::size_t left, std::size_t least)
             return false;
         }
         const std::size_t size = readBig16(at);
-        if (size < least || size > left - 2)
+        if (size < min || size > left - 2)
         {
             return false;
         }

@@ -87,7 +87,7 @@ SourceClock::Report SourceClock::report(std::uint32_t timestamp, std::uint32_t s
     {
         return Report::unusable;
     }
-    const std::int64_t expected = started_ ? lastMediaNs_ + distance + leastDelay() : arrivalNs;
+    const std::int64_t expected = started_ ? lastMediaNs_ + distance + minDelay() : arrivalNs;
     if (!reportNs || std::abs(*reportNs - expected) > maxClockErrorNs)
     {
         reportedNs_.reset();
@@ -159,24 +159,24 @@ void SourceClock::noteDelay(std::int64_t delayNs, std::int64_t arrivalNs)
     {
         delays_.push_back({arrivalNs, delayNs});
     }
-    delays_.back().leastNs = std::min(delays_.back().leastNs, delayNs);
+    delays_.back().minNs = std::min(delays_.back().minNs, delayNs);
     while (delays_.size() > 1 && arrivalNs - delays_.front().sinceNs > delayWindow)
     {
         delays_.pop_front();
     }
 }
 
-std::int64_t SourceClock::leastDelay() const
+std::int64_t SourceClock::minDelay() const
 {
-    const auto least =
+    const auto min =
         std::min_element(delays_.begin(), delays_.end(),
-                         [](const Delay& left, const Delay& right) { return left.leastNs < right.leastNs; });
-    return least->leastNs;
+                         [](const Delay& left, const Delay& right) { return left.minNs < right.minNs; });
+    return min->minNs;
 }
 
 void SourceClock::follow(std::int64_t mediaNs)
 {
-    const std::int64_t target = reportedNs_ ? *reportedNs_ : leastDelay();
+    const std::int64_t target = reportedNs_ ? *reportedNs_ : minDelay();
     if (knots_.empty())
     {
         knots_.push_back({mediaNs, target});

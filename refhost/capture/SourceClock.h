@@ -67,14 +67,14 @@ private:
     struct Delay
     {
         std::int64_t sinceNs;
-        std::int64_t leastNs;
+        std::int64_t minNs;
     };
 
     std::int64_t span(std::uint32_t from, std::uint32_t to) const;
     bool continues(std::int64_t spanNs, std::int64_t elapsedNs) const;
     void restart(std::uint32_t timestamp, std::uint32_t ssrc, std::int64_t arrivalNs);
     void noteDelay(std::int64_t delayNs, std::int64_t arrivalNs);
-    std::int64_t leastDelay() const;
+    std::int64_t minDelay() const;
     void follow(std::int64_t mediaNs);
 
     const std::uint32_t clockRate_;

@@ -160,13 +160,13 @@ std::string ConfigCheck::unknownKey(std::string_view name, const std::vector<std
 {
     const std::string wanted = normalized(name);
     std::string_view nearest;
-    std::size_t least = std::max<std::size_t>(2, wanted.size() / 3) + 1;
+    std::size_t min = std::max<std::size_t>(2, wanted.size() / 3) + 1;
     for (const std::string_view candidate : names)
     {
         const std::size_t distance = editDistance(wanted, normalized(candidate));
-        if (distance < least)
+        if (distance < min)
         {
-            least = distance;
+            min = distance;
             nearest = candidate;
         }
     }
@@ -179,11 +179,11 @@ std::string ConfigCheck::unknownKey(std::string_view name, const std::vector<std
     return nearest.empty() ? message : message + "; did you mean \"" + std::string(nearest) + "\"?";
 }
 
-std::string ConfigCheck::number(std::int64_t value, int least, int most, int step)
+std::string ConfigCheck::number(std::int64_t value, int min, int max, int step)
 {
-    if (value < least || value > most)
+    if (value < min || value > max)
     {
-        return "must be " + std::to_string(least) + " to " + std::to_string(most) + ", not " +
+        return "must be " + std::to_string(min) + " to " + std::to_string(max) + ", not " +
                std::to_string(value);
     }
     if (value % step != 0)

@@ -20,7 +20,7 @@ public:
     template <typename Section>
     static std::string assign(const NumberSetting<Section>& setting, std::int64_t value, Section& out)
     {
-        const std::string problem = number(value, setting.least, setting.most, setting.step);
+        const std::string problem = number(value, setting.min, setting.max, setting.step);
         if (problem.empty())
         {
             setting.value(out) = static_cast<int>(value);
@@ -60,7 +60,7 @@ public:
     static std::string unknownKey(std::string_view name, const std::vector<std::string_view>& names);
 
 private:
-    static std::string number(std::int64_t value, int least, int most, int step);
+    static std::string number(std::int64_t value, int min, int max, int step);
     static std::string choice(const std::string& value, const std::vector<std::string_view>& choices);
     static std::string text(const std::string& value, TextKind kind);
 };

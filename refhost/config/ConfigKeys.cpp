@@ -23,10 +23,10 @@ void setSource(StreamConfig& stream, const std::string& choice)
 }
 
 template <typename Section>
-ConfigKey<Section> number(std::string_view name, std::string_view meaning, int& (*value)(Section&), int least,
-                          int most, int step = 1)
+ConfigKey<Section> number(std::string_view name, std::string_view meaning, int& (*value)(Section&), int min,
+                          int max, int step = 1)
 {
-    return {name, meaning, NumberSetting<Section>{value, least, most, step}};
+    return {name, meaning, NumberSetting<Section>{value, min, max, step}};
 }
 
 template <typename Section>
@@ -58,9 +58,9 @@ using User = UserConfig;
 using Camera = CameraConfig;
 using Stream = StreamConfig;
 
-constexpr int longestTime = 86400;
-constexpr int mostNumber = 999999;
-constexpr int mostSize = 1073741824;  // MiB
+constexpr int maxTime = 86400;
+constexpr int maxNumber = 999999;
+constexpr int maxSize = 1073741824;  // MiB
 
 }  // namespace
 
@@ -123,7 +123,7 @@ const std::vector<ConfigKey<ServerConfig>>& serverKeys()
             [](Server& s) -> int& { return s.mtu; }, 576, 9000),
         number<Server>(
             "linger", "Seconds that a source runs on after its last viewer left.",
-            [](Server& s) -> int& { return s.linger; }, 0, longestTime),
+            [](Server& s) -> int& { return s.linger; }, 0, maxTime),
     };
     return keys;
 }
@@ -135,16 +135,16 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             "connections",
             "Connections at once. One of eight is kept for addresses that logged in or, without users, set a "
             "session up before.",
-            [](Limits& l) -> int& { return l.connections; }, 1, mostNumber),
+            [](Limits& l) -> int& { return l.connections; }, 1, maxNumber),
         number<Limits>(
             "connections-per-address",
             "Connections at once from one address; all of an IPv6 network of 64 bits count together.",
-            [](Limits& l) -> int& { return l.connectionsPerAddress; }, 1, mostNumber),
+            [](Limits& l) -> int& { return l.connectionsPerAddress; }, 1, maxNumber),
         number<Limits>(
-            "sessions", "Sessions at once.", [](Limits& l) -> int& { return l.sessions; }, 1, mostNumber),
+            "sessions", "Sessions at once.", [](Limits& l) -> int& { return l.sessions; }, 1, maxNumber),
         number<Limits>(
             "sessions-per-address", "Sessions at once from one address, counted in the same way.",
-            [](Limits& l) -> int& { return l.sessionsPerAddress; }, 1, mostNumber),
+            [](Limits& l) -> int& { return l.sessionsPerAddress; }, 1, maxNumber),
         number<Limits>(
             "send-buffer",
             "KiB of media that the system keeps for a viewer over TCP who reads too slowly; it takes up to "
@@ -153,7 +153,7 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             [](Limits& l) -> int& { return l.sendBuffer; }, 32, 4096),
         number<Limits>(
             "talkers", "Sessions that may have talk-back set up at once; others get 453.",
-            [](Limits& l) -> int& { return l.senders; }, 1, mostNumber),
+            [](Limits& l) -> int& { return l.senders; }, 1, maxNumber),
         number<Limits>(
             "header-count", "Header lines in one request.", [](Limits& l) -> int& { return l.headerCount; },
             8, 1000),
@@ -167,24 +167,24 @@ const std::vector<ConfigKey<LimitsConfig>>& limitsKeys()
             "handshake-timeout",
             "Seconds from the connect to the end of the first request, and from the first byte of a later "
             "one to its end.",
-            [](Limits& l) -> int& { return l.handshakeTimeout; }, 1, longestTime),
+            [](Limits& l) -> int& { return l.handshakeTimeout; }, 1, maxTime),
         number<Limits>(
             "setup-timeout",
             "Seconds that a client has to log in or, without users, to set a session up, while three "
             "quarters "
             "of the connections are taken.",
-            [](Limits& l) -> int& { return l.setupTimeout; }, 1, longestTime),
+            [](Limits& l) -> int& { return l.setupTimeout; }, 1, maxTime),
         number<Limits>(
             "idle-timeout", "Seconds that a connection without a session may be silent.",
-            [](Limits& l) -> int& { return l.idleTimeout; }, 1, longestTime),
+            [](Limits& l) -> int& { return l.idleTimeout; }, 1, maxTime),
         number<Limits>(
             "session-timeout",
             "Seconds that a session lives without a sign of life; told in the Session header. While an "
             "interleaved session plays or pauses, its TCP connection's answers are signs of life.",
-            [](Limits& l) -> int& { return l.sessionTimeout; }, 2, longestTime),
+            [](Limits& l) -> int& { return l.sessionTimeout; }, 2, maxTime),
         number<Limits>(
             "orphan-timeout", "Seconds that a UDP session outlives its connection without a sign of life.",
-            [](Limits& l) -> int& { return l.orphanTimeout; }, 1, longestTime),
+            [](Limits& l) -> int& { return l.orphanTimeout; }, 1, maxTime),
     };
     return keys;
 }
@@ -221,7 +221,7 @@ const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys()
             "channels", "Channels of the output.", [](TalkBack& t) -> int& { return t.channels; }, 1, 2),
         number<TalkBack>(
             "encoder-type", "Encoder type number that the output is told; these outputs only log it.",
-            [](TalkBack& t) -> int& { return t.encoderType; }, 0, mostNumber),
+            [](TalkBack& t) -> int& { return t.encoderType; }, 0, maxNumber),
     };
     return keys;
 }
@@ -266,10 +266,10 @@ const std::vector<ConfigKey<RecordingConfig>>& recordingKeys()
         number<Recording>(
             "max-size",
             "MiB that all recordings may take together, the oldest are removed beyond; 0 for no limit.",
-            [](Recording& r) -> int& { return r.maxSize; }, 0, mostSize),
+            [](Recording& r) -> int& { return r.maxSize; }, 0, maxSize),
         number<Recording>(
             "max-age", "Hours after which recordings are removed; 0 for no limit.",
-            [](Recording& r) -> int& { return r.maxAge; }, 0, mostNumber),
+            [](Recording& r) -> int& { return r.maxAge; }, 0, maxNumber),
     };
     return keys;
 }
@@ -292,7 +292,7 @@ const std::vector<ConfigKey<CameraConfig>>& cameraKeys()
     static const std::vector<ConfigKey<Camera>> keys{
         number<Camera>(
             "id", "Number of the camera in URLs: rtsp://…/orv/live/CAMERA/STREAM.",
-            [](Camera& c) -> int& { return c.id; }, 0, mostNumber),
+            [](Camera& c) -> int& { return c.id; }, 0, maxNumber),
         text<Camera>(
             "name", "What people call the camera.", [](Camera& c) -> std::string& { return c.name; },
             TextKind::plain),
@@ -312,7 +312,7 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
     static const std::vector<ConfigKey<Stream>> keys{
         number<Stream>(
             "id", "Number of the stream in URLs; unique within its camera.",
-            [](Stream& s) -> int& { return s.id; }, 0, mostNumber),
+            [](Stream& s) -> int& { return s.id; }, 0, maxNumber),
         choice<Stream>(
             "source",
             "Where video and audio come from: \"synthetic\" is a test pattern with the time and a "

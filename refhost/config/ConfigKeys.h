@@ -15,8 +15,8 @@ template <typename Section>
 struct NumberSetting
 {
     int& (*value)(Section&);
-    int least;
-    int most;
+    int min;
+    int max;
     int step = 1;  ///< the number is a multiple of it
 };
 

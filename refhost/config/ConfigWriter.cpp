@@ -33,9 +33,9 @@ std::string quoted(std::string_view text)
     return out + '"';
 }
 
-std::string range(int least, int most, int step)
+std::string range(int min, int max, int step)
 {
-    return std::to_string(least) + " to " + std::to_string(most) + (step == 2 ? ", even" : "");
+    return std::to_string(min) + " to " + std::to_string(max) + (step == 2 ? ", even" : "");
 }
 
 // A setting's value in `section` and its permitted values, as text.
@@ -102,7 +102,7 @@ private:
 
     static std::string permittedBy(const NumberSetting<Section>& setting)
     {
-        return range(setting.least, setting.most, setting.step);
+        return range(setting.min, setting.max, setting.step);
     }
 
     static std::string permittedBy(const FlagSetting<Section>&)

@@ -19,8 +19,8 @@ namespace
 
 // Older C libraries do not know it, and kernels before 6.15 refuse it: the system's two minutes stay then.
 constexpr int tcpRtoMaxMs = 44;
-constexpr int leastRtoMaxMs = 1000;
-constexpr int mostRtoMaxMs = 120'000;
+constexpr int minRtoMaxMs = 1000;
+constexpr int maxRtoMaxMs = 120'000;
 constexpr int unansweredProbes = 3;
 
 void set(int descriptor, int level, int name, int value)
@@ -52,7 +52,7 @@ void TcpLiveness::configure(int listener, int timeoutSeconds)
     set(listener, IPPROTO_TCP, TCP_KEEPCNT, unansweredProbes);
     set(listener, IPPROTO_TCP, tcpRtoMaxMs,
         static_cast<int>(
-            std::clamp<std::int64_t>(timeoutSeconds * std::int64_t{1000} / 4, leastRtoMaxMs, mostRtoMaxMs)));
+            std::clamp<std::int64_t>(timeoutSeconds * std::int64_t{1000} / 4, minRtoMaxMs, maxRtoMaxMs)));
 }
 
 std::optional<std::int64_t> TcpLiveness::silenceMs(int descriptor)

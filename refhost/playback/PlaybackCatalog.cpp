@@ -80,7 +80,7 @@ PlaybackCatalog::Entries::iterator PlaybackCatalog::find(const Key& key)
         entries_.emplace_front();
         entries_.front().key = key;
         byKey_[key] = entries_.begin();
-        if (entries_.size() > most)
+        if (entries_.size() > max)
         {
             byKey_.erase(entries_.back().key);
             entries_.pop_back();

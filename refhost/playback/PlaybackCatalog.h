@@ -31,7 +31,7 @@ public:
     static constexpr std::int64_t foundMs = 30'000;
     static constexpr std::int64_t nothingMs = 2'000;
     /// Most recordings that are known at a time; the one asked for least recently goes.
-    static constexpr std::size_t most = 256;
+    static constexpr std::size_t max = 256;
 
     /// \param scheduler, clock  outlive the catalog
     PlaybackCatalog(RecordedMedia recordings, PlaybackScheduler& scheduler, const HostClock& clock);

@@ -57,11 +57,11 @@ void PlaybackScheduler::wake(const std::shared_ptr<PlaybackWork>& work)
     changed_.notify_one();
 }
 
-std::size_t PlaybackScheduler::runDue(std::size_t most)
+std::size_t PlaybackScheduler::runDue(std::size_t max)
 {
     std::unique_lock<std::mutex> lock(mutex_);
     std::size_t runs = 0;
-    while (runs < most && runOne(lock, clock_.monotonicMs()))
+    while (runs < max && runOne(lock, clock_.monotonicMs()))
     {
         ++runs;
     }

@@ -54,7 +54,7 @@ public:
 
     /// Runs on this thread what is due by the clock, until nothing is or `most` runs were made.
     /// \returns how many runs were made
-    std::size_t runDue(std::size_t most = 10'000);
+    std::size_t runDue(std::size_t max = 10'000);
 
     /// When the next work is due, or PlaybackWork::never.
     std::int64_t nextDue() const;

@@ -19,7 +19,7 @@ constexpr std::int64_t second = 1'000'000'000;
 /// two that are shown later.
 constexpr std::size_t framesAhead = 4;
 /// Units that may wait for that.
-constexpr std::size_t mostWaiting = 128;
+constexpr std::size_t maxWaiting = 128;
 
 std::size_t indexOf(bool video)
 {
@@ -207,7 +207,7 @@ RecordedSource::Outlook RecordedSource::outlookOf(const Reading& reading)
     const std::size_t needed = head.unit.video && !reading.request.keyFramesOnly ? framesAhead : 1;
     std::size_t following = 0;
     outlook.dueNs = head.unit.timeNs;
-    outlook.enough = reading.waiting.size() >= mostWaiting;
+    outlook.enough = reading.waiting.size() >= maxWaiting;
     for (auto next = std::next(reading.waiting.begin()); next != reading.waiting.end(); ++next)
     {
         if (next->section != head.section)

@@ -13,13 +13,13 @@ namespace
 {
 
 /// Segments that are tried until one can be read.
-constexpr int mostTried = 8;
+constexpr int maxTried = 8;
 /// Segments whose descriptions are compared.
 constexpr std::size_t maxCompared = 3;
 /// Segments whose tracks are remembered.
-constexpr std::size_t mostKnown = 64;
+constexpr std::size_t maxKnown = 64;
 /// Units that are looked at until a track can be described.
-constexpr int mostUnits = 500;
+constexpr int maxUnits = 500;
 /// Any size does: the description is the same for all.
 constexpr int payloadSize = 1364;
 
@@ -33,7 +33,7 @@ int RecordingDescriber::describe(const RecordingDirectory& directory, int camera
     {
         return directory.isComplete() ? hostRecordingUnknown : hostRecordingsIncomplete;
     }
-    const auto segments = directory.find(cameraId, *streamId, beginNs, endNs, mostTried, SegmentPlace());
+    const auto segments = directory.find(cameraId, *streamId, beginNs, endNs, maxTried, SegmentPlace());
     if (segments.empty())
     {
         return hostRecordingUnknown;
@@ -100,7 +100,7 @@ bool RecordingDescriber::describeSegment(const RecordedSegment& segment, Describ
         out = std::move(described);
         return true;
     }
-    if (known_.size() == mostKnown)
+    if (known_.size() == maxKnown)
     {
         known_.erase(known_.begin());
     }
@@ -142,7 +142,7 @@ bool RecordingDescriber::describeTrack(SegmentFile& file, bool video, SubMediaIn
     }
     CodedUnit unit;
     std::vector<AccessUnitPtr> ignored;
-    for (int i = 0; i < mostUnits && file.read(unit) == SegmentFile::Result::unit; ++i)
+    for (int i = 0; i < maxUnits && file.read(unit) == SegmentFile::Result::unit; ++i)
     {
         if (unit.video != video)
         {

@@ -20,10 +20,10 @@ bool IndexedRecordings::isComplete() const
 }
 
 std::vector<RecordedSegment> IndexedRecordings::find(int cameraId, int streamId, std::int64_t beginNs,
-                                                     std::int64_t endNs, int most,
+                                                     std::int64_t endNs, int max,
                                                      const SegmentPlace& after) const
 {
-    return index_->find(cameraId, streamId, beginNs, endNs, most, after);
+    return index_->find(cameraId, streamId, beginNs, endNs, max, after);
 }
 
 }  // namespace refhost

@@ -28,10 +28,10 @@ public:
 
     /// Segments of a stream with recorded media in [beginNs, endNs), closed and open ones, in the order of epoch and
     /// begin.
-    /// \param most   how many, the first ones
+    /// \param max   how many, the first ones
     /// \param after  those behind this place alone
     virtual std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
-                                              std::int64_t endNs, int most,
+                                              std::int64_t endNs, int max,
                                               const SegmentPlace& after) const = 0;
 };
 
@@ -44,7 +44,7 @@ public:
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override;
     bool isComplete() const override;
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int most, const SegmentPlace& after) const override;
+                                      int max, const SegmentPlace& after) const override;
 
 private:
     const std::shared_ptr<const RecordingIndex> index_;

@@ -16,9 +16,9 @@ constexpr std::int64_t second = 1'000'000'000;
 /// A frame lasts about this long where nothing tells.
 constexpr std::int64_t usualFrameNs = 40'000'000;
 /// Segments that are remembered from one question to the index.
-constexpr int mostFound = 16;
+constexpr int maxFound = 16;
 /// How often in a row a reader comes back for recorded media that is being written before that counts as its end.
-constexpr int mostWaits = 30;
+constexpr int maxWaits = 30;
 /// How old the end of the last segment may be while the next one is still expected.
 constexpr std::int64_t seamWaitNs = 10 * second;
 /// A segment itself is interrupted where nothing comes for so long.
@@ -57,7 +57,7 @@ RecordingReader::Result RecordingReader::read(CodedUnit& out)
             const Opened opened = openNext();
             if (opened != Opened::yes)
             {
-                return opened == Opened::later && ++waits_ < mostWaits ? Result::later : Result::end;
+                return opened == Opened::later && ++waits_ < maxWaits ? Result::later : Result::end;
             }
         }
         const SegmentFile::Result result = file_->read(out);
@@ -145,7 +145,7 @@ bool RecordingReader::nextSegment(RecordedSegment& out)
         const SegmentPlace after =
             segment_ ? SegmentPlace{segment_->epoch, segment_->beginNs} : SegmentPlace();
         for (RecordedSegment& segment : directory_->find(request_.cameraId, request_.streamId,
-                                                         request_.fromNs, request_.endNs, mostFound, after))
+                                                         request_.fromNs, request_.endNs, maxFound, after))
         {
             found_.push_back(std::move(segment));
         }
@@ -213,7 +213,7 @@ bool RecordingReader::reopenGrown()
 {
     const std::int64_t beginNs = segment_->beginNs;
     for (RecordedSegment& now :
-         directory_->find(request_.cameraId, request_.streamId, beginNs, beginNs + second, mostFound,
+         directory_->find(request_.cameraId, request_.streamId, beginNs, beginNs + second, maxFound,
                           SegmentPlace{segment_->epoch, beginNs - 1}))
     {
         std::error_code failure;
@@ -241,7 +241,7 @@ bool RecordingReader::reopenGrown()
 
 bool RecordingReader::mayGrow()
 {
-    return endNs_ < request_.endNs && ++waits_ < mostWaits;
+    return endNs_ < request_.endNs && ++waits_ < maxWaits;
 }
 
 /// Whether a unit is to be played, in view of what was before.

@@ -80,11 +80,11 @@ void Recorder::onDiscontinuity()
 bool Recorder::admits(std::size_t bytes)
 {
     const std::lock_guard<std::mutex> guard(inletMutex_);
-    if (skipping_ && queued_ > options_.mostQueued / 4)
+    if (skipping_ && queued_ > options_.maxQueued / 4)
     {
         return false;
     }
-    skipping_ = queued_ + bytes > options_.mostQueued;
+    skipping_ = queued_ + bytes > options_.maxQueued;
     if (skipping_)
     {
         Log::write(slownessReported_ ? Log::Level::debug : Log::Level::warning,
@@ -287,7 +287,7 @@ void Recorder::endSegment(std::int64_t durationNs)
         return fail(writer_->error());
     }
     // Of a single frame nobody may have told how long it lasts.
-    segment_.durationNs = std::max(durationNs, SegmentMeasure::leastNs);
+    segment_.durationNs = std::max(durationNs, SegmentMeasure::minNs);
     segment_.bytes = writer_->bytes();
     writer_.reset();
     noteEnd();

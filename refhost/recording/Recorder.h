@@ -37,12 +37,12 @@ class Recorder : public EncodedUnitSink, public std::enable_shared_from_this<Rec
 public:
     struct Options
     {
-        std::int64_t segmentNs = 10000000000;   ///< wanted length of a segment
-        std::int64_t flushNs = 500000000;       ///< media that a crash may lose
-        std::int64_t writeOutNs = 2000000000;   ///< media that wait before the system brings them to the disk
-        std::int64_t growNs = 1000000000;       ///< how often the ledger learns how far a segment has come
-        std::int64_t retryNs = 10000000000;     ///< pause after a failure of the disk
-        std::size_t mostQueued = 16 * 1048576;  ///< bytes that may wait for the disk
+        std::int64_t segmentNs = 10000000000;  ///< wanted length of a segment
+        std::int64_t flushNs = 500000000;      ///< media that a crash may lose
+        std::int64_t writeOutNs = 2000000000;  ///< media that wait before the system brings them to the disk
+        std::int64_t growNs = 1000000000;      ///< how often the ledger learns how far a segment has come
+        std::int64_t retryNs = 10000000000;    ///< pause after a failure of the disk
+        std::size_t maxQueued = 16 * 1048576;  ///< bytes that may wait for the disk
         /// Dates the segments. Not null, outlives the recorder.
         const HostClock* clock = &HostClock::system();
     };

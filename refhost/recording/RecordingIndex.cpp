@@ -274,18 +274,18 @@ std::vector<RecordedSegment> RecordingIndex::find(int cameraId, std::int64_t beg
 }
 
 std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, std::int64_t beginNs,
-                                                  std::int64_t endNs, int most,
+                                                  std::int64_t endNs, int max,
                                                   const SegmentPlace& after) const
 {
     std::vector<RecordedSegment> found;
     std::optional<int> epoch = after.epoch < 0 ? epochAfter(cameraId, streamId, -1) : after.epoch;
-    for (; epoch && most != 0; epoch = epochAfter(cameraId, streamId, *epoch))
+    for (; epoch && max != 0; epoch = epochAfter(cameraId, streamId, *epoch))
     {
         const std::int64_t afterNs =
             *epoch == after.epoch ? after.beginNs : std::numeric_limits<std::int64_t>::min();
         std::vector<RecordedSegment> ofEpoch =
-            segments(reading_.find, cameraId, streamId, *epoch, beginNs, endNs, afterNs, most);
-        most -= most < 0 ? 0 : static_cast<int>(ofEpoch.size());
+            segments(reading_.find, cameraId, streamId, *epoch, beginNs, endNs, afterNs, max);
+        max -= max < 0 ? 0 : static_cast<int>(ofEpoch.size());
         std::move(ofEpoch.begin(), ofEpoch.end(), std::back_inserter(found));
     }
     return found;

@@ -59,10 +59,10 @@ public:
     /// and open ones, in the order of epoch and begin.
     std::vector<RecordedSegment> find(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
     /// The same of one stream.
-    /// \param most   how many, the first ones; negative: all
+    /// \param max   how many, the first ones; negative: all
     /// \param after  those behind this place alone; at first all
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int most = -1, const SegmentPlace& after = {}) const;
+                                      int max = -1, const SegmentPlace& after = {}) const;
     /// The lowest stream of a camera with recorded media in [beginNs, endNs); nothing where there is none.
     std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
 

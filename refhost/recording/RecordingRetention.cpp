@@ -41,7 +41,7 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, con
     Ids passed;  // stuck ones, and those that are in use
     std::int64_t bytes = index.totalBytes();
     bool sparesUsed = true;
-    while (stuck.size() < mostFailures)
+    while (stuck.size() < maxFailures)
     {
         const std::optional<Oldest> found = oldest(index, passed);
         if (sparesUsed && !found && passed.size() > stuck.size())

@@ -48,7 +48,7 @@ public:
     };
 
     /// Files that cannot be removed are passed over, this many in one go: more of them mean that none can.
-    static constexpr int mostFailures = 16;
+    static constexpr int maxFailures = 16;
     /// Largest share of all segments that is removed at a time while they are removed slowly.
     static constexpr double maxShare = 0.05;
 

@@ -12,7 +12,7 @@ namespace
 {
 
 // Frames that are shown in another order than they come in go back by some frames' time at most.
-constexpr std::int64_t mostReorderingNs = 1000000000;
+constexpr std::int64_t maxReorderingNs = 1000000000;
 
 bool same(const std::shared_ptr<const MediaFormat>& left, const std::shared_ptr<const MediaFormat>& right)
 {
@@ -82,7 +82,7 @@ void SegmentCutter::keepAhead(const EncodedUnitPtr& unit)
     ahead_.push_back(unit);
     aheadBytes_ += unit->bytes.size();
     // Frames may stay away: the audio goes on.
-    releaseAhead(unit->captureTimeNs - longestHoldNs);
+    releaseAhead(unit->captureTimeNs - maxHoldNs);
     while (ahead_.size() > maxHeld || aheadBytes_ > maxHeldBytes)
     {
         releaseAhead(ahead_.front()->captureTimeNs);
@@ -125,8 +125,8 @@ bool SegmentCutter::isReference(const EncodedUnit& unit)
 
 bool SegmentCutter::jumps(const EncodedUnit& unit) const
 {
-    return lastNs_ && (unit.captureTimeNs > *lastNs_ + longestPauseNs ||
-                       unit.captureTimeNs < *lastNs_ - mostReorderingNs);
+    return lastNs_ &&
+           (unit.captureTimeNs > *lastNs_ + maxPauseNs || unit.captureTimeNs < *lastNs_ - maxReorderingNs);
 }
 
 bool SegmentCutter::isCutDue(const EncodedUnit& unit) const
@@ -138,7 +138,7 @@ bool SegmentCutter::isCutDue(const EncodedUnit& unit) const
 
 bool SegmentCutter::isHoldOver(const EncodedUnit& unit)
 {
-    const bool longEnough = unit.captureTimeNs >= *pendingNs_ + longestHoldNs || held_.size() >= maxHeld ||
+    const bool longEnough = unit.captureTimeNs >= *pendingNs_ + maxHoldNs || held_.size() >= maxHeld ||
                             heldBytes_ >= maxHeldBytes;
     const bool audioOnly = !video_;
     const bool audioCame = audioOnly || audioCameThrough_ || (!audio_ && !expected_().audio);

@@ -51,11 +51,11 @@ public:
     };
 
     /// Longest time that units are held back for the other track, nanoseconds.
-    static constexpr std::int64_t longestHoldNs = 1000000000;
+    static constexpr std::int64_t maxHoldNs = 1000000000;
     /// A segment may be that much shorter than wanted: capture times are not exact. Nanoseconds.
     static constexpr std::int64_t toleranceNs = 250000000;
     /// Capture times that go on by more than this leave a gap, nanoseconds.
-    static constexpr std::int64_t longestPauseNs = 5000000000;
+    static constexpr std::int64_t maxPauseNs = 5000000000;
 
     /// Longest that units are held back, whatever their times, for each of both queues: in units, and in
     /// bytes with one unit more.

@@ -48,8 +48,8 @@ struct TrackEnd
     void add(std::int64_t timeNs)
     {
         // A segment ends where its stream pauses, so what lies further ahead is a damage.
-        constexpr std::int64_t longestStepNs = SegmentCutter::longestPauseNs + SegmentCutter::longestHoldNs;
-        if (timeNs > lastNs && timeNs <= std::max<std::int64_t>(lastNs, 0) + longestStepNs)
+        constexpr std::int64_t maxStepNs = SegmentCutter::maxPauseNs + SegmentCutter::maxHoldNs;
+        if (timeNs > lastNs && timeNs <= std::max<std::int64_t>(lastNs, 0) + maxStepNs)
         {
             stepNs = lastNs < 0 ? 0 : timeNs - lastNs;
             lastNs = timeNs;
@@ -128,7 +128,7 @@ Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure,
     {
         return Result::nothing;
     }
-    measure.durationNs = std::max(reference.lastNs + reference.stepNs, leastNs);
+    measure.durationNs = std::max(reference.lastNs + reference.stepNs, minNs);
     measure.bytes = static_cast<std::int64_t>(status.st_size);
     return Result::media;
 }

@@ -18,7 +18,7 @@ struct SegmentMeasure
     };
 
     /// A single frame lasts that long at least, nanoseconds: timestamps are milliseconds.
-    static constexpr std::int64_t leastNs = 1000000;
+    static constexpr std::int64_t minNs = 1000000;
 
     std::int64_t durationNs = 0;  ///< up to the end of the last frame, or of the last audio without any
     std::int64_t bytes = 0;       ///< size of the file

@@ -10,8 +10,8 @@ namespace
 constexpr std::uint32_t cycle = 1U << 16U;
 constexpr std::uint32_t noneOutOfSequence = cycle;
 // As RFC 3550, appendix A.1, has them.
-constexpr std::uint16_t mostDropped = 3000;
-constexpr std::uint16_t mostMisordered = 100;
+constexpr std::uint16_t maxDropped = 3000;
+constexpr std::uint16_t maxMisordered = 100;
 constexpr std::int64_t nsPerSecond = 1'000'000'000;
 
 /// An instant in ticks of a clock. Only differences of two such matter, so the high bits may be lost.
@@ -53,12 +53,12 @@ ReceptionStatistics::Arrival ReceptionStatistics::count(std::uint16_t sequence, 
         begin(sequence);
         arrival.verdict = Verdict::begun;
     }
-    else if (ahead < mostDropped)
+    else if (ahead < maxDropped)
     {
         cycles_ += sequence < highest_ ? cycle : 0;
         highest_ = sequence;
     }
-    else if (ahead <= cycle - mostMisordered)
+    else if (ahead <= cycle - maxMisordered)
     {
         if (sequence != outOfSequenceNext_)
         {
@@ -107,8 +107,8 @@ std::uint32_t ReceptionStatistics::expected() const
 
 std::int32_t ReceptionStatistics::lost() const
 {
-    constexpr std::int32_t most = 0x7fffff;
-    return std::clamp(static_cast<std::int32_t>(expected() - received_), -most - 1, most);
+    constexpr std::int32_t max = 0x7fffff;
+    return std::clamp(static_cast<std::int32_t>(expected() - received_), -max - 1, max);
 }
 
 ReceptionReport ReceptionStatistics::report(std::int64_t nowNs)

@@ -8,7 +8,7 @@ namespace
 {
 
 /// More packets than this after a missing one mean that it is lost: networks reorder neighbours.
-constexpr std::size_t mostHeld = 8;
+constexpr std::size_t maxHeld = 8;
 
 }  // namespace
 
@@ -42,7 +42,7 @@ ReorderWindow::Next ReorderWindow::take(std::int64_t nowNs, Packet& out, std::ui
     }
     const auto first = held_.begin();
     lost = first->first - expected_;
-    if (lost != 0 && held_.size() < mostHeld && nowNs - first->second.arrivalNs < waitNs_)
+    if (lost != 0 && held_.size() < maxHeld && nowNs - first->second.arrivalNs < waitNs_)
     {
         return Next::waiting;
     }

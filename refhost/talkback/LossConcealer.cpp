@@ -10,7 +10,7 @@ namespace
 
 constexpr int pastMs = 45;
 /// A voice repeats itself after this long: 66 to 400 Hz.
-constexpr int longestPeriodMs = 15;
+constexpr int maxPeriodMs = 15;
 constexpr double shortestPeriodMs = 2.5;
 constexpr int comparedMs = 20;
 constexpr int fullMs = 10;
@@ -77,7 +77,7 @@ std::size_t LossConcealer::period() const
     const auto channels = static_cast<std::size_t>(format_.channels);
     const std::size_t frames = past_.size() / channels;
     const std::size_t compared = framesOf(comparedMs);
-    const std::size_t longest = framesOf(longestPeriodMs);
+    const std::size_t longest = framesOf(maxPeriodMs);
     const auto shortest = static_cast<std::size_t>(shortestPeriodMs * format_.sampleRate / 1000);
     if (frames < compared + longest || shortest == 0)
     {

@@ -12,7 +12,7 @@ namespace refhost
 namespace
 {
 
-constexpr int mostChannels = 8;
+constexpr int maxChannels = 8;
 constexpr int highestRate = 192000;
 
 // The bytes of "config=<hex>" among format parameters; empty when there is none or it is malformed.
@@ -39,7 +39,7 @@ std::string codecData(const std::string& parameters)
 
 bool TalkDecoder::supports(const SubMediaInfo& track)
 {
-    if (track.channels < 1 || track.channels > mostChannels || track.clockRate < 1 ||
+    if (track.channels < 1 || track.channels > maxChannels || track.clockRate < 1 ||
         track.clockRate > highestRate)
     {
         return false;

@@ -9,8 +9,8 @@ namespace
 {
 
 constexpr std::int64_t aheadMs = 60;
-constexpr std::int64_t mostLaterMs = 30;
-constexpr std::int64_t mostMs = 200;
+constexpr std::int64_t maxLaterMs = 30;
+constexpr std::int64_t maxMs = 200;
 /// After a longer break the sum goes on from now instead of being made up for.
 constexpr std::int64_t breakMs = 100;
 constexpr std::int64_t nsPerSecond = 1'000'000'000;
@@ -35,20 +35,20 @@ void TalkMixer::add(TalkSender sender, const std::vector<std::int16_t>& samples)
 {
     Line& line = lines_[sender];
     // Nothing else would ever bring a sender back whose packets came all at once.
-    if (line.samples.size() > samplesOf(aheadMs + mostLaterMs))
+    if (line.samples.size() > samplesOf(aheadMs + maxLaterMs))
     {
         line.keepLast(samplesOf(aheadMs));
     }
     line.samples.insert(line.samples.end(), samples.begin(), samples.end());
-    line.keepLast(samplesOf(mostMs));
+    line.keepLast(samplesOf(maxMs));
     line.started = line.started || line.samples.size() >= samplesOf(aheadMs);
 }
 
-void TalkMixer::Line::keepLast(std::size_t most)
+void TalkMixer::Line::keepLast(std::size_t max)
 {
-    if (samples.size() > most)
+    if (samples.size() > max)
     {
-        samples.erase(samples.begin(), samples.end() - static_cast<std::ptrdiff_t>(most));
+        samples.erase(samples.begin(), samples.end() - static_cast<std::ptrdiff_t>(max));
     }
 }
 

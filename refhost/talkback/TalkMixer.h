@@ -38,7 +38,7 @@ private:
         std::deque<std::int16_t> samples;
         bool started = false;
 
-        void keepLast(std::size_t most);
+        void keepLast(std::size_t max);
     };
 
     std::size_t samplesOf(std::int64_t ms) const;

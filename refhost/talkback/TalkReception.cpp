@@ -14,7 +14,7 @@ constexpr std::int64_t nsPerMs = 1'000'000;
 /// Longer holes are left silent: made-up audio helps for a few packets only.
 constexpr std::uint32_t concealedPartsOfSecond = 5;
 /// Twice what an output takes at once.
-constexpr double mostSecondsAtOnce = 0.4;
+constexpr double maxSecondsAtOnce = 0.4;
 
 }  // namespace
 
@@ -185,7 +185,7 @@ void TalkReception::play(const ReorderWindow::Packet& packet, std::uint32_t lost
 /// By how long it sounds, not by what the decoder makes of it: a unit that gives nothing takes time too.
 bool TalkReception::isEnough() const
 {
-    return made_ >= mostSecondsAtOnce * clockRate_;
+    return made_ >= maxSecondsAtOnce * clockRate_;
 }
 
 /// Not every jump of timestamps is a loss: who is silent may send nothing, without a gap in the sequence.
@@ -201,9 +201,9 @@ void TalkReception::conceal(std::uint32_t timestamp, std::vector<std::int16_t>& 
 /// \returns how much was made up, in ticks
 std::uint32_t TalkReception::makeUp(std::uint32_t ticks, std::vector<std::int16_t>& samples)
 {
-    const std::uint32_t most = static_cast<std::uint32_t>(clockRate_) / concealedPartsOfSecond;
-    decoder_->conceal(std::min(ticks, most), samples);
-    return std::min(ticks, most);
+    const std::uint32_t max = static_cast<std::uint32_t>(clockRate_) / concealedPartsOfSecond;
+    decoder_->conceal(std::min(ticks, max), samples);
+    return std::min(ticks, max);
 }
 
 void TalkReception::noteSenderReport(std::uint32_t ssrc, std::uint32_t compactNtp, std::int64_t arrivalNs)

@@ -16,7 +16,7 @@ namespace
 constexpr std::int64_t nsPerMs = 1'000'000;
 /// As many packets as the receive queue holds: what comes in the meantime waits for the next turn, so that no client
 /// keeps the worker from the others.
-constexpr int mostAtOnce = 64;
+constexpr int maxAtOnce = 64;
 
 }  // namespace
 
@@ -181,7 +181,7 @@ int TalkSession::receive(bool& playerFault)
     }
     const std::int64_t nowNs = clock_.monotonicNs();
     bool audio = false;
-    for (int i = 0; i < mostAtOnce && receiveQueue_->takeRtp(packet_); ++i)
+    for (int i = 0; i < maxAtOnce && receiveQueue_->takeRtp(packet_); ++i)
     {
         audio = reception_->add(packet_) || audio;
     }
@@ -235,7 +235,7 @@ int TalkSession::report()
 bool TalkSession::takeReports()
 {
     bool came = false;
-    for (int i = 0; i < mostAtOnce && receiveQueue_->takeRtcp(packet_); ++i)
+    for (int i = 0; i < maxAtOnce && receiveQueue_->takeRtcp(packet_); ++i)
     {
         came = true;
         if (!takeReport(packet_))

@@ -31,7 +31,7 @@ namespace
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr std::size_t longestName = 15;  // of a thread on Linux
+constexpr std::size_t maxName = 15;  // of a thread on Linux
 constexpr std::size_t eventsAtOnce = 128;
 constexpr std::uint64_t wakeUp = ~std::uint64_t{0};
 
@@ -160,7 +160,7 @@ struct EventLoop::Impl
     std::thread thread;
 };
 
-EventLoop::Impl::Impl(const std::string& loopName) : name(loopName.substr(0, longestName))
+EventLoop::Impl::Impl(const std::string& loopName) : name(loopName.substr(0, maxName))
 {
     // Edge-triggered: every write is a new event, and the counter needs no reading.
     epoll_event event{};

@@ -13,7 +13,7 @@
 namespace
 {
 
-constexpr std::size_t longestName = 15;  // of a thread on Linux
+constexpr std::size_t maxName = 15;  // of a thread on Linux
 
 }  // namespace
 
@@ -58,7 +58,7 @@ struct GThread::Body
 GThread::GThread(function<int> run, const std::string& name, function<int> before, function<int> after)
     : body_(new Body)
 {
-    body_->calls.reset(new Body::Calls{run, before, after, name.substr(0, longestName), state_->shared});
+    body_->calls.reset(new Body::Calls{run, before, after, name.substr(0, maxName), state_->shared});
 }
 
 GThread::~GThread() noexcept(false)

@@ -64,13 +64,13 @@ def main():
         print(f"runs when the library is loaded: {name}")
         bad = True
     for kind, (count, what, advice) in counts(library).items():
-        most = options[f"most_{kind}"]
+        max = options[f"most_{kind}"]
         print(f"{count} {what}")
         if not count and kind in ("read_only", "names"):
             print("none at all: readelf was not understood")
             bad = True
-        if most is not None and count > most:
-            print(f"these are more than {most}: {advice}")
+        if max is not None and count > max:
+            print(f"these are more than {max}: {advice}")
             bad = True
     return 1 if bad else 0
 

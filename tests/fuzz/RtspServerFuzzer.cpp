@@ -193,7 +193,7 @@ private:
                 script_.result("play", neverReady_ ? hostStreamNotReady : 0);
                 result = again(false);
                 // A real recording finds its place on a worker's thread.
-                for (int i = 0; result == RequestHandler::Result::notReady && waits() && i < waitsMost; ++i)
+                for (int i = 0; result == RequestHandler::Result::notReady && waits() && i < maxWaits; ++i)
                 {
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
                     reader_.putBack();
@@ -222,7 +222,7 @@ private:
         return request_.uri.find("orv/playback/") != std::string_view::npos;
     }
 
-    static constexpr int waitsMost = 2000;
+    static constexpr int maxWaits = 2000;
 
     const std::unique_ptr<RtspServices> services_;
     const std::shared_ptr<FuzzConnection> connection_ = std::make_shared<FuzzConnection>();

@@ -13,8 +13,8 @@ namespace
 {
 
 constexpr int addressBits = 32;
-constexpr int leastPort = 1024;
-constexpr int mostPort = 65536 - MulticastGroup::ports;
+constexpr int minPort = 1024;
+constexpr int maxPort = 65536 - MulticastGroup::ports;
 /// 224.0.0.0/4; a range must lie within it whole.
 constexpr int multicastBits = 4;
 /// 224.0.0.x belongs to the protocols that keep networks running (RFC 5771, section 4).
@@ -42,7 +42,7 @@ std::optional<MulticastGroup> MulticastGroup::parse(std::string_view text)
         return std::nullopt;
     }
     const auto address = parseAddress(text.substr(0, colon));
-    const auto port = parseDecimal<int>(text.substr(colon + 1), leastPort, mostPort);
+    const auto port = parseDecimal<int>(text.substr(colon + 1), minPort, maxPort);
     if (!address || !port || *port % 2 != 0)
     {
         return std::nullopt;

@@ -84,14 +84,14 @@ private:
     static std::size_t runEnd(const std::vector<AccessUnit::Packet>& packets, std::size_t first)
     {
         const std::size_t size = packets[first].size;
-        const std::size_t most = std::min(maxSegments, maxMessageBytes / size);
+        const std::size_t max = std::min(maxSegments, maxMessageBytes / size);
         std::size_t end = first + 1;
-        while (end < packets.size() && end - first < most && packets[end].size == size)
+        while (end < packets.size() && end - first < max && packets[end].size == size)
         {
             ++end;
         }
         // The last segment may be short.
-        if (end < packets.size() && end - first < most && packets[end].size < size)
+        if (end < packets.size() && end - first < max && packets[end].size < size)
         {
             ++end;
         }

@@ -138,7 +138,7 @@ bool NonceStore::useCounted(const std::string& nonce, std::uint64_t nonceCount, 
 
 void NonceStore::remember(const std::string& nonce)
 {
-    if (uses_.size() >= rememberedMost)
+    if (uses_.size() >= maxRemembered)
     {
         forgottenMs_ = std::max(forgottenMs_, issuedAt(order_.front()));
         uses_.erase(order_.front());

@@ -35,7 +35,7 @@ public:
     static constexpr std::int64_t lifetimeMs = 10 * 60 * 1000;
     /// How long a client that does not count may use a nonce on other connections.
     static constexpr std::int64_t uncountedMs = 60 * 1000;
-    static constexpr std::size_t rememberedMost = 4096;
+    static constexpr std::size_t maxRemembered = 4096;
 
     explicit NonceStore(MonotonicClock clock);
 

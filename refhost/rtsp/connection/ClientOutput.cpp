@@ -45,7 +45,7 @@ bool ClientOutput::sendResponse(std::string_view response)
     if (cork_ != nullptr)
     {
         cork_->append(response);
-        if (cork_->size() >= gatheredMost)
+        if (cork_->size() >= maxGathered)
         {
             flushCork();
         }
@@ -66,14 +66,14 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, 
     {
         return SendStatus::closed;
     }
-    const bool small = size <= smallMost;
+    const bool small = size <= maxSmall;
     if (!waiting_.empty() || (!small && (wanted_ || burstIsOver())))
     {
         want();
         return SendStatus::congested;
     }
     const std::string_view frames(reinterpret_cast<const char*>(data), size);
-    if (cork_ != nullptr && small && cork_->size() < gatheredMost)
+    if (cork_ != nullptr && small && cork_->size() < maxGathered)
     {
         cork_->append(frames);
         burst_ += size;
@@ -274,7 +274,7 @@ bool ClientOutput::burstIsOver()
         burstBeganMs_ = nowMs;
         burst_ = 0;
     }
-    return burst_ >= burstMost;
+    return burst_ >= maxBurst;
 }
 
 void ClientOutput::want()

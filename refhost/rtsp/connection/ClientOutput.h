@@ -26,13 +26,13 @@ class ClientOutput
 {
 public:
     /// Bytes of frames that are taken in one go, within `burstMs` milliseconds.
-    static constexpr std::size_t burstMost = 32 * 1024;
+    static constexpr std::size_t maxBurst = 32 * 1024;
     static constexpr std::int64_t burstMs = 2;
     /// Frames of this size and less (RTCP, audio) do not wait for the next burst: reports are not sent again.
-    static constexpr std::size_t smallMost = 1500;
+    static constexpr std::size_t maxSmall = 1500;
 
     /// Bytes that are gathered before they are written.
-    static constexpr std::size_t gatheredMost = 16 * 1024;
+    static constexpr std::size_t maxGathered = 16 * 1024;
 
     /// \param stream      lives, and is not closed, until close() returned; watched for `sendable` while
     ///                    onWritable() is needed

@@ -256,7 +256,7 @@ void RtspConnection::retryParked()
     {
         return;
     }
-    const bool lastTry = services_.clock() - parkedMs_ >= parkedMostMs;
+    const bool lastTry = services_.clock() - parkedMs_ >= maxDeferredMs;
     stream_->watchReceive(true);
     process(lastTry);
     endWhereDone();
@@ -277,7 +277,7 @@ void RtspConnection::sweep(std::int64_t nowMs)
     noteProgress(nowMs);
     noteLiveness(nowMs);
     noteStanding(nowMs);
-    if (parked() && nowMs - parkedMs_ >= parkedMostMs)
+    if (parked() && nowMs - parkedMs_ >= maxDeferredMs)
     {
         retryParked();
     }

@@ -34,7 +34,7 @@ class RtspConnection : public FrameWriter,
 {
 public:
     /// How long a request may wait for its stream.
-    static constexpr std::int64_t parkedMostMs = 10000;
+    static constexpr std::int64_t maxDeferredMs = 10000;
     /// Bytes of responses that wait for the client when no further request is handled.
     static constexpr std::size_t deferAbove = 16 * 1024;
     /// Bytes of responses that may wait for a client that does not read them.

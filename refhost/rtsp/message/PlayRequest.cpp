@@ -14,11 +14,11 @@ namespace
 /// A decimal number of both headers: digits, and a fraction where there is one.
 std::optional<double> parseRate(std::string_view text, bool maybeNegative)
 {
-    constexpr std::uint64_t most = 1000000;
+    constexpr std::uint64_t max = 1000000;
     const bool negative = maybeNegative && !text.empty() && text.front() == '-';
     text.remove_prefix(negative ? 1 : 0);
     const std::size_t dot = text.find('.');
-    const auto whole = parseDecimal<std::uint64_t>(text.substr(0, dot), most);
+    const auto whole = parseDecimal<std::uint64_t>(text.substr(0, dot), max);
     const auto fraction =
         parseMillionths(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
     if (!whole || !fraction)
@@ -51,9 +51,8 @@ RtspStatus parseFrames(std::string_view value, PlayRequest& out)
     {
         return out.keyFramesOnly || kind == "all" || kind == "predicted" ? rtspOk : rtspBadRequest;
     }
-    constexpr std::uint64_t most = 1000000000;
-    const auto distance =
-        parseDecimal<std::uint64_t>(RtspText::trim(value.substr(value.find('/') + 1)), most);
+    constexpr std::uint64_t max = 1000000000;
+    const auto distance = parseDecimal<std::uint64_t>(RtspText::trim(value.substr(value.find('/') + 1)), max);
     out.keyFrameDistanceMs = static_cast<int>(distance.value_or(0));
     return out.keyFramesOnly && distance ? rtspOk : rtspBadRequest;
 }
@@ -98,8 +97,8 @@ RtspStatus PlayRequest::parse(const RtspRequest& request, bool replay, PlayReque
 
 void PlayRequest::appendRate(std::string& out, double rate)
 {
-    constexpr double most = 1e9;
-    const std::int64_t thousandths = std::llround(std::clamp(std::abs(rate), 0.0, most) * 1000);
+    constexpr double max = 1e9;
+    const std::int64_t thousandths = std::llround(std::clamp(std::abs(rate), 0.0, max) * 1000);
     out.append(rate < 0 && thousandths > 0 ? "-" : "");
     appendDecimal(out, static_cast<std::uint64_t>(thousandths / 1000));
     appendDecimals(out, static_cast<std::uint64_t>(thousandths % 1000), 3, 1);

@@ -16,7 +16,7 @@ using Unit = RangeHeader::Unit;
 using Instant = std::optional<std::int64_t>;
 
 constexpr std::int64_t second = 1000000;
-constexpr std::uint64_t longestSeconds = 1000000000;  // about 30 years
+constexpr std::uint64_t maxSeconds = 1000000000;  // about 30 years
 
 /// Microseconds from "12", "12.5" or "1:02:03.5".
 Instant parseNpt(std::string_view text)
@@ -31,7 +31,7 @@ Instant parseNpt(std::string_view text)
             break;
         }
         const auto part =
-            parseDecimal<std::uint64_t>(text.substr(0, colon), colons == 0 ? longestSeconds / 3600 : 59);
+            parseDecimal<std::uint64_t>(text.substr(0, colon), colons == 0 ? maxSeconds / 3600 : 59);
         if (!part || colons == 2)
         {
             return std::nullopt;
@@ -41,7 +41,7 @@ Instant parseNpt(std::string_view text)
         text.remove_prefix(colon + 1);
     }
     const std::size_t dot = text.find('.');
-    const auto whole = parseDecimal<std::uint64_t>(text.substr(0, dot), clock ? 59 : longestSeconds);
+    const auto whole = parseDecimal<std::uint64_t>(text.substr(0, dot), clock ? 59 : maxSeconds);
     const auto fraction =
         parseMillionths(dot == std::string_view::npos ? std::string_view() : text.substr(dot + 1));
     if (!whole || !fraction)

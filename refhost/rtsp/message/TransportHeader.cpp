@@ -13,10 +13,10 @@ constexpr int largestPort = 65535;
 constexpr int largestChannel = 255;
 
 /// Reads "4588", which means 4588 and 4589, or "4588-4589".
-bool parsePair(std::string_view text, int least, int most, int& first, int& second)
+bool parsePair(std::string_view text, int min, int max, int& first, int& second)
 {
     const std::size_t dash = text.find('-');
-    const auto low = parseDecimal<std::uint64_t>(text.substr(0, dash), static_cast<std::uint64_t>(most));
+    const auto low = parseDecimal<std::uint64_t>(text.substr(0, dash), static_cast<std::uint64_t>(max));
     if (!low)
     {
         return false;
@@ -25,15 +25,14 @@ bool parsePair(std::string_view text, int least, int most, int& first, int& seco
     second = first + 1;
     if (dash != std::string_view::npos)
     {
-        const auto high =
-            parseDecimal<std::uint64_t>(text.substr(dash + 1), static_cast<std::uint64_t>(most));
+        const auto high = parseDecimal<std::uint64_t>(text.substr(dash + 1), static_cast<std::uint64_t>(max));
         if (!high)
         {
             return false;
         }
         second = static_cast<int>(*high);
     }
-    return first >= least && second > first && second <= most;
+    return first >= min && second > first && second <= max;
 }
 
 /// "PLAY", "play" or a list that holds it; a server of live frames takes nothing else.

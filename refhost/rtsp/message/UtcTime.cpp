@@ -15,9 +15,9 @@ constexpr std::int64_t firstSecond = -62'167'219'200;  // of year 0
 constexpr std::int64_t lastSecond = 253'402'300'799;   // of year 9999
 
 /// The number that stands in `text` from `at` on, with exactly `size` digits, between `least` and `most`.
-std::optional<int> field(std::string_view text, std::size_t at, std::size_t size, int least, int most)
+std::optional<int> field(std::string_view text, std::size_t at, std::size_t size, int min, int max)
 {
-    return parseDecimal<int>(text.substr(at, size), least, most);
+    return parseDecimal<int>(text.substr(at, size), min, max);
 }
 
 }  // namespace

@@ -10,9 +10,9 @@ namespace refhost
 namespace
 {
 
-constexpr int mostLaterMs = 30;
+constexpr int maxLaterMs = 30;
 /// Of a long piece, where packets came all at once, only the end is of use.
-constexpr int longestMs = 160;
+constexpr int maxMs = 160;
 constexpr int tooFarMs = 15;  // beyond aheadMs
 constexpr int tooCloseMs = 10;
 /// One second's trouble is the network's or a busy machine's, not the clocks'.
@@ -26,9 +26,9 @@ PlayoutPacer::PlayoutPacer(const PcmFormat& format, int aheadMs)
     : format_(format),
       channels_(static_cast<std::size_t>(format.channels)),
       aheadMs_(aheadMs),
-      least_(std::numeric_limits<std::size_t>::max()),
-      shortest_(least_),
-      shortestBefore_(least_)
+      min_(std::numeric_limits<std::size_t>::max()),
+      shortest_(min_),
+      shortestBefore_(min_)
 {
 }
 
@@ -43,7 +43,7 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
     {
         return;
     }
-    if (queued > framesOf(aheadMs_ + mostLaterMs))
+    if (queued > framesOf(aheadMs_ + maxLaterMs))
     {
         // Only what brings it back: a piece may be much longer than that.
         const std::size_t excess = std::min((queued - framesOf(aheadMs_)) * channels_, samples.size());
@@ -59,7 +59,7 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
         begin(packet, samples);
         return;
     }
-    const std::size_t longest = framesOf(longestMs);
+    const std::size_t longest = framesOf(maxMs);
     keepLast(longest - std::min(queued, longest), samples);
     watch(queued, samples.size() / channels_);
     stretch(samples);
@@ -71,7 +71,7 @@ void PlayoutPacer::begin(std::size_t packet, std::vector<std::int16_t>& samples)
 {
     const std::size_t wanted = framesOf(aheadMs_) + packet;
     const std::size_t lead = wanted - std::min(wanted, samples.size() / channels_);
-    keepLast(std::min(wanted + framesOf(mostLaterMs), framesOf(longestMs)) - lead, samples);
+    keepLast(std::min(wanted + framesOf(maxLaterMs), framesOf(maxMs)) - lead, samples);
     watch(framesOf(aheadMs_), samples.size() / channels_);
     stretch(samples);
     samples.insert(samples.begin(), lead * channels_, 0);
@@ -95,22 +95,22 @@ void PlayoutPacer::keepLast(std::size_t frames, std::vector<std::int16_t>& sampl
 void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
 {
     // The least counts, not the mean: what is more than that comes and goes with uneven packets.
-    least_ = std::min(least_, ahead);
+    min_ = std::min(min_, ahead);
     watched_ += frames;
     if (watched_ >= framesOf(1000))
     {
         judge();
         watched_ = 0;
-        least_ = std::numeric_limits<std::size_t>::max();
-        shortestBefore_ = std::exchange(shortest_, least_);
+        min_ = std::numeric_limits<std::size_t>::max();
+        shortestBefore_ = std::exchange(shortest_, min_);
     }
 }
 
 void PlayoutPacer::judge()
 {
-    tooFar_ = least_ > framesOf(aheadMs_ + tooFarMs) ? tooFar_ + 1 : 0;
-    tooClose_ = least_ < framesOf(tooCloseMs) ? tooClose_ + 1 : 0;
-    const bool returned = drift_ > 0 ? least_ <= framesOf(aheadMs_) : least_ >= framesOf(aheadMs_) / 2;
+    tooFar_ = min_ > framesOf(aheadMs_ + tooFarMs) ? tooFar_ + 1 : 0;
+    tooClose_ = min_ < framesOf(tooCloseMs) ? tooClose_ + 1 : 0;
+    const bool returned = drift_ > 0 ? min_ <= framesOf(aheadMs_) : min_ >= framesOf(aheadMs_) / 2;
     if (tooFar_ >= patienceSeconds)
     {
         drift_ = 1;

@@ -42,7 +42,7 @@ private:
     const std::size_t channels_;
     const int aheadMs_;
     std::size_t watched_ = 0;     // frames of the second that is watched
-    std::size_t least_;           // the least that the audio was ahead in it
+    std::size_t min_;             // the least that the audio was ahead in it
     std::size_t shortest_;        // piece in it
     std::size_t shortestBefore_;  // piece in the second before
     int tooFar_ = 0;              // seconds in which it was too far ahead all the time, one after the other

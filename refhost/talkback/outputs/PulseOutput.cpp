@@ -12,11 +12,11 @@ namespace refhost
 namespace
 {
 
-constexpr std::chrono::milliseconds longestOpening{400};
+constexpr std::chrono::milliseconds maxOpening{400};
 constexpr std::uint32_t bufferMs = 200;
 constexpr std::uint32_t requestMs = 10;
-constexpr std::uint32_t leastMs = 5;
-constexpr int mostEvents = 100;
+constexpr std::uint32_t minMs = 5;
+constexpr int maxEvents = 100;
 
 }  // namespace
 
@@ -47,7 +47,7 @@ std::string PulseOutput::problem() const
 bool PulseOutput::open(const PcmFormat& format, std::string& problem)
 {
     close();
-    const Deadline deadline = std::chrono::steady_clock::now() + longestOpening;
+    const Deadline deadline = std::chrono::steady_clock::now() + maxOpening;
     loop_ = pa_mainloop_new();
     if (loop_ != nullptr && connect(deadline) && startStream(format, deadline))
     {
@@ -88,7 +88,7 @@ bool PulseOutput::startStream(const PcmFormat& format, Deadline deadline)
     pa_buffer_attr attributes{};
     attributes.maxlength = bytesOf(2 * bufferMs);
     attributes.tlength = bytesOf(bufferMs);
-    attributes.prebuf = bytesOf(leastMs);
+    attributes.prebuf = bytesOf(minMs);
     attributes.minreq = bytesOf(requestMs);
     attributes.fragsize = static_cast<std::uint32_t>(-1);
     stream_ = pa_stream_new(context_, "talk-back", &spec, nullptr);
@@ -123,7 +123,7 @@ bool PulseOutput::wait(Deadline deadline)
 
 bool PulseOutput::iterate()
 {
-    for (int i = 0; i < mostEvents && isGood() && pa_mainloop_iterate(loop_, 0, nullptr) > 0; ++i)
+    for (int i = 0; i < maxEvents && isGood() && pa_mainloop_iterate(loop_, 0, nullptr) > 0; ++i)
     {
     }
     return stream_ != nullptr && isGood();

@@ -20,7 +20,7 @@ namespace
 constexpr std::size_t headerSize = 44;
 constexpr std::size_t formatChunkSize = 16;
 /// Sizes in the header have 32 bits, and the outer one counts most of the header too.
-constexpr std::uint64_t mostDataBytes = std::numeric_limits<std::uint32_t>::max() - headerSize;
+constexpr std::uint64_t maxDataBytes = std::numeric_limits<std::uint32_t>::max() - headerSize;
 using Header = std::array<std::uint8_t, headerSize>;
 
 Header makeHeader(const PcmFormat& format, std::uint32_t dataBytes)
@@ -142,7 +142,7 @@ bool WavFile::readHeader(std::uint64_t size, std::string& problem)
         return false;
     }
     frames_ = (size - headerSize) / frameSize();
-    if (frames_ * frameSize() >= mostDataBytes / frameSize() * frameSize())
+    if (frames_ * frameSize() >= maxDataBytes / frameSize() * frameSize())
     {
         problem = "it is as long as a WAV file can be";
         return false;
@@ -160,7 +160,7 @@ bool WavFile::write(std::uint64_t at, const std::vector<std::int16_t>& samples)
 {
     const std::size_t bytes = samples.size() * sizeof(std::int16_t);
     const std::uint64_t begin = at * frameSize();
-    if (file_ < 0 || begin + bytes > mostDataBytes)
+    if (file_ < 0 || begin + bytes > maxDataBytes)
     {
         return false;
     }
@@ -180,7 +180,7 @@ bool WavFile::extend(std::uint64_t frames)
         return true;
     }
     // What a file is made longer by reads as zeros, and takes no room on the disk.
-    if (file_ < 0 || frames * frameSize() > mostDataBytes ||
+    if (file_ < 0 || frames * frameSize() > maxDataBytes ||
         ftruncate(file_, static_cast<off_t>(headerSize + frames * frameSize())) != 0)
     {
         return false;

@@ -8,7 +8,7 @@ namespace refhost
 namespace
 {
 
-constexpr int longestWaitingSeconds = 4;
+constexpr int maxWaitingSeconds = 4;
 
 }  // namespace
 
@@ -62,8 +62,8 @@ std::optional<std::size_t> WavOutput::queued()
 
 bool WavOutput::write(const std::int16_t* samples, std::size_t frames)
 {
-    const std::size_t most = static_cast<std::size_t>(format_.sampleRate) * longestWaitingSeconds;
-    if (!open_ || failed_ || waiting_ + frames > most)
+    const std::size_t max = static_cast<std::size_t>(format_.sampleRate) * maxWaitingSeconds;
+    if (!open_ || failed_ || waiting_ + frames > max)
     {
         return false;
     }

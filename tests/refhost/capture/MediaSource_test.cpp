@@ -352,7 +352,7 @@ TEST_F(MediaSourceTest, TracksThatAreThereAtTheDeadlineAreTold)
 
 TEST_F(MediaSourceTest, SourceThatFallsSilentIsStartedAgain)
 {
-    options.longestSilence = std::chrono::milliseconds(300);
+    options.maxSilence = std::chrono::milliseconds(300);
     useLaunchLine(
         "appsrc is-live=true caps=video/x-raw,format=I420,width=16,height=16,framerate=25/1 name=video");
     open();

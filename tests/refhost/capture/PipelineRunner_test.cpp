@@ -25,7 +25,7 @@ protected:
     PipelineRunnerTest()
     {
         options.describeDeadline = milliseconds(100);
-        options.longestSilence = milliseconds(100);
+        options.maxSilence = milliseconds(100);
         options.endDeadline = milliseconds(100);
         options.maxAbandoned = 2;
     }
@@ -77,7 +77,7 @@ TEST_F(PipelineRunnerTest, StreamsEndInTimeThoughTheirSourceHangs)
 {
     useHangingSource(std::chrono::seconds(5));
     // Long enough for the source to begin to hang.
-    options.longestSilence = std::chrono::seconds(10);
+    options.maxSilence = std::chrono::seconds(10);
     options.describeDeadline = std::chrono::seconds(2);
     options.endDeadline = std::chrono::minutes(1);
     testing::internal::CaptureStderr();
@@ -98,7 +98,7 @@ TEST_F(PipelineRunnerTest, NothingIsDeliveredByAPipelineThatWasAbandoned)
         "videotestsrc is-live=true ! video/x-raw,width=16,height=16,framerate=50/1 ! "
         "x264enc tune=zerolatency key-int-max=1 ! identity name=video sleep-time=300000");
     options.describeDeadline = std::chrono::seconds(10);
-    options.longestSilence = std::chrono::seconds(10);
+    options.maxSilence = std::chrono::seconds(10);
     options.endDeadline = milliseconds(20);
     options.linger = milliseconds(0);
     open();
@@ -119,7 +119,7 @@ TEST_F(PipelineRunnerTest, WithoutThreadsTheStreamFailsAndGoesOnLater)
         GTEST_SKIP() << "no other user to be";
     }
     options.describeDeadline = std::chrono::seconds(10);
-    options.longestSilence = std::chrono::seconds(10);
+    options.maxSilence = std::chrono::seconds(10);
     options.restartPauses = {milliseconds(50)};
     open();
     rlimit before{};

@@ -34,8 +34,8 @@ protected:
     {
         const std::int64_t media = clock.place(timestampOf(at), ssrc, at + delay);
         const std::int64_t captured = clock.captured(media);
-        leastStep = std::min(leastStep, captured - lastCaptured);
-        leastMediaStep = std::min(leastMediaStep, media - lastMedia);
+        minStep = std::min(minStep, captured - lastCaptured);
+        minMediaStep = std::min(minMediaStep, media - lastMedia);
         lastMedia = media;
         lastCaptured = captured;
         return captured - at;
@@ -51,8 +51,8 @@ protected:
     double drift = 0;
     std::int64_t lastMedia = -second;
     std::int64_t lastCaptured = -second;
-    std::int64_t leastStep = second;
-    std::int64_t leastMediaStep = second;
+    std::int64_t minStep = second;
+    std::int64_t minMediaStep = second;
 };
 
 TEST_F(SourceClockTest, MediaTimesFollowTheTimestampsWhateverTheNetworkDoes)
@@ -77,8 +77,8 @@ TEST_F(SourceClockTest, StallsOfSixSecondsMoveNoTime)
         const std::int64_t error = give(at, (stallEnd - i) * frame + 5 * ms);
         EXPECT_NEAR(static_cast<double>(error), 5e6, 1e6) << i;
     }
-    EXPECT_GT(leastStep, frame - ms);
-    EXPECT_GT(leastMediaStep, frame - ms);
+    EXPECT_GT(minStep, frame - ms);
+    EXPECT_GT(minMediaStep, frame - ms);
 }
 
 TEST_F(SourceClockTest, DriftIsFollowedOverHoursWithoutAJump)
@@ -135,7 +135,7 @@ TEST_F(SourceClockTest, CaptureTimesTurnToTheReportsWithoutGoingBack)
             EXPECT_NEAR(static_cast<double>(error), 0, 1e6) << i;
         }
     }
-    EXPECT_GE(leastStep, frame / 2);
+    EXPECT_GE(minStep, frame / 2);
 }
 
 TEST_F(SourceClockTest, BurstAtTheStartIsDatedByWhatCannotBe)
@@ -150,7 +150,7 @@ TEST_F(SourceClockTest, BurstAtTheStartIsDatedByWhatCannotBe)
             EXPECT_NEAR(static_cast<double>(error), 0, 35e6) << i;
         }
     }
-    EXPECT_GT(leastStep, 0);
+    EXPECT_GT(minStep, 0);
 }
 
 TEST_F(SourceClockTest, ReportThatWasHeldUpIsBelieved)
@@ -204,7 +204,7 @@ TEST_F(SourceClockTest, TimestampsThatJumpNeverTakeTheTimeBackOrFarAhead)
         latest = std::max(latest, lastMedia);
         EXPECT_NEAR(static_cast<double>(lastMedia), static_cast<double>(at), 60e9);
     }
-    EXPECT_GT(leastStep, -second);
+    EXPECT_GT(minStep, -second);
 }
 
 TEST_F(SourceClockTest, AudioNeverGoesBackAtAll)

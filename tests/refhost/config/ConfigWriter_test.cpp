@@ -51,7 +51,7 @@ ServerConfig withEverythingChanged()
     for (const ConfigKey<LimitsConfig>& key : limitsKeys())
     {
         const auto& number = std::get<NumberSetting<LimitsConfig>>(key.setting);
-        number.value(config.limits) = std::max(number.least, value++);
+        number.value(config.limits) = std::max(number.min, value++);
     }
     config.cameras[0].name = "quotes \" and \\ and \u00e4 # [x] = '";
     config.cameras[0].talkBack = Codec::pcma;

@@ -122,7 +122,7 @@ TEST_F(PlaybackDispatcherTest, AnIntervalThatEndsBeforeItBeginsIsEmptyAtOnce)
 TEST_F(PlaybackDispatcherTest, ManyIntervalsAreForgottenInTurn)
 {
     MediaInfo described;
-    for (std::size_t i = 0; i < 3 * PlaybackCatalog::most; ++i)
+    for (std::size_t i = 0; i < 3 * PlaybackCatalog::max; ++i)
     {
         record.setRecordEndTime(2000 + i);
         EXPECT_EQ(service.catalog().describe(record, described), hostStreamNotReady);

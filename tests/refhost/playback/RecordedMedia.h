@@ -58,7 +58,7 @@ public:
     }
 
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int most, const SegmentPlace& after) const override
+                                      int max, const SegmentPlace& after) const override
     {
         const auto placeOf = [](const RecordedSegment& segment)
         { return std::make_pair(segment.epoch, segment.beginNs); };
@@ -76,7 +76,7 @@ public:
         std::sort(found.begin(), found.end(),
                   [&](const RecordedSegment& left, const RecordedSegment& right)
                   { return placeOf(left) < placeOf(right); });
-        found.resize(std::min(found.size(), static_cast<std::size_t>(most)));
+        found.resize(std::min(found.size(), static_cast<std::size_t>(max)));
         return found;
     }
 

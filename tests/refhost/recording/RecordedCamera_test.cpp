@@ -209,7 +209,7 @@ TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)
     open();
     const auto viewer = std::make_shared<CollectingSink>();
     source->attach("trackID=0", 1364, viewer);
-    recording_.mostQueued = 20000;
+    recording_.maxQueued = 20000;
     std::promise<void> release;
     const std::shared_future<void> released = release.get_future().share();
     Recorder::Hooks hooks;

@@ -348,7 +348,7 @@ TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
 
 TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
 {
-    options_.mostQueued = 100000;
+    options_.maxQueued = 100000;
     options_.segmentNs = second;
     std::promise<void> hanging;
     std::promise<void> release;

@@ -167,7 +167,7 @@ TEST_F(RecordingRetentionTest, FileThatCannotBeRemovedDoesNotKeepTheOthers)
 
 TEST_F(RecordingRetentionTest, DirectoryWhoseFilesAllStayIsNotTriedForEver)
 {
-    constexpr int many = 3 * RecordingRetention::mostFailures;
+    constexpr int many = 3 * RecordingRetention::maxFailures;
     for (int i = 0; i < many; ++i)
     {
         add(1, i);

@@ -110,13 +110,13 @@ TEST_F(NonceStoreTest, IssuingCostsNoMemory)
 TEST_F(NonceStoreTest, RemembersABoundedNumberAndExpiresWhatItForgot)
 {
     std::vector<std::string> nonces;
-    for (std::size_t i = 0; i <= NonceStore::rememberedMost; ++i)
+    for (std::size_t i = 0; i <= NonceStore::maxRemembered; ++i)
     {
         nonces.push_back(book_.issue(here));
         time_.advance(1);
         ASSERT_TRUE(book_.use(nonces.back(), 1, here));
     }
-    EXPECT_EQ(book_.remembered(), NonceStore::rememberedMost);
+    EXPECT_EQ(book_.remembered(), NonceStore::maxRemembered);
     EXPECT_FALSE(book_.use(nonces.front(), 1, here)) << "a forgotten nonce must not be usable again";
     EXPECT_TRUE(book_.use(nonces.back(), 2, here));
 }

@@ -300,7 +300,7 @@ TEST_F(ClientOutputTest, ACorkIsBounded)
     while (output_->sendResponse(response))
     {
         ASSERT_LT(++taken, 200) << "without bound";
-        ASSERT_LT(buffer.size(), 2 * ClientOutput::gatheredMost);
+        ASSERT_LT(buffer.size(), 2 * ClientOutput::maxGathered);
     }
     output_->uncork();
 }

@@ -22,7 +22,7 @@ struct Crowd
 {
     void visit()
     {
-        most = std::max(most.load(), ++inside);
+        max = std::max(max.load(), ++inside);
         for (int i = 0; i < 20; ++i)
         {
             std::this_thread::yield();
@@ -31,7 +31,7 @@ struct Crowd
     }
 
     std::atomic<int> inside{0};
-    std::atomic<int> most{0};
+    std::atomic<int> max{0};
 };
 
 class VisitingController : public FakeController
@@ -143,7 +143,7 @@ TEST_F(SharedSessionsTest, MethodsOfAllSessionsOfTheRouteFollowOneAnother)
     {
         thread.join();
     }
-    EXPECT_EQ(1, crowd.most.load());
+    EXPECT_EQ(1, crowd.max.load());
 }
 
 TEST_F(SharedSessionsTest, TheSharedWayIsNeitherHeldNorClosed)

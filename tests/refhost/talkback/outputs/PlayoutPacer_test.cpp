@@ -33,16 +33,16 @@ struct Drifting
         pacer.pace(static_cast<std::size_t>(level), piece);
         dropped += piece.empty() ? 1 : 0;
         level += static_cast<double>(piece.size()) - played;
-        least = std::min(least, level);
-        most = std::max(most, level);
+        min = std::min(min, level);
+        max = std::max(max, level);
     }
 
     PlayoutPacer pacer{format, 40};
     const Samples audio = test::tone(500, 48000, 20 * ms);
     const double played;
     double level = 0;
-    double least = 1e9;
-    double most = 0;
+    double min = 1e9;
+    double max = 0;
     int dry = 0;
     int dropped = 0;
 };
@@ -160,7 +160,7 @@ TEST(PlayoutPacer, EqualClocksNeedNothing)
         output.turn();
     }
     EXPECT_EQ(1, output.dry) << "at the beginning";
-    EXPECT_EQ(40.0 * ms, output.least);
+    EXPECT_EQ(40.0 * ms, output.min);
     EXPECT_EQ(0, output.dropped);
 }
 
@@ -173,7 +173,7 @@ TEST(PlayoutPacer, SlowerOutputIsFollowedWithoutDroppingForTwentyMinutes)
     }
     EXPECT_EQ(1, output.dry);
     EXPECT_EQ(0, output.dropped);
-    EXPECT_LE(output.most, 70.0 * ms);
+    EXPECT_LE(output.max, 70.0 * ms);
 }
 
 TEST(PlayoutPacer, FasterOutputIsFollowedWithoutRunningDryForTwentyMinutes)
@@ -185,7 +185,7 @@ TEST(PlayoutPacer, FasterOutputIsFollowedWithoutRunningDryForTwentyMinutes)
     }
     EXPECT_EQ(1, output.dry);
     EXPECT_EQ(0, output.dropped);
-    EXPECT_LT(0.0, output.least);
+    EXPECT_LT(0.0, output.min);
 }
 
 TEST(PlayoutPacer, TroubleOfAMomentChangesNothing)

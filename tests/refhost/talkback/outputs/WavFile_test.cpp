@@ -130,14 +130,14 @@ TEST_F(WavFileTest, NamedPipeIsRefusedAndNotWaitedFor)
 
 TEST_F(WavFileTest, EndsAtTheFormatsFourGibibytes)
 {
-    const std::uint64_t most = (0xffffffffULL - 44) / 2;
+    const std::uint64_t max = (0xffffffffULL - 44) / 2;
     ASSERT_TRUE(file_.open(path_, mono, problem_));
-    ASSERT_TRUE(file_.write(most - 2, {1}));
-    EXPECT_FALSE(file_.write(most - 1, {2, 3}));
-    EXPECT_FALSE(file_.extend(most + 1));
-    EXPECT_EQ(most - 1, file_.frames()) << "what was there stays";
-    ASSERT_TRUE(file_.extend(most));
+    ASSERT_TRUE(file_.write(max - 2, {1}));
+    EXPECT_FALSE(file_.write(max - 1, {2, 3}));
+    EXPECT_FALSE(file_.extend(max + 1));
+    EXPECT_EQ(max - 1, file_.frames()) << "what was there stays";
+    ASSERT_TRUE(file_.extend(max));
     EXPECT_FALSE(file_.open(path_, mono, problem_));
     EXPECT_NE(std::string::npos, problem_.find("as long as a WAV file can be")) << problem_;
-    EXPECT_EQ(44 + most * 2, std::filesystem::file_size(path_));
+    EXPECT_EQ(44 + max * 2, std::filesystem::file_size(path_));
 }
