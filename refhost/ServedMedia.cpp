@@ -104,7 +104,7 @@ MediaRoutes ServedMedia::routes(const DeviceInfoEx& device) const
     routes.add(liveController_ == "second" ? second : live);
     if (liveController_ == "both")
     {
-        // The codec takes a live URL wherever it begins.
+        // The codec takes a live URL wherever it starts.
         second.prefix = "second/orv/live";
         routes.add(second);
     }

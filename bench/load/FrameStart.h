@@ -10,7 +10,7 @@ namespace rtspload
 /// What an RTP payload says of the frame it belongs to.
 enum class FrameStart
 {
-    unknown,   ///< no slice begins in it: parameter sets, or the middle of a fragment
+    unknown,   ///< no slice starts in it: parameter sets, or the middle of a fragment
     keyFrame,  ///< a slice of a frame that a decoder can start on
     other      ///< a slice of any other frame
 };

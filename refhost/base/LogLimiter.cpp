@@ -51,7 +51,7 @@ void LogLimiter::report(Clock::time_point now)
             if (kind.leftOut > 0 && now - kind.since >= interval)
             {
                 over.emplace_back(name, kind);
-                // The next interval begins: what goes on is reported once in each.
+                // The next interval starts: what goes on is reported once in each.
                 kind = Kind{now, 0, kind.level};
             }
         }

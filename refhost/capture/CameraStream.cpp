@@ -14,7 +14,7 @@ namespace refhost
 namespace
 {
 
-/// A run of this length was a good one: the next failure begins with the shortest pause again.
+/// A run of this length was a good one: the next failure starts with the shortest pause again.
 constexpr std::chrono::seconds goodRun(20);
 
 bool sameTracks(const std::vector<SubMediaInfo>& left, const std::vector<SubMediaInfo>& right)

@@ -56,7 +56,7 @@ public:
     /// calls.
     ~CameraStream() override;
 
-    /// Begins to stop for good: `changed` is not called any more. Not from within one of its calls.
+    /// Starts to stop for good: `changed` is not called any more. Not from within one of its calls.
     void close();
     /// Waits until the source has stopped after close(); what has not by then is abandoned.
     void awaitEnd(std::chrono::steady_clock::time_point deadline);

@@ -68,11 +68,11 @@ bool LoopTimeline::endTrack(std::size_t number)
     {
         return false;
     }
-    beginRound();
+    startIteration();
     return true;
 }
 
-void LoopTimeline::beginRound()
+void LoopTimeline::startIteration()
 {
     Time start;
     Time end;

@@ -11,7 +11,7 @@ namespace refhost
 /// Places the media of a file that is played again and again on one timeline without a gap or a step back,
 /// and says when each piece is due.
 ///
-/// All tracks of a round begin together; the next round begins where the longest track of the last one ended.
+/// All tracks of a round begin together; the next round starts where the longest track of the last one ended.
 /// All times are in nanoseconds. Threads: one at a time.
 class LoopTimeline
 {
@@ -57,7 +57,7 @@ private:
         Time start;             ///< earliest presentation in this round
     };
 
-    void beginRound();
+    void startIteration();
 
     std::vector<Track> tracks_;
     Time base_;  ///< what is added to the file's time in this round

@@ -22,7 +22,7 @@ public:
     bool remove(const AccessUnitSink* sink);
     bool isEmpty() const;
 
-    /// Hands a unit to the sinks; a sink that is new, or that saw a discontinuity, begins with a key unit.
+    /// Hands a unit to the sinks; a sink that is new, or that saw a discontinuity, starts with a key unit.
     void deliver(const AccessUnitPtr& unit);
     /// Tells the sinks that what comes next does not continue what came before.
     void discontinuity();

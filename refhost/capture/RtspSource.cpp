@@ -204,7 +204,7 @@ void RtspSource::addPad(GstPad* pad)
     }
     if (!fresh)
     {
-        sink_.sourceEnded("the camera began its media again", false);
+        sink_.sourceEnded("the camera started its media again", false);
         return;
     }
     DecodeStage::Events events;

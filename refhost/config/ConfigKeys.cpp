@@ -97,7 +97,7 @@ const std::vector<ConfigKey<ServerConfig>>& serverKeys()
         choice<Server>(
             "start",
             "How viewers of live streams start: \"burst\" sends everything since the last key frame at once, "
-            "\"paced\" the same at a multiple of real time, \"key-frame\" begins with the next key frame.",
+            "\"paced\" the same at a multiple of real time, \"key-frame\" starts with the next key frame.",
             [](const Server& s) { return s.start; }, [](Server& s, const std::string& way) { s.start = way; },
             {"burst", "paced", "key-frame"}),
         number<Server>(
@@ -196,7 +196,8 @@ const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys()
             "policy",
             "Who is heard when several clients talk at once: \"first\" is who talks first, until nothing "
             "came "
-            "of it for half a second; \"newest\" who began to talk last; \"mix\" everybody; with \"refuse\" "
+            "of it for half a second; \"newest\" who started to talk last; \"mix\" everybody; with "
+            "\"refuse\" "
             "one client at a time can set talk-back up at all, and others get 453.",
             [](const TalkBack& t) { return t.policy; },
             [](TalkBack& t, const std::string& policy) { t.policy = policy; },
@@ -260,7 +261,7 @@ const std::vector<ConfigKey<RecordingConfig>>& recordingKeys()
             [](Recording& r) -> std::string& { return r.directory; }, TextKind::path),
         number<Recording>(
             "segment",
-            "Seconds of media in one file; each begins with a key frame, so it may be longer by the time "
+            "Seconds of media in one file; each starts with a key frame, so it may be longer by the time "
             "between two.",
             [](Recording& r) -> int& { return r.segment; }, 1, 3600),
         number<Recording>(

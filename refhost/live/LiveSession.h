@@ -35,7 +35,7 @@ public:
     int play(const std::string& streamKey, const std::string& trackId);
     int pause(const std::string& streamKey, const std::string& trackId);
     int remove(const std::string& streamKey, const std::string& trackId);
-    /// The same for a session whose tracks are settled: connect() begins the track again.
+    /// The same for a session whose tracks are settled: connect() starts the track again.
     int endTrack(const std::string& streamKey, const std::string& trackId);
     int ssrc(const std::string& streamKey, const std::string& trackId, int& ssrc);
     bool firstPacket(const std::string& trackId, RTPPacketInfo& out);

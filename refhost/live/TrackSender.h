@@ -33,7 +33,7 @@ public:
                 std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name);
     ~TrackSender() noexcept override;
 
-    /// A sender of the same track that begins from nothing, for the place of this one when it has ended.
+    /// A sender of the same track that starts from nothing, for the place of this one when it has ended.
     /// \param name  the session's
     std::shared_ptr<TrackSender> successor(const RtcpWriter::Name& name) const;
 

@@ -57,7 +57,7 @@ public:
     /// Called on the stream's own thread, never by two threads at once.
     virtual void onAccessUnit(AccessUnitPtr unit) = 0;
 
-    /// The source was stopped or begins again: RTP timestamps start over and what came before must not be
+    /// The source was stopped or starts again: RTP timestamps start over and what came before must not be
     /// sent to a new viewer. Called between two access units or after the last.
     virtual void onDiscontinuity() = 0;
 };

@@ -22,7 +22,7 @@ public:
     /// Player's time of an instant of the present section; its begin for instants before.
     std::int64_t at(std::int64_t mediaNs) const;
 
-    /// Something was sent that is over at `mediaNs`: what comes after a jump begins behind it.
+    /// Something was sent that is over at `mediaNs`: what comes after a jump starts behind it.
     void sentUntil(std::int64_t mediaNs);
 
     /// Where the next section would begin.

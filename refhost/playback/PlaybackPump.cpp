@@ -256,7 +256,7 @@ void PlaybackPump::prepareHead(PlaybackTrack& track)
         ReplayExtension extension;
         extension.mediaNs = unit.wallNs;
         extension.cleanPoint = unit.key;
-        extension.endOfSection = unit.last;
+        extension.endOfRange = unit.last;
         extension.discontinuity = track.brokenOff() || reading_.backwards;
         extension.playSequence = mode_.sequence();
         head.unit = extension.addTo(*unit.unit);

@@ -64,7 +64,7 @@ public:
     /// Where the recording goes on.
     std::int64_t positionNs() const;
 
-    /// Where the last start() began.
+    /// Where the last start() started.
     std::int64_t rangeBeginNs() const
     {
         return rangeBeginNs_;

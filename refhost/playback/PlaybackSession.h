@@ -40,7 +40,7 @@ public:
         std::int64_t beginNs = 0;
         std::int64_t endNs = 0;
         /// Where the presentation's time is 0: the first frame that a play() from the begin sends. Before the
-        /// begin, where that is in a GOP, or behind it, where recorded media begins later.
+        /// begin, where that is in a GOP, or behind it, where recorded media starts later.
         std::int64_t startNs = 0;
     };
 
@@ -78,7 +78,7 @@ public:
     /// only the bits of `kind` are taken over
     int setRange(const std::string& trackId, double begin, double end, int kind, bool move);
 
-    /// Tells where the last play() really began, its key frame, and where it ends: seconds. Backwards, the
+    /// Tells where the last play() really started, its key frame, and where it ends: seconds. Backwards, the
     /// end comes before the begin.
     int range(const std::string& trackId, double& begin, double& end);
 

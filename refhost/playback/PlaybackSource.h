@@ -20,7 +20,7 @@ struct PlaybackUnit
     /// When the frame or block of audio was taken: wall clock, nanoseconds since 1970.
     std::int64_t wallNs = 0;
     /// Its place in the order of playing: `wallNs`, or that time mirrored at where a request that reads
-    /// backwards begins, so that it grows either way.
+    /// backwards starts, so that it grows either way.
     std::int64_t mediaNs = 0;
     /// When it must leave so that it and what is shown before it come in time, by the same clock: not after
     /// `mediaNs`. Does not go back within a section and track.
@@ -46,7 +46,7 @@ public:
 
     struct Request
     {
-        std::int64_t fromNs = 0;  ///< wall clock; reading begins at the key frame at or before it
+        std::int64_t fromNs = 0;  ///< wall clock; reading starts at the key frame at or before it
         std::int64_t endNs = 0;   ///< wall clock; what is shown from here on is left out
         /// Reads key frames alone, from the one at or before `fromNs` down to those at or after `endNs`.
         bool backwards = false;
@@ -71,7 +71,7 @@ public:
 
     virtual ~PlaybackSource() = default;
 
-    /// Begins again.
+    /// Starts again.
     /// \returns false when no recorded media is there or follows; what was read before goes on then
     virtual bool open(const Request& request) = 0;
 

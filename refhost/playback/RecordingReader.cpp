@@ -114,7 +114,7 @@ void RecordingReader::skipDamage(const CodedUnit& unit)
     if (isLead(unit) && !waitsForKey_)
     {
         Log::warning("recording {} is damaged; some of it is left out", segment_->path);
-        beginSection();
+        startRange();
     }
 }
 
@@ -125,7 +125,7 @@ RecordingReader::Opened RecordingReader::openNext()
     {
         if (segment_ && segment.epoch != segment_->epoch)
         {
-            beginEpoch();
+            startEpoch();
         }
         if (openSegment(segment, request_.fromNs))
         {
@@ -253,7 +253,7 @@ bool RecordingReader::takes(const CodedUnit& unit)
     }
     if (endNs_ != 0 && unit.timeNs - endNs_ > pauseNs)
     {
-        beginSection();
+        startRange();
     }
     endNs_ = std::max(endNs_, unit.timeNs + (unit.durationNs > 0 ? unit.durationNs : usualFrameNs));
     (unit.video ? lastFrameNs_ : lastAudioNs_) = unit.timeNs;
@@ -312,7 +312,7 @@ bool RecordingReader::follows(const CodedUnit& unit)
     if (unit.timeNs - endNs_ > RecordingIndex::seamNs)
     {
         fresh_ = false;
-        beginSection();
+        startRange();
         return true;
     }
     if (!isLead(unit))
@@ -324,9 +324,9 @@ bool RecordingReader::follows(const CodedUnit& unit)
 }
 
 /// The clock was set back: what follows is dated earlier.
-void RecordingReader::beginEpoch()
+void RecordingReader::startEpoch()
 {
-    beginSection();
+    startRange();
     lastFrameNs_ = 0;
     lastAudioNs_ = 0;
     lastKeyNs_.reset();
@@ -347,7 +347,7 @@ bool RecordingReader::isBehindEpoch(const CodedUnit& unit)
     return true;
 }
 
-void RecordingReader::beginSection()
+void RecordingReader::startRange()
 {
     ++section_;
     waitsForKey_ = true;

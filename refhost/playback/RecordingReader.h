@@ -26,8 +26,8 @@ public:
     {
         int cameraId = 0;
         int streamId = 0;
-        std::int64_t fromNs = 0;  ///< begins at the last key frame at or before it, or at what comes next
-        std::int64_t endNs = 0;   ///< nothing of a segment that begins here or later
+        std::int64_t fromNs = 0;  ///< starts at the last key frame at or before it, or at what comes next
+        std::int64_t endNs = 0;   ///< nothing of a segment that starts here or later
         bool keyFramesOnly = false;
         std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least
         std::optional<Codec> video;      ///< wanted in this codec
@@ -81,8 +81,8 @@ private:
     bool wants(const CodedUnit& unit) const;
     bool keepsDistance(const CodedUnit& unit);
     bool follows(const CodedUnit& unit);
-    void beginSection();
-    void beginEpoch();
+    void startRange();
+    void startEpoch();
     bool isBehindEpoch(const CodedUnit& unit);
     bool isLead(const CodedUnit& unit) const
     {

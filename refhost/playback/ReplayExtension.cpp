@@ -23,7 +23,7 @@ std::array<std::uint8_t, ReplayExtension::size> written(const ReplayExtension& f
     writeBig32(&bytes[4], static_cast<std::uint32_t>(fields.mediaNs / second) + secondsFrom1900To1970);
     const auto rest = static_cast<std::uint64_t>(fields.mediaNs % second);
     writeBig32(&bytes[8], static_cast<std::uint32_t>((rest << 32U) / second));
-    bytes[12] = static_cast<std::uint8_t>((fields.cleanPoint ? 0x80 : 0) | (fields.endOfSection ? 0x40 : 0) |
+    bytes[12] = static_cast<std::uint8_t>((fields.cleanPoint ? 0x80 : 0) | (fields.endOfRange ? 0x40 : 0) |
                                           (fields.discontinuity ? 0x20 : 0));
     bytes[13] = fields.playSequence;
     return bytes;

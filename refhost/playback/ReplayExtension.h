@@ -18,7 +18,7 @@ struct ReplayExtension
 
     std::int64_t mediaNs = 0;       ///< wall clock, nanoseconds since 1970
     bool cleanPoint = false;        ///< C: a decoder can start here
-    bool endOfSection = false;      ///< E: the last one before a gap or the end
+    bool endOfRange = false;        ///< E: the last one before a gap or the end
     bool discontinuity = false;     ///< D: it does not follow what was sent before
     std::uint8_t playSequence = 0;  ///< low byte of the CSeq of the PLAY request
 

@@ -126,7 +126,7 @@ bool ReverseReader::nextSegment(RecordedSegment& out)
     return true;
 }
 
-/// Finds segments that begin before those known. One that began much earlier is found for its end.
+/// Finds segments that begin before those known. One that started much earlier is found for its end.
 void ReverseReader::findBefore()
 {
     std::int64_t spanNs = firstSpanNs;

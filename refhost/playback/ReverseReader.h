@@ -13,7 +13,7 @@
 namespace refhost
 {
 
-/// Reads a camera's recorded key frames backwards, over the begins of segments and over gaps.
+/// Reads a camera's recorded key frames backwards, over the starts of segments and over gaps.
 ///
 /// Segments that cannot be read, and those of another codec, are left out with a line in the log. What is
 /// recorded meanwhile lies behind and does not matter. Threads: one at a time. Reads from a disk.

@@ -115,7 +115,7 @@ void Recorder::take(const EncodedUnitPtr& unit)
     flushWhenDue();
     if (failedNs_)
     {
-        // So that the next try begins a segment.
+        // So that the next try starts a segment.
         cutter_.interrupt();
     }
 }
@@ -150,7 +150,7 @@ std::string Recorder::freePath(std::int64_t& wallNs) const
     return path;
 }
 
-void Recorder::beginSegment(std::int64_t beginNs, const Tracks& tracks)
+void Recorder::startSegment(std::int64_t beginNs, const Tracks& tracks)
 {
     beginNs_ = beginNs;
     segment_ = {};
@@ -164,8 +164,8 @@ void Recorder::beginSegment(std::int64_t beginNs, const Tracks& tracks)
         return;
     }
     std::string error;
-    const bool mayBegin = (!hooks_.mayBegin || hooks_.mayBegin(error)) && makeFolder(error);
-    writer_ = mayBegin ? SegmentWriter::create(segment_.path, {beginNs, segment_.beginNs}, written_, error,
+    const bool mayStart = (!hooks_.mayStart || hooks_.mayStart(error)) && makeFolder(error);
+    writer_ = mayStart ? SegmentWriter::create(segment_.path, {beginNs, segment_.beginNs}, written_, error,
                                                hooks_.makeRoom)
                        : nullptr;
     if (!writer_)

@@ -29,8 +29,8 @@ namespace refhost
 /// again after a pause, with one line when it works again. Malformed media is left out, with one line in ten
 /// minutes at most, and stops nothing.
 ///
-/// A segment is dated when it begins; within it, time is what passed since. When the wall clock is set, the
-/// next segment begins with the next key frame, dated again; no frame is lost, and none is dated twice.
+/// A segment is dated when it starts; within it, time is what passed since. When the wall clock is set, the
+/// next segment starts with the next key frame, dated again; no frame is lost, and none is dated twice.
 /// Threads: any.
 class Recorder : public EncodedUnitSink, public std::enable_shared_from_this<Recorder>, private SegmentSink
 {
@@ -60,7 +60,7 @@ public:
     {
         std::function<void()> segmentClosed;         ///< a segment came to its end
         SegmentWriter::MakeRoom makeRoom;            ///< the disk is full
-        std::function<bool(std::string&)> mayBegin;  ///< asked before each segment; false with the reason set
+        std::function<bool(std::string&)> mayStart;  ///< asked before each segment; false with the reason set
     };
 
     static std::shared_ptr<Recorder> start(const Stream& stream, std::shared_ptr<SegmentLedger> ledger,
@@ -92,7 +92,7 @@ private:
     void reportMalformed(const std::string& what);
     SegmentCutter::Expected expected() const;
 
-    void beginSegment(std::int64_t beginNs, const Tracks& tracks) override;
+    void startSegment(std::int64_t beginNs, const Tracks& tracks) override;
     void writeUnit(std::size_t track, const EncodedUnitPtr& unit) override;
     void endSegment(std::int64_t durationNs) override;
 

@@ -72,7 +72,7 @@ std::string firstFreeEpoch()
            overlap + ")) SELECT max(epoch) FROM free)";
 }
 
-/// The epoch of the stream's last segment, or a new one where that ended after the new one begins.
+/// The epoch of the stream's last segment, or a new one where that ended after the new one starts.
 std::string nextEpoch()
 {
     return "coalesce((SELECT iif(last.begin_ns + last.duration_ns > ?3 + " + std::to_string(overlapNs) +

@@ -85,7 +85,7 @@ public:
     /// The closed segment with a begin before `beforeNs` that was entered first.
     std::optional<RecordedSegment> firstBefore(std::int64_t beforeNs,
                                                const std::set<std::int64_t>& besides) const;
-    /// The begin of the first segment that was entered after another one and begins at `sinceNs` or later.
+    /// The begin of the first segment that was entered after another one and starts at `sinceNs` or later.
     std::optional<std::int64_t> beginAfter(std::int64_t id, std::int64_t sinceNs) const;
     /// The latest begin of all segments.
     std::optional<std::int64_t> newestBegin() const;
@@ -98,8 +98,8 @@ public:
     /// \param segment  `id` and `epoch` are not read; `path` must lie below the directory
     /// \returns its id
     std::optional<std::int64_t> add(const RecordedSegment& segment);
-    /// Enters a segment that is recorded now, or what is known of it; its path says which. One that begins
-    /// before the stream's last one ended begins a new epoch. \param segment  as in add()
+    /// Enters a segment that is recorded now, or what is known of it; its path says which. One that starts
+    /// before the stream's last one ended starts a new epoch. \param segment  as in add()
     bool enter(const RecordedSegment& segment);
     /// Forgets the segment of a path, if there is one; its file is the caller's.
     bool removePath(const std::string& path);

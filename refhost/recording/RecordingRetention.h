@@ -73,7 +73,7 @@ private:
     const Limits limits_;
     std::optional<Now> last_;  ///< when apply() was called last
     bool slowly_ = false;
-    double count_ = 0;      ///< of all segments when that began
+    double count_ = 0;      ///< of all segments when that started
     double allowance_ = 0;  ///< segments that may be removed by age while slowly_
 };
 

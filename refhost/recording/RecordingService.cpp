@@ -246,7 +246,7 @@ void RecordingService::repair()
 
 /// A disk may be taken away while it is recorded to: what lies below its mount point must not be filled
 /// instead. Called by recorders.
-bool RecordingService::mayBegin(std::string& why)
+bool RecordingService::mayStart(std::string& why)
 {
     if (folder_->isInPlace())
     {
@@ -287,7 +287,7 @@ void RecordingService::record()
             Recorder::Hooks hooks;
             hooks.segmentClosed = [this] { retainSoon(); };
             hooks.makeRoom = [room = room_](bool again) { return room->make(again); };
-            hooks.mayBegin = [this](std::string& why) { return mayBegin(why); };
+            hooks.mayStart = [this](std::string& why) { return mayStart(why); };
             recorders_.push_back(Recorder::start(recorded, ledger_, options, std::move(hooks)));
         }
     }
@@ -304,7 +304,7 @@ void RecordingService::retain()
     retainsSoon_ = false;
     ++retentions_;
     std::string why;
-    if (!folder_ || !mayBegin(why) || !index_)
+    if (!folder_ || !mayStart(why) || !index_)
     {
         return;
     }

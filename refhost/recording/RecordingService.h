@@ -22,7 +22,7 @@ namespace refhost
 /// All recording of a server: runs a recorder for each stream with `record`, opens the index and publishes it
 /// as Device::recordings(), repairs what a crash left, and keeps the limits.
 ///
-/// Recording begins as soon as the folder can be used, and does not wait for the index or the repair. A
+/// Recording starts as soon as the folder can be used, and does not wait for the index or the repair. A
 /// folder that cannot be used, by a failure or because another server uses it, and an index that cannot be
 /// opened are reported once and tried again and again; the streams are live meanwhile. While the index is
 /// opened recordings are expected (Device), while it is repaired they are incomplete (RecordingIndex). When
@@ -71,7 +71,7 @@ private:
     void openIndex();
     void repair();
     void record();
-    bool mayBegin(std::string& why);
+    bool mayStart(std::string& why);
     void leave();
     void end();
     void retain();

@@ -161,7 +161,7 @@ void SegmentCutter::write(const EncodedUnitPtr& unit)
 {
     const auto track = std::find_if(tracks_.begin(), tracks_.end(),
                                     [&](const Format& format) { return same(format, unit->format); });
-    // Not what the segment was begun with: the next key frame begins one for it.
+    // Not what the segment was started with: the next key frame starts one for it.
     if (track == tracks_.end() || unit->captureTimeNs < beginNs_)
     {
         return;
@@ -191,7 +191,7 @@ void SegmentCutter::cut()
     endNs_ = beginNs_;
     pendingNs_.reset();
     tracks_ = knownTracks();
-    sink_.beginSegment(beginNs_, tracks_);
+    sink_.startSegment(beginNs_, tracks_);
     const std::vector<EncodedUnitPtr> units = std::exchange(held_, {});
     heldBytes_ = 0;
     for (const EncodedUnitPtr& unit : units)

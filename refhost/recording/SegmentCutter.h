@@ -23,7 +23,7 @@ public:
     /// \param beginNs  capture time of the frame that is presented first: the key frame's, or of frames that
     ///                 come behind it and are presented before it
     /// \param tracks   video first
-    virtual void beginSegment(std::int64_t beginNs, const Tracks& tracks) = 0;
+    virtual void startSegment(std::int64_t beginNs, const Tracks& tracks) = 0;
     /// \param track  index into the segment's tracks; the unit is not from before the segment's begin
     virtual void writeUnit(std::size_t track, const EncodedUnitPtr& unit) = 0;
     /// \param durationNs  up to the end of the last frame
@@ -32,7 +32,7 @@ public:
 
 /// Decides which encoded unit goes into which segment.
 ///
-/// A segment begins with a key frame: with the first one, with the first one after the wanted length, and
+/// A segment starts with a key frame: with the first one, with the first one after the wanted length, and
 /// where a format changed. Audio and frames of one time do not arrive together; so what comes first is held
 /// back for a while, and no audio is lost or put into the wrong segment at a cut. Frames that follow a key
 /// frame and are presented before it (open GOPs) stay with it where they follow another segment; elsewhere
@@ -68,7 +68,7 @@ public:
     SegmentCutter(std::int64_t segmentNs, std::function<Expected()> expected, SegmentSink& sink);
 
     void take(const EncodedUnitPtr& unit);
-    /// Ends the present segment; the next one begins with the next key frame.
+    /// Ends the present segment; the next one starts with the next key frame.
     void interrupt();
     /// Cuts at the next key frame, however short the segment is; nothing is lost.
     void cutSoon()

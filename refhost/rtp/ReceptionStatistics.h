@@ -17,10 +17,10 @@ public:
     enum class Verdict
     {
         counted,
-        /// Far away from what came before. It is not counted; if the next packet follows it, the source began
+        /// Far away from what came before. It is not counted; if the next packet follows it, the source started
         /// again and everything is counted from there.
         strayed,
-        /// The source began again with this packet, or it is the first one.
+        /// The source started again with this packet, or it is the first one.
         begun
     };
 

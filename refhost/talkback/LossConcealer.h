@@ -35,7 +35,7 @@ private:
     PcmFormat format_;
     std::vector<std::int16_t> past_;  // the last of what was heard
     std::size_t period_ = 0;          // frames that are repeated; 0 outside of a gap
-    std::size_t made_ = 0;            // frames made up since the gap began
+    std::size_t made_ = 0;            // frames made up since the gap started
 };
 
 }  // namespace refhost

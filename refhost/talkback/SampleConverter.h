@@ -23,7 +23,7 @@ public:
     SampleConverter& operator=(const SampleConverter&) = delete;
 
     /// Converts the next piece. The filter holds the last millisecond or two back until the piece after it.
-    /// \param from             of `samples`; a change begins again
+    /// \param from             of `samples`; a change starts again
     /// \param[in,out] out      the converted audio is appended
     /// \returns false when that cannot be converted
     bool convert(const PcmFormat& from, const std::vector<std::int16_t>& samples,

@@ -49,7 +49,7 @@ public:
     TalkReception(const SubMediaInfo& track, const TalkSettings& settings,
                   std::unique_ptr<TalkDepayloader> depayloader, MakeDecoder makeDecoder);
 
-    /// Begins again: the next packet is the first one.
+    /// Starts again: the next packet is the first one.
     void reset();
 
     /// Lets go of the decoder until it is needed again.

@@ -46,7 +46,7 @@ public:
     /// \returns 0, or hostConnectionUnusable for a connection that this host did not make
     int connect(const SafePointer<IConnection>& connection);
 
-    /// Begins a reception; nothing that came before is played.
+    /// Starts a reception; nothing that came before is played.
     /// \returns 0, also for a session that plays; hostTalkBackUnavailable before init(),
     ///          hostConnectionUnusable before connect() or when the connection is closed
     int play();

@@ -12,7 +12,7 @@ namespace refhost
 enum class TalkPolicy
 {
     first,   ///< who talks first, until nothing came of it for `silenceMs`
-    newest,  ///< who began to talk last
+    newest,  ///< who started to talk last
     mix,     ///< everybody
     refuse   ///< who set talk-back up first; others are refused until that session ends
 };

@@ -149,7 +149,7 @@ public:
 
 }  // namespace
 
-TEST(Layout, ConnectionBeginsWithItsTransportKind)
+TEST(Layout, ConnectionStartsWithItsTransportKind)
 {
     const FakeConnection connection(3);
     EXPECT_EQ(3, Layout::at(static_cast<const IConnection*>(&connection), &ConnectionMirror::transportKind));

@@ -56,7 +56,7 @@ class Library:
         return self._word(address)
 
     def table(self, class_symbol):
-        """Where the table of a class begins, and its words."""
+        """Where the table of a class starts, and its words."""
         address, size = self.symbols["_ZTV" + class_symbol]
         step = 8 if self.is_64_bit else 4
         return [self.meant_by(place) for place in range(address, address + size, step)]

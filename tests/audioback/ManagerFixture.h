@@ -11,7 +11,7 @@
 #include "tests/fakehost/FakeDescription.h"
 #include "tests/fakehost/FakeHost.h"
 
-/// The manager without sessions and with a closed output; the log begins behind that.
+/// The manager without sessions and with a closed output; the log starts behind that.
 class ManagerFixture : public testing::Test
 {
 protected:
@@ -24,9 +24,9 @@ protected:
 
     /// Adds a session that does not play, silently.
     int add(const std::string& sessionId);
-    /// Adds a session that plays; the log begins again behind it.
+    /// Adds a session that plays; the log starts again behind it.
     void addPlaying(const std::string& sessionId);
-    /// Opens the output as the worker does, with the sessions there are; the log begins again behind it.
+    /// Opens the output as the worker does, with the sessions there are; the log starts again behind it.
     void openPlayer();
     /// Whether the manager takes its output for open.
     bool playerOpened();

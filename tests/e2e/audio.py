@@ -84,7 +84,7 @@ def write_wav(path, samples):
 
 
 def place(audio, heard):
-    """Where `audio` begins in `heard`: the offset in samples at which they are most alike."""
+    """Where `audio` starts in `heard`: the offset in samples at which they are most alike."""
     assert len(heard) >= len(audio), f"only {len(heard) / RATE:.2f} s of {len(audio) / RATE:.2f} s were heard"
     size = 1 << (len(heard) + len(audio) - 1).bit_length()
     product = numpy.fft.irfft(numpy.fft.rfft(heard, size) * numpy.conj(numpy.fft.rfft(audio.astype(float), size)), size)

@@ -74,7 +74,7 @@ def record(server, seconds):
     """Waits until so many whole seconds were recorded from now on, and returns them."""
     begin = math.ceil(time.time()) + 1
     wait_until(lambda: time.time() > begin, 5, "the first second")
-    wait_until(lambda: status(server, begin, begin + 1) == 200, 20, "recording has begun")
+    wait_until(lambda: status(server, begin, begin + 1) == 200, 20, "recording has started")
     end = begin + seconds
     wait_until(lambda: time.time() > end and status(server, end, end + 1) == 200, seconds + 30, f"{seconds} s recorded")
     return Interval(begin, end)
@@ -134,7 +134,7 @@ class Recorded:
         self.interval = record(server, SECONDS + 2)
         self.url = url(server, self.interval.begin, self.interval.begin + SECONDS)
         with RtspClient(self.url) as client:
-            # The presentation begins with the key frame at or before the interval's begin, so much earlier.
+            # The presentation starts with the key frame at or before the interval's begin, so much earlier.
             self.seconds = length(client.describe())
             self.lead = self.seconds - SECONDS
             self.start = self.interval.begin - self.lead

@@ -73,7 +73,7 @@ def record(serve, tmp_path, stream, segments=3):
 
 
 def begin_of(path):
-    """Seconds of the day at which a segment begins, by its name."""
+    """Seconds of the day at which a segment starts, by its name."""
     name = path.stem.removesuffix("Z")
     start = time.strptime(name[:15], "%Y%m%dT%H%M%S")
     return (start.tm_hour * 60 + start.tm_min) * 60 + start.tm_sec + float("0" + name[15:])

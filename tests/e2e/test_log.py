@@ -74,7 +74,7 @@ def test_stalled_log_holds_nobody_up(build_folder, tmp_path):
     try:
         wait_until(lambda: "rtsp://" in (tmp_path / "out.txt").read_text(), 20, "it serves")
         url = re.search(r"rtsp://\S+", (tmp_path / "out.txt").read_text()).group(0)
-        # Each session that begins and ends is told in some hundred bytes.
+        # Each session that starts and ends is told in some hundred bytes.
         for _ in range(100):
             with RtspClient(url) as client:
                 client.open()

@@ -213,7 +213,7 @@ def test_what_rtp_info_tells_comes_first(server, other_machine):
         for index, told in info.items():
             packet = viewer.packets(index)[0]
             assert (packet.sequence, packet.timestamp) == told
-        assert video_packets(viewer)[0].nal_types()[0] in (7, 8, 5), "it begins with a key frame"
+        assert video_packets(viewer)[0].nal_types()[0] in (7, 8, 5), "it starts with a key frame"
 
 
 def test_five_viewers_leave_in_every_order(server, other_machine):

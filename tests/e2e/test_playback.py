@@ -168,7 +168,7 @@ def test_twice_as_fast_takes_half_the_time(recorded, header):
     client = recorded.play(headers={header: "2"})
     seconds, with_a_processor = time.monotonic() - begin, stopwatch.read()
     assert client.answer.headers[header.lower()] == "2.0"
-    # Up to a second more than the interval: its play begins with the key frame before.
+    # Up to a second more than the interval: its play starts with the key frame before.
     half = len(recorded.whole) / RATE / 2
     assert seconds > 0.9 * half and with_a_processor < 1.1 * half
     frames = recorded.frames(client)

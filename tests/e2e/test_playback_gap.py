@@ -17,7 +17,7 @@ FAST = {**REPLAY, "Rate-Control": "no"}
 
 
 class Gap:
-    """Recorded, ended, some seconds of nothing, recorded again; the film begins again each time."""
+    """Recorded, ended, some seconds of nothing, recorded again; the film starts again each time."""
 
     def __init__(self, binary, folder, film):
         text = recordings.config(film, folder / "recordings")

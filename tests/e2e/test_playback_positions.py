@@ -1,4 +1,4 @@
-"""Players of three families show an interval that begins inside a GOP from its first frame to its last one, and agree on
+"""Players of three families show an interval that starts inside a GOP from its first frame to its last one, and agree on
 where each frame is. Frames are told apart by what is burnt into them: each decoded one is looked up in the film."""
 
 import concurrent.futures
@@ -56,7 +56,7 @@ def ffmpeg(recorded, transport, tmp_path, start):
 
 
 def mpv(recorded, transport, tmp_path, start):
-    """The same of mpv; without play times, because its encoder begins them again."""
+    """The same of mpv; without play times, because its encoder starts them again."""
     path = tmp_path / "mpv.mkv"
     seek = [f"--start={start:.3f}", "--hr-seek=no"] if start else []
     run = subprocess.run(["mpv", "--no-config", "--no-audio", f"--rtsp-transport={transport}", *seek, f"--o={path}",
@@ -108,7 +108,7 @@ def plays(recorded, tmp_path_factory):
 @pytest.mark.parametrize("player", PLAYERS, ids=lambda player: player.__name__)
 @pytest.mark.parametrize("start, transport", PLAYS)
 def test_the_first_and_the_last_frame_and_their_times(recorded, numbers, plays, transport, player, start):
-    assert recorded.timeline.first % RATE == 0 and recorded.lead > 0, "the interval begins inside a GOP"
+    assert recorded.timeline.first % RATE == 0 and recorded.lead > 0, "the interval starts inside a GOP"
     shown, at = plays[player, start, transport].result()
     frames = [numbers[checksum] for checksum in shown]
     first = recorded.timeline.key_before(start)

@@ -65,7 +65,7 @@ def test_speech_is_heard_on_a_audio_device_and_again_when_it_comes_back(serve, s
         for turn in range(2):
             recording = sound_server.record(tmp_path / f"heard{turn}")
             try:
-                # A recording begins some time after it was asked for.
+                # A recording starts some time after it was asked for.
                 wait_until(lambda: (tmp_path / f"heard{turn}").stat().st_size > 0, 10, "audio is recorded")
                 speaker.speak(packets)
                 speaker.rest(0.5)

@@ -14,7 +14,7 @@ segmentation-offload = false
 def session(serve, tmp_path, transport):
     """A whole session until a track has reported again, captured; (capture, client, RTP-Info).
 
-    Somebody else watches already, so that the session begins at once with a key frame that is there.
+    Somebody else watches already, so that the session starts at once with a key frame that is there.
     """
     server = serve(CONFIG)
     with RtspClient(server.url(), transport) as viewer, RtspClient(server.url(), transport) as client:
@@ -84,7 +84,7 @@ def check_sender_reports(capture, client):
 
 
 def split_at_reports(kinds):
-    """Packet types of several compound packets, one list each: every one begins with a report."""
-    assert kinds[0] in (200, 201), "a compound packet begins with a report"
+    """Packet types of several compound packets, one list each: every one starts with a report."""
+    assert kinds[0] in (200, 201), "a compound packet starts with a report"
     starts = [i for i, kind in enumerate(kinds) if kind in (200, 201)]
     return [kinds[a:b] for a, b in zip(starts, [*starts[1:], len(kinds)])]

@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     require(size >= 8 && size % 4 == 0, "a compound packet consists of whole words");
-    require(data[1] == 200 || data[1] == 201, "a compound packet begins with a report");
+    require(data[1] == 200 || data[1] == 201, "a compound packet starts with a report");
     require(!findings.reported || mentions(data, size), "a report about us names us");
     require(findings.report.cumulativeLost >= -0x800000 && findings.report.cumulativeLost < 0x800000,
             "the loss has 24 bits");

@@ -150,7 +150,7 @@ TEST_F(LiveDispatcherContract, TrackThatEndedCanBeConnectedAgainWhileTheSessionL
     EXPECT_EQ(2, HostUnderTest::livingConnections());
     int later = first;
     EXPECT_EQ(0, dispatcher()->getTrackSSRC(session, videoTrack, later));
-    EXPECT_NE(first, later) << "it begins again";
+    EXPECT_NE(first, later) << "it starts again";
     EXPECT_EQ(0, dispatcher()->play(session, videoTrack));
 }
 

@@ -135,7 +135,7 @@ TEST_F(MulticastRecords, SayNothingOfSessions)
     EXPECT_FALSE(dispatcher_->findSession(group));
 }
 
-TEST(MulticastSessionParameter, BeginsEmpty)
+TEST(MulticastSessionParameter, StartsEmpty)
 {
     const MulticastSessionParameter param;
     EXPECT_EQ("", param.getMulticastSessionId());

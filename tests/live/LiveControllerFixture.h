@@ -15,7 +15,7 @@
 #include "tests/live/LiveForms.h"
 
 /// A live controller of one of the forms with video, audio and back channel; camera 12, stream 0 where the
-/// device's own codec reads the URL. The log begins behind its making.
+/// device's own codec reads the URL. The log starts behind its making.
 template <class Form>
 class LiveControllerFixture : public testing::Test
 {

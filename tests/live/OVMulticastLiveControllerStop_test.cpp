@@ -141,7 +141,7 @@ TEST_F(MulticastStop, AfterAFailureEndsWhatIsLeft)
     EXPECT_EQ("", record());
 }
 
-TEST_F(MulticastStop, ThenSetupBeginsAgain)
+TEST_F(MulticastStop, ThenSetupStartsAgain)
 {
     ASSERT_EQ(0, setup(session_, video_));
     CapturedOutput output;

@@ -19,7 +19,7 @@ public:
         whileRendering
     };
 
-    /// Registers a factory of such codecs; the log begins again.
+    /// Registers a factory of such codecs; the log starts again.
     static void registerUnder(int thirdPlatType, Moment unregistered);
     /// "parse, factory lives", "codec gone", "factory gone" and the like, in order.
     static std::vector<std::string>& events();

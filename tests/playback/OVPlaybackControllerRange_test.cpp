@@ -106,7 +106,7 @@ TEST_F(OVPlaybackControllerRange, RecordingWithoutLengthHasOnlyItsBegin)
     EXPECT_EQ((Range{0, 0}), correct(-1, -1));
 }
 
-TEST_F(OVPlaybackControllerRange, RecordingThatEndsBeforeItBeginsHasANegativeLength)
+TEST_F(OVPlaybackControllerRange, RecordingThatEndsBeforeItStartsHasANegativeLength)
 {
     recordFrom(200, 100);
     EXPECT_EQ((Range{0, -100}), correct(0, 0));

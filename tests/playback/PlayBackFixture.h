@@ -49,7 +49,7 @@ protected:
         return session_->init(device(), ability, 7, 12, begin, end);
     }
 
-    /// A session with both tracks set up; the log begins behind that.
+    /// A session with both tracks set up; the log starts behind that.
     void prepare()
     {
         init();

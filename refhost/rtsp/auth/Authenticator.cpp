@@ -135,7 +135,7 @@ void Authenticator::challenge(ResponseWriter& out, bool stale, const Client& cli
     const std::string nonce = nonces_.issue(client);
     for (const std::string_view algorithm : {"MD5", "SHA-256", "MD5"})
     {
-        out.beginHeader("WWW-Authenticate");
+        out.startHeader("WWW-Authenticate");
         std::string& text = out.text();
         text.append("Digest realm=\"").append(realm_).append("\", nonce=\"").append(nonce).append("\"");
         // Behind the nonce: clients that scan for fixed texts look for it there.
@@ -143,7 +143,7 @@ void Authenticator::challenge(ResponseWriter& out, bool stale, const Client& cli
         text.append(", algorithm=").append(algorithm).append(", qop=\"auth\"");
         out.endHeader();
     }
-    out.beginHeader("WWW-Authenticate");
+    out.startHeader("WWW-Authenticate");
     out.text().append("Basic realm=\"").append(realm_).append("\"");
     out.endHeader();
 }

@@ -46,7 +46,7 @@ public:
                    std::shared_ptr<ConnectionSlots::Slot> slot);
     ~RtspConnection() override;
 
-    /// Begins to read.
+    /// Starts to read.
     void open();
     /// Ends the connection, and the sessions that live in it. Does nothing the second time.
     void close();
@@ -101,8 +101,8 @@ private:
     bool deferred_ = false;
     std::int64_t deferredMs_ = 0;  // when the client last took a byte
     bool largeSendBuffer_ = false;
-    bool greeted_ = false;      // a whole request came
-    std::int64_t begunMs_;      // when the client began what is not a whole request yet; -1: nothing is begun
+    bool greeted_ = false;  // a whole request came
+    std::int64_t begunMs_;  // when the client started what is not a whole request yet; -1: nothing is started
     bool established_ = false;  // logged in, or with a session
     std::int64_t standingMs_;   // when that changed last
     std::int64_t lastByteMs_;

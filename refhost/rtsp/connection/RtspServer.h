@@ -38,7 +38,7 @@ public:
     RtspServer(const RtspServer&) = delete;
     RtspServer& operator=(const RtspServer&) = delete;
 
-    /// Opens the ports and begins to serve.
+    /// Opens the ports and starts to serve.
     /// \param[out] error  one sentence, when false is returned; nothing is left open then
     bool start(std::string& error);
 

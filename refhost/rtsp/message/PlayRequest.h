@@ -21,7 +21,7 @@ struct PlayRequest
     /// of real time; nothing where the header is missing, which means 1.
     std::optional<double> scale;
     std::optional<double> speed;
-    /// A negative scale: `range` begins with its later end.
+    /// A negative scale: `range` starts with its later end.
     bool backwards() const
     {
         return scale && *scale < 0;

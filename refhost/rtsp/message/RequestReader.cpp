@@ -29,8 +29,8 @@ bool isFold(std::string_view line)
     return !line.empty() && (line.front() == ' ' || line.front() == '\t');
 }
 
-/// A message begins with a letter: methods do, and "RTSP/1.0 200" does.
-bool canBeginMessage(char c)
+/// A message starts with a letter: methods do, and "RTSP/1.0 200" does.
+bool canStartMessage(char c)
 {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == '-';
 }
@@ -139,7 +139,7 @@ RequestReader::Item RequestReader::next(RtspRequest& request)
     return Item::none;
 }
 
-/// \returns true when a frame of more than the limit begins here: it is not kept, and the next item follows
+/// \returns true when a frame of more than the limit starts here: it is not kept, and the next item follows
 bool RequestReader::dropLongFrame()
 {
     const std::string_view rest = input_.substr(position_);
@@ -174,7 +174,7 @@ RequestReader::Item RequestReader::nextFrame()
 
 RequestReader::Item RequestReader::nextMessage(RtspRequest& request)
 {
-    if (!canBeginMessage(input_[position_]))
+    if (!canStartMessage(input_[position_]))
     {
         request.clear();
         return fail(rtspBadRequest);

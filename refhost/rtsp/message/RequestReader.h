@@ -20,7 +20,7 @@ namespace refhost
 /// Whole requests are parsed where the fed bytes stand; only what is cut off by the end of the bytes is
 /// copied, and never more than the limits and one feed() allow. Every byte is looked at a fixed number of
 /// times, however the input is cut. Lines may end with CR LF or LF; empty lines before a request are skipped;
-/// a header line that begins with a blank goes on from the one before. Responses from the client are skipped:
+/// a header line that starts with a blank goes on from the one before. Responses from the client are skipped:
 /// this server asks nothing.
 ///
 /// Threads: one at a time.
@@ -56,7 +56,7 @@ public:
     struct Problem
     {
         RtspStatus status = rtspBadRequest;
-        /// Where the next message begins is not known: answer, and end the connection. Nothing more is read.
+        /// Where the next message starts is not known: answer, and end the connection. Nothing more is read.
         bool fatal = false;
     };
 

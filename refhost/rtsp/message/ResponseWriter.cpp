@@ -36,12 +36,12 @@ void ResponseWriter::begin(RtspStatus status, std::string_view cseq)
 
 void ResponseWriter::header(std::string_view name, std::string_view value)
 {
-    beginHeader(name);
+    startHeader(name);
     text_ += value;
     endHeader();
 }
 
-void ResponseWriter::beginHeader(std::string_view name)
+void ResponseWriter::startHeader(std::string_view name)
 {
     text_ += name;
     text_ += ": ";
@@ -66,7 +66,7 @@ std::string_view ResponseWriter::finish()
 std::string_view ResponseWriter::finish(std::string_view contentType, std::string_view body)
 {
     header("Content-Type", contentType);
-    beginHeader("Content-Length");
+    startHeader("Content-Length");
     appendDecimal(text_, body.size());
     text_ += "\r\n\r\n";
     text_ += body;

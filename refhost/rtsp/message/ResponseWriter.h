@@ -21,15 +21,15 @@ namespace refhost
 class ResponseWriter
 {
 public:
-    /// Begins a new response and forgets the one before.
+    /// Starts a new response and forgets the one before.
     /// \param cseq  the request's number; no CSeq line when empty
     void begin(RtspStatus status, std::string_view cseq);
 
     /// Adds a header line. Neither text may hold a line end.
     void header(std::string_view name, std::string_view value);
 
-    /// Begins a header line whose value the caller appends to text() piece by piece, until endHeader().
-    void beginHeader(std::string_view name);
+    /// Starts a header line whose value the caller appends to text() piece by piece, until endHeader().
+    void startHeader(std::string_view name);
     std::string& text();
     void endHeader();
 

@@ -24,7 +24,7 @@ struct RtspUrl
     std::string presentation;
     std::string track;
 
-    /// \param text  "*", an absolute URL of the schemes rtsp, rtspu and rtsps, or a path that begins with '/'
+    /// \param text  "*", an absolute URL of the schemes rtsp, rtspu and rtsps, or a path that starts with '/'
     /// \returns nothing when the text is none of these, has a bad percent code, or hides a control character
     static std::optional<RtspUrl> parse(std::string_view text);
 };

@@ -44,7 +44,7 @@ std::shared_ptr<RtspSession> ConnectionSessions::of(RequestContext& context)
 
 void ConnectionSessions::addHeader(ResponseWriter& out, const RtspSession& session) const
 {
-    out.beginHeader("Session");
+    out.startHeader("Session");
     SessionHeader::append(out.text(), session.id(), services_.limits.sessionTimeout);
     out.endHeader();
 }

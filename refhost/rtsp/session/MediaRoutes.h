@@ -14,7 +14,7 @@
 namespace refhost
 {
 
-/// Tells the packet that the last PLAY of a track begins with; false when it is not known.
+/// Tells the packet that the last PLAY of a track starts with; false when it is not known.
 using FirstPacketFunction =
     std::function<bool(const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)>;
 

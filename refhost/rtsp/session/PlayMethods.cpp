@@ -68,19 +68,19 @@ void PlayMethods::answerPlay(RequestContext& context, const RtspSession& session
 void PlayMethods::addRecorded(ResponseWriter& out, const PlayRequest& order,
                               const RecordedPlay::Outcome& outcome)
 {
-    out.beginHeader("Range");
+    out.startHeader("Range");
     RangeHeader::append(out.text(), order.range ? order.range->unit : RangeHeader::Unit::npt, outcome.begin,
                         outcome.end);
     out.endHeader();
     if (order.scale)
     {
-        out.beginHeader("Scale");
+        out.startHeader("Scale");
         PlayRequest::appendRate(out.text(), outcome.speed.scale);
         out.endHeader();
     }
     if (order.speed)
     {
-        out.beginHeader("Speed");
+        out.startHeader("Speed");
         PlayRequest::appendRate(out.text(), outcome.speed.speed);
         out.endHeader();
     }
@@ -105,7 +105,7 @@ void PlayMethods::addRtpInfo(ResponseWriter& out, std::string_view base,
     {
         return;
     }
-    out.beginHeader("RTP-Info");
+    out.startHeader("RTP-Info");
     std::string& text = out.text();
     std::string_view separator;
     for (const RtspSession::PlayedTrack& track : tracks)

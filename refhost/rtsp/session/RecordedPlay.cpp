@@ -93,7 +93,7 @@ RtspStatus RecordedPlay::locate(const RangeHeader& range, bool backwards, Positi
     return rtspOk;
 }
 
-/// Whether an absolute range is play time counted from 1900, where NTP's clock begins. Players write that who
+/// Whether an absolute range is play time counted from 1900, where NTP's clock starts. Players write that who
 /// know absolute ranges alone and were described a recording in play time.
 bool RecordedPlay::countsFromNtp(const RangeHeader& range)
 {

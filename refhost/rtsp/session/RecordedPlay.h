@@ -20,8 +20,8 @@ namespace refhost
 ///
 /// Positions are normal play time: 0 is the first frame that is sent, as the controller's description says.
 /// Absolute times of the client become normal play time here, and back. Ranges are bounded here as well: the
-/// controller's correctPlayRange() knows the length of the URL's interval alone, which begins later than its
-/// first frame where it begins inside a GOP, and earlier where recording began later. Threads: one at a time;
+/// controller's correctPlayRange() knows the length of the URL's interval alone, which starts later than its
+/// first frame where it starts inside a GOP, and earlier where recording started later. Threads: one at a time;
 /// RtspSession calls it under its lock.
 class RecordedPlay
 {
@@ -39,7 +39,7 @@ public:
 
     /// Sets the controller's tracks up for what is ordered; play() of each is to follow.
     ///
-    /// Without a range or with "now-", playing goes on where it is, or begins again where it had come to its
+    /// Without a range or with "now-", playing goes on where it is, or starts again where it had come to its
     /// end; an order for nothing at all changes nothing where everything plays (RFC 2326, section 10.5). A
     /// range that reaches beyond the recording plays the part of it that there is. Backwards, an open begin
     /// is the recording's end and an open end its begin. \param playing  every one of the tracks plays

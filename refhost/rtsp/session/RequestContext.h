@@ -39,7 +39,7 @@ public:
     /// False to have the connection ended after the response.
     bool keepsConnection = true;
 
-    /// Begins the response; the caller may add headers before send().
+    /// Starts the response; the caller may add headers before send().
     ResponseWriter& begin(RtspStatus status);
     void send();
     void send(std::string_view contentType, std::string_view body);

@@ -113,7 +113,7 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
                          multicast ? &way : nullptr,
                          context.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt);
     ResponseWriter& out = context.begin(rtspOk);
-    out.beginHeader("Content-Base");
+    out.startHeader("Content-Base");
     out.text().append(context.url.base).append("/");
     out.endHeader();
     context.send(sdpType, description);

@@ -77,7 +77,7 @@ std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
             {
                 const std::size_t count = sessions_.size();
                 lock.unlock();
-                logCount("began", *session, count);
+                logCount("started", *session, count);
                 return session;
             }
         }

@@ -123,7 +123,7 @@ RtspStatus TrackDeliveries::makeInterleaved(const TransportChoice& choice, const
 
 void TrackDeliveries::answer(ResponseWriter& out, const std::string& text, std::uint32_t ssrc)
 {
-    out.beginHeader("Transport");
+    out.startHeader("Transport");
     out.text().append(text).append(";ssrc=");
     appendHex32(out.text(), ssrc);
     out.text() += ";mode=\"PLAY\"";

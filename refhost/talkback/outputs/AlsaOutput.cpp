@@ -89,7 +89,7 @@ int AlsaOutput::setUp(const PcmFormat& format)
     snd_pcm_sw_params_t* software = nullptr;
     snd_pcm_sw_params_alloca(&software);
     result = snd_pcm_sw_params_current(pcm_, software);
-    // Each write that follows a silence begins with some of its own.
+    // Each write that follows a silence starts with some of its own.
     step(snd_pcm_sw_params_set_start_threshold(pcm_, software, 1));
     step(snd_pcm_sw_params(pcm_, software));
     return result;

@@ -12,16 +12,16 @@ namespace refhost
 /// Decides how audio that comes unevenly is given to an output that plays evenly: how far it is kept ahead of
 /// what is heard, so that uneven packets leave no holes, and never so far that talk lags behind.
 ///
-/// It begins some time ahead, also after each pause; where it ran dry because packets were lost or late and
+/// It starts some time ahead, also after each pause; where it ran dry because packets were lost or late and
 /// several come at once, they are that lead themselves. The sender's clock and the output's are never quite
 /// the same: when the audio has been out of its place for seconds it is stretched or shortened by a
-/// thousandth, which nobody hears. Audio that would come more than 30 ms later than it began is dropped.
+/// thousandth, which nobody hears. Audio that would come more than 30 ms later than it started is dropped.
 ///
 /// Threads: one at a time.
 class PlayoutPacer
 {
 public:
-    /// \param aheadMs  how far the audio begins ahead of what is heard
+    /// \param aheadMs  how far the audio starts ahead of what is heard
     PlayoutPacer(const PcmFormat& format, int aheadMs);
 
     /// Makes of a piece of audio what is to be written.

@@ -19,7 +19,7 @@ AccessUnitPtr unit(bool key)
     return made;
 }
 
-TEST(PacketTap, NewSinkBeginsWithAKeyUnit)
+TEST(PacketTap, NewSinkStartsWithAKeyUnit)
 {
     PacketTap tap;
     const auto sink = std::make_shared<CollectingSink>();
@@ -31,7 +31,7 @@ TEST(PacketTap, NewSinkBeginsWithAKeyUnit)
     EXPECT_EQ(sink->units().size(), 2U);
 }
 
-TEST(PacketTap, SinkBeginsWithAKeyUnitAgainAfterADiscontinuity)
+TEST(PacketTap, SinkStartsWithAKeyUnitAgainAfterADiscontinuity)
 {
     PacketTap tap;
     const auto sink = std::make_shared<CollectingSink>();

@@ -139,7 +139,7 @@ protected:
         return unit;
     }
 
-    /// The source stops and begins again with other timestamps.
+    /// The source stops and starts again with other timestamps.
     void restartSource()
     {
         source->breakOff();

@@ -141,7 +141,7 @@ TEST_F(LiveSessionDispatcherTest, ASessionEndsWithItsLastConnectedTrack)
     EXPECT_EQ(hostTrackUnknown, sessions.remove("s", audio));
 }
 
-TEST_F(LiveSessionDispatcherTest, ATrackThatEndedBeginsAgainWhileAnotherOneKeepsTheSession)
+TEST_F(LiveSessionDispatcherTest, ATrackThatEndedStartsAgainWhileAnotherOneKeepsTheSession)
 {
     const auto audioWire = open("s", audio);
     const auto former = open("s", video);

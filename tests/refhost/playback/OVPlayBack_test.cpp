@@ -323,7 +323,7 @@ TEST_F(DirectPlayBack, StopOfOneTrackEndsItAndLeavesTheOtherPlaying)
     EXPECT_EQ(hostTrackUnknown, viewer.session->play(id, video));
 }
 
-TEST_F(DirectPlayBack, IntervalThatBeginsInAGopStartsAtItsKeyFrame)
+TEST_F(DirectPlayBack, IntervalThatStartsInAGopStartsAtItsKeyFrame)
 {
     Viewer viewer = this->viewer(1, 3);
     viewer.session->setSpeed(id, video, 1, 32);

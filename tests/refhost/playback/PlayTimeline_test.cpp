@@ -12,7 +12,7 @@ namespace
 constexpr std::int64_t second = 1'000'000'000;
 constexpr std::int64_t day = 86'400 * second;
 
-TEST(PlayTimeline, BeginsAtZero)
+TEST(PlayTimeline, StartsAtZero)
 {
     PlayTimeline timeline;
     timeline.jump(20'000 * day, 1);

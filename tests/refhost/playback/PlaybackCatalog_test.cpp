@@ -12,7 +12,7 @@ namespace test
 namespace
 {
 
-/// Intervals are whole seconds; a recording that begins at a fraction of one has them begin inside a GOP.
+/// Intervals are whole seconds; a recording that starts at a fraction of one has them begin inside a GOP.
 class PlaybackCatalogTest : public RecordedMediaTest
 {
 protected:
@@ -34,7 +34,7 @@ protected:
     MediaInfo info;
 };
 
-TEST_F(PlaybackCatalogTest, APresentationBeginsWithTheKeyFrameAtOrBeforeItsInterval)
+TEST_F(PlaybackCatalogTest, APresentationStartsWithTheKeyFrameAtOrBeforeItsInterval)
 {
     addSegment(10.25, 4);
     ASSERT_EQ(describe(12, 14), 0);
@@ -43,7 +43,7 @@ TEST_F(PlaybackCatalogTest, APresentationBeginsWithTheKeyFrameAtOrBeforeItsInter
     EXPECT_EQ(info.getAllSubMediaInfo().size(), 2U);
 }
 
-TEST_F(PlaybackCatalogTest, AnIntervalAtAKeyFrameBeginsThere)
+TEST_F(PlaybackCatalogTest, AnIntervalAtAKeyFrameStartsThere)
 {
     addSegment(10, 4);
     ASSERT_EQ(describe(12, 14), 0);
@@ -63,7 +63,7 @@ TEST_F(PlaybackCatalogTest, WhereRecordingBeganLaterThePresentationDoesToo)
     EXPECT_DOUBLE_EQ(info.recordSeconds, 9.25);
 }
 
-TEST_F(PlaybackCatalogTest, AudioAloneBeginsWithItsFirstBlock)
+TEST_F(PlaybackCatalogTest, AudioAloneStartsWithItsFirstBlock)
 {
     addFile(makeFile(2, "", "alawenc"), 10.5, 2);
     ASSERT_EQ(describe(11, 12), 0);

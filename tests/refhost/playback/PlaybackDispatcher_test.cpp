@@ -110,7 +110,7 @@ TEST_F(PlaybackDispatcherTest, ThatThereIsNothingHoldsForAShortTime)
     EXPECT_EQ(service.catalog().describe(record, described), hostStreamNotReady);
 }
 
-TEST_F(PlaybackDispatcherTest, AnIntervalThatEndsBeforeItBeginsIsEmptyAtOnce)
+TEST_F(PlaybackDispatcherTest, AnIntervalThatEndsBeforeItStartsIsEmptyAtOnce)
 {
     record.setRecordEndTime(1000);
     MediaInfo described;

@@ -91,7 +91,7 @@ TEST_F(PlaybackSeek, ARangeMayEndBeforeTheIntervalsBegin)
     EXPECT_TRUE(sentBye(*wire));
 }
 
-TEST_F(PlaybackSeek, PositionsCountFromTheFirstFrameWhereRecordedMediaBeginsLater)
+TEST_F(PlaybackSeek, PositionsCountFromTheFirstFrameWhereRecordedMediaStartsLater)
 {
     recordings->set({{at(7), at(20)}});
     make(5.4, 10, 7);
@@ -220,7 +220,7 @@ TEST_F(PlaybackSeek, AGapTakesNoTime)
     EXPECT_TRUE(session->ended());
 }
 
-TEST_F(PlaybackSeek, TheRealBeginIsToldWhereRecordedMediaBeginsLater)
+TEST_F(PlaybackSeek, TheRealBeginIsToldWhereRecordedMediaStartsLater)
 {
     recordings->set({{at(3.5), at(8)}});
     setUp(video);

@@ -86,7 +86,7 @@ private:
 };
 
 /// Real Matroska files of 25 frames a second, a key frame each second, and PCMA audio of 20 ms a block,
-/// made by GStreamer in a directory that goes with the fixture. The recording begins at second 0.
+/// made by GStreamer in a directory that goes with the fixture. The recording starts at second 0.
 class RecordedMediaTest : public testing::Test
 {
 protected:
@@ -175,7 +175,7 @@ protected:
     {
         std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
         std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-        // The record begins with its version and the three bytes that the set repeats behind its type.
+        // The record starts with its version and the three bytes that the set repeats behind its type.
         std::size_t at = bytes.find("\x63\xA2");  // CodecPrivate
         ASSERT_NE(at, std::string::npos);
         at = bytes.find('\x67', at);

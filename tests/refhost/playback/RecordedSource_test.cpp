@@ -150,7 +150,7 @@ TEST_F(RecordedSourceTest, TheEndIsExact)
     EXPECT_TRUE(read.frames.back().last);
 }
 
-TEST_F(RecordedSourceTest, AGapBeginsANewSectionWithAKeyFrame)
+TEST_F(RecordedSourceTest, AGapStartsANewSectionWithAKeyFrame)
 {
     addSegment(0, 2);
     addSegment(7200, 2);
@@ -166,7 +166,7 @@ TEST_F(RecordedSourceTest, AGapBeginsANewSectionWithAKeyFrame)
     }
 }
 
-TEST_F(RecordedSourceTest, AnInstantInAGapBeginsBehindIt)
+TEST_F(RecordedSourceTest, AnInstantInAGapStartsBehindIt)
 {
     addSegment(0, 2);
     addSegment(1000, 2);
@@ -286,7 +286,7 @@ TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
     }
 }
 
-TEST_F(RecordedSourceTest, AudioBeginsWithTheFirstFrameAlsoBehindAGap)
+TEST_F(RecordedSourceTest, AudioStartsWithTheFirstFrameAlsoBehindAGap)
 {
     const std::string path = directory_ + "/late.mkv";
     run("matroskamux name=mux ! filesink location=" + path +

@@ -174,7 +174,7 @@ TEST_F(RecordedCameraTest, FrameRateOfTheFilesIsTheCamerasAcrossSegments)
     }
 }
 
-TEST_F(RecordedCameraTest, RestartOfASourceBeginsASegmentWithItsTrueTime)
+TEST_F(RecordedCameraTest, RestartOfASourceStartsASegmentWithItsTrueTime)
 {
     stream.source.kind = SourceConfig::Kind::launch;
     stream.source.location =

@@ -50,7 +50,7 @@ protected:
         EXPECT_TRUE(ledger_->flush());
     }
 
-    // 25 frames a second, each second begins with a key frame.
+    // 25 frames a second, each second starts with a key frame.
     void give(double begin, double end)
     {
         source_->giveMedia(begin, end);
@@ -101,7 +101,7 @@ protected:
     std::shared_ptr<Recorder> recorder_;
 };
 
-TEST_F(RecorderClockTest, AClockThatIsSetForwardBeginsARangeWithItsTimeAndLosesNothing)
+TEST_F(RecorderClockTest, AClockThatIsSetForwardStartsARangeWithItsTimeAndLosesNothing)
 {
     give(0, 2);
     clock_.setWall(hourMs);
@@ -110,7 +110,7 @@ TEST_F(RecorderClockTest, AClockThatIsSetForwardBeginsARangeWithItsTimeAndLosesN
     EXPECT_EQ(recordings(), (RecordedMedia{{0, 2}, {3602, 3605}}));
 }
 
-TEST_F(RecorderClockTest, ARangeBeginsWithTheNextKeyFrameWhichTheSourceIsAskedFor)
+TEST_F(RecorderClockTest, ARangeStartsWithTheNextKeyFrameWhichTheSourceIsAskedFor)
 {
     give(0, 2.4);
     EXPECT_EQ(source_->keyFrameRequests, 0);
@@ -159,7 +159,7 @@ TEST_F(RecorderClockTest, AClockThatComesToTheSameMicrosecondAgainOverwritesNoth
     EXPECT_THAT(files(), ElementsAre(Pair(0, 3), Pair(1e-6, 3), Pair(2e-6, 3)));
 }
 
-TEST_F(RecorderClockTest, ASmallCorrectionBeginsNoRange)
+TEST_F(RecorderClockTest, ASmallCorrectionStartsNoRange)
 {
     give(0, 2);
     clock_.setWall(100);

@@ -207,7 +207,7 @@ TEST_F(RecordingIndexTest, WhatIsRecordedAfterTheClockWasSetBackIsKeptApart)
     EXPECT_THAT(recordings(1, 0), ElementsAre(std::make_pair(0.0, 30.0), std::make_pair(13.0, 33.0)));
 }
 
-TEST_F(RecordingIndexTest, AClockThatIsSetForwardBeginsNoEpoch)
+TEST_F(RecordingIndexTest, AClockThatIsSetForwardStartsNoEpoch)
 {
     for (const double begin : {0, 1000, 1010})
     {

@@ -24,7 +24,7 @@ struct Piece
 class SegmentCutterTest : public testing::Test, protected MadeUnits, private SegmentSink
 {
 protected:
-    void beginSegment(std::int64_t beginNs, const Tracks& tracks) override
+    void startSegment(std::int64_t beginNs, const Tracks& tracks) override
     {
         EXPECT_FALSE(open_);
         open_ = true;
@@ -222,7 +222,7 @@ TEST_F(SegmentCutterTest, AudioThatComesLaterIsTakenInFromTheNextKeyFrameOn)
     EXPECT_EQ(pieces_[1].begin, 3);
 }
 
-TEST_F(SegmentCutterTest, ChangedFormatBeginsASegment)
+TEST_F(SegmentCutterTest, ChangedFormatStartsASegment)
 {
     run(0, 1.5);
     video = videoFormat(640);

@@ -20,7 +20,7 @@ AccessUnit unitAt(std::uint32_t timestamp, std::int64_t captureNs)
     return unit;
 }
 
-TEST(RtpTimeline, BeginsAtTheFirstValueWhateverTheSourceSays)
+TEST(RtpTimeline, StartsAtTheFirstValueWhateverTheSourceSays)
 {
     RtpTimeline timeline(90000, 4711);
     bool moved = false;
@@ -38,7 +38,7 @@ TEST(RtpTimeline, FollowsTheSourceAcrossTheWrap)
     EXPECT_FALSE(moved);
 }
 
-TEST(RtpTimeline, GoesOnByTheElapsedCaptureTimeWhereTheSourceBeginsAgain)
+TEST(RtpTimeline, GoesOnByTheElapsedCaptureTimeWhereTheSourceStartsAgain)
 {
     RtpTimeline timeline(90000, 1000);
     bool moved = false;

@@ -66,7 +66,7 @@ TEST_F(TalkFloorTest, NewestWinsOnceAndKeepsTheOutputFromThoseWhoTalkOn)
         EXPECT_FALSE(floor.claim(anna, now));
     }
     EXPECT_TRUE(floor.claim(anna, 530 * ms));
-    EXPECT_TRUE(floor.claim(bert, 540 * ms)) << "he begins again";
+    EXPECT_TRUE(floor.claim(bert, 540 * ms)) << "he starts again";
 }
 
 TEST_F(TalkFloorTest, EverybodyIsHeardWhereSendersAreMixed)

@@ -16,7 +16,7 @@ constexpr std::int64_t ms = 1'000'000;
 class TalkReceptionTest : public testing::Test
 {
 protected:
-    /// Brings a packet of 20 ms whose payload begins with its number.
+    /// Brings a packet of 20 ms whose payload starts with its number.
     bool bring(std::uint16_t number, std::int64_t atMs)
     {
         RtpPacket packet;
@@ -143,7 +143,7 @@ TEST_F(TalkReceptionTest, AnotherSourceIsHeardWhenTheFirstWasSilentForHalfASecon
     EXPECT_EQ(frame(99), calls->back());
 }
 
-TEST_F(TalkReceptionTest, SourceThatBeginsAgainIsNoLoss)
+TEST_F(TalkReceptionTest, SourceThatStartsAgainIsNoLoss)
 {
     bring(10, 0);
     takeAt(0);
@@ -227,7 +227,7 @@ TEST_F(TalkReceptionTest, AFloodIsDecodedOnlyAsFarAsAnOutputTakesIt)
     takeAt(0);
     EXPECT_EQ((std::vector<Decoded>{reset(), frame(0x55)}),
               (std::vector<Decoded>(calls->end() - 2, calls->end())))
-        << "the next turn begins again";
+        << "the next turn starts again";
 }
 
 TEST_F(TalkReceptionTest, HolesCountAsWhatIsMadeUpForThem)
@@ -244,7 +244,7 @@ TEST_F(TalkReceptionTest, HolesCountAsWhatIsMadeUpForThem)
               *calls);
 }
 
-TEST_F(TalkReceptionTest, WhoIsNotHeardIsNotDecodedAndBeginsAgainLater)
+TEST_F(TalkReceptionTest, WhoIsNotHeardIsNotDecodedAndStartsAgainLater)
 {
     bring(10, 0);
     takeAt(0, false);

@@ -375,7 +375,7 @@ TEST_F(TalkSessionTest, AnEndSendsByeOnceAndLetsTheConnectionGo)
     EXPECT_EQ(2U, wire->rtcp.size());
 }
 
-TEST_F(TalkSessionTest, PlayAgainBeginsANewReception)
+TEST_F(TalkSessionTest, PlayAgainStartsANewReception)
 {
     const auto talk = playingTalk();
     talk->bring(1);

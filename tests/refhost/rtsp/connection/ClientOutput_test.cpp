@@ -371,7 +371,7 @@ TEST_F(ClientOutputBurstTest, ReportsAreNotHeldUp)
     EXPECT_EQ(frames(block_), SendStatus::congested);
 }
 
-TEST_F(ClientOutputBurstTest, TheNextOneBeginsWhenTheLoopComesRound)
+TEST_F(ClientOutputBurstTest, TheNextOneStartsWhenTheLoopComesRound)
 {
     EXPECT_EQ(frames(block_), SendStatus::congested);
     ASSERT_TRUE(output_->onWritable());

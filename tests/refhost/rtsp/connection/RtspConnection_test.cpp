@@ -144,7 +144,7 @@ TEST_F(RtspConnectionTest, EachRequestHasItsOwnTimeToWait)
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
     time.advance(RtspConnection::maxDeferredMs);
     EXPECT_EQ(client_->response().header("CSeq"), "1");
-    EXPECT_EQ(client_->receive(50).kind, Received::Kind::nothing) << "the second begins to wait now";
+    EXPECT_EQ(client_->receive(50).kind, Received::Kind::nothing) << "the second starts to wait now";
     time.advance(RtspConnection::maxDeferredMs);
     EXPECT_EQ(client_->response().header("CSeq"), "2");
 }

@@ -247,7 +247,7 @@ TEST_F(RtspServerTest, ASessionDoesNotExistForOtherAddresses)
     EXPECT_EQ(again.request("TEARDOWN", url(), session(id)).status, 200);
 }
 
-// Transports tell the real time, so the server's clock begins behind it here: a report that comes when the
+// Transports tell the real time, so the server's clock starts behind it here: a report that comes when the
 // session is nearly over counts from the real now.
 TEST_F(RtspServerTest, RtcpKeepsASessionAlive)
 {

@@ -383,7 +383,7 @@ TEST_F(MulticastTest, FiveViewersLeaveInEveryOrderWithoutAGap)
 {
     server.reset();
     media.reset();
-    config.gopCache = false;  // each round begins with its own frame
+    config.gopCache = false;  // each round starts with its own frame
     start();
     std::array<int, 5> order{0, 1, 2, 3, 4};
     do

@@ -74,7 +74,7 @@ TEST(ClockedOutput, AudioPassesAtThePaceOfTheClock)
     clock.advanceMs(1000);
     EXPECT_EQ(0u, output.queued());
     EXPECT_TRUE(writeMs(output, 10, 1));
-    EXPECT_EQ(80u, output.queued()) << "after a silence audio begins now";
+    EXPECT_EQ(80u, output.queued()) << "after a silence audio starts now";
 }
 
 TEST(ClockedOutput, HasNothingQueuedWhileItIsDryThoughTheClockGoesOn)

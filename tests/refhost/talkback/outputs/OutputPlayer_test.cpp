@@ -174,7 +174,7 @@ TEST_F(OutputPlayerTest, OutputThatFlapsStandsInTheLogOnce)
     EXPECT_EQ(1, countOf("is closed", recovered));
 }
 
-TEST_F(OutputPlayerTest, BeginsAheadAgainAfterEachOpening)
+TEST_F(OutputPlayerTest, StartsAheadAgainAfterEachOpening)
 {
     for (int i = 0; i < 2; ++i)
     {

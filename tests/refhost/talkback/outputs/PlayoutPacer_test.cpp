@@ -49,7 +49,7 @@ struct Drifting
 
 }  // namespace
 
-TEST(PlayoutPacer, AudioBeginsSoFarAheadAsWanted)
+TEST(PlayoutPacer, AudioStartsSoFarAheadAsWanted)
 {
     PlayoutPacer pacer(format, 40);
     Samples piece{1, 2, 3};
