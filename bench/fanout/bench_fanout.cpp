@@ -125,7 +125,7 @@ constexpr TransportTraits traitsOfNone = []
     return traits;
 }();
 
-/// A way that costs nothing: what is left is the dispatch itself.
+/// A transport that costs nothing: what is left is the dispatch itself.
 class NoTransport : public RtpTransport
 {
 public:
@@ -152,7 +152,7 @@ public:
     void close() override {}
 };
 
-enum class Way
+enum class Transport
 {
     none,
     udp,
@@ -164,18 +164,19 @@ enum class Way
 class Subscribers
 {
 public:
-    Subscribers(Way way, int viewers) : source_(std::make_shared<FakeSource>()), dispatcher_(LiveSettings())
+    Subscribers(Transport transport, int viewers)
+        : source_(std::make_shared<FakeSource>()), dispatcher_(LiveSettings())
     {
         Device::setStreams(std::make_shared<FakeDirectory>(source_));
         UdpServer::Options options;
-        options.segmentationOffload = way == Way::udp;
+        options.segmentationOffload = transport == Transport::udp;
         std::string error;
         server_ = UdpServer::open(options, error);
         for (int i = 0; i < viewers; ++i)
         {
             const std::string session = std::to_string(i);
-            addTrack(session, videoTrack, way);
-            addTrack(session, audioTrack, way);
+            addTrack(session, videoTrack, transport);
+            addTrack(session, audioTrack, transport);
         }
         source_->feed(videoTrack, makeUnit(0, 0, true, 1));
         source_->feed(audioTrack, makeUnit(0, 0, true, 1, 160, 160));
@@ -206,7 +207,7 @@ public:
     }
 
 private:
-    void addTrack(const std::string& session, const char* track, Way way)
+    void addTrack(const std::string& session, const char* track, Transport transport)
     {
         SubMediaInfo info;
         info.trackId = track;
@@ -214,17 +215,17 @@ private:
         info.payloadType = track == videoTrack ? 96 : 0;
         info.clockRate = track == videoTrack ? 90000 : 8000;
         dispatcher_.initTrack(stream, session, track, info, 1364);
-        dispatcher_.addConnection(stream, session, track, connect(way));
+        dispatcher_.addConnection(stream, session, track, connect(transport));
         dispatcher_.play(stream, session, track);
     }
 
-    SafePointer<IConnection> connect(Way way)
+    SafePointer<IConnection> connect(Transport transport)
     {
-        switch (way)
+        switch (transport)
         {
-            case Way::tcp:
+            case Transport::tcp:
                 return connectTcp();
-            case Way::none:
+            case Transport::none:
                 return SafePointer<IConnection>(new NoTransport);
             default:
                 return connectUdp();
@@ -308,10 +309,10 @@ private:
 
 /// One frame. Arguments: viewers, packets of the frame, payload bytes of the last one (of the others:
 /// 1364).
-void oneFrame(benchmark::State& state, Way way)
+void oneFrame(benchmark::State& state, Transport transport)
 {
     const int viewers = static_cast<int>(state.range(0));
-    Subscribers subscribers(way, viewers);
+    Subscribers subscribers(transport, viewers);
     Meter meter(subscribers);
     std::int64_t capture = 0;
     double before = 0;
@@ -330,10 +331,10 @@ void oneFrame(benchmark::State& state, Way way)
 
 /// A second of a 2 Mbit/s stream with PCMU audio: a key frame of 50 kB, 24 frames of 10 kB, 50 blocks of
 /// 20 ms.
-void oneSecond(benchmark::State& state, Way way)
+void oneSecond(benchmark::State& state, Transport transport)
 {
     const int viewers = static_cast<int>(state.range(0));
-    Subscribers subscribers(way, viewers);
+    Subscribers subscribers(transport, viewers);
     Meter meter(subscribers);
     std::int64_t capture = 0;
     double before = 0;
@@ -371,14 +372,14 @@ void second(benchmark::internal::Benchmark* each)
 
 }  // namespace
 
-BENCHMARK_CAPTURE(oneFrame, dispatch, Way::none)->Apply(sizes);
-BENCHMARK_CAPTURE(oneFrame, udp, Way::udp)->Apply(sizes);
-BENCHMARK_CAPTURE(oneFrame, udp_plain, Way::udpWithoutSegments)->Apply(sizes);
-BENCHMARK_CAPTURE(oneFrame, tcp, Way::tcp)->Apply(sizes);
-BENCHMARK_CAPTURE(oneSecond, dispatch, Way::none)->Apply(second);
-BENCHMARK_CAPTURE(oneSecond, udp, Way::udp)->Apply(second);
-BENCHMARK_CAPTURE(oneSecond, udp_plain, Way::udpWithoutSegments)->Apply(second);
-BENCHMARK_CAPTURE(oneSecond, tcp, Way::tcp)->Apply(second);
+BENCHMARK_CAPTURE(oneFrame, dispatch, Transport::none)->Apply(sizes);
+BENCHMARK_CAPTURE(oneFrame, udp, Transport::udp)->Apply(sizes);
+BENCHMARK_CAPTURE(oneFrame, udp_plain, Transport::udpWithoutSegments)->Apply(sizes);
+BENCHMARK_CAPTURE(oneFrame, tcp, Transport::tcp)->Apply(sizes);
+BENCHMARK_CAPTURE(oneSecond, dispatch, Transport::none)->Apply(second);
+BENCHMARK_CAPTURE(oneSecond, udp, Transport::udp)->Apply(second);
+BENCHMARK_CAPTURE(oneSecond, udp_plain, Transport::udpWithoutSegments)->Apply(second);
+BENCHMARK_CAPTURE(oneSecond, tcp, Transport::tcp)->Apply(second);
 
 int main(int argc, char** argv)
 {

@@ -285,7 +285,7 @@ void CameraStream::startPipeline()
     { post([this, why] { onClockUnusable(why); }); };
     events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
     pipeline_ =
-        std::make_unique<PipelineRunner>(config_, title_, way_, mediaTap_, usedTaps(), std::move(events));
+        std::make_unique<PipelineRunner>(config_, title_, attempt_, mediaTap_, usedTaps(), std::move(events));
     post([this, run] { checkForSilence(run, 0); }, options_.maxSilence);
 }
 
@@ -439,7 +439,7 @@ void CameraStream::onEnded(std::uint64_t run, const std::string& why)
 void CameraStream::fail(const std::string& why)
 {
     Log::warning("{}: {}", title_, Log::safe(why));
-    way_ += pipeline_ && pipeline_->mayWorkAnotherWay() ? 1 : 0;
+    attempt_ += pipeline_ && pipeline_->mayWorkByAnotherTransport() ? 1 : 0;
     stop();
     if (Clock::now() - startedAt_ >= goodRun)
     {

@@ -147,7 +147,7 @@ private:
     bool stopScheduled_ = false;
     bool restartScheduled_ = false;
     std::size_t failures_ = 0;  ///< in a row
-    unsigned way_ = 0;          ///< as MediaSource::make() takes it
+    unsigned attempt_ = 0;      ///< as MediaSource::make() takes it
     Clock::time_point startedAt_;
 };
 

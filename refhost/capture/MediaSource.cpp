@@ -13,10 +13,10 @@ namespace refhost
 namespace
 {
 
-std::unique_ptr<MediaSource> makeRtspSource(const StreamConfig& config, unsigned way, MediaSink& sink)
+std::unique_ptr<MediaSource> makeRtspSource(const StreamConfig& config, unsigned attempt, MediaSink& sink)
 {
     const bool encrypted = config.source.location.rfind("rtsps://", 0) == 0;
-    const bool tcp = way % 2 == 0;
+    const bool tcp = attempt % 2 == 0;
     if (tcp && !encrypted)
     {
         return std::make_unique<RtspTcpSource>(config, sink);
@@ -28,7 +28,7 @@ std::unique_ptr<MediaSource> makeRtspSource(const StreamConfig& config, unsigned
 }  // namespace
 
 std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const std::string& title,
-                                               unsigned way, MediaSink& sink)
+                                               unsigned attempt, MediaSink& sink)
 {
     switch (config.source.kind)
     {
@@ -39,7 +39,7 @@ std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const
         case SourceConfig::Kind::v4l2:
             return std::make_unique<CaptureSource>(config, sink);
         case SourceConfig::Kind::rtsp:
-            return makeRtspSource(config, way, sink);
+            return makeRtspSource(config, attempt, sink);
         case SourceConfig::Kind::launch:
             return std::make_unique<LaunchSource>(config, sink);
     }

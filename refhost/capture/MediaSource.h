@@ -30,7 +30,7 @@ public:
     /// The source came to its end or cannot go on.
     /// \param why       in plain words, may hold credentials
     /// \param otherWay  it may go over another transport
-    virtual void sourceEnded(const std::string& why, bool otherWay) = 0;
+    virtual void sourceEnded(const std::string& why, bool otherTransport) = 0;
     /// The source's clock cannot be used: times of arrival count. \param why  in plain words
     virtual void sourceClockUnusable(const std::string& why) = 0;
 };
@@ -52,12 +52,12 @@ public:
     virtual void stop() {}
 
     /// \param title    for the synthetic camera's frame
-    /// \param way    0 at first, another number to try another way to the same media, where there are
+    /// \param attempt    0 at first, another number to try another way to the same media, where there are
     /// several:
     ///               an RTSP camera over TCP or over UDP
     /// \param sink     outlives the source
     static std::unique_ptr<MediaSource> make(const StreamConfig& config, const std::string& title,
-                                             unsigned way, MediaSink& sink);
+                                             unsigned attempt, MediaSink& sink);
 };
 
 /// Makes one bin of a launch line, with its unlinked pads as the bin's.

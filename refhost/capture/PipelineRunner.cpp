@@ -139,10 +139,10 @@ struct PipelineRunner::State
     bool abandoned = false;
     std::optional<Clock::time_point> busySince;
     std::uint64_t packets = 0;  ///< when it ended
-    bool otherWay = false;
+    bool otherTransport = false;
 };
 
-PipelineRunner::PipelineRunner(const StreamConfig& config, const std::string& title, unsigned way,
+PipelineRunner::PipelineRunner(const StreamConfig& config, const std::string& title, unsigned attempt,
                                std::shared_ptr<MediaTap> mediaTap, const StreamPipeline::Taps& taps,
                                Events events)
     : state_(std::make_shared<State>())
@@ -151,8 +151,8 @@ PipelineRunner::PipelineRunner(const StreamConfig& config, const std::string& ti
     state_->stopped = std::move(events.stopped);
     state_->taps = taps;
     state_->busySince = Clock::now();
-    state_->pipeline =
-        std::make_unique<StreamPipeline>(config, title, way, std::move(mediaTap), std::move(events.pipeline));
+    state_->pipeline = std::make_unique<StreamPipeline>(config, title, attempt, std::move(mediaTap),
+                                                        std::move(events.pipeline));
     const AllSignalsBlocked blocked;
     std::thread([state = state_] { run(state); }).detach();
 }
@@ -196,10 +196,10 @@ std::uint64_t PipelineRunner::packetCount() const
     return state_->pipeline ? state_->pipeline->packetCount() : state_->packets;
 }
 
-bool PipelineRunner::mayWorkAnotherWay() const
+bool PipelineRunner::mayWorkByAnotherTransport() const
 {
     const std::lock_guard<std::mutex> guard(state_->mutex);
-    return state_->pipeline ? state_->pipeline->mayWorkAnotherWay() : state_->otherWay;
+    return state_->pipeline ? state_->pipeline->mayWorkByAnotherTransport() : state_->otherTransport;
 }
 
 bool PipelineRunner::describe(bool partial, std::vector<SubMediaInfo>& tracks) const
@@ -301,7 +301,7 @@ void PipelineRunner::run(const std::shared_ptr<State>& state)
     pipeline.stop();
     guard.lock();
     state->packets = pipeline.packetCount();
-    state->otherWay = pipeline.mayWorkAnotherWay();
+    state->otherTransport = pipeline.mayWorkByAnotherTransport();
     std::unique_ptr<StreamPipeline> pipelineGone = std::move(state->pipeline);
     guard.unlock();
     pipelineGone.reset();

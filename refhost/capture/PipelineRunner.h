@@ -31,7 +31,7 @@ public:
 
     /// Starts at once; the rest as StreamPipeline takes it.
     /// \throws std::system_error when the system has no thread
-    PipelineRunner(const StreamConfig& config, const std::string& title, unsigned way,
+    PipelineRunner(const StreamConfig& config, const std::string& title, unsigned attempt,
                    std::shared_ptr<MediaTap> mediaTap, const StreamPipeline::Taps& taps, Events events);
     ~PipelineRunner();
     PipelineRunner(const PipelineRunner&) = delete;
@@ -41,7 +41,7 @@ public:
     void requestKeyFrame();
 
     std::uint64_t packetCount() const;
-    bool mayWorkAnotherWay() const;
+    bool mayWorkByAnotherTransport() const;
     bool describe(bool partial, std::vector<SubMediaInfo>& tracks) const;
 
     /// For how long the pipeline has been busy with what it was asked for last; 0 when it is done.

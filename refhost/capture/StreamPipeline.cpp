@@ -10,13 +10,13 @@
 namespace refhost
 {
 
-StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way,
+StreamPipeline::StreamPipeline(const StreamConfig& config, const std::string& title, unsigned attempt,
                                std::shared_ptr<MediaTap> mediaTap, Events events)
     : config_(config),
       title_(title),
       mediaTap_(std::move(mediaTap)),
       events_(std::move(events)),
-      source_(MediaSource::make(config, title, way, *this))
+      source_(MediaSource::make(config, title, attempt, *this))
 {
 }
 
@@ -150,9 +150,9 @@ void StreamPipeline::padsComplete()
     announceDescription();
 }
 
-void StreamPipeline::sourceEnded(const std::string& why, bool otherWay)
+void StreamPipeline::sourceEnded(const std::string& why, bool otherTransport)
 {
-    otherWay_ = otherWay_ || otherWay;
+    otherTransport_ = otherTransport_ || otherTransport;
     const std::lock_guard<std::mutex> guard(eventsMutex_);
     if (events_.ended)
     {

@@ -41,9 +41,9 @@ public:
     using Taps = std::map<std::pair<std::string, int>, std::shared_ptr<PacketTap>>;
 
     /// \param title  names the stream in the log and in the synthetic camera's frames
-    /// \param way    as MediaSource::make() takes it
+    /// \param attempt    as MediaSource::make() takes it
     /// \param mediaTap  gets the encoded media of every track
-    StreamPipeline(const StreamConfig& config, const std::string& title, unsigned way,
+    StreamPipeline(const StreamConfig& config, const std::string& title, unsigned attempt,
                    std::shared_ptr<MediaTap> mediaTap, Events events);
     /// Stops, which may take for ever where the source hangs. No event is called and nothing is delivered
     /// after the return.
@@ -77,9 +77,9 @@ public:
     }
 
     /// True when the source could be reached but not in this way.
-    bool mayWorkAnotherWay() const
+    bool mayWorkByAnotherTransport() const
     {
-        return otherWay_;
+        return otherTransport_;
     }
 
     /// Tells the tracks.
@@ -92,7 +92,7 @@ private:
     void addCoded(GstPad* pad, Codec codec) override;
     void addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock) override;
     void padsComplete() override;
-    void sourceEnded(const std::string& why, bool otherWay) override;
+    void sourceEnded(const std::string& why, bool otherTransport) override;
     void sourceClockUnusable(const std::string& why) override;
 
     static GstBusSyncReply onMessage(GstBus* bus, GstMessage* message, gpointer self);
@@ -112,7 +112,7 @@ private:
     GstObjectPtr<GstElement> pipeline_;
     bool stopped_ = false;
     std::unique_ptr<MediaSource> source_;
-    std::atomic<bool> otherWay_{false};
+    std::atomic<bool> otherTransport_{false};
 
     /// Held while tracks are added and changed. A branch's thread never takes it.
     mutable std::mutex tracksMutex_;

@@ -98,8 +98,8 @@ const std::vector<ConfigKey<ServerConfig>>& serverKeys()
             "start",
             "How viewers of live streams start: \"burst\" sends everything since the last key frame at once, "
             "\"paced\" the same at a multiple of real time, \"key-frame\" starts with the next key frame.",
-            [](const Server& s) { return s.start; }, [](Server& s, const std::string& way) { s.start = way; },
-            {"burst", "paced", "key-frame"}),
+            [](const Server& s) { return s.start; },
+            [](Server& s, const std::string& start) { s.start = start; }, {"burst", "paced", "key-frame"}),
         number<Server>(
             "start-rate", "How many times as fast as real time \"paced\" sends at most.",
             [](Server& s) -> int& { return s.startRate; }, 2, 100),
@@ -357,7 +357,8 @@ const std::vector<ConfigKey<StreamConfig>>& streamKeys()
             [](Stream& s) -> std::string& { return s.multicast; }, TextKind::group),
         choice<Stream>(
             "start", "How viewers of this stream start, where not as the key at the top says.",
-            [](const Stream& s) { return s.start; }, [](Stream& s, const std::string& way) { s.start = way; },
+            [](const Stream& s) { return s.start; },
+            [](Stream& s, const std::string& start) { s.start = start; },
             {"default", "burst", "paced", "key-frame"}),
         flag<Stream>("record", "Record the stream; its source runs all the time then.",
                      [](Stream& s) -> bool& { return s.record; }),

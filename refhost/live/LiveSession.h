@@ -41,7 +41,7 @@ public:
     bool firstPacket(const std::string& trackId, RTPPacketInfo& out);
     bool statistics(const std::string& trackId, TrackStatistics& out);
 
-    /// Whether a track has a way, open or closed.
+    /// Whether a track has a transport, open or closed.
     bool connected();
     /// Ends every track.
     void end();

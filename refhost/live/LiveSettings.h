@@ -17,7 +17,7 @@ struct LiveSettings
     /// Most that one track keeps of the past, in bytes of packets and in access units.
     std::size_t ringBytes = 8U << 20U;
     std::size_t ringUnits = 4096;
-    /// How long, in milliseconds, a viewer's way may be congested before he loses access units: frames up
+    /// How long, in milliseconds, a viewer's transport may be congested before he loses access units: frames up
     /// to the newest key frame, audio up to now.
     std::int64_t videoLagMs = 500;
     std::int64_t audioLagMs = 1000;

@@ -95,7 +95,7 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
     viewed_->acquire();
     if (video_ && !startingPoint(nullptr, playedMs_).unit)
     {
-        // Now, though the way is held: the encoder works while the answer goes out.
+        // Now, though the transport is held: the encoder works while the answer goes out.
         viewed_->requestKeyFrame();
     }
     return 0;

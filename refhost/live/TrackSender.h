@@ -20,7 +20,7 @@ namespace refhost
 
 /// One track of one session: where it stands in the stream and how it looks on the wire.
 ///
-/// It sends from its place in the LiveTrack's ring up to the head, as far as the way takes it. SSRC, sequence
+/// It sends from its place in the LiveTrack's ring up to the head, as far as the transport takes it. SSRC, sequence
 /// numbers and timestamps go on over pauses, congestion and restarts of the source.
 /// Threads: under its session's lock, but for the TransportListener's operations, which take it.
 class TrackSender : public TransportListener
@@ -63,7 +63,7 @@ public:
         return ended_;
     }
 
-    /// Whether there is a way to the client, open or closed.
+    /// Whether there is a transport to the client, open or closed.
     bool hasConnection() const
     {
         return sender_.transport() != nullptr;
@@ -79,17 +79,17 @@ public:
         return sender_.statistics();
     }
 
-    /// Sets the way to the client in place of the former one.
+    /// Sets the transport to the client in place of the former one.
     /// \returns 0; hostConnectionUnusable, and nothing changes, when it is not an RtpTransport of this host
     int connect(const SafePointer<IConnection>& connection, const std::shared_ptr<TransportListener>& self);
 
     /// Counts a viewer and arranges for a start; pump() makes it.
-    /// \returns 0, also when it plays already; hostConnectionUnusable without a way to the client or when it
+    /// \returns 0, also when it plays already; hostConnectionUnusable without a transport to the client or when it
     ///          is closed; hostStreamFailed when the source is gone
     int play(const std::shared_ptr<LiveSession>& session);
     /// Sends nothing more and takes the viewer back; the next play() goes on.
     void pause();
-    /// Says BYE and lets go of the way and the stream; nothing is sent any more. Does nothing the second
+    /// Says BYE and lets go of the transport and the stream; nothing is sent any more. Does nothing the second
     /// time.
     void end();
 
@@ -169,7 +169,8 @@ private:
     bool paced_ = false;                // it goes through the past at a limited rate
     std::int64_t pacedSinceNs_ = 0;     // when its first unit was sent
     std::uint64_t seenHead_ = 0;
-    unsigned credit_ = 0;  // units that may still go before the next one comes, where the way wants that
+    unsigned credit_ =
+        0;  // units that may still go before the next one comes, where the transport wants that
     RTPPacketInfo first_;
 };
 

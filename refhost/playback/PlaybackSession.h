@@ -61,7 +61,7 @@ public:
     /// \returns 0, also when it plays already; hostStreamNotReady while the place is looked for;
     /// hostRangeInvalid
     ///          when there is no recorded media from there on, and what played before goes on;
-    ///          hostConnectionUnusable without an open way to the client
+    ///          hostConnectionUnusable without an open transport to the client
     int play(const std::string& trackId);
 
     /// Stops sending; nothing is lost. The session pauses when its last playing track does.
@@ -93,7 +93,7 @@ public:
     int firstPacket(const std::string& trackId, RTPPacketInfo& out);
 
     int ssrc(const std::string& trackId, int& ssrc);
-    /// \param[out] connected  whether there is a way to the client that is not closed, and over UDP a sign of
+    /// \param[out] connected  whether there is a transport to the client that is not closed, and over UDP a sign of
     ///                        life within PlaybackSettings::silenceMs
     int connectionState(const std::string& trackId, bool& connected);
     int statistics(const std::string& trackId, TrackStatistics& out);

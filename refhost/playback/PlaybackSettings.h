@@ -26,7 +26,7 @@ struct PlaybackSettings
     /// How long, in milliseconds, what is due for a track that does not play waits for its play() while
     /// another track of the session plays; then it is left out.
     std::int64_t togetherMs = 200;
-    /// How soon, in milliseconds, a way that cannot tell when it is free is tried again.
+    /// How soon, in milliseconds, a transport that cannot tell when it is free is tried again.
     std::int64_t retryMs = 5;
     /// How soon, in milliseconds, a recording that still grows is read again at its end.
     std::int64_t growthMs = 200;

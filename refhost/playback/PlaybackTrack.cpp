@@ -57,8 +57,8 @@ void PlaybackTrack::heard()
 
 bool PlaybackTrack::silent() const
 {
-    const RtpTransport* const way = sender.transport();
-    const bool expected = silenceMs_ > 0 && way != nullptr && way->traits().silentWhenGone;
+    const RtpTransport* const transport = sender.transport();
+    const bool expected = silenceMs_ > 0 && transport != nullptr && transport->traits().silentWhenGone;
     return expected && clock_.monotonicMs() - activityMs_ > silenceMs_;
 }
 

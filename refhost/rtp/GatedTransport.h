@@ -12,7 +12,7 @@
 namespace refhost
 {
 
-/// What comes back on one track's way: outlives the transport where a socket is just reading for it.
+/// What comes back on one track's transport: outlives the transport where a socket is just reading for it.
 ///
 /// Malformed RTCP and what is not RTP keeps no session alive; listeners drop and count it.
 /// Threads: any.
@@ -68,7 +68,7 @@ protected:
     }
 
 private:
-    /// Sends through the open way; one call at a time.
+    /// Sends through the open transport; one call at a time.
     virtual SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
                                 const RtpHeaderFields& header, bool more) = 0;
     virtual void transmitRtcp(const std::uint8_t* data, std::size_t size) = 0;

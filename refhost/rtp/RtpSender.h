@@ -20,7 +20,7 @@ struct TrackStatistics
 {
     std::uint32_t packets = 0;         ///< RTP packets sent
     std::uint32_t octets = 0;          ///< their payload bytes
-    std::uint64_t unitsSkipped = 0;    ///< access units passed over because the way was congested
+    std::uint64_t unitsSkipped = 0;    ///< access units passed over because the transport was congested
     std::uint32_t reportsSent = 0;     ///< RTCP sender reports
     std::uint32_t reportsRead = 0;     ///< RTCP reception reports about this track
     std::uint32_t reportsRefused = 0;  ///< malformed RTCP packets
@@ -30,7 +30,7 @@ struct TrackStatistics
 
 /// One RTP source as its client sees it: SSRC, sequence numbers, what was counted, and the RTCP about it.
 ///
-/// It sends what it is given through the track's way and knows nothing of where units come from or when they
+/// It sends what it is given through the track's transport and knows nothing of where units come from or when they
 /// are due. Threads: one at a time; the owner's lock.
 class RtpSender
 {
@@ -45,21 +45,21 @@ public:
     RtpSender(const RtpSender&) = delete;
     RtpSender& operator=(const RtpSender&) = delete;
 
-    /// Sets the way to the client in place of the former one.
+    /// Sets the transport to the client in place of the former one.
     /// \param listener  told of what happens on the way
     /// \returns 0; hostConnectionUnusable, and nothing changes, when it is not an RtpTransport of this host
     int connect(const SafePointer<IConnection>& connection,
                 const std::shared_ptr<TransportListener>& listener);
-    /// Lets go of the way; nothing is sent any more.
+    /// Lets go of the transport; nothing is sent any more.
     void disconnect();
 
-    /// The way to the client; null while there is none.
+    /// The transport to the client; null while there is none.
     RtpTransport* transport() const
     {
         return transport_;
     }
 
-    /// Whether there is a way and it is not closed.
+    /// Whether there is a transport and it is not closed.
     bool connected() const
     {
         return transport_ != nullptr && transport_->state() != SendStatus::closed;
@@ -97,7 +97,7 @@ public:
         return statistics_;
     }
 
-    /// Sends the packets of `unit` from `firstPacket` on and counts those that were taken. Needs a way.
+    /// Sends the packets of `unit` from `firstPacket` on and counts those that were taken. Needs a transport.
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, std::uint32_t timestamp, bool more);
 
     /// Has the next report sent at once.
@@ -132,7 +132,7 @@ public:
     /// \param wallNs        now, by HostClock::wall()
     /// \param rtpTimestamp  of the same instant
     void sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_t rtpTimestamp);
-    /// Says BYE, also where no packet was sent. Nothing happens without a way.
+    /// Says BYE, also where no packet was sent. Nothing happens without a transport.
     void sendBye(std::int64_t wallNs, std::uint32_t rtpTimestamp);
 
     /// Takes a compound RTCP packet of the client's.

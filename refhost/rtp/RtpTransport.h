@@ -54,8 +54,8 @@ struct RtpHeaderFields
 enum class SendStatus
 {
     sent,       ///< everything was taken
-    congested,  ///< the way is full now: go on from the packet that was not taken
-    held,       ///< the way is held until release(): nothing was taken
+    congested,  ///< the transport is full now: go on from the packet that was not taken
+    held,       ///< the transport is held until release(): nothing was taken
     closed      ///< the client is gone: nothing will be taken any more
 };
 
@@ -65,13 +65,13 @@ struct SendResult
     std::size_t packets;  ///< how many packets were taken, counted from the first one asked for
 };
 
-/// Learns what happens on one track's way to its client.
+/// Learns what happens on one track's transport to its client.
 class TransportListener
 {
 public:
     virtual ~TransportListener() = default;
 
-    /// The way takes packets again after `congested` or `held`. Called on any thread, without a lock held.
+    /// The transport takes packets again after `congested` or `held`. Called on any thread, without a lock held.
     virtual void onTransportReady() = 0;
 
     /// A compound RTCP packet came from the client; not checked yet. Called on any thread.
@@ -100,7 +100,7 @@ struct TransportTraits
     bool shared = false;
 };
 
-/// The way of one track's packets to one client, and back: what this host puts under
+/// The transport of one track's packets to one client, and back: what this host puts under
 /// SafePointer<IConnection>.
 ///
 /// Threads: any. Sending never blocks.
@@ -119,17 +119,17 @@ public:
     /// Who is told; null for nobody. Kept weakly.
     virtual void setListener(std::weak_ptr<TransportListener> listener) = 0;
 
-    /// Whether the way is open (`sent`), `held` or `closed`; never `congested`. Takes no lock.
+    /// Whether the transport is open (`sent`), `held` or `closed`; never `congested`. Takes no lock.
     virtual SendStatus state() const = 0;
 
     /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them. After `congested`
-    /// the listener is told when it is worth to go on, where the way can know; the next unit is a good time
+    /// the listener is told when it is worth to go on, where the transport can know; the next unit is a good time
     /// too.
     /// \param more  another unit for the same client follows at once; this one may travel with it
     virtual SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
                             bool more) = 0;
 
-    /// Sends a compound RTCP packet; dropped when the way is full, kept back in order while it is held.
+    /// Sends a compound RTCP packet; dropped when the transport is full, kept back in order while it is held.
     virtual void sendRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
     /// Hands RTP that the client sends to the listener too, until the end of the transport. What is not asked
@@ -149,10 +149,10 @@ public:
     /// Keeps packets back, so that the answer to PLAY goes out before the first of them.
     virtual void hold() = 0;
     /// Lets packets go again and tells the listener, on the calling thread and before the return; the caller
-    /// holds no lock. Does nothing when the way is not held.
+    /// holds no lock. Does nothing when the transport is not held.
     virtual void release() = 0;
 
-    /// Ends the way: no packet leaves after the return.
+    /// Ends the transport: no packet leaves after the return.
     virtual void close() = 0;
 
 private:

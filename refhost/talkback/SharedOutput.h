@@ -15,7 +15,7 @@
 namespace refhost
 {
 
-/// What all talk-back sessions of the device have in common: the settings, who is heard, and the way to the
+/// What all talk-back sessions of the device have in common: the settings, who is heard, and the transport to the
 /// output. Threads: any; one lock of its own, under which the player is called.
 class SharedOutput
 {

@@ -108,7 +108,7 @@ std::shared_ptr<MulticastChannel> MulticastChannel::open(MulticastPool::Lease le
                                                          const MulticastSocketSettings& settings)
 {
     SocketHandle rtcp = openSocket(settings);
-    // Before the port is bound: without a way to the group nothing else matters.
+    // Before the port is bound: without a transport to the group nothing else matters.
     // Members on this machine bind the same port of the same group; multicast comes to each of them.
     if (!rtcp || !join(rtcp, *lease, settings.interface))
     {

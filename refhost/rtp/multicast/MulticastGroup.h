@@ -42,7 +42,7 @@ struct MulticastGroup
 };
 
 /// What clients must be told of a stream that is sent to a group. A plain value.
-struct MulticastWay
+struct MulticastDestination
 {
     MulticastGroup group;
     int ttl = 1;

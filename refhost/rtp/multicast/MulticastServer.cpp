@@ -153,7 +153,7 @@ std::shared_ptr<MulticastServer> MulticastServer::open(const Options& options, s
     return server;
 }
 
-bool MulticastServer::describe(MulticastPool::Stream stream, MulticastWay& out)
+bool MulticastServer::describe(MulticastPool::Stream stream, MulticastDestination& out)
 {
     const auto group = impl_->pool.preview(stream);
     if (!group)
@@ -165,7 +165,8 @@ bool MulticastServer::describe(MulticastPool::Stream stream, MulticastWay& out)
 }
 
 bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
-                                    std::optional<SafePointer<RtpTransport>>& out, MulticastWay& way)
+                                    std::optional<SafePointer<RtpTransport>>& out,
+                                    MulticastDestination& destination)
 {
     auto lease = impl_->pool.take(stream);
     if (!lease || track < 0 || track >= MulticastGroup::tracks)
@@ -181,7 +182,7 @@ bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
                    lease->addressText(), std::strerror(errno));
         return false;
     }
-    way = {*lease, impl_->settings.ttl, channel->source()};
+    destination = {*lease, impl_->settings.ttl, channel->source()};
     out.emplace(new MulticastTransport(std::move(channel)));
     return true;
 }

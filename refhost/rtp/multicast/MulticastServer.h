@@ -39,17 +39,17 @@ public:
 
     /// Where a stream would be sent to, or is.
     /// \returns false when every group is in use by others
-    bool describe(MulticastPool::Stream stream, MulticastWay& out);
+    bool describe(MulticastPool::Stream stream, MulticastDestination& out);
 
-    /// Makes one member's handle to the way of a track. All handles of one track send to the same ports; use
+    /// Makes one member's handle to the transport of a track. All handles of one track send to the same ports; use
     /// one at a time. Transport kind 3.
     /// \param track    number within the group, from 0
     /// \param[out] out  the transport, where it was made
-    /// \param[out] way  where it sends to, likewise
+    /// \param[out] destination  where it sends to, likewise
     /// \returns false, with the reason in the log, when every group is in use by others, the group has no
     ///          ports for such a track, or the system has no way for multicast
     bool makeTransport(MulticastPool::Stream stream, int track, std::optional<SafePointer<RtpTransport>>& out,
-                       MulticastWay& way);
+                       MulticastDestination& destination);
 
     /// A descriptor to watch for reading, and what to call when it is readable. A call reads a bounded number
     /// of packets; what is left makes the descriptor readable again.

@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// One member's handle to the way of a track to its group. Transport kind 3. Made by MulticastServer.
+/// One member's handle to the transport of a track to its group. Transport kind 3. Made by MulticastServer.
 ///
 /// Members keep each other's session alive in nothing: what comes from the group counts for nobody.
 class MulticastTransport : public GatedTransport

@@ -45,7 +45,7 @@ public:
     /// Reads RTCP and hands it to the transport that its sender belongs to; unknown senders are dropped.
     void onRtcpReadable();
 
-    /// Makes the way to one client. Transport kind 2. Where two transports name the same client port, RTCP
+    /// Makes the transport to one client. Transport kind 2. Where two transports name the same client port, RTCP
     /// from there goes to the younger one, and RTP to the one that was told last to take it.
     /// \param client    the client's address; its port is not used
     /// \param rtpPort   the client's ports, 1 to 65535

@@ -26,16 +26,17 @@ void appendFraction(std::string& out, double number, std::size_t maxDecimals)
 }
 
 /// Where packets go to: to the group, or where SETUP will settle it.
-void appendConnection(std::string& out, const SdpWriter::Origin& origin, const MulticastWay* way)
+void appendConnection(std::string& out, const SdpWriter::Origin& origin,
+                      const MulticastDestination* destination)
 {
     out += "\r\nc=IN ";
-    if (way == nullptr)
+    if (destination == nullptr)
     {
         out += origin.ipv6 ? "IP6 ::" : "IP4 0.0.0.0";
         return;
     }
-    out.append("IP4 ").append(way->group.addressText()).append("/");
-    appendInt(out, way->ttl);
+    out.append("IP4 ").append(destination->group.addressText()).append("/");
+    appendInt(out, destination->ttl);
 }
 
 /// \param port  0 where SETUP settles it
@@ -134,8 +135,8 @@ void appendRange(std::string& out, const MediaInfo& info, RangeHeader::Unit unit
 
 SdpWriter::SdpWriter(std::uint64_t version) : version_(version) {}
 
-void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& origin, const MulticastWay* way,
-                       RangeHeader::Unit unit) const
+void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& origin,
+                       const MulticastDestination* destination, RangeHeader::Unit unit) const
 {
     out += "v=0\r\no=- ";
     appendDecimal(out, version_);
@@ -143,14 +144,14 @@ void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& or
     out.append(origin.ipv6 ? "IP6 " : "IP4 ").append(origin.address);
     out += "\r\ns=";
     out += info.mediaUrl.empty() ? std::string_view("-") : std::string_view(info.mediaUrl);
-    appendConnection(out, origin, way);
+    appendConnection(out, origin, destination);
     out += "\r\nt=0 0\r\na=control:*\r\n";
     appendRange(out, info, unit);
     const bool directed = hasBackChannel(info);
     int number = 0;
     for (const SubMediaInfo& track : info.getAllSubMediaInfo())
     {
-        appendTrack(out, track, way == nullptr ? 0 : way->group.portOf(number));
+        appendTrack(out, track, destination == nullptr ? 0 : destination->group.portOf(number));
         if (directed)
         {
             appendDirection(out, track);

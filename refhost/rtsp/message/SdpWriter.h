@@ -30,10 +30,11 @@ public:
 
     /// Appends the description. Where one of the tracks is an audio back channel, every track has its
     /// direction.
-    /// \param way   the group that the presentation is sent to; null where SETUP settles the way
+    /// \param destination   the group that the presentation is sent to; null where SETUP settles the transport
     /// \param unit  how the range of a recording is told
     void append(std::string& out, const MediaInfo& info, const Origin& origin,
-                const MulticastWay* way = nullptr, RangeHeader::Unit unit = RangeHeader::Unit::npt) const;
+                const MulticastDestination* destination = nullptr,
+                RangeHeader::Unit unit = RangeHeader::Unit::npt) const;
 
 private:
     const std::uint64_t version_;

@@ -6,7 +6,7 @@
 namespace refhost
 {
 
-/// One way of delivery that a client offers and that this server can do.
+/// One transport of delivery that a client offers and that this server can do.
 struct TransportChoice
 {
     bool interleaved = false;  ///< inside the RTSP connection; otherwise UDP

@@ -12,7 +12,7 @@
 namespace refhost
 {
 
-/// Which tracks use which interleaved channels of one connection, and the way of packets from a channel to
+/// Which tracks use which interleaved channels of one connection, and the transport of packets from a channel to
 /// its transport. Held by the connection and by every lease. Threads: any; one lock of its own.
 class InterleavedChannels : public std::enable_shared_from_this<InterleavedChannels>
 {

@@ -38,7 +38,7 @@ namespace refhost
 class RtspSession
 {
 public:
-    /// One track's way to the client, as SETUP made it.
+    /// One track's transport to the client, as SETUP made it.
     struct Delivery
     {
         std::optional<SafePointer<RtpTransport>> transport;
@@ -92,7 +92,7 @@ public:
     const SessionOwner& owner() const;
     std::shared_ptr<SessionLiveness> liveness() const;
 
-    /// Sets a track up, or changes the way of one that does not play: its former way ends first, also when
+    /// Sets a track up, or changes the transport of one that does not play: its former transport ends first, also when
     /// the new one fails; a shared one is kept then. An empty track id means the only track that the device
     /// sends.
     /// \param make       called under the lock when the track may be set up
@@ -102,7 +102,7 @@ public:
     RtspStatus setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc);
 
     /// Plays one track, or all with an empty id. No packet leaves before `answer` has returned, but for those
-    /// of a shared way; it is called when every track plays, and only then.
+    /// of a shared transport; it is called when every track plays, and only then.
     /// \param order          what a recording is to play; a live stream plays from now on
     /// \param[out] notReady  true when a recording seeks still, unless `attempt` is the last: nothing was
     ///                       answered, and no packet leaves until the next play(), pause() or end

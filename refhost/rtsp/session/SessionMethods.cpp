@@ -100,9 +100,9 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
         context.answer(status);
         return Result::answered;
     }
-    MulticastWay way;
+    MulticastDestination destination;
     const bool multicast = services_.routes.find(context.url.presentation)->multicast();
-    if (multicast && !findGroup(*controller, way))
+    if (multicast && !findGroup(*controller, destination))
     {
         context.answer(rtspServiceUnavailable);
         return Result::answered;
@@ -110,7 +110,7 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
     std::string description;
     description.reserve(1024);
     services_.sdp.append(description, info, {connection_.local().text(), connection_.local().isIpv6()},
-                         multicast ? &way : nullptr,
+                         multicast ? &destination : nullptr,
                          context.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt);
     ResponseWriter& out = context.begin(rtspOk);
     out.startHeader("Content-Base");
@@ -121,10 +121,10 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
 }
 
 /// \returns false when there is none for the controller's stream
-bool SessionMethods::findGroup(SafePointer<IRTSPController>& controller, MulticastWay& way)
+bool SessionMethods::findGroup(SafePointer<IRTSPController>& controller, MulticastDestination& destination)
 {
     return services_.multicast != nullptr &&
-           services_.multicast->describe(SharedStream::of(controller).stream, way);
+           services_.multicast->describe(SharedStream::of(controller).stream, destination);
 }
 
 SessionMethods::Result SessionMethods::setup(RequestContext& context, bool lastTry)

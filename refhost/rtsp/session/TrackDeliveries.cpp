@@ -82,18 +82,18 @@ RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::strin
     {
         return rtspNotFound;
     }
-    MulticastWay way;
-    if (!services_.multicast->makeTransport(shared->stream, number, out.transport, way))
+    MulticastDestination destination;
+    if (!services_.multicast->makeTransport(shared->stream, number, out.transport, destination))
     {
         return rtspServiceUnavailable;
     }
-    text.assign("RTP/AVP;multicast;destination=").append(way.group.addressText());
-    appendPair(text, "port", way.group.portOf(number), way.group.portOf(number) + 1);
+    text.assign("RTP/AVP;multicast;destination=").append(destination.group.addressText());
+    appendPair(text, "port", destination.group.portOf(number), destination.group.portOf(number) + 1);
     text += ";ttl=";
-    appendDecimal(text, static_cast<std::uint64_t>(way.ttl));
-    if (!way.source.empty())
+    appendDecimal(text, static_cast<std::uint64_t>(destination.ttl));
+    if (!destination.source.empty())
     {
-        text.append(";source=").append(way.source);
+        text.append(";source=").append(destination.source);
     }
     return rtspOk;
 }

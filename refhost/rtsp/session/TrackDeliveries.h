@@ -29,10 +29,10 @@ public:
     /// \returns the first choice of the request's Transport headers that this server can do
     std::optional<TransportChoice> choose(const RtspRequest& request, bool multicast) const;
 
-    /// Makes the way of one track of `session`.
+    /// Makes the transport of one track of `session`.
     /// \param trackId    as the request names it: empty for the only track
     /// \param[out] text  the answer's Transport header so far, for answer()
-    /// \returns 200; 461 when there is no such way; 503 when all groups are in use or multicast has no way
+    /// \returns 200; 461 when there is no such transport; 503 when all groups are in use or multicast has no way
     ///          out; 404 for a track that a group does not carry
     RtspStatus make(const TransportChoice& choice, const RtspSession& session, std::string_view trackId,
                     RtspSession::Delivery& out, std::string& text);

@@ -15,7 +15,7 @@
 namespace refhost
 {
 
-/// One camera with one small stream, and a way to wait for its description.
+/// One camera with one small stream, and a transport to wait for its description.
 class StreamFixture : public testing::Test
 {
 protected:

@@ -311,7 +311,7 @@ TEST_F(LiveDispatcherTest, HeldTracksStartAtTheReleaseWithWhatIsNewThen)
     EXPECT_TRUE(wire->units().front()->keyFrame);
 }
 
-TEST_F(LiveDispatcherTest, PacedWaysCatchUpAFewUnitsAtATime)
+TEST_F(LiveDispatcherTest, PacedTransportsCatchUpAFewUnitsAtATime)
 {
     setUp("first", video);
     ticks(20);

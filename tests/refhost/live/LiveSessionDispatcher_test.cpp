@@ -27,7 +27,7 @@ protected:
         }
     }
 
-    /// Makes a way for a track of a session that was initialised. \returns what its client sees
+    /// Makes a transport for a track of a session that was initialised. \returns what its client sees
     std::shared_ptr<Wire> connect(const std::string& session, const std::string& track)
     {
         auto wire = std::make_shared<Wire>();
@@ -60,13 +60,13 @@ TEST_F(LiveSessionDispatcherTest, UnknownStreamsAreRefused)
 TEST_F(LiveSessionDispatcherTest, UnknownSessionsAndTracksAreRefusedByEveryOperation)
 {
     const auto wire = open("s");
-    const SafePointer<FakeTransport> way(new FakeTransport(wire));
+    const SafePointer<FakeTransport> transport(new FakeTransport(wire));
     int ssrc = 7;
     RTPPacketInfo first;
     TrackStatistics statistics;
     for (const auto& [session, track] : {std::pair<std::string, std::string>{"t", video}, {"s", "trackID=9"}})
     {
-        EXPECT_EQ(hostTrackUnknown, sessions.addConnection(session, track, way));
+        EXPECT_EQ(hostTrackUnknown, sessions.addConnection(session, track, transport));
         EXPECT_EQ(hostTrackUnknown, sessions.play(session, track));
         EXPECT_EQ(hostTrackUnknown, sessions.pause(session, track));
         EXPECT_EQ(hostTrackUnknown, sessions.remove(session, track));

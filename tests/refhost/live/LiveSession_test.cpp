@@ -47,7 +47,7 @@ private:
     bool open_ = false;
 };
 
-/// A way whose first send stays inside until it is let go, as if the thread had lost its processor there.
+/// A transport whose first send stays inside until it is let go, as if the thread had lost its processor there.
 class StuckTransport : public FakeTransport
 {
 public:
@@ -116,12 +116,12 @@ void LiveSessionTest::deliverBesideBusyAudio(bool byPlay)
     tickVideo();
     const auto wire = std::make_shared<Wire>();
     EXPECT_EQ(0, dispatcher->initTrack(stream, "s", audio, trackInfo(audio), 1364));
-    SafePointer<StuckTransport> way(new StuckTransport(wire, entered, leave));
-    EXPECT_EQ(0, dispatcher->addConnection(stream, "s", audio, way));
+    SafePointer<StuckTransport> transport(new StuckTransport(wire, entered, leave));
+    EXPECT_EQ(0, dispatcher->addConnection(stream, "s", audio, transport));
     tickAudio();
     if (!byPlay)
     {
-        way->hold();
+        transport->hold();
         play("s", audio);
     }
     std::thread busy(
@@ -133,7 +133,7 @@ void LiveSessionTest::deliverBesideBusyAudio(bool byPlay)
             }
             else
             {
-                way->release();
+                transport->release();
             }
         });
     ASSERT_TRUE(entered.wait());
@@ -226,13 +226,13 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
                         wire->traits.maxCatchUpUnits = round % 2 == 0 ? 0 : 4;
                         wire->traits.joinsUnits = round % 5 < 3;
                         wire->capacity = round % 3 == 0 ? 40 : 4000;
-                        SafePointer<FakeTransport> way(new FakeTransport(wire));
+                        SafePointer<FakeTransport> transport(new FakeTransport(wire));
                         EXPECT_EQ(0, dispatcher->initTrack(stream, session, track, trackInfo(track), 1364));
-                        EXPECT_EQ(0, dispatcher->addConnection(stream, session, track, way));
-                        way->hold();
+                        EXPECT_EQ(0, dispatcher->addConnection(stream, session, track, transport));
+                        transport->hold();
                         EXPECT_EQ(0, play(session, track));
                         rtpInfo(session, track);
-                        way->release();
+                        transport->release();
                         wires[static_cast<std::size_t>(number)].push_back(wire);
                     }
                     pause(session, round % 2 == 0 ? video : audio);

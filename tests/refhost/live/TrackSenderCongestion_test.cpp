@@ -131,7 +131,7 @@ TEST_F(TrackSenderTest, TheAnnouncedFirstUnitSurvivesACongestion)
     EXPECT_TRUE(wire->packets[9].unit->keyFrame);
 }
 
-TEST_F(TrackSenderTest, AClosedWayIsLeftAlone)
+TEST_F(TrackSenderTest, AClosedTransportIsLeftAlone)
 {
     const auto wire = setUp("s", video);
     play("s", video);

@@ -275,7 +275,7 @@ TEST_F(TrackSenderTest, AudioKeepsWhatLongGopsNeed)
 class AudioRideTest : public TrackSenderTest
 {
 protected:
-    /// Starts a session whose way joins units, both tracks up to date.
+    /// Starts a session whose transport joins units, both tracks up to date.
     void begin()
     {
         frames = setUp("s", video);

@@ -25,7 +25,7 @@ namespace test
 namespace
 {
 
-/// A way to a client that tells whoever waits of each packet.
+/// A transport to a client that tells whoever waits of each packet.
 class WatchedTransport : public FakeTransport
 {
 public:
@@ -114,7 +114,7 @@ protected:
         std::unique_ptr<OVPlayBack> session = std::make_unique<OVPlayBack>();
         std::shared_ptr<Wire> video = std::make_shared<Wire>();
         std::shared_ptr<Wire> audio = std::make_shared<Wire>();
-        SafePointer<WatchedTransport> videoWay;
+        SafePointer<WatchedTransport> videoTransport;
 
         bool ended() const
         {
@@ -165,7 +165,7 @@ protected:
         return info;
     }
 
-    SafePointer<WatchedTransport> way(const std::shared_ptr<Wire>& wire) const
+    SafePointer<WatchedTransport> transport(const std::shared_ptr<Wire>& wire) const
     {
         return SafePointer<WatchedTransport>(new WatchedTransport(wire, events_));
     }
@@ -177,9 +177,9 @@ protected:
         EXPECT_EQ(0, made.session->init(DeviceInfoEx(), DeviceExAbility(), 1, 1, beginTime + begin,
                                         beginTime + end));
         made.session->setMediaInfo(describe(beginTime + begin, beginTime + end));
-        made.videoWay = way(made.video);
-        EXPECT_EQ(0, made.session->setup(id, video, made.videoWay));
-        EXPECT_EQ(0, made.session->setup(id, audio, way(made.audio)));
+        made.videoTransport = transport(made.video);
+        EXPECT_EQ(0, made.session->setup(id, video, made.videoTransport));
+        EXPECT_EQ(0, made.session->setup(id, audio, transport(made.audio)));
         return made;
     }
 
@@ -338,7 +338,7 @@ TEST_F(DirectPlayBack, IntervalWithoutRecordedMediaCannotBePlayed)
     ASSERT_EQ(0, session.init(DeviceInfoEx(), DeviceExAbility(), 1, 1, beginTime + 100, beginTime + 200));
     session.setMediaInfo(describe(beginTime, beginTime + 4));
     const auto wire = std::make_shared<Wire>();
-    ASSERT_EQ(0, session.setup(id, video, way(wire)));
+    ASSERT_EQ(0, session.setup(id, video, transport(wire)));
     for (int round = 0; round < 2; ++round)
     {
         EXPECT_EQ(hostRangeInvalid, patiently([&] { return session.play(id, video); }));
@@ -360,7 +360,7 @@ TEST_F(DirectPlayBack, TellsWhetherTheClientIsThere)
     bool connected = false;
     EXPECT_EQ(0, viewer.session->getConnectionState(id, video, connected));
     EXPECT_TRUE(connected);
-    viewer.videoWay->close();
+    viewer.videoTransport->close();
     EXPECT_EQ(0, viewer.session->getConnectionState(id, video, connected));
     EXPECT_FALSE(connected);
 }

@@ -26,7 +26,7 @@ TEST_F(PlaybackPlay, TracksThatWereNotSetUpAreUnknown)
     EXPECT_EQ(session->remove(video, empty), hostTrackUnknown);
 }
 
-TEST_F(PlaybackPlay, NeedsAnOpenWay)
+TEST_F(PlaybackPlay, NeedsAnOpenTransport)
 {
     session->addTrack(trackInfo(video), 1364);
     EXPECT_EQ(session->play(video), hostConnectionUnusable);
@@ -269,7 +269,7 @@ TEST_F(PlaybackPlay, NothingIsLeftOfARemovedSession)
     EXPECT_EQ(wire->units().size(), before);
 }
 
-TEST_F(PlaybackPlay, AClosedWayEndsTheWork)
+TEST_F(PlaybackPlay, AClosedTransportEndsTheWork)
 {
     setUp(video);
     ASSERT_EQ(play(video), 0);

@@ -151,7 +151,7 @@ TEST_F(PlaybackSpeeds, GoingOverToKeyFramesGoesOnByItself)
     }
 }
 
-TEST_F(PlaybackSpeeds, WithoutRateControlItGoesAsFastAsTheWayTakesIt)
+TEST_F(PlaybackSpeeds, WithoutRateControlItGoesAsFastAsTheTransportTakesIt)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(playFrom(video, 0, 20, playRangeReplay | playRangeUnpaced), 0);

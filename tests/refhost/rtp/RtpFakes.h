@@ -93,7 +93,7 @@ struct Wire
     }
 };
 
-/// A way that takes what its wire has room for.
+/// A transport that takes what its wire has room for.
 class FakeTransport : public RtpTransport
 {
 public:

@@ -79,9 +79,9 @@ TEST_F(MulticastServerTest, TheListenAddressTellsTheInterface)
     options.listen = "127.0.0.1";
     const auto server = open();
     Transport transport;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    GroupMember member(way.group, way.group.portOf(0));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
+    GroupMember member(destination.group, destination.group.portOf(0));
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());
 }
@@ -90,8 +90,8 @@ TEST_F(MulticastServerTest, ATransportIsSharedAndTakesFewUnitsAtOnce)
 {
     const auto server = open();
     Transport transport;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
     const TransportTraits& traits = (*transport)->traits();
     EXPECT_TRUE(traits.shared);
     EXPECT_EQ(traits.maxCatchUpUnits, 4U);
@@ -112,11 +112,11 @@ TEST_P(MulticastSendingTest, EveryMemberGetsWhatIsSentOnce)
     options.segmentationOffload = GetParam();
     const auto server = open();
     Transport transport;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
     EXPECT_EQ(IConnection::udpMulticast, (*transport)->transportKind);
-    GroupMember one(way.group, way.group.portOf(0));
-    GroupMember other(way.group, way.group.portOf(0));
+    GroupMember one(destination.group, destination.group.portOf(0));
+    GroupMember other(destination.group, destination.group.portOf(0));
     const SendResult result = (*transport)->send(makeUnit(1, 1, true, 3), 0, {7, 100, 9, 96}, false);
     EXPECT_EQ(SendStatus::sent, result.status);
     EXPECT_EQ(3U, result.packets);
@@ -138,19 +138,19 @@ TEST_F(MulticastServerTest, PacketsLeaveFromTheAnnouncedPortsAndAddress)
     Transport tracks[MulticastGroup::tracks];
     for (int track = 0; track < MulticastGroup::tracks; ++track)
     {
-        MulticastWay way;
-        ASSERT_TRUE(server->makeTransport(mainStream, track, tracks[track], way));
-        const int port = way.group.portOf(track);
-        GroupMember rtp(way.group, port);
-        GroupMember rtcp(way.group, port + 1);
+        MulticastDestination destination;
+        ASSERT_TRUE(server->makeTransport(mainStream, track, tracks[track], destination));
+        const int port = destination.group.portOf(track);
+        GroupMember rtp(destination.group, port);
+        GroupMember rtcp(destination.group, port + 1);
         (*tracks[track])->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
         const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
         (*tracks[track])->sendRtcp(report.data(), report.size());
         UdpAddress from;
         EXPECT_EQ(112U, rtp.receive(from).size());
-        EXPECT_EQ(way.source + ":" + std::to_string(port), from.text());
+        EXPECT_EQ(destination.source + ":" + std::to_string(port), from.text());
         EXPECT_EQ(report, rtcp.receive(from));
-        EXPECT_EQ(way.source + ":" + std::to_string(port + 1), from.text());
+        EXPECT_EQ(destination.source + ":" + std::to_string(port + 1), from.text());
     }
 }
 
@@ -159,15 +159,15 @@ TEST_F(MulticastServerTest, EachTrackAndEachStreamHasPortsOfItsOwn)
     const auto server = open();
     Transport video;
     Transport audio;
-    MulticastWay way;
-    MulticastWay same;
-    MulticastWay other;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, video, way));
+    MulticastDestination destination;
+    MulticastDestination same;
+    MulticastDestination other;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, video, destination));
     ASSERT_TRUE(server->makeTransport(mainStream, 1, audio, same));
     ASSERT_TRUE(server->describe(smallStream, other));
-    EXPECT_EQ(way.group, same.group);
-    EXPECT_NE(way.group.address, other.group.address);
-    GroupMember listener(way.group, way.group.portOf(1));
+    EXPECT_EQ(destination.group, same.group);
+    EXPECT_NE(destination.group.address, other.group.address);
+    GroupMember listener(destination.group, destination.group.portOf(1));
     (*video)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     (*audio)->send(makeUnit(1, 1, true, 1, 160, 50), 0, {7, 8, 9, 0}, false);
     EXPECT_EQ(62U, listener.receive().size());
@@ -178,9 +178,9 @@ TEST_F(MulticastServerTest, TracksBeyondTheGroupsPortsAreRefused)
 {
     const auto server = open();
     Transport transport;
-    MulticastWay way;
-    EXPECT_FALSE(server->makeTransport(mainStream, 2, transport, way));
-    EXPECT_FALSE(server->makeTransport(mainStream, -1, transport, way));
+    MulticastDestination destination;
+    EXPECT_FALSE(server->makeTransport(mainStream, 2, transport, destination));
+    EXPECT_FALSE(server->makeTransport(mainStream, -1, transport, destination));
     EXPECT_FALSE(transport);
     EXPECT_EQ(0U, server->groupsTaken());
 }
@@ -192,24 +192,24 @@ TEST_F(MulticastServerTest, TheGroupIsFreeAfterTheLastTransport)
     Transport video;
     Transport audio;
     Transport other;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, video, way));
-    ASSERT_TRUE(server->makeTransport(mainStream, 1, audio, way));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, video, destination));
+    ASSERT_TRUE(server->makeTransport(mainStream, 1, audio, destination));
     EXPECT_EQ(1U, server->groupsTaken());
     video.reset();
-    EXPECT_FALSE(server->makeTransport(smallStream, 0, other, way));
+    EXPECT_FALSE(server->makeTransport(smallStream, 0, other, destination));
     audio.reset();
     EXPECT_EQ(0U, server->groupsTaken());
-    EXPECT_TRUE(server->makeTransport(smallStream, 0, other, way));
+    EXPECT_TRUE(server->makeTransport(smallStream, 0, other, destination));
 }
 
 TEST_F(MulticastServerTest, SenderReportsGoToTheGroup)
 {
     const auto server = open();
     Transport transport;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    GroupMember member(way.group, way.group.portOf(0) + 1);
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
+    GroupMember member(destination.group, destination.group.portOf(0) + 1);
     const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
     (*transport)->sendRtcp(report.data(), report.size());
     EXPECT_EQ(report, member.receive());
@@ -220,14 +220,14 @@ TEST_F(MulticastServerTest, ReportsOfMembersComeToWhoListensLast)
     const auto server = open();
     Transport older;
     Transport younger;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, older, way));
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, younger, way));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, older, destination));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, younger, destination));
     const auto silent = std::make_shared<Listener>();
     const auto told = std::make_shared<Listener>();
     (*older)->setListener(silent);
     (*younger)->setListener(told);
-    GroupMember member(way.group, way.group.portOf(0) + 1);
+    GroupMember member(destination.group, destination.group.portOf(0) + 1);
     const Bytes report{0x80, 201, 0, 1, 1, 2, 3, 4};
     member.send(report);
     ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
@@ -242,13 +242,13 @@ TEST_F(MulticastServerTest, ReportsStillComeWhenALaterTransportCameToNothing)
     const auto server = open();
     Transport used;
     Transport unused;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, used, way));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, used, destination));
     const auto told = std::make_shared<Listener>();
     (*used)->setListener(told);
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, unused, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, unused, destination));
     unused.reset();
-    GroupMember member(way.group, way.group.portOf(0) + 1);
+    GroupMember member(destination.group, destination.group.portOf(0) + 1);
     member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
     ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     server->onReadable();
@@ -259,9 +259,9 @@ TEST_F(MulticastServerTest, ReportsBehindTheEndOfTheGroupAreNobodys)
 {
     const auto server = open();
     Transport transport;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    GroupMember member(way.group, way.group.portOf(0) + 1);
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
+    GroupMember member(destination.group, destination.group.portOf(0) + 1);
     member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
     ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     transport.reset();
@@ -274,11 +274,11 @@ TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
 {
     const auto server = open();
     Transport transport;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
     const auto told = std::make_shared<Listener>();
     (*transport)->setListener(told);
-    GroupMember member(way.group, way.group.portOf(0) + 1);
+    GroupMember member(destination.group, destination.group.portOf(0) + 1);
     constexpr std::size_t sent = 150;
     for (std::size_t i = 0; i < sent; ++i)
     {
@@ -294,16 +294,16 @@ TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
 TEST_F(MulticastServerTest, ATakenRtpPortKeepsNothingFromBeingSent)
 {
     const auto server = open();
-    MulticastWay way;
-    ASSERT_TRUE(server->describe(mainStream, way));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->describe(mainStream, destination));
     auto taken = std::make_unique<SocketHandle>(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     UdpAddress wildcard;
-    wildcard.setPort(way.group.portOf(0));
+    wildcard.setPort(destination.group.portOf(0));
     ASSERT_EQ(0, ::bind(taken->get(), wildcard.get(), wildcard.size()));
     Transport transport;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
     taken.reset();
-    GroupMember member(way.group, way.group.portOf(0));
+    GroupMember member(destination.group, destination.group.portOf(0));
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());
 }
@@ -311,14 +311,14 @@ TEST_F(MulticastServerTest, ATakenRtpPortKeepsNothingFromBeingSent)
 TEST_F(MulticastServerTest, ATakenReportPortKeepsNothingFromBeingSent)
 {
     const auto server = open();
-    MulticastWay way;
-    ASSERT_TRUE(server->describe(mainStream, way));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->describe(mainStream, destination));
     const SocketHandle taken(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const UdpAddress address = GroupMember::addressOf(way.group, way.group.portOf(0) + 1);
+    const UdpAddress address = GroupMember::addressOf(destination.group, destination.group.portOf(0) + 1);
     ASSERT_EQ(0, ::bind(taken.get(), address.get(), address.size()));
     Transport transport;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    GroupMember member(way.group, way.group.portOf(0));
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
+    GroupMember member(destination.group, destination.group.portOf(0));
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());
     const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
@@ -329,9 +329,9 @@ TEST_F(MulticastServerTest, TransportsOutliveTheServer)
 {
     auto server = open();
     Transport transport;
-    MulticastWay way;
-    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, way));
-    GroupMember member(way.group, way.group.portOf(0));
+    MulticastDestination destination;
+    ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
+    GroupMember member(destination.group, destination.group.portOf(0));
     server.reset();
     (*transport)->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
     EXPECT_EQ(112U, member.receive().size());

@@ -99,12 +99,12 @@ TEST(SdpWriter, IsReadBackByAnIndependentParser)
 
 TEST(SdpWriter, NamesTheGroupAndTheTracksPorts)
 {
-    const MulticastWay way{*MulticastGroup::parse("239.255.42.7:5004"), 3};
+    const MulticastDestination destination{*MulticastGroup::parse("239.255.42.7:5004"), 3};
     for (const SdpWriter::Origin& origin :
          {SdpWriter::Origin{"192.0.2.1", false}, SdpWriter::Origin{"2001:db8::1", true}})
     {
         std::string text;
-        SdpWriter(7).append(text, presentation(), origin, &way);
+        SdpWriter(7).append(text, presentation(), origin, &destination);
         const Sdp message = parse(text);
         const GstSDPConnection* const connection = gst_sdp_message_get_connection(message.get());
         EXPECT_STREQ(connection->addrtype, "IP4");

@@ -168,7 +168,7 @@ TEST_F(RtspSessionTest, AFailedSetupStopsTheTrackAndKeepsTheOthers)
     EXPECT_EQ(play(), rtspOk);
 }
 
-TEST_F(RtspSessionTest, SettingUpATrackAgainStopsItsFormerWay)
+TEST_F(RtspSessionTest, SettingUpATrackAgainStopsItsFormerTransport)
 {
     setup("trackID=0");
     const std::shared_ptr<Wire> former = wires_["trackID=0"];

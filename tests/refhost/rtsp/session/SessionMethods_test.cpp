@@ -382,7 +382,7 @@ TEST_P(SessionMethodsTest, AnotherConnectionMayDriveASession)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_P(SessionMethodsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherWay)
+TEST_P(SessionMethodsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherTransport)
 {
     const std::string warm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(warm));

@@ -90,7 +90,7 @@ protected:
         return wire;
     }
 
-    static RtspStatus setup(RtspSession& session, const SafePointer<FakeTransport>& way,
+    static RtspStatus setup(RtspSession& session, const SafePointer<FakeTransport>& transport,
                             const char* track = "trackID=0")
     {
         std::uint32_t ssrc = 0;
@@ -98,7 +98,7 @@ protected:
             track,
             [&](RtspSession::Delivery& out)
             {
-                out.transport.emplace(way);
+                out.transport.emplace(transport);
                 return rtspOk;
             },
             ssrc);
@@ -146,7 +146,7 @@ TEST_F(SharedSessionsTest, MethodsOfAllSessionsOfTheRouteFollowOneAnother)
     EXPECT_EQ(1, crowd.max.load());
 }
 
-TEST_F(SharedSessionsTest, TheSharedWayIsNeitherHeldNorClosed)
+TEST_F(SharedSessionsTest, TheSharedTransportIsNeitherHeldNorClosed)
 {
     route.together = std::make_shared<std::mutex>();
     const auto session = make();

@@ -9,7 +9,7 @@ namespace test
 namespace
 {
 
-class PlaybackWays : public PlaybackFixture
+class PlaybackTransports : public PlaybackFixture
 {
 protected:
     struct Report
@@ -41,7 +41,7 @@ protected:
     }
 };
 
-TEST_F(PlaybackWays, NothingLeavesThroughAWayThatIsHeld)
+TEST_F(PlaybackTransports, NothingLeavesThroughAWayThatIsHeld)
 {
     const auto wire = setUp(video);
     transports.at(video)->hold();
@@ -53,7 +53,7 @@ TEST_F(PlaybackWays, NothingLeavesThroughAWayThatIsHeld)
     EXPECT_EQ(wire->units().size(), 1U) << "the time of the hold is not made up for";
 }
 
-TEST_F(PlaybackWays, ACongestedWayLosesNothing)
+TEST_F(PlaybackTransports, ACongestedTransportLosesNothing)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -74,7 +74,7 @@ TEST_F(PlaybackWays, ACongestedWayLosesNothing)
     EXPECT_TRUE(wire->contiguous());
 }
 
-TEST_F(PlaybackWays, AfterALongStopItGoesOnAtItsPace)
+TEST_F(PlaybackTransports, AfterALongStopItGoesOnAtItsPace)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -90,7 +90,7 @@ TEST_F(PlaybackWays, AfterALongStopItGoesOnAtItsPace)
     EXPECT_NEAR(static_cast<double>(wire->units().size() - before), 26, 1);
 }
 
-TEST_F(PlaybackWays, OverUdpAShortStopIsNotMadeUpForInABurst)
+TEST_F(PlaybackTransports, OverUdpAShortStopIsNotMadeUpForInABurst)
 {
     const auto wire = setUp(video);
     wire->traits = Wire::datagrams();
@@ -108,7 +108,7 @@ TEST_F(PlaybackWays, OverUdpAShortStopIsNotMadeUpForInABurst)
     EXPECT_NEAR(static_cast<double>(wire->units().size() - before), 28, 3);
 }
 
-TEST_F(PlaybackWays, AWayThatForgetsToTellIsTriedAgain)
+TEST_F(PlaybackTransports, AWayThatForgetsToTellIsTriedAgain)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -121,7 +121,7 @@ TEST_F(PlaybackWays, AWayThatForgetsToTellIsTriedAgain)
     EXPECT_GT(wire->units().size(), before);
 }
 
-TEST_F(PlaybackWays, ReadsAheadButNotWithoutBound)
+TEST_F(PlaybackTransports, ReadsAheadButNotWithoutBound)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -142,7 +142,7 @@ TEST_F(PlaybackWays, ReadsAheadButNotWithoutBound)
     EXPECT_GT(narrow->units().size(), 45U);
 }
 
-TEST_F(PlaybackWays, TheFirstPacketComesWithASenderReport)
+TEST_F(PlaybackTransports, TheFirstPacketComesWithASenderReport)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -156,7 +156,7 @@ TEST_F(PlaybackWays, TheFirstPacketComesWithASenderReport)
     EXPECT_EQ(all.front().packets, 0U);
 }
 
-TEST_F(PlaybackWays, ReportsMapTheWallClockToThePlayersTime)
+TEST_F(PlaybackTransports, ReportsMapTheWallClockToThePlayersTime)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(playFrom(video, 3), 0);
@@ -171,7 +171,7 @@ TEST_F(PlaybackWays, ReportsMapTheWallClockToThePlayersTime)
     EXPECT_GT(all.back().octets, 100'000U);
 }
 
-TEST_F(PlaybackWays, AReportFollowsAPauseBecauseTheMappingMoved)
+TEST_F(PlaybackTransports, AReportFollowsAPauseBecauseTheMappingMoved)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -187,7 +187,7 @@ TEST_F(PlaybackWays, AReportFollowsAPauseBecauseTheMappingMoved)
     EXPECT_EQ(all.back().rtp, wire->packets[sent].timestamp);
 }
 
-TEST_F(PlaybackWays, AReportFollowsAChangeOfSpeedBecauseTheMappingMoved)
+TEST_F(PlaybackTransports, AReportFollowsAChangeOfSpeedBecauseTheMappingMoved)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -202,7 +202,7 @@ TEST_F(PlaybackWays, AReportFollowsAChangeOfSpeedBecauseTheMappingMoved)
     EXPECT_NEAR(played, 0.3 + 2 * (passed - 0.3), 0.001);
 }
 
-TEST_F(PlaybackWays, ReportsOfTheClientAreCounted)
+TEST_F(PlaybackTransports, ReportsOfTheClientAreCounted)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -215,7 +215,7 @@ TEST_F(PlaybackWays, ReportsOfTheClientAreCounted)
     EXPECT_EQ(statistics.packets, wire->packets.size());
 }
 
-TEST_F(PlaybackWays, ReplayCarriesTheExtensionInTheFirstPacketOfAUnit)
+TEST_F(PlaybackTransports, ReplayCarriesTheExtensionInTheFirstPacketOfAUnit)
 {
     const auto wire = setUp(video);
     constexpr int sequence = 0x1f7;
@@ -246,7 +246,7 @@ TEST_F(PlaybackWays, ReplayCarriesTheExtensionInTheFirstPacketOfAUnit)
     }
 }
 
-TEST_F(PlaybackWays, TheExtensionTellsADiscontinuity)
+TEST_F(PlaybackTransports, TheExtensionTellsADiscontinuity)
 {
     recordings->set({{at(0), at(1)}, {at(50), at(52)}});
     make(0, 60);
@@ -264,7 +264,7 @@ TEST_F(PlaybackWays, TheExtensionTellsADiscontinuity)
     EXPECT_EQ(flags(wire->units().back()), 0x80 | 0x20);
 }
 
-TEST_F(PlaybackWays, ThePayloadIsCountedWithoutTheExtension)
+TEST_F(PlaybackTransports, ThePayloadIsCountedWithoutTheExtension)
 {
     const auto wire = setUp(video);
     wire->capacity = 1;
@@ -276,7 +276,7 @@ TEST_F(PlaybackWays, ThePayloadIsCountedWithoutTheExtension)
     EXPECT_EQ(statistics.octets, 1364U);
 }
 
-TEST_F(PlaybackWays, WithoutReplayNothingChangesOnTheWire)
+TEST_F(PlaybackTransports, WithoutReplayNothingChangesOnTheWire)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -287,7 +287,7 @@ TEST_F(PlaybackWays, WithoutReplayNothingChangesOnTheWire)
     }
 }
 
-TEST_F(PlaybackWays, ASilentClientOverUdpCountsAsGone)
+TEST_F(PlaybackTransports, ASilentClientOverUdpCountsAsGone)
 {
     settings.silenceMs = 60'000;
     make(0, 20);
