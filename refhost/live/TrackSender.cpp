@@ -60,9 +60,9 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
     {
         return hostConnectionUnusable;
     }
-    if (playing_)
+    if (playing())
     {
-        if (started_ && !unitStays_)
+        if (state_.is(SenderState::running))
         {
             first_.sequenceNumber = sender_.sequence();
             first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->monotonicNs());
@@ -78,18 +78,15 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
     {
         return hostStreamFailed;
     }
-    earliest_ = played_ ? cursor_ : 0;
+    earliest_ = state_.is(SenderState::paused) ? cursor_ : 0;
     const LiveStart::Mode mode = sender_.transport()->start.value_or(settings_.start.mode);
     if (video_ && mode == LiveStart::Mode::keyFrame)
     {
         earliest_ = std::max(earliest_, track_->head());
     }
     paced_ = mode == LiveStart::Mode::paced;
-    playing_ = true;
-    played_ = true;
-    started_ = false;
-    waitsForKey_ = false;
-    congestedMs_ = never;
+    state_.enter(SenderState::starting);
+    flow_.enter(SenderFlow::keepingUp);
     playedMs_ = settings_.clock->monotonicMs();
     track_->join(session, slot_);
     viewed_->acquire();
@@ -113,11 +110,11 @@ void TrackSender::onJoin()
 
 void TrackSender::pause()
 {
-    if (!playing_)
+    if (!playing())
     {
         return;
     }
-    playing_ = false;
+    state_.enter(SenderState::paused);
     track_->leave(slot_);
     abandonUnit();
     viewed_->release();
@@ -126,12 +123,12 @@ void TrackSender::pause()
 
 void TrackSender::end()
 {
-    if (ended_)
+    if (ended())
     {
         return;
     }
-    ended_ = true;
     pause();
+    state_.enter(SenderState::ended);
     // Who never sent anything does not send BYE (RFC 3550, section 6.3.7).
     if (sender_.statistics().packets != 0)
     {
@@ -144,12 +141,12 @@ void TrackSender::end()
 
 void TrackSender::pump(const FreshUnit* fresh, TrackSender* videoSender, bool more)
 {
-    if (!playing_ || sender_.transport()->state() != SendStatus::sent)
+    if (!playing() || sender_.transport()->state() != SendStatus::sent)
     {
         return;
     }
     const std::int64_t nowMs = fresh != nullptr ? fresh->nowMs : settings_.clock->monotonicMs();
-    if (!started_ && !start(videoSender, nowMs))
+    if (state_.is(SenderState::starting) && !start(videoSender, nowMs))
     {
         return;
     }
@@ -186,7 +183,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* videoSender, bool mo
 bool TrackSender::isEarly()
 {
     const std::int64_t nowNs = settings_.clock->monotonicNs();
-    if (unitStays_ && unitPackets_ == 0)
+    if (state_.is(SenderState::announced) && unitPackets_ == 0)
     {
         pacedSinceNs_ = nowNs;
     }
@@ -195,12 +192,12 @@ bool TrackSender::isEarly()
 
 void TrackSender::reportStart(TrackSender* videoSender)
 {
-    if (!playing_ || (started_ && !unitStays_) || sender_.transport()->state() != SendStatus::sent)
+    if (!playing() || state_.is(SenderState::running) || sender_.transport()->state() != SendStatus::sent)
     {
         return;
     }
     const std::int64_t nowMs = settings_.clock->monotonicMs();
-    if ((started_ || start(videoSender, nowMs)) && unitPackets_ == 0)
+    if ((state_.is(SenderState::announced) || start(videoSender, nowMs)) && unitPackets_ == 0)
     {
         report(nowMs);
     }
@@ -208,7 +205,7 @@ void TrackSender::reportStart(TrackSender* videoSender)
 
 bool TrackSender::steady() const
 {
-    return playing_ && started_ && !unit_ && !waitsForKey_ && congestedMs_ == never &&
+    return state_.is(SenderState::running) && !unit_ && flow_.is(SenderFlow::keepingUp) &&
            sender_.transport()->state() == SendStatus::sent;
 }
 
@@ -233,11 +230,11 @@ bool TrackSender::waitsForFrame(const FreshUnit* fresh, const TrackSender* video
 
 bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* videoSender)
 {
-    if (!played_)
+    if (state_.is(SenderState::idle))
     {
         return false;
     }
-    if (playing_ && !started_ && !start(videoSender, settings_.clock->monotonicMs()))
+    if (state_.is(SenderState::starting) && !start(videoSender, settings_.clock->monotonicMs()))
     {
         first_.sequenceNumber = sender_.sequence();
         first_.rtpTimestamp = timeline_.announce(settings_.clock->monotonicNs());
@@ -270,12 +267,11 @@ bool TrackSender::start(TrackSender* videoSender, std::int64_t nowMs)
     {
         return false;
     }
-    started_ = true;
+    state_.enter(SenderState::announced);
     unit_ = found.unit;
     unitEpoch_ = found.epoch;
     unitTimestamp_ = timeline_.peek(*unit_, unitEpoch_);
     unitPackets_ = 0;
-    unitStays_ = true;
     cursor_ = found.index;
     startCaptureNs_ = unit_->captureTimeNs;
     first_.sequenceNumber = sender_.sequence();
@@ -288,13 +284,13 @@ bool TrackSender::start(TrackSender* videoSender, std::int64_t nowMs)
 
 LiveTrack::Found TrackSender::startingPoint(TrackSender* videoSender, std::int64_t nowMs)
 {
-    if (videoSender != nullptr && videoSender->playing_)
+    if (videoSender != nullptr && videoSender->playing())
     {
         if (playedMs_ - videoSender->playedMs_ > togetherMs && videoSender->sender_.statistics().packets > 0)
         {
             return track_->firstSince(videoSender->timeline_.lastCaptureNs(), earliest_);
         }
-        if (videoSender->started_ || videoSender->start(nullptr, nowMs))
+        if (!videoSender->state_.is(SenderState::starting) || videoSender->start(nullptr, nowMs))
         {
             return track_->firstSince(videoSender->startCaptureNs_, earliest_);
         }
@@ -309,8 +305,8 @@ LiveTrack::Found TrackSender::startingPoint(TrackSender* videoSender, std::int64
 
 bool TrackSender::next(const FreshUnit* fresh, std::int64_t nowMs)
 {
-    const bool keepsUp = !waitsForKey_ && congestedMs_ == never;
-    if (keepsUp && fresh != nullptr && fresh->index == cursor_ && fresh->track == track_.get())
+    if (flow_.is(SenderFlow::keepingUp) && fresh != nullptr && fresh->index == cursor_ &&
+        fresh->track == track_.get())
     {
         unit_ = fresh->unit;
         unitEpoch_ = fresh->epoch;
@@ -318,13 +314,17 @@ bool TrackSender::next(const FreshUnit* fresh, std::int64_t nowMs)
     }
     if (track_->head() == cursor_)
     {
-        congestedMs_ = never;
+        if (flow_.is(SenderFlow::congested))
+        {
+            flow_.enter(SenderFlow::keepingUp);
+        }
         return false;
     }
     LiveTrack::View view = track_->look(cursor_);
     const std::int64_t patience = video_ ? settings_.videoLagMs : settings_.audioLagMs;
-    const bool late = congestedMs_ != never && nowMs - congestedMs_ > patience;
-    if (waitsForKey_ || cursor_ < view.base || (late && view.startable && view.newest > cursor_))
+    const bool late = flow_.is(SenderFlow::congested) && nowMs - congestedMs_ > patience;
+    if (flow_.is(SenderFlow::waitingForKeyFrame) || cursor_ < view.base ||
+        (late && view.startable && view.newest > cursor_))
     {
         if (!skipToStart(view))
         {
@@ -339,15 +339,15 @@ bool TrackSender::next(const FreshUnit* fresh, std::int64_t nowMs)
 
 bool TrackSender::skipToStart(const LiveTrack::View& view)
 {
-    waitsForKey_ = !view.startable || view.newest < cursor_;
-    const std::uint64_t target = waitsForKey_ ? view.head : view.newest;
-    if (congestedMs_ != never)
+    const bool found = view.startable && view.newest >= cursor_;
+    const std::uint64_t target = found ? view.newest : view.head;
+    if (flow_.is(SenderFlow::congested))
     {
         sender_.statistics().unitsSkipped += target - cursor_;
-        congestedMs_ = never;
     }
+    flow_.enter(found ? SenderFlow::keepingUp : SenderFlow::waitingForKeyFrame);
     cursor_ = target;
-    return !waitsForKey_;
+    return found;
 }
 
 /// Settles the timestamp of the unit to be sent, and tells it by a sender report where one is due.
@@ -379,15 +379,19 @@ bool TrackSender::deliver(std::int64_t nowMs, bool more)
     {
         unit_.reset();
         unitPackets_ = 0;
-        unitStays_ = false;
+        if (state_.is(SenderState::announced))
+        {
+            state_.enter(SenderState::running);
+        }
         ++cursor_;
         return true;
     }
-    if (result.status == SendStatus::congested && congestedMs_ == never)
+    if (result.status == SendStatus::congested && !flow_.is(SenderFlow::congested))
     {
+        flow_.enter(SenderFlow::congested);
         congestedMs_ = nowMs;
     }
-    if (unitPackets_ == 0 && !unitStays_)
+    if (unitPackets_ == 0 && state_.is(SenderState::running))
     {
         unit_.reset();
     }
@@ -402,7 +406,6 @@ void TrackSender::abandonUnit()
     }
     unit_.reset();
     unitPackets_ = 0;
-    unitStays_ = false;
 }
 
 }  // namespace refhost

@@ -9,6 +9,7 @@
 #include "hostapi/device/IConnection.h"
 #include "refhost/live/LiveStream.h"
 #include "refhost/live/LiveTrack.h"
+#include "refhost/live/SenderState.h"
 #include "refhost/rtp/RtcpWriter.h"
 #include "refhost/rtp/RtpSender.h"
 #include "refhost/rtp/RtpTimeline.h"
@@ -57,10 +58,15 @@ public:
         return video_;
     }
 
+    SenderState state() const
+    {
+        return state_.state();
+    }
+
     /// Whether end() was called.
     bool ended() const
     {
-        return ended_;
+        return state_.is(SenderState::ended);
     }
 
     /// Whether there is a transport to the client, open or closed.
@@ -106,7 +112,7 @@ public:
     /// Whether its transport is kept back until a request is answered.
     bool held() const
     {
-        return playing_ && sender_.transport()->state() == SendStatus::held;
+        return playing() && sender_.transport()->state() == SendStatus::held;
     }
 
     /// Whether this sender is going to send this unit, as soon as it is pumped.
@@ -120,7 +126,11 @@ public:
     void onRtcp(const std::uint8_t* data, std::size_t size) override;
 
 private:
-    static constexpr std::int64_t never = -1;
+    bool playing() const
+    {
+        return state_.is(SenderState::running) || state_.is(SenderState::announced) ||
+               state_.is(SenderState::starting);
+    }
 
     void onJoin();
     bool start(TrackSender* videoSender, std::int64_t nowMs);
@@ -142,32 +152,28 @@ private:
     const std::shared_ptr<LiveStream> stream_;
     const LiveSettings& settings_;  // the stream's
     const bool video_;
-    bool ended_ = false;
     const int payloadSize_;
     const std::shared_ptr<LiveTrack> track_;
     std::shared_ptr<StreamSource> viewed_;  // set while this sender counts as its viewer
     LiveTrack::SubscriberSlot slot_ = LiveTrack::noSlot;
 
     RtpSender sender_;
-    bool playing_ = false;
-    bool played_ = false;
-    bool started_ = false;  // the first unit of this play() is settled
-    bool waitsForKey_ = false;
+    StateMachine<SenderState> state_{SenderState::idle};
+    StateMachine<SenderFlow> flow_{SenderFlow::keepingUp};
     RtpTimeline timeline_;
 
     AccessUnitPtr unit_;  // being sent, or settled to be the next
     std::uint32_t unitEpoch_ = 0;
     std::uint32_t unitTimestamp_ = 0;
     std::size_t unitPackets_ = 0;  // how many of its packets are sent
-    bool unitStays_ = false;       // announced as the first one: it may not be skipped
     std::uint64_t cursor_ = 0;     // number of the unit to send next, or of unit_
     std::uint64_t earliest_ = 0;   // a start may not lie before
     std::int64_t startCaptureNs_ = 0;
     std::int64_t playedMs_ = 0;
-    std::int64_t waitingSinceNs_ = 0;   // capture time of the first block that waits for a frame
-    std::int64_t congestedMs_ = never;  // since when, or never
-    bool paced_ = false;                // it goes through the past at a limited rate
-    std::int64_t pacedSinceNs_ = 0;     // when its first unit was sent
+    std::int64_t waitingSinceNs_ = 0;  // capture time of the first block that waits for a frame
+    std::int64_t congestedMs_ = 0;     // since when, while congested
+    bool paced_ = false;               // it goes through the past at a limited rate
+    std::int64_t pacedSinceNs_ = 0;    // when its first unit was sent
     std::uint64_t seenHead_ = 0;
     unsigned credit_ =
         0;  // units that may still go before the next one comes, where the transport wants that

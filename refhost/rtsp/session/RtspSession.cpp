@@ -1,6 +1,5 @@
 #include "refhost/rtsp/session/RtspSession.h"
 
-#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -97,7 +96,7 @@ std::shared_ptr<SessionLiveness> RtspSession::liveness() const
 RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (ended_)
+    if (state_.is(SessionState::ended))
     {
         return rtspSessionNotFound;
     }
@@ -109,8 +108,8 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
             return status;
         }
     }
-    Track* const former = findTrack(trackId);
-    if (former != nullptr && former->playing)
+    SessionTrack* const former = tracks_.find(trackId);
+    if (former != nullptr && former->playing())
     {
         return rtspInvalidState;
     }
@@ -118,10 +117,9 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     if (former != nullptr && !shared_)
     {
         stopTrack(*former);
-        forget(*former);
+        tracks_.remove(*former);
     }
-    auto track = std::make_unique<Track>();
-    track->id = std::move(trackId);
+    auto track = std::make_unique<SessionTrack>(std::move(trackId));
     const RtspStatus status = make(track->delivery);
     if (status != rtspOk)
     {
@@ -143,9 +141,9 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     ssrc = static_cast<std::uint32_t>(number);
     if (former != nullptr && shared_)
     {
-        forget(*former);
+        tracks_.remove(*former);
     }
-    tracks_.push_back(std::move(track));
+    tracks_.add(std::move(track));
     return rtspOk;
 }
 
@@ -154,7 +152,7 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order,
 {
     TransportHold hold;
     const std::lock_guard<std::mutex> guard(mutex_);
-    std::vector<Track*> tracks;
+    Selection tracks;
     RtspStatus status = select(trackId, tracks);
     if (status != rtspOk)
     {
@@ -165,19 +163,18 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order,
         hold.absorb(*waiting_);
         waiting_.reset();
     }
-    for (const Track* track : tracks)
+    for (const SessionTrack* track : tracks)
     {
         // What others watch too goes on meanwhile.
-        if (!(*track->delivery.transport)->traits().shared)
+        if (!track->delivery.shared())
         {
             hold.add(*track->delivery.transport);
         }
     }
     if (recordedPlay_ && !attempt.again)
     {
-        const bool playing =
-            std::all_of(tracks.begin(), tracks.end(), [](const Track* track) { return track->playing; });
-        status = recordedPlay_->prepare(order, playing, idsOf(tracks));
+        status =
+            recordedPlay_->prepare(order, SessionTracks::allPlaying(tracks), SessionTracks::idsOf(tracks));
     }
     if (status == rtspOk)
     {
@@ -197,15 +194,17 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order,
 }
 
 /// \returns 200 with every track asked to play, of which some may not be ready
-RtspStatus RtspSession::start(const std::vector<Track*>& tracks, Attempt attempt, bool& notReady)
+RtspStatus RtspSession::start(const Selection& tracks, Attempt attempt, bool& notReady)
 {
     SafePointer<IRTSPController>& controller = *controller_;
-    for (Track* track : tracks)
+    if (!attempt.again)
     {
-        // A request that had to wait has started some of them before.
-        track->started = track->started && attempt.again;
+        for (SessionTrack* track : tracks)
+        {
+            track->beginPlay();
+        }
     }
-    for (Track* track : tracks)
+    for (SessionTrack* track : tracks)
     {
         const int code = controller->play(id_, track->id);
         const bool waits = code == hostStreamNotReady && !attempt.last;
@@ -220,57 +219,54 @@ RtspStatus RtspSession::start(const std::vector<Track*>& tracks, Attempt attempt
             return StatusMap::ofCode(Step::control, code);
         }
         // One that waits does not keep the others from getting ready at the same time.
-        notReady = notReady || waits;
-        track->started = track->started || !track->playing;
-        track->playing = track->playing || !waits;
-        played_ = played_ || track->playing;
+        if (waits)
+        {
+            notReady = true;
+            track->prepare();
+        }
+        else
+        {
+            track->play();
+        }
+        if (track->playing())
+        {
+            state_.enter(SessionState::played);
+        }
     }
     return rtspOk;
 }
 
-/// Looks at the description, which is copied for it, at the first time alone.
-bool RtspSession::isBackChannel(Track& track)
-{
-    if (!track.backChannel)
-    {
-        SubMediaInfo described;
-        track.backChannel =
-            DescribedTracks(*controller_).find(track.id, described) && described.getAudioBackInfoFlag();
-    }
-    return *track.backChannel;
-}
-
 /// Talk-back may end by itself, as when the client sent BYE on that track: the others go on.
-bool RtspSession::isOver(Track& track, int code, const std::vector<Track*>& asked)
+bool RtspSession::isOver(SessionTrack& track, int code, const Selection& asked)
 {
-    return code == statusRefused && asked.size() > 1 && isBackChannel(track);
+    return code == statusRefused && asked.size() > 1 && track.isBackChannel(*controller_);
 }
 
 /// Pauses what the present request has started, or asked to get ready.
-void RtspSession::takeBack(const std::vector<Track*>& tracks)
+void RtspSession::takeBack(const Selection& tracks)
 {
-    for (Track* track : tracks)
+    for (SessionTrack* track : tracks)
     {
-        if (track->started)
+        if (track->startedByPlay())
         {
             (*controller_)->pause(id_, track->id);
-            track->playing = false;
+            track->pause();
         }
     }
 }
 
-RtspSession::Played RtspSession::played(const std::vector<Track*>& tracks, const PlayRequest& order)
+RtspSession::Played RtspSession::played(const Selection& tracks, const PlayRequest& order)
 {
     Played out;
     out.tracks.reserve(tracks.size());
-    for (Track* track : tracks)
+    for (SessionTrack* track : tracks)
     {
         PlayedTrack entry;
         entry.id = track->id;
         entry.known = firstPacket_ == nullptr
                           ? (*controller_)->getCurRTPPacketInfo(id_, track->id, entry.first) == 0
                           : firstPacket_(id_, track->id, entry.first);
-        if (!entry.known && isBackChannel(*track))
+        if (!entry.known && track->isBackChannel(*controller_))
         {
             continue;
         }
@@ -280,7 +276,7 @@ RtspSession::Played RtspSession::played(const std::vector<Track*>& tracks, const
     if (recordedPlay_)
     {
         const RangeHeader::Unit unit = order.range ? order.range->unit : RangeHeader::Unit::npt;
-        out.recorded = recordedPlay_->outcome(unit, idsOf(tracks));
+        out.recorded = recordedPlay_->outcome(unit, SessionTracks::idsOf(tracks));
     }
     return out;
 }
@@ -289,23 +285,23 @@ RtspStatus RtspSession::pause(std::string_view trackId)
 {
     std::unique_ptr<TransportHold> waiting;
     const std::lock_guard<std::mutex> guard(mutex_);
-    std::vector<Track*> tracks;
+    Selection tracks;
     const RtspStatus status = selectPlaying(trackId, tracks);
     if (status != rtspOk)
     {
         return status;
     }
     SafePointer<IRTSPController>& controller = *controller_;
-    for (Track* track : tracks)
+    for (SessionTrack* track : tracks)
     {
-        if (track->playing)
+        if (track->playing())
         {
             const int code = controller->pause(id_, track->id);
             if (code != 0 && !isOver(*track, code, tracks))
             {
                 return StatusMap::ofCode(Step::control, code);
             }
-            track->playing = false;
+            track->pause();
         }
     }
     waiting = std::move(waiting_);
@@ -315,19 +311,19 @@ RtspStatus RtspSession::pause(std::string_view trackId)
 RtspStatus RtspSession::pauseAt(std::string_view trackId, const RangeHeader& point)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    std::vector<Track*> tracks;
+    Selection tracks;
     const RtspStatus status = selectPlaying(trackId, tracks);
     if (status != rtspOk)
     {
         return status;
     }
-    return recordedPlay_ ? recordedPlay_->pauseAt(point, idsOf(tracks)) : rtspInvalidRange;
+    return recordedPlay_ ? recordedPlay_->pauseAt(point, SessionTracks::idsOf(tracks)) : rtspInvalidRange;
 }
 
 RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    std::vector<Track*> tracks;
+    Selection tracks;
     RtspStatus status = select(trackId, tracks);
     if (status == rtspOk && shared_)
     {
@@ -338,10 +334,10 @@ RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
     {
         return status;
     }
-    for (Track* gone : tracks)
+    for (SessionTrack* gone : tracks)
     {
         stopTrack(*gone);
-        forget(*gone);
+        tracks_.remove(*gone);
     }
     empty = tracks_.empty();
     return rtspOk;
@@ -351,12 +347,12 @@ void RtspSession::end()
 {
     std::unique_ptr<TransportHold> waiting;
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (ended_)
+    if (state_.is(SessionState::ended))
     {
         return;
     }
-    ended_ = true;
-    for (const auto& track : tracks_)
+    state_.enter(SessionState::ended);
+    for (SessionTrack* track : tracks_.all())
     {
         stopTrack(*track);
     }
@@ -374,10 +370,7 @@ void RtspSession::heard(std::uint64_t connection, std::int64_t nowMs)
 void RtspSession::connectionAnswered(std::uint64_t connection, std::int64_t ms)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    const bool carried =
-        std::any_of(tracks_.begin(), tracks_.end(),
-                    [connection](const auto& track) { return track->delivery.connection == connection; });
-    if (played_ && carried)
+    if (state_.is(SessionState::played) && tracks_.carriedBy(connection))
     {
         presence_.liveness()->heardAtLeast(ms);
     }
@@ -387,8 +380,7 @@ bool RtspSession::connectionEnded(std::uint64_t connection, std::int64_t nowMs)
 {
     presence_.connectionEnded(connection, nowMs);
     const std::lock_guard<std::mutex> guard(mutex_);
-    return std::any_of(tracks_.begin(), tracks_.end(),
-                       [connection](const auto& track) { return track->delivery.connection == connection; });
+    return tracks_.carriedBy(connection);
 }
 
 bool RtspSession::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
@@ -403,75 +395,24 @@ std::size_t RtspSession::trackCount() const
     return tracks_.size();
 }
 
-RtspSession::Track* RtspSession::findTrack(std::string_view trackId)
+RtspStatus RtspSession::select(std::string_view trackId, Selection& out)
 {
-    for (const auto& track : tracks_)
-    {
-        if (track->id == trackId)
-        {
-            return track.get();
-        }
-    }
-    return nullptr;
-}
-
-RtspStatus RtspSession::select(std::string_view trackId, std::vector<Track*>& out)
-{
-    if (ended_)
-    {
-        return rtspSessionNotFound;
-    }
-    if (trackId.empty())
-    {
-        for (const auto& track : tracks_)
-        {
-            out.push_back(track.get());
-        }
-        return out.empty() ? rtspInvalidState : rtspOk;
-    }
-    Track* const track = findTrack(trackId);
-    if (track == nullptr)
-    {
-        SubMediaInfo described;
-        return DescribedTracks(*controller_).find(std::string(trackId), described) ? rtspInvalidState
-                                                                                   : rtspNotFound;
-    }
-    out.push_back(track);
-    return rtspOk;
+    return state_.is(SessionState::ended) ? rtspSessionNotFound : tracks_.select(trackId, *controller_, out);
 }
 
 /// The same, where at least one of the tracks plays.
-RtspStatus RtspSession::selectPlaying(std::string_view trackId, std::vector<Track*>& out)
+RtspStatus RtspSession::selectPlaying(std::string_view trackId, Selection& out)
 {
     const RtspStatus status = select(trackId, out);
     if (status != rtspOk)
     {
         return status;
     }
-    const bool playing =
-        std::any_of(out.begin(), out.end(), [](const Track* track) { return track->playing; });
-    return playing ? rtspOk : rtspInvalidState;
-}
-
-std::vector<std::string> RtspSession::idsOf(const std::vector<Track*>& tracks)
-{
-    std::vector<std::string> ids;
-    ids.reserve(tracks.size());
-    for (const Track* track : tracks)
-    {
-        ids.push_back(track->id);
-    }
-    return ids;
-}
-
-void RtspSession::forget(const Track& track)
-{
-    tracks_.erase(std::find_if(tracks_.begin(), tracks_.end(),
-                               [&track](const auto& other) { return other.get() == &track; }));
+    return SessionTracks::anyPlaying(out) ? rtspOk : rtspInvalidState;
 }
 
 /// Goes on whatever happens: the rest of the session must be let go all the same.
-void RtspSession::stopTrack(Track& track)
+void RtspSession::stopTrack(SessionTrack& track)
 {
     try
     {
@@ -481,11 +422,7 @@ void RtspSession::stopTrack(Track& track)
     {
         Log::error("session {}: stopping {} failed: {}", logName(), track.id, error.what());
     }
-    if (track.delivery.transport && !(*track.delivery.transport)->traits().shared)
-    {
-        (*track.delivery.transport)->close();
-    }
-    track.delivery.channels.reset();
+    track.close();
 }
 
 }  // namespace refhost

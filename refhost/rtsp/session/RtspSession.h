@@ -16,10 +16,11 @@
 #include "refhost/rtsp/message/PlayRequest.h"
 #include "refhost/rtsp/message/RtspStatus.h"
 #include "refhost/rtsp/session/ClientPresence.h"
-#include "refhost/rtsp/session/InterleavedChannels.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
 #include "refhost/rtsp/session/RecordedPlay.h"
 #include "refhost/rtsp/session/SessionOwner.h"
+#include "refhost/rtsp/session/SessionState.h"
+#include "refhost/rtsp/session/SessionTracks.h"
 #include "refhost/rtsp/session/SharedStream.h"
 #include "refhost/rtsp/session/TransportHold.h"
 #include "support/SafePointer.h"
@@ -38,13 +39,7 @@ namespace refhost
 class RtspSession
 {
 public:
-    /// One track's transport to the client, as SETUP made it.
-    struct Delivery
-    {
-        std::optional<SafePointer<RtpTransport>> transport;
-        std::unique_ptr<InterleavedChannels::Lease> channels;  ///< null for UDP
-        std::uint64_t connection = 0;  ///< serial of the connection that it ends with; 0 for UDP
-    };
+    using Delivery = TrackDelivery;
 
     /// What RTP-Info says of one track; back channels are left out.
     struct PlayedTrack
@@ -145,26 +140,15 @@ public:
     std::size_t trackCount() const;
 
 private:
-    struct Track
-    {
-        std::string id;
-        Delivery delivery;
-        bool playing = false;
-        bool started = false;             ///< by the PLAY under way
-        std::optional<bool> backChannel;  ///< the client sends on it; nothing while nobody asked
-    };
+    using Selection = SessionTracks::Selection;
 
-    Track* findTrack(std::string_view trackId);
-    RtspStatus selectPlaying(std::string_view trackId, std::vector<Track*>& out);
-    RtspStatus start(const std::vector<Track*>& tracks, Attempt attempt, bool& notReady);
-    bool isBackChannel(Track& track);
-    bool isOver(Track& track, int code, const std::vector<Track*>& asked);
-    void takeBack(const std::vector<Track*>& tracks);
-    Played played(const std::vector<Track*>& tracks, const PlayRequest& order);
-    static std::vector<std::string> idsOf(const std::vector<Track*>& tracks);
-    RtspStatus select(std::string_view trackId, std::vector<Track*>& out);
-    void stopTrack(Track& track);
-    void forget(const Track& track);
+    RtspStatus select(std::string_view trackId, Selection& out);
+    RtspStatus selectPlaying(std::string_view trackId, Selection& out);
+    RtspStatus start(const Selection& tracks, Attempt attempt, bool& notReady);
+    bool isOver(SessionTrack& track, int code, const Selection& asked);
+    void takeBack(const Selection& tracks);
+    Played played(const Selection& tracks, const PlayRequest& order);
+    void stopTrack(SessionTrack& track);
 
     const std::string id_;
     const std::string presentation_;
@@ -178,11 +162,10 @@ private:
     const std::shared_ptr<std::mutex> together_;  // null: the session's own lock
     mutable std::mutex own_;
     std::mutex& mutex_;
-    bool ended_ = false;
-    bool played_ = false;  // something of it, once
+    StateMachine<SessionState> state_{SessionState::fresh};
     std::optional<SafePointer<IRTSPController>> controller_;
     std::optional<RecordedPlay> recordedPlay_;  // nothing for a live stream
-    std::vector<std::unique_ptr<Track>> tracks_;
+    SessionTracks tracks_;
     std::unique_ptr<TransportHold> waiting_;  // of a PLAY that is not ready yet
 };
 
