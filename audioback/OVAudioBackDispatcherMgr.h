@@ -60,7 +60,7 @@ public:
     /// \throws OVRuntimeError for an empty handle, and the output stays as it was
     void setMediaPlayer(const SafePointer<IMediaPlayer>& player);
 
-    /// Tells the output the type of encoding; an open output is closed and opened anew with it. Without this
+    /// Tells the output the type of encoding; an open output is closed and opened again with it. Without this
     /// call the output is never told one.
     /// \param type  encoder type number of the host
     /// \returns 0, or the output's code when it did not open again; then it is closed

@@ -9,7 +9,7 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// Serves one RTSP URL: describes it and carries the verbs of its sessions to the host's dispatchers.
+/// Serves one RTSP URL: describes it and carries the methods of its sessions to the host's dispatchers.
 ///
 /// Made by an IRTSPControllerFactory and held through SafePointer<IRTSPController>. A session id (the RTSP
 /// session identifier) and a track id (the track's name in the description) are texts that the host chooses.
@@ -18,7 +18,7 @@
 ///
 /// The host calls stop() for every track that was set up before it drops its handle: a controller that goes
 /// tells no dispatcher.
-/// Threads: the host serialises the verbs of one session.
+/// Threads: the host serialises the methods of one session.
 class OV_EXPORT IRTSPController
 {
 public:

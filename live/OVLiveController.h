@@ -12,7 +12,7 @@
 
 class LivePresentation;
 
-/// Serves one live unicast URL: its sessions' verbs go to the host's RTPStreamDispatcherMgr under the key
+/// Serves one live unicast URL: its sessions' methods go to the host's RTPStreamDispatcherMgr under the key
 /// "<camera>/<stream>", and those of a talk-back track to OVAudioBackDispatcherMgr.
 ///
 /// Made by OVLiveControllerFactory, which calls initInstance() once. Takes no lock of its own.

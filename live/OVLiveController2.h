@@ -13,7 +13,7 @@
 class LivePresentation;
 
 /// Serves one live unicast URL as OVLiveController does, but by one session of the host's LiveDispatcherMgr
-/// for each RTSP session, and with packets as large as the path's MTU lets them be over UDP unicast. Verbs of
+/// for each RTSP session, and with packets as large as the path's MTU lets them be over UDP unicast. Methods of
 /// a talk-back track go to OVAudioBackDispatcherMgr.
 ///
 /// Made by OVLiveControllerFactory2, which calls initInstance() once. Takes no lock of its own.

@@ -18,7 +18,7 @@ class LivePresentation;
 /// the last stop() ends both.
 ///
 /// Made by OVMulticastLiveControlerFactory, which calls initInstance() once. Takes no lock of its own: a host
-/// lets the verbs of one multicast session follow one another. Has no talk-back.
+/// lets the methods of one multicast session follow one another. Has no talk-back.
 ///
 /// Failures are printed. With the device's own URL codec every multicast URL is camera 0, stream 0.
 class OV_EXPORT OVMulticastLiveController : public IRTSPController

@@ -7,7 +7,7 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// A unicast controller's talk-back track: its verbs go to OVAudioBackDispatcherMgr, with the session id
+/// A unicast controller's talk-back track: its methods go to OVAudioBackDispatcherMgr, with the session id
 /// only. Made for each use around the controller's field. Results are the manager's, unchanged.
 class OV_INTERNAL TalkBackTrack
 {
@@ -15,7 +15,7 @@ public:
     /// \param trackId  the controller's field: id of its talk-back track, empty until one was set up
     explicit TalkBackTrack(std::string& trackId);
 
-    /// Whether a verb of this track is talk-back's. An empty track id is, too, until a talk-back track was
+    /// Whether a method of this track is talk-back's. An empty track id is, too, until a talk-back track was
     /// set up: nothing sets it apart.
     bool is(const std::string& trackId) const;
 

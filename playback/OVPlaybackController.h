@@ -12,7 +12,7 @@
 #include "playback/OVPlayBack.h"
 #include "support/Export.h"
 
-/// Serves one playback URL: its sessions' verbs go to the host's RTPPlayBackDispacherMgr, which knows each
+/// Serves one playback URL: its sessions' methods go to the host's RTPPlayBackDispacherMgr, which knows each
 /// session by its id.
 ///
 /// Made by OVPlaybackControllerFactory, which calls initInstance() once. Instants are seconds from the begin

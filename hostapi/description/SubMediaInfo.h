@@ -22,11 +22,11 @@ public:
     int channels = 0;
     /// Nominal bit rate in kbit/s; 0 when unknown.
     int bitRate = 0;
-    /// Picture size in pixels; 0 for audio or when unknown.
+    /// Frame size in pixels; 0 for audio or when unknown.
     int width = 0;
     /// Height in pixels; 0 as above.
     int height = 0;
-    /// Pictures a second; 0 for audio or when unknown.
+    /// Frames a second; 0 for audio or when unknown.
     double frameRate = 0;
 
     /// Marks the track that a client sends to the device.

@@ -18,7 +18,7 @@
 ///
 /// Threads: any; does its own locking. One thing no lock of the dispatcher can do: the multicast controller
 /// changes a record and its session in several steps, so a host whose threads serve several members lets the
-/// verbs of one multicast session follow one another.
+/// methods of one multicast session follow one another.
 class OV_HOST_API LiveDispatcherMgr
 {
 public:
@@ -61,7 +61,7 @@ public:
     int pause(const std::string& sessionId, const std::string& trackId);
 
     /// Ends the track; no packet leaves after the return. The session ends with the last track that has a
-    /// connection; until then addSessionConnection() begins the track anew, with another SSRC. The name is
+    /// connection; until then addSessionConnection() starts the track again, with another SSRC. The name is
     /// spelt so: hosts bind to it.
     int deleteSessionConection(const std::string& sessionId, const std::string& trackId);
 

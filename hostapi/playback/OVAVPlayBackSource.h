@@ -5,7 +5,7 @@
 #include "hostapi/device/DeviceInfoEx.h"
 #include "hostapi/playback/IMediaSource.h"
 
-/// The recorded pictures and sound of one camera in one interval.
+/// The recorded video and audio of one camera in one interval.
 ///
 /// Made by OVPlayBack::init() for its dispatcher. The setters are called once each, before the source is
 /// handed to a dispatcher and on the same thread; nothing is opened by them.

@@ -28,7 +28,7 @@ public:
     /// \param source  what is played; never empty. The caller may let go of its handle.
     void setMediaSource(const SafePointer<IMediaSource>& source);
 
-    /// \param mix  true to send pictures and sound as one stream; false: a track for each
+    /// \param mix  true to send video and audio as one stream; false: a track for each
     void setTransferMixStreamFlag(bool mix);
 
     /// \param seconds  without a sign of life for so long, a client counts as gone

@@ -66,7 +66,7 @@ public:
     /// \returns null when no such stream is configured
     virtual std::shared_ptr<StreamSource> find(int cameraId, int streamId) = 0;
 
-    /// Describes the track that clients may send sound on to the device through a camera's streams.
+    /// Describes the track that clients may send audio on to the device through a camera's streams.
     /// \param[out] out  filled when there is one, otherwise left as it was
     /// \returns false when the camera has no talk-back
     virtual bool describeBackChannel(int /*cameraId*/, SubMediaInfo& /*out*/)

@@ -63,7 +63,7 @@ ReceptionStatistics::Arrival ReceptionStatistics::count(std::uint16_t sequence, 
         if (sequence != outOfSequenceNext_)
         {
             outOfSequenceNext_ = (sequence + 1U) & (cycle - 1U);
-            return {Verdict::strayed, 0};
+            return {Verdict::outOfSequence, 0};
         }
         begin(sequence);
         arrival.verdict = Verdict::begun;

@@ -19,7 +19,7 @@ public:
         counted,
         /// Far away from what came before. It is not counted; if the next packet follows it, the source started
         /// again and everything is counted from there.
-        strayed,
+        outOfSequence,
         /// The source started again with this packet, or it is the first one.
         begun
     };
@@ -27,7 +27,7 @@ public:
     struct Arrival
     {
         Verdict verdict;
-        std::uint32_t sequence;  ///< extended by the number of cycles; not set for `strayed`
+        std::uint32_t sequence;  ///< extended by the number of cycles; not set for `outOfSequence`
     };
 
     /// \param clockRate  ticks of the RTP clock a second, more than 0
@@ -64,7 +64,8 @@ private:
     std::uint32_t base_ = 0;
     std::uint32_t cycles_ = 0;  // counted in packets: 65536 for each
     std::uint16_t highest_ = 0;
-    std::uint32_t outOfSequenceNext_ = 0;  // what would follow the stray packet; out of range: there is none
+    std::uint32_t outOfSequenceNext_ =
+        0;  // what would follow the packet out of sequence; out of range: there is none
     std::uint32_t received_ = 0;
     std::uint32_t expectedBefore_ = 0;
     std::uint32_t receivedBefore_ = 0;

@@ -80,9 +80,9 @@ bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
         return false;
     }
     const auto arrival = counted_.count(view.sequence, view.timestamp, packet.arrivalNs);
-    if (arrival.verdict == ReceptionStatistics::Verdict::strayed)
+    if (arrival.verdict == ReceptionStatistics::Verdict::outOfSequence)
     {
-        ++statistics_.strayed;
+        ++statistics_.outOfSequence;
         return false;
     }
     if (arrival.verdict == ReceptionStatistics::Verdict::begun)

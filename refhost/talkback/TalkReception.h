@@ -19,17 +19,17 @@ namespace refhost
 /// What became of the packets of one talk-back session since its last PLAY.
 struct TalkStatistics
 {
-    std::uint64_t packets = 0;     ///< RTP that was taken
-    std::uint64_t malformed = 0;   ///< no RTP, or a payload that does not follow its codec's rules
-    std::uint64_t wrongType = 0;   ///< of another payload type than the description's
-    std::uint64_t foreign = 0;     ///< of another source while the first one sends
-    std::uint64_t strayed = 0;     ///< far away in the sequence
-    std::uint64_t late = 0;        ///< came after their turn
-    std::uint64_t duplicates = 0;  ///< came twice
-    std::uint64_t lost = 0;        ///< never came in time: concealed
-    std::uint64_t stale = 0;       ///< waited too long for the output
-    std::uint64_t overrun = 0;     ///< came faster than they could be taken, or hold more than can be played
-    std::uint64_t badRtcp = 0;     ///< malformed RTCP packets
+    std::uint64_t packets = 0;        ///< RTP that was taken
+    std::uint64_t malformed = 0;      ///< no RTP, or a payload that does not follow its codec's rules
+    std::uint64_t wrongType = 0;      ///< of another payload type than the description's
+    std::uint64_t foreign = 0;        ///< of another source while the first one sends
+    std::uint64_t outOfSequence = 0;  ///< far away in the sequence
+    std::uint64_t late = 0;           ///< came after their turn
+    std::uint64_t duplicates = 0;     ///< came twice
+    std::uint64_t lost = 0;           ///< never came in time: concealed
+    std::uint64_t stale = 0;          ///< waited too long for the output
+    std::uint64_t overrun = 0;  ///< came faster than they could be taken, or hold more than can be played
+    std::uint64_t badRtcp = 0;  ///< malformed RTCP packets
 };
 
 /// The receiving side of one talk-back session: from packets as they come to samples in order.

@@ -151,8 +151,8 @@ void TalkSession::takeLeave()
     const TalkStatistics counted = statistics();
     Log::info("talk-back: {} ended; {} packets, {} lost, {} late, {} dropped", name_, counted.packets,
               counted.lost, counted.late,
-              counted.malformed + counted.wrongType + counted.foreign + counted.strayed + counted.stale +
-                  counted.overrun + counted.badRtcp);
+              counted.malformed + counted.wrongType + counted.foreign + counted.outOfSequence +
+                  counted.stale + counted.overrun + counted.badRtcp);
     if (reported_ && !left_ && usable())
     {
         sendReport(clock_.monotonicNs(), true);

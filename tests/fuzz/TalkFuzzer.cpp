@@ -143,8 +143,8 @@ private:
     {
         const refhost::TalkStatistics counted = session_.statistics();
         // A malformed payload was taken as a packet before, so it may be counted twice.
-        const std::uint64_t known = counted.packets + counted.wrongType + counted.foreign + counted.strayed +
-                                    counted.overrun + counted.malformed;
+        const std::uint64_t known = counted.packets + counted.wrongType + counted.foreign +
+                                    counted.outOfSequence + counted.overrun + counted.malformed;
         require(known >= brought_, "every packet is counted");
         require(counted.packets <= brought_, "no packet is counted that did not come");
         require(counted.late + counted.duplicates + counted.stale <= counted.packets,

@@ -104,7 +104,7 @@ TEST(CommandLine, HelpNamesEveryOptionAndTheExitCodes)
 TEST(CommandLine, RefusesWhatItDoesNotKnow)
 {
     for (const std::string arguments :
-         {"--bogus", "stray", "-c", "--port", "--port x", "--port 65536", "--listen nowhere",
+         {"--bogus", "extra", "-c", "--port", "--port x", "--port 65536", "--listen nowhere",
           "--log-level loud", "--check-config --dump-config", "--port=", "-p 1 -p 2"})
     {
         const Outcome outcome = run(arguments);

@@ -85,10 +85,10 @@ TEST_F(ReceptionStatisticsTest, SequenceGoesOnOverItsWrap)
 TEST_F(ReceptionStatisticsTest, OnePacketOutOfSequenceChangesNothingAndTwoInOrderBeginAgain)
 {
     EXPECT_EQ(Verdict::begun, onTime(100).verdict);
-    EXPECT_EQ(Verdict::strayed, onTime(30000).verdict);
+    EXPECT_EQ(Verdict::outOfSequence, onTime(30000).verdict);
     EXPECT_EQ(Verdict::counted, onTime(101).verdict);
-    EXPECT_EQ(Verdict::strayed, onTime(40000).verdict);
-    EXPECT_EQ(Verdict::strayed, onTime(50000).verdict);
+    EXPECT_EQ(Verdict::outOfSequence, onTime(40000).verdict);
+    EXPECT_EQ(Verdict::outOfSequence, onTime(50000).verdict);
     EXPECT_EQ(0, statistics.lost());
     const auto again = onTime(50001);
     EXPECT_EQ(Verdict::begun, again.verdict);

@@ -120,7 +120,7 @@ TEST_F(TalkReceptionTest, WhatIsNoAudioOfTheTrackIsCountedAndDropped)
     EXPECT_EQ(1U, reception.statistics().wrongType);
     bring(10, 0);
     EXPECT_FALSE(bring(40000, 1));
-    EXPECT_EQ(1U, reception.statistics().strayed);
+    EXPECT_EQ(1U, reception.statistics().outOfSequence);
     takeAt(1);
     EXPECT_EQ(1U, samples.size());
 }

@@ -249,7 +249,7 @@ TEST_F(RecordedPlayTest, ReplayIsAKindOfRangeThatCarriesTheRequestsNumber)
     EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 1 60 " + std::to_string(0xAB07) + " 1"));
 }
 
-TEST_F(RecordedPlayTest, LeastDistanceOfKeyFramesIsNeverShortened)
+TEST_F(RecordedPlayTest, MinDistanceOfKeyFramesIsNeverShortened)
 {
     tracks_.pop_back();
     PlayRequest order;
