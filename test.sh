@@ -4,6 +4,7 @@
 #                      tests built for 32-bit ARM, under an emulator, with the server's packages for it
 #   ./test.sh --quick  everything once, on this machine's own processor and without sanitizers
 #   ./test.sh --unit   the same without the end-to-end tests
+#   ./test.sh --coverage   the same tests with counters: how many lines of each folder they run
 # At the end stand the failed tests with what they said. The last line counts over all stages: "N passed, N failed".
 # The exit code is not 0 when anything failed.
 set -euo pipefail
@@ -15,8 +16,9 @@ case "${1:-}" in
     "") ;;
     --quick) further_stages=() ;;
     --unit) further_stages=() players= ;;
+    --coverage) exec tests/scripts/coverage.sh ;;
     *)
-        sed -n '2,8s/^# \{0,1\}//p' test.sh >&2
+        sed -n '2,9s/^# \{0,1\}//p' test.sh >&2
         exit 2
         ;;
 esac
