@@ -19,22 +19,23 @@ def folder_of(path):
     return path.as_posix().rpartition("refhost.dir/")[2].rpartition("/")[0] or "."
 
 
-def names_of(path):
-    """Yields the mangled names of an object, each with its kind."""
-    for line in subprocess.run(["nm", "-P", path], check=True, capture_output=True, text=True).stdout.splitlines():
-        name, kind = line.split()[:2]
-        yield name, kind
+def names_of(paths):
+    """Yields the mangled names of objects: an object's path, the name, its kind."""
+    listing = subprocess.run(["nm", "-A", "-P", *paths], check=True, capture_output=True, text=True).stdout
+    for line in listing.splitlines():
+        path, _, rest = line.partition(": ")
+        name, kind = rest.split()[:2]
+        yield pathlib.Path(path), name, kind
 
 
 def main():
     defined = {}
     needed = []
-    for path in map(pathlib.Path, sys.argv[1:]):
-        for name, kind in names_of(path):
-            if kind in DEFINED:
-                defined[name] = folder_of(path)
-            elif kind == "U":
-                needed.append((path, name))
+    for path, name, kind in names_of(sys.argv[1:]) if sys.argv[1:] else ():
+        if kind in DEFINED:
+            defined[name] = folder_of(path)
+        elif kind == "U":
+            needed.append((path, name))
     checked = 0
     faults = []
     for path, name in needed:
