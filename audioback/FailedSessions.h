@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/audioback/OVAudioBackWorker_test.cpp.
 
 #include <string>
 #include <vector>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/audioback/OVAudioBackSessions_test.cpp, tests/audioback/OVAudioBackWorker_test.cpp.
 
 #include <map>
 #include <string>

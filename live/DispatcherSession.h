@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/live/OVLiveController2_test.cpp, tests/live/OVMulticastLiveControllerSetup_test.cpp.
 
 #include <string>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/live/OVLiveController_test.cpp, tests/playback/OVPlaybackController_test.cpp.
 
 #include <string>
 

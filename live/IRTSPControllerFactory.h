@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/live/LiveControllerFactories_test.cpp.
 
 #include <string>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/live/LiveControllers_test.cpp.
 
 #include <string>
 

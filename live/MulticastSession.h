@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/live/OVMulticastLiveControllerSetup_test.cpp, tests/live/OVMulticastLiveControllerStop_test.cpp.
 
 #include <string>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/live/LiveControllerFactories_test.cpp, tests/playback/OVPlaybackControllerFactory_test.cpp.
 
 #include "live/IRTSPController.h"
 #include "support/Export.h"

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/live/LiveControllers_test.cpp, tests/playback/OVPlayBackSetup_test.cpp.
 
 #include "support/Export.h"
 #include "support/SafePointer.h"

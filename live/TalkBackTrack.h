@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/live/LiveTalkBack_test.cpp.
 
 #include <string>
 

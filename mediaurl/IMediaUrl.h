@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/mediaurl/OrvaneMediaUrlFactory_test.cpp.
 
 #include <string>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/mediaurl/MediaUrlFactoryMap_test.cpp.
 
 #include "mediaurl/IMediaUrl.h"
 #include "support/Export.h"

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/mediaurl/OrvaneMediaUrlLive_test.cpp, tests/mediaurl/OrvaneMediaUrlPlayback_test.cpp.
 
 #include <cstddef>
 #include <string>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/e2e/test_shutdown.py.
 
 #include "refhost/config/Config.h"
 

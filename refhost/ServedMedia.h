@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/session/Multicast_test.cpp.
 
 #include "hostapi/device/DeviceInfoEx.h"
 #include "refhost/config/Config.h"

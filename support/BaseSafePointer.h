@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/support/SafePointer_test.cpp.
 
 #include <cstdio>
 #include <string>

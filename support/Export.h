@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/abi/check_symbols.py.
 
 /// Marks what the library lets a host use; everything else stays hidden inside the shared object.
 #define OV_EXPORT __attribute__((visibility("default")))

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/mediaurl/MediaUrlFactoryMap_test.cpp, tests/audioback/OVAudioBackMisuse_test.cpp.
 
 #include "support/Export.h"
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/message/StatusMap_test.cpp.
 
 /// Status codes that the library itself produces. Codes of host and codec calls travel beside them unchanged.
 enum StatusCode

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/support/function_test.cpp.
 
 #include "support/Export.h"
 

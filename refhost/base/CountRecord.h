@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/base/RefCountManager_test.cpp.
 
 #include <atomic>
 

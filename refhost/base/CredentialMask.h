@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/base/Log_test.cpp.
 
 #include <cstddef>
 #include <string>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/message/StatusMap_test.cpp.
 
 namespace refhost
 {

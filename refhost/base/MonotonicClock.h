@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/auth/NonceStore_test.cpp.
 
 #include <cstdint>
 #include <functional>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/base/OVMutex_test.cpp.
 
 #include <atomic>
 #include <mutex>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/capture/RtspSource_test.cpp.
 
 #include <chrono>
 #include <cstddef>

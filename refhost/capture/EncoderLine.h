@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/capture/MediaSource_test.cpp.
 
 #include <gst/gst.h>
 

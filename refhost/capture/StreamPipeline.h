@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/capture/CameraStream_test.cpp.
 
 #include <gst/gst.h>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/config/ConfigReader_test.cpp.
 
 #include <cstdint>
 #include <optional>

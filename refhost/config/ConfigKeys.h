@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/config/ConfigReader_test.cpp, tests/refhost/config/ConfigWriter_test.cpp.
 
 #include <string>
 #include <string_view>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/description/MulticastMediaUrl_test.cpp.
 
 #include "mediaurl/IMediaUrlFactory.h"
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/live/LiveDispatcher_test.cpp.
 
 #include <memory>
 #include <mutex>

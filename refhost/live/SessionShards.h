@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/live/LiveDispatcher_test.cpp, tests/refhost/live/LiveSessionDispatcher_test.cpp.
 
 #include <array>
 #include <functional>

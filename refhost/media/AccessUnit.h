@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/media/AccessUnitBuilder_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/description/DescriptionReadiness_test.cpp.
 
 #include <memory>
 

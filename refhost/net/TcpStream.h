@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/net/ByteStreamContract_test.cpp.
 
 #include <mutex>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/playback/PlayTimeline_test.cpp.
 
 #include <cstdint>
 

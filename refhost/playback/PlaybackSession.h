@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/playback/PlaybackPlay_test.cpp, tests/refhost/playback/PlaybackSeek_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/playback/RecordedSource_test.cpp.
 
 #include <cstdint>
 #include <string>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/playback/PlaybackTracks_test.cpp, tests/refhost/playback/PlaybackPump_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/playback/PlaybackCatalog_test.cpp.
 
 #include <cstdint>
 #include <memory>

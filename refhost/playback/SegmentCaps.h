@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/playback/SegmentFile_test.cpp.
 
 #include <gst/gst.h>
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/playback/ReverseReader_test.cpp.
 
 #include <cstdint>
 

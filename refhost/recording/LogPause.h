@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/recording/Recorder_test.cpp.
 
 #include <chrono>
 #include <optional>

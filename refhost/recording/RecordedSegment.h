@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/recording/RecordingIndex_test.cpp.
 
 #include <cstdint>
 #include <limits>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/recording/SegmentWriter_test.cpp.
 
 #include <atomic>
 #include <cstdint>

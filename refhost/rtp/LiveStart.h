@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/live/TrackSenderStart_test.cpp.
 
 #include <optional>
 #include <string_view>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtp/udp/UdpUnitSender_test.cpp, tests/refhost/rtp/InterleavedTransport_test.cpp.
 
 #include <cstdint>
 

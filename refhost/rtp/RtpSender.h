@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/live/TrackSender_test.cpp, tests/refhost/playback/PlaybackPlay_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

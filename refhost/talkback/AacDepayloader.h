@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/talkback/TalkDepayloader_test.cpp.
 
 #include "refhost/talkback/TalkDepayloader.h"
 

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/talkback/TalkDecoder_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

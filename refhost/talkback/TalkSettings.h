@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/talkback/TalkSession_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

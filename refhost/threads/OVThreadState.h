@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/threads/GThread_test.cpp.
 
 #include <atomic>
 #include <memory>

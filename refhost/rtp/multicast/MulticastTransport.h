@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtp/multicast/MulticastServer_test.cpp.
 
 #include <memory>
 

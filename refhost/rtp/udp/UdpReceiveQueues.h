@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtp/udp/UdpServer_test.cpp.
 
 #include <array>
 #include <memory>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/connection/RtspServer_test.cpp.
 
 #include <atomic>
 #include <cstdint>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/message/RequestReader_test.cpp.
 
 #include <cstddef>
 #include <string_view>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/message/ResponseWriter_test.cpp.
 
 #include <string>
 #include <string_view>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/connection/RtspConnection_test.cpp.
 
 #include <cstdint>
 #include <memory>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/session/RtspSession_test.cpp.
 
 #include <string>
 

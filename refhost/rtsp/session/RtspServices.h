@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/session/RequestHandler_test.cpp.
 
 #include <memory>
 #include <string>

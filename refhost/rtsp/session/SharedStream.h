@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/session/SharedSessions_test.cpp, tests/refhost/rtsp/session/Multicast_test.cpp.
 
 #include <string>
 #include <string_view>

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/rtsp/session/SessionMethods_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

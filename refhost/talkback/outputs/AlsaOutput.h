@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/talkback/SoundCards_test.cpp.
 
 #include "refhost/talkback/outputs/AudioOutput.h"
 

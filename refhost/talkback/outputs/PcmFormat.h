@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/talkback/outputs/OutputPlayer_test.cpp.
 
 namespace refhost
 {

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/talkback/outputs/ClockedOutput_test.cpp.
 
 #include <atomic>
 #include <memory>
