@@ -55,17 +55,6 @@ SocketAddress::SocketAddress(const sockaddr* address) : SocketAddress()
     }
 }
 
-SocketAddress SocketAddress::peerOf(int descriptor)
-{
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &size) != 0)
-    {
-        return SocketAddress();
-    }
-    return SocketAddress(reinterpret_cast<const sockaddr*>(&address));
-}
-
 SocketAddress SocketAddress::localOf(int descriptor)
 {
     sockaddr_storage address{};

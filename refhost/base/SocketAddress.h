@@ -29,8 +29,7 @@ public:
     SocketAddress();
     explicit SocketAddress(const sockaddr* address);
 
-    /// The other end, or our end, of a connected socket; an unspecified address when the socket has none.
-    static SocketAddress peerOf(int descriptor);
+    /// Our end of a socket; an unspecified address when it has none.
     static SocketAddress localOf(int descriptor);
 
     bool isIpv6() const;

@@ -135,7 +135,6 @@ private:
     void onJoin();
     bool start(TrackSender* videoSender, std::int64_t nowMs);
     LiveTrack::Found startingPoint(TrackSender* videoSender, std::int64_t nowMs);
-    void startAt(const LiveTrack::Found& found);
     bool steady() const;
     bool waitsForFrame(const FreshUnit* fresh, const TrackSender* videoSender);
     bool next(const FreshUnit* fresh, std::int64_t nowMs);

@@ -189,8 +189,6 @@ bool RecordingIndex::openWriting(std::string& error)
                                   " bytes = excluded.bytes, closed = excluded.closed",
                               good);
     writing_.removePath = prepared(database, "DELETE FROM segment WHERE path = ?", good);
-    writing_.grow =
-        prepared(database, "UPDATE segment SET duration_ns = ?, bytes = ? WHERE id = ? AND closed = 0", good);
     writing_.close =
         prepared(database, "UPDATE segment SET duration_ns = ?, bytes = ?, closed = 1 WHERE id = ?", good);
     writing_.remove = prepared(database, "DELETE FROM segment WHERE id = ?", good);
@@ -264,13 +262,6 @@ bool RecordingIndex::openReading(std::string& error)
         error = database.lastError();
     }
     return good;
-}
-
-std::vector<RecordedSegment> RecordingIndex::find(int cameraId, std::int64_t beginNs,
-                                                  std::int64_t endNs) const
-{
-    const std::optional<int> streamId = streamOf(cameraId, beginNs, endNs);
-    return streamId ? find(cameraId, *streamId, beginNs, endNs) : std::vector<RecordedSegment>();
 }
 
 std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, std::int64_t beginNs,
@@ -457,12 +448,6 @@ bool RecordingIndex::removePath(const std::string& path)
 {
     const std::lock_guard<std::mutex> guard(writingMutex_);
     return write(writing_.removePath, inside(path));
-}
-
-bool RecordingIndex::grow(std::int64_t id, std::int64_t durationNs, std::int64_t bytes)
-{
-    const std::lock_guard<std::mutex> guard(writingMutex_);
-    return write(writing_.grow, durationNs, bytes, id);
 }
 
 bool RecordingIndex::close(std::int64_t id, std::int64_t durationNs, std::int64_t bytes)

@@ -55,10 +55,8 @@ public:
         return directory_;
     }
 
-    /// Segments with recorded media in [beginNs, endNs) of a camera: of its lowest stream that has any there. Closed
-    /// and open ones, in the order of epoch and begin.
-    std::vector<RecordedSegment> find(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
-    /// The same of one stream.
+    /// Segments of a stream with recorded media in [beginNs, endNs). Closed and open ones, in the order of epoch and
+    /// begin.
     /// \param max   how many, the first ones; negative: all
     /// \param after  those behind this place alone; at first all
     std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
@@ -103,8 +101,6 @@ public:
     bool enter(const RecordedSegment& segment);
     /// Forgets the segment of a path, if there is one; its file is the caller's.
     bool removePath(const std::string& path);
-    /// Tells how far an open segment has come.
-    bool grow(std::int64_t id, std::int64_t durationNs, std::int64_t bytes);
     /// A segment came to its end.
     bool close(std::int64_t id, std::int64_t durationNs, std::int64_t bytes);
     /// Forgets a segment; its file is the caller's.
@@ -155,7 +151,6 @@ private:
         SqliteDatabase::Statement add;
         SqliteDatabase::Statement enter;
         SqliteDatabase::Statement removePath;
-        SqliteDatabase::Statement grow;
         SqliteDatabase::Statement close;
         SqliteDatabase::Statement remove;
     };

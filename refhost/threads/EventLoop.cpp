@@ -12,10 +12,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
-#include <limits>
 #include <map>
 #include <mutex>
-#include <set>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -117,7 +115,6 @@ struct EventLoop::Impl
     struct Timer
     {
         milliseconds interval;
-        Clock::time_point due;
         Task task;
     };
 
@@ -133,8 +130,7 @@ struct EventLoop::Impl
     template <class Call>
     void guarded(const Call& call) const;
     void finished();
-    void waitWhileRunning(const void* handler, std::unique_lock<std::mutex>& lock);
-    int newTimerNumber();
+    void waitWhileRunning(const Watch* watch, std::unique_lock<std::mutex>& lock);
     bool takeWakeUp();
     void wake() const;
     bool isOwnThread() const;
@@ -148,12 +144,10 @@ struct EventLoop::Impl
     std::vector<std::shared_ptr<Watch>> watches;  // by descriptor
     std::uint32_t lastSerial = 0;
     std::vector<Task> posted;
-    std::map<int, std::shared_ptr<Timer>> timers;
-    std::set<std::pair<Clock::time_point, int>> schedule;  // of the timers, by number
-    int lastTimer = 0;
-    const void* running = nullptr;  // the Watch or Timer whose handler runs now
-    int waiters = 0;                // for handlerEnded
-    bool asleep = false;            // a change needs a wake-up to be seen
+    std::multimap<Clock::time_point, Timer> timers;  // by when they are due
+    const Watch* running = nullptr;                  // whose handler runs now
+    int waiters = 0;                                 // for handlerEnded
+    bool asleep = false;                             // a change needs a wake-up to be seen
     bool stopping = false;
 
     std::vector<Task> batch;  // used on the loop's thread only; kept for its memory
@@ -279,25 +273,21 @@ void EventLoop::Impl::runPosted(std::unique_lock<std::mutex>& lock)
 
 void EventLoop::Impl::runTimers(std::unique_lock<std::mutex>& lock)
 {
-    if (schedule.empty())
+    if (timers.empty())
     {
         return;
     }
     const Clock::time_point now = Clock::now();
-    while (!stopping && !schedule.empty() && schedule.begin()->first <= now)
+    while (!stopping && !timers.empty() && timers.begin()->first <= now)
     {
-        auto entry = schedule.extract(schedule.begin());
-        std::shared_ptr<Timer> timer = timers.at(entry.value().second);
-        timer->due += timer->interval * ((now - timer->due) / timer->interval + 1);
-        entry.value().first = timer->due;
-        schedule.insert(std::move(entry));
-
-        running = timer.get();
+        auto node = timers.extract(timers.begin());
+        const milliseconds interval = node.mapped().interval;
+        node.key() += interval * ((now - node.key()) / interval + 1);
+        // Only this thread takes timers out, and others leave it where it is.
+        const Task& task = timers.insert(std::move(node))->second.task;
         lock.unlock();
-        guarded(timer->task);
-        timer.reset();
+        guarded(task);
         lock.lock();
-        finished();
     }
 }
 
@@ -308,11 +298,11 @@ int EventLoop::Impl::timeUntilNext() const
     {
         return 0;
     }
-    if (schedule.empty())
+    if (timers.empty())
     {
         return -1;
     }
-    const auto left = std::chrono::ceil<milliseconds>(schedule.begin()->first - Clock::now());
+    const auto left = std::chrono::ceil<milliseconds>(timers.begin()->first - Clock::now());
     return static_cast<int>(std::clamp(left, milliseconds(0), longest).count());
 }
 
@@ -342,24 +332,15 @@ void EventLoop::Impl::finished()
     }
 }
 
-void EventLoop::Impl::waitWhileRunning(const void* handler, std::unique_lock<std::mutex>& lock)
+void EventLoop::Impl::waitWhileRunning(const Watch* watch, std::unique_lock<std::mutex>& lock)
 {
-    if (running != handler || isOwnThread())
+    if (running != watch || isOwnThread())
     {
         return;
     }
     ++waiters;
-    handlerEnded.wait(lock, [&] { return running != handler; });
+    handlerEnded.wait(lock, [&] { return running != watch; });
     --waiters;
-}
-
-int EventLoop::Impl::newTimerNumber()
-{
-    do
-    {
-        lastTimer = lastTimer == std::numeric_limits<int>::max() ? 1 : lastTimer + 1;
-    } while (timers.count(lastTimer) != 0);
-    return lastTimer;
 }
 
 bool EventLoop::Impl::takeWakeUp()
@@ -453,40 +434,19 @@ void EventLoop::post(Task task)
     }
 }
 
-int EventLoop::every(int interval, Task task)
+void EventLoop::every(int interval, Task task)
 {
     const milliseconds period(std::max(interval, 1));
-    auto timer = std::make_shared<Impl::Timer>(Impl::Timer{period, Clock::now() + period, std::move(task)});
-    int number = 0;
     bool wake = false;
     {
         const std::lock_guard<std::mutex> guard(impl_->mutex);
-        number = impl_->newTimerNumber();
-        impl_->schedule.emplace(timer->due, number);
-        impl_->timers.emplace(number, std::move(timer));
-        wake = impl_->schedule.begin()->second == number && impl_->takeWakeUp();
+        const auto added = impl_->timers.emplace(Clock::now() + period, Impl::Timer{period, std::move(task)});
+        wake = added == impl_->timers.begin() && impl_->takeWakeUp();
     }
     if (wake)
     {
         impl_->wake();
     }
-    return number;
-}
-
-void EventLoop::cancel(int number)
-{
-    std::shared_ptr<Impl::Timer> timer;  // outlives the lock: the task's end may call back
-    std::unique_lock<std::mutex> lock(impl_->mutex);
-    const auto found = impl_->timers.find(number);
-    if (found == impl_->timers.end())
-    {
-        return;
-    }
-    timer = found->second;
-    impl_->timers.erase(found);
-    impl_->schedule.erase({timer->due, number});
-    impl_->waitWhileRunning(timer.get(), lock);
-    lock.unlock();
 }
 
 bool EventLoop::onLoopThread() const

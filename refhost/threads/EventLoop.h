@@ -45,12 +45,9 @@ public:
     /// Runs `task` on the loop's thread, in the order of posting.
     void post(Task task);
 
-    /// Runs `task` every `milliseconds` (at least 1), first after that time, until cancelled. Times that were
-    /// missed because the loop was busy are left out.
-    /// \returns a number for cancel(), greater than 0
-    int every(int milliseconds, Task task);
-    /// Ends a timer; waits as remove() does. Does nothing for a number that is not in use.
-    void cancel(int timer);
+    /// Runs `task` every `milliseconds` (at least 1), first after that time, until the loop ends. Times that
+    /// were missed because the loop was busy are left out.
+    void every(int milliseconds, Task task);
 
     bool onLoopThread() const;
 

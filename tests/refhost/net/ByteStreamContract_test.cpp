@@ -59,7 +59,7 @@ public:
         EXPECT_EQ(0, ::setsockopt(far_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience));
         EXPECT_EQ(0, ::connect(far_.get(), any, size));
         SocketHandle near(::accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        const SocketAddress peer = SocketAddress::peerOf(near.get());
+        const SocketAddress peer = SocketAddress::localOf(far_.get());
         stream = std::make_shared<TcpStream>(std::move(near), peer);
     }
 

@@ -56,10 +56,11 @@ protected:
 
     std::vector<std::int64_t> find(int camera, double begin, double end) const
     {
+        const std::int64_t beginNs = year2026 + static_cast<std::int64_t>(begin * second);
+        const std::int64_t endNs = year2026 + static_cast<std::int64_t>(end * second);
         std::vector<std::int64_t> ids;
-        for (const RecordedSegment& found :
-             index_->find(camera, year2026 + static_cast<std::int64_t>(begin * second),
-                          year2026 + static_cast<std::int64_t>(end * second)))
+        const std::optional<int> stream = index_->streamOf(camera, beginNs, endNs);
+        for (const RecordedSegment& found : index_->find(camera, stream.value_or(0), beginNs, endNs))
         {
             ids.push_back(found.id);
         }
@@ -91,7 +92,7 @@ TEST_F(RecordingIndexTest, SegmentIsFoundAsItWasEntered)
     const RecordedSegment entered = segment(3, 1, 10.5, 9.75);
     const std::optional<std::int64_t> id = index_->add(entered);
     ASSERT_TRUE(id);
-    const std::vector<RecordedSegment> found = index_->find(3, entered.beginNs, entered.beginNs + 1);
+    const std::vector<RecordedSegment> found = index_->find(3, 1, entered.beginNs, entered.beginNs + 1);
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].id, *id);
     EXPECT_EQ(found[0].cameraId, 3);
@@ -308,17 +309,14 @@ TEST_F(RecordingIndexTest, OpenSegmentIsFoundALittleBeyondWhatIsKnownOfIt)
     EXPECT_THAT(find(1, 60, 61), IsEmpty());
 }
 
-TEST_F(RecordingIndexTest, OpenSegmentGrowsUntilItIsClosed)
+TEST_F(RecordingIndexTest, OpenSegmentIsUnclosedUntilItIsClosed)
 {
-    const std::int64_t id = add(1, 0, 0, 0, false);
-    EXPECT_TRUE(index_->grow(id, 4 * second, 4000));
+    const std::int64_t id = add(1, 0, 0, 4, false);
     ASSERT_EQ(index_->unclosed().size(), 1U);
     EXPECT_EQ(index_->unclosed()[0].durationNs, 4 * second);
-    EXPECT_EQ(index_->unclosed()[0].bytes, 4000);
 
     EXPECT_TRUE(index_->close(id, 5 * second, 5000));
     EXPECT_THAT(index_->unclosed(), IsEmpty());
-    EXPECT_TRUE(index_->grow(id, 6 * second, 6000));
     ASSERT_EQ(index_->all().size(), 1U);
     EXPECT_EQ(index_->all()[0].durationNs, 5 * second);
     EXPECT_EQ(index_->totalBytes(), 5000);

@@ -203,7 +203,7 @@ TEST_F(RecordingRepairTest, SingleFrameIsRecordedMedia)
 {
     makeFile(0, 0.04, false);
     EXPECT_EQ(RecordingRepair::run(*index_).adopted, 1);
-    EXPECT_EQ(index_->find(1, at(0) / 1000 * 1000, at(1)).size(), 1U);
+    EXPECT_EQ(index_->find(1, 0, at(0) / 1000 * 1000, at(1)).size(), 1U);
 }
 
 TEST_F(RecordingRepairTest, FilesAreFoundBelowADirectoryWithASlashAtItsEnd)
