@@ -82,26 +82,26 @@ void ConnectionLoop::closeWhenDisplaced(RtspConnection& connection, ConnectionSl
         });
 }
 
-void ConnectionLoop::retryParked()
+void ConnectionLoop::retryDeferred()
 {
     // One task is enough, however many changes there are before it runs.
     if (!retryPosted_.exchange(true))
     {
-        events_.post([this] { tryParkedNow(); });
+        events_.post([this] { retryDeferredNow(); });
     }
 }
 
-void ConnectionLoop::tryParkedNow()
+void ConnectionLoop::retryDeferredNow()
 {
     retryPosted_ = false;
-    // A request that is not ready yet parks its connection again.
-    for (RtspConnection* const parked : std::exchange(parked_, {}))
+    // A request that is not ready yet defers its connection again.
+    for (RtspConnection* const deferred : std::exchange(deferred_, {}))
     {
-        const auto found = connections_.find(parked);
+        const auto found = connections_.find(deferred);
         if (found != connections_.end())
         {
             const std::shared_ptr<RtspConnection> held = found->second;
-            held->retryParked();
+            held->retryDeferred();
         }
     }
 }
@@ -124,7 +124,7 @@ void ConnectionLoop::closeAllNow()
     {
         close(*connections_.begin()->first);
     }
-    parked_.clear();
+    deferred_.clear();
 }
 
 EventLoop& ConnectionLoop::events()
@@ -146,7 +146,7 @@ void ConnectionLoop::close(RtspConnection& connection)
     }
     const std::shared_ptr<RtspConnection> held = std::move(found->second);
     connections_.erase(found);
-    parked_.erase(&connection);
+    deferred_.erase(&connection);
     held->close();
     if (held->refused())
     {
@@ -154,9 +154,9 @@ void ConnectionLoop::close(RtspConnection& connection)
     }
 }
 
-void ConnectionLoop::addParked(RtspConnection& connection)
+void ConnectionLoop::addDeferred(RtspConnection& connection)
 {
-    parked_.insert(&connection);
+    deferred_.insert(&connection);
 }
 
 void ConnectionLoop::sweep()

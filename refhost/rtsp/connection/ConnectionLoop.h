@@ -22,7 +22,7 @@ namespace refhost
 
 /// One event loop of the server with the connections it owns, one timer for all their time-outs, and the
 /// buffers that their requests are read and answered with.
-/// Threads: adopt(), retryParked() and closeAll() any; everything else the loop's.
+/// Threads: adopt(), retryDeferred() and closeAll() any; everything else the loop's.
 class ConnectionLoop
 {
 public:
@@ -46,20 +46,20 @@ public:
     /// \param stream  detached
     /// \param slot    null for one that is refused, which is counted already
     void adopt(std::shared_ptr<ByteStream> stream, std::shared_ptr<ConnectionSlots::Slot> slot);
-    /// Tries every parked request again.
-    void retryParked();
+    /// Tries every deferred request again.
+    void retryDeferred();
     /// Closes every connection and waits until they are closed. Not on the loop's thread.
     void closeAll();
 
     EventLoop& events();
     Scratch& scratch();
     void close(RtspConnection& connection);
-    void addParked(RtspConnection& connection);
+    void addDeferred(RtspConnection& connection);
 
 private:
     void take(const std::shared_ptr<ByteStream>& stream, const std::shared_ptr<ConnectionSlots::Slot>& slot);
     void closeWhenDisplaced(RtspConnection& connection, ConnectionSlots::Slot& slot);
-    void tryParkedNow();
+    void retryDeferredNow();
     void sweep();
     void closeAllNow();
 
@@ -67,7 +67,7 @@ private:
     AddressLimiter& refused_;
     Scratch scratch_;
     std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;
-    std::unordered_set<RtspConnection*> parked_;  // some of connections_
+    std::unordered_set<RtspConnection*> deferred_;  // some of connections_
     std::atomic<bool> retryPosted_{false};
     EventLoop events_;  // last: its thread ends before what it works on
 };

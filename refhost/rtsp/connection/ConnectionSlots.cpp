@@ -18,17 +18,13 @@ ConnectionSlots::Slot::~Slot()
 void ConnectionSlots::Slot::setEstablished(bool established, std::int64_t nowMs)
 {
     const std::lock_guard<std::mutex> guard(slots_.mutex_);
-    if (displaced_ || established_ == established)
-    {
-        return;
-    }
-    if (established)
+    if (established && state_ == State::provisional)
     {
         slots_.removeProvisional(*this);
         slots_.remember(address_);
+        state_ = State::established;
     }
-    established_ = established;
-    if (!established)
+    else if (!established && state_ == State::established)
     {
         sinceMs_ = nowMs;
         slots_.addProvisional(*this);
@@ -44,7 +40,7 @@ void ConnectionSlots::Slot::onDisplaced(std::function<void()> listener)
 {
     {
         const std::lock_guard<std::mutex> guard(slots_.mutex_);
-        if (!displaced_)
+        if (state_ != State::displaced)
         {
             listener_ = std::move(listener);
             return;
@@ -82,7 +78,6 @@ std::shared_ptr<ConnectionSlots::Slot> ConnectionSlots::take(const SocketAddress
         addProvisional(*slot);
         ++addresses_[address].count;
         ++count_;
-        slot->counted_ = true;
     }
     if (displaced)
     {
@@ -121,7 +116,7 @@ ConnectionSlots::Slot* ConnectionSlots::displaceable(const SocketAddress::Key& a
 std::function<void()> ConnectionSlots::displace(Slot& slot)
 {
     remove(slot);
-    slot.displaced_ = true;
+    slot.state_ = Slot::State::displaced;
     ++leaving_;
     return std::move(slot.listener_);
 }
@@ -131,6 +126,7 @@ void ConnectionSlots::addProvisional(Slot& slot)
     std::list<Slot*>& list = addresses_[slot.address_].provisional;
     crowds_.erase({list.size(), slot.address_});
     slot.position_ = list.insert(list.end(), &slot);
+    slot.state_ = Slot::State::provisional;
     crowds_.insert({list.size(), slot.address_});
 }
 
@@ -147,7 +143,7 @@ void ConnectionSlots::removeProvisional(Slot& slot)
 
 void ConnectionSlots::remove(Slot& slot)
 {
-    if (!slot.established_)
+    if (slot.state_ == Slot::State::provisional)
     {
         removeProvisional(slot);
     }
@@ -179,11 +175,11 @@ void ConnectionSlots::remember(const SocketAddress::Key& address)
 void ConnectionSlots::giveBack(Slot& slot)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    if (slot.displaced_)
+    if (slot.state_ == Slot::State::displaced)
     {
         --leaving_;
     }
-    else if (slot.counted_)
+    else if (slot.state_ != Slot::State::untaken)
     {
         remove(slot);
     }

@@ -59,12 +59,19 @@ public:
     private:
         friend class ConnectionSlots;
 
+        /// untaken -> provisional <-> established; provisional -> displaced.
+        enum class State
+        {
+            untaken,
+            provisional,
+            established,
+            displaced  // another connection has it; counted as leaving until this one is closed
+        };
+
         ConnectionSlots& slots_;
         const SocketAddress::Key address_;
         std::int64_t sinceMs_;  // it is provisional
-        bool counted_ = false;
-        bool established_ = false;
-        bool displaced_ = false;
+        State state_ = State::untaken;
         std::function<void()> listener_;
         std::list<Slot*>::iterator position_;  // among its address's provisional ones
     };

@@ -12,8 +12,10 @@ namespace refhost
 namespace
 {
 
-// How long a client may take to read the last response before the connection goes.
-constexpr std::int64_t lingerMs = 2000;
+using State = ConnectionState::State;
+
+// How long a client may take to read the last response.
+constexpr std::int64_t maxDrainingMs = 2000;
 
 std::uint64_t nextSerial()
 {
@@ -59,10 +61,10 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, RtspServices& services,
       output_(*stream_, maxWaiting, services.clock),
       reader_(readerLimits(services.limits)),
       handler_(services, *this),
-      begunMs_(services.clock()),
-      standingMs_(begunMs_),
-      lastByteMs_(begunMs_),
-      livenessMs_(begunMs_)
+      incompleteMs_(services.clock()),
+      standingMs_(*incompleteMs_),
+      lastByteMs_(*incompleteMs_),
+      livenessMs_(*incompleteMs_)
 {
 }
 
@@ -79,11 +81,11 @@ void RtspConnection::open()
 
 void RtspConnection::close()
 {
-    if (closed_)
+    if (state_.is(State::closed))
     {
         return;
     }
-    closed_ = true;
+    state_.enter(State::closed);
     output_.close();
     handler_.connectionEnded();
     stream_->close();
@@ -92,7 +94,7 @@ void RtspConnection::close()
 
 void RtspConnection::onReady(std::uint32_t ready)
 {
-    if (closed_)
+    if (state_.is(State::closed))
     {
         return;
     }
@@ -103,11 +105,11 @@ void RtspConnection::onReady(std::uint32_t ready)
     }
     else if ((ready & ByteStream::hungUp) != 0)
     {
-        doomed_ = true;
+        state_.fail();
     }
-    if ((ready & ByteStream::sendable) != 0 && !doomed_ && !output_.onWritable())
+    if ((ready & ByteStream::sendable) != 0 && !state_.is(State::closing) && !output_.onWritable())
     {
-        doomed_ = true;
+        state_.fail();
     }
     resume();
     endWhereDone();
@@ -117,11 +119,11 @@ void RtspConnection::onReady(std::uint32_t ready)
 /// its end is waited for, not long.
 void RtspConnection::endWhereDone()
 {
-    if (doomed_)
+    if (state_.is(State::closing))
     {
         loop_.close(*this);
     }
-    else if (lingering_ && output_.empty())
+    else if (state_.is(State::draining) && output_.empty())
     {
         stream_->endSending();
     }
@@ -129,23 +131,30 @@ void RtspConnection::endWhereDone()
 
 void RtspConnection::onReceivable()
 {
+    if (!state_.is(State::serving) && !state_.is(State::draining))
+    {
+        return;
+    }
     ConnectionLoop::Scratch& scratch = loop_.scratch();
     const ByteStream::Result received = stream_->receive(scratch.input.data(), scratch.input.size());
+    if (received.status == ByteStream::Status::blocked)
+    {
+        return;
+    }
     if (received.status != ByteStream::Status::done)
     {
-        doomed_ = received.status != ByteStream::Status::blocked;
+        state_.fail();
         return;
     }
     lastByteMs_ = services_.clock();
-    if (lingering_)
+    if (state_.is(State::serving))
     {
-        return;
+        reader_.feed(scratch.input.data(), received.count);
+        serve(false);
     }
-    reader_.feed(scratch.input.data(), received.count);
-    process(false);
 }
 
-void RtspConnection::process(bool lastTry)
+void RtspConnection::serve(bool lastTry)
 {
     const CorkedOutput corked(output_, loop_.scratch().output);
     handleItems(lastTry);
@@ -170,15 +179,15 @@ void RtspConnection::noteStanding(std::int64_t nowMs)
 void RtspConnection::handleItems(bool lastTry)
 {
     ConnectionLoop::Scratch& scratch = loop_.scratch();
-    while (!doomed_ && !lingering_ && !defer())
+    while (state_.is(State::serving) && !congested())
     {
         RequestHandler::Result result = RequestHandler::Result::answered;
         switch (reader_.next(scratch.request))
         {
             case RequestReader::Item::none:
-                if (begunMs_ < 0 && reader_.kept() != 0)
+                if (!incompleteMs_ && reader_.kept() != 0)
                 {
-                    begunMs_ = services_.clock();
+                    incompleteMs_ = services_.clock();
                 }
                 return;
             case RequestReader::Item::frame:
@@ -188,83 +197,85 @@ void RtspConnection::handleItems(bool lastTry)
                 result = handler_.reject(scratch.request, reader_.problem(), scratch.response);
                 break;
             case RequestReader::Item::request:
-                greeted_ = true;
+                handshakeDone_ = true;
                 result = refused_ ? handler_.refuse(scratch.request, scratch.response)
                                   : handler_.handle(scratch.request, scratch.response, lastTry);
                 break;
         }
         if (result == RequestHandler::Result::notReady)
         {
-            park();
+            deferRequest();
             return;
         }
-        if (result == RequestHandler::Result::answeredLast)
+        if (result == RequestHandler::Result::answeredLast && state_.is(State::serving))
         {
-            lingering_ = true;
-            lingeringMs_ = services_.clock();
+            state_.enter(State::draining);
+            drainingMs_ = services_.clock();
         }
         // The next request has its own time, to come and to wait.
-        begunMs_ = greeted_ ? -1 : begunMs_;
+        if (handshakeDone_)
+        {
+            incompleteMs_.reset();
+        }
         lastTry = false;
-        parkedMs_ = -1;
+        deferredMs_.reset();
     }
 }
 
-void RtspConnection::park()
+void RtspConnection::deferRequest()
 {
     reader_.putBack();
-    if (parkedMs_ < 0)
+    if (!deferredMs_)
     {
-        parkedMs_ = services_.clock();
+        deferredMs_ = services_.clock();
     }
+    state_.enter(State::deferred);
     stream_->watchReceive(false);
-    loop_.addParked(*this);
+    loop_.addDeferred(*this);
 }
 
 /// Handles no further request while the client owes the reading of earlier responses.
 /// \returns true when that is so; what was received waits
-bool RtspConnection::defer()
+bool RtspConnection::congested()
 {
-    if (output_.waitingResponses() <= deferAbove)
+    if (output_.waitingResponses() <= congestedAbove)
     {
         return false;
     }
     reader_.keepRest();
-    deferred_ = true;
-    deferredMs_ = services_.clock();
+    state_.enter(State::congested);
+    progressMs_ = services_.clock();
     stream_->watchReceive(false);
     return true;
 }
 
 void RtspConnection::resume()
 {
-    if (!deferred_ || doomed_ || closed_ || output_.waitingResponses() > deferAbove)
+    if (state_.is(State::congested) && output_.waitingResponses() <= congestedAbove)
     {
-        return;
-    }
-    deferred_ = false;
-    stream_->watchReceive(!parked());
-    if (!parked())
-    {
-        process(false);
+        serveAgain();
     }
 }
 
-void RtspConnection::retryParked()
+void RtspConnection::retryDeferred()
 {
-    if (closed_ || parkedMs_ < 0)
+    if (state_.is(State::deferred))
     {
-        return;
+        serveAgain();
+        endWhereDone();
     }
-    const bool lastTry = services_.clock() - parkedMs_ >= maxDeferredMs;
+}
+
+void RtspConnection::serveAgain()
+{
+    state_.enter(State::serving);
     stream_->watchReceive(true);
-    process(lastTry);
-    endWhereDone();
+    serve(deferredTooLong(services_.clock()));
 }
 
-bool RtspConnection::parked() const
+bool RtspConnection::deferredTooLong(std::int64_t nowMs) const
 {
-    return parkedMs_ >= 0;
+    return deferredMs_ && nowMs - *deferredMs_ >= maxDeferralMs;
 }
 
 bool RtspConnection::refused() const
@@ -277,11 +288,14 @@ void RtspConnection::sweep(std::int64_t nowMs)
     noteProgress(nowMs);
     noteLiveness(nowMs);
     noteStanding(nowMs);
-    if (parked() && nowMs - parkedMs_ >= maxDeferredMs)
+    if (state_.is(State::deferred))
     {
-        retryParked();
+        if (deferredTooLong(nowMs))
+        {
+            retryDeferred();
+        }
     }
-    else if (tooOld(nowMs))
+    else if (isOverTime(nowMs))
     {
         Log::debug("{}: ended an idle connection", peer().text());
         loop_.close(*this);
@@ -293,7 +307,7 @@ void RtspConnection::noteProgress(std::int64_t nowMs)
     if (output_.bytesTaken() != bytesTakenBefore_)
     {
         bytesTakenBefore_ = output_.bytesTaken();
-        deferredMs_ = nowMs;
+        progressMs_ = nowMs;
     }
 }
 
@@ -313,22 +327,22 @@ void RtspConnection::noteLiveness(std::int64_t nowMs)
     }
 }
 
-bool RtspConnection::tooOld(std::int64_t nowMs)
+bool RtspConnection::isOverTime(std::int64_t nowMs)
 {
-    if (lingering_)
+    if (state_.is(State::closing))
     {
-        return nowMs - lingeringMs_ >= lingerMs;
+        return true;
     }
-    if (parked())
+    if (state_.is(State::draining))
     {
-        return false;
+        return nowMs - drainingMs_ >= maxDrainingMs;
     }
     const std::int64_t handshakeMs = std::int64_t{services_.limits.handshakeTimeout} * 1000;
-    if (deferred_)
+    if (state_.is(State::congested))
     {
-        return nowMs - deferredMs_ >= handshakeMs;
+        return nowMs - progressMs_ >= handshakeMs;
     }
-    if (begunMs_ >= 0 && nowMs - begunMs_ >= handshakeMs)
+    if (incompleteMs_ && nowMs - *incompleteMs_ >= handshakeMs)
     {
         return true;
     }
@@ -360,7 +374,7 @@ void RtspConnection::sendResponse(std::string_view response)
 {
     if (!output_.sendResponse(response))
     {
-        doomed_ = true;
+        state_.fail();
     }
 }
 

@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "refhost/net/ByteStream.h"
 #include "refhost/rtp/InterleavedTransport.h"
 #include "refhost/rtsp/connection/ClientOutput.h"
 #include "refhost/rtsp/connection/ConnectionSlots.h"
+#include "refhost/rtsp/connection/ConnectionState.h"
 #include "refhost/rtsp/message/RequestReader.h"
 #include "refhost/rtsp/session/ClientConnection.h"
 #include "refhost/rtsp/session/RequestHandler.h"
@@ -19,9 +21,9 @@ class ConnectionLoop;
 /// One client's connection on an event loop: the bytes of its stream become requests for a RequestHandler,
 /// whose responses and whose sessions' interleaved frames go out through one ClientOutput.
 ///
-/// While a request waits for its stream ("parked"), nothing more is read: later requests wait in the stream.
-/// The same while the client does not read the responses it asked for ("deferred"); one that reads none of
-/// them for a while is ended.
+/// While a request is deferred, because its media is not ready yet, and while the client does not read the
+/// responses it asked for, nothing more is received: later requests wait in the stream. ConnectionState has
+/// the whole of it. A client that reads no response for a while is ended.
 ///
 /// Memory: at most what RequestReader and ClientOutput keep, which their limits bound; the system's send
 /// buffer is large only from the first interleaved SETUP on.
@@ -33,10 +35,10 @@ class RtspConnection : public FrameWriter,
                        public std::enable_shared_from_this<RtspConnection>
 {
 public:
-    /// How long a request may wait for its stream.
-    static constexpr std::int64_t maxDeferredMs = 10000;
-    /// Bytes of responses that wait for the client when no further request is handled.
-    static constexpr std::size_t deferAbove = 16 * 1024;
+    /// How long a request may be deferred.
+    static constexpr std::int64_t maxDeferralMs = 10000;
+    /// With more bytes of responses than that waiting for the client, no further request is handled.
+    static constexpr std::size_t congestedAbove = 16 * 1024;
     /// Bytes of responses that may wait for a client that does not read them.
     static constexpr std::size_t maxWaiting = 64 * 1024;
 
@@ -46,17 +48,18 @@ public:
                    std::shared_ptr<ConnectionSlots::Slot> slot);
     ~RtspConnection() override;
 
-    /// Starts to read.
+    /// Starts to receive.
+    /// \throws std::system_error when the system refuses it
     void open();
     /// Ends the connection, and the sessions that live in it. Does nothing the second time.
     void close();
 
-    /// Tries a parked request again.
-    void retryParked();
-    /// Looks what became too old.
+    /// Tries a deferred request again.
+    void retryDeferred();
+    /// Ends what is over its time.
     void sweep(std::int64_t nowMs);
 
-    bool parked() const;
+    /// True when it answers its first request with 503 and ends.
     bool refused() const;
 
     SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool more) override;
@@ -73,16 +76,18 @@ public:
 private:
     void onReady(std::uint32_t ready);
     void onReceivable();
-    void process(bool lastTry);
+    void serve(bool lastTry);
     void handleItems(bool lastTry);
-    void park();
-    bool defer();
+    void deferRequest();
+    bool congested();
+    void serveAgain();
     void resume();
+    void endWhereDone();
     void noteProgress(std::int64_t nowMs);
     void noteLiveness(std::int64_t nowMs);
-    void endWhereDone();
-    bool tooOld(std::int64_t nowMs);
     void noteStanding(std::int64_t nowMs);
+    bool deferredTooLong(std::int64_t nowMs) const;
+    bool isOverTime(std::int64_t nowMs);
 
     ConnectionLoop& loop_;
     RtspServices& services_;
@@ -94,21 +99,18 @@ private:
     ClientOutput output_;
     RequestReader reader_;
     RequestHandler handler_;
-    bool closed_ = false;
-    bool doomed_ = false;     // close at the next chance
-    bool lingering_ = false;  // everything was said; what the client still sends is dropped
-    std::int64_t parkedMs_ = -1;
-    bool deferred_ = false;
-    std::int64_t deferredMs_ = 0;  // when the client last took a byte
-    bool largeSendBuffer_ = false;
-    bool greeted_ = false;  // a whole request came
-    std::int64_t begunMs_;  // when the client started what is not a whole request yet; -1: nothing is started
-    bool established_ = false;  // logged in, or with a session
-    std::int64_t standingMs_;   // when that changed last
-    std::int64_t lastByteMs_;
-    std::int64_t lingeringMs_ = 0;
+    ConnectionState state_;
+    bool handshakeDone_ = false;                // a whole request came
+    std::optional<std::int64_t> incompleteMs_;  // when the client started what is not a whole request yet
+    std::optional<std::int64_t> deferredMs_;    // when the request that waits was deferred first
+    std::int64_t progressMs_ = 0;               // when a congested client last took a byte
+    std::int64_t drainingMs_ = 0;               // when it started
+    bool established_ = false;                  // logged in, or with a session
+    std::int64_t standingMs_;                   // when that changed last
+    std::int64_t lastByteMs_;                   // when the client last sent one
+    std::int64_t livenessMs_;                   // when the stream was asked last whether the client answers
     std::uint64_t bytesTakenBefore_ = 0;
-    std::int64_t livenessMs_;  // when the stream was asked last whether the client answers
+    bool largeSendBuffer_ = false;
 };
 
 }  // namespace refhost

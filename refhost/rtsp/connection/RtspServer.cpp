@@ -179,7 +179,7 @@ void RtspServer::startLoops()
         {
             for (const auto& loop : loops_)
             {
-                loop->retryParked();
+                loop->retryDeferred();
             }
         });
     subscribed_ = true;

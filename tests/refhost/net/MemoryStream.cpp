@@ -51,12 +51,25 @@ void MemoryStream::fail()
     schedule();
 }
 
+void MemoryStream::stall(bool on)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    stalled_ = on;
+    schedule();
+}
+
 std::string MemoryStream::read(int milliseconds)
 {
     std::unique_lock<std::mutex> lock(mutex_);
     arrived_.wait_for(lock, std::chrono::milliseconds(milliseconds),
                       [this] { return !toPeer_.empty() || ended_; });
     return std::exchange(toPeer_, {});
+}
+
+bool MemoryStream::allReceived() const
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return toServer_.empty();
 }
 
 bool MemoryStream::ended() const
@@ -105,7 +118,8 @@ void MemoryStream::watchSend(bool on)
 std::uint32_t MemoryStream::ready() const
 {
     const std::uint32_t input = toServer_.empty() && !peerEnded_ ? 0 : receivable;
-    return ((input | sendable) & watched_) | (failed_ ? hungUp : 0);
+    const std::uint32_t output = stalled_ ? 0 : sendable;
+    return ((input | output) & watched_) | (failed_ ? hungUp : 0);
 }
 
 /// Has ready() reported by the loop, where there is something to report.
@@ -178,7 +192,7 @@ ByteStream::Result MemoryStream::send(const std::string_view* parts, std::size_t
     {
         return {Status::failed};
     }
-    std::size_t left = std::exchange(maySend_, 0);
+    std::size_t left = stalled_ ? 0 : std::exchange(maySend_, 0);
     const std::size_t before = toPeer_.size();
     for (std::size_t i = 0; i < count && left > 0; ++i)
     {

@@ -29,8 +29,12 @@ public:
     void write(std::string_view bytes);
     void endWriting();
     void fail();
+    /// While stalled the peer takes nothing.
+    void stall(bool on);
     /// What came since the last call. Waits at most `milliseconds` for the first byte.
     std::string read(int milliseconds);
+    /// Whether everything written was received.
+    bool allReceived() const;
     /// The other side sends no more.
     bool ended() const;
     bool closed() const;
@@ -65,6 +69,7 @@ private:
     std::string toPeer_;
     bool peerEnded_ = false;
     bool failed_ = false;
+    bool stalled_ = false;
     bool ended_ = false;
     bool closed_ = false;
     bool inVain_ = false;

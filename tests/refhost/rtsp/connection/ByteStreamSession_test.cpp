@@ -7,11 +7,10 @@
 #include <string>
 #include <utility>
 
-#include "refhost/rtsp/connection/ConnectionLoop.h"
 #include "tests/refhost/net/HalvesStream.h"
 #include "tests/refhost/net/MemoryStream.h"
 #include "tests/refhost/net/SealedStream.h"
-#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
+#include "tests/refhost/rtsp/connection/StreamFixture.h"
 #include "tests/refhost/threads/LoopHelpers.h"
 
 namespace refhost
@@ -20,38 +19,11 @@ namespace
 {
 
 using test::HalvesStream;
+using test::MemoryClient;
 using test::MemoryStream;
 using test::Received;
 using test::SealedStream;
 using test::TestClient;
-
-/// The client at the other end of a stream in memory, or of two.
-class MemoryClient : public TestClient
-{
-public:
-    MemoryClient(std::shared_ptr<MemoryStream> fromServer, std::shared_ptr<MemoryStream> toServer)
-        : fromServer_(std::move(fromServer)), toServer_(std::move(toServer))
-    {
-    }
-
-    bool trySend(const std::string& bytes) override
-    {
-        toServer_->write(bytes);
-        return !toServer_->closed();
-    }
-
-protected:
-    std::string wait(int milliseconds) override
-    {
-        const std::string bytes = fromServer_->read(milliseconds);
-        end_ = bytes.empty() && fromServer_->ended();
-        return bytes;
-    }
-
-private:
-    const std::shared_ptr<MemoryStream> fromServer_;
-    const std::shared_ptr<MemoryStream> toServer_;
-};
 
 /// The client of a SealedStream.
 class SealedClient : public MemoryClient
@@ -109,22 +81,20 @@ struct Kind
     }
 };
 
-class ByteStreamSession : public test::RtspServerFixture, public testing::WithParamInterface<Kind>
+class ByteStreamSession : public test::StreamFixture, public testing::WithParamInterface<Kind>
 {
 public:
     /// Connects a client over a stream that transfers so many bytes at once.
     void connect(std::size_t bytesAtOnce)
     {
-        const auto memory = std::make_shared<MemoryStream>(bytesAtOnce);
-        carrier_ = memory;
-        connect(memory, std::make_unique<MemoryClient>(memory, memory));
+        connectMemory(bytesAtOnce);
     }
 
     void connectSealed()
     {
         const auto memory = std::make_shared<MemoryStream>();
         carrier_ = memory;
-        connect(std::make_shared<SealedStream>(memory), std::make_unique<SealedClient>(memory));
+        connectOver(std::make_shared<SealedStream>(memory), std::make_unique<SealedClient>(memory));
     }
 
     /// Connects a client whose second connection was accepted by another loop, where its first line was read.
@@ -142,8 +112,8 @@ public:
                           if (input->receive(&byte, 1).count == 1 && byte == '\n')
                           {
                               input->detach();
-                              connect(std::make_shared<HalvesStream>(output, input),
-                                      std::make_unique<MemoryClient>(output, input));
+                              connectOver(std::make_shared<HalvesStream>(output, input),
+                                          std::make_unique<MemoryClient>(output, input));
                               whole.set();
                           }
                       });
@@ -151,29 +121,6 @@ public:
     }
 
 protected:
-    static constexpr int timeoutMs = 60000;
-
-    ~ByteStreamSession() override
-    {
-        loop_->closeAll();
-        services_.sessions.endAll();
-        client_.reset();
-        EXPECT_TRUE(stream_.expired()) << "a closed connection's stream is still held";
-    }
-
-    void connect(std::shared_ptr<ByteStream> stream, std::unique_ptr<TestClient> client)
-    {
-        stream_ = stream;
-        client_ = std::move(client);
-        const SocketAddress::Key address = stream->peer().key();
-        loop_->adopt(std::move(stream), slots_.take(address, services_.clock()));
-    }
-
-    static std::string url()
-    {
-        return "rtsp://127.0.0.1/orv/live/1/0";
-    }
-
     /// Takes the packets of one frame of stream 1/0 and checks that none is missing.
     void expectFrame()
     {
@@ -203,23 +150,7 @@ protected:
         EXPECT_EQ(client_->response().header("CSeq"), "1002");
     }
 
-    RtspServices services_{withTimeout(config), routes, time.clock()};
-    ConnectionSlots slots_{8, 8};
-    AddressLimiter refused_{8, 8};
-    std::unique_ptr<ConnectionLoop> other_ =
-        std::make_unique<ConnectionLoop>("other", services_, refused_, 5);
-    std::unique_ptr<ConnectionLoop> loop_ = std::make_unique<ConnectionLoop>("loop", services_, refused_, 5);
-    std::weak_ptr<ByteStream> stream_;
-    std::weak_ptr<MemoryStream> carrier_;  // what the bytes of the client come on
-    std::unique_ptr<TestClient> client_;
     int last_ = -1;
-
-private:
-    static ServerConfig withTimeout(ServerConfig config)
-    {
-        config.limits.sessionTimeout = timeoutMs / 1000;
-        return config;
-    }
 };
 
 TEST_P(ByteStreamSession, IsServedWhole)

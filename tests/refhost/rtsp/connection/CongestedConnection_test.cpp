@@ -1,0 +1,89 @@
+// Clients that do not read the responses they asked for, while a request of theirs waits for its stream.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "refhost/rtsp/connection/RtspConnection.h"
+#include "tests/refhost/rtsp/connection/StreamFixture.h"
+#include "tests/refhost/threads/LoopHelpers.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::HandFedStream;
+using test::TestClient;
+using Description = StreamSource::Description;
+
+class CongestedConnectionTest : public test::StreamFixture
+{
+protected:
+    static constexpr int answered = 140;
+
+    /// The client reads nothing and asks for more than it may owe; its last request waits for its stream.
+    void congest()
+    {
+        stream().description = Description::starting;
+        connectMemory(100000);
+        carrier_.lock()->stall(true);
+        // In two steps: a request is not handled any more where too much waits before it.
+        client_->send(options(1, answered / 2));
+        ASSERT_TRUE(eventually([this] { return carrier_.lock()->allReceived(); }));
+        runOn(loop_->events(), [] {});
+        client_->send(options(answered / 2 + 1, answered) +
+                      TestClient::text("DESCRIBE", url("orv/live/1/1"), answered + 1, "", ""));
+        ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
+    }
+
+    HandFedStream& stream()
+    {
+        return *streams->streams[1];
+    }
+
+    static std::string options(int first, int last)
+    {
+        std::string requests;
+        for (int i = first; i <= last; ++i)
+        {
+            requests += TestClient::text("OPTIONS", "*", i, "", "");
+        }
+        return requests;
+    }
+
+    /// Has deferred requests tried again, and waits until they were.
+    void retry()
+    {
+        loop_->retryDeferred();
+        runOn(loop_->events(), [] {});
+    }
+};
+
+TEST_F(CongestedConnectionTest, TheDeferredRequestIsAnsweredWhenTheClientReadsAgain)
+{
+    congest();
+    stream().description = Description::ready;
+    retry();
+    const int before = stream().described;
+    EXPECT_EQ(before, 1) << "the client owes too much";
+    carrier_.lock()->stall(false);
+    for (int i = 1; i <= answered + 1; ++i)
+    {
+        const test::Received response = client_->response();
+        ASSERT_EQ(response.status, 200) << i;
+        ASSERT_EQ(response.header("CSeq"), std::to_string(i));
+    }
+}
+
+TEST_F(CongestedConnectionTest, AClientThatReadsNothingIsEndedAlthoughItsRequestIsDeferred)
+{
+    congest();
+    retry();
+    time.advance(RtspConnection::maxDeferralMs);
+    retry();
+    time.advance(config.limits.handshakeTimeout * 1000);
+    EXPECT_TRUE(client_->ended());
+}
+
+}  // namespace
+}  // namespace refhost
