@@ -302,6 +302,10 @@ PlaybackPump::Wait PlaybackPump::send(PlaybackTrack& track, std::int64_t nowMs)
     {
         return never;
     }
+    if (!reportsReady)
+    {
+        byeNotBeforeMs_ = nowMs + settings_.byeDelayMs;
+    }
     track.sent(head.timestamp, unit.video ? 0 : unit.durationNs);
     pacer_.timeline().sentUntil(unit.mediaNs + unit.durationNs);
     dropHead();
@@ -312,9 +316,11 @@ PlaybackPump::Wait PlaybackPump::send(PlaybackTrack& track, std::int64_t nowMs)
 std::int64_t PlaybackPump::finish(std::int64_t nowMs)
 {
     const std::int64_t endNs = pacer_.timeline().endNs();
-    if (mode_.paced() && pacer_.running() && nowMs < pacer_.dueMs(endNs))
+    const std::int64_t displayedMs = mode_.paced() && pacer_.running() ? pacer_.dueMs(endNs) : nowMs;
+    const std::int64_t dueMs = std::max(displayedMs, byeNotBeforeMs_);
+    if (nowMs < dueMs)
     {
-        return pacer_.dueMs(endNs);
+        return dueMs;
     }
     const std::int64_t wallNs = settings_.clock->wall().mapping().at(settings_.clock->monotonicNs());
     tracks_.each(

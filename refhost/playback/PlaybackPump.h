@@ -128,6 +128,7 @@ private:
     std::int64_t placedAtNs_ = 0;   // player's time at the begin of the present place
     std::int64_t rangeBeginNs_;
     std::optional<std::int64_t> pauseAtNs_;
+    std::int64_t byeNotBeforeMs_ = 0;
     std::int64_t togetherUntilMs_ = 0;  // units of a track that does not play yet wait up to here
 };
 

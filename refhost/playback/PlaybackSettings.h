@@ -27,6 +27,9 @@ struct PlaybackSettings
     /// How long, in milliseconds, what is due for a track that does not play waits for its play() while
     /// another track of the session plays; then it is left out.
     std::int64_t togetherMs = 200;
+    /// How long BYE stays behind the last packet over UDP, milliseconds: a client that reads RTCP first would
+    /// end before it has read that packet.
+    std::int64_t byeDelayMs = 100;
     /// How soon, in milliseconds, a transport that cannot tell when it is free is tried again.
     std::int64_t retryMs = 5;
     /// How soon, in milliseconds, a recording that still grows is read again at its end.

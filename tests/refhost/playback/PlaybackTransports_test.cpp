@@ -108,6 +108,21 @@ TEST_F(PlaybackTransports, OverUdpAShortStopIsNotMadeUpForInABurst)
     EXPECT_NEAR(static_cast<double>(wire->units().size() - before), 28, 3);
 }
 
+TEST_F(PlaybackTransports, OverUdpByeStaysBehindTheLastPacket)
+{
+    const auto wire = setUp(video);
+    wire->traits = Wire::datagrams();
+    settings.byeDelayMs = 100;
+    ASSERT_EQ(playFrom(video, 17, 19), 0);
+    pass(1960);
+    EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 18.96);
+    pass(95);
+    EXPECT_FALSE(sentBye(*wire)) << "though the last frame has been displayed";
+    pass(10);
+    EXPECT_TRUE(sentBye(*wire));
+    EXPECT_TRUE(session->ended());
+}
+
 TEST_F(PlaybackTransports, AWayThatForgetsToTellIsTriedAgain)
 {
     const auto wire = setUp(video);
