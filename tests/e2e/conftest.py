@@ -127,7 +127,7 @@ def pytest_pyfunc_call(pyfuncitem):
 
 
 @pytest.fixture(scope="session")
-def recordings(build_folder):
+def clip(build_folder):
     """Path of eight seconds of a real surveillance recording in H.264, made once for each build tree."""
     def encode(path):
         source = VTEST
@@ -141,4 +141,4 @@ def recordings(build_folder):
              "-c:v", "libx264", "-preset", "fast", "-crf", "23", "-g", "10", "-bf", "0", path],
             check=True)
 
-    return made_once(build_folder / "e2e-recorded media.mp4", encode)
+    return made_once(build_folder / "e2e-clip.mp4", encode)

@@ -10,7 +10,7 @@ GOP = 25
 
 @dataclasses.dataclass
 class Frame:
-    number: int     # in the recorded media
+    number: int     # in the film
     timestamp: int  # RTP
     key: bool
     packets: list

@@ -1,4 +1,4 @@
-"""Servers that record counted recorded media, and what is known of it."""
+"""Servers that record a film whose frames are counted, and what is known of it."""
 
 import dataclasses
 import math
@@ -82,10 +82,10 @@ def record(server, seconds):
 
 def finish(client):
     """Receives until every track has said bye."""
-    client.receive(lambda: len(BYEs(client)) == len(client.tracks), "every track sends BYE", 40)
+    client.receive(lambda: len(byes(client)) == len(client.tracks), "every track sends BYE", 40)
 
 
-def BYEs(client):
+def byes(client):
     """The tracks that said bye: RTCP packets with a BYE in them (RFC 3550, section 6.6)."""
     return [track for track, data in client.rtcp if 203 in packet_types(data)]
 

@@ -114,7 +114,7 @@ def test_a_file_without_decode_times_is_recorded_frame_by_frame(serve, build_fol
 
 @pytest.mark.parametrize("line", [
     "x264enc name=video bframes=4 b-adapt=false b-pyramid=true key-int-max=50 speed-preset=superfast",
-    "x265enc name=video speed-preset=superfast key-int-max=50 option-string=bframes=4:b-adapt=0:open-gop=0",
+    "x265enc name=video speed-preset=ultrafast key-int-max=50 option-string=bframes=4:b-adapt=0:open-gop=0:rc-lookahead=8",
 ], ids=["h264", "h265"])
 def test_a_launch_line_is_recorded_frame_by_frame(serve, build_folder, tmp_path, line):
     source = f"videotestsrc is-live=true ! video/x-raw,width=320,height=180,framerate={RATE}/1,format=I420 ! {line}"

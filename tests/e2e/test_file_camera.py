@@ -7,7 +7,7 @@ from conftest import VTEST
 
 
 @pytest.fixture
-def camera(serve, recordings):
+def camera(serve, clip):
     return serve(f"""
 port = 0
 log-level = "debug"
@@ -19,18 +19,18 @@ name = "car park"
 [[camera.stream]]
 id = 0
 source = "file"
-location = "{recordings}"
+location = "{clip}"
 audio = "none"
 """)
 
 
-def test_recording_is_served_as_it_is_and_in_a_loop(camera, recorded media, transport):
+def test_recording_is_served_as_it_is_and_in_a_loop(camera, clip, transport):
     """Passed through, each decoded frame is one of the file's, bit for bit, and the next follows it."""
     streams = ffmpeg.probe(camera.url(5), transport)
     assert list(streams) == ["video"]
     assert (streams["video"]["width"], streams["video"]["height"]) == (768, 576)
 
-    originals = [frame.checksum for frame in ffmpeg.decode(recorded media, limits=())]
+    originals = [frame.checksum for frame in ffmpeg.decode(clip, limits=())]
     assert len(originals) == len(set(originals)) == 80
     received = ffmpeg.decode(camera.url(5), transport, limits=("-t", "12"))
     places = [originals.index(frame.checksum) for frame in received]

@@ -12,7 +12,7 @@ import pytest
 import recordings
 from frames import RATE
 from processor import Stopwatch
-from recordings import SECONDS, finish, byes, npt
+from recordings import SECONDS, byes, finish, npt
 from rtsp_client import RtspClient, assert_no_gap
 from server import wait_until
 

@@ -5,7 +5,7 @@ import re
 import pytest
 import recordings
 from frames import RATE
-from recordings import SECONDS, finish, byes, npt
+from recordings import SECONDS, byes, finish, npt
 from rtsp_client import RtspClient, assert_no_gap
 from server import Server
 

@@ -111,7 +111,7 @@ def test_everything_on_disk_is_listed_after_a_crash(serve, build_folder, directo
     again = serve(config(directory))
     wait_until(lambda: "one stream is recorded" in again.log(), 20, "the start of the recording")
     wait_until(lambda: "recordings repaired: 1 unfinished measured" in again.log(), 20, "the repair")
-    wait_until(lambda: len(listing(build_folder, again)[1][3, 1]) == 2, 20, "recorded media of the second run")
+    wait_until(lambda: len(listing(build_folder, again)[1][3, 1]) == 2, 20, "a recording of the second run")
     told, streams = listing(build_folder, again)
     (begin, end, _), (begin_again, _, _) = streams[3, 1]
     assert begin == before[3, 1][0][0]

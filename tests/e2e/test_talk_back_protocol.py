@@ -285,6 +285,7 @@ def test_malformed_packets_are_dropped_and_counted(server, transport):
         sender.talk(0.3, tone(1000))
         assert level(heard(server)[-1600:], 1000) > 7000
         assert sender.client.request("TEARDOWN").status == 200
+        wait_until(lambda: "ended;" in server.log(), 5, "talk-back has ended")
         told = re.search(r"ended; (\d+) packets, (\d+) lost, (\d+) late, (\d+) dropped", server.log())
         packets, *others = [int(number) for number in told.groups()]
         assert others == [0, 0, len(bad) + len(bad_rtcp)]

@@ -6,6 +6,7 @@ from wire import Capture
 CONFIG = """
 port = 0
 log-level = "debug"
+linger = 60  # longer than tshark takes to start
 segmentation-offload = false
 """
 
