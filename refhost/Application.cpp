@@ -167,7 +167,12 @@ public:
 
 }  // namespace
 
-Application::Application(ServerConfig config) : config_(std::move(config)) {}
+Application::Application(ServerConfig config, std::vector<std::string> warnings)
+    : config_(std::move(config)), warnings_(std::move(warnings))
+{
+    const std::vector<std::string> own = config_.warnings();
+    warnings_.insert(warnings_.end(), own.begin(), own.end());
+}
 
 void Application::prepareProcess() const
 {
@@ -217,7 +222,7 @@ int Application::run()
     prepareProcess();
     const Log::Background log;
     const LibraryOutput libraryOutput;
-    for (const std::string& warning : config_.warnings())
+    for (const std::string& warning : warnings_)
     {
         Log::warning("{}", warning);
     }

@@ -1,6 +1,9 @@
 #pragma once
 // Tested by tests/e2e/test_shutdown.py.
 
+#include <string>
+#include <vector>
+
 #include "refhost/config/Config.h"
 
 namespace refhost
@@ -13,7 +16,8 @@ namespace refhost
 class Application
 {
 public:
-    explicit Application(ServerConfig config);
+    /// \param warnings  about how the configuration was written; logged before its own
+    explicit Application(ServerConfig config, std::vector<std::string> warnings = {});
 
     /// \returns the program's exit code, see ExitCode
     int run();
@@ -23,6 +27,7 @@ private:
     void printUrls(int port) const;
 
     ServerConfig config_;
+    std::vector<std::string> warnings_;
 };
 
 }  // namespace refhost

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <ostream>
 
 #include "refhost/ServerAddress.h"
@@ -19,7 +20,7 @@ namespace refhost
 namespace
 {
 
-// An option of the command line that stands for a key of the configuration.
+// An option of the command line that overrides a key of the configuration.
 struct Override
 {
     const char* flags;
@@ -61,6 +62,14 @@ const ServerConfig& CommandLine::config() const
     return config_;
 }
 
+std::vector<std::string> CommandLine::warnings() const
+{
+    std::vector<std::string> texts;
+    std::transform(warnings_.begin(), warnings_.end(), std::back_inserter(texts),
+                   [this](const ConfigProblem& warning) { return warning.toString(file_); });
+    return texts;
+}
+
 int CommandLine::exitCode() const
 {
     return exitCode_;
@@ -84,6 +93,8 @@ bool CommandLine::readConfig(const std::string& file)
         return finish(exitConfig);
     }
     config_ = std::move(*result.config);
+    file_ = file;
+    warnings_ = std::move(result.warnings);
     struct stat status
     {
     };
@@ -140,12 +151,11 @@ bool CommandLine::parse(int count, const char* const* arguments)
     std::array<CLI::Option*, 3> options{};
     for (std::size_t i = 0; i < overrides.size(); ++i)
     {
-        Override& wanted = overrides.at(i);
-        options.at(i) =
-            app.add_option(wanted.flags, wanted.value, wanted.help)->type_name(wanted.placeholder);
+        Override& given = overrides.at(i);
+        options.at(i) = app.add_option(given.flags, given.value, given.help)->type_name(given.placeholder);
     }
     CLI::Option* const checkFlag =
-        app.add_flag("--check-config", check, "Check the configuration, tell what is wrong, and exit");
+        app.add_flag("--check-config", check, "Check the configuration, report what is wrong, and exit");
     app.add_flag("--dump-config", dump,
                  "Print the effective configuration with every key explained, and exit")
         ->excludes(checkFlag);
@@ -171,14 +181,23 @@ bool CommandLine::parse(int count, const char* const* arguments)
     }
     for (std::size_t i = 0; i < overrides.size(); ++i)
     {
-        const Override& wanted = overrides.at(i);
+        const Override& given = overrides.at(i);
         const std::string problem =
-            options.at(i)->count() == 0 ? "" : ConfigReader::set(config_, wanted.key, wanted.value);
+            options.at(i)->count() == 0 ? "" : ConfigReader::set(config_, given.key, given.value);
         if (!problem.empty())
         {
-            err_ << "--" << wanted.key << " " << problem << '\n';
+            err_ << "--" << given.key << " " << problem << '\n';
             return finish(exitCommandLine);
         }
+    }
+    if (!recordings && !dump && !check)
+    {
+        return true;
+    }
+    for (const ConfigProblem& warning : warnings_)
+    {
+        const std::string message = "warning: " + warning.message;
+        err_ << ConfigProblem{warning.line, warning.column, message}.toString(file) << '\n';
     }
     if (recordings)
     {
@@ -189,17 +208,13 @@ bool CommandLine::parse(int count, const char* const* arguments)
         out_ << ConfigWriter::write(config_);
         return finish(exitDone);
     }
-    if (check)
+    const std::string name = hasFile ? file : "the embedded configuration";
+    for (const std::string& warning : config_.warnings())
     {
-        const std::string shown = hasFile ? file : "the embedded configuration";
-        for (const std::string& warning : config_.warnings())
-        {
-            err_ << shown << ": warning: " << warning << '\n';
-        }
-        out_ << shown << ": valid (" << summary(config_) << ")\n";
-        return finish(exitDone);
+        err_ << name << ": warning: " << warning << '\n';
     }
-    return true;
+    out_ << name << ": valid (" << summary(config_) << ")\n";
+    return finish(exitDone);
 }
 
 }  // namespace refhost

@@ -2,15 +2,17 @@
 
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 #include "refhost/config/Config.h"
+#include "refhost/config/ConfigReader.h"
 
 namespace refhost
 {
 
 /// What the program's command line asks for.
 ///
-/// Exit codes of the program, which --help tells too.
+/// Exit codes of the program, which --help lists too.
 enum ExitCode
 {
     exitDone = 0,         ///< ended as it was asked to
@@ -32,6 +34,10 @@ public:
     bool parse(int count, const char* const* arguments);
 
     const ServerConfig& config() const;
+
+    /// What a server to start has to log about the configuration file, each "FILE:LINE:COLUMN: …".
+    std::vector<std::string> warnings() const;
+
     int exitCode() const;
 
 private:
@@ -42,6 +48,8 @@ private:
     std::ostream& out_;
     std::ostream& err_;
     ServerConfig config_ = ServerConfig::embedded();
+    std::string file_;
+    std::vector<ConfigProblem> warnings_;
     int exitCode_ = exitDone;
 };
 

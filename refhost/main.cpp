@@ -16,7 +16,7 @@ int main(int argc, char* argv[])
         {
             return commandLine.exitCode();
         }
-        refhost::Application application(commandLine.config());
+        refhost::Application application(commandLine.config(), commandLine.warnings());
         const int code = application.run();
         if (refhost::PipelineRunner::abandoned() > 0)
         {

@@ -5,10 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <tuple>
 
 #include "refhost/base/Log.h"
 #include "refhost/base/StreamName.h"
+#include "refhost/config/ConfigKeys.h"
+#include "refhost/config/ConfigSections.h"
 
 namespace refhost
 {
@@ -26,29 +27,29 @@ bool isLoopback(const std::string& address)
     return inet_pton(AF_INET, address.c_str(), &four) == 1 && (ntohl(four.s_addr) >> 24) == IN_LOOPBACKNET;
 }
 
-auto members(const LimitsConfig& l)
+template <typename Section>
+bool sameValue(const ChoiceSetting<Section>& setting, const Section& a, const Section& b)
 {
-    return std::tie(l.connections, l.connectionsPerAddress, l.sessions, l.sessionsPerAddress, l.sendBuffer,
-                    l.senders, l.headerCount, l.headerBytes, l.bodyBytes, l.handshakeTimeout, l.setupTimeout,
-                    l.idleTimeout, l.sessionTimeout, l.orphanTimeout);
+    return setting.get(a) == setting.get(b);
 }
 
-auto members(const StreamConfig& s)
+template <typename Section, template <typename> typename Setting>
+bool sameValue(const Setting<Section>& setting, const Section& a, const Section& b)
 {
-    return std::tie(s.id, s.source, s.width, s.height, s.frameRate, s.bitRate, s.gop, s.videoCodec,
-                    s.audioCodec, s.multicast, s.record, s.start);
+    return setting.value.of(a) == setting.value.of(b);
 }
 
-auto members(const TalkBackConfig& t)
+// Whether all keys, and all sections within, have the same values.
+template <typename Section>
+bool same(const Section& a, const Section& b)
 {
-    return std::tie(t.policy, t.output, t.device, t.sampleRate, t.channels, t.encoderType);
-}
-
-auto members(const ServerConfig& s)
-{
-    return std::tie(s.listen, s.port, s.threads, s.logLevel, s.realm, s.digestWithoutQop, s.users, s.limits,
-                    s.rtpPort, s.segmentationOffload, s.gopCache, s.start, s.startRate, s.linger, s.cameras,
-                    s.talkBack, s.multicast, s.liveController, s.mtu, s.recording);
+    const auto& keys = configKeys<Section>();
+    bool all = std::all_of(
+        keys.begin(), keys.end(),
+        [&](const ConfigKey<Section>& key)
+        { return std::visit([&](const auto& setting) { return sameValue(setting, a, b); }, key.setting); });
+    eachSectionIn<Section>([&](const auto& section) { all = all && a.*section.values == b.*section.values; });
+    return all;
 }
 
 }  // namespace
@@ -73,12 +74,12 @@ std::vector<Codec> StreamConfig::codecs() const
 
 bool StreamConfig::operator==(const StreamConfig& other) const
 {
-    return members(*this) == members(other);
+    return same(*this, other);
 }
 
 bool CameraConfig::operator==(const CameraConfig& other) const
 {
-    return id == other.id && name == other.name && streams == other.streams && talkBack == other.talkBack;
+    return same(*this, other);
 }
 
 std::string CameraConfig::streamName(int streamId) const
@@ -88,33 +89,32 @@ std::string CameraConfig::streamName(int streamId) const
 
 bool UserConfig::operator==(const UserConfig& other) const
 {
-    return name == other.name && password == other.password;
+    return same(*this, other);
 }
 
 bool TalkBackConfig::operator==(const TalkBackConfig& other) const
 {
-    return members(*this) == members(other);
+    return same(*this, other);
 }
 
 bool MulticastConfig::operator==(const MulticastConfig& other) const
 {
-    return pool == other.pool && port == other.port && ttl == other.ttl && interface == other.interface;
+    return same(*this, other);
 }
 
 bool RecordingConfig::operator==(const RecordingConfig& other) const
 {
-    return directory == other.directory && segment == other.segment && maxSize == other.maxSize &&
-           maxAge == other.maxAge;
+    return same(*this, other);
 }
 
 bool LimitsConfig::operator==(const LimitsConfig& other) const
 {
-    return members(*this) == members(other);
+    return same(*this, other);
 }
 
 bool ServerConfig::operator==(const ServerConfig& other) const
 {
-    return members(*this) == members(other);
+    return same(*this, other);
 }
 
 ServerConfig ServerConfig::embedded()

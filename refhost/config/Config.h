@@ -43,7 +43,8 @@ struct StreamConfig
     std::optional<Codec> audioCodec = Codec::pcmu;  ///< nothing: no audio
     std::string multicast;  ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool
     bool record = false;
-    std::string start = "default";  ///< how viewers start: "burst", "paced", "key-frame" or the server's way
+    std::string start =
+        "default";  ///< how viewers start: "burst", "paced", "key-frame" or "default": as the server's own
 
     /// Those of video and audio that there are.
     std::vector<Codec> codecs() const;
@@ -80,7 +81,7 @@ struct TalkBackConfig
     std::string device;            ///< of that output: device, sink or path; empty for the default one
     int sampleRate = 48000;        ///< of the output, Hz
     int channels = 1;              ///< of the output
-    int encoderType = 103;         ///< number that the output is told
+    int encoderType = 103;         ///< encoder type number passed to the output
 
     bool operator==(const TalkBackConfig& other) const;
 };
@@ -96,7 +97,7 @@ struct MulticastConfig
     bool operator==(const MulticastConfig& other) const;
 };
 
-/// What the server refuses to go beyond.
+/// Upper bounds of what clients can take.
 struct LimitsConfig
 {
     int connections = 4096;
@@ -104,7 +105,7 @@ struct LimitsConfig
     int sessions = 4096;
     int sessionsPerAddress = 1024;
     int sendBuffer = 512;     ///< KiB that the system keeps for a viewer over TCP who does not read
-    int senders = 16;         ///< sessions that may have talk-back set up
+    int talkSenders = 16;     ///< sessions that may have talk-back set up
     int headerCount = 64;     ///< header lines in one request
     int headerBytes = 16384;  ///< request line and header lines together
     int bodyBytes = 16384;
@@ -112,8 +113,8 @@ struct LimitsConfig
         10;  ///< seconds from connect to the first complete request, and for any request to get whole
     int setupTimeout = 10;    ///< seconds to log in or set up a session while connections are scarce
     int idleTimeout = 120;    ///< seconds without a byte on a connection that carries no session
-    int sessionTimeout = 60;  ///< seconds, told in the Session header
-    int orphanTimeout = 10;   ///< seconds that a UDP session outlives its connection unless heard of
+    int sessionTimeout = 60;  ///< seconds, sent in the Session header
+    int orphanTimeout = 10;   ///< seconds that a UDP session outlives its connection without a sign of life
 
     bool operator==(const LimitsConfig& other) const;
 };

@@ -8,6 +8,7 @@
 
 #include "refhost/base/Decimal.h"
 #include "refhost/base/Log.h"
+#include "refhost/config/ConfigSections.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
 
 namespace refhost
@@ -49,35 +50,34 @@ std::string normalized(std::string_view name)
 }
 
 template <typename Section>
-bool has(const std::vector<ConfigKey<Section>>& keys, std::string_view name)
+bool has(std::string_view name)
 {
+    const auto& keys = configKeys<Section>();
     return std::any_of(keys.begin(), keys.end(),
-                       [name](const ConfigKey<Section>& k) { return k.name == name; });
+                       [name](const ConfigKey<Section>& key) { return key.answersTo(name); });
+}
+
+// The heading of the first section within `Section` that knows the key; empty: none.
+template <typename Section>
+std::string sectionWith(std::string_view name)
+{
+    std::string found;
+    eachSectionIn<Section>(
+        [&](const auto& section)
+        {
+            using Values = ValuesOf<decltype(section)>;
+            if (found.empty())
+            {
+                found = has<Values>(name) ? section.heading() : sectionWith<Values>(name);
+            }
+        });
+    return found;
 }
 
 std::string sectionOf(std::string_view name)
 {
-    if (has(serverKeys(), name))
-    {
-        return "the top of the file, before the first section";
-    }
-    if (has(limitsKeys(), name))
-    {
-        return "[limits]";
-    }
-    if (has(multicastKeys(), name))
-    {
-        return "[multicast]";
-    }
-    if (has(recordingKeys(), name))
-    {
-        return "[recording]";
-    }
-    if (has(streamKeys(), name))
-    {
-        return "[[camera.stream]]";
-    }
-    return has(userKeys(), name) ? "[[user]]" : "";
+    return has<ServerConfig>(name) ? "the top of the file, before the first section"
+                                   : sectionWith<ServerConfig>(name);
 }
 
 bool isControl(char c)
@@ -108,7 +108,7 @@ std::string assignText(ServerConfig& config, const FlagSetting<ServerConfig>& se
     {
         return "must be true or false, not " + Log::safe(text, 40);
     }
-    setting.value(config) = text == "true";
+    setting.value.in(config) = text == "true";
     return {};
 }
 
@@ -122,9 +122,10 @@ std::string assignText(ServerConfig& config, const Setting<ServerConfig>& settin
 
 std::string ConfigCheck::setServerKey(ServerConfig& config, std::string_view key, const std::string& text)
 {
-    const auto found = std::find_if(serverKeys().begin(), serverKeys().end(),
+    const auto& keys = configKeys<ServerConfig>();
+    const auto found = std::find_if(keys.begin(), keys.end(),
                                     [key](const ConfigKey<ServerConfig>& k) { return k.name == key; });
-    if (found == serverKeys().end())
+    if (found == keys.end())
     {
         return "is no key of the configuration";
     }
@@ -138,7 +139,7 @@ std::string ConfigCheck::source(const SourceConfig& source)
     {
         return location.empty()
                    ? ""
-                   : "the synthetic source opens nothing: remove location, or say which source is meant";
+                   : "the synthetic source opens nothing: remove location, or name another source";
     }
     if (location.empty())
     {
@@ -158,15 +159,15 @@ std::string ConfigCheck::source(const SourceConfig& source)
 
 std::string ConfigCheck::unknownKey(std::string_view name, const std::vector<std::string_view>& names)
 {
-    const std::string wanted = normalized(name);
+    const std::string written = normalized(name);
     std::string_view nearest;
-    std::size_t min = std::max<std::size_t>(2, wanted.size() / 3) + 1;
+    std::size_t limit = std::max<std::size_t>(2, written.size() / 3) + 1;
     for (const std::string_view candidate : names)
     {
-        const std::size_t distance = editDistance(wanted, normalized(candidate));
-        if (distance < min)
+        const std::size_t distance = editDistance(written, normalized(candidate));
+        if (distance < limit)
         {
-            min = distance;
+            limit = distance;
             nearest = candidate;
         }
     }
@@ -209,9 +210,8 @@ std::string ConfigCheck::choice(const std::string& value, const std::vector<std:
 
 std::string ConfigCheck::text(const std::string& value, TextKind kind)
 {
-    const bool mustBeThere =
-        kind == TextKind::userName || kind == TextKind::password || kind == TextKind::path;
-    if (mustBeThere && value.empty())
+    const bool required = kind == TextKind::userName || kind == TextKind::password || kind == TextKind::path;
+    if (required && value.empty())
     {
         return "must not be empty";
     }

@@ -24,7 +24,7 @@ public:
         const std::string problem = number(value, setting.min, setting.max, setting.step);
         if (problem.empty())
         {
-            setting.value(out) = static_cast<int>(value);
+            setting.value.in(out) = static_cast<int>(value);
         }
         return problem;
     }
@@ -46,7 +46,7 @@ public:
         const std::string problem = text(value, setting.kind);
         if (problem.empty())
         {
-            setting.value(out) = value;
+            setting.value.in(out) = value;
         }
         return problem;
     }

@@ -11,11 +11,19 @@
 namespace refhost
 {
 
+/// Where a section's record keeps a value.
+template <typename Section, typename Value>
+struct ConfigField
+{
+    Value& (*in)(Section&);
+    const Value& (*of)(const Section&);
+};
+
 /// A whole number with its range.
 template <typename Section>
 struct NumberSetting
 {
-    int& (*value)(Section&);
+    ConfigField<Section, int> value;
     int min;
     int max;
     int step = 1;  ///< the number is a multiple of it
@@ -25,7 +33,7 @@ struct NumberSetting
 template <typename Section>
 struct FlagSetting
 {
-    bool& (*value)(Section&);
+    ConfigField<Section, bool> value;
 };
 
 /// One word of a list.
@@ -42,24 +50,24 @@ enum class TextKind
 {
     plain,
     address,     ///< a numeric IPv4 or IPv6 address
-    quotable,    ///< stands in a quoted string of a header: no quotes, backslashes or control characters
-    userName,    ///< as `quotable`, and no colon; must be there
-    password,    ///< never written; must be there
+    quotable,    ///< goes into a quoted string of a header: no quotes, backslashes or control characters
+    userName,    ///< as `quotable`, and no colon; must not be empty
+    password,    ///< never written; must not be empty
     groupRange,  ///< IPv4 multicast addresses as "239.255.42.0/24"
     group,       ///< an IPv4 multicast address with an even port as "239.1.2.3:5004", or nothing
-    path,        ///< must be there
+    path,        ///< must not be empty
     location     ///< may hold credentials, which are masked when it is written
 };
 
 template <typename Section>
 struct TextSetting
 {
-    std::string& (*value)(Section&);
+    ConfigField<Section, std::string> value;
     TextKind kind;
 };
 
-/// One key of one section of the configuration file: everything that the reader, the writer and the manual
-/// know of it.
+/// One key of one section of the configuration file: everything that the reader, the checks, the writer, the
+/// comparison and the manual know of it.
 template <typename Section>
 struct ConfigKey
 {
@@ -69,23 +77,42 @@ struct ConfigKey
     std::string_view name;
     std::string_view meaning;  ///< with the unit, without range and default, which the settings hold
     Setting setting;
+    std::string_view former{};  ///< name before a renaming, still read, with a warning; empty: none
+
+    /// The same key, renamed from `oldName`.
+    ConfigKey formerly(std::string_view oldName) const
+    {
+        ConfigKey renamed = *this;
+        renamed.former = oldName;
+        return renamed;
+    }
+
+    /// Whether a file may call the key so.
+    bool answersTo(std::string_view written) const
+    {
+        return written == name || (!former.empty() && written == former);
+    }
 };
 
-/// The keys that stand at the top of the file.
-const std::vector<ConfigKey<ServerConfig>>& serverKeys();
-/// The keys of [limits].
-const std::vector<ConfigKey<LimitsConfig>>& limitsKeys();
-/// The keys of [talk-back].
-const std::vector<ConfigKey<TalkBackConfig>>& talkBackKeys();
-/// The keys of [multicast].
-const std::vector<ConfigKey<MulticastConfig>>& multicastKeys();
-/// The keys of [recording].
-const std::vector<ConfigKey<RecordingConfig>>& recordingKeys();
-/// The keys of each [[user]].
-const std::vector<ConfigKey<UserConfig>>& userKeys();
-/// The keys of each [[camera]].
-const std::vector<ConfigKey<CameraConfig>>& cameraKeys();
-/// The keys of each [[camera.stream]].
-const std::vector<ConfigKey<StreamConfig>>& streamKeys();
+/// The keys of one section, in the order of the manual. ConfigSections.h lists the sections.
+template <typename Section>
+const std::vector<ConfigKey<Section>>& configKeys();
+
+template <>
+const std::vector<ConfigKey<ServerConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<LimitsConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<TalkBackConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<MulticastConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<RecordingConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<UserConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<CameraConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<StreamConfig>>& configKeys();
 
 }  // namespace refhost

@@ -7,11 +7,13 @@
 #include <cstdint>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <tuple>
 #include <utility>
 
 #include "refhost/config/ConfigCheck.h"
 #include "refhost/config/ConfigKeys.h"
+#include "refhost/config/ConfigSections.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
 
 namespace refhost
@@ -48,20 +50,7 @@ public:
 
     void readServer(const toml::table& table, ServerConfig& out)
     {
-        readSection(table, serverKeys(), {"limits", "talk-back", "multicast", "recording", "user", "camera"},
-                    out);
-        oneSection(table, "limits", limitsKeys(), out.limits);
-        oneSection(table, "talk-back", talkBackKeys(), out.talkBack);
-        checkTalkBack(table, out.talkBack);
-        oneSection(table, "multicast", multicastKeys(), out.multicast);
-        oneSection(table, "recording", recordingKeys(), out.recording);
-        if (out.recording.directory != RecordingConfig().directory)
-        {
-            resolve(out.recording.directory);
-        }
-        eachSection(table, "user", "[[user]]", [&](const toml::table& user) { readUser(user, out.users); });
-        eachSection(table, "camera", "[[camera]]",
-                    [&](const toml::table& camera) { readCamera(camera, out.cameras); });
+        readSection(table, out);
         if (!table.contains("camera"))
         {
             out.cameras = ServerConfig::embeddedCameras();
@@ -70,17 +59,31 @@ public:
 
     std::vector<ConfigProblem> takeProblems()
     {
-        std::stable_sort(problems_.begin(), problems_.end(),
-                         [](const ConfigProblem& a, const ConfigProblem& b)
-                         { return std::tie(a.line, a.column) < std::tie(b.line, b.column); });
-        return std::move(problems_);
+        return inOrder(std::move(problems_));
+    }
+
+    std::vector<ConfigProblem> takeWarnings()
+    {
+        return inOrder(std::move(warnings_));
     }
 
 private:
+    static std::vector<ConfigProblem> inOrder(std::vector<ConfigProblem> found)
+    {
+        std::stable_sort(found.begin(), found.end(),
+                         [](const ConfigProblem& a, const ConfigProblem& b)
+                         { return std::tie(a.line, a.column) < std::tie(b.line, b.column); });
+        return found;
+    }
+
+    static ConfigProblem at(const toml::source_position& where, std::string message)
+    {
+        return {static_cast<int>(where.line), static_cast<int>(where.column), std::move(message)};
+    }
+
     void report(const toml::source_position& where, std::string message)
     {
-        problems_.push_back(
-            {static_cast<int>(where.line), static_cast<int>(where.column), std::move(message)});
+        problems_.push_back(at(where, std::move(message)));
     }
 
     void report(const toml::node& node, std::string message)
@@ -89,58 +92,108 @@ private:
     }
 
     template <typename Section>
-    void readSection(const toml::table& table, const std::vector<ConfigKey<Section>>& keys,
-                     const std::vector<std::string_view>& sections, Section& out)
+    void readSection(const toml::table& table, Section& out)
     {
-        for (const auto& [key, node] : table)
+        std::vector<std::string_view> names;
+        eachSectionIn<Section>([&](const auto& within) { names.push_back(within.name); });
+        const std::size_t sections = names.size();
+        const auto& keys = configKeys<Section>();
+        std::transform(keys.begin(), keys.end(), std::back_inserter(names),
+                       [](const ConfigKey<Section>& key) { return key.name; });
+        for (const auto& [written, node] : table)
         {
-            const std::string_view name = key.str();
-            const auto known =
-                std::find_if(keys.begin(), keys.end(),
-                             [name = name](const ConfigKey<Section>& k) { return k.name == name; });
-            if (known != keys.end())
+            const std::string_view name = written.str();
+            const auto key = std::find_if(keys.begin(), keys.end(),
+                                          [name](const ConfigKey<Section>& k) { return k.answersTo(name); });
+            if (key != keys.end())
             {
-                readKey(node, *known, out);
+                checkName(table, written, *key);
+                readKey(node, name, *key, out);
                 continue;
             }
-            if (std::find(sections.begin(), sections.end(), name) != sections.end())
+            const auto endOfSections = names.begin() + static_cast<std::ptrdiff_t>(sections);
+            if (std::find(names.begin(), endOfSections, name) == endOfSections)
             {
-                continue;
+                report(written.source().begin, ConfigCheck::unknownKey(name, names));
             }
-            std::vector<std::string_view> names = sections;
-            for (const ConfigKey<Section>& k : keys)
-            {
-                names.push_back(k.name);
-            }
-            report(key.source().begin, ConfigCheck::unknownKey(name, names));
         }
+        eachSectionIn<Section>([&](const auto& within) { readWithin(table, within, out); });
     }
 
+    // A key may have its former name, but not both.
     template <typename Section>
-    void oneSection(const toml::table& table, std::string_view name,
-                    const std::vector<ConfigKey<Section>>& keys, Section& out)
+    void checkName(const toml::table& table, const toml::key& written, const ConfigKey<Section>& key)
     {
-        const toml::node* const node = table.get(name);
+        if (written.str() == key.name)
+        {
+            return;
+        }
+        const std::string names =
+            "\"" + std::string(key.former) + "\" is the former name of \"" + std::string(key.name) + "\"";
+        if (table.contains(key.name))
+        {
+            report(written.source().begin, names + ": remove one of the two");
+            return;
+        }
+        warnings_.push_back(at(written.source().begin, names + ": rename it"));
+    }
+
+    template <typename Section, typename Parent>
+    void readWithin(const toml::table& table, const SingleSection<Section, Parent>& single, Parent& out)
+    {
+        const toml::node* const node = table.get(single.name);
         if (node == nullptr)
         {
             return;
         }
         if (const toml::table* section = node->as_table())
         {
-            readSection(*section, keys, {}, out);
+            readSection(*section, out.*single.values);
+            finish(*section, out.*single.values);
             return;
         }
-        report(*node, std::string(name) + " is a section: write [" + std::string(name) + "]");
+        report(*node, std::string(single.name) + " is a section: write " + single.heading());
+    }
+
+    template <typename Section, typename Parent>
+    void readWithin(const toml::table& table, const SectionList<Section, Parent>& sections, Parent& out)
+    {
+        const toml::node* const node = table.get(sections.name);
+        if (node == nullptr)
+        {
+            return;
+        }
+        const std::string misplaced = std::string(sections.name) + " is a list of sections: write " +
+                                      sections.heading() + " before each";
+        const toml::array* const list = node->as_array();
+        if (list == nullptr || list->empty())
+        {
+            report(*node, misplaced);
+            return;
+        }
+        for (const toml::node& element : *list)
+        {
+            const toml::table* const section = element.as_table();
+            if (section == nullptr)
+            {
+                report(element, misplaced);
+                continue;
+            }
+            Section values;
+            readSection(*section, values);
+            finish(*section, values, out.*sections.values);
+            (out.*sections.values).push_back(std::move(values));
+        }
     }
 
     template <typename Section>
-    void readKey(const toml::node& node, const ConfigKey<Section>& key, Section& out)
+    void readKey(const toml::node& node, std::string_view name, const ConfigKey<Section>& key, Section& out)
     {
         const std::string problem =
             std::visit([&](const auto& setting) { return assign(node, setting, out); }, key.setting);
         if (!problem.empty())
         {
-            report(node, std::string(key.name) + " " + problem);
+            report(node, std::string(name) + " " + problem);
         }
     }
 
@@ -160,7 +213,7 @@ private:
         {
             return "must be true or false, not " + describe(node);
         }
-        setting.value(out) = *value;
+        setting.value.in(out) = *value;
         return {};
     }
 
@@ -171,51 +224,11 @@ private:
         return value ? ConfigCheck::assign(setting, *value, out) : "must be a string, not " + describe(node);
     }
 
-    template <typename Read>
-    void eachSection(const toml::table& table, std::string_view name, const std::string& heading, Read read)
-    {
-        const toml::node* const node = table.get(name);
-        if (node == nullptr)
-        {
-            return;
-        }
-        const toml::array* const list = node->as_array();
-        if (list == nullptr || list->empty())
-        {
-            report(*node, std::string(name) + " is a list of sections: write " + heading + " before each");
-            return;
-        }
-        for (const toml::node& element : *list)
-        {
-            if (const toml::table* section = element.as_table())
-            {
-                read(*section);
-                continue;
-            }
-            report(element, std::string(name) + " is a list of sections: write " + heading + " before each");
-        }
-    }
-
-    // Where a value stands, or where its section starts when it is left to its default.
+    // A value, or its section where the value is left out.
     static const toml::node& place(const toml::table& table, std::string_view key)
     {
         const toml::node* const node = table.get(key);
         return node != nullptr ? *node : table;
-    }
-
-    void checkTalkBack(const toml::table& table, TalkBackConfig& talkBack)
-    {
-        if (talkBack.output != "wav")
-        {
-            return;
-        }
-        if (talkBack.device.empty())
-        {
-            const toml::node& section = place(table, "talk-back");
-            report(place(*section.as_table(), "output"), "the output \"wav\" needs a path as device");
-            return;
-        }
-        resolve(talkBack.device);
     }
 
     // A relative path starts at the directory of the file.
@@ -227,10 +240,37 @@ private:
         }
     }
 
-    void readUser(const toml::table& table, std::vector<UserConfig>& out)
+    // What a section's values must keep to together, beyond what each key says by itself.
+
+    template <typename Section>
+    void finish(const toml::table&, Section&)
     {
-        UserConfig user;
-        readSection(table, userKeys(), {}, user);
+    }
+
+    void finish(const toml::table& table, TalkBackConfig& talkBack)
+    {
+        if (talkBack.output != "wav")
+        {
+            return;
+        }
+        if (talkBack.device.empty())
+        {
+            report(place(table, "output"), "the output \"wav\" needs a path as device");
+            return;
+        }
+        resolve(talkBack.device);
+    }
+
+    void finish(const toml::table&, RecordingConfig& recording)
+    {
+        if (recording.directory != RecordingConfig().directory)
+        {
+            resolve(recording.directory);
+        }
+    }
+
+    void finish(const toml::table& table, UserConfig& user, const std::vector<UserConfig>& others)
+    {
         for (const std::string_view key : {"name", "password"})
         {
             if (!table.contains(key))
@@ -238,59 +278,41 @@ private:
                 report(table, "this [[user]] has no " + std::string(key));
             }
         }
-        const bool twice =
-            std::any_of(out.begin(), out.end(), [&](const UserConfig& u) { return u.name == user.name; });
+        const bool twice = std::any_of(others.begin(), others.end(),
+                                       [&](const UserConfig& other) { return other.name == user.name; });
         if (twice && !user.name.empty())
         {
-            report(place(table, "name"), "user \"" + user.name + "\" stands twice");
+            report(place(table, "name"), "user \"" + user.name + "\" is defined twice");
         }
-        out.push_back(std::move(user));
     }
 
-    void readCamera(const toml::table& table, std::vector<CameraConfig>& out)
+    void finish(const toml::table& table, CameraConfig& camera, const std::vector<CameraConfig>& others)
     {
-        CameraConfig camera;
-        readSection(table, cameraKeys(), {"stream"}, camera);
-        eachSection(table, "stream", "[[camera.stream]]",
-                    [&](const toml::table& stream) { readStream(stream, camera); });
         const std::string who = "camera " + std::to_string(camera.id);
         if (!table.contains("stream"))
         {
             report(table, who + " has no stream: add a [[camera.stream]]");
         }
-        if (std::any_of(out.begin(), out.end(), [&](const CameraConfig& c) { return c.id == camera.id; }))
+        if (std::any_of(others.begin(), others.end(),
+                        [&](const CameraConfig& other) { return other.id == camera.id; }))
         {
-            report(place(table, "id"), who + " stands twice: give each [[camera]] an id of its own");
+            report(place(table, "id"), who + " is defined twice: give each [[camera]] an id of its own");
         }
-        out.push_back(std::move(camera));
     }
 
-    void readStream(const toml::table& table, CameraConfig& camera)
+    void finish(const toml::table& table, StreamConfig& stream, const std::vector<StreamConfig>& others)
     {
-        StreamConfig stream;
-        readSection(table, streamKeys(), {}, stream);
-        const auto sameId = [&](const StreamConfig& s) { return s.id == stream.id; };
-        if (std::any_of(camera.streams.begin(), camera.streams.end(), sameId))
+        if (std::any_of(others.begin(), others.end(),
+                        [&](const StreamConfig& other) { return other.id == stream.id; }))
         {
             report(place(table, "id"), "stream " + std::to_string(stream.id) +
-                                           " stands twice in its camera: give each an id of its own");
+                                           " is defined twice in its camera: give each an id of its own");
         }
         if (!stream.videoCodec && !stream.audioCodec)
         {
             report(place(table, "audio"), "a stream without video and without audio has nothing to send");
         }
-        if (const auto group = MulticastGroup::parse(stream.multicast))
-        {
-            const bool taken =
-                std::any_of(groups_.begin(), groups_.end(),
-                            [&](const MulticastGroup& other) { return other.overlaps(*group); });
-            if (taken)
-            {
-                report(place(table, "multicast"),
-                       "another stream has this multicast group: its four ports must be its own");
-            }
-            groups_.push_back(*group);
-        }
+        checkGroup(table, stream);
         const std::string problem = ConfigCheck::source(stream.source);
         if (!problem.empty())
         {
@@ -300,11 +322,27 @@ private:
         {
             resolve(stream.source.location);
         }
-        camera.streams.push_back(std::move(stream));
+    }
+
+    void checkGroup(const toml::table& table, const StreamConfig& stream)
+    {
+        const auto group = MulticastGroup::parse(stream.multicast);
+        if (!group)
+        {
+            return;
+        }
+        if (std::any_of(groups_.begin(), groups_.end(),
+                        [&](const MulticastGroup& other) { return other.overlaps(*group); }))
+        {
+            report(place(table, "multicast"),
+                   "another stream has this multicast group: its four ports must be its own");
+        }
+        groups_.push_back(*group);
     }
 
     std::string directory_;
     std::vector<ConfigProblem> problems_;
+    std::vector<ConfigProblem> warnings_;
     std::vector<MulticastGroup> groups_;  // that streams have of their own
 };
 
@@ -330,24 +368,25 @@ ConfigResult ConfigReader::read(std::string_view text, const std::string& direct
         std::vector<ConfigProblem> problems = walk.takeProblems();
         if (!problems.empty())
         {
-            return {std::nullopt, std::move(problems)};
+            return {std::nullopt, std::move(problems), {}};
         }
-        return {std::move(config), {}};
+        return {std::move(config), {}, walk.takeWarnings()};
     }
     catch (const toml::parse_error& error)
     {
         const toml::source_position& where = error.source().begin;
         return {std::nullopt,
                 {{static_cast<int>(where.line), static_cast<int>(where.column),
-                  "not valid TOML: " + std::string(error.description())}}};
+                  "not valid TOML: " + std::string(error.description())}},
+                {}};
     }
 }
 
 ConfigResult ConfigReader::readFile(const std::string& path)
 {
-    constexpr std::streamsize longest = 1048576;
+    constexpr std::streamsize maxSize = 1048576;
     const auto failed = [](const std::string& message) {
-        return ConfigResult{std::nullopt, {{0, 0, message}}};
+        return ConfigResult{std::nullopt, {{0, 0, message}}, {}};
     };
     if (path.empty())
     {
@@ -359,14 +398,14 @@ ConfigResult ConfigReader::readFile(const std::string& path)
     {
         return failed(std::string("cannot be opened: ") + std::strerror(errno));
     }
-    std::string text(static_cast<std::size_t>(longest) + 1, '\0');
+    std::string text(static_cast<std::size_t>(maxSize) + 1, '\0');
     errno = 0;
-    file.read(text.data(), longest + 1);
+    file.read(text.data(), maxSize + 1);
     if (file.bad() || (file.gcount() == 0 && errno != 0))
     {
         return failed(std::string("cannot be read: ") + std::strerror(errno));
     }
-    if (file.gcount() > longest)
+    if (file.gcount() > maxSize)
     {
         return failed("is larger than 1 MiB, so it is no configuration");
     }

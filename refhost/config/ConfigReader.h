@@ -17,20 +17,22 @@ struct ConfigProblem
     int column = 0;  ///< characters, from 1
     std::string message;
 
-    /// "camera.toml:3:8: port must be …", as compilers say it.
+    /// "camera.toml:3:8: port must be …", as compilers write it.
     std::string toString(const std::string& file) const;
 };
 
-/// What came of reading: a configuration, or every problem that was found, in the order of the file.
+/// A configuration, or every problem of its file.
 struct ConfigResult
 {
     std::optional<ServerConfig> config;
-    std::vector<ConfigProblem> problems;
+    std::vector<ConfigProblem> problems;  ///< in the order of the file; empty where there is a configuration
+    std::vector<ConfigProblem> warnings;  ///< the same for keys under their former names, which were read
 };
 
-/// Reads configuration files (TOML 1.0). Unknown keys, wrong types, values out of range, numbers that stand
-/// twice and values that do not fit together are problems; nothing is guessed or silently dropped. Messages
-/// never hold passwords or locations.
+/// Reads configuration files (TOML 1.0). Unknown keys, wrong types, values out of range, duplicate numbers and
+/// values that do not fit together are problems; nothing is guessed or silently dropped. A renamed key is read
+/// under its former name too, with a warning; under both it is a problem. Messages never hold passwords or
+/// locations.
 ///
 /// Threads: any.
 class ConfigReader

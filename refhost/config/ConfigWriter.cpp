@@ -5,6 +5,7 @@
 #include "refhost/base/Hex.h"
 #include "refhost/base/Log.h"
 #include "refhost/config/ConfigKeys.h"
+#include "refhost/config/ConfigSections.h"
 
 namespace refhost
 {
@@ -55,7 +56,7 @@ public:
         return std::visit([](const auto& setting) { return permittedBy(setting); }, key.setting);
     }
 
-    /// What must be told about a value that is not shown as it is.
+    /// A comment on a value that is hidden or masked.
     std::string remark(const ConfigKey<Section>& key)
     {
         if (isSecret(key))
@@ -64,7 +65,7 @@ public:
         }
         const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
         const bool masked = text != nullptr && text->kind == TextKind::location &&
-                            Log::maskUrl(text->value(section_)) != text->value(section_);
+                            Log::maskUrl(text->value.of(section_)) != text->value.of(section_);
         return masked ? "  # credentials are masked: put them in" : "";
     }
 
@@ -77,12 +78,12 @@ public:
 private:
     std::string toText(const NumberSetting<Section>& setting)
     {
-        return std::to_string(setting.value(section_));
+        return std::to_string(setting.value.of(section_));
     }
 
     std::string toText(const FlagSetting<Section>& setting)
     {
-        return setting.value(section_) ? "true" : "false";
+        return setting.value.of(section_) ? "true" : "false";
     }
 
     std::string toText(const ChoiceSetting<Section>& setting)
@@ -96,7 +97,7 @@ private:
         {
             return "\"…\"";
         }
-        const std::string& text = setting.value(section_);
+        const std::string& text = setting.value.of(section_);
         return quoted(setting.kind == TextKind::location ? Log::maskUrl(text) : text);
     }
 
@@ -171,14 +172,13 @@ std::string explanation(const ConfigKey<Section>& key)
     return text + ")";
 }
 
-/// \param explained  whether comments tell about each key; false for a section's second and further ones
+/// \param explained  whether each key has its comment; false for all but the first section of a list
 template <typename Section>
-std::string section(const std::vector<ConfigKey<Section>>& keys, const Section& values,
-                    const std::string& indent, bool explained)
+std::string section(const Section& values, const std::string& indent, bool explained)
 {
     std::string out;
     Shown<Section> shown(values);
-    for (const ConfigKey<Section>& key : keys)
+    for (const ConfigKey<Section>& key : configKeys<Section>())
     {
         if (explained)
         {
@@ -214,61 +214,97 @@ std::string cell(std::string text)
 }
 
 template <typename Section>
-std::string table(const std::string& heading, const std::vector<ConfigKey<Section>>& keys)
+std::string formerName(const ConfigKey<Section>& key)
+{
+    return key.former.empty() ? "" : " Formerly `" + std::string(key.former) + "`.";
+}
+
+template <typename Section>
+std::string table(const std::string& heading)
 {
     std::string out = "### " + heading + "\n\n| Key | Meaning | Values | Default |\n|---|---|---|---|\n";
-    for (const ConfigKey<Section>& key : keys)
+    for (const ConfigKey<Section>& key : configKeys<Section>())
     {
         const std::string byDefault =
             Shown<Section>::isSecret(key) ? "none" : "`" + Shown<Section>(Section()).value(key) + "`";
-        out += "| `" + std::string(key.name) + "` | " + cell(std::string(key.meaning)) + " | " +
-               cell(Shown<Section>::permitted(key)) + " | " + byDefault + " |\n";
+        out += "| `" + std::string(key.name) + "` | " + cell(std::string(key.meaning)) + formerName(key) +
+               " | " + cell(Shown<Section>::permitted(key)) + " | " + byDefault + " |\n";
     }
     return out + "\n";
+}
+
+template <typename Section>
+void writeWithin(const Section& parent, const std::string& indent, bool explained, std::string& out);
+
+template <typename Section, typename Parent>
+void writeSection(const SingleSection<Section, Parent>& single, const Parent& parent, const std::string&,
+                  bool explained, std::string& out)
+{
+    out += "\n# " + std::string(single.purpose) + "\n" + single.heading() + "\n" +
+           section(parent.*single.values, "", explained);
+}
+
+template <typename Section, typename Parent>
+void writeSection(const SectionList<Section, Parent>& list, const Parent& parent, const std::string& indent,
+                  bool explained, std::string& out)
+{
+    if (!list.purpose.empty())
+    {
+        out += "\n# " + std::string(list.purpose) + "\n";
+    }
+    const std::vector<Section>& all = parent.*list.values;
+    if (all.empty() && list.example != nullptr)
+    {
+        out += commentedOut(list.heading() + "\n" + section(list.example(), "", true));
+    }
+    for (const Section& values : all)
+    {
+        const bool first = &values == &all.front();
+        out += (first && !list.purpose.empty() ? "" : "\n") + indent + list.heading() + "\n" +
+               section(values, indent, explained && first);
+        writeWithin(values, indent + "  ", explained && first, out);
+    }
+}
+
+template <typename Section>
+void writeWithin(const Section& parent, const std::string& indent, bool explained, std::string& out)
+{
+    eachSectionIn<Section>([&](const auto& within) { writeSection(within, parent, indent, explained, out); });
+}
+
+template <typename Section, typename Parent>
+std::string title(const SingleSection<Section, Parent>& single)
+{
+    return "`" + single.heading() + "`";
+}
+
+template <typename Section, typename Parent>
+std::string title(const SectionList<Section, Parent>& list)
+{
+    return "Each `" + list.heading() + "`";
+}
+
+template <typename Section>
+std::string tables(const std::string& heading)
+{
+    std::string out = table<Section>(heading);
+    eachSectionIn<Section>([&](const auto& within)
+                           { out += tables<ValuesOf<decltype(within)>>(title(within)); });
+    return out;
 }
 
 }  // namespace
 
 std::string ConfigWriter::write(const ServerConfig& config)
 {
-    std::string out = section(serverKeys(), config, "", true);
-    out += "\n# What the server refuses to go beyond.\n[limits]\n";
-    out += section(limitsKeys(), config.limits, "", true);
-    out += "\n# Audio that clients send to the device.\n[talk-back]\n";
-    out += section(talkBackKeys(), config.talkBack, "", true);
-    out += "\n# Streams that are sent to many viewers at once: orv/multicast.\n[multicast]\n";
-    out += section(multicastKeys(), config.multicast, "", true);
-    out += "\n# What is recorded: streams with record = true.\n[recording]\n";
-    out += section(recordingKeys(), config.recording, "", true);
-    out += "\n# Who may watch; without any [[user]] everybody may.\n";
-    if (config.users.empty())
-    {
-        out += commentedOut("[[user]]\n" + section(userKeys(), UserConfig{"admin", ""}, "", true));
-    }
-    for (const UserConfig& user : config.users)
-    {
-        const bool first = &user == &config.users.front();
-        out += (first ? "[[user]]\n" : "\n[[user]]\n") + section(userKeys(), user, "", first);
-    }
-    for (const CameraConfig& camera : config.cameras)
-    {
-        const bool firstCamera = &camera == &config.cameras.front();
-        out += "\n[[camera]]\n" + section(cameraKeys(), camera, "", firstCamera);
-        for (const StreamConfig& stream : camera.streams)
-        {
-            const bool explained = firstCamera && &stream == &camera.streams.front();
-            out += "\n  [[camera.stream]]\n" + section(streamKeys(), stream, "  ", explained);
-        }
-    }
+    std::string out = section(config, "", true);
+    writeWithin(config, "", true, out);
     return out;
 }
 
 std::string ConfigWriter::manual()
 {
-    return table("Top of the file", serverKeys()) + table("`[limits]`", limitsKeys()) +
-           table("`[talk-back]`", talkBackKeys()) + table("`[multicast]`", multicastKeys()) +
-           table("`[recording]`", recordingKeys()) + table("Each `[[user]]`", userKeys()) +
-           table("Each `[[camera]]`", cameraKeys()) + table("Each `[[camera.stream]]`", streamKeys());
+    return tables<ServerConfig>("Top of the file");
 }
 
 }  // namespace refhost

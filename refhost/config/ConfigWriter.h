@@ -8,7 +8,7 @@ namespace refhost
 {
 
 /// Writes a configuration as a commented file that ConfigReader reads back to the same configuration, except
-/// for what must not be shown: a user's password stands as a comment only, and credentials within a location
+/// for what must not be shown: a user's password is only a comment, and credentials within a location
 /// are masked (rtsp://***@host/). The reader refuses both, naming line and column, so that a dump is never
 /// mistaken for the whole and no user ends up with a known password.
 ///

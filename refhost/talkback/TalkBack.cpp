@@ -43,7 +43,7 @@ TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const
     TalkSettings settings;
     settings.policy = policyOf(config.talkBack.policy);
     settings.format = {config.talkBack.sampleRate, config.talkBack.channels};
-    settings.maxTalkSenders = static_cast<std::size_t>(config.limits.senders);
+    settings.maxTalkSenders = static_cast<std::size_t>(config.limits.talkSenders);
     SharedOutput::instance().configure(settings);
 
     MTUParam mtu;

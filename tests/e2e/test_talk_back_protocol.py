@@ -23,7 +23,7 @@ log-level = "debug"
 [limits]
 session-timeout = 2
 orphan-timeout = 2
-talkers = 50
+talk-senders = 50
 
 [talk-back]
 policy = "{policy}"

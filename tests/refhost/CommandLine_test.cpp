@@ -2,7 +2,10 @@
 
 #include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -56,6 +59,26 @@ public:
 
 private:
     std::string path_ = testing::TempDir() + "ovrtspd-XXXXXX";
+};
+
+class Socket
+{
+public:
+    explicit Socket(int descriptor) : descriptor_(descriptor) {}
+    Socket(const Socket&) = delete;
+    Socket& operator=(const Socket&) = delete;
+    ~Socket()
+    {
+        close(descriptor_);
+    }
+
+    int get() const
+    {
+        return descriptor_;
+    }
+
+private:
+    int descriptor_;
 };
 
 // Runs the program with arguments as a shell takes them. It ends by itself: none of these starts a server.
@@ -151,6 +174,43 @@ TEST(CommandLine, CheckWarnsOfListeningBeyondLoopbackWithoutUsers)
     EXPECT_EQ(guarded.exitCode, exitDone);
     EXPECT_EQ(guarded.err, "");
     EXPECT_THAT(guarded.out, Not(HasSubstr("hush")));
+}
+
+TEST(CommandLine, CheckAndDumpWarnOfAKeyUnderItsFormerName)
+{
+    const TemporaryFile file("[limits]\ntalkers = 4711\n");
+    const std::string warning =
+        file.path() + ":2:1: warning: \"talkers\" is the former name of \"talk-senders\": rename it\n";
+    for (const std::string option : {"--check-config", "--dump-config"})
+    {
+        const Outcome outcome = run(option + " -c '" + file.path() + "'");
+        EXPECT_EQ(outcome.exitCode, exitDone);
+        EXPECT_EQ(outcome.err, warning);
+    }
+    EXPECT_THAT(run("--dump-config -c '" + file.path() + "'").out, HasSubstr("\ntalk-senders = 4711\n"));
+}
+
+// The server's port is taken, so that it ends by itself.
+TEST(CommandLine, TheServersLogWarnsOfAKeyUnderItsFormerName)
+{
+    const Socket taken(socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    ASSERT_EQ(bind(taken.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+    ASSERT_EQ(listen(taken.get(), 1), 0);
+    ASSERT_EQ(getsockname(taken.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    const TemporaryFile file("[limits]\ntalkers = 4711\n");
+
+    const Outcome outcome = run("-c '" + file.path() + "' -p " + std::to_string(ntohs(address.sin_port)));
+
+    EXPECT_EQ(outcome.exitCode, exitFailed);
+    const std::size_t warning = outcome.err.find(
+        file.path() + ":2:1: \"talkers\" is the former name of \"talk-senders\": rename it\n");
+    ASSERT_NE(warning, std::string::npos) << outcome.err;
+    const std::size_t lineStart = outcome.err.rfind('\n', warning) + 1;
+    EXPECT_THAT(outcome.err.substr(lineStart, warning - lineStart), HasSubstr("warning"));
 }
 
 TEST(CommandLine, TheDumpIsAConfigurationWithTheOverridesInIt)

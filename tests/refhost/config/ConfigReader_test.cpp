@@ -108,7 +108,7 @@ connections-per-address = 2
 sessions = 3
 sessions-per-address = 4
 send-buffer = 64
-talkers = 5
+talk-senders = 5
 header-count = 8
 header-bytes = 600
 body-bytes = 7
@@ -148,7 +148,7 @@ multicast = "239.2.3.4:7000"
     limits.sessions = 3;
     limits.sessionsPerAddress = 4;
     limits.sendBuffer = 64;
-    limits.senders = 5;
+    limits.talkSenders = 5;
     limits.headerCount = 8;
     limits.headerBytes = 600;
     limits.bodyBytes = 7;
@@ -234,6 +234,22 @@ TEST(ConfigReader, ARelativePathStartsAtTheFilesDirectory)
     EXPECT_EQ(readGood("[talk-back]\ndevice = 'plughw:0'\n", "/etc").talkBack.device, "plughw:0");
 }
 
+TEST(ConfigReader, ReadsARenamedKeyUnderItsFormerNameWithAWarning)
+{
+    const ConfigResult result = ConfigReader::read("port = 0\n[limits]\n talkers = 4711\n");
+    ASSERT_TRUE(result.config.has_value());
+    EXPECT_EQ(result.config->limits.talkSenders, 4711);
+    ASSERT_EQ(result.warnings.size(), 1U);
+    EXPECT_EQ(result.warnings[0].toString("f"),
+              "f:3:2: \"talkers\" is the former name of \"talk-senders\": rename it");
+}
+
+TEST(ConfigReader, HasNothingToWarnOfWhereKeysHaveTheirNewNames)
+{
+    EXPECT_TRUE(ConfigReader::read("[limits]\ntalk-senders = 5").warnings.empty());
+    EXPECT_TRUE(ConfigReader::read("[limits]\nsessions = 5").warnings.empty());
+}
+
 struct BadCase
 {
     std::string name;
@@ -291,6 +307,14 @@ const std::vector<BadCase> badCases{
     {"GroupTwice",
      aStream + "multicast = '239.1.2.3:5004'\n[[camera.stream]]\nid = 1\nmulticast = '239.1.2.3:5006'", 6, 13,
      "another stream has this multicast group"},
+    {"KeyOfTalkBackAtTheTop", "policy = 'mix'", 1, 1, "belongs to [talk-back]"},
+    {"KeyOfCameraInASection", "[limits]\ntalk-back = 'aac'", 2, 1, "belongs to [[camera]]"},
+    {"FormerKeyElsewhere", "talkers = 5", 1, 1, "belongs to [limits]"},
+    {"FormerKeyOutOfRange", "[limits]\ntalkers = 0", 2, 11, "talkers must be 1 to 999999, not 0"},
+    {"FormerAndNewKey", "[limits]\ntalk-senders = 5\ntalkers = 5", 3, 1,
+     "\"talkers\" is the former name of \"talk-senders\": remove one of the two"},
+    {"FormerBeforeNewKey", "[limits]\ntalkers = 5\ntalk-senders = 6", 2, 1,
+     "\"talkers\" is the former name of \"talk-senders\": remove one of the two"},
     {"LimitsAsNumber", "limits = 3", 1, 10, "write [limits]"},
     {"UserAsSection", "[user]\nname = 'a'", 1, 1, "write [[user]]"},
     {"CameraAsText", "camera = 'x'", 1, 10, "write [[camera]]"},
@@ -301,9 +325,9 @@ const std::vector<BadCase> badCases{
     {"NoName", "[[user]]\npassword = 'a'", 1, 1, "has no name"},
     {"NameWithColon", "[[user]]\nname = 'a:b'\npassword = 'c'", 2, 8, "name must not hold a colon"},
     {"UserTwice", "[[user]]\nname='a'\npassword='b'\n[[user]]\nname='a'\npassword='c'", 5, 6,
-     "user \"a\" stands twice"},
-    {"CameraTwice", aStream + "[[camera]]\nid = 1\n[[camera.stream]]", 4, 6, "camera 1 stands twice"},
-    {"StreamTwice", aStream + "[[camera.stream]]\nid = 0", 4, 6, "stream 0 stands twice"},
+     "user \"a\" is defined twice"},
+    {"CameraTwice", aStream + "[[camera]]\nid = 1\n[[camera.stream]]", 4, 6, "camera 1 is defined twice"},
+    {"StreamTwice", aStream + "[[camera.stream]]\nid = 0", 4, 6, "stream 0 is defined twice"},
     {"NoStream", "[[camera]]\nid = 2", 1, 1, "camera 2 has no stream"},
     {"UnknownKeyOfStream", aStream + "fps = 3", 3, 1, "unknown key \"fps\""},
     {"OddWidth", aStream + "width = 641", 3, 9, "width must be a multiple of 2, not 641"},

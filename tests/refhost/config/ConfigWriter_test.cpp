@@ -11,6 +11,7 @@
 
 #include "refhost/config/ConfigKeys.h"
 #include "refhost/config/ConfigReader.h"
+#include "refhost/config/ConfigSections.h"
 
 namespace refhost
 {
@@ -48,10 +49,10 @@ ServerConfig withEverythingChanged()
     config.startRate = 7;
     config.linger = 0;
     int value = 100;
-    for (const ConfigKey<LimitsConfig>& key : limitsKeys())
+    for (const ConfigKey<LimitsConfig>& key : configKeys<LimitsConfig>())
     {
         const auto& number = std::get<NumberSetting<LimitsConfig>>(key.setting);
-        number.value(config.limits) = std::max(number.min, value++);
+        number.value.in(config.limits) = std::max(number.min, value++);
     }
     config.cameras[0].name = "quotes \" and \\ and \u00e4 # [x] = '";
     config.cameras[0].talkBack = Codec::pcma;
@@ -74,16 +75,24 @@ ServerConfig withEverythingChanged()
     return config;
 }
 
+// `text` is the dump from the section's heading on.
 template <typename Section>
-void expectExplained(const std::string& text, const std::vector<ConfigKey<Section>>& keys)
+void expectExplained(const std::string& text)
 {
-    for (const ConfigKey<Section>& key : keys)
+    for (const ConfigKey<Section>& key : configKeys<Section>())
     {
         const std::size_t place = text.find(std::string(key.name) + " = ");
         ASSERT_NE(place, std::string::npos) << key.name;
         const std::string firstWords(key.meaning.substr(0, 20));
         EXPECT_LT(text.rfind("# " + firstWords, place), place) << key.name;
     }
+    eachSectionIn<Section>(
+        [&](const auto& within)
+        {
+            const std::size_t place = text.find(within.heading() + "\n");
+            ASSERT_NE(place, std::string::npos) << within.heading();
+            expectExplained<ValuesOf<decltype(within)>>(text.substr(place));
+        });
 }
 
 TEST(ConfigWriter, WhatItWritesReadsBackToTheSameConfiguration)
@@ -92,17 +101,18 @@ TEST(ConfigWriter, WhatItWritesReadsBackToTheSameConfiguration)
     expectReadsBack(withEverythingChanged());
 }
 
+TEST(ConfigWriter, WritesARenamedKeyUnderItsNewNameAlone)
+{
+    const std::string text = ConfigWriter::write(ServerConfig::embedded());
+    EXPECT_THAT(text, HasSubstr("\ntalk-senders = 16\n"));
+    EXPECT_THAT(text, Not(HasSubstr("talkers")));
+    EXPECT_THAT(ConfigWriter::manual(), HasSubstr("Formerly `talkers`."));
+}
+
 TEST(ConfigWriter, ExplainsEveryKey)
 {
     const std::string text = ConfigWriter::write(ServerConfig::embedded());
-    expectExplained(text, serverKeys());
-    expectExplained(text, limitsKeys());
-    expectExplained(text.substr(text.find("[talk-back]\n")), talkBackKeys());
-    expectExplained(text.substr(text.find("[multicast]\n")), multicastKeys());
-    expectExplained(text.substr(text.find("[recording]\n")), recordingKeys());
-    expectExplained(text.substr(text.find("[[user]]\n")), userKeys());
-    expectExplained(text.substr(text.find("[[camera]]\n")), cameraKeys());
-    expectExplained(text.substr(text.find("[[camera.stream]]\n")), streamKeys());
+    expectExplained<ServerConfig>(text);
     EXPECT_THAT(text, HasSubstr("(0 to 65535; default 8554)\nport = 8554\n"));
 }
 
