@@ -14,13 +14,16 @@
 
 namespace refhost
 {
+
+using std::chrono::milliseconds;
+
 namespace
 {
 
 // Older C libraries do not know it, and kernels before 6.15 refuse it: the system's two minutes stay then.
 constexpr int tcpRtoMaxMs = 44;
-constexpr int minRtoMaxMs = 1000;
-constexpr int maxRtoMaxMs = 120'000;
+constexpr milliseconds minRtoMax = std::chrono::seconds(1);
+constexpr milliseconds maxRtoMax = std::chrono::minutes(2);
 constexpr int unansweredProbes = 3;
 
 void set(int descriptor, int level, int name, int value)
@@ -41,21 +44,20 @@ bool waitsForRoom(int descriptor, const tcp_info& info)
 
 }  // namespace
 
-void TcpLiveness::configure(int listener, int timeoutSeconds)
+void TcpLiveness::configure(int listener, std::chrono::seconds timeout)
 {
     // A third of the time idle, and half of the time for the probes: dead after five sixths of it.
-    const int idle = std::max(timeoutSeconds / 3, 1);
-    const int interval = std::max(timeoutSeconds / 6, 1);
+    const int idle = std::max(static_cast<int>(timeout.count() / 3), 1);
+    const int interval = std::max(static_cast<int>(timeout.count() / 6), 1);
     set(listener, SOL_SOCKET, SO_KEEPALIVE, 1);
     set(listener, IPPROTO_TCP, TCP_KEEPIDLE, idle);
     set(listener, IPPROTO_TCP, TCP_KEEPINTVL, interval);
     set(listener, IPPROTO_TCP, TCP_KEEPCNT, unansweredProbes);
     set(listener, IPPROTO_TCP, tcpRtoMaxMs,
-        static_cast<int>(
-            std::clamp<std::int64_t>(timeoutSeconds * std::int64_t{1000} / 4, minRtoMaxMs, maxRtoMaxMs)));
+        static_cast<int>(std::clamp(milliseconds(timeout) / 4, minRtoMax, maxRtoMax).count()));
 }
 
-std::optional<std::int64_t> TcpLiveness::silenceMs(int descriptor)
+std::optional<milliseconds> TcpLiveness::silence(int descriptor)
 {
     tcp_info info{};
     socklen_t size = sizeof info;
@@ -64,7 +66,7 @@ std::optional<std::int64_t> TcpLiveness::silenceMs(int descriptor)
     {
         return std::nullopt;
     }
-    return waitsForRoom(descriptor, info) ? 0 : std::int64_t{info.tcpi_last_ack_recv};
+    return milliseconds(waitsForRoom(descriptor, info) ? 0 : std::int64_t{info.tcpi_last_ack_recv});
 }
 
 }  // namespace refhost

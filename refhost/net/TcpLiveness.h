@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <chrono>
 #include <optional>
 
 namespace refhost
@@ -12,15 +12,15 @@ namespace refhost
 class TcpLiveness
 {
 public:
-    /// Has the system probe a peer often enough for silenceMs() to judge it: an idle one, and one that has no
-    /// room for more. A dead idle peer's connection fails before `timeoutSeconds` are over.
+    /// Has the system probe a peer often enough for silence() to judge it: an idle one, and one that has no
+    /// room for more. A dead idle peer's connection fails before `timeout` is over.
     /// \param listener  listening socket; connections that it accepts have its settings
-    static void configure(int listener, int timeoutSeconds);
+    static void configure(int listener, std::chrono::seconds timeout);
 
-    /// Milliseconds since the peer answered last. A peer that has no room for more, and has answered every
+    /// How long ago the peer answered last. A peer that has no room for more, and has answered every
     /// probe of that so far, counts as answering now: the system spaces those probes up to two minutes apart.
     /// \returns nothing when the connection is over, or the system does not tell
-    static std::optional<std::int64_t> silenceMs(int descriptor);
+    static std::optional<std::chrono::milliseconds> silence(int descriptor);
 };
 
 }  // namespace refhost

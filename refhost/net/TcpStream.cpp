@@ -149,11 +149,7 @@ void TcpStream::setSendBuffer(std::size_t bytes)
 
 std::optional<std::chrono::milliseconds> TcpStream::silence() const
 {
-    if (const auto silenceMs = TcpLiveness::silenceMs(socket_.get()))
-    {
-        return std::chrono::milliseconds(*silenceMs);
-    }
-    return std::nullopt;
+    return TcpLiveness::silence(socket_.get());
 }
 
 }  // namespace refhost

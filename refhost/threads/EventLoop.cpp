@@ -434,9 +434,9 @@ void EventLoop::post(Task task)
     }
 }
 
-void EventLoop::every(int interval, Task task)
+void EventLoop::every(milliseconds interval, Task task)
 {
-    const milliseconds period(std::max(interval, 1));
+    const milliseconds period = std::max(interval, milliseconds(1));
     bool wake = false;
     {
         const std::lock_guard<std::mutex> guard(impl_->mutex);

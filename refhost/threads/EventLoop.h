@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -45,9 +46,9 @@ public:
     /// Runs `task` on the loop's thread, in the order of posting.
     void post(Task task);
 
-    /// Runs `task` every `milliseconds` (at least 1), first after that time, until the loop ends. Times that
-    /// were missed because the loop was busy are left out.
-    void every(int milliseconds, Task task);
+    /// Runs `task` every `interval` (at least a millisecond), first after that time, until the loop ends.
+    /// Times that were missed because the loop was busy are left out.
+    void every(std::chrono::milliseconds interval, Task task);
 
     bool onLoopThread() const;
 

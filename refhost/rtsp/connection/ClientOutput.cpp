@@ -268,10 +268,10 @@ void ClientOutput::clearCork()
 
 bool ClientOutput::burstIsOver()
 {
-    const std::int64_t nowMs = clock_();
-    if (nowMs - burstBeganMs_ >= burstMs)
+    const MonotonicTime now = readClock(clock_);
+    if (now - burstStart_ >= burstTime)
     {
-        burstBeganMs_ = nowMs;
+        burstStart_ = now;
         burst_ = 0;
     }
     return burst_ >= maxBurst;

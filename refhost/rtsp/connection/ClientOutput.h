@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -25,9 +26,9 @@ namespace refhost
 class ClientOutput
 {
 public:
-    /// Bytes of frames that are taken in one go, within `burstMs` milliseconds.
+    /// Bytes of frames that are taken in one go, within `burstTime`.
     static constexpr std::size_t maxBurst = 32 * 1024;
-    static constexpr std::int64_t burstMs = 2;
+    static constexpr std::chrono::milliseconds burstTime{2};
     /// Frames of this size and less (RTCP, audio) do not wait for the next burst: reports are not sent again.
     static constexpr std::size_t maxSmall = 1500;
 
@@ -103,7 +104,7 @@ private:
     mutable std::mutex mutex_;
     State state_ = State::open;
     bool wanted_ = false;  // the stream is watched for `sendable`
-    std::int64_t burstBeganMs_ = 0;
+    MonotonicTime burstStart_;
     std::size_t burst_ = 0;             // bytes of frames since then
     std::string* cork_ = nullptr;       // what is gathered comes behind what waits
     std::string waiting_;               // the rest of one write of frames, and responses behind it

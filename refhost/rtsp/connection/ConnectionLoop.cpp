@@ -10,10 +10,10 @@ namespace refhost
 {
 
 ConnectionLoop::ConnectionLoop(const std::string& name, RtspServices& services, AddressLimiter& refused,
-                               int sweepMilliseconds)
+                               std::chrono::milliseconds sweepInterval)
     : services_(services), refused_(refused), events_(name)
 {
-    events_.every(sweepMilliseconds, [this] { sweep(); });
+    events_.every(sweepInterval, [this] { sweep(); });
 }
 
 ConnectionLoop::~ConnectionLoop()
@@ -167,10 +167,10 @@ void ConnectionLoop::sweep()
     {
         all.push_back(connection);
     }
-    const std::int64_t nowMs = services_.clock();
+    const MonotonicTime now = readClock(services_.clock);
     for (const auto& connection : all)
     {
-        connection->sweep(nowMs);
+        connection->sweep(now);
     }
 }
 

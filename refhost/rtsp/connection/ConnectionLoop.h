@@ -2,6 +2,7 @@
 // Tested by tests/refhost/rtsp/connection/RtspServer_test.cpp.
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -36,9 +37,9 @@ public:
     };
 
     /// \param refused            gives refused connections back to this count
-    /// \param sweepMilliseconds   how often time-outs are looked at
+    /// \param sweepInterval   how often time-outs are looked at
     ConnectionLoop(const std::string& name, RtspServices& services, AddressLimiter& refused,
-                   int sweepMilliseconds);
+                   std::chrono::milliseconds sweepInterval);
     /// Connections that are left are closed.
     ~ConnectionLoop();
 

@@ -5,8 +5,8 @@
 namespace refhost
 {
 
-ConnectionSlots::Slot::Slot(ConnectionSlots& slots, const SocketAddress::Key& address, std::int64_t nowMs)
-    : slots_(slots), address_(address), sinceMs_(nowMs)
+ConnectionSlots::Slot::Slot(ConnectionSlots& slots, const SocketAddress::Key& address, MonotonicTime now)
+    : slots_(slots), address_(address), since_(now)
 {
 }
 
@@ -15,7 +15,7 @@ ConnectionSlots::Slot::~Slot()
     slots_.giveBack(*this);
 }
 
-void ConnectionSlots::Slot::setEstablished(bool established, std::int64_t nowMs)
+void ConnectionSlots::Slot::setEstablished(bool established, MonotonicTime now)
 {
     const std::lock_guard<std::mutex> guard(slots_.mutex_);
     if (established && state_ == State::provisional)
@@ -26,7 +26,7 @@ void ConnectionSlots::Slot::setEstablished(bool established, std::int64_t nowMs)
     }
     else if (!established && state_ == State::established)
     {
-        sinceMs_ = nowMs;
+        since_ = now;
         slots_.addProvisional(*this);
     }
 }
@@ -57,10 +57,10 @@ ConnectionSlots::ConnectionSlots(int total, int perAddress)
 }
 
 std::shared_ptr<ConnectionSlots::Slot> ConnectionSlots::take(const SocketAddress::Key& full,
-                                                             std::int64_t nowMs)
+                                                             MonotonicTime now)
 {
     const SocketAddress::Key address = SocketAddress::networkOf(full);
-    auto slot = std::make_shared<Slot>(*this, address, nowMs);
+    auto slot = std::make_shared<Slot>(*this, address, now);
     std::function<void()> displaced;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -68,7 +68,7 @@ std::shared_ptr<ConnectionSlots::Slot> ConnectionSlots::take(const SocketAddress
         const bool crowded = found != addresses_.end() && found->second.count >= perAddress_;
         if (crowded || count_ >= open(address))
         {
-            Slot* const other = displaceable(address, nowMs, crowded);
+            Slot* const other = displaceable(address, now, crowded);
             if (other == nullptr)
             {
                 return nullptr;
@@ -93,7 +93,7 @@ std::size_t ConnectionSlots::open(const SocketAddress::Key& address) const
 }
 
 /// Whose slot a connection from `address` may take; null for nobody's.
-ConnectionSlots::Slot* ConnectionSlots::displaceable(const SocketAddress::Key& address, std::int64_t nowMs,
+ConnectionSlots::Slot* ConnectionSlots::displaceable(const SocketAddress::Key& address, MonotonicTime now,
                                                      bool ownOnly)
 {
     if (leaving_ >= maxLeaving)
@@ -106,7 +106,7 @@ ConnectionSlots::Slot* ConnectionSlots::displaceable(const SocketAddress::Key& a
     {
         return addresses_[crowds_.rbegin()->second].provisional.front();
     }
-    if (ownCount != 0 && nowMs - own->second.provisional.front()->sinceMs_ >= ownAgeMs)
+    if (ownCount != 0 && now - own->second.provisional.front()->since_ >= ownAge)
     {
         return own->second.provisional.front();
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -11,6 +12,7 @@
 #include <utility>
 
 #include "refhost/base/SocketAddress.h"
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
@@ -35,19 +37,19 @@ public:
     /// The part of the slots that is kept for known addresses: one of so many.
     static constexpr std::size_t keptPart = 8;
     /// A client may displace connections of its own address when they are that old.
-    static constexpr std::int64_t ownAgeMs = 2000;
+    static constexpr std::chrono::seconds ownAge{2};
 
     /// One connection's slot; free again when it goes.
     class Slot
     {
     public:
-        Slot(ConnectionSlots& slots, const SocketAddress::Key& address, std::int64_t nowMs);
+        Slot(ConnectionSlots& slots, const SocketAddress::Key& address, MonotonicTime now);
         ~Slot();
         Slot(const Slot&) = delete;
         Slot& operator=(const Slot&) = delete;
 
         /// Says whether the connection is established; not so at first.
-        void setEstablished(bool established, std::int64_t nowMs);
+        void setEstablished(bool established, MonotonicTime now);
 
         /// Has `listener` called once when the slot is given to another connection: close this one. On any
         /// thread; inside this call when it was given away already.
@@ -70,7 +72,7 @@ public:
 
         ConnectionSlots& slots_;
         const SocketAddress::Key address_;
-        std::int64_t sinceMs_;  // it is provisional
+        MonotonicTime since_;  // it is provisional
         State state_ = State::untaken;
         std::function<void()> listener_;
         std::list<Slot*>::iterator position_;  // among its address's provisional ones
@@ -80,7 +82,7 @@ public:
 
     /// Takes a slot for a connection from `address`.
     /// \returns null when it is to be refused
-    std::shared_ptr<Slot> take(const SocketAddress::Key& address, std::int64_t nowMs);
+    std::shared_ptr<Slot> take(const SocketAddress::Key& address, MonotonicTime now);
 
     /// True while three quarters of the slots that unknown addresses may have are taken: then
     /// provisional ones get less time.
@@ -98,7 +100,7 @@ private:
     using Known = std::list<SocketAddress::Key>;
 
     std::size_t open(const SocketAddress::Key& address) const;
-    Slot* displaceable(const SocketAddress::Key& address, std::int64_t nowMs, bool ownOnly);
+    Slot* displaceable(const SocketAddress::Key& address, MonotonicTime now, bool ownOnly);
     std::function<void()> displace(Slot& slot);
     void addProvisional(Slot& slot);
     void removeProvisional(Slot& slot);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "refhost/base/StateMachine.h"
+
 namespace refhost
 {
 
@@ -16,37 +18,57 @@ namespace refhost
 ///
 /// Every state may also go to a later one of `closing` and `closed`. A congested connection can have a request
 /// that was deferred before.
-///
-/// Threads: one at a time.
-class ConnectionState
+enum class ConnectionState
 {
-public:
-    enum class State
-    {
-        serving,
-        deferred,
-        congested,
-        draining,
-        closing,
-        closed
-    };
-
-    bool is(State state) const
-    {
-        return state_ == state;
-    }
-
-    /// Goes on to `next`.
-    /// \throws std::logic_error when that is no transition of the table; the state stays as it was
-    void enter(State next);
-
-    /// Goes on to `closing` unless it is there or beyond.
-    void fail();
-
-private:
-    static bool leadsTo(State from, State to);
-
-    State state_ = State::serving;
+    serving,
+    deferred,
+    congested,
+    draining,
+    closing,
+    closed
 };
+
+constexpr bool mayFollow(ConnectionState from, ConnectionState to)
+{
+    switch (to)
+    {
+        case ConnectionState::serving:
+            return from == ConnectionState::deferred || from == ConnectionState::congested;
+        case ConnectionState::deferred:
+        case ConnectionState::congested:
+        case ConnectionState::draining:
+            return from == ConnectionState::serving;
+        case ConnectionState::closing:
+            return from < ConnectionState::closing;
+        case ConnectionState::closed:
+            return from != ConnectionState::closed;
+    }
+    return false;
+}
+
+constexpr const char* nameOf(ConnectionState state)
+{
+    switch (state)
+    {
+        case ConnectionState::serving:
+            return "serving";
+        case ConnectionState::deferred:
+            return "deferred";
+        case ConnectionState::congested:
+            return "congested";
+        case ConnectionState::draining:
+            return "draining";
+        case ConnectionState::closing:
+            return "closing";
+        case ConnectionState::closed:
+            return "closed";
+    }
+    return "?";
+}
+
+constexpr const char* machineOf(ConnectionState)
+{
+    return "RTSP connection";
+}
 
 }  // namespace refhost

@@ -12,10 +12,10 @@ namespace refhost
 namespace
 {
 
-using State = ConnectionState::State;
+using State = ConnectionState;
 
 // How long a client may take to read the last response.
-constexpr std::int64_t maxDrainingMs = 2000;
+constexpr std::chrono::seconds maxDraining(2);
 
 std::uint64_t nextSerial()
 {
@@ -61,10 +61,10 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, RtspServices& services,
       output_(*stream_, maxWaiting, services.clock),
       reader_(readerLimits(services.limits)),
       handler_(services, *this),
-      incompleteMs_(services.clock()),
-      standingMs_(*incompleteMs_),
-      lastByteMs_(*incompleteMs_),
-      livenessMs_(*incompleteMs_)
+      incompleteSince_(currentTime()),
+      standingSince_(*incompleteSince_),
+      lastByteAt_(*incompleteSince_),
+      livenessAt_(*incompleteSince_)
 {
 }
 
@@ -105,11 +105,11 @@ void RtspConnection::onReady(std::uint32_t ready)
     }
     else if ((ready & ByteStream::hungUp) != 0)
     {
-        state_.fail();
+        fail();
     }
     if ((ready & ByteStream::sendable) != 0 && !state_.is(State::closing) && !output_.onWritable())
     {
-        state_.fail();
+        fail();
     }
     resume();
     endWhereDone();
@@ -129,6 +129,15 @@ void RtspConnection::endWhereDone()
     }
 }
 
+/// Has it end when its handler is through.
+void RtspConnection::fail()
+{
+    if (!state_.is(State::closed))
+    {
+        state_.enter(State::closing);
+    }
+}
+
 void RtspConnection::onReceivable()
 {
     if (!state_.is(State::serving) && !state_.is(State::draining))
@@ -143,10 +152,10 @@ void RtspConnection::onReceivable()
     }
     if (received.status != ByteStream::Status::done)
     {
-        state_.fail();
+        fail();
         return;
     }
-    lastByteMs_ = services_.clock();
+    lastByteAt_ = currentTime();
     if (state_.is(State::serving))
     {
         reader_.feed(scratch.input.data(), received.count);
@@ -160,19 +169,19 @@ void RtspConnection::serve(bool lastTry)
     handleItems(lastTry);
     if (!established_)
     {
-        noteStanding(services_.clock());
+        noteStanding(currentTime());
     }
 }
 
 /// Who is neither logged in nor has a session may have to make room.
-void RtspConnection::noteStanding(std::int64_t nowMs)
+void RtspConnection::noteStanding(MonotonicTime now)
 {
     const bool established = handler_.loggedIn() || handler_.carriesSession();
     if (slot_ != nullptr && established != established_)
     {
         established_ = established;
-        standingMs_ = nowMs;
-        slot_->setEstablished(established, nowMs);
+        standingSince_ = now;
+        slot_->setEstablished(established, now);
     }
 }
 
@@ -185,9 +194,9 @@ void RtspConnection::handleItems(bool lastTry)
         switch (reader_.next(scratch.request))
         {
             case RequestReader::Item::none:
-                if (!incompleteMs_ && reader_.kept() != 0)
+                if (!incompleteSince_ && reader_.kept() != 0)
                 {
-                    incompleteMs_ = services_.clock();
+                    incompleteSince_ = currentTime();
                 }
                 return;
             case RequestReader::Item::frame:
@@ -210,24 +219,24 @@ void RtspConnection::handleItems(bool lastTry)
         if (result == RequestHandler::Result::answeredLast && state_.is(State::serving))
         {
             state_.enter(State::draining);
-            drainingMs_ = services_.clock();
+            drainingSince_ = currentTime();
         }
         // The next request has its own time, to come and to wait.
         if (handshakeDone_)
         {
-            incompleteMs_.reset();
+            incompleteSince_.reset();
         }
         lastTry = false;
-        deferredMs_.reset();
+        deferredSince_.reset();
     }
 }
 
 void RtspConnection::deferRequest()
 {
     reader_.putBack();
-    if (!deferredMs_)
+    if (!deferredSince_)
     {
-        deferredMs_ = services_.clock();
+        deferredSince_ = currentTime();
     }
     state_.enter(State::deferred);
     stream_->watchReceive(false);
@@ -244,7 +253,7 @@ bool RtspConnection::congested()
     }
     reader_.keepRest();
     state_.enter(State::congested);
-    progressMs_ = services_.clock();
+    progressAt_ = currentTime();
     stream_->watchReceive(false);
     return true;
 }
@@ -270,12 +279,17 @@ void RtspConnection::serveAgain()
 {
     state_.enter(State::serving);
     stream_->watchReceive(true);
-    serve(deferredTooLong(services_.clock()));
+    serve(deferredTooLong(currentTime()));
 }
 
-bool RtspConnection::deferredTooLong(std::int64_t nowMs) const
+MonotonicTime RtspConnection::currentTime() const
 {
-    return deferredMs_ && nowMs - *deferredMs_ >= maxDeferralMs;
+    return readClock(services_.clock);
+}
+
+bool RtspConnection::deferredTooLong(MonotonicTime now) const
+{
+    return deferredSince_ && now - *deferredSince_ >= maxDeferral;
 }
 
 bool RtspConnection::refused() const
@@ -283,51 +297,52 @@ bool RtspConnection::refused() const
     return refused_;
 }
 
-void RtspConnection::sweep(std::int64_t nowMs)
+void RtspConnection::sweep(MonotonicTime now)
 {
-    noteProgress(nowMs);
-    noteLiveness(nowMs);
-    noteStanding(nowMs);
+    noteProgress(now);
+    noteLiveness(now);
+    noteStanding(now);
     if (state_.is(State::deferred))
     {
-        if (deferredTooLong(nowMs))
+        if (deferredTooLong(now))
         {
             retryDeferred();
         }
     }
-    else if (isOverTime(nowMs))
+    else if (isOverTime(now))
     {
         Log::debug("{}: ended an idle connection", peer().text());
         loop_.close(*this);
     }
 }
 
-void RtspConnection::noteProgress(std::int64_t nowMs)
+void RtspConnection::noteProgress(MonotonicTime now)
 {
     if (output_.bytesTaken() != bytesTakenBefore_)
     {
         bytesTakenBefore_ = output_.bytesTaken();
-        progressMs_ = nowMs;
+        progressAt_ = now;
     }
 }
 
 /// A client whose system answers is alive, however long it does not read what its session sends.
-void RtspConnection::noteLiveness(std::int64_t nowMs)
+void RtspConnection::noteLiveness(MonotonicTime now)
 {
     constexpr int looks = 16;  // within the time that a session lives without a sign of life
-    const std::int64_t everyMs = std::int64_t{services_.limits.sessionTimeout} * 1000 / looks;
-    if (nowMs - livenessMs_ < everyMs || !handler_.carriesSession())
+    const Duration interval = Duration(std::chrono::seconds(services_.limits.sessionTimeout)) / looks;
+    if (now - livenessAt_ < interval || !handler_.carriesSession())
     {
         return;
     }
-    livenessMs_ = nowMs;
+    livenessAt_ = now;
     if (const auto silence = stream_->silence())
     {
-        handler_.connectionAnswered(nowMs - silence->count());
+        const Duration answered = (now - *silence).time_since_epoch();
+        handler_.connectionAnswered(std::chrono::floor<std::chrono::milliseconds>(answered).count());
     }
 }
 
-bool RtspConnection::isOverTime(std::int64_t nowMs)
+bool RtspConnection::isOverTime(MonotonicTime now)
 {
     if (state_.is(State::closing))
     {
@@ -335,24 +350,24 @@ bool RtspConnection::isOverTime(std::int64_t nowMs)
     }
     if (state_.is(State::draining))
     {
-        return nowMs - drainingMs_ >= maxDrainingMs;
+        return now - drainingSince_ >= maxDraining;
     }
-    const std::int64_t handshakeMs = std::int64_t{services_.limits.handshakeTimeout} * 1000;
+    const std::chrono::seconds handshakeTimeout(services_.limits.handshakeTimeout);
     if (state_.is(State::congested))
     {
-        return nowMs - progressMs_ >= handshakeMs;
+        return now - progressAt_ >= handshakeTimeout;
     }
-    if (incompleteMs_ && nowMs - *incompleteMs_ >= handshakeMs)
+    if (incompleteSince_ && now - *incompleteSince_ >= handshakeTimeout)
     {
         return true;
     }
-    const std::int64_t setupMs = std::int64_t{services_.limits.setupTimeout} * 1000;
-    if (slot_ != nullptr && !established_ && nowMs - standingMs_ >= setupMs && slot_->scarce())
+    const std::chrono::seconds setupTimeout(services_.limits.setupTimeout);
+    if (slot_ != nullptr && !established_ && now - standingSince_ >= setupTimeout && slot_->scarce())
     {
         return true;
     }
-    const std::int64_t idleMs = std::int64_t{services_.limits.idleTimeout} * 1000;
-    return nowMs - lastByteMs_ >= idleMs && !handler_.carriesSession();
+    const std::chrono::seconds idleTimeout(services_.limits.idleTimeout);
+    return now - lastByteAt_ >= idleTimeout && !handler_.carriesSession();
 }
 
 SendStatus RtspConnection::writeFrames(const std::uint8_t* data, std::size_t size, bool more)
@@ -374,7 +389,7 @@ void RtspConnection::sendResponse(std::string_view response)
 {
     if (!output_.sendResponse(response))
     {
-        state_.fail();
+        fail();
     }
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
 
+#include "refhost/base/Times.h"
 #include "refhost/net/ByteStream.h"
 #include "refhost/rtp/InterleavedTransport.h"
 #include "refhost/rtsp/connection/ClientOutput.h"
@@ -36,7 +38,7 @@ class RtspConnection : public FrameWriter,
 {
 public:
     /// How long a request may be deferred.
-    static constexpr std::int64_t maxDeferralMs = 10000;
+    static constexpr std::chrono::milliseconds maxDeferral = std::chrono::seconds(10);
     /// With more bytes of responses than that waiting for the client, no further request is handled.
     static constexpr std::size_t congestedAbove = 16 * 1024;
     /// Bytes of responses that may wait for a client that does not read them.
@@ -57,7 +59,7 @@ public:
     /// Tries a deferred request again.
     void retryDeferred();
     /// Ends what is over its time.
-    void sweep(std::int64_t nowMs);
+    void sweep(MonotonicTime now);
 
     /// True when it answers its first request with 503 and ends.
     bool refused() const;
@@ -76,6 +78,7 @@ public:
 private:
     void onReady(std::uint32_t ready);
     void onReceivable();
+    void fail();
     void serve(bool lastTry);
     void handleItems(bool lastTry);
     void deferRequest();
@@ -83,11 +86,12 @@ private:
     void serveAgain();
     void resume();
     void endWhereDone();
-    void noteProgress(std::int64_t nowMs);
-    void noteLiveness(std::int64_t nowMs);
-    void noteStanding(std::int64_t nowMs);
-    bool deferredTooLong(std::int64_t nowMs) const;
-    bool isOverTime(std::int64_t nowMs);
+    void noteProgress(MonotonicTime now);
+    void noteLiveness(MonotonicTime now);
+    void noteStanding(MonotonicTime now);
+    MonotonicTime currentTime() const;
+    bool deferredTooLong(MonotonicTime now) const;
+    bool isOverTime(MonotonicTime now);
 
     ConnectionLoop& loop_;
     RtspServices& services_;
@@ -99,16 +103,16 @@ private:
     ClientOutput output_;
     RequestReader reader_;
     RequestHandler handler_;
-    ConnectionState state_;
-    bool handshakeDone_ = false;                // a whole request came
-    std::optional<std::int64_t> incompleteMs_;  // when the client started what is not a whole request yet
-    std::optional<std::int64_t> deferredMs_;    // when the request that waits was deferred first
-    std::int64_t progressMs_ = 0;               // when a congested client last took a byte
-    std::int64_t drainingMs_ = 0;               // when it started
-    bool established_ = false;                  // logged in, or with a session
-    std::int64_t standingMs_;                   // when that changed last
-    std::int64_t lastByteMs_;                   // when the client last sent one
-    std::int64_t livenessMs_;                   // when the stream was asked last whether the client answers
+    StateMachine<ConnectionState> state_{ConnectionState::serving};
+    bool handshakeDone_ = false;                    // a whole request came
+    std::optional<MonotonicTime> incompleteSince_;  // when the client started what is not a whole request yet
+    std::optional<MonotonicTime> deferredSince_;    // when the request that waits was deferred first
+    MonotonicTime progressAt_;                      // when a congested client last took a byte
+    MonotonicTime drainingSince_;                   // when it started
+    bool established_ = false;                      // logged in, or with a session
+    MonotonicTime standingSince_;                   // when that changed last
+    MonotonicTime lastByteAt_;                      // when the client last sent one
+    MonotonicTime livenessAt_;  // when the stream was asked last whether the client answers
     std::uint64_t bytesTakenBefore_ = 0;
     bool largeSendBuffer_ = false;
 };

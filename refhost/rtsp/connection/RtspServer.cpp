@@ -156,7 +156,7 @@ bool RtspServer::listen(std::string& error)
     setOption(listener_, IPPROTO_TCP, TCP_NODELAY, 1);
     setOption(listener_, SOL_SOCKET, SO_SNDBUF, sendBufferSize);
     setOption(listener_, SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
-    TcpLiveness::configure(listener_, config_.limits.sessionTimeout);
+    TcpLiveness::configure(listener_, std::chrono::seconds(config_.limits.sessionTimeout));
     if (::bind(listener_, address->ai_addr, address->ai_addrlen) != 0 || ::listen(listener_, backlog) != 0)
     {
         error = "cannot listen on " + config_.listen + " port " + service + ": " + std::strerror(errno);
@@ -172,7 +172,7 @@ void RtspServer::startLoops()
     for (int i = 0; i < loopCount(config_); ++i)
     {
         loops_.push_back(std::make_unique<ConnectionLoop>("rtsp-" + std::to_string(i), services_, refused_,
-                                                          options_.sweepMilliseconds));
+                                                          options_.sweepInterval));
     }
     subscription_ = ChangeSignal::instance().subscribe(
         [this]
@@ -193,7 +193,7 @@ void RtspServer::startLoops()
         last.add(multicast->descriptor(), EventLoop::readable,
                  [multicast](std::uint32_t) { multicast->onReadable(); });
     }
-    first.every(options_.sweepMilliseconds, [this] { services_.sessions.endExpired(services_.clock()); });
+    first.every(options_.sweepInterval, [this] { services_.sessions.endExpired(services_.clock()); });
     first.add(listener_, EventLoop::readable, [this](std::uint32_t) { acceptAll(); });
 }
 
@@ -269,7 +269,7 @@ bool RtspServer::acceptOne()
                errno != ENOBUFS && errno != ENOMEM;
     }
     const SocketAddress peer(reinterpret_cast<const sockaddr*>(&address));
-    std::shared_ptr<ConnectionSlots::Slot> slot = slots_.take(peer.key(), services_.clock());
+    std::shared_ptr<ConnectionSlots::Slot> slot = slots_.take(peer.key(), readClock(services_.clock));
     if (slot == nullptr)
     {
         Log::limited(Log::Level::warning, "connections refused",

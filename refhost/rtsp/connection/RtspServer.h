@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -28,7 +29,8 @@ public:
     struct Options
     {
         MonotonicClock clock = steadyMilliseconds;
-        int sweepMilliseconds = 1000;  ///< how often time-outs are looked at
+        std::chrono::milliseconds sweepInterval =
+            std::chrono::seconds(1);  ///< how often time-outs are looked at
     };
 
     RtspServer(const ServerConfig& config, MediaRoutes routes);

@@ -21,7 +21,7 @@ namespace
 class TcpLivenessTest : public testing::Test
 {
 protected:
-    static constexpr int timeoutSeconds = 60;
+    static constexpr std::chrono::seconds timeout{60};
 
     TcpLivenessTest()
     {
@@ -30,7 +30,7 @@ protected:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
         auto* const any = reinterpret_cast<sockaddr*>(&address);
-        TcpLiveness::configure(listener_.get(), timeoutSeconds);
+        TcpLiveness::configure(listener_.get(), timeout);
         EXPECT_EQ(0, ::bind(listener_.get(), any, size));
         EXPECT_EQ(0, ::listen(listener_.get(), 1));
         EXPECT_EQ(0, ::getsockname(listener_.get(), any, &size));
@@ -73,21 +73,21 @@ protected:
 
 TEST_F(TcpLivenessTest, ADeadIdlePeerIsFoundWithinTheTime)
 {
-    EXPECT_LT(option(TCP_KEEPIDLE) + option(TCP_KEEPINTVL) * option(TCP_KEEPCNT), timeoutSeconds);
+    EXPECT_LT(option(TCP_KEEPIDLE) + option(TCP_KEEPINTVL) * option(TCP_KEEPCNT), timeout.count());
     EXPECT_EQ(0, option(TCP_USER_TIMEOUT))
         << "it would end a connection to a peer that answers and has no room";
 }
 
 TEST_F(TcpLivenessTest, AnIdlePeerIsSilentSinceItsLastAnswer)
 {
-    constexpr std::int64_t waitMs = 50;
+    constexpr std::chrono::milliseconds wait(50);
     const auto begin = std::chrono::steady_clock::now();
-    while (TcpLiveness::silenceMs(server_.get()).value_or(waitMs) < waitMs &&
+    while (TcpLiveness::silence(server_.get()).value_or(wait) < wait &&
            std::chrono::steady_clock::now() - begin < std::chrono::seconds(10))
     {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    EXPECT_GE(TcpLiveness::silenceMs(server_.get()).value_or(-1), waitMs);
+    EXPECT_GE(TcpLiveness::silence(server_.get()).value_or(-wait), wait);
 }
 
 TEST_F(TcpLivenessTest, APeerThatHasNoRoomAndAnswersIsNotSilent)
@@ -101,7 +101,7 @@ TEST_F(TcpLivenessTest, APeerThatHasNoRoomAndAnswersIsNotSilent)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     ASSERT_GE(lastAnswerMs(), rareMs);
-    EXPECT_EQ(TcpLiveness::silenceMs(server_.get()), 0);
+    EXPECT_EQ(TcpLiveness::silence(server_.get()), std::chrono::milliseconds(0));
 }
 
 TEST_F(TcpLivenessTest, AConnectionThatIsOverTellsNothing)
@@ -110,13 +110,13 @@ TEST_F(TcpLivenessTest, AConnectionThatIsOverTellsNothing)
     ::setsockopt(client_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
     client_ = SocketHandle(-1);
     const auto begin = std::chrono::steady_clock::now();
-    while (TcpLiveness::silenceMs(server_.get()) &&
+    while (TcpLiveness::silence(server_.get()) &&
            std::chrono::steady_clock::now() - begin < std::chrono::seconds(10))
     {
         std::this_thread::yield();
     }
-    EXPECT_FALSE(TcpLiveness::silenceMs(server_.get()).has_value());
-    EXPECT_FALSE(TcpLiveness::silenceMs(-1).has_value());
+    EXPECT_FALSE(TcpLiveness::silence(server_.get()).has_value());
+    EXPECT_FALSE(TcpLiveness::silence(-1).has_value());
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ TEST(EventLoopTimers, TimerRunsAgainAndAgain)
     int times = 0;
     const auto start = std::chrono::steady_clock::now();
     EventLoop loop("test");
-    loop.every(5,
+    loop.every(5ms,
                [&]
                {
                    if (++times == 3)
@@ -36,8 +36,8 @@ TEST(EventLoopTimers, TimersRunInTheOrderInWhichTheyAreDue)
     Signal slowRan;
     int fast = 0;
     EventLoop loop("test");
-    loop.every(40, [&] { slowRan.set(); });
-    loop.every(10, [&] { fast += slowRan.isSet() ? 0 : 1; });
+    loop.every(40ms, [&] { slowRan.set(); });
+    loop.every(10ms, [&] { fast += slowRan.isSet() ? 0 : 1; });
     ASSERT_TRUE(slowRan.wait());
     runOn(loop, [&] { EXPECT_GE(fast, 1); });
 }
@@ -46,8 +46,8 @@ TEST(EventLoopTimers, EarlierTimerIsNotHeldUpByALaterOne)
 {
     Signal early;
     EventLoop loop("test");
-    loop.every(3600 * 1000, [] {});
-    loop.every(1, [&] { early.set(); });
+    loop.every(1h, [] {});
+    loop.every(1ms, [&] { early.set(); });
     EXPECT_TRUE(early.wait());
 }
 
@@ -56,12 +56,12 @@ TEST(EventLoopTimers, ATimerMayAddAnother)
     Signal added;
     EventLoop loop("test");
     bool once = true;
-    loop.every(1,
+    loop.every(1ms,
                [&]
                {
                    if (std::exchange(once, false))
                    {
-                       loop.every(1, [&] { added.set(); });
+                       loop.every(1ms, [&] { added.set(); });
                    }
                });
     EXPECT_TRUE(added.wait());
@@ -74,7 +74,7 @@ TEST(EventLoopTimers, TimesMissedByABusyLoopAreLeftOut)
     runOn(loop,
           [&]
           {
-              loop.every(10, [&] { ++times; });
+              loop.every(10ms, [&] { ++times; });
               std::this_thread::sleep_for(100ms);  // the loop is what must be busy here
           });
     runOn(loop, [] {});

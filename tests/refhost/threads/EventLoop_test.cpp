@@ -117,7 +117,7 @@ TEST(EventLoop, DestructorDropsWhatDidNotRunAndEndsTheHandlersWhole)
         seen = held;
         held->loop = &loop;
         held->descriptor = sockets.near();
-        loop.every(1000, [held] {});
+        loop.every(std::chrono::seconds(1), [held] {});
         loop.add(sockets.near(), EventLoop::readable, [held](std::uint32_t) {});
     }
     EXPECT_TRUE(seen.expired());

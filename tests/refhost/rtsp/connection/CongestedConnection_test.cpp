@@ -79,7 +79,7 @@ TEST_F(CongestedConnectionTest, AClientThatReadsNothingIsEndedAlthoughItsRequest
 {
     congest();
     retry();
-    time.advance(RtspConnection::maxDeferralMs);
+    time.advance(RtspConnection::maxDeferral);
     retry();
     time.advance(config.limits.handshakeTimeout * 1000);
     EXPECT_TRUE(client_->ended());

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,7 +33,7 @@ protected:
     /// \returns the connection's number, or -1 when it is refused
     int connect(const SocketAddress::Key& from)
     {
-        SlotPtr slot = slots.take(from, nowMs);
+        SlotPtr slot = slots.take(from, now);
         if (slot == nullptr)
         {
             return -1;
@@ -50,10 +51,10 @@ protected:
 
     void establish(int number, bool established = true)
     {
-        connections[static_cast<std::size_t>(number)]->setEstablished(established, nowMs);
+        connections[static_cast<std::size_t>(number)]->setEstablished(established, now);
     }
 
-    std::int64_t nowMs = 0;
+    MonotonicTime now;
     ConnectionSlots slots{80, 40};
     std::vector<SlotPtr> connections;
 };
@@ -123,7 +124,7 @@ TEST_F(ConnectionSlotsTest, OneAddressHasItsOwnLimitAndItsOldestMakeRoom)
         EXPECT_TRUE(lives(connect(address(1))));
     }
     EXPECT_EQ(connect(address(1)), -1);
-    nowMs += ConnectionSlots::ownAgeMs;
+    now += ConnectionSlots::ownAge;
     const int late = connect(address(1));
     EXPECT_TRUE(lives(late));
     EXPECT_FALSE(lives(0));
@@ -150,7 +151,7 @@ TEST_F(ConnectionSlotsTest, WhoIsNotEstablishedAnyMoreCanBeDisplacedAgain)
     const int user = connect(address(1));
     establish(user);
     establish(user, false);
-    nowMs += ConnectionSlots::ownAgeMs;
+    now += ConnectionSlots::ownAge;
     for (int i = 0; i < 40; ++i)
     {
         connect(address(1));
@@ -163,12 +164,12 @@ TEST_F(ConnectionSlotsTest, DisplacedConnectionsThatAreNotClosedYetAreBounded)
     std::vector<SlotPtr> held;
     for (unsigned i = 0; i < 70; ++i)
     {
-        held.push_back(slots.take(address(i % 2), nowMs));
+        held.push_back(slots.take(address(i % 2), now));
     }
     unsigned taken = 0;
     for (unsigned i = 0; i < 200; ++i)
     {
-        SlotPtr slot = slots.take(address(100 + i), nowMs);
+        SlotPtr slot = slots.take(address(100 + i), now);
         taken += slot != nullptr ? 1 : 0;
         held.push_back(slot);
     }
@@ -180,12 +181,12 @@ TEST_F(ConnectionSlotsTest, DisplacedConnectionsThatAreNotClosedYetAreBounded)
 
 TEST_F(ConnectionSlotsTest, OneThatIsDisplacedBeforeItListensIsToldAtOnce)
 {
-    const SlotPtr early = slots.take(address(1), nowMs);
+    const SlotPtr early = slots.take(address(1), now);
     for (unsigned i = 0; i < 39; ++i)
     {
         connect(address(1));
     }
-    nowMs += ConnectionSlots::ownAgeMs;
+    now += ConnectionSlots::ownAge;
     connect(address(1));
     bool told = false;
     early->onDisplaced([&told] { told = true; });
@@ -232,12 +233,13 @@ TEST(ConnectionSlots, ThreadsTakeAndGiveBackAtTheSameTime)
             {
                 for (int i = 0; i < 2000; ++i)
                 {
-                    const SlotPtr slot = slots.take(address(t), i);
+                    const MonotonicTime now{std::chrono::milliseconds(i)};
+                    const SlotPtr slot = slots.take(address(t), now);
                     if (slot != nullptr)
                     {
                         slot->onDisplaced([] {});
-                        slot->setEstablished(i % 3 == 0, i);
-                        const SlotPtr second = slots.take(address(t + 10), i);
+                        slot->setEstablished(i % 3 == 0, now);
+                        const SlotPtr second = slots.take(address(t + 10), now);
                     }
                 }
             });

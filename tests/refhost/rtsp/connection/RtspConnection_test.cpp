@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 
 #include "refhost/base/ChangeSignal.h"
@@ -129,7 +130,7 @@ TEST_F(RtspConnectionTest, AStreamThatNeverGetsReadyIs503AfterTenSeconds)
     client_->send(TestClient::text("DESCRIBE", url(), 1, "", "") +
                   TestClient::text("OPTIONS", "*", 2, "", ""));
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
-    time.advance(RtspConnection::maxDeferralMs - 1000);
+    time.advance(RtspConnection::maxDeferral - std::chrono::seconds(1));
     EXPECT_EQ(client_->receive(50).kind, Received::Kind::nothing);
     time.advance(1000);
     EXPECT_EQ(client_->response().status, 503);
@@ -142,10 +143,10 @@ TEST_F(RtspConnectionTest, EachRequestHasItsOwnTimeToWait)
     client_->send(TestClient::text("DESCRIBE", url(), 1, "", "") +
                   TestClient::text("DESCRIBE", url(), 2, "", ""));
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
-    time.advance(RtspConnection::maxDeferralMs);
+    time.advance(RtspConnection::maxDeferral);
     EXPECT_EQ(client_->response().header("CSeq"), "1");
     EXPECT_EQ(client_->receive(50).kind, Received::Kind::nothing) << "the second starts to wait now";
-    time.advance(RtspConnection::maxDeferralMs);
+    time.advance(RtspConnection::maxDeferral);
     EXPECT_EQ(client_->response().header("CSeq"), "2");
 }
 

@@ -80,7 +80,7 @@ void RtspServerFixture::start()
 {
     RtspServer::Options options;
     options.clock = time.clock();
-    options.sweepMilliseconds = 5;
+    options.sweepInterval = std::chrono::milliseconds(5);
     server = std::make_unique<RtspServer>(config, routes, options);
     std::string error;
     ASSERT_TRUE(server->start(error)) << error;

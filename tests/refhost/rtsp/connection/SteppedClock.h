@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 
@@ -16,6 +17,11 @@ public:
     void advance(std::int64_t milliseconds)
     {
         *offset_ += milliseconds;
+    }
+
+    void advance(std::chrono::milliseconds span)
+    {
+        advance(static_cast<std::int64_t>(span.count()));
     }
 
     MonotonicClock clock() const

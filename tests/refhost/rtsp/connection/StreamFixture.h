@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <utility>
@@ -46,6 +47,7 @@ class StreamFixture : public RtspServerFixture
 {
 protected:
     static constexpr int timeoutMs = 60000;  // of sessions
+    static constexpr std::chrono::milliseconds sweepInterval{5};
 
     ~StreamFixture() override
     {
@@ -68,7 +70,7 @@ protected:
         stream_ = stream;
         client_ = std::move(client);
         const SocketAddress::Key address = stream->peer().key();
-        loop_->adopt(std::move(stream), slots_.take(address, services_.clock()));
+        loop_->adopt(std::move(stream), slots_.take(address, readClock(services_.clock)));
     }
 
     static std::string url(const std::string& path = "orv/live/1/0")
@@ -80,8 +82,9 @@ protected:
     ConnectionSlots slots_{8, 8};
     AddressLimiter refused_{8, 8};
     std::unique_ptr<ConnectionLoop> other_ =
-        std::make_unique<ConnectionLoop>("other", services_, refused_, 5);
-    std::unique_ptr<ConnectionLoop> loop_ = std::make_unique<ConnectionLoop>("loop", services_, refused_, 5);
+        std::make_unique<ConnectionLoop>("other", services_, refused_, sweepInterval);
+    std::unique_ptr<ConnectionLoop> loop_ =
+        std::make_unique<ConnectionLoop>("loop", services_, refused_, sweepInterval);
     std::weak_ptr<ByteStream> stream_;
     std::weak_ptr<MemoryStream> carrier_;  // what the bytes of the client come on
     std::unique_ptr<TestClient> client_;

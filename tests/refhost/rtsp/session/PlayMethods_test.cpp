@@ -131,7 +131,7 @@ TEST_F(PlayMethodsTest, PlayThatNeverGetsReadyIsAnsweredAfterADeadline)
     script_->result("play", hostStreamNotReady);
     sendPlay();
     ASSERT_TRUE(eventually([&] { return script_->countOf("play") == 2; }));
-    time.advance(RtspConnection::maxDeferralMs);
+    time.advance(RtspConnection::maxDeferral);
     EXPECT_EQ(client_->response().status, 503);
     EXPECT_EQ(script_->countOf("pause trackID=0"), 1);
     EXPECT_EQ(script_->countOf("pause trackID=1"), 1);
