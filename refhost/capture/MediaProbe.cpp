@@ -30,6 +30,15 @@ std::shared_ptr<const MediaFormat> formatOf(Codec codec, const GstCaps* caps)
     {
         format->codecData = bytesOf(gst_value_get_buffer(codecData));
     }
+    const CodecInfo& info = infoOf(codec);
+    if (info.kind == MediaKind::audio && info.clockRate > 0)
+    {
+        format->sampleRate = info.clockRate;
+    }
+    if (format->codecData.empty() && info.makeCodecData != nullptr)
+    {
+        format->codecData = info.makeCodecData(format->channels);
+    }
     return format;
 }
 

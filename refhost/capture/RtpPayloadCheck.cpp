@@ -118,6 +118,8 @@ bool RtpPayloadCheck::isWellFormed(const std::optional<Codec>& codec, const Payl
         case Codec::pcmu:
         case Codec::pcma:
             return true;
+        case Codec::opus:
+            return infoOf(*codec).samplesIn(payload.data, payload.size, 1) > 0;
     }
     return true;
 }

@@ -145,6 +145,71 @@ CodecInfo pcma()
     return info;
 }
 
+/// Samples of 48 kHz in a packet (RFC 6716, section 3): 0 for a malformed one.
+std::uint32_t opusSamples(const std::uint8_t* packet, std::size_t size)
+{
+    constexpr std::uint32_t perMillisecond = 48;
+    constexpr std::uint32_t maxMilliseconds = 120;
+    constexpr std::array<std::uint32_t, 4> silk{10, 20, 40, 60};  // milliseconds
+    constexpr unsigned firstHybrid = 12;
+    constexpr unsigned firstCelt = 16;
+    if (size == 0)
+    {
+        return 0;
+    }
+    const unsigned configuration = packet[0] >> 3U;
+    std::uint32_t frame = 0;
+    if (configuration < firstHybrid)
+    {
+        frame = silk.at(configuration % 4) * perMillisecond;
+    }
+    else if (configuration < firstCelt)
+    {
+        frame = silk.at(configuration % 2) * perMillisecond;
+    }
+    else
+    {
+        frame = perMillisecond * 5 / 2 << configuration % 4;
+    }
+    const unsigned code = packet[0] & 3U;
+    const std::uint32_t frames = code == 0 ? 1 : code < 3 ? 2 : size > 1 ? packet[1] & 0x3fU : 0;
+    const std::uint32_t samples = frames * frame;
+    return samples <= maxMilliseconds * perMillisecond ? samples : 0;
+}
+
+/// The identification header without samples to skip (RFC 7845, section 5.1): a recording starts amid a stream.
+std::vector<std::uint8_t> opusHead(int channels)
+{
+    constexpr std::array<std::uint8_t, 4> rate{0x80, 0xbb, 0, 0};  // 48000, little endian
+    std::vector<std::uint8_t> head{
+        'O', 'p', 'u', 's', 'H', 'e', 'a', 'd', 1, static_cast<std::uint8_t>(channels), 0, 0};
+    head.insert(head.end(), rate.begin(), rate.end());
+    head.insert(head.end(), {0, 0, 0});  // gain; one stream of one or two channels
+    return head;
+}
+
+/// RFC 7587: a packet holds one Opus packet; the description names two channels whatever there is.
+CodecInfo opus()
+{
+    CodecInfo info = audio(Codec::opus, "opus", "opus", "opus");
+    info.clockRate = 48000;
+    info.channels = 2;
+    info.formatParameters = {{"sprop-maxcapturerate", false}, {"sprop-stereo", false}};
+    info.unitEnd = CodecInfo::UnitEnd::packet;
+    info.samplesIn = [](const std::uint8_t* packet, std::size_t size, int)
+    { return opusSamples(packet, size); };
+    info.acceptedCaps = "audio/x-opus,channel-mapping-family=(int)0,channels=(int)[1,2]";
+    info.passThrough = CodecInfo::PassThrough::whenConfigured;
+    info.parser = "opusparse";
+    info.caps = "audio/x-opus,channel-mapping-family=(int)0";
+    info.payloader = "rtpopuspay";
+    info.encoder = "audio/x-raw,rate=48000,channels=[1,2] ! opusenc bitrate=64000";
+    info.encodedBitRate = 64;
+    info.makeCodecData = opusHead;
+    info.talkBackRate = 48000;
+    return info;
+}
+
 CodecInfo entryOf(Codec codec)
 {
     switch (codec)
@@ -159,6 +224,8 @@ CodecInfo entryOf(Codec codec)
             return pcmu();
         case Codec::pcma:
             return pcma();
+        case Codec::opus:
+            return opus();
     }
     return {};
 }

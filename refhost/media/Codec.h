@@ -18,7 +18,8 @@ enum class Codec
     h265,
     aac,
     pcmu,
-    pcma
+    pcma,
+    opus
 };
 
 enum class MediaKind
@@ -96,13 +97,16 @@ struct CodecInfo
     std::optional<int> encodedBitRate;
     /// A decoder needs the codec's configuration record: parameter sets, AudioSpecificConfig.
     bool needsCodecData = false;
+    /// Makes the record that a file needs where GStreamer has none; null where it has one or files need none.
+    std::vector<std::uint8_t> (*makeCodecData)(int channels) = nullptr;
     /// Hz of talk-back; 0 for a codec in which clients cannot talk.
     int talkBackRate = 0;
     const char* talkBackParameters = "";  ///< format parameters of talk-back
 };
 
 /// Every codec, in the order in which the configuration's values are listed.
-constexpr std::array<Codec, 5> allCodecs{Codec::h264, Codec::h265, Codec::pcmu, Codec::pcma, Codec::aac};
+constexpr std::array<Codec, 6> allCodecs{Codec::h264, Codec::h265, Codec::pcmu,
+                                         Codec::pcma, Codec::aac,  Codec::opus};
 
 const CodecInfo& infoOf(Codec codec);
 

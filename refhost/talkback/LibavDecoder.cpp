@@ -79,6 +79,18 @@ bool LibavDecoder::open(const std::string& codecData)
     {
         return false;
     }
+    if (!codecData.empty() && !setCodecData(codecData))
+    {
+        return false;
+    }
+    context_->sample_rate = format_.sampleRate;
+    av_channel_layout_default(&context_->ch_layout, format_.channels);
+    context_->thread_count = 1;
+    return avcodec_open2(context_, decoder, nullptr) == 0;
+}
+
+bool LibavDecoder::setCodecData(const std::string& codecData)
+{
     auto* const extra =
         static_cast<std::uint8_t*>(av_mallocz(codecData.size() + AV_INPUT_BUFFER_PADDING_SIZE));
     if (extra == nullptr)
@@ -88,10 +100,7 @@ bool LibavDecoder::open(const std::string& codecData)
     std::copy(codecData.begin(), codecData.end(), extra);
     context_->extradata = extra;
     context_->extradata_size = static_cast<int>(codecData.size());
-    context_->sample_rate = format_.sampleRate;
-    av_channel_layout_default(&context_->ch_layout, format_.channels);
-    context_->thread_count = 1;
-    return avcodec_open2(context_, decoder, nullptr) == 0;
+    return true;
 }
 
 bool LibavDecoder::decode(const std::uint8_t* frame, std::size_t size, std::vector<std::int16_t>& samples)

@@ -40,6 +40,7 @@ private:
     LibavDecoder(Codec codec, const PcmFormat& recorded);
 
     bool open(const std::string& codecData);
+    bool setCodecData(const std::string& codecData);
     bool append(std::vector<std::int16_t>& samples);
 
     const CodecInfo& info_;

@@ -85,6 +85,10 @@ private:
         {
             return "audio/x-raw,rate=8000,channels=1 ! alawenc ! rtppcmapay" + packets;
         }
+        if (encoding == "OPUS")
+        {
+            return "audio/x-raw,rate=48000,channels=1 ! opusenc bitrate=64000 ! rtpopuspay" + type;
+        }
         return "audio/x-raw,rate=16000,channels=1 ! avenc_aac bitrate=48000 ! aacparse ! rtpmp4gpay" + type;
     }
 

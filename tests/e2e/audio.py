@@ -1,5 +1,6 @@
 """Audio to send and to judge: sentences and tones, their encodings, and how like two recordings are."""
 
+import struct
 import subprocess
 import wave
 
@@ -8,7 +9,7 @@ import numpy
 RATE = 48000  # of the WAV files that the server writes here
 SENTENCE = "Hello there, please leave the parcel at the door."
 FORMATS = {"pcmu": "mulaw", "pcma": "alaw"}
-CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000}
+CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000, "opus": 48000}
 PIECE = RATE * 4 // 10
 SHIFT = RATE // 10
 LEAD_SECONDS = 0.6  # silence before audio of who cannot see when the output is open: a third of a second after PLAY
@@ -30,12 +31,15 @@ def with_lead(samples):
 
 
 def encode(codec, samples):
-    """[(payload, ticks)] for RTP, 20 ms each in PCM, one access unit each in AAC."""
+    """[(payload, ticks)] for RTP, 20 ms each in PCM and Opus, one access unit each in AAC."""
     source = ["-f", "s16le", "-ar", str(RATE), "-ac", "1", "-i", "-"]
     if codec == "aac":
         data = _run(source, ["-c:a", "aac", "-b:a", "48k", "-ar", "16000", "-ac", "1", "-f", "adts"], samples.tobytes())
         # RFC 3640: one header of 13 bits size and 3 bits index.
         return [(b"\x00\x10" + (len(unit) << 3).to_bytes(2, "big") + unit, 1024) for unit in adts_units(data)]
+    if codec == "opus":
+        data = _run(source, ["-c:a", "libopus", "-b:a", "64k", "-page_duration", "1", "-f", "ogg"], samples.tobytes())
+        return [(packet, 960) for packet in ogg_packets(data)[2:]]
     data = _run(source, ["-ar", "8000", "-ac", "1", "-f", FORMATS[codec]], samples.tobytes())
     return [(data[at:at + 160], 160) for at in range(0, len(data) - 159, 160)]
 
@@ -46,8 +50,52 @@ def decode(codec, packets):
     if codec == "aac":
         data = b"".join(adts_header(len(payload) - 4) + payload[4:] for payload, _ in packets)
         return _ffmpeg(["-f", "aac", "-i", "-"], out, data)
+    if codec == "opus":
+        return _ffmpeg(["-f", "ogg", "-i", "-"], out, ogg_opus([payload for payload, _ in packets]))
     data = b"".join(payload for payload, _ in packets)
     return _ffmpeg(["-f", FORMATS[codec], "-ar", "8000", "-ac", "1", "-i", "-"], out, data)
+
+
+def ogg_packets(data):
+    """The packets of an Ogg file with one stream (RFC 3533, section 6)."""
+    packets, at, unfinished = [], 0, b""
+    while data[at:at + 4] == b"OggS":
+        count = data[at + 26]
+        sizes = data[at + 27:at + 27 + count]
+        at += 27 + count
+        for size in sizes:
+            unfinished += data[at:at + size]
+            at += size
+            if size < 255:
+                packets.append(unfinished)
+                unfinished = b""
+    return packets
+
+
+def ogg_opus(packets):
+    """An Ogg file of Opus packets of 20 ms and one channel (RFC 7845), each on a page of its own."""
+    head = b"OpusHead" + struct.pack("<BBHIhB", 1, 1, 0, RATE, 0, 0)
+    tags = b"OpusTags" + struct.pack("<I", 4) + b"test" + struct.pack("<I", 0)
+    pages = [ogg_page(0, 2, 0, head), ogg_page(1, 0, 0, tags)]
+    for index, packet in enumerate(packets):
+        pages.append(ogg_page(index + 2, 4 if index + 1 == len(packets) else 0, 960 * (index + 1), packet))
+    return b"".join(pages)
+
+
+def ogg_page(number, flags, position, packet):
+    lacing = b"\xff" * (len(packet) // 255) + bytes([len(packet) % 255])
+    header = b"OggS" + struct.pack("<BBqII", 0, flags, position, 1, number)
+    rest = bytes([len(lacing)]) + lacing + packet
+    return header + struct.pack("<I", ogg_checksum(header + bytes(4) + rest)) + rest
+
+
+def ogg_checksum(data):
+    value = 0
+    for byte in data:
+        value ^= byte << 24
+        for _ in range(8):
+            value = (value << 1 ^ (0x04C11DB7 if value & 0x80000000 else 0)) & 0xFFFFFFFF
+    return value
 
 
 def adts_units(data):

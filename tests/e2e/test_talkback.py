@@ -52,7 +52,7 @@ def talk(server, transport, codec, packets, **kwargs):
         return speaker
 
 
-@pytest.mark.parametrize("codec", ["pcmu", "pcma", "aac"])
+@pytest.mark.parametrize("codec", ["pcmu", "pcma", "aac", "opus"])
 def test_a_sentence_is_heard_soon(serve, transport, codec, sentence):
     server = serve(talk_back(codec=codec))
     packets, sent = packets_of(sentence, codec)
@@ -65,7 +65,7 @@ def test_a_sentence_is_heard_soon(serve, transport, codec, sentence):
     assert 0 < played - speaker.sent_at[0] < DELAY_SECONDS
 
 
-@pytest.mark.parametrize("codec", ["pcmu", "pcma", "aac"])
+@pytest.mark.parametrize("codec", ["pcmu", "pcma", "aac", "opus"])
 def test_a_tone_keeps_its_pitch_and_level_without_a_hole(serve, transport, codec):
     server = serve(talk_back(codec=codec))
     talk(server, transport, codec, packets_of(tone(seconds=2.0), codec)[0])

@@ -8,8 +8,8 @@ from speaker import talk_back, wait_for_end
 pytestmark = pytest.mark.usefixtures("real_time")
 
 ENOUGH = 0.9
-CODECS = ["pcmu", "pcma", "aac"]
-PACKET_SECONDS = {"pcmu": 0.020, "pcma": 0.020, "aac": 0.064}
+CODECS = ["pcmu", "pcma", "aac", "opus"]
+PACKET_SECONDS = {"pcmu": 0.020, "pcma": 0.020, "aac": 0.064, "opus": 0.020}
 
 
 def say(server, build_folder, transport, samples):

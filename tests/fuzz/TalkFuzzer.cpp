@@ -65,9 +65,10 @@ class Scene
 {
 public:
     explicit Scene(unsigned codec)
-        : track_(*refhost::backChannelOf(codec % 3 == 0   ? refhost::Codec::pcmu
-                                         : codec % 3 == 1 ? refhost::Codec::pcma
-                                                          : refhost::Codec::aac)),
+        : track_(*refhost::backChannelOf(codec % 4 == 0   ? refhost::Codec::pcmu
+                                         : codec % 4 == 1 ? refhost::Codec::pcma
+                                         : codec % 4 == 2 ? refhost::Codec::aac
+                                                          : refhost::Codec::opus)),
           wire_(std::make_shared<refhost::test::Wire>()),
           session_(SafePointer<IMediaPlayer>(new CountingPlayer(samples_)), output_, clock_,
                    refhost::TalkDecoder::make)

@@ -136,6 +136,18 @@ TEST_F(MediaTapTest, AudioComesInTheSameTimeWithItsOwnFormat)
     EXPECT_NEAR(static_cast<double>(audio.captureTimeNs - sink->frames()[0]->captureTimeNs), 0, 1e9);
 }
 
+TEST_F(MediaTapTest, OpusComesWithTheHeaderThatAFileNeeds)
+{
+    stream.audioCodec = Codec::opus;
+    open();
+    const auto sink = tap();
+    ASSERT_TRUE(sink->waitFor(10, 10));
+    const EncodedUnit& audio = *sink->audios()[0];
+    EXPECT_EQ(audio.format->sampleRate, 48000);
+    EXPECT_EQ(audio.format->codecData, infoOf(Codec::opus).makeCodecData(audio.format->channels));
+    EXPECT_EQ(infoOf(Codec::opus).samplesIn(audio.bytes.data(), audio.bytes.size(), 1), 960U);
+}
+
 TEST_F(MediaTapTest, TapLivesThroughAStopOfTheSource)
 {
     open();

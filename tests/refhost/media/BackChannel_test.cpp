@@ -9,14 +9,15 @@ namespace
 
 TEST(BackChannel, EveryCodecIsMarkedAndNamedAlike)
 {
-    for (const Codec codec : {Codec::pcmu, Codec::pcma, Codec::aac})
+    for (const Codec codec : {Codec::pcmu, Codec::pcma, Codec::aac, Codec::opus})
     {
         const auto track = backChannelOf(codec);
         ASSERT_TRUE(track.has_value());
         EXPECT_EQ("trackID=talk", track->trackId);
         EXPECT_EQ("audio", track->mediaType);
         EXPECT_TRUE(track->getAudioBackInfoFlag());
-        EXPECT_EQ(1, track->channels);
+        // RFC 7587, section 7: two for Opus, whatever is sent.
+        EXPECT_EQ(codec == Codec::opus ? 2 : 1, track->channels);
     }
 }
 
@@ -32,6 +33,9 @@ TEST(BackChannel, CodecsHaveTheirPayloadTypesAndClocks)
     EXPECT_GE(backChannelOf(Codec::aac)->payloadType, 96);
     EXPECT_EQ(16000, backChannelOf(Codec::aac)->clockRate);
     EXPECT_NE(std::string::npos, backChannelOf(Codec::aac)->formatParameters.find("config=1408"));
+    EXPECT_EQ("opus", backChannelOf(Codec::opus)->encodingName);
+    EXPECT_GE(backChannelOf(Codec::opus)->payloadType, 96);
+    EXPECT_EQ(48000, backChannelOf(Codec::opus)->clockRate);
 }
 
 TEST(BackChannel, WithoutACodecThereIsNone)

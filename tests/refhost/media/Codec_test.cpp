@@ -79,12 +79,49 @@ TEST(Codec, SamplesOfABlockAreKnown)
     EXPECT_EQ(infoOf(Codec::aac).samplesIn(block, 7, 1), 1024U);
 }
 
+TEST(Codec, OpusPacketTellsHowLongItIs)
+{
+    struct Case
+    {
+        const char* name;
+        std::vector<std::uint8_t> packet;
+        std::uint32_t samples;
+    };
+    const Case cases[] = {
+        {"SILK, 10 ms", {0 << 3, 1}, 480},
+        {"SILK, 60 ms", {3 << 3, 1}, 2880},
+        {"hybrid, 20 ms", {13 << 3, 1}, 960},
+        {"CELT, 2.5 ms", {16 << 3, 1}, 120},
+        {"CELT, 20 ms", {31 << 3, 1}, 960},
+        {"no data", {31 << 3}, 960},
+        {"two frames of equal size", {(31 << 3) | 1, 1, 1}, 1920},
+        {"two frames", {(31 << 3) | 2, 1, 1, 1}, 1920},
+        {"six frames", {(31 << 3) | 3, 6, 1}, 5760},
+        {"more than 120 ms", {(31 << 3) | 3, 7, 1}, 0},
+        {"no frame", {(31 << 3) | 3, 0, 1}, 0},
+        {"the count is missing", {(31 << 3) | 3}, 0},
+        {"empty", {}, 0},
+    };
+    for (const Case& one : cases)
+    {
+        EXPECT_EQ(infoOf(Codec::opus).samplesIn(one.packet.data(), one.packet.size(), 1), one.samples)
+            << one.name;
+    }
+}
+
+TEST(Codec, OpusHeadIsMadeForFiles)
+{
+    const std::vector<std::uint8_t> head = infoOf(Codec::opus).makeCodecData(2);
+    EXPECT_EQ(head, (std::vector<std::uint8_t>{'O', 'p', 'u', 's', 'H', 'e', 'a', 'd', 1, 2, 0, 0, 0x80, 0xbb,
+                                               0, 0, 0, 0, 0}));
+}
+
 TEST(Codec, TheConfigurationMayNameWhatFits)
 {
     using Names = std::vector<std::string_view>;
     EXPECT_EQ(codecChoices(MediaKind::video), (Names{"h264", "h265", "none"}));
-    EXPECT_EQ(codecChoices(MediaKind::audio), (Names{"pcmu", "pcma", "aac", "none"}));
-    EXPECT_EQ(codecChoices(MediaKind::audio, true), (Names{"pcmu", "pcma", "aac", "none"}));
+    EXPECT_EQ(codecChoices(MediaKind::audio), (Names{"pcmu", "pcma", "aac", "opus", "none"}));
+    EXPECT_EQ(codecChoices(MediaKind::audio, true), (Names{"pcmu", "pcma", "aac", "opus", "none"}));
 }
 
 }  // namespace

@@ -74,6 +74,15 @@ TEST_F(GstCodecTest, WhatIsSentAsItIsIsAcceptedWhateverIsConfigured)
     EXPECT_FALSE(accepts({Codec::pcmu}, "audio/x-mulaw,rate=16000,channels=1"));
 }
 
+TEST_F(GstCodecTest, OpusIsAcceptedOnlyWhereItIsConfigured)
+{
+    const char* const stereo = "audio/x-opus,channel-mapping-family=0,channels=2";
+    EXPECT_EQ(of(stereo), Codec::opus);
+    EXPECT_TRUE(accepts({Codec::h264, Codec::opus}, stereo));
+    EXPECT_FALSE(accepts({Codec::h264, Codec::pcmu}, stereo));
+    EXPECT_FALSE(accepts({Codec::opus}, "audio/x-opus,channel-mapping-family=1,channels=6"));
+}
+
 TEST_F(GstCodecTest, ElementsOfEveryCodecCanBeMade)
 {
     for (const Codec codec : allCodecs)

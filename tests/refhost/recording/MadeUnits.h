@@ -38,11 +38,15 @@ public:
     {
         MediaFormat format;
         format.codec = codec;
-        format.sampleRate = codec == Codec::aac ? 16000 : 8000;
+        format.sampleRate = infoOf(codec).talkBackRate;
         format.channels = 1;
         if (codec == Codec::aac)
         {
             format.codecData = {0x14, 0x08};
+        }
+        if (infoOf(codec).makeCodecData != nullptr)
+        {
+            format.codecData = infoOf(codec).makeCodecData(format.channels);
         }
         return std::make_shared<const MediaFormat>(format);
     }

@@ -125,8 +125,10 @@ protected:
 
 TEST_F(RecordedCameraTest, EveryVideoAndAudioIsRecordedOnceAndAtItsTime)
 {
-    for (const auto& [video, audio] :
-         {std::pair{Codec::h264, Codec::pcmu}, {Codec::h264, Codec::aac}, {Codec::h265, Codec::pcma}})
+    for (const auto& [video, audio] : {std::pair{Codec::h264, Codec::pcmu},
+                                       {Codec::h264, Codec::aac},
+                                       {Codec::h265, Codec::pcma},
+                                       {Codec::h264, Codec::opus}})
     {
         SCOPED_TRACE(nameOf(audio));
         stream.videoCodec = video;

@@ -102,7 +102,7 @@ TEST_F(SegmentWriterTest, FileCutOffAnywhereIsMeasuredUpToThere)
 
 TEST_F(SegmentWriterTest, EachCodecOfAudioAndH265IsTaken)
 {
-    for (const Codec codec : {Codec::pcmu, Codec::pcma, Codec::aac})
+    for (const Codec codec : {Codec::pcmu, Codec::pcma, Codec::aac, Codec::opus})
     {
         audio = audioFormat(codec);
         path_ = folder_ / (std::to_string(static_cast<int>(codec)) + ".mkv");

@@ -93,6 +93,41 @@ AacFile aacTone(int rate, int channels)
     return out;
 }
 
+// Packets of 20 ms of a tone as ffmpeg encodes it: what stands in the pages of an Ogg file (RFC 3533, section 6)
+// behind the two headers.
+std::vector<Bytes> opusTone(int channels)
+{
+    const TemporaryFolder folder;
+    const std::string file = folder / "tone.ogg";
+    if (!test::ffmpeg("-f lavfi -i sine=1000:r=48000:d=1 -ac " + std::to_string(channels) +
+                      " -c:a libopus -b:a 64k -page_duration 1 " + file))
+    {
+        return {};
+    }
+    const Bytes bytes = test::readFile(file);
+    std::vector<Bytes> packets(1);
+    for (std::size_t at = 0; at + 27 <= bytes.size();)
+    {
+        const std::size_t count = bytes[at + 26];
+        const std::size_t sizes = at + 27;
+        at = sizes + count;
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            const std::size_t size = bytes[sizes + i];
+            packets.back().insert(packets.back().end(), bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                                  bytes.begin() + static_cast<std::ptrdiff_t>(at + size));
+            at += size;
+            if (size < 255)
+            {
+                packets.emplace_back();
+            }
+        }
+    }
+    packets.pop_back();
+    packets.erase(packets.begin(), packets.begin() + 2);
+    return packets;
+}
+
 }  // namespace
 
 TEST(TalkDecoder, EveryPcmuCodeIsDecodedAsFfmpegDoes)
@@ -179,6 +214,35 @@ TEST(TalkDecoder, AacOfManyFormatsBecomesWhatTheOutputTakes)
         EXPECT_NEAR(seconds * 48000, static_cast<double>(out.size()), 480) << c.config;
         EXPECT_LT(1000, test::amplitudeAt(1000, 48000, out, 20000, 20000)) << c.config;
     }
+}
+
+TEST(TalkDecoder, OpusOfOneAndOfTwoChannelsBecomesWhatTheOutputTakes)
+{
+    for (const int channels : {1, 2})
+    {
+        const std::vector<Bytes> packets = opusTone(channels);
+        ASSERT_LE(50U, packets.size());
+        const auto decoder = TalkDecoder::make(track("opus", 48000, 2), {16000, 1});
+        ASSERT_TRUE(decoder);
+        Samples out;
+        for (const Bytes& packet : packets)
+        {
+            ASSERT_TRUE(decoder->decode(packet.data(), packet.size(), out));
+        }
+        EXPECT_NEAR(static_cast<double>(packets.size()) * 320, static_cast<double>(out.size()), 320);
+        EXPECT_LT(1000, test::amplitudeAt(1000, 16000, out, 4000, 8000)) << channels;
+    }
+}
+
+TEST(TalkDecoder, OpusThatIsNoneAppendsNothing)
+{
+    const auto decoder = TalkDecoder::make(track("opus", 48000, 2), {48000, 1});
+    ASSERT_TRUE(decoder);
+    Samples out;
+    const Bytes tooLong{(31 << 3) | 3, 63, 1, 2, 3};
+    EXPECT_FALSE(decoder->decode(tooLong.data(), tooLong.size(), out));
+    EXPECT_FALSE(decoder->decode(tooLong.data(), 0, out));
+    EXPECT_TRUE(out.empty());
 }
 
 TEST(TalkDecoder, FrameThatIsNoneAppendsNothingAndTheNextOneIsDecoded)
