@@ -8,7 +8,10 @@ namespace refhost
 {
 
 DecodeStage::DecodeStage(GstBin* pipeline, const StreamConfig& config, Events events)
-    : pipeline_(pipeline), codecs_(config.codecs()), events_(std::move(events))
+    : pipeline_(pipeline),
+      codecs_(config.codecs()),
+      byRtp_(config.source.kind == SourceConfig::Kind::rtsp),
+      events_(std::move(events))
 {
 }
 
@@ -20,7 +23,7 @@ bool DecodeStage::open(GstPad* source, std::string& error)
         error = "the GStreamer element decodebin is missing";
         return false;
     }
-    g_object_set(decoder, "caps", GstCodec::acceptedCaps(codecs_).get(), nullptr);
+    g_object_set(decoder, "caps", GstCodec::acceptedCaps(codecs_, byRtp_).get(), nullptr);
     g_signal_connect(decoder, "pad-added", G_CALLBACK(&DecodeStage::onPadAdded), this);
     g_signal_connect(decoder, "no-more-pads", G_CALLBACK(&DecodeStage::onNoMorePads), this);
     gst_bin_add(pipeline_, decoder);

@@ -26,7 +26,7 @@ public:
     };
 
     /// \param pipeline  outlives the stage, and is stopped before the stage ends
-    /// \param config  names the stream's codecs
+    /// \param config  names the stream's codecs and source
     DecodeStage(GstBin* pipeline, const StreamConfig& config, Events events);
     DecodeStage(const DecodeStage&) = delete;
     DecodeStage& operator=(const DecodeStage&) = delete;
@@ -41,6 +41,7 @@ private:
 
     GstBin* pipeline_;
     const std::vector<Codec> codecs_;
+    const bool byRtp_;
     Events events_;
 };
 

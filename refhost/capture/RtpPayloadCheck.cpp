@@ -74,6 +74,46 @@ bool aacFits(const RtpPayloadCheck::Payload& payload)
     return bits > 0 && (bits + bitsOfByte - 1) / bitsOfByte < payload.size - 2;
 }
 
+// RFC 2435: the main header, that of restart markers, and in front of a frame quantization tables.
+bool jpegFits(const RtpPayloadCheck::Payload& payload)
+{
+    constexpr std::size_t mainHeader = 8;
+    constexpr std::size_t shortHeader = 4;
+    constexpr std::size_t tableSize = 64;  // with 8 bits; twice as much with 16
+    constexpr unsigned restarts = 64;
+    constexpr unsigned firstWithTables = 128;
+    if (payload.size <= mainHeader)
+    {
+        return false;
+    }
+    const std::uint8_t* const data = payload.data;
+    const unsigned type = data[4];
+    const unsigned quality = data[5];
+    const bool first = data[1] == 0 && data[2] == 0 && data[3] == 0;
+    std::size_t at = mainHeader + ((type & restarts) != 0 ? shortHeader : 0);
+    if ((type & ~restarts) > 1 || quality == 0)
+    {
+        return false;
+    }
+    if (first && quality >= firstWithTables)
+    {
+        if (payload.size < at + shortHeader)
+        {
+            return false;
+        }
+        const unsigned precision = data[at + 1];
+        const std::size_t length = readBig16(data + at + 2);
+        const std::size_t needed =
+            tableSize * (1 + (precision & 1U)) + tableSize * (1 + (precision >> 1U & 1U));
+        if (length != 0 && length < needed)
+        {
+            return false;
+        }
+        at += shortHeader + length;
+    }
+    return at < payload.size;
+}
+
 }  // namespace
 
 bool RtpPayloadCheck::find(const std::uint8_t* packet, std::size_t size, Payload& payload)
@@ -120,6 +160,8 @@ bool RtpPayloadCheck::isWellFormed(const std::optional<Codec>& codec, const Payl
             return true;
         case Codec::opus:
             return infoOf(*codec).samplesIn(payload.data, payload.size, 1) > 0;
+        case Codec::mjpeg:
+            return jpegFits(payload);
     }
     return true;
 }

@@ -1,5 +1,8 @@
 #include "refhost/capture/StreamPipeline.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <utility>
 
 #include "refhost/base/Log.h"
@@ -243,6 +246,13 @@ void StreamPipeline::onTrackCaps(Codec codec, bool encoded, const GstCaps* rtpCa
     if (!describeTrack(rtpCaps, mediaCaps, trackIdOf(codec), info))
     {
         return;
+    }
+    const CodecInfo& known = infoOf(codec);
+    if (known.maxSide > 0 && std::max(info.width, info.height) > known.maxSide)
+    {
+        return sourceEnded(fmt::format("frames of {0}x{1} pixels cannot be sent as {2}: at most {3}x{3}",
+                                       info.width, info.height, known.name, known.maxSide),
+                           false);
     }
     if (encoded)
     {

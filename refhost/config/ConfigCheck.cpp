@@ -1,6 +1,7 @@
 #include "refhost/config/ConfigCheck.h"
 
 #include <arpa/inet.h>
+#include <fmt/format.h>
 #include <netinet/in.h>
 
 #include <algorithm>
@@ -130,6 +131,17 @@ std::string ConfigCheck::setServerKey(ServerConfig& config, std::string_view key
         return "is no key of the configuration";
     }
     return std::visit([&](const auto& setting) { return assignText(config, setting, text); }, found->setting);
+}
+
+std::string ConfigCheck::side(const std::optional<Codec>& codec, int pixels)
+{
+    const CodecInfo* const info = codec ? &infoOf(*codec) : nullptr;
+    if (info == nullptr || info->maxSide == 0 || (pixels <= info->maxSide && pixels % info->sideStep == 0))
+    {
+        return {};
+    }
+    return fmt::format("must be a multiple of {} up to {} with video = \"{}\", not {}", info->sideStep,
+                       info->maxSide, info->name, pixels);
 }
 
 std::string ConfigCheck::source(const SourceConfig& source)

@@ -2,6 +2,7 @@
 // Tested by tests/refhost/config/ConfigReader_test.cpp.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -53,6 +54,9 @@ public:
 
     /// Sets a key of the top of the file from text.
     static std::string setServerKey(ServerConfig& config, std::string_view key, const std::string& text);
+
+    /// Whether a width or height in pixels can be sent in a codec.
+    static std::string side(const std::optional<Codec>& codec, int pixels);
 
     /// Whether a source's kind and location fit together.
     static std::string source(const SourceConfig& source);

@@ -308,6 +308,15 @@ private:
             report(place(table, "id"), "stream " + std::to_string(stream.id) +
                                            " is defined twice in its camera: give each an id of its own");
         }
+        for (const auto& [key, pixels] :
+             {std::pair("width", stream.width), std::pair("height", stream.height)})
+        {
+            const std::string problem = ConfigCheck::side(stream.videoCodec, pixels);
+            if (!problem.empty())
+            {
+                report(place(table, key), std::string(key) + " " + problem);
+            }
+        }
         if (!stream.videoCodec && !stream.audioCodec)
         {
             report(place(table, "audio"), "a stream without video and without audio has nothing to send");

@@ -76,6 +76,22 @@ CodecInfo h265()
     return info;
 }
 
+/// RFC 2435: baseline JPEG of 4:2:0 or 4:2:2 with the usual Huffman tables, and sizes in blocks of 8 pixels.
+CodecInfo mjpeg()
+{
+    CodecInfo info = video(Codec::mjpeg, "mjpeg", "JPEG", "mjpeg");
+    info.payloadType = 26;
+    info.maxSide = 2040;
+    info.sideStep = 8;
+    info.acceptedCaps = "image/jpeg";
+    info.passThrough = CodecInfo::PassThrough::rtpAlone;
+    info.caps = "image/jpeg";
+    info.payloader = "rtpjpegpay";
+    info.encoder = "jpegenc quality=85";
+    info.encodedBitRate = 0;
+    return info;
+}
+
 /// RFC 3640, mode AAC-hbr.
 CodecInfo aac()
 {
@@ -226,6 +242,8 @@ CodecInfo entryOf(Codec codec)
             return pcma();
         case Codec::opus:
             return opus();
+        case Codec::mjpeg:
+            return mjpeg();
     }
     return {};
 }

@@ -19,7 +19,8 @@ enum class Codec
     aac,
     pcmu,
     pcma,
-    opus
+    opus,
+    mjpeg
 };
 
 enum class MediaKind
@@ -51,8 +52,9 @@ struct CodecInfo
     /// Whether media that a source delivers in this codec are sent without encoding them again.
     enum class PassThrough
     {
-        always,         ///< whatever codec is configured
-        whenConfigured  ///< only for a stream that is configured for this codec; otherwise they are decoded
+        always,          ///< whatever codec is configured
+        whenConfigured,  ///< only for a stream that is configured for this codec; otherwise they are decoded
+        rtpAlone         ///< the same, and only of media that came by RTP: others may not fit into it
     };
 
     struct FormatParameter
@@ -75,6 +77,8 @@ struct CodecInfo
     int channels = 0;     ///< that a description names; 0 where it names those of the media
     int bitRate = 0;      ///< kbit/s, where the codec fixes it; otherwise 0
     std::vector<FormatParameter> formatParameters;  ///< in the order in which they are told
+    int maxSide = 0;                                ///< pixels of width and height that RTP can carry; 0: any
+    int sideStep = 1;                               ///< of which width and height are multiples
     UnitEnd unitEnd = UnitEnd::marker;
     KeyFrames keyFrames = KeyFrames::all;
     /// Samples of one channel in a unit of audio, 0 for a malformed one; null for video.
@@ -105,7 +109,7 @@ struct CodecInfo
 };
 
 /// Every codec, in the order in which the configuration's values are listed.
-constexpr std::array<Codec, 6> allCodecs{Codec::h264, Codec::h265, Codec::pcmu,
+constexpr std::array<Codec, 7> allCodecs{Codec::h264, Codec::h265, Codec::mjpeg, Codec::pcmu,
                                          Codec::pcma, Codec::aac,  Codec::opus};
 
 const CodecInfo& infoOf(Codec codec);

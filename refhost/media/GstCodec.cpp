@@ -23,12 +23,12 @@ std::optional<Codec> GstCodec::of(const GstCaps* caps)
     return found == allCodecs.end() ? std::nullopt : std::optional(*found);
 }
 
-GstValuePtr<GstCaps> GstCodec::acceptedCaps(const std::vector<Codec>& configured)
+GstValuePtr<GstCaps> GstCodec::acceptedCaps(const std::vector<Codec>& configured, bool byRtp)
 {
     std::string text;
     for (const Codec codec : allCodecs)
     {
-        if (passes(codec, configured))
+        if (passes(codec, configured, byRtp))
         {
             text.append(infoOf(codec).acceptedCaps).append("; ");
         }
@@ -36,14 +36,17 @@ GstValuePtr<GstCaps> GstCodec::acceptedCaps(const std::vector<Codec>& configured
     return GstValuePtr<GstCaps>(gst_caps_from_string((text + "video/x-raw; audio/x-raw").c_str()));
 }
 
-bool GstCodec::passes(Codec codec, const std::vector<Codec>& configured)
+bool GstCodec::passes(Codec codec, const std::vector<Codec>& configured, bool byRtp)
 {
+    const bool isConfigured = std::find(configured.begin(), configured.end(), codec) != configured.end();
     switch (infoOf(codec).passThrough)
     {
         case CodecInfo::PassThrough::always:
             return true;
         case CodecInfo::PassThrough::whenConfigured:
-            return std::find(configured.begin(), configured.end(), codec) != configured.end();
+            return isConfigured;
+        case CodecInfo::PassThrough::rtpAlone:
+            return isConfigured && byRtp;
     }
     return false;
 }

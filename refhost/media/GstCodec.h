@@ -21,7 +21,8 @@ public:
 
     /// Caps of everything that is sent without encoding it again, and of raw video and audio.
     /// \param configured  the stream's codecs
-    static GstValuePtr<GstCaps> acceptedCaps(const std::vector<Codec>& configured);
+    /// \param byRtp       the media come from another RTP sender
+    static GstValuePtr<GstCaps> acceptedCaps(const std::vector<Codec>& configured, bool byRtp);
 
     /// What brings encoded media into the one form that is sent and recorded, as a launch line.
     static std::string parserLine(Codec codec);
@@ -30,7 +31,7 @@ public:
     static std::string payloaderLine(Codec codec);
 
 private:
-    static bool passes(Codec codec, const std::vector<Codec>& configured);
+    static bool passes(Codec codec, const std::vector<Codec>& configured, bool byRtp);
 };
 
 }  // namespace refhost

@@ -9,13 +9,14 @@
 namespace refhost
 {
 
-/// An RTSP camera of another make on a loopback port, with H.264 and PCMU.
+/// An RTSP camera of another make on a loopback port, with H.264 and PCMU unless something else is given.
 class ForeignCamera
 {
 public:
     /// \param protocols  what it lets clients use
     /// \param port       0 for any
-    explicit ForeignCamera(GstRTSPLowerTrans protocols, int port = 0)
+    /// \param media      launch line of the payloaders pay0, pay1 …
+    explicit ForeignCamera(GstRTSPLowerTrans protocols, int port = 0, const std::string& media = usualMedia())
         : context_(g_main_context_new()),
           loop_(g_main_loop_new(context_, FALSE)),
           server_(gst_rtsp_server_new())
@@ -23,12 +24,7 @@ public:
         gst_rtsp_server_set_address(server_, "127.0.0.1");
         gst_rtsp_server_set_service(server_, std::to_string(port).c_str());
         GstRTSPMediaFactory* factory = gst_rtsp_media_factory_new();
-        gst_rtsp_media_factory_set_launch(
-            factory,
-            "( videotestsrc is-live=true ! video/x-raw,format=I420,width=160,height=90,framerate=25/1 ! "
-            "x264enc tune=zerolatency key-int-max=5 ! rtph264pay name=pay0 pt=100 "
-            "audiotestsrc is-live=true ! audio/x-raw,rate=8000,channels=1 ! mulawenc ! "
-            "rtppcmupay name=pay1 )");
+        gst_rtsp_media_factory_set_launch(factory, ("( " + media + " )").c_str());
         gst_rtsp_media_factory_set_protocols(factory, protocols);
         gst_rtsp_media_factory_set_shared(factory, TRUE);
         GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(server_);
@@ -51,6 +47,14 @@ public:
 
     ForeignCamera(const ForeignCamera&) = delete;
     ForeignCamera& operator=(const ForeignCamera&) = delete;
+
+    static std::string usualMedia()
+    {
+        return "videotestsrc is-live=true ! video/x-raw,format=I420,width=160,height=90,framerate=25/1 ! "
+               "x264enc tune=zerolatency key-int-max=5 ! rtph264pay name=pay0 pt=100 "
+               "audiotestsrc is-live=true ! audio/x-raw,rate=8000,channels=1 ! mulawenc ! "
+               "rtppcmupay name=pay1";
+    }
 
     int port() const
     {

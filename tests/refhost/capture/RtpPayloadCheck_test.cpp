@@ -97,6 +97,46 @@ TEST(RtpPayloadCheck, AacWhoseHeadersDoNotFitIsNotTaken)
     EXPECT_TRUE(fits("PCMU", {1}));
 }
 
+TEST(RtpPayloadCheck, OpusWhoseFramesCannotBeIsNotTaken)
+{
+    EXPECT_TRUE(fits("OPUS", {31 << 3, 1}));
+    EXPECT_FALSE(fits("OPUS", {}));
+    EXPECT_FALSE(fits("OPUS", {(31 << 3) | 3}));
+    EXPECT_FALSE(fits("OPUS", {(31 << 3) | 3, 63, 1}));
+}
+
+TEST(RtpPayloadCheck, JpegWhoseHeadersDoNotFitIsNotTaken)
+{
+    const auto join = [](std::vector<Bytes> parts)
+    {
+        Bytes all;
+        for (const Bytes& part : parts)
+        {
+            all.insert(all.end(), part.begin(), part.end());
+        }
+        return all;
+    };
+    const Bytes plain{0, 0, 0, 0, 1, 80, 40, 30};
+    const Bytes restarts{0, 0, 0, 0, 65, 80, 40, 30};
+    const Bytes withTables{0, 0, 0, 0, 1, 255, 40, 30};
+    const Bytes later{0, 0, 5, 0, 1, 255, 40, 30};
+    const Bytes scan{1, 2};
+    EXPECT_TRUE(fits("JPEG", join({plain, scan})));
+    EXPECT_TRUE(fits("JPEG", join({restarts, {0, 1, 0xff, 0xff}, scan})));
+    EXPECT_TRUE(fits("JPEG", join({withTables, {0, 0, 0, 128}, Bytes(128), scan})));
+    EXPECT_TRUE(fits("JPEG", join({withTables, {0, 0, 0, 0}, scan})));
+    EXPECT_TRUE(fits("JPEG", join({later, scan})));
+    for (const Bytes& payload :
+         {Bytes{}, plain, restarts, join({restarts, {0, 1, 0xff, 0xff}}), join({withTables, {0, 0, 0}}),
+          join({withTables, {0, 0, 0, 128}, Bytes(128)}), join({withTables, {0, 0, 0, 64}, Bytes(64), scan}),
+          join({withTables, {0, 3, 0, 128}, Bytes(128), scan}),
+          join({withTables, {0, 0, 0xff, 0xff}, Bytes(128), scan}), join({{0, 0, 0, 0, 2, 80, 40, 30}, scan}),
+          join({{0, 0, 0, 0, 1, 0, 40, 30}, scan})})
+    {
+        EXPECT_FALSE(fits("JPEG", payload)) << testing::PrintToString(payload);
+    }
+}
+
 TEST(RtpPayloadCheck, RandomPacketsAreReadWithinTheirBounds)
 {
     std::mt19937 random(1);
@@ -113,7 +153,7 @@ TEST(RtpPayloadCheck, RandomPacketsAreReadWithinTheirBounds)
         if (RtpPayloadCheck::find(exact.data(), exact.size(), payload))
         {
             EXPECT_LE(payload.data + payload.size, exact.data() + exact.size());
-            for (const char* encoding : {"H264", "H265", "MPEG4-GENERIC", "L16"})
+            for (const char* encoding : {"H264", "H265", "MPEG4-GENERIC", "OPUS", "JPEG", "L16"})
             {
                 RtpPayloadCheck::isWellFormed(codecEncodedAs(encoding), payload);
             }

@@ -52,6 +52,63 @@ TEST_F(RtspSourceTest, AudioIsNotAskedForWhenNoneIsWanted)
     EXPECT_EQ(tracks.size(), 1U);
 }
 
+std::string jpegOf(int width, int height)
+{
+    return "videotestsrc is-live=true ! video/x-raw,format=I420,framerate=25/1,width=" +
+           std::to_string(width) + ",height=" + std::to_string(height) +
+           " ! jpegenc ! rtpjpegpay name=pay0 "
+           "audiotestsrc is-live=true ! audio/x-raw,rate=48000,channels=1 ! opusenc ! rtpopuspay name=pay1 "
+           "pt=98";
+}
+
+TEST_F(RtspSourceTest, JpegAndOpusArePassedOnWhereTheyAreConfigured)
+{
+    const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP, 0, jpegOf(160, 96));
+    stream.source.location = camera.url();
+    stream.videoCodec = Codec::mjpeg;
+    stream.audioCodec = Codec::opus;
+    open();
+    const auto video = watch("trackID=0");
+    const auto audio = watch("trackID=1");
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_EQ(tracks[0].encodingName, "JPEG");
+    EXPECT_EQ(tracks[0].payloadType, 26);
+    EXPECT_EQ(tracks[0].width, 160);
+    EXPECT_EQ(tracks[0].height, 96);
+    EXPECT_EQ(tracks[0].bitRate, 0) << "the camera's own";
+    EXPECT_EQ(tracks[1].encodingName, "opus");
+    EXPECT_EQ(tracks[1].clockRate, 48000);
+    EXPECT_EQ(tracks[1].channels, 2);
+    ASSERT_TRUE(video->waitForUnits(5));
+    ASSERT_TRUE(audio->waitForUnits(5));
+    for (const AccessUnitPtr& unit : video->units())
+    {
+        EXPECT_TRUE(unit->keyFrame);
+    }
+}
+
+TEST_F(RtspSourceTest, JpegAndOpusAreEncodedAgainWhereTheyAreNotConfigured)
+{
+    const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP, 0, jpegOf(160, 96));
+    stream.source.location = camera.url();
+    open();
+    const auto video = watch("trackID=0");
+    ASSERT_EQ(describe(), Description::ready);
+    ASSERT_EQ(tracks.size(), 2U);
+    EXPECT_EQ(tracks[0].encodingName, "H264");
+    EXPECT_EQ(tracks[1].encodingName, "PCMU");
+}
+
+TEST_F(RtspSourceTest, JpegThatIsTooLargeForRtpIsRefused)
+{
+    const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP, 0, jpegOf(2048, 64));
+    stream.source.location = camera.url();
+    stream.videoCodec = Codec::mjpeg;
+    open();
+    EXPECT_EQ(describe(), Description::failed);
+}
+
 TEST_F(RtspSourceTest, CameraWithoutTcpIsReadOverUdp)
 {
     const ForeignCamera camera(GST_RTSP_LOWER_TRANS_UDP);

@@ -23,10 +23,10 @@ protected:
         return GstCodec::of(GstValuePtr<GstCaps>(gst_caps_from_string(caps)).get());
     }
 
-    static bool accepts(const std::vector<Codec>& configured, const char* caps)
+    static bool accepts(const std::vector<Codec>& configured, const char* caps, bool byRtp = false)
     {
         const GstValuePtr<GstCaps> media(gst_caps_from_string(caps));
-        return gst_caps_can_intersect(GstCodec::acceptedCaps(configured).get(), media.get());
+        return gst_caps_can_intersect(GstCodec::acceptedCaps(configured, byRtp).get(), media.get());
     }
 
     static bool canBeMade(const std::string& line)
@@ -81,6 +81,14 @@ TEST_F(GstCodecTest, OpusIsAcceptedOnlyWhereItIsConfigured)
     EXPECT_TRUE(accepts({Codec::h264, Codec::opus}, stereo));
     EXPECT_FALSE(accepts({Codec::h264, Codec::pcmu}, stereo));
     EXPECT_FALSE(accepts({Codec::opus}, "audio/x-opus,channel-mapping-family=1,channels=6"));
+}
+
+TEST_F(GstCodecTest, JpegIsAcceptedOnlyByRtpWhereItIsConfigured)
+{
+    EXPECT_EQ(of("image/jpeg,width=320"), Codec::mjpeg);
+    EXPECT_TRUE(accepts({Codec::mjpeg}, "image/jpeg", true));
+    EXPECT_FALSE(accepts({Codec::mjpeg}, "image/jpeg", false)) << "its Huffman tables may be others";
+    EXPECT_FALSE(accepts({Codec::h264}, "image/jpeg", true));
 }
 
 TEST_F(GstCodecTest, ElementsOfEveryCodecCanBeMade)
