@@ -1,6 +1,7 @@
 #include "refhost/live/LiveTrack.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "refhost/live/LiveSession.h"
@@ -11,7 +12,7 @@ namespace
 {
 
 /// What audio keeps when no video tells how much is needed.
-constexpr std::int64_t audioPastNs = 2'000'000'000;
+constexpr std::chrono::seconds maxAudioPast(2);
 
 }  // namespace
 
@@ -37,7 +38,7 @@ void LiveTrack::onAccessUnit(AccessUnitPtr unit)
     }
     // Now and then, so that senders notice when the clock is set.
     settings_.clock->wall().mapping();
-    const FreshUnit fresh{this, index, epoch, unit, settings_.clock->monotonicMs()};
+    const FreshUnit fresh{this, index, epoch, unit, settings_.clock->now()};
     for (const auto& session : subscribers_)
     {
         session->pump(&fresh);
@@ -59,7 +60,7 @@ void LiveTrack::onDiscontinuity()
     }
     if (video_)
     {
-        past_->videoSinceNs.store(StreamPast::none, std::memory_order_relaxed);
+        past_->videoSince.store(StreamPast::none, std::memory_order_relaxed);
     }
     refreshSubscribers();
 }
@@ -76,14 +77,14 @@ LiveTrack::Found LiveTrack::newestStart() const
     return startable_ ? found(start_) : Found();
 }
 
-LiveTrack::Found LiveTrack::firstSince(std::int64_t captureNs, std::uint64_t earliest) const
+LiveTrack::Found LiveTrack::firstSince(MonotonicTime capture, std::uint64_t earliest) const
 {
     const std::lock_guard<std::mutex> guard(ringMutex_);
     const auto begin = ring_.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(
                                            earliest > base_ ? earliest - base_ : 0, ring_.size()));
-    const auto at = std::lower_bound(begin, ring_.end(), captureNs,
-                                     [](const Entry& entry, std::int64_t wanted)
-                                     { return entry.unit->captureTimeNs < wanted; });
+    const auto at = std::lower_bound(begin, ring_.end(), capture,
+                                     [](const Entry& entry, MonotonicTime wanted)
+                                     { return MonotonicTime(Duration(entry.unit->captureTimeNs)) < wanted; });
     return found(base_ + static_cast<std::uint64_t>(at - ring_.begin()));
 }
 
@@ -146,12 +147,14 @@ void LiveTrack::trim()
         {
             popFront();
         }
-        past_->videoSinceNs.store(ring_.front().unit->captureTimeNs, std::memory_order_relaxed);
+        past_->videoSince.store(MonotonicTime(Duration(ring_.front().unit->captureTimeNs)),
+                                std::memory_order_relaxed);
         return;
     }
-    const std::int64_t since = std::min(past_->videoSinceNs.load(std::memory_order_relaxed),
-                                        ring_.back().unit->captureTimeNs - audioPastNs);
-    while (ring_.size() > 1 && ring_.front().unit->captureTimeNs < since)
+    const MonotonicTime since =
+        std::min(past_->videoSince.load(std::memory_order_relaxed),
+                 MonotonicTime(Duration(ring_.back().unit->captureTimeNs)) - maxAudioPast);
+    while (ring_.size() > 1 && MonotonicTime(Duration(ring_.front().unit->captureTimeNs)) < since)
     {
         popFront();
     }

@@ -25,15 +25,15 @@ struct FreshUnit
     std::uint64_t index;
     std::uint32_t epoch;
     const AccessUnitPtr& unit;
-    std::int64_t nowMs;  ///< monotonic clock
+    MonotonicTime now;
 };
 
 /// What the tracks of one stream know of its video.
 struct StreamPast
 {
-    static constexpr std::int64_t none = std::numeric_limits<std::int64_t>::max();
+    static constexpr MonotonicTime none = MonotonicTime::max();
     /// Capture time of the oldest frame that is kept; the audio keeps as much.
-    std::atomic<std::int64_t> videoSinceNs{none};
+    std::atomic<MonotonicTime> videoSince{none};
 };
 
 /// One track of a camera stream in packets of one size: a ring of its latest access units and the sessions
@@ -78,8 +78,8 @@ public:
     View look(std::uint64_t index) const;
     /// The newest unit that a decoder can start from: a key frame, or the last block of audio.
     Found newestStart() const;
-    /// The first unit, from number `earliest` on, that was captured at `captureNs` or later.
-    Found firstSince(std::int64_t captureNs, std::uint64_t earliest) const;
+    /// The first unit, from number `earliest` on, that was captured at `capture` or later.
+    Found firstSince(MonotonicTime capture, std::uint64_t earliest) const;
 
     /// The place of a session in the list of those that play; kept by the session, changed by the track.
     using SubscriberSlot = std::size_t;

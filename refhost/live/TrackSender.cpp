@@ -1,6 +1,7 @@
 #include "refhost/live/TrackSender.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
@@ -12,9 +13,9 @@ namespace
 {
 
 /// Tracks whose play() lie this close to each other start together.
-constexpr std::int64_t togetherMs = 1000;
+constexpr std::chrono::seconds startTogether(1);
 /// How long audio waits for the frame that it shall start with.
-constexpr std::int64_t frameWaitMs = 5000;
+constexpr std::chrono::seconds maxVideoWait(5);
 
 constexpr const char* frames = "video";
 constexpr const char* audio = "audio";
@@ -31,8 +32,8 @@ TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamK
       video_(info.mediaType == frames),
       payloadSize_(payloadSize),
       track_(stream_->use(info.trackId, video_, payloadSize)),
-      sender_(info.payloadType, name, *settings_.clock, settings_.reportIntervalMs),
-      timeline_(rtpClockRate(info.clockRate), sender_.firstTimestamp())
+      sender_(info.payloadType, name, *settings_.clock, settings_.reportInterval),
+      timeline_(rtpClockOf(info.clockRate), sender_.firstTimestamp())
 {
 }
 
@@ -44,7 +45,7 @@ std::shared_ptr<TrackSender> TrackSender::successor(const RtcpWriter::Name& name
     info.trackId = trackId_;
     info.mediaType = video_ ? frames : audio;
     info.payloadType = sender_.payloadType();
-    info.clockRate = static_cast<int>(timeline_.clockRate());
+    info.clockRate = static_cast<int>(timeline_.clock().rate());
     return std::make_shared<TrackSender>(session_, streamKey_, info, stream_, payloadSize_, name);
 }
 
@@ -65,7 +66,7 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
         if (state_.is(SenderState::running))
         {
             first_.sequenceNumber = sender_.sequence();
-            first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->monotonicNs());
+            first_.rtpTimestamp = unit_ ? unitTimestamp_ : timeline_.at(settings_.clock->now());
         }
         if (sender_.transport()->traits().shared)
         {
@@ -87,10 +88,10 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
     paced_ = mode == LiveStart::Mode::paced;
     state_.enter(SenderState::starting);
     flow_.enter(SenderFlow::keepingUp);
-    playedMs_ = settings_.clock->monotonicMs();
+    playedAt_ = settings_.clock->now();
     track_->join(session, slot_);
     viewed_->acquire();
-    if (video_ && !startingPoint(nullptr, playedMs_).unit)
+    if (video_ && !startingPoint(nullptr, playedAt_).unit)
     {
         // Now, though the transport is held: the encoder works while the answer goes out.
         viewed_->requestKeyFrame();
@@ -132,8 +133,8 @@ void TrackSender::end()
     // Who never sent anything does not send BYE (RFC 3550, section 6.3.7).
     if (sender_.statistics().packets != 0)
     {
-        const std::int64_t nowNs = settings_.clock->monotonicNs();
-        sender_.sendBye(settings_.clock->wall().mapping().at(nowNs), timeline_.at(nowNs));
+        const MonotonicTime sendTime = settings_.clock->now();
+        sender_.sendBye(settings_.clock->wall().mapping().at(sendTime), timeline_.at(sendTime));
     }
     sender_.disconnect();
     stream_->leave(*track_);
@@ -145,8 +146,8 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* videoSender, bool mo
     {
         return;
     }
-    const std::int64_t nowMs = fresh != nullptr ? fresh->nowMs : settings_.clock->monotonicMs();
-    if (state_.is(SenderState::starting) && !start(videoSender, nowMs))
+    const MonotonicTime now = fresh != nullptr ? fresh->now : settings_.clock->now();
+    if (state_.is(SenderState::starting) && !start(videoSender, now))
     {
         return;
     }
@@ -161,7 +162,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* videoSender, bool mo
         seenHead_ = head;
         credit_ = pace;
     }
-    while ((pace == 0 || credit_ > 0) && (unit_ || next(fresh, nowMs)))
+    while ((pace == 0 || credit_ > 0) && (unit_ || next(fresh, now)))
     {
         const bool another =
             (pace == 0 || (credit_ > 1 && sender_.transport()->traits().joinsUnits)) && cursor_ + 1 < head;
@@ -169,7 +170,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* videoSender, bool mo
         {
             return;
         }
-        if (!deliver(nowMs, more || another))
+        if (!deliver(now, more || another))
         {
             return;
         }
@@ -182,12 +183,13 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* videoSender, bool mo
 /// Whether the next unit would come faster than a paced start goes. The first one is sent at once.
 bool TrackSender::isEarly()
 {
-    const std::int64_t nowNs = settings_.clock->monotonicNs();
+    const MonotonicTime sendTime = settings_.clock->now();
     if (state_.is(SenderState::announced) && unitPackets_ == 0)
     {
-        pacedSinceNs_ = nowNs;
+        pacedSince_ = sendTime;
     }
-    return unit_->captureTimeNs - startCaptureNs_ > (nowNs - pacedSinceNs_) * settings_.start.rate;
+    return MonotonicTime(Duration(unit_->captureTimeNs)) - startCapture_ >
+           (sendTime - pacedSince_) * settings_.start.rate;
 }
 
 void TrackSender::reportStart(TrackSender* videoSender)
@@ -196,10 +198,10 @@ void TrackSender::reportStart(TrackSender* videoSender)
     {
         return;
     }
-    const std::int64_t nowMs = settings_.clock->monotonicMs();
-    if ((state_.is(SenderState::announced) || start(videoSender, nowMs)) && unitPackets_ == 0)
+    const MonotonicTime now = settings_.clock->now();
+    if ((state_.is(SenderState::announced) || start(videoSender, now)) && unitPackets_ == 0)
     {
-        report(nowMs);
+        report(now);
     }
 }
 
@@ -223,9 +225,9 @@ bool TrackSender::waitsForFrame(const FreshUnit* fresh, const TrackSender* video
     }
     if (fresh->index == cursor_)
     {
-        waitingSinceNs_ = fresh->unit->captureTimeNs;
+        waitingSince_ = MonotonicTime(Duration(fresh->unit->captureTimeNs));
     }
-    return fresh->unit->captureTimeNs - waitingSinceNs_ < settings_.audioWaitMs * 1'000'000;
+    return MonotonicTime(Duration(fresh->unit->captureTimeNs)) - waitingSince_ < settings_.maxAudioWait;
 }
 
 bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* videoSender)
@@ -234,10 +236,10 @@ bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* videoSender)
     {
         return false;
     }
-    if (state_.is(SenderState::starting) && !start(videoSender, settings_.clock->monotonicMs()))
+    if (state_.is(SenderState::starting) && !start(videoSender, settings_.clock->now()))
     {
         first_.sequenceNumber = sender_.sequence();
-        first_.rtpTimestamp = timeline_.announce(settings_.clock->monotonicNs());
+        first_.rtpTimestamp = timeline_.announce(settings_.clock->now());
     }
     out = first_;
     return true;
@@ -260,9 +262,9 @@ void TrackSender::onRtcp(const std::uint8_t* data, std::size_t size)
     }
 }
 
-bool TrackSender::start(TrackSender* videoSender, std::int64_t nowMs)
+bool TrackSender::start(TrackSender* videoSender, MonotonicTime now)
 {
-    const LiveTrack::Found found = startingPoint(videoSender, nowMs);
+    const LiveTrack::Found found = startingPoint(videoSender, now);
     if (!found.unit)
     {
         return false;
@@ -273,7 +275,7 @@ bool TrackSender::start(TrackSender* videoSender, std::int64_t nowMs)
     unitTimestamp_ = timeline_.peek(*unit_, unitEpoch_);
     unitPackets_ = 0;
     cursor_ = found.index;
-    startCaptureNs_ = unit_->captureTimeNs;
+    startCapture_ = MonotonicTime(Duration(unit_->captureTimeNs));
     first_.sequenceNumber = sender_.sequence();
     first_.rtpTimestamp = unitTimestamp_;
     seenHead_ = track_->head();
@@ -282,19 +284,20 @@ bool TrackSender::start(TrackSender* videoSender, std::int64_t nowMs)
     return true;
 }
 
-LiveTrack::Found TrackSender::startingPoint(TrackSender* videoSender, std::int64_t nowMs)
+LiveTrack::Found TrackSender::startingPoint(TrackSender* videoSender, MonotonicTime now)
 {
     if (videoSender != nullptr && videoSender->playing())
     {
-        if (playedMs_ - videoSender->playedMs_ > togetherMs && videoSender->sender_.statistics().packets > 0)
+        if (playedAt_ - videoSender->playedAt_ > startTogether &&
+            videoSender->sender_.statistics().packets > 0)
         {
-            return track_->firstSince(videoSender->timeline_.lastCaptureNs(), earliest_);
+            return track_->firstSince(videoSender->timeline_.lastCapture(), earliest_);
         }
-        if (!videoSender->state_.is(SenderState::starting) || videoSender->start(nullptr, nowMs))
+        if (!videoSender->state_.is(SenderState::starting) || videoSender->start(nullptr, now))
         {
-            return track_->firstSince(videoSender->startCaptureNs_, earliest_);
+            return track_->firstSince(videoSender->startCapture_, earliest_);
         }
-        if (nowMs - playedMs_ < frameWaitMs)
+        if (now - playedAt_ < maxVideoWait)
         {
             return {};
         }
@@ -303,7 +306,7 @@ LiveTrack::Found TrackSender::startingPoint(TrackSender* videoSender, std::int64
     return newest.unit && newest.index >= earliest_ ? newest : LiveTrack::Found();
 }
 
-bool TrackSender::next(const FreshUnit* fresh, std::int64_t nowMs)
+bool TrackSender::next(const FreshUnit* fresh, MonotonicTime now)
 {
     if (flow_.is(SenderFlow::keepingUp) && fresh != nullptr && fresh->index == cursor_ &&
         fresh->track == track_.get())
@@ -321,8 +324,8 @@ bool TrackSender::next(const FreshUnit* fresh, std::int64_t nowMs)
         return false;
     }
     LiveTrack::View view = track_->look(cursor_);
-    const std::int64_t patience = video_ ? settings_.videoLagMs : settings_.audioLagMs;
-    const bool late = flow_.is(SenderFlow::congested) && nowMs - congestedMs_ > patience;
+    const Duration maxLag = video_ ? settings_.maxVideoLag : settings_.maxAudioLag;
+    const bool late = flow_.is(SenderFlow::congested) && now - congestedSince_ > maxLag;
     if (flow_.is(SenderFlow::waitingForKeyFrame) || cursor_ < view.base ||
         (late && view.startable && view.newest > cursor_))
     {
@@ -351,7 +354,7 @@ bool TrackSender::skipToStart(const LiveTrack::View& view)
 }
 
 /// Settles the timestamp of the unit to be sent, and tells it by a sender report where one is due.
-void TrackSender::report(std::int64_t nowMs)
+void TrackSender::report(MonotonicTime now)
 {
     if (unitPackets_ == 0)
     {
@@ -363,16 +366,16 @@ void TrackSender::report(std::int64_t nowMs)
         }
     }
     sender_.followWallClock();
-    if (sender_.reportDue(nowMs))
+    if (sender_.reportDue(now))
     {
-        const std::int64_t nowNs = settings_.clock->monotonicNs();
-        sender_.sendReport(nowMs, settings_.clock->wall().mapping().at(nowNs), timeline_.at(nowNs));
+        const MonotonicTime sendTime = settings_.clock->now();
+        sender_.sendReport(now, settings_.clock->wall().mapping().at(sendTime), timeline_.at(sendTime));
     }
 }
 
-bool TrackSender::deliver(std::int64_t nowMs, bool more)
+bool TrackSender::deliver(MonotonicTime now, bool more)
 {
-    report(nowMs);
+    report(now);
     const SendResult result = sender_.send(unit_, unitPackets_, unitTimestamp_, more);
     unitPackets_ += result.packets;
     if (result.status == SendStatus::sent)
@@ -389,7 +392,7 @@ bool TrackSender::deliver(std::int64_t nowMs, bool more)
     if (result.status == SendStatus::congested && !flow_.is(SenderFlow::congested))
     {
         flow_.enter(SenderFlow::congested);
-        congestedMs_ = nowMs;
+        congestedSince_ = now;
     }
     if (unitPackets_ == 0 && state_.is(SenderState::running))
     {

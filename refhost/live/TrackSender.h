@@ -133,15 +133,14 @@ private:
     }
 
     void onJoin();
-    bool start(TrackSender* videoSender, std::int64_t nowMs);
-    LiveTrack::Found startingPoint(TrackSender* videoSender, std::int64_t nowMs);
+    bool start(TrackSender* videoSender, MonotonicTime now);
+    LiveTrack::Found startingPoint(TrackSender* videoSender, MonotonicTime now);
     bool steady() const;
     bool waitsForFrame(const FreshUnit* fresh, const TrackSender* videoSender);
-    bool next(const FreshUnit* fresh, std::int64_t nowMs);
+    bool next(const FreshUnit* fresh, MonotonicTime now);
     bool skipToStart(const LiveTrack::View& view);
-    void moveTo(std::uint64_t index);
-    void report(std::int64_t nowMs);
-    bool deliver(std::int64_t nowMs, bool more);
+    void report(MonotonicTime now);
+    bool deliver(MonotonicTime now, bool more);
     bool isEarly();
     void abandonUnit();
 
@@ -167,12 +166,12 @@ private:
     std::size_t unitPackets_ = 0;  // how many of its packets are sent
     std::uint64_t cursor_ = 0;     // number of the unit to send next, or of unit_
     std::uint64_t earliest_ = 0;   // a start may not lie before
-    std::int64_t startCaptureNs_ = 0;
-    std::int64_t playedMs_ = 0;
-    std::int64_t waitingSinceNs_ = 0;  // capture time of the first block that waits for a frame
-    std::int64_t congestedMs_ = 0;     // since when, while congested
-    bool paced_ = false;               // it goes through the past at a limited rate
-    std::int64_t pacedSinceNs_ = 0;    // when its first unit was sent
+    MonotonicTime startCapture_;
+    MonotonicTime playedAt_;
+    MonotonicTime waitingSince_;    // capture time of the first block that waits for a frame
+    MonotonicTime congestedSince_;  // while congested
+    bool paced_ = false;            // it goes through the past at a limited rate
+    MonotonicTime pacedSince_;      // when its first unit was sent
     std::uint64_t seenHead_ = 0;
     unsigned credit_ =
         0;  // units that may still go before the next one comes, where the transport wants that

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "refhost/base/StateMachine.h"
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
@@ -50,11 +51,10 @@ constexpr const char* machineOf(SeekState)
 class PendingSeek
 {
 public:
-    /// Wall clock, nanoseconds since 1970.
     struct Target
     {
-        std::int64_t fromNs = 0;
-        std::int64_t endNs = 0;
+        WallTime from;
+        WallTime end;
         /// In what plays now: playing just goes on where nothing is found.
         bool goesOn = false;
     };

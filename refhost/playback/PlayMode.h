@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
+#include "refhost/base/Times.h"
 #include "refhost/playback/PlaySpeed.h"
 
 namespace refhost
@@ -30,11 +32,11 @@ struct PlayMode
     }
 
     /// How far key frames are apart at least, in the recording; 0: every one is sent.
-    std::int64_t keyDistanceNs() const
+    Duration keyDistance() const
     {
-        constexpr std::int64_t unitNs = 10'000'000;
-        return onlyKeyFramesRequested() ? (kind >> playRangeDistanceShift & playRangeLongestDistance) * unitNs
-                                        : 0;
+        constexpr std::chrono::milliseconds unit(10);
+        return onlyKeyFramesRequested() ? (kind >> playRangeDistanceShift & playRangeLongestDistance) * unit
+                                        : Duration::zero();
     }
 
     /// Low byte of the CSeq of the request, for the replay extension.

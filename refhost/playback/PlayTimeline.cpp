@@ -6,42 +6,33 @@
 namespace refhost
 {
 
-void PlayTimeline::jump(std::int64_t mediaNs, double scale)
+void PlayTimeline::jump(WallTime media, double scale)
 {
-    mediaNs_ = mediaNs;
-    playNs_ = endNs_;
+    media_ = media;
+    play_ = end_;
     scale_ = scale;
 }
 
-void PlayTimeline::rescale(std::int64_t mediaNs, double scale)
+void PlayTimeline::rescale(WallTime media, double scale)
 {
-    playNs_ = at(mediaNs);
-    mediaNs_ = mediaNs;
+    play_ = at(media);
+    media_ = media;
     scale_ = scale;
 }
 
-std::int64_t PlayTimeline::at(std::int64_t mediaNs) const
+PlayTime PlayTimeline::at(WallTime media) const
 {
-    const std::int64_t passed = std::max<std::int64_t>(mediaNs - mediaNs_, 0);
+    const Duration passed = std::max(media - media_, Duration::zero());
     if (scale_ == 1)
     {
-        return playNs_ + passed;
+        return play_ + passed;
     }
-    return playNs_ + std::llround(static_cast<double>(passed) / scale_);
+    return play_ + Duration(std::llround(static_cast<double>(passed.count()) / scale_));
 }
 
-void PlayTimeline::sentUntil(std::int64_t mediaNs)
+void PlayTimeline::sentUntil(WallTime media)
 {
-    endNs_ = std::max(endNs_, at(mediaNs));
-}
-
-std::uint32_t PlayTimeline::ticks(std::int64_t playNs, std::uint32_t clockRate)
-{
-    constexpr std::int64_t second = 1'000'000'000;
-    const std::int64_t rate = clockRate;
-    const std::int64_t whole = playNs / second;
-    const std::int64_t rest = (playNs % second * rate + second / 2) / second;
-    return static_cast<std::uint32_t>(static_cast<std::uint64_t>(whole * rate + rest));
+    end_ = std::max(end_, at(media));
 }
 
 }  // namespace refhost

@@ -1,34 +1,49 @@
 #pragma once
 
-#include <cstdint>
+#include <chrono>
+
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
 
-/// How the time of recorded media maps to the time of its player, for all tracks of a session.
+/// Tag of the player's time, which counts from 0 and never goes back.
+struct PlayerTag
+{
+    using rep = Duration::rep;
+    using period = Duration::period;
+    using duration = Duration;
+    using time_point = std::chrono::time_point<PlayerTag>;
+    static constexpr bool is_steady = true;
+};
+
+/// An instant of the player's time.
+using PlayTime = std::chrono::time_point<PlayerTag>;
+
+/// How the time of a recording maps to the time of its player, for all tracks of a session.
 ///
-/// Player's time counts nanoseconds from 0 and never goes back: after a gap in the recorded media or a seek it goes
-/// on where it was (RFC 2326, appendix B). Threads: one at a time.
+/// After a gap in the recording or a seek the player's time goes on where it was (RFC 2326, appendix B).
+/// Threads: one at a time.
 class PlayTimeline
 {
 public:
-    /// RecordedMedia goes on at `mediaNs`, wherever it was before.
-    /// \param scale  seconds of recorded media in a second of the player's time
-    void jump(std::int64_t mediaNs, double scale);
+    /// The recording goes on at `media`, wherever it was before.
+    /// \param scale  seconds of the recording in a second of the player's time
+    void jump(WallTime media, double scale);
 
-    /// Changes the scale from `mediaNs` on.
-    void rescale(std::int64_t mediaNs, double scale);
+    /// Changes the scale from `media` on.
+    void rescale(WallTime media, double scale);
 
     /// Player's time of an instant of the present section; its begin for instants before.
-    std::int64_t at(std::int64_t mediaNs) const;
+    PlayTime at(WallTime media) const;
 
-    /// Something was sent that is over at `mediaNs`: what comes after a jump starts behind it.
-    void sentUntil(std::int64_t mediaNs);
+    /// Something was sent that is over at `media`: what comes after a jump starts behind it.
+    void sentUntil(WallTime media);
 
     /// Where the next section would begin.
-    std::int64_t endNs() const
+    PlayTime end() const
     {
-        return endNs_;
+        return end_;
     }
 
     double scale() const
@@ -36,14 +51,11 @@ public:
         return scale_;
     }
 
-    /// RTP ticks of a span of player's time.
-    static std::uint32_t ticks(std::int64_t playNs, std::uint32_t clockRate);
-
 private:
-    std::int64_t mediaNs_ = 0;  // an instant of the present section, and
-    std::int64_t playNs_ = 0;   // its player's time
+    WallTime media_;  // an instant of the present section, and
+    PlayTime play_;   // its player's time
     double scale_ = 1;
-    std::int64_t endNs_ = 0;
+    PlayTime end_;
 };
 
 }  // namespace refhost

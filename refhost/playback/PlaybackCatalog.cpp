@@ -13,23 +13,24 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-
 /// When the first frame was taken that a player of all these tracks is sent.
-std::optional<std::int64_t> startOf(const std::shared_ptr<const RecordingDirectory>& directory,
-                                    const HostClock& clock, int cameraId, std::int64_t beginNs,
-                                    std::int64_t endNs, const std::vector<SubMediaInfo>& tracks)
+std::optional<WallTime> startOf(const std::shared_ptr<const RecordingDirectory>& directory,
+                                const HostClock& clock, int cameraId, WallTime begin, WallTime end,
+                                const std::vector<SubMediaInfo>& tracks)
 {
     RecordingReader::Request request;
     request.cameraId = cameraId;
-    request.streamId = directory->streamOf(cameraId, beginNs, endNs).value_or(0);
-    request.fromNs = beginNs;
-    request.endNs = endNs;
+    request.streamId =
+        directory->streamOf(cameraId, begin.time_since_epoch().count(), end.time_since_epoch().count())
+            .value_or(0);
+    request.fromNs = begin.time_since_epoch().count();
+    request.endNs = end.time_since_epoch().count();
     for (const SubMediaInfo& track : tracks)
     {
         (track.mediaType == "video" ? request.video : request.audio) = codecEncodedAs(track.encodingName);
     }
-    return RecordingReader::startOf(directory, clock, request);
+    const auto start = RecordingReader::startOf(directory, clock, request);
+    return start ? std::optional<WallTime>(WallTime(Duration(*start))) : std::nullopt;
 }
 
 }  // namespace
@@ -44,8 +45,8 @@ PlaybackCatalog::~PlaybackCatalog() = default;
 
 int PlaybackCatalog::describe(const RecordInfo& record, MediaInfo& out)
 {
-    const auto begin = static_cast<std::int64_t>(record.getRecordBeginTime());
-    const auto end = static_cast<std::int64_t>(record.getRecordEndTime());
+    const WallTime begin = wallTimeOfUnix(record.getRecordBeginTime());
+    const WallTime end = wallTimeOfUnix(record.getRecordEndTime());
     if (end <= begin)
     {
         return hostRecordingUnknown;
@@ -66,8 +67,8 @@ int PlaybackCatalog::describe(const RecordInfo& record, MediaInfo& out)
     {
         out.addSubMediaInfo(track);
     }
-    out.recordBeginTime = entry->startNs;
-    out.recordSeconds = static_cast<double>(end * nsPerSecond - entry->startNs) / 1e9;
+    out.recordBeginTime = entry->start.time_since_epoch().count();
+    out.recordSeconds = secondsOf(end - entry->start);
     return 0;
 }
 
@@ -89,7 +90,7 @@ PlaybackCatalog::Entries::iterator PlaybackCatalog::find(const Key& key)
     }
     entries_.splice(entries_.begin(), entries_, known->second);
     Entry& entry = *known->second;
-    entry.asked = entry.asked || clock_.monotonicMs() >= entry.untilMs;
+    entry.asked = entry.asked || clock_.now() >= entry.until;
     return known->second;
 }
 
@@ -106,7 +107,7 @@ bool PlaybackCatalog::nextAsked(Key& key) const
     return false;
 }
 
-std::int64_t PlaybackCatalog::run(std::int64_t nowMs)
+MonotonicTime PlaybackCatalog::run(MonotonicTime now)
 {
     Key key;
     {
@@ -127,12 +128,12 @@ std::int64_t PlaybackCatalog::run(std::int64_t nowMs)
             entry.asked = false;
             entry.status = status;
             entry.tracks = std::move(found.tracks);
-            entry.startNs = found.startNs;
-            entry.untilMs = nowMs + (status == 0 ? foundMs : nothingMs);
+            entry.start = found.start;
+            entry.until = now + (status == 0 ? maxFoundAge : maxNothingAge);
         }
     }
     ChangeSignal::instance().announce();
-    return nowMs;
+    return now;
 }
 
 int PlaybackCatalog::lookUp(const Key& key, Entry& out)
@@ -143,16 +144,15 @@ int PlaybackCatalog::lookUp(const Key& key, Entry& out)
     {
         return hostRecordingUnknown;
     }
-    const std::int64_t beginNs = begin * nsPerSecond;
-    const std::int64_t endNs = end * nsPerSecond;
-    const int status = describer_.describe(*directory, camera, beginNs, endNs, out.tracks);
+    const int status = describer_.describe(*directory, camera, begin.time_since_epoch().count(),
+                                           end.time_since_epoch().count(), out.tracks);
     if (status != 0)
     {
         return status;
     }
-    const auto startNs = startOf(directory, clock_, camera, beginNs, endNs, out.tracks);
-    out.startNs = startNs.value_or(beginNs);
-    return startNs ? 0 : hostRecordingUnknown;
+    const auto start = startOf(directory, clock_, camera, begin, end, out.tracks);
+    out.start = start.value_or(begin);
+    return start ? 0 : hostRecordingUnknown;
 }
 
 }  // namespace refhost

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <chrono>
 #include <functional>
 #include <list>
 #include <map>
@@ -27,9 +27,9 @@ class PlaybackCatalog : public PlaybackWork, public std::enable_shared_from_this
 public:
     using RecordedMedia = std::function<std::shared_ptr<const RecordingDirectory>()>;
 
-    /// How long an answer holds, milliseconds: that there is recorded media, and that there is none.
-    static constexpr std::int64_t foundMs = 30'000;
-    static constexpr std::int64_t nothingMs = 2'000;
+    /// How long an answer holds: that there is recorded media, and that there is none.
+    static constexpr Duration maxFoundAge = std::chrono::seconds(30);
+    static constexpr Duration maxNothingAge = std::chrono::seconds(2);
     /// Most recordings that are known at a time; the one asked for least recently goes.
     static constexpr std::size_t max = 256;
 
@@ -45,19 +45,19 @@ public:
     ///          hostStreamFailed when none of it can be read
     int describe(const RecordInfo& record, MediaInfo& out);
 
-    std::int64_t run(std::int64_t nowMs) override;
+    MonotonicTime run(MonotonicTime now) override;
 
 private:
-    using Key = std::tuple<int, std::int64_t, std::int64_t>;  // camera, begin, end
+    using Key = std::tuple<int, WallTime, WallTime>;  // camera, begin, end
 
     struct Entry
     {
         Key key;
         bool asked = true;  // nobody has looked yet
         int status = 0;
-        std::int64_t untilMs = 0;
+        MonotonicTime until;
         std::vector<SubMediaInfo> tracks;
-        std::int64_t startNs = 0;
+        WallTime start;
     };
     using Entries = std::list<Entry>;  // the latest first
 

@@ -18,13 +18,14 @@ PlaybackDispatcher::PlaybackDispatcher(PlaybackService& service) : service_(serv
 
 PlaybackDispatcher::~PlaybackDispatcher() = default;
 
-void PlaybackDispatcher::init(const std::string& sessionId, const RecordInfo& record, std::int64_t startNs)
+void PlaybackDispatcher::init(const std::string& sessionId, const RecordInfo& record,
+                              std::optional<WallTime> start)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     std::shared_ptr<PlaybackSession>& session = sessions_[sessionId];
     if (!session)
     {
-        session = service_.makeSession(record, service_.settings(), startNs);
+        session = service_.makeSession(record, service_.settings(), start);
     }
 }
 

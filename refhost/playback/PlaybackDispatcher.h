@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -30,9 +31,8 @@ public:
     PlaybackDispatcher& operator=(const PlaybackDispatcher&) = delete;
 
     /// Makes a session; one that is there stays as it is.
-    /// \param startNs  where the presentation's time is 0: wall clock, nanoseconds since 1970; 0 for the
-    ///                 begin of `record`
-    void init(const std::string& sessionId, const RecordInfo& record, std::int64_t startNs = 0);
+    /// \param start  where the presentation's time is 0; nothing for the begin of `record`
+    void init(const std::string& sessionId, const RecordInfo& record, std::optional<WallTime> start = {});
 
     /// Sets a track up, or again.
     /// \returns 0; hostTrackUnknown without such a session; hostConnectionUnusable for a connection that this

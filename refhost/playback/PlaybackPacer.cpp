@@ -1,47 +1,48 @@
 #include "refhost/playback/PlaybackPacer.h"
 
+#include <chrono>
 #include <cmath>
 
 namespace refhost
 {
 
-void PlaybackPacer::start(std::int64_t nowMs, std::int64_t nowNs, std::int64_t playNs)
+void PlaybackPacer::start(MonotonicTime now, PlayTime play)
 {
     running_ = true;
-    sinceMs_ = nowMs;
-    sinceNs_ = nowNs;
-    sincePlayNs_ = playNs;
+    since_ = now;
+    sincePlay_ = play;
 }
 
 void PlaybackPacer::stop()
 {
     running_ = false;
-    sincePlayNs_ = timeline_.endNs();
+    sincePlay_ = timeline_.end();
 }
 
-void PlaybackPacer::setSpeed(double speed, std::int64_t nowMs, std::int64_t nowNs)
+void PlaybackPacer::setSpeed(double speed, MonotonicTime now)
 {
     if (running_)
     {
-        const auto passedNs = static_cast<double>(nowMs - sinceMs_) * 1e6;
-        start(nowMs, nowNs, sincePlayNs_ + std::llround(passedNs * speed_));
+        start(now, at(now));
     }
     speed_ = speed;
 }
 
-std::int64_t PlaybackPacer::dueMs(std::int64_t playNs) const
+MonotonicTime PlaybackPacer::due(PlayTime play) const
 {
-    const auto ahead = static_cast<double>(playNs - sincePlayNs_);
-    return sinceMs_ + static_cast<std::int64_t>(std::ceil(ahead / speed_ / 1e6));
+    const auto ahead = static_cast<double>((play - sincePlay_).count());
+    const Duration wait(static_cast<std::int64_t>(std::ceil(ahead / speed_)));
+    return std::chrono::ceil<std::chrono::milliseconds>(since_ + wait);
 }
 
-std::int64_t PlaybackPacer::playNs(std::int64_t nowNs) const
+PlayTime PlaybackPacer::at(MonotonicTime instant) const
 {
     if (!running_)
     {
-        return sincePlayNs_;
+        return sincePlay_;
     }
-    return sincePlayNs_ + std::llround(static_cast<double>(nowNs - sinceNs_) * speed_);
+    const auto passed = static_cast<double>((instant - since_).count());
+    return sincePlay_ + Duration(std::llround(passed * speed_));
 }
 
 }  // namespace refhost

@@ -1,8 +1,6 @@
 #pragma once
 // Tested by tests/refhost/playback/PlayTimeline_test.cpp.
 
-#include <cstdint>
-
 #include "refhost/playback/PlayTimeline.h"
 
 namespace refhost
@@ -29,28 +27,26 @@ public:
         return running_;
     }
 
-    /// The player's time is `playNs` now.
-    /// \param nowMs  monotonic clock, milliseconds
-    /// \param nowNs  the same instant, nanoseconds
-    void start(std::int64_t nowMs, std::int64_t nowNs, std::int64_t playNs);
+    /// The player's time is `play` now.
+    void start(MonotonicTime now, PlayTime play);
     void stop();
 
     /// Changes how much faster than the clock the player's time passes, from now on.
-    void setSpeed(double speed, std::int64_t nowMs, std::int64_t nowNs);
+    void setSpeed(double speed, MonotonicTime now);
 
-    /// When an instant of the player's time is due; meaningless while it stands still.
-    std::int64_t dueMs(std::int64_t playNs) const;
+    /// When an instant of the player's time is due, to the next whole millisecond, so that units that are due
+    /// at nearly the same time leave in one go; meaningless while it stands still.
+    MonotonicTime due(PlayTime play) const;
 
     /// The player's time at an instant of the monotonic clock, for sender reports.
-    std::int64_t playNs(std::int64_t nowNs) const;
+    PlayTime at(MonotonicTime instant) const;
 
 private:
     PlayTimeline timeline_;
     bool running_ = false;
     double speed_ = 1;
-    std::int64_t sinceMs_ = 0;
-    std::int64_t sinceNs_ = 0;
-    std::int64_t sincePlayNs_ = 0;
+    MonotonicTime since_;
+    PlayTime sincePlay_;
 };
 
 }  // namespace refhost

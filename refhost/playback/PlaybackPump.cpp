@@ -1,6 +1,7 @@
 #include "refhost/playback/PlaybackPump.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "refhost/playback/PlaybackScheduler.h"
@@ -11,38 +12,38 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t never = PlaybackWork::never;
+constexpr MonotonicTime never = PlaybackWork::never;
 /// What one run may send, so that other sessions get their turn.
 constexpr int maxSends = 64;
 /// For a transport that reports when it is ready and forgot to.
-constexpr std::int64_t readyAnywayMs = 500;
+constexpr Duration readyAnyway = std::chrono::milliseconds(500);
 
 }  // namespace
 
-PlaybackPump::PlaybackPump(const PlaybackSettings& settings, const PlaybackTracks& tracks,
-                           std::int64_t beginNs, std::int64_t endNs)
+PlaybackPump::PlaybackPump(const PlaybackSettings& settings, const PlaybackTracks& tracks, WallTime begin,
+                           WallTime end)
     : settings_(settings),
       tracks_(tracks),
       readAhead_(settings),
       queue_(readAhead_.queue()),
-      rangeBeginNs_(beginNs)
+      rangeBegin_(begin)
 {
-    reading_.endNs = endNs;
+    reading_.end = end;
 }
 
 void PlaybackPump::setSpeed(const PlaySpeed& speed)
 {
     mode_.speed = speed;
     enterSection();
-    pacer_.setSpeed(speed.speed, settings_.clock->monotonicMs(), settings_.clock->monotonicNs());
-    pacer_.timeline().rescale(placeNs(), speed.rate());
+    pacer_.setSpeed(speed.speed, settings_.clock->now());
+    pacer_.timeline().rescale(place(), speed.rate());
     requestReports();
 }
 
 bool PlaybackPump::readsForMode() const
 {
-    return reading_.keyFramesOnly == mode_.keyFramesOnly() &&
-           reading_.keyDistanceNs == mode_.keyDistanceNs() && reading_.backwards == mode_.speed.backwards();
+    return reading_.keyFramesOnly == mode_.keyFramesOnly() && reading_.keyDistance == mode_.keyDistance() &&
+           reading_.backwards == mode_.speed.backwards();
 }
 
 bool PlaybackPump::readsFor(const PlaybackTrack& track) const
@@ -56,22 +57,22 @@ bool PlaybackPump::readsFor(const PlaybackTrack& track) const
 }
 
 /// Where the recording goes on, in the order of playing.
-std::int64_t PlaybackPump::placeNs() const
+WallTime PlaybackPump::place() const
 {
-    return queue_.empty() ? sentUntilNs_ : queue_.front().mediaNs;
+    return queue_.empty() ? sentUntil_ : queue_.front().media;
 }
 
-std::int64_t PlaybackPump::positionNs() const
+WallTime PlaybackPump::position() const
 {
-    return reading_.mirrored(placeNs());
+    return reading_.mirrored(place());
 }
 
 /// The player's time that a timestamp tells. Where the client sets the pace, timestamps are those of the
 /// recording in either direction (ONVIF Streaming, "RTP timestamps" of reverse replay).
-std::int64_t PlaybackPump::stampNs(std::int64_t playNs) const
+PlayTime PlaybackPump::stamped(PlayTime play) const
 {
     const bool mirrors = reading_.backwards && !mode_.paced();
-    return mirrors ? 2 * placedAtNs_ - playNs : playNs;
+    return mirrors ? placedAt_ + (placedAt_ - play) : play;
 }
 
 void PlaybackPump::moveTo(const PlaybackSource::Request& request, PlaybackUnit first, bool goesOn)
@@ -80,13 +81,13 @@ void PlaybackPump::moveTo(const PlaybackSource::Request& request, PlaybackUnit f
     pacer_.stop();
     reading_ = request;
     section_ = first.section;
-    pacer_.timeline().jump(first.mediaNs, mode_.speed.rate());
-    placedAtNs_ = pacer_.timeline().endNs();
-    sentUntilNs_ = first.mediaNs;
+    pacer_.timeline().jump(first.media, mode_.speed.rate());
+    placedAt_ = pacer_.timeline().end();
+    sentUntil_ = first.media;
     readAhead_.restart(std::move(first));
     if (!goesOn)
     {
-        pauseAtNs_.reset();
+        pauseAt_.reset();
     }
     if (!goesOn || !playing())
     {
@@ -95,25 +96,24 @@ void PlaybackPump::moveTo(const PlaybackSource::Request& request, PlaybackUnit f
     breakTracks(moved);
 }
 
-void PlaybackPump::start(PlaybackTrack& track, std::int64_t startNs)
+void PlaybackPump::start(PlaybackTrack& track, WallTime timeZero)
 {
     enterSection();
     if (!playing() || track.playing())
     {
-        rangeBeginNs_ = std::max(positionNs(), startNs);
+        rangeBegin_ = std::max(position(), timeZero);
     }
     state_.enter(PlaybackState::playing);
     track.start();
     track.first.sequenceNumber = track.sender.sequence();
-    track.first.rtpTimestamp =
-        track.timestamp(stampNs(pacer_.timeline().at(reading_.mirrored(rangeBeginNs_))));
-    togetherUntilMs_ = settings_.clock->monotonicMs() + settings_.togetherMs;
+    track.first.rtpTimestamp = track.timestamp(stamped(pacer_.timeline().at(reading_.mirrored(rangeBegin_))));
+    togetherUntil_ = settings_.clock->now() + settings_.startTogether;
 }
 
 void PlaybackPump::stop(PlaybackTrack& track)
 {
     track.pause();
-    togetherUntilMs_ = settings_.clock->monotonicMs() + settings_.togetherMs;
+    togetherUntil_ = settings_.clock->now() + settings_.startTogether;
     if (!tracks_.anyPlaying())
     {
         halt(PlaybackState::paused);
@@ -123,8 +123,8 @@ void PlaybackPump::stop(PlaybackTrack& track)
 void PlaybackPump::end(PlaybackTrack& track)
 {
     stop(track);
-    const std::int64_t nowNs = settings_.clock->monotonicNs();
-    track.sendBye(settings_.clock->wall().mapping().at(nowNs), pacer_.playNs(nowNs));
+    const MonotonicTime now = settings_.clock->now();
+    track.sendBye(settings_.clock->wall().mapping().at(now), pacer_.at(now));
     track.sender.disconnect();
 }
 
@@ -135,7 +135,7 @@ void PlaybackPump::halt(PlaybackState next)
     {
         state_.enter(next);
     }
-    pauseAtNs_.reset();
+    pauseAt_.reset();
     pacer_.stop();
 }
 
@@ -158,11 +158,11 @@ void PlaybackPump::enterSection()
         return;
     }
     section_ = queue_.front().section;
-    pacer_.timeline().jump(queue_.front().dueNs, mode_.speed.rate());
+    pacer_.timeline().jump(queue_.front().due, mode_.speed.rate());
     breakTracks(true);
 }
 
-std::int64_t PlaybackPump::run(std::int64_t nowMs)
+MonotonicTime PlaybackPump::run(MonotonicTime now)
 {
     for (int i = 0; i < maxSends; ++i)
     {
@@ -172,21 +172,21 @@ std::int64_t PlaybackPump::run(std::int64_t nowMs)
         }
         if (queue_.empty())
         {
-            return readAhead_.atEnd() ? finish(nowMs) : never;
+            return readAhead_.atEnd() ? finish(now) : never;
         }
-        if (const Wait wait = runHead(nowMs))
+        if (const Wait wait = runHead(now))
         {
             return *wait;
         }
     }
-    return nowMs;
+    return now;
 }
 
-PlaybackPump::Wait PlaybackPump::runHead(std::int64_t nowMs)
+PlaybackPump::Wait PlaybackPump::runHead(MonotonicTime now)
 {
     enterSection();
     const PlaybackUnit& unit = queue_.front();
-    if (pauseAtNs_ && unit.dueNs >= reading_.mirrored(*pauseAtNs_))
+    if (pauseAt_ && unit.due >= reading_.mirrored(*pauseAt_))
     {
         tracks_.each([](PlaybackTrack& track) { track.pause(); });
         halt(PlaybackState::paused);
@@ -200,9 +200,9 @@ PlaybackPump::Wait PlaybackPump::runHead(std::int64_t nowMs)
     }
     if (!track->playing())
     {
-        if (nowMs < togetherUntilMs_)
+        if (now < togetherUntil_)
         {
-            return togetherUntilMs_;
+            return togetherUntil_;
         }
         dropHead();
         return {};
@@ -218,12 +218,12 @@ PlaybackPump::Wait PlaybackPump::runHead(std::int64_t nowMs)
         stop(*track);
         return {};
     }
-    return send(*track, nowMs);
+    return send(*track, now);
 }
 
 void PlaybackPump::dropHead()
 {
-    sentUntilNs_ = queue_.front().mediaNs + queue_.front().durationNs;
+    sentUntil_ = queue_.front().media + queue_.front().duration;
     queue_.pop();
 }
 
@@ -237,24 +237,22 @@ bool PlaybackPump::leavesOut(const PlaybackUnit& unit, const PlaybackTrack& trac
     {
         return true;
     }
-    return mode_.speed.scale > 1 && track.audioIsFull(pacer_.timeline().at(unit.mediaNs + unit.durationNs));
+    return mode_.speed.scale > 1 && track.audioIsFull(pacer_.timeline().at(unit.media + unit.duration));
 }
 
 void PlaybackPump::prepareHead(PlaybackTrack& track)
 {
-    constexpr std::int64_t roundingNs = 5'000'000;  // Matroska counts milliseconds
+    constexpr Duration rounding = std::chrono::milliseconds(5);  // Matroska counts milliseconds
     const PlaybackUnit& unit = queue_.front();
     PlaybackQueue::Head& head = queue_.head();
-    const std::int64_t playNs = pacer_.timeline().at(unit.mediaNs);
-    const std::int64_t toleranceNs =
-        mode_.speed.scale > 1 ? std::max(unit.durationNs, roundingNs) : roundingNs;
-    head.timestamp =
-        unit.video ? track.timestamp(stampNs(playNs)) : track.audioTimestamp(playNs, toleranceNs);
+    const PlayTime play = pacer_.timeline().at(unit.media);
+    const Duration tolerance = mode_.speed.scale > 1 ? std::max(unit.duration, rounding) : rounding;
+    head.timestamp = unit.video ? track.timestamp(stamped(play)) : track.audioTimestamp(play, tolerance);
     head.unit = unit.unit;
     if (mode_.replay())
     {
         ReplayExtension extension;
-        extension.mediaNs = unit.wallNs;
+        extension.recorded = unit.wall;
         extension.cleanPoint = unit.key;
         extension.endOfRange = unit.last;
         extension.discontinuity = track.brokenOff() || reading_.backwards;
@@ -263,22 +261,22 @@ void PlaybackPump::prepareHead(PlaybackTrack& track)
     }
 }
 
-PlaybackPump::Wait PlaybackPump::send(PlaybackTrack& track, std::int64_t nowMs)
+PlaybackPump::Wait PlaybackPump::send(PlaybackTrack& track, MonotonicTime now)
 {
     const PlaybackUnit& unit = queue_.front();
-    const std::int64_t nowNs = settings_.clock->monotonicNs();
-    const std::int64_t playNs = pacer_.timeline().at(unit.dueNs);
+    const MonotonicTime sendTime = settings_.clock->now();
+    const PlayTime play = pacer_.timeline().at(unit.due);
     const bool paced = mode_.paced();
-    const std::int64_t dueMs = pacer_.running() ? pacer_.dueMs(playNs) : nowMs;
-    if (paced && nowMs < dueMs)
+    const MonotonicTime due = pacer_.running() ? pacer_.due(play) : now;
+    if (paced && now < due)
     {
-        return dueMs;
+        return due;
     }
     const bool reportsReady = track.sender.transport()->traits().reportsReady;
-    const std::int64_t lateMs = reportsReady ? settings_.lateMs : settings_.lateDatagramsMs;
-    if (!pacer_.running() || (paced && nowMs - dueMs > lateMs))
+    const Duration maxDelay = reportsReady ? settings_.maxDelay : settings_.maxDelayOfDatagrams;
+    if (!pacer_.running() || (paced && now - due > maxDelay))
     {
-        pacer_.start(nowMs, nowNs, playNs);
+        pacer_.start(now, play);
         requestReports();
     }
     PlaybackQueue::Head& head = queue_.head();
@@ -287,16 +285,16 @@ PlaybackPump::Wait PlaybackPump::send(PlaybackTrack& track, std::int64_t nowMs)
         prepareHead(track);
     }
     track.sender.followWallClock();
-    if (track.sender.reportDue(nowMs))
+    if (track.sender.reportDue(now))
     {
-        track.sender.sendReport(nowMs, settings_.clock->wall().mapping().at(nowNs),
-                                track.timestamp(paced ? pacer_.playNs(nowNs) : stampNs(playNs)));
+        track.sender.sendReport(now, settings_.clock->wall().mapping().at(sendTime),
+                                track.timestamp(paced ? pacer_.at(sendTime) : stamped(play)));
     }
     const SendResult result = track.sender.send(head.unit, head.packetsSent, head.timestamp, false);
     head.packetsSent += result.packets;
     if (result.status == SendStatus::congested)
     {
-        return nowMs + (reportsReady ? readyAnywayMs : settings_.retryMs);
+        return now + (reportsReady ? readyAnyway : settings_.retryInterval);
     }
     if (result.status != SendStatus::sent)
     {
@@ -304,32 +302,32 @@ PlaybackPump::Wait PlaybackPump::send(PlaybackTrack& track, std::int64_t nowMs)
     }
     if (!reportsReady)
     {
-        byeNotBeforeMs_ = nowMs + settings_.byeDelayMs;
+        earliestBye_ = now + settings_.byeDelay;
     }
-    track.sent(head.timestamp, unit.video ? 0 : unit.durationNs);
-    pacer_.timeline().sentUntil(unit.mediaNs + unit.durationNs);
+    track.sent(head.timestamp, unit.video ? Duration::zero() : unit.duration);
+    pacer_.timeline().sentUntil(unit.media + unit.duration);
     dropHead();
     return {};
 }
 
 /// Everything was sent; the end is when the last frame has been displayed.
-std::int64_t PlaybackPump::finish(std::int64_t nowMs)
+MonotonicTime PlaybackPump::finish(MonotonicTime now)
 {
-    const std::int64_t endNs = pacer_.timeline().endNs();
-    const std::int64_t displayedMs = mode_.paced() && pacer_.running() ? pacer_.dueMs(endNs) : nowMs;
-    const std::int64_t dueMs = std::max(displayedMs, byeNotBeforeMs_);
-    if (nowMs < dueMs)
+    const PlayTime end = pacer_.timeline().end();
+    const MonotonicTime displayed = mode_.paced() && pacer_.running() ? pacer_.due(end) : now;
+    const MonotonicTime due = std::max(displayed, earliestBye_);
+    if (now < due)
     {
-        return dueMs;
+        return due;
     }
-    const std::int64_t wallNs = settings_.clock->wall().mapping().at(settings_.clock->monotonicNs());
+    const WallTime wall = settings_.clock->wall().mapping().at(settings_.clock->now());
     tracks_.each(
         [&](PlaybackTrack& track)
         {
             if (track.playing())
             {
                 track.pause();
-                track.sendBye(wallNs, endNs);
+                track.sendBye(wall, end);
             }
         });
     halt(PlaybackState::ended);

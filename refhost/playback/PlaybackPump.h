@@ -16,16 +16,15 @@ namespace refhost
 
 /// Sends what a session has read, each unit when it is due, and knows where playing stands.
 ///
-/// Times of the recording are wall clock, nanoseconds since 1970; played backwards, `mediaNs` and `dueNs` of
-/// a unit are mirrored (PlaybackSource::Request). Threads: its session's lock.
+/// Played backwards, `media` and `due` of a unit are mirrored (PlaybackSource::Request). Threads: its session's lock.
 class PlaybackPump
 {
 public:
     /// \param settings, tracks  the session's; outlive this
-    /// \param beginNs           what rangeBeginNs() is before anything plays
-    /// \param endNs             where playing ends, before a place is found
-    PlaybackPump(const PlaybackSettings& settings, const PlaybackTracks& tracks, std::int64_t beginNs,
-                 std::int64_t endNs);
+    /// \param begin             what rangeBegin() is before anything plays
+    /// \param end               where playing ends, before a place is found
+    PlaybackPump(const PlaybackSettings& settings, const PlaybackTracks& tracks, WallTime begin,
+                 WallTime end);
 
     PlaybackState state() const
     {
@@ -62,12 +61,12 @@ public:
     bool readsFor(const PlaybackTrack& track) const;
 
     /// Where the recording goes on.
-    std::int64_t positionNs() const;
+    WallTime position() const;
 
     /// Where the last start() started.
-    std::int64_t rangeBeginNs() const
+    WallTime rangeBegin() const
     {
-        return rangeBeginNs_;
+        return rangeBegin_;
     }
 
     /// Goes over to another place.
@@ -76,29 +75,29 @@ public:
     void moveTo(const PlaybackSource::Request& request, PlaybackUnit first, bool goesOn);
 
     /// Plays a track and fills in its first packet.
-    /// \param startNs  where the presentation's time is 0: what lies before is not told as a begin
+    /// \param timeZero  where the presentation's time is 0: what lies before is not told as a begin
     /// Requires: paused or playing.
-    void start(PlaybackTrack& track, std::int64_t startNs);
+    void start(PlaybackTrack& track, WallTime timeZero);
     /// Stops sending a track; playing pauses with the last one.
     void stop(PlaybackTrack& track);
     /// The same, with BYE and without a transport afterwards.
     void end(PlaybackTrack& track);
     /// Pauses all tracks when this instant is reached; at once where it lies behind.
-    void pauseAt(std::int64_t ns)
+    void pauseAt(WallTime instant)
     {
-        pauseAtNs_ = ns;
+        pauseAt_ = instant;
     }
 
     /// Sends what is due.
-    /// \returns when to be called again, monotonic clock in milliseconds, or PlaybackWork::never
-    std::int64_t run(std::int64_t nowMs);
+    /// \returns when to be called again, or PlaybackWork::never
+    MonotonicTime run(MonotonicTime now);
 
 private:
     /// When the head is due; nothing where the head was sent or left out.
-    using Wait = std::optional<std::int64_t>;
+    using Wait = std::optional<MonotonicTime>;
 
-    std::int64_t placeNs() const;
-    std::int64_t stampNs(std::int64_t playNs) const;
+    WallTime place() const;
+    PlayTime stamped(PlayTime play) const;
     bool playing() const
     {
         return state_.is(PlaybackState::playing);
@@ -108,12 +107,12 @@ private:
     void requestReports();
     void breakTracks(bool discontinuity);
     void enterSection();
-    Wait runHead(std::int64_t nowMs);
+    Wait runHead(MonotonicTime now);
     void dropHead();
     bool leavesOut(const PlaybackUnit& unit, const PlaybackTrack& track) const;
     void prepareHead(PlaybackTrack& track);
-    Wait send(PlaybackTrack& track, std::int64_t nowMs);
-    std::int64_t finish(std::int64_t nowMs);
+    Wait send(PlaybackTrack& track, MonotonicTime now);
+    MonotonicTime finish(MonotonicTime now);
 
     const PlaybackSettings& settings_;
     const PlaybackTracks& tracks_;
@@ -123,13 +122,13 @@ private:
     ReadAhead readAhead_;
     PlaybackQueue& queue_;  // of readAhead_
     PlaybackPacer pacer_;
-    std::uint32_t section_ = 0;     // of the last unit sent
-    std::int64_t sentUntilNs_ = 0;  // in the order of playing
-    std::int64_t placedAtNs_ = 0;   // player's time at the begin of the present place
-    std::int64_t rangeBeginNs_;
-    std::optional<std::int64_t> pauseAtNs_;
-    std::int64_t byeNotBeforeMs_ = 0;
-    std::int64_t togetherUntilMs_ = 0;  // units of a track that does not play yet wait up to here
+    std::uint32_t section_ = 0;  // of the last unit sent
+    WallTime sentUntil_;         // in the order of playing
+    PlayTime placedAt_;          // player's time at the begin of the present place
+    WallTime rangeBegin_;
+    std::optional<WallTime> pauseAt_;
+    MonotonicTime earliestBye_;
+    MonotonicTime togetherUntil_;  // units of a track that does not play yet wait up to here
 };
 
 }  // namespace refhost

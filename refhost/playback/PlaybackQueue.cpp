@@ -5,13 +5,13 @@
 namespace refhost
 {
 
-std::int64_t PlaybackQueue::spanNs() const
+Duration PlaybackQueue::span() const
 {
     if (units_.empty() || units_.front().section != units_.back().section)
     {
-        return 0;
+        return {};
     }
-    return units_.back().dueNs - units_.front().dueNs;
+    return units_.back().due - units_.front().due;
 }
 
 void PlaybackQueue::add(PlaybackUnit unit)
@@ -22,7 +22,7 @@ void PlaybackQueue::add(PlaybackUnit unit)
     while (place - units_.begin() > 1)
     {
         const PlaybackUnit& before = *std::prev(place);
-        if (before.section != unit.section || before.video == unit.video || before.dueNs <= unit.dueNs)
+        if (before.section != unit.section || before.video == unit.video || before.due <= unit.due)
         {
             break;
         }

@@ -37,8 +37,8 @@ public:
         return bytes_;
     }
 
-    /// RecordedMedia from the first unit to the last, nanoseconds; only what belongs to one section counts.
-    std::int64_t spanNs() const;
+    /// RecordedMedia from the first unit to the last: only what belongs to one section counts.
+    Duration span() const;
 
     /// Appends a unit. Files may hold audio and video of the same time far from each other: it goes in
     /// front of later units of the other track.

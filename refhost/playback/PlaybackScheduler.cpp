@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 namespace refhost
 {
@@ -42,17 +43,22 @@ void PlaybackScheduler::wake(const std::shared_ptr<PlaybackWork>& work)
 {
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        Entry& entry = entries_[work.get()];
+        const auto [found, fresh] = entries_.try_emplace(work.get());
+        Entry& entry = found->second;
         entry.work = work;
-        if (entry.running)
+        if (!fresh && !entry.ticket)
         {
             entry.again = true;
             return;
         }
-        due_.erase({entry.dueMs, work.get()});
-        // Not before what is overdue: who wakes his work again and again must not keep others waiting.
-        entry.dueMs = std::min(entry.dueMs, clock_.monotonicMs());
-        due_.insert({entry.dueMs, work.get()});
+        MonotonicTime due = clock_.now();
+        if (entry.ticket)
+        {
+            // Not before what is overdue: who wakes his work again and again must not keep others waiting.
+            due = std::min(due, entry.ticket->first);
+            due_.remove(*entry.ticket);
+        }
+        entry.ticket = due_.add(due, work.get());
     }
     changed_.notify_one();
 }
@@ -61,17 +67,17 @@ std::size_t PlaybackScheduler::runDue(std::size_t max)
 {
     std::unique_lock<std::mutex> lock(mutex_);
     std::size_t runs = 0;
-    while (runs < max && runOne(lock, clock_.monotonicMs()))
+    while (runs < max && runOne(lock, clock_.now()))
     {
         ++runs;
     }
     return runs;
 }
 
-std::int64_t PlaybackScheduler::nextDue() const
+MonotonicTime PlaybackScheduler::nextDue() const
 {
     const std::lock_guard<std::mutex> guard(mutex_);
-    return due_.empty() ? PlaybackWork::never : due_.begin()->first;
+    return due_.nextDue();
 }
 
 std::size_t PlaybackScheduler::size() const
@@ -85,7 +91,7 @@ void PlaybackScheduler::serve()
     std::unique_lock<std::mutex> lock(mutex_);
     while (!stopping_)
     {
-        if (runOne(lock, clock_.monotonicMs()))
+        if (runOne(lock, clock_.now()))
         {
             continue;
         }
@@ -94,36 +100,34 @@ void PlaybackScheduler::serve()
             changed_.wait(lock);
             continue;
         }
-        const std::int64_t waitMs = due_.begin()->first - clock_.monotonicMs();
-        changed_.wait_for(lock, std::chrono::milliseconds(waitMs));
+        changed_.wait_for(lock, due_.nextDue() - clock_.now());
     }
 }
 
-bool PlaybackScheduler::runOne(std::unique_lock<std::mutex>& lock, std::int64_t nowMs)
+bool PlaybackScheduler::runOne(std::unique_lock<std::mutex>& lock, MonotonicTime now)
 {
-    if (due_.empty() || due_.begin()->first > nowMs)
+    const std::optional<const PlaybackWork*> key = due_.takeDue(now);
+    if (!key)
     {
         return false;
     }
-    const PlaybackWork* const key = due_.begin()->second;
-    due_.erase(due_.begin());
-    Entry& entry = entries_[key];
+    Entry& entry = entries_[*key];
     std::shared_ptr<PlaybackWork> work = entry.work.lock();
     if (!work)
     {
-        entries_.erase(key);
+        entries_.erase(*key);
         return true;
     }
-    entry.running = true;
+    entry.ticket.reset();
     entry.again = false;
-    if (!due_.empty() && due_.begin()->first <= nowMs)
+    if (due_.nextDue() <= now)
     {
         changed_.notify_one();
     }
     lock.unlock();
-    const std::int64_t dueMs = work->run(nowMs);
+    const MonotonicTime due = work->run(now);
     lock.lock();
-    settle(key, dueMs);
+    settle(*key, due);
     lock.unlock();
     // The last hold may be this one; the end of a session takes its time and locks of its own.
     work.reset();
@@ -131,21 +135,19 @@ bool PlaybackScheduler::runOne(std::unique_lock<std::mutex>& lock, std::int64_t 
     return true;
 }
 
-void PlaybackScheduler::settle(const PlaybackWork* key, std::int64_t dueMs)
+void PlaybackScheduler::settle(const PlaybackWork* key, MonotonicTime due)
 {
     Entry& entry = entries_[key];
-    entry.running = false;
     if (entry.again)
     {
-        dueMs = std::min(dueMs, clock_.monotonicMs());
+        due = std::min(due, clock_.now());
     }
-    if (dueMs == PlaybackWork::never)
+    if (due == PlaybackWork::never)
     {
         entries_.erase(key);
         return;
     }
-    entry.dueMs = dueMs;
-    due_.insert({dueMs, key});
+    entry.ticket = due_.add(due, key);
 }
 
 }  // namespace refhost

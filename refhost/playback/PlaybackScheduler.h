@@ -2,17 +2,15 @@
 
 #include <condition_variable>
 #include <cstddef>
-#include <cstdint>
-#include <limits>
 #include <memory>
 #include <mutex>
-#include <set>
+#include <optional>
 #include <thread>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "refhost/base/HostClock.h"
+#include "refhost/threads/DueQueue.h"
 
 namespace refhost
 {
@@ -22,14 +20,13 @@ class PlaybackWork
 {
 public:
     /// There is nothing to do until somebody wakes the work.
-    static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+    static constexpr MonotonicTime never = MonotonicTime::max();
 
     virtual ~PlaybackWork() = default;
 
     /// Does what is due, in one bounded go; never called by two threads at once.
-    /// \param nowMs  monotonic clock, milliseconds
-    /// \returns when to be called again, by the same clock, or `never`
-    virtual std::int64_t run(std::int64_t nowMs) = 0;
+    /// \returns when to be called again, or `never`
+    virtual MonotonicTime run(MonotonicTime now) = 0;
 };
 
 /// Runs the work of all playback sessions on a few threads, each when it is due.
@@ -52,36 +49,35 @@ public:
     /// Has `work` run as soon as a thread is free; once more, if it runs right now.
     void wake(const std::shared_ptr<PlaybackWork>& work);
 
-    /// Runs on this thread what is due by the clock, until nothing is or `most` runs were made.
+    /// Runs on this thread what is due by the clock, until nothing is or `max` runs were made.
     /// \returns how many runs were made
     std::size_t runDue(std::size_t max = 10'000);
 
     /// When the next work is due, or PlaybackWork::never.
-    std::int64_t nextDue() const;
+    MonotonicTime nextDue() const;
 
     /// How many works are known: those that wait for their time or run.
     std::size_t size() const;
 
 private:
+    using Queue = DueQueue<const PlaybackWork*>;
+
     struct Entry
     {
         std::weak_ptr<PlaybackWork> work;
-        std::int64_t dueMs = PlaybackWork::never;
-        bool running = false;
-        bool again = false;
+        std::optional<Queue::Ticket> ticket;  // nothing while it runs
+        bool again = false;                   // it was woken while it runs
     };
 
-    using Due = std::pair<std::int64_t, const PlaybackWork*>;
-
     void serve();
-    bool runOne(std::unique_lock<std::mutex>& lock, std::int64_t nowMs);
-    void settle(const PlaybackWork* key, std::int64_t dueMs);
+    bool runOne(std::unique_lock<std::mutex>& lock, MonotonicTime now);
+    void settle(const PlaybackWork* key, MonotonicTime due);
 
     const HostClock& clock_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::unordered_map<const PlaybackWork*, Entry> entries_;
-    std::set<Due> due_;
+    Queue due_;
     bool stopping_ = false;
     std::vector<std::thread> threads_;
 };

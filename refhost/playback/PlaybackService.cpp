@@ -10,8 +10,6 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-
 std::shared_ptr<const RecordingDirectory> recordedMedia()
 {
     const auto index = Device::recordings();
@@ -43,14 +41,14 @@ PlaybackService::~PlaybackService()
 
 std::shared_ptr<PlaybackSession> PlaybackService::makeSession(const RecordInfo& record,
                                                               const PlaybackSettings& settings,
-                                                              std::int64_t startNs)
+                                                              std::optional<WallTime> start)
 {
     ensureWorkers();
-    const auto beginNs = static_cast<std::int64_t>(record.getRecordBeginTime()) * nsPerSecond;
-    const auto endNs = static_cast<std::int64_t>(record.getRecordEndTime()) * nsPerSecond;
+    const WallTime begin = wallTimeOfUnix(record.getRecordBeginTime());
+    const WallTime end = wallTimeOfUnix(record.getRecordEndTime());
     auto source = std::make_unique<RecordedSource>(
-        recordings_(), *settings_.clock, RecordedSource::Interval{record.getCameraId(), beginNs, endNs});
-    const PlaybackSession::Interval interval{beginNs, endNs, startNs > 0 ? startNs : beginNs};
+        recordings_(), *settings_.clock, RecordedSource::Interval{record.getCameraId(), begin, end});
+    const PlaybackSession::Interval interval{begin, end, start.value_or(begin)};
     return std::make_shared<PlaybackSession>(interval, std::move(source), scheduler_, settings);
 }
 

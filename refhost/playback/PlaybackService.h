@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "hostapi/description/RecordInfo.h"
 #include "refhost/playback/PlaybackCatalog.h"
@@ -39,10 +40,9 @@ public:
 
     /// A session on a recording; nothing is opened yet.
     /// \param settings  its own
-    /// \param startNs   where the presentation's time is 0: wall clock, nanoseconds since 1970; 0 for the
-    ///                  begin of `record`
+    /// \param start     where the presentation's time is 0; nothing for the begin of `record`
     std::shared_ptr<PlaybackSession> makeSession(const RecordInfo& record, const PlaybackSettings& settings,
-                                                 std::int64_t startNs = 0);
+                                                 std::optional<WallTime> start = {});
 
     const PlaybackSettings& settings() const
     {

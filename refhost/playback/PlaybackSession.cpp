@@ -1,7 +1,7 @@
 #include "refhost/playback/PlaybackSession.h"
 
 #include <algorithm>
-#include <cmath>
+#include <chrono>
 #include <utility>
 
 #include "refhost/base/ChangeSignal.h"
@@ -12,9 +12,8 @@ namespace refhost
 namespace
 {
 
-constexpr double nsPerSecond = 1e9;
 /// Positions are given in microseconds: one that was rounded down is meant all the same.
-constexpr std::int64_t positionUnitNs = 1000;
+constexpr std::chrono::microseconds positionUnit(1);
 
 }  // namespace
 
@@ -25,7 +24,7 @@ PlaybackSession::PlaybackSession(const Interval& interval, std::unique_ptr<Playb
       scheduler_(scheduler),
       source_(std::move(source)),
       name_(RtcpWriter::randomName()),
-      pump_(settings_, tracks_, interval.startNs, interval.endNs)
+      pump_(settings_, tracks_, interval.start, interval.end)
 {
 }
 
@@ -83,7 +82,7 @@ int PlaybackSession::play(const std::string& trackId)
     {
         return hostStreamNotReady;
     }
-    pump_.start(*track, interval_.startNs);
+    pump_.start(*track, interval_.start);
     return 0;
 }
 
@@ -127,16 +126,16 @@ int PlaybackSession::setRange(const std::string& trackId, double begin, double e
     }
     const bool backwards = pump_.mode().speed.backwards();
     PendingSeek::Target target{instant(begin), instant(end), false};
-    if (backwards ? target.fromNs < target.endNs : target.fromNs >= target.endNs)
+    if (backwards ? target.from < target.end : target.from >= target.end)
     {
         return hostRangeInvalid;
     }
     // Whatever is asked for up to the interval's begin is what the interval itself asks for.
-    const bool first = target.fromNs == interval_.startNs ||
-                       (target.fromNs <= interval_.beginNs && target.endNs > interval_.beginNs);
+    const bool first =
+        target.from == interval_.start || (target.from <= interval_.begin && target.end > interval_.begin);
     if (!backwards)
     {
-        target.fromNs = first ? interval_.beginNs : target.fromNs + positionUnitNs;
+        target.from = first ? interval_.begin : target.from + positionUnit;
     }
     seek_.request(target);
     return 0;
@@ -149,8 +148,8 @@ int PlaybackSession::range(const std::string& trackId, double& begin, double& en
     {
         return hostTrackUnknown;
     }
-    begin = static_cast<double>(pump_.rangeBeginNs() - interval_.startNs) / nsPerSecond;
-    end = static_cast<double>(pump_.reading().endNs - interval_.startNs) / nsPerSecond;
+    begin = secondsOf(pump_.rangeBegin() - interval_.start);
+    end = secondsOf(pump_.reading().end - interval_.start);
     return 0;
 }
 
@@ -235,11 +234,11 @@ int PlaybackSession::statistics(const std::string& trackId, TrackStatistics& out
     return 0;
 }
 
-void PlaybackSession::setReportInterval(std::int64_t intervalMs)
+void PlaybackSession::setReportInterval(Duration interval)
 {
     const Lock lock(mutex_);
-    settings_.reportIntervalMs = intervalMs;
-    tracks_.each([intervalMs](PlaybackTrack& track) { track.sender.setReportInterval(intervalMs); });
+    settings_.reportInterval = interval;
+    tracks_.each([interval](PlaybackTrack& track) { track.sender.setReportInterval(interval); });
 }
 
 void PlaybackSession::end()
@@ -280,35 +279,35 @@ void PlaybackSession::readReport(PlaybackTrack& track, const std::uint8_t* data,
 }
 
 /// The instant of a position, kept inside the presentation; not-a-number counts as its begin.
-std::int64_t PlaybackSession::instant(double seconds) const
+WallTime PlaybackSession::instant(double seconds) const
 {
-    const double length = static_cast<double>(interval_.endNs - interval_.startNs) / nsPerSecond;
+    const double length = secondsOf(interval_.end - interval_.start);
     const double inside = seconds > 0 ? std::min(seconds, length) : 0;
-    return interval_.startNs + std::llround(inside * nsPerSecond);
+    return interval_.start + durationOf(std::chrono::duration<double>(inside));
 }
 
 PendingSeek::Target PlaybackSession::wholeInterval() const
 {
-    return pump_.mode().speed.backwards() ? PendingSeek::Target{interval_.endNs, interval_.startNs, false}
-                                          : PendingSeek::Target{interval_.beginNs, interval_.endNs, false};
+    return pump_.mode().speed.backwards() ? PendingSeek::Target{interval_.end, interval_.start, false}
+                                          : PendingSeek::Target{interval_.begin, interval_.end, false};
 }
 
 /// The rest of what plays now, in the direction that is asked for.
 PendingSeek::Target PlaybackSession::goingOn() const
 {
     const bool turns = pump_.mode().speed.backwards() != pump_.reading().backwards;
-    return {pump_.positionNs(), turns ? wholeInterval().endNs : pump_.reading().endNs, true};
+    return {pump_.position(), turns ? wholeInterval().end : pump_.reading().end, true};
 }
 
 PlaybackSource::Request PlaybackSession::requestFor(const PendingSeek::Target& target) const
 {
     const PlayMode& mode = pump_.mode();
     PlaybackSource::Request request;
-    request.fromNs = target.fromNs;
-    request.endNs = target.endNs;
+    request.from = target.from;
+    request.end = target.end;
     request.backwards = mode.speed.backwards();
     request.keyFramesOnly = mode.keyFramesOnly();
-    request.keyDistanceNs = mode.keyDistanceNs();
+    request.keyDistance = mode.keyDistance();
     if (const TrackPtr& video = tracks_.of(true))
     {
         request.video = {video->payloadSize, video->encodingName};
@@ -321,7 +320,7 @@ PlaybackSource::Request PlaybackSession::requestFor(const PendingSeek::Target& t
     return request;
 }
 
-std::int64_t PlaybackSession::run(std::int64_t nowMs)
+MonotonicTime PlaybackSession::run(MonotonicTime now)
 {
     // Now and then, so that the tracks notice when the clock is set.
     settings_.clock->wall().mapping();
@@ -330,16 +329,16 @@ std::int64_t PlaybackSession::run(std::int64_t nowMs)
     {
         seek(lock);
     }
-    std::int64_t dueMs = pump_.run(nowMs);
-    if (readAhead(lock, nowMs))
+    MonotonicTime due = pump_.run(now);
+    if (readAhead(lock, now))
     {
-        dueMs = pump_.run(nowMs);
+        due = pump_.run(now);
     }
-    if (seek_.pending() || wantsToRead(nowMs))
+    if (seek_.pending() || wantsToRead(now))
     {
-        return nowMs;
+        return now;
     }
-    return std::min(dueMs, pump_.readAhead().retryMs(nowMs));
+    return std::min(due, pump_.readAhead().retryTime(now));
 }
 
 /// Looks for the requested place; without the lock meanwhile, as the disk may take its time.
@@ -361,15 +360,15 @@ void PlaybackSession::seek(Lock& lock)
     lock.lock();
 }
 
-bool PlaybackSession::wantsToRead(std::int64_t nowMs)
+bool PlaybackSession::wantsToRead(MonotonicTime now)
 {
-    return pump_.readAhead().wantsToRead(nowMs, pump_.mode().speed.rate());
+    return pump_.readAhead().wantsToRead(now, pump_.mode().speed.rate());
 }
 
 /// \returns true when something came or the end was found
-bool PlaybackSession::readAhead(Lock& lock, std::int64_t nowMs)
+bool PlaybackSession::readAhead(Lock& lock, MonotonicTime now)
 {
-    if (seek_.pending() || !wantsToRead(nowMs))
+    if (seek_.pending() || !wantsToRead(now))
     {
         return false;
     }
@@ -377,7 +376,7 @@ bool PlaybackSession::readAhead(Lock& lock, std::int64_t nowMs)
     lock.unlock();
     ReadAhead::Batch batch = ReadAhead::read(*source_, plan);
     lock.lock();
-    return pump_.readAhead().add(std::move(batch), nowMs);
+    return pump_.readAhead().add(std::move(batch), now);
 }
 
 }  // namespace refhost

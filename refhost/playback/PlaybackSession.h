@@ -27,7 +27,7 @@ namespace refhost
 ///
 /// The operations answer at once; a worker reads the recording and sends it (PlaybackScheduler). Finding a
 /// place in the recording is the worker's: play() answers hostStreamNotReady until the place is found, which
-/// ChangeSignal announces, and is asked again. Positions are seconds from Interval::startNs.
+/// ChangeSignal announces, and is asked again. Positions are seconds from Interval::start.
 ///
 /// After the end every track has sent BYE; a play() with a new range plays again, one without from the begin.
 /// PlaybackState has the states. Threads: any. No packet of a track leaves after pause() or remove() of it
@@ -35,14 +35,14 @@ namespace refhost
 class PlaybackSession : public PlaybackWork, public std::enable_shared_from_this<PlaybackSession>
 {
 public:
-    /// The recorded media that a URL names: wall clock, nanoseconds since 1970.
+    /// The part of the recordings that a URL names.
     struct Interval
     {
-        std::int64_t beginNs = 0;
-        std::int64_t endNs = 0;
+        WallTime begin;
+        WallTime end;
         /// Where the presentation's time is 0: the first frame that a play() from the begin sends. Before the
         /// begin, where that is in a GOP, or behind it, where recorded media starts later.
-        std::int64_t startNs = 0;
+        WallTime start;
     };
 
     /// \param scheduler  runs the session's work; outlives it
@@ -95,12 +95,12 @@ public:
 
     int ssrc(const std::string& trackId, int& ssrc);
     /// \param[out] connected  whether there is a transport to the client that is not closed, and over UDP a sign of
-    ///                        life within PlaybackSettings::silenceMs
+    ///                        life within PlaybackSettings::maxSilence
     int connectionState(const std::string& trackId, bool& connected);
     int statistics(const std::string& trackId, TrackStatistics& out);
 
-    /// Mean time between two sender reports, milliseconds; from the next one on.
-    void setReportInterval(std::int64_t intervalMs);
+    /// Mean time between two sender reports; from the next one on.
+    void setReportInterval(Duration interval);
 
     /// Ends every track.
     void end();
@@ -115,19 +115,19 @@ public:
     /// For the session's tracks alone: a compound RTCP packet of a client's.
     void readReport(PlaybackTrack& track, const std::uint8_t* data, std::size_t size);
 
-    std::int64_t run(std::int64_t nowMs) override;
+    MonotonicTime run(MonotonicTime now) override;
 
 private:
     using Lock = std::unique_lock<std::mutex>;
     using TrackPtr = PlaybackTracks::TrackPtr;
 
-    std::int64_t instant(double seconds) const;
+    WallTime instant(double seconds) const;
     PendingSeek::Target wholeInterval() const;
     PendingSeek::Target goingOn() const;
     PlaybackSource::Request requestFor(const PendingSeek::Target& target) const;
     void seek(Lock& lock);
-    bool wantsToRead(std::int64_t nowMs);
-    bool readAhead(Lock& lock, std::int64_t nowMs);
+    bool wantsToRead(MonotonicTime now);
+    bool readAhead(Lock& lock, MonotonicTime now);
 
     const Interval interval_;
     PlaybackSettings settings_;  // the report interval under the lock; the rest is constant

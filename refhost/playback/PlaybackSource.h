@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/AccessUnit.h"
 
 namespace refhost
@@ -18,16 +19,16 @@ struct PlaybackUnit
     bool key = false;
     /// The last one of its track before a gap or the end of the recorded media.
     bool last = false;
-    /// When the frame or block of audio was taken: wall clock, nanoseconds since 1970.
-    std::int64_t wallNs = 0;
-    /// Its place in the order of playing: `wallNs`, or that time mirrored at where a request that reads
+    /// When the frame or block of audio was taken.
+    WallTime wall;
+    /// Its place in the order of playing: `wall`, or that time mirrored at where a request that reads
     /// backwards starts, so that it grows either way.
-    std::int64_t mediaNs = 0;
+    WallTime media;
     /// When it must leave so that it and what is shown before it come in time, by the same clock: not after
-    /// `mediaNs`. Does not go back within a section and track.
-    std::int64_t dueNs = 0;
-    /// How long it is shown or heard, nanoseconds.
-    std::int64_t durationNs = 0;
+    /// `media`. Does not go back within a section and track.
+    WallTime due;
+    /// How long it is shown or heard.
+    Duration duration{};
     /// Number of the contiguous section of recorded media; another one after each gap.
     std::uint32_t section = 0;
 };
@@ -47,19 +48,19 @@ public:
 
     struct Request
     {
-        std::int64_t fromNs = 0;  ///< wall clock; reading starts at the key frame at or before it
-        std::int64_t endNs = 0;   ///< wall clock; what is shown from here on is left out
-        /// Reads key frames alone, from the one at or before `fromNs` down to those at or after `endNs`.
+        WallTime from;  ///< reading starts at the key frame at or before it
+        WallTime end;   ///< what is shown from here on is left out
+        /// Reads key frames alone, from the one at or before `from` down to those at or after `end`.
         bool backwards = false;
         bool keyFramesOnly = false;
-        std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least, in the recorded media
+        Duration keyDistance{};  ///< how far these are apart at least, in the recorded media
         Track video;
         Track audio;
 
         /// The place of an instant in the order of playing, and back.
-        std::int64_t mirrored(std::int64_t ns) const
+        WallTime mirrored(WallTime instant) const
         {
-            return backwards ? 2 * fromNs - ns : ns;
+            return backwards ? from + (from - instant) : instant;
         }
     };
 

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <utility>
 
-#include "refhost/playback/PlayTimeline.h"
 #include "refhost/playback/PlaybackSession.h"
 
 namespace refhost
@@ -14,60 +13,61 @@ PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMe
       encodingName(info.encodingName),
       video(info.mediaType == "video"),
       payloadSize(packetSize),
-      clockRate(rtpClockRate(info.clockRate)),
-      sender(info.payloadType, name, *settings.clock, settings.reportIntervalMs),
+      rtpClock(rtpClockOf(info.clockRate)),
+      sender(info.payloadType, name, *settings.clock, settings.reportInterval),
       session_(std::move(session)),
       clock_(*settings.clock),
-      silenceMs_(settings.silenceMs),
-      activityMs_(clock_.monotonicMs())
+      maxSilence_(settings.maxSilence),
+      lastHeard_(clock_.now())
 {
 }
 
 PlaybackTrack::~PlaybackTrack() noexcept = default;
 
-std::uint32_t PlaybackTrack::timestamp(std::int64_t playNs) const
+std::uint32_t PlaybackTrack::timestamp(PlayTime play) const
 {
-    return sender.firstTimestamp() + PlayTimeline::ticks(playNs, clockRate);
+    return sender.firstTimestamp() +
+           static_cast<std::uint32_t>(rtpClock.nearestTicks(play.time_since_epoch()));
 }
 
-bool PlaybackTrack::audioIsFull(std::int64_t endNs) const
+bool PlaybackTrack::audioIsFull(PlayTime end) const
 {
-    return audioFollows_ && static_cast<std::int32_t>(timestamp(endNs) - audioNext_) <= 0;
+    return audioFollows_ && RtpClock::difference(timestamp(end), audioNext_) <= 0;
 }
 
-std::uint32_t PlaybackTrack::audioTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const
+std::uint32_t PlaybackTrack::audioTimestamp(PlayTime play, Duration tolerance) const
 {
-    const std::uint32_t exact = timestamp(playNs);
-    const auto off = static_cast<std::int32_t>(exact - audioNext_);
-    const auto tolerance = static_cast<std::int32_t>(PlayTimeline::ticks(toleranceNs, clockRate));
-    return audioFollows_ && std::abs(off) <= tolerance ? audioNext_ : exact;
+    const std::uint32_t exact = timestamp(play);
+    const std::int64_t off = RtpClock::difference(exact, audioNext_);
+    return audioFollows_ && std::abs(off) <= rtpClock.nearestTicks(tolerance) ? audioNext_ : exact;
 }
 
-void PlaybackTrack::sent(std::uint32_t timestamp, std::int64_t audioNs)
+void PlaybackTrack::sent(std::uint32_t timestamp, Duration length)
 {
     brokenOff_ = false;
-    audioFollows_ = audioNs > 0;
-    audioNext_ = timestamp + PlayTimeline::ticks(audioNs, clockRate);
+    audioFollows_ = length > Duration::zero();
+    audioNext_ = timestamp + static_cast<std::uint32_t>(rtpClock.nearestTicks(length));
 }
 
 void PlaybackTrack::heard()
 {
-    activityMs_ = clock_.monotonicMs();
+    lastHeard_ = clock_.now();
 }
 
 bool PlaybackTrack::silent() const
 {
     const RtpTransport* const transport = sender.transport();
-    const bool expected = silenceMs_ > 0 && transport != nullptr && transport->traits().silentWhenGone;
-    return expected && clock_.monotonicMs() - activityMs_ > silenceMs_;
+    const bool expected =
+        maxSilence_ > Duration::zero() && transport != nullptr && transport->traits().silentWhenGone;
+    return expected && clock_.now() - lastHeard_ > maxSilence_;
 }
 
-void PlaybackTrack::sendBye(std::int64_t wallNs, std::int64_t playNs)
+void PlaybackTrack::sendBye(WallTime wall, PlayTime play)
 {
     if (!state_.is(PlaybackTrackState::silent))
     {
         state_.enter(PlaybackTrackState::silent);
-        sender.sendBye(wallNs, timestamp(playNs));
+        sender.sendBye(wall, timestamp(play));
     }
 }
 

@@ -9,6 +9,7 @@
 #include "hostapi/description/RTPPacketInfo.h"
 #include "hostapi/description/SubMediaInfo.h"
 #include "refhost/base/StateMachine.h"
+#include "refhost/playback/PlayTimeline.h"
 #include "refhost/playback/PlaybackSettings.h"
 #include "refhost/rtp/RtpSender.h"
 
@@ -79,7 +80,7 @@ public:
     const std::string encodingName;
     const bool video;
     const int payloadSize;
-    const std::uint32_t clockRate;
+    const RtpClock rtpClock;
 
     RtpSender sender;
     /// What RTP-Info says of the last play().
@@ -105,16 +106,16 @@ public:
     }
 
     /// The RTP timestamp of an instant of the player's time.
-    std::uint32_t timestamp(std::int64_t playNs) const;
+    std::uint32_t timestamp(PlayTime play) const;
     /// Whether a block of audio has no room left: at a scale above 1 there is more audio than time.
-    /// \param endNs  the player's time behind the block
-    bool audioIsFull(std::int64_t endNs) const;
+    /// \param end  the player's time behind the block
+    bool audioIsFull(PlayTime end) const;
     /// The timestamp of a block of audio: one that follows the block before closely follows it without a gap.
-    /// \param toleranceNs  how closely, in nanoseconds
-    std::uint32_t audioTimestamp(std::int64_t playNs, std::int64_t toleranceNs) const;
+    /// \param tolerance  how closely
+    std::uint32_t audioTimestamp(PlayTime play, Duration tolerance) const;
     /// A unit was sent.
-    /// \param audioNs  how long a block of audio lasts; 0 for a frame
-    void sent(std::uint32_t timestamp, std::int64_t audioNs);
+    /// \param length  how long a block of audio lasts; 0 for a frame
+    void sent(std::uint32_t timestamp, Duration length);
     /// The next unit does not follow what was sent before.
     /// \param discontinuity  a client must be told
     void breakOff(bool discontinuity)
@@ -137,8 +138,8 @@ public:
     /// Sends BYE where the track played since the last one. A track that had nothing to send says it all the
     /// same, against RFC 3550, section 6.3.7: players take a recording for ended when every track has.
     /// Requires: it does not play.
-    /// \param playNs  the player's time now
-    void sendBye(std::int64_t wallNs, std::int64_t playNs);
+    /// \param play  the player's time now
+    void sendBye(WallTime wall, PlayTime play);
 
     void onTransportReady() override;
     void onRtcp(const std::uint8_t* data, std::size_t size) override;
@@ -146,8 +147,8 @@ public:
 private:
     const std::weak_ptr<PlaybackSession> session_;
     const HostClock& clock_;
-    const std::int64_t silenceMs_;
-    std::int64_t activityMs_;
+    const Duration maxSilence_;
+    MonotonicTime lastHeard_;
     StateMachine<PlaybackTrackState> state_{PlaybackTrackState::silent};
     bool brokenOff_ = false;
     bool audioFollows_ = false;

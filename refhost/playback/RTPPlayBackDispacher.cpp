@@ -74,7 +74,7 @@ void RTPPlayBackDispacher::setTransferMixStreamFlag(bool) {}
 void RTPPlayBackDispacher::setRTCPTimeout(int seconds)
 {
     const std::lock_guard<std::mutex> guard(impl_->mutex);
-    impl_->settings.silenceMs = std::max(seconds, 0) * std::int64_t{1000};
+    impl_->settings.maxSilence = std::chrono::seconds(std::max(seconds, 0));
 }
 
 void RTPPlayBackDispacher::setRTCPFrequence(int seconds)
@@ -84,10 +84,10 @@ void RTPPlayBackDispacher::setRTCPFrequence(int seconds)
     {
         return;
     }
-    impl_->settings.reportIntervalMs = seconds * std::int64_t{1000};
+    impl_->settings.reportInterval = std::chrono::seconds(seconds);
     for (const auto& entry : impl_->sessions)
     {
-        entry.second->setReportInterval(impl_->settings.reportIntervalMs);
+        entry.second->setReportInterval(impl_->settings.reportInterval);
     }
 }
 

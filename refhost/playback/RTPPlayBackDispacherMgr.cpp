@@ -54,7 +54,11 @@ int RTPPlayBackDispacherMgr::setMediaInfo(const MediaInfo& info)
 int RTPPlayBackDispacherMgr::initDispatcher(const std::string& sessionId, const DeviceInfoEx&,
                                             const DeviceExAbility&, const RecordInfo& record)
 {
-    PlaybackDispatcher::instance().init(sessionId, record, ownMediaInfo().recordBeginTime);
+    const std::int64_t start = ownMediaInfo().recordBeginTime;
+    PlaybackDispatcher::instance().init(
+        sessionId, record,
+        start > 0 ? std::optional<refhost::WallTime>(refhost::WallTime(refhost::Duration(start)))
+                  : std::nullopt);
     return 0;
 }
 

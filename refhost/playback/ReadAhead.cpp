@@ -1,6 +1,7 @@
 #include "refhost/playback/ReadAhead.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "refhost/playback/PlaybackScheduler.h"
@@ -34,19 +35,19 @@ std::size_t ReadAhead::maxBytes() const
     return std::min(settings_.readAheadBytes, share_.bytes());
 }
 
-bool ReadAhead::wantsToRead(std::int64_t nowMs, double rate)
+bool ReadAhead::wantsToRead(MonotonicTime now, double rate)
 {
-    if (state_.is(ReadState::idle) || atEnd() || (state_.is(ReadState::waiting) && nowMs < laterMs_))
+    if (state_.is(ReadState::idle) || atEnd() || (state_.is(ReadState::waiting) && now < later_))
     {
         return false;
     }
-    const auto aheadMs = static_cast<std::int64_t>(static_cast<double>(queue_.spanNs()) / 1e6 / rate);
+    const auto ahead = Duration(static_cast<std::int64_t>(static_cast<double>(queue_.span().count()) / rate));
     const bool few = queue_.size() < minUnits;
-    if (queue_.bytes() >= maxBytes() || (!few && aheadMs >= settings_.readAheadMs))
+    if (queue_.bytes() >= maxBytes() || (!few && ahead >= settings_.readAhead))
     {
         state_.enter(ReadState::full);
     }
-    else if (!state_.is(ReadState::full) || few || aheadMs < settings_.readAheadMs / 2)
+    else if (!state_.is(ReadState::full) || few || ahead < settings_.readAhead / 2)
     {
         state_.enter(ReadState::filling);
     }
@@ -59,8 +60,11 @@ ReadAhead::Plan ReadAhead::plan(double rate) const
     plan.minUnits = minUnits - std::min(minUnits, queue_.size());
     const std::size_t allowed = maxBytes();
     plan.maxBytes = allowed - std::min(allowed, queue_.bytes());
-    plan.spanNs = static_cast<std::int64_t>(static_cast<double>(settings_.readAheadMs) * 1e6 * rate);
-    plan.untilNs = queue_.empty() ? 0 : queue_.front().dueNs + plan.spanNs;
+    plan.span = Duration(static_cast<std::int64_t>(static_cast<double>(settings_.readAhead.count()) * rate));
+    if (!queue_.empty())
+    {
+        plan.until = queue_.front().due + plan.span;
+    }
     return plan;
 }
 
@@ -68,7 +72,7 @@ ReadAhead::Batch ReadAhead::read(PlaybackSource& source, const Plan& plan)
 {
     Batch batch;
     std::size_t bytes = 0;
-    std::int64_t untilNs = plan.untilNs;
+    std::optional<WallTime> until = plan.until;
     bool enough = false;
     for (int i = 0; i < maxReads && bytes < plan.maxBytes && !enough; ++i)
     {
@@ -78,15 +82,15 @@ ReadAhead::Batch ReadAhead::read(PlaybackSource& source, const Plan& plan)
         {
             break;
         }
-        untilNs = untilNs == 0 ? unit.dueNs + plan.spanNs : untilNs;
+        until = until.value_or(unit.due + plan.span);
         bytes += unit.unit->bytes.size();
         batch.units.push_back(std::move(unit));
-        enough = batch.units.size() >= plan.minUnits && batch.units.back().dueNs >= untilNs;
+        enough = batch.units.size() >= plan.minUnits && batch.units.back().due >= *until;
     }
     return batch;
 }
 
-bool ReadAhead::add(Batch batch, std::int64_t nowMs)
+bool ReadAhead::add(Batch batch, MonotonicTime now)
 {
     for (PlaybackUnit& unit : batch.units)
     {
@@ -98,16 +102,16 @@ bool ReadAhead::add(Batch batch, std::int64_t nowMs)
     }
     else if (batch.result == PlaybackSource::Result::later)
     {
-        laterMs_ = nowMs + settings_.growthMs;
+        later_ = now + settings_.growthInterval;
         state_.enter(ReadState::waiting);
     }
     return atEnd() || !batch.units.empty();
 }
 
-std::int64_t ReadAhead::retryMs(std::int64_t nowMs) const
+MonotonicTime ReadAhead::retryTime(MonotonicTime now) const
 {
-    const bool waits = state_.is(ReadState::waiting) && laterMs_ > nowMs && queue_.size() < minUnits;
-    return waits ? laterMs_ : PlaybackWork::never;
+    const bool waits = state_.is(ReadState::waiting) && later_ > now && queue_.size() < minUnits;
+    return waits ? later_ : PlaybackWork::never;
 }
 
 }  // namespace refhost

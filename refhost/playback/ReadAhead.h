@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "refhost/base/StateMachine.h"
@@ -70,7 +70,7 @@ constexpr const char* machineOf(ReadState)
 }
 
 /// What a session has read and not sent yet, and when it reads more: between half of and all of
-/// PlaybackSettings::readAheadMs of the player's time, but at most as many bytes as its share allows.
+/// PlaybackSettings::readAhead of the player's time, but at most as many bytes as its share allows.
 ///
 /// Threads: under the session's lock, but for read().
 class ReadAhead
@@ -79,10 +79,10 @@ public:
     /// What one go may read.
     struct Plan
     {
-        std::size_t minUnits;  ///< read at least so many, however long they last
-        std::size_t maxBytes;  ///< and no more from here on
-        std::int64_t spanNs;   ///< enough is read where units reach so far
-        std::int64_t untilNs;  ///< that is, up to here; 0: counted from the first unit
+        std::size_t minUnits;           ///< read at least so many, however long they last
+        std::size_t maxBytes;           ///< and no more from here on
+        Duration span;                  ///< enough is read where units reach so far from the first of all
+        std::optional<WallTime> until;  ///< that is, up to here; nothing while there is no unit
     };
 
     /// What one go has read.
@@ -100,17 +100,17 @@ public:
 
     /// Whether to read now.
     /// \param rate  seconds of the recording in a second of the player's time
-    bool wantsToRead(std::int64_t nowMs, double rate);
+    bool wantsToRead(MonotonicTime now, double rate);
 
     Plan plan(double rate) const;
     /// Reads a batch; without the session's lock, as the disk may take its time.
     static Batch read(PlaybackSource& source, const Plan& plan);
     /// \returns whether something came or the end was found
-    bool add(Batch batch, std::int64_t nowMs);
+    bool add(Batch batch, MonotonicTime now);
 
     /// When to look for more of a recording that still grows; PlaybackWork::never where sending does not
     /// depend on that.
-    std::int64_t retryMs(std::int64_t nowMs) const;
+    MonotonicTime retryTime(MonotonicTime now) const;
 
     bool atEnd() const
     {
@@ -133,7 +133,7 @@ private:
     const PlaybackSettings& settings_;
     const ReadAheadBudget::Share share_;
     StateMachine<ReadState> state_{ReadState::idle};
-    std::int64_t laterMs_ = 0;  // while waiting
+    MonotonicTime later_;  // while waiting
     PlaybackQueue queue_;
 };
 

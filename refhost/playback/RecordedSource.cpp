@@ -1,6 +1,7 @@
 #include "refhost/playback/RecordedSource.h"
 
 #include <algorithm>
+#include <chrono>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,7 +15,6 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1'000'000'000;
 /// Frames that must be known behind one to tell when it is due: as many as a coder usually puts between
 /// two that are shown later.
 constexpr std::size_t framesAhead = 4;
@@ -31,8 +31,18 @@ std::optional<Codec> codecOfTrack(const PlaybackSource::Track& track)
     return track.payloadSize > 0 ? codecEncodedAs(track.encodingName) : std::nullopt;
 }
 
+WallTime wallTime(std::int64_t ns)
+{
+    return WallTime(Duration(ns));
+}
+
+std::int64_t nanoseconds(WallTime instant)
+{
+    return instant.time_since_epoch().count();
+}
+
 /// How long a block of audio lasts; 0 when only the file knows.
-std::int64_t audioLength(Codec codec, const AccessUnit& unit, const GstCaps* caps)
+Duration audioLength(Codec codec, const AccessUnit& unit, const GstCaps* caps)
 {
     const CodecInfo& info = infoOf(codec);
     const GstStructure* const fields = gst_caps_get_structure(caps, 0);
@@ -45,9 +55,9 @@ std::int64_t audioLength(Codec codec, const AccessUnit& unit, const GstCaps* cap
     gst_structure_get_int(fields, "channels", &channels);
     const std::size_t header = unit.headerSize(0);
     const AccessUnit::Packet& packet = unit.packets.front();
-    const std::int64_t samples = info.samplesIn(unit.bytes.data() + packet.offset + header,
-                                                packet.size - header, std::max(channels, 1));
-    return rate > 0 ? samples * second / rate : 0;
+    const std::uint32_t samples = info.samplesIn(unit.bytes.data() + packet.offset + header,
+                                                 packet.size - header, std::max(channels, 1));
+    return rate > 0 ? RtpClock(static_cast<std::uint32_t>(rate)).span(samples) : Duration::zero();
 }
 
 }  // namespace
@@ -80,7 +90,8 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
 {
     if (directory_ && !streamId_)
     {
-        streamId_ = directory_->streamOf(interval_.cameraId, interval_.beginNs, interval_.endNs);
+        streamId_ = directory_->streamOf(interval_.cameraId, nanoseconds(interval_.begin),
+                                         nanoseconds(interval_.end));
     }
     if (!streamId_)
     {
@@ -89,7 +100,7 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
     auto reading = std::make_unique<Reading>();
     reading->request = request;
     // Backwards, the frame at the end is played as well.
-    reading->endNs = request.mirrored(request.endNs) + (request.backwards ? 1 : 0);
+    reading->end = request.mirrored(request.end) + Duration(request.backwards ? 1 : 0);
     reading->done = {!codecOfTrack(request.video), request.backwards || !codecOfTrack(request.audio)};
     reading->reader = makeReader(request);
     if (!reading->reader)
@@ -97,7 +108,7 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
         return nullptr;
     }
     readOne(*reading);
-    const bool found = !reading->waiting.empty() && reading->waiting.front().unit.timeNs < reading->endNs;
+    const bool found = !reading->waiting.empty() && reading->waiting.front().time < reading->end;
     return found ? std::move(reading) : nullptr;
 }
 
@@ -111,17 +122,18 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
         {
             return nullptr;
         }
-        const ReverseReader::Request wanted{interval_.cameraId,    *streamId_, request.fromNs, request.endNs,
-                                            request.keyDistanceNs, *video};
+        const ReverseReader::Request wanted{interval_.cameraId,          *streamId_,
+                                            nanoseconds(request.from),   nanoseconds(request.end),
+                                            request.keyDistance.count(), *video};
         return std::make_unique<ReverseReader>(directory_, wanted);
     }
     RecordingReader::Request wanted;
     wanted.cameraId = interval_.cameraId;
     wanted.streamId = *streamId_;
-    wanted.fromNs = request.fromNs;
-    wanted.endNs = request.endNs;
+    wanted.fromNs = nanoseconds(request.from);
+    wanted.endNs = nanoseconds(request.end);
     wanted.keyFramesOnly = request.keyFramesOnly;
-    wanted.keyDistanceNs = request.keyDistanceNs;
+    wanted.keyDistanceNs = request.keyDistance.count();
     wanted.video = video;
     wanted.audio = codecOfTrack(request.audio);
     return std::make_unique<RecordingReader>(directory_, clock_, wanted);
@@ -192,7 +204,7 @@ void RecordedSource::readOne(Reading& reading)
     }
     next.section = reading.reader->section();
     next.caps.reset(gst_caps_ref(reading.reader->track(next.unit.video).caps.get()));
-    next.unit.timeNs = reading.request.mirrored(next.unit.timeNs);
+    next.time = reading.request.mirrored(wallTime(next.unit.timeNs));
     reading.waiting.push_back(std::move(next));
 }
 
@@ -206,7 +218,7 @@ RecordedSource::Outlook RecordedSource::outlookOf(const Reading& reading)
     const Waiting& head = reading.waiting.front();
     const std::size_t needed = head.unit.video && !reading.request.keyFramesOnly ? framesAhead : 1;
     std::size_t following = 0;
-    outlook.dueNs = head.unit.timeNs;
+    outlook.due = head.time;
     outlook.enough = reading.waiting.size() >= maxWaiting;
     for (auto next = std::next(reading.waiting.begin()); next != reading.waiting.end(); ++next)
     {
@@ -220,13 +232,12 @@ RecordedSource::Outlook RecordedSource::outlookOf(const Reading& reading)
             continue;
         }
         ++following;
-        outlook.dueNs = std::min(outlook.dueNs, next->unit.timeNs);
-        if (next->unit.timeNs > head.unit.timeNs &&
-            (outlook.nextNs == 0 || next->unit.timeNs < outlook.nextNs))
+        outlook.due = std::min(outlook.due, next->time);
+        if (next->time > head.time && (!outlook.next || next->time < *outlook.next))
         {
-            outlook.nextNs = next->unit.timeNs;
+            outlook.next = next->time;
         }
-        outlook.last = outlook.last && next->unit.timeNs >= reading.endNs;
+        outlook.last = outlook.last && next->time >= reading.end;
     }
     outlook.enough = outlook.enough || following >= needed;
     outlook.last = outlook.last && reading.state != UnitReader::Result::later;
@@ -238,11 +249,11 @@ bool RecordedSource::takesHead(Reading& reading, Outlook& outlook)
 {
     const Waiting& head = reading.waiting.front();
     const std::size_t index = indexOf(head.unit.video);
-    if (outlook.dueNs >= reading.endNs)
+    if (outlook.due >= reading.end)
     {
         reading.done[index] = true;
         // The other track may have nothing left at all, or be about to end.
-        const bool farBehind = head.unit.timeNs - reading.endNs > second;
+        const bool farBehind = head.time - reading.end > std::chrono::seconds(1);
         reading.done = {reading.done[0] || farBehind, reading.done[1] || farBehind};
     }
     if (reading.done[index])
@@ -252,10 +263,10 @@ bool RecordedSource::takesHead(Reading& reading, Outlook& outlook)
     if (head.section != reading.section)
     {
         reading.section = head.section;
-        reading.lastDueNs = {};
+        reading.lastDue = {};
     }
-    outlook.dueNs = std::max(outlook.dueNs, reading.lastDueNs[index]);
-    reading.lastDueNs[index] = outlook.dueNs;
+    outlook.due = std::max(outlook.due, reading.lastDue[index]);
+    reading.lastDue[index] = outlook.due;
     return true;
 }
 
@@ -263,10 +274,10 @@ void RecordedSource::packetise(const Outlook& outlook)
 {
     Waiting& head = reading_->waiting.front();
     const bool video = head.unit.video;
-    const std::int64_t durationNs = durationOf(head.unit, outlook);
-    GST_BUFFER_PTS(head.unit.buffer.get()) = static_cast<GstClockTime>(head.unit.timeNs);
-    GST_BUFFER_DTS(head.unit.buffer.get()) = static_cast<GstClockTime>(outlook.dueNs);
-    GST_BUFFER_DURATION(head.unit.buffer.get()) = static_cast<GstClockTime>(durationNs);
+    const Duration duration = lengthOf(head, outlook);
+    GST_BUFFER_PTS(head.unit.buffer.get()) = static_cast<GstClockTime>(nanoseconds(head.time));
+    GST_BUFFER_DTS(head.unit.buffer.get()) = static_cast<GstClockTime>(nanoseconds(outlook.due));
+    GST_BUFFER_DURATION(head.unit.buffer.get()) = static_cast<GstClockTime>(duration.count());
     if (video && !head.unit.key)
     {
         GST_BUFFER_FLAG_SET(head.unit.buffer.get(), GST_BUFFER_FLAG_DELTA_UNIT);
@@ -281,28 +292,29 @@ void RecordedSource::packetise(const Outlook& outlook)
     {
         Outlook own = outlook;
         own.last = outlook.last && unit == units.back();
-        const std::int64_t length = video ? 0 : audioLength(packetiser.codec(), *unit, head.caps.get());
-        add(unit, head, own, length > 0 ? length : durationNs);
+        const Duration length =
+            video ? Duration::zero() : audioLength(packetiser.codec(), *unit, head.caps.get());
+        add(unit, head, own, length > Duration::zero() ? length : duration);
     }
 }
 
-std::int64_t RecordedSource::durationOf(const CodedUnit& unit, const Outlook& outlook)
+Duration RecordedSource::lengthOf(const Waiting& head, const Outlook& outlook)
 {
-    std::int64_t& usual = usualDurationNs_[indexOf(unit.video)];
+    Duration& usual = usualLength_[indexOf(head.unit.video)];
     const bool keysOnly = reading_->request.keyFramesOnly;
-    if (unit.durationNs > 0 && !keysOnly)
+    if (head.unit.durationNs > 0 && !keysOnly)
     {
-        usual = unit.durationNs;
+        usual = Duration(head.unit.durationNs);
     }
-    else if (outlook.nextNs > 0)
+    else if (outlook.next)
     {
-        usual = outlook.nextNs - unit.timeNs;
+        usual = *outlook.next - head.time;
     }
     return usual;
 }
 
 void RecordedSource::add(const AccessUnitPtr& unit, const Waiting& from, const Outlook& outlook,
-                         std::int64_t durationNs)
+                         Duration length)
 {
     const bool video = from.unit.video;
     PlaybackUnit made;
@@ -310,10 +322,10 @@ void RecordedSource::add(const AccessUnitPtr& unit, const Waiting& from, const O
     made.video = video;
     made.key = !video || from.unit.key;
     made.last = outlook.last;
-    made.mediaNs = video ? from.unit.timeNs : unit->captureTimeNs;
-    made.wallNs = reading_->request.mirrored(made.mediaNs);
-    made.dueNs = video ? outlook.dueNs : made.mediaNs;
-    made.durationNs = std::clamp<std::int64_t>(reading_->endNs - made.mediaNs, 0, durationNs);
+    made.media = video ? from.time : wallTime(unit->captureTimeNs);
+    made.wall = reading_->request.mirrored(made.media);
+    made.due = video ? outlook.due : made.media;
+    made.duration = std::clamp(reading_->end - made.media, Duration::zero(), length);
     made.section = from.section;
     made_.push_back(std::move(made));
 }

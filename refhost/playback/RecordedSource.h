@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -20,12 +21,12 @@ namespace refhost
 class RecordedSource : public PlaybackSource
 {
 public:
-    /// What is played; wall clock, nanoseconds since 1970.
+    /// What is played.
     struct Interval
     {
         int cameraId = 0;
-        std::int64_t beginNs = 0;
-        std::int64_t endNs = 0;
+        WallTime begin;
+        WallTime end;
     };
 
     /// \param directory  where segments are found; null where nothing is recorded
@@ -41,7 +42,8 @@ private:
     /// A coded unit that waits until it is known what follows it.
     struct Waiting
     {
-        CodedUnit unit;  // its time in the order of playing
+        CodedUnit unit;
+        WallTime time;  // in the order of playing
         GstValuePtr<GstCaps> caps;
         std::uint32_t section;
     };
@@ -51,20 +53,20 @@ private:
     {
         bool enough = false;
         bool last = true;
-        std::int64_t dueNs = 0;
-        std::int64_t nextNs = 0;  ///< when the next unit of the track is shown; 0 when unknown
+        WallTime due;
+        std::optional<WallTime> next;  ///< when the next unit of the track is displayed, where that is known
     };
 
     /// One way through the recorded media.
     struct Reading
     {
         Request request;
-        std::int64_t endNs = 0;  // in the order of playing
+        WallTime end;  // in the order of playing
         std::unique_ptr<UnitReader> reader;
         std::deque<Waiting> waiting;
         UnitReader::Result state = UnitReader::Result::unit;  // what the reader said last
         std::array<bool, 2> done{};                           // video, audio: the end was passed
-        std::array<std::int64_t, 2> lastDueNs{};
+        std::array<WallTime, 2> lastDue{};
         std::uint32_t section = 0;
     };
 
@@ -75,8 +77,8 @@ private:
     static bool takesHead(Reading& reading, Outlook& outlook);
     bool preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser);
     void packetise(const Outlook& outlook);
-    std::int64_t durationOf(const CodedUnit& unit, const Outlook& outlook);
-    void add(const AccessUnitPtr& unit, const Waiting& from, const Outlook& outlook, std::int64_t durationNs);
+    Duration lengthOf(const Waiting& head, const Outlook& outlook);
+    void add(const AccessUnitPtr& unit, const Waiting& from, const Outlook& outlook, Duration length);
 
     const std::shared_ptr<const RecordingDirectory> directory_;
     const HostClock& clock_;
@@ -85,7 +87,7 @@ private:
     std::unique_ptr<Reading> reading_;
     std::unique_ptr<Packetiser> video_;
     std::unique_ptr<Packetiser> audio_;
-    std::array<std::int64_t, 2> usualDurationNs_{40'000'000, 20'000'000};
+    std::array<Duration, 2> usualLength_{std::chrono::milliseconds(40), std::chrono::milliseconds(20)};
     std::deque<PlaybackUnit> made_;
 };
 

@@ -15,14 +15,12 @@ constexpr std::uint8_t extensionBit = 0x10;
 
 std::array<std::uint8_t, ReplayExtension::size> written(const ReplayExtension& fields)
 {
-    constexpr std::int64_t second = 1'000'000'000;
-    constexpr std::uint32_t secondsFrom1900To1970 = 2'208'988'800U;
     constexpr std::uint32_t words = 3;
     std::array<std::uint8_t, ReplayExtension::size> bytes{};
     writeBig32(&bytes[0], std::uint32_t{ReplayExtension::identifier} << 16U | words);
-    writeBig32(&bytes[4], static_cast<std::uint32_t>(fields.mediaNs / second) + secondsFrom1900To1970);
-    const auto rest = static_cast<std::uint64_t>(fields.mediaNs % second);
-    writeBig32(&bytes[8], static_cast<std::uint32_t>((rest << 32U) / second));
+    const NtpTime ntp(fields.recorded);
+    writeBig32(&bytes[4], ntp.wholeSeconds());
+    writeBig32(&bytes[8], ntp.fraction());
     bytes[12] = static_cast<std::uint8_t>((fields.cleanPoint ? 0x80 : 0) | (fields.endOfRange ? 0x40 : 0) |
                                           (fields.discontinuity ? 0x20 : 0));
     bytes[13] = fields.playSequence;

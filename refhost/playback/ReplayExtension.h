@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/AccessUnit.h"
 
 namespace refhost
@@ -16,7 +17,7 @@ struct ReplayExtension
     static constexpr std::size_t size = 16;
     static constexpr std::uint16_t identifier = 0xabac;
 
-    std::int64_t mediaNs = 0;       ///< wall clock, nanoseconds since 1970
+    WallTime recorded;
     bool cleanPoint = false;        ///< C: a decoder can start here
     bool endOfRange = false;        ///< E: the last one before a gap or the end
     bool discontinuity = false;     ///< D: it does not follow what was sent before

@@ -10,19 +10,9 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-constexpr std::uint64_t secondsFrom1900To1970 = 2'208'988'800U;
-
 constexpr std::uint32_t header(unsigned count, unsigned type, unsigned words)
 {
     return 2U << 30U | count << 24U | type << 16U | (words - 1U);
-}
-
-std::uint64_t ntpTime(std::int64_t wallNs)
-{
-    const std::uint64_t seconds = static_cast<std::uint64_t>(wallNs / nsPerSecond) + secondsFrom1900To1970;
-    const std::uint64_t rest = static_cast<std::uint64_t>(wallNs % nsPerSecond);
-    return seconds << 32U | ((rest << 32U) / nsPerSecond);
 }
 
 }  // namespace
@@ -41,11 +31,11 @@ RtcpWriter::Name RtcpWriter::randomName()
 
 RtcpWriter::RtcpWriter(const SenderReport& report, const Name& name, bool bye)
 {
-    const std::uint64_t ntp = ntpTime(report.wallNs);
+    const NtpTime ntp(report.wall);
     put32(header(0, 200, 7));
     put32(report.ssrc);
-    put32(static_cast<std::uint32_t>(ntp >> 32U));
-    put32(static_cast<std::uint32_t>(ntp));
+    put32(ntp.wholeSeconds());
+    put32(ntp.fraction());
     put32(report.rtpTimestamp);
     put32(report.packets);
     put32(report.octets);
@@ -94,11 +84,6 @@ void RtcpWriter::putCnameAndBye(std::uint32_t ssrc, const Name& name, bool bye)
         put32(header(1, 203, 2));
         put32(ssrc);
     }
-}
-
-std::uint32_t RtcpWriter::compactNtp(std::int64_t wallNs)
-{
-    return static_cast<std::uint32_t>(ntpTime(wallNs) >> 16U);
 }
 
 void RtcpWriter::put32(std::uint32_t value)

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "refhost/base/Times.h"
 #include "refhost/rtp/RtcpReader.h"
 
 namespace refhost
@@ -24,7 +25,7 @@ public:
     struct SenderReport
     {
         std::uint32_t ssrc = 0;
-        std::int64_t wallNs = 0;         ///< nanoseconds since 1970
+        WallTime wall;
         std::uint32_t rtpTimestamp = 0;  ///< of the same instant
         std::uint32_t packets = 0;       ///< sent so far
         std::uint32_t octets = 0;        ///< payload bytes sent so far
@@ -51,9 +52,6 @@ public:
     {
         return size_;
     }
-
-    /// The middle 32 bits of a wall clock's NTP time, as reception reports send them back.
-    static std::uint32_t compactNtp(std::int64_t wallNs);
 
 private:
     RtcpWriter() = default;

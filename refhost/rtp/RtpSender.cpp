@@ -9,10 +9,10 @@ namespace refhost
 {
 
 RtpSender::RtpSender(int payloadType, const RtcpWriter::Name& name, const HostClock& clock,
-                     std::int64_t reportIntervalMs)
+                     Duration reportInterval)
     : name_(name),
       clock_(clock),
-      reportIntervalMs_(reportIntervalMs),
+      reportInterval_(reportInterval),
       payloadType_(static_cast<std::uint8_t>(payloadType & 0x7f))
 {
 }
@@ -81,9 +81,9 @@ void RtpSender::account(const AccessUnit& unit, std::size_t firstPacket, std::si
     statistics_.packets += static_cast<std::uint32_t>(packets);
 }
 
-void RtpSender::sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_t rtpTimestamp)
+void RtpSender::sendReport(MonotonicTime now, WallTime wall, std::uint32_t rtpTimestamp)
 {
-    const RtcpWriter packet({beginning_.ssrc, wallNs, rtpTimestamp, statistics_.packets, statistics_.octets},
+    const RtcpWriter packet({beginning_.ssrc, wall, rtpTimestamp, statistics_.packets, statistics_.octets},
                             name_, false);
     transport_->sendRtcp(packet.data(), packet.size());
     ++statistics_.reportsSent;
@@ -92,16 +92,16 @@ void RtpSender::sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_
     reportJitter_ ^= reportJitter_ << 13U;
     reportJitter_ ^= reportJitter_ >> 17U;
     reportJitter_ ^= reportJitter_ << 5U;
-    reportDueMs_ = nowMs + reportIntervalMs_ / 2 + (reportIntervalMs_ * (reportJitter_ >> 16U) >> 16U);
+    reportDue_ = now + reportInterval_ / 2 + reportInterval_ * (reportJitter_ >> 16U) / 65536;
 }
 
-void RtpSender::sendBye(std::int64_t wallNs, std::uint32_t rtpTimestamp)
+void RtpSender::sendBye(WallTime wall, std::uint32_t rtpTimestamp)
 {
     if (transport_ == nullptr)
     {
         return;
     }
-    const RtcpWriter packet({beginning_.ssrc, wallNs, rtpTimestamp, statistics_.packets, statistics_.octets},
+    const RtcpWriter packet({beginning_.ssrc, wall, rtpTimestamp, statistics_.packets, statistics_.octets},
                             name_, true);
     transport_->sendRtcp(packet.data(), packet.size());
 }
@@ -123,10 +123,10 @@ void RtpSender::readReport(const std::uint8_t* data, std::size_t size)
     if (findings.report.lastReport != 0)
     {
         // Round trip as in RFC 3550, section 6.4.1; a client that counts wrong must not make it negative.
-        const std::uint32_t now = RtcpWriter::compactNtp(clock_.wall().mapping().at(clock_.monotonicNs()));
+        const std::uint32_t now = NtpTime(clock_.wall().mapping().at(clock_.now())).compact();
         const auto trip =
             static_cast<std::int32_t>(now - findings.report.lastReport - findings.report.delaySinceReport);
-        statistics_.roundTripMs = std::max<std::int64_t>(trip, 0) * 1000 >> 16U;
+        statistics_.roundTrip = spanOfCompactNtp(static_cast<std::uint32_t>(std::max(trip, 0)));
     }
 }
 

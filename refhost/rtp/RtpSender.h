@@ -19,14 +19,14 @@ namespace refhost
 /// What one track of one session did so far; for diagnostics and tests.
 struct TrackStatistics
 {
-    std::uint32_t packets = 0;         ///< RTP packets sent
-    std::uint32_t octets = 0;          ///< their payload bytes
-    std::uint64_t unitsSkipped = 0;    ///< access units passed over because the transport was congested
-    std::uint32_t reportsSent = 0;     ///< RTCP sender reports
-    std::uint32_t reportsRead = 0;     ///< RTCP reception reports about this track
-    std::uint32_t reportsRefused = 0;  ///< malformed RTCP packets
-    ReceptionReport reception;         ///< the last report read
-    std::int64_t roundTripMs = -1;     ///< by the last report; -1 while unknown
+    std::uint32_t packets = 0;          ///< RTP packets sent
+    std::uint32_t octets = 0;           ///< their payload bytes
+    std::uint64_t unitsSkipped = 0;     ///< access units passed over because the transport was congested
+    std::uint32_t reportsSent = 0;      ///< RTCP sender reports
+    std::uint32_t reportsRead = 0;      ///< RTCP reception reports about this track
+    std::uint32_t reportsRefused = 0;   ///< malformed RTCP packets
+    ReceptionReport reception;          ///< the last report read
+    std::optional<Duration> roundTrip;  ///< by the last report
 };
 
 /// One RTP source as its client sees it: SSRC, sequence numbers, what was counted, and the RTCP about it.
@@ -36,12 +36,11 @@ struct TrackStatistics
 class RtpSender
 {
 public:
-    /// \param payloadType       written into every packet
-    /// \param name              the session's canonical name, one for all its tracks
-    /// \param clock             outlives the sender
-    /// \param reportIntervalMs  mean time between two sender reports, milliseconds
-    RtpSender(int payloadType, const RtcpWriter::Name& name, const HostClock& clock,
-              std::int64_t reportIntervalMs);
+    /// \param payloadType     written into every packet
+    /// \param name            the session's canonical name, one for all its tracks
+    /// \param clock           outlives the sender
+    /// \param reportInterval  mean time between two sender reports
+    RtpSender(int payloadType, const RtcpWriter::Name& name, const HostClock& clock, Duration reportInterval);
     ~RtpSender();
     RtpSender(const RtpSender&) = delete;
     RtpSender& operator=(const RtpSender&) = delete;
@@ -104,7 +103,7 @@ public:
     /// Has the next report sent at once.
     void wantReport()
     {
-        reportDueMs_ = 0;
+        reportDue_ = MonotonicTime();
     }
 
     /// Has the next report sent at once where the wall clock was set since the last one: what clients learned
@@ -120,21 +119,21 @@ public:
     }
 
     /// Takes effect with the next report.
-    void setReportInterval(std::int64_t intervalMs)
+    void setReportInterval(Duration interval)
     {
-        reportIntervalMs_ = intervalMs;
+        reportInterval_ = interval;
     }
 
-    bool reportDue(std::int64_t nowMs) const
+    bool reportDue(MonotonicTime now) const
     {
-        return nowMs >= reportDueMs_;
+        return now >= reportDue_;
     }
 
-    /// \param wallNs        now, by HostClock::wall()
+    /// \param wall          now, by HostClock::wall()
     /// \param rtpTimestamp  of the same instant
-    void sendReport(std::int64_t nowMs, std::int64_t wallNs, std::uint32_t rtpTimestamp);
+    void sendReport(MonotonicTime now, WallTime wall, std::uint32_t rtpTimestamp);
     /// Says BYE, also where no packet was sent. Nothing happens without a transport.
-    void sendBye(std::int64_t wallNs, std::uint32_t rtpTimestamp);
+    void sendBye(WallTime wall, std::uint32_t rtpTimestamp);
 
     /// Takes a compound RTCP packet of the client's.
     void readReport(const std::uint8_t* data, std::size_t size);
@@ -156,21 +155,21 @@ private:
     const Beginning beginning_ = Beginning::random();
     const RtcpWriter::Name name_;
     const HostClock& clock_;
-    std::int64_t reportIntervalMs_;
+    Duration reportInterval_;
     const std::uint8_t payloadType_;
     std::uint16_t sequence_ = beginning_.sequence;
     std::optional<SafePointer<IConnection>> connection_;
     RtpTransport* transport_ = nullptr;  // what connection_ holds
-    std::int64_t reportDueMs_ = 0;
+    MonotonicTime reportDue_;
     std::uint32_t wallSteps_ = 0;                                // of the wall clock that were followed
     std::uint32_t reportJitter_ = beginning_.reportJitter | 1U;  // state of a small random sequence, never 0
     TrackStatistics statistics_;
 };
 
-/// Ticks a second of a track whose description says `rate` Hz: 90,000 where it says nothing.
-constexpr std::uint32_t rtpClockRate(int rate)
+/// The clock of a track whose description says `rate` Hz: of 90,000 where it says nothing.
+constexpr RtpClock rtpClockOf(int rate)
 {
-    return rate > 0 ? static_cast<std::uint32_t>(rate) : 90'000U;
+    return RtpClock(rate > 0 ? static_cast<std::uint32_t>(rate) : 90'000U);
 }
 
 }  // namespace refhost

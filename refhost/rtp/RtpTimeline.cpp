@@ -4,22 +4,7 @@
 
 namespace refhost
 {
-namespace
-{
-
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-
-std::int64_t ticks(std::int64_t ns, std::uint32_t rate)
-{
-    // In two steps: the product of a whole day and a clock rate does not fit.
-    return ns / nsPerSecond * rate + ns % nsPerSecond * rate / nsPerSecond;
-}
-
-}  // namespace
-
-RtpTimeline::RtpTimeline(std::uint32_t clockRate, std::uint32_t first) : clockRate_(clockRate), last_(first)
-{
-}
+RtpTimeline::RtpTimeline(RtpClock clock, std::uint32_t first) : clock_(clock), last_(first) {}
 
 std::uint32_t RtpTimeline::peek(const AccessUnit& unit, std::uint32_t epoch) const
 {
@@ -27,7 +12,8 @@ std::uint32_t RtpTimeline::peek(const AccessUnit& unit, std::uint32_t epoch) con
     {
         return last_;
     }
-    return epoch == epoch_ ? unit.rtpTimestamp + offset_ : following(unit.captureTimeNs);
+    return epoch == epoch_ ? unit.rtpTimestamp + offset_
+                           : following(MonotonicTime(Duration(unit.captureTimeNs)));
 }
 
 std::uint32_t RtpTimeline::take(const AccessUnit& unit, std::uint32_t epoch, bool& moved)
@@ -40,28 +26,28 @@ std::uint32_t RtpTimeline::take(const AccessUnit& unit, std::uint32_t epoch, boo
         epoch_ = epoch;
         announced_ = false;
     }
-    lastCaptureNs_ = unit.captureTimeNs;
+    lastCapture_ = MonotonicTime(Duration(unit.captureTimeNs));
     return last_;
 }
 
-std::uint32_t RtpTimeline::announce(std::int64_t nowNs)
+std::uint32_t RtpTimeline::announce(MonotonicTime now)
 {
     if (!announced_)
     {
-        last_ = following(nowNs);
+        last_ = following(now);
         announced_ = true;
     }
     return last_;
 }
 
-std::uint32_t RtpTimeline::at(std::int64_t captureNs) const
+std::uint32_t RtpTimeline::at(MonotonicTime capture) const
 {
-    return last_ + static_cast<std::uint32_t>(ticks(captureNs - lastCaptureNs_, clockRate_));
+    return last_ + static_cast<std::uint32_t>(clock_.ticks(capture - lastCapture_));
 }
 
-std::uint32_t RtpTimeline::following(std::int64_t captureNs) const
+std::uint32_t RtpTimeline::following(MonotonicTime capture) const
 {
-    const std::int64_t elapsed = ticks(captureNs - lastCaptureNs_, clockRate_);
+    const std::int64_t elapsed = clock_.ticks(capture - lastCapture_);
     return last_ + static_cast<std::uint32_t>(std::max<std::int64_t>(elapsed, 1));
 }
 

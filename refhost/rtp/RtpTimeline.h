@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/AccessUnit.h"
 
 namespace refhost
@@ -14,14 +15,12 @@ namespace refhost
 class RtpTimeline
 {
 public:
-    /// \param clockRate  ticks a second
-    /// \param first      timestamp of the first unit
-    RtpTimeline(std::uint32_t clockRate, std::uint32_t first);
+    /// \param first  timestamp of the first unit
+    RtpTimeline(RtpClock clock, std::uint32_t first);
 
-    /// Ticks a second.
-    std::uint32_t clockRate() const
+    RtpClock clock() const
     {
-        return clockRate_;
+        return clock_;
     }
 
     /// The timestamp that take() would give this unit now.
@@ -33,28 +32,27 @@ public:
     std::uint32_t take(const AccessUnit& unit, std::uint32_t epoch, bool& moved);
 
     /// Promises a timestamp to a unit that does not exist yet: the next one taken gets it.
-    /// \param nowNs  by the clock of capture times
     /// \returns the timestamp; the same one until take()
-    std::uint32_t announce(std::int64_t nowNs);
+    std::uint32_t announce(MonotonicTime now);
 
     /// The timestamp of a capture time, by the last unit taken; meaningless before the first.
-    std::uint32_t at(std::int64_t captureNs) const;
+    std::uint32_t at(MonotonicTime capture) const;
 
     /// Capture time of the last unit taken.
-    std::int64_t lastCaptureNs() const
+    MonotonicTime lastCapture() const
     {
-        return lastCaptureNs_;
+        return lastCapture_;
     }
 
 private:
-    std::uint32_t following(std::int64_t captureNs) const;
+    std::uint32_t following(MonotonicTime capture) const;
 
-    std::uint32_t clockRate_;
+    RtpClock clock_;
     std::uint32_t epoch_ = 0;
     std::uint32_t offset_ = 0;
     std::uint32_t last_;
     bool announced_ = true;  // last_ is promised to the next unit
-    std::int64_t lastCaptureNs_ = 0;
+    MonotonicTime lastCapture_;
 };
 
 }  // namespace refhost

@@ -29,7 +29,7 @@ Found read(const std::uint8_t* data, std::size_t size)
 TEST(SenderReports, ReportAndByeAreFound)
 {
     constexpr std::int64_t wallNs = 1'800'000'000'123'456'789;
-    const RtcpWriter packet({5, wallNs, 77, 1, 2}, RtcpWriter::randomName(), true);
+    const RtcpWriter packet({5, WallTime(Duration(wallNs)), 77, 1, 2}, RtcpWriter::randomName(), true);
     const Found found = read(packet.data(), packet.size());
     ASSERT_EQ(found.reports.size(), 1U);
     EXPECT_EQ(found.reports[0].ssrc, 5U);
@@ -62,7 +62,7 @@ TEST(SenderReports, TimesBehindTheEndOfTheEraGoOn)
 
 TEST(SenderReports, EveryPrefixIsReadWithinItsBounds)
 {
-    const RtcpWriter packet({5, 1, 77, 1, 2}, RtcpWriter::randomName(), true);
+    const RtcpWriter packet({5, WallTime(Duration(1)), 77, 1, 2}, RtcpWriter::randomName(), true);
     for (std::size_t size = 0; size < packet.size(); ++size)
     {
         const std::vector<std::uint8_t> exact(packet.data(), packet.data() + size);

@@ -28,7 +28,7 @@ protected:
     LiveFixture()
     {
         settings.clock = &clock;
-        settings.audioWaitMs = 2 * blockMs;
+        settings.maxAudioWait = std::chrono::milliseconds(2 * blockMs);
         Device::setStreams(std::make_shared<FakeDirectory>(source));
         make();
     }

@@ -120,13 +120,13 @@ TEST_F(LiveTrackTest, AudioKeepsTwoSecondsByItselfAndMoreWhereTheFrameNeedsIt)
         audio->onAccessUnit(unit(i * 20, true));
     }
     EXPECT_EQ(99U, audio->look(0).base);
-    past->videoSinceNs = 100 * 20 * ms;
+    past->videoSince = MonotonicTime(Duration(100 * 20 * ms));
     for (int i = 200; i < 400; ++i)
     {
         audio->onAccessUnit(unit(i * 20, true));
     }
     EXPECT_EQ(100U, audio->look(0).base);
-    past->videoSinceNs = StreamPast::none;
+    past->videoSince = StreamPast::none;
     audio->onAccessUnit(unit(400 * 20, true));
     EXPECT_EQ(300U, audio->look(0).base);
 }
@@ -138,23 +138,23 @@ TEST_F(LiveTrackTest, FindsTheFirstUnitOfACaptureTime)
     {
         audio->onAccessUnit(unit(1000 + i * 20, true));
     }
-    EXPECT_EQ(0U, audio->firstSince(0, 0).index);
-    EXPECT_EQ(10U, audio->firstSince(1200 * ms, 0).index);
-    EXPECT_EQ(11U, audio->firstSince(1200 * ms + 1, 0).index);
-    EXPECT_EQ(30U, audio->firstSince(1200 * ms, 30).index);
-    EXPECT_EQ(nullptr, audio->firstSince(9000 * ms, 0).unit);
-    EXPECT_EQ(nullptr, audio->firstSince(1200 * ms, 50).unit);
-    EXPECT_EQ(nullptr, audio->firstSince(1200 * ms, 5000).unit);
+    EXPECT_EQ(0U, audio->firstSince(MonotonicTime(Duration(0)), 0).index);
+    EXPECT_EQ(10U, audio->firstSince(MonotonicTime(Duration(1200 * ms)), 0).index);
+    EXPECT_EQ(11U, audio->firstSince(MonotonicTime(Duration(1200 * ms + 1)), 0).index);
+    EXPECT_EQ(30U, audio->firstSince(MonotonicTime(Duration(1200 * ms)), 30).index);
+    EXPECT_EQ(nullptr, audio->firstSince(MonotonicTime(Duration(9000 * ms)), 0).unit);
+    EXPECT_EQ(nullptr, audio->firstSince(MonotonicTime(Duration(1200 * ms)), 50).unit);
+    EXPECT_EQ(nullptr, audio->firstSince(MonotonicTime(Duration(1200 * ms)), 5000).unit);
 }
 
 TEST_F(LiveTrackTest, ADiscontinuityForgetsEverythingAndPutsEverybodyBehind)
 {
     const auto track = make(true);
     track->onAccessUnit(unit(0, true));
-    EXPECT_EQ(0, past->videoSinceNs.load());
+    EXPECT_EQ(MonotonicTime(), past->videoSince.load());
     const std::uint64_t head = track->head();
     track->onDiscontinuity();
-    EXPECT_EQ(StreamPast::none, past->videoSinceNs.load());
+    EXPECT_EQ(StreamPast::none, past->videoSince.load());
     EXPECT_EQ(nullptr, track->newestStart().unit);
     EXPECT_GT(track->look(0).base, head);
     track->onAccessUnit(unit(40, true));

@@ -212,7 +212,7 @@ TEST_F(TrackSenderTest, ReceptionReportsAreKept)
     play("s", video);
     tick();
     const std::uint32_t ssrc = wire->packets.front().ssrc;
-    const std::uint32_t sentAt = RtcpWriter::compactNtp(clock.wallNs());
+    const std::uint32_t sentAt = NtpTime(clock.wallNow()).compact();
     clock.advanceMs(250);
     std::vector<std::uint8_t> report = {0x81, 201, 0, 7, 1, 1, 1, 1};
     for (const std::uint32_t word : {ssrc, 0x40000003U, 77U, 55U, sentAt, 65536U / 10U})
@@ -232,7 +232,8 @@ TEST_F(TrackSenderTest, ReceptionReportsAreKept)
     EXPECT_EQ(64, found.reception.fractionLost);
     EXPECT_EQ(3, found.reception.cumulativeLost);
     EXPECT_EQ(55U, found.reception.jitter);
-    EXPECT_NEAR(150, static_cast<double>(found.roundTripMs), 2);
+    ASSERT_TRUE(found.roundTrip.has_value());
+    EXPECT_NEAR(0.150, secondsOf(*found.roundTrip), 0.002);
 }
 
 }  // namespace

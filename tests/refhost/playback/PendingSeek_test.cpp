@@ -9,6 +9,11 @@ namespace refhost
 namespace
 {
 
+WallTime at(int seconds)
+{
+    return wallTimeOfUnix(seconds);
+}
+
 TEST(SeekState, OnlyARequestedSeekFails)
 {
     using S = SeekState;
@@ -23,9 +28,9 @@ TEST(PendingSeek, IsPendingUntilItsPlaceIsFound)
 {
     PendingSeek seek;
     EXPECT_FALSE(seek.pending());
-    seek.request({5, 9, false});
+    seek.request({at(5), at(9), false});
     ASSERT_TRUE(seek.pending());
-    EXPECT_EQ(seek.search().target.fromNs, 5);
+    EXPECT_EQ(seek.search().target.from, at(5));
     seek.finish(seek.search(), true);
     EXPECT_FALSE(seek.pending());
     EXPECT_FALSE(seek.takeFailure());
@@ -34,7 +39,7 @@ TEST(PendingSeek, IsPendingUntilItsPlaceIsFound)
 TEST(PendingSeek, AFailureIsReportedOnce)
 {
     PendingSeek seek;
-    seek.request({5, 9, false});
+    seek.request({at(5), at(9), false});
     seek.finish(seek.search(), false);
     EXPECT_FALSE(seek.pending());
     EXPECT_TRUE(seek.takeFailure());
@@ -44,7 +49,7 @@ TEST(PendingSeek, AFailureIsReportedOnce)
 TEST(PendingSeek, WherePlayingGoesOnThereIsNoFailure)
 {
     PendingSeek seek;
-    seek.request({5, 9, true});
+    seek.request({at(5), at(9), true});
     seek.finish(seek.search(), false);
     EXPECT_FALSE(seek.pending());
     EXPECT_FALSE(seek.takeFailure());
@@ -53,12 +58,12 @@ TEST(PendingSeek, WherePlayingGoesOnThereIsNoFailure)
 TEST(PendingSeek, TheLastRequestCounts)
 {
     PendingSeek seek;
-    seek.request({5, 9, false});
+    seek.request({at(5), at(9), false});
     const PendingSeek::Search first = seek.search();
-    seek.request({6, 9, false});
+    seek.request({at(6), at(9), false});
     seek.finish(first, false);
     ASSERT_TRUE(seek.pending()) << "the search for the first target says nothing of the second";
-    EXPECT_EQ(seek.search().target.fromNs, 6);
+    EXPECT_EQ(seek.search().target.from, at(6));
     seek.finish(seek.search(), true);
     EXPECT_FALSE(seek.pending());
 }
@@ -66,9 +71,9 @@ TEST(PendingSeek, TheLastRequestCounts)
 TEST(PendingSeek, ARequestForgetsTheFailureBefore)
 {
     PendingSeek seek;
-    seek.request({5, 9, false});
+    seek.request({at(5), at(9), false});
     seek.finish(seek.search(), false);
-    seek.request({6, 9, false});
+    seek.request({at(6), at(9), false});
     EXPECT_FALSE(seek.takeFailure());
     EXPECT_TRUE(seek.pending());
 }
@@ -76,7 +81,7 @@ TEST(PendingSeek, ARequestForgetsTheFailureBefore)
 TEST(PendingSeek, NothingIsFinishedTwice)
 {
     PendingSeek seek;
-    seek.request({5, 9, false});
+    seek.request({at(5), at(9), false});
     seek.finish(seek.search(), true);
     EXPECT_DEBUG_DEATH(seek.finish(seek.search(), false), "illegal transition");
     EXPECT_FALSE(seek.takeFailure());

@@ -13,7 +13,7 @@ TEST(PlayMode, IsPacedWithAllFramesAndWithoutExtensionAtFirst)
     EXPECT_TRUE(mode.paced());
     EXPECT_FALSE(mode.replay());
     EXPECT_FALSE(mode.keyFramesOnly());
-    EXPECT_EQ(mode.keyDistanceNs(), 0);
+    EXPECT_EQ(mode.keyDistance(), Duration::zero());
 }
 
 TEST(PlayMode, TakesTheBitsOfTheRangeKindApart)
@@ -25,7 +25,7 @@ TEST(PlayMode, TakesTheBitsOfTheRangeKindApart)
     EXPECT_FALSE(mode.paced());
     EXPECT_TRUE(mode.keyFramesOnly());
     EXPECT_EQ(mode.sequence(), 0xab);
-    EXPECT_EQ(mode.keyDistanceNs(), 1'500'000'000);
+    EXPECT_EQ(mode.keyDistance(), std::chrono::milliseconds(1500));
 }
 
 TEST(PlayMode, ADistanceCountsWhereOnlyKeyFramesAreRequested)
@@ -34,7 +34,7 @@ TEST(PlayMode, ADistanceCountsWhereOnlyKeyFramesAreRequested)
     mode.kind = 150 << playRangeDistanceShift;
     mode.speed = PlaySpeed::used(8, 1);
     EXPECT_TRUE(mode.keyFramesOnly()) << "by its scale";
-    EXPECT_EQ(mode.keyDistanceNs(), 0);
+    EXPECT_EQ(mode.keyDistance(), Duration::zero());
 }
 
 }  // namespace

@@ -9,77 +9,82 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1'000'000'000;
-constexpr std::int64_t day = 86'400 * second;
+using namespace std::chrono_literals;
+
+constexpr WallTime media(Duration since1970)
+{
+    return WallTime(since1970);
+}
+
+constexpr PlayTime play(Duration since)
+{
+    return PlayTime(since);
+}
+
+constexpr MonotonicTime clock(Duration since)
+{
+    return MonotonicTime(since);
+}
 
 TEST(PlayTimeline, StartsAtZero)
 {
     PlayTimeline timeline;
-    timeline.jump(20'000 * day, 1);
-    EXPECT_EQ(timeline.at(20'000 * day), 0);
-    EXPECT_EQ(timeline.at(20'000 * day + second), second);
+    timeline.jump(media(480'000h), 1);
+    EXPECT_EQ(timeline.at(media(480'000h)), play(0s));
+    EXPECT_EQ(timeline.at(media(480'000h + 1s)), play(1s));
 }
 
 TEST(PlayTimeline, GoesOnBehindWhatWasSentAfterAJump)
 {
     PlayTimeline timeline;
-    timeline.jump(100 * second, 1);
-    timeline.sentUntil(103 * second);
-    timeline.sentUntil(102 * second);
-    timeline.jump(5000 * second, 1);
-    EXPECT_EQ(timeline.at(5000 * second), 3 * second);
-    EXPECT_EQ(timeline.at(4999 * second), 3 * second) << "never back";
+    timeline.jump(media(100s), 1);
+    timeline.sentUntil(media(103s));
+    timeline.sentUntil(media(102s));
+    timeline.jump(media(5000s), 1);
+    EXPECT_EQ(timeline.at(media(5000s)), play(3s));
+    EXPECT_EQ(timeline.at(media(4999s)), play(3s)) << "never back";
 }
 
 TEST(PlayTimeline, ScaleAppliesFromThereOn)
 {
     PlayTimeline timeline;
-    timeline.jump(0, 1);
-    timeline.rescale(2 * second, 4);
-    EXPECT_EQ(timeline.at(2 * second), 2 * second);
-    EXPECT_EQ(timeline.at(6 * second), 3 * second);
-    timeline.rescale(6 * second, 0.5);
-    EXPECT_EQ(timeline.at(7 * second), 5 * second);
-}
-
-TEST(PlayTimeline, TicksAreExactForDays)
-{
-    EXPECT_EQ(PlayTimeline::ticks(second, 90'000), 90'000U);
-    EXPECT_EQ(PlayTimeline::ticks(40'000'000, 90'000), 3'600U);
-    EXPECT_EQ(PlayTimeline::ticks(400 * day + second / 2, 90'000),
-              static_cast<std::uint32_t>(400ULL * 86'400 * 90'000 + 45'000));
-    EXPECT_EQ(PlayTimeline::ticks(second / 44'100, 44'100), 1U) << "rounded to the nearest";
+    timeline.jump(media(0s), 1);
+    timeline.rescale(media(2s), 4);
+    EXPECT_EQ(timeline.at(media(2s)), play(2s));
+    EXPECT_EQ(timeline.at(media(6s)), play(3s));
+    timeline.rescale(media(6s), 0.5);
+    EXPECT_EQ(timeline.at(media(7s)), play(5s));
 }
 
 TEST(PlaybackPacer, TellsWhenWhatIsDue)
 {
     PlaybackPacer pacer;
-    pacer.start(1000, 50 * second, 7 * second);
-    EXPECT_EQ(pacer.dueMs(7 * second), 1000);
-    EXPECT_EQ(pacer.dueMs(9 * second), 3000);
-    EXPECT_EQ(pacer.dueMs(7 * second + 1), 1001) << "never too early";
-    EXPECT_EQ(pacer.playNs(51 * second), 8 * second);
+    pacer.start(clock(50s), play(7s));
+    EXPECT_EQ(pacer.due(play(7s)), clock(50s));
+    EXPECT_EQ(pacer.due(play(9s)), clock(52s));
+    EXPECT_EQ(pacer.due(play(7s + 1ns)), clock(50s + 1ms)) << "never too early";
+    EXPECT_EQ(pacer.at(clock(51s)), play(8s));
 }
 
 TEST(PlaybackPacer, SpeedAppliesFromNowOn)
 {
     PlaybackPacer pacer;
-    pacer.start(0, 0, 0);
-    pacer.setSpeed(2, 1000, second);
-    EXPECT_EQ(pacer.playNs(second), second);
-    EXPECT_EQ(pacer.playNs(2 * second), 3 * second);
-    EXPECT_EQ(pacer.dueMs(3 * second), 2000);
+    pacer.start(clock(0s), play(0s));
+    pacer.setSpeed(2, clock(1s));
+    EXPECT_EQ(pacer.at(clock(1s)), play(1s));
+    EXPECT_EQ(pacer.at(clock(2s)), play(3s));
+    EXPECT_EQ(pacer.due(play(3s)), clock(2s));
 }
 
 TEST(PlaybackPacer, StandsStillBetweenStopAndStart)
 {
     PlaybackPacer pacer;
-    pacer.timeline().jump(0, 1);
-    pacer.start(0, 0, 0);
-    pacer.timeline().sentUntil(3 * second);
+    pacer.timeline().jump(media(0s), 1);
+    pacer.start(clock(0s), play(0s));
+    pacer.timeline().sentUntil(media(3s));
     pacer.stop();
     EXPECT_FALSE(pacer.running());
-    EXPECT_EQ(pacer.playNs(100 * second), 3 * second);
+    EXPECT_EQ(pacer.at(clock(100s)), play(3s));
 }
 
 }  // namespace

@@ -104,7 +104,7 @@ TEST_F(PlaybackDispatcherTest, ThatThereIsNothingHoldsForAShortTime)
     MediaInfo described;
     service.catalog().describe(record, described);
     service.scheduler().runDue();
-    clock.advanceMs(PlaybackCatalog::nothingMs - 1);
+    clock.advance(PlaybackCatalog::maxNothingAge - std::chrono::milliseconds(1));
     EXPECT_EQ(service.catalog().describe(record, described), hostRecordingUnknown);
     clock.advanceMs(1);
     EXPECT_EQ(service.catalog().describe(record, described), hostStreamNotReady);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -21,19 +22,18 @@ namespace refhost
 namespace test
 {
 
-constexpr std::int64_t ns = 1'000'000'000;
-constexpr std::int64_t msNs = 1'000'000;
+constexpr Duration second = std::chrono::seconds(1);
 
 /// Recorded media that a test scripts: 25 frames and 50 blocks of audio a second, a key frame every second.
 struct FakeRecordings
 {
-    static constexpr std::int64_t frameNs = 40 * msNs;
-    static constexpr std::int64_t blockNs = 20 * msNs;
+    static constexpr Duration frameLength = std::chrono::milliseconds(40);
+    static constexpr Duration blockLength = std::chrono::milliseconds(20);
 
     struct Stretch
     {
-        std::int64_t beginNs;
-        std::int64_t endNs;
+        WallTime begin;
+        WallTime end;
     };
 
     std::mutex mutex;
@@ -68,13 +68,13 @@ public:
         for (std::size_t i = 0; i < recordings_->stretches.size(); ++i)
         {
             const auto& stretch = recordings_->stretches[i];
-            if (stretch.endNs <= request.fromNs)
+            if (stretch.end <= request.from)
             {
                 continue;
             }
-            const std::int64_t into = std::max<std::int64_t>(request.fromNs - stretch.beginNs, 0);
-            const std::int64_t begin = stretch.beginNs + into / ns * ns;
-            if (begin >= request.endNs)
+            const Duration into = std::max(request.from - stretch.begin, Duration::zero());
+            const WallTime begin = stretch.begin + into / second * second;
+            if (begin >= request.end)
             {
                 return false;
             }
@@ -98,27 +98,27 @@ public:
         for (; stretch_ < recordings_->stretches.size(); ++stretch_, ++section_)
         {
             const auto& stretch = recordings_->stretches[stretch_];
-            nextFrame_ = std::max(nextFrame_, stretch.beginNs);
-            nextBlock_ = std::max(nextBlock_, stretch.beginNs);
-            const std::int64_t end = std::min(stretch.endNs, request_.endNs);
+            nextFrame_ = std::max(nextFrame_, stretch.begin);
+            nextBlock_ = std::max(nextBlock_, stretch.begin);
+            const WallTime end = std::min(stretch.end, request_.end);
             const bool audio = request_.audio.payloadSize > 0;
             const bool video = request_.video.payloadSize > 0;
             if (video && nextFrame_ < end && (!audio || nextFrame_ <= nextBlock_))
             {
-                const std::int64_t step = request_.keyFramesOnly ? ns : FakeRecordings::frameNs;
-                out = make(true, nextFrame_, (nextFrame_ - stretch.beginNs) % ns == 0, step);
+                const Duration step = request_.keyFramesOnly ? second : FakeRecordings::frameLength;
+                out = make(true, nextFrame_, (nextFrame_ - stretch.begin) % second == Duration::zero(), step);
                 nextFrame_ += step;
                 out.last = nextFrame_ >= end;
                 return Result::unit;
             }
             if (audio && nextBlock_ < end)
             {
-                out = make(false, nextBlock_, true, FakeRecordings::blockNs);
-                nextBlock_ += FakeRecordings::blockNs;
+                out = make(false, nextBlock_, true, FakeRecordings::blockLength);
+                nextBlock_ += FakeRecordings::blockLength;
                 out.last = nextBlock_ >= end;
                 return Result::unit;
             }
-            if (end == request_.endNs)
+            if (end == request_.end)
             {
                 break;
             }
@@ -136,14 +136,14 @@ private:
         for (std::size_t i = recordings_->stretches.size(); i-- > 0;)
         {
             const auto& stretch = recordings_->stretches[i];
-            if (stretch.beginNs <= request.fromNs)
+            if (stretch.begin <= request.from)
             {
-                const std::int64_t last = std::min(request.fromNs, stretch.endNs - 1);
-                nextFrame_ = stretch.beginNs + (last - stretch.beginNs) / ns * ns;
+                const WallTime last = std::min(request.from, stretch.end - Duration(1));
+                nextFrame_ = stretch.begin + (last - stretch.begin) / second * second;
                 request_ = request;
                 stretch_ = i;
                 ++section_;
-                return nextFrame_ >= request.endNs;
+                return nextFrame_ >= request.end;
             }
         }
         return false;
@@ -151,32 +151,33 @@ private:
 
     Result readBackwards(PlaybackUnit& out)
     {
-        if (nextFrame_ < request_.endNs)
+        if (nextFrame_ < request_.end)
         {
             return Result::end;
         }
-        out = make(true, nextFrame_, true, ns);
-        out.mediaNs = out.dueNs = request_.mirrored(out.wallNs);
-        nextFrame_ -= ns;
-        if (nextFrame_ < recordings_->stretches[stretch_].beginNs && stretch_ > 0)
+        out = make(true, nextFrame_, true, second);
+        out.media = out.due = request_.mirrored(out.wall);
+        nextFrame_ -= second;
+        if (nextFrame_ < recordings_->stretches[stretch_].begin && stretch_ > 0)
         {
             const auto& before = recordings_->stretches[--stretch_];
-            nextFrame_ = before.beginNs + (before.endNs - 1 - before.beginNs) / ns * ns;
+            nextFrame_ = before.begin + (before.end - Duration(1) - before.begin) / second * second;
             ++section_;
             out.last = true;
         }
-        out.last = out.last || nextFrame_ < request_.endNs;
+        out.last = out.last || nextFrame_ < request_.end;
         return Result::unit;
     }
 
-    PlaybackUnit make(bool video, std::int64_t mediaNs, bool key, std::int64_t durationNs) const
+    PlaybackUnit make(bool video, WallTime media, bool key, Duration duration) const
     {
         PlaybackUnit unit;
-        unit.unit = makeUnit(7, mediaNs, key, video ? 3 : 1, 1364, video ? 100 : 160);
+        unit.unit =
+            makeUnit(7, media.time_since_epoch().count(), key, video ? 3 : 1, 1364, video ? 100 : 160);
         unit.video = video;
         unit.key = key;
-        unit.wallNs = unit.mediaNs = unit.dueNs = mediaNs;
-        unit.durationNs = durationNs;
+        unit.wall = unit.media = unit.due = media;
+        unit.duration = duration;
         unit.section = section_;
         return unit;
     }
@@ -185,8 +186,8 @@ private:
     Request request_;
     std::size_t stretch_ = 0;
     std::uint32_t section_ = 0;
-    std::int64_t nextFrame_ = 0;
-    std::int64_t nextBlock_ = 0;
+    WallTime nextFrame_;
+    WallTime nextBlock_;
 };
 
 /// A session on a recording of 20 seconds with the test's thread as its worker.
@@ -204,9 +205,9 @@ protected:
     }
 
     /// Wall clock of a second of the recording.
-    static std::int64_t at(double seconds)
+    static WallTime at(double seconds)
     {
-        return 1'600'000'000 * ns + static_cast<std::int64_t>(seconds * 1e9);
+        return wallTimeOfUnix(1'600'000'000) + durationOf(std::chrono::duration<double>(seconds));
     }
 
     /// Makes the session again; its time 0 is at its begin.
@@ -285,7 +286,7 @@ protected:
         std::vector<double> seconds;
         for (const AccessUnitPtr& unit : wire.units())
         {
-            seconds.push_back(static_cast<double>(unit->captureTimeNs - at(0)) / 1e9);
+            seconds.push_back(refhost::secondsOf(Duration(unit->captureTimeNs) - at(0).time_since_epoch()));
         }
         return seconds;
     }

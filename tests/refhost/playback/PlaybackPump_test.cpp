@@ -15,8 +15,10 @@ namespace test
 namespace
 {
 
-constexpr std::int64_t frameNs = 40'000'000;
-constexpr std::int64_t startNs = 1'600'000'000'000'000'000;
+using namespace std::chrono_literals;
+
+constexpr Duration frameLength = 40ms;
+constexpr WallTime begin = wallTimeOfUnix(1'600'000'000);
 
 /// A pump with a track of video and one of audio, fed by hand.
 class PlaybackPumpTest : public testing::Test
@@ -25,7 +27,7 @@ protected:
     PlaybackPumpTest()
     {
         settings.clock = &clock;
-        pump = std::make_unique<PlaybackPump>(settings, tracks, startNs, startNs + 3600'000'000'000);
+        pump = std::make_unique<PlaybackPump>(settings, tracks, begin, begin + 1h);
     }
 
     std::shared_ptr<PlaybackTrack> addTrack(bool video)
@@ -42,27 +44,27 @@ protected:
         return track;
     }
 
-    static PlaybackUnit unitAt(std::int64_t offsetNs, bool video = true)
+    static PlaybackUnit unitAt(Duration offset, bool video = true)
     {
         PlaybackUnit unit;
-        unit.unit = makeUnit(7, offsetNs, true, 1);
+        unit.unit = makeUnit(7, 0, true, 1);
         unit.video = video;
-        unit.wallNs = unit.mediaNs = unit.dueNs = startNs + offsetNs;
-        unit.durationNs = frameNs;
+        unit.wall = unit.media = unit.due = begin + offset;
+        unit.duration = frameLength;
         return unit;
     }
 
-    void moveTo(std::int64_t offsetNs, bool goesOn = false)
+    void moveTo(Duration offset, bool goesOn = false)
     {
         PlaybackSource::Request request;
-        request.fromNs = startNs + offsetNs;
-        request.endNs = startNs + 3600'000'000'000;
-        pump->moveTo(request, unitAt(offsetNs), goesOn);
+        request.from = begin + offset;
+        request.end = begin + 1h;
+        pump->moveTo(request, unitAt(offset), goesOn);
     }
 
-    std::int64_t run()
+    MonotonicTime run()
     {
-        return pump->run(clock.monotonicMs());
+        return pump->run(clock.now());
     }
 
     ManualClock clock;
@@ -78,17 +80,17 @@ TEST_F(PlaybackPumpTest, StartsWithoutAPlaceAndSendsNothing)
     const auto video = addTrack(true);
     EXPECT_EQ(pump->state(), PlaybackState::unplaced);
     EXPECT_EQ(run(), PlaybackWork::never);
-    EXPECT_DEBUG_DEATH(pump->start(*video, startNs), "illegal transition");
+    EXPECT_DEBUG_DEATH(pump->start(*video, begin), "illegal transition");
 }
 
 TEST_F(PlaybackPumpTest, APlaceIsPausedUntilATrackStarts)
 {
     const auto video = addTrack(true);
-    moveTo(0);
+    moveTo(0s);
     EXPECT_EQ(pump->state(), PlaybackState::paused);
     run();
     EXPECT_TRUE(frames->units().empty());
-    pump->start(*video, startNs);
+    pump->start(*video, begin);
     EXPECT_EQ(pump->state(), PlaybackState::playing);
     run();
     EXPECT_EQ(frames->units().size(), 1U);
@@ -97,10 +99,10 @@ TEST_F(PlaybackPumpTest, APlaceIsPausedUntilATrackStarts)
 TEST_F(PlaybackPumpTest, TellsWhenTheNextUnitIsDue)
 {
     const auto video = addTrack(true);
-    moveTo(0);
-    pump->start(*video, startNs);
-    pump->readAhead().queue().add(unitAt(frameNs));
-    EXPECT_EQ(run(), clock.monotonicMs() + 40);
+    moveTo(0s);
+    pump->start(*video, begin);
+    pump->readAhead().queue().add(unitAt(frameLength));
+    EXPECT_EQ(run(), clock.now() + 40ms);
     clock.advanceMs(40);
     EXPECT_EQ(run(), PlaybackWork::never) << "the queue is empty and the end is not known";
     EXPECT_EQ(frames->units().size(), 2U);
@@ -109,25 +111,25 @@ TEST_F(PlaybackPumpTest, TellsWhenTheNextUnitIsDue)
 TEST_F(PlaybackPumpTest, EndsWithByeWhenTheLastFrameWasDisplayed)
 {
     const auto video = addTrack(true);
-    moveTo(0);
-    pump->start(*video, startNs);
-    pump->readAhead().add({{}, PlaybackSource::Result::end}, clock.monotonicMs());
-    EXPECT_EQ(run(), clock.monotonicMs() + 40);
+    moveTo(0s);
+    pump->start(*video, begin);
+    pump->readAhead().add({{}, PlaybackSource::Result::end}, clock.now());
+    EXPECT_EQ(run(), clock.now() + 40ms);
     EXPECT_EQ(pump->state(), PlaybackState::playing);
     clock.advanceMs(40);
     run();
     EXPECT_EQ(pump->state(), PlaybackState::ended);
     EXPECT_FALSE(video->playing());
-    EXPECT_DEBUG_DEATH(pump->start(*video, startNs), "illegal transition");
+    EXPECT_DEBUG_DEATH(pump->start(*video, begin), "illegal transition");
 }
 
 TEST_F(PlaybackPumpTest, PausesWithItsLastTrack)
 {
     const auto video = addTrack(true);
     const auto audio = addTrack(false);
-    moveTo(0);
-    pump->start(*video, startNs);
-    pump->start(*audio, startNs);
+    moveTo(0s);
+    pump->start(*video, begin);
+    pump->start(*audio, begin);
     pump->stop(*audio);
     EXPECT_EQ(pump->state(), PlaybackState::playing);
     pump->stop(*video);
@@ -137,25 +139,25 @@ TEST_F(PlaybackPumpTest, PausesWithItsLastTrack)
 TEST_F(PlaybackPumpTest, ANewPlacePausesUnlessPlayingGoesOn)
 {
     const auto video = addTrack(true);
-    moveTo(0);
-    pump->start(*video, startNs);
-    moveTo(10 * frameNs, true);
+    moveTo(0s);
+    pump->start(*video, begin);
+    moveTo(10 * frameLength, true);
     EXPECT_EQ(pump->state(), PlaybackState::playing);
-    moveTo(0);
+    moveTo(0s);
     EXPECT_EQ(pump->state(), PlaybackState::paused);
 }
 
 TEST_F(PlaybackPumpTest, AfterTheEndANewPlaceIsPaused)
 {
     const auto video = addTrack(true);
-    moveTo(0);
-    pump->start(*video, startNs);
-    pump->readAhead().add({{}, PlaybackSource::Result::end}, clock.monotonicMs());
+    moveTo(0s);
+    pump->start(*video, begin);
+    pump->readAhead().add({{}, PlaybackSource::Result::end}, clock.now());
     run();
     clock.advanceMs(40);
     run();
     ASSERT_EQ(pump->state(), PlaybackState::ended);
-    moveTo(0, true);
+    moveTo(0s, true);
     EXPECT_EQ(pump->state(), PlaybackState::paused);
 }
 
@@ -164,7 +166,7 @@ TEST_F(PlaybackPumpTest, StoppingASessionThatDoesNotPlayChangesNoState)
     const auto video = addTrack(true);
     pump->stop(*video);
     EXPECT_EQ(pump->state(), PlaybackState::unplaced);
-    moveTo(0);
+    moveTo(0s);
     pump->stop(*video);
     EXPECT_EQ(pump->state(), PlaybackState::paused);
 }
@@ -172,7 +174,7 @@ TEST_F(PlaybackPumpTest, StoppingASessionThatDoesNotPlayChangesNoState)
 TEST_F(PlaybackPumpTest, KnowsWhetherWhatIsReadServesTheMode)
 {
     const auto video = addTrack(true);
-    moveTo(0);
+    moveTo(0s);
     EXPECT_TRUE(pump->readsForMode());
     EXPECT_FALSE(pump->readsFor(*video)) << "the request asked for no video";
     pump->setSpeed(PlaySpeed::used(8, 1));

@@ -11,14 +11,14 @@ namespace test
 namespace
 {
 
-constexpr std::int64_t ms = 1'000'000;
+using std::chrono::milliseconds;
 
 PlaybackUnit unitAt(bool video, std::int64_t dueMs, std::uint32_t section = 0)
 {
     PlaybackUnit unit;
-    unit.unit = makeUnit(0, dueMs * ms, true, 2);
+    unit.unit = makeUnit(0, 0, true, 2);
     unit.video = video;
-    unit.mediaNs = unit.dueNs = dueMs * ms;
+    unit.media = unit.due = WallTime(milliseconds(dueMs));
     unit.section = section;
     return unit;
 }
@@ -28,7 +28,7 @@ std::vector<std::int64_t> order(PlaybackQueue& queue)
     std::vector<std::int64_t> found;
     for (; !queue.empty(); queue.pop())
     {
-        found.push_back(queue.front().dueNs / ms);
+        found.push_back(queue.front().due.time_since_epoch() / milliseconds(1));
     }
     return found;
 }
@@ -76,10 +76,10 @@ TEST(PlaybackQueue, UnitsDoNotMoveOverAGap)
 TEST(PlaybackQueue, TellsBytesAndSpan)
 {
     PlaybackQueue queue;
-    EXPECT_EQ(queue.spanNs(), 0);
+    EXPECT_EQ(queue.span(), Duration::zero());
     queue.add(unitAt(true, 0));
     queue.add(unitAt(true, 40));
-    EXPECT_EQ(queue.spanNs(), 40 * ms);
+    EXPECT_EQ(queue.span(), milliseconds(40));
     EXPECT_EQ(queue.bytes(), 2 * queue.front().unit->bytes.size());
     queue.pop();
     queue.pop();
@@ -91,7 +91,7 @@ TEST(PlaybackQueue, ASpanOverAGapCountsNothing)
     PlaybackQueue queue;
     queue.add(unitAt(true, 0));
     queue.add(unitAt(true, 7'200'000, 1));
-    EXPECT_EQ(queue.spanNs(), 0);
+    EXPECT_EQ(queue.span(), Duration::zero());
 }
 
 }  // namespace

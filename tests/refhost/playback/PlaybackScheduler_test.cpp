@@ -5,6 +5,7 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <optional>
 
 #include "tests/refhost/rtp/RtpFakes.h"
 
@@ -15,17 +16,19 @@ namespace test
 namespace
 {
 
+using namespace std::chrono_literals;
+
 class CountingWork : public PlaybackWork
 {
 public:
-    std::int64_t run(std::int64_t nowMs) override
+    MonotonicTime run(MonotonicTime now) override
     {
         ++runs;
-        return action ? action(nowMs) : never;
+        return action ? action(now) : never;
     }
 
     std::atomic<int> runs{0};
-    std::function<std::int64_t(std::int64_t)> action;
+    std::function<MonotonicTime(MonotonicTime)> action;
 };
 
 class PlaybackSchedulerTest : public testing::Test
@@ -47,19 +50,19 @@ TEST_F(PlaybackSchedulerTest, WokenWorkRunsOnce)
 
 TEST_F(PlaybackSchedulerTest, WorkRunsAgainWhenItIsDue)
 {
-    work->action = [](std::int64_t nowMs) { return nowMs + 40; };
+    work->action = [](MonotonicTime now) { return now + 40ms; };
     scheduler.wake(work);
     scheduler.runDue();
     clock.advanceMs(39);
     EXPECT_EQ(scheduler.runDue(), 0U);
     clock.advanceMs(1);
     EXPECT_EQ(scheduler.runDue(), 1U);
-    EXPECT_EQ(scheduler.nextDue(), clock.monotonicMs() + 40);
+    EXPECT_EQ(scheduler.nextDue(), clock.now() + 40ms);
 }
 
 TEST_F(PlaybackSchedulerTest, WorkWokenWhileItRunsRunsAgain)
 {
-    work->action = [this](std::int64_t)
+    work->action = [this](MonotonicTime)
     {
         if (work->runs == 1)
         {
@@ -74,11 +77,11 @@ TEST_F(PlaybackSchedulerTest, WorkWokenWhileItRunsRunsAgain)
 TEST_F(PlaybackSchedulerTest, WorkThatIsWokenAgainAndAgainDoesNotKeepOthersWaiting)
 {
     const auto patient = std::make_shared<CountingWork>();
-    patient->action = [](std::int64_t nowMs) { return nowMs + 10; };
+    patient->action = [](MonotonicTime now) { return now + 10ms; };
     scheduler.wake(patient);
     scheduler.runDue();
     clock.advanceMs(20);
-    work->action = [this](std::int64_t)
+    work->action = [this](MonotonicTime)
     {
         scheduler.wake(work);
         return PlaybackWork::never;
@@ -90,7 +93,7 @@ TEST_F(PlaybackSchedulerTest, WorkThatIsWokenAgainAndAgainDoesNotKeepOthersWaiti
 
 TEST_F(PlaybackSchedulerTest, WhatNobodyHoldsIsDropped)
 {
-    work->action = [](std::int64_t nowMs) { return nowMs + 10; };
+    work->action = [](MonotonicTime now) { return now + 10ms; };
     scheduler.wake(work);
     scheduler.runDue();
     EXPECT_EQ(scheduler.size(), 1U);
@@ -107,7 +110,7 @@ TEST_F(PlaybackSchedulerTest, ManyThreadsNeverRunOneWorkTwiceAtATime)
     std::atomic<int> inside{0};
     std::atomic<bool> together{false};
     std::promise<void> done;
-    work->action = [&](std::int64_t nowMs)
+    work->action = [&](MonotonicTime now)
     {
         together = together || inside.fetch_add(1) != 0;
         inside.fetch_sub(1);
@@ -115,7 +118,7 @@ TEST_F(PlaybackSchedulerTest, ManyThreadsNeverRunOneWorkTwiceAtATime)
         {
             done.set_value();
         }
-        return work->runs < 2000 ? nowMs : PlaybackWork::never;
+        return work->runs < 2000 ? now : PlaybackWork::never;
     };
     threaded.wake(work);
     auto finished = done.get_future();
@@ -133,22 +136,22 @@ TEST_F(PlaybackSchedulerTest, ThreadsFollowTheClock)
 {
     PlaybackScheduler threaded(HostClock::system());
     threaded.start(2);
-    std::promise<std::int64_t> second;
-    std::int64_t first = 0;
-    work->action = [&](std::int64_t nowMs)
+    std::promise<MonotonicTime> second;
+    std::optional<MonotonicTime> first;
+    work->action = [&](MonotonicTime now)
     {
-        if (first == 0)
+        if (!first)
         {
-            first = nowMs;
-            return nowMs + 30;
+            first = now;
+            return now + 30ms;
         }
-        second.set_value(nowMs);
+        second.set_value(now);
         return PlaybackWork::never;
     };
     threaded.wake(work);
     auto when = second.get_future();
     ASSERT_EQ(when.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    EXPECT_GE(when.get() - first, 30);
+    EXPECT_GE((when.get() - *first) / 1ms, 30);
     threaded.stop();
 }
 

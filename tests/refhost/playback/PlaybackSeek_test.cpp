@@ -53,7 +53,7 @@ TEST_F(PlaybackSeek, AnIntervalInsideAGopPlaysFromPositionZero)
     make(5.4, 10, 5);
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
-    EXPECT_EQ(recordings->requests.back().fromNs, at(5.4)) << "what the interval asks for";
+    EXPECT_EQ(recordings->requests.back().from, at(5.4)) << "what the interval asks for";
     double begin = -1;
     double end = -1;
     RTPPacketInfo first;
@@ -73,8 +73,8 @@ TEST_F(PlaybackSeek, PositionsUpToTheIntervalsBeginAreItsFirstFrame)
     for (const double position : {0.0, 0.2, 0.4})
     {
         ASSERT_EQ(playFrom(video, position, 5), 0);
-        EXPECT_EQ(recordings->requests.back().fromNs, at(5.4)) << position;
-        EXPECT_EQ(recordings->requests.back().endNs, at(10));
+        EXPECT_EQ(recordings->requests.back().from, at(5.4)) << position;
+        EXPECT_EQ(recordings->requests.back().end, at(10));
         const auto before = wire->units().size();
         pass(100);
         EXPECT_EQ(secondsOf(*wire)[before], 5) << position;
@@ -113,15 +113,16 @@ TEST_F(PlaybackSeek, KeyFramesAloneAreReadWithTheDistanceThatWasAskedFor)
     ASSERT_EQ(playFrom(video, 2, 20, playRangeKeyFrames | 400 << playRangeDistanceShift), 0);
     const PlaybackSource::Request asked = recordings->requests.back();
     EXPECT_TRUE(asked.keyFramesOnly);
-    EXPECT_EQ(asked.keyDistanceNs, 4 * ns);
+    EXPECT_EQ(asked.keyDistance, 4 * second);
     EXPECT_EQ(asked.audio.payloadSize, 0);
     ASSERT_EQ(session->setRange(video, 0, 0, playRangeKeyFrames, false), 0);
     ASSERT_EQ(play(video), 0);
-    EXPECT_EQ(recordings->requests.back().keyDistanceNs, 0) << "a change of the distance alone is one too";
+    EXPECT_EQ(recordings->requests.back().keyDistance, Duration::zero())
+        << "a change of the distance alone is one too";
     ASSERT_EQ(session->setRange(video, 0, 0, 400 << playRangeDistanceShift, false), 0);
     ASSERT_EQ(play(video), 0);
     EXPECT_FALSE(recordings->requests.back().keyFramesOnly);
-    EXPECT_EQ(recordings->requests.back().keyDistanceNs, 0);
+    EXPECT_EQ(recordings->requests.back().keyDistance, Duration::zero());
 }
 
 TEST_F(PlaybackSeek, WhatPlayedBeforeGoesOnUntilThePlaceIsFound)

@@ -14,7 +14,7 @@ class PlaybackTransports : public PlaybackFixture
 protected:
     struct Report
     {
-        std::int64_t ntpNs;
+        WallTime ntp;
         std::uint32_t rtp;
         std::uint32_t packets;
         std::uint32_t octets;
@@ -32,9 +32,7 @@ protected:
         std::vector<Report> found;
         for (const auto& packet : wire.rtcp)
         {
-            const std::int64_t seconds = std::int64_t{word(packet, 8)} - 2'208'988'800;
-            const auto fraction = static_cast<double>(word(packet, 12)) / 4294967296.0;
-            found.push_back({seconds * ns + static_cast<std::int64_t>(fraction * 1e9), word(packet, 16),
+            found.push_back({NtpTime(word(packet, 8), word(packet, 12)).wallTime(), word(packet, 16),
                              word(packet, 20), word(packet, 24)});
         }
         return found;
@@ -112,7 +110,7 @@ TEST_F(PlaybackTransports, OverUdpByeStaysBehindTheLastPacket)
 {
     const auto wire = setUp(video);
     wire->traits = Wire::datagrams();
-    settings.byeDelayMs = 100;
+    settings.byeDelay = std::chrono::milliseconds(100);
     ASSERT_EQ(playFrom(video, 17, 19), 0);
     pass(1960);
     EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 18.96);
@@ -167,7 +165,7 @@ TEST_F(PlaybackTransports, TheFirstPacketComesWithASenderReport)
     EXPECT_EQ(wire->order[1], 'p');
     const auto all = reports(*wire);
     EXPECT_EQ(all.front().rtp, wire->packets.front().timestamp);
-    EXPECT_NEAR(static_cast<double>(all.front().ntpNs - clock.wallNs()), 0, 1000);
+    EXPECT_NEAR(static_cast<double>((all.front().ntp - clock.wallNow()).count()), 0, 1000);
     EXPECT_EQ(all.front().packets, 0U);
 }
 
@@ -180,7 +178,7 @@ TEST_F(PlaybackTransports, ReportsMapTheWallClockToThePlayersTime)
     ASSERT_GE(all.size(), 3U);
     for (const Report& report : all)
     {
-        const double passed = static_cast<double>(report.ntpNs - all.front().ntpNs) / 1e9;
+        const double passed = refhost::secondsOf(report.ntp - all.front().ntp);
         EXPECT_NEAR(static_cast<double>(report.rtp - all.front().rtp), passed * 90'000, 2);
     }
     EXPECT_GT(all.back().octets, 100'000U);
@@ -212,7 +210,7 @@ TEST_F(PlaybackTransports, AReportFollowsAChangeOfSpeedBecauseTheMappingMoved)
     pass(50);
     const auto all = reports(*wire);
     ASSERT_EQ(all.size(), 2U);
-    const auto passed = static_cast<double>(all[1].ntpNs - all[0].ntpNs) / 1e9;
+    const auto passed = refhost::secondsOf(all[1].ntp - all[0].ntp);
     const auto played = static_cast<double>(all[1].rtp - all[0].rtp) / 90'000;
     EXPECT_NEAR(played, 0.3 + 2 * (passed - 0.3), 0.001);
 }
@@ -247,8 +245,9 @@ TEST_F(PlaybackTransports, ReplayCarriesTheExtensionInTheFirstPacketOfAUnit)
         EXPECT_EQ(at[12] * 256 + at[13], 0xabac);
         EXPECT_EQ(at[14] * 256 + at[15], 3);
         const std::vector<std::uint8_t> bytes(at, at + 28);
-        EXPECT_EQ(std::int64_t{word(bytes, 16)} - 2'208'988'800, unit.captureTimeNs / ns);
-        EXPECT_NEAR(word(bytes, 20) / 4294967296.0, static_cast<double>(unit.captureTimeNs % ns) / 1e9, 1e-8);
+        EXPECT_EQ(std::int64_t{word(bytes, 16)} - 2'208'988'800, unit.captureTimeNs / nanosecondsPerSecond);
+        EXPECT_NEAR(word(bytes, 20) / 4294967296.0,
+                    static_cast<double>(unit.captureTimeNs % nanosecondsPerSecond) / 1e9, 1e-8);
         EXPECT_EQ(at[24], (i % 25 == 0 ? 0x80 : 0) | (i == 49 ? 0x40 : 0));
         EXPECT_EQ(at[25], 0xf7);
         EXPECT_EQ(first.size, AccessUnit::rtpHeaderSize + 16 + 1364);
@@ -304,7 +303,7 @@ TEST_F(PlaybackTransports, WithoutReplayNothingChangesOnTheWire)
 
 TEST_F(PlaybackTransports, ASilentClientOverUdpCountsAsGone)
 {
-    settings.silenceMs = 60'000;
+    settings.maxSilence = std::chrono::seconds(60);
     make(0, 20);
     const auto wire = setUp(video);
     bool connected = false;

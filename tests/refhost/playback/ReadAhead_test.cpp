@@ -15,15 +15,19 @@ namespace test
 namespace
 {
 
-constexpr std::int64_t frameNs = 40'000'000;
+using namespace std::chrono_literals;
 
-PlaybackUnit frameAt(std::int64_t ns, std::size_t packets = 1)
+constexpr Duration frameLength = 40ms;
+constexpr WallTime begin = wallTimeOfUnix(1'600'000'000);
+constexpr MonotonicTime start(1s);
+
+PlaybackUnit frameAt(Duration offset, std::size_t packets = 1)
 {
     PlaybackUnit unit;
-    unit.unit = makeUnit(7, ns, true, packets);
+    unit.unit = makeUnit(7, 0, true, packets);
     unit.video = true;
-    unit.wallNs = unit.mediaNs = unit.dueNs = ns;
-    unit.durationNs = frameNs;
+    unit.wall = unit.media = unit.due = begin + offset;
+    unit.duration = frameLength;
     return unit;
 }
 
@@ -38,18 +42,18 @@ public:
 
     Result read(PlaybackUnit& out) override
     {
-        if (nextNs >= endNs)
+        if (next >= end)
         {
             return atEnd;
         }
-        out = frameAt(nextNs, packets);
-        nextNs += frameNs;
+        out = frameAt(next, packets);
+        next += frameLength;
         ++reads;
         return Result::unit;
     }
 
-    std::int64_t nextNs = frameNs;
-    std::int64_t endNs = 3600'000'000'000;
+    Duration next = frameLength;
+    Duration end = 1h;
     Result atEnd = Result::end;
     std::size_t packets = 1;
     int reads = 0;
@@ -58,16 +62,16 @@ public:
 class ReadAheadTest : public testing::Test
 {
 protected:
-    bool readOnce(std::int64_t nowMs, double rate = 1)
+    bool readOnce(MonotonicTime now, double rate = 1)
     {
-        return readAhead->add(ReadAhead::read(frames, readAhead->plan(rate)), nowMs);
+        return readAhead->add(ReadAhead::read(frames, readAhead->plan(rate)), now);
     }
 
-    void fill(std::int64_t nowMs, double rate = 1)
+    void fill(MonotonicTime now, double rate = 1)
     {
-        for (int i = 0; i < 100 && readAhead->wantsToRead(nowMs, rate); ++i)
+        for (int i = 0; i < 100 && readAhead->wantsToRead(now, rate); ++i)
         {
-            readOnce(nowMs, rate);
+            readOnce(now, rate);
         }
     }
 
@@ -91,81 +95,81 @@ TEST(ReadState, TheTableIsWhatTheHeaderSays)
 
 TEST_F(ReadAheadTest, ReadsNothingBeforeThereIsAPlace)
 {
-    EXPECT_FALSE(readAhead->wantsToRead(0, 1));
-    EXPECT_DEBUG_DEATH(readAhead->add({{}, PlaybackSource::Result::end}, 0), "illegal transition");
+    EXPECT_FALSE(readAhead->wantsToRead(start, 1));
+    EXPECT_DEBUG_DEATH(readAhead->add({{}, PlaybackSource::Result::end}, start), "illegal transition");
 }
 
 TEST_F(ReadAheadTest, ReadsUpToItsSpanAndAgainWhenHalfOfItIsLeft)
 {
-    readAhead->restart(frameAt(0));
-    fill(0);
-    EXPECT_EQ(readAhead->queue().spanNs(), 1000 * 1'000'000);
-    while (readAhead->queue().spanNs() >= 500 * 1'000'000)
+    readAhead->restart(frameAt(0s));
+    fill(start);
+    EXPECT_EQ(readAhead->queue().span(), 1s);
+    while (readAhead->queue().span() >= 500ms)
     {
-        EXPECT_FALSE(readAhead->wantsToRead(0, 1));
+        EXPECT_FALSE(readAhead->wantsToRead(start, 1));
         readAhead->queue().pop();
     }
-    EXPECT_TRUE(readAhead->wantsToRead(0, 1));
+    EXPECT_TRUE(readAhead->wantsToRead(start, 1));
 }
 
 TEST_F(ReadAheadTest, TheSpanIsOfThePlayersTime)
 {
-    readAhead->restart(frameAt(0));
-    fill(0, 4);
-    EXPECT_EQ(readAhead->queue().spanNs(), 4000 * 1'000'000LL);
+    readAhead->restart(frameAt(0s));
+    fill(start, 4);
+    EXPECT_EQ(readAhead->queue().span(), 4s);
 }
 
 TEST_F(ReadAheadTest, BytesAreTheFirmerLimit)
 {
     settings.readAheadBytes = 20'000;
     frames.packets = 4;
-    readAhead->restart(frameAt(0));
-    fill(0);
+    readAhead->restart(frameAt(0s));
+    fill(start);
     EXPECT_GE(readAhead->queue().bytes(), settings.readAheadBytes);
     EXPECT_LT(readAhead->queue().bytes(), settings.readAheadBytes + 5 * 1400U) << "one unit more at most";
 }
 
 TEST_F(ReadAheadTest, HoldsSomeUnitsHoweverLongTheyLast)
 {
-    settings.readAheadMs = 10;
-    readAhead->restart(frameAt(0));
-    fill(0);
+    settings.readAhead = 10ms;
+    readAhead->restart(frameAt(0s));
+    fill(start);
     EXPECT_EQ(readAhead->queue().size(), 8U);
 }
 
 TEST_F(ReadAheadTest, AGrowingRecordingIsReadAgainAfterAWhile)
 {
-    frames.endNs = 3 * frameNs;
+    frames.end = 3 * frameLength;
     frames.atEnd = PlaybackSource::Result::later;
-    readAhead->restart(frameAt(0));
-    EXPECT_TRUE(readOnce(1000)) << "two frames came";
-    EXPECT_FALSE(readAhead->wantsToRead(1000, 1));
-    EXPECT_EQ(readAhead->retryMs(1000), 1000 + settings.growthMs);
-    EXPECT_TRUE(readAhead->wantsToRead(1000 + settings.growthMs, 1));
-    EXPECT_FALSE(readOnce(1000 + settings.growthMs)) << "still nothing";
+    readAhead->restart(frameAt(0s));
+    EXPECT_TRUE(readOnce(start)) << "two frames came";
+    EXPECT_FALSE(readAhead->wantsToRead(start, 1));
+    EXPECT_EQ(readAhead->retryTime(start), start + settings.growthInterval);
+    EXPECT_TRUE(readAhead->wantsToRead(start + settings.growthInterval, 1));
+    EXPECT_FALSE(readOnce(start + settings.growthInterval)) << "still nothing";
     EXPECT_FALSE(readAhead->atEnd());
 }
 
 TEST_F(ReadAheadTest, BehindTheEndNothingIsReadUntilANewPlace)
 {
-    frames.endNs = 2 * frameNs;
-    readAhead->restart(frameAt(0));
-    EXPECT_TRUE(readOnce(0));
+    frames.end = 2 * frameLength;
+    readAhead->restart(frameAt(0s));
+    EXPECT_TRUE(readOnce(start));
     EXPECT_TRUE(readAhead->atEnd());
-    EXPECT_FALSE(readAhead->wantsToRead(0, 1));
-    EXPECT_EQ(readAhead->retryMs(0), PlaybackWork::never);
-    readAhead->restart(frameAt(0));
+    EXPECT_FALSE(readAhead->wantsToRead(start, 1));
+    EXPECT_EQ(readAhead->retryTime(start), PlaybackWork::never);
+    readAhead->restart(frameAt(0s));
     EXPECT_FALSE(readAhead->atEnd());
     EXPECT_EQ(readAhead->queue().size(), 1U) << "what was read before is gone";
-    EXPECT_TRUE(readAhead->wantsToRead(0, 1));
+    EXPECT_TRUE(readAhead->wantsToRead(start, 1));
 }
 
 TEST_F(ReadAheadTest, OneGoIsBounded)
 {
-    settings.readAheadMs = 3600'000;
+    settings.readAhead = 1h;
     settings.readAheadBytes = 1U << 30U;
-    readAhead->restart(frameAt(0));
-    readOnce(0);
+    readAhead->restart(frameAt(0s));
+    readOnce(start);
     EXPECT_EQ(frames.reads, 64);
 }
 

@@ -117,6 +117,16 @@ protected:
         return 1'600'000'000 * second + static_cast<std::int64_t>(seconds * 1e9);
     }
 
+    static WallTime wallAt(double seconds)
+    {
+        return WallTime(Duration(at(seconds)));
+    }
+
+    static double secondsAt(WallTime wall)
+    {
+        return secondsAt(wall.time_since_epoch().count());
+    }
+
     static double secondsAt(std::int64_t wallNs)
     {
         return static_cast<double>(wallNs - at(0)) / 1e9;

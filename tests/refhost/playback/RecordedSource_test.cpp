@@ -24,14 +24,14 @@ protected:
     std::unique_ptr<RecordedSource> makeSource()
     {
         return std::make_unique<RecordedSource>(recordings, clock,
-                                                RecordedSource::Interval{1, at(0), at(10'000)});
+                                                RecordedSource::Interval{1, wallAt(0), wallAt(10'000)});
     }
 
     static PlaybackSource::Request request(double from, double end)
     {
         PlaybackSource::Request request;
-        request.fromNs = at(from);
-        request.endNs = at(end);
+        request.from = wallAt(from);
+        request.end = wallAt(end);
         request.video = {1364, "H264"};
         request.audio = {1364, "PCMA"};
         return request;
@@ -65,7 +65,7 @@ protected:
         ASSERT_EQ(frames.size(), count);
         for (std::size_t i = 0; i < count; ++i)
         {
-            ASSERT_NEAR(secondsAt(frames[i].mediaNs), first + 0.04 * static_cast<double>(i), 0.0011) << i;
+            ASSERT_NEAR(secondsAt(frames[i].media), first + 0.04 * static_cast<double>(i), 0.0011) << i;
         }
     }
 };
@@ -83,7 +83,7 @@ TEST_F(RecordedSourceTest, OneSegmentIsReadWhole)
     EXPECT_TRUE(read.frames.back().last);
     EXPECT_TRUE(read.blocks.back().last);
     EXPECT_FALSE(read.frames[98].last);
-    EXPECT_NEAR(static_cast<double>(read.frames.back().durationNs), 4e7, 1.1e6);
+    EXPECT_NEAR(static_cast<double>(read.frames.back().duration.count()), 4e7, 1.1e6);
 }
 
 TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
@@ -97,7 +97,7 @@ TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
     EXPECT_EQ(read.frames.front().section, read.frames.back().section);
     for (std::size_t i = 1; i < read.blocks.size(); ++i)
     {
-        ASSERT_GT(read.blocks[i].mediaNs, read.blocks[i - 1].mediaNs);
+        ASSERT_GT(read.blocks[i].media, read.blocks[i - 1].media);
     }
 }
 
@@ -132,7 +132,7 @@ TEST_F(RecordedSourceTest, ADamagedParameterSetInTheFirstSegmentSparesTheOthers)
         EXPECT_EQ(read.result, PlaybackSource::Result::end);
         std::vector<PlaybackUnit> whole;
         std::copy_if(read.frames.begin(), read.frames.end(), std::back_inserter(whole),
-                     [](const PlaybackUnit& unit) { return secondsAt(unit.mediaNs) > 0.99; });
+                     [](const PlaybackUnit& unit) { return secondsAt(unit.media) > 0.99; });
         expectFrames(whole, 1, 50);
         EXPECT_TRUE(!whole.empty() && whole.front().key) << from;
     }
@@ -144,9 +144,9 @@ TEST_F(RecordedSourceTest, TheEndIsExact)
     addSegment(3, 3);
     const Read read = readAll(0, 3.5);
     expectFrames(read.frames, 0, 88);
-    EXPECT_LT(secondsAt(read.blocks.back().mediaNs), 3.5);
-    EXPECT_GT(secondsAt(read.blocks.back().mediaNs), 3.47);
-    EXPECT_LE(read.frames.back().mediaNs + read.frames.back().durationNs, at(3.5));
+    EXPECT_LT(secondsAt(read.blocks.back().media), 3.5);
+    EXPECT_GT(secondsAt(read.blocks.back().media), 3.47);
+    EXPECT_LE(read.frames.back().media + read.frames.back().duration, wallAt(3.5));
     EXPECT_TRUE(read.frames.back().last);
 }
 
@@ -159,10 +159,10 @@ TEST_F(RecordedSourceTest, AGapStartsANewSectionWithAKeyFrame)
     EXPECT_TRUE(read.frames[49].last);
     EXPECT_EQ(read.frames[49].section + 1, read.frames[50].section);
     EXPECT_TRUE(read.frames[50].key);
-    EXPECT_NEAR(secondsAt(read.frames[50].mediaNs), 7200, 0.001);
+    EXPECT_NEAR(secondsAt(read.frames[50].media), 7200, 0.001);
     for (const PlaybackUnit& block : read.blocks)
     {
-        EXPECT_GE(block.mediaNs, secondsAt(block.mediaNs) < 100 ? at(0) : read.frames[50].mediaNs);
+        EXPECT_GE(block.media, secondsAt(block.media) < 100 ? wallAt(0) : read.frames[50].media);
     }
 }
 
@@ -195,7 +195,7 @@ TEST_F(RecordedSourceTest, SegmentsThatCannotBeReadAreLeftOut)
     addSegment(6, 2);
     const Read read = readAll(0, 100);
     ASSERT_EQ(read.frames.size(), 100U);
-    EXPECT_NEAR(secondsAt(read.frames[50].mediaNs), 6, 0.001);
+    EXPECT_NEAR(secondsAt(read.frames[50].media), 6, 0.001);
     EXPECT_NE(read.frames[49].section, read.frames[50].section);
 }
 
@@ -206,7 +206,7 @@ TEST_F(RecordedSourceTest, ACutSegmentPlaysUpToTheCut)
     addSegment(4, 2);
     const Read read = readAll(0, 100);
     EXPECT_GT(read.frames.size(), 50U + 40U);
-    EXPECT_NEAR(secondsAt(read.frames[read.frames.size() - 50].mediaNs), 4, 0.001);
+    EXPECT_NEAR(secondsAt(read.frames[read.frames.size() - 50].media), 4, 0.001);
 }
 
 TEST_F(RecordedSourceTest, ADamagedTimestampIsLeftOutAndTheRestPlays)
@@ -231,10 +231,10 @@ TEST_F(RecordedSourceTest, ADamagedTimestampIsLeftOutAndTheRestPlays)
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
     ASSERT_GT(read.frames.size(), 150U);
-    EXPECT_NEAR(secondsAt(read.frames.back().mediaNs), 9.96, 0.001);
+    EXPECT_NEAR(secondsAt(read.frames.back().media), 9.96, 0.001);
     for (std::size_t i = 1; i < read.frames.size(); ++i)
     {
-        ASSERT_GT(read.frames[i].mediaNs, read.frames[i - 1].mediaNs);
+        ASSERT_GT(read.frames[i].media, read.frames[i - 1].media);
         ASSERT_TRUE(read.frames[i].section == read.frames[i - 1].section || read.frames[i].key);
     }
 }
@@ -246,13 +246,13 @@ TEST_F(RecordedSourceTest, OverlappingSegmentsNeverGoBack)
     const Read read = readAll(0, 100);
     for (std::size_t i = 1; i < read.frames.size(); ++i)
     {
-        ASSERT_GT(read.frames[i].mediaNs, read.frames[i - 1].mediaNs);
+        ASSERT_GT(read.frames[i].media, read.frames[i - 1].media);
     }
     for (std::size_t i = 1; i < read.blocks.size(); ++i)
     {
-        ASSERT_GT(read.blocks[i].mediaNs, read.blocks[i - 1].mediaNs);
+        ASSERT_GT(read.blocks[i].media, read.blocks[i - 1].media);
     }
-    EXPECT_NEAR(secondsAt(read.frames.back().mediaNs), 4.46, 0.001);
+    EXPECT_NEAR(secondsAt(read.frames.back().media), 4.46, 0.001);
 }
 
 TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
@@ -266,23 +266,23 @@ TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
     ASSERT_GE(read.frames.size(), 50U);
-    std::vector<std::int64_t> shown;
+    std::vector<WallTime> shown;
     bool reordered = false;
     for (std::size_t i = 0; i < read.frames.size(); ++i)
     {
         const PlaybackUnit& frame = read.frames[i];
-        shown.push_back(frame.mediaNs);
-        EXPECT_LE(frame.dueNs, frame.mediaNs);
-        EXPECT_GE(frame.mediaNs, read.frames.front().mediaNs);
-        EXPECT_LT(frame.dueNs, at(3));
-        reordered = reordered || (i > 0 && frame.mediaNs < read.frames[i - 1].mediaNs);
-        EXPECT_GE(frame.dueNs, i > 0 ? read.frames[i - 1].dueNs : 0);
+        shown.push_back(frame.media);
+        EXPECT_LE(frame.due, frame.media);
+        EXPECT_GE(frame.media, read.frames.front().media);
+        EXPECT_LT(frame.due, wallAt(3));
+        reordered = reordered || (i > 0 && frame.media < read.frames[i - 1].media);
+        EXPECT_GE(frame.due, i > 0 ? read.frames[i - 1].due : WallTime());
     }
     EXPECT_TRUE(reordered);
     std::sort(shown.begin(), shown.end());
     for (std::size_t i = 1; i < shown.size(); ++i)
     {
-        ASSERT_NEAR(static_cast<double>(shown[i] - shown[i - 1]), 4e7, 1.1e6);
+        ASSERT_NEAR(static_cast<double>((shown[i] - shown[i - 1]).count()), 4e7, 1.1e6);
     }
 }
 
@@ -299,12 +299,12 @@ TEST_F(RecordedSourceTest, AudioStartsWithTheFirstFrameAlsoBehindAGap)
     addFile(path, 100, 2.5);
     const Read read = readAll(0, 200);
     ASSERT_EQ(read.frames.size(), 100U);
-    EXPECT_NEAR(secondsAt(read.frames[50].mediaNs), 100.5, 0.001);
+    EXPECT_NEAR(secondsAt(read.frames[50].media), 100.5, 0.001);
     const auto behind = std::find_if(read.blocks.begin(), read.blocks.end(),
-                                     [](const PlaybackUnit& block) { return block.mediaNs > at(50); });
+                                     [](const PlaybackUnit& block) { return block.media > wallAt(50); });
     ASSERT_NE(behind, read.blocks.end());
-    EXPECT_GE(behind->mediaNs, read.frames[50].mediaNs);
-    EXPECT_LT(behind->mediaNs, read.frames[51].mediaNs);
+    EXPECT_GE(behind->media, read.frames[50].media);
+    EXPECT_LT(behind->media, read.frames[51].media);
 }
 
 TEST_F(RecordedSourceTest, AudioOfBeforeTheFirstFrameIsLeftOutWhereverItStands)
@@ -312,11 +312,11 @@ TEST_F(RecordedSourceTest, AudioOfBeforeTheFirstFrameIsLeftOutWhereverItStands)
     addFile(makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse"),
             0, 4);
     const Read read = readAll(2, 4);
-    EXPECT_NEAR(secondsAt(read.frames.front().mediaNs), 2, 0.2);
+    EXPECT_NEAR(secondsAt(read.frames.front().media), 2, 0.2);
     ASSERT_FALSE(read.blocks.empty());
     for (const PlaybackUnit& block : read.blocks)
     {
-        ASSERT_GE(block.mediaNs, read.frames.front().mediaNs);
+        ASSERT_GE(block.media, read.frames.front().media);
     }
 }
 
@@ -332,7 +332,7 @@ TEST_F(RecordedSourceTest, KeyFramesAloneWhenAskedFor)
     const Read read = readOn(*source);
     ASSERT_EQ(read.frames.size(), 10U);
     EXPECT_EQ(read.frames.front().section, read.frames.back().section);
-    EXPECT_EQ(read.frames[3].durationNs, second);
+    EXPECT_EQ(read.frames[3].duration, std::chrono::seconds(1));
 }
 
 TEST_F(RecordedSourceTest, KeyFramesKeepTheDistanceThatWasAskedForOverTheEndsOfSegments)
@@ -341,18 +341,18 @@ TEST_F(RecordedSourceTest, KeyFramesKeepTheDistanceThatWasAskedForOverTheEndsOfS
     addSegment(5, 5);
     PlaybackSource::Request wanted = request(1, 10);
     wanted.keyFramesOnly = true;
-    wanted.keyDistanceNs = 2 * second + second / 2;
+    wanted.keyDistance = std::chrono::milliseconds(2500);
     wanted.audio = {};
     const auto source = makeSource();
     ASSERT_TRUE(source->open(wanted));
     std::vector<double> seconds;
     for (const PlaybackUnit& frame : readOn(*source).frames)
     {
-        seconds.push_back(secondsAt(frame.mediaNs));
+        seconds.push_back(secondsAt(frame.media));
     }
     EXPECT_EQ(seconds, (std::vector<double>{1, 4, 7}));
     // Capture times are not exact: frames of the same distance as asked for count.
-    wanted.keyDistanceNs = 3 * second + second / 100;
+    wanted.keyDistance = std::chrono::milliseconds(3010);
     ASSERT_TRUE(source->open(wanted));
     EXPECT_EQ(readOn(*source).frames.size(), 3U);
 }
@@ -376,7 +376,8 @@ TEST_F(RecordedSourceTest, AGrowingSegmentIsFollowed)
     const Read after = readOn(*source);
     EXPECT_EQ(after.result, PlaybackSource::Result::end);
     EXPECT_EQ(before.frames.size() + after.frames.size(), 150U);
-    EXPECT_NEAR(static_cast<double>(after.frames.front().mediaNs - before.frames.back().mediaNs), 4e7, 1.1e6);
+    EXPECT_NEAR(static_cast<double>((after.frames.front().media - before.frames.back().media).count()), 4e7,
+                1.1e6);
 }
 
 TEST_F(RecordedSourceTest, WaitingForGrowthEnds)
@@ -402,8 +403,8 @@ TEST_F(RecordedSourceTest, AacAudioIsRead)
     ASSERT_TRUE(source->open(wanted));
     const Read read = readOn(*source);
     ASSERT_GE(read.blocks.size(), 22U);
-    EXPECT_EQ(read.blocks.front().durationNs, 128'000'000);
-    EXPECT_GE(read.blocks.front().mediaNs, at(0));
+    EXPECT_EQ(read.blocks.front().duration, std::chrono::milliseconds(128));
+    EXPECT_GE(read.blocks.front().media, wallAt(0));
 }
 
 TEST_F(RecordedSourceTest, RecordedMediaOfAnotherCodecIsLeftOut)
@@ -413,7 +414,7 @@ TEST_F(RecordedSourceTest, RecordedMediaOfAnotherCodecIsLeftOut)
     addSegment(4, 2);
     const Read read = readAll(0, 100);
     EXPECT_EQ(read.frames.size(), 100U);
-    EXPECT_NEAR(secondsAt(read.frames.back().mediaNs), 5.96, 0.001);
+    EXPECT_NEAR(secondsAt(read.frames.back().media), 5.96, 0.001);
 }
 
 TEST_F(RecordedSourceTest, NothingOfTheFormerPlaceIsLeftAfterASeek)
@@ -431,7 +432,7 @@ TEST_F(RecordedSourceTest, NothingOfTheFormerPlaceIsLeftAfterASeek)
     ASSERT_TRUE(source->open(wanted));
     const Read again = readOn(*source);
     ASSERT_EQ(again.blocks.size(), whole.blocks.size());
-    EXPECT_EQ(again.blocks.front().mediaNs, whole.blocks.front().mediaNs);
+    EXPECT_EQ(again.blocks.front().media, whole.blocks.front().media);
     EXPECT_EQ(again.blocks.front().unit->payloadBytes, whole.blocks.front().unit->payloadBytes);
 }
 

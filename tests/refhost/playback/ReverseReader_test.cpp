@@ -110,25 +110,25 @@ TEST_F(ReverseReaderTest, ASourcePlaysItsFramesInTheOrderOfPlaying)
 {
     addSegment(10, 2);
     addSegment(20, 2);
-    RecordedSource source(recordings, clock, {1, at(0), at(100)});
+    RecordedSource source(recordings, clock, {1, wallAt(0), wallAt(100)});
     PlaybackSource::Request request;
-    request.fromNs = at(50);
-    request.endNs = at(11);
+    request.from = wallAt(50);
+    request.end = wallAt(11);
     request.backwards = request.keyFramesOnly = true;
     request.video = {1364, "H264"};
     ASSERT_TRUE(source.open(request));
     std::vector<double> seconds;
     std::vector<bool> last;
     PlaybackUnit unit;
-    std::int64_t placeNs = 0;
+    WallTime place;
     while (source.read(unit) == PlaybackSource::Result::unit)
     {
         EXPECT_TRUE(unit.video && unit.key);
-        EXPECT_GT(unit.mediaNs, placeNs) << "its place grows";
-        EXPECT_EQ(unit.mediaNs, request.mirrored(unit.wallNs));
-        EXPECT_LE(unit.dueNs, unit.mediaNs);
-        placeNs = unit.mediaNs;
-        seconds.push_back(secondsAt(unit.wallNs));
+        EXPECT_GT(unit.media, place) << "its place grows";
+        EXPECT_EQ(unit.media, request.mirrored(unit.wall));
+        EXPECT_LE(unit.due, unit.media);
+        place = unit.media;
+        seconds.push_back(secondsAt(unit.wall));
         last.push_back(unit.last);
     }
     EXPECT_THAT(seconds, ElementsAre(21, 20, 11));

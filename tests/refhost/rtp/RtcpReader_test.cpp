@@ -55,12 +55,13 @@ bool readExactly(const Bytes& packet, RtcpFindings& findings)
 TEST(RtcpReader, FindsTheTimeOfASenderReport)
 {
     const RtcpWriter::Name cname{};
-    const RtcpWriter sender({0x01020304U, 1'500'000'000, 9U, 9U, 9U}, cname, false);
+    const RtcpWriter sender({0x01020304U, WallTime(std::chrono::milliseconds(1500)), 9U, 9U, 9U}, cname,
+                            false);
     RtcpFindings findings;
     ASSERT_TRUE(readExactly(Bytes(sender.data(), sender.data() + sender.size()), findings));
     EXPECT_TRUE(findings.sent);
     EXPECT_EQ(0x01020304U, findings.reporter);
-    EXPECT_EQ(RtcpWriter::compactNtp(1'500'000'000), findings.sentNtp);
+    EXPECT_EQ(NtpTime(WallTime(std::chrono::milliseconds(1500))).compact(), findings.sentNtp);
     ASSERT_TRUE(readExactly(emptyReport, findings));
     EXPECT_FALSE(findings.sent);
     EXPECT_EQ(0x01010101U, findings.reporter);
@@ -159,7 +160,7 @@ TEST(RtcpReader, EveryPrefixIsRefusedUnlessItEndsWithAPacket)
 
 TEST(RtcpReader, ReadsWhatTheWriterWrites)
 {
-    const RtcpWriter writer({1U, 0, 0U, 0U, 0U}, RtcpWriter::Name{}, true);
+    const RtcpWriter writer({1U, WallTime(), 0U, 0U, 0U}, RtcpWriter::Name{}, true);
     RtcpFindings findings;
     EXPECT_TRUE(readExactly(Bytes(writer.data(), writer.data() + writer.size()), findings));
     EXPECT_TRUE(findings.bye);

@@ -87,7 +87,7 @@ public:
 
 RtcpWriter senderReport(std::uint32_t ssrc, std::int64_t wallNs, bool bye)
 {
-    return RtcpWriter({ssrc, wallNs, 0, 0, 0}, RtcpWriter::randomName(), bye);
+    return RtcpWriter({ssrc, WallTime(Duration(wallNs)), 0, 0, 0}, RtcpWriter::randomName(), bye);
 }
 
 class TalkSessionTest : public testing::Test
@@ -295,7 +295,7 @@ TEST_F(TalkSessionTest, ReceiverReportsTellLossJitterAndTheSendersReport)
     EXPECT_EQ(3 * 256 / 20, told.report.fractionLost);
     EXPECT_EQ(119U, told.report.highestSequence);
     EXPECT_EQ(0U, told.report.jitter);
-    EXPECT_EQ(RtcpWriter::compactNtp(1'500'000'000), told.report.lastReport);
+    EXPECT_EQ(NtpTime(WallTime(std::chrono::milliseconds(1500))).compact(), told.report.lastReport);
     EXPECT_EQ(600U * 65536 / 1000, told.report.delaySinceReport);
     EXPECT_EQ(audioDispatcherIdle, talk->session.report());
     clock.advanceMs(4999);
