@@ -323,6 +323,43 @@ TEST_F(ClientOutputTest, WhatTheCorkGatheredWaitsBehindWhatTheSocketDidNotTake)
     EXPECT_EQ(arrived, taken + "firstsecond");
 }
 
+/// Takes one byte at a time, of the first part that has any, and keeps it.
+class SingleByteStream : public test::ForwardingStream
+{
+public:
+    using ForwardingStream::ForwardingStream;
+
+    Result send(const std::string_view* parts, std::size_t count, bool) override
+    {
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            if (!parts[i].empty())
+            {
+                taken += parts[i][0];
+                return {Status::done, 1};
+            }
+        }
+        return {Status::failed};
+    }
+
+    std::string taken;
+};
+
+TEST_F(ClientOutputTest, ShortWritesGoOnWhereTheyStopped)
+{
+    SingleByteStream stream(std::make_shared<TcpStream>(SocketHandle(-1), SocketAddress()));
+    ClientOutput output(stream, 10000, [] { return 0; });
+    std::string buffer;
+    output.cork(buffer);
+    output.sendResponse("response");
+    const std::string frame(2000, 'f');
+    EXPECT_EQ(output.sendFrames(reinterpret_cast<const std::uint8_t*>(frame.data()), frame.size()),
+              SendStatus::sent);
+    output.uncork();
+    EXPECT_EQ(stream.taken, "response" + frame);
+    EXPECT_TRUE(output.empty());
+}
+
 TEST_F(ClientOutputTest, NothingGatheredIsWrittenAfterClose)
 {
     std::string buffer;
