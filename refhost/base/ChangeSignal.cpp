@@ -14,7 +14,7 @@ ChangeSignal& ChangeSignal::instance()
 
 int ChangeSignal::subscribe(std::function<void()> changed)
 {
-    const std::lock_guard<std::mutex> guard(listMutex_);
+    const MutexLock guard(listMutex_);
     functions_[++lastId_] = std::move(changed);
     return lastId_;
 }
@@ -22,7 +22,7 @@ int ChangeSignal::subscribe(std::function<void()> changed)
 void ChangeSignal::unsubscribe(int id)
 {
     {
-        const std::lock_guard<std::mutex> guard(listMutex_);
+        const MutexLock guard(listMutex_);
         functions_.erase(id);
     }
     // Waits for a call under way, except for one that this very call comes out of.
@@ -43,13 +43,13 @@ void ChangeSignal::announce()
 
 std::size_t ChangeSignal::subscriberCount() const
 {
-    const std::lock_guard<std::mutex> guard(listMutex_);
+    const MutexLock guard(listMutex_);
     return functions_.size();
 }
 
 std::vector<int> ChangeSignal::ids() const
 {
-    const std::lock_guard<std::mutex> guard(listMutex_);
+    const MutexLock guard(listMutex_);
     std::vector<int> all;
     for (const auto& [id, changed] : functions_)
     {
@@ -60,7 +60,7 @@ std::vector<int> ChangeSignal::ids() const
 
 std::function<void()> ChangeSignal::find(int id) const
 {
-    const std::lock_guard<std::mutex> guard(listMutex_);
+    const MutexLock guard(listMutex_);
     const auto found = functions_.find(id);
     return found == functions_.end() ? nullptr : found->second;
 }

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
+
 namespace refhost
 {
 
@@ -44,9 +46,9 @@ private:
     std::vector<int> ids() const;
     std::function<void()> find(int id) const;
 
-    mutable std::mutex listMutex_;
-    std::map<int, std::function<void()>> functions_;
-    int lastId_ = 0;
+    mutable Mutex listMutex_;
+    std::map<int, std::function<void()>> functions_ OV_GUARDED_BY(listMutex_);
+    int lastId_ OV_GUARDED_BY(listMutex_) = 0;
     std::recursive_mutex callMutex_;
 };
 

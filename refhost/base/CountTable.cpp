@@ -40,7 +40,7 @@ void CountTable::giveBack(CountRecord* record)
 
 CountRecord* CountTable::Shard::retrieve(void* object, std::uint64_t hash)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const refhost::MutexLock guard(mutex_);
     for (CountRecord* record = bucketOf(hash); record != nullptr; record = record->next_)
     {
         if (record->object() == object)
@@ -59,7 +59,7 @@ CountRecord* CountTable::Shard::retrieve(void* object, std::uint64_t hash)
 
 int CountTable::Shard::settle(CountRecord* last, std::uint64_t hash)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const refhost::MutexLock guard(mutex_);
     last->holders_ += last->retrieved_ - 1;
     last->retrieved_ = 0;
     if (last->holders_ > 0)
@@ -78,7 +78,7 @@ int CountTable::Shard::settle(CountRecord* last, std::uint64_t hash)
 
 void CountTable::Shard::giveBack(CountRecord* record)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const refhost::MutexLock guard(mutex_);
     appendFree(record);
 }
 

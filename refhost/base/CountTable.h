@@ -5,11 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "hostapi/base/RefCountManager.h"
 #include "refhost/base/CountRecord.h"
+#include "refhost/base/Mutex.h"
 
 /// The one RefCountManager of this host: count records by the addresses of their objects, in shards, so that
 /// a few threads which make and drop objects hardly ever meet. Owns every record and never frees one.
@@ -62,19 +62,20 @@ private:
         void giveBack(CountRecord* record);
 
     private:
-        CountRecord*& bucketOf(std::uint64_t hash);
-        void insert(CountRecord* record, std::uint64_t hash);
-        void growTable();
-        CountRecord* takeFree();
-        void appendFree(CountRecord* record);
-        void addSlab();
+        CountRecord*& bucketOf(std::uint64_t hash) OV_REQUIRES(mutex_);
+        void insert(CountRecord* record, std::uint64_t hash) OV_REQUIRES(mutex_);
+        void growTable() OV_REQUIRES(mutex_);
+        CountRecord* takeFree() OV_REQUIRES(mutex_);
+        void appendFree(CountRecord* record) OV_REQUIRES(mutex_);
+        void addSlab() OV_REQUIRES(mutex_);
 
-        std::mutex mutex_;
-        std::vector<CountRecord*> buckets_ = std::vector<CountRecord*>(firstBuckets, nullptr);
-        std::size_t mapped_ = 0;
-        CountRecord* firstFree_ = nullptr;
-        CountRecord* lastFree_ = nullptr;
-        std::vector<std::unique_ptr<std::array<Slot, recordsInSlab>>> slabs_;
+        refhost::Mutex mutex_;
+        std::vector<CountRecord*> buckets_ OV_GUARDED_BY(mutex_) = std::vector<CountRecord*>(firstBuckets,
+                                                                                             nullptr);
+        std::size_t mapped_ OV_GUARDED_BY(mutex_) = 0;
+        CountRecord* firstFree_ OV_GUARDED_BY(mutex_) = nullptr;
+        CountRecord* lastFree_ OV_GUARDED_BY(mutex_) = nullptr;
+        std::vector<std::unique_ptr<std::array<Slot, recordsInSlab>>> slabs_ OV_GUARDED_BY(mutex_);
     };
 
     CountTable() = default;

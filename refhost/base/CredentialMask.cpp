@@ -4,10 +4,10 @@
 #include <array>
 #include <cctype>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "refhost/base/IgnoreCase.h"
+#include "refhost/base/Mutex.h"
 
 namespace refhost
 {
@@ -124,7 +124,7 @@ public:
 
     void add(std::string_view text)
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if (text.empty() || texts_->size() >= CredentialMask::maxHidden ||
             std::find(texts_->begin(), texts_->end(), text) != texts_->end())
         {
@@ -137,13 +137,14 @@ public:
 
     std::shared_ptr<const std::vector<std::string>> all() const
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         return texts_;
     }
 
 private:
-    mutable std::mutex mutex_;
-    std::shared_ptr<const std::vector<std::string>> texts_ = std::make_shared<std::vector<std::string>>();
+    mutable Mutex mutex_;
+    std::shared_ptr<const std::vector<std::string>> texts_ OV_GUARDED_BY(mutex_) =
+        std::make_shared<std::vector<std::string>>();
 };
 
 // The length of the text of `texts` that `rest` starts with, or 0.

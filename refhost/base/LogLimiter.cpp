@@ -16,7 +16,7 @@ bool LogLimiter::admit(Log::Level level, std::string_view kind, Clock::time_poin
     std::string name(kind);
     Kind counted;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         auto found = kinds_.find(kind);
         if (found == kinds_.end())
         {
@@ -45,7 +45,7 @@ void LogLimiter::report(Clock::time_point now)
 {
     std::vector<std::pair<std::string, Kind>> over;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         for (auto& [name, kind] : kinds_)
         {
             if (kind.leftOut > 0 && now - kind.since >= interval)

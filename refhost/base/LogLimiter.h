@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 
 #include "refhost/base/Log.h"
+#include "refhost/base/Mutex.h"
 
 namespace refhost
 {
@@ -48,8 +48,8 @@ private:
     void write(const std::string& kind, const Kind& counted);
 
     const Write write_;
-    std::mutex mutex_;
-    std::map<std::string, Kind, std::less<>> kinds_;
+    Mutex mutex_;
+    std::map<std::string, Kind, std::less<>> kinds_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

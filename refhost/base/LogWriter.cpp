@@ -7,12 +7,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <string_view>
 #include <thread>
 #include <utility>
+
+#include "refhost/base/ConditionVariable.h"
 
 namespace refhost
 {
@@ -24,7 +24,7 @@ struct LogWriter::State
     {
     }
 
-    bool idle() const
+    bool idle() const OV_REQUIRES(mutex)
     {
         return lines.empty() && !writing && lostCount == 0;
     }
@@ -34,22 +34,22 @@ struct LogWriter::State
 
     bool abandoned()
     {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const MutexLock guard(mutex);
         return stopping && std::chrono::steady_clock::now() >= giveUpAt;
     }
 
     const int descriptor;
     const std::function<std::string(std::size_t)> lost;
 
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<std::string> lines;
-    std::size_t bytes = 0;
-    std::size_t lostCount = 0;
-    bool writing = false;
-    bool stopping = false;
-    bool ended = false;
-    std::chrono::steady_clock::time_point giveUpAt;
+    Mutex mutex;
+    ConditionVariable changed;
+    std::deque<std::string> lines OV_GUARDED_BY(mutex);
+    std::size_t bytes OV_GUARDED_BY(mutex) = 0;
+    std::size_t lostCount OV_GUARDED_BY(mutex) = 0;
+    bool writing OV_GUARDED_BY(mutex) = false;
+    bool stopping OV_GUARDED_BY(mutex) = false;
+    bool ended OV_GUARDED_BY(mutex) = false;
+    std::chrono::steady_clock::time_point giveUpAt OV_GUARDED_BY(mutex);
 };
 
 void LogWriter::State::put(std::string_view text)
@@ -88,16 +88,18 @@ LogWriter::~LogWriter()
 {
     constexpr std::chrono::milliseconds patience(500);
     flush(patience);
-    std::unique_lock<std::mutex> guard(state_->mutex);
+    const MutexLock guard(state_->mutex);
     state_->stopping = true;
     state_->giveUpAt = std::chrono::steady_clock::now();
-    state_->changed.notify_all();
-    state_->changed.wait_for(guard, patience, [this] { return state_->ended; });
+    state_->changed.notifyAll();
+    while (!state_->ended && state_->changed.waitUntil(state_->mutex, state_->giveUpAt + patience))
+    {
+    }
 }
 
 void LogWriter::write(std::string line)
 {
-    const std::lock_guard<std::mutex> guard(state_->mutex);
+    const MutexLock guard(state_->mutex);
     // Once lines are lost the next ones are, too, until there is room for the report: a log without gaps
     // within.
     if (state_->lostCount > 0 || state_->lines.size() >= maxLines || state_->bytes + line.size() > maxBytes)
@@ -107,22 +109,29 @@ void LogWriter::write(std::string line)
     }
     state_->bytes += line.size();
     state_->lines.push_back(std::move(line));
-    state_->changed.notify_all();
+    state_->changed.notifyAll();
 }
 
 bool LogWriter::flush(std::chrono::milliseconds deadline)
 {
-    std::unique_lock<std::mutex> guard(state_->mutex);
-    return state_->changed.wait_for(guard, deadline, [this] { return state_->idle(); });
+    const auto until = std::chrono::steady_clock::now() + deadline;
+    const MutexLock guard(state_->mutex);
+    while (!state_->idle() && state_->changed.waitUntil(state_->mutex, until))
+    {
+    }
+    return state_->idle();
 }
 
 void LogWriter::run(const std::shared_ptr<State>& state)
 {
     pthread_setname_np(pthread_self(), "log");
-    std::unique_lock<std::mutex> guard(state->mutex);
+    const MutexLock guard(state->mutex);
     while (true)
     {
-        state->changed.wait(guard, [&] { return state->stopping || !state->idle(); });
+        while (!state->stopping && state->idle())
+        {
+            state->changed.wait(state->mutex);
+        }
         if (state->lines.empty() && state->lostCount == 0)
         {
             break;
@@ -140,14 +149,15 @@ void LogWriter::run(const std::shared_ptr<State>& state)
             lostCount = std::exchange(state->lostCount, 0);
         }
         state->writing = true;
-        guard.unlock();
-        state->put(lostCount > 0 ? state->lost(lostCount) : line);
-        guard.lock();
+        {
+            const MutexUnlock unguarded(state->mutex);
+            state->put(lostCount > 0 ? state->lost(lostCount) : line);
+        }
         state->writing = false;
-        state->changed.notify_all();
+        state->changed.notifyAll();
     }
     state->ended = true;
-    state->changed.notify_all();
+    state->changed.notifyAll();
 }
 
 }  // namespace refhost

@@ -8,10 +8,10 @@ extern "C"
 }
 
 #include <chrono>
-#include <mutex>
 #include <string_view>
 
 #include "refhost/base/Log.h"
+#include "refhost/base/Mutex.h"
 
 namespace refhost
 {
@@ -32,7 +32,7 @@ public:
 
     bool take()
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto now = std::chrono::steady_clock::now();
         if (now - windowStart_ >= std::chrono::seconds(1))
         {
@@ -56,10 +56,10 @@ public:
 private:
     static constexpr int linesPerSecond = 20;
 
-    std::mutex mutex_;
-    std::chrono::steady_clock::time_point windowStart_;
-    int used_ = 0;
-    int leftOut_ = 0;
+    Mutex mutex_;
+    std::chrono::steady_clock::time_point windowStart_ OV_GUARDED_BY(mutex_);
+    int used_ OV_GUARDED_BY(mutex_) = 0;
+    int leftOut_ OV_GUARDED_BY(mutex_) = 0;
 };
 
 void write(Log::Level level, std::string_view source, std::string_view message)

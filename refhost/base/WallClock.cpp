@@ -49,7 +49,7 @@ WallClock::Mapping WallClock::mapping()
     std::int64_t steppedFromNs = 0;
     Mapping found;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         const std::int64_t nowNs = clock_.monotonicNs();
         if (!followedNs_ || nowNs - *followedNs_ >= followPauseNs)
         {

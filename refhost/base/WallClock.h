@@ -2,9 +2,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/base/Times.h"
 
 namespace refhost
@@ -74,12 +74,13 @@ private:
     };
 
     Reading read() const;
-    std::int64_t follow(const Reading& reading);
+    std::int64_t follow(const Reading& reading) OV_REQUIRES(mutex_);
 
     const HostClock& clock_;
-    std::mutex mutex_;
-    std::optional<std::int64_t> followedNs_;  ///< monotonic clock when the mapping last followed
-    Mapping mapping_;
+    Mutex mutex_;
+    std::optional<std::int64_t> followedNs_
+        OV_GUARDED_BY(mutex_);  ///< monotonic clock when the mapping last followed
+    Mapping mapping_ OV_GUARDED_BY(mutex_);
     std::atomic<std::uint32_t> steps_{0};  ///< written under the lock
 };
 

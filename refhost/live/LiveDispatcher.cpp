@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
 #include "refhost/base/Decimal.h"
 #include "refhost/base/HostStatus.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/live/LiveSession.h"
 #include "refhost/live/SessionShards.h"
 
@@ -45,7 +45,7 @@ struct LiveDispatcher::Impl
     std::shared_ptr<LiveSession> find(const std::string& sessionId)
     {
         Sessions::Shard& shard = sessions.of(sessionId);
-        const std::lock_guard<std::mutex> guard(shard.mutex);
+        const MutexLock guard(shard.mutex);
         const auto found = shard.entries.find(sessionId);
         return found == shard.entries.end() ? nullptr : found->second.session;
     }
@@ -53,7 +53,7 @@ struct LiveDispatcher::Impl
     std::shared_ptr<LiveSession> addTrack(const std::string& sessionId)
     {
         Sessions::Shard& shard = sessions.of(sessionId);
-        const std::lock_guard<std::mutex> guard(shard.mutex);
+        const MutexLock guard(shard.mutex);
         Entry& entry = shard.entries[sessionId];
         if (!entry.session)
         {
@@ -67,7 +67,7 @@ struct LiveDispatcher::Impl
     void removeTrack(const std::string& sessionId)
     {
         Sessions::Shard& shard = sessions.of(sessionId);
-        const std::lock_guard<std::mutex> guard(shard.mutex);
+        const MutexLock guard(shard.mutex);
         const auto found = shard.entries.find(sessionId);
         tracks.fetch_sub(1, std::memory_order_relaxed);
         if (--found->second.tracks == 0)

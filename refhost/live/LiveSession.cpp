@@ -9,7 +9,7 @@ namespace refhost
 
 LiveSession::Lock::Lock(LiveSession& session) : session_(session)
 {
-    session_.mutex_.lock();
+    session.mutex_.lock();
 }
 
 LiveSession::Lock::~Lock()
@@ -171,7 +171,7 @@ void LiveSession::pump(const FreshUnit* fresh)
     do
     {
         wanted_.exchange(true);
-        if (!mutex_.try_lock())
+        if (!mutex_.tryLock())
         {
             return;
         }

@@ -3,10 +3,10 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/live/LiveTrack.h"
 #include "refhost/live/TrackSender.h"
 #include "refhost/rtp/RtcpWriter.h"
@@ -51,11 +51,11 @@ public:
     void pump(const FreshUnit* fresh);
 
     /// Takes the lock and, when it is given back, does the work that was left to this thread.
-    class Lock
+    class OV_SCOPED_CAPABILITY Lock
     {
     public:
-        explicit Lock(LiveSession& session);
-        ~Lock();
+        explicit Lock(LiveSession& session) OV_ACQUIRE(session.mutex_);
+        ~Lock() OV_RELEASE();
         Lock(const Lock&) = delete;
         Lock& operator=(const Lock&) = delete;
 
@@ -66,16 +66,16 @@ public:
 private:
     using Senders = std::vector<std::shared_ptr<TrackSender>>;
 
-    Senders::iterator placeOf(const std::string& streamKey, const std::string& trackId);
-    Senders::iterator find(const std::string& streamKey, const std::string& trackId);
-    TrackSender* find(const std::string& trackId);
-    TrackSender* videoSenderOf(const TrackSender& sender);
-    void pumpLocked(const FreshUnit* fresh);
+    Senders::iterator placeOf(const std::string& streamKey, const std::string& trackId) OV_REQUIRES(mutex_);
+    Senders::iterator find(const std::string& streamKey, const std::string& trackId) OV_REQUIRES(mutex_);
+    TrackSender* find(const std::string& trackId) OV_REQUIRES(mutex_);
+    TrackSender* videoSenderOf(const TrackSender& sender) OV_REQUIRES(mutex_);
+    void pumpLocked(const FreshUnit* fresh) OV_REQUIRES(mutex_);
 
-    std::mutex mutex_;
+    Mutex mutex_;
     std::atomic<bool> wanted_{false};
     const RtcpWriter::Name name_;
-    Senders senders_;  // video first; those of endTrack() too
+    Senders senders_ OV_GUARDED_BY(mutex_);  // video first; those of endTrack() too
 };
 
 }  // namespace refhost

@@ -1,10 +1,10 @@
 #include "refhost/live/LiveSessionDispatcher.h"
 
 #include <atomic>
-#include <mutex>
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/live/LiveSession.h"
 #include "refhost/live/SessionShards.h"
@@ -27,7 +27,7 @@ struct LiveSessionDispatcher::Impl
     Entry find(const std::string& sessionId)
     {
         Sessions::Shard& shard = sessions.of(sessionId);
-        const std::lock_guard<std::mutex> guard(shard.mutex);
+        const MutexLock guard(shard.mutex);
         const auto found = shard.entries.find(sessionId);
         return found == shard.entries.end() ? Entry() : found->second;
     }
@@ -36,7 +36,7 @@ struct LiveSessionDispatcher::Impl
     bool insert(const std::string& sessionId, Entry entry)
     {
         Sessions::Shard& shard = sessions.of(sessionId);
-        const std::lock_guard<std::mutex> guard(shard.mutex);
+        const MutexLock guard(shard.mutex);
         const bool fresh = shard.entries.emplace(sessionId, std::move(entry)).second;
         count.fetch_add(fresh ? 1 : 0, std::memory_order_relaxed);
         return fresh;
@@ -50,7 +50,7 @@ struct LiveSessionDispatcher::Impl
         }
         {
             Sessions::Shard& shard = sessions.of(sessionId);
-            const std::lock_guard<std::mutex> guard(shard.mutex);
+            const MutexLock guard(shard.mutex);
             const auto found = shard.entries.find(sessionId);
             if (found != shard.entries.end() && found->second.session == entry.session)
             {

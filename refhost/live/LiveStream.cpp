@@ -12,7 +12,7 @@ LiveStream::LiveStream(const std::shared_ptr<StreamSource>& source, const LiveSe
 
 std::shared_ptr<LiveTrack> LiveStream::use(const std::string& trackId, bool video, int payloadSize)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     for (Tap& tap : taps_)
     {
         if (tap.trackId == trackId && tap.payloadSize == payloadSize)
@@ -32,7 +32,7 @@ std::shared_ptr<LiveTrack> LiveStream::use(const std::string& trackId, bool vide
 
 void LiveStream::leave(const LiveTrack& track)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto own = std::find_if(taps_.begin(), taps_.end(),
                                   [&track](const Tap& tap) { return tap.track.get() == &track; });
     if (own == taps_.end() || --own->users > 0)

@@ -2,10 +2,10 @@
 // Tested by tests/refhost/live/LiveDispatcher_test.cpp.
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/live/LiveSettings.h"
 #include "refhost/live/LiveTrack.h"
 #include "refhost/media/StreamSource.h"
@@ -51,8 +51,8 @@ private:
     const std::weak_ptr<StreamSource> source_;
     const LiveSettings settings_;
     const std::shared_ptr<StreamPast> past_ = std::make_shared<StreamPast>();
-    std::mutex mutex_;
-    std::vector<Tap> taps_;
+    Mutex mutex_;
+    std::vector<Tap> taps_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

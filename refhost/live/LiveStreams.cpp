@@ -11,7 +11,7 @@ LiveStreams::LiveStreams(const LiveSettings& settings) : settings_(settings) {}
 
 void LiveStreams::configure(const LiveSettings& settings, Starts starts)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     settings_ = settings;
     starts_ = std::move(starts);
 }
@@ -24,7 +24,7 @@ std::shared_ptr<LiveStream> LiveStreams::find(int cameraId, int streamId)
     {
         return nullptr;
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     std::shared_ptr<LiveStream>& stream = streams_[key(cameraId, streamId)];
     // Another source under the same key: the device was set up again.
     if (!stream || stream->source() != source)

@@ -2,10 +2,10 @@
 // Tested by tests/refhost/live/LiveDispatcher_test.cpp.
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/live/LiveSettings.h"
 #include "refhost/live/LiveStream.h"
 
@@ -32,10 +32,10 @@ public:
     static std::string key(int cameraId, int streamId);
 
 private:
-    std::mutex mutex_;
-    LiveSettings settings_;
-    Starts starts_;
-    std::unordered_map<std::string, std::shared_ptr<LiveStream>> streams_;
+    Mutex mutex_;
+    LiveSettings settings_ OV_GUARDED_BY(mutex_);
+    Starts starts_ OV_GUARDED_BY(mutex_);
+    std::unordered_map<std::string, std::shared_ptr<LiveStream>> streams_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -49,7 +49,7 @@ void LiveTrack::onDiscontinuity()
 {
     std::deque<Entry> old;
     {
-        const std::lock_guard<std::mutex> guard(ringMutex_);
+        const MutexLock guard(ringMutex_);
         old.swap(ring_);
         ringBytes_ = 0;
         startable_ = false;
@@ -67,19 +67,19 @@ void LiveTrack::onDiscontinuity()
 
 LiveTrack::View LiveTrack::look(std::uint64_t index) const
 {
-    const std::lock_guard<std::mutex> guard(ringMutex_);
+    const MutexLock guard(ringMutex_);
     return {base_, head_.load(std::memory_order_relaxed), start_, startable_, found(index)};
 }
 
 LiveTrack::Found LiveTrack::newestStart() const
 {
-    const std::lock_guard<std::mutex> guard(ringMutex_);
+    const MutexLock guard(ringMutex_);
     return startable_ ? found(start_) : Found();
 }
 
 LiveTrack::Found LiveTrack::firstSince(MonotonicTime capture, std::uint64_t earliest) const
 {
-    const std::lock_guard<std::mutex> guard(ringMutex_);
+    const MutexLock guard(ringMutex_);
     const auto begin = ring_.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(
                                            earliest > base_ ? earliest - base_ : 0, ring_.size()));
     const auto at = std::lower_bound(begin, ring_.end(), capture,
@@ -90,7 +90,7 @@ LiveTrack::Found LiveTrack::firstSince(MonotonicTime capture, std::uint64_t earl
 
 void LiveTrack::join(std::shared_ptr<LiveSession> session, SubscriberSlot& slot)
 {
-    const std::lock_guard<std::mutex> guard(membersMutex_);
+    const MutexLock guard(membersMutex_);
     slot = members_.size();
     members_.push_back({std::move(session), &slot});
     membersChanged_.store(true, std::memory_order_release);
@@ -99,7 +99,7 @@ void LiveTrack::join(std::shared_ptr<LiveSession> session, SubscriberSlot& slot)
 void LiveTrack::leave(SubscriberSlot& slot)
 {
     Member gone;
-    const std::lock_guard<std::mutex> guard(membersMutex_);
+    const MutexLock guard(membersMutex_);
     gone = std::move(members_[slot]);
     if (slot + 1 < members_.size())
     {
@@ -113,13 +113,13 @@ void LiveTrack::leave(SubscriberSlot& slot)
 
 std::size_t LiveTrack::viewers() const
 {
-    const std::lock_guard<std::mutex> guard(membersMutex_);
+    const MutexLock guard(membersMutex_);
     return members_.size();
 }
 
 std::uint64_t LiveTrack::push(AccessUnitPtr unit, std::uint32_t& epoch)
 {
-    const std::lock_guard<std::mutex> guard(ringMutex_);
+    const MutexLock guard(ringMutex_);
     const std::uint64_t index = head_.load(std::memory_order_relaxed);
     if (unit->keyFrame || !video_)
     {
@@ -174,7 +174,7 @@ void LiveTrack::refreshSubscribers()
     {
         return;
     }
-    const std::lock_guard<std::mutex> guard(membersMutex_);
+    const MutexLock guard(membersMutex_);
     membersChanged_.store(false, std::memory_order_relaxed);
     subscribers_.clear();
     for (const Member& member : members_)

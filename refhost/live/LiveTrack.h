@@ -6,9 +6,9 @@
 #include <deque>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/live/LiveSettings.h"
 #include "refhost/media/AccessUnit.h"
 
@@ -107,27 +107,27 @@ private:
     };
 
     std::uint64_t push(AccessUnitPtr unit, std::uint32_t& epoch);
-    void trim();
-    void popFront();
+    void trim() OV_REQUIRES(ringMutex_);
+    void popFront() OV_REQUIRES(ringMutex_);
     void refreshSubscribers();
-    Found found(std::uint64_t index) const;
+    Found found(std::uint64_t index) const OV_REQUIRES(ringMutex_);
 
     const bool video_;
     const std::shared_ptr<StreamPast> past_;
     const LiveSettings settings_;
 
-    mutable std::mutex ringMutex_;
-    std::deque<Entry> ring_;
-    std::size_t ringBytes_ = 0;
-    std::uint64_t base_ = 0;
-    std::uint64_t start_ = 0;     // newest unit to start from
-    std::uint64_t previous_ = 0;  // the one before
-    bool startable_ = false;
-    std::uint32_t epoch_ = 0;
+    mutable Mutex ringMutex_;
+    std::deque<Entry> ring_ OV_GUARDED_BY(ringMutex_);
+    std::size_t ringBytes_ OV_GUARDED_BY(ringMutex_) = 0;
+    std::uint64_t base_ OV_GUARDED_BY(ringMutex_) = 0;
+    std::uint64_t start_ OV_GUARDED_BY(ringMutex_) = 0;     // newest unit to start from
+    std::uint64_t previous_ OV_GUARDED_BY(ringMutex_) = 0;  // the one before
+    bool startable_ OV_GUARDED_BY(ringMutex_) = false;
+    std::uint32_t epoch_ OV_GUARDED_BY(ringMutex_) = 0;
     std::atomic<std::uint64_t> head_{0};  // written under the lock
 
-    mutable std::mutex membersMutex_;
-    std::vector<Member> members_;
+    mutable Mutex membersMutex_;
+    std::vector<Member> members_ OV_GUARDED_BY(membersMutex_);
     std::atomic<bool> membersChanged_{false};                // written under the lock
     std::vector<std::shared_ptr<LiveSession>> subscribers_;  // the source's thread's copy of members_
 };

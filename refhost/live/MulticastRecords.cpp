@@ -11,14 +11,14 @@ MulticastRecords& MulticastRecords::instance()
 
 bool MulticastRecords::has(const std::string& multicastSessionId) const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return records_.count(multicastSessionId) != 0;
 }
 
 bool MulticastRecords::find(const std::string& multicastSessionId,
                             SafePointer<MulticastSessionParameter>& out) const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = records_.find(multicastSessionId);
     if (found == records_.end())
     {
@@ -31,7 +31,7 @@ bool MulticastRecords::find(const std::string& multicastSessionId,
 void MulticastRecords::store(const SafePointer<MulticastSessionParameter>& record)
 {
     const std::string id = record->getMulticastSessionId();
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto [place, fresh] = records_.emplace(id, record);
     if (!fresh)
     {
@@ -41,13 +41,13 @@ void MulticastRecords::store(const SafePointer<MulticastSessionParameter>& recor
 
 void MulticastRecords::erase(const std::string& multicastSessionId)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     records_.erase(multicastSessionId);
 }
 
 std::string MulticastRecords::sessionOf(const std::string& memberSessionId) const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     for (const auto& [id, record] : records_)
     {
         if (record->findMemberSession(memberSessionId))

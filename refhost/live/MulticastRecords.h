@@ -1,10 +1,10 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <string>
 
 #include "hostapi/live/MulticastSessionParameter.h"
+#include "refhost/base/Mutex.h"
 #include "support/SafePointer.h"
 
 namespace refhost
@@ -30,8 +30,8 @@ public:
     std::string sessionOf(const std::string& memberSessionId) const;
 
 private:
-    mutable std::mutex mutex_;
-    std::map<std::string, SafePointer<MulticastSessionParameter>> records_;
+    mutable Mutex mutex_;
+    std::map<std::string, SafePointer<MulticastSessionParameter>> records_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -3,9 +3,10 @@
 
 #include <array>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <unordered_map>
+
+#include "refhost/base/Mutex.h"
 
 namespace refhost
 {
@@ -18,8 +19,8 @@ public:
     /// Guarded by its own mutex, which the user takes.
     struct Shard
     {
-        std::mutex mutex;
-        std::unordered_map<std::string, Entry> entries;
+        Mutex mutex;
+        std::unordered_map<std::string, Entry> entries OV_GUARDED_BY(mutex);
     };
 
     /// The shard of an id, whether there is such a session or not.

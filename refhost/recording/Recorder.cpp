@@ -66,7 +66,7 @@ void Recorder::onEncodedUnit(const EncodedUnitPtr& unit)
     const auto takeIt = [this, unit]
     {
         take(unit);
-        const std::lock_guard<std::mutex> guard(inletMutex_);
+        const MutexLock guard(inletMutex_);
         queued_ -= unit->bytes.size();
     };
     queue_.post(takeIt);
@@ -79,7 +79,7 @@ void Recorder::onDiscontinuity()
 
 bool Recorder::admits(std::size_t bytes)
 {
-    const std::lock_guard<std::mutex> guard(inletMutex_);
+    const MutexLock guard(inletMutex_);
     if (skipping_ && queued_ > options_.maxQueued / 4)
     {
         return false;

@@ -3,12 +3,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "refhost/base/HostClock.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/media/EncodedUnit.h"
 #include "refhost/media/StreamSource.h"
 #include "refhost/recording/LogPause.h"
@@ -102,10 +102,10 @@ private:
     const Options options_;
     const Hooks hooks_;
 
-    std::mutex inletMutex_;
-    std::size_t queued_ = 0;  ///< bytes that wait for the disk
-    bool skipping_ = false;   ///< until the disk has caught up
-    bool slownessReported_ = false;
+    Mutex inletMutex_;
+    std::size_t queued_ OV_GUARDED_BY(inletMutex_) = 0;  ///< bytes that wait for the disk
+    bool skipping_ OV_GUARDED_BY(inletMutex_) = false;   ///< until the disk has caught up
+    bool slownessReported_ OV_GUARDED_BY(inletMutex_) = false;
 
     // Used on the recorder's thread only.
     SegmentCutter cutter_;

@@ -166,6 +166,7 @@ RecordingIndex::~RecordingIndex() = default;
 
 bool RecordingIndex::openWriting(std::string& error)
 {
+    const MutexLock guard(writingMutex_);
     IndexFile::restrictAccess(directory_);
     writing_.database =
         SqliteDatabase::open(IndexFile::pathIn(directory_), SqliteDatabase::Access::write, error);
@@ -201,6 +202,7 @@ bool RecordingIndex::openWriting(std::string& error)
 
 bool RecordingIndex::openReading(std::string& error)
 {
+    const MutexLock guard(readingMutex_);
     reading_.database =
         SqliteDatabase::open(IndexFile::pathIn(directory_), SqliteDatabase::Access::read, error);
     if (!reading_.database)
@@ -275,7 +277,7 @@ std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, st
         const std::int64_t afterNs =
             *epoch == after.epoch ? after.beginNs : std::numeric_limits<std::int64_t>::min();
         std::vector<RecordedSegment> ofEpoch =
-            segments(reading_.find, cameraId, streamId, *epoch, beginNs, endNs, afterNs, max);
+            segments(&Reading::find, cameraId, streamId, *epoch, beginNs, endNs, afterNs, max);
         max -= max < 0 ? 0 : static_cast<int>(ofEpoch.size());
         std::move(ofEpoch.begin(), ofEpoch.end(), std::back_inserter(found));
     }
@@ -284,7 +286,7 @@ std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, st
 
 std::optional<int> RecordingIndex::epochAfter(int cameraId, int streamId, int epoch) const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.epochAfter, cameraId, streamId, epoch);
     const bool found = query.next() && !query.isNull(0);
     readable_ = query.succeeded();
@@ -317,7 +319,7 @@ std::vector<RecordedStream> RecordingIndex::streams() const
 
 std::optional<RecordedStream> RecordingIndex::streamAfter(const RecordedStream& stream) const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.streamAfter, stream.cameraId, stream.streamId);
     const bool found = query.next();
     readable_ = query.succeeded();
@@ -332,7 +334,7 @@ std::vector<RecordedInterval> RecordingIndex::recordings(int cameraId, int strea
 {
     std::vector<RecordedInterval> intervals;
     int epoch = 0;
-    for (const RecordedSegment& segment : segments(reading_.ofStream, cameraId, streamId))
+    for (const RecordedSegment& segment : segments(&Reading::ofStream, cameraId, streamId))
     {
         const bool other = std::exchange(epoch, segment.epoch) != segment.epoch;
         if (intervals.empty() || other || segment.beginNs > intervals.back().endNs + shortestGapNs)
@@ -351,18 +353,18 @@ std::vector<RecordedInterval> RecordingIndex::recordings(int cameraId, int strea
 
 std::vector<RecordedSegment> RecordingIndex::all() const
 {
-    return segments(reading_.all);
+    return segments(&Reading::all);
 }
 
 std::vector<RecordedSegment> RecordingIndex::unclosed() const
 {
-    return segments(reading_.unclosed);
+    return segments(&Reading::unclosed);
 }
 
 std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::int64_t>& besides,
                                                             std::int64_t sinceNs) const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.oldestClosed, sinceNs);
     return firstOf(query, besides);
 }
@@ -370,7 +372,7 @@ std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::
 std::optional<RecordedSegment> RecordingIndex::firstBefore(std::int64_t beforeNs,
                                                            const std::set<std::int64_t>& besides) const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.firstBefore, beforeNs);
     return firstOf(query, besides);
 }
@@ -390,28 +392,28 @@ std::optional<RecordedSegment> RecordingIndex::firstOf(SqliteQuery& query,
 
 std::optional<std::int64_t> RecordingIndex::beginAfter(std::int64_t id, std::int64_t sinceNs) const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.beginAfter, id, sinceNs);
     return query.next() ? std::make_optional(query.number(0)) : std::nullopt;
 }
 
 std::optional<std::int64_t> RecordingIndex::newestBegin() const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.newestBegin);
     return query.next() ? std::make_optional(query.number(0)) : std::nullopt;
 }
 
 std::int64_t RecordingIndex::count() const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.count);
     return query.next() ? query.number(0) : 0;
 }
 
 std::int64_t RecordingIndex::totalBytes() const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.totalBytes);
     return query.next() ? query.number(0) : 0;
 }
@@ -423,14 +425,14 @@ std::string RecordingIndex::inside(const std::string& path) const
 
 bool RecordingIndex::has(const std::string& path) const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.has, inside(path));
     return query.next();
 }
 
 std::optional<std::int64_t> RecordingIndex::add(const RecordedSegment& segment)
 {
-    const std::lock_guard<std::mutex> guard(writingMutex_);
+    const MutexLock guard(writingMutex_);
     if (!write(writing_.add, segment))
     {
         return std::nullopt;
@@ -440,47 +442,47 @@ std::optional<std::int64_t> RecordingIndex::add(const RecordedSegment& segment)
 
 bool RecordingIndex::enter(const RecordedSegment& segment)
 {
-    const std::lock_guard<std::mutex> guard(writingMutex_);
+    const MutexLock guard(writingMutex_);
     return write(writing_.enter, segment);
 }
 
 bool RecordingIndex::removePath(const std::string& path)
 {
-    const std::lock_guard<std::mutex> guard(writingMutex_);
+    const MutexLock guard(writingMutex_);
     return write(writing_.removePath, inside(path));
 }
 
 bool RecordingIndex::close(std::int64_t id, std::int64_t durationNs, std::int64_t bytes)
 {
-    const std::lock_guard<std::mutex> guard(writingMutex_);
+    const MutexLock guard(writingMutex_);
     return write(writing_.close, durationNs, bytes, id);
 }
 
 bool RecordingIndex::remove(std::int64_t id)
 {
-    const std::lock_guard<std::mutex> guard(writingMutex_);
+    const MutexLock guard(writingMutex_);
     return write(writing_.remove, id);
 }
 
 bool RecordingIndex::foundDiskFull() const
 {
-    const std::lock_guard<std::mutex> guard(writingMutex_);
+    const MutexLock guard(writingMutex_);
     return full_;
 }
 
 std::string RecordingIndex::lastError() const
 {
-    const std::lock_guard<std::mutex> guard(writingMutex_);
+    const MutexLock guard(writingMutex_);
     return error_;
 }
 
 template <typename... Parameters>
-std::vector<RecordedSegment> RecordingIndex::segments(const SqliteDatabase::Statement& statement,
+std::vector<RecordedSegment> RecordingIndex::segments(SqliteDatabase::Statement Reading::*statement,
                                                       const Parameters&... parameters) const
 {
-    const std::lock_guard<std::mutex> guard(readingMutex_);
+    const MutexLock guard(readingMutex_);
     std::vector<RecordedSegment> found;
-    SqliteQuery query(*statement, parameters...);
+    SqliteQuery query(*(reading_.*statement), parameters...);
     while (query.next())
     {
         if (staysInside(query.text(pathColumn)))

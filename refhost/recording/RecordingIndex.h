@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/recording/RecordedSegment.h"
 #include "refhost/recording/SqliteDatabase.h"
 
@@ -165,22 +165,24 @@ private:
     std::string inside(const std::string& path) const;
 
     template <typename... Parameters>
-    std::vector<RecordedSegment> segments(const SqliteDatabase::Statement& statement,
+    std::vector<RecordedSegment> segments(SqliteDatabase::Statement Reading::*statement,
                                           const Parameters&... parameters) const;
-    bool write(const SqliteDatabase::Statement& statement, const RecordedSegment& segment);
+    bool write(const SqliteDatabase::Statement& statement, const RecordedSegment& segment)
+        OV_REQUIRES(writingMutex_);
     template <typename... Parameters>
-    bool write(const SqliteDatabase::Statement& statement, const Parameters&... parameters);
+    bool write(const SqliteDatabase::Statement& statement, const Parameters&... parameters)
+        OV_REQUIRES(writingMutex_);
 
     const std::string directory_;
     std::atomic<bool> complete_{true};
     mutable std::atomic<bool> readable_{true};
-    mutable std::mutex writingMutex_;
-    Writing writing_;
-    std::string error_;
-    bool full_ = false;
-    mutable std::mutex readingMutex_;
+    mutable Mutex writingMutex_;
+    Writing writing_ OV_GUARDED_BY(writingMutex_);
+    std::string error_ OV_GUARDED_BY(writingMutex_);
+    bool full_ OV_GUARDED_BY(writingMutex_) = false;
+    mutable Mutex readingMutex_;
     /// Ends before the writing one, which brings everything into one file when it ends as the last.
-    Reading reading_;
+    Reading reading_ OV_GUARDED_BY(readingMutex_);
 };
 
 }  // namespace refhost

@@ -37,7 +37,7 @@ constexpr std::chrono::minutes reportPause{10};
 
 bool RecordingRoom::make(bool again)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     // Another stream's thread has just made some, or somebody else.
     if (!again && hasRoom())
     {

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/recording/SegmentLedger.h"
 
 namespace refhost
@@ -50,16 +50,16 @@ private:
 
     bool hasRoom() const;
     Wanted wanted() const;
-    void findOldest();
-    int removeOldest(const Wanted& wanted, bool alsoUsed);
+    void findOldest() OV_REQUIRES(mutex_);
+    int removeOldest(const Wanted& wanted, bool alsoUsed) OV_REQUIRES(mutex_);
     std::optional<std::int64_t> remove(const std::string& path);
-    void report(int removed);
+    void report(int removed) OV_REQUIRES(mutex_);
 
     SegmentLedger& ledger_;
-    std::mutex mutex_;
-    std::deque<Candidate> oldest_;  // found before; the oldest first
-    std::optional<std::chrono::steady_clock::time_point> reported_;
-    int unreported_ = 0;
+    Mutex mutex_;
+    std::deque<Candidate> oldest_ OV_GUARDED_BY(mutex_);  // found before; the oldest first
+    std::optional<std::chrono::steady_clock::time_point> reported_ OV_GUARDED_BY(mutex_);
+    int unreported_ OV_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace refhost

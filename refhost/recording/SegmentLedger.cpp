@@ -22,7 +22,7 @@ SegmentLedger::~SegmentLedger()
 
 void SegmentLedger::setIndex(std::shared_ptr<RecordingIndex> index)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     index_ = std::move(index);
     flushSoon(std::chrono::milliseconds(0));
 }
@@ -48,7 +48,7 @@ void SegmentLedger::remove(const std::string& path)
 
 void SegmentLedger::change(const std::string& path, const Item& item)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Item& known = items_[path];
     const std::uint64_t first = known.first;
     known = item;
@@ -60,20 +60,20 @@ void SegmentLedger::change(const std::string& path, const Item& item)
 
 bool SegmentLedger::isOpen(const std::string& path) const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto known = items_.find(path);
     return known != items_.end() && !known->second.segment.closed;
 }
 
 bool SegmentLedger::holds(const std::string& path) const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return items_.count(path) != 0;
 }
 
 std::size_t SegmentLedger::kept() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     std::size_t count = 0;
     for (const auto& [path, item] : items_)
     {
@@ -105,14 +105,14 @@ void SegmentLedger::flushSoon(std::chrono::milliseconds delay)
 void SegmentLedger::run()
 {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         flushPosted_ = false;
     }
     if (flush())
     {
         return;
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (index_ && !flushPosted_)
     {
         flushSoon(options_.retry);
@@ -121,10 +121,10 @@ void SegmentLedger::run()
 
 bool SegmentLedger::flush()
 {
-    const std::lock_guard<std::mutex> flushing(flushMutex_);
+    const MutexLock flushing(flushMutex_);
     std::shared_ptr<RecordingIndex> index;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         index = index_;
     }
     if (!index)
@@ -136,7 +136,7 @@ bool SegmentLedger::flush()
     bool forgotten = false;
     if (done)
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         forgotten = std::exchange(hasForgotten_, false);
     }
     if (forgotten && forgotten_)
@@ -150,7 +150,7 @@ bool SegmentLedger::flushTo(RecordingIndex& index)
 {
     std::vector<Item> changed;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         for (const auto& [path, item] : items_)
         {
             if (item.state != State::entered)
@@ -168,7 +168,7 @@ bool SegmentLedger::flushTo(RecordingIndex& index)
         {
             return false;
         }
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto known = items_.find(item.segment.path);
         if (known == items_.end() || known->second.version != item.version)
         {

@@ -6,9 +6,9 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/recording/RecordedSegment.h"
 #include "refhost/recording/RecordingIndex.h"
 #include "refhost/recording/SegmentWriter.h"
@@ -87,12 +87,12 @@ private:
     using Items = std::map<std::string, Item>;  // by path
 
     void change(const std::string& path, const Item& item);
-    void bound();
-    void flushSoon(std::chrono::milliseconds delay);
+    void bound() OV_REQUIRES(mutex_);
+    void flushSoon(std::chrono::milliseconds delay) OV_REQUIRES(mutex_);
     void run();
-    bool flushTo(RecordingIndex& index);
+    bool flushTo(RecordingIndex& index) OV_REQUIRES(flushMutex_) OV_EXCLUDES(mutex_);
     bool enter(RecordingIndex& index, const Item& item) const;
-    void report(bool entered, const std::string& why);
+    void report(bool entered, const std::string& why) OV_REQUIRES(flushMutex_);
 
     const std::string directory_;
     const Options options_;
@@ -100,15 +100,15 @@ private:
     SegmentWriter::MakeRoom makeRoom_;
 
     /// Held while the index is written to.
-    std::mutex flushMutex_;
-    bool failing_ = false;
+    Mutex flushMutex_;
+    bool failing_ OV_GUARDED_BY(flushMutex_) = false;
 
-    mutable std::mutex mutex_;
-    std::shared_ptr<RecordingIndex> index_;
-    Items items_;
-    std::uint64_t version_ = 0;
-    bool flushPosted_ = false;
-    bool hasForgotten_ = false;
+    mutable Mutex mutex_;
+    std::shared_ptr<RecordingIndex> index_ OV_GUARDED_BY(mutex_);
+    Items items_ OV_GUARDED_BY(mutex_);
+    std::uint64_t version_ OV_GUARDED_BY(mutex_) = 0;
+    bool flushPosted_ OV_GUARDED_BY(mutex_) = false;
+    bool hasForgotten_ OV_GUARDED_BY(mutex_) = false;
 
     /// Last: its thread uses everything above.
     TaskQueue queue_;

@@ -21,7 +21,7 @@ SharedOutput::~SharedOutput() = default;
 
 void SharedOutput::configure(const TalkSettings& settings)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     settings_ = settings;
     admitted_.clear();
     floor_ = std::make_unique<TalkFloor>(settings.policy, settings.silenceMs * 1'000'000);
@@ -30,13 +30,13 @@ void SharedOutput::configure(const TalkSettings& settings)
 
 TalkSettings SharedOutput::settings() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return settings_;
 }
 
 bool SharedOutput::admit(TalkSender sender)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const bool known = admitted_.count(sender) != 0;
     if ((!known && admitted_.size() >= settings_.maxTalkSenders) || !floor_->admit(sender))
     {
@@ -48,7 +48,7 @@ bool SharedOutput::admit(TalkSender sender)
 
 void SharedOutput::pause(TalkSender sender)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     floor_->pause(sender);
     if (mixer_)
     {
@@ -59,14 +59,14 @@ void SharedOutput::pause(TalkSender sender)
 void SharedOutput::leave(TalkSender sender)
 {
     pause(sender);
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     floor_->leave(sender);
     admitted_.erase(sender);
 }
 
 bool SharedOutput::claim(TalkSender sender, const std::string& name, std::int64_t nowNs)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const TalkSender before = floor_->owner();
     const bool heard = floor_->claim(sender, nowNs);
     if (floor_->owner() != before)
@@ -78,7 +78,7 @@ bool SharedOutput::claim(TalkSender sender, const std::string& name, std::int64_
 
 int SharedOutput::play(TalkSender sender, const std::vector<std::int16_t>& samples, IMediaPlayer& player)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!mixer_)
     {
         return give(player, samples);
@@ -89,7 +89,7 @@ int SharedOutput::play(TalkSender sender, const std::vector<std::int16_t>& sampl
 
 int SharedOutput::pump(IMediaPlayer& player, std::int64_t nowNs)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!mixer_)
     {
         return 0;

@@ -2,12 +2,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "hostapi/audio/IMediaPlayer.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/talkback/TalkFloor.h"
 #include "refhost/talkback/TalkMixer.h"
 #include "refhost/talkback/TalkSettings.h"
@@ -59,12 +59,12 @@ public:
 private:
     static int give(IMediaPlayer& player, const std::vector<std::int16_t>& samples);
 
-    mutable std::mutex mutex_;
-    TalkSettings settings_;
-    std::set<TalkSender> admitted_;  // at most settings_.maxTalkSenders
-    std::unique_ptr<TalkFloor> floor_;
-    std::unique_ptr<TalkMixer> mixer_;  // null where audios are not mixed
-    std::vector<std::int16_t> sum_;
+    mutable Mutex mutex_;
+    TalkSettings settings_ OV_GUARDED_BY(mutex_);
+    std::set<TalkSender> admitted_ OV_GUARDED_BY(mutex_);  // at most settings_.maxTalkSenders
+    std::unique_ptr<TalkFloor> floor_ OV_GUARDED_BY(mutex_);
+    std::unique_ptr<TalkMixer> mixer_ OV_GUARDED_BY(mutex_);  // null where audios are not mixed
+    std::vector<std::int16_t> sum_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

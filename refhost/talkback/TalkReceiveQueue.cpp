@@ -36,7 +36,7 @@ template <std::size_t room>
 void TalkReceiveQueue::put(Queue<room>& queue, const std::uint8_t* data, std::size_t size)
 {
     const std::int64_t nowNs = clock_.monotonicNs();
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!open_)
     {
         return;
@@ -66,7 +66,7 @@ bool TalkReceiveQueue::take(Queue<room>& queue, Packet& out)
     {
         return false;
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const std::size_t count = queue.count.load(std::memory_order_relaxed);
     if (count == 0)
     {
@@ -93,7 +93,7 @@ void TalkReceiveQueue::close()
 
 void TalkReceiveQueue::setOpen(bool open)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     open_ = open;
     rtp_.count.store(0, std::memory_order_relaxed);
     rtcp_.count.store(0, std::memory_order_relaxed);

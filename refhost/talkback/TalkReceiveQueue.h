@@ -4,10 +4,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include "refhost/base/HostClock.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/rtp/RtpTransport.h"
 
 namespace refhost
@@ -61,8 +61,9 @@ private:
     void setOpen(bool open);
 
     const HostClock& clock_;
-    std::mutex mutex_;
-    bool open_ = false;
+    Mutex mutex_;
+    bool open_ OV_GUARDED_BY(mutex_) = false;
+    // Their packets are read and written under the mutex; their counts are also read without.
     Queue<64> rtp_;
     Queue<8> rtcp_;
     std::atomic<std::uint64_t> overrun_{0};

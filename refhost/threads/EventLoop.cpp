@@ -10,15 +10,14 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <map>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "refhost/base/ConditionVariable.h"
 #include "refhost/base/Log.h"
 
 namespace refhost
@@ -122,16 +121,16 @@ struct EventLoop::Impl
     ~Impl();
 
     void run();
-    void dispatch(const epoll_event* events, int count, std::unique_lock<std::mutex>& lock);
-    void runPosted(std::unique_lock<std::mutex>& lock);
-    void runTimers(std::unique_lock<std::mutex>& lock);
-    int timeUntilNext() const;
+    void dispatch(const epoll_event* events, int count) OV_REQUIRES(mutex);
+    void runPosted() OV_REQUIRES(mutex);
+    void runTimers() OV_REQUIRES(mutex);
+    int timeUntilNext() const OV_REQUIRES(mutex);
 
     template <class Call>
-    void guarded(const Call& call) const;
-    void finished();
-    void waitWhileRunning(const Watch* watch, std::unique_lock<std::mutex>& lock);
-    bool takeWakeUp();
+    void guarded(const Call& call) const OV_EXCLUDES(mutex);
+    void finished() OV_REQUIRES(mutex);
+    void waitWhileRunning(const Watch* watch) OV_REQUIRES(mutex);
+    bool takeWakeUp() OV_REQUIRES(mutex);
     void wake() const;
     bool isOwnThread() const;
 
@@ -139,16 +138,16 @@ struct EventLoop::Impl
     Descriptor epoll{::epoll_create1(EPOLL_CLOEXEC), "epoll_create1"};
     Descriptor wakeDescriptor{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd"};
 
-    std::mutex mutex;
-    std::condition_variable handlerEnded;
-    std::vector<std::shared_ptr<Watch>> watches;  // by descriptor
-    std::uint32_t lastSerial = 0;
-    std::vector<Task> posted;
-    std::multimap<Clock::time_point, Timer> timers;  // by when they are due
-    const Watch* running = nullptr;                  // whose handler runs now
-    int waiters = 0;                                 // for handlerEnded
-    bool asleep = false;                             // a change needs a wake-up to be seen
-    bool stopping = false;
+    Mutex mutex;
+    ConditionVariable handlerEnded;
+    std::vector<std::shared_ptr<Watch>> watches OV_GUARDED_BY(mutex);  // by descriptor
+    std::uint32_t lastSerial OV_GUARDED_BY(mutex) = 0;
+    std::vector<Task> posted OV_GUARDED_BY(mutex);
+    std::multimap<Clock::time_point, Timer> timers OV_GUARDED_BY(mutex);  // by when they are due
+    const Watch* running OV_GUARDED_BY(mutex) = nullptr;                  // whose handler runs now
+    int waiters OV_GUARDED_BY(mutex) = 0;                                 // for handlerEnded
+    bool asleep OV_GUARDED_BY(mutex) = false;  // a change needs a wake-up to be seen
+    bool stopping OV_GUARDED_BY(mutex) = false;
 
     std::vector<Task> batch;  // used on the loop's thread only; kept for its memory
     std::thread thread;
@@ -184,7 +183,7 @@ EventLoop::Impl::Impl(const std::string& loopName) : name(loopName.substr(0, max
 EventLoop::Impl::~Impl()
 {
     {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const MutexLock guard(mutex);
         stopping = true;
     }
     wake();
@@ -202,22 +201,24 @@ void EventLoop::Impl::run()
 {
     pthread_setname_np(pthread_self(), name.c_str());
     std::array<epoll_event, eventsAtOnce> events;
-    std::unique_lock<std::mutex> lock(mutex);
+    const MutexLock lock(mutex);
     while (!stopping)
     {
         const int timeout = timeUntilNext();
         asleep = timeout != 0;
-        lock.unlock();
-        const int count = ::epoll_wait(epoll.get(), events.data(), static_cast<int>(events.size()), timeout);
-        lock.lock();
+        int count = 0;
+        {
+            const MutexUnlock unlocked(mutex);
+            count = ::epoll_wait(epoll.get(), events.data(), static_cast<int>(events.size()), timeout);
+        }
         asleep = false;
-        dispatch(events.data(), count, lock);
-        runPosted(lock);
-        runTimers(lock);
+        dispatch(events.data(), count);
+        runPosted();
+        runTimers();
     }
 }
 
-void EventLoop::Impl::dispatch(const epoll_event* events, int count, std::unique_lock<std::mutex>& lock)
+void EventLoop::Impl::dispatch(const epoll_event* events, int count)
 {
     for (int i = 0; i < count && !stopping; ++i)
     {
@@ -239,15 +240,16 @@ void EventLoop::Impl::dispatch(const epoll_event* events, int count, std::unique
             continue;
         }
         running = watch.get();
-        lock.unlock();
-        guarded([&] { watch->handler(happened); });
-        watch.reset();
-        lock.lock();
+        {
+            const MutexUnlock unlocked(mutex);
+            guarded([&] { watch->handler(happened); });
+            watch.reset();
+        }
         finished();
     }
 }
 
-void EventLoop::Impl::runPosted(std::unique_lock<std::mutex>& lock)
+void EventLoop::Impl::runPosted()
 {
     if (posted.empty() || stopping)
     {
@@ -257,21 +259,21 @@ void EventLoop::Impl::runPosted(std::unique_lock<std::mutex>& lock)
     batch.swap(posted);
     for (Task& task : batch)
     {
-        lock.unlock();
-        guarded(task);
-        task = nullptr;
-        lock.lock();
+        {
+            const MutexUnlock unlocked(mutex);
+            guarded(task);
+            task = nullptr;
+        }
         if (stopping)
         {
             break;
         }
     }
-    lock.unlock();
+    const MutexUnlock unlocked(mutex);
     batch.clear();
-    lock.lock();
 }
 
-void EventLoop::Impl::runTimers(std::unique_lock<std::mutex>& lock)
+void EventLoop::Impl::runTimers()
 {
     if (timers.empty())
     {
@@ -285,9 +287,8 @@ void EventLoop::Impl::runTimers(std::unique_lock<std::mutex>& lock)
         node.key() += interval * ((now - node.key()) / interval + 1);
         // Only this thread takes timers out, and others leave it where it is.
         const Task& task = timers.insert(std::move(node))->second.task;
-        lock.unlock();
+        const MutexUnlock unlocked(mutex);
         guarded(task);
-        lock.lock();
     }
 }
 
@@ -328,18 +329,21 @@ void EventLoop::Impl::finished()
     running = nullptr;
     if (waiters > 0)
     {
-        handlerEnded.notify_all();
+        handlerEnded.notifyAll();
     }
 }
 
-void EventLoop::Impl::waitWhileRunning(const Watch* watch, std::unique_lock<std::mutex>& lock)
+void EventLoop::Impl::waitWhileRunning(const Watch* watch)
 {
     if (running != watch || isOwnThread())
     {
         return;
     }
     ++waiters;
-    handlerEnded.wait(lock, [&] { return running != watch; });
+    while (running == watch)
+    {
+        handlerEnded.wait(mutex);
+    }
     --waiters;
 }
 
@@ -368,7 +372,7 @@ EventLoop::~EventLoop() = default;
 void EventLoop::add(int descriptor, std::uint32_t events, IoHandler handler)
 {
     auto watch = std::make_shared<Impl::Watch>(Impl::Watch{0, events, std::move(handler)});
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     const std::size_t index = static_cast<std::size_t>(descriptor);
     watch->serial = ++impl_->lastSerial;
     epoll_event event{};
@@ -387,7 +391,7 @@ void EventLoop::add(int descriptor, std::uint32_t events, IoHandler handler)
 
 void EventLoop::modify(int descriptor, std::uint32_t events)
 {
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     const std::size_t index = static_cast<std::size_t>(descriptor);
     if (descriptor < 0 || index >= impl_->watches.size() || impl_->watches[index] == nullptr)
     {
@@ -408,7 +412,7 @@ void EventLoop::modify(int descriptor, std::uint32_t events)
 void EventLoop::remove(int descriptor)
 {
     std::shared_ptr<Impl::Watch> watch;  // outlives the lock: the handler's end may call back
-    std::unique_lock<std::mutex> lock(impl_->mutex);
+    const MutexLock lock(impl_->mutex);
     const std::size_t index = static_cast<std::size_t>(descriptor);
     if (descriptor < 0 || index >= impl_->watches.size() || impl_->watches[index] == nullptr)
     {
@@ -416,15 +420,14 @@ void EventLoop::remove(int descriptor)
     }
     watch.swap(impl_->watches[index]);
     ::epoll_ctl(impl_->epoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
-    impl_->waitWhileRunning(watch.get(), lock);
-    lock.unlock();
+    impl_->waitWhileRunning(watch.get());
 }
 
 void EventLoop::post(Task task)
 {
     bool wake = false;
     {
-        const std::lock_guard<std::mutex> guard(impl_->mutex);
+        const MutexLock guard(impl_->mutex);
         impl_->posted.push_back(std::move(task));
         wake = impl_->takeWakeUp();
     }
@@ -439,7 +442,7 @@ void EventLoop::every(milliseconds interval, Task task)
     const milliseconds period = std::max(interval, milliseconds(1));
     bool wake = false;
     {
-        const std::lock_guard<std::mutex> guard(impl_->mutex);
+        const MutexLock guard(impl_->mutex);
         const auto added = impl_->timers.emplace(Clock::now() + period, Impl::Timer{period, std::move(task)});
         wake = added == impl_->timers.begin() && impl_->takeWakeUp();
     }

@@ -3,11 +3,11 @@
 #include <pthread.h>
 
 #include <memory>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/threads/OVThreadState.h"
 
 namespace
@@ -50,9 +50,9 @@ struct GThread::Body
     }
 
     std::shared_ptr<Calls> calls;
-    std::mutex
-        control;  // one start() or stop() at a time; never taken on the own thread, which stop() waits for
-    std::thread thread;  // guarded by control
+    // One start() or stop() at a time; never taken on the own thread, which stop() waits for.
+    refhost::Mutex control;
+    std::thread thread OV_GUARDED_BY(control);
 };
 
 GThread::GThread(function<int> run, const std::string& name, function<int> before, function<int> after)
@@ -78,7 +78,7 @@ int GThread::start()
     {
         return 1;
     }
-    const std::lock_guard<std::mutex> guard(body_->control);
+    const refhost::MutexLock guard(body_->control);
     OVThread::State::Shared& shared = *state_->shared;
     if (body_->thread.joinable())
     {
@@ -110,7 +110,7 @@ void GThread::stop()
         state_->shared->endAsked.store(true, std::memory_order_release);
         return;
     }
-    const std::lock_guard<std::mutex> guard(body_->control);
+    const refhost::MutexLock guard(body_->control);
     state_->shared->endAsked.store(true, std::memory_order_release);
     if (body_->thread.joinable())
     {

@@ -19,10 +19,10 @@ TaskQueue::~TaskQueue()
 void TaskQueue::close()
 {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         stopping_ = true;
     }
-    wake_.notify_one();
+    wake_.notifyOne();
     if (thread_.joinable())
     {
         thread_.join();
@@ -32,7 +32,7 @@ void TaskQueue::close()
 void TaskQueue::post(Task task, Duration delay)
 {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if (stopping_)
         {
             return;
@@ -51,12 +51,12 @@ void TaskQueue::post(Task task, Duration delay)
             }
         }
     }
-    wake_.notify_one();
+    wake_.notifyOne();
 }
 
 void TaskQueue::start()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     makeThread();
 }
 
@@ -71,31 +71,30 @@ void TaskQueue::makeThread()
 
 std::size_t TaskQueue::size() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return tasks_.size();
 }
 
 void TaskQueue::run()
 {
-    std::unique_lock<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     while (!stopping_)
     {
         if (tasks_.empty())
         {
-            wake_.wait(guard);
+            wake_.wait(mutex_);
             continue;
         }
         std::optional<Task> task = tasks_.takeDue(HostClock::system().now());
         if (!task)
         {
-            wake_.wait_until(guard,
-                             std::chrono::steady_clock::time_point(tasks_.nextDue().time_since_epoch()));
+            wake_.waitUntil(mutex_,
+                            std::chrono::steady_clock::time_point(tasks_.nextDue().time_since_epoch()));
             continue;
         }
-        guard.unlock();
+        const MutexUnlock unguarded(mutex_);
         (*task)();
         task.reset();
-        guard.lock();
     }
 }
 

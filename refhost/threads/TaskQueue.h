@@ -1,11 +1,10 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <mutex>
 #include <thread>
 
+#include "refhost/base/ConditionVariable.h"
 #include "refhost/base/Times.h"
 #include "refhost/threads/DueQueue.h"
 
@@ -43,14 +42,14 @@ public:
 
 private:
     void run();
-    void makeThread();
+    void makeThread() OV_REQUIRES(mutex_);
 
-    mutable std::mutex mutex_;
-    std::condition_variable wake_;
-    DueQueue<Task> tasks_;
-    bool stopping_ = false;
+    mutable Mutex mutex_;
+    ConditionVariable wake_;
+    DueQueue<Task> tasks_ OV_GUARDED_BY(mutex_);
+    bool stopping_ OV_GUARDED_BY(mutex_) = false;
     std::thread thread_;
-    bool failureReported_ = false;
+    bool failureReported_ OV_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace refhost

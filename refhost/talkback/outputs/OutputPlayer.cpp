@@ -23,13 +23,13 @@ OutputPlayer::~OutputPlayer() noexcept(false)
 
 void OutputPlayer::setDeviceInfo(const DeviceInfoEx& info)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     deviceId_ = info.getDeviceID();
 }
 
 void OutputPlayer::setEncoderType(int type)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     encoderType_ = type;
 }
 
@@ -45,7 +45,7 @@ void OutputPlayer::tell(const std::string& problem)
 
 int OutputPlayer::open()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     output_->close();
     open_ = false;
     if (backsOff_)
@@ -74,7 +74,7 @@ int OutputPlayer::open()
 
 int OutputPlayer::play(const std::uint8_t* samples, std::size_t bytes)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!open_)
     {
         return statusPlayerUnusable;
@@ -123,7 +123,7 @@ void OutputPlayer::notePlayed(std::size_t frames)
 
 void OutputPlayer::close()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     output_->close();
     if (open_ && !flaps_)
     {

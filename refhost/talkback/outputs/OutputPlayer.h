@@ -1,11 +1,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "hostapi/audio/IMediaPlayer.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/talkback/outputs/AudioOutput.h"
 #include "refhost/talkback/outputs/PcmFormat.h"
 #include "refhost/talkback/outputs/PlayoutPacer.h"
@@ -37,23 +37,23 @@ public:
     void close() override;
 
 private:
-    void tell(const std::string& problem);
-    void noteFailure();
-    void notePlayed(std::size_t frames);
+    void tell(const std::string& problem) OV_REQUIRES(mutex_);
+    void noteFailure() OV_REQUIRES(mutex_);
+    void notePlayed(std::size_t frames) OV_REQUIRES(mutex_);
 
-    std::mutex mutex_;
-    const std::unique_ptr<AudioOutput> output_;
+    Mutex mutex_;
+    const std::unique_ptr<AudioOutput> output_ OV_PT_GUARDED_BY(mutex_);
     const PcmFormat format_;
     const int aheadMs_;
-    std::string deviceId_;
-    int encoderType_ = 0;
-    bool open_ = false;
-    std::string reported_;    // what went wrong last
-    std::size_t played_ = 0;  // frames since the opening
-    bool flaps_ = false;      // it failed soon after the last openings
-    bool backsOff_ = false;
-    std::unique_ptr<PlayoutPacer> pacer_;
-    std::vector<std::int16_t> piece_;
+    std::string deviceId_ OV_GUARDED_BY(mutex_);
+    int encoderType_ OV_GUARDED_BY(mutex_) = 0;
+    bool open_ OV_GUARDED_BY(mutex_) = false;
+    std::string reported_ OV_GUARDED_BY(mutex_);    // what went wrong last
+    std::size_t played_ OV_GUARDED_BY(mutex_) = 0;  // frames since the opening
+    bool flaps_ OV_GUARDED_BY(mutex_) = false;      // it failed soon after the last openings
+    bool backsOff_ OV_GUARDED_BY(mutex_) = false;
+    std::unique_ptr<PlayoutPacer> pacer_ OV_GUARDED_BY(mutex_);
+    std::vector<std::int16_t> piece_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost
