@@ -258,8 +258,8 @@ bool TalkSession::takeReport(const TalkReceiveQueue::Packet& packet)
         reception_->noteSenderReport(findings.reporter, findings.sentNtp, packet.arrivalNs);
     }
     // A BYE of some other source at the client's address is not the sender's.
-    const bool senders = !reception_->hasSource() || findings.reporter == reception_->source();
-    left_ = left_ || (findings.bye && senders);
+    const bool fromSender = !reception_->hasSource() || findings.reporter == reception_->source();
+    left_ = left_ || (findings.bye && fromSender);
     return true;
 }
 

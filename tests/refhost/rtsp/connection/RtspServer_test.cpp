@@ -176,12 +176,12 @@ TEST_F(RtspServerTest, AClientThatSaysNothingIsEndedAfterTheHandshakeTime)
     TestClient silent(server->port());
     TestClient drip(server->port());
     drip.send("OPTIONS * RT");
-    TestClient greeted(server->port());
-    EXPECT_EQ(greeted.request("OPTIONS", "*").status, 200);
+    TestClient established(server->port());
+    EXPECT_EQ(established.request("OPTIONS", "*").status, 200);
     EXPECT_FALSE(silent.ended(20));
     EXPECT_TRUE(endedAfterHandshakeTime(silent));
     EXPECT_TRUE(endedAfterHandshakeTime(drip));
-    EXPECT_EQ(greeted.request("OPTIONS", "*").status, 200);
+    EXPECT_EQ(established.request("OPTIONS", "*").status, 200);
 }
 
 TEST_F(RtspServerTest, ALaterRequestThatDoesNotGetWholeEndsTheConnectionToo)
