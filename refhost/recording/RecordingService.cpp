@@ -303,9 +303,18 @@ void RecordingService::retain()
 {
     retainsSoon_ = false;
     ++retentions_;
-    std::string why;
-    if (!folder_ || !mayStart(why) || !index_)
+    if (!folder_ || !index_)
     {
+        return;
+    }
+    if (!folder_->isInPlace())
+    {
+        // Recorders find out themselves, and report it.
+        std::string why;
+        if (recorders_.empty() && !mayStart(why))
+        {
+            Log::warning("recordings cannot be reached: {}", Log::safe(why));
+        }
         return;
     }
     const HostClock& clock = HostClock::system();
