@@ -89,6 +89,15 @@ RecordingFolder::~RecordingFolder()
     }
 }
 
+std::string RecordingFolder::withoutSlash(std::string path)
+{
+    while (path.size() > 1 && path.back() == '/')
+    {
+        path.pop_back();
+    }
+    return path;
+}
+
 bool RecordingFolder::make(const std::string& path, std::string& error)
 {
     std::error_code problem;

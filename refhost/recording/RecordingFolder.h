@@ -25,6 +25,9 @@ public:
     /// Whether a server uses the folder now. Takes no lock: may be asked while one starts.
     static bool isInUse(const std::string& path);
 
+    /// Without slashes at the end, which would stand twice in the paths of segments; "/" stays.
+    static std::string withoutSlash(std::string path);
+
     /// Makes a folder and those above it that are missing, for the server's user and group (0750).
     /// \param[out] error  why not, in plain words that name the folder; `errno` tells too
     /// \returns true also when it is there already

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "refhost/recording/IndexFile.h"
+#include "refhost/recording/IndexSchema.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/SqliteQuery.h"
 
@@ -14,36 +15,6 @@ namespace refhost
 {
 namespace
 {
-
-constexpr int schemaVersion = 2;
-
-constexpr const char* schema =
-    "BEGIN;"
-    "CREATE TABLE segment("
-    " id INTEGER PRIMARY KEY,"
-    " camera INTEGER NOT NULL,"
-    " stream INTEGER NOT NULL,"
-    " begin_ns INTEGER NOT NULL,"
-    " duration_ns INTEGER NOT NULL,"
-    " bytes INTEGER NOT NULL,"
-    " path TEXT NOT NULL UNIQUE,"  // below the directory, which may move
-    " closed INTEGER NOT NULL,"
-    " epoch INTEGER NOT NULL);"
-    "CREATE INDEX segment_of_stream ON segment(camera, stream, epoch, begin_ns);"
-    "CREATE INDEX segment_by_length ON segment(camera, stream, duration_ns);"
-    "CREATE INDEX segment_by_age ON segment(begin_ns);"
-    "CREATE INDEX segment_unclosed ON segment(closed) WHERE closed = 0;"
-    "PRAGMA user_version = 2;"
-    "COMMIT;";
-
-/// From version 1, which knew no epochs.
-constexpr const char* upgrade =
-    "BEGIN;"
-    "ALTER TABLE segment ADD COLUMN epoch INTEGER NOT NULL DEFAULT 0;"
-    "DROP INDEX segment_of_stream;"
-    "CREATE INDEX segment_of_stream ON segment(camera, stream, epoch, begin_ns);"
-    "PRAGMA user_version = 2;"
-    "COMMIT;";
 
 constexpr const char* columns =
     "SELECT id, camera, stream, begin_ns, duration_ns, bytes, path, closed, epoch FROM segment ";
@@ -81,19 +52,6 @@ std::string nextEpoch()
            " (SELECT max(id) FROM segment WHERE camera = ?1 AND stream = ?2)), 0)";
 }
 
-constexpr const char* tooNew = "it was written by a later version of ovrtspd";
-
-int versionOf(SqliteDatabase& database)
-{
-    const SqliteDatabase::Statement statement = database.prepare("PRAGMA user_version");
-    if (!statement)
-    {
-        return -1;
-    }
-    SqliteQuery query(*statement);
-    return query.next() ? static_cast<int>(query.number(0)) : -1;
-}
-
 // Wraps prepare() so that a list of statements can be prepared and checked as a whole.
 SqliteDatabase::Statement prepared(SqliteDatabase& database, const std::string& sql, bool& good)
 {
@@ -105,16 +63,6 @@ SqliteDatabase::Statement prepared(SqliteDatabase& database, const std::string& 
 std::int64_t endOf(const RecordedSegment& segment)
 {
     return segment.beginNs + segment.durationNs;
-}
-
-// A slash at the end would stand twice in the paths of segments.
-std::string withoutSlash(std::string directory)
-{
-    while (directory.size() > 1 && directory.back() == '/')
-    {
-        directory.pop_back();
-    }
-    return directory;
 }
 
 // Whether an entry's path, below the directory, stays there whoever wrote it.
@@ -131,7 +79,7 @@ bool staysInside(const std::string& path)
 
 std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& path, std::string& error)
 {
-    const std::string directory = withoutSlash(path);
+    const std::string directory = RecordingFolder::withoutSlash(path);
     if (!RecordingFolder::make(directory, error))
     {
         return nullptr;
@@ -152,7 +100,7 @@ std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& path, st
 
 std::shared_ptr<RecordingIndex> RecordingIndex::openToRead(const std::string& path, std::string& error)
 {
-    const std::string directory = withoutSlash(path);
+    const std::string directory = RecordingFolder::withoutSlash(path);
     std::shared_ptr<RecordingIndex> index(new RecordingIndex(directory));
     if (!index->openReading(error))
     {
@@ -175,14 +123,11 @@ bool RecordingIndex::openWriting(std::string& error)
         return false;
     }
     SqliteDatabase& database = *writing_.database;
-    const int version = versionOf(database);
-    if (version > schemaVersion)
+    if (!IndexSchema::bringUpToDate(database, error))
     {
-        error = tooNew;
         return false;
     }
-    bool good = version == schemaVersion || (version == 1 && database.execute(upgrade)) ||
-                (version == 0 && database.execute(schema));
+    bool good = true;
     writing_.add = prepared(database, insert + firstFreeEpoch() + ")", good);
     writing_.enter = prepared(database,
                               insert + nextEpoch() +
@@ -210,15 +155,8 @@ bool RecordingIndex::openReading(std::string& error)
         return false;
     }
     SqliteDatabase& database = *reading_.database;
-    const int version = versionOf(database);
-    if (version > schemaVersion)
+    if (!IndexSchema::check(database, error))
     {
-        error = tooNew;
-        return false;
-    }
-    if (version == 1)
-    {
-        error = "it was written by an earlier version of ovrtspd; a server that starts brings it up to date";
         return false;
     }
     bool good = true;

@@ -60,16 +60,6 @@ bool makeFirstRoom(const std::string& directory)
     return RecordingRoom(nothingWritten).make(true);
 }
 
-// A slash at the end would stand twice in the paths of segments.
-std::string withoutSlash(std::string directory)
-{
-    while (directory.size() > 1 && directory.back() == '/')
-    {
-        directory.pop_back();
-    }
-    return directory;
-}
-
 }  // namespace
 
 RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
@@ -162,7 +152,7 @@ bool RecordingService::openFolder()
     }
     folder_.reset();
     std::string error;
-    const std::string path = withoutSlash(config_.recording.directory);
+    const std::string path = RecordingFolder::withoutSlash(config_.recording.directory);
     errno = 0;
     folder_ = RecordingFolder::open(path, error);
     if (!folder_ && SegmentWriter::isFull(errno) && recordsAnything() && makeFirstRoom(path))

@@ -111,5 +111,12 @@ TEST_F(RecordingFolderTest, UnmountedDiskIsNoticedUntilADiskIsMountedAgain)
     EXPECT_FALSE(folder->isUnmounted());
 }
 
+TEST_F(RecordingFolderTest, SlashesAtTheEndDoNotCount)
+{
+    EXPECT_EQ(RecordingFolder::withoutSlash("/a/b"), "/a/b");
+    EXPECT_EQ(RecordingFolder::withoutSlash("/a/b//"), "/a/b");
+    EXPECT_EQ(RecordingFolder::withoutSlash("/"), "/");
+}
+
 }  // namespace
 }  // namespace refhost

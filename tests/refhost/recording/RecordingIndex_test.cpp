@@ -251,36 +251,6 @@ TEST_F(RecordingIndexTest, FilesThatAreFoundAgainGoWhereThereIsRoom)
     EXPECT_THAT(recordings(1, 0), ElementsAre(std::make_pair(0.0, 20.0), std::make_pair(3.0, 23.0)));
 }
 
-TEST_F(RecordingIndexTest, AnIndexOfTheFirstVersionIsBroughtUpToDate)
-{
-    const std::string directory = folder_ / "first";
-    std::filesystem::create_directory(directory);
-    {
-        std::string error;
-        const auto database =
-            SqliteDatabase::open(directory + "/index.db", SqliteDatabase::Access::write, error);
-        ASSERT_TRUE(database &&
-                    database->execute(
-                        "CREATE TABLE segment(id INTEGER PRIMARY KEY, camera INTEGER NOT NULL, stream "
-                        "INTEGER NOT NULL,"
-                        " begin_ns INTEGER NOT NULL, duration_ns INTEGER NOT NULL, bytes INTEGER NOT NULL,"
-                        " path TEXT NOT NULL UNIQUE, closed INTEGER NOT NULL);"
-                        "CREATE INDEX segment_of_stream ON segment(camera, stream, begin_ns);"
-                        "CREATE INDEX segment_by_length ON segment(camera, stream, duration_ns);"
-                        "INSERT INTO segment VALUES(1, 1, 0, 0, 10000000000, 5, '1/0/a.mkv', 1);"
-                        "PRAGMA user_version = 1;"))
-            << error;
-    }
-    std::string error;
-    EXPECT_EQ(RecordingIndex::openToRead(directory, error), nullptr);
-    EXPECT_NE(error.find("earlier version"), std::string::npos) << error;
-    const auto index = RecordingIndex::open(directory, error);
-    ASSERT_NE(index, nullptr) << error;
-    ASSERT_EQ(index->all().size(), 1U);
-    EXPECT_EQ(index->all()[0].epoch, 0);
-    EXPECT_EQ(index->find(1, 0, 0, second).size(), 1U);
-}
-
 TEST_F(RecordingIndexTest, StreamOfAnIntervalIsToldWithoutItsSegments)
 {
     add(1, 2, 0, 10);
@@ -482,20 +452,6 @@ TEST_F(RecordingIndexTest, EarlierDamagedIndexStaysBesideALaterOne)
         std::getline(in, line);
         EXPECT_EQ(line.rfind(content, 0), 0U) << name;
     }
-}
-
-TEST_F(RecordingIndexTest, IndexOfALaterVersionIsRefused)
-{
-    index_.reset();
-    std::string error;
-    {
-        const auto database =
-            SqliteDatabase::open(folder_ / "a/b/index.db", SqliteDatabase::Access::write, error);
-        ASSERT_TRUE(database && database->execute("PRAGMA user_version = 3")) << error;
-    }
-    EXPECT_FALSE(RecordingIndex::open(folder_ / "a/b", error));
-    EXPECT_NE(error.find("later version"), std::string::npos) << error;
-    EXPECT_FALSE(RecordingIndex::openToRead(folder_ / "a/b", error));
 }
 
 TEST_F(RecordingIndexTest, PathOutsideTheDirectoryOrEnteredTwiceIsRefused)
