@@ -26,48 +26,18 @@ enum class SenderState
     ended
 };
 
-constexpr bool mayFollow(SenderState from, SenderState to)
+constexpr auto tableOf(SenderState)
 {
-    switch (from)
-    {
-        case SenderState::idle:
-        case SenderState::paused:
-            return to == SenderState::starting || to == SenderState::ended;
-        case SenderState::starting:
-            return to == SenderState::announced || to == SenderState::paused;
-        case SenderState::announced:
-            return to == SenderState::running || to == SenderState::paused;
-        case SenderState::running:
-            return to == SenderState::paused;
-        case SenderState::ended:
-            return false;
-    }
-    return false;
-}
-
-constexpr const char* nameOf(SenderState state)
-{
-    switch (state)
-    {
-        case SenderState::idle:
-            return "idle";
-        case SenderState::starting:
-            return "starting";
-        case SenderState::announced:
-            return "announced";
-        case SenderState::running:
-            return "running";
-        case SenderState::paused:
-            return "paused";
-        case SenderState::ended:
-            return "ended";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(SenderState)
-{
-    return "track sender";
+    using S = SenderState;
+    return StateTable<S, 6>{"track sender",
+                            {{
+                                {S::idle, "idle", anyOf(S::starting, S::ended)},
+                                {S::starting, "starting", anyOf(S::announced, S::paused)},
+                                {S::announced, "announced", anyOf(S::running, S::paused)},
+                                {S::running, "running", anyOf(S::paused)},
+                                {S::paused, "paused", anyOf(S::starting, S::ended)},
+                                {S::ended, "ended", anyOf()},
+                            }}};
 }
 
 /// How a track that plays follows its stream; keepingUp at each play().
@@ -84,28 +54,15 @@ enum class SenderFlow
     waitingForKeyFrame
 };
 
-constexpr bool mayFollow(SenderFlow from, SenderFlow to)
+constexpr auto tableOf(SenderFlow)
 {
-    return !(from == SenderFlow::waitingForKeyFrame && to == SenderFlow::congested);
-}
-
-constexpr const char* nameOf(SenderFlow flow)
-{
-    switch (flow)
-    {
-        case SenderFlow::keepingUp:
-            return "keeping up";
-        case SenderFlow::congested:
-            return "congested";
-        case SenderFlow::waitingForKeyFrame:
-            return "waiting for a key frame";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(SenderFlow)
-{
-    return "flow of a track sender";
+    using F = SenderFlow;
+    return StateTable<F, 3>{"flow of a track sender",
+                            {{
+                                {F::keepingUp, "keeping up", anyOf(F::congested, F::waitingForKeyFrame)},
+                                {F::congested, "congested", anyOf(F::keepingUp, F::waitingForKeyFrame)},
+                                {F::waitingForKeyFrame, "waiting for a key frame", anyOf(F::keepingUp)},
+                            }}};
 }
 
 }  // namespace refhost

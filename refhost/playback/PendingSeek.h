@@ -22,28 +22,15 @@ enum class SeekState
     failed  ///< the next PLAY is told
 };
 
-constexpr bool mayFollow(SeekState from, SeekState to)
+constexpr auto tableOf(SeekState)
 {
-    return !(from == SeekState::settled && to == SeekState::failed);
-}
-
-constexpr const char* nameOf(SeekState state)
-{
-    switch (state)
-    {
-        case SeekState::settled:
-            return "settled";
-        case SeekState::requested:
-            return "requested";
-        case SeekState::failed:
-            return "failed";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(SeekState)
-{
-    return "seek";
+    using S = SeekState;
+    return StateTable<S, 3>{"seek",
+                            {{
+                                {S::settled, "settled", anyOf(S::requested)},
+                                {S::requested, "requested", anyOf(S::settled, S::failed)},
+                                {S::failed, "failed", anyOf(S::settled, S::requested)},
+                            }}};
 }
 
 /// The place that a session shall play from and has not found yet. Looking for it takes time, so that it may

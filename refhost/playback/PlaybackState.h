@@ -23,40 +23,16 @@ enum class PlaybackState
     ended  ///< every track has sent BYE
 };
 
-constexpr bool mayFollow(PlaybackState from, PlaybackState to)
+constexpr auto tableOf(PlaybackState)
 {
-    switch (from)
-    {
-        case PlaybackState::unplaced:
-        case PlaybackState::ended:
-            return to == PlaybackState::paused;
-        case PlaybackState::paused:
-            return to == PlaybackState::playing;
-        case PlaybackState::playing:
-            return to == PlaybackState::paused || to == PlaybackState::ended;
-    }
-    return false;
-}
-
-constexpr const char* nameOf(PlaybackState state)
-{
-    switch (state)
-    {
-        case PlaybackState::unplaced:
-            return "unplaced";
-        case PlaybackState::paused:
-            return "paused";
-        case PlaybackState::playing:
-            return "playing";
-        case PlaybackState::ended:
-            return "ended";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(PlaybackState)
-{
-    return "playback session";
+    using S = PlaybackState;
+    return StateTable<S, 4>{"playback session",
+                            {{
+                                {S::unplaced, "unplaced", anyOf(S::paused)},
+                                {S::paused, "paused", anyOf(S::playing)},
+                                {S::playing, "playing", anyOf(S::paused, S::ended)},
+                                {S::ended, "ended", anyOf(S::paused)},
+                            }}};
 }
 
 }  // namespace refhost

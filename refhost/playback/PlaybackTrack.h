@@ -32,37 +32,15 @@ enum class PlaybackTrackState
     paused
 };
 
-constexpr bool mayFollow(PlaybackTrackState from, PlaybackTrackState to)
+constexpr auto tableOf(PlaybackTrackState)
 {
-    switch (from)
-    {
-        case PlaybackTrackState::silent:
-            return to == PlaybackTrackState::playing;
-        case PlaybackTrackState::playing:
-            return to == PlaybackTrackState::paused;
-        case PlaybackTrackState::paused:
-            return to == PlaybackTrackState::playing || to == PlaybackTrackState::silent;
-    }
-    return false;
-}
-
-constexpr const char* nameOf(PlaybackTrackState state)
-{
-    switch (state)
-    {
-        case PlaybackTrackState::silent:
-            return "silent";
-        case PlaybackTrackState::playing:
-            return "playing";
-        case PlaybackTrackState::paused:
-            return "paused";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(PlaybackTrackState)
-{
-    return "playback track";
+    using S = PlaybackTrackState;
+    return StateTable<S, 3>{"playback track",
+                            {{
+                                {S::silent, "silent", anyOf(S::playing)},
+                                {S::playing, "playing", anyOf(S::paused)},
+                                {S::paused, "paused", anyOf(S::playing, S::silent)},
+                            }}};
 }
 
 /// One track of a playback session: whether it plays and how it looks on the wire.

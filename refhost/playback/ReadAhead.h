@@ -30,43 +30,17 @@ enum class ReadState
     atEnd
 };
 
-constexpr bool mayFollow(ReadState from, ReadState to)
+constexpr auto tableOf(ReadState)
 {
-    switch (from)
-    {
-        case ReadState::idle:
-        case ReadState::atEnd:
-        case ReadState::full:
-            return to == ReadState::filling;
-        case ReadState::filling:
-            return to != ReadState::idle;
-        case ReadState::waiting:
-            return to == ReadState::filling || to == ReadState::full;
-    }
-    return false;
-}
-
-constexpr const char* nameOf(ReadState state)
-{
-    switch (state)
-    {
-        case ReadState::idle:
-            return "idle";
-        case ReadState::filling:
-            return "filling";
-        case ReadState::full:
-            return "full";
-        case ReadState::waiting:
-            return "waiting";
-        case ReadState::atEnd:
-            return "at end";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(ReadState)
-{
-    return "read-ahead";
+    using S = ReadState;
+    return StateTable<S, 5>{"read-ahead",
+                            {{
+                                {S::idle, "idle", anyOf(S::filling)},
+                                {S::filling, "filling", anyOf(S::full, S::waiting, S::atEnd)},
+                                {S::full, "full", anyOf(S::filling)},
+                                {S::waiting, "waiting", anyOf(S::filling, S::full)},
+                                {S::atEnd, "at end", anyOf(S::filling)},
+                            }}};
 }
 
 /// What a session has read and not sent yet, and when it reads more: between half of and all of

@@ -28,47 +28,19 @@ enum class ConnectionState
     closed
 };
 
-constexpr bool mayFollow(ConnectionState from, ConnectionState to)
+constexpr auto tableOf(ConnectionState)
 {
-    switch (to)
-    {
-        case ConnectionState::serving:
-            return from == ConnectionState::deferred || from == ConnectionState::congested;
-        case ConnectionState::deferred:
-        case ConnectionState::congested:
-        case ConnectionState::draining:
-            return from == ConnectionState::serving;
-        case ConnectionState::closing:
-            return from < ConnectionState::closing;
-        case ConnectionState::closed:
-            return from != ConnectionState::closed;
-    }
-    return false;
-}
-
-constexpr const char* nameOf(ConnectionState state)
-{
-    switch (state)
-    {
-        case ConnectionState::serving:
-            return "serving";
-        case ConnectionState::deferred:
-            return "deferred";
-        case ConnectionState::congested:
-            return "congested";
-        case ConnectionState::draining:
-            return "draining";
-        case ConnectionState::closing:
-            return "closing";
-        case ConnectionState::closed:
-            return "closed";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(ConnectionState)
-{
-    return "RTSP connection";
+    using S = ConnectionState;
+    return StateTable<S, 6>{
+        "RTSP connection",
+        {{
+            {S::serving, "serving", anyOf(S::deferred, S::congested, S::draining, S::closing, S::closed)},
+            {S::deferred, "deferred", anyOf(S::serving, S::closing, S::closed)},
+            {S::congested, "congested", anyOf(S::serving, S::closing, S::closed)},
+            {S::draining, "draining", anyOf(S::closing, S::closed)},
+            {S::closing, "closing", anyOf(S::closed)},
+            {S::closed, "closed", anyOf()},
+        }}};
 }
 
 }  // namespace refhost

@@ -22,28 +22,15 @@ enum class SessionState
     ended    ///< without controller and tracks: operations answer 454
 };
 
-constexpr bool mayFollow(SessionState from, SessionState to)
+constexpr auto tableOf(SessionState)
 {
-    return to == SessionState::ended || (from == SessionState::fresh && to == SessionState::played);
-}
-
-constexpr const char* nameOf(SessionState state)
-{
-    switch (state)
-    {
-        case SessionState::fresh:
-            return "fresh";
-        case SessionState::played:
-            return "played";
-        case SessionState::ended:
-            return "ended";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(SessionState)
-{
-    return "RTSP session";
+    using S = SessionState;
+    return StateTable<S, 3>{"RTSP session",
+                            {{
+                                {S::fresh, "fresh", anyOf(S::played, S::ended)},
+                                {S::played, "played", anyOf(S::ended)},
+                                {S::ended, "ended", anyOf()},
+                            }}};
 }
 
 }  // namespace refhost

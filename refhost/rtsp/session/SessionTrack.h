@@ -45,41 +45,16 @@ enum class SessionTrackState
     playing
 };
 
-constexpr bool mayFollow(SessionTrackState from, SessionTrackState to)
+constexpr auto tableOf(SessionTrackState)
 {
-    switch (from)
-    {
-        case SessionTrackState::ready:
-            return to == SessionTrackState::preparing || to == SessionTrackState::starting;
-        case SessionTrackState::preparing:
-            return to == SessionTrackState::ready || to == SessionTrackState::starting;
-        case SessionTrackState::starting:
-            return to == SessionTrackState::ready || to == SessionTrackState::playing;
-        case SessionTrackState::playing:
-            return to == SessionTrackState::ready;
-    }
-    return false;
-}
-
-constexpr const char* nameOf(SessionTrackState state)
-{
-    switch (state)
-    {
-        case SessionTrackState::ready:
-            return "ready";
-        case SessionTrackState::preparing:
-            return "preparing";
-        case SessionTrackState::starting:
-            return "starting";
-        case SessionTrackState::playing:
-            return "playing";
-    }
-    return "?";
-}
-
-constexpr const char* machineOf(SessionTrackState)
-{
-    return "session track";
+    using S = SessionTrackState;
+    return StateTable<S, 4>{"session track",
+                            {{
+                                {S::ready, "ready", anyOf(S::preparing, S::starting)},
+                                {S::preparing, "preparing", anyOf(S::ready, S::starting)},
+                                {S::starting, "starting", anyOf(S::ready, S::playing)},
+                                {S::playing, "playing", anyOf(S::ready)},
+                            }}};
 }
 
 /// A track that a client set up: its transport and whether it plays. Threads: its session's lock.

@@ -14,19 +14,21 @@ enum class Door
     locked
 };
 
-constexpr bool mayFollow(Door from, Door to)
+constexpr auto tableOf(Door)
 {
-    return from == Door::closed || to == Door::closed;
+    return StateTable<Door, 3>{"door",
+                               {{{Door::open, "open", anyOf(Door::closed)},
+                                 {Door::closed, "closed", anyOf(Door::open, Door::locked)},
+                                 {Door::locked, "locked", anyOf(Door::closed)}}}};
 }
 
-constexpr const char* nameOf(Door door)
+TEST(StateMachine, ReadsNamesAndTransitionsInTheTable)
 {
-    return door == Door::open ? "open" : door == Door::closed ? "closed" : "locked";
-}
-
-constexpr const char* machineOf(Door)
-{
-    return "door";
+    EXPECT_STREQ(nameOf(Door::closed), "closed");
+    EXPECT_STREQ(nameOf(static_cast<Door>(3)), "?");
+    EXPECT_TRUE(mayFollow(Door::open, Door::closed));
+    EXPECT_FALSE(mayFollow(Door::open, Door::locked));
+    EXPECT_FALSE(mayFollow(static_cast<Door>(3), Door::open));
 }
 
 TEST(StateMachine, GoesAlongListedTransitions)
