@@ -16,25 +16,26 @@ namespace refhost
 /// rounding (std::chrono::floor, round, ceil).
 using Duration = std::chrono::nanoseconds;
 
-/// Tag of the clock that is never set and goes on evenly while the machine runs. Read it by HostClock::now().
-struct MonotonicTag
+/// What std::chrono asks of a clock, without a way to read it: the base of the tags that instants carry.
+template <class Tag, bool steady>
+struct ClockTag
 {
     using rep = Duration::rep;
     using period = Duration::period;
     using duration = Duration;
-    using time_point = std::chrono::time_point<MonotonicTag>;
-    static constexpr bool is_steady = true;
+    using time_point = std::chrono::time_point<Tag, Duration>;
+    static constexpr bool is_steady = steady;
 };
 
-/// Tag of the wall clock, which anybody may set: UTC since 1970 without leap seconds. Media are dated by
-/// WallClock; HostClock::wallNow() reads the system's.
-struct WallTag
+/// The clock that is never set and goes on evenly while the machine runs. Read it by HostClock::now().
+struct MonotonicTag : ClockTag<MonotonicTag, true>
 {
-    using rep = Duration::rep;
-    using period = Duration::period;
-    using duration = Duration;
-    using time_point = std::chrono::time_point<WallTag>;
-    static constexpr bool is_steady = false;
+};
+
+/// The wall clock, which anybody may set: UTC since 1970 without leap seconds. Media are dated by
+/// WallClock; HostClock::wallNow() reads the system's.
+struct WallTag : ClockTag<WallTag, false>
+{
 };
 
 /// An instant of the monotonic clock.

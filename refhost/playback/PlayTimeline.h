@@ -7,14 +7,9 @@
 namespace refhost
 {
 
-/// Tag of the player's time, which counts from 0 and never goes back.
-struct PlayerTag
+/// The player's time, which counts from 0 and never goes back.
+struct PlayerTag : ClockTag<PlayerTag, true>
 {
-    using rep = Duration::rep;
-    using period = Duration::period;
-    using duration = Duration;
-    using time_point = std::chrono::time_point<PlayerTag>;
-    static constexpr bool is_steady = true;
 };
 
 /// An instant of the player's time.
