@@ -1,7 +1,10 @@
 #include "refhost/rtsp/message/RtspUrl.h"
 
 #include <algorithm>
+#include <optional>
+#include <string>
 
+#include "refhost/base/Hex.h"
 #include "refhost/base/IgnoreCase.h"
 
 namespace refhost
@@ -10,23 +13,6 @@ namespace
 {
 
 constexpr std::string_view trackKey = "trackID=";
-
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-    {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f')
-    {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F')
-    {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
 
 bool isControl(char c)
 {
@@ -48,13 +34,12 @@ bool decode(std::string_view text, std::string& out)
         char c = text[i];
         if (c == '%')
         {
-            const int high = i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
-            const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
-            if (high < 0 || low < 0)
+            const std::optional<std::string> coded = bytesOfHex(text.substr(i + 1, 2));
+            if (!coded || coded->size() != 1)
             {
                 return false;
             }
-            c = static_cast<char>(high * 16 + low);
+            c = coded->front();
             i += 2;
         }
         if (isControl(c))
