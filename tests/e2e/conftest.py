@@ -54,12 +54,8 @@ def serve(build_folder, tmp_path):
 @pytest.fixture(scope="module")
 def server(build_folder, tmp_path_factory):
     """A server with the embedded cameras that the tests of one file share."""
-    instance = Server(build_folder / "ovrtspd", tmp_path_factory.mktemp("server"))
-    yield instance
-    try:
-        instance.stop()
-    finally:
-        instance.kill()
+    with Server(build_folder / "ovrtspd", tmp_path_factory.mktemp("server")) as instance:
+        yield instance
 
 
 @pytest.fixture(scope="module")
@@ -67,12 +63,8 @@ def recorded(build_folder, tmp_path_factory):
     """A server that has recorded some seconds of a film whose frames are all known."""
     film = recordings.film(build_folder)
     folder = tmp_path_factory.mktemp("recorded")
-    instance = Server(build_folder / "ovrtspd", folder, recordings.config(film, folder / "recordings"))
-    try:
+    with Server(build_folder / "ovrtspd", folder, recordings.config(film, folder / "recordings")) as instance:
         yield recordings.Recorded(instance, film)
-        instance.stop()
-    finally:
-        instance.kill()
 
 
 @pytest.fixture

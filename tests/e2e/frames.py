@@ -1,4 +1,4 @@
-"""RecordedMedia of which every frame is known, and which of its frames a client received."""
+"""Recordings of which every frame is known, and which of its frames a client received."""
 
 import dataclasses
 import hashlib

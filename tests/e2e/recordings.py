@@ -80,6 +80,12 @@ def record(server, seconds):
     return Interval(begin, end)
 
 
+def url_of_new(server, seconds):
+    """URL of an interval that is recorded from now on."""
+    interval = record(server, seconds)
+    return url(server, interval.begin, interval.end)
+
+
 def finish(client):
     """Receives until every track has said bye."""
     client.receive(lambda: len(byes(client)) == len(client.tracks), "every track sends BYE", 40)

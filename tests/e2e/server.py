@@ -20,7 +20,18 @@ log-level = "debug"
 
 
 class Server:
-    """One ovrtspd process. Its output goes to files in `folder`."""
+    """One ovrtspd process. Its output goes to files in `folder`. In a `with` statement it is stopped and judged at the
+    end, or just killed after an exception."""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, exception, *_):
+        try:
+            if exception is None:
+                self.stop()
+        finally:
+            self.kill()
 
     def __init__(self, binary, folder, config=DEFAULT_CONFIG, arguments=()):
         self.folder = pathlib.Path(folder)

@@ -18,15 +18,11 @@ password = "correct-horse"
 def server(build_folder, tmp_path_factory):
     from server import Server
 
-    instance = Server(build_folder / "ovrtspd", tmp_path_factory.mktemp("server"), CONFIG)
-    instance.allow_problem(r"401|authenti|password|credential")
-    yield instance
-    try:
+    with Server(build_folder / "ovrtspd", tmp_path_factory.mktemp("server"), CONFIG) as instance:
+        instance.allow_problem(r"401|authenti|password|credential")
+        yield instance
         assert "correct-horse" not in instance.log() + instance.output()
         assert "wrong-horse" not in instance.log() + instance.output()
-        instance.stop()
-    finally:
-        instance.kill()
 
 
 def test_ffmpeg_with_the_password(server, transport):

@@ -52,19 +52,13 @@ id = 0
 source = "file"
 location = "{film}"
 """
-    instance = Server(build_folder / "ovrtspd", folder / "server", config)
-    try:
+    with Server(build_folder / "ovrtspd", folder / "server", config) as instance:
         yield instance
-        instance.stop()
-    finally:
-        instance.kill()
 
 
 @pytest.fixture(scope="module")
 def recorded(server):
-    """URL of a recorded interval."""
-    interval = recordings.record(server, SECONDS + 3)
-    return recordings.url(server, interval.begin, interval.end)
+    return recordings.url_of_new(server, SECONDS + 3)
 
 
 def assert_colours(source, transport=None):

@@ -67,8 +67,7 @@ class Mpv:
 
 def test_mpv_goes_on_behind_a_long_pause(serve, tmp_path):
     server = serve(recordings.recording(tmp_path / "recordings", STREAM).replace("[recording]", LIMITS + "[recording]", 1))
-    interval = recordings.record(server, SECONDS)
-    player = Mpv(recordings.url(server, interval.begin, interval.end), tmp_path)
+    player = Mpv(recordings.url_of_new(server, SECONDS), tmp_path)
     try:
         wait_until(lambda: (player.position() or 0) > 1, 20, "a second is played")
         player.pause(True)

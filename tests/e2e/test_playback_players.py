@@ -54,8 +54,7 @@ gop = {HEVC_GOP}
 @pytest.mark.usefixtures("real_time")
 def test_hevc_and_aac_are_played_as_recorded(serve, tmp_path):
     server = serve(recordings.recording(tmp_path / "recordings", HEVC_STREAM, segment=1))
-    interval = recordings.record(server, HEVC_SECONDS)
-    url = recordings.url(server, interval.begin, interval.end)
+    url = recordings.url_of_new(server, HEVC_SECONDS)
     streams = ffmpeg.probe(url, "tcp")
     assert {kind: stream["codec_name"] for kind, stream in streams.items()} == {"video": "hevc", "audio": "aac"}
     units = ffmpeg.decode(url, "tcp", limits=(), maps=("0:v", "0:a"), keep_times=False)

@@ -88,10 +88,10 @@ def test_recordings_are_listed_while_they_grow_and_played_by_any_player(serve, b
     (begin, end, url), = streams[3, 1]
     frames = 0
     for path in files(directory)[:3]:
-        video, audios = packets(path)
+        video, audio_blocks = packets(path)
         assert len(video) == SEGMENT_SECONDS * 25
         assert all(abs(b - a - 0.04) < 0.0021 for a, b in zip(video, video[1:]))
-        assert abs(audios - SEGMENT_SECONDS * 50) <= 5
+        assert abs(audio_blocks - SEGMENT_SECONDS * 50) <= 5
         assert ffmpeg.decode(path, limits=())[0].pts == 0
     for path in files(directory):
         frames += len(packets(path)[0])

@@ -55,7 +55,7 @@ def sound_server(tmp_path, monkeypatch):
 
 
 @pytest.mark.parametrize("output, name", [("pulse", "PulseAudio sink hall"), ("alsa", "ALSA device hall")])
-def test_speech_is_heard_on_a_audio_device_and_again_when_it_comes_back(serve, sound_server, tmp_path, output, name):
+def test_speech_is_heard_on_an_audio_device_and_again_when_it_comes_back(serve, sound_server, tmp_path, output, name):
     server = serve(talk_back(output=output, device="hall"))
     server.allow_problem(f"talk-back: {name} (failed|cannot be opened: Connection refused)")
     packets = encode("pcmu", speech("Hello there."))
