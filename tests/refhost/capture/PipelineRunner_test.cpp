@@ -55,7 +55,8 @@ protected:
 
 TEST_F(PipelineRunnerTest, SourceThatHangsIsAbandonedAndReplacedUpToTheBound)
 {
-    useHangingSource(milliseconds(1500));
+    // Long enough that the second one hangs while the first still does.
+    useHangingSource(std::chrono::seconds(4));
     testing::internal::CaptureStderr();
     open();
     const auto video = watch("trackID=0");
