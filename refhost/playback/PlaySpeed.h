@@ -63,7 +63,7 @@ enum PlayRangeKind
 {
     /// Packets carry the header extension of ONVIF replay.
     playRangeReplay = 1,
-    /// RecordedMedia goes as fast as the transport takes it.
+    /// The recording is sent as fast as the transport takes it.
     playRangeUnpaced = 2,
     /// Only key frames and no audio.
     playRangeKeyFrames = 4,

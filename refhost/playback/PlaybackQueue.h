@@ -37,7 +37,7 @@ public:
         return bytes_;
     }
 
-    /// RecordedMedia from the first unit to the last: only what belongs to one section counts.
+    /// The recording from the first unit to the last: only what belongs to one section counts.
     Duration span() const;
 
     /// Appends a unit. Files may hold audio and video of the same time far from each other: it goes in

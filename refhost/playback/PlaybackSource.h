@@ -33,7 +33,7 @@ struct PlaybackUnit
     std::uint32_t section = 0;
 };
 
-/// RecordedMedia of an interval as one session reads it. Used by one thread at a time; may read from a disk.
+/// The recording of an interval as one session reads it. Used by one thread at a time; may read from a disk.
 class PlaybackSource
 {
 public:

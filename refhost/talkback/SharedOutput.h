@@ -15,7 +15,7 @@
 namespace refhost
 {
 
-/// What all talk-back sessions of the device have in common: the settings, who is heard, and the transport to the
+/// What all talk-back sessions of the device have in common: the settings, who is heard, and the
 /// output. Threads: any; one lock of its own, under which the player is called.
 class SharedOutput
 {
@@ -63,7 +63,7 @@ private:
     TalkSettings settings_ OV_GUARDED_BY(mutex_);
     std::set<TalkSender> admitted_ OV_GUARDED_BY(mutex_);  // at most settings_.maxTalkSenders
     std::unique_ptr<TalkFloor> floor_ OV_GUARDED_BY(mutex_);
-    std::unique_ptr<TalkMixer> mixer_ OV_GUARDED_BY(mutex_);  // null where audios are not mixed
+    std::unique_ptr<TalkMixer> mixer_ OV_GUARDED_BY(mutex_);  // null where senders are not mixed
     std::vector<std::int16_t> sum_ OV_GUARDED_BY(mutex_);
 };
 

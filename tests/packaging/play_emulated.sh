@@ -50,9 +50,9 @@ done
 [ "${line:-}" = "ovrtspd is serving:" ] || give_up "the server does not start"
 
 timeout 60 ffmpeg -v error -rtsp_transport tcp -i "rtsp://$address:$port/orv/live/1/0" \
-    -map 0:v -frames:v 5 -f framecrc "$scratch/frames" -map 0:a -frames:a 50 -f framecrc "$scratch/audios" \
+    -map 0:v -frames:v 5 -f framecrc "$scratch/frames" -map 0:a -frames:a 50 -f framecrc "$scratch/audio" \
     </dev/null 2>"$scratch/player" || give_up "the stream does not play"
-played="$(grep -vch '^#' "$scratch/frames" "$scratch/audios" | xargs)"
+played="$(grep -vch '^#' "$scratch/frames" "$scratch/audio" | xargs)"
 [ "$played" = "5 50" ] || give_up "a second has 5 frames and 50 pieces of audio, and this came: $played"
 
 kill "$pid"

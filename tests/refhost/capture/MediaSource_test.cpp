@@ -95,11 +95,11 @@ TEST_F(MediaSourceTest, FileIsPassedThroughInALoopWithoutASeam)
             EXPECT_LE(seam, 90000U / 2) << i;
         }
     }
-    const std::vector<AccessUnitPtr> audios = audio->units();
-    ASSERT_GT(audios.size(), 6U);
-    for (std::size_t i = 1; i < audios.size(); ++i)
+    const std::vector<AccessUnitPtr> audioBlocks = audio->units();
+    ASSERT_GT(audioBlocks.size(), 6U);
+    for (std::size_t i = 1; i < audioBlocks.size(); ++i)
     {
-        EXPECT_GT(audios[i]->captureTimeNs, audios[i - 1]->captureTimeNs);
+        EXPECT_GT(audioBlocks[i]->captureTimeNs, audioBlocks[i - 1]->captureTimeNs);
     }
     EXPECT_EQ(video->discontinuities(), 0);
     EXPECT_EQ(source->starts(), 1);

@@ -18,7 +18,7 @@ public:
     void onEncodedUnit(const EncodedUnitPtr& unit) override
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        (isVideo(unit->format->codec) ? frames_ : audios_).push_back(unit);
+        (isVideo(unit->format->codec) ? frames_ : audioUnits_).push_back(unit);
         changed_.notify_all();
     }
     void onDiscontinuity() override
@@ -28,9 +28,9 @@ public:
         changed_.notify_all();
     }
 
-    bool waitFor(std::size_t frames, std::size_t audios)
+    bool waitFor(std::size_t frames, std::size_t audioUnits)
     {
-        return wait([&] { return frames_.size() >= frames && audios_.size() >= audios; });
+        return wait([&] { return frames_.size() >= frames && audioUnits_.size() >= audioUnits; });
     }
     bool waitForDiscontinuity()
     {
@@ -41,10 +41,10 @@ public:
         const std::lock_guard<std::mutex> guard(mutex_);
         return frames_;
     }
-    std::vector<EncodedUnitPtr> audios() const
+    std::vector<EncodedUnitPtr> audioUnits() const
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        return audios_;
+        return audioUnits_;
     }
 
 private:
@@ -58,7 +58,7 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<EncodedUnitPtr> frames_;
-    std::vector<EncodedUnitPtr> audios_;
+    std::vector<EncodedUnitPtr> audioUnits_;
     int discontinuities_ = 0;
 };
 
@@ -127,7 +127,7 @@ TEST_F(MediaTapTest, AudioComesInTheSameTimeWithItsOwnFormat)
     open();
     const auto sink = tap();
     ASSERT_TRUE(sink->waitFor(10, 10));
-    const EncodedUnit& audio = *sink->audios()[0];
+    const EncodedUnit& audio = *sink->audioUnits()[0];
     EXPECT_EQ(audio.format->codec, Codec::aac);
     EXPECT_EQ(audio.format->sampleRate, 16000);
     EXPECT_EQ(audio.format->channels, 1);
@@ -142,7 +142,7 @@ TEST_F(MediaTapTest, OpusComesWithTheHeaderThatAFileNeeds)
     open();
     const auto sink = tap();
     ASSERT_TRUE(sink->waitFor(10, 10));
-    const EncodedUnit& audio = *sink->audios()[0];
+    const EncodedUnit& audio = *sink->audioUnits()[0];
     EXPECT_EQ(audio.format->sampleRate, 48000);
     EXPECT_EQ(audio.format->codecData, infoOf(Codec::opus).makeCodecData(audio.format->channels));
     EXPECT_EQ(infoOf(Codec::opus).samplesIn(audio.bytes.data(), audio.bytes.size(), 1), 960U);

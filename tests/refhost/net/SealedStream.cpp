@@ -158,7 +158,7 @@ void SealedStream::readInner()
     {
         failed_ = records_.compare(0, hello.size(), hello) != 0;
         records_.erase(0, hello.size());
-        outgoing_ += onJoin;
+        outgoing_ += reply;
         established_ = true;
     }
     if (established_)

@@ -17,13 +17,13 @@ namespace test
 /// waits for input; bytes travel in records, so that some are held decoded when nothing is left to read; and
 /// what was taken is committed to its record, and sent whether or not anybody watches for it.
 ///
-/// The peer starts with `hello` and gets `onJoin`. A record is its length in one byte and its bytes, altered.
+/// The peer starts with `hello` and gets `reply`. A record is its length in one byte and its bytes, altered.
 /// Made by std::make_shared.
 class SealedStream final : public ForwardingStream, public std::enable_shared_from_this<SealedStream>
 {
 public:
     static constexpr std::string_view hello = "hello";
-    static constexpr std::string_view onJoin = "onJoin";
+    static constexpr std::string_view reply = "hello yourself";
     static constexpr std::size_t maxRecord = 16;
 
     explicit SealedStream(std::shared_ptr<ByteStream> inner);

@@ -39,7 +39,7 @@ protected:
     }
 };
 
-TEST_F(PlaybackTransports, NothingLeavesThroughAWayThatIsHeld)
+TEST_F(PlaybackTransports, NothingLeavesThroughATransportThatIsHeld)
 {
     const auto wire = setUp(video);
     transports.at(video)->hold();
@@ -121,7 +121,7 @@ TEST_F(PlaybackTransports, OverUdpByeStaysBehindTheLastPacket)
     EXPECT_TRUE(session->ended());
 }
 
-TEST_F(PlaybackTransports, AWayThatForgetsToTellIsTriedAgain)
+TEST_F(PlaybackTransports, ATransportThatForgetsToTellIsTriedAgain)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);

@@ -24,12 +24,12 @@ public:
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         const std::int64_t date = HostClock::system().wall().mapping().at(unit->captureTimeNs);
-        (isVideo(unit->format->codec) ? frames : audios).push_back(date);
+        (isVideo(unit->format->codec) ? frames : audioBlocks).push_back(date);
     }
     void onDiscontinuity() override {}
 
     std::vector<std::int64_t> frames;
-    std::vector<std::int64_t> audios;
+    std::vector<std::int64_t> audioBlocks;
 
 private:
     std::mutex mutex_;
@@ -139,7 +139,7 @@ TEST_F(RecordedCameraTest, EveryVideoAndAudioIsRecordedOnceAndAtItsTime)
         ASSERT_TRUE(waitForSegments(4));
         stopRecording();
         expectSame(recorded(true), times_->frames);
-        expectSame(recorded(false), times_->audios);
+        expectSame(recorded(false), times_->audioBlocks);
         EXPECT_EQ(index_->recordings(1, 0).size(), 1U);
         EXPECT_EQ(std::count(times_->frames.begin(), times_->frames.end(), index_->all().front().beginNs), 1);
 
@@ -149,7 +149,7 @@ TEST_F(RecordedCameraTest, EveryVideoAndAudioIsRecordedOnceAndAtItsTime)
             index_->remove(segment.id);
         }
         times_->frames.clear();
-        times_->audios.clear();
+        times_->audioBlocks.clear();
         ChangeSignal::instance().unsubscribe(subscription);
         source.reset();
         recorder_.reset();

@@ -18,7 +18,7 @@ struct Piece
     double duration = -1;
     SegmentSink::Tracks tracks;
     std::vector<double> frames;
-    std::vector<double> audios;
+    std::vector<double> audioBlocks;
 };
 
 class SegmentCutterTest : public testing::Test, protected MadeUnits, private SegmentSink
@@ -37,7 +37,7 @@ protected:
         ASSERT_TRUE(open_);
         ASSERT_LT(track, pieces_.back().tracks.size());
         EXPECT_EQ(*pieces_.back().tracks[track], *unit->format);
-        (isVideo(unit->format->codec) ? pieces_.back().frames : pieces_.back().audios)
+        (isVideo(unit->format->codec) ? pieces_.back().frames : pieces_.back().audioBlocks)
             .push_back(seconds(unit->captureTimeNs - epochNs));
     }
     void endSegment(std::int64_t durationNs) override
@@ -136,7 +136,7 @@ TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegme
         EXPECT_EQ(pieces_[0].frames.size(), 98U);
         EXPECT_EQ(pieces_[1].begin, 3.92);
         EXPECT_EQ(pieces_[1].frames, (std::vector<double>{4, 3.92, 3.96, 4.04}));
-        EXPECT_EQ(pieces_[0].audios.size() + pieces_[1].audios.size(), withAudio ? 230U : 0U);
+        EXPECT_EQ(pieces_[0].audioBlocks.size() + pieces_[1].audioBlocks.size(), withAudio ? 230U : 0U);
     }
 }
 
@@ -145,10 +145,10 @@ TEST_F(SegmentCutterTest, LateAudioGoesWhereItsTimeIs)
     run(0, 9, 0.3);
     cutter_.interrupt();
     ASSERT_EQ(pieces_.size(), 3U);
-    EXPECT_EQ(pieces_[0].audios.size(), 200U);
-    EXPECT_EQ(pieces_[0].audios.back(), 3.98);
-    EXPECT_EQ(pieces_[1].audios.size(), 200U);
-    EXPECT_EQ(pieces_[1].audios.front(), 4);
+    EXPECT_EQ(pieces_[0].audioBlocks.size(), 200U);
+    EXPECT_EQ(pieces_[0].audioBlocks.back(), 3.98);
+    EXPECT_EQ(pieces_[1].audioBlocks.size(), 200U);
+    EXPECT_EQ(pieces_[1].audioBlocks.front(), 4);
 }
 
 TEST_F(SegmentCutterTest, AudioThatIsAheadGoesWhereItsTimeIs)
@@ -156,11 +156,11 @@ TEST_F(SegmentCutterTest, AudioThatIsAheadGoesWhereItsTimeIs)
     run(0, 9, -0.3);
     cutter_.interrupt();
     ASSERT_EQ(pieces_.size(), 3U);
-    EXPECT_EQ(pieces_[0].audios.front(), 0.3);
-    EXPECT_EQ(pieces_[0].audios.back(), 3.98);
-    EXPECT_EQ(pieces_[1].audios.size(), 200U);
-    EXPECT_EQ(pieces_[1].audios.front(), 4);
-    EXPECT_EQ(pieces_[2].audios.front(), 8);
+    EXPECT_EQ(pieces_[0].audioBlocks.front(), 0.3);
+    EXPECT_EQ(pieces_[0].audioBlocks.back(), 3.98);
+    EXPECT_EQ(pieces_[1].audioBlocks.size(), 200U);
+    EXPECT_EQ(pieces_[1].audioBlocks.front(), 4);
+    EXPECT_EQ(pieces_[2].audioBlocks.front(), 8);
 }
 
 TEST_F(SegmentCutterTest, AudioGoesOnWhereFramesStayAway)
@@ -170,9 +170,9 @@ TEST_F(SegmentCutterTest, AudioGoesOnWhereFramesStayAway)
     {
         cutter_.take(block(1 + i / 50.0));
     }
-    EXPECT_GE(pieces_.back().audios.size(), 45U + 98U);
+    EXPECT_GE(pieces_.back().audioBlocks.size(), 45U + 98U);
     cutter_.interrupt();
-    EXPECT_EQ(pieces_.back().audios.size(), 45U + 150U);
+    EXPECT_EQ(pieces_.back().audioBlocks.size(), 45U + 150U);
 }
 
 TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyFrameAndNothingFromBefore)
@@ -183,7 +183,7 @@ TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyFrameAndNothingFromBefor
     EXPECT_EQ(pieces_[0].begin, 1);
     EXPECT_EQ(pieces_[0].duration, 1);
     EXPECT_EQ(pieces_[0].tracks.size(), 2U);
-    EXPECT_EQ(pieces_[0].audios.front(), 1);
+    EXPECT_EQ(pieces_[0].audioBlocks.front(), 1);
 }
 
 TEST_F(SegmentCutterTest, SegmentWithoutExpectedAudioStartsAtOnce)
@@ -299,12 +299,12 @@ TEST_F(SegmentCutterTest, AudioAloneMakesSegmentsWhereThereIsNoVideo)
     EXPECT_EQ(pieces_[0].tracks.size(), 1U);
     EXPECT_LE(pieces_[1].begin, 4);
     EXPECT_GT(pieces_[1].begin, 3.7);
-    std::size_t audios = 0;
+    std::size_t audioBlocks = 0;
     for (const Piece& piece : pieces_)
     {
-        audios += piece.audios.size();
+        audioBlocks += piece.audioBlocks.size();
     }
-    EXPECT_EQ(audios, 450U);
+    EXPECT_EQ(audioBlocks, 450U);
 }
 
 TEST_F(SegmentCutterTest, AudioBeforeTheFirstFrameIsNotTakenForAStreamWithoutVideo)

@@ -42,19 +42,19 @@ public:
 protected:
     std::string wait(int milliseconds) override
     {
-        constexpr std::size_t greeting = SealedStream::onJoin.size();
+        constexpr std::size_t replySize = SealedStream::reply.size();
         std::string bytes;
         while (bytes.empty())
         {
             const std::string more = MemoryClient::wait(milliseconds);
             records_ += more;
-            if (!welcomed_ && records_.size() >= greeting)
+            if (!replied_ && records_.size() >= replySize)
             {
-                EXPECT_EQ(records_.substr(0, greeting), SealedStream::onJoin);
-                records_.erase(0, greeting);
-                welcomed_ = true;
+                EXPECT_EQ(records_.substr(0, replySize), SealedStream::reply);
+                records_.erase(0, replySize);
+                replied_ = true;
             }
-            bytes = welcomed_ ? SealedStream::unseal(records_) : "";
+            bytes = replied_ ? SealedStream::unseal(records_) : "";
             if (more.empty())
             {
                 break;
@@ -65,7 +65,7 @@ protected:
 
 private:
     std::string records_;
-    bool welcomed_ = false;
+    bool replied_ = false;
 };
 
 class ByteStreamSession;

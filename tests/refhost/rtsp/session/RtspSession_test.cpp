@@ -178,7 +178,7 @@ TEST_F(RtspSessionTest, SettingUpATrackAgainStopsItsFormerTransport)
     EXPECT_EQ(session_->trackCount(), 1u);
 }
 
-TEST_F(RtspSessionTest, EndStopsEveryTrackOnceAndClosesItsWay)
+TEST_F(RtspSessionTest, EndStopsEveryTrackOnceAndClosesItsTransport)
 {
     setup("trackID=0");
     setup("trackID=1");

@@ -277,7 +277,7 @@ TEST_P(SessionMethodsTest, SetupOfAPlayingTrackIsRefused)
     EXPECT_TRUE(client_->frame(0).isRtp()) << "it plays on";
 }
 
-TEST_P(SessionMethodsTest, SetupOfATrackThatDoesNotPlayChangesItsWay)
+TEST_P(SessionMethodsTest, SetupOfATrackThatDoesNotPlayChangesItsTransport)
 {
     const std::string id = setUpTcp(*client_, 1);
     const Received again = client_->request("SETUP", track(url(), 0),
@@ -382,7 +382,7 @@ TEST_P(SessionMethodsTest, AnotherConnectionMayDriveASession)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_P(SessionMethodsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesAnotherTransport)
+TEST_P(SessionMethodsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesOverAnotherTransport)
 {
     const std::string warm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(warm));
