@@ -127,14 +127,26 @@ RecordingReader::Opened RecordingReader::openNext()
         {
             startEpoch();
         }
-        if (openSegment(segment, request_.fromNs))
+        const Opened opened = openSegment(segment, request_.fromNs);
+        if (opened == Opened::later)
         {
-            return Opened::yes;
+            found_.push_front(std::move(segment));
+        }
+        if (opened != Opened::none)
+        {
+            return opened;
         }
     }
     const std::int64_t nowNs = clock_.wallNs();
     const bool mayFollow = endNs_ != 0 && endNs_ < request_.endNs && nowNs - endNs_ < seamWaitNs;
     return mayFollow ? Opened::later : Opened::none;
+}
+
+/// The index knows a segment before its file has anything to read.
+bool RecordingReader::isJustStarted(const RecordedSegment& segment) const
+{
+    const std::int64_t ageNs = clock_.wallNs() - segment.beginNs;
+    return !segment.closed && ageNs >= 0 && ageNs < seamWaitNs;
 }
 
 /// The next segment by epoch and begin. One is not found twice, however its neighbours overlap.
@@ -160,8 +172,8 @@ bool RecordingReader::nextSegment(RecordedSegment& out)
 }
 
 /// \param grown  the same segment as it was read before; null for another one
-bool RecordingReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs,
-                                  const SegmentFile* grown)
+RecordingReader::Opened RecordingReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs,
+                                                     const SegmentFile* grown)
 {
     segment_ = segment;
     const bool reachesEnd = !segment.closed || segment.beginNs + segment.durationNs > request_.endNs;
@@ -179,24 +191,28 @@ bool RecordingReader::openSegment(const RecordedSegment& segment, std::int64_t f
     file_ = grown ? grown->again(error) : SegmentFile::open(segment.path, error);
     if (!file_)
     {
+        if (isJustStarted(segment))
+        {
+            return Opened::later;
+        }
         SegmentFile::reportLeftOut(segment.path, error);
-        return false;
+        return Opened::none;
     }
     if (!fits(*file_))
     {
         Log::info("recording {} is left out: its codec is another one", segment.path);
         file_.reset();
-        return false;
+        return Opened::none;
     }
     if (fromNs > segment.beginNs && !file_->seek(fromNs - segment.beginNs))
     {
         Log::warning("recording {} is damaged; it is left out", segment.path);
         file_.reset();
-        return false;
+        return Opened::none;
     }
     fresh_ = true;
     resuming_ = false;
-    return true;
+    return Opened::yes;
 }
 
 bool RecordingReader::fits(const SegmentFile& file) const
@@ -228,7 +244,8 @@ bool RecordingReader::reopenGrown()
             return false;
         }
         const auto before = std::move(file_);
-        if (!openSegment(now, std::max(lastFrameNs_, lastAudioNs_) - usualFrameNs, before.get()))
+        if (openSegment(now, std::max(lastFrameNs_, lastAudioNs_) - usualFrameNs, before.get()) !=
+            Opened::yes)
         {
             return false;
         }

@@ -71,7 +71,9 @@ private:
     };
 
     Opened openNext();
-    bool openSegment(const RecordedSegment& segment, std::int64_t fromNs, const SegmentFile* grown = nullptr);
+    Opened openSegment(const RecordedSegment& segment, std::int64_t fromNs,
+                       const SegmentFile* grown = nullptr);
+    bool isJustStarted(const RecordedSegment& segment) const;
     bool isOutOfSequence(const CodedUnit& unit) const;
     void skipDamage(const CodedUnit& unit);
     bool fits(const SegmentFile& file) const;

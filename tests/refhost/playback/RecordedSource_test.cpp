@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/CapturedErrors.h"
 #include "tests/refhost/playback/RecordedMedia.h"
 
 namespace refhost
@@ -378,6 +379,35 @@ TEST_F(RecordedSourceTest, AGrowingSegmentIsFollowed)
     EXPECT_EQ(before.frames.size() + after.frames.size(), 150U);
     EXPECT_NEAR(static_cast<double>((after.frames.front().media - before.frames.back().media).count()), 4e7,
                 1.1e6);
+}
+
+TEST_F(RecordedSourceTest, ASegmentWhoseFileIsJustBeingMadeIsWaitedFor)
+{
+    clock.setWall(wallAt(2.1) - clock.wallNow());
+    addSegment(0, 2);
+    const std::string path = directory_ + "/made.mkv";
+    std::ofstream(path).flush();
+    addFile(path, 2, 0.1, false);
+    const auto source = makeSource();
+    ASSERT_TRUE(source->open(request(0, 100)));
+    CapturedErrors log;
+    const Read before = readOn(*source);
+    EXPECT_EQ(before.result, PlaybackSource::Result::later);
+    EXPECT_EQ(before.frames.size(), 50U);
+    std::filesystem::copy_file(makeFile(2), path, std::filesystem::copy_options::overwrite_existing);
+    EXPECT_EQ(readOn(*source).frames.size(), 50U);
+    EXPECT_TRUE(log.linesWith("cannot be played").empty());
+}
+
+TEST_F(RecordedSourceTest, ASegmentWhoseFileIsNeverMadeIsLeftOut)
+{
+    clock.setWall(wallAt(60) - clock.wallNow());
+    addSegment(0, 2);
+    const std::string path = directory_ + "/made.mkv";
+    std::ofstream(path).flush();
+    addFile(path, 2, 0.1, false);
+    addSegment(4, 2);
+    EXPECT_EQ(readAll(0, 6).frames.size(), 100U);
 }
 
 TEST_F(RecordedSourceTest, WaitingForGrowthEnds)
