@@ -1,7 +1,7 @@
 from gstreamer import record
 
 FRAMES = 75
-# Seconds, as above: rtspsrc fails when its run ends while it still works at PLAY, and the stream starts with a burst.
+# More than the burst that a stream starts with.
 BLOCKS = 150
 
 
