@@ -13,13 +13,19 @@ Could not send message\. \(Received end-of-file\)
 """)
 
 
-def launch(url, transport, *line, prefix=(), timeout=40):
+def launch(url, transport, *line, prefix=(), timeout=20):
     """Has rtspsrc play `url` into the elements of `line`, to an end that they or the server make. `prefix` is a command
     that runs it elsewhere."""
     command = [*prefix, "gst-launch-1.0", "rtspsrc", f"location={url}", f"protocols={transport}", "latency=200", *line]
-    # Media that come with PLAY's answer can be there before gst-launch has linked what shall take them.
-    for _ in range(3):
-        run = subprocess.run(command, capture_output=True, text=True, timeout=timeout)
+    # Media that come with PLAY's answer can be there before gst-launch has linked what shall take them: then it fails, or
+    # rtspsrc's task stops for good while the media wait in its sockets.
+    for attempt in range(3):
+        try:
+            run = subprocess.run(command, capture_output=True, text=True, timeout=timeout)
+        except subprocess.TimeoutExpired:
+            if attempt == 2:
+                raise
+            continue
         if "reason not-linked" not in run.stderr:
             break
     said = run.stdout[-2000:] + run.stderr

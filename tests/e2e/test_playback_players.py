@@ -31,7 +31,7 @@ def test_ffprobe_tells_the_duration(recorded):
 def test_rtspsrc_plays_to_the_end(recorded, transport, tmp_path):
     path = tmp_path / "frames.mkv"
     gstreamer.launch(recorded.url, transport, "!", "rtph264depay", "!", "h264parse", "!", "matroskamux", "!", "filesink",
-                     f"location={path}", timeout=60)
+                     f"location={path}", timeout=40)
     probe = subprocess.run(["ffprobe", "-v", "error", "-count_packets", "-show_entries", "stream=nb_read_packets", "-of",
                             "csv=p=0", path], capture_output=True, text=True, check=True)
     assert int(probe.stdout) == len(recorded.whole), "nothing is cut off"
