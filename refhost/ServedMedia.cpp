@@ -1,7 +1,6 @@
 #include "refhost/ServedMedia.h"
 
 #include <memory>
-#include <mutex>
 
 #include "hostapi/device/DeviceExAbility.h"
 #include "hostapi/live/LiveDispatcherMgr.h"
@@ -11,6 +10,7 @@
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "playback/OVPlaybackControllerFactory.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/description/DescriptionReadiness.h"
 #include "refhost/description/MulticastMediaUrl.h"
 #include "refhost/description/MulticastMediaUrlFactory.h"
@@ -114,7 +114,7 @@ MediaRoutes ServedMedia::routes(const DeviceInfoEx& device) const
         makeFactory<OVMulticastLiveControlerFactory>(device, MulticastMediaUrl::thirdPlatType);
     multicast.firstPacket = firstPacketOfGroup;
     multicast.ready = DescriptionReadiness::multicast;
-    multicast.together = std::make_shared<std::mutex>();
+    multicast.together = std::make_shared<Mutex>();
     routes.add(multicast);
     MediaRoutes::Route recorded;
     recorded.prefix = "orv/playback";

@@ -43,7 +43,7 @@ CameraStream::~CameraStream()
 void CameraStream::close()
 {
     {
-        const std::lock_guard<std::mutex> guard(life_->mutex);
+        const MutexLock guard(life_->mutex);
         life_->alive = false;
     }
     for (const auto* runner : {&pipeline_, &ending_})
@@ -72,7 +72,7 @@ void CameraStream::post(TaskQueue::Task task, std::chrono::milliseconds delay)
 {
     const auto unlessClosed = [life = life_, task = std::move(task)]
     {
-        const std::lock_guard<std::mutex> guard(life->mutex);
+        const MutexLock guard(life->mutex);
         if (life->alive)
         {
             task();
@@ -107,10 +107,9 @@ std::size_t CameraStream::waitingTasks() const
 
 StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& tracks)
 {
-    std::unique_lock<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (const std::shared_ptr<const Tracks> known = tracks_)
     {
-        guard.unlock();
         tracks = *known;
         return Description::ready;
     }
@@ -131,7 +130,7 @@ StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& trac
 
 void CameraStream::attach(const std::string& trackId, int payloadSize, std::shared_ptr<AccessUnitSink> sink)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     std::shared_ptr<PacketTap>& tap = taps_[{trackId, payloadSize}];
     if (!tap)
     {
@@ -145,7 +144,7 @@ void CameraStream::detach(const AccessUnitSink* sink)
 {
     std::vector<std::shared_ptr<PacketTap>> taps;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         for (const auto& [key, tap] : taps_)
         {
             taps.push_back(tap);
@@ -173,7 +172,7 @@ void CameraStream::detachMedia(const EncodedUnitSink* sink)
 
 void CameraStream::acquire()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (viewers_++ > 0)
     {
         return;
@@ -185,7 +184,7 @@ void CameraStream::acquire()
 
 void CameraStream::release()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (viewers_ > 0 && --viewers_ == 0)
     {
         postUpdate();
@@ -194,7 +193,7 @@ void CameraStream::release()
 
 void CameraStream::requestKeyFrame()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (keyFrameAsked_)
     {
         return;
@@ -207,13 +206,13 @@ void CameraStream::requestKeyFrame()
 
 int CameraStream::starts() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return starts_;
 }
 
 bool CameraStream::isRunning() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return running_;
 }
 
@@ -222,7 +221,7 @@ void CameraStream::update()
     bool wanted = false;
     bool describing = false;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         describing = describing_;
         wanted = viewers_ > 0 || describing_;
     }
@@ -259,7 +258,7 @@ void CameraStream::start()
         return;
     }
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         ++starts_;
         running_ = true;
     }
@@ -299,7 +298,7 @@ void CameraStream::stop()
 {
     endingRun_ = run_++;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         running_ = false;
     }
     if (!pipeline_)
@@ -374,7 +373,7 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
     }
     bool changed = false;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         changed = !tracks_ || !sameTracks(*tracks_, *tracks);
         if (changed)
         {
@@ -398,7 +397,7 @@ void CameraStream::onDeadline(std::uint64_t request)
 {
     const auto unfulfilled = [this, request]
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         return describing_ && request == descriptionRequest_;
     };
     if (!unfulfilled())
@@ -448,7 +447,7 @@ void CameraStream::fail(const std::string& why)
     bool told = false;
     bool viewers = false;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         viewers = viewers_ > 0;
         if (!tracks_)
         {
@@ -509,7 +508,7 @@ void CameraStream::scheduleRestart()
 void CameraStream::sendKeyFrameRequest()
 {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         keyFrameAsked_ = false;
         keyFrameAt_ = Clock::now();
     }
@@ -521,7 +520,7 @@ void CameraStream::sendKeyFrameRequest()
 
 StreamPipeline::Taps CameraStream::usedTaps()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     for (auto tap = taps_.begin(); tap != taps_.end();)
     {
         tap = tap->second->isEmpty() ? taps_.erase(tap) : std::next(tap);

@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/capture/PipelineRunner.h"
 #include "refhost/config/Config.h"
 #include "refhost/media/StreamSource.h"
@@ -84,8 +84,8 @@ private:
     /// What the stream's tasks ask before they touch it.
     struct Life
     {
-        std::mutex mutex;
-        bool alive = true;
+        Mutex mutex;
+        bool alive OV_GUARDED_BY(mutex) = true;
     };
 
     void post(TaskQueue::Task task, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
@@ -121,18 +121,19 @@ private:
     const std::shared_ptr<TaskQueue> queue_;
     const std::shared_ptr<Life> life_ = std::make_shared<Life>();
 
-    mutable std::mutex mutex_;
-    std::shared_ptr<const Tracks> tracks_;  ///< null until they are known
-    int viewers_ = 0;
-    bool describing_ = false;
-    std::uint64_t descriptionRequest_ = 0;  ///< number of the present or last request for a description
-    bool failed_ = false;
-    Clock::time_point failedAt_;
-    StreamPipeline::Taps taps_;
-    bool keyFrameAsked_ = false;
-    Clock::time_point keyFrameAt_;
-    int starts_ = 0;
-    bool running_ = false;
+    mutable Mutex mutex_;
+    std::shared_ptr<const Tracks> tracks_ OV_GUARDED_BY(mutex_);  ///< null until they are known
+    int viewers_ OV_GUARDED_BY(mutex_) = 0;
+    bool describing_ OV_GUARDED_BY(mutex_) = false;
+    std::uint64_t descriptionRequest_ OV_GUARDED_BY(mutex_) =
+        0;  ///< number of the present or last request for a description
+    bool failed_ OV_GUARDED_BY(mutex_) = false;
+    Clock::time_point failedAt_ OV_GUARDED_BY(mutex_);
+    StreamPipeline::Taps taps_ OV_GUARDED_BY(mutex_);
+    bool keyFrameAsked_ OV_GUARDED_BY(mutex_) = false;
+    Clock::time_point keyFrameAt_ OV_GUARDED_BY(mutex_);
+    int starts_ OV_GUARDED_BY(mutex_) = 0;
+    bool running_ OV_GUARDED_BY(mutex_) = false;
 
     std::atomic<bool> updatePosted_{false};
     std::atomic<bool> startsAtOnce_{false};  ///< the next update() waits for no pause

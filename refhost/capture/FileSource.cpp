@@ -58,8 +58,11 @@ FileSource::FileSource(const StreamConfig& config, MediaSink& sink) : config_(co
 
 FileSource::~FileSource()
 {
-    std::unique_lock<std::mutex> guard(mutex_);
-    changed_.wait(guard, [this] { return !rewinding_; });
+    const MutexLock guard(mutex_);
+    while (rewinding_)
+    {
+        changed_.wait(mutex_);
+    }
 }
 
 bool FileSource::build(GstBin* pipeline, std::string& error)
@@ -85,9 +88,9 @@ bool FileSource::build(GstBin* pipeline, std::string& error)
 
 void FileSource::stop()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     stopping_ = true;
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 void FileSource::addPad(GstPad* pad, const GstCaps* caps)
@@ -102,7 +105,7 @@ void FileSource::addPad(GstPad* pad, const GstCaps* caps)
     gst_bin_add(pipeline_, chain);
     Track* track = nullptr;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         tracks_.push_back(std::make_unique<Track>());
         track = tracks_.back().get();
         track->source = this;
@@ -146,7 +149,7 @@ GstPadProbeReturn FileSource::onBuffer(Track& track, GstPadProbeInfo* info)
     }
     std::optional<LoopTimeline::Placed> placed;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         placed = timeline_.place(track.number, piece, now());
     }
     if (!placed)
@@ -183,7 +186,7 @@ GstPadProbeReturn FileSource::onEvent(Track& track, GstPadProbeInfo* info)
         }
         case GST_EVENT_EOS:
         {
-            const std::lock_guard<std::mutex> guard(mutex_);
+            const MutexLock guard(mutex_);
             if (timeline_.endTrack(track.number) && !stopping_)
             {
                 rewinding_ = true;
@@ -209,8 +212,11 @@ bool FileSource::waitUntil(std::int64_t due)
     // The pipeline's clock is the monotonic one, which steady_clock reads too.
     const auto base = static_cast<std::int64_t>(gst_element_get_base_time(GST_ELEMENT(pipeline_)));
     const std::chrono::steady_clock::time_point moment{std::chrono::nanoseconds(base + due)};
-    std::unique_lock<std::mutex> guard(mutex_);
-    return !changed_.wait_until(guard, moment, [this] { return stopping_; });
+    const MutexLock guard(mutex_);
+    while (!stopping_ && changed_.waitUntil(mutex_, moment))
+    {
+    }
+    return !stopping_;
 }
 
 std::int64_t FileSource::now() const
@@ -229,9 +235,9 @@ void FileSource::rewind()
     {
         sink_.sourceEnded("the file cannot be played from its start again", false);
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     rewinding_ = false;
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 }  // namespace refhost

@@ -1,11 +1,10 @@
 #pragma once
 // Tested by tests/refhost/capture/MediaSource_test.cpp.
 
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "refhost/base/ConditionVariable.h"
 #include "refhost/capture/DecodeStage.h"
 #include "refhost/capture/LoopTimeline.h"
 #include "refhost/capture/MediaSource.h"
@@ -47,12 +46,12 @@ private:
     std::unique_ptr<DecodeStage> decoder_;
     GstObjectPtr<GstPad> seekPad_;
 
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::unique_ptr<Track>> tracks_;
-    LoopTimeline timeline_;
-    bool stopping_ = false;
-    bool rewinding_ = false;
+    Mutex mutex_;
+    ConditionVariable changed_;
+    std::vector<std::unique_ptr<Track>> tracks_ OV_GUARDED_BY(mutex_);
+    LoopTimeline timeline_ OV_GUARDED_BY(mutex_);
+    bool stopping_ OV_GUARDED_BY(mutex_) = false;
+    bool rewinding_ OV_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace refhost

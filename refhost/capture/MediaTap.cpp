@@ -8,14 +8,14 @@ namespace refhost
 
 void MediaTap::add(std::shared_ptr<EncodedUnitSink> sink)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     sinks_.push_back(std::move(sink));
     count_ = sinks_.size();
 }
 
 void MediaTap::remove(const EncodedUnitSink* sink)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto gone = std::remove_if(sinks_.begin(), sinks_.end(),
                                      [sink](const auto& entry) { return entry.get() == sink; });
     sinks_.erase(gone, sinks_.end());
@@ -24,7 +24,7 @@ void MediaTap::remove(const EncodedUnitSink* sink)
 
 void MediaTap::deliver(const EncodedUnitPtr& unit)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     for (const std::shared_ptr<EncodedUnitSink>& sink : sinks_)
     {
         sink->onEncodedUnit(unit);
@@ -33,7 +33,7 @@ void MediaTap::deliver(const EncodedUnitPtr& unit)
 
 void MediaTap::discontinuity()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     for (const std::shared_ptr<EncodedUnitSink>& sink : sinks_)
     {
         sink->onDiscontinuity();

@@ -2,9 +2,9 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/media/EncodedUnit.h"
 
 namespace refhost
@@ -31,8 +31,8 @@ public:
     void discontinuity();
 
 private:
-    std::mutex mutex_;
-    std::vector<std::shared_ptr<EncodedUnitSink>> sinks_;
+    Mutex mutex_;
+    std::vector<std::shared_ptr<EncodedUnitSink>> sinks_ OV_GUARDED_BY(mutex_);
     std::atomic<std::size_t> count_{0};
 };
 

@@ -10,7 +10,7 @@ void PacketTap::add(std::shared_ptr<AccessUnitSink> sink)
 {
     auto entry = std::make_shared<Entry>();
     entry->sink = std::move(sink);
-    const std::lock_guard<std::mutex> guard(listMutex_);
+    const MutexLock guard(listMutex_);
     auto changed = std::make_shared<Entries>(*entries_);
     changed->push_back(std::move(entry));
     entries_ = std::move(changed);
@@ -20,7 +20,7 @@ bool PacketTap::remove(const AccessUnitSink* sink)
 {
     std::shared_ptr<Entry> removed;
     {
-        const std::lock_guard<std::mutex> guard(listMutex_);
+        const MutexLock guard(listMutex_);
         auto changed = std::make_shared<Entries>(*entries_);
         const auto found = std::find_if(changed->begin(), changed->end(),
                                         [sink](const auto& entry) { return entry->sink.get() == sink; });
@@ -75,7 +75,7 @@ void PacketTap::discontinuity()
 
 std::shared_ptr<const PacketTap::Entries> PacketTap::snapshot() const
 {
-    const std::lock_guard<std::mutex> guard(listMutex_);
+    const MutexLock guard(listMutex_);
     return entries_;
 }
 

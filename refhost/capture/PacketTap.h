@@ -5,6 +5,7 @@
 #include <mutex>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/media/AccessUnit.h"
 
 namespace refhost
@@ -38,8 +39,8 @@ private:
 
     std::shared_ptr<const Entries> snapshot() const;
 
-    mutable std::mutex listMutex_;
-    std::shared_ptr<const Entries> entries_ = std::make_shared<Entries>();
+    mutable Mutex listMutex_;
+    std::shared_ptr<const Entries> entries_ OV_GUARDED_BY(listMutex_) = std::make_shared<Entries>();
     /// Held while sinks are called; recursive because a sink may detach itself.
     std::recursive_mutex deliveryMutex_;
 };

@@ -30,7 +30,7 @@ PayloadBranch::PayloadBranch(const Place& place, Codec codec, int payloadSize, O
                {
                    std::shared_ptr<PacketTap> tap;
                    {
-                       const std::lock_guard<std::mutex> guard(mutex_);
+                       const MutexLock guard(mutex_);
                        tap = tap_;
                    }
                    if (tap && place_.gate->isOpen())
@@ -108,7 +108,7 @@ bool PayloadBranch::open(std::string& error)
 
 void PayloadBranch::setTap(std::shared_ptr<PacketTap> tap)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     tap_.swap(tap);
 }
 

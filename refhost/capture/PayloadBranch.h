@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/capture/CaptureClock.h"
 #include "refhost/capture/DeliveryGate.h"
 #include "refhost/capture/PacketTap.h"
@@ -73,8 +73,8 @@ private:
     GstPad* teePad_ = nullptr;
     bool skipping_ = false;         // the tee's thread only
     bool refusalReported_ = false;  // the branch's thread only
-    std::mutex mutex_;
-    std::shared_ptr<PacketTap> tap_;
+    Mutex mutex_;
+    std::shared_ptr<PacketTap> tap_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -2,14 +2,14 @@
 
 #include <pthread.h>
 
-#include <condition_variable>
 #include <csignal>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include "refhost/base/ConditionVariable.h"
 
 namespace refhost
 {
@@ -29,7 +29,7 @@ public:
 
     void change(const std::string& title, int by)
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if ((counts_[title] += by) == 0)
         {
             counts_.erase(title);
@@ -38,14 +38,14 @@ public:
 
     int of(const std::string& title) const
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto found = counts_.find(title);
         return found == counts_.end() ? 0 : found->second;
     }
 
     int all() const
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         int sum = 0;
         for (const auto& [title, count] : counts_)
         {
@@ -55,8 +55,8 @@ public:
     }
 
 private:
-    mutable std::mutex mutex_;
-    std::map<std::string, int> counts_;
+    mutable Mutex mutex_;
+    std::map<std::string, int> counts_ OV_GUARDED_BY(mutex_);
 };
 
 /// Signals are for the program's first thread: new threads inherit the mask.
@@ -87,9 +87,9 @@ constexpr int threadsNeeded = 24;
 /// \returns whether the system has so many threads just now
 bool haveThreads()
 {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool done = false;
+    Mutex mutex;
+    ConditionVariable changed;
+    bool done OV_GUARDED_BY(mutex) = false;
     std::vector<std::thread> threads;
     bool enough = true;
     try
@@ -99,8 +99,11 @@ bool haveThreads()
             threads.emplace_back(
                 [&]
                 {
-                    std::unique_lock<std::mutex> guard(mutex);
-                    changed.wait(guard, [&] { return done; });
+                    const MutexLock guard(mutex);
+                    while (!done)
+                    {
+                        changed.wait(mutex);
+                    }
                 });
         }
     }
@@ -109,10 +112,10 @@ bool haveThreads()
         enough = false;
     }
     {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const MutexLock guard(mutex);
         done = true;
     }
-    changed.notify_all();
+    changed.notifyAll();
     for (std::thread& thread : threads)
     {
         thread.join();
@@ -128,18 +131,18 @@ struct PipelineRunner::State
     std::string title;
     std::unique_ptr<StreamPipeline> pipeline;  ///< destroyed by the thread
 
-    mutable std::mutex mutex;
-    mutable std::condition_variable changed;
-    std::function<void()> stopped;
-    StreamPipeline::Taps taps;
-    bool tapsChanged = false;
-    bool keyFrameRequested = false;
-    bool stopping = false;
-    bool ended = false;
-    bool abandoned = false;
-    std::optional<Clock::time_point> busySince;
-    std::uint64_t packets = 0;  ///< when it ended
-    bool otherTransport = false;
+    Mutex mutex;
+    ConditionVariable changed;
+    std::function<void()> stopped OV_GUARDED_BY(mutex);
+    StreamPipeline::Taps taps OV_GUARDED_BY(mutex);
+    bool tapsChanged OV_GUARDED_BY(mutex) = false;
+    bool keyFrameRequested OV_GUARDED_BY(mutex) = false;
+    bool stopping OV_GUARDED_BY(mutex) = false;
+    bool ended OV_GUARDED_BY(mutex) = false;
+    bool abandoned OV_GUARDED_BY(mutex) = false;
+    std::optional<Clock::time_point> busySince OV_GUARDED_BY(mutex);
+    std::uint64_t packets OV_GUARDED_BY(mutex) = 0;  ///< when it ended
+    bool otherTransport OV_GUARDED_BY(mutex) = false;
 };
 
 PipelineRunner::PipelineRunner(const StreamConfig& config, const std::string& title, unsigned attempt,
@@ -161,7 +164,7 @@ PipelineRunner::~PipelineRunner()
 {
     mute();
     stop();
-    const std::lock_guard<std::mutex> guard(state_->mutex);
+    const MutexLock guard(state_->mutex);
     if (!state_->ended)
     {
         state_->abandoned = true;
@@ -172,52 +175,52 @@ PipelineRunner::~PipelineRunner()
 void PipelineRunner::setTaps(const StreamPipeline::Taps& taps)
 {
     {
-        const std::lock_guard<std::mutex> guard(state_->mutex);
+        const MutexLock guard(state_->mutex);
         state_->taps = taps;
         state_->tapsChanged = true;
         state_->busySince = state_->busySince ? state_->busySince : Clock::now();
     }
-    state_->changed.notify_all();
+    state_->changed.notifyAll();
 }
 
 void PipelineRunner::requestKeyFrame()
 {
     {
-        const std::lock_guard<std::mutex> guard(state_->mutex);
+        const MutexLock guard(state_->mutex);
         state_->keyFrameRequested = true;
         state_->busySince = state_->busySince ? state_->busySince : Clock::now();
     }
-    state_->changed.notify_all();
+    state_->changed.notifyAll();
 }
 
 std::uint64_t PipelineRunner::packetCount() const
 {
-    const std::lock_guard<std::mutex> guard(state_->mutex);
+    const MutexLock guard(state_->mutex);
     return state_->pipeline ? state_->pipeline->packetCount() : state_->packets;
 }
 
 bool PipelineRunner::mayWorkByAnotherTransport() const
 {
-    const std::lock_guard<std::mutex> guard(state_->mutex);
+    const MutexLock guard(state_->mutex);
     return state_->pipeline ? state_->pipeline->mayWorkByAnotherTransport() : state_->otherTransport;
 }
 
 bool PipelineRunner::describe(bool partial, std::vector<SubMediaInfo>& tracks) const
 {
-    const std::lock_guard<std::mutex> guard(state_->mutex);
+    const MutexLock guard(state_->mutex);
     return state_->pipeline && state_->pipeline->describe(partial, tracks);
 }
 
 PipelineRunner::Clock::duration PipelineRunner::busyFor() const
 {
-    const std::lock_guard<std::mutex> guard(state_->mutex);
+    const MutexLock guard(state_->mutex);
     return state_->busySince ? Clock::now() - *state_->busySince : Clock::duration(0);
 }
 
 void PipelineRunner::stop()
 {
     {
-        const std::lock_guard<std::mutex> guard(state_->mutex);
+        const MutexLock guard(state_->mutex);
         state_->stopping = true;
         state_->busySince = state_->busySince ? state_->busySince : Clock::now();
         if (state_->pipeline)
@@ -225,12 +228,12 @@ void PipelineRunner::stop()
             state_->pipeline->mute();
         }
     }
-    state_->changed.notify_all();
+    state_->changed.notifyAll();
 }
 
 void PipelineRunner::mute()
 {
-    const std::lock_guard<std::mutex> guard(state_->mutex);
+    const MutexLock guard(state_->mutex);
     state_->stopped = nullptr;
     if (state_->pipeline)
     {
@@ -240,8 +243,11 @@ void PipelineRunner::mute()
 
 bool PipelineRunner::awaitEnd(Clock::time_point deadline) const
 {
-    std::unique_lock<std::mutex> guard(state_->mutex);
-    return state_->changed.wait_until(guard, deadline, [this] { return state_->ended; });
+    const MutexLock guard(state_->mutex);
+    while (!state_->ended && state_->changed.waitUntil(state_->mutex, deadline))
+    {
+    }
+    return state_->ended;
 }
 
 int PipelineRunner::abandoned()
@@ -259,20 +265,20 @@ void PipelineRunner::run(const std::shared_ptr<State>& state)
     pthread_setname_np(pthread_self(), "pipeline");
     // Only this thread takes the pipeline away, so that it may be used without the lock here.
     StreamPipeline& pipeline = *state->pipeline;
-    std::unique_lock<std::mutex> guard(state->mutex);
+    const MutexLock guard(state->mutex);
     bool startNow = true;
     while (!state->stopping)
     {
         if (!startNow && !state->tapsChanged && !state->keyFrameRequested)
         {
             state->busySince.reset();
-            state->changed.wait(guard);
+            state->changed.wait(state->mutex);
             continue;
         }
         const StreamPipeline::Taps taps = state->taps;
         const bool tapsChanged = std::exchange(state->tapsChanged, false) && !startNow;
         const bool keyFrame = std::exchange(state->keyFrameRequested, false) && !startNow;
-        guard.unlock();
+        const MutexUnlock unlocked(state->mutex);
         if (startNow)
         {
             std::string error;
@@ -295,17 +301,18 @@ void PipelineRunner::run(const std::shared_ptr<State>& state)
         {
             pipeline.requestKeyFrame();
         }
-        guard.lock();
     }
-    guard.unlock();
-    pipeline.stop();
-    guard.lock();
+    {
+        const MutexUnlock unlocked(state->mutex);
+        pipeline.stop();
+    }
     state->packets = pipeline.packetCount();
     state->otherTransport = pipeline.mayWorkByAnotherTransport();
     std::unique_ptr<StreamPipeline> pipelineGone = std::move(state->pipeline);
-    guard.unlock();
-    pipelineGone.reset();
-    guard.lock();
+    {
+        const MutexUnlock unlocked(state->mutex);
+        pipelineGone.reset();
+    }
     state->ended = true;
     if (state->abandoned)
     {
@@ -316,7 +323,7 @@ void PipelineRunner::run(const std::shared_ptr<State>& state)
     {
         state->stopped();
     }
-    state->changed.notify_all();
+    state->changed.notifyAll();
 }
 
 }  // namespace refhost

@@ -153,7 +153,7 @@ std::shared_ptr<SourceClock> RtspSource::addTrack(GstPad* pad)
     track->clock = std::make_shared<SourceClock>(static_cast<std::uint32_t>(clockRate), video);
     track->codec = encoding == nullptr ? std::nullopt : codecEncodedAs(encoding);
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &RtspSource::onPacket, track.get(), nullptr);
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     tracks_.push_back(std::move(track));
     return tracks_.back()->clock;
 }
@@ -167,7 +167,7 @@ void RtspSource::takeReport(const SenderReports::Report& report)
     }
     bool wrong = false;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         for (const std::unique_ptr<Track>& track : tracks_)
         {
             wrong = track->clock->report(report.timestamp, report.ssrc, placed, now()) ==
@@ -199,7 +199,7 @@ void RtspSource::addPad(GstPad* pad)
     const std::string session = name.substr(0, name.rfind('_', name.rfind('_') - 1));
     bool fresh = false;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         fresh = sessions_.insert(session).second;
     }
     if (!fresh)
@@ -213,7 +213,7 @@ void RtspSource::addPad(GstPad* pad)
     events.complete = [this] { partComplete(); };
     DecodeStage* decoder = nullptr;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         decoders_.push_back(std::make_unique<DecodeStage>(pipeline_, config_, std::move(events)));
         decoder = decoders_.back().get();
         ++openParts_;
@@ -228,7 +228,7 @@ void RtspSource::addPad(GstPad* pad)
 void RtspSource::partComplete()
 {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if (--openParts_ != 0)
         {
             return;

@@ -5,11 +5,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/capture/DecodeStage.h"
 #include "refhost/capture/MediaSource.h"
 #include "refhost/capture/SenderReports.h"
@@ -63,12 +63,12 @@ private:
     Transport transport_;
     MediaSink& sink_;
     GstBin* pipeline_ = nullptr;
-    std::mutex mutex_;
-    std::vector<std::unique_ptr<DecodeStage>> decoders_;
-    std::vector<std::unique_ptr<Track>> tracks_;
-    std::set<std::string> sessions_;  ///< of which a pad came
+    Mutex mutex_;
+    std::vector<std::unique_ptr<DecodeStage>> decoders_ OV_GUARDED_BY(mutex_);
+    std::vector<std::unique_ptr<Track>> tracks_ OV_GUARDED_BY(mutex_);
+    std::set<std::string> sessions_ OV_GUARDED_BY(mutex_);  ///< of which a pad came
     /// The client and each of the decoders have to say that no further pad will come.
-    int openParts_ = 1;
+    int openParts_ OV_GUARDED_BY(mutex_) = 1;
 };
 
 }  // namespace refhost

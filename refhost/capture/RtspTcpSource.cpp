@@ -388,7 +388,7 @@ bool RtspTcpSource::addEntry(Track& track, std::string& error)
     { sink_.addPad(media, caps, clock); };
     events.complete = [this] { partComplete(); };
     {
-        const std::lock_guard<std::mutex> guard(partsMutex_);
+        const MutexLock guard(partsMutex_);
         ++openParts_;
     }
     track.decoder = std::make_unique<DecodeStage>(pipeline_, config_, std::move(events));
@@ -404,7 +404,7 @@ bool RtspTcpSource::addEntry(Track& track, std::string& error)
 void RtspTcpSource::partComplete()
 {
     {
-        const std::lock_guard<std::mutex> guard(partsMutex_);
+        const MutexLock guard(partsMutex_);
         if (--openParts_ != 0)
         {
             return;

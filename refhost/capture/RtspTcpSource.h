@@ -6,11 +6,11 @@
 #include <gst/sdp/gstsdpmessage.h>
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/capture/CameraConversation.h"
 #include "refhost/capture/DecodeStage.h"
 #include "refhost/capture/MediaSource.h"
@@ -93,7 +93,7 @@ private:
     bool bye_ = false;
     bool refused_ = false;  ///< it may work over another transport
     std::size_t openParts_ = 1;
-    std::mutex partsMutex_;
+    Mutex partsMutex_;
 };
 
 }  // namespace refhost

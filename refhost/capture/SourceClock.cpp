@@ -36,7 +36,7 @@ SourceClock::SourceClock(std::uint32_t clockRate, bool reordered)
 
 std::int64_t SourceClock::place(std::uint32_t timestamp, std::uint32_t ssrc, std::int64_t arrivalNs)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!started_ || !continues(span(lastTimestamp_, timestamp), arrivalNs - lastArrivalNs_))
     {
         restart(timestamp, ssrc, arrivalNs);
@@ -74,7 +74,7 @@ std::int64_t SourceClock::place(std::uint32_t timestamp, std::uint32_t ssrc, std
 SourceClock::Report SourceClock::report(std::uint32_t timestamp, std::uint32_t ssrc,
                                         std::optional<std::int64_t> reportNs, std::int64_t arrivalNs)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (started_ && ssrc != ssrc_)
     {
         // The media may be about to change to it.
@@ -105,7 +105,7 @@ SourceClock::Report SourceClock::report(std::uint32_t timestamp, std::uint32_t s
 
 std::int64_t SourceClock::captured(std::int64_t mediaNs) const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (knots_.empty())
     {
         return mediaNs;

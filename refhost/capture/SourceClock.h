@@ -2,8 +2,9 @@
 
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <optional>
+
+#include "refhost/base/Mutex.h"
 
 namespace refhost
 {
@@ -71,28 +72,29 @@ private:
     };
 
     std::int64_t span(std::uint32_t from, std::uint32_t to) const;
-    bool continues(std::int64_t spanNs, std::int64_t elapsedNs) const;
-    void restart(std::uint32_t timestamp, std::uint32_t ssrc, std::int64_t arrivalNs);
-    void noteDelay(std::int64_t delayNs, std::int64_t arrivalNs);
-    std::int64_t minDelay() const;
-    void follow(std::int64_t mediaNs);
+    bool continues(std::int64_t spanNs, std::int64_t elapsedNs) const OV_REQUIRES(mutex_);
+    void restart(std::uint32_t timestamp, std::uint32_t ssrc, std::int64_t arrivalNs) OV_REQUIRES(mutex_);
+    void noteDelay(std::int64_t delayNs, std::int64_t arrivalNs) OV_REQUIRES(mutex_);
+    std::int64_t minDelay() const OV_REQUIRES(mutex_);
+    void follow(std::int64_t mediaNs) OV_REQUIRES(mutex_);
 
     const std::uint32_t clockRate_;
     const bool reordered_;
 
-    mutable std::mutex mutex_;
-    bool started_ = false;
-    std::uint32_t ssrc_ = 0;
-    std::uint32_t lastTimestamp_ = 0;
-    std::int64_t lastTicks_ = 0;  ///< since baseNs_, unwrapped
-    std::int64_t baseNs_ = 0;     ///< media time where the ticks count from
-    std::int64_t lastMediaNs_ = 0;
-    std::int64_t latestMediaNs_ = 0;
-    std::int64_t lastArrivalNs_ = 0;
-    std::deque<Delay> delays_;
-    std::optional<SenderReport> pending_;     ///< came before its media
-    std::optional<std::int64_t> reportedNs_;  ///< offset that the sender reports ask for
-    std::deque<Knot> knots_;
+    mutable Mutex mutex_;
+    bool started_ OV_GUARDED_BY(mutex_) = false;
+    std::uint32_t ssrc_ OV_GUARDED_BY(mutex_) = 0;
+    std::uint32_t lastTimestamp_ OV_GUARDED_BY(mutex_) = 0;
+    std::int64_t lastTicks_ OV_GUARDED_BY(mutex_) = 0;  ///< since baseNs_, unwrapped
+    std::int64_t baseNs_ OV_GUARDED_BY(mutex_) = 0;     ///< media time where the ticks count from
+    std::int64_t lastMediaNs_ OV_GUARDED_BY(mutex_) = 0;
+    std::int64_t latestMediaNs_ OV_GUARDED_BY(mutex_) = 0;
+    std::int64_t lastArrivalNs_ OV_GUARDED_BY(mutex_) = 0;
+    std::deque<Delay> delays_ OV_GUARDED_BY(mutex_);
+    std::optional<SenderReport> pending_ OV_GUARDED_BY(mutex_);  ///< came before its media
+    std::optional<std::int64_t> reportedNs_
+        OV_GUARDED_BY(mutex_);  ///< offset that the sender reports ask for
+    std::deque<Knot> knots_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

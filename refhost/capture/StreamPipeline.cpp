@@ -43,7 +43,10 @@ void StreamPipeline::stop()
 
 bool StreamPipeline::start(const Taps& taps, std::string& error)
 {
-    taps_ = taps;
+    {
+        const MutexLock guard(tracksMutex_);
+        taps_ = taps;
+    }
     pipeline_.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
     // The monotonic clock for every source: it is the clock of capture times.
     const GstObjectPtr<GstClock> clock(gst_system_clock_obtain());
@@ -68,13 +71,13 @@ bool StreamPipeline::start(const Taps& taps, std::string& error)
 void StreamPipeline::mute()
 {
     gate_->shut();
-    const std::lock_guard<std::mutex> guard(eventsMutex_);
+    const MutexLock guard(eventsMutex_);
     events_ = Events();
 }
 
 void StreamPipeline::setTaps(const Taps& taps)
 {
-    const std::lock_guard<std::mutex> guard(tracksMutex_);
+    const MutexLock guard(tracksMutex_);
     taps_ = taps;
     for (const auto& [trackId, track] : tracks_)
     {
@@ -84,7 +87,7 @@ void StreamPipeline::setTaps(const Taps& taps)
 
 void StreamPipeline::requestKeyFrame()
 {
-    const std::lock_guard<std::mutex> guard(tracksMutex_);
+    const MutexLock guard(tracksMutex_);
     for (const auto& [trackId, track] : tracks_)
     {
         if (isVideo(track->codec()))
@@ -96,7 +99,7 @@ void StreamPipeline::requestKeyFrame()
 
 bool StreamPipeline::describe(bool partial, std::vector<SubMediaInfo>& tracks) const
 {
-    const std::lock_guard<std::mutex> guard(descriptionMutex_);
+    const MutexLock guard(descriptionMutex_);
     const bool complete = padsComplete_ && described_.size() == trackCount_;
     if (described_.empty() || !(complete || partial))
     {
@@ -141,7 +144,7 @@ void StreamPipeline::padsComplete()
 {
     bool none = false;
     {
-        const std::lock_guard<std::mutex> guard(descriptionMutex_);
+        const MutexLock guard(descriptionMutex_);
         padsComplete_ = true;
         none = trackCount_ == 0;
     }
@@ -156,7 +159,7 @@ void StreamPipeline::padsComplete()
 void StreamPipeline::sourceEnded(const std::string& why, bool otherTransport)
 {
     otherTransport_ = otherTransport_ || otherTransport;
-    const std::lock_guard<std::mutex> guard(eventsMutex_);
+    const MutexLock guard(eventsMutex_);
     if (events_.ended)
     {
         events_.ended(why);
@@ -165,7 +168,7 @@ void StreamPipeline::sourceEnded(const std::string& why, bool otherTransport)
 
 void StreamPipeline::sourceClockUnusable(const std::string& why)
 {
-    const std::lock_guard<std::mutex> guard(eventsMutex_);
+    const MutexLock guard(eventsMutex_);
     if (events_.clockUnusable)
     {
         events_.clockUnusable(why);
@@ -174,7 +177,7 @@ void StreamPipeline::sourceClockUnusable(const std::string& why)
 
 void StreamPipeline::announceDescription()
 {
-    const std::lock_guard<std::mutex> guard(eventsMutex_);
+    const MutexLock guard(eventsMutex_);
     if (events_.described)
     {
         events_.described();
@@ -203,11 +206,21 @@ void StreamPipeline::addTrack(GstPad* pad, Codec codec, const std::string& line,
                               std::shared_ptr<const SourceClock> clock)
 {
     const std::string trackId = trackIdOf(codec);
-    std::unique_lock<std::mutex> guard(tracksMutex_);
+    std::string error;
+    if (!makeTrack(trackId, pad, codec, line, encoded, std::move(clock), error))
+    {
+        return error.empty() ? dropPad(pad) : sourceEnded(error, false);
+    }
+}
+
+/// \returns false with an empty error where there is such a track already
+bool StreamPipeline::makeTrack(const std::string& trackId, GstPad* pad, Codec codec, const std::string& line,
+                               bool encoded, std::shared_ptr<const SourceClock> clock, std::string& error)
+{
+    const MutexLock guard(tracksMutex_);
     if (tracks_.count(trackId) != 0)
     {
-        guard.unlock();
-        return dropPad(pad);
+        return false;
     }
     MediaTrack& track =
         *tracks_
@@ -215,19 +228,18 @@ void StreamPipeline::addTrack(GstPad* pad, Codec codec, const std::string& line,
                                                             codec, mediaTap_, title_, gate_))
              .first->second;
     {
-        const std::lock_guard<std::mutex> description(descriptionMutex_);
+        const MutexLock description(descriptionMutex_);
         ++trackCount_;
     }
-    std::string error;
     const auto onCaps = [this, codec, encoded](const GstCaps* rtpCaps, const GstCaps* mediaCaps)
     { onTrackCaps(codec, encoded, rtpCaps, mediaCaps); };
     if (!track.open(pad, line, onCaps, error))
     {
         tracks_.erase(trackId);
-        guard.unlock();
-        return sourceEnded(error, false);
+        return false;
     }
     track.setTaps(tapsOf(taps_, trackId));
+    return true;
 }
 
 void StreamPipeline::dropPad(GstPad* pad)
@@ -259,7 +271,7 @@ void StreamPipeline::onTrackCaps(Codec codec, bool encoded, const GstCaps* rtpCa
         info.bitRate = encodedBitRate(codec, config_);
     }
     {
-        const std::lock_guard<std::mutex> guard(descriptionMutex_);
+        const MutexLock guard(descriptionMutex_);
         described_[info.trackId] = info;
     }
     announceDescription();

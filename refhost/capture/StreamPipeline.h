@@ -7,12 +7,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "hostapi/description/SubMediaInfo.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/capture/DeliveryGate.h"
 #include "refhost/capture/MediaSource.h"
 #include "refhost/capture/MediaTrack.h"
@@ -99,6 +99,8 @@ private:
     static GstBusSyncReply onMessage(GstBus* bus, GstMessage* message, gpointer self);
     void addTrack(GstPad* pad, Codec codec, const std::string& line, bool encoded,
                   std::shared_ptr<const SourceClock> clock);
+    bool makeTrack(const std::string& trackId, GstPad* pad, Codec codec, const std::string& line,
+                   bool encoded, std::shared_ptr<const SourceClock> clock, std::string& error);
     void announceDescription();
     void dropPad(GstPad* pad);
     void onTrackCaps(Codec codec, bool encoded, const GstCaps* rtpCaps, const GstCaps* mediaCaps);
@@ -108,22 +110,22 @@ private:
     const std::string title_;
     const std::shared_ptr<MediaTap> mediaTap_;
     const DeliveryGate::Ptr gate_ = std::make_shared<DeliveryGate>();
-    std::mutex eventsMutex_;  ///< held while an event is called
-    Events events_;
+    Mutex eventsMutex_;  ///< held while an event is called
+    Events events_ OV_GUARDED_BY(eventsMutex_);
     GstObjectPtr<GstElement> pipeline_;
     bool stopped_ = false;
     std::unique_ptr<MediaSource> source_;
     std::atomic<bool> otherTransport_{false};
 
     /// Held while tracks are added and changed. A branch's thread never takes it.
-    mutable std::mutex tracksMutex_;
-    std::map<std::string, std::unique_ptr<MediaTrack>> tracks_;
-    Taps taps_;
+    mutable Mutex tracksMutex_;
+    std::map<std::string, std::unique_ptr<MediaTrack>> tracks_ OV_GUARDED_BY(tracksMutex_);
+    Taps taps_ OV_GUARDED_BY(tracksMutex_);
 
-    mutable std::mutex descriptionMutex_;
-    bool padsComplete_ = false;
-    std::map<std::string, SubMediaInfo> described_;
-    std::size_t trackCount_ = 0;
+    mutable Mutex descriptionMutex_;
+    bool padsComplete_ OV_GUARDED_BY(descriptionMutex_) = false;
+    std::map<std::string, SubMediaInfo> described_ OV_GUARDED_BY(descriptionMutex_);
+    std::size_t trackCount_ OV_GUARDED_BY(descriptionMutex_) = 0;
 };
 
 }  // namespace refhost

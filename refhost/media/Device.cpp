@@ -1,9 +1,9 @@
 #include "refhost/media/Device.h"
 
-#include <mutex>
 #include <utility>
 
 #include "refhost/base/ChangeSignal.h"
+#include "refhost/base/Mutex.h"
 
 namespace refhost
 {
@@ -12,10 +12,10 @@ namespace
 
 struct Served
 {
-    std::mutex mutex;
-    std::shared_ptr<StreamDirectory> streams;
-    std::shared_ptr<RecordingIndex> recordings;
-    bool recordingsExpected = false;
+    Mutex mutex;
+    std::shared_ptr<StreamDirectory> streams OV_GUARDED_BY(mutex);
+    std::shared_ptr<RecordingIndex> recordings OV_GUARDED_BY(mutex);
+    bool recordingsExpected OV_GUARDED_BY(mutex) = false;
 
     static Served& instance()
     {
@@ -30,14 +30,14 @@ struct Served
 void Device::setStreams(std::shared_ptr<StreamDirectory> streams)
 {
     Served& served = Served::instance();
-    const std::lock_guard<std::mutex> guard(served.mutex);
+    const MutexLock guard(served.mutex);
     served.streams.swap(streams);
 }
 
 std::shared_ptr<StreamDirectory> Device::streams()
 {
     Served& served = Served::instance();
-    const std::lock_guard<std::mutex> guard(served.mutex);
+    const MutexLock guard(served.mutex);
     return served.streams;
 }
 
@@ -45,7 +45,7 @@ void Device::setRecordings(std::shared_ptr<RecordingIndex> recordings)
 {
     Served& served = Served::instance();
     {
-        const std::lock_guard<std::mutex> guard(served.mutex);
+        const MutexLock guard(served.mutex);
         served.recordings.swap(recordings);
         served.recordingsExpected = false;
     }
@@ -55,21 +55,21 @@ void Device::setRecordings(std::shared_ptr<RecordingIndex> recordings)
 void Device::expectRecordings()
 {
     Served& served = Served::instance();
-    const std::lock_guard<std::mutex> guard(served.mutex);
+    const MutexLock guard(served.mutex);
     served.recordingsExpected = true;
 }
 
 bool Device::recordingsExpected()
 {
     Served& served = Served::instance();
-    const std::lock_guard<std::mutex> guard(served.mutex);
+    const MutexLock guard(served.mutex);
     return served.recordingsExpected;
 }
 
 std::shared_ptr<RecordingIndex> Device::recordings()
 {
     Served& served = Served::instance();
-    const std::lock_guard<std::mutex> guard(served.mutex);
+    const MutexLock guard(served.mutex);
     return served.recordings;
 }
 

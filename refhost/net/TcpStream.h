@@ -1,8 +1,7 @@
 #pragma once
 // Tested by tests/refhost/net/ByteStreamContract_test.cpp.
 
-#include <mutex>
-
+#include "refhost/base/Mutex.h"
 #include "refhost/base/SocketHandle.h"
 #include "refhost/net/ByteStream.h"
 
@@ -36,9 +35,9 @@ private:
     SocketHandle socket_;
     const SocketAddress peer_;
     mutable std::optional<SocketAddress> local_;  // asked for when it is needed
-    std::mutex mutex_;                            // of what follows
-    EventLoop* loop_ = nullptr;
-    std::uint32_t watched_ = receivable;
+    Mutex mutex_;                                 // of what follows
+    EventLoop* loop_ OV_GUARDED_BY(mutex_) = nullptr;
+    std::uint32_t watched_ OV_GUARDED_BY(mutex_) = receivable;
 };
 
 }  // namespace refhost

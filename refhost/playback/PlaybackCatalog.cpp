@@ -51,7 +51,7 @@ int PlaybackCatalog::describe(const RecordInfo& record, MediaInfo& out)
     {
         return hostRecordingUnknown;
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto entry = find({record.getCameraId(), begin, end});
     if (entry->asked)
     {
@@ -111,7 +111,7 @@ MonotonicTime PlaybackCatalog::run(MonotonicTime now)
 {
     Key key;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if (!nextAsked(key))
         {
             return never;
@@ -120,7 +120,7 @@ MonotonicTime PlaybackCatalog::run(MonotonicTime now)
     Entry found;
     const int status = lookUp(key, found);
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto known = byKey_.find(key);
         if (known != byKey_.end())
         {

@@ -5,7 +5,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "hostapi/description/MediaInfo.h"
 #include "hostapi/description/RecordInfo.h"
 #include "refhost/base/HostClock.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/RecordingDescriber.h"
 #include "refhost/playback/RecordingDirectory.h"
@@ -61,17 +61,17 @@ private:
     };
     using Entries = std::list<Entry>;  // the latest first
 
-    Entries::iterator find(const Key& key);
-    bool nextAsked(Key& key) const;
+    Entries::iterator find(const Key& key) OV_REQUIRES(mutex_);
+    bool nextAsked(Key& key) const OV_REQUIRES(mutex_);
     int lookUp(const Key& key, Entry& out);
 
     const RecordedMedia recordings_;
     PlaybackScheduler& scheduler_;
     const HostClock& clock_;
     RecordingDescriber describer_;  // run() alone
-    mutable std::mutex mutex_;
-    Entries entries_;
-    std::map<Key, Entries::iterator> byKey_;
+    mutable Mutex mutex_;
+    Entries entries_ OV_GUARDED_BY(mutex_);
+    std::map<Key, Entries::iterator> byKey_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -21,7 +21,7 @@ PlaybackDispatcher::~PlaybackDispatcher() = default;
 void PlaybackDispatcher::init(const std::string& sessionId, const RecordInfo& record,
                               std::optional<WallTime> start)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     std::shared_ptr<PlaybackSession>& session = sessions_[sessionId];
     if (!session)
     {
@@ -48,7 +48,7 @@ int PlaybackDispatcher::setup(const std::string& sessionId, const SubMediaInfo& 
 
 std::shared_ptr<PlaybackSession> PlaybackDispatcher::find(const std::string& sessionId)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = sessions_.find(sessionId);
     return found == sessions_.end() ? nullptr : found->second;
 }
@@ -60,7 +60,7 @@ int PlaybackDispatcher::stop(const std::string& sessionId, const std::string& tr
     const int status = session ? session->remove(trackId, empty) : hostTrackUnknown;
     if (status == 0 && empty)
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         sessions_.erase(sessionId);
     }
     return status;
@@ -68,7 +68,7 @@ int PlaybackDispatcher::stop(const std::string& sessionId, const std::string& tr
 
 void PlaybackDispatcher::dropEmpty(const std::string& sessionId)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = sessions_.find(sessionId);
     if (found != sessions_.end() && found->second->empty())
     {
@@ -78,7 +78,7 @@ void PlaybackDispatcher::dropEmpty(const std::string& sessionId)
 
 std::size_t PlaybackDispatcher::sessionCount() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return sessions_.size();
 }
 

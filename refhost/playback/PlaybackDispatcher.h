@@ -3,12 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "hostapi/description/RecordInfo.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/playback/PlaybackSession.h"
 
@@ -55,8 +55,8 @@ public:
 
 private:
     PlaybackService& service_;
-    mutable std::mutex mutex_;
-    std::unordered_map<std::string, std::shared_ptr<PlaybackSession>> sessions_;
+    mutable Mutex mutex_;
+    std::unordered_map<std::string, std::shared_ptr<PlaybackSession>> sessions_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

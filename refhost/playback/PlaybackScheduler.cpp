@@ -16,7 +16,7 @@ PlaybackScheduler::~PlaybackScheduler()
 
 void PlaybackScheduler::start(unsigned threads)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     stopping_ = false;
     while (threads_.size() < threads)
     {
@@ -28,11 +28,11 @@ void PlaybackScheduler::stop()
 {
     std::vector<std::thread> ending;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         stopping_ = true;
         ending.swap(threads_);
     }
-    changed_.notify_all();
+    changed_.notifyAll();
     for (std::thread& thread : ending)
     {
         thread.join();
@@ -42,7 +42,7 @@ void PlaybackScheduler::stop()
 void PlaybackScheduler::wake(const std::shared_ptr<PlaybackWork>& work)
 {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto [found, fresh] = entries_.try_emplace(work.get());
         Entry& entry = found->second;
         entry.work = work;
@@ -60,14 +60,14 @@ void PlaybackScheduler::wake(const std::shared_ptr<PlaybackWork>& work)
         }
         entry.ticket = due_.add(due, work.get());
     }
-    changed_.notify_one();
+    changed_.notifyOne();
 }
 
 std::size_t PlaybackScheduler::runDue(std::size_t max)
 {
-    std::unique_lock<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     std::size_t runs = 0;
-    while (runs < max && runOne(lock, clock_.now()))
+    while (runs < max && runOne(clock_.now()))
     {
         ++runs;
     }
@@ -76,35 +76,35 @@ std::size_t PlaybackScheduler::runDue(std::size_t max)
 
 MonotonicTime PlaybackScheduler::nextDue() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return due_.nextDue();
 }
 
 std::size_t PlaybackScheduler::size() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return entries_.size();
 }
 
 void PlaybackScheduler::serve()
 {
-    std::unique_lock<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     while (!stopping_)
     {
-        if (runOne(lock, clock_.now()))
+        if (runOne(clock_.now()))
         {
             continue;
         }
         if (due_.empty())
         {
-            changed_.wait(lock);
+            changed_.wait(mutex_);
             continue;
         }
-        changed_.wait_for(lock, due_.nextDue() - clock_.now());
+        changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + (due_.nextDue() - clock_.now()));
     }
 }
 
-bool PlaybackScheduler::runOne(std::unique_lock<std::mutex>& lock, MonotonicTime now)
+bool PlaybackScheduler::runOne(MonotonicTime now)
 {
     const std::optional<const PlaybackWork*> key = due_.takeDue(now);
     if (!key)
@@ -122,16 +122,17 @@ bool PlaybackScheduler::runOne(std::unique_lock<std::mutex>& lock, MonotonicTime
     entry.again = false;
     if (due_.nextDue() <= now)
     {
-        changed_.notify_one();
+        changed_.notifyOne();
     }
-    lock.unlock();
-    const MonotonicTime due = work->run(now);
-    lock.lock();
+    MonotonicTime due;
+    {
+        const MutexUnlock unlocked(mutex_);
+        due = work->run(now);
+    }
     settle(*key, due);
-    lock.unlock();
     // The last hold may be this one; the end of a session takes its time and locks of its own.
+    const MutexUnlock unlocked(mutex_);
     work.reset();
-    lock.lock();
     return true;
 }
 

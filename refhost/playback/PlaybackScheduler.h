@@ -1,14 +1,13 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
+#include "refhost/base/ConditionVariable.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/threads/DueQueue.h"
 
@@ -70,16 +69,16 @@ private:
     };
 
     void serve();
-    bool runOne(std::unique_lock<std::mutex>& lock, MonotonicTime now);
-    void settle(const PlaybackWork* key, MonotonicTime due);
+    bool runOne(MonotonicTime now) OV_REQUIRES(mutex_);
+    void settle(const PlaybackWork* key, MonotonicTime due) OV_REQUIRES(mutex_);
 
     const HostClock& clock_;
-    mutable std::mutex mutex_;
-    std::condition_variable changed_;
-    std::unordered_map<const PlaybackWork*, Entry> entries_;
-    Queue due_;
-    bool stopping_ = false;
-    std::vector<std::thread> threads_;
+    mutable Mutex mutex_;
+    ConditionVariable changed_;
+    std::unordered_map<const PlaybackWork*, Entry> entries_ OV_GUARDED_BY(mutex_);
+    Queue due_ OV_GUARDED_BY(mutex_);
+    bool stopping_ OV_GUARDED_BY(mutex_) = false;
+    std::vector<std::thread> threads_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -60,7 +60,7 @@ PlaybackCatalog& PlaybackService::catalog()
 
 void PlaybackService::ensureWorkers()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (!started_)
     {
         started_ = true;

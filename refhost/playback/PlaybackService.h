@@ -3,10 +3,10 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include "hostapi/description/RecordInfo.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/playback/PlaybackCatalog.h"
 #include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/PlaybackSession.h"
@@ -65,8 +65,8 @@ private:
     const PlaybackSettings settings_;
     const RecordedMedia recordings_;
     const unsigned threads_;
-    std::mutex mutex_;
-    bool started_ = false;
+    Mutex mutex_;
+    bool started_ OV_GUARDED_BY(mutex_) = false;
     PlaybackScheduler scheduler_;
     const std::shared_ptr<PlaybackCatalog> catalog_;
 };

@@ -32,7 +32,7 @@ PlaybackSession::~PlaybackSession() = default;
 
 void PlaybackSession::addTrack(const SubMediaInfo& info, int payloadSize)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     auto track = std::make_shared<PlaybackTrack>(weak_from_this(), info, payloadSize, name_, settings_);
     if (const TrackPtr former = tracks_.of(track->video))
     {
@@ -43,14 +43,14 @@ void PlaybackSession::addTrack(const SubMediaInfo& info, int payloadSize)
 
 int PlaybackSession::connect(const std::string& trackId, const SafePointer<IConnection>& connection)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const TrackPtr track = tracks_.find(trackId);
     return track ? track->sender.connect(connection, track) : hostTrackUnknown;
 }
 
 int PlaybackSession::play(const std::string& trackId)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
@@ -88,7 +88,7 @@ int PlaybackSession::play(const std::string& trackId)
 
 int PlaybackSession::pause(const std::string& trackId)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
@@ -100,7 +100,7 @@ int PlaybackSession::pause(const std::string& trackId)
 
 int PlaybackSession::remove(const std::string& trackId, bool& empty)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
@@ -114,7 +114,7 @@ int PlaybackSession::remove(const std::string& trackId, bool& empty)
 
 int PlaybackSession::setRange(const std::string& trackId, double begin, double end, int kind, bool move)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!tracks_.find(trackId))
     {
         return hostTrackUnknown;
@@ -143,7 +143,7 @@ int PlaybackSession::setRange(const std::string& trackId, double begin, double e
 
 int PlaybackSession::range(const std::string& trackId, double& begin, double& end)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!tracks_.find(trackId))
     {
         return hostTrackUnknown;
@@ -155,7 +155,7 @@ int PlaybackSession::range(const std::string& trackId, double& begin, double& en
 
 int PlaybackSession::setPausePosition(const std::string& trackId, double position)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!tracks_.find(trackId))
     {
         return hostTrackUnknown;
@@ -167,7 +167,7 @@ int PlaybackSession::setPausePosition(const std::string& trackId, double positio
 
 int PlaybackSession::setSpeed(const std::string& trackId, double scale, double speed)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!tracks_.find(trackId))
     {
         return hostTrackUnknown;
@@ -188,7 +188,7 @@ int PlaybackSession::setSpeed(const std::string& trackId, double scale, double s
 
 int PlaybackSession::firstPacket(const std::string& trackId, RTPPacketInfo& out)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
@@ -200,7 +200,7 @@ int PlaybackSession::firstPacket(const std::string& trackId, RTPPacketInfo& out)
 
 int PlaybackSession::ssrc(const std::string& trackId, int& ssrc)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
@@ -212,7 +212,7 @@ int PlaybackSession::ssrc(const std::string& trackId, int& ssrc)
 
 int PlaybackSession::connectionState(const std::string& trackId, bool& connected)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
@@ -224,7 +224,7 @@ int PlaybackSession::connectionState(const std::string& trackId, bool& connected
 
 int PlaybackSession::statistics(const std::string& trackId, TrackStatistics& out)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const TrackPtr track = tracks_.find(trackId);
     if (!track)
     {
@@ -236,14 +236,14 @@ int PlaybackSession::statistics(const std::string& trackId, TrackStatistics& out
 
 void PlaybackSession::setReportInterval(Duration interval)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     settings_.reportInterval = interval;
     tracks_.each([interval](PlaybackTrack& track) { track.sender.setReportInterval(interval); });
 }
 
 void PlaybackSession::end()
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     for (const bool video : {true, false})
     {
         if (const TrackPtr track = tracks_.of(video))
@@ -256,13 +256,13 @@ void PlaybackSession::end()
 
 bool PlaybackSession::empty() const
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     return tracks_.empty();
 }
 
 bool PlaybackSession::ended() const
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     return pump_.state() == PlaybackState::ended && !seek_.pending();
 }
 
@@ -273,7 +273,7 @@ void PlaybackSession::wake()
 
 void PlaybackSession::readReport(PlaybackTrack& track, const std::uint8_t* data, std::size_t size)
 {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     track.heard();
     track.sender.readReport(data, size);
 }
@@ -324,13 +324,13 @@ MonotonicTime PlaybackSession::run(MonotonicTime now)
 {
     // Now and then, so that the tracks notice when the clock is set.
     settings_.clock->wall().mapping();
-    Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     if (seek_.pending())
     {
-        seek(lock);
+        seek();
     }
     MonotonicTime due = pump_.run(now);
-    if (readAhead(lock, now))
+    if (readAhead(now))
     {
         due = pump_.run(now);
     }
@@ -342,22 +342,23 @@ MonotonicTime PlaybackSession::run(MonotonicTime now)
 }
 
 /// Looks for the requested place; without the lock meanwhile, as the disk may take its time.
-void PlaybackSession::seek(Lock& lock)
+void PlaybackSession::seek()
 {
     const PendingSeek::Search search = seek_.search();
     const PlaybackSource::Request request = requestFor(search.target);
-    lock.unlock();
     PlaybackUnit first;
-    const bool found = source_->open(request) && source_->read(first) == PlaybackSource::Result::unit;
-    lock.lock();
+    bool found = false;
+    {
+        const MutexUnlock unlocked(mutex_);
+        found = source_->open(request) && source_->read(first) == PlaybackSource::Result::unit;
+    }
     if (found)
     {
         pump_.moveTo(request, std::move(first), search.target.goesOn);
     }
     seek_.finish(search, found);
-    lock.unlock();
+    const MutexUnlock unlocked(mutex_);
     ChangeSignal::instance().announce();
-    lock.lock();
 }
 
 bool PlaybackSession::wantsToRead(MonotonicTime now)
@@ -366,16 +367,18 @@ bool PlaybackSession::wantsToRead(MonotonicTime now)
 }
 
 /// \returns true when something came or the end was found
-bool PlaybackSession::readAhead(Lock& lock, MonotonicTime now)
+bool PlaybackSession::readAhead(MonotonicTime now)
 {
     if (seek_.pending() || !wantsToRead(now))
     {
         return false;
     }
     const ReadAhead::Plan plan = pump_.readAhead().plan(pump_.mode().speed.rate());
-    lock.unlock();
-    ReadAhead::Batch batch = ReadAhead::read(*source_, plan);
-    lock.lock();
+    ReadAhead::Batch batch;
+    {
+        const MutexUnlock unlocked(mutex_);
+        batch = ReadAhead::read(*source_, plan);
+    }
     return pump_.readAhead().add(std::move(batch), now);
 }
 

@@ -4,12 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "hostapi/description/RTPPacketInfo.h"
 #include "hostapi/description/SubMediaInfo.h"
 #include "hostapi/device/IConnection.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/playback/PendingSeek.h"
 #include "refhost/playback/PlaybackPump.h"
 #include "refhost/playback/PlaybackScheduler.h"
@@ -118,16 +118,15 @@ public:
     MonotonicTime run(MonotonicTime now) override;
 
 private:
-    using Lock = std::unique_lock<std::mutex>;
     using TrackPtr = PlaybackTracks::TrackPtr;
 
     WallTime instant(double seconds) const;
-    PendingSeek::Target wholeInterval() const;
-    PendingSeek::Target goingOn() const;
-    PlaybackSource::Request requestFor(const PendingSeek::Target& target) const;
-    void seek(Lock& lock);
-    bool wantsToRead(MonotonicTime now);
-    bool readAhead(Lock& lock, MonotonicTime now);
+    PendingSeek::Target wholeInterval() const OV_REQUIRES(mutex_);
+    PendingSeek::Target goingOn() const OV_REQUIRES(mutex_);
+    PlaybackSource::Request requestFor(const PendingSeek::Target& target) const OV_REQUIRES(mutex_);
+    void seek() OV_REQUIRES(mutex_);
+    bool wantsToRead(MonotonicTime now) OV_REQUIRES(mutex_);
+    bool readAhead(MonotonicTime now) OV_REQUIRES(mutex_);
 
     const Interval interval_;
     PlaybackSettings settings_;  // the report interval under the lock; the rest is constant
@@ -135,10 +134,10 @@ private:
     const std::unique_ptr<PlaybackSource> source_;  // run() alone, without the lock
     const RtcpWriter::Name name_;
 
-    mutable std::mutex mutex_;
-    PlaybackTracks tracks_;
-    PendingSeek seek_;
-    PlaybackPump pump_;
+    mutable Mutex mutex_;
+    PlaybackTracks tracks_ OV_GUARDED_BY(mutex_);
+    PendingSeek seek_ OV_GUARDED_BY(mutex_);
+    PlaybackPump pump_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/playback/PlaybackSession.h"
 
@@ -28,7 +28,7 @@ struct RTPPlayBackDispacher::Impl
 
     SessionPtr find(const std::string& sessionId)
     {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const MutexLock guard(mutex);
         const auto found = sessions.find(sessionId);
         return found == sessions.end() ? nullptr : found->second;
     }
@@ -42,11 +42,11 @@ struct RTPPlayBackDispacher::Impl
     }
 
     MTUParam mtu;
-    std::mutex mutex;
-    std::optional<RecordInfo> record;
-    PlaybackSettings settings = PlaybackService::instance().settings();
-    bool started = false;
-    std::map<std::string, SessionPtr> sessions;
+    Mutex mutex;
+    std::optional<RecordInfo> record OV_GUARDED_BY(mutex);
+    PlaybackSettings settings OV_GUARDED_BY(mutex) = PlaybackService::instance().settings();
+    bool started OV_GUARDED_BY(mutex) = false;
+    std::map<std::string, SessionPtr> sessions OV_GUARDED_BY(mutex);
 };
 
 RTPPlayBackDispacher::RTPPlayBackDispacher() : impl_(new Impl)
@@ -65,7 +65,7 @@ RTPPlayBackDispacher::~RTPPlayBackDispacher() noexcept(false)
 
 void RTPPlayBackDispacher::setMediaSource(const SafePointer<IMediaSource>& source)
 {
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     impl_->record = source->getRecordInfo();
 }
 
@@ -73,13 +73,13 @@ void RTPPlayBackDispacher::setTransferMixStreamFlag(bool) {}
 
 void RTPPlayBackDispacher::setRTCPTimeout(int seconds)
 {
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     impl_->settings.maxSilence = std::chrono::seconds(std::max(seconds, 0));
 }
 
 void RTPPlayBackDispacher::setRTCPFrequence(int seconds)
 {
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     if (seconds <= 0)
     {
         return;
@@ -95,7 +95,7 @@ void RTPPlayBackDispacher::setFramePacketMode(bool) {}
 
 int RTPPlayBackDispacher::start()
 {
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     impl_->started = impl_->record.has_value();
     return impl_->started ? 0 : hostRecordingUnknown;
 }
@@ -108,7 +108,7 @@ MTUParam& RTPPlayBackDispacher::getMTUParam()
 int RTPPlayBackDispacher::initRTPBuilder(const std::string& sessionId, const std::string& trackId,
                                          const SubMediaInfo& info, int payloadSize)
 {
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     if (!impl_->started)
     {
         return hostRecordingUnknown;
@@ -142,7 +142,7 @@ int RTPPlayBackDispacher::pause(const std::string& sessionId, const std::string&
 
 int RTPPlayBackDispacher::setPauseRange(const std::string& trackId, double instant)
 {
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     int status = hostTrackUnknown;
     for (const auto& entry : impl_->sessions)
     {
@@ -180,7 +180,7 @@ int RTPPlayBackDispacher::deleteSessionConnection(const std::string& sessionId, 
     const int status = session ? session->remove(trackId, empty) : hostTrackUnknown;
     if (status == 0 && empty)
     {
-        const std::lock_guard<std::mutex> guard(impl_->mutex);
+        const MutexLock guard(impl_->mutex);
         impl_->sessions.erase(sessionId);
     }
     return status;

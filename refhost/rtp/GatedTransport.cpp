@@ -23,7 +23,7 @@ TransportReceiveQueue::TransportReceiveQueue(std::shared_ptr<SessionLiveness> li
 
 void TransportReceiveQueue::setListener(std::weak_ptr<TransportListener> listener)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     listener_.swap(listener);
 }
 
@@ -77,7 +77,7 @@ bool TransportReceiveQueue::arm()
 
 std::shared_ptr<TransportListener> TransportReceiveQueue::listener()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return listener_.lock();
 }
 
@@ -108,7 +108,7 @@ SendStatus GatedTransport::state() const
 SendResult GatedTransport::send(const AccessUnitPtr& unit, std::size_t firstPacket,
                                 const RtpHeaderFields& header, bool more)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const SendStatus state = state_.load(std::memory_order_relaxed);
     if (state != SendStatus::sent)
     {
@@ -124,7 +124,7 @@ SendResult GatedTransport::send(const AccessUnitPtr& unit, std::size_t firstPack
 
 void GatedTransport::sendRtcp(const std::uint8_t* data, std::size_t size)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const SendStatus state = state_.load(std::memory_order_relaxed);
     if (state == SendStatus::sent)
     {
@@ -138,7 +138,7 @@ void GatedTransport::sendRtcp(const std::uint8_t* data, std::size_t size)
 
 void GatedTransport::hold()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (state_.load(std::memory_order_relaxed) == SendStatus::sent)
     {
         state_.store(SendStatus::held, std::memory_order_release);
@@ -148,7 +148,7 @@ void GatedTransport::hold()
 void GatedTransport::release()
 {
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         if (state_.load(std::memory_order_relaxed) != SendStatus::held)
         {
             return;
@@ -165,7 +165,7 @@ void GatedTransport::release()
 
 void GatedTransport::close()
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     state_.store(SendStatus::closed, std::memory_order_release);
 }
 

@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/rtp/RtpTransport.h"
 
 namespace refhost
@@ -36,8 +36,8 @@ private:
     void heard();
     std::shared_ptr<TransportListener> listener();
 
-    std::mutex mutex_;
-    std::weak_ptr<TransportListener> listener_;
+    Mutex mutex_;
+    std::weak_ptr<TransportListener> listener_ OV_GUARDED_BY(mutex_);
     const std::shared_ptr<SessionLiveness> liveness_;
     std::atomic<bool> armed_{false};
 };
@@ -74,9 +74,9 @@ private:
                                 const RtpHeaderFields& header, bool more) = 0;
     virtual void transmitRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
-    std::mutex mutex_;  // held while bytes leave, so that close() waits for them
+    Mutex mutex_;  // held while bytes leave, so that close() waits for them
     std::atomic<SendStatus> state_{SendStatus::sent};  // written under the mutex
-    std::vector<std::vector<std::uint8_t>> keptRtcp_;
+    std::vector<std::vector<std::uint8_t>> keptRtcp_ OV_GUARDED_BY(mutex_);
     const std::shared_ptr<TransportReceiveQueue> receiveQueue_;
 };
 

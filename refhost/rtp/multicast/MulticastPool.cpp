@@ -22,7 +22,7 @@ MulticastPool::MulticastPool(Settings settings) : settings_(std::move(settings))
 
 MulticastPool::Lease MulticastPool::take(Stream stream)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Slot* const slot = slotFor(stream);
     if (slot == nullptr)
     {
@@ -39,14 +39,14 @@ MulticastPool::Lease MulticastPool::take(Stream stream)
 
 std::optional<MulticastGroup> MulticastPool::preview(Stream stream)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const Slot* const slot = slotFor(stream);
     return slot == nullptr ? std::nullopt : std::optional<MulticastGroup>(slot->group);
 }
 
 std::size_t MulticastPool::taken() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return static_cast<std::size_t>(
         std::count_if(slots_.begin(), slots_.end(), [](const Slot& slot) { return !slot.lease.expired(); }));
 }
@@ -84,13 +84,13 @@ MulticastPool::Slot* MulticastPool::grow(Stream stream)
                            [&](const auto& entry) { return quality(entry.second); });
     };
     while (next_ < settings_.range.count &&
-           fixedHas([this](const MulticastGroup& group)
-                    { return group.address == settings_.range.first + next_; }))
+           fixedHas([address = settings_.range.first + next_](const MulticastGroup& group)
+                    { return group.address == address; }))
     {
         ++next_;
     }
-    while (fixedHas([this](const MulticastGroup& group)
-                    { return std::abs(group.port - nextPort_) < MulticastGroup::ports; }))
+    while (fixedHas([port = nextPort_](const MulticastGroup& group)
+                    { return std::abs(group.port - port) < MulticastGroup::ports; }))
     {
         nextPort_ += 2;
     }

@@ -2,11 +2,11 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
 
 namespace refhost
@@ -53,14 +53,15 @@ private:
         std::weak_ptr<const MulticastGroup> lease;
     };
 
-    Slot* slotFor(Stream stream);
-    Slot* grow(Stream stream);
+    Slot* slotFor(Stream stream) OV_REQUIRES(mutex_);
+    Slot* grow(Stream stream) OV_REQUIRES(mutex_);
 
     const Settings settings_;
-    mutable std::mutex mutex_;
-    std::vector<Slot> slots_;  // in the order of their first use; no more than there are streams
-    std::uint32_t next_ = 0;   // offset in the range of the first address without a slot
-    int nextPort_;
+    mutable Mutex mutex_;
+    std::vector<Slot> slots_
+        OV_GUARDED_BY(mutex_);  // in the order of their first use; no more than there are streams
+    std::uint32_t next_ OV_GUARDED_BY(mutex_) = 0;  // offset in the range of the first address without a slot
+    int nextPort_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -6,11 +6,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "refhost/base/Log.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/base/StreamName.h"
 #include "refhost/rtp/multicast/MulticastChannel.h"
 #include "refhost/rtp/multicast/MulticastTransport.h"
@@ -72,9 +72,9 @@ struct MulticastServer::Impl
         return configuredNameOf ? configuredNameOf(stream) : StreamName::of(stream.first, stream.second);
     }
 
-    /// The track's channel, opened where nobody has it. \returns null with errno set. Under the lock.
+    /// The track's channel, opened where nobody has it. \returns null with errno set
     std::shared_ptr<MulticastChannel> channelOf(MulticastPool::Stream stream, int track,
-                                                MulticastPool::Lease lease)
+                                                MulticastPool::Lease lease) OV_REQUIRES(mutex)
     {
         entries.erase(std::remove_if(entries.begin(), entries.end(),
                                      [](const Entry& entry) { return entry.channel.expired(); }),
@@ -114,7 +114,7 @@ struct MulticastServer::Impl
 
     std::shared_ptr<MulticastChannel> find(std::uint64_t id)
     {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const MutexLock guard(mutex);
         const auto found =
             std::find_if(entries.begin(), entries.end(), [id](const Entry& entry) { return entry.id == id; });
         return found == entries.end() ? nullptr : found->channel.lock();
@@ -124,9 +124,10 @@ struct MulticastServer::Impl
     const MulticastSocketSettings settings;
     const SocketHandle epoll;
     const std::function<std::string(MulticastPool::Stream)> configuredNameOf;
-    std::mutex mutex;
-    std::vector<Entry> entries;  // as many as tracks of streams that are sent, and a few that ended
-    std::uint64_t lastId = 0;
+    Mutex mutex;
+    std::vector<Entry> entries
+        OV_GUARDED_BY(mutex);  // as many as tracks of streams that are sent, and a few that ended
+    std::uint64_t lastId OV_GUARDED_BY(mutex) = 0;
 };
 
 MulticastServer::MulticastServer() = default;
@@ -174,7 +175,7 @@ bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
         Log::warning("multicast: no group is free for {} track {}", impl_->nameOf(stream), track);
         return false;
     }
-    const std::lock_guard<std::mutex> guard(impl_->mutex);
+    const MutexLock guard(impl_->mutex);
     auto channel = impl_->channelOf(stream, track, lease);
     if (!channel)
     {

@@ -6,14 +6,14 @@ namespace refhost
 void UdpReceiveQueues::listen(const UdpAddress& client, std::shared_ptr<TransportReceiveQueue> receiveQueue)
 {
     Shard& shard = shardOf(client);
-    const std::lock_guard<std::mutex> guard(shard.mutex);
+    const MutexLock guard(shard.mutex);
     shard.receiveQueues[client].swap(receiveQueue);
 }
 
 void UdpReceiveQueues::unlisten(const UdpAddress& client, const TransportReceiveQueue* receiveQueue)
 {
     Shard& shard = shardOf(client);
-    const std::lock_guard<std::mutex> guard(shard.mutex);
+    const MutexLock guard(shard.mutex);
     const auto found = shard.receiveQueues.find(client);
     if (found != shard.receiveQueues.end() && found->second.get() == receiveQueue)
     {
@@ -24,7 +24,7 @@ void UdpReceiveQueues::unlisten(const UdpAddress& client, const TransportReceive
 std::shared_ptr<TransportReceiveQueue> UdpReceiveQueues::find(const UdpAddress& client)
 {
     Shard& shard = shardOf(client);
-    const std::lock_guard<std::mutex> guard(shard.mutex);
+    const MutexLock guard(shard.mutex);
     const auto found = shard.receiveQueues.find(client);
     return found == shard.receiveQueues.end() ? nullptr : found->second;
 }

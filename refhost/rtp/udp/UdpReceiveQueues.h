@@ -3,9 +3,9 @@
 
 #include <array>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/rtp/GatedTransport.h"
 #include "refhost/rtp/udp/UdpAddress.h"
 
@@ -28,8 +28,9 @@ private:
     /// Clients come and go on all threads: a few locks instead of one.
     struct Shard
     {
-        std::mutex mutex;
-        std::unordered_map<UdpAddress, std::shared_ptr<TransportReceiveQueue>, UdpAddressHash> receiveQueues;
+        Mutex mutex;
+        std::unordered_map<UdpAddress, std::shared_ptr<TransportReceiveQueue>, UdpAddressHash> receiveQueues
+            OV_GUARDED_BY(mutex);
     };
 
     Shard& shardOf(const UdpAddress& client);

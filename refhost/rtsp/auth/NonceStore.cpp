@@ -106,7 +106,7 @@ bool NonceStore::use(std::string_view nonce, std::uint64_t nonceCount, const Cli
 
 bool NonceStore::useCounted(const std::string& nonce, std::uint64_t nonceCount, std::int64_t issuedMs)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     auto found = uses_.find(nonce);
     if (found == uses_.end())
     {
@@ -150,7 +150,7 @@ void NonceStore::remember(const std::string& nonce)
 
 std::size_t NonceStore::remembered() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return uses_.size();
 }
 

@@ -3,12 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 #include "refhost/base/MonotonicClock.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/base/SocketAddress.h"
 
 namespace refhost
@@ -63,14 +63,14 @@ private:
     bool isIssuedTo(std::string_view nonce, const Client& client) const;
     bool isOfConnection(std::string_view nonce, const Client& client) const;
     bool useCounted(const std::string& nonce, std::uint64_t nonceCount, std::int64_t issuedMs);
-    void remember(const std::string& nonce);
+    void remember(const std::string& nonce) OV_REQUIRES(mutex_);
 
     const MonotonicClock clock_;
     const std::string key_;
-    mutable std::mutex mutex_;
-    std::unordered_map<std::string, Uses> uses_;
-    std::deque<std::string> order_;  // of the first use
-    std::int64_t forgottenMs_ = -1;  // nonces issued up to then are expired
+    mutable Mutex mutex_;
+    std::unordered_map<std::string, Uses> uses_ OV_GUARDED_BY(mutex_);
+    std::deque<std::string> order_ OV_GUARDED_BY(mutex_);  // of the first use
+    std::int64_t forgottenMs_ OV_GUARDED_BY(mutex_) = -1;  // nonces issued up to then are expired
 };
 
 }  // namespace refhost

@@ -5,12 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "refhost/base/MonotonicClock.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/net/ByteStream.h"
 #include "refhost/rtp/InterleavedTransport.h"
 
@@ -87,29 +87,31 @@ private:
         closed
     };
 
-    std::size_t write(std::string_view first, std::string_view second = {}, bool more = false);
-    void flushCork();
-    void clearCork();
-    void keep(std::string_view rest);
-    void keepResponse(std::string_view rest);
-    void release(std::size_t taken);
-    std::size_t responsesLeft() const;
-    bool burstIsOver();
-    void want();
+    std::size_t write(std::string_view first, std::string_view second = {}, bool more = false)
+        OV_REQUIRES(mutex_);
+    void flushCork() OV_REQUIRES(mutex_);
+    void clearCork() OV_REQUIRES(mutex_);
+    void keep(std::string_view rest) OV_REQUIRES(mutex_);
+    void keepResponse(std::string_view rest) OV_REQUIRES(mutex_);
+    void release(std::size_t taken) OV_REQUIRES(mutex_);
+    std::size_t responsesLeft() const OV_REQUIRES(mutex_);
+    bool burstIsOver() OV_REQUIRES(mutex_);
+    void want() OV_REQUIRES(mutex_);
 
     ByteStream& stream_;
     const std::size_t maxWaiting_;
     const MonotonicClock clock_;
     std::atomic<std::uint64_t> bytesTaken_{0};
-    mutable std::mutex mutex_;
-    State state_ = State::open;
-    bool wanted_ = false;  // the stream is watched for `sendable`
-    MonotonicTime burstStart_;
-    std::size_t burst_ = 0;             // bytes of frames since then
-    std::string* cork_ = nullptr;       // what is gathered comes behind what waits
-    std::string waiting_;               // the rest of one write of frames, and responses behind it
-    std::size_t waitingResponses_ = 0;  // bytes of responses that came into it since it was empty
-    std::vector<std::weak_ptr<TransportListener>> listeners_;
+    mutable Mutex mutex_;
+    State state_ OV_GUARDED_BY(mutex_) = State::open;
+    bool wanted_ OV_GUARDED_BY(mutex_) = false;  // the stream is watched for `sendable`
+    MonotonicTime burstStart_ OV_GUARDED_BY(mutex_);
+    std::size_t burst_ OV_GUARDED_BY(mutex_) = 0;        // bytes of frames since then
+    std::string* cork_ OV_GUARDED_BY(mutex_) = nullptr;  // what is gathered comes behind what waits
+    std::string waiting_ OV_GUARDED_BY(mutex_);  // the rest of one write of frames, and responses behind it
+    std::size_t waitingResponses_ OV_GUARDED_BY(mutex_) =
+        0;  // bytes of responses that came into it since it was empty
+    std::vector<std::weak_ptr<TransportListener>> listeners_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

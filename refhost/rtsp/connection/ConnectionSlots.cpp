@@ -17,7 +17,7 @@ ConnectionSlots::Slot::~Slot()
 
 void ConnectionSlots::Slot::setEstablished(bool established, MonotonicTime now)
 {
-    const std::lock_guard<std::mutex> guard(slots_.mutex_);
+    const MutexLock guard(slots_.mutex_);
     if (established && state_ == State::provisional)
     {
         slots_.removeProvisional(*this);
@@ -39,7 +39,7 @@ bool ConnectionSlots::Slot::scarce() const
 void ConnectionSlots::Slot::onDisplaced(std::function<void()> listener)
 {
     {
-        const std::lock_guard<std::mutex> guard(slots_.mutex_);
+        const MutexLock guard(slots_.mutex_);
         if (state_ != State::displaced)
         {
             listener_ = std::move(listener);
@@ -63,7 +63,7 @@ std::shared_ptr<ConnectionSlots::Slot> ConnectionSlots::take(const SocketAddress
     auto slot = std::make_shared<Slot>(*this, address, now);
     std::function<void()> displaced;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         const auto found = addresses_.find(address);
         const bool crowded = found != addresses_.end() && found->second.count >= perAddress_;
         if (crowded || count_ >= open(address))
@@ -174,7 +174,7 @@ void ConnectionSlots::remember(const SocketAddress::Key& address)
 
 void ConnectionSlots::giveBack(Slot& slot)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (slot.state_ == Slot::State::displaced)
     {
         --leaving_;
@@ -187,13 +187,13 @@ void ConnectionSlots::giveBack(Slot& slot)
 
 bool ConnectionSlots::scarce() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return 4 * count_ >= 3 * (total_ - kept_);
 }
 
 std::size_t ConnectionSlots::count() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return count_;
 }
 

@@ -6,11 +6,11 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <unordered_map>
 #include <utility>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/base/SocketAddress.h"
 #include "refhost/base/Times.h"
 
@@ -99,25 +99,28 @@ private:
     using Addresses = std::unordered_map<SocketAddress::Key, Address, SocketAddress::KeyHash>;
     using Known = std::list<SocketAddress::Key>;
 
-    std::size_t open(const SocketAddress::Key& address) const;
-    Slot* displaceable(const SocketAddress::Key& address, MonotonicTime now, bool ownOnly);
-    std::function<void()> displace(Slot& slot);
-    void addProvisional(Slot& slot);
-    void removeProvisional(Slot& slot);
-    void remove(Slot& slot);
-    void remember(const SocketAddress::Key& address);
+    std::size_t open(const SocketAddress::Key& address) const OV_REQUIRES(mutex_);
+    Slot* displaceable(const SocketAddress::Key& address, MonotonicTime now, bool ownOnly)
+        OV_REQUIRES(mutex_);
+    std::function<void()> displace(Slot& slot) OV_REQUIRES(mutex_);
+    void addProvisional(Slot& slot) OV_REQUIRES(mutex_);
+    void removeProvisional(Slot& slot) OV_REQUIRES(mutex_);
+    void remove(Slot& slot) OV_REQUIRES(mutex_);
+    void remember(const SocketAddress::Key& address) OV_REQUIRES(mutex_);
     void giveBack(Slot& slot);
 
     const std::size_t total_;
     const std::size_t kept_;
     const std::size_t perAddress_;
-    mutable std::mutex mutex_;
-    std::size_t count_ = 0;
-    std::size_t leaving_ = 0;
-    Addresses addresses_;
-    std::set<std::pair<std::size_t, SocketAddress::Key>> crowds_;  // by how many of its slots are provisional
-    Known known_;                                                  // the latest first
-    std::unordered_map<SocketAddress::Key, Known::iterator, SocketAddress::KeyHash> knownByAddress_;
+    mutable Mutex mutex_;
+    std::size_t count_ OV_GUARDED_BY(mutex_) = 0;
+    std::size_t leaving_ OV_GUARDED_BY(mutex_) = 0;
+    Addresses addresses_ OV_GUARDED_BY(mutex_);
+    std::set<std::pair<std::size_t, SocketAddress::Key>> crowds_
+        OV_GUARDED_BY(mutex_);           // by how many of its slots are provisional
+    Known known_ OV_GUARDED_BY(mutex_);  // the latest first
+    std::unordered_map<SocketAddress::Key, Known::iterator, SocketAddress::KeyHash> knownByAddress_
+        OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -10,7 +10,7 @@ AddressLimiter::AddressLimiter(int limit, int limitPerAddress)
 
 bool AddressLimiter::take(const SocketAddress::Key& address)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (count_ >= limit_)
     {
         return false;
@@ -32,7 +32,7 @@ bool AddressLimiter::take(const SocketAddress::Key& address)
 
 void AddressLimiter::giveBack(const SocketAddress::Key& address)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = byAddress_.find(SocketAddress::networkOf(address));
     if (found == byAddress_.end())
     {
@@ -47,7 +47,7 @@ void AddressLimiter::giveBack(const SocketAddress::Key& address)
 
 std::size_t AddressLimiter::count() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return count_;
 }
 

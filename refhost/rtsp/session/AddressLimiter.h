@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 #include <unordered_map>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/base/SocketAddress.h"
 
 namespace refhost
@@ -28,9 +28,9 @@ public:
 private:
     const std::size_t limit_;
     const int limitPerAddress_;
-    mutable std::mutex mutex_;
-    std::size_t count_ = 0;
-    std::unordered_map<SocketAddress::Key, int, SocketAddress::KeyHash> byAddress_;
+    mutable Mutex mutex_;
+    std::size_t count_ OV_GUARDED_BY(mutex_) = 0;
+    std::unordered_map<SocketAddress::Key, int, SocketAddress::KeyHash> byAddress_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

@@ -18,14 +18,14 @@ ClientPresence::ClientPresence(std::int64_t nowMs)
 void ClientPresence::named(std::uint64_t connection, std::int64_t nowMs)
 {
     liveness_->heard(nowMs);
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     orphanedMs_.reset();
     connection_ = connection;
 }
 
 void ClientPresence::connectionEnded(std::uint64_t connection, std::int64_t nowMs)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (connection_ == connection)
     {
         orphanedMs_ = nowMs;
@@ -36,7 +36,7 @@ bool ClientPresence::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
                              std::int64_t orphanTimeoutMs) const
 {
     const std::int64_t activityMs = liveness_->lastActivityMs();
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const bool orphaned = orphanedMs_ && activityMs < *orphanedMs_ + orphanGraceMs;
     return nowMs - activityMs >= sessionTimeoutMs || (orphaned && nowMs - *orphanedMs_ >= orphanTimeoutMs);
 }

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/rtp/RtpTransport.h"
 
 namespace refhost
@@ -36,9 +36,9 @@ public:
 
 private:
     const std::shared_ptr<SessionLiveness> liveness_ = std::make_shared<SessionLiveness>();
-    mutable std::mutex mutex_;
-    std::uint64_t connection_ = 0;            // that named the session last
-    std::optional<std::int64_t> orphanedMs_;  // when that one went
+    mutable Mutex mutex_;
+    std::uint64_t connection_ OV_GUARDED_BY(mutex_) = 0;            // that named the session last
+    std::optional<std::int64_t> orphanedMs_ OV_GUARDED_BY(mutex_);  // when that one went
 };
 
 }  // namespace refhost

@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/rtp/InterleavedTransport.h"
 #include "support/SafePointer.h"
 
@@ -54,12 +54,12 @@ private:
         std::unique_ptr<SafePointer<InterleavedTransport>> transport;
     };
 
-    bool isFree(int channel) const;
+    bool isFree(int channel) const OV_REQUIRES(mutex_);
     void giveBack(int rtpChannel);
     void deliver(int rtpChannel, const SafePointer<InterleavedTransport>& transport);
 
-    std::mutex mutex_;
-    std::vector<Use> uses_;
+    Mutex mutex_;
+    std::vector<Use> uses_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

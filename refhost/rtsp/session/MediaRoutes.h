@@ -2,13 +2,13 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "hostapi/description/RTPPacketInfo.h"
 #include "live/IRTSPControllerFactory.h"
+#include "refhost/base/Mutex.h"
 #include "support/SafePointer.h"
 
 namespace refhost
@@ -37,7 +37,7 @@ public:
         bool talkBack = false;            ///< its controllers take the audio that clients send
         /// Set where the sessions of a stream share what is sent to a group: then the methods of all of them
         /// follow one another, because their controllers change what they share in several steps.
-        std::shared_ptr<std::mutex> together;
+        std::shared_ptr<Mutex> together;
 
         bool multicast() const
         {

@@ -95,7 +95,7 @@ std::shared_ptr<SessionLiveness> RtspSession::liveness() const
 
 RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (state_.is(SessionState::ended))
     {
         return rtspSessionNotFound;
@@ -151,7 +151,7 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order,
                              const AnswerPlay& answer, bool& notReady)
 {
     TransportHold hold;
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Selection tracks;
     RtspStatus status = select(trackId, tracks);
     if (status != rtspOk)
@@ -284,7 +284,7 @@ RtspSession::Played RtspSession::played(const Selection& tracks, const PlayReque
 RtspStatus RtspSession::pause(std::string_view trackId)
 {
     std::unique_ptr<TransportHold> waiting;
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Selection tracks;
     const RtspStatus status = selectPlaying(trackId, tracks);
     if (status != rtspOk)
@@ -310,7 +310,7 @@ RtspStatus RtspSession::pause(std::string_view trackId)
 
 RtspStatus RtspSession::pauseAt(std::string_view trackId, const RangeHeader& point)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Selection tracks;
     const RtspStatus status = selectPlaying(trackId, tracks);
     if (status != rtspOk)
@@ -322,7 +322,7 @@ RtspStatus RtspSession::pauseAt(std::string_view trackId, const RangeHeader& poi
 
 RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     Selection tracks;
     RtspStatus status = select(trackId, tracks);
     if (status == rtspOk && shared_)
@@ -346,7 +346,7 @@ RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
 void RtspSession::end()
 {
     std::unique_ptr<TransportHold> waiting;
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (state_.is(SessionState::ended))
     {
         return;
@@ -369,7 +369,7 @@ void RtspSession::heard(std::uint64_t connection, std::int64_t nowMs)
 
 void RtspSession::connectionAnswered(std::uint64_t connection, std::int64_t ms)
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     if (state_.is(SessionState::played) && tracks_.carriedBy(connection))
     {
         presence_.liveness()->heardAtLeast(ms);
@@ -379,7 +379,7 @@ void RtspSession::connectionAnswered(std::uint64_t connection, std::int64_t ms)
 bool RtspSession::connectionEnded(std::uint64_t connection, std::int64_t nowMs)
 {
     presence_.connectionEnded(connection, nowMs);
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return tracks_.carriedBy(connection);
 }
 
@@ -391,7 +391,7 @@ bool RtspSession::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
 
 std::size_t RtspSession::trackCount() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return tracks_.size();
 }
 

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +11,7 @@
 
 #include "hostapi/description/RTPPacketInfo.h"
 #include "live/IRTSPController.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "refhost/rtsp/message/PlayRequest.h"
 #include "refhost/rtsp/message/RtspStatus.h"
@@ -142,13 +142,13 @@ public:
 private:
     using Selection = SessionTracks::Selection;
 
-    RtspStatus select(std::string_view trackId, Selection& out);
-    RtspStatus selectPlaying(std::string_view trackId, Selection& out);
-    RtspStatus start(const Selection& tracks, Attempt attempt, bool& notReady);
-    bool isOver(SessionTrack& track, int code, const Selection& asked);
-    void takeBack(const Selection& tracks);
-    Played played(const Selection& tracks, const PlayRequest& order);
-    void stopTrack(SessionTrack& track);
+    RtspStatus select(std::string_view trackId, Selection& out) OV_REQUIRES(mutex_);
+    RtspStatus selectPlaying(std::string_view trackId, Selection& out) OV_REQUIRES(mutex_);
+    RtspStatus start(const Selection& tracks, Attempt attempt, bool& notReady) OV_REQUIRES(mutex_);
+    bool isOver(SessionTrack& track, int code, const Selection& asked) OV_REQUIRES(mutex_);
+    void takeBack(const Selection& tracks) OV_REQUIRES(mutex_);
+    Played played(const Selection& tracks, const PlayRequest& order) OV_REQUIRES(mutex_);
+    void stopTrack(SessionTrack& track) OV_REQUIRES(mutex_);
 
     const std::string id_;
     const std::string presentation_;
@@ -159,14 +159,14 @@ private:
     std::atomic<bool> replays_{false};
 
     const std::optional<SharedStream> shared_;
-    const std::shared_ptr<std::mutex> together_;  // null: the session's own lock
-    mutable std::mutex own_;
-    std::mutex& mutex_;
-    StateMachine<SessionState> state_{SessionState::fresh};
-    std::optional<SafePointer<IRTSPController>> controller_;
-    std::optional<RecordedPlay> recordedPlay_;  // nothing for a live stream
-    SessionTracks tracks_;
-    std::unique_ptr<TransportHold> waiting_;  // of a PLAY that is not ready yet
+    const std::shared_ptr<Mutex> together_;  // null: the session's own lock
+    mutable Mutex own_;
+    Mutex& mutex_;
+    StateMachine<SessionState> state_ OV_GUARDED_BY(mutex_){SessionState::fresh};
+    std::optional<SafePointer<IRTSPController>> controller_ OV_GUARDED_BY(mutex_);
+    std::optional<RecordedPlay> recordedPlay_ OV_GUARDED_BY(mutex_);  // nothing for a live stream
+    SessionTracks tracks_ OV_GUARDED_BY(mutex_);
+    std::unique_ptr<TransportHold> waiting_ OV_GUARDED_BY(mutex_);  // of a PLAY that is not ready yet
 };
 
 }  // namespace refhost

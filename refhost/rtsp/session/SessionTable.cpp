@@ -72,11 +72,13 @@ std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
             fillRandom(&number, sizeof number);
             auto session =
                 std::make_shared<RtspSession>(textOf(number), presentation, controller, route, owner, nowMs);
-            std::unique_lock<std::mutex> lock(mutex_);
-            if (sessions_.emplace(number, session).second)
+            std::size_t count = 0;
             {
-                const std::size_t count = sessions_.size();
-                lock.unlock();
+                const MutexLock lock(mutex_);
+                count = sessions_.emplace(number, session).second ? sessions_.size() : 0;
+            }
+            if (count > 0)
+            {
                 logCount("started", *session, count);
                 return session;
             }
@@ -96,7 +98,7 @@ std::shared_ptr<RtspSession> SessionTable::find(std::string_view id) const
     {
         return nullptr;
     }
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     const auto found = sessions_.find(*number);
     return found == sessions_.end() ? nullptr : found->second;
 }
@@ -106,7 +108,7 @@ void SessionTable::end(const std::shared_ptr<RtspSession>& session)
     bool taken = false;
     std::size_t count = 0;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         taken = sessions_.erase(*numberOf(session->id())) != 0;
         count = sessions_.size();
     }
@@ -125,7 +127,7 @@ void SessionTable::endAll()
 {
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> all;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         all.swap(sessions_);
     }
     for (const auto& [number, session] : all)
@@ -139,7 +141,7 @@ std::size_t SessionTable::endExpired(std::int64_t nowMs)
 {
     std::vector<std::shared_ptr<RtspSession>> expired;
     {
-        const std::lock_guard<std::mutex> guard(mutex_);
+        const MutexLock guard(mutex_);
         for (const auto& [number, session] : sessions_)
         {
             if (session->expired(nowMs, sessionTimeoutMs_, orphanTimeoutMs_))
@@ -158,7 +160,7 @@ std::size_t SessionTable::endExpired(std::int64_t nowMs)
 
 std::size_t SessionTable::count() const
 {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const MutexLock guard(mutex_);
     return sessions_.size();
 }
 

@@ -3,10 +3,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <unordered_map>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtsp/session/AddressLimiter.h"
 #include "refhost/rtsp/session/RtspSession.h"
@@ -47,9 +47,9 @@ private:
     const std::int64_t sessionTimeoutMs_;
     const std::int64_t orphanTimeoutMs_;
     AddressLimiter quota_;
-    mutable std::mutex mutex_;
-    std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>>
-        sessions_;  // by the number that the id shows
+    mutable Mutex mutex_;
+    std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> sessions_
+        OV_GUARDED_BY(mutex_);  // by the number that the id shows
 };
 
 }  // namespace refhost

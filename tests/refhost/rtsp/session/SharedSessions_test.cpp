@@ -122,7 +122,7 @@ protected:
 
 TEST_F(SharedSessionsTest, MethodsOfAllSessionsOfTheRouteFollowOneAnother)
 {
-    route.together = std::make_shared<std::mutex>();
+    route.together = std::make_shared<Mutex>();
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
     {
@@ -148,7 +148,7 @@ TEST_F(SharedSessionsTest, MethodsOfAllSessionsOfTheRouteFollowOneAnother)
 
 TEST_F(SharedSessionsTest, TheSharedTransportIsNeitherHeldNorClosed)
 {
-    route.together = std::make_shared<std::mutex>();
+    route.together = std::make_shared<Mutex>();
     const auto session = make();
     ASSERT_EQ(rtspOk, setup(*session, shared));
     bool notReady = false;
@@ -162,7 +162,7 @@ TEST_F(SharedSessionsTest, TheSharedTransportIsNeitherHeldNorClosed)
 
 TEST_F(SharedSessionsTest, AFailedSetupOfAFurtherTrackLeavesTheMembership)
 {
-    route.together = std::make_shared<std::mutex>();
+    route.together = std::make_shared<Mutex>();
     const auto session =
         table.create("orv/multicast/1/0",
                      SafePointer<IRTSPController>(SafePointer<FakeController>(new FakeController(script))),
@@ -178,7 +178,7 @@ TEST_F(SharedSessionsTest, AFailedSetupOfAFurtherTrackLeavesTheMembership)
 
 TEST_F(SharedSessionsTest, AFailedSetupOfTheFirstTrackIsTakenBack)
 {
-    route.together = std::make_shared<std::mutex>();
+    route.together = std::make_shared<Mutex>();
     const auto session =
         table.create("orv/multicast/1/0",
                      SafePointer<IRTSPController>(SafePointer<FakeController>(new FakeController(script))),
@@ -192,7 +192,7 @@ TEST_F(SharedSessionsTest, AFailedSetupOfTheFirstTrackIsTakenBack)
 TEST_F(SharedSessionsTest, WhatIsSharedIsWhatTheControllerTells)
 {
     EXPECT_EQ(nullptr, make()->shared()) << "a route of its own";
-    route.together = std::make_shared<std::mutex>();
+    route.together = std::make_shared<Mutex>();
     const auto session = make();
     ASSERT_NE(nullptr, session->shared());
     EXPECT_EQ(0, session->shared()->numberOf(""));
