@@ -1,12 +1,8 @@
 #include "refhost/ServerAddress.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
-#include <ifaddrs.h>
-#include <net/if.h>
-#include <netinet/in.h>
 
-#include <cstring>
+#include "refhost/base/InterfaceAddresses.h"
 
 namespace refhost
 {
@@ -17,28 +13,14 @@ std::string reachableAddress(const std::string& listen)
     {
         return listen;
     }
-    std::string found = "127.0.0.1";
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0)
+    for (const InterfaceAddress& each : interfaceAddresses())
     {
-        return found;
-    }
-    for (const ifaddrs* i = list; i != nullptr; i = i->ifa_next)
-    {
-        constexpr unsigned int wanted = IFF_UP | IFF_RUNNING;
-        const bool usable = (i->ifa_flags & (wanted | IFF_LOOPBACK)) == wanted;
-        if (!usable || i->ifa_addr == nullptr || i->ifa_addr->sa_family != AF_INET)
+        if (each.running && !each.loopback && each.address.family() == AF_INET)
         {
-            continue;
+            return each.address.text();
         }
-        char text[INET_ADDRSTRLEN] = {};
-        sockaddr_in address{};
-        std::memcpy(&address, i->ifa_addr, sizeof(address));
-        found = inet_ntop(AF_INET, &address.sin_addr, text, sizeof(text));
-        break;
     }
-    freeifaddrs(list);
-    return found;
+    return "127.0.0.1";
 }
 
 std::string serverUrl(const std::string& listen, int port)

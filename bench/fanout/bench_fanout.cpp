@@ -16,9 +16,10 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/SocketAddress.h"
 #include "refhost/live/LiveDispatcher.h"
 #include "refhost/rtp/InterleavedTransport.h"
-#include "refhost/rtp/udp/UdpAddress.h"
 #include "refhost/rtp/udp/UdpServer.h"
 #include "tests/refhost/live/LiveFakes.h"
 
@@ -34,63 +35,44 @@ constexpr const char* stream = "1/0";
 constexpr const char* videoTrack = "trackID=0";
 constexpr const char* audioTrack = "trackID=1";
 
-class Descriptor
+class LoopbackSocket
 {
 public:
-    explicit Descriptor(int number) : number_(number)
+    explicit LoopbackSocket(int number) : owned_(number)
     {
-        if (number < 0)
+        if (!owned_)
         {
             throw std::runtime_error(std::strerror(errno));
         }
     }
 
-    Descriptor(Descriptor&& other) noexcept : number_(other.number_)
-    {
-        other.number_ = -1;
-    }
-
-    Descriptor& operator=(Descriptor&&) = delete;
-
-    ~Descriptor()
-    {
-        if (number_ >= 0)
-        {
-            ::close(number_);
-        }
-    }
-
     int get() const
     {
-        return number_;
+        return owned_.get();
     }
 
-    UdpAddress bound() const
+    SocketAddress bound() const
     {
-        UdpAddress address;
-        socklen_t size = UdpAddress::room;
-        getsockname(number_, address.fill(), &size);
-        return address;
+        return SocketAddress::localOf(owned_.get());
     }
 
     /// Reads everything that is there.
     void drain() const
     {
         static std::vector<char> room(1 << 20);
-        while (::recv(number_, room.data(), room.size(), MSG_DONTWAIT) > 0)
+        while (::recv(owned_.get(), room.data(), room.size(), MSG_DONTWAIT) > 0)
         {
         }
     }
 
 private:
-    int number_;
+    Descriptor owned_;
 };
 
-Descriptor openLoopback(int type)
+LoopbackSocket openLoopback(int type)
 {
-    Descriptor opened(::socket(AF_INET, type | SOCK_CLOEXEC, 0));
-    UdpAddress address;
-    UdpAddress::parse("127.0.0.1", address);
+    LoopbackSocket opened(::socket(AF_INET, type | SOCK_CLOEXEC, 0));
+    const SocketAddress address = *SocketAddress::parse("127.0.0.1");
     if (::bind(opened.get(), address.get(), address.size()) != 0)
     {
         throw std::runtime_error(std::strerror(errno));
@@ -200,7 +182,7 @@ public:
 
     void drain() const
     {
-        for (const Descriptor& client : clients_)
+        for (const LoopbackSocket& client : clients_)
         {
             client.drain();
         }
@@ -235,10 +217,8 @@ private:
     SafePointer<IConnection> connectUdp()
     {
         clients_.push_back(openLoopback(SOCK_DGRAM));
-        sockaddr_storage client{};
-        const UdpAddress address = clients_.back().bound();
-        std::memcpy(&client, address.get(), address.size());
-        return server_->makeTransport(client, address.port(), address.port(), nullptr);
+        const SocketAddress address = clients_.back().bound();
+        return server_->makeTransport(address, address.port(), address.port(), nullptr);
     }
 
     SafePointer<IConnection> connectTcp()
@@ -250,10 +230,10 @@ private:
             return SafePointer<InterleavedTransport>(
                 new InterleavedTransport(writers_.back(), 2, 3, nullptr));
         }
-        const Descriptor listener = openLoopback(SOCK_STREAM);
+        const LoopbackSocket listener = openLoopback(SOCK_STREAM);
         ::listen(listener.get(), 1);
         clients_.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        const UdpAddress address = listener.bound();
+        const SocketAddress address = listener.bound();
         if (::connect(clients_.back().get(), address.get(), address.size()) != 0)
         {
             throw std::runtime_error(std::strerror(errno));
@@ -268,8 +248,8 @@ private:
     const std::shared_ptr<FakeSource> source_;
     LiveDispatcher dispatcher_;
     std::shared_ptr<UdpServer> server_;
-    std::vector<Descriptor> clients_;
-    std::vector<Descriptor> servers_;
+    std::vector<LoopbackSocket> clients_;
+    std::vector<LoopbackSocket> servers_;
     std::vector<std::shared_ptr<SocketWriter>> writers_;
     bool second_ = false;
 };

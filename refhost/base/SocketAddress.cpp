@@ -2,10 +2,21 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <functional>
+#include <string_view>
 
 namespace refhost
 {
+namespace
+{
+
+constexpr SocketAddress::Key mappedPrefix{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+constexpr std::size_t mappedPrefixSize = 12;
+
+}  // namespace
 
 std::size_t SocketAddress::KeyHash::operator()(const Key& key) const noexcept
 {
@@ -19,19 +30,19 @@ std::size_t SocketAddress::KeyHash::operator()(const Key& key) const noexcept
 
 SocketAddress::Key SocketAddress::networkOf(const Key& address)
 {
-    constexpr unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
-    if (std::memcmp(address.data(), mapped, sizeof mapped) == 0)
+    if (std::equal(mappedPrefix.begin(), mappedPrefix.begin() + mappedPrefixSize, address.begin()))
     {
         return address;
     }
     Key network{};
-    std::memcpy(network.data(), address.data(), network.size() / 2);
+    std::copy_n(address.begin(), network.size() / 2, network.begin());
     return network;
 }
 
-SocketAddress::SocketAddress() : address_()
+SocketAddress::SocketAddress()
 {
-    address_.sin6_family = AF_UNSPEC;
+    std::memset(&address_, 0, sizeof address_);
+    address_.any.sa_family = AF_UNSPEC;
 }
 
 SocketAddress::SocketAddress(const sockaddr* address) : SocketAddress()
@@ -43,16 +54,30 @@ SocketAddress::SocketAddress(const sockaddr* address) : SocketAddress()
     else if (address->sa_family == AF_INET6)
     {
         std::memcpy(&address_, address, sizeof(sockaddr_in6));
-        if (IN6_IS_ADDR_V4MAPPED(&address_.sin6_addr))
+        *this = forFamily(AF_INET);
+    }
+}
+
+SocketAddress SocketAddress::any(int family)
+{
+    SocketAddress wildcard;
+    wildcard.address_.any.sa_family = static_cast<sa_family_t>(family);
+    return wildcard;
+}
+
+std::optional<SocketAddress> SocketAddress::parse(const std::string& numeric, int port)
+{
+    SocketAddress parsed = any(AF_INET);
+    if (inet_pton(AF_INET, numeric.c_str(), &parsed.address_.v4.sin_addr) != 1)
+    {
+        parsed = any(AF_INET6);
+        if (inet_pton(AF_INET6, numeric.c_str(), &parsed.address_.v6.sin6_addr) != 1)
         {
-            sockaddr_in plain{};
-            plain.sin_family = AF_INET;
-            plain.sin_port = address_.sin6_port;
-            std::memcpy(&plain.sin_addr, address_.sin6_addr.s6_addr + 12, 4);
-            address_ = {};
-            std::memcpy(&address_, &plain, sizeof plain);
+            return std::nullopt;
         }
     }
+    parsed.setPort(port);
+    return parsed;
 }
 
 SocketAddress SocketAddress::localOf(int descriptor)
@@ -66,30 +91,56 @@ SocketAddress SocketAddress::localOf(int descriptor)
     return SocketAddress(reinterpret_cast<const sockaddr*>(&address));
 }
 
-bool SocketAddress::isIpv6() const
+SocketAddress SocketAddress::forFamily(int family) const
 {
-    return address_.sin6_family == AF_INET6;
+    if (family == AF_INET6 && this->family() == AF_INET)
+    {
+        SocketAddress mapped = any(AF_INET6);
+        const Key bytes = key();
+        std::memcpy(mapped.address_.v6.sin6_addr.s6_addr, bytes.data(), bytes.size());
+        mapped.setPort(port());
+        return mapped;
+    }
+    if (family == AF_INET && isIpv6() && IN6_IS_ADDR_V4MAPPED(&address_.v6.sin6_addr))
+    {
+        SocketAddress plain = any(AF_INET);
+        std::memcpy(&plain.address_.v4.sin_addr, address_.v6.sin6_addr.s6_addr + mappedPrefixSize,
+                    sizeof(in_addr));
+        plain.setPort(port());
+        return plain;
+    }
+    return *this;
 }
 
 int SocketAddress::port() const
 {
-    return ntohs(address_.sin6_port);  // at the same place in both forms
+    return ntohs(isIpv6() ? address_.v6.sin6_port : address_.v4.sin_port);
+}
+
+void SocketAddress::setPort(int port)
+{
+    (isIpv6() ? address_.v6.sin6_port : address_.v4.sin_port) = htons(static_cast<std::uint16_t>(port));
 }
 
 std::string SocketAddress::text() const
 {
-    char buffer[INET6_ADDRSTRLEN] = "";
-    if (isIpv6())
+    const SocketAddress plain = forFamily(AF_INET);
+    if (plain.family() == AF_UNSPEC)
     {
-        inet_ntop(AF_INET6, &address_.sin6_addr, buffer, sizeof buffer);
+        return {};
     }
-    else if (address_.sin6_family == AF_INET)
-    {
-        sockaddr_in plain;
-        std::memcpy(&plain, &address_, sizeof plain);
-        inet_ntop(AF_INET, &plain.sin_addr, buffer, sizeof buffer);
-    }
-    return buffer;
+    const void* const bytes =
+        plain.isIpv6() ? static_cast<const void*>(&plain.address_.v6.sin6_addr) : &plain.address_.v4.sin_addr;
+    char numeric[INET6_ADDRSTRLEN] = "";
+    inet_ntop(plain.family(), bytes, numeric, sizeof numeric);
+    return numeric;
+}
+
+std::string SocketAddress::textWithPort() const
+{
+    const std::string numeric = text();
+    const bool six = numeric.find(':') != std::string::npos;
+    return (six ? "[" : "") + numeric + (six ? "]:" : ":") + std::to_string(port());
 }
 
 SocketAddress::Key SocketAddress::key() const
@@ -97,39 +148,36 @@ SocketAddress::Key SocketAddress::key() const
     Key key{};
     if (isIpv6())
     {
-        std::memcpy(key.data(), address_.sin6_addr.s6_addr, key.size());
+        std::memcpy(key.data(), address_.v6.sin6_addr.s6_addr, key.size());
     }
-    else if (address_.sin6_family == AF_INET)
+    else if (family() == AF_INET)
     {
-        sockaddr_in plain;
-        std::memcpy(&plain, &address_, sizeof plain);
-        key[10] = key[11] = 0xff;
-        std::memcpy(key.data() + 12, &plain.sin_addr, 4);
+        key = mappedPrefix;
+        std::memcpy(key.data() + mappedPrefixSize, &address_.v4.sin_addr, sizeof(in_addr));
     }
     return key;
 }
 
-sockaddr_storage SocketAddress::storage() const
+bool SocketAddress::operator==(const SocketAddress& other) const
 {
-    sockaddr_storage result{};
-    std::memcpy(&result, &address_, sizeof address_);
-    return result;
-}
-
-sockaddr_storage SocketAddress::mappedStorage() const
-{
+    if (family() != other.family() || port() != other.port())
+    {
+        return false;
+    }
     if (isIpv6())
     {
-        return storage();
+        return std::memcmp(&address_.v6.sin6_addr, &other.address_.v6.sin6_addr, sizeof(in6_addr)) == 0;
     }
-    const Key bytes = key();
-    sockaddr_in6 mapped{};
-    mapped.sin6_family = AF_INET6;
-    mapped.sin6_port = address_.sin6_port;
-    std::memcpy(mapped.sin6_addr.s6_addr, bytes.data(), bytes.size());
-    sockaddr_storage result{};
-    std::memcpy(&result, &mapped, sizeof mapped);
-    return result;
+    return address_.v4.sin_addr.s_addr == other.address_.v4.sin_addr.s_addr;
+}
+
+std::size_t SocketAddress::Hash::operator()(const SocketAddress& address) const noexcept
+{
+    const void* const bytes = address.isIpv6() ? static_cast<const void*>(&address.address_.v6.sin6_addr)
+                                               : &address.address_.v4.sin_addr;
+    const std::string_view text(static_cast<const char*>(bytes),
+                                address.isIpv6() ? sizeof(in6_addr) : sizeof(in_addr));
+    return std::hash<std::string_view>()(text) * 31U + static_cast<std::size_t>(address.port());
 }
 
 }  // namespace refhost

@@ -42,7 +42,7 @@ bool isAnswerTo(const CameraMessage& message, unsigned sequence)
 CameraConversation::CameraConversation(OnPacket onPacket)
     : onPacket_(std::move(onPacket)), stopDescriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    if (stopDescriptor_ < 0)
+    if (!stopDescriptor_)
     {
         throw std::system_error(errno, std::generic_category(), "eventfd");
     }
@@ -51,13 +51,12 @@ CameraConversation::CameraConversation(OnPacket onPacket)
 CameraConversation::~CameraConversation()
 {
     close();
-    ::close(stopDescriptor_);
 }
 
 void CameraConversation::stop()
 {
     // The counter is never read: whoever polls it from now on returns at once.
-    ::eventfd_write(stopDescriptor_, 1);
+    ::eventfd_write(stopDescriptor_.get(), 1);
 }
 
 bool CameraConversation::connect(const std::string& host, int port, CameraLogin login, std::string& error)
@@ -176,7 +175,8 @@ CameraConversation::Wait CameraConversation::waitFor(short events, Clock::time_p
     for (;;)
     {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        std::array<pollfd, 2> watched{pollfd{socket_, events, 0}, pollfd{stopDescriptor_, POLLIN, 0}};
+        std::array<pollfd, 2> watched{pollfd{socket_.get(), events, 0},
+                                      pollfd{stopDescriptor_.get(), POLLIN, 0}};
         const int count =
             ::poll(watched.data(), watched.size(), static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
         if (count < 0 && errno == EINTR)
@@ -193,14 +193,14 @@ CameraConversation::Wait CameraConversation::waitFor(short events, Clock::time_p
 
 bool CameraConversation::connectTo(const void* address, unsigned size, int family, Clock::time_point deadline)
 {
-    socket_ = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (socket_ < 0)
+    socket_ = Descriptor(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!socket_)
     {
         return false;
     }
     const int on = 1;
-    ::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    if (::connect(socket_, static_cast<const sockaddr*>(address), size) == 0)
+    ::setsockopt(socket_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (::connect(socket_.get(), static_cast<const sockaddr*>(address), size) == 0)
     {
         return true;
     }
@@ -215,7 +215,7 @@ bool CameraConversation::connectTo(const void* address, unsigned size, int famil
     }
     int problem = 0;
     socklen_t length = sizeof problem;
-    ::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &problem, &length);
+    ::getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &problem, &length);
     errno = problem;
     return problem == 0;
 }
@@ -225,7 +225,7 @@ bool CameraConversation::send(const char* data, std::size_t size, std::string& e
     const Clock::time_point deadline = Clock::now() + sendTime;
     while (size > 0)
     {
-        const ssize_t sent = ::send(socket_, data, size, MSG_NOSIGNAL);
+        const ssize_t sent = ::send(socket_.get(), data, size, MSG_NOSIGNAL);
         if (sent > 0)
         {
             data += sent;
@@ -258,7 +258,7 @@ bool CameraConversation::readMore(Clock::time_point deadline, bool& timedOut, st
         return timedOut;
     }
     std::array<std::uint8_t, readSize> block;
-    const ssize_t size = ::recv(socket_, block.data(), block.size(), 0);
+    const ssize_t size = ::recv(socket_.get(), block.data(), block.size(), 0);
     if (size > 0)
     {
         messages_.append(block.data(), static_cast<std::size_t>(size));
@@ -304,12 +304,8 @@ bool CameraConversation::takeNext(bool& answered, std::string& error)
 
 void CameraConversation::close()
 {
-    if (socket_ >= 0)
-    {
-        ::close(socket_);
-        socket_ = -1;
-        open_ = false;
-    }
+    socket_.reset();
+    open_ = false;
 }
 
 }  // namespace refhost

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "refhost/base/Descriptor.h"
 #include "refhost/capture/CameraLogin.h"
 #include "refhost/capture/CameraMessages.h"
 
@@ -78,8 +79,8 @@ private:
     void close();
 
     const OnPacket onPacket_;
-    const int stopDescriptor_;
-    int socket_ = -1;
+    const Descriptor stopDescriptor_;
+    Descriptor socket_;
     bool open_ = false;
     CameraLogin login_{"", ""};
     CameraMessages messages_;

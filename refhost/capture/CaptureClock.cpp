@@ -6,18 +6,22 @@
 namespace refhost
 {
 
-std::int64_t CaptureClock::monotonicNs(GstClockTime timestamp, const GstSegment* segment) const
+MonotonicTime baseTimeOf(GstElement* pipeline)
+{
+    return MonotonicTime(Duration(static_cast<std::int64_t>(gst_element_get_base_time(pipeline))));
+}
+
+MonotonicTime CaptureClock::at(GstClockTime timestamp, const GstSegment* segment) const
 {
     GstClockTime running = 0;
     // Decoding times may lie before the segment's start.
     const int sign = gst_segment_to_running_time_full(segment, GST_FORMAT_TIME, timestamp, &running);
     if (sign == 0)
     {
-        return HostClock::system().monotonicNs();
+        return HostClock::system().now();
     }
-    const std::int64_t media = sign * static_cast<std::int64_t>(running);
-    return static_cast<std::int64_t>(gst_element_get_base_time(pipeline)) +
-           (source ? source->captured(media) : media);
+    const Duration media(sign * static_cast<std::int64_t>(running));
+    return baseTimeOf(pipeline) + (source ? source->captured(media) : media);
 }
 
 }  // namespace refhost

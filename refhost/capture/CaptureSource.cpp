@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "refhost/media/LaunchBin.h"
+
 namespace refhost
 {
 namespace
@@ -37,7 +39,8 @@ bool CaptureSource::build(GstBin* pipeline, std::string& error)
     }
     // Not the camera's own H.264, whose size, rate and distance of key frames nobody configured.
     GstElement* capture =
-        makeBin("v4l2src name=camera do-timestamp=true ! capsfilter caps=video/x-raw;image/jpeg", error);
+        makeLaunchBin("v4l2src name=camera do-timestamp=true ! capsfilter caps=video/x-raw;image/jpeg",
+                      UnlinkedPads::ghosted, error);
     if (capture == nullptr)
     {
         return false;

@@ -1,6 +1,8 @@
 #include "refhost/capture/DecodeTimes.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
 
 #include "refhost/capture/ReorderDepth.h"
 
@@ -9,10 +11,12 @@ namespace refhost
 namespace
 {
 
+using namespace std::chrono_literals;
+
 /// A frame is presented for about so long where nothing says.
-constexpr std::int64_t usualDurationNs = 40'000'000;
+constexpr Duration usualDuration = 40ms;
 /// Presentation times that go back further than this were set back; closer ones are reordered.
-constexpr std::int64_t maxReorderingNs = 1'000'000'000;
+constexpr Duration maxReordering = 1s;
 
 }  // namespace
 
@@ -21,9 +25,9 @@ void DecodeTimes::setDepth(unsigned depth)
     depth_ = std::min(depth, ReorderDepth::max);
 }
 
-std::int64_t DecodeTimes::next(std::int64_t presentationNs, std::int64_t durationNs, bool keyFrame)
+MonotonicTime DecodeTimes::next(MonotonicTime presentation, Duration duration, bool keyFrame)
 {
-    if (last_ && presentationNs < *last_ - maxReorderingNs)
+    if (last_ && presentation < *last_ - maxReordering)
     {
         reset();
     }
@@ -31,20 +35,20 @@ std::int64_t DecodeTimes::next(std::int64_t presentationNs, std::int64_t duratio
     {
         if (!keyFrame)
         {
-            return presentationNs;
+            return presentation;
         }
-        start(presentationNs, durationNs);
+        start(presentation, duration);
     }
-    if (presentationNs < startNs_)
+    if (presentation < start_)
     {
-        return presentationNs;
+        return presentation;
     }
-    if (presentationNs <= *last_)
+    if (presentation <= *last_)
     {
-        return deepen(presentationNs);
+        return deepen(presentation);
     }
-    waiting_.push(presentationNs);
-    const std::int64_t earliest = waiting_.top();
+    waiting_.push(presentation);
+    const MonotonicTime earliest = waiting_.top();
     if (waiting_.size() <= depth_)
     {
         // Evenly up to the first presentation time that is taken.
@@ -52,9 +56,9 @@ std::int64_t DecodeTimes::next(std::int64_t presentationNs, std::int64_t duratio
         last_ = *last_ + (earliest - *last_) / steps;
         return *last_;
     }
-    std::int64_t taken = earliest;
+    MonotonicTime taken = earliest;
     // Several where the depth became less.
-    while (waiting_.size() > depth_ && waiting_.top() <= presentationNs)
+    while (waiting_.size() > depth_ && waiting_.top() <= presentation)
     {
         taken = waiting_.top();
         waiting_.pop();
@@ -71,24 +75,24 @@ void DecodeTimes::reset()
     lastTaken_.reset();
 }
 
-void DecodeTimes::start(std::int64_t presentationNs, std::int64_t durationNs)
+void DecodeTimes::start(MonotonicTime presentation, Duration duration)
 {
-    const std::int64_t stepNs = durationNs > 0 ? durationNs : usualDurationNs;
-    startNs_ = presentationNs;
-    last_ = presentationNs - static_cast<std::int64_t>(depth_ + 1) * stepNs;
+    const Duration step = duration > Duration::zero() ? duration : usualDuration;
+    start_ = presentation;
+    last_ = presentation - static_cast<std::int64_t>(depth_ + 1) * step;
 }
 
 /// A frame comes later than the depth permits: takes back what was taken too early.
-std::int64_t DecodeTimes::deepen(std::int64_t presentationNs)
+MonotonicTime DecodeTimes::deepen(MonotonicTime presentation)
 {
     if (depth_ < ReorderDepth::max && lastTaken_)
     {
         ++depth_;
         waiting_.push(*lastTaken_);
     }
-    lastTaken_ = presentationNs;
-    last_ = presentationNs;
-    return presentationNs;
+    lastTaken_ = presentation;
+    last_ = presentation;
+    return presentation;
 }
 
 }  // namespace refhost

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <queue>
 #include <vector>
+
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
@@ -19,7 +20,7 @@ namespace refhost
 ///
 /// Presentation times that contradict the depth cannot be served: a frame that is presented before the last
 /// decode time gets its presentation time, so that decode times go back there, and from then on one frame
-/// more is expected to be reordered. All times are nanoseconds. Threads: one at a time.
+/// more is expected to be reordered. Threads: one at a time.
 class DecodeTimes
 {
 public:
@@ -27,23 +28,23 @@ public:
     void setDepth(unsigned depth);
 
     /// The next frame in decoding order.
-    /// \param durationNs  how long it is presented; 0 when unknown
+    /// \param duration  how long it is presented; 0 when unknown
     /// \returns when it is decoded
-    std::int64_t next(std::int64_t presentationNs, std::int64_t durationNs, bool keyFrame);
+    MonotonicTime next(MonotonicTime presentation, Duration duration, bool keyFrame);
 
     /// What comes next does not follow what came before.
     void reset();
 
 private:
-    void start(std::int64_t presentationNs, std::int64_t durationNs);
-    std::int64_t deepen(std::int64_t presentationNs);
+    void start(MonotonicTime presentation, Duration duration);
+    MonotonicTime deepen(MonotonicTime presentation);
 
     unsigned depth_ = 0;
     /// Presentation times that no decode time was derived from yet; no more than depth_ between two frames.
-    std::priority_queue<std::int64_t, std::vector<std::int64_t>, std::greater<>> waiting_;
-    std::optional<std::int64_t> last_;       ///< decode time of the last frame
-    std::optional<std::int64_t> lastTaken_;  ///< presentation time that a decode time was derived from last
-    std::int64_t startNs_ = 0;               ///< presentation of the first key frame
+    std::priority_queue<MonotonicTime, std::vector<MonotonicTime>, std::greater<>> waiting_;
+    std::optional<MonotonicTime> last_;       ///< decode time of the last frame
+    std::optional<MonotonicTime> lastTaken_;  ///< presentation time that a decode time was derived from last
+    MonotonicTime start_;                     ///< presentation of the first key frame
 };
 
 }  // namespace refhost

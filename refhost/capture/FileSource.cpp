@@ -8,6 +8,11 @@
 #include <chrono>
 #include <cstring>
 
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/HostClock.h"
+#include "refhost/capture/CaptureClock.h"
+#include "refhost/media/LaunchBin.h"
+
 namespace refhost
 {
 namespace
@@ -16,14 +21,13 @@ namespace
 /// \returns why the file cannot be read; empty when it can
 std::string problemOf(const std::string& path)
 {
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0)
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
     {
         return std::strerror(errno);
     }
     struct stat status = {};
-    const bool regular = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
-    ::close(descriptor);
+    const bool regular = ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
     return regular ? std::string() : std::string("not a file");
 }
 
@@ -43,13 +47,13 @@ LoopTimeline::Time timeOf(const GstSegment& segment, GstClockTime time)
     {
         return std::nullopt;
     }
-    return static_cast<std::int64_t>(time) - static_cast<std::int64_t>(segment.start) +
-           static_cast<std::int64_t>(segment.base);
+    return Duration(static_cast<std::int64_t>(time) - static_cast<std::int64_t>(segment.start) +
+                    static_cast<std::int64_t>(segment.base));
 }
 
 GstClockTime clockTimeOf(LoopTimeline::Time time)
 {
-    return time ? static_cast<GstClockTime>(*time) : GST_CLOCK_TIME_NONE;
+    return time ? static_cast<GstClockTime>(time->count()) : GST_CLOCK_TIME_NONE;
 }
 
 }  // namespace
@@ -96,7 +100,7 @@ void FileSource::stop()
 void FileSource::addPad(GstPad* pad, const GstCaps* caps)
 {
     std::string error;
-    GstElement* chain = makeBin(chainLine(caps), error);
+    GstElement* chain = makeLaunchBin(chainLine(caps), UnlinkedPads::ghosted, error);
     if (chain == nullptr)
     {
         sink_.sourceEnded(error, false);
@@ -145,7 +149,7 @@ GstPadProbeReturn FileSource::onBuffer(Track& track, GstPadProbeInfo* info)
     piece.decoding = timeOf(track.segment, GST_BUFFER_DTS(buffer));
     if (GST_BUFFER_DURATION_IS_VALID(buffer))
     {
-        piece.duration = static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer));
+        piece.duration = Duration(static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)));
     }
     std::optional<LoopTimeline::Placed> placed;
     {
@@ -207,11 +211,11 @@ GstPadProbeReturn FileSource::onEvent(Track& track, GstPadProbeInfo* info)
     }
 }
 
-bool FileSource::waitUntil(std::int64_t due)
+bool FileSource::waitUntil(Duration due)
 {
     // The pipeline's clock is the monotonic one, which steady_clock reads too.
-    const auto base = static_cast<std::int64_t>(gst_element_get_base_time(GST_ELEMENT(pipeline_)));
-    const std::chrono::steady_clock::time_point moment{std::chrono::nanoseconds(base + due)};
+    const std::chrono::steady_clock::time_point moment(
+        (baseTimeOf(GST_ELEMENT(pipeline_)) + due).time_since_epoch());
     const MutexLock guard(mutex_);
     while (!stopping_ && changed_.waitUntil(mutex_, moment))
     {
@@ -219,10 +223,9 @@ bool FileSource::waitUntil(std::int64_t due)
     return !stopping_;
 }
 
-std::int64_t FileSource::now() const
+Duration FileSource::now() const
 {
-    const auto base = static_cast<std::int64_t>(gst_element_get_base_time(GST_ELEMENT(pipeline_)));
-    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count() - base;
+    return HostClock::system().now() - baseTimeOf(GST_ELEMENT(pipeline_));
 }
 
 void FileSource::rewind()

@@ -36,8 +36,8 @@ private:
     void addPad(GstPad* pad, const GstCaps* caps);
     GstPadProbeReturn onBuffer(Track& track, GstPadProbeInfo* info);
     GstPadProbeReturn onEvent(Track& track, GstPadProbeInfo* info);
-    bool waitUntil(std::int64_t due);
-    std::int64_t now() const;
+    bool waitUntil(Duration due);
+    Duration now() const;
     void rewind();
 
     StreamConfig config_;

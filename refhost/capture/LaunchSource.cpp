@@ -1,5 +1,7 @@
 #include "refhost/capture/LaunchSource.h"
 
+#include "refhost/media/LaunchBin.h"
+
 namespace refhost
 {
 
@@ -7,17 +9,10 @@ LaunchSource::LaunchSource(const StreamConfig& config, MediaSink& sink) : config
 
 bool LaunchSource::build(GstBin* pipeline, std::string& error)
 {
-    GError* problem = nullptr;
-    GstElement* line = gst_parse_bin_from_description_full(config_.source.location.c_str(), FALSE, nullptr,
-                                                           GST_PARSE_FLAG_FATAL_ERRORS, &problem);
-    if (problem != nullptr)
+    GstElement* const line = makeLaunchBin(config_.source.location, UnlinkedPads::left, error);
+    if (line == nullptr)
     {
-        error = std::string("the launch line is wrong: ") + problem->message;
-        g_clear_error(&problem);
-        if (line != nullptr)
-        {
-            gst_object_unref(gst_object_ref_sink(line));
-        }
+        error = "the launch line is wrong: " + error;
         return false;
     }
     gst_bin_add(pipeline, line);
@@ -52,8 +47,9 @@ bool LaunchSource::tap(GstBin* pipeline, GstElement* line, const char* name, std
     }
     GstPad* exit = gst_ghost_pad_new(name, pad.get());
     gst_element_add_pad(line, exit);
-    GstElement* pace = makeBin(
-        "queue max-size-time=1000000000 max-size-bytes=0 max-size-buffers=0 ! clocksync name=pace", error);
+    GstElement* pace = makeLaunchBin(
+        "queue max-size-time=1000000000 max-size-bytes=0 max-size-buffers=0 ! clocksync name=pace",
+        UnlinkedPads::ghosted, error);
     if (pace == nullptr)
     {
         return false;

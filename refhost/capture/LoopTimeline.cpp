@@ -1,19 +1,21 @@
 #include "refhost/capture/LoopTimeline.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <chrono>
 
 namespace refhost
 {
 namespace
 {
 
+using namespace std::chrono_literals;
+
 /// A piece without a told duration lasts this long where nothing better is known; also the shortest round, so
 /// that a file of one frame does not spin.
-constexpr std::int64_t usualDuration = 40'000'000;
+constexpr Duration usualDuration = 40ms;
 
 /// Beyond this distance a piece's own time is believed more than the even pace of those before it.
-constexpr std::int64_t believableLead = 1'000'000'000;
+constexpr Duration believableLead = 1s;
 
 }  // namespace
 
@@ -23,8 +25,7 @@ std::size_t LoopTimeline::addTrack()
     return tracks_.size() - 1;
 }
 
-std::optional<LoopTimeline::Placed> LoopTimeline::place(std::size_t number, const Piece& piece,
-                                                        std::int64_t now)
+std::optional<LoopTimeline::Placed> LoopTimeline::place(std::size_t number, const Piece& piece, Duration now)
 {
     Track& track = tracks_[number];
     const Time own = piece.decoding ? piece.decoding : piece.presentation;
@@ -32,29 +33,29 @@ std::optional<LoopTimeline::Placed> LoopTimeline::place(std::size_t number, cons
     {
         return std::nullopt;
     }
-    std::int64_t due = own ? *own : *track.due + track.step;
+    Duration due = own ? *own : *track.due + track.step;
     // Frames that are told in another order than they are shown, with the time of showing alone, must not
     // leave in bursts.
-    if (!piece.decoding && track.due && track.step > 0 &&
-        std::abs(*track.due + track.step - due) < believableLead)
+    if (!piece.decoding && track.due && track.step > Duration::zero() &&
+        std::chrono::abs(*track.due + track.step - due) < believableLead)
     {
         due = *track.due + track.step;
     }
-    const std::int64_t shown = piece.presentation ? *piece.presentation : due;
+    const Duration shown = piece.presentation ? *piece.presentation : due;
     if (!base_)
     {
         base_ = now - due;
     }
-    const std::int64_t sinceLast = track.last && shown > *track.last ? shown - *track.last : usualDuration;
-    const std::int64_t lasts = piece.duration ? *piece.duration : sinceLast;
+    const Duration sinceLast = track.last && shown > *track.last ? shown - *track.last : usualDuration;
+    const Duration lasts = piece.duration ? *piece.duration : sinceLast;
     track.due = due;
-    track.step = piece.duration ? *piece.duration : 0;
+    track.step = piece.duration ? *piece.duration : Duration::zero();
     track.end = track.last ? std::max(track.end, shown + lasts) : shown + lasts;
     track.start = track.start ? std::min(*track.start, shown) : shown;
     track.last = track.last ? std::max(*track.last, shown) : shown;
 
     Placed placed;
-    const auto onTimeline = [this](std::int64_t time) { return std::max<std::int64_t>(0, *base_ + time); };
+    const auto onTimeline = [this](Duration time) { return std::max(Duration::zero(), *base_ + time); };
     placed.presentation = piece.presentation || !piece.decoding ? Time(onTimeline(shown)) : std::nullopt;
     placed.decoding = piece.decoding ? Time(onTimeline(*piece.decoding)) : std::nullopt;
     placed.due = onTimeline(due);

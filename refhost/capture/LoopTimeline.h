@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <vector>
+
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
@@ -12,11 +13,11 @@ namespace refhost
 /// and says when each piece is due.
 ///
 /// All tracks of a round begin together; the next round starts where the longest track of the last one ended.
-/// All times are in nanoseconds. Threads: one at a time.
+/// Threads: one at a time.
 class LoopTimeline
 {
 public:
-    using Time = std::optional<std::int64_t>;
+    using Time = std::optional<Duration>;
 
     /// What is known of one frame or piece of audio, in the file's own time.
     struct Piece
@@ -31,7 +32,7 @@ public:
     {
         Time presentation;
         Time decoding;
-        std::int64_t due = 0;  ///< when it shall leave
+        Duration due{};  ///< when it shall leave
     };
 
     /// \returns the track's number for the other operations
@@ -40,7 +41,7 @@ public:
     /// Places the next piece of a track.
     /// \param now  the time on the timeline; the first piece of all is placed there
     /// \returns nothing when the piece has no time and there is none to go on from
-    std::optional<Placed> place(std::size_t track, const Piece& piece, std::int64_t now);
+    std::optional<Placed> place(std::size_t track, const Piece& piece, Duration now);
 
     /// Notes that a track came to the end of the file.
     /// \returns true when it was the last of them: the next pieces are those of the next round
@@ -50,11 +51,11 @@ private:
     struct Track
     {
         bool ended = false;
-        Time due;               ///< of the last piece, in the file's time
-        std::int64_t step = 0;  ///< from the last piece to the next, where the file tells it
-        std::int64_t end = 0;   ///< latest end in this round, in the file's time
-        Time last;              ///< latest presentation in this round
-        Time start;             ///< earliest presentation in this round
+        Time due;         ///< of the last piece, in the file's time
+        Duration step{};  ///< from the last piece to the next, where the file tells it
+        Duration end{};   ///< latest end in this round, in the file's time
+        Time last;        ///< latest presentation in this round
+        Time start;       ///< earliest presentation in this round
     };
 
     void startIteration();

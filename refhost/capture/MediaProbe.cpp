@@ -86,14 +86,13 @@ void MediaProbe::take(GstBuffer* buffer)
     auto unit = std::make_shared<EncodedUnit>();
     unit->format = format_;
     unit->bytes = bytesOf(buffer);
-    unit->captureTimeNs = clock_.monotonicNs(GST_BUFFER_PTS(buffer), segment);
-    unit->durationNs =
-        GST_BUFFER_DURATION_IS_VALID(buffer) ? static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)) : 0;
+    unit->captureTime = clock_.at(GST_BUFFER_PTS(buffer), segment);
+    unit->duration = Duration(
+        GST_BUFFER_DURATION_IS_VALID(buffer) ? static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)) : 0);
     unit->keyFrame = !isVideo(codec_) || !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
     // Derived for every source: few give decode times, and those of RTP are times of arrival.
-    unit->decodeTimeNs = isVideo(codec_)
-                             ? decodeTimes_.next(unit->captureTimeNs, unit->durationNs, unit->keyFrame)
-                             : unit->captureTimeNs;
+    unit->decodeTime = isVideo(codec_) ? decodeTimes_.next(unit->captureTime, unit->duration, unit->keyFrame)
+                                       : unit->captureTime;
     tap_->deliver(unit);
 }
 

@@ -46,22 +46,4 @@ std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const
     return nullptr;
 }
 
-GstElement* makeBin(const std::string& line, std::string& error)
-{
-    GError* problem = nullptr;
-    GstElement* bin = gst_parse_bin_from_description_full(line.c_str(), TRUE, nullptr,
-                                                          GST_PARSE_FLAG_FATAL_ERRORS, &problem);
-    if (problem != nullptr)
-    {
-        error = problem->message;
-        g_clear_error(&problem);
-        if (bin != nullptr)
-        {
-            gst_object_unref(gst_object_ref_sink(bin));
-        }
-        return nullptr;
-    }
-    return bin;
-}
-
 }  // namespace refhost

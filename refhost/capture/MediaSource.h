@@ -60,8 +60,4 @@ public:
                                              unsigned attempt, MediaSink& sink);
 };
 
-/// Makes one bin of a launch line, with its unlinked pads as the bin's.
-/// \returns null with `error` set when the line is wrong or an element is missing
-GstElement* makeBin(const std::string& line, std::string& error);
-
 }  // namespace refhost

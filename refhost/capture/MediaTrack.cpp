@@ -6,6 +6,8 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/capture/MediaSource.h"
+#include "refhost/media/LaunchBin.h"
+#include "refhost/media/PacketSize.h"
 
 namespace refhost
 {
@@ -24,7 +26,7 @@ MediaTrack::~MediaTrack() = default;
 
 bool MediaTrack::open(GstPad* pad, const std::string& line, PayloadBranch::OnCaps onCaps, std::string& error)
 {
-    GstElement* chain = makeBin(line, error);
+    GstElement* chain = makeLaunchBin(line, UnlinkedPads::ghosted, error);
     if (chain == nullptr)
     {
         return false;
@@ -33,7 +35,8 @@ bool MediaTrack::open(GstPad* pad, const std::string& line, PayloadBranch::OnCap
     g_object_set(tee_, "allow-not-linked", TRUE, nullptr);
     gst_bin_add_many(GST_BIN(clock_.pipeline), chain, tee_, nullptr);
     gst_element_link(chain, tee_);
-    if (!addBranch(usualPayloadSize, std::move(onCaps), error))
+    // The branch that is always there: it tells the track's description.
+    if (!addBranch(PacketSize::payload, std::move(onCaps), error))
     {
         return false;
     }
@@ -56,7 +59,7 @@ void MediaTrack::setTaps(const Taps& taps)
     {
         const auto tap = taps.find(branch->first);
         branch->second->setTap(tap == taps.end() ? nullptr : tap->second);
-        const bool wanted = tap != taps.end() || branch->first == usualPayloadSize;
+        const bool wanted = tap != taps.end() || branch->first == PacketSize::payload;
         branch = wanted ? std::next(branch) : branches_.erase(branch);
     }
     for (const auto& [payloadSize, tap] : taps)

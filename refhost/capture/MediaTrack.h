@@ -17,9 +17,6 @@ namespace refhost
 class MediaTrack
 {
 public:
-    /// Payload size of the branch that is always there; it tells the track's description.
-    static constexpr int usualPayloadSize = 1364;
-
     using Taps = std::map<int, std::shared_ptr<PacketTap>>;
 
     /// \param clock  its pipeline holds everything and outlives the track

@@ -5,6 +5,7 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/media/GstCodec.h"
+#include "refhost/media/LaunchBin.h"
 
 namespace refhost
 {
@@ -62,15 +63,12 @@ PayloadBranch::~PayloadBranch()
 
 bool PayloadBranch::open(std::string& error)
 {
-    GError* problem = nullptr;
     queue_ = gst_element_factory_make("queue", nullptr);
-    payloader_ = gst_parse_launch_full(GstCodec::payloaderLine(codec_).c_str(), nullptr,
-                                       GST_PARSE_FLAG_FATAL_ERRORS, &problem);
+    payloader_ = makeLaunchElement(GstCodec::payloaderLine(codec_), error);
     sink_ = gst_element_factory_make("appsink", nullptr);
     if (queue_ == nullptr || payloader_ == nullptr || sink_ == nullptr)
     {
-        error = problem == nullptr ? "GStreamer's core elements are missing" : problem->message;
-        g_clear_error(&problem);
+        error = payloader_ == nullptr ? error : "GStreamer's core elements are missing";
         for (GstElement* element : {queue_, payloader_, sink_})
         {
             g_clear_object(&element);
@@ -209,8 +207,7 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
     {
         return;
     }
-    const bool taken =
-        builder_.add(map.data, map.size, place_.clock.monotonicNs(GST_BUFFER_PTS(buffer), segment));
+    const bool taken = builder_.add(map.data, map.size, place_.clock.at(GST_BUFFER_PTS(buffer), segment));
     gst_buffer_unmap(buffer, &map);
     place_.gate->countPacket();
     if (!taken && !refusalReported_)

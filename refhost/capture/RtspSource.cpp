@@ -4,6 +4,7 @@
 
 #include "refhost/base/ByteOrder.h"
 #include "refhost/base/HostClock.h"
+#include "refhost/capture/CaptureClock.h"
 #include "refhost/capture/RtpPayloadCheck.h"
 
 namespace refhost
@@ -119,7 +120,7 @@ GstPadProbeReturn RtspSource::onPacket(GstPad*, GstPadProbeInfo* info, gpointer 
     RtpPayloadCheck::Payload payload;
     const bool audio = RtpPayloadCheck::find(map.data, map.size, payload) &&
                        RtpPayloadCheck::isWellFormed(track->codec, payload);
-    std::int64_t time = 0;
+    Duration time{};
     if (audio)
     {
         time = track->clock->place(readBig32(map.data + 4), readBig32(map.data + 8), track->source->now());
@@ -130,7 +131,7 @@ GstPadProbeReturn RtspSource::onPacket(GstPad*, GstPadProbeInfo* info, gpointer 
         return GST_PAD_PROBE_DROP;
     }
     buffer = gst_buffer_make_writable(buffer);
-    GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(time);
+    GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(time.count());
     GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
     GST_PAD_PROBE_INFO_DATA(info) = buffer;
     return GST_PAD_PROBE_OK;
@@ -150,7 +151,7 @@ std::shared_ptr<SourceClock> RtspSource::addTrack(GstPad* pad)
     const bool video = media != nullptr && std::string(media) == "video";
     auto track = std::make_unique<Track>();
     track->source = this;
-    track->clock = std::make_shared<SourceClock>(static_cast<std::uint32_t>(clockRate), video);
+    track->clock = std::make_shared<SourceClock>(RtpClock(static_cast<std::uint32_t>(clockRate)), video);
     track->codec = encoding == nullptr ? std::nullopt : codecEncodedAs(encoding);
     gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &RtspSource::onPacket, track.get(), nullptr);
     const MutexLock guard(mutex_);
@@ -160,10 +161,10 @@ std::shared_ptr<SourceClock> RtspSource::addTrack(GstPad* pad)
 
 void RtspSource::takeReport(const SenderReports::Report& report)
 {
-    std::optional<std::int64_t> placed;
-    if (report.wallNs)
+    std::optional<Duration> placed;
+    if (report.wall)
     {
-        placed = *report.wallNs - HostClock::system().wall().mapping().at(baseTime());
+        placed = *report.wall - HostClock::system().wall().mapping().at(baseTimeOf(GST_ELEMENT(pipeline_)));
     }
     bool wrong = false;
     {
@@ -181,15 +182,9 @@ void RtspSource::takeReport(const SenderReports::Report& report)
     }
 }
 
-std::int64_t RtspSource::baseTime() const
+Duration RtspSource::now() const
 {
-    return static_cast<std::int64_t>(gst_element_get_base_time(GST_ELEMENT(pipeline_)));
-}
-
-std::int64_t RtspSource::now() const
-{
-    // The pipeline's clock is the monotonic one.
-    return HostClock::system().monotonicNs() - baseTime();
+    return HostClock::system().now() - baseTimeOf(GST_ELEMENT(pipeline_));
 }
 
 void RtspSource::addPad(GstPad* pad)

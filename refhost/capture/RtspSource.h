@@ -55,8 +55,7 @@ private:
     void addPad(GstPad* pad);
     std::shared_ptr<SourceClock> addTrack(GstPad* pad);
     void takeReport(const SenderReports::Report& report);
-    std::int64_t baseTime() const;
-    std::int64_t now() const;
+    Duration now() const;
     void partComplete();
 
     StreamConfig config_;

@@ -10,6 +10,7 @@
 #include "refhost/base/Decimal.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
+#include "refhost/capture/CaptureClock.h"
 #include "refhost/capture/RtpPayloadCheck.h"
 #include "refhost/capture/SenderReports.h"
 
@@ -323,7 +324,8 @@ void RtspTcpSource::addTrack(const GstSDPMedia& media, const std::string& base)
     track->control = resolved(base, textOf(gst_sdp_media_get_attribute_val(&media, "control")));
     track->channel = static_cast<int>(2 * tracks_.size());
     track->caps = std::move(caps);
-    track->clock = std::make_shared<SourceClock>(static_cast<std::uint32_t>(track->clockRate), video);
+    track->clock =
+        std::make_shared<SourceClock>(RtpClock(static_cast<std::uint32_t>(track->clockRate)), video);
     tracks_.push_back(std::move(track));
 }
 
@@ -456,13 +458,13 @@ void RtspTcpSource::onMedia(Track& track, const std::uint8_t* data, std::size_t 
     track.sequence = sequence;
     track.ssrc = readBig32(data + 8);
     track.started = true;
-    const std::int64_t time = track.clock->place(readBig32(data + 4), track.ssrc, now());
+    const Duration time = track.clock->place(readBig32(data + 4), track.ssrc, now());
     // The plain header alone: what cameras put behind it is nothing that is passed on.
     GstBuffer* const buffer = gst_buffer_new_allocate(nullptr, rtpHeaderSize + payload.size, nullptr);
     gst_buffer_fill(buffer, 0, data, rtpHeaderSize);
     gst_buffer_memset(buffer, 0, 0x80, 1);
     gst_buffer_fill(buffer, rtpHeaderSize, payload.data, payload.size);
-    GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(time);
+    GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(time.count());
     gst_app_src_push_buffer(track.entry, buffer);
 }
 
@@ -470,10 +472,11 @@ void RtspTcpSource::onReports(Track& track, const std::uint8_t* data, std::size_
 {
     const auto take = [this, &track](const SenderReports::Report& report)
     {
-        std::optional<std::int64_t> placed;
-        if (report.wallNs)
+        std::optional<Duration> placed;
+        if (report.wall)
         {
-            placed = *report.wallNs - HostClock::system().wall().mapping().at(baseTime());
+            placed =
+                *report.wall - HostClock::system().wall().mapping().at(baseTimeOf(GST_ELEMENT(pipeline_)));
         }
         track.reported = true;
         if (track.clock->report(report.timestamp, report.ssrc, placed, now()) ==
@@ -509,15 +512,9 @@ bool RtspTcpSource::sendReceiverReports(std::string& error)
     return true;
 }
 
-std::int64_t RtspTcpSource::baseTime() const
+Duration RtspTcpSource::now() const
 {
-    return static_cast<std::int64_t>(gst_element_get_base_time(GST_ELEMENT(pipeline_)));
-}
-
-std::int64_t RtspTcpSource::now() const
-{
-    // The pipeline's clock is the monotonic one.
-    return HostClock::system().monotonicNs() - baseTime();
+    return HostClock::system().now() - baseTimeOf(GST_ELEMENT(pipeline_));
 }
 
 }  // namespace refhost

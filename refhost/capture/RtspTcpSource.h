@@ -72,9 +72,8 @@ private:
     void onMedia(Track& track, const std::uint8_t* data, std::size_t size);
     void onReports(Track& track, const std::uint8_t* data, std::size_t size);
     bool sendReceiverReports(std::string& error);
-    std::int64_t baseTime() const;
     /// On the pipeline's running time.
-    std::int64_t now() const;
+    Duration now() const;
 
     const StreamConfig config_;
     MediaSink& sink_;

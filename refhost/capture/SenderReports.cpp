@@ -11,22 +11,6 @@ constexpr unsigned typeSenderReport = 200;
 constexpr unsigned typeBye = 203;
 constexpr std::size_t headerSize = 4;
 constexpr std::size_t senderReportSize = 28;
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-constexpr std::uint32_t secondsFrom1900To1970 = 2'208'988'800U;
-constexpr std::uint32_t eraStart = 0x80000000U;  // smaller ones count from 2036, or from a camera's own start
-
-std::optional<std::int64_t> wallOf(std::uint32_t seconds, std::uint32_t fraction)
-{
-    if (seconds == 0 && fraction == 0)
-    {
-        return std::nullopt;
-    }
-    // Seconds wrap in 2036 (RFC 5905, section 6).
-    const std::int64_t era = seconds < eraStart ? std::int64_t{1} << 32U : 0;
-    const std::int64_t since1970 = era + seconds - std::int64_t{secondsFrom1900To1970};
-    return since1970 * nsPerSecond +
-           static_cast<std::int64_t>(static_cast<std::uint64_t>(fraction) * nsPerSecond >> 32U);
-}
 
 }  // namespace
 
@@ -42,8 +26,9 @@ void SenderReports::read(const std::uint8_t* data, std::size_t size, const OnRep
         }
         if (data[1] == typeSenderReport && length >= senderReportSize)
         {
+            const NtpTime sent(readBig32(data + 8), readBig32(data + 12));
             onReport({readBig32(data + 4), readBig32(data + 16),
-                      wallOf(readBig32(data + 8), readBig32(data + 12))});
+                      sent.known() ? std::optional(sent.wallTime()) : std::nullopt});
         }
         else if (data[1] == typeBye && length >= headerSize + 4 && (data[0] & 0x1fU) > 0)
         {

@@ -5,6 +5,8 @@
 #include <functional>
 #include <optional>
 
+#include "refhost/base/Times.h"
+
 namespace refhost
 {
 
@@ -16,9 +18,8 @@ public:
     struct Report
     {
         std::uint32_t ssrc = 0;
-        std::uint32_t timestamp = 0;  ///< RTP timestamp of the same instant
-        /// Wall clock, nanoseconds since 1970; nothing when the sender has none.
-        std::optional<std::int64_t> wallNs;
+        std::uint32_t timestamp = 0;   ///< RTP timestamp of the same instant
+        std::optional<WallTime> wall;  ///< nothing when the sender has no clock
     };
 
     using OnReport = std::function<void(const Report&)>;

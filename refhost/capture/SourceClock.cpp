@@ -1,21 +1,20 @@
 #include "refhost/capture/SourceClock.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <chrono>
 
 namespace refhost
 {
 namespace
 {
 
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-constexpr std::int64_t nsPerMs = 1'000'000;
+using namespace std::chrono_literals;
 
-constexpr std::int64_t maxReorder = nsPerSecond;    // that a B-frame's timestamp lies behind
-constexpr std::int64_t maxAhead = 3 * nsPerSecond;  // that a timestamp runs ahead of its arrival in one step
-constexpr std::int64_t restartStep = nsPerMs;       // least media time across a break of the timestamps
-constexpr std::int64_t delayWindow = 30 * nsPerSecond;
-constexpr std::int64_t maxReportDistance = 60 * nsPerSecond;
+constexpr Duration maxReorder = 1s;    // that a B-frame's timestamp lies behind
+constexpr Duration maxAhead = 3s;      // that a timestamp runs ahead of its arrival in one step
+constexpr Duration restartStep = 1ms;  // least media time across a break of the timestamps
+constexpr Duration delayWindow = 30s;
+constexpr Duration maxReportDistance = 60s;
 constexpr std::size_t maxKnots = 2000;  // 40 seconds and more: nothing waits so long for its time
 
 // How fast the offset is corrected, in parts of the media time. What reports say, and that a packet came much
@@ -24,171 +23,165 @@ constexpr std::size_t maxKnots = 2000;  // 40 seconds and more: nothing waits so
 constexpr std::int64_t certainPart = 2;
 constexpr std::int64_t smallPart = 1000;
 constexpr std::int64_t lateLargePart = 20;
-constexpr std::int64_t earlyLarge = 20 * nsPerMs;
-constexpr std::int64_t lateLarge = nsPerSecond;
+constexpr Duration earlyLarge = 20ms;
+constexpr Duration lateLarge = 1s;
 
 }  // namespace
 
-SourceClock::SourceClock(std::uint32_t clockRate, bool reordered)
-    : clockRate_(clockRate), reordered_(reordered)
-{
-}
+SourceClock::SourceClock(RtpClock rtpClock, bool reordered) : rtpClock_(rtpClock), reordered_(reordered) {}
 
-std::int64_t SourceClock::place(std::uint32_t timestamp, std::uint32_t ssrc, std::int64_t arrivalNs)
+Duration SourceClock::place(std::uint32_t timestamp, std::uint32_t ssrc, Duration arrival)
 {
     const MutexLock guard(mutex_);
-    if (!started_ || !continues(span(lastTimestamp_, timestamp), arrivalNs - lastArrivalNs_))
+    if (!started_ || !continues(span(lastTimestamp_, timestamp), arrival - lastArrival_))
     {
-        restart(timestamp, ssrc, arrivalNs);
+        restart(timestamp, ssrc, arrival);
     }
     else if (ssrc != ssrc_)
     {
         ssrc_ = ssrc;
-        reportedNs_.reset();
+        reported_.reset();
     }
     // In ticks, so that nothing is lost to rounding over days.
-    lastTicks_ += static_cast<std::int32_t>(timestamp - lastTimestamp_);
+    lastTicks_ += RtpClock::difference(timestamp, lastTimestamp_);
     lastTimestamp_ = timestamp;
-    lastArrivalNs_ = arrivalNs;
-    lastMediaNs_ = std::max<std::int64_t>(
-        baseNs_ + lastTicks_ / clockRate_ * nsPerSecond + lastTicks_ % clockRate_ * nsPerSecond / clockRate_,
-        0);
-    noteDelay(arrivalNs - lastMediaNs_, arrivalNs);
+    lastArrival_ = arrival;
+    lastMedia_ = std::max(base_ + rtpClock_.span(lastTicks_), Duration::zero());
+    noteDelay(arrival - lastMedia_, arrival);
     if (pending_ && pending_->ssrc == ssrc_)
     {
-        const std::int64_t distance = span(lastTimestamp_, pending_->timestamp);
-        if (std::abs(distance) <= maxReportDistance)
+        const Duration distance = span(lastTimestamp_, pending_->timestamp);
+        if (std::chrono::abs(distance) <= maxReportDistance)
         {
-            reportedNs_ = pending_->reportNs - (lastMediaNs_ + distance);
+            reported_ = pending_->report - (lastMedia_ + distance);
         }
         pending_.reset();
     }
-    if (lastMediaNs_ > latestMediaNs_ || knots_.empty())
+    if (lastMedia_ > latestMedia_ || knots_.empty())
     {
-        follow(lastMediaNs_);
-        latestMediaNs_ = std::max(latestMediaNs_, lastMediaNs_);
+        follow(lastMedia_);
+        latestMedia_ = std::max(latestMedia_, lastMedia_);
     }
-    return lastMediaNs_;
+    return lastMedia_;
 }
 
 SourceClock::Report SourceClock::report(std::uint32_t timestamp, std::uint32_t ssrc,
-                                        std::optional<std::int64_t> reportNs, std::int64_t arrivalNs)
+                                        std::optional<Duration> report, Duration arrival)
 {
     const MutexLock guard(mutex_);
     if (started_ && ssrc != ssrc_)
     {
         // The media may be about to change to it.
-        pending_ = reportNs ? std::optional<SenderReport>({timestamp, ssrc, *reportNs}) : std::nullopt;
+        pending_ = report ? std::optional<SenderReport>({timestamp, ssrc, *report}) : std::nullopt;
         return Report::unusable;
     }
     // Judged by the fastest packets: the report itself may have been held up for long.
-    const std::int64_t distance = started_ ? span(lastTimestamp_, timestamp) : 0;
-    if (std::abs(distance) > maxReportDistance)
+    const Duration distance = started_ ? span(lastTimestamp_, timestamp) : Duration::zero();
+    if (std::chrono::abs(distance) > maxReportDistance)
     {
         return Report::unusable;
     }
-    const std::int64_t expected = started_ ? lastMediaNs_ + distance + minDelay() : arrivalNs;
-    if (!reportNs || std::abs(*reportNs - expected) > maxClockErrorNs)
+    const Duration expected = started_ ? lastMedia_ + distance + minDelay() : arrival;
+    if (!report || std::chrono::abs(*report - expected) > maxClockError)
     {
-        reportedNs_.reset();
+        reported_.reset();
         pending_.reset();
         return Report::wrongClock;
     }
     if (!started_)
     {
-        pending_ = SenderReport{timestamp, ssrc, *reportNs};
+        pending_ = SenderReport{timestamp, ssrc, *report};
         return Report::used;
     }
-    reportedNs_ = *reportNs - (lastMediaNs_ + distance);
+    reported_ = *report - (lastMedia_ + distance);
     return Report::used;
 }
 
-std::int64_t SourceClock::captured(std::int64_t mediaNs) const
+Duration SourceClock::captured(Duration media) const
 {
     const MutexLock guard(mutex_);
     if (knots_.empty())
     {
-        return mediaNs;
+        return media;
     }
-    const auto next =
-        std::upper_bound(knots_.begin(), knots_.end(), mediaNs,
-                         [](std::int64_t time, const Knot& knot) { return time < knot.mediaNs; });
+    const auto next = std::upper_bound(knots_.begin(), knots_.end(), media,
+                                       [](Duration time, const Knot& knot) { return time < knot.media; });
     if (next == knots_.begin())
     {
-        return mediaNs + knots_.front().offsetNs;
+        return media + knots_.front().offset;
     }
     const Knot& before = *std::prev(next);
     if (next == knots_.end())
     {
-        return mediaNs + before.offsetNs;
+        return media + before.offset;
     }
-    const double part =
-        static_cast<double>(mediaNs - before.mediaNs) / static_cast<double>(next->mediaNs - before.mediaNs);
-    const double change = static_cast<double>(next->offsetNs - before.offsetNs);
-    return mediaNs + before.offsetNs + static_cast<std::int64_t>(part * change);
+    const double part = static_cast<double>((media - before.media).count()) /
+                        static_cast<double>((next->media - before.media).count());
+    const double change = static_cast<double>((next->offset - before.offset).count());
+    return media + before.offset + Duration(static_cast<std::int64_t>(part * change));
 }
 
-std::int64_t SourceClock::span(std::uint32_t from, std::uint32_t to) const
+Duration SourceClock::span(std::uint32_t from, std::uint32_t to) const
 {
-    return static_cast<std::int64_t>(static_cast<std::int32_t>(to - from)) * nsPerSecond / clockRate_;
+    return rtpClock_.span(RtpClock::difference(to, from));
 }
 
-bool SourceClock::continues(std::int64_t spanNs, std::int64_t elapsedNs) const
+bool SourceClock::continues(Duration span, Duration elapsed) const
 {
-    const std::int64_t behindLatest = latestMediaNs_ - (lastMediaNs_ + spanNs);
-    return behindLatest <= (reordered_ ? maxReorder : 0) &&
-           spanNs <= std::max<std::int64_t>(elapsedNs, 0) + maxAhead;
+    const Duration behindLatest = latestMedia_ - (lastMedia_ + span);
+    return behindLatest <= (reordered_ ? maxReorder : Duration::zero()) &&
+           span <= std::max(elapsed, Duration::zero()) + maxAhead;
 }
 
-void SourceClock::restart(std::uint32_t timestamp, std::uint32_t ssrc, std::int64_t arrivalNs)
+void SourceClock::restart(std::uint32_t timestamp, std::uint32_t ssrc, Duration arrival)
 {
     // Media time goes on by what has passed meanwhile, and the capture times with it.
-    baseNs_ = started_ ? latestMediaNs_ + std::max(arrivalNs - lastArrivalNs_, restartStep)
-                       : std::max<std::int64_t>(arrivalNs, 0);
+    base_ = started_ ? latestMedia_ + std::max(arrival - lastArrival_, restartStep)
+                     : std::max(arrival, Duration::zero());
     started_ = true;
     ssrc_ = ssrc;
     lastTimestamp_ = timestamp;
     lastTicks_ = 0;
     delays_.clear();
-    reportedNs_.reset();
+    reported_.reset();
 }
 
-void SourceClock::noteDelay(std::int64_t delayNs, std::int64_t arrivalNs)
+void SourceClock::noteDelay(Duration delay, Duration arrival)
 {
-    if (delays_.empty() || arrivalNs - delays_.back().sinceNs >= nsPerSecond)
+    if (delays_.empty() || arrival - delays_.back().since >= 1s)
     {
-        delays_.push_back({arrivalNs, delayNs});
+        delays_.push_back({arrival, delay});
     }
-    delays_.back().minNs = std::min(delays_.back().minNs, delayNs);
-    while (delays_.size() > 1 && arrivalNs - delays_.front().sinceNs > delayWindow)
+    delays_.back().min = std::min(delays_.back().min, delay);
+    while (delays_.size() > 1 && arrival - delays_.front().since > delayWindow)
     {
         delays_.pop_front();
     }
 }
 
-std::int64_t SourceClock::minDelay() const
+Duration SourceClock::minDelay() const
 {
     const auto min =
         std::min_element(delays_.begin(), delays_.end(),
-                         [](const Delay& left, const Delay& right) { return left.minNs < right.minNs; });
-    return min->minNs;
+                         [](const Delay& left, const Delay& right) { return left.min < right.min; });
+    return min->min;
 }
 
-void SourceClock::follow(std::int64_t mediaNs)
+void SourceClock::follow(Duration media)
 {
-    const std::int64_t target = reportedNs_ ? *reportedNs_ : minDelay();
+    const Duration target = reported_ ? *reported_ : minDelay();
     if (knots_.empty())
     {
-        knots_.push_back({mediaNs, target});
+        knots_.push_back({media, target});
         return;
     }
     const Knot last = knots_.back();
-    const std::int64_t error = target - last.offsetNs;
-    const std::int64_t elapsed = mediaNs - last.mediaNs;
-    const bool certain = reportedNs_ || error < -earlyLarge;
+    const Duration error = target - last.offset;
+    const Duration elapsed = media - last.media;
+    const bool certain = reported_ || error < -earlyLarge;
     const std::int64_t part = certain ? certainPart : error > lateLarge ? lateLargePart : smallPart;
-    const Knot next{mediaNs, last.offsetNs + std::clamp(error, -elapsed / part, elapsed / part)};
-    if (knots_.size() > 1 && error == 0 && knots_[knots_.size() - 2].offsetNs == target)
+    const Knot next{media, last.offset + std::clamp(error, -elapsed / part, elapsed / part)};
+    if (knots_.size() > 1 && error == Duration::zero() && knots_[knots_.size() - 2].offset == target)
     {
         knots_.back() = next;
         return;

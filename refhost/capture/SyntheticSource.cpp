@@ -4,6 +4,7 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/capture/EncoderLine.h"
+#include "refhost/media/LaunchBin.h"
 
 namespace refhost
 {
@@ -67,7 +68,7 @@ bool SyntheticSource::addAudio(GstBin* pipeline, Codec codec, std::string& error
 
 bool SyntheticSource::addLine(GstBin* pipeline, const std::string& line, Codec codec, std::string& error)
 {
-    GstElement* bin = makeBin(line, error);
+    GstElement* bin = makeLaunchBin(line, UnlinkedPads::ghosted, error);
     if (bin == nullptr)
     {
         return false;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "refhost/media/Codec.h"
+#include "refhost/media/PacketSize.h"
 
 namespace refhost
 {
@@ -144,7 +145,7 @@ struct ServerConfig
     TalkBackConfig talkBack;
     MulticastConfig multicast;
     std::string liveController = "first";  ///< who serves orv/live: "first", "second" or "both"
-    int mtu = 1440;                        ///< largest packet of the network path, bytes; the second alone
+    int mtu = PacketSize::mtu;             ///< largest packet of the network path, bytes; the second alone
     RecordingConfig recording;
     int rtpPort = 0;  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
     bool segmentationOffload = true;  ///< UDP GSO where the system has it

@@ -3,16 +3,10 @@
 #include "refhost/base/HostStatus.h"
 #include "refhost/live/LiveSessionDispatcher.h"
 #include "refhost/live/MulticastRecords.h"
+#include "refhost/media/PacketSize.h"
 
 using refhost::LiveSessionDispatcher;
 using refhost::MulticastRecords;
-
-namespace
-{
-
-constexpr int defaultMtu = 1440;
-
-}  // namespace
 
 struct LiveDispatcherMgr::Impl
 {
@@ -21,7 +15,7 @@ struct LiveDispatcherMgr::Impl
 
 LiveDispatcherMgr::LiveDispatcherMgr() : impl_(new Impl)
 {
-    impl_->mtu.setMTUValue(defaultMtu);
+    impl_->mtu.setMTUValue(refhost::PacketSize::mtu);
 }
 
 LiveDispatcherMgr::~LiveDispatcherMgr() noexcept(false)

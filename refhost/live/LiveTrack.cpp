@@ -84,7 +84,7 @@ LiveTrack::Found LiveTrack::firstSince(MonotonicTime capture, std::uint64_t earl
                                            earliest > base_ ? earliest - base_ : 0, ring_.size()));
     const auto at = std::lower_bound(begin, ring_.end(), capture,
                                      [](const Entry& entry, MonotonicTime wanted)
-                                     { return MonotonicTime(Duration(entry.unit->captureTimeNs)) < wanted; });
+                                     { return entry.unit->captureTime < wanted; });
     return found(base_ + static_cast<std::uint64_t>(at - ring_.begin()));
 }
 
@@ -147,14 +147,12 @@ void LiveTrack::trim()
         {
             popFront();
         }
-        past_->videoSince.store(MonotonicTime(Duration(ring_.front().unit->captureTimeNs)),
-                                std::memory_order_relaxed);
+        past_->videoSince.store(ring_.front().unit->captureTime, std::memory_order_relaxed);
         return;
     }
-    const MonotonicTime since =
-        std::min(past_->videoSince.load(std::memory_order_relaxed),
-                 MonotonicTime(Duration(ring_.back().unit->captureTimeNs)) - maxAudioPast);
-    while (ring_.size() > 1 && MonotonicTime(Duration(ring_.front().unit->captureTimeNs)) < since)
+    const MonotonicTime since = std::min(past_->videoSince.load(std::memory_order_relaxed),
+                                         ring_.back().unit->captureTime - maxAudioPast);
+    while (ring_.size() > 1 && ring_.front().unit->captureTime < since)
     {
         popFront();
     }

@@ -188,8 +188,7 @@ bool TrackSender::isEarly()
     {
         pacedSince_ = sendTime;
     }
-    return MonotonicTime(Duration(unit_->captureTimeNs)) - startCapture_ >
-           (sendTime - pacedSince_) * settings_.start.rate;
+    return unit_->captureTime - startCapture_ > (sendTime - pacedSince_) * settings_.start.rate;
 }
 
 void TrackSender::reportStart(TrackSender* videoSender)
@@ -225,9 +224,9 @@ bool TrackSender::waitsForFrame(const FreshUnit* fresh, const TrackSender* video
     }
     if (fresh->index == cursor_)
     {
-        waitingSince_ = MonotonicTime(Duration(fresh->unit->captureTimeNs));
+        waitingSince_ = fresh->unit->captureTime;
     }
-    return MonotonicTime(Duration(fresh->unit->captureTimeNs)) - waitingSince_ < settings_.maxAudioWait;
+    return fresh->unit->captureTime - waitingSince_ < settings_.maxAudioWait;
 }
 
 bool TrackSender::firstPacket(RTPPacketInfo& out, TrackSender* videoSender)
@@ -275,7 +274,7 @@ bool TrackSender::start(TrackSender* videoSender, MonotonicTime now)
     unitTimestamp_ = timeline_.peek(*unit_, unitEpoch_);
     unitPackets_ = 0;
     cursor_ = found.index;
-    startCapture_ = MonotonicTime(Duration(unit_->captureTimeNs));
+    startCapture_ = unit_->captureTime;
     first_.sequenceNumber = sender_.sequence();
     first_.rtpTimestamp = unitTimestamp_;
     seenHead_ = track_->head();

@@ -6,6 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include "refhost/base/Times.h"
+
 namespace refhost
 {
 
@@ -34,9 +36,9 @@ struct AccessUnit
     std::uint32_t payloadBytes = 0;
     /// The payloader's RTP timestamp, the same in every packet.
     std::uint32_t rtpTimestamp = 0;
-    /// When it was captured: live media by HostClock::monotonicNs(), recorded media by the date in the
-    /// recording, nanoseconds since 1970.
-    std::int64_t captureTimeNs = 0;
+    /// When it was captured: live media by HostClock::now(). Of recorded media it carries the date in the
+    /// recording: nanoseconds since 1970.
+    MonotonicTime captureTime;
     /// A decoder can start here: a key frame with its parameter sets, or any block of audio.
     bool keyFrame = false;
 

@@ -59,7 +59,7 @@ AccessUnitBuilder::AccessUnitBuilder(Codec codec, Deliver deliver)
 {
 }
 
-bool AccessUnitBuilder::add(const std::uint8_t* packet, std::size_t size, std::int64_t captureTimeNs)
+bool AccessUnitBuilder::add(const std::uint8_t* packet, std::size_t size, MonotonicTime captureTime)
 {
     if (size <= AccessUnit::rtpHeaderSize || packet[0] != rtpVersion2)
     {
@@ -74,7 +74,7 @@ bool AccessUnitBuilder::add(const std::uint8_t* packet, std::size_t size, std::i
     {
         unit_ = std::make_shared<AccessUnit>();
         unit_->rtpTimestamp = timestamp;
-        unit_->captureTimeNs = captureTimeNs;
+        unit_->captureTime = captureTime;
     }
     dropping_ = dropping_ || unit_->bytes.size() + size > maxUnitBytes;
     if (!dropping_)

@@ -32,9 +32,9 @@ public:
     /// Takes the next packet. A packet whose RTP header (RFC 3550, section 5.1) is anything but twelve bytes
     /// of version 2 without padding, extension and contributing sources is not taken, because senders rewrite
     /// exactly such headers.
-    /// \param captureTimeNs  as AccessUnit::captureTimeNs
+    /// \param captureTime  as AccessUnit::captureTime
     /// \returns false when the packet was not taken
-    bool add(const std::uint8_t* packet, std::size_t size, std::int64_t captureTimeNs);
+    bool add(const std::uint8_t* packet, std::size_t size, MonotonicTime captureTime);
 
     /// Forgets the packets of a unit that is not whole.
     void reset();

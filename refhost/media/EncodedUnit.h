@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/Codec.h"
 
 namespace refhost
@@ -34,12 +35,12 @@ struct EncodedUnit
 {
     std::shared_ptr<const MediaFormat> format;  ///< never null; another object where the format changed
     std::vector<std::uint8_t> bytes;            ///< frames as length-prefixed NAL units
-    std::int64_t captureTimeNs = 0;             ///< HostClock::monotonicNs() of its presentation
+    MonotonicTime captureTime;                  ///< HostClock::now() of its presentation
     /// On the same clock: never later than the presentation, and growing from the first key frame on
     /// (DecodeTimes).
-    std::int64_t decodeTimeNs = 0;
-    std::int64_t durationNs = 0;  ///< 0 when unknown
-    bool keyFrame = false;        ///< can be decoded without those before; always true for audio
+    MonotonicTime decodeTime;
+    Duration duration{};    ///< 0 when unknown
+    bool keyFrame = false;  ///< can be decoded without those before; always true for audio
 };
 
 using EncodedUnitPtr = std::shared_ptr<const EncodedUnit>;

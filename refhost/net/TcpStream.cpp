@@ -23,7 +23,7 @@ bool transient(int error)
 
 }  // namespace
 
-TcpStream::TcpStream(SocketHandle socket, const SocketAddress& peer) : socket_(std::move(socket)), peer_(peer)
+TcpStream::TcpStream(Descriptor socket, const SocketAddress& peer) : socket_(std::move(socket)), peer_(peer)
 {
 }
 
@@ -121,7 +121,7 @@ void TcpStream::endSending()
 void TcpStream::close()
 {
     detach();
-    socket_ = SocketHandle(-1);
+    socket_ = Descriptor();
 }
 
 const SocketAddress& TcpStream::peer() const

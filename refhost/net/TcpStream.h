@@ -1,8 +1,8 @@
 #pragma once
 // Tested by tests/refhost/net/ByteStreamContract_test.cpp.
 
+#include "refhost/base/Descriptor.h"
 #include "refhost/base/Mutex.h"
-#include "refhost/base/SocketHandle.h"
 #include "refhost/net/ByteStream.h"
 
 namespace refhost
@@ -13,7 +13,7 @@ class TcpStream final : public ByteStream
 {
 public:
     /// \param socket  connected, non-blocking
-    TcpStream(SocketHandle socket, const SocketAddress& peer);
+    TcpStream(Descriptor socket, const SocketAddress& peer);
     ~TcpStream() override;
 
     void attach(EventLoop& loop, Handler handler) override;
@@ -32,7 +32,7 @@ public:
 private:
     void watch(std::uint32_t event, bool on);
 
-    SocketHandle socket_;
+    Descriptor socket_;
     const SocketAddress peer_;
     mutable std::optional<SocketAddress> local_;  // asked for when it is needed
     Mutex mutex_;                                 // of what follows

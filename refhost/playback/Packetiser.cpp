@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "refhost/media/GstCodec.h"
+#include "refhost/media/LaunchBin.h"
 #include "refhost/media/TrackDescription.h"
 
 namespace refhost
@@ -45,15 +46,11 @@ std::unique_ptr<Packetiser> Packetiser::make(Codec codec, int payloadSize, std::
 
 bool Packetiser::open(std::string& error)
 {
-    GError* problem = nullptr;
     const std::string line =
         GstCodec::parserLine(codec_) + " ! " + GstCodec::payloaderLine(codec_) + " name=payloader";
-    GstElement* chain = gst_parse_bin_from_description_full(line.c_str(), TRUE, nullptr,
-                                                            GST_PARSE_FLAG_FATAL_ERRORS, &problem);
+    GstElement* const chain = makeLaunchBin(line, UnlinkedPads::ghosted, error);
     if (chain == nullptr)
     {
-        error = problem == nullptr ? "GStreamer lacks an element" : problem->message;
-        g_clear_error(&problem);
         return false;
     }
     chain_.reset(GST_ELEMENT(gst_object_ref_sink(chain)));
@@ -174,7 +171,8 @@ void Packetiser::take(GstBuffer* packet)
     {
         return;
     }
-    builder_.add(map.data, map.size, static_cast<std::int64_t>(GST_BUFFER_PTS(packet)));
+    builder_.add(map.data, map.size,
+                 MonotonicTime(Duration(static_cast<std::int64_t>(GST_BUFFER_PTS(packet)))));
     gst_buffer_unmap(packet, &map);
 }
 

@@ -8,18 +8,11 @@
 
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/Mutex.h"
+#include "refhost/media/PacketSize.h"
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/playback/PlaybackSession.h"
 
 using namespace refhost;
-
-namespace
-{
-
-/// Leaves room for packets of 1364 bytes of payload behind a tunnel.
-constexpr int pathMtu = 1440;
-
-}  // namespace
 
 /// The same sessions as behind RTPPlayBackDispacherMgr, but known to this object alone.
 struct RTPPlayBackDispacher::Impl
@@ -51,7 +44,7 @@ struct RTPPlayBackDispacher::Impl
 
 RTPPlayBackDispacher::RTPPlayBackDispacher() : impl_(new Impl)
 {
-    impl_->mtu.setMTUValue(pathMtu);
+    impl_->mtu.setMTUValue(PacketSize::mtu);
 }
 
 RTPPlayBackDispacher::~RTPPlayBackDispacher() noexcept(false)

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/capture/MediaTrack.h"
+#include "refhost/media/PacketSize.h"
 #include "refhost/playback/PlaybackDispatcher.h"
 
 using refhost::hostTrackUnknown;
@@ -71,8 +71,7 @@ int RTPPlayBackDispacherMgr::setup(const std::string& sessionId, const std::stri
         PlaybackDispatcher::instance().dropEmpty(sessionId);
         return hostTrackUnknown;
     }
-    return PlaybackDispatcher::instance().setup(sessionId, track, refhost::MediaTrack::usualPayloadSize,
-                                                connection);
+    return PlaybackDispatcher::instance().setup(sessionId, track, refhost::PacketSize::payload, connection);
 }
 
 int RTPPlayBackDispacherMgr::play(const std::string& sessionId, const std::string& trackId)

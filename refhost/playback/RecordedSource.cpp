@@ -322,7 +322,7 @@ void RecordedSource::add(const AccessUnitPtr& unit, const Waiting& from, const O
     made.video = video;
     made.key = !video || from.unit.key;
     made.last = outlook.last;
-    made.media = video ? from.time : wallTime(unit->captureTimeNs);
+    made.media = video ? from.time : WallTime(unit->captureTime.time_since_epoch());
     made.wall = reading_->request.mirrored(made.media);
     made.due = video ? outlook.due : made.media;
     made.duration = std::clamp(reading_->end - made.media, Duration::zero(), length);

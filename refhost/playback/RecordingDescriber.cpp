@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
+#include "refhost/media/PacketSize.h"
 #include "refhost/playback/Packetiser.h"
 
 namespace refhost
@@ -20,8 +21,6 @@ constexpr std::size_t maxCompared = 3;
 constexpr std::size_t maxKnown = 64;
 /// Units that are looked at until a track can be described.
 constexpr int maxUnits = 500;
-/// Any size does: the description is the same for all.
-constexpr int payloadSize = 1364;
 
 }  // namespace
 
@@ -135,7 +134,8 @@ bool RecordingDescriber::describeTrack(SegmentFile& file, bool video, SubMediaIn
 {
     const SegmentFile::Track* const track = video ? file.video() : file.audio();
     std::string error;
-    const auto packetiser = track == nullptr ? nullptr : Packetiser::make(track->codec, payloadSize, error);
+    const auto packetiser =
+        track == nullptr ? nullptr : Packetiser::make(track->codec, PacketSize::payload, error);
     if (!packetiser)
     {
         return false;

@@ -40,7 +40,7 @@ AccessUnitPtr ReplayExtension::addTo(const AccessUnit& unit) const
     extended->packets = unit.packets;
     extended->payloadBytes = unit.payloadBytes;
     extended->rtpTimestamp = unit.rtpTimestamp;
-    extended->captureTimeNs = unit.captureTimeNs;
+    extended->captureTime = unit.captureTime;
     extended->keyFrame = unit.keyFrame;
     const auto extension = written(*this);
     const std::size_t behindHeader = unit.packets[0].offset + AccessUnit::rtpHeaderSize;

@@ -6,25 +6,27 @@
 #include <cerrno>
 #include <csignal>
 
+#include "refhost/base/Descriptor.h"
+
 namespace refhost
 {
 
 bool FileUse::isOpenElsewhere(const std::string& path)
 {
-    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-    if (file < 0)
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!file)
     {
         return false;
     }
     // The system gives a lease to write only for a file that nobody else has open. Who opens it meanwhile
     // waits, and the system sends a signal: not the usual one, which would end the program.
-    const bool leased = ::fcntl(file, F_SETSIG, SIGURG) == 0 && ::fcntl(file, F_SETLEASE, F_WRLCK) == 0;
+    const bool leased =
+        ::fcntl(file.get(), F_SETSIG, SIGURG) == 0 && ::fcntl(file.get(), F_SETLEASE, F_WRLCK) == 0;
     const bool used = !leased && errno == EAGAIN;
     if (leased)
     {
-        ::fcntl(file, F_SETLEASE, F_UNLCK);
+        ::fcntl(file.get(), F_SETLEASE, F_UNLCK);
     }
-    ::close(file);
     return used;
 }
 

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "refhost/base/Descriptor.h"
 #include "refhost/base/Log.h"
 
 namespace refhost
@@ -64,10 +65,8 @@ void IndexFile::restrictAccess(const std::string& directory)
 {
     constexpr mode_t mode = 0640;
     const std::string database = IndexFile::pathIn(directory);
-    const int made = ::open(database.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (made >= 0)
+    if (const Descriptor made{::open(database.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode)})
     {
-        ::close(made);
         return;
     }
     for (const char* const part : databaseParts)

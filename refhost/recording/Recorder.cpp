@@ -35,7 +35,7 @@ Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, 
       options_(options),
       hooks_(std::move(hooks)),
       cutter_(
-          options.segmentNs, [this] { return expected(); }, *this),
+          options.segmentLength, [this] { return expected(); }, *this),
       dates_(options.clock->wall().mapping())
 {
 }
@@ -99,21 +99,21 @@ bool Recorder::admits(std::size_t bytes)
 
 void Recorder::take(const EncodedUnitPtr& unit)
 {
-    nowNs_ = unit->captureTimeNs;
+    now_ = unit->captureTime;
     followWallClock();
-    if (failedNs_)
+    if (failed_)
     {
         // Also when the source's time went back meanwhile.
-        const bool over = nowNs_ >= *failedNs_ + options_.retryNs || nowNs_ < *failedNs_ - options_.retryNs;
+        const bool over = now_ >= *failed_ + options_.retry || now_ < *failed_ - options_.retry;
         if (!over)
         {
             return;
         }
-        failedNs_.reset();
+        failed_.reset();
     }
     cutter_.take(unit);
     flushWhenDue();
-    if (failedNs_)
+    if (failed_)
     {
         // So that the next try starts a segment.
         cutter_.interrupt();
@@ -131,16 +131,15 @@ void Recorder::followWallClock()
 }
 
 /// A clock that was set back may come to the very microsecond of a segment that is there.
-/// \param[in,out] wallNs  the segment's begin
-std::string Recorder::freePath(std::int64_t& wallNs) const
+/// \param[in,out] begin  the segment's
+std::string Recorder::freePath(WallTime& begin) const
 {
     constexpr int maxTries = 1000;
-    constexpr std::int64_t microsecond = 1000;
     std::string path;
-    for (int i = 0; i < maxTries; ++i, wallNs += microsecond)
+    for (int i = 0; i < maxTries; ++i, begin += std::chrono::microseconds(1))
     {
-        path =
-            ledger_->directory() + "/" + SegmentPath{stream_.cameraId, stream_.streamId, wallNs}.toString();
+        path = ledger_->directory() + "/" +
+               SegmentPath{stream_.cameraId, stream_.streamId, begin.time_since_epoch().count()}.toString();
         std::error_code unknown;
         if (!std::filesystem::exists(path, unknown))
         {
@@ -150,14 +149,15 @@ std::string Recorder::freePath(std::int64_t& wallNs) const
     return path;
 }
 
-void Recorder::startSegment(std::int64_t beginNs, const Tracks& tracks)
+void Recorder::startSegment(MonotonicTime begin, const Tracks& tracks)
 {
-    beginNs_ = beginNs;
+    begin_ = begin;
     segment_ = {};
     segment_.cameraId = stream_.cameraId;
     segment_.streamId = stream_.streamId;
-    segment_.beginNs = dates_.at(beginNs);
-    segment_.path = freePath(segment_.beginNs);
+    WallTime date = dates_.at(begin);
+    segment_.path = freePath(date);
+    segment_.beginNs = date.time_since_epoch().count();
     chooseTracks(tracks);
     if (written_.empty())
     {
@@ -165,18 +165,17 @@ void Recorder::startSegment(std::int64_t beginNs, const Tracks& tracks)
     }
     std::string error;
     const bool mayStart = (!hooks_.mayStart || hooks_.mayStart(error)) && makeFolder(error);
-    writer_ = mayStart ? SegmentWriter::create(segment_.path, {beginNs, segment_.beginNs}, written_, error,
-                                               hooks_.makeRoom)
+    writer_ = mayStart ? SegmentWriter::create(segment_.path, {begin, date}, written_, error, hooks_.makeRoom)
                        : nullptr;
     if (!writer_)
     {
         return fail(error);
     }
     ledger_->put(segment_);
-    triedNs_ = triedNs_.value_or(beginNs);
-    nextFlushNs_ = beginNs + options_.flushNs;
-    nextWriteOutNs_ = beginNs + options_.writeOutNs;
-    nextGrowNs_ = beginNs + options_.growNs;
+    tried_ = tried_.value_or(begin);
+    nextFlush_ = begin + options_.flush;
+    nextWriteOut_ = begin + options_.writeOut;
+    nextGrow_ = begin + options_.grow;
 }
 
 /// A track whose description is malformed cannot be in the file; the others can.
@@ -245,30 +244,31 @@ void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
     {
         return reportMalformed("some of the media");
     }
-    segment_.durationNs = std::max(segment_.durationNs, unit->captureTimeNs + unit->durationNs - beginNs_);
+    segment_.durationNs =
+        std::max(segment_.durationNs, (unit->captureTime + unit->duration - begin_).count());
 }
 
 void Recorder::flushWhenDue()
 {
-    if (!writer_ || nowNs_ < nextFlushNs_)
+    if (!writer_ || now_ < nextFlush_)
     {
         return;
     }
-    nextFlushNs_ = nowNs_ + options_.flushNs;
-    const bool writesOut = nowNs_ >= nextWriteOutNs_;
-    nextWriteOutNs_ = writesOut ? nowNs_ + options_.writeOutNs : nextWriteOutNs_;
+    nextFlush_ = now_ + options_.flush;
+    const bool writesOut = now_ >= nextWriteOut_;
+    nextWriteOut_ = writesOut ? now_ + options_.writeOut : nextWriteOut_;
     if (!(writesOut ? writer_->writeOut() : writer_->flush()))
     {
         return fail(writer_->error());
     }
-    if (nowNs_ >= nextGrowNs_)
+    if (now_ >= nextGrow_)
     {
-        nextGrowNs_ = nowNs_ + options_.growNs;
+        nextGrow_ = now_ + options_.grow;
         segment_.bytes = writer_->bytes();
         ledger_->put(segment_);
     }
     // Not with the first write: a disk that is nearly full takes some before it is full again.
-    if (failing_ && nowNs_ >= *triedNs_ + options_.retryNs)
+    if (failing_ && now_ >= *tried_ + options_.retry)
     {
         failing_ = false;
         failPause_.reset();
@@ -276,7 +276,7 @@ void Recorder::flushWhenDue()
     }
 }
 
-void Recorder::endSegment(std::int64_t durationNs)
+void Recorder::endSegment(Duration duration)
 {
     if (!writer_)
     {
@@ -287,7 +287,7 @@ void Recorder::endSegment(std::int64_t durationNs)
         return fail(writer_->error());
     }
     // Of a single frame nobody may have told how long it lasts.
-    segment_.durationNs = std::max(durationNs, SegmentMeasure::minNs);
+    segment_.durationNs = std::max(duration.count(), SegmentMeasure::minNs);
     segment_.bytes = writer_->bytes();
     writer_.reset();
     noteEnd();
@@ -304,8 +304,8 @@ void Recorder::fail(const std::string& why)
         Log::error("{}: recording {}stopped: {}", title_, failing_ ? "is still " : "", Log::safe(why));
     }
     failing_ = true;
-    failedNs_ = nowNs_;
-    triedNs_.reset();
+    failed_ = now_;
+    tried_.reset();
     if (!writer_)
     {
         return;

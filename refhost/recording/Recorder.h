@@ -37,12 +37,13 @@ class Recorder : public EncodedUnitSink, public std::enable_shared_from_this<Rec
 public:
     struct Options
     {
-        std::int64_t segmentNs = 10000000000;  ///< wanted length of a segment
-        std::int64_t flushNs = 500000000;      ///< media that a crash may lose
-        std::int64_t writeOutNs = 2000000000;  ///< media that wait before the system brings them to the disk
-        std::int64_t growNs = 1000000000;      ///< how often the ledger learns how far a segment has come
-        std::int64_t retryNs = 10000000000;    ///< pause after a failure of the disk
-        std::size_t maxQueued = 16 * 1048576;  ///< bytes that may wait for the disk
+        Duration segmentLength = std::chrono::seconds(10);  ///< requested
+        Duration flush = std::chrono::milliseconds(500);    ///< media that a crash may lose
+        Duration writeOut =
+            std::chrono::seconds(2);                ///< media that wait before the system writes them to disk
+        Duration grow = std::chrono::seconds(1);    ///< how often the ledger learns how long a segment is
+        Duration retry = std::chrono::seconds(10);  ///< pause after a failure of the disk
+        std::size_t maxQueued = 16 * 1048576;       ///< bytes that may wait for the disk
         /// Dates the segments. Not null, outlives the recorder.
         const HostClock* clock = &HostClock::system();
     };
@@ -82,7 +83,7 @@ private:
     // On the recorder's thread.
     void take(const EncodedUnitPtr& unit);
     void followWallClock();
-    std::string freePath(std::int64_t& wallNs) const;
+    std::string freePath(WallTime& begin) const;
     void flushWhenDue();
     void fail(const std::string& why);
     void measureUnfinished();
@@ -92,9 +93,9 @@ private:
     void reportMalformed(const std::string& what);
     SegmentCutter::Expected expected() const;
 
-    void startSegment(std::int64_t beginNs, const Tracks& tracks) override;
+    void startSegment(MonotonicTime begin, const Tracks& tracks) override;
     void writeUnit(std::size_t track, const EncodedUnitPtr& unit) override;
-    void endSegment(std::int64_t durationNs) override;
+    void endSegment(Duration duration) override;
 
     const Stream stream_;
     const std::string title_;
@@ -115,14 +116,14 @@ private:
     Tracks written_;                                  ///< those in the file
     WallClock::Mapping dates_;                        ///< how capture times are dated
     RecordedSegment segment_;                         ///< that is being written
-    std::int64_t beginNs_ = 0;                        ///< capture time of its begin
-    std::int64_t nowNs_ = 0;                          ///< capture time of the present unit
-    std::int64_t nextFlushNs_ = 0;                    ///< capture time
-    std::int64_t nextWriteOutNs_ = 0;                 ///< capture time
-    std::int64_t nextGrowNs_ = 0;                     ///< capture time
+    MonotonicTime begin_;                             ///< capture time of its begin
+    MonotonicTime now_;                               ///< capture time of the present unit
+    MonotonicTime nextFlush_;                         ///< capture time
+    MonotonicTime nextWriteOut_;                      ///< capture time
+    MonotonicTime nextGrow_;                          ///< capture time
     bool failing_ = false;                            ///< told in the log, and not taken back yet
-    std::optional<std::int64_t> failedNs_;            ///< capture time of a failure that the pause follows
-    std::optional<std::int64_t> triedNs_;             ///< begin of what is written since a failure
+    std::optional<MonotonicTime> failed_;             ///< capture time of a failure that the pause follows
+    std::optional<MonotonicTime> tried_;              ///< begin of what is written since a failure
     LogPause failPause_;
     LogPause malformedPause_;
 

@@ -81,13 +81,7 @@ std::unique_ptr<RecordingFolder> RecordingFolder::open(const std::string& path, 
     return good ? std::move(folder) : nullptr;
 }
 
-RecordingFolder::~RecordingFolder()
-{
-    if (lock_ >= 0)
-    {
-        ::close(lock_);
-    }
-}
+RecordingFolder::~RecordingFolder() = default;
 
 std::string RecordingFolder::withoutSlash(std::string path)
 {
@@ -123,8 +117,8 @@ bool RecordingFolder::make(const std::string& path, std::string& error)
 bool RecordingFolder::lock(std::string& error)
 {
     const std::string path = lockOf(path_);
-    lock_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, fileMode);
-    if (lock_ < 0)
+    lock_ = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, fileMode));
+    if (!lock_)
     {
         const int reason = errno;
         error = because(path);
@@ -133,18 +127,18 @@ bool RecordingFolder::lock(std::string& error)
     }
     // One that belongs to the open file: a second server in the same process is another one, too.
     struct flock request = wholeFile(F_WRLCK);
-    if (::fcntl(lock_, F_OFD_SETLK, &request) != 0)
+    if (::fcntl(lock_.get(), F_OFD_SETLK, &request) != 0)
     {
         const bool taken = errno == EAGAIN || errno == EACCES;
-        error = taken ? path_ + ": another server" + holderOf(lock_) +
+        error = taken ? path_ + ": another server" + holderOf(lock_.get()) +
                             " uses this folder; each server needs a folder of its own"
                       : because(path);
         return false;
     }
     const std::string number = std::to_string(::getpid()) + "\n";
     // For the message alone: a disk that is full takes nothing from the lock.
-    if (::ftruncate(lock_, 0) != 0 ||
-        ::pwrite(lock_, number.data(), number.size(), 0) != static_cast<ssize_t>(number.size()))
+    if (::ftruncate(lock_.get(), 0) != 0 ||
+        ::pwrite(lock_.get(), number.data(), number.size(), 0) != static_cast<ssize_t>(number.size()))
     {
         errno = 0;
     }
@@ -153,15 +147,13 @@ bool RecordingFolder::lock(std::string& error)
 
 bool RecordingFolder::isInUse(const std::string& path)
 {
-    const int file = ::open(lockOf(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (file < 0)
+    const Descriptor file(::open(lockOf(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!file)
     {
         return false;
     }
     struct flock request = wholeFile(F_RDLCK);
-    const bool taken = ::fcntl(file, F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
-    ::close(file);
-    return taken;
+    return ::fcntl(file.get(), F_OFD_GETLK, &request) == 0 && request.l_type != F_UNLCK;
 }
 
 bool RecordingFolder::identify(std::string& error)

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "refhost/base/Descriptor.h"
+
 namespace refhost
 {
 
@@ -57,7 +59,7 @@ private:
     bool identify(std::string& error);
 
     const std::string path_;
-    int lock_ = -1;
+    Descriptor lock_;
     dev_t device_ = 0;
     ino_t inode_ = 0;
     std::string mountPoint_;  ///< of the disk that the folder is on; empty where that is the root's

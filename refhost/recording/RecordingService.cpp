@@ -263,7 +263,7 @@ void RecordingService::leave()
 void RecordingService::record()
 {
     Recorder::Options options;
-    options.segmentNs = config_.recording.segment * second;
+    options.segmentLength = std::chrono::seconds(config_.recording.segment);
     for (const CameraConfig& camera : config_.cameras)
     {
         for (const StreamConfig& stream : camera.streams)

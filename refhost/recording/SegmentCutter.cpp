@@ -1,7 +1,7 @@
 #include "refhost/recording/SegmentCutter.h"
 
 #include <algorithm>
-#include <limits>
+#include <chrono>
 #include <utility>
 
 #include "refhost/media/Codec.h"
@@ -11,8 +11,8 @@ namespace refhost
 namespace
 {
 
-// Frames that are shown in another order than they come in go back by some frames' time at most.
-constexpr std::int64_t maxReorderingNs = 1000000000;
+// Frames that are presented in another order than they come in go back by the time of some frames at most.
+constexpr Duration maxReordering = std::chrono::seconds(1);
 
 bool same(const std::shared_ptr<const MediaFormat>& left, const std::shared_ptr<const MediaFormat>& right)
 {
@@ -21,8 +21,8 @@ bool same(const std::shared_ptr<const MediaFormat>& left, const std::shared_ptr<
 
 }  // namespace
 
-SegmentCutter::SegmentCutter(std::int64_t segmentNs, std::function<Expected()> expected, SegmentSink& sink)
-    : segmentNs_(segmentNs), expected_(std::move(expected)), sink_(sink)
+SegmentCutter::SegmentCutter(Duration segmentLength, std::function<Expected()> expected, SegmentSink& sink)
+    : segmentLength_(segmentLength), expected_(std::move(expected)), sink_(sink)
 {
 }
 
@@ -40,29 +40,29 @@ void SegmentCutter::take(const EncodedUnitPtr& unit)
     if (reference)
     {
         // First what comes before this frame, which may begin a segment.
-        releaseAhead(unit->captureTimeNs - 1);
-        reorders_ = reorders_ || (lastNs_ && unit->captureTimeNs < *lastNs_);
-        lastStepNs_ = lastNs_ ? std::max<std::int64_t>(unit->captureTimeNs - *lastNs_, 0) : 0;
-        lastNs_ = unit->captureTimeNs;
+        releaseAhead(unit->captureTime - Duration(1));
+        reorders_ = reorders_ || (last_ && unit->captureTime < *last_);
+        lastStep_ = last_ ? std::max(unit->captureTime - *last_, Duration::zero()) : Duration::zero();
+        last_ = unit->captureTime;
     }
     place(unit, reference);
     if (reference)
     {
-        releaseAhead(unit->captureTimeNs);
+        releaseAhead(unit->captureTime);
     }
 }
 
 void SegmentCutter::place(const EncodedUnitPtr& unit, bool reference)
 {
     (isVideo(unit->format->codec) ? video_ : audio_) = unit->format;
-    if (reference && unit->keyFrame && !pendingNs_ && (!open_ || isCutDue(*unit)))
+    if (reference && unit->keyFrame && !pending_ && (!open_ || isCutDue(*unit)))
     {
-        pendingNs_ = unit->captureTimeNs;
+        pending_ = unit->captureTime;
         audioCameThrough_ = false;
         // What leads the very first key frame is of no use.
         leadersCame_ = !open_ || !reorders_;
     }
-    if (pendingNs_ && (reference || unit->captureTimeNs >= *pendingNs_))
+    if (pending_ && (reference || unit->captureTime >= *pending_))
     {
         hold(unit);
     }
@@ -74,7 +74,7 @@ void SegmentCutter::place(const EncodedUnitPtr& unit, bool reference)
 
 bool SegmentCutter::isAhead(const EncodedUnit& unit) const
 {
-    return !lastNs_ || unit.captureTimeNs > *lastNs_;
+    return !last_ || unit.captureTime > *last_;
 }
 
 void SegmentCutter::keepAhead(const EncodedUnitPtr& unit)
@@ -82,16 +82,16 @@ void SegmentCutter::keepAhead(const EncodedUnitPtr& unit)
     ahead_.push_back(unit);
     aheadBytes_ += unit->bytes.size();
     // Frames may stay away: the audio goes on.
-    releaseAhead(unit->captureTimeNs - maxHoldNs);
+    releaseAhead(unit->captureTime - maxHold);
     while (ahead_.size() > maxHeld || aheadBytes_ > maxHeldBytes)
     {
-        releaseAhead(ahead_.front()->captureTimeNs);
+        releaseAhead(ahead_.front()->captureTime);
     }
 }
 
-void SegmentCutter::releaseAhead(std::int64_t untilNs)
+void SegmentCutter::releaseAhead(MonotonicTime until)
 {
-    while (!ahead_.empty() && ahead_.front()->captureTimeNs <= untilNs)
+    while (!ahead_.empty() && ahead_.front()->captureTime <= until)
     {
         const EncodedUnitPtr unit = std::move(ahead_.front());
         ahead_.pop_front();
@@ -102,20 +102,20 @@ void SegmentCutter::releaseAhead(std::int64_t untilNs)
 
 void SegmentCutter::interrupt()
 {
-    if (pendingNs_)
+    if (pending_)
     {
         cut();
     }
-    releaseAhead(std::numeric_limits<std::int64_t>::max());
+    releaseAhead(MonotonicTime::max());
     if (open_)
     {
         open_ = false;
-        sink_.endSegment(endNs_ - beginNs_);
+        sink_.endSegment(end_ - begin_);
     }
     video_.reset();
     audio_.reset();
     reorders_ = false;
-    lastNs_.reset();
+    last_.reset();
 }
 
 bool SegmentCutter::isReference(const EncodedUnit& unit)
@@ -125,21 +125,20 @@ bool SegmentCutter::isReference(const EncodedUnit& unit)
 
 bool SegmentCutter::jumps(const EncodedUnit& unit) const
 {
-    return lastNs_ &&
-           (unit.captureTimeNs > *lastNs_ + maxPauseNs || unit.captureTimeNs < *lastNs_ - maxReorderingNs);
+    return last_ && (unit.captureTime > *last_ + maxPause || unit.captureTime < *last_ - maxReordering);
 }
 
 bool SegmentCutter::isCutDue(const EncodedUnit& unit) const
 {
     const SegmentSink::Tracks known = knownTracks();
-    return cutsSoon_ || unit.captureTimeNs - beginNs_ + toleranceNs >= segmentNs_ ||
+    return cutsSoon_ || unit.captureTime - begin_ + tolerance >= segmentLength_ ||
            !std::equal(known.begin(), known.end(), tracks_.begin(), tracks_.end(), same);
 }
 
 bool SegmentCutter::isHoldOver(const EncodedUnit& unit)
 {
-    const bool longEnough = unit.captureTimeNs >= *pendingNs_ + maxHoldNs || held_.size() >= maxHeld ||
-                            heldBytes_ >= maxHeldBytes;
+    const bool longEnough =
+        unit.captureTime >= *pending_ + maxHold || held_.size() >= maxHeld || heldBytes_ >= maxHeldBytes;
     const bool audioOnly = !video_;
     const bool audioCame = audioOnly || audioCameThrough_ || (!audio_ && !expected_().audio);
     return longEnough || (audioCame && leadersCame_);
@@ -148,7 +147,7 @@ bool SegmentCutter::isHoldOver(const EncodedUnit& unit)
 void SegmentCutter::hold(const EncodedUnitPtr& unit)
 {
     audioCameThrough_ = audioCameThrough_ || !isVideo(unit->format->codec);
-    leadersCame_ = leadersCame_ || (isVideo(unit->format->codec) && unit->captureTimeNs > *pendingNs_);
+    leadersCame_ = leadersCame_ || (isVideo(unit->format->codec) && unit->captureTime > *pending_);
     held_.push_back(unit);
     heldBytes_ += unit->bytes.size();
     if (isHoldOver(*unit))
@@ -162,14 +161,14 @@ void SegmentCutter::write(const EncodedUnitPtr& unit)
     const auto track = std::find_if(tracks_.begin(), tracks_.end(),
                                     [&](const Format& format) { return same(format, unit->format); });
     // Not what the segment was started with: the next key frame starts one for it.
-    if (track == tracks_.end() || unit->captureTimeNs < beginNs_)
+    if (track == tracks_.end() || unit->captureTime < begin_)
     {
         return;
     }
     if (track == tracks_.begin())
     {
-        const std::int64_t length = unit->durationNs > 0 ? unit->durationNs : lastStepNs_;
-        endNs_ = std::max(endNs_, unit->captureTimeNs + length);
+        const Duration length = unit->duration > Duration::zero() ? unit->duration : lastStep_;
+        end_ = std::max(end_, unit->captureTime + length);
     }
     sink_.writeUnit(static_cast<std::size_t>(track - tracks_.begin()), unit);
 }
@@ -180,18 +179,18 @@ void SegmentCutter::cut()
     {
         for (const EncodedUnitPtr& unit : held_)
         {
-            const bool leads = isVideo(unit->format->codec) && unit->captureTimeNs > beginNs_;
-            pendingNs_ = leads ? std::min(*pendingNs_, unit->captureTimeNs) : *pendingNs_;
+            const bool leads = isVideo(unit->format->codec) && unit->captureTime > begin_;
+            pending_ = leads ? std::min(*pending_, unit->captureTime) : *pending_;
         }
-        sink_.endSegment(*pendingNs_ - beginNs_);
+        sink_.endSegment(*pending_ - begin_);
     }
     open_ = true;
     cutsSoon_ = false;
-    beginNs_ = *pendingNs_;
-    endNs_ = beginNs_;
-    pendingNs_.reset();
+    begin_ = *pending_;
+    end_ = begin_;
+    pending_.reset();
     tracks_ = knownTracks();
-    sink_.startSegment(beginNs_, tracks_);
+    sink_.startSegment(begin_, tracks_);
     const std::vector<EncodedUnitPtr> units = std::exchange(held_, {});
     heldBytes_ = 0;
     for (const EncodedUnitPtr& unit : units)

@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/EncodedUnit.h"
 
 namespace refhost
@@ -20,14 +21,14 @@ public:
 
     virtual ~SegmentSink() = default;
 
-    /// \param beginNs  capture time of the frame that is presented first: the key frame's, or of frames that
+    /// \param begin   capture time of the frame that is presented first: the key frame's, or of frames that
     ///                 come behind it and are presented before it
     /// \param tracks   video first
-    virtual void startSegment(std::int64_t beginNs, const Tracks& tracks) = 0;
+    virtual void startSegment(MonotonicTime begin, const Tracks& tracks) = 0;
     /// \param track  index into the segment's tracks; the unit is not from before the segment's begin
     virtual void writeUnit(std::size_t track, const EncodedUnitPtr& unit) = 0;
-    /// \param durationNs  up to the end of the last frame
-    virtual void endSegment(std::int64_t durationNs) = 0;
+    /// \param duration  up to the end of the last frame
+    virtual void endSegment(Duration duration) = 0;
 };
 
 /// Decides which encoded unit goes into which segment.
@@ -50,22 +51,22 @@ public:
         bool audio = true;
     };
 
-    /// Longest time that units are held back for the other track, nanoseconds.
-    static constexpr std::int64_t maxHoldNs = 1000000000;
-    /// A segment may be that much shorter than wanted: capture times are not exact. Nanoseconds.
-    static constexpr std::int64_t toleranceNs = 250000000;
-    /// Capture times that go on by more than this leave a gap, nanoseconds.
-    static constexpr std::int64_t maxPauseNs = 5000000000;
+    /// Max time that units are held back for the other track.
+    static constexpr Duration maxHold = std::chrono::seconds(1);
+    /// A segment may be that much shorter than requested: capture times are not exact.
+    static constexpr Duration tolerance = std::chrono::milliseconds(250);
+    /// Capture times that go on by more than this leave a gap.
+    static constexpr Duration maxPause = std::chrono::seconds(5);
 
     /// Longest that units are held back, whatever their times, for each of both queues: in units, and in
     /// bytes with one unit more.
     static constexpr std::size_t maxHeld = 1000;
     static constexpr std::size_t maxHeldBytes = 16U << 20U;
 
-    /// \param segmentNs  wanted length
+    /// \param segmentLength  requested
     /// \param expected   tells the tracks; asked for as long as they are not all there
     /// \param sink       outlives the cutter
-    SegmentCutter(std::int64_t segmentNs, std::function<Expected()> expected, SegmentSink& sink);
+    SegmentCutter(Duration segmentLength, std::function<Expected()> expected, SegmentSink& sink);
 
     void take(const EncodedUnitPtr& unit);
     /// Ends the present segment; the next one starts with the next key frame.
@@ -85,14 +86,14 @@ private:
     bool isHoldOver(const EncodedUnit& unit);
     bool isAhead(const EncodedUnit& unit) const;
     void keepAhead(const EncodedUnitPtr& unit);
-    void releaseAhead(std::int64_t untilNs);
+    void releaseAhead(MonotonicTime until);
     void place(const EncodedUnitPtr& unit, bool reference);
     void hold(const EncodedUnitPtr& unit);
     void write(const EncodedUnitPtr& unit);
     void cut();
     SegmentSink::Tracks knownTracks() const;
 
-    const std::int64_t segmentNs_;
+    const Duration segmentLength_;
     const std::function<Expected()> expected_;
     SegmentSink& sink_;
 
@@ -100,13 +101,13 @@ private:
     Format audio_;
     bool open_ = false;
     bool cutsSoon_ = false;  ///< whatever the length
-    std::int64_t beginNs_ = 0;
-    SegmentSink::Tracks tracks_;             ///< of the open segment
-    std::int64_t endNs_ = 0;                 ///< end of the last frame that was written
-    std::optional<std::int64_t> lastNs_;     ///< capture time of the last frame that came
-    std::int64_t lastStepNs_ = 0;            ///< from the last but one to it
-    std::optional<std::int64_t> pendingNs_;  ///< begin of the next segment, while units are held back
-    bool reorders_ = false;                  ///< frames come in another order than they are presented in
+    MonotonicTime begin_;
+    SegmentSink::Tracks tracks_;            ///< of the open segment
+    MonotonicTime end_;                     ///< end of the last frame that was written
+    std::optional<MonotonicTime> last_;     ///< capture time of the last frame that came
+    Duration lastStep_{};                   ///< from the last but one to it
+    std::optional<MonotonicTime> pending_;  ///< begin of the next segment, while units are held back
+    bool reorders_ = false;                 ///< frames come in another order than they are presented in
     bool leadersCame_ = false;  ///< no frame will be presented before the pending key frame any more
     std::vector<EncodedUnitPtr> held_;
     std::size_t heldBytes_ = 0;

@@ -48,7 +48,7 @@ struct TrackEnd
     void add(std::int64_t timeNs)
     {
         // A segment ends where its stream pauses, so what lies further ahead is a damage.
-        constexpr std::int64_t maxStepNs = SegmentCutter::maxPauseNs + SegmentCutter::maxHoldNs;
+        constexpr std::int64_t maxStepNs = (SegmentCutter::maxPause + SegmentCutter::maxHold).count();
         if (timeNs > lastNs && timeNs <= std::max<std::int64_t>(lastNs, 0) + maxStepNs)
         {
             stepNs = lastNs < 0 ? 0 : timeNs - lastNs;

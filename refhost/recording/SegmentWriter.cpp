@@ -6,8 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
 #include "refhost/media/Codec.h"
@@ -24,7 +24,6 @@ namespace
 {
 
 constexpr int bufferSize = 65536;
-constexpr std::int64_t millisecond = 1000000;
 /// Room is made for others too: they may be faster.
 constexpr int maxAttempts = 16;
 constexpr std::int64_t firstDecodeMs = -(std::int64_t{1} << 48);
@@ -35,9 +34,12 @@ AVCodecID libavCodec(Codec codec)
     return known == nullptr ? AV_CODEC_ID_NONE : known->id;
 }
 
-std::int64_t inMilliseconds(std::int64_t nanoseconds)
+/// Rounded to the nearest; half a millisecond away from none.
+std::int64_t inMilliseconds(Duration span)
 {
-    return (nanoseconds + (nanoseconds < 0 ? -1 : 1) * millisecond / 2) / millisecond;
+    constexpr Duration half = std::chrono::microseconds(500);
+    const Duration rounded = span < Duration::zero() ? span - half : span + half;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(rounded).count();
 }
 
 }  // namespace
@@ -64,7 +66,7 @@ std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, co
 bool SegmentWriter::accepts(const MediaFormat& format)
 {
     // A header that nobody keeps: the muxer itself says what it takes.
-    SegmentWriter trial(std::string(), {0, 0}, {});
+    SegmentWriter trial(std::string(), {}, {});
     trial.discards_ = true;
     return trial.start({std::make_shared<const MediaFormat>(format)});
 }
@@ -83,9 +85,9 @@ bool SegmentWriter::openFile()
 {
     for (int attempt = 0;; ++attempt)
     {
-        file_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);
+        file_ = Descriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
         const int failure = errno;
-        if (file_ >= 0)
+        if (file_)
         {
             return true;
         }
@@ -111,10 +113,6 @@ SegmentWriter::~SegmentWriter()
         av_freep(&output_->buffer);
         avio_context_free(&output_);
     }
-    if (file_ >= 0)
-    {
-        ::close(file_);
-    }
 }
 
 bool SegmentWriter::start(const SegmentSink::Tracks& tracks)
@@ -132,9 +130,10 @@ bool SegmentWriter::start(const SegmentSink::Tracks& tracks)
     format_->pb = output_;
     // The begin is timestamp 0 whatever comes before it; a shift would part the file from the wall clock.
     format_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
-    const std::time_t seconds = begin_.wallNs / 1000000000;
+    const auto whole = std::chrono::floor<std::chrono::seconds>(begin_.wall);
+    const auto rest = std::chrono::duration_cast<std::chrono::microseconds>(begin_.wall - whole);
     const std::string begin =
-        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(seconds), begin_.wallNs % 1000000000 / 1000);
+        fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:06}Z", fmt::gmtime(unixSeconds(begin_.wall)), rest.count());
     av_dict_set(&format_->metadata, "creation_time", begin.c_str(), 0);
     for (const auto& track : tracks)
     {
@@ -192,12 +191,12 @@ bool SegmentWriter::write(std::size_t track, const EncodedUnit& unit)
     packet_->data = const_cast<std::uint8_t*>(unit.bytes.data());
     packet_->size = static_cast<int>(unit.bytes.size());
     packet_->stream_index = static_cast<int>(track);
-    packet_->pts = inMilliseconds(unit.captureTimeNs - begin_.captureNs);
+    packet_->pts = inMilliseconds(unit.captureTime - begin_.capture);
     // Matroska holds no decode times. The muxer refuses units whose decode times go back or lie behind the
     // presentation, whatever made them so: it gets the order of the units alone, far in front of every
     // presentation.
     packet_->dts = firstDecodeMs + unitsWritten_++;
-    packet_->duration = inMilliseconds(unit.durationNs);
+    packet_->duration = inMilliseconds(unit.duration);
     packet_->flags = unit.keyFrame ? AV_PKT_FLAG_KEY : 0;
     const int result = packet_->size > 0 ? av_write_frame(format_, packet_) : AVERROR_INVALIDDATA;
     av_packet_unref(packet_);
@@ -228,7 +227,7 @@ bool SegmentWriter::writeOut()
 bool SegmentWriter::startsWriteOut()
 {
     // Not fdatasync(): with it a busy disk holds up the recording, and the end of the server, for seconds.
-    systemError_ = ::sync_file_range(file_, 0, 0, SYNC_FILE_RANGE_WRITE) == 0 ? 0 : errno;
+    systemError_ = ::sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE) == 0 ? 0 : errno;
     return succeeded(0);
 }
 
@@ -244,7 +243,7 @@ bool SegmentWriter::close()
     {
         return false;
     }
-    const int closed = ::close(std::exchange(file_, -1));
+    const int closed = ::close(file_.release());
     systemError_ = closed == 0 ? 0 : errno;
     return succeeded(0);
 }
@@ -269,7 +268,7 @@ int SegmentWriter::onWrite(void* self, std::uint8_t* data, int size)
     while (done < size)
     {
         const ssize_t written =
-            ::pwrite(file->file_, data + done, static_cast<std::size_t>(size - done), file->position_);
+            ::pwrite(file->file_.get(), data + done, static_cast<std::size_t>(size - done), file->position_);
         const int failure = errno;
         if (written < 0 && (failure == EINTR || file->getsRoom(failure, attempt++)))
         {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/Times.h"
 #include "refhost/media/EncodedUnit.h"
 #include "refhost/recording/SegmentCutter.h"
 
@@ -27,8 +29,8 @@ public:
     /// The instant that is timestamp 0.
     struct Begin
     {
-        std::int64_t captureNs;  ///< by the clock of the units' capture times
-        std::int64_t wallNs;     ///< nanoseconds since 1970; also stands in the file, in microseconds
+        MonotonicTime capture;  ///< by the clock of the units' capture times
+        WallTime wall;          ///< also stands in the file, in microseconds
     };
 
     /// Makes room on a full disk. \param again  that what it made before did not suffice
@@ -101,7 +103,7 @@ private:
     std::string path_;
     const Begin begin_;
     MakeRoom makeRoom_;
-    int file_ = -1;
+    Descriptor file_;
     int leftOut_ = 0;
     bool discards_ = false;  ///< what is written, because it is a trial
     int systemError_ = 0;

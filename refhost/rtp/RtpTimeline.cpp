@@ -12,8 +12,7 @@ std::uint32_t RtpTimeline::peek(const AccessUnit& unit, std::uint32_t epoch) con
     {
         return last_;
     }
-    return epoch == epoch_ ? unit.rtpTimestamp + offset_
-                           : following(MonotonicTime(Duration(unit.captureTimeNs)));
+    return epoch == epoch_ ? unit.rtpTimestamp + offset_ : following(unit.captureTime);
 }
 
 std::uint32_t RtpTimeline::take(const AccessUnit& unit, std::uint32_t epoch, bool& moved)
@@ -26,7 +25,7 @@ std::uint32_t RtpTimeline::take(const AccessUnit& unit, std::uint32_t epoch, boo
         epoch_ = epoch;
         announced_ = false;
     }
-    lastCapture_ = MonotonicTime(Duration(unit.captureTimeNs));
+    lastCapture_ = unit.captureTime;
     return last_;
 }
 

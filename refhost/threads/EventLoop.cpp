@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "refhost/base/ConditionVariable.h"
+#include "refhost/base/Descriptor.h"
 #include "refhost/base/Log.h"
 
 namespace refhost
@@ -69,31 +70,14 @@ std::uint32_t fromEpoll(std::uint32_t events)
     return result;
 }
 
-class Descriptor
+Descriptor opened(int number, const char* what)
 {
-public:
-    Descriptor(int number, const char* what) : number_(number)
+    if (number < 0)
     {
-        if (number_ < 0)
-        {
-            fail(what);
-        }
+        fail(what);
     }
-    ~Descriptor()
-    {
-        ::close(number_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const
-    {
-        return number_;
-    }
-
-private:
-    const int number_;
-};
+    return Descriptor(number);
+}
 
 }  // namespace
 
@@ -135,8 +119,8 @@ struct EventLoop::Impl
     bool isOwnThread() const;
 
     const std::string name;
-    Descriptor epoll{::epoll_create1(EPOLL_CLOEXEC), "epoll_create1"};
-    Descriptor wakeDescriptor{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd"};
+    const Descriptor epoll = opened(::epoll_create1(EPOLL_CLOEXEC), "epoll_create1");
+    const Descriptor wakeDescriptor = opened(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
 
     Mutex mutex;
     ConditionVariable handlerEnded;

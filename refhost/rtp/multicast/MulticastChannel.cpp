@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/base/SocketOptions.h"
 #include "refhost/rtp/udp/DatagramReader.h"
 
 namespace refhost
@@ -17,16 +18,13 @@ namespace
 constexpr int sendBufferBytes = 8 << 20;
 constexpr int receiveBufferBytes = 4096;
 
-UdpAddress addressOf(const MulticastGroup& group, int port)
+SocketAddress addressOf(const MulticastGroup& group, int port)
 {
-    UdpAddress address;
-    UdpAddress::parse(group.addressText(), address);
-    address.setPort(port);
-    return address;
+    return SocketAddress::parse(group.addressText(), port).value_or(SocketAddress());
 }
 
 /// \returns false with errno set
-bool join(const SocketHandle& socket, const MulticastGroup& group, const MulticastInterface& interface)
+bool join(const Descriptor& socket, const MulticastGroup& group, const MulticastInterface& interface)
 {
     ip_mreqn request{};
     request.imr_multiaddr.s_addr = htonl(group.address);
@@ -34,12 +32,12 @@ bool join(const SocketHandle& socket, const MulticastGroup& group, const Multica
     return setsockopt(socket.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &request, sizeof request) == 0;
 }
 
-SocketHandle openSocket(const MulticastSocketSettings& settings)
+Descriptor openSocket(const MulticastSocketSettings& settings)
 {
-    SocketHandle opened(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    Descriptor opened(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!opened || !settings.applyTo(opened))
     {
-        return SocketHandle(-1);
+        return Descriptor();
     }
     const int yes = 1;
     (void)setsockopt(opened.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -48,10 +46,10 @@ SocketHandle openSocket(const MulticastSocketSettings& settings)
 
 /// The address and port that an unbound socket would send to `group` from, with the port of the group.
 /// \returns false when the system has no way
-bool findSource(const UdpAddress& group, const MulticastSocketSettings& settings, UdpAddress& out)
+bool findSource(const SocketAddress& group, const MulticastSocketSettings& settings, SocketAddress& out)
 {
-    const SocketHandle probe = openSocket(settings);
-    socklen_t size = UdpAddress::room;
+    const Descriptor probe = openSocket(settings);
+    socklen_t size = SocketAddress::room;
     if (!probe || ::connect(probe.get(), group.get(), group.size()) != 0 ||
         ::getsockname(probe.get(), out.fill(), &size) != 0)
     {
@@ -61,30 +59,24 @@ bool findSource(const UdpAddress& group, const MulticastSocketSettings& settings
     return true;
 }
 
-std::string hostOf(const UdpAddress& address)
-{
-    const std::string text = address.text();
-    return text.substr(0, text.rfind(':'));
-}
-
 /// Opens what RTP is sent through: from the port that it is sent to, unless another program has that one for
 /// itself.
 /// \returns none with errno set when the system has no socket
-SocketHandle openRtp(const UdpAddress& group, const UdpAddress& source,
-                     const MulticastSocketSettings& settings)
+Descriptor openRtp(const SocketAddress& group, const SocketAddress& source,
+                   const MulticastSocketSettings& settings)
 {
-    SocketHandle rtp = openSocket(settings);
+    Descriptor rtp = openSocket(settings);
     if (!rtp)
     {
         return rtp;
     }
-    rtp.setBuffer(SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
-    rtp.setBuffer(SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
+    setSocketBuffer(rtp.get(), SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
+    setSocketBuffer(rtp.get(), SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
     // At its own address and not at the group's: members on this machine may have that one for themselves.
     if (::bind(rtp.get(), source.get(), source.size()) != 0)
     {
         Log::warning("multicast: port {} is another program's alone: RTP to {} leaves from another port",
-                     source.port(), group.text());
+                     source.port(), group.textWithPort());
     }
     // Takes no packet that is meant for somebody else who shares the port.
     (void)::connect(rtp.get(), group.get(), group.size());
@@ -93,7 +85,7 @@ SocketHandle openRtp(const UdpAddress& group, const UdpAddress& source,
 
 }  // namespace
 
-bool MulticastSocketSettings::applyTo(const SocketHandle& socket) const
+bool MulticastSocketSettings::applyTo(const Descriptor& socket) const
 {
     ip_mreqn by{};
     by.imr_ifindex = interface.index();
@@ -107,7 +99,7 @@ bool MulticastSocketSettings::applyTo(const SocketHandle& socket) const
 std::shared_ptr<MulticastChannel> MulticastChannel::open(MulticastPool::Lease lease, int track,
                                                          const MulticastSocketSettings& settings)
 {
-    SocketHandle rtcp = openSocket(settings);
+    Descriptor rtcp = openSocket(settings);
     // Before the port is bound: without a transport to the group nothing else matters.
     // Members on this machine bind the same port of the same group; multicast comes to each of them.
     if (!rtcp || !join(rtcp, *lease, settings.interface))
@@ -115,29 +107,29 @@ std::shared_ptr<MulticastChannel> MulticastChannel::open(MulticastPool::Lease le
         return nullptr;
     }
     // The group's address and not the wildcard, so that no other group's and no unicast packets come here.
-    const UdpAddress address = addressOf(*lease, lease->portOf(track) + 1);
+    const SocketAddress address = addressOf(*lease, lease->portOf(track) + 1);
     if (::bind(rtcp.get(), address.get(), address.size()) != 0)
     {
         Log::warning("multicast: port {} of {} is another program's alone: reports of members are not read",
                      address.port(), lease->addressText());
-        rtcp = SocketHandle(-1);
+        rtcp = Descriptor();
     }
-    const UdpAddress group = addressOf(*lease, lease->portOf(track));
-    UdpAddress source;
+    const SocketAddress group = addressOf(*lease, lease->portOf(track));
+    SocketAddress source;
     if (!findSource(group, settings, source))
     {
         return nullptr;
     }
-    SocketHandle rtp = openRtp(group, source, settings);
+    Descriptor rtp = openRtp(group, source, settings);
     if (!rtp)
     {
         return nullptr;
     }
     return std::make_shared<MulticastChannel>(std::move(lease), track, std::move(rtp), std::move(rtcp),
-                                              hostOf(source), settings.segmentationOffload);
+                                              source.text(), settings.segmentationOffload);
 }
 
-MulticastChannel::MulticastChannel(MulticastPool::Lease lease, int track, SocketHandle rtp, SocketHandle rtcp,
+MulticastChannel::MulticastChannel(MulticastPool::Lease lease, int track, Descriptor rtp, Descriptor rtcp,
                                    std::string source, bool segmentationOffload)
     : lease_(std::move(lease)),
       rtp_(std::move(rtp)),
@@ -165,7 +157,7 @@ void MulticastChannel::sendRtcp(const std::uint8_t* data, std::size_t size)
 
 void MulticastChannel::onReadable()
 {
-    DatagramReader::read(rtcp_.get(), [this](const UdpAddress&, const std::uint8_t* data, std::size_t size)
+    DatagramReader::read(rtcp_.get(), [this](const SocketAddress&, const std::uint8_t* data, std::size_t size)
                          { receiveQueue_->onRtcp(data, size); });
 }
 

@@ -6,11 +6,11 @@
 #include <memory>
 #include <string>
 
-#include "refhost/base/SocketHandle.h"
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/SocketAddress.h"
 #include "refhost/rtp/GatedTransport.h"
 #include "refhost/rtp/multicast/MulticastInterface.h"
 #include "refhost/rtp/multicast/MulticastPool.h"
-#include "refhost/rtp/udp/UdpAddress.h"
 #include "refhost/rtp/udp/UdpUnitSender.h"
 
 namespace refhost
@@ -25,7 +25,7 @@ struct MulticastSocketSettings
 
     /// Has what `socket` sends leave by the interface, with the TTL, and come back to this machine.
     /// \returns false with errno set
-    bool applyTo(const SocketHandle& socket) const;
+    bool applyTo(const Descriptor& socket) const;
 };
 
 /// One track's ports of one group, and the membership in the group that brings the members' reports.
@@ -45,7 +45,7 @@ public:
     /// \param rtp     what RTP is sent through
     /// \param rtcp    what RTCP is sent and received through; none: it is sent through `rtp`
     /// \param source  as source()
-    MulticastChannel(MulticastPool::Lease lease, int track, SocketHandle rtp, SocketHandle rtcp,
+    MulticastChannel(MulticastPool::Lease lease, int track, Descriptor rtp, Descriptor rtcp,
                      std::string source, bool segmentationOffload);
 
     const MulticastGroup& group() const
@@ -79,12 +79,12 @@ public:
 
 private:
     const MulticastPool::Lease lease_;
-    const SocketHandle rtp_;
-    const SocketHandle rtcp_;
+    const Descriptor rtp_;
+    const Descriptor rtcp_;
     const std::string source_;
     UdpUnitSender sender_;
-    const UdpAddress rtpAddress_;
-    const UdpAddress rtcpAddress_;
+    const SocketAddress rtpAddress_;
+    const SocketAddress rtcpAddress_;
     const std::shared_ptr<TransportReceiveQueue> receiveQueue_;
 };
 

@@ -1,12 +1,11 @@
 #include "refhost/rtp/multicast/MulticastInterface.h"
 
-#include <ifaddrs.h>
 #include <net/if.h>
 
-#include <cstring>
-#include <memory>
+#include <algorithm>
+#include <string>
 
-#include "refhost/rtp/udp/UdpAddress.h"
+#include "refhost/base/InterfaceAddresses.h"
 
 namespace refhost
 {
@@ -14,37 +13,20 @@ namespace
 {
 
 /// The name of the interface that has an address; empty when none has.
-std::string nameOfInterface(const UdpAddress& wanted)
+std::string nameOfInterface(const SocketAddress& wanted)
 {
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0)
-    {
-        return {};
-    }
-    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
-    for (const ifaddrs* i = list; i != nullptr; i = i->ifa_next)
-    {
-        if (i->ifa_addr == nullptr || i->ifa_addr->sa_family != wanted.family())
-        {
-            continue;
-        }
-        UdpAddress address;
-        std::memcpy(address.fill(), i->ifa_addr, wanted.size());
-        address.setPort(0);
-        if (address == wanted)
-        {
-            return i->ifa_name;
-        }
-    }
-    return {};
+    const auto all = interfaceAddresses();
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](const InterfaceAddress& each) { return each.address == wanted; });
+    return found == all.end() ? std::string() : found->interface;
 }
 
 }  // namespace
 
 std::optional<MulticastInterface> MulticastInterface::find(const std::string& text)
 {
-    UdpAddress address;
-    const std::string name = UdpAddress::parse(text, address) ? nameOfInterface(address) : text;
+    const auto address = SocketAddress::parse(text);
+    const std::string name = address ? nameOfInterface(*address) : text;
     MulticastInterface found;
     found.index_ = static_cast<int>(if_nametoindex(name.c_str()));
     return found.index_ == 0 ? std::nullopt : std::optional<MulticastInterface>(found);

@@ -59,7 +59,7 @@ struct MulticastServer::Impl
         std::weak_ptr<MulticastChannel> channel;
     };
 
-    Impl(const Options& options, const MulticastSocketSettings& socketSettings, SocketHandle epollHandle)
+    Impl(const Options& options, const MulticastSocketSettings& socketSettings, Descriptor epollHandle)
         : pool(options.pool),
           settings(socketSettings),
           epoll(std::move(epollHandle)),
@@ -122,7 +122,7 @@ struct MulticastServer::Impl
 
     MulticastPool pool;
     const MulticastSocketSettings settings;
-    const SocketHandle epoll;
+    const Descriptor epoll;
     const std::function<std::string(MulticastPool::Stream)> configuredNameOf;
     Mutex mutex;
     std::vector<Entry> entries
@@ -142,8 +142,8 @@ std::shared_ptr<MulticastServer> MulticastServer::open(const Options& options, s
     {
         return nullptr;
     }
-    const SocketHandle probe(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    SocketHandle epoll(epoll_create1(EPOLL_CLOEXEC));
+    const Descriptor probe(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    Descriptor epoll(epoll_create1(EPOLL_CLOEXEC));
     if (!probe || !epoll || !settings.applyTo(probe))
     {
         error = std::string("no socket for multicast: ") + std::strerror(errno);

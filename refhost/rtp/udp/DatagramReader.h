@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "refhost/rtp/udp/UdpAddress.h"
+#include "refhost/base/SocketAddress.h"
 
 namespace refhost
 {
@@ -23,7 +23,7 @@ public:
     static void read(int socket, const Take& take)
     {
         std::array<std::array<std::uint8_t, packetRoom>, packetsPerBatch> rooms;
-        std::array<UdpAddress, packetsPerBatch> senders;
+        std::array<SocketAddress, packetsPerBatch> senders;
         std::array<iovec, packetsPerBatch> vectors;
         std::array<mmsghdr, packetsPerBatch> messages;
         for (unsigned batch = 0; batch < batches; ++batch)
@@ -33,7 +33,7 @@ public:
                 vectors[i] = {rooms[i].data(), rooms[i].size()};
                 messages[i] = {};
                 messages[i].msg_hdr.msg_name = senders[i].fill();
-                messages[i].msg_hdr.msg_namelen = UdpAddress::room;
+                messages[i].msg_hdr.msg_namelen = SocketAddress::room;
                 messages[i].msg_hdr.msg_iov = &vectors[i];
                 messages[i].msg_hdr.msg_iovlen = 1;
             }

@@ -3,14 +3,15 @@
 namespace refhost
 {
 
-void UdpReceiveQueues::listen(const UdpAddress& client, std::shared_ptr<TransportReceiveQueue> receiveQueue)
+void UdpReceiveQueues::listen(const SocketAddress& client,
+                              std::shared_ptr<TransportReceiveQueue> receiveQueue)
 {
     Shard& shard = shardOf(client);
     const MutexLock guard(shard.mutex);
     shard.receiveQueues[client].swap(receiveQueue);
 }
 
-void UdpReceiveQueues::unlisten(const UdpAddress& client, const TransportReceiveQueue* receiveQueue)
+void UdpReceiveQueues::unlisten(const SocketAddress& client, const TransportReceiveQueue* receiveQueue)
 {
     Shard& shard = shardOf(client);
     const MutexLock guard(shard.mutex);
@@ -21,7 +22,7 @@ void UdpReceiveQueues::unlisten(const UdpAddress& client, const TransportReceive
     }
 }
 
-std::shared_ptr<TransportReceiveQueue> UdpReceiveQueues::find(const UdpAddress& client)
+std::shared_ptr<TransportReceiveQueue> UdpReceiveQueues::find(const SocketAddress& client)
 {
     Shard& shard = shardOf(client);
     const MutexLock guard(shard.mutex);
@@ -29,9 +30,9 @@ std::shared_ptr<TransportReceiveQueue> UdpReceiveQueues::find(const UdpAddress& 
     return found == shard.receiveQueues.end() ? nullptr : found->second;
 }
 
-UdpReceiveQueues::Shard& UdpReceiveQueues::shardOf(const UdpAddress& client)
+UdpReceiveQueues::Shard& UdpReceiveQueues::shardOf(const SocketAddress& client)
 {
-    return shards_[client.hash() % shards_.size()];
+    return shards_[SocketAddress::Hash()(client) % shards_.size()];
 }
 
 }  // namespace refhost

@@ -6,8 +6,8 @@
 #include <unordered_map>
 
 #include "refhost/base/Mutex.h"
+#include "refhost/base/SocketAddress.h"
 #include "refhost/rtp/GatedTransport.h"
-#include "refhost/rtp/udp/UdpAddress.h"
 
 namespace refhost
 {
@@ -18,22 +18,22 @@ class UdpReceiveQueues
 {
 public:
     /// Hands what comes from `client` to `receiveQueue` until unlisten() with the same two. The last one counts.
-    void listen(const UdpAddress& client, std::shared_ptr<TransportReceiveQueue> receiveQueue);
-    void unlisten(const UdpAddress& client, const TransportReceiveQueue* receiveQueue);
+    void listen(const SocketAddress& client, std::shared_ptr<TransportReceiveQueue> receiveQueue);
+    void unlisten(const SocketAddress& client, const TransportReceiveQueue* receiveQueue);
 
     /// \returns null when nobody listens to `client`
-    std::shared_ptr<TransportReceiveQueue> find(const UdpAddress& client);
+    std::shared_ptr<TransportReceiveQueue> find(const SocketAddress& client);
 
 private:
     /// Clients come and go on all threads: a few locks instead of one.
     struct Shard
     {
         Mutex mutex;
-        std::unordered_map<UdpAddress, std::shared_ptr<TransportReceiveQueue>, UdpAddressHash> receiveQueues
-            OV_GUARDED_BY(mutex);
+        std::unordered_map<SocketAddress, std::shared_ptr<TransportReceiveQueue>, SocketAddress::Hash>
+            receiveQueues OV_GUARDED_BY(mutex);
     };
 
-    Shard& shardOf(const UdpAddress& client);
+    Shard& shardOf(const SocketAddress& client);
 
     std::array<Shard, 16> shards_;
 };

@@ -4,8 +4,9 @@
 #include <cstring>
 #include <utility>
 
-#include "refhost/base/SocketHandle.h"
-#include "refhost/rtp/udp/UdpAddress.h"
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/SocketAddress.h"
+#include "refhost/base/SocketOptions.h"
 #include "refhost/rtp/udp/UdpSockets.h"
 #include "refhost/rtp/udp/UdpTransport.h"
 
@@ -20,10 +21,10 @@ constexpr int attempts = 64;
 constexpr int sendBufferBytes = 8 << 20;
 constexpr int receiveBufferBytes = 1 << 20;
 
-SocketHandle bindSocket(const UdpAddress& address)
+Descriptor bindSocket(const SocketAddress& address)
 {
-    SocketHandle opened(::socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (opened.get() < 0)
+    Descriptor opened(::socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!opened)
     {
         return opened;
     }
@@ -35,41 +36,39 @@ SocketHandle bindSocket(const UdpAddress& address)
     }
     if (::bind(opened.get(), address.get(), address.size()) != 0)
     {
-        return SocketHandle(-1);
+        return Descriptor();
     }
     return opened;
 }
 
 int boundPort(int descriptor)
 {
-    UdpAddress bound;
-    socklen_t size = UdpAddress::room;
-    return getsockname(descriptor, bound.fill(), &size) == 0 ? bound.port() : 0;
+    return SocketAddress::localOf(descriptor).port();
 }
 
 /// Binds `address` with its even port and the port behind it. \returns false with errno set
-bool bindPair(UdpAddress address, SocketHandle& rtp, SocketHandle& rtcp)
+bool bindPair(SocketAddress address, Descriptor& rtp, Descriptor& rtcp)
 {
     rtp = bindSocket(address);
-    if (rtp.get() < 0)
+    if (!rtp)
     {
         return false;
     }
     address.setPort(address.port() + 1);
     rtcp = bindSocket(address);
-    return rtcp.get() >= 0;
+    return static_cast<bool>(rtcp);
 }
 
 /// Finds an even port that is free together with the next one. \returns false with errno set
-bool bindAnyPair(UdpAddress& address, SocketHandle& rtp, SocketHandle& rtcp)
+bool bindAnyPair(SocketAddress& address, Descriptor& rtp, Descriptor& rtcp)
 {
     for (int i = 0; i < attempts; ++i)
     {
         address.setPort(0);
         int port = 0;
         {
-            const SocketHandle probe = bindSocket(address);
-            if (probe.get() < 0)
+            const Descriptor probe = bindSocket(address);
+            if (!probe)
             {
                 return false;
             }
@@ -91,8 +90,8 @@ UdpServer::~UdpServer() = default;
 
 std::shared_ptr<UdpServer> UdpServer::open(const Options& options, std::string& error)
 {
-    UdpAddress address;
-    if (!UdpAddress::parse(options.address, address))
+    const auto parsed = SocketAddress::parse(options.address);
+    if (!parsed)
     {
         error = "\"" + options.address + "\" is not a numeric address";
         return nullptr;
@@ -102,22 +101,23 @@ std::shared_ptr<UdpServer> UdpServer::open(const Options& options, std::string& 
         error = "UDP port " + std::to_string(options.rtpPort) + " for RTP is not an even port number";
         return nullptr;
     }
-    SocketHandle rtp(-1);
-    SocketHandle rtcp(-1);
+    Descriptor rtp;
+    Descriptor rtcp;
+    SocketAddress address = *parsed;
     address.setPort(options.rtpPort);
     if (options.rtpPort == 0 ? !bindAnyPair(address, rtp, rtcp) : !bindPair(address, rtp, rtcp))
     {
         error = "cannot bind UDP ports for RTP and RTCP at " + options.address + ": " + std::strerror(errno);
         return nullptr;
     }
-    rtp.setBuffer(SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
-    rtp.setBuffer(SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
-    rtcp.setBuffer(SO_SNDBUF, SO_SNDBUFFORCE, receiveBufferBytes);
-    rtcp.setBuffer(SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
+    setSocketBuffer(rtp.get(), SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
+    setSocketBuffer(rtp.get(), SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
+    setSocketBuffer(rtcp.get(), SO_SNDBUF, SO_SNDBUFFORCE, receiveBufferBytes);
+    setSocketBuffer(rtcp.get(), SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
 
     std::shared_ptr<UdpServer> server(new UdpServer);
     server->sockets_ =
-        std::make_shared<UdpSockets>(rtp.release(), rtcp.release(), address, options.segmentationOffload);
+        std::make_shared<UdpSockets>(std::move(rtp), std::move(rtcp), address, options.segmentationOffload);
     return server;
 }
 
@@ -151,12 +151,12 @@ void UdpServer::onRtcpReadable()
     sockets_->readRtcp();
 }
 
-SafePointer<RtpTransport> UdpServer::makeTransport(const sockaddr_storage& client, int rtpPort, int rtcpPort,
+SafePointer<RtpTransport> UdpServer::makeTransport(const SocketAddress& client, int rtpPort, int rtcpPort,
                                                    std::shared_ptr<SessionLiveness> liveness)
 {
-    UdpAddress rtp = UdpAddress(client).forFamily(sockets_->bound().family());
+    SocketAddress rtp = client.forFamily(sockets_->bound().family());
     rtp.setPort(rtpPort);
-    UdpAddress rtcp = rtp;
+    SocketAddress rtcp = rtp;
     rtcp.setPort(rtcpPort);
     return SafePointer<RtpTransport>(new UdpTransport(sockets_, rtp, rtcp, std::move(liveness)));
 }

@@ -1,12 +1,10 @@
 #pragma once
 
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
 
+#include "refhost/base/SocketAddress.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "support/SafePointer.h"
 
@@ -50,7 +48,7 @@ public:
     /// \param client    the client's address; its port is not used
     /// \param rtpPort   the client's ports, 1 to 65535
     /// \param liveness  told of every packet of the client that is taken; may be null
-    SafePointer<RtpTransport> makeTransport(const sockaddr_storage& client, int rtpPort, int rtcpPort,
+    SafePointer<RtpTransport> makeTransport(const SocketAddress& client, int rtpPort, int rtcpPort,
                                             std::shared_ptr<SessionLiveness> liveness);
 
     /// Whether packets travel as segmented messages now.

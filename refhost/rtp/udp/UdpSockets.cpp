@@ -1,33 +1,27 @@
 #include "refhost/rtp/udp/UdpSockets.h"
 
-#include <unistd.h>
+#include <utility>
 
 #include "refhost/rtp/udp/DatagramReader.h"
 
 namespace refhost
 {
 
-UdpSockets::UdpSockets(int rtp, int rtcp, const UdpAddress& bound, bool segmentation)
-    : rtp_(rtp), rtcp_(rtcp), bound_(bound), sender_(rtp, segmentation)
+UdpSockets::UdpSockets(Descriptor rtp, Descriptor rtcp, const SocketAddress& bound, bool segmentation)
+    : rtp_(std::move(rtp)), rtcp_(std::move(rtcp)), bound_(bound), sender_(rtp_.get(), segmentation)
 {
 }
 
-UdpSockets::~UdpSockets()
-{
-    ::close(rtp_);
-    ::close(rtcp_);
-}
-
-void UdpSockets::sendRtcp(const UdpAddress& client, const std::uint8_t* data, std::size_t size)
+void UdpSockets::sendRtcp(const SocketAddress& client, const std::uint8_t* data, std::size_t size)
 {
     // Best effort: a lost report is made good by the next one.
-    (void)::sendto(rtcp_, data, size, MSG_DONTWAIT | MSG_NOSIGNAL, client.get(), client.size());
+    (void)::sendto(rtcp_.get(), data, size, MSG_DONTWAIT | MSG_NOSIGNAL, client.get(), client.size());
 }
 
 void UdpSockets::readRtp()
 {
-    DatagramReader::read(rtp_,
-                         [this](const UdpAddress& sender, const std::uint8_t* data, std::size_t size)
+    DatagramReader::read(rtp_.get(),
+                         [this](const SocketAddress& sender, const std::uint8_t* data, std::size_t size)
                          {
                              if (const auto receiveQueue = rtpReceiveQueues_.find(sender))
                              {
@@ -38,8 +32,8 @@ void UdpSockets::readRtp()
 
 void UdpSockets::readRtcp()
 {
-    DatagramReader::read(rtcp_,
-                         [this](const UdpAddress& sender, const std::uint8_t* data, std::size_t size)
+    DatagramReader::read(rtcp_.get(),
+                         [this](const SocketAddress& sender, const std::uint8_t* data, std::size_t size)
                          {
                              if (const auto receiveQueue = rtcpReceiveQueues_.find(sender))
                              {

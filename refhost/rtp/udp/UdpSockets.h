@@ -5,8 +5,9 @@
 #include <cstdint>
 #include <memory>
 
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/SocketAddress.h"
 #include "refhost/rtp/GatedTransport.h"
-#include "refhost/rtp/udp/UdpAddress.h"
 #include "refhost/rtp/udp/UdpReceiveQueues.h"
 #include "refhost/rtp/udp/UdpUnitSender.h"
 
@@ -18,24 +19,22 @@ namespace refhost
 class UdpSockets
 {
 public:
-    /// Takes over both descriptors.
-    UdpSockets(int rtp, int rtcp, const UdpAddress& bound, bool segmentation);
-    ~UdpSockets();
+    UdpSockets(Descriptor rtp, Descriptor rtcp, const SocketAddress& bound, bool segmentation);
     UdpSockets(const UdpSockets&) = delete;
     UdpSockets& operator=(const UdpSockets&) = delete;
 
     int rtpDescriptor() const
     {
-        return rtp_;
+        return rtp_.get();
     }
 
     int rtcpDescriptor() const
     {
-        return rtcp_;
+        return rtcp_.get();
     }
 
     /// The bound address with the RTP port.
-    const UdpAddress& bound() const
+    const SocketAddress& bound() const
     {
         return bound_;
     }
@@ -45,7 +44,7 @@ public:
         return sender_;
     }
 
-    void sendRtcp(const UdpAddress& client, const std::uint8_t* data, std::size_t size);
+    void sendRtcp(const SocketAddress& client, const std::uint8_t* data, std::size_t size);
 
     /// Who takes the RTP, and who the RTCP, that comes from a client.
     UdpReceiveQueues& rtpReceiveQueues()
@@ -62,9 +61,9 @@ public:
     void readRtcp();
 
 private:
-    const int rtp_;
-    const int rtcp_;
-    const UdpAddress bound_;
+    const Descriptor rtp_;
+    const Descriptor rtcp_;
+    const SocketAddress bound_;
     UdpUnitSender sender_;
     UdpReceiveQueues rtpReceiveQueues_;
     UdpReceiveQueues rtcpReceiveQueues_;

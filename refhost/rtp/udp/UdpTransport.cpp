@@ -19,8 +19,8 @@ constexpr TransportTraits udpTraits = []
 
 }  // namespace
 
-UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress& rtp, const UdpAddress& rtcp,
-                           std::shared_ptr<SessionLiveness> liveness)
+UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const SocketAddress& rtp,
+                           const SocketAddress& rtcp, std::shared_ptr<SessionLiveness> liveness)
     : GatedTransport(udpUnicast, udpTraits, std::move(liveness)),
       sockets_(std::move(sockets)),
       rtp_(rtp),
@@ -48,7 +48,7 @@ void UdpTransport::takeRtp()
 
 std::string UdpTransport::peerName() const
 {
-    return rtp_.text();
+    return rtp_.textWithPort();
 }
 
 SendResult UdpTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,

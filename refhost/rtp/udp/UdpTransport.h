@@ -4,8 +4,8 @@
 #include <atomic>
 #include <memory>
 
+#include "refhost/base/SocketAddress.h"
 #include "refhost/rtp/GatedTransport.h"
-#include "refhost/rtp/udp/UdpAddress.h"
 #include "refhost/rtp/udp/UdpSockets.h"
 
 namespace refhost
@@ -16,7 +16,7 @@ namespace refhost
 class UdpTransport : public GatedTransport
 {
 public:
-    UdpTransport(std::shared_ptr<UdpSockets> sockets, const UdpAddress& rtp, const UdpAddress& rtcp,
+    UdpTransport(std::shared_ptr<UdpSockets> sockets, const SocketAddress& rtp, const SocketAddress& rtcp,
                  std::shared_ptr<SessionLiveness> liveness);
     ~UdpTransport() noexcept(false) override;
 
@@ -29,8 +29,8 @@ private:
     void transmitRtcp(const std::uint8_t* data, std::size_t size) override;
 
     const std::shared_ptr<UdpSockets> sockets_;
-    const UdpAddress rtp_;
-    const UdpAddress rtcp_;
+    const SocketAddress rtp_;
+    const SocketAddress rtcp_;
     std::atomic<bool> takesRtp_{false};
 };
 

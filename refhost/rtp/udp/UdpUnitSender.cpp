@@ -54,7 +54,7 @@ class Batch
 {
 public:
     /// Fills the batch with packets of the scratch from `first` on. \returns how many messages there are
-    unsigned fill(DatagramScratch& scratch, std::size_t first, const UdpAddress& client, bool segmented)
+    unsigned fill(DatagramScratch& scratch, std::size_t first, const SocketAddress& client, bool segmented)
     {
         const auto& packets = scratch.unit->packets;
         unsigned count = 0;
@@ -98,7 +98,7 @@ private:
         return end;
     }
 
-    void describe(unsigned index, std::uint8_t* bytes, std::size_t size, const UdpAddress& client,
+    void describe(unsigned index, std::uint8_t* bytes, std::size_t size, const SocketAddress& client,
                   std::uint32_t segment)
     {
         vectors_[index] = {bytes, size};
@@ -157,8 +157,8 @@ UdpUnitSender::UdpUnitSender(int descriptor, bool segmentation)
     }
 }
 
-SendResult UdpUnitSender::send(const UdpAddress& client, const AccessUnitPtr& unit, std::size_t firstPacket,
-                               const RtpHeaderFields& header)
+SendResult UdpUnitSender::send(const SocketAddress& client, const AccessUnitPtr& unit,
+                               std::size_t firstPacket, const RtpHeaderFields& header)
 {
     thread_local DatagramScratch scratch;
     scratch.load(unit);

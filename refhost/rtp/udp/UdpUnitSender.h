@@ -3,8 +3,8 @@
 #include <atomic>
 #include <cstddef>
 
+#include "refhost/base/SocketAddress.h"
 #include "refhost/rtp/RtpTransport.h"
-#include "refhost/rtp/udp/UdpAddress.h"
 
 namespace refhost
 {
@@ -24,7 +24,7 @@ public:
 
     /// Sends the packets of `unit` from `firstPacket` on to `client`. What the network refuses for good (no
     /// route, a filter, a port that nobody listens on) counts as sent and lost: never `held` or `closed`.
-    SendResult send(const UdpAddress& client, const AccessUnitPtr& unit, std::size_t firstPacket,
+    SendResult send(const SocketAddress& client, const AccessUnitPtr& unit, std::size_t firstPacket,
                     const RtpHeaderFields& header);
 
     /// Whether packets travel segmented still.

@@ -73,9 +73,9 @@ MulticastServer::Options multicastOptions(const ServerConfig& config)
     return options;
 }
 
-int openSpare()
+Descriptor openSpare()
 {
-    return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
 }  // namespace
@@ -145,24 +145,25 @@ bool RtspServer::listen(std::string& error)
         return false;
     }
     const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> address(found, &::freeaddrinfo);
-    listener_ = ::socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (listener_ < 0)
+    listener_ = Descriptor(::socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!listener_)
     {
         error = std::string("no socket: ") + std::strerror(errno);
         return false;
     }
-    setOption(listener_, SOL_SOCKET, SO_REUSEADDR, 1);
+    setOption(listener_.get(), SOL_SOCKET, SO_REUSEADDR, 1);
     // Accepted sockets have these from the listener, without a system call each.
-    setOption(listener_, IPPROTO_TCP, TCP_NODELAY, 1);
-    setOption(listener_, SOL_SOCKET, SO_SNDBUF, sendBufferSize);
-    setOption(listener_, SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
-    TcpLiveness::configure(listener_, std::chrono::seconds(config_.limits.sessionTimeout));
-    if (::bind(listener_, address->ai_addr, address->ai_addrlen) != 0 || ::listen(listener_, backlog) != 0)
+    setOption(listener_.get(), IPPROTO_TCP, TCP_NODELAY, 1);
+    setOption(listener_.get(), SOL_SOCKET, SO_SNDBUF, sendBufferSize);
+    setOption(listener_.get(), SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
+    TcpLiveness::configure(listener_.get(), std::chrono::seconds(config_.limits.sessionTimeout));
+    if (::bind(listener_.get(), address->ai_addr, address->ai_addrlen) != 0 ||
+        ::listen(listener_.get(), backlog) != 0)
     {
         error = "cannot listen on " + config_.listen + " port " + service + ": " + std::strerror(errno);
         return false;
     }
-    port_ = SocketAddress::localOf(listener_).port();
+    port_ = SocketAddress::localOf(listener_.get()).port();
     spare_ = openSpare();
     return true;
 }
@@ -194,14 +195,14 @@ void RtspServer::startLoops()
                  [multicast](std::uint32_t) { multicast->onReadable(); });
     }
     first.every(options_.sweepInterval, [this] { services_.sessions.endExpired(services_.clock()); });
-    first.add(listener_, EventLoop::readable, [this](std::uint32_t) { acceptAll(); });
+    first.add(listener_.get(), EventLoop::readable, [this](std::uint32_t) { acceptAll(); });
 }
 
 void RtspServer::stop()
 {
     if (!loops_.empty())
     {
-        loops_.front()->events().remove(listener_);
+        loops_.front()->events().remove(listener_.get());
     }
     closeListener();
     if (std::exchange(subscribed_, false))
@@ -230,14 +231,8 @@ void RtspServer::stop()
 
 void RtspServer::closeListener()
 {
-    for (int* const descriptor : {&listener_, &spare_})
-    {
-        if (*descriptor >= 0)
-        {
-            ::close(*descriptor);
-            *descriptor = -1;
-        }
-    }
+    listener_.reset();
+    spare_.reset();
 }
 
 void RtspServer::acceptAll()
@@ -256,8 +251,8 @@ bool RtspServer::acceptOne()
 {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
-    SocketHandle socket(
-        ::accept4(listener_, reinterpret_cast<sockaddr*>(&address), &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    Descriptor socket(::accept4(listener_.get(), reinterpret_cast<sockaddr*>(&address), &size,
+                                SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!socket)
     {
         if (errno == EMFILE || errno == ENFILE)
@@ -288,14 +283,10 @@ bool RtspServer::acceptOne()
 void RtspServer::shedOne()
 {
     const int reason = errno;
-    if (spare_ >= 0)
+    if (spare_)
     {
-        ::close(spare_);
-        const int descriptor = ::accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        if (descriptor >= 0)
-        {
-            ::close(descriptor);
-        }
+        spare_.reset();
+        const Descriptor refused(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     }
     spare_ = openSpare();
     Log::limited(Log::Level::warning, "connections without a descriptor", "connection refused: {}",

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/Descriptor.h"
 #include "refhost/base/MonotonicClock.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtsp/connection/ConnectionLoop.h"
@@ -70,8 +71,8 @@ private:
     AddressLimiter refused_;
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;
     std::size_t nextLoop_ = 0;
-    int listener_ = -1;
-    int spare_ = -1;  // a descriptor to give up when there are no more
+    Descriptor listener_;
+    Descriptor spare_;  // one to give up when there are no more
     int port_ = 0;
     int subscription_ = 0;
     bool subscribed_ = false;

@@ -12,8 +12,7 @@ RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, 
       routes(std::move(mediaRoutes)),
       sessions(limits),
       authenticator(config.users, config.realm, clock, config.digestWithoutQop),
-      sdp(static_cast<std::uint64_t>(std::time(nullptr))),
-      udpIsIpv6(config.listen.find(':') != std::string::npos)
+      sdp(static_cast<std::uint64_t>(std::time(nullptr)))
 {
 }
 

@@ -27,9 +27,8 @@ struct RtspServices
     SessionTable sessions;
     Authenticator authenticator;
     const SdpWriter sdp;
-    /// The server's UDP ports, and whether their sockets are IPv6 ones; null: UDP is refused.
+    /// The server's UDP ports; null: UDP is refused.
     std::shared_ptr<UdpServer> udp;
-    bool udpIsIpv6 = false;
     /// Null: multicast is refused.
     std::shared_ptr<MulticastServer> multicast;
 };

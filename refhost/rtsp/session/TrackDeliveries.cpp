@@ -59,10 +59,8 @@ RtspStatus TrackDeliveries::makeUdp(const TransportChoice& choice, const RtspSes
     {
         return rtspUnsupportedTransport;
     }
-    const SocketAddress& peer = connection_.peer();
-    out.transport.emplace(
-        services_.udp->makeTransport(services_.udpIsIpv6 ? peer.mappedStorage() : peer.storage(),
-                                     choice.rtpPort, choice.rtcpPort, session.liveness()));
+    out.transport.emplace(services_.udp->makeTransport(connection_.peer(), choice.rtpPort, choice.rtcpPort,
+                                                       session.liveness()));
     text = "RTP/AVP;unicast";
     appendPair(text, "client_port", choice.rtpPort, choice.rtcpPort);
     appendPair(text, "server_port", services_.udp->rtpPort(), services_.udp->rtcpPort());

@@ -75,11 +75,7 @@ WavFile::~WavFile()
 
 void WavFile::close()
 {
-    if (file_ >= 0)
-    {
-        ::close(file_);
-        file_ = -1;
-    }
+    file_.reset();
 }
 
 std::size_t WavFile::frameSize() const
@@ -93,8 +89,8 @@ bool WavFile::open(const std::string& path, const PcmFormat& format, std::string
     format_ = format;
     frames_ = 0;
     // Non-blocking: a named pipe must not be waited for.
-    file_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644);
-    if (file_ < 0)
+    file_ = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));
+    if (!file_)
     {
         problem = std::strerror(errno);
         return false;
@@ -110,7 +106,7 @@ bool WavFile::open(const std::string& path, const PcmFormat& format, std::string
 bool WavFile::prepare(std::string& problem)
 {
     struct stat status = {};
-    if (fstat(file_, &status) != 0 || !S_ISREG(status.st_mode))
+    if (fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode))
     {
         problem = "it is no ordinary file";
         return false;
@@ -130,7 +126,7 @@ bool WavFile::prepare(std::string& problem)
 bool WavFile::readHeader(std::uint64_t size, std::string& problem)
 {
     Header found{};
-    const ssize_t bytes = pread(file_, found.data(), found.size(), 0);
+    const ssize_t bytes = pread(file_.get(), found.data(), found.size(), 0);
     Header own = makeHeader(format_, 0);
     // The two sizes may be anything: what is there beyond the header is what counts.
     std::copy_n(found.begin() + 4, 4, own.begin() + 4);
@@ -153,19 +149,20 @@ bool WavFile::readHeader(std::uint64_t size, std::string& problem)
 bool WavFile::writeHeader() const
 {
     const Header header = makeHeader(format_, static_cast<std::uint32_t>(frames_ * frameSize()));
-    return writeWhole(file_, header.data(), header.size(), 0);
+    return writeWhole(file_.get(), header.data(), header.size(), 0);
 }
 
 bool WavFile::write(std::uint64_t at, const std::vector<std::int16_t>& samples)
 {
     const std::size_t bytes = samples.size() * sizeof(std::int16_t);
     const std::uint64_t begin = at * frameSize();
-    if (file_ < 0 || begin + bytes > maxDataBytes)
+    if (!file_ || begin + bytes > maxDataBytes)
     {
         return false;
     }
     // WAV is little-endian, as every machine that this host runs on is.
-    if (!writeWhole(file_, reinterpret_cast<const std::uint8_t*>(samples.data()), bytes, headerSize + begin))
+    if (!writeWhole(file_.get(), reinterpret_cast<const std::uint8_t*>(samples.data()), bytes,
+                    headerSize + begin))
     {
         return false;
     }
@@ -180,8 +177,8 @@ bool WavFile::extend(std::uint64_t frames)
         return true;
     }
     // What a file is made longer by reads as zeros, and takes no room on the disk.
-    if (file_ < 0 || frames * frameSize() > maxDataBytes ||
-        ftruncate(file_, static_cast<off_t>(headerSize + frames * frameSize())) != 0)
+    if (!file_ || frames * frameSize() > maxDataBytes ||
+        ftruncate(file_.get(), static_cast<off_t>(headerSize + frames * frameSize())) != 0)
     {
         return false;
     }

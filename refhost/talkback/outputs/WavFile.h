@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/Descriptor.h"
 #include "refhost/talkback/outputs/PcmFormat.h"
 
 namespace refhost
@@ -46,7 +47,7 @@ private:
     bool writeHeader() const;
     std::size_t frameSize() const;
 
-    int file_ = -1;
+    Descriptor file_;
     PcmFormat format_;
     std::uint64_t frames_ = 0;
 };

@@ -63,9 +63,52 @@ TEST(SocketAddress, NetworksAreIpv4AddressesAndHalvesOfIpv6Ones)
 
 TEST(SocketAddress, IsWhatTheSystemTakesBack)
 {
-    const sockaddr_storage plain = ipv4("192.0.2.1", 554).storage();
-    EXPECT_EQ(plain.ss_family, AF_INET);
-    EXPECT_EQ(SocketAddress(reinterpret_cast<const sockaddr*>(&plain)).text(), "192.0.2.1");
+    const SocketAddress plain = ipv4("192.0.2.1", 554);
+    EXPECT_EQ(plain.get()->sa_family, AF_INET);
+    EXPECT_EQ(plain.size(), sizeof(sockaddr_in));
+    EXPECT_EQ(SocketAddress(plain.get()), plain);
+    EXPECT_EQ(ipv6("2001:db8::1", 1).size(), sizeof(sockaddr_in6));
+}
+
+TEST(SocketAddress, NumericTextsAreParsed)
+{
+    EXPECT_EQ(SocketAddress::parse("192.0.2.1", 554), ipv4("192.0.2.1", 554));
+    EXPECT_EQ(SocketAddress::parse("2001:db8::1"), ipv6("2001:db8::1", 0));
+    for (const char* const text : {"", "localhost", "192.0.2", "192.0.2.256", "[::1]", "::1 "})
+    {
+        EXPECT_FALSE(SocketAddress::parse(text)) << text;
+    }
+}
+
+TEST(SocketAddress, EachFamilysSocketsGetTheirForm)
+{
+    const SocketAddress plain = ipv4("192.0.2.1", 554);
+    const SocketAddress mapped = plain.forFamily(AF_INET6);
+    EXPECT_TRUE(mapped.isIpv6());
+    EXPECT_EQ(mapped.port(), 554);
+    EXPECT_EQ(mapped.text(), "192.0.2.1");
+    EXPECT_EQ(mapped.forFamily(AF_INET), plain);
+    EXPECT_EQ(mapped.key(), plain.key());
+    const SocketAddress six = ipv6("2001:db8::1", 7);
+    EXPECT_EQ(six.forFamily(AF_INET), six);
+    EXPECT_EQ(SocketAddress().forFamily(AF_INET6).family(), AF_UNSPEC);
+}
+
+TEST(SocketAddress, TextWithPortHasBracketsForIpv6)
+{
+    EXPECT_EQ(ipv4("192.0.2.1", 5004).textWithPort(), "192.0.2.1:5004");
+    EXPECT_EQ(ipv6("2001:db8::1", 5004).textWithPort(), "[2001:db8::1]:5004");
+    EXPECT_EQ(ipv4("192.0.2.1", 5004).forFamily(AF_INET6).textWithPort(), "192.0.2.1:5004");
+    EXPECT_EQ(SocketAddress::any(AF_INET).textWithPort(), "0.0.0.0:0");
+}
+
+TEST(SocketAddress, EqualOnesHaveTheSameHash)
+{
+    const SocketAddress::Hash hash;
+    EXPECT_EQ(hash(ipv4("192.0.2.1", 5)), hash(ipv4("192.0.2.1", 5)));
+    EXPECT_FALSE(ipv4("192.0.2.1", 5) == ipv4("192.0.2.1", 6));
+    EXPECT_FALSE(ipv4("192.0.2.1", 5) == ipv4("192.0.2.2", 5));
+    EXPECT_FALSE(ipv4("192.0.2.1", 5) == ipv4("192.0.2.1", 5).forFamily(AF_INET6));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "refhost/base/HostClock.h"
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/capture/StreamFixture.h"
 
 namespace refhost
@@ -95,7 +96,9 @@ TEST_F(CameraStreamTest, VideoUnitsAreWholeAndInOrderAndBeginWithAKeyFrame)
         if (i > 0)
         {
             EXPECT_EQ(unit.rtpTimestamp - units[i - 1]->rtpTimestamp, 90000U / 25);
-            EXPECT_NEAR(static_cast<double>(unit.captureTimeNs - units[i - 1]->captureTimeNs), 40e6, 1e3);
+            EXPECT_NEAR(
+                static_cast<double>(test::nsOf(unit.captureTime) - test::nsOf(units[i - 1]->captureTime)),
+                40e6, 1e3);
         }
         keys += unit.keyFrame ? 1 : 0;
         EXPECT_EQ(unit.keyFrame, i % 10 == 0) << i;
@@ -164,14 +167,17 @@ TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
     EXPECT_EQ(audioUnit.payloadBytes, 160U);
     EXPECT_TRUE(audioUnit.keyFrame);
     // Both live sources begin with the pipeline; a second is what a loaded machine may need to get there.
-    EXPECT_NEAR(static_cast<double>(frame.captureTimeNs - audioUnit.captureTimeNs), 0, 1e9);
-    EXPECT_LT(frame.captureTimeNs, now);
-    EXPECT_GT(frame.captureTimeNs, now - std::int64_t{8'000'000'000});
+    EXPECT_NEAR(static_cast<double>(test::nsOf(frame.captureTime) - test::nsOf(audioUnit.captureTime)), 0,
+                1e9);
+    EXPECT_LT(test::nsOf(frame.captureTime), now);
+    EXPECT_GT(test::nsOf(frame.captureTime), now - std::int64_t{8'000'000'000});
     // The media clocks run alike: the same distance from the start in RTP time and in capture time.
     const double framesOffset =
-        frame.rtpTimestamp / 90000.0 - static_cast<double>(frame.captureTimeNs % 100'000'000'000'000) / 1e9;
-    const double audiosOffset = audioUnit.rtpTimestamp / 8000.0 -
-                                static_cast<double>(audioUnit.captureTimeNs % 100'000'000'000'000) / 1e9;
+        frame.rtpTimestamp / 90000.0 -
+        static_cast<double>(test::nsOf(frame.captureTime) % 100'000'000'000'000) / 1e9;
+    const double audiosOffset =
+        audioUnit.rtpTimestamp / 8000.0 -
+        static_cast<double>(test::nsOf(audioUnit.captureTime) % 100'000'000'000'000) / 1e9;
     EXPECT_NEAR(framesOffset, audiosOffset, 0.001);
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "refhost/media/AccessUnit.h"
+#include "tests/refhost/base/Nanoseconds.h"
 
 namespace refhost
 {
@@ -68,7 +69,7 @@ public:
         for (std::size_t i = 0; i < units_.size(); ++i)
         {
             found.push_back(arrivals_[i].time_since_epoch() -
-                            std::chrono::nanoseconds(units_[i]->captureTimeNs));
+                            std::chrono::nanoseconds(test::nsOf(units_[i]->captureTime)));
         }
         return found;
     }

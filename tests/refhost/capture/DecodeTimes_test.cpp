@@ -14,7 +14,7 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t frameNs = 40'000'000;
+constexpr Duration frame = std::chrono::milliseconds(40);
 
 using Numbers = std::vector<int>;
 
@@ -80,21 +80,21 @@ class DecodeTimesTest : public testing::TestWithParam<Case>
 
 TEST_P(DecodeTimesTest, GrowAndAreNeverLaterThanThePresentation)
 {
-    for (const std::int64_t durationNs : {frameNs, std::int64_t{0}})
+    for (const Duration duration : {frame, Duration::zero()})
     {
         DecodeTimes times;
         times.setDepth(GetParam().depth);
-        std::int64_t last = std::numeric_limits<std::int64_t>::min();
+        MonotonicTime last = MonotonicTime::min();
         for (const int number : GetParam().frames)
         {
             const auto& keys = GetParam().keys;
-            const std::int64_t presented = number * frameNs;
-            const std::int64_t decoded =
-                times.next(presented, durationNs, std::count(keys.begin(), keys.end(), number) > 0);
+            const MonotonicTime presented(number * frame);
+            const MonotonicTime decoded =
+                times.next(presented, duration, std::count(keys.begin(), keys.end(), number) > 0);
             EXPECT_LE(decoded, presented) << number;
             EXPECT_GT(decoded, last) << number;
             // No earlier than the depth demands, so that it can be used as a delay.
-            EXPECT_GE(decoded, presented - (GetParam().depth + 16) * frameNs) << number;
+            EXPECT_GE(decoded, presented - (GetParam().depth + 16) * frame) << number;
             last = decoded;
         }
     }
@@ -108,7 +108,8 @@ std::vector<std::int64_t> decoded(DecodeTimes& times, const Numbers& frames, int
     std::vector<std::int64_t> found;
     for (const int number : frames)
     {
-        found.push_back(times.next(number * frameNs, frameNs, number == key) / frameNs);
+        found.push_back(times.next(MonotonicTime(number * frame), frame, number == key).time_since_epoch() /
+                        frame);
     }
     return found;
 }
@@ -137,16 +138,16 @@ TEST(DecodeTimes, ParameterSetsThatChangeTheDepthLeaveNoStep)
         {
             DecodeTimes times;
             times.setDepth(before);
-            std::int64_t last = std::numeric_limits<std::int64_t>::min();
+            MonotonicTime last = MonotonicTime::min();
             for (int number = 0; number < 60; ++number)
             {
                 if (number == 30)
                 {
                     times.setDepth(after);
                 }
-                const std::int64_t time = times.next(number * frameNs, frameNs, number % 30 == 0);
+                const MonotonicTime time = times.next(MonotonicTime(number * frame), frame, number % 30 == 0);
                 EXPECT_GT(time, last) << before << " " << after << " " << number;
-                EXPECT_LE(time, number * frameNs);
+                EXPECT_LE(time, MonotonicTime(number * frame));
                 last = time;
             }
         }
@@ -158,11 +159,11 @@ TEST(DecodeTimes, AStreamThatReordersMoreThanItSaysIsUnderstoodBeforeLong)
     DecodeTimes times;
     times.setDepth(0);
     int back = 0;
-    std::int64_t last = std::numeric_limits<std::int64_t>::min();
+    MonotonicTime last = MonotonicTime::min();
     for (const int number : repeated({0, 4, 2, 1, 3, 8, 6, 5, 7, 9}, 10))
     {
-        const std::int64_t time = times.next(number * frameNs, frameNs, number % 10 == 0);
-        EXPECT_LE(time, number * frameNs);
+        const MonotonicTime time = times.next(MonotonicTime(number * frame), frame, number % 10 == 0);
+        EXPECT_LE(time, MonotonicTime(number * frame));
         back += time <= last ? 1 : 0;
         EXPECT_TRUE(time > last || number < 10) << number;
         last = time;
@@ -176,7 +177,11 @@ TEST(DecodeTimes, ASourceWhoseTimeIsSetBackStartsAgain)
     times.setDepth(1);
     decoded(times, {0, 3, 1, 2, 6, 4, 5});
     const auto again = [&times](int number, bool key)
-    { return (times.next(number * frameNs - 3600'000'000'000, frameNs, key) + 3600'000'000'000) / frameNs; };
+    {
+        constexpr Duration back = std::chrono::hours(1);
+        return (times.next(MonotonicTime(number * frame - back), frame, key) + back).time_since_epoch() /
+               frame;
+    };
     EXPECT_EQ(again(9, false), 9);
     EXPECT_EQ(again(20, true), 19);
     EXPECT_EQ(again(23, false), 20);

@@ -99,7 +99,7 @@ TEST_F(MediaSourceTest, FileIsPassedThroughInALoopWithoutASeam)
     ASSERT_GT(audioBlocks.size(), 6U);
     for (std::size_t i = 1; i < audioBlocks.size(); ++i)
     {
-        EXPECT_GT(audioBlocks[i]->captureTimeNs, audioBlocks[i - 1]->captureTimeNs);
+        EXPECT_GT(audioBlocks[i]->captureTime, audioBlocks[i - 1]->captureTime);
     }
     EXPECT_EQ(video->discontinuities(), 0);
     EXPECT_EQ(source->starts(), 1);

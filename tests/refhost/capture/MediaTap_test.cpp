@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "refhost/media/Codec.h"
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/capture/StreamFixture.h"
 
 namespace refhost
@@ -90,7 +91,7 @@ TEST_F(MediaTapTest, TapGivesWholeFramesWithWhatTheirDecoderNeeds)
     {
         EXPECT_EQ(frames[i]->keyFrame, i % 10 == 0) << i;
         EXPECT_EQ(frames[i]->format, frames[0]->format);
-        EXPECT_EQ(frames[i]->durationNs, 40'000'000);
+        EXPECT_EQ(frames[i]->duration, std::chrono::milliseconds(40));
         // Length-prefixed NAL units fill the frame to its end.
         const std::vector<std::uint8_t>& bytes = frames[i]->bytes;
         std::size_t at = 0;
@@ -102,8 +103,9 @@ TEST_F(MediaTapTest, TapGivesWholeFramesWithWhatTheirDecoderNeeds)
         EXPECT_EQ(at, bytes.size());
         if (i > 0)
         {
-            EXPECT_NEAR(static_cast<double>(frames[i]->captureTimeNs - frames[i - 1]->captureTimeNs), 40e6,
-                        1e3);
+            EXPECT_NEAR(static_cast<double>(test::nsOf(frames[i]->captureTime) -
+                                            test::nsOf(frames[i - 1]->captureTime)),
+                        40e6, 1e3);
         }
     }
 }
@@ -116,9 +118,10 @@ TEST_F(MediaTapTest, UnitsHaveTheCaptureTimesOfThePackets)
     ASSERT_TRUE(viewer->waitForUnits(5));
     ASSERT_TRUE(sink->waitFor(30, 1));
     const std::vector<EncodedUnitPtr> frames = sink->frames();
-    const std::int64_t captured = viewer->units()[4]->captureTimeNs;
+    const std::int64_t captured = test::nsOf(viewer->units()[4]->captureTime);
     EXPECT_TRUE(std::any_of(frames.begin(), frames.end(),
-                            [&](const EncodedUnitPtr& frame) { return frame->captureTimeNs == captured; }));
+                            [&](const EncodedUnitPtr& frame)
+                            { return test::nsOf(frame->captureTime) == captured; }));
 }
 
 TEST_F(MediaTapTest, AudioComesInTheSameTimeWithItsOwnFormat)
@@ -133,7 +136,9 @@ TEST_F(MediaTapTest, AudioComesInTheSameTimeWithItsOwnFormat)
     EXPECT_EQ(audio.format->channels, 1);
     EXPECT_GE(audio.format->codecData.size(), 2U);
     EXPECT_TRUE(audio.keyFrame);
-    EXPECT_NEAR(static_cast<double>(audio.captureTimeNs - sink->frames()[0]->captureTimeNs), 0, 1e9);
+    EXPECT_NEAR(
+        static_cast<double>(test::nsOf(audio.captureTime) - test::nsOf(sink->frames()[0]->captureTime)), 0,
+        1e9);
 }
 
 TEST_F(MediaTapTest, OpusComesWithTheHeaderThatAFileNeeds)
@@ -160,7 +165,7 @@ TEST_F(MediaTapTest, TapLivesThroughAStopOfTheSource)
     ASSERT_TRUE(sink->waitFor(before + 3, 1));
     const std::vector<EncodedUnitPtr> frames = sink->frames();
     EXPECT_TRUE(frames[before]->keyFrame);
-    EXPECT_GT(frames[before]->captureTimeNs, frames[before - 1]->captureTimeNs);
+    EXPECT_GT(frames[before]->captureTime, frames[before - 1]->captureTime);
 }
 
 TEST_F(MediaTapTest, RemovedSinkIsNotCalledAnyMore)

@@ -11,29 +11,34 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1'000'000'000;
-constexpr std::int64_t ms = 1'000'000;
-constexpr std::int64_t frame = 40 * ms;
+constexpr Duration second = std::chrono::seconds(1);
+constexpr Duration ms = std::chrono::milliseconds(1);
+constexpr Duration frame = 40 * ms;
 constexpr std::uint32_t rate = 90000;
 constexpr std::uint32_t ssrc = 7;
+
+double nsOf(Duration span)
+{
+    return static_cast<double>(span.count());
+}
 
 /// A camera with a clock of its own, whose packets take some time.
 class SourceClockTest : public testing::Test
 {
 protected:
     /// The RTP timestamp of what is captured at `at`.
-    std::uint32_t timestampOf(std::int64_t at) const
+    std::uint32_t timestampOf(Duration at) const
     {
-        const double ticks = std::floor(static_cast<double>(at) * (1 + drift) * rate / second);
+        const double ticks = std::floor(nsOf(at) * (1 + drift) * rate / nsOf(second));
         return firstTimestamp + static_cast<std::uint32_t>(static_cast<std::int64_t>(ticks));
     }
 
     /// Has the frame that was captured at `at` arrive.
     /// \returns the error of its capture time
-    std::int64_t give(std::int64_t at, std::int64_t delay)
+    Duration give(Duration at, Duration delay)
     {
-        const std::int64_t media = clock.place(timestampOf(at), ssrc, at + delay);
-        const std::int64_t captured = clock.captured(media);
+        const Duration media = clock.place(timestampOf(at), ssrc, at + delay);
+        const Duration captured = clock.captured(media);
         minStep = std::min(minStep, captured - lastCaptured);
         minMediaStep = std::min(minMediaStep, media - lastMedia);
         lastMedia = media;
@@ -41,29 +46,29 @@ protected:
         return captured - at;
     }
 
-    SourceClock::Report reportAt(std::int64_t at, std::int64_t clockError = 0)
+    SourceClock::Report reportAt(Duration at, Duration clockError = {})
     {
         return clock.report(timestampOf(at), ssrc, at + clockError, at + 5 * ms);
     }
 
-    SourceClock clock{rate, true};
+    SourceClock clock{RtpClock(rate), true};
     std::uint32_t firstTimestamp = 0xfffff000U;
     double drift = 0;
-    std::int64_t lastMedia = -second;
-    std::int64_t lastCaptured = -second;
-    std::int64_t minStep = second;
-    std::int64_t minMediaStep = second;
+    Duration lastMedia = -second;
+    Duration lastCaptured = -second;
+    Duration minStep = second;
+    Duration minMediaStep = second;
 };
 
 TEST_F(SourceClockTest, MediaTimesFollowTheTimestampsWhateverTheNetworkDoes)
 {
     std::mt19937 random(1);
     give(second, 3 * ms);
-    const std::int64_t first = lastMedia;
+    const Duration first = lastMedia;
     for (std::int64_t i = 1; i < 500; ++i)
     {
-        give(second + i * frame, random() % 200 * ms);
-        EXPECT_NEAR(static_cast<double>(lastMedia - first), static_cast<double>(i * frame), 12e3) << i;
+        give(second + i * frame, static_cast<std::int64_t>(random() % 200) * ms);
+        EXPECT_NEAR(nsOf(lastMedia - first), nsOf(i * frame), 12e3) << i;
     }
 }
 
@@ -71,11 +76,11 @@ TEST_F(SourceClockTest, StallsOfSixSecondsMoveNoTime)
 {
     for (std::int64_t i = 0; i < 1500; ++i)
     {
-        const std::int64_t at = second + i * frame;
+        const Duration at = second + i * frame;
         // Twice the network stands still for six seconds, and brings everything at once then.
         const std::int64_t stallEnd = i >= 250 && i < 400 ? 250 + 150 : i >= 900 && i < 1050 ? 900 + 150 : i;
-        const std::int64_t error = give(at, (stallEnd - i) * frame + 5 * ms);
-        EXPECT_NEAR(static_cast<double>(error), 5e6, 1e6) << i;
+        const Duration error = give(at, (stallEnd - i) * frame + 5 * ms);
+        EXPECT_NEAR(nsOf(error), 5e6, 1e6) << i;
     }
     EXPECT_GT(minStep, frame - ms);
     EXPECT_GT(minMediaStep, frame - ms);
@@ -87,25 +92,25 @@ TEST_F(SourceClockTest, DriftIsFollowedOverHoursWithoutAJump)
     {
         for (const bool reports : {true, false})
         {
-            SourceClock fresh(rate, true);
+            SourceClock fresh(RtpClock(rate), true);
             drift = parts;
             std::mt19937 random(1);
-            std::int64_t worst = 0;
-            std::int64_t worstStep = 0;
-            std::int64_t before = 0;
+            Duration worst{};
+            Duration worstStep{};
+            Duration before{};
             for (std::int64_t i = 0; i < 6 * 3600 * 25; ++i)
             {
-                const std::int64_t at = second + i * frame;
-                const std::int64_t arrival = at + static_cast<std::int64_t>(random() % 30) * ms;
+                const Duration at = second + i * frame;
+                const Duration arrival = at + static_cast<std::int64_t>(random() % 30) * ms;
                 if (reports && i % 125 == 0)
                 {
                     fresh.report(timestampOf(at), ssrc, at, arrival);
                 }
-                const std::int64_t captured = fresh.captured(fresh.place(timestampOf(at), ssrc, arrival));
+                const Duration captured = fresh.captured(fresh.place(timestampOf(at), ssrc, arrival));
                 if (i > 60 * 25)
                 {
-                    worst = std::max(worst, std::abs(captured - at));
-                    worstStep = std::max(worstStep, std::abs(captured - before - frame));
+                    worst = std::max(worst, std::chrono::abs(captured - at));
+                    worstStep = std::max(worstStep, std::chrono::abs(captured - before - frame));
                 }
                 before = captured;
             }
@@ -118,7 +123,7 @@ TEST_F(SourceClockTest, DriftIsFollowedOverHoursWithoutAJump)
 TEST_F(SourceClockTest, ReportBeforeTheMediaDatesTheFirstFrame)
 {
     EXPECT_EQ(reportAt(second), SourceClock::Report::used);
-    EXPECT_NEAR(static_cast<double>(give(second + frame, 700 * ms)), 0, 1e5);
+    EXPECT_NEAR(nsOf(give(second + frame, 700 * ms)), 0, 1e5);
 }
 
 TEST_F(SourceClockTest, CaptureTimesTurnToTheReportsWithoutGoingBack)
@@ -129,10 +134,10 @@ TEST_F(SourceClockTest, CaptureTimesTurnToTheReportsWithoutGoingBack)
         {
             EXPECT_EQ(reportAt(second + 9 * frame), SourceClock::Report::used);
         }
-        const std::int64_t error = give(second + i * frame, 300 * ms);
+        const Duration error = give(second + i * frame, 300 * ms);
         if (i > 30)
         {
-            EXPECT_NEAR(static_cast<double>(error), 0, 1e6) << i;
+            EXPECT_NEAR(nsOf(error), 0, 1e6) << i;
         }
     }
     EXPECT_GE(minStep, frame / 2);
@@ -143,14 +148,14 @@ TEST_F(SourceClockTest, BurstAtTheStartIsDatedByWhatCannotBe)
     // Two seconds that were kept come at once: their last frame was captured just now.
     for (std::int64_t i = 0; i < 200; ++i)
     {
-        const std::int64_t at = second + i * frame;
-        const std::int64_t error = give(at, i < 50 ? (50 - i) * frame : 0);
+        const Duration at = second + i * frame;
+        const Duration error = give(at, i < 50 ? (50 - i) * frame : Duration::zero());
         if (i > 150)
         {
-            EXPECT_NEAR(static_cast<double>(error), 0, 35e6) << i;
+            EXPECT_NEAR(nsOf(error), 0, 35e6) << i;
         }
     }
-    EXPECT_GT(minStep, 0);
+    EXPECT_GT(minStep, Duration::zero());
 }
 
 TEST_F(SourceClockTest, ReportThatWasHeldUpIsBelieved)
@@ -159,7 +164,7 @@ TEST_F(SourceClockTest, ReportThatWasHeldUpIsBelieved)
     {
         give(second + i * frame, 5 * ms);
     }
-    const std::int64_t at = second + 50 * frame;
+    const Duration at = second + 50 * frame;
     EXPECT_EQ(clock.report(timestampOf(at), ssrc, at, at + 9 * second), SourceClock::Report::used);
 }
 
@@ -170,7 +175,7 @@ TEST_F(SourceClockTest, WrongClockIsNotBelieved)
     EXPECT_EQ(clock.report(timestampOf(second), ssrc, std::nullopt, second), SourceClock::Report::wrongClock);
     for (std::int64_t i = 1; i < 50; ++i)
     {
-        EXPECT_NEAR(static_cast<double>(give(second + i * frame, 5 * ms)), 5e6, 1e6);
+        EXPECT_NEAR(nsOf(give(second + i * frame, 5 * ms)), 5e6, 1e6);
     }
 }
 
@@ -180,16 +185,16 @@ TEST_F(SourceClockTest, ClockThatIsSetLaterIsBelievedThen)
     EXPECT_EQ(reportAt(second, -3600 * second), SourceClock::Report::wrongClock);
     EXPECT_EQ(reportAt(second + frame), SourceClock::Report::used);
     give(second + frame, 5 * ms);
-    EXPECT_NEAR(static_cast<double>(give(second + 2 * frame, 5 * ms)), 0, 1e5);
+    EXPECT_NEAR(nsOf(give(second + 2 * frame, 5 * ms)), 0, 1e5);
 }
 
 TEST_F(SourceClockTest, TimestampsThatJumpNeverTakeTheTimeBackOrFarAhead)
 {
     std::mt19937 random(1);
-    std::int64_t latest = 0;
+    Duration latest{};
     for (std::int64_t i = 0; i < 5000; ++i)
     {
-        const std::int64_t at = second + i * frame;
+        const Duration at = second + i * frame;
         if (i % 20 == 19)
         {
             firstTimestamp = static_cast<std::uint32_t>(random());
@@ -202,22 +207,22 @@ TEST_F(SourceClockTest, TimestampsThatJumpNeverTakeTheTimeBackOrFarAhead)
         give(at, 5 * ms);
         EXPECT_GT(lastMedia, latest - second) << i;
         latest = std::max(latest, lastMedia);
-        EXPECT_NEAR(static_cast<double>(lastMedia), static_cast<double>(at), 60e9);
+        EXPECT_NEAR(nsOf(lastMedia), nsOf(at), 60e9);
     }
     EXPECT_GT(minStep, -second);
 }
 
 TEST_F(SourceClockTest, AudioNeverGoesBackAtAll)
 {
-    SourceClock audio(8000, false);
+    SourceClock audio(RtpClock(8000), false);
     std::mt19937 random(1);
     std::uint32_t first = 0;
-    std::int64_t before = -1;
-    std::int64_t capturedBefore = -1;
+    Duration before(-1);
+    Duration capturedBefore(-1);
     for (std::int64_t i = 0; i < 5000; ++i)
     {
         first += i % 20 == 19 ? static_cast<std::uint32_t>(random() % 80000) - 40000 : 0;
-        const std::int64_t media =
+        const Duration media =
             audio.place(first + static_cast<std::uint32_t>(i) * 160, ssrc, second + i * 20 * ms);
         EXPECT_GT(media, before);
         EXPECT_GT(audio.captured(media), capturedBefore);
@@ -230,7 +235,7 @@ TEST_F(SourceClockTest, FramesInDecodingOrderKeepTheirTimes)
 {
     // I3 B1 B2 P6 B4 B5 …
     const std::int64_t shown[] = {3, 1, 2, 6, 4, 5, 9, 7, 8};
-    std::vector<std::int64_t> media;
+    std::vector<Duration> media;
     for (std::size_t i = 0; i < std::size(shown); ++i)
     {
         give(second + shown[i] * frame, (static_cast<std::int64_t>(i) - shown[i]) * frame + 5 * ms);
@@ -238,8 +243,7 @@ TEST_F(SourceClockTest, FramesInDecodingOrderKeepTheirTimes)
     }
     for (std::size_t i = 1; i < std::size(shown); ++i)
     {
-        EXPECT_NEAR(static_cast<double>(media[i] - media[0]),
-                    static_cast<double>((shown[i] - shown[0]) * frame), 12e3);
+        EXPECT_NEAR(nsOf(media[i] - media[0]), nsOf((shown[i] - shown[0]) * frame), 12e3);
     }
 }
 

@@ -110,7 +110,7 @@ TEST_F(LiveSessionDispatcherTest, TheAudioStartsWithTheFrame)
     ASSERT_EQ(1U, frames->units().size());
     EXPECT_EQ(key, frames->units().front());
     ASSERT_FALSE(audioWire->units().empty());
-    EXPECT_LE(key->captureTimeNs, audioWire->units().front()->captureTimeNs);
+    EXPECT_LE(key->captureTime, audioWire->units().front()->captureTime);
 }
 
 TEST_F(LiveSessionDispatcherTest, APauseKeepsSsrcAndSequence)

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "refhost/live/LiveSession.h"
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/live/LiveFakes.h"
 
 namespace refhost
@@ -52,7 +53,7 @@ TEST_F(LiveTrackTest, KeepsThePresentGopAndTheOneBefore)
     EXPECT_EQ(25U, view.head);
     EXPECT_TRUE(view.startable);
     EXPECT_EQ(20U, view.newest);
-    EXPECT_EQ(12 * 40 * ms, view.at.unit->captureTimeNs);
+    EXPECT_EQ(12 * 40 * ms, nsOf(view.at.unit->captureTime));
     EXPECT_EQ(nullptr, track->look(9).at.unit);
     EXPECT_EQ(nullptr, track->look(25).at.unit);
     EXPECT_EQ(20U, track->newestStart().index);

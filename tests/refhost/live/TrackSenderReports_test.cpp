@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "refhost/live/TrackSender.h"
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/live/TrackSenderFixture.h"
 
 namespace refhost
@@ -66,7 +67,7 @@ TEST_F(TrackSenderTest, TheFirstReportComesBeforeTheFirstPacket)
     EXPECT_EQ(first.ssrc, report.ssrc);
     EXPECT_EQ(0U, report.packets);
     // The instant of the report in RTP time, by the first frame's capture time.
-    const std::int64_t sinceMs = clock.monotonicMs() - first.unit->captureTimeNs / 1'000'000;
+    const std::int64_t sinceMs = clock.monotonicMs() - nsOf(first.unit->captureTime) / 1'000'000;
     EXPECT_EQ(11 * 40, sinceMs);
     EXPECT_EQ(first.timestamp + static_cast<std::uint32_t>(sinceMs * 90), report.timestamp);
     EXPECT_EQ(clock.monotonicMs(), report.wallMs());

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/live/TrackSenderFixture.h"
 
 namespace refhost
@@ -17,7 +18,7 @@ protected:
     static std::int64_t spanMs(Wire& wire)
     {
         const auto units = wire.units();
-        return (units.back()->captureTimeNs - units.front()->captureTimeNs) / 1'000'000;
+        return (nsOf(units.back()->captureTime) - nsOf(units.front()->captureTime)) / 1'000'000;
     }
 };
 
@@ -38,10 +39,10 @@ TEST_F(TrackSenderStart, APacedStartGoesThroughThePastAtItsRate)
         EXPECT_GT(spanMs(*wire), 4 * frames * frameMs - 2 * frameMs) << frames;
     }
     ticks(5);
-    EXPECT_EQ(wire->units().back()->captureTimeNs, clock.monotonicNs()) << "it has caught up";
+    EXPECT_EQ(nsOf(wire->units().back()->captureTime), clock.monotonicNs()) << "it has caught up";
     EXPECT_TRUE(wire->contiguous());
     ticks(20);
-    EXPECT_EQ(wire->units().back()->captureTimeNs, clock.monotonicNs()) << "and stays there";
+    EXPECT_EQ(nsOf(wire->units().back()->captureTime), clock.monotonicNs()) << "and stays there";
     EXPECT_EQ(statistics("s", video).unitsSkipped, 0U);
 }
 
@@ -77,7 +78,7 @@ TEST_F(TrackSenderStart, AudioKeepsToTheFramesInAPacedStart)
     {
         tick();
         const std::int64_t apartNs =
-            videoWire->units().back()->captureTimeNs - blocks->units().back()->captureTimeNs;
+            nsOf(videoWire->units().back()->captureTime) - nsOf(blocks->units().back()->captureTime);
         EXPECT_LE(std::abs(apartNs / 1'000'000), 2 * frameMs) << frames;
     }
 }

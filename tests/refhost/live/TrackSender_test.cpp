@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/live/TrackSenderFixture.h"
 
 namespace refhost
@@ -153,7 +154,7 @@ TEST_F(TrackSenderTest, AudioStartsAtTheKeyFrameWhicheverIsPlayedFirst)
             }
             const AccessUnitPtr key = frames->units().front();
             EXPECT_TRUE(key->keyFrame);
-            EXPECT_EQ(key->captureTimeNs, audioWire->units().front()->captureTimeNs);
+            EXPECT_EQ(key->captureTime, audioWire->units().front()->captureTime);
             EXPECT_TRUE(audioWire->contiguous());
             remove(session, video);
             remove(session, audio);
@@ -206,7 +207,7 @@ TEST_F(TrackSenderTest, AudioWaitsForAFrameThatIsStillToCome)
     ASSERT_FALSE(audioWire->packets.empty());
     expectFirst(audioInfo, audioWire->packets.front());
     expectFirst(frameInfo, frames->packets.front());
-    EXPECT_EQ(frames->units().front()->captureTimeNs, audioWire->units().front()->captureTimeNs);
+    EXPECT_EQ(frames->units().front()->captureTime, audioWire->units().front()->captureTime);
 }
 
 TEST_F(TrackSenderTest, AudioDoesNotWaitForEverForAFrame)
@@ -234,7 +235,7 @@ TEST_F(TrackSenderTest, AudioAloneStartsWithTheNewestBlock)
     const auto audioWire = setUp("s", audio);
     play("s", audio);
     ASSERT_EQ(1U, audioWire->units().size());
-    EXPECT_EQ(clock.monotonicNs(), audioWire->units().front()->captureTimeNs);
+    EXPECT_EQ(clock.monotonicNs(), nsOf(audioWire->units().front()->captureTime));
     EXPECT_EQ(0, source->keyRequests.load());
 }
 
@@ -246,7 +247,7 @@ TEST_F(TrackSenderTest, AudioThatJoinsRunningVideoStartsWhereItIs)
     ticks(60);
     play("s", audio);
     ASSERT_FALSE(audioWire->packets.empty());
-    EXPECT_EQ(frames->units().back()->captureTimeNs, audioWire->units().front()->captureTimeNs);
+    EXPECT_EQ(frames->units().back()->captureTime, audioWire->units().front()->captureTime);
 }
 
 TEST_F(TrackSenderTest, AudioKeepsWhatLongGopsNeed)
@@ -267,7 +268,7 @@ TEST_F(TrackSenderTest, AudioKeepsWhatLongGopsNeed)
     play("s", audio);
     release("s");
     EXPECT_EQ(200U, frames->units().size());
-    EXPECT_EQ(frames->units().front()->captureTimeNs, audioWire->units().front()->captureTimeNs);
+    EXPECT_EQ(frames->units().front()->captureTime, audioWire->units().front()->captureTime);
 }
 
 // ---- Audio that travels with the frame

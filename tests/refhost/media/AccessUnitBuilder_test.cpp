@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "tests/refhost/base/Nanoseconds.h"
+
 namespace refhost
 {
 namespace
@@ -35,7 +37,7 @@ protected:
 
     static bool give(AccessUnitBuilder& builder, const Bytes& bytes, std::int64_t time = 0)
     {
-        return builder.add(bytes.data(), bytes.size(), time);
+        return builder.add(bytes.data(), bytes.size(), test::instantOf(time));
     }
 
     /// The one unit that these payloads make.
@@ -64,7 +66,7 @@ TEST_F(AccessUnitBuilderTest, MarkerEndsAUnit)
     EXPECT_EQ(units[0]->packets.size(), 2U);
     EXPECT_EQ(units[0]->payloadBytes, 5U);
     EXPECT_EQ(units[0]->rtpTimestamp, 9000U);
-    EXPECT_EQ(units[0]->captureTimeNs, 77);
+    EXPECT_EQ(test::nsOf(units[0]->captureTime), 77);
 }
 
 TEST_F(AccessUnitBuilderTest, AUnitWithoutEndIsLeftOutAndTheNextIsTaken)
@@ -197,7 +199,7 @@ TEST_F(AccessUnitBuilderTest, PacketsWithMoreThanAPlainHeaderAreNotTaken)
     for (std::size_t size = 0; size <= 12; ++size)
     {
         const Bytes bytes = packet(1, true, {1});
-        EXPECT_FALSE(builder.add(bytes.data(), size, 0)) << size;
+        EXPECT_FALSE(builder.add(bytes.data(), size, MonotonicTime())) << size;
     }
     EXPECT_TRUE(units.empty());
 }

@@ -4,6 +4,7 @@
 
 #include "refhost/capture/EncoderLine.h"
 #include "refhost/capture/MediaSource.h"
+#include "refhost/media/LaunchBin.h"
 
 namespace refhost
 {
@@ -32,7 +33,7 @@ protected:
     static bool canBeMade(const std::string& line)
     {
         std::string error;
-        GstElement* const bin = makeBin(line, error);
+        GstElement* const bin = makeLaunchBin(line, UnlinkedPads::ghosted, error);
         EXPECT_NE(bin, nullptr) << line << ": " << error;
         if (bin != nullptr)
         {

@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-#include "refhost/base/SocketHandle.h"
+#include "refhost/base/Descriptor.h"
 #include "refhost/net/TcpStream.h"
 #include "tests/refhost/net/MemoryStream.h"
 #include "tests/refhost/threads/LoopHelpers.h"
@@ -51,14 +51,14 @@ public:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
         auto* const any = reinterpret_cast<sockaddr*>(&address);
-        const SocketHandle listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         EXPECT_EQ(0, ::bind(listener.get(), any, size));
         EXPECT_EQ(0, ::listen(listener.get(), 1));
         EXPECT_EQ(0, ::getsockname(listener.get(), any, &size));
         const timeval patience{10, 0};
         EXPECT_EQ(0, ::setsockopt(far_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience));
         EXPECT_EQ(0, ::connect(far_.get(), any, size));
-        SocketHandle near(::accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        Descriptor near(::accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         const SocketAddress peer = SocketAddress::localOf(far_.get());
         stream = std::make_shared<TcpStream>(std::move(near), peer);
     }
@@ -93,7 +93,7 @@ public:
     }
 
 private:
-    SocketHandle far_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    Descriptor far_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
 };
 
 class MemoryUnderTest : public StreamUnderTest

@@ -15,10 +15,7 @@ namespace
 
 SocketAddress loopback()
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return SocketAddress(reinterpret_cast<const sockaddr*>(&address));
+    return *SocketAddress::parse("127.0.0.1");
 }
 
 }  // namespace

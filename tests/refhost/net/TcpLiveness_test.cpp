@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "refhost/base/SocketHandle.h"
+#include "refhost/base/Descriptor.h"
 
 namespace refhost
 {
@@ -37,7 +37,7 @@ protected:
         const int small = 4096;
         EXPECT_EQ(0, ::setsockopt(client_.get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small));
         EXPECT_EQ(0, ::connect(client_.get(), any, size));
-        server_ = SocketHandle(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        server_ = Descriptor(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     }
 
     int option(int name) const
@@ -66,9 +66,9 @@ protected:
         }
     }
 
-    SocketHandle listener_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-    SocketHandle client_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-    SocketHandle server_{-1};
+    Descriptor listener_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    Descriptor client_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    Descriptor server_{-1};
 };
 
 TEST_F(TcpLivenessTest, ADeadIdlePeerIsFoundWithinTheTime)
@@ -108,7 +108,7 @@ TEST_F(TcpLivenessTest, AConnectionThatIsOverTellsNothing)
 {
     const linger now{1, 0};
     ::setsockopt(client_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
-    client_ = SocketHandle(-1);
+    client_ = Descriptor();
     const auto begin = std::chrono::steady_clock::now();
     while (TcpLiveness::silence(server_.get()) &&
            std::chrono::steady_clock::now() - begin < std::chrono::seconds(10))

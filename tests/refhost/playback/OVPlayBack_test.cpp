@@ -15,6 +15,7 @@
 #include "refhost/base/HostStatus.h"
 #include "refhost/media/Device.h"
 #include "refhost/recording/RecordingIndex.h"
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/playback/RecordedMedia.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
@@ -200,7 +201,7 @@ protected:
         std::vector<double> seconds;
         for (const AccessUnitPtr& unit : wire.units())
         {
-            seconds.push_back(secondsAt(unit->captureTimeNs));
+            seconds.push_back(secondsAt(nsOf(unit->captureTime)));
         }
         return seconds;
     }

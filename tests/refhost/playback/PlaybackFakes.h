@@ -286,7 +286,8 @@ protected:
         std::vector<double> seconds;
         for (const AccessUnitPtr& unit : wire.units())
         {
-            seconds.push_back(refhost::secondsOf(Duration(unit->captureTimeNs) - at(0).time_since_epoch()));
+            seconds.push_back(
+                refhost::secondsOf(unit->captureTime.time_since_epoch() - at(0).time_since_epoch()));
         }
         return seconds;
     }

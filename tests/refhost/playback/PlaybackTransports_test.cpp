@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/playback/PlaybackFakes.h"
 
 namespace refhost
@@ -245,9 +246,10 @@ TEST_F(PlaybackTransports, ReplayCarriesTheExtensionInTheFirstPacketOfAUnit)
         EXPECT_EQ(at[12] * 256 + at[13], 0xabac);
         EXPECT_EQ(at[14] * 256 + at[15], 3);
         const std::vector<std::uint8_t> bytes(at, at + 28);
-        EXPECT_EQ(std::int64_t{word(bytes, 16)} - 2'208'988'800, unit.captureTimeNs / nanosecondsPerSecond);
+        EXPECT_EQ(std::int64_t{word(bytes, 16)} - 2'208'988'800,
+                  nsOf(unit.captureTime) / nanosecondsPerSecond);
         EXPECT_NEAR(word(bytes, 20) / 4294967296.0,
-                    static_cast<double>(unit.captureTimeNs % nanosecondsPerSecond) / 1e9, 1e-8);
+                    static_cast<double>(nsOf(unit.captureTime) % nanosecondsPerSecond) / 1e9, 1e-8);
         EXPECT_EQ(at[24], (i % 25 == 0 ? 0x80 : 0) | (i == 49 ? 0x40 : 0));
         EXPECT_EQ(at[25], 0xf7);
         EXPECT_EQ(first.size, AccessUnit::rtpHeaderSize + 16 + 1364);

@@ -108,7 +108,7 @@ TEST(ReplayExtension, EverythingElseOfTheUnitStays)
     const AccessUnitPtr extended = ReplayExtension().addTo(*plain);
     ASSERT_EQ(extended->packets.size(), plain->packets.size());
     EXPECT_EQ(extended->payloadBytes, plain->payloadBytes);
-    EXPECT_EQ(extended->captureTimeNs, plain->captureTimeNs);
+    EXPECT_EQ(extended->captureTime, plain->captureTime);
     EXPECT_EQ(extended->keyFrame, plain->keyFrame);
     EXPECT_EQ(extended->headerSize(0), 28U);
     EXPECT_EQ(extended->headerSize(1), 12U);

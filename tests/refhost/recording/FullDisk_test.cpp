@@ -46,8 +46,8 @@ protected:
         ledger_->setIndex(index_);
         room_ = std::make_shared<RecordingRoom>(*ledger_);
         ledger_->setMakeRoom([room = room_](bool again) { return room->make(again); });
-        options_.segmentNs = second;
-        options_.retryNs = 3 * second;
+        options_.segmentLength = Duration(second);
+        options_.retry = Duration(3 * second);
         options_.clock = &clock_;
     }
 
@@ -243,7 +243,7 @@ TEST_F(FullDiskTest, PlayedSegmentsGoWhereNothingElseIsLeft)
 TEST_F(FullDiskTest, WhatIsBeingWrittenAndOtherFilesStay)
 {
     const auto source = std::make_shared<RecordedStreamFake>();
-    options_.segmentNs = 3600 * second;
+    options_.segmentLength = Duration(3600 * second);
     const auto recorder = record(1, source);
     source->giveMedia(0, 5, 10000);
     source->drain();

@@ -6,6 +6,7 @@
 
 #include "refhost/media/Codec.h"
 #include "refhost/media/EncodedUnit.h"
+#include "tests/refhost/base/Nanoseconds.h"
 
 namespace refhost
 {
@@ -88,9 +89,9 @@ private:
             made->bytes[3] = static_cast<std::uint8_t>(rest);
             made->bytes[4] = key ? 0x65 : 0x41;
         }
-        made->captureTimeNs = at(time);
-        made->decodeTimeNs = made->captureTimeNs;
-        made->durationNs = static_cast<std::int64_t>(length * 1e9);
+        made->captureTime = test::instantOf(at(time));
+        made->decodeTime = made->captureTime;
+        made->duration = durationOf(std::chrono::duration<double>(length));
         made->keyFrame = key;
         return made;
     }

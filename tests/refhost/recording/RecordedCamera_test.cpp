@@ -9,6 +9,7 @@
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/recording/Recorder.h"
 #include "tests/TemporaryFolder.h"
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/capture/StreamFixture.h"
 
 namespace refhost
@@ -23,7 +24,7 @@ public:
     void onEncodedUnit(const EncodedUnitPtr& unit) override
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        const std::int64_t date = HostClock::system().wall().mapping().at(unit->captureTimeNs);
+        const std::int64_t date = HostClock::system().wall().mapping().at(test::nsOf(unit->captureTime));
         (isVideo(unit->format->codec) ? frames : audioBlocks).push_back(date);
     }
     void onDiscontinuity() override {}
@@ -45,7 +46,7 @@ protected:
         std::string error;
         index_ = RecordingIndex::open(folder_.path(), error);
         ledger_->setIndex(index_);
-        recording_.segmentNs = 800 * millisecond;
+        recording_.segmentLength = Duration(800 * millisecond);
     }
 
     void record()
@@ -183,7 +184,7 @@ TEST_F(RecordedCameraTest, RestartOfASourceStartsASegmentWithItsTrueTime)
         "videotestsrc is-live=true num-buffers=30 ! video/x-raw,width=320,height=180,framerate=25/1 ! "
         "identity name=video";
     stream.audioCodec = std::nullopt;
-    recording_.segmentNs = 3600000 * millisecond;
+    recording_.segmentLength = Duration(3600000 * millisecond);
     // Longer than the last frame is displayed.
     options.restartPauses = {std::chrono::milliseconds(100)};
     open();
@@ -221,7 +222,9 @@ TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)
     const std::vector<AccessUnitPtr> units = viewer->units();
     for (std::size_t i = 1; i < units.size(); ++i)
     {
-        EXPECT_NEAR(static_cast<double>(units[i]->captureTimeNs - units[i - 1]->captureTimeNs), 40e6, 1e3);
+        EXPECT_NEAR(
+            static_cast<double>(test::nsOf(units[i]->captureTime) - test::nsOf(units[i - 1]->captureTime)),
+            40e6, 1e3);
     }
     EXPECT_EQ(viewer->discontinuities(), 0);
     release.set_value();

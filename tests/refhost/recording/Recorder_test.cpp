@@ -65,8 +65,8 @@ protected:
         std::string error;
         index_ = RecordingIndex::open(folder_.path(), error);
         ledger_->setIndex(index_);
-        options_.segmentNs = 4 * second;
-        options_.retryNs = 3 * second;
+        options_.segmentLength = Duration(4 * second);
+        options_.retry = Duration(3 * second);
         options_.clock = &clock_;
     }
     ~RecorderTest() override
@@ -171,7 +171,7 @@ TEST_F(RecorderTest, SingleFramesOfASourceThatKeepsStoppingAreKnownToTheIndex)
     for (int i = 0; i < 3; ++i)
     {
         EncodedUnit frame = *source_->made.frame(i * 10.0, true);
-        frame.durationNs = 0;
+        frame.duration = Duration::zero();
         source_->give(std::make_shared<EncodedUnit>(frame));
         source_->interrupt();
     }
@@ -234,8 +234,8 @@ TEST_F(RecorderTest, DirectoryThatIsTakenAwayStopsTheRecordingUntilItIsBack)
 
 TEST_F(RecorderTest, SystemIsToBringMediaToTheDiskBeforeLong)
 {
-    options_.segmentNs = 12 * second;
-    options_.writeOutNs = 5 * second;
+    options_.segmentLength = Duration(12 * second);
+    options_.writeOut = Duration(5 * second);
     writtenOut().seconds.clear();
     start();
     source_->giveMedia(0, 14);
@@ -250,7 +250,7 @@ TEST_F(RecorderTest, SystemIsToBringMediaToTheDiskBeforeLong)
 
 TEST_F(RecorderTest, DiskThatFailsWhenTheSystemWritesStopsTheRecording)
 {
-    options_.writeOutNs = 2 * second;
+    options_.writeOut = Duration(2 * second);
     CapturedErrors log;
     writtenOut().fails = true;
     start();
@@ -322,7 +322,7 @@ private:
 
 TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
 {
-    options_.segmentNs = 3600 * second;
+    options_.segmentLength = Duration(3600 * second);
     CapturedErrors log;
     start();
     source_->giveMedia(0, 3);
@@ -349,7 +349,7 @@ TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
 TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
 {
     options_.maxQueued = 100000;
-    options_.segmentNs = second;
+    options_.segmentLength = Duration(second);
     std::promise<void> hanging;
     std::promise<void> release;
     std::future<void> released = release.get_future();

@@ -32,7 +32,8 @@ protected:
         const std::string path = folder_ / SegmentPath{1, 0, at(begin)}.toString();
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
         std::string error;
-        const auto writer = SegmentWriter::create(path, {at(begin), at(begin)}, {video}, error);
+        const auto writer = SegmentWriter::create(
+            path, {test::instantOf(at(begin)), WallTime(Duration(at(begin)))}, {video}, error);
         EXPECT_TRUE(writer) << error;
         for (int i = 0; i < static_cast<int>(length * 25); ++i)
         {

@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/recording/MadeUnits.h"
 
 namespace refhost
@@ -24,12 +25,12 @@ struct Piece
 class SegmentCutterTest : public testing::Test, protected MadeUnits, private SegmentSink
 {
 protected:
-    void startSegment(std::int64_t beginNs, const Tracks& tracks) override
+    void startSegment(MonotonicTime begin, const Tracks& tracks) override
     {
         EXPECT_FALSE(open_);
         open_ = true;
         pieces_.emplace_back();
-        pieces_.back().begin = seconds(beginNs - epochNs);
+        pieces_.back().begin = seconds(test::nsOf(begin) - epochNs);
         pieces_.back().tracks = tracks;
     }
     void writeUnit(std::size_t track, const EncodedUnitPtr& unit) override
@@ -38,13 +39,13 @@ protected:
         ASSERT_LT(track, pieces_.back().tracks.size());
         EXPECT_EQ(*pieces_.back().tracks[track], *unit->format);
         (isVideo(unit->format->codec) ? pieces_.back().frames : pieces_.back().audioBlocks)
-            .push_back(seconds(unit->captureTimeNs - epochNs));
+            .push_back(seconds(test::nsOf(unit->captureTime) - epochNs));
     }
-    void endSegment(std::int64_t durationNs) override
+    void endSegment(Duration duration) override
     {
         EXPECT_TRUE(open_);
         open_ = false;
-        pieces_.back().duration = seconds(durationNs);
+        pieces_.back().duration = seconds(duration.count());
     }
 
     static double seconds(std::int64_t nanoseconds)
@@ -76,7 +77,7 @@ protected:
     }
 
     SegmentCutter::Expected expected_;
-    SegmentCutter cutter_{4 * second, [this] { return expected_; }, *this};
+    SegmentCutter cutter_{Duration(4 * second), [this] { return expected_; }, *this};
     bool open_ = false;
     std::vector<Piece> pieces_;
 };

@@ -10,9 +10,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "refhost/base/SocketHandle.h"
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/SocketAddress.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
-#include "refhost/rtp/udp/UdpAddress.h"
 
 namespace refhost
 {
@@ -43,12 +43,9 @@ public:
         return 20000 + static_cast<int>(getpid() % 5000) * 8;
     }
 
-    static UdpAddress addressOf(const MulticastGroup& group, int port)
+    static SocketAddress addressOf(const MulticastGroup& group, int port)
     {
-        UdpAddress address;
-        EXPECT_TRUE(UdpAddress::parse(group.addressText(), address));
-        address.setPort(port);
-        return address;
+        return *SocketAddress::parse(group.addressText(), port);
     }
 
     /// Waits for something to read, with a bound.
@@ -62,19 +59,19 @@ public:
     /// The next packet. \returns nothing when none comes
     Bytes receive()
     {
-        UdpAddress from;
+        SocketAddress from;
         return receive(from);
     }
 
     /// \param[out] from  who sent it
-    Bytes receive(UdpAddress& from)
+    Bytes receive(SocketAddress& from)
     {
         Bytes packet(2000);
         if (!waitReadable(socket_.get()))
         {
             return {};
         }
-        socklen_t room = UdpAddress::room;
+        socklen_t room = SocketAddress::room;
         const auto size = ::recvfrom(socket_.get(), packet.data(), packet.size(), 0, from.fill(), &room);
         packet.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
         return packet;
@@ -99,8 +96,8 @@ public:
     }
 
 private:
-    SocketHandle socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-    const UdpAddress address_;
+    Descriptor socket_{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    const SocketAddress address_;
 };
 
 }  // namespace test

@@ -11,6 +11,7 @@
 #include "refhost/base/HostClock.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "tests/refhost/base/ManualClock.h"
+#include "tests/refhost/base/Nanoseconds.h"
 
 namespace refhost
 {
@@ -197,7 +198,7 @@ inline AccessUnitPtr makeUnit(std::uint32_t timestamp, std::int64_t captureNs, b
         unit->append(packet.data(), packet.size());
     }
     unit->rtpTimestamp = timestamp;
-    unit->captureTimeNs = captureNs;
+    unit->captureTime = instantOf(captureNs);
     unit->keyFrame = key;
     return unit;
 }

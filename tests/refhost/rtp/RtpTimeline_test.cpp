@@ -17,7 +17,7 @@ AccessUnit unitAt(std::uint32_t timestamp, MonotonicTime capture)
 {
     AccessUnit unit;
     unit.rtpTimestamp = timestamp;
-    unit.captureTimeNs = capture.time_since_epoch().count();
+    unit.captureTime = capture;
     return unit;
 }
 

@@ -146,11 +146,11 @@ TEST_F(MulticastServerTest, PacketsLeaveFromTheAnnouncedPortsAndAddress)
         (*tracks[track])->send(makeUnit(1, 1, true, 1), 0, {7, 8, 9, 96}, false);
         const Bytes report{0x80, 200, 0, 1, 1, 2, 3, 4};
         (*tracks[track])->sendRtcp(report.data(), report.size());
-        UdpAddress from;
+        SocketAddress from;
         EXPECT_EQ(112U, rtp.receive(from).size());
-        EXPECT_EQ(destination.source + ":" + std::to_string(port), from.text());
+        EXPECT_EQ(destination.source + ":" + std::to_string(port), from.textWithPort());
         EXPECT_EQ(report, rtcp.receive(from));
-        EXPECT_EQ(destination.source + ":" + std::to_string(port + 1), from.text());
+        EXPECT_EQ(destination.source + ":" + std::to_string(port + 1), from.textWithPort());
     }
 }
 
@@ -296,8 +296,8 @@ TEST_F(MulticastServerTest, ATakenRtpPortKeepsNothingFromBeingSent)
     const auto server = open();
     MulticastDestination destination;
     ASSERT_TRUE(server->describe(mainStream, destination));
-    auto taken = std::make_unique<SocketHandle>(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    UdpAddress wildcard;
+    auto taken = std::make_unique<Descriptor>(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    SocketAddress wildcard = SocketAddress::any(AF_INET);
     wildcard.setPort(destination.group.portOf(0));
     ASSERT_EQ(0, ::bind(taken->get(), wildcard.get(), wildcard.size()));
     Transport transport;
@@ -313,8 +313,8 @@ TEST_F(MulticastServerTest, ATakenReportPortKeepsNothingFromBeingSent)
     const auto server = open();
     MulticastDestination destination;
     ASSERT_TRUE(server->describe(mainStream, destination));
-    const SocketHandle taken(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const UdpAddress address = GroupMember::addressOf(destination.group, destination.group.portOf(0) + 1);
+    const Descriptor taken(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const SocketAddress address = GroupMember::addressOf(destination.group, destination.group.portOf(0) + 1);
     ASSERT_EQ(0, ::bind(taken.get(), address.get(), address.size()));
     Transport transport;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));

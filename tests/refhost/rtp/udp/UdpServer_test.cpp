@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "refhost/rtp/udp/UdpAddress.h"
+#include "refhost/base/SocketAddress.h"
 #include "support/SafePointer.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
@@ -37,13 +37,12 @@ class ClientSocket
 public:
     explicit ClientSocket(const std::string& address)
     {
-        UdpAddress any;
-        EXPECT_TRUE(UdpAddress::parse(address, any));
+        const SocketAddress any = *SocketAddress::parse(address);
         descriptor_ = ::socket(any.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0);
         const int room = 4 << 20;
         setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &room, sizeof(room));
         EXPECT_EQ(0, ::bind(descriptor_, any.get(), any.size()));
-        socklen_t size = UdpAddress::room;
+        socklen_t size = SocketAddress::room;
         EXPECT_EQ(0, getsockname(descriptor_, bound_.fill(), &size));
     }
 
@@ -60,11 +59,9 @@ public:
         return bound_.port();
     }
 
-    sockaddr_storage storage() const
+    const SocketAddress& address() const
     {
-        sockaddr_storage copy{};
-        std::memcpy(&copy, bound_.get(), bound_.size());
-        return copy;
+        return bound_;
     }
 
     /// The next datagram; empty when none comes.
@@ -88,7 +85,7 @@ public:
 
     void sendTo(int port, const Bytes& data) const
     {
-        UdpAddress to = bound_;
+        SocketAddress to = bound_;
         to.setPort(port);
         EXPECT_EQ(static_cast<ssize_t>(data.size()),
                   ::sendto(descriptor_, data.data(), data.size(), 0, to.get(), to.size()));
@@ -96,7 +93,7 @@ public:
 
 private:
     int descriptor_ = -1;
-    UdpAddress bound_;
+    SocketAddress bound_;
 };
 
 /// An empty receiver report of a client's.
@@ -182,7 +179,7 @@ TEST(UdpServer, ATransportTakesFewUnitsAtOnceAndItsClientJustFallsSilent)
 {
     const auto server = openServer();
     const ClientSocket rtp("127.0.0.1");
-    const auto transport = server->makeTransport(rtp.storage(), rtp.port(), rtp.port(), nullptr);
+    const auto transport = server->makeTransport(rtp.address(), rtp.port(), rtp.port(), nullptr);
     const TransportTraits& traits = transport->traits();
     EXPECT_EQ(traits.maxCatchUpUnits, 4U);
     EXPECT_FALSE(traits.joinsUnits);
@@ -201,7 +198,7 @@ TEST_P(UdpServerAddressTest, ClientsGetEveryPacketWhateverTheSizes)
     const auto server = openServer(address, segmentation);
     const ClientSocket rtp(address);
     const ClientSocket rtcp(address);
-    auto transport = server->makeTransport(rtp.storage(), rtp.port(), rtcp.port(), nullptr);
+    auto transport = server->makeTransport(rtp.address(), rtp.port(), rtcp.port(), nullptr);
     EXPECT_EQ(IConnection::udpUnicast, transport->transportKind);
     const std::vector<std::vector<std::size_t>> cases = {
         {160},
@@ -240,7 +237,7 @@ TEST(UdpServer, PacketsBeyondThePathAreFragmentedWithoutGivingUpSegments)
 {
     const auto server = openServer();
     const ClientSocket rtp("127.0.0.1");
-    auto transport = server->makeTransport(rtp.storage(), rtp.port(), rtp.port(), nullptr);
+    auto transport = server->makeTransport(rtp.address(), rtp.port(), rtp.port(), nullptr);
     // The loopback's MTU is 65536: segments of that size do not exist, but two such packets do.
     const auto unit = unitOfSizes({40000, 40000});
     EXPECT_EQ(SendStatus::sent, transport->send(unit, 0, header, false).status);
@@ -298,8 +295,8 @@ TEST(UdpServer, ReportsGoToTheTransportOfTheirSender)
     const auto liveness = std::make_shared<SessionLiveness>();
     const auto listener = std::make_shared<RtcpListener>();
     const auto other = std::make_shared<RtcpListener>();
-    auto transport = server->makeTransport(first.storage(), 9, first.port(), liveness);
-    auto otherTransport = server->makeTransport(second.storage(), 9, second.port(), nullptr);
+    auto transport = server->makeTransport(first.address(), 9, first.port(), liveness);
+    auto otherTransport = server->makeTransport(second.address(), 9, second.port(), nullptr);
     transport->setListener(listener);
     otherTransport->setListener(other);
 
@@ -319,7 +316,7 @@ TEST(UdpServer, WhatIsNoRtcpOrRtpKeepsNothingAlive)
     const ClientSocket client("127.0.0.1");
     const auto liveness = std::make_shared<SessionLiveness>();
     const auto listener = std::make_shared<RtcpListener>();
-    auto transport = server->makeTransport(client.storage(), client.port(), client.port(), liveness);
+    auto transport = server->makeTransport(client.address(), client.port(), client.port(), liveness);
     transport->setListener(listener);
     transport->takeRtp();
     const Bytes padded = {0xa0, 201, 0, 2, 0, 0, 0, 1, 0, 0, 0, 4};
@@ -349,8 +346,8 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
     const auto heard = std::make_shared<RtcpListener>();
     const auto other = std::make_shared<RtcpListener>();
     auto talking = std::make_unique<SafePointer<RtpTransport>>(
-        server->makeTransport(sender.storage(), sender.port(), 9, liveness));
-    auto viewing = server->makeTransport(viewer.storage(), viewer.port(), 9, nullptr);
+        server->makeTransport(sender.address(), sender.port(), 9, liveness));
+    auto viewing = server->makeTransport(viewer.address(), viewer.port(), 9, nullptr);
     (*talking)->setListener(heard);
     viewing->setListener(other);
     (*talking)->takeRtp();
@@ -378,8 +375,8 @@ TEST(UdpServer, AnEndedTransportLeavesItsPortToTheYounger)
     const ClientSocket client("127.0.0.1");
     const auto listener = std::make_shared<RtcpListener>();
     std::unique_ptr<SafePointer<RtpTransport>> former(
-        new SafePointer<RtpTransport>(server->makeTransport(client.storage(), 9, client.port(), nullptr)));
-    auto younger = server->makeTransport(client.storage(), 9, client.port(), nullptr);
+        new SafePointer<RtpTransport>(server->makeTransport(client.address(), 9, client.port(), nullptr)));
+    auto younger = server->makeTransport(client.address(), 9, client.port(), nullptr);
     younger->setListener(listener);
     former.reset();
     client.sendTo(server->rtcpPort(), reportBy(1));
@@ -393,7 +390,7 @@ TEST(UdpServer, AFloodIsReadInBoundedShares)
     const auto server = openServer();
     const ClientSocket client("127.0.0.1");
     const auto listener = std::make_shared<RtcpListener>();
-    auto transport = server->makeTransport(client.storage(), 9, client.port(), nullptr);
+    auto transport = server->makeTransport(client.address(), 9, client.port(), nullptr);
     transport->setListener(listener);
     for (int i = 0; i < 200; ++i)
     {
@@ -413,18 +410,10 @@ TEST(UdpServer, AFloodIsReadInBoundedShares)
 TEST(UdpServer, RefusalsOfTheNetworkEndNothing)
 {
     const auto server = openServer();
-    sockaddr_storage closed{};
-    UdpAddress nobody;
-    ASSERT_TRUE(UdpAddress::parse("127.0.0.1", nobody));
-    std::memcpy(&closed, nobody.get(), nobody.size());
     // A port that nobody listens on.
-    auto transport = server->makeTransport(closed, 9, 10, nullptr);
+    auto transport = server->makeTransport(*SocketAddress::parse("127.0.0.1"), 9, 10, nullptr);
     // An address that a socket bound to loopback has no way to.
-    sockaddr_storage unreachable{};
-    UdpAddress other;
-    ASSERT_TRUE(UdpAddress::parse("0.0.0.1", other));
-    std::memcpy(&unreachable, other.get(), other.size());
-    auto lost = server->makeTransport(unreachable, 9, 10, nullptr);
+    auto lost = server->makeTransport(*SocketAddress::parse("0.0.0.1"), 9, 10, nullptr);
     const auto unit = makeUnit(0, 0, true, 40);
     for (int i = 0; i < 10; ++i)
     {
@@ -442,7 +431,7 @@ TEST(UdpServer, ReportsGoFromTheRtcpPort)
 {
     const auto server = openServer();
     const ClientSocket rtcp("127.0.0.1");
-    auto transport = server->makeTransport(rtcp.storage(), 9, rtcp.port(), nullptr);
+    auto transport = server->makeTransport(rtcp.address(), 9, rtcp.port(), nullptr);
     transport->sendRtcp(Bytes{1, 2, 3}.data(), 3);
     EXPECT_EQ((Bytes{1, 2, 3}), rtcp.receive());
 }
@@ -451,7 +440,7 @@ TEST(UdpServer, TransportsOutliveTheServer)
 {
     auto server = openServer();
     const ClientSocket rtp("127.0.0.1");
-    auto transport = server->makeTransport(rtp.storage(), rtp.port(), 9, nullptr);
+    auto transport = server->makeTransport(rtp.address(), rtp.port(), 9, nullptr);
     server.reset();
     EXPECT_EQ(SendStatus::sent, transport->send(unitOfSizes({10}), 0, header, false).status);
     EXPECT_EQ(22U, rtp.receive().size());
@@ -461,7 +450,7 @@ TEST(UdpServer, AWildcardSixServesFour)
 {
     const auto server = openServer("::");
     const ClientSocket rtp("127.0.0.1");
-    auto transport = server->makeTransport(rtp.storage(), rtp.port(), rtp.port(), nullptr);
+    auto transport = server->makeTransport(rtp.address(), rtp.port(), rtp.port(), nullptr);
     const auto listener = std::make_shared<RtcpListener>();
     transport->setListener(listener);
     EXPECT_EQ(SendStatus::sent, transport->send(unitOfSizes({10}), 0, header, false).status);

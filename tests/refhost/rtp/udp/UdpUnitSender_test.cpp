@@ -73,12 +73,12 @@ TEST(UdpUnitSender, AFullSocketTellsHowManyPacketsItTook)
     ScriptedSender sender;
     sender.answers = {3, -EAGAIN};
     const auto unit = makeUnit(0, 0, true, 10);
-    SendResult result = sender.send(UdpAddress(), unit, 0, header);
+    SendResult result = sender.send(SocketAddress(), unit, 0, header);
     EXPECT_EQ(SendStatus::congested, result.status);
     EXPECT_EQ(3U, result.packets);
     RtpHeaderFields rest = header;
     rest.sequence = 103;
-    result = sender.send(UdpAddress(), unit, 3, rest);
+    result = sender.send(SocketAddress(), unit, 3, rest);
     EXPECT_EQ(SendStatus::sent, result.status);
     EXPECT_EQ(7U, result.packets);
     std::vector<std::uint16_t> all(10);
@@ -95,7 +95,7 @@ TEST(UdpUnitSender, ShortOfMemoryIsCongestionToo)
     {
         ScriptedSender sender;
         sender.answers = {-error};
-        const SendResult result = sender.send(UdpAddress(), makeUnit(0, 0, true, 2), 0, header);
+        const SendResult result = sender.send(SocketAddress(), makeUnit(0, 0, true, 2), 0, header);
         EXPECT_EQ(SendStatus::congested, result.status) << error;
         EXPECT_EQ(0U, result.packets) << error;
     }
@@ -105,7 +105,7 @@ TEST(UdpUnitSender, AnInterruptedCallIsMadeAgain)
 {
     ScriptedSender sender;
     sender.answers = {-EINTR, -EINTR};
-    EXPECT_EQ(SendStatus::sent, sender.send(UdpAddress(), makeUnit(0, 0, true, 2), 0, header).status);
+    EXPECT_EQ(SendStatus::sent, sender.send(SocketAddress(), makeUnit(0, 0, true, 2), 0, header).status);
     EXPECT_EQ(3, sender.calls);
 }
 
@@ -115,7 +115,7 @@ TEST(UdpUnitSender, WhatTheNetworkRefusesIsLostWithoutMoreCalls)
     {
         ScriptedSender sender;
         sender.answers = {2, -error};
-        const SendResult result = sender.send(UdpAddress(), makeUnit(0, 0, true, 100), 0, header);
+        const SendResult result = sender.send(SocketAddress(), makeUnit(0, 0, true, 100), 0, header);
         EXPECT_EQ(SendStatus::sent, result.status) << error;
         EXPECT_EQ(100U, result.packets) << error;
         EXPECT_EQ(2, sender.calls) << error;
@@ -131,7 +131,7 @@ TEST(UdpUnitSender, RefusedSegmentsAreGivenUpForGood)
         // 100 packets are three messages; the first goes, then a device says no.
         sender.answers = {1, -error};
         const auto unit = makeUnit(0, 0, true, 100);
-        const SendResult result = sender.send(UdpAddress(), unit, 0, header);
+        const SendResult result = sender.send(SocketAddress(), unit, 0, header);
         EXPECT_EQ(SendStatus::sent, result.status) << error;
         EXPECT_EQ(100U, result.packets) << error;
         EXPECT_FALSE(sender.segmentation()) << error;
@@ -141,7 +141,7 @@ TEST(UdpUnitSender, RefusedSegmentsAreGivenUpForGood)
         EXPECT_EQ(147, sender.sequences[1]);
         EXPECT_EQ(199, sender.sequences[53]);
         sender.segmented.clear();
-        sender.send(UdpAddress(), unit, 0, header);
+        sender.send(SocketAddress(), unit, 0, header);
         EXPECT_EQ(0, std::count(sender.segmented.begin(), sender.segmented.end(), true)) << error;
     }
 }
@@ -150,7 +150,7 @@ TEST(UdpUnitSender, AnErrorThatIsNotAboutSegmentsDoesNotGiveThemUp)
 {
     ScriptedSender sender(true);
     sender.answers = {-EINVAL, -EINVAL};
-    EXPECT_EQ(SendStatus::sent, sender.send(UdpAddress(), makeUnit(0, 0, true, 9), 0, header).status);
+    EXPECT_EQ(SendStatus::sent, sender.send(SocketAddress(), makeUnit(0, 0, true, 9), 0, header).status);
     EXPECT_TRUE(sender.segmentation());
     EXPECT_EQ(2, sender.calls);
 }
@@ -159,7 +159,7 @@ TEST(UdpUnitSender, ANarrowPathDoesNotGiveSegmentsUpForTheOthers)
 {
     ScriptedSender sender(true);
     sender.answers = {-EMSGSIZE};
-    EXPECT_EQ(9U, sender.send(UdpAddress(), makeUnit(0, 0, true, 9), 0, header).packets);
+    EXPECT_EQ(9U, sender.send(SocketAddress(), makeUnit(0, 0, true, 9), 0, header).packets);
     EXPECT_EQ(9U, sender.sequences.size());
     EXPECT_TRUE(sender.segmentation());
 }

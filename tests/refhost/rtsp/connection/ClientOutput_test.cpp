@@ -60,7 +60,7 @@ protected:
         const int size = 4096;
         setsockopt(sockets_[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
         stream_ = std::make_unique<ObservedStream>(
-            std::make_shared<TcpStream>(SocketHandle(sockets_[0]), SocketAddress()), wanted_);
+            std::make_shared<TcpStream>(Descriptor(sockets_[0]), SocketAddress()), wanted_);
         makeOutput();
     }
 
@@ -347,7 +347,7 @@ public:
 
 TEST_F(ClientOutputTest, ShortWritesGoOnWhereTheyStopped)
 {
-    SingleByteStream stream(std::make_shared<TcpStream>(SocketHandle(-1), SocketAddress()));
+    SingleByteStream stream(std::make_shared<TcpStream>(Descriptor(), SocketAddress()));
     ClientOutput output(stream, 10000, [] { return 0; });
     std::string buffer;
     output.cork(buffer);

@@ -8,7 +8,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "refhost/rtp/udp/UdpAddress.h"
+#include "refhost/base/SocketAddress.h"
 
 namespace refhost
 {
@@ -17,20 +17,14 @@ namespace test
 namespace
 {
 
-UdpAddress loopback(int family, int port)
+SocketAddress loopback(int family, int port)
 {
-    UdpAddress address;
-    EXPECT_TRUE(UdpAddress::parse(family == AF_INET6 ? "::1" : "127.0.0.1", address));
-    address.setPort(port);
-    return address;
+    return *SocketAddress::parse(family == AF_INET6 ? "::1" : "127.0.0.1", port);
 }
 
 int portOf(int descriptor)
 {
-    UdpAddress address;
-    socklen_t size = UdpAddress::room;
-    getsockname(descriptor, address.fill(), &size);
-    return address.port();
+    return SocketAddress::localOf(descriptor).port();
 }
 
 std::uint32_t number(const std::string& bytes, std::size_t at, std::size_t size)
@@ -86,11 +80,10 @@ TestClient::TestClient(int port, int receiveBuffer, int family, const char* from
     }
     if (from != nullptr)
     {
-        UdpAddress local;
-        EXPECT_TRUE(UdpAddress::parse(from, local));
+        const SocketAddress local = *SocketAddress::parse(from);
         EXPECT_EQ(::bind(descriptor_, local.get(), local.size()), 0) << std::strerror(errno);
     }
-    const UdpAddress address = loopback(family, port);
+    const SocketAddress address = loopback(family, port);
     EXPECT_EQ(::connect(descriptor_, address.get(), address.size()), 0) << std::strerror(errno);
 }
 
@@ -327,7 +320,7 @@ int TestClient::localPort() const
 
 UdpPort::UdpPort(int family) : descriptor_(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0)), family_(family)
 {
-    const UdpAddress address = loopback(family, 0);
+    const SocketAddress address = loopback(family, 0);
     EXPECT_EQ(::bind(descriptor_, address.get(), address.size()), 0);
 }
 
@@ -355,7 +348,7 @@ std::string UdpPort::receive(int milliseconds)
 
 void UdpPort::sendTo(int port, const std::string& datagram)
 {
-    const UdpAddress address = loopback(family_, port);
+    const SocketAddress address = loopback(family_, port);
     EXPECT_EQ(::sendto(descriptor_, datagram.data(), datagram.size(), 0, address.get(), address.size()),
               static_cast<ssize_t>(datagram.size()));
 }

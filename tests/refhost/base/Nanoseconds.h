@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+
+#include "refhost/base/Times.h"
+
+namespace refhost
+{
+namespace test
+{
+
+// Times as plain numbers, for tests that calculate with them.
+
+template <class Clock>
+std::int64_t nsOf(std::chrono::time_point<Clock, Duration> instant)
+{
+    return instant.time_since_epoch().count();
+}
+
+inline std::int64_t nsOf(Duration span)
+{
+    return span.count();
+}
+
+inline MonotonicTime instantOf(std::int64_t ns)
+{
+    return MonotonicTime(Duration(ns));
+}
+
+}  // namespace test
+}  // namespace refhost
