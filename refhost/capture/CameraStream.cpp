@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/capture/PipelineRunner.h"
 #include "refhost/media/TrackDescription.h"
 
 namespace refhost
@@ -16,6 +17,9 @@ namespace
 
 /// A run of this length was a good one: the next failure starts with the shortest pause again.
 constexpr std::chrono::seconds goodRun(20);
+
+/// How often a stream goes over to another means of reading its source without a pause.
+constexpr unsigned maxSwitches = 2;
 
 bool sameTracks(const std::vector<SubMediaInfo>& left, const std::vector<SubMediaInfo>& right)
 {
@@ -276,15 +280,14 @@ void CameraStream::start()
 void CameraStream::startPipeline()
 {
     const std::uint64_t run = run_;
-    PipelineRunner::Events events;
-    events.pipeline.described = [this, run] { post([this, run] { onDescribed(run, false); }); };
-    events.pipeline.ended = [this, run](const std::string& why)
-    { post([this, run, why] { onEnded(run, why); }); };
-    events.pipeline.clockUnusable = [this](const std::string& why)
-    { post([this, why] { onClockUnusable(why); }); };
+    SourceRun::Events events;
+    events.described = [this, run] { post([this, run] { onDescribed(run, false); }); };
+    events.ended = [this, run](const std::string& why) { post([this, run, why] { onEnded(run, why); }); };
+    events.clockUnusable = [this](const std::string& why) { post([this, why] { onClockUnusable(why); }); };
     events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
-    pipeline_ =
-        std::make_unique<PipelineRunner>(config_, title_, attempt_, mediaTap_, usedTaps(), std::move(events));
+    SourceRun::Setup setup{config_, title_, attempt_, mediaTap_, usedTaps(), std::move(events)};
+    pipeline_ = options_.makeRun ? options_.makeRun(std::move(setup))
+                                 : std::make_unique<PipelineRunner>(std::move(setup));
     post([this, run] { checkForSilence(run, 0); }, options_.maxSilence);
 }
 
@@ -382,6 +385,7 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
         describing_ = false;
         failed_ = false;
     }
+    switches_ = 0;
     if (changed)
     {
         for (const SubMediaInfo& track : *tracks)
@@ -408,6 +412,8 @@ void CameraStream::onDeadline(std::uint64_t request)
     onDescribed(run_, true);
     if (unfulfilled())
     {
+        // Who asked for the description waits no longer, whatever other means there are.
+        switches_ = maxSwitches;
         fail("the source gave nothing that can be sent in time");
     }
 }
@@ -438,7 +444,17 @@ void CameraStream::onEnded(std::uint64_t run, const std::string& why)
 void CameraStream::fail(const std::string& why)
 {
     Log::warning("{}: {}", title_, Log::safe(why));
-    attempt_ += pipeline_ && pipeline_->mayWorkByAnotherTransport() ? 1 : 0;
+    if (pipeline_ && pipeline_->mayWorkByAnotherTransport())
+    {
+        ++attempt_;
+        if (++switches_ <= maxSwitches)
+        {
+            // Nobody is told of a failure: the next attempt starts when this one has ended.
+            stop();
+            return;
+        }
+    }
+    switches_ = 0;
     stop();
     if (Clock::now() - startedAt_ >= goodRun)
     {
@@ -518,7 +534,7 @@ void CameraStream::sendKeyFrameRequest()
     }
 }
 
-StreamPipeline::Taps CameraStream::usedTaps()
+SourceRun::Taps CameraStream::usedTaps()
 {
     const MutexLock guard(mutex_);
     for (auto tap = taps_.begin(); tap != taps_.end();)

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "refhost/base/Mutex.h"
-#include "refhost/capture/PipelineRunner.h"
+#include "refhost/capture/SourceRun.h"
 #include "refhost/config/Config.h"
 #include "refhost/media/StreamSource.h"
 #include "refhost/threads/TaskQueue.h"
@@ -18,7 +18,7 @@
 namespace refhost
 {
 
-/// One configured stream on GStreamer.
+/// One configured stream.
 ///
 /// The pipeline runs only while it is wanted: from the first viewer, or the first request for a description,
 /// until some seconds after the last. It is started, changed and stopped on one thread of the pipeline's own,
@@ -44,6 +44,7 @@ public:
         std::chrono::milliseconds endDeadline{5000};
         int maxAbandoned{3};  ///< pipelines of the stream that hang at once; no further one is started then
         std::chrono::milliseconds keyFrameInterval{500};  ///< least time between two forced key frames
+        SourceRun::Factory makeRun;                       ///< empty: GStreamer reads every source
     };
 
     /// \param title    names the stream in the log and in the synthetic camera's frame
@@ -111,7 +112,7 @@ private:
     void scheduleStop();
     void scheduleRestart();
     void sendKeyFrameRequest();
-    StreamPipeline::Taps usedTaps();
+    SourceRun::Taps usedTaps();
 
     const StreamConfig config_;
     const std::string title_;
@@ -129,7 +130,7 @@ private:
         0;  ///< number of the present or last request for a description
     bool failed_ OV_GUARDED_BY(mutex_) = false;
     Clock::time_point failedAt_ OV_GUARDED_BY(mutex_);
-    StreamPipeline::Taps taps_ OV_GUARDED_BY(mutex_);
+    SourceRun::Taps taps_ OV_GUARDED_BY(mutex_);
     bool keyFrameAsked_ OV_GUARDED_BY(mutex_) = false;
     Clock::time_point keyFrameAt_ OV_GUARDED_BY(mutex_);
     int starts_ OV_GUARDED_BY(mutex_) = 0;
@@ -139,8 +140,8 @@ private:
     std::atomic<bool> startsAtOnce_{false};  ///< the next update() waits for no pause
 
     // Used on the queue's thread only, and after close().
-    std::unique_ptr<PipelineRunner> pipeline_;
-    std::unique_ptr<PipelineRunner> ending_;  ///< stopped, but not ended yet
+    std::unique_ptr<SourceRun> pipeline_;
+    std::unique_ptr<SourceRun> ending_;  ///< stopped, but not ended yet
     std::uint64_t endingRun_ = 0;
     bool clockReported_ = false;
     std::uint64_t run_ = 0;       ///< number of the present start; events of earlier ones are stale
@@ -148,7 +149,8 @@ private:
     bool stopScheduled_ = false;
     bool restartScheduled_ = false;
     std::size_t failures_ = 0;  ///< in a row
-    unsigned attempt_ = 0;      ///< as MediaSource::make() takes it
+    unsigned attempt_ = 0;      ///< as SourceRun::Setup holds it
+    unsigned switches_ = 0;     ///< changes of attempt_ since the last run that was described
     Clock::time_point startedAt_;
 };
 

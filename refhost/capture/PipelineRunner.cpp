@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "refhost/base/ConditionVariable.h"
+#include "refhost/capture/StreamPipeline.h"
 
 namespace refhost
 {
@@ -134,7 +135,7 @@ struct PipelineRunner::State
     Mutex mutex;
     ConditionVariable changed;
     std::function<void()> stopped OV_GUARDED_BY(mutex);
-    StreamPipeline::Taps taps OV_GUARDED_BY(mutex);
+    Taps taps OV_GUARDED_BY(mutex);
     bool tapsChanged OV_GUARDED_BY(mutex) = false;
     bool keyFrameRequested OV_GUARDED_BY(mutex) = false;
     bool stopping OV_GUARDED_BY(mutex) = false;
@@ -145,17 +146,16 @@ struct PipelineRunner::State
     bool otherTransport OV_GUARDED_BY(mutex) = false;
 };
 
-PipelineRunner::PipelineRunner(const StreamConfig& config, const std::string& title, unsigned attempt,
-                               std::shared_ptr<MediaTap> mediaTap, const StreamPipeline::Taps& taps,
-                               Events events)
-    : state_(std::make_shared<State>())
+PipelineRunner::PipelineRunner(Setup setup) : state_(std::make_shared<State>())
 {
-    state_->title = title;
-    state_->stopped = std::move(events.stopped);
-    state_->taps = taps;
+    state_->title = setup.title;
+    state_->stopped = std::move(setup.events.stopped);
+    state_->taps = std::move(setup.taps);
     state_->busySince = Clock::now();
-    state_->pipeline = std::make_unique<StreamPipeline>(config, title, attempt, std::move(mediaTap),
-                                                        std::move(events.pipeline));
+    state_->pipeline = std::make_unique<StreamPipeline>(
+        setup.config, setup.title, setup.attempt, std::move(setup.mediaTap),
+        StreamPipeline::Events{std::move(setup.events.described), std::move(setup.events.ended),
+                               std::move(setup.events.clockUnusable)});
     const AllSignalsBlocked blocked;
     std::thread([state = state_] { run(state); }).detach();
 }
@@ -172,7 +172,7 @@ PipelineRunner::~PipelineRunner()
     }
 }
 
-void PipelineRunner::setTaps(const StreamPipeline::Taps& taps)
+void PipelineRunner::setTaps(const Taps& taps)
 {
     {
         const MutexLock guard(state_->mutex);
@@ -275,7 +275,7 @@ void PipelineRunner::run(const std::shared_ptr<State>& state)
             state->changed.wait(state->mutex);
             continue;
         }
-        const StreamPipeline::Taps taps = state->taps;
+        const Taps taps = state->taps;
         const bool tapsChanged = std::exchange(state->tapsChanged, false) && !startNow;
         const bool keyFrame = std::exchange(state->keyFrameRequested, false) && !startNow;
         const MutexUnlock unlocked(state->mutex);

@@ -16,6 +16,7 @@
 #include "refhost/capture/DeliveryGate.h"
 #include "refhost/capture/MediaSource.h"
 #include "refhost/capture/MediaTrack.h"
+#include "refhost/capture/SourceRun.h"
 #include "refhost/config/Config.h"
 #include "refhost/media/GstHandles.h"
 
@@ -38,8 +39,7 @@ public:
             clockUnusable;  ///< times of arrival count; any number of times
     };
 
-    /// Taps by track id and payload size.
-    using Taps = std::map<std::pair<std::string, int>, std::shared_ptr<PacketTap>>;
+    using Taps = SourceRun::Taps;
 
     /// \param title  names the stream in the log and in the synthetic camera's frames
     /// \param attempt    as MediaSource::make() takes it
