@@ -87,7 +87,7 @@ public:
         if (next != state_ && !mayFollow(state_, next))
         {
             logIllegalTransition(tableOf(next).machine, nameOf(state_), nameOf(next));
-            assert(!"illegal transition");
+            assert(false && "illegal transition");
             return false;
         }
         state_ = next;
