@@ -97,7 +97,7 @@ struct EventLoop::Impl
 
     struct Timer
     {
-        milliseconds interval;
+        milliseconds interval;  // none for one that runs once
         Task task;
     };
 
@@ -114,6 +114,7 @@ struct EventLoop::Impl
     void guarded(const Call& call) const OV_EXCLUDES(mutex);
     void finished() OV_REQUIRES(mutex);
     void waitWhileRunning(const Watch* watch) OV_REQUIRES(mutex);
+    TimerId addTimer(Clock::time_point due, Timer timer) OV_EXCLUDES(mutex);
     bool takeWakeUp() OV_REQUIRES(mutex);
     void wake() const;
     bool isOwnThread() const;
@@ -127,10 +128,11 @@ struct EventLoop::Impl
     std::vector<std::shared_ptr<Watch>> watches OV_GUARDED_BY(mutex);  // by descriptor
     std::uint32_t lastSerial OV_GUARDED_BY(mutex) = 0;
     std::vector<Task> posted OV_GUARDED_BY(mutex);
-    std::multimap<Clock::time_point, Timer> timers OV_GUARDED_BY(mutex);  // by when they are due
-    const Watch* running OV_GUARDED_BY(mutex) = nullptr;                  // whose handler runs now
-    int waiters OV_GUARDED_BY(mutex) = 0;                                 // for handlerEnded
-    bool asleep OV_GUARDED_BY(mutex) = false;  // a change needs a wake-up to be seen
+    std::map<TimerId, Timer> timers OV_GUARDED_BY(mutex);  // by when they are due
+    std::uint64_t lastTimer OV_GUARDED_BY(mutex) = 0;
+    const Watch* running OV_GUARDED_BY(mutex) = nullptr;  // whose handler runs now
+    int waiters OV_GUARDED_BY(mutex) = 0;                 // for handlerEnded
+    bool asleep OV_GUARDED_BY(mutex) = false;             // a change needs a wake-up to be seen
     bool stopping OV_GUARDED_BY(mutex) = false;
 
     std::vector<Task> batch;  // used on the loop's thread only; kept for its memory
@@ -264,13 +266,20 @@ void EventLoop::Impl::runTimers()
         return;
     }
     const Clock::time_point now = Clock::now();
-    while (!stopping && !timers.empty() && timers.begin()->first <= now)
+    while (!stopping && !timers.empty() && timers.begin()->first.first <= now)
     {
         auto node = timers.extract(timers.begin());
         const milliseconds interval = node.mapped().interval;
-        node.key() += interval * ((now - node.key()) / interval + 1);
-        // Only this thread takes timers out, and others leave it where it is.
-        const Task& task = timers.insert(std::move(node))->second.task;
+        if (interval == milliseconds::zero())
+        {
+            const MutexUnlock unlocked(mutex);
+            guarded(node.mapped().task);
+            node = {};  // its captures may call back
+            continue;
+        }
+        node.key().first += interval * ((now - node.key().first) / interval + 1);
+        // Only this thread takes those out that run again, and others leave it where it is.
+        const Task& task = timers.insert(std::move(node)).position->second.task;
         const MutexUnlock unlocked(mutex);
         guarded(task);
     }
@@ -287,7 +296,7 @@ int EventLoop::Impl::timeUntilNext() const
     {
         return -1;
     }
-    const auto left = std::chrono::ceil<milliseconds>(timers.begin()->first - Clock::now());
+    const auto left = std::chrono::ceil<milliseconds>(timers.begin()->first.first - Clock::now());
     return static_cast<int>(std::clamp(left, milliseconds(0), longest).count());
 }
 
@@ -329,6 +338,23 @@ void EventLoop::Impl::waitWhileRunning(const Watch* watch)
         handlerEnded.wait(mutex);
     }
     --waiters;
+}
+
+EventLoop::TimerId EventLoop::Impl::addTimer(Clock::time_point due, Timer timer)
+{
+    bool wakeUpNeeded = false;
+    TimerId id;
+    {
+        const MutexLock guard(mutex);
+        id = {due, ++lastTimer};
+        const auto added = timers.emplace(id, std::move(timer)).first;
+        wakeUpNeeded = added == timers.begin() && takeWakeUp();
+    }
+    if (wakeUpNeeded)
+    {
+        wake();
+    }
+    return id;
 }
 
 bool EventLoop::Impl::takeWakeUp()
@@ -424,16 +450,23 @@ void EventLoop::post(Task task)
 void EventLoop::every(milliseconds interval, Task task)
 {
     const milliseconds period = std::max(interval, milliseconds(1));
-    bool wake = false;
-    {
-        const MutexLock guard(impl_->mutex);
-        const auto added = impl_->timers.emplace(Clock::now() + period, Impl::Timer{period, std::move(task)});
-        wake = added == impl_->timers.begin() && impl_->takeWakeUp();
-    }
-    if (wake)
-    {
-        impl_->wake();
-    }
+    impl_->addTimer(Clock::now() + period, {period, std::move(task)});
+}
+
+EventLoop::TimerId EventLoop::after(std::chrono::nanoseconds delay, Task task)
+{
+    // Far from what the clock cannot show any more.
+    constexpr std::chrono::nanoseconds longest = std::chrono::hours(24 * 365);
+    const auto now = Clock::now();
+    return impl_->addTimer(now + std::clamp(delay, std::chrono::nanoseconds(0), longest),
+                           {milliseconds::zero(), std::move(task)});
+}
+
+void EventLoop::cancel(const TimerId& timer)
+{
+    std::map<TimerId, Impl::Timer>::node_type node;  // outlives the lock: its captures may call back
+    const MutexLock guard(impl_->mutex);
+    node = impl_->timers.extract(timer);
 }
 
 bool EventLoop::onLoopThread() const

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace refhost
 {
@@ -49,6 +50,15 @@ public:
     /// Runs `task` every `interval` (at least a millisecond), first after that time, until the loop ends.
     /// Times that were missed because the loop was busy are left out.
     void every(std::chrono::milliseconds interval, Task task);
+
+    /// Names one call of after(); never used again.
+    using TimerId = std::pair<std::chrono::steady_clock::time_point, std::uint64_t>;
+
+    /// Runs `task` once, after `delay`; at once where that is not positive.
+    TimerId after(std::chrono::nanoseconds delay, Task task);
+    /// Drops a task of after() that does not run yet; from another thread it may have been about to. Does
+    /// nothing for one that ran.
+    void cancel(const TimerId& timer);
 
     bool onLoopThread() const;
 
