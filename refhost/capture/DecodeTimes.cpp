@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "refhost/capture/ReorderDepth.h"
+#include "refhost/media/ReorderDepth.h"
 
 namespace refhost
 {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "refhost/capture/ReorderDepth.h"
+#include "refhost/media/ReorderDepth.h"
 
 namespace refhost
 {

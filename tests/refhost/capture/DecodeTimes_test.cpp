@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "refhost/capture/ReorderDepth.h"
+#include "refhost/media/ReorderDepth.h"
 
 namespace refhost
 {

@@ -1,4 +1,4 @@
-#include "refhost/capture/ReorderDepth.h"
+#include "refhost/media/ReorderDepth.h"
 
 #include <gtest/gtest.h>
 

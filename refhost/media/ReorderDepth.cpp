@@ -1,10 +1,10 @@
-#include "refhost/capture/ReorderDepth.h"
+#include "refhost/media/ReorderDepth.h"
 
 #include <algorithm>
 #include <vector>
 
 #include "refhost/base/ByteOrder.h"
-#include "refhost/capture/BitReader.h"
+#include "refhost/media/BitReader.h"
 #include "refhost/media/Codec.h"
 
 namespace refhost

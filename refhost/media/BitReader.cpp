@@ -1,4 +1,4 @@
-#include "refhost/capture/BitReader.h"
+#include "refhost/media/BitReader.h"
 
 namespace refhost
 {
