@@ -1,0 +1,71 @@
+#include "refhost/rtp/payload/PacketRun.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "refhost/base/ByteOrder.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::uint8_t rtpVersion2 = 0x80;
+constexpr std::uint8_t markerBit = 0x80;
+
+}  // namespace
+
+void PacketRun::expect(std::size_t bytes, std::size_t packets)
+{
+    expectedBytes_ = bytes;
+    expectedPackets_ = packets;
+}
+
+void PacketRun::add(ByteSpan head, ByteSpan body)
+{
+    constexpr std::array<std::uint8_t, AccessUnit::framingSize + AccessUnit::rtpHeaderSize> front{
+        0, 0, 0, 0, rtpVersion2};
+    if (!unit_)
+    {
+        unit_ = std::make_shared<AccessUnit>();
+        unit_->bytes.reserve(expectedBytes_);
+        unit_->packets.reserve(expectedPackets_);
+    }
+    const auto payload = static_cast<std::uint32_t>(head.size + body.size);
+    auto& bytes = unit_->bytes;
+    unit_->packets.push_back({static_cast<std::uint32_t>(bytes.size() + AccessUnit::framingSize),
+                              static_cast<std::uint32_t>(AccessUnit::rtpHeaderSize) + payload});
+    bytes.insert(bytes.end(), front.begin(), front.end());
+    bytes.insert(bytes.end(), head.begin(), head.end());
+    bytes.insert(bytes.end(), body.begin(), body.end());
+    unit_->payloadBytes += payload;
+    maxPayload_ = std::max(maxPayload_, payload);
+}
+
+std::shared_ptr<AccessUnit> PacketRun::finish(std::uint32_t rtpTimestamp, bool marker)
+{
+    if (!unit_)
+    {
+        return nullptr;
+    }
+    unit_->rtpTimestamp = rtpTimestamp;
+    for (const AccessUnit::Packet& packet : unit_->packets)
+    {
+        writeBig32(unit_->bytes.data() + packet.offset + 4, rtpTimestamp);
+    }
+    if (marker)
+    {
+        unit_->bytes[unit_->packets.back().offset + 1] |= markerBit;
+    }
+    maxPayload_ = 0;
+    return std::move(unit_);
+}
+
+void PacketRun::clear()
+{
+    unit_.reset();
+    maxPayload_ = 0;
+}
+
+}  // namespace refhost

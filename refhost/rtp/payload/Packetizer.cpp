@@ -1,0 +1,57 @@
+#include "refhost/rtp/payload/Packetizer.h"
+
+#include <algorithm>
+
+#include "refhost/rtp/payload/AudioPacketizer.h"
+#include "refhost/rtp/payload/FormatText.h"
+
+namespace refhost
+{
+
+std::unique_ptr<Packetizer> Packetizer::make(Codec codec, int payloadSize)
+{
+    const auto size = static_cast<std::size_t>(std::max(payloadSize, 1));
+    switch (codec)
+    {
+        case Codec::pcmu:
+        case Codec::pcma:
+        case Codec::opus:
+            return std::make_unique<AudioPacketizer>(codec, size);
+        default:
+            return nullptr;
+    }
+}
+
+const char* Packetizer::pack(const EncodedUnit& unit, std::uint32_t rtpTimestamp,
+                             std::vector<std::shared_ptr<AccessUnit>>& out)
+{
+    if (!unit.format || unit.format->codec != codec_)
+    {
+        return "a unit of another codec";
+    }
+    return unit.bytes.empty() ? "an empty unit" : packUnit(unit, rtpTimestamp, out);
+}
+
+bool Packetizer::describe(const MediaFormat& format, const std::string& trackId, SubMediaInfo& out)
+{
+    const CodecInfo& info = infoOf(format.codec);
+    const bool isVideo = info.kind == MediaKind::video;
+    SubMediaInfo track;
+    track.trackId = trackId;
+    track.mediaType = isVideo ? "video" : "audio";
+    track.encodingName = info.encodingName;
+    track.bitRate = info.bitRate;
+    track.payloadType = info.payloadType;
+    track.clockRate = info.clockRate > 0 ? info.clockRate : format.sampleRate;
+    track.channels = isVideo ? 0 : info.channels > 0 ? info.channels : std::max(format.channels, 1);
+    track.width = format.width;
+    track.height = format.height;
+    if (track.clockRate <= 0 || !formatText(format, track.formatParameters))
+    {
+        return false;
+    }
+    out = track;
+    return true;
+}
+
+}  // namespace refhost
