@@ -24,12 +24,21 @@ class Word:
     def __init__(self, word, instead, exceptions):
         self.word, self.instead = word, instead
         self.exceptions = [parts(e) for e in exceptions.split(",") if e.strip()]
+        self.start = word.split()[0]
         self.pattern = re.compile(rf"\b{word}(s|es|ed|ing)?\b")
 
     def found_in(self, words):
         for exception in self.exceptions:
             words = re.sub(rf"(?<!\w){re.escape(exception)}(?!\w)", "", words)
         return self.pattern.search(words)
+
+    def lines_of(self, lines, lower):
+        """The numbers of the lines that hold it. Only lines that may are taken apart: `lower` is the text in lower case."""
+        if self.start not in lower:
+            return
+        for number, line in enumerate(lower.split("\n"), 1):
+            if self.start in line and self.found_in(parts(lines[number - 1])):
+                yield number
 
 
 def read_words(path):
@@ -58,12 +67,11 @@ def faults(root, name, everywhere, identifiers):
         text = path.read_text()
     except UnicodeDecodeError:
         return
-    for words, lines in ((everywhere, text), (identifiers, code_of(path, text))):
-        for number, line in enumerate(lines.splitlines(), 1):
-            found = parts(line)
-            for word in words:
-                if word.found_in(found):
-                    yield f"{name}:{number}: \"{word.word}\": say {word.instead}"
+    for words, text in ((everywhere, text), (identifiers, code_of(path, text))):
+        lines, lower = text.split("\n"), text.lower()
+        for word in words:
+            for number in word.lines_of(lines, lower):
+                yield f"{name}:{number}: \"{word.word}\": say {word.instead}"
 
 
 def main():
