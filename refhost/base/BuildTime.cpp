@@ -3,9 +3,9 @@
 namespace refhost
 {
 
-std::int64_t BuildTime::ns()
+WallTime BuildTime::date()
 {
-    return std::int64_t{OV_BUILD_SECONDS} * 1'000'000'000;
+    return wallTimeOfUnix(OV_BUILD_SECONDS);
 }
 
 }  // namespace refhost

@@ -1,16 +1,16 @@
 #pragma once
 
-#include <cstdint>
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
 
-/// When this program was built: no clock that is right shows an earlier time.
+/// When this program was built. A wall clock that shows an earlier time is wrong.
 class BuildTime
 {
 public:
-    /// Nanoseconds since 1970, by SOURCE_DATE_EPOCH where the build has it.
-    static std::int64_t ns();
+    /// The build's date; SOURCE_DATE_EPOCH where the build environment sets it.
+    static WallTime date();
 };
 
 }  // namespace refhost

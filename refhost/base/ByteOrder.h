@@ -5,9 +5,9 @@
 namespace refhost
 {
 
-// Numbers in the bytes of packets and files; `at` need not be aligned.
+// Integers in the bytes of packets and files. `at` need not be aligned.
 
-/// Most significant byte first, as on the network.
+/// Most significant byte first: network byte order.
 inline std::uint16_t readBig16(const std::uint8_t* at)
 {
     return static_cast<std::uint16_t>(at[0] << 8U | at[1]);

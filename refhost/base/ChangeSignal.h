@@ -11,15 +11,15 @@
 namespace refhost
 {
 
-/// Tells that something became possible that was not before: a camera's stream was described, a recording was
-/// opened, a playback session found its place. An operation that answered hostStreamNotReady is worth another
-/// try then.
+/// Notifies subscribers that an operation may succeed now that did not before: a camera's stream was
+/// described, a recording was opened, a playback session finished its seek. Retry an operation that returned
+/// hostStreamNotReady.
 ///
-/// Says nothing about what changed: whoever listens asks again. Announcing is cheap, but wakes everybody who
-/// waits; announce changes of state, not progress.
+/// The signal does not say what changed; a subscriber checks for itself. An announcement wakes every
+/// subscriber: announce changes of state, not progress.
 ///
 /// Threads: any; functions are called one at a time, on the announcing thread, without a lock of the
-/// caller's.
+/// subscriber's.
 class ChangeSignal
 {
 public:
@@ -30,14 +30,15 @@ public:
     ChangeSignal(const ChangeSignal&) = delete;
     ChangeSignal& operator=(const ChangeSignal&) = delete;
 
-    /// Has `changed` called at every announcement. It must not block.
-    /// \returns a number for unsubscribe()
+    /// Calls `changed` at every announcement. It must not block.
+    /// \returns the subscription's id, for unsubscribe()
     int subscribe(std::function<void()> changed);
-    /// After the return the function is not called any more, unless it is this very call that it comes out
-    /// of.
+    /// Once this returns, the function is not called again. A function may unsubscribe itself; its present
+    /// call then ends normally.
     void unsubscribe(int id);
 
-    /// Not with a lock held that a subscriber may want. A subscriber may announce in turn.
+    /// Calls every subscriber. A subscriber may announce in turn.
+    /// Requires: the caller holds no lock that a subscriber takes.
     void announce();
 
     std::size_t subscriberCount() const;

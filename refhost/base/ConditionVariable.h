@@ -9,8 +9,8 @@
 namespace refhost
 {
 
-/// std::condition_variable for a Mutex. Waits end also without cause: wait in a loop that tests the condition, where
-/// the compiler sees that the mutex is held (it does not see that in a predicate). Threads: any.
+/// std::condition_variable for a Mutex. Waits can end spuriously: wait in a loop that tests the condition.
+/// A predicate would hide from the compiler that the mutex is held. Threads: any.
 class ConditionVariable
 {
 public:
@@ -24,7 +24,7 @@ public:
         condition_.notify_all();
     }
 
-    /// Releases the mutex while it waits.
+    /// Releases the mutex while waiting.
     void wait(Mutex& mutex) OV_REQUIRES(mutex)
     {
         Adopted adopted(mutex.mutex_);
@@ -39,7 +39,7 @@ public:
     }
 
 private:
-    /// What the standard's waits ask for; the mutex stays held at its end.
+    /// The lock object that std::condition_variable takes; leaves the mutex locked when destroyed.
     struct Adopted
     {
         explicit Adopted(std::mutex& mutex) : lock(mutex, std::adopt_lock) {}

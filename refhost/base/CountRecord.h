@@ -5,11 +5,10 @@
 
 #include "hostapi/base/ref_count.h"
 
-/// What a count record of this host consists of; every ref_count is one of these. The operations of ref_count
-/// work on it, and CountTable, which owns it.
+/// The state behind a ref_count; every ref_count of this host is a CountRecord. Owned by CountTable.
 ///
-/// Threads: any. The uncontended take() and leave() cost one atomic exchange and one store; they make no
-/// system call and look nothing up.
+/// Threads: any. Uncontended, take() and leave() cost one atomic exchange and one store, without a system
+/// call or a lookup.
 class CountRecord : public ref_count
 {
 public:
@@ -53,8 +52,8 @@ public:
         return 1;
     }
 
-    /// Removes a holder that is not the last one counted here. Requires: the lock is held.
-    /// \returns false, and nothing changed, when only the table can tell whether it is the last one of all
+    /// Removes a holder unless it is the last one counted here. Requires: the lock is held.
+    /// \returns false, with nothing changed, when only the table knows whether it is the last one of all
     bool removeHolder()
     {
         if (holders_ <= 1)
@@ -65,13 +64,13 @@ public:
         return true;
     }
 
-    /// Holders that were added under the record's lock.
+    /// Holders added under the record's lock.
     int holders() const
     {
         return holders_;
     }
 
-    /// Holders that the table added without the record's lock, since the last settlement.
+    /// Holders that the table added without the record's lock since the last settle().
     int retrieved() const
     {
         return retrieved_;
@@ -85,11 +84,10 @@ private:
     void takeContended();
 
     std::atomic<int> locked_{0};
-    // A record is made ready for its next object by the one that gives it back: it counts that holder
-    // already.
+    // 1: whoever gives a record back prepares it for its next object, with the first holder counted.
     mutable int holders_ = 1;  // guarded by the lock
     int retrieved_ = 0;        // guarded by the table
-    // Atomic for a stale handle alone, which may look while the table gives the record to another object.
+    // Atomic because a stale handle may read it while the table gives the record to another object.
     std::atomic<void*> object_{nullptr};
-    CountRecord* next_ = nullptr;  // the table's chain
+    CountRecord* next_ = nullptr;  // in the table's chain
 };

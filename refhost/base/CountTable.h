@@ -11,32 +11,31 @@
 #include "refhost/base/CountRecord.h"
 #include "refhost/base/Mutex.h"
 
-/// The one RefCountManager of this host: count records by the addresses of their objects, in shards, so that
-/// a few threads which make and drop objects hardly ever meet. Owns every record and never frees one.
+/// The RefCountManager of this host: count records by the addresses of their objects. The table is sharded
+/// so that threads which create and drop objects rarely contend. Owns every record and never frees one.
 ///
-/// Two kinds of lock, always taken in this order: a record's own, then its shard's. retrieve() takes only the
-/// shard's and therefore never waits for a record, whose lock is held while the object's destructor runs and
-/// may stay locked for good. What it counts goes to `retrieved_`; the record's last holder settles the two
-/// numbers.
+/// Lock order: a record's lock, then its shard's. retrieve() takes only the shard's lock and so never waits
+/// for a record, whose lock is held while the object's destructor runs and may stay held forever. Holders
+/// added by retrieve() are counted in `retrieved_`; the record's last holder settles the two counts.
 ///
-/// An object is deleted only after its address has left the table. When the allocator hands the address out
-/// again before the old record was given back, the new object finds no record and gets a fresh one.
+/// An object is deleted only after its address has left the table. If the allocator reuses the address before
+/// the old record was given back, the new object finds no record and gets a fresh one.
 ///
-/// A record waits in the free list while its former user may still hold its lock for a moment; its next user
-/// simply waits for that. `holders_` is therefore made ready for the next object by the one that gives the
-/// record back, who holds the lock, and not by the one that takes it from the list, who does not.
+/// The previous user of a record in the free list may still hold its lock for a moment; the next user waits
+/// for it. Therefore whoever gives the record back, and holds the lock, resets `holders_`, not whoever takes
+/// it from the list.
 class CountTable : public RefCountManager
 {
 public:
-    /// Made at the first call; never destroyed.
+    /// Created at the first call; never destroyed.
     static CountTable& instance();
 
     /// As RefCountManager::retrieveRefCount().
     CountRecord* retrieve(void* object);
 
-    /// Settles the last holder counted in the record against those that the table counted meanwhile; when
-    /// none is left the address leaves the table. Requires: the record's lock is held. \returns as
-    /// ref_count::dec_reference()
+    /// Removes the last holder counted in the record and adds those that the table counted meanwhile; when
+    /// none is left, the address leaves the table. Requires: the record's lock is held.
+    /// \returns as ref_count::dec_reference()
     int settle(CountRecord* last);
 
     /// As RefCountManager::returnbackRefCount().
@@ -46,7 +45,7 @@ private:
     static constexpr std::size_t shardBits = 6;
     static constexpr std::size_t recordsInSlab = 16;
     static constexpr std::size_t firstBuckets = 16;
-    // Records of different objects are written by different threads: each has a cache line of its own.
+    // Different threads write the records of different objects: no false sharing.
     static constexpr std::size_t cacheLine = 64;
 
     struct alignas(cacheLine) Slot

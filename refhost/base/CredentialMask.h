@@ -8,24 +8,23 @@
 namespace refhost
 {
 
-/// Finds credentials in texts that are for everybody's eyes, and puts "***" in their place. Log has the rules for
-/// its callers, and Log_test tests them. Threads: any.
+/// Replaces credentials in texts meant for a log by "***". Log documents the rules. Threads: any.
 class CredentialMask
 {
 public:
-    /// What Log::mask() does.
+    /// As Log::mask().
     static std::string mask(std::string_view text);
-    /// What Log::maskUrl() does.
+    /// As Log::maskUrl().
     static std::string maskUrl(std::string_view url);
-    /// What Log::userInfo() does.
+    /// As Log::userInfo().
     static std::string_view userInfo(std::string_view url);
 
-    /// What Log::hide() does.
+    /// As Log::hide().
     static void hide(std::string_view secret);
     static constexpr std::size_t maxHidden = 4096;
 
-    /// At most `longest` bytes from the start of `text`, so cut that mask() still finds every secret in them.
-    static std::string cut(std::string_view text, std::size_t longest);
+    /// The start of `text`, at most `maxBytes` bytes, cut so that mask() still finds every secret in it.
+    static std::string cut(std::string_view text, std::size_t maxBytes);
 };
 
 }  // namespace refhost

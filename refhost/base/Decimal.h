@@ -12,8 +12,8 @@
 namespace refhost
 {
 
-/// The number that a text of decimal digits and nothing else is, between `min` and `max`. A minus sign in
-/// front counts only where `min` is negative.
+/// Parses a text of decimal digits only, with a leading minus sign only where `min` is negative.
+/// \returns nothing for other texts and for numbers below `min` or above `max`
 template <class Number>
 std::optional<Number> parseDecimal(std::string_view text, Number min, Number max)
 {
@@ -26,21 +26,21 @@ std::optional<Number> parseDecimal(std::string_view text, Number min, Number max
     return good ? std::optional<Number>(number) : std::nullopt;
 }
 
-/// As above, from 0.
+/// As above with a minimum of 0.
 template <class Number>
 std::optional<Number> parseDecimal(std::string_view text, Number max)
 {
     return parseDecimal<Number>(text, 0, max);
 }
 
-/// As above, any that the type holds.
+/// As above with the limits of the type.
 template <class Number>
 std::optional<Number> parseDecimal(std::string_view text)
 {
     return parseDecimal<Number>(text, std::numeric_limits<Number>::min(), std::numeric_limits<Number>::max());
 }
 
-/// The number that a text starts with, whatever stands behind its digits; as above without limits.
+/// As above, but ignores what follows the leading digits.
 template <class Number>
 std::optional<Number> leadingDecimal(std::string_view text)
 {
@@ -51,17 +51,18 @@ std::optional<Number> leadingDecimal(std::string_view text)
 
 void appendDecimal(std::string& out, std::uint64_t number);
 
-/// With zeros in front up to so many digits; a longer number in full.
+/// Pads with leading zeros to `digits`; never truncates.
 void appendPaddedDecimal(std::string& out, std::uint64_t number, std::size_t digits);
 
-/// Millionths from the digits behind a decimal point, which may be none; digits behind the sixth do not
-/// count.
+/// Converts the digits after a decimal point to millionths. No digits are 0; those after the sixth are
+/// ignored.
+/// \returns nothing when `digits` holds anything else
 std::optional<std::uint32_t> parseMillionths(std::string_view digits);
 
-/// Appends a point and the decimals of a fraction, without the zeros at their end; nothing where none is left.
-/// \param parts        of the fraction, less than 10 to the power of maxDecimals
-/// \param maxDecimals  digits that `parts` stands for
-/// \param minDecimals  so many stay, even if they are zeros
+/// Appends a decimal point and the digits of a fraction without trailing zeros, or nothing when no digit is
+/// left.
+/// \param parts        the fraction in units of 10^-maxDecimals; less than 10^maxDecimals
+/// \param minDecimals  digits written even when they are trailing zeros
 void appendDecimals(std::string& out, std::uint64_t parts, std::size_t maxDecimals, std::size_t minDecimals);
 
 }  // namespace refhost

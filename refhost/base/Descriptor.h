@@ -7,7 +7,7 @@
 namespace refhost
 {
 
-/// Owns a descriptor of the system, a socket's or a file's, and closes it at its end.
+/// Owns a file descriptor and closes it when destroyed. Threads: one at a time.
 class Descriptor
 {
 public:
@@ -26,7 +26,7 @@ public:
 
     Descriptor& operator=(Descriptor&& other) noexcept
     {
-        // What was owned before is closed here and not at the other's end.
+        // Closes the old descriptor here rather than when `other` is destroyed.
         Descriptor old(std::exchange(number_, other.release()));
         return *this;
     }
@@ -41,13 +41,13 @@ public:
         return number_ >= 0;
     }
 
-    /// Gives the descriptor away. \returns a negative number when there was none
+    /// Passes ownership to the caller. \returns a negative number when there was none
     int release()
     {
         return std::exchange(number_, -1);
     }
 
-    /// Closes it now.
+    /// Closes the descriptor now.
     void reset()
     {
         *this = Descriptor();

@@ -15,14 +15,14 @@ void appendHex32(std::string& out, std::uint32_t number);
 /// Sixteen upper-case digits.
 void appendHex64(std::string& out, std::uint64_t number);
 
-/// Nothing but hexadecimal digits of either case; also an empty text.
+/// Whether every character is a hexadecimal digit of either case; true for an empty text.
 bool isHex(std::string_view text);
 
-/// The number that one or more digits of either case are; nothing for another text, and for one of more than
-/// 64 bits.
+/// Parses one or more hexadecimal digits of either case.
+/// \returns nothing for other texts and for numbers of more than 64 bits
 std::optional<std::uint64_t> parseHex(std::string_view text);
 
-/// The bytes that pairs of digits are; nothing for another text.
+/// Decodes pairs of hexadecimal digits to bytes. \returns nothing for other texts
 std::optional<std::string> bytesOfHex(std::string_view text);
 
 }  // namespace refhost

@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// The machine's two clocks. A test brings its own.
+/// The machine's two clocks. Tests replace it.
 ///
 /// Threads: any.
 class HostClock
@@ -16,9 +16,9 @@ class HostClock
 public:
     virtual ~HostClock() = default;
 
-    /// Now on the clock that is never set; capture times of live media are read from it.
+    /// Present time of the monotonic clock, which capture times of live media use.
     virtual MonotonicTime now() const = 0;
-    /// The system's wall clock as it is set just now. Dates of media come from wall().
+    /// The system's wall clock as it is set at present. Media are dated by wall() instead.
     virtual WallTime wallNow() const = 0;
 
     /// wallNow() in nanoseconds since 1970.
@@ -37,7 +37,7 @@ public:
         return now().time_since_epoch().count();
     }
 
-    /// How instants of the monotonic clock are dated.
+    /// The mapping from monotonic instants to dates.
     WallClock& wall() const
     {
         return wall_;

@@ -7,7 +7,7 @@
 namespace refhost
 {
 
-// Text of protocols knows the letters A to Z alone, whatever the locale.
+// Protocols ignore the case of A to Z only, independent of the locale.
 
 constexpr char lowerCase(char c)
 {
@@ -24,7 +24,7 @@ inline std::string lowerCase(std::string_view text)
     return result;
 }
 
-/// Equal but for the case of A to Z.
+/// Whether two texts are equal when the case of A to Z is ignored.
 constexpr bool equalsIgnoringCase(std::string_view a, std::string_view b)
 {
     if (a.size() != b.size())

@@ -13,11 +13,11 @@ struct InterfaceAddress
 {
     std::string interface;
     SocketAddress address;  ///< without port
-    bool running = false;   ///< the interface is up and has its network
+    bool running = false;   ///< the interface is up and has a carrier
     bool loopback = false;
 };
 
-/// The IPv4 and IPv6 addresses that the machine has now, in the system's order; none where it does not say.
+/// The machine's present IPv4 and IPv6 addresses in the system's order; empty when they cannot be read.
 std::vector<InterfaceAddress> interfaceAddresses();
 
 }  // namespace refhost

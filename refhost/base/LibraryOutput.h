@@ -9,22 +9,22 @@
 namespace refhost
 {
 
-/// Brings what the library prints on `stdout` into the log, while an object of this class lives: each line
-/// with the time, the request or thread that it belongs to, and at most once in ten seconds for each kind of
-/// line.
+/// Redirects what the library prints on `stdout` to the log while an object of this class lives. Each line
+/// gets the time and the request or thread it belongs to; of each kind, one line in ten seconds is written.
 ///
-/// Lines are of one kind when they differ in numbers and quoted text only. std::cout is not concerned: it
-/// keeps the stream that it had at the program's start. One at a time; made and destroyed while no other
-/// thread prints. Lines come in from any thread.
+/// Lines that differ only in numbers and quoted text are of one kind. std::cout is not affected: it keeps the
+/// stream it had at program start. At most one object exists at a time.
+///
+/// Threads: created and destroyed while no other thread prints; any thread may print.
 class LibraryOutput
 {
 public:
-    /// What the thread is about while an object of this class lives: `text` stands behind the library's
-    /// lines.
+    /// Describes what the thread works on while an object of this class lives. The text is appended to the
+    /// library's lines. Contexts of a thread nest.
     class Context
     {
     public:
-        /// \param makeText  called for a line that is written; must stay valid as long as this object
+        /// \param makeText  called for each line that is written; must outlive this object
         explicit Context(const std::function<std::string()>& makeText);
         ~Context();
         Context(const Context&) = delete;
@@ -39,7 +39,7 @@ public:
     LibraryOutput(const LibraryOutput&) = delete;
     LibraryOutput& operator=(const LibraryOutput&) = delete;
 
-    /// The kind of `line`, as Log::limited() takes it: the line without its numbers and quoted text.
+    /// The kind of `line` for Log::limited(): the line without its numbers and quoted text.
     static std::string kindOf(std::string_view line);
 
 private:
@@ -48,7 +48,7 @@ private:
 
     std::FILE* before_ = nullptr;
     std::FILE* stream_ = nullptr;
-    std::string part_;  ///< of a line whose end has not come yet; under the stream's lock
+    std::string part_;  ///< an incomplete line; guarded by the stream's lock
 };
 
 }  // namespace refhost

@@ -13,10 +13,10 @@
 namespace refhost
 {
 
-/// Lets one message of each kind through in `interval` and counts the others, so that nobody can fill the log
-/// by provoking one event again and again. Log::limited() has the process's own.
+/// Admits one message of each kind per `interval` and counts the others, so that nobody can flood the log by
+/// provoking an event. Log::limited() uses the process's instance.
 ///
-/// Knows at most `maxKinds` kinds; messages of further ones share one, "other messages".
+/// Keeps at most `maxKinds` kinds; messages of further kinds count as "other messages".
 /// Threads: any.
 class LogLimiter
 {
@@ -27,11 +27,11 @@ public:
     static constexpr std::chrono::seconds interval{10};
     static constexpr std::size_t maxKinds = 64;
 
-    /// \param write  takes the counts; called without the lock
+    /// \param write  writes the counts; called without the lock
     explicit LogLimiter(Write write);
 
-    /// \param now  not earlier than in any call before
-    /// \returns true when a message of `kind` may be written now; otherwise it was counted
+    /// \param now  not earlier than in any previous call
+    /// \returns true when a message of `kind` may be written now; otherwise the message is counted
     bool admit(Log::Level level, std::string_view kind, Clock::time_point now);
 
     /// Writes the counts of all kinds whose interval is over at `now`.
@@ -42,7 +42,7 @@ private:
     {
         Clock::time_point since;
         std::size_t leftOut = 0;
-        Log::Level level = Log::Level::info;  ///< the worst of those left out
+        Log::Level level = Log::Level::info;  ///< the worst of the suppressed ones
     };
 
     void write(const std::string& kind, const Kind& counted);

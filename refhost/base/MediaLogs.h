@@ -3,16 +3,15 @@
 namespace refhost
 {
 
-/// Brings what GLib and GStreamer have to say into the program's log, from warnings on. Where the environment
-/// sets GST_DEBUG, what it asks for comes too, at the levels debug and trace. A burst is cut short: a few
-/// lines a second at most, and how many were left out. FFmpeg's libraries are silenced: who uses them says
-/// what went wrong.
+/// Forwards warnings and errors of GLib and GStreamer to the program's log. Messages that the environment
+/// enables by GST_DEBUG are forwarded too, at the levels debug and trace. At most a few lines a second are
+/// written; the others are counted. FFmpeg's libraries are silenced, because their callers report errors.
 ///
-/// Threads: bridge() once, before other threads use GLib.
+/// Threads: call bridge() once, before other threads use GLib.
 class MediaLogs
 {
 public:
-    /// Before gst_init(); GLib permits it once in a process.
+    /// Call before gst_init(), at most once: GLib permits one writer per process.
     static void bridge();
 };
 

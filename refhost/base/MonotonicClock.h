@@ -9,17 +9,16 @@
 namespace refhost
 {
 
-/// The time that limits are measured with: milliseconds of a clock that never goes back. A test brings its
-/// own.
+/// The clock that time limits are measured with: milliseconds, never decreasing. Tests replace it.
 using MonotonicClock = std::function<std::int64_t()>;
 
-/// What `clock` shows, as an instant.
+/// Present time of `clock`.
 inline MonotonicTime readClock(const MonotonicClock& clock)
 {
     return MonotonicTime(std::chrono::milliseconds(clock()));
 }
 
-/// Milliseconds of std::chrono::steady_clock, the clock that SessionLiveness is told by transports.
+/// Milliseconds of std::chrono::steady_clock, by which transports report activity to SessionLiveness.
 std::int64_t steadyMilliseconds();
 
 }  // namespace refhost

@@ -7,7 +7,7 @@
 namespace refhost
 {
 
-/// std::mutex as the compiler's check knows it. Threads: any; held by one thread, released by the same.
+/// std::mutex with thread-safety annotations. Threads: any; the thread that locks it unlocks it.
 class OV_CAPABILITY("mutex") Mutex
 {
 public:
@@ -25,7 +25,7 @@ public:
         mutex_.unlock();
     }
 
-    /// \returns true when the mutex was free and is held now
+    /// \returns true when the mutex is held now; never waits
     bool tryLock() OV_TRY_ACQUIRE(true)
     {
         return mutex_.try_lock();
@@ -37,7 +37,7 @@ private:
     std::mutex mutex_;
 };
 
-/// Holds a mutex as long as it lives.
+/// Holds a mutex during its lifetime.
 class OV_SCOPED_CAPABILITY MutexLock
 {
 public:
@@ -58,7 +58,8 @@ private:
     Mutex& mutex_;
 };
 
-/// Releases a mutex that the thread holds, and takes it again at the end of its life, also when an exception ends it.
+/// Releases a mutex during its lifetime and locks it again at the end, also when an exception ends it.
+/// Requires: the thread holds the mutex.
 class OV_SCOPED_CAPABILITY MutexUnlock
 {
 public:

@@ -7,18 +7,18 @@
 #include "refhost/base/Log.h"
 #include "refhost/base/OVMutexImpl.h"
 
-// Not std::timed_mutex: it waits with a call that the thread sanitizer does not follow. A step of the wall
-// clock makes the warning come early or late, and nothing else.
+// Not std::timed_mutex: it waits with a call that the thread sanitizer does not intercept. A step of the wall
+// clock only makes the warning early or late.
 void OVMutex::Impl::lockContended(const char* callersFile, int callersLine)
 {
     timespec until{};
     clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_sec += patience;
+    until.tv_sec += patience.count();
     if (pthread_mutex_timedlock(mutex.native_handle(), &until) == 0)
     {
         return;
     }
-    // The holder may change between the two loads; a wrong line in a warning is no harm.
+    // The holder may change between the two loads; a wrong line in a warning is harmless.
     const char* const holder = file.load(std::memory_order_relaxed);
     refhost::Log::warning("{}:{} still waits for a lock that {}:{} holds", callersFile, callersLine,
                           holder == nullptr ? "nobody" : holder, line.load(std::memory_order_relaxed));

@@ -2,18 +2,19 @@
 // Tested by tests/refhost/base/OVMutex_test.cpp.
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 
 #include "hostapi/base/OVMutex.h"
 
-/// What stands behind this host's OVMutex: a lock, and who holds it now.
+/// State of this host's OVMutex: a lock and its present holder.
 struct OVMutex::Impl
 {
-    /// Waiting longer than this is worth a line in the log; no critical section takes anywhere near as long.
-    static constexpr int patience = 5;  // seconds
+    /// A longer wait is logged; no critical section takes anywhere near as long.
+    static constexpr std::chrono::seconds patience{5};
 
     std::mutex mutex;
-    /// Call site of the present holder; null and 0 while the mutex is free. Written by the holder only.
+    /// Call site of the present holder; null and 0 while the mutex is free. Only the holder writes them.
     std::atomic<const char*> file{nullptr};
     std::atomic<int> line{0};
 

@@ -5,7 +5,7 @@
 namespace refhost
 {
 
-/// Fills memory with random numbers that nobody can guess, from the system.
+/// Fills memory with cryptographically secure random bytes of the system.
 void fillRandom(void* out, std::size_t size);
 
 }  // namespace refhost

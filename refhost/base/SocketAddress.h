@@ -11,33 +11,33 @@
 namespace refhost
 {
 
-/// IPv4 or IPv6 address and port of one end of a connection or datagram. A plain value of 28 bytes.
+/// IPv4 or IPv6 address and port of one end of a connection or datagram. A value type of 28 bytes.
 class SocketAddress
 {
 public:
-    /// The IPv6 form of an address (IPv4 ones mapped), without port: what limits per address count by.
+    /// An address in IPv6 form (IPv4 mapped), without port: the key of limits per address.
     using Key = std::array<unsigned char, 16>;
     struct KeyHash
     {
         std::size_t operator()(const Key& key) const noexcept;
     };
 
-    /// What limits count as one address: an IPv4 address, or an IPv6 network of 64 bits, which is the least
+    /// The network that limits count as one address: an IPv4 address, or an IPv6 /64, the smallest network
     /// that one site has.
     static Key networkOf(const Key& address);
 
-    /// No address, of no family.
+    /// No address; the family is AF_UNSPEC.
     SocketAddress();
-    /// An IPv4 address that is mapped into IPv6 becomes plain; another family's becomes none.
+    /// An IPv4-mapped IPv6 address becomes IPv4. An address of another family becomes none.
     explicit SocketAddress(const sockaddr* address);
 
-    /// The wildcard of a family with port 0.
+    /// The wildcard address of a family with port 0.
     static SocketAddress any(int family);
-    /// \param numeric  IPv4 or IPv6 address
-    /// \returns nothing when it is neither
+    /// \param numeric  IPv4 or IPv6 address without port
+    /// \returns nothing for any other text
     static std::optional<SocketAddress> parse(const std::string& numeric, int port = 0);
 
-    /// Our end of a socket; none when it has none.
+    /// The local address of a socket; none when it has none.
     static SocketAddress localOf(int descriptor);
 
     /// AF_INET, AF_INET6, or AF_UNSPEC for none.
@@ -51,20 +51,20 @@ public:
         return family() == AF_INET6;
     }
 
-    /// The address as a socket of the given family takes it: an IPv4 address becomes a mapped one for
-    /// AF_INET6 and a mapped one becomes plain for AF_INET. A true IPv6 address stays.
+    /// The address for a socket of `family`: IPv4 becomes IPv4-mapped for AF_INET6, IPv4-mapped becomes IPv4
+    /// for AF_INET. Other IPv6 addresses stay.
     SocketAddress forFamily(int family) const;
 
     int port() const;
     void setPort(int port);
 
-    /// Numeric, without port: "192.0.2.1", "2001:db8::1"; empty for none. A mapped address shows as IPv4.
+    /// Numeric, without port: "192.0.2.1", "2001:db8::1"; empty for none. A mapped address is written as IPv4.
     std::string text() const;
     /// The same with port: "192.0.2.1:5004", "[2001:db8::1]:5004".
     std::string textWithPort() const;
     Key key() const;
 
-    /// As the system takes it.
+    /// For calls of the sockets API, with size().
     const sockaddr* get() const
     {
         return &address_.any;
@@ -75,7 +75,7 @@ public:
         return isIpv6() ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
     }
 
-    /// To be filled by the system: room for either family.
+    /// Buffer of `room` bytes for the sockets API to fill.
     sockaddr* fill()
     {
         return &address_.any;
@@ -83,7 +83,7 @@ public:
 
     static constexpr socklen_t room = sizeof(sockaddr_in6);
 
-    /// Same family, address and port.
+    /// Compares family, address and port.
     bool operator==(const SocketAddress& other) const;
 
     struct Hash

@@ -7,27 +7,28 @@
 namespace refhost
 {
 
-/// A set of states of one enum, for the rows of its StateTable.
+/// A set of states of one enum, for StateTable::Row::successors.
 template <typename... State>
 constexpr unsigned anyOf(State... states)
 {
     return (0U | ... | (1U << static_cast<unsigned>(states)));
 }
 
-/// What is known of the states of an enum class: its enumerators in their order, from 0, 32 at most.
+/// Names and transitions of the states of an enum class: one row per enumerator in declaration order, values
+/// from 0, at most 32.
 ///
-/// The function `constexpr auto tableOf(State)` beside the enum returns it; mayFollow() and nameOf() read it.
+/// `constexpr auto tableOf(State)`, declared beside the enum, returns it; mayFollow() and nameOf() use it.
 template <typename State, std::size_t count>
 struct StateTable
 {
     struct Row
     {
         State state;
-        const char* name;     ///< in the log
-        unsigned successors;  ///< anyOf() the others that it may go over to
+        const char* name;     ///< in log lines
+        unsigned successors;  ///< anyOf() the states that may follow
     };
 
-    const char* machine;  ///< what a log calls them all
+    const char* machine;  ///< name of the state machine in log lines
     std::array<Row, count> rows;
 
     /// \returns null for a value that has no row
@@ -47,7 +48,7 @@ constexpr bool mayFollow(State from, State to)
     return row != nullptr && (row->successors & anyOf(to)) != 0;
 }
 
-/// What the table of `State` calls it; "?" where it has no such row.
+/// The state's name in its table; "?" when it has no row.
 template <typename State, typename = decltype(tableOf(State{}))>
 constexpr const char* nameOf(State state)
 {
@@ -56,14 +57,14 @@ constexpr const char* nameOf(State state)
     return row == nullptr ? "?" : row->name;
 }
 
-/// Logs a transition that no table lists.
-/// \param machine  what `from` and `to` are states of
+/// Logs an illegal transition.
+/// \param machine  name of the state machine
 void logIllegalTransition(const char* machine, const char* from, const char* to);
 
-/// A state that changes only along the transitions of its type's StateTable.
+/// A state that changes only by the transitions of its type's StateTable.
 ///
-/// An illegal transition is a fault of the program: it stops a debug build, and in others it is logged and
-/// the state stays. Threads: one at a time.
+/// An illegal transition is a bug: it fails an assertion in debug builds; other builds log it and keep the
+/// state. Threads: one at a time.
 template <typename State>
 class StateMachine
 {
@@ -80,8 +81,8 @@ public:
         return state_ == state;
     }
 
-    /// Goes over to `next`; nothing changes where that is the present state.
-    /// \returns false, and the state stays, for an illegal transition in a build without assertions
+    /// Changes the state to `next`; does nothing when that is the present state.
+    /// \returns false, with the state unchanged, for an illegal transition in a build without assertions
     bool enter(State next)
     {
         if (next != state_ && !mayFollow(state_, next))

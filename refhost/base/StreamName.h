@@ -6,8 +6,7 @@
 namespace refhost
 {
 
-/// How the log names a stream, the same in every line: `camera 2/0 "yard"`, and `camera 2/0` where its camera
-/// has no name.
+/// The name of a stream in log lines: `camera 2/0 "yard"`, or `camera 2/0` when its camera has no name.
 class StreamName
 {
 public:

@@ -6,17 +6,17 @@
 #include <limits>
 #include <type_traits>
 
-/// The time types of the server. Spans are std::chrono durations; instants carry the clock that they were
-/// read from, so that those of two clocks cannot be compared or subtracted by mistake. Conversions between
-/// units, to NTP and to RTP ticks stand here and nowhere else.
+/// The time types of the server. Spans are std::chrono durations. Instants are typed by their clock, so that
+/// instants of two clocks cannot be compared or subtracted by mistake. All conversions between units, to NTP
+/// and to RTP ticks are here.
 namespace refhost
 {
 
-/// A span. The coarser units of std::chrono turn into it by themselves; the way back is spelt out, with its
-/// rounding (std::chrono::floor, round, ceil).
+/// A span. The coarser units of std::chrono convert to it implicitly; conversions back name their rounding
+/// (std::chrono::floor, round, ceil).
 using Duration = std::chrono::nanoseconds;
 
-/// What std::chrono asks of a clock, without a way to read it: the base of the tags that instants carry.
+/// The members that std::chrono requires of a clock, without now(): base of the tags that type instants.
 template <class Tag, bool steady>
 struct ClockTag
 {
@@ -27,13 +27,13 @@ struct ClockTag
     static constexpr bool is_steady = steady;
 };
 
-/// The clock that is never set and goes on evenly while the machine runs. Read it by HostClock::now().
+/// The clock that is never set and runs at a constant rate. Read by HostClock::now().
 struct MonotonicTag : ClockTag<MonotonicTag, true>
 {
 };
 
-/// The wall clock, which anybody may set: UTC since 1970 without leap seconds. Media are dated by
-/// WallClock; HostClock::wallNow() reads the system's.
+/// The wall clock, which may be set at any time: UTC since 1970 without leap seconds. WallClock dates media;
+/// HostClock::wallNow() reads the system's.
 struct WallTag : ClockTag<WallTag, false>
 {
 };
@@ -44,13 +44,13 @@ using MonotonicTime = std::chrono::time_point<MonotonicTag>;
 /// A date in nanoseconds, from 1677 to 2262.
 using WallTime = std::chrono::time_point<WallTag>;
 
-/// A date in microseconds: holds every year that RTSP can write.
+/// A date in microseconds; covers every year that RTSP can express.
 using WallMicroseconds = std::chrono::time_point<WallTag, std::chrono::microseconds>;
 
-/// Nanoseconds of a second, for arithmetic that chrono has no words for.
+/// Nanoseconds per second, for arithmetic that std::chrono cannot express.
 inline constexpr std::int64_t nanosecondsPerSecond = Duration::period::den;
 
-/// A span in nanoseconds; one that does not fit is taken for the longest that does.
+/// Converts a span to nanoseconds; one that does not fit becomes the longest that does.
 template <class Rep, class Period>
 constexpr Duration saturatedDuration(std::chrono::duration<Rep, Period> span)
 {
@@ -73,8 +73,8 @@ constexpr Duration saturatedDuration(std::chrono::duration<Rep, Period> span)
     }
 }
 
-/// Seconds with a fraction as a span, rounded to the nearest nanosecond; what does not fit is taken for the
-/// longest span that does, and no number for none.
+/// Converts fractional seconds to a span, rounded to the nearest nanosecond. A value that does not fit becomes
+/// the longest span that does; NaN becomes 0.
 inline Duration durationOf(std::chrono::duration<double> span)
 {
     constexpr double limit = 9223372036854775808.0;  // 2^63
@@ -88,19 +88,19 @@ inline Duration durationOf(std::chrono::duration<double> span)
                              : Duration(static_cast<std::int64_t>(count));
 }
 
-/// A span as seconds with a fraction, for texts and for the library.
+/// Converts a span to fractional seconds, for texts and for the library.
 constexpr double secondsOf(Duration span)
 {
     return std::chrono::duration<double>(span).count();
 }
 
-/// A date in nanoseconds; one beyond 1677 or 2262 is taken for the nearest within.
+/// Converts a date to nanoseconds, clamped to 1677 to 2262.
 constexpr WallTime saturatedWallTime(WallMicroseconds date)
 {
     return WallTime(saturatedDuration(date.time_since_epoch()));
 }
 
-/// A date from whole seconds since 1970; one beyond 1677 or 2262 is taken for the nearest within.
+/// Converts whole seconds since 1970 to a date, clamped to 1677 to 2262.
 constexpr WallTime wallTimeOfUnix(std::int64_t secondsSince1970)
 {
     return WallTime(saturatedDuration(std::chrono::duration<std::int64_t>(secondsSince1970)));
@@ -112,15 +112,15 @@ constexpr std::int64_t unixSeconds(WallTime date)
     return std::chrono::floor<std::chrono::seconds>(date.time_since_epoch()).count();
 }
 
-/// A timestamp of NTP: seconds since 1900 and their fraction in 32 bits each (RFC 5905, section 6). RTCP and
-/// the ONVIF replay extension date media by it.
+/// An NTP timestamp: seconds since 1900 and their fraction, 32 bits each (RFC 5905, section 6). RTCP and the
+/// ONVIF replay extension date media by it.
 ///
-/// The seconds wrap in 2036: dates from 1968 to 2104 are told apart by the highest bit, as RFC 4330,
-/// section 3, has it.
+/// The seconds wrap in 2036. The highest bit selects the era, for dates from 1968 to 2104 (RFC 4330,
+/// section 3).
 class NtpTime
 {
 public:
-    /// The timestamp that says "unknown".
+    /// Unknown: all bits 0.
     constexpr NtpTime() = default;
     /// \param bits  seconds in the upper half, fraction in the lower
     explicit constexpr NtpTime(std::uint64_t bits) : bits_(bits) {}
@@ -129,7 +129,7 @@ public:
     {
     }
 
-    /// The timestamp of a date, rounded down; the era is lost.
+    /// Converts a date, rounded down; the era is lost.
     explicit constexpr NtpTime(WallTime date)
     {
         const auto whole = std::chrono::floor<std::chrono::seconds>(date.time_since_epoch());
@@ -139,7 +139,7 @@ public:
         bits_ = std::uint64_t{since1900} << 32U | (rest << 32U) / perSecond;
     }
 
-    /// The date to the nearest nanosecond, between 1968 and 2104.
+    /// The date, rounded to the nearest nanosecond; from 1968 to 2104.
     constexpr WallTime wallTime() const
     {
         const std::int64_t era = wholeSeconds() < eraStart ? std::int64_t{1} << 32U : 0;
@@ -169,7 +169,7 @@ public:
         return static_cast<std::uint32_t>(bits_);
     }
 
-    /// The middle 32 bits, by which reports refer to each other (RFC 3550, section 6.4.1).
+    /// The middle 32 bits, as in the LSR field of reception reports (RFC 3550, section 6.4.1).
     constexpr std::uint32_t compact() const
     {
         return static_cast<std::uint32_t>(bits_ >> 16U);
@@ -188,19 +188,18 @@ public:
 private:
     static constexpr std::int64_t secondsFrom1900To1970 = 2'208'988'800;
     static constexpr std::uint64_t perSecond = nanosecondsPerSecond;
-    static constexpr std::uint32_t eraStart = 0x80000000U;  // 1968; smaller ones count from 2036
+    static constexpr std::uint32_t eraStart = 0x80000000U;  // 1968; smaller values count from 2036
 
     std::uint64_t bits_ = 0;
 };
 
-/// A span in the compact form of NTP, units of 1/65536 second, as RTCP writes delays (RFC 3550,
-/// section 6.4.1).
+/// Converts a span from units of 1/65536 second, the form of delays in RTCP (RFC 3550, section 6.4.1).
 constexpr Duration spanOfCompactNtp(std::uint32_t span)
 {
     return Duration(static_cast<std::int64_t>(std::uint64_t{span} * nanosecondsPerSecond >> 16U));
 }
 
-/// The compact form of a span, rounded down: none for a negative one, the largest from 65536 seconds on.
+/// Converts a span to units of 1/65536 second, rounded down; clamped to 0 and to the largest value.
 constexpr std::uint32_t compactNtpOf(Duration span)
 {
     if (span < Duration::zero())
@@ -215,15 +214,15 @@ constexpr std::uint32_t compactNtpOf(Duration span)
                                       nanosecondsPerSecond);
 }
 
-/// The clock of a track's RTP timestamps: ticks with their rate.
+/// The clock of a track's RTP timestamps: converts between spans and ticks of its rate.
 ///
-/// Ticks count in 64 bits; a timestamp on the wire is their lower half and wraps.
+/// Ticks have 64 bits; the timestamp in a packet is their lower half and wraps.
 class RtpClock
 {
 public:
     static constexpr std::uint32_t maxRate = 1'000'000'000;
 
-    /// \param rate  Hz, from 1 to maxRate; another one is taken for the nearest of these
+    /// \param rate  Hz; clamped to 1 to maxRate
     explicit constexpr RtpClock(std::uint32_t rate) : rate_(rate < 1 ? 1 : rate > maxRate ? maxRate : rate) {}
 
     /// Hz.
@@ -232,15 +231,15 @@ public:
         return rate_;
     }
 
-    /// Whole ticks of a span, rounded towards none.
+    /// Ticks of a span, rounded towards zero.
     constexpr std::int64_t ticks(Duration span) const
     {
-        // In two steps: the product of a day and a rate does not fit.
+        // In two steps: the product of a day's nanoseconds and a rate would overflow.
         return span.count() / nanosecondsPerSecond * rate_ +
                span.count() % nanosecondsPerSecond * rate_ / nanosecondsPerSecond;
     }
 
-    /// Ticks of a span, rounded to the nearest; half a tick away from none.
+    /// Ticks of a span, rounded to the nearest; half a tick is rounded away from zero.
     constexpr std::int64_t nearestTicks(Duration span) const
     {
         const std::int64_t half = span.count() < 0 ? -nanosecondsPerSecond / 2 : nanosecondsPerSecond / 2;
@@ -248,7 +247,7 @@ public:
                (span.count() % nanosecondsPerSecond * rate_ + half) / nanosecondsPerSecond;
     }
 
-    /// The span of so many ticks, rounded towards none; one that does not fit is taken for the longest.
+    /// The span of `ticks`, rounded towards zero; one that does not fit becomes the longest span.
     constexpr Duration span(std::int64_t ticks) const
     {
         const std::int64_t rate = rate_;
@@ -256,14 +255,15 @@ public:
                             Duration(ticks % rate * nanosecondsPerSecond / rate));
     }
 
-    /// The tick at an instant, in the 32 bits of a timestamp. Only differences of such say anything.
+    /// The 32-bit timestamp of an instant. Only differences of such timestamps are meaningful.
     template <class Clock>
     constexpr std::uint32_t timestampAt(std::chrono::time_point<Clock, Duration> instant) const
     {
         return static_cast<std::uint32_t>(ticks(instant.time_since_epoch()));
     }
 
-    /// Ticks from one timestamp to another that is less than half their range away, either way.
+    /// Ticks from `earlier` to `later` modulo 2^32; negative when `later` precedes `earlier`.
+    /// Requires: they are less than half the range apart.
     static constexpr std::int32_t difference(std::uint32_t later, std::uint32_t earlier)
     {
         return static_cast<std::int32_t>(later - earlier);
@@ -280,7 +280,7 @@ public:
     }
 
 private:
-    /// \param small  less than a second, of the same sign
+    /// \param small  magnitude less than a second; same sign as `whole`
     static constexpr Duration saturatedSum(Duration whole, Duration small)
     {
         if (small > Duration::zero())

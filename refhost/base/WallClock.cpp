@@ -4,9 +4,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <chrono>
 #include <ctime>
-#include <limits>
 #include <string>
 
 #include "refhost/base/HostClock.h"
@@ -17,104 +16,106 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1'000'000'000;
-/// Between two looks at the system's clock.
-constexpr std::int64_t followPauseNs = 100'000'000;
-/// A reading of both clocks during which less time passed is exact enough.
-constexpr std::int64_t exactNs = 20'000;
-/// One during which more passed, because the thread had to wait for a processor, says nothing.
-constexpr std::int64_t uselessNs = WallClock::minStepNs / 4;
-constexpr int maxReads = 5;
-/// A smaller difference may be the readings' own error: without a correction dates go on exactly evenly.
-constexpr std::int64_t toleranceNs = 100'000;
+using namespace std::chrono_literals;
 
-std::string utc(std::int64_t wallNs)
+/// Between two readings of the system's clock.
+constexpr Duration followInterval = 100ms;
+/// A reading of both clocks that took at most this long is accurate enough.
+constexpr Duration accurate = 20us;
+/// A reading that took longer is discarded: the thread waited for a processor.
+constexpr Duration maxUncertainty = WallClock::minStep / 4;
+constexpr int maxReads = 5;
+/// A smaller difference may be an error of the readings. Without a correction the mapping stays constant.
+constexpr Duration tolerance = 100us;
+
+std::string utc(WallTime date)
 {
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}Z", fmt::gmtime(static_cast<std::time_t>(wallNs / second)));
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}Z", fmt::gmtime(static_cast<std::time_t>(unixSeconds(date))));
 }
 
-void logStep(std::int64_t fromNs, std::int64_t stepNs)
+void logStep(WallTime from, Duration step)
 {
+    const Duration size = std::chrono::abs(step);
     Log::warning(
         "the clock was set {} by {}.{:03} seconds, from {} to {}; recorded and reported times follow",
-        stepNs < 0 ? "back" : "forward", std::abs(stepNs) / second, std::abs(stepNs) % second / 1'000'000,
-        utc(fromNs), utc(fromNs + stepNs));
+        step < Duration::zero() ? "back" : "forward", size / 1s, size % 1s / 1ms, utc(from),
+        utc(from + step));
 }
 
 }  // namespace
 
 WallClock::Mapping WallClock::mapping()
 {
-    std::int64_t stepNs = 0;
-    std::int64_t steppedFromNs = 0;
+    Duration step{};
+    WallTime steppedFrom;
     Mapping found;
     {
         const MutexLock guard(mutex_);
-        const std::int64_t nowNs = clock_.monotonicNs();
-        if (!followedNs_ || nowNs - *followedNs_ >= followPauseNs)
+        const MonotonicTime now = clock_.now();
+        if (!lastFollow_ || now - *lastFollow_ >= followInterval)
         {
             const Reading reading = read();
-            steppedFromNs = mapping_.at(reading.monotonicNs);
-            stepNs = follow(reading);
+            steppedFrom = mapping_.at(reading.instant);
+            step = follow(reading);
         }
         found = mapping_;
     }
-    if (stepNs != 0)
+    if (step != Duration::zero())
     {
-        logStep(steppedFromNs, stepNs);
+        logStep(steppedFrom, step);
     }
     return found;
 }
 
 WallClock::Reading WallClock::read() const
 {
-    Reading best{0, 0, std::numeric_limits<std::int64_t>::max()};
-    for (int i = 0; i < maxReads && best.uncertaintyNs > exactNs; ++i)
+    Reading best{{}, {}, Duration::max()};
+    for (int i = 0; i < maxReads && best.uncertainty > accurate; ++i)
     {
-        const std::int64_t beforeNs = clock_.monotonicNs();
-        const std::int64_t wallNs = clock_.wallNs();
-        const std::int64_t passedNs = clock_.monotonicNs() - beforeNs;
-        if (passedNs < best.uncertaintyNs)
+        const MonotonicTime before = clock_.now();
+        const WallTime wall = clock_.wallNow();
+        const Duration taken = clock_.now() - before;
+        if (taken < best.uncertainty)
         {
-            const std::int64_t betweenNs = beforeNs + passedNs / 2;
-            best = {betweenNs, wallNs - betweenNs, passedNs};
+            const MonotonicTime middle = before + taken / 2;
+            best = {middle, wall.time_since_epoch() - middle.time_since_epoch(), taken};
         }
     }
     return best;
 }
 
-/// \returns by how much the clock was set; 0 where it was not
-std::int64_t WallClock::follow(const Reading& reading)
+/// \returns the size of the step; 0 when the clock was not set
+Duration WallClock::follow(const Reading& reading)
 {
-    if (!followedNs_)
+    if (!lastFollow_)
     {
-        followedNs_ = reading.monotonicNs;
-        mapping_.offsetNs = reading.offsetNs;
-        return 0;
+        lastFollow_ = reading.instant;
+        mapping_.offset = reading.offset;
+        return Duration::zero();
     }
-    if (reading.uncertaintyNs > uselessNs)
+    if (reading.uncertainty > maxUncertainty)
     {
-        return 0;
+        return Duration::zero();
     }
-    const std::int64_t elapsedNs = reading.monotonicNs - *followedNs_;
-    const std::int64_t differenceNs = reading.offsetNs - mapping_.offsetNs;
-    followedNs_ = reading.monotonicNs;
-    if (std::abs(differenceNs) <= toleranceNs)
+    const Duration elapsed = reading.instant - *lastFollow_;
+    const Duration difference = reading.offset - mapping_.offset;
+    lastFollow_ = reading.instant;
+    if (std::chrono::abs(difference) <= tolerance)
     {
-        return 0;
+        return Duration::zero();
     }
-    if (std::abs(differenceNs) < minStepNs)
+    if (std::chrono::abs(difference) < minStep)
     {
-        // An hour of following reaches every correction that is not a step.
-        const std::int64_t maxNs = std::min(elapsedNs, 3600 * second) / 1000 * slewNsPerSecond / 1'000'000;
-        mapping_.offsetNs += std::clamp(differenceNs, -maxNs, maxNs);
-        return 0;
+        // Clamped against overflow; every correction that is not a step is complete within an hour.
+        const Duration max = std::min<Duration>(elapsed, 1h) / 1000 * slewPerSecond.count() / 1'000'000;
+        mapping_.offset += std::clamp(difference, -max, max);
+        return Duration::zero();
     }
-    mapping_.offsetNs = reading.offsetNs;
+    mapping_.offset = reading.offset;
     ++mapping_.steps;
-    mapping_.stepsBack += differenceNs < 0 ? 1 : 0;
+    mapping_.stepsBack += difference < Duration::zero() ? 1 : 0;
     steps_.store(mapping_.steps, std::memory_order_relaxed);
-    return differenceNs;
+    return difference;
 }
 
 }  // namespace refhost

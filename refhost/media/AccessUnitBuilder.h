@@ -11,32 +11,31 @@
 namespace refhost
 {
 
-/// Gathers the RTP packets of one payloader to access units.
+/// Assembles the RTP packets of one payloader to access units.
 ///
-/// A video unit ends at the marker bit, or where the timestamp changes; so does an AAC frame that was split
-/// over several packets. Each packet of other audio is a unit. Threads: one at a time.
+/// A unit of video, and an AAC frame that spans several packets, ends at the marker bit or where the
+/// timestamp changes. Each packet of other audio is a unit. Threads: one at a time.
 class AccessUnitBuilder
 {
 public:
-    /// Larger units are left out: no camera makes them, and one that lies must not fill the memory. Bytes of
-    /// packets.
+    /// Limit of a unit's packets in bytes. Larger units are dropped: no camera makes them, and a faulty one
+    /// must not exhaust the memory.
     static constexpr std::size_t maxUnitBytes = 16U << 20U;
 
     using Deliver = std::function<void(AccessUnitPtr)>;
 
-    /// \param codec    whose table entry says what ends a unit; a unit of H.264 or H.265 with a parameter set
-    ///                 and a frame that decoders can start with is a key unit
-    /// \param deliver  called by add() with each unit that became whole
+    /// \param codec    its table entry says what ends a unit. A unit of H.264 or H.265 is a key frame when it
+    ///                 holds a parameter set and a frame that decoders can start with
+    /// \param deliver  called by add() with each complete unit
     AccessUnitBuilder(Codec codec, Deliver deliver);
 
-    /// Takes the next packet. A packet whose RTP header (RFC 3550, section 5.1) is anything but twelve bytes
-    /// of version 2 without padding, extension and contributing sources is not taken, because senders rewrite
-    /// exactly such headers.
+    /// Adds the next packet. Its RTP header (RFC 3550, section 5.1) must be of version 2 without padding,
+    /// extension and contributing sources, because senders rewrite exactly such twelve bytes.
     /// \param captureTime  as AccessUnit::captureTime
-    /// \returns false when the packet was not taken
+    /// \returns false when the packet was rejected
     bool add(const std::uint8_t* packet, std::size_t size, MonotonicTime captureTime);
 
-    /// Forgets the packets of a unit that is not whole.
+    /// Drops the packets of an incomplete unit.
     void reset();
 
 private:
@@ -48,7 +47,7 @@ private:
     const CodecInfo& info_;
     Deliver deliver_;
     std::shared_ptr<AccessUnit> unit_;
-    bool dropping_ = false;  // unit_ is too large: what comes of it is left out
+    bool dropping_ = false;  // unit_ is too large: its remaining packets are dropped
     bool hasParameterSet_ = false;
     bool hasKeyFrame_ = false;
 };

@@ -8,10 +8,11 @@
 namespace refhost
 {
 
-/// The track on which clients send audio in a codec of the configuration.
+/// The back channel track, on which clients send audio in the configured codec.
 ///
-/// All cameras' tracks have one name: the talk-back manager serves sessions of one track name at a time.
-/// \returns nothing for none, and for a codec in which clients cannot talk
+/// It has the same name for every camera, because the talk-back manager serves sessions of one track name at
+/// a time.
+/// \returns nothing without a codec and for a codec that has no talk-back
 std::optional<SubMediaInfo> backChannelOf(const std::optional<Codec>& codec);
 
 }  // namespace refhost

@@ -10,22 +10,22 @@ namespace refhost
 
 class RecordingIndex;
 
-/// Where the classes of the host contract find this process's streams and recordings.
+/// Gives the classes of the host contract access to this process's streams and recordings. Threads: any.
 class Device
 {
 public:
-    /// Sets the streams; before the first request, and null again after the last. A test sets its own.
+    /// Sets the streams: before the first request, and to null after the last. Tests set their own.
     static void setStreams(std::shared_ptr<StreamDirectory> streams);
 
     /// \returns null before setStreams()
     static std::shared_ptr<StreamDirectory> streams();
 
-    /// Says that recordings are being looked for: who asks for one meanwhile is to wait until
-    /// setRecordings(), which ChangeSignal tells.
+    /// Declares that recordings are being opened: requests for recorded media wait until setRecordings(),
+    /// which ChangeSignal announces.
     static void expectRecordings();
     static bool recordingsExpected();
 
-    /// Sets what was recorded; null where there are no recordings, and again before the process ends.
+    /// Sets the recordings; null when there are none, and again before the process ends.
     static void setRecordings(std::shared_ptr<RecordingIndex> recordings);
 
     /// \returns null when there are no recordings

@@ -11,12 +11,12 @@
 namespace refhost
 {
 
-/// What a decoder or a file must know of a track before its first unit.
+/// The format of a track, which a decoder or a file needs before the first unit.
 struct MediaFormat
 {
     Codec codec{};
-    /// H.264 and H.265: the decoder configuration record (avcC, hvcC) that goes with length-prefixed NAL
-    /// units; AAC: the AudioSpecificConfig; otherwise empty.
+    /// H.264 and H.265: the decoder configuration record (avcC, hvcC) for length-prefixed NAL units; AAC: the
+    /// AudioSpecificConfig; otherwise empty.
     std::vector<std::uint8_t> codecData;
     int width = 0;       ///< pixels; 0 for audio
     int height = 0;      ///< pixels; 0 for audio
@@ -30,32 +30,32 @@ struct MediaFormat
     }
 };
 
-/// One frame or block of audio as it was coded, before it is cut into packets.
+/// One encoded video frame or block of audio, before packetization.
 struct EncodedUnit
 {
-    std::shared_ptr<const MediaFormat> format;  ///< never null; another object where the format changed
-    std::vector<std::uint8_t> bytes;            ///< frames as length-prefixed NAL units
-    MonotonicTime captureTime;                  ///< HostClock::now() of its presentation
-    /// On the same clock: never later than the presentation, and growing from the first key frame on
+    std::shared_ptr<const MediaFormat> format;  ///< never null; a new object when the format changes
+    std::vector<std::uint8_t> bytes;            ///< H.264 and H.265 as length-prefixed NAL units
+    MonotonicTime captureTime;                  ///< presentation time on HostClock::now()
+    /// On the same clock: never later than captureTime, and increasing from the first key frame on
     /// (DecodeTimes).
     MonotonicTime decodeTime;
     Duration duration{};    ///< 0 when unknown
-    bool keyFrame = false;  ///< can be decoded without those before; always true for audio
+    bool keyFrame = false;  ///< can be decoded without earlier units; always true for audio
 };
 
 using EncodedUnitPtr = std::shared_ptr<const EncodedUnit>;
 
-/// Takes the encoded units of all tracks of a stream.
+/// Receives the encoded units of all tracks of a stream.
 ///
-/// Threads: a track's units come one at a time and in decoding order, each track's from a thread of its own,
-/// which codes the media too: a sink must not block.
+/// Threads: the units of a track arrive one at a time and in decoding order, on a thread per track. The thread
+/// also encodes the media: a sink must not block.
 class EncodedUnitSink
 {
 public:
     virtual ~EncodedUnitSink() = default;
 
     virtual void onEncodedUnit(const EncodedUnitPtr& unit) = 0;
-    /// The source was stopped: what comes next does not continue what came before.
+    /// The source was stopped: later units do not continue earlier ones.
     virtual void onDiscontinuity() = 0;
 };
 

@@ -12,22 +12,22 @@
 namespace refhost
 {
 
-/// What the codec table says in GStreamer's words. Threads: any; no state.
+/// The codec table in terms of GStreamer. Threads: any; no state.
 class GstCodec
 {
 public:
-    /// \returns the codec of media with these caps; nothing when this server cannot send them as they are
+    /// \returns the codec of media with these caps; nothing when they must be transcoded
     static std::optional<Codec> of(const GstCaps* caps);
 
-    /// Caps of everything that is sent without encoding it again, and of raw video and audio.
+    /// Caps of all media that are sent without transcoding, and of raw video and audio.
     /// \param configured  the stream's codecs
-    /// \param byRtp       the media come from another RTP sender
+    /// \param byRtp       the media are received by RTP
     static GstValuePtr<GstCaps> acceptedCaps(const std::vector<Codec>& configured, bool byRtp);
 
-    /// What brings encoded media into the one form that is sent and recorded, as a launch line.
+    /// Launch line that converts encoded media to the form that is sent and recorded.
     static std::string parserLine(Codec codec);
 
-    /// The payloader without its properties for size, as a launch line.
+    /// Launch line of the payloader, without its size properties.
     static std::string payloaderLine(Codec codec);
 
 private:

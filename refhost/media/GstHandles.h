@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// Gives back a counted GStreamer object.
+/// Releases a reference to a GStreamer object.
 struct GstObjectUnref
 {
     void operator()(void* object) const
@@ -17,7 +17,7 @@ struct GstObjectUnref
     }
 };
 
-/// Gives back a counted GStreamer value: caps, buffer, sample, event, message.
+/// Releases a reference to a GStreamer mini object: caps, buffer, sample, event, message.
 struct GstMiniObjectUnref
 {
     template <class T>

@@ -13,13 +13,13 @@ enum class UnlinkedPads
     left
 };
 
-/// Makes a bin from a launch line.
-/// \param[out] error  why not, as GStreamer says it
-/// \returns the bin with a floating reference; null with `error` set when the line is wrong or names an
-///          element that is not installed
+/// Creates a bin from a launch line.
+/// \param[out] error  GStreamer's message; set on failure only
+/// \returns the bin with a floating reference; null when the line is malformed or names an element that is
+///          not installed
 GstElement* makeLaunchBin(const std::string& line, UnlinkedPads pads, std::string& error);
 
-/// Makes what a launch line says: the element itself, where it names one alone. As above otherwise.
+/// As above, but returns the element itself when the line names only one.
 GstElement* makeLaunchElement(const std::string& line, std::string& error);
 
 }  // namespace refhost

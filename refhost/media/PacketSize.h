@@ -6,12 +6,12 @@
 namespace refhost
 {
 
-/// Sizes of RTP packets where nothing better is known of their path.
+/// Default sizes of RTP packets, for paths of unknown MTU.
 struct PacketSize
 {
-    /// MTU of an Ethernet frame's path through a tunnel, bytes. The library leaves it to the host.
+    /// Bytes; fits an Ethernet path through a tunnel. The library leaves the MTU to the host.
     static constexpr int mtu = 1440;
-    /// RTP payload that fits it with the headers in front, bytes: what the library asks for, too.
+    /// Bytes of RTP payload that fit the MTU with all headers; the library requests the same.
     static constexpr int payload = PayloadSize::standard;
 };
 

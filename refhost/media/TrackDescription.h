@@ -9,20 +9,18 @@
 namespace refhost
 {
 
-/// Fills a track's description from what the stream really is.
+/// Describes a track by the actual caps of its stream. Threads: any; no state.
 ///
-/// Format parameters are those that the codec table names, with the values of the payloader.
-/// \param rtpCaps    what the payloader makes ("application/x-rtp")
-/// \param mediaCaps  what goes into the payloader; null when unknown: size and rate stay 0 then
-/// \param trackId    what the track is called
-/// \param[out] out   filled on success, otherwise left as it was; `bitRate` is 0 except where the codec
-/// fixes it
-/// \returns false when the caps do not hold all that a player needs, such as the parameter sets,
-/// and for codecs that the table does not know
+/// The format parameters are those of the codec table with the payloader's values.
+/// \param rtpCaps    output of the payloader ("application/x-rtp")
+/// \param mediaCaps  input of the payloader; null when unknown: dimensions and rates are 0 then
+/// \param[out] out   set on success, otherwise unchanged; `bitRate` is 0 unless the codec fixes it
+/// \returns false when the caps lack something that players need, such as parameter sets, and for codecs that
+///          the table does not list
 bool describeTrack(const GstCaps* rtpCaps, const GstCaps* mediaCaps, const std::string& trackId,
                    SubMediaInfo& out);
 
-/// \returns true when two descriptions of a track say the same
+/// \returns true when two descriptions of a track are equal
 bool sameDescription(const SubMediaInfo& left, const SubMediaInfo& right);
 
 }  // namespace refhost

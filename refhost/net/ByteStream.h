@@ -13,45 +13,45 @@
 namespace refhost
 {
 
-/// The bytes of one connection in both directions, whatever carries them: TCP, TLS, the two connections of a
-/// tunnel, memory. Never blocks.
+/// A bidirectional byte stream of one connection over any carrier: TCP, TLS, the two connections of a tunnel,
+/// memory. Never blocks.
 ///
-/// A stream is attached to one event loop at a time and reports there what it is ready for: only what is
-/// watched, and again as long as that lasts, as an EventLoop does. How it finds out is its own business. One
-/// that must read before it can send watches its carrier for input and reports `sendable` afterwards; one that
-/// holds decoded bytes reports `receivable` without new input; what it took and could not pass on yet it sends
-/// without being asked again.
+/// A stream is attached to one event loop at a time and reports there the watched events it is ready for,
+/// level-triggered as EventLoop does. How it detects readiness is up to the implementation: a stream that must
+/// read before it can send watches its carrier for input and reports `sendable` afterwards; one that holds
+/// decoded bytes reports `receivable` without new input. Bytes that a stream accepted but could not pass on
+/// yet, it sends by itself later.
 ///
-/// Life: detached, attach(), detach() and attach() elsewhere any number of times, close(). What is watched is
-/// kept when it moves.
+/// Life: created detached; attach(); detach() and attach() to another loop any number of times, which keeps
+/// the watched events; close().
 ///
-/// Threads: send(), watchReceive() and watchSend() any, send() by one at a time and by none once close() is
-/// called. Everything else: the loop's while attached, otherwise one at a time.
+/// Threads: send(), watchReceive() and watchSend() on any thread, send() one at a time and not once close() is
+/// called. All others: the loop's thread while attached, otherwise one at a time.
 class ByteStream
 {
 public:
     enum class Status
     {
         done,     ///< at least one byte was transferred
-        blocked,  ///< not now: watch for it
-        ended,    ///< the peer sends no more; receive() only
-        failed    ///< the connection is of no more use
+        blocked,  ///< not possible now: watch for it
+        ended,    ///< the peer ended its sending; receive() only
+        failed    ///< the connection is unusable
     };
 
     struct Result
     {
         Status status;
-        std::size_t count = 0;  ///< bytes that were transferred; 0 unless `done`
+        std::size_t count = 0;  ///< bytes transferred; 0 unless `done`
     };
 
-    /// What a stream is ready for; any combination.
+    /// Events of a stream; any combination.
     static constexpr std::uint32_t receivable = EventLoop::readable;
     static constexpr std::uint32_t sendable = EventLoop::writable;
-    /// Both directions ended, or an error; reported whatever is watched.
+    /// Both directions ended, or an error; always reported.
     static constexpr std::uint32_t hungUp = EventLoop::hungUp;
     using Handler = EventLoop::IoHandler;
 
-    /// How many parts send() gathers at most.
+    /// Max number of parts that send() gathers.
     static constexpr std::size_t maxParts = 4;
 
     ByteStream() = default;
@@ -60,42 +60,42 @@ public:
     /// Closes.
     virtual ~ByteStream() = default;
 
-    /// Calls `handler` on the thread of `loop` from now on, never inside another operation of the stream. It
-    /// is kept until detach() or close().
+    /// Calls `handler` on the loop's thread, never from within another operation of the stream, until detach()
+    /// or close().
     /// \throws std::system_error when the system refuses it; the stream stays detached
     /// Requires: detached; `loop` lives until detach() or close().
     virtual void attach(EventLoop& loop, Handler handler) = 0;
-    /// The handler is not called any more after the return, and another loop may have the stream. Does nothing
-    /// on a detached one.
+    /// Once this returns, the handler is not called, and another loop may take the stream. Does nothing on a
+    /// detached stream.
     virtual void detach() = 0;
 
-    /// Whether `receivable` is reported; so at first.
+    /// Whether `receivable` is reported; initially true.
     virtual void watchReceive(bool on) = 0;
-    /// Whether `sendable` is reported; not at first.
+    /// Whether `sendable` is reported; initially false.
     virtual void watchSend(bool on) = 0;
 
     /// Receives up to `size` bytes into `bytes`. May be `blocked` although `receivable` was reported.
     virtual Result receive(char* bytes, std::size_t size) = 0;
 
-    /// Sends `parts` one behind the other.
-    /// \param count  of the parts, 1 to maxParts; together they hold at least one byte
-    /// \param more   more follows at once: the network may wait for it
-    /// \returns how many bytes were taken. They are the stream's own now; the caller may follow them by any
-    ///          others, so a stream never counts on seeing again what it did not take
+    /// Sends `parts` in order.
+    /// \param count  number of parts, 1 to maxParts; together they hold at least one byte
+    /// \param more   the caller sends more at once: the carrier may delay the bytes to join them
+    /// \returns how many bytes were accepted. The caller may continue with any other bytes, so a stream must
+    ///          not rely on being given the rest again
     virtual Result send(const std::string_view* parts, std::size_t count, bool more) = 0;
 
-    /// Ends sending behind what was taken; receiving goes on. Does nothing the second time.
+    /// Ends sending after the accepted bytes; receiving continues. Does nothing the second time.
     virtual void endSending() = 0;
-    /// Detaches and ends both directions; what was not passed on is dropped. Does nothing the second time.
+    /// Detaches and ends both directions; drops bytes not passed on yet. Does nothing the second time.
     virtual void close() = 0;
 
     virtual const SocketAddress& peer() const = 0;
     virtual const SocketAddress& local() const = 0;
 
-    /// Has the system keep up to so many sent bytes, for a stream that carries media from now on.
+    /// Requests a send buffer of `bytes` from the system, for a stream that carries media from now on.
     virtual void setSendBuffer(std::size_t bytes) = 0;
-    /// How long ago the peer's system last answered, whatever its program does.
-    /// \returns nothing when that is not known
+    /// Time since the peer's system last answered, independent of its program.
+    /// \returns nothing when unknown
     virtual std::optional<std::chrono::milliseconds> silence() const = 0;
 };
 

@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// A plain connection: each operation is one system call on its socket, without a copy.
+/// A plain TCP connection: each operation is one system call on its socket, without a copy.
 class TcpStream final : public ByteStream
 {
 public:
@@ -34,8 +34,8 @@ private:
 
     Descriptor socket_;
     const SocketAddress peer_;
-    mutable std::optional<SocketAddress> local_;  // asked for when it is needed
-    Mutex mutex_;                                 // of what follows
+    mutable std::optional<SocketAddress> local_;  // read when first needed
+    Mutex mutex_;
     EventLoop* loop_ OV_GUARDED_BY(mutex_) = nullptr;
     std::uint32_t watched_ OV_GUARDED_BY(mutex_) = receivable;
 };

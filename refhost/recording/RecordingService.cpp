@@ -26,7 +26,8 @@ constexpr std::int64_t firstRecordingsNs = 1735689600 * second;
 
 RecordingRetention::Limits limitsOf(const RecordingConfig& config)
 {
-    return {config.maxSize * mebibyte, config.maxAge * hour, BuildTime::ns(), firstRecordingsNs};
+    return {config.maxSize * mebibyte, config.maxAge * hour, BuildTime::date().time_since_epoch().count(),
+            firstRecordingsNs};
 }
 
 bool recordsAnyOf(const CameraConfig& camera)
@@ -311,7 +312,8 @@ void RecordingService::retain()
     const WallClock::Mapping dates = clock.wall().mapping();
     const std::int64_t nowNs = clock.monotonicNs();
     const RecordingRetention::Outcome outcome =
-        retention_.apply(*index_, {dates.at(nowNs), nowNs, dates.steps - dates.stepsBack});
+        retention_.apply(*index_, {dates.at(MonotonicTime(Duration(nowNs))).time_since_epoch().count(), nowNs,
+                                   dates.steps - dates.stepsBack});
     reportClock(outcome);
     if (outcome.removed > 0)
     {

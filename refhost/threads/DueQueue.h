@@ -11,14 +11,14 @@
 namespace refhost
 {
 
-/// Entries in the order of their due times; entries with the same due time in the order of adding.
+/// A queue of entries ordered by due time, and by the order of adding for equal due times.
 ///
 /// Threads: guarded by its owner.
 template <class Entry>
 class DueQueue
 {
 public:
-    /// Names one entry until it was taken or removed; never used again.
+    /// Identifies an entry; never reused.
     using Ticket = std::pair<MonotonicTime, std::uint64_t>;
 
     Ticket add(MonotonicTime due, Entry entry)
@@ -26,13 +26,13 @@ public:
         return entries_.emplace(Ticket(due, added_++), std::move(entry)).first->first;
     }
 
-    /// \returns false when the entry is not in the queue any more
+    /// \returns false when the entry is no longer in the queue
     bool remove(const Ticket& ticket)
     {
         return entries_.erase(ticket) > 0;
     }
 
-    /// Takes the first entry off the queue, when it is due at `now`.
+    /// Removes the first entry if it is due at `now`. \returns nothing when none is due
     std::optional<Entry> takeDue(MonotonicTime now)
     {
         if (entries_.empty() || entries_.begin()->first.first > now)
@@ -44,7 +44,7 @@ public:
         return first;
     }
 
-    /// When the first entry is due; MonotonicTime::max() for an empty queue.
+    /// Due time of the first entry; MonotonicTime::max() for an empty queue.
     MonotonicTime nextDue() const
     {
         return entries_.empty() ? MonotonicTime::max() : entries_.begin()->first.first;

@@ -10,15 +10,16 @@
 namespace refhost
 {
 
-/// One thread that waits for descriptors (epoll), timers and posted work, and runs their handlers in turn.
+/// One thread that waits for descriptors (epoll), timers and posted tasks, and runs their handlers in turn.
 ///
-/// Threads: every operation from any thread unless told otherwise; handlers run on the loop's thread, which
-/// blocks every signal. An exception that leaves a handler is logged and the loop goes on.
+/// Threads: any, unless stated otherwise. Handlers run on the loop's thread, which blocks every signal. An
+/// exception thrown by a handler is logged and the loop continues.
 class EventLoop
 {
 public:
-    /// What happened to a descriptor; any combination. It is told again as long as it lasts. A peer that only
-    /// ends its own sending makes the descriptor readable; hungUp means both directions, or an error.
+    /// Events of a descriptor; any combination. Level-triggered: reported again as long as the state lasts. A
+    /// peer that ends only its own sending makes the descriptor readable; hungUp means that both directions
+    /// ended, or an error.
     static constexpr std::uint32_t readable = 1;
     static constexpr std::uint32_t writable = 2;
     static constexpr std::uint32_t hungUp = 4;
@@ -26,38 +27,41 @@ public:
     using IoHandler = std::function<void(std::uint32_t events)>;
     using Task = std::function<void()>;
 
-    /// Starts the thread. \param name shown by the system's tools, cut to 15 characters
-    /// \throws std::system_error when descriptors or the thread cannot be had
+    /// Starts the thread.
+    /// \param name  of the thread, cut to 15 characters
+    /// \throws std::system_error when descriptors or the thread cannot be created
     explicit EventLoop(const std::string& name);
-    /// Ends the thread; handlers that did not run yet are dropped. Not from the loop's own thread.
+    /// Ends the thread; handlers that did not run yet are dropped.
+    /// Requires: not called on the loop's thread.
     ~EventLoop();
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
 
-    /// Watches a descriptor. `hungUp` is always reported. The caller keeps the descriptor open until
-    /// remove(). \throws std::system_error when the system refuses it, and nothing is watched
+    /// Watches a descriptor for `events`. `hungUp` is always reported.
+    /// \throws std::system_error when the system refuses it; nothing is watched then
+    /// Requires: the descriptor stays open until remove().
     void add(int descriptor, std::uint32_t events, IoHandler handler);
-    /// Watches for other events from now on. Does nothing for a descriptor that is not watched.
+    /// Replaces the watched events. Does nothing for a descriptor that is not watched.
     void modify(int descriptor, std::uint32_t events);
-    /// Stops watching and drops the handler. Called on the loop's thread, the handler does not run any more
-    /// after the return; from another thread it waits until the handler does not run. Does nothing for a
-    /// descriptor that is not watched.
+    /// Stops watching and drops the handler. Once this returns, the handler does not run; on another thread
+    /// than the loop's it waits for a running handler. Does nothing for a descriptor that is not watched.
     void remove(int descriptor);
 
     /// Runs `task` on the loop's thread, in the order of posting.
     void post(Task task);
 
-    /// Runs `task` every `interval` (at least a millisecond), first after that time, until the loop ends.
-    /// Times that were missed because the loop was busy are left out.
+    /// Runs `task` at every `interval` (at least a millisecond) until the loop ends, the first time after one
+    /// interval. Runs missed because the loop was busy are skipped.
     void every(std::chrono::milliseconds interval, Task task);
 
-    /// Names one call of after(); never used again.
+    /// Identifies one call of after(); never reused.
     using TimerId = std::pair<std::chrono::steady_clock::time_point, std::uint64_t>;
 
-    /// Runs `task` once, after `delay`; at once where that is not positive.
+    /// Runs `task` once after `delay`, at once if that is not positive.
+    /// \returns an id for cancel()
     TimerId after(std::chrono::nanoseconds delay, Task task);
-    /// Drops a task of after() that does not run yet; from another thread it may have been about to. Does
-    /// nothing for one that ran.
+    /// Drops a task of after() that has not started; called from another thread, the task may be starting
+    /// meanwhile. Does nothing for one that has run.
     void cancel(const TimerId& timer);
 
     bool onLoopThread() const;

@@ -7,16 +7,16 @@
 
 #include "hostapi/threads/OVThread.h"
 
-/// What stands behind this host's OVThread.
+/// State of this host's OVThread.
 struct OVThread::State
 {
-    /// Shared with the running thread, which may outlive the thread object: the last handle to it may be
-    /// dropped by the thread itself.
+    /// Shared with the running thread, which may outlive the thread object: the thread itself may drop the
+    /// last handle to it.
     struct Shared
     {
         std::atomic<bool> running{false};
         std::atomic<bool> endAsked{false};
-        /// The running thread; set and cleared by itself.
+        /// The running thread, which sets and clears it.
         std::atomic<std::thread::id> owner{};
     };
 

@@ -11,9 +11,9 @@
 namespace refhost
 {
 
-/// Runs tasks one after the other on a thread of its own, at once or after a delay.
+/// Runs tasks one at a time on a thread of its own, at once or after a delay.
 ///
-/// The thread starts with the first task, or with start(). Threads: any; posting never waits for a task.
+/// The thread starts with the first task or with start(). Threads: any; post() never waits for a task.
 class TaskQueue
 {
 public:
@@ -24,20 +24,20 @@ public:
     TaskQueue(const TaskQueue&) = delete;
     TaskQueue& operator=(const TaskQueue&) = delete;
 
-    /// Makes the thread now.
-    /// \throws std::system_error when the system has none
+    /// Starts the thread now.
+    /// \throws std::system_error when the system cannot create one
     void start();
 
-    /// Runs `task` after those that are due; tasks that are due at the same time run in the order of posting.
-    /// Where the system has no thread for the first task, it waits for the next call, which tries again.
-    /// \param delay  from now, not before which the task runs
+    /// Queues `task`. Tasks run in the order of their due times, then in the order of posting. When the
+    /// thread cannot be created, the task stays queued and the next call tries again.
+    /// \param delay  from now; the task does not run earlier
     void post(Task task, Duration delay = Duration::zero());
 
-    /// Waits for the task that runs now and drops the others, as the destructor does; what is posted later is
-    /// dropped too. Not from the queue's own thread.
+    /// Waits for the running task and drops the others, and all that are posted later. The destructor does
+    /// the same. Requires: not called on the queue's thread.
     void close();
 
-    /// How many tasks wait, due or not.
+    /// Number of queued tasks, due or not.
     std::size_t size() const;
 
 private:

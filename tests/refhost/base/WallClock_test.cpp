@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <chrono>
 
 #include "refhost/base/HostClock.h"
 #include "tests/CapturedErrors.h"
@@ -13,7 +13,8 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t millisecond = 1'000'000;
+using namespace std::chrono_literals;
+
 constexpr std::int64_t minute = 60'000;
 constexpr std::int64_t decade = 10 * 365 * 24 * 60 * minute;
 
@@ -25,37 +26,43 @@ protected:
         clock.wall().mapping();
     }
 
-    // Wall clock by the mapping less the system's, nanoseconds.
-    std::int64_t behind()
+    // The present date by the mapping.
+    WallTime mapped()
     {
-        return clock.wall().mapping().at(clock.monotonicNs()) - clock.wallNs();
+        return clock.wall().mapping().at(clock.now());
+    }
+
+    // The mapping's error against the system's wall clock.
+    Duration error()
+    {
+        return mapped() - clock.wallNow();
     }
 
     test::ManualClock clock;
 };
 
-TEST_F(WallClockTest, ShowsWhatTheSystemShows)
+TEST_F(WallClockTest, EqualsTheSystemsClock)
 {
-    EXPECT_EQ(0, behind());
+    EXPECT_EQ(Duration::zero(), error());
     clock.advanceMs(90 * minute);
-    EXPECT_EQ(0, behind());
+    EXPECT_EQ(Duration::zero(), error());
     EXPECT_EQ(0U, clock.wall().steps());
 }
 
-TEST_F(WallClockTest, AClockThatWasSetIsFollowedAtOnce)
+TEST_F(WallClockTest, FollowsAStepAtOnce)
 {
     for (const std::int64_t by : {decade, -decade, 250 * minute, std::int64_t{-201}})
     {
         const std::uint32_t before = clock.wall().steps();
         clock.setWall(by);
         clock.advanceMs(200);
-        EXPECT_EQ(0, behind()) << by;
+        EXPECT_EQ(Duration::zero(), error()) << by;
         EXPECT_EQ(before + 1, clock.wall().steps()) << by;
     }
     EXPECT_EQ(2U, clock.wall().mapping().stepsBack);
 }
 
-TEST_F(WallClockTest, AStepIsReportedWithItsSizeAndBothTimes)
+TEST_F(WallClockTest, LogsAStepWithItsSizeAndBothDates)
 {
     CapturedErrors log;
     clock.setWall(-3'600'500);
@@ -70,80 +77,80 @@ TEST_F(WallClockTest, AStepIsReportedWithItsSizeAndBothTimes)
         << lines[0];
 }
 
-TEST_F(WallClockTest, ASmallCorrectionIsFollowedSmoothly)
+TEST_F(WallClockTest, FollowsASmallCorrectionSmoothly)
 {
     for (const std::int64_t by : {150, -150})
     {
         clock.setWall(by);
-        std::int64_t last = clock.wall().mapping().at(clock.monotonicNs());
+        WallTime last = mapped();
         for (int i = 0; i < 310; ++i)
         {
             clock.advanceMs(1000);
-            const std::int64_t now = clock.wall().mapping().at(clock.monotonicNs());
-            ASSERT_NEAR(1e9, static_cast<double>(now - last), WallClock::slewNsPerSecond);
+            const WallTime now = mapped();
+            ASSERT_LE(std::chrono::abs(now - last - 1s), WallClock::slewPerSecond);
             last = now;
         }
-        EXPECT_EQ(0, behind()) << by;
+        EXPECT_EQ(Duration::zero(), error()) << by;
     }
     EXPECT_EQ(0U, clock.wall().steps());
 }
 
-TEST_F(WallClockTest, TheErrorOfAReadingIsNoCorrection)
+TEST_F(WallClockTest, IgnoresADifferenceWithinTheErrorOfAReading)
 {
-    const std::int64_t before = clock.wall().mapping().offsetNs;
+    const Duration before = clock.wall().mapping().offset;
     clock.setWallNs(90'000);
     clock.advanceMs(minute);
-    EXPECT_EQ(before, clock.wall().mapping().offsetNs);
+    EXPECT_EQ(before, clock.wall().mapping().offset);
 }
 
-TEST_F(WallClockTest, SmallCorrectionsThatAddUpAreAStepInTheEnd)
+TEST_F(WallClockTest, SmallCorrectionsThatAddUpBecomeAStep)
 {
     for (int i = 0; i < 5; ++i)
     {
         clock.setWall(150);
         clock.advanceMs(1000);
-        EXPECT_LT(std::abs(behind()), WallClock::minStepNs);
+        EXPECT_LT(std::chrono::abs(error()), WallClock::minStep);
     }
     EXPECT_GT(clock.wall().steps(), 0U);
 }
 
-TEST_F(WallClockTest, AMachineThatWasSuspendedSeesAStepForward)
+TEST_F(WallClockTest, SuspendIsAStepForward)
 {
     // The monotonic clock stands still meanwhile.
     clock.setWall(8 * 60 * minute);
     clock.advanceMs(200);
-    EXPECT_EQ(0, behind());
+    EXPECT_EQ(Duration::zero(), error());
     EXPECT_EQ(1U, clock.wall().mapping().steps);
     EXPECT_EQ(0U, clock.wall().mapping().stepsBack);
 }
 
-// A system clock whose readings are torn apart: the thread waits for a processor in between.
-class TornClock : public HostClock
+// Time passes between the readings of the two clocks, as when the thread waits for a processor.
+class PreemptedClock : public HostClock
 {
 public:
     MonotonicTime now() const override
     {
-        return MonotonicTime(Duration(now_));
+        return MonotonicTime(sinceEpoch);
     }
     WallTime wallNow() const override
     {
-        now_ += tornMs * millisecond;
-        return WallTime(Duration(now_));
+        sinceEpoch += pause;
+        return WallTime(sinceEpoch);
     }
 
-    std::int64_t tornMs = 0;
-    mutable std::int64_t now_ = 1'700'000'000'000 * millisecond;
+    Duration pause{};
+    mutable Duration sinceEpoch = std::chrono::seconds(1'700'000'000);
 };
 
-TEST(WallClock, AReadingThatTookLongIsNoStep)
+TEST(WallClock, IgnoresAReadingThatTookLong)
 {
-    TornClock clock;
+    PreemptedClock clock;
     clock.wall().mapping();
-    clock.tornMs = 3000;
+    clock.pause = 3s;
     for (int i = 0; i < 20; ++i)
     {
-        clock.now_ += 200 * millisecond;
-        EXPECT_EQ(0, clock.wall().mapping().offsetNs);
+        clock.sinceEpoch += 200ms;
+        EXPECT_EQ(Duration::zero(), clock.wall().mapping().offset);
     }
     EXPECT_EQ(0U, clock.wall().steps());
 }

@@ -24,7 +24,8 @@ public:
     void onEncodedUnit(const EncodedUnitPtr& unit) override
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        const std::int64_t date = HostClock::system().wall().mapping().at(test::nsOf(unit->captureTime));
+        const std::int64_t date =
+            HostClock::system().wall().mapping().at(unit->captureTime).time_since_epoch().count();
         (isVideo(unit->format->codec) ? frames : audioBlocks).push_back(date);
     }
     void onDiscontinuity() override {}
