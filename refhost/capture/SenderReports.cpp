@@ -28,7 +28,7 @@ void SenderReports::read(const std::uint8_t* data, std::size_t size, const OnRep
         {
             const NtpTime sent(readBig32(data + 8), readBig32(data + 12));
             onReport({readBig32(data + 4), readBig32(data + 16),
-                      sent.known() ? std::optional(sent.wallTime()) : std::nullopt});
+                      sent.known() ? std::optional(sent.wallTime()) : std::nullopt, sent});
         }
         else if (data[1] == typeBye && length >= headerSize + 4 && (data[0] & 0x1fU) > 0)
         {

@@ -20,6 +20,7 @@ public:
         std::uint32_t ssrc = 0;
         std::uint32_t timestamp = 0;   ///< RTP timestamp of the same instant
         std::optional<WallTime> wall;  ///< nothing when the sender has no clock
+        NtpTime sent;                  ///< the same as it stands in the report
     };
 
     using OnReport = std::function<void(const Report&)>;
