@@ -20,17 +20,14 @@ std::optional<WallTime> startOf(const std::shared_ptr<const RecordingDirectory>&
 {
     RecordingReader::Request request;
     request.cameraId = cameraId;
-    request.streamId =
-        directory->streamOf(cameraId, begin.time_since_epoch().count(), end.time_since_epoch().count())
-            .value_or(0);
-    request.fromNs = begin.time_since_epoch().count();
-    request.endNs = end.time_since_epoch().count();
+    request.streamId = directory->streamOf(cameraId, begin, end).value_or(0);
+    request.from = begin;
+    request.end = end;
     for (const SubMediaInfo& track : tracks)
     {
         (track.mediaType == "video" ? request.video : request.audio) = codecEncodedAs(track.encodingName);
     }
-    const auto start = RecordingReader::startOf(directory, clock, request);
-    return start ? std::optional<WallTime>(WallTime(Duration(*start))) : std::nullopt;
+    return RecordingReader::startOf(directory, clock, request);
 }
 
 }  // namespace
@@ -144,8 +141,7 @@ int PlaybackCatalog::lookUp(const Key& key, Entry& out)
     {
         return hostRecordingUnknown;
     }
-    const int status = describer_.describe(*directory, camera, begin.time_since_epoch().count(),
-                                           end.time_since_epoch().count(), out.tracks);
+    const int status = describer_.describe(*directory, camera, begin, end, out.tracks);
     if (status != 0)
     {
         return status;

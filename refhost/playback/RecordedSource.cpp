@@ -31,14 +31,10 @@ std::optional<Codec> codecOfTrack(const PlaybackSource::Track& track)
     return track.payloadSize > 0 ? codecEncodedAs(track.encodingName) : std::nullopt;
 }
 
-WallTime wallTime(std::int64_t ns)
+/// As the packetiser takes it, which knows no dates.
+GstClockTime clockTime(WallTime instant)
 {
-    return WallTime(Duration(ns));
-}
-
-std::int64_t nanoseconds(WallTime instant)
-{
-    return instant.time_since_epoch().count();
+    return static_cast<GstClockTime>(instant.time_since_epoch().count());
 }
 
 /// How long a block of audio lasts; 0 when only the file knows.
@@ -90,8 +86,7 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& re
 {
     if (directory_ && !streamId_)
     {
-        streamId_ = directory_->streamOf(interval_.cameraId, nanoseconds(interval_.begin),
-                                         nanoseconds(interval_.end));
+        streamId_ = directory_->streamOf(interval_.cameraId, interval_.begin, interval_.end);
     }
     if (!streamId_)
     {
@@ -122,18 +117,17 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
         {
             return nullptr;
         }
-        const ReverseReader::Request wanted{interval_.cameraId,          *streamId_,
-                                            nanoseconds(request.from),   nanoseconds(request.end),
-                                            request.keyDistance.count(), *video};
+        const ReverseReader::Request wanted{interval_.cameraId, *streamId_,          request.from,
+                                            request.end,        request.keyDistance, *video};
         return std::make_unique<ReverseReader>(directory_, wanted);
     }
     RecordingReader::Request wanted;
     wanted.cameraId = interval_.cameraId;
     wanted.streamId = *streamId_;
-    wanted.fromNs = nanoseconds(request.from);
-    wanted.endNs = nanoseconds(request.end);
+    wanted.from = request.from;
+    wanted.end = request.end;
     wanted.keyFramesOnly = request.keyFramesOnly;
-    wanted.keyDistanceNs = request.keyDistance.count();
+    wanted.keyDistance = request.keyDistance;
     wanted.video = video;
     wanted.audio = codecOfTrack(request.audio);
     return std::make_unique<RecordingReader>(directory_, clock_, wanted);
@@ -204,7 +198,7 @@ void RecordedSource::readOne(Reading& reading)
     }
     next.section = reading.reader->section();
     next.caps.reset(gst_caps_ref(reading.reader->track(next.unit.video).caps.get()));
-    next.time = reading.request.mirrored(wallTime(next.unit.timeNs));
+    next.time = reading.request.mirrored(next.unit.date);
     reading.waiting.push_back(std::move(next));
 }
 
@@ -275,8 +269,8 @@ void RecordedSource::packetise(const Outlook& outlook)
     Waiting& head = reading_->waiting.front();
     const bool video = head.unit.video;
     const Duration duration = lengthOf(head, outlook);
-    GST_BUFFER_PTS(head.unit.buffer.get()) = static_cast<GstClockTime>(nanoseconds(head.time));
-    GST_BUFFER_DTS(head.unit.buffer.get()) = static_cast<GstClockTime>(nanoseconds(outlook.due));
+    GST_BUFFER_PTS(head.unit.buffer.get()) = clockTime(head.time);
+    GST_BUFFER_DTS(head.unit.buffer.get()) = clockTime(outlook.due);
     GST_BUFFER_DURATION(head.unit.buffer.get()) = static_cast<GstClockTime>(duration.count());
     if (video && !head.unit.key)
     {
@@ -302,9 +296,9 @@ Duration RecordedSource::lengthOf(const Waiting& head, const Outlook& outlook)
 {
     Duration& usual = usualLength_[indexOf(head.unit.video)];
     const bool keysOnly = reading_->request.keyFramesOnly;
-    if (head.unit.durationNs > 0 && !keysOnly)
+    if (head.unit.duration > Duration::zero() && !keysOnly)
     {
-        usual = Duration(head.unit.durationNs);
+        usual = head.unit.duration;
     }
     else if (outlook.next)
     {

@@ -24,15 +24,15 @@ constexpr int maxUnits = 500;
 
 }  // namespace
 
-int RecordingDescriber::describe(const RecordingDirectory& directory, int cameraId, std::int64_t beginNs,
-                                 std::int64_t endNs, std::vector<SubMediaInfo>& out)
+int RecordingDescriber::describe(const RecordingDirectory& directory, int cameraId, WallTime begin,
+                                 WallTime end, std::vector<SubMediaInfo>& out)
 {
-    const auto streamId = directory.streamOf(cameraId, beginNs, endNs);
+    const auto streamId = directory.streamOf(cameraId, begin, end);
     if (!streamId)
     {
         return directory.isComplete() ? hostRecordingUnknown : hostRecordingsIncomplete;
     }
-    const auto segments = directory.find(cameraId, *streamId, beginNs, endNs, maxTried, SegmentPlace());
+    const auto segments = directory.find(cameraId, *streamId, begin, end, maxTried, SegmentPlace());
     if (segments.empty())
     {
         return hostRecordingUnknown;
@@ -148,7 +148,8 @@ bool RecordingDescriber::describeTrack(SegmentFile& file, bool video, SubMediaIn
         {
             continue;
         }
-        GST_BUFFER_PTS(unit.buffer.get()) = static_cast<GstClockTime>(std::max<std::int64_t>(unit.timeNs, 0));
+        GST_BUFFER_PTS(unit.buffer.get()) =
+            static_cast<GstClockTime>(std::max(unit.offset, Duration::zero()).count());
         packetiser->push(track->caps.get(), std::move(unit.buffer), ignored);
         if (packetiser->describe(out))
         {
@@ -161,7 +162,7 @@ bool RecordingDescriber::describeTrack(SegmentFile& file, bool video, SubMediaIn
 /// The frames' share of a file that is whole.
 void RecordingDescriber::addBitRate(const RecordedSegment& segment, Tracks& tracks)
 {
-    const std::int64_t ms = segment.durationNs / 1'000'000;
+    const std::int64_t ms = std::chrono::floor<std::chrono::milliseconds>(segment.duration).count();
     if (!segment.closed || ms <= 0 || tracks.front().mediaType != "video")
     {
         return;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,11 +19,10 @@ namespace refhost
 class RecordingDescriber
 {
 public:
-    /// \param beginNs, endNs  wall clock, nanoseconds since 1970
-    /// \param[out] out        the tracks, video first; left as it was on failure
+    /// \param[out] out  the tracks, video first; left as it was on failure
     /// \returns 0; hostRecordingUnknown when there is no recorded media; hostRecordingsIncomplete when that is not
     ///          known yet; hostStreamFailed when none can be read
-    int describe(const RecordingDirectory& directory, int cameraId, std::int64_t beginNs, std::int64_t endNs,
+    int describe(const RecordingDirectory& directory, int cameraId, WallTime begin, WallTime end,
                  std::vector<SubMediaInfo>& out);
 
 private:

@@ -9,9 +9,9 @@ IndexedRecordings::IndexedRecordings(std::shared_ptr<const RecordingIndex> index
 {
 }
 
-std::optional<int> IndexedRecordings::streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const
+std::optional<int> IndexedRecordings::streamOf(int cameraId, WallTime begin, WallTime end) const
 {
-    return index_->streamOf(cameraId, beginNs, endNs);
+    return index_->streamOf(cameraId, begin, end);
 }
 
 bool IndexedRecordings::isComplete() const
@@ -19,11 +19,10 @@ bool IndexedRecordings::isComplete() const
     return index_->isComplete();
 }
 
-std::vector<RecordedSegment> IndexedRecordings::find(int cameraId, int streamId, std::int64_t beginNs,
-                                                     std::int64_t endNs, int max,
-                                                     const SegmentPlace& after) const
+std::vector<RecordedSegment> IndexedRecordings::find(int cameraId, int streamId, WallTime begin, WallTime end,
+                                                     int max, const SegmentPlace& after) const
 {
-    return index_->find(cameraId, streamId, beginNs, endNs, max, after);
+    return index_->find(cameraId, streamId, begin, end, max, after);
 }
 
 }  // namespace refhost

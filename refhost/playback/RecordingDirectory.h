@@ -1,11 +1,11 @@
 #pragma once
 // Tested by tests/refhost/playback/PlaybackCatalog_test.cpp.
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <vector>
 
+#include "refhost/base/Times.h"
 #include "refhost/recording/RecordedSegment.h"
 #include "refhost/recording/RecordingIndex.h"
 
@@ -19,7 +19,7 @@ public:
     virtual ~RecordingDirectory() = default;
 
     /// The camera's stream that is played in an interval: the lowest with recorded media there.
-    virtual std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const = 0;
+    virtual std::optional<int> streamOf(int cameraId, WallTime begin, WallTime end) const = 0;
 
     /// Whether what is not found is not there: false while the index is rebuilt or cannot be read.
     virtual bool isComplete() const
@@ -27,13 +27,12 @@ public:
         return true;
     }
 
-    /// Segments of a stream with recorded media in [beginNs, endNs), closed and open ones, in the order of epoch and
+    /// Segments of a stream with recorded media in [begin, end), closed and open ones, in the order of epoch and
     /// begin.
     /// \param max   how many, the first ones
     /// \param after  those behind this place alone
-    virtual std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs,
-                                              std::int64_t endNs, int max,
-                                              const SegmentPlace& after) const = 0;
+    virtual std::vector<RecordedSegment> find(int cameraId, int streamId, WallTime begin, WallTime end,
+                                              int max, const SegmentPlace& after) const = 0;
 };
 
 /// What a RecordingIndex knows.
@@ -42,10 +41,10 @@ class IndexedRecordings : public RecordingDirectory
 public:
     explicit IndexedRecordings(std::shared_ptr<const RecordingIndex> index);
 
-    std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override;
+    std::optional<int> streamOf(int cameraId, WallTime begin, WallTime end) const override;
     bool isComplete() const override;
-    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int max, const SegmentPlace& after) const override;
+    std::vector<RecordedSegment> find(int cameraId, int streamId, WallTime begin, WallTime end, int max,
+                                      const SegmentPlace& after) const override;
 
 private:
     const std::shared_ptr<const RecordingIndex> index_;

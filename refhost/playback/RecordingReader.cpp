@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <limits>
 #include <utility>
 
 #include "refhost/base/Log.h"
@@ -12,32 +11,31 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1'000'000'000;
 /// A frame lasts about this long where nothing tells.
-constexpr std::int64_t usualFrameNs = 40'000'000;
+constexpr Duration usualFrame = std::chrono::milliseconds(40);
 /// Segments that are remembered from one question to the index.
 constexpr int maxFound = 16;
 /// How often in a row a reader comes back for recorded media that is being written before that counts as its end.
 constexpr int maxWaits = 30;
 /// How old the end of the last segment may be while the next one is still expected.
-constexpr std::int64_t seamWaitNs = 10 * second;
+constexpr Duration maxBoundaryWait = std::chrono::seconds(10);
 /// A segment itself is interrupted where nothing comes for so long.
-constexpr std::int64_t pauseNs = 10 * second;
+constexpr Duration minPause = std::chrono::seconds(10);
 /// How far the times in a file may be outside of what the index tells of it.
-constexpr std::int64_t outOfSequenceNs = 5 * second;
+constexpr Duration maxDeviation = std::chrono::seconds(5);
 
 }  // namespace
 
-std::optional<std::int64_t> RecordingReader::startOf(std::shared_ptr<const RecordingDirectory> directory,
-                                                     const HostClock& clock, const Request& request)
+std::optional<WallTime> RecordingReader::startOf(std::shared_ptr<const RecordingDirectory> directory,
+                                                 const HostClock& clock, const Request& request)
 {
     RecordingReader reader(std::move(directory), clock, request);
     CodedUnit first;
-    if (reader.read(first) != Result::unit || first.timeNs >= request.endNs)
+    if (reader.read(first) != Result::unit || first.date >= request.end)
     {
         return std::nullopt;
     }
-    return first.timeNs;
+    return first.date;
 }
 
 RecordingReader::RecordingReader(std::shared_ptr<const RecordingDirectory> directory, const HostClock& clock,
@@ -68,7 +66,7 @@ RecordingReader::Result RecordingReader::read(CodedUnit& out)
                 skipDamage(out);
                 continue;
             }
-            out.timeNs += segment_->beginNs;
+            out.date = segment_->begin + out.offset;
             if (isBehindEpoch(out))
             {
                 continue;
@@ -103,9 +101,8 @@ RecordingReader::Result RecordingReader::read(CodedUnit& out)
 /// would count as played already.
 bool RecordingReader::isOutOfSequence(const CodedUnit& unit) const
 {
-    const std::int64_t growing = segment_->closed ? 0 : clock_.wallNs() - segment_->beginNs;
-    return unit.timeNs < -outOfSequenceNs ||
-           unit.timeNs > std::max(segment_->durationNs, growing) + outOfSequenceNs;
+    const Duration grown = segment_->closed ? Duration::zero() : clock_.wallNow() - segment_->begin;
+    return unit.offset < -maxDeviation || unit.offset > std::max(segment_->duration, grown) + maxDeviation;
 }
 
 /// Frames that follow a lost one cannot be decoded.
@@ -127,7 +124,7 @@ RecordingReader::Opened RecordingReader::openNext()
         {
             startEpoch();
         }
-        const Opened opened = openSegment(segment, request_.fromNs);
+        const Opened opened = openSegment(segment, request_.from);
         if (opened == Opened::later)
         {
             found_.push_front(std::move(segment));
@@ -137,16 +134,15 @@ RecordingReader::Opened RecordingReader::openNext()
             return opened;
         }
     }
-    const std::int64_t nowNs = clock_.wallNs();
-    const bool mayFollow = endNs_ != 0 && endNs_ < request_.endNs && nowNs - endNs_ < seamWaitNs;
+    const bool mayFollow = end_ && *end_ < request_.end && clock_.wallNow() - *end_ < maxBoundaryWait;
     return mayFollow ? Opened::later : Opened::none;
 }
 
 /// The index knows a segment before its file has anything to read.
 bool RecordingReader::isJustStarted(const RecordedSegment& segment) const
 {
-    const std::int64_t ageNs = clock_.wallNs() - segment.beginNs;
-    return !segment.closed && ageNs >= 0 && ageNs < seamWaitNs;
+    const Duration age = clock_.wallNow() - segment.begin;
+    return !segment.closed && age >= Duration::zero() && age < maxBoundaryWait;
 }
 
 /// The next segment by epoch and begin. One is not found twice, however its neighbours overlap.
@@ -154,10 +150,9 @@ bool RecordingReader::nextSegment(RecordedSegment& out)
 {
     if (found_.empty())
     {
-        const SegmentPlace after =
-            segment_ ? SegmentPlace{segment_->epoch, segment_->beginNs} : SegmentPlace();
-        for (RecordedSegment& segment : directory_->find(request_.cameraId, request_.streamId,
-                                                         request_.fromNs, request_.endNs, maxFound, after))
+        const SegmentPlace after = segment_ ? SegmentPlace{segment_->epoch, segment_->begin} : SegmentPlace();
+        for (RecordedSegment& segment : directory_->find(request_.cameraId, request_.streamId, request_.from,
+                                                         request_.end, maxFound, after))
         {
             found_.push_back(std::move(segment));
         }
@@ -172,16 +167,16 @@ bool RecordingReader::nextSegment(RecordedSegment& out)
 }
 
 /// \param grown  the same segment as it was read before; null for another one
-RecordingReader::Opened RecordingReader::openSegment(const RecordedSegment& segment, std::int64_t fromNs,
+RecordingReader::Opened RecordingReader::openSegment(const RecordedSegment& segment, WallTime from,
                                                      const SegmentFile* grown)
 {
     segment_ = segment;
-    const bool reachesEnd = !segment.closed || segment.beginNs + segment.durationNs > request_.endNs;
-    const SegmentPlace endOfEpoch{segment.epoch, std::numeric_limits<std::int64_t>::max()};
-    epochFollows_ = reachesEnd && !directory_
-                                       ->find(request_.cameraId, request_.streamId, request_.fromNs,
-                                              request_.endNs, 1, endOfEpoch)
-                                       .empty();
+    const bool reachesEnd = !segment.closed || segment.end() > request_.end;
+    const SegmentPlace endOfEpoch{segment.epoch, WallTime::max()};
+    epochFollows_ =
+        reachesEnd &&
+        !directory_->find(request_.cameraId, request_.streamId, request_.from, request_.end, 1, endOfEpoch)
+             .empty();
     if (!segment.closed)
     {
         std::error_code failure;
@@ -204,7 +199,7 @@ RecordingReader::Opened RecordingReader::openSegment(const RecordedSegment& segm
         file_.reset();
         return Opened::none;
     }
-    if (fromNs > segment.beginNs && !file_->seek(fromNs - segment.beginNs))
+    if (from > segment.begin && !file_->seek(from - segment.begin))
     {
         Log::warning("recording {} is damaged; it is left out", segment.path);
         file_.reset();
@@ -227,10 +222,10 @@ bool RecordingReader::fits(const SegmentFile& file) const
 /// An open segment came to its end: reads on in what was written meanwhile.
 bool RecordingReader::reopenGrown()
 {
-    const std::int64_t beginNs = segment_->beginNs;
+    const WallTime begin = segment_->begin;
     for (RecordedSegment& now :
-         directory_->find(request_.cameraId, request_.streamId, beginNs, beginNs + second, maxFound,
-                          SegmentPlace{segment_->epoch, beginNs - 1}))
+         directory_->find(request_.cameraId, request_.streamId, begin, begin + std::chrono::seconds(1),
+                          maxFound, SegmentPlace{segment_->epoch, begin - Duration(1)}))
     {
         std::error_code failure;
         const auto size = static_cast<std::int64_t>(std::filesystem::file_size(now.path, failure));
@@ -244,8 +239,7 @@ bool RecordingReader::reopenGrown()
             return false;
         }
         const auto before = std::move(file_);
-        if (openSegment(now, std::max(lastFrameNs_, lastAudioNs_) - usualFrameNs, before.get()) !=
-            Opened::yes)
+        if (openSegment(now, std::max(lastFrame_, lastAudio_) - usualFrame, before.get()) != Opened::yes)
         {
             return false;
         }
@@ -258,7 +252,7 @@ bool RecordingReader::reopenGrown()
 
 bool RecordingReader::mayGrow()
 {
-    return endNs_ < request_.endNs && ++waits_ < maxWaits;
+    return (!end_ || *end_ < request_.end) && ++waits_ < maxWaits;
 }
 
 /// Whether a unit is to be played, in view of what was before.
@@ -268,12 +262,13 @@ bool RecordingReader::takes(const CodedUnit& unit)
     {
         return false;
     }
-    if (endNs_ != 0 && unit.timeNs - endNs_ > pauseNs)
+    if (end_ && unit.date - *end_ > minPause)
     {
         startRange();
     }
-    endNs_ = std::max(endNs_, unit.timeNs + (unit.durationNs > 0 ? unit.durationNs : usualFrameNs));
-    (unit.video ? lastFrameNs_ : lastAudioNs_) = unit.timeNs;
+    const WallTime end = unit.date + (unit.duration > Duration::zero() ? unit.duration : usualFrame);
+    end_ = end_ ? std::max(*end_, end) : end;
+    (unit.video ? lastFrame_ : lastAudio_) = unit.date;
     if (waitsForKey_)
     {
         if (!isLead(unit) || !unit.key)
@@ -281,10 +276,10 @@ bool RecordingReader::takes(const CodedUnit& unit)
             return false;
         }
         waitsForKey_ = false;
-        startNs_ = unit.timeNs;
+        start_ = unit.date;
     }
     // Frames that lead a key frame need those before it.
-    if (unit.timeNs < startNs_)
+    if (unit.date < start_)
     {
         return false;
     }
@@ -294,11 +289,11 @@ bool RecordingReader::takes(const CodedUnit& unit)
 /// Whether a key frame is far enough from the one before, give or take what capture times are off.
 bool RecordingReader::keepsDistance(const CodedUnit& unit)
 {
-    if (lastKeyNs_ && unit.timeNs - *lastKeyNs_ < request_.keyDistanceNs - usualFrameNs / 2)
+    if (lastKey_ && unit.date - *lastKey_ < request_.keyDistance - usualFrame / 2)
     {
         return false;
     }
-    lastKeyNs_ = unit.timeNs;
+    lastKey_ = unit.date;
     return true;
 }
 
@@ -311,22 +306,22 @@ bool RecordingReader::wants(const CodedUnit& unit) const
 /// Leaves out what was played already, of a segment read again or one that overlaps the one before.
 bool RecordingReader::follows(const CodedUnit& unit)
 {
-    if (!unit.video && unit.timeNs <= lastAudioNs_)
+    if (!unit.video && unit.date <= lastAudio_)
     {
         return false;
     }
     if (resuming_ && isLead(unit))
     {
-        const bool beyond = unit.key && unit.timeNs > lastFrameNs_;
-        resuming_ = !beyond && unit.timeNs != lastFrameNs_ && unit.video;
+        const bool beyond = unit.key && unit.date > lastFrame_;
+        resuming_ = !beyond && unit.date != lastFrame_ && unit.video;
         return beyond || !unit.video;
     }
-    fresh_ = fresh_ && endNs_ != 0;
+    fresh_ = fresh_ && end_;
     if (!fresh_)
     {
         return true;
     }
-    if (unit.timeNs - endNs_ > RecordingIndex::seamNs)
+    if (unit.date - *end_ > RecordingIndex::maxContiguousGap)
     {
         fresh_ = false;
         startRange();
@@ -336,7 +331,7 @@ bool RecordingReader::follows(const CodedUnit& unit)
     {
         return true;
     }
-    fresh_ = unit.video && (!unit.key || unit.timeNs <= lastFrameNs_);
+    fresh_ = unit.video && (!unit.key || unit.date <= lastFrame_);
     return !fresh_;
 }
 
@@ -344,20 +339,20 @@ bool RecordingReader::follows(const CodedUnit& unit)
 void RecordingReader::startEpoch()
 {
     startRange();
-    lastFrameNs_ = 0;
-    lastAudioNs_ = 0;
-    lastKeyNs_.reset();
+    lastFrame_ = {};
+    lastAudio_ = {};
+    lastKey_.reset();
 }
 
 /// Whether a unit lies behind the interval while its begin in a later epoch is still to come. Ends the file
 /// where nothing of the interval can follow, in whatever order frames are shown.
 bool RecordingReader::isBehindEpoch(const CodedUnit& unit)
 {
-    if (!epochFollows_ || unit.timeNs < request_.endNs)
+    if (!epochFollows_ || unit.date < request_.end)
     {
         return false;
     }
-    if (unit.timeNs > request_.endNs + second)
+    if (unit.date > request_.end + std::chrono::seconds(1))
     {
         file_.reset();
     }
@@ -368,7 +363,7 @@ void RecordingReader::startRange()
 {
     ++section_;
     waitsForKey_ = true;
-    endNs_ = 0;
+    end_.reset();
 }
 
 }  // namespace refhost

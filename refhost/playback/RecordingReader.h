@@ -27,17 +27,17 @@ public:
     {
         int cameraId = 0;
         int streamId = 0;
-        std::int64_t fromNs = 0;  ///< starts at the last key frame at or before it, or at what comes next
-        std::int64_t endNs = 0;   ///< nothing of a segment that starts here or later
+        WallTime from;  ///< starts at the last key frame at or before it, or at what comes next
+        WallTime end;   ///< nothing of a segment that starts here or later
         bool keyFramesOnly = false;
-        std::int64_t keyDistanceNs = 0;  ///< how far these are apart at least
-        std::optional<Codec> video;      ///< wanted in this codec
+        Duration keyDistance{};      ///< how far these are apart at least
+        std::optional<Codec> video;  ///< wanted in this codec
         std::optional<Codec> audio;
     };
 
-    /// Wall clock of the first unit that a reader of this request reads; nothing where it reads none.
-    static std::optional<std::int64_t> startOf(std::shared_ptr<const RecordingDirectory> directory,
-                                               const HostClock& clock, const Request& request);
+    /// Date of the first unit that a reader of this request reads; nothing where it reads none.
+    static std::optional<WallTime> startOf(std::shared_ptr<const RecordingDirectory> directory,
+                                           const HostClock& clock, const Request& request);
 
     /// \param clock  outlives the reader
     RecordingReader(std::shared_ptr<const RecordingDirectory> directory, const HostClock& clock,
@@ -71,8 +71,7 @@ private:
     };
 
     Opened openNext();
-    Opened openSegment(const RecordedSegment& segment, std::int64_t fromNs,
-                       const SegmentFile* grown = nullptr);
+    Opened openSegment(const RecordedSegment& segment, WallTime from, const SegmentFile* grown = nullptr);
     bool isJustStarted(const RecordedSegment& segment) const;
     bool isOutOfSequence(const CodedUnit& unit) const;
     void skipDamage(const CodedUnit& unit);
@@ -103,12 +102,12 @@ private:
     bool waitsForKey_ = true;    // audio waits too
     bool epochFollows_ = false;  // behind the interval's end in this epoch comes its begin in a later one
     std::uint32_t section_ = 0;
-    std::int64_t startNs_ = 0;  // of the section: its first key frame
-    std::int64_t endNs_ = 0;    // of the section as far as it was read; 0 before its first unit
-    std::int64_t lastFrameNs_ = 0;
-    std::int64_t lastAudioNs_ = 0;
-    std::optional<std::int64_t> lastKeyNs_;  // taken, where only key frames are
-    int waits_ = 0;                          // for growth, without any
+    WallTime start_;               // of the section: its first key frame
+    std::optional<WallTime> end_;  // of the section as far as it was read
+    WallTime lastFrame_;           // 1970 before the first one
+    WallTime lastAudio_;
+    std::optional<WallTime> lastKey_;  // taken, where only key frames are
+    int waits_ = 0;                    // for growth, without any
 };
 
 }  // namespace refhost

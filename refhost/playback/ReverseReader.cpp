@@ -11,23 +11,23 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1'000'000'000;
-constexpr std::int64_t millisecond = 1'000'000;  // files have no finer times
+constexpr Duration resolution = std::chrono::milliseconds(1);  // files have no finer times
 /// How much of the past one question to the index is about; twice as much as before where nothing was
 /// recorded.
-constexpr std::int64_t firstSpanNs = 60 * second;
+constexpr Duration firstSpan = std::chrono::minutes(1);
+constexpr Duration minSpan = std::chrono::seconds(1);
 /// Segments that one answer may have, of which each is a second or longer.
 constexpr int maxFound = 256;
 /// Distances are kept give or take what capture times are off.
-constexpr std::int64_t toleranceNs = 20 * millisecond;
+constexpr Duration tolerance = std::chrono::milliseconds(20);
 
 }  // namespace
 
 ReverseReader::ReverseReader(std::shared_ptr<const RecordingDirectory> directory, const Request& request)
     : directory_(std::move(directory)),
       request_(request),
-      soughtToNs_(request.fromNs + 1),
-      latestNs_(request.fromNs)
+      soughtTo_(request.from + Duration(1)),
+      latest_(request.from)
 {
 }
 
@@ -46,14 +46,14 @@ ReverseReader::Result ReverseReader::read(CodedUnit& out)
             file_.reset();
             continue;
         }
-        latestNs_ = out.timeNs - millisecond;
-        if (out.timeNs < request_.endNs)
+        latest_ = out.date - resolution;
+        if (out.date < request_.end)
         {
             return Result::end;
         }
-        if (!lastNs_ || *lastNs_ - out.timeNs >= request_.keyDistanceNs - toleranceNs)
+        if (!last_ || *last_ - out.date >= request_.keyDistance - tolerance)
         {
-            lastNs_ = out.timeNs;
+            last_ = out.date;
             return Result::unit;
         }
     }
@@ -62,20 +62,20 @@ ReverseReader::Result ReverseReader::read(CodedUnit& out)
 /// The last key frame of the open segment up to where reading stands.
 bool ReverseReader::readBefore(CodedUnit& out)
 {
-    const std::int64_t latestNs = latestNs_ - segment_->beginNs;
-    if (latestNs < 0 || !file_->seek(latestNs))
+    const Duration latest = latest_ - segment_->begin;
+    if (latest < Duration::zero() || !file_->seek(latest))
     {
         return false;
     }
     while (file_->read(out) == SegmentFile::Result::unit)
     {
-        if (out.video && out.timeNs > latestNs)
+        if (out.video && out.offset > latest)
         {
             break;
         }
         if (out.video && out.key)
         {
-            out.timeNs += segment_->beginNs;
+            out.date = segment_->begin + out.offset;
             return true;
         }
     }
@@ -100,8 +100,7 @@ bool ReverseReader::openNext()
             file_.reset();
             continue;
         }
-        const std::int64_t endNs = segment.beginNs + segment.durationNs;
-        if (segment_ && segment_->beginNs - endNs > RecordingIndex::seamNs)
+        if (segment_ && segment_->begin - segment.end() > RecordingIndex::maxContiguousGap)
         {
             ++section_;
         }
@@ -129,30 +128,30 @@ bool ReverseReader::nextSegment(RecordedSegment& out)
 /// Finds segments that begin before those known. One that started much earlier is found for its end.
 void ReverseReader::findBefore()
 {
-    std::int64_t spanNs = firstSpanNs;
-    while (found_.empty() && soughtToNs_ > request_.endNs)
+    Duration span = firstSpan;
+    while (found_.empty() && soughtTo_ > request_.end)
     {
-        const std::int64_t fromNs = std::max(soughtToNs_ - spanNs, request_.endNs);
-        auto segments = directory_->find(request_.cameraId, request_.streamId, fromNs, soughtToNs_, maxFound,
-                                         SegmentPlace());
+        const WallTime from = std::max(soughtTo_ - span, request_.end);
+        auto segments =
+            directory_->find(request_.cameraId, request_.streamId, from, soughtTo_, maxFound, SegmentPlace());
         // By the clock alone, also where it was set back.
         std::stable_sort(segments.begin(), segments.end(),
                          [](const RecordedSegment& a, const RecordedSegment& b)
-                         { return a.beginNs < b.beginNs; });
-        if (segments.size() == maxFound && spanNs > second)
+                         { return a.begin < b.begin; });
+        if (segments.size() == maxFound && span > minSpan)
         {
-            spanNs /= 2;
+            span /= 2;
             continue;
         }
         for (RecordedSegment& segment : segments)
         {
-            if (!segment_ || segment.beginNs < segment_->beginNs)
+            if (!segment_ || segment.begin < segment_->begin)
             {
                 found_.push_front(std::move(segment));
             }
         }
-        soughtToNs_ = fromNs;
-        spanNs *= 2;
+        soughtTo_ = from;
+        span *= 2;
     }
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/Codec.h"
 #include "refhost/playback/RecordingDirectory.h"
 #include "refhost/playback/SegmentFile.h"
@@ -24,9 +25,9 @@ public:
     {
         int cameraId = 0;
         int streamId = 0;
-        std::int64_t fromNs = 0;         ///< the first key frame is the last one at or before it
-        std::int64_t endNs = 0;          ///< the last one is at or after it
-        std::int64_t keyDistanceNs = 0;  ///< how far they are apart at least
+        WallTime from;           ///< the first key frame is the last one at or before it
+        WallTime end;            ///< the last one is at or after it
+        Duration keyDistance{};  ///< how far they are apart at least
         Codec video = Codec::h264;
     };
 
@@ -55,12 +56,12 @@ private:
     const std::shared_ptr<const RecordingDirectory> directory_;
     const Request request_;
     std::deque<RecordedSegment> found_;  // the next ones, the latest first
-    std::int64_t soughtToNs_;            // segments that begin here or later are known already
+    WallTime soughtTo_;                  // segments that begin here or later are known already
     std::optional<RecordedSegment> segment_;
     std::unique_ptr<SegmentFile> file_;
-    std::int64_t latestNs_;  // key frames up to here may follow
+    WallTime latest_;  // key frames up to here may follow
     std::uint32_t section_ = 0;
-    std::optional<std::int64_t> lastNs_;  // the key frame that was read last
+    std::optional<WallTime> last_;  // the key frame that was read last
 };
 
 }  // namespace refhost

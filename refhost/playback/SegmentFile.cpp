@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <limits>
 #include <utility>
 
 extern "C"
@@ -19,6 +18,9 @@ namespace refhost
 {
 namespace
 {
+
+/// The time base of Duration.
+constexpr AVRational nanoseconds{1, static_cast<int>(Duration::period::den)};
 
 std::string textOf(int error)
 {
@@ -129,60 +131,59 @@ bool SegmentFile::isDecodable(bool video) const
     return has && refhost::isDecodable(*input_->streams[stream]);
 }
 
-std::int64_t SegmentFile::toNs(std::int64_t time, int stream) const
+Duration SegmentFile::spanOf(std::int64_t timestamp, int stream) const
 {
-    constexpr AVRational nanoseconds{1, 1'000'000'000};
-    return av_rescale_q(time, input_->streams[stream]->time_base, nanoseconds);
+    return Duration(av_rescale_q(timestamp, input_->streams[stream]->time_base, nanoseconds));
 }
 
-bool SegmentFile::seek(std::int64_t timeNs)
+bool SegmentFile::seek(Duration offset)
 {
     kept_.clear();
-    return timeNs > 0 && seekByIndex(timeNs) ? true : seekByReading(timeNs);
+    return (offset > Duration::zero() && seekByIndex(offset)) || seekByReading(offset);
 }
 
-bool SegmentFile::seekByIndex(std::int64_t timeNs)
+bool SegmentFile::seekByIndex(Duration offset)
 {
-    constexpr AVRational nanoseconds{1, 1'000'000'000};
     const int stream = video_ ? videoIndex_ : audioIndex_;
-    const std::int64_t time = av_rescale_q(timeNs, nanoseconds, input_->streams[stream]->time_base);
-    if (av_seek_frame(input_.get(), stream, time, AVSEEK_FLAG_BACKWARD) < 0)
+    const std::int64_t timestamp =
+        av_rescale_q(offset.count(), nanoseconds, input_->streams[stream]->time_base);
+    if (av_seek_frame(input_.get(), stream, timestamp, AVSEEK_FLAG_BACKWARD) < 0)
     {
         return false;
     }
-    return readKey(std::numeric_limits<std::int64_t>::min()) && kept_.front().timeNs <= timeNs;
+    return readKey(Duration::min()) && kept_.front().offset <= offset;
 }
 
 /// For files whose index is missing or wrong, as those that a crash left behind.
-bool SegmentFile::seekByReading(std::int64_t timeNs)
+bool SegmentFile::seekByReading(Duration offset)
 {
     if (!rewind())
     {
         return false;
     }
-    if (timeNs <= 0)
+    if (offset <= Duration::zero())
     {
         return true;
     }
-    std::int64_t keyNs = 0;
+    Duration key{};
     CodedUnit unit;
-    while (read(unit) == Result::unit && unit.timeNs <= timeNs)
+    while (read(unit) == Result::unit && unit.offset <= offset)
     {
         if (unit.key && unit.video == video_.has_value())
         {
-            keyNs = unit.timeNs;
+            key = unit.offset;
         }
     }
-    return rewind() && readKey(keyNs);
+    return rewind() && readKey(key);
 }
 
 /// Reads up to the first key frame of a time or later and keeps it to be read again.
-bool SegmentFile::readKey(std::int64_t fromNs)
+bool SegmentFile::readKey(Duration from)
 {
     CodedUnit unit;
     while (read(unit) == Result::unit)
     {
-        if (unit.key && unit.video == video_.has_value() && unit.timeNs >= fromNs)
+        if (unit.key && unit.video == video_.has_value() && unit.offset >= from)
         {
             kept_.push_back(std::move(unit));
             return true;
@@ -223,8 +224,8 @@ SegmentFile::Result SegmentFile::read(CodedUnit& out)
         }
         out.video = stream == videoIndex_;
         out.key = !out.video || (packet->flags & AV_PKT_FLAG_KEY) != 0;
-        out.timeNs = toNs(packet->pts, stream);
-        out.durationNs = packet->duration > 0 ? toNs(packet->duration, stream) : 0;
+        out.offset = spanOf(packet->pts, stream);
+        out.duration = packet->duration > 0 ? spanOf(packet->duration, stream) : Duration::zero();
         const auto release = [](gpointer data) { FreePacket()(static_cast<AVPacket*>(data)); };
         const auto size = static_cast<gsize>(packet->size);
         guint8* const data = packet->data;

@@ -2,12 +2,12 @@
 
 #include <gst/gst.h>
 
-#include <cstdint>
 #include <deque>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/Codec.h"
 #include "refhost/media/GstHandles.h"
 
@@ -23,8 +23,9 @@ struct CodedUnit
     GstValuePtr<GstBuffer> buffer;
     bool video = false;
     bool key = false;
-    std::int64_t timeNs = 0;      ///< when it is shown; a file counts from its begin
-    std::int64_t durationNs = 0;  ///< 0 when unknown
+    Duration offset{};    ///< presentation time, from the begin of the file
+    WallTime date;        ///< presentation time; a UnitReader sets it
+    Duration duration{};  ///< 0 when unknown
 };
 
 /// Reads one Matroska file of recorded media, also one that is cut off or still grows.
@@ -76,7 +77,7 @@ public:
     /// Goes to the last key frame at or before a time; to the first one where there is none before. Audio
     /// comes from about there on. Without frames it goes to the audio of that time.
     /// \returns false when the file is damaged there
-    bool seek(std::int64_t timeNs);
+    bool seek(Duration offset);
 
     /// The next unit in the order of the file, of either track.
     Result read(CodedUnit& out);
@@ -95,10 +96,10 @@ private:
     explicit SegmentFile(std::string path) : path_(std::move(path)) {}
     bool openInput(std::string& error);
     bool chooseTracks();
-    std::int64_t toNs(std::int64_t time, int stream) const;
-    bool seekByIndex(std::int64_t timeNs);
-    bool seekByReading(std::int64_t timeNs);
-    bool readKey(std::int64_t fromNs);
+    Duration spanOf(std::int64_t timestamp, int stream) const;
+    bool seekByIndex(Duration offset);
+    bool seekByReading(Duration offset);
+    bool readKey(Duration from);
     bool rewind();
 
     const std::string path_;

@@ -22,7 +22,7 @@ public:
 
     virtual ~UnitReader() = default;
 
-    /// The next unit, with its wall clock as its time.
+    /// The next unit, with its date.
     virtual Result read(CodedUnit& out) = 0;
 
     /// Number of the contiguous section that the last unit belongs to.

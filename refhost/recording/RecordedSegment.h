@@ -2,15 +2,16 @@
 // Tested by tests/refhost/recording/RecordingIndex_test.cpp.
 
 #include <cstdint>
-#include <limits>
 #include <string>
+
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
 
 /// One file of recorded media.
 ///
-/// The wall clock of a media instant is `beginNs` plus its Matroska timestamp; the first frame, a key
+/// The wall clock of a media instant is `begin` plus its Matroska timestamp; the first frame, a key
 /// frame, has timestamp 0.
 struct RecordedSegment
 {
@@ -20,27 +21,32 @@ struct RecordedSegment
     /// Counts from 0 how often the clock had been set back when it was recorded, so that what was recorded at
     /// one time of the clock twice is kept apart. The index assigns it.
     int epoch = 0;
-    std::int64_t beginNs = 0;  ///< capture time of the first frame, wall clock, nanoseconds since 1970
-    std::int64_t durationNs =
-        0;                   ///< up to the end of the last frame; of an open segment what is known so far
+    WallTime begin;          ///< capture time of the first frame
+    Duration duration{};     ///< up to the end of the last frame; of an open segment what is known so far
     std::int64_t bytes = 0;  ///< size of the file; of an open segment what is known so far
     std::string path;        ///< of the file, with the index's directory in front
     bool closed = false;     ///< false while it is written, or when that ended with a crash
+
+    /// End of the last frame; of an open segment as far as it is known.
+    WallTime end() const
+    {
+        return begin + duration;
+    }
 };
 
 /// A place in the order of a stream's segments: by epoch, and by begin within one.
 struct SegmentPlace
 {
     int epoch = -1;
-    std::int64_t beginNs = std::numeric_limits<std::int64_t>::max();
+    WallTime begin = WallTime::max();
 };
 
 /// A time without a seam in which a stream was recorded.
 struct RecordedInterval
 {
-    std::int64_t beginNs = 0;  ///< wall clock, nanoseconds since 1970
-    std::int64_t endNs = 0;    ///< exclusive
-    bool growing = false;      ///< true when it goes on
+    WallTime begin;
+    WallTime end;          ///< exclusive
+    bool growing = false;  ///< true when it goes on
 };
 
 /// A stream that there is recorded media of.

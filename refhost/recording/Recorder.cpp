@@ -138,8 +138,7 @@ std::string Recorder::freePath(WallTime& begin) const
     std::string path;
     for (int i = 0; i < maxTries; ++i, begin += std::chrono::microseconds(1))
     {
-        path = ledger_->directory() + "/" +
-               SegmentPath{stream_.cameraId, stream_.streamId, begin.time_since_epoch().count()}.toString();
+        path = ledger_->directory() + "/" + SegmentPath{stream_.cameraId, stream_.streamId, begin}.toString();
         std::error_code unknown;
         if (!std::filesystem::exists(path, unknown))
         {
@@ -155,9 +154,8 @@ void Recorder::startSegment(MonotonicTime begin, const Tracks& tracks)
     segment_ = {};
     segment_.cameraId = stream_.cameraId;
     segment_.streamId = stream_.streamId;
-    WallTime date = dates_.at(begin);
-    segment_.path = freePath(date);
-    segment_.beginNs = date.time_since_epoch().count();
+    segment_.begin = dates_.at(begin);
+    segment_.path = freePath(segment_.begin);
     chooseTracks(tracks);
     if (written_.empty())
     {
@@ -165,7 +163,8 @@ void Recorder::startSegment(MonotonicTime begin, const Tracks& tracks)
     }
     std::string error;
     const bool mayStart = (!hooks_.mayStart || hooks_.mayStart(error)) && makeFolder(error);
-    writer_ = mayStart ? SegmentWriter::create(segment_.path, {begin, date}, written_, error, hooks_.makeRoom)
+    writer_ = mayStart ? SegmentWriter::create(segment_.path, {begin, segment_.begin}, written_, error,
+                                               hooks_.makeRoom)
                        : nullptr;
     if (!writer_)
     {
@@ -244,8 +243,7 @@ void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
     {
         return reportMalformed("some of the media");
     }
-    segment_.durationNs =
-        std::max(segment_.durationNs, (unit->captureTime + unit->duration - begin_).count());
+    segment_.duration = std::max(segment_.duration, unit->captureTime + unit->duration - begin_);
 }
 
 void Recorder::flushWhenDue()
@@ -287,7 +285,7 @@ void Recorder::endSegment(Duration duration)
         return fail(writer_->error());
     }
     // Of a single frame nobody may have told how long it lasts.
-    segment_.durationNs = std::max(duration.count(), SegmentMeasure::minNs);
+    segment_.duration = std::max(duration, SegmentMeasure::minDuration);
     segment_.bytes = writer_->bytes();
     writer_.reset();
     noteEnd();
@@ -325,18 +323,18 @@ void Recorder::measureUnfinished()
         return;
     }
     // Nothing but the header of a file that was just made.
-    if (result == SegmentMeasure::Result::nothing && segment_.durationNs == 0)
+    if (result == SegmentMeasure::Result::nothing && segment_.duration == Duration::zero())
     {
         ::unlink(segment_.path.c_str());
     }
-    segment_.durationNs = measure.durationNs;
+    segment_.duration = measure.duration;
     segment_.bytes = measure.bytes;
 }
 
 void Recorder::noteEnd()
 {
     // Without a duration nothing was left of the file.
-    if (segment_.durationNs == 0)
+    if (segment_.duration == Duration::zero())
     {
         return ledger_->remove(segment_.path);
     }

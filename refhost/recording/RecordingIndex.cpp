@@ -22,7 +22,13 @@ constexpr int pathColumn = 6;
 
 /// Segments may overlap by this much without a clock that was set back: ends that were measured are not
 /// exact.
-constexpr std::int64_t overlapNs = RecordingIndex::seamNs;
+constexpr Duration maxOverlap = RecordingIndex::maxContiguousGap;
+
+/// As the columns count.
+std::string nanosecondsOf(Duration span)
+{
+    return std::to_string(span.count());
+}
 
 /// What both ways of entering a segment begin with; the epoch follows.
 constexpr const char* insert =
@@ -32,7 +38,7 @@ constexpr const char* insert =
 /// The first epoch without a segment at the time of the new one.
 std::string firstFreeEpoch()
 {
-    const std::string overlap = std::to_string(overlapNs);
+    const std::string overlap = nanosecondsOf(maxOverlap);
     return "(WITH RECURSIVE free(epoch) AS (SELECT 0 UNION ALL SELECT epoch + 1 FROM free WHERE EXISTS("
            "SELECT 1 FROM segment AS other WHERE other.camera = ?1 AND other.stream = ?2"
            " AND other.epoch = free.epoch AND other.begin_ns < ?3 + ?4 - " +
@@ -46,7 +52,7 @@ std::string firstFreeEpoch()
 /// The epoch of the stream's last segment, or a new one where that ended after the new one starts.
 std::string nextEpoch()
 {
-    return "coalesce((SELECT iif(last.begin_ns + last.duration_ns > ?3 + " + std::to_string(overlapNs) +
+    return "coalesce((SELECT iif(last.begin_ns + last.duration_ns > ?3 + " + nanosecondsOf(maxOverlap) +
            ", (SELECT max(epoch) + 1 FROM segment WHERE camera = ?1 AND stream = ?2), last.epoch)"
            " FROM segment AS last WHERE last.id ="
            " (SELECT max(id) FROM segment WHERE camera = ?1 AND stream = ?2)), 0)";
@@ -58,11 +64,6 @@ SqliteDatabase::Statement prepared(SqliteDatabase& database, const std::string& 
     SqliteDatabase::Statement statement = database.prepare(sql.c_str());
     good = good && statement != nullptr;
     return statement;
-}
-
-std::int64_t endOf(const RecordedSegment& segment)
-{
-    return segment.beginNs + segment.durationNs;
 }
 
 // Whether an entry's path, below the directory, stays there whoever wrote it.
@@ -168,10 +169,10 @@ bool RecordingIndex::openReading(std::string& error)
                  select +
                      "WHERE camera = ?1 AND stream = ?2 AND epoch = ?3 AND begin_ns < ?5 AND begin_ns > "
                      "max(?6, ?4 - " +
-                     std::to_string(openReserveNs) +
+                     nanosecondsOf(openReserve) +
                      " - (SELECT max(duration_ns) FROM segment WHERE camera = ?1 AND stream = ?2))"
                      " AND begin_ns + duration_ns + iif(closed, 0, " +
-                     std::to_string(openReserveNs) + ") > ?4 ORDER BY begin_ns, id LIMIT ?7",
+                     nanosecondsOf(openReserve) + ") > ?4 ORDER BY begin_ns, id LIMIT ?7",
                  good);
     reading_.epochAfter = prepared(
         database, "SELECT min(epoch) FROM segment WHERE camera = ? AND stream = ? AND epoch > ?", good);
@@ -204,18 +205,16 @@ bool RecordingIndex::openReading(std::string& error)
     return good;
 }
 
-std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, std::int64_t beginNs,
-                                                  std::int64_t endNs, int max,
-                                                  const SegmentPlace& after) const
+std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, WallTime begin, WallTime end,
+                                                  int max, const SegmentPlace& after) const
 {
     std::vector<RecordedSegment> found;
     std::optional<int> epoch = after.epoch < 0 ? epochAfter(cameraId, streamId, -1) : after.epoch;
     for (; epoch && max != 0; epoch = epochAfter(cameraId, streamId, *epoch))
     {
-        const std::int64_t afterNs =
-            *epoch == after.epoch ? after.beginNs : std::numeric_limits<std::int64_t>::min();
+        const WallTime since = *epoch == after.epoch ? after.begin : WallTime::min();
         std::vector<RecordedSegment> ofEpoch =
-            segments(&Reading::find, cameraId, streamId, *epoch, beginNs, endNs, afterNs, max);
+            segments(&Reading::find, cameraId, streamId, *epoch, begin, end, since, max);
         max -= max < 0 ? 0 : static_cast<int>(ofEpoch.size());
         std::move(ofEpoch.begin(), ofEpoch.end(), std::back_inserter(found));
     }
@@ -231,12 +230,12 @@ std::optional<int> RecordingIndex::epochAfter(int cameraId, int streamId, int ep
     return found ? std::make_optional(static_cast<int>(query.number(0))) : std::nullopt;
 }
 
-std::optional<int> RecordingIndex::streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const
+std::optional<int> RecordingIndex::streamOf(int cameraId, WallTime begin, WallTime end) const
 {
     std::optional<RecordedStream> stream = streamAfter({cameraId, -1});
     while (stream && stream->cameraId == cameraId)
     {
-        if (!find(cameraId, stream->streamId, beginNs, endNs, 1).empty())
+        if (!find(cameraId, stream->streamId, begin, end, 1).empty())
         {
             return stream->streamId;
         }
@@ -275,17 +274,16 @@ std::vector<RecordedInterval> RecordingIndex::recordings(int cameraId, int strea
     for (const RecordedSegment& segment : segments(&Reading::ofStream, cameraId, streamId))
     {
         const bool other = std::exchange(epoch, segment.epoch) != segment.epoch;
-        if (intervals.empty() || other || segment.beginNs > intervals.back().endNs + shortestGapNs)
+        if (intervals.empty() || other || segment.begin > intervals.back().end + minGap)
         {
-            intervals.push_back({segment.beginNs, segment.beginNs, false});
+            intervals.push_back({segment.begin, segment.begin, false});
         }
         RecordedInterval& interval = intervals.back();
-        interval.endNs = std::max(interval.endNs, endOf(segment));
+        interval.end = std::max(interval.end, segment.end());
         interval.growing = !segment.closed;
     }
     std::stable_sort(intervals.begin(), intervals.end(),
-                     [](const RecordedInterval& a, const RecordedInterval& b)
-                     { return a.beginNs < b.beginNs; });
+                     [](const RecordedInterval& a, const RecordedInterval& b) { return a.begin < b.begin; });
     return intervals;
 }
 
@@ -300,18 +298,18 @@ std::vector<RecordedSegment> RecordingIndex::unclosed() const
 }
 
 std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::int64_t>& besides,
-                                                            std::int64_t sinceNs) const
+                                                            WallTime since) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.oldestClosed, sinceNs);
+    SqliteQuery query(*reading_.oldestClosed, since);
     return firstOf(query, besides);
 }
 
-std::optional<RecordedSegment> RecordingIndex::firstBefore(std::int64_t beforeNs,
+std::optional<RecordedSegment> RecordingIndex::firstBefore(WallTime before,
                                                            const std::set<std::int64_t>& besides) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.firstBefore, beforeNs);
+    SqliteQuery query(*reading_.firstBefore, before);
     return firstOf(query, besides);
 }
 
@@ -328,18 +326,18 @@ std::optional<RecordedSegment> RecordingIndex::firstOf(SqliteQuery& query,
     return std::nullopt;
 }
 
-std::optional<std::int64_t> RecordingIndex::beginAfter(std::int64_t id, std::int64_t sinceNs) const
+std::optional<WallTime> RecordingIndex::beginAfter(std::int64_t id, WallTime since) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.beginAfter, id, sinceNs);
-    return query.next() ? std::make_optional(query.number(0)) : std::nullopt;
+    SqliteQuery query(*reading_.beginAfter, id, since);
+    return query.next() ? std::make_optional(query.date(0)) : std::nullopt;
 }
 
-std::optional<std::int64_t> RecordingIndex::newestBegin() const
+std::optional<WallTime> RecordingIndex::newestBegin() const
 {
     const MutexLock guard(readingMutex_);
     SqliteQuery query(*reading_.newestBegin);
-    return query.next() ? std::make_optional(query.number(0)) : std::nullopt;
+    return query.next() ? std::make_optional(query.date(0)) : std::nullopt;
 }
 
 std::int64_t RecordingIndex::count() const
@@ -390,10 +388,10 @@ bool RecordingIndex::removePath(const std::string& path)
     return write(writing_.removePath, inside(path));
 }
 
-bool RecordingIndex::close(std::int64_t id, std::int64_t durationNs, std::int64_t bytes)
+bool RecordingIndex::close(std::int64_t id, Duration duration, std::int64_t bytes)
 {
     const MutexLock guard(writingMutex_);
-    return write(writing_.close, durationNs, bytes, id);
+    return write(writing_.close, duration, bytes, id);
 }
 
 bool RecordingIndex::remove(std::int64_t id)
@@ -438,8 +436,8 @@ RecordedSegment RecordingIndex::segmentOf(const SqliteQuery& row) const
     segment.id = row.number(0);
     segment.cameraId = static_cast<int>(row.number(1));
     segment.streamId = static_cast<int>(row.number(2));
-    segment.beginNs = row.number(3);
-    segment.durationNs = row.number(4);
+    segment.begin = row.date(3);
+    segment.duration = row.span(4);
     segment.bytes = row.number(5);
     segment.path = directory_ + "/" + row.text(pathColumn);
     segment.closed = row.number(7) != 0;
@@ -455,7 +453,7 @@ bool RecordingIndex::write(const SqliteDatabase::Statement& statement, const Rec
         error_ = segment.path + " does not lie below " + directory_;
         return false;
     }
-    return write(statement, segment.cameraId, segment.streamId, segment.beginNs, segment.durationNs,
+    return write(statement, segment.cameraId, segment.streamId, segment.begin, segment.duration,
                  segment.bytes, path, segment.closed);
 }
 

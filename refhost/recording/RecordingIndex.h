@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <set>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "refhost/base/Mutex.h"
+#include "refhost/base/Times.h"
 #include "refhost/recording/RecordedSegment.h"
 #include "refhost/recording/SqliteDatabase.h"
 
@@ -28,14 +28,13 @@ class SqliteQuery;
 class RecordingIndex
 {
 public:
-    /// Segments that follow each other within this time leave no gap, nanoseconds: ends that were measured
-    /// are not exact.
-    static constexpr std::int64_t shortestGapNs = 200000000;
-    /// Frames of two segments that follow each other within this time are played on without a break,
-    /// nanoseconds: who reads the files does not know how long the last frame was shown.
-    static constexpr std::int64_t seamNs = 1000000000;
-    /// How far the end of an open segment may be beyond what is known of it, nanoseconds.
-    static constexpr std::int64_t openReserveNs = 5000000000;
+    /// Segments that follow each other within this time leave no gap: measured ends are not exact.
+    static constexpr Duration minGap = std::chrono::milliseconds(200);
+    /// Segments that follow each other within this time are played without a break: a file does not say how
+    /// long its last frame was displayed.
+    static constexpr Duration maxContiguousGap = std::chrono::seconds(1);
+    /// How far the end of an open segment may be beyond what is known of it.
+    static constexpr Duration openReserve = std::chrono::seconds(5);
 
     /// Opens the index of a directory, making both if they are missing, for the server's user and group
     /// alone. One that is damaged is set aside as `index.db.damaged`, or `index.db.damaged-2` and so on
@@ -55,14 +54,14 @@ public:
         return directory_;
     }
 
-    /// Segments of a stream with recorded media in [beginNs, endNs). Closed and open ones, in the order of epoch and
+    /// Segments of a stream with recorded media in [begin, end). Closed and open ones, in the order of epoch and
     /// begin.
     /// \param max   how many, the first ones; negative: all
     /// \param after  those behind this place alone; at first all
-    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int max = -1, const SegmentPlace& after = {}) const;
-    /// The lowest stream of a camera with recorded media in [beginNs, endNs); nothing where there is none.
-    std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const;
+    std::vector<RecordedSegment> find(int cameraId, int streamId, WallTime begin, WallTime end, int max = -1,
+                                      const SegmentPlace& after = {}) const;
+    /// The lowest stream of a camera with recorded media in [begin, end); nothing where there is none.
+    std::optional<int> streamOf(int cameraId, WallTime begin, WallTime end) const;
 
     /// Every stream with a segment, in the order of camera and stream.
     std::vector<RecordedStream> streams() const;
@@ -76,17 +75,15 @@ public:
     std::vector<RecordedSegment> unclosed() const;
     /// The closed segment with the earliest begin.
     /// \param besides  segments that do not count
-    /// \param sinceNs  segments that begin earlier do not count either
-    std::optional<RecordedSegment> oldestClosed(
-        const std::set<std::int64_t>& besides = {},
-        std::int64_t sinceNs = std::numeric_limits<std::int64_t>::min()) const;
-    /// The closed segment with a begin before `beforeNs` that was entered first.
-    std::optional<RecordedSegment> firstBefore(std::int64_t beforeNs,
-                                               const std::set<std::int64_t>& besides) const;
-    /// The begin of the first segment that was entered after another one and starts at `sinceNs` or later.
-    std::optional<std::int64_t> beginAfter(std::int64_t id, std::int64_t sinceNs) const;
+    /// \param since    segments that begin earlier do not count either
+    std::optional<RecordedSegment> oldestClosed(const std::set<std::int64_t>& besides = {},
+                                                WallTime since = WallTime::min()) const;
+    /// The closed segment with a begin before `before` that was entered first.
+    std::optional<RecordedSegment> firstBefore(WallTime before, const std::set<std::int64_t>& besides) const;
+    /// The begin of the first segment that was entered after another one and starts at `since` or later.
+    std::optional<WallTime> beginAfter(std::int64_t id, WallTime since) const;
     /// The latest begin of all segments.
-    std::optional<std::int64_t> newestBegin() const;
+    std::optional<WallTime> newestBegin() const;
     /// How many segments there are.
     std::int64_t count() const;
     /// Sum of the sizes of all segments, bytes.
@@ -102,7 +99,7 @@ public:
     /// Forgets the segment of a path, if there is one; its file is the caller's.
     bool removePath(const std::string& path);
     /// A segment came to its end.
-    bool close(std::int64_t id, std::int64_t durationNs, std::int64_t bytes);
+    bool close(std::int64_t id, Duration duration, std::int64_t bytes);
     /// Forgets a segment; its file is the caller's.
     bool remove(std::int64_t id);
 

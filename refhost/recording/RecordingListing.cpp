@@ -11,17 +11,20 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1000000000;
-
-std::string utc(std::int64_t timeNs)
+std::string seconds(Duration span)
 {
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(static_cast<std::time_t>(timeNs / second)),
-                       timeNs % second / 1000000);
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(span).count();
+    return fmt::format("{}.{:03}", ms / 1000, ms % 1000);
 }
 
-std::string seconds(std::int64_t timeNs)
+/// As in a calendar, and in seconds since 1970.
+std::string dateOf(WallTime date)
 {
-    return fmt::format("{}.{:03}", timeNs / second, timeNs % second / 1000000);
+    const auto ms =
+        std::chrono::floor<std::chrono::milliseconds>(date - std::chrono::floor<std::chrono::seconds>(date));
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z ({})",
+                       fmt::gmtime(static_cast<std::time_t>(unixSeconds(date))), ms.count(),
+                       seconds(date.time_since_epoch()));
 }
 
 }  // namespace
@@ -43,15 +46,15 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
                                    std::ostream& out) const
 {
     const std::vector<RecordedInterval> recordings = index.recordings(stream.cameraId, stream.streamId);
-    std::int64_t recorded = 0;
+    Duration recorded{};
     for (const RecordedInterval& interval : recordings)
     {
-        recorded += interval.endNs - interval.beginNs;
+        recorded += interval.end - interval.begin;
     }
     std::size_t gaps = 0;
     for (std::size_t i = 1; i < recordings.size(); ++i)
     {
-        gaps += recordings[i].beginNs >= recordings[i - 1].endNs ? 1 : 0;
+        gaps += recordings[i].begin >= recordings[i - 1].end ? 1 : 0;
     }
     out << fmt::format("{}: {} seconds, {} gap{}\n", nameOf_(stream.cameraId, stream.streamId),
                        seconds(recorded), gaps, gaps == 1 ? "" : "s");
@@ -60,14 +63,13 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
     {
         if (before != nullptr)
         {
-            const std::int64_t gapNs = interval.beginNs - before->endNs;
-            out << (gapNs >= 0 ? fmt::format("  gap of {} seconds\n", seconds(gapNs))
-                               : std::string("  the clock was set back\n"));
+            const Duration gap = interval.begin - before->end;
+            out << (gap >= Duration::zero() ? fmt::format("  gap of {} seconds\n", seconds(gap))
+                                            : std::string("  the clock was set back\n"));
         }
-        out << fmt::format("  from {} ({}) to {} ({}){}, {} seconds\n      {}\n", utc(interval.beginNs),
-                           seconds(interval.beginNs), utc(interval.endNs), seconds(interval.endNs),
-                           interval.growing && recording_ ? " and growing" : "",
-                           seconds(interval.endNs - interval.beginNs), url(stream.cameraId, interval));
+        out << fmt::format("  from {} to {}{}, {} seconds\n      {}\n", dateOf(interval.begin),
+                           dateOf(interval.end), interval.growing && recording_ ? " and growing" : "",
+                           seconds(interval.end - interval.begin), url(stream.cameraId, interval));
         before = &interval;
     }
 }
@@ -75,14 +77,15 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
 // Whole seconds inside the interval, so that all that is asked for is there; of a short one those around it.
 std::string RecordingListing::url(int cameraId, const RecordedInterval& interval) const
 {
-    std::int64_t begin = (interval.beginNs + second - 1) / second;
-    std::int64_t end = interval.endNs / second;
+    using std::chrono::seconds;
+    auto begin = std::chrono::ceil<seconds>(interval.begin);
+    auto end = std::chrono::floor<seconds>(interval.end);
     if (end <= begin)
     {
-        begin = interval.beginNs / second;
-        end = (interval.endNs + second - 1) / second;
+        begin = std::chrono::floor<seconds>(interval.begin);
+        end = std::chrono::ceil<seconds>(interval.end);
     }
-    return fmt::format("{}{}_{}_{}", base_, cameraId, begin, end);
+    return fmt::format("{}{}_{}_{}", base_, cameraId, unixSeconds(begin), unixSeconds(end));
 }
 
 }  // namespace refhost

@@ -60,7 +60,7 @@ void closeOrSetAside(Run& run, const RecordedSegment& segment)
     switch (run.measure(segment.path, measure))
     {
         case SegmentMeasure::Result::media:
-            run.count(run.index.close(segment.id, measure.durationNs, measure.bytes), run.result.closed);
+            run.count(run.index.close(segment.id, measure.duration, measure.bytes), run.result.closed);
             return;
         case SegmentMeasure::Result::nothing:
             if (!setAside(segment.path))
@@ -111,8 +111,8 @@ void adopt(Run& run, const SegmentPath& place, const std::string& path)
     RecordedSegment segment;
     segment.cameraId = place.cameraId;
     segment.streamId = place.streamId;
-    segment.beginNs = place.beginNs;
-    segment.durationNs = measure.durationNs;
+    segment.begin = place.begin;
+    segment.duration = measure.duration;
     segment.bytes = measure.bytes;
     segment.path = path;
     segment.closed = true;

@@ -15,15 +15,14 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1000000000;
 /// Recordings may be dated a little ahead of the clock that is being corrected.
-constexpr std::int64_t toleranceNs = 10 * second;
-/// While they are removed slowly: of all segments, in a nanosecond.
-constexpr double minRate = 0.01 / (3600.0 * static_cast<double>(second));
+constexpr Duration tolerance = std::chrono::seconds(10);
+/// While they are removed slowly: of all segments, in a second.
+constexpr double minRate = 0.01 / 3600.0;
 
-std::string utc(std::int64_t timeNs)
+std::string utc(WallTime date)
 {
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}Z", fmt::gmtime(static_cast<std::time_t>(timeNs / second)));
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}Z", fmt::gmtime(static_cast<std::time_t>(unixSeconds(date))));
 }
 
 }  // namespace
@@ -31,12 +30,13 @@ std::string utc(std::int64_t timeNs)
 RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, const Now& now)
 {
     Outcome outcome;
-    if (limits_.maxAgeNs > 0)
+    const bool limitsAge = limits_.maxAge > Duration::zero();
+    if (limitsAge)
     {
-        outcome.clockDoubt = clockDoubt(index, now.wallNs);
+        outcome.clockDoubt = clockDoubt(index, now.wall);
         watchClock(index, now);
     }
-    const bool byAge = limits_.maxAgeNs > 0 && outcome.clockDoubt.empty();
+    const bool byAge = limitsAge && outcome.clockDoubt.empty();
     Ids stuck;
     Ids passed;  // stuck ones, and those that are in use
     std::int64_t bytes = index.totalBytes();
@@ -52,7 +52,7 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, con
             continue;
         }
         const bool tooMuch = limits_.maxBytes > 0 && bytes > limits_.maxBytes;
-        const bool tooOld = found && byAge && isTooOld(*found, now.wallNs);
+        const bool tooOld = found && byAge && isTooOld(*found, now.wall);
         outcome.slowly = !tooMuch && tooOld && slowly_ && allowance_ < 1;
         if (!found || outcome.slowly || !(tooMuch || tooOld))
         {
@@ -87,25 +87,24 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, con
     return outcome;
 }
 
-std::string RecordingRetention::clockDoubt(const RecordingIndex& index, std::int64_t nowNs) const
+std::string RecordingRetention::clockDoubt(const RecordingIndex& index, WallTime now) const
 {
-    if (nowNs < limits_.clockSinceNs)
+    if (now < limits_.clockSince)
     {
-        return fmt::format("the clock shows {}, before this program was built", utc(nowNs));
+        return fmt::format("the clock shows {}, before this program was built", utc(now));
     }
-    const std::optional<std::int64_t> newestNs = index.newestBegin();
-    if (newestNs && nowNs + toleranceNs < *newestNs)
+    const std::optional<WallTime> newest = index.newestBegin();
+    if (newest && now + tolerance < *newest)
     {
-        return fmt::format("the clock shows {}, before the newest recording, of {}", utc(nowNs),
-                           utc(*newestNs));
+        return fmt::format("the clock shows {}, before the newest recording, of {}", utc(now), utc(*newest));
     }
     return std::string();
 }
 
 void RecordingRetention::watchClock(const RecordingIndex& index, const Now& now)
 {
-    const std::optional<std::int64_t> newestNs = index.newestBegin();
-    const bool allTooOld = !last_ && newestNs && *newestNs < now.wallNs - limits_.maxAgeNs;
+    const std::optional<WallTime> newest = index.newestBegin();
+    const bool allTooOld = !last_ && newest && *newest < now.wall - limits_.maxAge;
     const bool setForward = last_ && now.stepsForward != last_->stepsForward;
     if (!slowly_ && (setForward || allTooOld))
     {
@@ -115,11 +114,10 @@ void RecordingRetention::watchClock(const RecordingIndex& index, const Now& now)
     }
     else if (slowly_ && last_)
     {
-        const double rate = std::max(2.0 / static_cast<double>(limits_.maxAgeNs), minRate);
-        const auto elapsedNs =
-            static_cast<double>(std::max<std::int64_t>(now.monotonicNs - last_->monotonicNs, 0));
+        const double rate = std::max(2.0 / secondsOf(limits_.maxAge), minRate);
+        const double elapsed = std::max(secondsOf(now.monotonic - last_->monotonic), 0.0);
         allowance_ =
-            std::min(std::max(allowance_, 0.0) + elapsedNs * rate * count_, std::max(maxShare * count_, 1.0));
+            std::min(std::max(allowance_, 0.0) + elapsed * rate * count_, std::max(maxShare * count_, 1.0));
     }
     last_ = now;
 }
@@ -129,23 +127,23 @@ std::optional<RecordingRetention::Oldest> RecordingRetention::oldest(const Recor
                                                                      const Ids& besides) const
 {
     std::optional<Oldest> found;
-    if (const auto dated = index.oldestClosed(besides, limits_.datesSinceNs))
+    if (const auto dated = index.oldestClosed(besides, limits_.datesSince))
     {
-        found = Oldest{*dated, dated->beginNs + dated->durationNs};
+        found = Oldest{*dated, dated->end()};
     }
-    const auto misdated = index.firstBefore(limits_.datesSinceNs, besides);
+    const auto misdated = index.firstBefore(limits_.datesSince, besides);
     if (!misdated)
     {
         return found;
     }
-    const std::optional<std::int64_t> dateNs = index.beginAfter(misdated->id, limits_.datesSinceNs);
-    const bool older = !found || (dateNs && *dateNs < *found->endNs);
-    return older ? Oldest{*misdated, dateNs} : found;
+    const std::optional<WallTime> date = index.beginAfter(misdated->id, limits_.datesSince);
+    const bool older = !found || (date && *date < *found->end);
+    return older ? Oldest{*misdated, date} : found;
 }
 
-bool RecordingRetention::isTooOld(const Oldest& oldest, std::int64_t nowNs) const
+bool RecordingRetention::isTooOld(const Oldest& oldest, WallTime now) const
 {
-    return oldest.endNs && *oldest.endNs < nowNs - limits_.maxAgeNs;
+    return oldest.end && *oldest.end < now - limits_.maxAge;
 }
 
 }  // namespace refhost

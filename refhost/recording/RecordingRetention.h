@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "refhost/base/Times.h"
 #include "refhost/recording/RecordingIndex.h"
 
 namespace refhost
@@ -26,16 +27,16 @@ class RecordingRetention
 public:
     struct Limits
     {
-        std::int64_t maxBytes = 0;      ///< of all files together; 0: no limit
-        std::int64_t maxAgeNs = 0;      ///< from the end of a segment until now; 0: no limit
-        std::int64_t clockSinceNs = 0;  ///< a wall clock that shows an earlier time is wrong; since 1970
-        std::int64_t datesSinceNs = 0;  ///< nothing was recorded earlier, whatever its date says; since 1970
+        std::int64_t maxBytes = 0;  ///< of all files together; 0: no limit
+        Duration maxAge{};          ///< from the end of a segment until now; 0: no limit
+        WallTime clockSince{};      ///< a wall clock that shows an earlier time is wrong
+        WallTime datesSince{};      ///< nothing was recorded earlier, whatever its date says
     };
 
     struct Now
     {
-        std::int64_t wallNs = 0;         ///< nanoseconds since 1970
-        std::int64_t monotonicNs = 0;    ///< HostClock::monotonicNs()
+        WallTime wall{};
+        MonotonicTime monotonic{};
         std::uint32_t stepsForward = 0;  ///< how often the wall clock was set forward
     };
 
@@ -60,15 +61,14 @@ private:
     struct Oldest
     {
         RecordedSegment segment;
-        std::optional<std::int64_t>
-            endNs;  ///< date from which its age counts; nothing where that is not known
+        std::optional<WallTime> end;  ///< date from which its age counts; nothing where that is not known
     };
     using Ids = std::set<std::int64_t>;
 
-    std::string clockDoubt(const RecordingIndex& index, std::int64_t nowNs) const;
+    std::string clockDoubt(const RecordingIndex& index, WallTime now) const;
     void watchClock(const RecordingIndex& index, const Now& now);
     std::optional<Oldest> oldest(const RecordingIndex& index, const Ids& besides) const;
-    bool isTooOld(const Oldest& oldest, std::int64_t nowNs) const;
+    bool isTooOld(const Oldest& oldest, WallTime now) const;
 
     const Limits limits_;
     std::optional<Now> last_;  ///< when apply() was called last

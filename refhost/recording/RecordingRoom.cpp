@@ -94,7 +94,7 @@ void RecordingRoom::findOldest()
 {
     std::vector<Candidate> found;
     const auto isOlder = [](const Candidate& left, const Candidate& right)
-    { return std::tie(left.beginNs, left.path) < std::tie(right.beginNs, right.path); };
+    { return std::tie(left.begin, left.path) < std::tie(right.begin, right.path); };
     const std::string& directory = ledger_.directory();
     std::error_code problem;
     fs::recursive_directory_iterator file(directory, fs::directory_options::skip_permission_denied, problem);
@@ -104,7 +104,7 @@ void RecordingRoom::findOldest()
         const auto place = SegmentPath::parse(path.substr(directory.size() + 1));
         if (place && !ledger_.isOpen(path))
         {
-            found.push_back({place->beginNs, std::move(path)});
+            found.push_back({place->begin, std::move(path)});
         }
         if (found.size() >= 2 * maxRemembered)
         {

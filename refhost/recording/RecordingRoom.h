@@ -9,6 +9,7 @@
 #include <string>
 
 #include "refhost/base/Mutex.h"
+#include "refhost/base/Times.h"
 #include "refhost/recording/SegmentLedger.h"
 
 namespace refhost
@@ -36,7 +37,7 @@ public:
 private:
     struct Candidate
     {
-        std::int64_t beginNs;
+        WallTime begin;
         std::string path;
     };
 

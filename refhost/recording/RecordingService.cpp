@@ -17,17 +17,14 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1000000000;
-constexpr std::int64_t hour = 3600 * second;
 constexpr std::int64_t mebibyte = 1048576;
 /// 2025: nobody recorded with this program before. Not the time of the build, which an upgrade brings
 /// forward.
-constexpr std::int64_t firstRecordingsNs = 1735689600 * second;
+constexpr WallTime firstRecordings = wallTimeOfUnix(1735689600);
 
 RecordingRetention::Limits limitsOf(const RecordingConfig& config)
 {
-    return {config.maxSize * mebibyte, config.maxAge * hour, BuildTime::date().time_since_epoch().count(),
-            firstRecordingsNs};
+    return {config.maxSize * mebibyte, std::chrono::hours(config.maxAge), BuildTime::date(), firstRecordings};
 }
 
 bool recordsAnyOf(const CameraConfig& camera)
@@ -310,10 +307,9 @@ void RecordingService::retain()
     }
     const HostClock& clock = HostClock::system();
     const WallClock::Mapping dates = clock.wall().mapping();
-    const std::int64_t nowNs = clock.monotonicNs();
+    const MonotonicTime now = clock.now();
     const RecordingRetention::Outcome outcome =
-        retention_.apply(*index_, {dates.at(MonotonicTime(Duration(nowNs))).time_since_epoch().count(), nowNs,
-                                   dates.steps - dates.stepsBack});
+        retention_.apply(*index_, {dates.at(now), now, dates.steps - dates.stepsBack});
     reportClock(outcome);
     if (outcome.removed > 0)
     {

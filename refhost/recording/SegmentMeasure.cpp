@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <fstream>
 #include <memory>
+#include <optional>
 
 #include "refhost/recording/SegmentCutter.h"
 
@@ -37,22 +38,26 @@ struct FreePacket
 
 using Result = SegmentMeasure::Result;
 
+/// The time base of Duration.
+constexpr AVRational nanoseconds{1, static_cast<int>(Duration::period::den)};
+
 /// Failures of the demuxer in one file, which ends by itself, that are passed over.
 constexpr int maxMalformed = 1000;
 
 struct TrackEnd
 {
-    std::int64_t lastNs = -1;  ///< timestamp of the last unit, -1 without any
-    std::int64_t stepNs = 0;   ///< from the last but one to it
+    std::optional<Duration> last;  ///< timestamp of the last unit
+    Duration step{};               ///< from the last but one to it
 
-    void add(std::int64_t timeNs)
+    void add(Duration time)
     {
         // A segment ends where its stream pauses, so what lies further ahead is a damage.
-        constexpr std::int64_t maxStepNs = (SegmentCutter::maxPause + SegmentCutter::maxHold).count();
-        if (timeNs > lastNs && timeNs <= std::max<std::int64_t>(lastNs, 0) + maxStepNs)
+        constexpr Duration maxStep = SegmentCutter::maxPause + SegmentCutter::maxHold;
+        const bool advances = last ? time > *last : time >= Duration::zero();
+        if (advances && time <= last.value_or(Duration::zero()) + maxStep)
         {
-            stepNs = lastNs < 0 ? 0 : timeNs - lastNs;
-            lastNs = timeNs;
+            step = last ? time - *last : Duration::zero();
+            last = time;
         }
     }
 };
@@ -109,14 +114,13 @@ Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure,
         const bool isVideo = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
         if (packet->pts != AV_NOPTS_VALUE)
         {
-            (isVideo ? video : audio)
-                .add(av_rescale_q(packet->pts, stream.time_base, AVRational{1, 1000000000}));
+            (isVideo ? video : audio).add(Duration(av_rescale_q(packet->pts, stream.time_base, nanoseconds)));
         }
         av_packet_unref(packet.get());
     }
     const bool failing =
         (input->pb->error < 0 && input->pb->error != AVERROR_EOF) || (stopping != nullptr && *stopping);
-    const TrackEnd& reference = video.lastNs < 0 ? audio : video;
+    const TrackEnd& reference = video.last ? video : audio;
     struct stat status
     {
     };
@@ -124,11 +128,11 @@ Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure,
     {
         return Result::unreadable;
     }
-    if (reference.lastNs < 0)
+    if (!reference.last)
     {
         return Result::nothing;
     }
-    measure.durationNs = std::max(reference.lastNs + reference.stepNs, minNs);
+    measure.duration = std::max(*reference.last + reference.step, minDuration);
     measure.bytes = static_cast<std::int64_t>(status.st_size);
     return Result::media;
 }

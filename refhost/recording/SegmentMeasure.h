@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "refhost/base/Times.h"
+
 namespace refhost
 {
 
@@ -18,11 +20,11 @@ struct SegmentMeasure
         unreadable  ///< the system does not give its bytes: nobody knows
     };
 
-    /// A single frame lasts that long at least, nanoseconds: timestamps are milliseconds.
-    static constexpr std::int64_t minNs = 1000000;
+    /// A single frame lasts that long at least: timestamps are milliseconds.
+    static constexpr Duration minDuration = std::chrono::milliseconds(1);
 
-    std::int64_t durationNs = 0;  ///< up to the end of the last frame, or of the last audio without any
-    std::int64_t bytes = 0;       ///< size of the file
+    Duration duration{};     ///< up to the end of the last frame, or of the last audio without any
+    std::int64_t bytes = 0;  ///< size of the file
 
     /// Measures a file, finished or not.
     /// \param[out] measure  set where there is recorded media

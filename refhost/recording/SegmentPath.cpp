@@ -11,9 +11,10 @@ namespace refhost
 
 std::string SegmentPath::toString() const
 {
-    constexpr std::int64_t second = 1000000000;
+    const auto second = std::chrono::floor<std::chrono::seconds>(begin);
+    const auto rest = std::chrono::floor<std::chrono::microseconds>(begin - second);
     return fmt::format("{}/{}/{:%Y%m%dT%H%M%S}.{:06}Z.mkv", cameraId, streamId,
-                       fmt::gmtime(static_cast<std::time_t>(beginNs / second)), beginNs % second / 1000);
+                       fmt::gmtime(static_cast<std::time_t>(unixSeconds(begin))), rest.count());
 }
 
 std::optional<SegmentPath> SegmentPath::parse(const std::string& path)
@@ -30,7 +31,8 @@ std::optional<SegmentPath> SegmentPath::parse(const std::string& path)
     }
     time.tm_year -= 1900;
     time.tm_mon -= 1;
-    found.beginNs = (static_cast<std::int64_t>(timegm(&time)) * 1000000 + microseconds) * 1000;
+    found.begin = saturatedWallTime(
+        WallMicroseconds(std::chrono::seconds(timegm(&time)) + std::chrono::microseconds(microseconds)));
     // Only what toString() would write: everything else, such as a 61st second or a sign, is somebody else's.
     return found.cameraId >= 0 && found.streamId >= 0 && found.toString() == path ? std::make_optional(found)
                                                                                   : std::nullopt;

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
+
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
@@ -13,7 +14,7 @@ struct SegmentPath
 {
     int cameraId = 0;
     int streamId = 0;
-    std::int64_t beginNs = 0;  ///< wall clock, nanoseconds since 1970; whole microseconds in a path
+    WallTime begin;  ///< whole microseconds in a path
 
     /// The path below the directory.
     std::string toString() const;

@@ -1,6 +1,7 @@
 #include "refhost/recording/SqliteDatabase.h"
 
 #include <cerrno>
+#include <chrono>
 
 namespace refhost
 {
@@ -9,7 +10,7 @@ namespace
 
 // Another process may hold the file for a moment: a listing, a backup, a shell. Longer than that nobody may
 // wait, as the end of the server does.
-constexpr int busyMs = 500;
+constexpr std::chrono::milliseconds maxBusy{500};
 
 }  // namespace
 
@@ -27,7 +28,7 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::open(const std::string& path, Ac
         error = connection == nullptr ? "out of memory" : database->lastError();
         return nullptr;
     }
-    sqlite3_busy_timeout(connection, busyMs);
+    sqlite3_busy_timeout(connection, static_cast<int>(maxBusy.count()));
     // With write-ahead logging readers never wait for the writer, and a commit does not wait for the disk.
     if (writes && !database->execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"))
     {
@@ -47,7 +48,7 @@ bool SqliteDatabase::isDamaged(const std::string& path, std::string& how)
     {
         return false;
     }
-    sqlite3_busy_timeout(connection, busyMs);
+    sqlite3_busy_timeout(connection, static_cast<int>(maxBusy.count()));
     const Statement check = database.prepare("PRAGMA quick_check(1)");
     if (check && sqlite3_step(check.get()) == SQLITE_ROW)
     {

@@ -6,13 +6,15 @@
 #include <cstdint>
 #include <string>
 
+#include "refhost/base/Times.h"
+
 namespace refhost
 {
 
 /// One run of a prepared statement: parameters in the order of their question marks, rows one after the
 /// other. The statement is ready for its next run when the object ends.
 ///
-///     SqliteQuery query(*find_, cameraId, beginNs, endNs);
+///     SqliteQuery query(*find_, cameraId, begin, end);
 ///     while (query.next())
 ///     {
 ///         use(query.number(0), query.text(1));
@@ -65,6 +67,16 @@ public:
     {
         return sqlite3_column_int64(&statement_, column);
     }
+    /// \returns a column of nanoseconds since 1970 as a date
+    WallTime date(int column) const
+    {
+        return WallTime(span(column));
+    }
+    /// \returns a column of nanoseconds as a span
+    Duration span(int column) const
+    {
+        return Duration(number(column));
+    }
     std::string text(int column) const
     {
         const auto* const bytes = reinterpret_cast<const char*>(sqlite3_column_text(&statement_, column));
@@ -75,6 +87,14 @@ private:
     void bind(int index, std::int64_t value)
     {
         sqlite3_bind_int64(&statement_, index, value);
+    }
+    void bind(int index, Duration value)
+    {
+        bind(index, std::int64_t{value.count()});
+    }
+    void bind(int index, WallTime value)
+    {
+        bind(index, value.time_since_epoch());
     }
     void bind(int index, const std::string& value)
     {

@@ -21,8 +21,7 @@ namespace test
 namespace
 {
 
-constexpr std::int64_t second = 1'000'000'000;
-constexpr std::int64_t recordedFrom = 1'700'000'000 * second;
+constexpr WallTime recordedFrom = wallTimeOfUnix(1'700'000'000);
 constexpr int recordedSeconds = 3;
 
 /// A recording that is only ever asked for what it has.
@@ -157,8 +156,8 @@ void ServerWorld::record(const std::string& directory)
     require(index != nullptr, "an index");
     RecordedSegment segment;
     segment.cameraId = 1;
-    segment.beginNs = recordedFrom;
-    segment.durationNs = recordedSeconds * second;
+    segment.begin = recordedFrom;
+    segment.duration = std::chrono::seconds(recordedSeconds);
     segment.path = directory + "/1.mkv";
     segment.closed = true;
     runPipeline("videotestsrc num-buffers=" + std::to_string(25 * recordedSeconds) +
@@ -171,7 +170,7 @@ void ServerWorld::record(const std::string& directory)
                 segment.path);
     segment.bytes = static_cast<std::int64_t>(std::filesystem::file_size(segment.path));
     const auto id = index->add(segment);
-    require(id && index->close(*id, segment.durationNs, segment.bytes), "a segment");
+    require(id && index->close(*id, segment.duration, segment.bytes), "a segment");
     Device::setRecordings(index);
 }
 
@@ -197,7 +196,7 @@ std::unique_ptr<RtspServices> ServerWorld::services(bool users) const
 void ServerWorld::feed()
 {
     time_ += 3600;
-    const std::int64_t captureNs = recordedFrom + std::int64_t{time_} * 11111;
+    const std::int64_t captureNs = test::nsOf(recordedFrom) + std::int64_t{time_} * 11111;
     streams->streams[0]->feed("trackID=0", makeUnit(time_, captureNs, time_ % 7200 == 0, 3));
     streams->streams[0]->feed("trackID=1", makeUnit(time_, captureNs, true, 1, 160, 160));
 }

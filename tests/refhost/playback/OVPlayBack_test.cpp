@@ -201,7 +201,7 @@ protected:
         std::vector<double> seconds;
         for (const AccessUnitPtr& unit : wire.units())
         {
-            seconds.push_back(secondsAt(nsOf(unit->captureTime)));
+            seconds.push_back(secondsAt(WallTime(unit->captureTime.time_since_epoch())));
         }
         return seconds;
     }

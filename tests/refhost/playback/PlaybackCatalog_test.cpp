@@ -20,8 +20,8 @@ protected:
     {
         RecordInfo record;
         record.setCameraId(1);
-        record.setRecordBeginTime(static_cast<unsigned long>(at(begin) / second));
-        record.setRecordEndTime(static_cast<unsigned long>(at(end) / second));
+        record.setRecordBeginTime(static_cast<unsigned long>(unixSeconds(at(begin))));
+        record.setRecordEndTime(static_cast<unsigned long>(unixSeconds(at(end))));
         info = MediaInfo();
         EXPECT_EQ(catalog->describe(record, info), hostStreamNotReady);
         scheduler.runDue(10);
@@ -38,7 +38,7 @@ TEST_F(PlaybackCatalogTest, APresentationStartsWithTheKeyFrameAtOrBeforeItsInter
 {
     addSegment(10.25, 4);
     ASSERT_EQ(describe(12, 14), 0);
-    EXPECT_EQ(info.recordBeginTime, at(11.25));
+    EXPECT_EQ(WallTime(Duration(info.recordBeginTime)), at(11.25));
     EXPECT_DOUBLE_EQ(info.recordSeconds, 2.75);
     EXPECT_EQ(info.getAllSubMediaInfo().size(), 2U);
 }
@@ -47,7 +47,7 @@ TEST_F(PlaybackCatalogTest, AnIntervalAtAKeyFrameStartsThere)
 {
     addSegment(10, 4);
     ASSERT_EQ(describe(12, 14), 0);
-    EXPECT_EQ(info.recordBeginTime, at(12));
+    EXPECT_EQ(WallTime(Duration(info.recordBeginTime)), at(12));
     EXPECT_DOUBLE_EQ(info.recordSeconds, 2);
 }
 
@@ -56,10 +56,10 @@ TEST_F(PlaybackCatalogTest, WhereRecordingBeganLaterThePresentationDoesToo)
     addSegment(10.25, 2);
     addSegment(20.75, 2);
     ASSERT_EQ(describe(0, 12), 0);
-    EXPECT_EQ(info.recordBeginTime, at(10.25));
+    EXPECT_EQ(WallTime(Duration(info.recordBeginTime)), at(10.25));
     EXPECT_DOUBLE_EQ(info.recordSeconds, 1.75);
     ASSERT_EQ(describe(15, 30), 0);
-    EXPECT_EQ(info.recordBeginTime, at(20.75)) << "in a gap";
+    EXPECT_EQ(WallTime(Duration(info.recordBeginTime)), at(20.75)) << "in a gap";
     EXPECT_DOUBLE_EQ(info.recordSeconds, 9.25);
 }
 
@@ -67,8 +67,8 @@ TEST_F(PlaybackCatalogTest, AudioAloneStartsWithItsFirstBlock)
 {
     addFile(makeFile(2, "", "alawenc"), 10.5, 2);
     ASSERT_EQ(describe(11, 12), 0);
-    EXPECT_LE(info.recordBeginTime, at(11));
-    EXPECT_GT(info.recordBeginTime, at(10.9));
+    EXPECT_LE(WallTime(Duration(info.recordBeginTime)), at(11));
+    EXPECT_GT(WallTime(Duration(info.recordBeginTime)), at(10.9));
 }
 
 TEST_F(PlaybackCatalogTest, AnIntervalWithoutRecordedMediaIsUnknown)

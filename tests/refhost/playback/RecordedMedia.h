@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/GstHandles.h"
 #include "refhost/playback/RecordingDirectory.h"
 #include "tests/refhost/rtp/RtpFakes.h"
@@ -51,24 +52,23 @@ public:
         }
     }
 
-    std::optional<int> streamOf(int cameraId, std::int64_t beginNs, std::int64_t endNs) const override
+    std::optional<int> streamOf(int cameraId, WallTime begin, WallTime end) const override
     {
-        const auto found = find(cameraId, 0, beginNs, endNs, 1, SegmentPlace());
+        const auto found = find(cameraId, 0, begin, end, 1, SegmentPlace());
         return found.empty() ? std::nullopt : std::optional<int>(0);
     }
 
-    std::vector<RecordedSegment> find(int cameraId, int streamId, std::int64_t beginNs, std::int64_t endNs,
-                                      int max, const SegmentPlace& after) const override
+    std::vector<RecordedSegment> find(int cameraId, int streamId, WallTime begin, WallTime end, int max,
+                                      const SegmentPlace& after) const override
     {
         const auto placeOf = [](const RecordedSegment& segment)
-        { return std::make_pair(segment.epoch, segment.beginNs); };
+        { return std::make_pair(segment.epoch, segment.begin); };
         const std::lock_guard<std::mutex> guard(mutex_);
         std::vector<RecordedSegment> found;
         for (const RecordedSegment& segment : segments_)
         {
-            if (segment.cameraId == cameraId && segment.streamId == streamId && segment.beginNs < endNs &&
-                segment.beginNs + segment.durationNs > beginNs &&
-                placeOf(segment) > std::make_pair(after.epoch, after.beginNs))
+            if (segment.cameraId == cameraId && segment.streamId == streamId && segment.begin < end &&
+                segment.end() > begin && placeOf(segment) > std::make_pair(after.epoch, after.begin))
             {
                 found.push_back(segment);
             }
@@ -90,7 +90,6 @@ private:
 class RecordedMediaTest : public testing::Test
 {
 protected:
-    static constexpr std::int64_t second = 1'000'000'000;
     static constexpr const char* frames =
         "x264enc tune=zerolatency speed-preset=ultrafast key-int-max=25 bitrate=200 ! h264parse";
 
@@ -112,24 +111,14 @@ protected:
         std::filesystem::remove_all(directory_, ignored);
     }
 
-    static std::int64_t at(double seconds)
+    static WallTime at(double seconds)
     {
-        return 1'600'000'000 * second + static_cast<std::int64_t>(seconds * 1e9);
+        return wallTimeOfUnix(1'600'000'000) + durationOf(std::chrono::duration<double>(seconds));
     }
 
-    static WallTime wallAt(double seconds)
+    static double secondsAt(WallTime date)
     {
-        return WallTime(Duration(at(seconds)));
-    }
-
-    static double secondsAt(WallTime wall)
-    {
-        return secondsAt(wall.time_since_epoch().count());
-    }
-
-    static double secondsAt(std::int64_t wallNs)
-    {
-        return static_cast<double>(wallNs - at(0)) / 1e9;
+        return secondsOf(date - at(0));
     }
 
     /// Makes a file of so many whole seconds. \returns its path
@@ -160,8 +149,8 @@ protected:
         segment.id = ++segments_;
         segment.cameraId = 1;
         segment.epoch = epoch;
-        segment.beginNs = at(begin);
-        segment.durationNs = static_cast<std::int64_t>(seconds * 1e9);
+        segment.begin = at(begin);
+        segment.duration = durationOf(std::chrono::duration<double>(seconds));
         segment.path = path;
         segment.closed = closed;
         recordings->add(segment);

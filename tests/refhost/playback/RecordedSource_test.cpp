@@ -25,14 +25,14 @@ protected:
     std::unique_ptr<RecordedSource> makeSource()
     {
         return std::make_unique<RecordedSource>(recordings, clock,
-                                                RecordedSource::Interval{1, wallAt(0), wallAt(10'000)});
+                                                RecordedSource::Interval{1, at(0), at(10'000)});
     }
 
     static PlaybackSource::Request request(double from, double end)
     {
         PlaybackSource::Request request;
-        request.from = wallAt(from);
-        request.end = wallAt(end);
+        request.from = at(from);
+        request.end = at(end);
         request.video = {1364, "H264"};
         request.audio = {1364, "PCMA"};
         return request;
@@ -147,7 +147,7 @@ TEST_F(RecordedSourceTest, TheEndIsExact)
     expectFrames(read.frames, 0, 88);
     EXPECT_LT(secondsAt(read.blocks.back().media), 3.5);
     EXPECT_GT(secondsAt(read.blocks.back().media), 3.47);
-    EXPECT_LE(read.frames.back().media + read.frames.back().duration, wallAt(3.5));
+    EXPECT_LE(read.frames.back().media + read.frames.back().duration, at(3.5));
     EXPECT_TRUE(read.frames.back().last);
 }
 
@@ -163,7 +163,7 @@ TEST_F(RecordedSourceTest, AGapStartsANewSectionWithAKeyFrame)
     EXPECT_NEAR(secondsAt(read.frames[50].media), 7200, 0.001);
     for (const PlaybackUnit& block : read.blocks)
     {
-        EXPECT_GE(block.media, secondsAt(block.media) < 100 ? wallAt(0) : read.frames[50].media);
+        EXPECT_GE(block.media, secondsAt(block.media) < 100 ? at(0) : read.frames[50].media);
     }
 }
 
@@ -275,7 +275,7 @@ TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
         shown.push_back(frame.media);
         EXPECT_LE(frame.due, frame.media);
         EXPECT_GE(frame.media, read.frames.front().media);
-        EXPECT_LT(frame.due, wallAt(3));
+        EXPECT_LT(frame.due, at(3));
         reordered = reordered || (i > 0 && frame.media < read.frames[i - 1].media);
         EXPECT_GE(frame.due, i > 0 ? read.frames[i - 1].due : WallTime());
     }
@@ -302,7 +302,7 @@ TEST_F(RecordedSourceTest, AudioStartsWithTheFirstFrameAlsoBehindAGap)
     ASSERT_EQ(read.frames.size(), 100U);
     EXPECT_NEAR(secondsAt(read.frames[50].media), 100.5, 0.001);
     const auto behind = std::find_if(read.blocks.begin(), read.blocks.end(),
-                                     [](const PlaybackUnit& block) { return block.media > wallAt(50); });
+                                     [](const PlaybackUnit& block) { return block.media > at(50); });
     ASSERT_NE(behind, read.blocks.end());
     EXPECT_GE(behind->media, read.frames[50].media);
     EXPECT_LT(behind->media, read.frames[51].media);
@@ -383,7 +383,7 @@ TEST_F(RecordedSourceTest, AGrowingSegmentIsFollowed)
 
 TEST_F(RecordedSourceTest, ASegmentWhoseFileIsJustBeingMadeIsWaitedFor)
 {
-    clock.setWall(wallAt(2.1) - clock.wallNow());
+    clock.setWall(at(2.1) - clock.wallNow());
     addSegment(0, 2);
     const std::string path = directory_ + "/made.mkv";
     std::ofstream(path).flush();
@@ -401,7 +401,7 @@ TEST_F(RecordedSourceTest, ASegmentWhoseFileIsJustBeingMadeIsWaitedFor)
 
 TEST_F(RecordedSourceTest, ASegmentWhoseFileIsNeverMadeIsLeftOut)
 {
-    clock.setWall(wallAt(60) - clock.wallNow());
+    clock.setWall(at(60) - clock.wallNow());
     addSegment(0, 2);
     const std::string path = directory_ + "/made.mkv";
     std::ofstream(path).flush();
@@ -434,7 +434,7 @@ TEST_F(RecordedSourceTest, AacAudioIsRead)
     const Read read = readOn(*source);
     ASSERT_GE(read.blocks.size(), 22U);
     EXPECT_EQ(read.blocks.front().duration, std::chrono::milliseconds(128));
-    EXPECT_GE(read.blocks.front().media, wallAt(0));
+    EXPECT_GE(read.blocks.front().media, at(0));
 }
 
 TEST_F(RecordedSourceTest, RecordedMediaOfAnotherCodecIsLeftOut)

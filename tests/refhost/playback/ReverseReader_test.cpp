@@ -22,9 +22,9 @@ protected:
     {
         ReverseReader::Request request;
         request.cameraId = 1;
-        request.fromNs = at(from);
-        request.endNs = at(end);
-        request.keyDistanceNs = static_cast<std::int64_t>(distance * 1e9);
+        request.from = at(from);
+        request.end = at(end);
+        request.keyDistance = durationOf(std::chrono::duration<double>(distance));
         return {recordings, request};
     }
 
@@ -43,7 +43,7 @@ protected:
                 section = reader.section();
                 seconds.push_back(-1);
             }
-            seconds.push_back(secondsAt(unit.timeNs));
+            seconds.push_back(secondsAt(unit.date));
         }
         EXPECT_EQ(reader.read(unit), UnitReader::Result::end) << "it stays at the end";
         return seconds;
@@ -110,10 +110,10 @@ TEST_F(ReverseReaderTest, ASourcePlaysItsFramesInTheOrderOfPlaying)
 {
     addSegment(10, 2);
     addSegment(20, 2);
-    RecordedSource source(recordings, clock, {1, wallAt(0), wallAt(100)});
+    RecordedSource source(recordings, clock, {1, at(0), at(100)});
     PlaybackSource::Request request;
-    request.from = wallAt(50);
-    request.end = wallAt(11);
+    request.from = at(50);
+    request.end = at(11);
     request.backwards = request.keyFramesOnly = true;
     request.video = {1364, "H264"};
     ASSERT_TRUE(source.open(request));

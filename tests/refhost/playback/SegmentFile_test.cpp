@@ -12,6 +12,8 @@ namespace test
 namespace
 {
 
+constexpr Duration second = std::chrono::seconds(1);
+
 class SegmentFileTest : public RecordedMediaTest
 {
 protected:
@@ -28,7 +30,7 @@ protected:
         int frames = 0;
         int keys = 0;
         int blocks = 0;
-        std::int64_t lastFrameNs = -1;
+        Duration lastFrame{-1};
     };
 
     static Count countRest(SegmentFile& file)
@@ -40,7 +42,7 @@ protected:
             count.frames += unit.video ? 1 : 0;
             count.keys += unit.video && unit.key ? 1 : 0;
             count.blocks += unit.video ? 0 : 1;
-            count.lastFrameNs = unit.video ? unit.timeNs : count.lastFrameNs;
+            count.lastFrame = unit.video ? unit.offset : count.lastFrame;
         }
         return count;
     }
@@ -56,7 +58,8 @@ protected:
         return bytes;
     }
 
-    static std::int64_t firstFrameNs(SegmentFile& file)
+    /// Offset of the next frame, which is a key frame; negative without any.
+    static Duration firstFrame(SegmentFile& file)
     {
         CodedUnit unit;
         while (file.read(unit) == SegmentFile::Result::unit)
@@ -64,10 +67,10 @@ protected:
             if (unit.video)
             {
                 EXPECT_TRUE(unit.key);
-                return unit.timeNs;
+                return unit.offset;
             }
         }
-        return -1;
+        return Duration(-1);
     }
 };
 
@@ -93,7 +96,7 @@ TEST_F(SegmentFileTest, EveryUnitIsRead)
     EXPECT_EQ(count.frames, 75);
     EXPECT_EQ(count.keys, 3);
     EXPECT_EQ(count.blocks, 150);
-    EXPECT_EQ(count.lastFrameNs, 2'960'000'000);
+    EXPECT_EQ(count.lastFrame, std::chrono::milliseconds(2960));
 }
 
 TEST_F(SegmentFileTest, SeekGoesToTheKeyFrameAtOrBefore)
@@ -101,8 +104,8 @@ TEST_F(SegmentFileTest, SeekGoesToTheKeyFrameAtOrBefore)
     const auto file = open(makeFile(5));
     for (const auto& [to, key] : {std::pair{2.5, 2}, {3.0, 3}, {0.0, 0}, {4.96, 4}, {9.0, 4}, {0.99, 0}})
     {
-        ASSERT_TRUE(file->seek(static_cast<std::int64_t>(to * 1e9)));
-        EXPECT_EQ(firstFrameNs(*file), key * second) << to;
+        ASSERT_TRUE(file->seek(durationOf(std::chrono::duration<double>(to))));
+        EXPECT_EQ(firstFrame(*file), key * second) << to;
     }
 }
 
@@ -115,9 +118,9 @@ TEST_F(SegmentFileTest, ACutFileIsReadAndSoughtUpToTheCut)
     EXPECT_GT(count.frames, 60);
     EXPECT_LT(count.frames, 125);
     ASSERT_TRUE(file->seek(second * 5 / 2));
-    EXPECT_EQ(firstFrameNs(*file), 2 * second);
+    EXPECT_EQ(firstFrame(*file), 2 * second);
     ASSERT_TRUE(file->seek(second * 50));
-    EXPECT_EQ(firstFrameNs(*file), count.lastFrameNs / second * second);
+    EXPECT_EQ(firstFrame(*file), count.lastFrame / second * second);
 }
 
 TEST_F(SegmentFileTest, AFileThatGrewIsReadOnWithoutReadingItFromTheBegin)
@@ -135,12 +138,12 @@ TEST_F(SegmentFileTest, AFileThatGrewIsReadOnWithoutReadingItFromTheBegin)
     std::string error;
     const auto file = before->again(error);
     ASSERT_TRUE(file) << error;
-    ASSERT_TRUE(file->seek(count.lastFrameNs));
+    ASSERT_TRUE(file->seek(count.lastFrame));
     EXPECT_LT(bytesRead() - readBefore, std::filesystem::file_size(path) / 4);
-    EXPECT_EQ(firstFrameNs(*file), count.lastFrameNs / second * second);
-    EXPECT_GT(countRest(*file).lastFrameNs, count.lastFrameNs);
+    EXPECT_EQ(firstFrame(*file), count.lastFrame / second * second);
+    EXPECT_GT(countRest(*file).lastFrame, count.lastFrame);
     ASSERT_TRUE(file->seek(2 * second)) << "and what is before it is found too";
-    EXPECT_EQ(firstFrameNs(*file), 2 * second);
+    EXPECT_EQ(firstFrame(*file), 2 * second);
 }
 
 TEST_F(SegmentFileTest, WhatIsNoRecordingIsRefused)
@@ -196,7 +199,7 @@ TEST_F(SegmentFileTest, AudioAloneIsSoughtToo)
     ASSERT_TRUE(file->seek(2 * second));
     CodedUnit unit;
     ASSERT_EQ(file->read(unit), SegmentFile::Result::unit);
-    EXPECT_NEAR(static_cast<double>(unit.timeNs), 2e9, 2.1e7);
+    EXPECT_NEAR(secondsOf(unit.offset), 2, 0.021);
 }
 
 TEST_F(SegmentFileTest, AacAndH265AreKnown)

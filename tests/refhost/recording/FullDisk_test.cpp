@@ -30,7 +30,7 @@ using testing::SizeIs;
 class FullDiskTest : public testing::Test
 {
 protected:
-    static constexpr std::int64_t second = MadeUnits::second;
+    static constexpr Duration second = MadeUnits::second;
 
     void SetUp() override
     {
@@ -46,8 +46,8 @@ protected:
         ledger_->setIndex(index_);
         room_ = std::make_shared<RecordingRoom>(*ledger_);
         ledger_->setMakeRoom([room = room_](bool again) { return room->make(again); });
-        options_.segmentLength = Duration(second);
-        options_.retry = Duration(3 * second);
+        options_.segmentLength = second;
+        options_.retry = 3 * second;
         options_.clock = &clock_;
     }
 
@@ -71,8 +71,8 @@ protected:
         std::vector<std::pair<double, double>> found;
         for (const RecordedInterval& interval : index_->recordings(camera, 0))
         {
-            found.emplace_back(static_cast<double>(interval.beginNs - MadeUnits::epochNs) / second,
-                               static_cast<double>(interval.endNs - MadeUnits::epochNs) / second);
+            found.emplace_back(secondsOf(interval.begin - MadeUnits::epoch),
+                               secondsOf(interval.end - MadeUnits::epoch));
         }
         return found;
     }
@@ -243,7 +243,7 @@ TEST_F(FullDiskTest, PlayedSegmentsGoWhereNothingElseIsLeft)
 TEST_F(FullDiskTest, WhatIsBeingWrittenAndOtherFilesStay)
 {
     const auto source = std::make_shared<RecordedStreamFake>();
-    options_.segmentLength = Duration(3600 * second);
+    options_.segmentLength = 3600 * second;
     const auto recorder = record(1, source);
     source->giveMedia(0, 5, 10000);
     source->drain();

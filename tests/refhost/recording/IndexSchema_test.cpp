@@ -45,7 +45,7 @@ TEST_F(IndexSchemaTest, AnIndexOfTheFirstVersionIsBroughtUpToDate)
     ASSERT_NE(index, nullptr) << error;
     ASSERT_EQ(index->all().size(), 1U);
     EXPECT_EQ(index->all()[0].epoch, 0);
-    EXPECT_EQ(index->find(1, 0, 0, 1000000000).size(), 1U);
+    EXPECT_EQ(index->find(1, 0, WallTime(), wallTimeOfUnix(1)).size(), 1U);
 }
 
 TEST_F(IndexSchemaTest, IndexOfALaterVersionIsRefused)

@@ -4,25 +4,31 @@
 #include <memory>
 #include <vector>
 
+#include "refhost/base/Times.h"
 #include "refhost/media/Codec.h"
 #include "refhost/media/EncodedUnit.h"
-#include "tests/refhost/base/Nanoseconds.h"
 
 namespace refhost
 {
 
 /// Encoded units as a camera gives them, with sizes like real ones and contents that no decoder looks at.
-/// Times are seconds after `epochNs`.
+/// Times are seconds after `epoch`.
 class MadeUnits
 {
 public:
-    static constexpr std::int64_t second = 1000000000;
+    static constexpr Duration second = std::chrono::seconds(1);
     /// 2026-01-01 and some nanoseconds.
-    static constexpr std::int64_t epochNs = 1767225600 * second + 123456789;
+    static constexpr WallTime epoch = wallTimeOfUnix(1767225600) + Duration(123456789);
 
-    static std::int64_t at(double time)
+    static WallTime at(double time)
     {
-        return epochNs + static_cast<std::int64_t>(time * 1e9 + 0.5);
+        return epoch + durationOf(std::chrono::duration<double>(time));
+    }
+
+    /// The capture time of that date.
+    static MonotonicTime capturedAt(double time)
+    {
+        return MonotonicTime(at(time).time_since_epoch());
     }
 
     static std::shared_ptr<const MediaFormat> videoFormat(int width = 320)
@@ -89,7 +95,7 @@ private:
             made->bytes[3] = static_cast<std::uint8_t>(rest);
             made->bytes[4] = key ? 0x65 : 0x41;
         }
-        made->captureTime = test::instantOf(at(time));
+        made->captureTime = capturedAt(time);
         made->decodeTime = made->captureTime;
         made->duration = durationOf(std::chrono::duration<double>(length));
         made->keyFrame = key;

@@ -9,7 +9,6 @@
 #include "refhost/playback/SegmentFile.h"
 #include "refhost/recording/Recorder.h"
 #include "tests/TemporaryFolder.h"
-#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/capture/StreamFixture.h"
 
 namespace refhost
@@ -24,14 +23,13 @@ public:
     void onEncodedUnit(const EncodedUnitPtr& unit) override
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        const std::int64_t date =
-            HostClock::system().wall().mapping().at(unit->captureTime).time_since_epoch().count();
+        const WallTime date = HostClock::system().wall().mapping().at(unit->captureTime);
         (isVideo(unit->format->codec) ? frames : audioBlocks).push_back(date);
     }
     void onDiscontinuity() override {}
 
-    std::vector<std::int64_t> frames;
-    std::vector<std::int64_t> audioBlocks;
+    std::vector<WallTime> frames;
+    std::vector<WallTime> audioBlocks;
 
 private:
     std::mutex mutex_;
@@ -40,14 +38,14 @@ private:
 class RecordedCameraTest : public StreamFixture
 {
 protected:
-    static constexpr std::int64_t millisecond = 1000000;
+    static constexpr Duration millisecond = std::chrono::milliseconds(1);
 
     RecordedCameraTest()
     {
         std::string error;
         index_ = RecordingIndex::open(folder_.path(), error);
         ledger_->setIndex(index_);
-        recording_.segmentLength = Duration(800 * millisecond);
+        recording_.segmentLength = 800 * millisecond;
     }
 
     void record()
@@ -76,10 +74,10 @@ protected:
         source->detachMedia(times_.get());
     }
 
-    // Wall clock of every unit in the files, in their order, nanoseconds.
-    std::vector<std::int64_t> recorded(bool video) const
+    // Date of every unit in the files, in their order.
+    std::vector<WallTime> recorded(bool video) const
     {
-        std::vector<std::int64_t> found;
+        std::vector<WallTime> found;
         for (const RecordedSegment& segment : index_->all())
         {
             std::string error;
@@ -91,7 +89,7 @@ protected:
             {
                 if (unit.video == video)
                 {
-                    found.push_back(segment.beginNs + unit.timeNs);
+                    found.push_back(segment.begin + unit.offset);
                     EXPECT_TRUE(!video || !first || unit.key);
                     first = false;
                 }
@@ -101,15 +99,15 @@ protected:
     }
 
     // The files have exactly those units, and each at its time to the millisecond.
-    static void expectSame(const std::vector<std::int64_t>& files, std::vector<std::int64_t> captured)
+    static void expectSame(const std::vector<WallTime>& files, std::vector<WallTime> captured)
     {
         ASSERT_FALSE(files.empty());
-        const auto near = [&](std::int64_t time) { return std::abs(time - files.front()) < millisecond; };
+        const auto near = [&](WallTime time) { return std::chrono::abs(time - files.front()) < millisecond; };
         captured.erase(captured.begin(), std::find_if(captured.begin(), captured.end(), near));
         ASSERT_LE(files.size(), captured.size());
         for (std::size_t i = 0; i < files.size(); ++i)
         {
-            ASSERT_LT(std::abs(files[i] - captured[i]), millisecond) << i;
+            ASSERT_LT(std::chrono::abs(files[i] - captured[i]), millisecond) << i;
         }
     }
 
@@ -143,7 +141,7 @@ TEST_F(RecordedCameraTest, EveryVideoAndAudioIsRecordedOnceAndAtItsTime)
         expectSame(recorded(true), times_->frames);
         expectSame(recorded(false), times_->audioBlocks);
         EXPECT_EQ(index_->recordings(1, 0).size(), 1U);
-        EXPECT_EQ(std::count(times_->frames.begin(), times_->frames.end(), index_->all().front().beginNs), 1);
+        EXPECT_EQ(std::count(times_->frames.begin(), times_->frames.end(), index_->all().front().begin), 1);
 
         for (const RecordedSegment& segment : index_->all())
         {
@@ -165,16 +163,16 @@ TEST_F(RecordedCameraTest, FrameRateOfTheFilesIsTheCamerasAcrossSegments)
     record();
     ASSERT_TRUE(waitForSegments(4));
     stopRecording();
-    const std::vector<std::int64_t> frames = recorded(true);
+    const std::vector<WallTime> frames = recorded(true);
     EXPECT_GE(frames.size(), 80U);
     for (std::size_t i = 1; i < frames.size(); ++i)
     {
-        EXPECT_NEAR(static_cast<double>(frames[i] - frames[i - 1]), 40e6, 1.1e6) << i;
+        EXPECT_NEAR(secondsOf(frames[i] - frames[i - 1]), 0.04, 0.0011) << i;
     }
     const std::vector<RecordedSegment> segments = index_->all();
     for (std::size_t i = 1; i < segments.size(); ++i)
     {
-        EXPECT_EQ(segments[i].beginNs, segments[i - 1].beginNs + segments[i - 1].durationNs);
+        EXPECT_EQ(segments[i].begin, segments[i - 1].end());
     }
 }
 
@@ -185,7 +183,7 @@ TEST_F(RecordedCameraTest, RestartOfASourceStartsASegmentWithItsTrueTime)
         "videotestsrc is-live=true num-buffers=30 ! video/x-raw,width=320,height=180,framerate=25/1 ! "
         "identity name=video";
     stream.audioCodec = std::nullopt;
-    recording_.segmentLength = Duration(3600000 * millisecond);
+    recording_.segmentLength = std::chrono::hours(1);
     // Longer than the last frame is displayed.
     options.restartPauses = {std::chrono::milliseconds(100)};
     open();
@@ -196,15 +194,12 @@ TEST_F(RecordedCameraTest, RestartOfASourceStartsASegmentWithItsTrueTime)
     const std::vector<RecordedSegment> segments = index_->all();
     ASSERT_GE(segments.size(), 2U);
     // A source that starts slowly leaves frames out; the segment ends where its last one does.
-    const std::vector<std::int64_t>& frames = times_->frames;
-    const auto next = std::lower_bound(frames.begin(), frames.end(), segments[1].beginNs);
+    const std::vector<WallTime>& frames = times_->frames;
+    const auto next = std::lower_bound(frames.begin(), frames.end(), segments[1].begin);
     ASSERT_NE(next, frames.begin());
-    EXPECT_EQ(segments[0].beginNs + segments[0].durationNs, *std::prev(next) + 40 * millisecond);
-    EXPECT_GT(segments[1].beginNs, segments[0].beginNs + segments[0].durationNs);
-    const std::int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                 std::chrono::system_clock::now().time_since_epoch())
-                                 .count();
-    EXPECT_NEAR(static_cast<double>(now - segments[1].beginNs), 0, 10e9);
+    EXPECT_EQ(segments[0].end(), *std::prev(next) + 40 * millisecond);
+    EXPECT_GT(segments[1].begin, segments[0].end());
+    EXPECT_NEAR(secondsOf(HostClock::system().wallNow() - segments[1].begin), 0, 10);
     expectSame(recorded(true), times_->frames);
 }
 
@@ -223,9 +218,7 @@ TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)
     const std::vector<AccessUnitPtr> units = viewer->units();
     for (std::size_t i = 1; i < units.size(); ++i)
     {
-        EXPECT_NEAR(
-            static_cast<double>(test::nsOf(units[i]->captureTime) - test::nsOf(units[i - 1]->captureTime)),
-            40e6, 1e3);
+        EXPECT_NEAR(secondsOf(units[i]->captureTime - units[i - 1]->captureTime), 0.04, 1e-6);
     }
     EXPECT_EQ(viewer->discontinuities(), 0);
     release.set_value();

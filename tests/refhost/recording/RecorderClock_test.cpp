@@ -58,18 +58,13 @@ protected:
         clock_.advanceMs(static_cast<std::int64_t>((end - begin) * 1000));
     }
 
-    static double seconds(std::int64_t ns)
-    {
-        return static_cast<double>(ns) / MadeUnits::second;
-    }
-
     RecordedMedia recordings() const
     {
         RecordedMedia found;
         for (const RecordedInterval& interval : index_->recordings(7, 2))
         {
-            found.emplace_back(seconds(interval.beginNs - MadeUnits::epochNs),
-                               seconds(interval.endNs - MadeUnits::epochNs));
+            found.emplace_back(secondsOf(interval.begin - MadeUnits::epoch),
+                               secondsOf(interval.end - MadeUnits::epoch));
         }
         return found;
     }
@@ -86,8 +81,8 @@ protected:
         {
             SegmentMeasure measure;
             EXPECT_EQ(SegmentMeasure::take(segment.path, measure), SegmentMeasure::Result::media);
-            EXPECT_EQ(measure.durationNs, segment.durationNs);
-            found.emplace_back(seconds(segment.beginNs - MadeUnits::epochNs), seconds(measure.durationNs));
+            EXPECT_EQ(measure.duration, segment.duration);
+            found.emplace_back(secondsOf(segment.begin - MadeUnits::epoch), secondsOf(measure.duration));
         }
         return found;
     }

@@ -42,7 +42,7 @@ extern "C" int sync_file_range(int file, __off64_t, __off64_t, unsigned)
     const std::lock_guard<std::mutex> guard(writtenOut().mutex);
     refhost::SegmentMeasure measure;
     refhost::SegmentMeasure::take(path.string(), measure);
-    writtenOut().seconds.push_back(static_cast<double>(measure.durationNs) / 1e9);
+    writtenOut().seconds.push_back(refhost::secondsOf(measure.duration));
     errno = EIO;
     return writtenOut().fails ? -1 : 0;
 }
@@ -58,15 +58,15 @@ using testing::SizeIs;
 class RecorderTest : public testing::Test
 {
 protected:
-    static constexpr std::int64_t second = MadeUnits::second;
+    static constexpr Duration second = MadeUnits::second;
 
     RecorderTest()
     {
         std::string error;
         index_ = RecordingIndex::open(folder_.path(), error);
         ledger_->setIndex(index_);
-        options_.segmentLength = Duration(4 * second);
-        options_.retry = Duration(3 * second);
+        options_.segmentLength = 4 * second;
+        options_.retry = 3 * second;
         options_.clock = &clock_;
     }
     ~RecorderTest() override
@@ -95,8 +95,8 @@ protected:
         std::vector<std::pair<double, double>> found;
         for (const RecordedInterval& interval : index_->recordings(7, 2))
         {
-            found.emplace_back(static_cast<double>(interval.beginNs - MadeUnits::epochNs) / second,
-                               static_cast<double>(interval.endNs - MadeUnits::epochNs) / second);
+            found.emplace_back(secondsOf(interval.begin - MadeUnits::epoch),
+                               secondsOf(interval.end - MadeUnits::epoch));
         }
         return found;
     }
@@ -137,13 +137,13 @@ TEST_F(RecorderTest, SegmentsFollowEachOtherFromTheFirstFrameToTheLast)
         EXPECT_TRUE(segments[i].closed);
         EXPECT_EQ(segments[i].cameraId, 7);
         EXPECT_EQ(segments[i].streamId, 2);
-        EXPECT_EQ(segments[i].beginNs, MadeUnits::at(4.0 * static_cast<double>(i)));
-        EXPECT_EQ(segments[i].durationNs, (i == 2 ? 2 : 4) * second);
+        EXPECT_EQ(segments[i].begin, MadeUnits::at(4.0 * static_cast<double>(i)));
+        EXPECT_EQ(segments[i].duration, (i == 2 ? 2 : 4) * second);
         EXPECT_EQ(static_cast<std::uintmax_t>(segments[i].bytes),
                   std::filesystem::file_size(segments[i].path));
         SegmentMeasure measure;
         ASSERT_EQ(SegmentMeasure::take(segments[i].path, measure), SegmentMeasure::Result::media);
-        EXPECT_EQ(measure.durationNs, segments[i].durationNs);
+        EXPECT_EQ(measure.duration, segments[i].duration);
     }
     EXPECT_EQ(segments[0].path, folder_ / "7/2/20260101T000000.123456Z.mkv");
     EXPECT_EQ(closed_, 3);
@@ -157,12 +157,12 @@ TEST_F(RecorderTest, SegmentCanBePlayedAndFoundWhileItIsWritten)
     EXPECT_TRUE(ledger_->flush());
     const std::vector<RecordedSegment> open = index_->unclosed();
     ASSERT_EQ(open.size(), 1U);
-    EXPECT_GE(open[0].durationNs, 3 * second / 2);
+    EXPECT_GE(open[0].duration, 3 * second / 2);
     EXPECT_GT(open[0].bytes, 25 * 1000);
     SegmentMeasure measure;
     ASSERT_EQ(SegmentMeasure::take(open[0].path, measure), SegmentMeasure::Result::media);
-    EXPECT_GE(measure.durationNs, 5 * second / 2);
-    EXPECT_LE(measure.durationNs, 14 * second / 5);
+    EXPECT_GE(measure.duration, 5 * second / 2);
+    EXPECT_LE(measure.duration, 14 * second / 5);
 }
 
 TEST_F(RecorderTest, SingleFramesOfASourceThatKeepsStoppingAreKnownToTheIndex)
@@ -180,7 +180,7 @@ TEST_F(RecorderTest, SingleFramesOfASourceThatKeepsStoppingAreKnownToTheIndex)
     for (const RecordedSegment& segment : index_->all())
     {
         EXPECT_TRUE(segment.closed);
-        EXPECT_GT(segment.durationNs, 0);
+        EXPECT_GT(segment.duration, Duration::zero());
     }
 }
 
@@ -234,8 +234,8 @@ TEST_F(RecorderTest, DirectoryThatIsTakenAwayStopsTheRecordingUntilItIsBack)
 
 TEST_F(RecorderTest, SystemIsToBringMediaToTheDiskBeforeLong)
 {
-    options_.segmentLength = Duration(12 * second);
-    options_.writeOut = Duration(5 * second);
+    options_.segmentLength = 12 * second;
+    options_.writeOut = 5 * second;
     writtenOut().seconds.clear();
     start();
     source_->giveMedia(0, 14);
@@ -250,7 +250,7 @@ TEST_F(RecorderTest, SystemIsToBringMediaToTheDiskBeforeLong)
 
 TEST_F(RecorderTest, DiskThatFailsWhenTheSystemWritesStopsTheRecording)
 {
-    options_.writeOut = Duration(2 * second);
+    options_.writeOut = 2 * second;
     CapturedErrors log;
     writtenOut().fails = true;
     start();
@@ -322,7 +322,7 @@ private:
 
 TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
 {
-    options_.segmentLength = Duration(3600 * second);
+    options_.segmentLength = 3600 * second;
     CapturedErrors log;
     start();
     source_->giveMedia(0, 3);
@@ -349,7 +349,7 @@ TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
 TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
 {
     options_.maxQueued = 100000;
-    options_.segmentLength = Duration(second);
+    options_.segmentLength = second;
     std::promise<void> hanging;
     std::promise<void> release;
     std::future<void> released = release.get_future();

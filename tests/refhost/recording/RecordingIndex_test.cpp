@@ -17,8 +17,13 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1000000000;
-constexpr std::int64_t year2026 = 1767225600 * second;
+constexpr Duration second = std::chrono::seconds(1);
+constexpr WallTime year2026 = wallTimeOfUnix(1767225600);
+
+WallTime at(double seconds)
+{
+    return year2026 + durationOf(std::chrono::duration<double>(seconds));
+}
 
 class RecordingIndexTest : public testing::Test
 {
@@ -39,10 +44,10 @@ protected:
         RecordedSegment made;
         made.cameraId = camera;
         made.streamId = stream;
-        made.beginNs = year2026 + static_cast<std::int64_t>(begin * second);
-        made.durationNs = static_cast<std::int64_t>(duration * second);
+        made.begin = at(begin);
+        made.duration = durationOf(std::chrono::duration<double>(duration));
         made.bytes = 1000;
-        made.path = fmt::format("{}/{}/{}/{}.mkv", index_->directory(), camera, stream, made.beginNs);
+        made.path = fmt::format("{}/{}/{}/{}.mkv", index_->directory(), camera, stream, begin);
         made.closed = closed;
         return made;
     }
@@ -56,11 +61,9 @@ protected:
 
     std::vector<std::int64_t> find(int camera, double begin, double end) const
     {
-        const std::int64_t beginNs = year2026 + static_cast<std::int64_t>(begin * second);
-        const std::int64_t endNs = year2026 + static_cast<std::int64_t>(end * second);
         std::vector<std::int64_t> ids;
-        const std::optional<int> stream = index_->streamOf(camera, beginNs, endNs);
-        for (const RecordedSegment& found : index_->find(camera, stream.value_or(0), beginNs, endNs))
+        const std::optional<int> stream = index_->streamOf(camera, at(begin), at(end));
+        for (const RecordedSegment& found : index_->find(camera, stream.value_or(0), at(begin), at(end)))
         {
             ids.push_back(found.id);
         }
@@ -73,8 +76,7 @@ protected:
         std::vector<std::pair<double, double>> intervals;
         for (const RecordedInterval& interval : index_->recordings(camera, stream))
         {
-            intervals.emplace_back(static_cast<double>(interval.beginNs - year2026) / second,
-                                   static_cast<double>(interval.endNs - year2026) / second);
+            intervals.emplace_back(secondsOf(interval.begin - year2026), secondsOf(interval.end - year2026));
         }
         return intervals;
     }
@@ -92,13 +94,13 @@ TEST_F(RecordingIndexTest, SegmentIsFoundAsItWasEntered)
     const RecordedSegment entered = segment(3, 1, 10.5, 9.75);
     const std::optional<std::int64_t> id = index_->add(entered);
     ASSERT_TRUE(id);
-    const std::vector<RecordedSegment> found = index_->find(3, 1, entered.beginNs, entered.beginNs + 1);
+    const std::vector<RecordedSegment> found = index_->find(3, 1, entered.begin, entered.begin + Duration(1));
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].id, *id);
     EXPECT_EQ(found[0].cameraId, 3);
     EXPECT_EQ(found[0].streamId, 1);
-    EXPECT_EQ(found[0].beginNs, entered.beginNs);
-    EXPECT_EQ(found[0].durationNs, entered.durationNs);
+    EXPECT_EQ(found[0].begin, entered.begin);
+    EXPECT_EQ(found[0].duration, entered.duration);
     EXPECT_EQ(found[0].bytes, 1000);
     EXPECT_EQ(found[0].path, entered.path);
     EXPECT_TRUE(found[0].closed);
@@ -201,7 +203,7 @@ TEST_F(RecordingIndexTest, WhatIsRecordedAfterTheClockWasSetBackIsKeptApart)
     std::vector<std::pair<int, double>> places;
     for (const RecordedSegment& found : index_->find(1, 0, year2026, year2026 + 100 * second))
     {
-        places.emplace_back(found.epoch, static_cast<double>(found.beginNs - year2026) / second);
+        places.emplace_back(found.epoch, secondsOf(found.begin - year2026));
     }
     using Place = std::pair<int, double>;
     EXPECT_THAT(places, ElementsAre(Place(0, 0), Place(0, 10), Place(0, 20), Place(1, 13), Place(1, 23)));
@@ -236,8 +238,8 @@ TEST_F(RecordingIndexTest, SegmentsAreFoundBehindAPlaceAcrossEpochs)
         {
             break;
         }
-        after = {found[0].epoch, found[0].beginNs};
-        begins.push_back(static_cast<double>(found[0].beginNs - year2026) / second);
+        after = {found[0].epoch, found[0].begin};
+        begins.push_back(secondsOf(found[0].begin - year2026));
     }
     EXPECT_THAT(begins, ElementsAre(0, 10, 5, 15));
 }
@@ -283,12 +285,12 @@ TEST_F(RecordingIndexTest, OpenSegmentIsUnclosedUntilItIsClosed)
 {
     const std::int64_t id = add(1, 0, 0, 4, false);
     ASSERT_EQ(index_->unclosed().size(), 1U);
-    EXPECT_EQ(index_->unclosed()[0].durationNs, 4 * second);
+    EXPECT_EQ(index_->unclosed()[0].duration, 4 * second);
 
     EXPECT_TRUE(index_->close(id, 5 * second, 5000));
     EXPECT_THAT(index_->unclosed(), IsEmpty());
     ASSERT_EQ(index_->all().size(), 1U);
-    EXPECT_EQ(index_->all()[0].durationNs, 5 * second);
+    EXPECT_EQ(index_->all()[0].duration, 5 * second);
     EXPECT_EQ(index_->totalBytes(), 5000);
 }
 

@@ -27,8 +27,8 @@ protected:
         RecordedSegment segment;
         segment.cameraId = camera;
         segment.streamId = stream;
-        segment.beginNs = 1767225600000000000 + begin * 1000000;
-        segment.durationNs = duration * 1000000;
+        segment.begin = wallTimeOfUnix(1767225600) + std::chrono::milliseconds(begin);
+        segment.duration = std::chrono::milliseconds(duration);
         segment.path = folder_ / std::to_string(++count_);
         segment.closed = closed;
         ASSERT_TRUE(index_->add(segment));

@@ -29,8 +29,8 @@ protected:
     {
         RecordedSegment segment;
         segment.cameraId = camera;
-        segment.beginNs = begin * second;
-        segment.durationNs = 10 * second;
+        segment.begin = wallTimeOfUnix(begin);
+        segment.duration = 10 * second;
         segment.bytes = 100;
         segment.path = folder_ / (std::to_string(camera) + "-" + std::to_string(begin));
         segment.closed = closed;
@@ -41,7 +41,7 @@ protected:
     int apply(const RecordingRetention::Limits& limits, std::int64_t now = 1000)
     {
         const RecordingRetention::Outcome outcome =
-            RecordingRetention(limits).apply(*index_, {now * second, 0, 0});
+            RecordingRetention(limits).apply(*index_, {wallTimeOfUnix(now), MonotonicTime(), 0});
         problem_ = outcome.problem;
         return outcome.removed;
     }
@@ -52,7 +52,7 @@ protected:
         for (const RecordedSegment& segment : index_->all())
         {
             EXPECT_TRUE(std::filesystem::exists(segment.path));
-            found.push_back(segment.beginNs / second);
+            found.push_back(unixSeconds(segment.begin));
         }
         return found;
     }
@@ -67,7 +67,7 @@ protected:
         return count;
     }
 
-    static constexpr std::int64_t second = 1000000000;
+    static constexpr Duration second = std::chrono::seconds(1);
     TemporaryFolder folder_;
     std::shared_ptr<RecordingIndex> index_;
     std::string problem_;
@@ -86,18 +86,18 @@ TEST_F(RecordingRetentionTest, OldestOfAllCamerasGoFirstUntilTheRestFits)
     add(2, 20);
     add(1, 10);
     add(2, 40);
-    EXPECT_EQ(apply({250, 0}), 2);
+    EXPECT_EQ(apply({250, {}}), 2);
     EXPECT_THAT(begins(), ElementsAre(30, 40));
     EXPECT_EQ(files(), 2U);
-    EXPECT_EQ(apply({250, 0}), 0);
+    EXPECT_EQ(apply({250, {}}), 0);
 }
 
 TEST_F(RecordingRetentionTest, ExactlyTheLimitIsKept)
 {
     add(1, 10);
     add(1, 20);
-    EXPECT_EQ(apply({200, 0}), 0);
-    EXPECT_EQ(apply({199, 0}), 1);
+    EXPECT_EQ(apply({200, {}}), 0);
+    EXPECT_EQ(apply({199, {}}), 1);
 }
 
 TEST_F(RecordingRetentionTest, AgeCountsFromTheEndOfASegment)
@@ -123,9 +123,9 @@ TEST_F(RecordingRetentionTest, SegmentThatIsPlayedStaysAsLongAsOthersCanGo)
     add(1, 20);
     add(1, 30);
     std::ifstream player(folder_ / "1-10");
-    EXPECT_EQ(apply({200, 0}), 1);
+    EXPECT_EQ(apply({200, {}}), 1);
     EXPECT_THAT(begins(), ElementsAre(10, 30));
-    EXPECT_EQ(apply({50, 0}), 2) << "nothing else is left";
+    EXPECT_EQ(apply({50, {}}), 2) << "nothing else is left";
     add(1, 40);
     add(1, 990);
     std::ifstream another(folder_ / "1-40");
@@ -136,7 +136,7 @@ TEST_F(RecordingRetentionTest, MissingFileDoesNotKeepItsEntry)
 {
     add(1, 10);
     std::filesystem::remove(folder_ / "1-10");
-    EXPECT_EQ(apply({50, 0}), 1);
+    EXPECT_EQ(apply({50, {}}), 1);
     EXPECT_TRUE(index_->all().empty());
 }
 
@@ -145,7 +145,7 @@ TEST_F(RecordingRetentionTest, FileThatCannotBeRemovedKeepsItsEntry)
     add(1, 10);
     std::filesystem::remove(folder_ / "1-10");
     std::filesystem::create_directories(folder_ / "1-10/full");
-    EXPECT_EQ(apply({50, 0}), 0);
+    EXPECT_EQ(apply({50, {}}), 0);
     EXPECT_EQ(index_->all().size(), 1U);
     EXPECT_THAT(problem_, HasSubstr("1-10"));
 }
@@ -159,10 +159,10 @@ TEST_F(RecordingRetentionTest, FileThatCannotBeRemovedDoesNotKeepTheOthers)
     {
         add(2, begin);
     }
-    EXPECT_EQ(apply({300, 0}), 2);
+    EXPECT_EQ(apply({300, {}}), 2);
     EXPECT_THAT(begins(), ElementsAre(10, 30, 40));
     EXPECT_THAT(problem_, HasSubstr("1-10"));
-    EXPECT_EQ(apply({300, 0}), 0);
+    EXPECT_EQ(apply({300, {}}), 0);
 }
 
 TEST_F(RecordingRetentionTest, DirectoryWhoseFilesAllStayIsNotTriedForEver)
@@ -175,7 +175,7 @@ TEST_F(RecordingRetentionTest, DirectoryWhoseFilesAllStayIsNotTriedForEver)
         std::filesystem::create_directories(folder_ / ("1-" + std::to_string(i) + "/full"));
     }
     add(1, many);
-    EXPECT_EQ(apply({50, 0}), 0);
+    EXPECT_EQ(apply({50, {}}), 0);
     EXPECT_FALSE(problem_.empty());
 }
 
@@ -197,10 +197,11 @@ protected:
     RecordingRetention::Outcome sweep(std::int64_t wall, std::int64_t monotonic,
                                       std::uint32_t stepsForward = 0)
     {
-        return retention_.apply(*index_, {wall * second, monotonic * second, stepsForward});
+        return retention_.apply(*index_,
+                                {wallTimeOfUnix(wall), MonotonicTime(monotonic * second), stepsForward});
     }
 
-    RecordingRetention retention_{{0, 24 * hour* second, build* second, build* second}};
+    RecordingRetention retention_{{0, std::chrono::hours(24), wallTimeOfUnix(build), wallTimeOfUnix(build)}};
 };
 
 TEST_F(RetentionClockTest, NothingIsRemovedByAgeWhileTheClockIsBeforeTheBuild)

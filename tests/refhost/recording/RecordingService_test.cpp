@@ -88,9 +88,9 @@ protected:
     std::unique_ptr<RecordingService> service_;
 };
 
-std::int64_t twoHoursAgo()
+WallTime twoHoursAgo()
 {
-    return HostClock::system().wallNs() - 7'200'000'000'000;
+    return HostClock::system().wallNow() - std::chrono::hours(2);
 }
 
 TEST_F(RecordingServiceTest, StreamsAreRecordedAsConfiguredAndTheIndexIsPublished)
@@ -165,7 +165,7 @@ TEST_F(RecordingServiceTest, OldestRecordingsGoAsSegmentsClose)
     const auto isSmall = [&]
     {
         const std::vector<RecordedSegment> segments = index->all();
-        return !segments.empty() && segments.front().beginNs > MadeUnits::at(0) &&
+        return !segments.empty() && segments.front().begin > MadeUnits::at(0) &&
                index->totalBytes() <= 1048576;
     };
     bool small = false;
@@ -199,8 +199,8 @@ TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMo
     std::ofstream(path) << "recorded media";
     RecordedSegment segment;
     segment.path = path;
-    segment.beginNs = twoHoursAgo();
-    segment.durationNs = 1;
+    segment.begin = twoHoursAgo();
+    segment.duration = Duration(1);
     segment.closed = true;
     ASSERT_TRUE(index->add(segment));
     waitFor([&] { return !std::filesystem::exists(path); });
@@ -218,8 +218,8 @@ TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
     {
         RecordedSegment segment;
         segment.path = config_.recording.directory + "/" + name;
-        segment.beginNs = twoHoursAgo();
-        segment.durationNs = 1;
+        segment.begin = twoHoursAgo();
+        segment.duration = Duration(1);
         segment.closed = true;
         std::filesystem::create_directory(segment.path);
         std::ofstream(segment.path + "/full");

@@ -4,7 +4,6 @@
 
 #include <cmath>
 
-#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/recording/MadeUnits.h"
 
 namespace refhost
@@ -30,7 +29,7 @@ protected:
         EXPECT_FALSE(open_);
         open_ = true;
         pieces_.emplace_back();
-        pieces_.back().begin = seconds(test::nsOf(begin) - epochNs);
+        pieces_.back().begin = seconds(begin - capturedAt(0));
         pieces_.back().tracks = tracks;
     }
     void writeUnit(std::size_t track, const EncodedUnitPtr& unit) override
@@ -39,18 +38,18 @@ protected:
         ASSERT_LT(track, pieces_.back().tracks.size());
         EXPECT_EQ(*pieces_.back().tracks[track], *unit->format);
         (isVideo(unit->format->codec) ? pieces_.back().frames : pieces_.back().audioBlocks)
-            .push_back(seconds(test::nsOf(unit->captureTime) - epochNs));
+            .push_back(seconds(unit->captureTime - capturedAt(0)));
     }
     void endSegment(Duration duration) override
     {
         EXPECT_TRUE(open_);
         open_ = false;
-        pieces_.back().duration = seconds(duration.count());
+        pieces_.back().duration = seconds(duration);
     }
 
-    static double seconds(std::int64_t nanoseconds)
+    static double seconds(Duration span)
     {
-        return std::round(static_cast<double>(nanoseconds) / 1e6) / 1e3;
+        return secondsOf(std::chrono::round<std::chrono::milliseconds>(span));
     }
 
     // Video and audio of an interval as a live source gives them: a key frame each second, the audio so
@@ -77,7 +76,7 @@ protected:
     }
 
     SegmentCutter::Expected expected_;
-    SegmentCutter cutter_{Duration(4 * second), [this] { return expected_; }, *this};
+    SegmentCutter cutter_{4 * second, [this] { return expected_; }, *this};
     bool open_ = false;
     std::vector<Piece> pieces_;
 };

@@ -18,7 +18,7 @@ namespace
 
 using testing::SizeIs;
 
-constexpr std::int64_t second = 1000000000;
+constexpr Duration second = std::chrono::seconds(1);
 
 class SegmentLedgerTest : public testing::Test
 {
@@ -34,8 +34,8 @@ protected:
     {
         RecordedSegment made;
         made.cameraId = 1;
-        made.beginNs = number * second;
-        made.durationNs = second;
+        made.begin = wallTimeOfUnix(number);
+        made.duration = second;
         made.bytes = 100;
         made.path = folder_ / fmt::format("1/0/{:06}.mkv", number);
         made.closed = closed;
@@ -76,12 +76,12 @@ TEST_F(SegmentLedgerTest, SegmentIsEnteredAndItsNewestStateReplacesTheOneBefore)
     ASSERT_THAT(index_->unclosed(), SizeIs(1));
     EXPECT_TRUE(ledger_.isOpen(segment(1).path));
     RecordedSegment done = segment(1);
-    done.durationNs = 7 * second;
+    done.duration = 7 * second;
     ledger_.put(done);
     ASSERT_TRUE(ledger_.flush());
     ASSERT_THAT(index_->all(), SizeIs(1));
     EXPECT_TRUE(index_->all()[0].closed);
-    EXPECT_EQ(index_->all()[0].durationNs, 7 * second);
+    EXPECT_EQ(index_->all()[0].duration, 7 * second);
     EXPECT_FALSE(ledger_.isOpen(done.path));
 }
 

@@ -7,12 +7,10 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t secondNs = 1000000000;
-
 struct Moment
 {
     const char* path;
-    std::int64_t beginNs;
+    WallTime begin;
 };
 
 class SegmentPathTest : public testing::TestWithParam<Moment>
@@ -24,7 +22,7 @@ TEST_P(SegmentPathTest, TellsWhatBeganWhen)
     SegmentPath path;
     path.cameraId = 7;
     path.streamId = 1;
-    path.beginNs = GetParam().beginNs;
+    path.begin = GetParam().begin;
     EXPECT_EQ(path.toString(), GetParam().path);
 }
 
@@ -34,21 +32,26 @@ TEST_P(SegmentPathTest, IsReadAsItIsWritten)
     ASSERT_TRUE(found);
     EXPECT_EQ(found->cameraId, 7);
     EXPECT_EQ(found->streamId, 1);
-    EXPECT_EQ(found->beginNs, GetParam().beginNs);
+    EXPECT_EQ(found->begin, GetParam().begin);
 }
 
 // On 32-bit machines times end in January 2038 where nobody asks for more.
 INSTANTIATE_TEST_SUITE_P(
     Moments, SegmentPathTest,
-    testing::Values(Moment{"7/1/19700101T000000.000000Z.mkv", 0},
-                    Moment{"7/1/20261121T161549.123456Z.mkv", 1795277749 * secondNs + 123456000},
-                    Moment{"7/1/20400229T235959.999999Z.mkv", 2214172799 * secondNs + 999999000}));
+    testing::Values(Moment{"7/1/19700101T000000.000000Z.mkv", WallTime()},
+                    Moment{"7/1/20261121T161549.123456Z.mkv",
+                           wallTimeOfUnix(1795277749) + std::chrono::microseconds(123456)},
+                    Moment{"7/1/20400229T235959.999999Z.mkv",
+                           wallTimeOfUnix(2214172799) + std::chrono::microseconds(999999)}));
 
 TEST(SegmentPathParseTest, OtherFilesAreSomebodyElses)
 {
     for (const char* path :
-         {"", "index.db", "7/1/20261121T161561.000000Z.mkv", "7/1/20261121T161549.000000Z.mkv.tmp",
-          "-7/1/20261121T161549.000000Z.mkv", "07/1/20261121T161549.000000Z.mkv"})
+         {"", "index.db", "7/1/x.mkv", "1/20261121T161549.000000Z.mkv", "7/1/20261121T161561.000000Z.mkv",
+          "7/1/20261321T161549.000000Z.mkv", "7/1/20261121T161549.000Z.mkv",
+          "7/1/20261121T161549.000000Z.mkv.tmp", "7/1/20261121T161549.000000Z.mkv2",
+          "7/1/ 20261121T16154.000000Z.mkv", "-7/1/20261121T161549.000000Z.mkv",
+          "07/1/20261121T161549.000000Z.mkv", "7/1/99991231T235959.000000Z.mkv"})
     {
         EXPECT_FALSE(SegmentPath::parse(path)) << path;
     }

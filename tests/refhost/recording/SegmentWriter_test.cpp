@@ -10,7 +10,6 @@
 
 #include "refhost/recording/SegmentMeasure.h"
 #include "tests/TemporaryFolder.h"
-#include "tests/refhost/base/Nanoseconds.h"
 #include "tests/refhost/recording/MadeUnits.h"
 
 namespace refhost
@@ -26,8 +25,8 @@ protected:
     std::unique_ptr<SegmentWriter> create()
     {
         std::string error;
-        std::unique_ptr<SegmentWriter> writer = SegmentWriter::create(
-            path_, {test::instantOf(epochNs), WallTime(Duration(epochNs))}, {video, audio}, error);
+        std::unique_ptr<SegmentWriter> writer =
+            SegmentWriter::create(path_, {capturedAt(0), epoch}, {video, audio}, error);
         EXPECT_TRUE(writer) << error;
         return writer;
     }
@@ -49,7 +48,7 @@ protected:
     {
         SegmentMeasure measure;
         EXPECT_EQ(SegmentMeasure::take(path_, measure), SegmentMeasure::Result::media);
-        return static_cast<double>(measure.durationNs) / 1e9;
+        return secondsOf(measure.duration);
     }
 
     TemporaryFolder folder_;
@@ -121,7 +120,7 @@ TEST_F(SegmentWriterTest, FramesShownInAnotherOrderKeepTheirTimes)
     for (const double time : {0.0, 0.12, 0.04, 0.08, 0.24, 0.16, 0.2})
     {
         auto unit = std::make_shared<EncodedUnit>(*frame(time, i == 0));
-        unit->decodeTime = test::instantOf(at(i * 0.04 - 0.08));
+        unit->decodeTime = capturedAt(i * 0.04 - 0.08);
         EXPECT_TRUE(writer->write(0, *unit)) << writer->error();
         ++i;
     }
@@ -133,10 +132,10 @@ TEST_F(SegmentWriterTest, DecodingTimesThatMakeNoSenseAreTaken)
 {
     const auto writer = create();
     auto unit = std::make_shared<EncodedUnit>(*frame(0, true));
-    unit->decodeTime = test::instantOf(at(5));
+    unit->decodeTime = capturedAt(5);
     EXPECT_TRUE(writer->write(0, *unit));
     unit = std::make_shared<EncodedUnit>(*frame(0.04, false));
-    unit->decodeTime = test::instantOf(at(-5));
+    unit->decodeTime = capturedAt(-5);
     EXPECT_TRUE(writer->write(0, *unit));
     EXPECT_TRUE(writer->close());
     EXPECT_EQ(duration(), 0.08);
@@ -169,8 +168,7 @@ TEST_F(SegmentWriterTest, FileThatIsThereIsNotTouched)
 {
     std::ofstream(path_) << "mine";
     std::string error;
-    EXPECT_FALSE(SegmentWriter::create(path_, {test::instantOf(epochNs), WallTime(Duration(epochNs))},
-                                       {video}, error));
+    EXPECT_FALSE(SegmentWriter::create(path_, {capturedAt(0), epoch}, {video}, error));
     EXPECT_THAT(error, HasSubstr("made.mkv: File exists"));
     EXPECT_EQ(std::filesystem::file_size(path_), 4U);
 }
