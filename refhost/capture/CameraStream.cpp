@@ -15,10 +15,10 @@ namespace refhost
 namespace
 {
 
-/// A run of this length was a good one: the next failure starts with the shortest pause again.
+/// After a run of this length, the pauses before restarts begin with the first one again.
 constexpr std::chrono::seconds goodRun(20);
 
-/// How often a stream goes over to another means of reading its source without a pause.
+/// How often a stream changes its means of reading the source without a pause.
 constexpr unsigned maxSwitches = 2;
 
 bool sameTracks(const std::vector<SubMediaInfo>& left, const std::vector<SubMediaInfo>& right)
@@ -85,7 +85,7 @@ void CameraStream::post(TaskQueue::Task task, std::chrono::milliseconds delay)
     queue_->post(unlessClosed, delay);
 }
 
-/// However often viewers come and go while the stream's thread is held up, one task waits for them.
+/// At most one update is queued, however often viewers come and go while the stream's thread is busy.
 void CameraStream::postUpdate()
 {
     if (updatePosted_.exchange(true))
@@ -154,7 +154,7 @@ void CameraStream::detach(const AccessUnitSink* sink)
             taps.push_back(tap);
         }
     }
-    // Without the lock: it waits for a delivery, and the sink may ask this stream something meanwhile.
+    // Without the lock: remove() waits for a delivery, in which the sink may call this stream.
     for (const std::shared_ptr<PacketTap>& tap : taps)
     {
         if (tap->remove(sink) && tap->isEmpty())
@@ -181,7 +181,7 @@ void CameraStream::acquire()
     {
         return;
     }
-    // The first viewer does not wait for the pause of those who gave up before.
+    // The first viewer does not wait for the restart pause that earlier viewers caused.
     startsAtOnce_ = true;
     postUpdate();
 }
@@ -198,11 +198,11 @@ void CameraStream::release()
 void CameraStream::requestKeyFrame()
 {
     const MutexLock guard(mutex_);
-    if (keyFrameAsked_)
+    if (keyFrameRequested_)
     {
         return;
     }
-    keyFrameAsked_ = true;
+    keyFrameRequested_ = true;
     const auto pause = std::chrono::duration_cast<std::chrono::milliseconds>(
         keyFrameAt_ + options_.keyFrameInterval - Clock::now());
     post([this] { sendKeyFrameRequest(); }, std::max(pause, std::chrono::milliseconds(0)));
@@ -222,14 +222,14 @@ bool CameraStream::isRunning() const
 
 void CameraStream::update()
 {
-    bool wanted = false;
+    bool needed = false;
     bool describing = false;
     {
         const MutexLock guard(mutex_);
         describing = describing_;
-        wanted = viewers_ > 0 || describing_;
+        needed = viewers_ > 0 || describing_;
     }
-    if (!wanted)
+    if (!needed)
     {
         if (pipeline_)
         {
@@ -244,7 +244,7 @@ void CameraStream::update()
     {
         setTaps();
     }
-    // Before it has ended, the source's device may not be free yet.
+    // Until the previous run has ended, its device may be busy.
     else if (!ending_ && (describing || !restartScheduled_))
     {
         start();
@@ -258,7 +258,7 @@ void CameraStream::start()
     startedAt_ = Clock::now();
     if (PipelineRunner::abandoned(title_) >= options_.maxAbandoned)
     {
-        fail("too many of its sources hang: it waits until one of them ends");
+        fail("too many of its sources hang; waiting until one of them ends");
         return;
     }
     {
@@ -399,20 +399,20 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
 
 void CameraStream::onDeadline(std::uint64_t request)
 {
-    const auto unfulfilled = [this, request]
+    const auto isPending = [this, request]
     {
         const MutexLock guard(mutex_);
         return describing_ && request == descriptionRequest_;
     };
-    if (!unfulfilled())
+    if (!isPending())
     {
         return;
     }
-    // Better the tracks that are there than none: an audio track may stay silent for ever.
+    // Some tracks are better than none: an audio track may stay silent forever.
     onDescribed(run_, true);
-    if (unfulfilled())
+    if (isPending())
     {
-        // Who asked for the description waits no longer, whatever other means there are.
+        // The description's deadline allows no further attempt by other means.
         switches_ = maxSwitches;
         fail("the source gave nothing that can be sent in time");
     }
@@ -449,7 +449,7 @@ void CameraStream::fail(const std::string& why)
         ++attempt_;
         if (++switches_ <= maxSwitches)
         {
-            // Nobody is told of a failure: the next attempt starts when this one has ended.
+            // Not reported as a failure: the next attempt starts when this one has ended.
             stop();
             return;
         }
@@ -460,14 +460,14 @@ void CameraStream::fail(const std::string& why)
     {
         failures_ = 0;
     }
-    bool told = false;
+    bool notify = false;
     bool viewers = false;
     {
         const MutexLock guard(mutex_);
         viewers = viewers_ > 0;
         if (!tracks_)
         {
-            told = true;
+            notify = true;
             describing_ = false;
             failed_ = true;
             failedAt_ = Clock::now();
@@ -478,7 +478,7 @@ void CameraStream::fail(const std::string& why)
     {
         scheduleRestart();
     }
-    if (told)
+    if (notify)
     {
         changed_();
     }
@@ -492,7 +492,7 @@ void CameraStream::scheduleStop()
     }
     stopScheduled_ = true;
     const std::uint64_t since = requests_;
-    const auto stopUnlessWanted = [this, since]
+    const auto stopUnlessNeeded = [this, since]
     {
         if (stopScheduled_ && since == requests_ && pipeline_)
         {
@@ -501,7 +501,7 @@ void CameraStream::scheduleStop()
             stop();
         }
     };
-    post(stopUnlessWanted, options_.linger);
+    post(stopUnlessNeeded, options_.linger);
 }
 
 void CameraStream::scheduleRestart()
@@ -525,7 +525,7 @@ void CameraStream::sendKeyFrameRequest()
 {
     {
         const MutexLock guard(mutex_);
-        keyFrameAsked_ = false;
+        keyFrameRequested_ = false;
         keyFrameAt_ = Clock::now();
     }
     if (pipeline_)

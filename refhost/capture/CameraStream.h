@@ -20,46 +20,46 @@ namespace refhost
 
 /// One configured stream.
 ///
-/// The pipeline runs only while it is wanted: from the first viewer, or the first request for a description,
-/// until some seconds after the last. It is started, changed and stopped on one thread of the pipeline's own,
-/// so that a source that hangs holds up nobody. One that does not end in time is abandoned and replaced; a
+/// The source runs only while it is needed: from the first viewer, or the first request for a description,
+/// until some seconds after the last. It is started, changed and stopped on a thread of its own, so that a
+/// source that hangs blocks nobody else. A source that does not end in time is abandoned and replaced; a
 /// stream with too many abandoned ones waits until one of them ends. A source that fails while there are
-/// viewers is started again and again, with growing pauses. Threads: any.
+/// viewers is restarted with increasing pauses. Threads: any.
 class CameraStream : public StreamSource
 {
 public:
     struct Options
     {
-        std::chrono::milliseconds linger{5000};  ///< how long the source runs on after its last viewer
-        std::chrono::milliseconds describeDeadline{10000};  ///< how long a description may take
-        /// How long describe() tells of a failure before it tries again: everybody who waited learns of it.
+        std::chrono::milliseconds linger{5000};  ///< how long the source runs after its last viewer left
+        std::chrono::milliseconds describeDeadline{10000};  ///< max duration of a description
+        /// How long describe() returns `failed` before it tries again, so that everybody who waited gets it.
         std::chrono::milliseconds failureHold{1000};
-        /// Pauses before the first, second, … new start after a failure; the last one goes on for good.
+        /// Pauses before the first, second, … restart after failures; the last one repeats.
         std::vector<std::chrono::milliseconds> restartPauses{std::chrono::seconds(1), std::chrono::seconds(2),
                                                              std::chrono::seconds(5),
                                                              std::chrono::seconds(10)};
-        /// A source that gives nothing for so long is taken for failed.
+        /// A source that delivers nothing for this time has failed.
         std::chrono::milliseconds maxSilence{10000};
-        /// A pipeline that does not end, or do what it is asked for, in so long is abandoned.
+        /// A source that does not end, or finish an operation, within this time is abandoned.
         std::chrono::milliseconds endDeadline{5000};
-        int maxAbandoned{3};  ///< pipelines of the stream that hang at once; no further one is started then
-        std::chrono::milliseconds keyFrameInterval{500};  ///< least time between two forced key frames
+        int maxAbandoned{3};  ///< sources of the stream that hang; with so many, no further one is started
+        std::chrono::milliseconds keyFrameInterval{500};  ///< min time between two requested key frames
         SourceRun::Factory makeRun;                       ///< empty: GStreamer reads every source
     };
 
-    /// \param title    names the stream in the log and in the synthetic camera's frame
-    /// \param queue    runs the stream's tasks, none of which waits for anything
-    /// \param changed  called without a lock of its users' held when a description became ready, changed or
-    /// failed
+    /// \param title    the stream's name in the log and in the synthetic camera's frames
+    /// \param queue    runs the stream's tasks, none of which blocks
+    /// \param changed  called without a lock when a description became ready, changed or failed
     CameraStream(const StreamConfig& config, const std::string& title, const Options& options,
                  std::shared_ptr<TaskQueue> queue, std::function<void()> changed);
-    /// Stops the source, which is waited for until options.endDeadline at most. Not from within one of its
-    /// calls.
+    /// Stops the source, and waits for it at most for options.endDeadline.
+    /// Requires: not called by one of the stream's sinks or by `changed`.
     ~CameraStream() override;
 
-    /// Starts to stop for good: `changed` is not called any more. Not from within one of its calls.
+    /// Starts to stop permanently: `changed` is not called any more.
+    /// Requires: not called by one of the stream's sinks or by `changed`.
     void close();
-    /// Waits until the source has stopped after close(); what has not by then is abandoned.
+    /// Waits until the source has stopped after close(); abandons it at `deadline`.
     void awaitEnd(std::chrono::steady_clock::time_point deadline);
 
     Description describe(std::vector<SubMediaInfo>& tracks) override;
@@ -71,18 +71,18 @@ public:
     void release() override;
     void requestKeyFrame() override;
 
-    /// How often the source was started.
+    /// Number of starts of the source.
     int starts() const;
     /// True while the source runs.
     bool isRunning() const;
-    /// How many tasks wait for the stream's thread: a few, whatever viewers do.
+    /// Number of tasks queued for the stream's thread: a few, whatever viewers do.
     std::size_t waitingTasks() const;
 
 private:
     using Clock = std::chrono::steady_clock;
     using Tracks = std::vector<SubMediaInfo>;
 
-    /// What the stream's tasks ask before they touch it.
+    /// Shared with the stream's tasks, which check it before they use the stream.
     struct Life
     {
         Mutex mutex;
@@ -123,7 +123,7 @@ private:
     const std::shared_ptr<Life> life_ = std::make_shared<Life>();
 
     mutable Mutex mutex_;
-    std::shared_ptr<const Tracks> tracks_ OV_GUARDED_BY(mutex_);  ///< null until they are known
+    std::shared_ptr<const Tracks> tracks_ OV_GUARDED_BY(mutex_);  ///< null until known
     int viewers_ OV_GUARDED_BY(mutex_) = 0;
     bool describing_ OV_GUARDED_BY(mutex_) = false;
     std::uint64_t descriptionRequest_ OV_GUARDED_BY(mutex_) =
@@ -131,25 +131,25 @@ private:
     bool failed_ OV_GUARDED_BY(mutex_) = false;
     Clock::time_point failedAt_ OV_GUARDED_BY(mutex_);
     SourceRun::Taps taps_ OV_GUARDED_BY(mutex_);
-    bool keyFrameAsked_ OV_GUARDED_BY(mutex_) = false;
+    bool keyFrameRequested_ OV_GUARDED_BY(mutex_) = false;
     Clock::time_point keyFrameAt_ OV_GUARDED_BY(mutex_);
     int starts_ OV_GUARDED_BY(mutex_) = 0;
     bool running_ OV_GUARDED_BY(mutex_) = false;
 
     std::atomic<bool> updatePosted_{false};
-    std::atomic<bool> startsAtOnce_{false};  ///< the next update() waits for no pause
+    std::atomic<bool> startsAtOnce_{false};  ///< the next update() ignores the restart pause
 
-    // Used on the queue's thread only, and after close().
+    // Used on the queue's thread only, and by close() and awaitEnd().
     std::unique_ptr<SourceRun> pipeline_;
     std::unique_ptr<SourceRun> ending_;  ///< stopped, but not ended yet
     std::uint64_t endingRun_ = 0;
     bool clockReported_ = false;
     std::uint64_t run_ = 0;       ///< number of the present start; events of earlier ones are stale
-    std::uint64_t requests_ = 0;  ///< grows whenever the source is found wanted
+    std::uint64_t requests_ = 0;  ///< incremented whenever update() finds the source needed
     bool stopScheduled_ = false;
     bool restartScheduled_ = false;
     std::size_t failures_ = 0;  ///< in a row
-    unsigned attempt_ = 0;      ///< as SourceRun::Setup holds it
+    unsigned attempt_ = 0;      ///< as SourceRun::Setup::attempt
     unsigned switches_ = 0;     ///< changes of attempt_ since the last run that was described
     Clock::time_point startedAt_;
 };

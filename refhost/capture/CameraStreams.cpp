@@ -11,8 +11,8 @@ namespace refhost
 namespace
 {
 
-/// How long all sources together may take to end.
-constexpr std::chrono::milliseconds endTime(1500);
+/// Max time that all sources together may take to end.
+constexpr std::chrono::milliseconds maxEndTime(1500);
 
 CameraStream::Options optionsOf(const ServerConfig& config)
 {
@@ -46,12 +46,12 @@ CameraStreams::CameraStreams(const ServerConfig& config, const CameraStream::Opt
 
 CameraStreams::~CameraStreams()
 {
-    // All at once, and none of them for long: who ends the program waits for it.
+    // All at once: the program's end waits for it.
     for (const auto& [key, stream] : streams_)
     {
         stream->close();
     }
-    const auto deadline = std::chrono::steady_clock::now() + endTime;
+    const auto deadline = std::chrono::steady_clock::now() + maxEndTime;
     for (const auto& [key, stream] : streams_)
     {
         stream->awaitEnd(deadline);
@@ -60,9 +60,9 @@ CameraStreams::~CameraStreams()
 
 void CameraStreams::makeThreads()
 {
-    // Now, where the system still has threads and a failure is told; nothing that they do later needs one.
+    // Now, where a failure is reported, rather than at the first viewer.
     queue_->start();
-    // GLib ends the program when it cannot make the thread that makes all others.
+    // GLib aborts the program if it cannot create the thread that spawns its pool threads.
     g_thread_pool_free(g_thread_pool_new([](gpointer, gpointer) {}, nullptr, 1, FALSE, nullptr), FALSE, TRUE);
 }
 

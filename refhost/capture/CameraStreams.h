@@ -16,9 +16,10 @@ namespace refhost
 class CameraStreams : public StreamDirectory
 {
 public:
-    /// Prepares GStreamer for the process and makes every stream; none is started.
+    /// Initializes GStreamer for the process and creates every stream; none is started.
+    /// \throws std::system_error when the system has no thread for them
     explicit CameraStreams(const ServerConfig& config);
-    /// The same with other times than the usual; `options.linger` holds instead of `config.linger`.
+    /// The same with other options than the default; `options.linger` replaces `config.linger`.
     CameraStreams(const ServerConfig& config, const CameraStream::Options& options);
     ~CameraStreams() override;
 

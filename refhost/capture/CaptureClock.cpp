@@ -14,7 +14,7 @@ MonotonicTime baseTimeOf(GstElement* pipeline)
 MonotonicTime CaptureClock::at(GstClockTime timestamp, const GstSegment* segment) const
 {
     GstClockTime running = 0;
-    // Decoding times may lie before the segment's start.
+    // Decode times may precede the segment's start.
     const int sign = gst_segment_to_running_time_full(segment, GST_FORMAT_TIME, timestamp, &running);
     if (sign == 0)
     {

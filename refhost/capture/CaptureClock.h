@@ -12,18 +12,18 @@ namespace refhost
 
 class SourceClock;
 
-/// The instant that a running pipeline's time counts from; its clock is the monotonic one.
+/// The instant at which a running pipeline's running time is 0, on the monotonic clock.
 MonotonicTime baseTimeOf(GstElement* pipeline);
 
-/// Turns the timestamps of a running pipeline's buffers into the monotonic clock, which a pipeline runs on.
-/// What the wall clock shows then is left to who dates media (HostClock::wall()): it may be set at any time.
+/// Converts the timestamps of a running pipeline's buffers to instants of the monotonic clock, which pipelines
+/// use. Whoever dates media applies HostClock::wall().
 struct CaptureClock
 {
-    GstElement* pipeline;  ///< its base time is used
-    /// Says when media were captured whose source has a clock of its own; null where timestamps say it.
+    GstElement* pipeline;  ///< gives the base time; not owned
+    /// Capture times of a source with its own clock; null where timestamps are capture times.
     std::shared_ptr<const SourceClock> source = nullptr;
 
-    /// \returns HostClock::now() at `timestamp` of a segment; now, when the timestamp is not known
+    /// \returns the instant of `timestamp` in `segment`; the present time when the timestamp is unknown
     MonotonicTime at(GstClockTime timestamp, const GstSegment* segment) const;
 };
 

@@ -13,7 +13,7 @@ namespace refhost
 namespace
 {
 
-/// \returns why the node cannot be a camera; empty when it may be one
+/// \returns why the node is not a usable camera; empty when it may be one
 std::string problemOf(const std::string& path)
 {
     struct stat status = {};
@@ -37,7 +37,7 @@ bool CaptureSource::build(GstBin* pipeline, std::string& error)
         error = "cannot open " + node + ": " + problem;
         return false;
     }
-    // Not the camera's own H.264, whose size, rate and distance of key frames nobody configured.
+    // Not the camera's own H.264: its size, bit rate and GOP are not the configured ones.
     GstElement* capture =
         makeLaunchBin("v4l2src name=camera do-timestamp=true ! capsfilter caps=video/x-raw;image/jpeg",
                       UnlinkedPads::ghosted, error);

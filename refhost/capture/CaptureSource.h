@@ -9,7 +9,8 @@
 namespace refhost
 {
 
-/// A camera of this machine behind Video4Linux, by its device node. The host encodes; there is no audio.
+/// A camera of this machine behind Video4Linux, by its device node. The host encodes its video; it has no
+/// audio.
 class CaptureSource : public MediaSource
 {
 public:

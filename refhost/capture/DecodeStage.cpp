@@ -31,7 +31,7 @@ bool DecodeStage::open(GstPad* source, std::string& error)
     const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(decoder, "sink"));
     if (gst_pad_link(source, entry.get()) != GST_PAD_LINK_OK)
     {
-        error = "the source's media cannot be taken apart";
+        error = "the source's media cannot be demultiplexed";
         return false;
     }
     return true;

@@ -14,25 +14,27 @@
 namespace refhost
 {
 
-/// Takes apart whatever a source gives, down to media that are sent as they are, or else to raw media.
+/// Demultiplexes and parses a source's output to media that are sent without transcoding, and decodes others
+/// to raw media.
 class DecodeStage
 {
 public:
     struct Events
     {
         std::function<void(GstPad* pad, const GstCaps* caps)>
-            pad;                         ///< media of these caps come; streaming threads
-        std::function<void()> complete;  ///< no further pad will come; streaming threads
+            pad;                         ///< a pad with media of these caps; on streaming threads
+        std::function<void()> complete;  ///< no further pad will be added; on streaming threads
     };
 
-    /// \param pipeline  outlives the stage, and is stopped before the stage ends
-    /// \param config  names the stream's codecs and source
+    /// \param pipeline  outlives the stage, and is stopped before the stage is destroyed
+    /// \param config    gives the stream's codecs and kind of source
     DecodeStage(GstBin* pipeline, const StreamConfig& config, Events events);
     DecodeStage(const DecodeStage&) = delete;
     DecodeStage& operator=(const DecodeStage&) = delete;
 
-    /// Links the stage behind a pad and lets it run as the pipeline does.
-    /// \returns false with `error` set when it cannot be done
+    /// Links the stage to a pad and brings it to the pipeline's state.
+    /// \param[out] error  set on failure
+    /// \returns false when the stage cannot be created or linked
     bool open(GstPad* source, std::string& error);
 
 private:

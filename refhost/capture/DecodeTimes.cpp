@@ -13,9 +13,9 @@ namespace
 
 using namespace std::chrono_literals;
 
-/// A frame is presented for about so long where nothing says.
-constexpr Duration usualDuration = 40ms;
-/// Presentation times that go back further than this were set back; closer ones are reordered.
+/// Assumed duration of a frame when unknown.
+constexpr Duration defaultDuration = 40ms;
+/// A presentation time that goes back further is a discontinuity rather than reordering.
 constexpr Duration maxReordering = 1s;
 
 }  // namespace
@@ -51,13 +51,13 @@ MonotonicTime DecodeTimes::next(MonotonicTime presentation, Duration duration, b
     const MonotonicTime earliest = waiting_.top();
     if (waiting_.size() <= depth_)
     {
-        // Evenly up to the first presentation time that is taken.
+        // Evenly spaced up to the first presentation time that is used.
         const auto steps = static_cast<std::int64_t>(depth_ + 2 - waiting_.size());
         last_ = *last_ + (earliest - *last_) / steps;
         return *last_;
     }
     MonotonicTime taken = earliest;
-    // Several where the depth became less.
+    // Several when the depth decreased.
     while (waiting_.size() > depth_ && waiting_.top() <= presentation)
     {
         taken = waiting_.top();
@@ -77,12 +77,12 @@ void DecodeTimes::reset()
 
 void DecodeTimes::start(MonotonicTime presentation, Duration duration)
 {
-    const Duration step = duration > Duration::zero() ? duration : usualDuration;
+    const Duration step = duration > Duration::zero() ? duration : defaultDuration;
     start_ = presentation;
     last_ = presentation - static_cast<std::int64_t>(depth_ + 1) * step;
 }
 
-/// A frame comes later than the depth permits: takes back what was taken too early.
+/// A frame is reordered further than the depth permits: puts back the presentation time used too early.
 MonotonicTime DecodeTimes::deepen(MonotonicTime presentation)
 {
     if (depth_ < ReorderDepth::max && lastTaken_)

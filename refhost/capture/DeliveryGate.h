@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// Through it goes all that one pipeline delivers; shut, it lets nothing more through. Threads: any.
+/// All deliveries of one pipeline check this gate; once shut, nothing more is delivered. Threads: any.
 class DeliveryGate
 {
 public:
@@ -24,7 +24,7 @@ public:
         return open_;
     }
 
-    /// Counts a packet that a track made.
+    /// Counts a packet of any track.
     void countPacket()
     {
         packets_.fetch_add(1, std::memory_order_relaxed);

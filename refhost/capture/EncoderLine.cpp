@@ -10,7 +10,7 @@ namespace refhost
 namespace
 {
 
-/// More than one encoder thread only where one core would not do: each further thread delays by a frame.
+/// One encoder thread unless one core cannot keep up: each further thread delays by a frame.
 int encoderThreads(const StreamConfig& config)
 {
     constexpr double oneFrameRate = 1920.0 * 1080 * 30;

@@ -11,18 +11,18 @@
 namespace refhost
 {
 
-/// What encodes raw frames of any format and size to what the configuration asks for, as a launch line.
-/// Frames that come more slowly than configured are not repeated, because the repeats could only leave in
-/// bursts; the time from key frame to key frame stays. \param raw  caps of the frames
+/// Launch line that encodes raw frames of any format and size as configured. A lower frame rate than
+/// configured is kept, because repeated frames would leave in bursts; the GOP's duration stays the same.
+/// \param raw  caps of the frames
 std::string videoEncoderLine(Codec codec, const StreamConfig& config, const GstCaps* raw);
 
-/// The same without conversions in front, for a source that makes the right frames.
+/// The same without conversions, for a source that delivers frames of the configured format.
 std::string bareVideoEncoderLine(Codec codec, const StreamConfig& config);
 
-/// What encodes raw audio of any format, as a launch line.
+/// Launch line that encodes raw audio of any format.
 std::string audioEncoderLine(Codec codec);
 
-/// \returns the bit rate that the host encodes the codec with, kbit/s; 0 when unknown
+/// \returns the encoder's bit rate in kbit/s; 0 when unknown
 int encodedBitRate(Codec codec, const StreamConfig& config);
 
 }  // namespace refhost

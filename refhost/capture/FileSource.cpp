@@ -18,7 +18,7 @@ namespace refhost
 namespace
 {
 
-/// \returns why the file cannot be read; empty when it can
+/// \returns why the file cannot be read; empty when it can be
 std::string problemOf(const std::string& path)
 {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -31,7 +31,7 @@ std::string problemOf(const std::string& path)
     return regular ? std::string() : std::string("not a file");
 }
 
-/// What stands between a file's track and the place where its times are set. Containers hold raw audio in
+/// Launch line between a track of the file and the pad where its times are set. Containers store raw audio in
 /// blocks of up to a second, which would leave in bursts.
 const char* chainLine(const GstCaps* caps)
 {
@@ -144,22 +144,23 @@ GstPadProbeReturn FileSource::onData(GstPad*, GstPadProbeInfo* info, gpointer da
 GstPadProbeReturn FileSource::onBuffer(Track& track, GstPadProbeInfo* info)
 {
     GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-    LoopTimeline::Piece piece;
-    piece.presentation = timeOf(track.segment, GST_BUFFER_PTS(buffer));
-    piece.decoding = timeOf(track.segment, GST_BUFFER_DTS(buffer));
+    LoopTimeline::Unit unit;
+    unit.presentation = timeOf(track.segment, GST_BUFFER_PTS(buffer));
+    unit.decoding = timeOf(track.segment, GST_BUFFER_DTS(buffer));
     if (GST_BUFFER_DURATION_IS_VALID(buffer))
     {
-        piece.duration = Duration(static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)));
+        unit.duration = Duration(static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)));
     }
     std::optional<LoopTimeline::Placed> placed;
     {
         const MutexLock guard(mutex_);
-        placed = timeline_.place(track.number, piece, now());
+        placed = timeline_.place(track.number, unit, now());
     }
     if (!placed)
     {
         sink_.sourceEnded(
-            "the file tells no times, a bare elementary stream: put it into a container such as MP4", false);
+            "the file is an elementary stream without timestamps: put it into a container such as MP4",
+            false);
         return GST_PAD_PROBE_DROP;
     }
     buffer = gst_buffer_make_writable(buffer);
@@ -200,7 +201,7 @@ GstPadProbeReturn FileSource::onEvent(Track& track, GstPadProbeInfo* info)
             }
             return GST_PAD_PROBE_DROP;
         }
-        // The next round is nothing that the rest of the pipeline should know of.
+        // The rest of the pipeline must not see the next iteration's seek.
         case GST_EVENT_FLUSH_START:
         case GST_EVENT_FLUSH_STOP:
         case GST_EVENT_GAP:
@@ -213,7 +214,7 @@ GstPadProbeReturn FileSource::onEvent(Track& track, GstPadProbeInfo* info)
 
 bool FileSource::waitUntil(Duration due)
 {
-    // The pipeline's clock is the monotonic one, which steady_clock reads too.
+    // The pipeline's clock is the monotonic one, as is steady_clock.
     const std::chrono::steady_clock::time_point moment(
         (baseTimeOf(GST_ELEMENT(pipeline_)) + due).time_since_epoch());
     const MutexLock guard(mutex_);
@@ -236,7 +237,7 @@ void FileSource::rewind()
     const bool done = gst_pad_send_event(seekPad_.get(), seek);
     if (!done)
     {
-        sink_.sourceEnded("the file cannot be played from its start again", false);
+        sink_.sourceEnded("the file cannot be restarted from its beginning", false);
     }
     const MutexLock guard(mutex_);
     rewinding_ = false;

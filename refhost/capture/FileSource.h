@@ -12,7 +12,7 @@
 namespace refhost
 {
 
-/// A media file that is played in a loop, in real time and without a seam: all rounds stand on one timeline.
+/// A media file that is played in a loop in real time. All iterations share one timeline without gaps.
 class FileSource : public MediaSource
 {
 public:
@@ -27,7 +27,7 @@ private:
     {
         FileSource* source = nullptr;
         std::size_t number = 0;
-        GstSegment segment;  ///< of the file's own time
+        GstSegment segment;  ///< in the file's own time
         bool segmentSent = false;
     };
 

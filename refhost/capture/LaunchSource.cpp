@@ -76,8 +76,8 @@ bool LaunchSource::tap(GstBin* pipeline, GstElement* line, const char* name, std
 
 GstPadProbeReturn LaunchSource::onFirstBuffer(GstPad* entry, GstPadProbeInfo*, gpointer)
 {
-    // Live media come in real time by themselves. Pacing would hold them back for the latency that the line
-    // declares, which is for sinks that show them.
+    // Live media arrive in real time anyway. Pacing would delay them by the latency that the line declares,
+    // which is meant for sinks that render them.
     const GstValuePtr<GstQuery> query(gst_query_new_latency());
     gboolean live = FALSE;
     if (gst_pad_peer_query(entry, query.get()))

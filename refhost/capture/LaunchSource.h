@@ -11,9 +11,8 @@
 namespace refhost
 {
 
-/// A GStreamer launch line of the user's, whose elements named "video" and "audio" end in open source pads.
-/// Their media leave in real time even where the line would make them faster, and those of a live line at
-/// once.
+/// A GStreamer launch line of the user, whose elements named "video" and "audio" end in open source pads.
+/// Media of a live line leave at once; others are paced to real time.
 class LaunchSource : public MediaSource
 {
 public:

@@ -10,12 +10,12 @@ namespace
 
 using namespace std::chrono_literals;
 
-/// A piece without a told duration lasts this long where nothing better is known; also the shortest round, so
-/// that a file of one frame does not spin.
-constexpr Duration usualDuration = 40ms;
+/// Assumed duration of a unit when unknown; also the shortest iteration, so that a file of one frame does not
+/// spin.
+constexpr Duration defaultDuration = 40ms;
 
-/// Beyond this distance a piece's own time is believed more than the even pace of those before it.
-constexpr Duration believableLead = 1s;
+/// A unit whose own time differs by more from the even pace of its track is not paced evenly.
+constexpr Duration maxDeviation = 1s;
 
 }  // namespace
 
@@ -25,39 +25,39 @@ std::size_t LoopTimeline::addTrack()
     return tracks_.size() - 1;
 }
 
-std::optional<LoopTimeline::Placed> LoopTimeline::place(std::size_t number, const Piece& piece, Duration now)
+std::optional<LoopTimeline::Placed> LoopTimeline::place(std::size_t number, const Unit& unit, Duration now)
 {
     Track& track = tracks_[number];
-    const Time own = piece.decoding ? piece.decoding : piece.presentation;
+    const Time own = unit.decoding ? unit.decoding : unit.presentation;
     if (!own && !track.due)
     {
         return std::nullopt;
     }
     Duration due = own ? *own : *track.due + track.step;
-    // Frames that are told in another order than they are shown, with the time of showing alone, must not
-    // leave in bursts.
-    if (!piece.decoding && track.due && track.step > Duration::zero() &&
-        std::chrono::abs(*track.due + track.step - due) < believableLead)
+    // Reordered frames that have presentation times only must not leave in bursts.
+    if (!unit.decoding && track.due && track.step > Duration::zero() &&
+        std::chrono::abs(*track.due + track.step - due) < maxDeviation)
     {
         due = *track.due + track.step;
     }
-    const Duration shown = piece.presentation ? *piece.presentation : due;
+    const Duration presented = unit.presentation ? *unit.presentation : due;
     if (!base_)
     {
         base_ = now - due;
     }
-    const Duration sinceLast = track.last && shown > *track.last ? shown - *track.last : usualDuration;
-    const Duration lasts = piece.duration ? *piece.duration : sinceLast;
+    const Duration sinceLast =
+        track.last && presented > *track.last ? presented - *track.last : defaultDuration;
+    const Duration end = presented + unit.duration.value_or(sinceLast);
     track.due = due;
-    track.step = piece.duration ? *piece.duration : Duration::zero();
-    track.end = track.last ? std::max(track.end, shown + lasts) : shown + lasts;
-    track.start = track.start ? std::min(*track.start, shown) : shown;
-    track.last = track.last ? std::max(*track.last, shown) : shown;
+    track.step = unit.duration.value_or(Duration::zero());
+    track.end = track.last ? std::max(track.end, end) : end;
+    track.start = track.start ? std::min(*track.start, presented) : presented;
+    track.last = track.last ? std::max(*track.last, presented) : presented;
 
     Placed placed;
     const auto onTimeline = [this](Duration time) { return std::max(Duration::zero(), *base_ + time); };
-    placed.presentation = piece.presentation || !piece.decoding ? Time(onTimeline(shown)) : std::nullopt;
-    placed.decoding = piece.decoding ? Time(onTimeline(*piece.decoding)) : std::nullopt;
+    placed.presentation = unit.presentation || !unit.decoding ? Time(onTimeline(presented)) : std::nullopt;
+    placed.decoding = unit.decoding ? Time(onTimeline(*unit.decoding)) : std::nullopt;
     placed.due = onTimeline(due);
     return placed;
 }
@@ -88,7 +88,7 @@ void LoopTimeline::startIteration()
     }
     if (base_ && start)
     {
-        *base_ += std::max(*end - *start, usualDuration);
+        *base_ += std::max(*end - *start, defaultDuration);
     }
 }
 

@@ -9,18 +9,18 @@
 namespace refhost
 {
 
-/// Places the media of a file that is played again and again on one timeline without a gap or a step back,
-/// and says when each piece is due.
+/// Maps the media of a file that is played in a loop to one timeline without a gap or a step back, and says
+/// when each unit is due.
 ///
-/// All tracks of a round begin together; the next round starts where the longest track of the last one ended.
+/// All tracks of an iteration start together, where the longest track of the previous iteration ended.
 /// Threads: one at a time.
 class LoopTimeline
 {
 public:
     using Time = std::optional<Duration>;
 
-    /// What is known of one frame or piece of audio, in the file's own time.
-    struct Piece
+    /// Times of one frame or block of audio in the file's own time; nothing where unknown.
+    struct Unit
     {
         Time presentation;
         Time decoding;
@@ -32,36 +32,36 @@ public:
     {
         Time presentation;
         Time decoding;
-        Duration due{};  ///< when it shall leave
+        Duration due{};  ///< when it is sent
     };
 
     /// \returns the track's number for the other operations
     std::size_t addTrack();
 
-    /// Places the next piece of a track.
-    /// \param now  the time on the timeline; the first piece of all is placed there
-    /// \returns nothing when the piece has no time and there is none to go on from
-    std::optional<Placed> place(std::size_t track, const Piece& piece, Duration now);
+    /// Places the next unit of a track.
+    /// \param now  present time on the timeline; the very first unit is placed there
+    /// \returns nothing when the unit has no time and its track has none to continue from
+    std::optional<Placed> place(std::size_t track, const Unit& unit, Duration now);
 
-    /// Notes that a track came to the end of the file.
-    /// \returns true when it was the last of them: the next pieces are those of the next round
+    /// A track reached the end of the file.
+    /// \returns true when it was the last track: the next units belong to the next iteration
     bool endTrack(std::size_t track);
 
 private:
     struct Track
     {
         bool ended = false;
-        Time due;         ///< of the last piece, in the file's time
-        Duration step{};  ///< from the last piece to the next, where the file tells it
-        Duration end{};   ///< latest end in this round, in the file's time
-        Time last;        ///< latest presentation in this round
-        Time start;       ///< earliest presentation in this round
+        Time due;         ///< of the last unit, in the file's time
+        Duration step{};  ///< from the last unit to the next; 0 when unknown
+        Duration end{};   ///< latest end in this iteration, in the file's time
+        Time last;        ///< latest presentation in this iteration
+        Time start;       ///< earliest presentation in this iteration
     };
 
     void startIteration();
 
     std::vector<Track> tracks_;
-    Time base_;  ///< what is added to the file's time in this round
+    Time base_;  ///< added to the file's time in this iteration
 };
 
 }  // namespace refhost

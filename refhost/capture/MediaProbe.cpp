@@ -90,7 +90,7 @@ void MediaProbe::take(GstBuffer* buffer)
     unit->duration = Duration(
         GST_BUFFER_DURATION_IS_VALID(buffer) ? static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)) : 0);
     unit->keyFrame = !isVideo(codec_) || !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT);
-    // Derived for every source: few give decode times, and those of RTP are times of arrival.
+    // Derived for every source: few provide decode times, and those of RTP are times of arrival.
     unit->decodeTime = isVideo(codec_) ? decodeTimes_.next(unit->captureTime, unit->duration, unit->keyFrame)
                                        : unit->captureTime;
     tap_->deliver(unit);

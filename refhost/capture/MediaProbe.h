@@ -15,9 +15,9 @@
 namespace refhost
 {
 
-/// Makes encoded units of what passes a pad, and hands them to a tap. While nobody taps it costs nothing.
+/// Delivers the buffers that pass a pad to a tap as encoded units. Without sinks it costs nothing.
 ///
-/// Threads: made and destroyed while no data pass the pad; works on the pad's streaming thread.
+/// Threads: created and destroyed while no data pass the pad; runs on the pad's streaming thread.
 class MediaProbe
 {
 public:
@@ -38,7 +38,7 @@ private:
     std::shared_ptr<MediaTap> tap_;
     DeliveryGate::Ptr gate_;
     gulong probe_ = 0;
-    GstValuePtr<GstCaps> caps_;  ///< that format_ was made of
+    GstValuePtr<GstCaps> caps_;  ///< from which format_ was made
     std::shared_ptr<const MediaFormat> format_;
     DecodeTimes decodeTimes_;
 };

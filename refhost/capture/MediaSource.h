@@ -14,47 +14,48 @@ namespace refhost
 
 class SourceClock;
 
-/// Takes what a source gives. Threads: any; a source calls it from its streaming threads too.
+/// Receives a source's media and events. Threads: any, including streaming threads.
 class MediaSink
 {
 public:
     virtual ~MediaSink() = default;
 
-    /// A pad inside the pipeline gives media that are coded as told, not parsed yet.
-    virtual void addCoded(GstPad* pad, Codec codec) = 0;
-    /// A pad gives media with these caps: coded, raw, or of no use.
-    /// \param clock  says when the media were captured; null where their timestamps do
+    /// A pad of the pipeline delivers encoded media of this codec, not parsed yet.
+    virtual void addEncoded(GstPad* pad, Codec codec) = 0;
+    /// A pad delivers media of these caps: encoded, raw, or unusable.
+    /// \param clock  gives their capture times; null where timestamps are capture times
     virtual void addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock) = 0;
-    /// No further pad will come.
+    /// No further pad will be added.
     virtual void padsComplete() = 0;
-    /// The source came to its end or cannot go on.
-    /// \param why       in plain words, may hold credentials
-    /// \param otherWay  it may go over another transport
+    /// The source ended or failed.
+    /// \param why             readable; may hold credentials
+    /// \param otherTransport  another transport may work
     virtual void sourceEnded(const std::string& why, bool otherTransport) = 0;
-    /// The source's clock cannot be used: times of arrival count. \param why  in plain words
+    /// The source's clock is unusable: times of arrival are used.
+    /// \param why  readable
     virtual void sourceClockUnusable(const std::string& why) = 0;
 };
 
-/// What stands at the head of a stream's pipeline: one kind of SourceConfig.
+/// The head of a stream's pipeline, one class per SourceConfig::Kind.
 ///
-/// It lives from before the pipeline's start until after its stop.
+/// Created before the pipeline's start and destroyed after its stop.
 class MediaSource
 {
 public:
     virtual ~MediaSource() = default;
 
-    /// Puts the source's elements into the pipeline, which does not run yet.
-    /// \param[out] error  why not, in plain words
-    /// \returns false when it cannot be done
+    /// Adds the source's elements to the pipeline. Requires: the pipeline does not run yet.
+    /// \param[out] error  readable reason of the failure
+    /// \returns false when the source cannot be built
     virtual bool build(GstBin* pipeline, std::string& error) = 0;
 
-    /// The pipeline is about to stop: nothing of the source may wait any more.
+    /// The pipeline is about to stop: ends every wait of the source.
     virtual void stop() {}
 
-    /// \param title    for the synthetic camera's frame
-    /// \param attempt    0 at first, another number to try another way to the same media, where there are
-    /// several:
-    ///               an RTSP camera over TCP or over UDP
+    /// Creates the source of a stream.
+    /// \param title    drawn into the synthetic camera's frames
+    /// \param attempt  0 at first; other numbers select other transports to the same media, where there are
+    ///                 several: TCP and UDP for an RTSP camera
     /// \param sink     outlives the source
     static std::unique_ptr<MediaSource> make(const StreamConfig& config, const std::string& title,
                                              unsigned attempt, MediaSink& sink);

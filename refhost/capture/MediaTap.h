@@ -10,18 +10,17 @@
 namespace refhost
 {
 
-/// The sinks of a stream's encoded media. It lives as long as the stream, through stops and starts of its
-/// source.
+/// The sinks of a stream's encoded media. It lives as long as the stream, across restarts of its source.
 ///
-/// Threads: any; a sink may not add or remove one from within a call.
+/// Threads: any; a sink must not add or remove sinks from within its calls.
 class MediaTap
 {
 public:
     void add(std::shared_ptr<EncodedUnitSink> sink);
-    /// The sink is not called any more after the return.
+    /// Once this returns, the sink is not called.
     void remove(const EncodedUnitSink* sink);
 
-    /// Cheap: units need not be made while it is true.
+    /// Cheap; while true, no units need to be made.
     bool isEmpty() const
     {
         return count_.load(std::memory_order_relaxed) == 0;

@@ -35,7 +35,7 @@ bool MediaTrack::open(GstPad* pad, const std::string& line, PayloadBranch::OnCap
     g_object_set(tee_, "allow-not-linked", TRUE, nullptr);
     gst_bin_add_many(GST_BIN(clock_.pipeline), chain, tee_, nullptr);
     gst_element_link(chain, tee_);
-    // The branch that is always there: it tells the track's description.
+    // This branch always exists: its payloader provides the track's description.
     if (!addBranch(PacketSize::payload, std::move(onCaps), error))
     {
         return false;
@@ -47,7 +47,7 @@ bool MediaTrack::open(GstPad* pad, const std::string& line, PayloadBranch::OnCap
     const GstObjectPtr<GstPad> entry(gst_element_get_static_pad(chain, "sink"));
     if (gst_pad_link(pad, entry.get()) != GST_PAD_LINK_OK)
     {
-        error = "the source's media do not fit what the stream asks for";
+        error = "the source's media do not fit the stream's configuration";
         return false;
     }
     return true;
@@ -59,8 +59,8 @@ void MediaTrack::setTaps(const Taps& taps)
     {
         const auto tap = taps.find(branch->first);
         branch->second->setTap(tap == taps.end() ? nullptr : tap->second);
-        const bool wanted = tap != taps.end() || branch->first == PacketSize::payload;
-        branch = wanted ? std::next(branch) : branches_.erase(branch);
+        const bool needed = tap != taps.end() || branch->first == PacketSize::payload;
+        branch = needed ? std::next(branch) : branches_.erase(branch);
     }
     for (const auto& [payloadSize, tap] : taps)
     {

@@ -11,7 +11,7 @@
 namespace refhost
 {
 
-/// One track of a running pipeline: what codes and parses it, the tee, and a branch for each payload size.
+/// One track of a running pipeline: encoder and parser, the tee, and a branch for each payload size.
 ///
 /// Threads: one at a time.
 class MediaTrack
@@ -19,24 +19,25 @@ class MediaTrack
 public:
     using Taps = std::map<int, std::shared_ptr<PacketTap>>;
 
-    /// \param clock  its pipeline holds everything and outlives the track
-    /// \param mediaTap  gets the encoded media
-    /// \param title  names the stream in the log
-    /// \param gate  all deliveries go through it
+    /// \param clock     its pipeline owns all elements and outlives the track
+    /// \param mediaTap  receives the encoded media
+    /// \param title     the stream's name in the log
+    /// \param gate      checked before every delivery
     MediaTrack(const CaptureClock& clock, Codec codec, std::shared_ptr<MediaTap> mediaTap,
                const std::string& title, DeliveryGate::Ptr gate);
     ~MediaTrack();
 
-    /// Links the track behind a pad.
-    /// \param line  launch line that makes the coded and parsed form of what the pad gives
-    /// \param onCaps  called on the track's threads with what the payloader makes
-    /// \returns false with `error` set when it cannot be done
+    /// Links the track to a pad.
+    /// \param line        launch line that encodes, if needed, and parses the pad's media
+    /// \param onCaps      called on the track's threads with the payloader's caps
+    /// \param[out] error  set on failure
+    /// \returns false when the track cannot be built
     bool open(GstPad* pad, const std::string& line, PayloadBranch::OnCaps onCaps, std::string& error);
 
-    /// Sees to it that there is a branch for each of these payload sizes and for no other but the usual.
+    /// Keeps one branch for each of these payload sizes and for the default one, and no others.
     void setTaps(const Taps& taps);
 
-    /// Asks what codes the track for a key frame.
+    /// Requests a key frame from the track's encoder.
     void requestKeyFrame();
 
     Codec codec() const

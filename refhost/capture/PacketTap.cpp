@@ -33,7 +33,7 @@ bool PacketTap::remove(const AccessUnitSink* sink)
         entries_ = std::move(changed);
     }
     removed->removed = true;
-    // Waits for a delivery under attempt, except for one that this very call comes out of.
+    // Waits for a delivery in progress, unless this call is made by that delivery's sink.
     const std::lock_guard<std::recursive_mutex> wait(deliveryMutex_);
     return true;
 }

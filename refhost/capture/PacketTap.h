@@ -11,21 +11,21 @@
 namespace refhost
 {
 
-/// The sinks of one track at one payload size. It lives as long as somebody is attached, through stops and
-/// starts of the source.
+/// The sinks of one track at one payload size. It lives as long as a sink is attached, across restarts of the
+/// source.
 ///
-/// Threads: any for every operation; a sink may call back into its stream.
+/// Threads: any; a sink may call its stream from within its calls, and detach itself.
 class PacketTap
 {
 public:
     void add(std::shared_ptr<AccessUnitSink> sink);
-    /// \returns true when the sink was here; it is not called any more after the return
+    /// \returns true when the sink was attached; it is not called once this returns
     bool remove(const AccessUnitSink* sink);
     bool isEmpty() const;
 
-    /// Hands a unit to the sinks; a sink that is new, or that saw a discontinuity, starts with a key unit.
+    /// Delivers a unit to the sinks; a new sink, or one after a discontinuity, starts with a key frame.
     void deliver(const AccessUnitPtr& unit);
-    /// Tells the sinks that what comes next does not continue what came before.
+    /// Notifies the sinks that later units do not continue earlier ones.
     void discontinuity();
 
 private:

@@ -12,9 +12,9 @@ namespace refhost
 namespace
 {
 
-/// What may wait for a branch whose sinks are slow, before the branch skips to the next key frame: the queue
-/// must neither hold up the encoder, which other branches share, nor grow. A camera's network that stood
-/// still for as long as a source may be silent brings all of that time at once.
+/// Bounds of a branch's queue; beyond them the branch skips to the next key frame. The queue must neither
+/// block the encoder, which other branches share, nor grow. It holds what a camera delivers at once after a
+/// network outage as long as a source may be silent.
 constexpr guint maxQueued = 1000;
 constexpr guint maxQueuedBytes = 32'000'000;
 constexpr guint minQueued = 10;
@@ -52,7 +52,7 @@ PayloadBranch::~PayloadBranch()
     GstBin* bin = GST_BIN(place_.clock.pipeline);
     for (GstElement* element : {sink_, payloader_, queue_})
     {
-        // Its own state from now on: a pipeline that changes state meanwhile must not wake it up again.
+        // Locked, so that a concurrent state change of the pipeline does not restart the element.
         gst_element_set_locked_state(element, TRUE);
         gst_element_set_state(element, GST_STATE_NULL);
         gst_bin_remove(bin, element);
@@ -126,7 +126,7 @@ void PayloadBranch::unlinkFromTee()
         return GST_PAD_PROBE_REMOVE;
     };
     const auto forget = [](gpointer data) { delete static_cast<std::shared_ptr<Done>*>(data); };
-    // The queue takes everything at once, so the pad is idle now or will be within a push.
+    // The queue never blocks, so the pad is idle now or after the present push.
     gst_pad_add_probe(teePad_, GST_PAD_PROBE_TYPE_IDLE, unlinkWhenIdle, new std::shared_ptr<Done>(done),
                       forget);
     unlinked.wait();
@@ -156,7 +156,7 @@ GstPadProbeReturn PayloadBranch::onPayloaderEvent(GstPad*, GstPadProbeInfo* info
         auto* branch = static_cast<PayloadBranch*>(self);
         GstCaps* rtpCaps = nullptr;
         gst_event_parse_caps(event, &rtpCaps);
-        // Asked in front of the payloader: its own pad knows its caps only after this event.
+        // Read upstream of the payloader: its own sink pad has its caps only after this event.
         const GstObjectPtr<GstPad> queueSource(gst_element_get_static_pad(branch->queue_, "src"));
         const GstValuePtr<GstCaps> mediaCaps(gst_pad_get_current_caps(queueSource.get()));
         branch->onCaps_(rtpCaps, mediaCaps.get());
@@ -213,7 +213,7 @@ void PayloadBranch::takePacket(GstBuffer* buffer, const GstSegment* segment)
     if (!taken && !refusalReported_)
     {
         refusalReported_ = true;
-        Log::warning("{}: packets with more than a plain RTP header are left out", place_.name);
+        Log::warning("{}: packets with more than a plain RTP header are dropped", place_.name);
     }
 }
 

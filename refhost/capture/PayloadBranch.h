@@ -19,15 +19,15 @@
 namespace refhost
 {
 
-/// One payloader of a track: tee ! queue ! payloader ! appsink, whose packets go to a tap as access units.
+/// One payloader of a track: tee ! queue ! payloader ! appsink. Its packets go to a tap as access units.
 ///
-/// Made and destroyed while the pipeline runs; destruction takes the branch out of the pipeline and returns
-/// when nothing is delivered any more.
+/// Created and destroyed while the pipeline runs. The destructor removes the branch from the pipeline and
+/// returns once nothing is delivered.
 class PayloadBranch
 {
 public:
-    /// Called on the branch's thread with what the payloader makes and what goes into it, at the start and
-    /// whenever it changes.
+    /// Called on the branch's thread with the caps of the payloader's output and input, at the start and at
+    /// every change.
     using OnCaps = std::function<void(const GstCaps* rtpCaps, const GstCaps* mediaCaps)>;
 
     struct Place
@@ -38,18 +38,19 @@ public:
         DeliveryGate::Ptr gate;
     };
 
-    /// \param payloadSize  most bytes of RTP payload in a packet
+    /// \param payloadSize  max bytes of RTP payload in a packet
     /// \param onCaps       may be empty
     PayloadBranch(const Place& place, Codec codec, int payloadSize, OnCaps onCaps);
     ~PayloadBranch();
     PayloadBranch(const PayloadBranch&) = delete;
     PayloadBranch& operator=(const PayloadBranch&) = delete;
 
-    /// \param[out] error  why not
-    /// \returns false when the elements cannot be had; the branch does nothing then
+    /// Creates the elements and links them to the tee.
+    /// \param[out] error  set on failure
+    /// \returns false when elements cannot be created; the branch does nothing then
     bool open(std::string& error);
 
-    /// Where the units go from now on; null for nowhere.
+    /// Sets the receiver of units; null for none.
     void setTap(std::shared_ptr<PacketTap> tap);
 
 private:

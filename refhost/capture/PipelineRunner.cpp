@@ -17,13 +17,13 @@ namespace refhost
 namespace
 {
 
-/// Counts what was abandoned, by stream.
+/// Counts abandoned pipelines by stream.
 class AbandonedCount
 {
 public:
     static AbandonedCount& instance()
     {
-        // Never destroyed: abandoned threads may outlive everything.
+        // Never destroyed: abandoned threads may run until the end of the process.
         static auto* const count = new AbandonedCount;
         return *count;
     }
@@ -60,7 +60,7 @@ private:
     std::map<std::string, int> counts_ OV_GUARDED_BY(mutex_);
 };
 
-/// Signals are for the program's first thread: new threads inherit the mask.
+/// Signals are handled by the main thread; new threads inherit the mask.
 class AllSignalsBlocked
 {
 public:
@@ -81,11 +81,11 @@ private:
     sigset_t before_{};
 };
 
-/// As many as a usual pipeline makes. Where the system does not have them, GStreamer's plugins partly end the
-/// program and partly go on without saying a word, so that it is better not to start.
+/// Threads of a typical pipeline. Without them, some GStreamer plugins abort the program and others fail
+/// silently, so a pipeline is not started then.
 constexpr int threadsNeeded = 24;
 
-/// \returns whether the system has so many threads just now
+/// \returns whether the system can create that many threads now
 bool haveThreads()
 {
     Mutex mutex;
@@ -142,7 +142,7 @@ struct PipelineRunner::State
     bool ended OV_GUARDED_BY(mutex) = false;
     bool abandoned OV_GUARDED_BY(mutex) = false;
     std::optional<Clock::time_point> busySince OV_GUARDED_BY(mutex);
-    std::uint64_t packets OV_GUARDED_BY(mutex) = 0;  ///< when it ended
+    std::uint64_t packets OV_GUARDED_BY(mutex) = 0;  ///< packetCount() of the ended pipeline
     bool otherTransport OV_GUARDED_BY(mutex) = false;
 };
 
@@ -263,7 +263,7 @@ int PipelineRunner::abandoned(const std::string& title)
 void PipelineRunner::run(const std::shared_ptr<State>& state)
 {
     pthread_setname_np(pthread_self(), "pipeline");
-    // Only this thread takes the pipeline away, so that it may be used without the lock here.
+    // Used without the lock: only this thread resets state->pipeline.
     StreamPipeline& pipeline = *state->pipeline;
     const MutexLock guard(state->mutex);
     bool startNow = true;
@@ -289,7 +289,7 @@ void PipelineRunner::run(const std::shared_ptr<State>& state)
             }
             else if (!pipeline.start(taps, error))
             {
-                // An error message of the bus says more than that it did not start; it comes before this.
+                // An error message of the bus says more than this one; it was reported before.
                 pipeline.reportFailure(error);
             }
         }

@@ -12,7 +12,7 @@ namespace refhost
 
 /// Runs a StreamPipeline on a thread of its own, because a source may hang in any call.
 ///
-/// An abandoned pipeline and its thread stay until the source lets go, muted, and are counted.
+/// An abandoned pipeline and its thread remain, muted and counted, until the source returns.
 class PipelineRunner : public SourceRun
 {
 public:
@@ -32,9 +32,9 @@ public:
     void mute() override;
     bool awaitEnd(Clock::time_point deadline) const override;
 
-    /// How many abandoned pipelines of the process have not ended yet.
+    /// Number of abandoned pipelines of the process that have not ended yet.
     static int abandoned();
-    /// The same of one stream. \param title  as Setup holds it
+    /// The same for one stream. \param title  as Setup::title
     static int abandoned(const std::string& title);
 
 private:

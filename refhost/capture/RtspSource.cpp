@@ -12,7 +12,7 @@ namespace refhost
 namespace
 {
 
-constexpr guint jitterLatency = 200;           // milliseconds that late packets are waited for
+constexpr guint jitterLatency = 200;           // milliseconds to wait for late packets
 constexpr guint64 silenceTimeout = 5'000'000;  // microseconds without an answer or a packet
 constexpr guint overUdp = 1;                   // GST_RTSP_LOWER_TRANS_UDP
 constexpr guint overTcp = 4;                   // GST_RTSP_LOWER_TRANS_TCP
@@ -47,7 +47,7 @@ bool RtspSource::build(GstBin* pipeline, std::string& error)
     return true;
 }
 
-/// What a server of this kind has kept of the past would arrive at once, as if it were captured at once.
+/// Asks a server of this program for no buffered GOP: its frames would arrive at once, as if captured at once.
 gboolean RtspSource::onBeforeSend(GstElement*, GstRTSPMessage* message, gpointer)
 {
     GstRTSPMethod method = GST_RTSP_INVALID;
@@ -199,7 +199,7 @@ void RtspSource::addPad(GstPad* pad)
     }
     if (!fresh)
     {
-        sink_.sourceEnded("the camera started its media again", false);
+        sink_.sourceEnded("the camera restarted its media", false);
         return;
     }
     DecodeStage::Events events;

@@ -18,8 +18,8 @@
 namespace refhost
 {
 
-/// Another camera, by its rtsp:// or rtsps:// URL, over UDP or with TLS, read by GStreamer. Over plain TCP
-/// RtspTcpSource does it.
+/// An RTSP camera by its rtsp:// or rtsps:// URL, over UDP or with TLS, read by GStreamer. RtspTcpSource reads
+/// cameras over plain TCP.
 class RtspSource : public MediaSource
 {
 public:
@@ -65,8 +65,8 @@ private:
     Mutex mutex_;
     std::vector<std::unique_ptr<DecodeStage>> decoders_ OV_GUARDED_BY(mutex_);
     std::vector<std::unique_ptr<Track>> tracks_ OV_GUARDED_BY(mutex_);
-    std::set<std::string> sessions_ OV_GUARDED_BY(mutex_);  ///< of which a pad came
-    /// The client and each of the decoders have to say that no further pad will come.
+    std::set<std::string> sessions_ OV_GUARDED_BY(mutex_);  ///< RTP sessions that added a pad
+    /// The client and each decoder, until they report that no further pad will be added.
     int openParts_ OV_GUARDED_BY(mutex_) = 1;
 };
 

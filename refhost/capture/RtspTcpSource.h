@@ -20,11 +20,10 @@
 namespace refhost
 {
 
-/// Another camera, by its rtsp:// URL, with its media interleaved in one TCP connection.
+/// An RTSP camera by its rtsp:// URL, with its media interleaved in one TCP connection.
 ///
-/// A thread of its own talks to the camera and hands each track's RTP packets, with the times that
-/// SourceClock gives them, to a GStreamer source. What a camera may send is bounded before anything else
-/// looks at it.
+/// A thread of its own talks to the camera and passes each track's RTP packets, with times of SourceClock, to
+/// a GStreamer source. The size of all input from the camera is bounded before it is parsed.
 class RtspTcpSource : public MediaSource
 {
 public:

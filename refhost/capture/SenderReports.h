@@ -19,14 +19,14 @@ public:
     {
         std::uint32_t ssrc = 0;
         std::uint32_t timestamp = 0;   ///< RTP timestamp of the same instant
-        std::optional<WallTime> wall;  ///< nothing when the sender has no clock
-        NtpTime sent;                  ///< the same as it stands in the report
+        std::optional<WallTime> wall;  ///< NTP time; nothing when the sender has no wall clock
+        NtpTime sent;                  ///< NTP time as in the report
     };
 
     using OnReport = std::function<void(const Report&)>;
     using OnBye = std::function<void(std::uint32_t ssrc)>;
 
-    /// Reads a compound packet up to where it is malformed.
+    /// Reads a compound packet up to the first malformed one in it.
     static void read(const std::uint8_t* data, std::size_t size, const OnReport& onReport,
                      const OnBye& onBye);
 };

@@ -10,16 +10,16 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr Duration maxReorder = 1s;    // that a B-frame's timestamp lies behind
-constexpr Duration maxAhead = 3s;      // that a timestamp runs ahead of its arrival in one step
-constexpr Duration restartStep = 1ms;  // least media time across a break of the timestamps
+constexpr Duration maxReorder = 1s;    // of a reordered frame's timestamp behind the latest
+constexpr Duration maxAhead = 3s;      // of a timestamp ahead of its arrival in one step
+constexpr Duration restartStep = 1ms;  // min media time across a discontinuity of the timestamps
 constexpr Duration delayWindow = 30s;
 constexpr Duration maxReportDistance = 60s;
-constexpr std::size_t maxKnots = 2000;  // 40 seconds and more: nothing waits so long for its time
+constexpr std::size_t maxKnots = 2000;  // 40 seconds or more: no unit is delayed that long
 
-// How fast the offset is corrected, in parts of the media time. What reports say, and that a packet came much
-// earlier than it was thought to be captured, is certain; that packets come later may be the network. Drift
-// is less than one in a thousand.
+// Divisors of the media time that limit how fast the offset is corrected. Reports are certain, and so is a
+// packet that arrived much earlier than its assumed capture; late packets may be due to the network. Drift is
+// less than one in a thousand.
 constexpr std::int64_t certainPart = 2;
 constexpr std::int64_t smallPart = 1000;
 constexpr std::int64_t lateLargePart = 20;
@@ -42,7 +42,7 @@ Duration SourceClock::place(std::uint32_t timestamp, std::uint32_t ssrc, Duratio
         ssrc_ = ssrc;
         reported_.reset();
     }
-    // In ticks, so that nothing is lost to rounding over days.
+    // In ticks, so that rounding errors do not add up.
     lastTicks_ += RtpClock::difference(timestamp, lastTimestamp_);
     lastTimestamp_ = timestamp;
     lastArrival_ = arrival;
@@ -71,11 +71,11 @@ SourceClock::Report SourceClock::report(std::uint32_t timestamp, std::uint32_t s
     const MutexLock guard(mutex_);
     if (started_ && ssrc != ssrc_)
     {
-        // The media may be about to change to it.
+        // The media may be about to change to this SSRC.
         pending_ = report ? std::optional<SenderReport>({timestamp, ssrc, *report}) : std::nullopt;
         return Report::unusable;
     }
-    // Judged by the fastest packets: the report itself may have been held up for long.
+    // Compared with the fastest packets: the report itself may be late.
     const Duration distance = started_ ? span(lastTimestamp_, timestamp) : Duration::zero();
     if (std::chrono::abs(distance) > maxReportDistance)
     {
@@ -135,7 +135,7 @@ bool SourceClock::continues(Duration span, Duration elapsed) const
 
 void SourceClock::restart(std::uint32_t timestamp, std::uint32_t ssrc, Duration arrival)
 {
-    // Media time goes on by what has passed meanwhile, and the capture times with it.
+    // Media time advances by the elapsed time, and the capture times with it.
     base_ = started_ ? latestMedia_ + std::max(arrival - lastArrival_, restartStep)
                      : std::max(arrival, Duration::zero());
     started_ = true;

@@ -18,10 +18,10 @@
 namespace refhost
 {
 
-/// One run of a camera stream's source, from its start to its stop. It starts when it is made.
+/// One run of a camera stream's source, from start to stop. It starts when it is created.
 ///
-/// No operation waits for the source but awaitEnd(), which has a deadline. Threads: any. The events are called
-/// on the run's own threads, must return soon and may not call back.
+/// No operation waits for the source except awaitEnd(), which has a deadline. Threads: any. Events are called
+/// on the run's own threads; they must not block and must not call the run.
 class SourceRun
 {
 public:
@@ -32,22 +32,21 @@ public:
 
     struct Events
     {
-        std::function<void()> described;                    ///< describe() returns something new
-        std::function<void(const std::string& why)> ended;  ///< it gives nothing any more; once or more often
-        /// Media are dated by their arrival; any number of times.
+        std::function<void()> described;                    ///< describe() has a new result
+        std::function<void(const std::string& why)> ended;  ///< no more media; called once or more often
+        /// Media are dated by their arrival; any number of calls.
         std::function<void(const std::string& why)> clockUnusable;
-        std::function<void()> stopped;  ///< what stop() asked for is done; the run may be destroyed
+        std::function<void()> stopped;  ///< stop() is complete; the run may be destroyed
     };
 
-    /// What a run is made of.
+    /// Arguments of a run.
     struct Setup
     {
         StreamConfig config;
-        std::string title;  ///< names the stream in the log
-        /// How often the stream changed its means of reading the source: another number, another transport or
-        /// another reader, where there are several.
+        std::string title;  ///< the stream's name in the log
+        /// Number of changes of transport or reader so far; selects one where the source has several.
         unsigned attempt = 0;
-        std::shared_ptr<MediaTap> mediaTap;  ///< gets the encoded media of every track
+        std::shared_ptr<MediaTap> mediaTap;  ///< receives the encoded media of every track
         Taps taps;
         Events events;
     };
@@ -58,31 +57,31 @@ public:
     SourceRun() = default;
     SourceRun(const SourceRun&) = delete;
     SourceRun& operator=(const SourceRun&) = delete;
-    /// Abandons the source if it has not ended yet; no event is called any more.
+    /// Abandons the source if it has not ended yet; no event is called afterwards.
     virtual ~SourceRun() = default;
 
-    /// Sets where packets go from now on.
+    /// Sets the receivers of packets.
     virtual void setTaps(const Taps& taps) = 0;
     virtual void requestKeyFrame() = 0;
 
-    /// How many RTP packets of any track came since the start.
+    /// Number of RTP packets of all tracks since the start.
     virtual std::uint64_t packetCount() const = 0;
-    /// True when the source can be reached but not by this attempt's means.
+    /// True when the source can be reached but not by this attempt's transport.
     virtual bool mayWorkByAnotherTransport() const = 0;
     /// Describes the tracks.
-    /// \param partial  true to be content with the tracks that are known by now, if there is one
-    /// \param[out] tracks  filled on success
-    /// \returns false while not all is known
+    /// \param partial      accept the tracks known so far, if there is one
+    /// \param[out] tracks  set on success
+    /// \returns false while tracks are missing
     virtual bool describe(bool partial, std::vector<SubMediaInfo>& tracks) const = 0;
-    /// For how long the run has been busy with what it was asked for last; 0 when it is done.
+    /// How long the present operation has taken; 0 when the run is idle.
     virtual Clock::duration busyFor() const = 0;
 
-    /// Ends the run. No event but `stopped` is called after the return.
+    /// Starts to end the run. Once this returns, `stopped` is the only event called.
     virtual void stop() = 0;
-    /// Has no event called any more, not even `stopped`.
+    /// Once this returns, no event is called, not even `stopped`.
     virtual void mute() = 0;
-    /// Waits until stop() is done.
-    /// \returns false when it is not by then
+    /// Waits until stop() is complete.
+    /// \returns false at the deadline
     virtual bool awaitEnd(Clock::time_point deadline) const = 0;
 };
 

@@ -48,10 +48,10 @@ bool StreamPipeline::start(const Taps& taps, std::string& error)
         taps_ = taps;
     }
     pipeline_.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
-    // The monotonic clock for every source: it is the clock of capture times.
+    // Every source uses the monotonic clock, which capture times are measured by.
     const GstObjectPtr<GstClock> clock(gst_system_clock_obtain());
     gst_pipeline_use_clock(GST_PIPELINE(pipeline_.get()), clock.get());
-    // Fixed now, not with the first data: sources place their media on the running time before it plays.
+    // Fixed now, not with the first data: sources map their media to the running time before PLAYING.
     gst_element_set_start_time(pipeline_.get(), GST_CLOCK_TIME_NONE);
     gst_element_set_base_time(pipeline_.get(), gst_clock_get_time(clock.get()));
     const GstObjectPtr<GstBus> bus(gst_element_get_bus(pipeline_.get()));
@@ -113,7 +113,7 @@ bool StreamPipeline::describe(bool partial, std::vector<SubMediaInfo>& tracks) c
     return true;
 }
 
-void StreamPipeline::addCoded(GstPad* pad, Codec codec)
+void StreamPipeline::addEncoded(GstPad* pad, Codec codec)
 {
     addTrack(pad, codec, GstCodec::parserLine(codec), true, nullptr);
 }
@@ -122,9 +122,9 @@ void StreamPipeline::addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<co
 {
     if (const std::optional<Codec> codec = GstCodec::of(caps))
     {
-        const bool wanted = (isVideo(*codec) ? config_.videoCodec : config_.audioCodec).has_value();
-        return wanted ? addTrack(pad, *codec, GstCodec::parserLine(*codec), false, std::move(clock))
-                      : dropPad(pad);
+        const bool enabled = (isVideo(*codec) ? config_.videoCodec : config_.audioCodec).has_value();
+        return enabled ? addTrack(pad, *codec, GstCodec::parserLine(*codec), false, std::move(clock))
+                       : dropPad(pad);
     }
     const std::string name = caps == nullptr || gst_caps_get_size(caps) == 0
                                  ? std::string()
@@ -196,7 +196,7 @@ GstBusSyncReply StreamPipeline::onMessage(GstBus*, GstMessage* message, gpointer
     }
     else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS)
     {
-        pipeline->sourceEnded("the source came to its end", false);
+        pipeline->sourceEnded("the source ended", false);
     }
     gst_message_unref(message);
     return GST_BUS_DROP;
@@ -213,7 +213,7 @@ void StreamPipeline::addTrack(GstPad* pad, Codec codec, const std::string& line,
     }
 }
 
-/// \returns false with an empty error where there is such a track already
+/// \returns false with an empty error when the track exists already
 bool StreamPipeline::makeTrack(const std::string& trackId, GstPad* pad, Codec codec, const std::string& line,
                                bool encoded, std::shared_ptr<const SourceClock> clock, std::string& error)
 {

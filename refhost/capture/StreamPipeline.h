@@ -25,72 +25,69 @@ namespace refhost
 
 /// One run of a camera stream: source, tracks and branches in one GStreamer pipeline, from start to stop.
 ///
-/// Threads: start, setTaps, requestKeyFrame, stop and the destructor from one thread, which may have to wait
-/// for the source, even for ever; the others from any, at once.
+/// Threads: start, setTaps, requestKeyFrame, stop and the destructor on one thread, which the source may block,
+/// even forever; the others on any thread, without waiting.
 class StreamPipeline : private MediaSink
 {
 public:
-    /// Called on streaming threads; may not call back.
+    /// As in SourceRun. Called on streaming threads; must not call the pipeline.
     struct Events
     {
-        std::function<void()> described;                    ///< describe() tells something new
-        std::function<void(const std::string& why)> ended;  ///< it gives nothing any more; once or more often
-        std::function<void(const std::string& why)>
-            clockUnusable;  ///< times of arrival count; any number of times
+        std::function<void()> described;
+        std::function<void(const std::string& why)> ended;
+        std::function<void(const std::string& why)> clockUnusable;
     };
 
     using Taps = SourceRun::Taps;
 
-    /// \param title  names the stream in the log and in the synthetic camera's frames
-    /// \param attempt    as MediaSource::make() takes it
-    /// \param mediaTap  gets the encoded media of every track
+    /// \param title     the stream's name in the log and in the synthetic camera's frames
+    /// \param attempt   as for MediaSource::make()
+    /// \param mediaTap  receives the encoded media of every track
     StreamPipeline(const StreamConfig& config, const std::string& title, unsigned attempt,
                    std::shared_ptr<MediaTap> mediaTap, Events events);
-    /// Stops, which may take for ever where the source hangs. No event is called and nothing is delivered
-    /// after the return.
+    /// Stops, which may take forever when the source hangs. No event is called and nothing is delivered
+    /// afterwards.
     ~StreamPipeline() override;
 
-    /// \returns false with `error` set when the source cannot be opened
+    /// \param[out] error  set on failure
+    /// \returns false when the source cannot be opened
     bool start(const Taps& taps, std::string& error);
 
-    /// Stops, as the destructor does otherwise.
+    /// Stops, unless stopped before.
     void stop();
 
-    /// Reports that the source has ended, as it may do itself.
+    /// Reports the end of the source, as the source itself does.
     void reportFailure(const std::string& why)
     {
         sourceEnded(why, false);
     }
 
-    /// Has no event called any more, and next to nothing delivered: what is just being delivered may still
-    /// be. From any thread, at once.
+    /// Once this returns, no event is called, and nothing is delivered except units whose delivery has
+    /// started. On any thread, without waiting.
     void mute();
 
-    /// Says which packets are wanted from now on.
+    /// Sets the receivers of packets.
     void setTaps(const Taps& taps);
 
     void requestKeyFrame();
 
-    /// How many packets of any track were made since the start. From any thread.
+    /// Number of packets of all tracks since the start. On any thread.
     std::uint64_t packetCount() const
     {
         return gate_->packetCount();
     }
 
-    /// True when the source could be reached but not in this way.
+    /// True when the source could be reached but not by this transport.
     bool mayWorkByAnotherTransport() const
     {
         return otherTransport_;
     }
 
-    /// Tells the tracks.
-    /// \param partial  true to be content with the tracks that are known by now, if there is one
-    /// \param[out] tracks  filled on success
-    /// \returns false while not all is known
+    /// As SourceRun::describe(). On any thread.
     bool describe(bool partial, std::vector<SubMediaInfo>& tracks) const;
 
 private:
-    void addCoded(GstPad* pad, Codec codec) override;
+    void addEncoded(GstPad* pad, Codec codec) override;
     void addPad(GstPad* pad, const GstCaps* caps, std::shared_ptr<const SourceClock> clock) override;
     void padsComplete() override;
     void sourceEnded(const std::string& why, bool otherTransport) override;

@@ -80,7 +80,7 @@ bool SyntheticSource::addLine(GstBin* pipeline, const std::string& line, Codec c
         g_object_set(clock.get(), "text", title_.c_str(), nullptr);
     }
     const GstObjectPtr<GstPad> pad(gst_element_get_static_pad(bin, "src"));
-    sink_.addCoded(pad.get(), codec);
+    sink_.addEncoded(pad.get(), codec);
     return true;
 }
 

@@ -6,11 +6,11 @@
 namespace refhost
 {
 
-/// The built-in camera: a test pattern that moves, with a title and the time of day burnt in, and a tone.
+/// The built-in camera: a moving test pattern with a title and the time of day, and a tone.
 class SyntheticSource : public MediaSource
 {
 public:
-    /// \param title  burnt in before the time
+    /// \param title  drawn before the time
     SyntheticSource(const StreamConfig& config, const std::string& title, MediaSink& sink);
 
     bool build(GstBin* pipeline, std::string& error) override;

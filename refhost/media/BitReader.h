@@ -7,13 +7,13 @@
 namespace refhost
 {
 
-/// Reads the fields of a NAL unit's payload, bit by bit, as ITU-T H.264 and H.265 write them (7.2, 9.1).
+/// Reads the fields of a NAL unit's payload bit by bit (ITU-T H.264 and H.265, sections 7.2 and 9.1).
 ///
-/// Behind the end everything reads as 0, and failed() says so. Threads: one at a time.
+/// Beyond the end every field reads as 0 and failed() returns true. Threads: one at a time.
 class BitReader
 {
 public:
-    /// \param data  the NAL unit behind its header; emulation prevention bytes are taken out
+    /// \param data  the NAL unit without its header; emulation prevention bytes are removed
     BitReader(const std::uint8_t* data, std::size_t size);
 
     /// An unsigned number of 0 to 32 bits: u(n).
@@ -28,7 +28,7 @@ public:
     std::int32_t se();
     void skip(std::size_t count);
 
-    /// More was read than there is, or a number that cannot be.
+    /// The end was passed, or an impossible number was read.
     bool failed() const
     {
         return failed_;

@@ -51,7 +51,7 @@ protected:
     }
 };
 
-TEST_F(CameraStreamTest, DescriptionTellsVideoAndAudio)
+TEST_F(CameraStreamTest, DescribesVideoAndAudio)
 {
     open();
     EXPECT_EQ(source->describe(tracks), Description::starting);
@@ -77,7 +77,7 @@ TEST_F(CameraStreamTest, DescriptionTellsVideoAndAudio)
     EXPECT_EQ(tracks[1].formatParameters, "");
 }
 
-TEST_F(CameraStreamTest, VideoUnitsAreWholeAndInOrderAndBeginWithAKeyFrame)
+TEST_F(CameraStreamTest, VideoUnitsAreCompleteAndInOrderAndStartWithAKeyFrame)
 {
     open();
     const auto sink = watch("trackID=0");
@@ -110,7 +110,7 @@ TEST_F(CameraStreamTest, VideoUnitsAreWholeAndInOrderAndBeginWithAKeyFrame)
     EXPECT_GE(keys, 2U);
 }
 
-TEST_F(CameraStreamTest, TwoPayloadSizesComeFromOneEncoder)
+TEST_F(CameraStreamTest, TwoPayloadSizesShareOneEncoder)
 {
     open();
     const auto large = attach("trackID=0");
@@ -133,7 +133,7 @@ TEST_F(CameraStreamTest, TwoPayloadSizesComeFromOneEncoder)
     }
 }
 
-TEST_F(CameraStreamTest, SizeAddedLaterIsServedAndRemovedAgain)
+TEST_F(CameraStreamTest, PayloadSizeCanBeAddedAndRemovedLater)
 {
     open();
     const auto large = watch("trackID=0");
@@ -152,7 +152,7 @@ TEST_F(CameraStreamTest, SizeAddedLaterIsServedAndRemovedAgain)
     EXPECT_EQ(large->discontinuities(), 0);
 }
 
-TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
+TEST_F(CameraStreamTest, VideoAndAudioHaveOneTimeline)
 {
     open();
     const auto video = attach("trackID=0");
@@ -181,7 +181,7 @@ TEST_F(CameraStreamTest, VideoAndAudioAgreeOnTheTime)
     EXPECT_NEAR(framesOffset, audiosOffset, 0.001);
 }
 
-TEST_F(CameraStreamTest, ViewersThatComeAndGoWhileTheSourceHangsLeaveFewTasks)
+TEST_F(CameraStreamTest, TasksAreFewWhileViewersComeAndGoAndTheSourceHangs)
 {
     open();
     std::promise<void> held;
@@ -230,7 +230,7 @@ TEST_F(CameraStreamTest, SourceStopsAfterTheLastViewer)
     EXPECT_FALSE(source->isRunning());
 }
 
-TEST_F(CameraStreamTest, SourceRunsOnWhenTheNextViewerComesSoon)
+TEST_F(CameraStreamTest, SourceKeepsRunningWhenTheNextViewerComesSoon)
 {
     options.linger = std::chrono::seconds(30);
     open();
@@ -245,7 +245,7 @@ TEST_F(CameraStreamTest, SourceRunsOnWhenTheNextViewerComesSoon)
     EXPECT_EQ(sink->discontinuities(), 0);
 }
 
-TEST_F(CameraStreamTest, SourceStartsAgainForALaterViewer)
+TEST_F(CameraStreamTest, SourceRestartsForALaterViewer)
 {
     open();
     const auto sink = watch("trackID=0");
@@ -259,7 +259,7 @@ TEST_F(CameraStreamTest, SourceStartsAgainForALaterViewer)
     EXPECT_EQ(source->starts(), 2);
 }
 
-TEST_F(CameraStreamTest, ADescriptionThatNobodyFollowsStopsTheSource)
+TEST_F(CameraStreamTest, SourceStopsAfterADescriptionWithoutViewers)
 {
     open();
     const auto sink = attach("trackID=0");
@@ -268,7 +268,7 @@ TEST_F(CameraStreamTest, ADescriptionThatNobodyFollowsStopsTheSource)
     EXPECT_FALSE(source->isRunning());
 }
 
-TEST_F(CameraStreamTest, RequestedKeyFrameComesBeforeItsTurn)
+TEST_F(CameraStreamTest, RequestedKeyFrameComesBeforeTheEndOfTheGop)
 {
     stream.gop = 250;
     open();
@@ -282,7 +282,7 @@ TEST_F(CameraStreamTest, RequestedKeyFrameComesBeforeItsTurn)
         2);
 }
 
-TEST_F(CameraStreamTest, KeyFramesAreForcedAtMostTwiceASecond)
+TEST_F(CameraStreamTest, KeyFrameRequestsAreLimitedToTwoASecond)
 {
     stream.gop = 250;
     open();
@@ -299,7 +299,7 @@ TEST_F(CameraStreamTest, KeyFramesAreForcedAtMostTwiceASecond)
     EXPECT_LE(keys, 4);
 }
 
-TEST_F(CameraStreamTest, ViewersThatComeAndGoAtRandomDoNoHarm)
+TEST_F(CameraStreamTest, ViewersMayComeAndGoAtRandom)
 {
     options.linger = std::chrono::milliseconds(1);
     open();
@@ -336,7 +336,7 @@ TEST_F(CameraStreamTest, ViewersThatComeAndGoAtRandomDoNoHarm)
     EXPECT_TRUE(steady->waitForUnits(before + 3));
 }
 
-TEST_F(CameraStreamTest, StreamMayEndWhileItStarts)
+TEST_F(CameraStreamTest, StreamMayBeDestroyedWhileItStarts)
 {
     for (int round = 0; round < 20; ++round)
     {

@@ -78,7 +78,7 @@ class DecodeTimesTest : public testing::TestWithParam<Case>
 {
 };
 
-TEST_P(DecodeTimesTest, GrowAndAreNeverLaterThanThePresentation)
+TEST_P(DecodeTimesTest, IncreaseAndAreNeverLaterThanThePresentation)
 {
     for (const Duration duration : {frame, Duration::zero()})
     {
@@ -114,7 +114,7 @@ std::vector<std::int64_t> decoded(DecodeTimes& times, const Numbers& frames, int
     return found;
 }
 
-TEST(DecodeTimes, AreThoseOfACoderThatGivesThem)
+TEST(DecodeTimes, EqualThoseOfAnEncoder)
 {
     DecodeTimes times;
     times.setDepth(2);
@@ -122,7 +122,7 @@ TEST(DecodeTimes, AreThoseOfACoderThatGivesThem)
               (std::vector<std::int64_t>{-2, -1, 0, 1, 2, 3, 4, 5, 6}));
 }
 
-TEST(DecodeTimes, ThereAreNoneForFramesThatCannotBeDecoded)
+TEST(DecodeTimes, FramesBeforeTheFirstKeyFrameKeepTheirPresentationTimes)
 {
     DecodeTimes times;
     times.setDepth(2);
@@ -130,7 +130,7 @@ TEST(DecodeTimes, ThereAreNoneForFramesThatCannotBeDecoded)
               (std::vector<std::int64_t>{14, 12, 13, 18, 18, 19, 19, 20}));
 }
 
-TEST(DecodeTimes, ParameterSetsThatChangeTheDepthLeaveNoStep)
+TEST(DecodeTimes, ChangeOfDepthCausesNoStep)
 {
     for (const unsigned before : {0U, 1U, 4U})
     {
@@ -154,7 +154,7 @@ TEST(DecodeTimes, ParameterSetsThatChangeTheDepthLeaveNoStep)
     }
 }
 
-TEST(DecodeTimes, AStreamThatReordersMoreThanItSaysIsUnderstoodBeforeLong)
+TEST(DecodeTimes, DepthAdaptsToAStreamThatReordersMoreThanDeclared)
 {
     DecodeTimes times;
     times.setDepth(0);
@@ -171,7 +171,7 @@ TEST(DecodeTimes, AStreamThatReordersMoreThanItSaysIsUnderstoodBeforeLong)
     EXPECT_LE(back, 2);
 }
 
-TEST(DecodeTimes, ASourceWhoseTimeIsSetBackStartsAgain)
+TEST(DecodeTimes, StartsAgainWhenPresentationTimesAreSetBack)
 {
     DecodeTimes times;
     times.setDepth(1);

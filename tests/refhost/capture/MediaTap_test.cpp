@@ -75,7 +75,7 @@ protected:
     }
 };
 
-TEST_F(MediaTapTest, TapGivesWholeFramesWithWhatTheirDecoderNeeds)
+TEST_F(MediaTapTest, TapDeliversCompleteFramesWithTheirCodecData)
 {
     open();
     const auto sink = tap();
@@ -124,7 +124,7 @@ TEST_F(MediaTapTest, UnitsHaveTheCaptureTimesOfThePackets)
                             { return test::nsOf(frame->captureTime) == captured; }));
 }
 
-TEST_F(MediaTapTest, AudioComesInTheSameTimeWithItsOwnFormat)
+TEST_F(MediaTapTest, AudioHasVideosTimelineAndItsOwnFormat)
 {
     stream.audioCodec = Codec::aac;
     open();
@@ -141,7 +141,7 @@ TEST_F(MediaTapTest, AudioComesInTheSameTimeWithItsOwnFormat)
         1e9);
 }
 
-TEST_F(MediaTapTest, OpusComesWithTheHeaderThatAFileNeeds)
+TEST_F(MediaTapTest, OpusHasTheIdentificationHeaderForFiles)
 {
     stream.audioCodec = Codec::opus;
     open();
@@ -153,7 +153,7 @@ TEST_F(MediaTapTest, OpusComesWithTheHeaderThatAFileNeeds)
     EXPECT_EQ(infoOf(Codec::opus).samplesIn(audio.bytes.data(), audio.bytes.size(), 1), 960U);
 }
 
-TEST_F(MediaTapTest, TapLivesThroughAStopOfTheSource)
+TEST_F(MediaTapTest, TapSurvivesAStopOfTheSource)
 {
     open();
     const auto sink = tap();
@@ -168,7 +168,7 @@ TEST_F(MediaTapTest, TapLivesThroughAStopOfTheSource)
     EXPECT_GT(frames[before]->captureTime, frames[before - 1]->captureTime);
 }
 
-TEST_F(MediaTapTest, RemovedSinkIsNotCalledAnyMore)
+TEST_F(MediaTapTest, RemovedSinkIsNotCalled)
 {
     open();
     const auto sink = tap();

@@ -19,7 +19,7 @@ AccessUnitPtr unit(bool key)
     return made;
 }
 
-TEST(PacketTap, NewSinkStartsWithAKeyUnit)
+TEST(PacketTap, NewSinkStartsWithAKeyFrame)
 {
     PacketTap tap;
     const auto sink = std::make_shared<CollectingSink>();
@@ -31,7 +31,7 @@ TEST(PacketTap, NewSinkStartsWithAKeyUnit)
     EXPECT_EQ(sink->units().size(), 2U);
 }
 
-TEST(PacketTap, SinkStartsWithAKeyUnitAgainAfterADiscontinuity)
+TEST(PacketTap, SinkStartsWithAKeyFrameAfterADiscontinuity)
 {
     PacketTap tap;
     const auto sink = std::make_shared<CollectingSink>();
@@ -87,7 +87,7 @@ TEST(PacketTap, SinkMayRemoveItselfAndOthersWhileItIsCalled)
     EXPECT_TRUE(tap.isEmpty());
 }
 
-TEST(PacketTap, RemovalWaitsForADeliveryUnderWay)
+TEST(PacketTap, RemovalWaitsForADeliveryInProgress)
 {
     struct Slow : AccessUnitSink
     {

@@ -53,7 +53,7 @@ protected:
     }
 };
 
-TEST_F(PipelineRunnerTest, SourceThatHangsIsAbandonedAndReplacedUpToTheBound)
+TEST_F(PipelineRunnerTest, HangingSourceIsAbandonedAndReplacedUpToTheLimit)
 {
     // Long enough that the second one hangs while the first still does.
     useHangingSource(std::chrono::seconds(4));
@@ -74,7 +74,7 @@ TEST_F(PipelineRunnerTest, SourceThatHangsIsAbandonedAndReplacedUpToTheBound)
     EXPECT_THAT(log, HasSubstr("camera 1/0 \"test\": too many of its sources hang"));
 }
 
-TEST_F(PipelineRunnerTest, StreamsEndInTimeThoughTheirSourceHangs)
+TEST_F(PipelineRunnerTest, StreamsEndInTimeWithAHangingSource)
 {
     useHangingSource(std::chrono::seconds(5));
     // Long enough for the source to begin to hang.
@@ -93,7 +93,7 @@ TEST_F(PipelineRunnerTest, StreamsEndInTimeThoughTheirSourceHangs)
     EXPECT_TRUE(waitFor([] { return PipelineRunner::abandoned() == 0; }));
 }
 
-TEST_F(PipelineRunnerTest, NothingIsDeliveredByAPipelineThatWasAbandoned)
+TEST_F(PipelineRunnerTest, AbandonedPipelineDeliversNothing)
 {
     useLaunchLine(
         "videotestsrc is-live=true ! video/x-raw,width=16,height=16,framerate=50/1 ! "
@@ -113,7 +113,7 @@ TEST_F(PipelineRunnerTest, NothingIsDeliveredByAPipelineThatWasAbandoned)
 }
 
 // A limit of threads does not hold for root, so that the test needs another user.
-TEST_F(PipelineRunnerTest, WithoutThreadsTheStreamFailsAndGoesOnLater)
+TEST_F(PipelineRunnerTest, WithoutThreadsTheStreamFailsAndRecoversLater)
 {
     if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0)
     {

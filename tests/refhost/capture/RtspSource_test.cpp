@@ -20,7 +20,7 @@ protected:
     }
 };
 
-TEST_F(RtspSourceTest, AnotherCamerasMediaArePassedOn)
+TEST_F(RtspSourceTest, MediaOfACameraArePassedOn)
 {
     const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP);
     stream.source.location = camera.url();
@@ -42,7 +42,7 @@ TEST_F(RtspSourceTest, AnotherCamerasMediaArePassedOn)
     }
 }
 
-TEST_F(RtspSourceTest, AudioIsNotAskedForWhenNoneIsWanted)
+TEST_F(RtspSourceTest, AudioIsNotSetUpWhenNoneIsConfigured)
 {
     const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP);
     stream.source.location = camera.url();
@@ -61,7 +61,7 @@ std::string jpegOf(int width, int height)
            "pt=98";
 }
 
-TEST_F(RtspSourceTest, JpegAndOpusArePassedOnWhereTheyAreConfigured)
+TEST_F(RtspSourceTest, JpegAndOpusArePassedOnWhenConfigured)
 {
     const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP, 0, jpegOf(160, 96));
     stream.source.location = camera.url();
@@ -88,7 +88,7 @@ TEST_F(RtspSourceTest, JpegAndOpusArePassedOnWhereTheyAreConfigured)
     }
 }
 
-TEST_F(RtspSourceTest, JpegAndOpusAreEncodedAgainWhereTheyAreNotConfigured)
+TEST_F(RtspSourceTest, JpegAndOpusAreTranscodedUnlessConfigured)
 {
     const ForeignCamera camera(GST_RTSP_LOWER_TRANS_TCP, 0, jpegOf(160, 96));
     stream.source.location = camera.url();
@@ -129,7 +129,7 @@ TEST_F(RtspSourceTest, CameraWithoutTcpIsReadOverUdp)
     EXPECT_GT(video->delays().back(), std::chrono::milliseconds(-100));
 }
 
-TEST_F(RtspSourceTest, CameraThatComesBackIsPlayedAgain)
+TEST_F(RtspSourceTest, CameraThatReturnsIsPlayedAgain)
 {
     auto camera = std::make_unique<ForeignCamera>(GST_RTSP_LOWER_TRANS_TCP);
     const int port = camera->port();

@@ -26,7 +26,7 @@ Found read(const std::uint8_t* data, std::size_t size)
     return found;
 }
 
-TEST(SenderReports, ReportAndByeAreFound)
+TEST(SenderReports, FindsReportAndBye)
 {
     constexpr WallTime wall(Duration(1'800'000'000'123'456'789));
     const RtcpWriter packet({5, wall, 77, 1, 2}, RtcpWriter::randomName(), true);
@@ -38,7 +38,7 @@ TEST(SenderReports, ReportAndByeAreFound)
     EXPECT_EQ(found.byes, std::vector<std::uint32_t>{5});
 }
 
-TEST(SenderReports, SenderWithoutAClockSaysSo)
+TEST(SenderReports, SenderWithoutWallClockHasNoTime)
 {
     std::vector<std::uint8_t> packet(28);
     packet[0] = 0x80;
@@ -49,7 +49,7 @@ TEST(SenderReports, SenderWithoutAClockSaysSo)
     EXPECT_FALSE(found.reports[0].wall.has_value());
 }
 
-TEST(SenderReports, TimesBehindTheEndOfTheEraGoOn)
+TEST(SenderReports, TimesContinueAfterTheEndOfTheEra)
 {
     std::vector<std::uint8_t> packet(28);
     packet[0] = 0x80;

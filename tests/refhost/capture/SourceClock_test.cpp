@@ -60,7 +60,7 @@ protected:
     Duration minMediaStep = second;
 };
 
-TEST_F(SourceClockTest, MediaTimesFollowTheTimestampsWhateverTheNetworkDoes)
+TEST_F(SourceClockTest, MediaTimesFollowTheTimestampsDespiteJitter)
 {
     std::mt19937 random(1);
     give(second, 3 * ms);
@@ -72,7 +72,7 @@ TEST_F(SourceClockTest, MediaTimesFollowTheTimestampsWhateverTheNetworkDoes)
     }
 }
 
-TEST_F(SourceClockTest, StallsOfSixSecondsMoveNoTime)
+TEST_F(SourceClockTest, StallsOfSixSecondsChangeNoTime)
 {
     for (std::int64_t i = 0; i < 1500; ++i)
     {
@@ -86,7 +86,7 @@ TEST_F(SourceClockTest, StallsOfSixSecondsMoveNoTime)
     EXPECT_GT(minMediaStep, frame - ms);
 }
 
-TEST_F(SourceClockTest, DriftIsFollowedOverHoursWithoutAJump)
+TEST_F(SourceClockTest, FollowsDriftOverHoursWithoutAJump)
 {
     for (const double parts : {200e-6, -200e-6})
     {
@@ -126,7 +126,7 @@ TEST_F(SourceClockTest, ReportBeforeTheMediaDatesTheFirstFrame)
     EXPECT_NEAR(nsOf(give(second + frame, 700 * ms)), 0, 1e5);
 }
 
-TEST_F(SourceClockTest, CaptureTimesTurnToTheReportsWithoutGoingBack)
+TEST_F(SourceClockTest, CaptureTimesConvergeToTheReportsWithoutGoingBack)
 {
     for (std::int64_t i = 0; i < 100; ++i)
     {
@@ -143,7 +143,7 @@ TEST_F(SourceClockTest, CaptureTimesTurnToTheReportsWithoutGoingBack)
     EXPECT_GE(minStep, frame / 2);
 }
 
-TEST_F(SourceClockTest, BurstAtTheStartIsDatedByWhatCannotBe)
+TEST_F(SourceClockTest, InitialBurstIsDatedByItsLastFrame)
 {
     // Two seconds that were kept come at once: their last frame was captured just now.
     for (std::int64_t i = 0; i < 200; ++i)
@@ -158,7 +158,7 @@ TEST_F(SourceClockTest, BurstAtTheStartIsDatedByWhatCannotBe)
     EXPECT_GT(minStep, Duration::zero());
 }
 
-TEST_F(SourceClockTest, ReportThatWasHeldUpIsBelieved)
+TEST_F(SourceClockTest, DelayedReportIsUsed)
 {
     for (std::int64_t i = 0; i < 50; ++i)
     {
@@ -168,7 +168,7 @@ TEST_F(SourceClockTest, ReportThatWasHeldUpIsBelieved)
     EXPECT_EQ(clock.report(timestampOf(at), ssrc, at, at + 9 * second), SourceClock::Report::used);
 }
 
-TEST_F(SourceClockTest, WrongClockIsNotBelieved)
+TEST_F(SourceClockTest, WrongClockIsNotUsed)
 {
     give(second, 5 * ms);
     EXPECT_EQ(reportAt(second, 3600 * second), SourceClock::Report::wrongClock);
@@ -179,7 +179,7 @@ TEST_F(SourceClockTest, WrongClockIsNotBelieved)
     }
 }
 
-TEST_F(SourceClockTest, ClockThatIsSetLaterIsBelievedThen)
+TEST_F(SourceClockTest, ClockThatIsCorrectedLaterIsUsedThen)
 {
     give(second, 5 * ms);
     EXPECT_EQ(reportAt(second, -3600 * second), SourceClock::Report::wrongClock);
@@ -188,7 +188,7 @@ TEST_F(SourceClockTest, ClockThatIsSetLaterIsBelievedThen)
     EXPECT_NEAR(nsOf(give(second + 2 * frame, 5 * ms)), 0, 1e5);
 }
 
-TEST_F(SourceClockTest, TimestampsThatJumpNeverTakeTheTimeBackOrFarAhead)
+TEST_F(SourceClockTest, TimestampJumpsNeverMoveTimeBackOrFarAhead)
 {
     std::mt19937 random(1);
     Duration latest{};
@@ -212,7 +212,7 @@ TEST_F(SourceClockTest, TimestampsThatJumpNeverTakeTheTimeBackOrFarAhead)
     EXPECT_GT(minStep, -second);
 }
 
-TEST_F(SourceClockTest, AudioNeverGoesBackAtAll)
+TEST_F(SourceClockTest, AudioTimeNeverGoesBack)
 {
     SourceClock audio(RtpClock(8000), false);
     std::mt19937 random(1);
