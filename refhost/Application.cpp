@@ -33,11 +33,11 @@ namespace refhost
 namespace
 {
 
-// From the signal that ends the program to its end, whatever hangs.
-constexpr std::chrono::milliseconds endTime(2800);
+// Max time from the signal that ends the program to its end, whatever hangs.
+constexpr std::chrono::milliseconds maxEndTime(2800);
 
-// Blocks the signals that end the program for this thread and those that it will start, so that only wait()
-// sees them. Destroyed, it lets them through again: a second Ctrl-C ends a shutdown that takes too long.
+// Blocks the signals that end the program for this thread and those it starts, so that only wait() receives
+// them. The destructor unblocks them: a second Ctrl-C ends a shutdown that takes too long.
 class EndSignals
 {
 public:
@@ -46,7 +46,7 @@ public:
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGINT);
         sigaddset(&signals_, SIGTERM);
-        // A closed terminal ends the program in good order, too, unless nohup said that it must not.
+        // A closed terminal ends the program orderly too, unless started by nohup.
         struct sigaction hangup = {};
         if (sigaction(SIGHUP, nullptr, &hangup) != 0 || hangup.sa_handler != SIG_IGN)
         {
@@ -79,8 +79,8 @@ private:
     sigset_t before_{};
 };
 
-// Each viewer over TCP is a descriptor, and the customary soft limit of 1024 is there for select(), which
-// nothing here uses.
+// Each viewer over TCP needs a descriptor. The usual soft limit of 1024 exists for select(), which is not used
+// here.
 void raiseDescriptorLimit()
 {
     rlimit limit{};
@@ -95,15 +95,15 @@ void raiseDescriptorLimit()
     }
 }
 
-// On standard output, without waiting for a reader that stalls.
+// Prints to standard output without waiting for a stalled reader.
 void printLines(const std::string& text)
 {
     LogWriter output(STDOUT_FILENO, [](std::size_t count) { return fmt::format("{} lines lost\n", count); });
-    std::size_t begin = 0;
-    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin))
+    std::size_t start = 0;
+    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', start))
     {
-        output.write(text.substr(begin, end + 1 - begin));
-        begin = end + 1;
+        output.write(text.substr(start, end + 1 - start));
+        start = end + 1;
     }
 }
 
@@ -136,7 +136,7 @@ DeviceInfoEx describeDevice(const std::string& listen)
     return device;
 }
 
-// Lets the host's classes find the streams for as long as it lives.
+// Publishes the streams to the host's classes during its lifetime.
 class PublishedStreams
 {
 public:
@@ -152,7 +152,7 @@ public:
     }
 };
 
-// Ends the workers of playback before what they read from goes.
+// Stops the playback workers before the recordings that they read are closed.
 class PlaybackWorkers
 {
 public:
@@ -186,7 +186,7 @@ void Application::prepareProcess() const
     }
     raiseDescriptorLimit();
     std::signal(SIGPIPE, SIG_IGN);
-    // A recording that grows beyond a limit of the file size is a failing disk, not the end of the program.
+    // A recording that exceeds the file size limit fails its write, as a full disk does.
     std::signal(SIGXFSZ, SIG_IGN);
     MediaLogs::bridge();
     gst_init(nullptr, nullptr);
@@ -216,7 +216,7 @@ void Application::printUrls(int port) const
 
 int Application::run()
 {
-    // First, so that it ends last.
+    // First, so that it is destroyed last.
     std::optional<EndDeadline> deadline;
     const EndSignals endSignals;
     prepareProcess();
@@ -244,7 +244,7 @@ int Application::run()
     recording.start();
     printUrls(server.port());
     const int signal = endSignals.wait(&Log::reportLimited);
-    deadline.emplace(endTime);
+    deadline.emplace(maxEndTime);
     Log::info("ending: {}", strsignal(signal));
     server.stop();
     return exitDone;

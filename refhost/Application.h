@@ -9,14 +9,14 @@
 namespace refhost
 {
 
-/// The running server: builds everything in its order, serves until SIGINT or SIGTERM, and takes everything
-/// down again in the opposite order.
+/// The running server: creates all parts, serves until SIGINT or SIGTERM, and destroys the parts in reverse
+/// order.
 ///
-/// Threads: the program's first thread, before it has started another one.
+/// Threads: the main thread, before it has started another one.
 class Application
 {
 public:
-    /// \param warnings  about how the configuration was written; logged before its own
+    /// \param warnings  about the configuration file; logged before the configuration's own
     explicit Application(ServerConfig config, std::vector<std::string> warnings = {});
 
     /// \returns the program's exit code, see ExitCode

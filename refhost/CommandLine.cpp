@@ -20,7 +20,7 @@ namespace refhost
 namespace
 {
 
-// An option of the command line that overrides a key of the configuration.
+// A command line option that overrides a key of the configuration.
 struct Override
 {
     const char* flags;
@@ -168,12 +168,13 @@ bool CommandLine::parse(int count, const char* const* arguments)
     }
     catch (const CLI::ParseError& error)
     {
-        const bool isAnswer = error.get_exit_code() == 0;
+        // --help and --version are reported as exceptions too.
+        const bool succeeded = error.get_exit_code() == 0;
         app.exit(error, out_, err_);
-        return finish(isAnswer ? exitDone : exitCommandLine);
+        return finish(succeeded ? exitDone : exitCommandLine);
     }
 
-    // An empty name is a mistake, such as of a script, and not the request for the embedded configuration.
+    // An empty file name is an error, such as a script's empty variable, not the embedded configuration.
     const bool hasFile = fileOption->count() > 0;
     if (hasFile && !readConfig(file))
     {

@@ -10,32 +10,30 @@
 namespace refhost
 {
 
-/// What the program's command line asks for.
-///
-/// Exit codes of the program, which --help lists too.
+/// Exit codes of the program; --help lists them.
 enum ExitCode
 {
-    exitDone = 0,         ///< ended as it was asked to
-    exitFailed = 1,       ///< the server could not start, such as when its port is taken; nothing to list
-    exitCommandLine = 2,  ///< the command line is wrong
-    exitConfig = 3        ///< the configuration is wrong
+    exitDone = 0,         ///< ended as requested
+    exitFailed = 1,       ///< the server could not start, such as when its port is in use; nothing to list
+    exitCommandLine = 2,  ///< invalid command line
+    exitConfig = 3        ///< invalid configuration
 };
 
-/// Reads the command line and the configuration that it names, and does what needs no server: --help,
-/// --version, --check-config, --dump-config and --recordings.
+/// Reads the command line and the configuration that it names, and handles the options that need no server:
+/// --help, --version, --check-config, --dump-config and --recordings. Threads: one.
 class CommandLine
 {
 public:
-    /// \param out, err  where results and problems go, each problem one line
+    /// \param out  receives results
+    /// \param err  receives problems, one line each
     CommandLine(std::ostream& out, std::ostream& err);
 
-    /// \returns true when there is a server to start with config(); otherwise the program ends with
-    /// exitCode()
+    /// \returns true when a server is to be started with config(); otherwise the program ends with exitCode()
     bool parse(int count, const char* const* arguments);
 
     const ServerConfig& config() const;
 
-    /// What a server to start has to log about the configuration file, each "FILE:LINE:COLUMN: …".
+    /// Warnings about the configuration file for the server's log, each "FILE:LINE:COLUMN: …".
     std::vector<std::string> warnings() const;
 
     int exitCode() const;

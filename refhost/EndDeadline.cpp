@@ -15,15 +15,14 @@ namespace
 
 void arm(std::chrono::milliseconds time)
 {
-    constexpr long usOfMs = 1000;
-    constexpr long msOfSecond = 1000;
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
     itimerval timer{};
-    timer.it_value.tv_sec = static_cast<time_t>(time.count() / msOfSecond);
-    timer.it_value.tv_usec = static_cast<suseconds_t>(time.count() % msOfSecond * usOfMs);
+    timer.it_value.tv_sec = static_cast<time_t>(seconds.count());
+    timer.it_value.tv_usec = static_cast<suseconds_t>(std::chrono::microseconds(time - seconds).count());
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-// In a signal handler: nothing but system calls.
+// A signal handler: only async-signal-safe calls.
 void endNow(int)
 {
     constexpr std::string_view text = "ovrtspd: something hangs and is not waited for any longer\n";
@@ -33,17 +32,17 @@ void endNow(int)
 
 }  // namespace
 
-EndDeadline::EndDeadline(std::chrono::milliseconds time)
+EndDeadline::EndDeadline(std::chrono::milliseconds limit)
 {
     struct sigaction action = {};
     action.sa_handler = &endNow;
     sigaction(SIGALRM, &action, nullptr);
-    // Whoever started the program may have blocked it.
+    // The parent process may have blocked SIGALRM.
     sigset_t alarm;
     sigemptyset(&alarm);
     sigaddset(&alarm, SIGALRM);
     pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
-    arm(time);
+    arm(limit);
 }
 
 EndDeadline::~EndDeadline()

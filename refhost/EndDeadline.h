@@ -5,13 +5,14 @@
 namespace refhost
 {
 
-/// Ends the process when its orderly end takes longer than so long, whatever hangs: with a line on standard
-/// error and exit code 1. It needs no thread. Threads: one object at a time.
+/// Ends the process with a line on standard error and exit code 1 if its orderly end takes longer than a limit.
+/// Uses SIGALRM and no thread. Threads: any; one object at a time.
 class EndDeadline
 {
 public:
-    explicit EndDeadline(std::chrono::milliseconds time);
-    /// Ended in time.
+    /// \param limit  from now
+    explicit EndDeadline(std::chrono::milliseconds limit);
+    /// Cancels the deadline.
     ~EndDeadline();
     EndDeadline(const EndDeadline&) = delete;
     EndDeadline& operator=(const EndDeadline&) = delete;

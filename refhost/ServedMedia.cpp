@@ -24,7 +24,7 @@ namespace refhost
 namespace
 {
 
-// The library's factories of controllers have the same setters, but no base that declares them.
+// The library's controller factories have the same setters but no common base that declares them.
 template <typename Factory>
 SafePointer<IRTSPControllerFactory> makeFactory(const DeviceInfoEx& device,
                                                 int thirdPlatType = ServedMedia::platformType)
@@ -104,7 +104,7 @@ MediaRoutes ServedMedia::routes(const DeviceInfoEx& device) const
     routes.add(liveController_ == "second" ? second : live);
     if (liveController_ == "both")
     {
-        // The codec takes a live URL wherever it starts.
+        // The codec accepts a live URL at any position of the text.
         second.prefix = "second/orv/live";
         routes.add(second);
     }

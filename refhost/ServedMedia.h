@@ -8,16 +8,16 @@
 namespace refhost
 {
 
-/// Which URLs the server serves, and through which of the library's controllers: registers the codecs of
-/// the URLs for as long as it lives, and makes the routes to the factories.
-/// Threads: one. Make it before clients can come, destroy it when they are gone.
+/// The URLs that the server serves and the library's controllers that serve them: registers the URL codecs
+/// during its lifetime and creates the routes to the controller factories.
+/// Threads: one. Created before clients can connect, destroyed when they are gone.
 class ServedMedia
 {
 public:
-    /// The number under which the library's own URL codec stands in the registry.
+    /// Platform type under which the library's own URL codec is registered.
     static constexpr int platformType = 1;
 
-    /// Tells the dispatchers of the configuration too.
+    /// Also passes the configuration to the dispatchers.
     explicit ServedMedia(const ServerConfig& config);
     ~ServedMedia();
     ServedMedia(const ServedMedia&) = delete;

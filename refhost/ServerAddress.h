@@ -5,11 +5,11 @@
 namespace refhost
 {
 
-/// The address that a player on this machine or its network can use for a configured `listen`: itself, or
-/// where that is every address, the first of a network.
+/// The address under which a player on this machine or its network reaches a configured `listen`: `listen`
+/// itself or, for a wildcard, the machine's first address on a network.
 std::string reachableAddress(const std::string& listen);
 
-/// \param port  0 when it is not known
+/// \param port  0 when unknown
 /// \returns "rtsp://<reachableAddress()>:<port>/"
 std::string serverUrl(const std::string& listen, int port);
 

@@ -20,7 +20,7 @@ int main(int argc, char* argv[])
         const int code = application.run();
         if (refhost::PipelineRunner::abandoned() > 0)
         {
-            // Their threads may still run: what they use must not be destroyed under them.
+            // Their threads may still use static objects, which returning would destroy.
             std::cout.flush();
             std::_Exit(code);
         }

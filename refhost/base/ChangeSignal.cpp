@@ -7,7 +7,7 @@ namespace refhost
 
 ChangeSignal& ChangeSignal::instance()
 {
-    // Never destroyed: threads of the media libraries may announce until the very end of the process.
+    // Never destroyed: threads of the media libraries may announce until the end of the process.
     static ChangeSignal* const signal = new ChangeSignal;
     return *signal;
 }
@@ -25,7 +25,7 @@ void ChangeSignal::unsubscribe(int id)
         const MutexLock guard(listMutex_);
         functions_.erase(id);
     }
-    // Waits for a call under way, except for one that this very call comes out of.
+    // Waits for a call in progress, unless this call is made by it.
     const std::lock_guard<std::recursive_mutex> wait(callMutex_);
 }
 

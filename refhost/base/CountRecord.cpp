@@ -18,14 +18,14 @@ void pause()
 
 }  // namespace
 
-// No futex: leave() would have to look for sleepers, an atomic exchange instead of a plain store, and every
-// copy of a handle would pay for it. The lock is held for a few instructions, except while an object is
-// destroyed, and by somebody who was interrupted; both are waited for asleep.
+// No futex: leave() would need an atomic exchange instead of a plain store to find waiters, a cost for every
+// copy of a handle. The lock is held for a few instructions, except while an object is destroyed and by a
+// preempted thread; then the waiter sleeps.
 void CountRecord::takeContended()
 {
-    // Long enough for the holder to go on with its next handles: a lock that changes hands, and processors,
-    // at every turn takes both threads three times as long.
-    constexpr int shortestSpin = 8;
+    // Long enough for the holder to take the lock again: a lock that moves to another processor every time
+    // makes both threads three times slower.
+    constexpr int minSpin = 8;
     constexpr int maxSpin = 64;
     constexpr int yields = 32;
     constexpr std::chrono::microseconds maxSleep(1000);
@@ -36,7 +36,7 @@ void CountRecord::takeContended()
                locked_.exchange(1, std::memory_order_acquire) == 0;
     };
 
-    for (int spin = shortestSpin; spin <= maxSpin; spin *= 2)
+    for (int spin = minSpin; spin <= maxSpin; spin *= 2)
     {
         for (int i = 0; i < spin; ++i)
         {

@@ -106,15 +106,15 @@ void CountTable::Shard::growTable()
     {
         while (record != nullptr)
         {
-            CountRecord* following = record->next_;
+            CountRecord* next = record->next_;
             insert(record, hashOf(record->object()));
-            record = following;
+            record = next;
         }
     }
 }
 
-// First in, first out: a record rests as long as possible, so that a stale handle finds it retired
-// rather than in the service of the next object, which often has the same address.
+// First in, first out: a record stays unused as long as possible, so that a stale handle finds it retired
+// rather than reused by the next object, which often has the same address.
 CountRecord* CountTable::Shard::takeFree()
 {
     if (firstFree_ == nullptr)

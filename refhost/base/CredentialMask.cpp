@@ -28,8 +28,8 @@ bool isWordCharacter(char c)
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
 }
 
-// Where the URL whose authority starts at `position` ends: at the quote or bracket that closes what stands
-// before its scheme, otherwise at the next blank.
+// End of the URL whose authority starts at `position`: the quote or bracket that closes the one before its
+// scheme, otherwise the next blank.
 std::size_t urlEnd(std::string_view text, std::size_t position)
 {
     std::size_t scheme = position - 3;
@@ -67,9 +67,9 @@ bool isBracketedHost(std::string_view authority)
            authority.find('@') == std::string_view::npos;
 }
 
-// Length of the user information at the start of `url`, which follows "://"; 0 when there is none. Passwords
-// with an unescaped '@', '/', '?' or '#' are found, too: in doubt everything up to the last '@' counts,
-// because a hidden host name costs less than a shown password.
+// Length of the user information at the start of `url`, the text after "://"; 0 when there is none. Passwords
+// with an unescaped '@', '/', '?' or '#' are found too: in doubt everything up to the last '@' counts,
+// because a masked host name does less harm than a logged password.
 std::size_t userInfoLength(std::string_view url)
 {
     const std::size_t at = url.rfind('@');
@@ -78,11 +78,11 @@ std::size_t userInfoLength(std::string_view url)
     {
         return 0;
     }
-    const bool sure = authority.find('@') != std::string_view::npos;
-    return sure || url.substr(0, at).find(':') != std::string_view::npos ? at : 0;
+    const bool certain = authority.find('@') != std::string_view::npos;
+    return certain || url.substr(0, at).find(':') != std::string_view::npos ? at : 0;
 }
 
-// If a secret's value starts at `position` of `text`, its length, otherwise 0.
+// Length of the secret whose value starts at `position`; 0 when none does.
 std::size_t secretLength(std::string_view text, std::size_t position)
 {
     const auto skipBack = [text](std::size_t end, std::string_view skipped)
@@ -111,13 +111,13 @@ std::size_t secretLength(std::string_view text, std::size_t position)
     return std::min(text.find_first_of(stops, position), text.size()) - position;
 }
 
-// What CredentialMask::hide() was given.
+// The texts given to CredentialMask::hide().
 class HiddenTexts
 {
 public:
     static HiddenTexts& instance()
     {
-        // Never destroyed: threads may log until the process is gone.
+        // Never destroyed: threads may log until the end of the process.
         static auto* const texts = new HiddenTexts;
         return *texts;
     }
@@ -147,7 +147,7 @@ private:
         std::make_shared<std::vector<std::string>>();
 };
 
-// The length of the text of `texts` that `rest` starts with, or 0.
+// Length of the first of `texts` that `rest` starts with; 0 when there is none.
 std::size_t lengthOfAny(const std::vector<std::string>& texts, std::string_view rest)
 {
     const auto found =
@@ -164,17 +164,17 @@ bool startsAuthorization(std::string_view rest)
 
 }  // namespace
 
-std::string CredentialMask::cut(std::string_view text, std::size_t longest)
+std::string CredentialMask::cut(std::string_view text, std::size_t maxBytes)
 {
     constexpr std::string_view blanks = " \t\r\n";
-    if (text.size() <= longest)
+    if (text.size() <= maxBytes)
     {
         return std::string(text);
     }
-    const std::string_view kept = text.substr(0, longest);
+    const std::string_view kept = text.substr(0, maxBytes);
     const std::size_t blank = kept.find_last_of(blanks);
     const std::size_t scheme = kept.find("://", blank == std::string_view::npos ? 0 : blank);
-    const std::string_view beyond = text.substr(longest);
+    const std::string_view beyond = text.substr(maxBytes);
     const std::string_view sameWord = beyond.substr(0, beyond.find_first_of(blanks));
     if (scheme != std::string_view::npos && sameWord.find('@') != std::string_view::npos)
     {

@@ -42,7 +42,7 @@ bool DataConverter::convert(const std::string& text, int& number)
 
 bool DataConverter::convert(const std::string& text, double& number)
 {
-    // std::from_chars also takes words such as "inf"; a number has no letter but the exponent's.
+    // std::from_chars also accepts words such as "inf"; a number has no letter except the exponent's.
     if (text.find_first_not_of("0123456789.eE+-") != std::string::npos)
     {
         return false;

@@ -25,8 +25,7 @@ public:
 
 const HostClock& HostClock::system()
 {
-    // Never destroyed: threads of services that are not destroyed either read it until the very end of the
-    // process.
+    // Never destroyed: threads may read it until the end of the process.
     static const auto* const clock = new SystemClock;
     return *clock;
 }

@@ -52,10 +52,10 @@ LibraryOutput::LibraryOutput()
     stream_ = fopencookie(this, "w", functions);
     if (stream_ == nullptr)
     {
-        Log::warning("the library's lines are printed as they are: no memory for a stream");
+        Log::warning("the library's lines are printed directly: no memory for a stream");
         return;
     }
-    // A whole line comes in one piece, on the thread that printed it.
+    // Line buffered, so that take() receives whole lines on the thread that printed them.
     std::setvbuf(stream_, nullptr, _IOLBF, BUFSIZ);
     std::fflush(stdout);
     before_ = std::exchange(stdout, stream_);

@@ -41,18 +41,18 @@ spdlog::level::level_enum toSpdlog(Log::Level level)
     return spdlog::level::off;
 }
 
-// Writes to standard error, directly or through a LogWriter.
+// Writes to standard error, directly or by a LogWriter.
 class ErrorSink : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
-    /// Takes effect with the next line; null: writes directly again.
+    /// Takes effect with the next line; null: writes directly.
     void use(std::shared_ptr<LogWriter> writer)
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         writer_.swap(writer);
     }
 
-    /// A line of the log's own form, for the writer's report.
+    /// Formats a line like the log's others, for the writer's report of lost lines.
     std::string lineOf(Log::Level level, std::string_view text)
     {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -98,7 +98,7 @@ const std::shared_ptr<ErrorSink>& errorSink()
     return *sink;
 }
 
-// Never destroyed: threads and static destructors may log until the process is gone.
+// Never destroyed: threads and static destructors may log until the end of the process.
 spdlog::logger& logger()
 {
     static spdlog::logger* const instance = []
@@ -200,16 +200,16 @@ void Log::write(Level level, std::string_view message)
     logger().log(toSpdlog(level), oneLine);
 }
 
-std::string Log::safe(std::string_view text, std::size_t longest)
+std::string Log::safe(std::string_view text, std::size_t maxBytes)
 {
-    // Masked before it is cut to `longest`, lest the cut hide the '@' that tells a password; cut roughly
-    // before that, so that a huge text costs little.
+    // Masked before the cut to `maxBytes`, which could remove the '@' that marks a password. A huge text is
+    // cut to maxExamined first, to bound the cost.
     constexpr std::size_t maxExamined = 2048;
-    const std::string masked = mask(CredentialMask::cut(text, std::max(maxExamined, longest)));
+    const std::string masked = mask(CredentialMask::cut(text, std::max(maxExamined, maxBytes)));
     std::string out;
     for (const char c : masked)
     {
-        if (out.size() >= longest)
+        if (out.size() >= maxBytes)
         {
             return out + "…";
         }
@@ -265,7 +265,7 @@ void Log::reportLimited()
 
 std::string Log::formatted(fmt::string_view format, fmt::format_args args)
 {
-    // C++17 checks formats when they are used only; a faulty one must not end the program in a rare event.
+    // In C++17 formats are checked at run time only; a faulty one must not end the program.
     try
     {
         return fmt::vformat(format, args);

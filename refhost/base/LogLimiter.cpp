@@ -51,7 +51,7 @@ void LogLimiter::report(Clock::time_point now)
             if (kind.leftOut > 0 && now - kind.since >= interval)
             {
                 over.emplace_back(name, kind);
-                // The next interval starts: what goes on is reported once in each.
+                // Starts the next interval: continuing events are reported once in each.
                 kind = Kind{now, 0, kind.level};
             }
         }

@@ -29,7 +29,7 @@ struct LogWriter::State
         return lines.empty() && !writing && lostCount == 0;
     }
 
-    /// Writes all of `text` unless the state is abandoned meanwhile. Without the lock.
+    /// Writes all of `text` unless abandoned() meanwhile. Requires: the lock is not held.
     void put(std::string_view text);
 
     bool abandoned()
@@ -100,8 +100,8 @@ LogWriter::~LogWriter()
 void LogWriter::write(std::string line)
 {
     const MutexLock guard(state_->mutex);
-    // Once lines are lost the next ones are, too, until there is room for the report: a log without gaps
-    // within.
+    // After a lost line, further ones are lost until the loss is reported, so that the report stands at the
+    // gap.
     if (state_->lostCount > 0 || state_->lines.size() >= maxLines || state_->bytes + line.size() > maxBytes)
     {
         ++state_->lostCount;

@@ -20,7 +20,7 @@ namespace
 
 constexpr std::size_t maxMessage = 500;
 
-// Broken media of one camera can bring a warning for each packet: what is beyond the budget is only counted.
+// Broken media of one camera can cause a warning per packet; messages beyond the budget are only counted.
 class Budget
 {
 public:
@@ -38,15 +38,15 @@ public:
         {
             windowStart_ = now;
             used_ = 0;
-            if (leftOut_ > 0)
+            if (suppressed_ > 0)
             {
-                Log::warning("media library: {} more messages left out", leftOut_);
-                leftOut_ = 0;
+                Log::warning("media library: {} more messages suppressed", suppressed_);
+                suppressed_ = 0;
             }
         }
         if (used_ >= linesPerSecond)
         {
-            ++leftOut_;
+            ++suppressed_;
             return false;
         }
         ++used_;
@@ -59,7 +59,7 @@ private:
     Mutex mutex_;
     std::chrono::steady_clock::time_point windowStart_ OV_GUARDED_BY(mutex_);
     int used_ OV_GUARDED_BY(mutex_) = 0;
-    int leftOut_ OV_GUARDED_BY(mutex_) = 0;
+    int suppressed_ OV_GUARDED_BY(mutex_) = 0;
 };
 
 void write(Log::Level level, std::string_view source, std::string_view message)
@@ -99,7 +99,7 @@ GLogWriterOutput onGlibLog(GLogLevelFlags flags, const GLogField* fields, gsize 
     return G_LOG_WRITER_HANDLED;
 }
 
-// One step milder than GStreamer calls them: its elements warn of what they cope with, and real failures of a
+// One level below GStreamer's: its elements warn of problems that they handle, and real failures of a
 // pipeline also arrive on its bus, where the stream's owner reports them.
 Log::Level toLevel(GstDebugLevel level)
 {
@@ -131,7 +131,7 @@ void onGstreamerLog(GstDebugCategory* category, GstDebugLevel level, const gchar
 
 void MediaLogs::bridge()
 {
-    // It would write to standard error itself, a line and more for each malformed frame of a client.
+    // libav would write to standard error itself, one or more lines for each malformed frame of a client.
     av_log_set_level(AV_LOG_QUIET);
     g_log_set_writer_func(onGlibLog, nullptr, nullptr);
     gst_debug_remove_log_function(gst_debug_log_default);

@@ -5,7 +5,7 @@
 
 void OrvaneTime::wait(const OrvaneTime& span)
 {
-    // Not the sum as one number of microseconds, which a long span would overflow.
+    // Seconds and microseconds separately: their sum in microseconds could overflow.
     timespec left{};
     left.tv_sec = span.getSeconds();
     left.tv_nsec = span.getMicroseconds() * 1000;

@@ -21,7 +21,7 @@ void fillRandom(void* out, std::size_t size)
             {
                 continue;
             }
-            throw std::runtime_error("the system gives no random numbers");
+            throw std::runtime_error("the system has no random numbers");
         }
         at += got;
         size -= static_cast<std::size_t>(got);

@@ -17,11 +17,11 @@ struct SourceConfig
 {
     enum class Kind
     {
-        synthetic,  ///< moving test pattern with the time burnt in, and a tone
+        synthetic,  ///< moving test pattern with the time drawn in, and a tone
         file,       ///< `location`: path of a media file, played in a loop
         v4l2,       ///< `location`: device node such as /dev/video0
-        rtsp,       ///< `location`: rtsp:// URL of another camera; may hold credentials, never logged whole
-        launch      ///< `location`: GStreamer launch line whose elements named "video" and "audio" are tapped
+        rtsp,       ///< `location`: rtsp:// URL of a camera; may hold credentials, masked in logs
+        launch      ///< `location`: GStreamer launch line whose elements named "video" and "audio" are sent
     };
 
     Kind kind = Kind::synthetic;
@@ -30,14 +30,15 @@ struct SourceConfig
     bool operator==(const SourceConfig& other) const;
 };
 
-/// One stream of a camera. Sizes and rates apply where the host encodes; passed-through media keep theirs.
+/// One stream of a camera. Sizes and rates apply where the host encodes; media sent without transcoding keep
+/// theirs.
 struct StreamConfig
 {
     int id = 0;
     SourceConfig source;
     int width = 1280;                               ///< pixels
     int height = 720;                               ///< pixels
-    int frameRate = 25;                             ///< frames a second
+    int frameRate = 25;                             ///< frames per second
     int bitRate = 2000;                             ///< kbit/s
     int gop = 25;                                   ///< frames from key frame to key frame
     std::optional<Codec> videoCodec = Codec::h264;  ///< nothing: no video
@@ -45,9 +46,9 @@ struct StreamConfig
     std::string multicast;  ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool
     bool record = false;
     std::string start =
-        "default";  ///< how viewers start: "burst", "paced", "key-frame" or "default": as the server's own
+        "default";  ///< how viewers start: "burst", "paced", "key-frame", or "default": the server's setting
 
-    /// Those of video and audio that there are.
+    /// The configured codecs of video and audio.
     std::vector<Codec> codecs() const;
 
     bool operator==(const StreamConfig& other) const;
@@ -58,11 +59,11 @@ struct CameraConfig
     int id = 1;
     std::string name;
     std::vector<StreamConfig> streams;
-    std::optional<Codec> talkBack{};  ///< codec of clients that talk; nothing: no talk-back
+    std::optional<Codec> talkBack{};  ///< codec of talk-back; nothing: no talk-back
 
     bool operator==(const CameraConfig& other) const;
 
-    /// How the log names one of its streams. \see StreamName
+    /// The name of one of its streams in the log. \see StreamName
     std::string streamName(int streamId) const;
 };
 
@@ -77,8 +78,8 @@ struct UserConfig
 /// How audio that clients send is played.
 struct TalkBackConfig
 {
-    std::string policy = "first";  ///< who is heard: "first", "newest", "mix" or "refuse"
-    std::string output = "alsa";   ///< where it is heard: "alsa", "pulse", "wav" or "null"
+    std::string policy = "first";  ///< who has the floor: "first", "newest", "mix" or "refuse"
+    std::string output = "alsa";   ///< where audio is played: "alsa", "pulse", "wav" or "null"
     std::string device;            ///< of that output: device, sink or path; empty for the default one
     int sampleRate = 48000;        ///< of the output, Hz
     int channels = 1;              ///< of the output
@@ -87,35 +88,35 @@ struct TalkBackConfig
     bool operator==(const TalkBackConfig& other) const;
 };
 
-/// Where streams go that are sent to many viewers at once.
+/// Multicast groups of streams.
 struct MulticastConfig
 {
     std::string pool = "239.255.42.0/24";  ///< range of IPv4 multicast addresses
     int port = 5004;                       ///< even; first port of the first group
-    int ttl = 1;                           ///< routers that packets may pass, plus one
+    int ttl = 1;                           ///< of packets: max number of routers passed, plus one
     std::string interface;                 ///< name or address; empty: the listen address's interface
 
     bool operator==(const MulticastConfig& other) const;
 };
 
-/// Upper bounds of what clients can take.
+/// Limits of the resources that clients can use.
 struct LimitsConfig
 {
     int connections = 4096;
     int connectionsPerAddress = 1024;
     int sessions = 4096;
     int sessionsPerAddress = 1024;
-    int sendBuffer = 512;     ///< KiB that the system keeps for a viewer over TCP who does not read
+    int sendBuffer = 512;     ///< KiB of the system's send buffer for a viewer over TCP
     int talkSenders = 16;     ///< sessions that may have talk-back set up
     int headerCount = 64;     ///< header lines in one request
     int headerBytes = 16384;  ///< request line and header lines together
     int bodyBytes = 16384;
     int handshakeTimeout =
-        10;  ///< seconds from connect to the first complete request, and for any request to get whole
+        10;  ///< seconds from connect to the first complete request, and for any request to be complete
     int setupTimeout = 10;    ///< seconds to log in or set up a session while connections are scarce
-    int idleTimeout = 120;    ///< seconds without a byte on a connection that carries no session
+    int idleTimeout = 120;    ///< seconds without a byte on a connection without a session
     int sessionTimeout = 60;  ///< seconds, sent in the Session header
-    int orphanTimeout = 10;   ///< seconds that a UDP session outlives its connection without a sign of life
+    int orphanTimeout = 10;   ///< seconds that a UDP session outlives its connection without activity
 
     bool operator==(const LimitsConfig& other) const;
 };
@@ -131,7 +132,7 @@ struct RecordingConfig
     bool operator==(const RecordingConfig& other) const;
 };
 
-/// The whole configuration. ConfigKeys.h names each setting's key in the file, its range and its meaning.
+/// The whole configuration. ConfigKeys.cpp has each setting's key in the file, its range and its meaning.
 struct ServerConfig
 {
     std::string listen = "127.0.0.1";
@@ -139,38 +140,37 @@ struct ServerConfig
     int threads = 0;                ///< event loops; 0: one for each core, at most 4
     std::string logLevel = "info";  ///< trace, debug, info, warning, error or off
     std::string realm = "ovrtspd";
-    bool digestWithoutQop = true;  ///< take Digest answers without qop, which can be replayed for a minute
+    bool digestWithoutQop = true;  ///< accept Digest responses without qop, replayable for a minute
     std::vector<UserConfig> users;
     LimitsConfig limits;
     TalkBackConfig talkBack;
     MulticastConfig multicast;
-    std::string liveController = "first";  ///< who serves orv/live: "first", "second" or "both"
-    int mtu = PacketSize::mtu;             ///< largest packet of the network path, bytes; the second alone
+    std::string liveController = "first";  ///< controller of orv/live: "first", "second" or "both"
+    int mtu = PacketSize::mtu;             ///< of the network path, bytes; used by the second controller only
     RecordingConfig recording;
     int rtpPort = 0;  ///< even UDP port of the server's RTP, RTCP is the next; 0: any free pair
-    bool segmentationOffload = true;  ///< UDP GSO where the system has it
+    bool segmentationOffload = true;  ///< UDP GSO where the system supports it
     std::string start = "burst";      ///< how viewers of live streams start: "burst", "paced" or "key-frame"
-    int startRate = 2;                ///< multiple of real time that "paced" goes up to
+    int startRate = 2;                ///< max rate of "paced", multiple of real time
     bool gopCache = true;             ///< false: start is "key-frame"
-    int linger = 5;                   ///< seconds that a source runs on after its last viewer
+    int linger = 5;                   ///< seconds that a source runs after its last viewer left
     std::vector<CameraConfig> cameras;
 
     bool operator==(const ServerConfig& other) const;
 
-    /// How the log names a stream, configured or not. \see StreamName
+    /// The name of a stream, configured or not, in the log. \see StreamName
     std::string streamName(int cameraId, int streamId) const;
 
     /// Whether clients can send audio to some camera.
     bool offersTalkBack() const;
 
-    /// What the program serves without a configuration file: the defaults with embeddedCameras(), of which
-    /// the first stream is recorded.
+    /// The configuration without a file: the defaults with embeddedCameras(), the first stream recorded.
     static ServerConfig embedded();
     /// Camera 1 with stream 0 (1280x720, 2000 kbit/s) and stream 1 (640x360, 500 kbit/s), both with audio;
     /// also what a file without a [[camera]] gets.
     static std::vector<CameraConfig> embeddedCameras();
 
-    /// \returns what is allowed but probably not meant, one sentence each; holds no credentials
+    /// \returns settings that are valid but probably unintended, one sentence each; without credentials
     std::vector<std::string> warnings() const;
 };
 

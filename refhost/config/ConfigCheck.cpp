@@ -35,7 +35,7 @@ std::size_t editDistance(std::string_view a, std::string_view b)
     return row.back();
 }
 
-// The key as its author would have to write it: people write log_level or logLevel for log-level.
+// The key in the spelling of this configuration: log-level for log_level and logLevel.
 std::string normalized(std::string_view name)
 {
     std::string out;
@@ -58,7 +58,7 @@ bool has(std::string_view name)
                        [name](const ConfigKey<Section>& key) { return key.answersTo(name); });
 }
 
-// The heading of the first section within `Section` that knows the key; empty: none.
+// The heading of the first section within `Section` that has the key; empty: none.
 template <typename Section>
 std::string sectionWith(std::string_view name)
 {

@@ -12,8 +12,8 @@
 namespace refhost
 {
 
-/// The rules that values of the configuration must follow, wherever they come from. Every check says what is
-/// wrong in words that follow the key's name ("must be 1 to 64, not 99"), or nothing when all is well.
+/// The rules for values of the configuration, from a file or the command line. Every check returns the problem
+/// in words that follow the key's name ("must be 1 to 64, not 99"), or an empty text for a valid value.
 ///
 /// Threads: any.
 class ConfigCheck
@@ -52,16 +52,16 @@ public:
         return problem;
     }
 
-    /// Sets a key of the top of the file from text.
+    /// Sets a top-level key from text.
     static std::string setServerKey(ServerConfig& config, std::string_view key, const std::string& text);
 
-    /// Whether a width or height in pixels can be sent in a codec.
+    /// Checks that a codec supports a width or height in pixels.
     static std::string side(const std::optional<Codec>& codec, int pixels);
 
-    /// Whether a source's kind and location fit together.
+    /// Checks that a source's kind and location fit together.
     static std::string source(const SourceConfig& source);
 
-    /// The whole message about a key that `names` does not hold, with a hint where one can be given.
+    /// The complete message about a key that is not in `names`, with a hint at a similar one.
     static std::string unknownKey(std::string_view name, const std::vector<std::string_view>& names);
 
 private:

@@ -51,7 +51,7 @@ struct RecordOf<Value Record::*, Rest...>
     using Type = Record;
 };
 
-// The section's record that the first of these pointers to members points into.
+// The record that the first of these pointers to members belongs to.
 template <auto... Path>
 using SectionOf = typename RecordOf<decltype(Path)...>::Type;
 
@@ -68,7 +68,7 @@ auto& follow(Record& record, Member member, Rest... rest)
     }
 }
 
-// The value that the pointers to members in `Path` lead to, one within the other.
+// Accessors of the value at `Path`, a chain of pointers to members.
 template <typename Value, auto... Path>
 constexpr ConfigField<SectionOf<Path...>, Value> field()
 {

@@ -11,7 +11,7 @@
 namespace refhost
 {
 
-/// Where a section's record keeps a value.
+/// Accessors of a value in a section's record.
 template <typename Section, typename Value>
 struct ConfigField
 {
@@ -19,14 +19,14 @@ struct ConfigField
     const Value& (*of)(const Section&);
 };
 
-/// A whole number with its range.
+/// An integer with its range.
 template <typename Section>
 struct NumberSetting
 {
     ConfigField<Section, int> value;
     int min;
     int max;
-    int step = 1;  ///< the number is a multiple of it
+    int step = 1;  ///< values are multiples of it
 };
 
 /// true or false.
@@ -50,7 +50,7 @@ enum class TextKind
 {
     plain,
     address,     ///< a numeric IPv4 or IPv6 address
-    quotable,    ///< goes into a quoted string of a header: no quotes, backslashes or control characters
+    quotable,    ///< for a quoted string of a header: no quotes, backslashes or control characters
     userName,    ///< as `quotable`, and no colon; must not be empty
     password,    ///< never written; must not be empty
     groupRange,  ///< IPv4 multicast addresses as "239.255.42.0/24"
@@ -67,7 +67,7 @@ struct TextSetting
 };
 
 /// One key of one section of the configuration file: everything that the reader, the checks, the writer, the
-/// comparison and the manual know of it.
+/// comparison and the manual need.
 template <typename Section>
 struct ConfigKey
 {
@@ -77,7 +77,7 @@ struct ConfigKey
     std::string_view name;
     std::string_view meaning;  ///< with the unit, without range and default, which the settings hold
     Setting setting;
-    std::string_view former{};  ///< name before a renaming, still read, with a warning; empty: none
+    std::string_view former{};  ///< former name, still read, with a warning; empty: none
 
     /// The same key, renamed from `oldName`.
     ConfigKey formerly(std::string_view oldName) const
@@ -87,7 +87,7 @@ struct ConfigKey
         return renamed;
     }
 
-    /// Whether a file may call the key so.
+    /// Whether `written` is a name of the key.
     bool answersTo(std::string_view written) const
     {
         return written == name || (!former.empty() && written == former);

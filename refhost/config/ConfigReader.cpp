@@ -42,7 +42,7 @@ std::string describe(const toml::node& node)
     }
 }
 
-// Walks one parsed file and collects its problems.
+// Traverses one parsed file and collects its problems.
 class Walk
 {
 public:
@@ -120,7 +120,7 @@ private:
         eachSectionIn<Section>([&](const auto& within) { readWithin(table, within, out); });
     }
 
-    // A key may have its former name, but not both.
+    // A key may be written under its former name, but not under both.
     template <typename Section>
     void checkName(const toml::table& table, const toml::key& written, const ConfigKey<Section>& key)
     {
@@ -224,14 +224,14 @@ private:
         return value ? ConfigCheck::assign(setting, *value, out) : "must be a string, not " + describe(node);
     }
 
-    // A value, or its section where the value is left out.
+    // The node of a value, or its section when the value is missing.
     static const toml::node& place(const toml::table& table, std::string_view key)
     {
         const toml::node* const node = table.get(key);
         return node != nullptr ? *node : table;
     }
 
-    // A relative path starts at the directory of the file.
+    // A relative path is relative to the file's directory.
     void resolve(std::string& path) const
     {
         if (!directory_.empty() && path.rfind('/', 0) != 0)
@@ -240,7 +240,7 @@ private:
         }
     }
 
-    // What a section's values must keep to together, beyond what each key says by itself.
+    // Checks that involve several keys of a section.
 
     template <typename Section>
     void finish(const toml::table&, Section&)
@@ -352,7 +352,7 @@ private:
     std::string directory_;
     std::vector<ConfigProblem> problems_;
     std::vector<ConfigProblem> warnings_;
-    std::vector<MulticastGroup> groups_;  // that streams have of their own
+    std::vector<MulticastGroup> groups_;  // fixed groups of streams
 };
 
 }  // namespace

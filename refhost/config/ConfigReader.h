@@ -10,43 +10,43 @@
 namespace refhost
 {
 
-/// One thing that is wrong with a configuration file.
+/// One problem of a configuration file.
 struct ConfigProblem
 {
-    int line = 0;    ///< from 1; 0 when the problem is the file as a whole
+    int line = 0;    ///< from 1; 0 when the problem concerns the whole file
     int column = 0;  ///< characters, from 1
     std::string message;
 
-    /// "camera.toml:3:8: port must be …", as compilers write it.
+    /// "camera.toml:3:8: port must be …", as compilers do.
     std::string toString(const std::string& file) const;
 };
 
-/// A configuration, or every problem of its file.
+/// A configuration, or all problems of its file.
 struct ConfigResult
 {
     std::optional<ServerConfig> config;
-    std::vector<ConfigProblem> problems;  ///< in the order of the file; empty where there is a configuration
-    std::vector<ConfigProblem> warnings;  ///< the same for keys under their former names, which were read
+    std::vector<ConfigProblem> problems;  ///< in file order; empty when there is a configuration
+    std::vector<ConfigProblem> warnings;  ///< in file order: keys read under their former names
 };
 
-/// Reads configuration files (TOML 1.0). Unknown keys, wrong types, values out of range, duplicate numbers and
-/// values that do not fit together are problems; nothing is guessed or silently dropped. A renamed key is read
-/// under its former name too, with a warning; under both it is a problem. Messages never hold passwords or
+/// Reads configuration files (TOML 1.0). Unknown keys, wrong types, values out of range, duplicate ids and
+/// inconsistent values are problems; nothing is guessed or silently ignored. A renamed key is also read under
+/// its former name, with a warning; both names in one section are a problem. Messages never hold passwords or
 /// locations.
 ///
 /// Threads: any.
 class ConfigReader
 {
 public:
-    /// \param text       the file's text
-    /// \param directory  relative paths in the text start here; empty: the working directory
+    /// \param text       content of the file
+    /// \param directory  base of relative paths in the text; empty: the working directory
     static ConfigResult read(std::string_view text, const std::string& directory = {});
 
-    /// Reads a file of at most 1 MiB. Relative paths in it start at its directory.
+    /// Reads a file of at most 1 MiB. Relative paths in it are relative to its directory.
     static ConfigResult readFile(const std::string& path);
 
-    /// Sets one key of the top of the file from the command line's text, with the same checks.
-    /// \returns what is wrong with it, or an empty text
+    /// Sets one top-level key from an option of the command line, with the same checks.
+    /// \returns the problem, or an empty text
     static std::string set(ServerConfig& config, std::string_view key, const std::string& text);
 };
 

@@ -34,10 +34,10 @@ struct SectionList
     using Values = Section;
 
     std::string_view name;
-    std::string_view path;     ///< `name` after those of the sections around it
+    std::string_view path;     ///< `name` preceded by those of the enclosing sections
     std::string_view purpose;  ///< comment above the first one in a dump; empty: none
     std::vector<Section> Parent::*values;
-    Section (*example)() = nullptr;  ///< commented out in a dump that has none; may be null
+    Section (*example)() = nullptr;  ///< written as a comment in a dump without such a section; may be null
 
     std::string heading() const
     {

@@ -39,12 +39,12 @@ std::string range(int min, int max, int step)
     return std::to_string(min) + " to " + std::to_string(max) + (step == 2 ? ", even" : "");
 }
 
-// A setting's value in `section` and its permitted values, as text.
+// Value and permitted values of a setting as text.
 template <typename Section>
-class Shown
+class SettingText
 {
 public:
-    explicit Shown(const Section& section) : section_(section) {}
+    explicit SettingText(const Section& section) : section_(section) {}
 
     std::string value(const ConfigKey<Section>& key)
     {
@@ -139,7 +139,7 @@ private:
     Section section_;
 };
 
-// "# " before each line of `text`, which is broken to lines of readable length.
+// `text` wrapped to readable lines, each after "# ".
 std::string comment(const std::string& indent, const std::string& text)
 {
     constexpr std::size_t width = 100;
@@ -164,28 +164,28 @@ std::string comment(const std::string& indent, const std::string& text)
 template <typename Section>
 std::string explanation(const ConfigKey<Section>& key)
 {
-    std::string text = std::string(key.meaning) + " (" + Shown<Section>::permitted(key);
-    if (!Shown<Section>::isSecret(key))
+    std::string text = std::string(key.meaning) + " (" + SettingText<Section>::permitted(key);
+    if (!SettingText<Section>::isSecret(key))
     {
-        text += "; default " + Shown<Section>(Section()).value(key);
+        text += "; default " + SettingText<Section>(Section()).value(key);
     }
     return text + ")";
 }
 
-/// \param explained  whether each key has its comment; false for all but the first section of a list
+/// \param explained  write each key's comment; only for the first section of a list
 template <typename Section>
 std::string section(const Section& values, const std::string& indent, bool explained)
 {
     std::string out;
-    Shown<Section> shown(values);
+    SettingText<Section> setting(values);
     for (const ConfigKey<Section>& key : configKeys<Section>())
     {
         if (explained)
         {
             out += comment(indent, explanation(key));
         }
-        out += indent + (Shown<Section>::isSecret(key) ? "# " : "") + std::string(key.name) + " = " +
-               shown.value(key) + shown.remark(key) + "\n";
+        out += indent + (SettingText<Section>::isSecret(key) ? "# " : "") + std::string(key.name) + " = " +
+               setting.value(key) + setting.remark(key) + "\n";
     }
     return out;
 }
@@ -225,10 +225,11 @@ std::string table(const std::string& heading)
     std::string out = "### " + heading + "\n\n| Key | Meaning | Values | Default |\n|---|---|---|---|\n";
     for (const ConfigKey<Section>& key : configKeys<Section>())
     {
-        const std::string byDefault =
-            Shown<Section>::isSecret(key) ? "none" : "`" + Shown<Section>(Section()).value(key) + "`";
+        const std::string byDefault = SettingText<Section>::isSecret(key)
+                                          ? "none"
+                                          : "`" + SettingText<Section>(Section()).value(key) + "`";
         out += "| `" + std::string(key.name) + "` | " + cell(std::string(key.meaning)) + formerName(key) +
-               " | " + cell(Shown<Section>::permitted(key)) + " | " + byDefault + " |\n";
+               " | " + cell(SettingText<Section>::permitted(key)) + " | " + byDefault + " |\n";
     }
     return out + "\n";
 }

@@ -8,9 +8,9 @@ namespace refhost
 {
 
 /// Writes a configuration as a commented file that ConfigReader reads back to the same configuration, except
-/// for what must not be shown: a user's password is only a comment, and credentials within a location
-/// are masked (rtsp://***@host/). The reader refuses both, naming line and column, so that a dump is never
-/// mistaken for the whole and no user ends up with a known password.
+/// for secrets: a user's password is only a comment, and credentials in a location are masked
+/// (rtsp://***@host/). The reader refuses both, with line and column, so that a dump is not mistaken for a
+/// complete configuration and no user gets a known password.
 ///
 /// Threads: any.
 class ConfigWriter
@@ -18,7 +18,7 @@ class ConfigWriter
 public:
     static std::string write(const ServerConfig& config);
 
-    /// All keys with meaning, values and default as tables in Markdown, for the manual.
+    /// All keys with meaning, values and default as Markdown tables for the manual.
     static std::string manual();
 };
 

@@ -5,12 +5,12 @@
 namespace refhost
 {
 
-/// Whether a presentation can be described at once, asked before the library is: it takes a description that
-/// is not there yet for a failure and reports it.
+/// Checks whether a presentation can be described now. It is called before the library, which would report a
+/// missing description as a failure.
 ///
-/// Where the answer is false the source starts, and ChangeSignal announces that asking again makes sense.
-/// What cannot be described at all (a URL that means nothing, a stream that failed) is ready: the library has
-/// the answer. Threads: any; nothing here waits.
+/// When the result is false, the source was started, and ChangeSignal announces when to check again. A
+/// presentation that cannot be described at all (an invalid URL, a failed stream) is ready: the library
+/// returns the error. Threads: any; never waits.
 class DescriptionReadiness
 {
 public:
@@ -18,7 +18,7 @@ public:
     static bool live(const std::string& presentation);
     /// \param presentation  as "orv/multicast/1/0"
     static bool multicast(const std::string& presentation);
-    /// False while the index of the recordings is not open yet.
+    /// False until the recording index is open.
     static bool recorded(const std::string& presentation);
 };
 

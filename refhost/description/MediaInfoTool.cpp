@@ -7,7 +7,7 @@
 #include "refhost/media/Device.h"
 #include "refhost/playback/PlaybackService.h"
 
-/// This host's description depends on the stream alone; of what it is told it keeps the URL only.
+/// This host's description depends only on the stream; of the settings only the URL is kept.
 struct MediaInfoTool::Impl
 {
     std::string mediaUrl;

@@ -16,7 +16,7 @@ const std::string liveKey = "orv/live/";
 int MulticastMediaUrl::parseMulticastMediaUrl(const std::string& url)
 {
     const std::size_t found = url.find(key);
-    // The two forms differ in nothing but the word, so that one parser reads both.
+    // The two forms differ only in the prefix, so one parser reads both.
     const int status =
         found == std::string::npos ? statusNotFound : parseMediaUrl(liveKey + url.substr(found + key.size()));
     std::string family = prefix;

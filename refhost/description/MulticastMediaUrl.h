@@ -7,21 +7,21 @@
 namespace refhost
 {
 
-/// The device's URL syntax with a multicast form, which it has none of its own:
+/// The device's URL syntax extended by a multicast form:
 ///
 ///     multicast:  orv/multicast/<camera>/<stream>
 ///
-/// Numbers are read as in the live form, and what stands in front of the prefix is ignored likewise.
-/// Registered under a platform type of its own, so that the device's codec keeps its number.
+/// Numbers are parsed as in the live form, and text before the prefix is ignored likewise. Registered under
+/// its own platform type, so that the device's codec keeps its number.
 class MulticastMediaUrl : public OrvaneMediaUrl
 {
 public:
     static constexpr int thirdPlatType = 2;
 
-    /// The prefix is "orv/multicast" afterwards and the multicast flag set in any case.
-    /// \returns 0, or -8 with camera and stream left as they were
+    /// Parses a URL; in any case sets the prefix "orv/multicast" and the multicast flag.
+    /// \returns 0, or -8 with camera and stream unchanged
     int parseMulticastMediaUrl(const std::string& url) override;
-    /// "orv/multicast/" with camera and stream.
+    /// "orv/multicast/<camera>/<stream>".
     std::string toMulticastMediaUrl() override;
 
     /// Always `thirdPlatType`.

@@ -6,7 +6,7 @@
 namespace refhost
 {
 
-/// Makes codecs of URLs with the multicast form. Threads: any; no state.
+/// Creates codecs of URLs with the multicast form. Threads: any; no state.
 class MulticastMediaUrlFactory : public IMediaUrlFactory
 {
 public:

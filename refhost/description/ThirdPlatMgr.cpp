@@ -13,7 +13,7 @@ enum ElementaryStreamType
 
 }  // namespace
 
-// Track ids follow the kind of media alone.
+// The track id depends on the kind of media only.
 std::string ThirdPlatMgr::getTrackIDByESStreamType(int, int esStreamType, bool backChannel, int)
 {
     if (backChannel)

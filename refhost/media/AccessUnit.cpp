@@ -19,7 +19,7 @@ std::uint32_t AccessUnit::headerSize(std::size_t packet) const
     {
         return rtpHeaderSize;
     }
-    // Its own four bytes and a count of 32-bit words (RFC 3550, section 5.3.1).
+    // The extension's four-byte header holds the count of 32-bit words that follow (RFC 3550, section 5.3.1).
     return static_cast<std::uint32_t>(rtpHeaderSize) + 4 + 4 * (at[14] * 256U + at[15]);
 }
 

@@ -35,7 +35,7 @@ int h265Type(std::uint8_t firstByte)
     return firstByte >> 1 & 0x3f;
 }
 
-/// Calls `use` with each unit of an aggregation packet: 16 bits of size, then the unit.
+/// Calls `use` with the first byte of each NAL unit of an aggregation packet: 16 bits of size, then the unit.
 template <class Use>
 void forEachAggregated(const std::uint8_t* at, const std::uint8_t* end, Use use)
 {
@@ -101,7 +101,7 @@ void AccessUnitBuilder::finish()
 {
     if (dropping_)
     {
-        Log::limited(Log::Level::warning, "frames too large", "left out a frame of more than {} bytes",
+        Log::limited(Log::Level::warning, "frames too large", "dropped a frame of more than {} bytes",
                      maxUnitBytes);
         return reset();
     }

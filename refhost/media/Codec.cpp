@@ -49,7 +49,7 @@ CodecInfo h264()
     info.parser = "h264parse config-interval=-1";
     info.caps = "video/x-h264,stream-format=avc,alignment=au";
     info.payloader = "rtph264pay config-interval=0 aggregate-mode=zero-latency";
-    // One slice a frame: its packets are one run of equal size. The small buffer keeps key frames small.
+    // One slice per frame: its packets are of equal size. The small VBV buffer keeps key frames small.
     info.encoder =
         "x264enc tune=zerolatency speed-preset=superfast bitrate={bitRate} key-int-max={gop} "
         "threads={threads} "
@@ -76,7 +76,7 @@ CodecInfo h265()
     return info;
 }
 
-/// RFC 2435: baseline JPEG of 4:2:0 or 4:2:2 with the usual Huffman tables, and sizes in blocks of 8 pixels.
+/// RFC 2435: baseline JPEG of 4:2:0 or 4:2:2 with the standard Huffman tables, and sizes in blocks of 8 pixels.
 CodecInfo mjpeg()
 {
     CodecInfo info = video(Codec::mjpeg, "mjpeg", "JPEG", "mjpeg");
@@ -117,8 +117,8 @@ CodecInfo aac()
     return info;
 }
 
-/// G.711: one byte is one sample (RFC 3551, section 4.5.14). The static payload types hold for 8000 Hz and
-/// one channel alone.
+/// G.711: one byte is one sample (RFC 3551, section 4.5.14). The static payload types are for 8000 Hz and one
+/// channel only.
 CodecInfo g711(CodecInfo info, int payloadType)
 {
     info.payloadType = payloadType;
@@ -135,7 +135,7 @@ CodecInfo g711(CodecInfo info, int payloadType)
     return info;
 }
 
-// Their encoders get blocks of 20 ms, whatever the size of those that come in.
+// The encoders of G.711 get blocks of 20 ms, whatever the input's block size.
 
 CodecInfo pcmu()
 {
@@ -161,7 +161,7 @@ CodecInfo pcma()
     return info;
 }
 
-/// Samples of 48 kHz in a packet (RFC 6716, section 3): 0 for a malformed one.
+/// Samples at 48 kHz in a packet (RFC 6716, section 3); 0 for a malformed one.
 std::uint32_t opusSamples(const std::uint8_t* packet, std::size_t size)
 {
     constexpr std::uint32_t perMillisecond = 48;
@@ -193,7 +193,8 @@ std::uint32_t opusSamples(const std::uint8_t* packet, std::size_t size)
     return samples <= maxMilliseconds * perMillisecond ? samples : 0;
 }
 
-/// The identification header without samples to skip (RFC 7845, section 5.1): a recording starts amid a stream.
+/// The identification header with no samples to skip (RFC 7845, section 5.1): a recording starts within a
+/// stream.
 std::vector<std::uint8_t> opusHead(int channels)
 {
     constexpr std::array<std::uint8_t, 4> rate{0x80, 0xbb, 0, 0};  // 48000, little endian
@@ -204,7 +205,7 @@ std::vector<std::uint8_t> opusHead(int channels)
     return head;
 }
 
-/// RFC 7587: a packet holds one Opus packet; the description names two channels whatever there is.
+/// RFC 7587: an RTP packet holds one Opus packet; SDP always names two channels.
 CodecInfo opus()
 {
     CodecInfo info = audio(Codec::opus, "opus", "opus", "opus");

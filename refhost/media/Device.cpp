@@ -19,7 +19,7 @@ struct Served
 
     static Served& instance()
     {
-        // Never destroyed: connections may be served until the very end of the process.
+        // Never destroyed: connections may be served until the end of the process.
         static auto* const served = new Served;
         return *served;
     }

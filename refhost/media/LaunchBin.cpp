@@ -5,7 +5,7 @@ namespace refhost
 namespace
 {
 
-/// Some failures leave what could be made; nobody wants it.
+/// Releases the partial result that some failures leave.
 GstElement* complete(GstElement* made, GError* problem, std::string& error)
 {
     if (problem == nullptr && made != nullptr)

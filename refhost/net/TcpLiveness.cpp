@@ -20,8 +20,9 @@ using std::chrono::milliseconds;
 namespace
 {
 
-// Older C libraries do not know it, and kernels before 6.15 refuse it: the system's two minutes stay then.
-constexpr int tcpRtoMaxMs = 44;
+// TCP_RTO_MAX_MS; older C libraries do not define it, and kernels before 6.15 refuse it: their limit stays two
+// minutes.
+constexpr int rtoMaxOption = 44;
 constexpr milliseconds minRtoMax = std::chrono::seconds(1);
 constexpr milliseconds maxRtoMax = std::chrono::minutes(2);
 constexpr int unansweredProbes = 3;
@@ -34,8 +35,8 @@ void set(int descriptor, int level, int name, int value)
     }
 }
 
-/// Whether bytes wait for room at the peer, none are on their way, and no probe for room is unanswered.
-bool waitsForRoom(int descriptor, const tcp_info& info)
+/// Whether unsent bytes wait for the peer's zero window to open, and no window probe is unanswered.
+bool isWindowClosed(int descriptor, const tcp_info& info)
 {
     int unsent = 0;
     return info.tcpi_unacked == 0 && info.tcpi_probes == 0 &&
@@ -46,14 +47,14 @@ bool waitsForRoom(int descriptor, const tcp_info& info)
 
 void TcpLiveness::configure(int listener, std::chrono::seconds timeout)
 {
-    // A third of the time idle, and half of the time for the probes: dead after five sixths of it.
+    // Idle for a third of the timeout, then three probes in half of it: a dead peer is found after five sixths.
     const int idle = std::max(static_cast<int>(timeout.count() / 3), 1);
     const int interval = std::max(static_cast<int>(timeout.count() / 6), 1);
     set(listener, SOL_SOCKET, SO_KEEPALIVE, 1);
     set(listener, IPPROTO_TCP, TCP_KEEPIDLE, idle);
     set(listener, IPPROTO_TCP, TCP_KEEPINTVL, interval);
     set(listener, IPPROTO_TCP, TCP_KEEPCNT, unansweredProbes);
-    set(listener, IPPROTO_TCP, tcpRtoMaxMs,
+    set(listener, IPPROTO_TCP, rtoMaxOption,
         static_cast<int>(std::clamp(milliseconds(timeout) / 4, minRtoMax, maxRtoMax).count()));
 }
 
@@ -66,7 +67,7 @@ std::optional<milliseconds> TcpLiveness::silence(int descriptor)
     {
         return std::nullopt;
     }
-    return milliseconds(waitsForRoom(descriptor, info) ? 0 : std::int64_t{info.tcpi_last_ack_recv});
+    return milliseconds(isWindowClosed(descriptor, info) ? 0 : std::int64_t{info.tcpi_last_ack_recv});
 }
 
 }  // namespace refhost

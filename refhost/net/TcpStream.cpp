@@ -46,7 +46,7 @@ void TcpStream::detach()
         const MutexLock guard(mutex_);
         loop = std::exchange(loop_, nullptr);
     }
-    // Without the lock: it waits for a handler that may want it.
+    // Without the lock: remove() waits for a handler, which may take it.
     if (loop != nullptr)
     {
         loop->remove(socket_.get());

@@ -19,7 +19,7 @@ constexpr std::size_t maxName = 15;  // of a thread on Linux
 
 struct GThread::Body
 {
-    /// Everything that the thread uses: it must survive the thread object.
+    /// Everything that the thread uses; outlives the thread object.
     struct Calls
     {
         function<int> run;
@@ -38,7 +38,7 @@ struct GThread::Body
                 run();
             }
             after();
-            // The system gives a thread's id to another one later.
+            // The system may reuse the thread's id.
             state->owner.store(std::thread::id(), std::memory_order_relaxed);
             state->running.store(false, std::memory_order_release);
         }
@@ -50,7 +50,7 @@ struct GThread::Body
     }
 
     std::shared_ptr<Calls> calls;
-    // One start() or stop() at a time; never taken on the own thread, which stop() waits for.
+    // One start() or stop() at a time; never locked on the thread itself, which stop() waits for.
     refhost::Mutex control;
     std::thread thread OV_GUARDED_BY(control);
 };
@@ -86,7 +86,7 @@ int GThread::start()
         {
             return 1;
         }
-        // Its own body asked for the end.
+        // The body itself called stop().
         body_->thread.join();
     }
     shared.endAsked.store(false, std::memory_order_release);

@@ -44,10 +44,10 @@ void TaskQueue::post(Task task, Duration delay)
         }
         catch (const std::system_error& error)
         {
-            // Whoever posts may be a thread of GStreamer's, which takes no exception.
+            // The caller may be a GStreamer thread, which must not see an exception.
             if (!std::exchange(failureReported_, true))
             {
-                Log::error("no thread can be made: {}", error.what());
+                Log::error("no thread can be created: {}", error.what());
             }
         }
     }
