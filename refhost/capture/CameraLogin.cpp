@@ -23,34 +23,70 @@ std::string hash(GChecksumType type, const std::string& text)
         .get();
 }
 
-/// Reads name=value pairs with commas between them; values may be quoted. Names in lower case.
-std::map<std::string, std::string> parametersOf(std::string_view text)
+/// Cuts off a value, which may be quoted. A quote in it stays escaped, as it is hashed and sent again.
+std::string takeValue(std::string_view& text)
 {
-    std::map<std::string, std::string> parameters;
-    while (!text.empty())
+    if (text.empty() || text.front() != '"')
     {
-        const std::size_t start = text.find_first_not_of(" \t,");
-        const std::size_t equals = text.find('=');
-        if (start == std::string_view::npos || equals == std::string_view::npos || equals < start)
+        const std::size_t end = std::min(text.find_first_of(", \t"), text.size());
+        const std::string value(text.substr(0, end));
+        text.remove_prefix(end);
+        return value;
+    }
+    std::size_t end = 1;
+    while (end < text.size() && text[end] != '"')
+    {
+        end += text[end] == '\\' ? 2 : 1;
+    }
+    end = std::min(end, text.size());
+    const std::string value(text.substr(1, end - 1));
+    text.remove_prefix(std::min(end + 1, text.size()));
+    return value;
+}
+
+/// Reads one demand, a scheme and name=value pairs with commas between them; another one may follow (RFC 7235,
+/// section 4.1).
+/// \param[out] scheme, parameters  names in lower case
+void takeDemand(std::string_view& text, std::string& scheme, std::map<std::string, std::string>& parameters)
+{
+    constexpr std::string_view gap = " \t,";
+    scheme.clear();
+    parameters.clear();
+    for (;;)
+    {
+        text.remove_prefix(std::min(text.find_first_not_of(gap), text.size()));
+        const std::size_t end = std::min(text.find_first_of(" \t,="), text.size());
+        const std::size_t behind = std::min(text.find_first_not_of(" \t", end), text.size());
+        const std::string name = lowerCase(text.substr(0, end));
+        const bool isPair = behind < text.size() && text[behind] == '=';
+        if (text.empty() || (!isPair && !scheme.empty()))
         {
-            break;
+            return;  // the next demand, if any
         }
-        const std::string name = lowerCase(text.substr(start, equals - start));
-        text.remove_prefix(equals + 1);
-        std::size_t end = 0;
-        if (!text.empty() && text.front() == '"')
+        if (isPair)
         {
-            text.remove_prefix(1);
-            end = std::min(text.find('"'), text.size());
+            text.remove_prefix(behind + 1);
+            text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
+            parameters.emplace(name, takeValue(text));
         }
         else
         {
-            end = std::min(text.find_first_of(", \t"), text.size());
+            scheme = name;
+            text.remove_prefix(end);
         }
-        parameters.emplace(name, text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
     }
-    return parameters;
+}
+
+/// As it may stand between quotes.
+std::string quoted(const std::string& text)
+{
+    std::string result;
+    for (const char c : text)
+    {
+        result += c == '"' || c == '\\' ? "\\" : "";
+        result += c;
+    }
+    return result;
 }
 
 bool offersAuth(const std::string& qop)
@@ -69,11 +105,16 @@ CameraLogin::CameraLogin(std::string user, std::string password)
 bool CameraLogin::challenge(const CameraMessage& answer)
 {
     scheme_ = Scheme::none;
+    stale_ = false;
     for (const auto& [name, value] : answer.headers)
     {
-        if (name == "www-authenticate")
+        std::string_view demands = name == "www-authenticate" ? value : std::string_view();
+        while (!demands.empty())
         {
-            consider(value);
+            std::string scheme;
+            Parameters parameters;
+            takeDemand(demands, scheme, parameters);
+            consider(scheme, parameters);
         }
     }
     return scheme_ != Scheme::none && !user_.empty();
@@ -97,8 +138,8 @@ std::string CameraLogin::authorization(std::string_view method, std::string_view
     const GChecksumType type = sha256 ? G_CHECKSUM_SHA256 : G_CHECKSUM_MD5;
     const std::string secret = hash(type, fmt::format("{}:{}:{}", user_, realm_, password_));
     const std::string request = hash(type, fmt::format("{}:{}", method, uri));
-    std::string text = fmt::format(R"(Digest username="{}", realm="{}", nonce="{}", uri="{}", )", user_,
-                                   realm_, nonce_, uri);
+    std::string text = fmt::format(R"(Digest username="{}", realm="{}", nonce="{}", uri="{}", )",
+                                   quoted(user_), realm_, nonce_, uri);
     if (qop_)
     {
         const std::string number = fmt::format("{:08x}", ++count_);
@@ -112,15 +153,12 @@ std::string CameraLogin::authorization(std::string_view method, std::string_view
     {
         text += fmt::format(R"(response="{}")", hash(type, fmt::format("{}:{}:{}", secret, nonce_, request)));
     }
-    text += sha256 ? ", algorithm=SHA-256" : "";
+    text += algorithm_.empty() ? "" : ", algorithm=" + algorithm_;
     return opaque_.empty() ? text : text + fmt::format(R"(, opaque="{}")", opaque_);
 }
 
-void CameraLogin::consider(std::string_view demand)
+void CameraLogin::consider(const std::string& name, Parameters& parameters)
 {
-    const std::size_t space = std::min(demand.find(' '), demand.size());
-    const std::string name = lowerCase(demand.substr(0, space));
-    std::map<std::string, std::string> parameters = parametersOf(demand.substr(space));
     Scheme scheme = Scheme::none;
     if (name == "basic")
     {
@@ -146,7 +184,9 @@ void CameraLogin::consider(std::string_view demand)
     realm_ = parameters["realm"];
     nonce_ = parameters["nonce"];
     opaque_ = parameters["opaque"];
+    algorithm_ = parameters["algorithm"];
     qop_ = !parameters["qop"].empty();
+    stale_ = lowerCase(parameters["stale"]) == "true";
     count_ = 0;
 }
 

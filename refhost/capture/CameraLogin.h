@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,12 @@ public:
     /// \returns false when there is no user, or none of them can be met
     bool challenge(const CameraMessage& answer);
 
+    /// Whether the demand that is met came because the nonce was used up (RFC 7616, section 3.3).
+    bool stale() const
+    {
+        return stale_;
+    }
+
     /// The value of the Authorization header; empty while nothing was demanded.
     std::string authorization(std::string_view method, std::string_view uri);
 
@@ -31,7 +38,9 @@ private:
         digestSha256
     };
 
-    void consider(std::string_view demand);
+    using Parameters = std::map<std::string, std::string>;
+
+    void consider(const std::string& name, Parameters& parameters);
 
     std::string user_;
     std::string password_;
@@ -39,7 +48,9 @@ private:
     std::string realm_;
     std::string nonce_;
     std::string opaque_;
+    std::string algorithm_;  ///< as the camera writes it; empty where it does not
     bool qop_ = false;
+    bool stale_ = false;
     unsigned count_ = 0;
 };
 

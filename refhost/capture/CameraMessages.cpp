@@ -122,7 +122,7 @@ CameraMessages::Next CameraMessages::takeMessage()
         scanned_ = text.size() < 2 ? 0 : text.size() - 2;
         return Next::incomplete;
     }
-    if (!readHead(text.substr(0, end)))
+    if (!readHead(text.substr(0, end), message_))
     {
         return Next::broken;
     }
@@ -144,11 +144,11 @@ CameraMessages::Next CameraMessages::takeMessage()
     return Next::message;
 }
 
-bool CameraMessages::readHead(std::string_view head)
+bool CameraMessages::readHead(std::string_view head, CameraMessage& out)
 {
-    message_ = CameraMessage();
+    out = CameraMessage();
     const std::string_view first = takeLine(head);
-    message_.startLine = first;
+    out.startLine = first;
     if (first.substr(0, protocol.size()) == protocol)
     {
         const std::size_t space = first.find(' ');
@@ -158,7 +158,7 @@ bool CameraMessages::readHead(std::string_view head)
         {
             return false;
         }
-        message_.status = *status;
+        out.status = *status;
     }
     else if (first.find(protocol) == std::string_view::npos)
     {
@@ -172,12 +172,11 @@ bool CameraMessages::readHead(std::string_view head)
         {
             continue;  // some cameras fold or pad their headers; what was meant cannot be known
         }
-        if (message_.headers.size() == maxHeaders)
+        if (out.headers.size() == maxHeaders)
         {
             return false;
         }
-        message_.headers.emplace_back(lowerCase(trimmed(line.substr(0, colon))),
-                                      trimmed(line.substr(colon + 1)));
+        out.headers.emplace_back(lowerCase(trimmed(line.substr(0, colon))), trimmed(line.substr(colon + 1)));
     }
     return true;
 }

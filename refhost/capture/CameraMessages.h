@@ -40,6 +40,11 @@ public:
         broken  ///< neither a message nor a packet, or beyond a limit: the rest cannot be read
     };
 
+    /// Reads the first line and the header lines of a message.
+    /// \param[out] out  without body
+    /// \returns false when it is no message, or has too many headers
+    static bool readHead(std::string_view head, CameraMessage& out);
+
     void append(const std::uint8_t* data, std::size_t size);
 
     /// Takes the next whole message or packet.
@@ -67,7 +72,6 @@ public:
 
 private:
     Next takeMessage();
-    bool readHead(std::string_view head);
 
     std::vector<std::uint8_t> bytes_;
     std::size_t at_ = 0;       ///< what stands before is done

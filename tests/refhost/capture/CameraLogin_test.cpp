@@ -90,5 +90,47 @@ TEST(CameraLogin, DemandsThatCannotBeMetAreTold)
     EXPECT_FALSE(CameraLogin("", "").challenge(demand({"Basic realm=\"r\""})));
 }
 
+TEST(CameraLogin, SeveralDemandsMayStandInOneHeader)
+{
+    for (const char* text :
+         {R"(Basic realm="a, b", Digest realm="r", nonce="n", qop="auth")",
+          R"(Digest realm="r", nonce="n", qop="auth", Basic realm="a, b")",
+          R"(Negotiate, Digest nonce = "n" , realm = "r",Basic realm="x")",
+          R"(Digest realm="r", nonce="n", algorithm=MD5, Digest realm="r", nonce="m", algorithm=SHA-512)"})
+    {
+        CameraLogin login("guard", "a b");
+        EXPECT_TRUE(login.challenge(demand({text}))) << text;
+        const std::string answer = login.authorization("DESCRIBE", "rtsp://h/x");
+        EXPECT_THAT(answer, HasSubstr(R"(nonce="n")")) << text;
+        EXPECT_TRUE(isRight(answer)) << answer;
+    }
+}
+
+TEST(CameraLogin, AUsedUpNonceIsToldFromARefusedPassword)
+{
+    CameraLogin login("guard", "a b");
+    EXPECT_TRUE(login.challenge(demand({R"(Digest realm="r", nonce="n", stale=TRUE)"})));
+    EXPECT_TRUE(login.stale());
+    EXPECT_TRUE(login.challenge(demand({R"(Digest realm="r", nonce="n", stale="false")"})));
+    EXPECT_FALSE(login.stale());
+}
+
+TEST(CameraLogin, AlgorithmIsSentAsTheCameraWritesIt)
+{
+    CameraLogin login("guard", "a b");
+    EXPECT_TRUE(login.challenge(demand({R"(Digest realm="r", nonce="n", algorithm="md5")"})));
+    EXPECT_THAT(login.authorization("DESCRIBE", "rtsp://h/x"), HasSubstr(", algorithm=md5"));
+    EXPECT_TRUE(login.challenge(demand({R"(Digest realm="r", nonce="n")"})));
+    EXPECT_THAT(login.authorization("DESCRIBE", "rtsp://h/x"), testing::Not(HasSubstr("algorithm")));
+}
+
+TEST(CameraLogin, QuotesAreEscaped)
+{
+    CameraLogin login(R"(a"b\c)", "p");
+    EXPECT_TRUE(login.challenge(demand({R"(Digest realm="the \"r\"", nonce="n")"})));
+    EXPECT_THAT(login.authorization("DESCRIBE", "rtsp://h/x"),
+                StartsWith(R"(Digest username="a\"b\\c", realm="the \"r\"", nonce="n",)"));
+}
+
 }  // namespace
 }  // namespace refhost
