@@ -1,15 +1,13 @@
 #pragma once
-// Tested by tests/refhost/ingest/client/RtspClientState_test.cpp.
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "refhost/base/Times.h"
 #include "refhost/ingest/client/RtspClientEvents.h"
+#include "refhost/ingest/client/RtspClientOptions.h"
 #include "refhost/ingest/client/RtspClientState.h"
 #include "refhost/net/StreamConnector.h"
 #include "refhost/threads/EventLoop.h"
@@ -17,20 +15,7 @@
 namespace refhost
 {
 
-struct RtspClientOptions
-{
-    enum class Transport
-    {
-        tcp  ///< interleaved in the RTSP connection
-    };
-
-    Transport transport = Transport::tcp;
-    Duration openTimeout = std::chrono::seconds(30);     ///< from start() to the answer to PLAY
-    Duration connectTimeout = std::chrono::seconds(10);  ///< for each connection, its host's address included
-    Duration answerTimeout = std::chrono::seconds(10);   ///< for each answer
-    Duration silenceTimeout = std::chrono::seconds(10);  ///< without an RTP packet, once playing
-    Duration teardownTimeout = std::chrono::milliseconds(500);
-};
+class RtspClientSession;
 
 /// Reads one camera over RTSP (RFC 2326) on an event loop: describes, sets up and plays it, keeps the session
 /// alive, and hands on the packets where they were received.
@@ -42,11 +27,11 @@ struct RtspClientOptions
 /// Life: start() once; then until onEnded(), stop() or the destructor. A client that is stopped leaves its
 /// connection to the loop, for no longer than teardownTimeout: TEARDOWN is sent and its answer awaited there.
 ///
-/// Threads: the loop's, for everything but the constructor; another one once the loop has ended.
+/// Threads: the loop's, for everything but the constructor.
 class RtspClient
 {
 public:
-    /// \param connector  makes the connection; it and `loop` outlive the client's connection
+    /// \param connector  makes the connection; it outlives the client's connection, and so does `loop`
     /// \param url        rtsp://[user[:password]@]host[:port][/path][?query]; user and password may be escaped
     ///                   (%40), or not
     /// \param events     outlives the client
@@ -63,7 +48,7 @@ public:
 
     /// Ends; nothing is reported any more. Does nothing the second time, but for `closed`.
     /// \param closed  called once on the loop's thread when the connection is closed, after the return; not
-    ///                called when the loop ends before
+    ///                called where the loop ends before
     void stop(std::function<void()> closed = {});
 
     /// Sends RTCP about a track that plays.
@@ -74,8 +59,7 @@ public:
     RtspClientState state() const;
 
 private:
-    class Impl;
-    const std::shared_ptr<Impl> impl_;
+    const std::shared_ptr<RtspClientSession> session_;
 };
 
 }  // namespace refhost

@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/ingest/client/RtspClientState_test.cpp.
+// Tested by tests/refhost/ingest/client/RtspClient_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,0 +1,715 @@
+#include "refhost/ingest/client/RtspClientSession.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "refhost/base/Decimal.h"
+#include "refhost/base/HostClock.h"
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int statusOk = 200;
+constexpr int statusUnauthorized = 401;
+constexpr int statusNotFound = 404;
+constexpr int statusGone = 410;
+constexpr int statusNotEnoughBandwidth = 453;
+constexpr int statusSessionNotFound = 454;
+constexpr int statusUnsupportedTransport = 461;
+constexpr int statusServiceUnavailable = 503;
+constexpr Duration bodyPause = std::chrono::milliseconds(300);
+constexpr int maxChannels = 256;
+
+MonotonicTime now()
+{
+    return HostClock::system().now();
+}
+
+bool isRedirect(int status)
+{
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+/// Status code and reason of an answer, for the log.
+std::string outcomeOf(const CameraMessage& answer)
+{
+    const std::size_t space = answer.startLine.find(' ');
+    return Log::safe(space == std::string::npos ? answer.startLine : answer.startLine.substr(space + 1));
+}
+
+/// What stands behind the last slash.
+std::string_view lastPart(std::string_view url)
+{
+    return url.substr(url.rfind('/') + 1);
+}
+
+/// What RTP-Info says of a track: by its URL, which may lack host and path; otherwise by its place.
+const RtpInfo* infoOf(const std::vector<RtpInfo>& infos, std::string_view control, std::size_t place)
+{
+    const auto found = std::find_if(infos.begin(), infos.end(),
+                                    [&](const RtpInfo& info)
+                                    { return !info.url.empty() && lastPart(info.url) == lastPart(control); });
+    if (found != infos.end())
+    {
+        return &*found;
+    }
+    return place < infos.size() && infos[place].url.empty() ? &infos[place] : nullptr;
+}
+
+RtspClientEnd::Kind kindOf(int status)
+{
+    using Kind = RtspClientEnd::Kind;
+    switch (status)
+    {
+        case statusUnauthorized:
+            return Kind::unauthorized;
+        case statusNotFound:
+        case statusGone:
+            return Kind::notFound;
+        case statusNotEnoughBandwidth:
+        case statusServiceUnavailable:
+            return Kind::busy;
+        case statusUnsupportedTransport:
+            return Kind::noUsableTransport;
+        default:
+            return Kind::protocolError;
+    }
+}
+
+}  // namespace
+
+RtspClientSession::RtspClientSession(EventLoop& loop, StreamConnector& connector, const std::string& url,
+                                     const RtspClientOptions& options, RtspClientEvents& events)
+    : loop_(loop), connector_(connector), options_(options), events_(&events), home_(CameraUrl::parse(url))
+{
+}
+
+RtspClientSession::~RtspClientSession()
+{
+    loop_.cancel(timer_);
+}
+
+void RtspClientSession::start()
+{
+    if (!home_)
+    {
+        state_.enter(State::connecting);
+        loop_.post(
+            [weak = weak_from_this()]
+            {
+                if (const auto self = weak.lock())
+                {
+                    self->end(Kind::protocolError, "the camera's URL cannot be read");
+                }
+            });
+        return;
+    }
+    url_ = *home_;
+    openDeadline_ = now() + options_.openTimeout;
+    connect();
+}
+
+void RtspClientSession::stop(std::function<void()> closed)
+{
+    events_ = nullptr;
+    if (closed)
+    {
+        whenClosed_.push_back(std::move(closed));
+    }
+    leave();
+}
+
+bool RtspClientSession::sendReport(std::size_t track, const std::uint8_t* data, std::size_t size)
+{
+    const auto found =
+        std::find_if(tracks_.begin(), tracks_.end(),
+                     [&](const SetUpTrack& each) { return each.playing && each.track == track; });
+    return state_.is(State::playing) && found != tracks_.end() && size > 0 && size <= UINT16_MAX &&
+           connection_->sendPacket(found->reportChannel, data, size);
+}
+
+void RtspClientSession::connect()
+{
+    state_.enter(State::connecting);
+    const Duration timeout = std::min(options_.connectTimeout, openDeadline_ - now());
+    attempt_ = connector_.connect(loop_, url_.host, url_.port, timeout,
+                                  [this](std::unique_ptr<ByteStream> stream, const std::string& error)
+                                  { onConnected(std::move(stream), error); });
+    answerDeadline_ = MonotonicTime::max();
+    arm();
+}
+
+void RtspClientSession::onConnected(std::unique_ptr<ByteStream> stream, const std::string& error)
+{
+    const auto self = shared_from_this();
+    attempt_ = nullptr;
+    if (stream == nullptr)
+    {
+        end(Kind::unreachable, error);
+        return;
+    }
+    try
+    {
+        connection_ = std::make_unique<CameraConnection>(loop_, std::move(stream), *this, self);
+    }
+    catch (const std::system_error& failure)
+    {
+        end(Kind::unreachable, fmt::format("cannot watch the connection: {}", failure.what()));
+        return;
+    }
+    if (requests_ == nullptr)
+    {
+        const bool home = url_.sameServer(*home_);
+        requests_ = std::make_unique<CameraRequests>(
+            CameraLogin(home ? home_->user : "", home ? home_->password : ""));
+    }
+    if (std::exchange(asked_, true))
+    {
+        describe();
+        return;
+    }
+    state_.enter(State::asking);
+    request("OPTIONS", url_.authority() + url_.target, {});
+}
+
+/// Connects over again with the login as it stands: some cameras close their connection behind a demand for one,
+/// or behind OPTIONS.
+void RtspClientSession::reconnect()
+{
+    ++reconnects_;
+    requests_ = std::make_unique<CameraRequests>(requests_->login(), true);
+    retired_ = std::move(connection_);
+    connect();
+}
+
+void RtspClientSession::onClosed(const std::string& error)
+{
+    const auto self = shared_from_this();
+    const bool mayReconnect = state_.is(State::asking) || state_.is(State::describing);
+    if (mayReconnect && reconnects_ < maxReconnects)
+    {
+        reconnect();
+        return;
+    }
+    end(state_.is(State::playing) ? Kind::endedByCamera : Kind::unreachable, error);
+}
+
+void RtspClientSession::onOpenBody()
+{
+    bodyDeadline_ = now() + bodyPause;
+    arm();
+}
+
+void RtspClientSession::onInterleaved(int channel, const std::uint8_t* data, std::size_t size,
+                                      MonotonicTime arrival)
+{
+    const Channel& row = channels_[static_cast<std::size_t>(channel) % channels_.size()];
+    if (!row.used || events_ == nullptr || (!state_.is(State::playing) && !state_.is(State::starting)))
+    {
+        return;
+    }
+    if (row.reports)
+    {
+        events_->onReport(row.track, data, size, arrival);
+        return;
+    }
+    lastPacket_ = arrival;
+    packetCame_ = true;
+    events_->onPacket(row.track, data, size, arrival);
+}
+
+void RtspClientSession::onMessage(CameraMessage& message)
+{
+    bodyDeadline_ = MonotonicTime::max();
+    if (message.status == 0)
+    {
+        answerCamera(message);
+        return;
+    }
+    if (message.status < statusOk)
+    {
+        return;  // it goes on
+    }
+    switch (requests_->take(message))
+    {
+        case CameraRequests::Answer::unexpected:
+            return;
+        case CameraRequests::Answer::again:
+            if (!connection_->send(requests_->again()))
+            {
+                end(Kind::protocolError, "the camera takes no requests any more");
+            }
+            return;
+        case CameraRequests::Answer::final:
+            onAnswer(requests_->answered(), message);
+            return;
+    }
+}
+
+void RtspClientSession::onAnswer(const std::string& method, const CameraMessage& answer)
+{
+    switch (state_.state())
+    {
+        case State::asking:
+            onOptions(answer);
+            return;
+        case State::describing:
+            onDescription(answer);
+            return;
+        case State::settingUp:
+            onSetUp(answer);
+            return;
+        case State::starting:
+            onPlay(answer);
+            return;
+        case State::playing:
+            onKeepAlive(method, answer);
+            return;
+        case State::tearingDown:
+            if (method == "TEARDOWN")
+            {
+                close();
+            }
+            return;
+        case State::idle:
+        case State::connecting:
+        case State::closed:
+            return;
+    }
+}
+
+void RtspClientSession::request(const char* method, const std::string& uri, CameraRequests::Headers headers)
+{
+    if (!connection_->send(requests_->make(method, uri, std::move(headers))))
+    {
+        end(Kind::protocolError, "the camera takes no requests any more");
+        return;
+    }
+    answerDeadline_ = now() + options_.answerTimeout;
+    arm();
+}
+
+void RtspClientSession::onOptions(const CameraMessage& answer)
+{
+    if (isRedirect(answer.status))
+    {
+        redirect(answer);
+        return;
+    }
+    // Cameras that refuse OPTIONS are asked for the rest all the same.
+    keepAliveMethod_ = offersMethod(answer, "GET_PARAMETER") ? "GET_PARAMETER"
+                       : offersMethod(answer, "SET_PARAMETER") && !offersMethod(answer, "OPTIONS")
+                           ? "SET_PARAMETER"
+                           : "OPTIONS";
+    describe();
+}
+
+void RtspClientSession::describe()
+{
+    state_.enter(State::describing);
+    request("DESCRIBE", url_.authority() + url_.target, {{"Accept", "application/sdp"}});
+}
+
+void RtspClientSession::onDescription(const CameraMessage& answer)
+{
+    if (isRedirect(answer.status))
+    {
+        redirect(answer);
+        return;
+    }
+    if (answer.status != statusOk)
+    {
+        refuse("DESCRIBE", answer);
+        return;
+    }
+    retired_ = nullptr;
+    const std::string_view base = answer.header("content-base");
+    const CameraDescription description = CameraDescription::read(
+        answer.body, url_, url_.baseTarget(base.empty() ? answer.header("content-location") : base));
+    if (description.tracks.empty())
+    {
+        end(Kind::protocolError, "the camera describes no track");
+        return;
+    }
+    control_ = description.control;
+    choose(description.tracks, events_->onDescribed(description.tracks));
+}
+
+void RtspClientSession::choose(const std::vector<CameraTrack>& described,
+                               const std::vector<std::size_t>& chosen)
+{
+    if (events_ == nullptr)
+    {
+        return;  // stopped by the choice
+    }
+    for (const std::size_t index : chosen)
+    {
+        const bool known = std::any_of(tracks_.begin(), tracks_.end(),
+                                       [&](const SetUpTrack& track) { return track.track == index; });
+        if (index < described.size() && !known)
+        {
+            SetUpTrack track;
+            track.track = index;
+            track.control = described[index].control;
+            track.video = described[index].kind == MediaKind::video;
+            track.channel = static_cast<int>(2 * tracks_.size());
+            track.reportChannel = track.channel + 1;
+            tracks_.push_back(std::move(track));
+        }
+    }
+    if (tracks_.empty())
+    {
+        end(Kind::notFound, "the camera has no track that is of use");
+        return;
+    }
+    state_.enter(State::settingUp);
+    setUpNext();
+}
+
+void RtspClientSession::setUpNext()
+{
+    if (settingUp_ == tracks_.size())
+    {
+        play();
+        return;
+    }
+    const SetUpTrack& track = tracks_[settingUp_];
+    CameraRequests::Headers headers{{"Transport", fmt::format("RTP/AVP/TCP;unicast;interleaved={}-{}",
+                                                              track.channel, track.reportChannel)}};
+    // What a server of this kind has kept of the past would arrive at once, as if it were captured at once.
+    headers.emplace_back("Live-Start", "key-frame");
+    request("SETUP", track.control, withSession(std::move(headers)));
+}
+
+void RtspClientSession::onSetUp(const CameraMessage& answer)
+{
+    SetUpTrack& track = tracks_[settingUp_];
+    const bool dispensable =
+        !track.video && answer.status != statusUnauthorized &&
+        std::any_of(tracks_.begin(), tracks_.end(), [](const auto& each) { return each.video; });
+    if (answer.status == statusOk)
+    {
+        SessionReply session = SessionReply::read(answer.header("session"));
+        session_ = session.id.empty() ? std::move(session_) : std::move(session);
+        track.playing = true;
+        if (!takeChannels(answer, track))
+        {
+            return;
+        }
+    }
+    else if (dispensable)
+    {
+        Log::info("{}: the camera does not set up a track: {}", url_.host, outcomeOf(answer));
+    }
+    else
+    {
+        refuse("SETUP", answer);
+        return;
+    }
+    ++settingUp_;
+    setUpNext();
+}
+
+/// Notes which channels carry the track. \returns false after the end
+bool RtspClientSession::takeChannels(const CameraMessage& answer, SetUpTrack& track)
+{
+    const TransportReply reply = TransportReply::read(answer.header("transport"));
+    if (!reply.interleaved)
+    {
+        end(Kind::noUsableTransport, "the camera does not send over TCP", answer.status);
+        return false;
+    }
+    const auto isFree = [this](int channel) { return !channels_[static_cast<std::size_t>(channel)].used; };
+    // Some cameras name the same channels for all tracks, and use those that they were asked for.
+    if (reply.channel && isFree(*reply.channel))
+    {
+        track.channel = *reply.channel;
+        track.reportChannel = reply.reportChannel.value_or((track.channel + 1) % maxChannels);
+    }
+    if (!isFree(track.channel))
+    {
+        end(Kind::protocolError, "the camera sends two tracks in one channel", answer.status);
+        return false;
+    }
+    const auto index = static_cast<std::uint16_t>(track.track);
+    channels_[static_cast<std::size_t>(track.channel)] = {index, true, false};
+    if (isFree(track.reportChannel))
+    {
+        channels_[static_cast<std::size_t>(track.reportChannel)] = {index, true, true};
+    }
+    return true;
+}
+
+void RtspClientSession::play()
+{
+    state_.enter(State::starting);
+    request("PLAY", control_, withSession({{"Range", "npt=0.000-"}}));
+}
+
+void RtspClientSession::onPlay(const CameraMessage& answer)
+{
+    if (answer.status != statusOk)
+    {
+        refuse("PLAY", answer);
+        return;
+    }
+    startPlaying(RtpInfo::read(answer.header("rtp-info")));
+}
+
+void RtspClientSession::startPlaying(const std::vector<RtpInfo>& infos)
+{
+    state_.enter(State::playing);
+    openDeadline_ = MonotonicTime::max();
+    answerDeadline_ = MonotonicTime::max();
+    lastPacket_ = now();
+    keepAliveDue_ = lastPacket_ + session_.keepAliveInterval();
+    arm();
+    std::vector<CameraPlayInfo> rows;
+    for (const SetUpTrack& track : tracks_)
+    {
+        if (track.playing)
+        {
+            CameraPlayInfo row;
+            row.track = track.track;
+            const RtpInfo* const info = infoOf(infos, track.control, rows.size());
+            row.sequence = info == nullptr ? std::nullopt : info->sequence;
+            row.timestamp = info == nullptr ? std::nullopt : info->timestamp;
+            rows.push_back(row);
+        }
+    }
+    events_->onPlaying(rows);
+}
+
+void RtspClientSession::keepAlive()
+{
+    keepAliveDue_ = now() + session_.keepAliveInterval();
+    // Whether it is answered shows by the media that go on.
+    if (!connection_->send(requests_->make(keepAliveMethod_, control_, withSession({}))))
+    {
+        end(Kind::endedByCamera, "the camera takes no requests any more");
+    }
+}
+
+void RtspClientSession::onKeepAlive(const std::string& method, const CameraMessage& answer)
+{
+    if (answer.status == statusSessionNotFound || answer.status == statusUnauthorized)
+    {
+        end(answer.status == statusUnauthorized ? Kind::unauthorized : Kind::endedByCamera,
+            fmt::format("the camera ended the session: it answered {} with {}", method, outcomeOf(answer)),
+            answer.status);
+        return;
+    }
+    if (answer.status != statusOk && method == keepAliveMethod_)
+    {
+        keepAliveMethod_ = "OPTIONS";
+    }
+}
+
+void RtspClientSession::redirect(const CameraMessage& answer)
+{
+    const std::string_view location = answer.header("location");
+    const std::optional<CameraUrl> next = url_.redirected(location);
+    if (!next || ++redirects_ > maxRedirects)
+    {
+        end(Kind::protocolError,
+            fmt::format("the camera sends its clients {}: {}",
+                        next ? "in circles" : "where they cannot follow", Log::safe(Log::maskUrl(location))),
+            answer.status);
+        return;
+    }
+    url_ = *next;
+    asked_ = false;
+    requests_ = nullptr;
+    connection_->close();
+    retired_ = std::move(connection_);
+    connect();
+}
+
+/// Answers a request of the camera's own.
+void RtspClientSession::answerCamera(const CameraMessage& request)
+{
+    const std::string method = request.startLine.substr(0, request.startLine.find(' '));
+    const bool ends = method == "TEARDOWN" || method == "REDIRECT";
+    const bool known = ends || method == "OPTIONS" || method == "GET_PARAMETER" ||
+                       method == "SET_PARAMETER" || method == "ANNOUNCE";
+    std::string text = known ? "RTSP/1.0 200 OK\r\n" : "RTSP/1.0 501 Not Implemented\r\n";
+    if (const auto sequence = leadingDecimal<std::uint64_t>(request.header("cseq")))
+    {
+        text += fmt::format("CSeq: {}\r\n", *sequence);
+    }
+    if (method == "OPTIONS")
+    {
+        text += "Public: OPTIONS, GET_PARAMETER, SET_PARAMETER, ANNOUNCE, REDIRECT, TEARDOWN\r\n";
+    }
+    if (!connection_->send(text + "\r\n"))
+    {
+        end(Kind::protocolError, "the camera asks more than it reads");
+    }
+    else if (ends)
+    {
+        end(Kind::endedByCamera, fmt::format("the camera ended the session by {}", method));
+    }
+}
+
+CameraRequests::Headers RtspClientSession::withSession(CameraRequests::Headers headers) const
+{
+    if (!session_.id.empty())
+    {
+        headers.emplace_back("Session", session_.id);
+    }
+    return headers;
+}
+
+MonotonicTime RtspClientSession::nextDue() const
+{
+    MonotonicTime due = std::min({openDeadline_, answerDeadline_, bodyDeadline_, keepAliveDue_});
+    if (state_.is(State::playing))
+    {
+        due = std::min(due, lastPacket_ + options_.silenceTimeout);
+    }
+    return due;
+}
+
+/// Sees to it that the timer runs when the next deadline is over, or before.
+void RtspClientSession::arm()
+{
+    const MonotonicTime due = nextDue();
+    if (state_.is(State::closed) || due >= timerDue_)
+    {
+        return;
+    }
+    loop_.cancel(timer_);
+    timerDue_ = due;
+    timer_ = loop_.after(due - now(),
+                         [weak = weak_from_this()]
+                         {
+                             if (const auto self = weak.lock())
+                             {
+                                 self->timerDue_ = MonotonicTime::max();
+                                 self->onTimer();
+                                 self->arm();
+                             }
+                         });
+}
+
+void RtspClientSession::onTimer()
+{
+    const MonotonicTime time = now();
+    if (time >= bodyDeadline_)
+    {
+        bodyDeadline_ = MonotonicTime::max();
+        connection_->endBody();
+        return;
+    }
+    if (time >= std::min(openDeadline_, answerDeadline_))
+    {
+        onOverdue();
+        return;
+    }
+    if (!state_.is(State::playing))
+    {
+        return;
+    }
+    if (time >= lastPacket_ + options_.silenceTimeout)
+    {
+        end(Kind::timedOut,
+            fmt::format("the camera sent no media for {:.3g} s", secondsOf(options_.silenceTimeout)));
+        return;
+    }
+    if (time >= keepAliveDue_)
+    {
+        keepAlive();
+    }
+}
+
+/// An answer did not come in time.
+void RtspClientSession::onOverdue()
+{
+    if (state_.is(State::tearingDown))
+    {
+        close();
+        return;
+    }
+    if (state_.is(State::starting) && packetCame_)
+    {
+        startPlaying({});  // some cameras answer PLAY by media alone
+        return;
+    }
+    end(Kind::timedOut, fmt::format("the camera does not answer in time ({})", nameOf(state_.state())));
+}
+
+void RtspClientSession::refuse(const char* method, const CameraMessage& answer)
+{
+    if (answer.status != statusUnauthorized)
+    {
+        end(kindOf(answer.status), fmt::format("the camera answered {} with {}", method, outcomeOf(answer)),
+            answer.status, retryAfterOf(answer));
+        return;
+    }
+    const std::string elsewhere =
+        url_.sameServer(*home_) ? "" : fmt::format(" at {}, which gets none", url_.host);
+    end(Kind::unauthorized,
+        home_->user.empty() || !elsewhere.empty() ? "the camera demands a login" + elsewhere
+                                                  : "the camera refuses the login",
+        answer.status);
+}
+
+void RtspClientSession::end(Kind kind, std::string text, int status, std::optional<Duration> retryAfter)
+{
+    RtspClientEvents* const events = std::exchange(events_, nullptr);
+    leave();
+    if (events != nullptr)
+    {
+        events->onEnded({kind, std::move(text), status, retryAfter});
+    }
+}
+
+/// Ends the session at the camera, where there is one, and then the connection.
+void RtspClientSession::leave()
+{
+    if (state_.is(State::tearingDown) && connection_->isOpen())
+    {
+        return;
+    }
+    const bool mayHaveSession = state_.is(State::settingUp) || state_.is(State::starting) || state_.is(State::playing);
+    if (!mayHaveSession || !connection_->isOpen() ||
+        std::none_of(tracks_.begin(), tracks_.end(), [](const SetUpTrack& track) { return track.playing; }))
+    {
+        close();
+        return;
+    }
+    state_.enter(State::tearingDown);
+    if (!connection_->send(requests_->make("TEARDOWN", control_, withSession({}))))
+    {
+        close();
+        return;
+    }
+    openDeadline_ = MonotonicTime::max();
+    bodyDeadline_ = MonotonicTime::max();
+    keepAliveDue_ = MonotonicTime::max();
+    answerDeadline_ = now() + options_.teardownTimeout;
+    arm();
+}
+
+void RtspClientSession::close()
+{
+    state_.enter(State::closed);
+    loop_.cancel(timer_);
+    attempt_ = nullptr;
+    if (connection_ != nullptr)
+    {
+        connection_->close();
+    }
+    for (std::function<void()>& closed : std::exchange(whenClosed_, {}))
+    {
+        loop_.post(std::move(closed));
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,99 @@
+#include <gmock/gmock.h>
+
+#include "refhost/ingest/client/RtspClient.h"
+#include "refhost/net/TcpConnector.h"
+#include "refhost/rtp/RtpReader.h"
+#include "tests/refhost/ingest/client/ScriptedCamera.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::CollectedEvents;
+
+/// Reads this project's own server over loopback TCP.
+class RtspClientServerTest : public test::RtspServerFixture
+{
+protected:
+    ~RtspClientServerTest() override
+    {
+        runOn(loop, [&] { client = nullptr; });
+    }
+
+    void play(const std::string& login, const std::string& path = "orv/live/1/0")
+    {
+        std::string location = url(path);
+        location.insert(location.find("//") + 2, login);
+        runOn(loop,
+              [&]
+              {
+                  client =
+                      std::make_unique<RtspClient>(loop, connector, location, RtspClientOptions(), events);
+                  client->start();
+              });
+    }
+
+    EventLoop loop{"client"};
+    HostResolver resolver;
+    TcpConnector connector{resolver};
+    CollectedEvents events;
+    std::unique_ptr<RtspClient> client;
+};
+
+TEST_F(RtspClientServerTest, LogsInAndPlays)
+{
+    config.users = {{"admin", "s3@cret/ :%41"}};
+    start();
+    play("admin:s3%40cret%2F%20%3A%2541@");
+    ASSERT_TRUE(events.waitPlaying()) << events.end().text;
+    ASSERT_EQ(events.described().size(), 2U);
+    EXPECT_EQ(events.described()[0].encodingName, "H264");
+    frame(true);
+    ASSERT_TRUE(events.waitPackets(3));
+    for (const auto& packet : events.packets())
+    {
+        RtpPacketView view;
+        EXPECT_TRUE(packet.report ||
+                    RtpReader::read(reinterpret_cast<const std::uint8_t*>(packet.bytes.data()),
+                                    packet.bytes.size(), view));
+    }
+    Signal closed;
+    runOn(loop, [&] { client->stop([&] { closed.set(); }); });
+    EXPECT_TRUE(closed.wait());
+    EXPECT_TRUE(eventually([] { return dispatched() == 0; }));
+}
+
+TEST_F(RtspClientServerTest, AWrongPasswordEndsItAsUnauthorized)
+{
+    config.users = {{"admin", "secret"}};
+    start();
+    play("admin:wrong@");
+    ASSERT_TRUE(events.waitEnded());
+    EXPECT_EQ(events.end().kind, RtspClientEnd::Kind::unauthorized);
+    EXPECT_EQ(events.end().status, 401);
+    EXPECT_EQ(events.end().text, "the camera refuses the login");
+}
+
+TEST_F(RtspClientServerTest, AStreamThatIsNotThereEndsItAsNotFound)
+{
+    start();
+    play("", "orv/live/7/7");
+    ASSERT_TRUE(events.waitEnded());
+    EXPECT_EQ(events.end().kind, RtspClientEnd::Kind::notFound);
+    EXPECT_EQ(events.end().status, 404);
+}
+
+TEST_F(RtspClientServerTest, TheEndOfTheServerEndsIt)
+{
+    start();
+    play("");
+    ASSERT_TRUE(events.waitPlaying());
+    server = nullptr;
+    ASSERT_TRUE(events.waitEnded());
+    EXPECT_EQ(events.end().kind, RtspClientEnd::Kind::endedByCamera);
+}
+
+}  // namespace
+}  // namespace refhost
