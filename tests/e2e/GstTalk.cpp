@@ -149,7 +149,7 @@ private:
         g_error_free(error);
     }
 
-    // The last packet is to be heard too.
+    // The last packet is to be played too.
     static void onEnd(GstBus*, GstMessage*, Talk* self)
     {
         g_timeout_add(300, stop, self);

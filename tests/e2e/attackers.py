@@ -1,4 +1,4 @@
-"""Clients that mean harm: so many connections of one kind for so many seconds, against a server on a loopback address.
+"""Hostile clients: so many connections of one kind for so many seconds, against a server on a loopback address.
 
     attackers.py --url rtsp://127.0.0.1:8554/orv/live/1/0 --kind describe --connections 200 --seconds 60
 
@@ -248,7 +248,7 @@ class Attack:
             self.counts["refused"] += 1
             self._later(0.5, self._connect, number)
             return
-        state = {"number": number, "script": script, "left": left, "begin": time.monotonic()}
+        state = {"number": number, "script": script, "left": left, "started": time.monotonic()}
         # Who does not read looks for the end alone, with its next chunk.
         if script.reads:
             self.selector.register(peer, selectors.EVENT_READ, state)
@@ -258,7 +258,7 @@ class Attack:
         script = state["script"]
         if peer.fileno() < 0:
             return
-        if script.lives and time.monotonic() - state["begin"] > script.lives:
+        if script.lives and time.monotonic() - state["started"] > script.lives:
             self._again(peer, state, ended=False)
             return
         if not state["left"]:

@@ -10,7 +10,7 @@ RATE = 48000  # of the WAV files that the server writes here
 SENTENCE = "Hello there, please leave the parcel at the door."
 FORMATS = {"pcmu": "mulaw", "pcma": "alaw"}
 CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000, "opus": 48000}
-PIECE = RATE * 4 // 10
+BLOCK = RATE * 4 // 10
 SHIFT = RATE // 10
 LEAD_SECONDS = 0.6  # silence before audio of who cannot see when the output is open: a third of a second after PLAY
 
@@ -131,57 +131,57 @@ def write_wav(path, samples):
         file.writeframes(samples.astype("<i2").tobytes())
 
 
-def place(audio, heard):
-    """Where `audio` starts in `heard`: the offset in samples at which they are most alike."""
-    assert len(heard) >= len(audio), f"only {len(heard) / RATE:.2f} s of {len(audio) / RATE:.2f} s were heard"
-    size = 1 << (len(heard) + len(audio) - 1).bit_length()
-    product = numpy.fft.irfft(numpy.fft.rfft(heard, size) * numpy.conj(numpy.fft.rfft(audio.astype(float), size)), size)
-    return int(numpy.argmax(product[:len(heard) - len(audio) + 1]))
+def place(audio, captured):
+    """Where `audio` starts in `captured`: the offset in samples at which they match best."""
+    assert len(captured) >= len(audio), f"only {len(captured) / RATE:.2f} s of {len(audio) / RATE:.2f} s were captured"
+    size = 1 << (len(captured) + len(audio) - 1).bit_length()
+    product = numpy.fft.irfft(numpy.fft.rfft(captured, size) * numpy.conj(numpy.fft.rfft(audio.astype(float), size)), size)
+    return int(numpy.argmax(product[:len(captured) - len(audio) + 1]))
 
 
-def likeness(audio, heard):
-    """Correlation of `audio` with what is most like it in `heard`: 1 for the same audio at any level.
+def likeness(audio, captured):
+    """Correlation of `audio` with the best match in `captured`: 1 for the same audio at any level.
 
-    Piece by piece: where a busy machine sent or played late for a moment, what follows may stand a little later.
+    Block by block: after a moment in which a busy machine sent or played late, the rest may be a little later.
     """
-    at = place(audio, heard)
+    at = place(audio, captured)
     audio = audio.astype(float)
     product = power = 0.0
-    for begin in range(0, len(audio), PIECE):
-        piece = audio[begin:begin + PIECE]
+    for begin in range(0, len(audio), BLOCK):
+        part = audio[begin:begin + BLOCK]
         first = max(0, at + begin - SHIFT)
-        nearby = heard[first:at + begin + len(piece) + SHIFT]
-        if len(nearby) < len(piece):
+        nearby = captured[first:at + begin + len(part) + SHIFT]
+        if len(nearby) < len(part):
             continue
-        offset = place(piece, nearby)
-        found = nearby[offset:offset + len(piece)]
-        product += found @ piece
+        offset = place(part, nearby)
+        found = nearby[offset:offset + len(part)]
+        product += found @ part
         power += found @ found
     norm = numpy.sqrt(power * (audio @ audio))
     return float(product / norm) if norm else 0.0
 
 
-def strongest(heard):
+def strongest(captured):
     """Frequency in Hz and amplitude of the strongest tone."""
-    window = numpy.hanning(len(heard))
-    spectrum = numpy.abs(numpy.fft.rfft(heard * window))
+    window = numpy.hanning(len(captured))
+    spectrum = numpy.abs(numpy.fft.rfft(captured * window))
     peak = int(numpy.argmax(spectrum[1:-1])) + 1
     left, middle, right = spectrum[peak - 1:peak + 2]
     shift = 0.5 * (left - right) / (left - 2 * middle + right)
     power = (spectrum[max(0, peak - 3):peak + 4] ** 2).sum() / (window ** 2).sum()
-    return (peak + shift) * RATE / len(heard), float(numpy.sqrt(4 * power / len(heard)))
+    return (peak + shift) * RATE / len(captured), float(numpy.sqrt(4 * power / len(captured)))
 
 
-def amplitude(hertz, heard):
+def amplitude(hertz, captured):
     """Of one tone."""
-    turning = numpy.exp(-2j * numpy.pi * hertz * numpy.arange(len(heard)) / RATE)
-    return float(2 * abs(heard @ turning) / len(heard))
+    turning = numpy.exp(-2j * numpy.pi * hertz * numpy.arange(len(captured)) / RATE)
+    return float(2 * abs(captured @ turning) / len(captured))
 
 
-def longest_hole(heard, level):
-    """Seconds of the longest piece whose level over each millisecond stays below a tenth of `level`."""
+def longest_hole(captured, level):
+    """Seconds of the longest stretch whose level over each millisecond stays below a tenth of `level`."""
     block = RATE // 1000
-    blocks = heard[:len(heard) // block * block].reshape(-1, block)
+    blocks = captured[:len(captured) // block * block].reshape(-1, block)
     longest = run = 0
     for quiet in numpy.abs(blocks).max(axis=1) < level / 10:
         run = run + 1 if quiet else 0

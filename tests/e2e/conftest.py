@@ -83,7 +83,7 @@ def real_time():
 
 
 ATTEMPTS = 3
-HARMFUL_SECONDS = 0.03  # half of what the output has ahead: nobody hears less
+HARMFUL_SECONDS = 0.03  # half of what the output has ahead: less is inaudible
 
 
 @pytest.hookimpl(tryfirst=True)

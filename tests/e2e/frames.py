@@ -69,7 +69,7 @@ def _checksum(unit):
 
 
 def _by_timestamp(packets):
-    """Whole access units alone: the last one may still be on its way."""
+    """Whole access units alone: the last one may still be under way."""
     groups = []
     for packet in packets:
         if not groups or groups[-1][-1].marker:

@@ -1,4 +1,4 @@
-"""An RTSP camera that plays over TCP, true or lying in one field after the other."""
+"""An RTSP camera that plays over TCP, correct or with a lie in one field after the other."""
 
 import base64
 import contextlib
@@ -74,7 +74,7 @@ def sender_report(ssrc, wall, timestamp):
 
 
 class Camera:
-    """Tells the truth. Each client has a thread of its own until close()."""
+    """Sends only correct data. Each client has a thread of its own until close()."""
 
     name = "true"
 
@@ -194,14 +194,14 @@ class Camera:
 
     def _play(self, client, stop):
         sequence, ssrc, first = (self.random.getrandbits(bits) for bits in (16, 32, 32))
-        begin = time.monotonic()
+        started = time.monotonic()
         wall = self.played_at = time.time()
         reported = None
         frame = 0
         try:
             while not stop.is_set() and not self.closing.is_set():
                 captured = frame / FRAME_RATE
-                due = begin + captured + self.delay - time.monotonic()
+                due = started + captured + self.delay - time.monotonic()
                 if due > 0 and stop.wait(due):
                     return
                 timestamp = first + int(captured * (1 + self.drift) * CLOCK_RATE)
@@ -216,7 +216,7 @@ class Camera:
                         client.sendall(data)
                     sequence += 1
                 frame += 1
-                if self.breaks_off is not None and time.monotonic() - begin > self.breaks_off:
+                if self.breaks_off is not None and time.monotonic() - started > self.breaks_off:
                     break
         except OSError:
             pass
@@ -228,7 +228,7 @@ class Camera:
         return interleaved(1, sender_report(ssrc, wall, timestamp))
 
     def lie(self, packet):
-        """What goes to the client for a packet: pieces of the TCP stream."""
+        """The bytes that a packet becomes on the TCP stream, in blocks."""
         return [interleaved(0, packet.to_bytes())]
 
 

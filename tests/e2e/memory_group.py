@@ -1,4 +1,4 @@
-"""A control group with a memory limit, where the system lets one be made: cgroup 2 or the memory controller of 1."""
+"""A control group with a memory limit, where the system permits it: cgroup 2, or the memory controller of cgroup 1."""
 
 import os
 import pathlib

@@ -1,4 +1,4 @@
-"""How long processes had to wait for a processor: what a busy machine takes from those that are to be judged."""
+"""How long processes had to wait for a processor, to judge durations on a busy machine."""
 
 import pathlib
 import time
@@ -22,10 +22,10 @@ class Stopwatch:
 
     def __init__(self, *pids):
         self.pids = ("self", *pids)
-        self.began = time.monotonic()
+        self.started = time.monotonic()
         self.waited = [waited(pid) for pid in self.pids]
 
     def read(self):
         """The count of a process that has ended is lost."""
         lost = sum(max(0.0, waited(pid) - before) for pid, before in zip(self.pids, self.waited))
-        return max(0.0, time.monotonic() - self.began - lost)
+        return max(0.0, time.monotonic() - self.started - lost)

@@ -106,7 +106,7 @@ def packet_types(compound):
 
 
 def npt(answer):
-    """Begin and end that an answer to PLAY tells, in seconds."""
+    """Begin and end of the range in an answer to PLAY, in seconds."""
     begin, end = re.fullmatch(r"npt=([0-9.]+)-([0-9.]+)", answer.headers["range"]).groups()
     return float(begin), float(end)
 

@@ -44,7 +44,7 @@ class RtpPacket:
                          datagram, extension)
 
     def nal_types(self):
-        """The H.264 NAL unit types that begin in this packet (RFC 6184)."""
+        """The types of the H.264 NAL units that start in this packet (RFC 6184)."""
         kind = self.payload[0] & 0x1F
         if kind == 28:
             return [self.payload[1] & 0x1F] if self.payload[1] & 0x80 else []
@@ -127,11 +127,11 @@ class RtspClient:
     def setup_all(self, headers=None):
         for index, track in enumerate(self.tracks):
             if self.transport == "tcp":
-                wanted = f"RTP/AVP/TCP;unicast;interleaved={2 * index}-{2 * index + 1}"
+                transport_header = f"RTP/AVP/TCP;unicast;interleaved={2 * index}-{2 * index + 1}"
             else:
                 port = track.sockets[0].getsockname()[1]
-                wanted = f"RTP/AVP;unicast;client_port={port}-{port + 1}"
-            response = self.request("SETUP", track.url, {"Transport": wanted, **(headers or {})})
+                transport_header = f"RTP/AVP;unicast;client_port={port}-{port + 1}"
+            response = self.request("SETUP", track.url, {"Transport": transport_header, **(headers or {})})
             assert response.status == 200, response
             self.session_header = response.headers["session"]
             self.session = self.session_header.split(";")[0]

@@ -135,18 +135,18 @@ class Server:
 def end(process, sent, patience=10):
     """Sends a process a signal. Returns its exit code, and the seconds that it took without those in which it had no
     processor; throws TimeoutExpired."""
-    begin = at = time.monotonic()
+    started = at = time.monotonic()
     lost, waited_before = 0.0, waited(process.pid)
     process.send_signal(sent)
     while process.poll() is None:
-        if at > begin + patience:
+        if at > started + patience:
             raise subprocess.TimeoutExpired(process.args, patience)
         time.sleep(0.01)
         now, waited_now = time.monotonic(), waited(process.pid)
         # Threads may wait side by side, and those that end are counted no more.
         lost += min(max(waited_now - waited_before, 0.0), now - at)
         at, waited_before = now, waited_now
-    return process.returncode, time.monotonic() - begin - lost
+    return process.returncode, time.monotonic() - started - lost
 
 
 def _established_inodes():

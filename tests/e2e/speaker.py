@@ -101,10 +101,10 @@ class Speaker(TalkSender):
             elif self.random.random() < lost:
                 continue
             schedule.append((due, packet))
-        begin = time.monotonic()
+        started = time.monotonic()
         self.sent_at = []
         for due, packet in sorted(schedule, key=lambda entry: entry[0]):
-            while time.monotonic() < begin + due:
-                self.client.receive_for(begin + due - time.monotonic())
+            while time.monotonic() < started + due:
+                self.client.receive_for(started + due - time.monotonic())
             self.sent_at.append(time.time())
             self.send(packet)

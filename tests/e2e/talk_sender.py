@@ -17,7 +17,7 @@ def rtp(sequence, timestamp, payload, payload_type=0, ssrc=0x01020304, marker=Fa
 
 
 def sender_report(ssrc, ntp, rtp_time, bye=False):
-    """SR with SDES, and BYE if wanted. `ntp` is the 64-bit NTP time."""
+    """SR with SDES, and BYE if requested. `ntp` is the 64-bit NTP time."""
     report = struct.pack("!BBHIQIII", 0x80, 200, 6, ssrc, ntp, rtp_time & 0xFFFFFFFF, 0, 0)
     name = struct.pack("!BBHIBB", 0x81, 202, 3, ssrc, 1, 4) + b"talk\0\0"
     return report + name + (struct.pack("!BBHI", 0x81, 203, 1, ssrc) if bye else b"")
@@ -83,22 +83,22 @@ class TalkSender:
         if self.transport == "udp":
             self.sockets = udp_pair()
             port = self.sockets[0].getsockname()[1]
-            wanted = f"RTP/AVP;unicast;client_port={port}-{port + 1}"
+            transport_header = f"RTP/AVP;unicast;client_port={port}-{port + 1}"
         else:
-            wanted = "RTP/AVP/TCP;unicast"
-        response = self.client.request("SETUP", self.track, {"Transport": wanted, **REQUIRE})
+            transport_header = "RTP/AVP/TCP;unicast"
+        response = self.client.request("SETUP", self.track, {"Transport": transport_header, **REQUIRE})
         if response.status != 200:
             return response
         self.client.session = response.headers["session"].split(";")[0]
-        told = response.headers["transport"]
-        self.report_ssrc = int(re.search(r"ssrc=([0-9A-Fa-f]{8})", told).group(1), 16)
+        answered = response.headers["transport"]
+        self.report_ssrc = int(re.search(r"ssrc=([0-9A-Fa-f]{8})", answered).group(1), 16)
         if self.transport == "udp":
-            rtp_port, rtcp_port = re.search(r"server_port=(\d+)-(\d+)", told).groups()
+            rtp_port, rtcp_port = re.search(r"server_port=(\d+)-(\d+)", answered).groups()
             host = self.client.socket.getpeername()[0]
             self.sockets[0].connect((host, int(rtp_port)))
             self.sockets[1].connect((host, int(rtcp_port)))
         else:
-            self.channel = int(re.search(r"interleaved=(\d+)-", told).group(1))
+            self.channel = int(re.search(r"interleaved=(\d+)-", answered).group(1))
         return response
 
     def play(self):
@@ -130,9 +130,9 @@ class TalkSender:
 
     def talk(self, seconds, payload=b"\x55" * 160, lost=lambda number: False):
         """Talks in real time."""
-        begin = time.monotonic()
+        started = time.monotonic()
         for number in range(round(seconds / PACKET_SECONDS)):
-            time.sleep(max(0, begin + number * PACKET_SECONDS - time.monotonic()))
+            time.sleep(max(0, started + number * PACKET_SECONDS - time.monotonic()))
             self.say(payload, lost(number))
 
     def report(self, seconds=PATIENCE):

@@ -42,10 +42,10 @@ def films(build_folder):
 
 def packets(source, *options):
     """(decode time, presentation time) of each frame, in the order of the file, seconds."""
-    told = subprocess.run(["ffprobe", "-v", "error", *options, "-select_streams", "v", "-show_entries",
+    probed = subprocess.run(["ffprobe", "-v", "error", *options, "-select_streams", "v", "-show_entries",
                            "packet=pts_time,dts_time", "-of", "json", source],
                           capture_output=True, text=True, timeout=60, check=True)
-    found = json.loads(told.stdout)["packets"]
+    found = json.loads(probed.stdout)["packets"]
     return [(float(packet.get("dts_time", "nan")), float(packet.get("pts_time", "nan"))) for packet in found]
 
 

@@ -1,4 +1,4 @@
-"""What time a relayed camera's frames have for viewers and in recordings."""
+"""Capture times of a relayed camera's frames for viewers and in recordings."""
 
 import pathlib
 import re
@@ -34,7 +34,7 @@ audio = "none"
     return text
 
 
-def test_network_that_stalls_moves_no_time(serve, build_folder, tmp_path):
+def test_stalled_network_shifts_no_time(serve, build_folder, tmp_path):
     folder = tmp_path / "recordings"
     with lying_camera.Camera(lying_camera.film(build_folder)) as camera:
         port = int(re.search(r":(\d+)/", camera.url).group(1))
@@ -80,7 +80,7 @@ def capture_times(client):
 
 
 def capture_errors(server, camera, seconds=8):
-    """How much later than in truth the last frames were captured, by what the server tells."""
+    """By how much the capture times that the server reports for the last frames are too late."""
     with RtspClient(server.url()) as client:
         client.open()
         client.receive_for(seconds)
@@ -119,5 +119,5 @@ def test_camera_without_a_right_clock_is_dated_by_arrival(serve, build_folder, c
         errors = capture_errors(server, camera, seconds)
         server.stop()
         assert all(0.49 < error < 0.6 for error in errors), (min(errors), max(errors))
-        told = [line for line in server.log().splitlines() if "dated by their arrival" in line]
-        assert len(told) == 1 and "camera 1/0 \"gate\"" in told[0]
+        lines = [line for line in server.log().splitlines() if "dated by their arrival" in line]
+        assert len(lines) == 1 and "camera 1/0 \"gate\"" in lines[0]

@@ -41,7 +41,7 @@ def test_recording_is_served_as_it_is_and_in_a_loop(camera, clip, transport):
 
 
 @pytest.mark.skipif(not VTEST.exists(), reason="the recording is packed")
-def test_frames_show_what_the_recording_shows(camera, tmp_path):
+def test_frames_are_those_of_the_file(camera, tmp_path):
     """The frame that a viewer sees is compared with the original recording, before any encoding."""
     frame = tmp_path / "frame.png"
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-rtsp_transport", "tcp", "-i", camera.url(5), "-frames:v", "1",

@@ -137,15 +137,15 @@ def record(record_property):
 
 
 @pytest.mark.parametrize("kind", KINDS)
-def test_viewers_lose_nothing_beside(build_folder, limited, group, record, kind):
+def test_viewers_lose_nothing_beside_hostile_clients(build_folder, limited, group, record, kind):
     run(build_folder, limited, group, [kind], CONNECTIONS, record)
 
 
-def test_viewers_lose_nothing_beside_all_kinds_at_once(build_folder, limited, group, record):
+def test_viewers_lose_nothing_beside_all_hostile_kinds_at_once(build_folder, limited, group, record):
     kinds = list(attackers.KINDS)
     run(build_folder, limited, group, kinds, max(CONNECTIONS // len(kinds), 4), record)
 
 
-def test_nothing_of_them_stays(limited):
+def test_hostile_clients_leave_nothing_behind(limited):
     """Sessions that nobody ended time out after a minute; connections are gone at once."""
     wait_until(lambda: limited.connections() == 0, 15, "connections end with their clients")

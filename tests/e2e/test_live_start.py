@@ -1,4 +1,4 @@
-"""How viewers of a live stream start: what is sent of the past, how fast, and what they are told of its time."""
+"""How viewers of a live stream start: what is sent of the past, how fast, and with which times."""
 
 import time
 
@@ -71,18 +71,18 @@ def reports(client):
     return found
 
 
-def test_a_burst_brings_the_past_at_once(server):
+def test_burst_start_sends_the_past_at_once(server):
     client = start_inside_a_gop(server, STARTS.index("burst"))
     assert client.span(0.15) > 1
 
 
-def test_the_reports_of_both_tracks_come_first_and_tell_the_true_time(server):
+def test_reports_of_both_tracks_come_first_and_have_the_true_time(server):
     client = start_inside_a_gop(server, STARTS.index("burst"))
     now = time.time()
-    told = reports(client)
-    assert len(told) == 2 and all(before == 0 for _, _, before in told.values())
+    received = reports(client)
+    assert len(received) == 2 and all(before == 0 for _, _, before in received.values())
     for track, rate in ((0, 90000), (1, 8000)):
-        ntp, timestamp, _ = told[track]
+        ntp, timestamp, _ = received[track]
         first = next(packet for packet in client.rtp if packet.track == track)
         age = ((timestamp - first.timestamp + 2**31) % 2**32 - 2**31) / rate
         assert 1 < age < GOP_SECONDS, "the first unit was captured before the report"
@@ -96,7 +96,7 @@ def test_a_paced_start_keeps_to_its_rate(server, transport):
     assert client.span(0.8) > 1, "it is faster than real time"
 
 
-def test_a_start_at_a_key_frame_brings_nothing_of_the_past(server, transport):
+def test_key_frame_start_sends_nothing_of_the_past(server, transport):
     client = start_inside_a_gop(server, STARTS.index("key-frame"), transport)
     assert 5 in [kind for packet in client.packets(0)[:4] for kind in packet.nal_types()]
     assert client.span(0.5) == pytest.approx(0.5, abs=0.15)
@@ -109,7 +109,7 @@ def test_a_client_may_ask_for_a_start_of_its_own(server, transport):
 
 @pytest.mark.parametrize("start", STARTS)
 def test_a_relay_gets_its_time_right_from_any_start(server, serve, start):
-    """What a relay sends was captured now, as far as its reports tell, though the other server is inside a GOP."""
+    """By its reports, a relay sends what was captured now, although the other server is inside a GOP."""
     with RtspClient(server.url(stream=STARTS.index(start))) as watcher:
         watcher.open()
         seen = len(watcher.rtp)

@@ -1,4 +1,4 @@
-"""What an operator reads: nothing that is not so, nothing without end, no password, and never in the way of media."""
+"""The log: no false failures, a bounded rate, no passwords, and no blocking of media."""
 
 import fcntl
 import os
@@ -63,7 +63,7 @@ def test_a_failing_audio_output_is_reported_once_in_ten_seconds(serve, tmp_path)
     assert "MediaPlayer" not in server.output()
 
 
-def test_stalled_log_holds_nobody_up(build_folder, tmp_path):
+def test_stalled_log_blocks_nothing(build_folder, tmp_path):
     """Standard error is a pipe that nobody empties."""
     config = tmp_path / "ovrtspd.toml"
     config.write_text(CAMERA.replace("info", "trace"))
@@ -74,7 +74,7 @@ def test_stalled_log_holds_nobody_up(build_folder, tmp_path):
     try:
         wait_until(lambda: "rtsp://" in (tmp_path / "out.txt").read_text(), 20, "it serves")
         url = re.search(r"rtsp://\S+", (tmp_path / "out.txt").read_text()).group(0)
-        # Each session that starts and ends is told in some hundred bytes.
+        # Each session that starts and ends is logged in some hundred bytes.
         for _ in range(100):
             with RtspClient(url) as client:
                 client.open()
@@ -88,7 +88,7 @@ def test_stalled_log_holds_nobody_up(build_folder, tmp_path):
         os.close(writer)
 
 
-def test_source_password_is_nowhere(build_folder, tmp_path):
+def test_source_password_appears_nowhere(build_folder, tmp_path):
     """Whatever characters it holds."""
     secrets = ["tail1?x@a", "p@ss?tail2", "p@ss#tail3", "p@ss/tail4", "tail5 6", "12/tail7", 'q\\"tail8']
     cameras = "".join(
@@ -123,14 +123,14 @@ def terminal():
     signal.signal(signal.SIGHUP, before)
 
 
-def test_closed_terminal_ends_it_in_good_order(serve, terminal):
+def test_closed_terminal_ends_the_server_cleanly(serve, terminal):
     server = serve(CAMERA)
     server.process.send_signal(signal.SIGHUP)
     assert server.process.wait(timeout=10) == 0
     assert "ending: Hangup" in server.log()
 
 
-def test_nohup_keeps_it_running(build_folder, tmp_path):
+def test_nohup_keeps_the_server_running(build_folder, tmp_path):
     config = tmp_path / "ovrtspd.toml"
     config.write_text(CAMERA)
     with open(tmp_path / "log.txt", "wb") as log:

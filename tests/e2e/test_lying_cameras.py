@@ -1,4 +1,4 @@
-"""Cameras that lie in every field: the server lives, the good ones beside them lose nothing."""
+"""Cameras that lie in every field: the server survives, and viewers of the correct ones lose nothing."""
 
 import contextlib
 import os
@@ -46,7 +46,7 @@ class Pesterer(threading.Thread):
             self.done.wait(0.1)
 
 
-def test_liars_are_asked_again_and_harm_nobody(serve, build_folder):
+def test_lying_cameras_are_retried_and_harm_no_other(serve, build_folder):
     units = lying_camera.film(build_folder)
     done = threading.Event()
     with contextlib.ExitStack() as stack:

@@ -5,7 +5,7 @@ from rtsp_client import RtspClient, assert_no_gap
 from server import wait_until
 
 
-def test_rtp_info_names_the_first_packet_which_begins_a_key_frame(server, transport):
+def test_rtp_info_names_the_first_packet_which_starts_a_key_frame(server, transport):
     with RtspClient(server.url(), transport) as client:
         info = client.open()
         assert sorted(info) == list(range(len(client.tracks))), "RTP-Info names every track"
@@ -77,10 +77,10 @@ def test_teardown_leaves_no_session(server, transport):
 
 def test_sender_reports_come_with_the_first_packets(server, transport):
     with RtspClient(server.url(), transport) as client:
-        begin = time.monotonic()
+        started = time.monotonic()
         client.open()
         client.receive(lambda: {track for track, _ in client.rtcp} == {0, 1}, "a report of each track")
-        assert time.monotonic() - begin < 2
+        assert time.monotonic() - started < 2
         for track, data in client.rtcp:
             assert data[0] >> 6 == 2 and data[1] == 200
             assert int.from_bytes(data[4:8], "big") == client.tracks[track].ssrc
@@ -100,7 +100,7 @@ def test_path_of_play_may_end_with_a_slash_and_a_query_is_ignored(server):
         client.receive(lambda: len(client.rtp) > 5, "media")
 
 
-def test_reader_that_stalls_slows_nobody(server):
+def test_stalled_reader_slows_no_other(server):
     with RtspClient(server.url(), "tcp") as stalled, RtspClient(server.url(), "tcp") as viewer:
         stalled.open()
         viewer.open()

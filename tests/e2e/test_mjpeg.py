@@ -62,7 +62,7 @@ def recorded(server):
 
 
 def assert_colours(source, transport=None):
-    """The first frame shows the film."""
+    """The first frame is the film's."""
     run = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", *(["-rtsp_transport", transport] if transport else []),
                           "-i", source, "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "rgb24", "-"],
                          capture_output=True, timeout=30)
@@ -138,14 +138,14 @@ def test_recording_is_played_from_the_disk(server, recorded):
 
 
 @pytest.mark.parametrize("begin", [0.52, 1.36])
-def test_a_recording_starts_with_the_frame_that_is_asked_for(recorded, begin):
+def test_a_recording_starts_with_the_requested_frame(recorded, begin):
     with RtspClient(recorded) as client:
         client.describe()
         client.setup_all()
         client.play({"Range": f"npt={begin}-"})
-        told = recordings.npt(client.answer)[0]
+        answered = recordings.npt(client.answer)[0]
         recordings.finish(client)
-    assert begin - 1.5 / RATE < told <= begin, "every frame is a key frame"
+    assert begin - 1.5 / RATE < answered <= begin, "every frame is a key frame"
 
 
 def test_camera_is_relayed_as_it_is(server, serve, transport):

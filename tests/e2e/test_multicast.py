@@ -206,13 +206,13 @@ def test_five_viewers_share_one_stream_of_packets(server, other_machine, tmp_pat
     assert capture.dissect("_ws.malformed && (rtp || rtcp || rtsp)", "frame.number") == []
 
 
-def test_what_rtp_info_tells_comes_first(server, other_machine):
+def test_first_packet_is_that_of_rtp_info(server, other_machine):
     with Viewer(server, other_machine) as viewer:
         info = viewer.open()
         viewer.receive(lambda: all(viewer.packets(i) for i in info), "both tracks")
-        for index, told in info.items():
+        for index, announced in info.items():
             packet = viewer.packets(index)[0]
-            assert (packet.sequence, packet.timestamp) == told
+            assert (packet.sequence, packet.timestamp) == announced
         assert video_packets(viewer)[0].nal_types()[0] in (7, 8, 5), "it starts with a key frame"
 
 
@@ -232,7 +232,7 @@ def test_five_viewers_leave_in_every_order(server, other_machine):
                     assert viewer.request("TEARDOWN").status == 200
                     viewer.session = None
         wait_until(lambda: server.sessions() == 0, 5, "all have left")
-    assert len(streams) == 120, "each round has a stream of its own"
+    assert len(streams) == 120, "each iteration has a stream of its own"
     for sequence in streams.values():
         assert len(sequence) >= 5
         # Datagrams may overtake one another on a busy machine.
@@ -298,7 +298,7 @@ def test_a_machine_that_vanishes_leaves_within_its_time_out(serve, other_machine
     assert "timed out" in server.log()
 
 
-def test_a_stream_has_the_group_that_is_fixed_for_it(server, other_machine):
+def test_a_stream_has_its_configured_group(server, other_machine):
     with Viewer(server, other_machine, stream=1) as viewer:
         description = viewer.describe()
         assert f"c=IN IP4 {FIXED_GROUP}/1\r\n" in description
@@ -317,7 +317,7 @@ def test_the_interface_can_be_named(serve, other_machine):
         viewer.receive(lambda: len(video_packets(viewer)) > 20, "video")
 
 
-def test_without_any_way_setup_says_so(serve, other_machine):
+def test_setup_without_a_multicast_route_is_refused(serve, other_machine):
     server = serve_cable(serve, listen="0.0.0.0")
     server.allow_problem("multicast: no way to 239.255.42.0: No such device")
     with Viewer(server, other_machine) as viewer:
@@ -348,12 +348,12 @@ def test_the_server_works_no_more_for_five_viewers_than_for_one(server, other_ma
 
 def cost_of_a_frame(server, viewer, frames=75):
     """Datagrams that the server's machine sent, and milliseconds that the server worked."""
-    def begun():
+    def started():
         return len({packet.timestamp for packet in video_packets(viewer)})
 
-    first = begun()
+    first = started()
     before = datagrams_sent(server.pid), cpu_seconds(server.pid)
-    viewer.receive(lambda: begun() >= first + frames, "frames", patience=30)
+    viewer.receive(lambda: started() >= first + frames, "frames", patience=30)
     return ((datagrams_sent(server.pid) - before[0]) / frames,
             (cpu_seconds(server.pid) - before[1]) * 1000 / frames)
 
@@ -382,7 +382,7 @@ def test_one_encoder_serves_both_controllers_and_the_group(serve, other_machine)
         assert server.log().count("camera 1/0: starting") == 1, "one pipeline"
         for client in (first, second):
             client.receive(lambda: frame_ends(client) & frame_ends(third),
-                           "the same encoder's frames, whichever the way")
+                           "the same encoder's frames over either transport")
 
 
 def frame_ends(client):

@@ -104,7 +104,7 @@ def section(url):
         return next(part for part in re.split(r"^m=", client.describe(), flags=re.M) if part.startswith("audio"))
 
 
-def test_description_names_two_channels_whatever_there_is(server, recorded):
+def test_description_always_names_two_channels(server, recorded):
     for url in (server.url(5), recorded):
         text = section(url)
         payload_type = int(text.split(" ")[3].split("\r")[0])
@@ -113,7 +113,7 @@ def test_description_names_two_channels_whatever_there_is(server, recorded):
         assert re.search(rf"^a=fmtp:{payload_type} .*sprop-stereo=0", text, re.M), text
 
 
-def test_description_tells_of_stereo(server):
+def test_description_has_stereo(server):
     assert re.search(r"^a=fmtp:\d+ .*sprop-stereo=1", section(server.url(2)), re.M)
 
 

@@ -18,7 +18,7 @@ LIMITS = f"""
 session-timeout = {TIMEOUT}
 idle-timeout = {TIMEOUT}
 """
-# So much that no buffer on the way holds the pause.
+# More than all buffers of the connection hold in the pause.
 STREAM = """
 width = 1280
 height = 720
@@ -65,7 +65,7 @@ class Mpv:
         self.log.close()
 
 
-def test_mpv_goes_on_behind_a_long_pause(serve, tmp_path):
+def test_mpv_continues_after_a_long_pause(serve, tmp_path):
     server = serve(recordings.recording(tmp_path / "recordings", STREAM).replace("[recording]", LIMITS + "[recording]", 1))
     player = Mpv(recordings.url_of_new(server, SECONDS), tmp_path)
     try:
@@ -123,6 +123,6 @@ id = 0
         cut = time.monotonic()
         while reading and time.monotonic() < cut + 1:
             time.sleep(0.1)
-        # Where the system cannot be told to probe more often, it does so twice as long after each probe.
+        # Where the probe interval cannot be set, the system doubles it after each probe.
         wait_until(lambda: server.sessions() == 0, 3 * TIMEOUT + (0 if reading else 2 * PAUSE), "the session is gone")
         wait_until(lambda: server.connections() == 0, 3 * TIMEOUT, "the connection is gone")

@@ -36,12 +36,12 @@ def clock(seconds):
     return f"{time.strftime('%Y%m%dT%H%M%S', time.gmtime(whole))}.{milliseconds:03}Z"
 
 
-def seconds_of(told):
-    whole, fraction = told.rstrip("Z").split(".")
+def seconds_of(text):
+    whole, fraction = text.rstrip("Z").split(".")
     return calendar.timegm(time.strptime(whole, "%Y%m%dT%H%M%S")) + float("0." + fraction)
 
 
-def test_description_tells_the_length(recorded):
+def test_description_has_the_length(recorded):
     with RtspClient(recorded.url) as client:
         text = client.describe()
     assert SECONDS <= recordings.length(text) < SECONDS + 1, "from the key frame before"
@@ -77,7 +77,7 @@ def test_answer_names_the_first_packet(recorded, transport):
         assert client.played_at == 0, "the answer comes before the first packet"
 
 
-def test_the_first_frame_comes_soon(recorded):
+def test_the_first_frame_comes_without_delay(recorded):
     waits = []
     for start in range(7):
         with RtspClient(recorded.url) as client:
@@ -90,14 +90,14 @@ def test_the_first_frame_comes_soon(recorded):
     assert statistics.median(waits) < 0.2, waits
 
 
-@pytest.mark.parametrize("wanted", [0.5, 1.0, 2.04, 3.98, 5.5, 7.9])
+@pytest.mark.parametrize("requested", [0.5, 1.0, 2.04, 3.98, 5.5, 7.9])
 @pytest.mark.parametrize("unit", ["npt", "clock"])
-def test_a_seek_lands_on_the_key_frame_before(recorded, unit, wanted):
+def test_a_seek_lands_on_the_key_frame_before(recorded, unit, requested):
     base = recorded.start
-    value = f"npt={wanted}-" if unit == "npt" else f"clock={clock(base + wanted)}-"
+    value = f"npt={requested}-" if unit == "npt" else f"clock={clock(base + requested)}-"
     client = recorded.play(headers={"Range": value, "Speed": "8"})
     frames = recorded.frames(client)
-    expected = max(recorded.timeline.key_before(wanted), recorded.whole[0].number)
+    expected = max(recorded.timeline.key_before(requested), recorded.whole[0].number)
     assert frames[0].number == expected
     assert_successive(frames)
     assert frames[-1].number == recorded.whole[-1].number
@@ -105,8 +105,8 @@ def test_a_seek_lands_on_the_key_frame_before(recorded, unit, wanted):
     if unit == "npt":
         assert npt(client.answer) == (pytest.approx(begin, abs=0.002), recorded.seconds)
     else:
-        told, end = re.fullmatch(r"clock=(\w+[.]\w+)-(\w+[.]\w+)", client.answer.headers["range"]).groups()
-        assert seconds_of(told) == pytest.approx(base + begin, abs=0.002)
+        start, end = re.fullmatch(r"clock=(\w+[.]\w+)-(\w+[.]\w+)", client.answer.headers["range"]).groups()
+        assert seconds_of(start) == pytest.approx(base + begin, abs=0.002)
         assert end == clock(recorded.interval.begin + SECONDS)
 
 
@@ -132,7 +132,7 @@ def test_seek_while_playing(recorded):
         assert frames[0].timestamp != before[-1].timestamp
 
 
-def test_pause_leaves_nothing_out(recorded):
+def test_pause_and_play_lose_no_frame(recorded):
     with RtspClient(recorded.url) as client:
         client.open()
         middle = recorded.timeline.number(SECONDS / 2)
@@ -164,9 +164,9 @@ def test_pause_point(recorded):
 
 @pytest.mark.parametrize("header", ["Scale", "Speed"])
 def test_twice_as_fast_takes_half_the_time(recorded, header):
-    begin, stopwatch = time.monotonic(), Stopwatch(recorded.server.pid)
+    started, stopwatch = time.monotonic(), Stopwatch(recorded.server.pid)
     client = recorded.play(headers={header: "2"})
-    seconds, with_a_processor = time.monotonic() - begin, stopwatch.read()
+    seconds, with_a_processor = time.monotonic() - started, stopwatch.read()
     assert client.answer.headers[header.lower()] == "2.0"
     # Up to a second more than the interval: its play starts with the key frame before.
     half = len(recorded.whole) / RATE / 2
@@ -177,7 +177,7 @@ def test_twice_as_fast_takes_half_the_time(recorded, header):
     assert {b.timestamp - a.timestamp for a, b in itertools.pairwise(frames)} == {step}
 
 
-def test_fast_forward_shows_key_frames(recorded):
+def test_fast_forward_plays_key_frames(recorded):
     client = recorded.play(headers={"Scale": "8"})
     assert client.answer.headers["scale"] == "8.0"
     frames = recorded.frames(client)
@@ -185,7 +185,7 @@ def test_fast_forward_shows_key_frames(recorded):
     assert numbers(frames) == [frame.number for frame in recorded.whole if frame.key]
 
 
-def test_play_after_the_end_begins_again(recorded):
+def test_play_after_the_end_starts_again(recorded):
     with RtspClient(recorded.url) as client:
         client.describe()
         client.setup_all()
@@ -202,8 +202,8 @@ def test_ranges_without_recordings_are_refused(recorded):
     with RtspClient(recorded.url) as client:
         client.describe()
         client.setup_all()
-        for wanted in ["npt=5-3", f"npt={recorded.seconds + 0.001:.3f}-", "clock=19961108T142300Z-19961108T142400Z", "smpte=0:01:00-"]:
-            assert client.request("PLAY", headers={"Range": wanted}).status == 457, wanted
+        for requested in ["npt=5-3", f"npt={recorded.seconds + 0.001:.3f}-", "clock=19961108T142300Z-19961108T142400Z", "smpte=0:01:00-"]:
+            assert client.request("PLAY", headers={"Range": requested}).status == 457, requested
         assert client.request("PLAY", headers={"Scale": "fast"}).status == 400
         assert client.request("PLAY", headers={"Range": "npt=7-"}).status == 200
 
@@ -215,7 +215,7 @@ def test_intervals_and_cameras_without_recordings_are_not_found(recorded):
             assert client.request("DESCRIBE").status == 404, (camera, first, last)
 
 
-def test_an_interval_partly_recorded_plays_what_there_is(recorded):
+def test_a_partly_recorded_interval_plays_its_recorded_part(recorded):
     early = recorded.interval.begin - 3600
     with RtspClient(recordings.url(recorded.server, early, recorded.interval.begin + 2)) as client:
         client.open()

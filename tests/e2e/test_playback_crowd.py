@@ -58,9 +58,9 @@ def test_opening_a_session_is_quick_and_small(recorded):
     """Stands first, so that the server has never had so many sessions before."""
     server = recorded.server
 
-    def open_all(wanted):
+    def open_all(sessions_to_open):
         clients, waits = [], []
-        for begin, length in wanted:
+        for begin, length in sessions_to_open:
             client = connect(recorded, begin, length, "tcp")
             stopwatch = Stopwatch(server.pid)
             client.play({})
@@ -85,7 +85,7 @@ def test_opening_a_session_is_quick_and_small(recorded):
 def test_each_of_twenty_sessions_gets_the_frames_of_its_interval(recorded, transport):
     server = recorded.server
     clients = [connect(recorded, begin, length, transport) for begin, length in intervals()]
-    used, begun = cpu_seconds(server.pid), time.monotonic()
+    used, started = cpu_seconds(server.pid), time.monotonic()
 
     def watch(client):
         client.play({})
@@ -94,7 +94,7 @@ def test_each_of_twenty_sessions_gets_the_frames_of_its_interval(recorded, trans
     with concurrent.futures.ThreadPoolExecutor(SESSIONS) as pool:
         for ended in [pool.submit(watch, client) for client in clients]:
             ended.result()
-    cores = (cpu_seconds(server.pid) - used) / (time.monotonic() - begun)
+    cores = (cpu_seconds(server.pid) - used) / (time.monotonic() - started)
 
     for client, (begin, length) in zip(clients, intervals()):
         packets = client.packets(client.video())

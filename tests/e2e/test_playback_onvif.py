@@ -69,10 +69,10 @@ def test_the_description_has_absolute_times_for_replay_clients(recorded):
     assert seconds_of(end) == recorded.interval.begin + SECONDS
 
 
-@pytest.mark.parametrize("wanted", ["clock=19700101T000000Z-", "clock=-20991231T000000Z",
+@pytest.mark.parametrize("requested", ["clock=19700101T000000Z-", "clock=-20991231T000000Z",
                                     "clock=20000101T000000Z-20991231T000000Z"])
-def test_open_and_too_wide_ranges_are_cut_to_what_there_is(recorded, wanted):
-    client = recorded.play(headers={"Range": wanted, "Speed": "8"})
+def test_open_and_too_wide_ranges_are_cut_to_the_recording(recorded, requested):
+    client = recorded.play(headers={"Range": requested, "Speed": "8"})
     begin, end = re.fullmatch(r"clock=(\w+[.]\w+)-(\w+[.]\w+)", client.answer.headers["range"]).groups()
     assert seconds_of(begin) == pytest.approx(recorded.start, abs=1e-5)
     assert seconds_of(end) == recorded.interval.begin + SECONDS
@@ -109,26 +109,26 @@ def test_gstreamer_plays_backwards(recorded, numbers):  # noqa: F811
 def test_key_frames_come_backwards(recorded, control):
     headers = {**REPLAY, "Scale": "-1.0", "Rate-Control": control, "Frames": "intra",
                "Range": f"clock={clock(recorded.start + 4.5)}-{clock(recorded.start + 1)}"}
-    begin, stopwatch = time.monotonic(), Stopwatch(recorded.server.pid)
+    started, stopwatch = time.monotonic(), Stopwatch(recorded.server.pid)
     with RtspClient(recorded.url) as client:
         client.describe()
         client.setup_all()
         client.play(headers)
         finish(client)
-    seconds = stopwatch.read() if control == "no" else time.monotonic() - begin
+    seconds = stopwatch.read() if control == "no" else time.monotonic() - started
     assert client.answer.headers["scale"] == "-1.0"
     first = recorded.timeline.key_before(4.5)
-    told, end = re.fullmatch(r"clock=(\w+[.]\w+)-(\w+[.]\w+)", client.answer.headers["range"]).groups()
-    assert seconds_of(told) == pytest.approx(recorded.start + (first - recorded.timeline.first) / RATE, abs=0.001)
+    start, end = re.fullmatch(r"clock=(\w+[.]\w+)-(\w+[.]\w+)", client.answer.headers["range"]).groups()
+    assert seconds_of(start) == pytest.approx(recorded.start + (first - recorded.timeline.first) / RATE, abs=0.001)
     assert seconds_of(end) == pytest.approx(recorded.start + 1, abs=0.002)
     frames = recorded.frames(client)
     numbers = [frame.number for frame in frames]
     assert numbers in ([first, first - GOP, first - 2 * GOP], [first - GOP * i for i in range(4)])
     stamps = [stamp(frame) for frame in frames]
-    for frame, told in zip(frames, stamps):
-        assert told.time == pytest.approx(recorded.start + (frame.number - recorded.timeline.first) / RATE, abs=0.002)
-        assert told.clean and told.discontinuity
-    assert stamps[-1].end and not any(told.end for told in stamps[:-1])
+    for frame, stamped in zip(frames, stamps):
+        assert stamped.time == pytest.approx(recorded.start + (frame.number - recorded.timeline.first) / RATE, abs=0.002)
+        assert stamped.clean and stamped.discontinuity
+    assert stamps[-1].end and not any(stamped.end for stamped in stamps[:-1])
     direction = 1 if control == "yes" else -1
     for before, after in zip(frames, frames[1:]):
         assert (after.timestamp - before.timestamp) * direction % 2**32 == 90000

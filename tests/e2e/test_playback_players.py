@@ -1,4 +1,4 @@
-"""Players that people have show a recording as it was taken, to its end."""
+"""Common players play a recording unchanged and to its end."""
 
 import itertools
 import subprocess
@@ -21,7 +21,7 @@ def test_ffmpeg_decodes_every_frame(recorded, transport):
         [originals[frame.number].checksum for frame in recorded.whole], "as the camera saw them"
 
 
-def test_ffprobe_tells_the_duration(recorded):
+def test_ffprobe_reports_the_duration(recorded):
     run = subprocess.run(["ffprobe", "-v", "error", "-rtsp_transport", "tcp", "-show_entries", "format=duration", "-of",
                           "csv=p=0", recorded.url], capture_output=True, text=True, timeout=30, check=True)
     assert float(run.stdout) == pytest.approx(recorded.seconds, abs=1 / RATE)

@@ -1,5 +1,5 @@
-"""Players of three families show an interval that starts inside a GOP from its first frame to its last one, and agree on
-where each frame is. Frames are told apart by what is burnt into them: each decoded one is looked up in the film."""
+"""Players of three families display an interval that starts inside a GOP from its first frame to its last one, and agree on
+where each frame is. Frames are identified by their content: each decoded one is looked up in the film."""
 
 import concurrent.futures
 import hashlib
@@ -45,7 +45,7 @@ def times(path):
 
 
 def ffmpeg(recorded, transport, tmp_path, start):
-    """What ffmpeg shows from a play time on: the frames' checksums, and their play times."""
+    """The frames that ffmpeg decodes from a play time on: their checksums and play times."""
     path = tmp_path / "ffmpeg.mkv"
     seek = ["-ss", f"{start:.3f}", "-noaccurate_seek"] if start else []
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-copyts", "-rtsp_transport", transport, *seek, "-i", recorded.url,
@@ -79,13 +79,13 @@ def rtspsrc(recorded, transport, tmp_path, start):
             assert sink.emit("try-pull-sample", 10 * Gst.SECOND) is not None
             assert pipeline.seek_simple(Gst.Format.TIME, Gst.SeekFlags.FLUSH | Gst.SeekFlags.KEY_UNIT,
                                         int(start * Gst.SECOND))
-        shown, at = [], []
+        displayed, at = [], []
         while (sample := sink.emit("try-pull-sample", 10 * Gst.SECOND)) is not None:
             buffer = sample.get_buffer()
-            shown.append(hashlib.md5(buffer.extract_dup(0, buffer.get_size())).hexdigest())
+            displayed.append(hashlib.md5(buffer.extract_dup(0, buffer.get_size())).hexdigest())
             at.append(sample.get_segment().to_stream_time(Gst.Format.TIME, buffer.pts) / Gst.SECOND)
         assert sink.get_property("eos"), "it plays to the end"
-        return shown, at
+        return displayed, at
     finally:
         pipeline.set_state(Gst.State.NULL)
 
@@ -109,8 +109,8 @@ def plays(recorded, tmp_path_factory):
 @pytest.mark.parametrize("start, transport", PLAYS)
 def test_the_first_and_the_last_frame_and_their_times(recorded, numbers, plays, transport, player, start):
     assert recorded.timeline.first % RATE == 0 and recorded.lead > 0, "the interval starts inside a GOP"
-    shown, at = plays[player, start, transport].result()
-    frames = [numbers[checksum] for checksum in shown]
+    displayed, at = plays[player, start, transport].result()
+    frames = [numbers[checksum] for checksum in displayed]
     first = recorded.timeline.key_before(start)
     assert frames[0] == first, "the key frame at or before the start"
     assert frames[-1] == recorded.whole[-1].number, "nothing is cut off"

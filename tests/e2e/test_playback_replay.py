@@ -1,4 +1,4 @@
-"""What ONVIF clients get who require replay, and nobody else."""
+"""The header extension for clients that require ONVIF replay, and for no others."""
 
 import dataclasses
 import time
@@ -42,20 +42,20 @@ def replay(recorded, headers=None):
     return client
 
 
-def test_every_frame_tells_when_it_was_taken(recorded):
+def test_every_frame_has_its_capture_time(recorded):
     client = replay(recorded)
     frames = recorded.frames(client)
     assert [frame.number for frame in frames] == [frame.number for frame in recorded.whole]
     stamps = [stamp(frame) for frame in frames]
     begin = recorded.start
-    for count, told in enumerate(stamps):
-        assert told.time == pytest.approx(begin + count / RATE, abs=0.002)
-    assert [told.clean for told in stamps] == [frame.key for frame in frames]
-    assert {told.sequence for told in stamps} == {client.cseq}
-    assert [told.end for told in stamps] == [False] * (len(stamps) - 1) + [True]
+    for count, stamped in enumerate(stamps):
+        assert stamped.time == pytest.approx(begin + count / RATE, abs=0.002)
+    assert [stamped.clean for stamped in stamps] == [frame.key for frame in frames]
+    assert {stamped.sequence for stamped in stamps} == {client.cseq}
+    assert [stamped.end for stamped in stamps] == [False] * (len(stamps) - 1) + [True]
 
 
-def test_the_time_is_the_one_that_live_viewers_are_told(recorded):
+def test_capture_time_is_that_of_the_live_sender_reports(recorded):
     """A frame's wall clock by the sender reports of the live stream and by the recording, of what is recorded now."""
     with RtspClient(recorded.server.url(recordings.CAMERA)) as live:
         live.open()
@@ -72,11 +72,11 @@ def test_the_time_is_the_one_that_live_viewers_are_told(recorded):
         client.setup_all()
         client.play(REPLAY)
         finish(client)
-        told = {frame.number: stamp(frame).time for frame in recorded.film.frames(client.rtp)}
-    both = times.keys() & told.keys()
+        recorded_times = {frame.number: stamp(frame).time for frame in recorded.film.frames(client.rtp)}
+    both = times.keys() & recorded_times.keys()
     assert len(both) >= 25
     for number in both:
-        assert told[number] == pytest.approx(times[number], abs=0.02), number
+        assert recorded_times[number] == pytest.approx(times[number], abs=0.02), number
 
 
 def test_setup_may_require_it_for_the_session(recorded):
@@ -98,14 +98,14 @@ def test_a_seek_is_a_discontinuity(recorded):
         first = client.played_at
         finish(client)
         stamps = [stamp(frame) for frame in recorded.film.frames(client.rtp[first:])]
-        assert [told.discontinuity for told in stamps] == [True] + [False] * (len(stamps) - 1)
-        assert {told.sequence for told in stamps} == {client.cseq}
+        assert [stamped.discontinuity for stamped in stamps] == [True] + [False] * (len(stamps) - 1)
+        assert {stamped.sequence for stamped in stamps} == {client.cseq}
 
 
-def test_without_rate_control_it_comes_as_fast_as_it_is_taken(recorded):
-    begin = time.monotonic()
+def test_without_rate_control_packets_come_as_fast_as_the_client_reads(recorded):
+    started = time.monotonic()
     client = replay(recorded, {"Rate-Control": "no"})
-    assert time.monotonic() - begin < SECONDS / 4
+    assert time.monotonic() - started < SECONDS / 4
     frames = recorded.frames(client)
     assert [frame.number for frame in frames] == [frame.number for frame in recorded.whole]
 
@@ -118,9 +118,9 @@ def test_key_frames_alone(recorded):
 
 
 def test_nothing_changes_for_those_who_do_not_require_it(recorded):
-    begin = time.monotonic()
+    started = time.monotonic()
     client = recorded.play(headers={"Range": "npt=4-", "Rate-Control": "no", "Frames": "intra"})
-    assert time.monotonic() - begin > SECONDS / 4
+    assert time.monotonic() - started > SECONDS / 4
     assert all(packet.extension is None for packet in client.rtp)
     assert not all(frame.key for frame in recorded.frames(client))
 

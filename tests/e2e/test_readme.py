@@ -39,6 +39,6 @@ def test_player_command_of_the_readme(server, command):
 
 
 def test_urls_of_the_readme_are_those_of_the_server(server):
-    told = set(re.findall(r"rtsp://127\.0\.0\.1:8554(/orv/live/\d+/\d+)", README.read_text()))
+    documented = set(re.findall(r"rtsp://127\.0\.0\.1:8554(/orv/live/\d+/\d+)", README.read_text()))
     printed = set(re.findall(r"rtsp://127\.0\.0\.1:\d+(/\S+)", server.output()))
-    assert told and told <= printed
+    assert documented and documented <= printed

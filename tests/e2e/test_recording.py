@@ -1,4 +1,4 @@
-"""Recording by a running ovrtspd: what is on disk is listed, before and after a crash, and live goes on without."""
+"""Recording by a running ovrtspd: what is on disk is listed, before and after a crash, and live streams do not depend on it."""
 
 import json
 import os
@@ -36,11 +36,11 @@ record = {record}
 
 
 def listing(build_folder, server):
-    """What --recordings tells: for each stream its intervals as (from, to, url), in Unix seconds."""
-    told = subprocess.run([build_folder / "ovrtspd", "--config", server.config_path, "--recordings"],
+    """What --recordings prints: for each stream its intervals as (from, to, url), in Unix seconds."""
+    listed = subprocess.run([build_folder / "ovrtspd", "--config", server.config_path, "--recordings"],
                           capture_output=True, text=True, timeout=20)
     streams = {}
-    for line in told.stdout.splitlines():
+    for line in listed.stdout.splitlines():
         if found := re.match(r"camera (\d+)/(\d+): ([0-9.]+) seconds, (\d+) gaps?$", line):
             intervals = streams.setdefault((int(found[1]), int(found[2])), [])
         elif found := re.match(r"  from \S+Z \(([0-9.]+)\) to \S+Z \(([0-9.]+)\)( and growing)?, [0-9.]+ seconds$", line):
@@ -49,7 +49,7 @@ def listing(build_folder, server):
             intervals[-1].append(found[1])
         else:
             assert re.match(r"  gap of [0-9.]+ seconds$", line), line
-    return told, streams
+    return listed, streams
 
 
 def files(directory):
@@ -58,9 +58,9 @@ def files(directory):
 
 def packets(path):
     """The times of a file's frames in seconds, and how many blocks of audio it has."""
-    told = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "packet=codec_type,pts_time", "-of", "json", path],
+    probed = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "packet=codec_type,pts_time", "-of", "json", path],
                           capture_output=True, text=True, timeout=30, check=True)
-    found = json.loads(told.stdout)["packets"]
+    found = json.loads(probed.stdout)["packets"]
     video = [float(packet["pts_time"]) for packet in found if packet["codec_type"] == "video"]
     return video, sum(packet["codec_type"] == "audio" for packet in found)
 
@@ -73,10 +73,10 @@ def directory(tmp_path):
 def test_recordings_are_listed_while_they_grow_and_played_by_any_player(serve, build_folder, directory):
     server = serve(config(directory))
     wait_until(lambda: len(files(directory)) >= 4, 30, "four segments")
-    told, streams = listing(build_folder, server)
-    assert told.returncode == 0
+    listed, streams = listing(build_folder, server)
+    assert listed.returncode == 0
     assert list(streams) == [(3, 1)]
-    assert "and growing" in told.stdout
+    assert "and growing" in listed.stdout
     (begin, end, url), = streams[3, 1]
     assert 3 * SEGMENT_SECONDS - 1 < end - begin < 5 * SEGMENT_SECONDS
     assert abs(time.time() - end) < 4, "the end is now"
@@ -104,21 +104,21 @@ def test_everything_on_disk_is_listed_after_a_crash(serve, build_folder, directo
     time.sleep(0.8)
     killed = time.time()
     server.kill()
-    told, before = listing(build_folder, server)
-    assert "and growing" not in told.stdout, "nobody records"
+    listed, before = listing(build_folder, server)
+    assert "and growing" not in listed.stdout, "nobody records"
     on_disk = sum(len(packets(path)[0]) for path in files(directory)) / 25
 
     again = serve(config(directory))
     wait_until(lambda: "one stream is recorded" in again.log(), 20, "the start of the recording")
     wait_until(lambda: "recordings repaired: 1 unfinished measured" in again.log(), 20, "the repair")
     wait_until(lambda: len(listing(build_folder, again)[1][3, 1]) == 2, 20, "a recording of the second run")
-    told, streams = listing(build_folder, again)
+    listed, streams = listing(build_folder, again)
     (begin, end, _), (begin_again, _, _) = streams[3, 1]
     assert begin == before[3, 1][0][0]
     assert end - begin == pytest.approx(on_disk, abs=0.05), "every second that is on disk is listed"
     assert killed - end < 1.2, "at most about a second was in memory"
     assert begin_again > end
-    gap = float(re.search(r"  gap of ([0-9.]+) seconds", told.stdout)[1])
+    gap = float(re.search(r"  gap of ([0-9.]+) seconds", listed.stdout)[1])
     assert gap == pytest.approx(begin_again - end, abs=0.002)
     for path in files(directory)[:-1]:
         assert ffmpeg.decode(path, limits=()), "the decoder takes it"
@@ -140,7 +140,7 @@ def test_second_server_leaves_the_folder_alone(serve, build_folder, directory):
     assert len(streams[3, 1]) == 1, "no gap"
 
 
-def test_lost_index_is_made_again_from_the_files(serve, build_folder, directory):
+def test_lost_index_is_rebuilt_from_the_files(serve, build_folder, directory):
     server = serve(config(directory))
     wait_until(lambda: len(files(directory)) >= 3, 30, "three segments")
     server.stop()
@@ -163,7 +163,7 @@ def test_lost_index_is_made_again_from_the_files(serve, build_folder, directory)
     assert after[3, 1][0][1] > before[3, 1][0][1] - 0.05
 
 
-def test_live_goes_on_where_nothing_can_be_written(serve, build_folder, directory, transport):
+def test_live_continues_where_nothing_can_be_written(serve, build_folder, directory, transport):
     directory.write_text("a file in the place of the directory")
     server = serve(config(directory))
     server.allow_problem("nothing is recorded: ")

@@ -3,7 +3,7 @@ import pytest
 from server import DEFAULT_CONFIG
 
 
-def test_camera_that_is_another_cameras_url(serve, transport):
+def test_camera_that_relays_another_ones_url(serve, transport):
     origin = serve()
     relay = serve(f"""
 port = 0
@@ -27,7 +27,7 @@ location = "{origin.url()}"
 
 
 @pytest.mark.parametrize("written", ["p%40ss%3Fw%23rd%2F1", "p@ss?w#rd/1"])
-def test_camera_that_wants_a_password(serve, written):
+def test_camera_that_requires_a_password(serve, written):
     origin = serve(DEFAULT_CONFIG + """
 [[user]]
 name = "viewer"

@@ -23,7 +23,7 @@ def test_ctrl_c_with_clients_connected(serve):
             player.wait()
 
 
-def test_sigterm_ends_it_as_well(serve):
+def test_sigterm_with_clients_connected(serve):
     server = serve()
     server.stop(signal.SIGTERM)
 
@@ -44,7 +44,7 @@ both. ! identity name=video sleep-time=60000000"""
 '''
 
 
-def test_source_that_hangs_does_not_keep_it(serve, tmp_path):
+def test_hanging_source_does_not_delay_shutdown(serve, tmp_path):
     reached = tmp_path / "reached.h264"
     server = serve(HANGING.format(reached=reached))
     server.allow_problem('camera 1/0 "cellar": the source does not end, it is abandoned')
@@ -56,7 +56,7 @@ def test_source_that_hangs_does_not_keep_it(serve, tmp_path):
     assert "it is abandoned" in server.log()
 
 
-def test_port_can_be_taken_again_at_once(serve):
+def test_port_can_be_reused_at_once(serve):
     first = serve()
     port = first.port
     with RtspClient(first.url()) as client:
@@ -66,7 +66,7 @@ def test_port_can_be_taken_again_at_once(serve):
     assert second.port == port
 
 
-def test_taken_port_is_told(serve, build_folder, tmp_path):
+def test_port_in_use_is_reported(serve, build_folder, tmp_path):
     server = serve()
     run = subprocess.run([build_folder / "ovrtspd", "--port", str(server.port)], capture_output=True, text=True,
                          timeout=20)

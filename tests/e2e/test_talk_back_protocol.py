@@ -1,4 +1,4 @@
-"""Talk-back on the wire: what clients are told, who is heard, what is reported, and how sessions end."""
+"""Talk-back on the wire: the description that clients get, the policies, the reports, and how sessions end."""
 
 import math
 import os
@@ -28,7 +28,7 @@ talk-senders = 50
 [talk-back]
 policy = "{policy}"
 output = "wav"
-device = "heard.wav"
+device = "played.wav"
 sample-rate = 8000
 
 [[camera]]
@@ -67,9 +67,9 @@ def tone(hertz, amplitude=8000):
     return bytes(mu_law(round(amplitude * math.sin(2 * math.pi * hertz * i / 8000))) for i in range(160))
 
 
-def heard(server):
+def played(server):
     """The samples that the output has played so far."""
-    path = server.folder / "heard.wav"
+    path = server.folder / "played.wav"
     if not path.exists():
         return ()
     data = path.read_bytes()[44:]
@@ -93,10 +93,10 @@ def owners(server):
 
 def wait_for_output(server):
     """The worker looks for something to do every 300 ms; what comes before is not played."""
-    wait_until(lambda: (server.folder / "heard.wav").exists(), 10, "the output is open")
+    wait_until(lambda: (server.folder / "played.wav").exists(), 10, "the output is open")
 
 
-def test_only_who_insists_is_told_of_the_back_channel(server):
+def test_back_channel_is_described_only_where_it_is_required(server):
     with RtspClient(server.url()) as client:
         plain = client.request("DESCRIBE").body.decode()
         assert "sendonly" not in plain and "recvonly" not in plain and plain.count("m=") == 2
@@ -112,7 +112,7 @@ def test_only_who_insists_is_told_of_the_back_channel(server):
         assert "sendonly" not in response.body.decode(), "that camera has no talk-back"
 
 
-def test_features_that_nobody_knows_are_listed(server):
+def test_unknown_features_are_listed(server):
     with RtspClient(server.url()) as client:
         for method in ("DESCRIBE", "SETUP", "PLAY", "TEARDOWN"):
             response = client.request(method, headers={"Require": f"{REQUIRE['Require']}, www.example.org/teleport"})
@@ -130,12 +130,12 @@ def test_a_session_from_setup_to_teardown(server, transport):
         assert "rtp-info" not in play.headers
         wait_for_output(server)
         sender.talk(0.5, tone(1000))
-        assert level(heard(server)[-1600:], 1000) > 7000
+        assert level(played(server)[-1600:], 1000) > 7000
         assert sender.client.request("TEARDOWN", headers=REQUIRE).status == 200
         wait_until(lambda: server.sessions() == 0, 5, "the session is gone")
 
 
-def test_reports_tell_what_was_lost(server, transport):
+def test_receiver_reports_have_the_loss(server, transport):
     with TalkSender(server.url(), transport) as sender:
         sender.open()
         wait_for_output(server)
@@ -175,13 +175,13 @@ def test_the_end_of_talk_back_sends_bye(server):
         assert sender.report().bye
 
 
-def test_a_client_that_sends_bye_is_let_go(server, transport):
+def test_bye_of_the_client_ends_its_talk_back(server, transport):
     with TalkSender(server.url(), transport) as sender:
         sender.open()
         wait_for_output(server)
         sender.talk(0.2)
         sender.send(sender_report(sender.ssrc, 1, 0, bye=True), rtcp=True)
-        wait_until(lambda: "sent BYE" in server.log(), 5, "the BYE is heard")
+        wait_until(lambda: "sent BYE" in server.log(), 5, "the BYE is received")
         wait_until(lambda: "ended;" in server.log(), 5, "talk-back has ended")
         assert sender.client.request("TEARDOWN").status == 200
 
@@ -192,19 +192,19 @@ def test_first_sender_keeps_the_output_until_it_is_silent(server):
         bert.open()
         wait_for_output(server)
         together(anna, bert, 0.6)
-        assert level(heard(server), 1000) > 7000
-        assert level(heard(server), 600) < 300
+        assert level(played(server), 1000) > 7000
+        assert level(played(server), 600) < 300
         assert len(owners(server)) == 1
         bert.talk(1.0, tone(600))
-        assert level(heard(server), 600) > 7000
+        assert level(played(server), 600) > 7000
         assert len(owners(server)) == 2
 
 
 def together(anna, bert, seconds):
     """Anna talks at 1000 Hz and Bert, beginning later by a tenth of a second, at 600 Hz."""
-    begin = time.monotonic()
+    started = time.monotonic()
     for number in range(round(seconds / PACKET_SECONDS)):
-        time.sleep(max(0, begin + number * PACKET_SECONDS - time.monotonic()))
+        time.sleep(max(0, started + number * PACKET_SECONDS - time.monotonic()))
         anna.say(tone(1000))
         if number >= 5:
             bert.say(tone(600))
@@ -218,9 +218,9 @@ def test_newest_sender_wins(serve):
         wait_for_output(server)
         together(anna, bert, 1.0)
         time.sleep(0.2)
-        samples = heard(server)
+        samples = played(server)
         assert level(samples, 600) > 7000
-        assert level(samples[-2400:], 1000) < 300, "who talked before is not heard any more"
+        assert level(samples[-2400:], 1000) < 300, "the former sender is not played any more"
         assert len(owners(server)) == 2
 
 
@@ -232,7 +232,7 @@ def test_senders_are_mixed(serve):
         wait_for_output(server)
         together(anna, bert, 1.0)
         time.sleep(0.2)
-        samples = heard(server)
+        samples = played(server)
         assert level(samples, 600) > 7000
         assert level(samples, 1000) > 7000
 
@@ -258,15 +258,15 @@ def test_a_vanished_client_leaves_no_session(server, transport):
     wait_until(lambda: "ended;" in server.log(), 5, "talk-back has ended")
 
 
-def test_who_talks_is_alive(server):
+def test_audio_keeps_the_session_alive(server):
     """Longer than the session's time-out, with nothing but audio."""
     with TalkSender(server.url(), "udp") as sender:
         sender.open()
         sender.talk(3)
         assert server.sessions() == 1
-        begin = time.monotonic()
+        started = time.monotonic()
         wait_until(lambda: server.sessions() == 0, 15, "the silent session times out")
-        assert time.monotonic() - begin > 1
+        assert time.monotonic() - started > 1
 
 
 def test_malformed_packets_are_dropped_and_counted(server, transport):
@@ -283,11 +283,11 @@ def test_malformed_packets_are_dropped_and_counted(server, transport):
         for packet in bad_rtcp:
             sender.send(packet, rtcp=True)
         sender.talk(0.3, tone(1000))
-        assert level(heard(server)[-1600:], 1000) > 7000
+        assert level(played(server)[-1600:], 1000) > 7000
         assert sender.client.request("TEARDOWN").status == 200
         wait_until(lambda: "ended;" in server.log(), 5, "talk-back has ended")
-        told = re.search(r"ended; (\d+) packets, (\d+) lost, (\d+) late, (\d+) dropped", server.log())
-        packets, *others = [int(number) for number in told.groups()]
+        counts = re.search(r"ended; (\d+) packets, (\d+) lost, (\d+) late, (\d+) dropped", server.log())
+        packets, *others = [int(number) for number in counts.groups()]
         assert others == [0, 0, len(bad) + len(bad_rtcp)]
         assert packets in (15, 16), "the last one may have come too late for the worker"
 
@@ -310,12 +310,12 @@ def test_fifty_senders_cost_the_worker_little(serve, policy):
         for sender in senders:
             sender.open()
         wait_for_output(server)
-        begin, used = time.monotonic(), worker_seconds(server)
+        started, used = time.monotonic(), worker_seconds(server)
         for number in range(125):
-            time.sleep(max(0, begin + number * PACKET_SECONDS - time.monotonic()))
+            time.sleep(max(0, started + number * PACKET_SECONDS - time.monotonic()))
             for sender in senders:
                 sender.say()
-        share = (worker_seconds(server) - used) / (time.monotonic() - begin)
+        share = (worker_seconds(server) - used) / (time.monotonic() - started)
         print(f"{policy}: {100 * share:.1f} % of a core")
         assert share < 0.1
     finally:

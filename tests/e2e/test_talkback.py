@@ -26,7 +26,7 @@ def greeting():
 
 
 def packets_of(audio, codec="pcmu"):
-    """Packets to send, and what is to be heard of them."""
+    """Packets to send, and the audio that is to be played of them."""
     packets = encode(codec, audio)
     return packets, decode(codec, packets)
 
@@ -36,7 +36,7 @@ def opened(server):
     return datetime.datetime.fromisoformat(openings(server)[-1]).timestamp()
 
 
-def heard(server):
+def played(server):
     """What was played, when the output is closed and everything is in the file."""
     wait_for_end(server)
     server.stop()
@@ -53,23 +53,23 @@ def talk(server, transport, codec, packets, **kwargs):
 
 
 @pytest.mark.parametrize("codec", ["pcmu", "pcma", "aac", "opus"])
-def test_a_sentence_is_heard_soon(serve, transport, codec, sentence):
+def test_a_sentence_is_played_with_little_delay(serve, transport, codec, sentence):
     server = serve(talk_back(codec=codec))
     packets, sent = packets_of(sentence, codec)
     speaker = talk(server, transport, codec, packets)
     at_open = opened(server)
-    audio = heard(server)
+    audio = played(server)
     assert likeness(sent, audio) > ENOUGH
-    # When the sentence's first sample was heard, and when it would have been sent.
-    played = at_open + place(sent, audio) / RATE
-    assert 0 < played - speaker.sent_at[0] < DELAY_SECONDS
+    # When the sentence's first sample was played, and when it would have been sent.
+    played_at = at_open + place(sent, audio) / RATE
+    assert 0 < played_at - speaker.sent_at[0] < DELAY_SECONDS
 
 
 @pytest.mark.parametrize("codec", ["pcmu", "pcma", "aac", "opus"])
 def test_a_tone_keeps_its_pitch_and_level_without_a_hole(serve, transport, codec):
     server = serve(talk_back(codec=codec))
     talk(server, transport, codec, packets_of(tone(seconds=2.0), codec)[0])
-    audio = heard(server)
+    audio = played(server)
     begin = int((abs(audio) > 4000).argmax())
     middle = audio[begin + RATE // 10:begin + 18 * RATE // 10]
     hertz, amplitude = strongest(middle)
@@ -82,7 +82,7 @@ def test_a_sentence_stays_intelligible_with_loss_and_reordering(serve, transport
     server = serve(talk_back())
     packets, sent = packets_of(sentence)
     talk(server, transport, "pcmu", packets, lost=0.05, late=0.05)
-    assert likeness(sent, heard(server)) > ENOUGH
+    assert likeness(sent, played(server)) > ENOUGH
     counted = re.search(r"(\d+) packets, (\d+) lost, (\d+) late", server.log())
     assert 0.02 * len(packets) < int(counted.group(2)) < 0.09 * len(packets)
     assert counted.group(3) == "0", "what came after its successor was put in its place"
@@ -101,7 +101,7 @@ def test_pause_closes_the_output_and_play_opens_it_again(serve, transport, greet
         first = read_wav(path)
         assert likeness(sent, first) > ENOUGH
         speaker.speak(packets[:5])
-        assert len(read_wav(path)) == len(first), "who pauses is not heard"
+        assert len(read_wav(path)) == len(first), "a paused client is not played"
         assert speaker.play().status == 200
         wait_for_output(server, times=2)
         speaker.speak(packets)
@@ -129,10 +129,10 @@ def test_an_output_that_does_not_open_is_tried_every_300_milliseconds_and_recove
     failure = "library: OVAudioBackDispatcherMgr::processPlayer MediaPlayer open fail, return nRet = -9"
     with Speaker(server.url(), transport).open() as speaker:
         wait_until(lambda: failure in server.log(), 5, "it is tried once")
-        begin = time.monotonic()
+        started = time.monotonic()
         speaker.rest(1.5)
         (server.folder / "later").mkdir()
-        seconds = time.monotonic() - begin
+        seconds = time.monotonic() - started
         wait_for_output(server)
         speaker.speak(packets)
         speaker.rest()

@@ -14,7 +14,7 @@ ENOUGH = 0.9
 
 
 class SoundServer:
-    """A PulseAudio of the test's own with one sink, which nobody hears but a recording."""
+    """A PulseAudio of the test's own with one sink, which only a recording reads."""
 
     def __init__(self, folder):
         self.socket = folder / "pulse-socket"
@@ -55,7 +55,7 @@ def sound_server(tmp_path, monkeypatch):
 
 
 @pytest.mark.parametrize("output, name", [("pulse", "PulseAudio sink hall"), ("alsa", "ALSA device hall")])
-def test_speech_is_heard_on_an_audio_device_and_again_when_it_comes_back(serve, sound_server, tmp_path, output, name):
+def test_speech_is_played_on_an_audio_device_and_again_when_it_comes_back(serve, sound_server, tmp_path, output, name):
     server = serve(talk_back(output=output, device="hall"))
     server.allow_problem(f"talk-back: {name} (failed|cannot be opened: Connection refused)")
     packets = encode("pcmu", speech("Hello there."))
@@ -63,17 +63,17 @@ def test_speech_is_heard_on_an_audio_device_and_again_when_it_comes_back(serve, 
     with Speaker(server.url(), "udp").open() as speaker:
         wait_for_output(server)
         for turn in range(2):
-            recording = sound_server.record(tmp_path / f"heard{turn}")
+            recording = sound_server.record(tmp_path / f"captured{turn}")
             try:
                 # A recording starts some time after it was asked for.
-                wait_until(lambda: (tmp_path / f"heard{turn}").stat().st_size > 0, 10, "audio is recorded")
+                wait_until(lambda: (tmp_path / f"captured{turn}").stat().st_size > 0, 10, "audio is recorded")
                 speaker.speak(packets)
                 speaker.rest(0.5)
             finally:
                 recording.terminate()
                 recording.wait()
-            heard = numpy.frombuffer((tmp_path / f"heard{turn}").read_bytes(), "<i2").astype(float)
-            assert likeness(sent, heard) > ENOUGH
+            captured = numpy.frombuffer((tmp_path / f"captured{turn}").read_bytes(), "<i2").astype(float)
+            assert likeness(sent, captured) > ENOUGH
             if turn == 0:
                 sound_server.stop()
                 speaker.speak(encode("pcmu", tone(seconds=0.5)))

@@ -13,7 +13,7 @@ PACKET_SECONDS = {"pcmu": 0.020, "pcma": 0.020, "aac": 0.064, "opus": 0.020}
 
 
 def say(server, build_folder, transport, samples):
-    """Has a GStreamer client say it, and returns what was heard."""
+    """Has a GStreamer client send it; returns the audio that was played."""
     write_wav(server.folder / "said.wav", samples)
     run = subprocess.run([build_folder / "gst_talk", server.url(), server.folder / "said.wav", transport],
                          capture_output=True, text=True, timeout=60)
@@ -24,7 +24,7 @@ def say(server, build_folder, transport, samples):
 
 
 @pytest.mark.parametrize("codec", CODECS)
-def test_a_sentence_of_rtspsrc_is_heard(serve, build_folder, transport, codec):
+def test_a_sentence_of_rtspsrc_is_played(serve, build_folder, transport, codec):
     server = serve(talk_back(codec=codec))
     said = with_lead(speech())
     ideal = decode(codec, encode(codec, said))[int(LEAD_SECONDS * RATE):]

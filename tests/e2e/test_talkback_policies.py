@@ -15,7 +15,7 @@ LATER_SECONDS = 1.0
 
 
 def both_talk(server, transport):
-    """Two clients' tones, the second one a second later; returns what was heard from the first one's beginning on."""
+    """Two clients' tones, the second one a second later; returns the audio that was played, from the start of the first."""
     with Speaker(server.url(), transport, seed=1).open() as first, \
             Speaker(server.url(), transport, seed=2).open() as second:
         first_packets = encode("pcmu", tone(FIRST_HERTZ, SECONDS, LEVEL))
@@ -35,14 +35,14 @@ def both_talk(server, transport):
     return lambda hertz, at: amplitude(hertz, audio[begin + int(at * RATE):begin + int((at + 0.25) * RATE)]) / LEVEL
 
 
-@pytest.mark.parametrize("policy, both_heard", [("first", (1, 0)), ("newest", (0, 1)), ("mix", (1, 1))])
-def test_who_is_heard_while_two_talk_is_the_policys(serve, transport, policy, both_heard):
+@pytest.mark.parametrize("policy, played", [("first", (1, 0)), ("newest", (0, 1)), ("mix", (1, 1))])
+def test_policy_decides_which_of_two_senders_is_played(serve, transport, policy, played):
     server = serve(talk_back(policy=policy))
     level = both_talk(server, transport)
     assert level(FIRST_HERTZ, 0.5) == pytest.approx(1, abs=0.15), "alone at first"
     assert level(SECOND_HERTZ, 0.5) < 0.05
-    assert level(FIRST_HERTZ, 1.4) == pytest.approx(both_heard[0], abs=0.15)
-    assert level(SECOND_HERTZ, 1.4) == pytest.approx(both_heard[1], abs=0.15)
+    assert level(FIRST_HERTZ, 1.4) == pytest.approx(played[0], abs=0.15)
+    assert level(SECOND_HERTZ, 1.4) == pytest.approx(played[1], abs=0.15)
     # By then the first one has been silent for more than half a second.
     assert level(FIRST_HERTZ, 2.68) < 0.05
     assert level(SECOND_HERTZ, 2.68) == pytest.approx(1, abs=0.15)

@@ -67,19 +67,19 @@ def test_silent_session_times_out(server):
     """The connection stays, but neither RTSP nor RTCP comes."""
     with RtspClient(server.url(), "udp") as client:
         client.open()
-        begin = time.monotonic()
+        started = time.monotonic()
         client.receive(lambda: len(client.rtp) > 50, "media")
         assert "timeout=4" in client.session_header
         wait_until(lambda: server.sessions() == 0, 15, "the session times out")
-        assert time.monotonic() - begin >= 3.5
+        assert time.monotonic() - started >= 3.5
 
 
 def test_connection_without_a_request_is_closed(server):
     with RtspClient(server.url()) as client:
-        begin = time.monotonic()
+        started = time.monotonic()
         client.socket.settimeout(10)
         assert client.socket.recv(1) == b""
-        assert 1.5 < time.monotonic() - begin < 8
+        assert 1.5 < time.monotonic() - started < 8
 
 
 def test_setup_without_play_is_forgotten(server):

@@ -47,7 +47,7 @@ def check_rtp(capture, client, info):
     packets = {track.ssrc: [] for track in client.tracks}
     for frame in capture.dissect("rtp", "rtp.ssrc", "rtp.seq", "rtp.timestamp", "frame.number"):
         for ssrc, sequence, timestamp in zip(*(numbers(frame[f"rtp.{name}"]) for name in ("ssrc", "seq", "timestamp"))):
-            assert ssrc in packets, "every SSRC is one that SETUP told"
+            assert ssrc in packets, "every SSRC is one of a SETUP response"
             packets[ssrc].append((sequence, timestamp))
     for index, track in enumerate(client.tracks):
         sent = packets[track.ssrc]

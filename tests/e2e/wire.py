@@ -8,7 +8,7 @@ from server import wait_until
 
 
 class Capture:
-    """Captures an interface while the `with` block runs, the loopback one unless told otherwise.
+    """Captures an interface while the `with` block runs, by default the loopback one.
 
     Usable only where segmentation offload is off in the server: otherwise one captured frame holds several
     packets.
@@ -29,7 +29,7 @@ class Capture:
         return self
 
     def __exit__(self, *_):
-        # What was sent last is still on its way through the kernel's buffer to the file.
+        # The last packets are still in the kernel's buffer.
         size = -1
         while size != self.path.stat().st_size:
             size = self.path.stat().st_size
