@@ -123,13 +123,13 @@ def main():
     time.sleep(2)
     print(f"descriptors left by vanished clients: {usage(options.pid)[2] - before[2]}")
 
-    rounds = []
+    iterations = []
     for i in range(30):
         client, steps = start(options, i % (options.length - 20), 20)
-        rounds.append(steps)
+        iterations.append(steps)
         client.request("TEARDOWN", client.url)
         client.socket.close()
-    for name, values in zip(("DESCRIBE", "both SETUP", "PLAY to answer", "PLAY to first frame"), zip(*rounds)):
+    for name, values in zip(("DESCRIBE", "both SETUP", "PLAY to answer", "PLAY to first frame"), zip(*iterations)):
         print(f"{name}: median {sorted(values)[len(values) // 2]:.2f} ms, worst {max(values):.2f} ms")
 
 

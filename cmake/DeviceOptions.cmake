@@ -1,4 +1,4 @@
-# How a device wants its code: small, and with its own SDK's binary interface of the C++ library.
+# Options for devices: small code, and the C++ library's binary interface of their SDK.
 option(OV_SMALL "Optimise for size and leave out what nothing uses" OFF)
 option(OV_OLD_STRING_ABI "Use the std::string of C++ libraries before GCC 5, as the device's SDK may do" OFF)
 option(OV_STATIC_LIBSTDCXX "Bring the C++ library along inside the library, for a device that has none or an older one" OFF)

@@ -1,4 +1,4 @@
-# ov_write_symbol_map(<file> <version> <folder>…): a linker's version script that shows what a host may bind to and
+# ov_write_symbol_map(<file> <version> <folder>…): a linker's version script that exports what a host may bind to and
 # nothing else: the operations, tables and type information of every class that a header of the folders marks
 # OV_EXPORT, where it is a template or the source file beside it defines it. Inline classes and everything of the C++
 # library stay inside.
@@ -35,8 +35,8 @@ function(ov_write_symbol_map file version)
         endforeach()
     endforeach()
     string(APPEND patterns "        };\n")
-    # Names as the compiler has them, because only these tell the constructors and destructors of whole objects from
-    # those that none but a derived class would use: these stay inside, they are a fifth of all the names.
+    # Mangled names, because only these distinguish the constructors and destructors of complete objects from those that
+    # only a derived class would use: the latter, a fifth of all names, stay inside.
     foreach(template ${templates})
         string(LENGTH "${template}" length)
         set(name "${length}${template}I")

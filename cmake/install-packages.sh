@@ -11,11 +11,11 @@ if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
 fi
 
 # A package is there when it is "installed" itself or provided under that name; "config-files" is a removed one.
-mapfile -t wanted < <(sed -e 's/#.*//' -e 's/[[:space:]]*$//' -e '/^$/d' "$list")
-mapfile -t present < <(dpkg-query -W -f='${db:Status-Status} ${Package}\n' "${wanted[@]}" 2>/dev/null |
+mapfile -t listed < <(sed -e 's/#.*//' -e 's/[[:space:]]*$//' -e '/^$/d' "$list")
+mapfile -t present < <(dpkg-query -W -f='${db:Status-Status} ${Package}\n' "${listed[@]}" 2>/dev/null |
     sed -n 's/^installed //p')
 missing=()
-for package in "${wanted[@]}"; do
+for package in "${listed[@]}"; do
     case " ${present[*]:-} " in
         *" $package "*) ;;
         *) missing+=("$package") ;;

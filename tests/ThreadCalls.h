@@ -7,7 +7,7 @@
 #include "support/function.h"
 #include "support/function_obj.h"
 
-/// Callables for the host's threads, made of whatever a test wants to run.
+/// Callables for the host's threads, made of any function of a test.
 class ThreadCalls
 {
 public:

@@ -271,9 +271,9 @@ public:
 
     void feed(const char* track, const AccessUnitPtr& unit)
     {
-        const double begin = threadSeconds();
+        const double started = threadSeconds();
         subscribers_.feed(track, unit);
-        seconds_ += threadSeconds() - begin;
+        seconds_ += threadSeconds() - started;
         subscribers_.drain();
     }
 

@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-/// Lets two threads do the same at the same time, in short bursts that both begin together.
+/// Lets two threads do the same at the same time, in short bursts that both start together.
 ///
-/// The time of one iteration is that of one operation of either thread: the span from the first begin to the
+/// The time of one iteration is that of one operation of either thread: the span from the first start to the
 /// last end, shared out among the operations of both. Beside the mean, which a burst that the system
 /// interrupted spoils, the median is reported as "median_ns".
 class TwoThreads
@@ -20,15 +20,15 @@ public:
     static void run(benchmark::State& state, const Operation& operation)
     {
         constexpr int operations = 2000;  // of each thread in a burst: some tens of microseconds
-        std::atomic<int> begun[2] = {{0}, {0}};
+        std::atomic<int> started[2] = {{0}, {0}};
         std::atomic<int> ended{0};
         std::atomic<bool> over{false};
         Clock::time_point ends[2];
 
         const auto burst = [&](int own, int number)
         {
-            begun[own] = number;
-            while (begun[1 - own] < number && !over)
+            started[own] = number;
+            while (started[1 - own] < number && !over)
             {
             }
             const Clock::time_point start = Clock::now();

@@ -87,7 +87,7 @@ void ClientSession::start()
     }
     const int yes = 1;
     setsockopt(descriptor_, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
-    // Blocking: on loopback the connection stands at once, and a full backlog shows as time.
+    // Blocking: on loopback it connects at once, and a full backlog counts as time.
     if (connect(descriptor_, reinterpret_cast<const sockaddr*>(&url_.address), sizeof url_.address) != 0)
     {
         fail("connect: " + std::string(std::strerror(errno)));

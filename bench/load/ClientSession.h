@@ -23,22 +23,22 @@ enum class Transport
 
 class ClientSession;
 
-/// Is told how a session goes.
+/// Receives the events of a session.
 class SessionListener
 {
 public:
     virtual ~SessionListener() = default;
-    /// The answer to PLAY came.
+    /// PLAY was answered.
     virtual void onPlaying(ClientSession&) {}
-    /// An RTP packet came: the first one has `packets() == 1`. It may come before onPlaying().
+    /// An RTP packet was received; the first one has `packets() == 1`. May be called before onPlaying().
     virtual void onPacket(ClientSession&, FrameStart) {}
-    /// The answer to TEARDOWN came; the connection is closed, start() may be called.
+    /// TEARDOWN was answered; the connection is closed, start() may be called.
     virtual void onEnded(ClientSession& session) = 0;
-    /// Something went wrong; the connection is closed.
+    /// The session failed; the connection is closed.
     virtual void onFailed(ClientSession& session, const std::string& why) = 0;
 };
 
-/// One client: connects, asks OPTIONS, DESCRIBE, SETUP for each track and PLAY, one after the other,
+/// One client: connects, sends OPTIONS, DESCRIBE, SETUP for each track and PLAY, one after the other,
 /// receives, and ends with TEARDOWN. Can be started again and again; its UDP ports stay the same.
 class ClientSession : private PollTarget, private RtspReaderSink, private UdpPairSink
 {
@@ -50,7 +50,7 @@ public:
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
 
-    /// Connects and sends the first request. Failure is told to the listener.
+    /// Connects and sends the first request. Failures are reported to the listener.
     void start();
 
     /// Sends TEARDOWN; after onPlaying().
@@ -117,7 +117,7 @@ private:
 
     int descriptor_ = -1;
     State state_ = State::idle;
-    bool ended_ = false;  ///< the answer to TEARDOWN came
+    bool ended_ = false;  ///< TEARDOWN was answered
     int cseq_ = 0;
     RtspReader reader_;
     SessionDescription description_;

@@ -40,18 +40,18 @@ bool CycleRun::run(Report& report)
 
     const ProcessUse before =
         options_.serverProcess != 0 ? ProcessUse::of(options_.serverProcess) : ProcessUse();
-    const std::int64_t begin = nowNs();
+    const std::int64_t startNs = nowNs();
     for (std::size_t i = first; i < sessions_.size(); ++i)
     {
         ++active_;
         startCycle(*sessions_[i]);
     }
     const auto span = static_cast<std::int64_t>(options_.seconds * 1e9);
-    while (nowNs() < begin + span && active_ > 0 && !enough())
+    while (nowNs() < startNs + span && active_ > 0 && !enough())
     {
         poller_.wait(100);
     }
-    const double seconds = static_cast<double>(nowNs() - begin) / 1e9;
+    const double seconds = static_cast<double>(nowNs() - startNs) / 1e9;
     const std::int64_t completed = completed_;
     const ProcessUse after =
         options_.serverProcess != 0 ? ProcessUse::of(options_.serverProcess) : ProcessUse();

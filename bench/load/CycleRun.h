@@ -25,7 +25,7 @@ private:
     struct Cycle
     {
         bool firstPacketSeen = false;
-        bool done = false;  ///< what the cycle waits for came
+        bool done = false;  ///< the event that the cycle waits for has occurred
     };
 
     void onPlaying(ClientSession& session) override;

@@ -5,8 +5,8 @@
 namespace rtspload
 {
 
-/// Is told when a descriptor can be read. May be told once more after the descriptor was closed in the same
-/// round, so it must bear a read that finds nothing.
+/// Is called when a descriptor is readable. May be called once more after the descriptor was closed in the same
+/// iteration, so a read may find nothing.
 class PollTarget
 {
 public:
@@ -14,7 +14,7 @@ public:
     virtual void onReadable() = 0;
 };
 
-/// A thin cover of epoll(7). Threads: one.
+/// A thin wrapper of epoll(7). Threads: one.
 class Poller
 {
 public:
@@ -26,7 +26,7 @@ public:
     /// `target` must outlive the descriptor. Closing the descriptor ends the watch.
     void add(int descriptor, PollTarget& target);
 
-    /// Waits up to `milliseconds` for descriptors and tells their targets.
+    /// Waits up to `milliseconds` for readable descriptors and calls their targets.
     void wait(int milliseconds);
 
 private:

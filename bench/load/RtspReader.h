@@ -21,7 +21,7 @@ struct RtspReply
     std::string_view header(std::string_view name) const;
 };
 
-/// Takes what a reader found.
+/// Receives the messages of a reader.
 class RtspReaderSink
 {
 public:
@@ -35,10 +35,10 @@ public:
 class RtspReader
 {
 public:
-    /// \returns false when the bytes are no RTSP; the connection is of no use then
+    /// \returns false when the bytes are no RTSP; the connection is unusable then
     bool feed(const char* data, std::size_t size, RtspReaderSink& sink);
 
-    /// Forgets what is left of a former connection.
+    /// Discards the rest of a former connection.
     void reset();
 
 private:

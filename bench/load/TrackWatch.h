@@ -20,9 +20,9 @@ public:
     ///                  does the loopback interface of a busy machine when a sender moves to another core.
     void start(std::string encoding, bool ordered);
 
-    /// What SETUP's answer said.
+    /// The SSRC of the answer to SETUP.
     void expectSsrc(std::uint32_t ssrc);
-    /// What RTP-Info said; before or after the packet arrives.
+    /// The values of RTP-Info; before or after the packet arrives.
     void expectFirst(std::uint16_t sequence, std::optional<std::uint32_t> rtpTime);
 
     /// One RTP packet. \returns what its payload says of its frame
@@ -46,7 +46,7 @@ public:
         return outOfOrder_;
     }
 
-    /// Everything that is wrong by now, in words, "; " between them; empty when nothing is.
+    /// All faults so far, in words, separated by "; "; empty without any.
     /// \param senderReportDue  a sender report should have come by now
     std::string faults(bool senderReportDue) const;
 

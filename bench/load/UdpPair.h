@@ -21,7 +21,7 @@ public:
 class UdpPair
 {
 public:
-    /// \param track  told to the sink, which must outlive the pair
+    /// \param track  passed to the sink, which must outlive the pair
     UdpPair(Poller& poller, std::size_t track, UdpPairSink& sink);
     ~UdpPair();
     UdpPair(const UdpPair&) = delete;
@@ -32,7 +32,7 @@ public:
         return port_;
     }
 
-    /// Throws away what a former session left.
+    /// Discards the datagrams of a former session.
     void drain();
 
 private:

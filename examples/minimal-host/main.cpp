@@ -9,7 +9,7 @@ namespace
 {
 constexpr int platform = 1;  // a number of the host's choice, under which URL codec and factories meet
 
-// The way of one track's packets to one client.
+// The transport of one track's packets to one client.
 struct Connection : IConnection
 {
     Connection() : IConnection(udpUnicast) {}

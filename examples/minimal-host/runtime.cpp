@@ -21,7 +21,7 @@ using Text = const std::string&;
 
 namespace
 {
-int tell(const char* method, const std::string& track)
+int report(const char* method, const std::string& track)
 {
     std::printf("  dispatcher: %s %s\n", method, track.c_str());
     return 0;
@@ -125,22 +125,22 @@ SafePointer<RTPStreamDispatcherMgr> RTPStreamDispatcherMgr::getInstance()
 }
 int RTPStreamDispatcherMgr::initRTPBuilder(Text, Text, Text track, const SubMediaInfo&, int)
 {
-    return tell("packetise", track);
+    return report("packetise", track);
 }
 int RTPStreamDispatcherMgr::addRTPConnection(Text, Text, Text track, const SafePointer<IConnection>&)
 {
-    return tell("connect", track);
+    return report("connect", track);
 }
-int RTPStreamDispatcherMgr::play(Text, Text, Text track) { return tell("play", track); }
-int RTPStreamDispatcherMgr::pause(Text, Text, Text track) { return tell("pause", track); }
-int RTPStreamDispatcherMgr::deleteRTPConnection(Text, Text, Text track) { return tell("end", track); }
+int RTPStreamDispatcherMgr::play(Text, Text, Text track) { return report("play", track); }
+int RTPStreamDispatcherMgr::pause(Text, Text, Text track) { return report("pause", track); }
+int RTPStreamDispatcherMgr::deleteRTPConnection(Text, Text, Text track) { return report("end", track); }
 int RTPStreamDispatcherMgr::getTrackSSRC(Text, Text, Text, int& ssrc)
 {
     ssrc = 0x1234;
     return 0;
 }
 
-// --- not offered: talk-back, recordings and the other ways of live streams
+// --- not offered: talk-back, recordings and the other transports of live streams
 // ------------------------------------ No URL leads there, so none of their operations is ever called. Their
 // types have to be known all the same, and a type is where its destructor is.
 OVThread::OVThread() : state_(nullptr) {}

@@ -1,5 +1,5 @@
 # Run by cpack once it has gathered what goes into the packages: adds the licence and the changes that Debian wants in
-# each of them, and compresses what Debian wants compressed. An installation without packages has no use for that.
+# each of them, and compresses what Debian wants compressed. An installation without packages does not need that.
 function(compress file)
     execute_process(COMMAND gzip -9 --no-name --force "${file}" COMMAND_ERROR_IS_FATAL ANY)
 endfunction()

@@ -61,7 +61,7 @@ TYPED_TEST(DirectBase, IsTheOnlyOne)
 {
     const auto* const info =
         dynamic_cast<const abi::__si_class_type_info*>(&typeid(typename TypeParam::Derived));
-    ASSERT_NE(nullptr, info) << "one public base, at the begin of the object";
+    ASSERT_NE(nullptr, info) << "one public base, at the start of the object";
     EXPECT_EQ(typeid(typename TypeParam::Base), *info->__base_type);
 }
 

@@ -40,7 +40,7 @@ private:
     int count_ = 40;
 };
 
-/// An output that tells which of its operations ran.
+/// An output that records which of its operations ran.
 class Output : public FakeMediaPlayer
 {
 public:

@@ -50,7 +50,7 @@ def alone(path, scratch):
 
 def compile_one(job):
     compiler, standard, path, source, options, scratch = job
-    # Code is made, though nobody wants it, because ccache remembers only what does.
+    # Code is generated, although unused, because ccache remembers only that.
     command = [*CACHE, compiler, f"-std={standard}", "-I", ".", *options, "-Werror", "-fvisibility=hidden", "-c", str(source),
                "-o", str(scratch / f"{source.name}.{compiler}.{standard}.o")]
     run = subprocess.run(command, cwd=ROOT, capture_output=True, text=True)

@@ -44,10 +44,10 @@ refused "an include from the reference host to the tests" "refhost must not know
 file refhost/base/Up.h '"refhost/live/Track.h"'
 refused "an include from a folder of the reference host to a higher one" "base must not know live"
 file refhost/base/Up.h
-file refhost/rtp/Round.h '"refhost/rtp/udp/Socket.h"'
-file refhost/rtp/udp/Round.h '"refhost/rtp/Packet.h"'
+file refhost/rtp/Cycle.h '"refhost/rtp/udp/Socket.h"'
+file refhost/rtp/udp/Cycle.h '"refhost/rtp/Packet.h"'
 refused "an include that closes a circle of two folders" "rtp must not know rtp/udp"
-file refhost/rtp/Round.h
+file refhost/rtp/Cycle.h
 file refhost/rtsp/message/Up.h '"refhost/rtsp/session/Session.h"'
 refused "an include from a message to a session" "rtsp/message must not know rtsp/session"
 file refhost/rtsp/message/Up.h

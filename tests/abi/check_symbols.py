@@ -78,7 +78,7 @@ def exported(library, classes):
 
 
 def leaks(library, classes):
-    """What the library shows although nothing marks it for export."""
+    """The symbols that the library exports although nothing marks them for export."""
     names = {plain(line.split(maxsplit=2)[2]) for line in symbols(library, "--defined-only")}
     return sorted(name for name in names if class_of(name) not in classes and name not in LINKER)
 
@@ -110,7 +110,7 @@ def host_classes():
 
 
 def strange_versions(library, classes):
-    """What the library shows without the version of its interface, and a name that hosts would not look for."""
+    """Exported symbols without the version of the interface, or under a name that hosts would not look for."""
     version = f"@@OVMEDIACONTROL_{MAJOR}"
     for line in symbols(library, "--defined-only"):
         name = line.split(maxsplit=2)[2]
@@ -138,7 +138,7 @@ def tables(library, classes, golden):
         name = name[len("vtable for "):].replace(" ", "")
         for place, symbols_there in enumerate(places):
             found = {f"{name} {place} {text}" for text in readable(sorted(symbols_there))} if symbols_there else set()
-            rows.append(sorted(found & golden or found or {f"{name} {place} nothing that the library shows"})[0])
+            rows.append(sorted(found & golden or found or {f"{name} {place} nothing that the library exports"})[0])
     return sorted(rows, key=lambda row: (row.split()[0], int(row.split()[1])))
 
 
@@ -170,13 +170,13 @@ def main():
     missing = not_on_devices(library)
     for name in missing:
         print(f"the library asks for what no device's runtime offers: {name}")
-    shown = leaks(library, classes)
-    for name in shown:
-        print(f"the library shows what nothing marks for export: {name}")
+    leaked = leaks(library, classes)
+    for name in leaked:
+        print(f"the library exports what nothing marks for export: {name}")
     unversioned = list(strange_versions(library, classes))
     for fault in unversioned:
         print(fault)
-    return 0 if all(results) and not strangers and not missing and not shown and not unversioned else 1
+    return 0 if all(results) and not strangers and not missing and not leaked and not unversioned else 1
 
 
 if __name__ == "__main__":

@@ -35,9 +35,9 @@ build() {
     cmake --build "$scratch/$1" -j 2 >>"$scratch/$1.log" 2>&1
 }
 
-# look <name>: what the library that was built shows, asks for and needs
+# look <name>: what the library that was built exports, imports and needs
 look() {
-    nm -D --defined-only "$scratch/$1/libovmediacontrol.so" >"$scratch/$1.shown"
+    nm -D --defined-only "$scratch/$1/libovmediacontrol.so" >"$scratch/$1.exported"
     nm -D --undefined-only "$scratch/$1/libovmediacontrol.so" >"$scratch/$1.asked"
     c++filt <"$scratch/$1.asked" >"$scratch/$1.asked.plain"
     readelf -dW "$scratch/$1/libovmediacontrol.so" >"$scratch/$1.dynamic"
@@ -64,8 +64,8 @@ cmake --install "$scratch/sdk-old" --prefix "$scratch/installed" >"$scratch/inst
 has "$scratch/installed.log" "support/SafePointer.h" "the library's own headers were not installed"
 lacks "$scratch/installed.log" "/hostapi/" "OV_HOSTAPI_DIR: the SDK's headers were installed once more"
 
-has "$scratch/sdk-old.shown" _ZN14OrvaneMediaUrl13parseMediaUrlERKSs "OV_OLD_STRING_ABI: no name of the std::string of old"
-lacks "$scratch/sdk-old.shown" "__cxx11|B5cxx11" "OV_OLD_STRING_ABI: names of the new std::string are shown"
+has "$scratch/sdk-old.exported" _ZN14OrvaneMediaUrl13parseMediaUrlERKSs "OV_OLD_STRING_ABI: no name of the std::string of old"
+lacks "$scratch/sdk-old.exported" "__cxx11|B5cxx11" "OV_OLD_STRING_ABI: names of the new std::string are exported"
 lacks "$scratch/sdk-old.asked" "__cxx11|B5cxx11" "OV_OLD_STRING_ABI: names of the new std::string are asked for"
 
 # What the SDK lacks is missed, not taken from this project.
@@ -73,7 +73,7 @@ rm "$scratch/sdk/device/MTUParam.h"
 ! build sdk-old || fail "OV_HOSTAPI_DIR: a header that the SDK lacks came from elsewhere"
 has "$scratch/sdk-old.log" "MTUParam.h: No such file" "the build ended for another reason"
 ! configure mistyped -DOV_HOSTAPI_DIR="$scratch/sdk-mistyped" || fail "OV_HOSTAPI_DIR: a folder that is not there was taken"
-has "$scratch/mistyped.log" "OV_HOSTAPI_DIR is no folder" "the cause is not told"
+has "$scratch/mistyped.log" "OV_HOSTAPI_DIR is no folder" "the cause is not reported"
 
 # --- the C++ library comes along and stays inside; small code ---
 
@@ -86,8 +86,8 @@ look static-small
 lacks "$scratch/static-small.dynamic" "NEEDED.*libstdc\+\+" "OV_STATIC_LIBSTDCXX: the shared C++ library is needed"
 has "$scratch/static-small.dynamic" "libgcc_s.so.1" "OV_STATIC_LIBSTDCXX: with an unwinder of its own no exception reaches the host"
 lacks "$scratch/static-small.asked" "GLIBCXX|CXXABI" "OV_STATIC_LIBSTDCXX: the shared C++ library is asked for names"
-lacks "$scratch/static-small.shown" " (_ZN?K?S|_ZT[IVS]N?S|_Zn[wa]|_Zd[la]|__cxa|__gxx)" "OV_STATIC_LIBSTDCXX: the C++ library inside is shown"
-has "$scratch/static-small.shown" _ZN14OrvaneMediaUrl13parseMediaUrlERKNSt7__cxx1112 "the interface is gone"
+lacks "$scratch/static-small.exported" " (_ZN?K?S|_ZT[IVS]N?S|_Zn[wa]|_Zd[la]|__cxa|__gxx)" "OV_STATIC_LIBSTDCXX: the C++ library inside is exported"
+has "$scratch/static-small.exported" _ZN14OrvaneMediaUrl13parseMediaUrlERKNSt7__cxx1112 "the interface is gone"
 
 has "$scratch/static-small/compile_commands.json" "-Os -ffunction-sections -fdata-sections" "OV_SMALL: not optimised for size"
 has "$scratch/static-small/compile_commands.json" "-flto" "OV_SMALL: not optimised at link time"

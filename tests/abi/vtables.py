@@ -73,7 +73,7 @@ def operations(library):
         name = table[len("_ZTV"):]
         first, information, *places = opened.table(name)
         if first != 0 or information != {"_ZTI" + name}:
-            raise ValueError(f"{table} does not begin as a table does: {first}, {information}")
+            raise ValueError(f"{table} does not start like a table: {first}, {information}")
         destructors = ({f"_ZN{name}D1Ev"}, {f"_ZN{name}D0Ev"})
         yield name, [(*destructors, *places)[i] if here == 0 and i < 2 else here
                      for i, here in enumerate(places)]

@@ -85,7 +85,7 @@ void checkMulticast(const std::string& url)
     require(codec.toMulticastMediaUrl().empty(), "no multicast form");
 }
 
-/// What a URL can be rendered from, taken from the begin of the input; what is missing is 0.
+/// The values of a URL to render, taken from the start of the input; missing ones are 0.
 struct Numbers
 {
     std::int32_t camera = 0;

@@ -45,7 +45,7 @@ int main(int argc, char** argv)
     {
         for (const std::filesystem::path& file : filesIn(argv[i]))
         {
-            // Told before, so that the last line names the file that ended the program.
+            // Printed before, so that the last line names the file that ended the program.
             std::printf("%s\n", file.filename().c_str());
             std::fflush(stdout);
             replay(file);

@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// What the device's URL syntax says of a text, found in another way than the codec's: the judge of the fuzz
+/// What the device's URL syntax says of a text, computed independently of the codec: the judge of the fuzz
 /// target.
 class UrlOracle
 {

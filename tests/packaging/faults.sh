@@ -1,4 +1,4 @@
-# Sourced by the packages' tests: they go on after a fault, so that one run tells all, and end with "$failed".
+# Sourced by the packages' tests: they continue after a fault, so that one run reports all, and end with "$failed".
 failed=0
 
 fault() {

@@ -154,7 +154,7 @@ quietly inside dpkg --force-confold -i "/root/${server##*/}"
 same "what was disabled" "disabled inactive" "$(inside systemctl is-enabled ovrtspd.service) $(inside systemctl is-active ovrtspd.service)"
 same "what was removed" "" "$(in_root find /etc/ovrtspd -type f)"
 
-# A configuration that he changed, and what he had dpkg told of it, stays when a version comes that brings another.
+# A configuration that the administrator changed, and its dpkg-statoverride, survive an upgrade with another one.
 quietly inside dpkg --force-confmiss -i "/root/${server##*/}"
 quietly inside systemctl enable --now ovrtspd.service
 inside sed -i 's/^port = 8554$/port = 8600/' "$config"

@@ -14,7 +14,7 @@ trap 'rm -rf "$scratch"' EXIT
 # shellcheck source=faults.sh
 . "$(dirname "${BASH_SOURCE[0]}")/faults.sh"
 
-# The builder's umask must not show in them.
+# They must not depend on the builder's umask.
 (umask 077 && "$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$scratch/made") >"$scratch/cpack.log" 2>&1 ||
     { cat "$scratch/cpack.log" >&2; exit 1; }
 version="$(sed -n 's/^project(OVMediaControl VERSION \([0-9.]*\).*/\1/p' "$root/CMakeLists.txt")"

@@ -53,7 +53,7 @@ timeout 60 ffmpeg -v error -rtsp_transport tcp -i "rtsp://$address:$port/orv/liv
     -map 0:v -frames:v 5 -f framecrc "$scratch/frames" -map 0:a -frames:a 50 -f framecrc "$scratch/audio" \
     </dev/null 2>"$scratch/player" || give_up "the stream does not play"
 played="$(grep -vch '^#' "$scratch/frames" "$scratch/audio" | xargs)"
-[ "$played" = "5 50" ] || give_up "a second has 5 frames and 50 pieces of audio, and this came: $played"
+[ "$played" = "5 50" ] || give_up "a second has 5 frames and 50 blocks of audio, but these came: $played"
 
 kill "$pid"
 code=0

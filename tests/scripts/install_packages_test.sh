@@ -3,7 +3,7 @@
 # usage: install_packages_test.sh <root of the sources>
 set -euo pipefail
 script="$1/cmake/install-packages.sh"
-mapfile -t wanted < <(sed -e 's/#.*//' -e 's/[[:space:]]*$//' -e '/^$/d' "$1/cmake/debian-packages.txt")
+mapfile -t listed < <(sed -e 's/#.*//' -e 's/[[:space:]]*$//' -e '/^$/d' "$1/cmake/debian-packages.txt")
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/bin"
@@ -20,7 +20,7 @@ run() {
     shift
     : >"$work/calls"
     : >"$work/present"
-    for package in "${wanted[@]}"; do
+    for package in "${listed[@]}"; do
         case " $* " in
             *" $package "*) echo "config-files $package" >>"$work/present" ;;
             *) echo "installed $package" >>"$work/present" ;;

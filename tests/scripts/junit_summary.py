@@ -8,7 +8,7 @@ so that one need not look for it among thousands. Ends with 1 when there is no s
 import sys
 import xml.etree.ElementTree
 
-LINES_SHOWN = 40
+MAX_LINES = 40
 
 
 def has_failed(case):
@@ -32,7 +32,7 @@ def main():
     print(len(cases) - len(failed) - len(skipped), len(failed), len(skipped))
     for case in failed:
         print(f"FAILED {case.get('name')}")
-        for line in case.findtext("system-out", "").strip().splitlines()[-LINES_SHOWN:]:
+        for line in case.findtext("system-out", "").strip().splitlines()[-MAX_LINES:]:
             print(f"    {line}")
     return 0
 

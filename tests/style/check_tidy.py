@@ -4,7 +4,7 @@
 check_tidy.py CLANG_TIDY SOURCE_DIR BUILD_DIR [PATH...]
 
 Reads how each file is compiled from BUILD_DIR/compile_commands.json; of several commands for one file, the first. PATH,
-such as tests/live or a file, limits the run to what begins with it.
+such as tests/live or a file, limits the run to paths that start with it.
 
 A pass is remembered under a digest of all that it depends on: clang-tidy, .clang-tidy, the file's command, the file and
 the project's headers that it includes, the installed packages with system headers, and this script. A finding is never
