@@ -50,7 +50,7 @@ public:
     /// What the host was asked since the last time.
     static Lines hostCalls()
     {
-        const Lines calls = FakeHost::instance().calls();
+        Lines calls = FakeHost::instance().calls();
         FakeHost::instance().clearCalls();
         return calls;
     }

@@ -57,7 +57,7 @@ std::string nameInMessages()
     {
         const std::string before = "SafePointer Report:";
         const std::string behind = " Use NULL pointer ->";
-        const std::string line = error.what();
+        std::string line = error.what();
         EXPECT_EQ(line + "\n", output.text());
         if (line.compare(0, before.size(), before) == 0 && line.size() > before.size() + behind.size())
         {

@@ -183,6 +183,7 @@ bool OVThread::IsRunning()
     return static_cast<Worker*>(state_)->running;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the host contract
 GThread::GThread(function<int> run, const std::string&, function<int>, function<int>) : body_(nullptr)
 {
     state_ = new Worker{run, {false}, {}};

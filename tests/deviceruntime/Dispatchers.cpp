@@ -221,6 +221,7 @@ int RTPPlayBackDispacher::getTrackSSRC(Text, Text, int& ssrc)
 {
     return tell(ssrc);
 }
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the host contract
 int RTPPlayBackDispacher::getConnectionState(std::string, std::string, bool& connected)
 {
     connected = true;
@@ -285,6 +286,7 @@ int RTPPlayBackDispacherMgr::getTrackSSRC(Text, Text, int& ssrc)
 {
     return tell(ssrc);
 }
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the host contract
 int RTPPlayBackDispacherMgr::getConnectionState(std::string, std::string, bool& connected)
 {
     connected = true;

@@ -1,4 +1,4 @@
-#include "ReadmeEmbedding.h"
+#include "ReadmeEmbedding.inc"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ TEST(ReadmeEmbedding, ItsFiveStepsServeAStream)
                 testing::ElementsAre("initRTPBuilder", "addRTPConnection", "play", "deleteRTPConnection"));
 }
 
-TEST(ReadmeEmbedding, AnUnknownUrlIsToldByTheStatus)
+TEST(ReadmeEmbedding, StatusReportsAnUnknownUrl)
 {
     registerUrls();
     const SafePointer<IRTSPControllerFactory> factory = makeLiveFactory(DeviceInfoEx(), DeviceExAbility());

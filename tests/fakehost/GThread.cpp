@@ -34,6 +34,7 @@ void log(const char* operation)
 
 }  // namespace
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the host contract
 GThread::GThread(function<int> run, const std::string& name, function<int> before, function<int> after)
     : body_(new Body(run, name, before, after))
 {

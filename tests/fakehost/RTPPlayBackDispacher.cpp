@@ -151,6 +151,7 @@ int RTPPlayBackDispacher::getTrackSSRC(const std::string& sessionId, const std::
     return result;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the host contract
 int RTPPlayBackDispacher::getConnectionState(std::string sessionId, std::string trackId, bool& connected)
 {
     const int result = impl_->tracks.outcomeOf("getConnectionState", sessionId, trackId);

@@ -145,6 +145,7 @@ int RTPPlayBackDispacherMgr::getTrackSSRC(const std::string& sessionId, const st
     return result;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the host contract
 int RTPPlayBackDispacherMgr::getConnectionState(std::string sessionId, std::string trackId, bool& connected)
 {
     const int result = impl_->tracks.outcomeOf("getConnectionState", sessionId, trackId);
