@@ -9,7 +9,7 @@
 
 /// Small file systems of a test's own: mounts that no other process sees, gone with the test's process.
 ///
-/// Needs the right to mount; where it is missing, why() says so and the test is to be skipped with it:
+/// Requires the permission to mount; without it the test is to be skipped with the reason of why():
 ///
 ///     PrivateMounts mounts;
 ///     if (!mounts.possible())
@@ -44,7 +44,7 @@ public:
     {
         return ::mount("none", folder.c_str(), "tmpfs", 0, options) == 0;
     }
-    /// Takes a file system away from its folder though it is in use, as `umount -l` does.
+    /// Unmounts a file system that is in use, as `umount -l` does.
     bool unmount(const std::string& folder) const
     {
         return ::umount2(folder.c_str(), MNT_DETACH) == 0;

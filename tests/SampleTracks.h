@@ -2,7 +2,7 @@
 
 #include "hostapi/description/SubMediaInfo.h"
 
-/// The two tracks that most tests describe a stream with.
+/// The two tracks of the streams in most tests.
 struct SampleTracks
 {
     /// "trackID=0": H.264, 1280 by 720 pixels.

@@ -31,7 +31,7 @@ public:
     {
         return path_;
     }
-    /// The path of something in it.
+    /// The path of an entry in it.
     std::string operator/(const std::string& name) const
     {
         return path_ + "/" + name;

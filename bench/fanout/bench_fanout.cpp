@@ -1,4 +1,4 @@
-// What one access unit costs the thread that deals it out to many viewers, kernel included.
+// The cost of one access unit in the thread that sends it to many viewers, kernel included.
 
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>
@@ -80,7 +80,7 @@ LoopbackSocket openLoopback(int type)
     return opened;
 }
 
-/// What an RTSP connection does with frames while its client reads: one send().
+/// An RTSP connection whose client reads: one send() per frame.
 class SocketWriter : public FrameWriter
 {
 public:
@@ -107,7 +107,7 @@ constexpr TransportTraits traitsOfNone = []
     return traits;
 }();
 
-/// A transport that costs nothing: what is left is the dispatch itself.
+/// A transport that costs nothing: the rest is the dispatch itself.
 class NoTransport : public RtpTransport
 {
 public:
@@ -263,7 +263,7 @@ double threadSeconds()
 
 constexpr std::int64_t nsPerMs = 1'000'000;
 
-/// Deals units out, counts the thread's time for it, and lets the viewers read outside of it.
+/// Sends units, measures the thread's time for that, and lets the viewers read outside of it.
 class Meter
 {
 public:

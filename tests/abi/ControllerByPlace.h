@@ -9,8 +9,8 @@
 #include "support/SafePointer.h"
 #include "tests/abi/Slot.h"
 
-/// A controller as a host drives it that was built long ago: it knows the places of the operations in the
-/// table, and what they take, but none of today's headers.
+/// Drives a controller like a host that was built long ago: by the slots of the operations in the vtable and their
+/// arguments, without today's headers.
 class ControllerByPlace
 {
 public:

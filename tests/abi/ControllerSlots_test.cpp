@@ -14,13 +14,13 @@
 #include "tests/fakehost/FakeHost.h"
 #include "tests/fakehost/FakeLiveSessions.h"
 
-// Every operation here is called by its place in its object's table.
+// Every operation here is called by its slot in its object's vtable.
 namespace
 {
 
 using Lines = std::vector<std::string>;
 
-/// A factory of controllers, itself called by place, with the device's own codec under a type of its own.
+/// A factory of controllers, also called by slot, with the device's own codec under a platform type of its own.
 template <class Factory>
 class ControllerSlots
 {
@@ -47,7 +47,7 @@ public:
         return ControllerByPlace(controller_.operator->());
     }
 
-    /// What the host was asked since the last time.
+    /// The host calls since the last time.
     static Lines hostCalls()
     {
         Lines calls = FakeHost::instance().calls();
@@ -69,7 +69,7 @@ private:
 const std::string session = "session";
 const std::string track = "trackID=0";
 
-/// Where a live stream goes: the host calls of its methods, as far as they differ.
+/// The host calls of a live stream's methods, as far as they differ between controllers.
 struct Delivery
 {
     const char* description;
@@ -105,7 +105,7 @@ void expectLiveOperationsInTheirPlaces(const char* url, const Delivery& delivery
     EXPECT_EQ(method(delivery.end), made.hostCall());
 }
 
-/// What a live stream has no use for: answered alike, and the host is not asked.
+/// Operations without meaning for a live stream: the same result everywhere, and no host call.
 template <class Factory>
 void expectLiveAnswersInTheirPlaces(const char* url)
 {

@@ -13,8 +13,8 @@
 #include "mediaurl/MediaUrlParam.h"
 #include "playback/OVPlaybackControllerFactory.h"
 
-// The fields by the names under which debuggers and tools of hosts look for them, private ones too: an
-// explicit instantiation may name what nobody else may. That this compiles is the test.
+// The field names that debuggers and tools of hosts look for, private ones included: an explicit instantiation may name
+// private members. The test is that this compiles.
 namespace
 {
 

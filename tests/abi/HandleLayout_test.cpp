@@ -21,7 +21,7 @@
 namespace
 {
 
-/// A size as it is on a 32-bit device and on a 64-bit machine.
+/// A size on a 32-bit device and on a 64-bit machine.
 constexpr std::size_t bytes(std::size_t onDevice, std::size_t onThisMachine)
 {
     return sizeof(void*) == 4 ? onDevice : onThisMachine;
@@ -43,7 +43,7 @@ int nothing()
     return 0;
 }
 
-/// What a handle to a T calls T when it is misused.
+/// The name of T in the error of a misused handle to a T.
 template <class T>
 std::string nameInMessages()
 {

@@ -15,8 +15,7 @@
 namespace
 {
 
-/// Bytes of heap that a library costs before anybody streams, the locks, counts and threads of the fake host
-/// included.
+/// Bytes of heap that the library uses before anybody streams, with the locks, counts and threads of the fake host.
 class IdleHeap : public testing::Test
 {
 protected:

@@ -7,7 +7,7 @@
 class Layout
 {
 public:
-    /// The T that lies `offset` bytes into an object.
+    /// The T at `offset` bytes into an object.
     template <class T>
     static const T& at(const void* object, std::size_t offset)
     {
@@ -15,7 +15,7 @@ public:
         return *static_cast<const T*>(member);
     }
 
-    /// The T that lies in an object where `member` lies in the mirror structure M.
+    /// The T at the offset that `member` has in the mirror structure M.
     template <class T, class M>
     static const T& at(const void* object, T M::*member)
     {

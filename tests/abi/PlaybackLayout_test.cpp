@@ -103,7 +103,7 @@ TEST(Layout, PlaybackSessionWithoutDispatcherThrowsOnlyWhereItAsksIt)
 {
     OVPlayBack session;
     session.setMediaInfo(FakeDescription::presentation(false));
-    // No operation leads here: only whoever writes the field can.
+    // No operation leads here, only a write to the field.
     auto& dispatcher =
         const_cast<SafePointer<RTPPlayBackDispacher>&>(Layout::at(&session, &PlayBackMirror::dispatcher));
     dispatcher.dec_reference();

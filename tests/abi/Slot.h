@@ -4,9 +4,9 @@
 #include <cstring>
 #include <utility>
 
-/// A virtual operation as a program calls it that was built long ago: by its place in the object's table and
-/// the arguments of that time, whatever the headers say now. A destructor takes the places 0 (the object
-/// alone) and 1 (the object and its memory). \tparam Signature  of the operation, without the object:
+/// Calls a virtual operation like a program that was built long ago: by its slot in the object's vtable and the arguments
+/// of that time, whatever the headers say now. A destructor has the slots 0 (the object alone) and 1 (the object and its
+/// memory). \tparam Signature  of the operation, without the object:
 /// int(const std::string&)
 template <class Signature>
 class Slot;

@@ -19,7 +19,7 @@
 #include "tests/fakehost/FakeMediaPlayer.h"
 #include "tests/fakehost/RefCountInspector.h"
 
-// Every operation here is called by its place in its object's table.
+// Every operation here is called by its slot in its object's vtable.
 namespace
 {
 
@@ -54,7 +54,7 @@ private:
     bool& gone_;
 };
 
-/// An object in memory of its own, of which only the object ends by its destructor's first place.
+/// An object in memory of the test's: the destructor's first slot ends the object alone.
 template <class T>
 class Placed
 {
@@ -71,7 +71,7 @@ private:
     T* object_;
 };
 
-/// Both of a destructor's places: the first ends an object in memory of the caller's, the second frees it
+/// Both of a destructor's slots: the first ends an object in memory of the caller's, the second frees it
 /// too.
 template <class T>
 void expectBothDestructors(const char* partOfIt)

@@ -3,7 +3,7 @@
 #include <mutex>
 #include <string>
 
-/// What the library asked of the runtime, as text: one word or more a call, in their order. Threads: any.
+/// The library's calls of the runtime, as text, in their order: one or more words per call. Threads: any.
 class DeviceCalls
 {
 public:

@@ -9,7 +9,7 @@
 #include "hostapi/device/DeviceInfoEx.h"
 #include "hostapi/live/MulticastSessionParameter.h"
 
-/// What the runtime itself does with records whose insides are its own.
+/// The runtime's own operations on records of which only it knows the fields.
 class DeviceSettings
 {
 public:

@@ -1,4 +1,4 @@
-// The device's dispatchers: each call is noted and succeeds.
+// The device's dispatchers: each call is recorded and succeeds.
 #include <atomic>
 #include <map>
 

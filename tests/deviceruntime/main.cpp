@@ -1,5 +1,5 @@
-// Runs a session of each kind on a runtime that offers what devices offer, and says what went otherwise than
-// meant. Ends with 0 when nothing did.
+// Runs a session of each kind on a runtime that offers what devices offer, and prints every deviation. Exits with 0
+// without any.
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Says a WAV file to a camera: GStreamer's rtspsrc sends it on the ONVIF back channel.
+// Plays a WAV file on a camera: GStreamer's rtspsrc sends it on the ONVIF back channel.
 //
 // Usage: gst_talk URL FILE [udp|tcp]
 
@@ -118,7 +118,7 @@ private:
         GstPad* const target = gst_element_get_static_pad(sink, "sink");
         gst_pad_link(pad, target);
         gst_object_unref(target);
-        // What the camera sends comes: it plays now, and takes audio.
+        // The camera's media arrive: it plays now, and accepts audio.
         if (self->microphone_ == nullptr)
         {
             self->fail("the camera offers no back channel");
@@ -136,7 +136,7 @@ private:
         {
             return GST_FLOW_EOS;
         }
-        // It takes the sample over.
+        // It takes ownership of the sample.
         g_signal_emit_by_name(self->source_, "push-backchannel-buffer", self->channel_, sample, &result);
         return result;
     }

@@ -1,4 +1,4 @@
-// Gives every file of the folders on the command line to the fuzz target, in the order of their names.
+// Runs the fuzz target on every file of the folders on the command line, in the order of their names.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -31,7 +31,7 @@ std::vector<std::filesystem::path> filesIn(const std::filesystem::path& folder)
 void replay(const std::filesystem::path& file)
 {
     std::ifstream stream(file, std::ios::binary);
-    // Exactly as many bytes as the file has, so that a read beyond them is seen.
+    // Exactly as many bytes as the file has, so that the sanitizer finds a read beyond them.
     const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
 }

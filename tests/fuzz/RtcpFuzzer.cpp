@@ -20,7 +20,7 @@ void require(bool condition, const char* what)
     }
 }
 
-/// Whether the bytes of `ssrc` stand anywhere in the packet.
+/// Whether the packet contains the bytes of `ssrc`.
 bool mentions(const std::uint8_t* data, std::size_t size)
 {
     for (std::size_t at = 0; at + 4 <= size; ++at)

@@ -1,7 +1,7 @@
-// Any bytes from a client, through reader, methods, sessions, the library and the dispatch of every route;
-// only the socket is missing. No request may answer 500. The first byte says how the rest is cut into
-// receptions, whether users are configured and whether scripted recordings get ready. Behind each line "---"
-// the server has got to work: frames come, and SSSSSSSSSSSSSSSS stands for the newest session's id.
+// Any bytes from a client, through reader, methods, sessions, the library and the dispatch of every route, without
+// sockets. No request may be answered 500. The first byte selects how the rest is split into receptions, whether users
+// are configured and whether scripted recordings get ready. After each line "---" the server runs: frames arrive, and
+// SSSSSSSSSSSSSSSS is replaced by the newest session's id.
 #include <netinet/in.h>
 
 #include <algorithm>
@@ -34,8 +34,7 @@ SocketAddress loopback()
 constexpr std::string_view stepMark = "\n---\n";
 constexpr std::string_view sessionMark = "SSSSSSSSSSSSSSSS";
 
-/// Requires one well-formed response: no header line that the client could have forged in, and no failure of
-/// the server's own.
+/// Requires one well-formed response, without header lines injected by the client and without a server error.
 void requireResponse(std::string_view response)
 {
     require(response.substr(0, 9) == "RTSP/1.0 ", "status line");
@@ -60,7 +59,7 @@ void requireResponse(std::string_view response)
     require(response.size() == headEnd + 4 + bodySize, "length of the response");
 }
 
-/// Takes what a connection would send.
+/// Receives what a connection would send.
 class FuzzConnection : public ClientConnection,
                        public FrameWriter,
                        public std::enable_shared_from_this<FuzzConnection>
@@ -125,7 +124,7 @@ private:
 class RtspServerUnderTest
 {
 public:
-    /// \param neverReady  recordings do not find their place in time
+    /// \param neverReady  recordings do not find their position in time
     RtspServerUnderTest(bool users, bool neverReady)
         : services_(ServerWorld::instance().services(users)), neverReady_(neverReady)
     {
@@ -157,7 +156,7 @@ public:
         }
         for (std::size_t at = 0; at < bytes.size() && !ended_; at += chunk)
         {
-            // From memory of its own, so that a view that outlives its bytes is found.
+            // From memory of its own, so that the sanitizer finds a view that outlives its bytes.
             const std::string part = bytes.substr(at, chunk);
             reader_.feed(part.data(), part.size());
             handle();
@@ -189,7 +188,7 @@ private:
                 reader_.putBack();
                 script_.result("play", neverReady_ ? hostStreamNotReady : 0);
                 result = again(false);
-                // A real recording finds its place on a worker's thread.
+                // A real recording finds its position on a worker's thread.
                 for (int i = 0; result == RequestHandler::Result::notReady && waits() && i < maxWaits; ++i)
                 {
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));

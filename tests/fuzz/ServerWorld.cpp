@@ -24,7 +24,7 @@ namespace
 constexpr WallTime recordedFrom = wallTimeOfUnix(1'700'000'000);
 constexpr int recordedSeconds = 3;
 
-/// A recording that is only ever asked for what it has.
+/// Requires that every requested range is inside the recording.
 class CheckedRecording : public FakeRecording
 {
 public:
@@ -91,7 +91,7 @@ std::string& temporaryFolder()
     return folder;
 }
 
-/// Workers end and files go before what they use is destroyed.
+/// Workers end and files are removed before what they use is destroyed.
 void cleanUp()
 {
     PlaybackService::instance().stop();

@@ -15,9 +15,9 @@ namespace refhost
 namespace test
 {
 
-/// Everything that stands behind the RTSP server, once for the process: the routes of the program, with both
-/// live controllers, multicast at the loopback interface, talk-back to nowhere and a real recording; and
-/// beside them scripted recordings, which are never ready at once.
+/// Everything below the RTSP server, once per process: the routes of the program, with both live controllers, multicast
+/// on the loopback interface, talk-back without an output and a real recording; also scripted recordings, which are
+/// never ready at once.
 ///
 ///     rtsp://h/orv/live/1/0                            hand-fed; 1/1 never gets ready
 ///     rtsp://h/second/orv/live/1/0                     the same through the second controller

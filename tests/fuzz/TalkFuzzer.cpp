@@ -1,8 +1,7 @@
 // Any RTP and RTCP, in any order and at any pace, into a talk-back session that plays.
 //
-// The first byte chooses the codec. Then come records: a byte that says what (0: time passes, 1: RTP, 2:
-// RTCP, 3: RTP whose header is right but for what the record's bytes change, others: the worker's turn), a
-// byte with the size, and as many bytes.
+// The first byte selects the codec. Records follow: a byte with the kind (0: time passes, 1: RTP, 2: RTCP, 3: RTP with a
+// valid header that the record's bytes modify, others: the worker runs), a byte with the size, and that many bytes.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -109,7 +108,7 @@ public:
         const int reports = session_.report();
         require(reports == 0 || reports == audioDispatcherIdle || reports == refhost::hostTalkSenderLeft,
                 "reports go on or the client left");
-        // Two fifths of a second, the packet with which they are full, and a fifth that was made up for it.
+        // Two fifths of a second, the packet that exceeds them, and a fifth of concealment.
         require(samples_ - before <= 48000, "a turn makes no more audio than an output takes");
         check();
         return reports != refhost::hostTalkSenderLeft;
@@ -143,7 +142,7 @@ private:
     void check()
     {
         const refhost::TalkStatistics counted = session_.statistics();
-        // A malformed payload was taken as a packet before, so it may be counted twice.
+        // A malformed payload was already counted as a packet, so it may count twice.
         const std::uint64_t known = counted.packets + counted.wrongType + counted.foreign +
                                     counted.outOfSequence + counted.overrun + counted.malformed;
         require(known >= brought_, "every packet is counted");

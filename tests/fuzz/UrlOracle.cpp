@@ -10,7 +10,7 @@ namespace
 
 const int refused = -8;
 
-// Everything behind the first occurrence of the key, or false.
+// Everything after the first occurrence of the key, or false.
 bool behind(const std::string& url, const std::string& key, std::string& rest)
 {
     for (std::size_t i = 0; i + key.size() <= url.size(); ++i)
@@ -74,7 +74,7 @@ bool number(const std::string& text, int& out)
     return true;
 }
 
-// Digits that no double holds are refused by the host's conversion, and the time stays 0.
+// The host's conversion refuses digits beyond the range of double, and the time stays 0.
 double seconds(const std::string& digits)
 {
     const double value = std::strtod(digits.c_str(), nullptr);
@@ -94,7 +94,7 @@ UrlOracle::Verdict UrlOracle::live(const std::string& url, Verdict before)
     std::vector<std::string> fields = split(rest, '/');
     int camera = 0;
     int stream = 0;
-    // A number holds no separator, so that more than two fields cannot be one camera and one stream.
+    // A number contains no separator, so more than two fields are not a camera and a stream.
     if (fields.size() != 2 || !number(fields[0], camera) || !number(fields[1], stream))
     {
         return before;

@@ -21,6 +21,6 @@ public:
     static Verdict live(const std::string& url, Verdict before);
     static Verdict playback(const std::string& url, Verdict before);
 
-    /// The whole seconds that stand in a URL for a time.
+    /// The whole seconds of a time in a URL.
     static double rendered(double time);
 };
