@@ -193,7 +193,7 @@ class Options(Kind):
 
 
 class Churn(Kind):
-    """Connects, asks and goes without a word."""
+    """Connects, sends a request and leaves without TEARDOWN."""
     reads = True
     lives = 0.3
 
@@ -249,7 +249,7 @@ class Attack:
             self._later(0.5, self._connect, number)
             return
         state = {"number": number, "script": script, "left": left, "started": time.monotonic()}
-        # Who does not read looks for the end alone, with its next chunk.
+        # A client that does not read only checks for the end, with its next chunk.
         if script.reads:
             self.selector.register(peer, selectors.EVENT_READ, state)
         self._turn(peer, state)
@@ -300,7 +300,7 @@ class Attack:
     def _again(self, peer, state, ended):
         if state["script"].reads:
             self.selector.unregister(peer)
-        # Some leave as they should, others with a reset.
+        # Some close properly, others with a reset.
         if state["number"] % 2:
             peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
         peer.close()

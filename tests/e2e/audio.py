@@ -1,4 +1,4 @@
-"""Audio to send and to judge: sentences and tones, their encodings, and how like two recordings are."""
+"""Audio to send and to judge: sentences and tones, their encodings, and how similar two recordings are."""
 
 import struct
 import subprocess
@@ -12,7 +12,7 @@ FORMATS = {"pcmu": "mulaw", "pcma": "alaw"}
 CLOCK = {"pcmu": 8000, "pcma": 8000, "aac": 16000, "opus": 48000}
 BLOCK = RATE * 4 // 10
 SHIFT = RATE // 10
-LEAD_SECONDS = 0.6  # silence before audio of who cannot see when the output is open: a third of a second after PLAY
+LEAD_SECONDS = 0.6  # silence before the audio of clients that cannot see when the output opens: a third of a second after PLAY
 
 
 def speech(text=SENTENCE, voice="en", speed=165):

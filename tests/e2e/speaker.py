@@ -1,4 +1,4 @@
-"""A sender with something to say: real audio goes out in time, and packets may be lost or come late."""
+"""A sender of real audio in real time, whose packets may be lost or come late."""
 
 import random
 import re
@@ -81,7 +81,7 @@ class Speaker(TalkSender):
         assert self.client.request("TEARDOWN", headers=REQUIRE).status == 200
 
     def rest(self, seconds=0.3):
-        """Says nothing until what was said has been played."""
+        """Waits until what was sent has been played."""
         self.client.receive_for(seconds)
 
     def speak(self, packets, lost=0.0, late=0.0):

@@ -201,7 +201,7 @@ def test_first_sender_keeps_the_output_until_it_is_silent(server):
 
 
 def together(anna, bert, seconds):
-    """Anna talks at 1000 Hz and Bert, beginning later by a tenth of a second, at 600 Hz."""
+    """Anna talks at 1000 Hz and Bert, who starts a tenth of a second later, at 600 Hz."""
     started = time.monotonic()
     for number in range(round(seconds / PACKET_SECONDS)):
         time.sleep(max(0, started + number * PACKET_SECONDS - time.monotonic()))
