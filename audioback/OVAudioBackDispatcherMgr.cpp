@@ -355,7 +355,7 @@ int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
         }
         if (playerFault)
         {
-            // What failed before stays in the table, deliberately: with a broken output nobody's code tells
+            // What failed before stays in the table, deliberately: with a broken output no session's code says
             // much.
             mediaPlayer->close();
             playerOpened = false;

@@ -45,7 +45,7 @@ public:
 
     // --- settings; no lock ---
 
-    /// The output is told of the device before each opening.
+    /// Passed to the output before each opening.
     void setDeviceInfoEx(const DeviceInfoEx& info);
     /// Kept only.
     void setDeviceExAbility(const DeviceExAbility& ability);
@@ -61,8 +61,8 @@ public:
     /// \throws OVRuntimeError for an empty handle, and the output stays as it was
     void setMediaPlayer(const SafePointer<IMediaPlayer>& player);
 
-    /// Tells the output the type of encoding; an open output is closed and opened again with it. Without this
-    /// call the output is never told one.
+    /// Passes the type of encoding to the output; an open output is closed and opened again with it. Without
+    /// this call the output never gets one.
     /// \param type  encoder type number of the host
     /// \returns 0, or the output's code when it did not open again; then it is closed
     int setEncoderType(int type);

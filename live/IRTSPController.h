@@ -17,8 +17,8 @@
 /// Results: 0 on success, otherwise a negative code: -6 for an input that cannot be used, -8 for what was not
 /// found, or a code of the host's dispatchers, passed on unchanged.
 ///
-/// The host calls stop() for every track that was set up before it drops its handle: a controller that goes
-/// tells no dispatcher.
+/// Requires: the host calls stop() for every track that was set up before it drops its handle; the destructor
+/// calls no dispatcher.
 /// Threads: the host serialises the methods of one session.
 class OV_EXPORT IRTSPController
 {
@@ -28,13 +28,13 @@ public:
     /// \param[out] out  a copy of the description, one track description per track
     virtual int getMediaInfo(MediaInfo& out) = 0;
 
-    /// \param[out] out  what the session shows. Here it is left as it was.
+    /// \param[out] out  what the session serves. Here it is left as it was.
     virtual int getSessionInfo(GeneralSessionInfo& out);
 
     /// Between making and the first setup(). Does nothing in the controllers here; 0.
     virtual int mediaInit() = 0;
 
-    /// Sets a track up for a session, with the way to the client.
+    /// Sets a track up for a session, with the transport to the client.
     /// \throws OVRuntimeError when `connection` is empty
     virtual int setup(const std::string& sessionId, const std::string& trackId,
                       const SafePointer<IConnection>& connection) = 0;

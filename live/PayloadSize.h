@@ -8,7 +8,7 @@
 class OV_INTERNAL PayloadSize
 {
 public:
-    /// For every transport whose path tells nothing better: with all headers below it fits an Ethernet frame
+    /// For every transport whose path's MTU is unknown: with all headers below it fits an Ethernet frame
     /// also through a tunnel.
     static constexpr int standard = 1364;
 

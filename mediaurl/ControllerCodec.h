@@ -25,7 +25,7 @@ public:
     /// \returns 0; -6 when no factory is registered for the type; otherwise the factory's code
     int create(int thirdPlatType, const std::string& url);
 
-    /// The same for rendering, where there is no URL to print: another line tells that no factory is there.
+    /// The same for rendering, where there is no URL to print: another line reports a missing factory.
     int createForRendering(int thirdPlatType);
 
     /// The codec. \throws OVRuntimeError when there is none

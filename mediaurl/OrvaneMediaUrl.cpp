@@ -24,7 +24,7 @@ OrvaneMediaUrl::~OrvaneMediaUrl() noexcept(false) = default;
 
 int OrvaneMediaUrl::parseMediaUrl(const std::string& url)
 {
-    // Before any check, deliberately: the prefix tells what was asked for, not what was found.
+    // Before any check, deliberately: the prefix says what was requested, not what was found.
     std::string prefix(livePrefix);
     objMediaUrlParam.setMediaUrlPrefix(prefix);
 

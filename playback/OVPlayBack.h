@@ -15,11 +15,11 @@
 ///
 /// Calling order: init() once and setMediaInfo(), then setup() of each track, then the other operations. It
 /// remembers which of the two tracks plays, so that a play() of a playing track and a pause() of one that
-/// does not play succeed without reaching the dispatcher. The end of the session tells the dispatcher nothing
-/// but lets go of it.
+/// does not play succeed without reaching the dispatcher. The destructor does not call the dispatcher,
+/// it only releases it.
 ///
 /// A session id (the RTSP session identifier) and a track id (the track's name in the description) are texts
-/// that the host chooses. Results: 0 on success, -6 and -8 as told, otherwise a code of the dispatcher.
+/// that the host chooses. Results: 0 on success, -6 and -8 as stated, otherwise a code of the dispatcher.
 /// Threads: play(), pause() and stop() take the session's lock and hold it while they call the dispatcher.
 /// The others rely on the dispatcher's own; init() and setMediaInfo() run beside no other operation.
 class OV_EXPORT OVPlayBack
@@ -44,7 +44,7 @@ public:
     /// \param info  the description by which setup() finds tracks; copied
     void setMediaInfo(const MediaInfo& info);
 
-    /// Builds a track's packetiser and gives the track its way to the client.
+    /// Builds a track's packetiser and gives the track its transport to the client.
     /// \returns 0; -6 for a transport kind other than 1, 2 and 3; -8 for a track that is not in the
     ///          description; otherwise the dispatcher's code
     /// \throws OVRuntimeError when `connection` is empty

@@ -14,7 +14,7 @@ public:
     /// 0 to 4294967295.
     static constexpr std::uint32_t toUnsigned32(double value)
     {
-        // Written so that a NaN, which compares false with everything, takes this way too.
+        // Written so that a NaN, which compares false with everything, takes this branch too.
         if (!(value >= 1.0))
         {
             return 0;

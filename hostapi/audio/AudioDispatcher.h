@@ -26,7 +26,7 @@ public:
     /// \returns 0 on success; any other code refuses the session
     int initRTBBuilder(const SubMediaInfo& info, int packetSize);
 
-    /// Gives the dispatcher the way from and to the client; it keeps a handle of its own.
+    /// Gives the dispatcher the transport from and to the client; it keeps a handle of its own.
     /// \returns 0 on success, otherwise a code of the host
     int setConnection(const SafePointer<IConnection>& connection);
 

@@ -40,14 +40,14 @@ public:
 
     /// Makes a session: a packetiser for each track, with its own SSRC, first sequence number and timestamp
     /// offset. Called only for an id that findSession() does not find. A session that never gets a connection
-    /// is the host's to end: the controllers tell nothing of it again.
+    /// is the host's to end: the controllers do not mention it again.
     /// \param cameraId, streamId  numbers from the URL, any int
     /// \param info                the stream as described; copied
     /// \param payloadSize         most bytes of RTP payload in one packet
     int initSession(const std::string& sessionId, int cameraId, int streamId, const MediaInfo& info,
                     int payloadSize);
 
-    /// Gives a track its way to the client, or to the group. The dispatcher keeps a handle of its own until
+    /// Gives a track its transport to the client, or to the group. The dispatcher keeps a handle of its own until
     /// the track ends. A further connection of the same track, as each member of a multicast session brings
     /// one, takes the place of the former; the track goes on as it was.
     int addSessionConnection(const std::string& sessionId, const std::string& trackId,

@@ -30,7 +30,7 @@ public:
     int initRTPBuilder(const std::string& streamKey, const std::string& sessionId, const std::string& trackId,
                        const SubMediaInfo& info, int payloadSize);
 
-    /// Gives the track its way to the client. The dispatcher keeps a handle of its own until
+    /// Gives the track its transport to the client. The dispatcher keeps a handle of its own until
     /// deleteRTPConnection().
     int addRTPConnection(const std::string& streamKey, const std::string& sessionId,
                          const std::string& trackId, const SafePointer<IConnection>& connection);

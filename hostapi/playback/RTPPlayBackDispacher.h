@@ -57,7 +57,7 @@ public:
     int initRTPBuilder(const std::string& sessionId, const std::string& trackId, const SubMediaInfo& info,
                        int payloadSize);
 
-    /// Gives the track its way to the client. The dispatcher keeps a handle of its own until
+    /// Gives the track its transport to the client. The dispatcher keeps a handle of its own until
     /// deleteSessionConnection().
     int addSessionConnection(const std::string& sessionId, const std::string& trackId,
                              const SafePointer<IConnection>& connection);

@@ -39,8 +39,8 @@ public:
     int initDispatcher(const std::string& sessionId, const DeviceInfoEx& device,
                        const DeviceExAbility& ability, const RecordInfo& record);
 
-    /// Makes the packetiser of a track and gives it its way to the client. The dispatcher keeps a handle of
-    /// its own until stop(). A session whose last track is stopped ends.
+    /// Makes the packetiser of a track and gives it its transport to the client. The dispatcher keeps a
+    /// handle of its own until stop(). A session whose last track is stopped ends.
     int setup(const std::string& sessionId, const std::string& trackId,
               const SafePointer<IConnection>& connection);
 
