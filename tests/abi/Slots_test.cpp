@@ -117,7 +117,7 @@ TEST(Slots, CodecFactoryMakesACodecWhereHostsCallIt)
     EXPECT_STREQ("9IMediaUrl", RefCountInspector::lastRetrievedType());
 }
 
-TEST(Slots, ErrorTellsItsMessageWhereHandlersAskForIt)
+TEST(Slots, HandlersGetTheErrorsMessage)
 {
     OVRuntimeError error("message");
     EXPECT_STREQ("message", Slot<const char*()>(static_cast<std::exception*>(&error), 2)());

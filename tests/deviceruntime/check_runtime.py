@@ -24,9 +24,9 @@ def main():
     program, library = sys.argv[1:]
     listed = set((ABI / "device_runtime.txt").read_text().splitlines())
     classes = {check_symbols.class_of(name) for name in listed}
-    shown = {check_symbols.plain(line.split(maxsplit=2)[2]) for line in check_symbols.symbols(program, "--defined-only")}
+    exported = {check_symbols.plain(line.split(maxsplit=2)[2]) for line in check_symbols.symbols(program, "--defined-only")}
     # Tables and types come with each class that has virtual operations, whether the library asks for them or not.
-    offered = {name for name in shown if check_symbols.class_of(name) in classes
+    offered = {name for name in exported if check_symbols.class_of(name) in classes
                and (name in listed or not name.startswith(check_symbols.PREFIXES))}
     asked = {name for name in check_symbols.asked_for(library) if not name.startswith("vtable for ")}
     faults = [*differences("offered by the runtime", offered, listed), *differences("asked for by the library", asked, listed)]

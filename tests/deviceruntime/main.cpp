@@ -73,22 +73,22 @@ private:
 };
 
 template <class T>
-void expect(const char* what, const T& wanted, const T& found)
+void expect(const char* what, const T& expected, const T& found)
 {
-    if (!(wanted == found))
+    if (!(expected == found))
     {
         std::printf("WRONG %s\n", what);
         ++failures;
     }
 }
 
-void expectCalls(const char* what, const std::string& wanted)
+void expectCalls(const char* what, const std::string& expected)
 {
     const std::string found = DeviceCalls::take();
-    if (found != wanted)
+    if (found != expected)
     {
         std::printf("WRONG %s: the runtime was asked\n  for  %s\n  not  %s\n", what, found.c_str(),
-                    wanted.c_str());
+                    expected.c_str());
         ++failures;
     }
 }

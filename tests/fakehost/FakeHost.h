@@ -113,7 +113,7 @@ public:
     /// Records a call that has no result.
     void called(const char* className, int number, const char* operation, const std::string& arguments);
     void called(const char* className, int number, const char* operation);
-    /// Records a call and tells how it ends. `usual` is the result without a script.
+    /// Records a call and returns its result. `usual` is the result without a script.
     Outcome outcomeOf(const char* className, int number, const char* operation, const std::string& arguments,
                       int usual);
     Outcome outcomeOf(const char* className, int number, const char* operation, int usual);

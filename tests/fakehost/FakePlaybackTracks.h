@@ -17,7 +17,7 @@ public:
     /// \param className, number  under which calls are logged; 0 for a class of which there is one
     FakePlaybackTracks(const char* className, int number);
 
-    /// Logs a call and tells its result; without a script it is `usual`.
+    /// Logs a call and returns its result; without a script it is `usual`.
     int outcomeOf(const char* operation, const std::string& arguments, int usual = 0) const;
 
     /// The same for a call that concerns a track; without a script an unknown track is refused.

@@ -38,7 +38,7 @@ TEST(RecordInfoContract, IsEmptyAtFirst)
     EXPECT_EQ(0u, record.getRecordEndTime());
 }
 
-TEST(RecordInfoContract, KeepsWhatItIsTold)
+TEST(RecordInfoContract, KeepsItsValues)
 {
     const RecordInfo record = sampleRecord();
     EXPECT_EQ(12, record.getCameraId());
@@ -66,7 +66,7 @@ TEST(RecordInfoContract, NoTextIsAnEmptyOne)
     EXPECT_STREQ("", record.getDeviceIP());
 }
 
-TEST(OVAVPlayBackSourceContract, TellsTheRecordThatItWasGiven)
+TEST(OVAVPlayBackSourceContract, ReturnsTheRecordThatItWasGiven)
 {
     OVAVPlayBackSource source;
     EXPECT_EQ(0, source.getRecordInfo().getCameraId());

@@ -23,7 +23,7 @@ ref_count* retrieve(void* object)
     return RefCountManager::getInstance()->retrieveRefCount(object, typeName);
 }
 
-/// Releases one hold the way a handle does. \returns true when it was the last one
+/// Releases one hold as a handle does. \returns true when it was the last one
 bool release(ref_count* record)
 {
     EXPECT_EQ(0, record->lock());
@@ -36,7 +36,7 @@ bool release(ref_count* record)
     return last;
 }
 
-/// Tells how many of its kind live.
+/// Counts the living objects of its kind.
 class Living
 {
 public:
@@ -106,7 +106,7 @@ TEST(RefCountContract, OneRecordPerAddressWithEveryRetrievalCounted)
     EXPECT_TRUE(release(otherRecord));
 }
 
-TEST(RefCountContract, RecordTellsItsObjectWhileItIsHeld)
+TEST(RefCountContract, RecordReturnsItsObjectWhileItIsHeld)
 {
     int object = 0;
     ref_count* const record = retrieve(&object);
