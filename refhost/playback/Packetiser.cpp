@@ -88,7 +88,7 @@ bool Packetiser::push(GstCaps* caps, GstValuePtr<GstBuffer> unit, std::vector<Ac
         broken_ = gst_pad_push_event(in_.get(), gst_event_new_caps(caps_.get())) == FALSE;
         if (first)
         {
-            begin();
+            pushSegment();
         }
     }
     made_ = &out;
@@ -117,10 +117,10 @@ void Packetiser::flush()
     }
     gst_pad_push_event(in_.get(), gst_event_new_flush_start());
     gst_pad_push_event(in_.get(), gst_event_new_flush_stop(TRUE));
-    begin();
+    pushSegment();
 }
 
-void Packetiser::begin()
+void Packetiser::pushSegment()
 {
     GstSegment segment;
     gst_segment_init(&segment, GST_FORMAT_TIME);

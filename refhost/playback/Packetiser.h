@@ -57,7 +57,7 @@ private:
     bool open(std::string& error);
     void close();
     bool reopen();
-    void begin();
+    void pushSegment();
     static GstFlowReturn onPacket(GstPad* pad, GstObject* parent, GstBuffer* buffer);
     static GstFlowReturn onPackets(GstPad* pad, GstObject* parent, GstBufferList* list);
     static gboolean onEvent(GstPad* pad, GstObject* parent, GstEvent* event);

@@ -35,7 +35,7 @@ struct PlayMode
     Duration keyDistance() const
     {
         constexpr std::chrono::milliseconds unit(10);
-        return onlyKeyFramesRequested() ? (kind >> playRangeDistanceShift & playRangeLongestDistance) * unit
+        return onlyKeyFramesRequested() ? (kind >> playRangeDistanceShift & playRangeMaxDistance) * unit
                                         : Duration::zero();
     }
 

@@ -7,10 +7,10 @@ namespace refhost
 namespace
 {
 
-double bounded(double wanted)
+double bounded(double requested)
 {
     // Not-a-number compares false too.
-    return wanted > 0 ? std::clamp(wanted, PlaySpeed::slowest, PlaySpeed::fastest) : 1.0;
+    return requested > 0 ? std::clamp(requested, PlaySpeed::min, PlaySpeed::max) : 1.0;
 }
 
 }  // namespace
@@ -19,7 +19,7 @@ PlaySpeed PlaySpeed::used(double scale, double speed)
 {
     PlaySpeed result;
     result.scale = scale < 0 ? -bounded(-scale) : bounded(scale);
-    result.speed = std::min(bounded(speed), fastest / result.rate());
+    result.speed = std::min(bounded(speed), max / result.rate());
     return result;
 }
 

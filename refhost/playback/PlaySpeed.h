@@ -10,8 +10,8 @@ namespace refhost
 /// faster than its timestamps say the scaled recorded media is delivered (section 12.35).
 struct PlaySpeed
 {
-    static constexpr double slowest = 0.25;
-    static constexpr double fastest = 32;
+    static constexpr double min = 0.25;
+    static constexpr double max = 32;
     /// Above this scale only key frames are sent.
     static constexpr double allFramesUpTo = 4;
     /// Audio is sent from scale 1 up to this one, with blocks left out so that the others fit.
@@ -20,8 +20,8 @@ struct PlaySpeed
     double scale = 1;
     double speed = 1;
 
-    /// What is really done where a client asks for this much: each is brought into [slowest, fastest], the
-    /// scale in its direction, and recorded media is never delivered faster than `fastest` in all, for which the
+    /// What is really done where a client asks for this much: each is brought into [min, max], the
+    /// scale in its direction, and recorded media is never delivered faster than `max` in all, for which the
     /// speed gives way. What is no speed (0, not a number, a speed below 0) counts as 1.
     static PlaySpeed used(double scale, double speed);
 
@@ -73,7 +73,7 @@ enum PlayRangeKind
     /// Shift of fifteen bits that hold how far apart key frames are at least, where only these are sent: in
     /// the recorded media, in units of 10 ms. 0: every one is sent.
     playRangeDistanceShift = 16,
-    playRangeLongestDistance = 0x7fff
+    playRangeMaxDistance = 0x7fff
 };
 
 }  // namespace refhost

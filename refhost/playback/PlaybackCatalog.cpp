@@ -50,7 +50,7 @@ int PlaybackCatalog::describe(const RecordInfo& record, MediaInfo& out)
     }
     const MutexLock guard(mutex_);
     const auto entry = find({record.getCameraId(), begin, end});
-    if (entry->asked)
+    if (entry->pending)
     {
         scheduler_.wake(shared_from_this());
         return hostStreamNotReady;
@@ -87,15 +87,15 @@ PlaybackCatalog::Entries::iterator PlaybackCatalog::find(const Key& key)
     }
     entries_.splice(entries_.begin(), entries_, known->second);
     Entry& entry = *known->second;
-    entry.asked = entry.asked || clock_.now() >= entry.until;
+    entry.pending = entry.pending || clock_.now() >= entry.until;
     return known->second;
 }
 
-bool PlaybackCatalog::nextAsked(Key& key) const
+bool PlaybackCatalog::nextPending(Key& key) const
 {
     for (const Entry& entry : entries_)
     {
-        if (entry.asked)
+        if (entry.pending)
         {
             key = entry.key;
             return true;
@@ -109,7 +109,7 @@ MonotonicTime PlaybackCatalog::run(MonotonicTime now)
     Key key;
     {
         const MutexLock guard(mutex_);
-        if (!nextAsked(key))
+        if (!nextPending(key))
         {
             return never;
         }
@@ -122,7 +122,7 @@ MonotonicTime PlaybackCatalog::run(MonotonicTime now)
         if (known != byKey_.end())
         {
             Entry& entry = *known->second;
-            entry.asked = false;
+            entry.pending = false;
             entry.status = status;
             entry.tracks = std::move(found.tracks);
             entry.start = found.start;

@@ -53,7 +53,7 @@ private:
     struct Entry
     {
         Key key;
-        bool asked = true;  // nobody has looked yet
+        bool pending = true;  // nobody has looked yet
         int status = 0;
         MonotonicTime until;
         std::vector<SubMediaInfo> tracks;
@@ -62,7 +62,7 @@ private:
     using Entries = std::list<Entry>;  // the latest first
 
     Entries::iterator find(const Key& key) OV_REQUIRES(mutex_);
-    bool nextAsked(Key& key) const OV_REQUIRES(mutex_);
+    bool nextPending(Key& key) const OV_REQUIRES(mutex_);
     int lookUp(const Key& key, Entry& out);
 
     const RecordedMedia recordings_;

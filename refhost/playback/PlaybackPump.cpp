@@ -34,7 +34,7 @@ PlaybackPump::PlaybackPump(const PlaybackSettings& settings, const PlaybackTrack
 void PlaybackPump::setSpeed(const PlaySpeed& speed)
 {
     mode_.speed = speed;
-    enterSection();
+    enterRange();
     pacer_.setSpeed(speed.speed, settings_.clock->now());
     pacer_.timeline().rescale(place(), speed.rate());
     requestReports();
@@ -80,7 +80,7 @@ void PlaybackPump::moveTo(const PlaybackSource::Request& request, PlaybackUnit f
     const bool moved = state() != PlaybackState::unplaced;
     pacer_.stop();
     reading_ = request;
-    section_ = first.section;
+    range_ = first.range;
     pacer_.timeline().jump(first.media, mode_.speed.rate());
     placedAt_ = pacer_.timeline().end();
     sentUntil_ = first.media;
@@ -98,7 +98,7 @@ void PlaybackPump::moveTo(const PlaybackSource::Request& request, PlaybackUnit f
 
 void PlaybackPump::start(PlaybackTrack& track, WallTime timeZero)
 {
-    enterSection();
+    enterRange();
     if (!playing() || track.playing())
     {
         rangeBegin_ = std::max(position(), timeZero);
@@ -151,13 +151,13 @@ void PlaybackPump::breakTracks(bool discontinuity)
 }
 
 /// Enters the contiguous range of the recording that the next unit belongs to.
-void PlaybackPump::enterSection()
+void PlaybackPump::enterRange()
 {
-    if (queue_.empty() || queue_.front().section == section_)
+    if (queue_.empty() || queue_.front().range == range_)
     {
         return;
     }
-    section_ = queue_.front().section;
+    range_ = queue_.front().range;
     pacer_.timeline().jump(queue_.front().due, mode_.speed.rate());
     breakTracks(true);
 }
@@ -184,7 +184,7 @@ MonotonicTime PlaybackPump::run(MonotonicTime now)
 
 PlaybackPump::Wait PlaybackPump::runHead(MonotonicTime now)
 {
-    enterSection();
+    enterRange();
     const PlaybackUnit& unit = queue_.front();
     if (pauseAt_ && unit.due >= reading_.mirrored(*pauseAt_))
     {

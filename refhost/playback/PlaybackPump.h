@@ -106,7 +106,7 @@ private:
     void halt(PlaybackState next);
     void requestReports();
     void breakTracks(bool discontinuity);
-    void enterSection();
+    void enterRange();
     Wait runHead(MonotonicTime now);
     void dropHead();
     bool leavesOut(const PlaybackUnit& unit, const PlaybackTrack& track) const;
@@ -122,9 +122,9 @@ private:
     ReadAhead readAhead_;
     PlaybackQueue& queue_;  // of readAhead_
     PlaybackPacer pacer_;
-    std::uint32_t section_ = 0;  // of the last unit sent
-    WallTime sentUntil_;         // in the order of playing
-    PlayTime placedAt_;          // player's time at the begin of the present place
+    std::uint32_t range_ = 0;  // of the last unit sent
+    WallTime sentUntil_;       // in the order of playing
+    PlayTime placedAt_;        // player's time at the begin of the present place
     WallTime rangeBegin_;
     std::optional<WallTime> pauseAt_;
     MonotonicTime earliestBye_;

@@ -7,7 +7,7 @@ namespace refhost
 
 Duration PlaybackQueue::span() const
 {
-    if (units_.empty() || units_.front().section != units_.back().section)
+    if (units_.empty() || units_.front().range != units_.back().range)
     {
         return {};
     }
@@ -22,7 +22,7 @@ void PlaybackQueue::add(PlaybackUnit unit)
     while (place - units_.begin() > 1)
     {
         const PlaybackUnit& before = *std::prev(place);
-        if (before.section != unit.section || before.video == unit.video || before.due <= unit.due)
+        if (before.range != unit.range || before.video == unit.video || before.due <= unit.due)
         {
             break;
         }

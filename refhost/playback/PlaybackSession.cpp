@@ -60,7 +60,7 @@ int PlaybackSession::play(const std::string& trackId)
     {
         return hostConnectionUnusable;
     }
-    track->heard();
+    track->noteActivity();
     if (seek_.takeFailure())
     {
         return hostRangeInvalid;
@@ -274,7 +274,7 @@ void PlaybackSession::wake()
 void PlaybackSession::readReport(PlaybackTrack& track, const std::uint8_t* data, std::size_t size)
 {
     const MutexLock lock(mutex_);
-    track.heard();
+    track.noteActivity();
     track.sender.readReport(data, size);
 }
 
@@ -334,7 +334,7 @@ MonotonicTime PlaybackSession::run(MonotonicTime now)
     {
         due = pump_.run(now);
     }
-    if (seek_.pending() || wantsToRead(now))
+    if (seek_.pending() || shouldRead(now))
     {
         return now;
     }
@@ -361,15 +361,15 @@ void PlaybackSession::seek()
     ChangeSignal::instance().announce();
 }
 
-bool PlaybackSession::wantsToRead(MonotonicTime now)
+bool PlaybackSession::shouldRead(MonotonicTime now)
 {
-    return pump_.readAhead().wantsToRead(now, pump_.mode().speed.rate());
+    return pump_.readAhead().shouldRead(now, pump_.mode().speed.rate());
 }
 
 /// \returns true when something came or the end was found
 bool PlaybackSession::readAhead(MonotonicTime now)
 {
-    if (seek_.pending() || !wantsToRead(now))
+    if (seek_.pending() || !shouldRead(now))
     {
         return false;
     }

@@ -125,7 +125,7 @@ private:
     PendingSeek::Target goingOn() const OV_REQUIRES(mutex_);
     PlaybackSource::Request requestFor(const PendingSeek::Target& target) const OV_REQUIRES(mutex_);
     void seek() OV_REQUIRES(mutex_);
-    bool wantsToRead(MonotonicTime now) OV_REQUIRES(mutex_);
+    bool shouldRead(MonotonicTime now) OV_REQUIRES(mutex_);
     bool readAhead(MonotonicTime now) OV_REQUIRES(mutex_);
 
     const Interval interval_;

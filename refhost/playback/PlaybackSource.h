@@ -30,7 +30,7 @@ struct PlaybackUnit
     /// How long it is shown or heard.
     Duration duration{};
     /// Number of the contiguous section of recorded media; another one after each gap.
-    std::uint32_t section = 0;
+    std::uint32_t range = 0;
 };
 
 /// The recording of an interval as one session reads it. Used by one thread at a time; may read from a disk.

@@ -18,7 +18,7 @@ PlaybackTrack::PlaybackTrack(std::weak_ptr<PlaybackSession> session, const SubMe
       session_(std::move(session)),
       clock_(*settings.clock),
       maxSilence_(settings.maxSilence),
-      lastHeard_(clock_.now())
+      lastActivity_(clock_.now())
 {
 }
 
@@ -49,9 +49,9 @@ void PlaybackTrack::sent(std::uint32_t timestamp, Duration length)
     audioNext_ = timestamp + static_cast<std::uint32_t>(rtpClock.nearestTicks(length));
 }
 
-void PlaybackTrack::heard()
+void PlaybackTrack::noteActivity()
 {
-    lastHeard_ = clock_.now();
+    lastActivity_ = clock_.now();
 }
 
 bool PlaybackTrack::silent() const
@@ -59,7 +59,7 @@ bool PlaybackTrack::silent() const
     const RtpTransport* const transport = sender.transport();
     const bool expected =
         maxSilence_ > Duration::zero() && transport != nullptr && transport->traits().silentWhenGone;
-    return expected && clock_.now() - lastHeard_ > maxSilence_;
+    return expected && clock_.now() - lastActivity_ > maxSilence_;
 }
 
 void PlaybackTrack::sendBye(WallTime wall, PlayTime play)

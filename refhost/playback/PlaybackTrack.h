@@ -109,7 +109,7 @@ public:
     }
 
     /// The client gave a sign of life.
-    void heard();
+    void noteActivity();
     /// Nothing was heard of a client over UDP for longer than a client may be silent.
     bool silent() const;
 
@@ -126,7 +126,7 @@ private:
     const std::weak_ptr<PlaybackSession> session_;
     const HostClock& clock_;
     const Duration maxSilence_;
-    MonotonicTime lastHeard_;
+    MonotonicTime lastActivity_;
     StateMachine<PlaybackTrackState> state_{PlaybackTrackState::silent};
     bool brokenOff_ = false;
     bool audioFollows_ = false;

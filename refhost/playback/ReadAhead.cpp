@@ -35,7 +35,7 @@ std::size_t ReadAhead::maxBytes() const
     return std::min(settings_.readAheadBytes, share_.bytes());
 }
 
-bool ReadAhead::wantsToRead(MonotonicTime now, double rate)
+bool ReadAhead::shouldRead(MonotonicTime now, double rate)
 {
     if (state_.is(ReadState::idle) || atEnd() || (state_.is(ReadState::waiting) && now < later_))
     {

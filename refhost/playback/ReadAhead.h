@@ -74,7 +74,7 @@ public:
 
     /// Whether to read now.
     /// \param rate  seconds of the recording in a second of the player's time
-    bool wantsToRead(MonotonicTime now, double rate);
+    bool shouldRead(MonotonicTime now, double rate);
 
     Plan plan(double rate) const;
     /// Reads a batch; without the session's lock, as the disk may take its time.

@@ -68,7 +68,7 @@ RecordedSource::~RecordedSource() = default;
 
 bool RecordedSource::open(const Request& request)
 {
-    std::unique_ptr<Reading> reading = begin(request);
+    std::unique_ptr<Reading> reading = startReading(request);
     if (!reading)
     {
         return false;
@@ -82,7 +82,7 @@ bool RecordedSource::open(const Request& request)
     return true;
 }
 
-std::unique_ptr<RecordedSource::Reading> RecordedSource::begin(const Request& request)
+std::unique_ptr<RecordedSource::Reading> RecordedSource::startReading(const Request& request)
 {
     if (directory_ && !streamId_)
     {
@@ -117,20 +117,20 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
         {
             return nullptr;
         }
-        const ReverseReader::Request wanted{interval_.cameraId, *streamId_,          request.from,
-                                            request.end,        request.keyDistance, *video};
-        return std::make_unique<ReverseReader>(directory_, wanted);
+        const ReverseReader::Request readerRequest{interval_.cameraId, *streamId_,          request.from,
+                                                   request.end,        request.keyDistance, *video};
+        return std::make_unique<ReverseReader>(directory_, readerRequest);
     }
-    RecordingReader::Request wanted;
-    wanted.cameraId = interval_.cameraId;
-    wanted.streamId = *streamId_;
-    wanted.from = request.from;
-    wanted.end = request.end;
-    wanted.keyFramesOnly = request.keyFramesOnly;
-    wanted.keyDistance = request.keyDistance;
-    wanted.video = video;
-    wanted.audio = codecOfTrack(request.audio);
-    return std::make_unique<RecordingReader>(directory_, clock_, wanted);
+    RecordingReader::Request readerRequest;
+    readerRequest.cameraId = interval_.cameraId;
+    readerRequest.streamId = *streamId_;
+    readerRequest.from = request.from;
+    readerRequest.end = request.end;
+    readerRequest.keyFramesOnly = request.keyFramesOnly;
+    readerRequest.keyDistance = request.keyDistance;
+    readerRequest.video = video;
+    readerRequest.audio = codecOfTrack(request.audio);
+    return std::make_unique<RecordingReader>(directory_, clock_, readerRequest);
 }
 
 bool RecordedSource::preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser)
@@ -196,7 +196,7 @@ void RecordedSource::readOne(Reading& reading)
     {
         return;
     }
-    next.section = reading.reader->section();
+    next.range = reading.reader->range();
     next.caps.reset(gst_caps_ref(reading.reader->track(next.unit.video).caps.get()));
     next.time = reading.request.mirrored(next.unit.date);
     reading.waiting.push_back(std::move(next));
@@ -216,7 +216,7 @@ RecordedSource::Outlook RecordedSource::outlookOf(const Reading& reading)
     outlook.enough = reading.waiting.size() >= maxWaiting;
     for (auto next = std::next(reading.waiting.begin()); next != reading.waiting.end(); ++next)
     {
-        if (next->section != head.section)
+        if (next->range != head.range)
         {
             outlook.enough = true;
             break;
@@ -254,9 +254,9 @@ bool RecordedSource::takesHead(Reading& reading, Outlook& outlook)
     {
         return false;
     }
-    if (head.section != reading.section)
+    if (head.range != reading.range)
     {
-        reading.section = head.section;
+        reading.range = head.range;
         reading.lastDue = {};
     }
     outlook.due = std::max(outlook.due, reading.lastDue[index]);
@@ -280,7 +280,7 @@ void RecordedSource::packetise(const Outlook& outlook)
     Packetiser& packetiser = video ? *video_ : *audio_;
     if (!packetiser.push(head.caps.get(), std::move(head.unit.buffer), units))
     {
-        Log::debug("a unit of a recording makes no sense; it is left out");
+        Log::debug("a unit of a recording is malformed; it is skipped");
     }
     for (const AccessUnitPtr& unit : units)
     {
@@ -320,7 +320,7 @@ void RecordedSource::add(const AccessUnitPtr& unit, const Waiting& from, const O
     made.wall = reading_->request.mirrored(made.media);
     made.due = video ? outlook.due : made.media;
     made.duration = std::clamp(reading_->end - made.media, Duration::zero(), length);
-    made.section = from.section;
+    made.range = from.range;
     made_.push_back(std::move(made));
 }
 

@@ -45,7 +45,7 @@ private:
         CodedUnit unit;
         WallTime time;  // in the order of playing
         GstValuePtr<GstCaps> caps;
-        std::uint32_t section;
+        std::uint32_t range;
     };
 
     /// What is known of the first waiting unit.
@@ -67,10 +67,10 @@ private:
         UnitReader::Result state = UnitReader::Result::unit;  // what the reader said last
         std::array<bool, 2> done{};                           // video, audio: the end was passed
         std::array<WallTime, 2> lastDue{};
-        std::uint32_t section = 0;
+        std::uint32_t range = 0;
     };
 
-    std::unique_ptr<Reading> begin(const Request& request);
+    std::unique_ptr<Reading> startReading(const Request& request);
     std::unique_ptr<UnitReader> makeReader(const Request& request) const;
     static void readOne(Reading& reading);
     static Outlook outlookOf(const Reading& reading);

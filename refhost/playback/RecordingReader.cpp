@@ -63,7 +63,7 @@ RecordingReader::Result RecordingReader::read(CodedUnit& out)
         {
             if (isOutOfSequence(out))
             {
-                skipDamage(out);
+                skipCorruption(out);
                 continue;
             }
             out.date = segment_->begin + out.offset;
@@ -71,16 +71,16 @@ RecordingReader::Result RecordingReader::read(CodedUnit& out)
             {
                 continue;
             }
-            if (takes(out))
+            if (accepts(out))
             {
                 waits_ = 0;
                 return Result::unit;
             }
             continue;
         }
-        if (result == SegmentFile::Result::damaged)
+        if (result == SegmentFile::Result::corrupt)
         {
-            Log::warning("recording {} is damaged; what follows in it is left out", segment_->path);
+            Log::warning("recording {} is corrupt; the rest of it is skipped", segment_->path);
         }
         else if (!segment_->closed)
         {
@@ -106,11 +106,11 @@ bool RecordingReader::isOutOfSequence(const CodedUnit& unit) const
 }
 
 /// Frames that follow a lost one cannot be decoded.
-void RecordingReader::skipDamage(const CodedUnit& unit)
+void RecordingReader::skipCorruption(const CodedUnit& unit)
 {
     if (isLead(unit) && !waitsForKey_)
     {
-        Log::warning("recording {} is damaged; some of it is left out", segment_->path);
+        Log::warning("recording {} is corrupt; some of it is skipped", segment_->path);
         startRange();
     }
 }
@@ -195,13 +195,13 @@ RecordingReader::Opened RecordingReader::openSegment(const RecordedSegment& segm
     }
     if (!fits(*file_))
     {
-        Log::info("recording {} is left out: its codec is another one", segment.path);
+        Log::info("recording {} is skipped: it has another codec", segment.path);
         file_.reset();
         return Opened::none;
     }
     if (from > segment.begin && !file_->seek(from - segment.begin))
     {
-        Log::warning("recording {} is damaged; it is left out", segment.path);
+        Log::warning("recording {} is corrupt; it is skipped", segment.path);
         file_.reset();
         return Opened::none;
     }
@@ -256,9 +256,9 @@ bool RecordingReader::mayGrow()
 }
 
 /// Whether a unit is to be played, in view of what was before.
-bool RecordingReader::takes(const CodedUnit& unit)
+bool RecordingReader::accepts(const CodedUnit& unit)
 {
-    if (!wants(unit) || !follows(unit))
+    if (!isRequested(unit) || !follows(unit))
     {
         return false;
     }
@@ -297,7 +297,7 @@ bool RecordingReader::keepsDistance(const CodedUnit& unit)
     return true;
 }
 
-bool RecordingReader::wants(const CodedUnit& unit) const
+bool RecordingReader::isRequested(const CodedUnit& unit) const
 {
     const std::optional<Codec>& codec = unit.video ? request_.video : request_.audio;
     return codec && track(unit.video).codec == *codec;
@@ -361,7 +361,7 @@ bool RecordingReader::isBehindEpoch(const CodedUnit& unit)
 
 void RecordingReader::startRange()
 {
-    ++section_;
+    ++range_;
     waitsForKey_ = true;
     end_.reset();
 }

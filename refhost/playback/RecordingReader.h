@@ -51,9 +51,9 @@ public:
     Result read(CodedUnit& out) override;
 
     /// Number of the contiguous section that the last unit belongs to.
-    std::uint32_t section() const override
+    std::uint32_t range() const override
     {
-        return section_;
+        return range_;
     }
 
     /// What the last unit is.
@@ -74,13 +74,13 @@ private:
     Opened openSegment(const RecordedSegment& segment, WallTime from, const SegmentFile* grown = nullptr);
     bool isJustStarted(const RecordedSegment& segment) const;
     bool isOutOfSequence(const CodedUnit& unit) const;
-    void skipDamage(const CodedUnit& unit);
+    void skipCorruption(const CodedUnit& unit);
     bool fits(const SegmentFile& file) const;
     bool nextSegment(RecordedSegment& out);
     bool reopenGrown();
     bool mayGrow();
-    bool takes(const CodedUnit& unit);
-    bool wants(const CodedUnit& unit) const;
+    bool accepts(const CodedUnit& unit);
+    bool isRequested(const CodedUnit& unit) const;
     bool keepsDistance(const CodedUnit& unit);
     bool follows(const CodedUnit& unit);
     void startRange();
@@ -101,7 +101,7 @@ private:
     bool resuming_ = false;      // the segment is read again up to where it ended before
     bool waitsForKey_ = true;    // audio waits too
     bool epochFollows_ = false;  // behind the interval's end in this epoch comes its begin in a later one
-    std::uint32_t section_ = 0;
+    std::uint32_t range_ = 0;
     WallTime start_;               // of the section: its first key frame
     std::optional<WallTime> end_;  // of the section as far as it was read
     WallTime lastFrame_;           // 1970 before the first one

@@ -26,7 +26,7 @@ constexpr Duration tolerance = std::chrono::milliseconds(20);
 ReverseReader::ReverseReader(std::shared_ptr<const RecordingDirectory> directory, const Request& request)
     : directory_(std::move(directory)),
       request_(request),
-      soughtTo_(request.from + Duration(1)),
+      searchedTo_(request.from + Duration(1)),
       latest_(request.from)
 {
 }
@@ -96,13 +96,13 @@ bool ReverseReader::openNext()
         }
         if (file_->video() == nullptr || file_->video()->codec != request_.video)
         {
-            Log::info("recording {} is left out: its codec is another one", segment.path);
+            Log::info("recording {} is skipped: it has another codec", segment.path);
             file_.reset();
             continue;
         }
         if (segment_ && segment_->begin - segment.end() > RecordingIndex::maxContiguousGap)
         {
-            ++section_;
+            ++range_;
         }
         segment_ = std::move(segment);
         return true;
@@ -129,11 +129,11 @@ bool ReverseReader::nextSegment(RecordedSegment& out)
 void ReverseReader::findBefore()
 {
     Duration span = firstSpan;
-    while (found_.empty() && soughtTo_ > request_.end)
+    while (found_.empty() && searchedTo_ > request_.end)
     {
-        const WallTime from = std::max(soughtTo_ - span, request_.end);
-        auto segments =
-            directory_->find(request_.cameraId, request_.streamId, from, soughtTo_, maxFound, SegmentPlace());
+        const WallTime from = std::max(searchedTo_ - span, request_.end);
+        auto segments = directory_->find(request_.cameraId, request_.streamId, from, searchedTo_, maxFound,
+                                         SegmentPlace());
         // By the clock alone, also where it was set back.
         std::stable_sort(segments.begin(), segments.end(),
                          [](const RecordedSegment& a, const RecordedSegment& b)
@@ -150,7 +150,7 @@ void ReverseReader::findBefore()
                 found_.push_front(std::move(segment));
             }
         }
-        soughtTo_ = from;
+        searchedTo_ = from;
         span *= 2;
     }
 }

@@ -37,9 +37,9 @@ public:
     /// Never says `later`.
     Result read(CodedUnit& out) override;
 
-    std::uint32_t section() const override
+    std::uint32_t range() const override
     {
-        return section_;
+        return range_;
     }
 
     const SegmentFile::Track& track(bool) const override
@@ -56,11 +56,11 @@ private:
     const std::shared_ptr<const RecordingDirectory> directory_;
     const Request request_;
     std::deque<RecordedSegment> found_;  // the next ones, the latest first
-    WallTime soughtTo_;                  // segments that begin here or later are known already
+    WallTime searchedTo_;                // segments that begin here or later are known already
     std::optional<RecordedSegment> segment_;
     std::unique_ptr<SegmentFile> file_;
     WallTime latest_;  // key frames up to here may follow
-    std::uint32_t section_ = 0;
+    std::uint32_t range_ = 0;
     std::optional<WallTime> last_;  // the key frame that was read last
 };
 

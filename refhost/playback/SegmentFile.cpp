@@ -214,7 +214,7 @@ SegmentFile::Result SegmentFile::read(CodedUnit& out)
         const int status = av_read_frame(input_.get(), packet.get());
         if (status < 0)
         {
-            return status == AVERROR_EOF ? Result::end : Result::damaged;
+            return status == AVERROR_EOF ? Result::end : Result::corrupt;
         }
         const int stream = packet->stream_index;
         if ((stream != videoIndex_ && stream != audioIndex_) || packet->pts == AV_NOPTS_VALUE ||

@@ -44,7 +44,7 @@ public:
     {
         unit,
         end,     ///< of what is on disk
-        damaged  ///< nothing more can be read
+        corrupt  ///< nothing more can be read
     };
 
     /// \param[out] error  why not, in plain words

@@ -26,7 +26,7 @@ public:
     virtual Result read(CodedUnit& out) = 0;
 
     /// Number of the contiguous section that the last unit belongs to.
-    virtual std::uint32_t section() const = 0;
+    virtual std::uint32_t range() const = 0;
 
     /// What the last unit is.
     virtual const SegmentFile::Track& track(bool video) const = 0;

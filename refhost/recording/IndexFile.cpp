@@ -53,11 +53,11 @@ void IndexFile::setAside(const std::string& directory, const std::string& why)
     }
     if (problem)
     {
-        Log::error("{} is damaged ({}) and cannot be set aside: {}", database, Log::safe(why),
+        Log::error("{} is corrupt ({}) and cannot be set aside: {}", database, Log::safe(why),
                    problem.message());
         return;
     }
-    Log::warning("{} is damaged ({}); it is kept as {} and rebuilt from the files", database, Log::safe(why),
+    Log::warning("{} is corrupt ({}); it is kept as {} and rebuilt from the files", database, Log::safe(why),
                  std::filesystem::path(aside).filename().string());
 }
 

@@ -85,10 +85,10 @@ std::shared_ptr<RecordingIndex> RecordingIndex::open(const std::string& path, st
     {
         return nullptr;
     }
-    std::string damage;
-    if (SqliteDatabase::isDamaged(IndexFile::pathIn(directory), damage))
+    std::string corruption;
+    if (SqliteDatabase::isCorrupt(IndexFile::pathIn(directory), corruption))
     {
-        IndexFile::setAside(directory, damage);
+        IndexFile::setAside(directory, corruption);
     }
     std::shared_ptr<RecordingIndex> index(new RecordingIndex(directory));
     if (!index->openWriting(error) || !index->openReading(error))

@@ -43,7 +43,7 @@ bool RecordingRoom::make(bool again)
     {
         return true;
     }
-    const Wanted wanted = this->wanted();
+    const Need need = this->need();
     int removed = 0;
     for (const bool alsoUsed : {false, true})
     {
@@ -56,7 +56,7 @@ bool RecordingRoom::make(bool again)
                 {
                     findOldest();
                 }
-                removed = removeOldest(wanted, alsoUsed);
+                removed = removeOldest(need, alsoUsed);
             }
         }
     }
@@ -66,11 +66,11 @@ bool RecordingRoom::make(bool again)
 
 bool RecordingRoom::hasRoom() const
 {
-    const Wanted wanted = this->wanted();
-    return wanted.freeBytes >= wanted.bytes && wanted.freeFiles >= wanted.files;
+    const Need need = this->need();
+    return need.freeBytes >= need.bytes && need.freeFiles >= need.files;
 }
 
-RecordingRoom::Wanted RecordingRoom::wanted() const
+RecordingRoom::Need RecordingRoom::need() const
 {
     struct statvfs disk
     {
@@ -80,14 +80,14 @@ RecordingRoom::Wanted RecordingRoom::wanted() const
         return {};
     }
     const auto block = static_cast<std::int64_t>(disk.f_frsize);
-    Wanted wanted;
-    wanted.freeBytes = static_cast<std::int64_t>(disk.f_bavail) * block;
-    wanted.bytes = std::clamp(static_cast<std::int64_t>(disk.f_blocks) * block / 100, minRoom, maxRoom);
+    Need need;
+    need.freeBytes = static_cast<std::int64_t>(disk.f_bavail) * block;
+    need.bytes = std::clamp(static_cast<std::int64_t>(disk.f_blocks) * block / 100, minRoom, maxRoom);
     // Some file systems do not count files.
-    wanted.freeFiles = disk.f_files == 0 ? 4 : static_cast<std::int64_t>(disk.f_favail);
+    need.freeFiles = disk.f_files == 0 ? 4 : static_cast<std::int64_t>(disk.f_favail);
     // The index needs several.
-    wanted.files = 4;
-    return wanted;
+    need.files = 4;
+    return need;
 }
 
 void RecordingRoom::findOldest()
@@ -121,15 +121,15 @@ void RecordingRoom::findOldest()
 }
 
 /// \returns how many
-int RecordingRoom::removeOldest(const Wanted& wanted, bool alsoUsed)
+int RecordingRoom::removeOldest(const Need& need, bool alsoUsed)
 {
     // Where there are bytes, files are what the disk cannot have more of: a few make room for the next ones.
-    const bool outOfFiles = wanted.freeFiles < wanted.files && wanted.freeBytes >= wanted.bytes;
+    const bool outOfFiles = need.freeFiles < need.files && need.freeBytes >= need.bytes;
     const int max = outOfFiles ? maxRemovedForFiles : maxRemoved;
     std::int64_t freed = 0;
     int removed = 0;
     std::deque<Candidate> used;
-    while (!oldest_.empty() && freed < wanted.bytes && removed < max)
+    while (!oldest_.empty() && freed < need.bytes && removed < max)
     {
         Candidate next = std::move(oldest_.front());
         oldest_.pop_front();

@@ -41,7 +41,7 @@ private:
         std::string path;
     };
 
-    struct Wanted
+    struct Need
     {
         std::int64_t bytes = 1;  ///< what is to be made room for
         std::int64_t freeBytes = 0;
@@ -50,9 +50,9 @@ private:
     };
 
     bool hasRoom() const;
-    Wanted wanted() const;
+    Need need() const;
     void findOldest() OV_REQUIRES(mutex_);
-    int removeOldest(const Wanted& wanted, bool alsoUsed) OV_REQUIRES(mutex_);
+    int removeOldest(const Need& need, bool alsoUsed) OV_REQUIRES(mutex_);
     std::optional<std::int64_t> remove(const std::string& path);
     void report(int removed) OV_REQUIRES(mutex_);
 

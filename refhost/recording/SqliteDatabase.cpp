@@ -38,7 +38,7 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::open(const std::string& path, Ac
     return database;
 }
 
-bool SqliteDatabase::isDamaged(const std::string& path, std::string& how)
+bool SqliteDatabase::isCorrupt(const std::string& path, std::string& error)
 {
     sqlite3* connection = nullptr;
     const int result =
@@ -52,11 +52,11 @@ bool SqliteDatabase::isDamaged(const std::string& path, std::string& how)
     const Statement check = database.prepare("PRAGMA quick_check(1)");
     if (check && sqlite3_step(check.get()) == SQLITE_ROW)
     {
-        const auto* const said = reinterpret_cast<const char*>(sqlite3_column_text(check.get(), 0));
-        how = said == nullptr ? "" : said;
-        return how != "ok";
+        const auto* const message = reinterpret_cast<const char*>(sqlite3_column_text(check.get(), 0));
+        error = message == nullptr ? "" : message;
+        return error != "ok";
     }
-    how = database.lastError();
+    error = database.lastError();
     const int problem = sqlite3_errcode(connection);
     return problem == SQLITE_CORRUPT || problem == SQLITE_NOTADB;
 }

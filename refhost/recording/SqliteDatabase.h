@@ -38,10 +38,10 @@ public:
     static std::unique_ptr<SqliteDatabase> open(const std::string& path, Access access, std::string& error);
 
     /// Looks through a file's structure, which takes about a second for a million rows.
-    /// \param[out] how  what is wrong, in plain words
+    /// \param[out] error  what is wrong, in plain words
     /// \returns true when it is no database or a damaged one; false also when it is not there or cannot be
     ///          looked at
-    static bool isDamaged(const std::string& path, std::string& how);
+    static bool isCorrupt(const std::string& path, std::string& error);
 
     SqliteDatabase(const SqliteDatabase&) = delete;
     SqliteDatabase& operator=(const SqliteDatabase&) = delete;

@@ -28,7 +28,7 @@ int kindOf(const PlayRequest& order)
     }
     constexpr int unitMs = 10;
     const int distance =
-        std::min<int>((order.keyFrameDistanceMs + unitMs - 1) / unitMs, playRangeLongestDistance);
+        std::min<int>((order.keyFrameDistanceMs + unitMs - 1) / unitMs, playRangeMaxDistance);
     const int frames = order.keyFramesOnly ? playRangeKeyFrames | distance << playRangeDistanceShift : 0;
     return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) | frames |
            order.sequence << playRangeSequenceShift;

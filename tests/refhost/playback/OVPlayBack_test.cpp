@@ -26,7 +26,7 @@ namespace test
 namespace
 {
 
-/// A transport to a client that tells whoever waits of each packet.
+/// A transport to a client that notifies its waiting test of each packet.
 class WatchedTransport : public FakeTransport
 {
 public:
@@ -37,7 +37,7 @@ public:
         std::condition_variable happened;
         std::size_t count = 0;
 
-        void tell()
+        void notify()
         {
             const std::lock_guard<std::mutex> guard(mutex);
             ++count;
@@ -50,7 +50,7 @@ public:
             return count;
         }
 
-        /// \param condition  must want no lock that is held where events are told
+        /// \param condition  takes no lock that is held during notify()
         /// \returns false when it took longer than ten seconds
         bool waitFor(const std::function<bool()>& condition)
         {
@@ -68,14 +68,14 @@ public:
                     bool more) override
     {
         const SendResult result = FakeTransport::send(unit, firstPacket, header, more);
-        events_->tell();
+        events_->notify();
         return result;
     }
 
     void sendRtcp(const std::uint8_t* data, std::size_t size) override
     {
         FakeTransport::sendRtcp(data, size);
-        events_->tell();
+        events_->notify();
     }
 
 private:
@@ -131,7 +131,7 @@ protected:
         ASSERT_TRUE(index_->add(addSegment(0, 2)));
         ASSERT_TRUE(index_->add(addSegment(2, 2)));
         Device::setRecordings(index_);
-        changes_ = ChangeSignal::instance().subscribe([events = events_] { events->tell(); });
+        changes_ = ChangeSignal::instance().subscribe([events = events_] { events->notify(); });
     }
 
     void TearDown() override
@@ -206,7 +206,7 @@ protected:
         return seconds;
     }
 
-    /// Every frame from `begin` to `end` once and in its order, without a seam in sequence or time.
+    /// Every frame from `begin` to `end` once and in its order, without a break in sequence or time.
     static void expectFrames(Wire& wire, double begin, double end)
     {
         const std::vector<double> seconds = secondsOf(wire);
@@ -233,7 +233,7 @@ private:
 
 }  // namespace
 
-TEST_F(DirectPlayBack, PlaysEveryFrameOfTheIntervalOverASegmentBorderAndSendsBye)
+TEST_F(DirectPlayBack, PlaysEveryFrameAcrossASegmentBoundaryAndSendsBye)
 {
     Viewer viewer = this->viewer(0, 4);
     EXPECT_EQ(0, viewer.session->setSpeed(id, video, 1, 32));
@@ -250,7 +250,7 @@ TEST_F(DirectPlayBack, PlaysEveryFrameOfTheIntervalOverASegmentBorderAndSendsBye
     EXPECT_NEAR(4, end, 0.001);
 }
 
-TEST_F(DirectPlayBack, PacketsCarryTheSsrcThatIsToldAndNoMoreThanThePayload)
+TEST_F(DirectPlayBack, PacketsCarryTheReportedSsrcAndAtMostThePayloadSize)
 {
     Viewer viewer = this->viewer(0, 1);
     int ssrc = 0;
@@ -266,7 +266,7 @@ TEST_F(DirectPlayBack, PacketsCarryTheSsrcThatIsToldAndNoMoreThanThePayload)
     }
 }
 
-TEST_F(DirectPlayBack, PausesAndGoesOnWithoutLosingAFrame)
+TEST_F(DirectPlayBack, ResumesAfterAPauseWithoutLosingAFrame)
 {
     Viewer viewer = this->viewer(0, 4);
     viewer.session->setSpeed(id, video, 1, 4);
@@ -324,7 +324,7 @@ TEST_F(DirectPlayBack, StopOfOneTrackEndsItAndLeavesTheOtherPlaying)
     EXPECT_EQ(hostTrackUnknown, viewer.session->play(id, video));
 }
 
-TEST_F(DirectPlayBack, IntervalThatStartsInAGopStartsAtItsKeyFrame)
+TEST_F(DirectPlayBack, IntervalThatStartsInsideAGopPlaysFromItsKeyFrame)
 {
     Viewer viewer = this->viewer(1, 3);
     viewer.session->setSpeed(id, video, 1, 32);
@@ -340,7 +340,7 @@ TEST_F(DirectPlayBack, IntervalWithoutRecordedMediaCannotBePlayed)
     session.setMediaInfo(describe(beginTime, beginTime + 4));
     const auto wire = std::make_shared<Wire>();
     ASSERT_EQ(0, session.setup(id, video, transport(wire)));
-    for (int round = 0; round < 2; ++round)
+    for (int pass = 0; pass < 2; ++pass)
     {
         EXPECT_EQ(hostRangeInvalid, patiently([&] { return session.play(id, video); }));
         EXPECT_EQ(0, session.pause(id, video)) << "it does not play";
@@ -348,14 +348,14 @@ TEST_F(DirectPlayBack, IntervalWithoutRecordedMediaCannotBePlayed)
     EXPECT_TRUE(wire->units().empty());
 }
 
-TEST_F(DirectPlayBack, TrackThatIsNoneOfTheTwoIsTheDispatchersToJudge)
+TEST_F(DirectPlayBack, UnknownTrackIsRefusedByTheDispatcher)
 {
     Viewer viewer = this->viewer(0, 1);
     EXPECT_EQ(hostTrackUnknown, viewer.session->play(id, "trackID=2"));
     EXPECT_EQ(-8, viewer.session->stop(id, "trackID=2"));
 }
 
-TEST_F(DirectPlayBack, TellsWhetherTheClientIsThere)
+TEST_F(DirectPlayBack, ReportsWhetherTheClientIsConnected)
 {
     Viewer viewer = this->viewer(0, 1);
     bool connected = false;
@@ -366,7 +366,7 @@ TEST_F(DirectPlayBack, TellsWhetherTheClientIsThere)
     EXPECT_FALSE(connected);
 }
 
-TEST_F(DirectPlayBack, EndInTheMiddleOfPlayingLeavesNothingBehind)
+TEST_F(DirectPlayBack, EndWhilePlayingReleasesEverything)
 {
     Viewer viewer = this->viewer(0, 4);
     playBoth(viewer);

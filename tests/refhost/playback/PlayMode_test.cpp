@@ -7,7 +7,7 @@ namespace refhost
 namespace
 {
 
-TEST(PlayMode, IsPacedWithAllFramesAndWithoutExtensionAtFirst)
+TEST(PlayMode, DefaultIsPacedWithAllFramesAndWithoutExtension)
 {
     const PlayMode mode;
     EXPECT_TRUE(mode.paced());
@@ -16,7 +16,7 @@ TEST(PlayMode, IsPacedWithAllFramesAndWithoutExtensionAtFirst)
     EXPECT_EQ(mode.keyDistance(), Duration::zero());
 }
 
-TEST(PlayMode, TakesTheBitsOfTheRangeKindApart)
+TEST(PlayMode, DecodesTheBitsOfTheRangeKind)
 {
     PlayMode mode;
     mode.kind = playRangeReplay | playRangeUnpaced | playRangeKeyFrames | 0xab << playRangeSequenceShift |
@@ -28,7 +28,7 @@ TEST(PlayMode, TakesTheBitsOfTheRangeKindApart)
     EXPECT_EQ(mode.keyDistance(), std::chrono::milliseconds(1500));
 }
 
-TEST(PlayMode, ADistanceCountsWhereOnlyKeyFramesAreRequested)
+TEST(PlayMode, DistanceAppliesOnlyToKeyFramePlay)
 {
     PlayMode mode;
     mode.kind = 150 << playRangeDistanceShift;

@@ -9,14 +9,14 @@ namespace refhost
 namespace
 {
 
-TEST(PlaySpeed, WhatIsPossibleStays)
+TEST(PlaySpeed, SupportedValuesAreKept)
 {
     const PlaySpeed used = PlaySpeed::used(2, 4);
     EXPECT_EQ(used.scale, 2);
     EXPECT_EQ(used.speed, 4);
 }
 
-TEST(PlaySpeed, TooSlowAndTooFastGoToTheNearestPossible)
+TEST(PlaySpeed, OutOfRangeValuesAreClamped)
 {
     EXPECT_EQ(PlaySpeed::used(0.1, 0.01).scale, 0.25);
     EXPECT_EQ(PlaySpeed::used(0.1, 0.01).speed, 0.25);
@@ -24,7 +24,7 @@ TEST(PlaySpeed, TooSlowAndTooFastGoToTheNearestPossible)
     EXPECT_EQ(PlaySpeed::used(1, std::numeric_limits<double>::infinity()).speed, 32);
 }
 
-TEST(PlaySpeed, WhatIsNoSpeedCountsAsOne)
+TEST(PlaySpeed, InvalidSpeedCountsAsOne)
 {
     for (const double none : {0.0, std::numeric_limits<double>::quiet_NaN()})
     {
@@ -33,7 +33,7 @@ TEST(PlaySpeed, WhatIsNoSpeedCountsAsOne)
     EXPECT_EQ(PlaySpeed::used(1, -1), PlaySpeed());
 }
 
-TEST(PlaySpeed, BackwardsAreKeyFramesWithoutAudio)
+TEST(PlaySpeed, ReversePlaySendsKeyFramesWithoutAudio)
 {
     EXPECT_EQ(PlaySpeed::used(-2, 1).scale, -2);
     EXPECT_EQ(PlaySpeed::used(-2, 1).rate(), 2);
@@ -46,7 +46,7 @@ TEST(PlaySpeed, BackwardsAreKeyFramesWithoutAudio)
     EXPECT_FALSE(PlaySpeed::used(1, 1).backwards());
 }
 
-TEST(PlaySpeed, DeliveryNeverGoesBeyondTheFastest)
+TEST(PlaySpeed, DeliveryNeverExceedsTheMaximum)
 {
     EXPECT_EQ(PlaySpeed::used(16, 16).scale, 16);
     EXPECT_EQ(PlaySpeed::used(16, 16).speed, 2);

@@ -34,7 +34,7 @@ TEST(PlayTimeline, StartsAtZero)
     EXPECT_EQ(timeline.at(media(480'000h + 1s)), play(1s));
 }
 
-TEST(PlayTimeline, GoesOnBehindWhatWasSentAfterAJump)
+TEST(PlayTimeline, ContinuesAfterTheLastSentUnitOnAJump)
 {
     PlayTimeline timeline;
     timeline.jump(media(100s), 1);
@@ -45,7 +45,7 @@ TEST(PlayTimeline, GoesOnBehindWhatWasSentAfterAJump)
     EXPECT_EQ(timeline.at(media(4999s)), play(3s)) << "never back";
 }
 
-TEST(PlayTimeline, ScaleAppliesFromThereOn)
+TEST(PlayTimeline, ScaleAppliesFromTheGivenInstant)
 {
     PlayTimeline timeline;
     timeline.jump(media(0s), 1);
@@ -56,7 +56,7 @@ TEST(PlayTimeline, ScaleAppliesFromThereOn)
     EXPECT_EQ(timeline.at(media(7s)), play(5s));
 }
 
-TEST(PlaybackPacer, TellsWhenWhatIsDue)
+TEST(PlaybackPacer, ReturnsWhenAnInstantIsDue)
 {
     PlaybackPacer pacer;
     pacer.start(clock(50s), play(7s));

@@ -30,7 +30,7 @@ protected:
     }
 };
 
-TEST_F(PlaybackBackwards, KeyFramesComeOneAfterTheOtherAtTheirPace)
+TEST_F(PlaybackBackwards, KeyFramesAreSentInReverseAtTheirPace)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(session->setSpeed(video, -1, 1), 0);
@@ -47,13 +47,13 @@ TEST_F(PlaybackBackwards, KeyFramesComeOneAfterTheOtherAtTheirPace)
     EXPECT_EQ(first.rtpTimestamp, wire->packets.front().timestamp);
     pass(2000);
     EXPECT_THAT(secondsOf(*wire), ElementsAre(10, 9, 8, 7));
-    EXPECT_THAT(ticks(*wire), ElementsAre(0, 90000, 180000, 270000)) << "when each is shown";
+    EXPECT_THAT(ticks(*wire), ElementsAre(0, 90000, 180000, 270000)) << "when each is displayed";
     EXPECT_FALSE(sentBye(*wire));
     pass(1000);
     EXPECT_TRUE(sentBye(*wire));
 }
 
-TEST_F(PlaybackBackwards, ScaleIsHowFast)
+TEST_F(PlaybackBackwards, ScaleSetsTheRate)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(session->setSpeed(video, -4, 1), 0);
@@ -84,7 +84,7 @@ TEST_F(PlaybackBackwards, WithoutRateControlTimestampsAreThoseOfTheRecording)
     EXPECT_TRUE(wire->contiguous()) << "sequence numbers go on in the order of sending";
 }
 
-TEST_F(PlaybackBackwards, ReplayTellsTheTrueTimeAndADiscontinuityAtEachFrame)
+TEST_F(PlaybackBackwards, ReplayExtensionHasTheTrueTimeAndADiscontinuityAtEachFrame)
 {
     recordings->set({{at(0), at(3)}, {at(8), at(20)}});
     const auto wire = setUp(video);
@@ -108,7 +108,7 @@ TEST_F(PlaybackBackwards, ReplayTellsTheTrueTimeAndADiscontinuityAtEachFrame)
                                    key | discontinuity | end));
 }
 
-TEST_F(PlaybackBackwards, ItTurnsWhereItIs)
+TEST_F(PlaybackBackwards, DirectionChangesAtThePresentPosition)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(playFrom(video, 5, 20), 0);
@@ -127,7 +127,7 @@ TEST_F(PlaybackBackwards, ItTurnsWhereItIs)
     EXPECT_TRUE(sentBye(*wire)) << "at the end of the interval";
 }
 
-TEST_F(PlaybackBackwards, ItPausesAndGoesOn)
+TEST_F(PlaybackBackwards, PausedReversePlayResumes)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(session->setSpeed(video, -1, 1), 0);
@@ -143,7 +143,7 @@ TEST_F(PlaybackBackwards, ItPausesAndGoesOn)
     EXPECT_THAT(secondsOf(*wire), ElementsAre(10, 9, 8, 7, 6));
 }
 
-TEST_F(PlaybackBackwards, ARangeTheWrongWayRoundIsInvalid)
+TEST_F(PlaybackBackwards, RangeInTheOtherDirectionIsInvalid)
 {
     setUp(video);
     ASSERT_EQ(session->setSpeed(video, -1, 1), 0);

@@ -34,7 +34,7 @@ protected:
     MediaInfo info;
 };
 
-TEST_F(PlaybackCatalogTest, APresentationStartsWithTheKeyFrameAtOrBeforeItsInterval)
+TEST_F(PlaybackCatalogTest, PresentationStartsWithTheKeyFrameAtOrBeforeItsInterval)
 {
     addSegment(10.25, 4);
     ASSERT_EQ(describe(12, 14), 0);
@@ -43,7 +43,7 @@ TEST_F(PlaybackCatalogTest, APresentationStartsWithTheKeyFrameAtOrBeforeItsInter
     EXPECT_EQ(info.getAllSubMediaInfo().size(), 2U);
 }
 
-TEST_F(PlaybackCatalogTest, AnIntervalAtAKeyFrameStartsThere)
+TEST_F(PlaybackCatalogTest, IntervalThatStartsAtAKeyFrameStartsThere)
 {
     addSegment(10, 4);
     ASSERT_EQ(describe(12, 14), 0);
@@ -51,7 +51,7 @@ TEST_F(PlaybackCatalogTest, AnIntervalAtAKeyFrameStartsThere)
     EXPECT_DOUBLE_EQ(info.recordSeconds, 2);
 }
 
-TEST_F(PlaybackCatalogTest, WhereRecordingBeganLaterThePresentationDoesToo)
+TEST_F(PlaybackCatalogTest, PresentationStartsWhereTheRecordingDoes)
 {
     addSegment(10.25, 2);
     addSegment(20.75, 2);

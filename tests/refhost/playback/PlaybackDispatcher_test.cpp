@@ -99,7 +99,7 @@ TEST_F(PlaybackDispatcherTest, WithoutRecordingsThereIsNothingToPlayOrDescribe)
     EXPECT_EQ(service.catalog().describe(record, described), hostRecordingUnknown);
 }
 
-TEST_F(PlaybackDispatcherTest, ThatThereIsNothingHoldsForAShortTime)
+TEST_F(PlaybackDispatcherTest, MissingRecordingIsCachedForAShortTime)
 {
     MediaInfo described;
     service.catalog().describe(record, described);
@@ -119,7 +119,7 @@ TEST_F(PlaybackDispatcherTest, AnIntervalThatEndsBeforeItStartsIsEmptyAtOnce)
     EXPECT_EQ(service.catalog().describe(record, described), hostRecordingUnknown);
 }
 
-TEST_F(PlaybackDispatcherTest, ManyIntervalsAreForgottenInTurn)
+TEST_F(PlaybackDispatcherTest, OldestIntervalIsForgottenFirst)
 {
     MediaInfo described;
     for (std::size_t i = 0; i < 3 * PlaybackCatalog::max; ++i)
@@ -133,7 +133,7 @@ TEST_F(PlaybackDispatcherTest, ManyIntervalsAreForgottenInTurn)
     EXPECT_EQ(service.catalog().describe(record, described), hostStreamNotReady) << "it was dropped";
 }
 
-TEST_F(PlaybackDispatcherTest, SessionsComeAndGoOnManyThreads)
+TEST_F(PlaybackDispatcherTest, SessionsAreMadeAndEndedOnManyThreads)
 {
     PlaybackSettings settings;
     PlaybackService busy(

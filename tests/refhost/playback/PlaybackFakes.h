@@ -80,7 +80,7 @@ public:
             }
             request_ = request;
             stretch_ = i;
-            ++section_;
+            ++range_;
             nextFrame_ = nextBlock_ = begin;
             return true;
         }
@@ -95,7 +95,7 @@ public:
         {
             return readBackwards(out);
         }
-        for (; stretch_ < recordings_->stretches.size(); ++stretch_, ++section_)
+        for (; stretch_ < recordings_->stretches.size(); ++stretch_, ++range_)
         {
             const auto& stretch = recordings_->stretches[stretch_];
             nextFrame_ = std::max(nextFrame_, stretch.begin);
@@ -142,7 +142,7 @@ private:
                 nextFrame_ = stretch.begin + (last - stretch.begin) / second * second;
                 request_ = request;
                 stretch_ = i;
-                ++section_;
+                ++range_;
                 return nextFrame_ >= request.end;
             }
         }
@@ -162,7 +162,7 @@ private:
         {
             const auto& before = recordings_->stretches[--stretch_];
             nextFrame_ = before.begin + (before.end - Duration(1) - before.begin) / second * second;
-            ++section_;
+            ++range_;
             out.last = true;
         }
         out.last = out.last || nextFrame_ < request_.end;
@@ -178,14 +178,14 @@ private:
         unit.key = key;
         unit.wall = unit.media = unit.due = media;
         unit.duration = duration;
-        unit.section = section_;
+        unit.range = range_;
         return unit;
     }
 
     const std::shared_ptr<FakeRecordings> recordings_;
     Request request_;
     std::size_t stretch_ = 0;
-    std::uint32_t section_ = 0;
+    std::uint32_t range_ = 0;
     WallTime nextFrame_;
     WallTime nextBlock_;
 };
@@ -267,7 +267,7 @@ protected:
 
     void runWorkers()
     {
-        ASSERT_LT(scheduler.runDue(1000), 1000U) << "the worker goes round in circles";
+        ASSERT_LT(scheduler.runDue(1000), 1000U) << "the worker never gets idle";
     }
 
     /// Lets time pass in small steps, with the worker at work.

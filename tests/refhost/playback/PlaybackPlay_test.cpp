@@ -35,7 +35,7 @@ TEST_F(PlaybackPlay, NeedsAnOpenTransport)
     EXPECT_EQ(session->play(video), hostConnectionUnusable);
 }
 
-TEST_F(PlaybackPlay, IsNotReadyUntilTheWorkerFoundThePlace)
+TEST_F(PlaybackPlay, PlayIsNotReadyUntilTheWorkerFoundThePlace)
 {
     setUp(video);
     EXPECT_EQ(session->play(video), hostStreamNotReady);
@@ -55,7 +55,7 @@ TEST_F(PlaybackPlay, SendsTheFirstKeyFrameAtOnceAndTheRestAtItsPace)
     EXPECT_EQ(wire->units().size(), 26U);
 }
 
-TEST_F(PlaybackPlay, StartsAtTheKeyFrameAtOrBeforeAndTellsWhere)
+TEST_F(PlaybackPlay, StartsAtTheKeyFrameAtOrBeforeAndReportsIt)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(playFrom(video, 5.5), 0);

@@ -83,7 +83,7 @@ TEST_F(PlaybackPumpTest, StartsWithoutAPlaceAndSendsNothing)
     EXPECT_DEBUG_DEATH(pump->start(*video, begin), "illegal transition");
 }
 
-TEST_F(PlaybackPumpTest, APlaceIsPausedUntilATrackStarts)
+TEST_F(PlaybackPumpTest, StaysPausedAtAPlaceUntilATrackStarts)
 {
     const auto video = addTrack(true);
     moveTo(0s);
@@ -96,7 +96,7 @@ TEST_F(PlaybackPumpTest, APlaceIsPausedUntilATrackStarts)
     EXPECT_EQ(frames->units().size(), 1U);
 }
 
-TEST_F(PlaybackPumpTest, TellsWhenTheNextUnitIsDue)
+TEST_F(PlaybackPumpTest, ReturnsWhenTheNextUnitIsDue)
 {
     const auto video = addTrack(true);
     moveTo(0s);
@@ -136,7 +136,7 @@ TEST_F(PlaybackPumpTest, PausesWithItsLastTrack)
     EXPECT_EQ(pump->state(), PlaybackState::paused);
 }
 
-TEST_F(PlaybackPumpTest, ANewPlacePausesUnlessPlayingGoesOn)
+TEST_F(PlaybackPumpTest, NewPlacePausesUnlessPlayContinues)
 {
     const auto video = addTrack(true);
     moveTo(0s);
@@ -171,12 +171,12 @@ TEST_F(PlaybackPumpTest, StoppingASessionThatDoesNotPlayChangesNoState)
     EXPECT_EQ(pump->state(), PlaybackState::paused);
 }
 
-TEST_F(PlaybackPumpTest, KnowsWhetherWhatIsReadServesTheMode)
+TEST_F(PlaybackPumpTest, KnowsWhetherTheReadUnitsFitTheMode)
 {
     const auto video = addTrack(true);
     moveTo(0s);
     EXPECT_TRUE(pump->readsForMode());
-    EXPECT_FALSE(pump->readsFor(*video)) << "the request asked for no video";
+    EXPECT_FALSE(pump->readsFor(*video)) << "the request was for no video";
     pump->setSpeed(PlaySpeed::used(8, 1));
     EXPECT_FALSE(pump->readsForMode()) << "key frames alone are to be read";
 }

@@ -13,13 +13,13 @@ namespace
 
 using std::chrono::milliseconds;
 
-PlaybackUnit unitAt(bool video, std::int64_t dueMs, std::uint32_t section = 0)
+PlaybackUnit unitAt(bool video, std::int64_t dueMs, std::uint32_t range = 0)
 {
     PlaybackUnit unit;
     unit.unit = makeUnit(0, 0, true, 2);
     unit.video = video;
     unit.media = unit.due = WallTime(milliseconds(dueMs));
-    unit.section = section;
+    unit.range = range;
     return unit;
 }
 
@@ -73,7 +73,7 @@ TEST(PlaybackQueue, UnitsDoNotMoveOverAGap)
     EXPECT_EQ(order(queue), (std::vector<std::int64_t>{0, 5000, 20}));
 }
 
-TEST(PlaybackQueue, TellsBytesAndSpan)
+TEST(PlaybackQueue, ReportsBytesAndSpan)
 {
     PlaybackQueue queue;
     EXPECT_EQ(queue.span(), Duration::zero());
@@ -86,7 +86,7 @@ TEST(PlaybackQueue, TellsBytesAndSpan)
     EXPECT_EQ(queue.bytes(), 0U);
 }
 
-TEST(PlaybackQueue, ASpanOverAGapCountsNothing)
+TEST(PlaybackQueue, SpanAcrossAGapIsZero)
 {
     PlaybackQueue queue;
     queue.add(unitAt(true, 0));

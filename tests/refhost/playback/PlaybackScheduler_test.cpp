@@ -74,7 +74,7 @@ TEST_F(PlaybackSchedulerTest, WorkWokenWhileItRunsRunsAgain)
     EXPECT_EQ(scheduler.runDue(), 2U);
 }
 
-TEST_F(PlaybackSchedulerTest, WorkThatIsWokenAgainAndAgainDoesNotKeepOthersWaiting)
+TEST_F(PlaybackSchedulerTest, WorkWokenRepeatedlyDoesNotStarveOthers)
 {
     const auto patient = std::make_shared<CountingWork>();
     patient->action = [](MonotonicTime now) { return now + 10ms; };

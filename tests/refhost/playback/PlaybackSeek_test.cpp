@@ -106,15 +106,15 @@ TEST_F(PlaybackSeek, PositionsCountFromTheFirstFrameWhereRecordedMediaStartsLate
     EXPECT_EQ(end, 3);
 }
 
-TEST_F(PlaybackSeek, KeyFramesAloneAreReadWithTheDistanceThatWasAskedFor)
+TEST_F(PlaybackSeek, OnlyKeyFramesAreReadAtTheRequestedDistance)
 {
     setUp(video);
     setUp(audio);
     ASSERT_EQ(playFrom(video, 2, 20, playRangeKeyFrames | 400 << playRangeDistanceShift), 0);
-    const PlaybackSource::Request asked = recordings->requests.back();
-    EXPECT_TRUE(asked.keyFramesOnly);
-    EXPECT_EQ(asked.keyDistance, 4 * second);
-    EXPECT_EQ(asked.audio.payloadSize, 0);
+    const PlaybackSource::Request seek = recordings->requests.back();
+    EXPECT_TRUE(seek.keyFramesOnly);
+    EXPECT_EQ(seek.keyDistance, 4 * second);
+    EXPECT_EQ(seek.audio.payloadSize, 0);
     ASSERT_EQ(session->setRange(video, 0, 0, playRangeKeyFrames, false), 0);
     ASSERT_EQ(play(video), 0);
     EXPECT_EQ(recordings->requests.back().keyDistance, Duration::zero())
@@ -125,7 +125,7 @@ TEST_F(PlaybackSeek, KeyFramesAloneAreReadWithTheDistanceThatWasAskedFor)
     EXPECT_EQ(recordings->requests.back().keyDistance, Duration::zero());
 }
 
-TEST_F(PlaybackSeek, WhatPlayedBeforeGoesOnUntilThePlaceIsFound)
+TEST_F(PlaybackSeek, PlayContinuesUntilTheNewPlaceIsFound)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -136,7 +136,7 @@ TEST_F(PlaybackSeek, WhatPlayedBeforeGoesOnUntilThePlaceIsFound)
     EXPECT_EQ(session->range(video, *std::make_unique<double>(), *std::make_unique<double>()), 0);
 }
 
-TEST_F(PlaybackSeek, NothingOfTheNewPlaceLeavesBeforePlay)
+TEST_F(PlaybackSeek, NothingOfTheNewPlaceIsSentBeforePlay)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -150,7 +150,7 @@ TEST_F(PlaybackSeek, NothingOfTheNewPlaceLeavesBeforePlay)
     EXPECT_DOUBLE_EQ(secondsOf(*wire).back(), 15);
 }
 
-TEST_F(PlaybackSeek, APlaceWithoutRecordedMediaIsRefusedAndPlayingGoesOn)
+TEST_F(PlaybackSeek, SeekToWhereNothingIsRecordedIsRefusedAndPlayContinues)
 {
     recordings->set({{at(0), at(8)}});
     const auto wire = setUp(video);
@@ -184,7 +184,7 @@ TEST_F(PlaybackSeek, RangesAreKeptInsideTheInterval)
     EXPECT_EQ(session->setRange(video, std::numeric_limits<double>::quiet_NaN(), 1, 0, true), 0);
 }
 
-TEST_F(PlaybackSeek, TheLastOfTwoRangesCounts)
+TEST_F(PlaybackSeek, LastOfTwoRangesApplies)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(session->setRange(video, 4, 20, 0, true), 0);
@@ -221,7 +221,7 @@ TEST_F(PlaybackSeek, AGapTakesNoTime)
     EXPECT_TRUE(session->ended());
 }
 
-TEST_F(PlaybackSeek, TheRealBeginIsToldWhereRecordedMediaStartsLater)
+TEST_F(PlaybackSeek, RealStartIsReportedWhereTheRecordingStartsLater)
 {
     recordings->set({{at(3.5), at(8)}});
     setUp(video);

@@ -121,7 +121,7 @@ TEST_F(PlaybackSpeeds, OnlyKeyFramesAboveFour)
     EXPECT_TRUE(session->ended());
 }
 
-TEST_F(PlaybackSpeeds, AChangeWhilePlayingGoesOnFromThere)
+TEST_F(PlaybackSpeeds, SpeedChangeWhilePlayingContinuesFromThere)
 {
     setUpBoth(1, 1);
     pass(1000);
@@ -135,7 +135,7 @@ TEST_F(PlaybackSpeeds, AChangeWhilePlayingGoesOnFromThere)
     EXPECT_TRUE(frames->contiguous());
 }
 
-TEST_F(PlaybackSpeeds, GoingOverToKeyFramesGoesOnByItself)
+TEST_F(PlaybackSpeeds, ChangeToKeyFramesContinuesByItself)
 {
     setUpBoth(1, 1);
     pass(2500);
@@ -166,7 +166,7 @@ TEST_F(PlaybackSpeeds, WithoutRateControlItGoesAsFastAsTheTransportTakesIt)
     EXPECT_TRUE(sentBye(*wire));
 }
 
-TEST_F(PlaybackSpeeds, ATrackThatHadNothingToSendSendsByeAtTheEndToo)
+TEST_F(PlaybackSpeeds, TrackWithNothingToSendAlsoSendsByeAtTheEnd)
 {
     setUpBoth(4, 1);
     pass(6000);

@@ -9,7 +9,7 @@ namespace refhost
 namespace
 {
 
-TEST(PlaybackState, PlaysFromAPlaceAloneAndEndsWhilePlayingAlone)
+TEST(PlaybackState, PlaysOnlyFromAPlaceAndEndsOnlyWhilePlaying)
 {
     using S = PlaybackState;
     test::expectTransitions<S>({S::unplaced, S::paused, S::playing, S::ended}, {{S::unplaced, S::paused},

@@ -30,7 +30,7 @@ TEST(PlaybackTracks, AreFoundByIdAndByKind)
     EXPECT_TRUE(tracks.empty());
 }
 
-TEST(PlaybackTracks, PlayWhileOneOfThemDoes)
+TEST(PlaybackTracks, ArePlayingWhileOneOfThemIs)
 {
     PlaybackTracks tracks;
     const auto audio = makeTrack("a", "audio");
@@ -44,7 +44,7 @@ TEST(PlaybackTracks, PlayWhileOneOfThemDoes)
     EXPECT_FALSE(tracks.anyPlaying());
 }
 
-TEST(PlaybackTracks, EachVisitsThoseThereAre)
+TEST(PlaybackTracks, EachVisitsThePresentTracks)
 {
     PlaybackTracks tracks;
     tracks.add(makeTrack("v", "video"));

@@ -73,7 +73,7 @@ TEST_F(PlaybackTransports, ACongestedTransportLosesNothing)
     EXPECT_TRUE(wire->contiguous());
 }
 
-TEST_F(PlaybackTransports, AfterALongStopItGoesOnAtItsPace)
+TEST_F(PlaybackTransports, AfterALongStallItContinuesAtItsPace)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -89,7 +89,7 @@ TEST_F(PlaybackTransports, AfterALongStopItGoesOnAtItsPace)
     EXPECT_NEAR(static_cast<double>(wire->units().size() - before), 26, 1);
 }
 
-TEST_F(PlaybackTransports, OverUdpAShortStopIsNotMadeUpForInABurst)
+TEST_F(PlaybackTransports, OverUdpAShortStallCausesNoBurst)
 {
     const auto wire = setUp(video);
     wire->traits = Wire::datagrams();
@@ -107,7 +107,7 @@ TEST_F(PlaybackTransports, OverUdpAShortStopIsNotMadeUpForInABurst)
     EXPECT_NEAR(static_cast<double>(wire->units().size() - before), 28, 3);
 }
 
-TEST_F(PlaybackTransports, OverUdpByeStaysBehindTheLastPacket)
+TEST_F(PlaybackTransports, OverUdpByeFollowsTheLastPacketAfterADelay)
 {
     const auto wire = setUp(video);
     wire->traits = Wire::datagrams();
@@ -122,7 +122,7 @@ TEST_F(PlaybackTransports, OverUdpByeStaysBehindTheLastPacket)
     EXPECT_TRUE(session->ended());
 }
 
-TEST_F(PlaybackTransports, ATransportThatForgetsToTellIsTriedAgain)
+TEST_F(PlaybackTransports, TransportThatMissesANotificationIsRetried)
 {
     const auto wire = setUp(video);
     ASSERT_EQ(play(video), 0);
@@ -262,7 +262,7 @@ TEST_F(PlaybackTransports, ReplayCarriesTheExtensionInTheFirstPacketOfAUnit)
     }
 }
 
-TEST_F(PlaybackTransports, TheExtensionTellsADiscontinuity)
+TEST_F(PlaybackTransports, ExtensionMarksADiscontinuity)
 {
     recordings->set({{at(0), at(1)}, {at(50), at(52)}});
     make(0, 60);
@@ -311,7 +311,7 @@ TEST_F(PlaybackTransports, ASilentClientOverUdpCountsAsGone)
     bool connected = false;
     pass(61'000);
     ASSERT_EQ(session->connectionState(video, connected), 0);
-    EXPECT_TRUE(connected) << "TCP tells by itself";
+    EXPECT_TRUE(connected) << "TCP notices by itself";
     wire->traits = Wire::datagrams();
     ASSERT_EQ(session->connectionState(video, connected), 0);
     EXPECT_FALSE(connected);

@@ -9,7 +9,7 @@ namespace refhost
 namespace
 {
 
-TEST(ReadAheadBudget, IsSharedByThoseWhoAreThere)
+TEST(ReadAheadBudget, IsSharedByThePresentSessions)
 {
     ReadAheadBudget budget(1000 * 1024);
     const ReadAheadBudget::Share first(budget);
@@ -22,7 +22,7 @@ TEST(ReadAheadBudget, IsSharedByThoseWhoAreThere)
     EXPECT_EQ(first.bytes(), 1000u * 1024);
 }
 
-TEST(ReadAheadBudget, LeavesEverybodyEnoughToReadADiskWith)
+TEST(ReadAheadBudget, LeavesEachSessionEnoughToReadFromADisk)
 {
     ReadAheadBudget budget(1000 * 1024);
     std::list<ReadAheadBudget::Share> many;

@@ -69,7 +69,7 @@ protected:
 
     void fill(MonotonicTime now, double rate = 1)
     {
-        for (int i = 0; i < 100 && readAhead->wantsToRead(now, rate); ++i)
+        for (int i = 0; i < 100 && readAhead->shouldRead(now, rate); ++i)
         {
             readOnce(now, rate);
         }
@@ -80,7 +80,7 @@ protected:
     std::unique_ptr<ReadAhead> readAhead = std::make_unique<ReadAhead>(settings);
 };
 
-TEST(ReadState, TheTableIsWhatTheHeaderSays)
+TEST(ReadState, TableIsTheDocumentedOne)
 {
     using S = ReadState;
     expectTransitions<S>({S::idle, S::filling, S::full, S::waiting, S::atEnd}, {{S::idle, S::filling},
@@ -95,7 +95,7 @@ TEST(ReadState, TheTableIsWhatTheHeaderSays)
 
 TEST_F(ReadAheadTest, ReadsNothingBeforeThereIsAPlace)
 {
-    EXPECT_FALSE(readAhead->wantsToRead(start, 1));
+    EXPECT_FALSE(readAhead->shouldRead(start, 1));
     EXPECT_DEBUG_DEATH(readAhead->add({{}, PlaybackSource::Result::end}, start), "illegal transition");
 }
 
@@ -106,13 +106,13 @@ TEST_F(ReadAheadTest, ReadsUpToItsSpanAndAgainWhenHalfOfItIsLeft)
     EXPECT_EQ(readAhead->queue().span(), 1s);
     while (readAhead->queue().span() >= 500ms)
     {
-        EXPECT_FALSE(readAhead->wantsToRead(start, 1));
+        EXPECT_FALSE(readAhead->shouldRead(start, 1));
         readAhead->queue().pop();
     }
-    EXPECT_TRUE(readAhead->wantsToRead(start, 1));
+    EXPECT_TRUE(readAhead->shouldRead(start, 1));
 }
 
-TEST_F(ReadAheadTest, TheSpanIsOfThePlayersTime)
+TEST_F(ReadAheadTest, SpanIsMeasuredInPlayersTime)
 {
     readAhead->restart(frameAt(0s));
     fill(start, 4);
@@ -143,9 +143,9 @@ TEST_F(ReadAheadTest, AGrowingRecordingIsReadAgainAfterAWhile)
     frames.atEnd = PlaybackSource::Result::later;
     readAhead->restart(frameAt(0s));
     EXPECT_TRUE(readOnce(start)) << "two frames came";
-    EXPECT_FALSE(readAhead->wantsToRead(start, 1));
+    EXPECT_FALSE(readAhead->shouldRead(start, 1));
     EXPECT_EQ(readAhead->retryTime(start), start + settings.growthInterval);
-    EXPECT_TRUE(readAhead->wantsToRead(start + settings.growthInterval, 1));
+    EXPECT_TRUE(readAhead->shouldRead(start + settings.growthInterval, 1));
     EXPECT_FALSE(readOnce(start + settings.growthInterval)) << "still nothing";
     EXPECT_FALSE(readAhead->atEnd());
 }
@@ -156,15 +156,15 @@ TEST_F(ReadAheadTest, BehindTheEndNothingIsReadUntilANewPlace)
     readAhead->restart(frameAt(0s));
     EXPECT_TRUE(readOnce(start));
     EXPECT_TRUE(readAhead->atEnd());
-    EXPECT_FALSE(readAhead->wantsToRead(start, 1));
+    EXPECT_FALSE(readAhead->shouldRead(start, 1));
     EXPECT_EQ(readAhead->retryTime(start), PlaybackWork::never);
     readAhead->restart(frameAt(0s));
     EXPECT_FALSE(readAhead->atEnd());
     EXPECT_EQ(readAhead->queue().size(), 1U) << "what was read before is gone";
-    EXPECT_TRUE(readAhead->wantsToRead(start, 1));
+    EXPECT_TRUE(readAhead->shouldRead(start, 1));
 }
 
-TEST_F(ReadAheadTest, OneGoIsBounded)
+TEST_F(ReadAheadTest, OneBatchIsBounded)
 {
     settings.readAhead = 1h;
     settings.readAheadBytes = 1U << 30U;

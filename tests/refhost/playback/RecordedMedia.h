@@ -170,7 +170,7 @@ protected:
     }
 
     /// Overwrites some bytes of the sequence parameter set in a file's header.
-    static void damageParameterSet(const std::string& path, std::size_t from, const std::string& with)
+    static void corruptParameterSet(const std::string& path, std::size_t from, const std::string& with)
     {
         std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
         std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());

@@ -87,7 +87,7 @@ TEST_F(RecordedSourceTest, OneSegmentIsReadWhole)
     EXPECT_NEAR(static_cast<double>(read.frames.back().duration.count()), 4e7, 1.1e6);
 }
 
-TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
+TEST_F(RecordedSourceTest, SegmentBoundariesAreNotNoticeable)
 {
     addSegment(0, 3);
     addSegment(3, 3);
@@ -95,14 +95,14 @@ TEST_F(RecordedSourceTest, BordersOfSegmentsCannotBeSeen)
     const Read read = readAll(1.5, 7.5);
     expectFrames(read.frames, 1, 163);
     EXPECT_NEAR(static_cast<double>(read.blocks.size()), 325, 2);
-    EXPECT_EQ(read.frames.front().section, read.frames.back().section);
+    EXPECT_EQ(read.frames.front().range, read.frames.back().range);
     for (std::size_t i = 1; i < read.blocks.size(); ++i)
     {
         ASSERT_GT(read.blocks[i].media, read.blocks[i - 1].media);
     }
 }
 
-TEST_F(RecordedSourceTest, WhatWasRecordedTwiceAtOneTimeComesOneAfterTheOther)
+TEST_F(RecordedSourceTest, MediaRecordedTwiceAtOneTimePlayInTheirOrder)
 {
     // After second 6 the clock was set back to second 2.
     addSegment(0, 3);
@@ -114,19 +114,19 @@ TEST_F(RecordedSourceTest, WhatWasRecordedTwiceAtOneTimeComesOneAfterTheOther)
     ASSERT_EQ(read.frames.size(), 75U + 50U);
     expectFrames({read.frames.begin(), read.frames.begin() + 75}, 1, 75);
     expectFrames({read.frames.begin() + 75, read.frames.end()}, 2, 50);
-    EXPECT_EQ(read.frames[0].section, read.frames[74].section);
-    EXPECT_NE(read.frames[74].section, read.frames[75].section);
-    EXPECT_EQ(read.frames[75].section, read.frames[124].section);
+    EXPECT_EQ(read.frames[0].range, read.frames[74].range);
+    EXPECT_NE(read.frames[74].range, read.frames[75].range);
+    EXPECT_EQ(read.frames[75].range, read.frames[124].range);
     EXPECT_TRUE(read.frames[75].key);
     EXPECT_NEAR(static_cast<double>(read.blocks.size()), 150 + 100, 4);
 }
 
-TEST_F(RecordedSourceTest, ADamagedParameterSetInTheFirstSegmentSparesTheOthers)
+TEST_F(RecordedSourceTest, CorruptParameterSetInTheFirstSegmentSparesTheOthers)
 {
     for (const std::size_t from : {0U, 4U, 6U})
     {
         recordings = std::make_shared<ListedRecordings>();
-        damageParameterSet(addSegment(0, 1).path, from, "\xff\xff\xff\xff");
+        corruptParameterSet(addSegment(0, 1).path, from, "\xff\xff\xff\xff");
         addSegment(1, 1);
         addSegment(2, 1);
         const Read read = readAll(0, 3);
@@ -151,14 +151,14 @@ TEST_F(RecordedSourceTest, TheEndIsExact)
     EXPECT_TRUE(read.frames.back().last);
 }
 
-TEST_F(RecordedSourceTest, AGapStartsANewSectionWithAKeyFrame)
+TEST_F(RecordedSourceTest, GapStartsANewRangeWithAKeyFrame)
 {
     addSegment(0, 2);
     addSegment(7200, 2);
     const Read read = readAll(0, 10'000);
     ASSERT_EQ(read.frames.size(), 100U);
     EXPECT_TRUE(read.frames[49].last);
-    EXPECT_EQ(read.frames[49].section + 1, read.frames[50].section);
+    EXPECT_EQ(read.frames[49].range + 1, read.frames[50].range);
     EXPECT_TRUE(read.frames[50].key);
     EXPECT_NEAR(secondsAt(read.frames[50].media), 7200, 0.001);
     for (const PlaybackUnit& block : read.blocks)
@@ -197,10 +197,10 @@ TEST_F(RecordedSourceTest, SegmentsThatCannotBeReadAreLeftOut)
     const Read read = readAll(0, 100);
     ASSERT_EQ(read.frames.size(), 100U);
     EXPECT_NEAR(secondsAt(read.frames[50].media), 6, 0.001);
-    EXPECT_NE(read.frames[49].section, read.frames[50].section);
+    EXPECT_NE(read.frames[49].range, read.frames[50].range);
 }
 
-TEST_F(RecordedSourceTest, ACutSegmentPlaysUpToTheCut)
+TEST_F(RecordedSourceTest, TruncatedSegmentPlaysUpToItsEnd)
 {
     const RecordedSegment segment = addSegment(0, 4);
     cut(segment.path, 0.6);
@@ -210,7 +210,7 @@ TEST_F(RecordedSourceTest, ACutSegmentPlaysUpToTheCut)
     EXPECT_NEAR(secondsAt(read.frames[read.frames.size() - 50].media), 4, 0.001);
 }
 
-TEST_F(RecordedSourceTest, ADamagedTimestampIsLeftOutAndTheRestPlays)
+TEST_F(RecordedSourceTest, UnitWithACorruptTimestampIsSkippedAndTheRestPlays)
 {
     const RecordedSegment segment = addFile(makeFile(6, frames, ""), 0, 6);
     addFile(makeFile(4, frames, ""), 6, 4);
@@ -226,17 +226,17 @@ TEST_F(RecordedSourceTest, ADamagedTimestampIsLeftOutAndTheRestPlays)
     ASSERT_LT(time, cluster + 16);
     bytes[time + 2] = '\xF0';
     std::ofstream(segment.path, std::ios::binary) << bytes;
-    PlaybackSource::Request wanted = request(0, 10);
-    wanted.audio = {};
+    PlaybackSource::Request changed = request(0, 10);
+    changed.audio = {};
     const auto source = makeSource();
-    ASSERT_TRUE(source->open(wanted));
+    ASSERT_TRUE(source->open(changed));
     const Read read = readOn(*source);
     ASSERT_GT(read.frames.size(), 150U);
     EXPECT_NEAR(secondsAt(read.frames.back().media), 9.96, 0.001);
     for (std::size_t i = 1; i < read.frames.size(); ++i)
     {
         ASSERT_GT(read.frames[i].media, read.frames[i - 1].media);
-        ASSERT_TRUE(read.frames[i].section == read.frames[i - 1].section || read.frames[i].key);
+        ASSERT_TRUE(read.frames[i].range == read.frames[i - 1].range || read.frames[i].key);
     }
 }
 
@@ -261,18 +261,18 @@ TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
     addFile(
         makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse", ""),
         0, 4);
-    PlaybackSource::Request wanted = request(1, 3);
-    wanted.audio = {};
+    PlaybackSource::Request changed = request(1, 3);
+    changed.audio = {};
     const auto source = makeSource();
-    ASSERT_TRUE(source->open(wanted));
+    ASSERT_TRUE(source->open(changed));
     const Read read = readOn(*source);
     ASSERT_GE(read.frames.size(), 50U);
-    std::vector<WallTime> shown;
+    std::vector<WallTime> displayed;
     bool reordered = false;
     for (std::size_t i = 0; i < read.frames.size(); ++i)
     {
         const PlaybackUnit& frame = read.frames[i];
-        shown.push_back(frame.media);
+        displayed.push_back(frame.media);
         EXPECT_LE(frame.due, frame.media);
         EXPECT_GE(frame.media, read.frames.front().media);
         EXPECT_LT(frame.due, at(3));
@@ -280,10 +280,10 @@ TEST_F(RecordedSourceTest, FramesOutOfOrderAreSentInTime)
         EXPECT_GE(frame.due, i > 0 ? read.frames[i - 1].due : WallTime());
     }
     EXPECT_TRUE(reordered);
-    std::sort(shown.begin(), shown.end());
-    for (std::size_t i = 1; i < shown.size(); ++i)
+    std::sort(displayed.begin(), displayed.end());
+    for (std::size_t i = 1; i < displayed.size(); ++i)
     {
-        ASSERT_NEAR(static_cast<double>((shown[i] - shown[i - 1]).count()), 4e7, 1.1e6);
+        ASSERT_NEAR(static_cast<double>((displayed[i] - displayed[i - 1]).count()), 4e7, 1.1e6);
     }
 }
 
@@ -308,7 +308,7 @@ TEST_F(RecordedSourceTest, AudioStartsWithTheFirstFrameAlsoBehindAGap)
     EXPECT_LT(behind->media, read.frames[51].media);
 }
 
-TEST_F(RecordedSourceTest, AudioOfBeforeTheFirstFrameIsLeftOutWhereverItStands)
+TEST_F(RecordedSourceTest, AudioBeforeTheFirstFrameIsSkippedWhereverItIsInTheFile)
 {
     addFile(makeFile(4, "x264enc speed-preset=ultrafast bframes=3 b-adapt=false key-int-max=25 ! h264parse"),
             0, 4);
@@ -321,40 +321,40 @@ TEST_F(RecordedSourceTest, AudioOfBeforeTheFirstFrameIsLeftOutWhereverItStands)
     }
 }
 
-TEST_F(RecordedSourceTest, KeyFramesAloneWhenAskedFor)
+TEST_F(RecordedSourceTest, OnlyKeyFramesWhereRequested)
 {
     addSegment(0, 5);
     addSegment(5, 5);
-    PlaybackSource::Request wanted = request(0, 10);
-    wanted.keyFramesOnly = true;
-    wanted.audio = {};
+    PlaybackSource::Request changed = request(0, 10);
+    changed.keyFramesOnly = true;
+    changed.audio = {};
     const auto source = makeSource();
-    ASSERT_TRUE(source->open(wanted));
+    ASSERT_TRUE(source->open(changed));
     const Read read = readOn(*source);
     ASSERT_EQ(read.frames.size(), 10U);
-    EXPECT_EQ(read.frames.front().section, read.frames.back().section);
+    EXPECT_EQ(read.frames.front().range, read.frames.back().range);
     EXPECT_EQ(read.frames[3].duration, std::chrono::seconds(1));
 }
 
-TEST_F(RecordedSourceTest, KeyFramesKeepTheDistanceThatWasAskedForOverTheEndsOfSegments)
+TEST_F(RecordedSourceTest, KeyFramesKeepTheRequestedDistanceAcrossSegments)
 {
     addSegment(0, 5);
     addSegment(5, 5);
-    PlaybackSource::Request wanted = request(1, 10);
-    wanted.keyFramesOnly = true;
-    wanted.keyDistance = std::chrono::milliseconds(2500);
-    wanted.audio = {};
+    PlaybackSource::Request changed = request(1, 10);
+    changed.keyFramesOnly = true;
+    changed.keyDistance = std::chrono::milliseconds(2500);
+    changed.audio = {};
     const auto source = makeSource();
-    ASSERT_TRUE(source->open(wanted));
+    ASSERT_TRUE(source->open(changed));
     std::vector<double> seconds;
     for (const PlaybackUnit& frame : readOn(*source).frames)
     {
         seconds.push_back(secondsAt(frame.media));
     }
     EXPECT_EQ(seconds, (std::vector<double>{1, 4, 7}));
-    // Capture times are not exact: frames of the same distance as asked for count.
-    wanted.keyDistance = std::chrono::milliseconds(3010);
-    ASSERT_TRUE(source->open(wanted));
+    // Capture times are not exact: frames at just the requested distance count.
+    changed.keyDistance = std::chrono::milliseconds(3010);
+    ASSERT_TRUE(source->open(changed));
     EXPECT_EQ(readOn(*source).frames.size(), 3U);
 }
 
@@ -427,10 +427,10 @@ TEST_F(RecordedSourceTest, WaitingForGrowthEnds)
 TEST_F(RecordedSourceTest, AacAudioIsRead)
 {
     addFile(makeFile(3, frames, "avenc_aac ! aacparse"), 0, 3);
-    PlaybackSource::Request wanted = request(0, 10);
-    wanted.audio = {1364, "MPEG4-GENERIC"};
+    PlaybackSource::Request changed = request(0, 10);
+    changed.audio = {1364, "MPEG4-GENERIC"};
     const auto source = makeSource();
-    ASSERT_TRUE(source->open(wanted));
+    ASSERT_TRUE(source->open(changed));
     const Read read = readOn(*source);
     ASSERT_GE(read.blocks.size(), 22U);
     EXPECT_EQ(read.blocks.front().duration, std::chrono::milliseconds(128));
@@ -454,25 +454,25 @@ TEST_F(RecordedSourceTest, NothingOfTheFormerPlaceIsLeftAfterASeek)
         "! matroskamux ! filesink location=" +
         path);
     addFile(path, 0, 5);
-    PlaybackSource::Request wanted = request(0, 5);
-    wanted.video = {};
+    PlaybackSource::Request changed = request(0, 5);
+    changed.video = {};
     const auto source = makeSource();
-    ASSERT_TRUE(source->open(wanted));
+    ASSERT_TRUE(source->open(changed));
     const Read whole = readOn(*source);
-    ASSERT_TRUE(source->open(wanted));
+    ASSERT_TRUE(source->open(changed));
     const Read again = readOn(*source);
     ASSERT_EQ(again.blocks.size(), whole.blocks.size());
     EXPECT_EQ(again.blocks.front().media, whole.blocks.front().media);
     EXPECT_EQ(again.blocks.front().unit->payloadBytes, whole.blocks.front().unit->payloadBytes);
 }
 
-TEST_F(RecordedSourceTest, PacketsKeepTheSizeThatWasAskedFor)
+TEST_F(RecordedSourceTest, PacketsKeepTheRequestedSize)
 {
     addFile(makeFile(2, "x264enc speed-preset=ultrafast key-int-max=25 bitrate=4000 ! h264parse"), 0, 2);
-    PlaybackSource::Request wanted = request(0, 2);
-    wanted.video.payloadSize = 500;
+    PlaybackSource::Request changed = request(0, 2);
+    changed.video.payloadSize = 500;
     const auto source = makeSource();
-    ASSERT_TRUE(source->open(wanted));
+    ASSERT_TRUE(source->open(changed));
     std::size_t largest = 0;
     for (const PlaybackUnit& frame : readOn(*source).frames)
     {

@@ -24,7 +24,7 @@ protected:
     std::vector<SubMediaInfo> tracks;
 };
 
-TEST_F(RecordingDescriberTest, TellsWhatAPlayerNeeds)
+TEST_F(RecordingDescriberTest, DescribesWhatAPlayerNeeds)
 {
     addSegment(0, 2);
     ASSERT_EQ(describe(0, 100), 0);
@@ -78,7 +78,7 @@ TEST_F(RecordingDescriberTest, TheFirstSegmentThatCanBeReadCounts)
     EXPECT_EQ(describe(0, 100), 0);
 }
 
-TEST_F(RecordingDescriberTest, AudioThatCameLaterIsToldAsSoonAsItIsThere)
+TEST_F(RecordingDescriberTest, LaterAudioIsDescribedAsSoonAsItIsThere)
 {
     const std::string whole = directory_ + "/whole.mkv";
     run("matroskamux name=mux ! filesink location=" + whole +
@@ -98,7 +98,7 @@ TEST_F(RecordingDescriberTest, AudioThatCameLaterIsToldAsSoonAsItIsThere)
     EXPECT_EQ(tracks.size(), 2U);
 }
 
-TEST_F(RecordingDescriberTest, ADamagedParameterSetInTheFirstSegmentDoesNotSpoilTheInterval)
+TEST_F(RecordingDescriberTest, CorruptParameterSetInTheFirstSegmentIsIgnored)
 {
     addSegment(50, 1);
     ASSERT_EQ(describe(50, 51), 0);
@@ -112,7 +112,7 @@ TEST_F(RecordingDescriberTest, ADamagedParameterSetInTheFirstSegmentDoesNotSpoil
                                      {8, "\x01\x02"}})
     {
         const double begin = 100 + 10 * ++checked;
-        damageParameterSet(addSegment(begin, 1).path, from, with);
+        corruptParameterSet(addSegment(begin, 1).path, from, with);
         addSegment(begin + 1, 1);
         addSegment(begin + 2, 1);
         tracks.clear();
@@ -123,9 +123,9 @@ TEST_F(RecordingDescriberTest, ADamagedParameterSetInTheFirstSegmentDoesNotSpoil
     }
 }
 
-TEST_F(RecordingDescriberTest, ADamagedSegmentAloneIsStillDescribed)
+TEST_F(RecordingDescriberTest, OnlySegmentIsDescribedAlsoWhereItIsCorrupt)
 {
-    damageParameterSet(addSegment(0, 1).path, 4, "\xff\xff\xff\xff");
+    corruptParameterSet(addSegment(0, 1).path, 4, "\xff\xff\xff\xff");
     EXPECT_EQ(describe(0, 1), 0);
     EXPECT_FALSE(tracks.empty());
 }

@@ -34,13 +34,13 @@ protected:
         ReverseReader reader = makeReader(from, end, distance);
         std::vector<double> seconds;
         CodedUnit unit;
-        std::uint32_t section = 0;
+        std::uint32_t range = 0;
         while (reader.read(unit) == UnitReader::Result::unit)
         {
             EXPECT_TRUE(unit.video && unit.key);
-            if (reader.section() != section)
+            if (reader.range() != range)
             {
-                section = reader.section();
+                range = reader.range();
                 seconds.push_back(-1);
             }
             seconds.push_back(secondsAt(unit.date));
@@ -50,7 +50,7 @@ protected:
     }
 };
 
-TEST_F(ReverseReaderTest, KeyFramesComeFromTheOneBeforeTheBeginToTheOneAtTheEnd)
+TEST_F(ReverseReaderTest, ReadsKeyFramesFromBeforeTheStartToTheOneAtTheEnd)
 {
     addSegment(10, 4);
     EXPECT_THAT(read(13.5, 11), ElementsAre(13, 12, 11));
@@ -60,7 +60,7 @@ TEST_F(ReverseReaderTest, KeyFramesComeFromTheOneBeforeTheBeginToTheOneAtTheEnd)
     EXPECT_THAT(read(9, 0), ElementsAre());
 }
 
-TEST_F(ReverseReaderTest, SegmentsFollowOneAnotherAndGapsAreToldOf)
+TEST_F(ReverseReaderTest, SegmentsFollowEachOtherAndGapsStartNewRanges)
 {
     addSegment(10, 2);
     addSegment(12, 2);
@@ -106,7 +106,7 @@ TEST_F(ReverseReaderTest, MoreSegmentsThanOneAnswerHoldsAreFound)
     EXPECT_EQ(read(1000, 0).size(), std::size_t{count});
 }
 
-TEST_F(ReverseReaderTest, ASourcePlaysItsFramesInTheOrderOfPlaying)
+TEST_F(ReverseReaderTest, SourceMirrorsTheTimesOfItsFrames)
 {
     addSegment(10, 2);
     addSegment(20, 2);

@@ -50,10 +50,10 @@ protected:
     /// What this process has read from files so far.
     static std::uint64_t bytesRead()
     {
-        std::ifstream told("/proc/self/io");
+        std::ifstream counters("/proc/self/io");
         std::string name;
         std::uint64_t bytes = 0;
-        told >> name >> bytes;
+        counters >> name >> bytes;
         EXPECT_EQ(name, "rchar:");
         return bytes;
     }
@@ -109,7 +109,7 @@ TEST_F(SegmentFileTest, SeekGoesToTheKeyFrameAtOrBefore)
     }
 }
 
-TEST_F(SegmentFileTest, ACutFileIsReadAndSoughtUpToTheCut)
+TEST_F(SegmentFileTest, TruncatedFileIsReadAndSeekableUpToItsEnd)
 {
     const std::string path = makeFile(5);
     cut(path, 0.7);
@@ -123,7 +123,7 @@ TEST_F(SegmentFileTest, ACutFileIsReadAndSoughtUpToTheCut)
     EXPECT_EQ(firstFrame(*file), count.lastFrame / second * second);
 }
 
-TEST_F(SegmentFileTest, AFileThatGrewIsReadOnWithoutReadingItFromTheBegin)
+TEST_F(SegmentFileTest, GrownFileIsReadOnWithoutStartingAgain)
 {
     const std::string whole =
         makeFile(20, "x264enc speed-preset=ultrafast key-int-max=25 bitrate=4000 ! h264parse");
@@ -179,7 +179,7 @@ TEST_F(SegmentFileTest, EveryPrefixOfAFileIsHandled)
     }
 }
 
-TEST_F(SegmentFileTest, DamageInTheMiddleLosesNoMoreThanItself)
+TEST_F(SegmentFileTest, CorruptionInTheMiddleLosesOnlyItself)
 {
     const std::string path = makeFile(5);
     {
@@ -192,7 +192,7 @@ TEST_F(SegmentFileTest, DamageInTheMiddleLosesNoMoreThanItself)
     EXPECT_GT(countRest(*file).frames, 50);
 }
 
-TEST_F(SegmentFileTest, AudioAloneIsSoughtToo)
+TEST_F(SegmentFileTest, AudioOnlyFileIsSeekable)
 {
     const auto file = open(makeFile(5, ""));
     EXPECT_FALSE(file->video());

@@ -154,7 +154,7 @@ TEST_F(FullDiskTest, StreamsOnOneDiskShareItByAge)
     EXPECT_NEAR(recorded(1)[0].first, recorded(2)[0].first, 1.1);
 }
 
-TEST_F(FullDiskTest, DiskThatOthersFilledIsReportedOnceAndRecordedToWhenThereIsRoomAgain)
+TEST_F(FullDiskTest, DiskFilledByOthersIsReportedOnceAndUsedAgainOnceItHasRoom)
 {
     const auto source = std::make_shared<RecordedStreamFake>();
     fillTheRest("others");

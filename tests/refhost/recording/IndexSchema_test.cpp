@@ -18,7 +18,7 @@ protected:
     TemporaryFolder folder_;
 };
 
-TEST_F(IndexSchemaTest, AnIndexOfTheFirstVersionIsBroughtUpToDate)
+TEST_F(IndexSchemaTest, IndexOfTheFirstVersionIsUpgraded)
 {
     const std::string directory = folder_ / "first";
     std::filesystem::create_directory(directory);

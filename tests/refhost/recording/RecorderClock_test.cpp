@@ -105,7 +105,7 @@ TEST_F(RecorderClockTest, AClockThatIsSetForwardStartsARangeWithItsTimeAndLosesN
     EXPECT_EQ(recordings(), (RecordedMedia{{0, 2}, {3602, 3605}}));
 }
 
-TEST_F(RecorderClockTest, ARangeStartsWithTheNextKeyFrameWhichTheSourceIsAskedFor)
+TEST_F(RecorderClockTest, RangeStartsWithTheNextKeyFrameRequestedFromTheSource)
 {
     give(0, 2.4);
     EXPECT_EQ(source_->keyFrameRequests, 0);

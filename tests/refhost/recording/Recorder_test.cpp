@@ -194,7 +194,7 @@ TEST_F(RecorderTest, StopOfTheSourceIsAGapAndTheNewStartHasItsTrueTime)
     EXPECT_EQ(recordings(), (RecordedMedia{{0, 2.4}, {61, 63}}));
 }
 
-TEST_F(RecorderTest, UnwritableDirectoryIsToldOnceAndRecordingGoesOnWhenItCanBeWritten)
+TEST_F(RecorderTest, UnwritableDirectoryIsReportedOnceAndUsedOnceItIsWritable)
 {
     std::ofstream(folder_ / "7") << "in the way";
     CapturedErrors log;
@@ -205,11 +205,11 @@ TEST_F(RecorderTest, UnwritableDirectoryIsToldOnceAndRecordingGoesOnWhenItCanBeW
     std::filesystem::remove(folder_ / "7");
     source_->giveMedia(20, 30);
     stop();
-    const std::vector<std::string> told = log.linesWith("camera 7/2");
-    ASSERT_THAT(told, SizeIs(2));
-    EXPECT_THAT(told[0], HasSubstr("recording stopped: "));
-    EXPECT_THAT(told[0], HasSubstr("/7"));
-    EXPECT_THAT(told[1], HasSubstr("recording goes on"));
+    const std::vector<std::string> lines = log.linesWith("camera 7/2");
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_THAT(lines[0], HasSubstr("recording stopped: "));
+    EXPECT_THAT(lines[0], HasSubstr("/7"));
+    EXPECT_THAT(lines[1], HasSubstr("recording goes on"));
     ASSERT_THAT(recordings(), SizeIs(1));
     EXPECT_LE(recordings()[0].first, 24);
     EXPECT_EQ(recordings()[0].second, 30);
@@ -320,7 +320,7 @@ private:
     rlimit before_{};
 };
 
-TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
+TEST_F(RecorderTest, FullDiskIsReportedOnceAndWrittenMediaStay)
 {
     options_.segmentLength = 3600 * second;
     CapturedErrors log;
@@ -331,7 +331,7 @@ TEST_F(RecorderTest, FullDiskIsToldOnceAndWhatWasWrittenStays)
         const FullDisk full(70000);
         source_->giveMedia(3, 20);
         source_->drain();
-        // Room again: the index catches up with what it could not be told.
+        // Room again: the index catches up with what it missed.
     }
     source_->giveMedia(20, 26);
     stop();

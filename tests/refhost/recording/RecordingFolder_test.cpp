@@ -69,7 +69,7 @@ TEST_F(RecordingFolderTest, FolderIsInUseAsLongAsAServerHasIt)
     EXPECT_TRUE(open()) << error_;
 }
 
-TEST_F(RecordingFolderTest, FileInThePlaceOfAFolderIsTold)
+TEST_F(RecordingFolderTest, FileInPlaceOfAFolderIsReported)
 {
     std::ofstream(folder_ / "kept") << "in the way";
     EXPECT_FALSE(open("kept/deeper"));

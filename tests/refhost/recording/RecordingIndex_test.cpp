@@ -167,7 +167,7 @@ TEST_F(RecordingIndexTest, IntervalTouchesSegmentsByItsBeginAndNotByItsEnd)
     EXPECT_THAT(find(2, 0, 10), IsEmpty());
 }
 
-TEST_F(RecordingIndexTest, SegmentsComeInTheOrderOfTheirBeginWhateverTheOrderOfEntry)
+TEST_F(RecordingIndexTest, SegmentsAreSortedByBeginWhateverTheOrderOfEntry)
 {
     const std::int64_t last = add(1, 0, 20, 10);
     const std::int64_t first = add(1, 0, 0, 10);
@@ -184,7 +184,7 @@ TEST_F(RecordingIndexTest, LowestStreamWithRecordedMediaInTheIntervalIsTaken)
     EXPECT_THAT(find(1, 0, 30), ElementsAre(low));
 }
 
-TEST_F(RecordingIndexTest, LongSegmentIsFoundBehindShorterOnesThatBeganLater)
+TEST_F(RecordingIndexTest, LongSegmentIsFoundBehindShorterLaterOnes)
 {
     const std::int64_t shorter = add(1, 0, 100, 10);
     EXPECT_THAT(find(1, 105, 106), ElementsAre(shorter));
@@ -194,7 +194,7 @@ TEST_F(RecordingIndexTest, LongSegmentIsFoundBehindShorterOnesThatBeganLater)
     EXPECT_THAT(find(1, 3000, 3001), ElementsAre(longer));
 }
 
-TEST_F(RecordingIndexTest, WhatIsRecordedAfterTheClockWasSetBackIsKeptApart)
+TEST_F(RecordingIndexTest, MediaRecordedAfterTheClockWasSetBackGetTheirOwnEpoch)
 {
     for (const double begin : {0, 10, 20, 13, 23})
     {
@@ -244,7 +244,7 @@ TEST_F(RecordingIndexTest, SegmentsAreFoundBehindAPlaceAcrossEpochs)
     EXPECT_THAT(begins, ElementsAre(0, 10, 5, 15));
 }
 
-TEST_F(RecordingIndexTest, FilesThatAreFoundAgainGoWhereThereIsRoom)
+TEST_F(RecordingIndexTest, AdoptedFilesGetTheFirstFreeEpoch)
 {
     for (const double begin : {0, 3, 10, 13})
     {
@@ -253,7 +253,7 @@ TEST_F(RecordingIndexTest, FilesThatAreFoundAgainGoWhereThereIsRoom)
     EXPECT_THAT(recordings(1, 0), ElementsAre(std::make_pair(0.0, 20.0), std::make_pair(3.0, 23.0)));
 }
 
-TEST_F(RecordingIndexTest, StreamOfAnIntervalIsToldWithoutItsSegments)
+TEST_F(RecordingIndexTest, StreamOfAnIntervalIsFoundWithoutItsSegments)
 {
     add(1, 2, 0, 10);
     add(1, 1, 20, 10);
@@ -263,7 +263,7 @@ TEST_F(RecordingIndexTest, StreamOfAnIntervalIsToldWithoutItsSegments)
     EXPECT_EQ(index_->streamOf(2, year2026, year2026 + 30 * second), std::nullopt);
 }
 
-TEST_F(RecordingIndexTest, NoMoreSegmentsAreFoundThanAskedFor)
+TEST_F(RecordingIndexTest, NoMoreSegmentsAreFoundThanRequested)
 {
     add(1, 0, 20, 10);
     const std::int64_t first = add(1, 0, 0, 10);
@@ -382,7 +382,7 @@ TEST_F(RecordingIndexTest, ReadingDoesNotMakeAnIndex)
     EXPECT_FALSE(std::filesystem::exists(folder_ / "none"));
 }
 
-TEST_F(RecordingIndexTest, DirectoryThatCannotBeMadeIsTold)
+TEST_F(RecordingIndexTest, DirectoryThatCannotBeMadeIsReported)
 {
     std::ofstream(folder_ / "file") << "in the way";
     std::string error;
@@ -397,7 +397,7 @@ TEST_F(RecordingIndexTest, ClosedIndexIsOneFile)
     EXPECT_FALSE(std::filesystem::exists(folder_ / "a/b/index.db-wal"));
 }
 
-TEST_F(RecordingIndexTest, FileThatIsNoIndexIsToldAndKeptAside)
+TEST_F(RecordingIndexTest, FileThatIsNoIndexIsReportedAndKept)
 {
     std::filesystem::create_directory(folder_ / "odd");
     std::ofstream(folder_ / "odd/index.db") << std::string(4096, 'x');
@@ -413,7 +413,7 @@ TEST_F(RecordingIndexTest, FileThatIsNoIndexIsToldAndKeptAside)
     EXPECT_EQ(log.linesWith("odd/index.db").size(), 1U);
 }
 
-TEST_F(RecordingIndexTest, DamageInTheMiddleIsFoundAtTheStart)
+TEST_F(RecordingIndexTest, CorruptIndexIsDetectedWhenOpened)
 {
     for (int i = 0; i < 2000; ++i)
     {
@@ -430,10 +430,10 @@ TEST_F(RecordingIndexTest, DamageInTheMiddleIsFoundAtTheStart)
     ASSERT_TRUE(index_);
     EXPECT_TRUE(index_->all().empty());
     EXPECT_TRUE(std::filesystem::exists(folder_ / "a/b/index.db.damaged"));
-    EXPECT_EQ(log.linesWith("damaged").size(), 1U);
+    EXPECT_EQ(log.linesWith("corrupt").size(), 1U);
 }
 
-TEST_F(RecordingIndexTest, EarlierDamagedIndexStaysBesideALaterOne)
+TEST_F(RecordingIndexTest, EarlierCorruptIndexStaysBesideALaterOne)
 {
     for (const char* content : {"first", "second", "third"})
     {

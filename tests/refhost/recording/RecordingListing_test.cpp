@@ -48,7 +48,7 @@ protected:
     int count_ = 0;
 };
 
-TEST_F(RecordingListingTest, EmptyIndexIsTold)
+TEST_F(RecordingListingTest, EmptyIndexIsReported)
 {
     EXPECT_EQ(list(), "nothing is recorded in " + folder_.path() + "\n");
 }
@@ -74,7 +74,7 @@ TEST_F(RecordingListingTest, IntervalsGapsAndUrlsAreListedForEachStream)
               "      rtsp://host:1/orv/playback/2_1767225600_1767229200\n");
 }
 
-TEST_F(RecordingListingTest, WhatIsRecordedAfterTheClockWasSetBackIsListedByItself)
+TEST_F(RecordingListingTest, MediaRecordedAfterTheClockWasSetBackAreListedSeparately)
 {
     add(1, 0, 0, 25040);
     add(1, 0, 10000, 25040);
@@ -96,7 +96,7 @@ TEST_F(RecordingListingTest, NothingGrowsOfWhatACrashLeft)
     EXPECT_THAT(list(false), testing::Not(testing::HasSubstr("growing")));
 }
 
-TEST_F(RecordingListingTest, UrlOfLessThanASecondGoesAroundIt)
+TEST_F(RecordingListingTest, UrlOfLessThanASecondEnclosesIt)
 {
     add(1, 0, 800, 400);
     EXPECT_THAT(list(), testing::HasSubstr("/1_1767225600_1767225602\n"));

@@ -138,7 +138,7 @@ TEST_F(RecordingRepairTest, FilesThatTheIndexDoesNotKnowAreAdopted)
     ASSERT_EQ(segments.size(), 2U);
     EXPECT_TRUE(segments[0].closed);
     EXPECT_EQ(segments[0].cameraId, 1);
-    // A name tells microseconds.
+    // A name has microseconds.
     EXPECT_EQ(segments[0].begin, std::chrono::floor<std::chrono::microseconds>(at(0)));
     EXPECT_EQ(segments[0].duration, 2 * second);
     EXPECT_EQ(segments[1].duration, 3 * second);
@@ -215,7 +215,7 @@ TEST_F(RecordingRepairTest, FilesAreFoundBelowADirectoryWithASlashAtItsEnd)
     EXPECT_FALSE(RecordingRepair::run(*index).hasAny());
 }
 
-TEST_F(RecordingRepairTest, TimestampThatADamageMadeIsNoLength)
+TEST_F(RecordingRepairTest, CorruptTimestampDoesNotCountAsLength)
 {
     const std::string path = makeFile(0, 4, true);
     // The time of the third second's cluster, as the writer puts it: identifier E7, two bytes, 2000.

@@ -253,7 +253,7 @@ TEST_F(RetentionClockTest, AfterAStepForwardASmallShareIsRemovedAtATime)
     EXPECT_LE(removed, 90) << "a day's recordings last for half a day";
 }
 
-TEST_F(RetentionClockTest, AServerThatWasOffForLongRemovesWhatIsTooOldInTheEnd)
+TEST_F(RetentionClockTest, ServerThatWasOffForLongRemovesOldSegmentsSlowly)
 {
     addMany(build + hour, 20);
     int removed = 0;
@@ -266,7 +266,7 @@ TEST_F(RetentionClockTest, AServerThatWasOffForLongRemovesWhatIsTooOldInTheEnd)
     EXPECT_EQ(removed, 20);
 }
 
-TEST_F(RetentionClockTest, AUsualSweepRemovesAllThatIsTooOld)
+TEST_F(RetentionClockTest, UsualSweepRemovesAllOldSegments)
 {
     addMany(build, 100);
     addMany(build + 30 * hour, 1);

@@ -207,7 +207,7 @@ TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMo
     service_->stop();
 }
 
-TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
+TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsReportedOnce)
 {
     pauses_.anyway = soon;
     config_.recording.maxAge = 1;
@@ -231,7 +231,7 @@ TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsToldOnce)
     EXPECT_THAT(log.linesWith("cannot be removed"), SizeIs(1));
 }
 
-TEST_F(RecordingServiceTest, IndexThatWasDamagedIsMadeAgainFromTheFiles)
+TEST_F(RecordingServiceTest, CorruptIndexIsRebuiltFromTheFiles)
 {
     startRecording();
     recorded().giveMedia(0, 2);
@@ -397,7 +397,7 @@ TEST_F(RecordingServiceTest, FolderThatWasReplacedIsRecordedToAgain)
     EXPECT_FALSE(made->all().empty());
 }
 
-TEST_F(RecordingServiceTest, DirectoryThatCannotBeMadeIsToldOnceAndTriedAgain)
+TEST_F(RecordingServiceTest, DirectoryThatCannotBeMadeIsReportedOnceAndRetried)
 {
     std::ofstream(folder_ / "kept") << "in the way";
     CapturedErrors log;

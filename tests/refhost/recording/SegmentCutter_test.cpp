@@ -12,7 +12,7 @@ namespace
 {
 
 // What a cutter made, in seconds.
-struct Piece
+struct Segment
 {
     double begin = 0;
     double duration = -1;
@@ -28,23 +28,23 @@ protected:
     {
         EXPECT_FALSE(open_);
         open_ = true;
-        pieces_.emplace_back();
-        pieces_.back().begin = seconds(begin - capturedAt(0));
-        pieces_.back().tracks = tracks;
+        segments_.emplace_back();
+        segments_.back().begin = seconds(begin - capturedAt(0));
+        segments_.back().tracks = tracks;
     }
     void writeUnit(std::size_t track, const EncodedUnitPtr& unit) override
     {
         ASSERT_TRUE(open_);
-        ASSERT_LT(track, pieces_.back().tracks.size());
-        EXPECT_EQ(*pieces_.back().tracks[track], *unit->format);
-        (isVideo(unit->format->codec) ? pieces_.back().frames : pieces_.back().audioBlocks)
+        ASSERT_LT(track, segments_.back().tracks.size());
+        EXPECT_EQ(*segments_.back().tracks[track], *unit->format);
+        (isVideo(unit->format->codec) ? segments_.back().frames : segments_.back().audioBlocks)
             .push_back(seconds(unit->captureTime - capturedAt(0)));
     }
     void endSegment(Duration duration) override
     {
         EXPECT_TRUE(open_);
         open_ = false;
-        pieces_.back().duration = seconds(duration);
+        segments_.back().duration = seconds(duration);
     }
 
     static double seconds(Duration span)
@@ -78,33 +78,33 @@ protected:
     SegmentCutter::Expected expected_;
     SegmentCutter cutter_{4 * second, [this] { return expected_; }, *this};
     bool open_ = false;
-    std::vector<Piece> pieces_;
+    std::vector<Segment> segments_;
 };
 
-TEST_F(SegmentCutterTest, SegmentsBeginWithKeyFramesAndFollowWithoutAGap)
+TEST_F(SegmentCutterTest, SegmentsStartWithKeyFramesAndFollowWithoutAGap)
 {
     run(0, 13);
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 4U);
-    EXPECT_EQ(pieces_[0].begin, 0);
-    EXPECT_EQ(pieces_[0].duration, 4);
-    EXPECT_EQ(pieces_[1].begin, 4);
-    EXPECT_EQ(pieces_[2].begin, 8);
-    EXPECT_EQ(pieces_[3].begin, 12);
-    EXPECT_EQ(pieces_[3].duration, 1);
+    ASSERT_EQ(segments_.size(), 4U);
+    EXPECT_EQ(segments_[0].begin, 0);
+    EXPECT_EQ(segments_[0].duration, 4);
+    EXPECT_EQ(segments_[1].begin, 4);
+    EXPECT_EQ(segments_[2].begin, 8);
+    EXPECT_EQ(segments_[3].begin, 12);
+    EXPECT_EQ(segments_[3].duration, 1);
     for (std::size_t i = 0; i < 3; ++i)
     {
-        EXPECT_EQ(pieces_[i].frames.size(), 100U) << i;
-        EXPECT_EQ(pieces_[i].frames.front(), pieces_[i].begin) << i;
+        EXPECT_EQ(segments_[i].frames.size(), 100U) << i;
+        EXPECT_EQ(segments_[i].frames.front(), segments_[i].begin) << i;
     }
-    EXPECT_EQ(pieces_[3].frames.size(), 25U);
+    EXPECT_EQ(segments_[3].frames.size(), 25U);
 }
 
 TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegment)
 {
     for (const bool withAudio : {false, true})
     {
-        pieces_.clear();
+        segments_.clear();
         expected_.audio = withAudio;
         const auto giveAudio = [&](int begin, int end)
         {
@@ -130,13 +130,13 @@ TEST_F(SegmentCutterTest, FramesThatLeadAKeyFrameStayWithItWhereTheyFollowASegme
         giveAudio(202, 230);
         cutter_.take(frame(4.04, false));
         cutter_.interrupt();
-        ASSERT_EQ(pieces_.size(), 2U);
-        EXPECT_EQ(pieces_[0].begin, 0);
-        EXPECT_EQ(pieces_[0].duration, 3.92);
-        EXPECT_EQ(pieces_[0].frames.size(), 98U);
-        EXPECT_EQ(pieces_[1].begin, 3.92);
-        EXPECT_EQ(pieces_[1].frames, (std::vector<double>{4, 3.92, 3.96, 4.04}));
-        EXPECT_EQ(pieces_[0].audioBlocks.size() + pieces_[1].audioBlocks.size(), withAudio ? 230U : 0U);
+        ASSERT_EQ(segments_.size(), 2U);
+        EXPECT_EQ(segments_[0].begin, 0);
+        EXPECT_EQ(segments_[0].duration, 3.92);
+        EXPECT_EQ(segments_[0].frames.size(), 98U);
+        EXPECT_EQ(segments_[1].begin, 3.92);
+        EXPECT_EQ(segments_[1].frames, (std::vector<double>{4, 3.92, 3.96, 4.04}));
+        EXPECT_EQ(segments_[0].audioBlocks.size() + segments_[1].audioBlocks.size(), withAudio ? 230U : 0U);
     }
 }
 
@@ -144,23 +144,23 @@ TEST_F(SegmentCutterTest, LateAudioGoesWhereItsTimeIs)
 {
     run(0, 9, 0.3);
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 3U);
-    EXPECT_EQ(pieces_[0].audioBlocks.size(), 200U);
-    EXPECT_EQ(pieces_[0].audioBlocks.back(), 3.98);
-    EXPECT_EQ(pieces_[1].audioBlocks.size(), 200U);
-    EXPECT_EQ(pieces_[1].audioBlocks.front(), 4);
+    ASSERT_EQ(segments_.size(), 3U);
+    EXPECT_EQ(segments_[0].audioBlocks.size(), 200U);
+    EXPECT_EQ(segments_[0].audioBlocks.back(), 3.98);
+    EXPECT_EQ(segments_[1].audioBlocks.size(), 200U);
+    EXPECT_EQ(segments_[1].audioBlocks.front(), 4);
 }
 
 TEST_F(SegmentCutterTest, AudioThatIsAheadGoesWhereItsTimeIs)
 {
     run(0, 9, -0.3);
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 3U);
-    EXPECT_EQ(pieces_[0].audioBlocks.front(), 0.3);
-    EXPECT_EQ(pieces_[0].audioBlocks.back(), 3.98);
-    EXPECT_EQ(pieces_[1].audioBlocks.size(), 200U);
-    EXPECT_EQ(pieces_[1].audioBlocks.front(), 4);
-    EXPECT_EQ(pieces_[2].audioBlocks.front(), 8);
+    ASSERT_EQ(segments_.size(), 3U);
+    EXPECT_EQ(segments_[0].audioBlocks.front(), 0.3);
+    EXPECT_EQ(segments_[0].audioBlocks.back(), 3.98);
+    EXPECT_EQ(segments_[1].audioBlocks.size(), 200U);
+    EXPECT_EQ(segments_[1].audioBlocks.front(), 4);
+    EXPECT_EQ(segments_[2].audioBlocks.front(), 8);
 }
 
 TEST_F(SegmentCutterTest, AudioGoesOnWhereFramesStayAway)
@@ -170,28 +170,28 @@ TEST_F(SegmentCutterTest, AudioGoesOnWhereFramesStayAway)
     {
         cutter_.take(block(1 + i / 50.0));
     }
-    EXPECT_GE(pieces_.back().audioBlocks.size(), 45U + 98U);
+    EXPECT_GE(segments_.back().audioBlocks.size(), 45U + 98U);
     cutter_.interrupt();
-    EXPECT_EQ(pieces_.back().audioBlocks.size(), 45U + 150U);
+    EXPECT_EQ(segments_.back().audioBlocks.size(), 45U + 150U);
 }
 
 TEST_F(SegmentCutterTest, RecordingStartsWithTheFirstKeyFrameAndNothingFromBefore)
 {
     run(0.2, 2);
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 1U);
-    EXPECT_EQ(pieces_[0].begin, 1);
-    EXPECT_EQ(pieces_[0].duration, 1);
-    EXPECT_EQ(pieces_[0].tracks.size(), 2U);
-    EXPECT_EQ(pieces_[0].audioBlocks.front(), 1);
+    ASSERT_EQ(segments_.size(), 1U);
+    EXPECT_EQ(segments_[0].begin, 1);
+    EXPECT_EQ(segments_[0].duration, 1);
+    EXPECT_EQ(segments_[0].tracks.size(), 2U);
+    EXPECT_EQ(segments_[0].audioBlocks.front(), 1);
 }
 
 TEST_F(SegmentCutterTest, SegmentWithoutExpectedAudioStartsAtOnce)
 {
     expected_.audio = false;
     cutter_.take(frame(0, true));
-    ASSERT_EQ(pieces_.size(), 1U);
-    EXPECT_EQ(pieces_[0].tracks.size(), 1U);
+    ASSERT_EQ(segments_.size(), 1U);
+    EXPECT_EQ(segments_[0].tracks.size(), 1U);
 }
 
 TEST_F(SegmentCutterTest, AudioThatDoesNotComeHoldsFramesUpForASecondAtMost)
@@ -200,10 +200,10 @@ TEST_F(SegmentCutterTest, AudioThatDoesNotComeHoldsFramesUpForASecondAtMost)
     {
         cutter_.take(frame(i / 25.0, i == 0));
     }
-    EXPECT_TRUE(pieces_.empty());
+    EXPECT_TRUE(segments_.empty());
     cutter_.take(frame(1, true));
-    ASSERT_EQ(pieces_.size(), 1U);
-    EXPECT_EQ(pieces_[0].frames.size(), 26U);
+    ASSERT_EQ(segments_.size(), 1U);
+    EXPECT_EQ(segments_[0].frames.size(), 26U);
 }
 
 TEST_F(SegmentCutterTest, AudioThatComesLaterIsTakenInFromTheNextKeyFrameOn)
@@ -215,11 +215,11 @@ TEST_F(SegmentCutterTest, AudioThatComesLaterIsTakenInFromTheNextKeyFrameOn)
     cutter_.take(block(2.4));
     cutter_.take(frame(3, true));
     cutter_.take(block(3));
-    ASSERT_EQ(pieces_.size(), 2U);
-    EXPECT_EQ(pieces_[0].tracks.size(), 1U);
-    EXPECT_EQ(pieces_[0].duration, 3);
-    EXPECT_EQ(pieces_[1].tracks.size(), 2U);
-    EXPECT_EQ(pieces_[1].begin, 3);
+    ASSERT_EQ(segments_.size(), 2U);
+    EXPECT_EQ(segments_[0].tracks.size(), 1U);
+    EXPECT_EQ(segments_[0].duration, 3);
+    EXPECT_EQ(segments_[1].tracks.size(), 2U);
+    EXPECT_EQ(segments_[1].begin, 3);
 }
 
 TEST_F(SegmentCutterTest, ChangedFormatStartsASegment)
@@ -228,9 +228,9 @@ TEST_F(SegmentCutterTest, ChangedFormatStartsASegment)
     video = videoFormat(640);
     run(2, 3);
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 2U);
-    EXPECT_EQ(pieces_[1].begin, 2);
-    EXPECT_EQ(pieces_[1].tracks[0]->width, 640);
+    ASSERT_EQ(segments_.size(), 2U);
+    EXPECT_EQ(segments_[1].begin, 2);
+    EXPECT_EQ(segments_[1].tracks[0]->width, 640);
 }
 
 TEST_F(SegmentCutterTest, EqualFormatOfANewStartOfTheSourceIsNoChange)
@@ -238,7 +238,7 @@ TEST_F(SegmentCutterTest, EqualFormatOfANewStartOfTheSourceIsNoChange)
     run(0, 1.5);
     video = videoFormat();
     run(1.52, 3);
-    EXPECT_EQ(pieces_.size(), 1U);
+    EXPECT_EQ(segments_.size(), 1U);
 }
 
 TEST_F(SegmentCutterTest, InterruptionLeavesAGapUntilTheNextKeyFrame)
@@ -247,37 +247,37 @@ TEST_F(SegmentCutterTest, InterruptionLeavesAGapUntilTheNextKeyFrame)
     cutter_.interrupt();
     run(3.4, 5);
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 2U);
-    EXPECT_EQ(pieces_[0].duration, 2.2);
-    EXPECT_EQ(pieces_[1].begin, 4);
+    ASSERT_EQ(segments_.size(), 2U);
+    EXPECT_EQ(segments_[0].duration, 2.2);
+    EXPECT_EQ(segments_[1].begin, 4);
 }
 
 TEST_F(SegmentCutterTest, InterruptionWritesWhatWasHeldBack)
 {
     run(0, 4.2, 0.5);
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 2U);
-    EXPECT_EQ(pieces_[0].duration, 4);
-    EXPECT_EQ(pieces_[1].begin, 4);
-    EXPECT_EQ(pieces_[1].duration, 0.2);
-    EXPECT_EQ(pieces_[1].frames.size(), 5U);
+    ASSERT_EQ(segments_.size(), 2U);
+    EXPECT_EQ(segments_[0].duration, 4);
+    EXPECT_EQ(segments_[1].begin, 4);
+    EXPECT_EQ(segments_[1].duration, 0.2);
+    EXPECT_EQ(segments_[1].frames.size(), 5U);
 }
 
 TEST_F(SegmentCutterTest, JumpOfTheCaptureTimesIsAGap)
 {
     for (const double jump : {10.0, -5.0})
     {
-        pieces_.clear();
+        segments_.clear();
         run(20, 21.6);
         run(21.6 + jump, 24 + jump);
         cutter_.interrupt();
-        ASSERT_EQ(pieces_.size(), 2U);
-        EXPECT_EQ(pieces_[0].duration, 1.6);
-        EXPECT_EQ(pieces_[1].begin, 22 + jump);
+        ASSERT_EQ(segments_.size(), 2U);
+        EXPECT_EQ(segments_[0].duration, 1.6);
+        EXPECT_EQ(segments_[1].begin, 22 + jump);
     }
 }
 
-TEST_F(SegmentCutterTest, FramesShownInAnotherOrderAreNoJump)
+TEST_F(SegmentCutterTest, ReorderedFramesAreNoJump)
 {
     expected_.audio = false;
     cutter_.take(frame(0, true));
@@ -285,9 +285,9 @@ TEST_F(SegmentCutterTest, FramesShownInAnotherOrderAreNoJump)
     cutter_.take(frame(0.04, false));
     cutter_.take(frame(0.08, false));
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 1U);
-    EXPECT_EQ(pieces_[0].frames.size(), 4U);
-    EXPECT_EQ(pieces_[0].duration, 0.16);
+    ASSERT_EQ(segments_.size(), 1U);
+    EXPECT_EQ(segments_[0].frames.size(), 4U);
+    EXPECT_EQ(segments_[0].duration, 0.16);
 }
 
 TEST_F(SegmentCutterTest, AudioAloneMakesSegmentsWhereThereIsNoVideo)
@@ -295,14 +295,14 @@ TEST_F(SegmentCutterTest, AudioAloneMakesSegmentsWhereThereIsNoVideo)
     expected_.video = false;
     run(0, 9, 0);
     cutter_.interrupt();
-    ASSERT_EQ(pieces_.size(), 3U);
-    EXPECT_EQ(pieces_[0].tracks.size(), 1U);
-    EXPECT_LE(pieces_[1].begin, 4);
-    EXPECT_GT(pieces_[1].begin, 3.7);
+    ASSERT_EQ(segments_.size(), 3U);
+    EXPECT_EQ(segments_[0].tracks.size(), 1U);
+    EXPECT_LE(segments_[1].begin, 4);
+    EXPECT_GT(segments_[1].begin, 3.7);
     std::size_t audioBlocks = 0;
-    for (const Piece& piece : pieces_)
+    for (const Segment& segment : segments_)
     {
-        audioBlocks += piece.audioBlocks.size();
+        audioBlocks += segment.audioBlocks.size();
     }
     EXPECT_EQ(audioBlocks, 450U);
 }
@@ -311,7 +311,7 @@ TEST_F(SegmentCutterTest, AudioBeforeTheFirstFrameIsNotTakenForAStreamWithoutVid
 {
     cutter_.take(block(0));
     cutter_.take(block(3));
-    EXPECT_TRUE(pieces_.empty());
+    EXPECT_TRUE(segments_.empty());
 }
 
 TEST_F(SegmentCutterTest, TimesThatStandStillDoNotFillTheMemory)
@@ -320,8 +320,8 @@ TEST_F(SegmentCutterTest, TimesThatStandStillDoNotFillTheMemory)
     {
         cutter_.take(frame(0, i == 0));
     }
-    ASSERT_EQ(pieces_.size(), 1U);
-    EXPECT_EQ(pieces_[0].frames.size(), 2000U);
+    ASSERT_EQ(segments_.size(), 1U);
+    EXPECT_EQ(segments_[0].frames.size(), 2000U);
 }
 
 TEST_F(SegmentCutterTest, LargeFramesAreNotHeldBackWithoutBound)
@@ -330,11 +330,11 @@ TEST_F(SegmentCutterTest, LargeFramesAreNotHeldBackWithoutBound)
     constexpr int frames = SegmentCutter::maxHeldBytes / frameBytes;
     for (int i = 0; i < frames; ++i)
     {
-        EXPECT_TRUE(pieces_.empty());
+        EXPECT_TRUE(segments_.empty());
         cutter_.take(frame(i / 1000.0, i == 0, frameBytes));
     }
-    ASSERT_EQ(pieces_.size(), 1U) << "it does not wait for the audio any longer";
-    EXPECT_EQ(pieces_[0].frames.size(), static_cast<std::size_t>(frames));
+    ASSERT_EQ(segments_.size(), 1U) << "it does not wait for the audio any longer";
+    EXPECT_EQ(segments_[0].frames.size(), static_cast<std::size_t>(frames));
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ TEST_F(SegmentLedgerTest, SegmentIsEnteredAndItsNewestStateReplacesTheOneBefore)
     EXPECT_FALSE(ledger_.isOpen(done.path));
 }
 
-TEST_F(SegmentLedgerTest, SegmentsAreEnteredWithoutBeingAsked)
+TEST_F(SegmentLedgerTest, SegmentsAreEnteredWithoutFlush)
 {
     open();
     ledger_.setIndex(index_);
@@ -105,7 +105,7 @@ TEST_F(SegmentLedgerTest, WhatComesBeforeTheIndexIsEnteredWhenItIsThere)
     EXPECT_THAT(index_->all(), SizeIs(2));
 }
 
-TEST_F(SegmentLedgerTest, LockedIndexLosesNothingAndHoldsNobodyUp)
+TEST_F(SegmentLedgerTest, LockedIndexLosesNothingAndBlocksNobody)
 {
     open();
     ledger_.setIndex(index_);

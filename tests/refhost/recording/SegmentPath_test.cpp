@@ -17,7 +17,7 @@ class SegmentPathTest : public testing::TestWithParam<Moment>
 {
 };
 
-TEST_P(SegmentPathTest, TellsWhatBeganWhen)
+TEST_P(SegmentPathTest, NamesCameraStreamAndBegin)
 {
     SegmentPath path;
     path.cameraId = 7;
@@ -44,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Moment{"7/1/20400229T235959.999999Z.mkv",
                            wallTimeOfUnix(2214172799) + std::chrono::microseconds(999999)}));
 
-TEST(SegmentPathParseTest, OtherFilesAreSomebodyElses)
+TEST(SegmentPathParseTest, OtherNamesAreRefused)
 {
     for (const char* path :
          {"", "index.db", "7/1/x.mkv", "1/20261121T161549.000000Z.mkv", "7/1/20261121T161561.000000Z.mkv",

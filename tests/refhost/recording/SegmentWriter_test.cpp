@@ -113,7 +113,7 @@ TEST_F(SegmentWriterTest, EachCodecOfAudioAndH265IsTaken)
     }
 }
 
-TEST_F(SegmentWriterTest, FramesShownInAnotherOrderKeepTheirTimes)
+TEST_F(SegmentWriterTest, ReorderedFramesKeepTheirTimes)
 {
     const auto writer = create();
     int i = 0;
@@ -128,7 +128,7 @@ TEST_F(SegmentWriterTest, FramesShownInAnotherOrderKeepTheirTimes)
     EXPECT_NEAR(duration(), 0.28, 0.1);
 }
 
-TEST_F(SegmentWriterTest, DecodingTimesThatMakeNoSenseAreTaken)
+TEST_F(SegmentWriterTest, InvalidDecodeTimesAreAccepted)
 {
     const auto writer = create();
     auto unit = std::make_shared<EncodedUnit>(*frame(0, true));
@@ -183,7 +183,7 @@ TEST_F(SegmentWriterTest, OthersThanUserAndGroupCannotReadIt)
     EXPECT_EQ(status.st_mode & S_IRWXO, 0U);
 }
 
-TEST_F(SegmentWriterTest, FullDiskIsToldAndWhatWasFlushedStays)
+TEST_F(SegmentWriterTest, FullDiskIsReportedAndFlushedMediaStay)
 {
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit{};
