@@ -20,11 +20,6 @@ constexpr std::uint16_t maxStep = 3000;
 /// Of media times from what the timestamps say, where the camera's clock goes on.
 constexpr Duration maxDeviation = std::chrono::milliseconds(1);
 
-std::int64_t nanosecondsOf(MonotonicTime time)
-{
-    return time.time_since_epoch().count();
-}
-
 }  // namespace
 
 std::unique_ptr<IngestTrack> IngestTrack::make(Codec codec, const PayloadDescription& description,
@@ -47,7 +42,7 @@ IngestTrack::IngestTrack(Codec codec, const PayloadDescription& description, int
       epoch_(epoch),
       mediaTap_(std::move(mediaTap)),
       sourceClock_(rtpClock_, isVideo(codec)),
-      statistics_(description.clockRate)
+      statistics_(rtpClock_)
 {
 }
 
@@ -91,7 +86,7 @@ std::uint32_t IngestTrack::countLost(const RtpPacketView& packet, MonotonicTime 
 {
     const auto step = static_cast<std::uint16_t>(packet.sequence - sequence_);
     restarted = !started_ || packet.ssrc != ssrc_ || step > maxStep;
-    statistics_.count(packet.sequence, packet.timestamp, nanosecondsOf(arrival));
+    statistics_.count(packet.sequence, packet.timestamp, arrival);
     started_ = true;
     ssrc_ = packet.ssrc;
     sequence_ = packet.sequence;
@@ -215,7 +210,7 @@ IngestTrack::Report IngestTrack::onReport(const std::uint8_t* data, std::size_t 
     Report result;
     const auto take = [&](const SenderReports::Report& report)
     {
-        statistics_.noteSenderReport(report.sent.compact(), nanosecondsOf(arrival));
+        statistics_.noteSenderReport(report.sent.compact(), arrival);
         if (clock_ == Clock::server)
         {
             return;
@@ -236,7 +231,7 @@ IngestTrack::Report IngestTrack::onReport(const std::uint8_t* data, std::size_t 
 
 std::optional<ReceptionReport> IngestTrack::receptionReport(MonotonicTime now)
 {
-    return statistics_.any() ? std::optional(statistics_.report(nanosecondsOf(now))) : std::nullopt;
+    return statistics_.any() ? std::optional(statistics_.report(now)) : std::nullopt;
 }
 
 }  // namespace refhost

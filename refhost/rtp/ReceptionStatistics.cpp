@@ -12,20 +12,11 @@ constexpr std::uint32_t noneOutOfSequence = cycle;
 // As RFC 3550, appendix A.1, has them.
 constexpr std::uint16_t maxDropped = 3000;
 constexpr std::uint16_t maxMisordered = 100;
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-
-/// An instant in ticks of a clock. Only differences of two such matter, so the high bits may be lost.
-std::uint32_t ticksAt(std::int64_t ns, int rate)
-{
-    const std::int64_t seconds = ns / nsPerSecond;
-    const std::int64_t rest = ns % nsPerSecond;
-    return static_cast<std::uint32_t>(seconds * rate + rest * rate / nsPerSecond);
-}
 
 }  // namespace
 
-ReceptionStatistics::ReceptionStatistics(int clockRate)
-    : clockRate_(clockRate), outOfSequenceNext_(noneOutOfSequence)
+ReceptionStatistics::ReceptionStatistics(RtpClock clock)
+    : clock_(clock), outOfSequenceNext_(noneOutOfSequence)
 {
 }
 
@@ -44,14 +35,14 @@ void ReceptionStatistics::begin(std::uint16_t sequence)
 }
 
 ReceptionStatistics::Arrival ReceptionStatistics::count(std::uint16_t sequence, std::uint32_t timestamp,
-                                                        std::int64_t arrivalNs)
+                                                        MonotonicTime arrival)
 {
-    Arrival arrival{Verdict::counted, 0};
+    Arrival counted{Verdict::counted, 0};
     const auto ahead = static_cast<std::uint16_t>(sequence - highest_);
     if (!began_)
     {
         begin(sequence);
-        arrival.verdict = Verdict::begun;
+        counted.verdict = Verdict::begun;
     }
     else if (ahead < maxDropped)
     {
@@ -66,18 +57,18 @@ ReceptionStatistics::Arrival ReceptionStatistics::count(std::uint16_t sequence, 
             return {Verdict::outOfSequence, 0};
         }
         begin(sequence);
-        arrival.verdict = Verdict::begun;
+        counted.verdict = Verdict::begun;
     }
     // Otherwise it comes late or a second time, which counts as come all the same.
     ++received_;
-    measure(timestamp, arrivalNs);
-    arrival.sequence = cycles_ + sequence - (sequence > highest_ ? cycle : 0);
-    return arrival;
+    measure(timestamp, arrival);
+    counted.sequence = cycles_ + sequence - (sequence > highest_ ? cycle : 0);
+    return counted;
 }
 
-void ReceptionStatistics::measure(std::uint32_t timestamp, std::int64_t arrivalNs)
+void ReceptionStatistics::measure(std::uint32_t timestamp, MonotonicTime arrival)
 {
-    const std::uint32_t transit = ticksAt(arrivalNs, clockRate_) - timestamp;
+    const std::uint32_t transit = clock_.timestampAt(arrival) - timestamp;
     if (measured_)
     {
         const auto change = static_cast<std::int32_t>(transit - transit_);
@@ -89,10 +80,10 @@ void ReceptionStatistics::measure(std::uint32_t timestamp, std::int64_t arrivalN
     transit_ = transit;
 }
 
-void ReceptionStatistics::noteSenderReport(std::uint32_t compactNtp, std::int64_t arrivalNs)
+void ReceptionStatistics::noteSenderReport(std::uint32_t compactNtp, MonotonicTime arrival)
 {
     lastReport_ = compactNtp;
-    lastReportNs_ = arrivalNs;
+    lastReportArrival_ = arrival;
 }
 
 std::uint32_t ReceptionStatistics::highest() const
@@ -111,7 +102,7 @@ std::int32_t ReceptionStatistics::lost() const
     return std::clamp(static_cast<std::int32_t>(expected() - received_), -max - 1, max);
 }
 
-ReceptionReport ReceptionStatistics::report(std::int64_t nowNs)
+ReceptionReport ReceptionStatistics::report(MonotonicTime now)
 {
     const std::uint32_t expectedNow = expected() - expectedBefore_;
     const std::uint32_t receivedNow = received_ - receivedBefore_;
@@ -129,7 +120,7 @@ ReceptionReport ReceptionStatistics::report(std::int64_t nowNs)
     report.lastReport = lastReport_;
     if (lastReport_ != 0)
     {
-        report.delaySinceReport = ticksAt(nowNs - lastReportNs_, 1 << 16);
+        report.delaySinceReport = compactNtpOf(now - lastReportArrival_);
     }
     return report;
 }

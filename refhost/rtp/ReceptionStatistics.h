@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "refhost/base/Times.h"
 #include "refhost/rtp/RtcpReader.h"
 
 namespace refhost
@@ -30,16 +31,15 @@ public:
         std::uint32_t sequence;  ///< extended by the number of cycles; not set for `outOfSequence`
     };
 
-    /// \param clockRate  ticks of the RTP clock a second, more than 0
-    explicit ReceptionStatistics(int clockRate);
+    /// \param clock  of the source's RTP timestamps
+    explicit ReceptionStatistics(RtpClock clock);
 
     /// Counts a packet.
-    /// \param arrivalNs  monotonic clock, nanoseconds
-    Arrival count(std::uint16_t sequence, std::uint32_t timestamp, std::int64_t arrivalNs);
+    Arrival count(std::uint16_t sequence, std::uint32_t timestamp, MonotonicTime arrival);
 
     /// Notes a sender report of the source.
     /// \param compactNtp  the middle 32 bits of its NTP time
-    void noteSenderReport(std::uint32_t compactNtp, std::int64_t arrivalNs);
+    void noteSenderReport(std::uint32_t compactNtp, MonotonicTime arrival);
 
     /// True when a packet was counted.
     bool any() const
@@ -48,18 +48,18 @@ public:
     }
 
     /// What the next report says. The fraction lost is that since the call before.
-    ReceptionReport report(std::int64_t nowNs);
+    ReceptionReport report(MonotonicTime now);
 
     /// Packets that were expected and did not come, as the report has it.
     std::int32_t lost() const;
 
 private:
     void begin(std::uint16_t sequence);
-    void measure(std::uint32_t timestamp, std::int64_t arrivalNs);
+    void measure(std::uint32_t timestamp, MonotonicTime arrival);
     std::uint32_t highest() const;
     std::uint32_t expected() const;
 
-    int clockRate_;
+    RtpClock clock_;
     bool began_ = false;
     std::uint32_t base_ = 0;
     std::uint32_t cycles_ = 0;  // counted in packets: 65536 for each
@@ -73,7 +73,7 @@ private:
     std::uint32_t transit_ = 0;
     std::uint32_t jitter_ = 0;  // in 1/16 tick
     std::uint32_t lastReport_ = 0;
-    std::int64_t lastReportNs_ = 0;
+    MonotonicTime lastReportArrival_;
 };
 
 }  // namespace refhost

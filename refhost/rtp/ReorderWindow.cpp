@@ -12,7 +12,7 @@ constexpr std::size_t maxHeld = 8;
 
 }  // namespace
 
-ReorderWindow::ReorderWindow(std::int64_t waitNs) : waitNs_(waitNs) {}
+ReorderWindow::ReorderWindow(Duration maxWait) : maxWait_(maxWait) {}
 
 void ReorderWindow::reset()
 {
@@ -34,7 +34,7 @@ ReorderWindow::Added ReorderWindow::add(Packet&& packet)
     return held_.try_emplace(packet.sequence, std::move(packet)).second ? Added::taken : Added::duplicate;
 }
 
-ReorderWindow::Next ReorderWindow::take(std::int64_t nowNs, Packet& out, std::uint32_t& lost)
+ReorderWindow::Next ReorderWindow::take(MonotonicTime now, Packet& out, std::uint32_t& lost)
 {
     if (held_.empty())
     {
@@ -42,7 +42,7 @@ ReorderWindow::Next ReorderWindow::take(std::int64_t nowNs, Packet& out, std::ui
     }
     const auto first = held_.begin();
     lost = first->first - expected_;
-    if (lost != 0 && held_.size() < maxHeld && nowNs - first->second.arrivalNs < waitNs_)
+    if (lost != 0 && held_.size() < maxHeld && now - first->second.arrival < maxWait_)
     {
         return Next::waiting;
     }

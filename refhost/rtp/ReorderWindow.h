@@ -5,6 +5,8 @@
 #include <map>
 #include <vector>
 
+#include "refhost/base/Times.h"
+
 namespace refhost
 {
 
@@ -20,7 +22,7 @@ public:
         std::uint32_t sequence = 0;  ///< extended
         std::uint32_t timestamp = 0;
         bool marker = false;
-        std::int64_t arrivalNs = 0;
+        MonotonicTime arrival;
         std::vector<std::uint8_t> payload;
     };
 
@@ -38,8 +40,8 @@ public:
         packet
     };
 
-    /// \param waitNs  how long a missing packet is waited for
-    explicit ReorderWindow(std::int64_t waitNs);
+    /// \param maxWait  how long a missing packet is waited for
+    explicit ReorderWindow(Duration maxWait);
 
     /// Forgets everything; the next packet is the first one.
     void reset();
@@ -47,12 +49,11 @@ public:
     Added add(Packet&& packet);
 
     /// Takes what comes next.
-    /// \param nowNs      clock of Packet::arrivalNs
     /// \param[out] lost  how many packets before it were given up
-    Next take(std::int64_t nowNs, Packet& out, std::uint32_t& lost);
+    Next take(MonotonicTime now, Packet& out, std::uint32_t& lost);
 
 private:
-    const std::int64_t waitNs_;
+    const Duration maxWait_;
     bool began_ = false;
     std::uint32_t expected_ = 0;
     std::map<std::uint32_t, Packet> held_;

@@ -8,21 +8,23 @@ namespace refhost
 namespace
 {
 
-constexpr int pastMs = 45;
-/// A voice repeats itself after this long: 66 to 400 Hz.
-constexpr int maxPeriodMs = 15;
-constexpr double shortestPeriodMs = 2.5;
-constexpr int comparedMs = 20;
-constexpr int fullMs = 10;
-constexpr int fadedMs = 60;
-constexpr int blendMs = 4;
+using std::chrono::milliseconds;
+
+/// How much of what was played is kept.
+constexpr milliseconds keptPast(45);
+/// The pitch of a voice is between 66 and 400 Hz.
+constexpr milliseconds maxPeriod(15);
+constexpr int maxPitch = 400;  // Hz
+/// How much is compared to find the period.
+constexpr milliseconds compared(20);
+/// Made-up audio has full volume for this long ...
+constexpr milliseconds fullVolume(10);
+/// ... and is silent after this long.
+constexpr milliseconds fadedOut(60);
+/// Over how much the audio behind a gap is blended in.
+constexpr milliseconds blend(4);
 
 }  // namespace
-
-std::size_t LossConcealer::framesOf(int ms) const
-{
-    return static_cast<std::size_t>(format_.sampleRate) * static_cast<std::size_t>(ms) / 1000;
-}
 
 void LossConcealer::reset()
 {
@@ -50,7 +52,7 @@ void LossConcealer::heard(const PcmFormat& format, std::vector<std::int16_t>& sa
     const auto channels = static_cast<std::size_t>(format_.channels);
     if (period_ != 0)
     {
-        const std::size_t blended = std::min(framesOf(blendMs), samples.size() / channels);
+        const std::size_t blended = std::min(format_.frames(blend), samples.size() / channels);
         for (std::size_t i = 0; i < blended; ++i, ++made_)
         {
             const double part = static_cast<double>(i + 1) / static_cast<double>(blended + 1);
@@ -64,7 +66,7 @@ void LossConcealer::heard(const PcmFormat& format, std::vector<std::int16_t>& sa
         made_ = 0;
     }
     past_.insert(past_.end(), samples.begin(), samples.end());
-    const std::size_t kept = framesOf(pastMs) * channels;
+    const std::size_t kept = format_.frames(keptPast) * channels;
     if (past_.size() > kept)
     {
         past_.erase(past_.begin(), past_.end() - static_cast<std::ptrdiff_t>(kept));
@@ -76,10 +78,10 @@ std::size_t LossConcealer::period() const
 {
     const auto channels = static_cast<std::size_t>(format_.channels);
     const std::size_t frames = past_.size() / channels;
-    const std::size_t compared = framesOf(comparedMs);
-    const std::size_t longest = framesOf(maxPeriodMs);
-    const auto shortest = static_cast<std::size_t>(shortestPeriodMs * format_.sampleRate / 1000);
-    if (frames < compared + longest || shortest == 0)
+    const std::size_t window = format_.frames(compared);
+    const std::size_t longest = format_.frames(maxPeriod);
+    const auto shortest = static_cast<std::size_t>(format_.sampleRate / maxPitch);
+    if (frames < window + longest || shortest == 0)
     {
         return std::max<std::size_t>(1, std::min(frames, longest));
     }
@@ -92,7 +94,7 @@ std::size_t LossConcealer::period() const
     {
         double product = 0;
         double power = 1;
-        for (std::size_t i = frames - compared; i < frames; i += step)
+        for (std::size_t i = frames - window; i < frames; i += step)
         {
             product += at(i) * at(i - lag);
             power += at(i - lag) * at(i - lag);
@@ -111,8 +113,8 @@ std::int16_t LossConcealer::next(std::size_t channel) const
 {
     const auto channels = static_cast<std::size_t>(format_.channels);
     const std::size_t frames = past_.size() / channels;
-    const std::size_t full = framesOf(fullMs);
-    const std::size_t faded = framesOf(fadedMs);
+    const std::size_t full = format_.frames(fullVolume);
+    const std::size_t faded = format_.frames(fadedOut);
     if (made_ >= faded)
     {
         return 0;

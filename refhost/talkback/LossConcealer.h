@@ -28,7 +28,6 @@ public:
 
 private:
     void use(const PcmFormat& format);
-    std::size_t framesOf(int ms) const;
     std::size_t period() const;
     std::int16_t next(std::size_t channel) const;
 

@@ -24,7 +24,7 @@ void SharedOutput::configure(const TalkSettings& settings)
     const MutexLock guard(mutex_);
     settings_ = settings;
     admitted_.clear();
-    floor_ = std::make_unique<TalkFloor>(settings.policy, settings.silenceMs * 1'000'000);
+    floor_ = std::make_unique<TalkFloor>(settings.policy, settings.silence);
     mixer_ = settings.policy == TalkPolicy::mix ? std::make_unique<TalkMixer>(settings.format) : nullptr;
 }
 
@@ -64,11 +64,11 @@ void SharedOutput::leave(TalkSender sender)
     admitted_.erase(sender);
 }
 
-bool SharedOutput::claim(TalkSender sender, const std::string& name, std::int64_t nowNs)
+bool SharedOutput::claim(TalkSender sender, const std::string& name, MonotonicTime now)
 {
     const MutexLock guard(mutex_);
     const TalkSender before = floor_->owner();
-    const bool heard = floor_->claim(sender, nowNs);
+    const bool heard = floor_->claim(sender, now);
     if (floor_->owner() != before)
     {
         Log::info("talk-back: {} has the audio output", name);
@@ -87,14 +87,14 @@ int SharedOutput::play(TalkSender sender, const std::vector<std::int16_t>& sampl
     return 0;
 }
 
-int SharedOutput::pump(IMediaPlayer& player, std::int64_t nowNs)
+int SharedOutput::pump(IMediaPlayer& player, MonotonicTime now)
 {
     const MutexLock guard(mutex_);
     if (!mixer_)
     {
         return 0;
     }
-    mixer_->take(nowNs, sum_);
+    mixer_->take(now, sum_);
     return give(player, sum_);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <set>
@@ -8,6 +9,7 @@
 
 #include "hostapi/audio/IMediaPlayer.h"
 #include "refhost/base/Mutex.h"
+#include "refhost/base/Times.h"
 #include "refhost/talkback/TalkFloor.h"
 #include "refhost/talkback/TalkMixer.h"
 #include "refhost/talkback/TalkSettings.h"
@@ -46,7 +48,7 @@ public:
     /// Audio of a session came. A change of who owns the output is told in the log.
     /// \param name  what the log calls the sender
     /// \returns true when the audio is to be decoded and given to play()
-    bool claim(TalkSender sender, const std::string& name, std::int64_t nowNs);
+    bool claim(TalkSender sender, const std::string& name, MonotonicTime now);
 
     /// Plays decoded audio of a sender that is heard.
     /// \returns 0, or the player's code
@@ -54,7 +56,7 @@ public:
 
     /// Plays what is due by the clock, where senders are mixed; call it every few milliseconds.
     /// \returns 0, or the player's code
-    int pump(IMediaPlayer& player, std::int64_t nowNs);
+    int pump(IMediaPlayer& player, MonotonicTime now);
 
 private:
     static int give(IMediaPlayer& player, const std::vector<std::int16_t>& samples);

@@ -12,11 +12,11 @@ namespace refhost
 namespace
 {
 
-/// A lost packet is given up when the one after it has waited for `TalkSettings::reorderMs`: until then, 45
+/// A lost packet is given up when the one after it has waited for TalkSettings::maxReorderWait: until then, 45
 /// ms with packets of 20 ms, and until the worker looks again, the output must have something to play.
-constexpr int aheadMs = 60;
+constexpr std::chrono::milliseconds lead(60);
 /// The mixer has each sender's audio that far ahead already, and what it gives comes evenly.
-constexpr int aheadOfMixedMs = 30;
+constexpr std::chrono::milliseconds leadOfMixed(30);
 
 TalkPolicy policyOf(const std::string& name)
 {
@@ -55,7 +55,7 @@ TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const
     manager->setMTUParam(mtu);
     manager->setMediaPlayer(SafePointer<IMediaPlayer>(
         new OutputPlayer(AudioOutput::make(config.talkBack.output, config.talkBack.device), settings.format,
-                         settings.policy == TalkPolicy::mix ? aheadOfMixedMs : aheadMs)));
+                         settings.policy == TalkPolicy::mix ? leadOfMixed : lead)));
     manager->setEncoderType(config.talkBack.encoderType);
     runs_ = manager->start() == statusSuccess;
     if (!runs_)

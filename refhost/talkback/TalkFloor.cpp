@@ -3,7 +3,7 @@
 namespace refhost
 {
 
-TalkFloor::TalkFloor(TalkPolicy policy, std::int64_t silenceNs) : policy_(policy), silenceNs_(silenceNs) {}
+TalkFloor::TalkFloor(TalkPolicy policy, Duration silence) : policy_(policy), silence_(silence) {}
 
 bool TalkFloor::admit(TalkSender sender)
 {
@@ -21,7 +21,7 @@ bool TalkFloor::admit(TalkSender sender)
 
 void TalkFloor::pause(TalkSender sender)
 {
-    lastActivityNs_.erase(sender);
+    lastActivity_.erase(sender);
     if (owner_ == sender)
     {
         owner_ = nullptr;
@@ -37,26 +37,26 @@ void TalkFloor::leave(TalkSender sender)
     }
 }
 
-bool TalkFloor::claim(TalkSender sender, std::int64_t nowNs)
+bool TalkFloor::claim(TalkSender sender, MonotonicTime now)
 {
-    const bool begins = isSilent(sender, nowNs);
-    lastActivityNs_[sender] = nowNs;
+    const bool startsTalking = isSilent(sender, now);
+    lastActivity_[sender] = now;
     if (policy_ == TalkPolicy::mix)
     {
         return true;
     }
-    const bool wins = begins && policy_ == TalkPolicy::newest;
-    if (owner_ == nullptr || wins || isSilent(owner_, nowNs))
+    const bool wins = startsTalking && policy_ == TalkPolicy::newest;
+    if (owner_ == nullptr || wins || isSilent(owner_, now))
     {
         owner_ = sender;
     }
     return owner_ == sender;
 }
 
-bool TalkFloor::isSilent(TalkSender sender, std::int64_t nowNs) const
+bool TalkFloor::isSilent(TalkSender sender, MonotonicTime now) const
 {
-    const auto found = lastActivityNs_.find(sender);
-    return found == lastActivityNs_.end() || nowNs - found->second >= silenceNs_;
+    const auto found = lastActivity_.find(sender);
+    return found == lastActivity_.end() || now - found->second >= silence_;
 }
 
 }  // namespace refhost

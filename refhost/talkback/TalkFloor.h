@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
 #include <map>
 
+#include "refhost/base/Times.h"
 #include "refhost/talkback/TalkSettings.h"
 
 namespace refhost
@@ -17,7 +17,7 @@ public:
     /// Stands for one talk-back session.
     using TalkSender = const void*;
 
-    TalkFloor(TalkPolicy policy, std::int64_t silenceNs);
+    TalkFloor(TalkPolicy policy, Duration silence);
 
     /// A session is set up.
     /// \returns false when it is refused because another one exists; it must not come again then
@@ -29,7 +29,7 @@ public:
 
     /// Audio of a sender came.
     /// \returns true when it is to be heard
-    bool claim(TalkSender sender, std::int64_t nowNs);
+    bool claim(TalkSender sender, MonotonicTime now);
 
     /// Who owns the output; null for nobody, always so where everybody is heard.
     TalkSender owner() const
@@ -38,13 +38,13 @@ public:
     }
 
 private:
-    bool isSilent(TalkSender sender, std::int64_t nowNs) const;
+    bool isSilent(TalkSender sender, MonotonicTime now) const;
 
     const TalkPolicy policy_;
-    const std::int64_t silenceNs_;
+    const Duration silence_;
     TalkSender owner_ = nullptr;
-    TalkSender guest_ = nullptr;                         // whom `refuse` has let in
-    std::map<TalkSender, std::int64_t> lastActivityNs_;  // of those who talked and did not pause since
+    TalkSender guest_ = nullptr;                        // whom `refuse` has let in
+    std::map<TalkSender, MonotonicTime> lastActivity_;  // of those who talked and did not pause since
 };
 
 }  // namespace refhost

@@ -8,13 +8,14 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t aheadMs = 60;
-constexpr std::int64_t maxLaterMs = 30;
-constexpr std::int64_t maxMs = 200;
-/// After a longer break the sum goes on from now instead of being made up for.
-constexpr std::int64_t breakMs = 100;
-constexpr std::int64_t nsPerSecond = 1'000'000'000;
-constexpr std::int64_t nsPerMs = 1'000'000;
+/// How far a sender's audio is ahead when it joins the sum.
+constexpr std::chrono::milliseconds lead(60);
+/// How much more than the lead may wait before it is cut back.
+constexpr std::chrono::milliseconds maxExcess(30);
+/// Most of one sender's audio that waits at any time.
+constexpr std::chrono::milliseconds maxWaiting(200);
+/// After a longer break the sum goes on from now instead of catching up.
+constexpr std::chrono::milliseconds maxBreak(100);
 
 std::int16_t saturated(std::int32_t sum)
 {
@@ -26,22 +27,22 @@ std::int16_t saturated(std::int32_t sum)
 
 TalkMixer::TalkMixer(const PcmFormat& format) : format_(format) {}
 
-std::size_t TalkMixer::samplesOf(std::int64_t ms) const
+std::size_t TalkMixer::samplesOf(std::chrono::milliseconds span) const
 {
-    return static_cast<std::size_t>(ms * format_.sampleRate / 1000 * format_.channels);
+    return format_.frames(span) * static_cast<std::size_t>(format_.channels);
 }
 
 void TalkMixer::add(TalkSender sender, const std::vector<std::int16_t>& samples)
 {
     Line& line = lines_[sender];
     // Nothing else would ever bring a sender back whose packets came all at once.
-    if (line.samples.size() > samplesOf(aheadMs + maxLaterMs))
+    if (line.samples.size() > samplesOf(lead + maxExcess))
     {
-        line.keepLast(samplesOf(aheadMs));
+        line.keepLast(samplesOf(lead));
     }
     line.samples.insert(line.samples.end(), samples.begin(), samples.end());
-    line.keepLast(samplesOf(maxMs));
-    line.started = line.started || line.samples.size() >= samplesOf(aheadMs);
+    line.keepLast(samplesOf(maxWaiting));
+    line.started = line.started || line.samples.size() >= samplesOf(lead);
 }
 
 void TalkMixer::Line::keepLast(std::size_t max)
@@ -57,7 +58,7 @@ void TalkMixer::remove(TalkSender sender)
     lines_.erase(sender);
 }
 
-void TalkMixer::take(std::int64_t nowNs, std::vector<std::int16_t>& sum)
+void TalkMixer::take(MonotonicTime now, std::vector<std::int16_t>& sum)
 {
     sum.clear();
     if (std::none_of(lines_.begin(), lines_.end(), [](const auto& line) { return line.second.started; }))
@@ -65,14 +66,14 @@ void TalkMixer::take(std::int64_t nowNs, std::vector<std::int16_t>& sum)
         running_ = false;
         return;
     }
-    if (!running_ || nowNs - dueNs_ > breakMs * nsPerMs)
+    if (!running_ || now - due_ > maxBreak)
     {
         running_ = true;
-        dueNs_ = nowNs;
+        due_ = now;
         return;
     }
-    const std::int64_t frames = (nowNs - dueNs_) * format_.sampleRate / nsPerSecond;
-    dueNs_ += frames * nsPerSecond / format_.sampleRate;
+    const std::int64_t frames = format_.clock().ticks(now - due_);
+    due_ += format_.clock().span(frames);
     sum.assign(static_cast<std::size_t>(frames * format_.channels), 0);
     for (auto& [sender, line] : lines_)
     {

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
 #include <vector>
 
+#include "refhost/base/Times.h"
 #include "refhost/talkback/outputs/PcmFormat.h"
 
 namespace refhost
@@ -28,9 +30,8 @@ public:
 
     /// Takes the sum of what is due since the call before. A sender comes in with 60 ms ahead, so that uneven
     /// packets leave no holes.
-    /// \param nowNs      monotonic clock
     /// \param[out] sum   empty when nobody talks
-    void take(std::int64_t nowNs, std::vector<std::int16_t>& sum);
+    void take(MonotonicTime now, std::vector<std::int16_t>& sum);
 
 private:
     struct Line
@@ -41,12 +42,12 @@ private:
         void keepLast(std::size_t max);
     };
 
-    std::size_t samplesOf(std::int64_t ms) const;
+    std::size_t samplesOf(std::chrono::milliseconds span) const;
 
     const PcmFormat format_;
     std::map<TalkSender, Line> lines_;
     bool running_ = false;
-    std::int64_t dueNs_ = 0;  // until when audio was taken
+    MonotonicTime due_;  // until when audio was taken
 };
 
 }  // namespace refhost

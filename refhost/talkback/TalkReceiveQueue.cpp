@@ -35,7 +35,7 @@ bool TalkReceiveQueue::takeRtcp(Packet& out)
 template <std::size_t room>
 void TalkReceiveQueue::put(Queue<room>& queue, const std::uint8_t* data, std::size_t size)
 {
-    const std::int64_t nowNs = clock_.monotonicNs();
+    const MonotonicTime now = clock_.now();
     const MutexLock guard(mutex_);
     if (!open_)
     {
@@ -55,7 +55,7 @@ void TalkReceiveQueue::put(Queue<room>& queue, const std::uint8_t* data, std::si
     }
     Packet& packet = queue.packets[(queue.first + count) % room];
     packet.bytes.assign(data, data + size);
-    packet.arrivalNs = nowNs;
+    packet.arrival = now;
     queue.count.store(count + 1, std::memory_order_release);
 }
 
@@ -74,7 +74,7 @@ bool TalkReceiveQueue::take(Queue<room>& queue, Packet& out)
     }
     Packet& packet = queue.packets[queue.first];
     packet.bytes.swap(out.bytes);
-    out.arrivalNs = packet.arrivalNs;
+    out.arrival = packet.arrival;
     queue.first = (queue.first + 1) % room;
     queue.count.store(count - 1, std::memory_order_relaxed);
     return true;

@@ -22,7 +22,7 @@ public:
     struct Packet
     {
         std::vector<std::uint8_t> bytes;
-        std::int64_t arrivalNs = 0;  ///< monotonic clock
+        MonotonicTime arrival;
     };
 
     explicit TalkReceiveQueue(const HostClock& clock);

@@ -10,31 +10,30 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t nsPerMs = 1'000'000;
 /// Longer holes are left silent: made-up audio helps for a few packets only.
-constexpr std::uint32_t concealedPartsOfSecond = 5;
+constexpr std::chrono::milliseconds maxConcealed(200);
 /// Twice what an output takes at once.
-constexpr double maxSecondsAtOnce = 0.4;
+constexpr std::chrono::milliseconds maxAtOnce(400);
 
 }  // namespace
 
 TalkReception::TalkReception(const SubMediaInfo& track, const TalkSettings& settings,
                              std::unique_ptr<TalkDepayloader> depayloader, MakeDecoder makeDecoder)
     : payloadType_(track.payloadType),
-      clockRate_(track.clockRate),
-      silenceNs_(settings.silenceMs * nsPerMs),
-      staleNs_(settings.staleMs * nsPerMs),
+      clock_(static_cast<std::uint32_t>(track.clockRate)),
+      silence_(settings.silence),
+      maxOutputWait_(settings.maxOutputWait),
       depayloader_(std::move(depayloader)),
       makeDecoder_(std::move(makeDecoder)),
-      window_(settings.reorderMs * nsPerMs),
-      counted_(track.clockRate)
+      window_(settings.maxReorderWait),
+      counted_(clock_)
 {
 }
 
 void TalkReception::reset()
 {
     latched_ = false;
-    senderReport_ = SenderReport();
+    senderReport_.reset();
     statistics_ = TalkStatistics();
     window_.reset();
     continues_ = false;
@@ -50,10 +49,10 @@ void TalkReception::latch(std::uint32_t ssrc)
 {
     latched_ = true;
     ssrc_ = ssrc;
-    counted_ = ReceptionStatistics(clockRate_);
-    if (senderReport_.arrivalNs != 0 && senderReport_.ssrc == ssrc)
+    counted_ = ReceptionStatistics(clock_);
+    if (senderReport_ && senderReport_->ssrc == ssrc)
     {
-        counted_.noteSenderReport(senderReport_.compactNtp, senderReport_.arrivalNs);
+        counted_.noteSenderReport(senderReport_->compactNtp, senderReport_->arrival);
     }
 }
 
@@ -70,7 +69,7 @@ bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
         ++statistics_.wrongType;
         return false;
     }
-    if (!latched_ || (view.ssrc != ssrc_ && packet.arrivalNs - lastNs_ >= silenceNs_))
+    if (!latched_ || (view.ssrc != ssrc_ && packet.arrival - lastArrival_ >= silence_))
     {
         latch(view.ssrc);
     }
@@ -79,7 +78,7 @@ bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
         ++statistics_.foreign;
         return false;
     }
-    const auto arrival = counted_.count(view.sequence, view.timestamp, packet.arrivalNs);
+    const auto arrival = counted_.count(view.sequence, view.timestamp, packet.arrival);
     if (arrival.verdict == ReceptionStatistics::Verdict::outOfSequence)
     {
         ++statistics_.outOfSequence;
@@ -90,13 +89,13 @@ bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
         window_.reset();
         continues_ = false;
     }
-    lastNs_ = packet.arrivalNs;
+    lastArrival_ = packet.arrival;
     ++statistics_.packets;
     ReorderWindow::Packet kept;
     kept.sequence = arrival.sequence;
     kept.timestamp = view.timestamp;
     kept.marker = view.marker;
-    kept.arrivalNs = packet.arrivalNs;
+    kept.arrival = packet.arrival;
     kept.payload.assign(view.payload, view.payload + view.payloadSize);
     const auto added = window_.add(std::move(kept));
     statistics_.late += added == ReorderWindow::Added::late ? 1 : 0;
@@ -104,16 +103,16 @@ bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
     return true;
 }
 
-bool TalkReception::take(std::int64_t nowNs, bool heard, std::vector<std::int16_t>& samples)
+bool TalkReception::take(MonotonicTime now, bool heard, std::vector<std::int16_t>& samples)
 {
     ReorderWindow::Packet packet;
     std::uint32_t lost = 0;
     made_ = 0;
-    ReorderWindow::Next next = window_.take(nowNs, packet, lost);
+    ReorderWindow::Next next = window_.take(now, packet, lost);
     while (next == ReorderWindow::Next::packet)
     {
         statistics_.lost += lost;
-        const bool stale = nowNs - packet.arrivalNs > staleNs_;
+        const bool stale = now - packet.arrival > maxOutputWait_;
         statistics_.stale += stale ? 1 : 0;
         const bool wanted = heard && !stale;
         if (wanted && !isEnough())
@@ -125,7 +124,7 @@ bool TalkReception::take(std::int64_t nowNs, bool heard, std::vector<std::int16_
             statistics_.overrun += wanted ? 1 : 0;
             continues_ = false;
         }
-        next = window_.take(nowNs, packet, lost);
+        next = window_.take(now, packet, lost);
     }
     return next == ReorderWindow::Next::waiting;
 }
@@ -185,7 +184,7 @@ void TalkReception::play(const ReorderWindow::Packet& packet, std::uint32_t lost
 /// By how long it sounds, not by what the decoder makes of it: a unit that gives nothing takes time too.
 bool TalkReception::isEnough() const
 {
-    return made_ >= maxSecondsAtOnce * clockRate_;
+    return made_ >= clock_.ticks(maxAtOnce);
 }
 
 /// Not every jump of timestamps is a loss: who is silent may send nothing, without a gap in the sequence.
@@ -201,17 +200,17 @@ void TalkReception::conceal(std::uint32_t timestamp, std::vector<std::int16_t>& 
 /// \returns how much was made up, in ticks
 std::uint32_t TalkReception::makeUp(std::uint32_t ticks, std::vector<std::int16_t>& samples)
 {
-    const std::uint32_t max = static_cast<std::uint32_t>(clockRate_) / concealedPartsOfSecond;
+    const auto max = static_cast<std::uint32_t>(clock_.ticks(maxConcealed));
     decoder_->conceal(std::min(ticks, max), samples);
     return std::min(ticks, max);
 }
 
-void TalkReception::noteSenderReport(std::uint32_t ssrc, std::uint32_t compactNtp, std::int64_t arrivalNs)
+void TalkReception::noteSenderReport(std::uint32_t ssrc, std::uint32_t compactNtp, MonotonicTime arrival)
 {
-    senderReport_ = {ssrc, compactNtp, arrivalNs};
+    senderReport_ = SenderReport{ssrc, compactNtp, arrival};
     if (latched_ && ssrc == ssrc_)
     {
-        counted_.noteSenderReport(compactNtp, arrivalNs);
+        counted_.noteSenderReport(compactNtp, arrival);
     }
 }
 
@@ -225,9 +224,9 @@ std::uint32_t TalkReception::source() const
     return ssrc_;
 }
 
-ReceptionReport TalkReception::report(std::int64_t nowNs)
+ReceptionReport TalkReception::report(MonotonicTime now)
 {
-    return counted_.report(nowNs);
+    return counted_.report(now);
 }
 
 TalkStatistics& TalkReception::statistics()

@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "hostapi/description/SubMediaInfo.h"
+#include "refhost/base/Times.h"
 #include "refhost/rtp/ReceptionStatistics.h"
 #include "refhost/rtp/ReorderWindow.h"
 #include "refhost/talkback/TalkDecoder.h"
@@ -65,26 +67,26 @@ public:
     /// \param heard            false drops the audio instead of decoding it
     /// \param[in,out] samples  decoded and concealed audio is appended
     /// \returns true when audio waits for a missing packet
-    bool take(std::int64_t nowNs, bool heard, std::vector<std::int16_t>& samples);
+    bool take(MonotonicTime now, bool heard, std::vector<std::int16_t>& samples);
 
     /// Takes note of a sender report.
-    void noteSenderReport(std::uint32_t ssrc, std::uint32_t compactNtp, std::int64_t arrivalNs);
+    void noteSenderReport(std::uint32_t ssrc, std::uint32_t compactNtp, MonotonicTime arrival);
 
     /// True when a source sends; `ssrc` names it.
     bool hasSource() const;
     std::uint32_t source() const;
 
     /// What the next receiver report says of the source. \see ReceptionStatistics::report
-    ReceptionReport report(std::int64_t nowNs);
+    ReceptionReport report(MonotonicTime now);
 
     TalkStatistics& statistics();
 
 private:
     struct SenderReport
     {
-        std::uint32_t ssrc = 0;
-        std::uint32_t compactNtp = 0;
-        std::int64_t arrivalNs = 0;
+        std::uint32_t ssrc;
+        std::uint32_t compactNtp;
+        MonotonicTime arrival;
     };
 
     void latch(std::uint32_t ssrc);
@@ -94,9 +96,9 @@ private:
     bool isEnough() const;
 
     const int payloadType_;
-    const int clockRate_;
-    const std::int64_t silenceNs_;
-    const std::int64_t staleNs_;
+    const RtpClock clock_;
+    const Duration silence_;
+    const Duration maxOutputWait_;
     const std::unique_ptr<TalkDepayloader> depayloader_;
     const MakeDecoder makeDecoder_;
     std::unique_ptr<TalkDecoder> decoder_;  // null until a packet is to be heard
@@ -107,12 +109,12 @@ private:
     TalkStatistics statistics_;
     bool latched_ = false;
     std::uint32_t ssrc_ = 0;
-    std::int64_t lastNs_ = 0;  // arrival of the source's last packet
-    bool continues_ = false;   // nextTimestamp_ is what the next packet should have
+    MonotonicTime lastArrival_;  // of the source's packets
+    bool continues_ = false;     // nextTimestamp_ is what the next packet should have
     std::uint32_t nextTimestamp_ = 0;
-    bool hole_ = false;       // something before the next packet could not be played
-    std::uint32_t made_ = 0;  // ticks of audio that were made of packets in this turn
-    SenderReport senderReport_;
+    bool hole_ = false;                         // something before the next packet could not be played
+    std::uint32_t made_ = 0;                    // ticks of audio that were made of packets in this turn
+    std::optional<SenderReport> senderReport_;  // the newest
 };
 
 }  // namespace refhost

@@ -13,7 +13,6 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t nsPerMs = 1'000'000;
 /// As many packets as the receive queue holds: what comes in the meantime waits for the next turn, so that no client
 /// keeps the worker from the others.
 constexpr int maxAtOnce = 64;
@@ -106,7 +105,7 @@ int TalkSession::play()
     playing_ = true;
     heard_ = false;
     reception_->reset();
-    nextReportNs_ = clock_.monotonicNs() + settings_.firstReportMs * nsPerMs;
+    nextReport_ = clock_.now() + settings_.firstReport;
     receiveQueue_->open();
     return statusSuccess;
 }
@@ -155,7 +154,7 @@ void TalkSession::takeLeave()
                   counted.stale + counted.overrun + counted.badRtcp);
     if (reported_ && !left_ && usable())
     {
-        sendReport(clock_.monotonicNs(), true);
+        sendReport(clock_.now(), true);
     }
 }
 
@@ -179,7 +178,7 @@ int TalkSession::receive(bool& playerFault)
     {
         return hostConnectionUnusable;
     }
-    const std::int64_t nowNs = clock_.monotonicNs();
+    const MonotonicTime now = clock_.now();
     bool audio = false;
     for (int i = 0; i < maxAtOnce && receiveQueue_->takeRtp(packet_); ++i)
     {
@@ -187,15 +186,15 @@ int TalkSession::receive(bool& playerFault)
     }
     if (audio)
     {
-        heard_ = output_.claim(this, name_, nowNs);
+        heard_ = output_.claim(this, name_, now);
     }
     samples_.clear();
-    const bool waits = reception_->take(nowNs, heard_, samples_);
+    const bool waits = reception_->take(now, heard_, samples_);
     IMediaPlayer& player = *(*player_).operator->();
     int result = samples_.empty() ? 0 : output_.play(this, samples_, player);
     if (result == statusSuccess)
     {
-        result = output_.pump(player, nowNs);
+        result = output_.pump(player, now);
     }
     if (result != statusSuccess)
     {
@@ -221,13 +220,13 @@ int TalkSession::report()
         Log::info("talk-back: {} sent BYE", name_);
         return hostTalkSenderLeft;
     }
-    const std::int64_t nowNs = clock_.monotonicNs();
-    if (nowNs < nextReportNs_)
+    const MonotonicTime now = clock_.now();
+    if (now < nextReport_)
     {
         return came ? 0 : audioDispatcherIdle;
     }
-    sendReport(nowNs, false);
-    nextReportNs_ = nowNs + settings_.reportIntervalMs * nsPerMs;
+    sendReport(now, false);
+    nextReport_ = now + settings_.reportInterval;
     return statusSuccess;
 }
 
@@ -255,7 +254,7 @@ bool TalkSession::takeReport(const TalkReceiveQueue::Packet& packet)
     }
     if (findings.sent)
     {
-        reception_->noteSenderReport(findings.reporter, findings.sentNtp, packet.arrivalNs);
+        reception_->noteSenderReport(findings.reporter, findings.sentNtp, packet.arrival);
     }
     // A BYE of some other source at the client's address is not the sender's.
     const bool fromSender = !reception_->hasSource() || findings.reporter == reception_->source();
@@ -263,7 +262,7 @@ bool TalkSession::takeReport(const TalkReceiveQueue::Packet& packet)
     return true;
 }
 
-void TalkSession::sendReport(std::int64_t nowNs, bool bye)
+void TalkSession::sendReport(MonotonicTime now, bool bye)
 {
     RtcpWriter::ReceiverReport report;
     report.ssrc = ssrc_;
@@ -271,7 +270,7 @@ void TalkSession::sendReport(std::int64_t nowNs, bool bye)
     if (report.hasBlock)
     {
         report.source = reception_->source();
-        report.reception = reception_->report(nowNs);
+        report.reception = reception_->report(now);
     }
     const RtcpWriter packet = RtcpWriter::ofReceiver(report, cname_, bye);
     transport_->sendRtcp(packet.data(), packet.size());

@@ -71,7 +71,7 @@ private:
     bool usable() const;
     bool takeReports();
     bool takeReport(const TalkReceiveQueue::Packet& packet);
-    void sendReport(std::int64_t nowNs, bool bye);
+    void sendReport(MonotonicTime now, bool bye);
     void end();
     void takeLeave();
 
@@ -91,7 +91,7 @@ private:
     bool heard_ = false;
     bool reported_ = false;
     bool left_ = false;  // the client sent BYE
-    std::int64_t nextReportNs_ = 0;
+    MonotonicTime nextReport_;
     TalkReceiveQueue::Packet packet_;
     std::vector<std::int16_t> samples_;
 };

@@ -1,9 +1,10 @@
 #pragma once
 // Tested by tests/refhost/talkback/TalkSession_test.cpp.
 
+#include <chrono>
 #include <cstddef>
-#include <cstdint>
 
+#include "refhost/base/Times.h"
 #include "refhost/talkback/outputs/PcmFormat.h"
 
 namespace refhost
@@ -12,7 +13,7 @@ namespace refhost
 /// Who is heard when several clients talk at once.
 enum class TalkPolicy
 {
-    first,   ///< who talks first, until nothing came of it for `silenceMs`
+    first,   ///< who talks first, until nothing came of it for TalkSettings::silence
     newest,  ///< who started to talk last
     mix,     ///< everybody
     refuse   ///< who set talk-back up first; others are refused until that session ends
@@ -22,13 +23,18 @@ enum class TalkPolicy
 struct TalkSettings
 {
     TalkPolicy policy = TalkPolicy::first;
-    PcmFormat format;                      ///< what the output takes
-    std::size_t maxTalkSenders = 16;       ///< sessions that may have talk-back set up at once
-    std::int64_t silenceMs = 500;          ///< without a packet for so long a sender has stopped
-    std::int64_t reorderMs = 25;           ///< how long a missing packet is waited for
-    std::int64_t staleMs = 100;            ///< audio that waited longer for the output is not played any more
-    std::int64_t firstReportMs = 1000;     ///< from PLAY to the first receiver report
-    std::int64_t reportIntervalMs = 5000;  ///< between receiver reports
+    PcmFormat format;                 ///< what the output takes
+    std::size_t maxTalkSenders = 16;  ///< sessions that may have talk-back set up at once
+    /// A sender whose last packet is that long ago has stopped talking.
+    Duration silence = std::chrono::milliseconds(500);
+    /// How long a missing packet is waited for.
+    Duration maxReorderWait = std::chrono::milliseconds(25);
+    /// Audio that waited longer for the output is dropped.
+    Duration maxOutputWait = std::chrono::milliseconds(100);
+    /// From PLAY to the first receiver report.
+    Duration firstReport = std::chrono::seconds(1);
+    /// Between receiver reports.
+    Duration reportInterval = std::chrono::seconds(5);
 };
 
 }  // namespace refhost

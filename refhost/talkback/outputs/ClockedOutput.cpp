@@ -15,17 +15,14 @@ std::string ClockedOutput::name() const
 bool ClockedOutput::open(const PcmFormat& format, std::string&)
 {
     format_ = format;
-    openedNs_ = clock_.monotonicNs();
+    opened_ = clock_.now();
     written_ = 0;
     return true;
 }
 
 std::uint64_t ClockedOutput::passed() const
 {
-    constexpr std::uint64_t nsPerSecond = 1'000'000'000;
-    const auto ns = static_cast<std::uint64_t>(clock_.monotonicNs() - openedNs_);
-    const auto rate = static_cast<std::uint64_t>(format_.sampleRate);
-    return ns / nsPerSecond * rate + ns % nsPerSecond * rate / nsPerSecond;
+    return static_cast<std::uint64_t>(format_.clock().ticks(clock_.now() - opened_));
 }
 
 std::uint64_t ClockedOutput::place(std::size_t frames)

@@ -29,7 +29,7 @@ protected:
 private:
     const HostClock& clock_;
     PcmFormat format_;
-    std::int64_t openedNs_ = 0;
+    MonotonicTime opened_;
     std::uint64_t written_ = 0;  // frames from the opening to the end of what was written
 };
 

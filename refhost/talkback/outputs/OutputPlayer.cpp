@@ -11,8 +11,9 @@
 namespace refhost
 {
 
-OutputPlayer::OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format, int aheadMs)
-    : output_(std::move(output)), format_(format), aheadMs_(aheadMs)
+OutputPlayer::OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format,
+                           std::chrono::milliseconds lead)
+    : output_(std::move(output)), format_(format), lead_(lead)
 {
 }
 
@@ -61,7 +62,7 @@ int OutputPlayer::open()
     }
     open_ = true;
     played_ = 0;
-    pacer_ = std::make_unique<PlayoutPacer>(format_, aheadMs_);
+    pacer_ = std::make_unique<PlayoutPacer>(format_, lead_);
     if (!flaps_)
     {
         reported_.clear();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,8 +20,9 @@ namespace refhost
 class OutputPlayer : public IMediaPlayer
 {
 public:
-    /// \param aheadMs  \see PlayoutPacer
-    OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format, int aheadMs);
+    /// \param lead  \see PlayoutPacer
+    OutputPlayer(std::unique_ptr<AudioOutput> output, const PcmFormat& format,
+                 std::chrono::milliseconds lead);
     ~OutputPlayer() noexcept(false) override;
 
     void setDeviceInfo(const DeviceInfoEx& info) override;
@@ -44,7 +46,7 @@ private:
     Mutex mutex_;
     const std::unique_ptr<AudioOutput> output_ OV_PT_GUARDED_BY(mutex_);
     const PcmFormat format_;
-    const int aheadMs_;
+    const std::chrono::milliseconds lead_;
     std::string deviceId_ OV_GUARDED_BY(mutex_);
     int encoderType_ OV_GUARDED_BY(mutex_) = 0;
     bool open_ OV_GUARDED_BY(mutex_) = false;

@@ -1,6 +1,13 @@
 #pragma once
 // Tested by tests/refhost/talkback/outputs/OutputPlayer_test.cpp.
 
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+#include "refhost/base/Times.h"
+
 namespace refhost
 {
 
@@ -10,6 +17,18 @@ struct PcmFormat
 {
     int sampleRate = 48000;  ///< Hz
     int channels = 1;
+
+    /// Frames that last as long as `span`, rounded down. Requires: not negative.
+    std::size_t frames(std::chrono::milliseconds span) const
+    {
+        return static_cast<std::size_t>(sampleRate) * static_cast<std::size_t>(span.count()) / 1000;
+    }
+
+    /// The rate as a clock that ticks once a frame.
+    RtpClock clock() const
+    {
+        return RtpClock(static_cast<std::uint32_t>(std::max(sampleRate, 1)));
+    }
 };
 
 }  // namespace refhost

@@ -10,11 +10,18 @@ namespace refhost
 namespace
 {
 
-constexpr int maxLaterMs = 30;
-/// Of a long piece, where packets came all at once, only the end is of use.
-constexpr int maxMs = 160;
-constexpr int tooFarMs = 15;  // beyond aheadMs
-constexpr int tooCloseMs = 10;
+using std::chrono::milliseconds;
+
+/// How much later than it started audio may be played.
+constexpr milliseconds maxDelay(30);
+/// Of a long block, where packets came all at once, only the end is of use.
+constexpr milliseconds maxBlock(160);
+/// More than this beyond the lead is too far ahead.
+constexpr milliseconds maxExcess(15);
+/// Less than this is too close to running dry.
+constexpr milliseconds minAhead(10);
+/// The span over which the distance is judged.
+constexpr milliseconds judged(1000);
 /// One second's trouble is the network's or a busy machine's, not the clocks'.
 constexpr int patienceSeconds = 5;
 /// One frame in so many is left out or added: a millisecond a second, ten times what clocks differ.
@@ -22,19 +29,14 @@ constexpr std::size_t driftStep = 1000;
 
 }  // namespace
 
-PlayoutPacer::PlayoutPacer(const PcmFormat& format, int aheadMs)
+PlayoutPacer::PlayoutPacer(const PcmFormat& format, milliseconds lead)
     : format_(format),
       channels_(static_cast<std::size_t>(format.channels)),
-      aheadMs_(aheadMs),
+      lead_(lead),
       min_(std::numeric_limits<std::size_t>::max()),
       shortest_(min_),
       shortestBefore_(min_)
 {
-}
-
-std::size_t PlayoutPacer::framesOf(int ms) const
-{
-    return static_cast<std::size_t>(format_.sampleRate) * static_cast<std::size_t>(ms) / 1000;
 }
 
 void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
@@ -43,10 +45,10 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
     {
         return;
     }
-    if (queued > framesOf(aheadMs_ + maxLaterMs))
+    if (queued > format_.frames(lead_ + maxDelay))
     {
         // Only what brings it back: a piece may be much longer than that.
-        const std::size_t excess = std::min((queued - framesOf(aheadMs_)) * channels_, samples.size());
+        const std::size_t excess = std::min((queued - format_.frames(lead_)) * channels_, samples.size());
         samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(excess));
         if (samples.empty())
         {
@@ -59,7 +61,7 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
         begin(packet, samples);
         return;
     }
-    const std::size_t longest = framesOf(maxMs);
+    const std::size_t longest = format_.frames(maxBlock);
     keepLast(longest - std::min(queued, longest), samples);
     watch(queued, samples.size() / channels_);
     stretch(samples);
@@ -69,10 +71,10 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
 /// longer than that came late: its beginning is dropped, because otherwise the packets behind it would be.
 void PlayoutPacer::begin(std::size_t packet, std::vector<std::int16_t>& samples)
 {
-    const std::size_t wanted = framesOf(aheadMs_) + packet;
+    const std::size_t wanted = format_.frames(lead_) + packet;
     const std::size_t lead = wanted - std::min(wanted, samples.size() / channels_);
-    keepLast(std::min(wanted + framesOf(maxLaterMs), framesOf(maxMs)) - lead, samples);
-    watch(framesOf(aheadMs_), samples.size() / channels_);
+    keepLast(std::min(wanted + format_.frames(maxDelay), format_.frames(maxBlock)) - lead, samples);
+    watch(format_.frames(lead_), samples.size() / channels_);
     stretch(samples);
     samples.insert(samples.begin(), lead * channels_, 0);
 }
@@ -97,7 +99,7 @@ void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
     // The least counts, not the mean: what is more than that comes and goes with uneven packets.
     min_ = std::min(min_, ahead);
     watched_ += frames;
-    if (watched_ >= framesOf(1000))
+    if (watched_ >= format_.frames(judged))
     {
         judge();
         watched_ = 0;
@@ -108,9 +110,9 @@ void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
 
 void PlayoutPacer::judge()
 {
-    tooFar_ = min_ > framesOf(aheadMs_ + tooFarMs) ? tooFar_ + 1 : 0;
-    tooClose_ = min_ < framesOf(tooCloseMs) ? tooClose_ + 1 : 0;
-    const bool returned = drift_ > 0 ? min_ <= framesOf(aheadMs_) : min_ >= framesOf(aheadMs_) / 2;
+    tooFar_ = min_ > format_.frames(lead_ + maxExcess) ? tooFar_ + 1 : 0;
+    tooClose_ = min_ < format_.frames(minAhead) ? tooClose_ + 1 : 0;
+    const bool returned = drift_ > 0 ? min_ <= format_.frames(lead_) : min_ >= format_.frames(lead_) / 2;
     if (tooFar_ >= patienceSeconds)
     {
         drift_ = 1;

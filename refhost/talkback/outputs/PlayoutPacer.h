@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -21,8 +22,8 @@ namespace refhost
 class PlayoutPacer
 {
 public:
-    /// \param aheadMs  how far the audio starts ahead of what is heard
-    PlayoutPacer(const PcmFormat& format, int aheadMs);
+    /// \param lead  how far the audio starts ahead of what is heard
+    PlayoutPacer(const PcmFormat& format, std::chrono::milliseconds lead);
 
     /// Makes of a piece of audio what is to be written.
     /// \param queued           frames that the output has to play yet; 0: it ran dry
@@ -30,7 +31,6 @@ public:
     void pace(std::size_t queued, std::vector<std::int16_t>& samples);
 
 private:
-    std::size_t framesOf(int ms) const;
     std::size_t packetOf(std::size_t frames);
     void begin(std::size_t packet, std::vector<std::int16_t>& samples);
     void keepLast(std::size_t frames, std::vector<std::int16_t>& samples) const;
@@ -40,7 +40,7 @@ private:
 
     const PcmFormat format_;
     const std::size_t channels_;
-    const int aheadMs_;
+    const std::chrono::milliseconds lead_;
     std::size_t watched_ = 0;     // frames of the second that is watched
     std::size_t min_;             // the least that the audio was ahead in it
     std::size_t shortest_;        // piece in it

@@ -13,9 +13,9 @@ namespace
 {
 
 constexpr std::chrono::milliseconds maxOpening{400};
-constexpr std::uint32_t bufferMs = 200;
-constexpr std::uint32_t requestMs = 10;
-constexpr std::uint32_t minMs = 5;
+constexpr std::chrono::milliseconds bufferSpan(200);
+constexpr std::chrono::milliseconds requestSpan(10);
+constexpr std::chrono::milliseconds startSpan(5);
 constexpr int maxEvents = 100;
 
 }  // namespace
@@ -83,13 +83,13 @@ bool PulseOutput::startStream(const PcmFormat& format, Deadline deadline)
     spec.channels = static_cast<std::uint8_t>(format.channels);
     frameSize_ = pa_frame_size(&spec);
     dry_ = true;
-    const auto bytesOf = [&](std::uint32_t ms)
-    { return static_cast<std::uint32_t>(spec.rate * ms / 1000 * frameSize_); };
+    const auto bytesOf = [&](std::chrono::milliseconds span)
+    { return static_cast<std::uint32_t>(format.frames(span) * frameSize_); };
     pa_buffer_attr attributes{};
-    attributes.maxlength = bytesOf(2 * bufferMs);
-    attributes.tlength = bytesOf(bufferMs);
-    attributes.prebuf = bytesOf(minMs);
-    attributes.minreq = bytesOf(requestMs);
+    attributes.maxlength = bytesOf(2 * bufferSpan);
+    attributes.tlength = bytesOf(bufferSpan);
+    attributes.prebuf = bytesOf(startSpan);
+    attributes.minreq = bytesOf(requestSpan);
     attributes.fragsize = static_cast<std::uint32_t>(-1);
     stream_ = pa_stream_new(context_, "talk-back", &spec, nullptr);
     if (stream_ == nullptr)

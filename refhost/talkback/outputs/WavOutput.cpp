@@ -8,7 +8,7 @@ namespace refhost
 namespace
 {
 
-constexpr int maxWaitingSeconds = 4;
+constexpr std::chrono::seconds maxWaiting(4);
 
 }  // namespace
 
@@ -62,7 +62,7 @@ std::optional<std::size_t> WavOutput::queued()
 
 bool WavOutput::write(const std::int16_t* samples, std::size_t frames)
 {
-    const std::size_t max = static_cast<std::size_t>(format_.sampleRate) * maxWaitingSeconds;
+    const std::size_t max = format_.frames(maxWaiting);
     if (!open_ || failed_ || waiting_ + frames > max)
     {
         return false;

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "tests/refhost/base/Instants.h"
+
 namespace refhost
 {
 namespace
@@ -11,8 +13,9 @@ namespace
 
 using Verdict = ReceptionStatistics::Verdict;
 
-constexpr std::int64_t ms = 1'000'000;
-constexpr int rate = 8000;
+using test::atMs;
+
+constexpr RtpClock clock(8000);
 
 class ReceptionStatisticsTest : public testing::Test
 {
@@ -20,16 +23,16 @@ protected:
     /// A packet of 20 ms that comes just in time.
     ReceptionStatistics::Arrival onTime(std::uint16_t sequence)
     {
-        return statistics.count(sequence, sequence * 160U, sequence * 20 * ms);
+        return statistics.count(sequence, sequence * 160U, atMs(sequence * 20));
     }
 
-    ReceptionStatistics statistics{rate};
+    ReceptionStatistics statistics{clock};
 };
 
 TEST_F(ReceptionStatisticsTest, NothingReceivedIsNothingLost)
 {
     EXPECT_FALSE(statistics.any());
-    const ReceptionReport report = statistics.report(0);
+    const ReceptionReport report = statistics.report(atMs(0));
     EXPECT_EQ(0, report.fractionLost);
     EXPECT_EQ(0, report.cumulativeLost);
     EXPECT_EQ(0U, report.lastReport);
@@ -45,7 +48,7 @@ TEST_F(ReceptionStatisticsTest, FractionIsOfTheIntervalAndTheSumOfAll)
             onTime(sequence);
         }
     }
-    ReceptionReport report = statistics.report(0);
+    ReceptionReport report = statistics.report(atMs(0));
     EXPECT_EQ(198U, report.highestSequence);
     EXPECT_EQ(24, report.cumulativeLost);
     EXPECT_EQ(24 * 256 / 99, report.fractionLost);
@@ -53,7 +56,7 @@ TEST_F(ReceptionStatisticsTest, FractionIsOfTheIntervalAndTheSumOfAll)
     {
         onTime(sequence);
     }
-    report = statistics.report(0);
+    report = statistics.report(atMs(0));
     EXPECT_EQ(0, report.fractionLost);
     EXPECT_EQ(24, report.cumulativeLost);
     EXPECT_EQ(298U, report.highestSequence);
@@ -68,8 +71,8 @@ TEST_F(ReceptionStatisticsTest, WhatComesLateOrTwiceCountsAsCome)
     EXPECT_EQ(0, statistics.lost());
     EXPECT_EQ(Verdict::counted, onTime(11).verdict);
     EXPECT_EQ(-1, statistics.lost());
-    EXPECT_EQ(0, statistics.report(0).fractionLost);
-    EXPECT_EQ(12U, statistics.report(0).highestSequence);
+    EXPECT_EQ(0, statistics.report(atMs(0)).fractionLost);
+    EXPECT_EQ(12U, statistics.report(atMs(0)).highestSequence);
 }
 
 TEST_F(ReceptionStatisticsTest, SequenceGoesOnOverItsWrap)
@@ -78,7 +81,7 @@ TEST_F(ReceptionStatisticsTest, SequenceGoesOnOverItsWrap)
     EXPECT_EQ(65536U, onTime(0).sequence);
     EXPECT_EQ(65535U, onTime(65535).sequence);
     EXPECT_EQ(65537U, onTime(1).sequence);
-    EXPECT_EQ(65537U, statistics.report(0).highestSequence);
+    EXPECT_EQ(65537U, statistics.report(atMs(0)).highestSequence);
     EXPECT_EQ(0, statistics.lost());
 }
 
@@ -102,31 +105,31 @@ TEST_F(ReceptionStatisticsTest, JitterIsTheSmoothedChangeOfTransit)
     std::uint32_t expected = 0;
     for (std::uint16_t i = 0; i < 50; ++i)
     {
-        statistics.count(i, i * 160U, i * 20 * ms + (i % 2) * 10 * ms);
+        statistics.count(i, i * 160U, atMs(i * 20 + (i % 2) * 10));
         if (i > 0)
         {
             expected += 80U - ((expected + 8U) >> 4U);
         }
     }
-    EXPECT_EQ(expected >> 4U, statistics.report(0).jitter);
+    EXPECT_EQ(expected >> 4U, statistics.report(atMs(0)).jitter);
     EXPECT_GT(expected >> 4U, 70U);
 }
 
 TEST_F(ReceptionStatisticsTest, EvenArrivalsHaveNoJitterHoweverLongTheClockRuns)
 {
-    const std::int64_t years = 100'000'000LL * 1000 * ms;
+    const std::int64_t years = 100'000'000LL * 1000;
     for (std::uint16_t i = 0; i < 1000; ++i)
     {
-        statistics.count(i, 0xffffff00U + i * 160U, years + i * 20 * ms);
+        statistics.count(i, 0xffffff00U + i * 160U, atMs(years + i * 20));
     }
-    EXPECT_EQ(0U, statistics.report(0).jitter);
+    EXPECT_EQ(0U, statistics.report(atMs(0)).jitter);
 }
 
 TEST_F(ReceptionStatisticsTest, DelaySinceTheSenderReportIsIn65536ths)
 {
     onTime(1);
-    statistics.noteSenderReport(0x11223344, 5000 * ms);
-    const ReceptionReport report = statistics.report(6500 * ms);
+    statistics.noteSenderReport(0x11223344, atMs(5000));
+    const ReceptionReport report = statistics.report(atMs(6500));
     EXPECT_EQ(0x11223344U, report.lastReport);
     EXPECT_EQ(0x18000U, report.delaySinceReport);
 }
@@ -140,7 +143,7 @@ TEST_F(ReceptionStatisticsTest, LossesStayWithinTheirFields)
         onTime(sequence);
         sequence = static_cast<std::uint16_t>(sequence + 2000);
     }
-    const ReceptionReport report = statistics.report(0);
+    const ReceptionReport report = statistics.report(atMs(0));
     EXPECT_EQ(0x7fffff, report.cumulativeLost);
     EXPECT_EQ(255, report.fractionLost);
 }

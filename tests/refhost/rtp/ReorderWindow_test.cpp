@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/refhost/base/Instants.h"
+
 namespace refhost
 {
 namespace
@@ -10,24 +12,24 @@ namespace
 using Added = ReorderWindow::Added;
 using Next = ReorderWindow::Next;
 
-constexpr std::int64_t ms = 1'000'000;
+using test::atMs;
 
 class ReorderWindowTest : public testing::Test
 {
 protected:
-    Added add(std::uint32_t sequence, std::int64_t atMs = 0)
+    Added add(std::uint32_t sequence, std::int64_t ms = 0)
     {
         ReorderWindow::Packet packet;
         packet.sequence = sequence;
-        packet.arrivalNs = atMs * ms;
+        packet.arrival = atMs(ms);
         return window.add(std::move(packet));
     }
 
     /// The sequence number that comes next; 0 for none, 1 for waiting.
-    std::uint32_t next(std::int64_t atMs = 0)
+    std::uint32_t next(std::int64_t ms = 0)
     {
         ReorderWindow::Packet packet;
-        switch (window.take(atMs * ms, packet, lost))
+        switch (window.take(atMs(ms), packet, lost))
         {
             case Next::none:
                 return 0;
@@ -39,7 +41,7 @@ protected:
         return packet.sequence;
     }
 
-    ReorderWindow window{40 * ms};
+    ReorderWindow window{std::chrono::milliseconds(40)};
     std::uint32_t lost = 0;
 };
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/refhost/base/Instants.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
 namespace refhost
@@ -11,7 +12,6 @@ namespace test
 namespace
 {
 
-constexpr std::int64_t ms = 1'000'000;
 using Samples = std::vector<std::int16_t>;
 
 TalkSettings withPolicy(TalkPolicy policy)
@@ -27,9 +27,9 @@ TEST(SharedOutput, AudioOfWhoIsHeardGoesStraightToThePlayer)
     SharedOutput output(withPolicy(TalkPolicy::first));
     FakePlayer player;
     const int sender = 0;
-    EXPECT_TRUE(output.claim(&sender, "x", 0));
+    EXPECT_TRUE(output.claim(&sender, "x", atMs(0)));
     EXPECT_EQ(0, output.play(&sender, {1, 2, 3}, player));
-    EXPECT_EQ(0, output.pump(player, 0));
+    EXPECT_EQ(0, output.pump(player, atMs(0)));
     EXPECT_EQ((Samples{1, 2, 3}), player.played);
 }
 
@@ -40,15 +40,15 @@ TEST(SharedOutput, MixedAudioGoesToThePlayerByTheClock)
     const int senders[2] = {};
     for (const int& sender : senders)
     {
-        EXPECT_TRUE(output.claim(&sender, "x", 0));
+        EXPECT_TRUE(output.claim(&sender, "x", atMs(0)));
         EXPECT_EQ(0, output.play(&sender, Samples(560, 100), player));
     }
-    EXPECT_EQ(0, output.pump(player, 0));
+    EXPECT_EQ(0, output.pump(player, atMs(0)));
     EXPECT_TRUE(player.played.empty());
-    EXPECT_EQ(0, output.pump(player, 10 * ms));
+    EXPECT_EQ(0, output.pump(player, atMs(10)));
     EXPECT_EQ(Samples(80, 200), player.played);
     output.leave(&senders[0]);
-    EXPECT_EQ(0, output.pump(player, 20 * ms));
+    EXPECT_EQ(0, output.pump(player, atMs(20)));
     EXPECT_EQ(100, player.played.back());
 }
 
@@ -83,9 +83,9 @@ TEST(SharedOutput, NewOwnersStandInTheLogOnce)
     SharedOutput output(withPolicy(TalkPolicy::first));
     const int senders[2] = {};
     testing::internal::CaptureStderr();
-    output.claim(&senders[0], "192.0.2.1:5004", 0);
-    output.claim(&senders[1], "192.0.2.2:5004", 1);
-    output.claim(&senders[0], "192.0.2.1:5004", 2);
+    output.claim(&senders[0], "192.0.2.1:5004", atMs(0));
+    output.claim(&senders[1], "192.0.2.2:5004", atMs(1));
+    output.claim(&senders[0], "192.0.2.1:5004", atMs(2));
     const std::string text = testing::internal::GetCapturedStderr();
     EXPECT_NE(std::string::npos, text.find("192.0.2.1:5004 has the audio output")) << text;
     EXPECT_EQ(text.find("has the audio output"), text.rfind("has the audio output")) << text;

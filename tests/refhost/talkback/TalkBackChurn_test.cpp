@@ -84,8 +84,8 @@ protected:
 
     void SetUp() override
     {
-        manager_->setMediaPlayer(SafePointer<IMediaPlayer>(
-            new OutputPlayer(std::make_unique<ClockedOutput>(HostClock::system()), {48000, 1}, 60)));
+        manager_->setMediaPlayer(SafePointer<IMediaPlayer>(new OutputPlayer(
+            std::make_unique<ClockedOutput>(HostClock::system()), {48000, 1}, milliseconds(60))));
     }
 
     int add(const std::string& session)

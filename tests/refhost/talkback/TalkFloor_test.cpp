@@ -2,13 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/refhost/base/Instants.h"
+
 namespace refhost
 {
 namespace
 {
 
-constexpr std::int64_t ms = 1'000'000;
-constexpr std::int64_t silence = 500 * ms;
+using test::atMs;
+
+constexpr std::chrono::milliseconds silence(500);
 
 class TalkFloorTest : public testing::Test
 {
@@ -23,32 +26,32 @@ TEST_F(TalkFloorTest, FirstTalkSenderIsHeardUntilHalfASecondOfSilence)
 {
     TalkFloor floor(TalkPolicy::first, silence);
     EXPECT_EQ(nullptr, floor.owner());
-    EXPECT_TRUE(floor.claim(anna, 0));
-    EXPECT_FALSE(floor.claim(bert, 10 * ms));
-    EXPECT_TRUE(floor.claim(anna, 20 * ms));
-    EXPECT_FALSE(floor.claim(bert, 519 * ms));
+    EXPECT_TRUE(floor.claim(anna, atMs(0)));
+    EXPECT_FALSE(floor.claim(bert, atMs(10)));
+    EXPECT_TRUE(floor.claim(anna, atMs(20)));
+    EXPECT_FALSE(floor.claim(bert, atMs(519)));
     EXPECT_EQ(anna, floor.owner());
-    EXPECT_TRUE(floor.claim(bert, 520 * ms));
-    EXPECT_FALSE(floor.claim(anna, 530 * ms));
+    EXPECT_TRUE(floor.claim(bert, atMs(520)));
+    EXPECT_FALSE(floor.claim(anna, atMs(530)));
     EXPECT_EQ(bert, floor.owner());
 }
 
 TEST_F(TalkFloorTest, WhoPausesOrLeavesIsSilentAtOnce)
 {
     TalkFloor floor(TalkPolicy::first, silence);
-    floor.claim(anna, 0);
+    floor.claim(anna, atMs(0));
     floor.pause(anna);
-    EXPECT_TRUE(floor.claim(bert, 1));
+    EXPECT_TRUE(floor.claim(bert, atMs(1)));
     floor.leave(bert);
     EXPECT_EQ(nullptr, floor.owner());
-    EXPECT_TRUE(floor.claim(carl, 2));
+    EXPECT_TRUE(floor.claim(carl, atMs(2)));
 }
 
 TEST_F(TalkFloorTest, WhoDoesNotOwnTheOutputMayLeaveUnnoticed)
 {
     TalkFloor floor(TalkPolicy::first, silence);
-    floor.claim(anna, 0);
-    floor.claim(bert, 1);
+    floor.claim(anna, atMs(0));
+    floor.claim(bert, atMs(1));
     floor.leave(bert);
     EXPECT_EQ(anna, floor.owner());
 }
@@ -56,25 +59,25 @@ TEST_F(TalkFloorTest, WhoDoesNotOwnTheOutputMayLeaveUnnoticed)
 TEST_F(TalkFloorTest, NewestWinsOnceAndKeepsTheOutputFromThoseWhoTalkOn)
 {
     TalkFloor floor(TalkPolicy::newest, silence);
-    EXPECT_TRUE(floor.claim(anna, 0));
-    EXPECT_TRUE(floor.claim(bert, 10 * ms));
-    EXPECT_FALSE(floor.claim(anna, 20 * ms));
-    EXPECT_TRUE(floor.claim(bert, 30 * ms));
+    EXPECT_TRUE(floor.claim(anna, atMs(0)));
+    EXPECT_TRUE(floor.claim(bert, atMs(10)));
+    EXPECT_FALSE(floor.claim(anna, atMs(20)));
+    EXPECT_TRUE(floor.claim(bert, atMs(30)));
     // Bert stops; Anna, who talks on, is heard again when he was silent long enough.
-    for (std::int64_t now = 40 * ms; now < 530 * ms; now += 20 * ms)
+    for (int now = 40; now < 530; now += 20)
     {
-        EXPECT_FALSE(floor.claim(anna, now));
+        EXPECT_FALSE(floor.claim(anna, atMs(now)));
     }
-    EXPECT_TRUE(floor.claim(anna, 530 * ms));
-    EXPECT_TRUE(floor.claim(bert, 540 * ms)) << "he starts again";
+    EXPECT_TRUE(floor.claim(anna, atMs(530)));
+    EXPECT_TRUE(floor.claim(bert, atMs(540))) << "he starts again";
 }
 
 TEST_F(TalkFloorTest, EverybodyIsHeardWhereSendersAreMixed)
 {
     TalkFloor floor(TalkPolicy::mix, silence);
-    EXPECT_TRUE(floor.claim(anna, 0));
-    EXPECT_TRUE(floor.claim(bert, 0));
-    EXPECT_TRUE(floor.claim(anna, 1));
+    EXPECT_TRUE(floor.claim(anna, atMs(0)));
+    EXPECT_TRUE(floor.claim(bert, atMs(0)));
+    EXPECT_TRUE(floor.claim(anna, atMs(1)));
     EXPECT_EQ(nullptr, floor.owner());
 }
 
@@ -83,7 +86,7 @@ TEST_F(TalkFloorTest, RefusalIsForAsLongAsTheFirstSessionExists)
     TalkFloor floor(TalkPolicy::refuse, silence);
     EXPECT_TRUE(floor.admit(anna));
     EXPECT_FALSE(floor.admit(bert));
-    EXPECT_TRUE(floor.claim(anna, 0));
+    EXPECT_TRUE(floor.claim(anna, atMs(0)));
     floor.pause(anna);
     EXPECT_FALSE(floor.admit(bert));
     floor.leave(bert);

@@ -4,6 +4,8 @@
 
 #include <numeric>
 
+#include "tests/refhost/base/Instants.h"
+
 namespace refhost
 {
 namespace
@@ -11,16 +13,15 @@ namespace
 
 using Samples = std::vector<std::int16_t>;
 
-constexpr std::int64_t ms = 1'000'000;
 constexpr PcmFormat format{8000, 1};  // 8 samples a millisecond
 
 class TalkMixerTest : public testing::Test
 {
 protected:
-    Samples takeAt(std::int64_t atMs)
+    Samples takeAt(std::int64_t ms)
     {
         Samples sum;
-        mixer.take(atMs * ms, sum);
+        mixer.take(test::atMs(ms), sum);
         return sum;
     }
 

@@ -61,9 +61,9 @@ public:
         settings.format = format;
         settings.policy = policy;
         SharedOutput output(settings);
-        const int aheadMs = policy == TalkPolicy::mix ? 30 : 60;  // as the server has it
+        const std::chrono::milliseconds lead(policy == TalkPolicy::mix ? 30 : 60);  // as the server has it
         auto* const player =
-            new OutputPlayer(std::make_unique<CapturedOutput>(clock_, samples_), format, aheadMs);
+            new OutputPlayer(std::make_unique<CapturedOutput>(clock_, samples_), format, lead);
         const SafePointer<IMediaPlayer> handle(player);
         const auto wire = std::make_shared<Wire>();
         TalkSession session(handle, output, clock_, TalkDecoder::make);

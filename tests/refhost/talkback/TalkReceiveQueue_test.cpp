@@ -35,10 +35,10 @@ TEST_F(TalkReceiveQueueTest, GivesPacketsInTheirOrderWithTheirTime)
     put(2);
     ASSERT_TRUE(receiveQueue.takeRtp(packet));
     EXPECT_EQ((std::vector<std::uint8_t>{1}), packet.bytes);
-    const std::int64_t first = packet.arrivalNs;
+    const MonotonicTime first = packet.arrival;
     ASSERT_TRUE(receiveQueue.takeRtp(packet));
     EXPECT_EQ((std::vector<std::uint8_t>{2}), packet.bytes);
-    EXPECT_EQ(5'000'000, packet.arrivalNs - first);
+    EXPECT_EQ(std::chrono::milliseconds(5), packet.arrival - first);
     EXPECT_FALSE(receiveQueue.takeRtp(packet));
 }
 

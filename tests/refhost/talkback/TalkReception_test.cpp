@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/refhost/base/Instants.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
 namespace refhost
@@ -11,29 +12,27 @@ namespace test
 namespace
 {
 
-constexpr std::int64_t ms = 1'000'000;
-
 class TalkReceptionTest : public testing::Test
 {
 protected:
     /// Brings a packet of 20 ms whose payload starts with its number.
-    bool bring(std::uint16_t number, std::int64_t atMs)
+    bool bring(std::uint16_t number, std::int64_t ms)
     {
         RtpPacket packet;
         packet.sequence = number;
         packet.timestamp = number * 160U;
         packet.payload[0] = static_cast<std::uint8_t>(number);
-        return bring(packet, atMs);
+        return bring(packet, ms);
     }
 
-    bool bring(const RtpPacket& packet, std::int64_t atMs)
+    bool bring(const RtpPacket& packet, std::int64_t ms)
     {
-        return reception.add({packet.bytes(), atMs * ms});
+        return reception.add({packet.bytes(), atMs(ms)});
     }
 
-    bool takeAt(std::int64_t atMs, bool heard = true)
+    bool takeAt(std::int64_t ms, bool heard = true)
     {
-        return reception.take(atMs * ms, heard, samples);
+        return reception.take(atMs(ms), heard, samples);
     }
 
     const std::shared_ptr<std::vector<Decoded>> calls = std::make_shared<std::vector<Decoded>>();
@@ -64,7 +63,7 @@ TEST_F(TalkReceptionTest, LossIsConcealedForAsLongAsItWas)
     EXPECT_FALSE(takeAt(100));
     EXPECT_EQ((std::vector<Decoded>{reset(), frame(10), concealed(320), frame(13)}), *calls);
     EXPECT_EQ(2U, reception.statistics().lost);
-    EXPECT_EQ(2, reception.report(100 * ms).cumulativeLost);
+    EXPECT_EQ(2, reception.report(atMs(100)).cumulativeLost);
     EXPECT_TRUE(bring(11, 110));
     EXPECT_FALSE(takeAt(110));
     EXPECT_EQ(1U, reception.statistics().late);
@@ -110,8 +109,8 @@ TEST_F(TalkReceptionTest, ExchangedPacketsAreDecodedInOrder)
 
 TEST_F(TalkReceptionTest, WhatIsNoAudioOfTheTrackIsCountedAndDropped)
 {
-    EXPECT_FALSE(reception.add({{}, 0}));
-    EXPECT_FALSE(reception.add({{1, 2, 3}, 0}));
+    EXPECT_FALSE(reception.add({{}, atMs(0)}));
+    EXPECT_FALSE(reception.add({{1, 2, 3}, atMs(0)}));
     RtpPacket other;
     other.payloadType = 8;
     EXPECT_FALSE(bring(other, 0));
@@ -137,7 +136,7 @@ TEST_F(TalkReceptionTest, AnotherSourceIsHeardWhenTheFirstWasSilentForHalfASecon
     EXPECT_EQ(0x01020304U, reception.source());
     EXPECT_TRUE(bring(other, 500));
     EXPECT_EQ(0x99U, reception.source());
-    EXPECT_EQ(5U, reception.report(0).highestSequence);
+    EXPECT_EQ(5U, reception.report(atMs(0)).highestSequence);
     EXPECT_FALSE(bring(11, 501));
     takeAt(501);
     EXPECT_EQ(frame(99), calls->back());
@@ -179,8 +178,8 @@ TEST_F(TalkReceptionTest, APayloadThatBreaksItsCodecsRulesIsConcealedLater)
     for (const Bytes& payload : {Bytes{0, 16, 0, 8, 10}, Bytes{0, 16, 0, 8}, Bytes{0, 16, 0, 8, 12}})
     {
         packet.payload = payload;
-        aac.add({packet.bytes(), 0});
-        aac.take(0, true, samples);
+        aac.add({packet.bytes(), atMs(0)});
+        aac.take(atMs(0), true, samples);
         ++packet.sequence;
         packet.timestamp += 1024;
     }
@@ -205,9 +204,9 @@ TEST_F(TalkReceptionTest, APacketOfCountlessUnitsIsDecodedOnlyAsFarAsAnOutputTak
     packet.payload.resize(packet.payload.size() + units, 7);
     for (packet.sequence = 0; packet.sequence < 3; ++packet.sequence)
     {
-        aac.add({packet.bytes(), 0});
+        aac.add({packet.bytes(), atMs(0)});
     }
-    aac.take(0, true, samples);
+    aac.take(atMs(0), true, samples);
     EXPECT_EQ(7U, samples.size()) << "of 64 ms each";
     EXPECT_EQ(3U, aac.statistics().overrun);
 }
@@ -266,15 +265,15 @@ TEST_F(TalkReceptionTest, AudioThatWaitedTooLongForTheOutputIsNotPlayed)
 
 TEST_F(TalkReceptionTest, SenderReportsAreAnsweredAlsoWhenTheyComeFirst)
 {
-    reception.noteSenderReport(0x01020304, 0xaabbccdd, 1000 * ms);
+    reception.noteSenderReport(0x01020304, 0xaabbccdd, atMs(1000));
     bring(10, 1500);
-    ReceptionReport report = reception.report(2000 * ms);
+    ReceptionReport report = reception.report(atMs(2000));
     EXPECT_EQ(0xaabbccddU, report.lastReport);
     EXPECT_EQ(65536U, report.delaySinceReport);
-    reception.noteSenderReport(0x99, 0x11111111, 2000 * ms);
-    EXPECT_EQ(0xaabbccddU, reception.report(2000 * ms).lastReport) << "that is another source";
-    reception.noteSenderReport(0x01020304, 0x22222222, 2000 * ms);
-    EXPECT_EQ(0x22222222U, reception.report(2000 * ms).lastReport);
+    reception.noteSenderReport(0x99, 0x11111111, atMs(2000));
+    EXPECT_EQ(0xaabbccddU, reception.report(atMs(2000)).lastReport) << "that is another source";
+    reception.noteSenderReport(0x01020304, 0x22222222, atMs(2000));
+    EXPECT_EQ(0x22222222U, reception.report(atMs(2000)).lastReport);
 }
 
 TEST_F(TalkReceptionTest, AfterAResetAnythingMayComeFirst)
@@ -291,7 +290,7 @@ TEST_F(TalkReceptionTest, AfterAResetAnythingMayComeFirst)
     EXPECT_TRUE(bring(other, 2));
     takeAt(2);
     EXPECT_EQ((std::vector<Decoded>{reset(), frame(1)}), *calls);
-    EXPECT_EQ(0, reception.report(0).cumulativeLost);
+    EXPECT_EQ(0, reception.report(atMs(0)).cumulativeLost);
 }
 
 }  // namespace

@@ -95,7 +95,7 @@ protected:
     }
 
     Device device_;
-    OutputPlayer player_{std::make_unique<FakeOutput>(device_), format, 40};
+    OutputPlayer player_{std::make_unique<FakeOutput>(device_), format, std::chrono::milliseconds(40)};
 };
 
 }  // namespace
@@ -210,7 +210,8 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
     Samples heard;
     constexpr int packets = 500;
     const Samples audio = test::tone(437, 48000, packets * 960);
-    OutputPlayer player(std::make_unique<test::CapturedOutput>(clock, heard), format, 60);
+    OutputPlayer player(std::make_unique<test::CapturedOutput>(clock, heard), format,
+                        std::chrono::milliseconds(60));
     ASSERT_EQ(0, player.open());
     int next = 0;
     for (int now = 0; next < packets; now += 10, clock.advanceMs(10))

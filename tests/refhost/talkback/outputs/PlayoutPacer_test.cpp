@@ -10,6 +10,7 @@
 
 using namespace refhost;
 using refhost::test::Samples;
+using std::chrono::milliseconds;
 
 namespace
 {
@@ -37,7 +38,7 @@ struct Drifting
         max = std::max(max, level);
     }
 
-    PlayoutPacer pacer{format, 40};
+    PlayoutPacer pacer{format, milliseconds(40)};
     const Samples audio = test::tone(500, 48000, 20 * ms);
     const double played;
     double level = 0;
@@ -51,7 +52,7 @@ struct Drifting
 
 TEST(PlayoutPacer, AudioStartsSoFarAheadAsWanted)
 {
-    PlayoutPacer pacer(format, 40);
+    PlayoutPacer pacer(format, milliseconds(40));
     Samples piece{1, 2, 3};
     pacer.pace(0, piece);
     Samples expected(40 * ms, 0);
@@ -61,7 +62,7 @@ TEST(PlayoutPacer, AudioStartsSoFarAheadAsWanted)
 
 TEST(PlayoutPacer, AudioThatFollowsIsLeftAsItIs)
 {
-    PlayoutPacer pacer(format, 40);
+    PlayoutPacer pacer(format, milliseconds(40));
     const Samples audio = test::tone(500, 48000, 20 * ms);
     Samples piece = audio;
     pacer.pace(35 * ms, piece);
@@ -72,7 +73,7 @@ TEST(PlayoutPacer, AudioThatFollowsIsLeftAsItIs)
 
 TEST(PlayoutPacer, AudioThatWouldComeMoreThan30MillisecondsLaterIsDropped)
 {
-    PlayoutPacer pacer(format, 40);
+    PlayoutPacer pacer(format, milliseconds(40));
     Samples piece(20 * ms, 1);
     pacer.pace(70 * ms + 1, piece);
     EXPECT_TRUE(piece.empty());
@@ -80,7 +81,7 @@ TEST(PlayoutPacer, AudioThatWouldComeMoreThan30MillisecondsLaterIsDropped)
 
 TEST(PlayoutPacer, OfALongPieceThatIsLateOnlySoMuchIsDroppedAsBringsItBack)
 {
-    PlayoutPacer pacer(format, 40);
+    PlayoutPacer pacer(format, milliseconds(40));
     Samples piece(64 * ms, 1);
     piece.back() = 2;
     pacer.pace(75 * ms, piece);
@@ -90,7 +91,7 @@ TEST(PlayoutPacer, OfALongPieceThatIsLateOnlySoMuchIsDroppedAsBringsItBack)
 
 TEST(PlayoutPacer, OfALongPieceTheEndIsPlayed)
 {
-    PlayoutPacer pacer(format, 40);
+    PlayoutPacer pacer(format, milliseconds(40));
     Samples piece(1000 * ms, 1);
     piece.back() = 2;
     pacer.pace(0, piece);
@@ -102,7 +103,7 @@ TEST(PlayoutPacer, SeveralPacketsAtOnceThatCameTooLateAreTheirOwnLead)
 {
     const auto whenDry = [](std::size_t pieceMs)
     {
-        PlayoutPacer pacer(format, 60);
+        PlayoutPacer pacer(format, milliseconds(60));
         for (int i = 0; i < 3; ++i)
         {
             Samples packet(20 * ms, 1);
@@ -123,7 +124,7 @@ TEST(PlayoutPacer, SeveralPacketsAtOnceThatCameTooLateAreTheirOwnLead)
 
 TEST(PlayoutPacer, NothingStaysNothing)
 {
-    PlayoutPacer pacer(format, 40);
+    PlayoutPacer pacer(format, milliseconds(40));
     Samples piece;
     pacer.pace(0, piece);
     EXPECT_TRUE(piece.empty());
@@ -131,7 +132,7 @@ TEST(PlayoutPacer, NothingStaysNothing)
 
 TEST(PlayoutPacer, ChannelsStayApart)
 {
-    PlayoutPacer pacer({48000, 2}, 40);
+    PlayoutPacer pacer({48000, 2}, milliseconds(40));
     bool stretched = false;
     for (int i = 0; i < 400; ++i)
     {
@@ -208,7 +209,7 @@ TEST(PlayoutPacer, TroubleOfAMomentChangesNothing)
 
 TEST(PlayoutPacer, ShortenedAudioHasNoSteps)
 {
-    PlayoutPacer pacer(format, 40);
+    PlayoutPacer pacer(format, milliseconds(40));
     bool shortened = false;
     for (int i = 0; i < 400; ++i)
     {
