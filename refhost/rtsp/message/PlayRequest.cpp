@@ -53,7 +53,7 @@ RtspStatus parseFrames(std::string_view value, PlayRequest& out)
     }
     constexpr std::uint64_t max = 1000000000;
     const auto distance = parseDecimal<std::uint64_t>(RtspText::trim(value.substr(value.find('/') + 1)), max);
-    out.keyFrameDistanceMs = static_cast<int>(distance.value_or(0));
+    out.keyFrameDistance = std::chrono::milliseconds(distance.value_or(0));
     return out.keyFramesOnly && distance ? rtspOk : rtspBadRequest;
 }
 

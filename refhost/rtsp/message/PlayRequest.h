@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -32,8 +33,8 @@ struct PlayRequest
     bool noRateControl = false;
     /// "Frames: intra": only frames that stand by themselves.
     bool keyFramesOnly = false;
-    /// "Frames: intra/4000": these are at least that many milliseconds apart in the recording.
-    int keyFrameDistanceMs = 0;
+    /// "Frames: intra/4000": these are at least that far apart in the recording.
+    std::chrono::milliseconds keyFrameDistance{0};
     /// Low byte of the request's CSeq, which packets repeat.
     std::uint8_t sequence = 0;
 

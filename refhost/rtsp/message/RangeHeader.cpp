@@ -13,13 +13,12 @@ namespace
 {
 
 using Unit = RangeHeader::Unit;
-using Instant = std::optional<std::int64_t>;
+using Position = RangeHeader::Position;
 
-constexpr std::int64_t second = 1000000;
 constexpr std::uint64_t maxSeconds = 1000000000;  // about 30 years
 
-/// Microseconds from "12", "12.5" or "1:02:03.5".
-Instant parseNpt(std::string_view text)
+/// Parses "12", "12.5" or "1:02:03.5".
+std::optional<Position> parseNpt(std::string_view text)
 {
     std::uint64_t seconds = 0;
     bool clock = false;  // written with colons
@@ -48,12 +47,17 @@ Instant parseNpt(std::string_view text)
     {
         return std::nullopt;
     }
-    return static_cast<std::int64_t>(seconds + *whole) * second + *fraction;
+    return std::chrono::seconds(seconds + *whole) + Position(*fraction);
 }
 
-Instant parseTime(Unit unit, std::string_view text)
+std::optional<Position> parsePosition(Unit unit, std::string_view text)
 {
-    return unit == Unit::npt ? parseNpt(text) : UtcTime::parse(text);
+    if (unit == Unit::npt)
+    {
+        return parseNpt(text);
+    }
+    const auto time = UtcTime::parse(text);
+    return time ? std::optional(time->time_since_epoch()) : std::nullopt;
 }
 
 /// Whether a text is a play time that is only too large.
@@ -84,16 +88,16 @@ bool parseEnds(std::string_view first, std::string_view last, bool backwards, Ra
     const bool now = out.unit == Unit::npt && first == "now";
     if (!first.empty() && !now)
     {
-        out.begin = parseTime(out.unit, first);
+        out.begin = parsePosition(out.unit, first);
         if (!out.begin && (out.unit == Unit::clock || isLargeNpt(first)))
         {
             return false;
         }
-        out.begin = out.begin.value_or(0);
+        out.begin = out.begin.value_or(Position(0));
     }
     if (!last.empty())
     {
-        out.end = parseTime(out.unit, last);
+        out.end = parsePosition(out.unit, last);
         if (!out.end)
         {
             return false;
@@ -130,16 +134,17 @@ RtspStatus cutUnit(std::string_view value, Unit& unit, std::string_view& rest)
     return known || !RtspText::isToken(name) ? rtspInvalidRange : rtspNotImplemented;
 }
 
-void appendTime(std::string& out, Unit unit, std::int64_t time)
+void appendPosition(std::string& out, Unit unit, Position position)
 {
     if (unit == Unit::clock)
     {
-        UtcTime::append(out, time);
+        UtcTime::append(out, WallMicroseconds(position));
         return;
     }
-    const std::int64_t played = std::max<std::int64_t>(time, 0);
-    appendDecimal(out, static_cast<std::uint64_t>(played / second));
-    appendDecimals(out, static_cast<std::uint64_t>(played % second), 6, 3);
+    const Position npt = std::max(position, Position(0));
+    const auto whole = std::chrono::floor<std::chrono::seconds>(npt);
+    appendDecimal(out, static_cast<std::uint64_t>(whole.count()));
+    appendDecimals(out, static_cast<std::uint64_t>((npt - whole).count()), 6, 3);
 }
 
 }  // namespace
@@ -177,7 +182,7 @@ RtspStatus RangeHeader::parsePoint(std::string_view value, RangeHeader& out)
     {
         point = RtspText::trim(point.substr(0, point.size() - 1));
     }
-    parsed.begin = parseTime(parsed.unit, point);
+    parsed.begin = parsePosition(parsed.unit, point);
     if (!parsed.begin)
     {
         return rtspInvalidRange;
@@ -193,14 +198,14 @@ RtspStatus RangeHeader::checkLive(std::string_view value)
     return status == rtspOk && range.unit == Unit::clock ? rtspInvalidRange : status;
 }
 
-void RangeHeader::append(std::string& out, Unit unit, std::int64_t begin, std::optional<std::int64_t> end)
+void RangeHeader::append(std::string& out, Unit unit, Position begin, std::optional<Position> end)
 {
     out.append(unit == Unit::npt ? "npt=" : "clock=");
-    appendTime(out, unit, begin);
+    appendPosition(out, unit, begin);
     out += '-';
     if (end)
     {
-        appendTime(out, unit, *end);
+        appendPosition(out, unit, *end);
     }
 }
 

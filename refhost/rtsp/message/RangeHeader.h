@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,15 +19,18 @@ struct RangeHeader
 {
     enum class Unit
     {
-        npt,   ///< from the begin of the presentation
-        clock  ///< since 1970, UTC
+        npt,   ///< normal play time: since the start of the presentation
+        clock  ///< absolute time: since 1970, UTC
     };
 
+    /// A position: how long after the origin of the unit.
+    using Position = std::chrono::microseconds;
+
     Unit unit = Unit::npt;
-    /// Where to begin, in microseconds; nothing for "-10" and "now-", which leave it open.
-    std::optional<std::int64_t> begin;
-    /// Where to end, in microseconds; nothing for the end of the presentation.
-    std::optional<std::int64_t> end;
+    /// Where to start; nothing for "-10" and "now-", which leave it open.
+    std::optional<Position> begin;
+    /// Where to end; nothing for the end of the presentation.
+    std::optional<Position> end;
 
     /// What PLAY of a live stream answers.
     static constexpr std::string_view live = "npt=now-";
@@ -52,7 +55,7 @@ struct RangeHeader
 
     /// Appends the value of a header: "npt=5.000-60.000", "clock=19961108T142300.000Z-". Negative play times
     /// count as 0.
-    static void append(std::string& out, Unit unit, std::int64_t begin, std::optional<std::int64_t> end);
+    static void append(std::string& out, Unit unit, Position begin, std::optional<Position> end);
 };
 
 }  // namespace refhost

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "refhost/base/Decimal.h"
+#include "refhost/base/Times.h"
 
 namespace refhost
 {
@@ -119,10 +120,10 @@ void appendRange(std::string& out, const MediaInfo& info, RangeHeader::Unit unit
     out += "a=range:";
     if (unit == RangeHeader::Unit::clock)
     {
-        constexpr std::int64_t nsPerMicrosecond = 1000;
-        const std::int64_t endNs = info.recordBeginTime + std::llround(info.recordSeconds * 1e9);
-        const auto rounded = [](std::int64_t ns) { return (ns + nsPerMicrosecond / 2) / nsPerMicrosecond; };
-        RangeHeader::append(out, unit, rounded(info.recordBeginTime), rounded(endNs));
+        const Duration begin(info.recordBeginTime);
+        const Duration end = begin + durationOf(std::chrono::duration<double>(info.recordSeconds));
+        RangeHeader::append(out, unit, std::chrono::round<RangeHeader::Position>(begin),
+                            std::chrono::round<RangeHeader::Position>(end));
     }
     else
     {

@@ -1,6 +1,7 @@
 #include "refhost/rtsp/message/UtcTime.h"
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 
 #include "refhost/base/Decimal.h"
@@ -10,11 +11,13 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t second = 1000000;
-constexpr std::int64_t firstSecond = -62'167'219'200;  // of year 0
-constexpr std::int64_t lastSecond = 253'402'300'799;   // of year 9999
+using std::chrono::microseconds;
+using Seconds = std::chrono::duration<std::int64_t>;
 
-/// The number that stands in `text` from `at` on, with exactly `size` digits, between `least` and `most`.
+constexpr WallMicroseconds first{Seconds(-62'167'219'200)};                   // of year 0
+constexpr WallMicroseconds last{Seconds(253'402'300'800) - microseconds(1)};  // of year 9999
+
+/// The number that stands in `text` from `at` on, with exactly `size` digits, between `min` and `max`.
 std::optional<int> field(std::string_view text, std::size_t at, std::size_t size, int min, int max)
 {
     return parseDecimal<int>(text.substr(at, size), min, max);
@@ -22,7 +25,7 @@ std::optional<int> field(std::string_view text, std::size_t at, std::size_t size
 
 }  // namespace
 
-std::optional<std::int64_t> UtcTime::parse(std::string_view text)
+std::optional<WallMicroseconds> UtcTime::parse(std::string_view text)
 {
     constexpr std::size_t wholeSize = 15;  // YYYYMMDDThhmmss
     if (text.size() <= wholeSize || text[8] != 'T' || text.back() != 'Z')
@@ -55,18 +58,19 @@ std::optional<std::int64_t> UtcTime::parse(std::string_view text)
     calendar.tm_mday = *day;
     calendar.tm_hour = *hour;
     calendar.tm_min = *minute;
-    const std::int64_t minuteStart = timegm(&calendar);
+    const Seconds minuteStart(timegm(&calendar));
     // A day that its month does not have has become one of the next month.
-    return calendar.tm_mday == *day ? std::optional((minuteStart + *seconds) * second + *fraction)
-                                    : std::nullopt;
+    return calendar.tm_mday == *day
+               ? std::optional(WallMicroseconds(minuteStart + Seconds(*seconds) + microseconds(*fraction)))
+               : std::nullopt;
 }
 
-void UtcTime::append(std::string& out, std::int64_t microseconds)
+void UtcTime::append(std::string& out, WallMicroseconds time)
 {
-    const std::int64_t clamped =
-        std::clamp(microseconds, firstSecond * second, lastSecond * second + second - 1);
-    const std::int64_t fraction = (clamped % second + second) % second;
-    const auto seconds = static_cast<std::time_t>((clamped - fraction) / second);
+    const WallMicroseconds clamped = std::clamp(time, first, last);
+    const auto whole = std::chrono::floor<Seconds>(clamped);
+    const microseconds fraction = clamped - whole;
+    const auto seconds = static_cast<std::time_t>(whole.time_since_epoch().count());
     std::tm calendar{};
     gmtime_r(&seconds, &calendar);
     const auto append = [&out](int number, std::size_t digits)
@@ -78,7 +82,7 @@ void UtcTime::append(std::string& out, std::int64_t microseconds)
     append(calendar.tm_hour, 2);
     append(calendar.tm_min, 2);
     append(calendar.tm_sec, 2);
-    appendDecimals(out, static_cast<std::uint64_t>(fraction), 6, 3);
+    appendDecimals(out, static_cast<std::uint64_t>(fraction.count()), 6, 3);
     out += 'Z';
 }
 

@@ -15,10 +15,10 @@ namespace
 using Step = StatusMap::Step;
 using Unit = RangeHeader::Unit;
 
-constexpr double microseconds = 1e6;  // of a second
-constexpr double nanoseconds = 1e9;
-constexpr std::int64_t nsPerMicrosecond = 1000;
-constexpr std::int64_t ntpEpoch = -2'208'988'800'000'000;  // 1900 in microseconds since 1970
+using Seconds = std::chrono::duration<double>;
+
+/// 1900, where the time of NTP starts, since 1970.
+constexpr std::chrono::seconds ntpEpoch(-2'208'988'800);
 
 int kindOf(const PlayRequest& order)
 {
@@ -26,9 +26,9 @@ int kindOf(const PlayRequest& order)
     {
         return 0;
     }
-    constexpr int unitMs = 10;
-    const int distance =
-        std::min<int>((order.keyFrameDistanceMs + unitMs - 1) / unitMs, playRangeMaxDistance);
+    using Hundredths = std::chrono::duration<int, std::centi>;
+    const int distance = std::min<int>(std::chrono::ceil<Hundredths>(order.keyFrameDistance).count(),
+                                       playRangeMaxDistance);
     const int frames = order.keyFramesOnly ? playRangeKeyFrames | distance << playRangeDistanceShift : 0;
     return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) | frames |
            order.sequence << playRangeSequenceShift;
@@ -97,8 +97,8 @@ RtspStatus RecordedPlay::locate(const RangeHeader& range, bool backwards, Positi
 /// know absolute ranges alone and were described a recording in play time.
 bool RecordedPlay::countsFromNtp(const RangeHeader& range)
 {
-    const auto length = static_cast<std::int64_t>(std::ceil(presentation().seconds * microseconds));
-    const auto inside = [length](const std::optional<std::int64_t>& time)
+    const auto length = std::chrono::ceil<RangeHeader::Position>(Seconds(presentation().seconds));
+    const auto inside = [length](const std::optional<RangeHeader::Position>& time)
     { return !time || (*time >= ntpEpoch && *time <= ntpEpoch + length); };
     return range.unit == Unit::clock && (range.begin || range.end) && inside(range.begin) &&
            inside(range.end);
@@ -139,8 +139,8 @@ RecordedPlay::Outcome RecordedPlay::outcome(Unit unit, const std::vector<std::st
 {
     const Position now = played(tracks);
     Outcome out;
-    out.begin = timeOf(unit, now.begin);
-    out.end = timeOf(unit, now.end);
+    out.begin = positionOf(unit, now.begin);
+    out.end = positionOf(unit, now.end);
     out.speed = speed_;
     return out;
 }
@@ -148,7 +148,7 @@ RecordedPlay::Outcome RecordedPlay::outcome(Unit unit, const std::vector<std::st
 RtspStatus RecordedPlay::pauseAt(const RangeHeader& point, const std::vector<std::string>& tracks)
 {
     const Position now = played(tracks);
-    const double instant = npt(point.unit, point.begin.value_or(0));
+    const double instant = npt(point.unit, point.begin.value_or(RangeHeader::Position(0)));
     if (instant < std::min(now.begin, now.end) || instant > std::max(now.begin, now.end))
     {
         return rtspInvalidRange;
@@ -181,31 +181,30 @@ RecordedPlay::Position RecordedPlay::played(const std::vector<std::string>& trac
     return out;
 }
 
-double RecordedPlay::npt(Unit unit, std::int64_t time)
+/// \returns seconds of normal play time
+double RecordedPlay::npt(Unit unit, RangeHeader::Position position)
 {
     if (unit == Unit::npt)
     {
-        return static_cast<double>(time) / microseconds;
+        return Seconds(position).count();
     }
     // In microseconds as far as they go: a client's year 9999 has no nanoseconds in 64 bits.
-    const std::int64_t baseNs = clockBaseNs();
-    const std::int64_t passed = time - baseNs / nsPerMicrosecond;
-    return static_cast<double>(passed) / microseconds -
-           static_cast<double>(baseNs % nsPerMicrosecond) / nanoseconds;
+    const Duration base = clockBase().time_since_epoch();
+    const auto whole = std::chrono::floor<RangeHeader::Position>(base);
+    return Seconds(position - whole).count() - Seconds(base - whole).count();
 }
 
-/// The absolute time of position 0.
-std::int64_t RecordedPlay::clockBaseNs()
+/// The absolute time of normal play time 0.
+WallTime RecordedPlay::clockBase()
 {
-    return countsFromNtp_ ? ntpEpoch * nsPerMicrosecond : presentation().beginNs;
+    return countsFromNtp_ ? WallTime(ntpEpoch) : presentation().begin;
 }
 
-/// Microseconds, rounded once: the first frame is seldom at a whole one.
-std::int64_t RecordedPlay::timeOf(Unit unit, double position)
+/// Rounded once: the first frame is seldom at a whole microsecond.
+RangeHeader::Position RecordedPlay::positionOf(Unit unit, double npt)
 {
-    const std::int64_t baseNs = unit == Unit::clock ? clockBaseNs() : 0;
-    const std::int64_t timeNs = baseNs + std::llround(position * nanoseconds);
-    return (timeNs + (timeNs < 0 ? -nsPerMicrosecond : nsPerMicrosecond) / 2) / nsPerMicrosecond;
+    const Duration base = unit == Unit::clock ? clockBase().time_since_epoch() : Duration::zero();
+    return std::chrono::round<RangeHeader::Position>(base + durationOf(Seconds(npt)));
 }
 
 const RecordedPlay::Presentation& RecordedPlay::presentation()
@@ -214,7 +213,7 @@ const RecordedPlay::Presentation& RecordedPlay::presentation()
     {
         MediaInfo info;
         controller_->getMediaInfo(info);
-        presentation_ = Presentation{info.recordBeginTime, info.recordSeconds};
+        presentation_ = Presentation{WallTime(Duration(info.recordBeginTime)), info.recordSeconds};
     }
     return *presentation_;
 }

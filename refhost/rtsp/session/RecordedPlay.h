@@ -1,11 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "live/IRTSPController.h"
+#include "refhost/base/Times.h"
 #include "refhost/playback/PlaySpeed.h"
 #include "refhost/rtsp/message/PlayRequest.h"
 #include "refhost/rtsp/message/RangeHeader.h"
@@ -29,8 +29,8 @@ public:
     /// What is really played; the answer to PLAY says so.
     struct Outcome
     {
-        std::int64_t begin = 0;  ///< microseconds, in the unit of the request's range
-        std::int64_t end = 0;    ///< before the begin when it plays backwards
+        RangeHeader::Position begin{0};  ///< in the unit of the request's range
+        RangeHeader::Position end{0};    ///< before `begin` when it plays backwards
         PlaySpeed speed;
     };
 
@@ -64,7 +64,7 @@ private:
 
     struct Presentation
     {
-        std::int64_t beginNs = 0;  ///< since 1970
+        WallTime begin;
         double seconds = 0;
     };
 
@@ -72,10 +72,10 @@ private:
     RtspStatus move(const Position* to, int kind, const std::vector<std::string>& tracks);
     RtspStatus setSpeed(const PlaySpeed& speed, const std::vector<std::string>& tracks);
     Position played(const std::vector<std::string>& tracks);
-    double npt(RangeHeader::Unit unit, std::int64_t time);
-    std::int64_t timeOf(RangeHeader::Unit unit, double position);
+    double npt(RangeHeader::Unit unit, RangeHeader::Position position);
+    RangeHeader::Position positionOf(RangeHeader::Unit unit, double npt);
     bool countsFromNtp(const RangeHeader& range);
-    std::int64_t clockBaseNs();
+    WallTime clockBase();
     const Presentation& presentation();
 
     const std::string sessionId_;

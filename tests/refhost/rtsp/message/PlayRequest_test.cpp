@@ -31,7 +31,7 @@ TEST(PlayRequest, RangeScaleAndSpeedAreRead)
 {
     PlayRequest order;
     EXPECT_EQ(parse({{"range", "npt=5-"}, {"Scale", "-2.5"}, {"Speed", "0.25"}}, false, order), rtspOk);
-    EXPECT_EQ(order.range->begin, 5000000);
+    EXPECT_EQ(order.range->begin, std::chrono::microseconds(5000000));
     EXPECT_EQ(order.scale, -2.5);
     EXPECT_EQ(order.speed, 0.25);
     EXPECT_EQ(parse({{"Scale", "32"}}, false, order), rtspOk);
@@ -74,10 +74,10 @@ TEST(PlayRequest, ReplayHeadersCountWhereReplayIsRequired)
     EXPECT_EQ(parse({{"CSeq", "1"}, {"Rate-Control", "yes"}, {"Frames", "all"}}, true, order), rtspOk);
     EXPECT_FALSE(order.noRateControl);
     EXPECT_FALSE(order.keyFramesOnly);
-    EXPECT_EQ(order.keyFrameDistanceMs, 0);
+    EXPECT_EQ(order.keyFrameDistance, std::chrono::milliseconds(0));
     EXPECT_EQ(parse({{"Frames", "intra/4000"}}, true, order), rtspOk);
     EXPECT_TRUE(order.keyFramesOnly);
-    EXPECT_EQ(order.keyFrameDistanceMs, 4000);
+    EXPECT_EQ(order.keyFrameDistance, std::chrono::seconds(4));
     EXPECT_EQ(parse({{"Frames", "predicted"}}, true, order), rtspOk);
     EXPECT_FALSE(order.keyFramesOnly);
 }

@@ -9,6 +9,7 @@ namespace refhost
 namespace
 {
 
+using std::chrono::microseconds;
 using Unit = RangeHeader::Unit;
 
 TEST(RangeHeader, TakesEveryWellFormedNptRange)
@@ -40,11 +41,11 @@ TEST(RangeHeader, ANegativeOrMalformedBeginInPlayTimeIsZero)
     {
         RangeHeader parsed;
         EXPECT_EQ(RangeHeader::parse(std::string("npt=") + begin + "-", parsed), rtspOk) << begin;
-        EXPECT_EQ(parsed.begin, 0) << begin;
+        EXPECT_EQ(parsed.begin, microseconds(0)) << begin;
         EXPECT_FALSE(parsed.end) << begin;
         EXPECT_EQ(RangeHeader::parse(std::string("npt=") + begin + " - 12.5", parsed), rtspOk) << begin;
-        EXPECT_EQ(parsed.begin, 0) << begin;
-        EXPECT_EQ(parsed.end, 12500000) << begin;
+        EXPECT_EQ(parsed.begin, microseconds(0)) << begin;
+        EXPECT_EQ(parsed.end, microseconds(12500000)) << begin;
     }
 }
 
@@ -54,13 +55,13 @@ TEST(RangeHeader, BackwardsTheLaterEndIsTheBegin)
     {
         RangeHeader parsed;
         EXPECT_EQ(RangeHeader::parse(range, parsed, true), rtspOk) << range;
-        EXPECT_EQ(parsed.begin, 30000000);
-        EXPECT_EQ(parsed.end, 10000000);
+        EXPECT_EQ(parsed.begin, microseconds(30000000));
+        EXPECT_EQ(parsed.end, microseconds(10000000));
     }
     RangeHeader parsed;
     EXPECT_EQ(RangeHeader::parse("npt=30-30", parsed, true), rtspInvalidRange);
     EXPECT_EQ(RangeHeader::parse("npt=30-", parsed, true), rtspOk);
-    EXPECT_EQ(parsed.begin, 30000000);
+    EXPECT_EQ(parsed.begin, microseconds(30000000));
     EXPECT_FALSE(parsed.end);
 }
 
@@ -120,8 +121,8 @@ TEST(RangeHeader, EndsAreMicrosecondsOrOpen)
         RangeHeader parsed;
         ASSERT_EQ(RangeHeader::parse(range.text, parsed), rtspOk) << range.text;
         EXPECT_EQ(parsed.unit, range.unit) << range.text;
-        EXPECT_EQ(parsed.begin.value_or(open), range.begin) << range.text;
-        EXPECT_EQ(parsed.end.value_or(open), range.end) << range.text;
+        EXPECT_EQ(parsed.begin.value_or(microseconds(open)), microseconds(range.begin)) << range.text;
+        EXPECT_EQ(parsed.end.value_or(microseconds(open)), microseconds(range.end)) << range.text;
     }
 }
 
@@ -133,9 +134,9 @@ TEST(RangeHeader, WhatIsRefusedLeavesTheResultAsItWas)
           "npt=5-3", "smpte=10:12:33:20-", "clock=19961108T142300Z-0"})
     {
         RangeHeader parsed;
-        parsed.begin = 77;
+        parsed.begin = microseconds(77);
         EXPECT_EQ(RangeHeader::parse(range, parsed), rtspInvalidRange) << range;
-        EXPECT_EQ(parsed.begin, 77) << range;
+        EXPECT_EQ(parsed.begin, microseconds(77)) << range;
         EXPECT_EQ(parsed.unit, Unit::npt) << range;
     }
     RangeHeader parsed;
@@ -146,12 +147,12 @@ TEST(RangeHeader, PauseNamesOneInstant)
 {
     RangeHeader parsed;
     EXPECT_EQ(RangeHeader::parsePoint("npt=10", parsed), rtspOk);
-    EXPECT_EQ(parsed.begin, 10000000);
+    EXPECT_EQ(parsed.begin, microseconds(10000000));
     EXPECT_EQ(RangeHeader::parsePoint("npt=1:00 - ;time=19970123T143720Z", parsed), rtspOk);
-    EXPECT_EQ(parsed.begin, 60000000);
+    EXPECT_EQ(parsed.begin, microseconds(60000000));
     EXPECT_EQ(RangeHeader::parsePoint("clock=19961108T142300.5Z-", parsed), rtspOk);
     EXPECT_EQ(parsed.unit, Unit::clock);
-    EXPECT_EQ(parsed.begin, 847462980500000);
+    EXPECT_EQ(parsed.begin, microseconds(847462980500000));
     for (const char* const point : {"", "npt", "npt=", "npt=-", "npt=now", "npt=now-", "npt=-10", "npt=1-2",
                                     "npt=1--", "smpte=10:12:33:20-", "clock=10"})
     {
@@ -163,16 +164,16 @@ TEST(RangeHeader, PauseNamesOneInstant)
 TEST(RangeHeader, IsWrittenInTheUnitAskedFor)
 {
     std::string out;
-    RangeHeader::append(out, Unit::npt, 12345678, 60000000);
+    RangeHeader::append(out, Unit::npt, microseconds(12345678), microseconds(60000000));
     EXPECT_EQ(out, "npt=12.345678-60.000");
     out.clear();
-    RangeHeader::append(out, Unit::npt, -1, std::nullopt);
+    RangeHeader::append(out, Unit::npt, microseconds(-1), std::nullopt);
     EXPECT_EQ(out, "npt=0.000-");
     out.clear();
-    RangeHeader::append(out, Unit::clock, 847462980250000, 847462981000000);
+    RangeHeader::append(out, Unit::clock, microseconds(847462980250000), microseconds(847462981000000));
     EXPECT_EQ(out, "clock=19961108T142300.250Z-19961108T142301.000Z");
     out.clear();
-    RangeHeader::append(out, Unit::clock, 847462980250000, std::nullopt);
+    RangeHeader::append(out, Unit::clock, microseconds(847462980250000), std::nullopt);
     EXPECT_EQ(out, "clock=19961108T142300.250Z-");
 }
 
@@ -183,12 +184,12 @@ TEST(RangeHeader, WhatIsWrittenReadsTheSame)
         for (const std::int64_t begin : {std::int64_t{0}, std::int64_t{1}, std::int64_t{3723000001}})
         {
             std::string out;
-            RangeHeader::append(out, unit, begin, begin + 1);
+            RangeHeader::append(out, unit, microseconds(begin), microseconds(begin + 1));
             RangeHeader parsed;
             ASSERT_EQ(RangeHeader::parse(out, parsed), rtspOk) << out;
             EXPECT_EQ(parsed.unit, unit);
-            EXPECT_EQ(parsed.begin, begin);
-            EXPECT_EQ(parsed.end, begin + 1);
+            EXPECT_EQ(parsed.begin, microseconds(begin));
+            EXPECT_EQ(parsed.end, microseconds(begin + 1));
         }
     }
 }

@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Unit = RangeHeader::Unit;
 
-constexpr std::int64_t second = 1000000;
+constexpr RangeHeader::Position second = std::chrono::seconds(1);
 
 class RecordedPlayTest : public testing::Test
 {
@@ -57,7 +57,7 @@ TEST_F(RecordedPlayTest, TheFirstPlayWithoutAnOrderLeavesEverythingToTheControll
     EXPECT_EQ(play({}), rtspOk);
     EXPECT_THAT(script_->calls, IsEmpty());
     const RecordedPlay::Outcome outcome = play_.outcome(Unit::npt, tracks_);
-    EXPECT_EQ(outcome.begin, 0);
+    EXPECT_EQ(outcome.begin, 0 * second);
     EXPECT_EQ(outcome.end, 60 * second);
     EXPECT_EQ(outcome.speed.scale, 1);
     EXPECT_EQ(outcome.speed.speed, 1);
@@ -91,7 +91,7 @@ TEST_F(RecordedPlayTest, AbsoluteTimesAreCountedFromTheRecordingsBegin)
     EXPECT_EQ(playRange("clock=20231114T221325.25Z-20231114T221330Z"), rtspOk);
     EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 5.25 10 0 1"));
     const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
-    EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second + 5250000);
+    EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second + std::chrono::milliseconds(5250));
     EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 10 * second);
 }
 
@@ -113,7 +113,7 @@ TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecond)
     EXPECT_EQ(playRange("clock=19700101T000000Z-20991231T235959Z"), rtspOk);
     EXPECT_EQ(playRange("clock=19700101T000000Z-99991231T235959.999999Z"), rtspOk);
     const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
-    EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second - 400000);
+    EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second - std::chrono::milliseconds(400));
     EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 60 * second);
 }
 
@@ -257,7 +257,7 @@ TEST_F(RecordedPlayTest, MinDistanceOfKeyFramesIsNeverShortened)
     order.keyFramesOnly = true;
     for (const auto& [ms, tens] : {std::pair{4000, 400}, {4001, 401}, {1, 1}, {1'000'000'000, 0x7fff}})
     {
-        order.keyFrameDistanceMs = ms;
+        order.keyFrameDistance = std::chrono::milliseconds(ms);
         EXPECT_EQ(play(order), rtspOk);
         EXPECT_THAT(script_->calls,
                     ElementsAre("setPlayRange trackID=0 0 0 " + std::to_string(tens * 0x10000 + 5) + " 0"));
