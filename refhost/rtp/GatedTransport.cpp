@@ -42,7 +42,7 @@ void TransportReceiveQueue::onRtcp(const std::uint8_t* data, std::size_t size)
     RtcpFindings ignored;
     if (RtcpReader::read(data, size, 0, ignored))
     {
-        heard();
+        noteActivity();
     }
     if (const auto target = listener())
     {
@@ -54,7 +54,7 @@ void TransportReceiveQueue::onRtp(const std::uint8_t* data, std::size_t size)
 {
     if (RtpReader::hasHeader(data, size))
     {
-        heard();
+        noteActivity();
     }
     if (const auto target = listener())
     {
@@ -62,11 +62,11 @@ void TransportReceiveQueue::onRtp(const std::uint8_t* data, std::size_t size)
     }
 }
 
-void TransportReceiveQueue::heard()
+void TransportReceiveQueue::noteActivity()
 {
     if (liveness_)
     {
-        liveness_->heard(HostClock::system().monotonicMs());
+        liveness_->noteActivity(HostClock::system().now());
     }
 }
 

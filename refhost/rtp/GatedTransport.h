@@ -33,7 +33,7 @@ public:
     bool arm();
 
 private:
-    void heard();
+    void noteActivity();
     std::shared_ptr<TransportListener> listener();
 
     Mutex mutex_;

@@ -9,38 +9,41 @@
 #include <string>
 
 #include "hostapi/device/IConnection.h"
+#include "refhost/base/Times.h"
 #include "refhost/media/AccessUnit.h"
 #include "refhost/rtp/LiveStart.h"
 
 namespace refhost
 {
 
-/// When a session's client was last heard, by RTSP or RTCP. Shared by the session and its transports.
+/// The last activity of a session's client, by RTSP, RTP or RTCP. Shared by the session and its transports.
+/// Threads: any.
 class SessionLiveness
 {
 public:
-    /// \param nowMs  monotonic clock, milliseconds
-    void heard(std::int64_t nowMs)
+    /// The client is active now.
+    void noteActivity(MonotonicTime now)
     {
-        lastActivityMs_.store(nowMs, std::memory_order_relaxed);
+        lastActivity_.store(now, std::memory_order_relaxed);
     }
 
-    /// The same, for news that may be older than what is known.
-    void heardAtLeast(std::int64_t ms)
+    /// The client was active at `time`; ignored unless that is later than the last activity.
+    void noteEarlierActivity(MonotonicTime time)
     {
-        std::int64_t known = lastActivityMs_.load(std::memory_order_relaxed);
-        while (known < ms && !lastActivityMs_.compare_exchange_weak(known, ms, std::memory_order_relaxed))
+        MonotonicTime known = lastActivity_.load(std::memory_order_relaxed);
+        while (known < time && !lastActivity_.compare_exchange_weak(known, time, std::memory_order_relaxed))
         {
         }
     }
 
-    std::int64_t lastActivityMs() const
+    /// The epoch of the clock before the first activity.
+    MonotonicTime lastActivity() const
     {
-        return lastActivityMs_.load(std::memory_order_relaxed);
+        return lastActivity_.load(std::memory_order_relaxed);
     }
 
 private:
-    std::atomic<std::int64_t> lastActivityMs_{0};
+    std::atomic<MonotonicTime> lastActivity_{MonotonicTime()};
 };
 
 /// The header fields that a session writes into every packet of one track.

@@ -36,7 +36,7 @@ public:
 
     /// Without users everybody is granted.
     /// \param digestWithoutQop  whether Digest answers without qop are taken; they can be replayed from their
-    ///                          client's address for NonceStore::uncountedMs
+    ///                          client's address for NonceStore::uncountedLifetime
     Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock,
                   bool digestWithoutQop = true);
 

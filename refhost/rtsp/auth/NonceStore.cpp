@@ -29,9 +29,11 @@ std::string newKey()
     return key;
 }
 
-std::int64_t issuedAt(std::string_view nonce)
+/// Requires: a nonce of ours, whose time is in milliseconds.
+MonotonicTime issuedAt(std::string_view nonce)
 {
-    return static_cast<std::int64_t>(parseHex(nonce.substr(0, timeDigits)).value_or(0));
+    const std::uint64_t ms = parseHex(nonce.substr(0, timeDigits)).value_or(0);
+    return MonotonicTime(std::chrono::milliseconds(static_cast<std::int64_t>(ms)));
 }
 
 }  // namespace
@@ -42,7 +44,8 @@ std::string NonceStore::issue(const Client& client) const
 {
     std::string nonce;
     nonce.reserve(nonceDigits);
-    appendHex64(nonce, static_cast<std::uint64_t>(clock_()));
+    const auto now = std::chrono::floor<std::chrono::milliseconds>(readClock(clock_).time_since_epoch());
+    appendHex64(nonce, static_cast<std::uint64_t>(now.count()));
     std::uint64_t number = 0;
     fillRandom(&number, sizeof number);
     appendHex64(nonce, number);
@@ -93,24 +96,24 @@ bool NonceStore::use(std::string_view nonce, std::uint64_t nonceCount, const Cli
     {
         return false;
     }
-    const std::int64_t issuedMs = issuedAt(nonce);
-    const std::int64_t ageMs = clock_() - issuedMs;
+    const MonotonicTime issued = issuedAt(nonce);
+    const Duration age = readClock(clock_) - issued;
     if (nonceCount == 0)
     {
-        return ageMs < uncountedMs || isOfConnection(nonce, client);
+        return age < uncountedLifetime || isOfConnection(nonce, client);
     }
     // The memory of uses must not be reachable by another spelling of the connection's part.
     const std::string used(nonce.substr(0, signedDigits + signatureDigits));
-    return ageMs < lifetimeMs && useCounted(used, nonceCount, issuedMs);
+    return age < lifetime && useCounted(used, nonceCount, issued);
 }
 
-bool NonceStore::useCounted(const std::string& nonce, std::uint64_t nonceCount, std::int64_t issuedMs)
+bool NonceStore::useCounted(const std::string& nonce, std::uint64_t nonceCount, MonotonicTime issued)
 {
     const MutexLock guard(mutex_);
     auto found = uses_.find(nonce);
     if (found == uses_.end())
     {
-        if (issuedMs <= forgottenMs_)
+        if (issued <= forgotten_)
         {
             return false;
         }
@@ -140,7 +143,7 @@ void NonceStore::remember(const std::string& nonce)
 {
     if (uses_.size() >= maxRemembered)
     {
-        forgottenMs_ = std::max(forgottenMs_, issuedAt(order_.front()));
+        forgotten_ = std::max(forgotten_, issuedAt(order_.front()));
         uses_.erase(order_.front());
         order_.pop_front();
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -19,9 +20,9 @@ namespace refhost
 /// A nonce proves by itself when, to which address and on which connection it was issued (it carries its time
 /// and keyed hashes), so that challenges cost no memory. It is good from that address alone. Answers that
 /// count their uses are taken once each. Answers that do not count cannot be told from replayed ones: they
-/// are taken on the connection of their nonce, which nobody else can write to, and for `uncountedMs`
+/// are taken on the connection of their nonce, which nobody else can write to, and for `uncountedLifetime`
 /// elsewhere. Only nonces that were used with a count and the right password are remembered, and of these the
-/// newest `rememberedMost`; older ones count as expired. Threads: any; one lock of its own.
+/// newest `maxRemembered`; older ones count as expired. Threads: any; one lock of its own.
 class NonceStore
 {
 public:
@@ -32,9 +33,9 @@ public:
         std::uint64_t connection = 0;  ///< serial of the RTSP connection
     };
 
-    static constexpr std::int64_t lifetimeMs = 10 * 60 * 1000;
+    static constexpr std::chrono::minutes lifetime{10};
     /// How long a client that does not count may use a nonce on other connections.
-    static constexpr std::int64_t uncountedMs = 60 * 1000;
+    static constexpr std::chrono::minutes uncountedLifetime{1};
     static constexpr std::size_t maxRemembered = 4096;
 
     explicit NonceStore(MonotonicClock clock);
@@ -62,7 +63,7 @@ private:
     std::string sign(std::string_view text, const void* binding, std::size_t size) const;
     bool isIssuedTo(std::string_view nonce, const Client& client) const;
     bool isOfConnection(std::string_view nonce, const Client& client) const;
-    bool useCounted(const std::string& nonce, std::uint64_t nonceCount, std::int64_t issuedMs);
+    bool useCounted(const std::string& nonce, std::uint64_t nonceCount, MonotonicTime issued);
     void remember(const std::string& nonce) OV_REQUIRES(mutex_);
 
     const MonotonicClock clock_;
@@ -70,7 +71,8 @@ private:
     mutable Mutex mutex_;
     std::unordered_map<std::string, Uses> uses_ OV_GUARDED_BY(mutex_);
     std::deque<std::string> order_ OV_GUARDED_BY(mutex_);  // of the first use
-    std::int64_t forgottenMs_ OV_GUARDED_BY(mutex_) = -1;  // nonces issued up to then are expired
+    MonotonicTime forgotten_ OV_GUARDED_BY(mutex_) =
+        MonotonicTime::min();  // nonces issued up to then are expired
 };
 
 }  // namespace refhost

@@ -167,7 +167,7 @@ void ConnectionLoop::sweep()
     {
         all.push_back(connection);
     }
-    const MonotonicTime now = readClock(services_.clock);
+    const MonotonicTime now = services_.now();
     for (const auto& connection : all)
     {
         connection->sweep(now);

@@ -284,7 +284,7 @@ void RtspConnection::serveAgain()
 
 MonotonicTime RtspConnection::currentTime() const
 {
-    return readClock(services_.clock);
+    return services_.now();
 }
 
 bool RtspConnection::deferredTooLong(MonotonicTime now) const
@@ -337,8 +337,7 @@ void RtspConnection::noteLiveness(MonotonicTime now)
     livenessAt_ = now;
     if (const auto silence = stream_->silence())
     {
-        const Duration answered = (now - *silence).time_since_epoch();
-        handler_.connectionAnswered(std::chrono::floor<std::chrono::milliseconds>(answered).count());
+        handler_.connectionAnswered(now - *silence);
     }
 }
 

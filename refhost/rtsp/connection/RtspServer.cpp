@@ -194,7 +194,7 @@ void RtspServer::startLoops()
         last.add(multicast->descriptor(), EventLoop::readable,
                  [multicast](std::uint32_t) { multicast->onReadable(); });
     }
-    first.every(options_.sweepInterval, [this] { services_.sessions.endExpired(services_.clock()); });
+    first.every(options_.sweepInterval, [this] { services_.sessions.endExpired(services_.now()); });
     first.add(listener_.get(), EventLoop::readable, [this](std::uint32_t) { acceptAll(); });
 }
 
@@ -264,7 +264,7 @@ bool RtspServer::acceptOne()
                errno != ENOBUFS && errno != ENOMEM;
     }
     const SocketAddress peer(reinterpret_cast<const sockaddr*>(&address));
-    std::shared_ptr<ConnectionSlots::Slot> slot = slots_.take(peer.key(), readClock(services_.clock));
+    std::shared_ptr<ConnectionSlots::Slot> slot = slots_.take(peer.key(), services_.now());
     if (slot == nullptr)
     {
         Log::limited(Log::Level::warning, "connections refused",

@@ -11,11 +11,11 @@ std::string_view SessionHeader::id(std::string_view value)
     return RtspText::cut(value, ';');
 }
 
-void SessionHeader::append(std::string& out, std::string_view id, int timeoutSeconds)
+void SessionHeader::append(std::string& out, std::string_view id, std::chrono::seconds timeout)
 {
     out += id;
     out += ";timeout=";
-    appendDecimal(out, static_cast<std::uint64_t>(timeoutSeconds));
+    appendDecimal(out, static_cast<std::uint64_t>(timeout.count()));
 }
 
 }  // namespace refhost

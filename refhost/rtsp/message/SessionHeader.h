@@ -1,6 +1,7 @@
 #pragma once
 // Tested by tests/refhost/rtsp/message/ResponseWriter_test.cpp.
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -15,7 +16,7 @@ public:
     static std::string_view id(std::string_view value);
 
     /// Appends "<id>;timeout=<seconds>".
-    static void append(std::string& out, std::string_view id, int timeoutSeconds);
+    static void append(std::string& out, std::string_view id, std::chrono::seconds timeout);
 };
 
 }  // namespace refhost

@@ -5,40 +5,39 @@ namespace refhost
 namespace
 {
 
-// Packets that were on their way when the connection went do not make the client heard again.
-constexpr std::int64_t orphanGraceMs = 1000;
+/// Packets that were under way when the connection ended are no activity after it.
+constexpr std::chrono::seconds orphanGrace(1);
 
 }  // namespace
 
-ClientPresence::ClientPresence(std::int64_t nowMs)
+ClientPresence::ClientPresence(MonotonicTime now)
 {
-    liveness_->heard(nowMs);
+    liveness_->noteActivity(now);
 }
 
-void ClientPresence::named(std::uint64_t connection, std::int64_t nowMs)
+void ClientPresence::noteRequest(std::uint64_t connection, MonotonicTime now)
 {
-    liveness_->heard(nowMs);
+    liveness_->noteActivity(now);
     const MutexLock guard(mutex_);
-    orphanedMs_.reset();
+    orphaned_.reset();
     connection_ = connection;
 }
 
-void ClientPresence::connectionEnded(std::uint64_t connection, std::int64_t nowMs)
+void ClientPresence::connectionEnded(std::uint64_t connection, MonotonicTime now)
 {
     const MutexLock guard(mutex_);
     if (connection_ == connection)
     {
-        orphanedMs_ = nowMs;
+        orphaned_ = now;
     }
 }
 
-bool ClientPresence::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
-                             std::int64_t orphanTimeoutMs) const
+bool ClientPresence::expired(MonotonicTime now, Duration sessionTimeout, Duration orphanTimeout) const
 {
-    const std::int64_t activityMs = liveness_->lastActivityMs();
+    const MonotonicTime activity = liveness_->lastActivity();
     const MutexLock guard(mutex_);
-    const bool orphaned = orphanedMs_ && activityMs < *orphanedMs_ + orphanGraceMs;
-    return nowMs - activityMs >= sessionTimeoutMs || (orphaned && nowMs - *orphanedMs_ >= orphanTimeoutMs);
+    const bool orphan = orphaned_ && activity < *orphaned_ + orphanGrace;
+    return now - activity >= sessionTimeout || (orphan && now - *orphaned_ >= orphanTimeout);
 }
 
 }  // namespace refhost

@@ -11,34 +11,36 @@
 namespace refhost
 {
 
-/// Whether the client of a session is still there: when it was heard, and whether the connection went from
-/// which it named the session last. Times are milliseconds of the monotonic clock. Threads: any.
+/// Whether the client of a session is still there: its last activity, and whether the connection of its last
+/// request is gone. Threads: any.
 class ClientPresence
 {
 public:
-    explicit ClientPresence(std::int64_t nowMs);
+    /// Counts as activity.
+    explicit ClientPresence(MonotonicTime now);
 
-    /// What the session's transports tell of their client's reports.
+    /// Where the session's transports note what they receive.
     std::shared_ptr<SessionLiveness> liveness() const
     {
         return liveness_;
     }
 
-    /// A request from that connection named the session.
-    void named(std::uint64_t connection, std::int64_t nowMs);
+    /// A request for the session was received.
+    /// \param connection  its serial
+    void noteRequest(std::uint64_t connection, MonotonicTime now);
 
-    /// A connection ended. Another one than the one that named the session last does not count.
-    void connectionEnded(std::uint64_t connection, std::int64_t nowMs);
+    /// A connection ended. Only that of the last request counts.
+    void connectionEnded(std::uint64_t connection, MonotonicTime now);
 
-    /// True when the client was not heard for too long: `sessionTimeoutMs` in general, `orphanTimeoutMs`
-    /// after its connection went, unless it was heard since.
-    bool expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs, std::int64_t orphanTimeoutMs) const;
+    /// True `sessionTimeout` after the last activity, or `orphanTimeout` after the end of the connection
+    /// without activity since.
+    bool expired(MonotonicTime now, Duration sessionTimeout, Duration orphanTimeout) const;
 
 private:
     const std::shared_ptr<SessionLiveness> liveness_ = std::make_shared<SessionLiveness>();
     mutable Mutex mutex_;
-    std::uint64_t connection_ OV_GUARDED_BY(mutex_) = 0;            // that named the session last
-    std::optional<std::int64_t> orphanedMs_ OV_GUARDED_BY(mutex_);  // when that one went
+    std::uint64_t connection_ OV_GUARDED_BY(mutex_) = 0;           // of the last request
+    std::optional<MonotonicTime> orphaned_ OV_GUARDED_BY(mutex_);  // the end of that connection
 };
 
 }  // namespace refhost

@@ -21,7 +21,7 @@ std::shared_ptr<RtspSession> ConnectionSessions::find(const RequestContext& cont
         return nullptr;
     }
     use(session);
-    session->heard(connection_.serial(), services_.clock());
+    session->noteRequest(connection_.serial(), services_.now());
     return session;
 }
 
@@ -45,7 +45,7 @@ std::shared_ptr<RtspSession> ConnectionSessions::of(RequestContext& context)
 void ConnectionSessions::addHeader(ResponseWriter& out, const RtspSession& session) const
 {
     out.startHeader("Session");
-    SessionHeader::append(out.text(), session.id(), services_.limits.sessionTimeout);
+    SessionHeader::append(out.text(), session.id(), std::chrono::seconds(services_.limits.sessionTimeout));
     out.endHeader();
 }
 
@@ -72,13 +72,13 @@ bool ConnectionSessions::carriesSession()
                        [](const std::weak_ptr<RtspSession>& session) { return !session.expired(); });
 }
 
-void ConnectionSessions::connectionAnswered(std::int64_t ms)
+void ConnectionSessions::connectionAnswered(MonotonicTime time)
 {
     for (const std::weak_ptr<RtspSession>& weak : sessions_)
     {
         if (const auto session = weak.lock())
         {
-            session->connectionAnswered(connection_.serial(), ms);
+            session->connectionAnswered(connection_.serial(), time);
         }
     }
 }
@@ -88,7 +88,7 @@ void ConnectionSessions::connectionEnded()
     for (const std::weak_ptr<RtspSession>& weak : std::exchange(sessions_, {}))
     {
         const auto session = weak.lock();
-        if (session != nullptr && session->connectionEnded(connection_.serial(), services_.clock()))
+        if (session != nullptr && session->connectionEnded(connection_.serial(), services_.now()))
         {
             services_.sessions.end(session);
         }

@@ -20,7 +20,7 @@ class ConnectionSessions
 public:
     ConnectionSessions(RtspServices& services, ClientConnection& connection);
 
-    /// Finds the session that the request names and notes that it was heard.
+    /// Finds the session that the request names and notes the activity.
     /// \returns null when the request names none, or one that does not exist or is another client's
     std::shared_ptr<RtspSession> find(const RequestContext& context);
 
@@ -37,8 +37,8 @@ public:
 
     /// True while a session that this connection used exists.
     bool carriesSession();
-    /// TCP had an answer of the client's at `ms`.
-    void connectionAnswered(std::int64_t ms);
+    /// The client's TCP acknowledged data at `time`.
+    void connectionAnswered(MonotonicTime time);
     /// The connection is gone.
     void connectionEnded();
 

@@ -318,9 +318,9 @@ bool RequestHandler::carriesSession()
     return sessions_.carriesSession();
 }
 
-void RequestHandler::connectionAnswered(std::int64_t ms)
+void RequestHandler::connectionAnswered(MonotonicTime time)
 {
-    sessions_.connectionAnswered(ms);
+    sessions_.connectionAnswered(time);
 }
 
 void RequestHandler::connectionEnded()

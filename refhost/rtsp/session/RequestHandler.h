@@ -52,8 +52,8 @@ public:
     bool loggedIn() const;
     /// True while a session exists that this connection used.
     bool carriesSession();
-    /// TCP had an answer of the client's at `ms`.
-    void connectionAnswered(std::int64_t ms);
+    /// The client's TCP acknowledged data at `time`.
+    void connectionAnswered(MonotonicTime time);
     /// The connection is gone. Once.
     void connectionEnded();
 

@@ -21,6 +21,12 @@ struct RtspServices
 {
     RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock);
 
+    /// What `clock` shows.
+    MonotonicTime now() const
+    {
+        return readClock(clock);
+    }
+
     const LimitsConfig limits;
     const MonotonicClock clock;
     const MediaRoutes routes;

@@ -25,13 +25,13 @@ std::optional<SharedStream> sharedBy(SafePointer<IRTSPController> controller, co
 
 RtspSession::RtspSession(std::string id, std::string presentation,
                          const SafePointer<IRTSPController>& controller, const MediaRoutes::Route& route,
-                         SessionOwner owner, std::int64_t nowMs)
+                         SessionOwner owner, MonotonicTime now)
     : id_(std::move(id)),
       presentation_(std::move(presentation)),
       firstPacket_(route.firstPacket),
       recorded_(route.recorded),
       owner_(std::move(owner)),
-      presence_(nowMs),
+      presence_(now),
       shared_(sharedBy(controller, route)),
       together_(route.together),
       mutex_(together_ ? *together_ : own_),
@@ -362,31 +362,30 @@ void RtspSession::end()
     controller_.reset();
 }
 
-void RtspSession::heard(std::uint64_t connection, std::int64_t nowMs)
+void RtspSession::noteRequest(std::uint64_t connection, MonotonicTime now)
 {
-    presence_.named(connection, nowMs);
+    presence_.noteRequest(connection, now);
 }
 
-void RtspSession::connectionAnswered(std::uint64_t connection, std::int64_t ms)
+void RtspSession::connectionAnswered(std::uint64_t connection, MonotonicTime time)
 {
     const MutexLock guard(mutex_);
     if (state_.is(SessionState::played) && tracks_.carriedBy(connection))
     {
-        presence_.liveness()->heardAtLeast(ms);
+        presence_.liveness()->noteEarlierActivity(time);
     }
 }
 
-bool RtspSession::connectionEnded(std::uint64_t connection, std::int64_t nowMs)
+bool RtspSession::connectionEnded(std::uint64_t connection, MonotonicTime now)
 {
-    presence_.connectionEnded(connection, nowMs);
+    presence_.connectionEnded(connection, now);
     const MutexLock guard(mutex_);
     return tracks_.carriedBy(connection);
 }
 
-bool RtspSession::expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs,
-                          std::int64_t orphanTimeoutMs) const
+bool RtspSession::expired(MonotonicTime now, Duration sessionTimeout, Duration orphanTimeout) const
 {
-    return presence_.expired(nowMs, sessionTimeoutMs, orphanTimeoutMs);
+    return presence_.expired(now, sessionTimeout, orphanTimeout);
 }
 
 std::size_t RtspSession::trackCount() const

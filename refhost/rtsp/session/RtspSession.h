@@ -68,7 +68,7 @@ public:
     using AnswerPlay = std::function<void(const Played& played)>;
 
     RtspSession(std::string id, std::string presentation, const SafePointer<IRTSPController>& controller,
-                const MediaRoutes::Route& route, SessionOwner owner, std::int64_t nowMs);
+                const MediaRoutes::Route& route, SessionOwner owner, MonotonicTime now);
     ~RtspSession() noexcept(false);
     RtspSession(const RtspSession&) = delete;
     RtspSession& operator=(const RtspSession&) = delete;
@@ -123,19 +123,19 @@ public:
     /// Stops every track and lets go of the controller. Does nothing the second time.
     void end();
 
-    /// A request named the session.
-    void heard(std::uint64_t connection, std::int64_t nowMs);
+    /// A request for the session was received.
+    void noteRequest(std::uint64_t connection, MonotonicTime now);
 
-    /// TCP had an answer on the connection at `ms`: its client lives, if this session was played over it. A
-    /// player that pauses for minutes reads and says nothing; its system answers as long as it is there.
-    void connectionAnswered(std::uint64_t connection, std::int64_t ms);
+    /// TCP acknowledged data of the connection at `time`. The client is alive then, if this session was played
+    /// over that connection: a player that pauses for minutes neither reads nor writes, but its system answers.
+    void connectionAnswered(std::uint64_t connection, MonotonicTime time);
 
     /// A connection that used the session is gone.
     /// \returns true when the session must end with it, because a track is interleaved in it
-    bool connectionEnded(std::uint64_t connection, std::int64_t nowMs);
+    bool connectionEnded(std::uint64_t connection, MonotonicTime now);
 
     /// As ClientPresence::expired().
-    bool expired(std::int64_t nowMs, std::int64_t sessionTimeoutMs, std::int64_t orphanTimeoutMs) const;
+    bool expired(MonotonicTime now, Duration sessionTimeout, Duration orphanTimeout) const;
 
     std::size_t trackCount() const;
 

@@ -182,7 +182,7 @@ RtspStatus SessionMethods::createSession(RequestContext& context, std::shared_pt
     }
     const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
     out = services_.sessions.create(context.url.presentation, *controller, *route,
-                                    {connection_.peer().key(), context.user}, services_.clock());
+                                    {connection_.peer().key(), context.user}, services_.now());
     return out == nullptr ? rtspServiceUnavailable : rtspOk;
 }
 
@@ -221,7 +221,7 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
     }
     sessions_.use(session);
     session->replays(context.require.replay);
-    session->heard(connection_.serial(), services_.clock());
+    session->noteRequest(connection_.serial(), services_.now());
     ResponseWriter& out = context.begin(rtspOk);
     TrackDeliveries::answer(out, transportText, ssrc);
     sessions_.addHeader(out, *session);

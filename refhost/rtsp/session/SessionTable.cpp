@@ -44,8 +44,8 @@ void logCount(const char* event, const RtspSession& session, std::size_t count)
 }  // namespace
 
 SessionTable::SessionTable(const LimitsConfig& limits)
-    : sessionTimeoutMs_(std::int64_t{limits.sessionTimeout} * 1000),
-      orphanTimeoutMs_(std::int64_t{limits.orphanTimeout} * 1000),
+    : sessionTimeout_(std::chrono::seconds(limits.sessionTimeout)),
+      orphanTimeout_(std::chrono::seconds(limits.orphanTimeout)),
       quota_(limits.sessions, limits.sessionsPerAddress)
 {
 }
@@ -58,7 +58,7 @@ SessionTable::~SessionTable()
 std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
                                                   const SafePointer<IRTSPController>& controller,
                                                   const MediaRoutes::Route& route, const SessionOwner& owner,
-                                                  std::int64_t nowMs)
+                                                  MonotonicTime now)
 {
     if (!quota_.take(owner.address()))
     {
@@ -71,7 +71,7 @@ std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
             std::uint64_t number = 0;
             fillRandom(&number, sizeof number);
             auto session =
-                std::make_shared<RtspSession>(textOf(number), presentation, controller, route, owner, nowMs);
+                std::make_shared<RtspSession>(textOf(number), presentation, controller, route, owner, now);
             std::size_t count = 0;
             {
                 const MutexLock lock(mutex_);
@@ -137,14 +137,14 @@ void SessionTable::endAll()
     }
 }
 
-std::size_t SessionTable::endExpired(std::int64_t nowMs)
+std::size_t SessionTable::endExpired(MonotonicTime now)
 {
     std::vector<std::shared_ptr<RtspSession>> expired;
     {
         const MutexLock guard(mutex_);
         for (const auto& [number, session] : sessions_)
         {
-            if (session->expired(nowMs, sessionTimeoutMs_, orphanTimeoutMs_))
+            if (session->expired(now, sessionTimeout_, orphanTimeout_))
             {
                 expired.push_back(session);
             }

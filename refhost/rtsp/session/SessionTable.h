@@ -28,7 +28,7 @@ public:
     std::shared_ptr<RtspSession> create(std::string presentation,
                                         const SafePointer<IRTSPController>& controller,
                                         const MediaRoutes::Route& route, const SessionOwner& owner,
-                                        std::int64_t nowMs);
+                                        MonotonicTime now);
 
     /// \returns null for an id that no session has
     std::shared_ptr<RtspSession> find(std::string_view id) const;
@@ -37,15 +37,15 @@ public:
     void end(const std::shared_ptr<RtspSession>& session);
     void endAll();
 
-    /// Ends the sessions whose clients were not heard for too long.
+    /// Ends the sessions whose clients were inactive for too long.
     /// \returns how many
-    std::size_t endExpired(std::int64_t nowMs);
+    std::size_t endExpired(MonotonicTime now);
 
     std::size_t count() const;
 
 private:
-    const std::int64_t sessionTimeoutMs_;
-    const std::int64_t orphanTimeoutMs_;
+    const Duration sessionTimeout_;
+    const Duration orphanTimeout_;
     AddressLimiter quota_;
     mutable Mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> sessions_

@@ -232,12 +232,12 @@ TEST_F(InterleavedTransportTest, AGoneConnectionCountsAsClosed)
 TEST_F(InterleavedTransportTest, ReportsFromTheClientAreHandedOnAndShowThatItLives)
 {
     transport->receivedRtcp(Bytes(8, 1).data(), 8);
-    EXPECT_EQ(0, liveness->lastActivityMs()) << "that was none";
+    EXPECT_EQ(MonotonicTime(), liveness->lastActivity()) << "that was none";
     const Bytes report = {0x80, 201, 0, 1, 1, 1, 1, 1};
     transport->receivedRtcp(report.data(), report.size());
     ASSERT_EQ(2U, listener->rtcp.size());
     EXPECT_EQ(report, listener->rtcp[1]);
-    EXPECT_GT(liveness->lastActivityMs(), 0);
+    EXPECT_GT(liveness->lastActivity(), MonotonicTime());
     listener.reset();
     transport->receivedRtcp(report.data(), report.size());
 }

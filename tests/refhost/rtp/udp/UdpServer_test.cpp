@@ -307,7 +307,7 @@ TEST(UdpServer, ReportsGoToTheTransportOfTheirSender)
     server->onRtcpReadable();
     EXPECT_EQ((std::vector<Bytes>{reportBy(1)}), listener->rtcp);
     EXPECT_EQ((std::vector<Bytes>{reportBy(3)}), other->rtcp);
-    EXPECT_GT(liveness->lastActivityMs(), 0);
+    EXPECT_GT(liveness->lastActivity(), MonotonicTime());
 }
 
 TEST(UdpServer, WhatIsNoRtcpOrRtpKeepsNothingAlive)
@@ -333,7 +333,7 @@ TEST(UdpServer, WhatIsNoRtcpOrRtpKeepsNothingAlive)
     server->onRtpReadable();
     EXPECT_EQ(5U, listener->rtcp.size()) << "listeners count it";
     EXPECT_EQ(2U, listener->rtp.size());
-    EXPECT_EQ(0, liveness->lastActivityMs());
+    EXPECT_EQ(MonotonicTime(), liveness->lastActivity());
 }
 
 TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
@@ -360,7 +360,7 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
     server->onRtpReadable();
     EXPECT_EQ((std::vector<Bytes>{packetBy(1)}), heard->rtp) << "a packet that was cut is none";
     EXPECT_TRUE(other->rtp.empty());
-    EXPECT_GT(liveness->lastActivityMs(), 0);
+    EXPECT_GT(liveness->lastActivity(), MonotonicTime());
 
     talking.reset();
     sender.sendTo(server->rtpPort(), packetBy(3));

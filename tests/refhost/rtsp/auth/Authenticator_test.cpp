@@ -138,7 +138,7 @@ TEST_F(AuthenticatorTest, AnAnswerWithoutQopIsGoodOnItsConnectionAndForAMinuteOn
 {
     const std::string header = answer(Algorithm::md5, challenge(), "");
     EXPECT_EQ(check(url, header, hereAgain), Verdict::granted);
-    time_.advance(NonceStore::uncountedMs);
+    time_.advance(NonceStore::uncountedLifetime);
     EXPECT_EQ(check(url, header, hereAgain), Verdict::stale);
     EXPECT_EQ(check(url, header, here), Verdict::granted);
 }
@@ -168,7 +168,7 @@ TEST_F(AuthenticatorTest, AReplayedAnswerIsStale)
 TEST_F(AuthenticatorTest, AnExpiredOrForeignNonceIsStaleOnlyWithTheRightPassword)
 {
     const std::string nonce = challenge();
-    time_.advance(NonceStore::lifetimeMs);
+    time_.advance(NonceStore::lifetime);
     EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000001")), Verdict::stale);
     EXPECT_EQ(check(url, answer(Algorithm::md5, "mine", "00000001")), Verdict::stale);
     EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000001", "wrong")), Verdict::denied);

@@ -60,7 +60,7 @@ TEST_F(NonceStoreTest, TakesAnswersWithoutCountForAMinuteFromItsAddress)
     const std::string nonce = store_.issue(here);
     EXPECT_TRUE(store_.use(nonce, 0, hereAgain));
     EXPECT_TRUE(store_.use(nonce, 0, hereAgain));
-    time_.advance(NonceStore::uncountedMs - 10000);
+    time_.advance(NonceStore::uncountedLifetime - std::chrono::seconds(10));
     EXPECT_TRUE(store_.use(nonce, 0, hereAgain));
     time_.advance(10000);
     EXPECT_FALSE(store_.use(nonce, 0, hereAgain));
@@ -70,7 +70,7 @@ TEST_F(NonceStoreTest, TakesAnswersWithoutCountForAMinuteFromItsAddress)
 TEST_F(NonceStoreTest, TakesAnswersWithoutCountOnItsConnectionAsLongAsThatLasts)
 {
     const std::string nonce = store_.issue(here);
-    time_.advance(10 * NonceStore::lifetimeMs);
+    time_.advance(10 * NonceStore::lifetime);
     EXPECT_TRUE(store_.use(nonce, 0, here));
     EXPECT_FALSE(store_.use(nonce, 1, here)) << "a client that counts asks for another one";
 }
@@ -78,14 +78,14 @@ TEST_F(NonceStoreTest, TakesAnswersWithoutCountOnItsConnectionAsLongAsThatLasts)
 TEST_F(NonceStoreTest, ANonceExpires)
 {
     const std::string nonce = store_.issue(here);
-    time_.advance(NonceStore::lifetimeMs);
+    time_.advance(NonceStore::lifetime);
     EXPECT_FALSE(store_.use(nonce, 1, here));
 }
 
 TEST_F(NonceStoreTest, RefusesNoncesThatItDidNotIssue)
 {
     const std::string nonce = store_.issue(hereAgain);
-    time_.advance(NonceStore::uncountedMs);
+    time_.advance(NonceStore::uncountedLifetime);
     for (std::size_t i = 0; i < nonce.size(); ++i)
     {
         std::string changed = nonce;

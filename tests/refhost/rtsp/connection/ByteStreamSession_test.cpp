@@ -139,7 +139,7 @@ protected:
         client_->send(std::string("$\x01\x00\x08\x80\xc9\x00\x01\x00\x00\x00\x2a", 12));
         EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
         time.advance(10000);
-        EXPECT_EQ(services_.sessions.endExpired(services_.clock()), 0u);
+        EXPECT_EQ(services_.sessions.endExpired(services_.now()), 0u);
     }
 
     void expectPipelinedRequestsAreAnsweredInOrder(const std::string& id)

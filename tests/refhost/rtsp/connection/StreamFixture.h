@@ -70,7 +70,7 @@ protected:
         stream_ = stream;
         client_ = std::move(client);
         const SocketAddress::Key address = stream->peer().key();
-        loop_->adopt(std::move(stream), slots_.take(address, readClock(services_.clock)));
+        loop_->adopt(std::move(stream), slots_.take(address, services_.now()));
     }
 
     static std::string url(const std::string& path = "orv/live/1/0")

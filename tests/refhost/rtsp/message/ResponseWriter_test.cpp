@@ -70,7 +70,7 @@ TEST(SessionHeader, ReadsTheIdWithoutParameters)
 TEST(SessionHeader, WritesIdAndTimeout)
 {
     std::string text;
-    SessionHeader::append(text, "0123", 60);
+    SessionHeader::append(text, "0123", std::chrono::seconds(60));
     EXPECT_EQ(text, "0123;timeout=60");
 }
 

@@ -4,6 +4,7 @@
 
 #include "refhost/base/HostStatus.h"
 #include "refhost/rtsp/session/SessionTable.h"
+#include "tests/refhost/base/Instants.h"
 #include "tests/refhost/rtsp/session/FakeControllers.h"
 #include "tests/refhost/rtsp/session/FakeRecording.h"
 
@@ -12,6 +13,7 @@ namespace refhost
 namespace
 {
 
+using test::atMs;
 using test::ControllerScript;
 using test::FakeController;
 using test::Wire;
@@ -38,7 +40,7 @@ protected:
             return trackId != "trackID=talk";
         };
         return table_->create("orv/live/1/0", SafePointer<IRTSPController>(new FakeController(script_)),
-                              route, here, 0);
+                              route, here, atMs(0));
     }
 
     RtspStatus setup(const std::string& trackId, std::uint64_t connectionOfTrack = 0)
@@ -63,6 +65,12 @@ protected:
             trackId, PlayRequest(), {}, [this](const auto& played) { answered(played); }, notReady);
         EXPECT_FALSE(notReady);
         return status;
+    }
+
+    /// \param ms  milliseconds of the clock; sessions live for 60 s, and for 10 s without their connection
+    bool expiredAt(std::int64_t ms) const
+    {
+        return session_->expired(atMs(ms), std::chrono::seconds(60), std::chrono::seconds(10));
     }
 
     void answered(const RtspSession::Played& played)
@@ -253,58 +261,58 @@ TEST_F(RtspSessionTest, WhicheverCallFailsEveryTrackThatWasSetUpIsStoppedOnce)
 
 TEST_F(RtspSessionTest, ExpiresWhenItWasNotHeardForTheTimeout)
 {
-    session_->heard(connection, 1000);
-    EXPECT_FALSE(session_->expired(60999, 60000, 10000));
-    EXPECT_TRUE(session_->expired(61000, 60000, 10000));
-    session_->liveness()->heard(61000);
-    EXPECT_FALSE(session_->expired(61000, 60000, 10000));
+    session_->noteRequest(connection, atMs(1000));
+    EXPECT_FALSE(expiredAt(60999));
+    EXPECT_TRUE(expiredAt(61000));
+    session_->liveness()->noteActivity(atMs(61000));
+    EXPECT_FALSE(expiredAt(61000));
 }
 
 TEST_F(RtspSessionTest, AnOrphanExpiresSoonerUnlessItIsHeardAgain)
 {
     setup("trackID=0");
-    session_->heard(connection, 1000);
-    EXPECT_FALSE(session_->connectionEnded(connection, 2000));
-    session_->liveness()->heard(2500);  // was on its way
-    EXPECT_FALSE(session_->expired(11999, 60000, 10000));
-    EXPECT_TRUE(session_->expired(12000, 60000, 10000));
-    session_->liveness()->heard(11000);
-    EXPECT_FALSE(session_->expired(12000, 60000, 10000));
-    EXPECT_TRUE(session_->expired(71000, 60000, 10000));
+    session_->noteRequest(connection, atMs(1000));
+    EXPECT_FALSE(session_->connectionEnded(connection, atMs(2000)));
+    session_->liveness()->noteActivity(atMs(2500));  // was on its way
+    EXPECT_FALSE(expiredAt(11999));
+    EXPECT_TRUE(expiredAt(12000));
+    session_->liveness()->noteActivity(atMs(11000));
+    EXPECT_FALSE(expiredAt(12000));
+    EXPECT_TRUE(expiredAt(71000));
 }
 
 TEST_F(RtspSessionTest, AnotherConnectionAdoptsIt)
 {
     setup("trackID=0");
-    session_->heard(connection, 1000);
-    session_->heard(connection + 1, 1500);
-    EXPECT_FALSE(session_->connectionEnded(connection, 2000));
-    EXPECT_FALSE(session_->expired(20000, 60000, 10000));
+    session_->noteRequest(connection, atMs(1000));
+    session_->noteRequest(connection + 1, atMs(1500));
+    EXPECT_FALSE(session_->connectionEnded(connection, atMs(2000)));
+    EXPECT_FALSE(expiredAt(20000));
 }
 
 TEST_F(RtspSessionTest, EndsWithTheConnectionThatATrackIsInterleavedIn)
 {
     setup("trackID=0", connection);
-    EXPECT_FALSE(session_->connectionEnded(connection + 1, 2000));
-    EXPECT_TRUE(session_->connectionEnded(connection, 2000));
+    EXPECT_FALSE(session_->connectionEnded(connection + 1, atMs(2000)));
+    EXPECT_TRUE(session_->connectionEnded(connection, atMs(2000)));
 }
 
 TEST_F(RtspSessionTest, AConnectionThatAnswersKeepsASessionThatWasPlayedOverItAlive)
 {
     setup("trackID=0", connection);
-    session_->connectionAnswered(connection, 50000);
-    EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "nothing was played";
+    session_->connectionAnswered(connection, atMs(50000));
+    EXPECT_TRUE(expiredAt(60000)) << "nothing was played";
     play();
-    session_->connectionAnswered(connection + 1, 50000);
-    EXPECT_TRUE(session_->expired(60000, 60000, 10000)) << "not its connection";
-    session_->connectionAnswered(connection, 50000);
-    EXPECT_FALSE(session_->expired(60000, 60000, 10000));
+    session_->connectionAnswered(connection + 1, atMs(50000));
+    EXPECT_TRUE(expiredAt(60000)) << "not its connection";
+    session_->connectionAnswered(connection, atMs(50000));
+    EXPECT_FALSE(expiredAt(60000));
     EXPECT_EQ(session_->pause(""), rtspOk);
-    session_->connectionAnswered(connection, 40000);
-    EXPECT_FALSE(session_->expired(109999, 60000, 10000)) << "what is known counts when older news comes";
-    session_->connectionAnswered(connection, 60000);
-    EXPECT_FALSE(session_->expired(119999, 60000, 10000)) << "a pause changes nothing";
-    EXPECT_TRUE(session_->expired(120000, 60000, 10000));
+    session_->connectionAnswered(connection, atMs(40000));
+    EXPECT_FALSE(expiredAt(109999)) << "what is known counts when older news comes";
+    session_->connectionAnswered(connection, atMs(60000));
+    EXPECT_FALSE(expiredAt(119999)) << "a pause changes nothing";
+    EXPECT_TRUE(expiredAt(120000));
 }
 
 class RecordedSessionTest : public RtspSessionTest
@@ -314,9 +322,9 @@ protected:
     {
         MediaRoutes::Route route;
         route.recorded = true;
-        session_ =
-            table_->create("orv/playback/1_1700000000_1700000060",
-                           SafePointer<IRTSPController>(new test::FakeRecording(recording_)), route, here, 0);
+        session_ = table_->create("orv/playback/1_1700000000_1700000060",
+                                  SafePointer<IRTSPController>(new test::FakeRecording(recording_)), route,
+                                  here, atMs(0));
         setup("trackID=0");
         setup("trackID=1");
     }
@@ -395,7 +403,7 @@ TEST(SessionTable, FindsSessionsByTheirExactIdOnly)
     SessionTable table{LimitsConfig()};
     const auto script = std::make_shared<ControllerScript>();
     const auto session = table.create("p", SafePointer<IRTSPController>(new FakeController(script)),
-                                      MediaRoutes::Route(), here, 0);
+                                      MediaRoutes::Route(), here, atMs(0));
     const std::string id = session->id();
     EXPECT_EQ(id.size(), 16u);
     EXPECT_EQ(table.find(id), session);
@@ -421,14 +429,14 @@ TEST(SessionTable, HasLimitsInAllAndPerAddress)
     SessionTable table(limits);
     const auto script = std::make_shared<ControllerScript>();
     const SafePointer<IRTSPController> controller(new FakeController(script));
-    const auto first = table.create("p", controller, MediaRoutes::Route(), here, 0);
+    const auto first = table.create("p", controller, MediaRoutes::Route(), here, atMs(0));
     EXPECT_NE(first, nullptr);
-    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
-    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
-    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{2}, 0), nullptr);
-    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{3}, 0), nullptr);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, atMs(0)), nullptr);
+    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), here, atMs(0)), nullptr);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{2}, atMs(0)), nullptr);
+    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{3}, atMs(0)), nullptr);
     table.end(first);
-    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, 0), nullptr);
+    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, atMs(0)), nullptr);
 }
 
 TEST(SessionTable, EndsWhatExpired)
@@ -438,10 +446,10 @@ TEST(SessionTable, EndsWhatExpired)
     SessionTable table(limits);
     const auto script = std::make_shared<ControllerScript>();
     const SafePointer<IRTSPController> controller(new FakeController(script));
-    table.create("p", controller, MediaRoutes::Route(), here, 0);
-    const auto younger = table.create("p", controller, MediaRoutes::Route(), here, 30000);
-    EXPECT_EQ(table.endExpired(59999), 0u);
-    EXPECT_EQ(table.endExpired(60000), 1u);
+    table.create("p", controller, MediaRoutes::Route(), here, atMs(0));
+    const auto younger = table.create("p", controller, MediaRoutes::Route(), here, atMs(30000));
+    EXPECT_EQ(table.endExpired(atMs(59999)), 0u);
+    EXPECT_EQ(table.endExpired(atMs(60000)), 1u);
     EXPECT_EQ(table.count(), 1u);
     EXPECT_EQ(table.find(younger->id()), younger);
 }

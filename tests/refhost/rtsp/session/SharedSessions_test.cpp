@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "refhost/rtsp/session/SessionTable.h"
+#include "tests/refhost/base/Instants.h"
 #include "tests/refhost/rtsp/session/FakeControllers.h"
 
 namespace refhost
@@ -80,7 +81,7 @@ protected:
         return table.create("orv/multicast/1/0",
                             SafePointer<IRTSPController>(
                                 SafePointer<VisitingController>(new VisitingController(script, crowd))),
-                            route, SocketAddress::Key{1}, 0);
+                            route, SocketAddress::Key{1}, atMs(0));
     }
 
     static std::shared_ptr<Wire> sharedWire()
@@ -166,7 +167,7 @@ TEST_F(SharedSessionsTest, AFailedSetupOfAFurtherTrackLeavesTheMembership)
     const auto session =
         table.create("orv/multicast/1/0",
                      SafePointer<IRTSPController>(SafePointer<FakeController>(new FakeController(script))),
-                     route, SocketAddress::Key{1}, 0);
+                     route, SocketAddress::Key{1}, atMs(0));
     script->results["setup trackID=1 1"] = -8;
     ASSERT_EQ(rtspOk, setup(*session, shared));
     EXPECT_EQ(rtspNotFound, setup(*session, shared, "trackID=1"));
@@ -182,7 +183,7 @@ TEST_F(SharedSessionsTest, AFailedSetupOfTheFirstTrackIsTakenBack)
     const auto session =
         table.create("orv/multicast/1/0",
                      SafePointer<IRTSPController>(SafePointer<FakeController>(new FakeController(script))),
-                     route, SocketAddress::Key{1}, 0);
+                     route, SocketAddress::Key{1}, atMs(0));
     script->results["setup"] = -8;
     EXPECT_EQ(rtspNotFound, setup(*session, shared));
     EXPECT_EQ(1, script->countOf("stop trackID=0"));
