@@ -29,7 +29,7 @@ void TransportReceiveQueue::setListener(std::weak_ptr<TransportListener> listene
 
 void TransportReceiveQueue::onTransportReady()
 {
-    // Before the listener runs: it may find the transport full once more and ask again.
+    // Before the listener runs: it may find the transport full again and request another call.
     armed_.store(false);
     if (const auto target = listener())
     {

@@ -13,10 +13,10 @@
 namespace refhost
 {
 
-/// What comes back on one track's transport: outlives the transport where a socket is just reading for it.
+/// Receives what the client of one track's transport sends, and passes it to the listener. Outlives the
+/// transport while a socket reads for it.
 ///
-/// Malformed RTCP and what is not RTP keeps no session alive; listeners drop and count it.
-/// Threads: any.
+/// Malformed packets are no activity of the client; listeners drop and count them. Threads: any.
 class TransportReceiveQueue : public TransportListener
 {
 public:
@@ -28,8 +28,8 @@ public:
     void onRtcp(const std::uint8_t* data, std::size_t size) override;
     void onRtp(const std::uint8_t* data, std::size_t size) override;
 
-    /// Notes that onTransportReady() was asked for.
-    /// \returns false when it had been already, and did not come yet
+    /// Requests one onTransportReady().
+    /// \returns false when one is pending already
     bool arm();
 
 private:
@@ -42,7 +42,7 @@ private:
     std::atomic<bool> armed_{false};
 };
 
-/// A transport that can be held and closed; how bytes travel is the derived class's part.
+/// A transport that can be held and closed. Derived classes send the bytes.
 class GatedTransport : public RtpTransport
 {
 public:
@@ -59,7 +59,7 @@ public:
 
 protected:
     GatedTransport(int kind, const TransportTraits& traits, std::shared_ptr<SessionLiveness> liveness);
-    /// \param receiveQueue  what comes back, perhaps on the way of several transports
+    /// \param receiveQueue  receives for this transport, and maybe for others
     GatedTransport(int kind, const TransportTraits& traits,
                    std::shared_ptr<TransportReceiveQueue> receiveQueue);
 
@@ -69,12 +69,12 @@ protected:
     }
 
 private:
-    /// Sends through the open transport; one call at a time.
+    /// Sends; called one at a time, while the transport is open.
     virtual SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
                                 const RtpHeaderFields& header, bool more) = 0;
     virtual void transmitRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
-    Mutex mutex_;  // held while bytes leave, so that close() waits for them
+    Mutex mutex_;  // held while sending, so that close() waits
     std::atomic<SendStatus> state_{SendStatus::sent};  // written under the mutex
     std::vector<std::vector<std::uint8_t>> keptRtcp_ OV_GUARDED_BY(mutex_);
     const std::shared_ptr<TransportReceiveQueue> receiveQueue_;

@@ -16,16 +16,16 @@ namespace
 constexpr TransportTraits interleavedTraits = []
 {
     TransportTraits traits;
-    // The key frame at once and the rest of its GOP with the next unit, however much it is: who comes and
-    // goes within a frame's time costs no GOP.
+    // The key frame at once, the rest of its GOP with the next unit: a viewer that leaves within a frame's
+    // time does not cost a GOP.
     traits.maxCatchUpUnits = std::numeric_limits<unsigned>::max();
     traits.joinsUnits = true;
     traits.reportsReady = true;
     return traits;
 }();
 
-/// This thread's copy of the unit it sent last, headers to be written over for each session: a fan-out copies
-/// the payload once, not once for each viewer.
+/// This thread's copy of the last unit it sent, whose headers each session overwrites: a fan-out copies the
+/// payload once, not once per viewer.
 struct FrameScratch
 {
     AccessUnitPtr unit;

@@ -16,16 +16,16 @@ class FrameWriter
 public:
     virtual ~FrameWriter() = default;
 
-    /// Takes interleaved frames ('$', channel, length, packet; one or several), whole or not at all.
+    /// Takes interleaved frames ('$', channel, length, packet; one or several), all or none.
     /// \param more  more frames follow at once: the network may wait for them
     /// \returns `sent`, `congested` while bytes of an earlier write still wait for the client, or `closed`
     virtual SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool more) = 0;
 
-    /// Has onTransportReady() of `listener` called once, when the writer takes frames again: soon, if it does
-    /// so already. Never called from inside this call or with a lock of the writer held.
+    /// Calls onTransportReady() of `listener` once, when the writer takes frames again; soon, if it already
+    /// does. Never from inside this call, nor with a lock of the writer held.
     virtual void notifyWhenWritable(std::weak_ptr<TransportListener> listener) = 0;
 
-    /// What a log calls the client.
+    /// The client's name in the log.
     virtual std::string peerName() const
     {
         return "a client";
@@ -34,21 +34,20 @@ public:
 
 /// RTP and RTCP of one track inside an RTSP connection (RFC 2326, section 10.12). Transport kind 1.
 ///
-/// An access unit travels in one write, whole or not at all.
+/// An access unit is written in one call, all or nothing.
 class InterleavedTransport : public GatedTransport
 {
 public:
-    /// \param writer       the connection; kept weakly, a gone one counts as closed
+    /// \param writer       the connection, kept weakly; when it is gone, the transport is closed
     /// \param rtpChannel   channel numbers as answered to SETUP, 0 to 255
-    /// \param liveness     told of every RTCP packet; may be null
+    /// \param liveness     notes every RTCP packet as activity; may be null
     InterleavedTransport(std::weak_ptr<FrameWriter> writer, int rtpChannel, int rtcpChannel,
                          std::shared_ptr<SessionLiveness> liveness);
     ~InterleavedTransport() noexcept(false) override;
 
-    /// The connection read a frame of the RTCP channel. On the connection's thread.
+    /// Takes a frame of the RTCP channel. On the connection's thread.
     void receivedRtcp(const std::uint8_t* data, std::size_t size);
-    /// The connection read a frame of the RTP channel; dropped unless takeRtp() was called. On the
-    /// connection's thread.
+    /// Takes a frame of the RTP channel; dropped unless takeRtp() was called. On the connection's thread.
     void receivedRtp(const std::uint8_t* data, std::size_t size);
 
     void takeRtp() override;

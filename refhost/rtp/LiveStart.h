@@ -12,9 +12,9 @@ struct LiveStart
 {
     enum class Mode
     {
-        burst,    ///< from the last key frame on, everything since then as fast as the transport takes it
+        burst,    ///< from the last key frame on, as fast as the transport takes it
         paced,    ///< from the last key frame on, at most `rate` times as fast as it was captured
-        keyFrame  ///< from the next key frame on, which the encoder is asked for
+        keyFrame  ///< from the next key frame on, requested from the encoder
     };
 
     Mode mode = Mode::burst;

@@ -9,7 +9,7 @@ namespace
 
 constexpr std::uint32_t cycle = 1U << 16U;
 constexpr std::uint32_t noneOutOfSequence = cycle;
-// As RFC 3550, appendix A.1, has them.
+// RFC 3550, appendix A.1.
 constexpr std::uint16_t maxDropped = 3000;
 constexpr std::uint16_t maxMisordered = 100;
 
@@ -59,7 +59,7 @@ ReceptionStatistics::Arrival ReceptionStatistics::count(std::uint16_t sequence, 
         begin(sequence);
         counted.verdict = Verdict::begun;
     }
-    // Otherwise it comes late or a second time, which counts as come all the same.
+    // Otherwise it is late or a duplicate, which counts as received (RFC 3550, section 6.4.1).
     ++received_;
     measure(timestamp, arrival);
     counted.sequence = cycles_ + sequence - (sequence > highest_ ? cycle : 0);

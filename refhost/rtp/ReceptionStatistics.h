@@ -8,8 +8,8 @@
 namespace refhost
 {
 
-/// What a receiver counts of one source and tells in its reports (RFC 3550, section 6.4.1 and appendices A.1,
-/// A.3 and A.8).
+/// What a receiver counts of one source and reports to it (RFC 3550, section 6.4.1 and appendices A.1, A.3
+/// and A.8).
 ///
 /// Threads: one at a time.
 class ReceptionStatistics
@@ -18,17 +18,17 @@ public:
     enum class Verdict
     {
         counted,
-        /// Far away from what came before. It is not counted; if the next packet follows it, the source started
-        /// again and everything is counted from there.
+        /// Far from the expected sequence number; not counted. If the next packet follows it, the source
+        /// restarted, and counting restarts with that one.
         outOfSequence,
-        /// The source started again with this packet, or it is the first one.
+        /// The first packet, or the first after a restart of the source.
         begun
     };
 
     struct Arrival
     {
         Verdict verdict;
-        std::uint32_t sequence;  ///< extended by the number of cycles; not set for `outOfSequence`
+        std::uint32_t sequence;  ///< extended by the cycles; not set for `outOfSequence`
     };
 
     /// \param clock  of the source's RTP timestamps
@@ -47,10 +47,10 @@ public:
         return began_;
     }
 
-    /// What the next report says. The fraction lost is that since the call before.
+    /// Makes the next report. Its fraction lost is that since the previous call.
     ReceptionReport report(MonotonicTime now);
 
-    /// Packets that were expected and did not come, as the report has it.
+    /// Packets expected but not received, bounded to the 24 bits of a report.
     std::int32_t lost() const;
 
 private:
@@ -65,7 +65,7 @@ private:
     std::uint32_t cycles_ = 0;  // counted in packets: 65536 for each
     std::uint16_t highest_ = 0;
     std::uint32_t outOfSequenceNext_ =
-        0;  // what would follow the packet out of sequence; out of range: there is none
+        0;  // successor of the last packet out of sequence; out of range: none
     std::uint32_t received_ = 0;
     std::uint32_t expectedBefore_ = 0;
     std::uint32_t receivedBefore_ = 0;

@@ -10,8 +10,8 @@
 namespace refhost
 {
 
-/// Puts the packets of one source back into the order in which they were sent, as long as that costs little
-/// time: a packet that is missed is waited for until some time has passed or some packets have come after it.
+/// Restores the sending order of one source's packets. A missing packet is waited for until a deadline, or
+/// until several later packets have arrived.
 ///
 /// Threads: one at a time.
 class ReorderWindow
@@ -29,14 +29,14 @@ public:
     enum class Added
     {
         taken,
-        late,      ///< its turn is over; not taken
-        duplicate  ///< it is here already; not taken
+        late,      ///< its turn has passed; not taken
+        duplicate  ///< held already; not taken
     };
 
     enum class Next
     {
-        none,     ///< nothing is here
-        waiting,  ///< something is here, but not what comes next
+        none,     ///< nothing is held
+        waiting,  ///< something is held, but not the next packet
         packet
     };
 
@@ -48,8 +48,8 @@ public:
 
     Added add(Packet&& packet);
 
-    /// Takes what comes next.
-    /// \param[out] lost  how many packets before it were given up
+    /// Takes the next packet.
+    /// \param[out] lost  packets before it that were given up
     Next take(MonotonicTime now, Packet& out, std::uint32_t& lost);
 
 private:

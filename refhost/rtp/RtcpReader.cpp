@@ -26,7 +26,7 @@ ReceptionReport readBlock(const std::uint8_t* at)
     return report;
 }
 
-/// Reads the blocks of one SR or RR whose content starts at `at`. \returns false when they do not fit
+/// Reads the blocks of the SR or RR whose body starts at `at`. \returns false when they do not fit
 bool readBlocks(const std::uint8_t* at, std::size_t size, bool sender, unsigned count, std::uint32_t ssrc,
                 RtcpFindings& findings)
 {

@@ -13,30 +13,30 @@ struct ReceptionReport
     std::int32_t cumulativeLost = 0;     ///< packets; negative when more came than were expected
     std::uint32_t highestSequence = 0;   ///< extended by the number of cycles
     std::uint32_t jitter = 0;            ///< in RTP ticks
-    std::uint32_t lastReport = 0;        ///< middle of the NTP time of the last sender report; 0: none came
+    std::uint32_t lastReport = 0;        ///< compact NTP time of the last sender report; 0: none received
     std::uint32_t delaySinceReport = 0;  ///< in 1/65536 s
 };
 
-/// What one compound packet from a client tells.
+/// The contents of one compound packet from a client.
 struct RtcpFindings
 {
-    std::uint32_t reporter = 0;  ///< SSRC of the client, as its first report has it
+    std::uint32_t reporter = 0;  ///< SSRC of the client, from its first report
     bool reported = false;       ///< `report` is filled
-    bool sent = false;           ///< the reporter sends: `sentNtp` is filled
+    bool sent = false;           ///< a sender report: `sentNtp` is filled
     bool bye = false;            ///< the client leaves
     ReceptionReport report;
-    std::uint32_t sentNtp = 0;  ///< middle 32 bits of its sender report's NTP time
+    std::uint32_t sentNtp = 0;  ///< compact NTP time of its sender report
 };
 
-/// Reads compound RTCP packets as they come from the network.
+/// Reads compound RTCP packets from the network.
 class RtcpReader
 {
 public:
     /// Reads a whole compound packet.
     /// \param ssrc           the sender whose reception reports are looked for
     /// \param[out] findings  filled on success, otherwise left as it was
-    /// \returns false when the packet is malformed: every check of RFC 3550, appendix A.2, and blocks that do
-    ///          not fit their report
+    /// \returns false when the packet is malformed: it fails a check of RFC 3550, appendix A.2, or its blocks
+    ///          do not fit
     static bool read(const std::uint8_t* data, std::size_t size, std::uint32_t ssrc, RtcpFindings& findings);
 };
 

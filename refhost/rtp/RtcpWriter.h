@@ -10,16 +10,16 @@
 namespace refhost
 {
 
-/// One compound RTCP packet of a sender or a receiver: report, canonical name and, at the end, BYE
-/// (RFC 3550, sections 6.4.1, 6.4.2, 6.5.1 and 6.6). Needs no memory of its own.
+/// One compound RTCP packet of a sender or a receiver: report, canonical name and, at the end, BYE (RFC 3550,
+/// sections 6.4.1, 6.4.2, 6.5.1 and 6.6). Allocates nothing.
 class RtcpWriter
 {
 public:
-    /// Bytes of a canonical name, as random text (RFC 7022, section 4.2).
+    /// Characters of a canonical name: random text (RFC 7022, section 4.2).
     static constexpr std::size_t nameSize = 16;
     using Name = std::array<char, nameSize>;
 
-    /// A name that nobody else has.
+    /// A unique random name.
     static Name randomName();
 
     struct SenderReport
@@ -36,8 +36,8 @@ public:
     struct ReceiverReport
     {
         std::uint32_t ssrc = 0;    ///< the receiver's
-        bool hasBlock = false;     ///< something was received: `source` and `reception` are filled
-        std::uint32_t source = 0;  ///< SSRC of the sender that is reported on
+        bool hasBlock = false;     ///< `source` and `reception` are filled
+        std::uint32_t source = 0;  ///< SSRC of the reported sender
         ReceptionReport reception;
     };
 

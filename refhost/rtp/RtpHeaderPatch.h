@@ -9,8 +9,8 @@
 namespace refhost
 {
 
-/// Writes a session's fields over the RTP header at `at`; version and marker bit stay (RFC 3550,
-/// section 5.1).
+/// Overwrites the RTP header at `at` with a session's fields; keeps version and marker bit (RFC 3550, section
+/// 5.1).
 inline void patchRtpHeader(std::uint8_t* at, const RtpHeaderFields& fields, std::uint16_t sequence)
 {
     at[1] = static_cast<std::uint8_t>((at[1] & 0x80U) | fields.payloadType);

@@ -32,7 +32,7 @@ bool RtpReader::read(const std::uint8_t* data, std::size_t size, RtpPacketView& 
         }
         begin += extensionHeader + readBig16(data + begin + 2) * 4U;
     }
-    // The last byte counts the padding, itself included.
+    // The last byte counts the padding bytes, itself included.
     const std::size_t padding = (data[0] & 0x20U) != 0 ? data[size - 1] : 0;
     const bool paddedByNothing = (data[0] & 0x20U) != 0 && padding == 0;
     if (paddedByNothing || size <= begin + padding)

@@ -6,7 +6,7 @@
 namespace refhost
 {
 
-/// What one RTP packet says (RFC 3550, section 5.1). The payload stays in the packet's own memory.
+/// The fields of one RTP packet (RFC 3550, section 5.1). The payload points into the packet.
 struct RtpPacketView
 {
     bool marker = false;
@@ -18,17 +18,16 @@ struct RtpPacketView
     std::size_t payloadSize = 0;
 };
 
-/// Reads RTP packets as they come from the network.
+/// Reads RTP packets from the network.
 class RtpReader
 {
 public:
     /// Whether the packet has the fixed header of RTP version 2.
     static bool hasHeader(const std::uint8_t* data, std::size_t size);
 
-    /// Reads a whole packet: contributing sources and a header extension are stepped over, padding is taken
-    /// off.
+    /// Reads a whole packet. Skips contributing sources and a header extension, removes padding.
     /// \param[out] out  filled on success, otherwise left as it was
-    /// \returns false when the packet is malformed or holds no payload
+    /// \returns false when the packet is malformed or has no payload
     static bool read(const std::uint8_t* data, std::size_t size, RtpPacketView& out);
 };
 

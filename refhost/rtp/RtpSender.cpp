@@ -87,8 +87,8 @@ void RtpSender::sendReport(MonotonicTime now, WallTime wall, std::uint32_t rtpTi
                             name_, false);
     transport_->sendRtcp(packet.data(), packet.size());
     ++statistics_.reportsSent;
-    // Between half and one and a half intervals (RFC 3550, section 6.2), so that the reports of many viewers
-    // who came together do not stay together.
+    // Between half and one and a half intervals (RFC 3550, section 6.2), so that the reports of viewers who
+    // joined together spread out.
     reportJitter_ ^= reportJitter_ << 13U;
     reportJitter_ ^= reportJitter_ >> 17U;
     reportJitter_ ^= reportJitter_ << 5U;
@@ -122,7 +122,7 @@ void RtpSender::readReport(const std::uint8_t* data, std::size_t size)
     statistics_.reception = findings.report;
     if (findings.report.lastReport != 0)
     {
-        // Round trip as in RFC 3550, section 6.4.1; a client that counts wrong must not make it negative.
+        // RFC 3550, section 6.4.1; a client's wrong numbers must not make it negative.
         const std::uint32_t now = NtpTime(clock_.wall().mapping().at(clock_.now())).compact();
         const auto trip =
             static_cast<std::int32_t>(now - findings.report.lastReport - findings.report.delaySinceReport);

@@ -16,28 +16,28 @@
 namespace refhost
 {
 
-/// What one track of one session did so far; for diagnostics and tests.
+/// Counters of one track of one session, for diagnostics and tests.
 struct TrackStatistics
 {
     std::uint32_t packets = 0;          ///< RTP packets sent
     std::uint32_t octets = 0;           ///< their payload bytes
-    std::uint64_t unitsSkipped = 0;     ///< access units passed over because the transport was congested
+    std::uint64_t unitsSkipped = 0;     ///< access units skipped because the transport was congested
     std::uint32_t reportsSent = 0;      ///< RTCP sender reports
-    std::uint32_t reportsRead = 0;      ///< RTCP reception reports about this track
+    std::uint32_t reportsRead = 0;      ///< RTCP reception reports on this track
     std::uint32_t reportsRefused = 0;   ///< malformed RTCP packets
     ReceptionReport reception;          ///< the last report read
     std::optional<Duration> roundTrip;  ///< by the last report
 };
 
-/// One RTP source as its client sees it: SSRC, sequence numbers, what was counted, and the RTCP about it.
+/// One RTP source as its client sees it: SSRC, sequence numbers, counters and RTCP.
 ///
-/// It sends what it is given through the track's transport and knows nothing of where units come from or when they
-/// are due. Threads: one at a time; the owner's lock.
+/// Sends the units it is given through the track's transport; where they come from and when they are due is
+/// the owner's business. Threads: one at a time, under the owner's lock.
 class RtpSender
 {
 public:
     /// \param payloadType     written into every packet
-    /// \param name            the session's canonical name, one for all its tracks
+    /// \param name            the session's canonical name, shared by its tracks
     /// \param clock           outlives the sender
     /// \param reportInterval  mean time between two sender reports
     RtpSender(int payloadType, const RtcpWriter::Name& name, const HostClock& clock, Duration reportInterval);
@@ -45,21 +45,21 @@ public:
     RtpSender(const RtpSender&) = delete;
     RtpSender& operator=(const RtpSender&) = delete;
 
-    /// Sets the transport to the client in place of the former one.
-    /// \param listener  told of what happens on the way
-    /// \returns 0; hostConnectionUnusable, and nothing changes, when it is not an RtpTransport of this host
+    /// Sets the transport to the client; replaces the previous one.
+    /// \param listener  receives the transport's events
+    /// \returns 0; hostConnectionUnusable, with nothing changed, when it is no RtpTransport of this host
     int connect(const SafePointer<IConnection>& connection,
                 const std::shared_ptr<TransportListener>& listener);
-    /// Lets go of the transport; nothing is sent any more.
+    /// Releases the transport; nothing is sent after that.
     void disconnect();
 
-    /// The transport to the client; null while there is none.
+    /// The transport to the client; null before connect().
     RtpTransport* transport() const
     {
         return transport_;
     }
 
-    /// Whether there is a transport and it is not closed.
+    /// Whether there is a transport that is not closed.
     bool connected() const
     {
         return transport_ != nullptr && transport_->state() != SendStatus::closed;
@@ -75,7 +75,7 @@ public:
         return payloadType_;
     }
 
-    /// What the first RTP timestamp shall be.
+    /// The initial RTP timestamp.
     std::uint32_t firstTimestamp() const
     {
         return beginning_.timestamp;
@@ -97,17 +97,17 @@ public:
         return statistics_;
     }
 
-    /// Sends the packets of `unit` from `firstPacket` on and counts those that were taken. Needs a transport.
+    /// Sends the packets of `unit` from `firstPacket` on and counts those taken. Requires: a transport.
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, std::uint32_t timestamp, bool more);
 
-    /// Has the next report sent at once.
+    /// Makes a report due now.
     void wantReport()
     {
         reportDue_ = MonotonicTime();
     }
 
-    /// Has the next report sent at once where the wall clock was set since the last one: what clients learned
-    /// of the relation between its time and RTP time does not hold any more.
+    /// Makes a report due now if the wall clock was set since the last one, which invalidated the relation of
+    /// RTP to NTP time that clients learned.
     void followWallClock()
     {
         const std::uint32_t steps = clock_.wall().steps();
@@ -132,14 +132,14 @@ public:
     /// \param wall          now, by HostClock::wall()
     /// \param rtpTimestamp  of the same instant
     void sendReport(MonotonicTime now, WallTime wall, std::uint32_t rtpTimestamp);
-    /// Says BYE, also where no packet was sent. Nothing happens without a transport.
+    /// Sends BYE, even if no packet was sent. No effect without a transport.
     void sendBye(WallTime wall, std::uint32_t rtpTimestamp);
 
-    /// Takes a compound RTCP packet of the client's.
+    /// Takes a compound RTCP packet from the client.
     void readReport(const std::uint8_t* data, std::size_t size);
 
 private:
-    /// What RFC 3550 wants random.
+    /// The initial values that must be random (RFC 3550, section 5.1).
     struct Beginning
     {
         std::uint32_t ssrc;
@@ -159,14 +159,14 @@ private:
     const std::uint8_t payloadType_;
     std::uint16_t sequence_ = beginning_.sequence;
     std::optional<SafePointer<IConnection>> connection_;
-    RtpTransport* transport_ = nullptr;  // what connection_ holds
+    RtpTransport* transport_ = nullptr;  // owned by connection_
     MonotonicTime reportDue_;
-    std::uint32_t wallSteps_ = 0;                                // of the wall clock that were followed
-    std::uint32_t reportJitter_ = beginning_.reportJitter | 1U;  // state of a small random sequence, never 0
+    std::uint32_t wallSteps_ = 0;                                // of the wall clock, reported so far
+    std::uint32_t reportJitter_ = beginning_.reportJitter | 1U;  // state of a xorshift generator, never 0
     TrackStatistics statistics_;
 };
 
-/// The clock of a track whose description says `rate` Hz: of 90,000 where it says nothing.
+/// The RTP clock of a track described with `rate` Hz; 90,000 Hz where the description has none.
 constexpr RtpClock rtpClockOf(int rate)
 {
     return RtpClock(rate > 0 ? static_cast<std::uint32_t>(rate) : 90'000U);

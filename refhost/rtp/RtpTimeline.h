@@ -8,10 +8,10 @@
 namespace refhost
 {
 
-/// The RTP timestamps of one track of one session: how capture times of a source map to them.
+/// Maps capture times of a source to the RTP timestamps of one track of one session.
 ///
-/// They begin at a random value, never go back, and run on by the elapsed capture time where the source's own
-/// timestamps begin again. Threads: one at a time.
+/// Timestamps start at a random value and never go back. Where the source restarts its own timestamps, they
+/// advance by the elapsed capture time. Threads: one at a time.
 class RtpTimeline
 {
 public:
@@ -24,18 +24,18 @@ public:
     }
 
     /// The timestamp that take() would give this unit now.
-    /// \param epoch  changes where the source's timestamps begin again
+    /// \param epoch  changes when the source restarts its timestamps
     std::uint32_t peek(const AccessUnit& unit, std::uint32_t epoch) const;
 
     /// Gives the next unit its timestamp.
     /// \param[out] moved  true when capture times map differently than before
     std::uint32_t take(const AccessUnit& unit, std::uint32_t epoch, bool& moved);
 
-    /// Promises a timestamp to a unit that does not exist yet: the next one taken gets it.
+    /// Reserves a timestamp for the next unit taken, which does not exist yet.
     /// \returns the timestamp; the same one until take()
     std::uint32_t announce(MonotonicTime now);
 
-    /// The timestamp of a capture time, by the last unit taken; meaningless before the first.
+    /// The timestamp of a capture time, relative to the last unit taken; meaningless before the first.
     std::uint32_t at(MonotonicTime capture) const;
 
     /// Capture time of the last unit taken.
@@ -51,7 +51,7 @@ private:
     std::uint32_t epoch_ = 0;
     std::uint32_t offset_ = 0;
     std::uint32_t last_;
-    bool announced_ = true;  // last_ is promised to the next unit
+    bool announced_ = true;  // last_ is reserved for the next unit
     MonotonicTime lastCapture_;
 };
 

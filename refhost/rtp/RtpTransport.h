@@ -50,7 +50,7 @@ private:
 struct RtpHeaderFields
 {
     std::uint32_t ssrc = 0;
-    std::uint16_t sequence = 0;   ///< of the first packet sent; one more for each further packet
+    std::uint16_t sequence = 0;   ///< of the first packet sent; increments with each packet
     std::uint32_t timestamp = 0;  ///< of the access unit
     std::uint8_t payloadType = 0;
 };
@@ -58,18 +58,18 @@ struct RtpHeaderFields
 enum class SendStatus
 {
     sent,       ///< everything was taken
-    congested,  ///< the transport is full now: go on from the packet that was not taken
-    held,       ///< the transport is held until release(): nothing was taken
-    closed      ///< the client is gone: nothing will be taken any more
+    congested,  ///< the transport is full: continue with the first packet not taken
+    held,       ///< held until release(): nothing was taken
+    closed      ///< the client is gone: nothing will be taken again
 };
 
 struct SendResult
 {
     SendStatus status;
-    std::size_t packets;  ///< how many packets were taken, counted from the first one asked for
+    std::size_t packets;  ///< packets taken, from the first one requested
 };
 
-/// Learns what happens on one track's transport to its client.
+/// Receives the events of one track's transport.
 class TransportListener
 {
 public:
@@ -81,30 +81,28 @@ public:
     /// A compound RTCP packet came from the client; not checked yet. Called on any thread.
     virtual void onRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
-    /// An RTP packet came from the client; not checked yet. Called on any thread, and only where the
-    /// transport was told to takeRtp().
+    /// An RTP packet came from the client; not checked yet. Called on any thread, only after takeRtp().
     virtual void onRtp(const std::uint8_t* /*data*/, std::size_t /*size*/) {}
 };
 
-/// What a kind of transport can do. Senders ask for these and never for the kind.
+/// The capabilities of a kind of transport. Senders query these, never the kind.
 struct TransportTraits
 {
-    /// How many access units of the past it takes for each new one while a viewer catches up with the live
-    /// stream, after the first unit at once; 0 when it takes all at once from the start.
+    /// Access units of the past that are sent per new one while a viewer catches up with the live stream,
+    /// after an immediate first unit. 0: everything at once.
     unsigned maxCatchUpUnits = 0;
-    /// Units that follow each other at once travel cheaper than one by one: audio may then wait a moment for
-    /// the next frame.
+    /// Units sent back to back cost less than single ones: audio may wait a moment for the next frame.
     bool joinsUnits = false;
-    /// TransportListener::onTransportReady() follows every `congested`. Without it the sender tries again
-    /// after a while.
+    /// TransportListener::onTransportReady() follows every `congested`. Otherwise the sender retries after a
+    /// while.
     bool reportsReady = false;
-    /// A client that is gone just falls silent: no connection ends with it.
+    /// A client that is gone just falls silent; no connection ends.
     bool silentWhenGone = false;
-    /// Several sessions send through it: it is neither held nor closed for one of them.
+    /// Several sessions share it: it is neither held nor closed for one of them.
     bool shared = false;
 };
 
-/// The transport of one track's packets to one client, and back: what this host puts under
+/// Carries one track's packets to and from one client: the object behind this host's
 /// SafePointer<IConnection>.
 ///
 /// Threads: any. Sending never blocks.
@@ -120,40 +118,39 @@ public:
         return traits_;
     }
 
-    /// Who is told; null for nobody. Kept weakly.
+    /// Sets the receiver of events; null for none. Kept weakly.
     virtual void setListener(std::weak_ptr<TransportListener> listener) = 0;
 
     /// Whether the transport is open (`sent`), `held` or `closed`; never `congested`. Takes no lock.
     virtual SendStatus state() const = 0;
 
-    /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them. After `congested`
-    /// the listener is told when it is worth to go on, where the transport can know; the next unit is a good time
-    /// too.
+    /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them. After `congested`,
+    /// a transport that can tell calls the listener when to continue; otherwise continue with the next unit.
     /// \param more  another unit for the same client follows at once; this one may travel with it
     virtual SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
                             bool more) = 0;
 
-    /// Sends a compound RTCP packet; dropped when the transport is full, kept back in order while it is held.
+    /// Sends a compound RTCP packet; dropped when the transport is full, delayed in order while it is held.
     virtual void sendRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
-    /// Hands RTP that the client sends to the listener too, until the end of the transport. What is not asked
-    /// for is dropped at the socket: a client that only listens needs no place in its tables.
+    /// Passes the client's RTP to the listener as well, until the transport ends. Without this call it is
+    /// dropped at the socket, so that clients that only listen take no room in its tables.
     virtual void takeRtp() {}
 
-    /// How this client wants a live stream to start; nothing where the stream's own way serves it. Set before
-    /// the transport is given away.
+    /// How a live stream starts for this client; nothing for the stream's default. Set before the transport
+    /// is passed on.
     std::optional<LiveStart::Mode> start;
 
-    /// What a log calls the client.
+    /// The client's name in the log.
     virtual std::string peerName() const
     {
         return "a client";
     }
 
-    /// Keeps packets back, so that the answer to PLAY goes out before the first of them.
+    /// Refuses packets until release(), so that the response to PLAY goes out first.
     virtual void hold() = 0;
-    /// Lets packets go again and tells the listener, on the calling thread and before the return; the caller
-    /// holds no lock. Does nothing when the transport is not held.
+    /// Takes packets again and notifies the listener, on the calling thread and before the return. Does
+    /// nothing unless held. Requires: the caller holds no lock.
     virtual void release() = 0;
 
     /// Ends the transport: no packet leaves after the return.

@@ -44,8 +44,8 @@ Descriptor openSocket(const MulticastSocketSettings& settings)
     return opened;
 }
 
-/// The address and port that an unbound socket would send to `group` from, with the port of the group.
-/// \returns false when the system has no way
+/// The source address of an unbound socket that sends to `group`, with the port of the group.
+/// \returns false when the system has no route
 bool findSource(const SocketAddress& group, const MulticastSocketSettings& settings, SocketAddress& out)
 {
     const Descriptor probe = openSocket(settings);
@@ -59,8 +59,7 @@ bool findSource(const SocketAddress& group, const MulticastSocketSettings& setti
     return true;
 }
 
-/// Opens what RTP is sent through: from the port that it is sent to, unless another program has that one for
-/// itself.
+/// Opens the sending socket for RTP, bound to the destination's port number unless another program holds it.
 /// \returns none with errno set when the system has no socket
 Descriptor openRtp(const SocketAddress& group, const SocketAddress& source,
                    const MulticastSocketSettings& settings)
@@ -72,13 +71,13 @@ Descriptor openRtp(const SocketAddress& group, const SocketAddress& source,
     }
     setSocketBuffer(rtp.get(), SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
     setSocketBuffer(rtp.get(), SO_RCVBUF, SO_RCVBUFFORCE, receiveBufferBytes);
-    // At its own address and not at the group's: members on this machine may have that one for themselves.
+    // At its own address, not the group's, which members on this machine may hold exclusively.
     if (::bind(rtp.get(), source.get(), source.size()) != 0)
     {
         Log::warning("multicast: port {} is another program's alone: RTP to {} leaves from another port",
                      source.port(), group.textWithPort());
     }
-    // Takes no packet that is meant for somebody else who shares the port.
+    // Keeps off packets for others that share the port.
     (void)::connect(rtp.get(), group.get(), group.size());
     return rtp;
 }
@@ -100,13 +99,13 @@ std::shared_ptr<MulticastChannel> MulticastChannel::open(MulticastPool::Lease le
                                                          const MulticastSocketSettings& settings)
 {
     Descriptor rtcp = openSocket(settings);
-    // Before the port is bound: without a transport to the group nothing else matters.
-    // Members on this machine bind the same port of the same group; multicast comes to each of them.
+    // Before the port is bound: without a route to the group nothing else matters. Members on this machine
+    // bind the same port of the same group; each of them receives.
     if (!rtcp || !join(rtcp, *lease, settings.interface))
     {
         return nullptr;
     }
-    // The group's address and not the wildcard, so that no other group's and no unicast packets come here.
+    // The group's address, not the wildcard: no other group's and no unicast packets.
     const SocketAddress address = addressOf(*lease, lease->portOf(track) + 1);
     if (::bind(rtcp.get(), address.get(), address.size()) != 0)
     {
@@ -138,7 +137,7 @@ MulticastChannel::MulticastChannel(MulticastPool::Lease lease, int track, Descri
       sender_(rtp_.get(), segmentationOffload),
       rtpAddress_(addressOf(*lease_, lease_->portOf(track))),
       rtcpAddress_(addressOf(*lease_, lease_->portOf(track) + 1)),
-      // What comes from a group counts for nobody: it says that somebody listens, not who.
+      // No liveness: a packet from a group shows that somebody listens, not who.
       receiveQueue_(std::make_shared<TransportReceiveQueue>(nullptr))
 {
 }

@@ -16,34 +16,34 @@
 namespace refhost
 {
 
-/// What multicast sockets are set to. A plain value.
+/// The settings of multicast sockets. A plain value.
 struct MulticastSocketSettings
 {
     MulticastInterface interface;
     int ttl = 1;
     bool segmentationOffload = true;
 
-    /// Has what `socket` sends leave by the interface, with the TTL, and come back to this machine.
+    /// Makes `socket` send through the interface, with the TTL, and loop back to this machine.
     /// \returns false with errno set
     bool applyTo(const Descriptor& socket) const;
 };
 
 /// One track's ports of one group, and the membership in the group that brings the members' reports.
 ///
-/// RTP and RTCP leave from the ports that they are sent to, because members check where packets come from.
-/// Where another program has such a port for itself, they leave from another one and the log says so.
-/// Holds the group as long as it lives. Threads: any.
+/// RTP and RTCP are sent from the destination's port number, because members check the source. Where another
+/// program holds that port exclusively, another one is used and logged. Holds the group as long as it lives.
+/// Threads: any.
 class MulticastChannel
 {
 public:
     /// \param lease  the group
     /// \param track  number within the group
-    /// \returns null with errno set when the system has no way for the group
+    /// \returns null with errno set when the system has no route to the group
     static std::shared_ptr<MulticastChannel> open(MulticastPool::Lease lease, int track,
                                                   const MulticastSocketSettings& settings);
 
-    /// \param rtp     what RTP is sent through
-    /// \param rtcp    what RTCP is sent and received through; none: it is sent through `rtp`
+    /// \param rtp     sends RTP
+    /// \param rtcp    sends and receives RTCP; none: `rtp` sends it
     /// \param source  as source()
     MulticastChannel(MulticastPool::Lease lease, int track, Descriptor rtp, Descriptor rtcp,
                      std::string source, bool segmentationOffload);
@@ -53,13 +53,13 @@ public:
         return *lease_;
     }
 
-    /// Of the socket that takes the members' reports; -1 where its port is another program's alone.
+    /// The socket that receives the members' reports; -1 where another program holds its port exclusively.
     int descriptor() const
     {
         return rtcp_.get();
     }
 
-    /// The numeric address that packets leave from.
+    /// The numeric source address of the packets.
     const std::string& source() const
     {
         return source_;
@@ -68,7 +68,7 @@ public:
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header);
     void sendRtcp(const std::uint8_t* data, std::size_t size);
 
-    /// What members report goes there, whichever member's transport is in use.
+    /// Receives the members' reports, whichever member's transport is in use.
     const std::shared_ptr<TransportReceiveQueue>& receiveQueue() const
     {
         return receiveQueue_;

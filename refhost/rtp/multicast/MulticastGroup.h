@@ -8,11 +8,11 @@
 namespace refhost
 {
 
-/// Where a camera stream is sent to for everybody: an IPv4 multicast group, and the first of its ports. A
-/// plain value.
+/// The destination of a camera stream for all members: an IPv4 multicast group and its first port. A plain
+/// value.
 struct MulticastGroup
 {
-    /// Tracks that one group carries: video and audio.
+    /// Tracks of one group: video and audio.
     static constexpr int tracks = 2;
     /// Each track has an even port for RTP and the next for RTCP.
     static constexpr int ports = 2 * tracks;
@@ -32,7 +32,7 @@ struct MulticastGroup
     /// The address alone, "239.1.2.3".
     std::string addressText() const;
 
-    /// Whether packets for the one would come to who listens to the other.
+    /// Whether members of one would receive packets for the other.
     bool overlaps(const MulticastGroup& other) const;
 
     bool operator==(const MulticastGroup& other) const
@@ -41,12 +41,12 @@ struct MulticastGroup
     }
 };
 
-/// What clients must be told of a stream that is sent to a group. A plain value.
+/// What clients need to know to receive a stream from a group. A plain value.
 struct MulticastDestination
 {
     MulticastGroup group;
     int ttl = 1;
-    std::string source{};  ///< the numeric address that packets leave from; empty where it is not known
+    std::string source{};  ///< the numeric source address of the packets; empty if unknown
 };
 
 /// A range of IPv4 multicast addresses. A plain value.
@@ -55,8 +55,8 @@ struct MulticastRange
     std::uint32_t first = 0;  ///< in the host's byte order
     std::uint32_t count = 0;
 
-    /// Reads "239.255.42.0/24", or one address without a length. \returns nothing for what is not multicast
-    /// whole
+    /// Reads "239.255.42.0/24", or one address without a length. \returns nothing unless all of it is
+    /// multicast
     static std::optional<MulticastRange> parse(std::string_view text);
 };
 

@@ -9,18 +9,18 @@
 namespace refhost
 {
 
-/// Which network interface multicast leaves through. A plain value.
+/// The network interface that multicast is sent through. A plain value.
 class MulticastInterface
 {
 public:
-    /// The one that the system's routes choose for each group.
+    /// Chosen by the system's routes for each group.
     MulticastInterface() = default;
 
     /// \param text  name or address of an interface
-    /// \returns nothing when there is none such
+    /// \returns nothing when there is no such interface
     static std::optional<MulticastInterface> find(const std::string& text);
 
-    /// For the system's calls; 0 when the routes choose.
+    /// Its index; 0 when the routes choose.
     int index() const
     {
         return index_;

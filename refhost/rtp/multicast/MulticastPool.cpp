@@ -74,8 +74,8 @@ MulticastPool::Slot* MulticastPool::slotFor(Stream stream)
     return &*free;
 }
 
-/// Adds a slot with the next address and the next ports: who binds a port without the group's address would
-/// otherwise get two streams. \returns null when there is none left
+/// Adds a slot with the next address and the next ports. Ports differ too, because a receiver that binds a
+/// port without the group's address would get two streams. \returns null when none is left
 MulticastPool::Slot* MulticastPool::grow(Stream stream)
 {
     const auto fixedHas = [this](const auto& quality)

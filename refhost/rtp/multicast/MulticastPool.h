@@ -12,17 +12,17 @@
 namespace refhost
 {
 
-/// Which camera stream has which multicast group.
+/// Assigns multicast groups to camera streams.
 ///
-/// A stream has the group that the configuration fixes for it, or one of the pool while somebody holds it; no
-/// two streams ever share group and port. A stream keeps coming back to the group that it had, as long as no
-/// other one needs it. Threads: any; one lock of its own.
+/// A stream has the group that the configuration fixes for it, or one of the pool while a lease exists. No
+/// two streams share a group's ports. A stream gets its previous group again unless another one needed it.
+/// Threads: any; one lock of its own.
 class MulticastPool
 {
 public:
     /// Camera and stream number.
     using Stream = std::pair<int, int>;
-    /// A group in use; free again with the last handle.
+    /// A group in use; released with the last handle.
     using Lease = std::shared_ptr<const MulticastGroup>;
 
     struct Settings
@@ -34,15 +34,14 @@ public:
 
     explicit MulticastPool(Settings settings);
 
-    /// Takes the stream's group, or shares it with who has it already.
+    /// Takes the stream's group, shared with its other holders.
     /// \returns null when every group is in use
     Lease take(Stream stream);
 
-    /// The group that take() would give now; take() gives the same later, unless the pool is smaller than
-    /// the number of streams.
+    /// The group that take() would give now, and gives later unless there are more streams than groups.
     std::optional<MulticastGroup> preview(Stream stream);
 
-    /// How many groups of the pool and fixed ones are in use.
+    /// Groups in use, fixed ones included.
     std::size_t taken() const;
 
 private:
@@ -59,8 +58,8 @@ private:
     const Settings settings_;
     mutable Mutex mutex_;
     std::vector<Slot> slots_
-        OV_GUARDED_BY(mutex_);  // in the order of their first use; no more than there are streams
-    std::uint32_t next_ OV_GUARDED_BY(mutex_) = 0;  // offset in the range of the first address without a slot
+        OV_GUARDED_BY(mutex_);  // by first use; at most one per stream
+    std::uint32_t next_ OV_GUARDED_BY(mutex_) = 0;  // offset of the first address without a slot
     int nextPort_ OV_GUARDED_BY(mutex_);
 };
 

@@ -72,7 +72,7 @@ struct MulticastServer::Impl
         return configuredNameOf ? configuredNameOf(stream) : StreamName::of(stream.first, stream.second);
     }
 
-    /// The track's channel, opened where nobody has it. \returns null with errno set
+    /// The track's channel, opened if needed. \returns null with errno set
     std::shared_ptr<MulticastChannel> channelOf(MulticastPool::Stream stream, int track,
                                                 MulticastPool::Lease lease) OV_REQUIRES(mutex)
     {
@@ -102,7 +102,7 @@ struct MulticastServer::Impl
         {
             return;
         }
-        // The end of the descriptor is the end of the watch.
+        // Closing the descriptor ends the watch.
         epoll_event event{};
         event.events = EPOLLIN;
         event.data.u64 = id;
@@ -126,7 +126,7 @@ struct MulticastServer::Impl
     const std::function<std::string(MulticastPool::Stream)> configuredNameOf;
     Mutex mutex;
     std::vector<Entry> entries
-        OV_GUARDED_BY(mutex);  // as many as tracks of streams that are sent, and a few that ended
+        OV_GUARDED_BY(mutex);  // one per track being sent, and a few expired ones
     std::uint64_t lastId OV_GUARDED_BY(mutex) = 0;
 };
 

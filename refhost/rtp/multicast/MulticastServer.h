@@ -13,11 +13,11 @@
 namespace refhost
 {
 
-/// Sends tracks of camera streams to multicast groups, once for all members, and takes what members report.
+/// Sends tracks of camera streams to multicast groups, once for all members, and receives the members'
+/// reports.
 ///
-/// A group is in use, and joined for the members' RTCP, as long as a transport of one of its tracks lives.
-/// What is sent comes back to members on the same machine too. Transports may outlive this object.
-/// Threads: any.
+/// A group is in use, and joined for the members' RTCP, while a transport of one of its tracks exists.
+/// Members on the same machine receive too. Transports may outlive this object. Threads: any.
 class MulticastServer
 {
 public:
@@ -26,10 +26,9 @@ public:
         MulticastPool::Settings pool;
         int ttl = 1;            ///< routers that a packet may pass, plus one
         std::string interface;  ///< name or IPv4 address of the interface to send through; empty: see below
-        std::string listen;     ///< where the interface is empty: the address whose interface it is. The
-                                ///< wildcards, and one that no interface has, leave it to the system
+        std::string listen;     ///< without `interface`: an address of the interface. A wildcard, or an address of none, leaves it to the system
         bool segmentationOffload = true;
-        /// How the log names a stream; empty: by its numbers.
+        /// A stream's name in the log; empty: its numbers.
         std::function<std::string(MulticastPool::Stream)> nameOf;
     };
 
@@ -37,26 +36,26 @@ public:
     static std::shared_ptr<MulticastServer> open(const Options& options, std::string& error);
     ~MulticastServer();
 
-    /// Where a stream would be sent to, or is.
-    /// \returns false when every group is in use by others
+    /// The destination of a stream, whether it is sent or not.
+    /// \returns false when other streams use every group
     bool describe(MulticastPool::Stream stream, MulticastDestination& out);
 
-    /// Makes one member's handle to the transport of a track. All handles of one track send to the same ports; use
-    /// one at a time. Transport kind 3.
+    /// Makes one member's handle to the transport of a track. All handles of a track send to the same ports;
+    /// send through one of them at a time. Transport kind 3.
     /// \param track    number within the group, from 0
-    /// \param[out] out  the transport, where it was made
-    /// \param[out] destination  where it sends to, likewise
-    /// \returns false, with the reason in the log, when every group is in use by others, the group has no
-    ///          ports for such a track, or the system has no way for multicast
+    /// \param[out] out  the transport, on success
+    /// \param[out] destination  where it sends to, on success
+    /// \returns false, with the reason in the log, when other streams use every group, the group has no ports
+    ///          for the track, or the system has no route for multicast
     bool makeTransport(MulticastPool::Stream stream, int track, std::optional<SafePointer<RtpTransport>>& out,
                        MulticastDestination& destination);
 
-    /// A descriptor to watch for reading, and what to call when it is readable. A call reads a bounded number
-    /// of packets; what is left makes the descriptor readable again.
+    /// A descriptor to watch for reading; call onReadable() when it is readable. A call reads a bounded
+    /// number of packets; the descriptor stays readable while more wait.
     int descriptor() const;
     void onReadable();
 
-    /// How many groups are in use.
+    /// Groups in use.
     std::size_t groupsTaken() const;
 
 private:

@@ -11,7 +11,7 @@ namespace refhost
 
 /// One member's handle to the transport of a track to its group. Transport kind 3. Made by MulticastServer.
 ///
-/// Members keep each other's session alive in nothing: what comes from the group counts for nobody.
+/// Packets from the group are no activity of any member, so members do not keep each other's sessions alive.
 class MulticastTransport : public GatedTransport
 {
 public:

@@ -12,13 +12,13 @@
 namespace refhost
 {
 
-/// Reads what waits at a UDP socket, a bounded number of datagrams a call, so that a flood of them does not
-/// keep an event loop from everything else.
+/// Reads the datagrams waiting at a UDP socket, a bounded number per call, so that a flood does not block the
+/// event loop.
 class DatagramReader
 {
 public:
     /// Calls `take(sender, data, size)` with each whole datagram.
-    /// \param socket  read without waiting
+    /// \param socket  read without blocking
     template <typename Take>
     static void read(int socket, const Take& take)
     {
@@ -56,7 +56,7 @@ public:
 private:
     static constexpr unsigned batches = 4;
     static constexpr unsigned packetsPerBatch = 32;
-    /// No packet of a client is longer than an Ethernet frame; a longer one was never meant for us.
+    /// Clients' packets fit an Ethernet frame; longer ones are dropped.
     static constexpr std::size_t packetRoom = 1500;
 };
 

@@ -12,20 +12,21 @@
 namespace refhost
 {
 
-/// Who takes what comes from which client at one socket. The work for a packet does not depend on how many
-/// clients there are. Threads: any.
+/// The receivers of one socket's packets, by the client's address. Looking one up takes constant time.
+/// Threads: any.
 class UdpReceiveQueues
 {
 public:
-    /// Hands what comes from `client` to `receiveQueue` until unlisten() with the same two. The last one counts.
+    /// Passes packets from `client` to `receiveQueue` until unlisten() with the same arguments. The last call
+    /// wins.
     void listen(const SocketAddress& client, std::shared_ptr<TransportReceiveQueue> receiveQueue);
     void unlisten(const SocketAddress& client, const TransportReceiveQueue* receiveQueue);
 
-    /// \returns null when nobody listens to `client`
+    /// \returns null when there is none for `client`
     std::shared_ptr<TransportReceiveQueue> find(const SocketAddress& client);
 
 private:
-    /// Clients come and go on all threads: a few locks instead of one.
+    /// All threads add and remove clients: a few locks instead of one.
     struct Shard
     {
         Mutex mutex;

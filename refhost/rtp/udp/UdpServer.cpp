@@ -16,8 +16,7 @@ namespace
 {
 
 constexpr int attempts = 64;
-/// Room for the key frames of many viewers at once; a receive buffer for the reports of thousands and for
-/// senders.
+/// Room to send the key frames of many viewers at once, and to receive the reports of thousands.
 constexpr int sendBufferBytes = 8 << 20;
 constexpr int receiveBufferBytes = 1 << 20;
 

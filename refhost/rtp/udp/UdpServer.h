@@ -13,8 +13,8 @@ namespace refhost
 
 /// The server's one pair of UDP ports for the RTP and RTCP of all unicast sessions.
 ///
-/// What comes in is told apart by its sender's address and port. Transports keep the sockets open; they
-/// may outlive this object. Threads: any.
+/// Received packets are assigned by their source address and port. Transports keep the sockets open; they may
+/// outlive this object. Threads: any.
 class UdpServer : public std::enable_shared_from_this<UdpServer>
 {
 public:
@@ -26,32 +26,32 @@ public:
     };
 
     /// Opens both sockets.
-    /// \returns null with `error` set when they cannot be had
+    /// \returns null with `error` set when that fails
     static std::shared_ptr<UdpServer> open(const Options& options, std::string& error);
     ~UdpServer();
 
     int rtpPort() const;
     int rtcpPort() const;
 
-    /// Descriptors to watch for reading, and what to call when one is readable. A call reads a bounded number
-    /// of packets; what is left makes the descriptor readable again.
+    /// Descriptors to watch for reading; call the fitting operation below when one is readable. A call reads
+    /// a bounded number of packets; the descriptor stays readable while more wait.
     int rtpDescriptor() const;
     int rtcpDescriptor() const;
-    /// Reads RTP and hands it to the transport that its sender belongs to, where that one takes RTP. The
-    /// rest, such as packets that open a path through a NAT, is dropped.
+    /// Reads RTP and passes it to the sender's transport, if that takes RTP. Everything else is dropped, such
+    /// as packets that open a path through a NAT.
     void onRtpReadable();
-    /// Reads RTCP and hands it to the transport that its sender belongs to; unknown senders are dropped.
+    /// Reads RTCP and passes it to the sender's transport; packets of unknown senders are dropped.
     void onRtcpReadable();
 
-    /// Makes the transport to one client. Transport kind 2. Where two transports name the same client port, RTCP
-    /// from there goes to the younger one, and RTP to the one that was told last to take it.
+    /// Makes the transport to one client. Transport kind 2. If two transports have the same client port, RTCP
+    /// from there goes to the newer one, and RTP to the one whose takeRtp() was called last.
     /// \param client    the client's address; its port is not used
     /// \param rtpPort   the client's ports, 1 to 65535
-    /// \param liveness  told of every packet of the client that is taken; may be null
+    /// \param liveness  notes every packet received from the client as activity; may be null
     SafePointer<RtpTransport> makeTransport(const SocketAddress& client, int rtpPort, int rtcpPort,
                                             std::shared_ptr<SessionLiveness> liveness);
 
-    /// Whether packets travel as segmented messages now.
+    /// Whether packets are sent as segmented messages now.
     bool segmentationOffload() const;
 
 private:

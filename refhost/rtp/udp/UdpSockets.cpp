@@ -14,7 +14,7 @@ UdpSockets::UdpSockets(Descriptor rtp, Descriptor rtcp, const SocketAddress& bou
 
 void UdpSockets::sendRtcp(const SocketAddress& client, const std::uint8_t* data, std::size_t size)
 {
-    // Best effort: a lost report is made good by the next one.
+    // Best effort: the next report makes up for a lost one.
     (void)::sendto(rtcp_.get(), data, size, MSG_DONTWAIT | MSG_NOSIGNAL, client.get(), client.size());
 }
 

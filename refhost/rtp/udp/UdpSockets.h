@@ -14,8 +14,8 @@
 namespace refhost
 {
 
-/// A bound pair of UDP sockets and who reads what comes back on them. Shared by the UDP server and the
-/// transports that it made; closes the sockets at its end. Threads: any.
+/// A bound pair of UDP sockets and the receivers of their packets. Shared by the UDP server and its
+/// transports; owns the sockets. Threads: any.
 class UdpSockets
 {
 public:
@@ -46,7 +46,7 @@ public:
 
     void sendRtcp(const SocketAddress& client, const std::uint8_t* data, std::size_t size);
 
-    /// Who takes the RTP, and who the RTCP, that comes from a client.
+    /// The receivers of the clients' RTP and RTCP.
     UdpReceiveQueues& rtpReceiveQueues()
     {
         return rtpReceiveQueues_;

@@ -10,8 +10,8 @@ namespace
 constexpr TransportTraits udpTraits = []
 {
     TransportTraits traits;
-    // A datagram that overruns the client's socket buffer is lost unnoticed: nothing but the key frame goes
-    // out in a burst.
+    // A datagram that overruns the client's socket buffer is lost silently: only the key frame is sent in a
+    // burst.
     traits.maxCatchUpUnits = 4;
     traits.silentWhenGone = true;
     return traits;

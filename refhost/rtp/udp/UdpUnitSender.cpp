@@ -11,7 +11,7 @@
 #include "refhost/rtp/RtpHeaderPatch.h"
 
 #ifndef UDP_SEGMENT
-#define UDP_SEGMENT 103  // older C libraries do not know the kernel's option
+#define UDP_SEGMENT 103  // older C libraries lack the kernel's option
 #endif
 
 namespace refhost
@@ -24,7 +24,7 @@ constexpr std::size_t maxSegments = 64;
 constexpr std::size_t maxMessageBytes = 65'487;
 constexpr std::size_t messagesPerCall = 16;
 
-/// This thread's copy of the unit it sent last, without room between the packets.
+/// This thread's copy of the last unit it sent, packets back to back.
 struct DatagramScratch
 {
     AccessUnitPtr unit;
@@ -53,7 +53,7 @@ struct DatagramScratch
 class Batch
 {
 public:
-    /// Fills the batch with packets of the scratch from `first` on. \returns how many messages there are
+    /// Fills the batch with packets of the scratch from `first` on. \returns the number of messages
     unsigned fill(DatagramScratch& scratch, std::size_t first, const SocketAddress& client, bool segmented)
     {
         const auto& packets = scratch.unit->packets;
@@ -138,7 +138,7 @@ bool fullForNow(int error)
     return error == EAGAIN || error == EWOULDBLOCK || error == ENOBUFS || error == ENOMEM;
 }
 
-/// What a kernel or a network device says that does not segment, or not this path.
+/// The errors of a kernel or network device that cannot segment, at all or on this path.
 bool refusesSegments(int error)
 {
     return error == EIO || error == EINVAL || error == EOPNOTSUPP || error == EMSGSIZE ||
@@ -183,7 +183,7 @@ SendResult UdpUnitSender::send(const SocketAddress& client, const AccessUnitPtr&
             {
                 at += batch.packetsOf(static_cast<unsigned>(i));
             }
-            // Only what went through without segments proves that it was the segments that were refused.
+            // Only success without segments proves that segmentation was the cause.
             if (refused)
             {
                 segmentation_.store(false, std::memory_order_relaxed);
@@ -205,7 +205,7 @@ SendResult UdpUnitSender::send(const SocketAddress& client, const AccessUnitPtr&
             break;
         }
         segmented = false;
-        // Too big a segment for this client's path only: the system fragments the packets one by one.
+        // Too big for this client's path only: the system fragments single packets.
         refused = error != EMSGSIZE;
     }
     return {SendStatus::sent, total - firstPacket};
