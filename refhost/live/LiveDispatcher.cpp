@@ -35,7 +35,7 @@ struct LiveDispatcher::Impl
     struct Entry
     {
         std::shared_ptr<LiveSession> session;
-        int tracks = 0;  // with those that are just being added
+        int tracks = 0;  // including those being added
     };
 
     using Sessions = SessionShards<Entry>;
@@ -83,7 +83,7 @@ struct LiveDispatcher::Impl
 
 LiveDispatcher& LiveDispatcher::instance()
 {
-    // Never destroyed: connections may be served until the very end of the process.
+    // Never destroyed: connections may be served until the process ends.
     static LiveDispatcher* const dispatcher = new LiveDispatcher(LiveSettings());
     return *dispatcher;
 }

@@ -15,7 +15,7 @@ LiveSession::Lock::Lock(LiveSession& session) : session_(session)
 LiveSession::Lock::~Lock()
 {
     session_.mutex_.unlock();
-    if (session_.wanted_.exchange(false))
+    if (session_.pumpRequested_.exchange(false))
     {
         session_.pump(nullptr);
     }
@@ -28,7 +28,7 @@ bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
 {
     auto sender =
         std::make_shared<TrackSender>(weak_from_this(), streamKey, info, stream, payloadSize, name_);
-    std::shared_ptr<TrackSender> former;  // goes after the lock
+    std::shared_ptr<TrackSender> former;  // destroyed after the lock
     const Lock lock(*this);
     const auto same = placeOf(streamKey, info.trackId);
     if (same != senders_.end())
@@ -37,7 +37,7 @@ bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
         former->end();
         senders_.erase(same);
     }
-    // The frame first: the audio starts where it starts.
+    // Video first: the audio starts at its first frame.
     senders_.insert(sender->video() ? senders_.begin() : senders_.end(), std::move(sender));
     return former == nullptr;
 }
@@ -45,7 +45,7 @@ bool LiveSession::add(const std::string& streamKey, const SubMediaInfo& info,
 int LiveSession::connect(const std::string& streamKey, const std::string& trackId,
                          const SafePointer<IConnection>& connection)
 {
-    std::shared_ptr<TrackSender> former;  // goes after the lock
+    std::shared_ptr<TrackSender> former;  // destroyed after the lock
     const Lock lock(*this);
     const auto sender = placeOf(streamKey, trackId);
     if (sender == senders_.end())
@@ -90,7 +90,7 @@ int LiveSession::pause(const std::string& streamKey, const std::string& trackId)
 
 int LiveSession::remove(const std::string& streamKey, const std::string& trackId)
 {
-    std::shared_ptr<TrackSender> gone;  // goes after the lock
+    std::shared_ptr<TrackSender> gone;  // destroyed after the lock
     const Lock lock(*this);
     const auto sender = find(streamKey, trackId);
     if (sender == senders_.end())
@@ -155,7 +155,7 @@ bool LiveSession::connected()
 
 void LiveSession::end()
 {
-    Senders gone;  // go after the lock
+    Senders gone;  // destroyed after the lock
     const Lock lock(*this);
     gone.swap(senders_);
     for (const auto& sender : gone)
@@ -166,19 +166,19 @@ void LiveSession::end()
 
 void LiveSession::pump(const FreshUnit* fresh)
 {
-    // Each exchange that reads the other thread's note also orders the two threads' lock operations: either
-    // the note is seen by the thread that held the lock, or the lock is seen free here.
+    // Each exchange that reads the other thread's request also orders the two threads' lock operations:
+    // either the lock's holder sees the request, or this thread sees the lock free.
     do
     {
-        wanted_.exchange(true);
+        pumpRequested_.exchange(true);
         if (!mutex_.tryLock())
         {
             return;
         }
-        wanted_.exchange(false);
+        pumpRequested_.exchange(false);
         pumpLocked(fresh);
         mutex_.unlock();
-    } while (wanted_.exchange(false));
+    } while (pumpRequested_.exchange(false));
 }
 
 LiveSession::Senders::iterator LiveSession::placeOf(const std::string& streamKey, const std::string& trackId)
@@ -210,7 +210,7 @@ TrackSender* LiveSession::videoSenderOf(const TrackSender& sender)
 
 void LiveSession::pumpLocked(const FreshUnit* fresh)
 {
-    // Tracks that are let go one after the other start together, each with its report first.
+    // Tracks released one after the other start together, each with its report first.
     if (std::any_of(senders_.begin(), senders_.end(), [](const auto& sender) { return sender->held(); }))
     {
         return;
@@ -219,7 +219,7 @@ void LiveSession::pumpLocked(const FreshUnit* fresh)
     {
         sender->reportStart(videoSenderOf(*sender));
     }
-    // Audio that waited for this frame goes in front of it: the frame is what the network waits for.
+    // Audio that waited for this frame goes first: the transport flushes with the frame.
     const bool together = fresh != nullptr && !senders_.empty() && senders_.front()->takesNow(*fresh);
     for (std::size_t i = 1; together && i < senders_.size(); ++i)
     {

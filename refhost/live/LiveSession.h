@@ -14,28 +14,27 @@
 namespace refhost
 {
 
-/// The tracks of one RTSP session, under one lock: they share a canonical name and start together.
+/// The tracks of one RTSP session, under one lock. They share a canonical name and start together.
 ///
-/// The lock is held while the session's packets leave, so that nothing leaves after pause() or remove(). A
-/// fan-out that finds it taken does not wait: it leaves a note, and who holds the lock does its work.
-/// Threads: any.
+/// The lock is held while packets are sent, so that nothing is sent after pause() or remove(). A fan-out that
+/// finds it taken does not wait: it requests a pump, which the lock's holder does on release. Threads: any.
 class LiveSession : public std::enable_shared_from_this<LiveSession>
 {
 public:
     LiveSession();
 
-    /// Adds a track in place of the one with the same keys.
+    /// Adds a track; replaces the one with the same keys.
     /// \returns true when there was none
     bool add(const std::string& streamKey, const SubMediaInfo& info,
              const std::shared_ptr<LiveStream>& stream, int payloadSize);
 
-    /// The operations of LiveDispatcher, for this session. hostTrackUnknown when there is no such track.
+    /// The operations of LiveDispatcher for this session. hostTrackUnknown when there is no such track.
     int connect(const std::string& streamKey, const std::string& trackId,
                 const SafePointer<IConnection>& connection);
     int play(const std::string& streamKey, const std::string& trackId);
     int pause(const std::string& streamKey, const std::string& trackId);
     int remove(const std::string& streamKey, const std::string& trackId);
-    /// The same for a session whose tracks are settled: connect() starts the track again.
+    /// Like remove(), but keeps the track: connect() revives it.
     int endTrack(const std::string& streamKey, const std::string& trackId);
     int ssrc(const std::string& streamKey, const std::string& trackId, int& ssrc);
     bool firstPacket(const std::string& trackId, RTPPacketInfo& out);
@@ -46,11 +45,11 @@ public:
     /// Ends every track.
     void end();
 
-    /// Sends what can be sent now on every track, or has the thread do it that holds the lock.
-    /// \param fresh  the unit that has just come; may be null
+    /// Sends what every track can send now, or leaves that to the thread that holds the lock.
+    /// \param fresh  the unit that has just arrived; may be null
     void pump(const FreshUnit* fresh);
 
-    /// Takes the lock and, when it is given back, does the work that was left to this thread.
+    /// Holds the lock; on release, does the pumping left to this thread.
     class OV_SCOPED_CAPABILITY Lock
     {
     public:
@@ -73,7 +72,7 @@ private:
     void pumpLocked(const FreshUnit* fresh) OV_REQUIRES(mutex_);
 
     Mutex mutex_;
-    std::atomic<bool> wanted_{false};
+    std::atomic<bool> pumpRequested_{false};
     const RtcpWriter::Name name_;
     Senders senders_ OV_GUARDED_BY(mutex_);  // video first; those of endTrack() too
 };

@@ -16,7 +16,7 @@ struct LiveSessionDispatcher::Impl
 {
     struct Entry
     {
-        std::shared_ptr<LiveSession> session;  // null: there is none
+        std::shared_ptr<LiveSession> session;  // null: none
         std::string streamKey;
     };
 
@@ -32,7 +32,7 @@ struct LiveSessionDispatcher::Impl
         return found == shard.entries.end() ? Entry() : found->second;
     }
 
-    /// \returns false when there is a session of this id already
+    /// \returns false when the id has a session already
     bool insert(const std::string& sessionId, Entry entry)
     {
         Sessions::Shard& shard = sessions.of(sessionId);

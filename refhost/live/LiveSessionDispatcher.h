@@ -14,17 +14,17 @@
 namespace refhost
 {
 
-/// The live dispatch by sessions, behind LiveDispatcherMgr: one session for each id, with the tracks of one
-/// stream, on the same streams as LiveDispatcher.
+/// The live dispatch by sessions behind LiveDispatcherMgr: one session per id, with tracks of one stream, on
+/// LiveDispatcher's streams.
 ///
-/// The operations that LiveDispatcherMgr declares mean the same here. Sessions with a group for a client are
-/// no different: several RTSP sessions name them by one id. Threads: any. No operation waits for the source
-/// or a client.
+/// Operations of LiveDispatcherMgr have the same meaning here. Sessions that send to a group are no
+/// different: several RTSP sessions use them by one id. Threads: any. No operation waits for the source or a
+/// client.
 class LiveSessionDispatcher
 {
 public:
-    /// The one dispatcher of the process, on the streams of LiveDispatcher::instance(); made at the first
-    /// call, never destroyed.
+    /// The process's dispatcher, on the streams of LiveDispatcher::instance(); made at the first call, never
+    /// destroyed.
     static LiveSessionDispatcher& instance();
 
     explicit LiveSessionDispatcher(std::shared_ptr<LiveStreams> streams);
@@ -33,18 +33,18 @@ public:
     LiveSessionDispatcher& operator=(const LiveSessionDispatcher&) = delete;
 
     bool has(const std::string& sessionId);
-    /// Tracks of a back-channel are left out. A session of this id that there is already stays as it is.
+    /// Skips back-channel tracks. An existing session with this id stays unchanged.
     /// \returns 0, or hostStreamUnknown when no such stream is configured
     int initSession(const std::string& sessionId, int cameraId, int streamId, const MediaInfo& info,
                     int payloadSize);
-    /// A session that has no connection afterwards ends, because nobody would.
-    /// \returns 0, hostTrackUnknown, or hostConnectionUnusable for a connection that this host did not make
+    /// Ends the session if it has no connection afterwards, because nobody else would.
+    /// \returns 0, hostTrackUnknown, or hostConnectionUnusable for a connection not made by this host
     int addConnection(const std::string& sessionId, const std::string& trackId,
                       const SafePointer<IConnection>& connection);
     /// \returns 0, hostTrackUnknown, hostConnectionUnusable without an open connection, or hostStreamFailed
-    ///          when the stream is gone; nothing changes where it fails
+    ///          when the stream is gone; a failure changes nothing
     int play(const std::string& sessionId, const std::string& trackId);
-    /// \returns 0, also for a track that does not play, or hostTrackUnknown
+    /// \returns 0, even if the track does not play, or hostTrackUnknown
     int pause(const std::string& sessionId, const std::string& trackId);
     /// \returns 0 or hostTrackUnknown
     int remove(const std::string& sessionId, const std::string& trackId);
@@ -56,7 +56,7 @@ public:
     /// \returns false when the session has no such track
     bool statistics(const std::string& sessionId, const std::string& trackId, TrackStatistics& out);
 
-    /// How many sessions exist now; 0 after the last TEARDOWN.
+    /// Number of sessions; 0 after the last TEARDOWN.
     std::size_t sessionCount() const;
 
 private:

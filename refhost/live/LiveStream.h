@@ -13,17 +13,17 @@
 namespace refhost
 {
 
-/// The tracks of one camera stream that sessions play, tapped from its source.
+/// The tracks of one camera stream, tapped from its source for sessions.
 ///
-/// A tap stays attached when its last user has gone, so that the next viewer starts from frames that are
-/// already there; one idle tap for each track. Threads: any.
+/// A tap stays attached without users, so that the next viewer starts from cached frames; one idle tap per
+/// track. Threads: any.
 class LiveStream
 {
 public:
     /// \param source  kept weakly
     LiveStream(const std::shared_ptr<StreamSource>& source, const LiveSettings& settings);
 
-    /// The source while it lives; null afterwards.
+    /// The source; null once it is gone.
     std::shared_ptr<StreamSource> source() const
     {
         return source_.lock();
@@ -34,7 +34,7 @@ public:
         return settings_;
     }
 
-    /// The track in packets of this size, attached to the source at its first use.
+    /// The track in packets of this size; attached to the source at its first use.
     std::shared_ptr<LiveTrack> use(const std::string& trackId, bool video, int payloadSize);
     /// Ends one use().
     void leave(const LiveTrack& track);

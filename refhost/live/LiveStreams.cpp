@@ -26,7 +26,7 @@ std::shared_ptr<LiveStream> LiveStreams::find(int cameraId, int streamId)
     }
     const MutexLock guard(mutex_);
     std::shared_ptr<LiveStream>& stream = streams_[key(cameraId, streamId)];
-    // Another source under the same key: the device was set up again.
+    // Another source with the same key: the device was set up again.
     if (!stream || stream->source() != source)
     {
         LiveSettings settings = settings_;

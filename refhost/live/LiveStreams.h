@@ -12,23 +12,23 @@
 namespace refhost
 {
 
-/// The camera streams that viewers were given, each once, whichever dispatcher they came through: so all of
-/// them share its taps. Threads: any.
+/// The camera streams in use, one object each, so that viewers of all dispatchers share its taps. Threads:
+/// any.
 class LiveStreams
 {
 public:
     explicit LiveStreams(const LiveSettings& settings);
 
-    /// How streams start that do not start as LiveSettings says; by key().
+    /// Streams with a start of their own, by key().
     using Starts = std::unordered_map<std::string, LiveStart>;
 
-    /// Changes the settings for streams that come from now on.
+    /// Sets the settings of future streams.
     void configure(const LiveSettings& settings, Starts starts = {});
 
     /// \returns null when no such stream is configured
     std::shared_ptr<LiveStream> find(int cameraId, int streamId);
 
-    /// The text "<camera>/<stream>", which names a stream.
+    /// The name of a stream: "<camera>/<stream>".
     static std::string key(int cameraId, int streamId);
 
 private:

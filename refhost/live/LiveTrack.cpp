@@ -11,7 +11,7 @@ namespace refhost
 namespace
 {
 
-/// What audio keeps when no video tells how much is needed.
+/// What audio keeps without a video to follow.
 constexpr std::chrono::seconds maxAudioPast(2);
 
 }  // namespace
@@ -36,7 +36,7 @@ void LiveTrack::onAccessUnit(AccessUnitPtr unit)
     {
         return;
     }
-    // Now and then, so that senders notice when the clock is set.
+    // Regularly, so that senders notice when the clock is set.
     settings_.clock->wall().mapping();
     const FreshUnit fresh{this, index, epoch, unit, settings_.clock->now()};
     for (const auto& session : subscribers_)
@@ -54,7 +54,7 @@ void LiveTrack::onDiscontinuity()
         ringBytes_ = 0;
         startable_ = false;
         ++epoch_;
-        // A number without a unit: it puts every sender behind the ring, so that each goes on with a start.
+        // Skips a number, which puts every sender behind the ring, so that each makes a new start.
         base_ = head_.load(std::memory_order_relaxed) + 1;
         head_.store(base_, std::memory_order_release);
     }
@@ -83,8 +83,8 @@ LiveTrack::Found LiveTrack::firstSince(MonotonicTime capture, std::uint64_t earl
     const auto begin = ring_.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(
                                            earliest > base_ ? earliest - base_ : 0, ring_.size()));
     const auto at = std::lower_bound(begin, ring_.end(), capture,
-                                     [](const Entry& entry, MonotonicTime wanted)
-                                     { return entry.unit->captureTime < wanted; });
+                                     [](const Entry& entry, MonotonicTime time)
+                                     { return entry.unit->captureTime < time; });
     return found(base_ + static_cast<std::uint64_t>(at - ring_.begin()));
 }
 

@@ -18,7 +18,7 @@ namespace refhost
 class LiveSession;
 class LiveTrack;
 
-/// The access unit that has just come.
+/// The access unit that has just arrived.
 struct FreshUnit
 {
     const LiveTrack* track;
@@ -28,20 +28,20 @@ struct FreshUnit
     MonotonicTime now;
 };
 
-/// What the tracks of one stream know of its video.
+/// What the tracks of one stream share about its video.
 struct StreamPast
 {
     static constexpr MonotonicTime none = MonotonicTime::max();
-    /// Capture time of the oldest frame that is kept; the audio keeps as much.
+    /// Capture time of the oldest frame kept; the audio keeps as much.
     std::atomic<MonotonicTime> videoSince{none};
 };
 
 /// One track of a camera stream in packets of one size: a ring of its latest access units and the sessions
 /// that play it.
 ///
-/// Units have numbers that count on for ever. Video keeps the present GOP and the one before; the latter for
-/// viewers who are still catching up when a key frame comes. Threads: any; its locks are never held while
-/// a session sends.
+/// Units are numbered consecutively and never renumbered. Video keeps the current GOP and the previous one,
+/// for viewers that are still catching up when a key frame arrives. Threads: any; its locks are never held
+/// while a session sends.
 class LiveTrack : public AccessUnitSink
 {
 public:
@@ -51,7 +51,7 @@ public:
     void onAccessUnit(AccessUnitPtr unit) override;
     void onDiscontinuity() override;
 
-    /// A unit of the ring. Empty when there is none such.
+    /// A unit of the ring; empty when there is none.
     struct Found
     {
         AccessUnitPtr unit;
@@ -59,38 +59,38 @@ public:
         std::uint32_t epoch = 0;  ///< changes at each discontinuity
     };
 
-    /// Where a sender stands in the ring.
+    /// The ring around a sender's cursor.
     struct View
     {
         std::uint64_t base;    ///< number of the oldest unit
-        std::uint64_t head;    ///< number that the next unit will get
-        std::uint64_t newest;  ///< number of the newest unit to start from, valid when `startable`
+        std::uint64_t head;    ///< number of the next unit
+        std::uint64_t newest;  ///< number of the newest unit to start from, if `startable`
         bool startable;
-        Found at;  ///< the unit asked for
+        Found at;  ///< the requested unit
     };
 
-    /// Number that the next unit will get.
+    /// Number of the next unit.
     std::uint64_t head() const
     {
         return head_.load(std::memory_order_acquire);
     }
 
     View look(std::uint64_t index) const;
-    /// The newest unit that a decoder can start from: a key frame, or the last block of audio.
+    /// The newest unit that decoding can start from: a key frame, or the last block of audio.
     Found newestStart() const;
     /// The first unit, from number `earliest` on, that was captured at `capture` or later.
     Found firstSince(MonotonicTime capture, std::uint64_t earliest) const;
 
-    /// The place of a session in the list of those that play; kept by the session, changed by the track.
+    /// A session's subscriber slot; kept by the session, changed by the track.
     using SubscriberSlot = std::size_t;
     static constexpr SubscriberSlot noSlot = std::numeric_limits<SubscriberSlot>::max();
 
-    /// Has `session` pumped for each new unit, until leave().
+    /// Pumps `session` for each new unit, until leave().
     /// \param slot  lives until leave()
     void join(std::shared_ptr<LiveSession> session, SubscriberSlot& slot);
-    /// The session may be pumped once more, if a unit is just being dealt out.
+    /// The session may be pumped once more, if a fan-out is in progress.
     void leave(SubscriberSlot& slot);
-    /// How many sessions have a slot.
+    /// Number of sessions with a slot.
     std::size_t viewers() const;
 
 private:
@@ -129,7 +129,7 @@ private:
     mutable Mutex membersMutex_;
     std::vector<Member> members_ OV_GUARDED_BY(membersMutex_);
     std::atomic<bool> membersChanged_{false};                // written under the lock
-    std::vector<std::shared_ptr<LiveSession>> subscribers_;  // the source's thread's copy of members_
+    std::vector<std::shared_ptr<LiveSession>> subscribers_;  // copy of members_ for the source's thread
 };
 
 }  // namespace refhost

@@ -2,7 +2,7 @@
 
 int MulticastSessionToken::generateMulticastSessionId(int cameraId, int streamId, std::string& id)
 {
-    // An RTSP session's id has no such letters.
+    // Cannot collide with the id of an RTSP session, which is hexadecimal.
     id = "multicast/" + std::to_string(cameraId) + "/" + std::to_string(streamId);
     return 0;
 }

@@ -5,7 +5,7 @@
 namespace refhost
 {
 
-/// What one track of a live session does.
+/// The state of one track of a live session.
 ///
 /// | from      | to starting | to announced             | to running             | to paused | to ended |
 /// |-----------|-------------|--------------------------|------------------------|-----------|----------|
@@ -15,12 +15,12 @@ namespace refhost
 /// | running   | illegal     | illegal                  |                        | pause()   | illegal  |
 /// | paused    | play()      | illegal                  | illegal                |           | end()    |
 ///
-/// end() of a track that plays pauses it first. Nothing leads out of ended, nor back to idle.
+/// end() of a playing track pauses it first. Ended is final; nothing leads back to idle.
 enum class SenderState
 {
     idle,       ///< never played
-    starting,   ///< looks for the first unit
-    announced,  ///< the first unit is settled and may not be skipped: RTP-Info names it
+    starting,   ///< waits for a unit to start from
+    announced,  ///< the first unit is chosen and must not be skipped: RTP-Info names it
     running,
     paused,
     ended
@@ -40,7 +40,7 @@ constexpr auto tableOf(SenderState)
                             }}};
 }
 
-/// How a track that plays follows its stream; keepingUp at each play().
+/// How a playing track follows its stream; keepingUp at each play().
 ///
 /// | from               | to keepingUp                         | to congested            | to waitingForKeyFrame |
 /// |--------------------|--------------------------------------|-------------------------|-----------------------|

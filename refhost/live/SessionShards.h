@@ -11,19 +11,19 @@
 namespace refhost
 {
 
-/// Entries by session id under a few locks instead of one, because sessions come and go on all threads.
+/// Entries by session id, under a few locks instead of one, because all threads add and remove sessions.
 template <typename Entry>
 class SessionShards
 {
 public:
-    /// Guarded by its own mutex, which the user takes.
+    /// Guarded by its own mutex, which the caller takes.
     struct Shard
     {
         Mutex mutex;
         std::unordered_map<std::string, Entry> entries OV_GUARDED_BY(mutex);
     };
 
-    /// The shard of an id, whether there is such a session or not.
+    /// The shard of an id, whether the session exists or not.
     Shard& of(const std::string& sessionId)
     {
         return shards_[std::hash<std::string>()(sessionId) % shards_.size()];

@@ -12,13 +12,13 @@ namespace refhost
 namespace
 {
 
-/// Tracks whose play() lie this close to each other start together.
+/// Tracks played within this span start together.
 constexpr std::chrono::seconds startTogether(1);
-/// How long audio waits for the frame that it shall start with.
+/// How long audio waits for the frame to start with.
 constexpr std::chrono::seconds maxVideoWait(5);
 
-constexpr const char* frames = "video";
-constexpr const char* audio = "audio";
+constexpr const char* videoType = "video";
+constexpr const char* audioType = "audio";
 
 }  // namespace
 
@@ -29,7 +29,7 @@ TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamK
       trackId_(info.trackId),
       stream_(std::move(stream)),
       settings_(stream_->settings()),
-      video_(info.mediaType == frames),
+      video_(info.mediaType == videoType),
       payloadSize_(payloadSize),
       track_(stream_->use(info.trackId, video_, payloadSize)),
       sender_(info.payloadType, name, *settings_.clock, settings_.reportInterval),
@@ -43,7 +43,7 @@ std::shared_ptr<TrackSender> TrackSender::successor(const RtcpWriter::Name& name
 {
     SubMediaInfo info;
     info.trackId = trackId_;
-    info.mediaType = video_ ? frames : audio;
+    info.mediaType = video_ ? videoType : audioType;
     info.payloadType = sender_.payloadType();
     info.clockRate = static_cast<int>(timeline_.clock().rate());
     return std::make_shared<TrackSender>(session_, streamKey_, info, stream_, payloadSize_, name);
@@ -93,16 +93,16 @@ int TrackSender::play(const std::shared_ptr<LiveSession>& session)
     viewed_->acquire();
     if (video_ && !startingPoint(nullptr, playedAt_).unit)
     {
-        // Now, though the transport is held: the encoder works while the answer goes out.
+        // Now, though the transport is held: the encoder works while the response is sent.
         viewed_->requestKeyFrame();
     }
     return 0;
 }
 
-/// Somebody joined, who has nothing to start from and does not know what belongs together.
+/// A viewer joined a shared transport: it needs a key frame to start from and a report to synchronize.
 void TrackSender::onJoin()
 {
-    sender_.wantReport();
+    sender_.requestReport();
     if (video_)
     {
         viewed_->requestKeyFrame();
@@ -130,7 +130,7 @@ void TrackSender::end()
     }
     pause();
     state_.enter(SenderState::ended);
-    // Who never sent anything does not send BYE (RFC 3550, section 6.3.7).
+    // No BYE without any packet (RFC 3550, section 6.3.7).
     if (sender_.statistics().packets != 0)
     {
         const MonotonicTime sendTime = settings_.clock->now();
@@ -180,7 +180,7 @@ void TrackSender::pump(const FreshUnit* fresh, TrackSender* videoSender, bool mo
     paced_ = paced_ && cursor_ != track_->head();
 }
 
-/// Whether the next unit would come faster than a paced start goes. The first one is sent at once.
+/// Whether the next unit is ahead of a paced start. The first one is sent at once.
 bool TrackSender::isEarly()
 {
     const MonotonicTime sendTime = settings_.clock->now();
@@ -279,7 +279,7 @@ bool TrackSender::start(TrackSender* videoSender, MonotonicTime now)
     first_.rtpTimestamp = unitTimestamp_;
     seenHead_ = track_->head();
     credit_ = 1;
-    sender_.wantReport();
+    sender_.requestReport();
     return true;
 }
 
@@ -352,7 +352,7 @@ bool TrackSender::skipToStart(const LiveTrack::View& view)
     return found;
 }
 
-/// Settles the timestamp of the unit to be sent, and tells it by a sender report where one is due.
+/// Determines the timestamp of the unit to be sent, and sends a sender report if one is due.
 void TrackSender::report(MonotonicTime now)
 {
     if (unitPackets_ == 0)
@@ -361,7 +361,7 @@ void TrackSender::report(MonotonicTime now)
         unitTimestamp_ = timeline_.take(*unit_, unitEpoch_, moved);
         if (moved)
         {
-            sender_.wantReport();
+            sender_.requestReport();
         }
     }
     sender_.followWallClock();

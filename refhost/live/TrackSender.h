@@ -19,22 +19,22 @@
 namespace refhost
 {
 
-/// One track of one session: where it stands in the stream and how it looks on the wire.
+/// One track of one session: its position in the stream and its RTP source.
 ///
-/// It sends from its place in the LiveTrack's ring up to the head, as far as the transport takes it. SSRC, sequence
-/// numbers and timestamps go on over pauses, congestion and restarts of the source.
-/// Threads: under its session's lock, but for the TransportListener's operations, which take it.
+/// Sends from its cursor in the LiveTrack's ring up to the head, as far as the transport takes it. SSRC,
+/// sequence numbers and timestamps continue across pauses, congestion and restarts of the source. Threads:
+/// under its session's lock; the TransportListener's operations take it.
 class TrackSender : public TransportListener
 {
 public:
-    /// \param session  the session that holds this sender
-    /// \param name     the session's canonical name, one for all its tracks
-    /// \param info     payload type, clock rate and kind are kept
+    /// \param session  the owner of this sender
+    /// \param name     the session's canonical name, shared by its tracks
+    /// \param info     payload type, clock rate and media type are used
     TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
                 std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name);
     ~TrackSender() noexcept override;
 
-    /// A sender of the same track that starts from nothing, for the place of this one when it has ended.
+    /// A new sender of the same track, to replace this one when it has ended.
     /// \param name  the session's
     std::shared_ptr<TrackSender> successor(const RtcpWriter::Name& name) const;
 
@@ -85,40 +85,40 @@ public:
         return sender_.statistics();
     }
 
-    /// Sets the transport to the client in place of the former one.
-    /// \returns 0; hostConnectionUnusable, and nothing changes, when it is not an RtpTransport of this host
+    /// Sets the transport to the client; replaces the previous one.
+    /// \returns 0; hostConnectionUnusable, with nothing changed, when it is no RtpTransport of this host
     int connect(const SafePointer<IConnection>& connection, const std::shared_ptr<TransportListener>& self);
 
-    /// Counts a viewer and arranges for a start; pump() makes it.
-    /// \returns 0, also when it plays already; hostConnectionUnusable without a transport to the client or when it
-    ///          is closed; hostStreamFailed when the source is gone
+    /// Counts a viewer and requests a start, which pump() makes.
+    /// \returns 0, even if it plays already; hostConnectionUnusable without an open transport;
+    ///          hostStreamFailed when the source is gone
     int play(const std::shared_ptr<LiveSession>& session);
-    /// Sends nothing more and takes the viewer back; the next play() goes on.
+    /// Stops sending and uncounts the viewer; the next play() continues.
     void pause();
-    /// Says BYE and lets go of the transport and the stream; nothing is sent any more. Does nothing the second
-    /// time.
+    /// Sends BYE and releases the transport and the stream; nothing is sent after that. Further calls do
+    /// nothing.
     void end();
 
     /// Sends what can be sent now.
-    /// \param fresh    the unit that has just come, whichever track's; null otherwise
-    /// \param frame  the video that this audio starts with; null for video and for audio alone
-    /// \param more     the frame follows at once on the same way
+    /// \param fresh    the unit that has just arrived, of any track; may be null
+    /// \param videoSender  the video that this audio starts with; null for video and for audio alone
+    /// \param more     the frame follows at once on the same transport
     void pump(const FreshUnit* fresh, TrackSender* videoSender, bool more);
 
-    /// Where a start is settled and nothing of it was sent, sends the report that tells when its first unit
-    /// was captured: before the units of the past come, which arrive faster than they were captured.
+    /// If a start is chosen and none of it sent, sends the report that dates its first unit, before units of
+    /// the past arrive faster than they were captured.
     void reportStart(TrackSender* videoSender);
 
-    /// Whether its transport is kept back until a request is answered.
+    /// Whether its transport is held until a request is answered.
     bool held() const
     {
         return playing() && sender_.transport()->state() == SendStatus::held;
     }
 
-    /// Whether this sender is going to send this unit, as soon as it is pumped.
+    /// Whether the next pump() sends this unit.
     bool takesNow(const FreshUnit& fresh) const;
 
-    /// Fixes and tells the first packet of the last play().
+    /// Determines the first packet of the last play().
     /// \returns false when it never played
     bool firstPacket(RTPPacketInfo& out, TrackSender* videoSender);
 
@@ -152,7 +152,7 @@ private:
     const bool video_;
     const int payloadSize_;
     const std::shared_ptr<LiveTrack> track_;
-    std::shared_ptr<StreamSource> viewed_;  // set while this sender counts as its viewer
+    std::shared_ptr<StreamSource> viewed_;  // set while counted as its viewer
     LiveTrack::SubscriberSlot slot_ = LiveTrack::noSlot;
 
     RtpSender sender_;
@@ -160,21 +160,20 @@ private:
     StateMachine<SenderFlow> flow_{SenderFlow::keepingUp};
     RtpTimeline timeline_;
 
-    AccessUnitPtr unit_;  // being sent, or settled to be the next
+    AccessUnitPtr unit_;  // being sent, or chosen as the next
     std::uint32_t unitEpoch_ = 0;
     std::uint32_t unitTimestamp_ = 0;
-    std::size_t unitPackets_ = 0;  // how many of its packets are sent
+    std::size_t unitPackets_ = 0;  // packets of it already sent
     std::uint64_t cursor_ = 0;     // number of the unit to send next, or of unit_
-    std::uint64_t earliest_ = 0;   // a start may not lie before
+    std::uint64_t earliest_ = 0;   // the first number to start from
     MonotonicTime startCapture_;
     MonotonicTime playedAt_;
-    MonotonicTime waitingSince_;    // capture time of the first block that waits for a frame
+    MonotonicTime waitingSince_;    // capture time of the first block waiting for a frame
     MonotonicTime congestedSince_;  // while congested
-    bool paced_ = false;            // it goes through the past at a limited rate
+    bool paced_ = false;            // sends the past at a limited rate
     MonotonicTime pacedSince_;      // when its first unit was sent
     std::uint64_t seenHead_ = 0;
-    unsigned credit_ =
-        0;  // units that may still go before the next one comes, where the transport wants that
+    unsigned credit_ = 0;  // units that may be sent before the next one arrives, on a paced transport
     RTPPacketInfo first_;
 };
 

@@ -141,7 +141,7 @@ void PlaybackPump::halt(PlaybackState next)
 
 void PlaybackPump::requestReports()
 {
-    tracks_.each([](PlaybackTrack& track) { track.sender.wantReport(); });
+    tracks_.each([](PlaybackTrack& track) { track.sender.requestReport(); });
 }
 
 /// What comes next does not follow what was sent.

@@ -31,12 +31,12 @@ struct FrameScratch
     AccessUnitPtr unit;
     std::vector<std::uint8_t> bytes;
 
-    void load(const AccessUnitPtr& wanted)
+    void load(const AccessUnitPtr& requested)
     {
-        if (unit != wanted)
+        if (unit != requested)
         {
-            bytes = wanted->bytes;
-            unit = wanted;
+            bytes = requested->bytes;
+            unit = requested;
         }
     }
 };

@@ -20,9 +20,9 @@ ReceptionStatistics::ReceptionStatistics(RtpClock clock)
 {
 }
 
-void ReceptionStatistics::begin(std::uint16_t sequence)
+void ReceptionStatistics::restart(std::uint16_t sequence)
 {
-    began_ = true;
+    started_ = true;
     base_ = sequence;
     highest_ = sequence;
     cycles_ = 0;
@@ -39,10 +39,10 @@ ReceptionStatistics::Arrival ReceptionStatistics::count(std::uint16_t sequence, 
 {
     Arrival counted{Verdict::counted, 0};
     const auto ahead = static_cast<std::uint16_t>(sequence - highest_);
-    if (!began_)
+    if (!started_)
     {
-        begin(sequence);
-        counted.verdict = Verdict::begun;
+        restart(sequence);
+        counted.verdict = Verdict::started;
     }
     else if (ahead < maxDropped)
     {
@@ -56,8 +56,8 @@ ReceptionStatistics::Arrival ReceptionStatistics::count(std::uint16_t sequence, 
             outOfSequenceNext_ = (sequence + 1U) & (cycle - 1U);
             return {Verdict::outOfSequence, 0};
         }
-        begin(sequence);
-        counted.verdict = Verdict::begun;
+        restart(sequence);
+        counted.verdict = Verdict::started;
     }
     // Otherwise it is late or a duplicate, which counts as received (RFC 3550, section 6.4.1).
     ++received_;
@@ -93,7 +93,7 @@ std::uint32_t ReceptionStatistics::highest() const
 
 std::uint32_t ReceptionStatistics::expected() const
 {
-    return began_ ? highest() - base_ + 1U : 0U;
+    return started_ ? highest() - base_ + 1U : 0U;
 }
 
 std::int32_t ReceptionStatistics::lost() const

@@ -22,7 +22,7 @@ public:
         /// restarted, and counting restarts with that one.
         outOfSequence,
         /// The first packet, or the first after a restart of the source.
-        begun
+        started
     };
 
     struct Arrival
@@ -44,7 +44,7 @@ public:
     /// True when a packet was counted.
     bool any() const
     {
-        return began_;
+        return started_;
     }
 
     /// Makes the next report. Its fraction lost is that since the previous call.
@@ -54,18 +54,17 @@ public:
     std::int32_t lost() const;
 
 private:
-    void begin(std::uint16_t sequence);
+    void restart(std::uint16_t sequence);
     void measure(std::uint32_t timestamp, MonotonicTime arrival);
     std::uint32_t highest() const;
     std::uint32_t expected() const;
 
     RtpClock clock_;
-    bool began_ = false;
+    bool started_ = false;
     std::uint32_t base_ = 0;
     std::uint32_t cycles_ = 0;  // counted in packets: 65536 for each
     std::uint16_t highest_ = 0;
-    std::uint32_t outOfSequenceNext_ =
-        0;  // successor of the last packet out of sequence; out of range: none
+    std::uint32_t outOfSequenceNext_ = 0;  // successor of the last packet out of sequence; out of range: none
     std::uint32_t received_ = 0;
     std::uint32_t expectedBefore_ = 0;
     std::uint32_t receivedBefore_ = 0;

@@ -16,15 +16,15 @@ ReorderWindow::ReorderWindow(Duration maxWait) : maxWait_(maxWait) {}
 
 void ReorderWindow::reset()
 {
-    began_ = false;
+    started_ = false;
     held_.clear();
 }
 
 ReorderWindow::Added ReorderWindow::add(Packet&& packet)
 {
-    if (!began_)
+    if (!started_)
     {
-        began_ = true;
+        started_ = true;
         expected_ = packet.sequence;
     }
     if (static_cast<std::int32_t>(packet.sequence - expected_) < 0)

@@ -54,7 +54,7 @@ public:
 
 private:
     const Duration maxWait_;
-    bool began_ = false;
+    bool started_ = false;
     std::uint32_t expected_ = 0;
     std::map<std::uint32_t, Packet> held_;
 };

@@ -19,11 +19,11 @@ RtpSender::RtpSender(int payloadType, const RtcpWriter::Name& name, const HostCl
 
 RtpSender::~RtpSender() = default;
 
-RtpSender::Beginning RtpSender::Beginning::random()
+RtpSender::InitialValues RtpSender::InitialValues::random()
 {
-    Beginning beginning{};
-    fillRandom(&beginning, sizeof(beginning));
-    return beginning;
+    InitialValues values{};
+    fillRandom(&values, sizeof(values));
+    return values;
 }
 
 int RtpSender::connect(const SafePointer<IConnection>& connection,
@@ -59,7 +59,7 @@ SendResult RtpSender::send(const AccessUnitPtr& unit, std::size_t firstPacket, s
                            bool more)
 {
     const SendResult result =
-        transport_->send(unit, firstPacket, {beginning_.ssrc, sequence_, timestamp, payloadType_}, more);
+        transport_->send(unit, firstPacket, {initial_.ssrc, sequence_, timestamp, payloadType_}, more);
     account(*unit, firstPacket, result.packets);
     return result;
 }
@@ -83,7 +83,7 @@ void RtpSender::account(const AccessUnit& unit, std::size_t firstPacket, std::si
 
 void RtpSender::sendReport(MonotonicTime now, WallTime wall, std::uint32_t rtpTimestamp)
 {
-    const RtcpWriter packet({beginning_.ssrc, wall, rtpTimestamp, statistics_.packets, statistics_.octets},
+    const RtcpWriter packet({initial_.ssrc, wall, rtpTimestamp, statistics_.packets, statistics_.octets},
                             name_, false);
     transport_->sendRtcp(packet.data(), packet.size());
     ++statistics_.reportsSent;
@@ -101,7 +101,7 @@ void RtpSender::sendBye(WallTime wall, std::uint32_t rtpTimestamp)
     {
         return;
     }
-    const RtcpWriter packet({beginning_.ssrc, wall, rtpTimestamp, statistics_.packets, statistics_.octets},
+    const RtcpWriter packet({initial_.ssrc, wall, rtpTimestamp, statistics_.packets, statistics_.octets},
                             name_, true);
     transport_->sendRtcp(packet.data(), packet.size());
 }
@@ -109,7 +109,7 @@ void RtpSender::sendBye(WallTime wall, std::uint32_t rtpTimestamp)
 void RtpSender::readReport(const std::uint8_t* data, std::size_t size)
 {
     RtcpFindings findings;
-    if (!RtcpReader::read(data, size, beginning_.ssrc, findings))
+    if (!RtcpReader::read(data, size, initial_.ssrc, findings))
     {
         ++statistics_.reportsRefused;
         return;

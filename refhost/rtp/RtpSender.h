@@ -67,7 +67,7 @@ public:
 
     std::uint32_t ssrc() const
     {
-        return beginning_.ssrc;
+        return initial_.ssrc;
     }
 
     int payloadType() const
@@ -78,7 +78,7 @@ public:
     /// The initial RTP timestamp.
     std::uint32_t firstTimestamp() const
     {
-        return beginning_.timestamp;
+        return initial_.timestamp;
     }
 
     /// Sequence number of the next packet.
@@ -101,7 +101,7 @@ public:
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, std::uint32_t timestamp, bool more);
 
     /// Makes a report due now.
-    void wantReport()
+    void requestReport()
     {
         reportDue_ = MonotonicTime();
     }
@@ -114,7 +114,7 @@ public:
         if (steps != wallSteps_)
         {
             wallSteps_ = steps;
-            wantReport();
+            requestReport();
         }
     }
 
@@ -140,29 +140,29 @@ public:
 
 private:
     /// The initial values that must be random (RFC 3550, section 5.1).
-    struct Beginning
+    struct InitialValues
     {
         std::uint32_t ssrc;
         std::uint32_t timestamp;
         std::uint32_t reportJitter;
         std::uint16_t sequence;
 
-        static Beginning random();
+        static InitialValues random();
     };
 
     void account(const AccessUnit& unit, std::size_t firstPacket, std::size_t packets);
 
-    const Beginning beginning_ = Beginning::random();
+    const InitialValues initial_ = InitialValues::random();
     const RtcpWriter::Name name_;
     const HostClock& clock_;
     Duration reportInterval_;
     const std::uint8_t payloadType_;
-    std::uint16_t sequence_ = beginning_.sequence;
+    std::uint16_t sequence_ = initial_.sequence;
     std::optional<SafePointer<IConnection>> connection_;
     RtpTransport* transport_ = nullptr;  // owned by connection_
     MonotonicTime reportDue_;
-    std::uint32_t wallSteps_ = 0;                                // of the wall clock, reported so far
-    std::uint32_t reportJitter_ = beginning_.reportJitter | 1U;  // state of a xorshift generator, never 0
+    std::uint32_t wallSteps_ = 0;                              // of the wall clock, reported so far
+    std::uint32_t reportJitter_ = initial_.reportJitter | 1U;  // state of a xorshift generator, never 0
     TrackStatistics statistics_;
 };
 

@@ -16,8 +16,7 @@ std::size_t unitSizeOf(const std::uint8_t* header)
     return static_cast<std::size_t>(readBig16(header) >> 3U);
 }
 
-/// Index of the first unit, distance less one of the others; anything but 0 is interleaving, which was not
-/// offered.
+/// Index of the first unit, index delta of the others: anything but 0 is interleaving, which was not offered.
 bool isInOrder(const std::uint8_t* header)
 {
     return (header[1] & 7U) == 0;
@@ -45,10 +44,10 @@ bool AacDepayloader::read(const std::uint8_t* payload, std::size_t size, std::ui
     const std::uint8_t* const data = payload + 2 + headers;
     const std::size_t dataSize = size - 2 - headers;
     const std::size_t first = unitSizeOf(payload + 2);
-    const bool piece = count == 1 && first > dataSize;
+    const bool fragment = count == 1 && first > dataSize;
     const bool well =
-        isInOrder(payload + 2) && (piece ? readPiece(first, data, dataSize, timestamp, marker, frames)
-                                         : readWhole(payload + 2, count, data, dataSize, frames));
+        isInOrder(payload + 2) && (fragment ? readFragment(first, data, dataSize, timestamp, marker, frames)
+                                            : readWhole(payload + 2, count, data, dataSize, frames));
     if (!well)
     {
         frames.clear();
@@ -76,9 +75,9 @@ bool AacDepayloader::readWhole(const std::uint8_t* headers, std::size_t count, c
     return size == 0;
 }
 
-/// Every piece tells the size of the whole unit (RFC 3640, section 3.2.3); the last one has the marker.
-bool AacDepayloader::readPiece(std::size_t unitSize, const std::uint8_t* data, std::size_t size,
-                               std::uint32_t timestamp, bool marker, std::vector<Frame>& frames)
+/// Every fragment has the size of the whole unit (RFC 3640, section 3.2.3); the last one has the marker.
+bool AacDepayloader::readFragment(std::size_t unitSize, const std::uint8_t* data, std::size_t size,
+                                  std::uint32_t timestamp, bool marker, std::vector<Frame>& frames)
 {
     if (unitSize_ != unitSize || unitTimestamp_ != timestamp)
     {

@@ -18,11 +18,11 @@ public:
 private:
     bool readWhole(const std::uint8_t* headers, std::size_t count, const std::uint8_t* data, std::size_t size,
                    std::vector<Frame>& frames);
-    bool readPiece(std::size_t unitSize, const std::uint8_t* data, std::size_t size, std::uint32_t timestamp,
-                   bool marker, std::vector<Frame>& frames);
+    bool readFragment(std::size_t unitSize, const std::uint8_t* data, std::size_t size,
+                      std::uint32_t timestamp, bool marker, std::vector<Frame>& frames);
 
-    std::vector<std::uint8_t> unit_;  // pieces so far of the access unit that is under way
-    std::size_t unitSize_ = 0;        // of the whole unit; 0: none is under way
+    std::vector<std::uint8_t> unit_;  // fragments so far of an incomplete access unit
+    std::size_t unitSize_ = 0;        // of the whole unit; 0: none is incomplete
     std::uint32_t unitTimestamp_ = 0;
 };
 

@@ -19,7 +19,7 @@ bool ConvertingDecoder::decode(const std::uint8_t* frame, std::size_t size,
     {
         return false;
     }
-    concealer_.heard(codec_->format(), decoded_);
+    concealer_.noteDecoded(codec_->format(), decoded_);
     return converter_.convert(codec_->format(), decoded_, samples);
 }
 

@@ -11,7 +11,7 @@
 namespace refhost
 {
 
-/// Decodes with one codec, makes up for lost audio, and converts to what the output takes.
+/// Decodes one codec, conceals losses and converts to the output's format.
 class ConvertingDecoder : public TalkDecoder
 {
 public:

@@ -10,7 +10,7 @@
 namespace refhost
 {
 
-/// One codec: encoded frames in, audio as it was recorded out.
+/// One codec: encoded frames to audio in its original format.
 ///
 /// Threads: one at a time. No operation waits.
 class FrameDecoder
@@ -18,15 +18,15 @@ class FrameDecoder
 public:
     virtual ~FrameDecoder() = default;
 
-    /// What the audio is like; known for certain after the first frame only.
+    /// The format of the audio; certain only after the first frame.
     virtual PcmFormat format() const = 0;
 
     /// Decodes one frame, \see TalkDecoder::decode
-    /// \param[out] samples  interleaved audio of format(); empty when the codec has none to give yet
+    /// \param[out] samples  interleaved audio of format(); empty while the codec delays it
     /// \returns false for a frame that cannot be decoded
     virtual bool decode(const std::uint8_t* frame, std::size_t size, std::vector<std::int16_t>& samples) = 0;
 
-    /// Forgets what came before.
+    /// Forgets earlier frames.
     virtual void reset() = 0;
 };
 

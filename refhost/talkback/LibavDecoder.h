@@ -20,8 +20,8 @@ class LibavDecoder : public FrameDecoder
 public:
     /// \param codecData  the codec's configuration record as bytes: the AudioSpecificConfig of AAC (ISO/IEC
     ///                   14496-3, section 1.6.2.1); empty where the codec needs none
-    /// \param recorded   what the audio is described as, which holds until the first frame
-    /// \returns null for one that cannot be decoded
+    /// \param recorded   the described format, valid until the first frame
+    /// \returns null for a codec that cannot be decoded
     static std::unique_ptr<LibavDecoder> make(Codec codec, const std::string& codecData,
                                               const PcmFormat& recorded);
 

@@ -17,7 +17,7 @@ constexpr milliseconds maxPeriod(15);
 constexpr int maxPitch = 400;  // Hz
 /// How much is compared to find the period.
 constexpr milliseconds compared(20);
-/// Made-up audio has full volume for this long ...
+/// Concealment has full volume for this long ...
 constexpr milliseconds fullVolume(10);
 /// ... and is silent after this long.
 constexpr milliseconds fadedOut(60);
@@ -42,7 +42,7 @@ void LossConcealer::use(const PcmFormat& format)
     }
 }
 
-void LossConcealer::heard(const PcmFormat& format, std::vector<std::int16_t>& samples)
+void LossConcealer::noteDecoded(const PcmFormat& format, std::vector<std::int16_t>& samples)
 {
     if (samples.empty())
     {
@@ -85,7 +85,7 @@ std::size_t LossConcealer::period() const
     {
         return std::max<std::size_t>(1, std::min(frames, longest));
     }
-    // At high rates every sample would be compared for nothing: voice has little above 4 kHz.
+    // Not every sample at high rates: voice has little above 4 kHz.
     const std::size_t step = std::max<std::size_t>(1, static_cast<std::size_t>(format_.sampleRate) / 8000);
     const auto at = [&](std::size_t frame) { return static_cast<double>(past_[frame * channels]); };
     std::size_t best = longest;

@@ -10,8 +10,8 @@ struct SwrContext;
 namespace refhost
 {
 
-/// Brings audio from one sample rate and number of channels to another, in pieces of any length that make one
-/// continuous audio.
+/// Converts audio between sample rates and channel counts, in blocks of any length that form one continuous
+/// signal.
 ///
 /// Threads: one at a time.
 class SampleConverter
@@ -22,14 +22,14 @@ public:
     SampleConverter(const SampleConverter&) = delete;
     SampleConverter& operator=(const SampleConverter&) = delete;
 
-    /// Converts the next piece. The filter holds the last millisecond or two back until the piece after it.
-    /// \param from             of `samples`; a change starts again
+    /// Converts the next block. The filter delays the last millisecond or two until the block after it.
+    /// \param from             format of `samples`; a change resets the filter
     /// \param[in,out] out      the converted audio is appended
-    /// \returns false when that cannot be converted
+    /// \returns false when the format cannot be converted
     bool convert(const PcmFormat& from, const std::vector<std::int16_t>& samples,
                  std::vector<std::int16_t>& out);
 
-    /// The next piece does not continue what came before.
+    /// The next block does not continue the previous one.
     void reset();
 
 private:

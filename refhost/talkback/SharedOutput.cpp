@@ -7,7 +7,7 @@ namespace refhost
 
 SharedOutput& SharedOutput::instance()
 {
-    // Never destroyed: the talk-back manager may let go of sessions at the very end of the process.
+    // Never destroyed: the talk-back manager may release sessions when the process ends.
     static SharedOutput* const output = new SharedOutput(TalkSettings());
     return *output;
 }
@@ -68,12 +68,12 @@ bool SharedOutput::claim(TalkSender sender, const std::string& name, MonotonicTi
 {
     const MutexLock guard(mutex_);
     const TalkSender before = floor_->owner();
-    const bool heard = floor_->claim(sender, now);
+    const bool audible = floor_->claim(sender, now);
     if (floor_->owner() != before)
     {
         Log::info("talk-back: {} has the audio output", name);
     }
-    return heard;
+    return audible;
 }
 
 int SharedOutput::play(TalkSender sender, const std::vector<std::int16_t>& samples, IMediaPlayer& player)

@@ -17,14 +17,14 @@
 namespace refhost
 {
 
-/// What all talk-back sessions of the device have in common: the settings, who is heard, and the
-/// output. Threads: any; one lock of its own, under which the player is called.
+/// What all talk-back sessions of the device share: settings, floor and output. Threads: any; one lock of its
+/// own, under which the player is called.
 class SharedOutput
 {
 public:
     using TalkSender = TalkFloor::TalkSender;
 
-    /// The one of the process; made at the first call, never destroyed.
+    /// The process's; made at the first call, never destroyed.
     static SharedOutput& instance();
 
     explicit SharedOutput(const TalkSettings& settings);
@@ -32,29 +32,28 @@ public:
     SharedOutput(const SharedOutput&) = delete;
     SharedOutput& operator=(const SharedOutput&) = delete;
 
-    /// Changes the settings; call it while there is no session.
+    /// Sets the settings. Requires: no session.
     void configure(const TalkSettings& settings);
     TalkSettings settings() const;
 
     /// A session is set up.
-    /// \returns false when another one has the output and this one is refused, or when there are as many as
-    ///          the settings allow
+    /// \returns false when the policy refuses it, or the settings' number of sessions is reached
     bool admit(TalkSender sender);
-    /// A session pauses: others may be heard.
+    /// A session pauses: others may take the floor.
     void pause(TalkSender sender);
     /// A session ends.
     void leave(TalkSender sender);
 
-    /// Audio of a session came. A change of who owns the output is told in the log.
-    /// \param name  what the log calls the sender
-    /// \returns true when the audio is to be decoded and given to play()
+    /// Audio of a session arrived. A change of the output's owner is logged.
+    /// \param name  the sender's name in the log
+    /// \returns true when the sender is audible: decode and call play()
     bool claim(TalkSender sender, const std::string& name, MonotonicTime now);
 
-    /// Plays decoded audio of a sender that is heard.
+    /// Plays decoded audio of an audible sender.
     /// \returns 0, or the player's code
     int play(TalkSender sender, const std::vector<std::int16_t>& samples, IMediaPlayer& player);
 
-    /// Plays what is due by the clock, where senders are mixed; call it every few milliseconds.
+    /// Plays the mixed audio due by the clock; call it every few milliseconds.
     /// \returns 0, or the player's code
     int pump(IMediaPlayer& player, MonotonicTime now);
 
@@ -65,7 +64,7 @@ private:
     TalkSettings settings_ OV_GUARDED_BY(mutex_);
     std::set<TalkSender> admitted_ OV_GUARDED_BY(mutex_);  // at most settings_.maxTalkSenders
     std::unique_ptr<TalkFloor> floor_ OV_GUARDED_BY(mutex_);
-    std::unique_ptr<TalkMixer> mixer_ OV_GUARDED_BY(mutex_);  // null where senders are not mixed
+    std::unique_ptr<TalkMixer> mixer_ OV_GUARDED_BY(mutex_);  // null unless senders are mixed
     std::vector<std::int16_t> sum_ OV_GUARDED_BY(mutex_);
 };
 

@@ -12,10 +12,10 @@ namespace refhost
 namespace
 {
 
-/// A lost packet is given up when the one after it has waited for TalkSettings::maxReorderWait: until then, 45
-/// ms with packets of 20 ms, and until the worker looks again, the output must have something to play.
+/// A lost packet is given up when its successor has waited for TalkSettings::maxReorderWait. Until then (45
+/// ms with packets of 20 ms) and until the worker's next turn, the output needs something to play.
 constexpr std::chrono::milliseconds lead(60);
-/// The mixer has each sender's audio that far ahead already, and what it gives comes evenly.
+/// The mixer already keeps each sender's audio ahead, and its sum is even.
 constexpr std::chrono::milliseconds leadOfMixed(30);
 
 TalkPolicy policyOf(const std::string& name)

@@ -15,7 +15,7 @@ namespace
 constexpr int maxChannels = 8;
 constexpr int highestRate = 192000;
 
-// The bytes of "config=<hex>" among format parameters; empty when there is none or it is malformed.
+// The bytes of "config=<hex>" in format parameters; empty when missing or malformed.
 std::string codecData(const std::string& parameters)
 {
     const std::string key = "config=";

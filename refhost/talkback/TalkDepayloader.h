@@ -10,8 +10,8 @@
 namespace refhost
 {
 
-/// Takes encoded frames out of RTP payloads: PCMU and PCMA (RFC 3551, section 4.5.14), AAC in mode AAC-hbr
-/// (RFC 3640, section 3.3.6), where a packet holds several access units or a piece of one.
+/// Extracts encoded frames from RTP payloads: PCMU and PCMA (RFC 3551, section 4.5.14), AAC in mode AAC-hbr
+/// (RFC 3640, section 3.3.6), where a packet holds several access units or a fragment of one.
 ///
 /// Threads: one at a time.
 class TalkDepayloader
@@ -22,17 +22,17 @@ public:
     {
         const std::uint8_t* data;
         std::size_t size;
-        std::uint32_t ticks;  ///< how long it sounds, in ticks of the RTP clock
+        std::uint32_t ticks;  ///< its duration in ticks of the RTP clock
     };
 
-    /// \returns null for a codec that this host does not take
+    /// \returns null for a codec that is not supported
     static std::unique_ptr<TalkDepayloader> make(const SubMediaInfo& track);
 
     virtual ~TalkDepayloader() = default;
 
     /// Reads one payload; they come in order.
     /// \param timestamp    of the packet
-    /// \param[out] frames  the frames that are whole now, maybe none
+    /// \param[out] frames  the frames completed by it, maybe none
     /// \returns false for a malformed payload, which gives no frames
     virtual bool read(const std::uint8_t* payload, std::size_t size, std::uint32_t timestamp, bool marker,
                       std::vector<Frame>& frames) = 0;

@@ -8,30 +8,30 @@
 namespace refhost
 {
 
-/// Decides who is heard when several clients talk at once.
+/// Decides who is audible when several clients talk at once.
 ///
 /// Threads: one at a time.
 class TalkFloor
 {
 public:
-    /// Stands for one talk-back session.
+    /// Identifies one talk-back session.
     using TalkSender = const void*;
 
     TalkFloor(TalkPolicy policy, Duration silence);
 
     /// A session is set up.
-    /// \returns false when it is refused because another one exists; it must not come again then
+    /// \returns false when it is refused because another one exists: no further calls then
     bool admit(TalkSender sender);
     /// A session pauses: it has stopped talking.
     void pause(TalkSender sender);
     /// A session ends.
     void leave(TalkSender sender);
 
-    /// Audio of a sender came.
-    /// \returns true when it is to be heard
+    /// Audio of a sender arrived.
+    /// \returns true when the sender is audible
     bool claim(TalkSender sender, MonotonicTime now);
 
-    /// Who owns the output; null for nobody, always so where everybody is heard.
+    /// The output's owner; null for nobody, and always where everybody is audible.
     TalkSender owner() const
     {
         return owner_;
@@ -43,8 +43,8 @@ private:
     const TalkPolicy policy_;
     const Duration silence_;
     TalkSender owner_ = nullptr;
-    TalkSender guest_ = nullptr;                        // whom `refuse` has let in
-    std::map<TalkSender, MonotonicTime> lastActivity_;  // of those who talked and did not pause since
+    TalkSender guest_ = nullptr;                        // admitted under `refuse`
+    std::map<TalkSender, MonotonicTime> lastActivity_;  // of senders that have not paused since
 };
 
 }  // namespace refhost

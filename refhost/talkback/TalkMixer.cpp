@@ -35,7 +35,7 @@ std::size_t TalkMixer::samplesOf(std::chrono::milliseconds span) const
 void TalkMixer::add(TalkSender sender, const std::vector<std::int16_t>& samples)
 {
     Line& line = lines_[sender];
-    // Nothing else would ever bring a sender back whose packets came all at once.
+    // Otherwise the delay after a burst of packets would last.
     if (line.samples.size() > samplesOf(lead + maxExcess))
     {
         line.keepLast(samplesOf(lead));
@@ -87,7 +87,7 @@ void TalkMixer::take(MonotonicTime now, std::vector<std::int16_t>& sum)
             sum[i] = saturated(sum[i] + line.samples[i]);
         }
         line.samples.erase(line.samples.begin(), line.samples.begin() + static_cast<std::ptrdiff_t>(count));
-        // It ran dry: it comes in again when it is ahead again.
+        // It ran dry: it joins again with its lead.
         line.started = count == sum.size();
     }
 }

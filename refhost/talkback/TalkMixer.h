@@ -12,8 +12,8 @@
 namespace refhost
 {
 
-/// Adds several senders' audio up to one. The sum leaves by the clock, not when audio comes: senders' packets
-/// do not come at the same instants.
+/// Mixes the audio of several senders. The sum is taken by the clock, not when audio arrives, because
+/// senders' packets arrive at different times.
 ///
 /// Threads: one at a time.
 class TalkMixer
@@ -23,14 +23,14 @@ public:
 
     explicit TalkMixer(const PcmFormat& format);
 
-    /// Appends to a sender's audio. Where more than 90 ms wait already, all but the last 60 ms of them go, so
-    /// that a burst of packets delays nobody for good; of a long piece the last fifth of a second is kept.
+    /// Appends to a sender's audio. If more than 90 ms wait already, they are cut to the last 60 ms, so that
+    /// a burst of packets causes no lasting delay. Of a long block the last 200 ms are kept.
     void add(TalkSender sender, const std::vector<std::int16_t>& samples);
     void remove(TalkSender sender);
 
-    /// Takes the sum of what is due since the call before. A sender comes in with 60 ms ahead, so that uneven
-    /// packets leave no holes.
-    /// \param[out] sum   empty when nobody talks
+    /// Takes the sum due since the previous call. A sender joins when 60 ms of its audio wait, so that uneven
+    /// packets leave no gaps.
+    /// \param[out] sum   empty when nothing is due or nobody talks
     void take(MonotonicTime now, std::vector<std::int16_t>& sum);
 
 private:
@@ -47,7 +47,7 @@ private:
     const PcmFormat format_;
     std::map<TalkSender, Line> lines_;
     bool running_ = false;
-    MonotonicTime due_;  // until when audio was taken
+    MonotonicTime due_;  // the end of the audio taken so far
 };
 
 }  // namespace refhost

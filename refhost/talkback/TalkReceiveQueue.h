@@ -13,12 +13,12 @@
 namespace refhost
 {
 
-/// What came from one talk-back client and was not looked at yet: threads of the network put packets in, the
-/// worker takes them out. Bounded; when it is full the oldest packet goes. Threads: any.
+/// The packets received from one talk-back client: network threads put them in, the worker takes them out.
+/// Bounded: when full, it drops the oldest packet. Threads: any.
 class TalkReceiveQueue : public TransportListener
 {
 public:
-    /// One packet as it came.
+    /// One received packet.
     struct Packet
     {
         std::vector<std::uint8_t> bytes;
@@ -31,17 +31,16 @@ public:
     void onRtp(const std::uint8_t* data, std::size_t size) override;
     void onRtcp(const std::uint8_t* data, std::size_t size) override;
 
-    /// Packets are taken in from now on, or dropped where they come; what waits is dropped either way. Closed
-    /// at first.
+    /// Starts or stops taking packets, and clears the queue. Closed at first.
     void open();
     void close();
 
-    /// Takes the oldest packet; its former memory is kept for later packets.
+    /// Takes the oldest packet; the memory of `out` is reused for later packets.
     /// \returns false when none waits
     bool takeRtp(Packet& out);
     bool takeRtcp(Packet& out);
 
-    /// How many packets were dropped, because nobody took them in time or they were too long, since open().
+    /// Packets dropped since open(), for lack of room or as too long.
     std::uint64_t overrun() const;
 
 private:
@@ -51,7 +50,7 @@ private:
         std::array<Packet, room> packets;
         std::size_t first = 0;
         std::atomic<std::size_t> count{
-            0};  // written under the mutex; read without, to see that there is none
+            0};  // written under the mutex; also read without, to see that none waits
     };
 
     template <std::size_t room>

@@ -10,7 +10,7 @@ namespace refhost
 namespace
 {
 
-/// Longer holes are left silent: made-up audio helps for a few packets only.
+/// The rest of a longer gap stays silent: concealment helps for a few packets only.
 constexpr std::chrono::milliseconds maxConcealed(200);
 /// Twice what an output takes at once.
 constexpr std::chrono::milliseconds maxAtOnce(400);
@@ -84,7 +84,7 @@ bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
         ++statistics_.outOfSequence;
         return false;
     }
-    if (arrival.verdict == ReceptionStatistics::Verdict::begun)
+    if (arrival.verdict == ReceptionStatistics::Verdict::started)
     {
         window_.reset();
         continues_ = false;
@@ -103,7 +103,7 @@ bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
     return true;
 }
 
-bool TalkReception::take(MonotonicTime now, bool heard, std::vector<std::int16_t>& samples)
+bool TalkReception::take(MonotonicTime now, bool audible, std::vector<std::int16_t>& samples)
 {
     ReorderWindow::Packet packet;
     std::uint32_t lost = 0;
@@ -114,14 +114,14 @@ bool TalkReception::take(MonotonicTime now, bool heard, std::vector<std::int16_t
         statistics_.lost += lost;
         const bool stale = now - packet.arrival > maxOutputWait_;
         statistics_.stale += stale ? 1 : 0;
-        const bool wanted = heard && !stale;
-        if (wanted && !isEnough())
+        const bool playable = audible && !stale;
+        if (playable && !isEnough())
         {
             play(packet, lost, samples);
         }
         else
         {
-            statistics_.overrun += wanted ? 1 : 0;
+            statistics_.overrun += playable ? 1 : 0;
             continues_ = false;
         }
         next = window_.take(now, packet, lost);
@@ -181,13 +181,13 @@ void TalkReception::play(const ReorderWindow::Packet& packet, std::uint32_t lost
     }
 }
 
-/// By how long it sounds, not by what the decoder makes of it: a unit that gives nothing takes time too.
+/// By the frames' duration, not the decoder's output: a frame without output takes decoding time as well.
 bool TalkReception::isEnough() const
 {
     return made_ >= clock_.ticks(maxAtOnce);
 }
 
-/// Not every jump of timestamps is a loss: who is silent may send nothing, without a gap in the sequence.
+/// Not every timestamp jump is a loss: a silent sender may pause without a gap in the sequence.
 void TalkReception::conceal(std::uint32_t timestamp, std::vector<std::int16_t>& samples)
 {
     const auto missing = static_cast<std::int32_t>(timestamp - nextTimestamp_);
@@ -197,7 +197,7 @@ void TalkReception::conceal(std::uint32_t timestamp, std::vector<std::int16_t>& 
     }
 }
 
-/// \returns how much was made up, in ticks
+/// \returns the length of the concealment in ticks
 std::uint32_t TalkReception::makeUp(std::uint32_t ticks, std::vector<std::int16_t>& samples)
 {
     const auto max = static_cast<std::uint32_t>(clock_.ticks(maxConcealed));

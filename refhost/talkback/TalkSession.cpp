@@ -13,8 +13,8 @@ namespace refhost
 namespace
 {
 
-/// As many packets as the receive queue holds: what comes in the meantime waits for the next turn, so that no client
-/// keeps the worker from the others.
+/// The receive queue's capacity: later packets wait for the next turn, so that no client keeps the worker
+/// from the others.
 constexpr int maxAtOnce = 64;
 
 }  // namespace
@@ -103,7 +103,7 @@ int TalkSession::play()
         return statusSuccess;
     }
     playing_ = true;
-    heard_ = false;
+    audible_ = false;
     reception_->reset();
     nextReport_ = clock_.now() + settings_.firstReport;
     receiveQueue_->open();
@@ -186,10 +186,10 @@ int TalkSession::receive(bool& playerFault)
     }
     if (audio)
     {
-        heard_ = output_.claim(this, name_, now);
+        audible_ = output_.claim(this, name_, now);
     }
     samples_.clear();
-    const bool waits = reception_->take(now, heard_, samples_);
+    const bool waits = reception_->take(now, audible_, samples_);
     IMediaPlayer& player = *(*player_).operator->();
     int result = samples_.empty() ? 0 : output_.play(this, samples_, player);
     if (result == statusSuccess)
@@ -230,7 +230,7 @@ int TalkSession::report()
     return statusSuccess;
 }
 
-/// \returns true when RTCP came
+/// \returns true when RTCP was received
 bool TalkSession::takeReports()
 {
     bool came = false;
@@ -256,7 +256,7 @@ bool TalkSession::takeReport(const TalkReceiveQueue::Packet& packet)
     {
         reception_->noteSenderReport(findings.reporter, findings.sentNtp, packet.arrival);
     }
-    // A BYE of some other source at the client's address is not the sender's.
+    // Ignore a BYE of another source at the client's address.
     const bool fromSender = !reception_->hasSource() || findings.reporter == reception_->source();
     left_ = left_ || (findings.bye && fromSender);
     return true;

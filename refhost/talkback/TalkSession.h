@@ -21,10 +21,10 @@
 namespace refhost
 {
 
-/// One talk-back session: what stands behind an AudioDispatcher, whose operations mean the same here.
+/// One talk-back session: the object behind an AudioDispatcher, whose operations have the same meaning here.
 ///
-/// Threads: one at a time, as the talk-back manager sees to; packets may come on any thread meanwhile. No
-/// operation waits.
+/// Threads: one at a time, which the talk-back manager ensures; packets may arrive on any thread meanwhile.
+/// No operation waits.
 class TalkSession
 {
 public:
@@ -40,19 +40,18 @@ public:
     TalkSession& operator=(const TalkSession&) = delete;
 
     /// \returns 0; hostTalkBackUnavailable without a player or for a codec that cannot be decoded;
-    ///          hostTalkBackBusy when another session has the output for itself, or there are as many
-    ///          sessions as the settings allow
+    ///          hostTalkBackBusy when SharedOutput::admit() refuses the session
     int init(const SubMediaInfo& track);
-    /// \returns 0, or hostConnectionUnusable for a connection that this host did not make
+    /// \returns 0, or hostConnectionUnusable for a connection not made by this host
     int connect(const SafePointer<IConnection>& connection);
 
-    /// Starts a reception; nothing that came before is played.
-    /// \returns 0, also for a session that plays; hostTalkBackUnavailable before init(),
-    ///          hostConnectionUnusable before connect() or when the connection is closed
+    /// Starts receiving; earlier packets are not played.
+    /// \returns 0, even if it plays already; hostTalkBackUnavailable before init(), hostConnectionUnusable
+    ///          before connect() or when the connection is closed
     int play();
     /// \returns 0
     int pause();
-    /// Says BYE to the client and ends for good. \returns 0
+    /// Sends BYE and ends for good. \returns 0
     int stop();
     bool isPlaying() const;
     int ssrc() const;
@@ -61,8 +60,8 @@ public:
     ///          audio waits for a missing packet; statusPlayerUnusable with `playerFault` set when the output
     ///          failed; hostConnectionUnusable, for good, when the connection is closed
     int receive(bool& playerFault);
-    /// \returns 0 when RTCP came or went; audioDispatcherIdle when there was none; hostTalkSenderLeft, for good,
-    ///          when the client sent BYE
+    /// \returns 0 when RTCP was received or sent; audioDispatcherIdle otherwise; hostTalkSenderLeft, for
+    ///          good, when the client sent BYE
     int report();
 
     TalkStatistics statistics();
@@ -82,13 +81,13 @@ private:
     const std::shared_ptr<TalkReceiveQueue> receiveQueue_;
     std::optional<SafePointer<IMediaPlayer>> player_;
     std::optional<SafePointer<IConnection>> connection_;
-    RtpTransport* transport_ = nullptr;  // what connection_ holds
+    RtpTransport* transport_ = nullptr;  // owned by connection_
     std::string name_;
     std::unique_ptr<TalkReception> reception_;
     std::uint32_t ssrc_ = 0;
     RtcpWriter::Name cname_{};
     bool playing_ = false;
-    bool heard_ = false;
+    bool audible_ = false;
     bool reported_ = false;
     bool left_ = false;  // the client sent BYE
     MonotonicTime nextReport_;

@@ -10,20 +10,20 @@
 namespace refhost
 {
 
-/// Who is heard when several clients talk at once.
+/// Who is audible when several clients talk at once.
 enum class TalkPolicy
 {
-    first,   ///< who talks first, until nothing came of it for TalkSettings::silence
-    newest,  ///< who started to talk last
+    first,   ///< the first sender, until it is silent for TalkSettings::silence
+    newest,  ///< the sender that started to talk last
     mix,     ///< everybody
-    refuse   ///< who set talk-back up first; others are refused until that session ends
+    refuse   ///< the first session; others are refused until it ends
 };
 
-/// How talk-back works on this device. A plain value.
+/// The settings of talk-back. A plain value.
 struct TalkSettings
 {
     TalkPolicy policy = TalkPolicy::first;
-    PcmFormat format;                 ///< what the output takes
+    PcmFormat format;                 ///< of the output
     std::size_t maxTalkSenders = 16;  ///< sessions that may have talk-back set up at once
     /// A sender whose last packet is that long ago has stopped talking.
     Duration silence = std::chrono::milliseconds(500);

@@ -319,7 +319,7 @@ def test_the_interface_can_be_named(serve, other_machine):
 
 def test_setup_without_a_multicast_route_is_refused(serve, other_machine):
     server = serve_cable(serve, listen="0.0.0.0")
-    server.allow_problem("multicast: no way to 239.255.42.0: No such device")
+    server.allow_problem("multicast: no route to 239.255.42.0: No such device")
     with Viewer(server, other_machine) as viewer:
         viewer.describe()
         response = viewer.request("SETUP", viewer.tracks[0].url, {"Transport": "RTP/AVP;multicast"})

@@ -13,11 +13,11 @@ namespace
 {
 
 /// The name of the interface that has an address; empty when none has.
-std::string nameOfInterface(const SocketAddress& wanted)
+std::string nameOfInterface(const SocketAddress& address)
 {
     const auto all = interfaceAddresses();
     const auto found = std::find_if(all.begin(), all.end(),
-                                    [&](const InterfaceAddress& each) { return each.address == wanted; });
+                                    [&](const InterfaceAddress& each) { return each.address == address; });
     return found == all.end() ? std::string() : found->interface;
 }
 

@@ -125,8 +125,7 @@ struct MulticastServer::Impl
     const Descriptor epoll;
     const std::function<std::string(MulticastPool::Stream)> configuredNameOf;
     Mutex mutex;
-    std::vector<Entry> entries
-        OV_GUARDED_BY(mutex);  // one per track being sent, and a few expired ones
+    std::vector<Entry> entries OV_GUARDED_BY(mutex);  // one per track being sent, and a few expired ones
     std::uint64_t lastId OV_GUARDED_BY(mutex) = 0;
 };
 
@@ -179,7 +178,7 @@ bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
     auto channel = impl_->channelOf(stream, track, lease);
     if (!channel)
     {
-        Log::error("multicast: no way to {}: {}; the key \"interface\" of [multicast] names one",
+        Log::error("multicast: no route to {}: {}; the key \"interface\" of [multicast] names one",
                    lease->addressText(), std::strerror(errno));
         return false;
     }

@@ -31,21 +31,21 @@ struct DatagramScratch
     std::vector<std::uint8_t> bytes;
     std::vector<std::size_t> offsets;
 
-    void load(const AccessUnitPtr& wanted)
+    void load(const AccessUnitPtr& requested)
     {
-        if (unit == wanted)
+        if (unit == requested)
         {
             return;
         }
         bytes.clear();
         offsets.clear();
-        for (const AccessUnit::Packet& packet : wanted->packets)
+        for (const AccessUnit::Packet& packet : requested->packets)
         {
             offsets.push_back(bytes.size());
-            const std::uint8_t* from = wanted->bytes.data() + packet.offset;
+            const std::uint8_t* from = requested->bytes.data() + packet.offset;
             bytes.insert(bytes.end(), from, from + packet.size);
         }
-        unit = wanted;
+        unit = requested;
     }
 };
 

@@ -18,7 +18,7 @@ namespace
 
 using Algorithm = DigestAuth::Algorithm;
 
-// Stands in for the secret of an unknown user, so that unknown users take as long as wrong passwords.
+// Replaces the secret of an unknown user, so that unknown users take as long as wrong passwords.
 constexpr std::string_view nobodysSecret = "0000000000000000000000000000000000000000000000000000000000000000";
 
 std::string decodeBase64(std::string_view text)
@@ -30,7 +30,7 @@ std::string decodeBase64(std::string_view text)
     return bytes ? std::string(reinterpret_cast<const char*>(bytes.get()), size) : std::string();
 }
 
-/// Clients name the request's URL, or the presentation's in requests for its tracks.
+/// Clients use the request's URL, or the presentation's in requests for its tracks.
 bool namesTheSame(std::string_view requestUri, std::string_view digestUri)
 {
     if (requestUri == digestUri)
@@ -95,9 +95,9 @@ Authenticator::Decision Authenticator::checkBasic(std::string_view credentials) 
     const auto user = users_.find(name);
     const std::string given =
         DigestAuth::secret(Algorithm::sha256, name, realm_, std::string_view(pair).substr(colon + 1));
-    const std::string_view wanted =
+    const std::string_view expected =
         user == users_.end() ? nobodysSecret : std::string_view(user->second.sha256);
-    const bool same = DigestAuth::equalInConstantTime(given, wanted);
+    const bool same = DigestAuth::equalInConstantTime(given, expected);
     return same && user != users_.end() ? Decision{Verdict::granted, user->first} : Decision();
 }
 
@@ -116,8 +116,8 @@ Authenticator::Decision Authenticator::checkDigest(std::string_view method, std:
     {
         secret = answer.algorithm == Algorithm::md5 ? user->second.md5 : user->second.sha256;
     }
-    const std::string wanted = DigestAuth::expected(answer, secret, method);
-    if (!DigestAuth::equalInConstantTime(answer.response, wanted) || user == users_.end())
+    const std::string expected = DigestAuth::expected(answer, secret, method);
+    if (!DigestAuth::equalInConstantTime(answer.response, expected) || user == users_.end())
     {
         return {};
     }
@@ -138,7 +138,7 @@ void Authenticator::challenge(ResponseWriter& out, bool stale, const Client& cli
         out.startHeader("WWW-Authenticate");
         std::string& text = out.text();
         text.append("Digest realm=\"").append(realm_).append("\", nonce=\"").append(nonce).append("\"");
-        // Behind the nonce: clients that scan for fixed texts look for it there.
+        // Right after the nonce, where simple clients look for it.
         text.append(stale ? ", stale=true" : "");
         text.append(", algorithm=").append(algorithm).append(", qop=\"auth\"");
         out.endHeader();

@@ -12,9 +12,9 @@
 namespace refhost
 {
 
-/// Decides whether a request comes from a configured user: Basic, or Digest with MD5 or SHA-256.
+/// Authenticates requests of configured users: Basic, or Digest with MD5 or SHA-256 (RFC 7617, RFC 7616).
 ///
-/// Passwords are kept as the hashes that Digest needs, and never logged. Threads: any.
+/// Passwords are kept as the hashes of Digest, and never logged. Threads: any.
 class Authenticator
 {
 public:
@@ -22,7 +22,7 @@ public:
     {
         granted,
         denied,
-        stale  ///< the password was right but the nonce is used up: ask again, without asking the user
+        stale  ///< the password is right but the nonce expired: the client retries without asking its user
     };
 
     using Client = NonceStore::Client;
@@ -30,29 +30,29 @@ public:
     struct Decision
     {
         Verdict verdict = Verdict::denied;
-        /// Who asks, where `verdict` is `granted`; empty without users. Lives as long as the authenticator.
+        /// The user, if `verdict` is `granted`; empty without users. Lives as long as the authenticator.
         std::string_view user;
     };
 
-    /// Without users everybody is granted.
-    /// \param digestWithoutQop  whether Digest answers without qop are taken; they can be replayed from their
-    ///                          client's address for NonceStore::uncountedLifetime
+    /// Without users every request is granted.
+    /// \param digestWithoutQop  whether Digest responses without qop are accepted, which can be replayed from
+    ///                          their client's address for NonceStore::uncountedLifetime
     Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock,
                   bool digestWithoutQop = true);
 
     bool enabled() const;
 
     /// \param method         of the request
-    /// \param uri            of the request; a Digest answer must name it, or the same presentation
+    /// \param uri            of the request; a Digest response must have it, or that of the presentation
     /// \param authorization  value of the Authorization header; empty when there is none
-    /// \param client         where the request came from
+    /// \param client         the origin of the request
     Decision check(std::string_view method, std::string_view uri, std::string_view authorization,
                    const Client& client);
 
     /// Adds the WWW-Authenticate lines of a 401: Digest MD5, Digest SHA-256, Digest MD5 again, Basic. Some
-    /// clients take the first Digest and others the last, and both kinds often compute MD5 only; clients that
-    /// choose the strongest find SHA-256.
-    /// \param client  whom the nonce is for
+    /// clients take the first Digest and some the last, and both often know MD5 only; clients that choose the
+    /// strongest find SHA-256.
+    /// \param client  the nonce is for this one
     void challenge(ResponseWriter& out, bool stale, const Client& client) const;
 
 private:

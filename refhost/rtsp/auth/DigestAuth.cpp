@@ -107,7 +107,7 @@ std::string DigestAuth::hash(Algorithm algorithm, std::string_view text)
 
 bool DigestAuth::equalInConstantTime(std::string_view a, std::string_view b)
 {
-    // volatile: the compiler must not leave the loop early either.
+    // volatile: keeps the compiler from leaving the loop early.
     volatile unsigned char difference = a.size() == b.size() ? 0 : 1;
     for (std::size_t i = 0; i < b.size(); ++i)
     {

@@ -18,7 +18,7 @@ public:
         sha256
     };
 
-    /// What a client's Authorization header says. Views into the header.
+    /// The fields of an Authorization header. Views into the header.
     struct Answer
     {
         std::string_view username;
@@ -32,21 +32,21 @@ public:
         Algorithm algorithm = Algorithm::md5;
     };
 
-    /// Reads what stands behind "Digest ".
-    /// \returns false when something needed is missing, or the algorithm or qop is not supported
+    /// Parses the text after "Digest ".
+    /// \returns false when a required field is missing, or the algorithm or qop is not supported
     static bool parse(std::string_view parameters, Answer& out);
 
     /// Hash of "user:realm:password" in lower-case hexadecimal.
     static std::string secret(Algorithm algorithm, std::string_view user, std::string_view realm,
                               std::string_view password);
 
-    /// The response that a client with the right password sends.
+    /// The response of a client with the right password.
     static std::string expected(const Answer& answer, std::string_view secret, std::string_view method);
 
     /// Hash in lower-case hexadecimal.
     static std::string hash(Algorithm algorithm, std::string_view text);
 
-    /// Compares in a time that depends on the length of `b` alone.
+    /// Compares in a time that depends only on the length of `b`.
     static bool equalInConstantTime(std::string_view a, std::string_view b);
 };
 

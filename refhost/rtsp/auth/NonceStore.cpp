@@ -19,8 +19,9 @@ constexpr std::size_t timeDigits = 16;
 constexpr std::size_t randomDigits = 16;
 constexpr std::size_t signatureDigits = 32;
 constexpr std::size_t signedDigits = timeDigits + randomDigits;
-constexpr std::size_t nonceDigits = signedDigits + 2 * signatureDigits;  // of the address, of the connection
-constexpr std::uint64_t window = 64;  // counts may arrive out of order by as much
+constexpr std::size_t nonceDigits =
+    signedDigits + 2 * signatureDigits;  // signatures of address and connection
+constexpr std::uint64_t window = 64;     // counts may arrive out of order within it
 
 std::string newKey()
 {
@@ -59,7 +60,7 @@ std::string NonceStore::addressSignature(std::string_view text, const Client& cl
     return sign(text, client.address.data(), client.address.size());
 }
 
-/// \param text  the nonce with its address signature: the connection counts at its address only
+/// \param text  the nonce with its address signature: the connection matters only at its address
 std::string NonceStore::connectionSignature(std::string_view text, const Client& client) const
 {
     return sign(text, &client.connection, sizeof client.connection);
@@ -102,7 +103,7 @@ bool NonceStore::use(std::string_view nonce, std::uint64_t nonceCount, const Cli
     {
         return age < uncountedLifetime || isOfConnection(nonce, client);
     }
-    // The memory of uses must not be reachable by another spelling of the connection's part.
+    // Without the connection's part: another spelling of it must not make a new use.
     const std::string used(nonce.substr(0, signedDigits + signatureDigits));
     return age < lifetime && useCounted(used, nonceCount, issued);
 }

@@ -15,18 +15,18 @@
 namespace refhost
 {
 
-/// Issues the nonces of Digest authentication and limits where, how long and how often each can be used.
+/// Issues the nonces of Digest authentication and limits where, how long and how often each is accepted.
 ///
-/// A nonce proves by itself when, to which address and on which connection it was issued (it carries its time
-/// and keyed hashes), so that challenges cost no memory. It is good from that address alone. Answers that
-/// count their uses are taken once each. Answers that do not count cannot be told from replayed ones: they
-/// are taken on the connection of their nonce, which nobody else can write to, and for `uncountedLifetime`
-/// elsewhere. Only nonces that were used with a count and the right password are remembered, and of these the
-/// newest `maxRemembered`; older ones count as expired. Threads: any; one lock of its own.
+/// A nonce contains its time and keyed hashes of the address and the connection it was issued to, so that
+/// challenges need no memory. It is valid from that address only. With a nonce count (nc), each count is
+/// accepted once. Without one, responses cannot be distinguished from replays: they are accepted on the
+/// connection of their nonce, which nobody else can write to, and for `uncountedLifetime` on others. Only
+/// nonces used with a count and the right password are remembered, the newest `maxRemembered` of them; older
+/// ones are expired. Threads: any; one lock of its own.
 class NonceStore
 {
 public:
-    /// Whom a nonce is issued to, and who uses it.
+    /// The client that a nonce is issued to, or that uses it.
     struct Client
     {
         SocketAddress::Key address{};
@@ -34,18 +34,18 @@ public:
     };
 
     static constexpr std::chrono::minutes lifetime{10};
-    /// How long a client that does not count may use a nonce on other connections.
+    /// How long a nonce is valid on other connections without a nonce count.
     static constexpr std::chrono::minutes uncountedLifetime{1};
     static constexpr std::size_t maxRemembered = 4096;
 
     explicit NonceStore(MonotonicClock clock);
 
-    /// A new nonce: hexadecimal text that nobody can guess.
+    /// A new nonce: unpredictable hexadecimal text.
     std::string issue(const Client& client) const;
 
-    /// Takes one use of a nonce whose answer was right.
-    /// \param nonceCount  the client's count of its uses, from 1 on; 0 when the client does not count
-    /// \returns false when the nonce is not ours, expired or another client's, or this count was used before
+    /// Uses a nonce. Requires: the password of the response was right.
+    /// \param nonceCount  the client's nonce count, from 1 on; 0 without one
+    /// \returns false when the nonce is not ours, expired or another client's, or the count was used before
     ///          or is far behind
     bool use(std::string_view nonce, std::uint64_t nonceCount, const Client& client);
 
@@ -72,7 +72,7 @@ private:
     std::unordered_map<std::string, Uses> uses_ OV_GUARDED_BY(mutex_);
     std::deque<std::string> order_ OV_GUARDED_BY(mutex_);  // of the first use
     MonotonicTime forgotten_ OV_GUARDED_BY(mutex_) =
-        MonotonicTime::min();  // nonces issued up to then are expired
+        MonotonicTime::min();  // nonces issued until then are expired
 };
 
 }  // namespace refhost

@@ -67,9 +67,9 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, 
         return SendStatus::closed;
     }
     const bool small = size <= maxSmall;
-    if (!waiting_.empty() || (!small && (wanted_ || burstIsOver())))
+    if (!waiting_.empty() || (!small && (watched_ || burstIsOver())))
     {
-        want();
+        watchSendable();
         return SendStatus::congested;
     }
     const std::string_view frames(reinterpret_cast<const char*>(data), size);
@@ -87,10 +87,10 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, 
     }
     if (taken <= gathered.size())
     {
-        // Not one byte of the frames: they are not taken.
+        // No byte of the frames was written: they are not taken.
         keepResponse(gathered.substr(taken));
         clearCork();
-        want();
+        watchSendable();
         return size == 0 ? SendStatus::sent : SendStatus::congested;
     }
     clearCork();
@@ -107,9 +107,9 @@ void ClientOutput::notifyWhenWritable(std::weak_ptr<TransportListener> listener)
         return;
     }
     listeners_.push_back(std::move(listener));
-    // It may have become writable since the write that was refused. The listener's caller may hold locks that
-    // the listener takes, so it is told by onWritable() all the same.
-    want();
+    // The stream may be writable again already. Even so onWritable() calls the listener, because the caller
+    // may hold locks that the listener takes.
+    watchSendable();
 }
 
 bool ClientOutput::onWritable()
@@ -133,9 +133,9 @@ bool ClientOutput::onWritable()
                 return true;
             }
         }
-        if (wanted_)
+        if (watched_)
         {
-            wanted_ = false;
+            watched_ = false;
             stream_.watchSend(false);
         }
         burst_ = 0;
@@ -184,7 +184,7 @@ std::uint64_t ClientOutput::bytesTaken() const
 }
 
 /// Writes both texts, the second behind the first.
-/// \returns how many bytes the stream took; sets the state when it takes none any more
+/// \returns the bytes taken; updates the state when the stream failed
 std::size_t ClientOutput::write(std::string_view first, std::string_view second, bool more)
 {
     std::string_view parts[] = {first, second};
@@ -212,7 +212,7 @@ void ClientOutput::keep(std::string_view rest)
     if (!rest.empty())
     {
         waiting_.append(rest);
-        want();
+        watchSendable();
     }
 }
 
@@ -222,7 +222,7 @@ void ClientOutput::keepResponse(std::string_view rest)
     keep(rest);
 }
 
-/// Drops what the stream took, and the memory with the last byte.
+/// Drops the bytes taken; frees the memory with the last one.
 void ClientOutput::release(std::size_t taken)
 {
     if (taken == waiting_.size())
@@ -235,7 +235,7 @@ void ClientOutput::release(std::size_t taken)
     waitingResponses_ = responsesLeft();
 }
 
-/// Frames wait in front of the responses, never behind.
+/// Frames wait before the responses, never behind.
 std::size_t ClientOutput::responsesLeft() const
 {
     return std::min(waitingResponses_, waiting_.size());
@@ -277,11 +277,11 @@ bool ClientOutput::burstIsOver()
     return burst_ >= maxBurst;
 }
 
-void ClientOutput::want()
+void ClientOutput::watchSendable()
 {
-    if (!wanted_)
+    if (!watched_)
     {
-        wanted_ = true;
+        watched_ = true;
         stream_.watchSend(true);
     }
 }

@@ -17,73 +17,72 @@
 namespace refhost
 {
 
-/// What goes out on one stream: responses and interleaved frames, in the order of writing.
+/// The output of one stream: responses and interleaved frames, in the order of writing.
 ///
-/// Every write goes to the stream at once, from whichever thread; what the stream does not take waits here
-/// until it is sendable again. Frames are taken only while nothing waits, so at most one write of frames and,
-/// behind it, `maxWaiting` bytes of responses plus one response ever wait; bytes that the stream took are
-/// freed at once. Threads: any; one lock of its own, never held while a listener is called.
+/// Every write goes to the stream at once, on the calling thread; bytes not taken wait here until the stream
+/// is sendable. Frames are taken only while nothing waits. So at most one write of frames waits, followed by
+/// `maxWaiting` bytes of responses plus one response; sent bytes are freed at once. Threads: any; one lock of
+/// its own, never held while a listener is called.
 class ClientOutput
 {
 public:
-    /// Bytes of frames that are taken in one go, within `burstTime`.
+    /// Bytes of frames taken within `burstTime`.
     static constexpr std::size_t maxBurst = 32 * 1024;
     static constexpr std::chrono::milliseconds burstTime{2};
-    /// Frames of this size and less (RTCP, audio) do not wait for the next burst: reports are not sent again.
+    /// Frames up to this size (RTCP, audio) do not wait for the next burst: reports are not repeated.
     static constexpr std::size_t maxSmall = 1500;
 
     /// Bytes that are gathered before they are written.
     static constexpr std::size_t maxGathered = 16 * 1024;
 
-    /// \param stream      lives, and is not closed, until close() returned; watched for `sendable` while
-    ///                    onWritable() is needed
+    /// \param stream      stays open until close() returns; watched for `sendable` while onWritable() is
+    ///                    needed
     /// \param maxWaiting  bytes of responses that may wait for a client that does not read
     ClientOutput(ByteStream& stream, std::size_t maxWaiting, MonotonicClock clock);
 
-    /// Gathers what is written in `buffer` until uncork(), or until so much came that a system call pays. The
-    /// buffer is empty and the loop's own; it is used under this object's lock.
+    /// Gathers output in `buffer` until uncork(), or until it is worth a system call. The buffer is empty,
+    /// owned by the loop, and used under this object's lock.
     void cork(std::string& buffer);
     void uncork();
-    /// Writes what is gathered now.
+    /// Writes the gathered output now.
     void flush();
 
     /// Queues a response.
-    /// \returns false when the client does not take what it asks for, or the stream failed: end the
-    /// connection
+    /// \returns false when the client does not read its responses, or the stream failed: close the connection
     bool sendResponse(std::string_view response);
 
     /// \param more  more frames follow at once: the network may wait for them
-    /// \returns `sent` when all was taken, `congested` with nothing taken (something waits, or the burst is
-    ///          over), or `closed`
+    /// \returns `sent` when all was taken, `congested` with nothing taken (bytes wait, or the burst is over),
+    ///          or `closed`
     SendStatus sendFrames(const std::uint8_t* data, std::size_t size, bool more = false);
 
-    /// Has `listener` told once by onWritable(), when frames are taken again.
+    /// Calls `listener` once from onWritable(), when frames are taken again.
     void notifyWhenWritable(std::weak_ptr<TransportListener> listener);
 
     /// The stream takes bytes again.
     /// \returns false when it failed
     bool onWritable();
 
-    /// Nothing is written any more after the return.
+    /// Nothing is written after the return.
     void close();
 
-    /// True when no byte waits.
+    /// Whether no byte waits.
     bool empty() const;
 
-    /// Bytes of responses that the stream did not take yet, without those of a cork.
+    /// Bytes of waiting responses, without corked ones.
     std::size_t waitingResponses() const;
 
-    /// Bytes of memory that hold what waits.
+    /// Bytes of memory for waiting output.
     std::size_t held() const;
 
-    /// Bytes that the stream took so far; grows while the client reads.
+    /// Bytes sent so far; grows while the client reads.
     std::uint64_t bytesTaken() const;
 
 private:
     enum class State
     {
         open,
-        failed,  // the stream failed, or the client owes too much
+        failed,  // the stream failed, or the client reads too little
         closed
     };
 
@@ -96,7 +95,7 @@ private:
     void release(std::size_t taken) OV_REQUIRES(mutex_);
     std::size_t responsesLeft() const OV_REQUIRES(mutex_);
     bool burstIsOver() OV_REQUIRES(mutex_);
-    void want() OV_REQUIRES(mutex_);
+    void watchSendable() OV_REQUIRES(mutex_);
 
     ByteStream& stream_;
     const std::size_t maxWaiting_;
@@ -104,13 +103,12 @@ private:
     std::atomic<std::uint64_t> bytesTaken_{0};
     mutable Mutex mutex_;
     State state_ OV_GUARDED_BY(mutex_) = State::open;
-    bool wanted_ OV_GUARDED_BY(mutex_) = false;  // the stream is watched for `sendable`
+    bool watched_ OV_GUARDED_BY(mutex_) = false;  // the stream is watched for `sendable`
     MonotonicTime burstStart_ OV_GUARDED_BY(mutex_);
     std::size_t burst_ OV_GUARDED_BY(mutex_) = 0;        // bytes of frames since then
-    std::string* cork_ OV_GUARDED_BY(mutex_) = nullptr;  // what is gathered comes behind what waits
-    std::string waiting_ OV_GUARDED_BY(mutex_);  // the rest of one write of frames, and responses behind it
-    std::size_t waitingResponses_ OV_GUARDED_BY(mutex_) =
-        0;  // bytes of responses that came into it since it was empty
+    std::string* cork_ OV_GUARDED_BY(mutex_) = nullptr;  // sent after what waits
+    std::string waiting_ OV_GUARDED_BY(mutex_);          // the rest of one write of frames, then responses
+    std::size_t waitingResponses_ OV_GUARDED_BY(mutex_) = 0;  // bytes of responses added since it was empty
     std::vector<std::weak_ptr<TransportListener>> listeners_ OV_GUARDED_BY(mutex_);
 };
 

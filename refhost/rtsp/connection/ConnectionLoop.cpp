@@ -84,7 +84,7 @@ void ConnectionLoop::closeWhenDisplaced(RtspConnection& connection, ConnectionSl
 
 void ConnectionLoop::retryDeferred()
 {
-    // One task is enough, however many changes there are before it runs.
+    // One task is enough for all changes before it runs.
     if (!retryPosted_.exchange(true))
     {
         events_.post([this] { retryDeferredNow(); });
@@ -94,7 +94,7 @@ void ConnectionLoop::retryDeferred()
 void ConnectionLoop::retryDeferredNow()
 {
     retryPosted_ = false;
-    // A request that is not ready yet defers its connection again.
+    // A request that is still not ready defers its connection again.
     for (RtspConnection* const deferred : std::exchange(deferred_, {}))
     {
         const auto found = connections_.find(deferred);

@@ -21,35 +21,34 @@
 namespace refhost
 {
 
-/// One event loop of the server with the connections it owns, one timer for all their time-outs, and the
-/// buffers that their requests are read and answered with.
-/// Threads: adopt(), retryDeferred() and closeAll() any; everything else the loop's.
+/// One event loop of the server with its connections, one timer for all their timeouts, and the buffers for
+/// requests and responses. Threads: adopt(), retryDeferred() and closeAll() any; everything else the loop's.
 class ConnectionLoop
 {
 public:
-    /// What one request needs and the next can use again.
+    /// Buffers of one request, reused by the next.
     struct Scratch
     {
         std::vector<char> input = std::vector<char>(16384);
         RtspRequest request;
         ResponseWriter response;
-        std::string output;  // what a connection gathers while it is corked
+        std::string output;  // output of a corked connection
     };
 
-    /// \param refused            gives refused connections back to this count
-    /// \param sweepInterval   how often time-outs are looked at
+    /// \param refused            the count of refused connections, decremented when one ends
+    /// \param sweepInterval   interval of the timeout checks
     ConnectionLoop(const std::string& name, RtspServices& services, AddressLimiter& refused,
                    std::chrono::milliseconds sweepInterval);
-    /// Connections that are left are closed.
+    /// Closes the remaining connections.
     ~ConnectionLoop();
 
-    /// Serves the client at the other end of `stream`, until it closes.
+    /// Serves the client of `stream` until it closes.
     /// \param stream  detached
-    /// \param slot    null for one that is refused, which is counted already
+    /// \param slot    null for a refused connection, which is counted already
     void adopt(std::shared_ptr<ByteStream> stream, std::shared_ptr<ConnectionSlots::Slot> slot);
-    /// Tries every deferred request again.
+    /// Retries every deferred request.
     void retryDeferred();
-    /// Closes every connection and waits until they are closed. Not on the loop's thread.
+    /// Closes every connection and waits for that. Not on the loop's thread.
     void closeAll();
 
     EventLoop& events();
@@ -68,9 +67,9 @@ private:
     AddressLimiter& refused_;
     Scratch scratch_;
     std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;
-    std::unordered_set<RtspConnection*> deferred_;  // some of connections_
+    std::unordered_set<RtspConnection*> deferred_;  // a subset of connections_
     std::atomic<bool> retryPosted_{false};
-    EventLoop events_;  // last: its thread ends before what it works on
+    EventLoop events_;  // last: its thread ends before the members it uses are destroyed
 };
 
 }  // namespace refhost

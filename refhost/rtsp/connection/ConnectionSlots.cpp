@@ -86,13 +86,13 @@ std::shared_ptr<ConnectionSlots::Slot> ConnectionSlots::take(const SocketAddress
     return slot;
 }
 
-/// How many connections there may be for one more from `address` to be let in.
+/// The largest number of connections at which one more from `address` is admitted.
 std::size_t ConnectionSlots::open(const SocketAddress::Key& address) const
 {
     return knownByAddress_.count(address) != 0 ? total_ : total_ - kept_;
 }
 
-/// Whose slot a connection from `address` may take; null for nobody's.
+/// The slot that a connection from `address` may displace; null for none.
 ConnectionSlots::Slot* ConnectionSlots::displaceable(const SocketAddress::Key& address, MonotonicTime now,
                                                      bool ownOnly)
 {

@@ -17,12 +17,12 @@
 namespace refhost
 {
 
-/// Decides which connections the server holds, so that nobody keeps others out by connecting alone.
+/// Decides which connections the server keeps, so that nobody can lock others out just by connecting.
 ///
-/// A connection is established while its client is logged in or, where no users are configured, has a
-/// session. Established ones stay. The others are provisional: when slots run out, a newcomer takes one from
-/// the address that holds most of them, or an older one of its own address. Some slots are kept
-/// for known addresses, from which a connection was established before.
+/// A connection is established while its client is logged in or, without configured users, has a session.
+/// Established ones stay. The others are provisional: when slots run out, a new connection displaces one of
+/// the address that holds most of them, or an older one of its own address. Some slots are reserved for known
+/// addresses, from which a connection was established before.
 ///
 /// Bounds: `total` slots, as many addresses, `maxKnown` known addresses, `maxLeaving` displaced connections
 /// that are not closed yet. Addresses are counted by SocketAddress::networkOf(): an IPv6 network counts as
@@ -34,12 +34,12 @@ class ConnectionSlots
 public:
     static constexpr std::size_t maxKnown = 1024;
     static constexpr std::size_t maxLeaving = 64;
-    /// The part of the slots that is kept for known addresses: one of so many.
+    /// One of this many slots is reserved for known addresses.
     static constexpr std::size_t keptPart = 8;
-    /// A client may displace connections of its own address when they are that old.
+    /// The age from which a client may displace connections of its own address.
     static constexpr std::chrono::seconds ownAge{2};
 
-    /// One connection's slot; free again when it goes.
+    /// One connection's slot, held until destroyed.
     class Slot
     {
     public:
@@ -48,11 +48,11 @@ public:
         Slot(const Slot&) = delete;
         Slot& operator=(const Slot&) = delete;
 
-        /// Says whether the connection is established; not so at first.
+        /// Sets whether the connection is established; initially not.
         void setEstablished(bool established, MonotonicTime now);
 
-        /// Has `listener` called once when the slot is given to another connection: close this one. On any
-        /// thread; inside this call when it was given away already.
+        /// Calls `listener` once when another connection displaces this one, which must then close. On any
+        /// thread; inside this call if that has happened already.
         void onDisplaced(std::function<void()> listener);
 
         /// \see ConnectionSlots::scarce()
@@ -67,25 +67,25 @@ public:
             untaken,
             provisional,
             established,
-            displaced  // another connection has it; counted as leaving until this one is closed
+            displaced  // another connection has the slot; this one counts as leaving until closed
         };
 
         ConnectionSlots& slots_;
         const SocketAddress::Key address_;
-        MonotonicTime since_;  // it is provisional
+        MonotonicTime since_;  // provisional since then
         State state_ = State::untaken;
         std::function<void()> listener_;
-        std::list<Slot*>::iterator position_;  // among its address's provisional ones
+        std::list<Slot*>::iterator position_;  // in the list of its address
     };
 
     ConnectionSlots(int total, int perAddress);
 
     /// Takes a slot for a connection from `address`.
-    /// \returns null when it is to be refused
+    /// \returns null when the connection is refused
     std::shared_ptr<Slot> take(const SocketAddress::Key& address, MonotonicTime now);
 
-    /// True while three quarters of the slots that unknown addresses may have are taken: then
-    /// provisional ones get less time.
+    /// True while three quarters of the slots for unknown addresses are taken: provisional connections get
+    /// less time then.
     bool scarce() const;
 
     std::size_t count() const;
@@ -94,7 +94,7 @@ private:
     struct Address
     {
         std::size_t count = 0;
-        std::list<Slot*> provisional;  // the oldest first
+        std::list<Slot*> provisional;  // oldest first
     };
     using Addresses = std::unordered_map<SocketAddress::Key, Address, SocketAddress::KeyHash>;
     using Known = std::list<SocketAddress::Key>;
@@ -117,8 +117,8 @@ private:
     std::size_t leaving_ OV_GUARDED_BY(mutex_) = 0;
     Addresses addresses_ OV_GUARDED_BY(mutex_);
     std::set<std::pair<std::size_t, SocketAddress::Key>> crowds_
-        OV_GUARDED_BY(mutex_);           // by how many of its slots are provisional
-    Known known_ OV_GUARDED_BY(mutex_);  // the latest first
+        OV_GUARDED_BY(mutex_);           // addresses by their number of provisional slots
+    Known known_ OV_GUARDED_BY(mutex_);  // latest first
     std::unordered_map<SocketAddress::Key, Known::iterator, SocketAddress::KeyHash> knownByAddress_
         OV_GUARDED_BY(mutex_);
 };

@@ -5,7 +5,7 @@
 namespace refhost
 {
 
-/// What an RtspConnection does with its client, and in which order that may change.
+/// The state of an RtspConnection.
 ///
 /// | state     | receives     | because                                                    | then                          |
 /// |-----------|--------------|------------------------------------------------------------|-------------------------------|
@@ -16,8 +16,8 @@ namespace refhost
 /// | closing   | no           | the stream ended or failed                                 |                               |
 /// | closed    | no           | nothing of it is left                                      |                               |
 ///
-/// Every state may also go to a later one of `closing` and `closed`. A congested connection can have a request
-/// that was deferred before.
+/// Every state may also change to a later one of `closing` and `closed`. A congested connection may have a
+/// deferred request.
 enum class ConnectionState
 {
     serving,

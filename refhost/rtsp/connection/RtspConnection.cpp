@@ -98,7 +98,7 @@ void RtspConnection::onReady(std::uint32_t ready)
     {
         return;
     }
-    // Requests first: a TEARDOWN spares the frames that would go out now.
+    // Requests first: a TEARDOWN saves sending frames.
     if ((ready & ByteStream::receivable) != 0)
     {
         onReceivable();
@@ -115,8 +115,8 @@ void RtspConnection::onReady(std::uint32_t ready)
     endWhereDone();
 }
 
-/// A TCP connection that is closed with unread bytes is reset, which can cost the client the last response: so
-/// its end is waited for, not long.
+/// Closing a TCP connection with unread bytes resets it, which can lose the last response: so wait briefly
+/// for the client's end.
 void RtspConnection::endWhereDone()
 {
     if (state_.is(State::closing))
@@ -129,7 +129,7 @@ void RtspConnection::endWhereDone()
     }
 }
 
-/// Has it end when its handler is through.
+/// Closes it when its handler is done.
 void RtspConnection::fail()
 {
     if (!state_.is(State::closed))
@@ -173,7 +173,7 @@ void RtspConnection::serve(bool lastTry)
     }
 }
 
-/// Who is neither logged in nor has a session may have to make room.
+/// A connection that is neither logged in nor has a session may be displaced.
 void RtspConnection::noteStanding(MonotonicTime now)
 {
     const bool established = handler_.loggedIn() || handler_.carriesSession();
@@ -221,7 +221,7 @@ void RtspConnection::handleItems(bool lastTry)
             state_.enter(State::draining);
             drainingSince_ = currentTime();
         }
-        // The next request has its own time, to come and to wait.
+        // Each request has its own time to arrive and to wait.
         if (handshakeDone_)
         {
             incompleteSince_.reset();
@@ -243,8 +243,8 @@ void RtspConnection::deferRequest()
     loop_.addDeferred(*this);
 }
 
-/// Handles no further request while the client owes the reading of earlier responses.
-/// \returns true when that is so; what was received waits
+/// Handles no further request while the client does not read earlier responses.
+/// \returns true then; received bytes wait
 bool RtspConnection::congested()
 {
     if (output_.waitingResponses() <= congestedAbove)
@@ -325,10 +325,10 @@ void RtspConnection::noteProgress(MonotonicTime now)
     }
 }
 
-/// A client whose system answers is alive, however long it does not read what its session sends.
+/// A client whose TCP acknowledges is alive, even if it reads nothing.
 void RtspConnection::noteLiveness(MonotonicTime now)
 {
-    constexpr int looks = 16;  // within the time that a session lives without a sign of life
+    constexpr int looks = 16;  // per session timeout
     const Duration interval = Duration(std::chrono::seconds(services_.limits.sessionTimeout)) / looks;
     if (now - livenessAt_ < interval || !handler_.carriesSession())
     {

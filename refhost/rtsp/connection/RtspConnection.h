@@ -20,15 +20,15 @@ namespace refhost
 
 class ConnectionLoop;
 
-/// One client's connection on an event loop: the bytes of its stream become requests for a RequestHandler,
-/// whose responses and whose sessions' interleaved frames go out through one ClientOutput.
+/// One client's connection on an event loop: parses its stream into requests for a RequestHandler, and sends
+/// the responses and the sessions' interleaved frames through one ClientOutput.
 ///
-/// While a request is deferred, because its media is not ready yet, and while the client does not read the
-/// responses it asked for, nothing more is received: later requests wait in the stream. ConnectionState has
-/// the whole of it. A client that reads no response for a while is ended.
+/// Receives nothing while a request is deferred because its media is not ready, or while the client does not
+/// read its responses: later requests wait in the stream. ConnectionState has the details. A client that
+/// reads no response for a while is closed.
 ///
-/// Memory: at most what RequestReader and ClientOutput keep, which their limits bound; the system's send
-/// buffer is large only from the first interleaved SETUP on.
+/// Memory is bounded by the limits of RequestReader and ClientOutput; the system's send buffer is large only
+/// from the first interleaved SETUP on.
 ///
 /// Owned by its ConnectionLoop until it closes; transports hold it weakly.
 /// Threads: writeFrames() and notifyWhenWritable() any; everything else the loop's.
@@ -39,29 +39,29 @@ class RtspConnection : public FrameWriter,
 public:
     /// How long a request may be deferred.
     static constexpr std::chrono::milliseconds maxDeferral = std::chrono::seconds(10);
-    /// With more bytes of responses than that waiting for the client, no further request is handled.
+    /// No further request is handled while more bytes of responses wait for the client.
     static constexpr std::size_t congestedAbove = 16 * 1024;
-    /// Bytes of responses that may wait for a client that does not read them.
+    /// Bytes of responses that may wait before the connection is closed.
     static constexpr std::size_t maxWaiting = 64 * 1024;
 
-    /// \param stream  detached; the connection's from now on, which closes it
-    /// \param slot    null: answer the first request with 503 and end
+    /// \param stream  detached; owned and closed by the connection
+    /// \param slot    null: answer the first request with 503 and close
     RtspConnection(ConnectionLoop& loop, RtspServices& services, std::shared_ptr<ByteStream> stream,
                    std::shared_ptr<ConnectionSlots::Slot> slot);
     ~RtspConnection() override;
 
-    /// Starts to receive.
+    /// Starts receiving.
     /// \throws std::system_error when the system refuses it
     void open();
-    /// Ends the connection, and the sessions that live in it. Does nothing the second time.
+    /// Closes the connection and ends the sessions interleaved in it. Further calls do nothing.
     void close();
 
-    /// Tries a deferred request again.
+    /// Retries a deferred request.
     void retryDeferred();
-    /// Ends what is over its time.
+    /// Checks the timeouts.
     void sweep(MonotonicTime now);
 
-    /// True when it answers its first request with 503 and ends.
+    /// Whether it answers its first request with 503 and closes.
     bool refused() const;
 
     SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool more) override;
@@ -104,15 +104,15 @@ private:
     RequestReader reader_;
     RequestHandler handler_;
     StateMachine<ConnectionState> state_{ConnectionState::serving};
-    bool handshakeDone_ = false;                    // a whole request came
-    std::optional<MonotonicTime> incompleteSince_;  // when the client started what is not a whole request yet
-    std::optional<MonotonicTime> deferredSince_;    // when the request that waits was deferred first
-    MonotonicTime progressAt_;                      // when a congested client last took a byte
-    MonotonicTime drainingSince_;                   // when it started
+    bool handshakeDone_ = false;                    // a whole request was received
+    std::optional<MonotonicTime> incompleteSince_;  // start of an incomplete request
+    std::optional<MonotonicTime> deferredSince_;    // first deferral of the waiting request
+    MonotonicTime progressAt_;                      // last byte that a congested client took
+    MonotonicTime drainingSince_;                   // start of draining
     bool established_ = false;                      // logged in, or with a session
-    MonotonicTime standingSince_;                   // when that changed last
-    MonotonicTime lastByteAt_;                      // when the client last sent one
-    MonotonicTime livenessAt_;  // when the stream was asked last whether the client answers
+    MonotonicTime standingSince_;                   // last change of established_
+    MonotonicTime lastByteAt_;                      // last byte received
+    MonotonicTime livenessAt_;                      // last check of the stream's liveness
     std::uint64_t bytesTakenBefore_ = 0;
     bool largeSendBuffer_ = false;
 };

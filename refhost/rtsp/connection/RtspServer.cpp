@@ -25,10 +25,10 @@ namespace
 
 constexpr int backlog = 4096;
 constexpr int acceptedAtOnce = 64;
-// Connections beyond the limits that are answered 503 at a time; more are closed without an answer.
+// Concurrent connections beyond the limits that are answered 503; more are closed without a response.
 constexpr int refusedAtOnce = 64;
-// What the system keeps of a connection that only asks and answers, in each direction: nobody may have it
-// hold megabytes. A connection that carries frames gets more to send.
+// The system's buffer per direction of a connection without interleaved frames, so that nobody can make it
+// hold megabytes. Interleaved frames get a larger send buffer.
 constexpr int sendBufferSize = 32 * 1024;
 constexpr int receiveBufferSize = 32 * 1024;
 
@@ -152,7 +152,7 @@ bool RtspServer::listen(std::string& error)
         return false;
     }
     setOption(listener_.get(), SOL_SOCKET, SO_REUSEADDR, 1);
-    // Accepted sockets have these from the listener, without a system call each.
+    // Accepted sockets inherit these from the listener, without system calls.
     setOption(listener_.get(), IPPROTO_TCP, TCP_NODELAY, 1);
     setOption(listener_.get(), SOL_SOCKET, SO_SNDBUF, sendBufferSize);
     setOption(listener_.get(), SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
@@ -246,7 +246,7 @@ void RtspServer::acceptAll()
     }
 }
 
-/// \returns false when no more connections wait
+/// \returns false when no connection waits
 bool RtspServer::acceptOne()
 {
     sockaddr_storage address{};
@@ -259,7 +259,7 @@ bool RtspServer::acceptOne()
         {
             shedOne();
         }
-        // Any other failure is the one connection's own.
+        // Any other failure concerns that connection only.
         return errno != EAGAIN && errno != EWOULDBLOCK && errno != EMFILE && errno != ENFILE &&
                errno != ENOBUFS && errno != ENOMEM;
     }
@@ -279,7 +279,7 @@ bool RtspServer::acceptOne()
     return true;
 }
 
-/// Without a free descriptor the waiting connection would make the listener readable for ever.
+/// Without a free descriptor the waiting connection would keep the listener readable.
 void RtspServer::shedOne()
 {
     const int reason = errno;

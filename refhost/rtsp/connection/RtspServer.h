@@ -31,7 +31,7 @@ public:
     {
         MonotonicClock clock = steadyMilliseconds;
         std::chrono::milliseconds sweepInterval =
-            std::chrono::seconds(1);  ///< how often time-outs are looked at
+            std::chrono::seconds(1);  ///< interval of the timeout checks
     };
 
     RtspServer(const ServerConfig& config, MediaRoutes routes);
@@ -42,13 +42,13 @@ public:
     RtspServer& operator=(const RtspServer&) = delete;
 
     /// Opens the ports and starts to serve.
-    /// \param[out] error  one sentence, when false is returned; nothing is left open then
+    /// \param[out] error  a sentence, on failure; nothing is left open then
     bool start(std::string& error);
 
-    /// Ends every session and connection and every thread of the server. Does nothing on a stopped server.
+    /// Ends every session, connection and thread of the server. Does nothing on a stopped server.
     void stop();
 
-    /// The TCP port, also when the configuration asks for any free one; 0 while stopped.
+    /// The TCP port, even if the configuration requests any free one; 0 while stopped.
     int port() const;
     /// The UDP port of RTP; 0 while stopped.
     int rtpPort() const;
@@ -72,7 +72,7 @@ private:
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;
     std::size_t nextLoop_ = 0;
     Descriptor listener_;
-    Descriptor spare_;  // one to give up when there are no more
+    Descriptor spare_;  // given up when descriptors run out
     int port_ = 0;
     int subscription_ = 0;
     bool subscribed_ = false;

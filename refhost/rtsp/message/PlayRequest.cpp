@@ -11,7 +11,7 @@ namespace refhost
 namespace
 {
 
-/// A decimal number of both headers: digits, and a fraction where there is one.
+/// Parses the decimal number of both headers.
 std::optional<double> parseRate(std::string_view text, bool maybeNegative)
 {
     constexpr std::uint64_t max = 1000000;
@@ -41,8 +41,8 @@ RtspStatus parseRateHeader(const RtspRequest& request, std::string_view name, bo
     return out ? rtspOk : rtspBadRequest;
 }
 
-/// "all", "predicted", "intra" or "intra/<milliseconds>". With "predicted" every frame is sent: which ones
-/// others are not predicted from is not known here.
+/// "all", "predicted", "intra" or "intra/<milliseconds>". With "predicted" every frame is sent, because
+/// reference frames are not told from others.
 RtspStatus parseFrames(std::string_view value, PlayRequest& out)
 {
     const std::string_view kind = RtspText::trim(value.substr(0, value.find('/')));

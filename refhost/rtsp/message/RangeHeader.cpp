@@ -60,15 +60,15 @@ std::optional<Position> parsePosition(Unit unit, std::string_view text)
     return time ? std::optional(time->time_since_epoch()) : std::nullopt;
 }
 
-/// Whether a text is a play time that is only too large.
+/// Whether a text is a well-formed play time that is too large.
 bool isLargeNpt(std::string_view text)
 {
     const bool decimal = !text.empty() && text.find_first_not_of("0123456789.") == std::string_view::npos;
     return decimal && text.front() != '.' && text.find('.') == text.rfind('.');
 }
 
-/// Where the dash between begin and end is. A negative begin has one of its own in front, and some players
-/// write one behind the decimal point.
+/// Finds the dash between start and end. A negative start has one of its own, which some players even write
+/// behind the decimal point.
 std::size_t findDash(Unit unit, std::string_view range)
 {
     const std::size_t first = range.find('-');
@@ -82,7 +82,7 @@ std::size_t findDash(Unit unit, std::string_view range)
     return whole || range[last - 1] == '-' ? first : last;
 }
 
-/// Both ends around the dash; an empty text leaves its end open.
+/// Parses both ends; an empty text leaves its end open.
 bool parseEnds(std::string_view first, std::string_view last, bool backwards, RangeHeader& out)
 {
     const bool now = out.unit == Unit::npt && first == "now";
@@ -114,7 +114,7 @@ bool parseEnds(std::string_view first, std::string_view last, bool backwards, Ra
     return !out.begin || !out.end || (backwards ? *out.begin > *out.end : *out.end > *out.begin);
 }
 
-/// Cuts "npt=…" into the unit and what it measures.
+/// Splits "npt=…" into the unit and its value.
 RtspStatus cutUnit(std::string_view value, Unit& unit, std::string_view& rest)
 {
     const std::string_view range = RtspText::cut(value, ';');

@@ -11,10 +11,10 @@ namespace refhost
 {
 
 /// The Range header of PLAY and PAUSE (RFC 2326, section 12.29) in normal play time (3.6) or absolute time
-/// (3.7). What follows a semicolon (";time=") does not count.
+/// (3.7). Parameters after a semicolon (";time=") are ignored.
 ///
 /// Parsed by hand and not with gst_rtsp_range_parse(): that one accepts "npt=abc-", "npt=nan-" and "npt=5-3"
-/// and reads decimal points as the locale wants them.
+/// and reads decimal points by the locale.
 struct RangeHeader
 {
     enum class Unit
@@ -32,25 +32,24 @@ struct RangeHeader
     /// Where to end; nothing for the end of the presentation.
     std::optional<Position> end;
 
-    /// What PLAY of a live stream answers.
+    /// The range in the response to PLAY of a live stream.
     static constexpr std::string_view live = "npt=now-";
 
-    /// A begin in play time that is negative or malformed ("-5-10", "abc-", "0.-245-") counts as 0: players
-    /// compute it, and write what came of it.
-    /// \param backwards  the range is played backwards: its begin is the later end, whichever is named first
+    /// A negative or malformed start in play time ("-5-10", "abc-", "0.-245-") counts as 0: some players
+    /// compute such values.
+    /// \param backwards  playing backwards: `begin` is the later end, whichever is named first
     /// \param[out] out   the range when 200 is returned
     /// \returns 200 for a well-formed npt or clock range ("now-", "0.000-", "1:02:03.5-", "-10", "0-10",
-    ///          "19961108T142300Z-19961108T143520.25Z"); 501 for a unit that RFC 2326 does not know; 457 for
-    ///          everything else: a malformed range, one that does not end behind its begin, and SMPTE times,
-    ///          which nothing here has
+    ///          "19961108T142300Z-19961108T143520.25Z"); 501 for a unit unknown to RFC 2326; 457 for
+    ///          everything else: a malformed or empty range, or SMPTE times, which are not supported
     static RtspStatus parse(std::string_view value, RangeHeader& out, bool backwards = false);
 
     /// The same for PAUSE, whose range is one instant: "npt=10" or "npt=10-".
     /// \param[out] out  `begin` is filled in when 200 is returned
     static RtspStatus parsePoint(std::string_view value, RangeHeader& out);
 
-    /// A live stream plays from now on, whatever the client asks for.
-    /// \returns what parse() does, but 457 for a clock range, which a live stream does not have
+    /// Checks the range of a live stream, which always plays from now on.
+    /// \returns the status of parse(), but 457 for a clock range, which a live stream does not have
     static RtspStatus checkLive(std::string_view value);
 
     /// Appends the value of a header: "npt=5.000-60.000", "clock=19961108T142300.000Z-". Negative play times

@@ -16,7 +16,7 @@ namespace
 constexpr std::string_view supportedVersion = "RTSP/1.0";
 constexpr std::string_view protocolPrefix = "RTSP/";
 constexpr std::size_t frameHeaderSize = 4;
-// More than anybody's body; keeps the sum of head and body far from overflow.
+// Larger than any body; keeps the sum of head and body far from overflow.
 constexpr std::uint64_t largestContentLength = 0xffffffff;
 
 bool isLineEnd(char c)
@@ -29,7 +29,7 @@ bool isFold(std::string_view line)
     return !line.empty() && (line.front() == ' ' || line.front() == '\t');
 }
 
-/// A message starts with a letter: methods do, and "RTSP/1.0 200" does.
+/// A message starts with a letter: methods as well as "RTSP/1.0 200".
 bool canStartMessage(char c)
 {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == '-';
@@ -64,7 +64,7 @@ bool hasControlCharacter(std::string_view line)
     return false;
 }
 
-/// Takes the next line off `head`, without its line end.
+/// Removes the next line from `head` and returns it without its line end.
 std::string_view takeLine(std::string_view& head)
 {
     const std::size_t end = head.find('\n');
@@ -77,7 +77,7 @@ std::string_view takeLine(std::string_view& head)
     return line;
 }
 
-/// Of the payload of the interleaved frame that `bytes` begin with; they hold its header.
+/// Payload size of the interleaved frame at the start of `bytes`. Requires: its header is there.
 std::size_t sizeOfFrame(std::string_view bytes)
 {
     return readBig16(reinterpret_cast<const std::uint8_t*>(bytes.data()) + 2);
@@ -139,7 +139,7 @@ RequestReader::Item RequestReader::next(RtspRequest& request)
     return Item::none;
 }
 
-/// \returns true when a frame of more than the limit starts here: it is not kept, and the next item follows
+/// \returns true when a frame above the limit starts here; it is dropped as it arrives
 bool RequestReader::dropLongFrame()
 {
     const std::string_view rest = input_.substr(position_);
@@ -208,7 +208,7 @@ RequestReader::Item RequestReader::nextMessage(RtspRequest& request)
     return wellFormed ? Item::request : Item::malformed;
 }
 
-/// Searches for the empty line. On false, scanned_ and lines_ tell whether a limit was passed.
+/// Searches for the empty line. On false, scanned_ and lines_ show whether a limit was passed.
 bool RequestReader::findHeadEnd()
 {
     const std::string_view rest = input_.substr(position_);
@@ -252,7 +252,7 @@ bool RequestReader::parseHead(RtspRequest& request)
         {
             break;
         }
-        // Goes on behind a bad line, so that the answer can still name the request's CSeq.
+        // Continues after a bad line, so that the response can still have the request's CSeq.
         if (!parseHeaderLine(line, request))
         {
             good = false;
@@ -301,7 +301,7 @@ bool RequestReader::parseHeaderLine(std::string_view line, RtspRequest& request)
         {
             return false;
         }
-        // The value grows over the line end: a view costs nothing, and every parser takes line ends as
+        // The value extends over the line end: a view needs no copy, and every parser treats line ends as
         // blanks.
         std::string_view& value = request.headers.back().value;
         line = RtspText::trim(line);
@@ -357,7 +357,7 @@ RequestReader::Item RequestReader::fail(RtspStatus status)
     return Item::malformed;
 }
 
-/// Keeps what is left until more comes.
+/// Keeps the remaining bytes until more arrive.
 RequestReader::Item RequestReader::wait()
 {
     const std::string_view rest = input_.substr(position_);

@@ -7,22 +7,22 @@
 namespace refhost
 {
 
-/// The features that a request insists on (RFC 2326, sections 12.32 and 12.27). A server treats Proxy-Require
-/// as Require; both may come several times, with several option tags each.
+/// The features that a request requires (RFC 2326, sections 12.32 and 12.27). Proxy-Require is treated as
+/// Require; both may appear several times, with several option tags each.
 struct RequireHeader
 {
-    /// "www.onvif.org/ver20/backchannel": the presentation's talk-back track is wanted too.
+    /// "www.onvif.org/ver20/backchannel": include the presentation's talk-back track.
     bool backchannel = false;
     /// "onvif-replay": packets of a recording carry the replay header extension.
     bool replay = false;
-    /// The tags that this server does not know, as the Unsupported header lists them; the request is answered
-    /// 551 then. Without line ends, though a folded header line may have brought some along.
+    /// The unknown tags, as the Unsupported header of a 551 response lists them. Without line ends, even from
+    /// folded header lines.
     std::string unsupported;
 
-    /// Option tags are compared letter by letter.
+    /// Option tags are case-sensitive.
     static RequireHeader of(const RtspRequest& request);
 
-    /// Counts "onvif-replay" as unsupported: the presentation is no recording.
+    /// Makes "onvif-replay" unsupported, because the presentation is no recording.
     void refuseReplay();
 };
 

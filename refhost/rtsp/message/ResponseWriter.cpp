@@ -18,7 +18,7 @@ void appendTwoDigits(std::string& out, int number)
 
 }  // namespace
 
-void ResponseWriter::begin(RtspStatus status, std::string_view cseq)
+void ResponseWriter::start(RtspStatus status, std::string_view cseq)
 {
     refreshDate();
     text_.clear();
@@ -73,7 +73,7 @@ std::string_view ResponseWriter::finish(std::string_view contentType, std::strin
     return text_;
 }
 
-/// Not strftime(): its names of days and months follow the locale.
+/// Not strftime(), whose names of days and months depend on the locale.
 void ResponseWriter::refreshDate()
 {
     const std::time_t now = std::time(nullptr);

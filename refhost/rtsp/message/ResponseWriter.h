@@ -10,10 +10,10 @@
 namespace refhost
 {
 
-/// Writes one response after the other into one buffer of its own: status line, CSeq, Date and Server, then
-/// what the caller adds, then the body.
+/// Writes one response after the other into a buffer of its own: status line, CSeq, Date and Server, the
+/// caller's headers, the body.
 ///
-///     writer.begin(rtspOk, cseq);
+///     writer.start(rtspOk, cseq);
 ///     writer.header("Session", id);
 ///     connection.sendResponse(writer.finish());
 ///
@@ -21,20 +21,20 @@ namespace refhost
 class ResponseWriter
 {
 public:
-    /// Starts a new response and forgets the one before.
+    /// Starts a new response and discards the previous one.
     /// \param cseq  the request's number; no CSeq line when empty
-    void begin(RtspStatus status, std::string_view cseq);
+    void start(RtspStatus status, std::string_view cseq);
 
     /// Adds a header line. Neither text may hold a line end.
     void header(std::string_view name, std::string_view value);
 
-    /// Starts a header line whose value the caller appends to text() piece by piece, until endHeader().
+    /// Starts a header line, whose value the caller appends to text() before endHeader().
     void startHeader(std::string_view name);
     std::string& text();
     void endHeader();
 
     /// Ends a response without a body.
-    /// \returns the whole response; valid until the next begin()
+    /// \returns the whole response; valid until the next start()
     std::string_view finish();
     /// Ends a response with a body and its Content-Type and Content-Length.
     std::string_view finish(std::string_view contentType, std::string_view body);

@@ -8,14 +8,14 @@
 namespace refhost
 {
 
-/// One request, as views into the buffer of the RequestReader that found it: valid until the reader's next
-/// operation. Used again for one request after the other, so that it allocates nothing in the long run.
+/// One request, as views into the buffer of its RequestReader, valid until the reader's next operation.
+/// Reused for each request, so that it stops allocating.
 struct RtspRequest
 {
     struct Header
     {
         std::string_view name;
-        std::string_view value;  ///< without blanks at its ends; folded lines may hold line ends inside
+        std::string_view value;  ///< trimmed; folded values contain line ends
     };
 
     std::string_view method;
@@ -24,8 +24,8 @@ struct RtspRequest
     std::vector<Header> headers;
     std::string_view body;
 
-    /// Finds a header by its name, whatever its case, behind `previous` or from the first.
-    /// \returns null when there is none (more)
+    /// Finds a header by its case-insensitive name, after `previous` or from the first.
+    /// \returns null when there is none
     const Header* find(std::string_view name, const Header* previous = nullptr) const;
 
     /// The value of the first header of that name; empty when there is none.

@@ -4,8 +4,7 @@
 namespace refhost
 {
 
-/// The status codes of RTSP/1.0 that this server answers (RFC 2326, section 7.1.1). StatusMap has their
-/// texts.
+/// The status codes of this server's responses (RFC 2326, section 7.1.1). StatusMap has their reason phrases.
 enum RtspStatus
 {
     rtspOk = 200,

@@ -21,7 +21,7 @@ bool isControl(char c)
 
 bool decode(std::string_view text, std::string& out)
 {
-    // Every request comes here, and next to none has a code.
+    // The fast path: almost no request has percent codes.
     if (std::none_of(text.begin(), text.end(), [](char c) { return c == '%' || isControl(c); }))
     {
         out.assign(text);
@@ -60,7 +60,7 @@ std::string_view withoutSlashesAtEnd(std::string_view text)
     return text;
 }
 
-/// Takes "trackID=…" off the end of `path`, where the last segment is one.
+/// Removes "trackID=…" from the end of `path`, if the last segment is one.
 std::string_view takeTrack(std::string_view& path)
 {
     path = withoutSlashesAtEnd(path);

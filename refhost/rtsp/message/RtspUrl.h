@@ -7,15 +7,15 @@
 namespace refhost
 {
 
-/// The URL of a request, taken apart.
+/// The parts of a request's URL.
 ///
 ///     rtsp://user@host:554/orv/live/1/0/trackID=1?x=y
 ///       base          rtsp://user@host:554/orv/live/1/0    (as written, but for user information)
 ///       presentation  orv/live/1/0                         (percent-decoded)
 ///       track         trackID=1                            (percent-decoded; empty for the presentation)
 ///
-/// Slashes at the end of the path and between presentation and track may be missing, single or several. What
-/// follows '?' does not count, but for a track that a client appended behind the query.
+/// There may be any number of slashes at the end of the path and between presentation and track. The query is
+/// ignored, except for a track that a client appended to it.
 struct RtspUrl
 {
     /// True for "*": the request is about the server.
@@ -25,7 +25,8 @@ struct RtspUrl
     std::string track;
 
     /// \param text  "*", an absolute URL of the schemes rtsp, rtspu and rtsps, or a path that starts with '/'
-    /// \returns nothing when the text is none of these, has a bad percent code, or hides a control character
+    /// \returns nothing when the text is none of these, or has a bad percent code or an encoded control
+    ///          character
     static std::optional<RtspUrl> parse(std::string_view text);
 };
 

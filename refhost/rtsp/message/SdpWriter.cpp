@@ -17,7 +17,7 @@ void appendInt(std::string& out, int number)
     appendDecimal(out, number < 0 ? 0 : static_cast<std::uint64_t>(number));
 }
 
-/// With up to so many decimals, whatever the locale: 25, 12.5, 29.97.
+/// Appends a number with up to `maxDecimals` decimals, independent of the locale: 25, 12.5, 29.97.
 void appendFraction(std::string& out, double number, std::size_t maxDecimals)
 {
     const auto unit = static_cast<std::uint64_t>(std::llround(std::pow(10, maxDecimals)));
@@ -26,7 +26,7 @@ void appendFraction(std::string& out, double number, std::size_t maxDecimals)
     appendDecimals(out, parts % unit, maxDecimals, 0);
 }
 
-/// Where packets go to: to the group, or where SETUP will settle it.
+/// Appends the connection line: the group, or a wildcard where SETUP decides.
 void appendConnection(std::string& out, const SdpWriter::Origin& origin,
                       const MulticastDestination* destination)
 {
@@ -40,7 +40,7 @@ void appendConnection(std::string& out, const SdpWriter::Origin& origin,
     appendInt(out, destination->ttl);
 }
 
-/// \param port  0 where SETUP settles it
+/// \param port  0 where SETUP decides
 void appendTrack(std::string& out, const SubMediaInfo& track, int port)
 {
     out.append("m=").append(track.mediaType).append(" ");
@@ -93,7 +93,7 @@ void appendTrack(std::string& out, const SubMediaInfo& track, int port)
     out.append("a=control:").append(track.trackId).append("\r\n");
 }
 
-/// Directions are the client's where there is talk-back: it sends there and receives elsewhere.
+/// Appends the direction from the client's view: it sends talk-back and receives everything else.
 void appendDirection(std::string& out, const SubMediaInfo& track)
 {
     out += track.getAudioBackInfoFlag() ? "a=sendonly\r\n" : "a=recvonly\r\n";
@@ -106,8 +106,8 @@ bool hasBackChannel(const MediaInfo& info)
                        [](const SubMediaInfo& track) { return track.getAudioBackInfoFlag(); });
 }
 
-/// The length of a recording (RFC 2326, section C.1.5) in one unit alone, because clients take one range line
-/// for the whole truth, and few know absolute time.
+/// Appends the range of a recording (RFC 2326, section C.1.5) in a single unit, because clients expect one
+/// range line, and few know absolute time.
 void appendRange(std::string& out, const MediaInfo& info, RangeHeader::Unit unit)
 {
     if (info.recordSeconds <= 0)

@@ -13,12 +13,12 @@ namespace refhost
 
 /// Writes the session description of a presentation, live or recorded (RFC 4566; RFC 2326, appendix C).
 ///
-/// By hand and not with GstSDPMessage, whose some fifty allocations a description would be the dearest part
-/// of DESCRIBE; the tests read the result back with GstSDPMessage. Threads: any; constant.
+/// By hand, because the fifty or so allocations of a GstSDPMessage would be the most expensive part of
+/// DESCRIBE; the tests read the result back with GstSDPMessage. Threads: any; constant.
 class SdpWriter
 {
 public:
-    /// \param version  number of this description, the same for every client while the server runs
+    /// \param version  session version of the descriptions, constant while the server runs
     explicit SdpWriter(std::uint64_t version);
 
     /// The server as the client sees it.
@@ -28,10 +28,9 @@ public:
         bool ipv6 = false;
     };
 
-    /// Appends the description. Where one of the tracks is an audio back channel, every track has its
-    /// direction.
-    /// \param destination   the group that the presentation is sent to; null where SETUP settles the transport
-    /// \param unit  how the range of a recording is told
+    /// Appends the description. With an audio back channel, every track has a direction.
+    /// \param destination   the group that the presentation is sent to; null where SETUP decides
+    /// \param unit  the unit of a recording's range
     void append(std::string& out, const MediaInfo& info, const Origin& origin,
                 const MulticastDestination* destination = nullptr,
                 RangeHeader::Unit unit = RangeHeader::Unit::npt) const;

@@ -12,7 +12,7 @@ namespace refhost
 class SessionHeader
 {
 public:
-    /// The session id of a request's header, without the parameters that clients repeat behind it.
+    /// The session id of a request's header, without parameters.
     static std::string_view id(std::string_view value);
 
     /// Appends "<id>;timeout=<seconds>".

@@ -13,7 +13,8 @@ namespace
 using Step = StatusMap::Step;
 
 constexpr std::array<StatusMap::Row, StatusMap::rowCount> table{{
-    {statusRefused, Step::create, rtspInternalError},  // the platform type has no codec: our own wiring
+    {statusRefused, Step::create,
+     rtspInternalError},  // the platform type has no codec: a wiring error of ours
     {statusRefused, Step::setup, rtspUnsupportedTransport},
     {statusRefused, Step::control, rtspInvalidState},
     {statusNotFound, Step::create, rtspNotFound},

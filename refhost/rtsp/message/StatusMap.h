@@ -8,12 +8,11 @@
 namespace refhost
 {
 
-/// The one table from the codes of the library and of this host to what a client is answered.
-/// Threads: any; constant.
+/// Maps status codes of the library and of this host to RTSP statuses. Threads: any; constant.
 class StatusMap
 {
 public:
-    /// At which operation of a controller a code came back; the same code can mean different things.
+    /// The operation that returned a code; the same code can mean different things.
     enum class Step
     {
         create,  ///< IRTSPControllerFactory::createMedia
@@ -29,10 +28,10 @@ public:
     };
 
     /// \param code  what the library returned; 0 is 200 at every step
-    /// \returns 500 for a code that the table does not know
+    /// \returns the RTSP status; 500 for an unknown code
     static RtspStatus ofCode(Step step, int code);
 
-    /// The reason phrase of a status; "Unknown" for one that this server never answers.
+    /// The reason phrase of a status; "Unknown" for one that this server does not use.
     static std::string_view reason(int status);
 
     static constexpr std::size_t rowCount = 39;

@@ -12,7 +12,7 @@ namespace
 constexpr int largestPort = 65535;
 constexpr int largestChannel = 255;
 
-/// Reads "4588", which means 4588 and 4589, or "4588-4589".
+/// Parses "4588", which means 4588 and 4589, or "4588-4589".
 bool parsePair(std::string_view text, int min, int max, int& first, int& second)
 {
     const std::size_t dash = text.find('-');
@@ -35,7 +35,7 @@ bool parsePair(std::string_view text, int min, int max, int& first, int& second)
     return first >= min && second > first && second <= max;
 }
 
-/// "PLAY", "play" or a list that holds it; a server of live frames takes nothing else.
+/// Accepts "PLAY", "play" or a list with it: this server does not record from clients.
 bool modePlays(std::string_view value)
 {
     value = RtspText::unquote(value);
@@ -98,7 +98,7 @@ std::optional<TransportChoice> parseChoice(std::string_view text)
             return std::nullopt;
         }
     }
-    // The standard's default is multicast; a choice that names the client's ports means unicast all the same.
+    // The default is multicast (RFC 2326, section 12.39), but a choice with client ports means unicast.
     choice.multicast = choice.multicast || (!choice.interleaved && !unicast && choice.rtpPort == 0);
     return choice;
 }

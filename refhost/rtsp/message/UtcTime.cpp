@@ -17,7 +17,7 @@ using Seconds = std::chrono::duration<std::int64_t>;
 constexpr WallMicroseconds first{Seconds(-62'167'219'200)};                   // of year 0
 constexpr WallMicroseconds last{Seconds(253'402'300'800) - microseconds(1)};  // of year 9999
 
-/// The number that stands in `text` from `at` on, with exactly `size` digits, between `min` and `max`.
+/// Parses the `size` digits of `text` from `at` on as a number from `min` to `max`.
 std::optional<int> field(std::string_view text, std::size_t at, std::size_t size, int min, int max)
 {
     return parseDecimal<int>(text.substr(at, size), min, max);
@@ -59,7 +59,7 @@ std::optional<WallMicroseconds> UtcTime::parse(std::string_view text)
     calendar.tm_hour = *hour;
     calendar.tm_min = *minute;
     const Seconds minuteStart(timegm(&calendar));
-    // A day that its month does not have has become one of the next month.
+    // timegm() turned a day beyond the month's end into one of the next month.
     return calendar.tm_mday == *day
                ? std::optional(WallMicroseconds(minuteStart + Seconds(*seconds) + microseconds(*fraction)))
                : std::nullopt;

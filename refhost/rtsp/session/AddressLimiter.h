@@ -9,9 +9,8 @@
 namespace refhost
 {
 
-/// Counts things (connections, sessions) in all and by the address they belong to, and refuses more than
-/// allowed. Addresses are those of SocketAddress::networkOf(). Holds as many addresses as things. Threads:
-/// any; one lock of its own.
+/// Limits items (connections, sessions) in total and per address, as SocketAddress::networkOf() gives it.
+/// Holds at most one address per item. Threads: any; one lock of its own.
 class AddressLimiter
 {
 public:
@@ -20,7 +19,7 @@ public:
     /// Counts one more.
     /// \returns false, with nothing counted, when a limit is reached
     bool take(const SocketAddress::Key& address);
-    /// Gives one back that take() counted.
+    /// Uncounts one. Requires: take() counted it.
     void giveBack(const SocketAddress::Key& address);
 
     std::size_t count() const;

@@ -11,28 +11,27 @@
 namespace refhost
 {
 
-/// What a RequestHandler sees of the engine: the connection that a request came on.
+/// The connection of a request, as a RequestHandler sees it.
 ///
-/// With RtspRequest on the way in, this is all that stands between the protocol and the engine, so that a
-/// test or a fuzz target takes the engine's place.
+/// Together with RtspRequest it separates the protocol from sockets and loops, so that tests and fuzz targets
+/// can replace those.
 class ClientConnection
 {
 public:
     virtual ~ClientConnection() = default;
 
-    /// Queues one whole response, before every interleaved frame that is written after the return. Never
-    /// blocks.
+    /// Queues one whole response, ahead of every interleaved frame written later. Never blocks.
     virtual void sendResponse(std::string_view response) = 0;
 
-    /// Lets every response queued so far leave now, before packets that take another way. Never blocks.
+    /// Sends the queued responses now, before packets on other transports. Never blocks.
     virtual void flush() = 0;
 
-    /// Where interleaved transports write to; goes with the connection.
+    /// The writer of interleaved transports; ends with the connection.
     virtual std::weak_ptr<FrameWriter> frameWriter() = 0;
 
     virtual const SocketAddress& peer() const = 0;
     virtual const SocketAddress& local() const = 0;
-    /// A number of this connection that no other one had or will have; not 0.
+    /// The unique number of this connection, never reused; not 0.
     virtual std::uint64_t serial() const = 0;
 };
 

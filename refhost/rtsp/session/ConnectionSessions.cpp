@@ -25,7 +25,7 @@ std::shared_ptr<RtspSession> ConnectionSessions::find(const RequestContext& cont
     return session;
 }
 
-/// Answers by itself where there is no such session, or the URL is not of its presentation.
+/// Answers the request if there is no such session, or the URL is of another presentation.
 std::shared_ptr<RtspSession> ConnectionSessions::of(RequestContext& context)
 {
     auto session = find(context);
@@ -49,7 +49,7 @@ void ConnectionSessions::addHeader(ResponseWriter& out, const RtspSession& sessi
     out.endHeader();
 }
 
-/// Remembers a session, and forgets those that ended.
+/// Remembers a session and forgets ended ones.
 void ConnectionSessions::use(const std::shared_ptr<RtspSession>& session)
 {
     if (!sessions_.empty() && sessions_.back().lock() == session)

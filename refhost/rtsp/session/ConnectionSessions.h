@@ -11,8 +11,8 @@
 namespace refhost
 {
 
-/// The sessions that one connection used: finds the session of a request, and ends those with interleaved
-/// tracks when the connection goes.
+/// The sessions used on one connection: finds the session of a request, and ends those with interleaved
+/// tracks when the connection ends.
 ///
 /// Threads: the connection's; `services` and `connection` outlive it.
 class ConnectionSessions
@@ -21,25 +21,25 @@ public:
     ConnectionSessions(RtspServices& services, ClientConnection& connection);
 
     /// Finds the session that the request names and notes the activity.
-    /// \returns null when the request names none, or one that does not exist or is another client's
+    /// \returns null without a Session header, or for a session that does not exist or is another client's
     std::shared_ptr<RtspSession> find(const RequestContext& context);
 
-    /// The same for a method that needs a session of the URL's presentation; answers by itself where there is
+    /// The same for a method that needs a session of the URL's presentation; answers the request if there is
     /// none.
-    /// \returns null when the request is answered
+    /// \returns null when the request was answered
     std::shared_ptr<RtspSession> of(RequestContext& context);
 
-    /// Remembers a session, and forgets those that ended.
+    /// Remembers a session and forgets ended ones.
     void use(const std::shared_ptr<RtspSession>& session);
 
     /// Adds "Session: <id>;timeout=<seconds>".
     void addHeader(ResponseWriter& out, const RtspSession& session) const;
 
-    /// True while a session that this connection used exists.
+    /// True while a session used on this connection exists.
     bool carriesSession();
     /// The client's TCP acknowledged data at `time`.
     void connectionAnswered(MonotonicTime time);
-    /// The connection is gone.
+    /// The connection ended.
     void connectionEnded();
 
 private:

@@ -11,7 +11,7 @@
 namespace refhost
 {
 
-/// The tracks that a controller describes. Lives for one look; the controller outlives it.
+/// The tracks that a controller describes. A temporary; the controller outlives it.
 class DescribedTracks
 {
 public:
@@ -20,9 +20,9 @@ public:
     /// \param[out] out  filled when there is such a track, otherwise left as it was
     bool find(const std::string& trackId, SubMediaInfo& out) const;
 
-    /// Finds the only track that the device sends; back channels do not count.
-    /// \param[out] trackId  filled on success, otherwise of no meaning
-    /// \returns 200, 459 when there is not exactly one, or what the controller's code means
+    /// Finds the only track that the device sends; ignores back channels.
+    /// \param[out] trackId  filled on success, otherwise unspecified
+    /// \returns 200, 459 unless there is exactly one, or the status of the controller's code
     RtspStatus onlySent(std::string& trackId) const;
 
 private:

@@ -97,7 +97,7 @@ void InterleavedChannels::received(int channel, const std::uint8_t* data, std::s
 
 void InterleavedChannels::giveBack(int rtpChannel)
 {
-    std::unique_ptr<SafePointer<InterleavedTransport>> transport;  // let go without the lock
+    std::unique_ptr<SafePointer<InterleavedTransport>> transport;  // destroyed without the lock
     const MutexLock guard(mutex_);
     const auto found = std::find_if(uses_.begin(), uses_.end(),
                                     [rtpChannel](const Use& use) { return use.rtpChannel == rtpChannel; });

@@ -12,12 +12,12 @@
 namespace refhost
 {
 
-/// Which tracks use which interleaved channels of one connection, and the transport of packets from a channel to
-/// its transport. Held by the connection and by every lease. Threads: any; one lock of its own.
+/// Assigns the interleaved channels of one connection to tracks, and passes received frames to their
+/// transports. Held by the connection and by every lease. Threads: any; one lock of its own.
 class InterleavedChannels : public std::enable_shared_from_this<InterleavedChannels>
 {
 public:
-    /// A pair of channels in use; free again when the lease goes.
+    /// A pair of channels in use until the lease is destroyed.
     class Lease
     {
     public:
@@ -28,7 +28,7 @@ public:
 
         int rtpChannel() const;
         int rtcpChannel() const;
-        /// From now on packets of the channels go to `transport`; a lease that goes takes it off again.
+        /// Passes frames of the channels to `transport` from now on, until the lease is destroyed.
         void deliverTo(const SafePointer<InterleavedTransport>& transport);
 
     private:
@@ -37,13 +37,12 @@ public:
         const int rtcpChannel_;
     };
 
-    /// Takes the wanted pair, or the lowest free pair of neighbours when one of the wanted is in use.
+    /// Takes the requested pair, or the lowest free pair of neighbours if one of its channels is in use.
     /// \param rtpChannel, rtcpChannel  0 to 255, or -1 for any
     /// \returns null when no pair is free
     std::unique_ptr<Lease> lease(int rtpChannel, int rtcpChannel);
 
-    /// Hands a frame that the client sent to the transport of its channel. A frame of a channel that is not
-    /// in use is dropped.
+    /// Passes a frame from the client to the transport of its channel; drops one of an unused channel.
     void received(int channel, const std::uint8_t* data, std::size_t size);
 
 private:

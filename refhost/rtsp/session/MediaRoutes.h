@@ -14,29 +14,29 @@
 namespace refhost
 {
 
-/// Tells the packet that the last PLAY of a track starts with; false when it is not known.
+/// Finds the first packet of a track's last PLAY; false when it is unknown.
 using FirstPacketFunction =
     std::function<bool(const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)>;
 
-/// Whether a presentation can be described now. When it returns false the source starts, and ChangeSignal
-/// announces that asking again makes sense.
+/// Whether a presentation can be described now. If not, its source starts, and ChangeSignal announces when to
+/// ask again.
 using ReadyFunction = std::function<bool(const std::string& presentation)>;
 
-/// Which factory serves which family of URLs. Filled before the server starts, constant afterwards.
+/// Maps families of URLs to controller factories. Filled before the server starts, constant afterwards.
 class MediaRoutes
 {
 public:
-    /// A family of URLs, and what serves it.
+    /// A family of URLs and its factory.
     struct Route
     {
-        std::string prefix;  ///< "orv/live" for presentations as "orv/live/1/0"
+        std::string prefix;  ///< "orv/live" for presentations like "orv/live/1/0"
         SafePointer<IRTSPControllerFactory> factory;
-        ReadyFunction ready;              ///< asked before a controller is made; null: always
-        FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo() tells
-        bool recorded = false;            ///< has positions and speeds; otherwise live
-        bool talkBack = false;            ///< its controllers take the audio that clients send
-        /// Set where the sessions of a stream share what is sent to a group: then the methods of all of them
-        /// follow one another, because their controllers change what they share in several steps.
+        ReadyFunction ready;              ///< called before a controller is made; null: always ready
+        FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo()
+        bool recorded = false;            ///< supports positions and speeds; otherwise live
+        bool talkBack = false;            ///< its controllers accept audio from clients
+        /// Set for multicast, where sessions of a stream share its transport: serializes the methods of all
+        /// of them, because controllers change shared state in several steps.
         std::shared_ptr<Mutex> together;
 
         bool multicast() const
@@ -48,10 +48,10 @@ public:
     /// \param route  with a factory
     void add(const Route& route);
 
-    /// Whether some presentations are sent to multicast groups.
+    /// Whether some route is multicast.
     bool multicast() const;
 
-    /// \returns null for a presentation of no known family
+    /// \returns null when no route fits
     const Route* find(std::string_view presentation) const;
 
 private:

@@ -36,7 +36,7 @@ MethodResult PlayMethods::play(RequestContext& context, RtspSession::Attempt att
     return notReady ? MethodResult::notReady : MethodResult::answered;
 }
 
-/// A live stream has no positions and speeds: whatever is well-formed plays from now on.
+/// A live stream has no positions and speeds: every well-formed request plays from now on.
 RtspStatus PlayMethods::parse(const RequestContext& context, RtspSession& session, PlayRequest& order)
 {
     if (session.recorded())
@@ -50,7 +50,7 @@ RtspStatus PlayMethods::parse(const RequestContext& context, RtspSession& sessio
 void PlayMethods::answerPlay(RequestContext& context, const RtspSession& session, const PlayRequest& order,
                              const RtspSession::Played& played)
 {
-    ResponseWriter& out = context.begin(rtspOk);
+    ResponseWriter& out = context.start(rtspOk);
     sessions_.addHeader(out, session);
     if (played.recorded)
     {
@@ -86,8 +86,7 @@ void PlayMethods::addRecorded(ResponseWriter& out, const PlayRequest& order,
     }
 }
 
-/// The answer stands in one queue with the packets of this connection, but nothing else keeps packets behind
-/// it.
+/// The response is queued ahead of this connection's packets, but not of packets on other transports.
 void PlayMethods::flushBeforePackets(const std::vector<RtspSession::PlayedTrack>& tracks)
 {
     const auto elsewhere = [this](const RtspSession::PlayedTrack& track)
@@ -132,7 +131,7 @@ void PlayMethods::pause(RequestContext& context)
     }
     const RtspStatus status =
         session->recorded() ? pauseRecording(context, *session) : session->pause(context.url.track);
-    ResponseWriter& out = context.begin(status);
+    ResponseWriter& out = context.start(status);
     sessions_.addHeader(out, *session);
     context.send();
 }

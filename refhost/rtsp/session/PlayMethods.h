@@ -18,7 +18,7 @@ class PlayMethods
 public:
     PlayMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
 
-    /// \param attempt  which try it is; after the last one the answer is 503 instead of notReady
+    /// \param attempt  the last one is answered 503 instead of notReady
     MethodResult play(RequestContext& context, RtspSession::Attempt attempt);
     void pause(RequestContext& context);
 

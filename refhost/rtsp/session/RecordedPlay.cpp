@@ -17,7 +17,7 @@ using Unit = RangeHeader::Unit;
 
 using Seconds = std::chrono::duration<double>;
 
-/// 1900, where the time of NTP starts, since 1970.
+/// The epoch of NTP, 1900, since 1970.
 constexpr std::chrono::seconds ntpEpoch(-2'208'988'800);
 
 int kindOf(const PlayRequest& order)
@@ -34,8 +34,7 @@ int kindOf(const PlayRequest& order)
            order.sequence << playRangeSequenceShift;
 }
 
-/// Where the client sets the pace, only the direction counts (ONVIF Streaming, "Scale header
-/// field").
+/// Without rate control only the direction matters (ONVIF Streaming, "Scale header field").
 PlaySpeed speedOf(const PlayRequest& order)
 {
     const double scale = order.scale.value_or(1);
@@ -77,8 +76,7 @@ RtspStatus RecordedPlay::prepare(const PlayRequest& order, bool playing,
     return status;
 }
 
-/// Where in the recording a client's range is. One without a begin is from the recording's begin on,
-/// backwards from its end.
+/// Converts a range to positions. An open start is the recording's start; its end when playing backwards.
 RtspStatus RecordedPlay::locate(const RangeHeader& range, bool backwards, Position& out)
 {
     const double duration = presentation().seconds;
@@ -93,8 +91,8 @@ RtspStatus RecordedPlay::locate(const RangeHeader& range, bool backwards, Positi
     return rtspOk;
 }
 
-/// Whether an absolute range is play time counted from 1900, where NTP's clock starts. Players write that who
-/// know absolute ranges alone and were described a recording in play time.
+/// Whether an absolute range is play time counted from NTP's epoch, 1900. Some players that only know
+/// absolute ranges send that for recordings described in play time.
 bool RecordedPlay::countsFromNtp(const RangeHeader& range)
 {
     const auto length = std::chrono::ceil<RangeHeader::Position>(Seconds(presentation().seconds));
@@ -104,7 +102,7 @@ bool RecordedPlay::countsFromNtp(const RangeHeader& range)
            inside(range.end);
 }
 
-/// \param to  null: only the kind changes
+/// \param to  null: changes only the kind
 RtspStatus RecordedPlay::move(const Position* to, int kind, const std::vector<std::string>& tracks)
 {
     const Position position = to == nullptr ? Position() : *to;
@@ -188,7 +186,7 @@ double RecordedPlay::npt(Unit unit, RangeHeader::Position position)
     {
         return Seconds(position).count();
     }
-    // In microseconds as far as they go: a client's year 9999 has no nanoseconds in 64 bits.
+    // In microseconds first: nanoseconds of a client's year 9999 do not fit 64 bits.
     const Duration base = clockBase().time_since_epoch();
     const auto whole = std::chrono::floor<RangeHeader::Position>(base);
     return Seconds(position - whole).count() - Seconds(base - whole).count();
@@ -200,7 +198,7 @@ WallTime RecordedPlay::clockBase()
     return countsFromNtp_ ? WallTime(ntpEpoch) : presentation().begin;
 }
 
-/// Rounded once: the first frame is seldom at a whole microsecond.
+/// Rounded once: the first frame is rarely at a whole microsecond.
 RangeHeader::Position RecordedPlay::positionOf(Unit unit, double npt)
 {
     const Duration base = unit == Unit::clock ? clockBase().time_since_epoch() : Duration::zero();

@@ -15,18 +15,17 @@
 namespace refhost
 {
 
-/// What a session that plays a recording does around the controller's play() and pause(): it turns what a
-/// client orders into positions and speeds of the controller, and tells what came of it.
+/// Translates a client's play requests for a recording into positions and speeds of the controller, and
+/// reports the result.
 ///
-/// Positions are normal play time: 0 is the first frame that is sent, as the controller's description says.
-/// Absolute times of the client become normal play time here, and back. Ranges are bounded here as well: the
-/// controller's correctPlayRange() knows the length of the URL's interval alone, which starts later than its
-/// first frame where it starts inside a GOP, and earlier where recording started later. Threads: one at a time;
-/// RtspSession calls it under its lock.
+/// Positions are normal play time, where 0 is the first frame of the controller's description. Converts from
+/// and to absolute times. Also bounds ranges, because the controller's correctPlayRange() only knows the
+/// URL's interval, which differs from the recording: it may start inside a GOP, or before recording started.
+/// Threads: one at a time; RtspSession calls it under its lock.
 class RecordedPlay
 {
 public:
-    /// What is really played; the answer to PLAY says so.
+    /// What is actually played, for the response to PLAY.
     struct Outcome
     {
         RangeHeader::Position begin{0};  ///< in the unit of the request's range
@@ -37,22 +36,23 @@ public:
     /// \param sessionId, controller  the session's; the controller outlives this object
     RecordedPlay(std::string sessionId, const SafePointer<IRTSPController>& controller);
 
-    /// Sets the controller's tracks up for what is ordered; play() of each is to follow.
+    /// Prepares the controller's tracks for the request; play() of each has to follow.
     ///
-    /// Without a range or with "now-", playing goes on where it is, or starts again where it had come to its
-    /// end; an order for nothing at all changes nothing where everything plays (RFC 2326, section 10.5). A
-    /// range that reaches beyond the recording plays the part of it that there is. Backwards, an open begin
-    /// is the recording's end and an open end its begin. \param playing  every one of the tracks plays
-    /// already \returns 200; 457 for a range without any part of the recording; otherwise what the
-    ///          controller's code means. Nothing changes with 457.
+    /// Without a range or with "now-", playing continues from the present position, or restarts after its end.
+    /// A request without any header changes nothing if every track plays (RFC 2326, section 10.5). A range
+    /// beyond the recording is cut to it. Backwards, an open start is the recording's end and an open end its
+    /// start.
+    /// \param playing  every one of the tracks plays already
+    /// \returns 200; 457, with nothing changed, for a range outside the recording; otherwise the status of the
+    ///          controller's code
     RtspStatus prepare(const PlayRequest& order, bool playing, const std::vector<std::string>& tracks);
 
-    /// What the controller plays since the last play() of every track.
+    /// What the controller plays since the last play() of each track.
     Outcome outcome(RangeHeader::Unit unit, const std::vector<std::string>& tracks);
 
-    /// Has playing tracks stop at an instant to come (RFC 2326, section 10.6).
-    /// \returns 200; 457 for an instant that playing does not come to; otherwise what the controller's code
-    ///          means
+    /// Pauses playing tracks at a future position (RFC 2326, section 10.6).
+    /// \returns 200; 457 for a position that playing does not reach; otherwise the status of the controller's
+    ///          code
     RtspStatus pauseAt(const RangeHeader& point, const std::vector<std::string>& tracks);
 
 private:
@@ -83,7 +83,7 @@ private:
     std::optional<Presentation> presentation_;
     int kind_ = 0;
     PlaySpeed speed_;
-    bool countsFromNtp_ = false;  // the absolute times of the last range
+    bool countsFromNtp_ = false;  // for the absolute times of the last range
 };
 
 }  // namespace refhost

@@ -5,8 +5,7 @@ namespace refhost
 namespace
 {
 
-/// What is not available now may be soon: a camera that starts, an index that is rebuilt (RFC 2326,
-/// section 12.31).
+/// Retry-After (RFC 2326, section 12.31): a camera may be starting, or an index being rebuilt.
 constexpr std::string_view retryAfterSeconds = "5";
 
 }  // namespace
@@ -17,10 +16,10 @@ RequestContext::RequestContext(const RtspRequest& rtspRequest, ResponseWriter& r
 {
 }
 
-ResponseWriter& RequestContext::begin(RtspStatus status)
+ResponseWriter& RequestContext::start(RtspStatus status)
 {
     status_ = status;
-    writer_.begin(status, cseq);
+    writer_.start(status, cseq);
     if (status == rtspServiceUnavailable)
     {
         writer_.header("Retry-After", retryAfterSeconds);
@@ -44,7 +43,7 @@ void RequestContext::send(std::string_view contentType, std::string_view body)
 
 void RequestContext::answer(RtspStatus status)
 {
-    begin(status);
+    start(status);
     send();
 }
 

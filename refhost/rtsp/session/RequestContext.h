@@ -13,15 +13,15 @@
 namespace refhost
 {
 
-/// What became of a request at its method.
+/// The result of a method.
 enum class MethodResult
 {
     answered,
-    /// The media is not ready yet and nothing was answered: ask again later.
+    /// The media is not ready; nothing was answered: call again later.
     notReady
 };
 
-/// One request on the way to its one response. Lives on the stack while the request is handled.
+/// One request and its response. Lives on the stack while the request is handled.
 class RequestContext
 {
 public:
@@ -31,24 +31,24 @@ public:
     const RtspRequest& request;
     ClientConnection& connection;
     RtspUrl url;
-    /// What the request insists on; without unknown features once a method handles it.
+    /// The features that the request requires; all known once a method handles it.
     RequireHeader require;
-    /// Who authenticated; empty without users, and for requests that need no credentials.
+    /// The authenticated user; empty without users, and for requests that need no credentials.
     std::string user;
-    /// The request's CSeq; empty until it was found to be a number.
+    /// The request's CSeq; empty until it is known to be a number.
     std::string_view cseq;
-    /// False to have the connection ended after the response.
+    /// False to close the connection after the response.
     bool keepsConnection = true;
 
     /// Starts the response; the caller may add headers before send().
-    ResponseWriter& begin(RtspStatus status);
+    ResponseWriter& start(RtspStatus status);
     void send();
     void send(std::string_view contentType, std::string_view body);
-    /// A response without anything of its own.
+    /// Sends a response without headers of its own.
     void answer(RtspStatus status);
 
     bool answered() const;
-    /// The status that begin() was given last; `rtspOk` before.
+    /// The status of the last start(); `rtspOk` before.
     RtspStatus status() const;
 
 private:

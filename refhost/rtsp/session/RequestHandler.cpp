@@ -28,7 +28,7 @@ enum class Method
     pause,
     teardown,
     parameters,
-    notAllowed,  // known to RTSP, not for the media of this server
+    notAllowed,  // an RTSP method, but not for the media of this server
     unknown
 };
 
@@ -60,7 +60,7 @@ Method methodOf(std::string_view name)
     return Method::unknown;
 }
 
-/// Methods that may be about the server instead of a presentation.
+/// Methods that may address the server instead of a presentation.
 bool allowsServerUrl(Method method)
 {
     return method == Method::options || method == Method::parameters || method == Method::notAllowed;
@@ -148,7 +148,7 @@ RequestHandler::Result RequestHandler::dispatch(RequestContext& context, bool la
     return context.keepsConnection ? Result::answered : Result::answeredLast;
 }
 
-/// Checks what every request must fulfil, and answers one that does not.
+/// Checks what holds for every request, and answers one that fails.
 bool RequestHandler::accept(RequestContext& context, const std::optional<std::string>& admitted)
 {
     const RtspRequest& request = context.request;
@@ -164,7 +164,7 @@ bool RequestHandler::accept(RequestContext& context, const std::optional<std::st
     const Method method = methodOf(request.method);
     if (method == Method::unknown)
     {
-        ResponseWriter& out = context.begin(rtspNotImplemented);
+        ResponseWriter& out = context.start(rtspNotImplemented);
         out.header("Public", allowedMethods);
         context.send();
         return false;
@@ -184,17 +184,17 @@ bool RequestHandler::accept(RequestContext& context, const std::optional<std::st
     }
     if (!context.require.unsupported.empty())
     {
-        ResponseWriter& out = context.begin(rtspOptionNotSupported);
+        ResponseWriter& out = context.start(rtspOptionNotSupported);
         out.header("Unsupported", context.require.unsupported);
         context.send();
         return false;
     }
-    // Everybody may ask what the server can do; clients probe with it before they know that they must log in.
+    // OPTIONS is open to everybody: clients probe with it before they know that they must log in.
     if (method == Method::options && request.find("Session") == nullptr)
     {
         return true;
     }
-    // A request that had to wait comes in again with credentials that were good once and are used up by now.
+    // A deferred request is handled again with credentials that have been used by now.
     if (admitted)
     {
         context.user = *admitted;
@@ -219,7 +219,7 @@ bool RequestHandler::authorize(RequestContext& context)
         Log::limited(Log::Level::info, "requests with wrong credentials", "{}: wrong credentials for {}",
                      connection_.peer().text(), Log::safe(request.uri));
     }
-    ResponseWriter& out = context.begin(rtspUnauthorized);
+    ResponseWriter& out = context.start(rtspUnauthorized);
     services_.authenticator.challenge(out, decision.verdict == Authenticator::Verdict::stale, client());
     context.send();
     return false;
@@ -238,7 +238,7 @@ void RequestHandler::options(RequestContext& context)
         context.answer(rtspSessionNotFound);
         return;
     }
-    ResponseWriter& out = context.begin(rtspOk);
+    ResponseWriter& out = context.start(rtspOk);
     out.header("Public", allowedMethods);
     if (session != nullptr)
     {
@@ -247,7 +247,7 @@ void RequestHandler::options(RequestContext& context)
     context.send();
 }
 
-/// Without a body it keeps the session alive; there is no parameter that a body could ask for.
+/// Without a body it is a keep-alive. There are no parameters to request in a body.
 void RequestHandler::parameters(RequestContext& context)
 {
     const RtspRequest& request = context.request;
@@ -259,7 +259,7 @@ void RequestHandler::parameters(RequestContext& context)
     }
     if (RtspText::trim(request.body).empty())
     {
-        ResponseWriter& out = context.begin(rtspOk);
+        ResponseWriter& out = context.start(rtspOk);
         if (session != nullptr)
         {
             sessions_.addHeader(out, *session);
@@ -275,7 +275,7 @@ void RequestHandler::parameters(RequestContext& context)
 
 void RequestHandler::methodNotAllowed(RequestContext& context)
 {
-    ResponseWriter& out = context.begin(rtspMethodNotAllowed);
+    ResponseWriter& out = context.start(rtspMethodNotAllowed);
     out.header("Allow", allowedMethods);
     context.send();
 }

@@ -15,9 +15,8 @@
 namespace refhost
 {
 
-/// Handles the requests of one connection, one after the other: checks what holds for every request, then
-/// the method. Every request gets exactly one response, through the ClientConnection; whatever goes wrong inside is a
-/// 500 and one line in the log.
+/// Handles the requests of one connection in turn: common checks, then the method. Every request gets exactly
+/// one response through the ClientConnection; an internal failure is a 500 and one line in the log.
 ///
 /// Knows nothing of sockets. Threads: the connection's; `services` and `connection` outlive it.
 class RequestHandler
@@ -26,35 +25,35 @@ public:
     enum class Result
     {
         answered,
-        /// Answered; the connection is to be ended when the response is out.
+        /// Answered; close the connection after the response.
         answeredLast,
-        /// Nothing was answered, because the media is not ready yet: hand the same request in again when
-        /// ChangeSignal tells of a change.
+        /// Not answered, because the media is not ready: handle the same request again when ChangeSignal
+        /// reports a change.
         notReady
     };
 
     RequestHandler(RtspServices& services, ClientConnection& connection);
 
-    /// \param out      where the response is written; used by one handler at a time
-    /// \param lastTry  answer now: the stream had time enough
+    /// \param out      writes the response; used by one handler at a time
+    /// \param lastTry  answer now: the deadline passed
     Result handle(const RtspRequest& request, ResponseWriter& out, bool lastTry);
 
     /// Answers a message that the reader found malformed.
     Result reject(const RtspRequest& request, const RequestReader::Problem& problem, ResponseWriter& out);
 
-    /// Answers 503, for a connection that the server has no room for.
+    /// Answers 503, for a connection beyond the server's limits.
     Result refuse(const RtspRequest& request, ResponseWriter& out);
 
-    /// An interleaved frame from the client.
+    /// Takes an interleaved frame from the client.
     void received(const RequestReader::Frame& frame);
 
-    /// True when some request came with the credentials of a configured user.
+    /// True after a request with the credentials of a configured user.
     bool loggedIn() const;
-    /// True while a session exists that this connection used.
+    /// True while a session used on this connection exists.
     bool carriesSession();
     /// The client's TCP acknowledged data at `time`.
     void connectionAnswered(MonotonicTime time);
-    /// The connection is gone. Once.
+    /// The connection ended. Call once.
     void connectionEnded();
 
 private:
@@ -72,7 +71,7 @@ private:
     PlayMethods playing_;
     Authenticator::Client client() const;
 
-    /// Who asks in the next request, where it is one that was let in before and had to wait.
+    /// The user of the next request, if that one was authenticated before it was deferred.
     std::optional<std::string> admitted_;
     bool loggedIn_ = false;
 };

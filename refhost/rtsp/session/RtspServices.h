@@ -16,12 +16,13 @@
 namespace refhost
 {
 
-/// What every connection's request handler works with. One object for a server; outlives its connections.
+/// The services shared by the request handlers of all connections. One object per server; outlives its
+/// connections.
 struct RtspServices
 {
     RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock);
 
-    /// What `clock` shows.
+    /// The time of `clock`.
     MonotonicTime now() const
     {
         return readClock(clock);
@@ -33,9 +34,9 @@ struct RtspServices
     SessionTable sessions;
     Authenticator authenticator;
     const SdpWriter sdp;
-    /// The server's UDP ports; null: UDP is refused.
+    /// The server's UDP ports; null refuses UDP.
     std::shared_ptr<UdpServer> udp;
-    /// Null: multicast is refused.
+    /// Null refuses multicast.
     std::shared_ptr<MulticastServer> multicast;
 };
 

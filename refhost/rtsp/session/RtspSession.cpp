@@ -55,8 +55,8 @@ const std::string& RtspSession::id() const
 
 std::string RtspSession::logName() const
 {
-    constexpr std::size_t shown = 4;
-    return id_.substr(0, shown) + "... of " + presentation_;
+    constexpr std::size_t digits = 4;
+    return id_.substr(0, digits) + "... of " + presentation_;
 }
 
 const std::string& RtspSession::presentation() const
@@ -113,7 +113,7 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     {
         return rtspInvalidState;
     }
-    // A member of a group stays one: to stop one of its tracks would end its membership in all.
+    // A member of a group stays one: stopping one of its tracks would end its membership in all.
     if (former != nullptr && !shared_)
     {
         stopTrack(*former);
@@ -129,7 +129,7 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     const int code = controller->setup(id_, track->id, SafePointer<IConnection>(*track->delivery.transport));
     if (code != 0)
     {
-        // The controller may have got half way.
+        // The controller may have set it up partly.
         if (!shared_ || tracks_.empty())
         {
             stopTrack(*track);
@@ -165,7 +165,7 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order,
     }
     for (const SessionTrack* track : tracks)
     {
-        // What others watch too goes on meanwhile.
+        // A shared transport keeps sending to the others.
         if (!track->delivery.shared())
         {
             hold.add(*track->delivery.transport);
@@ -193,7 +193,7 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order,
     return rtspOk;
 }
 
-/// \returns 200 with every track asked to play, of which some may not be ready
+/// \returns 200 when play() was called for every track, even if some are not ready
 RtspStatus RtspSession::start(const Selection& tracks, Attempt attempt, bool& notReady)
 {
     SafePointer<IRTSPController>& controller = *controller_;
@@ -201,7 +201,7 @@ RtspStatus RtspSession::start(const Selection& tracks, Attempt attempt, bool& no
     {
         for (SessionTrack* track : tracks)
         {
-            track->beginPlay();
+            track->startPlay();
         }
     }
     for (SessionTrack* track : tracks)
@@ -218,7 +218,7 @@ RtspStatus RtspSession::start(const Selection& tracks, Attempt attempt, bool& no
             notReady = false;
             return StatusMap::ofCode(Step::control, code);
         }
-        // One that waits does not keep the others from getting ready at the same time.
+        // All tracks get ready at the same time, even if one has to wait.
         if (waits)
         {
             notReady = true;
@@ -236,13 +236,13 @@ RtspStatus RtspSession::start(const Selection& tracks, Attempt attempt, bool& no
     return rtspOk;
 }
 
-/// Talk-back may end by itself, as when the client sent BYE on that track: the others go on.
+/// Talk-back may have ended, as after a BYE on that track: the other tracks continue.
 bool RtspSession::isOver(SessionTrack& track, int code, const Selection& asked)
 {
     return code == statusRefused && asked.size() > 1 && track.isBackChannel(*controller_);
 }
 
-/// Pauses what the present request has started, or asked to get ready.
+/// Pauses the tracks that the present request started or prepared.
 void RtspSession::takeBack(const Selection& tracks)
 {
     for (SessionTrack* track : tracks)
@@ -399,7 +399,7 @@ RtspStatus RtspSession::select(std::string_view trackId, Selection& out)
     return state_.is(SessionState::ended) ? rtspSessionNotFound : tracks_.select(trackId, *controller_, out);
 }
 
-/// The same, where at least one of the tracks plays.
+/// The same; 455 unless at least one of the tracks plays.
 RtspStatus RtspSession::selectPlaying(std::string_view trackId, Selection& out)
 {
     const RtspStatus status = select(trackId, out);
@@ -410,7 +410,7 @@ RtspStatus RtspSession::selectPlaying(std::string_view trackId, Selection& out)
     return SessionTracks::anyPlaying(out) ? rtspOk : rtspInvalidState;
 }
 
-/// Goes on whatever happens: the rest of the session must be let go all the same.
+/// Continues after a failure: the rest of the session must be released.
 void RtspSession::stopTrack(SessionTrack& track)
 {
     try

@@ -28,39 +28,39 @@
 namespace refhost
 {
 
-/// One RTSP session: a presentation's controller and the tracks that a client set up with it.
+/// One RTSP session: a presentation's controller and the tracks that a client set up.
 ///
-/// Made by SessionTable, which finds it by its id; ends once, by end(). Every track that was set up is
-/// stopped exactly once, however the session ends.
+/// Made by SessionTable, which finds it by its id; ends once, by end(). However it ends, every track is
+/// stopped exactly once.
 ///
-/// Threads: any; a lock serialises the methods, as controllers want it, and is held across the controller's
-/// operations. It is the session's own, or the one of all sessions of a multicast route. Operations on an
-/// ended session answer 454.
+/// Threads: any; a lock serializes the methods, as controllers require, and is held across the controller's
+/// operations. It is the session's own, or shared by all sessions of a multicast route. Operations on an
+/// ended session return 454.
 class RtspSession
 {
 public:
     using Delivery = TrackDelivery;
 
-    /// What RTP-Info says of one track; back channels are left out.
+    /// One track's entry in RTP-Info, which excludes back channels.
     struct PlayedTrack
     {
         std::string_view id;
         bool known = false;            ///< `first` is filled in
-        std::uint64_t connection = 0;  ///< serial of the connection that its packets take; 0 for UDP
+        std::uint64_t connection = 0;  ///< serial of the connection with its packets; 0 for UDP
         RTPPacketInfo first;
     };
 
-    /// What PLAY came to.
+    /// The result of PLAY.
     struct Played
     {
         std::vector<PlayedTrack> tracks;
         std::optional<RecordedPlay::Outcome> recorded;  ///< nothing for a live stream
     };
 
-    /// Which try of the same PLAY request it is.
+    /// An attempt at one PLAY request.
     struct Attempt
     {
-        bool again = false;  ///< the request was not ready before: its order is given already
+        bool again = false;  ///< repeated: the controller has the request already
         bool last = false;   ///< answer now
     };
 
@@ -74,36 +74,36 @@ public:
     RtspSession& operator=(const RtspSession&) = delete;
 
     const std::string& id() const;
-    /// What a log may show: whoever knows the whole id may drive the session.
+    /// A shortened id for the log: whoever knows the whole id may control the session.
     std::string logName() const;
     const std::string& presentation() const;
-    /// Whether the presentation is a recording, with positions and speeds.
+    /// Whether the presentation is a recording, which supports positions and speeds.
     bool recorded() const;
-    /// Whether packets are to carry the replay header extension: some request of the session required it.
-    /// \param required  the present one does
+    /// Whether packets carry the replay header extension: some request of the session required it.
+    /// \param required  the present request requires it
     bool replays(bool required);
-    /// What the session shares with others; null where its packets are its own.
+    /// The stream shared with other sessions; null without multicast.
     const SharedStream* shared() const;
     const SessionOwner& owner() const;
     std::shared_ptr<SessionLiveness> liveness() const;
 
-    /// Sets a track up, or changes the transport of one that does not play: its former transport ends first, also when
-    /// the new one fails; a shared one is kept then. An empty track id means the only track that the device
-    /// sends.
-    /// \param make       called under the lock when the track may be set up
-    /// \param[out] ssrc  the SSRC of the track's packets; of the device's reports on a back channel
-    /// \returns 200, 455 for a track that plays, 459 for an empty track id where there are several tracks,
-    ///          the status of `make`, or what the controller's code means
+    /// Sets a track up, or changes the transport of one that does not play. The previous transport ends
+    /// first, even if the new one fails; a shared one is kept then. An empty track id means the only track
+    /// that the device sends.
+    /// \param make       called under the lock if the track can be set up
+    /// \param[out] ssrc  SSRC of the track's packets; on a back channel, of the device's reports
+    /// \returns 200, 455 for a track that plays, 459 for an empty track id with several tracks, the status of
+    ///          `make`, or that of the controller's code
     RtspStatus setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc);
 
-    /// Plays one track, or all with an empty id. No packet leaves before `answer` has returned, but for those
-    /// of a shared transport; it is called when every track plays, and only then.
-    /// \param order          what a recording is to play; a live stream plays from now on
-    /// \param[out] notReady  true when a recording seeks still, unless `attempt` is the last: nothing was
-    ///                       answered, and no packet leaves until the next play(), pause() or end
+    /// Plays one track, or all with an empty id. Calls `answer` once every track plays; no packet is sent
+    /// before it returns, except on a shared transport.
+    /// \param order          how to play a recording; ignored for a live stream
+    /// \param[out] notReady  true while a recording still seeks, unless `attempt` is the last: nothing was
+    ///                       answered, and no packet is sent before the next play(), pause() or end
     /// \returns 200 after `answer` or with `notReady`; 404 or 455 for a track that is not set up; 457 for a
-    ///          range that the recording has no part of; otherwise what the controller's code means, with the
-    ///          tracks paused again that this request had started
+    ///          range outside the recording; otherwise the status of the controller's code, with the tracks
+    ///          that this request started paused again
     RtspStatus play(std::string_view trackId, const PlayRequest& order, Attempt attempt,
                     const AnswerPlay& answer, bool& notReady);
 
@@ -111,16 +111,16 @@ public:
     /// \returns 200; 404 or 455 for a track that is not set up or when nothing plays
     RtspStatus pause(std::string_view trackId);
 
-    /// Pauses the tracks of a recording at an instant to come; they count as playing until the next pause().
-    /// \returns 200; 457 for an instant that playing does not come to; 404 or 455 as pause()
+    /// Pauses the tracks of a recording at a future position; they count as playing until the next pause().
+    /// \returns 200; 457 for a position that playing does not reach; 404 or 455 as pause()
     RtspStatus pauseAt(std::string_view trackId, const RangeHeader& point);
 
-    /// Ends one track, or all with an empty id; where packets are shared, one ends them all, because a group
-    /// has no use for half a member.
-    /// \param[out] empty  true when no track is left: the session is to be ended
+    /// Ends one track, or all with an empty id. With a shared transport, always all: members of a group have
+    /// all of its tracks.
+    /// \param[out] empty  true when no track is left: end the session
     RtspStatus teardown(std::string_view trackId, bool& empty);
 
-    /// Stops every track and lets go of the controller. Does nothing the second time.
+    /// Stops every track and releases the controller. Further calls do nothing.
     void end();
 
     /// A request for the session was received.
@@ -130,11 +130,11 @@ public:
     /// over that connection: a player that pauses for minutes neither reads nor writes, but its system answers.
     void connectionAnswered(std::uint64_t connection, MonotonicTime time);
 
-    /// A connection that used the session is gone.
-    /// \returns true when the session must end with it, because a track is interleaved in it
+    /// A connection that used the session ended.
+    /// \returns true when the session must end too, because a track is interleaved in the connection
     bool connectionEnded(std::uint64_t connection, MonotonicTime now);
 
-    /// As ClientPresence::expired().
+    /// \see ClientPresence::expired
     bool expired(MonotonicTime now, Duration sessionTimeout, Duration orphanTimeout) const;
 
     std::size_t trackCount() const;
@@ -166,7 +166,7 @@ private:
     std::optional<SafePointer<IRTSPController>> controller_ OV_GUARDED_BY(mutex_);
     std::optional<RecordedPlay> recordedPlay_ OV_GUARDED_BY(mutex_);  // nothing for a live stream
     SessionTracks tracks_ OV_GUARDED_BY(mutex_);
-    std::unique_ptr<TransportHold> waiting_ OV_GUARDED_BY(mutex_);  // of a PLAY that is not ready yet
+    std::unique_ptr<TransportHold> waiting_ OV_GUARDED_BY(mutex_);  // of a PLAY that waits
 };
 
 }  // namespace refhost

@@ -14,7 +14,7 @@ namespace
 
 constexpr std::string_view sdpType = "application/sdp";
 
-/// Without an Accept header everything is accepted (RFC 2326, section 12.1).
+/// Without an Accept header every type is accepted (RFC 2326, section 12.1).
 bool acceptsSdp(const RtspRequest& request)
 {
     const RtspRequest::Header* header = request.find("Accept");
@@ -47,7 +47,7 @@ SessionMethods::SessionMethods(RtspServices& services, ClientConnection& connect
 {
 }
 
-/// \param talkBack  whether the client may know of the presentation's back channel
+/// \param talkBack  whether to include the presentation's back channel
 RtspStatus SessionMethods::createController(const RequestContext& context, bool talkBack,
                                             std::optional<SafePointer<IRTSPController>>& out, bool& notReady)
 {
@@ -112,7 +112,7 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
     services_.sdp.append(description, info, {connection_.local().text(), connection_.local().isIpv6()},
                          multicast ? &destination : nullptr,
                          context.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt);
-    ResponseWriter& out = context.begin(rtspOk);
+    ResponseWriter& out = context.start(rtspOk);
     out.startHeader("Content-Base");
     out.text().append(context.url.base).append("/");
     out.endHeader();
@@ -120,7 +120,7 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
     return Result::answered;
 }
 
-/// \returns false when there is none for the controller's stream
+/// \returns false when the controller's stream has none
 bool SessionMethods::findGroup(SafePointer<IRTSPController>& controller, MulticastDestination& destination)
 {
     return services_.multicast != nullptr &&
@@ -173,8 +173,8 @@ RtspStatus SessionMethods::createSession(RequestContext& context, std::shared_pt
                                          bool& notReady)
 {
     std::optional<SafePointer<IRTSPController>> controller;
-    // Whoever knows the name of the back channel was told it once; many clients insist on it with that
-    // track's SETUP only, which may not be the session's first.
+    // With the back channel in any case: a client that knows its name got it by DESCRIBE, and many clients
+    // require it only with that track's SETUP, which may not be the session's first.
     const RtspStatus status = createController(context, true, controller, notReady);
     if (status != rtspOk)
     {
@@ -222,14 +222,14 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
     sessions_.use(session);
     session->replays(context.require.replay);
     session->noteRequest(connection_.serial(), services_.now());
-    ResponseWriter& out = context.begin(rtspOk);
+    ResponseWriter& out = context.start(rtspOk);
     TrackDeliveries::answer(out, transportText, ssrc);
     sessions_.addHeader(out, *session);
     out.header("Cache-Control", "no-cache");
     context.send();
 }
 
-/// A session without a track would only wait for its time-out.
+/// A session without a track would only wait for its timeout.
 void SessionMethods::endIfEmpty(const std::shared_ptr<RtspSession>& session)
 {
     if (session->trackCount() == 0)

@@ -15,9 +15,8 @@
 namespace refhost
 {
 
-/// The methods of one connection that make and end sessions: DESCRIBE, SETUP and TEARDOWN. PlayMethods has the
-/// others.
-/// Threads: the connection's; `services`, `connection` and `sessions` outlive it.
+/// DESCRIBE, SETUP and TEARDOWN of one connection. Threads: the connection's; `services`, `connection` and
+/// `sessions` outlive it.
 class SessionMethods
 {
 public:
@@ -25,12 +24,12 @@ public:
 
     SessionMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
 
-    /// \param lastTry  answer 503 instead of asking for another try
+    /// \param lastTry  answer 503 instead of notReady
     Result describe(RequestContext& context, bool lastTry);
     Result setup(RequestContext& context, bool lastTry);
     void teardown(RequestContext& context);
 
-    /// An interleaved frame from the client.
+    /// Takes an interleaved frame from the client.
     void received(int channel, const std::uint8_t* data, std::size_t size);
 
 private:

@@ -10,13 +10,13 @@
 namespace refhost
 {
 
-/// Who made a session, and so who may use it: the user who authenticated, from wherever; without users, the
-/// address that it was made from. Whoever merely learned a session's id may not.
+/// The owner of a session, who alone may use it: the authenticated user from any address; without users, the
+/// address it was made from. Knowing a session's id is not enough.
 class SessionOwner
 {
 public:
-    /// \param address  of the connection that made the session; limits per address count it
-    /// \param user     who authenticated there; empty without users
+    /// \param address  of the connection that made the session; also for the limits per address
+    /// \param user     the authenticated user; empty without users
     SessionOwner(const SocketAddress::Key& address, std::string user = {})
         : address_(address), user_(std::move(user))
     {
@@ -27,7 +27,7 @@ public:
         return address_;
     }
 
-    /// Whether a request by `user` that came from `address` may use the session.
+    /// Whether a request by `user` from `address` may use the session.
     bool admits(const SocketAddress::Key& address, std::string_view user) const
     {
         return user_.empty() ? user.empty() && address_ == address : user_ == user;

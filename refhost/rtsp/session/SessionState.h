@@ -6,7 +6,7 @@
 namespace refhost
 {
 
-/// How far an RTSP session got.
+/// The state of an RTSP session.
 ///
 /// | from   | to played              | to ended |
 /// |--------|------------------------|----------|
@@ -14,12 +14,12 @@ namespace refhost
 /// | played |                        | end()    |
 /// | ended  | illegal                |          |
 ///
-/// Nothing leads back to fresh. What its tracks do is SessionTrackState's.
+/// Nothing leads back to fresh. SessionTrackState has the states of its tracks.
 enum class SessionState
 {
-    fresh,   ///< nothing of it played yet
-    played,  ///< some track plays, or did
-    ended    ///< without controller and tracks: operations answer 454
+    fresh,   ///< no track has played
+    played,  ///< some track plays or has played
+    ended    ///< without controller and tracks: operations return 454
 };
 
 constexpr auto tableOf(SessionState)

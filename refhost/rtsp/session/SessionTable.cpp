@@ -25,14 +25,14 @@ std::string textOf(std::uint64_t number)
     return text;
 }
 
-/// Only the text that textOf() makes: one session has one id.
+/// Accepts only what textOf() writes, so that each session has exactly one id.
 std::optional<std::uint64_t> numberOf(std::string_view text)
 {
     const bool small = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'a'; });
     return text.size() == idLength && !small ? parseHex(text) : std::nullopt;
 }
 
-/// Without the id: who knows a living session's id can steer it.
+/// Without the id: whoever knows the id of a session can control it.
 void logCount(const char* event, const RtspSession& session, std::size_t count)
 {
     if (Log::enabled(Log::Level::debug))

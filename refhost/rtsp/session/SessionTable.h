@@ -14,9 +14,9 @@
 namespace refhost
 {
 
-/// The sessions of the server, by id. A session is ended through the table, which takes it out first; so it
-/// ends once, whoever is first: TEARDOWN, its connection's end, its time-out or the server's stop.
-/// Threads: any; its lock is never held while a session ends.
+/// The sessions of the server, by id. Sessions are ended through the table, which removes them first, so that
+/// each ends once: by TEARDOWN, the end of its connection, its timeout or the server's stop. Threads: any;
+/// its lock is never held while a session ends.
 class SessionTable
 {
 public:
@@ -33,7 +33,7 @@ public:
     /// \returns null for an id that no session has
     std::shared_ptr<RtspSession> find(std::string_view id) const;
 
-    /// Takes a session out and ends it.
+    /// Removes a session and ends it.
     void end(const std::shared_ptr<RtspSession>& session);
     void endAll();
 
@@ -49,7 +49,7 @@ private:
     AddressLimiter quota_;
     mutable Mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> sessions_
-        OV_GUARDED_BY(mutex_);  // by the number that the id shows
+        OV_GUARDED_BY(mutex_);  // by the id's number
 };
 
 }  // namespace refhost

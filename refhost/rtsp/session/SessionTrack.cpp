@@ -9,7 +9,7 @@ namespace refhost
 
 SessionTrack::SessionTrack(std::string trackId) : id(std::move(trackId)) {}
 
-void SessionTrack::beginPlay()
+void SessionTrack::startPlay()
 {
     if (state_.is(SessionTrackState::preparing))
     {

@@ -14,22 +14,22 @@
 namespace refhost
 {
 
-/// One track's transport, as SETUP made it.
+/// One track's transport, made by SETUP.
 struct TrackDelivery
 {
     std::optional<SafePointer<RtpTransport>> transport;
     std::unique_ptr<InterleavedChannels::Lease> channels;  ///< null for UDP
-    std::uint64_t connection = 0;  ///< serial of the connection that it ends with; 0 for UDP
+    std::uint64_t connection = 0;                          ///< serial of its connection; 0 for UDP
 
-    /// Other sessions send through it too: it is neither held nor closed for this one.
-    /// Requires: a transport.
+    /// Whether other sessions send through it: then it is neither held nor closed for this one. Requires: a
+    /// transport.
     bool shared() const
     {
         return (*transport)->traits().shared;
     }
 };
 
-/// What a track that was set up does.
+/// The state of a track that was set up.
 ///
 /// | from      | to ready                   | to preparing         | to starting   | to playing    |
 /// |-----------|----------------------------|----------------------|---------------|---------------|
@@ -40,8 +40,8 @@ struct TrackDelivery
 enum class SessionTrackState
 {
     ready,
-    preparing,  ///< asked to play by a PLAY that waits for a recording's place
-    starting,   ///< plays, by the last PLAY: where that fails for another track, it is paused again
+    preparing,  ///< prepared by a PLAY that waits for a seek
+    starting,   ///< plays since the last PLAY; paused again if that fails for another track
     playing
 };
 
@@ -57,7 +57,7 @@ constexpr auto tableOf(SessionTrackState)
                             }}};
 }
 
-/// A track that a client set up: its transport and whether it plays. Threads: its session's lock.
+/// A track that a client set up: its transport and state. Threads: its session's lock.
 class SessionTrack
 {
 public:
@@ -76,31 +76,30 @@ public:
         return state_.is(SessionTrackState::starting) || state_.is(SessionTrackState::playing);
     }
 
-    /// The last PLAY asked for it, or started it.
+    /// Whether the last PLAY prepared or started it.
     bool startedByPlay() const
     {
         return state_.is(SessionTrackState::preparing) || state_.is(SessionTrackState::starting);
     }
 
-    /// Another PLAY starts: what the one before started is not its own.
-    void beginPlay();
+    /// Another PLAY starts: the track no longer belongs to the previous one.
+    void startPlay();
     /// The controller plays it.
     void play();
-    /// The controller has to get it ready to play; one that plays goes on meanwhile.
+    /// The controller prepares it; a playing track keeps playing.
     void prepare();
-    /// Neither plays nor prepares to.
+    /// It neither plays nor prepares to.
     void pause();
 
-    /// The client sends on it. Looks at the controller's description, which is copied for it, at the first
-    /// call alone.
+    /// Whether the client sends on it. Only the first call reads the controller's description.
     bool isBackChannel(SafePointer<IRTSPController>& controller);
 
-    /// Closes the transport unless it is shared, and gives the channels back.
+    /// Closes the transport unless shared, and releases the channels.
     void close();
 
 private:
     StateMachine<SessionTrackState> state_{SessionTrackState::ready};
-    std::optional<bool> backChannel_;  // nothing while nobody asked
+    std::optional<bool> backChannel_;  // nothing until the first call
 };
 
 }  // namespace refhost

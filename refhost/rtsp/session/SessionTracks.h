@@ -19,12 +19,12 @@ class SessionTracks
 public:
     using Selection = std::vector<SessionTrack*>;
 
-    /// \returns null where no track of this id was set up
+    /// \returns null when no track with this id was set up
     SessionTrack* find(std::string_view id) const;
 
-    /// The tracks that a request means: one, or all with an empty id.
-    /// \param controller  knows the tracks that were not set up
-    /// \param[out] out    empty at first
+    /// The tracks of a request: one, or all with an empty id.
+    /// \param controller  also knows tracks that were not set up
+    /// \param[out] out    filled in; empty at first
     /// \returns 200; 404 for a track that does not exist; 455 for one that is not set up, or when none is
     RtspStatus select(std::string_view id, SafePointer<IRTSPController>& controller, Selection& out) const;
 
@@ -44,7 +44,7 @@ public:
 
     Selection all() const;
 
-    /// Whether the connection carries packets of a track.
+    /// Whether a track is interleaved in the connection.
     bool carriedBy(std::uint64_t connection) const;
 
     static bool anyPlaying(const Selection& tracks);

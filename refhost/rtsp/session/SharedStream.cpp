@@ -11,10 +11,10 @@ namespace refhost
 SharedStream SharedStream::of(SafePointer<IRTSPController>& controller)
 {
     SharedStream shared;
-    GeneralSessionInfo shown;
-    if (controller->getSessionInfo(shown) == 0)
+    GeneralSessionInfo session;
+    if (controller->getSessionInfo(session) == 0)
     {
-        shared.stream = {shown.getCameraID(), shown.getStreamID()};
+        shared.stream = {session.getCameraID(), session.getStreamID()};
     }
     MediaInfo info;
     if (controller->getMediaInfo(info) == 0)

@@ -12,8 +12,7 @@
 namespace refhost
 {
 
-/// The stream that a multicast presentation shows to all its sessions, as its controller tells. A plain
-/// value.
+/// The stream shared by all sessions of a multicast presentation. A plain value.
 struct SharedStream
 {
     MulticastPool::Stream stream{0, 0};

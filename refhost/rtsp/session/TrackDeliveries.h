@@ -19,29 +19,29 @@
 namespace refhost
 {
 
-/// The ways to the client that SETUP makes on one connection, and what its answer tells of them.
-/// Threads: the connection's; `services` and `connection` outlive it.
+/// Makes the transports for SETUP on one connection, and their Transport headers. Threads: the connection's;
+/// `services` and `connection` outlive it.
 class TrackDeliveries
 {
 public:
     TrackDeliveries(RtspServices& services, ClientConnection& connection);
 
     /// \param multicast  whether the presentation is sent to a group
-    /// \returns the first choice of the request's Transport headers that this server can do
+    /// \returns the first supported choice of the request's Transport headers; nothing when there is none
     std::optional<TransportChoice> choose(const RtspRequest& request, bool multicast) const;
 
     /// Makes the transport of one track of `session`.
-    /// \param trackId    as the request names it: empty for the only track
-    /// \param[out] text  the answer's Transport header so far, for answer()
-    /// \returns 200; 461 when there is no such transport; 503 when all groups are in use or multicast has no way
-    ///          out; 404 for a track that a group does not carry
+    /// \param trackId    of the request; empty for the only track
+    /// \param[out] text  the response's Transport header so far, for answer()
+    /// \returns 200; 461 when the transport is not available; 503 when all groups are in use or multicast has
+    ///          no route; 404 for a track that a group does not have
     RtspStatus make(const TransportChoice& choice, const RtspSession& session, std::string_view trackId,
                     RtspSession::Delivery& out, std::string& text);
 
-    /// Writes the Transport header of the answer to SETUP.
+    /// Writes the Transport header of the response to SETUP.
     static void answer(ResponseWriter& out, const std::string& text, std::uint32_t ssrc);
 
-    /// An interleaved frame from the client.
+    /// Takes an interleaved frame from the client.
     void received(int channel, const std::uint8_t* data, std::size_t size);
 
 private:
@@ -54,7 +54,7 @@ private:
 
     RtspServices& services_;
     ClientConnection& connection_;
-    std::shared_ptr<InterleavedChannels> channels_;  // made with the first interleaved track
+    std::shared_ptr<InterleavedChannels> channels_;  // null before the first interleaved track
 };
 
 }  // namespace refhost

@@ -8,9 +8,9 @@
 namespace refhost
 {
 
-/// Holds transports back for as long as it lives, so that the answer to PLAY leaves before the first packet.
+/// Holds transports while it exists, so that the response to PLAY is sent before the first packet.
 ///
-/// To be destroyed without a lock held: releasing tells the dispatch, which is not to be told under one.
+/// Requires: destroyed without a lock held, because releasing a transport calls its listener.
 class TransportHold
 {
 public:
@@ -20,7 +20,7 @@ public:
     ~TransportHold();
 
     void add(const SafePointer<RtpTransport>& transport);
-    /// Goes on holding what `other` holds, which holds nothing afterwards.
+    /// Takes over the transports of `other`.
     void absorb(TransportHold& other);
 
 private:

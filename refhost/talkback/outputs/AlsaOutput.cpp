@@ -17,7 +17,7 @@ namespace
 constexpr unsigned int bufferMicroseconds = 200000;
 constexpr unsigned int periodMicroseconds = 10000;
 
-// It would write to standard error itself.
+// The library would write to standard error.
 void toLog(const char*, int, const char* function, int, const char* format, ...)
 {
     std::array<char, 200> text{};
@@ -89,7 +89,7 @@ int AlsaOutput::setUp(const PcmFormat& format)
     snd_pcm_sw_params_t* software = nullptr;
     snd_pcm_sw_params_alloca(&software);
     result = snd_pcm_sw_params_current(pcm_, software);
-    // Each write that follows a silence starts with some of its own.
+    // Plays from the first frame on: a write that follows a pause starts with silence of its own.
     step(snd_pcm_sw_params_set_start_threshold(pcm_, software, 1));
     step(snd_pcm_sw_params(pcm_, software));
     return result;
@@ -136,7 +136,7 @@ bool AlsaOutput::write(const std::int16_t* samples, std::size_t frames)
         const snd_pcm_sframes_t written = snd_pcm_writei(pcm_, samples, frames);
         if (written == -EAGAIN)
         {
-            // It takes no more now: the rest would come too late anyway.
+            // The device is full: the rest would be too late anyway.
             return true;
         }
         if (written < 0)

@@ -12,8 +12,8 @@
 namespace refhost
 {
 
-/// Where audio goes: a sound card, a sound server, a file, nowhere. It plays at its own pace what it was
-/// given, and is silent when it has nothing.
+/// A destination of audio: a sound card, a sound server, a file, or none. Plays at its own pace, and is
+/// silent when its queue is empty.
 ///
 /// Threads: one at a time. Only open() may wait, and for half a second at most.
 class AudioOutput
@@ -21,24 +21,24 @@ class AudioOutput
 public:
     virtual ~AudioOutput() = default;
 
-    /// How a log names it: "ALSA device default".
+    /// Its name in the log: "ALSA device default".
     virtual std::string name() const = 0;
 
-    /// Opens it; it is closed now.
+    /// Opens it. Requires: it is closed.
     /// \param[out] problem  why it did not open
     /// \returns true when it is open
     virtual bool open(const PcmFormat& format, std::string& problem) = 0;
 
-    /// How much of what was written is not heard yet.
-    /// \returns frames, 0 when it ran dry or nothing was written yet; nothing when the output failed
+    /// How much of the written audio is not played yet.
+    /// \returns frames, 0 when it ran dry or before the first write; nothing when the output failed
     virtual std::optional<std::size_t> queued() = 0;
 
-    /// Plays behind what is queued, or at once when it ran dry.
+    /// Queues audio; plays it at once when it ran dry.
     /// \param samples  interleaved, `frames` for each channel
     /// \returns false when the output failed
     virtual bool write(const std::int16_t* samples, std::size_t frames) = 0;
 
-    /// Closes it; nothing happens to a closed one. What is queued may be cut off.
+    /// Closes it, if open. Queued audio may be cut off.
     virtual void close() = 0;
 
     /// \param kind    "alsa", "pulse", "wav" or "null"

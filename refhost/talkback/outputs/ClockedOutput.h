@@ -6,7 +6,7 @@
 namespace refhost
 {
 
-/// Nobody hears it: audio passes at the pace of the clock and is gone.
+/// Discards audio at the pace of the clock.
 class ClockedOutput : public AudioOutput
 {
 public:
@@ -22,8 +22,8 @@ public:
 protected:
     /// Frames from the opening until now.
     std::uint64_t passed() const;
-    /// Makes room for frames behind what is queued.
-    /// \returns where they will sound, counted from the opening
+    /// Queues frames.
+    /// \returns their position in frames since the opening
     std::uint64_t place(std::size_t frames);
 
 private:

@@ -34,9 +34,9 @@ void OutputPlayer::setEncoderType(int type)
     encoderType_ = type;
 }
 
-void OutputPlayer::tell(const std::string& problem)
+void OutputPlayer::logProblem(const std::string& problem)
 {
-    // It is tried again and again while somebody talks; one line is enough.
+    // It is retried while somebody talks; one line is enough.
     if (problem != reported_)
     {
         Log::warning("talk-back: {}", Log::safe(problem));
@@ -57,7 +57,7 @@ int OutputPlayer::open()
     std::string problem;
     if (!output_->open(format_, problem))
     {
-        tell(output_->name() + " cannot be opened: " + problem);
+        logProblem(output_->name() + " cannot be opened: " + problem);
         return statusPlayerUnusable;
     }
     open_ = true;
@@ -81,37 +81,37 @@ int OutputPlayer::play(const std::uint8_t* samples, std::size_t bytes)
         return statusPlayerUnusable;
     }
     const auto channels = static_cast<std::size_t>(format_.channels);
-    piece_.resize(bytes / (sizeof(std::int16_t) * channels) * channels);
-    if (!piece_.empty())
+    block_.resize(bytes / (sizeof(std::int16_t) * channels) * channels);
+    if (!block_.empty())
     {
-        std::memcpy(piece_.data(), samples, piece_.size() * sizeof(std::int16_t));
+        std::memcpy(block_.data(), samples, block_.size() * sizeof(std::int16_t));
     }
     const std::optional<std::size_t> queued = output_->queued();
     bool works = queued.has_value();
     if (works)
     {
-        pacer_->pace(*queued, piece_);
-        works = piece_.empty() || output_->write(piece_.data(), piece_.size() / channels);
+        pacer_->pace(*queued, block_);
+        works = block_.empty() || output_->write(block_.data(), block_.size() / channels);
     }
     if (!works)
     {
         noteFailure();
         return statusPlayerUnusable;
     }
-    notePlayed(piece_.size() / channels);
+    notePlayed(block_.size() / channels);
     return statusSuccess;
 }
 
 void OutputPlayer::noteFailure()
 {
-    tell(output_->name() + " failed");
+    logProblem(output_->name() + " failed");
     flaps_ = played_ < static_cast<std::size_t>(format_.sampleRate);
     backsOff_ = flaps_;
 }
 
 void OutputPlayer::notePlayed(std::size_t frames)
 {
-    // No further than it is asked: it would begin again from zero within a day where the type is small.
+    // Saturated: a 32-bit count of frames would wrap within a day.
     const auto second = static_cast<std::size_t>(format_.sampleRate);
     played_ = std::min(played_ + frames, second);
     if (flaps_ && played_ == second)

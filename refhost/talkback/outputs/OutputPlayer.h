@@ -14,7 +14,7 @@
 namespace refhost
 {
 
-/// The device's audio output as the talk-back manager and its dispatchers see it.
+/// The device's audio output, as the talk-back manager and its dispatchers use it.
 ///
 /// Threads: any; one lock of its own, for each whole operation.
 class OutputPlayer : public IMediaPlayer
@@ -26,20 +26,20 @@ public:
     ~OutputPlayer() noexcept(false) override;
 
     void setDeviceInfo(const DeviceInfoEx& info) override;
-    /// Only noted, in the log: the output is given decoded audio whatever clients send.
+    /// Logged only: the output gets decoded audio whatever clients send.
     void setEncoderType(int type) override;
-    /// An output that failed within its first second of audio is let rest: it does not open at the first try
-    /// after that, so that the worker waits a while.
-    /// \returns 0, or statusPlayerUnusable; the log says why, once until another thing goes wrong
+    /// After an output failed within its first second of audio, the first attempt to open it fails as well,
+    /// so that the worker backs off.
+    /// \returns 0, or statusPlayerUnusable; the reason is logged once until it changes
     int open() override;
     /// \param samples  of the format that the player was made with
-    /// \returns 0, also where audio came too fast and was dropped; statusPlayerUnusable when the output
-    ///          failed or is closed
+    /// \returns 0, even if audio was dropped as too fast; statusPlayerUnusable when the output failed or is
+    ///          closed
     int play(const std::uint8_t* samples, std::size_t bytes) override;
     void close() override;
 
 private:
-    void tell(const std::string& problem) OV_REQUIRES(mutex_);
+    void logProblem(const std::string& problem) OV_REQUIRES(mutex_);
     void noteFailure() OV_REQUIRES(mutex_);
     void notePlayed(std::size_t frames) OV_REQUIRES(mutex_);
 
@@ -50,12 +50,12 @@ private:
     std::string deviceId_ OV_GUARDED_BY(mutex_);
     int encoderType_ OV_GUARDED_BY(mutex_) = 0;
     bool open_ OV_GUARDED_BY(mutex_) = false;
-    std::string reported_ OV_GUARDED_BY(mutex_);    // what went wrong last
+    std::string reported_ OV_GUARDED_BY(mutex_);    // the last problem logged
     std::size_t played_ OV_GUARDED_BY(mutex_) = 0;  // frames since the opening
-    bool flaps_ OV_GUARDED_BY(mutex_) = false;      // it failed soon after the last openings
+    bool flaps_ OV_GUARDED_BY(mutex_) = false;      // failed soon after the last opening
     bool backsOff_ OV_GUARDED_BY(mutex_) = false;
     std::unique_ptr<PlayoutPacer> pacer_ OV_GUARDED_BY(mutex_);
-    std::vector<std::int16_t> piece_ OV_GUARDED_BY(mutex_);
+    std::vector<std::int16_t> block_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

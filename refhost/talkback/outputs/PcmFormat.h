@@ -11,8 +11,7 @@
 namespace refhost
 {
 
-/// What the device's audio output takes: interleaved signed 16-bit samples of this kind, whatever the clients
-/// send. A plain value.
+/// A format of interleaved signed 16-bit samples. A plain value.
 struct PcmFormat
 {
     int sampleRate = 48000;  ///< Hz

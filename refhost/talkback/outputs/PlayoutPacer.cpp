@@ -22,9 +22,9 @@ constexpr milliseconds maxExcess(15);
 constexpr milliseconds minAhead(10);
 /// The span over which the distance is judged.
 constexpr milliseconds judged(1000);
-/// One second's trouble is the network's or a busy machine's, not the clocks'.
+/// One bad second is due to the network or a busy machine, not to the clocks.
 constexpr int patienceSeconds = 5;
-/// One frame in so many is left out or added: a millisecond a second, ten times what clocks differ.
+/// One frame in so many is removed or added: a millisecond per second, ten times the difference of clocks.
 constexpr std::size_t driftStep = 1000;
 
 }  // namespace
@@ -34,8 +34,8 @@ PlayoutPacer::PlayoutPacer(const PcmFormat& format, milliseconds lead)
       channels_(static_cast<std::size_t>(format.channels)),
       lead_(lead),
       min_(std::numeric_limits<std::size_t>::max()),
-      shortest_(min_),
-      shortestBefore_(min_)
+      minBlock_(min_),
+      minBlockBefore_(min_)
 {
 }
 
@@ -47,7 +47,7 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
     }
     if (queued > format_.frames(lead_ + maxDelay))
     {
-        // Only what brings it back: a piece may be much longer than that.
+        // Only the excess: a block may be much longer than that.
         const std::size_t excess = std::min((queued - format_.frames(lead_)) * channels_, samples.size());
         samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(excess));
         if (samples.empty())
@@ -58,7 +58,7 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
     const std::size_t packet = packetOf(samples.size() / channels_);
     if (queued == 0)
     {
-        begin(packet, samples);
+        start(packet, samples);
         return;
     }
     const std::size_t longest = format_.frames(maxBlock);
@@ -67,23 +67,24 @@ void PlayoutPacer::pace(std::size_t queued, std::vector<std::int16_t>& samples)
     stretch(samples);
 }
 
-/// Silence goes before the piece for as much as it is shorter than a packet with its lead. A piece much
-/// longer than that came late: its beginning is dropped, because otherwise the packets behind it would be.
-void PlayoutPacer::begin(std::size_t packet, std::vector<std::int16_t>& samples)
+/// Silence fills a block up to the length of a packet with its lead. A much longer block is late: its start
+/// is dropped, because otherwise the packets behind it would be.
+void PlayoutPacer::start(std::size_t packet, std::vector<std::int16_t>& samples)
 {
-    const std::size_t wanted = format_.frames(lead_) + packet;
-    const std::size_t lead = wanted - std::min(wanted, samples.size() / channels_);
-    keepLast(std::min(wanted + format_.frames(maxDelay), format_.frames(maxBlock)) - lead, samples);
+    const std::size_t target = format_.frames(lead_) + packet;
+    const std::size_t lead = target - std::min(target, samples.size() / channels_);
+    keepLast(std::min(target + format_.frames(maxDelay), format_.frames(maxBlock)) - lead, samples);
     watch(format_.frames(lead_), samples.size() / channels_);
     stretch(samples);
     samples.insert(samples.begin(), lead * channels_, 0);
 }
 
-/// How long one packet is: the shortest piece of late, as pieces may be several packets and what is made up.
+/// The length of one packet: the shortest recent block, because blocks may be several packets and
+/// concealment.
 std::size_t PlayoutPacer::packetOf(std::size_t frames)
 {
-    shortest_ = std::min(shortest_, frames);
-    return std::min(shortest_, shortestBefore_);
+    minBlock_ = std::min(minBlock_, frames);
+    return std::min(minBlock_, minBlockBefore_);
 }
 
 void PlayoutPacer::keepLast(std::size_t frames, std::vector<std::int16_t>& samples) const
@@ -96,7 +97,7 @@ void PlayoutPacer::keepLast(std::size_t frames, std::vector<std::int16_t>& sampl
 
 void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
 {
-    // The least counts, not the mean: what is more than that comes and goes with uneven packets.
+    // The minimum, not the mean: anything above it varies with jitter.
     min_ = std::min(min_, ahead);
     watched_ += frames;
     if (watched_ >= format_.frames(judged))
@@ -104,7 +105,7 @@ void PlayoutPacer::watch(std::size_t ahead, std::size_t frames)
         judge();
         watched_ = 0;
         min_ = std::numeric_limits<std::size_t>::max();
-        shortestBefore_ = std::exchange(shortest_, min_);
+        minBlockBefore_ = std::exchange(minBlock_, min_);
     }
 }
 
@@ -142,13 +143,13 @@ void PlayoutPacer::stretch(std::vector<std::int16_t>& samples)
         return;
     }
     owed_ -= step * driftStep;
-    const std::size_t wanted = drift_ > 0 ? frames - step : frames + step;
+    const std::size_t target = drift_ > 0 ? frames - step : frames + step;
     stretched_.clear();
-    stretched_.reserve(wanted * channels_);
-    for (std::size_t i = 0; i < wanted; ++i)
+    stretched_.reserve(target * channels_);
+    for (std::size_t i = 0; i < target; ++i)
     {
         const double place =
-            static_cast<double>(i) * static_cast<double>(frames - 1) / static_cast<double>(wanted - 1);
+            static_cast<double>(i) * static_cast<double>(frames - 1) / static_cast<double>(target - 1);
         const std::size_t left = std::min(static_cast<std::size_t>(place), frames - 2);
         const double part = place - static_cast<double>(left);
         for (std::size_t c = 0; c < channels_; ++c)

@@ -145,7 +145,7 @@ std::optional<std::size_t> PulseOutput::queued()
     {
         return std::nullopt;
     }
-    // The server says first that it wants more, and only then that it ran dry.
+    // The server requests more before it reports an underflow.
     return room < attributes->tlength ? (attributes->tlength - room) / frameSize_ : 1;
 }
 

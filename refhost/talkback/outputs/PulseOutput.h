@@ -14,7 +14,7 @@ namespace refhost
 
 /// A sink of PulseAudio, or of PipeWire, which speaks its protocol.
 ///
-/// It has no thread: what the sound server sends is looked at whenever the output is used.
+/// It has no thread: messages of the sound server are handled whenever the output is used.
 class PulseOutput : public AudioOutput
 {
 public:

@@ -19,7 +19,7 @@ namespace
 
 constexpr std::size_t headerSize = 44;
 constexpr std::size_t formatChunkSize = 16;
-/// Sizes in the header have 32 bits, and the outer one counts most of the header too.
+/// Sizes in the header have 32 bits; the outer one includes most of the header.
 constexpr std::uint64_t maxDataBytes = std::numeric_limits<std::uint32_t>::max() - headerSize;
 using Header = std::array<std::uint8_t, headerSize>;
 
@@ -88,7 +88,7 @@ bool WavFile::open(const std::string& path, const PcmFormat& format, std::string
     close();
     format_ = format;
     frames_ = 0;
-    // Non-blocking: a named pipe must not be waited for.
+    // Non-blocking: do not wait for a named pipe.
     file_ = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644));
     if (!file_)
     {
@@ -128,7 +128,7 @@ bool WavFile::readHeader(std::uint64_t size, std::string& problem)
     Header found{};
     const ssize_t bytes = pread(file_.get(), found.data(), found.size(), 0);
     Header own = makeHeader(format_, 0);
-    // The two sizes may be anything: what is there beyond the header is what counts.
+    // Ignore the two sizes: the length of the file counts.
     std::copy_n(found.begin() + 4, 4, own.begin() + 4);
     std::copy_n(found.begin() + 40, 4, own.begin() + 40);
     if (bytes != static_cast<ssize_t>(headerSize) || own != found)
@@ -160,7 +160,7 @@ bool WavFile::write(std::uint64_t at, const std::vector<std::int16_t>& samples)
     {
         return false;
     }
-    // WAV is little-endian, as every machine that this host runs on is.
+    // WAV is little-endian, like every machine supported.
     if (!writeWhole(file_.get(), reinterpret_cast<const std::uint8_t*>(samples.data()), bytes,
                     headerSize + begin))
     {
@@ -176,7 +176,7 @@ bool WavFile::extend(std::uint64_t frames)
     {
         return true;
     }
-    // What a file is made longer by reads as zeros, and takes no room on the disk.
+    // The extension reads as zeros and takes no room on the disk.
     if (!file_ || frames * frameSize() > maxDataBytes ||
         ftruncate(file_.get(), static_cast<off_t>(headerSize + frames * frameSize())) != 0)
     {

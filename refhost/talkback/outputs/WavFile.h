@@ -11,8 +11,8 @@
 namespace refhost
 {
 
-/// A WAV file of 16-bit samples that grows. Its header is right after each operation, so that the file can be
-/// read at any time and after any end of the process.
+/// A growing WAV file of 16-bit samples. Its header is correct after each operation, so that the file is
+/// readable at any time, even if the process crashes.
 ///
 /// Threads: one at a time. Every operation waits for the disk.
 class WavFile
@@ -23,8 +23,8 @@ public:
     WavFile(const WavFile&) = delete;
     WavFile& operator=(const WavFile&) = delete;
 
-    /// Opens the file, to go on at its end, or makes it.
-    /// \param[out] problem  why not; the file is as it was then
+    /// Opens the file to append to it, or creates it.
+    /// \param[out] problem  why it failed; the file is unchanged then
     /// \returns true when it is open
     bool open(const std::string& path, const PcmFormat& format, std::string& problem);
     void close();
@@ -35,10 +35,10 @@ public:
         return frames_;
     }
 
-    /// Writes behind frame number `at`; silence is put between what there is and that.
-    /// \returns false when the disk or the format's 4 GiB are full; the frames before are kept
+    /// Writes from frame number `at` on; fills a gap before it with silence.
+    /// \returns false when the disk or the format's 4 GiB are full; earlier frames are kept
     bool write(std::uint64_t at, const std::vector<std::int16_t>& samples);
-    /// Makes the file at least `frames` long, with silence. \returns false when that failed
+    /// Extends the file to `frames` with silence, if shorter. \returns false on failure
     bool extend(std::uint64_t frames);
 
 private:

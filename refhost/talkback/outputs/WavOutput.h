@@ -12,10 +12,10 @@
 namespace refhost
 {
 
-/// Writes what a loudspeaker would play to a WAV file: sample by sample at its time since the opening, with
-/// silence where nothing plays while it is open. A file that is there is continued.
+/// Writes what a loudspeaker would play to a WAV file: each sample at its time since the opening, silence in
+/// between. Appends to an existing file.
 ///
-/// A thread of its own writes, because nobody may wait for a disk here.
+/// A thread of its own writes, because callers must not wait for a disk.
 class WavOutput : public ClockedOutput
 {
 public:
@@ -26,9 +26,9 @@ public:
     std::string name() const override;
     bool open(const PcmFormat& format, std::string& problem) override;
     std::optional<std::size_t> queued() override;
-    /// Fails also when the disk is seconds behind.
+    /// Also fails when the disk is seconds behind.
     bool write(const std::int16_t* samples, std::size_t frames) override;
-    /// What was written gets into the file soon; the destructor and open() wait for it.
+    /// Pending audio is still written; the destructor and open() wait for that.
     void close() override;
 
 private:
@@ -38,9 +38,9 @@ private:
     PcmFormat format_;
     bool open_ = false;
     std::uint64_t begin_ = 0;              // frames in the file at the opening
-    WavFile file_;                         // the writer's while it has tasks
-    std::atomic<bool> failed_{false};      // the writer could not write
-    std::atomic<std::size_t> waiting_{0};  // frames that the writer has not written yet
+    WavFile file_;                         // used by the writer while it has tasks
+    std::atomic<bool> failed_{false};      // writing failed
+    std::atomic<std::size_t> waiting_{0};  // frames not written yet
     std::unique_ptr<TaskQueue> writer_;
 };
 

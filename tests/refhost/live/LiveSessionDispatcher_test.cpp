@@ -78,7 +78,7 @@ TEST_F(LiveSessionDispatcherTest, UnknownSessionsAndTracksAreRefusedByEveryOpera
     EXPECT_TRUE(sessions.has("s"));
 }
 
-TEST_F(LiveSessionDispatcherTest, StartsWithTheLastKeyFrameAndTellsItsPacket)
+TEST_F(LiveSessionDispatcherTest, StartsWithTheLastKeyFrameAndReportsItsFirstPacket)
 {
     const auto viewer = open("early");
     ASSERT_EQ(0, sessions.play("early", video));
@@ -97,7 +97,7 @@ TEST_F(LiveSessionDispatcherTest, StartsWithTheLastKeyFrameAndTellsItsPacket)
     EXPECT_NE(wire->packets.front().ssrc, viewer->packets.front().ssrc);
 }
 
-TEST_F(LiveSessionDispatcherTest, TheAudioStartsWithTheFrame)
+TEST_F(LiveSessionDispatcherTest, AudioStartsWithTheVideo)
 {
     const auto frames = open("s", video);
     const auto audioWire = open("s", audio);
@@ -242,17 +242,17 @@ TEST_F(LiveSessionDispatcherTest, AnotherConnectionGoesOnWithoutAGap)
     EXPECT_EQ(1, source->viewers.load());
 }
 
-TEST_F(LiveSessionDispatcherTest, WhoJoinsIsToldThePacketThatComesNext)
+TEST_F(LiveSessionDispatcherTest, JoiningViewerLearnsNextPacket)
 {
     const auto first = open("group");
     sessions.play("group", video);
     ticks(3);
     const auto second = connect("group", video);
     sessions.play("group", video);
-    RTPPacketInfo told;
-    ASSERT_TRUE(sessions.firstPacketOfPlay("group", video, told));
+    RTPPacketInfo next;
+    ASSERT_TRUE(sessions.firstPacketOfPlay("group", video, next));
     ticks(1);
-    EXPECT_EQ(second->packets.front().sequence, told.sequenceNumber);
+    EXPECT_EQ(second->packets.front().sequence, next.sequenceNumber);
 }
 
 TEST_F(LiveSessionDispatcherTest, BothDispatchersShareTheSourcesTaps)

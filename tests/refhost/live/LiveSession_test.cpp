@@ -145,12 +145,12 @@ void LiveSessionTest::deliverBesideBusyAudio(bool byPlay)
     EXPECT_EQ(3U, frames->units().size());
 }
 
-TEST_F(LiveSessionTest, WhoHoldsTheSessionSendsWhatCameMeanwhile)
+TEST_F(LiveSessionTest, LockHolderSendsUnitsThatArrivedMeanwhile)
 {
     deliverBesideBusyAudio(true);
 }
 
-TEST_F(LiveSessionTest, WhoPumpsTheSessionSendsWhatCameMeanwhile)
+TEST_F(LiveSessionTest, PumpingThreadSendsUnitsThatArrivedMeanwhile)
 {
     deliverBesideBusyAudio(false);
 }
@@ -185,7 +185,7 @@ TEST_F(LiveSessionTest, RemoveWaitsForAPacketThatIsJustLeaving)
 TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
 {
     constexpr int threads = 4;
-    constexpr int rounds = 40;
+    constexpr int iterations = 40;
     std::atomic<bool> done{false};
     const auto constant = setUp("constant", video);
     play("constant", video);
@@ -217,15 +217,15 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
         viewers.emplace_back(
             [&, number]
             {
-                for (int round = 0; round < rounds; ++round)
+                for (int iteration = 0; iteration < iterations; ++iteration)
                 {
-                    const std::string session = std::to_string(number) + "-" + std::to_string(round);
+                    const std::string session = std::to_string(number) + "-" + std::to_string(iteration);
                     for (const char* track : {video, audio})
                     {
                         auto wire = std::make_shared<Wire>();
-                        wire->traits.maxCatchUpUnits = round % 2 == 0 ? 0 : 4;
-                        wire->traits.joinsUnits = round % 5 < 3;
-                        wire->capacity = round % 3 == 0 ? 40 : 4000;
+                        wire->traits.maxCatchUpUnits = iteration % 2 == 0 ? 0 : 4;
+                        wire->traits.joinsUnits = iteration % 5 < 3;
+                        wire->capacity = iteration % 3 == 0 ? 40 : 4000;
                         SafePointer<FakeTransport> transport(new FakeTransport(wire));
                         EXPECT_EQ(0, dispatcher->initTrack(stream, session, track, trackInfo(track), 1364));
                         EXPECT_EQ(0, dispatcher->addConnection(stream, session, track, transport));
@@ -235,8 +235,8 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
                         transport->release();
                         wires[static_cast<std::size_t>(number)].push_back(wire);
                     }
-                    pause(session, round % 2 == 0 ? video : audio);
-                    play(session, round % 2 == 0 ? video : audio);
+                    pause(session, iteration % 2 == 0 ? video : audio);
+                    play(session, iteration % 2 == 0 ? video : audio);
                     wires[static_cast<std::size_t>(number)].back()->ready();
                     for (const char* track : {video, audio})
                     {
@@ -261,7 +261,7 @@ TEST_F(LiveSessionTest, ViewersComeAndGoWhileUnitsFlow)
     EXPECT_TRUE(constant->contiguous());
     for (const auto& own : wires)
     {
-        EXPECT_EQ(2U * rounds, own.size());
+        EXPECT_EQ(2U * iterations, own.size());
         for (const auto& wire : own)
         {
             EXPECT_TRUE(wire->contiguous());

@@ -69,7 +69,7 @@ TEST_F(LiveTrackTest, UnitsInFrontOfTheFirstKeyFrameAreNoStart)
     EXPECT_EQ(1U, track->look(0).base);
 }
 
-TEST_F(LiveTrackTest, AGroupTooBigForTheRingIsNoStartAnyMore)
+TEST_F(LiveTrackTest, GopTooBigForTheRingIsNoStart)
 {
     settings.ringBytes = 10000;
     const auto track = make(true);
@@ -148,7 +148,7 @@ TEST_F(LiveTrackTest, FindsTheFirstUnitOfACaptureTime)
     EXPECT_EQ(nullptr, audio->firstSince(MonotonicTime(Duration(1200 * ms)), 5000).unit);
 }
 
-TEST_F(LiveTrackTest, ADiscontinuityForgetsEverythingAndPutsEverybodyBehind)
+TEST_F(LiveTrackTest, DiscontinuityClearsTheRingAndPutsEverySenderBehind)
 {
     const auto track = make(true);
     track->onAccessUnit(unit(0, true));
@@ -162,7 +162,7 @@ TEST_F(LiveTrackTest, ADiscontinuityForgetsEverythingAndPutsEverybodyBehind)
     EXPECT_EQ(1U, track->newestStart().epoch);
 }
 
-TEST_F(LiveTrackTest, WhoLeavesIsLetGoWithTheNextUnit)
+TEST_F(LiveTrackTest, LeavingSessionIsReleasedWithTheNextUnit)
 {
     const auto track = make(true);
     std::vector<std::shared_ptr<LiveSession>> sessions;

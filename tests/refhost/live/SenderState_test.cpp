@@ -32,7 +32,7 @@ TEST(SenderState, TheTableIsWhatTheHeaderSays)
                           {S::paused, S::ended}});
 }
 
-TEST(SenderFlow, WhoWaitsForAKeyFrameIsNotCongested)
+TEST(SenderFlow, WaitingForAKeyFrameIsNotCongested)
 {
     using F = SenderFlow;
     expectTransitions<F>({F::keepingUp, F::congested, F::waitingForKeyFrame},
@@ -105,7 +105,7 @@ TEST_F(TrackSenderStates, PausesFromWhereverItPlaysAndStartsAgain)
     sender->end();
 }
 
-TEST_F(TrackSenderStates, NothingLeadsOutOfTheEnd)
+TEST_F(TrackSenderStates, EndedIsFinal)
 {
     connect();
     EXPECT_EQ(sender->play(session), 0);

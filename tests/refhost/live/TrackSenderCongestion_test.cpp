@@ -76,7 +76,7 @@ TEST_F(TrackSenderTest, ALongCongestionLosesWholeUnitsUpToTheNewestKeyFrame)
     EXPECT_EQ(40U * 3600U, wire->packets[torn + 2].timestamp - wire->packets[torn + 1].timestamp);
 }
 
-TEST_F(TrackSenderTest, WhoFellOutOfTheRingWaitsForAKeyFrame)
+TEST_F(TrackSenderTest, SenderBehindTheRingWaitsForAKeyFrame)
 {
     settings.ringUnits = 8;
     make();

@@ -199,7 +199,7 @@ TEST_F(TrackSenderTest, APauseIsFollowedByAReport)
     EXPECT_EQ(2U, wire->rtcp.size());
 }
 
-TEST_F(TrackSenderTest, WhoNeverSentSendsNoBye)
+TEST_F(TrackSenderTest, SenderWithoutPacketsSendsNoBye)
 {
     const auto wire = setUp("s", video);
     play("s", video);

@@ -35,7 +35,7 @@ TEST_F(TrackSenderTest, RtpInfoNamesTheCachedKeyFrame)
     EXPECT_TRUE(ascending(*wire));
 }
 
-TEST_F(TrackSenderTest, RtpInfoNamesAPacketThatDoesNotExistYet)
+TEST_F(TrackSenderTest, RtpInfoNamesAFuturePacket)
 {
     const auto wire = setUp("s", video);
     play("s", video);
@@ -273,7 +273,7 @@ TEST_F(TrackSenderTest, AudioKeepsWhatLongGopsNeed)
 
 // ---- Audio that travels with the frame
 
-class AudioRideTest : public TrackSenderTest
+class AudioJoiningTest : public TrackSenderTest
 {
 protected:
     /// Starts a session whose transport joins units, both tracks up to date.
@@ -296,7 +296,7 @@ protected:
     std::shared_ptr<Wire> audioWire;
 };
 
-TEST_F(AudioRideTest, AudioGoesInFrontOfTheFrameThatFollows)
+TEST_F(AudioJoiningTest, AudioGoesInFrontOfTheFrameThatFollows)
 {
     begin();
     tickAudio();
@@ -311,7 +311,7 @@ TEST_F(AudioRideTest, AudioGoesInFrontOfTheFrameThatFollows)
     EXPECT_TRUE(audioWire->contiguous());
 }
 
-TEST_F(AudioRideTest, AudioDoesNotWaitLongerThanToldForALateFrame)
+TEST_F(AudioJoiningTest, AudioWaitsForALateFrameOnlyUpToTheLimit)
 {
     begin();
     tickAudio();
@@ -325,7 +325,7 @@ TEST_F(AudioRideTest, AudioDoesNotWaitLongerThanToldForALateFrame)
     EXPECT_EQ(3U, audioWire->packets.size());
 }
 
-TEST_F(AudioRideTest, AudioDoesNotWaitForAFrameThatIsStuckOrPaused)
+TEST_F(AudioJoiningTest, AudioDoesNotWaitForAFrameThatIsStuckOrPaused)
 {
     begin();
     frames->capacity = 0;
@@ -339,7 +339,7 @@ TEST_F(AudioRideTest, AudioDoesNotWaitForAFrameThatIsStuckOrPaused)
     EXPECT_EQ(2U, audioWire->packets.size());
 }
 
-TEST_F(AudioRideTest, AudioDoesNotWaitWhereItSavesNothing)
+TEST_F(AudioJoiningTest, AudioDoesNotWaitWhereItSavesNothing)
 {
     begin();
     frames->traits.joinsUnits = false;
@@ -349,7 +349,7 @@ TEST_F(AudioRideTest, AudioDoesNotWaitWhereItSavesNothing)
     EXPECT_FALSE(audioWire->packets[0].more);
 }
 
-TEST_F(AudioRideTest, UnitsThatCatchUpAreJoinedUpToTheLast)
+TEST_F(AudioJoiningTest, UnitsThatCatchUpAreJoinedUpToTheLast)
 {
     begin();
     ticks(20);
@@ -364,7 +364,7 @@ TEST_F(AudioRideTest, UnitsThatCatchUpAreJoinedUpToTheLast)
     }
 }
 
-TEST_F(AudioRideTest, AWayWithoutAPaceCatchesUpWithTheNextUnitInOneRun)
+TEST_F(AudioJoiningTest, UnpacedTransportCatchesUpInOneRunWithTheNextUnit)
 {
     begin();
     ticks(20);

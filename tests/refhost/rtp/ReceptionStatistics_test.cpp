@@ -29,7 +29,7 @@ protected:
     ReceptionStatistics statistics{clock};
 };
 
-TEST_F(ReceptionStatisticsTest, NothingReceivedIsNothingLost)
+TEST_F(ReceptionStatisticsTest, NoPacketReceivedMeansNoneLost)
 {
     EXPECT_FALSE(statistics.any());
     const ReceptionReport report = statistics.report(atMs(0));
@@ -39,7 +39,7 @@ TEST_F(ReceptionStatisticsTest, NothingReceivedIsNothingLost)
     EXPECT_EQ(0U, report.delaySinceReport);
 }
 
-TEST_F(ReceptionStatisticsTest, FractionIsOfTheIntervalAndTheSumOfAll)
+TEST_F(ReceptionStatisticsTest, FractionLostIsOfTheIntervalAndCumulativeLostOfAll)
 {
     for (std::uint16_t sequence = 100; sequence < 200; ++sequence)
     {
@@ -62,7 +62,7 @@ TEST_F(ReceptionStatisticsTest, FractionIsOfTheIntervalAndTheSumOfAll)
     EXPECT_EQ(298U, report.highestSequence);
 }
 
-TEST_F(ReceptionStatisticsTest, WhatComesLateOrTwiceCountsAsCome)
+TEST_F(ReceptionStatisticsTest, LateAndDuplicatePacketsCountAsReceived)
 {
     onTime(10);
     onTime(12);
@@ -85,16 +85,16 @@ TEST_F(ReceptionStatisticsTest, SequenceGoesOnOverItsWrap)
     EXPECT_EQ(0, statistics.lost());
 }
 
-TEST_F(ReceptionStatisticsTest, OnePacketOutOfSequenceChangesNothingAndTwoInOrderBeginAgain)
+TEST_F(ReceptionStatisticsTest, OnePacketOutOfSequenceIsIgnoredAndTwoInOrderRestart)
 {
-    EXPECT_EQ(Verdict::begun, onTime(100).verdict);
+    EXPECT_EQ(Verdict::started, onTime(100).verdict);
     EXPECT_EQ(Verdict::outOfSequence, onTime(30000).verdict);
     EXPECT_EQ(Verdict::counted, onTime(101).verdict);
     EXPECT_EQ(Verdict::outOfSequence, onTime(40000).verdict);
     EXPECT_EQ(Verdict::outOfSequence, onTime(50000).verdict);
     EXPECT_EQ(0, statistics.lost());
     const auto again = onTime(50001);
-    EXPECT_EQ(Verdict::begun, again.verdict);
+    EXPECT_EQ(Verdict::started, again.verdict);
     EXPECT_EQ(50001U, again.sequence);
     EXPECT_EQ(0, statistics.lost());
 }
@@ -134,7 +134,7 @@ TEST_F(ReceptionStatisticsTest, DelaySinceTheSenderReportIsIn65536ths)
     EXPECT_EQ(0x18000U, report.delaySinceReport);
 }
 
-TEST_F(ReceptionStatisticsTest, LossesStayWithinTheirFields)
+TEST_F(ReceptionStatisticsTest, LossesSaturateAtTheirFields)
 {
     // Four packets in five are lost, again and again: 24 bits hold about 10 minutes of such gaps.
     std::uint16_t sequence = 0;

@@ -67,7 +67,7 @@ TEST(RtcpReader, FindsTheTimeOfASenderReport)
     EXPECT_EQ(0x01010101U, findings.reporter);
 }
 
-TEST(RtcpReader, FindsTheReportAboutTheSender)
+TEST(RtcpReader, FindsTheReportOnTheSender)
 {
     RtcpFindings findings;
     ASSERT_TRUE(readExactly(reportOf(2, blockAboutOthers + blockAboutUs) + name, findings));
@@ -121,7 +121,7 @@ TEST(RtcpReader, RefusesMalformedPackets)
         {"nothing", {}},
         {"version 1", {0x40, 201, 0, 1, 1, 1, 1, 1}},
         {"an RTP packet", {0x80, 96, 0, 1, 1, 1, 1, 1}},
-        {"no report at the beginning", name + emptyReport},
+        {"no report at the start", name + emptyReport},
         {"a length beyond the end", {0x80, 201, 0, 2, 1, 1, 1, 1}},
         {"the greatest length", {0x80, 201, 0xff, 0xff, 1, 1, 1, 1}},
         {"more blocks than there is room for", reportOf(2, blockAboutUs)},

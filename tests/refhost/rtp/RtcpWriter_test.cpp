@@ -91,7 +91,7 @@ TEST_F(RtcpWriterTest, ReportAndNameReadBack)
     EXPECT_FALSE(gst_rtcp_packet_move_to_next(&packet));
 }
 
-TEST_F(RtcpWriterTest, ByeStandsLast)
+TEST_F(RtcpWriterTest, ByeIsLast)
 {
     ForeignReader reader(RtcpWriter({5U, WallTime(), 0U, 0U, 0U}, name, true));
     ASSERT_TRUE(reader.valid);

@@ -59,7 +59,7 @@ TEST(RtpReader, ReadsTheFieldsOfAPlainPacket)
     EXPECT_EQ((Bytes{1, 2, 3}), read.payload);
 }
 
-TEST(RtpReader, StepsOverContributingSourcesAndExtensionAndTakesPaddingOff)
+TEST(RtpReader, SkipsContributingSourcesAndExtensionAndRemovesPadding)
 {
     const Bytes sources(8, 0x55);
     const Bytes extension = {0xbe, 0xde, 0, 1, 9, 9, 9, 9};
@@ -70,7 +70,7 @@ TEST(RtpReader, StepsOverContributingSourcesAndExtensionAndTakesPaddingOff)
               readExactly(withFirst(0xb2, header) + sources + extension + Bytes{1, 2, 1}).payload);
 }
 
-TEST(RtpReader, RefusesWhatIsMalformedAndTouchesNothing)
+TEST(RtpReader, RefusesMalformedPacketsAndChangesNothing)
 {
     const std::vector<Bytes> malformed = {
         {},

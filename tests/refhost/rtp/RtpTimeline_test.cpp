@@ -39,7 +39,7 @@ TEST(RtpTimeline, FollowsTheSourceAcrossTheWrap)
     EXPECT_FALSE(moved);
 }
 
-TEST(RtpTimeline, GoesOnByTheElapsedCaptureTimeWhereTheSourceStartsAgain)
+TEST(RtpTimeline, AdvancesByTheElapsedCaptureTimeWhenTheSourceRestarts)
 {
     RtpTimeline timeline(RtpClock(90000), 1000);
     bool moved = false;
@@ -71,7 +71,7 @@ TEST(RtpTimeline, KeepsWhatItAnnounced)
     EXPECT_TRUE(moved);
 }
 
-TEST(RtpTimeline, TellsTheTimestampOfAnyInstant)
+TEST(RtpTimeline, GivesTheTimestampOfAnyInstant)
 {
     RtpTimeline timeline(RtpClock(90000), 500);
     bool moved = false;

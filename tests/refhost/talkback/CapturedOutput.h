@@ -11,22 +11,22 @@ namespace refhost
 namespace test
 {
 
-/// Keeps what a loudspeaker would play, for one channel; its begin is the opening.
+/// Keeps what a loudspeaker would play, for one channel, from the opening on.
 class CapturedOutput : public ClockedOutput
 {
 public:
-    /// \param heard  outlives the output
-    CapturedOutput(const HostClock& clock, Samples& heard) : ClockedOutput(clock), heard_(heard) {}
+    /// \param played  outlives the output
+    CapturedOutput(const HostClock& clock, Samples& played) : ClockedOutput(clock), played_(played) {}
 
     bool write(const std::int16_t* samples, std::size_t frames) override
     {
-        heard_.resize(static_cast<std::size_t>(place(frames)));
-        heard_.insert(heard_.end(), samples, samples + frames);
+        played_.resize(static_cast<std::size_t>(place(frames)));
+        played_.insert(played_.end(), samples, samples + frames);
         return true;
     }
 
 private:
-    Samples& heard_;
+    Samples& played_;
 };
 
 }  // namespace test

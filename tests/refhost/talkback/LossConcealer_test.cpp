@@ -19,9 +19,9 @@ Samples withGap(double hertz, int before, int lost, int after)
     Samples out(whole.begin(), whole.begin() + before * 8);
     Samples tail(whole.begin() + (before + lost) * 8, whole.end());
     LossConcealer concealer;
-    concealer.heard(telephone, out);
+    concealer.noteDecoded(telephone, out);
     concealer.makeUp(telephone, static_cast<std::size_t>(lost) * 8, out);
-    concealer.heard(telephone, tail);
+    concealer.noteDecoded(telephone, tail);
     out.insert(out.end(), tail.begin(), tail.end());
     return out;
 }
@@ -35,7 +35,7 @@ TEST(LossConcealer, LostPacketOfAVoiceSoundsOnAlmostAtItsLevel)
     EXPECT_LE(5500, test::rms(out, 480, 160)) << "the tone's own is 7071";
 }
 
-TEST(LossConcealer, SeamsAreNoSteps)
+TEST(LossConcealer, BoundariesAreContinuous)
 {
     for (const double hertz : {100.0, 230.0, 377.0, 1000.0})
     {
@@ -52,21 +52,21 @@ TEST(LossConcealer, LongGapFadesOutWithin60Milliseconds)
     EXPECT_LT(1000, test::rms(out, 480 + 1600 + 80, 80)) << "and the audio comes back";
 }
 
-TEST(LossConcealer, GapInPiecesIsOneGap)
+TEST(LossConcealer, GapConcealedInPartsIsOneGap)
 {
     Samples audio = test::tone(200, 8000, 480);
     Samples together = audio;
     LossConcealer one;
-    one.heard(telephone, together);
+    one.noteDecoded(telephone, together);
     one.makeUp(telephone, 320, together);
     LossConcealer two;
-    two.heard(telephone, audio);
+    two.noteDecoded(telephone, audio);
     two.makeUp(telephone, 160, audio);
     two.makeUp(telephone, 160, audio);
     EXPECT_EQ(together, audio);
 }
 
-TEST(LossConcealer, NothingHeardIsMadeUpAsSilence)
+TEST(LossConcealer, GapWithoutHistoryIsSilence)
 {
     LossConcealer concealer;
     Samples out;
@@ -74,21 +74,21 @@ TEST(LossConcealer, NothingHeardIsMadeUpAsSilence)
     EXPECT_EQ(Samples(20, 0), out);
 }
 
-TEST(LossConcealer, LittleHeardIsEnough)
+TEST(LossConcealer, ShortHistoryIsEnough)
 {
     LossConcealer concealer;
     Samples out{1000};
-    concealer.heard(telephone, out);
+    concealer.noteDecoded(telephone, out);
     concealer.makeUp(telephone, 8, out);
     EXPECT_EQ(9u, out.size());
     EXPECT_EQ(1000, out[8]);
 }
 
-TEST(LossConcealer, ResetForgetsWhatWasHeard)
+TEST(LossConcealer, ResetForgetsTheHistory)
 {
     LossConcealer concealer;
     Samples out = test::tone(200, 8000, 480);
-    concealer.heard(telephone, out);
+    concealer.noteDecoded(telephone, out);
     concealer.reset();
     out.clear();
     concealer.makeUp(telephone, 4, out);
@@ -103,7 +103,7 @@ TEST(LossConcealer, ChannelsStayApart)
     {
         out.insert(out.end(), {sample, 0});
     }
-    concealer.heard({8000, 2}, out);
+    concealer.noteDecoded({8000, 2}, out);
     out.clear();
     concealer.makeUp({8000, 2}, 160, out);
     ASSERT_EQ(320u, out.size());

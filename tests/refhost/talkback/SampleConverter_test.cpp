@@ -15,7 +15,7 @@ TEST(SampleConverter, AudioOfTheOutputsFormatPassesAsItIs)
     EXPECT_EQ((Samples{7, 1, 2, 3}), out);
 }
 
-TEST(SampleConverter, PiecesMakeOneContinuousTone)
+TEST(SampleConverter, BlocksMakeOneContinuousTone)
 {
     const Samples in = test::tone(1000, 8000, 8000);
     SampleConverter converter({48000, 1});
@@ -31,7 +31,8 @@ TEST(SampleConverter, PiecesMakeOneContinuousTone)
     EXPECT_LE(48000u - 48000u / 500, out.size()) << "two milliseconds stay in the filter";
     EXPECT_NEAR(10000, test::amplitudeAt(1000, 48000, out, 480, 46080), 100);
     const Samples amid(out.begin() + 480, out.end() - 480);
-    EXPECT_LE(test::steepest(amid), 1320) << "a seam would be a step; the tone's own are at most 1309";
+    EXPECT_LE(test::steepest(amid), 1320)
+        << "a discontinuity would be a step; the tone's own are at most 1309";
 }
 
 TEST(SampleConverter, StereoBecomesMonoAtTheSameLevel)
@@ -58,7 +59,7 @@ TEST(SampleConverter, AnotherFormatInTheMiddleIsTaken)
     EXPECT_NEAR(4800, static_cast<double>(out.size()), 100);
 }
 
-TEST(SampleConverter, SilenceOfNoLengthIsNothing)
+TEST(SampleConverter, EmptyInputGivesNothing)
 {
     SampleConverter converter({48000, 2});
     Samples out;
@@ -66,7 +67,7 @@ TEST(SampleConverter, SilenceOfNoLengthIsNothing)
     EXPECT_TRUE(out.empty());
 }
 
-TEST(SampleConverter, FormatThatIsNoneIsRefused)
+TEST(SampleConverter, InvalidFormatIsRefused)
 {
     SampleConverter converter({48000, 1});
     Samples out;

@@ -22,7 +22,7 @@ TalkSettings withPolicy(TalkPolicy policy)
     return settings;
 }
 
-TEST(SharedOutput, AudioOfWhoIsHeardGoesStraightToThePlayer)
+TEST(SharedOutput, AudibleAudioGoesStraightToThePlayer)
 {
     SharedOutput output(withPolicy(TalkPolicy::first));
     FakePlayer player;
@@ -78,7 +78,7 @@ TEST(SharedOutput, FailureOfThePlayerIsPassedOn)
     EXPECT_EQ(-77, output.play(&sender, {1}, player));
 }
 
-TEST(SharedOutput, NewOwnersStandInTheLogOnce)
+TEST(SharedOutput, NewOwnersAreLoggedOnce)
 {
     SharedOutput output(withPolicy(TalkPolicy::first));
     const int senders[2] = {};

@@ -13,7 +13,7 @@ using namespace refhost;
 
 // What can be seen without a sound card and without a sound server.
 
-TEST(AlsaOutput, DeviceThatIsNotThereIsTold)
+TEST(AlsaOutput, MissingDeviceIsReported)
 {
     AlsaOutput output("hw:CARD=nosuchcard");
     std::string problem;
@@ -72,7 +72,7 @@ TEST(AlsaOutput, DeviceGetsEverySampleAtItsRateAndOnItsChannel)
     EXPECT_EQ(audio, test::samplesOf(test::Bytes(file.begin() + 44, file.end())));
 }
 
-TEST(PulseOutput, ServerThatIsNotThereIsToldSoon)
+TEST(PulseOutput, MissingServerIsReportedSoon)
 {
     setenv("PULSE_SERVER", "unix:/nonexistent/pulse", 1);
     PulseOutput output("");

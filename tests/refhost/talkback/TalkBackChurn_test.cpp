@@ -44,7 +44,7 @@ std::size_t entriesOf(const char* folder)
     return count;
 }
 
-// How long threads are let at each other: longer for whoever wants to be sure.
+// How long the threads compete; set it longer for a thorough run.
 milliseconds churnTime()
 {
     const char* const seconds = std::getenv("OV_CHURN_SECONDS");
@@ -118,9 +118,9 @@ protected:
 
     // One client's life, with everything that a host may ask meanwhile. The worker, or another thread that
     // clears what does not play, may end the session at any moment of it.
-    void live(int thread, int round)
+    void live(int thread, int iteration)
     {
-        const std::string session = std::to_string(thread) + "-" + std::to_string(round);
+        const std::string session = std::to_string(thread) + "-" + std::to_string(iteration);
         const auto wire = std::make_shared<Wire>();
         unexpected_ += add(session) == 0 ? 0 : 1;
         expectDoneOrGone(connect(session, wire));
@@ -140,19 +140,19 @@ protected:
             expectDoneOrGone(manager_->getTrackSSRC(session, ssrc));
             manager_->findSession(session);
             unexpected_ += manager_->getSessionNum() < 0 ? 1 : 0;
-            std::this_thread::sleep_for(milliseconds(round % 4));
+            std::this_thread::sleep_for(milliseconds(iteration % 4));
         }
         expectDoneOrGone(manager_->pauseAudio(session));
-        if (round % 3 == 0)
+        if (iteration % 3 == 0)
         {
             expectDoneOrGone(manager_->startAudio(session));
         }
-        if (round % 5 == 0)
+        if (iteration % 5 == 0)
         {
             const std::lock_guard<std::mutex> guard(wire->mutex);
             wire->status = SendStatus::closed;
         }
-        if (round % 7 == 0)
+        if (iteration % 7 == 0)
         {
             manager_->clearStopSession();
         }
@@ -181,16 +181,16 @@ TEST_F(TalkBackChurn, SessionsComeAndGoOnManyThreadsAndLeaveNothing)
     auto output = std::make_unique<CapturedOutput>();
     ASSERT_EQ(0, manager_->start());
     const auto end = Clock::now() + churnTime();
-    std::array<std::atomic<int>, 4> rounds{};
+    std::array<std::atomic<int>, 4> iterations{};
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread)
     {
         threads.emplace_back(
-            [this, thread, end, &rounds]
+            [this, thread, end, &iterations]
             {
                 while (Clock::now() < end)
                 {
-                    live(thread, rounds.at(static_cast<std::size_t>(thread))++);
+                    live(thread, iterations.at(static_cast<std::size_t>(thread))++);
                 }
             });
     }
@@ -208,7 +208,7 @@ TEST_F(TalkBackChurn, SessionsComeAndGoOnManyThreadsAndLeaveNothing)
     EXPECT_FALSE(manager_->isRunning());
     EXPECT_EQ(threadsBefore, entriesOf("/proc/self/task"));
     EXPECT_EQ(filesBefore, entriesOf("/proc/self/fd"));
-    for (const std::atomic<int>& count : rounds)
+    for (const std::atomic<int>& count : iterations)
     {
         EXPECT_LT(2, count);
     }

@@ -234,7 +234,7 @@ TEST(TalkDecoder, OpusOfOneAndOfTwoChannelsBecomesWhatTheOutputTakes)
     }
 }
 
-TEST(TalkDecoder, OpusThatIsNoneAppendsNothing)
+TEST(TalkDecoder, InvalidOpusAppendsNothing)
 {
     const auto decoder = TalkDecoder::make(track("opus", 48000, 2), {48000, 1});
     ASSERT_TRUE(decoder);
@@ -245,7 +245,7 @@ TEST(TalkDecoder, OpusThatIsNoneAppendsNothing)
     EXPECT_TRUE(out.empty());
 }
 
-TEST(TalkDecoder, FrameThatIsNoneAppendsNothingAndTheNextOneIsDecoded)
+TEST(TalkDecoder, InvalidFrameAppendsNothingAndTheNextOneIsDecoded)
 {
     const AacFile file = aacTone(16000, 1);
     ASSERT_LE(10u, file.units.size());
@@ -314,7 +314,7 @@ TEST(TalkDecoder, MadeUpAudioHasABound)
     EXPECT_EQ(1600u, out.size());
 }
 
-TEST(TalkDecoder, AfterAResetNothingOfBeforeIsHeard)
+TEST(TalkDecoder, AfterAResetNoEarlierAudioIsPlayed)
 {
     const auto decoder = TalkDecoder::make(track("PCMA", 8000), {48000, 1});
     ASSERT_TRUE(decoder);

@@ -14,7 +14,7 @@ namespace test
 namespace
 {
 
-/// A section of access unit headers: each with its size and index.
+/// The AU header section: each header with its size and index.
 Bytes headers(const std::vector<std::pair<unsigned, unsigned>>& units)
 {
     const std::size_t bits = units.size() * 16;
@@ -93,7 +93,7 @@ TEST(TalkDepayloader, AacPacketHoldsOneUnitOrSeveral)
     EXPECT_EQ(3072U, aac.ticks);
 }
 
-TEST(TalkDepayloader, AacUnitIsPutTogetherFromItsPieces)
+TEST(TalkDepayloader, AacUnitIsAssembledFromFragments)
 {
     Depayload aac(Codec::aac);
     EXPECT_TRUE(aac.read(headers({{5, 0}}) + Bytes{1, 2}, 9, false));
@@ -105,7 +105,7 @@ TEST(TalkDepayloader, AacUnitIsPutTogetherFromItsPieces)
     EXPECT_EQ(1024U, aac.ticks);
 }
 
-TEST(TalkDepayloader, AacPiecesOfDifferentUnitsAreNotMixed)
+TEST(TalkDepayloader, AacFragmentsOfDifferentUnitsAreNotMixed)
 {
     Depayload aac(Codec::aac);
     EXPECT_TRUE(aac.read(headers({{4, 0}}) + Bytes{1, 2}, 9, false));
@@ -114,7 +114,7 @@ TEST(TalkDepayloader, AacPiecesOfDifferentUnitsAreNotMixed)
     EXPECT_EQ((std::vector<Bytes>{{5, 6, 7, 8}}), aac.frames);
     EXPECT_TRUE(aac.read(headers({{4, 0}}) + Bytes{1, 2}, 11, false));
     aac.depayloader->reset();
-    EXPECT_FALSE(aac.read(headers({{4, 0}}) + Bytes{3, 4}, 11, true)) << "its first piece is lost";
+    EXPECT_FALSE(aac.read(headers({{4, 0}}) + Bytes{3, 4}, 11, true)) << "its first fragment is lost";
 }
 
 TEST(TalkDepayloader, MalformedAacGivesNothing)
@@ -131,10 +131,10 @@ TEST(TalkDepayloader, MalformedAacGivesNothing)
         headers({{3, 0}}),                        // no data
         headers({{3, 1}}) + Bytes{1, 2, 3},       // interleaved
         headers({{3, 0}, {1, 2}}) + Bytes(4, 1),  // interleaved
-        headers({{3, 0}}) + Bytes{1, 2, 3, 4},    // more data than told
+        headers({{3, 0}}) + Bytes{1, 2, 3, 4},    // more data than announced
         headers({{3, 0}, {9, 0}}) + Bytes(6, 1),  // less
         headers({{0, 0}, {1, 0}}) + Bytes{1},     // an empty unit
-        headers({{8191, 0}}) + Bytes{1},          // a piece that claims to be the last
+        headers({{8191, 0}}) + Bytes{1},          // a fragment marked as the last
     };
     for (std::size_t i = 0; i < malformed.size(); ++i)
     {

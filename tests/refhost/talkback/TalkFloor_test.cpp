@@ -22,7 +22,7 @@ protected:
     const TalkFloor::TalkSender carl = &senders_[2];
 };
 
-TEST_F(TalkFloorTest, FirstTalkSenderIsHeardUntilHalfASecondOfSilence)
+TEST_F(TalkFloorTest, FirstTalkSenderIsAudibleUntilHalfASecondOfSilence)
 {
     TalkFloor floor(TalkPolicy::first, silence);
     EXPECT_EQ(nullptr, floor.owner());
@@ -36,7 +36,7 @@ TEST_F(TalkFloorTest, FirstTalkSenderIsHeardUntilHalfASecondOfSilence)
     EXPECT_EQ(bert, floor.owner());
 }
 
-TEST_F(TalkFloorTest, WhoPausesOrLeavesIsSilentAtOnce)
+TEST_F(TalkFloorTest, PausingOrLeavingSenderIsSilentAtOnce)
 {
     TalkFloor floor(TalkPolicy::first, silence);
     floor.claim(anna, atMs(0));
@@ -47,7 +47,7 @@ TEST_F(TalkFloorTest, WhoPausesOrLeavesIsSilentAtOnce)
     EXPECT_TRUE(floor.claim(carl, atMs(2)));
 }
 
-TEST_F(TalkFloorTest, WhoDoesNotOwnTheOutputMayLeaveUnnoticed)
+TEST_F(TalkFloorTest, LeavingSenderWithoutTheOutputChangesNothing)
 {
     TalkFloor floor(TalkPolicy::first, silence);
     floor.claim(anna, atMs(0));
@@ -63,7 +63,7 @@ TEST_F(TalkFloorTest, NewestWinsOnceAndKeepsTheOutputFromThoseWhoTalkOn)
     EXPECT_TRUE(floor.claim(bert, atMs(10)));
     EXPECT_FALSE(floor.claim(anna, atMs(20)));
     EXPECT_TRUE(floor.claim(bert, atMs(30)));
-    // Bert stops; Anna, who talks on, is heard again when he was silent long enough.
+    // Bert stops; Anna talks on and is audible again after his silence.
     for (int now = 40; now < 530; now += 20)
     {
         EXPECT_FALSE(floor.claim(anna, atMs(now)));
@@ -72,7 +72,7 @@ TEST_F(TalkFloorTest, NewestWinsOnceAndKeepsTheOutputFromThoseWhoTalkOn)
     EXPECT_TRUE(floor.claim(bert, atMs(540))) << "he starts again";
 }
 
-TEST_F(TalkFloorTest, EverybodyIsHeardWhereSendersAreMixed)
+TEST_F(TalkFloorTest, EverySenderIsAudibleWhereSendersAreMixed)
 {
     TalkFloor floor(TalkPolicy::mix, silence);
     EXPECT_TRUE(floor.claim(anna, atMs(0)));

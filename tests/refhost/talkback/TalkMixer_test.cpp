@@ -31,7 +31,7 @@ protected:
     TalkMixer mixer{format};
 };
 
-TEST_F(TalkMixerTest, NothingComesOfNobody)
+TEST_F(TalkMixerTest, NoSenderMeansNoAudio)
 {
     EXPECT_TRUE(takeAt(0).empty());
     EXPECT_TRUE(takeAt(1000).empty());
@@ -84,7 +84,7 @@ TEST_F(TalkMixerTest, ATalkSenderThatRunsDryIsSilentUntilItIsAheadAgain)
     EXPECT_EQ(Samples(80, 3), takeAt(90));
 }
 
-TEST_F(TalkMixerTest, WhatIsTooFarAheadLosesItsOldest)
+TEST_F(TalkMixerTest, AudioTooFarAheadLosesItsOldest)
 {
     mixer.add(anna, Samples(1600, 1));
     mixer.add(anna, Samples(1520, 2));
@@ -104,7 +104,7 @@ TEST_F(TalkMixerTest, ABurstDelaysATalkSenderUntilItsNextPacketOnly)
     EXPECT_EQ(Samples(160, 2), takeAt(100)) << "60 ms after it came";
 }
 
-TEST_F(TalkMixerTest, ABreakIsNotMadeUpFor)
+TEST_F(TalkMixerTest, LongBreakIsNotCaughtUp)
 {
     mixer.add(anna, Samples(1600, 1));
     takeAt(0);

@@ -1,4 +1,4 @@
-// What is heard of talk-back over a network that loses and exchanges packets: from packets to the output, by
+// What is played of talk-back over a network that loses and exchanges packets: from packets to the output, by
 // a clock that the test moves, so that no busy machine has a part in it.
 #include <gtest/gtest.h>
 
@@ -43,13 +43,13 @@ struct Network
 constexpr Network good{0, 0, 15};
 constexpr Network bad{5, 5, 3};
 
-/// What was heard of a talk.
-struct Heard
+/// What was played of a talk.
+struct Result
 {
     int arrived = 0;
-    int whole = 0;            ///< packets that arrived and were heard to their end
+    int whole = 0;            ///< packets that arrived and were played to their end
     std::size_t silence = 0;  ///< frames, from the first packet's to the last
-    int delayMs = 0;          ///< longest, from a packet's arrival to the beginning of its audio
+    int delayMs = 0;          ///< longest, from a packet's arrival to the start of its audio
 };
 
 class TalkSender
@@ -88,11 +88,11 @@ public:
         EXPECT_FALSE(fault);
     }
 
-    Heard judge() const
+    Result judge() const
     {
         constexpr std::ptrdiff_t nearby = 20 * packetFrames;
         constexpr std::ptrdiff_t enough = packetFrames * 3 / 4;
-        Heard out;
+        Result out;
         auto at = std::find_if(samples_.begin(), samples_.end(), [](std::int16_t s) { return s != 0; });
         const auto first = at;
         auto last = at;
@@ -162,25 +162,25 @@ class TalkQuality : public testing::TestWithParam<TalkPolicy>
 {
 };
 
-TEST_P(TalkQuality, OverANetworkThatIsOnlyUnevenEverythingIsHeardWithin120Milliseconds)
+TEST_P(TalkQuality, JitterAloneLosesNothingAndDelaysBelow120Milliseconds)
 {
     for (unsigned seed = 1; seed <= 5; ++seed)
     {
-        const Heard heard = TalkSender(seed, good, GetParam()).judge();
-        EXPECT_EQ(packets, heard.whole) << "seed " << seed;
-        EXPECT_EQ(0u, heard.silence) << "seed " << seed;
-        EXPECT_GT(120, heard.delayMs) << "seed " << seed;
+        const Result result = TalkSender(seed, good, GetParam()).judge();
+        EXPECT_EQ(packets, result.whole) << "seed " << seed;
+        EXPECT_EQ(0u, result.silence) << "seed " << seed;
+        EXPECT_GT(120, result.delayMs) << "seed " << seed;
     }
 }
 
-TEST_P(TalkQuality, OverABadNetworkNearlyEverythingThatArrivesIsHeardSoonAndSilenceIsShort)
+TEST_P(TalkQuality, BadNetworkLeavesShortSilencesAndPlaysNearlyAllArrivedAudioSoon)
 {
     for (unsigned seed = 1; seed <= 10; ++seed)
     {
-        const Heard heard = TalkSender(seed, bad, GetParam()).judge();
-        EXPECT_LE(heard.arrived - 2, heard.whole) << "seed " << seed;
-        EXPECT_GE(60u * format.sampleRate / 1000, heard.silence) << "in 20 s, seed " << seed;
-        EXPECT_GE(130, heard.delayMs) << "seed " << seed;
+        const Result result = TalkSender(seed, bad, GetParam()).judge();
+        EXPECT_LE(result.arrived - 2, result.whole) << "seed " << seed;
+        EXPECT_GE(60u * format.sampleRate / 1000, result.silence) << "in 20 s, seed " << seed;
+        EXPECT_GE(130, result.delayMs) << "seed " << seed;
     }
 }
 

@@ -79,7 +79,7 @@ TEST_F(TalkReceiveQueueTest, KeepsTheNewestWhenItIsFull)
     EXPECT_FALSE(receiveQueue.takeRtp(packet));
 }
 
-TEST_F(TalkReceiveQueueTest, TellsWhatWasDroppedUntilItIsOpenedAgain)
+TEST_F(TalkReceiveQueueTest, CountsDroppedPacketsUntilItIsOpenedAgain)
 {
     const std::vector<std::uint8_t> longer(4097);
     receiveQueue.open();
@@ -104,7 +104,7 @@ TEST_F(TalkReceiveQueueTest, DropsWhatIsTooLong)
     EXPECT_TRUE(receiveQueue.takeRtp(packet));
 }
 
-TEST_F(TalkReceiveQueueTest, ThreadsThatPutAndTakeDoNotDisturbEachOther)
+TEST_F(TalkReceiveQueueTest, ThreadsPutAndTakeConcurrently)
 {
     receiveQueue.open();
     std::atomic<bool> done{false};

@@ -30,9 +30,9 @@ protected:
         return reception.add({packet.bytes(), atMs(ms)});
     }
 
-    bool takeAt(std::int64_t ms, bool heard = true)
+    bool takeAt(std::int64_t ms, bool audible = true)
     {
-        return reception.take(atMs(ms), heard, samples);
+        return reception.take(atMs(ms), audible, samples);
     }
 
     const std::shared_ptr<std::vector<Decoded>> calls = std::make_shared<std::vector<Decoded>>();
@@ -79,7 +79,7 @@ TEST_F(TalkReceptionTest, ALongHoleIsConcealedForAFifthOfASecond)
     EXPECT_EQ(concealed(1600), (*calls)[2]);
 }
 
-TEST_F(TalkReceptionTest, ASilentTalkSendersJumpOfTimeIsNoLoss)
+TEST_F(TalkReceptionTest, TimestampJumpOfASilentSenderIsNoLoss)
 {
     bring(10, 0);
     RtpPacket later;
@@ -107,7 +107,7 @@ TEST_F(TalkReceptionTest, ExchangedPacketsAreDecodedInOrder)
     EXPECT_EQ(1U, reception.statistics().duplicates);
 }
 
-TEST_F(TalkReceptionTest, WhatIsNoAudioOfTheTrackIsCountedAndDropped)
+TEST_F(TalkReceptionTest, PacketsOfOtherKindsAreCountedAndDropped)
 {
     EXPECT_FALSE(reception.add({{}, atMs(0)}));
     EXPECT_FALSE(reception.add({{1, 2, 3}, atMs(0)}));
@@ -124,7 +124,7 @@ TEST_F(TalkReceptionTest, WhatIsNoAudioOfTheTrackIsCountedAndDropped)
     EXPECT_EQ(1U, samples.size());
 }
 
-TEST_F(TalkReceptionTest, AnotherSourceIsHeardWhenTheFirstWasSilentForHalfASecond)
+TEST_F(TalkReceptionTest, AnotherSourceIsAudibleWhenTheFirstWasSilentForHalfASecond)
 {
     bring(10, 0);
     RtpPacket other;
@@ -142,7 +142,7 @@ TEST_F(TalkReceptionTest, AnotherSourceIsHeardWhenTheFirstWasSilentForHalfASecon
     EXPECT_EQ(frame(99), calls->back());
 }
 
-TEST_F(TalkReceptionTest, SourceThatStartsAgainIsNoLoss)
+TEST_F(TalkReceptionTest, RestartOfTheSourceIsNoLoss)
 {
     bring(10, 0);
     takeAt(0);
@@ -229,7 +229,7 @@ TEST_F(TalkReceptionTest, AFloodIsDecodedOnlyAsFarAsAnOutputTakesIt)
         << "the next turn starts again";
 }
 
-TEST_F(TalkReceptionTest, HolesCountAsWhatIsMadeUpForThem)
+TEST_F(TalkReceptionTest, ConcealedHolesCountAsAudio)
 {
     for (std::uint16_t number = 0; number < 20; number += 2)
     {
@@ -243,7 +243,7 @@ TEST_F(TalkReceptionTest, HolesCountAsWhatIsMadeUpForThem)
               *calls);
 }
 
-TEST_F(TalkReceptionTest, WhoIsNotHeardIsNotDecodedAndStartsAgainLater)
+TEST_F(TalkReceptionTest, InaudibleSenderIsNotDecodedAndStartsAgainLater)
 {
     bring(10, 0);
     takeAt(0, false);

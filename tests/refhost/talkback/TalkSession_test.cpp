@@ -129,7 +129,7 @@ TEST_F(TalkSessionTest, AudioOfAClientIsPlayed)
     EXPECT_FALSE(fault);
 }
 
-TEST_F(TalkSessionTest, AudioThatWaitsForAMissingPacketAsksForAnotherTurn)
+TEST_F(TalkSessionTest, AudioWaitingForAMissingPacketRequestsAnotherTurn)
 {
     const auto talk = playingTalk();
     talk->bring(1);
@@ -141,7 +141,7 @@ TEST_F(TalkSessionTest, AudioThatWaitsForAMissingPacketAsksForAnotherTurn)
     EXPECT_EQ((std::vector<std::int16_t>{1, -1, 3}), player_->played);
 }
 
-TEST_F(TalkSessionTest, ADecoderExistsFromTheFirstPacketThatIsHeardUntilThePause)
+TEST_F(TalkSessionTest, DecoderExistsFromTheFirstAudiblePacketUntilThePause)
 {
     const auto speaker = playingTalk();
     const auto other = playingTalk();
@@ -191,7 +191,7 @@ TEST_F(TalkSessionTest, NothingIsTakenBeforePlayAndAfterPause)
     EXPECT_TRUE(player_->played.empty());
 }
 
-TEST_F(TalkSessionTest, AFailedOutputIsAFaultAndNoEnd)
+TEST_F(TalkSessionTest, FailedOutputIsAFaultButDoesNotEndTheSession)
 {
     const auto talk = playingTalk();
     player_->result = -5;
@@ -241,7 +241,7 @@ TEST_F(TalkSessionTest, WithoutPlayerOrDecoderASessionIsRefused)
     EXPECT_EQ(hostTalkBackUnavailable, makeTalk()->session.init(track));
 }
 
-TEST_F(TalkSessionTest, OneTalkSenderIsHeardAndAnotherNotDecoded)
+TEST_F(TalkSessionTest, OneTalkSenderIsAudibleAndTheOtherNotDecoded)
 {
     const auto anna = playingTalk();
     const auto bert = playingTalk();
@@ -270,7 +270,7 @@ TEST_F(TalkSessionTest, RefusedUntilTheOtherSessionEnds)
     EXPECT_EQ(0, makeTalk()->prepare());
 }
 
-TEST_F(TalkSessionTest, ReceiverReportsTellLossJitterAndTheSendersReport)
+TEST_F(TalkSessionTest, ReceiverReportsHaveLossJitterAndTheSendersReport)
 {
     const auto talk = playingTalk();
     for (std::uint16_t number = 100; number < 120; ++number)
@@ -288,15 +288,15 @@ TEST_F(TalkSessionTest, ReceiverReportsTellLossJitterAndTheSendersReport)
     clock.advanceMs(600);
     EXPECT_EQ(0, talk->session.report());
     ASSERT_EQ(1U, talk->reports());
-    RtcpFindings told = talk->lastReport();
-    ASSERT_TRUE(told.reported);
-    EXPECT_EQ(static_cast<std::uint32_t>(talk->session.ssrc()), told.reporter);
-    EXPECT_EQ(3, told.report.cumulativeLost);
-    EXPECT_EQ(3 * 256 / 20, told.report.fractionLost);
-    EXPECT_EQ(119U, told.report.highestSequence);
-    EXPECT_EQ(0U, told.report.jitter);
-    EXPECT_EQ(NtpTime(WallTime(std::chrono::milliseconds(1500))).compact(), told.report.lastReport);
-    EXPECT_EQ(600U * 65536 / 1000, told.report.delaySinceReport);
+    RtcpFindings sent = talk->lastReport();
+    ASSERT_TRUE(sent.reported);
+    EXPECT_EQ(static_cast<std::uint32_t>(talk->session.ssrc()), sent.reporter);
+    EXPECT_EQ(3, sent.report.cumulativeLost);
+    EXPECT_EQ(3 * 256 / 20, sent.report.fractionLost);
+    EXPECT_EQ(119U, sent.report.highestSequence);
+    EXPECT_EQ(0U, sent.report.jitter);
+    EXPECT_EQ(NtpTime(WallTime(std::chrono::milliseconds(1500))).compact(), sent.report.lastReport);
+    EXPECT_EQ(600U * 65536 / 1000, sent.report.delaySinceReport);
     EXPECT_EQ(audioDispatcherIdle, talk->session.report());
     clock.advanceMs(4999);
     EXPECT_EQ(audioDispatcherIdle, talk->session.report());
@@ -341,7 +341,7 @@ TEST_F(TalkSessionTest, MalformedRtcpIsCountedAndEndsNothing)
     EXPECT_EQ(3U, talk->session.statistics().badRtcp);
 }
 
-TEST_F(TalkSessionTest, TheEndTellsInTheLogWhatWasDropped)
+TEST_F(TalkSessionTest, EndLogsTheDroppedPackets)
 {
     const auto talk = playingTalk();
     talk->bring(1);
@@ -359,7 +359,7 @@ TEST_F(TalkSessionTest, TheEndTellsInTheLogWhatWasDropped)
     EXPECT_NE(std::string::npos, text.find("ended; 1 packets, 0 lost, 0 late, 3 dropped")) << text;
 }
 
-TEST_F(TalkSessionTest, AnEndSendsByeOnceAndLetsTheConnectionGo)
+TEST_F(TalkSessionTest, EndSendsByeOnceAndReleasesTheConnection)
 {
     auto talk = playingTalk();
     const auto wire = talk->wire;

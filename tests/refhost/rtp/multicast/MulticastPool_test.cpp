@@ -61,14 +61,14 @@ TEST(MulticastPool, AStreamComesBackToItsGroupWhileNobodyNeedsIt)
     EXPECT_EQ("239.255.42.0", pool.take({1, 0})->addressText());
 }
 
-TEST(MulticastPool, APreviewTellsWhatWillBeTaken)
+TEST(MulticastPool, PreviewNamesTheGroupThatIsTakenLater)
 {
     MulticastPool pool(settings("239.255.42.0/24"));
-    const auto shown = pool.preview({1, 1});
+    const auto preview = pool.preview({1, 1});
     pool.take({1, 0});
     EXPECT_EQ(0U, pool.taken());
-    ASSERT_TRUE(shown);
-    EXPECT_EQ(*shown, *pool.take({1, 1}));
+    ASSERT_TRUE(preview);
+    EXPECT_EQ(*preview, *pool.take({1, 1}));
 }
 
 TEST(MulticastPool, APreviewOfAFullPoolIsNothing)

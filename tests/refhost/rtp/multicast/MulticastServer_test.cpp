@@ -73,7 +73,7 @@ TEST_F(MulticastServerTest, AnUnknownInterfaceIsRefused)
     }
 }
 
-TEST_F(MulticastServerTest, TheListenAddressTellsTheInterface)
+TEST_F(MulticastServerTest, ListenAddressSelectsTheInterface)
 {
     options.interface.clear();
     options.listen = "127.0.0.1";
@@ -215,7 +215,7 @@ TEST_F(MulticastServerTest, SenderReportsGoToTheGroup)
     EXPECT_EQ(report, member.receive());
 }
 
-TEST_F(MulticastServerTest, ReportsOfMembersComeToWhoListensLast)
+TEST_F(MulticastServerTest, ReportsOfMembersGoToTheLastListener)
 {
     const auto server = open();
     Transport older;
@@ -224,16 +224,16 @@ TEST_F(MulticastServerTest, ReportsOfMembersComeToWhoListensLast)
     ASSERT_TRUE(server->makeTransport(mainStream, 0, older, destination));
     ASSERT_TRUE(server->makeTransport(mainStream, 0, younger, destination));
     const auto silent = std::make_shared<Listener>();
-    const auto told = std::make_shared<Listener>();
+    const auto listener = std::make_shared<Listener>();
     (*older)->setListener(silent);
-    (*younger)->setListener(told);
+    (*younger)->setListener(listener);
     GroupMember member(destination.group, destination.group.portOf(0) + 1);
     const Bytes report{0x80, 201, 0, 1, 1, 2, 3, 4};
     member.send(report);
     ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     server->onReadable();
-    ASSERT_EQ(1U, told->reports.size());
-    EXPECT_EQ(report, told->reports.front());
+    ASSERT_EQ(1U, listener->reports.size());
+    EXPECT_EQ(report, listener->reports.front());
     EXPECT_TRUE(silent->reports.empty());
 }
 
@@ -244,15 +244,15 @@ TEST_F(MulticastServerTest, ReportsStillComeWhenALaterTransportCameToNothing)
     Transport unused;
     MulticastDestination destination;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, used, destination));
-    const auto told = std::make_shared<Listener>();
-    (*used)->setListener(told);
+    const auto listener = std::make_shared<Listener>();
+    (*used)->setListener(listener);
     ASSERT_TRUE(server->makeTransport(mainStream, 0, unused, destination));
     unused.reset();
     GroupMember member(destination.group, destination.group.portOf(0) + 1);
     member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
     ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     server->onReadable();
-    EXPECT_EQ(1U, told->reports.size());
+    EXPECT_EQ(1U, listener->reports.size());
 }
 
 TEST_F(MulticastServerTest, ReportsBehindTheEndOfTheGroupAreNobodys)
@@ -270,14 +270,14 @@ TEST_F(MulticastServerTest, ReportsBehindTheEndOfTheGroupAreNobodys)
     EXPECT_EQ(0, poll(&quiet, 1, 0));
 }
 
-TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
+TEST_F(MulticastServerTest, FloodOfReportsIsReadInBoundedShares)
 {
     const auto server = open();
     Transport transport;
     MulticastDestination destination;
     ASSERT_TRUE(server->makeTransport(mainStream, 0, transport, destination));
-    const auto told = std::make_shared<Listener>();
-    (*transport)->setListener(told);
+    const auto listener = std::make_shared<Listener>();
+    (*transport)->setListener(listener);
     GroupMember member(destination.group, destination.group.portOf(0) + 1);
     constexpr std::size_t sent = 150;
     for (std::size_t i = 0; i < sent; ++i)
@@ -285,10 +285,10 @@ TEST_F(MulticastServerTest, AFloodOfReportsIsReadInPieces)
         member.send({0x80, 201, 0, 1, 1, 2, 3, 4});
     }
     server->onReadable();
-    EXPECT_EQ(128U, told->reports.size());
+    EXPECT_EQ(128U, listener->reports.size());
     ASSERT_TRUE(GroupMember::waitReadable(server->descriptor()));
     server->onReadable();
-    EXPECT_EQ(sent, told->reports.size());
+    EXPECT_EQ(sent, listener->reports.size());
 }
 
 TEST_F(MulticastServerTest, ATakenRtpPortKeepsNothingFromBeingSent)

@@ -259,7 +259,7 @@ TEST(UdpServer, PortsAreAnEvenOneAndTheNext)
     }
 }
 
-TEST(UdpServer, TakenPortsAndBadAddressesAreToldInWords)
+TEST(UdpServer, TakenPortsAndBadAddressesAreReported)
 {
     const auto server = openServer();
     std::string error;
@@ -310,7 +310,7 @@ TEST(UdpServer, ReportsGoToTheTransportOfTheirSender)
     EXPECT_GT(liveness->lastActivity(), MonotonicTime());
 }
 
-TEST(UdpServer, WhatIsNoRtcpOrRtpKeepsNothingAlive)
+TEST(UdpServer, MalformedPacketsKeepNoSessionAlive)
 {
     const auto server = openServer();
     const ClientSocket client("127.0.0.1");
@@ -343,12 +343,12 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
     const ClientSocket viewer("127.0.0.1");
     const ClientSocket stranger("127.0.0.1");
     const auto liveness = std::make_shared<SessionLiveness>();
-    const auto heard = std::make_shared<RtcpListener>();
+    const auto received = std::make_shared<RtcpListener>();
     const auto other = std::make_shared<RtcpListener>();
     auto talking = std::make_unique<SafePointer<RtpTransport>>(
         server->makeTransport(sender.address(), sender.port(), 9, liveness));
     auto viewing = server->makeTransport(viewer.address(), viewer.port(), 9, nullptr);
-    (*talking)->setListener(heard);
+    (*talking)->setListener(received);
     viewing->setListener(other);
     (*talking)->takeRtp();
 
@@ -358,7 +358,7 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
     sender.sendTo(server->rtpPort(), packetBy(1));
     ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
     server->onRtpReadable();
-    EXPECT_EQ((std::vector<Bytes>{packetBy(1)}), heard->rtp) << "a packet that was cut is none";
+    EXPECT_EQ((std::vector<Bytes>{packetBy(1)}), received->rtp) << "a packet that was cut is malformed";
     EXPECT_TRUE(other->rtp.empty());
     EXPECT_GT(liveness->lastActivity(), MonotonicTime());
 
@@ -366,10 +366,10 @@ TEST(UdpServer, RtpGoesToTheTransportOfItsSenderWhereThatOneTakesIt)
     sender.sendTo(server->rtpPort(), packetBy(3));
     ASSERT_TRUE(waitReadable(server->rtpDescriptor()));
     server->onRtpReadable();
-    EXPECT_EQ(1U, heard->rtp.size());
+    EXPECT_EQ(1U, received->rtp.size());
 }
 
-TEST(UdpServer, AnEndedTransportLeavesItsPortToTheYounger)
+TEST(UdpServer, EndedTransportLeavesItsPortToTheNewer)
 {
     const auto server = openServer();
     const ClientSocket client("127.0.0.1");
@@ -407,12 +407,12 @@ TEST(UdpServer, AFloodIsReadInBoundedShares)
     EXPECT_EQ(0, poll(&drained, 1, 0));
 }
 
-TEST(UdpServer, RefusalsOfTheNetworkEndNothing)
+TEST(UdpServer, RefusalsOfTheNetworkDoNotCloseTheTransport)
 {
     const auto server = openServer();
     // A port that nobody listens on.
     auto transport = server->makeTransport(*SocketAddress::parse("127.0.0.1"), 9, 10, nullptr);
-    // An address that a socket bound to loopback has no way to.
+    // An address that a socket bound to loopback has no route to.
     auto lost = server->makeTransport(*SocketAddress::parse("0.0.0.1"), 9, 10, nullptr);
     const auto unit = makeUnit(0, 0, true, 40);
     for (int i = 0; i < 10; ++i)
@@ -446,7 +446,7 @@ TEST(UdpServer, TransportsOutliveTheServer)
     EXPECT_EQ(22U, rtp.receive().size());
 }
 
-TEST(UdpServer, AWildcardSixServesFour)
+TEST(UdpServer, Ipv6WildcardServesIpv4)
 {
     const auto server = openServer("::");
     const ClientSocket rtp("127.0.0.1");

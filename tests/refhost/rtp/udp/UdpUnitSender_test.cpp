@@ -68,7 +68,7 @@ protected:
     }
 };
 
-TEST(UdpUnitSender, AFullSocketTellsHowManyPacketsItTook)
+TEST(UdpUnitSender, FullSocketReportsHowManyPacketsItTook)
 {
     ScriptedSender sender;
     sender.answers = {3, -EAGAIN};
@@ -76,9 +76,9 @@ TEST(UdpUnitSender, AFullSocketTellsHowManyPacketsItTook)
     SendResult result = sender.send(SocketAddress(), unit, 0, header);
     EXPECT_EQ(SendStatus::congested, result.status);
     EXPECT_EQ(3U, result.packets);
-    RtpHeaderFields rest = header;
-    rest.sequence = 103;
-    result = sender.send(SocketAddress(), unit, 3, rest);
+    RtpHeaderFields remaining = header;
+    remaining.sequence = 103;
+    result = sender.send(SocketAddress(), unit, 3, remaining);
     EXPECT_EQ(SendStatus::sent, result.status);
     EXPECT_EQ(7U, result.packets);
     std::vector<std::uint16_t> all(10);
@@ -89,7 +89,7 @@ TEST(UdpUnitSender, AFullSocketTellsHowManyPacketsItTook)
     EXPECT_EQ(all, sender.sequences);
 }
 
-TEST(UdpUnitSender, ShortOfMemoryIsCongestionToo)
+TEST(UdpUnitSender, LackOfMemoryIsCongestion)
 {
     for (const int error : {EAGAIN, EWOULDBLOCK, ENOBUFS, ENOMEM})
     {
@@ -109,7 +109,7 @@ TEST(UdpUnitSender, AnInterruptedCallIsMadeAgain)
     EXPECT_EQ(3, sender.calls);
 }
 
-TEST(UdpUnitSender, WhatTheNetworkRefusesIsLostWithoutMoreCalls)
+TEST(UdpUnitSender, RefusedPacketsAreLostWithoutMoreCalls)
 {
     for (const int error : {ECONNREFUSED, EPERM, ENETUNREACH, EHOSTUNREACH, EACCES, EINVAL, EBADF})
     {
@@ -146,7 +146,7 @@ TEST(UdpUnitSender, RefusedSegmentsAreGivenUpForGood)
     }
 }
 
-TEST(UdpUnitSender, AnErrorThatIsNotAboutSegmentsDoesNotGiveThemUp)
+TEST(UdpUnitSender, UnrelatedErrorKeepsSegments)
 {
     ScriptedSender sender(true);
     sender.answers = {-EINVAL, -EINVAL};
@@ -155,7 +155,7 @@ TEST(UdpUnitSender, AnErrorThatIsNotAboutSegmentsDoesNotGiveThemUp)
     EXPECT_EQ(2, sender.calls);
 }
 
-TEST(UdpUnitSender, ANarrowPathDoesNotGiveSegmentsUpForTheOthers)
+TEST(UdpUnitSender, NarrowPathKeepsSegmentsForOtherClients)
 {
     ScriptedSender sender(true);
     sender.answers = {-EMSGSIZE};

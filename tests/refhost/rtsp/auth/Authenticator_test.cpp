@@ -25,7 +25,7 @@ protected:
     std::string challenge(bool stale = false)
     {
         ResponseWriter writer;
-        writer.begin(rtspUnauthorized, "1");
+        writer.start(rtspUnauthorized, "1");
         authenticator_.challenge(writer, stale, here);
         challenge_ = std::string(writer.finish());
         const std::size_t at = challenge_.find("nonce=\"") + 7;
@@ -147,7 +147,7 @@ TEST_F(AuthenticatorTest, AnswersWithoutQopCanBeRefused)
 {
     Authenticator strict({{"admin", "secret"}}, "here", time_.clock(), false);
     ResponseWriter writer;
-    writer.begin(rtspUnauthorized, "1");
+    writer.start(rtspUnauthorized, "1");
     strict.challenge(writer, false, here);
     const std::string text(writer.finish());
     const std::size_t at = text.find("nonce=\"") + 7;

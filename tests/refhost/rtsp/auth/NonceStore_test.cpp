@@ -90,7 +90,7 @@ TEST_F(NonceStoreTest, RefusesNoncesThatItDidNotIssue)
     {
         std::string changed = nonce;
         changed[i] = changed[i] == '0' ? '1' : '0';
-        // The last digits tell the connection, which matters to answers without count.
+        // The last digits depend on the connection, which matters to responses without nc.
         EXPECT_FALSE(store_.use(changed, i < 64 ? 1 : 0, hereAgain)) << "digit " << i;
         EXPECT_FALSE(store_.use(nonce.substr(0, i), 1, here));
     }

@@ -1,4 +1,4 @@
-// Whole sessions of an RtspConnection over streams that carry their bytes in odd ways.
+// Whole sessions of an RtspConnection over streams that carry their bytes in unusual portions.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -133,7 +133,7 @@ protected:
         }
     }
 
-    void expectReceiverReportIsHeard()
+    void expectReceiverReportIsActivity()
     {
         time.advance(timeoutMs - 5000);
         client_->send(std::string("$\x01\x00\x08\x80\xc9\x00\x01\x00\x00\x00\x2a", 12));
@@ -153,7 +153,7 @@ protected:
     int last_ = -1;
 };
 
-TEST_P(ByteStreamSession, IsServedWhole)
+TEST_P(ByteStreamSession, IsServedCompletely)
 {
     // What transports report of the real clock is in the past of the server's then.
     time.advance(-timeoutMs);
@@ -185,7 +185,7 @@ TEST_P(ByteStreamSession, IsServedWhole)
     frame(true);
     EXPECT_EQ(client_->request("PLAY", url(), session(id)).status, 200);
     expectFrame();
-    expectReceiverReportIsHeard();
+    expectReceiverReportIsActivity();
 
     EXPECT_EQ(client_->request("TEARDOWN", url(), session(id)).status, 200);
     EXPECT_EQ(services_.sessions.count(), 0u);
@@ -225,7 +225,7 @@ TEST_P(ByteStreamSession, EndsWithItsClient)
     EXPECT_TRUE(eventually([this] { return services_.sessions.count() == 0; }));
 }
 
-TEST_P(ByteStreamSession, TheLastResponseArrivesWhole)
+TEST_P(ByteStreamSession, LastResponseArrivesCompletely)
 {
     GetParam().connect(*this);
     ASSERT_NE(client_, nullptr);

@@ -37,18 +37,18 @@ public:
 class ObservedStream : public test::ForwardingStream
 {
 public:
-    ObservedStream(std::shared_ptr<ByteStream> inner, std::atomic<bool>& wanted)
-        : ForwardingStream(std::move(inner)), wanted_(wanted)
+    ObservedStream(std::shared_ptr<ByteStream> inner, std::atomic<bool>& watched)
+        : ForwardingStream(std::move(inner)), watched_(watched)
     {
     }
 
     void watchSend(bool on) override
     {
-        wanted_ = on;
+        watched_ = on;
     }
 
 private:
-    std::atomic<bool>& wanted_;
+    std::atomic<bool>& watched_;
 };
 
 class ClientOutputTest : public testing::Test
@@ -60,7 +60,7 @@ protected:
         const int size = 4096;
         setsockopt(sockets_[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
         stream_ = std::make_unique<ObservedStream>(
-            std::make_shared<TcpStream>(Descriptor(sockets_[0]), SocketAddress()), wanted_);
+            std::make_shared<TcpStream>(Descriptor(sockets_[0]), SocketAddress()), watched_);
         makeOutput();
     }
 
@@ -119,7 +119,7 @@ protected:
     }
 
     int sockets_[2] = {-1, -1};
-    std::atomic<bool> wanted_{false};
+    std::atomic<bool> watched_{false};
     std::atomic<std::int64_t> nowMs_{1000};
     std::unique_ptr<ByteStream> stream_;
     std::unique_ptr<ClientOutput> output_;
@@ -130,14 +130,14 @@ TEST_F(ClientOutputTest, WritesAtOnceWhatTheSocketTakes)
     EXPECT_TRUE(output_->sendResponse("response"));
     EXPECT_EQ(frames("frames"), SendStatus::sent);
     EXPECT_EQ(read(), "responseframes");
-    EXPECT_FALSE(wanted_);
+    EXPECT_FALSE(watched_);
     EXPECT_EQ(output_->bytesTaken(), 14u);
 }
 
 TEST_F(ClientOutputTest, FramesAreTakenWholeOrNotAtAll)
 {
     const std::string taken = congest();
-    EXPECT_TRUE(wanted_);
+    EXPECT_TRUE(watched_);
     std::string arrived = read();
     while (!output_->empty())
     {
@@ -146,7 +146,7 @@ TEST_F(ClientOutputTest, FramesAreTakenWholeOrNotAtAll)
     }
     EXPECT_EQ(arrived, taken);
     ASSERT_TRUE(output_->onWritable());
-    EXPECT_FALSE(wanted_);
+    EXPECT_FALSE(watched_);
     EXPECT_EQ(frames("x"), SendStatus::sent);
 }
 
@@ -214,7 +214,7 @@ TEST_F(ClientOutputTest, FramesThatWaitDoNotCountAgainstTheResponses)
     EXPECT_LT(output_->held(), 100u) << "the memory goes, too";
 }
 
-TEST_F(ClientOutputTest, ListenersAreToldOnceWhenFramesAreTakenAgain)
+TEST_F(ClientOutputTest, ListenersAreNotifiedOnceWhenFramesAreTakenAgain)
 {
     const auto listener = std::make_shared<CountingListener>();
     congest();
@@ -232,15 +232,15 @@ TEST_F(ClientOutputTest, ListenersAreToldOnceWhenFramesAreTakenAgain)
     EXPECT_EQ(listener->ready, 1);
 }
 
-TEST_F(ClientOutputTest, AListenerThatComesLateIsToldByTheLoopAndNotInsideTheCall)
+TEST_F(ClientOutputTest, LateListenerIsNotifiedByTheLoopNotInsideTheCall)
 {
     const auto listener = std::make_shared<CountingListener>();
     output_->notifyWhenWritable(listener);
     EXPECT_EQ(listener->ready, 0);
-    EXPECT_TRUE(wanted_);
+    EXPECT_TRUE(watched_);
     ASSERT_TRUE(output_->onWritable());
     EXPECT_EQ(listener->ready, 1);
-    EXPECT_FALSE(wanted_);
+    EXPECT_FALSE(watched_);
 }
 
 TEST_F(ClientOutputTest, ACorkGathersResponsesAndSmallFramesInTheirOrder)
@@ -391,7 +391,7 @@ protected:
 TEST_F(ClientOutputBurstTest, EndsWithTheWriteThatPassesTheLimit)
 {
     EXPECT_EQ(taken_, 40000u);
-    EXPECT_TRUE(wanted_);
+    EXPECT_TRUE(watched_);
     EXPECT_TRUE(output_->empty()) << "the socket took everything";
 }
 
@@ -408,7 +408,7 @@ TEST_F(ClientOutputBurstTest, ReportsAreNotHeldUp)
     EXPECT_EQ(frames(block_), SendStatus::congested);
 }
 
-TEST_F(ClientOutputBurstTest, TheNextOneStartsWhenTheLoopComesRound)
+TEST_F(ClientOutputBurstTest, NextBurstStartsWithTheLoopsNextIteration)
 {
     EXPECT_EQ(frames(block_), SendStatus::congested);
     ASSERT_TRUE(output_->onWritable());
@@ -464,7 +464,7 @@ TEST_F(ClientOutputTest, WritersOfSeveralThreadsDoNotMixTheirBytes)
     while (writers > 0 || !output_->empty())
     {
         arrived += read();
-        if (wanted_)
+        if (watched_)
         {
             output_->onWritable();
         }

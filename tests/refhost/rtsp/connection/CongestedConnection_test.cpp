@@ -75,7 +75,7 @@ TEST_F(CongestedConnectionTest, TheDeferredRequestIsAnsweredWhenTheClientReadsAg
     }
 }
 
-TEST_F(CongestedConnectionTest, AClientThatReadsNothingIsEndedAlthoughItsRequestIsDeferred)
+TEST_F(CongestedConnectionTest, ClientThatReadsNothingIsClosedEvenWithADeferredRequest)
 {
     congest();
     retry();

@@ -179,7 +179,7 @@ TEST_F(ConnectionSlotsTest, DisplacedConnectionsThatAreNotClosedYetAreBounded)
     EXPECT_TRUE(lives(connect(address(1))));
 }
 
-TEST_F(ConnectionSlotsTest, OneThatIsDisplacedBeforeItListensIsToldAtOnce)
+TEST_F(ConnectionSlotsTest, ConnectionDisplacedBeforeItListensIsNotifiedAtOnce)
 {
     const SlotPtr early = slots.take(address(1), now);
     for (unsigned i = 0; i < 39; ++i)
@@ -188,9 +188,9 @@ TEST_F(ConnectionSlotsTest, OneThatIsDisplacedBeforeItListensIsToldAtOnce)
     }
     now += ConnectionSlots::ownAge;
     connect(address(1));
-    bool told = false;
-    early->onDisplaced([&told] { told = true; });
-    EXPECT_TRUE(told);
+    bool notified = false;
+    early->onDisplaced([&notified] { notified = true; });
+    EXPECT_TRUE(notified);
 }
 
 TEST_F(ConnectionSlotsTest, AreScarceWhenThreeQuartersAreTaken)

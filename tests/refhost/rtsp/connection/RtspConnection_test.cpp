@@ -231,7 +231,7 @@ std::string pipeline(const std::string& url, int count)
     return requests;
 }
 
-TEST_F(RtspConnectionTest, AClientThatNeverReadsItsResponsesIsAskedToWaitAndThenEnded)
+TEST_F(RtspConnectionTest, ClientThatNeverReadsResponsesIsPausedAndThenClosed)
 {
     TestClient mute(server->port(), 4096);
     const std::string requests = pipeline(url(), 200000);

@@ -67,7 +67,7 @@ TEST_F(RtspServerAuthTest, EverythingButOptionsNeedsCredentials)
         EXPECT_EQ(response.body, "");
     }
     EXPECT_EQ(client_->request("DESCRIBE", url("orv/live/9/9")).status, 401)
-        << "nothing is told of what exists";
+        << "existing names are not disclosed";
 }
 
 TEST_F(RtspServerAuthTest, BasicAndDigestAreTaken)
@@ -123,7 +123,7 @@ TEST_F(RtspServerAuthTest, OptionsThatNameASessionNeedCredentials)
     const std::string id = setUpAsAdmin(*client_, udpPorts + std::to_string(port.port()) + "\r\n");
     EXPECT_EQ(client_->request("OPTIONS", url(), session(id)).status, 401);
     EXPECT_EQ(client_->request("OPTIONS", url(), session("0123456789ABCDEF")).status, 401)
-        << "nothing is told of what exists";
+        << "existing names are not disclosed";
     EXPECT_EQ(client_->request("OPTIONS", url(), session(id) + admin).session(), id);
 }
 

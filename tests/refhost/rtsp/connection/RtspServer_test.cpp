@@ -43,10 +43,10 @@ protected:
     }
 };
 
-/// A receiver report of nobody about nobody: enough to be heard.
+/// An empty receiver report: enough to count as activity.
 const std::string receiverReport("\x80\xc9\x00\x01\x12\x34\x56\x78", 8);
 
-TEST_F(RtspServerTest, SaysWhyItCannotListen)
+TEST_F(RtspServerTest, ReportsWhyItCannotListen)
 {
     start();
     ServerConfig taken = config;
@@ -169,7 +169,7 @@ TEST_F(RtspServerTest, SessionsAreLimitedInAllAndPerAddress)
     EXPECT_EQ(client.request("SETUP", track(url(), 0), tcp).status, 200);
 }
 
-TEST_F(RtspServerTest, AClientThatSaysNothingIsEndedAfterTheHandshakeTime)
+TEST_F(RtspServerTest, SilentClientIsClosedAfterTheHandshakeTimeout)
 {
     config.limits.idleTimeout = 1000000;
     start();
@@ -247,7 +247,7 @@ TEST_F(RtspServerTest, ASessionDoesNotExistForOtherAddresses)
     EXPECT_EQ(again.request("TEARDOWN", url(), session(id)).status, 200);
 }
 
-// Transports tell the real time, so the server's clock starts behind it here: a report that comes when the
+// Transports report the real time, so the server's clock starts behind it here: a report that comes when the
 // session is nearly over counts from the real now.
 TEST_F(RtspServerTest, RtcpKeepsASessionAlive)
 {
@@ -293,7 +293,7 @@ TEST_F(RtspServerTest, AViewerThatOnlyTakesFramesOverTcpIsAlive)
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 
-TEST_F(RtspServerTest, AViewerThatPausesWithoutAWordIsAliveAsLongAsItsSystemAnswers)
+TEST_F(RtspServerTest, SilentPausedViewerStaysAliveWhileItsTcpAnswers)
 {
     start();
     TestClient client(server->port(), 4096);
@@ -444,11 +444,11 @@ TEST_F(RtspServerTest, FiftyClientsComeAndGoWhileFramesFlow)
             [this, i, &running]
             {
                 UdpPort port;
-                for (int round = 0; round < 3; ++round)
+                for (int iteration = 0; iteration < 3; ++iteration)
                 {
                     TestClient client(server->port());
                     EXPECT_EQ(client.request("DESCRIBE", url()).status, 200);
-                    const bool overTcp = (i + round) % 2 == 0;
+                    const bool overTcp = (i + iteration) % 2 == 0;
                     const std::string id = overTcp ? setUpTcp(client, 2) : setUpUdp(client, port);
                     EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
                     if (overTcp)
@@ -459,11 +459,11 @@ TEST_F(RtspServerTest, FiftyClientsComeAndGoWhileFramesFlow)
                     {
                         EXPECT_GE(port.receive().size(), 12u);
                     }
-                    if ((i + round) % 3 != 0)
+                    if ((i + iteration) % 3 != 0)
                     {
                         EXPECT_EQ(client.request("TEARDOWN", url(), session(id)).status, 200);
                     }
-                    client.close((i + round) % 5 == 0);
+                    client.close((i + iteration) % 5 == 0);
                 }
                 --running;
             });

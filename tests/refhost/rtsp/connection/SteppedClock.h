@@ -10,7 +10,7 @@
 namespace refhost
 {
 
-/// A clock that a test moves on top of the real one, so that what transports tell of the real one still fits.
+/// The real clock plus an offset that a test sets, so that the times which transports report still fit.
 class SteppedClock
 {
 public:

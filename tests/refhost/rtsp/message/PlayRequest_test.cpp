@@ -17,7 +17,7 @@ RtspStatus parse(std::initializer_list<RtspRequest::Header> headers, bool replay
     return PlayRequest::parse(request, replay, out);
 }
 
-TEST(PlayRequest, RequestWithoutHeadersOrdersNothing)
+TEST(PlayRequest, RequestWithoutHeadersLeavesEverythingOpen)
 {
     PlayRequest order;
     EXPECT_EQ(parse({{"CSeq", "300"}}, false, order), rtspOk);
@@ -82,7 +82,7 @@ TEST(PlayRequest, ReplayHeadersCountWhereReplayIsRequired)
     EXPECT_FALSE(order.keyFramesOnly);
 }
 
-TEST(PlayRequest, WithoutReplayItsHeadersAreNotEvenLookedAt)
+TEST(PlayRequest, WithoutReplayItsHeadersAreIgnored)
 {
     PlayRequest order;
     EXPECT_EQ(parse({{"Rate-Control", "no"}, {"Frames", "intra"}}, false, order), rtspOk);

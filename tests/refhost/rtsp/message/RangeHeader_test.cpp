@@ -34,7 +34,7 @@ TEST(RangeHeader, RefusesMalformedAndReversedRanges)
     }
 }
 
-TEST(RangeHeader, ANegativeOrMalformedBeginInPlayTimeIsZero)
+TEST(RangeHeader, NegativeOrMalformedStartInPlayTimeIsZero)
 {
     for (const char* const begin : {"-5", "-0.245", "0.-245", "-1:00", "abc", "nan", "inf", "1e3", "0x1",
                                     "1:99", "1:2:3:4", "1,5", "+1", ".5", "--5"})
@@ -49,7 +49,7 @@ TEST(RangeHeader, ANegativeOrMalformedBeginInPlayTimeIsZero)
     }
 }
 
-TEST(RangeHeader, BackwardsTheLaterEndIsTheBegin)
+TEST(RangeHeader, BackwardsTheLaterEndIsTheStart)
 {
     for (const char* const range : {"npt=30-10", "npt=10-30"})
     {
@@ -126,7 +126,7 @@ TEST(RangeHeader, EndsAreMicrosecondsOrOpen)
     }
 }
 
-TEST(RangeHeader, WhatIsRefusedLeavesTheResultAsItWas)
+TEST(RangeHeader, RefusedRangeLeavesTheResultUnchanged)
 {
     for (const char* const range :
          {"clock=", "clock=-", "clock=now-", "clock=19961108T142300Z", "clock=19961108T142300-",
@@ -161,7 +161,7 @@ TEST(RangeHeader, PauseNamesOneInstant)
     EXPECT_EQ(RangeHeader::parsePoint("bytes=0-", parsed), rtspNotImplemented);
 }
 
-TEST(RangeHeader, IsWrittenInTheUnitAskedFor)
+TEST(RangeHeader, IsWrittenInTheRequestedUnit)
 {
     std::string out;
     RangeHeader::append(out, Unit::npt, microseconds(12345678), microseconds(60000000));
@@ -177,7 +177,7 @@ TEST(RangeHeader, IsWrittenInTheUnitAskedFor)
     EXPECT_EQ(out, "clock=19961108T142300.250Z-");
 }
 
-TEST(RangeHeader, WhatIsWrittenReadsTheSame)
+TEST(RangeHeader, WrittenRangeReadsBack)
 {
     for (const Unit unit : {Unit::npt, Unit::clock})
     {

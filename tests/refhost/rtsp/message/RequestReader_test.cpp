@@ -104,18 +104,18 @@ TEST(RequestReader, DropsAFrameOfMoreThanTheLimitWithoutKeepingIt)
     const std::string bytes = std::string("$\1\0\5hello", 9) + std::string("$\1\0\6dollar", 10) +
                               std::string("$\2\1\0", 4) + std::string(256, '$') +
                               "OPTIONS * RTSP/1.0\r\nCSeq: 1\r\n\r\n";
-    const Items wanted{"frame 1 hello", "OPTIONS * CSeq=1"};
+    const Items expected{"frame 1 hello", "OPTIONS * CSeq=1"};
     for (std::size_t cut = 0; cut <= bytes.size(); ++cut)
     {
         Reading reading(limits);
         reading.feed(bytes.substr(0, cut));
         EXPECT_LT(reading.kept(), 35u) << "cut at " << cut;
         reading.feed(bytes.substr(cut));
-        EXPECT_EQ(reading.items(), wanted) << "cut at " << cut;
+        EXPECT_EQ(reading.items(), expected) << "cut at " << cut;
     }
 }
 
-TEST(RequestReader, KeepsWhatItsUserHadNoTimeFor)
+TEST(RequestReader, KeepsBytesThatWereNotProcessed)
 {
     RequestReader reader{RequestReader::Limits()};
     RtspRequest request;

@@ -27,7 +27,7 @@ std::string withoutDate(std::string_view response)
 TEST(ResponseWriter, WritesStatusNumberDateAndServer)
 {
     ResponseWriter writer;
-    writer.begin(rtspOk, "17");
+    writer.start(rtspOk, "17");
     const std::string response(writer.finish());
     EXPECT_THAT(response, testing::ContainsRegex(dateLine));
     EXPECT_EQ(withoutDate(response), "RTSP/1.0 200 OK\r\nCSeq: 17\r\nServer: ovrtspd\r\n\r\n");
@@ -36,14 +36,14 @@ TEST(ResponseWriter, WritesStatusNumberDateAndServer)
 TEST(ResponseWriter, LeavesOutAnUnknownNumber)
 {
     ResponseWriter writer;
-    writer.begin(rtspBadRequest, "");
+    writer.start(rtspBadRequest, "");
     EXPECT_EQ(withoutDate(writer.finish()), "RTSP/1.0 400 Bad Request\r\nServer: ovrtspd\r\n\r\n");
 }
 
 TEST(ResponseWriter, WritesHeadersAndBodies)
 {
     ResponseWriter writer;
-    writer.begin(rtspOk, "1");
+    writer.start(rtspOk, "1");
     writer.header("Public", "OPTIONS");
     EXPECT_EQ(withoutDate(writer.finish("application/sdp", "v=0\r\n")),
               "RTSP/1.0 200 OK\r\nCSeq: 1\r\nServer: ovrtspd\r\nPublic: OPTIONS\r\n"
@@ -53,9 +53,9 @@ TEST(ResponseWriter, WritesHeadersAndBodies)
 TEST(ResponseWriter, ForgetsTheResponseBefore)
 {
     ResponseWriter writer;
-    writer.begin(rtspOk, "1");
+    writer.start(rtspOk, "1");
     writer.finish("application/sdp", "v=0\r\n");
-    writer.begin(rtspNotFound, "2");
+    writer.start(rtspNotFound, "2");
     EXPECT_EQ(withoutDate(writer.finish()), "RTSP/1.0 404 Not Found\r\nCSeq: 2\r\nServer: ovrtspd\r\n\r\n");
 }
 

@@ -208,7 +208,7 @@ TEST(SdpWriter, ARecordingHasALength)
     EXPECT_EQ(attribute(parse(written(info, "127.0.0.1", false)).get(), "range"), "npt=0-3600.25");
 }
 
-TEST(SdpWriter, AReplayClientIsToldAbsoluteTimes)
+TEST(SdpWriter, ReplayClientGetsAbsoluteTimes)
 {
     MediaInfo info = presentation();
     info.recordBeginTime = 1700000000123456700;

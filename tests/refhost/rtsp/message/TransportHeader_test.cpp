@@ -92,7 +92,7 @@ TEST(TransportHeader, PicksTheFirstAcceptableChoice)
     }
 }
 
-TEST(TransportHeader, TheServersOwnPortsAreNoClients)
+TEST(TransportHeader, ServersOwnPortsAreRefused)
 {
     const auto taken = [](const std::string& ports)
     { return TransportHeader::choose("RTP/AVP;unicast;client_port=" + ports, false, 5000).has_value(); };
@@ -121,7 +121,7 @@ TEST(TransportHeader, NoPrefixDoesHarm)
     }
 }
 
-TEST(TransportHeader, OfAPresentationInAGroupMulticastAloneIsTaken)
+TEST(TransportHeader, MulticastPresentationTakesMulticastOnly)
 {
     const HeaderCase cases[] = {
         {"RTP/AVP;multicast", "multicast"},

@@ -19,7 +19,7 @@ namespace test
 /// What controllers were asked for, in order, and what they answer.
 struct ControllerScript
 {
-    /// Notes a call and tells its result.
+    /// Records a call and returns its result.
     int call(const std::string& text)
     {
         const std::lock_guard<std::mutex> guard(mutex);

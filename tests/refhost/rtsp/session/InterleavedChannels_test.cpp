@@ -42,7 +42,7 @@ protected:
     std::shared_ptr<InterleavedChannels> channels_ = std::make_shared<InterleavedChannels>();
 };
 
-TEST_F(InterleavedChannelsTest, GivesTheWantedPair)
+TEST_F(InterleavedChannelsTest, GivesTheRequestedPair)
 {
     const auto lease = channels_->lease(7, 12);
     ASSERT_NE(lease, nullptr);

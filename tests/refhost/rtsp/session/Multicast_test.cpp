@@ -95,7 +95,7 @@ protected:
         return viewer.client.request(method, url(mainPath), session(viewer.session)).status;
     }
 
-    /// The group that SETUP told.
+    /// The group in the response to SETUP.
     static MulticastGroup groupOf(const Viewer& viewer)
     {
         const std::string transport = viewer.setup.header("Transport");
@@ -176,7 +176,7 @@ TEST_F(MulticastTest, UrlsThatNameNoStreamAreNotFound)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_F(MulticastTest, TheFirstViewerStartsThePacketsAndIsToldTheFirst)
+TEST_F(MulticastTest, FirstViewerStartsThePacketsAndLearnsTheFirst)
 {
     const auto viewer = join();
     GroupMember member(groupOf(*viewer), groupOf(*viewer).port);
@@ -211,7 +211,7 @@ TEST_F(MulticastTest, ASecondViewerChangesNothingForTheFirst)
     EXPECT_EQ(streams->streams[0]->viewers.load(), 1);
 }
 
-TEST_F(MulticastTest, WhoJoinsHasAKeyFrameMade)
+TEST_F(MulticastTest, JoiningViewerCausesAKeyFrame)
 {
     const auto first = join();
     play(*first);
@@ -309,7 +309,7 @@ TEST_F(MulticastTest, SetupOfOneTrackAgainLeavesTheOther)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_F(MulticastTest, WhoJoinsGetsASenderReportWithTheNextFrame)
+TEST_F(MulticastTest, JoiningViewerGetsASenderReportWithTheNextFrame)
 {
     const auto first = join();
     GroupMember reports(groupOf(*first), groupOf(*first).port + 1);
@@ -383,7 +383,7 @@ TEST_F(MulticastTest, FiveViewersLeaveInEveryOrderWithoutAGap)
 {
     server.reset();
     media.reset();
-    config.gopCache = false;  // each round starts with its own frame
+    config.gopCache = false;  // each iteration starts with its own frame
     start();
     std::array<int, 5> order{0, 1, 2, 3, 4};
     do
@@ -460,7 +460,7 @@ TEST_F(MulticastTest, ViewersOfAllThreadsComeAndGoAtOnce)
     EXPECT_EQ(ask(*steady, "TEARDOWN"), 200);
 }
 
-TEST_F(MulticastTest, TheLastWhoLeavesTakesNothingFromWhoComesJustThen)
+TEST_F(MulticastTest, LastLeavingViewerDoesNotDisturbOneThatJoins)
 {
     server.reset();
     media.reset();

@@ -75,7 +75,7 @@ protected:
     std::string id_;
 };
 
-TEST_F(PlayMethodsTest, TheAnswerTellsTheRangeThatIsReallyPlayed)
+TEST_F(PlayMethodsTest, ResponseHasTheRangeThatIsPlayed)
 {
     setUp();
     const Received whole = play();
@@ -88,7 +88,7 @@ TEST_F(PlayMethodsTest, TheAnswerTellsTheRangeThatIsReallyPlayed)
               "clock=20231114T221330.000Z-20231114T221420.000Z");
 }
 
-TEST_F(PlayMethodsTest, TheAnswerTellsTheScaleAndSpeedThatAreReallyUsed)
+TEST_F(PlayMethodsTest, ResponseHasTheScaleAndSpeedThatAreUsed)
 {
     setUp();
     const Received both = play("Scale: 2\r\nSpeed: 0.01\r\n");
@@ -106,7 +106,7 @@ TEST_F(PlayMethodsTest, RtpInfoIsTheControllers)
                                              track(url(recording), 1) + ";seq=20;rtptime=8000");
 }
 
-TEST_F(PlayMethodsTest, PlayWaitsUntilTheRecordingHasFoundItsPlace)
+TEST_F(PlayMethodsTest, PlayWaitsUntilTheSeekHasFinished)
 {
     setUp();
     script_->result("play", hostStreamNotReady);
@@ -125,7 +125,7 @@ TEST_F(PlayMethodsTest, PlayWaitsUntilTheRecordingHasFoundItsPlace)
     EXPECT_EQ(script_->countOf("setSpeed"), 2);
 }
 
-TEST_F(PlayMethodsTest, PlayThatNeverGetsReadyIsAnsweredAfterADeadline)
+TEST_F(PlayMethodsTest, PlayThatNeverGetsReadyIsAnsweredAtTheDeadline)
 {
     setUp();
     script_->result("play", hostStreamNotReady);
@@ -179,7 +179,7 @@ TEST_F(PlayMethodsTest, InvalidRangesAreRefusedAndChangeNothing)
     EXPECT_EQ(pause().status, 455);
 }
 
-TEST_F(PlayMethodsTest, ARangeWithoutRecordedMediaIsInvalidTooAndWhatPlaysGoesOn)
+TEST_F(PlayMethodsTest, RangeWithoutRecordedMediaIsInvalidAndPlayingGoesOn)
 {
     setUp();
     EXPECT_EQ(play().status, 200);
@@ -189,7 +189,7 @@ TEST_F(PlayMethodsTest, ARangeWithoutRecordedMediaIsInvalidTooAndWhatPlaysGoesOn
     EXPECT_EQ(pause().status, 200);
 }
 
-TEST_F(PlayMethodsTest, ASeekThatWaitsForNothingLeavesAloneWhatPlayedBefore)
+TEST_F(PlayMethodsTest, AbandonedSeekLeavesPlayingTracksAlone)
 {
     setUp();
     EXPECT_EQ(client_->request("PLAY", track(url(recording), 0), session(id_)).status, 200);

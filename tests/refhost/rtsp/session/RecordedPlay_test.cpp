@@ -52,7 +52,7 @@ protected:
     std::vector<std::string> tracks_{"trackID=0", "trackID=1"};
 };
 
-TEST_F(RecordedPlayTest, TheFirstPlayWithoutAnOrderLeavesEverythingToTheController)
+TEST_F(RecordedPlayTest, FirstPlayWithoutHeadersUsesTheControllersDefaults)
 {
     EXPECT_EQ(play({}), rtspOk);
     EXPECT_THAT(script_->calls, IsEmpty());
@@ -79,13 +79,13 @@ TEST_F(RecordedPlayTest, OpenEndsAreThoseOfTheRecording)
     EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 0 30 0 1"));
 }
 
-TEST_F(RecordedPlayTest, NowIsWherePlayingStands)
+TEST_F(RecordedPlayTest, NowIsThePresentPosition)
 {
     EXPECT_EQ(playRange("npt=now-"), rtspOk);
     EXPECT_THAT(script_->calls, IsEmpty());
 }
 
-TEST_F(RecordedPlayTest, AbsoluteTimesAreCountedFromTheRecordingsBegin)
+TEST_F(RecordedPlayTest, AbsoluteTimesAreRelativeToTheRecordingsStart)
 {
     tracks_.pop_back();
     EXPECT_EQ(playRange("clock=20231114T221325.25Z-20231114T221330Z"), rtspOk);
@@ -117,7 +117,7 @@ TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecond)
     EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 60 * second);
 }
 
-TEST_F(RecordedPlayTest, ARangeThatReachesBeyondTheRecordingPlaysWhatThereIs)
+TEST_F(RecordedPlayTest, RangeBeyondTheRecordingPlaysTheRecordedPart)
 {
     tracks_.pop_back();
     EXPECT_EQ(playRange("npt=50-1000"), rtspOk);
@@ -139,7 +139,7 @@ TEST_F(RecordedPlayTest, ARangeWithoutAnyPartOfTheRecordingIsInvalidAndChangesNo
     }
 }
 
-TEST_F(RecordedPlayTest, AnOrderForNothingChangesNothingWhereEverythingPlays)
+TEST_F(RecordedPlayTest, EmptyPlayRequestChangesNothingWhileEverythingPlays)
 {
     play(rates(2, {}));
     script_->place(20);
@@ -148,7 +148,7 @@ TEST_F(RecordedPlayTest, AnOrderForNothingChangesNothingWhereEverythingPlays)
     EXPECT_EQ(play_.outcome(Unit::npt, tracks_).speed.scale, 2);
 }
 
-TEST_F(RecordedPlayTest, ScaleAndSpeedAreSetForEveryTrackAndToldAsTheyAre)
+TEST_F(RecordedPlayTest, ScaleAndSpeedAreSetForEveryTrackAndReportedAsSet)
 {
     EXPECT_EQ(play(rates(2, 0.5)), rtspOk);
     EXPECT_THAT(script_->calls, ElementsAre("setSpeed trackID=0 2 0.5", "setSpeed trackID=1 2 0.5"));
@@ -160,7 +160,7 @@ TEST_F(RecordedPlayTest, ScaleAndSpeedAreSetForEveryTrackAndToldAsTheyAre)
     EXPECT_EQ(play_.outcome(Unit::npt, tracks_).speed.scale, -2);
 }
 
-TEST_F(RecordedPlayTest, BackwardsTheBeginIsTheLaterEnd)
+TEST_F(RecordedPlayTest, BackwardsPlayingStartsAtTheLaterEnd)
 {
     tracks_.pop_back();
     PlayRequest order = rates(-1, {});
@@ -210,7 +210,7 @@ TEST_F(RecordedPlayTest, OpenAndTooWideAbsoluteRangesAreCutToTheRecording)
     }
 }
 
-TEST_F(RecordedPlayTest, PlayTimeCountedFromNtpsEpochIsUnderstoodAndAnsweredInKind)
+TEST_F(RecordedPlayTest, PlayTimeCountedFromNtpsEpochIsAcceptedAndAnsweredLikewise)
 {
     tracks_.pop_back();
     EXPECT_EQ(playRange("clock=19000101T000005Z-19000101T000059.5Z"), rtspOk);
@@ -264,7 +264,7 @@ TEST_F(RecordedPlayTest, MinDistanceOfKeyFramesIsNeverShortened)
     }
 }
 
-TEST_F(RecordedPlayTest, WithoutReplayTheOtherKindsDoNotCount)
+TEST_F(RecordedPlayTest, WithoutReplayTheOtherKindsAreIgnored)
 {
     PlayRequest order;
     order.noRateControl = true;

@@ -151,7 +151,7 @@ TEST_F(RtspSessionTest, TalkBackThatEndedByItselfDoesNotDisturbTheOthers)
     EXPECT_EQ(script_->countOf("stop trackID=talk"), 1);
 }
 
-TEST_F(RtspSessionTest, AFailedPlayPausesWhatItStartedAndLetsTheTransportsGo)
+TEST_F(RtspSessionTest, FailedPlayPausesWhatItStartedAndReleasesTheTransports)
 {
     setup("trackID=0");
     setup("trackID=1");
@@ -238,7 +238,7 @@ TEST_F(RtspSessionTest, TeardownStopsTheNamedTrack)
     EXPECT_EQ(script_->countOf("stop trackID=1"), 1);
 }
 
-TEST_F(RtspSessionTest, WhicheverCallFailsEveryTrackThatWasSetUpIsStoppedOnce)
+TEST_F(RtspSessionTest, EveryTrackIsStoppedOnceWhicheverCallFails)
 {
     for (int call = 1; call <= 8; ++call)
     {
@@ -259,7 +259,7 @@ TEST_F(RtspSessionTest, WhicheverCallFailsEveryTrackThatWasSetUpIsStoppedOnce)
     }
 }
 
-TEST_F(RtspSessionTest, ExpiresWhenItWasNotHeardForTheTimeout)
+TEST_F(RtspSessionTest, ExpiresWithoutActivityForTheTimeout)
 {
     session_->noteRequest(connection, atMs(1000));
     EXPECT_FALSE(expiredAt(60999));
@@ -268,12 +268,12 @@ TEST_F(RtspSessionTest, ExpiresWhenItWasNotHeardForTheTimeout)
     EXPECT_FALSE(expiredAt(61000));
 }
 
-TEST_F(RtspSessionTest, AnOrphanExpiresSoonerUnlessItIsHeardAgain)
+TEST_F(RtspSessionTest, OrphanExpiresSoonerUnlessActiveAgain)
 {
     setup("trackID=0");
     session_->noteRequest(connection, atMs(1000));
     EXPECT_FALSE(session_->connectionEnded(connection, atMs(2000)));
-    session_->liveness()->noteActivity(atMs(2500));  // was on its way
+    session_->liveness()->noteActivity(atMs(2500));  // was under way
     EXPECT_FALSE(expiredAt(11999));
     EXPECT_TRUE(expiredAt(12000));
     session_->liveness()->noteActivity(atMs(11000));
@@ -297,7 +297,7 @@ TEST_F(RtspSessionTest, EndsWithTheConnectionThatATrackIsInterleavedIn)
     EXPECT_TRUE(session_->connectionEnded(connection, atMs(2000)));
 }
 
-TEST_F(RtspSessionTest, AConnectionThatAnswersKeepsASessionThatWasPlayedOverItAlive)
+TEST_F(RtspSessionTest, AnsweringConnectionKeepsThePlayedSessionAlive)
 {
     setup("trackID=0", connection);
     session_->connectionAnswered(connection, atMs(50000));
@@ -374,7 +374,7 @@ TEST_F(RecordedSessionTest, NoPacketLeavesWhileARecordingSeeks)
     EXPECT_EQ(held(), 0u);
 }
 
-TEST_F(RecordedSessionTest, TheLastTryLetsTheTransportsGo)
+TEST_F(RecordedSessionTest, LastAttemptReleasesTheTransports)
 {
     recording_->result("play", hostStreamNotReady);
     attempt({});
@@ -384,7 +384,7 @@ TEST_F(RecordedSessionTest, TheLastTryLetsTheTransportsGo)
     EXPECT_EQ(session_->pause(""), rtspInvalidState);
 }
 
-TEST_F(RecordedSessionTest, PauseAndEndLetGoOfAPlayThatWaits)
+TEST_F(RecordedSessionTest, PauseAndEndReleaseAWaitingPlay)
 {
     EXPECT_EQ(attempt({}), rtspOk);
     recording_->result("play", hostStreamNotReady);

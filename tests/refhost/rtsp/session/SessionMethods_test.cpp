@@ -257,7 +257,7 @@ TEST_P(SessionMethodsTest, PlayWhilePlayingGoesOn)
     EXPECT_EQ(client_->frame(0).sequence(), static_cast<std::uint16_t>(first + 1));
 }
 
-TEST_P(SessionMethodsTest, RangesThatALiveStreamDoesNotHaveAreRefusedAndChangeNothing)
+TEST_P(SessionMethodsTest, RangesUnknownToALiveStreamAreRefusedAndChangeNothing)
 {
     const std::string id = setUpTcp(*client_, 1);
     EXPECT_EQ(client_->request("PLAY", url(), session(id) + "Range: npt=5-3\r\n").status, 457);
@@ -382,7 +382,7 @@ TEST_P(SessionMethodsTest, AnotherConnectionMayDriveASession)
     EXPECT_EQ(server->sessionCount(), 0u);
 }
 
-TEST_P(SessionMethodsTest, TheAnswerToPlayIsThereWhenTheFirstPacketComesOverAnotherTransport)
+TEST_P(SessionMethodsTest, PlayResponseArrivesBeforeTheFirstPacketOfAnotherTransport)
 {
     const std::string warm = setUpTcp(*client_, 1);
     client_->request("PLAY", url(), session(warm));

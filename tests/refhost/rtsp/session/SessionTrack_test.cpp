@@ -30,7 +30,7 @@ TEST(SessionTrackState, TheTableIsWhatTheHeaderSays)
                                 {S::playing, S::ready}});
 }
 
-TEST(SessionState, NothingLeadsOutOfTheEnd)
+TEST(SessionState, EndedIsFinal)
 {
     using S = SessionState;
     test::expectTransitions<S>({S::fresh, S::played, S::ended},
@@ -41,11 +41,11 @@ TEST(SessionTrack, BelongsToThePlayThatStartedItUntilTheNext)
 {
     SessionTrack track("trackID=0");
     EXPECT_FALSE(track.playing());
-    track.beginPlay();
+    track.startPlay();
     track.play();
     EXPECT_TRUE(track.playing());
     EXPECT_TRUE(track.startedByPlay());
-    track.beginPlay();
+    track.startPlay();
     EXPECT_TRUE(track.playing());
     EXPECT_FALSE(track.startedByPlay()) << "a PLAY that fails does not pause what played before";
     track.pause();
@@ -62,11 +62,11 @@ TEST(SessionTrack, PreparesUntilItsPlayIsReady)
     EXPECT_EQ(track.state(), SessionTrackState::starting);
 }
 
-TEST(SessionTrack, AnotherPlayForgetsWhatTheOnePreparedBefore)
+TEST(SessionTrack, AnotherPlayForgetsThePreparationOfThePrevious)
 {
     SessionTrack track("trackID=0");
     track.prepare();
-    track.beginPlay();
+    track.startPlay();
     EXPECT_EQ(track.state(), SessionTrackState::ready);
 }
 
@@ -74,7 +74,7 @@ TEST(SessionTrack, OneThatPlaysGoesOnWhileANewPlaceIsPrepared)
 {
     SessionTrack track("trackID=0");
     track.play();
-    track.beginPlay();
+    track.startPlay();
     track.prepare();
     EXPECT_EQ(track.state(), SessionTrackState::playing);
     EXPECT_FALSE(track.startedByPlay());

@@ -68,7 +68,7 @@ TEST_F(SessionTracksTest, KnowWhichConnectionCarriesThem)
     EXPECT_FALSE(tracks.carriedBy(8));
 }
 
-TEST_F(SessionTracksTest, TellWhetherSomeOrAllOfASelectionPlay)
+TEST_F(SessionTracksTest, KnowWhetherSomeOrAllOfASelectionPlay)
 {
     SessionTrack& first = add("trackID=0");
     add("trackID=1");

@@ -18,7 +18,7 @@ namespace test
 namespace
 {
 
-/// How many methods are under way in all controllers.
+/// How many methods run in all controllers.
 struct Crowd
 {
     void visit()
@@ -190,7 +190,7 @@ TEST_F(SharedSessionsTest, AFailedSetupOfTheFirstTrackIsTakenBack)
     table.end(session);
 }
 
-TEST_F(SharedSessionsTest, WhatIsSharedIsWhatTheControllerTells)
+TEST_F(SharedSessionsTest, SharedStreamIsTheControllers)
 {
     EXPECT_EQ(nullptr, make()->shared()) << "a route of its own";
     route.together = std::make_shared<Mutex>();

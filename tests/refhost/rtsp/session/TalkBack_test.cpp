@@ -17,7 +17,7 @@ namespace
 constexpr const char* require = "Require: www.onvif.org/ver20/backchannel\r\n";
 
 /// What an output was given, on the worker's thread.
-struct Heard
+struct Played
 {
     std::atomic<std::size_t> samples{0};
     std::atomic<int> result{0};
@@ -27,30 +27,30 @@ struct Heard
 class CountingPlayer : public IMediaPlayer
 {
 public:
-    explicit CountingPlayer(std::shared_ptr<Heard> heard) : heard_(std::move(heard)) {}
+    explicit CountingPlayer(std::shared_ptr<Played> played) : played_(std::move(played)) {}
 
     void setDeviceInfo(const DeviceInfoEx&) override {}
     void setEncoderType(int) override {}
 
     int open() override
     {
-        heard_->open = true;
+        played_->open = true;
         return 0;
     }
 
     int play(const std::uint8_t*, std::size_t bytes) override
     {
-        heard_->samples += heard_->result == 0 ? bytes / sizeof(std::int16_t) : 0;
-        return heard_->result;
+        played_->samples += played_->result == 0 ? bytes / sizeof(std::int16_t) : 0;
+        return played_->result;
     }
 
     void close() override
     {
-        heard_->open = false;
+        played_->open = false;
     }
 
 private:
-    const std::shared_ptr<Heard> heard_;
+    const std::shared_ptr<Played> played_;
 };
 
 /// The RTSP server with talk-back on camera 1, and the manager's worker running.
@@ -60,7 +60,7 @@ protected:
     TalkBackTest()
     {
         streams->talkBack = Codec::pcmu;
-        manager()->setMediaPlayer(SafePointer<IMediaPlayer>(new CountingPlayer(heard)));
+        manager()->setMediaPlayer(SafePointer<IMediaPlayer>(new CountingPlayer(played)));
         EXPECT_EQ(0, manager()->start());
     }
 
@@ -118,10 +118,10 @@ protected:
         return frame + bytes;
     }
 
-    const std::shared_ptr<Heard> heard = std::make_shared<Heard>();
+    const std::shared_ptr<Played> played = std::make_shared<Played>();
 };
 
-TEST_F(TalkBackTest, IsDescribedToThoseWhoInsistOnIt)
+TEST_F(TalkBackTest, IsDescribedToClientsThatRequireIt)
 {
     start();
     TestClient client(server->port());
@@ -137,7 +137,7 @@ TEST_F(TalkBackTest, IsDescribedToThoseWhoInsistOnIt)
     EXPECT_EQ(client.request("DESCRIBE", talkTrack()).status, 404);
 }
 
-TEST_F(TalkBackTest, IsNotThereWhereTheCameraHasNone)
+TEST_F(TalkBackTest, IsAbsentWhereTheCameraHasNone)
 {
     streams->talkBack = std::nullopt;
     start();
@@ -162,13 +162,13 @@ TEST_F(TalkBackTest, InterleavedAudioReachesTheOutput)
     const Received play = client.request("PLAY", url(), session(setup.session()) + require);
     EXPECT_EQ(play.status, 200);
     EXPECT_EQ(play.header("RTP-Info"), "") << "the device sends nothing there";
-    EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
-    EXPECT_EQ(heard->samples, 0u) << "what came before PLAY is not played";
+    EXPECT_TRUE(eventually([&] { return played->open.load(); }));
+    EXPECT_EQ(played->samples, 0u) << "what came before PLAY is not played";
     client.send(interleaved(0, packet(2)));
-    EXPECT_TRUE(eventually([&] { return heard->samples >= 160; }));
+    EXPECT_TRUE(eventually([&] { return played->samples >= 160; }));
     EXPECT_EQ(client.request("TEARDOWN", url(), session(setup.session())).status, 200);
     EXPECT_EQ(manager()->getSessionNum(), 0);
-    EXPECT_TRUE(eventually([&] { return !heard->open; }));
+    EXPECT_TRUE(eventually([&] { return !played->open; }));
 }
 
 TEST_F(TalkBackTest, DatagramsOfTheClientReachTheOutputAndOthersDoNot)
@@ -181,20 +181,20 @@ TEST_F(TalkBackTest, DatagramsOfTheClientReachTheOutputAndOthersDoNot)
         client.request("SETUP", talkTrack(), udpPorts + std::to_string(mine.port()) + "\r\n" + require);
     ASSERT_EQ(setup.status, 200);
     EXPECT_EQ(client.request("PLAY", url(), session(setup.session()) + require).status, 200);
-    EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
+    EXPECT_TRUE(eventually([&] { return played->open.load(); }));
     for (std::uint16_t number = 1; number < 20; ++number)
     {
         other.sendTo(server->rtpPort(), packet(number));
     }
     mine.sendTo(server->rtpPort(), packet(1));
-    EXPECT_TRUE(eventually([&] { return heard->samples > 0; }));
-    const std::size_t once = heard->samples;
+    EXPECT_TRUE(eventually([&] { return played->samples > 0; }));
+    const std::size_t once = played->samples;
     mine.sendTo(server->rtpPort(), packet(2));
-    EXPECT_TRUE(eventually([&] { return heard->samples > once; }));
-    EXPECT_LE(heard->samples, 2 * once + once / 2) << "only two of the packets are the sender's";
+    EXPECT_TRUE(eventually([&] { return played->samples > once; }));
+    EXPECT_LE(played->samples, 2 * once + once / 2) << "only two of the packets are the sender's";
 }
 
-TEST_F(TalkBackTest, GoesAlongWithTheFrameInOneSession)
+TEST_F(TalkBackTest, SharesASessionWithTheVideo)
 {
     start();
     TestClient client(server->port());
@@ -207,13 +207,13 @@ TEST_F(TalkBackTest, GoesAlongWithTheFrameInOneSession)
     EXPECT_EQ(play.header("RTP-Info").find("talk"), std::string::npos);
     frame(true);
     EXPECT_TRUE(client.frame(0).isRtp());
-    EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
+    EXPECT_TRUE(eventually([&] { return played->open.load(); }));
     client.send(interleaved(4, packet(1)));
-    EXPECT_TRUE(eventually([&] { return heard->samples >= 160; }));
+    EXPECT_TRUE(eventually([&] { return played->samples >= 160; }));
     EXPECT_EQ(client.request("PAUSE", url(), session(id)).status, 200);
-    EXPECT_TRUE(eventually([&] { return !heard->open; }));
+    EXPECT_TRUE(eventually([&] { return !played->open; }));
     EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
-    EXPECT_TRUE(eventually([&] { return heard->open.load(); }));
+    EXPECT_TRUE(eventually([&] { return played->open.load(); }));
 }
 
 TEST_F(TalkBackTest, DoesNotMakeTheCameraWork)
@@ -224,7 +224,7 @@ TEST_F(TalkBackTest, DoesNotMakeTheCameraWork)
     EXPECT_EQ(streams->streams[0]->viewers, 0);
 }
 
-TEST_F(TalkBackTest, TracksOfTheDeviceCountAloneWhereNoneIsNamed)
+TEST_F(TalkBackTest, SetupWithoutATrackMeansTheDevicesOwn)
 {
     start();
     TestClient client(server->port());
@@ -293,7 +293,7 @@ TEST_F(TalkBackTest, ASilentUdpClientTimesOut)
     EXPECT_EQ(manager()->getSessionNum(), 0);
 }
 
-TEST_F(TalkBackTest, AByeEndsTalkBackAndNotTheFrame)
+TEST_F(TalkBackTest, ByeEndsTalkBackAndNotTheVideo)
 {
     start();
     TestClient client(server->port());

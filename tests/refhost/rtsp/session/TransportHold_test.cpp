@@ -27,7 +27,7 @@ protected:
     std::shared_ptr<Wire> other_ = std::make_shared<Wire>();
 };
 
-TEST_F(TransportHoldTest, HoldsUntilItsEnd)
+TEST_F(TransportHoldTest, HoldsUntilDestroyed)
 {
     {
         TransportHold hold;
@@ -37,7 +37,7 @@ TEST_F(TransportHoldTest, HoldsUntilItsEnd)
     EXPECT_EQ(wire_->status, SendStatus::sent);
 }
 
-TEST_F(TransportHoldTest, MovedToAnotherPlaceItGoesOnHolding)
+TEST_F(TransportHoldTest, KeepsHoldingWhenMoved)
 {
     auto outer = std::make_unique<TransportHold>();
     {
@@ -50,7 +50,7 @@ TEST_F(TransportHoldTest, MovedToAnotherPlaceItGoesOnHolding)
     EXPECT_EQ(wire_->status, SendStatus::sent);
 }
 
-TEST_F(TransportHoldTest, WhatOneAbsorbsTheOtherDoesNotRelease)
+TEST_F(TransportHoldTest, AbsorbedTransportsAreReleasedByTheAbsorber)
 {
     TransportHold hold;
     hold.add(transport(wire_));

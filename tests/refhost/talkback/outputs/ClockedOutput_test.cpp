@@ -128,7 +128,7 @@ TEST(WavOutput, AudioStandsAtItsTimeWithSilenceBetween)
     EXPECT_EQ(expected, audioOf(folder / "talk.wav"));
 }
 
-TEST(WavOutput, PiecesThatFollowEachOtherLeaveNoGapThoughTheClockGoesOn)
+TEST(WavOutput, ConsecutiveBlocksLeaveNoGapWhileTheClockGoesOn)
 {
     const TemporaryFolder folder;
     const RestlessClock clock;
@@ -204,7 +204,7 @@ TEST(WavOutput, FullFileIsAFault)
     EXPECT_TRUE(output.open(format, problem)) << "nothing was put into it: " << problem;
 }
 
-TEST(WavOutput, FileThatCannotBeMadeIsTold)
+TEST(WavOutput, UncreatableFileIsReported)
 {
     const TemporaryFolder folder;
     ManualClock clock;

@@ -134,7 +134,7 @@ TEST_F(OutputPlayerTest, OutputThatVanishesIsAFault)
     EXPECT_EQ(0, play({3}));
 }
 
-TEST_F(OutputPlayerTest, OutputThatFailsAsSoonAsItIsOpenIsLetRest)
+TEST_F(OutputPlayerTest, OutputThatFailsRightAfterOpeningBacksOff)
 {
     ASSERT_EQ(0, player_.open());
     for (int i = 0; i < 3; ++i)
@@ -149,7 +149,7 @@ TEST_F(OutputPlayerTest, OutputThatFailsAsSoonAsItIsOpenIsLetRest)
     }
 }
 
-TEST_F(OutputPlayerTest, OutputThatFlapsStandsInTheLogOnce)
+TEST_F(OutputPlayerTest, FlappingOutputIsLoggedOnce)
 {
     testing::internal::CaptureStderr();
     player_.open();
@@ -194,7 +194,7 @@ TEST_F(OutputPlayerTest, AudioThatComesTooFastIsDroppedAndNoFault)
     EXPECT_TRUE(device_.written.empty());
 }
 
-TEST_F(OutputPlayerTest, PieceOfNoLengthAndHalfASampleAreNothing)
+TEST_F(OutputPlayerTest, EmptyBlockAndHalfASampleAreIgnored)
 {
     ASSERT_EQ(0, player_.open());
     const std::uint8_t half[1] = {1};
@@ -207,10 +207,10 @@ TEST_F(OutputPlayerTest, PieceOfNoLengthAndHalfASampleAreNothing)
 TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Milliseconds)
 {
     ManualClock clock;
-    Samples heard;
+    Samples played;
     constexpr int packets = 500;
     const Samples audio = test::tone(437, 48000, packets * 960);
-    OutputPlayer player(std::make_unique<test::CapturedOutput>(clock, heard), format,
+    OutputPlayer player(std::make_unique<test::CapturedOutput>(clock, played), format,
                         std::chrono::milliseconds(60));
     ASSERT_EQ(0, player.open());
     int next = 0;
@@ -219,13 +219,13 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
         // A packet is whole 20 ms after its first sample.
         for (; next < packets && (next + 1) * 20 + (next * 7 % 16) <= now; ++next)
         {
-            const std::int16_t* const piece = &audio[static_cast<std::size_t>(next) * 960];
-            ASSERT_EQ(0, player.play(reinterpret_cast<const std::uint8_t*>(piece), 1920));
+            const std::int16_t* const block = &audio[static_cast<std::size_t>(next) * 960];
+            ASSERT_EQ(0, player.play(reinterpret_cast<const std::uint8_t*>(block), 1920));
         }
     }
-    const auto first = std::find_if(heard.begin(), heard.end(), [](std::int16_t s) { return s != 0; });
-    const auto begin = static_cast<std::size_t>(first - heard.begin() - 1);
-    ASSERT_EQ(begin + audio.size(), heard.size());
+    const auto first = std::find_if(played.begin(), played.end(), [](std::int16_t s) { return s != 0; });
+    const auto lead = static_cast<std::size_t>(first - played.begin() - 1);
+    ASSERT_EQ(lead + audio.size(), played.size());
     EXPECT_TRUE(std::equal(audio.begin(), audio.end(), first - 1)) << "without a hole";
-    EXPECT_LE(begin, (20u + 120) * 48) << "20 ms are the packet's own length";
+    EXPECT_LE(lead, (20u + 120) * 48) << "20 ms are the packet's own length";
 }

@@ -25,15 +25,15 @@ struct Drifting
 
     void turn()
     {
-        Samples piece = audio;
+        Samples block = audio;
         if (level <= 0)
         {
             ++dry;
             level = 0;
         }
-        pacer.pace(static_cast<std::size_t>(level), piece);
-        dropped += piece.empty() ? 1 : 0;
-        level += static_cast<double>(piece.size()) - played;
+        pacer.pace(static_cast<std::size_t>(level), block);
+        dropped += block.empty() ? 1 : 0;
+        level += static_cast<double>(block.size()) - played;
         min = std::min(min, level);
         max = std::max(max, level);
     }
@@ -50,58 +50,58 @@ struct Drifting
 
 }  // namespace
 
-TEST(PlayoutPacer, AudioStartsSoFarAheadAsWanted)
+TEST(PlayoutPacer, AudioStartsWithItsLead)
 {
     PlayoutPacer pacer(format, milliseconds(40));
-    Samples piece{1, 2, 3};
-    pacer.pace(0, piece);
+    Samples block{1, 2, 3};
+    pacer.pace(0, block);
     Samples expected(40 * ms, 0);
     expected.insert(expected.end(), {1, 2, 3});
-    EXPECT_EQ(expected, piece);
+    EXPECT_EQ(expected, block);
 }
 
 TEST(PlayoutPacer, AudioThatFollowsIsLeftAsItIs)
 {
     PlayoutPacer pacer(format, milliseconds(40));
     const Samples audio = test::tone(500, 48000, 20 * ms);
-    Samples piece = audio;
-    pacer.pace(35 * ms, piece);
-    EXPECT_EQ(audio, piece);
-    pacer.pace(70 * ms, piece);
-    EXPECT_EQ(audio, piece);
+    Samples block = audio;
+    pacer.pace(35 * ms, block);
+    EXPECT_EQ(audio, block);
+    pacer.pace(70 * ms, block);
+    EXPECT_EQ(audio, block);
 }
 
 TEST(PlayoutPacer, AudioThatWouldComeMoreThan30MillisecondsLaterIsDropped)
 {
     PlayoutPacer pacer(format, milliseconds(40));
-    Samples piece(20 * ms, 1);
-    pacer.pace(70 * ms + 1, piece);
-    EXPECT_TRUE(piece.empty());
+    Samples block(20 * ms, 1);
+    pacer.pace(70 * ms + 1, block);
+    EXPECT_TRUE(block.empty());
 }
 
-TEST(PlayoutPacer, OfALongPieceThatIsLateOnlySoMuchIsDroppedAsBringsItBack)
+TEST(PlayoutPacer, LongLateBlockLosesOnlyItsExcess)
 {
     PlayoutPacer pacer(format, milliseconds(40));
-    Samples piece(64 * ms, 1);
-    piece.back() = 2;
-    pacer.pace(75 * ms, piece);
-    EXPECT_EQ((64 - 35) * ms, piece.size());
-    EXPECT_EQ(2, piece.back());
+    Samples block(64 * ms, 1);
+    block.back() = 2;
+    pacer.pace(75 * ms, block);
+    EXPECT_EQ((64 - 35) * ms, block.size());
+    EXPECT_EQ(2, block.back());
 }
 
-TEST(PlayoutPacer, OfALongPieceTheEndIsPlayed)
+TEST(PlayoutPacer, OnlyTheEndOfALongBlockIsPlayed)
 {
     PlayoutPacer pacer(format, milliseconds(40));
-    Samples piece(1000 * ms, 1);
-    piece.back() = 2;
-    pacer.pace(0, piece);
-    EXPECT_EQ(160 * ms, piece.size());
-    EXPECT_EQ(2, piece.back());
+    Samples block(1000 * ms, 1);
+    block.back() = 2;
+    pacer.pace(0, block);
+    EXPECT_EQ(160 * ms, block.size());
+    EXPECT_EQ(2, block.back());
 }
 
-TEST(PlayoutPacer, SeveralPacketsAtOnceThatCameTooLateAreTheirOwnLead)
+TEST(PlayoutPacer, SeveralLatePacketsAtOnceAreTheirOwnLead)
 {
-    const auto whenDry = [](std::size_t pieceMs)
+    const auto whenDry = [](std::size_t blockMs)
     {
         PlayoutPacer pacer(format, milliseconds(60));
         for (int i = 0; i < 3; ++i)
@@ -109,9 +109,9 @@ TEST(PlayoutPacer, SeveralPacketsAtOnceThatCameTooLateAreTheirOwnLead)
             Samples packet(20 * ms, 1);
             pacer.pace(i == 0 ? 0 : 60 * ms, packet);
         }
-        Samples piece(pieceMs * ms, 1);
-        pacer.pace(0, piece);
-        return piece;
+        Samples block(blockMs * ms, 1);
+        pacer.pace(0, block);
+        return block;
     };
     EXPECT_EQ(80 * ms, whenDry(20).size());
     EXPECT_EQ(80 * ms, whenDry(60).size());
@@ -122,12 +122,12 @@ TEST(PlayoutPacer, SeveralPacketsAtOnceThatCameTooLateAreTheirOwnLead)
     EXPECT_EQ(Samples(110 * ms, 1), whenDry(150)) << "what follows is not dropped";
 }
 
-TEST(PlayoutPacer, NothingStaysNothing)
+TEST(PlayoutPacer, EmptyBlockStaysEmpty)
 {
     PlayoutPacer pacer(format, milliseconds(40));
-    Samples piece;
-    pacer.pace(0, piece);
-    EXPECT_TRUE(piece.empty());
+    Samples block;
+    pacer.pace(0, block);
+    EXPECT_TRUE(block.empty());
 }
 
 TEST(PlayoutPacer, ChannelsStayApart)
@@ -136,31 +136,31 @@ TEST(PlayoutPacer, ChannelsStayApart)
     bool stretched = false;
     for (int i = 0; i < 400; ++i)
     {
-        Samples piece;
+        Samples block;
         for (std::size_t frame = 0; frame < 20 * ms; ++frame)
         {
-            piece.insert(piece.end(), {100, -100});
+            block.insert(block.end(), {100, -100});
         }
-        pacer.pace(70 * ms, piece);
-        stretched = stretched || piece.size() < 40 * ms;
-        ASSERT_EQ(0u, piece.size() % 2);
-        for (std::size_t at = 0; at < piece.size(); at += 2)
+        pacer.pace(70 * ms, block);
+        stretched = stretched || block.size() < 40 * ms;
+        ASSERT_EQ(0u, block.size() % 2);
+        for (std::size_t at = 0; at < block.size(); at += 2)
         {
-            ASSERT_EQ(100, piece[at]);
-            ASSERT_EQ(-100, piece[at + 1]);
+            ASSERT_EQ(100, block[at]);
+            ASSERT_EQ(-100, block[at + 1]);
         }
     }
     EXPECT_TRUE(stretched);
 }
 
-TEST(PlayoutPacer, EqualClocksNeedNothing)
+TEST(PlayoutPacer, EqualClocksNeedNoCorrection)
 {
     Drifting output(960);
     for (int i = 0; i < 50 * 600; ++i)
     {
         output.turn();
     }
-    EXPECT_EQ(1, output.dry) << "at the beginning";
+    EXPECT_EQ(1, output.dry) << "at the start";
     EXPECT_EQ(40.0 * ms, output.min);
     EXPECT_EQ(0, output.dropped);
 }
@@ -213,14 +213,14 @@ TEST(PlayoutPacer, ShortenedAudioHasNoSteps)
     bool shortened = false;
     for (int i = 0; i < 400; ++i)
     {
-        Samples piece = test::tone(1000, 48000, 20 * ms);
-        const int own = test::steepest(piece);
-        const Samples before = piece;
-        pacer.pace(70 * ms, piece);
-        shortened = shortened || piece.size() < before.size();
-        ASSERT_LE(test::steepest(piece), own + own / 50);
-        ASSERT_EQ(before.front(), piece.front());
-        ASSERT_EQ(before.back(), piece.back());
+        Samples block = test::tone(1000, 48000, 20 * ms);
+        const int own = test::steepest(block);
+        const Samples before = block;
+        pacer.pace(70 * ms, block);
+        shortened = shortened || block.size() < before.size();
+        ASSERT_LE(test::steepest(block), own + own / 50);
+        ASSERT_EQ(before.front(), block.front());
+        ASSERT_EQ(before.back(), block.back());
     }
     EXPECT_TRUE(shortened);
 }

@@ -57,7 +57,7 @@ TEST_F(WavFileTest, IsWholeAfterEachWriteWithoutBeingClosed)
     EXPECT_EQ(6u, file_.frames());
 }
 
-TEST_F(WavFileTest, IsMadeLongerWithSilence)
+TEST_F(WavFileTest, IsExtendedWithSilence)
 {
     ASSERT_TRUE(file_.open(path_, {8000, 2}, problem_));
     ASSERT_TRUE(file_.write(0, {1, 2}));
@@ -66,7 +66,7 @@ TEST_F(WavFileTest, IsMadeLongerWithSilence)
     EXPECT_EQ((Samples{1, 2, 0, 0, 0, 0}), readBy(path_));
 }
 
-TEST_F(WavFileTest, FileThatIsThereIsContinued)
+TEST_F(WavFileTest, ExistingFileIsContinued)
 {
     ASSERT_TRUE(file_.open(path_, mono, problem_));
     ASSERT_TRUE(file_.write(0, {1, 2, 3}));
@@ -76,7 +76,7 @@ TEST_F(WavFileTest, FileThatIsThereIsContinued)
     EXPECT_EQ((Samples{1, 2, 3, 4}), readBy(path_));
 }
 
-TEST_F(WavFileTest, HeaderThatLagsBehindIsMended)
+TEST_F(WavFileTest, OutdatedHeaderIsRepaired)
 {
     ASSERT_TRUE(file_.open(path_, mono, problem_));
     ASSERT_TRUE(file_.write(0, {1, 2, 3}));
@@ -113,7 +113,7 @@ TEST_F(WavFileTest, AudioOfAnotherFormatIsLeftAlone)
     EXPECT_EQ((Samples{1, 2, 3}), readBy(path_));
 }
 
-TEST_F(WavFileTest, PlacesThatCannotBeWrittenAreTold)
+TEST_F(WavFileTest, UnwritablePathsAreReported)
 {
     EXPECT_FALSE(file_.open(folder_ / "none/talk.wav", mono, problem_));
     EXPECT_NE(std::string::npos, problem_.find("No such file or directory")) << problem_;
