@@ -134,6 +134,19 @@ void RtspServerFixture::feedAudio()
     streams->streams[0]->feed("trackID=1", makeUnit(audioTime_, nowNs(), true, 1, 160, 160));
 }
 
+bool RtspServerFixture::endedAfterHandshakeTimes(TestClient& client, int times)
+{
+    for (int i = 0; i < times; ++i)
+    {
+        time.advance(config.limits.handshakeTimeout * 1000);
+        if (client.ended(20))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool RtspServerFixture::eventually(const std::function<bool()>& done)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);

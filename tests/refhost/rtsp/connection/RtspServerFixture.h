@@ -51,6 +51,10 @@ protected:
     void frame(bool key, std::size_t packets = 3);
     void feedAudio();
 
+    /// Lets the handshake timeout pass until the client's connection ends: the server may accept the client
+    /// only after the first. \returns false when it did not end
+    bool endedAfterHandshakeTimes(TestClient& client, int times = 500);
+
     /// Waits, bounded, until `done`.
     static bool eventually(const std::function<bool()>& done);
     /// How many tracks the dispatcher of the first controller has, and sessions that of the second.
