@@ -48,7 +48,9 @@ TEST_P(OVLiveControllerTransport, SetupBuildsThePacketiserWith1364BytesThenAttac
               host_.calls());
 }
 
-INSTANTIATE_TEST_SUITE_P(Known, OVLiveControllerTransport, testing::Values(1, 2, 3));
+INSTANTIATE_TEST_SUITE_P(Known, OVLiveControllerTransport, testing::Values(1, 2, 3),
+                         [](const testing::TestParamInfo<int>& kind)
+                         { return "Kind" + std::to_string(kind.param); });
 
 TEST_F(OVLiveControllerTest, EachFailingCallEndsSetupWithItsCodeSilently)
 {

@@ -104,7 +104,8 @@ TEST_P(MulticastTrackMethods, ServeAMemberWhoseTrackAnotherOneSetUp)
     EXPECT_EQ(0, method(GetParam(), "two", video_));
 }
 
-INSTANTIATE_TEST_SUITE_P(Both, MulticastTrackMethods, testing::Values("play", "getTrackSSRC"));
+INSTANTIATE_TEST_SUITE_P(Both, MulticastTrackMethods, testing::Values("play", "getTrackSSRC"),
+                         [](const testing::TestParamInfo<const char*>& method) { return method.param; });
 
 TEST_F(MulticastMethods, MembersSeeOneSsrc)
 {

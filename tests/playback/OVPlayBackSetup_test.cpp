@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <ostream>
 #include <string>
 #include <utility>
 
@@ -21,6 +22,11 @@ struct Transport
 {
     int kind;
     int payloadSize;
+
+    friend std::ostream& operator<<(std::ostream& out, const Transport& transport)
+    {
+        return out << transport.kind;
+    }
 };
 
 class OVPlayBackTransport : public OVPlayBackSetup, public testing::WithParamInterface<Transport>
@@ -138,7 +144,9 @@ TEST_P(OVPlayBackTransport, SetupBuildsThePacketiserThenAttachesTheConnection)
 }
 
 INSTANTIATE_TEST_SUITE_P(Known, OVPlayBackTransport,
-                         testing::Values(Transport{1, 1364}, Transport{2, 1440 - 76}, Transport{3, 1364}));
+                         testing::Values(Transport{1, 1364}, Transport{2, 1440 - 76}, Transport{3, 1364}),
+                         [](const testing::TestParamInfo<Transport>& tested)
+                         { return "Kind" + std::to_string(tested.param.kind); });
 
 TEST_F(OVPlayBackSetup, UnicastPayloadIsTheDispatchersMtuWithout76Bytes)
 {

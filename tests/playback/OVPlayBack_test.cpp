@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,11 @@ struct Forwarded
     std::function<int(OVPlayBack&)> call;
     const char* operation;
     const char* arguments;
+
+    friend std::ostream& operator<<(std::ostream& out, const Forwarded& row)
+    {
+        return out << row.name;
+    }
 };
 
 const std::vector<Forwarded>& allForwarded()

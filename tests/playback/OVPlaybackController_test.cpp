@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <limits>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,11 @@ struct Forwarded
     std::function<int(IRTSPController&)> call;
     const char* operation;
     const char* arguments;
+
+    friend std::ostream& operator<<(std::ostream& out, const Forwarded& row)
+    {
+        return out << row.name;
+    }
 };
 
 const std::vector<Forwarded>& allForwarded()

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,11 @@ struct Case
     std::string encoding;
     std::vector<std::uint8_t> payload;
     FrameStart expected;
+
+    friend std::ostream& operator<<(std::ostream& out, const Case& tested)
+    {
+        return out << tested.name;
+    }
 };
 
 class FrameStartOf : public testing::TestWithParam<Case>

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -257,6 +258,11 @@ struct BadCase
     int line;
     int column;
     std::string message;
+
+    friend std::ostream& operator<<(std::ostream& out, const BadCase& bad)
+    {
+        return out << bad.name;
+    }
 };
 
 class BadConfig : public testing::TestWithParam<BadCase>

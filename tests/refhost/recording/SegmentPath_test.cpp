@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace refhost
 {
 namespace
@@ -11,6 +13,11 @@ struct Moment
 {
     const char* path;
     WallTime begin;
+
+    friend std::ostream& operator<<(std::ostream& out, const Moment& moment)
+    {
+        return out << moment.path;
+    }
 };
 
 class SegmentPathTest : public testing::TestWithParam<Moment>

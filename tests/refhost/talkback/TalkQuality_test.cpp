@@ -184,7 +184,9 @@ TEST_P(TalkQuality, BadNetworkLeavesShortSilencesAndPlaysNearlyAllArrivedAudioSo
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(OneTalkSender, TalkQuality, testing::Values(TalkPolicy::first, TalkPolicy::mix));
+INSTANTIATE_TEST_SUITE_P(OneTalkSender, TalkQuality, testing::Values(TalkPolicy::first, TalkPolicy::mix),
+                         [](const testing::TestParamInfo<TalkPolicy>& tested)
+                         { return tested.param == TalkPolicy::mix ? "Mixed" : "First"; });
 
 }  // namespace
 }  // namespace test

@@ -105,7 +105,9 @@ class MulticastSendingTest : public MulticastServerTest, public testing::WithPar
 {
 };
 
-INSTANTIATE_TEST_SUITE_P(Offload, MulticastSendingTest, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Offload, MulticastSendingTest, testing::Bool(),
+                         [](const testing::TestParamInfo<bool>& segmented)
+                         { return segmented.param ? "Segmented" : "SinglePackets"; });
 
 TEST_P(MulticastSendingTest, EveryMemberGetsWhatIsSentOnce)
 {

@@ -231,7 +231,14 @@ TEST_P(UdpServerAddressTest, ClientsGetEveryPacketWhateverTheSizes)
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, UdpServerAddressTest,
-                         testing::Combine(testing::Values("127.0.0.1", "::1"), testing::Bool()));
+                         testing::Combine(testing::Values("127.0.0.1", "::1"), testing::Bool()),
+                         [](const testing::TestParamInfo<UdpServerAddressTest::ParamType>& tested)
+                         {
+                             const bool ipv6 = std::get<0>(tested.param) == std::string("::1");
+                             const bool segmented = std::get<1>(tested.param);
+                             return std::string(ipv6 ? "Ipv6" : "Ipv4") +
+                                    (segmented ? "Segmented" : "SinglePackets");
+                         });
 
 TEST(UdpServer, PacketsBeyondThePathAreFragmentedWithoutGivingUpSegments)
 {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -90,6 +91,11 @@ struct StatusCase
     const char* headers;
     const char* body;
     int status;
+
+    friend std::ostream& operator<<(std::ostream& out, const StatusCase& tested)
+    {
+        return out << tested.name;
+    }
 };
 
 class RequestHandlerStatus : public RequestHandlerTest, public testing::WithParamInterface<StatusCase>
