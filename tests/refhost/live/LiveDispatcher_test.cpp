@@ -157,7 +157,7 @@ TEST_F(LiveDispatcherTest, SequenceGoesOnOverAPause)
     ASSERT_GT(wire->packets.size(), before);
     EXPECT_TRUE(wire->packets[before].unit->keyFrame);
     EXPECT_TRUE(wire->contiguous());
-    // Same mapping: the distance in timestamps is the distance in the source.
+    // Same mapping: timestamps are as far apart as in the source.
     EXPECT_EQ(25U * 3600U, wire->packets[before].timestamp - wire->packets[0].timestamp);
     EXPECT_EQ(wire->packets[before].ssrc, wire->packets[0].ssrc);
 }
@@ -322,7 +322,7 @@ TEST_F(LiveDispatcherTest, PacedTransportsCatchUpAFewUnitsAtATime)
     EXPECT_EQ(5U, wire->units().size());
     ticks(4);
     EXPECT_EQ(21U, wire->units().size());
-    // The key frame that comes meanwhile does not cut the catching up short.
+    // A key frame that arrives meanwhile does not end the catch-up.
     ticks(3);
     EXPECT_EQ(28U, wire->units().size());
     EXPECT_EQ(0U, statistics("s", video).unitsSkipped);

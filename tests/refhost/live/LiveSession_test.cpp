@@ -22,7 +22,7 @@ namespace
 
 constexpr std::chrono::seconds bound(30);
 
-/// Opens once; whoever waits goes on.
+/// A gate that opens once and lets all waiting threads continue.
 class Gate
 {
 public:
@@ -47,7 +47,7 @@ private:
     bool open_ = false;
 };
 
-/// A transport whose first send stays inside until it is let go, as if the thread had lost its processor there.
+/// A transport whose first send blocks until released, as if the thread were preempted there.
 class StuckTransport : public FakeTransport
 {
 public:
@@ -95,18 +95,17 @@ TEST_F(LiveSessionTest, AFanOutDoesNotWaitForASessionThatIsBusyElsewhere)
 
     std::thread busy([this] { EXPECT_EQ(0, play("slow", video)); });
     ASSERT_TRUE(entered.wait());
-    // Five more frames, while the other thread holds the slow session: this thread is not kept from
-    // anything.
+    // Five more frames while the other thread holds the slow session: this thread never blocks.
     ticks(5);
     EXPECT_EQ(8U, other->units().size());
     leave.open();
     busy.join();
-    // The thread that held the session did the work that was left to it.
+    // The thread that held the session sent the rest.
     EXPECT_EQ(8U, wire->units().size());
     EXPECT_TRUE(wire->contiguous());
 }
 
-/// Frames come while another thread is busy with the session's audioWire, behind the frames.
+/// Frames arrive while another thread is sending the session's audio, after the video.
 void LiveSessionTest::deliverBesideBusyAudio(bool byPlay)
 {
     Gate entered;
@@ -171,7 +170,7 @@ TEST_F(LiveSessionTest, RemoveWaitsForAPacketThatIsJustLeaving)
         [&]
         {
             EXPECT_EQ(0, remove("s", video));
-            // Nothing leaves from here on: what left, left before.
+            // No packet is sent from here on.
             EXPECT_EQ(9U, wire->packets.size());
             removed = true;
         });

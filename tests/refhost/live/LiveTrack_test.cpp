@@ -175,7 +175,7 @@ TEST_F(LiveTrackTest, LeavingSessionIsReleasedWithTheNextUnit)
     track->onAccessUnit(unit(0, true));
     for (const auto& session : sessions)
     {
-        EXPECT_EQ(3, session.use_count());  // here, the list, and the copy of it that units are dealt out by
+        EXPECT_EQ(3, session.use_count());  // here, the list, and its copy for the fan-out
     }
     // In an order that moves others to freed slots.
     std::size_t left = slots.size();

@@ -60,13 +60,13 @@ TEST_F(TrackSenderTest, ALongCongestionLosesWholeUnitsUpToTheNewestKeyFrame)
     play("s", video);
     play("t", video);
     ticks(10);
-    wire->capacity = 1;  // tears the next unit apart
+    wire->capacity = 1;  // splits the next unit
     ticks(60);
     const std::size_t torn = wire->packets.size();
     EXPECT_EQ(70U, other->units().size());
     wire->capacity = SIZE_MAX;
     wire->ready();
-    // The torn unit is finished; what follows is the key frame of unit 50 and all behind it.
+    // The split unit is completed, followed by the key frame of unit 50 and everything after it.
     EXPECT_TRUE(wire->packets[torn + 1].last);
     EXPECT_TRUE(wire->packets[torn + 2].unit->keyFrame);
     EXPECT_EQ(11U + 20U, wire->units().size());

@@ -18,7 +18,7 @@ namespace test
 namespace
 {
 
-/// The sender report at the head of a compound packet, and the name behind it.
+/// The sender report at the start of a compound packet, and the CNAME after it.
 struct ReadReport
 {
     explicit ReadReport(const std::vector<std::uint8_t>& packet)
@@ -163,7 +163,7 @@ TEST_F(TrackSenderTest, AClockThatIsSetIsReportedAtOnceByAllTracksWhileRtpTimeGo
         ASSERT_EQ(before[0] + 1, frames->rtcp.size()) << byMs;
         ASSERT_EQ(before[1] + 1, audioWire->rtcp.size()) << byMs;
         const ReadReport report(frames->rtcp.back());
-        // Sent with one of the last frames, and dated by the clock as it is set now.
+        // Sent with one of the last frames, dated by the clock as set now.
         const std::int64_t agoMs = clock.wallNs() / 1'000'000 - report.wallMs();
         EXPECT_GE(agoMs, 0) << byMs;
         EXPECT_LE(agoMs, 240) << byMs;

@@ -10,11 +10,11 @@ namespace test
 namespace
 {
 
-/// How viewers start who come in the middle of a GOP.
+/// Starts of viewers that join in the middle of a GOP.
 class TrackSenderStart : public TrackSenderTest
 {
 protected:
-    /// Milliseconds of video that a client has, from its first unit to its last one.
+    /// Milliseconds of video received, from the first unit to the last.
     static std::int64_t spanMs(Wire& wire)
     {
         const auto units = wire.units();

@@ -28,7 +28,7 @@ TEST_F(TrackSenderTest, RtpInfoNamesTheCachedKeyFrame)
     transport("s", video)->hold();
     play("s", video);
     const RTPPacketInfo info = rtpInfo("s", video);
-    ticks(20);  // a newer key frame comes before the answer is out
+    ticks(20);  // a newer key frame arrives before the response is sent
     transport("s", video)->release();
     expectFirst(info, wire->packets.front());
     EXPECT_TRUE(wire->contiguous());
@@ -255,7 +255,7 @@ TEST_F(TrackSenderTest, AudioKeepsWhatLongGopsNeed)
     setUp("first", video);
     setUp("first", audio);
     tick();
-    for (std::uint32_t i = 1; i < 200; ++i)  // a single group of eight seconds
+    for (std::uint32_t i = 1; i < 200; ++i)  // a single GOP of eight seconds
     {
         tickAudio();
         tickAudio();
@@ -271,12 +271,12 @@ TEST_F(TrackSenderTest, AudioKeepsWhatLongGopsNeed)
     EXPECT_EQ(frames->units().front()->captureTime, audioWire->units().front()->captureTime);
 }
 
-// ---- Audio that travels with the frame
+// ---- Audio that is sent with the frame
 
 class AudioJoiningTest : public TrackSenderTest
 {
 protected:
-    /// Starts a session whose transport joins units, both tracks up to date.
+    /// Starts a session on a transport that joins units, both tracks at the head.
     void begin()
     {
         frames = setUp("s", video);

@@ -19,7 +19,7 @@ namespace refhost
 namespace test
 {
 
-/// Somebody on this machine who joined a group at the loopback interface.
+/// A member of a group at the loopback interface of this machine.
 class GroupMember
 {
 public:
@@ -77,7 +77,7 @@ public:
         return packet;
     }
 
-    /// Takes the packets that are there now. \returns how many
+    /// Receives the waiting packets. \returns how many
     std::size_t waiting()
     {
         std::size_t count = 0;

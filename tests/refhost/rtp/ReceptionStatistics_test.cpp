@@ -20,7 +20,7 @@ constexpr RtpClock clock(8000);
 class ReceptionStatisticsTest : public testing::Test
 {
 protected:
-    /// A packet of 20 ms that comes just in time.
+    /// A packet of 20 ms that arrives in time.
     ReceptionStatistics::Arrival onTime(std::uint16_t sequence)
     {
         return statistics.count(sequence, sequence * 160U, atMs(sequence * 20));
@@ -136,7 +136,7 @@ TEST_F(ReceptionStatisticsTest, DelaySinceTheSenderReportIsIn65536ths)
 
 TEST_F(ReceptionStatisticsTest, LossesSaturateAtTheirFields)
 {
-    // Four packets in five are lost, again and again: 24 bits hold about 10 minutes of such gaps.
+    // Each packet is followed by a gap of 1999: 24 bits overflow.
     std::uint16_t sequence = 0;
     for (int i = 0; i < 9000; ++i)
     {

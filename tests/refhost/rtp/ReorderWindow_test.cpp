@@ -25,7 +25,7 @@ protected:
         return window.add(std::move(packet));
     }
 
-    /// The sequence number that comes next; 0 for none, 1 for waiting.
+    /// The next sequence number; 0 for none, 1 for waiting.
     std::uint32_t next(std::int64_t ms = 0)
     {
         ReorderWindow::Packet packet;

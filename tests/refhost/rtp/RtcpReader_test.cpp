@@ -44,7 +44,7 @@ Bytes reportOf(unsigned count, const Bytes& blocks)
            blocks;
 }
 
-/// Reads from memory of exactly that size, so that a sanitizer sees every byte too much.
+/// Reads from memory of exactly that size, so that a sanitizer catches every read beyond it.
 bool readExactly(const Bytes& packet, RtcpFindings& findings)
 {
     const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[packet.size()]);

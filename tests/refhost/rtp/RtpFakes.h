@@ -28,17 +28,17 @@ struct SentPacket
     AccessUnitPtr unit;
     std::size_t index;  ///< in the unit
     bool last;          ///< of the unit
-    bool more;          ///< another unit was promised
+    bool more;          ///< another unit was announced
 };
 
-/// What a FakeTransport saw, kept beyond its end.
+/// What a FakeTransport sent; outlives it.
 struct Wire
 {
     std::mutex mutex;
     std::vector<SentPacket> packets;
     std::vector<std::vector<std::uint8_t>> rtcp;
     std::vector<char> order;          ///< 'p' for each RTP packet, 'r' for each RTCP packet
-    std::size_t capacity = SIZE_MAX;  ///< packets that are still taken
+    std::size_t capacity = SIZE_MAX;  ///< packets that it still takes
     SendStatus status = SendStatus::sent;
     TransportTraits traits = reliable();
     std::weak_ptr<TransportListener> listener;
@@ -65,7 +65,7 @@ struct Wire
         }
     }
 
-    /// Units whose packets left, in order.
+    /// Units sent, in order.
     std::vector<AccessUnitPtr> units()
     {
         const std::lock_guard<std::mutex> guard(mutex);

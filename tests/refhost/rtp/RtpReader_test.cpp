@@ -35,7 +35,7 @@ struct Read
     Bytes payload;
 };
 
-/// Reads from memory of exactly that size, so that a sanitizer sees every byte too much.
+/// Reads from memory of exactly that size, so that a sanitizer catches every read beyond it.
 Read readExactly(const Bytes& packet)
 {
     const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[packet.size()]);

@@ -31,7 +31,7 @@ inline Samples tone(double hertz, int rate, std::size_t frames, double amplitude
     return samples;
 }
 
-/// Amplitude of one frequency in one channel's samples (Goertzel's transport).
+/// Amplitude of one frequency in one channel's samples (Goertzel's algorithm).
 inline double amplitudeAt(double hertz, int rate, const Samples& samples, std::size_t begin,
                           std::size_t count)
 {

@@ -11,7 +11,7 @@
 
 using namespace refhost;
 
-// What can be seen without a sound card and without a sound server.
+// What can be tested without a sound card and without a sound server.
 
 TEST(AlsaOutput, MissingDeviceIsReported)
 {
@@ -45,7 +45,7 @@ TEST(AlsaOutput, PlaysOnADeviceThatTakesEverything)
     }
 }
 
-// alsa-lib itself writes down what reaches the device.
+// alsa-lib itself records what reaches the device.
 TEST(AlsaOutput, DeviceGetsEverySampleAtItsRateAndOnItsChannel)
 {
     const TemporaryFolder folder;

@@ -76,7 +76,7 @@ long ticksOf(const std::string& name)
     return -1;
 }
 
-// The manager on this host's own thread, dispatchers, decoders and player.
+// The manager with this host's own threads, dispatchers, decoders and player.
 class TalkBackChurn : public testing::Test
 {
 protected:
@@ -116,8 +116,8 @@ protected:
         }
     }
 
-    // One client's life, with everything that a host may ask meanwhile. The worker, or another thread that
-    // clears what does not play, may end the session at any moment of it.
+    // One client's session, with every query that a host may make meanwhile. The worker, or another thread
+    // that clears stopped sessions, may end it at any moment.
     void live(int thread, int iteration)
     {
         const std::string session = std::to_string(thread) + "-" + std::to_string(iteration);
@@ -159,7 +159,7 @@ protected:
         expectDoneOrGone(manager_->stopAudio(session));
     }
 
-    // Counted, because what a test has to say does not get through while the library's lines are kept away.
+    // Counted, because a test's messages are lost while the library's lines are suppressed.
     void expectDoneOrGone(int result)
     {
         unexpected_ += result == statusSuccess || result == statusRefused ? 0 : 1;
@@ -174,7 +174,7 @@ protected:
 
 TEST_F(TalkBackChurn, SessionsComeAndGoOnManyThreadsAndLeaveNothing)
 {
-    // A sanitizer has a thread of its own from the first one on.
+    // A sanitizer starts a thread of its own with the first one.
     std::thread([] {}).join();
     const std::size_t threadsBefore = entriesOf("/proc/self/task");
     const std::size_t filesBefore = entriesOf("/proc/self/fd");

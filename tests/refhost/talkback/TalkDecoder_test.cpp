@@ -34,7 +34,7 @@ SubMediaInfo aac16k()
                  "streamtype=5;profile-level-id=1;mode=AAC-hbr;config=1408;sizelength=13;indexlength=3");
 }
 
-// What ffmpeg makes of all 256 codes.
+// All 256 codes as ffmpeg decodes them.
 Samples reference(const std::string& format)
 {
     const TemporaryFolder folder;
@@ -65,7 +65,7 @@ struct AacFile
     Samples reference;
 };
 
-// Access units of a tone as ffmpeg encodes it, and what ffmpeg decodes of them.
+// Access units of a tone encoded by ffmpeg, and as ffmpeg decodes them.
 AacFile aacTone(int rate, int channels)
 {
     const TemporaryFolder folder;
@@ -93,8 +93,8 @@ AacFile aacTone(int rate, int channels)
     return out;
 }
 
-// Packets of 20 ms of a tone as ffmpeg encodes it: what stands in the pages of an Ogg file (RFC 3533, section 6)
-// behind the two headers.
+// Packets of 20 ms of a tone encoded by ffmpeg: the content of an Ogg file's pages (RFC 3533, section 6)
+// after the two headers.
 std::vector<Bytes> opusTone(int channels)
 {
     const TemporaryFolder folder;

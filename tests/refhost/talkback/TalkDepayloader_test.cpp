@@ -38,7 +38,7 @@ class Depayload
 public:
     explicit Depayload(Codec codec) : depayloader(TalkDepayloader::make(*backChannelOf(codec))) {}
 
-    /// Reads from memory of exactly that size, so that a sanitizer sees every byte too much.
+    /// Reads from memory of exactly that size, so that a sanitizer catches every read beyond it.
     bool read(const Bytes& payload, std::uint32_t timestamp = 0, bool marker = true)
     {
         const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[payload.size()]);

@@ -17,7 +17,7 @@ namespace test
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Puts an RTP packet together.
+/// Builds an RTP packet.
 struct RtpPacket
 {
     std::uint16_t sequence = 0;
@@ -58,7 +58,7 @@ struct Decoded
     };
 
     Kind kind;
-    std::uint32_t value;  ///< the frame's first byte, or the ticks made up for
+    std::uint32_t value;  ///< the frame's first byte, or the concealed ticks
 
     bool operator==(const Decoded& other) const
     {

@@ -1,5 +1,5 @@
-// What is played of talk-back over a network that loses and exchanges packets: from packets to the output, by
-// a clock that the test moves, so that no busy machine has a part in it.
+// Talk-back over a network that loses and reorders packets, from packets to the output, by a manual clock, so
+// that a busy machine does not matter.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -36,7 +36,7 @@ std::uint8_t codeOf(int packet)
 struct Network
 {
     int lost;      ///< of a hundred packets
-    int late;      ///< of a hundred packets come behind their successors
+    int late;      ///< of a hundred packets arrive after their successors
     int jitterMs;  ///< at most, of all others
 };
 
@@ -61,7 +61,7 @@ public:
         settings.format = format;
         settings.policy = policy;
         SharedOutput output(settings);
-        const std::chrono::milliseconds lead(policy == TalkPolicy::mix ? 30 : 60);  // as the server has it
+        const std::chrono::milliseconds lead(policy == TalkPolicy::mix ? 30 : 60);  // as in the server
         auto* const player =
             new OutputPlayer(std::make_unique<CapturedOutput>(clock_, samples_), format, lead);
         const SafePointer<IMediaPlayer> handle(player);

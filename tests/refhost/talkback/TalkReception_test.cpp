@@ -15,7 +15,7 @@ namespace
 class TalkReceptionTest : public testing::Test
 {
 protected:
-    /// Brings a packet of 20 ms whose payload starts with its number.
+    /// Adds a packet of 20 ms whose payload starts with its number.
     bool bring(std::uint16_t number, std::int64_t ms)
     {
         RtpPacket packet;

@@ -100,7 +100,7 @@ TEST_F(MulticastServerTest, ATransportIsSharedAndTakesFewUnitsAtOnce)
     EXPECT_FALSE(traits.silentWhenGone);
 }
 
-/// Whether packets leave in segmented messages or one by one.
+/// Whether packets are sent in segmented messages or one by one.
 class MulticastSendingTest : public MulticastServerTest, public testing::WithParamInterface<bool>
 {
 };

@@ -137,7 +137,7 @@ std::shared_ptr<UdpServer> openServer(const std::string& address = "127.0.0.1", 
     return server;
 }
 
-/// What the client shall get: every packet with the session's header.
+/// The datagrams expected: every packet with the session's header.
 std::vector<Bytes> expected(const AccessUnit& unit, std::size_t first, const RtpHeaderFields& header)
 {
     std::vector<Bytes> datagrams;

@@ -21,7 +21,7 @@ namespace
 
 const RtpHeaderFields header{1, 100, 2, 96};
 
-/// A UDP socket that nothing is sent on, to ask the system for its options.
+/// An idle UDP socket, to query the system's options.
 struct UnusedSocket
 {
     ~UnusedSocket()
@@ -32,7 +32,7 @@ struct UnusedSocket
     const int descriptor = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
 
-/// A sender whose system calls answer what the test says: a number of messages taken, or -errno.
+/// A sender whose system calls return scripted results: messages taken, or -errno.
 class ScriptedSender : private UnusedSocket, public UdpUnitSender
 {
 public:
@@ -41,7 +41,7 @@ public:
     std::deque<int> answers;  ///< when empty, everything is taken
     int calls = 0;
     std::vector<std::uint16_t> sequences;  ///< of the first packet of each message taken
-    std::vector<bool> segmented;           ///< for each call: did its first message have segments
+    std::vector<bool> segmented;           ///< for each call: whether its first message was segmented
 
 protected:
     int sendMessages(mmsghdr* messages, unsigned count) override
@@ -128,7 +128,7 @@ TEST(UdpUnitSender, RefusedSegmentsAreGivenUpForGood)
     {
         ScriptedSender sender(true);
         ASSERT_TRUE(sender.segmentation());
-        // 100 packets are three messages; the first goes, then a device says no.
+        // 100 packets are three messages; the first is sent, then the device refuses.
         sender.answers = {1, -error};
         const auto unit = makeUnit(0, 0, true, 100);
         const SendResult result = sender.send(SocketAddress(), unit, 0, header);

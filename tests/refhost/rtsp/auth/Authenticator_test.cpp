@@ -21,7 +21,7 @@ constexpr Authenticator::Client elsewhere{{2}, 9};
 class AuthenticatorTest : public testing::Test
 {
 protected:
-    /// The nonce of a fresh challenge.
+    /// The nonce of a new challenge.
     std::string challenge(bool stale = false)
     {
         ResponseWriter writer;

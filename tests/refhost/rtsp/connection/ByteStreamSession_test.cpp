@@ -84,7 +84,7 @@ struct Kind
 class ByteStreamSession : public test::StreamFixture, public testing::WithParamInterface<Kind>
 {
 public:
-    /// Connects a client over a stream that transfers so many bytes at once.
+    /// Connects a client over a stream that transfers at most that many bytes at once.
     void connect(std::size_t bytesAtOnce)
     {
         connectMemory(bytesAtOnce);
@@ -97,7 +97,7 @@ public:
         connectOver(std::make_shared<SealedStream>(memory), std::make_unique<SealedClient>(memory));
     }
 
-    /// Connects a client whose second connection was accepted by another loop, where its first line was read.
+    /// Connects a client whose second connection another loop accepted and read the first line of.
     void connectHalves()
     {
         const auto output = std::make_shared<MemoryStream>();
@@ -155,7 +155,7 @@ protected:
 
 TEST_P(ByteStreamSession, IsServedCompletely)
 {
-    // What transports report of the real clock is in the past of the server's then.
+    // The real clock, which transports report, is behind the server's then.
     time.advance(-timeoutMs);
     GetParam().connect(*this);
     ASSERT_NE(client_, nullptr);
@@ -229,7 +229,7 @@ TEST_P(ByteStreamSession, LastResponseArrivesCompletely)
 {
     GetParam().connect(*this);
     ASSERT_NE(client_, nullptr);
-    // Too many headers to know where the request ends: answered, and no more is read.
+    // Too many headers to find the end of the request: answered, then nothing more is read.
     std::string headers;
     for (int i = 0; i < 100; ++i)
     {

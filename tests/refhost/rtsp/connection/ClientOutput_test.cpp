@@ -33,7 +33,7 @@ public:
     std::atomic<int> ready{0};
 };
 
-/// Lets a test see whether it is watched for `sendable`.
+/// Shows whether it is watched for `sendable`.
 class ObservedStream : public test::ForwardingStream
 {
 public:
@@ -89,7 +89,7 @@ protected:
         return output_->sendFrames(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
     }
 
-    /// Everything that arrived until now.
+    /// Everything received so far.
     std::string read()
     {
         std::string all;
@@ -102,7 +102,7 @@ protected:
         return all;
     }
 
-    /// Writes frames until no more are taken. \returns what was taken
+    /// Writes frames until one is refused. \returns the bytes taken
     std::string congest()
     {
         std::string taken;
@@ -323,7 +323,7 @@ TEST_F(ClientOutputTest, WhatTheCorkGatheredWaitsBehindWhatTheSocketDidNotTake)
     EXPECT_EQ(arrived, taken + "firstsecond");
 }
 
-/// Takes one byte at a time, of the first part that has any, and keeps it.
+/// Takes and keeps one byte at a time, of the first non-empty part.
 class SingleByteStream : public test::ForwardingStream
 {
 public:

@@ -1,4 +1,4 @@
-// Clients that do not read the responses they asked for, while a request of theirs waits for its stream.
+// Clients that do not read their responses while one of their requests is deferred.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -21,13 +21,13 @@ class CongestedConnectionTest : public test::StreamFixture
 protected:
     static constexpr int answered = 140;
 
-    /// The client reads nothing and asks for more than it may owe; its last request waits for its stream.
+    /// The client reads nothing and requests more than may wait; its last request is deferred.
     void congest()
     {
         stream().description = Description::starting;
         connectMemory(100000);
         carrier_.lock()->stall(true);
-        // In two steps: a request is not handled any more where too much waits before it.
+        // In two steps: a request behind too many waiting responses is not handled.
         client_->send(options(1, answered / 2));
         ASSERT_TRUE(eventually([this] { return carrier_.lock()->allReceived(); }));
         runOn(loop_->events(), [] {});
@@ -51,7 +51,7 @@ protected:
         return requests;
     }
 
-    /// Has deferred requests tried again, and waits until they were.
+    /// Retries deferred requests, and waits for that.
     void retry()
     {
         loop_->retryDeferred();

@@ -26,7 +26,7 @@ SocketAddress::Key address(unsigned number)
     return key;
 }
 
-/// Connections as a server has them: closed when they are displaced.
+/// Connections that close when displaced, like a server's.
 class ConnectionSlotsTest : public testing::Test
 {
 protected:

@@ -16,7 +16,7 @@ namespace refhost
 namespace test
 {
 
-/// A stream with a video track and audio track whose description a test decides.
+/// A stream with a video and an audio track, described by the test.
 class HandFedStream : public FakeSource
 {
 public:

@@ -220,7 +220,7 @@ TEST_F(RtspConnectionTest, ASlowReaderLosesWholeFramesAndNobodyElseWaits)
     EXPECT_GT(slowReceived, 0);
 }
 
-/// Requests of one client, as many as `count`.
+/// `count` requests of one client.
 std::string pipeline(const std::string& url, int count)
 {
     std::string requests;
@@ -235,7 +235,7 @@ TEST_F(RtspConnectionTest, ClientThatNeverReadsResponsesIsPausedAndThenClosed)
 {
     TestClient mute(server->port(), 4096);
     const std::string requests = pipeline(url(), 200000);
-    const std::size_t clientsOwn = 6u << 20;  // what the sending system keeps
+    const std::size_t clientsOwn = 6u << 20;  // buffered by the sender's system
     ASSERT_GT(requests.size(), 2 * clientsOwn);
     EXPECT_LT(mute.sendSome(requests, 200), clientsOwn) << "the server takes requests without bound";
     EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);

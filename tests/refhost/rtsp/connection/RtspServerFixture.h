@@ -20,7 +20,7 @@ namespace test
 class RtspServerFixture : public testing::Test
 {
 public:
-    /// Which of the library's controllers serves orv/live.
+    /// The library's controller that serves orv/live.
     enum class Controller
     {
         first,
@@ -57,7 +57,7 @@ protected:
 
     /// Waits, bounded, until `done`.
     static bool eventually(const std::function<bool()>& done);
-    /// How many tracks the dispatcher of the first controller has, and sessions that of the second.
+    /// Tracks in the dispatcher of the first controller plus sessions in that of the second.
     static std::size_t dispatched();
     static int openDescriptors();
     static int threads();

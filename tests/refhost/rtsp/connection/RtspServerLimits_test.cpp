@@ -56,7 +56,7 @@ TEST_F(RtspServerLimitsTest, FloodOfRefusedConnectionsIsBoundedAndEnds)
         flood.emplace_back(server->port());
     }
     EXPECT_EQ(first.request("OPTIONS", "*").status, 200);
-    // Those that are answered, and one that is being turned away.
+    // Those that are answered, and one being refused.
     EXPECT_LE(openDescriptors(), before + 200 + 64 + 1);
     for (TestClient& client : flood)
     {

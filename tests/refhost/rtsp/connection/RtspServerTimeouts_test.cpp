@@ -124,7 +124,7 @@ TEST_F(RtspServerTimeoutsTest, ViewerThatOnlyReceivesFramesOverTcpIsAlive)
         frame(true, 1);
         ASSERT_TRUE(client.frame(0).isRtp()) << "second " << second;
         time.advance(1000);
-        client.receive(6);  // gives the server time to look
+        client.receive(6);  // lets the server check
     }
     EXPECT_EQ(server->sessionCount(), 1u);
 }
@@ -135,12 +135,12 @@ TEST_F(RtspServerTimeoutsTest, SilentPausedViewerStaysAliveWhileItsTcpAnswers)
     TestClient client(server->port(), 4096);
     const std::string id = setUpTcp(client, 1);
     client.request("PLAY", url(), session(id));
-    // It stops reading: soon the connection takes nothing more.
+    // It stops reading: soon the connection is full.
     for (int second = 0; second < 3 * config.limits.sessionTimeout; ++second)
     {
         frame(true, 100);
         time.advance(1000);
-        std::this_thread::sleep_for(std::chrono::milliseconds(6));  // gives the server time to look
+        std::this_thread::sleep_for(std::chrono::milliseconds(6));  // lets the server check
     }
     EXPECT_EQ(server->sessionCount(), 1u);
     EXPECT_EQ(client.request("GET_PARAMETER", url(), session(id)).status, 200);

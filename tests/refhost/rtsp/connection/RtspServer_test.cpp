@@ -57,7 +57,7 @@ TEST_F(RtspServerTest, ASessionDoesNotExistForOtherAddresses)
 
 TEST_F(RtspServerTest, StopEndsEverythingAndLeavesNothing)
 {
-    // The thread sanitizer brings a thread of its own along with the first one.
+    // The thread sanitizer starts a thread of its own with the first one.
     std::thread([] {}).join();
     const int threadsBefore = threads();
     const int descriptorsBefore = openDescriptors();

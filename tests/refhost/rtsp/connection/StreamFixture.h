@@ -42,7 +42,7 @@ private:
     const std::shared_ptr<MemoryStream> toServer_;
 };
 
-/// Two loops without a server, and a client whose connection is a stream of the test's.
+/// Two loops without a server, and a client over a stream of the test's.
 class StreamFixture : public RtspServerFixture
 {
 protected:
@@ -57,7 +57,7 @@ protected:
         EXPECT_TRUE(stream_.expired()) << "a closed connection's stream is still held";
     }
 
-    /// Connects a client over a stream that transfers so many bytes at once.
+    /// Connects a client over a stream that transfers at most that many bytes at once.
     void connectMemory(std::size_t bytesAtOnce)
     {
         const auto memory = std::make_shared<MemoryStream>(bytesAtOnce);
@@ -86,7 +86,7 @@ protected:
     std::unique_ptr<ConnectionLoop> loop_ =
         std::make_unique<ConnectionLoop>("loop", services_, refused_, sweepInterval);
     std::weak_ptr<ByteStream> stream_;
-    std::weak_ptr<MemoryStream> carrier_;  // what the bytes of the client come on
+    std::weak_ptr<MemoryStream> carrier_;  // carries the client's bytes
     std::unique_ptr<TestClient> client_;
 
 private:

@@ -217,7 +217,7 @@ Received TestClient::receive(int milliseconds)
         }
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
-        // Looks at least once, however late this thread is.
+        // Checks at least once, however late this thread is.
         const bool late = left.count() < 0;
         if ((late && looked) || !fill(late ? 0 : static_cast<int>(left.count())))
         {

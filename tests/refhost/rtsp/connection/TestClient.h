@@ -41,7 +41,7 @@ struct Received
     std::uint32_t ssrc() const;
 };
 
-/// A blocking RTSP client, with a bound on every wait; over loopback, unless a derived one has other bytes.
+/// A blocking RTSP client with bounded waits, over loopback unless a derived class has another transport.
 class TestClient
 {
 public:
@@ -52,9 +52,9 @@ public:
     TestClient& operator=(const TestClient&) = delete;
 
     void send(const std::string& bytes);
-    /// Sends what a closed socket may refuse.
+    /// Sends; ignores a closed socket.
     virtual bool trySend(const std::string& bytes);
-    /// Sends what the server takes, until it takes nothing for so long. \returns how much it took
+    /// Sends until the server takes nothing for that long. \returns the bytes taken
     std::size_t sendSome(std::string_view bytes, int milliseconds);
 
     /// The next response or frame. Waits at most `milliseconds`.
@@ -70,18 +70,18 @@ public:
     static std::string text(const std::string& method, const std::string& url, int cseq,
                             const std::string& headers, const std::string& body);
 
-    /// True when the server has ended the connection, or does so in time.
+    /// Whether the server ends the connection in time.
     bool ended(int milliseconds = 5000);
-    /// Closes the socket; with `reset`, without the usual end.
+    /// Closes the socket; with `reset`, by RST.
     void close(bool reset = false);
     void endSending();
 
     int localPort() const;
 
 protected:
-    /// For other bytes than a socket's: with trySend() and wait() of its own.
+    /// Without a socket, for a derived class with its own trySend() and wait().
     TestClient() = default;
-    /// Waits for bytes. \returns them; none when none came in time, or after the end
+    /// Waits for bytes. \returns none after a timeout or the end
     virtual std::string wait(int milliseconds);
 
     bool end_ = false;  // the server ended the connection

@@ -12,13 +12,13 @@ namespace
 
 using Item = RequestReader::Item;
 
-/// What came out of a reader, one line an item.
+/// The items of a reader, one line each.
 class Reading
 {
 public:
     explicit Reading(const RequestReader::Limits& limits = RequestReader::Limits()) : reader_(limits) {}
 
-    /// Feeds `bytes` from memory that is gone afterwards, as a connection's buffer is.
+    /// Feeds `bytes` from memory that is freed afterwards, like a connection's buffer.
     void feed(const std::string& bytes)
     {
         const std::vector<char> copy(bytes.begin(), bytes.end());
@@ -336,7 +336,7 @@ TEST(RequestReader, FindsAnItemAgainThatWasPutBack)
     reader.feed(bytes.data(), bytes.size());
     ASSERT_EQ(reader.next(request), Item::request);
     reader.putBack();
-    bytes.assign(bytes.size(), '!');  // the fed bytes are gone
+    bytes.assign(bytes.size(), '!');  // the fed bytes are overwritten
 
     ASSERT_EQ(reader.next(request), Item::request);
     EXPECT_EQ(request.method, "PLAY");

@@ -16,7 +16,7 @@ namespace refhost
 namespace test
 {
 
-/// What controllers were asked for, in order, and what they answer.
+/// The calls of controllers in order, and their results.
 struct ControllerScript
 {
     /// Records a call and returns its result.
@@ -37,7 +37,7 @@ struct ControllerScript
         return found == results.end() ? 0 : found->second;
     }
 
-    /// How often a call of that name was made, with the track's name when given.
+    /// Calls of that operation, with the track's name if given.
     long countOf(const std::string& prefix)
     {
         const std::lock_guard<std::mutex> guard(mutex);

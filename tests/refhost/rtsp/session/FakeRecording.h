@@ -10,13 +10,13 @@ namespace refhost
 namespace test
 {
 
-/// A recording of 60 seconds from 2023-11-14 22:13:20 UTC on, and where its one session is.
+/// A recording of 60 seconds from 2023-11-14 22:13:20 UTC on, and the position of its one session.
 struct RecordingScript : ControllerScript
 {
     static constexpr std::int64_t beginTime = 1700000000;
     static constexpr double seconds = 60;
 
-    /// Playing has come to `instant`.
+    /// Playing has reached `instant`.
     void place(double instant)
     {
         const std::lock_guard<std::mutex> guard(mutex);
@@ -34,7 +34,7 @@ struct RecordingScript : ControllerScript
     std::int64_t leadNs = 0;  ///< its first frame is that much earlier
 };
 
-/// A controller of recordings: notes what it is asked for and goes where it is sent at once.
+/// A controller of recordings that records its calls and seeks at once.
 class FakeRecording : public FakeController
 {
 public:

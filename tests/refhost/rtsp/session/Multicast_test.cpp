@@ -360,7 +360,7 @@ TEST_F(MulticastTest, ASilentViewerLeavesThoughMembersReport)
     }
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 1; }));
     EXPECT_EQ(ask(*sender, "GET_PARAMETER"), 200);
-    // Its connection carries no session any more and may be gone too.
+    // Its connection has no session left and may have ended too.
     TestClient late(server->port());
     EXPECT_EQ(late.request("GET_PARAMETER", url(mainPath), session(silent->session)).status, 454);
 }
@@ -428,7 +428,7 @@ TEST_F(MulticastTest, ViewersOfAllThreadsComeAndGoAtOnce)
                 {
                     const auto viewer = join(1 + turn % 2);
                     EXPECT_EQ(play(*viewer).status, 200);
-                    // The others leave without a word.
+                    // The others leave without TEARDOWN.
                     if ((turn + i) % 3 != 0)
                     {
                         EXPECT_EQ(ask(*viewer, "TEARDOWN"), 200);
@@ -446,7 +446,7 @@ TEST_F(MulticastTest, ViewersOfAllThreadsComeAndGoAtOnce)
     {
         thread.join();
     }
-    // What waited for another thread's method travels with the frames that follow.
+    // Packets delayed by another thread's method are sent with the next frames.
     for (int i = 0; i < sent; ++i)
     {
         frame(false, 1);

@@ -35,7 +35,7 @@ protected:
         client_ = std::make_unique<TestClient>(server->port());
     }
 
-    /// Sets both tracks up; the session's id is `id_` then.
+    /// Sets both tracks up and stores the session's id in `id_`.
     void setUp(const std::string& headers = "")
     {
         for (int i = 0; i < 2; ++i)
@@ -62,7 +62,7 @@ protected:
         client_->send(TestClient::text("PLAY", url(recording), 100, session(id_) + headers, ""));
     }
 
-    /// A change that makes nothing ready, and has been looked into.
+    /// Announces a change that makes nothing ready, and waits until it is handled.
     void announceInVain()
     {
         const long before = script_->countOf("play");

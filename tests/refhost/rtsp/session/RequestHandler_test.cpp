@@ -87,7 +87,7 @@ struct StatusCase
 {
     const char* name;
     const char* method;
-    const char* path;  ///< behind the server's address; "*" alone is the server
+    const char* path;  ///< follows the server's address; "*" alone is the server
     const char* headers;
     const char* body;
     int status;

@@ -18,7 +18,7 @@ using test::Received;
 using test::TestClient;
 using test::UdpPort;
 
-/// What RTP-Info says of one track.
+/// One track's entry in RTP-Info.
 struct RtpInfo
 {
     std::string url;
@@ -54,7 +54,7 @@ std::uint32_t ssrcOf(const Received& setup)
     return static_cast<std::uint32_t>(std::stoul(transport.substr(at + 6, 8), nullptr, 16));
 }
 
-/// What clients see, which does not depend on the controller that serves them.
+/// Behaviour that does not depend on the controller.
 class SessionMethodsTest : public test::RtspServerFixture,
                            public testing::WithParamInterface<test::RtspServerFixture::Controller>
 {

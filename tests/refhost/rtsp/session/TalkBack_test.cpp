@@ -16,7 +16,7 @@ namespace
 
 constexpr const char* require = "Require: www.onvif.org/ver20/backchannel\r\n";
 
-/// What an output was given, on the worker's thread.
+/// The calls of an output, made on the worker's thread.
 struct Played
 {
     std::atomic<std::size_t> samples{0};

@@ -32,7 +32,7 @@ void append(Samples& audio, std::size_t count, std::int16_t value)
     audio.insert(audio.end(), count, value);
 }
 
-/// A clock that goes on by a millisecond whenever it is read.
+/// A clock that advances by a millisecond whenever it is read.
 class RestlessClock : public HostClock
 {
 public:

@@ -21,7 +21,7 @@ namespace
 
 const PcmFormat format{48000, 1};
 
-// What a test lets an output do, and what came to it.
+// The script of an output, and what it received.
 struct Device
 {
     bool opens = true;
@@ -203,7 +203,7 @@ TEST_F(OutputPlayerTest, EmptyBlockAndHalfASampleAreIgnored)
     EXPECT_TRUE(device_.written.empty());
 }
 
-// Packets of 20 ms that come up to 15 ms late, to a worker that looks every 10 ms.
+// Packets of 20 ms that arrive up to 15 ms late, at a worker that runs every 10 ms.
 TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Milliseconds)
 {
     ManualClock clock;
@@ -216,7 +216,7 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
     int next = 0;
     for (int now = 0; next < packets; now += 10, clock.advanceMs(10))
     {
-        // A packet is whole 20 ms after its first sample.
+        // A packet is complete 20 ms after its first sample.
         for (; next < packets && (next + 1) * 20 + (next * 7 % 16) <= now; ++next)
         {
             const std::int16_t* const block = &audio[static_cast<std::size_t>(next) * 960];

@@ -18,7 +18,8 @@ namespace
 constexpr std::size_t ms = 48;  // frames
 const PcmFormat format{48000, 1};
 
-// An output that plays `playedEachTurn` frames while 20 ms of audio come: its clock is not the sender's.
+// An output that plays `playedEachTurn` frames per 20 ms of received audio: its clock differs from the
+// sender's.
 struct Drifting
 {
     explicit Drifting(double playedEachTurn) : played(playedEachTurn) {}

@@ -18,7 +18,7 @@ namespace
 
 const PcmFormat mono{8000, 1};
 
-// What ffmpeg reads in a file.
+// The content of a file as ffmpeg reads it.
 Samples readBy(const std::string& path)
 {
     const TemporaryFolder folder;
