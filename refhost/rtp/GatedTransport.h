@@ -74,7 +74,7 @@ private:
                                 const RtpHeaderFields& header, bool more) = 0;
     virtual void transmitRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
-    Mutex mutex_;  // held while sending, so that close() waits
+    Mutex mutex_;                                      // held while sending, so that close() waits
     std::atomic<SendStatus> state_{SendStatus::sent};  // written under the mutex
     std::vector<std::vector<std::uint8_t>> keptRtcp_ OV_GUARDED_BY(mutex_);
     const std::shared_ptr<TransportReceiveQueue> receiveQueue_;

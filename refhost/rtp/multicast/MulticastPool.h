@@ -57,9 +57,8 @@ private:
 
     const Settings settings_;
     mutable Mutex mutex_;
-    std::vector<Slot> slots_
-        OV_GUARDED_BY(mutex_);  // by first use; at most one per stream
-    std::uint32_t next_ OV_GUARDED_BY(mutex_) = 0;  // offset of the first address without a slot
+    std::vector<Slot> slots_ OV_GUARDED_BY(mutex_);  // by first use; at most one per stream
+    std::uint32_t next_ OV_GUARDED_BY(mutex_) = 0;   // offset of the first address without a slot
     int nextPort_ OV_GUARDED_BY(mutex_);
 };
 

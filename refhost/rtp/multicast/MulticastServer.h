@@ -26,7 +26,8 @@ public:
         MulticastPool::Settings pool;
         int ttl = 1;            ///< routers that a packet may pass, plus one
         std::string interface;  ///< name or IPv4 address of the interface to send through; empty: see below
-        std::string listen;     ///< without `interface`: an address of the interface. A wildcard, or an address of none, leaves it to the system
+        std::string
+            listen;  ///< without `interface`: an address of the interface. A wildcard, or an address of none, leaves it to the system
         bool segmentationOffload = true;
         /// A stream's name in the log; empty: its numbers.
         std::function<std::string(MulticastPool::Stream)> nameOf;

@@ -27,8 +27,8 @@ int kindOf(const PlayRequest& order)
         return 0;
     }
     using Hundredths = std::chrono::duration<int, std::centi>;
-    const int distance = std::min<int>(std::chrono::ceil<Hundredths>(order.keyFrameDistance).count(),
-                                       playRangeMaxDistance);
+    const int distance =
+        std::min<int>(std::chrono::ceil<Hundredths>(order.keyFrameDistance).count(), playRangeMaxDistance);
     const int frames = order.keyFramesOnly ? playRangeKeyFrames | distance << playRangeDistanceShift : 0;
     return playRangeReplay | (order.noRateControl ? playRangeUnpaced : 0) | frames |
            order.sequence << playRangeSequenceShift;
