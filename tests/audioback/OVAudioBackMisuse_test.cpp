@@ -15,7 +15,7 @@
 namespace
 {
 
-/// One way to remove the sessions "s1", "s2" and "s3", of which "s2" cannot be released.
+/// One operation that removes the sessions "s1", "s2" and "s3", of which "s2" cannot be released.
 struct Removal
 {
     const char* name;

@@ -19,7 +19,7 @@ protected:
 
 }  // namespace
 
-TEST_F(OVAudioBackSessions, InitSessionMakesADispatcherOnTheOutputAndTellsTheCount)
+TEST_F(OVAudioBackSessions, InitSessionMakesADispatcherOnTheOutputAndReportsTheCount)
 {
     CapturedOutput output;
     EXPECT_EQ(0, manager_->initSession("s1", "track", track_, 1200));
@@ -298,7 +298,7 @@ TEST_F(OVAudioBackSessions, SessionsMayComeAndGoFromManyThreadsWhileTheWorkerSer
             [this, i]
             {
                 const std::string session = "s" + std::to_string(i);
-                for (int round = 0; round < 50; ++round)
+                for (int iteration = 0; iteration < 50; ++iteration)
                 {
                     EXPECT_EQ(0, manager_->initSession(session, "track", track_, 1364));
                     EXPECT_EQ(0, manager_->startAudio(session));

@@ -27,7 +27,7 @@ TEST_F(OVAudioBackSettings, MtuIs1440AtFirstAndIsKeptByReference)
     EXPECT_EQ(1440, manager_->getMTUParam().getMTUValue());
 }
 
-TEST_F(OVAudioBackSettings, EncoderTypeIsToldToAClosedOutputAndNothingElse)
+TEST_F(OVAudioBackSettings, EncoderTypeIsPassedToAClosedOutputWithoutOpeningIt)
 {
     EXPECT_EQ(0, manager_->setEncoderType(8));
     EXPECT_EQ((Calls{"IMediaPlayer::setEncoderType(8)"}), host_.calls());
@@ -66,7 +66,7 @@ TEST_F(OVAudioBackSettings, DefaultEncoderTypeNeverReachesTheOutput)
     EXPECT_EQ(0u, host_.callCount("IMediaPlayer::setEncoderType"));
 }
 
-TEST_F(OVAudioBackSettings, DeviceIsToldToTheOutputAtTheNextOpening)
+TEST_F(OVAudioBackSettings, DeviceIsPassedToTheOutputAtTheNextOpening)
 {
     addPlaying("s1");
     openPlayer();
@@ -87,7 +87,7 @@ TEST_F(OVAudioBackSettings, NewOutputReplacesTheOldOneAndCountsAsOpenWhenThatWas
     addPlaying("s1");
     openPlayer();
     manager_->setMediaPlayer(SafePointer<IMediaPlayer>(new FakeMediaPlayer));
-    EXPECT_TRUE(host_.calls().empty()) << "neither output is told anything";
+    EXPECT_TRUE(host_.calls().empty()) << "neither output is called";
     EXPECT_EQ(0, manager_->processPlayer());
     EXPECT_EQ(0u, host_.callCount("IMediaPlayer::open"));
     EXPECT_TRUE(playerOpened());

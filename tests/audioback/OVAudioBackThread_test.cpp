@@ -31,7 +31,7 @@ protected:
     }
 };
 
-void tellWhatHappenedAtExit()
+void reportAtExit()
 {
     const FakeHost& host = FakeHost::instance();
     std::fprintf(stderr,
@@ -54,7 +54,7 @@ void leaveRunning()
 
 }  // namespace
 
-TEST_F(OVAudioBackThread, StartRunsTheWorkerAndTellsSo)
+TEST_F(OVAudioBackThread, StartRunsTheWorkerAndReportsIt)
 {
     host_.runThreads(false);
     CapturedOutput output;
@@ -194,7 +194,7 @@ TEST(OVAudioBackAtExit, TheManagerStopsItsRunningThreadItsSessionsAndItsOutput)
     EXPECT_EXIT(
         {
             // Registered before the manager is made, so that it runs when the manager is gone.
-            std::atexit(tellWhatHappenedAtExit);
+            std::atexit(reportAtExit);
             leaveRunning();
             std::exit(0);
         },

@@ -118,7 +118,7 @@ TEST_F(OVAudioBackWorker, RemovalOfTheLastSessionClosesTheOutputOnce)
     EXPECT_EQ(1u, host_.callCount("IMediaPlayer::close"));
 }
 
-TEST_F(OVAudioBackWorker, OutputThatDoesNotOpenIsToldAndTriedAgainAfter300Milliseconds)
+TEST_F(OVAudioBackWorker, OutputThatDoesNotOpenIsReportedAndRetriedAfter300Milliseconds)
 {
     addPlaying("s1");
     host_.script("IMediaPlayer::open", {-33, -34});

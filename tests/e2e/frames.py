@@ -69,7 +69,7 @@ def _checksum(unit):
 
 
 def _by_timestamp(packets):
-    """Whole access units alone: the last one may still be under way."""
+    """Whole access units alone: the last one may not have arrived yet."""
     groups = []
     for packet in packets:
         if not groups or groups[-1][-1].marker:

@@ -41,7 +41,7 @@ FakeRecord* fake(ref_count* record)
 }
 
 // Lock order: a record's own lock, then the table's mutex. Only a record in no use (fresh, or from the free
-// list, where nobody keeps the lock for longer than a look) is locked the other way round.
+// list, where nobody keeps the lock for longer than a look) is locked in the opposite order.
 struct FakeTable : RefCountManager
 {
     static FakeTable& instance()

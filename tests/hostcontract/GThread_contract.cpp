@@ -216,7 +216,7 @@ TEST(GThreadContract, StoppedThreadCanBeStartedAgain)
 {
     Counter runs;
     const SafePointer<GThread> thread = makeThread(counting(runs));
-    for (int round = 0; round < 20; ++round)
+    for (int iteration = 0; iteration < 20; ++iteration)
     {
         const int before = runs.count();
         ASSERT_NE(0, thread->start());
@@ -254,11 +254,11 @@ TEST(GThreadContract, BodyMayAskForTheEndItself)
                                                        }),
                                                    counting(after));
     self = thread.operator->();
-    for (int round = 1; round <= 5; ++round)
+    for (int iteration = 1; iteration <= 5; ++iteration)
     {
         ASSERT_NE(0, thread->start());
-        ASSERT_TRUE(after.waitFor(round));
-        EXPECT_EQ(round, runs.count());
+        ASSERT_TRUE(after.waitFor(iteration));
+        EXPECT_EQ(iteration, runs.count());
         thread->stop();
         EXPECT_FALSE(thread->IsRunning());
     }

@@ -243,7 +243,7 @@ TEST_F(LiveDispatcherContract, SessionsComeAndGoFromManyThreads)
             [client]
             {
                 const std::string id = "client " + std::to_string(client);
-                for (int round = 0; round < 50; ++round)
+                for (int iteration = 0; iteration < 50; ++iteration)
                 {
                     EXPECT_EQ(0, setUp(id, videoTrack));
                     EXPECT_EQ(0, setUp(id, audioTrack));

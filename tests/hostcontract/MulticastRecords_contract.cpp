@@ -187,12 +187,12 @@ TEST(MulticastSessionParameter, TakesMembersFromManyThreads)
         threads.emplace_back(
             [&param, i]
             {
-                for (int round = 0; round < 50; ++round)
+                for (int iteration = 0; iteration < 50; ++iteration)
                 {
-                    const std::string id = std::to_string(i) + "-" + std::to_string(round);
+                    const std::string id = std::to_string(i) + "-" + std::to_string(iteration);
                     param.addMemberSessionParam(member(id));
                     EXPECT_TRUE(param.findMemberSession(id));
-                    if (round % 2 == 0)
+                    if (iteration % 2 == 0)
                     {
                         param.deleteMemberSessionParam(id);
                     }

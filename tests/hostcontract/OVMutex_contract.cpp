@@ -46,7 +46,7 @@ TEST(OVMutexContract, LockWaitsForTheHolder)
 TEST(OVMutexContract, GuardsOfManyThreadsExcludeEachOther)
 {
     constexpr int threads = 4;
-    constexpr int rounds = 5000;
+    constexpr int iterations = 5000;
     OVMutex mutex;
     int counter = 0;
     std::vector<std::thread> all;
@@ -55,7 +55,7 @@ TEST(OVMutexContract, GuardsOfManyThreadsExcludeEachOther)
         all.emplace_back(
             [&]
             {
-                for (int n = 0; n < rounds; ++n)
+                for (int n = 0; n < iterations; ++n)
                 {
                     const OVMutexManager guard(mutex, "OVMutex_contract.cpp", n);
                     ++counter;
@@ -66,5 +66,5 @@ TEST(OVMutexContract, GuardsOfManyThreadsExcludeEachOther)
     {
         one.join();
     }
-    EXPECT_EQ(threads * rounds, counter);
+    EXPECT_EQ(threads * iterations, counter);
 }

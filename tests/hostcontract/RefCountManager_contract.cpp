@@ -188,14 +188,14 @@ TEST(RefCountContract, AddressReusedBeforeTheOldRecordIsBackGetsAFreshCount)
 TEST(RefCountContract, CountOfAReusedAddressStartsAtOne)
 {
     int object = 0;
-    for (int round = 0; round < 100; ++round)
+    for (int iteration = 0; iteration < 100; ++iteration)
     {
         ref_count* const record = retrieve(&object);
         ASSERT_EQ(0, record->lock());
         record->inc_reference();
         record->unLock();
         ASSERT_FALSE(release(record));
-        ASSERT_TRUE(release(record)) << round;
+        ASSERT_TRUE(release(record)) << iteration;
     }
 }
 
@@ -310,7 +310,7 @@ TEST(HandleContract, HandlesMadeFromTheRawPointerCountWithThoseThatAreReleasedMe
 
 TEST(HandleContract, LastHandlesReleasedTogetherDeleteOnce)
 {
-    for (int round = 0; round < 500; ++round)
+    for (int iteration = 0; iteration < 500; ++iteration)
     {
         std::atomic<int> living{0};
         std::array<std::unique_ptr<SafePointer<Living>>, 3> handles;
@@ -403,15 +403,15 @@ private:
 TEST(HandleContract, AddressHandedOutAgainWhileItsOldRecordGoesBackIsANewObject)
 {
     constexpr int threads = 4;
-    constexpr int rounds = 5000;
+    constexpr int iterations = 5000;
     std::atomic<int> living{0};
     std::atomic<int> wrong{0};
     onThreads(threads,
               [&](int i)
               {
-                  for (int n = 0; n < rounds; ++n)
+                  for (int n = 0; n < iterations; ++n)
                   {
-                      const int value = i * rounds + n;
+                      const int value = i * iterations + n;
                       SafePointer<Reborn> first(new Reborn(living));
                       first->value = value;
                       const SafePointer<Reborn> second(first.operator->());

@@ -166,7 +166,7 @@ TYPED_TEST(LiveControllerFactories, PassTheMediaInfoFlagOnUnchanged)
     EXPECT_EQ("MediaInfoTool::createMediaInfo(5, 6, true)", this->host_.calls().back());
 }
 
-TYPED_TEST(LiveControllerFactories, RenderTheUrlWithAFreshCodecAndTellTheCodecsOwnNumber)
+TYPED_TEST(LiveControllerFactories, RenderTheUrlWithAFreshCodecAndReportTheCodecsOwnNumber)
 {
     this->useScriptedCodec();
     EXPECT_EQ(0, this->factory_.createMedia("any", this->controller_, false));
@@ -251,7 +251,7 @@ TYPED_TEST(LiveControllerFactories, ControllerWhoseParseFailedStoresNothing)
     CapturedOutput output;
     this->factory_.createMedia("some/url", this->controller_, false);
     this->host_.clearCalls();
-    // What a description would be made from now shows what the controller kept.
+    // The values of the next description are those that the controller kept.
     MediaInfo info;
     EXPECT_EQ(0, this->own(this->controller_).createMediaInfo(scriptedType, false, info));
     EXPECT_EQ((Calls{
@@ -382,7 +382,7 @@ TYPED_TEST(UnicastControllerFactories, ServeManyThreadsAtOnce)
             [this, i]
             {
                 const std::string url = "orv/live/" + std::to_string(i) + "/0";
-                for (int round = 0; round < 100; ++round)
+                for (int iteration = 0; iteration < 100; ++iteration)
                 {
                     this->setDevice("device " + std::to_string(i));
                     SafePointer<IRTSPController> controller;

@@ -59,7 +59,7 @@ TYPED_TEST(LiveControllers, SetupOfATrackThatIsNotDescribedIsNotFound)
     EXPECT_EQ(0, this->host_.living("IConnection"));
 }
 
-TYPED_TEST(LiveControllers, DestructionTellsNoDispatcherAnything)
+TYPED_TEST(LiveControllers, DestructionCallsNoDispatcher)
 {
     this->controller_->setup(this->session_, this->video_, this->connection(1));
     this->host_.clearCalls();

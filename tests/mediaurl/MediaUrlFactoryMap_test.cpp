@@ -18,7 +18,7 @@
 namespace
 {
 
-// A factory that makes nothing and tells on standard error under how many locks it is deleted.
+// A factory that makes nothing and prints to standard error under how many locks it is deleted.
 class NamedFactory : public IMediaUrlFactory
 {
 public:
@@ -269,7 +269,7 @@ TEST_F(MediaUrlFactoryMapTest, OperationsOfManyThreadsAreSerialised)
         threads.emplace_back(
             [this, i]
             {
-                for (int round = 0; round < 300; ++round)
+                for (int iteration = 0; iteration < 300; ++iteration)
                 {
                     add(i, i);
                     SafePointer<IMediaUrlFactory> factory;

@@ -66,7 +66,7 @@ TEST(OrvaneMediaUrlFactory, ServesManyThreadsAtOnce)
             threads.emplace_back(
                 [&factory, i]
                 {
-                    for (int round = 0; round < 300; ++round)
+                    for (int iteration = 0; iteration < 300; ++iteration)
                     {
                         SafePointer<IMediaUrl> codec;
                         factory.createMediaUrl(codec);

@@ -296,7 +296,7 @@ TEST_F(OVPlayBackTest, AnswersOfTheDispatcherReachTheCaller)
     EXPECT_TRUE(connected);
 }
 
-TEST_F(OVPlayBackTest, EndLetsGoOfTheDispatcherWithoutTellingItAnything)
+TEST_F(OVPlayBackTest, DestructionReleasesTheDispatcherWithoutACall)
 {
     prepare();
     session_->play(id_, video_);

@@ -64,7 +64,7 @@ TEST_F(OVPlaybackControllerFactoryTest, MediaInfoFlagChangesNothing)
     EXPECT_EQ(without, host_.calls());
 }
 
-TEST_F(OVPlaybackControllerFactoryTest, RendersTheUrlWithAFreshCodecAndTellsTheCodecsOwnNumber)
+TEST_F(OVPlaybackControllerFactoryTest, RendersTheUrlWithAFreshCodecAndReportsTheCodecsOwnNumber)
 {
     useInterval(100, 200);
     SafePointer<IRTSPController> controller;
@@ -325,7 +325,7 @@ TEST_F(OVPlaybackControllerFactoryTest, ServesManyThreadsAtOnce)
             [this, i]
             {
                 const std::string url = "orv/playback/" + std::to_string(i) + "_1_2";
-                for (int round = 0; round < 100; ++round)
+                for (int iteration = 0; iteration < 100; ++iteration)
                 {
                     setDevice("device " + std::to_string(i));
                     SafePointer<IRTSPController> controller;

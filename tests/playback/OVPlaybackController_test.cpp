@@ -294,7 +294,7 @@ TEST_F(OVPlaybackControllerTest, HoldsADispatcherOfItsOwnThatItNeverUses)
     EXPECT_EQ(0, host_.living("RTPPlayBackDispacher"));
 }
 
-TEST_F(OVPlaybackControllerTest, DestructionTellsNoDispatcherAnything)
+TEST_F(OVPlaybackControllerTest, DestructionCallsNoDispatcher)
 {
     controller_->setup(session_, video_, connection(1));
     host_.clearCalls();

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-/// A heap object for handles that tells how many of its kind live, and how many were deleted.
+/// A heap object for handles that counts the living and the deleted objects of its kind.
 class Probe
 {
 public:

@@ -15,7 +15,7 @@ namespace
 {
 
 const int threadCount = 4;
-const int rounds = 2000;
+const int iterations = 2000;
 
 // Runs `body` in several threads that begin together.
 void inThreads(const std::function<void(int)>& body)
@@ -51,7 +51,7 @@ TEST(SafePointerThreads, CopiesInManyThreadsCountExactly)
         inThreads(
             [&](int)
             {
-                for (int round = 0; round < rounds; ++round)
+                for (int iteration = 0; iteration < iterations; ++iteration)
                 {
                     SafePointer<Probe> copy(shared);
                     SafePointer<Probe> assigned;
@@ -72,7 +72,7 @@ TEST(SafePointerThreads, HandlesMadeFromOneRawPointerInManyThreadsCountExactly)
         inThreads(
             [&](int)
             {
-                for (int round = 0; round < rounds; ++round)
+                for (int iteration = 0; iteration < iterations; ++iteration)
                 {
                     SafePointer<Probe> another(object);
                     EXPECT_EQ(1, another->number());
@@ -85,7 +85,7 @@ TEST(SafePointerThreads, HandlesMadeFromOneRawPointerInManyThreadsCountExactly)
 
 TEST(SafePointerThreads, LastHandleInAnyThreadDeletesOnce)
 {
-    for (int round = 0; round < rounds / 10; ++round)
+    for (int iteration = 0; iteration < iterations / 10; ++iteration)
     {
         std::vector<SafePointer<Probe>> handles(threadCount);
         {
@@ -110,9 +110,9 @@ TEST(SafePointerThreads, ObjectsThatComeAndGoAtOneAddressKeepTheirCountsApart)
     inThreads(
         [](int)
         {
-            for (int round = 0; round < rounds; ++round)
+            for (int iteration = 0; iteration < iterations; ++iteration)
             {
-                // The allocator hands out the address that the last round has just given back.
+                // The allocator hands out the address that the last iteration has just given back.
                 SafePointer<Probe> handle(new Probe);
                 SafePointer<Probe> copy(handle);
                 EXPECT_EQ(1, copy->number());
