@@ -4,6 +4,7 @@
 
 #include "refhost/base/IgnoreCase.h"
 #include "refhost/rtp/payload/AudioDepacketizer.h"
+#include "refhost/rtp/payload/NalDepacketizer.h"
 
 namespace refhost
 {
@@ -30,6 +31,9 @@ std::unique_ptr<Depacketizer> Depacketizer::make(const PayloadDescription& track
     }
     switch (*codec)
     {
+        case Codec::h264:
+        case Codec::h265:
+            return NalDepacketizer::make(*codec, track, std::move(deliver), error);
         case Codec::pcmu:
         case Codec::pcma:
         case Codec::opus:

@@ -43,6 +43,36 @@ void PacketRun::add(ByteSpan head, ByteSpan body)
     maxPayload_ = std::max(maxPayload_, payload);
 }
 
+void PacketRun::putInFront(const std::vector<std::vector<std::uint8_t>>& payloads)
+{
+    const std::shared_ptr<AccessUnit> behind = std::move(unit_);
+    expectedBytes_ = behind ? behind->bytes.size() : 0;
+    for (const auto& payload : payloads)
+    {
+        expectedBytes_ += AccessUnit::framingSize + AccessUnit::rtpHeaderSize + payload.size();
+    }
+    for (const auto& payload : payloads)
+    {
+        add(payload, {});
+    }
+    if (!behind)
+    {
+        return;
+    }
+    if (!unit_)
+    {
+        unit_ = behind;
+        return;
+    }
+    const auto shift = static_cast<std::uint32_t>(unit_->bytes.size());
+    unit_->bytes.insert(unit_->bytes.end(), behind->bytes.begin(), behind->bytes.end());
+    unit_->payloadBytes += behind->payloadBytes;
+    for (const AccessUnit::Packet& packet : behind->packets)
+    {
+        unit_->packets.push_back({packet.offset + shift, packet.size});
+    }
+}
+
 std::shared_ptr<AccessUnit> PacketRun::finish(std::uint32_t rtpTimestamp, bool marker)
 {
     if (!unit_)

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "refhost/media/AccessUnit.h"
 #include "refhost/rtp/payload/ByteSpan.h"
@@ -19,6 +20,9 @@ public:
 
     /// Adds a packet whose payload is `head` and `body`, one of which may be empty.
     void add(ByteSpan head, ByteSpan body);
+
+    /// Adds packets with these payloads in front of all others.
+    void putInFront(const std::vector<std::vector<std::uint8_t>>& payloads);
 
     /// Writes the headers and gives the unit away; the run is empty then.
     /// \param marker  of the last packet

@@ -4,15 +4,20 @@
 
 #include "refhost/rtp/payload/AudioPacketizer.h"
 #include "refhost/rtp/payload/FormatText.h"
+#include "refhost/rtp/payload/NalPacketizer.h"
 
 namespace refhost
 {
 
 std::unique_ptr<Packetizer> Packetizer::make(Codec codec, int payloadSize)
 {
-    const auto size = static_cast<std::size_t>(std::max(payloadSize, 1));
+    constexpr int maxPayloadSize = 65000;  // of a datagram, and of lengths in 16 bits
+    const auto size = static_cast<std::size_t>(std::clamp(payloadSize, 1, maxPayloadSize));
     switch (codec)
     {
+        case Codec::h264:
+        case Codec::h265:
+            return std::make_unique<NalPacketizer>(codec, size);
         case Codec::pcmu:
         case Codec::pcma:
         case Codec::opus:
