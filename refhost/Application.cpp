@@ -22,6 +22,7 @@
 #include "refhost/base/LogWriter.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/capture/CameraStreams.h"
+#include "refhost/ingest/IngestLoops.h"
 #include "refhost/media/Device.h"
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/recording/RecordingService.h"
@@ -119,6 +120,7 @@ std::string describe(const StreamConfig& stream)
         case SourceConfig::Kind::v4l2:
             return "the device " + stream.source.location;
         case SourceConfig::Kind::rtsp:
+        case SourceConfig::Kind::rtspGst:
             return "another camera";
         case SourceConfig::Kind::launch:
             break;
@@ -140,9 +142,11 @@ DeviceInfoEx describeDevice(const std::string& listen)
 class PublishedStreams
 {
 public:
-    explicit PublishedStreams(const ServerConfig& config)
+    explicit PublishedStreams(const ServerConfig& config) : ingest_(config.loopCount())
     {
-        Device::setStreams(std::make_shared<CameraStreams>(config));
+        CameraStream::Options options = CameraStreams::usualOptions(config);
+        options.makeRun = [this](SourceRun::Setup setup) { return ingest_.start(std::move(setup)); };
+        Device::setStreams(std::make_shared<CameraStreams>(config, options));
     }
     PublishedStreams(const PublishedStreams&) = delete;
     PublishedStreams& operator=(const PublishedStreams&) = delete;
@@ -150,6 +154,9 @@ public:
     {
         Device::setStreams(nullptr);
     }
+
+private:
+    IngestLoops ingest_;
 };
 
 // Stops the playback workers before the recordings that they read are closed.

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/base/RandomBytes.h"
 #include "refhost/capture/PipelineRunner.h"
 #include "refhost/media/TrackDescription.h"
 
@@ -17,6 +18,9 @@ namespace
 
 /// After a run of this length, the pauses before restarts begin with the first one again.
 constexpr std::chrono::seconds goodRun(20);
+
+/// A pause before a restart grows at random, by up to half: 256 steps of one in this many.
+constexpr int maxJitter = 512;
 
 /// How often a stream changes its means of reading the source without a pause.
 constexpr unsigned maxSwitches = 2;
@@ -285,7 +289,8 @@ void CameraStream::startPipeline()
     events.ended = [this, run](const std::string& why) { post([this, run, why] { onEnded(run, why); }); };
     events.clockUnusable = [this](const std::string& why) { post([this, why] { onClockUnusable(why); }); };
     events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
-    SourceRun::Setup setup{config_, title_, attempt_, mediaTap_, usedTaps(), std::move(events)};
+    SourceRun::Setup setup{
+        config_, title_, attempt_, mediaTap_, usedTaps(), std::move(events), options_.serverClock};
     pipeline_ = options_.makeRun ? options_.makeRun(std::move(setup))
                                  : std::make_unique<PipelineRunner>(std::move(setup));
     post([this, run] { checkForSilence(run, 0); }, options_.maxSilence);
@@ -443,17 +448,18 @@ void CameraStream::onEnded(std::uint64_t run, const std::string& why)
 
 void CameraStream::fail(const std::string& why)
 {
-    Log::warning("{}: {}", title_, Log::safe(why));
     if (pipeline_ && pipeline_->mayWorkByAnotherTransport())
     {
         ++attempt_;
         if (++switches_ <= maxSwitches)
         {
             // Not reported as a failure: the next attempt starts when this one has ended.
+            Log::info("{}: {}", title_, Log::safe(why));
             stop();
             return;
         }
     }
+    Log::warning("{}: {}", title_, Log::safe(why));
     switches_ = 0;
     stop();
     if (Clock::now() - startedAt_ >= goodRun)
@@ -507,7 +513,11 @@ void CameraStream::scheduleStop()
 void CameraStream::scheduleRestart()
 {
     const std::size_t last = options_.restartPauses.size() - 1;
-    const std::chrono::milliseconds pause = options_.restartPauses[std::min(failures_ - 1, last)];
+    // Not the same for all: cameras that failed together, as when a switch went down, start one by one.
+    std::uint8_t jitter = 0;
+    fillRandom(&jitter, sizeof jitter);
+    const std::chrono::milliseconds pause =
+        options_.restartPauses[std::min(failures_ - 1, last)] * (maxJitter + jitter) / maxJitter;
     restartScheduled_ = true;
     const std::uint64_t run = run_;
     const auto restart = [this, run]

@@ -34,7 +34,8 @@ public:
         std::chrono::milliseconds describeDeadline{10000};  ///< max duration of a description
         /// How long describe() returns `failed` before it tries again, so that everybody who waited gets it.
         std::chrono::milliseconds failureHold{1000};
-        /// Pauses before the first, second, … restart after failures; the last one repeats.
+        /// Pauses before the first, second, … restart after failures; the last one repeats. Each is up to
+        /// half longer, at random.
         std::vector<std::chrono::milliseconds> restartPauses{std::chrono::seconds(1), std::chrono::seconds(2),
                                                              std::chrono::seconds(5),
                                                              std::chrono::seconds(10)};
@@ -45,6 +46,7 @@ public:
         int maxAbandoned{3};  ///< sources of the stream that hang; with so many, no further one is started
         std::chrono::milliseconds keyFrameInterval{500};  ///< min time between two requested key frames
         SourceRun::Factory makeRun;                       ///< empty: GStreamer reads every source
+        bool serverClock = false;                         ///< as SourceRun::Setup holds it
     };
 
     /// \param title    the stream's name in the log and in the synthetic camera's frames

@@ -14,16 +14,16 @@ namespace
 /// Max time that all sources together may take to end.
 constexpr std::chrono::milliseconds maxEndTime(1500);
 
-CameraStream::Options optionsOf(const ServerConfig& config)
+}  // namespace
+
+CameraStream::Options CameraStreams::usualOptions(const ServerConfig& config)
 {
     CameraStream::Options options;
     options.linger = std::chrono::seconds(config.linger);
     return options;
 }
 
-}  // namespace
-
-CameraStreams::CameraStreams(const ServerConfig& config) : CameraStreams(config, optionsOf(config)) {}
+CameraStreams::CameraStreams(const ServerConfig& config) : CameraStreams(config, usualOptions(config)) {}
 
 CameraStreams::CameraStreams(const ServerConfig& config, const CameraStream::Options& options)
 {
@@ -36,10 +36,12 @@ CameraStreams::CameraStreams(const ServerConfig& config, const CameraStream::Opt
         {
             backChannels_[camera.id] = *track;
         }
+        CameraStream::Options own = options;
+        own.serverClock = camera.clock == "server";
         for (const StreamConfig& stream : camera.streams)
         {
-            streams_[{camera.id, stream.id}] = std::make_shared<CameraStream>(
-                stream, camera.streamName(stream.id), options, queue_, changed);
+            streams_[{camera.id, stream.id}] =
+                std::make_shared<CameraStream>(stream, camera.streamName(stream.id), own, queue_, changed);
         }
     }
 }

@@ -19,9 +19,11 @@ public:
     /// Initializes GStreamer for the process and creates every stream; none is started.
     /// \throws std::system_error when the system has no thread for them
     explicit CameraStreams(const ServerConfig& config);
-    /// The same with other options than the default; `options.linger` replaces `config.linger`.
+    /// The same with other options than usualOptions(); a camera's configuration replaces its options.
     CameraStreams(const ServerConfig& config, const CameraStream::Options& options);
     ~CameraStreams() override;
+
+    static CameraStream::Options usualOptions(const ServerConfig& config);
 
     std::shared_ptr<StreamSource> find(int cameraId, int streamId) override;
     bool describeBackChannel(int cameraId, SubMediaInfo& out) override;

@@ -10,7 +10,7 @@ namespace refhost
 DecodeStage::DecodeStage(GstBin* pipeline, const StreamConfig& config, Events events)
     : pipeline_(pipeline),
       codecs_(config.codecs()),
-      byRtp_(config.source.kind == SourceConfig::Kind::rtsp),
+      byRtp_(config.source.isCamera()),
       events_(std::move(events))
 {
 }

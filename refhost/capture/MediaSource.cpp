@@ -39,6 +39,7 @@ std::unique_ptr<MediaSource> MediaSource::make(const StreamConfig& config, const
         case SourceConfig::Kind::v4l2:
             return std::make_unique<CaptureSource>(config, sink);
         case SourceConfig::Kind::rtsp:
+        case SourceConfig::Kind::rtspGst:
             return makeRtspSource(config, attempt, sink);
         case SourceConfig::Kind::launch:
             return std::make_unique<LaunchSource>(config, sink);

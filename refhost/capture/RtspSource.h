@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/ingest/CameraRelay_test.cpp.
 
 #include <gst/gst.h>
 #include <gst/rtsp/gstrtspmessage.h>

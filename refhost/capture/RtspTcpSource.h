@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/capture/RtspSource_test.cpp.
+// Tested by tests/refhost/ingest/CameraRelay_test.cpp.
 
 #include <gst/app/gstappsrc.h>
 #include <gst/rtsp/gstrtspurl.h>

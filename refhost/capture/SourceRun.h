@@ -49,6 +49,7 @@ public:
         std::shared_ptr<MediaTap> mediaTap;  ///< receives the encoded media of every track
         Taps taps;
         Events events;
+        bool serverClock = false;  ///< media are dated by their arrival, whatever the source says
     };
 
     /// \throws std::system_error when the system refuses a thread or a descriptor

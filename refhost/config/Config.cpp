@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "refhost/base/Log.h"
 #include "refhost/base/StreamName.h"
@@ -143,6 +144,13 @@ std::string ServerConfig::streamName(int cameraId, int streamId) const
     return camera == cameras.end() ? StreamName::of(cameraId, streamId) : camera->streamName(streamId);
 }
 
+int ServerConfig::loopCount() const
+{
+    constexpr unsigned maxLoops = 4;
+    return threads > 0 ? threads
+                       : static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, maxLoops));
+}
+
 bool ServerConfig::offersTalkBack() const
 {
     return std::any_of(cameras.begin(), cameras.end(),
@@ -165,7 +173,7 @@ std::vector<std::string> ServerConfig::warnings() const
     {
         for (const StreamConfig& stream : camera.streams)
         {
-            const bool isUrl = stream.source.kind == SourceConfig::Kind::rtsp;
+            const bool isUrl = stream.source.isCamera();
             if (isUrl &&
                 Log::userInfo(stream.source.location).find_first_of("@/?# \"<>") != std::string::npos)
             {

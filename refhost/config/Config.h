@@ -21,11 +21,18 @@ struct SourceConfig
         file,       ///< `location`: path of a media file, played in a loop
         v4l2,       ///< `location`: device node such as /dev/video0
         rtsp,       ///< `location`: rtsp:// URL of a camera; may hold credentials, masked in logs
+        rtspGst,    ///< the same, read by GStreamer
         launch      ///< `location`: GStreamer launch line whose elements named "video" and "audio" are sent
     };
 
     Kind kind = Kind::synthetic;
     std::string location;
+
+    /// Whether `location` is the URL of another camera.
+    bool isCamera() const
+    {
+        return kind == Kind::rtsp || kind == Kind::rtspGst;
+    }
 
     bool operator==(const SourceConfig& other) const;
 };
@@ -60,6 +67,7 @@ struct CameraConfig
     std::string name;
     std::vector<StreamConfig> streams;
     std::optional<Codec> talkBack{};  ///< codec of talk-back; nothing: no talk-back
+    std::string clock = "camera";     ///< that dates media read over RTSP: "camera" or "server"
 
     bool operator==(const CameraConfig& other) const;
 
@@ -160,6 +168,9 @@ struct ServerConfig
 
     /// The name of a stream, configured or not, in the log. \see StreamName
     std::string streamName(int cameraId, int streamId) const;
+
+    /// Event loops for each of the server's tasks: `threads`, or as many as there are cores, at most 4.
+    int loopCount() const;
 
     /// Whether clients can send audio to some camera.
     bool offersTalkBack() const;

@@ -162,7 +162,7 @@ std::string ConfigCheck::source(const SourceConfig& source)
         return "location has its credentials masked (***): put the real ones back";
     }
     const bool isUrl = location.rfind("rtsp://", 0) == 0 || location.rfind("rtsps://", 0) == 0;
-    if (source.kind == SourceConfig::Kind::rtsp && !isUrl)
+    if (source.isCamera() && !isUrl)
     {
         return "location of an rtsp source must start with rtsp:// or rtsps://";
     }

@@ -9,7 +9,8 @@ namespace
 {
 
 // In the order of SourceConfig::Kind.
-constexpr std::array<std::string_view, 5> sourceKinds{"synthetic", "file", "v4l2", "rtsp", "launch"};
+constexpr std::array<std::string_view, 6> sourceKinds{"synthetic", "file",     "v4l2",
+                                                      "rtsp",      "rtsp-gst", "launch"};
 
 std::string toChoice(const std::string& value)
 {
@@ -319,6 +320,10 @@ const std::vector<ConfigKey<CameraConfig>>& configKeys<CameraConfig>()
                                   "Codec in which clients may send audio to the device through this camera's "
                                   "streams; \"none\" offers no talk-back.",
                                   codecChoices(MediaKind::audio, true)),
+        choice<&Camera::clock>("clock",
+                               "Whose clock dates the media of a camera that is read over RTSP: \"camera\" "
+                               "takes what its sender reports say, \"server\" when its packets arrive.",
+                               {"camera", "server"}),
     };
     return keys;
 }
@@ -332,7 +337,7 @@ const std::vector<ConfigKey<StreamConfig>>& configKeys<StreamConfig>()
             "source",
             "Where video and audio come from: \"synthetic\" is a test pattern with the time and a tone, "
             "\"file\" a media file played in a loop, \"v4l2\" a video device, \"rtsp\" another camera, "
-            "\"launch\" a GStreamer launch line.",
+            "\"rtsp-gst\" the same read by GStreamer, \"launch\" a GStreamer launch line.",
             {sourceKinds.begin(), sourceKinds.end()}),
         text<&Stream::source, &SourceConfig::location>(
             "location",

@@ -24,14 +24,14 @@ public:
     /// \param byRtp       the media are received by RTP
     static GstValuePtr<GstCaps> acceptedCaps(const std::vector<Codec>& configured, bool byRtp);
 
+    /// Whether media of a codec are sent without transcoding; arguments as for acceptedCaps().
+    static bool passes(Codec codec, const std::vector<Codec>& configured, bool byRtp);
+
     /// Launch line that converts encoded media to the form that is sent and recorded.
     static std::string parserLine(Codec codec);
 
     /// Launch line of the payloader, without its size properties.
     static std::string payloaderLine(Codec codec);
-
-private:
-    static bool passes(Codec codec, const std::vector<Codec>& configured, bool byRtp);
 };
 
 }  // namespace refhost

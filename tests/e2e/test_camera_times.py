@@ -84,10 +84,11 @@ def capture_errors(server, camera, seconds=8):
     with RtspClient(server.url()) as client:
         client.open()
         client.receive_for(seconds)
+        # Parameter sets stand in many frames: they name none.
         numbers = {}
         for number, unit in enumerate(camera.units):
             for nal in unit:
-                numbers.setdefault(nal[:60], number)
+                numbers[nal[:60]] = None if nal[:60] in numbers else number
         errors = []
         loop = len(camera.units) / lying_camera.FRAME_RATE
         for packet, wall in capture_times(client)[-40:]:

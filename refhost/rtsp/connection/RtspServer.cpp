@@ -32,15 +32,6 @@ constexpr int refusedAtOnce = 64;
 constexpr int sendBufferSize = 32 * 1024;
 constexpr int receiveBufferSize = 32 * 1024;
 
-int loopCount(const ServerConfig& config)
-{
-    if (config.threads > 0)
-    {
-        return config.threads;
-    }
-    return static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
-}
-
 void setOption(int descriptor, int level, int name, int value)
 {
     if (::setsockopt(descriptor, level, name, &value, sizeof value) != 0)
@@ -170,7 +161,7 @@ bool RtspServer::listen(std::string& error)
 
 void RtspServer::startLoops()
 {
-    for (int i = 0; i < loopCount(config_); ++i)
+    for (int i = 0; i < config_.loopCount(); ++i)
     {
         loops_.push_back(std::make_unique<ConnectionLoop>("rtsp-" + std::to_string(i), services_, refused_,
                                                           options_.sweepInterval));

@@ -1,0 +1,478 @@
+#include "refhost/ingest/IngestRun.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include "refhost/base/ConditionVariable.h"
+#include "refhost/base/HostClock.h"
+#include "refhost/ingest/IngestTrack.h"
+#include "refhost/ingest/client/RtspClient.h"
+#include "refhost/media/GstCodec.h"
+#include "refhost/rtp/RtcpWriter.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr std::chrono::seconds reportInterval(5);
+constexpr std::chrono::seconds clockPatience(20);
+
+bool isChosen(const CameraTrack& track, MediaKind kind)
+{
+    return track.kind == kind && !track.backChannel;
+}
+
+PayloadDescription payloadOf(const CameraTrack& track)
+{
+    PayloadDescription payload;
+    payload.encodingName = track.encodingName;
+    payload.clockRate = track.clockRate;
+    payload.channels = track.channels;
+    payload.parameters = track.formatParameters;
+    return payload;
+}
+
+}  // namespace
+
+/// What the loop works on. The loop's tasks keep it, so that it lives until the connection is closed.
+class IngestRun::Camera final : public RtspClientEvents, public std::enable_shared_from_this<Camera>
+{
+public:
+    Camera(Setup setup, EventLoop& loop, StreamConnector& connector)
+        : setup_(std::move(setup)),
+          loop_(loop),
+          connector_(connector),
+          events_(setup_.events),
+          taps_(setup_.taps)
+    {
+    }
+
+    ~Camera() = default;
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+
+    // Any thread.
+
+    /// Runs an operation on the loop, where it keeps this alive.
+    void post(void (Camera::*operation)())
+    {
+        loop_.post([self = shared_from_this(), operation] { (self.get()->*operation)(); });
+    }
+
+    void startAfter(Duration delay)
+    {
+        loop_.after(delay, [self = shared_from_this()] { self->start(); });
+    }
+
+    void setTaps(const Taps& taps)
+    {
+        {
+            const MutexLock guard(mutex_);
+            taps_ = taps;
+        }
+        post(&Camera::applyTaps);
+    }
+
+    std::uint64_t packetCount() const
+    {
+        return packets_.load(std::memory_order_relaxed);
+    }
+
+    bool mayWorkByOtherMeans() const
+    {
+        return otherMeans_;
+    }
+
+    bool describe(bool partial, std::vector<SubMediaInfo>& tracks) const
+    {
+        const MutexLock guard(mutex_);
+        if (described_.empty() || (!partial && !allDescribed_))
+        {
+            return false;
+        }
+        tracks = described_;
+        return true;
+    }
+
+    void stop()
+    {
+        {
+            const MutexLock guard(mutex_);
+            if (std::exchange(stopping_, true))
+            {
+                return;
+            }
+            muted_ = true;
+            events_.described = nullptr;
+            events_.ended = nullptr;
+            events_.clockUnusable = nullptr;
+        }
+        post(&Camera::end);
+    }
+
+    void mute()
+    {
+        muted_ = true;
+        const MutexLock guard(mutex_);
+        events_ = Events();
+    }
+
+    bool awaitEnd(Clock::time_point deadline) const
+    {
+        const MutexLock guard(mutex_);
+        while (!ended_ && changed_.waitUntil(mutex_, deadline))
+        {
+        }
+        return ended_;
+    }
+
+private:
+    // The loop's thread, all that follows.
+
+    void start()
+    {
+        if (muted_)
+        {
+            return;
+        }
+        epoch_ = HostClock::system().now();
+        client_ = std::make_unique<RtspClient>(loop_, connector_, setup_.config.source.location,
+                                               RtspClientOptions(), *this);
+        client_->start();
+    }
+
+    void end()
+    {
+        if (client_)
+        {
+            client_->stop([self = shared_from_this()] { self->onClosed(); });
+            client_.reset();
+            return;
+        }
+        onClosed();
+    }
+
+    void onClosed()
+    {
+        tracks_.clear();
+        const MutexLock guard(mutex_);
+        ended_ = true;
+        if (events_.stopped)
+        {
+            events_.stopped();
+        }
+        changed_.notifyAll();
+    }
+
+    void applyTaps()
+    {
+        Taps taps;
+        {
+            const MutexLock guard(mutex_);
+            taps = taps_;
+        }
+        for (const std::unique_ptr<IngestTrack>& track : tracks_)
+        {
+            IngestTrack::Taps own;
+            for (const auto& [key, tap] : taps)
+            {
+                if (track && key.first == trackIdOf(track->codec()))
+                {
+                    own.emplace(key.second, tap);
+                }
+            }
+            if (track)
+            {
+                track->setTaps(std::move(own));
+            }
+        }
+    }
+
+    std::vector<std::size_t> onDescribed(const std::vector<CameraTrack>& described) override
+    {
+        tracks_.clear();
+        tracks_.resize(described.size());
+        std::vector<std::size_t> chosen;
+        for (const MediaKind kind : {MediaKind::video, MediaKind::audio})
+        {
+            const bool requested = kind == MediaKind::video ? setup_.config.videoCodec.has_value()
+                                                            : setup_.config.audioCodec.has_value();
+            const auto found =
+                std::find_if(described.begin(), described.end(),
+                             [kind](const CameraTrack& track) { return isChosen(track, kind); });
+            if (!requested || found == described.end())
+            {
+                continue;
+            }
+            const auto index = static_cast<std::size_t>(found - described.begin());
+            if (!addTrack(*found, index))
+            {
+                return {};
+            }
+            chosen.push_back(index);
+        }
+        if (chosen.empty())
+        {
+            refusal_ = "the source has neither video nor audio that can be sent";
+        }
+        applyTaps();
+        return chosen;
+    }
+
+    /// \returns false with the refusal set where it takes GStreamer to read the track
+    bool addTrack(const CameraTrack& track, std::size_t index)
+    {
+        const std::optional<Codec> codec = Depacketizer::codecOf(track.encodingName);
+        std::string error;
+        if (!codec || !GstCodec::passes(*codec, setup_.config.codecs(), true))
+        {
+            error = "has to be decoded";
+        }
+        else
+        {
+            tracks_[index] = IngestTrack::make(
+                *codec, payloadOf(track), track.payloadType,
+                setup_.serverClock ? IngestTrack::Clock::server : IngestTrack::Clock::camera, epoch_,
+                setup_.mediaTap, error);
+        }
+        if (!tracks_[index])
+        {
+            otherMeans_ = true;
+            refusal_ = fmt::format("the camera's {} is read by GStreamer: {}", track.encodingName, error);
+        }
+        return tracks_[index] != nullptr;
+    }
+
+    void onPlaying(const std::vector<CameraPlayInfo>& playing) override
+    {
+        for (std::size_t i = 0; i < tracks_.size(); ++i)
+        {
+            if (std::none_of(playing.begin(), playing.end(),
+                             [i](const CameraPlayInfo& info) { return info.track == i; }))
+            {
+                tracks_[i].reset();
+            }
+        }
+        playingSince_ = HostClock::system().now();
+        announce();
+        scheduleReports();
+    }
+
+    void onPacket(std::size_t index, const std::uint8_t* data, std::size_t size,
+                  MonotonicTime arrival) override
+    {
+        IngestTrack* const track = index < tracks_.size() ? tracks_[index].get() : nullptr;
+        if (track == nullptr || muted_)
+        {
+            return;
+        }
+        packets_.fetch_add(1, std::memory_order_relaxed);
+        const MediaFormat* const before = track->format().get();
+        track->onPacket(data, size, arrival);
+        if (track->format().get() != before && playingSince_)
+        {
+            announce();
+        }
+    }
+
+    void onReport(std::size_t index, const std::uint8_t* data, std::size_t size,
+                  MonotonicTime arrival) override
+    {
+        IngestTrack* const track = index < tracks_.size() ? tracks_[index].get() : nullptr;
+        if (track == nullptr || muted_)
+        {
+            return;
+        }
+        const IngestTrack::Report report = track->onReport(data, size, arrival);
+        if (report.clockWrong)
+        {
+            call(&Events::clockUnusable, "the camera's clock is wrong");
+        }
+        if (report.ended)
+        {
+            call(&Events::ended, "the camera said that it ends its media");
+        }
+    }
+
+    void onEnded(const RtspClientEnd& end) override
+    {
+        if (end.kind == RtspClientEnd::Kind::noUsableTransport)
+        {
+            otherMeans_ = true;
+        }
+        call(&Events::ended, refusal_.empty() ? end.text : refusal_);
+    }
+
+    void call(std::function<void(const std::string&)> Events::*event, const std::string& why)
+    {
+        const MutexLock guard(mutex_);
+        if (events_.*event)
+        {
+            (events_.*event)(why);
+        }
+    }
+
+    /// Describes the tracks whose format is known.
+    void announce()
+    {
+        std::vector<SubMediaInfo> described;
+        bool all = true;
+        for (const std::unique_ptr<IngestTrack>& track : tracks_)
+        {
+            SubMediaInfo info;
+            if (!track)
+            {
+                continue;
+            }
+            if (track->format() && Packetizer::describe(*track->format(), trackIdOf(track->codec()), info))
+            {
+                described.push_back(info);
+            }
+            else
+            {
+                all = false;
+            }
+        }
+        std::sort(described.begin(), described.end(),
+                  [](const SubMediaInfo& left, const SubMediaInfo& right)
+                  { return left.trackId < right.trackId; });
+        const MutexLock guard(mutex_);
+        described_ = std::move(described);
+        allDescribed_ = all;
+        if (events_.described && all)
+        {
+            events_.described();
+        }
+    }
+
+    void scheduleReports()
+    {
+        loop_.after(reportInterval,
+                    [weak = weak_from_this()]
+                    {
+                        const std::shared_ptr<Camera> self = weak.lock();
+                        if (self && self->client_ && !self->muted_)
+                        {
+                            self->sendReports();
+                            self->judgeClock();
+                            self->scheduleReports();
+                        }
+                    });
+    }
+
+    void sendReports()
+    {
+        const MonotonicTime now = HostClock::system().now();
+        for (std::size_t i = 0; i < tracks_.size(); ++i)
+        {
+            const std::optional<ReceptionReport> reception =
+                tracks_[i] ? tracks_[i]->receptionReport(now) : std::nullopt;
+            if (!reception)
+            {
+                continue;
+            }
+            RtcpWriter::ReceiverReport report;
+            report.ssrc = tracks_[i]->ssrc() ^ ssrcMask;
+            report.hasBlock = true;
+            report.source = tracks_[i]->ssrc();
+            report.reception = *reception;
+            const RtcpWriter packet = RtcpWriter::ofReceiver(report, name_, false);
+            client_->sendReport(i, packet.data(), packet.size());
+        }
+    }
+
+    void judgeClock()
+    {
+        if (clockJudged_ || setup_.serverClock || HostClock::system().now() - *playingSince_ < clockPatience)
+        {
+            return;
+        }
+        clockJudged_ = true;
+        if (std::none_of(tracks_.begin(), tracks_.end(),
+                         [](const auto& track) { return track && track->hasCameraTime(); }))
+        {
+            call(&Events::clockUnusable, "the camera sends no sender reports");
+        }
+    }
+
+    static constexpr std::uint32_t ssrcMask = 0x5a5a5a5aU;  // ours is another one than the camera's
+
+    const Setup setup_;
+    EventLoop& loop_;
+    StreamConnector& connector_;
+    const RtcpWriter::Name name_ = RtcpWriter::randomName();
+
+    std::unique_ptr<RtspClient> client_;
+    std::vector<std::unique_ptr<IngestTrack>> tracks_;  ///< as the camera describes them; null where not read
+    MonotonicTime epoch_;
+    std::optional<MonotonicTime> playingSince_;
+    bool clockJudged_ = false;
+    std::string refusal_;  ///< why the camera's tracks are not read here
+
+    std::atomic<bool> muted_{false};
+    std::atomic<bool> otherMeans_{false};
+    std::atomic<std::uint64_t> packets_{0};
+    mutable Mutex mutex_;
+    mutable ConditionVariable changed_;
+    Events events_ OV_GUARDED_BY(mutex_);
+    Taps taps_ OV_GUARDED_BY(mutex_);
+    std::vector<SubMediaInfo> described_ OV_GUARDED_BY(mutex_);
+    bool allDescribed_ OV_GUARDED_BY(mutex_) = false;
+    bool stopping_ OV_GUARDED_BY(mutex_) = false;
+    bool ended_ OV_GUARDED_BY(mutex_) = false;
+};
+
+IngestRun::IngestRun(Setup setup, EventLoop& loop, StreamConnector& connector, Duration startDelay)
+    : camera_(std::make_shared<Camera>(std::move(setup), loop, connector))
+{
+    camera_->startAfter(startDelay);
+}
+
+IngestRun::~IngestRun()
+{
+    mute();
+    stop();
+}
+
+void IngestRun::setTaps(const Taps& taps)
+{
+    camera_->setTaps(taps);
+}
+
+std::uint64_t IngestRun::packetCount() const
+{
+    return camera_->packetCount();
+}
+
+bool IngestRun::mayWorkByAnotherTransport() const
+{
+    return camera_->mayWorkByOtherMeans();
+}
+
+bool IngestRun::describe(bool partial, std::vector<SubMediaInfo>& tracks) const
+{
+    return camera_->describe(partial, tracks);
+}
+
+void IngestRun::stop()
+{
+    camera_->stop();
+}
+
+void IngestRun::mute()
+{
+    camera_->mute();
+}
+
+bool IngestRun::awaitEnd(Clock::time_point deadline) const
+{
+    return camera_->awaitEnd(deadline);
+}
+
+}  // namespace refhost
