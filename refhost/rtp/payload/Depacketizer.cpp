@@ -3,7 +3,10 @@
 #include <utility>
 
 #include "refhost/base/IgnoreCase.h"
+#include "refhost/rtp/payload/AacDepacketizer.h"
 #include "refhost/rtp/payload/AudioDepacketizer.h"
+#include "refhost/rtp/payload/JpegDepacketizer.h"
+#include "refhost/rtp/payload/LatmDepacketizer.h"
 #include "refhost/rtp/payload/NalDepacketizer.h"
 
 namespace refhost
@@ -34,14 +37,18 @@ std::unique_ptr<Depacketizer> Depacketizer::make(const PayloadDescription& track
         case Codec::h264:
         case Codec::h265:
             return NalDepacketizer::make(*codec, track, std::move(deliver), error);
+        case Codec::aac:
+            return equalsIgnoringCase(track.encodingName, latmName)
+                       ? LatmDepacketizer::make(track, std::move(deliver), error)
+                       : AacDepacketizer::make(track, std::move(deliver), error);
+        case Codec::mjpeg:
+            return JpegDepacketizer::make(track, std::move(deliver), error);
         case Codec::pcmu:
         case Codec::pcma:
         case Codec::opus:
             return AudioDepacketizer::make(*codec, track, std::move(deliver), error);
-        default:
-            error = "media of type " + track.encodingName.substr(0, 32) + " cannot be read";
-            return nullptr;
     }
+    return nullptr;
 }
 
 std::optional<Codec> Depacketizer::codecOf(std::string_view encodingName)

@@ -60,6 +60,25 @@ bool h265Text(const MediaFormat& format, std::string& text)
     return true;
 }
 
+/// RFC 3640, section 4.1. Level 2 of the AAC profile, or level 5 where that is too small (ISO/IEC 14496-3,
+/// table 1.14).
+bool aacText(const MediaFormat& format, std::string& text)
+{
+    constexpr int smallRate = 48000;
+    if (format.codecData.empty())
+    {
+        return false;
+    }
+    const bool small = format.sampleRate <= smallRate && format.channels <= 2;
+    text = std::string("streamtype=5;profile-level-id=") + (small ? "41" : "43") + ";mode=AAC-hbr;config=";
+    for (const std::uint8_t byte : format.codecData)
+    {
+        appendHex8(text, byte);
+    }
+    text += ";sizelength=13;indexlength=3;indexdeltalength=3";
+    return true;
+}
+
 }  // namespace
 
 bool formatText(const MediaFormat& format, std::string& text)
@@ -79,9 +98,10 @@ bool formatText(const MediaFormat& format, std::string& text)
         case Codec::mjpeg:
             text.clear();
             return true;
-        default:
-            return false;
+        case Codec::aac:
+            return aacText(format, text);
     }
+    return false;
 }
 
 }  // namespace refhost

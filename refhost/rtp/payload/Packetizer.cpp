@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include "refhost/rtp/payload/AacPacketizer.h"
 #include "refhost/rtp/payload/AudioPacketizer.h"
 #include "refhost/rtp/payload/FormatText.h"
+#include "refhost/rtp/payload/JpegPacketizer.h"
 #include "refhost/rtp/payload/NalPacketizer.h"
 
 namespace refhost
@@ -18,13 +20,16 @@ std::unique_ptr<Packetizer> Packetizer::make(Codec codec, int payloadSize)
         case Codec::h264:
         case Codec::h265:
             return std::make_unique<NalPacketizer>(codec, size);
+        case Codec::aac:
+            return std::make_unique<AacPacketizer>(size);
+        case Codec::mjpeg:
+            return std::make_unique<JpegPacketizer>(size);
         case Codec::pcmu:
         case Codec::pcma:
         case Codec::opus:
             return std::make_unique<AudioPacketizer>(codec, size);
-        default:
-            return nullptr;
     }
+    return nullptr;
 }
 
 const char* Packetizer::pack(const EncodedUnit& unit, std::uint32_t rtpTimestamp,
