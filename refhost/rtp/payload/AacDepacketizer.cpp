@@ -7,6 +7,7 @@
 #include "refhost/base/ByteOrder.h"
 #include "refhost/base/Hex.h"
 #include "refhost/base/IgnoreCase.h"
+#include "refhost/rtp/payload/AacHeader.h"
 
 namespace refhost
 {
@@ -82,7 +83,11 @@ std::unique_ptr<Depacketizer> AacDepacketizer::make(const PayloadDescription& tr
 }
 
 AacDepacketizer::AacDepacketizer(const Fields& fields, AacTrack track, Deliver deliver)
-    : Depacketizer(std::move(deliver)), fields_(fields), unitTicks_(track.unitTicks)
+    : Depacketizer(std::move(deliver)),
+      fields_(fields),
+      passes_(fields.size == AacHeader::sizeBits && fields.index == AacHeader::indexBits &&
+              fields.indexDelta == AacHeader::indexBits),
+      unitTicks_(track.unitTicks)
 {
     setFormat(std::move(track.format));
 }
@@ -117,7 +122,7 @@ const char* AacDepacketizer::take(const RtpPacketView& packet, std::uint32_t los
         return "the sizes of units do not fit";
     }
     std::shared_ptr<AccessUnit> packets;
-    if (making_.packets)
+    if (making_.packets && passes_)
     {
         run_.expect(payload.size + AccessUnit::framingSize + AccessUnit::rtpHeaderSize, 1);
         run_.add(payload, {});
@@ -193,7 +198,7 @@ const char* AacDepacketizer::takeFragment(const RtpPacketView& packet, ByteSpan 
         return "fragments of more than a unit";
     }
     fragments_.insert(fragments_.end(), data.begin(), data.end());
-    if (making_.packets)
+    if (making_.packets && passes_)
     {
         run_.add(payload, {});
     }
@@ -216,6 +221,14 @@ void AacDepacketizer::deliverUnit(ByteSpan bytes, std::uint32_t timestamp,
         unit.bytes.assign(bytes.begin(), bytes.end());
     }
     unit.packets = std::move(packets);
+    if (making_.packets && !passes_ && bytes.size <= AacHeader::maxUnitSize)
+    {
+        const AacHeader header(bytes.size);
+        PacketRun run;
+        run.add({header.bytes.data(), header.bytes.size()}, bytes);
+        maxPayload = run.maxPayload();
+        unit.packets = run.finish(timestamp, true);
+    }
     if (unit.packets)
     {
         unit.packets->keyFrame = true;

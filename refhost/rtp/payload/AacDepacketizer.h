@@ -13,7 +13,8 @@ namespace refhost
 {
 
 /// AAC as RFC 3640 packs it, in the modes AAC-hbr and AAC-lbr or with the sizes of the fields spelled out:
-/// several units in a packet, or one unit in fragments; interleaved units are refused. Threads: one at a time.
+/// several units in a packet, or one unit in fragments; interleaved units are refused. Packets that are not of
+/// mode AAC-hbr are not passed on: each unit gets one that is. Threads: one at a time.
 class AacDepacketizer : public Depacketizer
 {
 public:
@@ -45,6 +46,7 @@ private:
                      std::uint32_t maxPayload);
 
     const Fields fields_;
+    const bool passes_;  ///< the sender's packets are such as Packetizer::describe() tells
     const std::uint32_t unitTicks_;
     Outputs making_;                       ///< for the unit that is under way
     std::vector<std::uint32_t> sizes_;     ///< of the units in the packet at hand

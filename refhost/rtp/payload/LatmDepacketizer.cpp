@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "refhost/base/Hex.h"
+#include "refhost/rtp/payload/AacHeader.h"
 #include "refhost/rtp/payload/LatmConfig.h"
+#include "refhost/rtp/payload/PacketRun.h"
 
 namespace refhost
 {
@@ -71,21 +73,36 @@ const char* LatmDepacketizer::take(const RtpPacketView& packet, std::uint32_t lo
     std::uint32_t timestamp = packet.timestamp;
     for (const ByteSpan bytes : found_)
     {
-        DepacketizedUnit unit;
-        if (outputs().media)
-        {
-            unit.bytes.assign(bytes.begin(), bytes.end());
-        }
-        unit.timestamp = std::exchange(timestamp, timestamp + unitTicks_);
-        unit.duration = unitTicks_;
-        unit.keyFrame = true;
         if (!bytes.empty())
         {
-            deliver(std::move(unit));
+            deliverUnit(bytes, timestamp);
         }
+        timestamp += unitTicks_;
     }
     reset();
     return nullptr;
+}
+
+void LatmDepacketizer::deliverUnit(ByteSpan bytes, std::uint32_t timestamp)
+{
+    DepacketizedUnit unit;
+    unit.timestamp = timestamp;
+    unit.duration = unitTicks_;
+    unit.keyFrame = true;
+    if (outputs().media)
+    {
+        unit.bytes.assign(bytes.begin(), bytes.end());
+    }
+    if (outputs().packets && bytes.size <= AacHeader::maxUnitSize)
+    {
+        const AacHeader header(bytes.size);
+        PacketRun run;
+        run.add({header.bytes.data(), header.bytes.size()}, bytes);
+        unit.maxPayload = run.maxPayload();
+        unit.packets = run.finish(timestamp, true);
+        unit.packets->keyFrame = true;
+    }
+    deliver(std::move(unit));
 }
 
 /// Each unit stands behind its size, as bytes of which the last is less than 255 (PayloadLengthInfo).

@@ -11,7 +11,8 @@ namespace refhost
 {
 
 /// AAC as RFC 6416 packs it (MP4A-LATM), with the configuration in the description (cpresent=0) and one layer
-/// of one program. Whole elements are known by their lengths; markers are not needed. Threads: one at a time.
+/// of one program. Whole elements are known by their lengths; markers are not needed. The packets of its units
+/// are of mode AAC-hbr (RFC 3640), which Packetizer::describe() tells of AAC. Threads: one at a time.
 class LatmDepacketizer : public Depacketizer
 {
 public:
@@ -29,6 +30,7 @@ private:
     LatmDepacketizer(AacTrack track, std::size_t units, Deliver deliver);
 
     bool findUnits();
+    void deliverUnit(ByteSpan bytes, std::uint32_t timestamp);
 
     const std::uint32_t unitTicks_;
     const std::size_t units_;            ///< in an element

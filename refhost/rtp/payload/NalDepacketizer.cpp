@@ -171,7 +171,7 @@ bool NalDepacketizer::fits(ByteSpan payload) const
 
 void NalDepacketizer::add(ByteSpan payload, const NalLead& lead)
 {
-    if (making_.packets && !frame_.tooLarge)
+    if (making_.packets && !frame_.tooLarge && !lead.annexB)
     {
         packets_.add(payload, {});
     }
@@ -206,6 +206,10 @@ void NalDepacketizer::addAnnexB(ByteSpan payload)
         if (unit.size >= syntax_.headerSize() && isUnit(syntax_.kindOf(unit)))
         {
             addUnit(unit);
+            if (making_.packets && !frame_.tooLarge && packets_.packets() < maxUnitPackets)
+            {
+                packets_.add(unit, {});
+            }
         }
         else
         {
@@ -406,7 +410,10 @@ DepacketizedUnit NalDepacketizer::made()
     {
         unit.maxPayload = packets_.maxPayload();
         unit.packets = packets_.finish(frame_.timestamp, true);
-        unit.packets->keyFrame = unit.keyFrame;
+        if (unit.packets)
+        {
+            unit.packets->keyFrame = unit.keyFrame;
+        }
     }
     return unit;
 }

@@ -150,6 +150,10 @@ TEST(AacDepacketizer, FieldsHaveTheSizesThatTheModeOrTheDescriptionTells)
     EXPECT_EQ(reception.push({0, 16, 2 << 2, 1 << 2, 1, 2, 3}, 0, true), "");
     ASSERT_EQ(reception.units.size(), 2U);
     EXPECT_EQ(reception.units[0].bytes, (Bytes{1, 2}));
+    // Its packets are not such as the track is described: each unit gets one of mode AAC-hbr.
+    EXPECT_EQ(payloadsOf(*reception.units[0].packets), std::vector<Bytes>{hbr({2}, {1, 2})});
+    EXPECT_EQ(payloadsOf(*reception.units[1].packets), std::vector<Bytes>{hbr({1}, {3})});
+    EXPECT_EQ(reception.units[0].maxPayload, 6U);
     Reception spelledOut(track({{"sizelength", "16"}, {"indexlength", "0"}, {"indexdeltalength", "0"}}));
     EXPECT_EQ(spelledOut.push({0, 16, 0, 2, 1, 2}, 0, true), "");
     EXPECT_EQ(spelledOut.units.size(), 1U);

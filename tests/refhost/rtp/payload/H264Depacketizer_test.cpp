@@ -315,6 +315,8 @@ TEST(H264Depacketizer, UnitsMayStandBehindStartCodesInAPacket)
     ASSERT_EQ(reception.units.size(), 1U);
     EXPECT_EQ(reception.units[0].bytes, prefixed({sps, pps, idr(), more(idr())}));
     EXPECT_FALSE(reception.units[0].damaged);
+    // Players do not expect start codes.
+    EXPECT_EQ(payloadsOf(*reception.units[0].packets), (std::vector<Bytes>{sps, pps, idr(), more(idr())}));
 }
 
 struct KeyFrameCase

@@ -58,7 +58,13 @@ TEST(LatmDepacketizer, AUnitStandsBehindItsSize)
         EXPECT_EQ(reception.units[0].bytes, counted(size));
         EXPECT_EQ(reception.units[0].timestamp, 77U);
         EXPECT_EQ(reception.units[0].duration, 1024U);
-        EXPECT_EQ(reception.units[0].packets, nullptr);
+        // Packets are of mode AAC-hbr, as the track is described.
+        ASSERT_NE(reception.units[0].packets, nullptr);
+        EXPECT_EQ(test::payloadsOf(*reception.units[0].packets),
+                  std::vector<Bytes>{joined(
+                      {{0, 16, static_cast<std::uint8_t>(size >> 5U), static_cast<std::uint8_t>(size << 3U)},
+                       counted(size)})});
+        EXPECT_EQ(reception.units[0].maxPayload, size + 4);
     }
 }
 
