@@ -117,7 +117,8 @@ bool CameraLogin::challenge(const CameraMessage& answer)
             consider(scheme, parameters);
         }
     }
-    return scheme_ != Scheme::none && !user_.empty();
+    scheme_ = user_.empty() ? Scheme::none : scheme_;
+    return scheme_ != Scheme::none;
 }
 
 std::string CameraLogin::authorization(std::string_view method, std::string_view uri)
