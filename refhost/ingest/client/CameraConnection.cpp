@@ -10,10 +10,22 @@ namespace refhost
 {
 
 CameraConnection::CameraConnection(EventLoop& loop, std::unique_ptr<ByteStream> stream, Events& events,
-                                   const std::shared_ptr<void>& owner)
+                                   std::weak_ptr<void> owner)
     : stream_(std::move(stream)), events_(events)
 {
-    stream_->attach(loop, [this, owner](std::uint32_t ready) { onReady(ready); });
+    stream_->attach(loop,
+                    [this, owner = std::move(owner)](std::uint32_t ready)
+                    {
+                        if (const auto held = owner.lock())
+                        {
+                            onReady(ready);
+                        }
+                    });
+}
+
+CameraConnection::~CameraConnection()
+{
+    close();
 }
 
 bool CameraConnection::send(std::string_view text)
@@ -88,8 +100,9 @@ void CameraConnection::receive()
         if (result.status != ByteStream::Status::done)
         {
             endBody();
-            fail(result.status == ByteStream::Status::ended ? "the camera closed the connection"
-                                                            : "the connection to the camera broke");
+            fail(Ended::connection, result.status == ByteStream::Status::ended
+                                        ? "the camera closed the connection"
+                                        : "the connection to the camera broke");
             return;
         }
         receiver_.received(result.count);
@@ -124,7 +137,7 @@ bool CameraConnection::takeReceived(MonotonicTime arrival)
                 events_.onOpenBody();
                 return open_;
             case CameraReceiver::Next::broken:
-                fail("the camera sends what is not RTSP");
+                fail(Ended::protocol, "the camera sends what is not RTSP");
                 return false;
         }
     }
@@ -147,7 +160,7 @@ void CameraConnection::flush()
     unsent_.erase(0, result.count);
     if (result.status == ByteStream::Status::failed)
     {
-        fail("the connection to the camera broke");
+        fail(Ended::connection, "the connection to the camera broke");
         return;
     }
     if (unsent_.empty())
@@ -164,12 +177,12 @@ void CameraConnection::close()
     }
 }
 
-void CameraConnection::fail(const std::string& error)
+void CameraConnection::fail(Ended why, const std::string& error)
 {
     if (open_)
     {
         close();
-        events_.onClosed(error);
+        events_.onClosed(why, error);
     }
 }
 

@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/ingest/client/RtspClient_test.cpp.
+// Tested by tests/refhost/ingest/client/RtspClientBytes_test.cpp.
 
 #include <cstddef>
 #include <cstdint>
@@ -26,6 +26,12 @@ public:
     /// Bytes that wait for a camera that takes none.
     static constexpr std::size_t maxUnsentBytes = 65536;
 
+    enum class Ended
+    {
+        connection,  ///< the camera closed it, or it broke
+        protocol     ///< the camera sends what is not RTSP
+    };
+
     /// What a connection reports. Each call may close it, which ends the reports.
     class Events
     {
@@ -37,16 +43,20 @@ public:
         /// A description came without Content-Length: endBody() ends it.
         virtual void onOpenBody() = 0;
         /// The connection is closed. \param error  why: one line
-        virtual void onClosed(const std::string& error) = 0;
+        virtual void onClosed(Ended why, const std::string& error) = 0;
 
     protected:
         ~Events() = default;
     };
 
-    /// \param owner  owns the connection; held while the stream may report
+    /// \param owner  owns the connection; held while it reports
     /// \throws std::system_error when the loop cannot have the stream
     CameraConnection(EventLoop& loop, std::unique_ptr<ByteStream> stream, Events& events,
-                     const std::shared_ptr<void>& owner);
+                     std::weak_ptr<void> owner);
+
+    ~CameraConnection();
+    CameraConnection(const CameraConnection&) = delete;
+    CameraConnection& operator=(const CameraConnection&) = delete;
 
     /// Sends a message behind what waits.
     /// \returns false when the camera takes nothing and too much waits already, or the connection is closed
@@ -72,7 +82,7 @@ private:
     bool takeReceived(MonotonicTime arrival);
     void flush();
     bool sendParts(const std::string_view* parts, std::size_t count);
-    void fail(const std::string& error);
+    void fail(Ended why, const std::string& error);
 
     const std::unique_ptr<ByteStream> stream_;
     Events& events_;

@@ -1,5 +1,4 @@
 #pragma once
-// Tested by tests/refhost/ingest/client/RtspClient_test.cpp.
 
 #include <cstddef>
 #include <string>

@@ -157,6 +157,10 @@ CameraReceiver::Next CameraReceiver::takeMessage()
 CameraReceiver::Next CameraReceiver::takeHead()
 {
     const std::string_view text = left();
+    if (static_cast<unsigned char>(text.front()) < ' ' || static_cast<unsigned char>(text.front()) >= 0x7f)
+    {
+        return Next::broken;
+    }
     const std::size_t lineEnd = text.find('\n');
     if (lineEnd != std::string_view::npos && text.substr(0, lineEnd).find(protocol) == std::string_view::npos)
     {

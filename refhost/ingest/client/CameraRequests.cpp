@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <iterator>
 #include <utility>
 
 #include "refhost/base/Decimal.h"
@@ -57,6 +59,23 @@ CameraRequests::Answer CameraRequests::take(const CameraMessage& answer)
 std::string CameraRequests::again()
 {
     return write(std::move(request_));
+}
+
+std::string CameraRequests::answerTo(std::string_view method, const CameraMessage& request)
+{
+    constexpr std::string_view granted[] = {"OPTIONS",  "GET_PARAMETER", "SET_PARAMETER",
+                                            "ANNOUNCE", "REDIRECT",      "TEARDOWN"};
+    const bool known = std::find(std::begin(granted), std::end(granted), method) != std::end(granted);
+    std::string text = known ? "RTSP/1.0 200 OK\r\n" : "RTSP/1.0 501 Not Implemented\r\n";
+    if (const auto sequence = leadingDecimal<std::uint64_t>(request.header("cseq")))
+    {
+        text += fmt::format("CSeq: {}\r\n", *sequence);
+    }
+    if (method == "OPTIONS")
+    {
+        text += "Public: OPTIONS, GET_PARAMETER, SET_PARAMETER, ANNOUNCE, REDIRECT, TEARDOWN\r\n";
+    }
+    return text + "\r\n";
 }
 
 /// A password that was refused is not tried again, so that no camera locks its user out; but a nonce that is used

@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/ingest/client/RtspClient_test.cpp.
+// Tested by tests/refhost/ingest/client/RtspClientLogin_test.cpp, tests/refhost/ingest/client/RtspClientQuirks_test.cpp.
 
 #include <cstddef>
 #include <deque>
@@ -50,6 +50,9 @@ public:
     }
     /// The request again, with a login. Requires: take() said `again` just before.
     std::string again();
+
+    /// The answer to a request of the camera's own: all that ask for nothing are granted.
+    static std::string answerTo(std::string_view method, const CameraMessage& request);
 
     /// What logs in, with the demands that it has met.
     const CameraLogin& login() const

@@ -11,6 +11,7 @@ namespace refhost
 namespace
 {
 
+constexpr int maxPort = 65535;
 constexpr std::string_view scheme = "rtsp://";
 constexpr std::string_view hexDigits = "0123456789ABCDEF";
 
@@ -121,10 +122,14 @@ std::optional<CameraUrl> CameraUrl::parse(std::string_view text)
     }
     url.host = authority.substr(bracketed ? 1 : 0, bracketed ? end - 1 : end);
     const std::string_view port = authority.substr(std::min(end + (bracketed ? 1 : 0), authority.size()));
+    if (!port.empty() && port.front() != ':')
+    {
+        return std::nullopt;
+    }
     if (port.size() > 1)
     {
-        const auto number = parseDecimal<int>(port.substr(1), 1, 65535);
-        if (!number || port.front() != ':')
+        const auto number = parseDecimal<int>(port.substr(1), 1, maxPort);
+        if (!number)
         {
             return std::nullopt;
         }

@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/ingest/client/RtspClient_test.cpp.
+// Tested by tests/refhost/ingest/client/RtspClientEnds_test.cpp.
 
 #include <chrono>
 

@@ -3,83 +3,24 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <system_error>
 #include <utility>
 
-#include "refhost/base/Decimal.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
+#include "refhost/ingest/client/RtspRefusal.h"
 
 namespace refhost
 {
 namespace
 {
 
-constexpr int statusOk = 200;
-constexpr int statusUnauthorized = 401;
-constexpr int statusNotFound = 404;
-constexpr int statusGone = 410;
-constexpr int statusNotEnoughBandwidth = 453;
-constexpr int statusSessionNotFound = 454;
-constexpr int statusUnsupportedTransport = 461;
-constexpr int statusServiceUnavailable = 503;
 constexpr Duration bodyPause = std::chrono::milliseconds(300);
-constexpr int maxChannels = 256;
 
 MonotonicTime now()
 {
     return HostClock::system().now();
-}
-
-bool isRedirect(int status)
-{
-    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
-}
-
-/// Status code and reason of an answer, for the log.
-std::string outcomeOf(const CameraMessage& answer)
-{
-    const std::size_t space = answer.startLine.find(' ');
-    return Log::safe(space == std::string::npos ? answer.startLine : answer.startLine.substr(space + 1));
-}
-
-/// What stands behind the last slash.
-std::string_view lastPart(std::string_view url)
-{
-    return url.substr(url.rfind('/') + 1);
-}
-
-/// What RTP-Info says of a track: by its URL, which may lack host and path; otherwise by its place.
-const RtpInfo* infoOf(const std::vector<RtpInfo>& infos, std::string_view control, std::size_t place)
-{
-    const auto found = std::find_if(infos.begin(), infos.end(),
-                                    [&](const RtpInfo& info)
-                                    { return !info.url.empty() && lastPart(info.url) == lastPart(control); });
-    if (found != infos.end())
-    {
-        return &*found;
-    }
-    return place < infos.size() && infos[place].url.empty() ? &infos[place] : nullptr;
-}
-
-RtspClientEnd::Kind kindOf(int status)
-{
-    using Kind = RtspClientEnd::Kind;
-    switch (status)
-    {
-        case statusUnauthorized:
-            return Kind::unauthorized;
-        case statusNotFound:
-        case statusGone:
-            return Kind::notFound;
-        case statusNotEnoughBandwidth:
-        case statusServiceUnavailable:
-            return Kind::busy;
-        case statusUnsupportedTransport:
-            return Kind::noUsableTransport;
-        default:
-            return Kind::protocolError;
-    }
 }
 
 }  // namespace
@@ -127,11 +68,9 @@ void RtspClientSession::stop(std::function<void()> closed)
 
 bool RtspClientSession::sendReport(std::size_t track, const std::uint8_t* data, std::size_t size)
 {
-    const auto found =
-        std::find_if(tracks_.begin(), tracks_.end(),
-                     [&](const SetUpTrack& each) { return each.playing && each.track == track; });
-    return state_.is(State::playing) && found != tracks_.end() && size > 0 && size <= UINT16_MAX &&
-           connection_->sendPacket(found->reportChannel, data, size);
+    const int channel = tracks_.reportChannelOf(track);
+    return state_.is(State::playing) && channel >= 0 && size > 0 && size <= UINT16_MAX &&
+           connection_->sendPacket(channel, data, size);
 }
 
 void RtspClientSession::connect()
@@ -156,7 +95,7 @@ void RtspClientSession::onConnected(std::unique_ptr<ByteStream> stream, const st
     }
     try
     {
-        connection_ = std::make_unique<CameraConnection>(loop_, std::move(stream), *this, self);
+        connection_ = std::make_unique<CameraConnection>(loop_, std::move(stream), *this, weak_from_this());
     }
     catch (const std::system_error& failure)
     {
@@ -188,9 +127,14 @@ void RtspClientSession::reconnect()
     connect();
 }
 
-void RtspClientSession::onClosed(const std::string& error)
+void RtspClientSession::onClosed(CameraConnection::Ended why, const std::string& error)
 {
     const auto self = shared_from_this();
+    if (why == CameraConnection::Ended::protocol)
+    {
+        end(Kind::protocolError, error);
+        return;
+    }
     const bool mayReconnect = state_.is(State::asking) || state_.is(State::describing);
     if (mayReconnect && reconnects_ < maxReconnects)
     {
@@ -209,19 +153,19 @@ void RtspClientSession::onOpenBody()
 void RtspClientSession::onInterleaved(int channel, const std::uint8_t* data, std::size_t size,
                                       MonotonicTime arrival)
 {
-    const Channel& row = channels_[static_cast<std::size_t>(channel) % channels_.size()];
+    const CameraTracks::Channel& row = tracks_.channel(channel);
     if (!row.used || events_ == nullptr || (!state_.is(State::playing) && !state_.is(State::starting)))
     {
         return;
     }
     if (row.reports)
     {
-        events_->onReport(row.track, data, size, arrival);
+        events_->onReport(row.index, data, size, arrival);
         return;
     }
     lastPacket_ = arrival;
     packetCame_ = true;
-    events_->onPacket(row.track, data, size, arrival);
+    events_->onPacket(row.index, data, size, arrival);
 }
 
 void RtspClientSession::onMessage(CameraMessage& message)
@@ -232,7 +176,7 @@ void RtspClientSession::onMessage(CameraMessage& message)
         answerCamera(message);
         return;
     }
-    if (message.status < statusOk)
+    if (message.status < RtspRefusal::ok)
     {
         return;  // it goes on
     }
@@ -297,7 +241,7 @@ void RtspClientSession::request(const char* method, const std::string& uri, Came
 
 void RtspClientSession::onOptions(const CameraMessage& answer)
 {
-    if (isRedirect(answer.status))
+    if (RtspRefusal::isRedirect(answer.status))
     {
         redirect(answer);
         return;
@@ -318,12 +262,12 @@ void RtspClientSession::describe()
 
 void RtspClientSession::onDescription(const CameraMessage& answer)
 {
-    if (isRedirect(answer.status))
+    if (RtspRefusal::isRedirect(answer.status))
     {
         redirect(answer);
         return;
     }
-    if (answer.status != statusOk)
+    if (answer.status != RtspRefusal::ok)
     {
         refuse("DESCRIBE", answer);
         return;
@@ -338,31 +282,12 @@ void RtspClientSession::onDescription(const CameraMessage& answer)
         return;
     }
     control_ = description.control;
-    choose(description.tracks, events_->onDescribed(description.tracks));
-}
-
-void RtspClientSession::choose(const std::vector<CameraTrack>& described,
-                               const std::vector<std::size_t>& chosen)
-{
+    const std::vector<std::size_t> chosen = events_->onDescribed(description.tracks);
     if (events_ == nullptr)
     {
         return;  // stopped by the choice
     }
-    for (const std::size_t index : chosen)
-    {
-        const bool known = std::any_of(tracks_.begin(), tracks_.end(),
-                                       [&](const SetUpTrack& track) { return track.track == index; });
-        if (index < described.size() && !known)
-        {
-            SetUpTrack track;
-            track.track = index;
-            track.control = described[index].control;
-            track.video = described[index].kind == MediaKind::video;
-            track.channel = static_cast<int>(2 * tracks_.size());
-            track.reportChannel = track.channel + 1;
-            tracks_.push_back(std::move(track));
-        }
-    }
+    tracks_.choose(description.tracks, chosen);
     if (tracks_.empty())
     {
         end(Kind::notFound, "the camera has no track that is of use");
@@ -374,74 +299,59 @@ void RtspClientSession::choose(const std::vector<CameraTrack>& described,
 
 void RtspClientSession::setUpNext()
 {
-    if (settingUp_ == tracks_.size())
+    const CameraTracks::Track* const track = tracks_.next();
+    if (track == nullptr)
     {
         play();
         return;
     }
-    const SetUpTrack& track = tracks_[settingUp_];
-    CameraRequests::Headers headers{{"Transport", fmt::format("RTP/AVP/TCP;unicast;interleaved={}-{}",
-                                                              track.channel, track.reportChannel)}};
     // What a server of this kind has kept of the past would arrive at once, as if it were captured at once.
-    headers.emplace_back("Live-Start", "key-frame");
-    request("SETUP", track.control, withSession(std::move(headers)));
+    request("SETUP", track->control,
+            withSession({{"Transport", CameraTracks::transportOf(*track)}, {"Live-Start", "key-frame"}}));
 }
 
 void RtspClientSession::onSetUp(const CameraMessage& answer)
 {
-    SetUpTrack& track = tracks_[settingUp_];
-    const bool dispensable =
-        !track.video && answer.status != statusUnauthorized &&
-        std::any_of(tracks_.begin(), tracks_.end(), [](const auto& each) { return each.video; });
-    if (answer.status == statusOk)
+    CameraTracks::Track& track = *tracks_.next();
+    if (answer.status == RtspRefusal::ok)
     {
-        SessionReply session = SessionReply::read(answer.header("session"));
-        session_ = session.id.empty() ? std::move(session_) : std::move(session);
-        track.playing = true;
-        if (!takeChannels(answer, track))
+        if (!onTrackSetUp(answer, track))
         {
             return;
         }
     }
-    else if (dispensable)
+    else if (!track.video && tracks_.anyVideo() && answer.status != RtspRefusal::unauthorized)
     {
-        Log::info("{}: the camera does not set up a track: {}", url_.host, outcomeOf(answer));
+        Log::info("{}: the camera does not set up a track: {}", url_.host, RtspRefusal::outcomeOf(answer));
     }
     else
     {
         refuse("SETUP", answer);
         return;
     }
-    ++settingUp_;
+    tracks_.advance();
     setUpNext();
 }
 
-/// Notes which channels carry the track. \returns false after the end
-bool RtspClientSession::takeChannels(const CameraMessage& answer, SetUpTrack& track)
+/// \returns false after the end
+bool RtspClientSession::onTrackSetUp(const CameraMessage& answer, CameraTracks::Track& track)
 {
-    const TransportReply reply = TransportReply::read(answer.header("transport"));
-    if (!reply.interleaved)
+    SessionReply session = SessionReply::read(answer.header("session"));
+    if (!session.id.empty())
+    {
+        session_ = std::move(session);
+    }
+    const TransportReply transport = TransportReply::read(answer.header("transport"));
+    track.playing = true;  // the session is to be ended, whatever comes
+    if (!transport.interleaved)
     {
         end(Kind::noUsableTransport, "the camera does not send over TCP", answer.status);
         return false;
     }
-    const auto isFree = [this](int channel) { return !channels_[static_cast<std::size_t>(channel)].used; };
-    // Some cameras name the same channels for all tracks, and use those that they were asked for.
-    if (reply.channel && isFree(*reply.channel))
-    {
-        track.channel = *reply.channel;
-        track.reportChannel = reply.reportChannel.value_or((track.channel + 1) % maxChannels);
-    }
-    if (!isFree(track.channel))
+    if (!tracks_.play(track, transport))
     {
         end(Kind::protocolError, "the camera sends two tracks in one channel", answer.status);
         return false;
-    }
-    const auto index = static_cast<std::uint16_t>(track.track);
-    channels_[static_cast<std::size_t>(track.channel)] = {index, true, false};
-    if (isFree(track.reportChannel))
-    {
-        channels_[static_cast<std::size_t>(track.reportChannel)] = {index, true, true};
     }
     return true;
 }
@@ -454,7 +364,7 @@ void RtspClientSession::play()
 
 void RtspClientSession::onPlay(const CameraMessage& answer)
 {
-    if (answer.status != statusOk)
+    if (answer.status != RtspRefusal::ok)
     {
         refuse("PLAY", answer);
         return;
@@ -470,20 +380,7 @@ void RtspClientSession::startPlaying(const std::vector<RtpInfo>& infos)
     lastPacket_ = now();
     keepAliveDue_ = lastPacket_ + session_.keepAliveInterval();
     arm();
-    std::vector<CameraPlayInfo> rows;
-    for (const SetUpTrack& track : tracks_)
-    {
-        if (track.playing)
-        {
-            CameraPlayInfo row;
-            row.track = track.track;
-            const RtpInfo* const info = infoOf(infos, track.control, rows.size());
-            row.sequence = info == nullptr ? std::nullopt : info->sequence;
-            row.timestamp = info == nullptr ? std::nullopt : info->timestamp;
-            rows.push_back(row);
-        }
-    }
-    events_->onPlaying(rows);
+    events_->onPlaying(tracks_.playInfos(infos));
 }
 
 void RtspClientSession::keepAlive()
@@ -498,14 +395,15 @@ void RtspClientSession::keepAlive()
 
 void RtspClientSession::onKeepAlive(const std::string& method, const CameraMessage& answer)
 {
-    if (answer.status == statusSessionNotFound || answer.status == statusUnauthorized)
+    if (answer.status == RtspRefusal::sessionNotFound || answer.status == RtspRefusal::unauthorized)
     {
-        end(answer.status == statusUnauthorized ? Kind::unauthorized : Kind::endedByCamera,
-            fmt::format("the camera ended the session: it answered {} with {}", method, outcomeOf(answer)),
+        end(answer.status == RtspRefusal::unauthorized ? Kind::unauthorized : Kind::endedByCamera,
+            fmt::format("the camera ended the session: it answered {} with {}", method,
+                        RtspRefusal::outcomeOf(answer)),
             answer.status);
         return;
     }
-    if (answer.status != statusOk && method == keepAliveMethod_)
+    if (answer.status != RtspRefusal::ok && method == keepAliveMethod_)
     {
         keepAliveMethod_ = "OPTIONS";
     }
@@ -536,18 +434,7 @@ void RtspClientSession::answerCamera(const CameraMessage& request)
 {
     const std::string method = request.startLine.substr(0, request.startLine.find(' '));
     const bool ends = method == "TEARDOWN" || method == "REDIRECT";
-    const bool known = ends || method == "OPTIONS" || method == "GET_PARAMETER" ||
-                       method == "SET_PARAMETER" || method == "ANNOUNCE";
-    std::string text = known ? "RTSP/1.0 200 OK\r\n" : "RTSP/1.0 501 Not Implemented\r\n";
-    if (const auto sequence = leadingDecimal<std::uint64_t>(request.header("cseq")))
-    {
-        text += fmt::format("CSeq: {}\r\n", *sequence);
-    }
-    if (method == "OPTIONS")
-    {
-        text += "Public: OPTIONS, GET_PARAMETER, SET_PARAMETER, ANNOUNCE, REDIRECT, TEARDOWN\r\n";
-    }
-    if (!connection_->send(text + "\r\n"))
+    if (!connection_->send(CameraRequests::answerTo(method, request)))
     {
         end(Kind::protocolError, "the camera asks more than it reads");
     }
@@ -586,16 +473,18 @@ void RtspClientSession::arm()
     }
     loop_.cancel(timer_);
     timerDue_ = due;
-    timer_ = loop_.after(due - now(),
-                         [weak = weak_from_this()]
-                         {
-                             if (const auto self = weak.lock())
-                             {
-                                 self->timerDue_ = MonotonicTime::max();
-                                 self->onTimer();
-                                 self->arm();
-                             }
-                         });
+    // Nobody else may own a session that tears down.
+    timer_ = loop_.after(
+        due - now(),
+        [weak = weak_from_this(), held = state_.is(State::tearingDown) ? shared_from_this() : nullptr]
+        {
+            if (const auto self = weak.lock())
+            {
+                self->timerDue_ = MonotonicTime::max();
+                self->onTimer();
+                self->arm();
+            }
+        });
 }
 
 void RtspClientSession::onTimer()
@@ -646,27 +535,33 @@ void RtspClientSession::onOverdue()
 
 void RtspClientSession::refuse(const char* method, const CameraMessage& answer)
 {
-    if (answer.status != statusUnauthorized)
+    RtspClientEnd reason = RtspRefusal::endOf(method, answer);
+    if (reason.kind == Kind::unauthorized)
     {
-        end(kindOf(answer.status), fmt::format("the camera answered {} with {}", method, outcomeOf(answer)),
-            answer.status, retryAfterOf(answer));
-        return;
+        const bool elsewhere = !url_.sameServer(*home_);
+        reason.text = elsewhere ? fmt::format("the camera demands a login at {}, which gets none", url_.host)
+                      : home_->user.empty() ? "the camera demands a login"
+                                            : "the camera refuses the login";
     }
-    const std::string elsewhere =
-        url_.sameServer(*home_) ? "" : fmt::format(" at {}, which gets none", url_.host);
-    end(Kind::unauthorized,
-        home_->user.empty() || !elsewhere.empty() ? "the camera demands a login" + elsewhere
-                                                  : "the camera refuses the login",
-        answer.status);
+    finish(reason);
 }
 
-void RtspClientSession::end(Kind kind, std::string text, int status, std::optional<Duration> retryAfter)
+void RtspClientSession::end(Kind kind, std::string text, int status)
+{
+    RtspClientEnd reason;
+    reason.kind = kind;
+    reason.text = std::move(text);
+    reason.status = status;
+    finish(reason);
+}
+
+void RtspClientSession::finish(const RtspClientEnd& reason)
 {
     RtspClientEvents* const events = std::exchange(events_, nullptr);
     leave();
     if (events != nullptr)
     {
-        events->onEnded({kind, std::move(text), status, retryAfter});
+        events->onEnded(reason);
     }
 }
 
@@ -677,9 +572,9 @@ void RtspClientSession::leave()
     {
         return;
     }
-    const bool mayHaveSession = state_.is(State::settingUp) || state_.is(State::starting) || state_.is(State::playing);
-    if (!mayHaveSession || !connection_->isOpen() ||
-        std::none_of(tracks_.begin(), tracks_.end(), [](const SetUpTrack& track) { return track.playing; }))
+    const bool mayHaveSession =
+        state_.is(State::settingUp) || state_.is(State::starting) || state_.is(State::playing);
+    if (!mayHaveSession || !connection_->isOpen() || !tracks_.anyPlaying())
     {
         close();
         return;
@@ -694,6 +589,7 @@ void RtspClientSession::leave()
     bodyDeadline_ = MonotonicTime::max();
     keepAliveDue_ = MonotonicTime::max();
     answerDeadline_ = now() + options_.teardownTimeout;
+    timerDue_ = MonotonicTime::max();
     arm();
 }
 

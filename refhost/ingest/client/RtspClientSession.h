@@ -1,7 +1,6 @@
 #pragma once
-// Tested by tests/refhost/ingest/client/RtspClient_test.cpp.
+// Tested by tests/refhost/ingest/client/RtspClientEnds_test.cpp, tests/refhost/ingest/client/RtspClientStop_test.cpp.
 
-#include <array>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -13,6 +12,7 @@
 #include "refhost/ingest/client/CameraDescription.h"
 #include "refhost/ingest/client/CameraHeaders.h"
 #include "refhost/ingest/client/CameraRequests.h"
+#include "refhost/ingest/client/CameraTracks.h"
 #include "refhost/ingest/client/CameraUrl.h"
 #include "refhost/ingest/client/RtspClientEvents.h"
 #include "refhost/ingest/client/RtspClientOptions.h"
@@ -50,24 +50,6 @@ private:
     using State = RtspClientState;
     using Kind = RtspClientEnd::Kind;
 
-    /// What a channel of the connection carries.
-    struct Channel
-    {
-        std::uint16_t track = 0;
-        bool used = false;
-        bool reports = false;  ///< RTCP
-    };
-
-    struct SetUpTrack
-    {
-        std::size_t track = 0;
-        int channel = 0;        ///< of RTP, the one that is asked for at first
-        int reportChannel = 1;  ///< of RTCP
-        std::string control;    ///< its URL
-        bool video = false;
-        bool playing = false;  ///< the camera has set it up
-    };
-
     // Connection.
     void connect();
     void onConnected(std::unique_ptr<ByteStream> stream, const std::string& error);
@@ -76,12 +58,11 @@ private:
     void onInterleaved(int channel, const std::uint8_t* data, std::size_t size,
                        MonotonicTime arrival) override;
     void onOpenBody() override;
-    void onClosed(const std::string& error) override;
+    void onClosed(CameraConnection::Ended why, const std::string& error) override;
 
     // Requests.
     void request(const char* method, const std::string& uri, CameraRequests::Headers headers);
     void describe();
-    void choose(const std::vector<CameraTrack>& described, const std::vector<std::size_t>& chosen);
     void setUpNext();
     void play();
     void keepAlive();
@@ -92,7 +73,7 @@ private:
     void onOptions(const CameraMessage& answer);
     void onDescription(const CameraMessage& answer);
     void onSetUp(const CameraMessage& answer);
-    bool takeChannels(const CameraMessage& answer, SetUpTrack& track);
+    bool onTrackSetUp(const CameraMessage& answer, CameraTracks::Track& track);
     void onPlay(const CameraMessage& answer);
     void onKeepAlive(const std::string& method, const CameraMessage& answer);
     void redirect(const CameraMessage& answer);
@@ -107,7 +88,8 @@ private:
 
     // End.
     void refuse(const char* method, const CameraMessage& answer);
-    void end(Kind kind, std::string text, int status = 0, std::optional<Duration> retryAfter = std::nullopt);
+    void end(Kind kind, std::string text, int status = 0);
+    void finish(const RtspClientEnd& reason);
     void leave();
     void close();
 
@@ -130,9 +112,7 @@ private:
     const char* keepAliveMethod_ = "OPTIONS";
     std::string control_;  ///< URL of what is played
     SessionReply session_;
-    std::vector<SetUpTrack> tracks_;
-    std::size_t settingUp_ = 0;  ///< of tracks_
-    std::array<Channel, 256> channels_{};
+    CameraTracks tracks_;
 
     EventLoop::TimerId timer_;
     MonotonicTime timerDue_ = MonotonicTime::max();
