@@ -147,7 +147,7 @@ void NalDepacketizer::start(std::uint32_t timestamp, const NalLead& lead)
             ends_.onMoreOfFrame();
         }
     }
-    const std::size_t large = isSet(lead.kind) || lead.kind == NalKind::aggregate ? 0 : 1;
+    const std::size_t large = isSet(lead.first) || lead.first == NalKind::keySlice ? 0 : 1;
     if (making_.media)
     {
         media_.reserve(expectedBytes_[large]);
@@ -283,14 +283,15 @@ void NalDepacketizer::addFragment(ByteSpan payload)
 {
     NalSyntax::Fragment fragment{};
     syntax_.readFragment(payload, fragment);
+    const ByteSpan header(fragment.header.data(), syntax_.headerSize());
     if (fragment.starts)
     {
         endFragment(true);
         openFragment(fragment);
     }
-    else if (!open_.is || open_.header != fragment.header)
+    else if (!open_.is || !syntax_.isSameType({open_.header.data(), syntax_.headerSize()}, header))
     {
-        const NalKind kind = syntax_.kindOf({fragment.header.data(), syntax_.headerSize()});
+        const NalKind kind = syntax_.kindOf(header);
         if (isSlice(kind))
         {
             noteSlice(kind, {});

@@ -38,7 +38,8 @@ const char* NalLead::read(const NalSyntax& syntax, ByteSpan payload, NalLead& ou
         {
             return "cut short";
         }
-        out.place = placeOf(syntax.kindOf(unit), unit.from(syntax.headerSize()));
+        out.first = syntax.kindOf(unit);
+        out.place = placeOf(out.first, unit.from(syntax.headerSize()));
         return nullptr;
     }
     out.kind = syntax.kindOf(payload);
@@ -53,12 +54,13 @@ const char* NalLead::read(const NalSyntax& syntax, ByteSpan payload, NalLead& ou
         {
             return "cut short";
         }
-        const NalKind kind = syntax.kindOf({fragment.header.data(), syntax.headerSize()});
-        out.place = fragment.starts ? placeOf(kind, fragment.body) : Place::more;
-        return isUnit(kind) ? nullptr : "a fragment of what cannot be fragmented";
+        out.first = syntax.kindOf({fragment.header.data(), syntax.headerSize()});
+        out.place = fragment.starts ? placeOf(out.first, fragment.body) : Place::more;
+        return isUnit(out.first) ? nullptr : "a fragment of what cannot be fragmented";
     }
     if (out.kind != NalKind::aggregate)
     {
+        out.first = out.kind;
         out.place = placeOf(out.kind, payload.from(syntax.headerSize()));
         return nullptr;
     }
@@ -71,6 +73,7 @@ const char* NalLead::read(const NalSyntax& syntax, ByteSpan payload, NalLead& ou
                                            plain = plain && isUnit(kind);
                                            if (std::exchange(first, false))
                                            {
+                                               out.first = kind;
                                                out.place = placeOf(kind, unit.from(syntax.headerSize()));
                                            }
                                        });

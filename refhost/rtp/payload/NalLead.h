@@ -17,7 +17,8 @@ struct NalLead
         anywhere
     };
 
-    NalKind kind = NalKind::other;  ///< of the payload, not of what is in it
+    NalKind kind = NalKind::other;   ///< of the payload, not of what is in it
+    NalKind first = NalKind::other;  ///< of the first NAL unit in it, or of the one that it is a part of
     Place place = Place::anywhere;
     bool annexB = false;  ///< start codes stand between its units
 

@@ -118,6 +118,12 @@ NalKind NalSyntax::kindOf(ByteSpan unit) const
                                  : h264::kindOf(unit[0] & h264::typeBits);
 }
 
+bool NalSyntax::isSameType(ByteSpan one, ByteSpan other) const
+{
+    return codec_ == Codec::h265 ? h265::typeOf(one[0]) == h265::typeOf(other[0])
+                                 : (one[0] & h264::typeBits) == (other[0] & h264::typeBits);
+}
+
 const char* NalSyntax::refusalOf(ByteSpan payload) const
 {
     if (codec_ == Codec::h265)

@@ -82,6 +82,10 @@ public:
     /// Requires: `unit` has a header.
     NalKind kindOf(ByteSpan unit) const;
 
+    /// Whether two headers are of the same type of unit; some senders change the importance between fragments.
+    /// Requires: both have a header.
+    bool isSameType(ByteSpan one, ByteSpan other) const;
+
     /// Why packets of a kind that is refused are.
     /// Requires: kindOf(payload) is `refused`.
     const char* refusalOf(ByteSpan payload) const;

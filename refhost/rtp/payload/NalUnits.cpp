@@ -1,5 +1,7 @@
 #include "refhost/rtp/payload/NalUnits.h"
 
+#include <utility>
+
 #include "refhost/base/ByteOrder.h"
 
 namespace refhost
@@ -36,6 +38,16 @@ void NalUnits::close(bool whole)
         return;
     }
     writeBig32(bytes_.data() + openAt_, static_cast<std::uint32_t>(bytes_.size() - openAt_ - lengthSize));
+}
+
+std::vector<std::uint8_t> NalUnits::take()
+{
+    constexpr std::size_t tolerated = 4096;
+    if (bytes_.capacity() > 2 * bytes_.size() + tolerated)
+    {
+        bytes_.shrink_to_fit();
+    }
+    return std::exchange(bytes_, {});
 }
 
 void NalUnits::putInFront(const NalUnits& units)

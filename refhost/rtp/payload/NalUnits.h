@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <utility>
 #include <vector>
 
 #include "refhost/rtp/payload/ByteSpan.h"
@@ -35,11 +34,8 @@ public:
     /// Puts whole units in front of all others. Requires: none is open.
     void putInFront(const NalUnits& units);
 
-    /// Gives the bytes away; none are left.
-    std::vector<std::uint8_t> take()
-    {
-        return std::exchange(bytes_, {});
-    }
+    /// Gives the bytes away, without much unused memory; none are left.
+    std::vector<std::uint8_t> take();
 
     /// Keeps the memory.
     void clear()

@@ -88,6 +88,11 @@ std::shared_ptr<AccessUnit> PacketRun::finish(std::uint32_t rtpTimestamp, bool m
     {
         unit_->bytes[unit_->packets.back().offset + 1] |= markerBit;
     }
+    constexpr std::size_t tolerated = 4096;
+    if (unit_->bytes.capacity() > 2 * unit_->bytes.size() + tolerated)
+    {
+        unit_->bytes.shrink_to_fit();
+    }
     maxPayload_ = 0;
     return std::move(unit_);
 }

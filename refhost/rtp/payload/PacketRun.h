@@ -24,7 +24,7 @@ public:
     /// Adds packets with these payloads in front of all others.
     void putInFront(const std::vector<std::vector<std::uint8_t>>& payloads);
 
-    /// Writes the headers and gives the unit away; the run is empty then.
+    /// Writes the headers and gives the unit away, without much unused memory; the run is empty then.
     /// \param marker  of the last packet
     /// \returns null when there is no packet
     std::shared_ptr<AccessUnit> finish(std::uint32_t rtpTimestamp, bool marker);

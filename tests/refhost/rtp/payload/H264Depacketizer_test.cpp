@@ -292,6 +292,47 @@ TEST(H264Depacketizer, ASenderMayLeaveOutTheEndOfFragments)
     EXPECT_FALSE(reception.units[0].damaged);
 }
 
+TEST(H264Depacketizer, FragmentsMayDifferInTheirImportance)
+{
+    Believed reception;
+    std::vector<Bytes> packets = fragments(idr(100), 30);
+    packets[2][0] &= 0x1fU;
+    for (std::size_t i = 0; i < packets.size(); ++i)
+    {
+        reception.push(packets[i], 6000, i + 1 == packets.size());
+    }
+    ASSERT_EQ(reception.units.size(), 1U);
+    EXPECT_EQ(reception.units[0].bytes, prefixed({sps, pps, idr(100)}));
+    EXPECT_FALSE(reception.units[0].damaged);
+}
+
+TEST(H264Depacketizer, AFragmentOfAnotherUnitDamagesTheFrame)
+{
+    Believed reception;
+    reception.push(fragments(idr(100), 60)[0], 6000, false);
+    reception.push(fragments(p(100), 60)[1], 6000, true);
+    ASSERT_EQ(reception.units.size(), 1U);
+    EXPECT_TRUE(reception.units[0].damaged);
+    EXPECT_TRUE(reception.units[0].bytes.empty());
+}
+
+TEST(H264Depacketizer, AFrameDoesNotKeepMuchMoreMemoryThanItNeeds)
+{
+    Believed reception;
+    // Key frames in aggregates as others are.
+    for (std::uint32_t i = 2; i < 10; ++i)
+    {
+        reception.push(aggregate({0x78}, {sps, pps, idr(60000, i)}), i * 6000, true);
+        reception.push(aggregate({0x78}, {p(500, i)}), i * 6000 + 3000, true);
+        reception.push(aggregate({0x78}, {sps, pps, p(500, i)}), i * 6000 + 4500, true);
+    }
+    for (const DepacketizedUnit& unit : reception.units)
+    {
+        EXPECT_LE(unit.bytes.capacity(), 2 * unit.bytes.size() + 4096);
+        EXPECT_LE(unit.packets->bytes.capacity(), 2 * unit.packets->bytes.size() + 4096);
+    }
+}
+
 TEST(H264Depacketizer, AParameterSetMayComeInFragments)
 {
     Reception reception(track(false));

@@ -27,6 +27,14 @@ TEST(PacketRun, PacketsStandBehindRoomForFramingAndHeaders)
     EXPECT_TRUE(run.empty());
 }
 
+TEST(PacketRun, AUnitDoesNotKeepMuchMoreMemoryThanItNeeds)
+{
+    PacketRun run;
+    run.expect(1'000'000, 1);
+    run.add(Bytes(1000), {});
+    EXPECT_LT(run.finish(0, true)->bytes.capacity(), 10'000U);
+}
+
 TEST(PacketRun, NothingMakesNoUnit)
 {
     PacketRun run;
