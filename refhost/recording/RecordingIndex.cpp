@@ -378,14 +378,45 @@ std::optional<std::int64_t> RecordingIndex::add(const RecordedSegment& segment)
 
 bool RecordingIndex::enter(const RecordedSegment& segment)
 {
-    const MutexLock guard(writingMutex_);
-    return write(writing_.enter, segment);
+    return apply({{segment, false}});
 }
 
-bool RecordingIndex::removePath(const std::string& path)
+bool RecordingIndex::apply(const std::vector<Change>& changes)
 {
     const MutexLock guard(writingMutex_);
-    return write(writing_.removePath, inside(path));
+    if (changes.size() == 1)
+    {
+        // A transaction of its own.
+        return applyOne(changes.front());
+    }
+    const bool done =
+        execute("BEGIN IMMEDIATE") &&
+        std::all_of(changes.begin(), changes.end(),
+                    [this](const Change& change) OV_REQUIRES(writingMutex_) { return applyOne(change); }) &&
+        execute("COMMIT");
+    if (!done && writing_.database)
+    {
+        // The failure that is reported is the one before. SQLite may have rolled back by itself.
+        writing_.database->execute("ROLLBACK");
+    }
+    return done;
+}
+
+bool RecordingIndex::applyOne(const Change& change)
+{
+    return change.removed ? write(writing_.removePath, inside(change.segment.path))
+                          : write(writing_.enter, change.segment);
+}
+
+bool RecordingIndex::execute(const char* statement)
+{
+    const bool done = writing_.database && writing_.database->execute(statement);
+    if (!done && writing_.database)
+    {
+        full_ = writing_.database->isFull();
+        error_ = IndexFile::pathIn(directory_) + ": " + writing_.database->lastError();
+    }
+    return done;
 }
 
 bool RecordingIndex::close(std::int64_t id, Duration duration, std::int64_t bytes)

@@ -93,11 +93,19 @@ public:
     /// \param segment  `id` and `epoch` are not read; `path` must lie below the directory
     /// \returns its id
     std::optional<std::int64_t> add(const RecordedSegment& segment);
-    /// Enters a segment that is recorded now, or what is known of it; its path says which. One that starts
-    /// before the stream's last one ended starts a new epoch. \param segment  as in add()
+    /// What apply() does to the segment of a path.
+    struct Change
+    {
+        RecordedSegment segment;  ///< as in add()
+        bool removed = false;  ///< its file, which is the caller's; of `segment` the path alone is read then
+    };
+
+    /// Enters segments that are recorded now, or what is known of them, and forgets others, all in one
+    /// transaction: when it fails nothing has changed. A segment that starts before the stream's last one
+    /// ended starts a new epoch.
+    bool apply(const std::vector<Change>& changes);
+    /// apply() of one segment.
     bool enter(const RecordedSegment& segment);
-    /// Forgets the segment of a path, if there is one; its file is the caller's.
-    bool removePath(const std::string& path);
     /// A segment came to its end.
     bool close(std::int64_t id, Duration duration, std::int64_t bytes);
     /// Forgets a segment; its file is the caller's.
@@ -152,6 +160,8 @@ private:
         SqliteDatabase::Statement remove;
     };
 
+    bool execute(const char* statement) OV_REQUIRES(writingMutex_);
+    bool applyOne(const Change& change) OV_REQUIRES(writingMutex_);
     explicit RecordingIndex(std::string directory) : directory_(std::move(directory)) {}
     bool openWriting(std::string& error);
     bool openReading(std::string& error);

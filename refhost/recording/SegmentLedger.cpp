@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
 
 namespace refhost
@@ -24,7 +25,7 @@ void SegmentLedger::setIndex(std::shared_ptr<RecordingIndex> index)
 {
     const MutexLock guard(mutex_);
     index_ = std::move(index);
-    flushSoon(std::chrono::milliseconds(0));
+    flushSoon(Duration::zero());
 }
 
 void SegmentLedger::setMakeRoom(SegmentWriter::MakeRoom makeRoom)
@@ -55,7 +56,7 @@ void SegmentLedger::change(const std::string& path, const Item& item)
     known.version = ++version_;
     known.first = first == 0 ? version_ : first;
     bound();
-    flushSoon(std::chrono::milliseconds(0));
+    flushSoon(untilNextFlush());
 }
 
 bool SegmentLedger::isOpen(const std::string& path) const
@@ -93,7 +94,16 @@ void SegmentLedger::bound()
     }
 }
 
-void SegmentLedger::flushSoon(std::chrono::milliseconds delay)
+Duration SegmentLedger::untilNextFlush() const
+{
+    if (!flushed_)
+    {
+        return Duration::zero();
+    }
+    return std::max(*flushed_ + options_.interval - HostClock::system().now(), Duration::zero());
+}
+
+void SegmentLedger::flushSoon(Duration delay)
 {
     if (!flushPosted_)
     {
@@ -126,6 +136,7 @@ bool SegmentLedger::flush()
     {
         const MutexLock guard(mutex_);
         index = index_;
+        flushed_ = HostClock::system().now();
     }
     if (!index)
     {
@@ -148,6 +159,31 @@ bool SegmentLedger::flush()
 
 bool SegmentLedger::flushTo(RecordingIndex& index)
 {
+    constexpr int maxAttempts = 4;
+    for (int attempt = 0;; ++attempt)
+    {
+        // Again each time: what made room has changed more.
+        const std::vector<Item> changed = changedItems();
+        std::vector<RecordingIndex::Change> changes;
+        changes.reserve(changed.size());
+        for (const Item& item : changed)
+        {
+            changes.push_back({item.segment, item.state == State::gone});
+        }
+        if (changes.empty() || index.apply(changes))
+        {
+            noteEntered(changed);
+            return true;
+        }
+        if (!index.foundDiskFull() || !makeRoom_ || attempt >= maxAttempts || !makeRoom_(attempt > 0))
+        {
+            return false;
+        }
+    }
+}
+
+std::vector<SegmentLedger::Item> SegmentLedger::changedItems() const
+{
     std::vector<Item> changed;
     {
         const MutexLock guard(mutex_);
@@ -161,14 +197,15 @@ bool SegmentLedger::flushTo(RecordingIndex& index)
     }
     std::sort(changed.begin(), changed.end(),
               [](const Item& left, const Item& right) { return left.first < right.first; });
-    for (const Item& item : changed)
+    return changed;
+}
+
+/// What has changed since is entered again.
+void SegmentLedger::noteEntered(const std::vector<Item>& entered)
+{
+    const MutexLock guard(mutex_);
+    for (const Item& item : entered)
     {
-        const bool done = enter(index, item);
-        if (!done)
-        {
-            return false;
-        }
-        const MutexLock guard(mutex_);
         const auto known = items_.find(item.segment.path);
         if (known == items_.end() || known->second.version != item.version)
         {
@@ -178,23 +215,6 @@ bool SegmentLedger::flushTo(RecordingIndex& index)
         if (known->second.segment.closed)
         {
             items_.erase(known);
-        }
-    }
-    return true;
-}
-
-bool SegmentLedger::enter(RecordingIndex& index, const Item& item) const
-{
-    constexpr int maxAttempts = 4;
-    for (int attempt = 0;; ++attempt)
-    {
-        const bool done =
-            item.state == State::gone ? index.removePath(item.segment.path) : index.enter(item.segment);
-        const bool again =
-            !done && index.foundDiskFull() && makeRoom_ && attempt < maxAttempts && makeRoom_(attempt > 0);
-        if (!again)
-        {
-            return done;
         }
     }
 }

@@ -6,9 +6,12 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "refhost/base/Mutex.h"
+#include "refhost/base/Times.h"
 #include "refhost/recording/RecordedSegment.h"
 #include "refhost/recording/RecordingIndex.h"
 #include "refhost/recording/SegmentWriter.h"
@@ -19,7 +22,7 @@ namespace refhost
 
 /// What recorders have written and the index does not know yet: the newest state of each segment.
 ///
-/// A thread of its own enters it, so an index that is locked, missing or on a full disk never holds up a
+/// A thread of its own enters it, all segments in one transaction a second, so an index that is locked, missing or on a full disk never holds up a
 /// recording. What cannot be entered is kept and tried again; at most `maxKept` segments, beyond those some
 /// are forgotten here: their files stay, and RecordingRepair finds them. Threads: any. put(), remove(),
 /// isOpen() and holds() never wait for the index.
@@ -30,6 +33,8 @@ public:
     {
         std::chrono::milliseconds retry{1000};  ///< until an index that did not take something is tried again
         std::size_t maxKept = 4096;             ///< segments, about 300 bytes each
+        /// From one transaction of the index to the next one, which enters what changed meanwhile.
+        std::chrono::milliseconds interval{1000};
     };
 
     /// \param directory  of all recordings, without a slash at the end
@@ -88,10 +93,13 @@ private:
 
     void change(const std::string& path, const Item& item);
     void bound() OV_REQUIRES(mutex_);
-    void flushSoon(std::chrono::milliseconds delay) OV_REQUIRES(mutex_);
+    void flushSoon(Duration delay) OV_REQUIRES(mutex_);
+    Duration untilNextFlush() const OV_REQUIRES(mutex_);
     void run();
     bool flushTo(RecordingIndex& index) OV_REQUIRES(flushMutex_) OV_EXCLUDES(mutex_);
-    bool enter(RecordingIndex& index, const Item& item) const;
+    /// In the order in which they came first.
+    std::vector<Item> changedItems() const OV_EXCLUDES(mutex_);
+    void noteEntered(const std::vector<Item>& entered) OV_EXCLUDES(mutex_);
     void report(bool entered, const std::string& why) OV_REQUIRES(flushMutex_);
 
     const std::string directory_;
@@ -108,6 +116,7 @@ private:
     Items items_ OV_GUARDED_BY(mutex_);
     std::uint64_t version_ OV_GUARDED_BY(mutex_) = 0;
     bool flushPosted_ OV_GUARDED_BY(mutex_) = false;
+    std::optional<MonotonicTime> flushed_ OV_GUARDED_BY(mutex_);  ///< when the last flush started
     bool hasForgotten_ OV_GUARDED_BY(mutex_) = false;
 
     /// Last: its thread uses everything above.

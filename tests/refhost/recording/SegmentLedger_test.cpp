@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "refhost/recording/SqliteQuery.h"
 #include "tests/CapturedErrors.h"
 #include "tests/TemporaryFolder.h"
 
@@ -64,7 +65,9 @@ protected:
     TemporaryFolder folder_;
     std::shared_ptr<RecordingIndex> index_;
     std::atomic<int> forgotten_{0};
-    SegmentLedger ledger_{folder_.path(), {std::chrono::milliseconds(10), 50}, [this] { ++forgotten_; }};
+    SegmentLedger ledger_{folder_.path(),
+                          {std::chrono::milliseconds(10), 50, std::chrono::milliseconds(10)},
+                          [this] { ++forgotten_; }};
 };
 
 TEST_F(SegmentLedgerTest, SegmentIsEnteredAndItsNewestStateReplacesTheOneBefore)
@@ -145,6 +148,52 @@ TEST_F(SegmentLedgerTest, MemoryIsBoundedAndWhatIsForgottenIsReportedWhenTheInde
     ASSERT_TRUE(ledger_.flush());
     EXPECT_THAT(index_->all(), SizeIs(50));
     EXPECT_EQ(forgotten_, 1);
+}
+
+TEST_F(SegmentLedgerTest, ChangesOfAllSegmentsAreEnteredInOneTransactionAnInterval)
+{
+    open();
+    SegmentLedger ledger(folder_.path(), {std::chrono::milliseconds(10), 4096, std::chrono::hours(1)},
+                         nullptr);
+    ledger.setIndex(index_);
+    ASSERT_TRUE(ledger.flush());
+    std::string error;
+    const auto other = SqliteDatabase::open(folder_ / "index.db", SqliteDatabase::Access::read, error);
+    ASSERT_TRUE(other) << error;
+    // Grows by one with each transaction of another connection.
+    const auto version = [&]
+    {
+        const auto statement = other->prepare("PRAGMA data_version");
+        SqliteQuery query(*statement);
+        EXPECT_TRUE(query.next());
+        return query.number(0);
+    };
+    const std::int64_t before = version();
+    for (int i = 0; i < 100; ++i)
+    {
+        ledger.put(segment(i, false));
+        ledger.put(segment(i));
+    }
+    EXPECT_EQ(ledger.kept(), 100U) << "they wait for each other";
+    EXPECT_EQ(version(), before);
+    ASSERT_TRUE(ledger.flush());
+    EXPECT_THAT(index_->all(), SizeIs(100));
+    EXPECT_EQ(version(), before + 1);
+}
+
+TEST_F(SegmentLedgerTest, TransactionThatFailsLeavesTheIndexAsItWas)
+{
+    open();
+    ASSERT_TRUE(index_->enter(segment(1)));
+    RecordedSegment outside = segment(3);
+    outside.path = "/elsewhere/1/0/3.mkv";
+    EXPECT_FALSE(index_->apply({{segment(1), true}, {segment(2), false}, {outside, false}}));
+    EXPECT_THAT(index_->lastError(), testing::HasSubstr("/elsewhere"));
+    ASSERT_THAT(index_->all(), SizeIs(1));
+    EXPECT_EQ(index_->all()[0].path, segment(1).path);
+    EXPECT_TRUE(index_->apply({{segment(1), true}, {segment(2), false}}));
+    ASSERT_THAT(index_->all(), SizeIs(1));
+    EXPECT_EQ(index_->all()[0].path, segment(2).path);
 }
 
 TEST_F(SegmentLedgerTest, RemovedSegmentLeavesTheIndex)
