@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <future>
+#include <system_error>
 #include <utility>
 
 #include "refhost/base/Log.h"
@@ -18,20 +18,36 @@
 namespace refhost
 {
 
-std::shared_ptr<Recorder> Recorder::start(const Stream& stream, std::shared_ptr<SegmentLedger> ledger,
-                                          const Options& options, Hooks hooks)
+namespace
 {
-    std::shared_ptr<Recorder> recorder(new Recorder(stream, std::move(ledger), options, std::move(hooks)));
+
+/// Media between two flushes where a lot was gathered: the muxer keeps in memory what is not flushed.
+constexpr Duration maxUnflushed = std::chrono::seconds(1);
+
+/// What a unit takes of the memory.
+std::size_t sizeOf(const EncodedUnit& unit)
+{
+    return unit.bytes.size() + sizeof(EncodedUnit);
+}
+
+}  // namespace
+
+std::shared_ptr<Recorder> Recorder::start(const Stream& stream, std::shared_ptr<SegmentLedger> ledger,
+                                          RecordingDisk& disk, const Options& options, Hooks hooks)
+{
+    std::shared_ptr<Recorder> recorder(
+        new Recorder(stream, std::move(ledger), disk, options, std::move(hooks)));
     stream.source->attachMedia(recorder);
     stream.source->acquire();
     return recorder;
 }
 
-Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, const Options& options,
-                   Hooks hooks)
+Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, RecordingDisk& disk,
+                   const Options& options, Hooks hooks)
     : stream_(stream),
       title_(stream.name),
       ledger_(std::move(ledger)),
+      disk_(disk),
       options_(options),
       hooks_(std::move(hooks)),
       cutter_(
@@ -46,55 +62,132 @@ void Recorder::stop()
 {
     stream_.source->detachMedia(this);
     stream_.source->release();
-    std::promise<void> done;
-    queue_.post(
-        [&]
-        {
-            cutter_.interrupt();
-            done.set_value();
-        });
-    done.get_future().wait();
-    queue_.close();
+    const MutexLock guard(inletMutex_);
+    stopping_ = true;
+    wakeIn(Duration::zero());
+}
+
+bool Recorder::awaitEnd(std::chrono::steady_clock::time_point deadline)
+{
+    const MutexLock guard(inletMutex_);
+    while (!ended_ && endedChanged_.waitUntil(inletMutex_, deadline))
+    {
+    }
+    return ended_;
 }
 
 void Recorder::onEncodedUnit(const EncodedUnitPtr& unit)
 {
-    if (!admits(unit->bytes.size()))
+    const MutexLock guard(inletMutex_);
+    const std::size_t bytes = sizeOf(*unit);
+    // A source may still be giving one when it has let its sink go.
+    if (stopping_ || !admits(bytes))
     {
         return;
     }
-    const auto takeIt = [this, unit]
-    {
-        take(unit);
-        const MutexLock guard(inletMutex_);
-        queued_ -= unit->bytes.size();
-    };
-    queue_.post(takeIt);
+    queued_ += bytes;
+    gatheredBytes_ += bytes;
+    gather(unit);
 }
 
 void Recorder::onDiscontinuity()
 {
-    queue_.post([this] { cutter_.interrupt(); });
+    const MutexLock guard(inletMutex_);
+    if (!stopping_)
+    {
+        gather(nullptr);
+    }
 }
 
 bool Recorder::admits(std::size_t bytes)
 {
-    const MutexLock guard(inletMutex_);
     if (skipping_ && queued_ > options_.maxQueued / 4)
     {
         return false;
     }
-    skipping_ = queued_ + bytes > options_.maxQueued;
+    skipping_ = queued_ + bytes > options_.maxQueued || !disk_.reserve(bytes);
     if (skipping_)
     {
         Log::write(slownessReported_ ? Log::Level::debug : Log::Level::warning,
                    title_ + ": the disk is too slow, some of the recording is left out");
         slownessReported_ = true;
-        queue_.post([this] { cutter_.interrupt(); });
-        return false;
+        gather(nullptr);
     }
-    queued_ += bytes;
-    return true;
+    return !skipping_;
+}
+
+void Recorder::gather(const EncodedUnitPtr& unit)
+{
+    // Interruptions without media between them are one.
+    if (!unit && !gathered_.empty() && !gathered_.back())
+    {
+        return;
+    }
+    gathered_.push_back(unit);
+    wakeIn(gatheredBytes_ >= options_.maxGathered ? Duration::zero() : options_.gather);
+}
+
+/// With the mutex held: after stop() nothing wakes the pool, which may be gone.
+void Recorder::wakeIn(Duration delay)
+{
+    if (!wokenIn_ || *wokenIn_ > delay)
+    {
+        wokenIn_ = delay;
+        disk_.writers().wake(std::shared_ptr<PooledWork>(shared_from_this(), this), delay);
+    }
+}
+
+void Recorder::run()
+{
+    Units units;
+    {
+        const MutexLock guard(inletMutex_);
+        units.swap(gathered_);
+        gatheredBytes_ = 0;
+        wokenIn_.reset();
+    }
+    writeAll(units);
+    endIfStopped();
+}
+
+void Recorder::writeAll(Units& units)
+{
+    for (EncodedUnitPtr& unit : units)
+    {
+        if (!unit)
+        {
+            cutter_.interrupt();
+            continue;
+        }
+        take(unit);
+        if (&unit == &units.back())
+        {
+            // The last one is let go when all are in the file.
+            flush();
+        }
+        const std::size_t bytes = sizeOf(*unit);
+        unit.reset();
+        disk_.release(bytes);
+        const MutexLock guard(inletMutex_);
+        queued_ -= bytes;
+    }
+    flush();
+    startAgainAfterFailure();
+}
+
+void Recorder::endIfStopped()
+{
+    {
+        const MutexLock guard(inletMutex_);
+        if (!stopping_ || !gathered_.empty())
+        {
+            return;
+        }
+    }
+    cutter_.interrupt();
+    const MutexLock guard(inletMutex_);
+    ended_ = true;
+    endedChanged_.notifyAll();
 }
 
 void Recorder::take(const EncodedUnitPtr& unit)
@@ -112,10 +205,18 @@ void Recorder::take(const EncodedUnitPtr& unit)
         failed_.reset();
     }
     cutter_.take(unit);
-    flushWhenDue();
+    if (now_ >= nextFlush_)
+    {
+        flush();
+    }
+    startAgainAfterFailure();
+}
+
+/// The next try starts a segment.
+void Recorder::startAgainAfterFailure()
+{
     if (failed_)
     {
-        // So that the next try starts a segment.
         cutter_.interrupt();
     }
 }
@@ -162,18 +263,20 @@ void Recorder::startSegment(MonotonicTime begin, const Tracks& tracks)
         return;
     }
     std::string error;
-    const bool mayStart = (!hooks_.mayStart || hooks_.mayStart(error)) && makeFolder(error);
-    writer_ = mayStart ? SegmentWriter::create(segment_.path, {begin, segment_.begin}, written_, error,
-                                               hooks_.makeRoom)
-                       : nullptr;
-    if (!writer_)
+    if ((hooks_.mayStart && !hooks_.mayStart(error)) || !makeFolder(error))
     {
         return fail(error);
     }
     ledger_->put(segment_);
+    writer_ = SegmentWriter::create(segment_.path, {begin, segment_.begin}, written_, error, hooks_.makeRoom);
+    if (!writer_)
+    {
+        ledger_->remove(segment_.path);
+        return fail(error);
+    }
     tried_ = tried_.value_or(begin);
-    nextFlush_ = begin + options_.flush;
-    nextWriteOut_ = begin + options_.writeOut;
+    unflushed_ = true;
+    nextFlush_ = begin + maxUnflushed;
     nextGrow_ = begin + options_.grow;
 }
 
@@ -234,6 +337,7 @@ void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
         return;
     }
     const std::optional<std::size_t> place = places_.at(track);
+    unflushed_ = true;
     const int leftOut = writer_->leftOut();
     if (place && !writer_->write(*place, *unit))
     {
@@ -246,18 +350,22 @@ void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
     segment_.duration = std::max(segment_.duration, unit->captureTime + unit->duration - begin_);
 }
 
-void Recorder::flushWhenDue()
+void Recorder::flush()
 {
-    if (!writer_ || now_ < nextFlush_)
+    if (!writer_ || !unflushed_)
     {
         return;
     }
-    nextFlush_ = now_ + options_.flush;
-    const bool writesOut = now_ >= nextWriteOut_;
-    nextWriteOut_ = writesOut ? now_ + options_.writeOut : nextWriteOut_;
-    if (!(writesOut ? writer_->writeOut() : writer_->flush()))
+    unflushed_ = false;
+    nextFlush_ = now_ + maxUnflushed;
+    if (!writer_->flush())
     {
         return fail(writer_->error());
+    }
+    disk_.sync().add(writer_->file());
+    if (const std::string why = syncFailure(); !why.empty())
+    {
+        return fail(why);
     }
     if (now_ >= nextGrow_)
     {
@@ -274,6 +382,19 @@ void Recorder::flushWhenDue()
     }
 }
 
+/// What DiskSync found out meanwhile, also of the file before.
+std::string Recorder::syncFailure()
+{
+    for (const SyncedFile::Result& result : {writer_->file()->result(), lastResult_})
+    {
+        if (result && result->failure != 0)
+        {
+            return result->path + ": " + std::generic_category().message(result->failure);
+        }
+    }
+    return {};
+}
+
 void Recorder::endSegment(Duration duration)
 {
     if (!writer_)
@@ -284,9 +405,11 @@ void Recorder::endSegment(Duration duration)
     {
         return fail(writer_->error());
     }
-    // Of a single frame nobody may have told how long it lasts.
+    // A single frame may come without a duration.
     segment_.duration = std::max(duration, SegmentMeasure::minDuration);
     segment_.bytes = writer_->bytes();
+    lastResult_ = writer_->file()->result();
+    disk_.sync().add(writer_->file());
     writer_.reset();
     noteEnd();
     if (hooks_.segmentClosed)
@@ -304,6 +427,7 @@ void Recorder::fail(const std::string& why)
     failing_ = true;
     failed_ = now_;
     tried_.reset();
+    lastResult_.reset();
     if (!writer_)
     {
         return;

@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/ConditionVariable.h"
 #include "refhost/base/HostClock.h"
-#include "refhost/base/Mutex.h"
 #include "refhost/media/EncodedUnit.h"
 #include "refhost/media/StreamSource.h"
 #include "refhost/recording/LogPause.h"
+#include "refhost/recording/RecordingDisk.h"
 #include "refhost/recording/SegmentCutter.h"
 #include "refhost/recording/SegmentLedger.h"
 #include "refhost/recording/SegmentWriter.h"
-#include "refhost/threads/TaskQueue.h"
 
 namespace refhost
 {
@@ -23,27 +23,34 @@ namespace refhost
 /// Records one stream: keeps its source running, writes segments below the index's directory as
 /// `<camera>/<stream>/<begin in UTC>.mkv`, and notes them in the ledger.
 ///
-/// All writing is done on a thread of its own; a disk that is slow or fails never holds up the source. What a
-/// slow disk leaves behind is left out up to the next key frame. When the disk fails, or is full and
-/// nothing makes room, recording stops with one line in the log, repeated every ten minutes, and is tried
-/// again after a pause, with one line when it works again. Malformed media is left out, with one line in ten
-/// minutes at most, and stops nothing.
+/// Units are gathered and written together by the threads of the disk, each stream's in order and never by
+/// two threads at once; DiskSync brings them to the disk. The source is never held up. What a slow disk
+/// leaves behind is left out up to the next key frame. When the disk fails, or is full and nothing makes
+/// room, recording stops with one line in the log, repeated every ten minutes, and is tried again after a
+/// pause, with one line when it works again. Malformed media is left out, with one line in ten minutes at
+/// most, and stops nothing.
+///
+/// The end of the process loses what is gathered: `gather` and the pool's grain. A cut of the power also
+/// loses what DiskSync has not brought to the disk: its interval and the time that one pass takes.
 ///
 /// A segment is dated when it starts; within it, time is what passed since. When the wall clock is set, the
 /// next segment starts with the next key frame, dated again; no frame is lost, and none is dated twice.
 /// Threads: any.
-class Recorder : public EncodedUnitSink, public std::enable_shared_from_this<Recorder>, private SegmentSink
+class Recorder : public EncodedUnitSink,
+                 public std::enable_shared_from_this<Recorder>,
+                 private PooledWork,
+                 private SegmentSink
 {
 public:
     struct Options
     {
         Duration segmentLength = std::chrono::seconds(10);  ///< requested
-        Duration flush = std::chrono::milliseconds(500);    ///< media that a crash may lose
-        Duration writeOut =
-            std::chrono::seconds(2);                ///< media that wait before the system writes them to disk
+        Duration gather = std::chrono::milliseconds(500);   ///< how long units wait to be written together
         Duration grow = std::chrono::seconds(1);    ///< how often the ledger learns how long a segment is
         Duration retry = std::chrono::seconds(10);  ///< pause after a failure of the disk
-        std::size_t maxQueued = 16 * 1048576;       ///< bytes that may wait for the disk
+        std::size_t maxGathered = 1048576;          ///< bytes that are written before their time
+        std::size_t maxQueued =
+            16 * 1048576;  ///< bytes that may wait for the disk, within RecordingDisk's bound
         /// Dates the segments. Not null, outlives the recorder.
         const HostClock* clock = &HostClock::system();
     };
@@ -56,7 +63,7 @@ public:
         std::string name;  ///< in the log
     };
 
-    /// What a recorder calls on its thread; each may be empty.
+    /// What a recorder calls on a thread of the disk; each may be empty.
     struct Hooks
     {
         std::function<void()> segmentClosed;         ///< a segment came to its end
@@ -64,27 +71,41 @@ public:
         std::function<bool(std::string&)> mayStart;  ///< asked before each segment; false with the reason set
     };
 
+    /// \param disk  outlives the recording, up to the end that awaitEnd() waits for
     static std::shared_ptr<Recorder> start(const Stream& stream, std::shared_ptr<SegmentLedger> ledger,
-                                           const Options& options, Hooks hooks);
+                                           RecordingDisk& disk, const Options& options, Hooks hooks);
     /// After stop().
     ~Recorder() override;
 
-    /// Writes what has come, ends the segment and lets the source go. Waits for the disk.
+    /// Lets the source go; what has come is written and the segment ended soon, see awaitEnd().
     void stop();
+    /// Waits for the disk to take what came before stop().
+    /// \returns false when it has not by `deadline`: hooks may be called later
+    bool awaitEnd(std::chrono::steady_clock::time_point deadline);
 
     void onEncodedUnit(const EncodedUnitPtr& unit) override;
     void onDiscontinuity() override;
 
 private:
-    Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, const Options& options,
-             Hooks hooks);
-    bool admits(std::size_t bytes);
+    /// In the order of arrival; null: the stream was interrupted.
+    using Units = std::vector<EncodedUnitPtr>;
 
-    // On the recorder's thread.
+    Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, RecordingDisk& disk,
+             const Options& options, Hooks hooks);
+    bool admits(std::size_t bytes) OV_REQUIRES(inletMutex_);
+    void gather(const EncodedUnitPtr& unit) OV_REQUIRES(inletMutex_);
+    void wakeIn(Duration delay) OV_REQUIRES(inletMutex_);
+
+    // On one thread of the disk at a time.
+    void run() override;
+    void writeAll(Units& units);
+    void endIfStopped();
     void take(const EncodedUnitPtr& unit);
     void followWallClock();
     std::string freePath(WallTime& begin) const;
-    void flushWhenDue();
+    void flush();
+    std::string syncFailure();
+    void startAgainAfterFailure();
     void fail(const std::string& why);
     void measureUnfinished();
     void noteEnd();
@@ -100,17 +121,26 @@ private:
     const Stream stream_;
     const std::string title_;
     const std::shared_ptr<SegmentLedger> ledger_;
+    RecordingDisk& disk_;
     const Options options_;
     const Hooks hooks_;
 
     Mutex inletMutex_;
-    std::size_t queued_ OV_GUARDED_BY(inletMutex_) = 0;  ///< bytes that wait for the disk
-    bool skipping_ OV_GUARDED_BY(inletMutex_) = false;   ///< until the disk has caught up
+    Units gathered_ OV_GUARDED_BY(inletMutex_);
+    std::size_t gatheredBytes_ OV_GUARDED_BY(inletMutex_) = 0;
+    std::optional<Duration> wokenIn_ OV_GUARDED_BY(inletMutex_);  ///< the shortest, for what is gathered
+    std::size_t queued_ OV_GUARDED_BY(inletMutex_) = 0;           ///< bytes that wait for the disk
+    bool skipping_ OV_GUARDED_BY(inletMutex_) = false;            ///< until the disk has caught up
     bool slownessReported_ OV_GUARDED_BY(inletMutex_) = false;
+    bool stopping_ OV_GUARDED_BY(inletMutex_) = false;
+    bool ended_ OV_GUARDED_BY(inletMutex_) = false;
+    ConditionVariable endedChanged_;
 
-    // Used on the recorder's thread only.
+    // Used in run() only, which the pool calls one at a time.
     SegmentCutter cutter_;
     std::unique_ptr<SegmentWriter> writer_;
+    bool unflushed_ = false;                          ///< something was written since the last flush
+    SyncedFile::Result lastResult_;                   ///< of the last file that was finished
     Tracks offered_;                                  ///< of the cutter's present segment
     std::vector<std::optional<std::size_t>> places_;  ///< of these in the file; nothing for a malformed one
     Tracks written_;                                  ///< those in the file
@@ -118,17 +148,13 @@ private:
     RecordedSegment segment_;                         ///< that is being written
     MonotonicTime begin_;                             ///< capture time of its begin
     MonotonicTime now_;                               ///< capture time of the present unit
-    MonotonicTime nextFlush_;                         ///< capture time
-    MonotonicTime nextWriteOut_;                      ///< capture time
+    MonotonicTime nextFlush_;                         ///< capture time, where more than usual was gathered
     MonotonicTime nextGrow_;                          ///< capture time
-    bool failing_ = false;                            ///< told in the log, and not taken back yet
+    bool failing_ = false;                            ///< reported, and not taken back yet
     std::optional<MonotonicTime> failed_;             ///< capture time of a failure that the pause follows
     std::optional<MonotonicTime> tried_;              ///< begin of what is written since a failure
     LogPause failPause_;
     LogPause malformedPause_;
-
-    /// Last: its thread uses everything above.
-    TaskQueue queue_;
 };
 
 }  // namespace refhost

@@ -95,16 +95,30 @@ void RecordingService::stop()
     {
         Device::setRecordings(nullptr);
     }
-    folder_.reset();
+    if (!hanging_)
+    {
+        folder_.reset();
+    }
 }
 
 /// Ends every segment and lets the index go.
 void RecordingService::end()
 {
-    for (const std::shared_ptr<Recorder>& recorder : std::exchange(recorders_, {}))
+    for (const std::shared_ptr<Recorder>& recorder : recorders_)
     {
         recorder->stop();
     }
+    if (!haveEnded(recorders_, pauses_.end))
+    {
+        Log::error("the disk of {} does not answer: recordings are left without their end",
+                   ledger_->directory());
+        hanging_.emplace(Hanging{std::exchange(ledger_, nullptr), std::exchange(room_, nullptr),
+                                 std::exchange(recorders_, {}), std::move(disk_)});
+        index_.reset();
+        return;
+    }
+    recorders_.clear();
+    disk_.reset();
     room_.reset();
     if (ledger_)
     {
@@ -113,6 +127,25 @@ void RecordingService::end()
         ledger_.reset();
     }
     index_.reset();
+}
+
+bool RecordingService::haveEnded(const std::vector<std::shared_ptr<Recorder>>& recorders,
+                                 std::chrono::milliseconds max) const
+{
+    const auto deadline = std::chrono::steady_clock::now() + max;
+    return std::all_of(recorders.begin(), recorders.end(),
+                       [&](const std::shared_ptr<Recorder>& recorder)
+                       { return recorder->awaitEnd(deadline); });
+}
+
+bool RecordingService::stillHangs()
+{
+    if (hanging_ && haveEnded(hanging_->recorders, std::chrono::milliseconds(0)))
+    {
+        Log::info("the disk of {} answers again", hanging_->ledger->directory());
+        hanging_.reset();
+    }
+    return hanging_.has_value();
 }
 
 bool RecordingService::hasWork() const
@@ -128,7 +161,7 @@ bool RecordingService::recordsAnything() const
 void RecordingService::open()
 {
     ++attempts_;
-    if (!openFolder())
+    if (stillHangs() || !openFolder())
     {
         queue_.post([this] { open(); }, pauses_.retry);
         return;
@@ -137,6 +170,7 @@ void RecordingService::open()
     ledger_ = std::make_shared<SegmentLedger>(folder_->path(), SegmentLedger::Options(),
                                               [this] { queue_.post([this] { repair(); }); });
     room_ = std::make_shared<RecordingRoom>(*ledger_);
+    disk_ = std::make_unique<RecordingDisk>(RecordingDisk::Options());
     ledger_->setMakeRoom([room = room_](bool again) { return room->make(again); });
     record();
     openIndex();
@@ -276,7 +310,7 @@ void RecordingService::record()
             hooks.segmentClosed = [this] { retainSoon(); };
             hooks.makeRoom = [room = room_](bool again) { return room->make(again); };
             hooks.mayStart = [this](std::string& why) { return mayStart(why); };
-            recorders_.push_back(Recorder::start(recorded, ledger_, options, std::move(hooks)));
+            recorders_.push_back(Recorder::start(recorded, ledger_, *disk_, options, std::move(hooks)));
         }
     }
     if (!recorders_.empty())

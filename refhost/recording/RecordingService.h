@@ -3,12 +3,14 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "refhost/config/Config.h"
 #include "refhost/media/StreamSource.h"
 #include "refhost/recording/Recorder.h"
+#include "refhost/recording/RecordingDisk.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingIndex.h"
 #include "refhost/recording/RecordingRetention.h"
@@ -26,9 +28,10 @@ namespace refhost
 /// folder that cannot be used, by a failure or because another server uses it, and an index that cannot be
 /// opened are reported once and tried again and again; the streams are live meanwhile. While the index is
 /// opened recordings are expected (Device), while it is repaired they are incomplete (RecordingIndex). When
-/// the folder's disk is unmounted, recording stops until one is mounted there. Recordings from before are
-/// published also where nothing is recorded now. Threads: start() and stop() from one; the work is done on a
-/// thread of its own.
+/// the folder's disk is unmounted, recording stops until one is mounted there. A disk that hangs is not
+/// waited for: what is written there is left to it, and nothing is recorded until it has answered. Recordings
+/// from before are published also where nothing is recorded now. Threads: start() and stop() from one; the
+/// work is done on a thread of its own.
 class RecordingService
 {
 public:
@@ -37,9 +40,10 @@ public:
         std::chrono::milliseconds retry;   ///< until a folder or an index that cannot be used is tried again
         std::chrono::milliseconds closed;  ///< from the end of a segment until the limits are looked at
         std::chrono::milliseconds anyway;  ///< between two looks at the limits though no segment ends
+        std::chrono::milliseconds end;     ///< max time that the end of the segments is waited for
     };
     static constexpr Pauses usualPauses{std::chrono::seconds(10), std::chrono::seconds(5),
-                                        std::chrono::seconds(60)};
+                                        std::chrono::seconds(60), std::chrono::milliseconds(2500)};
 
     /// From now until the index was opened, or cannot be, recordings are expected (Device).
     RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
@@ -49,7 +53,7 @@ public:
     RecordingService& operator=(const RecordingService&) = delete;
 
     void start();
-    /// Ends every segment and withdraws the index; waits for the disk.
+    /// Ends every segment and withdraws the index; waits for the disk as long as Pauses::end says.
     void stop();
 
     /// How often the folder or the index was opened, or it was tried.
@@ -64,6 +68,16 @@ public:
     }
 
 private:
+    /// What a disk that hangs may still use.
+    struct Hanging
+    {
+        std::shared_ptr<SegmentLedger> ledger;
+        std::shared_ptr<RecordingRoom> room;
+        std::vector<std::shared_ptr<Recorder>> recorders;
+        /// Last: its end waits for its threads.
+        std::unique_ptr<RecordingDisk> disk;
+    };
+
     bool recordsAnything() const;
     bool hasWork() const;
     void open();
@@ -74,6 +88,9 @@ private:
     bool mayStart(std::string& why);
     void leave();
     void end();
+    bool haveEnded(const std::vector<std::shared_ptr<Recorder>>& recorders,
+                   std::chrono::milliseconds max) const;
+    bool stillHangs();
     void retain();
     void reportClock(const RecordingRetention::Outcome& outcome);
     void retainSoon();
@@ -92,7 +109,9 @@ private:
     std::shared_ptr<SegmentLedger> ledger_;
     std::shared_ptr<RecordingRoom> room_;
     std::shared_ptr<RecordingIndex> index_;
+    std::unique_ptr<RecordingDisk> disk_;
     std::vector<std::shared_ptr<Recorder>> recorders_;
+    std::optional<Hanging> hanging_;
     bool failureReported_ = false;
     bool indexFailureReported_ = false;
     bool retains_ = false;

@@ -85,10 +85,11 @@ bool SegmentWriter::openFile()
 {
     for (int attempt = 0;; ++attempt)
     {
-        file_ = Descriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
+        Descriptor file(::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
         const int failure = errno;
-        if (file_)
+        if (file)
         {
+            file_ = std::make_shared<SyncedFile>(std::move(file), path_);
             return true;
         }
         if (!getsRoom(failure, attempt))
@@ -219,18 +220,6 @@ bool SegmentWriter::flush()
     return succeeded(result);
 }
 
-bool SegmentWriter::writeOut()
-{
-    return flush() && startsWriteOut();
-}
-
-bool SegmentWriter::startsWriteOut()
-{
-    // Not fdatasync(): with it a busy disk holds up the recording, and the end of the server, for seconds.
-    systemError_ = ::sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE) == 0 ? 0 : errno;
-    return succeeded(0);
-}
-
 bool SegmentWriter::close()
 {
     if (!error_.empty())
@@ -239,13 +228,7 @@ bool SegmentWriter::close()
     }
     const int result = av_write_trailer(format_);
     avio_flush(output_);
-    if (!succeeded(result) || !startsWriteOut())
-    {
-        return false;
-    }
-    const int closed = ::close(file_.release());
-    systemError_ = closed == 0 ? 0 : errno;
-    return succeeded(0);
+    return succeeded(result);
 }
 
 bool SegmentWriter::succeeded(int result)
@@ -267,8 +250,8 @@ int SegmentWriter::onWrite(void* self, std::uint8_t* data, int size)
     int attempt = 0;
     while (done < size)
     {
-        const ssize_t written =
-            ::pwrite(file->file_.get(), data + done, static_cast<std::size_t>(size - done), file->position_);
+        const ssize_t written = ::pwrite(file->file_->descriptor(), data + done,
+                                         static_cast<std::size_t>(size - done), file->position_);
         const int failure = errno;
         if (written < 0 && (failure == EINTR || file->getsRoom(failure, attempt++)))
         {

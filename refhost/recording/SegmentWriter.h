@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "refhost/base/Descriptor.h"
 #include "refhost/base/Times.h"
 #include "refhost/media/EncodedUnit.h"
 #include "refhost/recording/SegmentCutter.h"
+#include "refhost/recording/SyncedFile.h"
 
 struct AVFormatContext;
 struct AVIOContext;
@@ -54,7 +54,7 @@ public:
 
     SegmentWriter(const SegmentWriter&) = delete;
     SegmentWriter& operator=(const SegmentWriter&) = delete;
-    /// Without close() the file is left as it is.
+    /// Without close() the file is left as it is. It is closed when its last holder lets it go.
     ~SegmentWriter();
 
     /// Adds a unit; it may stay in memory until flush(). One that is malformed is left out, see leftOut().
@@ -62,10 +62,7 @@ public:
     bool write(std::size_t track, const EncodedUnit& unit);
     /// Brings everything to the file. \returns as write()
     bool flush();
-    /// The same, and has the system begin to bring it to the disk instead of when it likes. \returns as
-    /// write()
-    bool writeOut();
-    /// Finishes the file with an index for seeking, as writeOut() does. \returns as write()
+    /// Finishes the file with an index for seeking; it takes nothing any more then. \returns as write()
     bool close();
 
     /// Units that were malformed.
@@ -82,6 +79,11 @@ public:
     {
         return path_;
     }
+    /// The file, for DiskSync. Never null.
+    const std::shared_ptr<SyncedFile>& file() const
+    {
+        return file_;
+    }
     /// Why an operation failed, in plain words.
     const std::string& error() const
     {
@@ -95,7 +97,6 @@ private:
     bool start(const SegmentSink::Tracks& tracks);
     bool addTrack(const MediaFormat& format);
     bool succeeded(int result);
-    bool startsWriteOut();
 
     static int onWrite(void* self, std::uint8_t* data, int size);
     static std::int64_t onSeek(void* self, std::int64_t offset, int whence);
@@ -103,7 +104,7 @@ private:
     std::string path_;
     const Begin begin_;
     MakeRoom makeRoom_;
-    Descriptor file_;
+    std::shared_ptr<SyncedFile> file_;
     int leftOut_ = 0;
     bool discards_ = false;  ///< what is written, because it is a trial
     int systemError_ = 0;

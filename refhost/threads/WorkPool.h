@@ -25,7 +25,7 @@ public:
     virtual void run() = 0;
 };
 
-/// Runs the work of many on a few threads, each piece of work when it is due and never on two threads at once.
+/// Runs the work of many on a few threads, each when it is due and never on two threads at once.
 ///
 /// Work that blocks holds up as many others as the pool has no further threads for. Delayed work is aligned
 /// to a grain, so that what is due at about the same time costs one wake-up. The threads start with the first
@@ -52,7 +52,7 @@ public:
     /// from work of this pool.
     void close();
 
-    /// How many pieces of work wait or run.
+    /// How many wait or run.
     std::size_t size() const;
 
     /// The first multiple of `grain` that is not before `due`; `due` itself where the grain is 0.

@@ -16,6 +16,7 @@
 #include "tests/TemporaryFolder.h"
 #include "tests/refhost/base/ManualClock.h"
 #include "tests/refhost/recording/RecordedStreamFake.h"
+#include "tests/refhost/recording/RecorderEnd.h"
 
 namespace refhost
 {
@@ -25,6 +26,15 @@ namespace
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+
+/// Segments are finished faster here than any camera does: one that waited to be synced would take up its
+/// room after it was removed.
+RecordingDisk::Options diskThatHoldsNoFiles()
+{
+    RecordingDisk::Options options = promptDisk();
+    options.sync.maxWaiting = 0;
+    return options;
+}
 
 /// A recorder, or several, on a small disk of the test's own.
 class FullDiskTest : public testing::Test
@@ -49,19 +59,20 @@ protected:
         options_.segmentLength = second;
         options_.retry = 3 * second;
         options_.clock = &clock_;
+        options_.gather = Duration::zero();
     }
 
     std::shared_ptr<Recorder> record(int camera, const std::shared_ptr<RecordedStreamFake>& source)
     {
         Recorder::Hooks hooks;
         hooks.makeRoom = [room = room_](bool again) { return room->make(again); };
-        return Recorder::start({camera, 0, source, fmt::format("camera {}/0", camera)}, ledger_, options_,
-                               hooks);
+        return Recorder::start({camera, 0, source, fmt::format("camera {}/0", camera)}, ledger_, disk_,
+                               options_, hooks);
     }
 
     void stop(Recorder& recorder)
     {
-        recorder.stop();
+        endRecording(recorder);
         EXPECT_TRUE(ledger_->flush()) << index_->lastError();
     }
 
@@ -109,6 +120,7 @@ protected:
     std::shared_ptr<RecordingRoom> room_;
     test::ManualClock clock_;
     Recorder::Options options_;
+    RecordingDisk disk_{diskThatHoldsNoFiles()};
 };
 
 TEST_F(FullDiskTest, OldestGoFirstAndRecordingGoesOnWithoutAGap)
@@ -265,7 +277,7 @@ TEST_F(FullDiskTest, RoomIsMadeAlsoWhereTheIndexCannotBeRead)
         source->giveMedia(i, i + 1, 10000);
         source->drain();
     }
-    recorder->stop();
+    endRecording(*recorder);
     EXPECT_GT(files().size(), 15U);
     EXPECT_LT(files().size(), 35U);
     ledger_->setIndex(index_);
@@ -289,7 +301,7 @@ TEST_F(FullDiskTest, FileNumbersThatRunOutAreAFullDiskToo)
         source->giveMedia(i, i + 1);
         source->drain();
     }
-    recorder->stop();
+    endRecording(*recorder);
     EXPECT_GE(files().size(), 17U) << "all but the root's and those of two folders, and room for four";
     EXPECT_EQ(files().back(), folder_ / "1/0/20260101T000059.123456Z.mkv");
 }

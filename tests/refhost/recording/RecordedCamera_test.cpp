@@ -10,6 +10,7 @@
 #include "refhost/recording/Recorder.h"
 #include "tests/TemporaryFolder.h"
 #include "tests/refhost/capture/StreamFixture.h"
+#include "tests/refhost/recording/RecorderEnd.h"
 
 namespace refhost
 {
@@ -58,7 +59,7 @@ protected:
             ++closed_;
             closedChanged_.notify_all();
         };
-        recorder_ = Recorder::start({1, 0, source, "camera 1/0"}, ledger_, recording_, hooks);
+        recorder_ = Recorder::start({1, 0, source, "camera 1/0"}, ledger_, disk_, recording_, hooks);
     }
 
     bool waitForSegments(int count)
@@ -69,7 +70,7 @@ protected:
 
     void stopRecording()
     {
-        recorder_->stop();
+        endRecording(*recorder_);
         EXPECT_TRUE(ledger_->flush());
         source->detachMedia(times_.get());
     }
@@ -117,6 +118,7 @@ protected:
         std::make_shared<SegmentLedger>(folder_.path(), SegmentLedger::Options(), std::function<void()>());
     Recorder::Options recording_;
     std::shared_ptr<CaptureTimes> times_ = std::make_shared<CaptureTimes>();
+    RecordingDisk disk_{RecordingDisk::Options()};
     std::shared_ptr<Recorder> recorder_;
     std::mutex closedMutex_;
     std::condition_variable closedChanged_;
@@ -213,7 +215,7 @@ TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)
     const std::shared_future<void> released = release.get_future().share();
     Recorder::Hooks hooks;
     hooks.segmentClosed = [released] { released.wait(); };
-    recorder_ = Recorder::start({1, 0, source, "camera 1/0"}, ledger_, recording_, hooks);
+    recorder_ = Recorder::start({1, 0, source, "camera 1/0"}, ledger_, disk_, recording_, hooks);
     ASSERT_TRUE(viewer->waitForUnits(60));
     const std::vector<AccessUnitPtr> units = viewer->units();
     for (std::size_t i = 1; i < units.size(); ++i)
@@ -222,7 +224,7 @@ TEST_F(RecordedCameraTest, ViewersSeeNothingOfADiskThatHangs)
     }
     EXPECT_EQ(viewer->discontinuities(), 0);
     release.set_value();
-    recorder_->stop();
+    endRecording(*recorder_);
 }
 
 }  // namespace

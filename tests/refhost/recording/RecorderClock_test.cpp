@@ -9,6 +9,7 @@
 #include "tests/TemporaryFolder.h"
 #include "tests/refhost/base/ManualClock.h"
 #include "tests/refhost/recording/RecordedStreamFake.h"
+#include "tests/refhost/recording/RecorderEnd.h"
 
 namespace refhost
 {
@@ -31,20 +32,26 @@ protected:
         std::string error;
         index_ = RecordingIndex::open(folder_.path(), error);
         ledger_->setIndex(index_);
-        Recorder::Options options;
-        options.clock = &clock_;
-        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, options, {});
+        record();
     }
     ~RecorderClockTest() override
     {
         stop();
     }
 
+    void record()
+    {
+        Recorder::Options options;
+        options.gather = Duration::zero();
+        options.clock = &clock_;
+        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, disk_, options, {});
+    }
+
     void stop()
     {
         if (recorder_)
         {
-            recorder_->stop();
+            endRecording(*recorder_);
             recorder_.reset();
         }
         EXPECT_TRUE(ledger_->flush());
@@ -93,6 +100,7 @@ protected:
         std::make_shared<SegmentLedger>(folder_.path(), SegmentLedger::Options(), std::function<void()>());
     test::ManualClock clock_;
     std::shared_ptr<RecordedStreamFake> source_ = std::make_shared<RecordedStreamFake>();
+    RecordingDisk disk_{promptDisk()};
     std::shared_ptr<Recorder> recorder_;
 };
 
@@ -120,10 +128,8 @@ TEST_F(RecorderClockTest, AClockThatWasDecadesBehindAndIsSetLeavesBothTimes)
 {
     constexpr std::int64_t decadesMs = 50LL * 365 * 24 * hourMs;
     clock_.setWall(-decadesMs);
-    recorder_->stop();
-    Recorder::Options options;
-    options.clock = &clock_;
-    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, options, {});
+    endRecording(*recorder_);
+    record();
     clock_.advanceMs(200);
     give(0, 2);
     clock_.setWall(decadesMs);

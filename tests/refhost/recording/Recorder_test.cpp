@@ -8,44 +8,15 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <mutex>
+#include <iterator>
 
 #include "refhost/recording/SegmentMeasure.h"
 #include "tests/CapturedErrors.h"
 #include "tests/TemporaryFolder.h"
 #include "tests/refhost/base/ManualClock.h"
+#include "tests/refhost/recording/DiskCalls.h"
 #include "tests/refhost/recording/RecordedStreamFake.h"
-
-namespace
-{
-
-/// When the recorder had the system write to the disk, by the seconds of media that the file held then.
-struct WrittenOut
-{
-    std::mutex mutex;
-    std::vector<double> seconds;
-    bool fails = false;
-};
-
-WrittenOut& writtenOut()
-{
-    static WrittenOut instance;
-    return instance;
-}
-
-}  // namespace
-
-/// In the place of the C library's.
-extern "C" int sync_file_range(int file, __off64_t, __off64_t, unsigned)
-{
-    const auto path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file));
-    const std::lock_guard<std::mutex> guard(writtenOut().mutex);
-    refhost::SegmentMeasure measure;
-    refhost::SegmentMeasure::take(path.string(), measure);
-    writtenOut().seconds.push_back(refhost::secondsOf(measure.duration));
-    errno = EIO;
-    return writtenOut().fails ? -1 : 0;
-}
+#include "tests/refhost/recording/RecorderEnd.h"
 
 namespace refhost
 {
@@ -68,22 +39,25 @@ protected:
         options_.segmentLength = 4 * second;
         options_.retry = 3 * second;
         options_.clock = &clock_;
+        options_.gather = Duration::zero();
+        DiskCalls::instance().reset();
     }
     ~RecorderTest() override
     {
+        DiskCalls::instance().reset();
         stop();
     }
 
     void start()
     {
         hooks_.segmentClosed = [this] { ++closed_; };
-        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, options_, hooks_);
+        recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, disk_, options_, hooks_);
     }
     void stop()
     {
         if (recorder_)
         {
-            recorder_->stop();
+            endRecording(*recorder_);
             recorder_.reset();
         }
         EXPECT_TRUE(ledger_->flush());
@@ -110,6 +84,7 @@ protected:
     std::shared_ptr<RecordedStreamFake> source_ = std::make_shared<RecordedStreamFake>();
     Recorder::Options options_;
     std::atomic<int> closed_{0};
+    RecordingDisk disk_{promptDisk()};
     std::shared_ptr<Recorder> recorder_;
 };
 
@@ -232,37 +207,162 @@ TEST_F(RecorderTest, DirectoryThatIsTakenAwayStopsTheRecordingUntilItIsBack)
     EXPECT_EQ(recordings().back().second, 30);
 }
 
-TEST_F(RecorderTest, SystemIsToBringMediaToTheDiskBeforeLong)
+TEST_F(RecorderTest, MediaAreBroughtToTheDiskWhileTheyComeAndWhenASegmentEnds)
 {
-    options_.segmentLength = 12 * second;
-    options_.writeOut = 5 * second;
-    writtenOut().seconds.clear();
+    options_.segmentLength = 8 * second;
     start();
-    source_->giveMedia(0, 14);
+    source_->giveMedia(0, 3);
+    EXPECT_TRUE(DiskCalls::instance().waitForSync(folder_ / "7/2/20260101T000000.123456Z.mkv", 2.9));
+    source_->giveMedia(3, 9.5);
+    EXPECT_TRUE(DiskCalls::instance().waitForSync(folder_ / "7/2/20260101T000000.123456Z.mkv", 8));
+    EXPECT_TRUE(DiskCalls::instance().waitForSync(folder_ / "7/2/20260101T000008.123456Z.mkv", 1.4));
     stop();
-    ASSERT_THAT(writtenOut().seconds, SizeIs(4));
-    const std::vector<double> expected{5, 10, 12, 2};
-    for (std::size_t i = 0; i < expected.size(); ++i)
-    {
-        EXPECT_NEAR(writtenOut().seconds[i], expected[i], 0.5) << i << ": with the next flush";
-    }
+    EXPECT_TRUE(DiskCalls::instance().waitForSync(folder_ / "7/2/20260101T000008.123456Z.mkv", 1.5));
 }
 
-TEST_F(RecorderTest, DiskThatFailsWhenTheSystemWritesStopsTheRecording)
+TEST_F(RecorderTest, DiskThatFailsWhenItIsSyncedStopsTheRecording)
 {
-    options_.writeOut = 2 * second;
     CapturedErrors log;
-    writtenOut().fails = true;
+    DiskCalls::instance().failSyncs(true);
     start();
-    source_->giveMedia(0, 8);
+    source_->giveMedia(0, 0.4);
+    ASSERT_TRUE(DiskCalls::instance().waitForSync(folder_ / "7/2/20260101T000000.123456Z.mkv", 0));
+    source_->giveMedia(0.4, 8);
     source_->drain();
-    writtenOut().fails = false;
+    DiskCalls::instance().failSyncs(false);
     source_->giveMedia(8, 16);
     stop();
     EXPECT_THAT(log.linesWith("recording stopped: "), SizeIs(1));
     EXPECT_THAT(log.linesWith("Input/output error"), SizeIs(1));
     EXPECT_THAT(log.linesWith("recording goes on"), SizeIs(1));
     EXPECT_EQ(recordings().back().second, 16);
+}
+
+TEST_F(RecorderTest, DiskThatHangsWhenItIsSyncedHoldsUpNoRecording)
+{
+    DiskCalls::instance().hang("sync", "7/2");
+    start();
+    source_->giveMedia(0, 0.4);
+    ASSERT_TRUE(DiskCalls::instance().waitForHanging(1));
+    source_->giveMedia(0.4, 10);
+    endRecording(*recorder_);
+    EXPECT_TRUE(ledger_->flush());
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 10}}));
+}
+
+TEST_F(RecorderTest, UnitsAreGatheredAndWrittenTogether)
+{
+    options_.gather = std::chrono::hours(1);
+    options_.maxGathered = 50000;
+    start();
+    source_->giveMedia(0, 1);
+    EXPECT_EQ(source_->unitsAlive(), 25) << "nothing is written before its time";
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "7"));
+    source_->giveMedia(1, 2.4);
+    EXPECT_TRUE(DiskCalls::instance().waitForSync(folder_ / "7/2/20260101T000000.123456Z.mkv", 1))
+        << "unless it is a lot";
+    source_->giveMedia(2.4, 3);
+    stop();
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 3}})) << "or the recording ends";
+}
+
+int threadsOfThisProcess()
+{
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<int>(std::distance(begin(threads), end(threads)));
+}
+
+TEST_F(RecorderTest, RecordersOfADiskShareItsThreads)
+{
+    start();
+    source_->giveMedia(0, 1);
+    source_->drain();
+    const int before = threadsOfThisProcess();
+    std::vector<std::shared_ptr<RecordedStreamFake>> sources;
+    std::vector<std::shared_ptr<Recorder>> recorders;
+    for (int camera = 100; camera < 150; ++camera)
+    {
+        sources.push_back(std::make_shared<RecordedStreamFake>());
+        recorders.push_back(
+            Recorder::start({camera, 0, sources.back(), "another"}, ledger_, disk_, options_, {}));
+        sources.back()->giveMedia(0, 1);
+    }
+    for (const auto& source : sources)
+    {
+        source->drain();
+    }
+    EXPECT_LE(threadsOfThisProcess(), before + 1);
+    for (const auto& recorder : recorders)
+    {
+        recorder->stop();
+    }
+    for (const auto& recorder : recorders)
+    {
+        endRecording(*recorder);
+    }
+    EXPECT_TRUE(ledger_->flush());
+    EXPECT_EQ(index_->all().size(), 50U + 1U);
+}
+
+TEST_F(RecorderTest, DiskThatHangsHoldsUpItsOwnRecordersAlone)
+{
+    start();
+    const auto hung = std::make_shared<RecordedStreamFake>();
+    const auto hungToo = std::make_shared<RecordedStreamFake>();
+    RecordingDisk hanging(promptDisk());
+    DiskCalls::instance().hang("write", "/9/");
+    const auto first = Recorder::start({9, 0, hung, "camera 9/0"}, ledger_, hanging, options_, {});
+    const auto other = Recorder::start({9, 1, hungToo, "camera 9/1"}, ledger_, hanging, options_, {});
+    hung->giveMedia(0, 2);
+    hungToo->giveMedia(0, 2);
+    ASSERT_TRUE(DiskCalls::instance().waitForHanging(2)) << "every writer of that disk";
+    source_->giveMedia(0, 10);
+    endRecording(*recorder_);
+    EXPECT_TRUE(ledger_->flush());
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 10}}));
+
+    first->stop();
+    other->stop();
+    EXPECT_FALSE(first->awaitEnd(std::chrono::steady_clock::now() + std::chrono::milliseconds(20)));
+    DiskCalls::instance().release();
+    endRecording(*first);
+    endRecording(*other);
+    EXPECT_TRUE(ledger_->flush());
+    EXPECT_EQ(index_->recordings(9, 1).size(), 1U) << "nothing is lost by it";
+}
+
+TEST_F(RecorderTest, DiskThatHangsFillsTheMemoryNoMoreWithManyStreams)
+{
+    RecordingDisk::Options small = promptDisk();
+    small.maxQueued = 100000;
+    RecordingDisk hanging(small);
+    DiskCalls::instance().hang("write", "/9/");
+    std::vector<std::shared_ptr<RecordedStreamFake>> sources;
+    std::vector<std::shared_ptr<Recorder>> recorders;
+    int alive = 0;
+    for (int stream = 0; stream < 10; ++stream)
+    {
+        sources.push_back(std::make_shared<RecordedStreamFake>());
+        recorders.push_back(
+            Recorder::start({9, stream, sources.back(), "camera 9"}, ledger_, hanging, options_, {}));
+        sources.back()->giveMedia(0, 2);
+        alive += sources.back()->unitsAlive();
+    }
+    EXPECT_GE(alive, 50);
+    EXPECT_LE(alive, 100) << "of 1000 bytes each";
+    DiskCalls::instance().release();
+    for (const auto& source : sources)
+    {
+        source->drain();
+        source->giveMedia(2, 4);
+        source->drain();
+    }
+    for (const auto& recorder : recorders)
+    {
+        endRecording(*recorder);
+    }
+    EXPECT_TRUE(ledger_->flush());
+    EXPECT_EQ(index_->recordings(9, 9).size(), 1U) << "there is room again";
 }
 
 TEST_F(RecorderTest, VideoOfACameraWhoseAudioIsMalformedIsRecorded)
@@ -362,7 +462,7 @@ TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
             released.wait();
         }
     };
-    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, options_, hooks_);
+    recorder_ = Recorder::start({7, 2, source_, "camera 7/2"}, ledger_, disk_, options_, hooks_);
     source_->giveMedia(0, 1.04);
     hanging.get_future().wait();
     source_->giveMedia(1.04, 61);

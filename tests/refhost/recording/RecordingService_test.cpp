@@ -18,6 +18,7 @@
 #include "tests/CapturedErrors.h"
 #include "tests/PrivateMounts.h"
 #include "tests/TemporaryFolder.h"
+#include "tests/refhost/recording/DiskCalls.h"
 #include "tests/refhost/recording/RecordedStreamFake.h"
 
 namespace refhost
@@ -45,6 +46,7 @@ class RecordingServiceTest : public testing::Test
 protected:
     RecordingServiceTest()
     {
+        DiskCalls::instance().reset();
         config_ = ServerConfig::embedded();
         config_.recording.directory = folder_ / "kept";
         config_.recording.segment = 1;
@@ -83,7 +85,7 @@ protected:
     static constexpr std::chrono::hours notInThisTest{1};
     TemporaryFolder folder_;
     ServerConfig config_;
-    RecordingService::Pauses pauses_{soon, soon, notInThisTest};
+    RecordingService::Pauses pauses_{soon, soon, notInThisTest, std::chrono::seconds(20)};
     std::shared_ptr<FakeStreams> streams_ = std::make_shared<FakeStreams>();
     std::unique_ptr<RecordingService> service_;
 };
@@ -395,6 +397,48 @@ TEST_F(RecordingServiceTest, FolderThatWasReplacedIsRecordedToAgain)
     const auto made = RecordingIndex::openToRead(config_.recording.directory, error);
     ASSERT_TRUE(made) << error;
     EXPECT_FALSE(made->all().empty());
+}
+
+TEST_F(RecordingServiceTest, EndDoesNotWaitForADiskThatHangs)
+{
+    pauses_.end = std::chrono::milliseconds(50);
+    CapturedErrors log;
+    DiskCalls::instance().hang("write", "/1/0/");
+    startRecording();
+    recorded().giveMedia(0, 2);
+    ASSERT_TRUE(DiskCalls::instance().waitForHanging(1));
+    service_->stop();
+    EXPECT_THAT(log.linesWith("does not answer"), SizeIs(1));
+    EXPECT_FALSE(recorded().isAttached());
+    DiskCalls::instance().release();
+    service_.reset();
+}
+
+TEST_F(RecordingServiceTest, RecordingWaitsForADiskThatHungAndGoesOnWhenItAnswers)
+{
+    config_.cameras[0].streams[1].record = true;
+    pauses_.end = std::chrono::milliseconds(50);
+    CapturedErrors log;
+    startRecording();
+    RecordedStreamFake& other = *streams_->streams.at(1);
+    DiskCalls::instance().hang("write", "/1/0/");
+    recorded().giveMedia(0, 2);
+    ASSERT_TRUE(DiskCalls::instance().waitForHanging(1));
+    std::filesystem::rename(config_.recording.directory, folder_ / "moved");
+    other.giveMedia(0, 3);
+    waitFor([&] { return !other.isAttached(); });
+    const int before = service_->attempts();
+    waitFor([&] { return service_->attempts() > before + 3; });
+    EXPECT_FALSE(other.isAttached()) << "nothing piles up meanwhile";
+    DiskCalls::instance().release();
+    ASSERT_TRUE(recorded().waitUntilAttached(2));
+    ASSERT_TRUE(other.waitUntilAttached(2));
+    recorded().giveMedia(20, 23);
+    recorded().drain();
+    waitFor([] { return Device::recordings() && !Device::recordings()->all().empty(); });
+    service_->stop();
+    EXPECT_THAT(log.linesWith("does not answer"), SizeIs(1));
+    EXPECT_THAT(log.linesWith("answers again"), SizeIs(1));
 }
 
 TEST_F(RecordingServiceTest, DirectoryThatCannotBeMadeIsReportedOnceAndRetried)
