@@ -31,7 +31,7 @@ def test_every_frame_on_disk_is_played_after_a_kill(serve, film, tmp_path):
     folder = tmp_path / "recordings"
     text = recordings.config(film, folder)
     first = serve(text)
-    begin = recordings.record(first, 3).begin
+    begin = recordings.record(first, 4).begin
     wait_until(lambda: time.time() % 2 > 1, 5, "somewhere in a second")
     first.kill()
     end = math.ceil(time.time())
