@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-/// How an RtspClient asks for media, and how long it waits.
+/// How an RtspClient asks for media, and how long it waits: none and a year are the bounds of each time.
 struct RtspClientOptions
 {
     enum class Transport

@@ -16,6 +16,7 @@ namespace refhost
 namespace
 {
 
+constexpr Duration maxTimeout = std::chrono::hours(24 * 365);
 constexpr Duration bodyPause = std::chrono::milliseconds(300);
 
 MonotonicTime now()
@@ -23,11 +24,26 @@ MonotonicTime now()
     return HostClock::system().now();
 }
 
+/// Deadlines that can be added to any time.
+RtspClientOptions bounded(RtspClientOptions options)
+{
+    for (Duration* const each : {&options.openTimeout, &options.connectTimeout, &options.answerTimeout,
+                                 &options.silenceTimeout, &options.teardownTimeout})
+    {
+        *each = std::clamp<Duration>(*each, Duration::zero(), maxTimeout);
+    }
+    return options;
+}
+
 }  // namespace
 
 RtspClientSession::RtspClientSession(EventLoop& loop, StreamConnector& connector, const std::string& url,
                                      const RtspClientOptions& options, RtspClientEvents& events)
-    : loop_(loop), connector_(connector), options_(options), events_(&events), home_(CameraUrl::parse(url))
+    : loop_(loop),
+      connector_(connector),
+      options_(bounded(options)),
+      events_(&events),
+      home_(CameraUrl::parse(url))
 {
 }
 
@@ -81,6 +97,7 @@ void RtspClientSession::connect()
                                   [this](std::unique_ptr<ByteStream> stream, const std::string& error)
                                   { onConnected(std::move(stream), error); });
     answerDeadline_ = MonotonicTime::max();
+    bodyDeadline_ = MonotonicTime::max();
     arm();
 }
 
@@ -117,7 +134,7 @@ void RtspClientSession::onConnected(std::unique_ptr<ByteStream> stream, const st
     request("OPTIONS", url_.authority() + url_.target, {});
 }
 
-/// Connects over again with the login as it stands: some cameras close their connection behind a demand for one,
+/// Connects again with the login as it stands: some cameras close their connection behind a demand for one,
 /// or behind OPTIONS.
 void RtspClientSession::reconnect()
 {

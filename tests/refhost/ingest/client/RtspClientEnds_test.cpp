@@ -164,6 +164,20 @@ TEST(RtspClientEnds, ACameraThatSendsNoMediaIsEndedByADeadline)
     camera->serve("TEARDOWN");
 }
 
+TEST(RtspClientEnds, TimesWithoutEndEndNothing)
+{
+    ClientWorld world;
+    for (Duration* const each : {&world.options.openTimeout, &world.options.connectTimeout,
+                                 &world.options.answerTimeout, &world.options.silenceTimeout})
+    {
+        *each = Duration::max();
+    }
+    const auto camera = world.startPlaying();
+    camera->send(ScriptedCamera::packet(0, "media"));
+    EXPECT_TRUE(world.events.waitPackets(1));
+    EXPECT_EQ(world.state(), RtspClientState::playing);
+}
+
 TEST(RtspClientEnds, ACameraThatClosesIsUnreachableBeforePlayAndEndedByCameraAfter)
 {
     for (const char* method : {"SETUP", "PLAY"})
