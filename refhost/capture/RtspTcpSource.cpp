@@ -292,13 +292,13 @@ void RtspTcpSource::addTrack(const GstSDPMedia& media, const std::string& base)
 {
     const std::string kind = textOf(gst_sdp_media_get_media(&media));
     const bool video = kind == "video";
-    const bool wanted =
+    const bool configured =
         video ? config_.videoCodec.has_value() : kind == "audio" && config_.audioCodec.has_value();
     const bool known = std::any_of(tracks_.begin(), tracks_.end(),
                                    [video](const auto& track) { return track->video == video; });
     // A talk-back track of the camera's is described for sending to it.
     const bool backChannel = gst_sdp_media_get_attribute_val(&media, "sendonly") != nullptr;
-    if (!wanted || known || backChannel || gst_sdp_media_formats_len(&media) == 0)
+    if (!configured || known || backChannel || gst_sdp_media_formats_len(&media) == 0)
     {
         return;
     }

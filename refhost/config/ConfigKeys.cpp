@@ -228,13 +228,12 @@ const std::vector<ConfigKey<TalkBackConfig>>& configKeys<TalkBackConfig>()
     static const std::vector<ConfigKey<TalkBack>> keys{
         choice<&TalkBack::policy>(
             "policy",
-            "Who is heard when several clients talk at once: \"first\" is the first one to talk, until "
-            "nothing "
-            "comes from it for half a second; \"newest\" the last one to start; \"mix\" all of them; "
+            "Which client is played when several talk at once: \"first\" is the first one to talk, until "
+            "nothing comes from it for half a second; \"newest\" the last one to start; \"mix\" all of them; "
             "\"refuse\" lets one client at a time set talk-back up, and others get 453.",
             {"first", "newest", "mix", "refuse"}),
         choice<&TalkBack::output>("output",
-                                  "Where clients are heard: \"alsa\" is a sound card, \"pulse\" a sink of "
+                                  "Where clients are played: \"alsa\" is a sound card, \"pulse\" a sink of "
                                   "PulseAudio or PipeWire, \"wav\" a WAV file, \"null\" nowhere.",
                                   {"alsa", "pulse", "wav", "null"}),
         text<&TalkBack::device>(

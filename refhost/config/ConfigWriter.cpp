@@ -61,7 +61,7 @@ public:
     {
         if (isSecret(key))
         {
-            return "  # not shown: put it in";
+            return "  # hidden: put it in";
         }
         const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
         const bool masked = text != nullptr && text->kind == TextKind::location &&

@@ -125,7 +125,7 @@ public:
     virtual SendStatus state() const = 0;
 
     /// Sends the packets of `unit` from `firstPacket` on, with `header` written into them. After `congested`,
-    /// a transport that can tell calls the listener when to continue; otherwise continue with the next unit.
+    /// a transport that notices space calls the listener when to continue; otherwise continue with the next unit.
     /// \param more  another unit for the same client follows at once; this one may travel with it
     virtual SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
                             bool more) = 0;

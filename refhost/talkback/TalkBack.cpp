@@ -60,7 +60,7 @@ TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const
     runs_ = manager->start() == statusSuccess;
     if (!runs_)
     {
-        Log::error("talk-back: its thread cannot be started, so nobody will be heard");
+        Log::error("talk-back: its thread cannot be started, so no client will be played");
     }
 }
 

@@ -24,11 +24,6 @@ struct Removal
     const char* failingOperation;
     /// What it prints although it does not come to an end.
     const char* printed;
-
-    friend std::ostream& operator<<(std::ostream& out, const Removal& removal)
-    {
-        return out << removal.name;
-    }
 };
 
 std::ostream& operator<<(std::ostream& stream, const Removal& removal)

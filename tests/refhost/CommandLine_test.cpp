@@ -98,7 +98,7 @@ Outcome run(const std::string& arguments)
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, err.text()};
 }
 
-TEST(CommandLine, TellsTheVersion)
+TEST(CommandLine, PrintsTheVersion)
 {
     for (const std::string option : {"--version", "-v"})
     {

@@ -54,10 +54,10 @@ CameraReceiver::Room CameraReceiver::room()
     }
     const std::size_t held = end_ - begin_;
     const std::size_t kept = std::min(filled_ ? 2 * capacity_ : capacity_, maxRoom);
-    const std::size_t wanted = std::max({firstRoom, kept, needed_});
-    if (wanted > capacity_ || (held == 0 && wanted < capacity_))
+    const std::size_t required = std::max({firstRoom, kept, needed_});
+    if (required > capacity_ || (held == 0 && required < capacity_))
     {
-        move(wanted);
+        move(required);
     }
     else if (capacity_ - end_ < minRoom || capacity_ - begin_ < needed_)
     {

@@ -14,8 +14,8 @@
 namespace refhost
 {
 
-/// The requests of one RTSP connection to a camera: numbers them, logs in, and tells which of them an answer is
-/// to.
+/// The requests of one RTSP connection to a camera: numbers them, logs in, and finds the request of an
+/// answer.
 ///
 /// A camera that leaves CSeq out, or writes a wrong one, answers in order. Threads: one at a time.
 class CameraRequests

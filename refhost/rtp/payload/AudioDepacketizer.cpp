@@ -67,7 +67,7 @@ const char* AudioDepacketizer::take(const RtpPacketView& packet, std::uint32_t)
     {
         return "not a whole number of samples";
     }
-    // The table-of-contents byte tells what the description may have left out (RFC 6716, section 3.1).
+    // The table-of-contents byte contains what the description may have left out (RFC 6716, section 3.1).
     constexpr std::uint8_t stereoBit = 0x04;
     if (info_.codec == Codec::opus && channels_ == 1 && (payload[0] & stereoBit) != 0)
     {

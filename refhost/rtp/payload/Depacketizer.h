@@ -46,8 +46,8 @@ struct DepacketizedUnit
 
 /// Makes frames and blocks of audio of the RTP payloads of one track.
 ///
-/// A frame ends at the marker and where the timestamp changes. Markers are believed once the first frame has
-/// shown that they end frames; senders that set them on each slice or NAL unit are found out, and their
+/// A frame ends at the marker and where the timestamp changes. Markers are trusted once the first frame has
+/// proved that they end frames; senders that set them on each slice or NAL unit are detected, and their
 /// frames end with the timestamp alone. Parameter sets that come under a timestamp of their own are put in
 /// front of the frame that follows.
 ///

@@ -42,7 +42,7 @@ RtspStatus parseRateHeader(const RtspRequest& request, std::string_view name, bo
 }
 
 /// "all", "predicted", "intra" or "intra/<milliseconds>". With "predicted" every frame is sent, because
-/// reference frames are not told from others.
+/// reference frames are not distinguished from others.
 RtspStatus parseFrames(std::string_view value, PlayRequest& out)
 {
     const std::string_view kind = RtspText::trim(value.substr(0, value.find('/')));

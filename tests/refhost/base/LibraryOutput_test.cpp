@@ -24,13 +24,13 @@ TEST(LibraryOutput, LinesReachTheLogWithTheRequestThatTheyBelongTo)
         const LibraryOutput output;
         const std::function<std::string()> text = [] { return "DESCRIBE of 192.0.2.7:4242"; };
         const LibraryOutput::Context context(text);
-        std::printf("a line in %s", "pieces ");
+        std::printf("a line in %s", "parts ");
         std::puts("of a request");
     }
     const auto lines = log.linesWith("of a request");
     ASSERT_THAT(lines, SizeIs(1));
     EXPECT_THAT(lines[0], HasSubstr("info"));
-    EXPECT_THAT(lines[0], HasSubstr("library: a line in pieces of a request (DESCRIBE of 192.0.2.7:4242)"));
+    EXPECT_THAT(lines[0], HasSubstr("library: a line in parts of a request (DESCRIBE of 192.0.2.7:4242)"));
 }
 
 TEST(LibraryOutput, LinesOfOtherThreadsNameTheThread)

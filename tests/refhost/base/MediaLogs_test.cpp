@@ -51,7 +51,7 @@ TEST_F(MediaLogs, BringsWarningsAndErrorsOfGlib)
     EXPECT_THAT(text, HasSubstr("Yard: fence\n"));
 }
 
-TEST_F(MediaLogs, HidesWhatGlibSaysBelowWarningUnlessDebugIsWanted)
+TEST_F(MediaLogs, HidesGlibBelowWarningUnlessDebugIsConfigured)
 {
     g_log("Yard", G_LOG_LEVEL_MESSAGE, "unseen");
     g_log("Yard", G_LOG_LEVEL_DEBUG, "unseen");

@@ -112,8 +112,8 @@ TEST(RefCountManager, RecycledRecordThatIsStillLockedLetsItsNewUserWait)
     ASSERT_EQ(0, old->dec_reference());
     manager().returnbackRefCount(old, "int");
 
-    // Records rest before they serve again: go round until this one's turn comes.
-    for (int round = 0; round < 1000 && (round == 0 || record != old); ++round)
+    // Records are reused in turn: repeat until it is this one's.
+    for (int iteration = 0; iteration < 1000 && (iteration == 0 || record != old); ++iteration)
     {
         record = manager().retrieveRefCount(&object, "int");
         if (record != old)

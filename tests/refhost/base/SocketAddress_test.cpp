@@ -45,7 +45,7 @@ TEST(SocketAddress, AMappedAddressIsItsIpv4Address)
     EXPECT_EQ(mapped.key(), ipv4("192.0.2.1", 1).key());
 }
 
-TEST(SocketAddress, KeysTellAddressesApartAndNotPorts)
+TEST(SocketAddress, KeysDistinguishAddressesAndNotPorts)
 {
     EXPECT_EQ(ipv4("192.0.2.1", 1).key(), ipv4("192.0.2.1", 2).key());
     EXPECT_NE(ipv4("192.0.2.1", 1).key(), ipv4("192.0.2.2", 1).key());

@@ -125,7 +125,7 @@ TEST(NtpTime, TimesBefore1970HaveAPositiveFraction)
     EXPECT_EQ(at(-1, 250'000'000), before.wallTime());
 }
 
-TEST(NtpTime, SecondsWrapIn2036AndAreToldApartUntil2104)
+TEST(NtpTime, SecondsWrapIn2036AndAreDistinctUntil2104)
 {
     constexpr std::int64_t wrap = 2'085'978'496;  // 2036-02-07T06:28:16Z
     EXPECT_EQ(0xffffffffU, NtpTime(at(wrap - 1)).wholeSeconds());

@@ -75,7 +75,7 @@ TEST(CameraLogin, SafestDemandIsMet)
     EXPECT_THAT(login.authorization("DESCRIBE", "rtsp://h/x"), HasSubstr("opaque=\"o\""));
 }
 
-TEST(CameraLogin, DemandsThatCannotBeMetAreTold)
+TEST(CameraLogin, DemandsThatCannotBeMetAreReported)
 {
     CameraLogin login("guard", "a b");
     for (const char* text : {"", "Digest", "Digest realm=", "Digest nonce", R"(Digest nonce="n)",
@@ -106,7 +106,7 @@ TEST(CameraLogin, SeveralDemandsMayStandInOneHeader)
     }
 }
 
-TEST(CameraLogin, AUsedUpNonceIsToldFromARefusedPassword)
+TEST(CameraLogin, AUsedUpNonceIsDistinguishedFromARefusedPassword)
 {
     CameraLogin login("guard", "a b");
     EXPECT_TRUE(login.challenge(demand({R"(Digest realm="r", nonce="n", stale=TRUE)"})));

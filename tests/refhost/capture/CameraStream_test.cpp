@@ -138,7 +138,7 @@ TEST_F(CameraStreamTest, PayloadSizeCanBeAddedAndRemovedLater)
     open();
     const auto large = watch("trackID=0");
     ASSERT_TRUE(large->waitForUnits(3));
-    for (int round = 0; round < 3; ++round)
+    for (int iteration = 0; iteration < 3; ++iteration)
     {
         const auto small = attach("trackID=0", 700);
         ASSERT_TRUE(small->waitForUnits(2));
@@ -310,14 +310,14 @@ TEST_F(CameraStreamTest, ViewersMayComeAndGoAtRandom)
         viewers.emplace_back(
             [this, viewer]
             {
-                for (int round = 0; round < 25; ++round)
+                for (int iteration = 0; iteration < 25; ++iteration)
                 {
                     const auto sink =
-                        attach(viewer % 2 == 0 ? "trackID=0" : "trackID=1", 400 + 100 * (round % 3));
+                        attach(viewer % 2 == 0 ? "trackID=0" : "trackID=1", 400 + 100 * (iteration % 3));
                     source->acquire();
                     std::vector<SubMediaInfo> known;
                     source->describe(known);
-                    if (round % 5 == 0)
+                    if (iteration % 5 == 0)
                     {
                         sink->waitForUnits(1);
                     }
@@ -338,11 +338,11 @@ TEST_F(CameraStreamTest, ViewersMayComeAndGoAtRandom)
 
 TEST_F(CameraStreamTest, StreamMayBeDestroyedWhileItStarts)
 {
-    for (int round = 0; round < 20; ++round)
+    for (int iteration = 0; iteration < 20; ++iteration)
     {
         open();
         source->acquire();
-        for (int turn = 0; turn < round * 200; ++turn)
+        for (int turn = 0; turn < iteration * 200; ++turn)
         {
             std::this_thread::yield();
         }

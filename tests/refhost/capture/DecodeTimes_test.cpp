@@ -61,9 +61,9 @@ std::vector<Case> cases()
     const Numbers open{0, 3, 1, 2, 6, 4, 5, 9, 7, 8, 12, 10, 11};
     std::vector<Case> all{
         {"Ordered", 0, repeated(ordered, 5), firstOfEach(8, 5)},
-        {"OrderedWithoutToldDepth", ReorderDepth::max, repeated(ordered, 5), firstOfEach(8, 5)},
+        {"OrderedWithoutKnownDepth", ReorderDepth::max, repeated(ordered, 5), firstOfEach(8, 5)},
         {"Ibbp", 1, repeated(ibbp, 5), firstOfEach(8, 5)},
-        {"IbbpWithoutToldDepth", 4, repeated(ibbp, 5), firstOfEach(8, 5)},
+        {"IbbpWithoutKnownDepth", 4, repeated(ibbp, 5), firstOfEach(8, 5)},
         {"Pyramid", 2, repeated(pyramid, 5), firstOfEach(10, 5)},
         {"HierarchicalDepthThree", 3, repeated(depthThree, 5), firstOfEach(10, 5)},
         {"OpenGop", 1, open, {0, 6, 12}},

@@ -89,10 +89,10 @@ TEST_F(MediaSourceTest, FileIsLoopedWithoutTranscodingAndWithoutGaps)
         }
         else if (i > 0)
         {
-            // A round is as long as its longest track.
-            const std::uint32_t seam = units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp;
-            EXPECT_GE(seam, 3600U) << i;
-            EXPECT_LE(seam, 90000U / 2) << i;
+            // An iteration is as long as its longest track.
+            const std::uint32_t step = units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp;
+            EXPECT_GE(step, 3600U) << i;
+            EXPECT_LE(step, 90000U / 2) << i;
         }
     }
     const std::vector<AccessUnitPtr> audioBlocks = audio->units();
@@ -145,7 +145,7 @@ TEST_F(MediaSourceTest, FileOfOtherCodecsIsEncodedAsConfigured)
     {
         EXPECT_EQ(units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp, 9000U) << i;
     }
-    // The distance of key frames is told for the configured rate of 25.
+    // The distance of key frames is set for the configured rate of 25.
     EXPECT_TRUE(units[0]->keyFrame);
     EXPECT_FALSE(units[3]->keyFrame);
     EXPECT_TRUE(units[4]->keyFrame);
@@ -155,7 +155,7 @@ TEST_F(MediaSourceTest, FileOfOtherCodecsIsEncodedAsConfigured)
 
 TEST_F(MediaSourceTest, UnitsOfAFileLeaveOneByOne)
 {
-    // Half a second of audio in each block; frames that are stored in another order than they are shown.
+    // Half a second of audio in each block; frames that are stored in another order than they are presented.
     makeClip(
         "videotestsrc num-buffers=25 ! video/x-raw,format=I420,width=160,height=90,framerate=25/1 ! "
         "x264enc bframes=3 b-adapt=false key-int-max=25 ! h264parse ! matroskamux name=mux ! filesink "

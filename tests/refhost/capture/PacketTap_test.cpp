@@ -116,7 +116,7 @@ TEST(PacketTap, RemovalWaitsForADeliveryInProgress)
                 tap.deliver(unit(true));
             }
         });
-    for (int round = 0; round < 200; ++round)
+    for (int iteration = 0; iteration < 200; ++iteration)
     {
         while (!sink->inside)
         {

@@ -26,7 +26,7 @@ bool finds(const Bytes& packet, std::size_t& size)
     return found;
 }
 
-TEST(RtpPayloadCheck, PayloadStandsBehindWhatTheHeaderTells)
+TEST(RtpPayloadCheck, PayloadStartsWhereTheHeaderSays)
 {
     std::size_t size = 0;
     Bytes packet(20);

@@ -234,16 +234,16 @@ TEST_F(SourceClockTest, AudioTimeNeverGoesBack)
 TEST_F(SourceClockTest, FramesInDecodingOrderKeepTheirTimes)
 {
     // I3 B1 B2 P6 B4 B5 …
-    const std::int64_t shown[] = {3, 1, 2, 6, 4, 5, 9, 7, 8};
+    const std::int64_t presented[] = {3, 1, 2, 6, 4, 5, 9, 7, 8};
     std::vector<Duration> media;
-    for (std::size_t i = 0; i < std::size(shown); ++i)
+    for (std::size_t i = 0; i < std::size(presented); ++i)
     {
-        give(second + shown[i] * frame, (static_cast<std::int64_t>(i) - shown[i]) * frame + 5 * ms);
+        give(second + presented[i] * frame, (static_cast<std::int64_t>(i) - presented[i]) * frame + 5 * ms);
         media.push_back(lastMedia);
     }
-    for (std::size_t i = 1; i < std::size(shown); ++i)
+    for (std::size_t i = 1; i < std::size(presented); ++i)
     {
-        EXPECT_NEAR(nsOf(media[i] - media[0]), nsOf((shown[i] - shown[0]) * frame), 12e3);
+        EXPECT_NEAR(nsOf(media[i] - media[0]), nsOf((presented[i] - presented[0]) * frame), 12e3);
     }
 }
 

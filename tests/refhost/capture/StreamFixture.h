@@ -55,7 +55,7 @@ protected:
         return *source;
     }
 
-    /// Asks for the description until it is told or refused.
+    /// Asks for the description until it is given or refused.
     StreamSource::Description describe()
     {
         for (;;)

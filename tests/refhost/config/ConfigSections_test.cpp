@@ -62,9 +62,9 @@ void change(const TextSetting<Section>& setting, Section& section)
     }
 }
 
-// What the dump does not show cannot be read back from it.
+// What the dump hides cannot be read back from it.
 template <typename Section>
-bool isShown(const ConfigKey<Section>& key)
+bool isDumped(const ConfigKey<Section>& key)
 {
     const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
     return text == nullptr || text->kind != TextKind::password;
@@ -143,7 +143,7 @@ TEST(ConfigSections, EveryKeyIsDumpedAndReadBack)
         {
             ServerConfig config = plain();
             std::visit([&](const auto& setting) { change(setting, find(config)); }, key.setting);
-            if (!config.users.empty() || !isShown(key))
+            if (!config.users.empty() || !isDumped(key))
             {
                 return;
             }

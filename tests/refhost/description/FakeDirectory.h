@@ -10,7 +10,7 @@ namespace refhost
 namespace test
 {
 
-/// Says what it is told to.
+/// A stream whose answers the test sets.
 class FakeStream : public StreamSource
 {
 public:

@@ -62,7 +62,7 @@ TEST_F(MediaInfoToolTest, DescriptionReplacesWhatWasThereBefore)
     EXPECT_EQ(out.getAllSubMediaInfo().size(), 2U);
 }
 
-TEST_F(MediaInfoToolTest, BackChannelStandsLastWhereItIsWantedAndThere)
+TEST_F(MediaInfoToolTest, BackChannelIsLastWhereItIsRequestedAndConfigured)
 {
     directory->talkBack = true;
     ASSERT_EQ(create(3, 1), 0);
@@ -75,7 +75,7 @@ TEST_F(MediaInfoToolTest, BackChannelStandsLastWhereItIsWantedAndThere)
     EXPECT_EQ(out.getAllSubMediaInfo().size(), 2U);
 }
 
-TEST_F(MediaInfoToolTest, UnknownStreamIsToldAndLeavesTheDescription)
+TEST_F(MediaInfoToolTest, UnknownStreamIsReportedAndLeavesTheDescription)
 {
     EXPECT_EQ(create(3, 2), hostStreamUnknown);
     EXPECT_EQ(create(-1, 1), hostStreamUnknown);
@@ -89,7 +89,7 @@ TEST_F(MediaInfoToolTest, StreamThatIsStartingIsNotReady)
     EXPECT_EQ(out.mediaUrl, "before");
 }
 
-TEST_F(MediaInfoToolTest, FailedStreamIsTold)
+TEST_F(MediaInfoToolTest, FailedStreamIsReported)
 {
     directory->stream->description = StreamSource::Description::failed;
     EXPECT_EQ(create(3, 1), hostStreamFailed);

@@ -80,7 +80,7 @@ TEST(Codec, SamplesOfABlockAreKnown)
     EXPECT_EQ(infoOf(Codec::aac).samplesIn(block, 7, 1), 1024U);
 }
 
-TEST(Codec, OpusPacketTellsHowLongItIs)
+TEST(Codec, OpusPacketHasItsDuration)
 {
     struct Case
     {

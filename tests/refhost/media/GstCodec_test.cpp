@@ -43,7 +43,7 @@ protected:
     }
 };
 
-TEST_F(GstCodecTest, CapsTellTheCodec)
+TEST_F(GstCodecTest, CapsGiveTheCodec)
 {
     EXPECT_EQ(of("video/x-h264,stream-format=byte-stream"), Codec::h264);
     EXPECT_EQ(of("video/x-h265"), Codec::h265);

@@ -32,7 +32,7 @@ constexpr char h264[] =
     "packetization-mode=(string)1,profile-level-id=(string)64001f,"
     "sprop-parameter-sets=(string)\"Z2Q=\\,aOs=\",ssrc=(uint)1,a-framerate=(string)25";
 
-TEST_F(TrackDescriptionTest, H264TellsModeProfileAndParameterSets)
+TEST_F(TrackDescriptionTest, H264HasModeProfileAndParameterSets)
 {
     ASSERT_TRUE(describe(h264, "video/x-h264,width=1280,height=720,framerate=30000/1001"));
     EXPECT_EQ(track.trackId, "trackID=7");
@@ -69,7 +69,7 @@ TEST_F(TrackDescriptionTest, VideoWithoutParameterSetsIsNotDescribed)
     EXPECT_EQ(track.trackId, "");
 }
 
-TEST_F(TrackDescriptionTest, H265TellsItsThreeParameterSets)
+TEST_F(TrackDescriptionTest, H265HasItsThreeParameterSets)
 {
     ASSERT_TRUE(
         describe("media=(string)video,payload=(int)96,clock-rate=(int)90000,encoding-name=(string)H265,"
@@ -77,7 +77,7 @@ TEST_F(TrackDescriptionTest, H265TellsItsThreeParameterSets)
     EXPECT_EQ(track.formatParameters, "sprop-vps=AA;sprop-sps=BB=;sprop-pps=CC");
 }
 
-TEST_F(TrackDescriptionTest, AacTellsModeConfigAndHeaderSizes)
+TEST_F(TrackDescriptionTest, AacHasModeConfigAndHeaderSizes)
 {
     ASSERT_TRUE(
         describe("media=(string)audio,payload=(int)97,clock-rate=(int)48000,"

@@ -233,8 +233,8 @@ protected:
         return true;
     }
 
-    /// Lets `loop` come round a few times.
-    static void comeRound(EventLoop& loop)
+    /// Waits for a few iterations of `loop`.
+    static void waitForIterations(EventLoop& loop)
     {
         for (int i = 0; i < 3; ++i)
         {
@@ -282,7 +282,7 @@ TEST_P(ByteStreamContract, WhatIsNotWatchedIsNotReported)
     stream().watchReceive(false);
     attach(first_);
     under_->write("x");
-    comeRound(first_);
+    waitForIterations(first_);
     EXPECT_EQ(reports_, 0);
     stream().watchReceive(true);
     EXPECT_TRUE(eventually([this] { return received() == "x"; }));
@@ -292,7 +292,7 @@ TEST_P(ByteStreamContract, SendableIsReportedOnlyWhileItIsWatched)
 {
     stream().watchReceive(false);
     attach(first_);
-    comeRound(first_);
+    waitForIterations(first_);
     EXPECT_EQ(reports_, 0);
     stream().watchSend(true);
     EXPECT_TRUE(eventually([this] { return sentAll_.load(); })) << "nothing to send: not watched any more";
@@ -327,7 +327,7 @@ TEST_P(ByteStreamContract, WhatWasNotTakenMayBeFollowedByAnything)
     {
         // Whatever is not taken of this one is given up.
         stream().watchSend(true);
-        comeRound(first_);
+        waitForIterations(first_);
         const std::string bytes(1000, letter);
         std::size_t taken = 0;
         runOn(first_,
@@ -361,7 +361,7 @@ TEST_P(ByteStreamContract, ADetachedStreamReportsNothing)
     EXPECT_TRUE(eventually([this] { return reports_ > 0; }));
     runOn(first_, [this] { stream().detach(); });
     const int before = reports_;
-    comeRound(first_);
+    waitForIterations(first_);
     EXPECT_EQ(reports_, before);
     stream().detach();
 }
@@ -458,7 +458,7 @@ TEST_P(ByteStreamContract, AHandlerMayCloseItsStream)
                     });
     under_->write("xyz");
     EXPECT_TRUE(eventually([this] { return reports_ > 0; }));
-    comeRound(first_);
+    waitForIterations(first_);
     EXPECT_EQ(reports_, 1);
 }
 

@@ -93,7 +93,7 @@ TEST_F(TcpLivenessTest, AnIdlePeerIsSilentSinceItsLastAnswer)
 TEST_F(TcpLivenessTest, APeerThatHasNoRoomAndAnswersIsNotSilent)
 {
     fill();
-    // What is on its way is answered first; from then on the peer is asked for room less and less often.
+    // Packets in flight are acknowledged first; from then on the peer is probed for window less and less often.
     constexpr std::int64_t rareMs = 200;
     const auto begin = std::chrono::steady_clock::now();
     while (lastAnswerMs() < rareMs && std::chrono::steady_clock::now() - begin < std::chrono::seconds(10))
@@ -104,7 +104,7 @@ TEST_F(TcpLivenessTest, APeerThatHasNoRoomAndAnswersIsNotSilent)
     EXPECT_EQ(TcpLiveness::silence(server_.get()), std::chrono::milliseconds(0));
 }
 
-TEST_F(TcpLivenessTest, AConnectionThatIsOverTellsNothing)
+TEST_F(TcpLivenessTest, AConnectionThatIsOverHasNoSilence)
 {
     const linger now{1, 0};
     ::setsockopt(client_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);

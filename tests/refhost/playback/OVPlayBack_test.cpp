@@ -30,7 +30,7 @@ namespace
 class WatchedTransport : public FakeTransport
 {
 public:
-    /// What became of all ways of a test.
+    /// The events of all transports of a test.
     struct Events
     {
         std::mutex mutex;

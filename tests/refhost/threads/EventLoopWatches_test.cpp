@@ -16,7 +16,7 @@ namespace
 
 using namespace std::chrono_literals;
 
-TEST(EventLoopWatches, TellsThatADescriptorIsReadable)
+TEST(EventLoopWatches, ReportsThatADescriptorIsReadable)
 {
     EventLoop loop("test");
     SocketPair sockets;
@@ -34,7 +34,7 @@ TEST(EventLoopWatches, TellsThatADescriptorIsReadable)
     loop.remove(sockets.near());
 }
 
-TEST(EventLoopWatches, UnreadBytesAreToldAgain)
+TEST(EventLoopWatches, UnreadBytesAreReportedAgain)
 {
     EventLoop loop("test");
     SocketPair sockets;
@@ -53,7 +53,7 @@ TEST(EventLoopWatches, UnreadBytesAreToldAgain)
     loop.remove(sockets.near());
 }
 
-TEST(EventLoopWatches, TellsOnlyWhatIsWatchedForNow)
+TEST(EventLoopWatches, ReportsOnlyWhatIsWatchedNow)
 {
     EventLoop loop("test");
     SocketPair sockets;
@@ -81,7 +81,7 @@ TEST(EventLoopWatches, TellsOnlyWhatIsWatchedForNow)
     loop.remove(sockets.near());
 }
 
-TEST(EventLoopWatches, TellsAHangUpWithoutBeingAsked)
+TEST(EventLoopWatches, ReportsAHangUpThatIsNotWatched)
 {
     EventLoop loop("test");
     SocketPair sockets;
@@ -228,7 +228,7 @@ TEST(EventLoopWatches, WatchesComeAndGoFromManyThreads)
 {
     EventLoop loop("test");
     std::vector<std::thread> users;
-    std::atomic<int> told{0};
+    std::atomic<int> notified{0};
     for (int i = 0; i < 4; ++i)
     {
         users.emplace_back(
@@ -243,7 +243,7 @@ TEST(EventLoopWatches, WatchesComeAndGoFromManyThreads)
                              [&, raw = state.get()](std::uint32_t)
                              {
                                  ++*raw;
-                                 ++told;
+                                 ++notified;
                                  seen.set();
                              });
                     sockets.writeFar('x');
@@ -257,7 +257,7 @@ TEST(EventLoopWatches, WatchesComeAndGoFromManyThreads)
     {
         user.join();
     }
-    EXPECT_GE(told, 1200);
+    EXPECT_GE(notified, 1200);
 }
 
 }  // namespace

@@ -50,14 +50,14 @@ void startWithoutMemory()
 TEST(GThread, ShowsItsNameCutToWhatTheSystemHolds)
 {
     std::promise<std::string> name;
-    bool told = false;
+    bool named = false;
     const SafePointer<GThread> thread(
         new GThread(ThreadCalls::of(
                         [&]
                         {
                             char text[32] = {};
                             pthread_getname_np(pthread_self(), text, sizeof text);
-                            if (!std::exchange(told, true))
+                            if (!std::exchange(named, true))
                             {
                                 name.set_value(text);
                             }

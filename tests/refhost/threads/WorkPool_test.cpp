@@ -205,7 +205,7 @@ TEST(WorkPool, AlignsDelayedWorkToTheEndOfItsGrain)
     EXPECT_EQ(WorkPool::aligned(at(149), milliseconds(0)), at(149));
 }
 
-TEST(WorkPool, EarlierWakeOverridesALaterOneButNotTheOtherWayRound)
+TEST(WorkPool, EarlierWakeOverridesALaterOneButNotViceVersa)
 {
     WorkPool pool({1, milliseconds(1)});
     std::atomic<int> runs{0};

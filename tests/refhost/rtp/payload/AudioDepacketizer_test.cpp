@@ -45,7 +45,7 @@ TEST(AudioDepacketizer, PcmOfAnotherRateIsRefused)
     EXPECT_EQ(opus.error, "opus of 44100 Hz and 2 channels cannot be read, only 48000 Hz");
 }
 
-TEST(AudioDepacketizer, OpusTellsHowLongItLasts)
+TEST(AudioDepacketizer, OpusPacketHasItsLength)
 {
     Reception reception(described("opus", 48000, {}, 2));
     EXPECT_EQ(reception.push({0xf8, 1, 2}, 0, true), "");  // CELT, 20 ms, one frame
@@ -58,8 +58,8 @@ TEST(AudioDepacketizer, OpusTellsHowLongItLasts)
 
 TEST(AudioDepacketizer, OpusIsStereoWhereDescriptionOrPacketsSaySo)
 {
-    const Reception told(described("opus", 48000, {{"sprop-stereo", "1"}}, 2));
-    EXPECT_EQ(told.depacketizer->format()->channels, 2);
+    const Reception stereo(described("opus", 48000, {{"sprop-stereo", "1"}}, 2));
+    EXPECT_EQ(stereo.depacketizer->format()->channels, 2);
     Reception found(described("opus", 48000, {}, 2));
     found.push({0xf8, 1}, 0, true);
     found.push({0xfc, 1}, 960, true);
