@@ -12,7 +12,7 @@ struct NalLead
     enum class Place
     {
         start,      ///< the first slice of a frame, or what stands in front of it
-        more,       ///< nothing but more of a frame that began before
+        more,       ///< nothing but more of a frame that started before
         delimiter,  ///< the start of a frame for certain
         anywhere
     };

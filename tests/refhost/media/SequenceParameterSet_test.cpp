@@ -45,7 +45,7 @@ constexpr Case cases[] = {
      "420101016000000300900000030000030078a003c0801107cb965654a4c2fff000100016a020202080000003008000000f04",
      1920, 1080, 1}};
 
-TEST_P(SequenceParameterSetTest, TellsTheSizeOfWhatIsDisplayed)
+TEST_P(SequenceParameterSetTest, HasTheDisplayedSize)
 {
     const auto set = read(GetParam().h265, *bytesOfHex(GetParam().hex));
     ASSERT_TRUE(set);
@@ -69,7 +69,7 @@ TEST_P(SequenceParameterSetTest, CutShortIsNotReadBeyondItsEnd)
 INSTANTIATE_TEST_SUITE_P(Sets, SequenceParameterSetTest, testing::ValuesIn(cases),
                          [](const auto& each) { return std::string(each.param.name); });
 
-TEST(SequenceParameterSet, OfH265TellsWhatARecordRepeats)
+TEST(SequenceParameterSet, OfH265HasWhatARecordRepeats)
 {
     const auto set = read(true, *bytesOfHex("420101016000000300900000030000030078a003c0801107cb965654a4c2fff0"
                                             "00100016a020202080000003008000000f04"));

@@ -517,7 +517,7 @@ TEST(H264Depacketizer, EachLostPacketDamagesItsFrameOrTheNext)
             }
         }
         reception.depacketizer->flush();
-        const bool told = lost + 1 < packets.size();     // nothing tells of a loss at the end
+        const bool known = lost + 1 < packets.size();    // a loss at the end is not noticed
         const bool setsAlone = lost == 4 || lost == 10;  // in front of a key frame: they are described
         bool seen = reception.units.size() < whole.units.size();
         for (const DepacketizedUnit& unit : reception.units)
@@ -527,7 +527,7 @@ TEST(H264Depacketizer, EachLostPacketDamagesItsFrameOrTheNext)
                 std::find_if(whole.units.begin(), whole.units.end(),
                              [&](const auto& sent) { return sent.timestamp == unit.timestamp; });
             ASSERT_NE(same, whole.units.end());
-            EXPECT_TRUE(!told || setsAlone || unit.damaged || unit.bytes == same->bytes) << lost;
+            EXPECT_TRUE(!known || setsAlone || unit.damaged || unit.bytes == same->bytes) << lost;
         }
         EXPECT_EQ(seen, !setsAlone) << lost;
     }

@@ -102,7 +102,7 @@ TEST(H264Packetizer, LengthsThatDoNotFitAreRefused)
     EXPECT_TRUE(made.empty());
 }
 
-TEST(H264Packetizer, LengthsHaveTheSizeThatTheFormatTells)
+TEST(H264Packetizer, LengthsHaveTheSizeOfTheFormat)
 {
     const auto packetizer = Packetizer::make(Codec::h264, 40);
     EncodedUnit unit = frame({p()}, false);
