@@ -39,7 +39,7 @@ constexpr std::uint32_t extended = 88;
 constexpr std::uint32_t constraintSet3 = 0x10;
 constexpr std::uint32_t extendedSar = 255;
 
-// Profiles whose parameter sets tell the chroma format (7.3.2.1.1).
+// Profiles whose parameter sets contain the chroma format (7.3.2.1.1).
 bool hasChromaFormat(std::uint32_t profile)
 {
     constexpr std::uint32_t profiles[] = {100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 139, 134, 135};

@@ -21,7 +21,7 @@ struct SequenceParameterSet
     bool separatePlanes = false;
     std::uint32_t lumaBits = 8;    ///< a sample
     std::uint32_t chromaBits = 8;  ///< a sample
-    /// H.264: the profile is one whose sets tell the chroma format.
+    /// H.264: the profile is one whose sets contain the chroma format.
     bool hasChromaFormat = false;
 
     // H.265 alone.

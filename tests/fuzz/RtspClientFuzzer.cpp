@@ -89,7 +89,7 @@ public:
     std::unique_ptr<Attempt> connect(EventLoop&, const std::string& host, int port, Duration,
                                      Connected connected) override
     {
-        // Nobody is called whom a camera named in a way that no system would take.
+        // The client must not connect to an address that no system would accept.
         if (host.empty() || port < 1 || port > 65535)
         {
             std::abort();

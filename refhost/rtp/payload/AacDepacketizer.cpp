@@ -182,7 +182,7 @@ const char* AacDepacketizer::readHeaders(ByteSpan payload, ByteSpan& data)
     return sizes_.empty() ? "no unit" : nullptr;
 }
 
-/// Every fragment tells the size of the whole unit (section 3.2.3).
+/// Every fragment has the size of the whole unit (section 3.2.3).
 const char* AacDepacketizer::takeFragment(const RtpPacketView& packet, ByteSpan payload, ByteSpan data)
 {
     if (wholeSize_ != sizes_[0] || timestamp_ != packet.timestamp)

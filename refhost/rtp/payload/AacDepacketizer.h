@@ -46,7 +46,7 @@ private:
                      std::uint32_t maxPayload);
 
     const Fields fields_;
-    const bool passes_;  ///< the sender's packets are such as Packetizer::describe() tells
+    const bool passes_;  ///< the sender's packets are such as Packetizer::describe() announces
     const std::uint32_t unitTicks_;
     Outputs making_;                       ///< for the unit that is under way
     std::vector<std::uint32_t> sizes_;     ///< of the units in the packet at hand

@@ -26,7 +26,7 @@ std::uint32_t rate(PlainBits& bits)
     return index == spelledOut ? bits.bits(24) : index < rates.size() ? rates.at(index) : 0;
 }
 
-/// Reads program_config_element() (4.4.1.1) as far as it tells the channels.
+/// Reads program_config_element() (4.4.1.1) as far as it describes the channels.
 /// \returns 0 when there are more elements than this reads
 int channelsOfElements(PlainBits& bits, std::size_t start)
 {

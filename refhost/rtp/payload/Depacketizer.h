@@ -30,7 +30,7 @@ struct DepacketizedUnit
     /// The packets that made it, in order, ready to send: twelve bytes of header with the unit's timestamp
     /// and the marker on the last of video and of fragmented audio; other fields of the header are 0. A key
     /// frame has its parameter sets in front: where the sender leaves them out, in a packet that was added.
-    /// They are such as Packetizer::describe() tells: packets in another form, such as LATM, are not passed on
+    /// They are such as Packetizer::describe() announces: packets in another form, such as LATM, are not passed on
     /// but made again. `captureTime` is not set. Null when packets are switched off, and for each unit but the
     /// first of those that came in one packet.
     std::shared_ptr<AccessUnit> packets;

@@ -9,7 +9,7 @@
 namespace refhost
 {
 
-/// What RFC 2435 tells of a baseline JPEG frame. A plain value.
+/// What RFC 2435 transmits of a baseline JPEG frame. A plain value.
 struct JpegHeader
 {
     bool halfHeight = true;  ///< chroma has half the height (4:2:0, type 1); otherwise 4:2:2, type 0

@@ -53,14 +53,14 @@ std::optional<LatmConfig> LatmConfig::read(ByteSpan bytes)
     {
         return std::nullopt;
     }
-    const std::size_t told = version1 ? value(bits) : 0;
+    const std::size_t announced = version1 ? value(bits) : 0;
     const std::size_t start = bits.position();
     const auto audio = AudioConfig::read(bytes, start);
     if (!audio || bits.failed())
     {
         return std::nullopt;
     }
-    const std::size_t size = version1 ? told : audio->bits;
+    const std::size_t size = version1 ? announced : audio->bits;
     if (size < audio->bits || size > bits.left())
     {
         return std::nullopt;

@@ -12,7 +12,7 @@ namespace refhost
 
 /// AAC as RFC 6416 packs it (MP4A-LATM), with the configuration in the description (cpresent=0) and one layer
 /// of one program. Whole elements are known by their lengths; markers are not needed. The packets of its units
-/// are of mode AAC-hbr (RFC 3640), which Packetizer::describe() tells of AAC. Threads: one at a time.
+/// are of mode AAC-hbr (RFC 3640), which Packetizer::describe() announces for AAC. Threads: one at a time.
 class LatmDepacketizer : public Depacketizer
 {
 public:

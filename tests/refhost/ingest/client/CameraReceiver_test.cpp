@@ -32,7 +32,7 @@ public:
             receiver.received(count);
             bytes.remove_prefix(count);
             last = drain();
-            most = std::max(most, receiver.capacity());
+            maxSeen = std::max(maxSeen, receiver.capacity());
         }
         return last;
     }
@@ -62,7 +62,7 @@ public:
     std::vector<std::string> packets;
     std::vector<int> channels;
     std::vector<std::string> bodies;
-    std::size_t most = 0;
+    std::size_t maxSeen = 0;
 };
 
 constexpr const char* openHead = "RTSP/1.0 200 OK\r\nContent-Type: application/sdp\r\n\r\n";
@@ -90,14 +90,14 @@ TEST(CameraReceiver, MemoryFollowsWhatComesAtOnce)
     {
         reading.feed(small);
     }
-    EXPECT_EQ(reading.most, CameraReceiver::firstRoom);
+    EXPECT_EQ(reading.maxSeen, CameraReceiver::firstRoom);
     std::string much;
     for (int i = 0; i < 1'000; ++i)
     {
         much += small;
     }
     reading.feed(much);
-    EXPECT_EQ(reading.most, CameraReceiver::maxRoom);
+    EXPECT_EQ(reading.maxSeen, CameraReceiver::maxRoom);
     EXPECT_EQ(reading.packets.size(), 2'000U);
 }
 
@@ -111,7 +111,7 @@ TEST(CameraReceiver, ThePacketsAndBodiesThatAreTheLargestAreTaken)
     EXPECT_EQ(reading.packets.size(), 2U);
     ASSERT_EQ(reading.bodies.size(), 1U);
     EXPECT_EQ(reading.bodies[0].size(), 262'144U);
-    EXPECT_LE(reading.most, 262'144U + CameraReceiver::maxRoom);
+    EXPECT_LE(reading.maxSeen, 262'144U + CameraReceiver::maxRoom);
     reading.feed(packet);
     EXPECT_LE(reading.receiver.capacity(), CameraReceiver::maxRoom);
 }
@@ -152,7 +152,7 @@ TEST(CameraReceiver, ADescriptionWithoutLengthIsBounded)
         lines += "a=" + std::string(998, 'x') + "\n";
     }
     EXPECT_EQ(reading.feed(openHead + lines, 4'000), Next::broken);
-    EXPECT_LE(reading.most, CameraMessages::maxBodyBytes + CameraReceiver::maxRoom);
+    EXPECT_LE(reading.maxSeen, CameraMessages::maxBodyBytes + CameraReceiver::maxRoom);
 }
 
 TEST(CameraReceiver, LinesThatBelongToNothingAreSkippedUpToABound)

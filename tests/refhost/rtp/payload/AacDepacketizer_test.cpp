@@ -142,7 +142,7 @@ TEST(AacDepacketizer, MalformedPacketsAreRefused)
     EXPECT_EQ(reception.units.size(), 1U);
 }
 
-TEST(AacDepacketizer, FieldsHaveTheSizesThatTheModeOrTheDescriptionTells)
+TEST(AacDepacketizer, FieldsHaveTheSizesOfTheModeOrTheDescription)
 {
     PayloadDescription low = described("MPEG4-GENERIC", 16000, {{"mode", "AAC-lbr"}, {"config", "1408"}});
     Reception reception(low);

@@ -72,7 +72,7 @@ TEST(AacPacketizer, EveryPayloadSizeBringsTheUnitBack)
     }
 }
 
-TEST(AacPacketizer, AUnitWhoseSizeCannotBeToldIsRefused)
+TEST(AacPacketizer, AUnitWhoseSizeDoesNotFitTheFieldIsRefused)
 {
     const auto packetizer = Packetizer::make(Codec::aac, 1400);
     std::vector<std::shared_ptr<AccessUnit>> made;

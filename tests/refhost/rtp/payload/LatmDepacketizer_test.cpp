@@ -37,7 +37,7 @@ TEST(LatmDepacketizer, TheFormatIsThatOfTheConfig)
     EXPECT_EQ(format->channels, 1);
 }
 
-TEST(LatmDepacketizer, TheConfigMayTellOfAReplicatedBandBehind)
+TEST(LatmDepacketizer, TheConfigMayAnnounceAReplicatedBandAtItsEnd)
 {
     // AudioSpecificConfig 140856e500: the extension says that there is none.
     const Reception reception(track("40002810adca003fc0"));
@@ -145,7 +145,7 @@ TEST(LatmDepacketizer, OtherConfigurationsAreRefused)
     EXPECT_EQ(Reception(track("4000281047c0")).depacketizer, nullptr);
 }
 
-TEST(LatmConfig, OfTheSecondVersionTellsTheLengthOfTheAudioConfig)
+TEST(LatmConfig, OfTheSecondVersionHasTheLengthOfTheAudioConfig)
 {
     // Version 1, taraBufferFullness 0, ascLen 16 in one byte each.
 

@@ -192,7 +192,7 @@ TEST_P(PayloadOracle, WhatItsPayloaderMakesComesBackAsItWas)
     }
     const Bytes record = codecDataOf(media.caps.get());
     const Bytes own = units[0].format->codecData;
-    // Ours tells the chroma format of high profiles behind the sets, too.
+    // Ours appends the chroma format of high profiles after the sets, too.
     ASSERT_GE(own.size(), record.size());
     EXPECT_TRUE(std::equal(record.begin(), record.end(), own.begin()));
     EXPECT_LE(own.size(), record.size() + 4);
