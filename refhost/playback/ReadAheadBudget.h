@@ -12,7 +12,7 @@ class ReadAheadBudget
 {
 public:
     /// Enough for a read of a disk to pay.
-    static constexpr std::size_t minEach = 64 * 1024;
+    static constexpr std::size_t minEach = std::size_t{64} * 1024;
 
     /// One session's part, for as long as it lives.
     class Share
