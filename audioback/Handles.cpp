@@ -1,4 +1,4 @@
-// The handles and the callable that the talk-back manager makes, for hosts to bind to.
+// Instantiations of the talk-back manager's handles and callable, for hosts to bind to.
 #include "audioback/OVAudioBackDispatcherMgr.h"
 #include "support/SafePointer.h"
 #include "support/function_obj.h"

@@ -110,7 +110,7 @@ int OVAudioBackDispatcherMgr::start()
     {
         return statusRefused;
     }
-    // Both lines name the manager as it was called once; who reads the output looks for them so.
+    // Both lines deliberately use a former name of the manager: readers of the output search for them.
     if (thread->start() == 0)
     {
         std::puts("OVAudioInterPhoneMgr start Fail!");
@@ -310,7 +310,7 @@ int OVAudioBackDispatcherMgr::processPlayer()
     {
         return statusSuccess;
     }
-    // Also a closed output is closed first, always: whoever opened it before may have left it half open.
+    // Even a closed output is closed first: an earlier failed opening may have left it half open.
     mediaPlayer->close();
     mediaPlayer->setDeviceInfo(deviceInfo);
     const int result = mediaPlayer->open();
@@ -339,7 +339,7 @@ int OVAudioBackDispatcherMgr::private_IsPauseAllAudio()
 int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
 {
     OVMutexManager guard(mutex, unit, __LINE__);
-    // One flag for the whole pass, deliberately: once set, the next session with a result ends the pass.
+    // Deliberately one flag for the whole pass: once set, the next session with a result ends the pass.
     bool playerFault = false;
     FailedSessions failed;
     for (const auto& session : sessions)
@@ -355,8 +355,8 @@ int OVAudioBackDispatcherMgr::recvAndPlayMediaData()
         }
         if (playerFault)
         {
-            // What failed before stays in the table, deliberately: with a broken output no session's code says
-            // much.
+            // Deliberately, sessions that failed earlier in the pass stay: with a broken output their codes mean
+            // little.
             mediaPlayer->close();
             playerOpened = false;
             return statusPlayerUnusable;

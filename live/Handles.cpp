@@ -1,4 +1,4 @@
-// The handles that live controllers and their factories make, for hosts to bind to.
+// Instantiations of the handles of live controllers and their factories, for hosts to bind to.
 #include "hostapi/live/LiveDispatcherMgr.h"
 #include "hostapi/live/MulticastSessionParameter.h"
 #include "hostapi/live/RTPStreamDispatcherMgr.h"

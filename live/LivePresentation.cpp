@@ -34,7 +34,7 @@ int LivePresentation::parse(int thirdPlatType, const std::string& url, std::stri
     result = (codec.operator->()->*form_.parse)(url);
     if (result != statusSuccess)
     {
-        // The line names parseMediaUrl whichever operation it was.
+        // The line deliberately names parseMediaUrl for every operation.
         std::printf("##########%s::parseMediaUrl objMediaUrl->parseMediaUrl error!!\n", form_.controllerName);
         return result;
     }
@@ -50,7 +50,7 @@ int LivePresentation::parse(int thirdPlatType, const std::string& url, std::stri
 
 int LivePresentation::describe(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out) const
 {
-    // A failure is printed with the name of parseMediaUrl here too, deliberately.
+    // A failure is deliberately printed with the name of parseMediaUrl here too.
     ControllerCodec codec(form_.controllerName);
     int result = codec.create(thirdPlatType, fields_.mediaUrl);
     if (result != statusSuccess)
@@ -64,7 +64,7 @@ int LivePresentation::describe(int thirdPlatType, bool mediaInfoFlag, MediaInfo&
     tool.setDeviceInfoEx(fields_.deviceInfo);
     tool.setDeviceExAbility(fields_.deviceAbility);
     tool.setMediaUrl(canonicalUrl);
-    // The codec's own number, not the one that its factory is registered under.
+    // The codec's own number, not the one under which its factory is registered.
     tool.setThirdPlatType(codec->getThirdPlatType());
     result = tool.createMediaInfo(fields_.mediaUrlParam.getCameraID(), fields_.mediaUrlParam.getStreamID(),
                                   out, mediaInfoFlag);

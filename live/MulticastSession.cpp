@@ -8,7 +8,7 @@
 namespace
 {
 
-// What a search that found nothing is printed with, whatever the operation returns then.
+// The code printed for a search that found nothing, whatever the operation returns.
 const int nothingFound = 0;
 
 }  // namespace
@@ -40,7 +40,7 @@ int MulticastSession::noteMember(const std::string& sessionId, const std::string
     {
         const SafePointer<MulticastSessionParameter> fresh(new MulticastSessionParameter);
         fresh->setMulticastSessionId(id_);
-        // Its result is not asked for: whether the record is there shows at once.
+        // Its result is ignored: the next step finds out whether the record exists.
         dispatcher_->addMulticastSessionParam(fresh);
     }
     SafePointer<MulticastSessionParameter> record;
@@ -100,7 +100,7 @@ int MulticastSession::findTrackOfMember(const std::string& sessionId, const std:
 
 int MulticastSession::endTracks(const SafePointer<MulticastSessionParameter>& record) const
 {
-    // A list of our own, because a host's getters of it and of its tracks need not be const.
+    // A copy, because a host's getters of the list and of its tracks need not be const.
     auto tracks = record->getTrackParamList();
     for (TrackParam& track : tracks)
     {
@@ -118,7 +118,7 @@ void MulticastSession::printFailure(const char* step, int result)
     std::printf("OVMulticastLiveController %s Fail!, return nRet = %d\n", step, result);
 }
 
-// Also for records that cannot be fetched or stored: the line then names this step nevertheless.
+// Deliberately printed for records that cannot be fetched or stored too.
 void MulticastSession::printRecordFailure(int result)
 {
     printFailure("generateMulticastSessionId", result);

@@ -128,7 +128,7 @@ int OVLiveController::stop(const std::string& sessionId, const std::string& trac
     {
         return talkBack.stop(sessionId);
     }
-    // A track that the dispatcher does not know is as good as ended.
+    // A track that the dispatcher does not know has ended already.
     RTPStreamDispatcherMgr::getInstance()->deleteRTPConnection(streamKey, sessionId, trackId);
     return statusSuccess;
 }
@@ -153,7 +153,7 @@ int OVLiveController::getTrackSSRC(const std::string& sessionId, const std::stri
     {
         return talkBack.getTrackSSRC(sessionId, ssrc);
     }
-    // Without an SSRC the SETUP stands nevertheless; its answer only goes without.
+    // Without an SSRC the SETUP succeeds nevertheless; only its response lacks the SSRC.
     RTPStreamDispatcherMgr::getInstance()->getTrackSSRC(streamKey, sessionId, trackId, ssrc);
     return statusSuccess;
 }

@@ -131,7 +131,7 @@ int OVLiveController2::stop(const std::string& sessionId, const std::string& tra
     {
         return talkBack.stop(sessionId);
     }
-    // Before the deletion and whatever comes of it, deliberately: who reads the output counts these lines.
+    // Deliberately before the deletion and whatever its result: readers of the output count these lines.
     std::printf("stop %s/%s success\n", mediaUrl.c_str(), trackId.c_str());
     return LiveDispatcherMgr::getInstance()->deleteSessionConection(sessionId, trackId);
 }

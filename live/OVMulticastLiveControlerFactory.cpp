@@ -13,7 +13,7 @@ const char* const unit = "OVMulticastLiveControlerFactory";
 
 OVMulticastLiveControlerFactory::OVMulticastLiveControlerFactory() : thirdPlatType(0)
 {
-    // The unicast factories do without; hosts see the difference.
+    // Deliberate: the unicast factories do not do this, and hosts can observe the difference.
     mutex.Init();
 }
 

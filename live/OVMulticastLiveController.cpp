@@ -141,7 +141,7 @@ int OVMulticastLiveController::pause(const std::string& sessionId, const std::st
     {
         return result;
     }
-    // From here on nothing is printed, deliberately.
+    // Deliberately, nothing is printed from here on.
     if (!dispatcher->findMulticastSessionId(session.id()))
     {
         return statusNotFound;

@@ -3,8 +3,8 @@
 namespace
 {
 
-// Values of IConnection::transportKind. The library's own, so that it needs no more of a host's header than
-// that field.
+// Values of IConnection::transportKind. Defined here, so that the library needs only that field of a host's
+// header.
 enum Kind
 {
     interleavedTcp = 1,
@@ -12,7 +12,7 @@ enum Kind
     udpMulticast = 3,
 };
 
-// Room below the payload for the headers of RTP, UDP and IP, with their extensions.
+// Bytes reserved for the headers of RTP, UDP and IP with their extensions.
 const int headerRoom = 76;
 
 }  // namespace

@@ -39,8 +39,8 @@ int ControllerCodec::createCodec()
     const int result = factory_->createMediaUrl(codec_);
     if (result != statusSuccess)
     {
-        // The line says createMedia where the operation is createMediaUrl; who reads the output looks for it
-        // so.
+        // Deliberately createMedia although the operation is createMediaUrl: readers of the output search for
+        // it.
         std::printf("##########%s::parseMediaUrl objMediaUrlFactory->createMedia error!!\n", controllerName_);
     }
     return result;

@@ -1,4 +1,4 @@
-// The handles that the library makes of codecs, for hosts to bind to.
+// Instantiations of the codecs' handles, for hosts to bind to.
 #include "mediaurl/IMediaUrl.h"
 #include "mediaurl/IMediaUrlFactory.h"
 #include "mediaurl/MediaUrlFactoryMap.h"

@@ -24,7 +24,7 @@ OrvaneMediaUrl::~OrvaneMediaUrl() noexcept(false) = default;
 
 int OrvaneMediaUrl::parseMediaUrl(const std::string& url)
 {
-    // Before any check, deliberately: the prefix says what was requested, not what was found.
+    // Deliberately before any check: the prefix names the requested form, even when parsing fails.
     std::string prefix(livePrefix);
     objMediaUrlParam.setMediaUrlPrefix(prefix);
 
@@ -43,7 +43,7 @@ int OrvaneMediaUrl::parseMediaUrl(const std::string& url)
     {
         return statusNotFound;
     }
-    // Only here, so that a failed parse leaves both as they were.
+    // Only here, so that a failed parse changes neither.
     objMediaUrlParam.setCameraID(camera);
     objMediaUrlParam.setStreamID(stream);
     return statusSuccess;
@@ -83,7 +83,7 @@ int OrvaneMediaUrl::parsePlaybackMediaUrl(const std::string& url)
     {
         return statusNotFound;
     }
-    // Unlike the live form, deliberately before the rest is checked.
+    // Deliberately before the rest is checked, unlike in the live form.
     objMediaUrlParam.setCameraID(camera);
 
     if (!scanner.readField(fieldSeparator))
@@ -96,7 +96,7 @@ int OrvaneMediaUrl::parsePlaybackMediaUrl(const std::string& url)
     {
         return statusNotFound;
     }
-    // The digit check is the only one: times are not bounded, nor need the end follow the begin.
+    // Digits are the only check: times are not bounded, and the end may precede the begin.
     double begin = 0.0;
     double end = 0.0;
     DataConverter::convert(beginText, begin);

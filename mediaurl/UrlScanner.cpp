@@ -4,7 +4,7 @@
 
 bool UrlScanner::skipTo(const char* key, std::size_t length)
 {
-    // std::string::find() does the same with one call more for every candidate.
+    // std::string::find() makes one more call per candidate.
     const char* at = next_;
     while (static_cast<std::size_t>(end_ - at) > length)
     {

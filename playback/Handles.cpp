@@ -1,4 +1,4 @@
-// The handles that playback makes, for hosts to bind to.
+// Instantiations of playback's handles, for hosts to bind to.
 #include "hostapi/playback/IMediaSource.h"
 #include "hostapi/playback/OVAVPlayBackSource.h"
 #include "hostapi/playback/RTPPlayBackDispacher.h"

@@ -15,7 +15,7 @@ namespace
 
 const char* const unit = "OVPlayBack";
 
-// The lines by which the mutex's diagnostics know the guards of this class.
+// The lines by which the mutex's diagnostics recognise the guards of this class.
 enum GuardLine
 {
     guardPlay = 104,
@@ -29,7 +29,7 @@ enum ElementaryStreamType
     audioStream = 2,
 };
 
-const int encoderType = 103;  // the talk-back's default, too
+const int encoderType = 103;  // also the default of talk-back
 const int rtcpTimeoutSeconds = 60;
 const int rtcpIntervalSeconds = 5;
 
@@ -55,7 +55,7 @@ int OVPlayBack::init(const DeviceInfoEx& device, const DeviceExAbility& ability,
     firstTrackId = names.getTrackIDByESStreamType(platType, videoStream, false, encoderType);
     secondTrackId = names.getTrackIDByESStreamType(platType, audioStream, false, encoderType);
 
-    // A copy, because a host's getters of it need not be const.
+    // A copy, because its getters in a host need not be const.
     DeviceInfoEx recorder;
     recorder = device;
     RecordInfo record;
@@ -79,7 +79,7 @@ int OVPlayBack::init(const DeviceInfoEx& device, const DeviceExAbility& ability,
     const int result = dispatcher->start();
     if (result != statusSuccess)
     {
-        // Other names than the operation's and the class's; who reads the output looks for it so.
+        // Deliberately other names than the operation's and the class's: readers of the output search for them.
         std::puts("OVPlayBack->initInstance PRTPStreamDispatcher start Fail!");
     }
     return result;
@@ -132,7 +132,7 @@ int OVPlayBack::play(const std::string& sessionId, const std::string& trackId)
     {
         return result;
     }
-    // Only now, deliberately: a track that is none of the two is the dispatcher's to judge first.
+    // Deliberately after the call: the dispatcher decides first about a track that is neither of the two.
     bool* const playing = playingFlagOf(trackId);
     if (playing == nullptr)
     {
@@ -172,7 +172,7 @@ int OVPlayBack::stop(const std::string& sessionId, const std::string& trackId)
         return statusNotFound;
     }
     *playing = false;
-    // A track that the dispatcher does not know is as good as ended.
+    // A track that the dispatcher does not know has ended already.
     dispatcher->deleteSessionConnection(sessionId, trackId);
     return statusSuccess;
 }

@@ -15,10 +15,10 @@ namespace
 {
 
 const char* const unit = "OVPlaybackController";
-// Another class's name in what is printed, deliberately: who reads the output looks for it so.
+// Deliberately another class's name in printed lines: readers of the output search for it.
 const char* const printedName = "OVPlayBack";
 
-// The lines by which the mutex's diagnostics know the guards of this class.
+// The lines by which the mutex's diagnostics recognise the guards of this class.
 enum GuardLine
 {
     guardInitInstance = 29,
@@ -91,7 +91,7 @@ int OVPlaybackController::createMediaInfo()
     tool.setDeviceInfoEx(deviceInfo);
     tool.setDeviceExAbility(deviceAbility);
     tool.setMediaUrl(canonicalUrl);
-    // The codec's own number, not the one that its factory is registered under.
+    // The codec's own number, not the one under which its factory is registered.
     tool.setThirdPlatType(codec->getThirdPlatType());
     result = tool.createPlaybackMediaInfo(recordInfo(), mediaInfo);
     if (result != statusSuccess)
@@ -128,7 +128,7 @@ int OVPlaybackController::setup(const std::string& sessionId, const std::string&
                                 const SafePointer<IConnection>& connection)
 {
     const SafePointer<RTPPlayBackDispacherMgr> dispatcher = RTPPlayBackDispacherMgr::getInstance();
-    // What it cannot use shows in setup(), which fails then.
+    // The result is ignored: setup() fails for a description that the dispatcher cannot use.
     dispatcher->setMediaInfo(mediaInfo);
     const int result = dispatcher->initDispatcher(sessionId, deviceInfo, deviceAbility, recordInfo());
     if (result != statusSuccess)

@@ -9,7 +9,7 @@ namespace
 
 const char* const unit = "OVPlaybackControllerFactory";
 
-// The lines by which the mutex's diagnostics know the guards of this class.
+// The lines by which the mutex's diagnostics recognise the guards of this class.
 enum GuardLine
 {
     guardSetDeviceInfo = 19,

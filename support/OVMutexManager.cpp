@@ -3,7 +3,7 @@
 namespace
 {
 
-// Every guard unlocks with this one pair, whoever locked: the mutex's diagnostics know guards by it.
+// Every guard unlocks with this pair, whatever the call site: the mutex's diagnostics recognise guards by it.
 const char* const unlockFile = "OVMutexManager.h";
 const int unlockLine = 71;
 
