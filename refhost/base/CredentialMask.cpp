@@ -93,12 +93,12 @@ std::size_t secretLength(std::string_view text, std::size_t position)
         return 0;
     }
     end = skipBack(end - 1, " ");
-    std::size_t begin = end;
-    while (begin > 0 && end - begin <= maxSecretName && isWordCharacter(text[begin - 1]))
+    std::size_t start = end;
+    while (start > 0 && end - start <= maxSecretName && isWordCharacter(text[start - 1]))
     {
-        --begin;
+        --start;
     }
-    const std::string_view name = text.substr(begin, end - begin);
+    const std::string_view name = text.substr(start, end - start);
     const bool secret =
         std::any_of(secretNames.begin(), secretNames.end(),
                     [name](std::string_view known) { return equalsIgnoringCase(name, known); });
@@ -241,8 +241,8 @@ std::string CredentialMask::maskUrl(std::string_view url)
     {
         return mask(url);
     }
-    const std::size_t begin = hidden.data() - url.data();
-    return std::string(url.substr(0, begin)) + "***" + mask(url.substr(begin + hidden.size()));
+    const std::size_t start = hidden.data() - url.data();
+    return std::string(url.substr(0, start)) + "***" + mask(url.substr(start + hidden.size()));
 }
 
 void CredentialMask::hide(std::string_view secret)

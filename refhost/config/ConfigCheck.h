@@ -22,7 +22,7 @@ public:
     template <typename Section>
     static std::string assign(const NumberSetting<Section>& setting, std::int64_t value, Section& out)
     {
-        const std::string problem = number(value, setting.min, setting.max, setting.step);
+        std::string problem = number(value, setting.min, setting.max, setting.step);
         if (problem.empty())
         {
             setting.value.in(out) = static_cast<int>(value);
@@ -33,7 +33,7 @@ public:
     template <typename Section>
     static std::string assign(const ChoiceSetting<Section>& setting, const std::string& value, Section& out)
     {
-        const std::string problem = choice(value, setting.choices);
+        std::string problem = choice(value, setting.choices);
         if (problem.empty())
         {
             setting.set(out, value);
@@ -44,7 +44,7 @@ public:
     template <typename Section>
     static std::string assign(const TextSetting<Section>& setting, const std::string& value, Section& out)
     {
-        const std::string problem = text(value, setting.kind);
+        std::string problem = text(value, setting.kind);
         if (problem.empty())
         {
             setting.value.in(out) = value;

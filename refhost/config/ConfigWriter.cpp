@@ -152,10 +152,10 @@ std::string comment(const std::string& indent, const std::string& text)
         const std::string word = text.substr(position, blank - position);
         if (!line.empty() && indent.size() + 2 + line.size() + 1 + word.size() > width)
         {
-            out += indent + "# " + line + "\n";
+            out.append(indent).append("# ").append(line).append("\n");
             line.clear();
         }
-        line += (line.empty() ? "" : " ") + word;
+        line.append(line.empty() ? "" : " ").append(word);
         position = blank + 1;
     }
     return out + indent + "# " + line + "\n";

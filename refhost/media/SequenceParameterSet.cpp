@@ -294,7 +294,7 @@ std::optional<SequenceParameterSet> SequenceParameterSet::readH265(const std::ui
     }
     if (subLayers > 0)
     {
-        reader.skip(2 * (8 - subLayers));
+        reader.skip(std::size_t{2} * (8 - subLayers));
     }
     for (std::uint32_t i = 0; i < subLayers; ++i)
     {

@@ -219,7 +219,7 @@ void EventLoop::Impl::dispatch(const epoll_event* events, int count)
         {
             continue;
         }
-        // Events that an earlier handler of the batch has stopped watching are not reported.
+        // Events that an earlier handler of the batch stopped watching are not reported.
         const std::uint32_t happened = fromEpoll(events[i].events) & (watch->events | hungUp);
         if (happened == 0)
         {

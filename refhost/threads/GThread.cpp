@@ -55,6 +55,8 @@ struct GThread::Body
     std::thread thread OV_GUARDED_BY(control);
 };
 
+// By value: the host contract has this signature.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 GThread::GThread(function<int> run, const std::string& name, function<int> before, function<int> after)
     : body_(new Body)
 {
