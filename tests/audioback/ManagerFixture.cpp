@@ -38,7 +38,7 @@ void ManagerFixture::openPlayer()
 
 bool ManagerFixture::playerOpened()
 {
-    // An open output is closed for a new encoder type, a closed one only receives it.
+    // A new encoder type closes and reopens an open output; a closed one only gets the type.
     host_.clearCalls();
     host_.script("IMediaPlayer::open", {0});
     manager_->setEncoderType(103);

@@ -28,7 +28,7 @@ protected:
     void addPlaying(const std::string& sessionId);
     /// Opens the output as the worker does, with the sessions there are; the log starts again behind it.
     void openPlayer();
-    /// Whether the manager takes its output for open.
+    /// Whether the manager considers its output open.
     bool playerOpened();
     static SafePointer<IConnection> connection(int kind = 1);
 

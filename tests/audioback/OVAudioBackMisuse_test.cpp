@@ -1,5 +1,4 @@
-// What the release of a session's dispatcher finds wrong, surfaces from every operation that removes
-// sessions.
+// A misuse found by the release of a session's dispatcher is thrown by every operation that removes sessions.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -20,9 +19,9 @@ struct Removal
 {
     const char* name;
     std::function<void(OVAudioBackDispatcherMgr&)> remove;
-    /// Whether it asks for playing sessions whose dispatchers fail, and in which operation.
+    /// Whether it needs playing sessions whose dispatchers fail, and in which operation.
     const char* failingOperation;
-    /// What it prints although it does not come to an end.
+    /// Its output although it does not complete.
     const char* printed;
 };
 

@@ -19,7 +19,7 @@ protected:
 
 }  // namespace
 
-TEST_F(OVAudioBackSessions, InitSessionMakesADispatcherOnTheOutputAndReportsTheCount)
+TEST_F(OVAudioBackSessions, InitSessionCreatesADispatcherOnTheOutputAndPrintsTheCount)
 {
     CapturedOutput output;
     EXPECT_EQ(0, manager_->initSession("s1", "track", track_, 1200));

@@ -27,7 +27,7 @@ TEST_F(OVAudioBackSettings, MtuIs1440AtFirstAndIsKeptByReference)
     EXPECT_EQ(1440, manager_->getMTUParam().getMTUValue());
 }
 
-TEST_F(OVAudioBackSettings, EncoderTypeIsPassedToAClosedOutputWithoutOpeningIt)
+TEST_F(OVAudioBackSettings, EncoderTypeIsOnlyPassedToAClosedOutput)
 {
     EXPECT_EQ(0, manager_->setEncoderType(8));
     EXPECT_EQ((Calls{"IMediaPlayer::setEncoderType(8)"}), host_.calls());

@@ -19,7 +19,7 @@ class OVAudioBackThread : public ManagerWithPlayer
 protected:
     ~OVAudioBackThread() noexcept override {}
 
-    // In which order the table lets go of its dispatchers is nobody's business.
+    // The order in which the table releases its dispatchers is not specified.
     Calls callsButDestructions() const
     {
         Calls calls = host_.calls();
@@ -54,7 +54,7 @@ void leaveRunning()
 
 }  // namespace
 
-TEST_F(OVAudioBackThread, StartRunsTheWorkerAndReportsIt)
+TEST_F(OVAudioBackThread, StartRunsTheWorkerAndPrintsIt)
 {
     host_.runThreads(false);
     CapturedOutput output;
@@ -78,7 +78,7 @@ TEST_F(OVAudioBackThread, StartOfARunningWorkerSucceedsSilently)
     EXPECT_EQ(1u, host_.callCount("GThread::start"));
 }
 
-TEST_F(OVAudioBackThread, StartThatMakesNoThreadIsReportedAndMayBeTriedAgain)
+TEST_F(OVAudioBackThread, StartWithoutAThreadIsReportedAndMayBeRetried)
 {
     host_.runThreads(false);
     host_.script("GThread::start", {0});
@@ -92,7 +92,7 @@ TEST_F(OVAudioBackThread, StartThatMakesNoThreadIsReportedAndMayBeTriedAgain)
         output.text());
 }
 
-TEST_F(OVAudioBackThread, WorkerServesAgainAndAgainUntilStop)
+TEST_F(OVAudioBackThread, WorkerServesRepeatedlyUntilStop)
 {
     host_.recordCalls(false);
     CapturedOutput output;

@@ -231,7 +231,7 @@ TEST_F(OVAudioBackWorker, ProcessPlayerThatFailsToOpenLeavesTheOutputClosed)
     EXPECT_FALSE(playerOpened());
 }
 
-TEST_F(OVAudioBackWorker, NobodyPlaysInAnEmptyTable)
+TEST_F(OVAudioBackWorker, NoSessionPlaysInAnEmptyTable)
 {
     EXPECT_EQ(1, manager_->private_IsPauseAllAudio());
     addPlaying("s1");

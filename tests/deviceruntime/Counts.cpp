@@ -23,7 +23,7 @@ struct Record : ref_count
     mutable std::atomic<int> holders{0};
 };
 
-// One lock for all records' addresses; a record stays for good.
+// One lock for all records' addresses; records are never freed.
 struct Table : RefCountManager
 {
     std::mutex mutex;

@@ -3,7 +3,7 @@
 #include <mutex>
 #include <string>
 
-/// The library's calls of the runtime, as text, in their order: one or more words per call. Threads: any.
+/// The library's calls to the runtime as text, in order, one or more words per call. Threads: any.
 class DeviceCalls
 {
 public:

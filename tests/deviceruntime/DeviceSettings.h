@@ -9,7 +9,7 @@
 #include "hostapi/device/DeviceInfoEx.h"
 #include "hostapi/live/MulticastSessionParameter.h"
 
-/// The runtime's own operations on records of which only it knows the fields.
+/// Access of the runtime to records whose layout is its own.
 class DeviceSettings
 {
 public:

@@ -26,7 +26,7 @@ int done(const std::string& call)
     return 0;
 }
 
-int giveSsrc(int& ssrc)
+int returnSsrc(int& ssrc)
 {
     ssrc = ssrcOfAll;
     return done("ssrc");
@@ -86,7 +86,7 @@ int RTPStreamDispatcherMgr::deleteRTPConnection(Text, Text, Text)
 }
 int RTPStreamDispatcherMgr::getTrackSSRC(Text, Text, Text, int& ssrc)
 {
-    return giveSsrc(ssrc);
+    return returnSsrc(ssrc);
 }
 
 int MulticastSessionToken::generateMulticastSessionId(int camera, int stream, std::string& id)
@@ -133,7 +133,7 @@ int LiveDispatcherMgr::deleteSessionConection(Text session, Text)
 }
 int LiveDispatcherMgr::getTrackSSRC(Text, Text, int& ssrc)
 {
-    return giveSsrc(ssrc);
+    return returnSsrc(ssrc);
 }
 bool LiveDispatcherMgr::findMulticastSessionId(Text id)
 {
@@ -219,7 +219,7 @@ int RTPPlayBackDispacher::getCurPlayRange(Text, Text, double&, double&)
 }
 int RTPPlayBackDispacher::getTrackSSRC(Text, Text, int& ssrc)
 {
-    return giveSsrc(ssrc);
+    return returnSsrc(ssrc);
 }
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the host contract
 int RTPPlayBackDispacher::getConnectionState(std::string, std::string, bool& connected)
@@ -284,7 +284,7 @@ int RTPPlayBackDispacherMgr::setSpeed(Text, Text, double, double)
 }
 int RTPPlayBackDispacherMgr::getTrackSSRC(Text, Text, int& ssrc)
 {
-    return giveSsrc(ssrc);
+    return returnSsrc(ssrc);
 }
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the host contract
 int RTPPlayBackDispacherMgr::getConnectionState(std::string, std::string, bool& connected)
@@ -331,7 +331,7 @@ bool AudioDispatcher::isPlaying()
 }
 int AudioDispatcher::getTrackSSRC(int& ssrc)
 {
-    return giveSsrc(ssrc);
+    return returnSsrc(ssrc);
 }
 int AudioDispatcher::recvAndPlayMediaData(bool&)
 {

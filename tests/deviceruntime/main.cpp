@@ -1,5 +1,5 @@
-// Runs a session of each kind on a runtime that offers what devices offer, and prints every deviation. Exits with 0
-// without any.
+// Runs a session of each kind on a runtime that offers what devices offer, and prints every deviation. Exits
+// with 0 when there is none.
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>

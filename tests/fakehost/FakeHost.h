@@ -33,8 +33,8 @@ public:
         int locksHeld;
     };
 
-    /// What a scripted call does: its result, and where the operation has a player-fault flag, whether it
-    /// sets it.
+    /// Outcome of a scripted call: its result and, for operations with a player-fault flag, whether it sets
+    /// the flag.
     struct Outcome
     {
         Outcome(int code) : result(code)  // NOLINT: a plain code is the common case in scripts
@@ -48,7 +48,7 @@ public:
 
     static FakeHost& instance();
 
-    /// Back to the start: empty log, no scripts, clock at 0, numbering from 1. What lives stays alive.
+    /// Resets the host: empty log, no scripts, clock at 0, numbering from 1. Living objects stay alive.
     void reset();
 
     // --- the log ------------------------------------------------------------------------------------------
@@ -59,7 +59,7 @@ public:
     void recordLocks(bool on);
     /// Texts of the calls so far in order.
     std::vector<std::string> calls() const;
-    /// The calls so far with all that is known of them.
+    /// The calls so far with all details.
     std::vector<Call> callDetails() const;
     /// How many of the calls have this name; with or without number.
     std::size_t callCount(const std::string& name) const;
@@ -67,9 +67,9 @@ public:
 
     // --- scripts ------------------------------------------------------------------------------------------
 
-    /// The next calls of this name end so, one after the other; then again as without a script.
+    /// The next calls of this name have these outcomes in order; later ones are not scripted.
     void script(const std::string& name, const std::vector<Outcome>& outcomes);
-    /// Every call of this name ends so from now on; a queue of script() goes first.
+    /// Every call of this name has this outcome from now on, after those queued by script().
     void always(const std::string& name, const Outcome& outcome);
     /// The nth call from now (1 is the next) among all calls that can fail ends with `code`, whatever its
     /// name.
@@ -113,11 +113,11 @@ public:
     /// Records a call that has no result.
     void called(const char* className, int number, const char* operation, const std::string& arguments);
     void called(const char* className, int number, const char* operation);
-    /// Records a call and returns its result. `usual` is the result without a script.
+    /// Records a call and returns its outcome. `usual` is the result without a script.
     Outcome outcomeOf(const char* className, int number, const char* operation, const std::string& arguments,
                       int usual);
     Outcome outcomeOf(const char* className, int number, const char* operation, int usual);
-    /// True while nobody wants to know arguments, so that a caller need not build their text.
+    /// True while arguments are not recorded, so that callers need not build their text.
     bool isQuiet() const;
     void born(const char* className);
     void died(const char* className);

@@ -1,6 +1,6 @@
 #pragma once
 
-/// What tests do with the sessions and records of the fake host's LiveDispatcherMgr beside calling it.
+/// Access of tests to the sessions and records of the fake host's LiveDispatcherMgr.
 class FakeLiveSessions
 {
 public:

@@ -9,7 +9,7 @@
 #include "hostapi/device/IConnection.h"
 #include "support/SafePointer.h"
 
-/// The tracks of the fake host's playback dispatchers, and the log of what is asked of them.
+/// The tracks of the fake host's playback dispatchers, and the log of calls to them.
 /// Threads: any.
 class FakePlaybackTracks
 {

@@ -1,9 +1,9 @@
 #pragma once
 
-/// Codes that the fake host returns of its own accord. They keep clear of every code the library knows.
+/// Codes that the fake host returns itself. They differ from every code that the library uses.
 enum FakeStatus
 {
-    /// The dispatcher knows no such track of such a session.
+    /// The dispatcher has no such session or track.
     fakeTrackUnknown = -904,
     /// The playback dispatcher has no source, or was not started.
     fakeNotStarted = -905,

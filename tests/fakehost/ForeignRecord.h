@@ -4,8 +4,8 @@
 #include "support/SafePointer.h"
 #include "tests/fakehost/RefCountInspector.h"
 
-/// The count record of an object that was made to claim another one, as memory that was overwritten does: the
-/// release of the object's handle throws then. Mended at the end.
+/// Makes the count record of an object belong to another one, as overwritten memory would: the release of the
+/// object's handle throws then. Restored by the destructor.
 class ForeignRecord
 {
 public:

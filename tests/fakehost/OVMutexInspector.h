@@ -4,7 +4,7 @@
 
 class OVMutex;
 
-/// What tests of locking look at in the fake host's mutexes.
+/// Access of tests to the state of the fake host's mutexes.
 class OVMutexInspector
 {
 public:

@@ -76,7 +76,7 @@ int RTPPlayBackDispacher::start()
 
 MTUParam& RTPPlayBackDispacher::getMTUParam()
 {
-    // Its script has the MTU: nobody else reaches the dispatcher of a session.
+    // The MTU is scripted: tests cannot reach the dispatcher of a session.
     impl_->mtu.setMTUValue(impl_->tracks.outcomeOf("getMTUParam", std::string(), defaultMtu));
     return impl_->mtu;
 }

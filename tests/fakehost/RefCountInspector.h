@@ -4,7 +4,7 @@
 
 class ref_count;
 
-/// What tests of handles look at and break in the fake host's count records.
+/// Access of tests to the fake host's count records, to inspect and to corrupt them.
 class RefCountInspector
 {
 public:

@@ -40,8 +40,8 @@ FakeRecord* fake(ref_count* record)
     return static_cast<FakeRecord*>(record);
 }
 
-// Lock order: a record's own lock, then the table's mutex. Only a record in no use (fresh, or from the free
-// list, where nobody keeps the lock for longer than a look) is locked in the opposite order.
+// Lock order: a record's own lock, then the table's mutex. Only an unused record (new, or from the free list,
+// where its lock is held for moments only) is locked in the reverse order.
 struct FakeTable : RefCountManager
 {
     static FakeTable& instance()
@@ -60,8 +60,8 @@ struct FakeTable : RefCountManager
         {
             return 1;
         }
-        // From here on the address may be another object's: the allocator gives it away before the record is
-        // back.
+        // From here on the address may belong to another object: the allocator may reuse it before the record
+        // is returned.
         byObject.erase(last->object);
         return 0;
     }

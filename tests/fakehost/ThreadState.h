@@ -4,7 +4,7 @@
 
 #include "hostapi/threads/OVThread.h"
 
-/// What the fake host knows of one thread.
+/// State of one thread of the fake host.
 struct OVThread::State
 {
     std::atomic<bool> running{false};

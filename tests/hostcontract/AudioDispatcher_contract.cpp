@@ -62,7 +62,7 @@ TEST(AudioDispatcherContract, CanBeMadeWithoutAPlayer)
     EXPECT_FALSE(dispatcher->isPlaying());
 }
 
-TEST(AudioDispatcherContract, LetsGoOfThePlayerWhenItEnds)
+TEST(AudioDispatcherContract, ReleasesThePlayerWhenDestroyed)
 {
     int living = 0;
     {
@@ -110,7 +110,7 @@ TEST(AudioDispatcherContract, SsrcIsWrittenOnSuccessOnly)
     }
 }
 
-TEST(AudioDispatcherContract, AQuietClientKeepsItsSession)
+TEST(AudioDispatcherContract, SilentClientKeepsItsSession)
 {
     const SafePointer<AudioDispatcher> dispatcher = makeDispatcher();
     ASSERT_EQ(0, dispatcher->initRTBBuilder(backChannel(), 1364));
@@ -130,7 +130,7 @@ TEST(AudioDispatcherContract, AQuietClientKeepsItsSession)
     }
 }
 
-TEST(AudioDispatcherContract, FaultFlagIsNeverTakenBack)
+TEST(AudioDispatcherContract, FaultFlagIsNeverCleared)
 {
     const SafePointer<AudioDispatcher> dispatcher = makeDispatcher();
     bool fault = true;

@@ -102,7 +102,7 @@ TEST(GThreadContract, DoesNotRunBeforeStart)
     EXPECT_EQ(0, runs.count());
 }
 
-TEST(GThreadContract, CallsTheBodyAgainAndAgainWhateverItReturns)
+TEST(GThreadContract, CallsTheBodyRepeatedlyWhateverItReturns)
 {
     Counter runs;
     const SafePointer<GThread> thread = makeThread(counting(runs, -1));
@@ -240,7 +240,7 @@ TEST(GThreadContract, StopWithoutARunningThreadDoesNothing)
     EXPECT_FALSE(thread->IsRunning());
 }
 
-TEST(GThreadContract, BodyMayAskForTheEndItself)
+TEST(GThreadContract, BodyMayStopItsThread)
 {
     Counter runs;
     Counter after;

@@ -8,7 +8,7 @@
 #include "hostapi/device/IConnection.h"
 #include "support/SafePointer.h"
 
-/// What the contract suite needs of a host that the host contract does not offer: one definition per host.
+/// What the contract suite needs from a host beyond the host contract: one definition per host.
 class HostUnderTest
 {
 public:
@@ -16,18 +16,18 @@ public:
     static void prepareStreams();
     static void dropStreams();
 
-    /// Makes the description of a stream fail. \param[out] cameraId, streamId  the stream to ask for
+    /// Makes the description of a stream fail. \param[out] cameraId, streamId  the stream to describe
     static void prepareFailingStream(int& cameraId, int& streamId);
 
-    /// Makes the description of a recording fail; dropStreams() makes it good again.
-    /// \param[out] record  the recording to ask for
+    /// Makes the description of a recording fail until dropStreams().
+    /// \param[out] record  the recording to describe
     static void prepareFailingRecording(RecordInfo& record);
 
     /// A connection that the host's dispatchers take, of kind IConnection::udpUnicast.
     static SafePointer<IConnection> makeConnection();
-    /// How many of those exist.
+    /// Number of those connections.
     static int livingConnections();
 
-    /// The clock that OrvaneTime::wait() lets pass.
+    /// The clock that OrvaneTime::wait() advances.
     static std::chrono::microseconds now();
 };

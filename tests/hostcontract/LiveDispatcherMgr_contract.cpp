@@ -73,7 +73,7 @@ protected:
 
 }  // namespace
 
-TEST_F(LiveDispatcherContract, InstanceIsOneAndEachHandleIsNew)
+TEST_F(LiveDispatcherContract, InstanceIsSharedAndEachHandleIsNew)
 {
     const SafePointer<LiveDispatcherMgr> one = dispatcher();
     const SafePointer<LiveDispatcherMgr> again = dispatcher();
@@ -181,7 +181,7 @@ TEST_F(LiveDispatcherContract, ConnectionIsKeptUntilTheTrackEnds)
     EXPECT_EQ(0, HostUnderTest::livingConnections());
 }
 
-TEST_F(LiveDispatcherContract, FurtherConnectionTakesThePlaceOfTheFormerAndTheTrackGoesOn)
+TEST_F(LiveDispatcherContract, FurtherConnectionReplacesTheFormerAndTheTrackContinues)
 {
     ASSERT_EQ(0, setUp(session, videoTrack));
     ASSERT_EQ(0, dispatcher()->play(session, videoTrack));
@@ -234,7 +234,7 @@ TEST_F(LiveDispatcherContract, EndOfOneSessionLeavesTheOthers)
     EXPECT_EQ(0, dispatcher()->play(other, videoTrack));
 }
 
-TEST_F(LiveDispatcherContract, SessionsComeAndGoFromManyThreads)
+TEST_F(LiveDispatcherContract, SessionsMayBeCreatedAndEndedFromManyThreads)
 {
     std::vector<std::thread> clients;
     for (int client = 0; client < 4; ++client)

@@ -78,7 +78,7 @@ TEST_F(MediaInfoToolContract, BackChannelIsNotDescribedWithoutTheAbility)
     }
 }
 
-TEST_F(MediaInfoToolContract, FailureLeavesTheOutRecordAsItWas)
+TEST_F(MediaInfoToolContract, FailureLeavesTheOutRecordUnchanged)
 {
     int camera = 0;
     int stream = 0;

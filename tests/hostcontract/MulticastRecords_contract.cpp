@@ -65,7 +65,7 @@ TEST_F(MulticastRecords, AreFoundFromTheirAdditionUntilTheirDeletion)
     EXPECT_FALSE(dispatcher_->findMulticastSessionId(group));
 }
 
-TEST_F(MulticastRecords, UnknownOneLeavesTheHandleAsItWas)
+TEST_F(MulticastRecords, UnknownIdLeavesTheHandleUnchanged)
 {
     Record param;
     EXPECT_NE(0, dispatcher_->getMulticastSessionParam(group, param));
@@ -101,7 +101,7 @@ TEST_F(MulticastRecords, StoredBackAreTheSameAsBefore)
     EXPECT_EQ((std::vector<std::string>{"one"}), again->getMemberSessionIdList());
 }
 
-TEST_F(MulticastRecords, AnotherOneOfTheSameIdTakesThePlace)
+TEST_F(MulticastRecords, RecordOfTheSameIdReplacesIt)
 {
     ASSERT_EQ(0, dispatcher_->addMulticastSessionParam(newRecord(group)));
     const Record second = newRecord(group);
@@ -129,7 +129,7 @@ TEST_F(MulticastRecords, AreApart)
     EXPECT_TRUE(dispatcher_->findMulticastSessionId(otherGroup));
 }
 
-TEST_F(MulticastRecords, SayNothingOfSessions)
+TEST_F(MulticastRecords, DoNotAffectSessions)
 {
     ASSERT_EQ(0, dispatcher_->addMulticastSessionParam(newRecord(group)));
     EXPECT_FALSE(dispatcher_->findSession(group));

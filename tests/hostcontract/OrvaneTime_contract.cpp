@@ -7,14 +7,14 @@
 
 using namespace std::chrono_literals;
 
-TEST(OrvaneTimeContract, KeepsWhatItWasMadeOf)
+TEST(OrvaneTimeContract, KeepsTheValuesItWasCreatedWith)
 {
     const OrvaneTime span(7, 999999);
     EXPECT_EQ(7, span.getSeconds());
     EXPECT_EQ(999999, span.getMicroseconds());
 }
 
-TEST(OrvaneTimeContract, WaitLetsTheWholeSpanPass)
+TEST(OrvaneTimeContract, WaitTakesTheWholeSpan)
 {
     const auto start = HostUnderTest::now();
     OrvaneTime::wait(OrvaneTime(0, 20000));

@@ -38,7 +38,7 @@ TEST(RecordInfoContract, IsEmptyAtFirst)
     EXPECT_EQ(0u, record.getRecordEndTime());
 }
 
-TEST(RecordInfoContract, KeepsItsValues)
+TEST(RecordInfoContract, KeepsTheValuesThatWereSet)
 {
     const RecordInfo record = sampleRecord();
     EXPECT_EQ(12, record.getCameraId());
@@ -57,7 +57,7 @@ TEST(RecordInfoContract, TimesHave32BitsWithoutSign)
     EXPECT_EQ(4294967294u, record.getRecordEndTime());
 }
 
-TEST(RecordInfoContract, NoTextIsAnEmptyOne)
+TEST(RecordInfoContract, NullTextIsEmpty)
 {
     RecordInfo record = sampleRecord();
     record.setDeviceId(nullptr);
@@ -66,7 +66,7 @@ TEST(RecordInfoContract, NoTextIsAnEmptyOne)
     EXPECT_STREQ("", record.getDeviceIP());
 }
 
-TEST(OVAVPlayBackSourceContract, ReturnsTheRecordThatItWasGiven)
+TEST(OVAVPlayBackSourceContract, ReturnsTheRecordThatWasSet)
 {
     OVAVPlayBackSource source;
     EXPECT_EQ(0, source.getRecordInfo().getCameraId());
@@ -103,7 +103,7 @@ TEST(ThirdPlatMgrContract, TracksThatNoRecordingHasAreWithoutName)
     EXPECT_EQ("", ThirdPlatMgr().getTrackIDByESStreamType(1, audio, true, encoder)) << "sent by a client";
 }
 
-TEST(PlaybackDescriptionContract, FailureLeavesTheOutRecordAsItWas)
+TEST(PlaybackDescriptionContract, FailureLeavesTheOutRecordUnchanged)
 {
     RecordInfo record = sampleRecord();
     HostUnderTest::prepareFailingRecording(record);

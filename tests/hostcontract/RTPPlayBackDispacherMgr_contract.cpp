@@ -24,7 +24,7 @@ MediaInfo described()
     return info;
 }
 
-/// What is promised whether there is recorded media or not.
+/// The contract that holds with and without recorded media.
 class PlaybackDispatchContract : public testing::Test
 {
 protected:
@@ -81,7 +81,7 @@ protected:
 
 }  // namespace
 
-TEST_F(PlaybackDispatchContract, InstanceIsOneAndEachHandleIsNew)
+TEST_F(PlaybackDispatchContract, InstanceIsSharedAndEachHandleIsNew)
 {
     const SafePointer<RTPPlayBackDispacherMgr> one = dispatcher();
     const SafePointer<RTPPlayBackDispacherMgr> again = dispatcher();
@@ -89,7 +89,7 @@ TEST_F(PlaybackDispatchContract, InstanceIsOneAndEachHandleIsNew)
     EXPECT_EQ(one.operator->(), again.operator->());
 }
 
-TEST_F(PlaybackDispatchContract, UnknownTrackIsRefusedByEveryOperationAndAnswersStayAsTheyWere)
+TEST_F(PlaybackDispatchContract, UnknownTrackIsRefusedByEveryOperationAndOutputsAreUnchanged)
 {
     const auto refuses = [](const std::string& sessionId, const std::string& track)
     {
@@ -143,7 +143,7 @@ TEST_F(PlaybackDispatchContract, DescriptionHoldsForTheThreadThatGaveIt)
     EXPECT_EQ(0, dispatcher()->setup(session, video, HostUnderTest::makeConnection()));
 }
 
-TEST_F(PlaybackDispatchContract, FurtherTrackJoinsTheSessionThatIsThere)
+TEST_F(PlaybackDispatchContract, FurtherTrackJoinsTheExistingSession)
 {
     ASSERT_EQ(0, setUp(session, video));
     const int ssrc = ssrcOf(session, video);

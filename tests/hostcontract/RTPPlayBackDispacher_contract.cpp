@@ -18,7 +18,7 @@ const std::string audio = "trackID=1";
 constexpr int payloadSize = 1364;
 constexpr int untouched = 4711;
 
-/// What is promised whether there is recorded media or not.
+/// The contract that holds with and without recorded media.
 class PlaybackDispatcherContract : public testing::Test
 {
 protected:
@@ -98,7 +98,7 @@ TEST_F(PlaybackDispatcherContract, RefusesTracksUntilItIsStarted)
     EXPECT_NE(0, initBuilder(session, SampleTracks::video()));
 }
 
-TEST_F(PlaybackDispatcherContract, UnknownTrackIsRefusedByEveryOperationAndAnswersStayAsTheyWere)
+TEST_F(PlaybackDispatcherContract, UnknownTrackIsRefusedByEveryOperationAndOutputsAreUnchanged)
 {
     ASSERT_EQ(0, start());
     const auto refuses = [this](const std::string& sessionId, const std::string& track)
@@ -108,10 +108,10 @@ TEST_F(PlaybackDispatcherContract, UnknownTrackIsRefusedByEveryOperationAndAnswe
         EXPECT_NE(0, dispatcher_->pause(sessionId, track));
         EXPECT_NE(0, dispatcher_->setSpeed(sessionId, track, 1, 1));
         EXPECT_NE(0, dispatcher_->deleteSessionConnection(sessionId, track));
-        double begin = untouched;
+        double start = untouched;
         double end = untouched;
-        EXPECT_NE(0, dispatcher_->getCurPlayRange(sessionId, track, begin, end));
-        EXPECT_EQ(untouched, begin);
+        EXPECT_NE(0, dispatcher_->getCurPlayRange(sessionId, track, start, end));
+        EXPECT_EQ(untouched, start);
         EXPECT_EQ(untouched, end);
         int ssrc = untouched;
         EXPECT_NE(0, dispatcher_->getTrackSSRC(sessionId, track, ssrc));

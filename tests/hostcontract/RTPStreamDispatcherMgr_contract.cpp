@@ -68,7 +68,7 @@ protected:
 
 }  // namespace
 
-TEST_F(DispatcherContract, InstanceIsOneAndEachHandleIsNew)
+TEST_F(DispatcherContract, InstanceIsSharedAndEachHandleIsNew)
 {
     const SafePointer<RTPStreamDispatcherMgr> one = dispatcher();
     const SafePointer<RTPStreamDispatcherMgr> again = dispatcher();

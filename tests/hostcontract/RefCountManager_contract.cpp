@@ -55,7 +55,7 @@ private:
     std::atomic<int>& count_;
 };
 
-/// Runs `body(i)` on `count` threads that begin together.
+/// Runs `body(i)` on `count` threads that start together.
 template <class Body>
 void onThreads(int count, const Body& body)
 {
@@ -151,7 +151,7 @@ TEST(RefCountContract, ReturnedRecordRefusesItsLockAndStaysFree)
     ref_count* const record = retrieve(&object);
     ASSERT_TRUE(release(record));
     EXPECT_NE(0, record->lock());
-    // Had the refusal kept the lock, this would not return.
+    // Would not return if the refusal had kept the lock.
     EXPECT_NE(0, record->lock());
 }
 
@@ -218,7 +218,7 @@ TEST(RefCountContract, ManyObjectsKeepTheirRecordsApart)
 
 TEST(HandleContract, ObjectIsDestroyedBeforeItsRecordIsGivenBack)
 {
-    // Its destructor sees that no new handle can be taken: the record is locked and counts nobody.
+    // Its destructor finds that no new handle can be created: the record is locked and has no holder.
     struct Object
     {
         explicit Object(int& r) : refused(r) {}
@@ -325,8 +325,8 @@ TEST(HandleContract, LastHandlesReleasedTogetherDeleteOnce)
 namespace
 {
 
-/// Memory that goes to the next object at once, mostly on another thread, before the record of the last one
-/// can be given back.
+/// Memory that the next object reuses at once, mostly on another thread, before the record of the previous one
+/// is returned.
 class EagerMemory
 {
 public:

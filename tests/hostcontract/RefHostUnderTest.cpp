@@ -17,7 +17,7 @@ std::atomic<int> living{0};
 
 constexpr refhost::TransportTraits sinkTraits;
 
-/// Takes every packet and sends none.
+/// Accepts every packet and sends none.
 class SinkTransport : public refhost::RtpTransport
 {
 public:

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "mediaurl/MediaUrlFactoryMap.h"
@@ -51,7 +52,7 @@ protected:
     void useScriptedCodec(std::function<void()> onCreate = nullptr)
     {
         MediaUrlFactoryMap::getInstance()->registerFactory(
-            scriptedType, SafePointer<IMediaUrlFactory>(new ScriptedCodecFactory(onCreate)));
+            scriptedType, SafePointer<IMediaUrlFactory>(new ScriptedCodecFactory(std::move(onCreate))));
         factory_.setThirdPlatType(scriptedType);
     }
 

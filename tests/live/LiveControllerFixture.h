@@ -25,7 +25,7 @@ protected:
     void SetUp() override
     {
         MediaUrlFactoryMap::getInstance()->registerFactory(type, Form::codecs());
-        // Here already, so that tests that count handles do not count these.
+        // Created here, so that tests that count handles do not count these.
         OVAudioBackDispatcherMgr::getInstance();
         LiveDispatcherMgr::getInstance();
         RTPStreamDispatcherMgr::getInstance();

@@ -1,4 +1,4 @@
-// What all live controllers do alike.
+// The common behaviour of all live controllers.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -59,7 +59,7 @@ TYPED_TEST(LiveControllers, SetupOfATrackThatIsNotDescribedIsNotFound)
     EXPECT_EQ(0, this->host_.living("IConnection"));
 }
 
-TYPED_TEST(LiveControllers, DestructionCallsNoDispatcher)
+TYPED_TEST(LiveControllers, DestructionNotifiesNoDispatcher)
 {
     this->controller_->setup(this->session_, this->video_, this->connection(1));
     this->host_.clearCalls();

@@ -79,7 +79,7 @@ struct SecondForm
     }
 };
 
-/// The device's own codec finds nothing in a multicast URL, so this one has another maker's.
+/// The device's own codec finds nothing in a multicast URL, so this form uses another codec.
 struct MulticastForm
 {
     using Factory = OVMulticastLiveControlerFactory;

@@ -22,7 +22,7 @@ protected:
         return this->controller_->setup(this->session_, this->talkBack_, this->connection(kind));
     }
 
-    /// Without what a controller prints of a live track.
+    /// Without the lines that a controller prints about a live track.
     int stop(const std::string& sessionId, const std::string& trackId)
     {
         CapturedOutput output;

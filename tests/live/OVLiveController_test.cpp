@@ -36,7 +36,7 @@ protected:
 
 }  // namespace
 
-TEST_P(OVLiveControllerTransport, SetupBuildsThePacketiserWith1364BytesThenAttachesTheConnection)
+TEST_P(OVLiveControllerTransport, SetupCreatesThePacketiserWith1364BytesThenAttachesTheConnection)
 {
     const int kind = GetParam();
     EXPECT_EQ(0, controller_->setup(session_, video_, connection(kind)));
@@ -76,7 +76,7 @@ TEST_F(OVLiveControllerTest, PlayAndPauseGoToTheDispatcherAndPassItsResultOn)
               host_.calls());
 }
 
-TEST_F(OVLiveControllerTest, PlayOfATrackThatWasNeverSetUpIsTheDispatchersToJudge)
+TEST_F(OVLiveControllerTest, PlayOfATrackThatWasNeverSetUpReachesTheDispatcher)
 {
     EXPECT_EQ(fakeTrackUnknown, controller_->play(session_, "never set up"));
     EXPECT_EQ(fakeTrackUnknown, controller_->pause(session_, "never set up"));

@@ -120,7 +120,7 @@ TEST_F(MulticastSetup, UdpUnicastTakesItsPacketSizeFromTheMtuAndTheOthersDoNot)
 
 TEST_F(MulticastSetup, EachFailingCallEndsItWithItsCodeAndLine)
 {
-    // The fifth one, which adds a fresh record, is not asked for its result: the record is missed next.
+    // The result of the fifth one, which adds a new record, is ignored: the next step misses the record.
     struct Step
     {
         const char* line;

@@ -78,7 +78,7 @@ TEST_F(MulticastStop, OfOneTrackEndsTheMemberWithAllItsTracks)
     EXPECT_EQ(1u, host_.callCount("LiveDispatcherMgr::deleteMulticastSessionParam"));
 }
 
-TEST_F(MulticastStop, OfAStrangerLeavesTheMembersAndStoresTheRecordBack)
+TEST_F(MulticastStop, OfANonMemberKeepsTheMembersAndStoresTheRecord)
 {
     ASSERT_EQ(0, setup(session_, video_));
     host_.clearCalls();
@@ -101,7 +101,7 @@ TEST_F(MulticastStop, FailureToStoreBackIsReturnedSilently)
 
 TEST_F(MulticastStop, OfTheLastMemberEndsWithTheCodeOfEachFailingCallAndKeepsTheRecord)
 {
-    // Of the last one, the removal of the record, the result is not asked for.
+    // The result of the last one, the removal of the record, is ignored.
     const std::string lines[] = {failure("generateMulticastSessionId", -501), "", "", "", success};
     const char* const records[] = {
         "[session] [trackID=0@any trackID=1@any]", "[session] [trackID=0@any trackID=1@any]",

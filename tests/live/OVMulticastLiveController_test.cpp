@@ -76,7 +76,7 @@ TEST_P(MulticastTrackMethods, AreNotFoundWithoutSharedSession)
     EXPECT_EQ((Calls{token_, "LiveDispatcherMgr::findMulticastSessionId(multicast 5-6)"}), host_.calls());
 }
 
-TEST_P(MulticastTrackMethods, AreNotFoundForAStranger)
+TEST_P(MulticastTrackMethods, AreNotFoundForANonMember)
 {
     ASSERT_EQ(0, setup(session_, video_));
     CapturedOutput output;
@@ -119,7 +119,7 @@ TEST_F(MulticastMethods, MembersSeeOneSsrc)
     EXPECT_EQ(first, second);
 }
 
-TEST_F(MulticastMethods, SsrcIsLeftAsItWasOnFailure)
+TEST_F(MulticastMethods, SsrcIsUnchangedOnFailure)
 {
     int ssrc = -1;
     CapturedOutput output;
@@ -192,7 +192,7 @@ TEST_F(MulticastPause, TakesEffectAgainWhenTheOtherOneHasGone)
     EXPECT_EQ(1u, host_.callCount("LiveDispatcherMgr::pause"));
 }
 
-TEST_F(MulticastPause, OfATrackThatNobodySetUpIsTheDispatchersToJudge)
+TEST_F(MulticastPause, OfATrackThatWasNeverSetUpReachesTheDispatcher)
 {
     ASSERT_EQ(0, setup(session_, video_));
     EXPECT_EQ(fakeTrackUnknown, controller_->pause(session_, audio_));

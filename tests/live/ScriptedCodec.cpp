@@ -1,5 +1,7 @@
 #include "tests/live/ScriptedCodec.h"
 
+#include <utility>
+
 #include "tests/fakehost/FakeHost.h"
 
 int ScriptedCodec::parseAs(const char* operation, const std::string& url)
@@ -57,7 +59,7 @@ int ScriptedCodec::getThirdPlatType()
     return ownType;
 }
 
-ScriptedCodecFactory::ScriptedCodecFactory(std::function<void()> onCreate) : onCreate_(onCreate) {}
+ScriptedCodecFactory::ScriptedCodecFactory(std::function<void()> onCreate) : onCreate_(std::move(onCreate)) {}
 
 ScriptedCodecFactory::~ScriptedCodecFactory() noexcept(false) = default;
 

@@ -6,9 +6,8 @@
 #include "mediaurl/IMediaUrl.h"
 #include "mediaurl/IMediaUrlFactory.h"
 
-/// A codec of another maker: "IMediaUrl::parseMediaUrl" and "IMediaUrl::parseMulticastMediaUrl" can be
-/// scripted; they find camera 5, stream 6 of device "parsed", whatever the text, and the second one
-/// multicast.
+/// A third-party codec: "IMediaUrl::parseMediaUrl" and "IMediaUrl::parseMulticastMediaUrl" can be scripted;
+/// for any text they return camera 5, stream 6 of device "parsed", and the second one also multicast.
 class ScriptedCodec : public IMediaUrl
 {
 public:
@@ -29,11 +28,11 @@ private:
     std::string renderAs(const char* family) const;
 };
 
-/// Makes scripted codecs; "IMediaUrlFactory::createMediaUrl" can be scripted.
+/// Creates scripted codecs; "IMediaUrlFactory::createMediaUrl" can be scripted.
 class ScriptedCodecFactory : public IMediaUrlFactory
 {
 public:
-    /// \param onCreate  called at the begin of each createMediaUrl()
+    /// \param onCreate  called at the start of each createMediaUrl()
     explicit ScriptedCodecFactory(std::function<void()> onCreate = nullptr);
     ~ScriptedCodecFactory() noexcept(false) override;
     int createMediaUrl(SafePointer<IMediaUrl>& codec) override;

@@ -18,7 +18,7 @@
 namespace
 {
 
-// A factory that makes nothing and prints to standard error under how many locks it is deleted.
+// A factory that creates nothing and prints to standard error under how many locks it is deleted.
 class NamedFactory : public IMediaUrlFactory
 {
 public:
@@ -118,7 +118,7 @@ TEST_F(MediaUrlFactoryMapTest, LookupOfUnknownTypeLeavesAnEmptyHandleEmpty)
     EXPECT_TRUE(factory.isEmpty());
 }
 
-TEST_F(MediaUrlFactoryMapTest, LookupOfUnknownTypeLeavesAHoldingHandleAsItWas)
+TEST_F(MediaUrlFactoryMapTest, LookupOfUnknownTypeLeavesAHoldingHandleUnchanged)
 {
     SafePointer<IMediaUrlFactory> factory(new NamedFactory(5));
     EXPECT_FALSE(map_->lookup(1, factory));

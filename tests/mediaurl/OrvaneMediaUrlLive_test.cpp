@@ -53,8 +53,7 @@ const LiveCase liveCases[] = {
     {"CameraOutOfRange", "orv/live/2147483648/0", -8, 0, 0},
     {"StreamOutOfRange", "orv/live/1/99999999999999999999", -8, 0, 0},
     {"TwoSlashesBehindCamera", "orv/live/1//0", -8, 0, 0},
-    // Bytes that a sign, or the loss of one bit, would turn into what is looked for: 0xb1 for 1, 0xaf for a
-    // slash.
+    // Bytes that sign extension or the loss of one bit would turn into a match: 0xb1 for 1, 0xaf for a slash.
     {"HighBytesInFront", "\xff\xaf\xef/orv/live/1/0", 0, 1, 0},
     {"HighByteAsCamera", "orv/live/\xb1/0", -8, 0, 0},
     {"HighByteAsStream", "orv/live/1/\xb0", -8, 0, 0},
@@ -67,7 +66,7 @@ const LiveCase liveCases[] = {
 
 }  // namespace
 
-TEST_P(LiveUrl, GivesResultAndFieldsAndSaysNothing)
+TEST_P(LiveUrl, ReturnsResultAndFieldsAndPrintsNothing)
 {
     const LiveCase& live = GetParam();
     OrvaneMediaUrl codec;

@@ -77,7 +77,7 @@ const PlaybackCase playbackCases[] = {
 
 }  // namespace
 
-TEST_P(PlaybackUrl, GivesResultAndFieldsAndSaysNothing)
+TEST_P(PlaybackUrl, ReturnsResultAndFieldsAndPrintsNothing)
 {
     const PlaybackCase& playback = GetParam();
     OrvaneMediaUrl codec;

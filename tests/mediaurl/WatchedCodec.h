@@ -6,9 +6,9 @@
 #include "mediaurl/IMediaUrl.h"
 #include "mediaurl/IMediaUrlFactory.h"
 
-/// A codec whose factory is unregistered while the codec works, as by a host that takes a platform type away
-/// in the middle of a request. It accepts every URL. What it does is logged with whether its factory still
-/// lives, and so is the end of both.
+/// A codec whose factory is unregistered while the codec works, as by a host that removes a platform type
+/// during a request. It accepts every URL. Its operations are logged with whether its factory still lives, and
+/// so are the destructions of both.
 class WatchedCodec : public IMediaUrl
 {
 public:

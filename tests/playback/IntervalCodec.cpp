@@ -1,5 +1,7 @@
 #include "tests/playback/IntervalCodec.h"
 
+#include <utility>
+
 #include "tests/fakehost/FakeHost.h"
 #include "tests/fakehost/FakePlaybackTracks.h"
 
@@ -27,7 +29,7 @@ std::string IntervalCodec::toPlayBackMediaUrl()
 }
 
 IntervalCodecFactory::IntervalCodecFactory(double begin, double end, std::function<void()> onCreate)
-    : begin_(begin), end_(end), onCreate_(onCreate)
+    : begin_(begin), end_(end), onCreate_(std::move(onCreate))
 {
 }
 

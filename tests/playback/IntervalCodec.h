@@ -6,8 +6,8 @@
 #include "mediaurl/IMediaUrlFactory.h"
 #include "tests/live/ScriptedCodec.h"
 
-/// A codec of another maker: "IMediaUrl::parsePlaybackMediaUrl" can be scripted; it finds camera 5 of device
-/// "parsed" and one interval, whatever the text.
+/// A third-party codec: "IMediaUrl::parsePlaybackMediaUrl" can be scripted; for any text it returns camera 5
+/// of device "parsed" and one interval.
 class IntervalCodec : public ScriptedCodec
 {
 public:
@@ -21,11 +21,11 @@ private:
     const double end_;
 };
 
-/// Makes such codecs; "IMediaUrlFactory::createMediaUrl" can be scripted.
+/// Creates such codecs; "IMediaUrlFactory::createMediaUrl" can be scripted.
 class IntervalCodecFactory : public IMediaUrlFactory
 {
 public:
-    /// \param onCreate  called at the begin of each createMediaUrl()
+    /// \param onCreate  called at the start of each createMediaUrl()
     IntervalCodecFactory(double begin, double end, std::function<void()> onCreate = nullptr);
     ~IntervalCodecFactory() noexcept(false) override;
     int createMediaUrl(SafePointer<IMediaUrl>& codec) override;

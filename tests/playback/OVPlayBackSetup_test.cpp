@@ -95,7 +95,7 @@ TEST_F(OVPlayBackSetup, TracksAreKnownAlsoAfterAFailedStart)
     EXPECT_EQ(0, session_->stop(id_, audio_));
 }
 
-TEST_F(OVPlayBackSetup, InitTakesTimesByTheirBits)
+TEST_F(OVPlayBackSetup, InitTakesTheLowBitsOfTimes)
 {
     init(-1, -2);
     EXPECT_EQ("OVAVPlayBackSource::setRecordInfo(camera 12, 4294967295 to 4294967294, device A, 192.0.2.1)",
@@ -121,7 +121,7 @@ TEST_F(OVPlayBackSetup, InitAndDescriptionTakeNoLock)
     EXPECT_EQ(0u, host_.callCount("OVMutex::Lock"));
 }
 
-TEST_P(OVPlayBackTransport, SetupBuildsThePacketiserThenAttachesTheConnection)
+TEST_P(OVPlayBackTransport, SetupCreatesThePacketiserThenAttachesTheConnection)
 {
     init();
     session_->setMediaInfo(FakeDescription::presentation(false));

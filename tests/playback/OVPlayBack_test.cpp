@@ -134,7 +134,7 @@ TEST_F(OVPlayBackTest, RefusedPlayAndPauseChangeNoFlag)
     EXPECT_EQ(6u, host_.callCount("RTPPlayBackDispacher::pause"));
 }
 
-TEST_F(OVPlayBackTest, TrackThatIsNoneOfTheTwoReachesTheDispatcherAndIsNotFoundThen)
+TEST_F(OVPlayBackTest, TrackThatIsNeitherOfTheTwoReachesTheDispatcherAndIsThenNotFound)
 {
     prepare();
     host_.always("RTPPlayBackDispacher::play", 0);
@@ -156,7 +156,7 @@ TEST_F(OVPlayBackTest, TrackThatIsNoneOfTheTwoReachesTheDispatcherAndIsNotFoundT
     EXPECT_EQ(-502, session_->pause(id_, "trackID=2"));
 }
 
-TEST_F(OVPlayBackTest, StopEndsTheTrackWhateverTheDispatcherSays)
+TEST_F(OVPlayBackTest, StopEndsTheTrackWhateverTheDispatcherReturns)
 {
     prepare();
     session_->play(id_, video_);
@@ -296,7 +296,7 @@ TEST_F(OVPlayBackTest, AnswersOfTheDispatcherReachTheCaller)
     EXPECT_TRUE(connected);
 }
 
-TEST_F(OVPlayBackTest, DestructionReleasesTheDispatcherWithoutACall)
+TEST_F(OVPlayBackTest, DestructionReleasesTheDispatcherWithoutNotifyingIt)
 {
     prepare();
     session_->play(id_, video_);

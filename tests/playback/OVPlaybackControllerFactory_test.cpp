@@ -64,7 +64,7 @@ TEST_F(OVPlaybackControllerFactoryTest, MediaInfoFlagChangesNothing)
     EXPECT_EQ(without, host_.calls());
 }
 
-TEST_F(OVPlaybackControllerFactoryTest, RendersTheUrlWithAFreshCodecAndReportsTheCodecsOwnNumber)
+TEST_F(OVPlaybackControllerFactoryTest, RendersTheUrlWithANewCodecAndPassesTheCodecsOwnNumber)
 {
     useInterval(100, 200);
     SafePointer<IRTSPController> controller;
@@ -100,7 +100,7 @@ TEST_F(OVPlaybackControllerFactoryTest, EmptyUrlIsNotFoundBeforeAnyLookupAndNoth
     host_.recordLocks(false);
     host_.clearCalls();
     ASSERT_FALSE(controller.isEmpty());
-    // With the type stored the codec would be found; with the device stored, named.
+    // Had the type been stored, the codec would be found; had the device been stored, it would be named.
     CapturedOutput later;
     EXPECT_EQ(-6, asPlayback(controller).parseMediaUrl("any"));
     asPlayback(controller).setup(session_, video_, connection(1));
@@ -183,7 +183,7 @@ TEST_F(OVPlaybackControllerFactoryTest, EachFailingCallEndsItWithItsCodeAndLineA
     EXPECT_EQ(0, host_.living("RTPPlayBackDispacher"));
 }
 
-TEST_F(OVPlaybackControllerFactoryTest, RegistryThatLosesTheCodecMeanwhileIsReportedInOtherWords)
+TEST_F(OVPlaybackControllerFactoryTest, RegistryThatLosesTheCodecMeanwhileIsReportedByAnotherLine)
 {
     useInterval(100, 200, [] { MediaUrlFactoryMap::getInstance()->unregisterFactory(intervalType); });
     SafePointer<IRTSPController> controller;

@@ -40,7 +40,7 @@ protected:
     SafePointer<IRTSPController> controller_;
 };
 
-/// An operation that the controller hands on as it is.
+/// An operation that the controller passes on unchanged.
 struct Forwarded
 {
     const char* name;
@@ -220,7 +220,7 @@ TEST_F(OVPlaybackControllerTest, AnswersOfTheDispatcherReachTheCaller)
     EXPECT_TRUE(connected);
 }
 
-TEST_F(OVPlaybackControllerTest, AnswersAreLeftAsTheyWereWhenTheDispatcherRefuses)
+TEST_F(OVPlaybackControllerTest, OutputsAreUnchangedWhenTheDispatcherRefuses)
 {
     double start = 1;
     double end = 2;
@@ -294,7 +294,7 @@ TEST_F(OVPlaybackControllerTest, HoldsADispatcherOfItsOwnThatItNeverUses)
     EXPECT_EQ(0, host_.living("RTPPlayBackDispacher"));
 }
 
-TEST_F(OVPlaybackControllerTest, DestructionCallsNoDispatcher)
+TEST_F(OVPlaybackControllerTest, DestructionNotifiesNoDispatcher)
 {
     controller_->setup(session_, video_, connection(1));
     host_.clearCalls();

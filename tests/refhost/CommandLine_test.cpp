@@ -28,7 +28,7 @@ struct Outcome
     std::string err;
 };
 
-// A file of this test's own that is gone after it.
+// A temporary file of this test.
 class TemporaryFile
 {
 public:
@@ -81,7 +81,7 @@ private:
     int descriptor_;
 };
 
-// Runs the program with arguments as a shell takes them. It ends by itself: none of these starts a server.
+// Runs the program with arguments in shell syntax. It ends by itself: none of these starts a server.
 Outcome run(const std::string& arguments)
 {
     const TemporaryFile err("");
@@ -124,7 +124,7 @@ TEST(CommandLine, HelpNamesEveryOptionAndTheExitCodes)
     }
 }
 
-TEST(CommandLine, RefusesWhatItDoesNotKnow)
+TEST(CommandLine, RefusesUnknownOptions)
 {
     for (const std::string arguments :
          {"--bogus", "extra", "-c", "--port", "--port x", "--port 65536", "--listen nowhere",
@@ -146,7 +146,7 @@ TEST(CommandLine, ChecksTheEmbeddedConfiguration)
     EXPECT_EQ(outcome.err, "");
 }
 
-TEST(CommandLine, CheckSaysLineAndColumnOfEveryProblem)
+TEST(CommandLine, CheckPrintsLineAndColumnOfEveryProblem)
 {
     const TemporaryFile file("port = 70000\nnonsense = 1\n");
     const Outcome outcome = run("--check-config -c '" + file.path() + "'");
@@ -156,7 +156,7 @@ TEST(CommandLine, CheckSaysLineAndColumnOfEveryProblem)
     EXPECT_THAT(outcome.err, HasSubstr(file.path() + ":2:1: unknown key \"nonsense\"\n"));
 }
 
-TEST(CommandLine, AWrongConfigurationIsNotServed)
+TEST(CommandLine, InvalidConfigurationIsNotServed)
 {
     const TemporaryFile file("port = \n");
     EXPECT_EQ(run("-c '" + file.path() + "'").exitCode, exitConfig);
@@ -190,8 +190,8 @@ TEST(CommandLine, CheckAndDumpWarnOfAKeyUnderItsFormerName)
     EXPECT_THAT(run("--dump-config -c '" + file.path() + "'").out, HasSubstr("\ntalk-senders = 4711\n"));
 }
 
-// The server's port is taken, so that it ends by itself.
-TEST(CommandLine, TheServersLogWarnsOfAKeyUnderItsFormerName)
+// The server's port is in use, so it ends by itself.
+TEST(CommandLine, ServersLogWarnsOfAKeyUnderItsFormerName)
 {
     const Socket taken(socket(AF_INET, SOCK_STREAM, 0));
     sockaddr_in address{};
@@ -213,7 +213,7 @@ TEST(CommandLine, TheServersLogWarnsOfAKeyUnderItsFormerName)
     EXPECT_THAT(outcome.err.substr(lineStart, warning - lineStart), HasSubstr("warning"));
 }
 
-TEST(CommandLine, TheDumpIsAConfigurationWithTheOverridesInIt)
+TEST(CommandLine, DumpIsAConfigurationWithTheOverrides)
 {
     const Outcome dumped = run("--dump-config -p 1234 --listen ::1 --log-level debug");
     EXPECT_EQ(dumped.exitCode, exitDone);

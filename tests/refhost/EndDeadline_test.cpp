@@ -20,7 +20,7 @@ namespace
     }
 }
 
-TEST(EndDeadline, EndsAProcessThatHangs)
+TEST(EndDeadline, EndsAHangingProcess)
 {
     const auto endSlowly = []
     {
@@ -30,7 +30,7 @@ TEST(EndDeadline, EndsAProcessThatHangs)
     EXPECT_EXIT(endSlowly(), testing::ExitedWithCode(exitFailed), "something hangs");
 }
 
-TEST(EndDeadline, HoldsThoughItsSignalWasBlocked)
+TEST(EndDeadline, WorksWhenItsSignalWasBlocked)
 {
     const auto endSlowly = []
     {
@@ -43,7 +43,7 @@ TEST(EndDeadline, HoldsThoughItsSignalWasBlocked)
     EXPECT_EXIT(endSlowly(), testing::ExitedWithCode(exitFailed), "something hangs");
 }
 
-TEST(EndDeadline, ProcessThatEndsInTimeIsLeftAlone)
+TEST(EndDeadline, DoesNotAffectAProcessThatEndsInTime)
 {
     const auto endInTime = []
     {

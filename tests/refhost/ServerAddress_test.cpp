@@ -6,13 +6,13 @@
 namespace refhost
 {
 
-TEST(ServerAddress, OneAddressIsReachedByItself)
+TEST(ServerAddress, OneAddressIsReachableAsItself)
 {
     EXPECT_EQ("127.0.0.1", reachableAddress("127.0.0.1"));
     EXPECT_EQ("2001:db8::1", reachableAddress("2001:db8::1"));
 }
 
-TEST(ServerAddress, EveryAddressIsReachedByOneOfThisMachines)
+TEST(ServerAddress, WildcardIsReachableAsOneOfThisMachinesAddresses)
 {
     for (const char* const every : {"0.0.0.0", "::"})
     {
@@ -28,7 +28,7 @@ TEST(ServerAddress, UrlHasBracketsAroundAnAddressWithColons)
     EXPECT_EQ("rtsp://[::1]:8554/", serverUrl("::1", 8554));
 }
 
-TEST(ServerAddress, UnknownPortIsNamedAsSuch)
+TEST(ServerAddress, UnknownPortHasAPlaceholder)
 {
     EXPECT_EQ("rtsp://127.0.0.1:PORT/", serverUrl("127.0.0.1", 0));
 }

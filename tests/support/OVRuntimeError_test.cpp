@@ -4,7 +4,7 @@
 
 #include <string>
 
-TEST(OVRuntimeError, HasTheMessageItWasMadeWith)
+TEST(OVRuntimeError, WhatReturnsTheMessage)
 {
     std::string message = "a message that is too long to be stored inside of a string object";
     const OVRuntimeError error(message);

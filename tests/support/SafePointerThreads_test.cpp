@@ -17,7 +17,7 @@ namespace
 const int threadCount = 4;
 const int iterations = 2000;
 
-// Runs `body` in several threads that begin together.
+// Runs `body` in several threads that start together.
 void inThreads(const std::function<void(int)>& body)
 {
     std::atomic<bool> go{false};
@@ -112,7 +112,7 @@ TEST(SafePointerThreads, ObjectsThatComeAndGoAtOneAddressKeepTheirCountsApart)
         {
             for (int iteration = 0; iteration < iterations; ++iteration)
             {
-                // The allocator hands out the address that the last iteration has just given back.
+                // The allocator reuses the address that the previous iteration has just freed.
                 SafePointer<Probe> handle(new Probe);
                 SafePointer<Probe> copy(handle);
                 EXPECT_EQ(1, copy->number());

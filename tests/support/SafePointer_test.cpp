@@ -13,7 +13,7 @@
 namespace
 {
 
-// What a misuse printed before it threw, and what it threw.
+// Output and exception of a misuse.
 struct Misuse
 {
     std::string printed;
@@ -69,7 +69,7 @@ private:
     SafePointer<Probe>* handle_;
 };
 
-// A record that was made to claim another object; mended and released at the end.
+// A record that was made to belong to another object; restored and released at the end.
 class ForeignRecord
 {
 public:
@@ -97,7 +97,7 @@ private:
     int other_ = 0;
 };
 
-// The last hold of an object whose handle is gone without having released it.
+// The last hold of an object whose handle is gone without releasing it.
 void releaseAbandoned(Probe* object)
 {
     RefCountInspector::setHolders(RefCountInspector::recordOf(object), 0);
@@ -215,7 +215,7 @@ TEST(SafePointer, CopyWhoseRecordRefusesTheLockThrowsAndPrintsFirst)
 {
     UnreleasedHandle stale(new Probe);
     SafePointer<Probe> other(stale.get());
-    // Releases its own hold and then the stale handle's behind its back.
+    // Releases its own hold, then that of the stale handle.
     other.dec_reference();
     other.dec_reference();
     EXPECT_EQ(0, Probe::living());
@@ -428,8 +428,7 @@ TEST(SafePointer, HoldsTheRecordsLockWhileTheObjectIsDeleted)
 
 TEST(SafePointer, DropsOneLeadingStarOfATypeName)
 {
-    // A type that only this file knows: the compiler marks such names with a star where it compares
-    // addresses.
+    // A type local to this file: compilers that compare type names by address mark such names with a star.
     struct Local
     {
         virtual ~Local() noexcept(false) = default;

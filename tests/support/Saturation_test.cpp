@@ -11,8 +11,7 @@ namespace
 const double infinity = std::numeric_limits<double>::infinity();
 const double notANumber = std::numeric_limits<double>::quiet_NaN();
 
-// A constant expression must not hold a conversion that the language leaves undefined: the compiler itself
-// judges the values below, which a machine might happen to convert well.
+// In constant expressions the compiler rejects undefined conversions, which a machine might happen to do well.
 static_assert(Saturation::toUnsigned32(std::numeric_limits<double>::quiet_NaN()) == 0, "no number");
 static_assert(Saturation::toUnsigned32(std::numeric_limits<double>::infinity()) == 4294967295u, "above");
 static_assert(Saturation::toUnsigned32(-std::numeric_limits<double>::infinity()) == 0, "below");
@@ -24,7 +23,7 @@ static_assert(Saturation::toSigned32(-std::numeric_limits<double>::infinity()) =
 static_assert(Saturation::toSigned32(2147483648.0) == 2147483647, "first above");
 static_assert(Saturation::toSigned32(-2147483649.0) == -2147483647 - 1, "first below");
 
-// The same as the program does it: the compiler must not know the value.
+// The same at run time: the compiler must not know the value.
 std::uint32_t converted(double value)
 {
     volatile double hidden = value;
@@ -66,7 +65,7 @@ TEST(Saturation, ValuesAboveTheRangeBecomeItsEnd)
     EXPECT_EQ(4294967295u, converted(infinity));
 }
 
-TEST(Saturation, WhatIsNoNumberBecomesZero)
+TEST(Saturation, NanBecomesZero)
 {
     EXPECT_EQ(0u, converted(notANumber));
 }

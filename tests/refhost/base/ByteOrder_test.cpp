@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-TEST(ByteOrder, NetworkOrderHasTheMostSignificantByteFirst)
+TEST(ByteOrder, NetworkOrderIsMostSignificantByteFirst)
 {
     const std::uint8_t bytes[] = {0, 0xfe, 0xdc, 0xba, 0x98};
     EXPECT_EQ(0xfedcU, readBig16(bytes + 1));
@@ -19,7 +19,7 @@ TEST(ByteOrder, NetworkOrderHasTheMostSignificantByteFirst)
     EXPECT_EQ((std::array<std::uint8_t, 6>{0xfe, 0xdc, 0xfe, 0xdc, 0xba, 0x98}), written);
 }
 
-TEST(ByteOrder, FilesHaveTheLeastSignificantByteFirst)
+TEST(ByteOrder, FileOrderIsLeastSignificantByteFirst)
 {
     std::array<std::uint8_t, 6> written{};
     writeLittle16(&written[0], 0xfedc);

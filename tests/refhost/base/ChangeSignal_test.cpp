@@ -25,7 +25,7 @@ TEST(ChangeSignal, AnnouncementReachesEverySubscriber)
     EXPECT_EQ(signal.subscriberCount(), 2u);
 }
 
-TEST(ChangeSignal, UnsubscribedFunctionIsNotCalledAnyMore)
+TEST(ChangeSignal, UnsubscribedFunctionIsNotCalled)
 {
     ChangeSignal signal;
     int calls = 0;
@@ -52,7 +52,7 @@ TEST(ChangeSignal, SubscriberMayUnsubscribeItselfAndAnnounceAgain)
     EXPECT_EQ(calls, 1);
 }
 
-TEST(ChangeSignal, UnsubscribeWaitsForACallUnderWay)
+TEST(ChangeSignal, UnsubscribeWaitsForACallInProgress)
 {
     ChangeSignal signal;
     std::promise<void> entered;
@@ -74,7 +74,7 @@ TEST(ChangeSignal, UnsubscribeWaitsForACallUnderWay)
     helper.join();
 }
 
-TEST(ChangeSignal, TheProcessHasOne)
+TEST(ChangeSignal, InstanceIsOnePerProcess)
 {
     EXPECT_EQ(&ChangeSignal::instance(), &ChangeSignal::instance());
 }

@@ -8,7 +8,7 @@
 namespace refhost
 {
 
-TEST(ConditionVariable, WaitEndsWithANotificationAndHoldsTheMutexAgain)
+TEST(ConditionVariable, WaitReturnsAfterANotificationWithTheMutexHeld)
 {
     Mutex mutex;
     ConditionVariable changed;
@@ -41,7 +41,7 @@ TEST(ConditionVariable, WaitEndsWithANotificationAndHoldsTheMutexAgain)
     EXPECT_EQ(3, stage);
 }
 
-TEST(ConditionVariable, WaitEndsAtItsDeadlineAndHoldsTheMutexAgain)
+TEST(ConditionVariable, WaitReturnsAtItsDeadlineWithTheMutexHeld)
 {
     Mutex mutex;
     ConditionVariable changed;

@@ -21,7 +21,7 @@ std::string decimals(std::uint64_t parts, std::size_t max, std::size_t min)
 
 }  // namespace
 
-TEST(Decimal, DigitsWithinTheLimitsAreANumber)
+TEST(Decimal, ParsesDigitsWithinTheLimits)
 {
     EXPECT_EQ(0, parseDecimal<int>("0", 0, 10));
     EXPECT_EQ(10, parseDecimal<int>("10", 0, 10));
@@ -41,7 +41,7 @@ TEST(Decimal, OtherTextsAreNoNumbers)
     }
 }
 
-TEST(Decimal, ASignCountsOnlyWhereNegativeNumbersDo)
+TEST(Decimal, SignIsAcceptedOnlyForNegativeMinimum)
 {
     EXPECT_EQ(-5, parseDecimal<int>("-5"));
     EXPECT_EQ(-5, parseDecimal<int>("-5", -5, 5));
@@ -49,7 +49,7 @@ TEST(Decimal, ASignCountsOnlyWhereNegativeNumbersDo)
     EXPECT_EQ(std::nullopt, parseDecimal<std::uint64_t>("-0"));
 }
 
-TEST(Decimal, WhatStandsBehindALeadingNumberIsIgnored)
+TEST(Decimal, TextAfterALeadingNumberIsIgnored)
 {
     EXPECT_EQ(60, leadingDecimal<int>("60;x=1"));
     EXPECT_EQ(0, leadingDecimal<int>("0-1"));
@@ -58,7 +58,7 @@ TEST(Decimal, WhatStandsBehindALeadingNumberIsIgnored)
     EXPECT_EQ(std::nullopt, leadingDecimal<int>("99999999999"));
 }
 
-TEST(Decimal, NumbersArePadded)
+TEST(Decimal, PadsNumbersWithZeros)
 {
     std::string out;
     appendDecimal(out, 0);
@@ -71,7 +71,7 @@ TEST(Decimal, NumbersArePadded)
     EXPECT_EQ("0 07 1234 18446744073709551615", out);
 }
 
-TEST(Decimal, MillionthsAreReadFromUpToSixDigits)
+TEST(Decimal, ParsesMillionthsFromUpToSixDigits)
 {
     EXPECT_EQ(0U, parseMillionths(""));
     EXPECT_EQ(40'000U, parseMillionths("04"));
@@ -81,7 +81,7 @@ TEST(Decimal, MillionthsAreReadFromUpToSixDigits)
     EXPECT_EQ(std::nullopt, parseMillionths("1234567x"));
 }
 
-TEST(Decimal, DecimalsLoseTheZerosAtTheirEnd)
+TEST(Decimal, DecimalsHaveNoTrailingZeros)
 {
     EXPECT_EQ(".000", decimals(0, 6, 3));
     EXPECT_EQ(".100", decimals(100'000, 6, 3));

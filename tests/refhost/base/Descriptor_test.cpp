@@ -22,7 +22,7 @@ bool isOpen(int number)
 
 }  // namespace
 
-TEST(Descriptor, IsClosedAtTheEnd)
+TEST(Descriptor, IsClosedByTheDestructor)
 {
     const int number = openAny();
     {
@@ -33,17 +33,17 @@ TEST(Descriptor, IsClosedAtTheEnd)
     EXPECT_FALSE(isOpen(number));
 }
 
-TEST(Descriptor, AMovedOneOwnsNothing)
+TEST(Descriptor, MovedFromDescriptorOwnsNothing)
 {
     const int number = openAny();
     Descriptor first(number);
     const Descriptor second(std::move(first));
-    EXPECT_FALSE(first);
+    EXPECT_FALSE(first);  // NOLINT(bugprone-use-after-move): moving empties it, by contract
     EXPECT_TRUE(isOpen(number));
     EXPECT_EQ(number, second.get());
 }
 
-TEST(Descriptor, AssignmentClosesWhatWasOwnedAtOnce)
+TEST(Descriptor, AssignmentClosesTheOldDescriptorAtOnce)
 {
     const int old = openAny();
     const int fresh = openAny();
@@ -53,10 +53,10 @@ TEST(Descriptor, AssignmentClosesWhatWasOwnedAtOnce)
     EXPECT_FALSE(isOpen(old));
     EXPECT_TRUE(isOpen(fresh));
     EXPECT_EQ(fresh, owner.get());
-    EXPECT_FALSE(other);
+    EXPECT_FALSE(other);  // NOLINT(bugprone-use-after-move): moving empties it, by contract
 }
 
-TEST(Descriptor, AssignmentToItselfKeepsIt)
+TEST(Descriptor, SelfAssignmentKeepsTheDescriptor)
 {
     const int number = openAny();
     Descriptor owner(number);
@@ -66,7 +66,7 @@ TEST(Descriptor, AssignmentToItselfKeepsIt)
     EXPECT_TRUE(isOpen(number));
 }
 
-TEST(Descriptor, AReleasedOneStaysOpen)
+TEST(Descriptor, ReleasedDescriptorStaysOpen)
 {
     const int number = openAny();
     {

@@ -9,7 +9,7 @@
 namespace refhost
 {
 
-TEST(Hex, NumbersHaveTheirWholeWidth)
+TEST(Hex, NumbersHaveAllTheirDigits)
 {
     std::string out;
     appendHex8(out, 0x0a);
@@ -20,7 +20,7 @@ TEST(Hex, NumbersHaveTheirWholeWidth)
     EXPECT_EQ("0a 00000ABC 1200000000ABCDEF", out);
 }
 
-TEST(Hex, DigitsOfBothCasesAreRead)
+TEST(Hex, ParsesDigitsOfBothCases)
 {
     EXPECT_EQ(0xabcdefU, parseHex("aBcDeF"));
     EXPECT_EQ(~std::uint64_t{0}, parseHex("ffffffffffffffff"));
@@ -35,7 +35,7 @@ TEST(Hex, OtherTextsAreNoNumbers)
     }
 }
 
-TEST(Hex, BytesComeInPairsOfDigits)
+TEST(Hex, DecodesPairsOfDigitsToBytes)
 {
     EXPECT_EQ(std::string("\x12\x08\x00\xff", 4), bytesOfHex("120800fF"));
     EXPECT_EQ("", bytesOfHex(""));
@@ -45,7 +45,7 @@ TEST(Hex, BytesComeInPairsOfDigits)
     }
 }
 
-TEST(Hex, AnEmptyTextHasNoOtherCharacters)
+TEST(Hex, EmptyTextIsHex)
 {
     EXPECT_TRUE(isHex(""));
     EXPECT_TRUE(isHex("09afAF"));

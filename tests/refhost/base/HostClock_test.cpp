@@ -9,11 +9,11 @@ namespace refhost
 namespace
 {
 
-TEST(HostClock, SystemsClockCanBeReadUntilTheVeryEndOfTheProcess)
+TEST(HostClock, SystemClockIsReadableUntilTheEndOfTheProcess)
 {
     const auto readLast = []
     {
-        // What was registered first runs last: when whatever the process made later is already destroyed.
+        // Registered first, so that it runs last, after static objects created later were destroyed.
         std::atexit([] { std::_Exit(HostClock::system().monotonicMs() > 0 ? 7 : 8); });
         HostClock::system().monotonicMs();
         std::exit(0);
@@ -21,7 +21,7 @@ TEST(HostClock, SystemsClockCanBeReadUntilTheVeryEndOfTheProcess)
     EXPECT_EXIT(readLast(), testing::ExitedWithCode(7), "^$");
 }
 
-TEST(HostClock, MonotonicClockIsTheSameInMillisecondsAndInNanoseconds)
+TEST(HostClock, MonotonicClockAgreesInMillisecondsAndNanoseconds)
 {
     const HostClock& clock = HostClock::system();
     const std::int64_t before = clock.monotonicMs();

@@ -13,7 +13,7 @@ TEST(IgnoreCase, LettersOfBothCasesAreEqual)
     EXPECT_FALSE(equalsIgnoringCase("a", "b"));
 }
 
-TEST(IgnoreCase, OnlyAToZHaveCases)
+TEST(IgnoreCase, OnlyAToZAreFolded)
 {
     EXPECT_FALSE(equalsIgnoringCase("[", "{"));
     EXPECT_FALSE(equalsIgnoringCase("@", "`"));

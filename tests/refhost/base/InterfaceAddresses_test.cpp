@@ -7,7 +7,7 @@
 namespace refhost
 {
 
-TEST(InterfaceAddresses, TheLoopbackInterfaceIsThere)
+TEST(InterfaceAddresses, FindsTheLoopbackInterface)
 {
     const auto all = interfaceAddresses();
     const auto loopback =

@@ -17,7 +17,7 @@ namespace
 using testing::HasSubstr;
 using testing::SizeIs;
 
-TEST(LibraryOutput, LinesReachTheLogWithTheRequestThatTheyBelongTo)
+TEST(LibraryOutput, LinesAreLoggedWithTheirRequest)
 {
     CapturedErrors log;
     {
@@ -33,7 +33,7 @@ TEST(LibraryOutput, LinesReachTheLogWithTheRequestThatTheyBelongTo)
     EXPECT_THAT(lines[0], HasSubstr("library: a line in parts of a request (DESCRIBE of 192.0.2.7:4242)"));
 }
 
-TEST(LibraryOutput, LinesOfOtherThreadsNameTheThread)
+TEST(LibraryOutput, LinesOfOtherThreadsHaveTheThreadsName)
 {
     CapturedErrors log;
     {
@@ -49,7 +49,7 @@ TEST(LibraryOutput, LinesOfOtherThreadsNameTheThread)
     EXPECT_THAT(log.linesWith("library: of a thread (thread worker)"), SizeIs(1));
 }
 
-TEST(LibraryOutput, AKindOfLineIsWrittenOnceInTenSeconds)
+TEST(LibraryOutput, OneLineOfAKindIsWrittenInTenSeconds)
 {
     CapturedErrors log;
     {
@@ -62,7 +62,7 @@ TEST(LibraryOutput, AKindOfLineIsWrittenOnceInTenSeconds)
     EXPECT_THAT(log.linesWith("cannot find"), SizeIs(1));
 }
 
-TEST(LibraryOutput, KindsDifferInWordsAndNotInNumbers)
+TEST(LibraryOutput, KindIgnoresNumbersAndQuotedText)
 {
     EXPECT_EQ(LibraryOutput::kindOf("x fail, nRet = -12"), LibraryOutput::kindOf("x fail, nRet = -9"));
     EXPECT_EQ(LibraryOutput::kindOf("no \"a\"!!"), LibraryOutput::kindOf("no \"b/c\"!!"));
@@ -97,7 +97,7 @@ TEST(LibraryOutput, ControlCharactersAndEndlessLinesAreHarmless)
     EXPECT_THAT(log.linesWith("after it"), SizeIs(1));
 }
 
-TEST(LibraryOutput, StandardOutputIsAsBeforeAfterwards)
+TEST(LibraryOutput, StandardOutputIsRestoredAfterwards)
 {
     std::FILE* const before = stdout;
     {

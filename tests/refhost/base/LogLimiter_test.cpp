@@ -32,7 +32,7 @@ protected:
                        }};
 };
 
-TEST_F(LogLimiterTest, AdmitsOneOfAKindInTenSeconds)
+TEST_F(LogLimiterTest, AdmitsOneMessageOfAKindInTenSeconds)
 {
     EXPECT_TRUE(admit("refused"));
     EXPECT_FALSE(admit("refused"));
@@ -43,7 +43,7 @@ TEST_F(LogLimiterTest, AdmitsOneOfAKindInTenSeconds)
     EXPECT_TRUE(admit("refused"));
 }
 
-TEST_F(LogLimiterTest, CountsWhatItLeftOutBeforeTheNextOfItsKind)
+TEST_F(LogLimiterTest, ReportsSuppressedMessagesBeforeTheNextOfTheirKind)
 {
     for (int i = 0; i < 8; ++i)
     {
@@ -54,7 +54,7 @@ TEST_F(LogLimiterTest, CountsWhatItLeftOutBeforeTheNextOfItsKind)
     EXPECT_THAT(written, ElementsAre("refused: 7 more within 10 s"));
 }
 
-TEST_F(LogLimiterTest, ReportsACountOnceWhenTheTimeIsOver)
+TEST_F(LogLimiterTest, ReportsACountOnceAfterTheInterval)
 {
     admit("refused");
     admit("refused");
@@ -69,7 +69,7 @@ TEST_F(LogLimiterTest, ReportsACountOnceWhenTheTimeIsOver)
     EXPECT_FALSE(admit("refused")) << "an event that goes on is reported once in an interval";
 }
 
-TEST_F(LogLimiterTest, FurtherKindsThanItsBoundShareOne)
+TEST_F(LogLimiterTest, KindsBeyondTheLimitShareOne)
 {
     for (std::size_t i = 0; i < LogLimiter::maxKinds - 1; ++i)
     {

@@ -76,7 +76,7 @@ TEST_F(LogWriterTest, WritesLinesInTheirOrder)
     EXPECT_EQ(read(13), "first\nsecond\n");
 }
 
-TEST_F(LogWriterTest, StalledOutputHoldsNobodyUpAndWhatIsLostIsCounted)
+TEST_F(LogWriterTest, StalledOutputBlocksNobodyAndLostLinesAreCounted)
 {
     const std::string line(1000, 'x');
     constexpr std::size_t count = 5000;
@@ -88,7 +88,7 @@ TEST_F(LogWriterTest, StalledOutputHoldsNobodyUpAndWhatIsLostIsCounted)
             writer.write(line + "\n");
         }
         EXPECT_LT(steady_clock::now() - before, std::chrono::seconds(5));
-        // Whatever was taken comes, then the count of the rest.
+        // Accepted lines come first, then the count of the lost ones.
         std::string text;
         while (text.find("lost ") == std::string::npos)
         {
@@ -105,10 +105,10 @@ TEST_F(LogWriterTest, StalledOutputHoldsNobodyUpAndWhatIsLostIsCounted)
     }
 }
 
-TEST_F(LogWriterTest, KeepsNoMoreLinesThanItsBound)
+TEST_F(LogWriterTest, QueueIsBounded)
 {
     LogWriter writer(ends[1], lostLine);
-    // Fills the pipe first, so that the queue alone takes what follows.
+    // Fills the pipe first, so that further lines stay in the queue.
     writer.write(std::string(200000, 'y') + "\n");
     for (std::size_t i = 0; i < LogWriter::maxLines + 100; ++i)
     {
@@ -126,7 +126,7 @@ TEST_F(LogWriterTest, KeepsNoMoreLinesThanItsBound)
     EXPECT_LE(kept, LogWriter::maxLines);
 }
 
-TEST_F(LogWriterTest, EndsInTimeBeforeAStalledOutput)
+TEST_F(LogWriterTest, EndsInTimeWithAStalledOutput)
 {
     const auto before = steady_clock::now();
     {
@@ -137,7 +137,7 @@ TEST_F(LogWriterTest, EndsInTimeBeforeAStalledOutput)
     EXPECT_LT(steady_clock::now() - before, std::chrono::seconds(5));
 }
 
-TEST_F(LogWriterTest, WritesWhatIsQueuedBeforeItEnds)
+TEST_F(LogWriterTest, WritesQueuedLinesBeforeItEnds)
 {
     {
         LogWriter writer(ends[1], lostLine);
@@ -149,7 +149,7 @@ TEST_F(LogWriterTest, WritesWhatIsQueuedBeforeItEnds)
     EXPECT_EQ(readToEnd().size(), 500U);
 }
 
-TEST_F(LogWriterTest, AClosedOutputLosesLinesAndNothingElse)
+TEST_F(LogWriterTest, ClosedOutputOnlyLosesLines)
 {
     ASSERT_NE(signal(SIGPIPE, SIG_IGN), SIG_ERR);
     close(ends[0]);

@@ -10,7 +10,7 @@ namespace refhost
 namespace test
 {
 
-/// A clock that a test sets. Wall clock and monotonic clock show the same until somebody sets the wall clock.
+/// A clock that a test sets. Wall clock and monotonic clock are equal until the wall clock is set.
 class ManualClock : public HostClock
 {
 public:
@@ -34,7 +34,7 @@ public:
         nowNs_.fetch_add(ms * 1'000'000);
     }
 
-    /// Somebody sets the wall clock.
+    /// Sets the wall clock forward, or back.
     void setWall(std::int64_t byMs)
     {
         setWallNs(byMs * 1'000'000);

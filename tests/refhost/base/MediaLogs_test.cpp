@@ -17,7 +17,7 @@ namespace
 
 using testing::HasSubstr;
 
-// GLib takes one log writer for each process, so the bridge stands once for all tests here.
+// GLib permits one log writer per process, so all tests here share one bridge.
 class MediaLogs : public testing::Test
 {
 public:
@@ -40,7 +40,7 @@ public:
     }
 };
 
-TEST_F(MediaLogs, BringsWarningsAndErrorsOfGlib)
+TEST_F(MediaLogs, ForwardsWarningsAndErrorsOfGlib)
 {
     g_log("Yard", G_LOG_LEVEL_WARNING, "gate %d", 7);
     g_log("Yard", G_LOG_LEVEL_CRITICAL, "fence");
@@ -51,7 +51,7 @@ TEST_F(MediaLogs, BringsWarningsAndErrorsOfGlib)
     EXPECT_THAT(text, HasSubstr("Yard: fence\n"));
 }
 
-TEST_F(MediaLogs, HidesGlibBelowWarningUnlessDebugIsConfigured)
+TEST_F(MediaLogs, DropsGlibMessagesBelowWarningUnlessDebugIsEnabled)
 {
     g_log("Yard", G_LOG_LEVEL_MESSAGE, "unseen");
     g_log("Yard", G_LOG_LEVEL_DEBUG, "unseen");
@@ -62,7 +62,7 @@ TEST_F(MediaLogs, HidesGlibBelowWarningUnlessDebugIsConfigured)
     EXPECT_THAT(written(), HasSubstr("Yard: seen\n"));
 }
 
-TEST_F(MediaLogs, BringsErrorsOfGstreamerAsWarningsWithTheElementsName)
+TEST_F(MediaLogs, ForwardsErrorsOfGstreamerAsWarningsWithTheElementsName)
 {
     GstElement* const element = gst_bin_new("shed");
     GST_WARNING_OBJECT(element, "unseen");
@@ -87,7 +87,7 @@ TEST_F(MediaLogs, MasksCredentialsAndKeepsEachMessageOnOneLine)
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
 }
 
-TEST_F(MediaLogs, CutsABurstShort)
+TEST_F(MediaLogs, LimitsABurst)
 {
     for (int i = 0; i < 1000; ++i)
     {

@@ -10,7 +10,7 @@ namespace refhost
 namespace
 {
 
-// Whether nobody holds it, as another thread sees it.
+// Whether another thread finds the mutex free.
 bool isFree(Mutex& mutex)
 {
     bool free = false;
@@ -29,7 +29,7 @@ bool isFree(Mutex& mutex)
 
 }  // namespace
 
-TEST(Mutex, IsHeldAsLongAsALockLives)
+TEST(Mutex, IsHeldDuringALocksLifetime)
 {
     Mutex mutex;
     {
@@ -39,7 +39,7 @@ TEST(Mutex, IsHeldAsLongAsALockLives)
     EXPECT_TRUE(isFree(mutex));
 }
 
-TEST(Mutex, IsFreeAsLongAsAnUnlockLives)
+TEST(Mutex, IsFreeDuringAnUnlocksLifetime)
 {
     Mutex mutex;
     const MutexLock lock(mutex);
@@ -50,7 +50,7 @@ TEST(Mutex, IsFreeAsLongAsAnUnlockLives)
     EXPECT_FALSE(isFree(mutex));
 }
 
-TEST(Mutex, IsHeldAgainWhereAnExceptionEndsAnUnlock)
+TEST(Mutex, IsHeldAgainAfterAnExceptionEndsAnUnlock)
 {
     Mutex mutex;
     const MutexLock lock(mutex);
@@ -65,7 +65,7 @@ TEST(Mutex, IsHeldAgainWhereAnExceptionEndsAnUnlock)
     }
 }
 
-TEST(Mutex, IsAsSmallAsTheStandards)
+TEST(Mutex, HasTheSizeOfTheStandardMutex)
 {
     EXPECT_EQ(sizeof(std::mutex), sizeof(Mutex));
 }

@@ -9,7 +9,7 @@ namespace refhost
 namespace test
 {
 
-// Times as plain numbers, for tests that calculate with them.
+// Times as plain numbers, for tests that compute with them.
 
 template <class Clock>
 std::int64_t nsOf(std::chrono::time_point<Clock, Duration> instant)

@@ -7,7 +7,7 @@
 #include "refhost/base/OVMutexImpl.h"
 #include "support/OVMutexManager.h"
 
-/// Looks at what a mutex keeps for its diagnostics.
+/// Reads the diagnostics of a mutex.
 class OVMutexInspector
 {
 public:
@@ -19,7 +19,7 @@ public:
     }
 };
 
-TEST(OVMutex, KnowsFileAndLineOfItsHolder)
+TEST(OVMutex, RecordsFileAndLineOfItsHolder)
 {
     OVMutex mutex;
     EXPECT_EQ("free", OVMutexInspector::holder(mutex));

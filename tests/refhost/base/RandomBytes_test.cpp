@@ -9,7 +9,7 @@
 namespace refhost
 {
 
-TEST(RandomBytes, FillWhatTheyAreGivenAndNothingBeside)
+TEST(RandomBytes, FillExactlyTheGivenBytes)
 {
     std::array<std::uint8_t, 34> bytes{};
     for (int i = 0; i < 20 && (bytes[1] == 0 || bytes[32] == 0); ++i)

@@ -71,7 +71,7 @@ TEST(RefCountManager, RetrievalCountsAHolderWithoutTheRecordsLock)
     EXPECT_TRUE(release(record));
 }
 
-TEST(RefCountManager, LockOfAReturnedRecordIsRefusedAndLeftFree)
+TEST(RefCountManager, LockOfAReturnedRecordFailsAndStaysFree)
 {
     int object = 0;
     ref_count* const record = manager().retrieveRefCount(&object, "int");
@@ -89,7 +89,7 @@ TEST(RefCountManager, RecordOfAnObjectThatIsBeingDeletedIsNotHandedOutAgain)
     old->lock();
     ASSERT_EQ(0, old->dec_reference());
 
-    // The object is gone and its address taken by another one, before the old record goes back.
+    // The object is gone and its address reused before the old record is returned.
     ref_count* const fresh = manager().retrieveRefCount(&object, "int");
     ASSERT_NE(old, fresh);
     manager().returnbackRefCount(old, "int");
@@ -103,7 +103,7 @@ TEST(RefCountManager, RecordOfAnObjectThatIsBeingDeletedIsNotHandedOutAgain)
     EXPECT_TRUE(release(fresh));
 }
 
-TEST(RefCountManager, RecycledRecordThatIsStillLockedLetsItsNewUserWait)
+TEST(RefCountManager, RecycledRecordThatIsStillLockedMakesItsNewUserWait)
 {
     int object = 0;
     ref_count* record = manager().retrieveRefCount(&object, "int");
@@ -112,7 +112,7 @@ TEST(RefCountManager, RecycledRecordThatIsStillLockedLetsItsNewUserWait)
     ASSERT_EQ(0, old->dec_reference());
     manager().returnbackRefCount(old, "int");
 
-    // Records are reused in turn: repeat until it is this one's.
+    // Records are reused first in, first out: repeat until this one's turn.
     for (int iteration = 0; iteration < 1000 && (iteration == 0 || record != old); ++iteration)
     {
         record = manager().retrieveRefCount(&object, "int");
@@ -167,7 +167,7 @@ TEST(RefCountManager, TableGrowsAndKeepsEveryRecordFindable)
     }
 }
 
-TEST(RefCountManager, ReleaseThatWaitsForARecordIsServedOnceItIsFree)
+TEST(RefCountManager, ReleaseThatWaitsForARecordContinuesOnceItIsFree)
 {
     bool deleted = false;
     auto handle = std::make_unique<SafePointer<Object>>(new Object(&deleted));

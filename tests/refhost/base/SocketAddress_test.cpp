@@ -26,7 +26,7 @@ SocketAddress ipv6(const char* text, std::uint16_t port)
     return SocketAddress(reinterpret_cast<const sockaddr*>(&address));
 }
 
-TEST(SocketAddress, ShowsBothFamilies)
+TEST(SocketAddress, TextHasBothFamilies)
 {
     EXPECT_EQ(ipv4("192.0.2.1", 554).text(), "192.0.2.1");
     EXPECT_EQ(ipv4("192.0.2.1", 554).port(), 554);
@@ -36,7 +36,7 @@ TEST(SocketAddress, ShowsBothFamilies)
     EXPECT_EQ(SocketAddress().text(), "");
 }
 
-TEST(SocketAddress, AMappedAddressIsItsIpv4Address)
+TEST(SocketAddress, MappedAddressEqualsItsIpv4Address)
 {
     const SocketAddress mapped = ipv6("::ffff:192.0.2.1", 554);
     EXPECT_FALSE(mapped.isIpv6());
@@ -45,14 +45,14 @@ TEST(SocketAddress, AMappedAddressIsItsIpv4Address)
     EXPECT_EQ(mapped.key(), ipv4("192.0.2.1", 1).key());
 }
 
-TEST(SocketAddress, KeysDistinguishAddressesAndNotPorts)
+TEST(SocketAddress, KeysDifferByAddressAndNotByPort)
 {
     EXPECT_EQ(ipv4("192.0.2.1", 1).key(), ipv4("192.0.2.1", 2).key());
     EXPECT_NE(ipv4("192.0.2.1", 1).key(), ipv4("192.0.2.2", 1).key());
     EXPECT_NE(ipv6("2001:db8::1", 1).key(), ipv6("2001:db8::2", 1).key());
 }
 
-TEST(SocketAddress, NetworksAreIpv4AddressesAndHalvesOfIpv6Ones)
+TEST(SocketAddress, NetworkIsAnIpv4AddressOrAnIpv6Slash64)
 {
     SocketAddress::Key four{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 192, 0, 2, 1};
     EXPECT_EQ(SocketAddress::networkOf(four), four);
@@ -61,7 +61,7 @@ TEST(SocketAddress, NetworksAreIpv4AddressesAndHalvesOfIpv6Ones)
     EXPECT_EQ(SocketAddress::networkOf(six), network);
 }
 
-TEST(SocketAddress, IsWhatTheSystemTakesBack)
+TEST(SocketAddress, RoundTripsThroughTheSocketsApi)
 {
     const SocketAddress plain = ipv4("192.0.2.1", 554);
     EXPECT_EQ(plain.get()->sa_family, AF_INET);
@@ -70,7 +70,7 @@ TEST(SocketAddress, IsWhatTheSystemTakesBack)
     EXPECT_EQ(ipv6("2001:db8::1", 1).size(), sizeof(sockaddr_in6));
 }
 
-TEST(SocketAddress, NumericTextsAreParsed)
+TEST(SocketAddress, ParsesNumericAddresses)
 {
     EXPECT_EQ(SocketAddress::parse("192.0.2.1", 554), ipv4("192.0.2.1", 554));
     EXPECT_EQ(SocketAddress::parse("2001:db8::1"), ipv6("2001:db8::1", 0));
@@ -80,7 +80,7 @@ TEST(SocketAddress, NumericTextsAreParsed)
     }
 }
 
-TEST(SocketAddress, EachFamilysSocketsGetTheirForm)
+TEST(SocketAddress, ConvertsToTheFamilyOfASocket)
 {
     const SocketAddress plain = ipv4("192.0.2.1", 554);
     const SocketAddress mapped = plain.forFamily(AF_INET6);
@@ -102,7 +102,7 @@ TEST(SocketAddress, TextWithPortHasBracketsForIpv6)
     EXPECT_EQ(SocketAddress::any(AF_INET).textWithPort(), "0.0.0.0:0");
 }
 
-TEST(SocketAddress, EqualOnesHaveTheSameHash)
+TEST(SocketAddress, EqualAddressesHaveEqualHashes)
 {
     const SocketAddress::Hash hash;
     EXPECT_EQ(hash(ipv4("192.0.2.1", 5)), hash(ipv4("192.0.2.1", 5)));

@@ -31,7 +31,7 @@ TEST(StateMachine, ReadsNamesAndTransitionsInTheTable)
     EXPECT_FALSE(mayFollow(static_cast<Door>(3), Door::open));
 }
 
-TEST(StateMachine, GoesAlongListedTransitions)
+TEST(StateMachine, FollowsListedTransitions)
 {
     StateMachine<Door> door(Door::open);
     EXPECT_TRUE(door.is(Door::open));
@@ -40,14 +40,14 @@ TEST(StateMachine, GoesAlongListedTransitions)
     EXPECT_EQ(door.state(), Door::locked);
 }
 
-TEST(StateMachine, MayStayWhereItIs)
+TEST(StateMachine, EnteringThePresentStateDoesNothing)
 {
     StateMachine<Door> door(Door::locked);
     EXPECT_TRUE(door.enter(Door::locked));
     EXPECT_TRUE(door.is(Door::locked));
 }
 
-TEST(StateMachine, AnIllegalTransitionStopsADebugBuildAndIsRefusedInOthers)
+TEST(StateMachine, IllegalTransitionFailsAnAssertionOrIsRefused)
 {
     StateMachine<Door> door(Door::open);
     EXPECT_DEBUG_DEATH(door.enter(Door::locked), "illegal transition");

@@ -5,7 +5,7 @@
 namespace refhost
 {
 
-TEST(StreamName, HasTheNameOfTheCameraWhereItHasOne)
+TEST(StreamName, HasTheCamerasNameIfAny)
 {
     EXPECT_EQ("camera 2/0 \"yard\"", StreamName::of(2, 0, "yard"));
     EXPECT_EQ("camera 2/1", StreamName::of(2, 1));

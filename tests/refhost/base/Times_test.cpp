@@ -125,7 +125,7 @@ TEST(NtpTime, TimesBefore1970HaveAPositiveFraction)
     EXPECT_EQ(at(-1, 250'000'000), before.wallTime());
 }
 
-TEST(NtpTime, SecondsWrapIn2036AndAreDistinctUntil2104)
+TEST(NtpTime, SecondsWrapIn2036AndAreUnambiguousUntil2104)
 {
     constexpr std::int64_t wrap = 2'085'978'496;  // 2036-02-07T06:28:16Z
     EXPECT_EQ(0xffffffffU, NtpTime(at(wrap - 1)).wholeSeconds());
@@ -133,13 +133,13 @@ TEST(NtpTime, SecondsWrapIn2036AndAreDistinctUntil2104)
     EXPECT_EQ(at(wrap - 1), NtpTime(0xffffffffU, 0).wallTime());
     EXPECT_EQ(at(wrap), NtpTime(0U, 0U).wallTime());
     EXPECT_EQ(at(wrap, 500'000'000), NtpTime(at(wrap, 500'000'000)).wallTime());
-    // The first and the last second that a timestamp can mean.
+    // The first and the last second that a timestamp can represent.
     EXPECT_EQ(at(-61'505'152), NtpTime(0x80000000U, 0).wallTime());
     EXPECT_EQ(at(4'233'462'143), NtpTime(0x7fffffffU, 0).wallTime());
     EXPECT_EQ(at(4'233'462'144), NtpTime(0x7fffffffU, 0xffffffffU).wallTime());
 }
 
-TEST(NtpTime, ADateComesBackToTheNanosecond)
+TEST(NtpTime, DateRoundTripsToTheNanosecond)
 {
     for (const std::int64_t rest :
          {0, 1, 2, 3, 333'333'333, 499'999'999, 500'000'001, 999'999'998, 999'999'999})
@@ -175,7 +175,7 @@ TEST(NtpTime, CompactSpansAreBounded)
     EXPECT_EQ(65535s + 999'984'741ns, spanOfCompactNtp(0xffffffffU));
 }
 
-TEST(RtpClock, TicksRoundTowardsNone)
+TEST(RtpClock, TicksRoundTowardsZero)
 {
     constexpr RtpClock video(90'000);
     EXPECT_EQ(90'000, video.ticks(1s));
@@ -188,7 +188,7 @@ TEST(RtpClock, TicksRoundTowardsNone)
     EXPECT_EQ(-960, RtpClock(48'000).ticks(-20ms));
 }
 
-TEST(RtpClock, NearestTicksRoundHalfAwayFromNone)
+TEST(RtpClock, NearestTicksRoundHalfAwayFromZero)
 {
     constexpr RtpClock audio(8'000);
     EXPECT_EQ(0, audio.nearestTicks(62'499ns));
@@ -236,7 +236,7 @@ TEST(RtpClock, AWholeDayIsExact)
     }
 }
 
-TEST(RtpClock, ImpossibleRatesAreTakenForTheNearest)
+TEST(RtpClock, RatesAreClamped)
 {
     EXPECT_EQ(1U, RtpClock(0).rate());
     EXPECT_EQ(RtpClock::maxRate, RtpClock(std::numeric_limits<std::uint32_t>::max()).rate());

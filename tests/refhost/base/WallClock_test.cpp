@@ -16,7 +16,7 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr std::int64_t minute = 60'000;
-constexpr std::int64_t decade = 10 * 365 * 24 * 60 * minute;
+constexpr std::int64_t decade = minute * 60 * 24 * 365 * 10;
 
 class WallClockTest : public testing::Test
 {
@@ -116,8 +116,8 @@ TEST_F(WallClockTest, SmallCorrectionsThatAddUpBecomeAStep)
 
 TEST_F(WallClockTest, SuspendIsAStepForward)
 {
-    // The monotonic clock stands still meanwhile.
-    clock.setWall(8 * 60 * minute);
+    // The monotonic clock stops during a suspend.
+    clock.setWall(minute * 60 * 8);
     clock.advanceMs(200);
     EXPECT_EQ(Duration::zero(), error());
     EXPECT_EQ(1U, clock.wall().mapping().steps);

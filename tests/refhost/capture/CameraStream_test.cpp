@@ -121,7 +121,7 @@ TEST_F(CameraStreamTest, TwoPayloadSizesShareOneEncoder)
     EXPECT_EQ(source->starts(), 1);
     EXPECT_EQ(largestPayload(large->units()), 1364U);
     EXPECT_EQ(largestPayload(small->units()), 500U);
-    // The same frames: the same times, and as many bytes but for the headers of the fragments.
+    // The same frames: equal times, and equal sizes except for the headers of fragments.
     std::set<std::uint32_t> times;
     for (const AccessUnitPtr& unit : large->units())
     {
@@ -166,12 +166,12 @@ TEST_F(CameraStreamTest, VideoAndAudioHaveOneTimeline)
     EXPECT_EQ(audioUnit.packets.size(), 1U);
     EXPECT_EQ(audioUnit.payloadBytes, 160U);
     EXPECT_TRUE(audioUnit.keyFrame);
-    // Both live sources begin with the pipeline; a second is what a loaded machine may need to get there.
+    // Both live sources start with the pipeline; a loaded machine may need a second.
     EXPECT_NEAR(static_cast<double>(test::nsOf(frame.captureTime) - test::nsOf(audioUnit.captureTime)), 0,
                 1e9);
     EXPECT_LT(test::nsOf(frame.captureTime), now);
     EXPECT_GT(test::nsOf(frame.captureTime), now - std::int64_t{8'000'000'000});
-    // The media clocks run alike: the same distance from the start in RTP time and in capture time.
+    // The media clocks agree: the distance from the start is equal in RTP time and in capture time.
     const double framesOffset =
         frame.rtpTimestamp / 90000.0 -
         static_cast<double>(test::nsOf(frame.captureTime) % 100'000'000'000'000) / 1e9;

@@ -11,7 +11,7 @@
 namespace refhost
 {
 
-/// Keeps the access units that it is given, and waits for them.
+/// Collects access units and waits for them.
 class CollectingSink : public AccessUnitSink
 {
 public:
@@ -30,7 +30,7 @@ public:
         changed_.notify_all();
     }
 
-    /// \returns false when `count` units did not come within ten seconds
+    /// \returns false when fewer than `count` units arrived within ten seconds
     bool waitForUnits(std::size_t count)
     {
         std::unique_lock<std::mutex> guard(mutex_);
@@ -49,7 +49,7 @@ public:
         return units_;
     }
 
-    /// How many units came less than `distance` after the one before.
+    /// Number of units that arrived less than `distance` after the previous one.
     std::size_t closerThan(std::chrono::milliseconds distance) const
     {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -61,7 +61,7 @@ public:
         return close;
     }
 
-    /// How long after its capture each unit came.
+    /// Time from capture to arrival of each unit.
     std::vector<std::chrono::nanoseconds> delays() const
     {
         const std::lock_guard<std::mutex> guard(mutex_);

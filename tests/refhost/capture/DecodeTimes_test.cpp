@@ -93,7 +93,7 @@ TEST_P(DecodeTimesTest, IncreaseAndAreNeverLaterThanThePresentation)
                 times.next(presented, duration, std::count(keys.begin(), keys.end(), number) > 0);
             EXPECT_LE(decoded, presented) << number;
             EXPECT_GT(decoded, last) << number;
-            // No earlier than the depth demands, so that it can be used as a delay.
+            // No earlier than the depth requires, so that it can be used as a delay.
             EXPECT_GE(decoded, presented - (GetParam().depth + 16) * frame) << number;
             last = decoded;
         }

@@ -9,13 +9,13 @@
 namespace refhost
 {
 
-/// An RTSP camera of another make on a loopback port, with H.264 and PCMU unless something else is given.
+/// A third-party RTSP camera on a loopback port, with H.264 and PCMU by default.
 class ForeignCamera
 {
 public:
-    /// \param protocols  what it lets clients use
+    /// \param protocols  transports that clients may use
     /// \param port       0 for any
-    /// \param media      launch line of the payloaders pay0, pay1 …
+    /// \param media      launch line with the payloaders pay0, pay1 …
     explicit ForeignCamera(GstRTSPLowerTrans protocols, int port = 0, const std::string& media = usualMedia())
         : context_(g_main_context_new()),
           loop_(g_main_loop_new(context_, FALSE)),

@@ -37,7 +37,7 @@ protected:
         std::filesystem::remove_all(folder);
     }
 
-    /// Runs a launch line to its end; "CLIP" in it stands for the file that the stream is configured with.
+    /// Runs a launch line to its end; "CLIP" in it is replaced by the stream's configured file.
     void makeClip(std::string line)
     {
         const std::string place = "CLIP";
@@ -90,9 +90,9 @@ TEST_F(MediaSourceTest, FileIsLoopedWithoutTranscodingAndWithoutGaps)
         else if (i > 0)
         {
             // An iteration is as long as its longest track.
-            const std::uint32_t step = units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp;
-            EXPECT_GE(step, 3600U) << i;
-            EXPECT_LE(step, 90000U / 2) << i;
+            const std::uint32_t seam = units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp;
+            EXPECT_GE(seam, 3600U) << i;
+            EXPECT_LE(seam, 90000U / 2) << i;
         }
     }
     const std::vector<AccessUnitPtr> audioBlocks = audio->units();
@@ -113,9 +113,9 @@ TEST_F(MediaSourceTest, FileLeavesInRealTime)
     open();
     const auto video = watch("trackID=0");
     ASSERT_TRUE(video->waitForUnits(2));
-    const auto begin = std::chrono::steady_clock::now();
+    const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(video->waitForUnits(32));
-    const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - begin;
+    const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - start;
     EXPECT_GE(lasted.count(), 30 * 0.04 - 0.1);
     EXPECT_LE(lasted.count(), 2.5);
 }
@@ -145,7 +145,7 @@ TEST_F(MediaSourceTest, FileOfOtherCodecsIsEncodedAsConfigured)
     {
         EXPECT_EQ(units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp, 9000U) << i;
     }
-    // The distance of key frames is set for the configured rate of 25.
+    // The GOP is configured for a frame rate of 25.
     EXPECT_TRUE(units[0]->keyFrame);
     EXPECT_FALSE(units[3]->keyFrame);
     EXPECT_TRUE(units[4]->keyFrame);
@@ -155,7 +155,7 @@ TEST_F(MediaSourceTest, FileOfOtherCodecsIsEncodedAsConfigured)
 
 TEST_F(MediaSourceTest, UnitsOfAFileLeaveOneByOne)
 {
-    // Half a second of audio in each block; frames that are stored in another order than they are presented.
+    // Half a second of audio in each block; frames are reordered.
     makeClip(
         "videotestsrc num-buffers=25 ! video/x-raw,format=I420,width=160,height=90,framerate=25/1 ! "
         "x264enc bframes=3 b-adapt=false key-int-max=25 ! h264parse ! matroskamux name=mux ! filesink "
@@ -195,7 +195,7 @@ TEST_F(MediaSourceTest, SurveillanceRecordingIsEncoded)
     const auto video = watch("trackID=0");
     ASSERT_TRUE(video->waitForUnits(12));
     EXPECT_TRUE(video->units()[0]->keyFrame);
-    // Ten frames a second, four of them from key frame to key frame.
+    // Ten frames per second, a GOP of four.
     EXPECT_TRUE(video->units()[4]->keyFrame);
 }
 
@@ -227,7 +227,7 @@ TEST_F(MediaSourceTest, TruncatedFileFails)
 {
     makeClip(h264Clip);
     std::filesystem::resize_file(stream.source.location, 600);
-    // GStreamer loses its own error now and then; the deadline is what is sure.
+    // GStreamer sometimes loses its own error; only the deadline is certain.
     options.describeDeadline = std::chrono::milliseconds(500);
     open();
     EXPECT_EQ(describe(), Description::failed);
@@ -306,12 +306,12 @@ TEST_F(MediaSourceTest, LaunchLineMayDeliverEncodedVideoAndRawAudio)
 TEST_F(MediaSourceTest, UnpacedLaunchLineIsPacedToRealTime)
 {
     useLaunchLine("videotestsrc ! video/x-raw,width=160,height=90,framerate=25/1 ! identity name=video");
-    const auto begin = std::chrono::steady_clock::now();
+    const auto start = std::chrono::steady_clock::now();
     open();
     const auto video = watch("trackID=0");
     ASSERT_TRUE(video->waitForUnits(40));
-    const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - begin;
-    // A busy machine may hold frames up and let them catch up; none comes before its time, 39 / 25 seconds.
+    const std::chrono::duration<double> lasted = std::chrono::steady_clock::now() - start;
+    // A busy machine may delay frames, which then catch up; none arrives before its time, 39 / 25 seconds.
     EXPECT_GE(lasted.count(), 1.5);
 }
 

@@ -92,7 +92,7 @@ TEST_F(MediaTapTest, TapDeliversCompleteFramesWithTheirCodecData)
         EXPECT_EQ(frames[i]->keyFrame, i % 10 == 0) << i;
         EXPECT_EQ(frames[i]->format, frames[0]->format);
         EXPECT_EQ(frames[i]->duration, std::chrono::milliseconds(40));
-        // Length-prefixed NAL units fill the frame to its end.
+        // Length-prefixed NAL units fill the whole frame.
         const std::vector<std::uint8_t>& bytes = frames[i]->bytes;
         std::size_t at = 0;
         while (at + 4 <= bytes.size())

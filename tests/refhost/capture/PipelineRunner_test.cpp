@@ -30,7 +30,7 @@ protected:
         options.maxAbandoned = 2;
     }
 
-    /// A source whose thread sleeps amid its work and cannot be woken up, as a broken driver's does.
+    /// A source whose thread sleeps and cannot be woken, as in a broken driver.
     void useHangingSource(milliseconds hang)
     {
         useLaunchLine(
@@ -62,7 +62,7 @@ TEST_F(PipelineRunnerTest, HangingSourceIsAbandonedAndReplacedUpToTheLimit)
     const auto video = watch("trackID=0");
     EXPECT_TRUE(waitFor([] { return PipelineRunner::abandoned(title) == 2; }));
     EXPECT_EQ(source->starts(), 2);
-    // The third one has to wait until one of them ends.
+    // The third one waits until one of them ends.
     EXPECT_TRUE(waitFor([this] { return source->starts() > 2; }));
     streams.reset();
     source.reset();
@@ -77,17 +77,17 @@ TEST_F(PipelineRunnerTest, HangingSourceIsAbandonedAndReplacedUpToTheLimit)
 TEST_F(PipelineRunnerTest, StreamsEndInTimeWithAHangingSource)
 {
     useHangingSource(std::chrono::seconds(5));
-    // Long enough for the source to begin to hang.
+    // Long enough for the source to start hanging.
     options.maxSilence = std::chrono::seconds(10);
     options.describeDeadline = std::chrono::seconds(2);
     options.endDeadline = std::chrono::minutes(1);
     testing::internal::CaptureStderr();
     open();
     EXPECT_EQ(describe(), StreamSource::Description::failed);
-    const Clock::time_point begin = Clock::now();
+    const Clock::time_point start = Clock::now();
     source.reset();
     streams.reset();
-    EXPECT_LT(Clock::now() - begin, milliseconds(2500));
+    EXPECT_LT(Clock::now() - start, milliseconds(2500));
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 HasSubstr("camera 1/0 \"test\": the source does not end"));
     EXPECT_TRUE(waitFor([] { return PipelineRunner::abandoned() == 0; }));
@@ -112,7 +112,7 @@ TEST_F(PipelineRunnerTest, AbandonedPipelineDeliversNothing)
     EXPECT_EQ(video->units().size(), before);
 }
 
-// A limit of threads does not hold for root, so that the test needs another user.
+// A limit of threads does not apply to root, so the test changes its user.
 TEST_F(PipelineRunnerTest, WithoutThreadsTheStreamFailsAndRecoversLater)
 {
     if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0)

@@ -22,18 +22,18 @@ double nsOf(Duration span)
     return static_cast<double>(span.count());
 }
 
-/// A camera with a clock of its own, whose packets take some time.
+/// A camera with its own clock, whose packets are delayed.
 class SourceClockTest : public testing::Test
 {
 protected:
-    /// The RTP timestamp of what is captured at `at`.
+    /// The RTP timestamp of media captured at `at`.
     std::uint32_t timestampOf(Duration at) const
     {
         const double ticks = std::floor(nsOf(at) * (1 + drift) * rate / nsOf(second));
         return firstTimestamp + static_cast<std::uint32_t>(static_cast<std::int64_t>(ticks));
     }
 
-    /// Has the frame that was captured at `at` arrive.
+    /// Delivers the frame captured at `at`.
     /// \returns the error of its capture time
     Duration give(Duration at, Duration delay)
     {
@@ -77,7 +77,7 @@ TEST_F(SourceClockTest, StallsOfSixSecondsChangeNoTime)
     for (std::int64_t i = 0; i < 1500; ++i)
     {
         const Duration at = second + i * frame;
-        // Twice the network stands still for six seconds, and brings everything at once then.
+        // The network stalls twice for six seconds and then delivers everything at once.
         const std::int64_t stallEnd = i >= 250 && i < 400 ? 250 + 150 : i >= 900 && i < 1050 ? 900 + 150 : i;
         const Duration error = give(at, (stallEnd - i) * frame + 5 * ms);
         EXPECT_NEAR(nsOf(error), 5e6, 1e6) << i;
@@ -98,7 +98,7 @@ TEST_F(SourceClockTest, FollowsDriftOverHoursWithoutAJump)
             Duration worst{};
             Duration worstStep{};
             Duration before{};
-            for (std::int64_t i = 0; i < 6 * 3600 * 25; ++i)
+            for (std::int64_t i = 0; i < std::int64_t{6} * 3600 * 25; ++i)
             {
                 const Duration at = second + i * frame;
                 const Duration arrival = at + static_cast<std::int64_t>(random() % 30) * ms;
@@ -107,7 +107,7 @@ TEST_F(SourceClockTest, FollowsDriftOverHoursWithoutAJump)
                     fresh.report(timestampOf(at), ssrc, at, arrival);
                 }
                 const Duration captured = fresh.captured(fresh.place(timestampOf(at), ssrc, arrival));
-                if (i > 60 * 25)
+                if (i > std::int64_t{60} * 25)
                 {
                     worst = std::max(worst, std::chrono::abs(captured - at));
                     worstStep = std::max(worstStep, std::chrono::abs(captured - before - frame));
@@ -145,7 +145,7 @@ TEST_F(SourceClockTest, CaptureTimesConvergeToTheReportsWithoutGoingBack)
 
 TEST_F(SourceClockTest, InitialBurstIsDatedByItsLastFrame)
 {
-    // Two seconds that were kept come at once: their last frame was captured just now.
+    // Two buffered seconds arrive at once: their last frame was captured just now.
     for (std::int64_t i = 0; i < 200; ++i)
     {
         const Duration at = second + i * frame;
@@ -234,16 +234,16 @@ TEST_F(SourceClockTest, AudioTimeNeverGoesBack)
 TEST_F(SourceClockTest, FramesInDecodingOrderKeepTheirTimes)
 {
     // I3 B1 B2 P6 B4 B5 …
-    const std::int64_t presented[] = {3, 1, 2, 6, 4, 5, 9, 7, 8};
+    const std::int64_t order[] = {3, 1, 2, 6, 4, 5, 9, 7, 8};
     std::vector<Duration> media;
-    for (std::size_t i = 0; i < std::size(presented); ++i)
+    for (std::size_t i = 0; i < std::size(order); ++i)
     {
-        give(second + presented[i] * frame, (static_cast<std::int64_t>(i) - presented[i]) * frame + 5 * ms);
+        give(second + order[i] * frame, (static_cast<std::int64_t>(i) - order[i]) * frame + 5 * ms);
         media.push_back(lastMedia);
     }
-    for (std::size_t i = 1; i < std::size(presented); ++i)
+    for (std::size_t i = 1; i < std::size(order); ++i)
     {
-        EXPECT_NEAR(nsOf(media[i] - media[0]), nsOf((presented[i] - presented[0]) * frame), 12e3);
+        EXPECT_NEAR(nsOf(media[i] - media[0]), nsOf((order[i] - order[0]) * frame), 12e3);
     }
 }
 

@@ -15,7 +15,7 @@
 namespace refhost
 {
 
-/// One camera with one small stream, and a transport to wait for its description.
+/// One camera with one small stream, and means to wait for its description.
 class StreamFixture : public testing::Test
 {
 protected:
@@ -32,7 +32,7 @@ protected:
 
     ~StreamFixture() override
     {
-        // Also when a test ended the streams: the function speaks of this object.
+        // Even if a test ended the streams: the function refers to this object.
         ChangeSignal::instance().unsubscribe(subscription);
     }
 
@@ -55,7 +55,7 @@ protected:
         return *source;
     }
 
-    /// Asks for the description until it is given or refused.
+    /// Requests the description until it is ready or has failed.
     StreamSource::Description describe()
     {
         for (;;)
@@ -78,7 +78,7 @@ protected:
         }
     }
 
-    /// Has the stream come from a GStreamer launch line.
+    /// Uses a GStreamer launch line as the stream's source.
     void useLaunchLine(const std::string& line)
     {
         stream.source.kind = SourceConfig::Kind::launch;
@@ -92,7 +92,7 @@ protected:
         return sink;
     }
 
-    /// As attach(), and one viewer more.
+    /// As attach(), and adds a viewer.
     std::shared_ptr<CollectingSink> watch(const std::string& trackId)
     {
         auto sink = attach(trackId);

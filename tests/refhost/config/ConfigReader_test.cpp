@@ -26,7 +26,7 @@ ServerConfig readGood(const std::string& text, const std::string& directory = {}
     return result.config.value_or(ServerConfig());
 }
 
-TEST(ConfigReader, AnEmptyFileIsTheEmbeddedConfigurationWithoutRecordings)
+TEST(ConfigReader, EmptyFileIsTheEmbeddedConfigurationWithoutRecordings)
 {
     ServerConfig expected = ServerConfig::embedded();
     EXPECT_TRUE(expected.cameras[0].streams[0].record);
@@ -225,7 +225,7 @@ videotestsrc ! x264enc name=video
               (SourceConfig{SourceConfig::Kind::launch, "videotestsrc ! x264enc name=video\n"}));
 }
 
-TEST(ConfigReader, ARelativePathStartsAtTheFilesDirectory)
+TEST(ConfigReader, RelativePathsAreRelativeToTheFilesDirectory)
 {
     const std::string text = "[[camera]]\n[[camera.stream]]\nsource = \"file\"\nlocation = \"a/b.mp4\"\n";
     EXPECT_EQ(readGood(text, "/etc/cams").cameras.at(0).streams.at(0).source.location, "/etc/cams/a/b.mp4");
@@ -245,7 +245,7 @@ TEST(ConfigReader, ReadsARenamedKeyUnderItsFormerNameWithAWarning)
               "f:3:2: \"talkers\" is the former name of \"talk-senders\": rename it");
 }
 
-TEST(ConfigReader, HasNothingToWarnOfWhereKeysHaveTheirNewNames)
+TEST(ConfigReader, DoesNotWarnOfKeysUnderTheirNewNames)
 {
     EXPECT_TRUE(ConfigReader::read("[limits]\ntalk-senders = 5").warnings.empty());
     EXPECT_TRUE(ConfigReader::read("[limits]\nsessions = 5").warnings.empty());
@@ -269,7 +269,7 @@ class BadConfig : public testing::TestWithParam<BadCase>
 {
 };
 
-TEST_P(BadConfig, IsRefusedWithItsPlace)
+TEST_P(BadConfig, IsRefusedWithLineAndColumn)
 {
     const ConfigResult result = ConfigReader::read(GetParam().text);
     EXPECT_FALSE(result.config.has_value());
@@ -377,7 +377,7 @@ TEST(ConfigReader, NeverRepeatsSecretsInItsProblems)
     }
 }
 
-TEST(ConfigReader, EveryPrefixOfAFileIsReadOrRefusedWithAPlace)
+TEST(ConfigReader, EveryPrefixOfAFileIsReadOrRefusedWithLineAndColumn)
 {
     const std::string text =
         "port = 1\n[limits]\nsessions = 5\n[[user]]\nname = \"a\"\npassword = \"b\"\n[[camera]]\nid = 1\n"
@@ -394,7 +394,7 @@ TEST(ConfigReader, EveryPrefixOfAFileIsReadOrRefusedWithAPlace)
     }
 }
 
-TEST(ConfigReader, SaysWhyAFileCannotBeRead)
+TEST(ConfigReader, ReportsWhyAFileCannotBeRead)
 {
     const ConfigResult missing = ConfigReader::readFile("/nonexistent/file.toml");
     ASSERT_EQ(missing.problems.size(), 1U);
@@ -407,7 +407,7 @@ TEST(ConfigReader, SaysWhyAFileCannotBeRead)
     EXPECT_THAT(endless.problems[0].message, HasSubstr("larger than 1 MiB"));
 }
 
-TEST(ConfigReader, ProblemsReadAsThoseOfCompilers)
+TEST(ConfigReader, ProblemsHaveTheFormOfCompilers)
 {
     EXPECT_EQ((ConfigProblem{3, 8, "port is odd"}).toString("a.toml"), "a.toml:3:8: port is odd");
 }
@@ -448,7 +448,7 @@ TEST(ServerConfig, WarnsOfListeningBeyondLoopbackWithoutUsers)
     EXPECT_TRUE(config.warnings().empty());
 }
 
-TEST(ServerConfig, WarnsOfTalkBackThatNobodyHears)
+TEST(ServerConfig, WarnsOfTalkBackWithoutAudibleOutput)
 {
     ServerConfig config = ServerConfig::embedded();
     config.talkBack.output = "null";

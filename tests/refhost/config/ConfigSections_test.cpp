@@ -15,7 +15,7 @@ namespace refhost
 namespace
 {
 
-// Another permitted value than the present one, whatever the setting is.
+// A permitted value that differs from the present one.
 
 template <typename Section>
 void change(const NumberSetting<Section>& setting, Section& section)
@@ -62,7 +62,7 @@ void change(const TextSetting<Section>& setting, Section& section)
     }
 }
 
-// What the dump hides cannot be read back from it.
+// Secrets are not in the dump and cannot be read back from it.
 template <typename Section>
 bool isDumped(const ConfigKey<Section>& key)
 {
@@ -95,7 +95,7 @@ Section& only(std::vector<Section>& list)
     return list.front();
 }
 
-// Calls `check` with each key of the file, and with what finds the record that the key fills.
+// Calls `check` with each key of the file and an accessor of the record that the key fills.
 template <typename Section, typename Find, typename Check>
 void eachKey(const Find& find, const Check& check)
 {
@@ -136,7 +136,7 @@ TEST(ConfigSections, ConfigurationsThatDifferInOneKeyDiffer)
     EXPECT_GE(keys, 59);
 }
 
-TEST(ConfigSections, EveryKeyIsDumpedAndReadBack)
+TEST(ConfigSections, EveryKeyRoundTripsThroughADump)
 {
     eachKeyOfTheFile(
         [&](const auto& key, const auto& find)

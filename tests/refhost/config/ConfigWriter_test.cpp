@@ -95,13 +95,13 @@ void expectExplained(const std::string& text)
         });
 }
 
-TEST(ConfigWriter, WhatItWritesReadsBackToTheSameConfiguration)
+TEST(ConfigWriter, ConfigurationRoundTripsThroughADump)
 {
     expectReadsBack(ServerConfig::embedded());
     expectReadsBack(withEverythingChanged());
 }
 
-TEST(ConfigWriter, WritesARenamedKeyUnderItsNewNameAlone)
+TEST(ConfigWriter, WritesARenamedKeyUnderItsNewNameOnly)
 {
     const std::string text = ConfigWriter::write(ServerConfig::embedded());
     EXPECT_THAT(text, HasSubstr("\ntalk-senders = 16\n"));
@@ -116,7 +116,7 @@ TEST(ConfigWriter, ExplainsEveryKey)
     EXPECT_THAT(text, HasSubstr("(0 to 65535; default 8554)\nport = 8554\n"));
 }
 
-TEST(ConfigWriter, ShowsNoCredentials)
+TEST(ConfigWriter, WritesNoCredentials)
 {
     ServerConfig config = ServerConfig::embedded();
     config.users = {{"admin", "hush1"}, {"guest", "hush2"}};
@@ -130,7 +130,7 @@ TEST(ConfigWriter, ShowsNoCredentials)
     EXPECT_THAT(text, HasSubstr("rtsp://***@192.0.2.1/"));
 }
 
-TEST(ConfigWriter, ADumpWithHiddenCredentialsIsRefusedWhereTheyAreMissing)
+TEST(ConfigWriter, DumpWithMaskedCredentialsIsRefusedWithLineAndColumn)
 {
     ServerConfig config = ServerConfig::embedded();
     config.users = {{"admin", "hush"}};
@@ -142,7 +142,7 @@ TEST(ConfigWriter, ADumpWithHiddenCredentialsIsRefusedWhereTheyAreMissing)
 }
 
 // With OV_UPDATE_MANUAL=1 in the environment the manual is rewritten instead of compared.
-TEST(ConfigWriter, TheManualHoldsEveryKeyAsTheProgramKnowsIt)
+TEST(ConfigWriter, ManualHasEveryKeyOfTheProgram)
 {
     const std::string path = OV_SOURCE_DIR "/docs/configuration.md";
     const std::string begin = "<!-- keys: made by ConfigWriter -->\n";
@@ -163,7 +163,7 @@ TEST(ConfigWriter, TheManualHoldsEveryKeyAsTheProgramKnowsIt)
     EXPECT_EQ(text.substr(start, last - start), ConfigWriter::manual());
 }
 
-TEST(ConfigWriter, TheExampleIsAValidConfiguration)
+TEST(ConfigWriter, ExampleIsAValidConfiguration)
 {
     const ConfigResult result = ConfigReader::readFile(OV_SOURCE_DIR "/packaging/ovrtspd.toml");
     for (const ConfigProblem& problem : result.problems)

@@ -27,20 +27,20 @@ protected:
     std::shared_ptr<test::FakeDirectory> directory = std::make_shared<test::FakeDirectory>();
 };
 
-TEST_F(DescriptionReadinessTest, AStartingStreamIsNotReady)
+TEST_F(DescriptionReadinessTest, StartingStreamIsNotReady)
 {
     directory->stream->description = Description::starting;
     EXPECT_FALSE(DescriptionReadiness::live("orv/live/3/1"));
     EXPECT_FALSE(DescriptionReadiness::multicast("orv/multicast/3/1"));
 }
 
-TEST_F(DescriptionReadinessTest, ADescribedStreamIsReady)
+TEST_F(DescriptionReadinessTest, DescribedStreamIsReady)
 {
     EXPECT_TRUE(DescriptionReadiness::live("orv/live/3/1"));
     EXPECT_TRUE(DescriptionReadiness::multicast("orv/multicast/3/1"));
 }
 
-TEST_F(DescriptionReadinessTest, WhatCannotBeDescribedIsTheLibrarysToAnswer)
+TEST_F(DescriptionReadinessTest, PresentationsThatCannotBeDescribedAreReady)
 {
     EXPECT_TRUE(DescriptionReadiness::live("orv/live/3/2"));
     EXPECT_TRUE(DescriptionReadiness::live("orv/live/no/number"));

@@ -10,7 +10,7 @@ namespace refhost
 namespace test
 {
 
-/// A stream whose answers the test sets.
+/// Returns scripted results.
 class FakeStream : public StreamSource
 {
 public:

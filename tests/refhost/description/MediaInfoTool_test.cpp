@@ -55,14 +55,14 @@ TEST_F(MediaInfoToolTest, ReadyStreamIsDescribedWithItsTracksInOrder)
     EXPECT_EQ(out.getAllSubMediaInfo()[1].trackId, "trackID=1");
 }
 
-TEST_F(MediaInfoToolTest, DescriptionReplacesWhatWasThereBefore)
+TEST_F(MediaInfoToolTest, DescriptionReplacesThePreviousOne)
 {
     ASSERT_EQ(create(3, 1), 0);
     ASSERT_EQ(create(3, 1), 0);
     EXPECT_EQ(out.getAllSubMediaInfo().size(), 2U);
 }
 
-TEST_F(MediaInfoToolTest, BackChannelIsLastWhereItIsRequestedAndConfigured)
+TEST_F(MediaInfoToolTest, BackChannelIsLastIfRequestedAndAvailable)
 {
     directory->talkBack = true;
     ASSERT_EQ(create(3, 1), 0);
@@ -96,7 +96,7 @@ TEST_F(MediaInfoToolTest, FailedStreamIsReported)
     EXPECT_EQ(out.mediaUrl, "before");
 }
 
-TEST_F(MediaInfoToolTest, HostWithoutStreamsKnowsNone)
+TEST_F(MediaInfoToolTest, HostWithoutStreamsHasNone)
 {
     Device::setStreams(nullptr);
     EXPECT_EQ(create(3, 1), hostStreamUnknown);

@@ -20,7 +20,7 @@ TEST(MulticastMediaUrl, ReadsCameraAndStream)
     EXPECT_EQ("orv/multicast", codec.objMediaUrlParam.getMediaUrlPrefix());
 }
 
-TEST(MulticastMediaUrl, WhatWasReadIsRenderedAlike)
+TEST(MulticastMediaUrl, ParsedUrlIsRenderedUnchanged)
 {
     MulticastMediaUrl codec;
     ASSERT_EQ(0, codec.parseMulticastMediaUrl("x/orv/multicast/1/0"));
@@ -28,7 +28,7 @@ TEST(MulticastMediaUrl, WhatWasReadIsRenderedAlike)
     EXPECT_EQ("orv/live/1/0", codec.toMediaUrl());
 }
 
-TEST(MulticastMediaUrl, OtherTextsAreRefusedAndChangeNoNumber)
+TEST(MulticastMediaUrl, OtherTextsAreRefusedWithoutChangingNumbers)
 {
     MulticastMediaUrl codec;
     ASSERT_EQ(0, codec.parseMulticastMediaUrl("orv/multicast/7/8"));
@@ -42,7 +42,7 @@ TEST(MulticastMediaUrl, OtherTextsAreRefusedAndChangeNoNumber)
     }
 }
 
-TEST(MulticastMediaUrl, TheOtherFormsAreTheDevicesOwn)
+TEST(MulticastMediaUrl, OtherFormsAreThoseOfTheDevicesCodec)
 {
     MulticastMediaUrl codec;
     EXPECT_EQ(0, codec.parseMediaUrl("orv/live/1/2"));
@@ -51,7 +51,7 @@ TEST(MulticastMediaUrl, TheOtherFormsAreTheDevicesOwn)
     EXPECT_EQ(statusNotFound, codec.parseMediaUrl("orv/multicast/1/2"));
 }
 
-TEST(MulticastMediaUrl, TheFactoryMakesSeparateCodecsOfANumberOfTheirOwn)
+TEST(MulticastMediaUrl, FactoryCreatesSeparateCodecsOfItsOwnType)
 {
     MulticastMediaUrlFactory factory;
     SafePointer<IMediaUrl> one;

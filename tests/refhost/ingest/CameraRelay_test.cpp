@@ -131,7 +131,7 @@ TEST_P(CameraRelayTest, CameraWithoutTcpIsReadOverUdp)
     const ForeignCamera camera(GST_RTSP_LOWER_TRANS_UDP);
     stream.source.location = camera.url();
     open();
-    // The change of transport is nothing that a viewer notices.
+    // Viewers do not notice the change of transport.
     ASSERT_EQ(describe(), Description::ready);
     EXPECT_LE(source->starts(), 3);
     const auto video = watch("trackID=0");

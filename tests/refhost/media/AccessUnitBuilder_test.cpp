@@ -40,7 +40,7 @@ protected:
         return builder.add(bytes.data(), bytes.size(), test::instantOf(time));
     }
 
-    /// The one unit that these payloads make.
+    /// The single unit of these payloads.
     AccessUnitPtr unitOf(Codec codec, const std::vector<std::vector<int>>& payloads)
     {
         AccessUnitBuilder builder = make(codec);
@@ -69,7 +69,7 @@ TEST_F(AccessUnitBuilderTest, MarkerEndsAUnit)
     EXPECT_EQ(test::nsOf(units[0]->captureTime), 77);
 }
 
-TEST_F(AccessUnitBuilderTest, AUnitWithoutEndIsLeftOutAndTheNextIsTaken)
+TEST_F(AccessUnitBuilderTest, UnitWithoutEndIsDroppedAndTheNextIsDelivered)
 {
     AccessUnitBuilder builder = make(Codec::h264);
     const Bytes large = packet(9000, false, std::vector<int>(1U << 20U, 0x61));
@@ -84,7 +84,7 @@ TEST_F(AccessUnitBuilderTest, AUnitWithoutEndIsLeftOutAndTheNextIsTaken)
     EXPECT_EQ(units[0]->rtpTimestamp, 12600U);
 }
 
-TEST_F(AccessUnitBuilderTest, AnotherTimestampEndsAUnitToo)
+TEST_F(AccessUnitBuilderTest, ChangedTimestampEndsAUnit)
 {
     AccessUnitBuilder builder = make(Codec::h264);
     give(builder, packet(9000, false, {0x61, 1}));
@@ -176,7 +176,7 @@ TEST_F(AccessUnitBuilderTest, KeyFrameOfH265NeedsParameterSetAndRandomAccess)
     }
 }
 
-TEST_F(AccessUnitBuilderTest, OneUnitsKeyDoesNotMarkTheNext)
+TEST_F(AccessUnitBuilderTest, KeyFrameDoesNotMarkTheNextUnit)
 {
     AccessUnitBuilder builder = make(Codec::h264);
     give(builder, packet(1, false, {0x67, 1}));
@@ -187,7 +187,7 @@ TEST_F(AccessUnitBuilderTest, OneUnitsKeyDoesNotMarkTheNext)
     EXPECT_FALSE(units[1]->keyFrame);
 }
 
-TEST_F(AccessUnitBuilderTest, PacketsWithMoreThanAPlainHeaderAreNotTaken)
+TEST_F(AccessUnitBuilderTest, PacketsWithMoreThanAPlainHeaderAreRejected)
 {
     AccessUnitBuilder builder = make(Codec::pcmu);
     for (const int first : {0x90, 0xa0, 0x81, 0x40, 0x00})
@@ -204,7 +204,7 @@ TEST_F(AccessUnitBuilderTest, PacketsWithMoreThanAPlainHeaderAreNotTaken)
     EXPECT_TRUE(units.empty());
 }
 
-TEST_F(AccessUnitBuilderTest, ResetForgetsTheBeginningOfAUnit)
+TEST_F(AccessUnitBuilderTest, ResetDropsAnIncompleteUnit)
 {
     AccessUnitBuilder builder = make(Codec::h264);
     give(builder, packet(1, false, {0x67, 1}));

@@ -7,7 +7,7 @@ namespace refhost
 namespace
 {
 
-TEST(BackChannel, EveryCodecIsMarkedAndNamedAlike)
+TEST(BackChannel, EveryCodecHasTheSameTrackIdAndFlag)
 {
     for (const Codec codec : {Codec::pcmu, Codec::pcma, Codec::aac, Codec::opus})
     {
@@ -38,12 +38,12 @@ TEST(BackChannel, CodecsHaveTheirPayloadTypesAndClocks)
     EXPECT_EQ(48000, backChannelOf(Codec::opus)->clockRate);
 }
 
-TEST(BackChannel, WithoutACodecThereIsNone)
+TEST(BackChannel, WithoutACodecThereIsNoTrack)
 {
     EXPECT_FALSE(backChannelOf(std::nullopt).has_value());
 }
 
-TEST(BackChannel, NobodyTalksInACodecOfVideo)
+TEST(BackChannel, VideoCodecsHaveNoTalkBack)
 {
     EXPECT_FALSE(backChannelOf(Codec::h264).has_value());
     EXPECT_FALSE(backChannelOf(Codec::h265).has_value());

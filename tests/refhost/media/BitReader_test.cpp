@@ -41,14 +41,14 @@ TEST(BitReader, ReadsExpGolombNumbers)
     EXPECT_FALSE(reader.failed());
 }
 
-TEST(BitReader, LeavesEmulationPreventionOut)
+TEST(BitReader, RemovesEmulationPreventionBytes)
 {
     BitReader reader = readerOf({0x00, 0x00, 0x03, 0x01, 0x03});
     EXPECT_EQ(0x00000103U, reader.bits(32));
     EXPECT_FALSE(reader.failed());
 }
 
-TEST(BitReader, ReadsZerosBehindTheEndAndSaysSo)
+TEST(BitReader, ReadsZerosBeyondTheEndAndFails)
 {
     BitReader reader = readerOf({0xff});
     EXPECT_EQ(0x0fU, reader.bits(4));
@@ -58,7 +58,7 @@ TEST(BitReader, ReadsZerosBehindTheEndAndSaysSo)
     EXPECT_EQ(0U, reader.bits(32));
 }
 
-TEST(BitReader, RefusesNumbersThatCannotBe)
+TEST(BitReader, FailsAtImpossibleNumbers)
 {
     BitReader reader = readerOf({0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
     reader.ue();

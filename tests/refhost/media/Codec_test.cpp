@@ -10,7 +10,7 @@ namespace refhost
 namespace
 {
 
-TEST(Codec, EveryCodecHasItsEntry)
+TEST(Codec, EveryCodecHasAnEntry)
 {
     for (const Codec codec : allCodecs)
     {
@@ -52,7 +52,7 @@ TEST(Codec, EncodingNamesAreFoundInEitherCase)
     EXPECT_FALSE(codecEncodedAs("").has_value());
 }
 
-TEST(Codec, TracksAreNamedByTheirKind)
+TEST(Codec, TrackIdsFollowTheKindOfMedia)
 {
     EXPECT_STREQ(trackIdOf(Codec::h265), "trackID=0");
     EXPECT_STREQ(trackIdOf(Codec::aac), "trackID=1");
@@ -60,7 +60,7 @@ TEST(Codec, TracksAreNamedByTheirKind)
     EXPECT_FALSE(isVideo(Codec::pcma));
 }
 
-TEST(Codec, PayloadTypesAreThoseOfTheProfileOrDynamic)
+TEST(Codec, PayloadTypesAreStaticOrDynamic)
 {
     for (const Codec codec : allCodecs)
     {
@@ -71,7 +71,7 @@ TEST(Codec, PayloadTypesAreThoseOfTheProfileOrDynamic)
     }
 }
 
-TEST(Codec, SamplesOfABlockAreKnown)
+TEST(Codec, CountsSamplesOfABlock)
 {
     const std::uint8_t block[160] = {};
     EXPECT_EQ(infoOf(Codec::pcmu).samplesIn(block, 160, 1), 160U);
@@ -80,7 +80,7 @@ TEST(Codec, SamplesOfABlockAreKnown)
     EXPECT_EQ(infoOf(Codec::aac).samplesIn(block, 7, 1), 1024U);
 }
 
-TEST(Codec, OpusPacketHasItsDuration)
+TEST(Codec, CountsSamplesOfAnOpusPacket)
 {
     struct Case
     {
@@ -110,14 +110,14 @@ TEST(Codec, OpusPacketHasItsDuration)
     }
 }
 
-TEST(Codec, OpusHeadIsMadeForFiles)
+TEST(Codec, OpusHasAnIdentificationHeaderForFiles)
 {
     const std::vector<std::uint8_t> head = infoOf(Codec::opus).makeCodecData(2);
     EXPECT_EQ(head, (std::vector<std::uint8_t>{'O', 'p', 'u', 's', 'H', 'e', 'a', 'd', 1, 2, 0, 0, 0x80, 0xbb,
                                                0, 0, 0, 0, 0}));
 }
 
-TEST(Codec, TheConfigurationMayNameWhatFits)
+TEST(Codec, CodecChoicesAreThoseOfTheKind)
 {
     using Names = std::vector<std::string_view>;
     EXPECT_EQ(codecChoices(MediaKind::video), (Names{"h264", "h265", "mjpeg", "none"}));

@@ -43,7 +43,7 @@ protected:
     }
 };
 
-TEST_F(GstCodecTest, CapsGiveTheCodec)
+TEST_F(GstCodecTest, FindsTheCodecOfCaps)
 {
     EXPECT_EQ(of("video/x-h264,stream-format=byte-stream"), Codec::h264);
     EXPECT_EQ(of("video/x-h265"), Codec::h265);
@@ -52,7 +52,7 @@ TEST_F(GstCodecTest, CapsGiveTheCodec)
     EXPECT_EQ(of("audio/x-alaw,rate=8000,channels=1"), Codec::pcma);
 }
 
-TEST_F(GstCodecTest, WhatCannotBeSentAsItIsHasNoCodec)
+TEST_F(GstCodecTest, MediaThatMustBeTranscodedHaveNoCodec)
 {
     for (const char* const caps :
          {"audio/mpeg,mpegversion=1", "audio/x-mulaw,rate=16000,channels=1",
@@ -63,7 +63,7 @@ TEST_F(GstCodecTest, WhatCannotBeSentAsItIsHasNoCodec)
     EXPECT_FALSE(GstCodec::of(nullptr).has_value());
 }
 
-TEST_F(GstCodecTest, WhatIsSentAsItIsIsAcceptedWhateverIsConfigured)
+TEST_F(GstCodecTest, PassThroughCodecsAreAcceptedWhateverIsConfigured)
 {
     for (const char* const caps :
          {"video/x-h264", "video/x-h265", "audio/mpeg,mpegversion=4,stream-format=raw",
@@ -75,7 +75,7 @@ TEST_F(GstCodecTest, WhatIsSentAsItIsIsAcceptedWhateverIsConfigured)
     EXPECT_FALSE(accepts({Codec::pcmu}, "audio/x-mulaw,rate=16000,channels=1"));
 }
 
-TEST_F(GstCodecTest, OpusIsAcceptedOnlyWhereItIsConfigured)
+TEST_F(GstCodecTest, OpusIsAcceptedOnlyWhenConfigured)
 {
     const char* const stereo = "audio/x-opus,channel-mapping-family=0,channels=2";
     EXPECT_EQ(of(stereo), Codec::opus);
@@ -84,7 +84,7 @@ TEST_F(GstCodecTest, OpusIsAcceptedOnlyWhereItIsConfigured)
     EXPECT_FALSE(accepts({Codec::opus}, "audio/x-opus,channel-mapping-family=1,channels=6"));
 }
 
-TEST_F(GstCodecTest, JpegIsAcceptedOnlyByRtpWhereItIsConfigured)
+TEST_F(GstCodecTest, JpegIsAcceptedOnlyOverRtpWhenConfigured)
 {
     EXPECT_EQ(of("image/jpeg,width=320"), Codec::mjpeg);
     EXPECT_TRUE(accepts({Codec::mjpeg}, "image/jpeg", true));
@@ -92,7 +92,7 @@ TEST_F(GstCodecTest, JpegIsAcceptedOnlyByRtpWhereItIsConfigured)
     EXPECT_FALSE(accepts({Codec::h264}, "image/jpeg", true));
 }
 
-TEST_F(GstCodecTest, ElementsOfEveryCodecCanBeMade)
+TEST_F(GstCodecTest, ElementsOfEveryCodecCanBeCreated)
 {
     for (const Codec codec : allCodecs)
     {

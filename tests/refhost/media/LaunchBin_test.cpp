@@ -27,7 +27,7 @@ protected:
 
 }  // namespace
 
-TEST_F(LaunchBinTest, UnlinkedPadsBecomeTheBinsWhereAskedFor)
+TEST_F(LaunchBinTest, UnlinkedPadsAreGhostedOnRequest)
 {
     const auto ghosted = owned(makeLaunchBin("identity ! identity", UnlinkedPads::ghosted, error_));
     ASSERT_TRUE(ghosted) << error_;
@@ -37,7 +37,7 @@ TEST_F(LaunchBinTest, UnlinkedPadsBecomeTheBinsWhereAskedFor)
     EXPECT_EQ(0, left->numpads);
 }
 
-TEST_F(LaunchBinTest, ALineOfOneElementIsThatElement)
+TEST_F(LaunchBinTest, LineOfOneElementMakesThatElement)
 {
     const auto element = owned(makeLaunchElement("identity name=one", error_));
     ASSERT_TRUE(element) << error_;
@@ -45,7 +45,7 @@ TEST_F(LaunchBinTest, ALineOfOneElementIsThatElement)
     EXPECT_STREQ("one", GST_OBJECT_NAME(element.get()));
 }
 
-TEST_F(LaunchBinTest, WrongLinesGiveNothingAndSayWhy)
+TEST_F(LaunchBinTest, MalformedLinesFailWithAnError)
 {
     for (const char* const line :
          {"", "no-such-element", "identity ! no-such-element", "identity no-such=1", "identity !"})

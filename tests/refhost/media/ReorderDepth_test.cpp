@@ -41,7 +41,7 @@ public:
                             : static_cast<std::uint32_t>(-value) * 2);
     }
 
-    /// \param header  bytes in front, which are not protected
+    /// \param header  preceding bytes, without emulation prevention
     Bytes nalUnit(const Bytes& header)
     {
         bits(1, 1);
@@ -211,7 +211,7 @@ TEST_P(ReorderDepthTest, IsReadFromAnH264ParameterSet)
 {
     const Bytes unit = made(GetParam());
     EXPECT_EQ(ReorderDepth::ofH264(unit.data(), unit.size()), std::make_optional(GetParam().expected));
-    // Cut off anywhere it is refused or, behind what counts, understood.
+    // Truncated anywhere, it is refused or, after the relevant fields, accepted.
     for (std::size_t size = 0; size < unit.size(); ++size)
     {
         const auto found = ReorderDepth::ofH264(unit.data(), size);
@@ -222,7 +222,7 @@ TEST_P(ReorderDepthTest, IsReadFromAnH264ParameterSet)
 INSTANTIATE_TEST_SUITE_P(Sets, ReorderDepthTest, testing::ValuesIn(h264Sets()),
                          [](const auto& instance) { return instance.param.name; });
 
-// What x264 and x265 write, 320x180.
+// Parameter sets of x264 and x265, 320x180.
 MediaFormat x264(const Bytes& parameterSet)
 {
     MediaFormat format;
@@ -247,7 +247,7 @@ MediaFormat x265(const Bytes& parameterSet)
     return format;
 }
 
-TEST(ReorderDepth, IsThatOfX264)
+TEST(ReorderDepth, EqualsThatOfX264)
 {
     EXPECT_EQ(
         0U, ReorderDepth::of(x264({0x67, 0x64, 0x00, 0x0c, 0xac, 0xb2, 0x02, 0x83, 0x3f, 0x3e, 0x02, 0x20,
@@ -260,7 +260,7 @@ TEST(ReorderDepth, IsThatOfX264)
                             0x00, 0x03, 0x00, 0x10, 0x00, 0x00, 0x03, 0x03, 0x20, 0xf1, 0x42, 0x99, 0x60})));
 }
 
-TEST(ReorderDepth, IsThatOfX265)
+TEST(ReorderDepth, EqualsThatOfX265)
 {
     EXPECT_EQ(2U, ReorderDepth::of(x265({0x42, 0x01, 0x01, 0x01, 0x60, 0x00, 0x00, 0x03, 0x00, 0x90, 0x00,
                                          0x00, 0x03, 0x00, 0x00, 0x03, 0x00, 0x3c, 0xa0, 0x0a, 0x08, 0x0b,
@@ -319,7 +319,7 @@ TEST(ReorderDepth, OfH265IsThatOfTheHighestSubLayer)
     }
 }
 
-TEST(ReorderDepth, OfARecordThatCannotBeReadIsTheLargest)
+TEST(ReorderDepth, OfAnUnreadableRecordIsTheMaximum)
 {
     MediaFormat format = x264({0x67, 0x64, 0x00});
     EXPECT_EQ(ReorderDepth::max, ReorderDepth::of(format));
@@ -335,7 +335,7 @@ TEST(ReorderDepth, OfARecordThatCannotBeReadIsTheLargest)
     }
 }
 
-TEST(ReorderDepth, OfAudioIsNone)
+TEST(ReorderDepth, OfAudioIsZero)
 {
     MediaFormat format;
     format.codec = Codec::aac;

@@ -69,7 +69,7 @@ TEST_F(TrackDescriptionTest, VideoWithoutParameterSetsIsNotDescribed)
     EXPECT_EQ(track.trackId, "");
 }
 
-TEST_F(TrackDescriptionTest, H265HasItsThreeParameterSets)
+TEST_F(TrackDescriptionTest, H265HasThreeParameterSets)
 {
     ASSERT_TRUE(
         describe("media=(string)video,payload=(int)96,clock-rate=(int)90000,encoding-name=(string)H265,"
@@ -105,7 +105,7 @@ TEST_F(TrackDescriptionTest, PcmHasNoParametersAndAFixedRate)
     }
 }
 
-TEST_F(TrackDescriptionTest, CapsThatAreNoTrackAreRefused)
+TEST_F(TrackDescriptionTest, CapsOfNoTrackAreRefused)
 {
     EXPECT_FALSE(describeTrack(nullptr, nullptr, "trackID=0", track));
     EXPECT_FALSE(describe("media=(string)video"));
@@ -113,7 +113,7 @@ TEST_F(TrackDescriptionTest, CapsThatAreNoTrackAreRefused)
     EXPECT_FALSE(describe("media=(string)audio,encoding-name=(string)PCMU,clock-rate=(int)0"));
 }
 
-TEST_F(TrackDescriptionTest, DescriptionsAreComparedInEverything)
+TEST_F(TrackDescriptionTest, DescriptionsAreComparedInEveryField)
 {
     ASSERT_TRUE(describe(h264));
     const SubMediaInfo same = track;

@@ -1,4 +1,4 @@
-// What every ByteStream promises, for each one that there is.
+// The contract of ByteStream, for every implementation.
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -32,10 +32,10 @@ public:
     virtual ~StreamUnderTest() = default;
 
     virtual void write(const std::string& bytes) = 0;
-    /// What came; waits, bounded, for the first byte.
+    /// Received bytes; waits, with a bound, for the first one.
     virtual std::string read() = 0;
     virtual void endWriting() = 0;
-    /// True when the stream's side ended; what came before is dropped.
+    /// True when the stream's side ended; bytes received before are dropped.
     virtual bool sawEnd() = 0;
 
     std::shared_ptr<ByteStream> stream;
@@ -157,7 +157,7 @@ protected:
         return *under_->stream;
     }
 
-    /// Attaches the stream; what it receives is gathered, what it reports is counted.
+    /// Attaches the stream, collects received bytes and counts reports.
     void attach(EventLoop& loop)
     {
         owner_ = &loop;
@@ -192,7 +192,7 @@ protected:
         }
     }
 
-    /// Sends what is left of rest_, in two parts, and watches while something is.
+    /// Sends rest_ in two parts, and watches `sendable` while any of it remains.
     void sendRest()
     {
         while (!rest_.empty())
@@ -234,7 +234,7 @@ protected:
     }
 
     /// Waits for a few iterations of `loop`.
-    static void waitForIterations(EventLoop& loop)
+    static void iterate(EventLoop& loop)
     {
         for (int i = 0; i < 3; ++i)
         {
@@ -256,7 +256,7 @@ protected:
     std::string rest_;  // the loop's while attached
 };
 
-TEST_P(ByteStreamContract, WhatThePeerWritesIsReceivedInOrderAndThenItsEnd)
+TEST_P(ByteStreamContract, PeersBytesAreReceivedInOrderThenItsEnd)
 {
     attach(first_);
     under_->write("one ");
@@ -266,7 +266,7 @@ TEST_P(ByteStreamContract, WhatThePeerWritesIsReceivedInOrderAndThenItsEnd)
     EXPECT_EQ(received(), "one two");
 }
 
-TEST_P(ByteStreamContract, ReceivableIsReportedAgainUntilItIsReceived)
+TEST_P(ByteStreamContract, ReceivableIsReportedUntilAllBytesAreReceived)
 {
     receives_ = false;
     attach(first_);
@@ -277,29 +277,29 @@ TEST_P(ByteStreamContract, ReceivableIsReportedAgainUntilItIsReceived)
     EXPECT_TRUE(eventually([this] { return received() == "x"; }));
 }
 
-TEST_P(ByteStreamContract, WhatIsNotWatchedIsNotReported)
+TEST_P(ByteStreamContract, UnwatchedEventsAreNotReported)
 {
     stream().watchReceive(false);
     attach(first_);
     under_->write("x");
-    waitForIterations(first_);
+    iterate(first_);
     EXPECT_EQ(reports_, 0);
     stream().watchReceive(true);
     EXPECT_TRUE(eventually([this] { return received() == "x"; }));
 }
 
-TEST_P(ByteStreamContract, SendableIsReportedOnlyWhileItIsWatched)
+TEST_P(ByteStreamContract, SendableIsReportedOnlyWhileWatched)
 {
     stream().watchReceive(false);
     attach(first_);
-    waitForIterations(first_);
+    iterate(first_);
     EXPECT_EQ(reports_, 0);
     stream().watchSend(true);
     EXPECT_TRUE(eventually([this] { return sentAll_.load(); })) << "nothing to send: not watched any more";
     EXPECT_EQ(reported_, ByteStream::sendable);
 }
 
-TEST_P(ByteStreamContract, PartsAreSentOneBehindTheOtherHoweverOftenItBlocks)
+TEST_P(ByteStreamContract, PartsAreSentInOrderHoweverOftenSendBlocks)
 {
     std::string all;
     for (int i = 0; i < 500; ++i)
@@ -319,15 +319,15 @@ TEST_P(ByteStreamContract, PartsAreSentOneBehindTheOtherHoweverOftenItBlocks)
     EXPECT_EQ(arrived, all);
 }
 
-TEST_P(ByteStreamContract, WhatWasNotTakenMayBeFollowedByAnything)
+TEST_P(ByteStreamContract, UnacceptedBytesMayBeReplaced)
 {
     attach(first_);
     std::string expected;
     for (char letter = 'a'; letter <= 'z'; ++letter)
     {
-        // Whatever is not taken of this one is given up.
+        // The unaccepted bytes of this one are discarded.
         stream().watchSend(true);
-        waitForIterations(first_);
+        iterate(first_);
         const std::string bytes(1000, letter);
         std::size_t taken = 0;
         runOn(first_,
@@ -353,7 +353,7 @@ TEST_P(ByteStreamContract, WhatWasNotTakenMayBeFollowedByAnything)
     EXPECT_EQ(arrived, expected);
 }
 
-TEST_P(ByteStreamContract, ADetachedStreamReportsNothing)
+TEST_P(ByteStreamContract, DetachedStreamReportsNothing)
 {
     receives_ = false;
     attach(first_);
@@ -361,12 +361,12 @@ TEST_P(ByteStreamContract, ADetachedStreamReportsNothing)
     EXPECT_TRUE(eventually([this] { return reports_ > 0; }));
     runOn(first_, [this] { stream().detach(); });
     const int before = reports_;
-    waitForIterations(first_);
+    iterate(first_);
     EXPECT_EQ(reports_, before);
     stream().detach();
 }
 
-TEST_P(ByteStreamContract, ItMovesToAnotherLoopWithWhatIsWatchedAndWhatWasNotReceived)
+TEST_P(ByteStreamContract, MovesToAnotherLoopWithWatchedEventsAndPendingBytes)
 {
     receives_ = false;
     attach(first_);
@@ -386,9 +386,9 @@ TEST_P(ByteStreamContract, ItMovesToAnotherLoopWithWhatIsWatchedAndWhatWasNotRec
     EXPECT_EQ(reported_, ByteStream::receivable | ByteStream::sendable);
 }
 
-TEST_P(ByteStreamContract, ItMovesBetweenItsOwnReports)
+TEST_P(ByteStreamContract, MovesBetweenLoopsFromItsOwnHandler)
 {
-    // The handler itself hands the stream over, again and again.
+    // The handler itself moves the stream repeatedly.
     constexpr int times = 20;
     std::atomic<int> moves{0};
     std::function<void(EventLoop&, EventLoop&)> attachTo = [&](EventLoop& here, EventLoop& there)
@@ -414,7 +414,7 @@ TEST_P(ByteStreamContract, ItMovesBetweenItsOwnReports)
     TearDown();
 }
 
-TEST_P(ByteStreamContract, EndingToSendLetsThePeerSeeTheEndAndGoesOnReceiving)
+TEST_P(ByteStreamContract, EndSendingIsSeenByThePeerAndReceivingContinues)
 {
     attach(first_);
     rest_ = "last";
@@ -431,7 +431,7 @@ TEST_P(ByteStreamContract, EndingToSendLetsThePeerSeeTheEndAndGoesOnReceiving)
     EXPECT_TRUE(eventually([this] { return received() == "still here"; }));
 }
 
-TEST_P(ByteStreamContract, ClosingEndsItForThePeerAndDropsTheHandler)
+TEST_P(ByteStreamContract, CloseIsSeenByThePeerAndDropsTheHandler)
 {
     auto held = std::make_shared<int>(0);
     const std::weak_ptr<int> weak = held;
@@ -448,7 +448,7 @@ TEST_P(ByteStreamContract, ClosingEndsItForThePeerAndDropsTheHandler)
     EXPECT_TRUE(under_->sawEnd());
 }
 
-TEST_P(ByteStreamContract, AHandlerMayCloseItsStream)
+TEST_P(ByteStreamContract, HandlerMayCloseItsStream)
 {
     stream().attach(first_,
                     [this](std::uint32_t)
@@ -458,11 +458,11 @@ TEST_P(ByteStreamContract, AHandlerMayCloseItsStream)
                     });
     under_->write("xyz");
     EXPECT_TRUE(eventually([this] { return reports_ > 0; }));
-    waitForIterations(first_);
+    iterate(first_);
     EXPECT_EQ(reports_, 1);
 }
 
-TEST_P(ByteStreamContract, ItsAddressesAreKnown)
+TEST_P(ByteStreamContract, AddressesAreKnown)
 {
     EXPECT_EQ(stream().peer().text(), "127.0.0.1");
     EXPECT_EQ(stream().local().text(), "127.0.0.1");

@@ -10,7 +10,7 @@ namespace refhost
 namespace test
 {
 
-/// Passes everything on to another stream; what a derived one changes, it overrides.
+/// Forwards every operation to another stream; derived classes override some.
 class ForwardingStream : public ByteStream
 {
 public:

@@ -36,7 +36,7 @@ public:
         };
     }
 
-    /// Waits until so many are at work; returns their hosts.
+    /// Waits until so many are at work, and returns their names.
     std::vector<std::string> waitFor(std::size_t count)
     {
         std::unique_lock<std::mutex> lock(state_->mutex);

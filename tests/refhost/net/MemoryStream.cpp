@@ -119,7 +119,7 @@ std::uint32_t MemoryStream::ready() const
     return ((input | output) & watched_) | (failed_ ? hungUp : 0);
 }
 
-/// Has ready() reported by the loop, where there is something to report.
+/// Posts ready() to the loop if there is something to report.
 void MemoryStream::schedule()
 {
     if (loop_ == nullptr || scheduled_ || ready() == 0)
@@ -131,7 +131,7 @@ void MemoryStream::schedule()
         [weak = weak_from_this(), handler = std::weak_ptr<Handler>(handler_)]
         {
             const auto self = weak.lock();
-            // A report of before a move is none.
+            // Posted before a move to another loop: ignored.
             if (self != nullptr && handler.lock() != nullptr)
             {
                 self->report();

@@ -14,11 +14,11 @@ namespace refhost
 namespace test
 {
 
-/// A stream whose peer is the test, at a pace that a network rarely shows.
+/// A stream in memory whose peer is the test, with a pace that networks rarely have.
 ///
-/// After each report of readiness one receive() and one send() transfer up to `bytesAtOnce` bytes; before it,
-/// and after that one, they are blocked. Every other report of `receivable` is in vain: receive() is blocked.
-/// Made by std::make_shared.
+/// After each report of readiness one receive() and one send() transfer up to `bytesAtOnce` bytes; otherwise
+/// they are blocked. Every other report of `receivable` is spurious: receive() is blocked. Created by
+/// std::make_shared.
 class MemoryStream final : public ByteStream, public std::enable_shared_from_this<MemoryStream>
 {
 public:
@@ -29,9 +29,9 @@ public:
     void write(std::string_view bytes);
     void endWriting();
     void fail();
-    /// While stalled the peer takes nothing.
+    /// While stalled, the peer accepts nothing.
     void stall(bool on);
-    /// What came since the last call. Waits at most `milliseconds` for the first byte.
+    /// Bytes that arrived since the last call. Waits at most `milliseconds` for the first one.
     std::string read(int milliseconds);
     /// Whether everything written was received.
     bool allReceived() const;

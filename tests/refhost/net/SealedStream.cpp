@@ -11,7 +11,7 @@ namespace
 {
 
 constexpr char altered = 0x5a;
-// How much of what is decoded a receive() gives out, so that some is left.
+// Max bytes of a receive(), so that decoded bytes remain.
 constexpr std::size_t givenOut = 5;
 
 std::string alter(std::string_view bytes)
@@ -43,9 +43,9 @@ std::string SealedStream::seal(std::string_view bytes)
 std::string SealedStream::unseal(std::string& records)
 {
     std::string bytes;
-    while (!records.empty() && records.size() > static_cast<std::size_t>(records[0]))
+    while (!records.empty() && records.size() > static_cast<unsigned char>(records[0]))
     {
-        const auto size = static_cast<std::size_t>(records[0]);
+        const std::size_t size = static_cast<unsigned char>(records[0]);
         bytes += alter(std::string_view(records).substr(1, size));
         records.erase(0, 1 + size);
     }
@@ -115,7 +115,7 @@ std::uint32_t SealedStream::ready() const
            (watchesSend_ && established_ && outgoing_.empty() ? sendable : 0u);
 }
 
-/// Reports on the loop what no event of the inner stream will.
+/// Reports events on the loop that no event of the inner stream causes.
 void SealedStream::reportHeld()
 {
     if (loop_ == nullptr || reporting_ || (ready() & receivable) == 0)
@@ -142,7 +142,7 @@ void SealedStream::onHeld()
         const std::lock_guard<std::mutex> guard(mutex_);
         reporting_ = false;
     }
-    onInner(0);  // reports again what is left then
+    onInner(0);  // reports remaining bytes again
 }
 
 void SealedStream::readInner()

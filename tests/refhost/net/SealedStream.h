@@ -13,12 +13,12 @@ namespace refhost
 namespace test
 {
 
-/// What is hard about TLS, without its cryptography: a handshake comes before the first byte, so that sending
-/// waits for input; bytes travel in records, so that some are held decoded when nothing is left to read; and
-/// what was taken is committed to its record, and sent whether or not anybody watches for it.
+/// The difficulties of TLS without its cryptography: a handshake precedes the first byte, so that sending waits
+/// for input; bytes are transferred in records, so that decoded ones may be pending when there is no input; and
+/// accepted bytes are committed to a record and sent whether or not `sendable` is watched.
 ///
 /// The peer starts with `hello` and gets `reply`. A record is its length in one byte and its bytes, altered.
-/// Made by std::make_shared.
+/// Created by std::make_shared.
 class SealedStream final : public ForwardingStream, public std::enable_shared_from_this<SealedStream>
 {
 public:
@@ -30,7 +30,7 @@ public:
 
     /// `bytes` as records.
     static std::string seal(std::string_view bytes);
-    /// Takes the whole records at the beginning of `records`.
+    /// Removes and decodes the complete records at the start of `records`.
     static std::string unseal(std::string& records);
 
     void attach(EventLoop& loop, Handler handler) override;
@@ -61,9 +61,9 @@ private:
     Status input_ = Status::blocked;  // ended or failed, when it is
     bool failed_ = false;
     bool ending_ = false;
-    std::string records_;   // received, not whole yet
+    std::string records_;   // received, not complete yet
     std::string decoded_;   // not received by the user yet
-    std::string outgoing_;  // taken, not sent yet
+    std::string outgoing_;  // accepted, not sent yet
 };
 
 }  // namespace test

@@ -48,7 +48,7 @@ protected:
         return value;
     }
 
-    /// Milliseconds since anything came from the client, an answer to a probe included.
+    /// Milliseconds since anything arrived from the client, including answers to probes.
     std::int64_t lastAnswerMs() const
     {
         tcp_info info{};
@@ -57,7 +57,7 @@ protected:
         return info.tcpi_last_ack_recv;
     }
 
-    /// Sends until neither side takes more.
+    /// Sends until both buffers are full.
     void fill() const
     {
         const std::string bytes(65536, 'x');
@@ -71,32 +71,32 @@ protected:
     Descriptor server_{-1};
 };
 
-TEST_F(TcpLivenessTest, ADeadIdlePeerIsFoundWithinTheTime)
+TEST_F(TcpLivenessTest, DeadIdlePeerIsDetectedWithinTheTimeout)
 {
     EXPECT_LT(option(TCP_KEEPIDLE) + option(TCP_KEEPINTVL) * option(TCP_KEEPCNT), timeout.count());
     EXPECT_EQ(0, option(TCP_USER_TIMEOUT))
         << "it would end a connection to a peer that answers and has no room";
 }
 
-TEST_F(TcpLivenessTest, AnIdlePeerIsSilentSinceItsLastAnswer)
+TEST_F(TcpLivenessTest, IdlePeerIsSilentSinceItsLastAnswer)
 {
     constexpr std::chrono::milliseconds wait(50);
-    const auto begin = std::chrono::steady_clock::now();
+    const auto start = std::chrono::steady_clock::now();
     while (TcpLiveness::silence(server_.get()).value_or(wait) < wait &&
-           std::chrono::steady_clock::now() - begin < std::chrono::seconds(10))
+           std::chrono::steady_clock::now() - start < std::chrono::seconds(10))
     {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     EXPECT_GE(TcpLiveness::silence(server_.get()).value_or(-wait), wait);
 }
 
-TEST_F(TcpLivenessTest, APeerThatHasNoRoomAndAnswersIsNotSilent)
+TEST_F(TcpLivenessTest, PeerWithAZeroWindowThatAnswersIsNotSilent)
 {
     fill();
-    // Packets in flight are acknowledged first; from then on the peer is probed for window less and less often.
+    // Bytes in flight are acknowledged first; then the intervals between window probes grow.
     constexpr std::int64_t rareMs = 200;
-    const auto begin = std::chrono::steady_clock::now();
-    while (lastAnswerMs() < rareMs && std::chrono::steady_clock::now() - begin < std::chrono::seconds(10))
+    const auto start = std::chrono::steady_clock::now();
+    while (lastAnswerMs() < rareMs && std::chrono::steady_clock::now() - start < std::chrono::seconds(10))
     {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -104,14 +104,14 @@ TEST_F(TcpLivenessTest, APeerThatHasNoRoomAndAnswersIsNotSilent)
     EXPECT_EQ(TcpLiveness::silence(server_.get()), std::chrono::milliseconds(0));
 }
 
-TEST_F(TcpLivenessTest, AConnectionThatIsOverHasNoSilence)
+TEST_F(TcpLivenessTest, ClosedConnectionHasNoSilence)
 {
     const linger now{1, 0};
     ::setsockopt(client_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
     client_ = Descriptor();
-    const auto begin = std::chrono::steady_clock::now();
+    const auto start = std::chrono::steady_clock::now();
     while (TcpLiveness::silence(server_.get()) &&
-           std::chrono::steady_clock::now() - begin < std::chrono::seconds(10))
+           std::chrono::steady_clock::now() - start < std::chrono::seconds(10))
     {
         std::this_thread::yield();
     }

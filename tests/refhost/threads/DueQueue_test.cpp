@@ -17,7 +17,7 @@ constexpr MonotonicTime start{1000s};
 
 }  // namespace
 
-TEST(DueQueue, NothingIsTakenBeforeItIsDue)
+TEST(DueQueue, NothingIsTakenBeforeItsDueTime)
 {
     DueQueue<std::string> queue;
     queue.add(start + 1ms, "later");
@@ -27,7 +27,7 @@ TEST(DueQueue, NothingIsTakenBeforeItIsDue)
     EXPECT_TRUE(queue.empty());
 }
 
-TEST(DueQueue, EntriesComeByDueTimeAndThenByTheOrderOfAdding)
+TEST(DueQueue, EntriesAreOrderedByDueTimeThenByAdding)
 {
     DueQueue<std::string> queue;
     queue.add(start + 2ms, "c");
@@ -41,14 +41,14 @@ TEST(DueQueue, EntriesComeByDueTimeAndThenByTheOrderOfAdding)
     }
 }
 
-TEST(DueQueue, AnEmptyQueueIsNeverDue)
+TEST(DueQueue, EmptyQueueIsNeverDue)
 {
     DueQueue<int> queue;
     EXPECT_EQ(MonotonicTime::max(), queue.nextDue());
     EXPECT_EQ(std::nullopt, queue.takeDue(MonotonicTime::max()));
 }
 
-TEST(DueQueue, ATicketRemovesItsEntryAndNoOther)
+TEST(DueQueue, TicketRemovesOnlyItsEntry)
 {
     DueQueue<int> queue;
     const auto first = queue.add(start, 1);
@@ -59,7 +59,7 @@ TEST(DueQueue, ATicketRemovesItsEntryAndNoOther)
     EXPECT_FALSE(queue.remove(second));
 }
 
-TEST(DueQueue, ATicketIsNotUsedAgain)
+TEST(DueQueue, TicketsAreNotReused)
 {
     DueQueue<int> queue;
     const auto first = queue.add(start, 1);
@@ -69,7 +69,7 @@ TEST(DueQueue, ATicketIsNotUsedAgain)
     EXPECT_EQ(1U, queue.size());
 }
 
-TEST(DueQueue, EntriesNeedNotBeCopied)
+TEST(DueQueue, EntriesMayBeMoveOnly)
 {
     DueQueue<std::unique_ptr<int>> queue;
     queue.add(start, std::make_unique<int>(7));

@@ -14,7 +14,7 @@ namespace
 
 using namespace std::chrono_literals;
 
-TEST(EventLoopTimers, TimerRunsAgainAndAgain)
+TEST(EventLoopTimers, TimerRunsRepeatedly)
 {
     Signal third;
     int times = 0;
@@ -43,7 +43,7 @@ TEST(EventLoopTimers, TimersRunInTheOrderInWhichTheyAreDue)
     runOn(loop, [&] { EXPECT_GE(fast, 1); });
 }
 
-TEST(EventLoopTimers, EarlierTimerIsNotHeldUpByALaterOne)
+TEST(EventLoopTimers, EarlierTimerDoesNotWaitForALaterOne)
 {
     Signal early;
     EventLoop loop("test");
@@ -68,7 +68,7 @@ TEST(EventLoopTimers, ATimerMayAddAnother)
     EXPECT_TRUE(added.wait());
 }
 
-TEST(EventLoopTimers, TimesMissedByABusyLoopAreLeftOut)
+TEST(EventLoopTimers, RunsMissedByABusyLoopAreSkipped)
 {
     int times = 0;
     EventLoop loop("test");
@@ -76,7 +76,7 @@ TEST(EventLoopTimers, TimesMissedByABusyLoopAreLeftOut)
           [&]
           {
               loop.every(10ms, [&] { ++times; });
-              std::this_thread::sleep_for(100ms);  // the loop is what must be busy here
+              std::this_thread::sleep_for(100ms);  // keeps the loop itself busy
           });
     runOn(loop, [] {});
     runOn(loop, [&] { EXPECT_LE(times, 2); });

@@ -53,7 +53,7 @@ TEST(EventLoopWatches, UnreadBytesAreReportedAgain)
     loop.remove(sockets.near());
 }
 
-TEST(EventLoopWatches, ReportsOnlyWhatIsWatchedNow)
+TEST(EventLoopWatches, ReportsOnlyWatchedEvents)
 {
     EventLoop loop("test");
     SocketPair sockets;
@@ -81,7 +81,7 @@ TEST(EventLoopWatches, ReportsOnlyWhatIsWatchedNow)
     loop.remove(sockets.near());
 }
 
-TEST(EventLoopWatches, ReportsAHangUpThatIsNotWatched)
+TEST(EventLoopWatches, AlwaysReportsAHangUp)
 {
     EventLoop loop("test");
     SocketPair sockets;
@@ -105,7 +105,7 @@ TEST(EventLoopWatches, AddOfABadDescriptorThrowsAndLeavesTheLoopUsable)
     runOn(loop, [] {});
 }
 
-TEST(EventLoopWatches, HandlerRemovedByAnEarlierOneOfTheSameBatchDoesNotRun)
+TEST(EventLoopWatches, HandlerRemovedByAnEarlierHandlerOfItsBatchDoesNotRun)
 {
     EventLoop loop("test");
     SocketPair first;
@@ -117,7 +117,7 @@ TEST(EventLoopWatches, HandlerRemovedByAnEarlierOneOfTheSameBatchDoesNotRun)
           {
               for (SocketPair* sockets : both)
               {
-                  // Both become readable before the loop looks again, so that they come in one batch.
+                  // Both become readable before the loop polls again, so that they are in one batch.
                   sockets->writeFar('x');
                   loop.add(sockets->near(), EventLoop::readable,
                            [&](std::uint32_t)
@@ -190,7 +190,7 @@ TEST(EventLoopWatches, RemoveFromAnotherThreadWaitsForTheHandler)
     EXPECT_TRUE(removal.get());
 }
 
-TEST(EventLoopWatches, RemoveDropsWhatTheHandlerHolds)
+TEST(EventLoopWatches, RemoveDropsTheHandlersCaptures)
 {
     EventLoop loop("test");
     SocketPair sockets;
@@ -224,11 +224,11 @@ TEST(EventLoopWatches, HandlerThatRemovesItselfKeepsItsCapturesUntilItEnds)
     EXPECT_TRUE(seen.expired());
 }
 
-TEST(EventLoopWatches, WatchesComeAndGoFromManyThreads)
+TEST(EventLoopWatches, WatchesMayBeAddedAndRemovedFromManyThreads)
 {
     EventLoop loop("test");
     std::vector<std::thread> users;
-    std::atomic<int> notified{0};
+    std::atomic<int> reports{0};
     for (int i = 0; i < 4; ++i)
     {
         users.emplace_back(
@@ -243,7 +243,7 @@ TEST(EventLoopWatches, WatchesComeAndGoFromManyThreads)
                              [&, raw = state.get()](std::uint32_t)
                              {
                                  ++*raw;
-                                 ++notified;
+                                 ++reports;
                                  seen.set();
                              });
                     sockets.writeFar('x');
@@ -257,7 +257,7 @@ TEST(EventLoopWatches, WatchesComeAndGoFromManyThreads)
     {
         user.join();
     }
-    EXPECT_GE(notified, 1200);
+    EXPECT_GE(reports, 1200);
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ TEST(EventLoop, PostedTasksRunInTheOrderOfPosting)
     }
 }
 
-TEST(EventLoop, TaskPostedByATaskRunsToo)
+TEST(EventLoop, TaskPostedByATaskRuns)
 {
     EventLoop loop("test");
     Signal done;
@@ -89,7 +89,7 @@ TEST(EventLoop, UnknownDescriptorsAreIgnored)
     runOn(loop, [] {});
 }
 
-TEST(EventLoop, ExceptionOfAHandlerEndsNothing)
+TEST(EventLoop, LoopContinuesAfterAHandlersException)
 {
     EventLoop loop("test");
     loop.post([] { throw std::runtime_error("deliberate, in a test"); });
@@ -97,7 +97,7 @@ TEST(EventLoop, ExceptionOfAHandlerEndsNothing)
     runOn(loop, [] {});
 }
 
-TEST(EventLoop, DestructorDropsWhatDidNotRunAndEndsTheHandlersWhole)
+TEST(EventLoop, DestructorDropsPendingTasksAndDestroysHandlersWhileUsable)
 {
     struct RemovesAtTheEnd
     {

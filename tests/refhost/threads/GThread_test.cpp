@@ -25,8 +25,7 @@ constexpr bool underSanitizer = true;
 constexpr bool underSanitizer = false;
 #endif
 
-/// Exits with 0 when start() reports that the system has no memory for a thread's stack, and works again
-/// later.
+/// Exits with 0 when start() reports that there is no memory for a thread's stack and succeeds later.
 void startWithoutMemory()
 {
     const SafePointer<GThread> thread(
@@ -36,7 +35,7 @@ void startWithoutMemory()
     statm >> pages;
     rlimit before{};
     getrlimit(RLIMIT_AS, &before);
-    const rlimit tight{pages * 4096 + (1 << 20), before.rlim_max};  // a stack is larger than what is left
+    const rlimit tight{pages * 4096 + (1 << 20), before.rlim_max};  // less than a stack needs
     setrlimit(RLIMIT_AS, &tight);
     const bool refused = thread->start() == 0 && !thread->IsRunning();
     setrlimit(RLIMIT_AS, &before);
@@ -47,17 +46,17 @@ void startWithoutMemory()
 
 }  // namespace
 
-TEST(GThread, ShowsItsNameCutToWhatTheSystemHolds)
+TEST(GThread, ThreadNameIsCutToTheSystemsLimit)
 {
     std::promise<std::string> name;
-    bool named = false;
+    bool reported = false;
     const SafePointer<GThread> thread(
         new GThread(ThreadCalls::of(
                         [&]
                         {
                             char text[32] = {};
                             pthread_getname_np(pthread_self(), text, sizeof text);
-                            if (!std::exchange(named, true))
+                            if (!std::exchange(reported, true))
                             {
                                 name.set_value(text);
                             }
@@ -71,7 +70,7 @@ TEST(GThread, ShowsItsNameCutToWhatTheSystemHolds)
     thread->stop();
 }
 
-TEST(GThread, StartReportsThatNoThreadCouldBeMade)
+TEST(GThread, StartReportsThatNoThreadCouldBeCreated)
 {
     if (underSanitizer)
     {

@@ -12,11 +12,11 @@
 
 #include "refhost/threads/EventLoop.h"
 
-// What the tests of the event loop share.
+// Helpers of the event loop's tests.
 namespace refhost
 {
 
-// How long anything may take before the test fails.
+// Max duration of any wait before the test fails.
 constexpr auto bound = std::chrono::seconds(10);
 
 /// Two connected stream sockets.
@@ -65,7 +65,7 @@ private:
     std::array<int, 2> ends_{-1, -1};
 };
 
-/// Lets a test wait for an event with a bound.
+/// An event that a test waits for, with a bound.
 class Signal
 {
 public:

@@ -37,12 +37,12 @@ TEST(TaskQueue, TasksRunInTheOrderOfPostingOnOneThread)
     EXPECT_NE(threads[0], std::this_thread::get_id());
 }
 
-TEST(TaskQueue, DelayedTaskLetsOthersPass)
+TEST(TaskQueue, DelayedTaskDoesNotDelayOthers)
 {
     TaskQueue queue;
     std::vector<int> order;
     std::promise<void> done;
-    const auto begin = std::chrono::steady_clock::now();
+    const auto start = std::chrono::steady_clock::now();
     queue.post(
         [&]
         {
@@ -54,7 +54,7 @@ TEST(TaskQueue, DelayedTaskLetsOthersPass)
     queue.post([&] { order.push_back(0); });
     done.get_future().wait();
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(30));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(30));
 }
 
 TEST(TaskQueue, TaskMayPostAnother)
@@ -65,7 +65,7 @@ TEST(TaskQueue, TaskMayPostAnother)
     EXPECT_EQ(done.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
-TEST(TaskQueue, ClosingDropsWhatIsNotDueAndWhatIsPostedLater)
+TEST(TaskQueue, CloseDropsTasksThatAreNotDueAndLaterOnes)
 {
     TaskQueue queue;
     bool ran = false;
