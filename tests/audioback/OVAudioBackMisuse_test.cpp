@@ -25,11 +25,6 @@ struct Removal
     const char* printed;
 };
 
-std::ostream& operator<<(std::ostream& stream, const Removal& removal)
-{
-    return stream << removal.name;
-}
-
 class OVAudioBackMisuse : public ManagerWithPlayer
 {
 protected:
