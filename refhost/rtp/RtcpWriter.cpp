@@ -69,7 +69,7 @@ void RtcpWriter::putCnameAndBye(std::uint32_t ssrc, const Name& name, bool bye)
     constexpr unsigned words = 2 + (itemBytes + 3) / 4;
     put32(header(1, 202, words));
     put32(ssrc);
-    const std::size_t end = size_ + (words - 2) * 4;
+    const std::size_t end = size_ + std::size_t{words - 2} * 4;
     bytes_[size_++] = 1;
     bytes_[size_++] = nameSize;
     std::memcpy(&bytes_[size_], name.data(), nameSize);

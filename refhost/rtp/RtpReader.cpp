@@ -23,14 +23,14 @@ bool RtpReader::read(const std::uint8_t* data, std::size_t size, RtpPacketView& 
     {
         return false;
     }
-    std::size_t begin = fixedHeader + (data[0] & 0x0fU) * 4U;
+    std::size_t begin = fixedHeader + std::size_t{data[0] & 0x0fU} * 4;
     if ((data[0] & 0x10U) != 0)
     {
         if (size < begin + extensionHeader)
         {
             return false;
         }
-        begin += extensionHeader + readBig16(data + begin + 2) * 4U;
+        begin += extensionHeader + std::size_t{readBig16(data + begin + 2)} * 4;
     }
     // The last byte counts the padding bytes, itself included.
     const std::size_t padding = (data[0] & 0x20U) != 0 ? data[size - 1] : 0;

@@ -27,13 +27,13 @@ class ClientOutput
 {
 public:
     /// Bytes of frames taken within `burstTime`.
-    static constexpr std::size_t maxBurst = 32 * 1024;
+    static constexpr std::size_t maxBurst = std::size_t{32} * 1024;
     static constexpr std::chrono::milliseconds burstTime{2};
     /// Frames up to this size (RTCP, audio) do not wait for the next burst: reports are not repeated.
     static constexpr std::size_t maxSmall = 1500;
 
     /// Bytes that are gathered before they are written.
-    static constexpr std::size_t maxGathered = 16 * 1024;
+    static constexpr std::size_t maxGathered = std::size_t{16} * 1024;
 
     /// \param stream      stays open until close() returns; watched for `sendable` while onWritable() is
     ///                    needed

@@ -40,9 +40,9 @@ public:
     /// How long a request may be deferred.
     static constexpr std::chrono::milliseconds maxDeferral = std::chrono::seconds(10);
     /// No further request is handled while more bytes of responses wait for the client.
-    static constexpr std::size_t congestedAbove = 16 * 1024;
+    static constexpr std::size_t congestedAbove = std::size_t{16} * 1024;
     /// Bytes of responses that may wait before the connection is closed.
-    static constexpr std::size_t maxWaiting = 64 * 1024;
+    static constexpr std::size_t maxWaiting = std::size_t{64} * 1024;
 
     /// \param stream  detached; owned and closed by the connection
     /// \param slot    null: answer the first request with 503 and close
