@@ -6,15 +6,15 @@
 
 #include "support/Export.h"
 
-/// Collects the sessions whose dispatcher failed for good in one pass of the talk-back worker, which removes
+/// Collects the sessions whose dispatcher failed permanently in one pass of the talk-back worker, which removes
 /// them after the pass.
 class OV_INTERNAL FailedSessions
 {
 public:
-    /// Notes a session unless its dispatcher's code lets it stay.
+    /// Adds a session unless its dispatcher's code is a tolerated one.
     void note(const std::string& sessionId, int code);
 
-    /// In the order in which they were noted.
+    /// In the order of adding.
     const std::vector<std::string>& ids() const
     {
         return ids_;

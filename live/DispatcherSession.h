@@ -10,8 +10,8 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// A session of LiveDispatcherMgr as its controllers set it up; the controller's name stands in what is
-/// printed when that fails.
+/// Sets up a session of LiveDispatcherMgr for its controllers; failures are printed with the controller's
+/// name.
 class OV_INTERNAL DispatcherSession
 {
 public:
@@ -20,7 +20,7 @@ public:
     DispatcherSession(const char* controllerName, const SafePointer<LiveDispatcherMgr>& dispatcher,
                       const std::string& sessionId);
 
-    /// Makes the session unless there is one, which is used as it is.
+    /// Creates the session; an existing one is used unchanged.
     /// \returns 0 or the dispatcher's code, which is printed
     int open(const MediaUrlParam& param, const MediaInfo& info, int payloadSize) const;
 

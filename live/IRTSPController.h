@@ -10,15 +10,15 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// Serves one RTSP URL: describes it and carries the methods of its sessions to the host's dispatchers.
+/// Serves one RTSP URL: describes it and passes the methods of its sessions to the host's dispatchers.
 ///
-/// Made by an IRTSPControllerFactory and held through SafePointer<IRTSPController>. A session id (the RTSP
-/// session identifier) and a track id (the track's name in the description) are texts that the host chooses.
-/// Results: 0 on success, otherwise a negative code: -6 for an input that cannot be used, -8 for what was not
-/// found, or a code of the host's dispatchers, passed on unchanged.
+/// Created by an IRTSPControllerFactory and held by SafePointer<IRTSPController>. Session ids (RTSP session
+/// identifiers) and track ids (names in the description) are texts that the host chooses. Results: 0 on
+/// success, otherwise a negative code: -6 for an unusable input, -8 for something that was not found, or a
+/// code of the host's dispatchers, unchanged.
 ///
-/// Requires: the host calls stop() for every track that was set up before it drops its handle; the destructor
-/// calls no dispatcher.
+/// Requires: the host calls stop() for every track that was set up before it drops its handle; a destroyed
+/// controller does not notify the dispatchers.
 /// Threads: the host serialises the methods of one session.
 class OV_EXPORT IRTSPController
 {
@@ -28,44 +28,46 @@ public:
     /// \param[out] out  a copy of the description, one track description per track
     virtual int getMediaInfo(MediaInfo& out) = 0;
 
-    /// \param[out] out  what the session serves. Here it is left as it was.
+    /// \param[out] out  camera, stream and multicast flag of the session. Unchanged in this implementation.
     virtual int getSessionInfo(GeneralSessionInfo& out);
 
-    /// Between making and the first setup(). Does nothing in the controllers here; 0.
+    /// Called between creation and the first setup(). Does nothing in this library's controllers; 0.
     virtual int mediaInit() = 0;
 
-    /// Sets a track up for a session, with the transport to the client.
+    /// Sets a track up for a session.
+    /// \param connection  transport to the client
     /// \throws OVRuntimeError when `connection` is empty
     virtual int setup(const std::string& sessionId, const std::string& trackId,
                       const SafePointer<IConnection>& connection) = 0;
 
-    /// Starts a track that was set up, or lets a paused one go on.
+    /// Starts a track that was set up, or resumes a paused one.
     /// \returns 0 or the dispatcher's code
     virtual int play(const std::string& sessionId, const std::string& trackId) = 0;
 
-    /// \param start, end  seconds from the begin of the recording; playback only, as the further arguments
+    /// Playback only.
+    /// \param start, end  seconds from the start of the recording
     virtual int setPlayRange(const std::string& sessionId, const std::string& trackId, double start,
                              double end, int rangeKind, bool rangeFlag) = 0;
 
-    /// \param[out] start, end  the range that plays now; -100.0 and -99.0 for a live stream
+    /// \param[out] start, end  the range being played; -100.0 and -99.0 for a live stream
     virtual int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start,
                                 double& end) = 0;
 
-    /// Fits a range that a client asks for to what there is.
+    /// Fits the range that a client requests to the available media.
     /// \param[out] outStart, outEnd  the range to play; -100.0 and -99.0 for a live stream
     virtual int correctPlayRange(const std::string& sessionId, const std::string& trackId, double start,
                                  double end, double& outStart, double& outEnd) = 0;
 
-    /// \param[out] out  the track's next packet. Here it is left as it was.
+    /// \param[out] out  the track's next packet. Unchanged in this implementation.
     virtual int getCurRTPPacketInfo(const std::string& sessionId, const std::string& trackId,
                                     RTPPacketInfo& out);
 
-    /// Stops the track's packets until the next play(); the track stays set up.
+    /// Stops sending until the next play(); the track stays set up.
     /// \returns 0 or the dispatcher's code
     virtual int pause(const std::string& sessionId, const std::string& trackId) = 0;
 
-    /// Lets the track pause by itself at an instant.
-    /// \param position  seconds from the begin of the recording; playback only
+    /// Makes the track pause by itself at an instant; playback only.
+    /// \param position  seconds from the start of the recording
     virtual int setPauseRange(const std::string& sessionId, const std::string& trackId, double position) = 0;
 
     /// Ends the track for the session.
@@ -74,9 +76,9 @@ public:
     /// The name is spelt so: hosts bind to it.
     virtual int getConnetionState(std::string sessionId, std::string trackId, bool& connected) = 0;
 
-    /// Changes how fast a recording plays from the next play() on; playback only.
-    /// \param scale  media time a second of the client's time: 2 is double speed, negative is backwards
-    /// \param speed  how fast packets are sent, compared with real time
+    /// Changes the speed of playback from the next play() on; playback only.
+    /// \param scale  ratio of media time to the client's time: 2 is double speed, negative is backwards
+    /// \param speed  rate at which packets are sent, as a multiple of real time
     virtual int setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
                          double speed) = 0;
 

@@ -7,17 +7,17 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// Makes one kind of controllers. Held by the host, which asks it for a controller per request.
+/// Creates controllers of one kind. Held by the host, which requests a controller per DESCRIBE or SETUP.
 /// Threads: any; an implementation does its own locking.
 class OV_EXPORT IRTSPControllerFactory
 {
 public:
     virtual ~IRTSPControllerFactory() noexcept(false);
 
-    /// Makes a controller for a URL.
+    /// Creates a controller for a URL.
     /// \param url            the request's URL, with or without scheme and authority
-    /// \param[out] out       the controller. It is there on failure too, unusable: judge by the result
-    ///                       alone and drop the handle. What the handle held before is let go.
+    /// \param[out] out       the controller; set on failure too, but unusable then: check the result and drop
+    ///                       the handle. The handle's previous hold is released.
     /// \param mediaInfoFlag  passed on to MediaInfoTool::createMediaInfo()
     /// \returns 0; -6 when no URL codec is registered for the platform type; otherwise the code of the
     ///          codec or of MediaInfoTool

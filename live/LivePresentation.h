@@ -10,22 +10,22 @@
 #include "mediaurl/MediaUrlParam.h"
 #include "support/Export.h"
 
-/// How a live controller gets from its URL to the description of what the URL names. Made for each use
-/// around the controller's fields.
+/// Turns a live controller's URL into the description of its presentation. Created for each use; refers to the
+/// controller's fields.
 class OV_INTERNAL LivePresentation
 {
 public:
-    /// What sets one controller class apart.
+    /// Differences between the controller classes.
     struct Form
     {
-        /// Class name in what is printed; a literal.
+        /// Class name in printed lines; a literal.
         const char* controllerName;
         /// The codec's operations for the controller's kind of URL.
         int (IMediaUrl::*parse)(const std::string& url);
         std::string (IMediaUrl::*render)();
     };
 
-    /// The controller's fields that take part.
+    /// The controller's fields that are used.
     struct Fields
     {
         std::string& mediaUrl;
@@ -39,16 +39,16 @@ public:
     LivePresentation(const Form& form, const Fields& fields);
 
     /// Parses the URL, stores the settings and builds the description.
-    /// \returns 0; the result of parse(), nothing else being stored then; or the result of describe()
+    /// \returns 0; the result of parse(), and nothing else is stored then; or the result of describe()
     int init(int thirdPlatType, const std::string& url, const DeviceInfoEx& deviceInfo,
              const DeviceExAbility& deviceAbility, bool mediaInfoFlag) const;
 
-    /// Parses a URL with a fresh codec and keeps what it names; a failure is printed.
-    /// \param[out] key  "<camera>/<stream>" on success, otherwise left as it was
+    /// Parses a URL with a new codec and stores its values; a failure is printed.
+    /// \param[out] key  "<camera>/<stream>" on success, otherwise unchanged
     /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or the codec's code
     int parse(int thirdPlatType, const std::string& url, std::string& key) const;
 
-    /// Has the host describe what was parsed, under its canonical URL; a failure is printed.
+    /// Requests the description of the parsed URL from the host, under its canonical URL; a failure is printed.
     /// \param[out] out  the description on success
     /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or MediaInfoTool's code
     int describe(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out) const;

@@ -3,8 +3,8 @@
 
 #include "support/Export.h"
 
-/// How every live controller answers a question for its range: a live stream has none, and hosts know that by
-/// this pair.
+/// The play range that every live controller returns: a live stream has none, which hosts recognise by this
+/// pair.
 class OV_INTERNAL LiveRange
 {
 public:

@@ -9,22 +9,22 @@
 #include "support/SafePointer.h"
 
 /// The session that all RTSP sessions of a camera's stream share, and the record of its members and tracks,
-/// as the multicast controller's operations find and change them. Made for each use.
+/// for the multicast controller's operations. Created for each use.
 class OV_INTERNAL MulticastSession
 {
 public:
     /// \param dispatcher  keeps the session and its record; must outlive this object
     explicit MulticastSession(const SafePointer<LiveDispatcherMgr>& dispatcher);
 
-    /// Derives the id; needed before anything else. A failure is printed.
+    /// Derives the id. Requires: called before everything else. A failure is printed.
     /// \returns 0 or the token's code
     int deriveId(const MediaUrlParam& param);
 
-    /// Empty until it was derived.
+    /// Empty before deriveId().
     const std::string& id() const;
 
-    /// Makes the record where there is none, and notes a member and a track in it; a failure is printed.
-    /// \param mediaUrl  of the track, unless it is noted already
+    /// Adds a member and a track to the record, and creates the record if needed; a failure is printed.
+    /// \param mediaUrl  of the track, unless the record has it already
     /// \returns 0 or the dispatcher's code
     int noteMember(const std::string& sessionId, const std::string& trackId,
                    const std::string& mediaUrl) const;
@@ -33,7 +33,7 @@ public:
     /// \returns 0; -8 when one of the three is missing; otherwise the dispatcher's code
     int findTrackOfMember(const std::string& sessionId, const std::string& trackId) const;
 
-    /// Ends every track of the record, and stops at the first one that cannot be ended.
+    /// Ends the tracks of the record up to the first one that cannot be ended.
     /// \returns 0 or the dispatcher's code
     int endTracks(const SafePointer<MulticastSessionParameter>& record) const;
 

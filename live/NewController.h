@@ -5,13 +5,13 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// How a factory makes its controller. The handle has it before it is initialised, deliberately: a controller
-/// that fails stays with the caller, who drops it.
+/// Creates a factory's controller. Deliberately, the handle is set before the controller is initialised: a
+/// controller that fails stays with the caller, who drops it.
 template <class Controller>
 class OV_INTERNAL NewController
 {
 public:
-    /// \param[out] out  the only owner of a new controller; what it held before is let go
+    /// \param[out] out  the only owner of a new controller; its previous hold is released
     /// \returns the controller, for its initialisation
     static Controller& in(SafePointer<IRTSPController>& out)
     {

@@ -15,7 +15,7 @@ class LivePresentation;
 /// Serves one live unicast URL: its sessions' methods go to the host's RTPStreamDispatcherMgr under the key
 /// "<camera>/<stream>", and those of a talk-back track to OVAudioBackDispatcherMgr.
 ///
-/// Made by OVLiveControllerFactory, which calls initInstance() once. Takes no lock of its own.
+/// Created by OVLiveControllerFactory, which calls initInstance() once. Takes no lock of its own.
 class OV_EXPORT OVLiveController : public IRTSPController
 {
 public:
@@ -24,19 +24,19 @@ public:
     OVLiveController(const OVLiveController&) = delete;
     OVLiveController& operator=(const OVLiveController&) = delete;
 
-    /// Parses the URL and builds the description. After a failure the controller cannot be used.
+    /// Parses the URL and creates the description. After a failure the controller is unusable.
     /// \param thirdPlatType  number of the URL codec's factory in the registry
-    /// \returns 0; the result of parseMediaUrl(), nothing else being stored then; or the result of
+    /// \returns 0; the result of parseMediaUrl(), and nothing else is stored then; or the result of
     ///          createMediaInfo()
     int initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
                      const DeviceExAbility& ability, bool mediaInfoFlag);
 
-    /// Parses a URL with a fresh codec and keeps what it names; failures are printed.
-    /// \param[out] outKey  stream key on success, otherwise left as it was
+    /// Parses a URL with a new codec and stores its values; failures are printed.
+    /// \param[out] outKey  stream key on success, otherwise unchanged
     /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or the codec's code
     int parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey);
 
-    /// Has the host describe what was parsed, under its canonical URL; failures are printed.
+    /// Requests the description of the parsed URL from the host, under its canonical URL; failures are printed.
     /// \param[out] out  the description on success
     /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or MediaInfoTool's code
     int createMediaInfo(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out);
@@ -59,7 +59,7 @@ public:
     /// -100.0 and -99.0; 0.
     int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start,
                         double& end) override;
-    /// -100.0 and -99.0 whatever was asked for; 0.
+    /// -100.0 and -99.0 for every request; 0.
     int correctPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,
                          double& outStart, double& outEnd) override;
 
@@ -68,7 +68,7 @@ public:
     /// Does nothing; 0.
     int setPauseRange(const std::string& sessionId, const std::string& trackId, double position) override;
 
-    /// \returns 0 whatever the live dispatcher says; the talk-back manager's code for its track
+    /// \returns 0 whatever the live dispatcher returns; the talk-back manager's code for its track
     int stop(const std::string& sessionId, const std::string& trackId) override;
 
     /// Always connected; 0.
@@ -79,7 +79,7 @@ public:
     /// Does nothing.
     void setRTCPFrequence(const std::string& sessionId, const std::string& trackId, int frequency) override;
 
-    /// \returns 0 whatever the live dispatcher says; the talk-back manager's code for its track
+    /// \returns 0 whatever the live dispatcher returns; the talk-back manager's code for its track
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc) override;
 
 private:

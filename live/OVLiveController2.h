@@ -12,11 +12,11 @@
 
 class LivePresentation;
 
-/// Serves one live unicast URL as OVLiveController does, but by one session of the host's LiveDispatcherMgr
-/// for each RTSP session, and with packets as large as the path's MTU lets them be over UDP unicast. Methods of
-/// a talk-back track go to OVAudioBackDispatcherMgr.
+/// Serves one live unicast URL as OVLiveController does, but with one session of the host's LiveDispatcherMgr
+/// per RTSP session, and over UDP unicast with packets as large as the path's MTU permits. Methods of a
+/// talk-back track go to OVAudioBackDispatcherMgr.
 ///
-/// Made by OVLiveControllerFactory2, which calls initInstance() once. Takes no lock of its own.
+/// Created by OVLiveControllerFactory2, which calls initInstance() once. Takes no lock of its own.
 class OV_EXPORT OVLiveController2 : public IRTSPController
 {
 public:
@@ -25,19 +25,19 @@ public:
     OVLiveController2(const OVLiveController2&) = delete;
     OVLiveController2& operator=(const OVLiveController2&) = delete;
 
-    /// Parses the URL and builds the description. After a failure the controller cannot be used.
+    /// Parses the URL and creates the description. After a failure the controller is unusable.
     /// \param thirdPlatType  number of the URL codec's factory in the registry
-    /// \returns 0; the result of parseMediaUrl(), nothing else being stored then; or the result of
+    /// \returns 0; the result of parseMediaUrl(), and nothing else is stored then; or the result of
     ///          createMediaInfo()
     int initInstance(int thirdPlatType, const std::string& url, const DeviceInfoEx& device,
                      const DeviceExAbility& ability, bool mediaInfoFlag);
 
-    /// Parses a URL with a fresh codec and keeps what it names; failures are printed.
-    /// \param[out] outKey  stream key on success, otherwise left as it was
+    /// Parses a URL with a new codec and stores its values; failures are printed.
+    /// \param[out] outKey  stream key on success, otherwise unchanged
     /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or the codec's code
     int parseMediaUrl(int thirdPlatType, const std::string& url, std::string& outKey);
 
-    /// Has the host describe what was parsed, under its canonical URL; failures are printed.
+    /// Requests the description of the parsed URL from the host, under its canonical URL; failures are printed.
     /// \param[out] out  the description on success
     /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or MediaInfoTool's code
     int createMediaInfo(int thirdPlatType, bool mediaInfoFlag, MediaInfo& out);
@@ -46,8 +46,7 @@ public:
     /// Does nothing; 0.
     int mediaInit() override;
 
-    /// Makes the session with its first track; further tracks join it as it is. The dispatcher's failures
-    /// are printed.
+    /// Creates the session with its first track; further tracks join it. The dispatcher's failures are printed.
     /// \returns 0; -6 for a transport kind other than 1, 2 and 3; -8 for a track that is not in the
     ///          description; otherwise the dispatcher's code
     int setup(const std::string& sessionId, const std::string& trackId,
@@ -62,7 +61,7 @@ public:
     /// -100.0 and -99.0; 0.
     int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start,
                         double& end) override;
-    /// -100.0 and -99.0 whatever was asked for; 0.
+    /// -100.0 and -99.0 for every request; 0.
     int correctPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,
                          double& outStart, double& outEnd) override;
 
@@ -71,7 +70,7 @@ public:
     /// Does nothing; 0.
     int setPauseRange(const std::string& sessionId, const std::string& trackId, double position) override;
 
-    /// Prints a line of success before it ends the track and whatever comes of that.
+    /// Prints a line of success before it ends the track, whatever the result.
     /// \returns the dispatcher's code
     int stop(const std::string& sessionId, const std::string& trackId) override;
 

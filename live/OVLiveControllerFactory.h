@@ -9,10 +9,10 @@
 #include "live/IRTSPControllerFactory.h"
 #include "support/Export.h"
 
-/// Makes an OVLiveController per request, from one consistent set of settings.
+/// Creates an OVLiveController per request, from one consistent set of settings.
 ///
-/// The settings may change at any time; they reach only controllers that are made afterwards. Set the
-/// platform type before the first createMedia().
+/// The settings may change at any time and apply to controllers created afterwards. Requires: the platform
+/// type is set before the first createMedia().
 /// Threads: any; the setters and createMedia() exclude one another.
 class OV_EXPORT OVLiveControllerFactory : public IRTSPControllerFactory
 {
@@ -22,9 +22,9 @@ public:
     OVLiveControllerFactory(const OVLiveControllerFactory&) = delete;
     OVLiveControllerFactory& operator=(const OVLiveControllerFactory&) = delete;
 
-    /// The device that every controller made afterwards describes its streams for; copied.
+    /// The device whose streams controllers created afterwards describe; copied.
     void setDeviceInfo(const DeviceInfoEx& info);
-    /// What that device can do, for every controller made afterwards; copied.
+    /// The device's abilities, for controllers created afterwards; copied.
     void setDeviceAbility(const DeviceExAbility& ability);
     /// \param type  number under which the host registered the URL codec's factory
     void setThirdPlatType(int type);

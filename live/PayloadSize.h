@@ -4,21 +4,20 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// How many bytes of RTP payload a packet may have, by the transport kind of its connection.
+/// Max bytes of RTP payload in a packet, by the transport kind of its connection.
 class OV_INTERNAL PayloadSize
 {
 public:
-    /// For every transport whose path's MTU is unknown: with all headers below it fits an Ethernet frame
-    /// also through a tunnel.
+    /// For transports without a known path MTU: with all headers it fits an Ethernet frame, even through a
+    /// tunnel.
     static constexpr int standard = 1364;
 
     /// \returns true for the transport kinds that SETUP accepts
     static bool isKnownTransport(int transportKind);
 
-    /// Takes the size for UDP unicast, and only that, from the dispatcher's MTU: for every other kind the
-    /// handle may be empty.
+    /// The size for UDP unicast follows the dispatcher's MTU; for every other kind the handle may be empty.
     /// \tparam Dispatcher  has getMTUParam(), as LiveDispatcherMgr and RTPPlayBackDispacher do
-    /// \param[out] bytes  the size; left as it was for an unknown kind
+    /// \param[out] bytes  the size; unchanged for an unknown kind
     /// \returns as isKnownTransport()
     template <class Dispatcher>
     static bool byTransport(int transportKind, const SafePointer<Dispatcher>& dispatcher, int& bytes)

@@ -9,19 +9,19 @@
 #include "support/SafePointer.h"
 
 /// A unicast controller's talk-back track: its methods go to OVAudioBackDispatcherMgr, with the session id
-/// only. Made for each use around the controller's field. Results are the manager's, unchanged.
+/// only. Created for each use; refers to the controller's field. Results are the manager's, unchanged.
 class OV_INTERNAL TalkBackTrack
 {
 public:
     /// \param trackId  the controller's field: id of its talk-back track, empty until one was set up
     explicit TalkBackTrack(std::string& trackId);
 
-    /// Whether a method of this track is talk-back's. An empty track id is, too, until a talk-back track was
-    /// set up: nothing sets it apart.
+    /// Whether a method of this track belongs to talk-back. Until a talk-back track was set up, so does an
+    /// empty track id, which equals the field.
     bool is(const std::string& trackId) const;
 
-    /// Makes a session in the manager and attaches the connection. From the first success on the track is
-    /// the controller's talk-back track, also when the connection then is refused.
+    /// Creates a session in the manager and attaches the connection. Once the session exists, the track is the
+    /// controller's talk-back track, even when the connection is refused.
     int setup(const std::string& sessionId, const std::string& trackId, const SubMediaInfo& info,
               int payloadSize, const SafePointer<IConnection>& connection) const;
 

@@ -8,9 +8,8 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// A controller's codec for one use, found by the registry, and the factory that made it: both are held until
-/// the use is over, so that a factory that is unregistered meanwhile outlives its codec. The controller's
-/// name stands in what is printed when there is none.
+/// A controller's codec for one use and the factory that made it, found in the registry. Holds both, so that a
+/// factory that is unregistered meanwhile outlives its codec. Failures are printed with the controller's name.
 class OV_INTERNAL ControllerCodec
 {
 public:
@@ -19,13 +18,13 @@ public:
     ControllerCodec(const ControllerCodec&) = delete;
     ControllerCodec& operator=(const ControllerCodec&) = delete;
 
-    /// Makes a fresh codec; a failure is printed on standard output.
+    /// Creates a new codec; a failure is printed on standard output.
     /// \param thirdPlatType  platform type number of the codec's factory
-    /// \param url            the URL that the request is about, for the printed line
+    /// \param url            the request's URL, for the printed line
     /// \returns 0; -6 when no factory is registered for the type; otherwise the factory's code
     int create(int thirdPlatType, const std::string& url);
 
-    /// The same for rendering, where there is no URL to print: another line reports a missing factory.
+    /// The same for rendering, where there is no URL to print: a missing factory is printed by another line.
     int createForRendering(int thirdPlatType);
 
     /// The codec. \throws OVRuntimeError when there is none
@@ -35,7 +34,7 @@ private:
     int createCodec();
 
     const char* controllerName_;
-    // In this order: the codec goes first.
+    // In this order: the codec is released first.
     SafePointer<IMediaUrlFactory> factory_;
     SafePointer<IMediaUrl> codec_;
 };

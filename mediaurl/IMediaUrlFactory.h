@@ -5,17 +5,18 @@
 #include "support/Export.h"
 #include "support/SafePointer.h"
 
-/// Makes URL codecs of one kind. Registered by the host in MediaUrlFactoryMap.
+/// Creates URL codecs of one kind. Registered by the host in MediaUrlFactoryMap.
 ///
-/// Life: until its last handle goes. The registry may hold that one and let go of it with its lock held, so a
-/// factory's destructor must not call MediaUrlFactoryMap: it would wait for that lock for ever.
-/// Threads: any; an implementation does its own locking. The destructor runs on the thread that lets go last.
+/// Life: until its last handle is released. The registry may release it with the registry's lock held, so a
+/// factory's destructor must not call MediaUrlFactoryMap: it would deadlock.
+/// Threads: any; an implementation does its own locking. The destructor runs on the thread that releases the
+/// last handle.
 class OV_EXPORT IMediaUrlFactory
 {
 public:
     virtual ~IMediaUrlFactory() noexcept(false);
 
-    /// \param[out] codec  a handle to a new codec on success; it lets go of what it held before
-    /// \returns 0; any other code when no codec was made, and the caller gives up its request
+    /// \param[out] codec  a handle to a new codec on success; its previous hold is released
+    /// \returns 0; any other code when no codec was created, which ends the caller's request
     virtual int createMediaUrl(SafePointer<IMediaUrl>& codec) = 0;
 };

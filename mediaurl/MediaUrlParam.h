@@ -4,8 +4,8 @@
 
 #include "support/Export.h"
 
-/// What a media URL names: a camera, one of its streams or an interval of its recordings. A plain value,
-/// copied whole; no lock.
+/// The values of a media URL: a camera, and one of its streams or an interval of its recordings. A value type;
+/// no lock.
 class OV_EXPORT MediaUrlParam
 {
 public:
@@ -17,8 +17,7 @@ public:
     MediaUrlParam& operator=(const MediaUrlParam& other);
     ~MediaUrlParam();
 
-    /// URL family that the last parse looked for: "orv/live" or "orv/playback". Set by every parse, also by
-    /// one that fails.
+    /// URL family of the last parse: "orv/live" or "orv/playback". Set by every parse, even a failed one.
     /// \param prefix  not modified, though the reference is not const: hosts bind to this form
     void setMediaUrlPrefix(std::string& prefix);
     /// Empty before the first parse.
@@ -26,32 +25,32 @@ public:
 
     /// Identifier of the device. The device's own codec never writes it.
     void setDeviceId(const std::string& id);
-    /// Empty unless it was set.
+    /// Empty unless set.
     std::string getDeviceId() const;
 
-    /// \param id  number of the camera as the URL has it, any int
+    /// \param id  number of the camera in the URL, any int
     void setCameraID(int id);
-    /// 0 unless it was set.
+    /// 0 unless set.
     int getCameraID() const;
 
     /// Number of one of the camera's streams; live URLs only.
     void setStreamID(int id);
-    /// 0 unless it was set.
+    /// 0 unless set.
     int getStreamID() const;
 
     /// Begin of the recorded interval in seconds of the recording index; playback URLs only.
     void setRecordBeginTime(double seconds);
-    /// 0 unless it was set.
+    /// 0 unless set.
     double getRecordBeginTime() const;
 
-    /// End of the recorded interval, likewise. May lie before the begin.
+    /// End of the recorded interval, likewise. May precede the begin.
     void setRecordEndTime(double seconds);
-    /// 0 unless it was set.
+    /// 0 unless set.
     double getRecordEndTime() const;
 
     /// Marks a multicast session. The device's own codec never writes it.
     void setMulticastFlag(bool multicast);
-    /// False unless it was set.
+    /// False unless set.
     bool getMulticastFlag() const;
 
 private:

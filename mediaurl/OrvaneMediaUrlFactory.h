@@ -4,8 +4,8 @@
 #include "mediaurl/IMediaUrlFactory.h"
 #include "support/Export.h"
 
-/// Makes codecs of the device's own URL syntax. The host registers one in MediaUrlFactoryMap.
-/// Threads: any; one codec is made at a time.
+/// Creates codecs of the device's own URL syntax. The host registers one in MediaUrlFactoryMap.
+/// Threads: any; one codec is created at a time.
 class OV_EXPORT OrvaneMediaUrlFactory : public IMediaUrlFactory
 {
 public:

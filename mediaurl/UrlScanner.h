@@ -6,7 +6,7 @@
 
 #include "support/Export.h"
 
-/// Goes through the text of a media URL field by field, without copying what nobody asks for.
+/// Scans the text of a media URL field by field; only requested fields are copied.
 class OV_INTERNAL UrlScanner
 {
 public:
@@ -16,19 +16,19 @@ public:
     {
     }
 
-    /// Goes behind the first occurrence of `key`, a literal.
-    /// \returns false when there is none, or nothing stands behind it; the place is unchanged then
+    /// Advances past the first occurrence of `key`, a literal.
+    /// \returns false when there is none, or nothing follows it; the position is unchanged then
     template <std::size_t Size>
     bool skipTo(const char (&key)[Size])
     {
         return skipTo(key, Size - 1);
     }
 
-    /// Takes the text up to the next `separator` for the field, and goes behind the separator.
-    /// \returns false when there is none, or no text stands before it; the place is unchanged then
+    /// Sets the field to the text up to the next `separator` and advances past the separator.
+    /// \returns false when there is none, or the field would be empty; the position is unchanged then
     bool readField(char separator)
     {
-        // A field is a few digits: looking at them costs less than a call.
+        // A field has a few digits: a loop costs less than a call.
         const char* at = next_;
         while (at != end_ && *at != separator)
         {
@@ -43,10 +43,10 @@ public:
         return true;
     }
 
-    /// What readField() took last.
+    /// The field of the last readField().
     std::string field() const
     {
-        // Two characters, the usual case, are copied without a call.
+        // Two characters, the common case, are copied without a call.
         const std::size_t length = static_cast<std::size_t>(next_ - begin_) - 1;
         return length == 2 ? std::string(begin_, 2) : std::string(begin_, length);
     }
@@ -57,7 +57,7 @@ public:
         return next_ == end_;
     }
 
-    /// The text that is left.
+    /// The remaining text.
     std::string rest() const
     {
         return std::string(next_, static_cast<std::size_t>(end_ - next_));

@@ -13,15 +13,14 @@
 
 /// One recording that is played on a dispatcher of its own, with at most two tracks.
 ///
-/// Calling order: init() once and setMediaInfo(), then setup() of each track, then the other operations. It
-/// remembers which of the two tracks plays, so that a play() of a playing track and a pause() of one that
-/// does not play succeed without reaching the dispatcher. The destructor does not call the dispatcher,
-/// it only releases it.
+/// Calling order: init() once and setMediaInfo(), then setup() of each track, then the other operations. The
+/// session records which of the two tracks plays; play() of a playing track and pause() of one that does not
+/// play succeed without reaching the dispatcher. The destructor releases the dispatcher without notifying it.
 ///
-/// A session id (the RTSP session identifier) and a track id (the track's name in the description) are texts
-/// that the host chooses. Results: 0 on success, -6 and -8 as stated, otherwise a code of the dispatcher.
-/// Threads: play(), pause() and stop() take the session's lock and hold it while they call the dispatcher.
-/// The others rely on the dispatcher's own; init() and setMediaInfo() run beside no other operation.
+/// Session ids (RTSP session identifiers) and track ids (names in the description) are texts that the host
+/// chooses. Results: 0 on success, -6 and -8 as documented, otherwise a code of the dispatcher.
+/// Threads: play(), pause() and stop() hold the session's lock while they call the dispatcher. The others rely
+/// on the dispatcher's own; init() and setMediaInfo() must not run concurrently with any other operation.
 class OV_EXPORT OVPlayBack
 {
 public:
@@ -31,52 +30,52 @@ public:
     OVPlayBack(const OVPlayBack&) = delete;
     OVPlayBack& operator=(const OVPlayBack&) = delete;
 
-    /// Makes the source of the recording, gives it to the dispatcher and starts that one, with sender reports
-    /// every 5 seconds and clients gone after 60. A failed start is printed; the settings stay.
+    /// Creates the source of the recording, passes it to the dispatcher and starts the dispatcher, with sender
+    /// reports every 5 seconds and a client timeout of 60. A failed start is printed; the settings stay.
     /// \param device, ability  of the device that recorded; for the source
     /// \param platType    number of the URL codec's factory
     /// \param recordBeginTime, recordEndTime  the interval in whole seconds of the recording index's time;
-    ///                         the record gets their bits without the sign
+    ///                         the record gets their lower 32 bits, unsigned
     /// \returns 0 or the code of the dispatcher's start()
     int init(const DeviceInfoEx& device, const DeviceExAbility& ability, int platType, int cameraId,
              long recordBeginTime, long recordEndTime);
 
-    /// \param info  the description by which setup() finds tracks; copied
+    /// \param info  the description that setup() finds tracks in; copied
     void setMediaInfo(const MediaInfo& info);
 
-    /// Builds a track's packetiser and gives the track its transport to the client.
+    /// Creates a track's packetiser and sets its connection to the client.
     /// \returns 0; -6 for a transport kind other than 1, 2 and 3; -8 for a track that is not in the
     ///          description; otherwise the dispatcher's code
     /// \throws OVRuntimeError when `connection` is empty
     int setup(const std::string& sessionId, const std::string& trackId,
               const SafePointer<IConnection>& connection);
 
-    /// \returns 0; the dispatcher's code, nothing being changed then; -8 for a track that is none of the two,
-    ///          which the dispatcher has played nevertheless
+    /// \returns 0; the dispatcher's code, and nothing is changed then; -8 for a track that is neither of the
+    ///          two, after the dispatcher has played it
     int play(const std::string& sessionId, const std::string& trackId);
     /// As play().
     int pause(const std::string& sessionId, const std::string& trackId);
 
-    /// Ends the track, whatever the dispatcher says.
-    /// \returns 0; -8 for a track that is none of the two, nothing being done then
+    /// Ends the track, whatever the dispatcher returns.
+    /// \returns 0; -8 for a track that is neither of the two, and nothing is done then
     int stop(const std::string& sessionId, const std::string& trackId);
 
     /// \param[out] connected  false when the client is gone
     int getConnectionState(std::string sessionId, std::string trackId, bool& connected);
 
-    /// \param scale, speed  as RTPPlayBackDispacher::setSpeed() takes them
+    /// \param scale, speed  as for RTPPlayBackDispacher::setSpeed()
     int setSpeed(const std::string& sessionId, const std::string& trackId, double scale, double speed);
 
-    /// \param[out] start, end  seconds from the begin of the recording
+    /// \param[out] start, end  seconds from the start of the recording
     int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start, double& end);
 
     /// \param[out] ssrc  SSRC of the track's packets, its 32 bits as an int
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc);
 
-    /// \param position  seconds from the begin of the recording; of the track in every session
+    /// \param position  seconds from the start of the recording; applies to the track in every session
     int setPauseRange(const std::string& sessionId, const std::string& trackId, double position);
 
-    /// \param seconds  between two sender reports, of every track
+    /// \param seconds  interval of sender reports, for every track
     void setRTCPFrequence(const std::string& sessionId, const std::string& trackId, int seconds);
 
 private:

@@ -12,10 +12,10 @@
 #include "playback/OVPlayBack.h"
 #include "support/Export.h"
 
-/// Serves one playback URL: its sessions' methods go to the host's RTPPlayBackDispacherMgr, which knows each
+/// Serves one playback URL: its sessions' methods go to the host's RTPPlayBackDispacherMgr, which finds each
 /// session by its id.
 ///
-/// Made by OVPlaybackControllerFactory, which calls initInstance() once. Instants are seconds from the begin
+/// Created by OVPlaybackControllerFactory, which calls initInstance() once. Instants are seconds from the start
 /// of the recording.
 /// Threads: initInstance(), getMediaInfo() and correctPlayRange() take the controller's lock; the others rely
 /// on the dispatcher's own.
@@ -27,19 +27,20 @@ public:
     OVPlaybackController(const OVPlaybackController&) = delete;
     OVPlaybackController& operator=(const OVPlaybackController&) = delete;
 
-    /// Parses the URL and builds the description. After a failure the controller cannot be used; it keeps
-    /// what it had stored. \param platType  number of the URL codec's factory in the registry \returns
-    /// 0; -8 for an empty URL, nothing being stored then; or the result of parseMediaUrl() or
+    /// Parses the URL and creates the description. After a failure the controller is unusable; values stored
+    /// before the failure stay.
+    /// \param platType  number of the URL codec's factory in the registry
+    /// \returns 0; -8 for an empty URL, and nothing is stored then; or the result of parseMediaUrl() or
     ///          createMediaInfo()
     int initInstance(int platType, const std::string& url, const DeviceInfoEx& device,
                      const DeviceExAbility& ability);
 
-    /// Parses a URL with a fresh codec and keeps what it names; failures are printed. A step of
-    /// initInstance(), as is createMediaInfo(): neither takes the lock.
+    /// Parses a URL with a new codec and stores its values; failures are printed. A step of initInstance(), as
+    /// is createMediaInfo(): neither takes the lock.
     /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or the codec's code
     int parseMediaUrl(const std::string& url);
 
-    /// Has the host describe what was parsed, under its canonical URL; failures are printed.
+    /// Requests the description of the parsed URL from the host, under its canonical URL; failures are printed.
     /// \returns 0; -6 when no codec factory is registered; otherwise the factory's or MediaInfoTool's code
     int createMediaInfo();
 
@@ -51,28 +52,29 @@ public:
     /// \returns the dispatcher's code
     int play(const std::string& sessionId, const std::string& trackId) override;
 
-    /// \param start, end            as correctPlayRange() gives them
-    /// \param rangeKind, rangeFlag  passed on unread
+    /// \param start, end            as returned by correctPlayRange()
+    /// \param rangeKind, rangeFlag  passed on unchanged
     int setPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,
                      int rangeKind, bool rangeFlag) override;
     int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start,
                         double& end) override;
 
-    /// Fits a range to the recording's length in whole seconds; a bound outside of it becomes the recording's
-    /// own. An end that is the length stays; a begin that is the length becomes 0, because nothing follows
-    /// it. Depends on the URL alone. \returns 0
+    /// Fits a range to the recording's length in whole seconds; a bound outside becomes the recording's own. An
+    /// end equal to the length stays; a start equal to the length becomes 0, because nothing follows it.
+    /// Depends on the URL only.
+    /// \returns 0
     int correctPlayRange(const std::string& sessionId, const std::string& trackId, double start, double end,
                          double& outStart, double& outEnd) override;
     int getCurRTPPacketInfo(const std::string& sessionId, const std::string& trackId,
                             RTPPacketInfo& out) override;
     /// \returns the dispatcher's code
     int pause(const std::string& sessionId, const std::string& trackId) override;
-    /// \param position  seconds from the begin of the recording
+    /// \param position  seconds from the start of the recording
     /// \returns the dispatcher's code
     int setPauseRange(const std::string& sessionId, const std::string& trackId, double position) override;
     int stop(const std::string& sessionId, const std::string& trackId) override;
     int getConnetionState(std::string sessionId, std::string trackId, bool& connected) override;
-    /// \param scale, speed  passed on unread
+    /// \param scale, speed  passed on unchanged
     /// \returns the dispatcher's code
     int setSpeed(const std::string& sessionId, const std::string& trackId, double scale,
                  double speed) override;
@@ -90,5 +92,5 @@ private:
     int thirdPlatType;
     MediaUrlParam mediaUrlParam;
     std::string recordKey;  // "<camera>_<begin>_<end>"; part of the layout
-    OVPlayBack playBack;    // likewise: nothing is played on it
+    OVPlayBack playBack;    // likewise: never used
 };

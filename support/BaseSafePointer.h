@@ -10,12 +10,12 @@
 #include "support/Export.h"
 #include "support/OVRuntimeError.h"
 
-/// Common base of every counted handle; it has no data and nothing but a destructor. What handles do whatever
-/// they point at stands here once, inside of each library or program that uses them.
+/// Common base of all counted handles, without data; its only exported member is the destructor. Holds the
+/// type-independent code of handles once per library or program that uses them.
 class OV_EXPORT BaseSafePointer
 {
 public:
-    /// Nothing to make.
+    /// No data to initialise.
     OV_INTERNAL BaseSafePointer() = default;
     /// Nothing to copy.
     OV_INTERNAL BaseSafePointer(const BaseSafePointer&) = default;
@@ -26,7 +26,7 @@ public:
     virtual ~BaseSafePointer() noexcept(false);
 
 protected:
-    /// What a handle to `type` calls it: the compiler's name, without the '*' that some begin it with.
+    /// The name of `type` in reports: the compiler's, without the leading '*' that some compilers add.
     OV_INTERNAL static const char* nameOf(const std::type_info& type)
     {
         const char* const name = type.name();
@@ -42,8 +42,8 @@ protected:
         throw OVRuntimeError(line);
     }
 
-    /// Counts one more holder of `object` in its record, or reports why that cannot be.
-    /// \param type  what the handle points at, for the report
+    /// Adds one holder of `object` to its record, or reports the misuse.
+    /// \param type  the handle's type, for the report
     OV_INTERNAL static void addHolder(const void* object, ref_count* record, const std::type_info& type)
     {
         if (record == nullptr)
@@ -66,7 +66,7 @@ protected:
         record->unLock();
     }
 
-    /// Counts one holder of `object` less in its record, which stays locked.
+    /// Removes one holder of `object` from its record, which stays locked.
     /// \returns true when it was the last: the caller then deletes the object
     OV_INTERNAL static bool removeHolder(const void* object, ref_count* record)
     {
@@ -78,7 +78,7 @@ protected:
         return record->dec_reference() == 0;
     }
 
-    /// Gives the record of an object that was deleted back to the manager.
+    /// Returns the record of a deleted object to the manager.
     OV_INTERNAL static void giveBack(ref_count* record, const std::type_info& type)
     {
         RefCountManager::getInstance()->returnbackRefCount(record, nameOf(type));

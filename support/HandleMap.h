@@ -3,14 +3,14 @@
 
 #include "support/Export.h"
 
-/// How entries leave a map of handles: the handle is taken out and its entry erased before its hold is let
-/// go. A misuse that the release finds is thrown then, which it could not be from inside the map, whose
-/// operations end the process instead.
+/// Removes entries from maps of handles: moves the handle out and erases its entry before releasing the hold.
+/// A misuse found by the release can be thrown then; thrown inside the map's own operations it would end the
+/// process.
 class OV_INTERNAL HandleMap
 {
 public:
-    /// Removes one entry and lets go of what it held.
-    /// \throws OVRuntimeError as SafePointer::dec_reference() does; the entry is gone all the same
+    /// Removes one entry and releases its hold.
+    /// \throws OVRuntimeError as SafePointer::dec_reference() does; the entry is removed nevertheless
     template <class Map>
     static void erase(Map& map, typename Map::iterator place)
     {
@@ -19,8 +19,8 @@ public:
         map.erase(place);
     }
 
-    /// Removes the entries one after the other in the order of their keys.
-    /// \throws OVRuntimeError as erase() does; the entries behind the one that failed stay
+    /// Removes all entries in the order of their keys.
+    /// \throws OVRuntimeError as erase() does; the entries after the failed one stay
     template <class Map>
     static void clear(Map& map)
     {

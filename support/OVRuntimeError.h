@@ -5,11 +5,11 @@
 
 #include "support/Export.h"
 
-/// Misuse of a counted handle. The only exception of the library, which catches it nowhere.
+/// Misuse of a counted handle. The only exception that the library throws; the library never catches it.
 class OV_EXPORT OVRuntimeError : public std::exception
 {
 public:
-    /// \param message  what what() returns; copied
+    /// \param message  returned by what(); copied
     explicit OVRuntimeError(const std::string& message);
     /// Copies the message.
     OVRuntimeError(const OVRuntimeError&) = default;

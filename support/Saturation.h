@@ -5,16 +5,16 @@
 
 #include "support/Export.h"
 
-/// Conversions from double to integers that have a result for every double on every platform, where the
-/// language's own has none for what does not fit. Fractions are dropped, what lies outside of the type
-/// becomes the nearer end of its range, and what is no number becomes 0.
+/// Conversions from double to integers that are defined for every double on every platform, unlike the
+/// language's own. Fractions are dropped, values out of range become the nearer end of the range, and NaN
+/// becomes 0.
 class OV_INTERNAL Saturation
 {
 public:
     /// 0 to 4294967295.
     static constexpr std::uint32_t toUnsigned32(double value)
     {
-        // Written so that a NaN, which compares false with everything, takes this branch too.
+        // Not (value < 1.0): a NaN, which compares false with everything, must return here too.
         if (!(value >= 1.0))
         {
             return 0;

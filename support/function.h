@@ -15,7 +15,7 @@ public:
 
     /// Another handle to the same callable object.
     function(const function& other) : object_(other.object_) {}
-    /// Lets its callable object go and takes a handle to the other's.
+    /// Releases its callable object and takes a handle to the other's.
     function& operator=(const function& other)
     {
         object_ = other.object_;

@@ -22,15 +22,15 @@ public:
 
     /// Prepares the reception of a track.
     /// \param info        the back-channel track as described; copied
-    /// \param packetSize  most bytes of RTP payload in one packet
+    /// \param packetSize  max bytes of RTP payload in a packet
     /// \returns 0 on success; any other code refuses the session
     int initRTBBuilder(const SubMediaInfo& info, int packetSize);
 
-    /// Gives the dispatcher the transport from and to the client; it keeps a handle of its own.
+    /// Sets the connection to the client; the dispatcher keeps a handle of its own.
     /// \returns 0 on success, otherwise a code of the host
     int setConnection(const SafePointer<IConnection>& connection);
 
-    /// Lets what arrives be played from now on.
+    /// Starts to play received audio.
     /// \returns 0 on success, otherwise a code of the host
     int play();
     /// Plays nothing until the next play(); the client stays connected.
@@ -47,13 +47,13 @@ public:
     /// \returns 0 on success, otherwise a code of the host, and `ssrc` is left as it was
     int getTrackSSRC(int& ssrc);
 
-    /// Takes what has arrived and plays it.
+    /// Receives pending packets and plays them.
     /// \param[in,out] playerFault  set to true when the output failed; never set to false
     /// \returns 0; statusPlayerUnusable, audioDispatcherIdle or audioDispatcherAgain (support/StatusCode.h)
     ///          when there was nothing to do this time; any other code ends the session
     int recvAndPlayMediaData(bool& playerFault);
 
-    /// Takes RTCP that has arrived and sends what is due. Results as above.
+    /// Receives pending RTCP and sends due reports. Results as above.
     int recvAndSendRTCPData();
 
 private:

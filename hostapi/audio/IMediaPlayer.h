@@ -19,7 +19,7 @@ public:
     IMediaPlayer(const IMediaPlayer&) = delete;
     IMediaPlayer& operator=(const IMediaPlayer&) = delete;
 
-    /// Passes the device; before every open().
+    /// Passes the device; called before every open().
     virtual void setDeviceInfo(const DeviceInfoEx& info) = 0;
 
     /// \param type  encoder type number of the host; takes effect at the next open()

@@ -12,7 +12,7 @@
 class OV_HOST_API DataConverter
 {
 public:
-    /// \param[out] number  the number read; left as it was when the text is refused
+    /// \param[out] number  the number read; unchanged when the text is refused
     /// \returns true when the text was a number of the type
     static bool convert(const std::string& text, int& number);
     /// As above; digits with an optional decimal point and exponent. Refuses "inf" and "nan".
@@ -23,6 +23,6 @@ public:
     static bool convert(const int& number, std::string& text);
     /// As above.
     static bool convert(const unsigned long& number, std::string& text);
-    /// The shortest text that reads back as the same number.
+    /// The shortest text that parses to the same number.
     static bool convert(const double& number, std::string& text);
 };

@@ -15,16 +15,16 @@ public:
     OVMutex(const OVMutex&) = delete;
     OVMutex& operator=(const OVMutex&) = delete;
 
-    /// Puts a mutex that nobody holds or waits for into its initial state; a fresh mutex is in it already.
+    /// Resets a mutex that nobody holds or waits for; a new mutex needs no reset.
     /// \returns 0
     int Init();
 
-    /// Waits until the mutex is free and takes it.
+    /// Waits until the mutex is free and locks it.
     /// \param file  name of the caller's source file; the text must stay valid until Unlock()
     /// \param line  line in it
     void Lock(const char* file, int line);
 
-    /// Gives the mutex back; only by the thread that holds it.
+    /// Unlocks the mutex; only by the thread that holds it.
     void Unlock(const char* file, int line);
 
 private:

@@ -10,7 +10,7 @@ public:
         cameraId_ = id;
     }
 
-    /// 0 unless it was set.
+    /// 0 unless set.
     int getCameraID() const
     {
         return cameraId_;
@@ -22,7 +22,7 @@ public:
         streamId_ = id;
     }
 
-    /// 0 unless it was set.
+    /// 0 unless set.
     int getStreamID() const
     {
         return streamId_;
@@ -34,7 +34,7 @@ public:
         multicast_ = flag;
     }
 
-    /// False unless it was set.
+    /// False unless set.
     bool getIsMulticastFlag() const
     {
         return multicast_;

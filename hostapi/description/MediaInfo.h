@@ -23,7 +23,7 @@ public:
     }
 
     /// Finds a track by its id.
-    /// \param[out] out  a copy of the track when found, otherwise left as it was
+    /// \param[out] out  a copy of the track when found, otherwise unchanged
     /// \returns true when found
     bool getSubMediaInfo(const std::string& trackId, SubMediaInfo& out) const
     {

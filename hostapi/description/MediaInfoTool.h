@@ -30,14 +30,14 @@ public:
     /// Describes a live stream, one SubMediaInfo per track. Does not wait: the library calls it under a
     /// factory's lock, so a stream that is not described yet is only asked to become so.
     /// \param cameraId, streamId  numbers from the URL, any int
-    /// \param[out] out            the description on success; otherwise left as it was
+    /// \param[out] out            the description on success; otherwise unchanged
     /// \param mediaInfoFlag       true to have the audio back channel described too where the device has one
     /// \returns 0; otherwise a code of the host, which the controllers pass on
     int createMediaInfo(int cameraId, int streamId, MediaInfo& out, bool mediaInfoFlag);
 
     /// Describes a recording, one SubMediaInfo per track. Does not wait either.
     /// \param record    what was recorded; any numbers, as they stood in a URL
-    /// \param[out] out  the description on success; otherwise left as it was
+    /// \param[out] out  the description on success; otherwise unchanged
     /// \returns 0; otherwise a code of the host, which the playback controller passes on
     int createPlaybackMediaInfo(const RecordInfo& record, MediaInfo& out);
 

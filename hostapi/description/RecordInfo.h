@@ -16,7 +16,7 @@ public:
         cameraId_ = id;
     }
 
-    /// 0 unless it was set.
+    /// 0 unless set.
     int getCameraId() const
     {
         return cameraId_;
@@ -52,7 +52,7 @@ public:
         beginTime_ = static_cast<std::uint32_t>(seconds);
     }
 
-    /// 0 unless it was set.
+    /// 0 unless set.
     unsigned long getRecordBeginTime() const
     {
         return beginTime_;
@@ -64,7 +64,7 @@ public:
         endTime_ = static_cast<std::uint32_t>(seconds);
     }
 
-    /// May lie before the begin: a client's URL may say so.
+    /// May precede the begin: URLs are not checked for it.
     unsigned long getRecordEndTime() const
     {
         return endTime_;

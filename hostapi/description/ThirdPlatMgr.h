@@ -4,7 +4,7 @@
 
 #include "hostapi/base/HostExport.h"
 
-/// Knows how the tracks of a presentation are called. No state; used on one thread.
+/// Names the tracks of a presentation. No state; used on one thread.
 class OV_HOST_API ThirdPlatMgr
 {
 public:

@@ -10,7 +10,7 @@ public:
         audioBack_ = supported;
     }
 
-    /// True when the device has an audio output that clients may talk to.
+    /// True when clients may talk to the device.
     bool getAudioBackFlag() const
     {
         return audioBack_;

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Largest packet that the network path takes. A plain value.
+/// MTU of the network path. A plain value.
 class MTUParam
 {
 public:
@@ -10,7 +10,7 @@ public:
         mtu_ = bytes;
     }
 
-    /// Size of an IP packet in bytes; 0 unless it was set.
+    /// Size of an IP packet in bytes; 0 unless set.
     int getMTUValue() const
     {
         return mtu_;

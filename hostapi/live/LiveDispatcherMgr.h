@@ -29,8 +29,8 @@ public:
     LiveDispatcherMgr(const LiveDispatcherMgr&) = delete;
     LiveDispatcherMgr& operator=(const LiveDispatcherMgr&) = delete;
 
-    /// The largest packet that the network path takes. A controller asks at each SETUP over UDP unicast and
-    /// takes 76 bytes off for all headers. A host sets it before the first SETUP: it is read without a lock.
+    /// The MTU of the network path. A controller reads it at each SETUP over UDP unicast and
+    /// subtracts 76 bytes for all headers. A host sets it before the first SETUP: it is read without a lock.
     MTUParam& getMTUParam();
 
     // --- sessions -----------------------------------------------------------------------------------------
@@ -40,23 +40,23 @@ public:
 
     /// Makes a session: a packetiser for each track, with its own SSRC, first sequence number and timestamp
     /// offset. Called only for an id that findSession() does not find. A session that never gets a connection
-    /// is the host's to end: the controllers do not mention it again.
+    /// is ended by the host: the controllers do not mention it again.
     /// \param cameraId, streamId  numbers from the URL, any int
     /// \param info                the stream as described; copied
-    /// \param payloadSize         most bytes of RTP payload in one packet
+    /// \param payloadSize         max bytes of RTP payload in a packet
     int initSession(const std::string& sessionId, int cameraId, int streamId, const MediaInfo& info,
                     int payloadSize);
 
-    /// Gives a track its transport to the client, or to the group. The dispatcher keeps a handle of its own until
+    /// Sets the connection of a track to the client or the group. The dispatcher keeps a handle of its own until
     /// the track ends. A further connection of the same track, as each member of a multicast session brings
     /// one, takes the place of the former; the track goes on as it was.
     int addSessionConnection(const std::string& sessionId, const std::string& trackId,
                              const SafePointer<IConnection>& connection);
 
-    /// Starts sending, with a key frame first; a track that plays goes on.
+    /// Starts sending with a key frame; a playing track continues.
     int play(const std::string& sessionId, const std::string& trackId);
 
-    /// Stops sending and keeps everything for the next play(); no packet of the track leaves after the
+    /// Stops sending and keeps the state for the next play(); no packet of the track leaves after the
     /// return.
     int pause(const std::string& sessionId, const std::string& trackId);
 
@@ -65,7 +65,7 @@ public:
     /// spelt so: hosts bind to it.
     int deleteSessionConection(const std::string& sessionId, const std::string& trackId);
 
-    /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; left as it was on failure
+    /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; unchanged on failure
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc);
 
     // --- records of multicast sessions --------------------------------------------------------------------
@@ -73,7 +73,7 @@ public:
     /// \returns true when there is a record for this multicast session id
     bool findMulticastSessionId(const std::string& multicastSessionId);
 
-    /// \param[out] param  one more handle to the record itself, not to a copy; left as it was on failure
+    /// \param[out] param  one more handle to the record itself, not to a copy; unchanged on failure
     int getMulticastSessionParam(const std::string& multicastSessionId,
                                  SafePointer<MulticastSessionParameter>& param) const;
 

@@ -29,7 +29,7 @@ public:
         multicastSessionId_ = id;
     }
 
-    /// A copy; empty unless it was set.
+    /// A copy; empty unless set.
     std::string getMulticastSessionId() const
     {
         const std::lock_guard<std::mutex> guard(mutex_);

@@ -10,7 +10,7 @@ class OV_HOST_API MulticastSessionToken
 public:
     /// The same numbers always give the same id, other numbers another one. No id can be an RTSP session's.
     /// \param cameraId, streamId  any int
-    /// \param[out] id             the id on success, otherwise left as it was
+    /// \param[out] id             the id on success, otherwise unchanged
     /// \returns 0; otherwise a code of the host, which the controller passes on
     int generateMulticastSessionId(int cameraId, int streamId, std::string& id);
 };

@@ -26,19 +26,19 @@ public:
     /// Makes the packetiser of a track for a session, with its own SSRC, first sequence number and timestamp
     /// offset. It replaces what the same keys had before.
     /// \param info         the track as described; copied
-    /// \param payloadSize  most bytes of RTP payload in one packet
+    /// \param payloadSize  max bytes of RTP payload in a packet
     int initRTPBuilder(const std::string& streamKey, const std::string& sessionId, const std::string& trackId,
                        const SubMediaInfo& info, int payloadSize);
 
-    /// Gives the track its transport to the client. The dispatcher keeps a handle of its own until
+    /// Sets the connection of the track to the client. The dispatcher keeps a handle of its own until
     /// deleteRTPConnection().
     int addRTPConnection(const std::string& streamKey, const std::string& sessionId,
                          const std::string& trackId, const SafePointer<IConnection>& connection);
 
-    /// Starts sending, with a key frame first; a track that plays goes on.
+    /// Starts sending with a key frame; a playing track continues.
     int play(const std::string& streamKey, const std::string& sessionId, const std::string& trackId);
 
-    /// Stops sending and keeps everything for the next play(); no packet of the track leaves after the
+    /// Stops sending and keeps the state for the next play(); no packet of the track leaves after the
     /// return.
     int pause(const std::string& streamKey, const std::string& sessionId, const std::string& trackId);
 
@@ -46,7 +46,7 @@ public:
     int deleteRTPConnection(const std::string& streamKey, const std::string& sessionId,
                             const std::string& trackId);
 
-    /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; left as it was on failure
+    /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; unchanged on failure
     int getTrackSSRC(const std::string& streamKey, const std::string& sessionId, const std::string& trackId,
                      int& ssrc);
 

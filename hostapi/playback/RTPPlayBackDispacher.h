@@ -13,7 +13,7 @@
 ///
 /// Made and held by an OVPlayBack through SafePointer<RTPPlayBackDispacher>; its end ends every track. The
 /// settings come first, in any order, then start(), then the operations of tracks. A track is named by
-/// session id and track id. Instants are seconds from the begin of the recording. Results: 0 on success,
+/// session id and track id. Instants are seconds from the start of the recording. Results: 0 on success,
 /// otherwise a code of the host. Threads: any; does its own locking.
 class OV_HOST_API RTPPlayBackDispacher
 {
@@ -31,10 +31,10 @@ public:
     /// \param mix  true to send video and audio as one stream; false: a track for each
     void setTransferMixStreamFlag(bool mix);
 
-    /// \param seconds  without a sign of life for so long, a client counts as gone
+    /// \param seconds  a client without activity for this time is gone
     void setRTCPTimeout(int seconds);
 
-    /// \param seconds  between two sender reports of a track; from the next report on
+    /// \param seconds  interval of sender reports of a track; from the next report on
     void setRTCPFrequence(int seconds);
 
     /// \param oneFramePerPacket  true to send each frame in a packet of its own, whatever its size
@@ -44,8 +44,8 @@ public:
     /// \returns 0; otherwise a code of the host, as without a source, and tracks are refused
     int start();
 
-    /// The largest packet that the network path takes. OVPlayBack asks at each SETUP over UDP unicast and
-    /// takes 76 bytes off for all headers.
+    /// The MTU of the network path. OVPlayBack reads it at each SETUP over UDP unicast and
+    /// subtracts 76 bytes for all headers.
     MTUParam& getMTUParam();
 
     // --- tracks -------------------------------------------------------------------------------------------
@@ -53,16 +53,16 @@ public:
     /// Makes the packetiser of a track for a session, with its own SSRC, first sequence number and timestamp
     /// offset. It replaces what the same ids had before.
     /// \param info         the track as described; copied
-    /// \param payloadSize  most bytes of RTP payload in one packet
+    /// \param payloadSize  max bytes of RTP payload in a packet
     int initRTPBuilder(const std::string& sessionId, const std::string& trackId, const SubMediaInfo& info,
                        int payloadSize);
 
-    /// Gives the track its transport to the client. The dispatcher keeps a handle of its own until
+    /// Sets the connection of the track to the client. The dispatcher keeps a handle of its own until
     /// deleteSessionConnection().
     int addSessionConnection(const std::string& sessionId, const std::string& trackId,
                              const SafePointer<IConnection>& connection);
 
-    /// Starts sending where the recording stands, at first at its begin; a track that plays goes on.
+    /// Starts sending where the recording stands, initially at its start; a playing track continues.
     int play(const std::string& sessionId, const std::string& trackId);
 
     /// Stops sending and keeps the place; no packet of the track leaves after the return.
@@ -79,10 +79,10 @@ public:
     /// \param[out] start, end  what plays from now on; left as they were on failure
     int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start, double& end);
 
-    /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; left as it was on failure
+    /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; unchanged on failure
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc);
 
-    /// \param[out] connected  false when the client is gone; left as it was on failure
+    /// \param[out] connected  false when the client is gone; unchanged on failure
     int getConnectionState(std::string sessionId, std::string trackId, bool& connected);
 
     /// Ends the track: drops packetiser and connection. No packet leaves after the return.

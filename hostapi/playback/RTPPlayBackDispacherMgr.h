@@ -39,12 +39,12 @@ public:
     int initDispatcher(const std::string& sessionId, const DeviceInfoEx& device,
                        const DeviceExAbility& ability, const RecordInfo& record);
 
-    /// Makes the packetiser of a track and gives it its transport to the client. The dispatcher keeps a
-    /// handle of its own until stop(). A session whose last track is stopped ends.
+    /// Creates the packetiser of a track and sets its connection to the client. The dispatcher keeps a handle of
+    /// its own until stop(). A session whose last track is stopped ends.
     int setup(const std::string& sessionId, const std::string& trackId,
               const SafePointer<IConnection>& connection);
 
-    /// Starts sending where the recording stands, at first at its begin; a track that plays goes on.
+    /// Starts sending where the recording stands, initially at its start; a playing track continues.
     int play(const std::string& sessionId, const std::string& trackId);
 
     /// \param start, end  what to play, 0 <= start < end. The controller's correctPlayRange() counts from the
@@ -58,7 +58,7 @@ public:
     /// \param[out] start, end  what plays from now on; left as they were on failure
     int getCurPlayRange(const std::string& sessionId, const std::string& trackId, double& start, double& end);
 
-    /// \param[out] info  the packet that the track sends next; left as it was on failure
+    /// \param[out] info  the packet that the track sends next; unchanged on failure
     int getCurRTPPacketInfo(const std::string& sessionId, const std::string& trackId, RTPPacketInfo& info);
 
     /// Stops sending and keeps the place; no packet of the track leaves after the return.
@@ -71,10 +71,10 @@ public:
     /// \param speed  how fast it is delivered, 1 being as it plays
     int setSpeed(const std::string& sessionId, const std::string& trackId, double scale, double speed);
 
-    /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; left as it was on failure
+    /// \param[out] ssrc  the SSRC of the track's packets, its 32 bits as an int; unchanged on failure
     int getTrackSSRC(const std::string& sessionId, const std::string& trackId, int& ssrc);
 
-    /// \param[out] connected  false when the client is gone; left as it was on failure
+    /// \param[out] connected  false when the client is gone; unchanged on failure
     int getConnectionState(std::string sessionId, std::string trackId, bool& connected);
 
     /// Ends the track: drops packetiser and connection. No packet leaves after the return.

@@ -19,7 +19,7 @@ class OV_HOST_API GThread : public OVThread
 public:
     /// Makes a thread that does not run yet.
     /// \param run     the body: called repeatedly while the thread runs; its result does not end the thread
-    /// \param name    for the system's tools; cut to what the system can hold
+    /// \param name    of the thread; cut to the system's limit
     /// \param before  called once on the new thread before the first run
     /// \param after   called once on the thread after the last run
     GThread(function<int> run, const std::string& name, function<int> before, function<int> after);
@@ -33,7 +33,7 @@ public:
     /// Called from the body itself it only asks for the end. Without a running thread it does nothing.
     void stop();
 
-    /// Does nothing and returns 0; stands in where no hook is needed.
+    /// Does nothing and returns 0; for hooks that are not needed.
     static int emptyFun();
 
 private:

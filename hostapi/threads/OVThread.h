@@ -2,7 +2,7 @@
 
 #include "hostapi/base/HostExport.h"
 
-/// Base of the host's threads: says whether one runs.
+/// Base of the host's threads: reports whether the thread runs.
 class OV_HOST_API OVThread
 {
 public:
