@@ -139,7 +139,7 @@ TEST(NtpTime, SecondsWrapIn2036AndAreUnambiguousUntil2104)
     EXPECT_EQ(at(4'233'462'144), NtpTime(0x7fffffffU, 0xffffffffU).wallTime());
 }
 
-TEST(NtpTime, DateRoundTripsToTheNanosecond)
+TEST(NtpTime, DateIsRestoredToTheNanosecond)
 {
     for (const std::int64_t rest :
          {0, 1, 2, 3, 333'333'333, 499'999'999, 500'000'001, 999'999'998, 999'999'999})

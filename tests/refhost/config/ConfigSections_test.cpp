@@ -136,7 +136,7 @@ TEST(ConfigSections, ConfigurationsThatDifferInOneKeyDiffer)
     EXPECT_GE(keys, 59);
 }
 
-TEST(ConfigSections, EveryKeyRoundTripsThroughADump)
+TEST(ConfigSections, EveryKeyIsDumpedAndReadBack)
 {
     eachKeyOfTheFile(
         [&](const auto& key, const auto& find)

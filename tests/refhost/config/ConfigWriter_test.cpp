@@ -95,7 +95,7 @@ void expectExplained(const std::string& text)
         });
 }
 
-TEST(ConfigWriter, ConfigurationRoundTripsThroughADump)
+TEST(ConfigWriter, DumpReadsBackToTheSameConfiguration)
 {
     expectReadsBack(ServerConfig::embedded());
     expectReadsBack(withEverythingChanged());
