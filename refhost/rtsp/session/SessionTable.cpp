@@ -55,7 +55,7 @@ SessionTable::~SessionTable()
     endAll();
 }
 
-std::shared_ptr<RtspSession> SessionTable::create(std::string presentation,
+std::shared_ptr<RtspSession> SessionTable::create(const std::string& presentation,
                                                   const SafePointer<IRTSPController>& controller,
                                                   const MediaRoutes::Route& route, const SessionOwner& owner,
                                                   MonotonicTime now)

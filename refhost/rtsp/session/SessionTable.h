@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 
@@ -25,7 +26,7 @@ public:
 
     /// Makes a session with a new random id.
     /// \returns null when a limit is reached
-    std::shared_ptr<RtspSession> create(std::string presentation,
+    std::shared_ptr<RtspSession> create(const std::string& presentation,
                                         const SafePointer<IRTSPController>& controller,
                                         const MediaRoutes::Route& route, const SessionOwner& owner,
                                         MonotonicTime now);
