@@ -97,6 +97,12 @@ public:
     /// Time since the peer's system last answered, independent of its program.
     /// \returns nothing when unknown
     virtual std::optional<std::chrono::milliseconds> silence() const = 0;
+
+    /// Whether the bytes are encrypted on the network.
+    virtual bool encrypted() const
+    {
+        return false;
+    }
 };
 
 }  // namespace refhost

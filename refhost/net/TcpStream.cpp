@@ -152,4 +152,9 @@ std::optional<std::chrono::milliseconds> TcpStream::silence() const
     return TcpLiveness::silence(socket_.get());
 }
 
+int TcpStream::descriptor() const
+{
+    return socket_.get();
+}
+
 }  // namespace refhost

@@ -29,6 +29,9 @@ public:
     void setSendBuffer(std::size_t bytes) override;
     std::optional<std::chrono::milliseconds> silence() const override;
 
+    /// The socket, to set its options; negative once closed.
+    int descriptor() const;
+
 private:
     void watch(std::uint32_t event, bool on);
 

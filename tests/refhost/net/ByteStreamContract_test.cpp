@@ -1,6 +1,5 @@
 // The contract of ByteStream, for every implementation.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -13,9 +12,11 @@
 #include <string>
 #include <thread>
 
-#include "refhost/base/Descriptor.h"
 #include "refhost/net/TcpStream.h"
+#include "tests/refhost/net/LoopbackPair.h"
 #include "tests/refhost/net/MemoryStream.h"
+#include "tests/refhost/net/StreamUnderTest.h"
+#include "tests/refhost/net/tls/TlsUnderTest.h"
 #include "tests/refhost/threads/LoopHelpers.h"
 
 namespace refhost
@@ -24,61 +25,34 @@ namespace
 {
 
 using Status = ByteStream::Status;
-
-/// A stream with its other end.
-class StreamUnderTest
-{
-public:
-    virtual ~StreamUnderTest() = default;
-
-    virtual void write(const std::string& bytes) = 0;
-    /// Received bytes; waits, with a bound, for the first one.
-    virtual std::string read() = 0;
-    virtual void endWriting() = 0;
-    /// True when the stream's side ended; bytes received before are dropped.
-    virtual bool sawEnd() = 0;
-
-    std::shared_ptr<ByteStream> stream;
-};
+using test::StreamUnderTest;
+using test::TlsPeer;
+using test::TlsUnderTest;
 
 class TcpUnderTest : public StreamUnderTest
 {
 public:
     TcpUnderTest()
     {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const any = reinterpret_cast<sockaddr*>(&address);
-        const Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        EXPECT_EQ(0, ::bind(listener.get(), any, size));
-        EXPECT_EQ(0, ::listen(listener.get(), 1));
-        EXPECT_EQ(0, ::getsockname(listener.get(), any, &size));
-        const timeval patience{10, 0};
-        EXPECT_EQ(0, ::setsockopt(far_.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience));
-        EXPECT_EQ(0, ::connect(far_.get(), any, size));
-        Descriptor near(::accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-        const SocketAddress peer = SocketAddress::localOf(far_.get());
-        stream = std::make_shared<TcpStream>(std::move(near), peer);
+        stream = std::make_shared<TcpStream>(std::move(sockets_.near), sockets_.peer);
     }
 
     void write(const std::string& bytes) override
     {
         EXPECT_EQ(static_cast<ssize_t>(bytes.size()),
-                  ::send(far_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
+                  ::send(sockets_.far.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
 
     std::string read() override
     {
         char bytes[65536];
-        const ssize_t count = ::recv(far_.get(), bytes, sizeof bytes, 0);
+        const ssize_t count = ::recv(sockets_.far.get(), bytes, sizeof bytes, 0);
         return std::string(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     }
 
     void endWriting() override
     {
-        ::shutdown(far_.get(), SHUT_WR);
+        ::shutdown(sockets_.far.get(), SHUT_WR);
     }
 
     bool sawEnd() override
@@ -87,13 +61,13 @@ public:
         ssize_t count = 1;
         while (count > 0)
         {
-            count = ::recv(far_.get(), bytes, sizeof bytes, 0);
+            count = ::recv(sockets_.far.get(), bytes, sizeof bytes, 0);
         }
         return count == 0;
     }
 
 private:
-    Descriptor far_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    test::LoopbackPair sockets_;
 };
 
 class MemoryUnderTest : public StreamUnderTest
@@ -468,9 +442,20 @@ TEST_P(ByteStreamContract, AddressesAreKnown)
     EXPECT_EQ(stream().local().text(), "127.0.0.1");
 }
 
+std::unique_ptr<StreamUnderTest> makeTls(int version, std::size_t bytesAtOnce)
+{
+    TlsPeer::Options options;
+    options.version = version;
+    options.bytesAtOnce = bytesAtOnce;
+    return std::make_unique<TlsUnderTest>(options);
+}
+
 INSTANTIATE_TEST_SUITE_P(Streams, ByteStreamContract,
                          testing::Values(Kind{"Tcp", [] { return std::make_unique<TcpUnderTest>(); }},
-                                         Kind{"Memory", [] { return std::make_unique<MemoryUnderTest>(); }}),
+                                         Kind{"Memory", [] { return std::make_unique<MemoryUnderTest>(); }},
+                                         Kind{"Tls13", [] { return makeTls(TLS1_3_VERSION, 65536); }},
+                                         Kind{"Tls12", [] { return makeTls(TLS1_2_VERSION, 65536); }},
+                                         Kind{"TlsByteByByte", [] { return makeTls(0, 1); }}),
                          [](const testing::TestParamInfo<Kind>& tested) { return tested.param.name; });
 
 }  // namespace

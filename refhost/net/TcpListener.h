@@ -1,0 +1,48 @@
+#pragma once
+// Tested by tests/refhost/rtsp/connection/RtspServerLimits_test.cpp.
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/SocketAddress.h"
+
+namespace refhost
+{
+
+/// A TCP port that connections are accepted from. Accepted sockets are non-blocking, send without delay, have
+/// small buffers, and their peers are probed (\see TcpLiveness).
+/// Threads: one at a time.
+class TcpListener
+{
+public:
+    /// \param socket  connected
+    using Accepted = std::function<void(Descriptor socket, const SocketAddress& peer)>;
+
+    /// \param address   numeric IPv4 or IPv6 address
+    /// \param port      0: any free one
+    /// \param liveness  a dead peer is noticed within this time
+    /// \param[out] error  one sentence, when null is returned
+    static std::unique_ptr<TcpListener> open(const std::string& address, int port,
+                                             std::chrono::seconds liveness, std::string& error);
+
+    /// Accepts the connections that wait, so many at a time that others have their turn. Without a free
+    /// descriptor it closes one of them instead, and logs it.
+    void acceptAll(const Accepted& accepted);
+
+    int descriptor() const;
+    int port() const;
+
+private:
+    TcpListener() = default;
+    bool acceptOne(const Accepted& accepted);
+    void shedOne();
+
+    Descriptor socket_;
+    Descriptor spare_;  // one to give up when there are no more
+    int port_ = 0;
+};
+
+}  // namespace refhost
