@@ -9,6 +9,8 @@
 namespace refhost
 {
 
+class RtspServer;
+
 /// The running server: creates all parts, serves until SIGINT or SIGTERM, and destroys the parts in reverse
 /// order.
 ///
@@ -24,7 +26,7 @@ public:
 
 private:
     void prepareProcess() const;
-    void printUrls(int port) const;
+    void printUrls(const RtspServer& server) const;
 
     ServerConfig config_;
     std::vector<std::string> warnings_;

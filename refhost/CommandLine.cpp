@@ -14,6 +14,7 @@
 #include "refhost/config/ConfigWriter.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingListing.h"
+#include "refhost/rtsp/connection/TlsAcceptor.h"
 
 namespace refhost
 {
@@ -213,6 +214,12 @@ bool CommandLine::parse(int count, const char* const* arguments)
     for (const std::string& warning : config_.warnings())
     {
         err_ << name << ": warning: " << warning << '\n';
+    }
+    std::string error;
+    if (config_.tls.enabled() && !config_.tls.selfSigned && TlsAcceptor::open(config_.tls, error) == nullptr)
+    {
+        err_ << name << ": " << error << '\n';
+        return finish(exitConfig);
     }
     out_ << name << ": valid (" << summary(config_) << ")\n";
     return finish(exitDone);

@@ -23,11 +23,11 @@ std::string reachableAddress(const std::string& listen)
     return "127.0.0.1";
 }
 
-std::string serverUrl(const std::string& listen, int port)
+std::string serverUrl(const std::string& listen, int port, const char* scheme)
 {
     const std::string address = reachableAddress(listen);
     const bool isSix = address.find(':') != std::string::npos;
-    return fmt::format("rtsp://{}{}{}:{}/", isSix ? "[" : "", address, isSix ? "]" : "",
+    return fmt::format("{}://{}{}{}:{}/", scheme, isSix ? "[" : "", address, isSix ? "]" : "",
                        port == 0 ? "PORT" : std::to_string(port));
 }
 

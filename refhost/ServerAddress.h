@@ -9,8 +9,9 @@ namespace refhost
 /// itself or, for a wildcard, the machine's first address on a network.
 std::string reachableAddress(const std::string& listen);
 
-/// \param port  0 when unknown
-/// \returns "rtsp://<reachableAddress()>:<port>/"
-std::string serverUrl(const std::string& listen, int port);
+/// \param port    0 when unknown
+/// \param scheme  "rtsp" or "rtsps"
+/// \returns "<scheme>://<reachableAddress()>:<port>/"
+std::string serverUrl(const std::string& listen, int port, const char* scheme = "rtsp");
 
 }  // namespace refhost

@@ -113,6 +113,16 @@ bool LimitsConfig::operator==(const LimitsConfig& other) const
     return same(*this, other);
 }
 
+bool AuthConfig::operator==(const AuthConfig& other) const
+{
+    return same(*this, other);
+}
+
+bool TlsConfig::operator==(const TlsConfig& other) const
+{
+    return same(*this, other);
+}
+
 bool ServerConfig::operator==(const ServerConfig& other) const
 {
     return same(*this, other);
@@ -164,6 +174,16 @@ std::vector<std::string> ServerConfig::warnings() const
     {
         found.push_back("anybody who reaches " + listen +
                         " can watch: it is no loopback address and no [[user]] is configured");
+    }
+    if (!tls.enabled() && (!tls.key.empty() || !tls.clientCa.empty()))
+    {
+        found.push_back("there is no TLS: [tls] has neither a certificate nor self-signed = true");
+    }
+    if (users.empty() && tls.enabled() && tls.clientCa.empty() && !tls.listen.empty() &&
+        !isLoopback(tls.listen))
+    {
+        found.push_back("anybody who reaches " + tls.listen +
+                        " can watch over TLS: it is no loopback address and no [[user]] is configured");
     }
     if (offersTalkBack() && talkBack.output == "null")
     {

@@ -107,6 +107,38 @@ struct MulticastConfig
     bool operator==(const MulticastConfig& other) const;
 };
 
+/// Who may log in how.
+struct AuthConfig
+{
+    std::string basic = "tls-only";  ///< where Basic is offered and accepted: "never", "tls-only" or "always"
+
+    bool operator==(const AuthConfig& other) const;
+};
+
+/// RTSP over TLS.
+struct TlsConfig
+{
+    std::string listen;       ///< numeric address; empty: that of RTSP
+    int port = 8322;          ///< 0: any free one
+    std::string certificate;  ///< path of a PEM file; empty: no TLS unless `selfSigned`
+    std::string key;          ///< path of a PEM file; empty: in `certificate`
+    bool selfSigned = false;  ///< make both in `directory`
+    std::string directory = "./var/tls";
+    std::string minVersion = "1.2";  ///< "1.2" or "1.3"
+    std::string ciphers;             ///< as OpenSSL writes them; empty: the server's choice
+    std::string clientCa;            ///< path of a PEM file; not empty: clients need a certificate of it
+    int handshakes = 512;            ///< under way at once
+    bool kernelTls = true;           ///< where the system has it
+
+    /// Whether the server listens for TLS.
+    bool enabled() const
+    {
+        return selfSigned || !certificate.empty();
+    }
+
+    bool operator==(const TlsConfig& other) const;
+};
+
 /// Limits of the resources that clients can use.
 struct LimitsConfig
 {
@@ -151,6 +183,8 @@ struct ServerConfig
     bool digestWithoutQop = true;  ///< accept Digest responses without qop, replayable for a minute
     std::vector<UserConfig> users;
     LimitsConfig limits;
+    AuthConfig auth;
+    TlsConfig tls;
     TalkBackConfig talkBack;
     MulticastConfig multicast;
     std::string liveController = "first";  ///< controller of orv/live: "first", "second" or "both"

@@ -235,7 +235,8 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
     {
         return "must not hold a null character";
     }
-    if (kind == TextKind::address && !isAddress(value))
+    const bool address = kind == TextKind::address || (kind == TextKind::anyAddress && !value.empty());
+    if (address && !isAddress(value))
     {
         return "must be an IPv4 or IPv6 address such as \"127.0.0.1\" or \"::1\", not \"" +
                Log::safe(value, 40) + "\"";

@@ -223,6 +223,69 @@ const std::vector<ConfigKey<LimitsConfig>>& configKeys<LimitsConfig>()
 }
 
 template <>
+const std::vector<ConfigKey<AuthConfig>>& configKeys<AuthConfig>()
+{
+    static const std::vector<ConfigKey<AuthConfig>> keys{
+        choice<&AuthConfig::basic>(
+            "basic",
+            "Where Basic authentication is offered and accepted, which sends the password itself: "
+            "\"tls-only\" "
+            "on TLS connections, \"always\" on others too, \"never\" nowhere. Digest is always accepted.",
+            {"never", "tls-only", "always"}),
+    };
+    return keys;
+}
+
+template <>
+const std::vector<ConfigKey<TlsConfig>>& configKeys<TlsConfig>()
+{
+    static const std::vector<ConfigKey<TlsConfig>> keys{
+        text<&TlsConfig::listen>("listen", "Address to listen on for TLS; empty is that of RTSP.",
+                                 TextKind::anyAddress),
+        number<&TlsConfig::port>(
+            "port",
+            "TCP port of RTSP over TLS (rtsps://); 0 takes any free one. It is open once "
+            "there is a certificate.",
+            0, 65535),
+        text<&TlsConfig::certificate>(
+            "certificate",
+            "PEM file with the server's certificate and then its intermediate certificates; a relative path "
+            "starts at this file. Changed files are read again within seconds; connections stay.",
+            TextKind::plain),
+        text<&TlsConfig::key>("key",
+                              "PEM file with the certificate's private key, not encrypted; empty where the "
+                              "certificate's file holds it too.",
+                              TextKind::plain),
+        flag<&TlsConfig::selfSigned>(
+            "self-signed",
+            "Make a key and a certificate that is signed with it, once, and print its SHA-256 fingerprint, "
+            "for clients that can be told to trust it."),
+        text<&TlsConfig::directory>("directory",
+                                    "Where the self-signed ones are kept; a relative path starts at this "
+                                    "file, the default at the working directory.",
+                                    TextKind::path),
+        choice<&TlsConfig::minVersion>("min-version", "Oldest version of TLS that is accepted.",
+                                       {"1.2", "1.3"}),
+        text<&TlsConfig::ciphers>("ciphers",
+                                  "Ciphers that may be used, as OpenSSL names them, separated by colons; "
+                                  "those that start with TLS_ are for TLS 1.3. Empty: those with forward "
+                                  "secrecy and authenticated encryption.",
+                                  TextKind::plain),
+        text<&TlsConfig::clientCa>("client-ca",
+                                   "PEM file with CAs; clients must then present a certificate of one of "
+                                   "them. Empty: none is asked for.",
+                                   TextKind::plain),
+        number<&TlsConfig::handshakes>("handshakes",
+                                       "TLS handshakes under way at once; one address may have half of them.",
+                                       1, maxNumber),
+        flag<&TlsConfig::kernelTls>("kernel-tls",
+                                    "Have the kernel encrypt where it can (modprobe tls); the log says so at "
+                                    "the start."),
+    };
+    return keys;
+}
+
+template <>
 const std::vector<ConfigKey<TalkBackConfig>>& configKeys<TalkBackConfig>()
 {
     static const std::vector<ConfigKey<TalkBack>> keys{

@@ -50,6 +50,7 @@ enum class TextKind
 {
     plain,
     address,     ///< a numeric IPv4 or IPv6 address
+    anyAddress,  ///< a numeric IPv4 or IPv6 address, or nothing
     quotable,    ///< for a quoted string of a header: no quotes, backslashes or control characters
     userName,    ///< as `quotable`, and no colon; must not be empty
     password,    ///< never written; must not be empty
@@ -102,6 +103,10 @@ template <>
 const std::vector<ConfigKey<ServerConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<LimitsConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<AuthConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<TlsConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<TalkBackConfig>>& configKeys();
 template <>

@@ -261,6 +261,26 @@ private:
         resolve(talkBack.device);
     }
 
+    void finish(const toml::table& table, TlsConfig& tls)
+    {
+        if (tls.selfSigned && !tls.certificate.empty())
+        {
+            report(place(table, "self-signed"),
+                   "self-signed = true makes a certificate: remove one of the two");
+        }
+        for (std::string* const path : {&tls.certificate, &tls.key, &tls.clientCa})
+        {
+            if (!path->empty())
+            {
+                resolve(*path);
+            }
+        }
+        if (tls.directory != TlsConfig().directory)
+        {
+            resolve(tls.directory);
+        }
+    }
+
     void finish(const toml::table&, RecordingConfig& recording)
     {
         if (recording.directory != RecordingConfig().directory)

@@ -56,6 +56,9 @@ constexpr auto configSections()
         return std::make_tuple(
             SingleSection<LimitsConfig, Server>{"limits", "What the server refuses to go beyond.",
                                                 &Server::limits},
+            SingleSection<AuthConfig, Server>{"auth", "How users may log in.", &Server::auth},
+            SingleSection<TlsConfig, Server>{
+                "tls", "RTSP over TLS (rtsps://): off until there is a certificate.", &Server::tls},
             SingleSection<TalkBackConfig, Server>{"talk-back", "Audio that clients send to the device.",
                                                   &Server::talkBack},
             SingleSection<MulticastConfig, Server>{

@@ -127,6 +127,8 @@ private:
         {
             case TextKind::address:
                 return "a numeric address";
+            case TextKind::anyAddress:
+                return "a numeric address, or empty";
             case TextKind::groupRange:
                 return "IPv4 multicast addresses with a length";
             case TextKind::group:

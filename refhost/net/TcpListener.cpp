@@ -19,8 +19,8 @@ namespace
 
 constexpr int backlog = 4096;
 constexpr int acceptedAtOnce = 64;
-// What the system keeps of a connection that only asks and answers, in each direction: nobody may have it
-// hold megabytes. A connection that carries frames gets more to send.
+// The system's buffer per direction of a connection without interleaved frames, so that nobody can make it
+// hold megabytes. Interleaved frames get a larger send buffer.
 constexpr int sendBufferSize = 32 * 1024;
 constexpr int receiveBufferSize = 32 * 1024;
 
@@ -60,7 +60,7 @@ std::unique_ptr<TcpListener> TcpListener::open(const std::string& numeric, int p
         return nullptr;
     }
     setOption(socket.get(), SOL_SOCKET, SO_REUSEADDR, 1);
-    // Accepted sockets have these from the listener, without a system call each.
+    // Accepted sockets inherit these from the listener, without system calls.
     setOption(socket.get(), IPPROTO_TCP, TCP_NODELAY, 1);
     setOption(socket.get(), SOL_SOCKET, SO_SNDBUF, sendBufferSize);
     setOption(socket.get(), SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
@@ -89,7 +89,7 @@ void TcpListener::acceptAll(const Accepted& accepted)
     }
 }
 
-/// \returns false when no more connections wait
+/// \returns false when no connection waits
 bool TcpListener::acceptOne(const Accepted& accepted)
 {
     sockaddr_storage address{};
@@ -102,7 +102,7 @@ bool TcpListener::acceptOne(const Accepted& accepted)
         {
             shedOne();
         }
-        // Any other failure is the one connection's own.
+        // Any other failure concerns that connection only.
         return errno != EAGAIN && errno != EWOULDBLOCK && errno != EMFILE && errno != ENFILE &&
                errno != ENOBUFS && errno != ENOMEM;
     }
@@ -110,7 +110,7 @@ bool TcpListener::acceptOne(const Accepted& accepted)
     return true;
 }
 
-/// Without a free descriptor the waiting connection would make the listener readable for ever.
+/// Without a free descriptor the waiting connection would keep the listener readable.
 void TcpListener::shedOne()
 {
     const int reason = errno;

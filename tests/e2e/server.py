@@ -72,6 +72,11 @@ class Server:
         at = credentials + "@" if credentials else ""
         return f"rtsp://{at}{self.address}:{self.port}/{family}/{camera}/{stream}"
 
+    def tls_url(self, path="orv/live/1/0"):
+        """The same over TLS, where the configuration has it."""
+        port = re.search(r"^Over TLS: rtsps://[0-9.]+:(\d+)/", self.output(), re.M).group(1)
+        return f"rtsps://{self.address}:{port}/{path}"
+
     def output(self):
         return self.output_path.read_text(errors="replace")
 

@@ -63,7 +63,7 @@ bool Authenticator::enabled() const
 }
 
 Authenticator::Decision Authenticator::check(std::string_view method, std::string_view uri,
-                                             std::string_view authorization, const Client& client)
+                                             std::string_view authorization, const Client& client, bool basic)
 {
     if (!enabled())
     {
@@ -78,7 +78,7 @@ Authenticator::Decision Authenticator::check(std::string_view method, std::strin
     const std::string_view rest = RtspText::trim(authorization.substr(blank));
     if (equalsIgnoringCase(scheme, "Basic"))
     {
-        return checkBasic(rest);
+        return basic ? checkBasic(rest) : Decision();
     }
     return equalsIgnoringCase(scheme, "Digest") ? checkDigest(method, uri, rest, client) : Decision();
 }
@@ -130,7 +130,7 @@ Authenticator::Decision Authenticator::checkDigest(std::string_view method, std:
                                                     : Decision{Verdict::stale, {}};
 }
 
-void Authenticator::challenge(ResponseWriter& out, bool stale, const Client& client) const
+void Authenticator::challenge(ResponseWriter& out, bool stale, const Client& client, bool basic) const
 {
     const std::string nonce = nonces_.issue(client);
     for (const std::string_view algorithm : {"MD5", "SHA-256", "MD5"})
@@ -142,6 +142,10 @@ void Authenticator::challenge(ResponseWriter& out, bool stale, const Client& cli
         text.append(stale ? ", stale=true" : "");
         text.append(", algorithm=").append(algorithm).append(", qop=\"auth\"");
         out.endHeader();
+    }
+    if (!basic)
+    {
+        return;
     }
     out.startHeader("WWW-Authenticate");
     out.text().append("Basic realm=\"").append(realm_).append("\"");

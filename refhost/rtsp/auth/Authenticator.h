@@ -46,14 +46,16 @@ public:
     /// \param uri            of the request; a Digest response must have it, or that of the presentation
     /// \param authorization  value of the Authorization header; empty when there is none
     /// \param client         the origin of the request
+    /// \param basic          whether Basic is accepted from there
     Decision check(std::string_view method, std::string_view uri, std::string_view authorization,
-                   const Client& client);
+                   const Client& client, bool basic = true);
 
-    /// Adds the WWW-Authenticate lines of a 401: Digest MD5, Digest SHA-256, Digest MD5 again, Basic. Some
+    /// Adds the WWW-Authenticate lines of a 401: Digest MD5, Digest SHA-256, Digest MD5 again, and Basic. Some
     /// clients take the first Digest and some the last, and both often know MD5 only; clients that choose the
     /// strongest find SHA-256.
     /// \param client  the nonce is for this one
-    void challenge(ResponseWriter& out, bool stale, const Client& client) const;
+    /// \param basic   whether Basic is offered
+    void challenge(ResponseWriter& out, bool stale, const Client& client, bool basic = true) const;
 
 private:
     struct Secret

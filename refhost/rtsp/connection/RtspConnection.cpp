@@ -421,4 +421,9 @@ std::uint64_t RtspConnection::serial() const
     return serial_;
 }
 
+bool RtspConnection::encrypted() const
+{
+    return stream_->encrypted();
+}
+
 }  // namespace refhost

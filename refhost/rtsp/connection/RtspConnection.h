@@ -74,6 +74,7 @@ public:
     const SocketAddress& peer() const override;
     const SocketAddress& local() const override;
     std::uint64_t serial() const override;
+    bool encrypted() const override;
 
 private:
     void onReady(std::uint32_t ready);

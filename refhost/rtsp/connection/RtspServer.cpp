@@ -1,21 +1,12 @@
 #include "refhost/rtsp/connection/RtspServer.h"
 
-#include <fcntl.h>
-#include <netdb.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <exception>
 #include <thread>
 #include <utility>
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/Log.h"
-#include "refhost/net/TcpLiveness.h"
 #include "refhost/net/TcpStream.h"
 
 namespace refhost
@@ -23,22 +14,8 @@ namespace refhost
 namespace
 {
 
-constexpr int backlog = 4096;
-constexpr int acceptedAtOnce = 64;
 // Concurrent connections beyond the limits that are answered 503; more are closed without a response.
 constexpr int refusedAtOnce = 64;
-// The system's buffer per direction of a connection without interleaved frames, so that nobody can make it
-// hold megabytes. Interleaved frames get a larger send buffer.
-constexpr int sendBufferSize = 32 * 1024;
-constexpr int receiveBufferSize = 32 * 1024;
-
-void setOption(int descriptor, int level, int name, int value)
-{
-    if (::setsockopt(descriptor, level, name, &value, sizeof value) != 0)
-    {
-        Log::debug("setsockopt {}/{}: {}", level, name, std::strerror(errno));
-    }
-}
 
 MulticastServer::Options multicastOptions(const ServerConfig& config)
 {
@@ -62,11 +39,6 @@ MulticastServer::Options multicastOptions(const ServerConfig& config)
     options.listen = config.listen;
     options.segmentationOffload = config.segmentationOffload;
     return options;
-}
-
-Descriptor openSpare()
-{
-    return Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
 }  // namespace
@@ -125,38 +97,16 @@ bool RtspServer::start(std::string& error)
 
 bool RtspServer::listen(std::string& error)
 {
-    addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    const std::string service = std::to_string(config_.port);
-    if (::getaddrinfo(config_.listen.c_str(), service.c_str(), &hints, &found) != 0)
+    const std::chrono::seconds liveness(config_.limits.sessionTimeout);
+    plain_ = TcpListener::open(config_.listen, config_.port, liveness, error);
+    if (plain_ == nullptr || !config_.tls.enabled())
     {
-        error = "\"" + config_.listen + "\" is no numeric address";
-        return false;
+        return plain_ != nullptr;
     }
-    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> address(found, &::freeaddrinfo);
-    listener_ = Descriptor(::socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!listener_)
-    {
-        error = std::string("no socket: ") + std::strerror(errno);
-        return false;
-    }
-    setOption(listener_.get(), SOL_SOCKET, SO_REUSEADDR, 1);
-    // Accepted sockets inherit these from the listener, without system calls.
-    setOption(listener_.get(), IPPROTO_TCP, TCP_NODELAY, 1);
-    setOption(listener_.get(), SOL_SOCKET, SO_SNDBUF, sendBufferSize);
-    setOption(listener_.get(), SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
-    TcpLiveness::configure(listener_.get(), std::chrono::seconds(config_.limits.sessionTimeout));
-    if (::bind(listener_.get(), address->ai_addr, address->ai_addrlen) != 0 ||
-        ::listen(listener_.get(), backlog) != 0)
-    {
-        error = "cannot listen on " + config_.listen + " port " + service + ": " + std::strerror(errno);
-        return false;
-    }
-    port_ = SocketAddress::localOf(listener_.get()).port();
-    spare_ = openSpare();
-    return true;
+    const std::string& address = config_.tls.listen.empty() ? config_.listen : config_.tls.listen;
+    tls_ = TlsAcceptor::open(config_.tls, error);
+    encrypted_ = tls_ == nullptr ? nullptr : TcpListener::open(address, config_.tls.port, liveness, error);
+    return encrypted_ != nullptr;
 }
 
 void RtspServer::startLoops()
@@ -186,16 +136,33 @@ void RtspServer::startLoops()
                  [multicast](std::uint32_t) { multicast->onReadable(); });
     }
     first.every(options_.sweepInterval, [this] { services_.sessions.endExpired(services_.now()); });
-    first.add(listener_.get(), EventLoop::readable, [this](std::uint32_t) { acceptAll(); });
+    first.add(plain_->descriptor(), EventLoop::readable,
+              [this](std::uint32_t)
+              {
+                  plain_->acceptAll([this](Descriptor socket, const SocketAddress& peer)
+                                    { adopt(std::move(socket), peer, false); });
+              });
+    if (encrypted_ != nullptr)
+    {
+        first.add(encrypted_->descriptor(), EventLoop::readable,
+                  [this](std::uint32_t)
+                  {
+                      encrypted_->acceptAll([this](Descriptor socket, const SocketAddress& peer)
+                                            { adopt(std::move(socket), peer, true); });
+                  });
+    }
 }
 
 void RtspServer::stop()
 {
-    if (!loops_.empty())
+    for (std::unique_ptr<TcpListener>* const listener : {&plain_, &encrypted_})
     {
-        loops_.front()->events().remove(listener_.get());
+        if (*listener != nullptr && !loops_.empty())
+        {
+            loops_.front()->events().remove((*listener)->descriptor());
+        }
+        listener->reset();
     }
-    closeListener();
     if (std::exchange(subscribed_, false))
     {
         ChangeSignal::instance().unsubscribe(subscription_);
@@ -217,44 +184,11 @@ void RtspServer::stop()
     loops_.clear();
     services_.udp.reset();
     services_.multicast.reset();
-    port_ = 0;
+    tls_.reset();
 }
 
-void RtspServer::closeListener()
+void RtspServer::adopt(Descriptor socket, const SocketAddress& peer, bool encrypted)
 {
-    listener_.reset();
-    spare_.reset();
-}
-
-void RtspServer::acceptAll()
-{
-    for (int i = 0; i < acceptedAtOnce; ++i)
-    {
-        if (!acceptOne())
-        {
-            return;
-        }
-    }
-}
-
-/// \returns false when no connection waits
-bool RtspServer::acceptOne()
-{
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    Descriptor socket(::accept4(listener_.get(), reinterpret_cast<sockaddr*>(&address), &size,
-                                SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (!socket)
-    {
-        if (errno == EMFILE || errno == ENFILE)
-        {
-            shedOne();
-        }
-        // Any other failure concerns that connection only.
-        return errno != EAGAIN && errno != EWOULDBLOCK && errno != EMFILE && errno != ENFILE &&
-               errno != ENOBUFS && errno != ENOMEM;
-    }
-    const SocketAddress peer(reinterpret_cast<const sockaddr*>(&address));
     std::shared_ptr<ConnectionSlots::Slot> slot = slots_.take(peer.key(), services_.now());
     if (slot == nullptr)
     {
@@ -263,31 +197,41 @@ bool RtspServer::acceptOne()
     }
     if (slot == nullptr && !refused_.take(peer.key()))
     {
-        return true;
+        return;
     }
-    loops_[nextLoop_++ % loops_.size()]->adopt(std::make_shared<TcpStream>(std::move(socket), peer),
-                                               std::move(slot));
-    return true;
+    std::shared_ptr<ByteStream> stream = encrypted ? tls_->accept(std::move(socket), peer)
+                                                   : std::make_shared<TcpStream>(std::move(socket), peer);
+    if (stream != nullptr)
+    {
+        loops_[nextLoop_++ % loops_.size()]->adopt(std::move(stream), std::move(slot));
+    }
+    else if (slot == nullptr)
+    {
+        refused_.giveBack(peer.key());
+    }
 }
 
-/// Without a free descriptor the waiting connection would keep the listener readable.
-void RtspServer::shedOne()
+void RtspServer::refreshCertificate()
 {
-    const int reason = errno;
-    if (spare_)
+    if (tls_ != nullptr)
     {
-        spare_.reset();
-        const Descriptor refused(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        tls_->refresh();
     }
-    spare_ = openSpare();
-    Log::limited(Log::Level::warning, "connections without a descriptor", "connection refused: {}",
-                 std::strerror(reason));
-    errno = reason;
 }
 
 int RtspServer::port() const
 {
-    return port_;
+    return plain_ == nullptr ? 0 : plain_->port();
+}
+
+int RtspServer::tlsPort() const
+{
+    return encrypted_ == nullptr ? 0 : encrypted_->port();
+}
+
+std::string RtspServer::tlsFingerprint() const
+{
+    return tls_ == nullptr ? "" : tls_->fingerprint();
 }
 
 int RtspServer::rtpPort() const

@@ -9,8 +9,10 @@
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/MonotonicClock.h"
 #include "refhost/config/Config.h"
+#include "refhost/net/TcpListener.h"
 #include "refhost/rtsp/connection/ConnectionLoop.h"
 #include "refhost/rtsp/connection/ConnectionSlots.h"
+#include "refhost/rtsp/connection/TlsAcceptor.h"
 #include "refhost/rtsp/session/AddressLimiter.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
 #include "refhost/rtsp/session/RtspServices.h"
@@ -50,6 +52,12 @@ public:
 
     /// The TCP port, even if the configuration requests any free one; 0 while stopped.
     int port() const;
+    /// The TCP port of RTSP over TLS; 0 while stopped, and without TLS.
+    int tlsPort() const;
+    /// SHA-256 of the TLS certificate; empty without TLS.
+    std::string tlsFingerprint() const;
+    /// Reads the TLS certificate again when it has changed. \see TlsContext::refresh()
+    void refreshCertificate();
     /// The UDP port of RTP; 0 while stopped.
     int rtpPort() const;
 
@@ -59,10 +67,7 @@ public:
 private:
     bool listen(std::string& error);
     void startLoops();
-    void acceptAll();
-    bool acceptOne();
-    void shedOne();
-    void closeListener();
+    void adopt(Descriptor socket, const SocketAddress& peer, bool encrypted);
 
     const ServerConfig config_;
     const Options options_;
@@ -71,9 +76,9 @@ private:
     AddressLimiter refused_;
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;
     std::size_t nextLoop_ = 0;
-    Descriptor listener_;
-    Descriptor spare_;  // given up when descriptors run out
-    int port_ = 0;
+    std::unique_ptr<TcpListener> plain_;
+    std::unique_ptr<TlsAcceptor> tls_;
+    std::unique_ptr<TcpListener> encrypted_;
     int subscription_ = 0;
     bool subscribed_ = false;
 };

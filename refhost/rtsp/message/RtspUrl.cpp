@@ -141,4 +141,13 @@ std::optional<RtspUrl> RtspUrl::parse(std::string_view text)
     return url;
 }
 
+void RtspUrl::setEncrypted()
+{
+    constexpr std::string_view plain = "rtsp://";
+    if (equalsIgnoringCase(std::string_view(base).substr(0, plain.size()), plain))
+    {
+        base.replace(0, plain.size(), "rtsps://");
+    }
+}
+
 }  // namespace refhost

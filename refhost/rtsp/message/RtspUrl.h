@@ -28,6 +28,9 @@ struct RtspUrl
     /// \returns nothing when the text is none of these, or has a bad percent code or an encoded control
     ///          character
     static std::optional<RtspUrl> parse(std::string_view text);
+
+    /// Makes `base` rtsps:// where it is rtsp://.
+    void setEncrypted();
 };
 
 }  // namespace refhost

@@ -33,6 +33,11 @@ public:
     virtual const SocketAddress& local() const = 0;
     /// The unique number of this connection, never reused; not 0.
     virtual std::uint64_t serial() const = 0;
+    /// Whether others cannot read what is sent.
+    virtual bool encrypted() const
+    {
+        return false;
+    }
 };
 
 }  // namespace refhost

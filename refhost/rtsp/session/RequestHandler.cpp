@@ -176,6 +176,11 @@ bool RequestHandler::accept(RequestContext& context, const std::optional<std::st
         return false;
     }
     context.url = std::move(*url);
+    if (connection_.encrypted())
+    {
+        // Some clients write rtsp:// in requests over TLS.
+        context.url.setEncrypted();
+    }
     context.require = RequireHeader::of(request);
     const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
     if (context.require.replay && route != nullptr && !route->recorded)
@@ -206,8 +211,8 @@ bool RequestHandler::accept(RequestContext& context, const std::optional<std::st
 bool RequestHandler::authorize(RequestContext& context)
 {
     const RtspRequest& request = context.request;
-    const Authenticator::Decision decision =
-        services_.authenticator.check(request.method, request.uri, request.value("Authorization"), client());
+    const Authenticator::Decision decision = services_.authenticator.check(
+        request.method, request.uri, request.value("Authorization"), client(), takesBasic());
     if (decision.verdict == Authenticator::Verdict::granted)
     {
         context.user = decision.user;
@@ -220,9 +225,16 @@ bool RequestHandler::authorize(RequestContext& context)
                      connection_.peer().text(), Log::safe(request.uri));
     }
     ResponseWriter& out = context.start(rtspUnauthorized);
-    services_.authenticator.challenge(out, decision.verdict == Authenticator::Verdict::stale, client());
+    services_.authenticator.challenge(out, decision.verdict == Authenticator::Verdict::stale, client(),
+                                      takesBasic());
     context.send();
     return false;
+}
+
+bool RequestHandler::takesBasic() const
+{
+    const std::string& basic = services_.auth.basic;
+    return basic == "always" || (basic == "tls-only" && connection_.encrypted());
 }
 
 Authenticator::Client RequestHandler::client() const

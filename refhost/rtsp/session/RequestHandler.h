@@ -70,6 +70,7 @@ private:
     SessionMethods methods_;
     PlayMethods playing_;
     Authenticator::Client client() const;
+    bool takesBasic() const;
 
     /// The user of the next request, if that one was authenticated before it was deferred.
     std::optional<std::string> admitted_;

@@ -8,6 +8,7 @@ namespace refhost
 
 RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock)
     : limits(config.limits),
+      auth(config.auth),
       clock(std::move(monotonicClock)),
       routes(std::move(mediaRoutes)),
       sessions(limits),

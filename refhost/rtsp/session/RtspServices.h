@@ -29,6 +29,7 @@ struct RtspServices
     }
 
     const LimitsConfig limits;
+    const AuthConfig auth;
     const MonotonicClock clock;
     const MediaRoutes routes;
     SessionTable sessions;

@@ -233,6 +233,10 @@ TEST(ConfigReader, RelativePathsAreRelativeToTheFilesDirectory)
     const std::string wav = "[talk-back]\noutput = 'wav'\ndevice = 'talk.wav'\n";
     EXPECT_EQ(readGood(wav, "/var/lib").talkBack.device, "/var/lib/talk.wav");
     EXPECT_EQ(readGood("[talk-back]\ndevice = 'plughw:0'\n", "/etc").talkBack.device, "plughw:0");
+    const TlsConfig tls = readGood("[tls]\ncertificate = 'c'\nkey = 'k'\nclient-ca = '/ca'\n", "/etc").tls;
+    EXPECT_EQ(tls.certificate + tls.key + tls.clientCa, "/etc/c/etc/k/ca");
+    EXPECT_EQ(tls.directory, TlsConfig().directory);
+    EXPECT_EQ(readGood("[tls]\ndirectory = 'd'\n", "/etc").tls.directory, "/etc/d");
 }
 
 TEST(ConfigReader, ReadsARenamedKeyUnderItsFormerNameWithAWarning)
@@ -304,6 +308,7 @@ const std::vector<BadCase> badCases{
     {"RealmWithQuotes", "realm = 'a\"b'", 1, 9, "must not hold quotes"},
     {"RealmWithLineEnd", "realm = \"a\\r\\nb\"", 1, 9, "must not hold control characters"},
     {"WavWithoutPath", "[talk-back]\noutput = 'wav'", 2, 10, "the output \"wav\" needs a path as device"},
+    {"TwoCertificates", "[tls]\nself-signed = true\ncertificate = 'c'", 2, 15, "remove one of the two"},
     {"TalkBackAsText", "talk-back = 'pcmu'", 1, 13, "write [talk-back]"},
     {"LiveController", "live-controller = \"third\"", 1, 19, "must be one of \"first\""},
     {"PoolOfUnicast", "[multicast]\npool = '192.0.2.0/24'", 2, 8, "pool must be IPv4 multicast addresses"},
@@ -470,6 +475,21 @@ TEST(ServerConfig, WarnsOfFilesThatCannotBeRead)
     config.cameras = {{2, "", {stream}}};
     ASSERT_EQ(config.warnings().size(), 1U);
     EXPECT_EQ(config.warnings()[0], "camera 2/0: /nonexistent.mp4 cannot be read now");
+}
+
+TEST(ServerConfig, WarnsOfTlsSettingsWithoutACertificate)
+{
+    ServerConfig config;
+    config.tls.key = "key.pem";
+    EXPECT_FALSE(config.tls.enabled());
+    ASSERT_EQ(config.warnings().size(), 1U);
+    EXPECT_THAT(config.warnings()[0], HasSubstr("there is no TLS"));
+    config.tls.certificate = "certificate.pem";
+    EXPECT_TRUE(config.tls.enabled());
+    EXPECT_TRUE(config.warnings().empty());
+    config.tls.listen = "0.0.0.0";
+    ASSERT_EQ(config.warnings().size(), 1U);
+    EXPECT_THAT(config.warnings()[0], HasSubstr("0.0.0.0"));
 }
 
 }  // namespace

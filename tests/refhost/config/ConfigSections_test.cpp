@@ -46,6 +46,7 @@ void change(const TextSetting<Section>& setting, Section& section)
     switch (setting.kind)
     {
         case TextKind::address:
+        case TextKind::anyAddress:
             value = "192.0.2.7";
             break;
         case TextKind::groupRange:

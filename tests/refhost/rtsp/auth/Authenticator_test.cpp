@@ -80,6 +80,16 @@ TEST_F(AuthenticatorTest, OffersMd5FirstAndLastOfDigestAndBasicLast)
     EXPECT_EQ(challenge_.find("stale"), std::string::npos);
 }
 
+TEST_F(AuthenticatorTest, BasicThatIsNotTakenIsNeitherOfferedNorGranted)
+{
+    ResponseWriter writer;
+    writer.start(rtspUnauthorized, "1");
+    authenticator_.challenge(writer, false, here, false);
+    EXPECT_EQ(writer.finish().find("Basic"), std::string_view::npos);
+    EXPECT_EQ(authenticator_.check("DESCRIBE", url, "Basic YWRtaW46c2VjcmV0", here, false).verdict,
+              Verdict::denied);
+}
+
 TEST_F(AuthenticatorTest, SaysStaleRightBehindTheNonceWhereSimpleClientsLook)
 {
     const std::string nonce = challenge(true);

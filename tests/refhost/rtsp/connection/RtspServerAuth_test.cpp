@@ -37,6 +37,7 @@ protected:
     void SetUp() override
     {
         config.users = {{"admin", "secret"}, {"guest", "visit"}};
+        config.auth.basic = "always";
         start();
         client_ = std::make_unique<TestClient>(server->port());
     }

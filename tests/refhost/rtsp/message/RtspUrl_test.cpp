@@ -87,5 +87,18 @@ TEST(RtspUrl, AsteriskNamesTheServer)
     EXPECT_TRUE(url->server);
 }
 
+TEST(RtspUrl, AnEncryptedConnectionsBaseIsRtsps)
+{
+    for (const auto& [text, base] : {std::pair("rtsp://h:554/orv/live/1/0", "rtsps://h:554/orv/live/1/0"),
+                                     std::pair("RTSP://h/orv", "rtsps://h/orv"),
+                                     std::pair("rtsps://h/orv", "rtsps://h/orv"), std::pair("/orv", "/orv")})
+    {
+        auto url = RtspUrl::parse(text);
+        ASSERT_TRUE(url.has_value()) << text;
+        url->setEncrypted();
+        EXPECT_EQ(url->base, base);
+    }
+}
+
 }  // namespace
 }  // namespace refhost

@@ -1,0 +1,277 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "refhost/net/tls/SelfSignedCertificate.h"
+#include "tests/TemporaryFolder.h"
+#include "tests/refhost/net/tls/TlsPeer.h"
+#include "tests/refhost/rtsp/connection/RtspServerFixture.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::Received;
+using test::TestClient;
+using test::TlsPeer;
+using test::UdpPort;
+
+Descriptor connectTo(int port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const timeval patience{10, 0};
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    EXPECT_EQ(0, ::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address));
+    return socket;
+}
+
+bool hasEnded(int socket)
+{
+    char bytes[1000];
+    ssize_t count = 1;
+    while (count > 0)
+    {
+        count = ::recv(socket, bytes, sizeof bytes, 0);
+    }
+    return count == 0;
+}
+
+/// An RTSP client over TLS.
+class TlsClient : public TestClient
+{
+public:
+    explicit TlsClient(int port) : socket_(connectTo(port)), peer_(socket_.get())
+    {
+        connected_ = peer_.connect();
+    }
+
+    bool connected() const
+    {
+        return connected_;
+    }
+    TlsPeer& peer()
+    {
+        return peer_;
+    }
+
+    bool trySend(const std::string& bytes) override
+    {
+        peer_.write(bytes);
+        return true;
+    }
+
+protected:
+    std::string wait(int milliseconds) override
+    {
+        pollfd waited{socket_.get(), POLLIN, 0};
+        if (BIO_pending(SSL_get_rbio(peer_.ssl())) == 0 && ::poll(&waited, 1, milliseconds) != 1)
+        {
+            return {};
+        }
+        std::string bytes = peer_.read();
+        end_ = peer_.ended() || peer_.broken();
+        return bytes;
+    }
+
+private:
+    Descriptor socket_;
+    TlsPeer peer_;
+    bool connected_ = false;
+};
+
+class RtspServerTlsTest : public test::RtspServerFixture
+{
+protected:
+    RtspServerTlsTest()
+    {
+        config.tls.selfSigned = true;
+        config.tls.directory = folder_.path();
+        config.tls.port = 0;
+    }
+
+    std::string tlsUrl(const std::string& path = "orv/live/1/0") const
+    {
+        return "rtsps://127.0.0.1:" + std::to_string(server->tlsPort()) + "/" + path;
+    }
+
+    TemporaryFolder folder_;
+};
+
+TEST_F(RtspServerTlsTest, ASessionPlaysInterleavedAndItsUrlsSayRtsps)
+{
+    start();
+    TlsClient client(server->tlsPort());
+    ASSERT_TRUE(client.connected());
+    const Received description = client.request("DESCRIBE", tlsUrl());
+    EXPECT_EQ(description.status, 200);
+    EXPECT_EQ(description.header("Content-Base"), tlsUrl() + "/");
+    const Received setup = client.request("SETUP", track(tlsUrl(), 0), tcp);
+    ASSERT_EQ(setup.status, 200);
+    frame(true);
+    const Received play = client.request("PLAY", tlsUrl(), session(setup.session()));
+    EXPECT_EQ(play.status, 200);
+    EXPECT_NE(play.header("RTP-Info").find("url=" + track(tlsUrl(), 0)), std::string::npos)
+        << play.header("RTP-Info");
+    frame(true);
+    EXPECT_TRUE(client.frame(0).isRtp());
+    EXPECT_EQ(client.request("TEARDOWN", tlsUrl(), session(setup.session())).status, 200);
+}
+
+TEST_F(RtspServerTlsTest, RequestsOverTlsThatSayRtspAreAnsweredWithRtsps)
+{
+    start();
+    TlsClient client(server->tlsPort());
+    const std::string plain = "rtsp" + tlsUrl().substr(5);
+    EXPECT_EQ(client.request("DESCRIBE", plain).header("Content-Base"), tlsUrl() + "/");
+}
+
+TEST_F(RtspServerTlsTest, MediaOfASessionOverTlsMayUseUdp)
+{
+    start();
+    TlsClient client(server->tlsPort());
+    UdpPort port;
+    const std::string transport =
+        udpPorts + std::to_string(port.port()) + "-" + std::to_string(port.port() + 1);
+    const Received setup = client.request("SETUP", track(tlsUrl(), 0), transport + "\r\n");
+    ASSERT_EQ(setup.status, 200);
+    frame(true);
+    EXPECT_EQ(client.request("PLAY", tlsUrl(), session(setup.session())).status, 200);
+    frame(true);
+    EXPECT_FALSE(port.receive().empty());
+}
+
+TEST_F(RtspServerTlsTest, APlainClientOnTheTlsPortIsEndedAtOnce)
+{
+    start();
+    const Descriptor client = connectTo(server->tlsPort());
+    const std::string request = TestClient::text("OPTIONS", url(), 1, "", "");
+    ASSERT_GT(::send(client.get(), request.data(), request.size(), MSG_NOSIGNAL), 0);
+    EXPECT_TRUE(hasEnded(client.get()));
+    EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
+}
+
+TEST_F(RtspServerTlsTest, ATlsClientOnThePlainPortIsEndedAtOnce)
+{
+    start();
+    const Descriptor socket = connectTo(server->port());
+    TlsPeer peer(socket.get());
+    EXPECT_FALSE(peer.connect());
+    ::shutdown(socket.get(), SHUT_WR);
+    EXPECT_TRUE(hasEnded(socket.get()));
+}
+
+TEST_F(RtspServerTlsTest, HandshakesUnderWayAreLimitedInAllAndPerAddress)
+{
+    config.tls.handshakes = 4;
+    start();
+    Descriptor first = connectTo(server->tlsPort());
+    const Descriptor second = connectTo(server->tlsPort());
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 2; }));
+    EXPECT_TRUE(hasEnded(connectTo(server->tlsPort()).get()));
+    first.reset();
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 1; }));
+    TlsClient client(server->tlsPort());
+    EXPECT_EQ(client.request("OPTIONS", tlsUrl()).status, 200);
+    TlsClient next(server->tlsPort());
+    EXPECT_EQ(next.request("OPTIONS", tlsUrl()).status, 200) << "the first one's handshake is over";
+}
+
+TEST_F(RtspServerTlsTest, AHandshakeThatTakesTooLongIsEnded)
+{
+    start();
+    const Descriptor client = connectTo(server->tlsPort());
+    ASSERT_TRUE(eventually([this] { return server->connectionCount() == 1; }));
+    time.advance(std::chrono::seconds(config.limits.handshakeTimeout));
+    EXPECT_TRUE(hasEnded(client.get()));
+}
+
+TEST_F(RtspServerTlsTest, AnotherCertificateServesTheNextClientAndDropsNone)
+{
+    const TemporaryFolder other;
+    SelfSignedCertificate next;
+    std::string error;
+    ASSERT_TRUE(next.prepare(other.path(), error)) << error;
+    start();
+    TlsClient client(server->tlsPort());
+    ASSERT_EQ(client.request("OPTIONS", tlsUrl()).status, 200);
+    const std::string before = server->tlsFingerprint();
+    std::filesystem::rename(next.key(), folder_ / "key.pem");
+    std::filesystem::rename(next.certificate(), folder_ / "certificate.pem");
+    server->refreshCertificate();
+    server->refreshCertificate();
+    EXPECT_NE(server->tlsFingerprint(), before);
+    EXPECT_EQ(client.request("OPTIONS", tlsUrl()).status, 200);
+    EXPECT_TRUE(TlsClient(server->tlsPort()).connected());
+}
+
+TEST_F(RtspServerTlsTest, WithoutAUsableCertificateItDoesNotStart)
+{
+    config.tls.selfSigned = false;
+    config.tls.certificate = folder_ / "none.pem";
+    server = std::make_unique<RtspServer>(config, routes);
+    std::string error;
+    EXPECT_FALSE(server->start(error));
+    EXPECT_NE(error.find(config.tls.certificate), std::string::npos) << error;
+    EXPECT_EQ(server->tlsPort(), 0);
+    EXPECT_EQ(server->port(), 0);
+}
+
+struct BasicCase
+{
+    const char* basic;
+    bool plain;
+    bool encrypted;
+};
+
+class RtspServerBasicTest : public RtspServerTlsTest, public testing::WithParamInterface<BasicCase>
+{
+protected:
+    /// Whether Basic is offered; EXPECTs that it is accepted just then.
+    static bool takesBasic(TestClient& client, const std::string& url)
+    {
+        const Received challenge = client.request("DESCRIBE", url);
+        EXPECT_EQ(challenge.status, 401);
+        bool offered = false;
+        const auto [begin, end] = challenge.headers.equal_range("WWW-Authenticate");
+        for (auto header = begin; header != end; ++header)
+        {
+            offered = offered || header->second.rfind("Basic ", 0) == 0;
+        }
+        EXPECT_EQ(challenge.headers.count("WWW-Authenticate"), offered ? 4u : 3u);
+        const char* const login = "Authorization: Basic YWRtaW46c2VjcmV0\r\n";
+        EXPECT_EQ(client.request("DESCRIBE", url, login).status, offered ? 200 : 401);
+        return offered;
+    }
+};
+
+TEST_P(RtspServerBasicTest, BasicIsOfferedAndAcceptedWhereTheConfigurationSaysSo)
+{
+    config.users = {{"admin", "secret"}};
+    config.auth.basic = GetParam().basic;
+    start();
+    TestClient plain(server->port());
+    EXPECT_EQ(takesBasic(plain, url()), GetParam().plain);
+    TlsClient encrypted(server->tlsPort());
+    EXPECT_EQ(takesBasic(encrypted, tlsUrl()), GetParam().encrypted);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, RtspServerBasicTest,
+                         testing::Values(BasicCase{"never", false, false}, BasicCase{"tls-only", false, true},
+                                         BasicCase{"always", true, true}),
+                         [](const testing::TestParamInfo<BasicCase>& tested) {
+                             return std::string(tested.param.basic) == "tls-only" ? "tlsOnly"
+                                                                                  : tested.param.basic;
+                         });
+
+}  // namespace
+}  // namespace refhost
