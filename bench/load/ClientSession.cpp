@@ -49,12 +49,13 @@ std::optional<Number> number(std::optional<std::string_view> text, int base)
 }  // namespace
 
 ClientSession::ClientSession(Poller& poller, const RtspUrl& url, Transport transport, bool allTracks,
-                             bool wideBuffers, SessionListener& listener)
+                             bool wideBuffers, bool tls, SessionListener& listener)
     : poller_(poller),
       url_(url),
       transport_(transport),
       allTracks_(allTracks),
       wideBuffers_(wideBuffers),
+      tls_(tls),
       listener_(listener)
 {
 }
@@ -93,6 +94,11 @@ void ClientSession::start()
         fail("connect: " + std::string(std::strerror(errno)));
         return;
     }
+    if (tls_ && !encryption_.open(descriptor_))
+    {
+        fail("TLS handshake failed");
+        return;
+    }
     poller_.add(descriptor_, *this);
     state_ = State::options;
     request("OPTIONS", url_.text, "");
@@ -120,11 +126,26 @@ void ClientSession::request(const char* method, const std::string& url, const st
         text.append("Session: ").append(sessionId_).append("\r\n");
     }
     text.append("\r\n");
-    if (send(descriptor_, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) !=
-        static_cast<ssize_t>(text.size()))
+    if (!sendAll(text))
     {
         fail(std::string(method) + " could not be sent");
     }
+}
+
+bool ClientSession::sendAll(const std::string& text)
+{
+    if (tls_)
+    {
+        return encryption_.send(text);
+    }
+    return send(descriptor_, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+           static_cast<ssize_t>(text.size());
+}
+
+/// As recv().
+ssize_t ClientSession::receive(char* bytes, std::size_t size)
+{
+    return tls_ ? encryption_.receive(bytes, size) : recv(descriptor_, bytes, size, MSG_DONTWAIT);
 }
 
 void ClientSession::onReadable()
@@ -134,7 +155,7 @@ void ClientSession::onReadable()
     {
         return;
     }
-    const ssize_t size = recv(descriptor_, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    const ssize_t size = receive(buffer.data(), buffer.size());
     if (size < 0 && (errno == EAGAIN || errno == EINTR))
     {
         return;
@@ -319,6 +340,7 @@ void ClientSession::fail(const std::string& why)
 void ClientSession::closeConnection()
 {
     state_ = State::idle;
+    encryption_.close();
     if (descriptor_ >= 0)
     {
         close(descriptor_);

@@ -9,6 +9,7 @@
 #include "bench/load/RtspReader.h"
 #include "bench/load/RtspUrl.h"
 #include "bench/load/SessionDescription.h"
+#include "bench/load/TlsClient.h"
 #include "bench/load/TrackWatch.h"
 #include "bench/load/UdpPair.h"
 
@@ -43,9 +44,10 @@ public:
 class ClientSession : private PollTarget, private RtspReaderSink, private UdpPairSink
 {
 public:
+    /// \param tls          over TLS
     /// \param wideBuffers  ask for large receive buffers, so that nothing is lost on the client's side
     ClientSession(Poller& poller, const RtspUrl& url, Transport transport, bool allTracks, bool wideBuffers,
-                  SessionListener& listener);
+                  bool tls, SessionListener& listener);
     ~ClientSession() override;
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
@@ -99,6 +101,8 @@ private:
     void onInterleaved(std::uint8_t channel, const std::uint8_t* data, std::size_t size) override;
     void onUdp(std::size_t track, bool rtcp, const std::uint8_t* data, std::size_t size) override;
 
+    ssize_t receive(char* bytes, std::size_t size);
+    bool sendAll(const std::string& text);
     void request(const char* method, const std::string& url, const std::string& headers);
     void requestSetup();
     void takeDescription(const RtspReply& reply);
@@ -113,9 +117,11 @@ private:
     Transport transport_;
     bool allTracks_;
     bool wideBuffers_;
+    bool tls_;
     SessionListener& listener_;
 
     int descriptor_ = -1;
+    TlsClient encryption_;  ///< open where `tls_`
     State state_ = State::idle;
     bool ended_ = false;  ///< TEARDOWN was answered
     int cseq_ = 0;

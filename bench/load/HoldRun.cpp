@@ -45,8 +45,9 @@ HoldRun::HoldRun(const LoadOptions& options) : options_(options)
     for (int i = 0; i < options.viewers; ++i)
     {
         const bool tcp = options.transport == "tcp" || (options.transport == "both" && i % 2 != 0);
-        sessions_.push_back(std::make_unique<ClientSession>(
-            poller_, options.url, tcp ? Transport::tcp : Transport::udp, options.allTracks, true, listener));
+        sessions_.push_back(std::make_unique<ClientSession>(poller_, options.url,
+                                                            tcp ? Transport::tcp : Transport::udp,
+                                                            options.allTracks, true, options.tls, listener));
     }
 }
 

@@ -14,7 +14,7 @@ struct LoadOptions
 {
     RtspUrl url;
     std::string transport = "tcp";  ///< "udp", "tcp" or "both": every other session TCP
-    std::string mode = "cycles";    ///< "cycles" or "hold"
+    std::string mode = "cycles";    ///< "cycles", "hold" or "handshakes"
     int clients = 32;               ///< cycles: sessions at a time
     int cycles = 0;                 ///< cycles: how many are enough; 0: as many as there is time for
     int viewers = 100;              ///< hold: sessions
@@ -24,6 +24,8 @@ struct LoadOptions
     bool keepWarm = false;          ///< cycles: one more viewer plays all the time
     bool allTracks = false;         ///< set up every track, not the first video track alone
     pid_t serverProcess = 0;        ///< 0: unknown
+    bool tls = false;               ///< RTSP and interleaved media over TLS
+    bool resume = false;            ///< handshakes: resume a session
     bool json = false;
 };
 

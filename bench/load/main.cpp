@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "bench/load/CycleRun.h"
+#include "bench/load/HandshakeRun.h"
 #include "bench/load/HoldRun.h"
 #include "bench/load/LoadOptions.h"
 
@@ -36,8 +37,9 @@ int main(int argc, char** argv)
         ->check(CLI::IsMember({"udp", "tcp", "both"}))
         ->capture_default_str();
     app.add_option("--mode", options.mode,
-                   "cycles: whole sessions one after the other; hold: viewers that stay")
-        ->check(CLI::IsMember({"cycles", "hold"}))
+                   "cycles: whole sessions one after the other; hold: viewers that stay; handshakes: TLS "
+                   "connections that send OPTIONS and end, from 2 threads")
+        ->check(CLI::IsMember({"cycles", "hold", "handshakes"}))
         ->capture_default_str();
     app.add_option("--clients", options.clients, "cycles: sessions at a time")
         ->check(CLI::Range(1, 4096))
@@ -62,6 +64,8 @@ int main(int argc, char** argv)
     app.add_flag("--all-tracks", options.allTracks, "set up every track, not the first video track alone");
     app.add_option("--server-pid", options.serverProcess,
                    "process whose processor time and memory to report");
+    app.add_flag("--tls", options.tls, "speak RTSP over TLS; the certificate is not verified");
+    app.add_flag("--resume", options.resume, "handshakes: resume one session instead of full handshakes");
     app.add_flag("--json", options.json, "print one JSON object");
     CLI11_PARSE(app, argc, argv);
 
@@ -70,8 +74,9 @@ int main(int argc, char** argv)
         options.url = rtspload::RtspUrl::parse(url);
         allowManyDescriptors();
         rtspload::Report report;
-        const bool good = options.mode == "cycles" ? rtspload::CycleRun(options).run(report)
-                                                   : rtspload::HoldRun(options).run(report);
+        const bool good = options.mode == "cycles"       ? rtspload::CycleRun(options).run(report)
+                          : options.mode == "handshakes" ? rtspload::HandshakeRun(options).run(report)
+                                                         : rtspload::HoldRun(options).run(report);
         options.json ? report.printJson() : report.printText();
         return good ? 0 : 1;
     }
