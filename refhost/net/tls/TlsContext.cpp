@@ -31,6 +31,21 @@ using Context = std::shared_ptr<ssl_ctx_st>;
 constexpr const char* defaultCiphers = "ECDHE+AESGCM:ECDHE+CHACHA20";
 constexpr std::string_view sessionContext = "ovrtspd";
 
+/// \returns why the kernel cannot encrypt; empty when it can
+std::string kernelObstacle()
+{
+#if defined(OPENSSL_NO_KTLS) || !defined(SSL_OP_ENABLE_KTLS)
+    return "this build of OpenSSL has none";
+#else
+    const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    constexpr char name[] = "tls";
+    // A kernel that has it refuses an unconnected socket for that reason alone.
+    const bool has =
+        ::setsockopt(socket.get(), IPPROTO_TCP, TCP_ULP, name, sizeof name) == 0 || errno == ENOTCONN;
+    return has ? "" : std::string("the kernel has none loaded (modprobe tls): ") + std::strerror(errno);
+#endif
+}
+
 /// \returns nothing when the file can be read
 std::string unreadable(const std::string& path)
 {
@@ -194,13 +209,15 @@ void warnAbout(SSL_CTX* context, const TlsContext::Server& options)
 
 std::unique_ptr<TlsContext> TlsContext::forServer(const Server& options, std::string& error)
 {
-    Context loaded = loadServer(options, error);
+    Server usable = options;
+    usable.kernelTls = options.kernelTls && kernelObstacle().empty();
+    Context loaded = loadServer(usable, error);
     if (loaded == nullptr)
     {
         return nullptr;
     }
-    warnAbout(loaded.get(), options);
-    return std::unique_ptr<TlsContext>(new TlsContext(options, std::move(loaded), false));
+    warnAbout(loaded.get(), usable);
+    return std::unique_ptr<TlsContext>(new TlsContext(std::move(usable), std::move(loaded), false));
 }
 
 std::unique_ptr<TlsContext> TlsContext::forClient(const Client& options, std::string& error)
@@ -314,18 +331,9 @@ std::string TlsContext::fingerprint() const
 
 std::string TlsContext::kernelSupport()
 {
-#if defined(OPENSSL_NO_KTLS) || !defined(SSL_OP_ENABLE_KTLS)
-    return "no kernel TLS: this build of OpenSSL has none";
-#else
-    const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    constexpr char name[] = "tls";
-    // An unconnected socket refuses it for that reason alone where the kernel has it.
-    const bool has =
-        ::setsockopt(socket.get(), IPPROTO_TCP, TCP_ULP, name, sizeof name) == 0 || errno == ENOTCONN;
-    return has ? "kernel TLS is used for ciphers that the kernel has"
-               : std::string("no kernel TLS: the kernel has none loaded (modprobe tls): ") +
-                     std::strerror(errno);
-#endif
+    const std::string obstacle = kernelObstacle();
+    return obstacle.empty() ? "kernel TLS is used for ciphers that the kernel has"
+                            : "no kernel TLS: " + obstacle;
 }
 
 }  // namespace refhost

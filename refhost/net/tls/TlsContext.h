@@ -54,6 +54,7 @@ public:
     /// For the next connection.
     std::shared_ptr<ssl_ctx_st> current() const;
     bool isClient() const;
+    /// Whether kernel TLS is offered to connections: configured, and there.
     bool usesKernel() const;
     std::uint64_t recordsPerKey() const;
 
