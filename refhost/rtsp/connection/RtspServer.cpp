@@ -1,8 +1,6 @@
 #include "refhost/rtsp/connection/RtspServer.h"
 
-#include <algorithm>
 #include <exception>
-#include <thread>
 #include <utility>
 
 #include "refhost/base/ChangeSignal.h"
