@@ -82,7 +82,8 @@ TEST_F(RtspServerLimitsTest, ConnectionsWithoutASessionEndSoonWhileSlotsAreScarc
     time.advance(config.limits.setupTimeout * 1000);
     EXPECT_FALSE(idle.front().ended(50)) << "there is room";
     idle.emplace_back(server->port());
-    EXPECT_TRUE(eventually([this] { return server->connectionCount() == 5; })) << "until there is room";
+    // Both loops may end one at the same time.
+    EXPECT_TRUE(eventually([this] { return server->connectionCount() <= 5; })) << "until there is room";
     EXPECT_EQ(idle.back().request("OPTIONS", "*").status, 200) << "a new one has its time";
     EXPECT_EQ(viewer.request("OPTIONS", "*").status, 200);
 }
