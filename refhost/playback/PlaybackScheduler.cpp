@@ -1,5 +1,7 @@
 #include "refhost/playback/PlaybackScheduler.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <chrono>
 #include <utility>
@@ -54,7 +56,7 @@ void PlaybackScheduler::wake(const std::shared_ptr<PlaybackWork>& work)
         MonotonicTime due = clock_.now();
         if (entry.ticket)
         {
-            // Not before what is overdue: who wakes his work again and again must not keep others waiting.
+            // Not before overdue work: waking a work repeatedly must not starve others.
             due = std::min(due, entry.ticket->first);
             due_.remove(*entry.ticket);
         }
@@ -88,6 +90,7 @@ std::size_t PlaybackScheduler::size() const
 
 void PlaybackScheduler::serve()
 {
+    pthread_setname_np(pthread_self(), "playback");
     const MutexLock lock(mutex_);
     while (!stopping_)
     {
@@ -130,7 +133,7 @@ bool PlaybackScheduler::runOne(MonotonicTime now)
         due = work->run(now);
     }
     settle(*key, due);
-    // The last hold may be this one; the end of a session takes its time and locks of its own.
+    // Destroys the session if this is the last reference, which takes time and other locks.
     const MutexUnlock unlocked(mutex_);
     work.reset();
     return true;

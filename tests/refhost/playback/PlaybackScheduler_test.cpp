@@ -1,11 +1,14 @@
 #include "refhost/playback/PlaybackScheduler.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <array>
 #include <atomic>
 #include <functional>
 #include <future>
 #include <optional>
+#include <string>
 
 #include "tests/refhost/rtp/RtpFakes.h"
 
@@ -130,6 +133,25 @@ TEST_F(PlaybackSchedulerTest, ManyThreadsNeverRunOneWorkTwiceAtATime)
     ASSERT_EQ(finished.wait_for(std::chrono::seconds(20)), std::future_status::ready);
     threaded.stop();
     EXPECT_FALSE(together);
+}
+
+TEST_F(PlaybackSchedulerTest, ThreadsAreNamed)
+{
+    PlaybackScheduler threaded(HostClock::system());
+    threaded.start(1);
+    std::promise<std::string> name;
+    work->action = [&](MonotonicTime)
+    {
+        std::array<char, 16> text{};
+        pthread_getname_np(pthread_self(), text.data(), text.size());
+        name.set_value(text.data());
+        return PlaybackWork::never;
+    };
+    threaded.wake(work);
+    auto found = name.get_future();
+    ASSERT_EQ(found.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    EXPECT_EQ(found.get(), "playback");
+    threaded.stop();
 }
 
 TEST_F(PlaybackSchedulerTest, ThreadsFollowTheClock)
