@@ -4,19 +4,21 @@
 #include <chrono>
 #include <optional>
 
+#include "refhost/base/HostClock.h"
+
 namespace refhost
 {
 
-/// Lets an event that may repeat without end into the log once in ten minutes. Threads: one at a time.
+/// Limits the log lines of a repeating event to one in ten minutes. Threads: one at a time.
 class LogPause
 {
 public:
     static constexpr std::chrono::minutes length{10};
 
-    /// Whether the event is to be reported now: the first one, and then after each pause.
+    /// Whether to report the event now: true for the first one, then after each pause.
     bool isOver()
     {
-        const auto now = std::chrono::steady_clock::now();
+        const MonotonicTime now = HostClock::system().now();
         if (reported_ && now - *reported_ < length)
         {
             return false;
@@ -24,14 +26,14 @@ public:
         reported_ = now;
         return true;
     }
-    /// The next event is a first one again.
+    /// Makes the next event a first one.
     void reset()
     {
         reported_.reset();
     }
 
 private:
-    std::optional<std::chrono::steady_clock::time_point> reported_;
+    std::optional<MonotonicTime> reported_;
 };
 
 }  // namespace refhost

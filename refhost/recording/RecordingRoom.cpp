@@ -29,16 +29,15 @@ constexpr std::int64_t minRoom = mebibyte / 4;
 constexpr std::int64_t maxRoom = 256 * mebibyte;
 constexpr int maxRemoved = 256;
 constexpr int maxRemovedForFiles = 4;
-/// Looking through all names takes long where there are many: this many are remembered for the next times.
+/// Listing many files takes long: this many of the oldest are cached.
 constexpr std::size_t maxRemembered = 1024;
-constexpr std::chrono::minutes reportPause{10};
 
 }  // namespace
 
 bool RecordingRoom::make(bool again)
 {
     const MutexLock guard(mutex_);
-    // Another stream's thread has just made some, or somebody else.
+    // Another thread or program may have made room since.
     if (!again && hasRoom())
     {
         return true;
@@ -47,7 +46,7 @@ bool RecordingRoom::make(bool again)
     int removed = 0;
     for (const bool alsoUsed : {false, true})
     {
-        // What is remembered may be used up, or in use.
+        // Cached segments may be gone or in use.
         for (const bool listAgain : {false, true})
         {
             if (removed == 0)
@@ -83,7 +82,7 @@ RecordingRoom::Need RecordingRoom::need() const
     Need need;
     need.freeBytes = static_cast<std::int64_t>(disk.f_bavail) * block;
     need.bytes = std::clamp(static_cast<std::int64_t>(disk.f_blocks) * block / 100, minRoom, maxRoom);
-    // Some file systems do not count files.
+    // Some file systems have no limit of files.
     need.freeFiles = disk.f_files == 0 ? 4 : static_cast<std::int64_t>(disk.f_favail);
     // The index needs several.
     need.files = 4;
@@ -123,7 +122,7 @@ void RecordingRoom::findOldest()
 /// \returns how many
 int RecordingRoom::removeOldest(const Need& need, bool alsoUsed)
 {
-    // Where there are bytes, files are what the disk cannot have more of: a few make room for the next ones.
+    // With bytes left, the disk ran out of files: removing a few suffices.
     const bool outOfFiles = need.freeFiles < need.files && need.freeBytes >= need.bytes;
     const int max = outOfFiles ? maxRemovedForFiles : maxRemoved;
     std::int64_t freed = 0;
@@ -176,14 +175,12 @@ std::optional<std::int64_t> RecordingRoom::remove(const std::string& path)
 void RecordingRoom::report(int removed)
 {
     unreported_ += removed;
-    const auto now = std::chrono::steady_clock::now();
-    if (unreported_ == 0 || (reported_ && now - *reported_ < reportPause))
+    if (unreported_ == 0 || !reportPause_.isOver())
     {
         return;
     }
     Log::warning("the disk of {} is full: {} of the oldest recordings made room", ledger_.directory(),
                  std::exchange(unreported_, 0));
-    reported_ = now;
 }
 
 }  // namespace refhost

@@ -1,7 +1,6 @@
 #pragma once
 // Tested by tests/refhost/recording/FullDisk_test.cpp.
 
-#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -10,17 +9,17 @@
 
 #include "refhost/base/Mutex.h"
 #include "refhost/base/Times.h"
+#include "refhost/recording/LogPause.h"
 #include "refhost/recording/SegmentLedger.h"
 
 namespace refhost
 {
 
-/// Makes room where the disk of the recordings is full: the oldest finished segments of all streams go first.
+/// Makes room on a full disk: removes the oldest finished segments of all streams.
 ///
-/// Segments are found by the names of their files, so it works also while the index cannot be read, and in
-/// the right order while an index is rebuilt. Files that are open anywhere, as those that are being played,
-/// go only where no others are left. What is removed is reported in the log, at most once in ten minutes.
-/// Threads: any; one at a time works, the others wait for it.
+/// Segments are found by their files' names, also while the index cannot be read or is rebuilt. Files that
+/// are open anywhere, such as those being played, are removed only when no others are left. Removals are
+/// logged, at most once in ten minutes. Threads: any; one at a time works, the others wait for it.
 class RecordingRoom
 {
 public:
@@ -29,9 +28,11 @@ public:
     RecordingRoom(const RecordingRoom&) = delete;
     RecordingRoom& operator=(const RecordingRoom&) = delete;
 
-    /// Removes a hundredth of the disk, 256 MiB at most, and one segment at least; a few hundred files at
-    /// most. \param again  that room which was made before did not suffice: do not believe the disk that it
-    /// has some \returns false when nothing is left that can be removed
+    /// Removes segments of a hundredth of the disk's size, at most 256 MiB, at least one segment and at most
+    /// 256.
+    /// \param again  the room made before did not suffice: removes segments even if the disk reports free
+    ///               room
+    /// \returns false when nothing is left that can be removed
     bool make(bool again);
 
 private:
@@ -43,7 +44,7 @@ private:
 
     struct Need
     {
-        std::int64_t bytes = 1;  ///< what is to be made room for
+        std::int64_t bytes = 1;  ///< free bytes that are needed
         std::int64_t freeBytes = 0;
         std::int64_t files = 1;
         std::int64_t freeFiles = 1;
@@ -58,8 +59,8 @@ private:
 
     SegmentLedger& ledger_;
     Mutex mutex_;
-    std::deque<Candidate> oldest_ OV_GUARDED_BY(mutex_);  // found before; the oldest first
-    std::optional<std::chrono::steady_clock::time_point> reported_ OV_GUARDED_BY(mutex_);
+    std::deque<Candidate> oldest_ OV_GUARDED_BY(mutex_);  // cached; the oldest first
+    LogPause reportPause_ OV_GUARDED_BY(mutex_);
     int unreported_ OV_GUARDED_BY(mutex_) = 0;
 };
 
