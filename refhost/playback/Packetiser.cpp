@@ -78,7 +78,7 @@ bool Packetiser::push(GstCaps* caps, GstValuePtr<GstBuffer> unit, std::vector<Ac
 {
     if (!caps_ || !gst_caps_is_equal(caps_.get(), caps))
     {
-        // Elements that refused something do not take what comes after it.
+        // After an error the elements reject everything else.
         if (broken_ && !reopen())
         {
             return false;

@@ -1,5 +1,6 @@
 #pragma once
-// Tested by tests/refhost/playback/RecordingDescriber_test.cpp, tests/refhost/playback/RecordedSource_test.cpp.
+// Tested by tests/refhost/playback/RecordingDescriber_test.cpp,
+// tests/refhost/playback/RecordedSource_test.cpp.
 
 #include <gst/gst.h>
 
@@ -15,14 +16,14 @@
 namespace refhost
 {
 
-/// Makes access units of RTP packets from the coded units of one track, as a camera's stream does, but on the
-/// calling thread: what goes in has come out when push() returns.
+/// Packs the coded units of one track into access units of RTP packets, as a camera's stream does, but on the
+/// calling thread: push() returns when everything is packed.
 ///
-/// It is a parser and a payloader without a pipeline around them. Threads: one at a time.
+/// A parser and a payloader without a pipeline. Threads: one at a time.
 class Packetiser
 {
 public:
-    /// \param payloadSize  most bytes of RTP payload in a packet
+    /// \param payloadSize  max. bytes of RTP payload in a packet
     /// \returns null with `error` set when GStreamer lacks an element
     static std::unique_ptr<Packetiser> make(Codec codec, int payloadSize, std::string& error);
     ~Packetiser();
@@ -39,17 +40,17 @@ public:
         return payloadSize_;
     }
 
-    /// Takes the next coded unit; its PTS becomes the capture time of what comes out.
-    /// \param caps        what the unit is; may change from unit to unit
-    /// \param[in,out] out what came out is appended
-    /// \returns false when the unit makes no sense to the parser
+    /// Packs the next coded unit; its PTS becomes the capture time of the result.
+    /// \param caps         format of the unit; may change from unit to unit
+    /// \param[in,out] out  access units are appended
+    /// \returns false when the parser rejects the unit
     bool push(GstCaps* caps, GstValuePtr<GstBuffer> unit, std::vector<AccessUnitPtr>& out);
 
-    /// What comes next does not follow what came before.
+    /// Declares a discontinuity: the next unit does not follow the last one.
     void flush();
 
-    /// Describes the track by what came out so far.
-    /// \returns false when that does not suffice
+    /// Describes the track by the packets made so far.
+    /// \returns false when they do not suffice
     bool describe(SubMediaInfo& out) const;
 
 private:
@@ -71,7 +72,7 @@ private:
     GstObjectPtr<GstPad> in_;
     GstObjectPtr<GstPad> out_;
     GstValuePtr<GstCaps> caps_;
-    bool broken_ = false;  // what these caps are of was refused
+    bool broken_ = false;  // a unit of these caps was rejected
     GstValuePtr<GstCaps> rtpCaps_;
     std::vector<AccessUnitPtr>* made_ = nullptr;  // during push()
 };

@@ -8,18 +8,18 @@
 namespace refhost
 {
 
-/// Where a session is with a seek.
+/// State of a session's seek.
 ///
 /// | from      | to settled                            | to requested | to failed                       |
 /// |-----------|---------------------------------------|--------------|---------------------------------|
 /// | settled   |                                       | request()    | illegal                         |
-/// | requested | finish(): found, or playing just goes on |           | finish(): nothing is recorded there |
+/// | requested | finish(): found, or play just continues |            | finish(): nothing is recorded there |
 /// | failed    | takeFailure()                         | request()    |                                 |
 enum class SeekState
 {
     settled,
     requested,
-    failed  ///< the next PLAY is told
+    failed  ///< the next PLAY reports it
 };
 
 constexpr auto tableOf(SeekState)
@@ -33,8 +33,8 @@ constexpr auto tableOf(SeekState)
                             }}};
 }
 
-/// The place that a session shall play from and has not found yet. Looking for it takes time, so that it may
-/// be asked for again meanwhile: the last request counts. Threads: one at a time.
+/// The position that a session is to play from and has not found yet. The search takes time; where another
+/// one is requested meanwhile, the last request wins. Threads: one at a time.
 class PendingSeek
 {
 public:
@@ -42,11 +42,11 @@ public:
     {
         WallTime from;
         WallTime end;
-        /// In what plays now: playing just goes on where nothing is found.
+        /// A position in what plays now: where nothing is found, play just continues.
         bool goesOn = false;
     };
 
-    /// One look for a target.
+    /// One search for a target.
     struct Search
     {
         Target target;
@@ -66,10 +66,10 @@ public:
         return search_;
     }
 
-    /// Does nothing where the target was replaced since.
+    /// Ends a search; ignored when its target was replaced since.
     void finish(const Search& search, bool found);
 
-    /// Whether the last seek failed; reports that once.
+    /// Whether the last seek failed; true once for each failure.
     bool takeFailure();
 
 private:

@@ -20,7 +20,7 @@ struct PlayMode
         return (kind & playRangeReplay) != 0;
     }
 
-    /// Units leave at their pace, not as fast as the client takes them.
+    /// Units are sent when they are due, not as fast as the client takes them.
     bool paced() const
     {
         return (kind & playRangeUnpaced) == 0;
@@ -31,7 +31,7 @@ struct PlayMode
         return speed.keyFramesOnly() || onlyKeyFramesRequested();
     }
 
-    /// How far key frames are apart at least, in the recording; 0: every one is sent.
+    /// Min. distance of key frames in the recording; 0: every one is sent.
     Duration keyDistance() const
     {
         constexpr std::chrono::milliseconds unit(10);

@@ -9,7 +9,7 @@ namespace
 
 double bounded(double requested)
 {
-    // Not-a-number compares false too.
+    // False for not-a-number as well.
     return requested > 0 ? std::clamp(requested, PlaySpeed::min, PlaySpeed::max) : 1.0;
 }
 

@@ -17,25 +17,25 @@ using PlayTime = std::chrono::time_point<PlayerTag>;
 
 /// How the time of a recording maps to the time of its player, for all tracks of a session.
 ///
-/// After a gap in the recording or a seek the player's time goes on where it was (RFC 2326, appendix B).
+/// The player's time continues after a gap in the recording and after a seek (RFC 2326, appendix B).
 /// Threads: one at a time.
 class PlayTimeline
 {
 public:
-    /// The recording goes on at `media`, wherever it was before.
+    /// Starts a new contiguous range at `media`.
     /// \param scale  seconds of the recording in a second of the player's time
     void jump(WallTime media, double scale);
 
     /// Changes the scale from `media` on.
     void rescale(WallTime media, double scale);
 
-    /// Player's time of an instant of the present section; its begin for instants before.
+    /// Player's time of an instant of the present range; the range's begin for earlier instants.
     PlayTime at(WallTime media) const;
 
-    /// Something was sent that is over at `media`: what comes after a jump starts behind it.
+    /// Notes that a sent unit ends at `media`: the range after a jump starts behind it.
     void sentUntil(WallTime media);
 
-    /// Where the next section would begin.
+    /// Where the next range would start.
     PlayTime end() const
     {
         return end_;
@@ -47,8 +47,8 @@ public:
     }
 
 private:
-    WallTime media_;  // an instant of the present section, and
-    PlayTime play_;   // its player's time
+    WallTime media_;  // an instant of the present range
+    PlayTime play_;   // of media_
     double scale_ = 1;
     PlayTime end_;
 };

@@ -13,7 +13,7 @@ namespace refhost
 namespace
 {
 
-/// When the first frame was taken that a player of all these tracks is sent.
+/// Date of the first unit that a player of all these tracks is sent.
 std::optional<WallTime> startOf(const std::shared_ptr<const RecordingDirectory>& directory,
                                 const HostClock& clock, int cameraId, WallTime begin, WallTime end,
                                 const std::vector<SubMediaInfo>& tracks)
@@ -69,7 +69,7 @@ int PlaybackCatalog::describe(const RecordInfo& record, MediaInfo& out)
     return 0;
 }
 
-/// The entry of a recording; one to be looked up, when there is none or it is too old.
+/// The entry of a recording; a pending one when there is none or it is too old.
 PlaybackCatalog::Entries::iterator PlaybackCatalog::find(const Key& key)
 {
     const auto known = byKey_.find(key);

@@ -20,29 +20,29 @@
 namespace refhost
 {
 
-/// What the recordings look like that clients ask for. A worker looks them up; the answers are kept for a
-/// while, because each client asks several times. Threads: any; describe() never waits.
+/// Descriptions of the recordings that clients request. A worker looks them up; results are cached, because
+/// each client requests them several times. Threads: any; describe() never waits.
 class PlaybackCatalog : public PlaybackWork, public std::enable_shared_from_this<PlaybackCatalog>
 {
 public:
     using RecordedMedia = std::function<std::shared_ptr<const RecordingDirectory>()>;
 
-    /// How long an answer holds: that there is recorded media, and that there is none.
+    /// How long a result is cached: recorded media was found, and was not found.
     static constexpr Duration maxFoundAge = std::chrono::seconds(30);
     static constexpr Duration maxNothingAge = std::chrono::seconds(2);
-    /// Most recordings that are known at a time; the one asked for least recently goes.
+    /// Max. results in the cache; the least recently requested one is dropped.
     static constexpr std::size_t max = 256;
 
     /// \param scheduler, clock  outlive the catalog
     PlaybackCatalog(RecordedMedia recordings, PlaybackScheduler& scheduler, const HostClock& clock);
     ~PlaybackCatalog() override;
 
-    /// Describes the recorded media of a recording: its tracks, the first frame that is sent of it, which is the key
-    /// frame at or before its begin, and the length from there; `mediaUrl` is left alone.
+    /// Describes a recording: its tracks, its start, which is the key frame at or before its begin, and the
+    /// length from there. Leaves `mediaUrl` alone.
     /// \param[out] out  filled on success, otherwise left as it was
-    /// \returns 0; hostStreamNotReady while it is looked up, and ChangeSignal tells; hostRecordingUnknown
-    ///          when there is no recorded media; hostRecordingsIncomplete when that is not known yet;
-    ///          hostStreamFailed when none of it can be read
+    /// \returns 0; hostStreamNotReady while it is looked up, ChangeSignal is announced afterwards;
+    ///          hostRecordingUnknown when there is no recorded media; hostRecordingsIncomplete when that is
+    ///          not known yet; hostStreamFailed when none of it can be read
     int describe(const RecordInfo& record, MediaInfo& out);
 
     MonotonicTime run(MonotonicTime now) override;
@@ -53,7 +53,7 @@ private:
     struct Entry
     {
         Key key;
-        bool pending = true;  // nobody has looked yet
+        bool pending = true;  // not looked up yet
         int status = 0;
         MonotonicTime until;
         std::vector<SubMediaInfo> tracks;

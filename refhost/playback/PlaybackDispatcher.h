@@ -23,20 +23,20 @@ public:
     /// The one dispatcher of the process; made at the first call, never destroyed.
     static PlaybackDispatcher& instance();
 
-    /// A dispatcher of one's own; a test's.
+    /// A separate dispatcher, for tests.
     /// \param service  outlives the dispatcher
     explicit PlaybackDispatcher(PlaybackService& service);
     ~PlaybackDispatcher();
     PlaybackDispatcher(const PlaybackDispatcher&) = delete;
     PlaybackDispatcher& operator=(const PlaybackDispatcher&) = delete;
 
-    /// Makes a session; one that is there stays as it is.
-    /// \param start  where the presentation's time is 0; nothing for the begin of `record`
+    /// Makes a session; an existing one stays as it is.
+    /// \param start  date of position 0; nothing for the begin of `record`
     void init(const std::string& sessionId, const RecordInfo& record, std::optional<WallTime> start = {});
 
-    /// Sets a track up, or again.
+    /// Sets up a track; replaces an existing one.
     /// \returns 0; hostTrackUnknown without such a session; hostConnectionUnusable for a connection that this
-    ///          host did not make. A session without a track is dropped then.
+    ///          host did not make: a session that has no track is dropped then
     int setup(const std::string& sessionId, const SubMediaInfo& info, int payloadSize,
               const SafePointer<IConnection>& connection);
 

@@ -6,9 +6,9 @@
 namespace refhost
 {
 
-/// When which instant of the player's time is due: the clock of one playing session.
+/// Maps the player's time of one session to the monotonic clock.
 ///
-/// It runs from start() to stop(); the player's time stands still between. Threads: one at a time.
+/// The player's time advances from start() to stop(). Threads: one at a time.
 class PlaybackPacer
 {
 public:
@@ -27,15 +27,15 @@ public:
         return running_;
     }
 
-    /// The player's time is `play` now.
+    /// Lets the player's time advance from `play`, which is at `now`.
     void start(MonotonicTime now, PlayTime play);
     void stop();
 
-    /// Changes how much faster than the clock the player's time passes, from now on.
+    /// Changes how much faster than the clock the player's time advances, from `now` on.
     void setSpeed(double speed, MonotonicTime now);
 
-    /// When an instant of the player's time is due, to the next whole millisecond, so that units that are due
-    /// at nearly the same time leave in one go; meaningless while it stands still.
+    /// When an instant of the player's time is due, rounded up to milliseconds, so that units that are due at
+    /// nearly the same time are sent together. Requires: running().
     MonotonicTime due(PlayTime play) const;
 
     /// The player's time at an instant of the monotonic clock, for sender reports.

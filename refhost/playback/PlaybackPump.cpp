@@ -13,9 +13,9 @@ namespace
 {
 
 constexpr MonotonicTime never = PlaybackWork::never;
-/// What one run may send, so that other sessions get their turn.
+/// Max. units sent by one run, so that other sessions get their turn.
 constexpr int maxSends = 64;
-/// For a transport that reports when it is ready and forgot to.
+/// Fallback for a transport that misses reporting when it is ready.
 constexpr Duration readyAnyway = std::chrono::milliseconds(500);
 
 }  // namespace
@@ -56,7 +56,7 @@ bool PlaybackPump::readsFor(const PlaybackTrack& track) const
     return read.payloadSize == track.payloadSize || (!track.video && mode_.keyFramesOnly());
 }
 
-/// Where the recording goes on, in the order of playing.
+/// Position of the next unit, in the order of play.
 WallTime PlaybackPump::place() const
 {
     return queue_.empty() ? sentUntil_ : queue_.front().media;
@@ -67,7 +67,7 @@ WallTime PlaybackPump::position() const
     return reading_.mirrored(place());
 }
 
-/// The player's time that a timestamp tells. Where the client sets the pace, timestamps are those of the
+/// The player's time that timestamps stand for. Where the client sets the pace, timestamps are those of the
 /// recording in either direction (ONVIF Streaming, "RTP timestamps" of reverse replay).
 PlayTime PlaybackPump::stamped(PlayTime play) const
 {
@@ -144,7 +144,7 @@ void PlaybackPump::requestReports()
     tracks_.each([](PlaybackTrack& track) { track.sender.requestReport(); });
 }
 
-/// What comes next does not follow what was sent.
+/// Declares that the next units do not follow the sent ones.
 void PlaybackPump::breakTracks(bool discontinuity)
 {
     tracks_.each([discontinuity](PlaybackTrack& track) { track.breakOff(discontinuity); });
@@ -310,7 +310,7 @@ PlaybackPump::Wait PlaybackPump::send(PlaybackTrack& track, MonotonicTime now)
     return {};
 }
 
-/// Everything was sent; the end is when the last frame has been displayed.
+/// Everything was sent; play ends when the last frame has been displayed.
 MonotonicTime PlaybackPump::finish(MonotonicTime now)
 {
     const PlayTime end = pacer_.timeline().end();

@@ -14,15 +14,16 @@
 namespace refhost
 {
 
-/// Sends what a session has read, each unit when it is due, and knows where playing stands.
+/// Sends the units that a session has read, each when it is due, and knows the position of play.
 ///
-/// Played backwards, `media` and `due` of a unit are mirrored (PlaybackSource::Request). Threads: its session's lock.
+/// Backwards, `media` and `due` of a unit are mirrored (PlaybackSource::Request). Threads: under the
+/// session's lock.
 class PlaybackPump
 {
 public:
     /// \param settings, tracks  the session's; outlive this
-    /// \param begin             what rangeBegin() is before anything plays
-    /// \param end               where playing ends, before a place is found
+    /// \param begin             value of rangeBegin() before the first start()
+    /// \param end               end of play until a position is found
     PlaybackPump(const PlaybackSettings& settings, const PlaybackTracks& tracks, WallTime begin,
                  WallTime end);
 
@@ -44,7 +45,7 @@ public:
     /// Takes effect at once.
     void setSpeed(const PlaySpeed& speed);
 
-    /// What is read now.
+    /// The request that units are read by.
     const PlaybackSource::Request& reading() const
     {
         return reading_;
@@ -55,12 +56,12 @@ public:
         return readAhead_;
     }
 
-    /// What is read serves the present mode.
+    /// Whether the units that are read fit the present mode.
     bool readsForMode() const;
-    /// What is read serves the present mode and has this track.
+    /// Whether they fit the present mode and include this track.
     bool readsFor(const PlaybackTrack& track) const;
 
-    /// Where the recording goes on.
+    /// Date of the next unit.
     WallTime position() const;
 
     /// Where the last start() started.
@@ -69,20 +70,20 @@ public:
         return rangeBegin_;
     }
 
-    /// Goes over to another place.
+    /// Moves to another position.
     /// \param first   the first unit there
-    /// \param goesOn  a session that plays goes on by itself
+    /// \param goesOn  a session that plays continues by itself
     void moveTo(const PlaybackSource::Request& request, PlaybackUnit first, bool goesOn);
 
     /// Plays a track and fills in its first packet.
-    /// \param timeZero  where the presentation's time is 0: what lies before is not told as a begin
+    /// \param timeZero  date of position 0: rangeBegin() is not before it
     /// Requires: paused or playing.
     void start(PlaybackTrack& track, WallTime timeZero);
-    /// Stops sending a track; playing pauses with the last one.
+    /// Stops sending a track; the session pauses with its last one.
     void stop(PlaybackTrack& track);
-    /// The same, with BYE and without a transport afterwards.
+    /// As stop(), then sends BYE and drops the transport.
     void end(PlaybackTrack& track);
-    /// Pauses all tracks when this instant is reached; at once where it lies behind.
+    /// Pauses all tracks when this instant is reached; at once when it has passed.
     void pauseAt(WallTime instant)
     {
         pauseAt_ = instant;
@@ -93,7 +94,7 @@ public:
     MonotonicTime run(MonotonicTime now);
 
 private:
-    /// When the head is due; nothing where the head was sent or left out.
+    /// When the head is due; nothing when it was sent or skipped.
     using Wait = std::optional<MonotonicTime>;
 
     WallTime place() const;
@@ -124,11 +125,11 @@ private:
     PlaybackPacer pacer_;
     std::uint32_t range_ = 0;  // of the last unit sent
     WallTime sentUntil_;       // in the order of playing
-    PlayTime placedAt_;        // player's time at the begin of the present place
+    PlayTime placedAt_;        // player's time at the present position's start
     WallTime rangeBegin_;
     std::optional<WallTime> pauseAt_;
     MonotonicTime earliestBye_;
-    MonotonicTime togetherUntil_;  // units of a track that does not play yet wait up to here
+    MonotonicTime togetherUntil_;  // until then units of a track that does not play yet wait
 };
 
 }  // namespace refhost

@@ -18,7 +18,7 @@ void PlaybackQueue::add(PlaybackUnit unit)
 {
     bytes_ += unit.unit->bytes.size();
     auto place = units_.end();
-    // Never in front of the first one, which may be on its way.
+    // Never before the first one, which may be sent in part.
     while (place - units_.begin() > 1)
     {
         const PlaybackUnit& before = *std::prev(place);

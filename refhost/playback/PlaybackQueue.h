@@ -9,14 +9,14 @@
 namespace refhost
 {
 
-/// What a session has read and not sent yet, in the order in which it is due. Threads: one at a time.
+/// Units that were read and not sent yet, in the order in which they are due. Threads: one at a time.
 class PlaybackQueue
 {
 public:
-    /// The next unit and how far it was sent.
+    /// The next unit and how much of it was sent.
     struct Head
     {
-        AccessUnitPtr unit;  ///< as it is sent; null until that and its timestamp are settled
+        AccessUnitPtr unit;  ///< as it is sent; null until it is prepared
         std::uint32_t timestamp = 0;
         std::size_t packetsSent = 0;
     };
@@ -37,11 +37,11 @@ public:
         return bytes_;
     }
 
-    /// The recording from the first unit to the last: only what belongs to one section counts.
+    /// Time from the first unit to the last; 0 when a gap lies between.
     Duration span() const;
 
-    /// Appends a unit. Files may hold audio and video of the same time far from each other: it goes in
-    /// front of later units of the other track.
+    /// Inserts a unit before later units of the other track: files may hold audio and video of the same time
+    /// far from each other.
     void add(PlaybackUnit unit);
 
     PlaybackUnit& front()

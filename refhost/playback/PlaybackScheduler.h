@@ -14,23 +14,23 @@
 namespace refhost
 {
 
-/// What a worker does for one session again and again. It may read from a disk.
+/// Work of one session that a worker runs repeatedly. It may read from a disk.
 class PlaybackWork
 {
 public:
-    /// There is nothing to do until somebody wakes the work.
+    /// Nothing to do until wake().
     static constexpr MonotonicTime never = MonotonicTime::max();
 
     virtual ~PlaybackWork() = default;
 
-    /// Does what is due, in one bounded go; never called by two threads at once.
+    /// Does what is due, a bounded amount; never called by two threads at once.
     /// \returns when to be called again, or `never`
     virtual MonotonicTime run(MonotonicTime now) = 0;
 };
 
 /// Runs the work of all playback sessions on a few threads, each when it is due.
 ///
-/// Keeps weak hold of idle work: what nobody else holds any more is dropped. Threads: any.
+/// Idle work is held weakly: it is dropped when its owner drops it. Threads: any.
 class PlaybackScheduler
 {
 public:
@@ -40,22 +40,22 @@ public:
     PlaybackScheduler(const PlaybackScheduler&) = delete;
     PlaybackScheduler& operator=(const PlaybackScheduler&) = delete;
 
-    /// Starts threads that follow the system's clock. Without them runDue() does the work.
+    /// Starts threads, named "playback", that follow the system's clock. Without them runDue() does the work.
     void start(unsigned threads);
-    /// Waits for the work that runs now and ends the threads.
+    /// Ends the threads; waits for running work.
     void stop();
 
-    /// Has `work` run as soon as a thread is free; once more, if it runs right now.
+    /// Runs `work` as soon as a thread is free; once more if it runs now.
     void wake(const std::shared_ptr<PlaybackWork>& work);
 
-    /// Runs on this thread what is due by the clock, until nothing is or `max` runs were made.
+    /// Runs due work on this thread, at most `max` runs.
     /// \returns how many runs were made
     std::size_t runDue(std::size_t max = 10'000);
 
     /// When the next work is due, or PlaybackWork::never.
     MonotonicTime nextDue() const;
 
-    /// How many works are known: those that wait for their time or run.
+    /// Number of works that are due later or run now.
     std::size_t size() const;
 
 private:

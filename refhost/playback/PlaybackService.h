@@ -16,31 +16,31 @@
 namespace refhost
 {
 
-/// What all playback of the process shares: the workers, where recorded media is found, and what is known of it.
+/// What all playback sessions of the process share: workers, access to the recordings and the catalog.
 /// Threads: any.
 class PlaybackService
 {
 public:
-    /// Tells where recorded media is found now; null where nothing is recorded.
+    /// Returns the present recordings; null where nothing is recorded.
     using RecordedMedia = std::function<std::shared_ptr<const RecordingDirectory>()>;
 
-    /// Workers of the process: one that waits for a disk does not hold up the other.
+    /// Number of workers: one that waits for a disk does not block the other.
     static constexpr unsigned workers = 2;
 
-    /// The one of the process, over Device::recordings(); made at the first call, never destroyed. Its
-    /// workers start with the first work.
+    /// The process's instance, over Device::recordings(); made by the first call, never destroyed. Workers
+    /// start with the first work.
     static PlaybackService& instance();
 
-    /// One of one's own; a test's.
-    /// \param threads  workers; 0: the test runs the work
+    /// A separate instance, for tests.
+    /// \param threads  number of workers; 0: the test runs the work
     PlaybackService(const PlaybackSettings& settings, RecordedMedia recordings, unsigned threads);
     ~PlaybackService();
     PlaybackService(const PlaybackService&) = delete;
     PlaybackService& operator=(const PlaybackService&) = delete;
 
-    /// A session on a recording; nothing is opened yet.
-    /// \param settings  its own
-    /// \param start     where the presentation's time is 0; nothing for the begin of `record`
+    /// Makes a session on a recording; opens nothing yet.
+    /// \param settings  of this session
+    /// \param start     date of position 0; nothing for the begin of `record`
     std::shared_ptr<PlaybackSession> makeSession(const RecordInfo& record, const PlaybackSettings& settings,
                                                  std::optional<WallTime> start = {});
 
@@ -56,7 +56,7 @@ public:
         return scheduler_;
     }
 
-    /// Ends the workers; what was not done is left. Before the process ends.
+    /// Ends the workers, without the work that is left. Call it before the process ends.
     void stop();
 
 private:

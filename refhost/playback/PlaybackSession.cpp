@@ -12,7 +12,7 @@ namespace refhost
 namespace
 {
 
-/// Positions are given in microseconds: one that was rounded down is meant all the same.
+/// Positions have microseconds: a begin that was rounded down must still find its frame.
 constexpr std::chrono::microseconds positionUnit(1);
 
 }  // namespace
@@ -130,7 +130,7 @@ int PlaybackSession::setRange(const std::string& trackId, double begin, double e
     {
         return hostRangeInvalid;
     }
-    // Whatever is asked for up to the interval's begin is what the interval itself asks for.
+    // Every position up to the interval's begin means that begin.
     const bool first =
         target.from == interval_.start || (target.from <= interval_.begin && target.end > interval_.begin);
     if (!backwards)
@@ -278,7 +278,7 @@ void PlaybackSession::readReport(PlaybackTrack& track, const std::uint8_t* data,
     track.sender.readReport(data, size);
 }
 
-/// The instant of a position, kept inside the presentation; not-a-number counts as its begin.
+/// Date of a position, clamped to the presentation; not-a-number counts as 0.
 WallTime PlaybackSession::instant(double seconds) const
 {
     const double length = secondsOf(interval_.end - interval_.start);
@@ -292,7 +292,7 @@ PendingSeek::Target PlaybackSession::wholeInterval() const
                                           : PendingSeek::Target{interval_.begin, interval_.end, false};
 }
 
-/// The rest of what plays now, in the direction that is asked for.
+/// The rest of what plays now, in the requested direction.
 PendingSeek::Target PlaybackSession::goingOn() const
 {
     const bool turns = pump_.mode().speed.backwards() != pump_.reading().backwards;
@@ -322,7 +322,7 @@ PlaybackSource::Request PlaybackSession::requestFor(const PendingSeek::Target& t
 
 MonotonicTime PlaybackSession::run(MonotonicTime now)
 {
-    // Now and then, so that the tracks notice when the clock is set.
+    // Keeps the mapping up to date, so that the tracks notice a step of the clock.
     settings_.clock->wall().mapping();
     const MutexLock lock(mutex_);
     if (seek_.pending())
@@ -341,7 +341,7 @@ MonotonicTime PlaybackSession::run(MonotonicTime now)
     return std::min(due, pump_.readAhead().retryTime(now));
 }
 
-/// Looks for the requested place; without the lock meanwhile, as the disk may take its time.
+/// Searches the requested position, without the lock: the disk may be slow.
 void PlaybackSession::seek()
 {
     const PendingSeek::Search search = seek_.search();
@@ -366,7 +366,7 @@ bool PlaybackSession::shouldRead(MonotonicTime now)
     return pump_.readAhead().shouldRead(now, pump_.mode().speed.rate());
 }
 
-/// \returns true when something came or the end was found
+/// \returns true when units were read or the end was found
 bool PlaybackSession::readAhead(MonotonicTime now)
 {
     if (seek_.pending() || !shouldRead(now))

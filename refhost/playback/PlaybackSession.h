@@ -22,26 +22,26 @@
 namespace refhost
 {
 
-/// A recording as one RTSP session controls it: the interval, its tracks, seeks and what the client asks
-/// for. PlaybackPump sends it.
+/// Playback of a recording as one RTSP session controls it: interval, tracks, seeks, speed. PlaybackPump
+/// sends it.
 ///
-/// The operations answer at once; a worker reads the recording and sends it (PlaybackScheduler). Finding a
-/// place in the recording is the worker's: play() answers hostStreamNotReady until the place is found, which
-/// ChangeSignal announces, and is asked again. Positions are seconds from Interval::start.
+/// Operations return at once; a worker reads and sends the recording (PlaybackScheduler). Seeks are the
+/// worker's, too: play() returns hostStreamNotReady until the position is found, which ChangeSignal
+/// announces, and is called again. Positions are seconds from Interval::start.
 ///
-/// After the end every track has sent BYE; a play() with a new range plays again, one without from the begin.
-/// PlaybackState has the states. Threads: any. No packet of a track leaves after pause() or remove() of it
-/// has returned.
+/// At the end every track sends BYE; play() then plays the range that was set since, or all from the start.
+/// For the states see PlaybackState. Threads: any. No packet of a track is sent after pause() or remove() of
+/// it has returned.
 class PlaybackSession : public PlaybackWork, public std::enable_shared_from_this<PlaybackSession>
 {
 public:
-    /// The part of the recordings that a URL names.
+    /// The part of the recordings that is played.
     struct Interval
     {
         WallTime begin;
         WallTime end;
-        /// Where the presentation's time is 0: the first frame that a play() from the begin sends. Before the
-        /// begin, where that is in a GOP, or behind it, where recorded media starts later.
+        /// Date of position 0: the first frame that is sent from the begin on. Before `begin` where that is
+        /// inside a GOP, after it where the recording starts later.
         WallTime start;
     };
 
@@ -53,66 +53,66 @@ public:
     /// Adds a track in place of the one of the same kind (video or audio).
     void addTrack(const SubMediaInfo& info, int payloadSize);
 
-    // In all of these: hostTrackUnknown when there is no such track.
+    // All of these return hostTrackUnknown when there is no such track.
 
     /// \returns 0 or hostConnectionUnusable
     int connect(const std::string& trackId, const SafePointer<IConnection>& connection);
 
-    /// Plays on from where the track was paused, from the range that was set since, or from the begin.
-    /// \returns 0, also when it plays already; hostStreamNotReady while the place is looked for;
-    /// hostRangeInvalid
-    ///          when there is no recorded media from there on, and what played before goes on;
+    /// Plays from where the track was paused, from the range that was set since, or from the start.
+    /// \returns 0, also when it plays already; hostStreamNotReady while the position is searched;
+    ///          hostRangeInvalid when nothing is recorded from there on, play continues as before;
     ///          hostConnectionUnusable without an open transport to the client
     int play(const std::string& trackId);
 
-    /// Stops sending; nothing is lost. The session pauses when its last playing track does.
+    /// Stops sending, without loss. The session pauses with its last playing track.
     /// \returns 0, also for a track that does not play
     int pause(const std::string& trackId);
 
-    /// Says BYE and ends the track.
+    /// Sends BYE and ends the track.
     /// \param[out] empty  true when no track is left
     int remove(const std::string& trackId, bool& empty);
 
     /// Sets what the next play() plays, for all tracks.
-    /// \param begin, end  seconds, within the presentation; while it plays backwards `end` comes before
-    /// `begin` \param kind        bits of PlayRangeKind \param move        false: the place and the end stay,
-    /// only the bits of `kind` are taken over
+    /// \param begin, end  seconds, clamped to the presentation; backwards `end` comes before `begin`
+    /// \param kind        bits of PlayRangeKind
+    /// \param move        false: only `kind` is set, position and end stay
+    /// \returns 0 or hostRangeInvalid for an empty range
     int setRange(const std::string& trackId, double begin, double end, int kind, bool move);
 
-    /// Tells where the last play() really started, its key frame, and where it ends: seconds. Backwards, the
-    /// end comes before the begin.
+    /// Returns the position of the key frame that the last play() started with, and of the end: seconds.
+    /// Backwards, the end comes before the begin.
     int range(const std::string& trackId, double& begin, double& end);
 
-    /// Pauses all tracks when this position is reached; at once where it lies behind.
+    /// Pauses all tracks when this position is reached; at once when it has passed.
     int setPausePosition(const std::string& trackId, double position);
 
-    /// Takes effect at once, for all tracks; what is really done is PlaySpeed::used().
+    /// Sets the speed of all tracks to PlaySpeed::used(), at once.
     int setSpeed(const std::string& trackId, double scale, double speed);
 
-    /// The first packet of the last play(): its sequence number, and the timestamp of the begin that range()
-    /// tells (RFC 2326, section 12.33).
+    /// RTP-Info of the last play() (RFC 2326, section 12.33): sequence number of its first packet, and the
+    /// timestamp of the begin that range() returns.
     int firstPacket(const std::string& trackId, RTPPacketInfo& out);
 
     int ssrc(const std::string& trackId, int& ssrc);
-    /// \param[out] connected  whether there is a transport to the client that is not closed, and over UDP a sign of
-    ///                        life within PlaybackSettings::maxSilence
+    /// \param[out] connected  whether the transport to the client is open, and over UDP the client was active
+    ///                        within PlaybackSettings::maxSilence
     int connectionState(const std::string& trackId, bool& connected);
     int statistics(const std::string& trackId, TrackStatistics& out);
 
-    /// Mean time between two sender reports; from the next one on.
+    /// Sets the mean time between two sender reports, from the next one on.
     void setReportInterval(Duration interval);
 
     /// Ends every track.
     void end();
-    /// There is no track.
+    /// Whether there is no track.
     bool empty() const;
 
-    /// Everything was sent up to the end, and nothing was asked for since.
+    /// Whether everything was sent and no seek was requested since.
     bool ended() const;
 
-    /// Has the worker look at the session.
+    /// Has a worker run the session.
     void wake();
-    /// For the session's tracks alone: a compound RTCP packet of a client's.
+    /// Reads a compound RTCP packet of the client. Called by the session's tracks.
     void readReport(PlaybackTrack& track, const std::uint8_t* data, std::size_t size);
 
     MonotonicTime run(MonotonicTime now) override;

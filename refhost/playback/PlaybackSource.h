@@ -10,7 +10,7 @@
 namespace refhost
 {
 
-/// One access unit of recorded media and when it belongs where.
+/// One access unit of recorded media with its times.
 struct PlaybackUnit
 {
     AccessUnitPtr unit;
@@ -19,45 +19,45 @@ struct PlaybackUnit
     bool key = false;
     /// The last one of its track before a gap or the end of the recorded media.
     bool last = false;
-    /// When the frame or block of audio was taken.
+    /// Capture date of the frame or block of audio.
     WallTime wall;
-    /// Its place in the order of playing: `wall`, or that time mirrored at where a request that reads
-    /// backwards starts, so that it grows either way.
+    /// Position in the order of play: `wall`, backwards mirrored at the request's start, so that it increases
+    /// in both directions.
     WallTime media;
-    /// When it must leave so that it and what is shown before it come in time, by the same clock: not after
-    /// `media`. Does not go back within a section and track.
+    /// When it must be sent so that it and the frames displayed before it arrive in time: not after `media`.
+    /// Never decreases within a range and track.
     WallTime due;
-    /// How long it is shown or heard.
+    /// Presentation duration.
     Duration duration{};
-    /// Number of the contiguous section of recorded media; another one after each gap.
+    /// Number of the contiguous range of the recording; another one after each gap.
     std::uint32_t range = 0;
 };
 
-/// The recording of an interval as one session reads it. Used by one thread at a time; may read from a disk.
+/// The recording of an interval as one session reads it. May read from a disk. Threads: one at a time.
 class PlaybackSource
 {
 public:
-    /// A track that is wanted.
+    /// A requested track.
     struct Track
     {
-        /// Most bytes of RTP payload in a packet; 0: the track is not wanted.
+        /// Max. bytes of RTP payload in a packet; 0: the track is not requested.
         int payloadSize = 0;
-        /// Encoding name that the client was told; recorded media of another codec is left out.
+        /// Encoding name in the client's description; media of another codec are skipped.
         std::string encodingName;
     };
 
     struct Request
     {
         WallTime from;  ///< reading starts at the key frame at or before it
-        WallTime end;   ///< what is shown from here on is left out
+        WallTime end;   ///< media from here on are left out
         /// Reads key frames alone, from the one at or before `from` down to those at or after `end`.
         bool backwards = false;
         bool keyFramesOnly = false;
-        Duration keyDistance{};  ///< how far these are apart at least, in the recorded media
+        Duration keyDistance{};  ///< min. distance of these in the recording
         Track video;
         Track audio;
 
-        /// The place of an instant in the order of playing, and back.
+        /// Maps a date to the order of play, and back.
         WallTime mirrored(WallTime instant) const
         {
             return backwards ? from + (from - instant) : instant;
@@ -68,16 +68,16 @@ public:
     {
         unit,
         end,   ///< nothing follows
-        later  ///< the recorded media is still being written; ask again
+        later  ///< the recording still grows; try again
     };
 
     virtual ~PlaybackSource() = default;
 
-    /// Starts again.
-    /// \returns false when no recorded media is there or follows; what was read before goes on then
+    /// Starts to read at another position.
+    /// \returns false when nothing is recorded there or later; read() then continues as before
     virtual bool open(const Request& request) = 0;
 
-    /// Reads on, over the ends of segments and over gaps, in the order of decoding.
+    /// Reads the next unit, across segments and gaps, in decoding order.
     /// \param[out] out  filled for Result::unit
     virtual Result read(PlaybackUnit& out) = 0;
 };

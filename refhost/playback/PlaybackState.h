@@ -5,20 +5,20 @@
 namespace refhost
 {
 
-/// Where a playback session stands. A seek goes on beside it: PendingSeek.
+/// State of a playback session. PendingSeek has that of a seek.
 ///
 /// | from     | to paused                                 | to playing | to ended            |
 /// |----------|-------------------------------------------|------------|---------------------|
-/// | unplaced | the first place was found                 | illegal    | illegal             |
+/// | unplaced | the first position was found              | illegal    | illegal             |
 /// | paused   |                                           | play()     | illegal             |
-/// | playing  | pause(); a new place; no track plays left |            | everything was sent |
-/// | ended    | a new place was found                     | illegal    |                     |
+/// | playing  | pause(); a new position; no track plays   |            | everything was sent |
+/// | ended    | a new position was found                  | illegal    |                     |
 ///
 /// Nothing leads back to unplaced.
 enum class PlaybackState
 {
     unplaced,  ///< nothing was read yet
-    paused,    ///< there is a place to play from
+    paused,    ///< there is a position to play from
     playing,
     ended  ///< every track has sent BYE
 };

@@ -23,7 +23,7 @@ class PlaybackSession;
 /// | from    | to playing | to paused | to silent                      |
 /// |---------|------------|-----------|--------------------------------|
 /// | silent  | start()    | illegal   |                                |
-/// | playing |            | pause()   | illegal: it pauses before      |
+/// | playing |            | pause()   | illegal: it pauses first       |
 /// | paused  | start()    |           | sendBye(), which sends BYE  |
 enum class PlaybackTrackState
 {
@@ -43,10 +43,9 @@ constexpr auto tableOf(PlaybackTrackState)
                             }}};
 }
 
-/// One track of a playback session: whether it plays and how it looks on the wire.
+/// One track of a playback session: its state, its transport and its timestamps.
 ///
-/// Threads: under its session's lock, but for the TransportListener's operations, which see to that
-/// themselves.
+/// Threads: under the session's lock, except for the TransportListener's operations, which take it.
 class PlaybackTrack : public TransportListener
 {
 public:
@@ -61,7 +60,7 @@ public:
     const RtpClock rtpClock;
 
     RtpSender sender;
-    /// What RTP-Info says of the last play().
+    /// RTP-Info of the last play().
     RTPPacketInfo first;
 
     bool playing() const
@@ -85,36 +84,36 @@ public:
 
     /// The RTP timestamp of an instant of the player's time.
     std::uint32_t timestamp(PlayTime play) const;
-    /// Whether a block of audio has no room left: at a scale above 1 there is more audio than time.
-    /// \param end  the player's time behind the block
+    /// Whether a block of audio must be skipped: at a scale above 1 there is more audio than time.
+    /// \param end  player's time at the block's end
     bool audioIsFull(PlayTime end) const;
-    /// The timestamp of a block of audio: one that follows the block before closely follows it without a gap.
-    /// \param tolerance  how closely
+    /// The timestamp of a block of audio; a block that nearly follows the last one follows it exactly.
+    /// \param tolerance  max. deviation
     std::uint32_t audioTimestamp(PlayTime play, Duration tolerance) const;
-    /// A unit was sent.
-    /// \param length  how long a block of audio lasts; 0 for a frame
+    /// Notes that a unit was sent.
+    /// \param length  of a block of audio; 0 for a frame
     void sent(std::uint32_t timestamp, Duration length);
-    /// The next unit does not follow what was sent before.
-    /// \param discontinuity  a client must be told
+    /// Notes that the next unit does not follow the last one.
+    /// \param discontinuity  whether the client must know
     void breakOff(bool discontinuity)
     {
         audioFollows_ = false;
         brokenOff_ = discontinuity;
     }
 
-    /// The next unit is the first one after a gap or a change of place.
+    /// Whether the next unit is the first one after a gap or a seek.
     bool brokenOff() const
     {
         return brokenOff_;
     }
 
-    /// The client gave a sign of life.
+    /// Notes that the client is active.
     void noteActivity();
-    /// Nothing was heard of a client over UDP for longer than a client may be silent.
+    /// Whether a client over UDP was inactive for longer than PlaybackSettings::maxSilence.
     bool silent() const;
 
-    /// Sends BYE where the track played since the last one. A track that had nothing to send says it all the
-    /// same, against RFC 3550, section 6.3.7: players take a recording for ended when every track has.
+    /// Sends BYE if the track played since the last one. A track that had nothing to send sends it, too,
+    /// against RFC 3550, section 6.3.7: players end when every track has sent BYE.
     /// Requires: it does not play.
     /// \param play  the player's time now
     void sendBye(WallTime wall, PlayTime play);
@@ -130,7 +129,7 @@ private:
     StateMachine<PlaybackTrackState> state_{PlaybackTrackState::silent};
     bool brokenOff_ = false;
     bool audioFollows_ = false;
-    std::uint32_t audioNext_ = 0;  // timestamp behind the block sent last
+    std::uint32_t audioNext_ = 0;  // timestamp at the end of the last block
 };
 
 }  // namespace refhost

@@ -11,9 +11,9 @@ namespace refhost
 namespace
 {
 
-/// What one go may read, so that other sessions get their turn.
+/// Max. units of a batch, so that other sessions get their turn.
 constexpr int maxReads = 64;
-/// Units to hold at least, however long they last: key frames of fast playing are far apart.
+/// Min. units to hold, whatever their duration: at high speed key frames are far apart.
 constexpr std::size_t minUnits = 8;
 
 }  // namespace

@@ -12,7 +12,7 @@
 namespace refhost
 {
 
-/// Whether a session reads.
+/// State of a session's reading.
 ///
 /// | from    | to filling    | to full        | to waiting                   | to atEnd        |
 /// |---------|---------------|----------------|------------------------------|-----------------|
@@ -43,23 +43,23 @@ constexpr auto tableOf(ReadState)
                             }}};
 }
 
-/// What a session has read and not sent yet, and when it reads more: between half of and all of
-/// PlaybackSettings::readAhead of the player's time, but at most as many bytes as its share allows.
+/// The units that a session has read and not sent yet, and the decision when to read more: it holds between
+/// half and all of PlaybackSettings::readAhead of player's time, but no more bytes than its share allows.
 ///
-/// Threads: under the session's lock, but for read().
+/// Threads: under the session's lock, except for read().
 class ReadAhead
 {
 public:
-    /// What one go may read.
+    /// How much one batch may read.
     struct Plan
     {
-        std::size_t minUnits;           ///< read at least so many, however long they last
-        std::size_t maxBytes;           ///< and no more from here on
-        Duration span;                  ///< enough is read where units reach so far from the first of all
-        std::optional<WallTime> until;  ///< that is, up to here; nothing while there is no unit
+        std::size_t minUnits;           ///< read at least so many, whatever their duration
+        std::size_t maxBytes;           ///< stop here
+        Duration span;                  ///< stop where units reach so far from the first one
+        std::optional<WallTime> until;  ///< the same as a date; nothing while there is no unit
     };
 
-    /// What one go has read.
+    /// Units read at once.
     struct Batch
     {
         std::vector<PlaybackUnit> units;
@@ -69,7 +69,7 @@ public:
     /// \param settings  outlives this
     explicit ReadAhead(const PlaybackSettings& settings);
 
-    /// Starts with the first unit of a new place.
+    /// Starts with the first unit of a new position.
     void restart(PlaybackUnit first);
 
     /// Whether to read now.
@@ -77,13 +77,13 @@ public:
     bool shouldRead(MonotonicTime now, double rate);
 
     Plan plan(double rate) const;
-    /// Reads a batch; without the session's lock, as the disk may take its time.
+    /// Reads a batch, without the session's lock: the disk may be slow.
     static Batch read(PlaybackSource& source, const Plan& plan);
-    /// \returns whether something came or the end was found
+    /// \returns whether units were read or the end was found
     bool add(Batch batch, MonotonicTime now);
 
-    /// When to look for more of a recording that still grows; PlaybackWork::never where sending does not
-    /// depend on that.
+    /// When to read more of a recording that still grows; PlaybackWork::never when sending does not depend on
+    /// it.
     MonotonicTime retryTime(MonotonicTime now) const;
 
     bool atEnd() const

@@ -6,8 +6,8 @@
 namespace refhost
 {
 
-/// The memory that all playback sessions together may read ahead into: the more sessions there are, the less
-/// each one has, but never less than `minEach`. Threads: any.
+/// The memory that all playback sessions share for reading ahead: an equal part each, but never less than
+/// `minEach`. Threads: any.
 class ReadAheadBudget
 {
 public:
@@ -31,7 +31,7 @@ public:
         ReadAheadBudget& budget_;
     };
 
-    /// The one of the process, of 16 MiB.
+    /// The process's budget, 16 MiB.
     static ReadAheadBudget& system();
 
     explicit ReadAheadBudget(std::size_t total);

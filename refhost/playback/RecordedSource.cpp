@@ -15,10 +15,9 @@ namespace refhost
 namespace
 {
 
-/// Frames that must be known behind one to tell when it is due: as many as a coder usually puts between
-/// two that are shown later.
+/// Successors that must be known before a frame's due time is: as many as encoders usually reorder.
 constexpr std::size_t framesAhead = 4;
-/// Units that may wait for that.
+/// Max. units that wait for that.
 constexpr std::size_t maxWaiting = 128;
 
 std::size_t indexOf(bool video)
@@ -31,13 +30,13 @@ std::optional<Codec> codecOfTrack(const PlaybackSource::Track& track)
     return track.payloadSize > 0 ? codecEncodedAs(track.encodingName) : std::nullopt;
 }
 
-/// As the packetiser takes it, which knows no dates.
+/// The packetiser has no dates: nanoseconds since 1970.
 GstClockTime clockTime(WallTime instant)
 {
     return static_cast<GstClockTime>(instant.time_since_epoch().count());
 }
 
-/// How long a block of audio lasts; 0 when only the file knows.
+/// Duration of a block of audio by its samples; 0 when the codec does not say.
 Duration audioLength(Codec codec, const AccessUnit& unit, const GstCaps* caps)
 {
     const CodecInfo& info = infoOf(codec);
@@ -94,7 +93,7 @@ std::unique_ptr<RecordedSource::Reading> RecordedSource::startReading(const Requ
     }
     auto reading = std::make_unique<Reading>();
     reading->request = request;
-    // Backwards, the frame at the end is played as well.
+    // Backwards, the end is inclusive.
     reading->end = request.mirrored(request.end) + Duration(request.backwards ? 1 : 0);
     reading->done = {!codecOfTrack(request.video), request.backwards || !codecOfTrack(request.audio)};
     reading->reader = makeReader(request);
@@ -238,7 +237,7 @@ RecordedSource::Outlook RecordedSource::outlookOf(const Reading& reading)
     return outlook;
 }
 
-/// Whether the first waiting unit is before the end; settles when it is due.
+/// Whether the first waiting unit is before the end; fixes its due time.
 bool RecordedSource::takesHead(Reading& reading, Outlook& outlook)
 {
     const Waiting& head = reading.waiting.front();
@@ -246,7 +245,7 @@ bool RecordedSource::takesHead(Reading& reading, Outlook& outlook)
     if (outlook.due >= reading.end)
     {
         reading.done[index] = true;
-        // The other track may have nothing left at all, or be about to end.
+        // The other track may have no units left.
         const bool farBehind = head.time - reading.end > std::chrono::seconds(1);
         reading.done = {reading.done[0] || farBehind, reading.done[1] || farBehind};
     }

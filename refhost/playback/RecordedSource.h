@@ -17,11 +17,11 @@
 namespace refhost
 {
 
-/// A camera's recorded media in RTP packets.
+/// A camera's recorded media in RTP packets, of an interval.
 class RecordedSource : public PlaybackSource
 {
 public:
-    /// What is played.
+    /// The part of the recordings that is played.
     struct Interval
     {
         int cameraId = 0;
@@ -39,16 +39,16 @@ public:
     Result read(PlaybackUnit& out) override;
 
 private:
-    /// A coded unit that waits until it is known what follows it.
+    /// A coded unit that waits for its successors.
     struct Waiting
     {
         CodedUnit unit;
-        WallTime time;  // in the order of playing
+        WallTime time;  // in the order of play
         GstValuePtr<GstCaps> caps;
         std::uint32_t range;
     };
 
-    /// What is known of the first waiting unit.
+    /// What its successors imply for the first waiting unit.
     struct Outlook
     {
         bool enough = false;
@@ -57,14 +57,14 @@ private:
         std::optional<WallTime> next;  ///< when the next unit of the track is displayed, where that is known
     };
 
-    /// One way through the recorded media.
+    /// One pass through the recording.
     struct Reading
     {
         Request request;
-        WallTime end;  // in the order of playing
+        WallTime end;  // in the order of play
         std::unique_ptr<UnitReader> reader;
         std::deque<Waiting> waiting;
-        UnitReader::Result state = UnitReader::Result::unit;  // what the reader said last
+        UnitReader::Result state = UnitReader::Result::unit;  // of the last read
         std::array<bool, 2> done{};                           // video, audio: the end was passed
         std::array<WallTime, 2> lastDue{};
         std::uint32_t range = 0;

@@ -13,13 +13,13 @@ namespace refhost
 namespace
 {
 
-/// Segments that are tried until one can be read.
+/// Max. segments that are tried until one can be read.
 constexpr int maxTried = 8;
 /// Segments whose descriptions are compared.
 constexpr std::size_t maxCompared = 3;
-/// Segments whose tracks are remembered.
+/// Max. segments in the cache.
 constexpr std::size_t maxKnown = 64;
-/// Units that are looked at until a track can be described.
+/// Max. units that are read until a track can be described.
 constexpr int maxUnits = 500;
 
 }  // namespace
@@ -63,7 +63,7 @@ int RecordingDescriber::describe(const RecordingDirectory& directory, int camera
     {
         return hostStreamFailed;
     }
-    // A damage that a decoder does not notice is one segment's alone.
+    // Corruption that a decoder does not notice affects one segment only.
     const bool firstIsOdd =
         whole.size() == maxCompared && !agree(whole[0], whole[2]) && agree(whole[1], whole[2]);
     out = whole.empty() ? partial->tracks : whole[firstIsOdd ? 1 : 0].tracks;
@@ -95,7 +95,7 @@ bool RecordingDescriber::describeSegment(const RecordedSegment& segment, Describ
     addBitRate(segment, described.tracks);
     if (!described.whole && !segment.closed)
     {
-        // The rest is still to be written.
+        // More is still to be written.
         out = std::move(described);
         return true;
     }
@@ -159,7 +159,7 @@ bool RecordingDescriber::describeTrack(SegmentFile& file, bool video, SubMediaIn
     return false;
 }
 
-/// The frames' share of a file that is whole.
+/// Sets the video's bit rate: the file's, less that of the other tracks.
 void RecordingDescriber::addBitRate(const RecordedSegment& segment, Tracks& tracks)
 {
     const std::int64_t ms = std::chrono::floor<std::chrono::milliseconds>(segment.duration).count();

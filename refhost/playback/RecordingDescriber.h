@@ -12,16 +12,17 @@
 namespace refhost
 {
 
-/// Finds out what the recorded media of an interval is made of, by its first segments. One that cannot be read or
-/// whose parameter sets are damaged does not count where another one is whole, nor one whose parameter sets
-/// differ from those that the next two agree on. Remembers what it read lately. Threads: one at a time. Reads
-/// from a disk.
+/// Describes the tracks of a recorded interval by its first segments.
+///
+/// An unreadable segment, or one with corrupt parameter sets, counts only where no segment is whole; a
+/// segment whose parameter sets differ from those of the next two does not count. Caches descriptions of
+/// segments. Threads: one at a time. Reads from a disk.
 class RecordingDescriber
 {
 public:
     /// \param[out] out  the tracks, video first; left as it was on failure
-    /// \returns 0; hostRecordingUnknown when there is no recorded media; hostRecordingsIncomplete when that is not
-    ///          known yet; hostStreamFailed when none can be read
+    /// \returns 0; hostRecordingUnknown when nothing is recorded; hostRecordingsIncomplete when that is not
+    ///          known yet; hostStreamFailed when no segment can be read
     int describe(const RecordingDirectory& directory, int cameraId, WallTime begin, WallTime end,
                  std::vector<SubMediaInfo>& out);
 
@@ -31,7 +32,7 @@ private:
     struct Described
     {
         Tracks tracks;
-        bool whole = true;  ///< every track of the file is there, and a decoder takes its parameters
+        bool whole = true;  ///< all tracks are described, and a decoder accepts their parameters
     };
 
     bool describeSegment(const RecordedSegment& segment, Described& out);
@@ -40,7 +41,7 @@ private:
     static bool agree(const Described& left, const Described& right);
     static void addBitRate(const RecordedSegment& segment, Tracks& tracks);
 
-    std::vector<std::pair<std::string, Described>> known_;  // by path, the latest last
+    std::vector<std::pair<std::string, Described>> known_;  // by path, most recently used last
 };
 
 }  // namespace refhost

@@ -12,7 +12,7 @@
 namespace refhost
 {
 
-/// Where playback finds segments. Threads: any; may read from a disk.
+/// Finds segments for playback. May read from a disk. Threads: any.
 class RecordingDirectory
 {
 public:
@@ -21,21 +21,20 @@ public:
     /// The camera's stream that is played in an interval: the lowest with recorded media there.
     virtual std::optional<int> streamOf(int cameraId, WallTime begin, WallTime end) const = 0;
 
-    /// Whether what is not found is not there: false while the index is rebuilt or cannot be read.
+    /// Whether everything on the disk can be found: false while the index is rebuilt or cannot be read.
     virtual bool isComplete() const
     {
         return true;
     }
 
-    /// Segments of a stream with recorded media in [begin, end), closed and open ones, in the order of epoch and
-    /// begin.
-    /// \param max   how many, the first ones
-    /// \param after  those behind this place alone
+    /// Segments of a stream with recorded media in [begin, end), closed and open ones, by epoch and begin.
+    /// \param max    max. number of segments
+    /// \param after  only segments after this place
     virtual std::vector<RecordedSegment> find(int cameraId, int streamId, WallTime begin, WallTime end,
                                               int max, const SegmentPlace& after) const = 0;
 };
 
-/// What a RecordingIndex knows.
+/// The segments of a RecordingIndex.
 class IndexedRecordings : public RecordingDirectory
 {
 public:

@@ -11,17 +11,17 @@ namespace refhost
 namespace
 {
 
-/// A frame lasts about this long where nothing tells.
+/// Duration of a frame where it is unknown.
 constexpr Duration usualFrame = std::chrono::milliseconds(40);
-/// Segments that are remembered from one question to the index.
+/// Max. segments of one query of the index.
 constexpr int maxFound = 16;
-/// How often in a row a reader comes back for recorded media that is being written before that counts as its end.
+/// Max. consecutive waits for media that are being written; then the recording counts as ended.
 constexpr int maxWaits = 30;
-/// How old the end of the last segment may be while the next one is still expected.
+/// Max. age of the last segment's end while the next segment is still expected.
 constexpr Duration maxBoundaryWait = std::chrono::seconds(10);
-/// A segment itself is interrupted where nothing comes for so long.
+/// A pause inside a segment that starts a new range.
 constexpr Duration minPause = std::chrono::seconds(10);
-/// How far the times in a file may be outside of what the index tells of it.
+/// Max. deviation of a file's times from its entry in the index.
 constexpr Duration maxDeviation = std::chrono::seconds(5);
 
 }  // namespace
@@ -97,15 +97,14 @@ RecordingReader::Result RecordingReader::read(CodedUnit& out)
     }
 }
 
-/// Whether a damage of the file has moved a unit to a time that the segment does not have. What came after it
-/// would count as played already.
+/// Whether corruption moved a unit to a time outside the segment: the units after it would count as played.
 bool RecordingReader::isOutOfSequence(const CodedUnit& unit) const
 {
     const Duration grown = segment_->closed ? Duration::zero() : clock_.wallNow() - segment_->begin;
     return unit.offset < -maxDeviation || unit.offset > std::max(segment_->duration, grown) + maxDeviation;
 }
 
-/// Frames that follow a lost one cannot be decoded.
+/// Starts a new range: frames after a lost one cannot be decoded.
 void RecordingReader::skipCorruption(const CodedUnit& unit)
 {
     if (isLead(unit) && !waitsForKey_)
@@ -138,14 +137,14 @@ RecordingReader::Opened RecordingReader::openNext()
     return mayFollow ? Opened::later : Opened::none;
 }
 
-/// The index knows a segment before its file has anything to read.
+/// A segment is in the index before its file can be read.
 bool RecordingReader::isJustStarted(const RecordedSegment& segment) const
 {
     const Duration age = clock_.wallNow() - segment.begin;
     return !segment.closed && age >= Duration::zero() && age < maxBoundaryWait;
 }
 
-/// The next segment by epoch and begin. One is not found twice, however its neighbours overlap.
+/// The next segment by epoch and begin; none twice, however they overlap.
 bool RecordingReader::nextSegment(RecordedSegment& out)
 {
     if (found_.empty())
@@ -166,7 +165,7 @@ bool RecordingReader::nextSegment(RecordedSegment& out)
     return true;
 }
 
-/// \param grown  the same segment as it was read before; null for another one
+/// \param grown  the file as it was opened before; null for another segment
 RecordingReader::Opened RecordingReader::openSegment(const RecordedSegment& segment, WallTime from,
                                                      const SegmentFile* grown)
 {
@@ -219,7 +218,7 @@ bool RecordingReader::fits(const SegmentFile& file) const
     return request_.video ? video : audio;
 }
 
-/// An open segment came to its end: reads on in what was written meanwhile.
+/// At the end of an open segment: opens it again for what was written since.
 bool RecordingReader::reopenGrown()
 {
     const WallTime begin = segment_->begin;
@@ -255,7 +254,7 @@ bool RecordingReader::mayGrow()
     return (!end_ || *end_ < request_.end) && ++waits_ < maxWaits;
 }
 
-/// Whether a unit is to be played, in view of what was before.
+/// Whether a unit is played, in view of the units before it.
 bool RecordingReader::accepts(const CodedUnit& unit)
 {
     if (!isRequested(unit) || !follows(unit))
@@ -278,7 +277,7 @@ bool RecordingReader::accepts(const CodedUnit& unit)
         waitsForKey_ = false;
         start_ = unit.date;
     }
-    // Frames that lead a key frame need those before it.
+    // Leading frames reference frames before the key frame.
     if (unit.date < start_)
     {
         return false;
@@ -286,7 +285,7 @@ bool RecordingReader::accepts(const CodedUnit& unit)
     return !unit.video || !request_.keyFramesOnly || (unit.key && keepsDistance(unit));
 }
 
-/// Whether a key frame is far enough from the one before, give or take what capture times are off.
+/// Whether a key frame is far enough from the last one, with a tolerance for jitter of capture times.
 bool RecordingReader::keepsDistance(const CodedUnit& unit)
 {
     if (lastKey_ && unit.date - *lastKey_ < request_.keyDistance - usualFrame / 2)
@@ -303,7 +302,7 @@ bool RecordingReader::isRequested(const CodedUnit& unit) const
     return codec && track(unit.video).codec == *codec;
 }
 
-/// Leaves out what was played already, of a segment read again or one that overlaps the one before.
+/// Rejects units that were played: of a segment that is read again, or that overlaps the one before.
 bool RecordingReader::follows(const CodedUnit& unit)
 {
     if (!unit.video && unit.date <= lastAudio_)
@@ -335,7 +334,7 @@ bool RecordingReader::follows(const CodedUnit& unit)
     return !fresh_;
 }
 
-/// The clock was set back: what follows is dated earlier.
+/// The clock was set back: the next units are dated earlier.
 void RecordingReader::startEpoch()
 {
     startRange();
@@ -344,8 +343,8 @@ void RecordingReader::startEpoch()
     lastKey_.reset();
 }
 
-/// Whether a unit lies behind the interval while its begin in a later epoch is still to come. Ends the file
-/// where nothing of the interval can follow, in whatever order frames are shown.
+/// Whether a unit is after the interval's end while a later epoch has more of the interval. Ends the file
+/// where reordered frames of the interval cannot follow any more.
 bool RecordingReader::isBehindEpoch(const CodedUnit& unit)
 {
     if (!epochFollows_ || unit.date < request_.end)

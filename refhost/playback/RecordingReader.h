@@ -15,11 +15,9 @@
 namespace refhost
 {
 
-/// Reads a camera's recorded media of an interval over the ends of segments and over gaps; times are wall clock,
-/// nanoseconds since 1970.
+/// Reads a camera's recorded media of an interval forwards, across segments and gaps.
 ///
-/// Segments that cannot be read are left out with a line in the log. Threads: one at a time. Reads from a
-/// disk.
+/// Unreadable segments are skipped with a line in the log. Reads from a disk. Threads: one at a time.
 class RecordingReader : public UnitReader
 {
 public:
@@ -27,15 +25,15 @@ public:
     {
         int cameraId = 0;
         int streamId = 0;
-        WallTime from;  ///< starts at the last key frame at or before it, or at what comes next
-        WallTime end;   ///< nothing of a segment that starts here or later
+        WallTime from;  ///< starts at the last key frame at or before it, or at the next one
+        WallTime end;   ///< segments that start here or later are not read
         bool keyFramesOnly = false;
-        Duration keyDistance{};      ///< how far these are apart at least
-        std::optional<Codec> video;  ///< wanted in this codec
+        Duration keyDistance{};      ///< min. distance of these
+        std::optional<Codec> video;  ///< requested in this codec; nothing: not requested
         std::optional<Codec> audio;
     };
 
-    /// Date of the first unit that a reader of this request reads; nothing where it reads none.
+    /// Date of the first unit of a request; nothing where there is none.
     static std::optional<WallTime> startOf(std::shared_ptr<const RecordingDirectory> directory,
                                            const HostClock& clock, const Request& request);
 
@@ -44,19 +42,18 @@ public:
                     const Request& request);
     ~RecordingReader() override;
 
-    /// The next unit in the order of decoding, with its wall clock. Where the clock was set back, what was
-    /// recorded before comes first, up to the interval's end, and then what was recorded after, in a section
-    /// of its own. Frames begin with a key frame at the begin and behind each gap, and audio with that
-    /// frame.
+    /// The next unit in decoding order, with its date. Where the clock was set back, the media recorded
+    /// before come first, up to the interval's end, then those recorded after, as another contiguous range.
+    /// Each range starts with a key frame, and its audio with that frame.
     Result read(CodedUnit& out) override;
 
-    /// Number of the contiguous section that the last unit belongs to.
+    /// Number of the contiguous range of the last unit.
     std::uint32_t range() const override
     {
         return range_;
     }
 
-    /// What the last unit is.
+    /// Track of the last unit.
     const SegmentFile::Track& track(bool video) const override
     {
         return video ? *file_->video() : *file_->audio();
@@ -97,17 +94,17 @@ private:
     std::deque<RecordedSegment> found_;  // the next ones in order
     std::optional<RecordedSegment> segment_;
     std::unique_ptr<SegmentFile> file_;
-    bool fresh_ = false;         // no unit of the segment followed what was before yet
-    bool resuming_ = false;      // the segment is read again up to where it ended before
+    bool fresh_ = false;         // no unit of the segment was accepted yet
+    bool resuming_ = false;      // the segment is read again up to its former end
     bool waitsForKey_ = true;    // audio waits too
-    bool epochFollows_ = false;  // behind the interval's end in this epoch comes its begin in a later one
+    bool epochFollows_ = false;  // a later epoch has media of the interval, too
     std::uint32_t range_ = 0;
-    WallTime start_;               // of the section: its first key frame
-    std::optional<WallTime> end_;  // of the section as far as it was read
+    WallTime start_;               // of the range: its first key frame
+    std::optional<WallTime> end_;  // of the range as far as it was read
     WallTime lastFrame_;           // 1970 before the first one
     WallTime lastAudio_;
-    std::optional<WallTime> lastKey_;  // taken, where only key frames are
-    int waits_ = 0;                    // for growth, without any
+    std::optional<WallTime> lastKey_;  // accepted, where only key frames are
+    int waits_ = 0;                    // for growth, in a row
 };
 
 }  // namespace refhost

@@ -12,13 +12,12 @@ namespace
 {
 
 constexpr Duration resolution = std::chrono::milliseconds(1);  // files have no finer times
-/// How much of the past one question to the index is about; twice as much as before where nothing was
-/// recorded.
+/// Interval of the first query of the index; doubled while nothing is found.
 constexpr Duration firstSpan = std::chrono::minutes(1);
 constexpr Duration minSpan = std::chrono::seconds(1);
-/// Segments that one answer may have, of which each is a second or longer.
+/// Max. segments of one query; each lasts a second or longer.
 constexpr int maxFound = 256;
-/// Distances are kept give or take what capture times are off.
+/// Of distances, for jitter of capture times.
 constexpr Duration tolerance = std::chrono::milliseconds(20);
 
 }  // namespace
@@ -59,7 +58,7 @@ ReverseReader::Result ReverseReader::read(CodedUnit& out)
     }
 }
 
-/// The last key frame of the open segment up to where reading stands.
+/// The last key frame of the open segment up to `latest_`.
 bool ReverseReader::readBefore(CodedUnit& out)
 {
     const Duration latest = latest_ - segment_->begin;
@@ -125,7 +124,7 @@ bool ReverseReader::nextSegment(RecordedSegment& out)
     return true;
 }
 
-/// Finds segments that begin before those known. One that started much earlier is found for its end.
+/// Finds the segments before those found so far, by their ends.
 void ReverseReader::findBefore()
 {
     Duration span = firstSpan;
@@ -134,7 +133,7 @@ void ReverseReader::findBefore()
         const WallTime from = std::max(searchedTo_ - span, request_.end);
         auto segments = directory_->find(request_.cameraId, request_.streamId, from, searchedTo_, maxFound,
                                          SegmentPlace());
-        // By the clock alone, also where it was set back.
+        // By date alone, also where the clock was set back.
         std::stable_sort(segments.begin(), segments.end(),
                          [](const RecordedSegment& a, const RecordedSegment& b)
                          { return a.begin < b.begin; });

@@ -14,10 +14,10 @@
 namespace refhost
 {
 
-/// Reads a camera's recorded key frames backwards, over the starts of segments and over gaps.
+/// Reads a camera's recorded key frames backwards, across segments and gaps.
 ///
-/// Segments that cannot be read, and those of another codec, are left out with a line in the log. What is
-/// recorded meanwhile lies behind and does not matter. Threads: one at a time. Reads from a disk.
+/// Unreadable segments, and those of another codec, are skipped with a line in the log. Segments that grow
+/// need no care: reading goes away from them. Reads from a disk. Threads: one at a time.
 class ReverseReader : public UnitReader
 {
 public:
@@ -27,14 +27,14 @@ public:
         int streamId = 0;
         WallTime from;           ///< the first key frame is the last one at or before it
         WallTime end;            ///< the last one is at or after it
-        Duration keyDistance{};  ///< how far they are apart at least
+        Duration keyDistance{};  ///< min. distance of key frames
         Codec video = Codec::h264;
     };
 
     ReverseReader(std::shared_ptr<const RecordingDirectory> directory, const Request& request);
     ~ReverseReader() override;
 
-    /// Never says `later`.
+    /// Never returns `later`.
     Result read(CodedUnit& out) override;
 
     std::uint32_t range() const override
@@ -56,12 +56,12 @@ private:
     const std::shared_ptr<const RecordingDirectory> directory_;
     const Request request_;
     std::deque<RecordedSegment> found_;  // the next ones, the latest first
-    WallTime searchedTo_;                // segments that begin here or later are known already
+    WallTime searchedTo_;                // segments that start here or later were found
     std::optional<RecordedSegment> segment_;
     std::unique_ptr<SegmentFile> file_;
-    WallTime latest_;  // key frames up to here may follow
+    WallTime latest_;  // bound of the next key frame
     std::uint32_t range_ = 0;
-    std::optional<WallTime> last_;  // the key frame that was read last
+    std::optional<WallTime> last_;  // the last key frame
 };
 
 }  // namespace refhost

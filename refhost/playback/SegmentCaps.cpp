@@ -83,7 +83,7 @@ bool isDecodable(const AVStream& stream)
         codec == nullptr ? nullptr : avcodec_alloc_context3(codec), release);
     if (!decoder || avcodec_parameters_to_context(decoder.get(), stream.codecpar) < 0)
     {
-        // Nobody knows.
+        // Unknown: do not refuse it.
         return true;
     }
     decoder->thread_count = 1;

@@ -13,7 +13,7 @@ struct AVStream;
 namespace refhost
 {
 
-/// What a track of a file holds, in GStreamer's words.
+/// Codec and GStreamer caps of a file's track.
 struct SegmentCaps
 {
     Codec codec;
@@ -23,8 +23,7 @@ struct SegmentCaps
 /// \returns nothing for a track that this host cannot send
 std::optional<SegmentCaps> segmentCaps(const AVStream& stream);
 
-/// Whether a decoder takes what describes a track, such as its parameter sets; nothing of the media is looked
-/// at.
+/// Whether a decoder accepts a track's parameters, such as parameter sets. Does not read media.
 bool isDecodable(const AVStream& stream);
 
 }  // namespace refhost

@@ -92,7 +92,7 @@ bool SegmentFile::openInput(std::string& error)
         error = "out of memory";
         return false;
     }
-    // Packets as they stand in the file: parsers and guessed times would cost more than all the rest.
+    // Packets as they are in the file: parsers and guessed times would cost more than all the rest.
     context->flags |= AVFMT_FLAG_NOFILLIN | AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOBUFFER;
     const std::string url = "file:" + path_;
     const int status = avformat_open_input(&context, url.c_str(), av_find_input_format("matroska"), nullptr);
@@ -154,7 +154,7 @@ bool SegmentFile::seekByIndex(Duration offset)
     return readKey(Duration::min()) && kept_.front().offset <= offset;
 }
 
-/// For files whose index is missing or wrong, as those that a crash left behind.
+/// For files without a valid index, such as after a crash.
 bool SegmentFile::seekByReading(Duration offset)
 {
     if (!rewind())
@@ -177,7 +177,7 @@ bool SegmentFile::seekByReading(Duration offset)
     return rewind() && readKey(key);
 }
 
-/// Reads up to the first key frame of a time or later and keeps it to be read again.
+/// Reads up to the first key frame at or after a time; read() returns it again.
 bool SegmentFile::readKey(Duration from)
 {
     CodedUnit unit;

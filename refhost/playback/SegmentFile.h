@@ -28,39 +28,39 @@ struct CodedUnit
     Duration duration{};  ///< 0 when unknown
 };
 
-/// Reads one Matroska file of recorded media, also one that is cut off or still grows.
+/// Reads one Matroska file of recorded media, which may be truncated or still grow.
 ///
-/// Threads: one at a time. Reads from a disk.
+/// Reads from a disk. Threads: one at a time.
 class SegmentFile
 {
 public:
     struct Track
     {
         Codec codec;
-        GstValuePtr<GstCaps> caps;  ///< what the units are
+        GstValuePtr<GstCaps> caps;  ///< of the units
     };
 
     enum class Result
     {
         unit,
-        end,     ///< of what is on disk
+        end,     ///< of the file as it is now
         corrupt  ///< nothing more can be read
     };
 
     /// \param[out] error  why not, in plain words
-    /// \returns null with `error` set when the file cannot be read or holds nothing that this host can send
+    /// \returns null with `error` set when the file cannot be read or has no track that this host can send
     static std::unique_ptr<SegmentFile> open(const std::string& path, std::string& error);
-    /// Says in the log that a file is left out, because open() failed with `error`. Where the file is gone that is
-    /// no warning: the limits of the recording or its repair took it away meanwhile, and they report it.
+    /// Logs that a file is skipped because open() failed with `error`: as a warning, or as information where
+    /// the file is gone, which retention and repair report themselves.
     static void reportLeftOut(const std::string& path, const std::string& error);
-    /// The same file opened again, for what it has grown by; a seek to where this one came to is quick then.
+    /// Opens the same file again to read what was appended; a seek to this object's position is fast.
     std::unique_ptr<SegmentFile> again(std::string& error) const;
     ~SegmentFile();
     SegmentFile(const SegmentFile&) = delete;
     SegmentFile& operator=(const SegmentFile&) = delete;
 
-    /// Whether a decoder takes what describes a track, such as its parameter sets. False without such a
-    /// track. Costs about a millisecond.
+    /// Whether a decoder accepts a track's parameters, such as parameter sets. False without such a track.
+    /// Takes about a millisecond.
     bool isDecodable(bool video) const;
 
     /// The file's first track of the kind; null when there is none.
@@ -74,12 +74,12 @@ public:
         return audio_ ? &*audio_ : nullptr;
     }
 
-    /// Goes to the last key frame at or before a time; to the first one where there is none before. Audio
-    /// comes from about there on. Without frames it goes to the audio of that time.
-    /// \returns false when the file is damaged there
+    /// Seeks the last key frame at or before a time, or the first one; audio follows from about there.
+    /// Without video it seeks the audio of that time.
+    /// \returns false when the file is corrupt there
     bool seek(Duration offset);
 
-    /// The next unit in the order of the file, of either track.
+    /// The next unit of either track, in file order.
     Result read(CodedUnit& out);
 
 private:
@@ -108,7 +108,7 @@ private:
     int audioIndex_ = -1;
     std::optional<Track> video_;
     std::optional<Track> audio_;
-    std::deque<CodedUnit> kept_;  // read already
+    std::deque<CodedUnit> kept_;  // read by seek()
 };
 
 }  // namespace refhost

@@ -8,8 +8,7 @@
 namespace refhost
 {
 
-/// Reads recorded units one after the other, forwards or backwards. Threads: one at a time. Reads from a
-/// disk.
+/// Reads recorded units in sequence, forwards or backwards. Reads from a disk. Threads: one at a time.
 class UnitReader
 {
 public:
@@ -25,10 +24,10 @@ public:
     /// The next unit, with its date.
     virtual Result read(CodedUnit& out) = 0;
 
-    /// Number of the contiguous section that the last unit belongs to.
+    /// Number of the contiguous range of the last unit.
     virtual std::uint32_t range() const = 0;
 
-    /// What the last unit is.
+    /// Track of the last unit.
     virtual const SegmentFile::Track& track(bool video) const = 0;
 };
 

@@ -18,8 +18,8 @@ bool FileUse::isOpenElsewhere(const std::string& path)
     {
         return false;
     }
-    // The system gives a lease to write only for a file that nobody else has open. Who opens it meanwhile
-    // waits, and the system sends a signal: not the usual one, which would end the program.
+    // A write lease is granted only while nobody else has the file open. Opening it breaks the lease with a
+    // signal: SIGURG, because the default SIGIO would end the program.
     const bool leased =
         ::fcntl(file.get(), F_SETSIG, SIGURG) == 0 && ::fcntl(file.get(), F_SETLEASE, F_WRLCK) == 0;
     const bool used = !leased && errno == EAGAIN;

@@ -6,12 +6,12 @@
 namespace refhost
 {
 
-/// Tells which files are in use.
+/// Detects files that are in use.
 class FileUse
 {
 public:
-    /// Whether any process, this one too, has a file open: to play, to copy or to write it.
-    /// \returns false also where the file system cannot tell
+    /// Whether any process, including this one, has a file open.
+    /// \returns false also where the file system does not support leases
     static bool isOpenElsewhere(const std::string& path);
 };
 

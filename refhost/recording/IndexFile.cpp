@@ -19,7 +19,7 @@ namespace
 
 constexpr std::array<const char*, 3> databaseParts{"-wal", "-shm", ""};
 
-// `index.db.damaged`, or with a number behind it where earlier ones lie.
+// `index.db.damaged`, with a number where earlier ones exist.
 std::string freeNameBeside(const std::string& database)
 {
     std::string name = database + ".damaged";

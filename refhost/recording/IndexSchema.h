@@ -7,18 +7,18 @@
 namespace refhost
 {
 
-/// The tables of the index of recordings, and how those of earlier versions become the present ones.
-/// Threads: the database's.
+/// The tables of the index of recordings, and their upgrade from earlier versions. Threads: as of the
+/// database.
 class IndexSchema
 {
 public:
-    /// Makes the tables of a new database, and brings those of an earlier version up to date.
-    /// \param[out] error  why that is impossible: a later version, or what the database says. Nothing is
-    ///                    changed then
+    /// Makes the tables of a new database; upgrades those of an earlier version.
+    /// \param[out] error  why not: a later version, or the database's error
+    /// \returns false with `error` set when nothing was changed
     static bool bringUpToDate(SqliteDatabase& database, std::string& error);
 
-    /// Whether the tables can be read as they are.
-    /// \param[out] error  why not: they are of an earlier or a later version
+    /// Whether the tables have the present version.
+    /// \param[out] error  why not
     static bool check(SqliteDatabase& database, std::string& error);
 };
 

@@ -18,16 +18,16 @@ struct RecordedSegment
     std::int64_t id = 0;
     int cameraId = 0;
     int streamId = 0;
-    /// Counts from 0 how often the clock had been set back when it was recorded, so that what was recorded at
-    /// one time of the clock twice is kept apart. The index assigns it.
+    /// Number of times that the clock had been set back before: keeps media apart that were recorded twice at
+    /// one date. The index assigns it.
     int epoch = 0;
     WallTime begin;          ///< capture time of the first frame
-    Duration duration{};     ///< up to the end of the last frame; of an open segment what is known so far
-    std::int64_t bytes = 0;  ///< size of the file; of an open segment what is known so far
-    std::string path;        ///< of the file, with the index's directory in front
-    bool closed = false;     ///< false while it is written, or when that ended with a crash
+    Duration duration{};     ///< up to the end of the last frame; of an open segment as far as known
+    std::int64_t bytes = 0;  ///< size of the file; of an open segment as far as known
+    std::string path;        ///< of the file, including the index's directory
+    bool closed = false;     ///< false while it is written, or after a crash
 
-    /// End of the last frame; of an open segment as far as it is known.
+    /// End of the last frame; of an open segment as far as known.
     WallTime end() const
     {
         return begin + duration;
@@ -41,15 +41,15 @@ struct SegmentPlace
     WallTime begin = WallTime::max();
 };
 
-/// A time without a seam in which a stream was recorded.
+/// A contiguous range of a stream's recordings.
 struct RecordedInterval
 {
     WallTime begin;
     WallTime end;          ///< exclusive
-    bool growing = false;  ///< true when it goes on
+    bool growing = false;  ///< its last segment is open
 };
 
-/// A stream that there is recorded media of.
+/// A stream with recordings.
 struct RecordedStream
 {
     int cameraId = 0;

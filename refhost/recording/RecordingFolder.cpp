@@ -42,7 +42,7 @@ std::string because(const std::string& path)
     return path + ": " + std::strerror(errno);
 }
 
-// Who holds a lock writes the number of its process into the file.
+// A server writes its process id into the file that it locks.
 std::string holderOf(int file)
 {
     std::array<char, 16> text{};
@@ -125,7 +125,7 @@ bool RecordingFolder::lock(std::string& error)
         errno = reason;
         return false;
     }
-    // One that belongs to the open file: a second server in the same process is another one, too.
+    // A lock of the open file, not of the process: it excludes a second server in the same process, too.
     struct flock request = wholeFile(F_WRLCK);
     if (::fcntl(lock_.get(), F_OFD_SETLK, &request) != 0)
     {
@@ -136,7 +136,7 @@ bool RecordingFolder::lock(std::string& error)
         return false;
     }
     const std::string number = std::to_string(::getpid()) + "\n";
-    // For the message alone: a disk that is full takes nothing from the lock.
+    // For the message only: the lock holds also on a full disk.
     if (::ftruncate(lock_.get(), 0) != 0 ||
         ::pwrite(lock_.get(), number.data(), number.size(), 0) != static_cast<ssize_t>(number.size()))
     {

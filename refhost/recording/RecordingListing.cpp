@@ -74,7 +74,7 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
     }
 }
 
-// Whole seconds inside the interval, so that all that is asked for is there; of a short one those around it.
+// Whole seconds inside the interval, so that all of them are recorded; for a short interval those around it.
 std::string RecordingListing::url(int cameraId, const RecordedInterval& interval) const
 {
     using std::chrono::seconds;

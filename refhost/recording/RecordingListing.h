@@ -9,20 +9,19 @@
 namespace refhost
 {
 
-/// Tells people what was recorded: a line for each time without a seam, the gaps between them, and a URL that
-/// plays it.
+/// Prints what was recorded: a line for each contiguous range with a URL that plays it, and the gaps.
 class RecordingListing
 {
 public:
     /// \param base       of playback URLs, such as "rtsp://127.0.0.1:8554/orv/playback/"
-    /// \param recording  whether a server records there now: without one nothing grows, whatever a crash left
-    /// \param nameOf     names a stream by the numbers of camera and stream
+    /// \param recording  whether a server records there now: otherwise open segments are a crash's
+    /// \param nameOf     returns a stream's name by the numbers of camera and stream
     RecordingListing(std::string base, bool recording, std::function<std::string(int, int)> nameOf)
         : base_(std::move(base)), recording_(recording), nameOf_(std::move(nameOf))
     {
     }
 
-    /// Writes everything that the index holds, or that it holds nothing.
+    /// Writes all recordings of the index, or that there are none.
     void write(const RecordingIndex& index, std::ostream& out) const;
 
 private:

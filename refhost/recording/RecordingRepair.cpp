@@ -26,7 +26,8 @@ struct Run
     {
         return stopping != nullptr && *stopping;
     }
-    /// The ledger enters its segments in the order of their making, which tells where a clock was set back.
+    /// The ledger enters its own segments: in their order, by which the index notices a clock that was set
+    /// back.
     bool isTheLedgers(const std::string& path) const
     {
         return ledger != nullptr && ledger->holds(path);
@@ -41,7 +42,7 @@ struct Run
     }
 };
 
-// To a name beside it that is free.
+// Renames to a free name beside it.
 bool setAside(const std::string& path)
 {
     std::string aside = path + ".damaged";
@@ -75,7 +76,7 @@ void closeOrSetAside(Run& run, const RecordedSegment& segment)
     }
 }
 
-// Whether the system has lost what was written to a finished file, as it may when the power fails.
+// Whether a finished file was truncated, as by a power failure.
 bool isCutOff(const RecordedSegment& segment)
 {
     std::error_code problem;

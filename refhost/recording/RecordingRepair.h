@@ -8,20 +8,20 @@
 namespace refhost
 {
 
-/// Makes an index and the files below its directory agree, after a crash or when somebody moved files. No
-/// file is ever deleted.
+/// Makes an index consistent with the files below its directory, after a crash or when files were moved.
+/// Never deletes a file.
 ///
-/// Threads: one. Others may record meanwhile: their segments are left alone.
+/// Threads: one. Others may record at the same time: their segments are left alone.
 class RecordingRepair
 {
 public:
     struct Result
     {
-        int closed = 0;    ///< segments whose end was not entered, or was lost: measured now
-        int adopted = 0;   ///< files that the index did not know
+        int closed = 0;    ///< segments without an end, or that lost it: measured
+        int adopted = 0;   ///< files that were not in the index
         int dropped = 0;   ///< entries whose file is gone
-        int setAside = 0;  ///< files in which nothing can be played, now named `*.damaged`
-        int refused = 0;   ///< what the index could not be told: to be done again
+        int setAside = 0;  ///< files without anything playable, renamed to `*.damaged`
+        int refused = 0;   ///< changes that the index did not accept: to be repeated
         int failed = 0;    ///< files that cannot be read or renamed now
 
         bool hasAny() const
@@ -30,10 +30,10 @@ public:
         }
     };
 
-    /// Only files that have the name of a segment are looked at; of those that nothing can be played of, only
-    /// ones that the index knows are set aside.
-    /// \param ledger    of those who record; null where nobody does
-    /// \param stopping  ends the repair soon when it becomes true; null: never
+    /// Considers only files named as segments. Of those without anything playable, only the index's own are
+    /// set aside.
+    /// \param ledger    of running recorders; null without any
+    /// \param stopping  set to end the repair soon; null: never
     static Result run(RecordingIndex& index, const SegmentLedger* ledger = nullptr,
                       const std::atomic<bool>* stopping = nullptr);
 };

@@ -15,9 +15,9 @@ namespace refhost
 namespace
 {
 
-/// Recordings may be dated a little ahead of the clock that is being corrected.
+/// Recordings may be dated slightly ahead of a clock that is being corrected.
 constexpr Duration tolerance = std::chrono::seconds(10);
-/// While they are removed slowly: of all segments, in a second.
+/// Of slow removal: share of all segments in a second.
 constexpr double minRate = 0.01 / 3600.0;
 
 std::string utc(WallTime date)
@@ -38,7 +38,7 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, con
     }
     const bool byAge = limitsAge && outcome.clockDoubt.empty();
     Ids stuck;
-    Ids passed;  // stuck ones, and those that are in use
+    Ids passed;  // stuck ones and those in use
     std::int64_t bytes = index.totalBytes();
     bool sparesUsed = true;
     while (stuck.size() < maxFailures)
@@ -46,7 +46,7 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, con
         const std::optional<Oldest> found = oldest(index, passed);
         if (sparesUsed && !found && passed.size() > stuck.size())
         {
-            // Nothing else is left.
+            // Only segments in use are left.
             sparesUsed = false;
             passed = stuck;
             continue;
@@ -65,7 +65,7 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, con
             passed.insert(segment.id);
             continue;
         }
-        // The file first: it makes room where the disk is full and the index cannot be changed.
+        // The file first: on a full disk the index cannot be changed before.
         std::error_code problem;
         std::filesystem::remove(segment.path, problem);
         if (problem)
@@ -91,12 +91,12 @@ std::string RecordingRetention::clockDoubt(const RecordingIndex& index, WallTime
 {
     if (now < limits_.clockSince)
     {
-        return fmt::format("the clock shows {}, before this program was built", utc(now));
+        return fmt::format("the clock reads {}, before this program was built", utc(now));
     }
     const std::optional<WallTime> newest = index.newestBegin();
     if (newest && now + tolerance < *newest)
     {
-        return fmt::format("the clock shows {}, before the newest recording, of {}", utc(now), utc(*newest));
+        return fmt::format("the clock reads {}, before the newest recording, of {}", utc(now), utc(*newest));
     }
     return std::string();
 }
@@ -122,7 +122,7 @@ void RecordingRetention::watchClock(const RecordingIndex& index, const Now& now)
     last_ = now;
 }
 
-/// By the date from which its age counts.
+/// The segment with the earliest date from which its age counts.
 std::optional<RecordingRetention::Oldest> RecordingRetention::oldest(const RecordingIndex& index,
                                                                      const Ids& besides) const
 {

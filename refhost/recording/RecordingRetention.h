@@ -11,17 +11,17 @@
 namespace refhost
 {
 
-/// Removes the oldest segments where there are more than wanted, file and entry together.
+/// Removes the oldest segments, file and entry, when limits of size or age are exceeded.
 ///
-/// Age is judged by dates, and dates by clocks that may have been wrong, then or now:
-/// - While the clock is implausible, earlier than the newest recording or than this program, nothing is
-///   removed by age.
-/// - A segment that was recorded with an implausible clock counts as old as the first one with a plausible
-///   date that was recorded after it; without such a one it has no age.
-/// - After the clock was set forward, and where all recordings are too old at the start, a small share is
-///   removed at a time: as much as ages twice as fast as the clock, or a hundredth of all an hour.
+/// Age depends on dates, whose clock may have been wrong, then or now:
+/// - While the clock is implausible, earlier than the newest recording or than this program's build, nothing
+///   is removed by age.
+/// - A segment recorded with an implausible clock has the age of the next segment with a plausible date;
+///   without one it has no age.
+/// - After the clock was set forward, and when all recordings are too old at the start, segments are removed
+///   slowly: at twice the rate of normal ageing, or a hundredth of all in an hour.
 ///
-/// Segments that are being written stay. Threads: one at a time.
+/// Open segments stay. Threads: one at a time.
 class RecordingRetention
 {
 public:
@@ -29,28 +29,28 @@ public:
     {
         std::int64_t maxBytes = 0;  ///< of all files together; 0: no limit
         Duration maxAge{};          ///< from the end of a segment until now; 0: no limit
-        WallTime clockSince{};      ///< a wall clock that shows an earlier time is wrong
-        WallTime datesSince{};      ///< nothing was recorded earlier, whatever its date says
+        WallTime clockSince{};      ///< an earlier wall clock is wrong
+        WallTime datesSince{};      ///< an earlier date of a recording is wrong
     };
 
     struct Now
     {
         WallTime wall{};
         MonotonicTime monotonic{};
-        std::uint32_t stepsForward = 0;  ///< how often the wall clock was set forward
+        std::uint32_t stepsForward = 0;  ///< number of times that the wall clock was set forward
     };
 
     struct Outcome
     {
         int removed = 0;         ///< segments
-        std::string problem;     ///< of one that could not be removed, in plain words; empty without any
-        std::string clockDoubt;  ///< why nothing was removed by age, in plain words; empty where it might be
-        bool slowly = false;     ///< more is too old, and only a share of it was removed
+        std::string problem;     ///< of a segment that could not be removed, in plain words; or empty
+        std::string clockDoubt;  ///< why nothing was removed by age, in plain words; or empty
+        bool slowly = false;     ///< more segments are too old than were removed
     };
 
-    /// Files that cannot be removed are passed over, this many in one go: more of them mean that none can.
+    /// Max. files of one apply() that cannot be removed: after so many the others cannot, either.
     static constexpr int maxFailures = 16;
-    /// Largest share of all segments that is removed at a time while they are removed slowly.
+    /// Max. share of all segments that is removed at a time while they are removed slowly.
     static constexpr double maxShare = 0.05;
 
     explicit RecordingRetention(const Limits& limits) : limits_(limits) {}
@@ -61,7 +61,7 @@ private:
     struct Oldest
     {
         RecordedSegment segment;
-        std::optional<WallTime> end;  ///< date from which its age counts; nothing where that is not known
+        std::optional<WallTime> end;  ///< date from which its age counts; nothing if unknown
     };
     using Ids = std::set<std::int64_t>;
 
@@ -71,10 +71,10 @@ private:
     bool isTooOld(const Oldest& oldest, WallTime now) const;
 
     const Limits limits_;
-    std::optional<Now> last_;  ///< when apply() was called last
+    std::optional<Now> last_;  ///< of the last apply()
     bool slowly_ = false;
-    double count_ = 0;      ///< of all segments when that started
-    double allowance_ = 0;  ///< segments that may be removed by age while slowly_
+    double count_ = 0;      ///< of all segments when slow removal started
+    double allowance_ = 0;  ///< segments that may be removed now while slowly_
 };
 
 }  // namespace refhost

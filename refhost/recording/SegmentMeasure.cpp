@@ -41,7 +41,7 @@ using Result = SegmentMeasure::Result;
 /// The time base of Duration.
 constexpr AVRational nanoseconds{1, static_cast<int>(Duration::period::den)};
 
-/// Failures of the demuxer in one file, which ends by itself, that are passed over.
+/// Max. failures of the demuxer in one file that are ignored.
 constexpr int maxMalformed = 1000;
 
 struct TrackEnd
@@ -51,7 +51,7 @@ struct TrackEnd
 
     void add(Duration time)
     {
-        // A segment ends where its stream pauses, so what lies further ahead is a damage.
+        // A segment ends where its stream pauses, so a larger step is corruption.
         constexpr Duration maxStep = SegmentCutter::maxPause + SegmentCutter::maxHold;
         const bool advances = last ? time > *last : time >= Duration::zero();
         if (advances && time <= last.value_or(Duration::zero()) + maxStep)
@@ -62,7 +62,7 @@ struct TrackEnd
     }
 };
 
-// What the demuxer says of a file that it cannot open does not tell a damage from a failing disk.
+// The demuxer's error for a file that it cannot open does not distinguish corruption from a failing disk.
 Result resultWithoutDemuxer(const std::string& path)
 {
     struct stat status
@@ -101,7 +101,7 @@ Result SegmentMeasure::take(const std::string& path, SegmentMeasure& measure,
     while (stopping == nullptr || !*stopping)
     {
         const int status = av_read_frame(input.get(), packet.get());
-        // Behind what is malformed there may be more to play.
+        // There may be more after a malformed packet.
         if (status == AVERROR_INVALIDDATA && ++malformed < maxMalformed)
         {
             continue;

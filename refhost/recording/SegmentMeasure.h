@@ -10,25 +10,25 @@
 namespace refhost
 {
 
-/// How much of a Matroska file can be played, found by reading it to its end.
+/// Playable duration and size of a Matroska file, measured by reading all of it.
 struct SegmentMeasure
 {
     enum class Result
     {
-        media,      ///< it was measured
-        nothing,    ///< nothing in it can be played, or there is no file
-        unreadable  ///< the system does not give its bytes: nobody knows
+        media,      ///< measured
+        nothing,    ///< nothing playable, or no file
+        unreadable  ///< the file cannot be read now
     };
 
-    /// A single frame lasts that long at least: timestamps are milliseconds.
+    /// Min. duration of a single frame: timestamps are milliseconds.
     static constexpr Duration minDuration = std::chrono::milliseconds(1);
 
-    Duration duration{};     ///< up to the end of the last frame, or of the last audio without any
+    Duration duration{};     ///< up to the end of the last frame, without video of the last audio
     std::int64_t bytes = 0;  ///< size of the file
 
     /// Measures a file, finished or not.
-    /// \param[out] measure  set where there is recorded media
-    /// \param stopping  ends it soon when it becomes true, as if the file could not be read; null: never
+    /// \param[out] measure  set for Result::media
+    /// \param stopping      set to end it soon with Result::unreadable; null: never
     static Result take(const std::string& path, SegmentMeasure& measure,
                        const std::atomic<bool>* stopping = nullptr);
 };

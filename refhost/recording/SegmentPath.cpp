@@ -33,7 +33,7 @@ std::optional<SegmentPath> SegmentPath::parse(const std::string& path)
     time.tm_mon -= 1;
     found.begin = saturatedWallTime(
         WallMicroseconds(std::chrono::seconds(timegm(&time)) + std::chrono::microseconds(microseconds)));
-    // Only what toString() would write: everything else, such as a 61st second or a sign, is somebody else's.
+    // Anything else, such as a 61st second or a sign, is not a segment.
     return found.cameraId >= 0 && found.streamId >= 0 && found.toString() == path ? std::make_optional(found)
                                                                                   : std::nullopt;
 }

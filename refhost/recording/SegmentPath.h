@@ -8,8 +8,8 @@
 namespace refhost
 {
 
-/// Where a segment lies: `<camera>/<stream>/<begin>.mkv` below the directory of all recordings, the begin in
-/// UTC with microseconds, such as `1/0/20260131T235959.123456Z.mkv`.
+/// Path of a segment below the directory of all recordings: `<camera>/<stream>/<begin>.mkv`, the begin in UTC
+/// with microseconds, such as `1/0/20260131T235959.123456Z.mkv`.
 struct SegmentPath
 {
     int cameraId = 0;
@@ -19,7 +19,8 @@ struct SegmentPath
     /// The path below the directory.
     std::string toString() const;
 
-    /// \returns nothing when `path`, below the directory, is no segment's
+    /// \param path  below the directory
+    /// \returns nothing when toString() does not make such a path
     static std::optional<SegmentPath> parse(const std::string& path);
 };
 

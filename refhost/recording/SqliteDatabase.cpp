@@ -8,8 +8,8 @@ namespace refhost
 namespace
 {
 
-// Another process may hold the file for a moment: a listing, a backup, a shell. Longer than that nobody may
-// wait, as the end of the server does.
+// How long to wait for another process that has locked the file, such as a backup. The server's end waits as
+// long.
 constexpr std::chrono::milliseconds maxBusy{500};
 
 }  // namespace
@@ -29,7 +29,7 @@ std::unique_ptr<SqliteDatabase> SqliteDatabase::open(const std::string& path, Ac
         return nullptr;
     }
     sqlite3_busy_timeout(connection, static_cast<int>(maxBusy.count()));
-    // With write-ahead logging readers never wait for the writer, and a commit does not wait for the disk.
+    // With write-ahead logging readers do not wait for the writer, and a commit does not wait for the disk.
     if (writes && !database->execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"))
     {
         error = database->lastError();
@@ -80,7 +80,7 @@ SqliteDatabase::Statement SqliteDatabase::prepare(const char* sql)
 
 bool SqliteDatabase::isFull() const
 {
-    // Beside the code for it there is one for each operation that the file system refused.
+    // Reported as such, or as a failed operation of the file system.
     const int code = sqlite3_errcode(connection_);
     const int system = sqlite3_system_errno(connection_);
     return code == SQLITE_FULL || (code == SQLITE_IOERR && (system == ENOSPC || system == EDQUOT));

@@ -12,15 +12,14 @@ namespace refhost
 
 /// One connection to a SQLite database, closed with the object.
 ///
-/// Threads: one at a time; the owner holds a lock around everything that it does with a connection and its
-/// statements.
+/// Threads: one at a time; the owner guards a connection and its statements by a lock.
 class SqliteDatabase
 {
 public:
     enum class Access
     {
-        read,  ///< the file must be there
-        write  ///< the file is made if it is missing, and the connection switches it to write-ahead logging
+        read,  ///< the file must exist
+        write  ///< makes a missing file; switches to write-ahead logging
     };
 
     struct Finalize
@@ -37,25 +36,26 @@ public:
     /// \returns null with `error` set when the file cannot be opened
     static std::unique_ptr<SqliteDatabase> open(const std::string& path, Access access, std::string& error);
 
-    /// Looks through a file's structure, which takes about a second for a million rows.
+    /// Checks a file's structure, which takes about a second for a million rows.
     /// \param[out] error  what is wrong, in plain words
-    /// \returns true when it is no database or a damaged one; false also when it is not there or cannot be
-    ///          looked at
+    /// \returns true when it is no database or a corrupt one; false also when it does not exist or cannot be
+    ///          read
     static bool isCorrupt(const std::string& path, std::string& error);
 
     SqliteDatabase(const SqliteDatabase&) = delete;
     SqliteDatabase& operator=(const SqliteDatabase&) = delete;
     ~SqliteDatabase();
 
-    /// Runs one or more statements that give no rows. \returns false when one failed; see lastError()
+    /// Runs one or more statements without results.
+    /// \returns false when one failed; see lastError()
     bool execute(const char* sql);
 
-    /// \returns null when the statement is wrong or what it speaks of is not there; see lastError()
+    /// \returns null when the statement is invalid; see lastError()
     Statement prepare(const char* sql);
 
     /// Whether the last operation failed because the disk is full.
     bool isFull() const;
-    /// What the database says of its last failure.
+    /// The database's last error.
     std::string lastError() const;
     std::int64_t lastInsertedId() const;
 

@@ -11,8 +11,8 @@
 namespace refhost
 {
 
-/// One run of a prepared statement: parameters in the order of their question marks, rows one after the
-/// other. The statement is ready for its next run when the object ends.
+/// One run of a prepared statement: parameters in the order of their question marks, rows in sequence. Its
+/// end resets the statement.
 ///
 ///     SqliteQuery query(*find_, cameraId, begin, end);
 ///     while (query.next())
@@ -38,21 +38,23 @@ public:
         sqlite3_clear_bindings(&statement_);
     }
 
-    /// Goes to the first or next row. \returns false after the last one, or at a failure: see succeeded()
+    /// Steps to the first or next row.
+    /// \returns false after the last one, or after a failure: see succeeded()
     bool next()
     {
         result_ = sqlite3_step(&statement_);
         return result_ == SQLITE_ROW;
     }
 
-    /// Runs a statement that gives no rows. \returns false when it failed
+    /// Runs a statement without results.
+    /// \returns false when it failed
     bool run()
     {
         next();
         return succeeded();
     }
 
-    /// True when the last next() did not fail.
+    /// Whether the last next() did not fail.
     bool succeeded() const
     {
         return result_ == SQLITE_ROW || result_ == SQLITE_DONE;
@@ -62,7 +64,7 @@ public:
     {
         return sqlite3_column_type(&statement_, column) == SQLITE_NULL;
     }
-    /// \returns 0 for what is null
+    /// \returns 0 for null
     std::int64_t number(int column) const
     {
         return sqlite3_column_int64(&statement_, column);
