@@ -42,8 +42,8 @@ PlaybackCatalog::~PlaybackCatalog() = default;
 
 int PlaybackCatalog::describe(const RecordInfo& record, MediaInfo& out)
 {
-    const WallTime begin = wallTimeOfUnix(record.getRecordBeginTime());
-    const WallTime end = wallTimeOfUnix(record.getRecordEndTime());
+    const WallTime begin = wallTimeOfUnix(static_cast<std::int64_t>(record.getRecordBeginTime()));
+    const WallTime end = wallTimeOfUnix(static_cast<std::int64_t>(record.getRecordEndTime()));
     if (end <= begin)
     {
         return hostRecordingUnknown;

@@ -44,8 +44,8 @@ std::shared_ptr<PlaybackSession> PlaybackService::makeSession(const RecordInfo& 
                                                               std::optional<WallTime> start)
 {
     ensureWorkers();
-    const WallTime begin = wallTimeOfUnix(record.getRecordBeginTime());
-    const WallTime end = wallTimeOfUnix(record.getRecordEndTime());
+    const WallTime begin = wallTimeOfUnix(static_cast<std::int64_t>(record.getRecordBeginTime()));
+    const WallTime end = wallTimeOfUnix(static_cast<std::int64_t>(record.getRecordEndTime()));
     auto source = std::make_unique<RecordedSource>(
         recordings_(), *settings_.clock, RecordedSource::Interval{record.getCameraId(), begin, end});
     const PlaybackSession::Interval interval{begin, end, start.value_or(begin)};

@@ -161,6 +161,8 @@ int RTPPlayBackDispacher::getTrackSSRC(const std::string& sessionId, const std::
     return impl_->call(sessionId, &PlaybackSession::ssrc, trackId, ssrc);
 }
 
+// The host contract passes the texts by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int RTPPlayBackDispacher::getConnectionState(std::string sessionId, std::string trackId, bool& connected)
 {
     return impl_->call(sessionId, &PlaybackSession::connectionState, trackId, connected);

@@ -119,6 +119,8 @@ int RTPPlayBackDispacherMgr::getTrackSSRC(const std::string& sessionId, const st
     return call(sessionId, &PlaybackSession::ssrc, trackId, ssrc);
 }
 
+// The host contract passes the texts by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int RTPPlayBackDispacherMgr::getConnectionState(std::string sessionId, std::string trackId, bool& connected)
 {
     return call(sessionId, &PlaybackSession::connectionState, trackId, connected);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -89,7 +90,7 @@ bool sentBye(Wire& wire)
     for (const std::vector<std::uint8_t>& packet : wire.rtcp)
     {
         for (std::size_t at = 0; at + 4 <= packet.size();
-             at += 4 * (packet[at + 2] * 256U + packet[at + 3] + 1))
+             at += std::size_t{4} * (packet[at + 2] * 256U + packet[at + 3] + 1))
         {
             if (packet[at + 1] == bye)
             {
@@ -210,7 +211,7 @@ protected:
     static void expectFrames(Wire& wire, double begin, double end)
     {
         const std::vector<double> seconds = secondsOf(wire);
-        ASSERT_EQ(static_cast<std::size_t>((end - begin) * 25 + 0.5), seconds.size());
+        ASSERT_EQ(static_cast<std::size_t>(std::lround((end - begin) * 25)), seconds.size());
         for (std::size_t i = 0; i < seconds.size(); ++i)
         {
             ASSERT_NEAR(begin + static_cast<double>(i) * 0.04, seconds[i], 0.002) << i;

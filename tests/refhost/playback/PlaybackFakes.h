@@ -299,7 +299,7 @@ protected:
         {
             constexpr std::uint8_t bye = 203;
             for (std::size_t i = 0; i + 4 <= packet.size();
-                 i += 4 * (packet[i + 2] * 256U + packet[i + 3] + 1))
+                 i += std::size_t{4} * (packet[i + 2] * 256U + packet[i + 3] + 1))
             {
                 if (packet[i + 1] == bye)
                 {

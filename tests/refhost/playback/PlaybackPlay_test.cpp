@@ -215,8 +215,8 @@ TEST_F(PlaybackPlay, PlayOfAPlayingTrackChangesNothing)
     ASSERT_EQ(session->firstPacket(video, next), 0);
     pass(1000);
     EXPECT_EQ(wire->units().size(), 51U);
-    EXPECT_EQ(next.sequenceNumber, wire->packets[26 * 3].sequence);
-    EXPECT_EQ(next.rtpTimestamp, wire->packets[26 * 3].timestamp);
+    EXPECT_EQ(next.sequenceNumber, wire->packets[78].sequence);
+    EXPECT_EQ(next.rtpTimestamp, wire->packets[78].timestamp);
 }
 
 TEST_F(PlaybackPlay, WithoutRecordedMediaThereIsNoPlay)

@@ -11,7 +11,7 @@ namespace
 
 TEST(ReadAheadBudget, IsSharedByThePresentSessions)
 {
-    ReadAheadBudget budget(1000 * 1024);
+    ReadAheadBudget budget(std::size_t{1000} * 1024);
     const ReadAheadBudget::Share first(budget);
     EXPECT_EQ(first.bytes(), 1000u * 1024);
     {
@@ -24,7 +24,7 @@ TEST(ReadAheadBudget, IsSharedByThePresentSessions)
 
 TEST(ReadAheadBudget, LeavesEachSessionEnoughToReadFromADisk)
 {
-    ReadAheadBudget budget(1000 * 1024);
+    ReadAheadBudget budget(std::size_t{1000} * 1024);
     std::list<ReadAheadBudget::Share> many;
     for (int i = 0; i < 1000; ++i)
     {

@@ -126,7 +126,8 @@ TEST_F(ReadAheadTest, BytesAreTheFirmerLimit)
     readAhead->restart(frameAt(0s));
     fill(start);
     EXPECT_GE(readAhead->queue().bytes(), settings.readAheadBytes);
-    EXPECT_LT(readAhead->queue().bytes(), settings.readAheadBytes + 5 * 1400U) << "one unit more at most";
+    EXPECT_LT(readAhead->queue().bytes(), settings.readAheadBytes + std::size_t{5} * 1400)
+        << "one unit more at most";
 }
 
 TEST_F(ReadAheadTest, HoldsSomeUnitsHoweverLongTheyLast)

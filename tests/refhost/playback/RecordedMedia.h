@@ -124,7 +124,7 @@ protected:
     /// Makes a file of so many whole seconds. \returns its path
     std::string makeFile(int seconds, const std::string& video = frames, const std::string& audio = "alawenc")
     {
-        const std::string path = directory_ + "/" + std::to_string(++files_) + ".mkv";
+        std::string path = directory_ + "/" + std::to_string(++files_) + ".mkv";
         std::string line = "matroskamux name=mux ! filesink location=" + path;
         if (!video.empty())
         {

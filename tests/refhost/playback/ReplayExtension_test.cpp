@@ -83,7 +83,7 @@ TEST(ReplayExtension, AnIndependentReaderUnderstandsIt)
     for (int i = 0; i < 3; ++i)
     {
         ReplayExtension extension;
-        extension.recorded = WallTime(Duration(begin + i * 40 * ms));
+        extension.recorded = WallTime(Duration(begin + std::int64_t{i} * 40 * ms));
         extension.cleanPoint = i == 0;
         extension.discontinuity = i == 2;
         extension.playSequence = 9;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -97,7 +98,7 @@ public:
     /// Gives the frames of [begin, end) seconds, 25 a second with a key frame each second, and the audio.
     void giveMedia(double begin, double end, std::size_t frameBytes = 1000)
     {
-        for (int i = static_cast<int>(begin * 25 + 0.5); i < static_cast<int>(end * 25 + 0.5); ++i)
+        for (auto i = static_cast<int>(std::lround(begin * 25)); i < std::lround(end * 25); ++i)
         {
             give(made.frame(i / 25.0, i % 25 == 0, frameBytes));
             if (audio)

@@ -29,7 +29,7 @@ protected:
     // Makes a file with that many seconds, as a crash leaves it unless it is finished.
     std::string makeFile(double begin, double length, bool finished)
     {
-        const std::string path = folder_ / SegmentPath{1, 0, at(begin)}.toString();
+        std::string path = folder_ / SegmentPath{1, 0, at(begin)}.toString();
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
         std::string error;
         const auto writer = SegmentWriter::create(path, {capturedAt(begin), at(begin)}, {video}, error);

@@ -190,7 +190,7 @@ protected:
     {
         for (int i = 0; i < count; ++i)
         {
-            add(1, begin + i * 10);
+            add(1, begin + std::int64_t{i} * 10);
         }
     }
 

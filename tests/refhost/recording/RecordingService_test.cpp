@@ -191,7 +191,7 @@ TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMo
     config_.recording.maxAge = 1;
     config_.cameras[0].streams[0].record = false;
     std::filesystem::create_directory(config_.recording.directory);
-    std::ofstream(config_.recording.directory + "/index.db");
+    std::ofstream(config_.recording.directory + "/index.db").close();
     start();
     waitFor([] { return Device::recordings() != nullptr; });
     // What is too old at the first sweep already is removed slowly.
@@ -224,7 +224,7 @@ TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsReportedOnce)
         segment.duration = Duration(1);
         segment.closed = true;
         std::filesystem::create_directory(segment.path);
-        std::ofstream(segment.path + "/full");
+        std::ofstream(segment.path + "/full").close();
         ASSERT_TRUE(Device::recordings()->add(segment));
     }
     const int before = service_->retentions();
@@ -357,7 +357,7 @@ TEST_F(MountedRecordingServiceTest, ServerThatStartsOnAFullDiskRemovesTheOldestA
     ASSERT_TRUE(mounts_.mount(disk_, "size=4m,nr_inodes=20"));
     const std::string folder = config_.recording.directory + "/1/0";
     std::filesystem::create_directories(folder);
-    const std::string block(256 * 1024, 'x');
+    const std::string block(std::size_t{256} * 1024, 'x');
     int files = 0;
     for (bool room = true; room; ++files)
     {
