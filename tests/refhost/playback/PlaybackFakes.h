@@ -204,19 +204,19 @@ protected:
         make(0, 20);
     }
 
-    /// Wall clock of a second of the recording.
+    /// Date of a second of the recording.
     static WallTime at(double seconds)
     {
         return wallTimeOfUnix(1'600'000'000) + durationOf(std::chrono::duration<double>(seconds));
     }
 
-    /// Makes the session again; its time 0 is at its begin.
+    /// Makes the session again; position 0 is its begin.
     void make(double begin, double end)
     {
         make(begin, end, begin);
     }
 
-    /// \param start  where its time 0 is
+    /// \param start  date of position 0
     void make(double begin, double end, double start)
     {
         session =
@@ -235,7 +235,7 @@ protected:
         return info;
     }
 
-    /// Sets a track up. \returns what its client sees
+    /// Sets a track up. \returns what its client receives
     std::shared_ptr<Wire> setUp(const std::string& track)
     {
         auto wire = std::make_shared<Wire>();
@@ -247,7 +247,7 @@ protected:
         return wire;
     }
 
-    /// Plays a track as the RTSP server does: again, when its place was found.
+    /// Plays a track as the RTSP server does: again after its position was found.
     int play(const std::string& track)
     {
         int status = session->play(track);
@@ -270,7 +270,7 @@ protected:
         ASSERT_LT(scheduler.runDue(1000), 1000U) << "the worker never gets idle";
     }
 
-    /// Lets time pass in small steps, with the worker at work.
+    /// Advances the clock in small steps and runs the worker.
     void pass(std::int64_t ms)
     {
         runWorkers();

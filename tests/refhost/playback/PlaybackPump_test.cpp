@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 constexpr Duration frameLength = 40ms;
 constexpr WallTime begin = wallTimeOfUnix(1'600'000'000);
 
-/// A pump with a track of video and one of audio, fed by hand.
+/// A pump with one video and one audio track, fed by the test.
 class PlaybackPumpTest : public testing::Test
 {
 protected:

@@ -26,7 +26,7 @@ namespace refhost
 namespace test
 {
 
-/// Segments that a test lists.
+/// A directory of segments that a test adds.
 class ListedRecordings : public RecordingDirectory
 {
 public:
@@ -141,7 +141,7 @@ protected:
         return path;
     }
 
-    /// Adds a segment that lists a file.
+    /// Adds a segment of a file.
     RecordedSegment addFile(const std::string& path, double begin, double seconds, bool closed = true,
                             int epoch = 0)
     {
@@ -162,7 +162,7 @@ protected:
         return addFile(makeFile(seconds), begin, seconds, true, epoch);
     }
 
-    /// Cuts a file off after a share of its bytes.
+    /// Truncates a file to a share of its bytes.
     static void cut(const std::string& path, double share)
     {
         const auto size = static_cast<double>(std::filesystem::file_size(path));

@@ -17,7 +17,7 @@ namespace
 
 constexpr std::int64_t ms = 1'000'000;
 
-/// What GStreamer's own reader of the extension makes of a packet.
+/// The extension of a packet as GStreamer's own reader parses it.
 struct Parsed
 {
     std::vector<GstClockTime> times;

@@ -47,7 +47,7 @@ protected:
         return count;
     }
 
-    /// What this process has read from files so far.
+    /// Bytes that this process has read from files so far.
     static std::uint64_t bytesRead()
     {
         std::ifstream counters("/proc/self/io");

@@ -11,7 +11,7 @@
 namespace refhost
 {
 
-/// Encoded units as a camera gives them, with sizes like real ones and contents that no decoder looks at.
+/// Encoded units of a camera, with realistic sizes and contents that are never decoded.
 /// Times are seconds after `epoch`.
 class MadeUnits
 {

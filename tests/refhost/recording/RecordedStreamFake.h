@@ -18,8 +18,8 @@
 namespace refhost
 {
 
-/// A camera stream without a camera: gives the encoded units that a test hands it, and knows when they have
-/// been dealt with.
+/// A camera stream without a camera: passes on the encoded units of a test, and knows when they were
+/// processed.
 class RecordedStreamFake : public StreamSource
 {
 public:
@@ -66,7 +66,7 @@ public:
         const std::lock_guard<std::mutex> guard(mutex_);
         return sink_ != nullptr;
     }
-    /// Waits until a sink was attached so many times, and one is.
+    /// Waits until a sink was attached so many times and is attached now.
     bool waitUntilAttached(int times = 1)
     {
         std::unique_lock<std::mutex> guard(mutex_);
@@ -81,7 +81,7 @@ public:
             const std::lock_guard<std::mutex> guard(mutex_);
             if (sink_ == nullptr)
             {
-                return;  // as of a source whose sink is being exchanged
+                return;  // as while a source's sink is exchanged
             }
             ++alive_;
             sink = sink_;
@@ -120,7 +120,7 @@ public:
         return alive_;
     }
 
-    /// Waits until every unit was written or left out.
+    /// Waits until every unit was written or skipped.
     void drain()
     {
         std::unique_lock<std::mutex> guard(mutex_);

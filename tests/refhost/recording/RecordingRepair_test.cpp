@@ -26,7 +26,7 @@ protected:
         index_ = RecordingIndex::open(folder_.path(), error);
     }
 
-    // Makes a file with that many seconds, as a crash leaves it unless it is finished.
+    // Makes a file of so many seconds; an unfinished one is as after a crash.
     std::string makeFile(double begin, double length, bool finished)
     {
         std::string path = folder_ / SegmentPath{1, 0, at(begin)}.toString();

@@ -179,7 +179,7 @@ TEST_F(RecordingRetentionTest, DirectoryWhoseFilesAllStayIsNotTriedForEver)
     EXPECT_FALSE(problem_.empty());
 }
 
-// Segments that follow each other, and a retention whose clocks a test sets.
+// Contiguous segments, and a retention whose clocks a test sets.
 class RetentionClockTest : public RecordingRetentionTest
 {
 protected:

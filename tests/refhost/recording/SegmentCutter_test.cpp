@@ -11,7 +11,7 @@ namespace refhost
 namespace
 {
 
-// What a cutter made, in seconds.
+// A segment that a cutter made; times in seconds.
 struct Segment
 {
     double begin = 0;
@@ -52,8 +52,8 @@ protected:
         return secondsOf(std::chrono::round<std::chrono::milliseconds>(span));
     }
 
-    // Video and audio of an interval as a live source gives them: a key frame each second, the audio so
-    // much later than its frames.
+    // Video and audio of an interval as of a live source: a key frame each second, the audio delayed by so
+    // much.
     void run(double begin, double end, double audioLate = 0.1)
     {
         const int first = static_cast<int>(std::lround(begin * 25));

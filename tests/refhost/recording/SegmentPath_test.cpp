@@ -42,7 +42,7 @@ TEST_P(SegmentPathTest, IsReadAsItIsWritten)
     EXPECT_EQ(found->begin, GetParam().begin);
 }
 
-// On 32-bit machines times end in January 2038 where nobody asks for more.
+// With a 32-bit time_t dates would end in January 2038.
 INSTANTIATE_TEST_SUITE_P(
     Moments, SegmentPathTest,
     testing::Values(Moment{"7/1/19700101T000000.000000Z.mkv", WallTime()},
