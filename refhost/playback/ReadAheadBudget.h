@@ -11,7 +11,7 @@ namespace refhost
 class ReadAheadBudget
 {
 public:
-    /// Enough for a read of a disk to pay.
+    /// Enough for an efficient read.
     static constexpr std::size_t minEach = std::size_t{64} * 1024;
 
     /// One session's part, for as long as it lives.
