@@ -90,9 +90,9 @@ TEST_F(MediaSourceTest, FileIsLoopedWithoutTranscodingAndWithoutGaps)
         else if (i > 0)
         {
             // An iteration is as long as its longest track.
-            const std::uint32_t seam = units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp;
-            EXPECT_GE(seam, 3600U) << i;
-            EXPECT_LE(seam, 90000U / 2) << i;
+            const std::uint32_t step = units[i]->rtpTimestamp - units[i - 1]->rtpTimestamp;
+            EXPECT_GE(step, 3600U) << i;
+            EXPECT_LE(step, 90000U / 2) << i;
         }
     }
     const std::vector<AccessUnitPtr> audioBlocks = audio->units();
