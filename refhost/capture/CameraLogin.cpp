@@ -29,7 +29,7 @@ std::string takeValue(std::string_view& text)
     if (text.empty() || text.front() != '"')
     {
         const std::size_t end = std::min(text.find_first_of(", \t"), text.size());
-        const std::string value(text.substr(0, end));
+        std::string value(text.substr(0, end));
         text.remove_prefix(end);
         return value;
     }
@@ -39,7 +39,7 @@ std::string takeValue(std::string_view& text)
         end += text[end] == '\\' ? 2 : 1;
     }
     end = std::min(end, text.size());
-    const std::string value(text.substr(1, end - 1));
+    std::string value(text.substr(1, end - 1));
     text.remove_prefix(std::min(end + 1, text.size()));
     return value;
 }

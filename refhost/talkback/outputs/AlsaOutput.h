@@ -3,6 +3,7 @@
 
 #include "refhost/talkback/outputs/AudioOutput.h"
 
+// NOLINTNEXTLINE(clang-diagnostic-reserved-identifier): the name is ALSA's own
 typedef struct _snd_pcm snd_pcm_t;
 
 namespace refhost
