@@ -259,7 +259,7 @@ const std::vector<ConfigKey<TlsConfig>>& configKeys<TlsConfig>()
         flag<&TlsConfig::selfSigned>(
             "self-signed",
             "Make a key and a certificate that is signed with it, once, and print its SHA-256 fingerprint, "
-            "for clients that can be told to trust it."),
+            "for clients that can be made to trust it."),
         text<&TlsConfig::directory>("directory",
                                     "Where the self-signed ones are kept; a relative path starts at this "
                                     "file, the default at the working directory.",

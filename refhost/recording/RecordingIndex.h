@@ -22,7 +22,7 @@ class SqliteQuery;
 /// `<directory>/index.db`.
 ///
 /// One process writes; any number may read meanwhile. Writing operations return false, or nothing, when the
-/// disk fails (full, read-only); the table is as before then, and lastError() tells why. Entries whose path
+/// disk fails (full, read-only); the table is as before then, and lastError() says why. Entries whose path
 /// would lead out of the directory are never given out. Threads: any. Readers do not wait for writers. Every
 /// operation may touch the disk: not for event loops.
 class RecordingIndex

@@ -33,7 +33,7 @@ public:
 
 /// Decides which encoded unit goes into which segment.
 ///
-/// A segment starts with a key frame: with the first one, with the first one after the wanted length, and
+/// A segment starts with a key frame: with the first one, with the first one after the configured length, and
 /// where a format changed. Audio and frames of one time do not arrive together; so what comes first is held
 /// back for a while, and no audio is lost or put into the wrong segment at a cut. Frames that follow a key
 /// frame and are presented before it (open GOPs) stay with it where they follow another segment; elsewhere
@@ -64,7 +64,7 @@ public:
     static constexpr std::size_t maxHeldBytes = 16U << 20U;
 
     /// \param segmentLength  requested
-    /// \param expected   tells the tracks; asked for as long as they are not all there
+    /// \param expected   returns the tracks; asked for as long as they are not all there
     /// \param sink       outlives the cutter
     SegmentCutter(Duration segmentLength, std::function<Expected()> expected, SegmentSink& sink);
 

@@ -89,7 +89,7 @@ def test_a_recording_plays_over_tls(build_folder, tmp_path):
 
 
 @pytest.mark.usefixtures("real_time")
-def test_talk_back_is_heard_over_tls(serve, build_folder):
+def test_talk_back_is_played_over_tls(serve, build_folder):
     server = serve(talk_back() + TLS)
     said = with_lead(speech())
     ideal = decode("pcmu", encode("pcmu", said))[int(LEAD_SECONDS * RATE):]

@@ -65,7 +65,7 @@ public:
     static std::string kernelSupport();
 
 private:
-    /// What tells one version of a file from another.
+    /// Identifies a version of a file.
     using FileStamp = std::array<std::int64_t, 4>;
 
     TlsContext(Server options, std::shared_ptr<ssl_ctx_st> context, bool client);

@@ -236,15 +236,15 @@ void TlsStream::update()
     const bool reads = state_ == State::handshake || (established && watchesReceive_ && !held());
     const bool writes =
         state_ != State::failed && (wantsWrite_ || !carrier_.empty() || (established && watchesSend_));
-    const std::uint32_t wanted = (reads && !carrier_.full() ? receivable : 0u) | (writes ? sendable : 0u);
-    const std::uint32_t changed = std::exchange(tcpWatched_, wanted) ^ wanted;
+    const std::uint32_t watched = (reads && !carrier_.full() ? receivable : 0u) | (writes ? sendable : 0u);
+    const std::uint32_t changed = std::exchange(tcpWatched_, watched) ^ watched;
     if ((changed & receivable) != 0)
     {
-        tcp_.watchReceive((wanted & receivable) != 0);
+        tcp_.watchReceive((watched & receivable) != 0);
     }
     if ((changed & sendable) != 0)
     {
-        tcp_.watchSend((wanted & sendable) != 0);
+        tcp_.watchSend((watched & sendable) != 0);
     }
     reportHeld();
 }
