@@ -1,6 +1,5 @@
 #pragma once
-// Tested by tests/refhost/playback/RecordingDescriber_test.cpp,
-// tests/refhost/playback/RecordedSource_test.cpp.
+// Tested by tests/refhost/playback/RecordingDescriber_test.cpp, tests/refhost/playback/RecordedSource_test.cpp.
 
 #include <gst/gst.h>
 
