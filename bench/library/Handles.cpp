@@ -36,6 +36,7 @@ static void SharedPtrCopyAndReleaseByTwoThreads(benchmark::State& state)
     TwoThreads::run(state,
                     [&shared]
                     {
+                        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it is measured.
                         const std::shared_ptr<Object> copy(shared);
                         benchmark::DoNotOptimize(copy.get());
                     });
@@ -59,6 +60,7 @@ static void HandleCopyAndReleaseByTwoThreads(benchmark::State& state)
     TwoThreads::run(state,
                     [&shared]
                     {
+                        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): it is measured.
                         const SafePointer<Object> copy(shared);
                         benchmark::DoNotOptimize(copy.operator->());
                     });
@@ -90,8 +92,10 @@ BENCHMARK(HandleMakeFromRawPointer)->Threads(2)->UseRealTime();
 /// As above, in a process where many other objects are held.
 static void HandleMakeAmongManyObjects(benchmark::State& state)
 {
+    constexpr int count = 100000;
     std::vector<SafePointer<Object>> others;
-    for (int i = 0; i < 100000; ++i)
+    others.reserve(count);
+    for (int i = 0; i < count; ++i)
     {
         others.push_back(SafePointer<Object>(new Object));
     }

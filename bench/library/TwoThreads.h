@@ -63,7 +63,8 @@ public:
         }
         over = true;
         other.join();
-        std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
+        std::nth_element(times.begin(), times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2),
+                         times.end());
         state.counters["median_ns"] = times[times.size() / 2] * 1e9;
     }
 

@@ -17,7 +17,7 @@ namespace
 {
 
 constexpr int receiveBufferBytes = 4 << 20;
-constexpr std::size_t readBytes = 256 * 1024;
+constexpr std::size_t readBytes = std::size_t{256} * 1024;
 
 /// The value of `name=` in a list whose fields are separated by `separator`.
 std::optional<std::string_view> field(std::string_view list, std::string_view name, char separator)

@@ -85,6 +85,7 @@ bool HandshakeRun::run(Report& report)
     const std::int64_t begin = nowNs();
     Counts counts;
     std::vector<std::thread> clients;
+    clients.reserve(threads);
     for (int i = 0; i < threads; ++i)
     {
         clients.emplace_back(connectAgainAndAgain, std::cref(options_),

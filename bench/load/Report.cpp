@@ -1,6 +1,7 @@
 #include "bench/load/Report.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace rtspload
@@ -12,7 +13,8 @@ double Latencies::percentile(double percent)
     {
         return 0;
     }
-    const auto rank = static_cast<std::size_t>(percent / 100 * static_cast<double>(values_.size() - 1) + 0.5);
+    const auto rank =
+        static_cast<std::size_t>(std::lround(percent / 100 * static_cast<double>(values_.size() - 1)));
     const auto place = values_.begin() + static_cast<std::ptrdiff_t>(rank);
     std::nth_element(values_.begin(), place, values_.end());
     return static_cast<double>(*place) / 1e6;

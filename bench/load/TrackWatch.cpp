@@ -82,7 +82,7 @@ FrameStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
     lastSequence_ = sequence;
     ++packets_;
 
-    const std::size_t skip = rtpHeaderSize + 4 * (data[0] & 0x0f);
+    const std::size_t skip = rtpHeaderSize + std::size_t{4} * (data[0] & 0x0fU);
     if (size <= skip)
     {
         return FrameStart::unknown;

@@ -202,7 +202,7 @@ bool CameraConnection::sendDue(Clock::time_point now)
     counts_.late += now - due >= captureOf(1) ? 1 : 0;
     if (frame_ >= nextReport_)
     {
-        nextReport_ = frame_ + secondsAReport * media_.framesASecond;
+        nextReport_ = frame_ + std::int64_t{secondsAReport} * media_.framesASecond;
         if (!sendReports(capture + (now - due)))
         {
             return false;

@@ -50,7 +50,7 @@ public:
         Duration retry = std::chrono::seconds(10);  ///< pause after a failure of the disk
         std::size_t maxGathered = 1048576;          ///< bytes that are written before their time
         std::size_t maxQueued =
-            16 * 1048576;  ///< bytes that may wait for the disk, within RecordingDisk's bound
+            std::size_t{16} * 1048576;  ///< bytes that may wait for the disk, within RecordingDisk's bound
         /// Dates the segments. Not null, outlives the recorder.
         const HostClock* clock = &HostClock::system();
     };

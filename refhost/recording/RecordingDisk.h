@@ -19,7 +19,8 @@ public:
     {
         WorkPool::Options writers;
         DiskSync::Options sync;
-        std::size_t maxQueued = 512 * 1048576;  ///< bytes of all recorders that may wait for the disk
+        std::size_t maxQueued =
+            std::size_t{512} * 1048576;  ///< bytes of all recorders that may wait for the disk
     };
 
     explicit RecordingDisk(const Options& options)

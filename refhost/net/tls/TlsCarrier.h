@@ -21,7 +21,7 @@ class TlsCarrier
 public:
     /// With more unsent bytes than this nothing more is received: a peer may make OpenSSL answer (KeyUpdate)
     /// and read none of the answers.
-    static constexpr std::size_t maxUnsent = 96 * 1024;
+    static constexpr std::size_t maxUnsent = std::size_t{96} * 1024;
 
     /// \param tcp  outlives this object and the connection that uses bio()
     explicit TlsCarrier(TcpStream& tcp);

@@ -135,7 +135,7 @@ bool useClientCa(SSL_CTX* context, const std::string& file, std::string& error)
 
 Context newContext(const SSL_METHOD* method, bool kernelTls)
 {
-    const Context made(SSL_CTX_new(method), &SSL_CTX_free);
+    Context made(SSL_CTX_new(method), &SSL_CTX_free);
     SSL_CTX* const context = made.get();
     if (context == nullptr)
     {

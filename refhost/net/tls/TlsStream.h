@@ -34,7 +34,7 @@ namespace refhost
 class TlsStream final : public ByteStream
 {
 public:
-    static constexpr std::size_t maxAccepted = 64 * 1024;
+    static constexpr std::size_t maxAccepted = std::size_t{64} * 1024;
 
     /// \param socket     connected, non-blocking
     /// \param context    decides whether this is the server or the client
