@@ -107,7 +107,7 @@ TEST(RtpPayloadCheck, OpusWhoseFramesCannotBeIsNotTaken)
 
 TEST(RtpPayloadCheck, JpegWhoseHeadersDoNotFitIsNotTaken)
 {
-    const auto join = [](std::vector<Bytes> parts)
+    const auto join = [](const std::vector<Bytes>& parts)
     {
         Bytes all;
         for (const Bytes& part : parts)

@@ -14,7 +14,6 @@ using namespace std::chrono_literals;
 using test::CameraRequest;
 using test::ClientWorld;
 using test::ScriptedCamera;
-using testing::HasSubstr;
 using Kind = RtspClientEnd::Kind;
 
 constexpr const char* methods[] = {"OPTIONS", "DESCRIBE", "SETUP", "PLAY"};

@@ -13,7 +13,6 @@ using test::ClientWorld;
 using test::ScriptedCamera;
 using testing::HasSubstr;
 using testing::Not;
-using testing::StartsWith;
 using Kind = RtspClientEnd::Kind;
 
 constexpr const char* demand = "WWW-Authenticate: Digest realm=\"cam\", nonce=\"n1\", qop=\"auth\"\r\n";

@@ -11,7 +11,6 @@ using namespace std::chrono_literals;
 using test::CameraRequest;
 using test::ClientWorld;
 using test::ScriptedCamera;
-using testing::HasSubstr;
 using Kind = RtspClientEnd::Kind;
 
 std::string replaced(std::string text, const std::string& from, const std::string& to)
@@ -55,7 +54,7 @@ const Style styles[] = {
 CameraRequest answerAs(const Style& style, ScriptedCamera& camera, const std::string& method,
                        std::string headers, const std::string& body = "")
 {
-    const CameraRequest request = camera.expect(method);
+    CameraRequest request = camera.expect(method);
     std::string head = style.head;
     if (head.front() == '$')
     {

@@ -14,8 +14,6 @@ using test::CameraRequest;
 using test::ClientWorld;
 using test::ScriptedCamera;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 using Kind = RtspClientEnd::Kind;
 
 TEST(RtspClient, DescribesSetsUpAndPlays)

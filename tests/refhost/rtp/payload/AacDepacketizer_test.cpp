@@ -17,7 +17,7 @@ using test::joined;
 using test::payloadsOf;
 using test::Reception;
 
-PayloadDescription track(FormatParameters more = {})
+PayloadDescription track(const FormatParameters& more = {})
 {
     FormatParameters parameters{{"mode", "AAC-hbr"},  {"config", "1408"},        {"sizelength", "13"},
                                 {"indexlength", "3"}, {"indexdeltalength", "3"}, {"streamtype", "5"}};

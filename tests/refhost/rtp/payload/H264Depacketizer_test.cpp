@@ -14,7 +14,6 @@ using test::aggregate;
 using test::Bytes;
 using test::fromHex;
 using test::joined;
-using test::payloadOf;
 using test::payloadsOf;
 using test::prefixed;
 using test::Reception;

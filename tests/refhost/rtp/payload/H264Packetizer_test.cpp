@@ -12,8 +12,6 @@ namespace
 using namespace test::h264;
 using test::aggregate;
 using test::Bytes;
-using test::fromHex;
-using test::joined;
 using test::pack;
 using test::payloadsOf;
 using test::prefixed;

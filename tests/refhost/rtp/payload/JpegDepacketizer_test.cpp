@@ -15,9 +15,7 @@ using test::counted;
 using test::described;
 using test::fromHex;
 using test::joined;
-using test::jpegFile;
 using test::jpegHeader;
-using test::payloadsOf;
 using test::Reception;
 
 /// The main header of 64 x 48 pixels.

@@ -32,7 +32,7 @@ public:
 protected:
     std::string wait(int milliseconds) override
     {
-        const std::string bytes = fromServer_->read(milliseconds);
+        std::string bytes = fromServer_->read(milliseconds);
         end_ = bytes.empty() && fromServer_->ended();
         return bytes;
     }

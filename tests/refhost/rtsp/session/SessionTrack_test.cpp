@@ -12,8 +12,6 @@ namespace refhost
 namespace
 {
 
-using test::ControllerScript;
-using test::FakeController;
 using test::FakeTransport;
 using test::Wire;
 

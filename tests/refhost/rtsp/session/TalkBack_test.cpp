@@ -95,7 +95,7 @@ protected:
     {
         const Received answer = client.request("SETUP", talkTrack(), std::string(tcp) + require);
         EXPECT_EQ(answer.status, 200);
-        const std::string id = answer.session();
+        std::string id = answer.session();
         EXPECT_EQ(client.request("PLAY", url(), session(id) + require).status, 200);
         return id;
     }
