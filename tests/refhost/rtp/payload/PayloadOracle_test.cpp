@@ -218,8 +218,9 @@ TEST_P(PayloadOracle, ItsDepayloaderReadsWhatThePacketizerMakes)
         caps += "," + parameter.substr(0, equals) + "=(string)\"" + parameter.substr(equals + 1) + "\"";
         at = end + 1;
     }
-    Line line("appsrc name=in format=time caps=\"" + std::string(g_strescape(caps.c_str(), nullptr)) +
-              "\" ! " + GetParam().depayloader + " ! appsink name=out sync=false");
+    const std::unique_ptr<char, decltype(&g_free)> escaped(g_strescape(caps.c_str(), nullptr), &g_free);
+    Line line("appsrc name=in format=time caps=\"" + std::string(escaped.get()) + "\" ! " +
+              GetParam().depayloader + " ! appsink name=out sync=false");
     std::uint16_t sequence = 0;
     for (const DepacketizedUnit& unit : units)
     {
