@@ -16,6 +16,18 @@ def waited(pid="self"):
     return nanoseconds / 1e9
 
 
+def waits_for_disk(pid):
+    """Whether some thread of a process waits for the disk just now, where no signal reaches it."""
+    for task in pathlib.Path(f"/proc/{pid}/task").glob("*/stat"):
+        try:
+            state = task.read_text().rpartition(")")[2].split()[0]
+        except (OSError, IndexError):
+            continue
+        if state == "D":
+            return True
+    return False
+
+
 class Stopwatch:
     """Seconds in which the test and the processes that it names could run: it stands still while a busy machine keeps
     their threads waiting."""
