@@ -322,7 +322,7 @@ TEST(RtspClientEnds, AFloodDoesNotHoldUpTheLoop)
     std::atomic<bool> passed{false};
     bool early = false;
     std::size_t packets = 0;
-    world.events.within = [&](const std::string& event)
+    const auto judge = [&](const std::string& event)
     {
         if (event == "packet" && ++packets == 1)
         {
@@ -330,6 +330,7 @@ TEST(RtspClientEnds, AFloodDoesNotHoldUpTheLoop)
         }
         early = early || (packets < 4'000 && passed);
     };
+    runOn(world.loop, [&] { world.events.within = judge; });
     camera->send(flood);
     ASSERT_TRUE(world.events.waitPackets(4'000));
     runOn(world.loop, [&] { EXPECT_TRUE(early) << "posted work waited for all of the flood"; });
