@@ -181,7 +181,7 @@ std::unique_ptr<RtspServices> ServerWorld::services(bool users) const
     {
         config.users = {{"admin", "secret"}, {"guest", "visit"}};
     }
-    auto services = std::make_unique<RtspServices>(config, routes_, steadyMilliseconds);
+    auto services = std::make_unique<RtspServices>(config, routes_, HostClock::system());
     std::string error;
     services->udp = UdpServer::open(UdpServer::Options(), error);
     MulticastServer::Options multicast;

@@ -46,9 +46,9 @@ bool namesTheSame(std::string_view requestUri, std::string_view digestUri)
 
 }  // namespace
 
-Authenticator::Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock,
+Authenticator::Authenticator(const std::vector<UserConfig>& users, std::string realm, const HostClock& clock,
                              bool digestWithoutQop)
-    : realm_(std::move(realm)), digestWithoutQop_(digestWithoutQop), nonces_(std::move(clock))
+    : realm_(std::move(realm)), digestWithoutQop_(digestWithoutQop), nonces_(clock)
 {
     for (const UserConfig& user : users)
     {

@@ -37,7 +37,7 @@ public:
     /// Without users every request is granted.
     /// \param digestWithoutQop  whether Digest responses without qop are accepted, which can be replayed from
     ///                          their client's address for NonceStore::uncountedLifetime
-    Authenticator(const std::vector<UserConfig>& users, std::string realm, MonotonicClock clock,
+    Authenticator(const std::vector<UserConfig>& users, std::string realm, const HostClock& clock,
                   bool digestWithoutQop = true);
 
     bool enabled() const;

@@ -39,13 +39,13 @@ MonotonicTime issuedAt(std::string_view nonce)
 
 }  // namespace
 
-NonceStore::NonceStore(MonotonicClock clock) : clock_(std::move(clock)), key_(newKey()) {}
+NonceStore::NonceStore(const HostClock& clock) : clock_(clock), key_(newKey()) {}
 
 std::string NonceStore::issue(const Client& client) const
 {
     std::string nonce;
     nonce.reserve(nonceDigits);
-    const auto now = std::chrono::floor<std::chrono::milliseconds>(readClock(clock_).time_since_epoch());
+    const auto now = std::chrono::floor<std::chrono::milliseconds>(clock_.now().time_since_epoch());
     appendHex64(nonce, static_cast<std::uint64_t>(now.count()));
     std::uint64_t number = 0;
     fillRandom(&number, sizeof number);
@@ -98,7 +98,7 @@ bool NonceStore::use(std::string_view nonce, std::uint64_t nonceCount, const Cli
         return false;
     }
     const MonotonicTime issued = issuedAt(nonce);
-    const Duration age = readClock(clock_) - issued;
+    const Duration age = clock_.now() - issued;
     if (nonceCount == 0)
     {
         return age < uncountedLifetime || isOfConnection(nonce, client);

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "refhost/base/MonotonicClock.h"
+#include "refhost/base/HostClock.h"
 #include "refhost/base/Mutex.h"
 #include "refhost/base/SocketAddress.h"
 
@@ -38,7 +38,8 @@ public:
     static constexpr std::chrono::minutes uncountedLifetime{1};
     static constexpr std::size_t maxRemembered = 4096;
 
-    explicit NonceStore(MonotonicClock clock);
+    /// \param clock  outlives the store
+    explicit NonceStore(const HostClock& clock);
 
     /// A new nonce: unpredictable hexadecimal text.
     std::string issue(const Client& client) const;
@@ -66,7 +67,7 @@ private:
     bool useCounted(const std::string& nonce, std::uint64_t nonceCount, MonotonicTime issued);
     void remember(const std::string& nonce) OV_REQUIRES(mutex_);
 
-    const MonotonicClock clock_;
+    const HostClock& clock_;
     const std::string key_;
     mutable Mutex mutex_;
     std::unordered_map<std::string, Uses> uses_ OV_GUARDED_BY(mutex_);

@@ -6,8 +6,8 @@
 namespace refhost
 {
 
-ClientOutput::ClientOutput(ByteStream& stream, std::size_t maxWaiting, MonotonicClock clock)
-    : stream_(stream), maxWaiting_(maxWaiting), clock_(std::move(clock))
+ClientOutput::ClientOutput(ByteStream& stream, std::size_t maxWaiting, const HostClock& clock)
+    : stream_(stream), maxWaiting_(maxWaiting), clock_(clock)
 {
 }
 
@@ -268,7 +268,7 @@ void ClientOutput::clearCork()
 
 bool ClientOutput::burstIsOver()
 {
-    const MonotonicTime now = readClock(clock_);
+    const MonotonicTime now = clock_.now();
     if (now - burstStart_ >= burstTime)
     {
         burstStart_ = now;

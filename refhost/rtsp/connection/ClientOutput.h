@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "refhost/base/MonotonicClock.h"
+#include "refhost/base/HostClock.h"
 #include "refhost/base/Mutex.h"
 #include "refhost/net/ByteStream.h"
 #include "refhost/rtp/InterleavedTransport.h"
@@ -38,7 +38,7 @@ public:
     /// \param stream      stays open until close() returns; watched for `sendable` while onWritable() is
     ///                    needed
     /// \param maxWaiting  bytes of responses that may wait for a client that does not read
-    ClientOutput(ByteStream& stream, std::size_t maxWaiting, MonotonicClock clock);
+    ClientOutput(ByteStream& stream, std::size_t maxWaiting, const HostClock& clock);
 
     /// Gathers output in `buffer` until uncork(), or until it is worth a system call. The buffer is empty,
     /// owned by the loop, and used under this object's lock.
@@ -99,7 +99,7 @@ private:
 
     ByteStream& stream_;
     const std::size_t maxWaiting_;
-    const MonotonicClock clock_;
+    const HostClock& clock_;
     std::atomic<std::uint64_t> bytesTaken_{0};
     mutable Mutex mutex_;
     State state_ OV_GUARDED_BY(mutex_) = State::open;

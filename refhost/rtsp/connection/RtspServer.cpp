@@ -49,7 +49,7 @@ RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes)
 RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes, Options options)
     : config_(config),
       options_(std::move(options)),
-      services_(config_, std::move(routes), options_.clock),
+      services_(config_, std::move(routes), *options_.clock),
       slots_(config_.limits.connections, config_.limits.connectionsPerAddress),
       refused_(refusedAtOnce, refusedAtOnce)
 {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "refhost/base/Descriptor.h"
-#include "refhost/base/MonotonicClock.h"
+#include "refhost/base/HostClock.h"
 #include "refhost/config/Config.h"
 #include "refhost/net/TcpListener.h"
 #include "refhost/rtsp/connection/ConnectionLoop.h"
@@ -31,7 +31,8 @@ class RtspServer
 public:
     struct Options
     {
-        MonotonicClock clock = steadyMilliseconds;
+        /// Not null, outlives the server.
+        const HostClock* clock = &HostClock::system();
         std::chrono::milliseconds sweepInterval =
             std::chrono::seconds(1);  ///< interval of the timeout checks
     };

@@ -6,10 +6,10 @@
 namespace refhost
 {
 
-RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock)
+RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, const HostClock& hostClock)
     : limits(config.limits),
       auth(config.auth),
-      clock(std::move(monotonicClock)),
+      clock(hostClock),
       routes(std::move(mediaRoutes)),
       sessions(limits),
       authenticator(config.users, config.realm, clock, config.digestWithoutQop),

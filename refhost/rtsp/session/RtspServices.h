@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "refhost/base/MonotonicClock.h"
+#include "refhost/base/HostClock.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtp/multicast/MulticastServer.h"
 #include "refhost/rtp/udp/UdpServer.h"
@@ -20,17 +20,18 @@ namespace refhost
 /// connections.
 struct RtspServices
 {
-    RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, MonotonicClock monotonicClock);
+    /// \param hostClock  outlives the services
+    RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, const HostClock& hostClock);
 
     /// The time of `clock`.
     MonotonicTime now() const
     {
-        return readClock(clock);
+        return clock.now();
     }
 
     const LimitsConfig limits;
     const AuthConfig auth;
-    const MonotonicClock clock;
+    const HostClock& clock;
     const MediaRoutes routes;
     SessionTable sessions;
     Authenticator authenticator;

@@ -55,13 +55,13 @@ protected:
     }
 
     SteppedClock time_;
-    Authenticator authenticator_{{{"admin", "secret"}, {"other", "p:w"}}, "here", time_.clock()};
+    Authenticator authenticator_{{{"admin", "secret"}, {"other", "p:w"}}, "here", time_};
     std::string challenge_;
 };
 
 TEST_F(AuthenticatorTest, WithoutUsersEverybodyIsGranted)
 {
-    Authenticator open({}, "here", time_.clock());
+    Authenticator open({}, "here", time_);
     EXPECT_FALSE(open.enabled());
     EXPECT_EQ(open.check("DESCRIBE", url, "", here).verdict, Verdict::granted);
 }
@@ -155,7 +155,7 @@ TEST_F(AuthenticatorTest, AnAnswerWithoutQopIsGoodOnItsConnectionAndForAMinuteOn
 
 TEST_F(AuthenticatorTest, AnswersWithoutQopCanBeRefused)
 {
-    Authenticator strict({{"admin", "secret"}}, "here", time_.clock(), false);
+    Authenticator strict({{"admin", "secret"}}, "here", time_, false);
     ResponseWriter writer;
     writer.start(rtspUnauthorized, "1");
     strict.challenge(writer, false, here);

@@ -19,7 +19,7 @@ class NonceStoreTest : public testing::Test
 {
 protected:
     SteppedClock time_;
-    NonceStore store_{time_.clock()};
+    NonceStore store_{time_};
 };
 
 TEST_F(NonceStoreTest, TakesEveryCountOnce)
@@ -94,7 +94,7 @@ TEST_F(NonceStoreTest, RefusesNoncesThatItDidNotIssue)
         EXPECT_FALSE(store_.use(changed, i < 64 ? 1 : 0, hereAgain)) << "digit " << i;
         EXPECT_FALSE(store_.use(nonce.substr(0, i), 1, here));
     }
-    EXPECT_FALSE(NonceStore(time_.clock()).use(nonce, 1, here));
+    EXPECT_FALSE(NonceStore(time_).use(nonce, 1, here));
     EXPECT_TRUE(store_.use(nonce, 1, here));
 }
 

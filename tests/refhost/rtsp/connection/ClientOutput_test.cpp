@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "refhost/net/TcpStream.h"
+#include "tests/refhost/base/ManualClock.h"
 #include "tests/refhost/net/ForwardingStream.h"
 
 namespace refhost
@@ -72,7 +73,7 @@ protected:
 
     void makeOutput()
     {
-        output_ = std::make_unique<ClientOutput>(*stream_, 10000, [this] { return nowMs_.load(); });
+        output_ = std::make_unique<ClientOutput>(*stream_, 10000, clock_);
     }
 
     void closeClient()
@@ -120,7 +121,7 @@ protected:
 
     int sockets_[2] = {-1, -1};
     std::atomic<bool> watched_{false};
-    std::atomic<std::int64_t> nowMs_{1000};
+    test::ManualClock clock_;
     std::unique_ptr<ByteStream> stream_;
     std::unique_ptr<ClientOutput> output_;
 };
@@ -348,7 +349,8 @@ public:
 TEST_F(ClientOutputTest, ShortWritesGoOnWhereTheyStopped)
 {
     SingleByteStream stream(std::make_shared<TcpStream>(Descriptor(), SocketAddress()));
-    ClientOutput output(stream, 10000, [] { return 0; });
+    const test::ManualClock clock;
+    ClientOutput output(stream, 10000, clock);
     std::string buffer;
     output.cork(buffer);
     output.sendResponse("response");
@@ -422,7 +424,7 @@ TEST_F(ClientOutputTest, FramesAtTheirUsualDistanceAreNoBurst)
     {
         ASSERT_EQ(frames(frame), SendStatus::sent);
         read();
-        nowMs_ += 20;
+        clock_.advanceMs(20);
     }
 }
 

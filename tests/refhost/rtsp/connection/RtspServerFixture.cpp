@@ -47,7 +47,7 @@ void addLive(MediaRoutes& routes)
 
 std::int64_t nowNs()
 {
-    return HostClock::system().monotonicNs();
+    return nsOf(HostClock::system().now());
 }
 
 }  // namespace
@@ -79,7 +79,7 @@ RtspServerFixture::~RtspServerFixture()
 void RtspServerFixture::start()
 {
     RtspServer::Options options;
-    options.clock = time.clock();
+    options.clock = &time;
     options.sweepInterval = std::chrono::milliseconds(5);
     server = std::make_unique<RtspServer>(config, routes, options);
     std::string error;

@@ -3,34 +3,38 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <memory>
 
-#include "refhost/base/MonotonicClock.h"
+#include "refhost/base/HostClock.h"
 
 namespace refhost
 {
 
 /// The real clock plus an offset that a test sets, so that the times which transports report still fit.
-class SteppedClock
+class SteppedClock : public HostClock
 {
 public:
+    MonotonicTime now() const override
+    {
+        return system().now() + offset_.load();
+    }
+
+    WallTime wallNow() const override
+    {
+        return system().wallNow() + offset_.load();
+    }
+
     void advance(std::int64_t milliseconds)
     {
-        *offset_ += milliseconds;
+        advance(std::chrono::milliseconds(milliseconds));
     }
 
     void advance(std::chrono::milliseconds span)
     {
-        advance(static_cast<std::int64_t>(span.count()));
-    }
-
-    MonotonicClock clock() const
-    {
-        return [offset = offset_] { return steadyMilliseconds() + *offset; };
+        offset_ = offset_.load() + span;
     }
 
 private:
-    std::shared_ptr<std::atomic<std::int64_t>> offset_ = std::make_shared<std::atomic<std::int64_t>>(0);
+    std::atomic<Duration> offset_{Duration::zero()};
 };
 
 }  // namespace refhost

@@ -78,7 +78,7 @@ protected:
         return "rtsp://127.0.0.1/" + path;
     }
 
-    RtspServices services_{withTimeout(config), routes, time.clock()};
+    RtspServices services_{withTimeout(config), routes, time};
     ConnectionSlots slots_{8, 8};
     AddressLimiter refused_{8, 8};
     std::unique_ptr<ConnectionLoop> other_ =
