@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-
 #include "refhost/base/Times.h"
 #include "refhost/base/WallClock.h"
 
@@ -20,22 +18,6 @@ public:
     virtual MonotonicTime now() const = 0;
     /// The system's wall clock as it is set at present. Media are dated by wall() instead.
     virtual WallTime wallNow() const = 0;
-
-    /// wallNow() in nanoseconds since 1970.
-    std::int64_t wallNs() const
-    {
-        return wallNow().time_since_epoch().count();
-    }
-    /// now() in milliseconds.
-    std::int64_t monotonicMs() const
-    {
-        return std::chrono::floor<std::chrono::milliseconds>(now().time_since_epoch()).count();
-    }
-    /// now() in nanoseconds.
-    std::int64_t monotonicNs() const
-    {
-        return now().time_since_epoch().count();
-    }
 
     /// The mapping from monotonic instants to dates.
     WallClock& wall() const

@@ -83,7 +83,7 @@ public:
         switch (what)
         {
             case 0:
-                clock_.advanceMs(size == 0 ? 1 : data[0]);
+                clock_.advance(std::chrono::milliseconds(size == 0 ? 1 : data[0]));
                 return true;
             case 1:
                 return rtp(Bytes(data, data + size));

@@ -29,25 +29,10 @@ public:
         nowNs_.fetch_add(span.count());
     }
 
-    void advanceMs(std::int64_t ms)
-    {
-        nowNs_.fetch_add(ms * 1'000'000);
-    }
-
     /// Sets the wall clock forward, or back.
-    void setWall(std::int64_t byMs)
-    {
-        setWallNs(byMs * 1'000'000);
-    }
-
     void setWall(Duration by)
     {
         setNs_.fetch_add(by.count());
-    }
-
-    void setWallNs(std::int64_t byNs)
-    {
-        setNs_.fetch_add(byNs);
     }
 
 private:

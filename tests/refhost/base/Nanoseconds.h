@@ -22,6 +22,12 @@ inline std::int64_t nsOf(Duration span)
     return span.count();
 }
 
+template <class Clock>
+std::int64_t msOf(std::chrono::time_point<Clock, Duration> instant)
+{
+    return std::chrono::floor<std::chrono::milliseconds>(instant.time_since_epoch()).count();
+}
+
 inline MonotonicTime instantOf(std::int64_t ns)
 {
     return MonotonicTime(Duration(ns));

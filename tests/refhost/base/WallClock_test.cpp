@@ -44,7 +44,7 @@ protected:
 TEST_F(WallClockTest, EqualsTheSystemsClock)
 {
     EXPECT_EQ(Duration::zero(), error());
-    clock.advanceMs(90 * minute);
+    clock.advance(std::chrono::milliseconds(90 * minute));
     EXPECT_EQ(Duration::zero(), error());
     EXPECT_EQ(0U, clock.wall().steps());
 }
@@ -54,8 +54,8 @@ TEST_F(WallClockTest, FollowsAStepAtOnce)
     for (const std::int64_t by : {decade, -decade, 250 * minute, std::int64_t{-201}})
     {
         const std::uint32_t before = clock.wall().steps();
-        clock.setWall(by);
-        clock.advanceMs(200);
+        clock.setWall(std::chrono::milliseconds(by));
+        clock.advance(std::chrono::milliseconds(200));
         EXPECT_EQ(Duration::zero(), error()) << by;
         EXPECT_EQ(before + 1, clock.wall().steps()) << by;
     }
@@ -65,10 +65,10 @@ TEST_F(WallClockTest, FollowsAStepAtOnce)
 TEST_F(WallClockTest, LogsAStepWithItsSizeAndBothDates)
 {
     CapturedErrors log;
-    clock.setWall(-3'600'500);
-    clock.advanceMs(200);
+    clock.setWall(std::chrono::milliseconds(-3'600'500));
+    clock.advance(std::chrono::milliseconds(200));
     clock.wall().mapping();
-    clock.advanceMs(minute);
+    clock.advance(std::chrono::milliseconds(minute));
     clock.wall().mapping();
     const auto lines = log.linesWith("the clock was set");
     ASSERT_EQ(1U, lines.size());
@@ -81,11 +81,11 @@ TEST_F(WallClockTest, FollowsASmallCorrectionSmoothly)
 {
     for (const std::int64_t by : {150, -150})
     {
-        clock.setWall(by);
+        clock.setWall(std::chrono::milliseconds(by));
         WallTime last = mapped();
         for (int i = 0; i < 310; ++i)
         {
-            clock.advanceMs(1000);
+            clock.advance(std::chrono::milliseconds(1000));
             const WallTime now = mapped();
             ASSERT_LE(std::chrono::abs(now - last - 1s), WallClock::slewPerSecond);
             last = now;
@@ -98,8 +98,8 @@ TEST_F(WallClockTest, FollowsASmallCorrectionSmoothly)
 TEST_F(WallClockTest, IgnoresADifferenceWithinTheErrorOfAReading)
 {
     const Duration before = clock.wall().mapping().offset;
-    clock.setWallNs(90'000);
-    clock.advanceMs(minute);
+    clock.setWall(std::chrono::microseconds(90));
+    clock.advance(std::chrono::milliseconds(minute));
     EXPECT_EQ(before, clock.wall().mapping().offset);
 }
 
@@ -107,8 +107,8 @@ TEST_F(WallClockTest, SmallCorrectionsThatAddUpBecomeAStep)
 {
     for (int i = 0; i < 5; ++i)
     {
-        clock.setWall(150);
-        clock.advanceMs(1000);
+        clock.setWall(std::chrono::milliseconds(150));
+        clock.advance(std::chrono::milliseconds(1000));
         EXPECT_LT(std::chrono::abs(error()), WallClock::minStep);
     }
     EXPECT_GT(clock.wall().steps(), 0U);
@@ -117,8 +117,8 @@ TEST_F(WallClockTest, SmallCorrectionsThatAddUpBecomeAStep)
 TEST_F(WallClockTest, SuspendIsAStepForward)
 {
     // The monotonic clock stops during a suspend.
-    clock.setWall(minute * 60 * 8);
-    clock.advanceMs(200);
+    clock.setWall(std::chrono::milliseconds(minute * 60 * 8));
+    clock.advance(std::chrono::milliseconds(200));
     EXPECT_EQ(Duration::zero(), error());
     EXPECT_EQ(1U, clock.wall().mapping().steps);
     EXPECT_EQ(0U, clock.wall().mapping().stepsBack);

@@ -160,7 +160,7 @@ TEST_F(CameraStreamTest, VideoAndAudioHaveOneTimeline)
     source->acquire();
     ASSERT_TRUE(video->waitForUnits(5));
     ASSERT_TRUE(audio->waitForUnits(20));
-    const std::int64_t now = HostClock::system().monotonicNs();
+    const std::int64_t now = test::nsOf(HostClock::system().now());
     const AccessUnit& frame = *video->units()[0];
     const AccessUnit& audioUnit = *audio->units()[0];
     EXPECT_EQ(audioUnit.packets.size(), 1U);

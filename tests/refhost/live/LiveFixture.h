@@ -122,7 +122,7 @@ protected:
     AccessUnitPtr tickVideo()
     {
         const bool key = frame % gop == 0;
-        auto unit = makeUnit(videoBase + static_cast<std::uint32_t>(frame) * 3600U, clock.monotonicNs(), key,
+        auto unit = makeUnit(videoBase + static_cast<std::uint32_t>(frame) * 3600U, nsOf(clock.now()), key,
                              key ? 9 : 3);
         ++frame;
         source->feed(video, unit);
@@ -131,9 +131,9 @@ protected:
 
     AccessUnitPtr tickAudio()
     {
-        clock.advanceMs(blockMs);
-        auto unit = makeUnit(audioBase + static_cast<std::uint32_t>(block) * 160U, clock.monotonicNs(), true,
-                             1, 160, 160);
+        clock.advance(std::chrono::milliseconds(blockMs));
+        auto unit = makeUnit(audioBase + static_cast<std::uint32_t>(block) * 160U, nsOf(clock.now()), true, 1,
+                             160, 160);
         ++block;
         source->feed(audio, unit);
         return unit;

@@ -300,7 +300,7 @@ TEST_F(LiveSessionDispatcherTest, SessionsComeAndGoWhileTheSourceRuns)
     for (int i = 0; i < 200; ++i)
     {
         tickVideo();
-        clock.advanceMs(1);
+        clock.advance(std::chrono::milliseconds(1));
     }
     client.join();
     EXPECT_EQ(0U, sessions.sessionCount());

@@ -111,8 +111,8 @@ TEST_F(TrackSenderTest, LateAudioLosesWhatIsOlderThanASecond)
     ticks(20);
     audioWire->capacity = SIZE_MAX;
     audioWire->ready();
-    EXPECT_EQ(0, (clock.monotonicNs() - nsOf(audioWire->units().back()->captureTime)));
-    EXPECT_GE(nsOf(audioWire->units()[15]->captureTime), clock.monotonicNs() - 1'000'000'000);
+    EXPECT_EQ(0, (nsOf(clock.now()) - nsOf(audioWire->units().back()->captureTime)));
+    EXPECT_GE(nsOf(audioWire->units()[15]->captureTime), nsOf(clock.now()) - 1'000'000'000);
     EXPECT_GT(statistics("s", audio).unitsSkipped, 10U);
     EXPECT_TRUE(audioWire->contiguous());
 }

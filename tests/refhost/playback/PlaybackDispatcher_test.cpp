@@ -106,7 +106,7 @@ TEST_F(PlaybackDispatcherTest, MissingRecordingIsCachedForAShortTime)
     service.scheduler().runDue();
     clock.advance(PlaybackCatalog::maxNothingAge - std::chrono::milliseconds(1));
     EXPECT_EQ(service.catalog().describe(record, described), hostRecordingUnknown);
-    clock.advanceMs(1);
+    clock.advance(std::chrono::milliseconds(1));
     EXPECT_EQ(service.catalog().describe(record, described), hostStreamNotReady);
 }
 

@@ -276,7 +276,7 @@ protected:
         runWorkers();
         for (std::int64_t passed = 0; passed < ms; passed += 5)
         {
-            clock.advanceMs(5);
+            clock.advance(std::chrono::milliseconds(5));
             runWorkers();
         }
     }

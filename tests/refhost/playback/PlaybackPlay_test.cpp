@@ -182,7 +182,7 @@ TEST_F(PlaybackPlay, NothingLeavesAfterPause)
     const auto before = wire->units().size();
     ASSERT_EQ(session->pause(video), 0);
     EXPECT_EQ(session->pause(video), 0);
-    clock.advanceMs(1000);
+    clock.advance(std::chrono::milliseconds(1000));
     runWorkers();
     EXPECT_EQ(wire->units().size(), before);
 }

@@ -103,7 +103,7 @@ TEST_F(PlaybackPumpTest, ReturnsWhenTheNextUnitIsDue)
     pump->start(*video, begin);
     pump->readAhead().queue().add(unitAt(frameLength));
     EXPECT_EQ(run(), clock.now() + 40ms);
-    clock.advanceMs(40);
+    clock.advance(std::chrono::milliseconds(40));
     EXPECT_EQ(run(), PlaybackWork::never) << "the queue is empty and the end is not known";
     EXPECT_EQ(frames->units().size(), 2U);
 }
@@ -116,7 +116,7 @@ TEST_F(PlaybackPumpTest, EndsWithByeWhenTheLastFrameWasDisplayed)
     pump->readAhead().add({{}, PlaybackSource::Result::end}, clock.now());
     EXPECT_EQ(run(), clock.now() + 40ms);
     EXPECT_EQ(pump->state(), PlaybackState::playing);
-    clock.advanceMs(40);
+    clock.advance(std::chrono::milliseconds(40));
     run();
     EXPECT_EQ(pump->state(), PlaybackState::ended);
     EXPECT_FALSE(video->playing());
@@ -154,7 +154,7 @@ TEST_F(PlaybackPumpTest, AfterTheEndANewPlaceIsPaused)
     pump->start(*video, begin);
     pump->readAhead().add({{}, PlaybackSource::Result::end}, clock.now());
     run();
-    clock.advanceMs(40);
+    clock.advance(std::chrono::milliseconds(40));
     run();
     ASSERT_EQ(pump->state(), PlaybackState::ended);
     moveTo(0s, true);

@@ -56,9 +56,9 @@ TEST_F(PlaybackSchedulerTest, WorkRunsAgainWhenItIsDue)
     work->action = [](MonotonicTime now) { return now + 40ms; };
     scheduler.wake(work);
     scheduler.runDue();
-    clock.advanceMs(39);
+    clock.advance(std::chrono::milliseconds(39));
     EXPECT_EQ(scheduler.runDue(), 0U);
-    clock.advanceMs(1);
+    clock.advance(std::chrono::milliseconds(1));
     EXPECT_EQ(scheduler.runDue(), 1U);
     EXPECT_EQ(scheduler.nextDue(), clock.now() + 40ms);
 }
@@ -83,7 +83,7 @@ TEST_F(PlaybackSchedulerTest, WorkWokenRepeatedlyDoesNotStarveOthers)
     patient->action = [](MonotonicTime now) { return now + 10ms; };
     scheduler.wake(patient);
     scheduler.runDue();
-    clock.advanceMs(20);
+    clock.advance(std::chrono::milliseconds(20));
     work->action = [this](MonotonicTime)
     {
         scheduler.wake(work);
@@ -101,7 +101,7 @@ TEST_F(PlaybackSchedulerTest, WhatNobodyHoldsIsDropped)
     scheduler.runDue();
     EXPECT_EQ(scheduler.size(), 1U);
     work.reset();
-    clock.advanceMs(10);
+    clock.advance(std::chrono::milliseconds(10));
     scheduler.runDue();
     EXPECT_EQ(scheduler.size(), 0U);
 }

@@ -58,7 +58,7 @@ TEST_F(PlaybackSpeeds, ClockThatWasSetBackDoesNotHoldUpAChangeOfSpeed)
         make(0, 20);
         setUpBoth(1, 1);
         pass(1000);
-        clock.setWall(byMs);
+        clock.setWall(std::chrono::milliseconds(byMs));
         EXPECT_EQ(session->setSpeed(video, 1, 2), 0);
         pass(1000);
         EXPECT_NEAR(secondsOf(*frames).back(), 3, 0.05) << byMs;

@@ -99,7 +99,7 @@ TEST_F(PlaybackTransports, OverUdpAShortStallCausesNoBurst)
     pass(1000);
     const auto before = wire->units().size();
     wire->capacity = SIZE_MAX;
-    clock.advanceMs(5);
+    clock.advance(std::chrono::milliseconds(5));
     runWorkers();
     EXPECT_GT(wire->units().size(), before) << "it is tried again without a report of the transport";
     EXPECT_LE(wire->units().size(), before + 6) << "of the 25 that were due";

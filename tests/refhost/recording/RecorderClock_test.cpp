@@ -62,7 +62,7 @@ protected:
     {
         source_->giveMedia(begin, end);
         source_->drain();
-        clock_.advanceMs(static_cast<std::int64_t>((end - begin) * 1000));
+        clock_.advance(std::chrono::milliseconds(static_cast<std::int64_t>((end - begin) * 1000)));
     }
 
     RecordedMedia recordings() const
@@ -107,7 +107,7 @@ protected:
 TEST_F(RecorderClockTest, AClockThatIsSetForwardStartsARangeWithItsTimeAndLosesNothing)
 {
     give(0, 2);
-    clock_.setWall(hourMs);
+    clock_.setWall(std::chrono::milliseconds(hourMs));
     give(2, 5);
     stop();
     EXPECT_EQ(recordings(), (RecordedMedia{{0, 2}, {3602, 3605}}));
@@ -117,7 +117,7 @@ TEST_F(RecorderClockTest, RangeStartsWithTheNextKeyFrameRequestedFromTheSource)
 {
     give(0, 2.4);
     EXPECT_EQ(source_->keyFrameRequests, 0);
-    clock_.setWall(hourMs);
+    clock_.setWall(std::chrono::milliseconds(hourMs));
     give(2.4, 5);
     EXPECT_EQ(source_->keyFrameRequests, 1);
     stop();
@@ -127,12 +127,12 @@ TEST_F(RecorderClockTest, RangeStartsWithTheNextKeyFrameRequestedFromTheSource)
 TEST_F(RecorderClockTest, AClockThatWasDecadesBehindAndIsSetLeavesBothTimes)
 {
     constexpr std::int64_t decadesMs = 50LL * 365 * 24 * hourMs;
-    clock_.setWall(-decadesMs);
+    clock_.setWall(std::chrono::milliseconds(-decadesMs));
     endRecording(*recorder_);
     record();
-    clock_.advanceMs(200);
+    clock_.advance(std::chrono::milliseconds(200));
     give(0, 2);
-    clock_.setWall(decadesMs);
+    clock_.setWall(std::chrono::milliseconds(decadesMs));
     give(2, 4);
     stop();
     EXPECT_EQ(recordings(), (RecordedMedia{{-decadesMs / 1e3, 2 - decadesMs / 1e3}, {2, 4}}));
@@ -141,9 +141,9 @@ TEST_F(RecorderClockTest, AClockThatWasDecadesBehindAndIsSetLeavesBothTimes)
 TEST_F(RecorderClockTest, AClockThatIsSetBackWritesBesideWhatIsThere)
 {
     give(0, 3);
-    clock_.setWall(-2 * hourMs);
+    clock_.setWall(std::chrono::milliseconds(-2 * hourMs));
     give(3, 6);
-    clock_.setWall(2 * hourMs);
+    clock_.setWall(std::chrono::milliseconds(2 * hourMs));
     give(6, 8);
     stop();
     EXPECT_THAT(files(), ElementsAre(Pair(0, 3), Pair(3 - 7200, 3), Pair(6, 2)));
@@ -152,9 +152,9 @@ TEST_F(RecorderClockTest, AClockThatIsSetBackWritesBesideWhatIsThere)
 TEST_F(RecorderClockTest, AClockThatComesToTheSameMicrosecondAgainOverwritesNothing)
 {
     give(0, 3);
-    clock_.setWall(-3000);
+    clock_.setWall(std::chrono::milliseconds(-3000));
     give(3, 6);
-    clock_.setWall(-3000);
+    clock_.setWall(std::chrono::milliseconds(-3000));
     give(6, 9);
     stop();
     EXPECT_THAT(files(), ElementsAre(Pair(0, 3), Pair(1e-6, 3), Pair(2e-6, 3)));
@@ -163,9 +163,9 @@ TEST_F(RecorderClockTest, AClockThatComesToTheSameMicrosecondAgainOverwritesNoth
 TEST_F(RecorderClockTest, ASmallCorrectionStartsNoRange)
 {
     give(0, 2);
-    clock_.setWall(100);
+    clock_.setWall(std::chrono::milliseconds(100));
     give(2, 25);
-    clock_.setWall(-100);
+    clock_.setWall(std::chrono::milliseconds(-100));
     give(25, 48);
     stop();
     ASSERT_EQ(recordings().size(), 1U);

@@ -73,7 +73,7 @@ public:
         EXPECT_EQ(0, session.play());
         schedule(network);
         bool fault = false;
-        for (int now = 0; now < packets * 20 + 200; ++now, clock_.advanceMs(1))
+        for (int now = 0; now < packets * 20 + 200; ++now, clock_.advance(std::chrono::milliseconds(1)))
         {
             const auto due = arrivals_.equal_range(now);
             for (auto arrival = due.first; arrival != due.second; ++arrival)

@@ -31,7 +31,7 @@ TEST_F(TalkReceiveQueueTest, GivesPacketsInTheirOrderWithTheirTime)
 {
     receiveQueue.open();
     put(1);
-    clock.advanceMs(5);
+    clock.advance(std::chrono::milliseconds(5));
     put(2);
     ASSERT_TRUE(receiveQueue.takeRtp(packet));
     EXPECT_EQ((std::vector<std::uint8_t>{1}), packet.bytes);

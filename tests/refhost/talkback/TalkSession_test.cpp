@@ -136,7 +136,7 @@ TEST_F(TalkSessionTest, AudioWaitingForAMissingPacketRequestsAnotherTurn)
     talk->session.receive(fault);
     talk->bring(3);
     EXPECT_EQ(audioDispatcherAgain, talk->session.receive(fault));
-    clock.advanceMs(40);
+    clock.advance(std::chrono::milliseconds(40));
     EXPECT_EQ(0, talk->session.receive(fault));
     EXPECT_EQ((std::vector<std::int16_t>{1, -1, 3}), player_->played);
 }
@@ -280,12 +280,12 @@ TEST_F(TalkSessionTest, ReceiverReportsHaveLossJitterAndTheSendersReport)
             talk->bring(number);
             talk->session.receive(fault);
         }
-        clock.advanceMs(20);
+        clock.advance(std::chrono::milliseconds(20));
     }
     talk->bringRtcp(senderReport(senderSsrc, 1'500'000'000, false));
     EXPECT_EQ(0, talk->session.report());
     EXPECT_EQ(0U, talk->reports());
-    clock.advanceMs(600);
+    clock.advance(std::chrono::milliseconds(600));
     EXPECT_EQ(0, talk->session.report());
     ASSERT_EQ(1U, talk->reports());
     RtcpFindings sent = talk->lastReport();
@@ -298,9 +298,9 @@ TEST_F(TalkSessionTest, ReceiverReportsHaveLossJitterAndTheSendersReport)
     EXPECT_EQ(NtpTime(WallTime(std::chrono::milliseconds(1500))).compact(), sent.report.lastReport);
     EXPECT_EQ(600U * 65536 / 1000, sent.report.delaySinceReport);
     EXPECT_EQ(audioDispatcherIdle, talk->session.report());
-    clock.advanceMs(4999);
+    clock.advance(std::chrono::milliseconds(4999));
     EXPECT_EQ(audioDispatcherIdle, talk->session.report());
-    clock.advanceMs(1);
+    clock.advance(std::chrono::milliseconds(1));
     EXPECT_EQ(0, talk->session.report());
     EXPECT_EQ(0, talk->lastReport().report.fractionLost);
     EXPECT_EQ(3, talk->lastReport().report.cumulativeLost);
@@ -309,7 +309,7 @@ TEST_F(TalkSessionTest, ReceiverReportsHaveLossJitterAndTheSendersReport)
 TEST_F(TalkSessionTest, AClientThatSendsNothingIsReportedOnWithoutABlock)
 {
     const auto talk = playingTalk();
-    clock.advanceMs(1000);
+    clock.advance(std::chrono::milliseconds(1000));
     EXPECT_EQ(0, talk->session.report());
     EXPECT_FALSE(talk->lastReport().reported);
 }
@@ -321,7 +321,7 @@ TEST_F(TalkSessionTest, ByeOfTheTalkSenderEndsTheSession)
     talk->session.receive(fault);
     talk->bringRtcp(senderReport(0x99, 0, true));
     EXPECT_EQ(0, talk->session.report()) << "somebody else left";
-    clock.advanceMs(1000);
+    clock.advance(std::chrono::milliseconds(1000));
     talk->session.report();
     EXPECT_EQ(1U, talk->reports());
     talk->bringRtcp(senderReport(senderSsrc, 0, true));
@@ -363,7 +363,7 @@ TEST_F(TalkSessionTest, EndSendsByeOnceAndReleasesTheConnection)
 {
     auto talk = playingTalk();
     const auto wire = talk->wire;
-    clock.advanceMs(1000);
+    clock.advance(std::chrono::milliseconds(1000));
     talk->session.report();
     talk->session.stop();
     EXPECT_FALSE(talk->session.isPlaying());

@@ -62,7 +62,7 @@ TEST_F(NonceStoreTest, TakesAnswersWithoutCountForAMinuteFromItsAddress)
     EXPECT_TRUE(store_.use(nonce, 0, hereAgain));
     time_.advance(NonceStore::uncountedLifetime - std::chrono::seconds(10));
     EXPECT_TRUE(store_.use(nonce, 0, hereAgain));
-    time_.advance(10000);
+    time_.advance(std::chrono::milliseconds(10000));
     EXPECT_FALSE(store_.use(nonce, 0, hereAgain));
     EXPECT_EQ(store_.remembered(), 0u) << "there is nothing to remember";
 }
@@ -113,7 +113,7 @@ TEST_F(NonceStoreTest, RemembersABoundedNumberAndExpiresWhatItForgot)
     for (std::size_t i = 0; i <= NonceStore::maxRemembered; ++i)
     {
         nonces.push_back(store_.issue(here));
-        time_.advance(1);
+        time_.advance(std::chrono::milliseconds(1));
         ASSERT_TRUE(store_.use(nonces.back(), 1, here));
     }
     EXPECT_EQ(store_.remembered(), NonceStore::maxRemembered);

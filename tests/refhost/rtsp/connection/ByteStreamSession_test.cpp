@@ -135,10 +135,10 @@ protected:
 
     void expectReceiverReportIsActivity()
     {
-        time.advance(timeoutMs - 5000);
+        time.advance(std::chrono::milliseconds(timeoutMs - 5000));
         client_->send(std::string("$\x01\x00\x08\x80\xc9\x00\x01\x00\x00\x00\x2a", 12));
         EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
-        time.advance(10000);
+        time.advance(std::chrono::milliseconds(10000));
         EXPECT_EQ(services_.sessions.endExpired(services_.now()), 0u);
     }
 
@@ -156,7 +156,7 @@ protected:
 TEST_P(ByteStreamSession, IsServedCompletely)
 {
     // The real clock, which transports report, is behind the server's then.
-    time.advance(-timeoutMs);
+    time.advance(std::chrono::milliseconds(-timeoutMs));
     GetParam().connect(*this);
     ASSERT_NE(client_, nullptr);
     EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);

@@ -424,7 +424,7 @@ TEST_F(ClientOutputTest, FramesAtTheirUsualDistanceAreNoBurst)
     {
         ASSERT_EQ(frames(frame), SendStatus::sent);
         read();
-        clock_.advanceMs(20);
+        clock_.advance(std::chrono::milliseconds(20));
     }
 }
 

@@ -81,7 +81,7 @@ TEST_F(CongestedConnectionTest, ClientThatReadsNothingIsClosedEvenWithADeferredR
     retry();
     time.advance(RtspConnection::maxDeferral);
     retry();
-    time.advance(config.limits.handshakeTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.handshakeTimeout * 1000));
     EXPECT_TRUE(client_->ended());
 }
 

@@ -132,7 +132,7 @@ TEST_F(RtspConnectionTest, AStreamThatNeverGetsReadyIs503AfterTenSeconds)
     ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
     time.advance(RtspConnection::maxDeferral - std::chrono::seconds(1));
     EXPECT_EQ(client_->receive(50).kind, Received::Kind::nothing);
-    time.advance(1000);
+    time.advance(std::chrono::milliseconds(1000));
     EXPECT_EQ(client_->response().status, 503);
     EXPECT_EQ(client_->response().status, 200);
 }
@@ -240,7 +240,7 @@ TEST_F(RtspConnectionTest, ClientThatNeverReadsResponsesIsPausedAndThenClosed)
     EXPECT_LT(mute.sendSome(requests, 200), clientsOwn) << "the server takes requests without bound";
     EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
     EXPECT_EQ(server->connectionCount(), 2u);
-    time.advance(config.limits.handshakeTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.handshakeTimeout * 1000));
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 1; }));
     EXPECT_EQ(client_->request("OPTIONS", "*").status, 200);
 }

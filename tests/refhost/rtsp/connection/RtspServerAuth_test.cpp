@@ -133,10 +133,10 @@ TEST_F(RtspServerAuthTest, OptionsWithoutCredentialsDoNotKeepASessionAlive)
     UdpPort port;
     const std::string id = setUpAsAdmin(*client_, udpPorts + std::to_string(port.port()) + "\r\n");
     TestClient other(server->port());
-    time.advance(config.limits.sessionTimeout * 1000 - 1000);
+    time.advance(std::chrono::milliseconds(config.limits.sessionTimeout * 1000 - 1000));
     other.request("OPTIONS", url(), session(id));
     other.request("OPTIONS", url(), session(id) + guest);
-    time.advance(1000);
+    time.advance(std::chrono::milliseconds(1000));
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0; }));
 }
 
@@ -149,11 +149,11 @@ TEST_F(RtspServerAuthTest, OptionsWithoutCredentialsDoNotTieASessionToTheirConne
     other.request("OPTIONS", url(), session(id) + guest);
     other.close();
     ASSERT_TRUE(eventually([this] { return server->connectionCount() == 1; }));
-    time.advance(config.limits.orphanTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.orphanTimeout * 1000));
     EXPECT_EQ(client_->request("GET_PARAMETER", url(), session(id) + admin).status, 200);
     client_->close();
     ASSERT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
-    time.advance(config.limits.orphanTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.orphanTimeout * 1000));
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0; })) << "it is its maker's still";
 }
 

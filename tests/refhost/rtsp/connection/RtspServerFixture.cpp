@@ -138,7 +138,7 @@ bool RtspServerFixture::endedAfterHandshakeTimes(TestClient& client, int times)
 {
     for (int i = 0; i < times; ++i)
     {
-        time.advance(config.limits.handshakeTimeout * 1000);
+        time.advance(std::chrono::milliseconds(config.limits.handshakeTimeout * 1000));
         if (client.ended(20))
         {
             return true;

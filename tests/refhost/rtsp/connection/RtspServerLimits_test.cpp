@@ -79,7 +79,7 @@ TEST_F(RtspServerLimitsTest, ConnectionsWithoutASessionEndSoonWhileSlotsAreScarc
         idle.emplace_back(server->port());
         EXPECT_EQ(idle.back().request("OPTIONS", "*").status, 200);
     }
-    time.advance(config.limits.setupTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.setupTimeout * 1000));
     EXPECT_FALSE(idle.front().ended(50)) << "there is room";
     idle.emplace_back(server->port());
     // Both loops may end one at the same time.

@@ -49,7 +49,7 @@ TEST_F(RtspServerTimeoutsTest, LaterIncompleteRequestEndsTheConnectionToo)
     drip.send("OPTIONS * RTSP/1.0\r\nCS");
     for (int i = 0; i < 500 && !drip.ended(20); ++i)
     {
-        time.advance(config.limits.handshakeTimeout * 100);
+        time.advance(std::chrono::milliseconds(config.limits.handshakeTimeout * 100));
         drip.trySend("e");
     }
     EXPECT_TRUE(drip.ended());
@@ -63,7 +63,7 @@ TEST_F(RtspServerTimeoutsTest, IdleConnectionEndsUnlessItCarriesASession)
     EXPECT_EQ(idle.request("OPTIONS", "*").status, 200);
     TestClient carrier(server->port());
     const std::string id = setUpTcp(carrier, 1);
-    time.advance(config.limits.idleTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.idleTimeout * 1000));
     EXPECT_TRUE(idle.ended());
     EXPECT_EQ(carrier.request("GET_PARAMETER", url(), session(id)).status, 200);
 }
@@ -75,9 +75,9 @@ TEST_F(RtspServerTimeoutsTest, SessionTimesOutUnlessKeptAliveByRtsp)
     UdpPort port;
     const std::string kept = setUpUdp(client, port);
     const std::string forgotten = setUpUdp(client, port);
-    time.advance(40000);
+    time.advance(std::chrono::milliseconds(40000));
     EXPECT_EQ(client.request("GET_PARAMETER", url(), session(kept)).status, 200);
-    time.advance(30000);
+    time.advance(std::chrono::milliseconds(30000));
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 1; }));
     EXPECT_EQ(client.request("PLAY", url(), session(forgotten)).status, 454);
     EXPECT_EQ(client.request("PLAY", url(), session(kept)).status, 200);
@@ -88,7 +88,7 @@ TEST_F(RtspServerTimeoutsTest, SessionTimesOutUnlessKeptAliveByRtsp)
 TEST_F(RtspServerTimeoutsTest, RtcpKeepsASessionAlive)
 {
     const std::int64_t timeoutMs = config.limits.sessionTimeout * 1000;
-    time.advance(-timeoutMs);
+    time.advance(std::chrono::milliseconds(-timeoutMs));
     start();
     TestClient client(server->port());
     UdpPort rtp;
@@ -102,11 +102,11 @@ TEST_F(RtspServerTimeoutsTest, RtcpKeepsASessionAlive)
     UdpPort other;
     const std::string forgotten = setUpUdp(client, other);
 
-    time.advance(timeoutMs - 5000);
+    time.advance(std::chrono::milliseconds(timeoutMs - 5000));
     client.send(std::string("$\x01\x00\x08", 4) + receiverReport);
     (rtp.port() > rtcp.port() ? rtp : rtcp).sendTo(server->rtpPort() + 1, receiverReport);
     EXPECT_EQ(client.request("OPTIONS", "*").status, 200);
-    time.advance(10000);
+    time.advance(std::chrono::milliseconds(10000));
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 2; }));
     EXPECT_EQ(client.request("GET_PARAMETER", url(), session(forgotten)).status, 454);
     EXPECT_EQ(client.request("GET_PARAMETER", url(), session(overUdp.session())).status, 200);
@@ -123,7 +123,7 @@ TEST_F(RtspServerTimeoutsTest, ViewerThatOnlyReceivesFramesOverTcpIsAlive)
     {
         frame(true, 1);
         ASSERT_TRUE(client.frame(0).isRtp()) << "second " << second;
-        time.advance(1000);
+        time.advance(std::chrono::milliseconds(1000));
         client.receive(6);  // lets the server check
     }
     EXPECT_EQ(server->sessionCount(), 1u);
@@ -139,7 +139,7 @@ TEST_F(RtspServerTimeoutsTest, SilentPausedViewerStaysAliveWhileItsTcpAnswers)
     for (int second = 0; second < 3 * config.limits.sessionTimeout; ++second)
     {
         frame(true, 100);
-        time.advance(1000);
+        time.advance(std::chrono::milliseconds(1000));
         std::this_thread::sleep_for(std::chrono::milliseconds(6));  // lets the server check
     }
     EXPECT_EQ(server->sessionCount(), 1u);
@@ -151,7 +151,7 @@ TEST_F(RtspServerTimeoutsTest, SessionThatWasNeverPlayedTimesOutThoughItsConnect
     start();
     TestClient client(server->port());
     setUpTcp(client, 1);
-    time.advance(config.limits.sessionTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.sessionTimeout * 1000));
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0; }));
 }
 
@@ -187,7 +187,7 @@ TEST_F(RtspServerTimeoutsTest, UdpSessionOutlivesItsConnectionForAWhile)
     EXPECT_EQ(other.request("PLAY", url(), session(id)).status, 200) << "taken up again";
     other.close();
     ASSERT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
-    time.advance(config.limits.orphanTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.orphanTimeout * 1000));
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0; }));
     EXPECT_EQ(LiveDispatcher::instance().trackCount(), 0u);
 }

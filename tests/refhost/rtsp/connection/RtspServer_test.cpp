@@ -174,7 +174,7 @@ TEST_F(RtspServerTest, FiftyClientsComeAndGoWhileFramesFlow)
     stop = true;
     camera.join();
     EXPECT_EQ(running, 0);
-    time.advance(config.limits.sessionTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.sessionTimeout * 1000));
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0 && server->connectionCount() == 0; }));
 }
 

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
-#include <cstdint>
 
 #include "refhost/base/HostClock.h"
 
@@ -23,12 +21,7 @@ public:
         return system().wallNow() + offset_.load();
     }
 
-    void advance(std::int64_t milliseconds)
-    {
-        advance(std::chrono::milliseconds(milliseconds));
-    }
-
-    void advance(std::chrono::milliseconds span)
+    void advance(Duration span)
     {
         offset_ = offset_.load() + span;
     }

@@ -31,7 +31,7 @@ struct RecordingScript : ControllerScript
 
     double begin = 0;
     double end = seconds;
-    std::int64_t leadNs = 0;  ///< its first frame is that much earlier
+    Duration lead{};  ///< its first frame is that much earlier
 };
 
 /// A controller of recordings that records its calls and seeks at once.
@@ -47,8 +47,9 @@ public:
     {
         FakeController::getMediaInfo(out);
         out.mediaUrl = "orv/playback/1_1700000000_1700000060";
-        out.recordBeginTime = RecordingScript::beginTime * 1'000'000'000 - recording_->leadNs;
-        out.recordSeconds = RecordingScript::seconds + static_cast<double>(recording_->leadNs) / 1e9;
+        out.recordBeginTime = RecordingScript::beginTime * 1'000'000'000 - recording_->lead.count();
+        out.recordSeconds =
+            RecordingScript::seconds + std::chrono::duration<double>(recording_->lead).count();
         return 0;
     }
 

@@ -333,11 +333,11 @@ TEST_F(MulticastTest, AViewerWhoseConnectionEndsLeavesThoughTheOthersStay)
     ASSERT_EQ(server->sessionCount(), 2u);
     first->client.close(true);
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 1; }));
-    time.advance(config.limits.orphanTimeout * 1000 / 2);
+    time.advance(std::chrono::milliseconds(config.limits.orphanTimeout * 1000 / 2));
     EXPECT_EQ(ask(*second, "GET_PARAMETER"), 200);
     frame(true, 1);
     EXPECT_FALSE(member.receive().empty());
-    time.advance(config.limits.orphanTimeout * 1000);
+    time.advance(std::chrono::milliseconds(config.limits.orphanTimeout * 1000));
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 1; }));
     EXPECT_EQ(ask(*second, "GET_PARAMETER"), 200);
     frame(false, 1);
@@ -354,7 +354,7 @@ TEST_F(MulticastTest, ASilentViewerLeavesThoughMembersReport)
     play(*sender);
     for (int i = 0; i < 4; ++i)
     {
-        time.advance(config.limits.sessionTimeout * 1000 / 2);
+        time.advance(std::chrono::milliseconds(config.limits.sessionTimeout * 1000 / 2));
         EXPECT_EQ(ask(*sender, "GET_PARAMETER"), 200);
         reports.send({0x80, 201, 0, 1, 1, 2, 3, 4});
     }
@@ -372,7 +372,7 @@ TEST_F(MulticastTest, TheDeathOfTheLastViewerEndsThePackets)
     play(*only);
     only->client.close(true);
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
-    time.advance(config.limits.orphanTimeout * 1000 + 1000);
+    time.advance(std::chrono::milliseconds(config.limits.orphanTimeout * 1000 + 1000));
     EXPECT_TRUE(eventually([] { return LiveSessionDispatcher::instance().sessionCount() == 0; }));
     frame(true, 1);
     EXPECT_EQ(member.waiting(), 0u);

@@ -98,7 +98,7 @@ TEST_F(RecordedPlayTest, AbsoluteTimesAreRelativeToTheRecordingsStart)
 TEST_F(RecordedPlayTest, ARecordingIsAsLongAsDescribedWhateverItsUrlNames)
 {
     tracks_.pop_back();
-    script_->leadNs = 400000400;
+    script_->lead = std::chrono::nanoseconds(400000400);
     EXPECT_EQ(playRange("npt=60.2-"), rtspOk);
     EXPECT_THAT(script_->calls, ElementsAre("setPlayRange trackID=0 60.2 60.4 0 1"));
     EXPECT_EQ(playRange("npt=0.2-100"), rtspOk);
@@ -109,7 +109,7 @@ TEST_F(RecordedPlayTest, ARecordingIsAsLongAsDescribedWhateverItsUrlNames)
 TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecond)
 {
     tracks_.pop_back();
-    script_->leadNs = 400000400;
+    script_->lead = std::chrono::nanoseconds(400000400);
     EXPECT_EQ(playRange("clock=19700101T000000Z-20991231T235959Z"), rtspOk);
     EXPECT_EQ(playRange("clock=19700101T000000Z-99991231T235959.999999Z"), rtspOk);
     const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);

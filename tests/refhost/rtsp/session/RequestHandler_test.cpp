@@ -229,7 +229,7 @@ TEST_F(RequestHandlerTest, EndsTheConnectionWhereTheNextRequestCannotBeFound)
     EXPECT_EQ(response.header("Connection"), "close");
     EXPECT_TRUE(client_->ended());
     EXPECT_EQ(server->connectionCount(), 1u) << "the client has time to read the answer";
-    time.advance(2000);
+    time.advance(std::chrono::milliseconds(2000));
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
 }
 

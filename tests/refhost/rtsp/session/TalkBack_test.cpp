@@ -288,7 +288,7 @@ TEST_F(TalkBackTest, ASilentUdpClientTimesOut)
         client.request("SETUP", talkTrack(), udpPorts + std::to_string(mine.port()) + "\r\n" + require);
     ASSERT_EQ(setup.status, 200);
     client.request("PLAY", url(), session(setup.session()));
-    time.advance(120000);
+    time.advance(std::chrono::milliseconds(120000));
     EXPECT_TRUE(eventually([&] { return server->sessionCount() == 0; }));
     EXPECT_EQ(manager()->getSessionNum(), 0);
 }

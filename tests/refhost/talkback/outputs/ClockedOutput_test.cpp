@@ -67,11 +67,11 @@ TEST(ClockedOutput, AudioPassesAtThePaceOfTheClock)
     EXPECT_EQ(0u, output.queued());
     EXPECT_TRUE(writeMs(output, 50, 1));
     EXPECT_EQ(400u, output.queued());
-    clock.advanceMs(20);
+    clock.advance(std::chrono::milliseconds(20));
     EXPECT_EQ(240u, output.queued());
     EXPECT_TRUE(writeMs(output, 10, 1));
     EXPECT_EQ(320u, output.queued());
-    clock.advanceMs(1000);
+    clock.advance(std::chrono::milliseconds(1000));
     EXPECT_EQ(0u, output.queued());
     EXPECT_TRUE(writeMs(output, 10, 1));
     EXPECT_EQ(80u, output.queued()) << "after a silence audio starts now";
@@ -94,10 +94,10 @@ TEST(ClockedOutput, IsExactAfterMonths)
     ClockedOutput output(clock);
     std::string problem;
     ASSERT_TRUE(output.open({48000, 1}, problem));
-    clock.advanceMs(100LL * 86400 * 1000);
+    clock.advance(std::chrono::milliseconds(100LL * 86400 * 1000));
     const Samples samples(480, 1);
     output.write(samples.data(), samples.size());
-    clock.advanceMs(5);
+    clock.advance(std::chrono::milliseconds(5));
     EXPECT_EQ(240u, output.queued());
 }
 
@@ -110,13 +110,13 @@ TEST(WavOutput, AudioStandsAtItsTimeWithSilenceBetween)
     {
         WavOutput output(folder / "talk.wav", clock);
         ASSERT_TRUE(output.open(format, problem)) << problem;
-        clock.advanceMs(10);
+        clock.advance(std::chrono::milliseconds(10));
         EXPECT_TRUE(writeMs(output, 20, 1));
         EXPECT_TRUE(writeMs(output, 20, 2));
-        clock.advanceMs(90);
+        clock.advance(std::chrono::milliseconds(90));
         EXPECT_EQ(0u, output.queued());
         EXPECT_TRUE(writeMs(output, 10, 3));
-        clock.advanceMs(50);
+        clock.advance(std::chrono::milliseconds(50));
         output.close();
     }
     append(expected, 80, 0);
@@ -160,9 +160,9 @@ TEST(WavOutput, SecondOpeningContinuesTheFile)
             ASSERT_TRUE(output.open(format, problem)) << problem;
             EXPECT_EQ(0u, output.queued());
             EXPECT_TRUE(writeMs(output, 10, value));
-            clock.advanceMs(20);
+            clock.advance(std::chrono::milliseconds(20));
             output.close();
-            clock.advanceMs(60000);
+            clock.advance(std::chrono::milliseconds(60000));
             append(expected, 80, value);
             append(expected, 80, 0);
         }
@@ -192,7 +192,7 @@ TEST(WavOutput, FullFileIsAFault)
     WavOutput output(folder / "talk.wav", clock);
     std::string problem;
     ASSERT_TRUE(output.open(format, problem));
-    clock.advanceMs(4LL * 86400 * 1000);
+    clock.advance(std::chrono::milliseconds(4LL * 86400 * 1000));
     EXPECT_TRUE(writeMs(output, 10, 1)) << "the writer has to find out yet";
     for (int i = 0; i < 5000 && output.queued(); ++i)
     {

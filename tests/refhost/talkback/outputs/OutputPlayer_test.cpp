@@ -214,7 +214,7 @@ TEST(OutputPlayerDelay, UnevenPacketsArePlayedWithoutAHoleAndWithin120Millisecon
                         std::chrono::milliseconds(60));
     ASSERT_EQ(0, player.open());
     int next = 0;
-    for (int now = 0; next < packets; now += 10, clock.advanceMs(10))
+    for (int now = 0; next < packets; now += 10, clock.advance(std::chrono::milliseconds(10)))
     {
         // A packet is complete 20 ms after its first sample.
         for (; next < packets && (next + 1) * 20 + (next * 7 % 16) <= now; ++next)
