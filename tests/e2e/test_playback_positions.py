@@ -65,13 +65,9 @@ def mpv(recorded, transport, tmp_path, start):
     return decoded(["-i", str(path)]), None
 
 
-def rtspsrc(recorded, transport, tmp_path, start):
-    """The same of GStreamer, whose seek comes while it plays; with timestamps from the RTP timestamps alone, because what
-    the client guesses of the server's clock would blur them."""
-    Gst.init(None)
-    pipeline = Gst.parse_launch(
-        f"rtspsrc location={recorded.url} protocols={transport} latency=200 buffer-mode=none ! rtph264depay ! h264parse ! avdec_h264 ! "
-        "appsink name=sink sync=false max-buffers=0")
+def gstreamer(source, start):
+    """The frames of a GStreamer source, and their stream times; from a seek on that comes while it plays."""
+    pipeline = Gst.parse_launch(f"{source} ! appsink name=sink sync=false max-buffers=0")
     sink = pipeline.get_by_name("sink")
     try:
         pipeline.set_state(Gst.State.PLAYING)
@@ -90,6 +86,13 @@ def rtspsrc(recorded, transport, tmp_path, start):
         pipeline.set_state(Gst.State.NULL)
 
 
+def rtspsrc(recorded, transport, tmp_path, start):
+    """The same of GStreamer; with timestamps from the RTP timestamps alone, because what the client guesses of the
+    server's clock would blur them."""
+    return gstreamer(f"rtspsrc location={recorded.url} protocols={transport} latency=200 buffer-mode=none ! rtph264depay ! "
+                     "h264parse ! avdec_h264", start)
+
+
 PLAYERS = [ffmpeg, mpv, rtspsrc]
 # A seek over UDP is not judged here: rtspsrc may take the first packet behind it before the answer to PLAY, and counts
 # from the frame before then. What the server sends is judged packet by packet in test_playback.py.
@@ -100,6 +103,9 @@ SIDE_BY_SIDE = 6
 @pytest.fixture(scope="module")
 def plays(recorded, tmp_path_factory):
     """What the players display, as futures: they play in real time, so several do at once."""
+    # PyGObject makes GStreamer's types on first use, and must not do that for several threads at once.
+    Gst.init(None)
+    assert gstreamer("videotestsrc num-buffers=5 ! video/x-raw,framerate=25/1", FRAME)[0]
     with concurrent.futures.ThreadPoolExecutor(SIDE_BY_SIDE) as pool:
         yield {(player, *play): pool.submit(player, recorded, play[1], tmp_path_factory.mktemp("play"), play[0])
                for player, play in itertools.product(PLAYERS, PLAYS)}
