@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
-#include "refhost/base/RandomBytes.h"
 #include "refhost/capture/PipelineRunner.h"
 #include "refhost/media/TrackDescription.h"
 
@@ -15,15 +14,6 @@ namespace refhost
 {
 namespace
 {
-
-/// After a run of this length, the pauses before restarts begin with the first one again.
-constexpr std::chrono::seconds goodRun(20);
-
-/// A pause before a restart grows at random, by up to half: 256 steps of one in this many.
-constexpr int maxJitter = 512;
-
-/// How often a stream changes its means of reading the source without a pause.
-constexpr unsigned maxSwitches = 2;
 
 bool sameTracks(const std::vector<SubMediaInfo>& left, const std::vector<SubMediaInfo>& right)
 {
@@ -38,7 +28,8 @@ CameraStream::CameraStream(const StreamConfig& config, const std::string& title,
       title_(title),
       options_(options),
       changed_(std::move(changed)),
-      queue_(std::move(queue))
+      queue_(std::move(queue)),
+      attempts_(options_.restartPauses)
 {
 }
 
@@ -138,33 +129,17 @@ StreamSource::Description CameraStream::describe(std::vector<SubMediaInfo>& trac
 
 void CameraStream::attach(const std::string& trackId, int payloadSize, std::shared_ptr<AccessUnitSink> sink)
 {
-    const MutexLock guard(mutex_);
-    std::shared_ptr<PacketTap>& tap = taps_[{trackId, payloadSize}];
-    if (!tap)
+    if (taps_.add(trackId, payloadSize, std::move(sink)))
     {
-        tap = std::make_shared<PacketTap>();
         postUpdate();
     }
-    tap->add(std::move(sink));
 }
 
 void CameraStream::detach(const AccessUnitSink* sink)
 {
-    std::vector<std::shared_ptr<PacketTap>> taps;
+    if (taps_.remove(sink))
     {
-        const MutexLock guard(mutex_);
-        for (const auto& [key, tap] : taps_)
-        {
-            taps.push_back(tap);
-        }
-    }
-    // Without the lock: remove() waits for a delivery, in which the sink may call this stream.
-    for (const std::shared_ptr<PacketTap>& tap : taps)
-    {
-        if (tap->remove(sink) && tap->isEmpty())
-        {
-            postUpdate();
-        }
+        postUpdate();
     }
 }
 
@@ -249,7 +224,7 @@ void CameraStream::update()
         setTaps();
     }
     // Until the previous run has ended, its device may be busy.
-    else if (!ending_ && (describing || !restartScheduled_))
+    else if (!ending_ && !waitsToStartAgain_ && (describing || !restartScheduled_))
     {
         start();
     }
@@ -259,7 +234,7 @@ void CameraStream::start()
 {
     ++run_;
     restartScheduled_ = false;
-    startedAt_ = Clock::now();
+    attempts_.onStart(Clock::now());
     if (PipelineRunner::abandoned(title_) >= options_.maxAbandoned)
     {
         fail("too many of its sources hang; waiting until one of them ends");
@@ -289,8 +264,13 @@ void CameraStream::startPipeline()
     events.ended = [this, run](const std::string& why) { post([this, run, why] { onEnded(run, why); }); };
     events.clockUnusable = [this](const std::string& why) { post([this, why] { onClockUnusable(why); }); };
     events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
-    SourceRun::Setup setup{
-        config_, title_, attempt_, mediaTap_, usedTaps(), std::move(events), options_.serverClock};
+    SourceRun::Setup setup{config_,
+                           title_,
+                           attempts_.means(),
+                           mediaTap_,
+                           taps_.inUse(),
+                           std::move(events),
+                           options_.serverClock};
     pipeline_ = options_.makeRun ? options_.makeRun(std::move(setup))
                                  : std::make_unique<PipelineRunner>(std::move(setup));
     post([this, run] { checkForSilence(run, 0); }, options_.maxSilence);
@@ -298,7 +278,7 @@ void CameraStream::startPipeline()
 
 void CameraStream::setTaps()
 {
-    pipeline_->setTaps(usedTaps());
+    pipeline_->setTaps(taps_.inUse());
     post([this, run = run_] { checkForHang(run); }, options_.endDeadline);
 }
 
@@ -348,7 +328,7 @@ void CameraStream::onEndDeadline(std::uint64_t run)
 
 void CameraStream::finishStop()
 {
-    for (const auto& [key, tap] : usedTaps())
+    for (const auto& [key, tap] : taps_.inUse())
     {
         tap->discontinuity();
     }
@@ -390,7 +370,7 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
         describing_ = false;
         failed_ = false;
     }
-    switches_ = 0;
+    attempts_.onDescribed();
     if (changed)
     {
         for (const SubMediaInfo& track : *tracks)
@@ -418,7 +398,7 @@ void CameraStream::onDeadline(std::uint64_t request)
     if (isPending())
     {
         // The description's deadline allows no further attempt by other means.
-        switches_ = maxSwitches;
+        attempts_.giveUp();
         fail("the source gave nothing that can be sent in time");
     }
 }
@@ -448,24 +428,21 @@ void CameraStream::onEnded(std::uint64_t run, const std::string& why)
 
 void CameraStream::fail(const std::string& why)
 {
-    if (pipeline_ && pipeline_->mayWorkByAnotherTransport())
+    const bool otherMeans = pipeline_ && pipeline_->mayWorkByAnotherTransport();
+    const SourceAttempts::Next next = attempts_.onFailure(otherMeans, Clock::now());
+    if (next != SourceAttempts::Next::failed)
     {
-        ++attempt_;
-        if (++switches_ <= maxSwitches)
+        Log::info("{}: {}", title_, Log::safe(why));
+        if (next == SourceAttempts::Next::again)
         {
-            // Not reported as a failure: the next attempt starts when this one has ended.
-            Log::info("{}: {}", title_, Log::safe(why));
-            stop();
-            return;
+            startAgain();
         }
+        // What follows starts when this run has ended.
+        stop();
+        return;
     }
     Log::warning("{}: {}", title_, Log::safe(why));
-    switches_ = 0;
     stop();
-    if (Clock::now() - startedAt_ >= goodRun)
-    {
-        failures_ = 0;
-    }
     bool notify = false;
     bool viewers = false;
     {
@@ -479,7 +456,6 @@ void CameraStream::fail(const std::string& why)
             failedAt_ = Clock::now();
         }
     }
-    ++failures_;
     if (viewers)
     {
         scheduleRestart();
@@ -510,14 +486,19 @@ void CameraStream::scheduleStop()
     post(stopUnlessNeeded, options_.linger);
 }
 
+void CameraStream::startAgain()
+{
+    waitsToStartAgain_ = true;
+    const auto start = [this]
+    {
+        waitsToStartAgain_ = false;
+        update();
+    };
+    post(start, attempts_.againPause());
+}
+
 void CameraStream::scheduleRestart()
 {
-    const std::size_t last = options_.restartPauses.size() - 1;
-    // Not the same for all: cameras that failed together, as when a switch went down, start one by one.
-    std::uint8_t jitter = 0;
-    fillRandom(&jitter, sizeof jitter);
-    const std::chrono::milliseconds pause =
-        options_.restartPauses[std::min(failures_ - 1, last)] * (maxJitter + jitter) / maxJitter;
     restartScheduled_ = true;
     const std::uint64_t run = run_;
     const auto restart = [this, run]
@@ -528,7 +509,7 @@ void CameraStream::scheduleRestart()
             update();
         }
     };
-    post(restart, pause);
+    post(restart, attempts_.restartPause());
 }
 
 void CameraStream::sendKeyFrameRequest()
@@ -542,16 +523,6 @@ void CameraStream::sendKeyFrameRequest()
     {
         pipeline_->requestKeyFrame();
     }
-}
-
-SourceRun::Taps CameraStream::usedTaps()
-{
-    const MutexLock guard(mutex_);
-    for (auto tap = taps_.begin(); tap != taps_.end();)
-    {
-        tap = tap->second->isEmpty() ? taps_.erase(tap) : std::next(tap);
-    }
-    return taps_;
 }
 
 }  // namespace refhost

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "refhost/base/Mutex.h"
+#include "refhost/capture/SourceAttempts.h"
 #include "refhost/capture/SourceRun.h"
+#include "refhost/capture/StreamTaps.h"
 #include "refhost/config/Config.h"
 #include "refhost/media/StreamSource.h"
 #include "refhost/threads/TaskQueue.h"
@@ -112,15 +114,16 @@ private:
     void onEnded(std::uint64_t run, const std::string& why);
     void fail(const std::string& why);
     void scheduleStop();
+    void startAgain();
     void scheduleRestart();
     void sendKeyFrameRequest();
-    SourceRun::Taps usedTaps();
 
     const StreamConfig config_;
     const std::string title_;
     const Options options_;
     const std::function<void()> changed_;
     const std::shared_ptr<MediaTap> mediaTap_ = std::make_shared<MediaTap>();
+    StreamTaps taps_;
     const std::shared_ptr<TaskQueue> queue_;
     const std::shared_ptr<Life> life_ = std::make_shared<Life>();
 
@@ -132,7 +135,6 @@ private:
         0;  ///< number of the present or last request for a description
     bool failed_ OV_GUARDED_BY(mutex_) = false;
     Clock::time_point failedAt_ OV_GUARDED_BY(mutex_);
-    SourceRun::Taps taps_ OV_GUARDED_BY(mutex_);
     bool keyFrameRequested_ OV_GUARDED_BY(mutex_) = false;
     Clock::time_point keyFrameAt_ OV_GUARDED_BY(mutex_);
     int starts_ OV_GUARDED_BY(mutex_) = 0;
@@ -150,10 +152,8 @@ private:
     std::uint64_t requests_ = 0;  ///< incremented whenever update() finds the source needed
     bool stopScheduled_ = false;
     bool restartScheduled_ = false;
-    std::size_t failures_ = 0;  ///< in a row
-    unsigned attempt_ = 0;      ///< as SourceRun::Setup::attempt
-    unsigned switches_ = 0;     ///< changes of attempt_ since the last run that was described
-    Clock::time_point startedAt_;
+    bool waitsToStartAgain_ = false;  ///< nobody starts the source before the pause is over
+    SourceAttempts attempts_;
 };
 
 }  // namespace refhost

@@ -10,6 +10,7 @@
 
 #include "refhost/base/HostClock.h"
 #include "tests/refhost/base/Nanoseconds.h"
+#include "tests/refhost/capture/ScriptedRun.h"
 #include "tests/refhost/capture/StreamFixture.h"
 
 namespace refhost
@@ -50,6 +51,41 @@ protected:
         return largest;
     }
 };
+
+/// Makes runs of these outcomes, one after the other; the last one repeats.
+SourceRun::Factory scripted(std::vector<ScriptedRun::Outcome> outcomes)
+{
+    return [outcomes = std::move(outcomes),
+            next = std::make_shared<std::atomic<std::size_t>>(0)](SourceRun::Setup setup)
+    {
+        const std::size_t index = std::min(next->fetch_add(1), outcomes.size() - 1);
+        return std::make_unique<ScriptedRun>(std::move(setup), outcomes[index]);
+    };
+}
+
+TEST_F(CameraStreamTest, CameraThatIsBusyAfterAChangeOfMeansIsReadAllTheSame)
+{
+    options.makeRun = scripted({{"has to be decoded", true}, {"503 Service Unavailable"}, {}});
+    open();
+    EXPECT_EQ(describe(), Description::ready);
+    EXPECT_EQ(source->starts(), 3);
+}
+
+TEST_F(CameraStreamTest, MeansThatKeepFailingFailTheDescription)
+{
+    options.makeRun = scripted({{"has to be decoded", true}, {"404 Not Found"}});
+    open();
+    EXPECT_EQ(describe(), Description::failed);
+    EXPECT_EQ(source->starts(), 2 + static_cast<int>(SourceAttempts::maxRepeats));
+}
+
+TEST_F(CameraStreamTest, FailureIsReportedAtOnceWhereMeansDidNotChange)
+{
+    options.makeRun = scripted({{"404 Not Found"}});
+    open();
+    EXPECT_EQ(describe(), Description::failed);
+    EXPECT_EQ(source->starts(), 1);
+}
 
 TEST_F(CameraStreamTest, DescribesVideoAndAudio)
 {
