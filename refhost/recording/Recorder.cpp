@@ -21,10 +21,10 @@ namespace refhost
 namespace
 {
 
-/// Media between two flushes where a lot was gathered: the muxer keeps in memory what is not flushed.
+/// Max media between two flushes: the muxer keeps in memory what is not flushed.
 constexpr Duration maxUnflushed = std::chrono::seconds(1);
 
-/// What a unit takes of the memory.
+/// Approximate memory of a unit.
 std::size_t sizeOf(const EncodedUnit& unit)
 {
     return unit.bytes.size() + sizeof(EncodedUnit);
@@ -80,7 +80,7 @@ void Recorder::onEncodedUnit(const EncodedUnitPtr& unit)
 {
     const MutexLock guard(inletMutex_);
     const std::size_t bytes = sizeOf(*unit);
-    // A source may still be giving one when it has let its sink go.
+    // The source may deliver until detachMedia() has returned.
     if (stopping_ || !admits(bytes))
     {
         return;
@@ -118,7 +118,7 @@ bool Recorder::admits(std::size_t bytes)
 
 void Recorder::gather(const EncodedUnitPtr& unit)
 {
-    // Interruptions without media between them are one.
+    // Merges interruptions without media between them.
     if (!unit && !gathered_.empty() && !gathered_.back())
     {
         return;
@@ -127,7 +127,7 @@ void Recorder::gather(const EncodedUnitPtr& unit)
     wakeIn(gatheredBytes_ >= options_.maxGathered ? Duration::zero() : options_.gather);
 }
 
-/// With the mutex held: after stop() nothing wakes the pool, which may be gone.
+/// Never after stop(): the pool may have been destroyed.
 void Recorder::wakeIn(Duration delay)
 {
     if (!wokenIn_ || *wokenIn_ > delay)
@@ -162,7 +162,7 @@ void Recorder::writeAll(Units& units)
         take(unit);
         if (&unit == &units.back())
         {
-            // The last one is let go when all are in the file.
+            // Before the last unit is released, so that awaitEnd() covers the file.
             flush();
         }
         const std::size_t bytes = sizeOf(*unit);
@@ -196,7 +196,7 @@ void Recorder::take(const EncodedUnitPtr& unit)
     followWallClock();
     if (failed_)
     {
-        // Also when the source's time went back meanwhile.
+        // Also ends when the capture times went back.
         const bool over = now_ >= *failed_ + options_.retry || now_ < *failed_ - options_.retry;
         if (!over)
         {
@@ -212,7 +212,7 @@ void Recorder::take(const EncodedUnitPtr& unit)
     startAgainAfterFailure();
 }
 
-/// The next try starts a segment.
+/// Lets the next attempt start a segment.
 void Recorder::startAgainAfterFailure()
 {
     if (failed_)
@@ -231,8 +231,8 @@ void Recorder::followWallClock()
     }
 }
 
-/// A clock that was set back may come to the very microsecond of a segment that is there.
-/// \param[in,out] begin  the segment's
+/// Path for a new segment. After the clock was set back, one of the same microsecond may exist.
+/// \param[in,out] begin  of the segment; moved until its path is free
 std::string Recorder::freePath(WallTime& begin) const
 {
     constexpr int maxTries = 1000;
@@ -280,7 +280,7 @@ void Recorder::startSegment(MonotonicTime begin, const Tracks& tracks)
     nextGrow_ = begin + options_.grow;
 }
 
-/// A track whose description is malformed cannot be in the file; the others can.
+/// Leaves out tracks whose description is malformed.
 void Recorder::chooseTracks(const Tracks& tracks)
 {
     if (tracks == offered_)
@@ -373,7 +373,7 @@ void Recorder::flush()
         segment_.bytes = writer_->bytes();
         ledger_->put(segment_);
     }
-    // Not with the first write: a disk that is nearly full takes some before it is full again.
+    // Not at the first write: a nearly full disk accepts some before it fails again.
     if (failing_ && now_ >= *tried_ + options_.retry)
     {
         failing_ = false;
@@ -382,7 +382,7 @@ void Recorder::flush()
     }
 }
 
-/// What DiskSync found out meanwhile, also of the file before.
+/// The first failure that DiskSync found, of this file or the one before; empty without one.
 std::string Recorder::syncFailure()
 {
     for (const SyncedFile::Result& result : {writer_->file()->result(), lastResult_})
@@ -405,7 +405,7 @@ void Recorder::endSegment(Duration duration)
     {
         return fail(writer_->error());
     }
-    // A single frame may come without a duration.
+    // A single frame may have no duration.
     segment_.duration = std::max(duration, SegmentMeasure::minDuration);
     segment_.bytes = writer_->bytes();
     lastResult_ = writer_->file()->result();
@@ -437,7 +437,8 @@ void Recorder::fail(const std::string& why)
     noteEnd();
 }
 
-/// Of a file that the disk has stopped: what it holds, or what is known of it where it cannot be read either.
+/// Sets duration and bytes from what a file holds whose writing failed; keeps the known values where it cannot
+/// be read.
 void Recorder::measureUnfinished()
 {
     SegmentMeasure measure;
@@ -446,7 +447,7 @@ void Recorder::measureUnfinished()
     {
         return;
     }
-    // Nothing but the header of a file that was just made.
+    // The file holds a header alone.
     if (result == SegmentMeasure::Result::nothing && segment_.duration == Duration::zero())
     {
         ::unlink(segment_.path.c_str());
@@ -457,7 +458,7 @@ void Recorder::measureUnfinished()
 
 void Recorder::noteEnd()
 {
-    // Without a duration nothing was left of the file.
+    // The file was removed.
     if (segment_.duration == Duration::zero())
     {
         return ledger_->remove(segment_.path);

@@ -23,18 +23,18 @@ namespace refhost
 /// Records one stream: keeps its source running, writes segments below the index's directory as
 /// `<camera>/<stream>/<begin in UTC>.mkv`, and notes them in the ledger.
 ///
-/// Units are gathered and written together by the threads of the disk, each stream's in order and never by
-/// two threads at once; DiskSync brings them to the disk. The source is never held up. What a slow disk
-/// leaves behind is left out up to the next key frame. When the disk fails, or is full and nothing makes
-/// room, recording stops with one line in the log, repeated every ten minutes, and is tried again after a
-/// pause, with one line when it works again. Malformed media is left out, with one line in ten minutes at
-/// most, and stops nothing.
+/// Units are gathered, and written together by the threads of the disk: in order, and never by two threads at
+/// once; DiskSync syncs them. The source is never held up: where the disk is too slow, units are left out up to
+/// the next key frame. When the disk fails, or is full and no room can be made, recording pauses and is tried
+/// again; one line in the log says so, repeated every ten minutes, and another one when it works again.
+/// Malformed media is left out, with at most one line in ten minutes.
 ///
-/// The end of the process loses what is gathered: `gather` and the pool's grain. A cut of the power also
-/// loses what DiskSync has not brought to the disk: its interval and the time that one pass takes.
+/// A killed process loses what is gathered: `gather` and the pool's grain. A power cut also loses what DiskSync
+/// has not synced: its interval, and the duration of one pass.
 ///
-/// A segment is dated when it starts; within it, time is what passed since. When the wall clock is set, the
-/// next segment starts with the next key frame, dated again; no frame is lost, and none is dated twice.
+/// A segment is dated when it starts, its units by their distance to its begin. When the wall clock is set, the
+/// next key frame starts a segment with a new date; no frame is lost or dated twice.
+///
 /// Threads: any.
 class Recorder : public EncodedUnitSink,
                  public std::enable_shared_from_this<Recorder>,
@@ -46,9 +46,9 @@ public:
     {
         Duration segmentLength = std::chrono::seconds(10);  ///< requested
         Duration gather = std::chrono::milliseconds(500);   ///< how long units wait to be written together
-        Duration grow = std::chrono::seconds(1);    ///< how often the ledger learns how long a segment is
+        Duration grow = std::chrono::seconds(1);    ///< between two updates of an open segment in the ledger
         Duration retry = std::chrono::seconds(10);  ///< pause after a failure of the disk
-        std::size_t maxGathered = 1048576;          ///< bytes that are written before their time
+        std::size_t maxGathered = 1048576;          ///< bytes; beyond, units are written at once
         std::size_t maxQueued =
             std::size_t{16} * 1048576;  ///< bytes that may wait for the disk, within RecordingDisk's bound
         /// Dates the segments. Not null, outlives the recorder.
@@ -63,10 +63,10 @@ public:
         std::string name;  ///< in the log
     };
 
-    /// What a recorder calls on a thread of the disk; each may be empty.
+    /// Called on a thread of the disk; each may be empty.
     struct Hooks
     {
-        std::function<void()> segmentClosed;         ///< a segment came to its end
+        std::function<void()> segmentClosed;         ///< a segment was closed
         SegmentWriter::MakeRoom makeRoom;            ///< the disk is full
         std::function<bool(std::string&)> mayStart;  ///< asked before each segment; false with the reason set
     };
@@ -77,10 +77,10 @@ public:
     /// After stop().
     ~Recorder() override;
 
-    /// Lets the source go; what has come is written and the segment ended soon, see awaitEnd().
+    /// Detaches from the source. What was gathered is written and the segment closed soon, see awaitEnd().
     void stop();
-    /// Waits for the disk to take what came before stop().
-    /// \returns false when it has not by `deadline`: hooks may be called later
+    /// Waits until everything from before stop() is written.
+    /// \returns false at the deadline: hooks may be called later
     bool awaitEnd(std::chrono::steady_clock::time_point deadline);
 
     void onEncodedUnit(const EncodedUnitPtr& unit) override;

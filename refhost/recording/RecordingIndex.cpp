@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "refhost/recording/IndexFile.h"
-#include "refhost/recording/IndexSchema.h"
+#include "refhost/recording/IndexStatements.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/SqliteQuery.h"
 
@@ -16,57 +16,7 @@ namespace refhost
 namespace
 {
 
-constexpr const char* columns =
-    "SELECT id, camera, stream, begin_ns, duration_ns, bytes, path, closed, epoch FROM segment ";
-constexpr int pathColumn = 6;
-
-/// Segments may overlap by this much without a clock that was set back: ends that were measured are not
-/// exact.
-constexpr Duration maxOverlap = RecordingIndex::maxContiguousGap;
-
-/// As the columns count.
-std::string nanosecondsOf(Duration span)
-{
-    return std::to_string(span.count());
-}
-
-/// What both ways of entering a segment begin with; the epoch follows.
-constexpr const char* insert =
-    "INSERT INTO segment(camera, stream, begin_ns, duration_ns, bytes, path, closed, epoch)"
-    " VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ";
-
-/// The first epoch without a segment at the time of the new one.
-std::string firstFreeEpoch()
-{
-    const std::string overlap = nanosecondsOf(maxOverlap);
-    return "(WITH RECURSIVE free(epoch) AS (SELECT 0 UNION ALL SELECT epoch + 1 FROM free WHERE EXISTS("
-           "SELECT 1 FROM segment AS other WHERE other.camera = ?1 AND other.stream = ?2"
-           " AND other.epoch = free.epoch AND other.begin_ns < ?3 + ?4 - " +
-           overlap +
-           " AND other.begin_ns > ?3 - (SELECT max(duration_ns) FROM segment WHERE camera = ?1 AND stream = "
-           "?2)"
-           " AND other.begin_ns + other.duration_ns > ?3 + " +
-           overlap + ")) SELECT max(epoch) FROM free)";
-}
-
-/// The epoch of the stream's last segment, or a new one where that ended after the new one starts.
-std::string nextEpoch()
-{
-    return "coalesce((SELECT iif(last.begin_ns + last.duration_ns > ?3 + " + nanosecondsOf(maxOverlap) +
-           ", (SELECT max(epoch) + 1 FROM segment WHERE camera = ?1 AND stream = ?2), last.epoch)"
-           " FROM segment AS last WHERE last.id ="
-           " (SELECT max(id) FROM segment WHERE camera = ?1 AND stream = ?2)), 0)";
-}
-
-// Wraps prepare() so that a list of statements can be prepared and checked as a whole.
-SqliteDatabase::Statement prepared(SqliteDatabase& database, const std::string& sql, bool& good)
-{
-    SqliteDatabase::Statement statement = database.prepare(sql.c_str());
-    good = good && statement != nullptr;
-    return statement;
-}
-
-// Whether an entry's path, below the directory, stays there whoever wrote it.
+/// Whether an entry's path, below the directory, stays there whoever wrote it.
 bool staysInside(const std::string& path)
 {
     const std::filesystem::path parts(path);
@@ -117,92 +67,13 @@ bool RecordingIndex::openWriting(std::string& error)
 {
     const MutexLock guard(writingMutex_);
     IndexFile::restrictAccess(directory_);
-    writing_.database =
-        SqliteDatabase::open(IndexFile::pathIn(directory_), SqliteDatabase::Access::write, error);
-    if (!writing_.database)
-    {
-        return false;
-    }
-    SqliteDatabase& database = *writing_.database;
-    if (!IndexSchema::bringUpToDate(database, error))
-    {
-        return false;
-    }
-    bool good = true;
-    writing_.add = prepared(database, insert + firstFreeEpoch() + ")", good);
-    writing_.enter = prepared(database,
-                              insert + nextEpoch() +
-                                  ") ON CONFLICT(path) DO UPDATE SET duration_ns = excluded.duration_ns,"
-                                  " bytes = excluded.bytes, closed = excluded.closed",
-                              good);
-    writing_.removePath = prepared(database, "DELETE FROM segment WHERE path = ?", good);
-    writing_.close =
-        prepared(database, "UPDATE segment SET duration_ns = ?, bytes = ?, closed = 1 WHERE id = ?", good);
-    writing_.remove = prepared(database, "DELETE FROM segment WHERE id = ?", good);
-    if (!good)
-    {
-        error = database.lastError();
-    }
-    return good;
+    return updates_.open(IndexFile::pathIn(directory_), error);
 }
 
 bool RecordingIndex::openReading(std::string& error)
 {
     const MutexLock guard(readingMutex_);
-    reading_.database =
-        SqliteDatabase::open(IndexFile::pathIn(directory_), SqliteDatabase::Access::read, error);
-    if (!reading_.database)
-    {
-        return false;
-    }
-    SqliteDatabase& database = *reading_.database;
-    if (!IndexSchema::check(database, error))
-    {
-        return false;
-    }
-    bool good = true;
-    const std::string select = columns;
-    // The longest segment bounds how far before the interval one can begin that reaches into it; so the
-    // time does not grow with the number of segments.
-    reading_.find =
-        prepared(database,
-                 select +
-                     "WHERE camera = ?1 AND stream = ?2 AND epoch = ?3 AND begin_ns < ?5 AND begin_ns > "
-                     "max(?6, ?4 - " +
-                     nanosecondsOf(openReserve) +
-                     " - (SELECT max(duration_ns) FROM segment WHERE camera = ?1 AND stream = ?2))"
-                     " AND begin_ns + duration_ns + iif(closed, 0, " +
-                     nanosecondsOf(openReserve) + ") > ?4 ORDER BY begin_ns, id LIMIT ?7",
-                 good);
-    reading_.epochAfter = prepared(
-        database, "SELECT min(epoch) FROM segment WHERE camera = ? AND stream = ? AND epoch > ?", good);
-    // Two searches instead of a comparison of pairs, for which SQLite would read the camera's whole index.
-    reading_.streamAfter =
-        prepared(database,
-                 "SELECT * FROM (SELECT camera, stream FROM segment WHERE camera = ?1 AND stream > ?2"
-                 " ORDER BY stream LIMIT 1) UNION ALL SELECT * FROM (SELECT camera, stream FROM segment"
-                 " WHERE camera > ?1 ORDER BY camera, stream LIMIT 1) LIMIT 1",
-                 good);
-    reading_.ofStream =
-        prepared(database, select + "WHERE camera = ? AND stream = ? ORDER BY epoch, begin_ns, id", good);
-    reading_.all = prepared(database, select + "ORDER BY begin_ns, id", good);
-    reading_.unclosed = prepared(database, select + "WHERE closed = 0 ORDER BY begin_ns, id", good);
-    reading_.oldestClosed =
-        prepared(database, select + "WHERE closed != 0 AND begin_ns >= ? ORDER BY begin_ns, id", good);
-    reading_.firstBefore =
-        prepared(database, select + "WHERE closed != 0 AND begin_ns < ? ORDER BY id", good);
-    reading_.beginAfter = prepared(
-        database, "SELECT begin_ns FROM segment WHERE id > ? AND begin_ns >= ? ORDER BY id LIMIT 1", good);
-    reading_.newestBegin =
-        prepared(database, "SELECT begin_ns FROM segment ORDER BY begin_ns DESC LIMIT 1", good);
-    reading_.count = prepared(database, "SELECT count(*) FROM segment", good);
-    reading_.has = prepared(database, "SELECT 1 FROM segment WHERE path = ?", good);
-    reading_.totalBytes = prepared(database, "SELECT total(bytes) FROM segment", good);
-    if (!good)
-    {
-        error = database.lastError();
-    }
-    return good;
+    return queries_.open(IndexFile::pathIn(directory_), error);
 }
 
 std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, WallTime begin, WallTime end,
@@ -214,7 +85,7 @@ std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, Wa
     {
         const WallTime since = *epoch == after.epoch ? after.begin : WallTime::min();
         std::vector<RecordedSegment> ofEpoch =
-            segments(&Reading::find, cameraId, streamId, *epoch, begin, end, since, max);
+            segments(&IndexQueries::find, cameraId, streamId, *epoch, begin, end, since, max);
         max -= max < 0 ? 0 : static_cast<int>(ofEpoch.size());
         std::move(ofEpoch.begin(), ofEpoch.end(), std::back_inserter(found));
     }
@@ -224,7 +95,7 @@ std::vector<RecordedSegment> RecordingIndex::find(int cameraId, int streamId, Wa
 std::optional<int> RecordingIndex::epochAfter(int cameraId, int streamId, int epoch) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.epochAfter, cameraId, streamId, epoch);
+    SqliteQuery query(*queries_.epochAfter, cameraId, streamId, epoch);
     const bool found = query.next() && !query.isNull(0);
     readable_ = query.succeeded();
     return found ? std::make_optional(static_cast<int>(query.number(0))) : std::nullopt;
@@ -257,7 +128,7 @@ std::vector<RecordedStream> RecordingIndex::streams() const
 std::optional<RecordedStream> RecordingIndex::streamAfter(const RecordedStream& stream) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.streamAfter, stream.cameraId, stream.streamId);
+    SqliteQuery query(*queries_.streamAfter, stream.cameraId, stream.streamId);
     const bool found = query.next();
     readable_ = query.succeeded();
     if (!found)
@@ -271,7 +142,7 @@ std::vector<RecordedInterval> RecordingIndex::recordings(int cameraId, int strea
 {
     std::vector<RecordedInterval> intervals;
     int epoch = 0;
-    for (const RecordedSegment& segment : segments(&Reading::ofStream, cameraId, streamId))
+    for (const RecordedSegment& segment : segments(&IndexQueries::ofStream, cameraId, streamId))
     {
         const bool other = std::exchange(epoch, segment.epoch) != segment.epoch;
         if (intervals.empty() || other || segment.begin > intervals.back().end + minGap)
@@ -289,19 +160,19 @@ std::vector<RecordedInterval> RecordingIndex::recordings(int cameraId, int strea
 
 std::vector<RecordedSegment> RecordingIndex::all() const
 {
-    return segments(&Reading::all);
+    return segments(&IndexQueries::all);
 }
 
 std::vector<RecordedSegment> RecordingIndex::unclosed() const
 {
-    return segments(&Reading::unclosed);
+    return segments(&IndexQueries::unclosed);
 }
 
 std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::int64_t>& besides,
                                                             WallTime since) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.oldestClosed, since);
+    SqliteQuery query(*queries_.oldestClosed, since);
     return firstOf(query, besides);
 }
 
@@ -309,7 +180,7 @@ std::optional<RecordedSegment> RecordingIndex::firstBefore(WallTime before,
                                                            const std::set<std::int64_t>& besides) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.firstBefore, before);
+    SqliteQuery query(*queries_.firstBefore, before);
     return firstOf(query, besides);
 }
 
@@ -318,7 +189,8 @@ std::optional<RecordedSegment> RecordingIndex::firstOf(SqliteQuery& query,
 {
     while (query.next())
     {
-        if (besides.count(query.number(0)) == 0 && staysInside(query.text(pathColumn)))
+        if (besides.count(query.number(SegmentColumn::id)) == 0 &&
+            staysInside(query.text(SegmentColumn::path)))
         {
             return segmentOf(query);
         }
@@ -329,28 +201,28 @@ std::optional<RecordedSegment> RecordingIndex::firstOf(SqliteQuery& query,
 std::optional<WallTime> RecordingIndex::beginAfter(std::int64_t id, WallTime since) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.beginAfter, id, since);
+    SqliteQuery query(*queries_.beginAfter, id, since);
     return query.next() ? std::make_optional(query.date(0)) : std::nullopt;
 }
 
 std::optional<WallTime> RecordingIndex::newestBegin() const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.newestBegin);
+    SqliteQuery query(*queries_.newestBegin);
     return query.next() ? std::make_optional(query.date(0)) : std::nullopt;
 }
 
 std::int64_t RecordingIndex::count() const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.count);
+    SqliteQuery query(*queries_.count);
     return query.next() ? query.number(0) : 0;
 }
 
 std::int64_t RecordingIndex::totalBytes() const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.totalBytes);
+    SqliteQuery query(*queries_.totalBytes);
     return query.next() ? query.number(0) : 0;
 }
 
@@ -362,18 +234,18 @@ std::string RecordingIndex::inside(const std::string& path) const
 bool RecordingIndex::has(const std::string& path) const
 {
     const MutexLock guard(readingMutex_);
-    SqliteQuery query(*reading_.has, inside(path));
+    SqliteQuery query(*queries_.has, inside(path));
     return query.next();
 }
 
 std::optional<std::int64_t> RecordingIndex::add(const RecordedSegment& segment)
 {
     const MutexLock guard(writingMutex_);
-    if (!write(writing_.add, segment))
+    if (!write(updates_.add, segment))
     {
         return std::nullopt;
     }
-    return writing_.database->lastInsertedId();
+    return updates_.database->lastInsertedId();
 }
 
 bool RecordingIndex::enter(const RecordedSegment& segment)
@@ -394,27 +266,27 @@ bool RecordingIndex::apply(const std::vector<Change>& changes)
         std::all_of(changes.begin(), changes.end(),
                     [this](const Change& change) OV_REQUIRES(writingMutex_) { return applyOne(change); }) &&
         execute("COMMIT");
-    if (!done && writing_.database)
+    if (!done && updates_.database)
     {
         // The failure that is reported is the one before. SQLite may have rolled back by itself.
-        writing_.database->execute("ROLLBACK");
+        updates_.database->execute("ROLLBACK");
     }
     return done;
 }
 
 bool RecordingIndex::applyOne(const Change& change)
 {
-    return change.removed ? write(writing_.removePath, inside(change.segment.path))
-                          : write(writing_.enter, change.segment);
+    return change.removed ? write(updates_.removePath, inside(change.segment.path))
+                          : write(updates_.enter, change.segment);
 }
 
 bool RecordingIndex::execute(const char* statement)
 {
-    const bool done = writing_.database && writing_.database->execute(statement);
-    if (!done && writing_.database)
+    const bool done = updates_.database && updates_.database->execute(statement);
+    if (!done && updates_.database)
     {
-        full_ = writing_.database->isFull();
-        error_ = IndexFile::pathIn(directory_) + ": " + writing_.database->lastError();
+        full_ = updates_.database->isFull();
+        error_ = IndexFile::pathIn(directory_) + ": " + updates_.database->lastError();
     }
     return done;
 }
@@ -422,13 +294,13 @@ bool RecordingIndex::execute(const char* statement)
 bool RecordingIndex::close(std::int64_t id, Duration duration, std::int64_t bytes)
 {
     const MutexLock guard(writingMutex_);
-    return write(writing_.close, duration, bytes, id);
+    return write(updates_.close, duration, bytes, id);
 }
 
 bool RecordingIndex::remove(std::int64_t id)
 {
     const MutexLock guard(writingMutex_);
-    return write(writing_.remove, id);
+    return write(updates_.remove, id);
 }
 
 bool RecordingIndex::foundDiskFull() const
@@ -444,15 +316,15 @@ std::string RecordingIndex::lastError() const
 }
 
 template <typename... Parameters>
-std::vector<RecordedSegment> RecordingIndex::segments(SqliteDatabase::Statement Reading::*statement,
+std::vector<RecordedSegment> RecordingIndex::segments(SqliteDatabase::Statement IndexQueries::*statement,
                                                       const Parameters&... parameters) const
 {
     const MutexLock guard(readingMutex_);
     std::vector<RecordedSegment> found;
-    SqliteQuery query(*(reading_.*statement), parameters...);
+    SqliteQuery query(*(queries_.*statement), parameters...);
     while (query.next())
     {
-        if (staysInside(query.text(pathColumn)))
+        if (staysInside(query.text(SegmentColumn::path)))
         {
             found.push_back(segmentOf(query));
         }
@@ -464,15 +336,15 @@ std::vector<RecordedSegment> RecordingIndex::segments(SqliteDatabase::Statement 
 RecordedSegment RecordingIndex::segmentOf(const SqliteQuery& row) const
 {
     RecordedSegment segment;
-    segment.id = row.number(0);
-    segment.cameraId = static_cast<int>(row.number(1));
-    segment.streamId = static_cast<int>(row.number(2));
-    segment.begin = row.date(3);
-    segment.duration = row.span(4);
-    segment.bytes = row.number(5);
-    segment.path = directory_ + "/" + row.text(pathColumn);
-    segment.closed = row.number(7) != 0;
-    segment.epoch = static_cast<int>(row.number(8));
+    segment.id = row.number(SegmentColumn::id);
+    segment.cameraId = static_cast<int>(row.number(SegmentColumn::camera));
+    segment.streamId = static_cast<int>(row.number(SegmentColumn::stream));
+    segment.begin = row.date(SegmentColumn::begin);
+    segment.duration = row.span(SegmentColumn::duration);
+    segment.bytes = row.number(SegmentColumn::bytes);
+    segment.path = directory_ + "/" + row.text(SegmentColumn::path);
+    segment.closed = row.number(SegmentColumn::closed) != 0;
+    segment.epoch = static_cast<int>(row.number(SegmentColumn::epoch));
     return segment;
 }
 
@@ -498,12 +370,12 @@ bool RecordingIndex::write(const SqliteDatabase::Statement& statement, const Par
     }
     SqliteQuery query(*statement, parameters...);
     const bool done = query.run();
-    full_ = !done && writing_.database->isFull();
+    full_ = !done && updates_.database->isFull();
     if (done)
     {
         return true;
     }
-    error_ = IndexFile::pathIn(directory_) + ": " + writing_.database->lastError();
+    error_ = IndexFile::pathIn(directory_) + ": " + updates_.database->lastError();
     return false;
 }
 

@@ -18,8 +18,7 @@ namespace
 {
 
 constexpr std::int64_t mebibyte = 1048576;
-/// 2025: nobody recorded with this program before. Not the time of the build, which an upgrade brings
-/// forward.
+/// 2025: the program is not older. The time of the build would not do: an upgrade moves it.
 constexpr WallTime firstRecordings = wallTimeOfUnix(1735689600);
 
 RecordingRetention::Limits limitsOf(const RecordingConfig& config)
@@ -33,7 +32,7 @@ bool recordsAnyOf(const CameraConfig& camera)
                        [](const StreamConfig& stream) { return stream.record; });
 }
 
-// Looks at few names alone: an index, or the folder of a camera.
+/// Looks for an index, or the folder of a camera, by their names alone.
 bool holdsRecordings(const std::string& directory)
 {
     std::error_code problem;
@@ -51,7 +50,7 @@ bool holdsRecordings(const std::string& directory)
     return false;
 }
 
-// On a disk that is too full even for the lock.
+/// Makes room on a disk that is too full even for the folder's lock.
 bool makeFirstRoom(const std::string& directory)
 {
     SegmentLedger nothingWritten(directory, SegmentLedger::Options(), nullptr);
@@ -101,7 +100,7 @@ void RecordingService::stop()
     }
 }
 
-/// Ends every segment and lets the index go.
+/// Ends every segment and closes the index.
 void RecordingService::end()
 {
     for (const std::shared_ptr<Recorder>& recorder : recorders_)
@@ -212,7 +211,7 @@ void RecordingService::openIndex()
     }
     std::string error;
     index_ = RecordingIndex::open(folder_->path(), error);
-    // The first that finds no room on a full disk; where it is not full nothing is removed.
+    // Makes room on a full disk; removes nothing from one that is not full.
     if (!index_ && !stopping_ && recordsAnything() && room_->make(false))
     {
         index_ = RecordingIndex::open(folder_->path(), error);
@@ -266,8 +265,8 @@ void RecordingService::repair()
     }
 }
 
-/// A disk may be taken away while it is recorded to: what lies below its mount point must not be filled
-/// instead. Called by recorders.
+/// Asked by recorders before each segment: a disk may be unmounted while it is recorded to, and the folder
+/// below its mount point must not be filled instead.
 bool RecordingService::mayStart(std::string& why)
 {
     if (folder_->isInPlace())
@@ -282,7 +281,7 @@ bool RecordingService::mayStart(std::string& why)
     return false;
 }
 
-/// Ends the recording in a folder that is not there any more and waits for it to come back.
+/// Ends the recording in a folder that is gone, and waits for it to return.
 void RecordingService::leave()
 {
     end();
@@ -331,7 +330,7 @@ void RecordingService::retain()
     }
     if (!folder_->isInPlace())
     {
-        // Recorders find out themselves, and report it.
+        // Recorders notice by themselves and report it.
         std::string why;
         if (recorders_.empty() && !mayStart(why))
         {
@@ -380,7 +379,7 @@ void RecordingService::reportClock(const RecordingRetention::Outcome& outcome)
     retainsSlowly_ = outcome.slowly;
 }
 
-/// Many streams end their segments at about the same time, and each look at the limits reads the index.
+/// Once for many streams that end their segments together: every look at the limits reads the index.
 void RecordingService::retainSoon()
 {
     if (!retainsSoon_.exchange(true))
@@ -389,7 +388,7 @@ void RecordingService::retainSoon()
     }
 }
 
-/// Age passes, and long segments grow, also while none ends.
+/// Recordings age and open segments grow even if none ends.
 void RecordingService::retainRegularly()
 {
     retain();

@@ -24,28 +24,28 @@ namespace refhost
 /// All recording of a server: runs a recorder for each stream with `record`, opens the index and publishes it
 /// as Device::recordings(), repairs what a crash left, and keeps the limits.
 ///
-/// Recording starts as soon as the folder can be used, and does not wait for the index or the repair. A
-/// folder that cannot be used, by a failure or because another server uses it, and an index that cannot be
-/// opened are reported once and tried again and again; the streams are live meanwhile. While the index is
-/// opened recordings are expected (Device), while it is repaired they are incomplete (RecordingIndex). When
-/// the folder's disk is unmounted, recording stops until one is mounted there. A disk that hangs is not
-/// waited for: what is written there is left to it, and nothing is recorded until it has answered. Recordings
-/// from before are published also where nothing is recorded now. Threads: start() and stop() from one; the
-/// work is done on a thread of its own.
+/// Recording starts as soon as the folder can be used, and does not wait for the index or the repair. A folder
+/// that cannot be used, or is used by another server, and an index that cannot be opened are reported once and
+/// tried again; the streams are live meanwhile. Recordings are expected (Device) while the index is opened, and
+/// incomplete (RecordingIndex) while it is repaired. When the folder's disk is unmounted, recording stops until
+/// one is mounted there. A disk that hangs is not waited for; nothing is recorded until it answers. Earlier
+/// recordings are published even if nothing is recorded now.
+///
+/// Threads: start() and stop() from one; the work is done on a thread of its own.
 class RecordingService
 {
 public:
     struct Pauses
     {
-        std::chrono::milliseconds retry;   ///< until a folder or an index that cannot be used is tried again
-        std::chrono::milliseconds closed;  ///< from the end of a segment until the limits are looked at
-        std::chrono::milliseconds anyway;  ///< between two looks at the limits though no segment ends
-        std::chrono::milliseconds end;     ///< max time that the end of the segments is waited for
+        std::chrono::milliseconds retry;   ///< before a folder or an index that cannot be used is tried again
+        std::chrono::milliseconds closed;  ///< from the end of a segment to a check of the limits
+        std::chrono::milliseconds anyway;  ///< between two checks of the limits, segments or not
+        std::chrono::milliseconds end;     ///< max wait for the segments to be closed
     };
     static constexpr Pauses usualPauses{std::chrono::seconds(10), std::chrono::seconds(5),
                                         std::chrono::seconds(60), std::chrono::milliseconds(2500)};
 
-    /// From now until the index was opened, or cannot be, recordings are expected (Device).
+    /// Recordings are expected (Device) from now until the index was opened, or cannot be.
     RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
                      const Pauses& pauses = usualPauses);
     ~RecordingService();
@@ -53,15 +53,15 @@ public:
     RecordingService& operator=(const RecordingService&) = delete;
 
     void start();
-    /// Ends every segment and withdraws the index; waits for the disk as long as Pauses::end says.
+    /// Closes every segment and withdraws the index; waits for the disk for at most Pauses::end.
     void stop();
 
-    /// How often the folder or the index was opened, or it was tried.
+    /// Number of attempts to open the folder or the index.
     int attempts() const
     {
         return attempts_;
     }
-    /// How often the limits were looked at.
+    /// Number of checks of the limits.
     int retentions() const
     {
         return retentions_;

@@ -11,7 +11,7 @@ namespace refhost
 namespace
 {
 
-// Frames that are presented in another order than they come in go back by the time of some frames at most.
+/// Max step back of capture times that is reordering and not a jump.
 constexpr Duration maxReordering = std::chrono::seconds(1);
 
 bool same(const std::shared_ptr<const MediaFormat>& left, const std::shared_ptr<const MediaFormat>& right)
@@ -39,7 +39,7 @@ void SegmentCutter::take(const EncodedUnitPtr& unit)
     }
     if (reference)
     {
-        // First what comes before this frame, which may begin a segment.
+        // Earlier audio first: this frame may start a segment.
         releaseAhead(unit->captureTime - Duration(1));
         reorders_ = reorders_ || (last_ && unit->captureTime < *last_);
         lastStep_ = last_ ? std::max(unit->captureTime - *last_, Duration::zero()) : Duration::zero();
@@ -59,7 +59,7 @@ void SegmentCutter::place(const EncodedUnitPtr& unit, bool reference)
     {
         pending_ = unit->captureTime;
         audioCameThrough_ = false;
-        // What leads the very first key frame is of no use.
+        // Leading frames of the first key frame cannot be decoded: they are not waited for.
         leadersCame_ = !open_ || !reorders_;
     }
     if (pending_ && (reference || unit->captureTime >= *pending_))
@@ -81,7 +81,7 @@ void SegmentCutter::keepAhead(const EncodedUnitPtr& unit)
 {
     ahead_.push_back(unit);
     aheadBytes_ += unit->bytes.size();
-    // Frames may stay away: the audio goes on.
+    // Audio does not wait longer for video.
     releaseAhead(unit->captureTime - maxHold);
     while (ahead_.size() > maxHeld || aheadBytes_ > maxHeldBytes)
     {
@@ -160,7 +160,7 @@ void SegmentCutter::write(const EncodedUnitPtr& unit)
 {
     const auto track = std::find_if(tracks_.begin(), tracks_.end(),
                                     [&](const Format& format) { return same(format, unit->format); });
-    // Not what the segment was started with: the next key frame starts one for it.
+    // A track that the segment was not started with: the next key frame starts a segment with it.
     if (track == tracks_.end() || unit->captureTime < begin_)
     {
         return;

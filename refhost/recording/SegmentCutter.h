@@ -13,7 +13,7 @@
 namespace refhost
 {
 
-/// What a cutter makes of a stream: segment after segment, the units of each between its begin and its end.
+/// Receives the segments of a cutter: for each its start, its units, its end.
 class SegmentSink
 {
 public:
@@ -21,9 +21,9 @@ public:
 
     virtual ~SegmentSink() = default;
 
-    /// \param begin   capture time of the frame that is presented first: the key frame's, or of frames that
-    ///                 come behind it and are presented before it
-    /// \param tracks   video first
+    /// \param begin   capture time of the frame that is presented first: the key frame, or one of its leading
+    ///                frames
+    /// \param tracks  video first
     virtual void startSegment(MonotonicTime begin, const Tracks& tracks) = 0;
     /// \param track  index into the segment's tracks; the unit is not from before the segment's begin
     virtual void writeUnit(std::size_t track, const EncodedUnitPtr& unit) = 0;
@@ -33,12 +33,11 @@ public:
 
 /// Decides which encoded unit goes into which segment.
 ///
-/// A segment starts with a key frame: with the first one, with the first one after the configured length, and
-/// where a format changed. Audio and frames of one time do not arrive together; so what comes first is held
-/// back for a while, and no audio is lost or put into the wrong segment at a cut. Frames that follow a key
-/// frame and are presented before it (open GOPs) stay with it where they follow another segment; elsewhere
-/// they are left out, because they cannot be decoded. A jump of the capture times is a gap: the segment ends
-/// there. Audio alone makes segments too where a stream has no video.
+/// A segment starts with a key frame: the first one, the first one after the configured length, or one with
+/// another format. Audio and video of one time do not arrive together: the earlier one is held back for a
+/// while, so that no audio is lost or put into the wrong segment. Leading frames of a key frame (open GOPs)
+/// stay with it where another segment precedes it; elsewhere they are left out, because they cannot be decoded.
+/// A jump of the capture times ends the segment. A stream without video is cut at its audio.
 ///
 /// Threads: one at a time.
 class SegmentCutter
@@ -53,25 +52,24 @@ public:
 
     /// Max time that units are held back for the other track.
     static constexpr Duration maxHold = std::chrono::seconds(1);
-    /// A segment may be that much shorter than requested: capture times are not exact.
+    /// How much a segment may be shorter than requested: capture times are not exact.
     static constexpr Duration tolerance = std::chrono::milliseconds(250);
-    /// Capture times that go on by more than this leave a gap.
+    /// A larger step of the capture times is a gap.
     static constexpr Duration maxPause = std::chrono::seconds(5);
 
-    /// Longest that units are held back, whatever their times, for each of both queues: in units, and in
-    /// bytes with one unit more.
+    /// Max units, and max bytes plus one unit, of each of the two queues of held units.
     static constexpr std::size_t maxHeld = 1000;
     static constexpr std::size_t maxHeldBytes = 16U << 20U;
 
-    /// \param segmentLength  requested
-    /// \param expected   returns the tracks; asked for as long as they are not all there
-    /// \param sink       outlives the cutter
+    /// \param segmentLength  requested length
+    /// \param expected       returns the stream's tracks; called until all have appeared
+    /// \param sink           outlives the cutter
     SegmentCutter(Duration segmentLength, std::function<Expected()> expected, SegmentSink& sink);
 
     void take(const EncodedUnitPtr& unit);
     /// Ends the present segment; the next one starts with the next key frame.
     void interrupt();
-    /// Cuts at the next key frame, however short the segment is; nothing is lost.
+    /// Cuts at the next key frame, whatever the length of the segment; no unit is lost.
     void cutSoon()
     {
         cutsSoon_ = open_;
@@ -100,7 +98,7 @@ private:
     Format video_;  ///< since the last interruption
     Format audio_;
     bool open_ = false;
-    bool cutsSoon_ = false;  ///< whatever the length
+    bool cutsSoon_ = false;  ///< at the next key frame, whatever the length
     MonotonicTime begin_;
     SegmentSink::Tracks tracks_;            ///< of the open segment
     MonotonicTime end_;                     ///< end of the last frame that was written
@@ -108,12 +106,12 @@ private:
     Duration lastStep_{};                   ///< from the last but one to it
     std::optional<MonotonicTime> pending_;  ///< begin of the next segment, while units are held back
     bool reorders_ = false;                 ///< frames come in another order than they are presented in
-    bool leadersCame_ = false;  ///< no frame will be presented before the pending key frame any more
+    bool leadersCame_ = false;              ///< all leading frames of the pending key frame came
     std::vector<EncodedUnitPtr> held_;
     std::size_t heldBytes_ = 0;
-    std::deque<EncodedUnitPtr> ahead_;  ///< audio of times that no frame has come to yet
+    std::deque<EncodedUnitPtr> ahead_;  ///< audio that is later than every frame so far
     std::size_t aheadBytes_ = 0;
-    bool audioCameThrough_ = false;  ///< to the pending begin
+    bool audioCameThrough_ = false;  ///< audio reached the pending begin
 };
 
 }  // namespace refhost

@@ -83,7 +83,7 @@ std::size_t SegmentLedger::kept() const
     return count;
 }
 
-// The ones that are being written are few and needed: isOpen() protects their files.
+/// Drops closed segments alone: open ones are few, and isOpen() protects their files.
 void SegmentLedger::bound()
 {
     for (auto item = items_.begin(); items_.size() > options_.maxKept && item != items_.end();)
@@ -162,7 +162,7 @@ bool SegmentLedger::flushTo(RecordingIndex& index)
     constexpr int maxAttempts = 4;
     for (int attempt = 0;; ++attempt)
     {
-        // Again each time: what made room has changed more.
+        // Read again each time: making room changes items.
         const std::vector<Item> changed = changedItems();
         std::vector<RecordingIndex::Change> changes;
         changes.reserve(changed.size());
@@ -200,7 +200,7 @@ std::vector<SegmentLedger::Item> SegmentLedger::changedItems() const
     return changed;
 }
 
-/// What has changed since is entered again.
+/// Items that changed meanwhile stay marked, and are entered again.
 void SegmentLedger::noteEntered(const std::vector<Item>& entered)
 {
     const MutexLock guard(mutex_);

@@ -22,24 +22,25 @@ namespace refhost
 
 /// What recorders have written and the index does not know yet: the newest state of each segment.
 ///
-/// A thread of its own enters it, all segments in one transaction a second, so an index that is locked, missing or on a full disk never holds up a
-/// recording. What cannot be entered is kept and tried again; at most `maxKept` segments, beyond those some
-/// are forgotten here: their files stay, and RecordingRepair finds them. Threads: any. put(), remove(),
-/// isOpen() and holds() never wait for the index.
+/// A thread of its own enters all of them in one transaction a second, so that an index that is locked,
+/// missing or on a full disk never holds up a recording. What cannot be entered is kept and tried again, up to
+/// `maxKept` segments; beyond, closed ones are dropped. Their files stay, and RecordingRepair finds them.
+///
+/// Threads: any. put(), remove(), isOpen() and holds() never wait for the index.
 class SegmentLedger
 {
 public:
     struct Options
     {
-        std::chrono::milliseconds retry{1000};  ///< until an index that did not take something is tried again
+        std::chrono::milliseconds retry{1000};  ///< pause after the index refused something
         std::size_t maxKept = 4096;             ///< segments, about 300 bytes each
-        /// From one transaction of the index to the next one, which enters what changed meanwhile.
+        /// Between the starts of two transactions.
         std::chrono::milliseconds interval{1000};
     };
 
     /// \param directory  of all recordings, without a slash at the end
-    /// \param forgotten  called, on any thread, when the index took everything after something was forgotten;
-    ///                   may be empty
+    /// \param forgotten  called on any thread once the index took everything after segments were dropped; may
+    ///                   be empty
     SegmentLedger(std::string directory, const Options& options, std::function<void()> forgotten);
     ~SegmentLedger();
     SegmentLedger(const SegmentLedger&) = delete;
@@ -50,29 +51,29 @@ public:
         return directory_;
     }
 
-    /// Gives the index, from now on; null takes it away.
+    /// Sets the index; null: none for now.
     void setIndex(std::shared_ptr<RecordingIndex> index);
 
-    /// Called when the disk is too full for the index, as of a SegmentWriter; before the first segment is
-    /// put.
+    /// Sets what makes room when the disk is too full for the index.
+    /// Requires: no segment was put yet.
     void setMakeRoom(SegmentWriter::MakeRoom makeRoom);
 
-    /// Notes what is known of a segment now; its path says which. To be called before its file is made.
+    /// Enters or updates the segment of a path. Call it before the file is made, so that isOpen() protects it.
     void put(const RecordedSegment& segment);
-    /// Notes that a segment's file is gone.
+    /// The segment's file was removed.
     void remove(const std::string& path);
 
     /// Whether the segment of that path is being written by this process.
     bool isOpen(const std::string& path) const;
-    /// Whether the segment of that path is being written, or was and is not in the index yet.
+    /// Whether the segment of that path is being written, or not in the index yet.
     bool holds(const std::string& path) const;
-    /// Segments that the index does not know in their newest state.
+    /// Number of segments whose newest state is not in the index yet.
     std::size_t kept() const;
 
-    /// Enters everything now, on this thread. \returns false when the index does not take it, or there is
-    /// none
+    /// Enters everything now, on the caller's thread.
+    /// \returns false when the index refused something, or there is none
     bool flush();
-    /// Ends the thread; what was not entered is for RecordingRepair. Nothing may be put any more.
+    /// Ends the thread. What was not entered is left to RecordingRepair; nothing may be put any more.
     void close();
 
 private:
@@ -97,7 +98,7 @@ private:
     Duration untilNextFlush() const OV_REQUIRES(mutex_);
     void run();
     bool flushTo(RecordingIndex& index) OV_REQUIRES(flushMutex_) OV_EXCLUDES(mutex_);
-    /// In the order in which they came first.
+    /// In the order of their first put().
     std::vector<Item> changedItems() const OV_EXCLUDES(mutex_);
     void noteEntered(const std::vector<Item>& entered) OV_EXCLUDES(mutex_);
     void report(bool entered, const std::string& why) OV_REQUIRES(flushMutex_);

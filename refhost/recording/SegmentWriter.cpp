@@ -24,7 +24,7 @@ namespace
 {
 
 constexpr int bufferSize = 65536;
-/// Room is made for others too: they may be faster.
+/// Other writers compete for the room that is made.
 constexpr int maxAttempts = 16;
 constexpr std::int64_t firstDecodeMs = -(std::int64_t{1} << 48);
 
@@ -34,7 +34,7 @@ AVCodecID libavCodec(Codec codec)
     return known == nullptr ? AV_CODEC_ID_NONE : known->id;
 }
 
-/// Rounded to the nearest; half a millisecond away from none.
+/// Rounded to the nearest, half away from zero.
 std::int64_t inMilliseconds(Duration span)
 {
     constexpr Duration half = std::chrono::microseconds(500);
@@ -65,7 +65,7 @@ std::unique_ptr<SegmentWriter> SegmentWriter::create(const std::string& path, co
 
 bool SegmentWriter::accepts(const MediaFormat& format)
 {
-    // A header that nobody keeps: the muxer itself says what it takes.
+    // The muxer decides: it writes a header that is discarded.
     SegmentWriter trial(std::string(), {}, {});
     trial.discards_ = true;
     return trial.start({std::make_shared<const MediaFormat>(format)});
@@ -129,7 +129,7 @@ bool SegmentWriter::start(const SegmentSink::Tracks& tracks)
         return false;
     }
     format_->pb = output_;
-    // The begin is timestamp 0 whatever comes before it; a shift would part the file from the wall clock.
+    // Timestamp 0 is the begin, even with earlier units: shifted timestamps would not match the wall clock.
     format_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
     const auto whole = std::chrono::floor<std::chrono::seconds>(begin_.wall);
     const auto rest = std::chrono::duration_cast<std::chrono::microseconds>(begin_.wall - whole);
@@ -193,9 +193,8 @@ bool SegmentWriter::write(std::size_t track, const EncodedUnit& unit)
     packet_->size = static_cast<int>(unit.bytes.size());
     packet_->stream_index = static_cast<int>(track);
     packet_->pts = inMilliseconds(unit.captureTime - begin_.capture);
-    // Matroska holds no decode times. The muxer refuses units whose decode times go back or lie behind the
-    // presentation, whatever made them so: it gets the order of the units alone, far in front of every
-    // presentation.
+    // Matroska holds no decode times, but the muxer refuses those that decrease or exceed the presentation
+    // time. A counter far below every presentation time never does.
     packet_->dts = firstDecodeMs + unitsWritten_++;
     packet_->duration = inMilliseconds(unit.duration);
     packet_->flags = unit.keyFrame ? AV_PKT_FLAG_KEY : 0;

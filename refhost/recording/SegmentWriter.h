@@ -20,8 +20,9 @@ namespace refhost
 
 /// A Matroska file that is being written.
 ///
-/// Timestamps are milliseconds since the segment's begin. What was flushed can be read at any time, also
-/// after a crash: the file is a sequence of complete clusters then, without the index that close() adds.
+/// Timestamps are milliseconds since the segment's begin. What was flushed is readable at any time, also after
+/// a crash: the file consists of complete clusters then, and lacks the index that close() adds.
+///
 /// Threads: one at a time.
 class SegmentWriter
 {
@@ -33,39 +34,42 @@ public:
         WallTime wall;          ///< also stands in the file, in microseconds
     };
 
-    /// Makes room on a full disk. \param again  that what it made before did not suffice
-    /// \returns false when it cannot: the disk is full then
+    /// Makes room on a full disk.
+    /// \param again  the room made by the previous call did not suffice
+    /// \returns false when it cannot
     using MakeRoom = std::function<bool(bool again)>;
 
-    /// Makes a new file, readable for the server's user and group, and writes its header.
+    /// Creates a file, readable for the server's user and group, and writes its header.
     /// \param[out] error  why not
-    /// \param makeRoom  called whenever the disk is full, and what was not written is tried again; may be
-    /// empty \returns null with `error` set, and no file left, when it cannot be done or the file is there
-    /// already
+    /// \param makeRoom    called whenever the disk is full, before the write is tried again; may be empty
+    /// \returns null with `error` set, and no file left, on failure; also when the file exists
     static std::unique_ptr<SegmentWriter> create(const std::string& path, const Begin& begin,
                                                  const SegmentSink::Tracks& tracks, std::string& error,
                                                  MakeRoom makeRoom = {});
 
-    /// Whether a file can have such a track: not when what describes it to a decoder is malformed.
+    /// Whether a file can have such a track: false when its description for decoders is malformed.
     static bool accepts(const MediaFormat& format);
 
-    /// Whether a failure, an `errno`, says that a disk is full.
+    /// Whether an `errno` says that a disk is full.
     static bool isFull(int failure);
 
     SegmentWriter(const SegmentWriter&) = delete;
     SegmentWriter& operator=(const SegmentWriter&) = delete;
-    /// Without close() the file is left as it is. It is closed when its last holder lets it go.
+    /// Leaves the file as it is unless close() was called. The descriptor is closed with the last holder of
+    /// file().
     ~SegmentWriter();
 
-    /// Adds a unit; it may stay in memory until flush(). One that is malformed is left out, see leftOut().
-    /// \returns false when the disk failed: see error(); the file takes nothing any more then
+    /// Adds a unit; it may stay in memory until flush(). Malformed ones are left out, see leftOut().
+    /// \returns false when the disk failed, see error(); call only the destructor then
     bool write(std::size_t track, const EncodedUnit& unit);
-    /// Brings everything to the file. \returns as write()
+    /// Writes what is in memory.
+    /// \returns as of write()
     bool flush();
-    /// Finishes the file with an index for seeking; it takes nothing any more then. \returns as write()
+    /// Finishes the file with an index for seeking; call only the destructor then.
+    /// \returns as of write()
     bool close();
 
-    /// Units that were malformed.
+    /// Number of malformed units.
     int leftOut() const
     {
         return leftOut_;
@@ -106,7 +110,7 @@ private:
     MakeRoom makeRoom_;
     std::shared_ptr<SyncedFile> file_;
     int leftOut_ = 0;
-    bool discards_ = false;  ///< what is written, because it is a trial
+    bool discards_ = false;  ///< writes nothing: a trial of accepts()
     int systemError_ = 0;
     std::int64_t position_ = 0;
     std::int64_t size_ = 0;
