@@ -325,6 +325,7 @@ void ClientSession::takeMedia(std::size_t track, bool rtcp, const std::uint8_t* 
     }
     const FrameStart frame = watches_[track].onRtp(data, size);
     ++packets_;
+    silence_.onPacket(nowNs());
     listener_.onPacket(*this, frame);
 }
 

@@ -9,6 +9,7 @@
 #include "bench/load/RtspReader.h"
 #include "bench/load/RtspUrl.h"
 #include "bench/load/SessionDescription.h"
+#include "bench/load/SilenceWatch.h"
 #include "bench/load/TlsClient.h"
 #include "bench/load/TrackWatch.h"
 #include "bench/load/UdpPair.h"
@@ -79,6 +80,11 @@ public:
     {
         return packets_;
     }
+    /// How long no packet of any track came.
+    SilenceWatch& silence()
+    {
+        return silence_;
+    }
     const std::vector<TrackWatch>& tracks() const
     {
         return watches_;
@@ -133,6 +139,7 @@ private:
     std::vector<std::unique_ptr<UdpPair>> pairs_;
     std::int64_t playSentNs_ = 0;
     std::uint64_t packets_ = 0;
+    SilenceWatch silence_;
 };
 
 }  // namespace rtspload

@@ -1,5 +1,7 @@
 #include "bench/load/CycleRun.h"
 
+#include <algorithm>
+
 #include "bench/load/ProcessMeter.h"
 
 namespace rtspload
@@ -79,6 +81,10 @@ bool CycleRun::run(Report& report)
     if (options_.serverProcess != 0)
     {
         report.add("server_core_percent", corePercent(before, after), 1);
+        report.add("server_us_per_cycle",
+                   (after.cpuSeconds - before.cpuSeconds) * 1e6 /
+                       static_cast<double>(std::max<std::int64_t>(completed, 1)),
+                   1);
         report.add("server_threads", std::int64_t{after.threads});
         report.add("server_resident_growth_kb", (after.residentBytes - before.residentBytes) / 1024);
     }

@@ -74,8 +74,14 @@ bool HoldRun::run(Report& report)
     receiveFor(1);
     const ProcessUse before = use();
     const std::uint64_t packetsBefore = packetsOfAll();
+    const std::int64_t measuredFrom = nowNs();
+    for (const auto& session : sessions_)
+    {
+        session->silence().restart(measuredFrom);
+    }
     receiveFor(options_.seconds);
     const ProcessUse after = use();
+    const std::int64_t measuredUntil = nowNs();
     const std::uint64_t packetsMeasured = packetsOfAll() - packetsBefore;
 
     const bool reportDue = options_.seconds + 1 >= senderReportSeconds;
@@ -84,12 +90,14 @@ bool HoldRun::run(Report& report)
     std::uint64_t reordered = 0;
     FaultCounts faults;
     std::size_t faulty = 0;
+    Latencies silence;  // the longest of each viewer
     for (const auto& session : sessions_)
     {
         if (!session->playing())
         {
             continue;
         }
+        silence.add(session->silence().longest(measuredUntil));
         std::string text;
         for (const TrackWatch& track : session->tracks())
         {
@@ -122,6 +130,8 @@ bool HoldRun::run(Report& report)
                    static_cast<double>(packetsMeasured) / options_.seconds / static_cast<double>(playing_),
                    1);
     }
+    report.add("silence", silence);
+    report.add("longest_silence_ms", silence.percentile(100), 3);
     report.add("open_seconds", openSeconds, 2);
     report.add("play_to_first_packet", firstPacket_);
     report.add("play_to_key_frame", keyFrame_);

@@ -1,0 +1,165 @@
+#!/usr/bin/env python3
+"""Measures what ovrtspd costs beside the least that serving can cost: rtsp_canned, which sends the same packets.
+
+    bench/floor.py --build build/release [--also NAME=FOLDER]... [--rounds 5] [--seconds 6] [--cases udp,tcp,...]
+
+rtsp_origin plays a camera (640x360, 25 frames a second, a key frame every two seconds, 1 Mbit/s), ovrtspd reads it,
+and rtsp_canned records what ovrtspd sends of it. Then rtsp_load puts the same load on all of them by turns, case by
+case and round by round, so that what else the machine does meets all alike. Of each round the ratio to rtsp_canned is
+taken; the tables have the medians. With --also, another build's ovrtspd takes its turn: a change and what was before.
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import re
+import statistics
+import subprocess
+import sys
+import tempfile
+
+from record_cameras import make_video
+
+CONFIG = """
+port = 0
+log-level = "warning"
+
+[limits]
+connections = 8192
+connections-per-address = 8192
+sessions = 8192
+sessions-per-address = 8192
+
+[[camera]]
+id = 1
+[[camera.stream]]
+id = 0
+source = "rtsp"
+location = "{location}"
+audio = "none"
+"""
+CASES = {
+    "udp": ("UDP viewer, % of a core", ["--mode", "hold", "--transport", "udp"], "core_percent_per_viewer"),
+    "tcp": ("TCP viewer, % of a core", ["--mode", "hold", "--transport", "tcp"], "core_percent_per_viewer"),
+    "udp-cycles": ("cycles a second, UDP", ["--mode", "cycles", "--transport", "udp"], "cycles_per_second"),
+    "tcp-cycles": ("cycles a second, TCP", ["--mode", "cycles", "--transport", "tcp"], "cycles_per_second"),
+}
+FLOOR = "rtsp_canned"
+
+
+class Server:
+    """A program that prints its URL; ends with the block."""
+
+    def __init__(self, command, log):
+        self.process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=log, text=True)
+        line = ""
+        while "rtsp://" not in line:
+            line = self.process.stdout.readline()
+            if not line:
+                raise RuntimeError(f"{command[0]} did not start")
+        self.url = re.search(r"rtsp://\S+", line).group(0)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        try:
+            self.process.wait(20)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+
+
+def load(arguments, server, case):
+    """One run of rtsp_load. What it finds wrong is printed: rtsp_canned sends no reports and no first timestamp."""
+    command = [arguments.build / "rtsp_load", "--url", server.url, "--server-pid", str(server.process.pid), "--json",
+               "--seconds", str(arguments.seconds), *CASES[case][1]]
+    if "hold" in command:
+        command += ["--viewers", str(arguments.viewers), "--baseline-seconds", str(arguments.baseline)]
+    else:
+        command += ["--clients", str(arguments.clients), "--keep-warm"]
+    ran = subprocess.run(command, capture_output=True, text=True)
+    result = json.loads(ran.stdout)
+    if result.get("failed") or result.get("packets_lost"):
+        print(f"    {server.url}: {result.get('failed')} failed, {result.get('packets_lost')} packets lost "
+              f"{result.get('fault', '')}", file=sys.stderr)
+    return result
+
+
+def table(results, names, cases):
+    print("\n| | " + " | ".join(names) + " | " + " | ".join(f"{name} / floor" for name in names if name != FLOOR) + " |")
+    print("|---|" + "---:|" * (2 * len(names) - 1))
+    rows = [(case, *CASES[case][::2]) for case in cases]
+    rows += [(case, f"µs of a core a cycle, {case[:3].upper()}", "server_us_per_cycle") for case in cases if "cycles" in case]
+    rows += [(case, f"longest silence of any viewer, {case.upper()}, ms", "longest_silence_ms") for case in cases
+             if "cycles" not in case]
+    rows += [(case, f"KB a session, {case.upper()}", "resident_kb_per_session") for case in cases if "cycles" not in case]
+    for case, title, key in rows:
+        of = {name: [result[key] for result in results[name, case]] for name in names}
+        cells = [f"{statistics.median(values):.5g}" for values in of.values()]
+        for name in names:
+            if name != FLOOR:
+                ratios = sorted(value / max(floor, 1e-9) for value, floor in zip(of[name], of[FLOOR]))
+                cells.append("–" if key.startswith("resident") else
+                             f"{statistics.median(ratios):.2f} ({ratios[0]:.2f} to {ratios[-1]:.2f})")
+        print(f"| {title} | " + " | ".join(cells) + " |")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--build", type=lambda path: pathlib.Path(path).resolve(), required=True)
+    parser.add_argument("--also", action="append", default=[], metavar="NAME=FOLDER", help="another build's ovrtspd")
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--seconds", type=float, default=6, help="how long to measure each time")
+    parser.add_argument("--baseline", type=float, default=3, help="seconds with one viewer, whose cost does not count")
+    parser.add_argument("--viewers", type=int, default=1000)
+    parser.add_argument("--clients", type=int, default=32, help="that go through cycles at a time")
+    parser.add_argument("--cases", default=",".join(CASES))
+    parser.add_argument("--connected", action="store_true", help="rtsp_canned has a UDP socket for each viewer")
+    parser.add_argument("--json", type=pathlib.Path, help="also write every single result there")
+    arguments = parser.parse_args()
+    cases = arguments.cases.split(",")
+    servers = {"ovrtspd": arguments.build}
+    servers.update((name, pathlib.Path(folder)) for name, folder in (text.split("=", 1) for text in arguments.also))
+    names = [*servers, FLOOR]
+    results = {(name, case): [] for name in names for case in cases}
+    before = os.getloadavg()[0]
+    with tempfile.TemporaryDirectory() as folder, open(pathlib.Path(folder) / "log", "w") as log:
+        folder = pathlib.Path(folder)
+        make_video(folder / "video.h264")
+        with Server([arguments.build / "rtsp_origin", "--video", folder / "video.h264"], log) as origin:
+            config = folder / "ovrtspd.toml"
+            config.write_text(CONFIG.format(location=origin.url))
+
+            def serve(name):
+                return Server([servers[name] / "ovrtspd", "-c", config], log)
+
+            canned = [arguments.build / "rtsp_canned", *(["--connected"] if arguments.connected else [])]
+            with serve("ovrtspd") as first:
+                floor = Server([*canned, "--from", first.url], log)
+            with floor:
+                for number in range(arguments.rounds):
+                    for case in cases:
+                        for name in names[number % len(names):] + names[:number % len(names)]:
+                            if name == FLOOR:
+                                result = load(arguments, floor, case)
+                            else:
+                                with serve(name) as server:
+                                    result = load(arguments, server, case)
+                            results[name, case].append(result)
+                            print(f"    {case} {name}: {result[CASES[case][2]]}", file=sys.stderr, flush=True)
+        log.flush()
+        for line in (folder / "log").read_text().splitlines()[:5]:
+            print(f"    {line}", file=sys.stderr)
+    print(f"{os.cpu_count()} cores, Linux {os.uname().release}, load before {before:.1f}, after {os.getloadavg()[0]:.1f}, "
+          f"{arguments.rounds} rounds of {arguments.seconds:g} s, {arguments.viewers} viewers, {arguments.clients} clients")
+    table(results, names, cases)
+    if arguments.json:
+        arguments.json.write_text(json.dumps([[*key, found] for key, found in results.items()], indent=1))
+    return 0
+
+
+if __name__ == "__main__":
+    raise SystemExit(main())
