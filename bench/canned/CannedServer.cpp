@@ -370,7 +370,7 @@ void CannedServer::sendNext()
     if (++next_ == media_.units.size())
     {
         next_ = 0;
-        loopBegan_ += media_.length;
+        loopStart_ += media_.length;
         timestamp_ += ticks(media_.length);
     }
     if (!viewers_.empty())
@@ -386,10 +386,10 @@ void CannedServer::schedule(bool on)
     if (on)
     {
         const Clock::time_point now = Clock::now();
-        Clock::time_point due = loopBegan_ + media_.units[next_].time;
+        Clock::time_point due = loopStart_ + media_.units[next_].time;
         if (now - due > std::chrono::seconds(1))
         {
-            loopBegan_ += now - due;
+            loopStart_ += now - due;
             due = now;
         }
         const std::chrono::nanoseconds time = due.time_since_epoch();

@@ -87,7 +87,7 @@ private:
     MediaSender sender_;
     MediaSender beginning_;
     CannedUnit keyFrame_;  // for those who begin
-    Clock::time_point loopBegan_;
+    Clock::time_point loopStart_;
     std::size_t next_ = 0;
     std::uint16_t sequence_ = 0;
     std::uint32_t timestamp_ = 0;  // of the first unit of this loop

@@ -32,10 +32,10 @@ std::size_t runEnd(const std::vector<CannedUnit::Packet>& packets, std::size_t f
 void MediaSender::load(CannedUnit& unit)
 {
     unit_ = &unit;
-    const std::size_t most = unit.packets.size();
-    messages_.assign(most, {});
-    vectors_.assign(most, {});
-    controls_.assign(most, {});
+    const std::size_t packetCount = unit.packets.size();
+    messages_.assign(packetCount, {});
+    vectors_.assign(packetCount, {});
+    controls_.assign(packetCount, {});
     std::size_t count = 0;
     for (std::size_t at = 0; at < unit.packets.size(); ++count)
     {
