@@ -88,6 +88,43 @@ std::string CameraConfig::streamName(int streamId) const
     return StreamName::of(id, streamId, name);
 }
 
+bool GrantsConfig::empty() const
+{
+    return live.empty() && playback.empty() && talk.empty() && admin.empty();
+}
+
+bool GroupConfig::operator==(const GroupConfig& other) const
+{
+    return same(*this, other);
+}
+
+std::vector<std::string> UserConfig::groupNames() const
+{
+    std::vector<std::string> names;
+    for (std::size_t start = 0; start < groups.size();)
+    {
+        const std::size_t comma = std::min(groups.find(',', start), groups.size());
+        const std::size_t first = groups.find_first_not_of(' ', start);
+        const std::size_t last = groups.find_last_not_of(' ', comma - 1);
+        if (first < comma && last != std::string::npos)
+        {
+            names.push_back(groups.substr(first, last + 1 - first));
+        }
+        start = comma + 1;
+    }
+    return names;
+}
+
+bool UserConfig::unlimited() const
+{
+    return grants.empty() && groupNames().empty() && !isAnonymous();
+}
+
+bool UserConfig::isAnonymous() const
+{
+    return name == anonymous && password.empty();
+}
+
 bool UserConfig::operator==(const UserConfig& other) const
 {
     return same(*this, other);
@@ -174,6 +211,15 @@ std::vector<std::string> ServerConfig::warnings() const
     {
         found.push_back("anybody who reaches " + listen +
                         " can watch: it is no loopback address and no [[user]] is configured");
+    }
+    for (const UserConfig& user : users)
+    {
+        if (user.unlimited())
+        {
+            found.push_back("user \"" + Log::safe(user.name) +
+                            "\" may do everything, for nothing limits this password: give live, playback, "
+                            "talk or admin, each with \"*\" or numbers of cameras");
+        }
     }
     if (!tls.enabled() && (!tls.key.empty() || !tls.clientCa.empty()))
     {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "refhost/media/Codec.h"
@@ -75,10 +76,41 @@ struct CameraConfig
     std::string streamName(int streamId) const;
 };
 
-struct UserConfig
+/// What a user or group may do with which cameras, each as CameraSet reads it. Empty: not said.
+struct GrantsConfig
+{
+    std::string live;
+    std::string playback;
+    std::string talk;
+    std::string admin;
+
+    /// Whether nothing is said.
+    bool empty() const;
+};
+
+struct GroupConfig
 {
     std::string name;
+    GrantsConfig grants{};
+
+    bool operator==(const GroupConfig& other) const;
+};
+
+struct UserConfig
+{
+    /// The user that clients are which did not log in; it has no password.
+    static constexpr std::string_view anonymous = "anonymous";
+
+    std::string name;
     std::string password;
+    std::string groups{};   ///< names, separated by commas
+    GrantsConfig grants{};  ///< beside those of the groups
+
+    /// The names in `groups`.
+    std::vector<std::string> groupNames() const;
+    /// Whether it may do everything, because it has neither grants nor groups; never the anonymous one.
+    bool unlimited() const;
+    bool isAnonymous() const;
 
     bool operator==(const UserConfig& other) const;
 };
@@ -182,6 +214,7 @@ struct ServerConfig
     std::string realm = "ovrtspd";
     bool digestWithoutQop = true;  ///< accept Digest responses without qop, replayable for a minute
     std::vector<UserConfig> users;
+    std::vector<GroupConfig> groups;
     LimitsConfig limits;
     AuthConfig auth;
     TlsConfig tls;

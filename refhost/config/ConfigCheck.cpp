@@ -9,6 +9,7 @@
 
 #include "refhost/base/Decimal.h"
 #include "refhost/base/Log.h"
+#include "refhost/config/CameraSet.h"
 #include "refhost/config/ConfigSections.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
 
@@ -255,6 +256,11 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
         value.find_first_of("\"\\") != std::string::npos)
     {
         return "must not hold quotes or backslashes";
+    }
+    if (kind == TextKind::cameras && !CameraSet::parse(value))
+    {
+        return "must be \"*\", \"none\" or numbers of cameras such as \"1, 3-5\", not \"" +
+               Log::safe(value, 40) + "\"";
     }
     if (kind == TextKind::userName && value.find(':') != std::string::npos)
     {

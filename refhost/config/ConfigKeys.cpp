@@ -114,9 +114,24 @@ using Limits = LimitsConfig;
 using TalkBack = TalkBackConfig;
 using Multicast = MulticastConfig;
 using Recording = RecordingConfig;
+using Group = GroupConfig;
 using User = UserConfig;
 using Camera = CameraConfig;
 using Stream = StreamConfig;
+
+// The keys of what a user or group may do.
+template <typename Section>
+void addGrants(std::vector<ConfigKey<Section>>& keys)
+{
+    keys.push_back(text<&Section::grants, &GrantsConfig::live>(
+        "live", "Cameras that may be watched live, over multicast too.", TextKind::cameras));
+    keys.push_back(text<&Section::grants, &GrantsConfig::playback>(
+        "playback", "Cameras whose recordings may be watched.", TextKind::cameras));
+    keys.push_back(text<&Section::grants, &GrantsConfig::talk>(
+        "talk", "Cameras through which audio may be sent to the device.", TextKind::cameras));
+    keys.push_back(text<&Section::grants, &GrantsConfig::admin>(
+        "admin", "Cameras that may be administered; nothing over RTSP needs it.", TextKind::cameras));
+}
 
 constexpr int maxTime = 86400;
 constexpr int maxNumber = 999999;
@@ -360,14 +375,39 @@ const std::vector<ConfigKey<RecordingConfig>>& configKeys<RecordingConfig>()
 }
 
 template <>
+const std::vector<ConfigKey<GroupConfig>>& configKeys<GroupConfig>()
+{
+    static const std::vector<ConfigKey<Group>> keys = []
+    {
+        std::vector<ConfigKey<Group>> all{
+            text<&Group::name>("name", "Name, without colon, comma or quotes.", TextKind::userName)};
+        addGrants(all);
+        return all;
+    }();
+    return keys;
+}
+
+template <>
 const std::vector<ConfigKey<UserConfig>>& configKeys<UserConfig>()
 {
-    static const std::vector<ConfigKey<User>> keys{
-        text<&User::name>("name", "Name, without colon or quotes.", TextKind::userName),
-        text<&User::password>("password",
-                              "Password in plain text: keep the file readable for the server alone.",
-                              TextKind::password),
-    };
+    static const std::vector<ConfigKey<User>> keys = []
+    {
+        std::vector<ConfigKey<User>> all{
+            text<&User::name>("name",
+                              "Name, without colon or quotes; \"anonymous\", without a password, is whoever "
+                              "does not log in.",
+                              TextKind::userName),
+            text<&User::password>("password",
+                                  "Password in plain text: keep the file readable for the server alone.",
+                                  TextKind::password),
+            text<&User::groups>(
+                "groups",
+                "Names of the groups that the user is in, separated by commas; it may do what "
+                "each of them may.",
+                TextKind::names)};
+        addGrants(all);
+        return all;
+    }();
     return keys;
 }
 

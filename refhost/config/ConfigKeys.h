@@ -54,6 +54,8 @@ enum class TextKind
     quotable,    ///< for a quoted string of a header: no quotes, backslashes or control characters
     userName,    ///< as `quotable`, and no colon; must not be empty
     password,    ///< never written; must not be empty
+    cameras,     ///< as CameraSet reads it; not written while empty
+    names,       ///< names separated by commas
     groupRange,  ///< IPv4 multicast addresses as "239.255.42.0/24"
     group,       ///< an IPv4 multicast address with an even port as "239.1.2.3:5004", or nothing
     path,        ///< must not be empty
@@ -113,6 +115,8 @@ template <>
 const std::vector<ConfigKey<MulticastConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<RecordingConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<GroupConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<UserConfig>>& configKeys();
 template <>

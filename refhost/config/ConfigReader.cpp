@@ -11,6 +11,8 @@
 #include <tuple>
 #include <utility>
 
+#include "refhost/base/Log.h"
+#include "refhost/config/CameraSet.h"
 #include "refhost/config/ConfigCheck.h"
 #include "refhost/config/ConfigKeys.h"
 #include "refhost/config/ConfigSections.h"
@@ -55,6 +57,7 @@ public:
         {
             out.cameras = ServerConfig::embeddedCameras();
         }
+        checkGroupUses(out.groups);
     }
 
     std::vector<ConfigProblem> takeProblems()
@@ -289,20 +292,85 @@ private:
         }
     }
 
+    void finish(const toml::table& table, GroupConfig& group, const std::vector<GroupConfig>& others)
+    {
+        if (!table.contains("name"))
+        {
+            report(table, "this [[group]] has no name");
+        }
+        const std::string& name = group.name;
+        if (!name.empty() &&
+            (name.find(',') != std::string::npos || name.front() == ' ' || name.back() == ' '))
+        {
+            report(place(table, "name"),
+                   "name of a group must not hold a comma, nor start or end with a blank");
+        }
+        const bool twice = std::any_of(others.begin(), others.end(),
+                                       [&](const GroupConfig& other) { return other.name == name; });
+        if (twice && !name.empty())
+        {
+            report(place(table, "name"), "group \"" + name + "\" is defined twice");
+        }
+    }
+
     void finish(const toml::table& table, UserConfig& user, const std::vector<UserConfig>& others)
     {
-        for (const std::string_view key : {"name", "password"})
+        if (!table.contains("name"))
         {
-            if (!table.contains(key))
-            {
-                report(table, "this [[user]] has no " + std::string(key));
-            }
+            report(table, "this [[user]] has no name");
+        }
+        if (user.isAnonymous())
+        {
+            checkAnonymous(table, user);
+        }
+        else if (!table.contains("password"))
+        {
+            report(table, "this [[user]] has no password");
+        }
+        for (const std::string& group : user.groupNames())
+        {
+            const toml::source_position& where = place(table, "groups").source().begin;
+            groupUses_.push_back(at(where, group));
         }
         const bool twice = std::any_of(others.begin(), others.end(),
                                        [&](const UserConfig& other) { return other.name == user.name; });
         if (twice && !user.name.empty())
         {
             report(place(table, "name"), "user \"" + user.name + "\" is defined twice");
+        }
+    }
+
+    // Whoever does not log in must never be able to do everything.
+    void checkAnonymous(const toml::table& table, const UserConfig& user)
+    {
+        if (table.contains("password"))
+        {
+            return;  // it is empty, which is reported
+        }
+        if (user.grants.empty() && user.groupNames().empty())
+        {
+            report(place(table, "name"),
+                   "the user \"anonymous\" needs live, playback or talk, for it is whoever does not log in");
+        }
+        const auto admin = CameraSet::parse(user.grants.admin);
+        if (admin && !admin->empty())
+        {
+            report(place(table, "admin"), "the user \"anonymous\" cannot have admin");
+        }
+    }
+
+    void checkGroupUses(const std::vector<GroupConfig>& groups)
+    {
+        for (const ConfigProblem& use : groupUses_)
+        {
+            const bool known =
+                std::any_of(groups.begin(), groups.end(),
+                            [&](const GroupConfig& group) { return group.name == use.message; });
+            if (!known)
+            {
+                problems_.push_back({use.line, use.column,
+                                     "there is no [[group]] named \"" + Log::safe(use.message, 40) + "\""});
+            }
         }
     }
 
@@ -372,7 +440,8 @@ private:
     std::string directory_;
     std::vector<ConfigProblem> problems_;
     std::vector<ConfigProblem> warnings_;
-    std::vector<MulticastGroup> groups_;  // fixed groups of streams
+    std::vector<MulticastGroup> groups_;    // fixed groups of streams
+    std::vector<ConfigProblem> groupUses_;  // names of groups, in place of messages
 };
 
 }  // namespace

@@ -66,10 +66,21 @@ constexpr auto configSections()
                 &Server::multicast},
             SingleSection<RecordingConfig, Server>{
                 "recording", "What is recorded: streams with record = true.", &Server::recording},
+            SectionList<GroupConfig, Server>{"group", "group",
+                                             "What the users of a group may do, with which cameras: \"*\", "
+                                             "\"none\", or numbers such as \"1, 3-5\".",
+                                             &Server::groups,
+                                             [] {
+                                                 return GroupConfig{"guards", {"*", "1-4", "1", "none"}};
+                                             }},
             SectionList<UserConfig, Server>{
-                "user", "user", "Who may watch; without any [[user]] everybody may.", &Server::users,
+                "user", "user",
+                "Who may do what, with which cameras; without any [[user]] everybody may do everything, and "
+                "so "
+                "may a user for whom neither a group nor live, playback, talk or admin is given.",
+                &Server::users,
                 [] {
-                    return UserConfig{"admin", ""};
+                    return UserConfig{"admin", "", "", {"*", "*", "*", "*"}};
                 }},
             SectionList<CameraConfig, Server>{"camera", "camera", "", &Server::cameras});
     }

@@ -75,6 +75,20 @@ public:
         return text != nullptr && text->kind == TextKind::password;
     }
 
+    /// Whether the value is one that must be left out of a file: said nothing, it means something else.
+    bool isLeftOut(const ConfigKey<Section>& key) const
+    {
+        const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
+        return text != nullptr && text->kind == TextKind::cameras && text->value.of(section_).empty();
+    }
+
+    /// Empty where nothing is said by default.
+    static std::string byDefault(const ConfigKey<Section>& key)
+    {
+        SettingText setting{Section()};
+        return isSecret(key) || setting.isLeftOut(key) ? "" : setting.value(key);
+    }
+
 private:
     std::string toText(const NumberSetting<Section>& setting)
     {
@@ -131,6 +145,10 @@ private:
                 return "a numeric address, or empty";
             case TextKind::groupRange:
                 return "IPv4 multicast addresses with a length";
+            case TextKind::cameras:
+                return "\"*\", \"none\", or numbers such as \"1, 3-5\"";
+            case TextKind::names:
+                return "names, or empty";
             case TextKind::group:
                 return "a multicast address and port, or empty";
             default:
@@ -167,11 +185,8 @@ template <typename Section>
 std::string explanation(const ConfigKey<Section>& key)
 {
     std::string text = std::string(key.meaning) + " (" + SettingText<Section>::permitted(key);
-    if (!SettingText<Section>::isSecret(key))
-    {
-        text += "; default " + SettingText<Section>(Section()).value(key);
-    }
-    return text + ")";
+    const std::string byDefault = SettingText<Section>::byDefault(key);
+    return text + (byDefault.empty() ? ")" : "; default " + byDefault + ")");
 }
 
 /// \param explained  write each key's comment; only for the first section of a list
@@ -186,8 +201,9 @@ std::string section(const Section& values, const std::string& indent, bool expla
         {
             out += comment(indent, explanation(key));
         }
-        out += indent + (SettingText<Section>::isSecret(key) ? "# " : "") + std::string(key.name) + " = " +
-               setting.value(key) + setting.remark(key) + "\n";
+        const bool commented = SettingText<Section>::isSecret(key) || setting.isLeftOut(key);
+        out += indent + (commented ? "# " : "") + std::string(key.name) + " = " + setting.value(key) +
+               setting.remark(key) + "\n";
     }
     return out;
 }
@@ -227,11 +243,10 @@ std::string table(const std::string& heading)
     std::string out = "### " + heading + "\n\n| Key | Meaning | Values | Default |\n|---|---|---|---|\n";
     for (const ConfigKey<Section>& key : configKeys<Section>())
     {
-        const std::string byDefault = SettingText<Section>::isSecret(key)
-                                          ? "none"
-                                          : "`" + SettingText<Section>(Section()).value(key) + "`";
+        const std::string byDefault = SettingText<Section>::byDefault(key);
         out += "| `" + std::string(key.name) + "` | " + cell(std::string(key.meaning)) + formerName(key) +
-               " | " + cell(SettingText<Section>::permitted(key)) + " | " + byDefault + " |\n";
+               " | " + cell(SettingText<Section>::permitted(key)) + " | " +
+               (byDefault.empty() ? "none" : "`" + byDefault + "`") + " |\n";
     }
     return out + "\n";
 }

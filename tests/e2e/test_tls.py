@@ -25,6 +25,7 @@ USERS = """
 [[user]]
 name = "viewer"
 password = "horse"
+live = "*"
 """
 FRAMES = 50
 

@@ -50,22 +50,40 @@ Authenticator::Authenticator(const std::vector<UserConfig>& users, std::string r
                              bool digestWithoutQop)
     : realm_(std::move(realm)), digestWithoutQop_(digestWithoutQop), nonces_(clock)
 {
+    setUsers(users);
+}
+
+void Authenticator::setUsers(const std::vector<UserConfig>& users)
+{
+    auto next = std::make_shared<Users>();
     for (const UserConfig& user : users)
     {
-        users_[user.name] = {DigestAuth::secret(Algorithm::md5, user.name, realm_, user.password),
-                             DigestAuth::secret(Algorithm::sha256, user.name, realm_, user.password)};
+        if (!user.isAnonymous())
+        {
+            (*next)[user.name] = {DigestAuth::secret(Algorithm::md5, user.name, realm_, user.password),
+                                  DigestAuth::secret(Algorithm::sha256, user.name, realm_, user.password)};
+        }
     }
+    const MutexLock guard(mutex_);
+    users_ = std::move(next);
+}
+
+std::shared_ptr<const Authenticator::Users> Authenticator::users() const
+{
+    const MutexLock guard(mutex_);
+    return users_;
 }
 
 bool Authenticator::enabled() const
 {
-    return !users_.empty();
+    return !users()->empty();
 }
 
 Authenticator::Decision Authenticator::check(std::string_view method, std::string_view uri,
                                              std::string_view authorization, const Client& client, bool basic)
 {
-    if (!enabled())
+    const std::shared_ptr<const Users> all = users();
+    if (all->empty())
     {
         return {Verdict::granted, {}};
     }
@@ -78,12 +96,12 @@ Authenticator::Decision Authenticator::check(std::string_view method, std::strin
     const std::string_view rest = RtspText::trim(authorization.substr(blank));
     if (equalsIgnoringCase(scheme, "Basic"))
     {
-        return basic ? checkBasic(rest) : Decision();
+        return basic ? checkBasic(*all, rest) : Decision();
     }
-    return equalsIgnoringCase(scheme, "Digest") ? checkDigest(method, uri, rest, client) : Decision();
+    return equalsIgnoringCase(scheme, "Digest") ? checkDigest(*all, method, uri, rest, client) : Decision();
 }
 
-Authenticator::Decision Authenticator::checkBasic(std::string_view credentials) const
+Authenticator::Decision Authenticator::checkBasic(const Users& users, std::string_view credentials) const
 {
     const std::string pair = decodeBase64(credentials);
     const std::size_t colon = pair.find(':');
@@ -92,17 +110,18 @@ Authenticator::Decision Authenticator::checkBasic(std::string_view credentials) 
         return {};
     }
     const std::string name = pair.substr(0, colon);
-    const auto user = users_.find(name);
+    const auto user = users.find(name);
     const std::string given =
         DigestAuth::secret(Algorithm::sha256, name, realm_, std::string_view(pair).substr(colon + 1));
     const std::string_view expected =
-        user == users_.end() ? nobodysSecret : std::string_view(user->second.sha256);
+        user == users.end() ? nobodysSecret : std::string_view(user->second.sha256);
     const bool same = DigestAuth::equalInConstantTime(given, expected);
-    return same && user != users_.end() ? Decision{Verdict::granted, user->first} : Decision();
+    return same && user != users.end() ? Decision{Verdict::granted, user->first} : Decision();
 }
 
-Authenticator::Decision Authenticator::checkDigest(std::string_view method, std::string_view uri,
-                                                   std::string_view parameters, const Client& client)
+Authenticator::Decision Authenticator::checkDigest(const Users& users, std::string_view method,
+                                                   std::string_view uri, std::string_view parameters,
+                                                   const Client& client)
 {
     DigestAuth::Answer answer;
     if (!DigestAuth::parse(parameters, answer) || answer.realm != realm_ || !namesTheSame(uri, answer.uri) ||
@@ -110,14 +129,14 @@ Authenticator::Decision Authenticator::checkDigest(std::string_view method, std:
     {
         return {};
     }
-    const auto user = users_.find(std::string(answer.username));
+    const auto user = users.find(std::string(answer.username));
     std::string_view secret = nobodysSecret;
-    if (user != users_.end())
+    if (user != users.end())
     {
         secret = answer.algorithm == Algorithm::md5 ? user->second.md5 : user->second.sha256;
     }
     const std::string expected = DigestAuth::expected(answer, secret, method);
-    if (!DigestAuth::equalInConstantTime(answer.response, expected) || user == users_.end())
+    if (!DigestAuth::equalInConstantTime(answer.response, expected) || user == users.end())
     {
         return {};
     }

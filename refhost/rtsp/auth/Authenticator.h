@@ -1,10 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "refhost/base/Mutex.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtsp/auth/NonceStore.h"
 #include "refhost/rtsp/message/ResponseWriter.h"
@@ -30,8 +32,8 @@ public:
     struct Decision
     {
         Verdict verdict = Verdict::denied;
-        /// The user, if `verdict` is `granted`; empty without users. Lives as long as the authenticator.
-        std::string_view user;
+        /// The user, if `verdict` is `granted`; empty without users.
+        std::string user;
     };
 
     /// Without users every request is granted.
@@ -40,7 +42,11 @@ public:
     Authenticator(const std::vector<UserConfig>& users, std::string realm, const HostClock& clock,
                   bool digestWithoutQop = true);
 
+    /// Whether there are users to log in as.
     bool enabled() const;
+
+    /// From now on these may log in.
+    void setUsers(const std::vector<UserConfig>& users);
 
     /// \param method         of the request
     /// \param uri            of the request; a Digest response must have it, or that of the presentation
@@ -64,14 +70,18 @@ private:
         std::string sha256;
     };
 
-    Decision checkBasic(std::string_view credentials) const;
-    Decision checkDigest(std::string_view method, std::string_view uri, std::string_view parameters,
-                         const Client& client);
+    using Users = std::unordered_map<std::string, Secret>;
+
+    Decision checkBasic(const Users& users, std::string_view credentials) const;
+    Decision checkDigest(const Users& users, std::string_view method, std::string_view uri,
+                         std::string_view parameters, const Client& client);
+    std::shared_ptr<const Users> users() const;
 
     const std::string realm_;
     const bool digestWithoutQop_;
-    std::unordered_map<std::string, Secret> users_;
     NonceStore nonces_;
+    mutable Mutex mutex_;
+    std::shared_ptr<const Users> users_ OV_GUARDED_BY(mutex_);
 };
 
 }  // namespace refhost

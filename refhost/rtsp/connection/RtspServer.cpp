@@ -217,6 +217,11 @@ void RtspServer::refreshCertificate()
     }
 }
 
+std::size_t RtspServer::setUsers(const std::vector<UserConfig>& users, const std::vector<GroupConfig>& groups)
+{
+    return services_.setUsers(users, groups);
+}
+
 int RtspServer::port() const
 {
     return plain_ == nullptr ? 0 : plain_->port();

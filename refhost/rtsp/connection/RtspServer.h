@@ -51,6 +51,9 @@ public:
     /// Ends every session, connection and thread of the server. Does nothing on a stopped server.
     void stop();
 
+    /// \see RtspServices::setUsers()
+    std::size_t setUsers(const std::vector<UserConfig>& users, const std::vector<GroupConfig>& groups);
+
     /// The TCP port, even if the configuration requests any free one; 0 while stopped.
     int port() const;
     /// The TCP port of RTSP over TLS; 0 while stopped, and without TLS.

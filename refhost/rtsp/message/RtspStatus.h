@@ -10,6 +10,7 @@ enum RtspStatus
     rtspOk = 200,
     rtspBadRequest = 400,
     rtspUnauthorized = 401,
+    rtspForbidden = 403,
     rtspNotFound = 404,
     rtspMethodNotAllowed = 405,
     rtspNotAcceptable = 406,

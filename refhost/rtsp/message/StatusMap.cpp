@@ -83,6 +83,8 @@ std::string_view StatusMap::reason(int status)
             return "Bad Request";
         case rtspUnauthorized:
             return "Unauthorized";
+        case rtspForbidden:
+            return "Forbidden";
         case rtspNotFound:
             return "Not Found";
         case rtspMethodNotAllowed:

@@ -8,8 +8,9 @@
 namespace refhost
 {
 
-PlayMethods::PlayMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions)
-    : services_(services), connection_(connection), sessions_(sessions)
+PlayMethods::PlayMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions,
+                         const RequestAccess& access)
+    : services_(services), connection_(connection), sessions_(sessions), access_(access)
 {
 }
 
@@ -18,6 +19,11 @@ MethodResult PlayMethods::play(RequestContext& context, RtspSession::Attempt att
     const auto session = sessions_.of(context);
     if (session == nullptr)
     {
+        return MethodResult::answered;
+    }
+    if (const auto lacked = session->lackedRight(*services_.access.rules()))
+    {
+        access_.refuse(context, session->target(), *lacked);
         return MethodResult::answered;
     }
     PlayRequest order;

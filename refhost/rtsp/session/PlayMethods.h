@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "refhost/rtsp/session/ConnectionSessions.h"
+#include "refhost/rtsp/session/RequestAccess.h"
 #include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
@@ -12,11 +13,12 @@ namespace refhost
 {
 
 /// PLAY and PAUSE of one connection.
-/// Threads: the connection's; `services`, `connection` and `sessions` outlive it.
+/// Threads: the connection's; `services`, `connection`, `sessions` and `access` outlive it.
 class PlayMethods
 {
 public:
-    PlayMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
+    PlayMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions,
+                const RequestAccess& access);
 
     /// \param attempt  the last one is answered 503 instead of notReady
     MethodResult play(RequestContext& context, RtspSession::Attempt attempt);
@@ -36,6 +38,7 @@ private:
     RtspServices& services_;
     ClientConnection& connection_;
     ConnectionSessions& sessions_;
+    const RequestAccess& access_;
 };
 
 }  // namespace refhost

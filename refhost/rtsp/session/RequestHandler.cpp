@@ -72,8 +72,9 @@ RequestHandler::RequestHandler(RtspServices& services, ClientConnection& connect
     : services_(services),
       connection_(connection),
       sessions_(services, connection),
-      methods_(services, connection, sessions_),
-      playing_(services, connection, sessions_)
+      access_(services, connection),
+      methods_(services, connection, sessions_, access_),
+      playing_(services, connection, sessions_, access_)
 {
 }
 
@@ -211,8 +212,12 @@ bool RequestHandler::accept(RequestContext& context, const std::optional<std::st
 bool RequestHandler::authorize(RequestContext& context)
 {
     const RtspRequest& request = context.request;
+    if (admitAnonymous(context))
+    {
+        return true;
+    }
     const Authenticator::Decision decision = services_.authenticator.check(
-        request.method, request.uri, request.value("Authorization"), client(), takesBasic());
+        request.method, request.uri, request.value("Authorization"), access_.client(), access_.takesBasic());
     if (decision.verdict == Authenticator::Verdict::granted)
     {
         context.user = decision.user;
@@ -224,22 +229,18 @@ bool RequestHandler::authorize(RequestContext& context)
         Log::limited(Log::Level::info, "requests with wrong credentials", "{}: wrong credentials for {}",
                      connection_.peer().text(), Log::safe(request.uri));
     }
-    ResponseWriter& out = context.start(rtspUnauthorized);
-    services_.authenticator.challenge(out, decision.verdict == Authenticator::Verdict::stale, client(),
-                                      takesBasic());
-    context.send();
+    access_.challenge(context, decision.verdict == Authenticator::Verdict::stale);
     return false;
 }
 
-bool RequestHandler::takesBasic() const
+/// Clients that send credentials, or use the session of a user, log in.
+bool RequestHandler::admitAnonymous(RequestContext& context)
 {
-    const std::string& basic = services_.auth.basic;
-    return basic == "always" || (basic == "tls-only" && connection_.encrypted());
-}
-
-Authenticator::Client RequestHandler::client() const
-{
-    return {connection_.peer().key(), connection_.serial()};
+    if (context.request.find("Authorization") != nullptr || !services_.access.rules()->hasAnonymous())
+    {
+        return false;
+    }
+    return context.request.find("Session") == nullptr || sessions_.find(context) != nullptr;
 }
 
 void RequestHandler::options(RequestContext& context)

@@ -8,6 +8,7 @@
 #include "refhost/rtsp/message/RequestReader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/PlayMethods.h"
+#include "refhost/rtsp/session/RequestAccess.h"
 #include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/SessionMethods.h"
@@ -60,6 +61,7 @@ private:
     Result dispatch(RequestContext& context, bool lastTry);
     bool accept(RequestContext& context, const std::optional<std::string>& admitted);
     bool authorize(RequestContext& context);
+    bool admitAnonymous(RequestContext& context);
     void options(RequestContext& context);
     void parameters(RequestContext& context);
     void methodNotAllowed(RequestContext& context);
@@ -67,10 +69,9 @@ private:
     RtspServices& services_;
     ClientConnection& connection_;
     ConnectionSessions sessions_;
+    RequestAccess access_;
     SessionMethods methods_;
     PlayMethods playing_;
-    Authenticator::Client client() const;
-    bool takesBasic() const;
 
     /// The user of the next request, if that one was authenticated before it was deferred.
     std::optional<std::string> admitted_;

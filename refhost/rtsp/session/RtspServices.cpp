@@ -13,8 +13,17 @@ RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, 
       routes(std::move(mediaRoutes)),
       sessions(limits),
       authenticator(config.users, config.realm, clock, config.digestWithoutQop),
+      access(AccessRules(config.users, config.groups)),
       sdp(static_cast<std::uint64_t>(std::time(nullptr)))
 {
+}
+
+std::size_t RtspServices::setUsers(const std::vector<UserConfig>& users,
+                                   const std::vector<GroupConfig>& groups)
+{
+    authenticator.setUsers(users);
+    access.replace(AccessRules(users, groups));
+    return sessions.endUnpermitted(*access.rules());
 }
 
 }  // namespace refhost

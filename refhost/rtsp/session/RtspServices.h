@@ -1,9 +1,12 @@
 #pragma once
 // Tested by tests/refhost/rtsp/session/RequestHandler_test.cpp.
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "refhost/access/AccessControl.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtp/multicast/MulticastServer.h"
@@ -29,12 +32,19 @@ struct RtspServices
         return clock.now();
     }
 
+    /// Lets these users log in from now on, with these rights, and ends the sessions of those whose rights do
+    /// not suffice any more. What is not ended goes on, also after a change of password. Threads: one at a
+    /// time.
+    /// \returns how many sessions it ended
+    std::size_t setUsers(const std::vector<UserConfig>& users, const std::vector<GroupConfig>& groups);
+
     const LimitsConfig limits;
     const AuthConfig auth;
     const HostClock& clock;
     const MediaRoutes routes;
     SessionTable sessions;
     Authenticator authenticator;
+    AccessControl access;
     const SdpWriter sdp;
     /// The server's UDP ports; null refuses UDP.
     std::shared_ptr<UdpServer> udp;

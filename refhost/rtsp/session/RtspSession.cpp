@@ -30,6 +30,7 @@ RtspSession::RtspSession(std::string id, std::string presentation,
       presentation_(std::move(presentation)),
       firstPacket_(route.firstPacket),
       recorded_(route.recorded),
+      target_(MediaTarget::of(route, presentation_)),
       owner_(std::move(owner)),
       presence_(now),
       shared_(sharedBy(controller, route)),
@@ -67,6 +68,11 @@ const std::string& RtspSession::presentation() const
 const SessionOwner& RtspSession::owner() const
 {
     return owner_;
+}
+
+const MediaTarget& RtspSession::target() const
+{
+    return target_;
 }
 
 const SharedStream* RtspSession::shared() const
@@ -392,6 +398,32 @@ std::size_t RtspSession::trackCount() const
 {
     const MutexLock guard(mutex_);
     return tracks_.size();
+}
+
+bool RtspSession::isBackChannel(const std::string& trackId)
+{
+    const MutexLock guard(mutex_);
+    SubMediaInfo described;
+    return controller_ && DescribedTracks(*controller_).find(trackId, described) &&
+           described.getAudioBackInfoFlag();
+}
+
+std::optional<Right> RtspSession::lackedRight(const AccessRules& rules)
+{
+    if (!rules.enabled())
+    {
+        return std::nullopt;
+    }
+    const MutexLock guard(mutex_);
+    for (SessionTrack* const track : tracks_.all())
+    {
+        const Right right = track->isBackChannel(*controller_) ? Right::talk : target_.right;
+        if (!rules.allows(owner_.user(), right, target_.camera))
+        {
+            return right;
+        }
+    }
+    return std::nullopt;
 }
 
 RtspStatus RtspSession::select(std::string_view trackId, Selection& out)

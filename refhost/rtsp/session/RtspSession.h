@@ -11,12 +11,14 @@
 
 #include "hostapi/description/RTPPacketInfo.h"
 #include "live/IRTSPController.h"
+#include "refhost/access/AccessRules.h"
 #include "refhost/base/Mutex.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "refhost/rtsp/message/PlayRequest.h"
 #include "refhost/rtsp/message/RtspStatus.h"
 #include "refhost/rtsp/session/ClientPresence.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
+#include "refhost/rtsp/session/MediaTarget.h"
 #include "refhost/rtsp/session/RecordedPlay.h"
 #include "refhost/rtsp/session/SessionOwner.h"
 #include "refhost/rtsp/session/SessionState.h"
@@ -85,6 +87,7 @@ public:
     /// The stream shared with other sessions; null without multicast.
     const SharedStream* shared() const;
     const SessionOwner& owner() const;
+    const MediaTarget& target() const;
     std::shared_ptr<SessionLiveness> liveness() const;
 
     /// Sets a track up, or changes the transport of one that does not play. The previous transport ends
@@ -139,6 +142,12 @@ public:
 
     std::size_t trackCount() const;
 
+    /// Whether clients send on a track; false for one that does not exist.
+    bool isBackChannel(const std::string& trackId);
+
+    /// A right that the session's tracks need and its owner does not have.
+    std::optional<Right> lackedRight(const AccessRules& rules);
+
 private:
     using Selection = SessionTracks::Selection;
 
@@ -154,6 +163,7 @@ private:
     const std::string presentation_;
     const FirstPacketFunction firstPacket_;
     const bool recorded_;
+    const MediaTarget target_;
     const SessionOwner owner_;
     ClientPresence presence_;
     std::atomic<bool> replays_{false};

@@ -42,8 +42,12 @@ bool acceptsSdp(const RtspRequest& request)
 }  // namespace
 
 SessionMethods::SessionMethods(RtspServices& services, ClientConnection& connection,
-                               ConnectionSessions& sessions)
-    : services_(services), connection_(connection), sessions_(sessions), deliveries_(services, connection)
+                               ConnectionSessions& sessions, const RequestAccess& access)
+    : services_(services),
+      connection_(connection),
+      sessions_(sessions),
+      access_(access),
+      deliveries_(services, connection)
 {
 }
 
@@ -78,9 +82,21 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
         context.answer(rtspNotAcceptable);
         return Result::answered;
     }
+    // For those who may not talk it is left out: many clients require the back channel and can do without.
+    bool talkBack = context.require.backchannel;
+    if (const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation))
+    {
+        const MediaTarget target = MediaTarget::of(*route, context.url.presentation);
+        talkBack = talkBack && route->talkBack && access_.allows(context, target, Right::talk);
+        if (!talkBack && !access_.allows(context, target, target.right))
+        {
+            access_.refuse(context, target, target.right);
+            return Result::answered;
+        }
+    }
     std::optional<SafePointer<IRTSPController>> controller;
     bool notReady = false;
-    RtspStatus status = createController(context, context.require.backchannel, controller, notReady);
+    RtspStatus status = createController(context, talkBack, controller, notReady);
     if (notReady && !lastTry)
     {
         return Result::notReady;
@@ -134,6 +150,11 @@ SessionMethods::Result SessionMethods::setup(RequestContext& context, bool lastT
         context.answer(rtspBadRequest);
         return Result::answered;
     }
+    const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
+    if (!permitSetup(context, route))
+    {
+        return Result::answered;
+    }
     std::shared_ptr<RtspSession> session;
     if (context.request.find("Session") != nullptr)
     {
@@ -144,7 +165,6 @@ SessionMethods::Result SessionMethods::setup(RequestContext& context, bool lastT
             return Result::answered;
         }
     }
-    const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
     const auto choice = deliveries_.choose(context.request, route != nullptr && route->multicast());
     if (!choice)
     {
@@ -169,6 +189,40 @@ SessionMethods::Result SessionMethods::setup(RequestContext& context, bool lastT
     return Result::answered;
 }
 
+/// Answers users who may use no track of the presentation, before anything is made for them.
+bool SessionMethods::permitSetup(RequestContext& context, const MediaRoutes::Route* route) const
+{
+    if (route == nullptr)
+    {
+        return true;  // answered 404
+    }
+    const MediaTarget target = MediaTarget::of(*route, context.url.presentation);
+    const bool some = access_.allows(context, target, target.right) ||
+                      (route->talkBack && access_.allows(context, target, Right::talk));
+    if (!some)
+    {
+        access_.refuse(context, target, target.right);
+    }
+    return some;
+}
+
+/// The same for the request's track.
+bool SessionMethods::permitTrack(RequestContext& context, RtspSession& session) const
+{
+    if (!services_.access.rules()->enabled())
+    {
+        return true;
+    }
+    const MediaTarget& target = session.target();
+    const Right right = session.isBackChannel(context.url.track) ? Right::talk : target.right;
+    const bool permitted = access_.allows(context, target, right);
+    if (!permitted)
+    {
+        access_.refuse(context, target, right);
+    }
+    return permitted;
+}
+
 RtspStatus SessionMethods::createSession(RequestContext& context, std::shared_ptr<RtspSession>& out,
                                          bool& notReady)
 {
@@ -189,6 +243,11 @@ RtspStatus SessionMethods::createSession(RequestContext& context, std::shared_pt
 void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<RtspSession>& session,
                                 const TransportChoice& choice)
 {
+    if (!permitTrack(context, *session))
+    {
+        endIfEmpty(session);
+        return;
+    }
     std::string transportText;
     std::uint32_t ssrc = 0;
     RtspStatus status = rtspInternalError;
@@ -217,6 +276,13 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
     {
         endIfEmpty(session);
         context.answer(status);
+        return;
+    }
+    // Rights may have been taken away since, when the session did not have this track yet.
+    if (const auto lacked = session->lackedRight(*services_.access.rules()))
+    {
+        services_.sessions.end(session);
+        access_.refuse(context, session->target(), *lacked);
         return;
     }
     sessions_.use(session);

@@ -7,6 +7,7 @@
 #include "live/IRTSPController.h"
 #include "refhost/rtsp/message/TransportHeader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
+#include "refhost/rtsp/session/RequestAccess.h"
 #include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
@@ -15,14 +16,15 @@
 namespace refhost
 {
 
-/// DESCRIBE, SETUP and TEARDOWN of one connection. Threads: the connection's; `services`, `connection` and
-/// `sessions` outlive it.
+/// DESCRIBE, SETUP and TEARDOWN of one connection. Threads: the connection's; `services`, `connection`,
+/// `sessions` and `access` outlive it.
 class SessionMethods
 {
 public:
     using Result = MethodResult;
 
-    SessionMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions);
+    SessionMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions,
+                   const RequestAccess& access);
 
     /// \param lastTry  answer 503 instead of notReady
     Result describe(RequestContext& context, bool lastTry);
@@ -39,11 +41,14 @@ private:
     RtspStatus createSession(RequestContext& context, std::shared_ptr<RtspSession>& out, bool& notReady);
     void setupTrack(RequestContext& context, const std::shared_ptr<RtspSession>& session,
                     const TransportChoice& choice);
+    bool permitSetup(RequestContext& context, const MediaRoutes::Route* route) const;
+    bool permitTrack(RequestContext& context, RtspSession& session) const;
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
 
     RtspServices& services_;
     ClientConnection& connection_;
     ConnectionSessions& sessions_;
+    const RequestAccess& access_;
     TrackDeliveries deliveries_;
 };
 

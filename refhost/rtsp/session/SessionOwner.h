@@ -27,6 +27,11 @@ public:
         return address_;
     }
 
+    const std::string& user() const
+    {
+        return user_;
+    }
+
     /// Whether a request by `user` from `address` may use the session.
     bool admits(const SocketAddress::Key& address, std::string_view user) const
     {

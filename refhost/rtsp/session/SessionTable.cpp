@@ -158,6 +158,35 @@ std::size_t SessionTable::endExpired(MonotonicTime now)
     return expired.size();
 }
 
+std::vector<std::shared_ptr<RtspSession>> SessionTable::all() const
+{
+    std::vector<std::shared_ptr<RtspSession>> found;
+    const MutexLock guard(mutex_);
+    found.reserve(sessions_.size());
+    for (const auto& [number, session] : sessions_)
+    {
+        found.push_back(session);
+    }
+    return found;
+}
+
+std::size_t SessionTable::endUnpermitted(const AccessRules& rules)
+{
+    std::size_t ended = 0;
+    for (const std::shared_ptr<RtspSession>& session : all())
+    {
+        const std::optional<Right> lacked = session->lackedRight(rules);
+        if (lacked)
+        {
+            Log::info("session {} ended: its user lost the right \"{}\"", session->logName(),
+                      nameOf(*lacked));
+            end(session);
+            ++ended;
+        }
+    }
+    return ended;
+}
+
 std::size_t SessionTable::count() const
 {
     const MutexLock guard(mutex_);

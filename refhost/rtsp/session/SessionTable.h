@@ -6,7 +6,9 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
+#include "refhost/access/AccessRules.h"
 #include "refhost/base/Mutex.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtsp/session/AddressLimiter.h"
@@ -42,9 +44,15 @@ public:
     /// \returns how many
     std::size_t endExpired(MonotonicTime now);
 
+    /// Ends the sessions that need a right which their owner does not have.
+    /// \returns how many
+    std::size_t endUnpermitted(const AccessRules& rules);
+
     std::size_t count() const;
 
 private:
+    std::vector<std::shared_ptr<RtspSession>> all() const;
+
     const Duration sessionTimeout_;
     const Duration orphanTimeout_;
     AddressLimiter quota_;

@@ -337,6 +337,20 @@ const std::vector<BadCase> badCases{
     {"NameWithColon", "[[user]]\nname = 'a:b'\npassword = 'c'", 2, 8, "name must not hold a colon"},
     {"UserTwice", "[[user]]\nname='a'\npassword='b'\n[[user]]\nname='a'\npassword='c'", 5, 6,
      "user \"a\" is defined twice"},
+    {"GrantOfNoCamera", "[[user]]\nname='a'\npassword='b'\nlive=''", 4, 6,
+     "live must be \"*\", \"none\" or numbers"},
+    {"GrantOfAWord", "[[user]]\nname='a'\npassword='b'\ntalk='all'", 4, 6, "talk must be \"*\""},
+    {"GrantOfANumber", "[[user]]\nname='a'\npassword='b'\nlive=1", 4, 6, "live must be a string"},
+    {"GroupWithoutName", "[[group]]\nlive='*'", 1, 1, "this [[group]] has no name"},
+    {"NamedGroupTwice", "[[group]]\nname='g'\n[[group]]\nname='g'", 4, 6, "group \"g\" is defined twice"},
+    {"GroupWithComma", "[[group]]\nname='g,h'", 2, 6, "must not hold a comma"},
+    {"GroupWithBlank", "[[group]]\nname=' g'", 2, 6, "nor start or end with a blank"},
+    {"GroupThatIsNotThere", "[[user]]\nname='a'\npassword='b'\ngroups='g'", 4, 8,
+     "there is no [[group]] named \"g\""},
+    {"AnonymousWithoutGrants", "[[user]]\nname='anonymous'", 2, 6, "needs live, playback or talk"},
+    {"AnonymousAdmin", "[[user]]\nname='anonymous'\nadmin='1'", 3, 7, "cannot have admin"},
+    {"AnonymousWithEmptyPassword", "[[user]]\nname='anonymous'\npassword=''", 3, 10,
+     "password must not be empty"},
     {"CameraTwice", aStream + "[[camera]]\nid = 1\n[[camera.stream]]", 4, 6, "camera 1 is defined twice"},
     {"StreamTwice", aStream + "[[camera.stream]]\nid = 0", 4, 6, "stream 0 is defined twice"},
     {"NoStream", "[[camera]]\nid = 2", 1, 1, "camera 2 has no stream"},
@@ -449,8 +463,58 @@ TEST(ServerConfig, WarnsOfListeningBeyondLoopbackWithoutUsers)
         ASSERT_EQ(config.warnings().size(), 1U) << open;
         EXPECT_THAT(config.warnings()[0], HasSubstr(open));
     }
-    config.users = {{"a", "b"}};
+    config.users = {{"a", "b", "", {"*", "", "", ""}}};
     EXPECT_TRUE(config.warnings().empty());
+}
+
+TEST(ServerConfig, WarnsOfUsersWhoMayDoEverythingBecauseNothingIsSaid)
+{
+    ServerConfig config;
+    config.users = {
+        {"a", "b"}, {"c", "d", "guards"}, {"e", "f", "", {"", "", "", "none"}}, {"anonymous", ""}};
+    ASSERT_EQ(config.warnings().size(), 1U);
+    EXPECT_THAT(config.warnings()[0], HasSubstr("user \"a\" may do everything"));
+}
+
+TEST(ConfigReader, ReadsGroupsAndGrants)
+{
+    const ServerConfig config = readGood(R"(
+[[group]]
+name = "guards"
+live = "*"
+playback = "1, 3-5"
+[[user]]
+name = "a"
+password = "p"
+groups = "guards, others"
+talk = "2"
+admin = "none"
+[[group]]
+name = "others"
+[[user]]
+name = "anonymous"
+live = "1"
+)");
+    ASSERT_EQ(config.groups.size(), 2U);
+    EXPECT_EQ(config.groups[0].grants.live, "*");
+    EXPECT_EQ(config.groups[0].grants.playback, "1, 3-5");
+    EXPECT_TRUE(config.groups[1].grants.empty());
+    ASSERT_EQ(config.users.size(), 2U);
+    EXPECT_EQ(config.users[0].groupNames(), (std::vector<std::string>{"guards", "others"}));
+    EXPECT_EQ(config.users[0].grants.talk, "2");
+    EXPECT_EQ(config.users[0].grants.live, "");
+    EXPECT_FALSE(config.users[0].unlimited());
+    EXPECT_FALSE(config.users[0].isAnonymous());
+    EXPECT_TRUE(config.users[1].isAnonymous());
+}
+
+TEST(ConfigReader, NamesOfGroupsAreSeparatedByCommas)
+{
+    using Names = std::vector<std::string>;
+    EXPECT_EQ((UserConfig{"a", "p", ""}).groupNames(), Names());
+    EXPECT_EQ((UserConfig{"a", "p", " , ,"}).groupNames(), Names());
+    EXPECT_EQ((UserConfig{"a", "p", "x"}).groupNames(), Names{"x"});
+    EXPECT_EQ((UserConfig{"a", "p", " x y,z , w"}).groupNames(), (Names{"x y", "z", "w"}));
 }
 
 TEST(ServerConfig, WarnsOfTalkBackWithoutAudibleOutput)

@@ -55,6 +55,9 @@ void change(const TextSetting<Section>& setting, Section& section)
         case TextKind::group:
             value = "239.7.7.7:7000";
             break;
+        case TextKind::cameras:
+            value = "1, 3-5";
+            break;
         case TextKind::location:
             value = "rtsp://192.0.2.7/";
             break;
@@ -77,6 +80,7 @@ ServerConfig plain()
     StreamConfig stream;
     stream.source = {SourceConfig::Kind::v4l2, "rtsp://192.0.2.1/"};  // fits the kind that comes next, too
     config.cameras = {{1, "", {stream}}};
+    config.groups = {{"guards"}};
     return config;
 }
 

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "refhost/access/Right.h"
+#include "refhost/rtsp/session/MediaRoutes.h"
+
+namespace refhost
+{
+
+/// What a presentation is, as far as rights are concerned. A value type.
+struct MediaTarget
+{
+    Right right = Right::live;  ///< to watch it
+    std::optional<int> camera;  ///< nothing where the URL names none
+
+    /// Reads the camera with the codec that the route's controllers read it with, so that both mean the same.
+    static MediaTarget of(const MediaRoutes::Route& route, const std::string& presentation);
+};
+
+}  // namespace refhost

@@ -1,0 +1,54 @@
+#include "refhost/rtsp/session/RequestAccess.h"
+
+#include <string>
+
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+
+RequestAccess::RequestAccess(RtspServices& services, ClientConnection& connection)
+    : services_(services), connection_(connection)
+{
+}
+
+bool RequestAccess::allows(const RequestContext& context, const MediaTarget& target, Right right) const
+{
+    return services_.access.rules()->allows(context.user, right, target.camera);
+}
+
+void RequestAccess::refuse(RequestContext& context, const MediaTarget& target, Right right) const
+{
+    if (context.user.empty() && services_.access.rules()->hasLogins())
+    {
+        challenge(context, false);
+        return;
+    }
+    Log::limited(
+        Log::Level::info, "requests without the right to",
+        "{}: {} of {} refused: {} lacks the right \"{}\" to camera {}", connection_.peer().text(),
+        Log::safe(context.request.method, 20), Log::safe(context.request.uri),
+        context.user.empty() ? "whoever does not log in" : "user \"" + Log::safe(context.user) + "\"",
+        nameOf(right), target.camera ? std::to_string(*target.camera) : "(none)");
+    context.answer(rtspForbidden);
+}
+
+void RequestAccess::challenge(RequestContext& context, bool stale) const
+{
+    ResponseWriter& out = context.start(rtspUnauthorized);
+    services_.authenticator.challenge(out, stale, client(), takesBasic());
+    context.send();
+}
+
+bool RequestAccess::takesBasic() const
+{
+    const std::string& basic = services_.auth.basic;
+    return basic == "always" || (basic == "tls-only" && connection_.encrypted());
+}
+
+Authenticator::Client RequestAccess::client() const
+{
+    return {connection_.peer().key(), connection_.serial()};
+}
+
+}  // namespace refhost
