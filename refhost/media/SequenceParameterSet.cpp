@@ -148,8 +148,20 @@ void skipHrd(BitReader& reader)
     reader.skip(20);
 }
 
+// \returns frames a second; 0 where the fields make no sense
+double readTiming(BitReader& reader)
+{
+    constexpr double maxRate = 1000;
+    constexpr double fieldsOfFrame = 2;
+    const std::uint32_t tick = reader.bits(32);
+    const std::uint32_t scale = reader.bits(32);
+    reader.skip(1);
+    const double rate = tick > 0 ? scale / fieldsOfFrame / tick : 0;
+    return !reader.failed() && rate < maxRate ? rate : 0;
+}
+
 // \returns max_num_reorder_frames where it is there
-std::optional<unsigned> reorderOfVui(BitReader& reader)
+std::optional<unsigned> readVui(BitReader& reader, double& frameRate)
 {
     if (reader.flag() && reader.bits(8) == extendedSar)
     {
@@ -174,7 +186,7 @@ std::optional<unsigned> reorderOfVui(BitReader& reader)
     }
     if (reader.flag())  // timing_info_present_flag
     {
-        reader.skip(65);
+        frameRate = readTiming(reader);
     }
     const bool nalHrd = reader.flag();
     if (nalHrd)
@@ -250,7 +262,7 @@ std::optional<SequenceParameterSet> SequenceParameterSet::readH264(const std::ui
     const std::uint64_t fields = framesOnly ? 1 : 2;
     set.width = cropped(macroblock * width, subWidth(set), crop[0], crop[1]);
     set.height = cropped(macroblock * mapUnits * fields, subHeight(set) * fields, crop[2], crop[3]);
-    set.reorder = hasVui ? h264::reorderOfVui(reader) : std::nullopt;
+    set.reorder = hasVui ? h264::readVui(reader, set.frameRate) : std::nullopt;
     if (set.reorder)
     {
         return set;

@@ -16,6 +16,8 @@ struct SequenceParameterSet
     int height = 0;  ///< as width
     /// As ReorderDepth returns it; nothing where the set makes no sense.
     std::optional<unsigned> reorder;
+    /// Frames a second as the set of H.264 says (E.2.1); 0 where it does not, and for H.265.
+    double frameRate = 0;
 
     std::uint32_t chromaFormat = 1;  ///< chroma_format_idc: 0 for monochrome, 1 for 4:2:0 …
     bool separatePlanes = false;

@@ -7,9 +7,25 @@
 #include "refhost/rtp/payload/FormatText.h"
 #include "refhost/rtp/payload/JpegPacketizer.h"
 #include "refhost/rtp/payload/NalPacketizer.h"
+#include "refhost/rtp/payload/ParameterSets.h"
 
 namespace refhost
 {
+namespace
+{
+
+double frameRateOf(const MediaFormat& format)
+{
+    if (format.codec != Codec::h264)
+    {
+        return 0;
+    }
+    ParameterSets sets(NalSyntax::of(format.codec));
+    sets.takeRecord(format.codecData);
+    return sets.frameRate();
+}
+
+}  // namespace
 
 std::unique_ptr<Packetizer> Packetizer::make(Codec codec, int payloadSize)
 {
@@ -60,6 +76,7 @@ bool Packetizer::describe(const MediaFormat& format, const std::string& trackId,
     {
         return false;
     }
+    track.frameRate = frameRateOf(format);
     out = track;
     return true;
 }

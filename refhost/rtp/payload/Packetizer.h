@@ -42,7 +42,7 @@ public:
                      std::vector<std::shared_ptr<AccessUnit>>& out);
 
     /// Describes a track of such media as pack() sends it: encoding name, payload type, clock rate, format
-    /// parameters, size. The frame rate stays 0.
+    /// parameters, size. The frame rate is that of the parameter sets, 0 where these do not say it.
     /// \param[out] out  filled on success, otherwise left as it was
     /// \returns false when the format lacks what a player needs, such as the parameter sets
     static bool describe(const MediaFormat& format, const std::string& trackId, SubMediaInfo& out);

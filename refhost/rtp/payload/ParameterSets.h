@@ -48,6 +48,12 @@ public:
     /// \returns nothing as long as a kind of set is missing
     std::optional<MediaFormat> format() const;
 
+    /// Of the sequence parameter set that came last; 0 where that does not say it.
+    double frameRate() const
+    {
+        return last_.frameRate;
+    }
+
     /// Calls `use` with each set, in the order in which they stand in a stream.
     template <class Use>
     void forEach(Use use) const

@@ -26,6 +26,7 @@ struct Case
     int width;
     int height;
     std::uint32_t chromaFormat;
+    double frameRate;
 };
 
 class SequenceParameterSetTest : public testing::TestWithParam<Case>
@@ -34,24 +35,27 @@ class SequenceParameterSetTest : public testing::TestWithParam<Case>
 
 // Made by x264 and x265.
 constexpr Case cases[] = {
-    {"H264OfWholeMacroblocks", false, "6742c015da0507ec05a830303528000003000800000301e478b175", 320, 240, 1},
-    {"H264Cropped", false, "6742c015da05421e2223016a0c0c0d4a000003000200000300791e2c5d40", 322, 242, 1},
-    {"H264OfFullHd", false, "6742c028da01e0089f97016a02020280000003008000001e478c1950", 1920, 1080, 1},
-    {"H264InterlacedOf422", false, "677a001fbcd940b4126c05a8303032000003000200000300791e30632c", 720, 576, 2},
+    {"H264OfWholeMacroblocks", false, "6742c015da0507ec05a830303528000003000800000301e478b175", 320, 240, 1,
+     30},
+    {"H264Cropped", false, "6742c015da05421e2223016a0c0c0d4a000003000200000300791e2c5d40", 322, 242, 1, 30},
+    {"H264OfFullHd", false, "6742c028da01e0089f97016a02020280000003008000001e478c1950", 1920, 1080, 1, 30},
+    {"H264InterlacedOf422", false, "677a001fbcd940b4126c05a8303032000003000200000300791e30632c", 720, 576, 2,
+     30},
     {"H265Cropped", true,
      "42010101600000030090000003000003003fa00a8804071111965654a4c2fff000100016a0c0c0c080000003008000000f04",
-     322, 242, 1},
+     322, 242, 1, 0},
     {"H265OfFullHd", true,
      "420101016000000300900000030000030078a003c0801107cb965654a4c2fff000100016a020202080000003008000000f04",
-     1920, 1080, 1}};
+     1920, 1080, 1, 0}};
 
-TEST_P(SequenceParameterSetTest, HasTheDisplayedSize)
+TEST_P(SequenceParameterSetTest, HasTheDisplayedSizeAndTheFrameRate)
 {
     const auto set = read(GetParam().h265, *bytesOfHex(GetParam().hex));
     ASSERT_TRUE(set);
     EXPECT_EQ(set->width, GetParam().width);
     EXPECT_EQ(set->height, GetParam().height);
     EXPECT_EQ(set->chromaFormat, GetParam().chromaFormat);
+    EXPECT_EQ(set->frameRate, GetParam().frameRate);
     EXPECT_EQ(set->lumaBits, 8U);
     EXPECT_EQ(set->id, 0U);
 }

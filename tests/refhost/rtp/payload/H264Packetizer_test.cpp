@@ -156,6 +156,7 @@ TEST(H264Packetizer, DescribesTheTrackByItsParameterSets)
     EXPECT_EQ(described.channels, 0);
     EXPECT_EQ(described.width, 320);
     EXPECT_EQ(described.height, 240);
+    EXPECT_EQ(described.frameRate, 30);
     EXPECT_EQ(described.formatParameters,
               "packetization-mode=1;profile-level-id=42c015;"
               "sprop-parameter-sets=Z0LAFdoFB+wFqDAwNSgAAAMACAAAAwHkeLF1,aM4PyA==");
