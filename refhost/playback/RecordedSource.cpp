@@ -30,28 +30,15 @@ std::optional<Codec> codecOfTrack(const PlaybackSource::Track& track)
     return track.payloadSize > 0 ? codecEncodedAs(track.encodingName) : std::nullopt;
 }
 
-/// The packetiser has no dates: nanoseconds since 1970.
-GstClockTime clockTime(WallTime instant)
-{
-    return static_cast<GstClockTime>(instant.time_since_epoch().count());
-}
-
 /// Duration of a block of audio by its samples; 0 when the codec does not say.
-Duration audioLength(Codec codec, const AccessUnit& unit, const GstCaps* caps)
+Duration audioLength(const MediaFormat& format, const AccessUnit& unit)
 {
-    const CodecInfo& info = infoOf(codec);
-    const GstStructure* const fields = gst_caps_get_structure(caps, 0);
-    int rate = info.clockRate;
-    int channels = 1;
-    if (rate == 0)
-    {
-        gst_structure_get_int(fields, "rate", &rate);
-    }
-    gst_structure_get_int(fields, "channels", &channels);
+    const CodecInfo& info = infoOf(format.codec);
+    const int rate = info.clockRate > 0 ? info.clockRate : format.sampleRate;
     const std::size_t header = unit.headerSize(0);
     const AccessUnit::Packet& packet = unit.packets.front();
     const std::uint32_t samples = info.samplesIn(unit.bytes.data() + packet.offset + header,
-                                                 packet.size - header, std::max(channels, 1));
+                                                 packet.size - header, std::max(format.channels, 1));
     return rate > 0 ? RtpClock(static_cast<std::uint32_t>(rate)).span(samples) : Duration::zero();
 }
 
@@ -72,10 +59,8 @@ bool RecordedSource::open(const Request& request)
     {
         return false;
     }
-    if (!preparePacketiser(request.video, video_) || !preparePacketiser(request.audio, audio_))
-    {
-        return false;
-    }
+    preparePacking(request.video, packing_[indexOf(true)]);
+    preparePacking(request.audio, packing_[indexOf(false)]);
     reading_ = std::move(reading);
     made_.clear();
     return true;
@@ -132,27 +117,14 @@ std::unique_ptr<UnitReader> RecordedSource::makeReader(const Request& request) c
     return std::make_unique<RecordingReader>(directory_, clock_, readerRequest);
 }
 
-bool RecordedSource::preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser)
+void RecordedSource::preparePacking(const Track& track, Packing& packing)
 {
     const auto codec = codecOfTrack(track);
-    if (!codec)
+    if (!codec || (packing.packetizer && packing.codec == *codec && packing.payloadSize == track.payloadSize))
     {
-        return true;
+        return;
     }
-    if (packetiser && packetiser->codec() == *codec && packetiser->payloadSize() == track.payloadSize)
-    {
-        packetiser->flush();
-        return true;
-    }
-    std::string error;
-    auto made = Packetiser::make(*codec, track.payloadSize, error);
-    if (!made)
-    {
-        Log::error("recordings cannot be sent: {}", error);
-        return false;
-    }
-    packetiser = std::move(made);
-    return true;
+    packing = {Packetizer::make(*codec, track.payloadSize), *codec, track.payloadSize};
 }
 
 PlaybackSource::Result RecordedSource::read(PlaybackUnit& out)
@@ -178,7 +150,7 @@ PlaybackSource::Result RecordedSource::read(PlaybackUnit& out)
         }
         if (takesHead(reading, outlook))
         {
-            packetise(outlook);
+            packetize(outlook);
         }
         reading.waiting.pop_front();
     }
@@ -196,7 +168,7 @@ void RecordedSource::readOne(Reading& reading)
         return;
     }
     next.range = reading.reader->range();
-    next.caps.reset(gst_caps_ref(reading.reader->track(next.unit.video).caps.get()));
+    next.format = reading.reader->track(next.unit.video).format;
     next.time = reading.request.mirrored(next.unit.date);
     reading.waiting.push_back(std::move(next));
 }
@@ -263,31 +235,29 @@ bool RecordedSource::takesHead(Reading& reading, Outlook& outlook)
     return true;
 }
 
-void RecordedSource::packetise(const Outlook& outlook)
+void RecordedSource::packetize(const Outlook& outlook)
 {
     Waiting& head = reading_->waiting.front();
     const bool video = head.unit.video;
     const Duration duration = lengthOf(head, outlook);
-    GST_BUFFER_PTS(head.unit.buffer.get()) = clockTime(head.time);
-    GST_BUFFER_DTS(head.unit.buffer.get()) = clockTime(outlook.due);
-    GST_BUFFER_DURATION(head.unit.buffer.get()) = static_cast<GstClockTime>(duration.count());
-    if (video && !head.unit.key)
+    EncodedUnit unit;
+    unit.format = head.format;
+    unit.bytes = std::move(head.unit.bytes);
+    unit.captureTime = MonotonicTime(head.time.time_since_epoch());
+    unit.keyFrame = head.unit.key;
+    // Whoever sends the packets sets their timestamps.
+    constexpr std::uint32_t noTimestamp = 0;
+    std::vector<std::shared_ptr<AccessUnit>> packed;
+    if (const char* const why = packing_[indexOf(video)].packetizer->pack(unit, noTimestamp, packed))
     {
-        GST_BUFFER_FLAG_SET(head.unit.buffer.get(), GST_BUFFER_FLAG_DELTA_UNIT);
+        Log::debug("a unit of a recording is skipped: {}", why);
     }
-    std::vector<AccessUnitPtr> units;
-    Packetiser& packetiser = video ? *video_ : *audio_;
-    if (!packetiser.push(head.caps.get(), std::move(head.unit.buffer), units))
-    {
-        Log::debug("a unit of a recording is malformed; it is skipped");
-    }
-    for (const AccessUnitPtr& unit : units)
+    for (const std::shared_ptr<AccessUnit>& each : packed)
     {
         Outlook own = outlook;
-        own.last = outlook.last && unit == units.back();
-        const Duration length =
-            video ? Duration::zero() : audioLength(packetiser.codec(), *unit, head.caps.get());
-        add(unit, head, own, length > Duration::zero() ? length : duration);
+        own.last = outlook.last && each == packed.back();
+        const Duration length = video ? Duration::zero() : audioLength(*unit.format, *each);
+        add(each, head, own, length > Duration::zero() ? length : duration);
     }
 }
 

@@ -9,10 +9,11 @@
 #include <optional>
 
 #include "refhost/base/HostClock.h"
-#include "refhost/playback/Packetiser.h"
+#include "refhost/media/EncodedUnit.h"
 #include "refhost/playback/PlaybackSource.h"
 #include "refhost/playback/RecordingDirectory.h"
 #include "refhost/playback/UnitReader.h"
+#include "refhost/rtp/payload/Packetizer.h"
 
 namespace refhost
 {
@@ -44,8 +45,16 @@ private:
     {
         CodedUnit unit;
         WallTime time;  // in the order of play
-        GstValuePtr<GstCaps> caps;
-        std::uint32_t range;
+        std::shared_ptr<const MediaFormat> format;
+        std::uint32_t range = 0;
+    };
+
+    /// What makes one track's packets.
+    struct Packing
+    {
+        std::unique_ptr<Packetizer> packetizer;  ///< null before the track is requested
+        Codec codec{};
+        int payloadSize = 0;
     };
 
     /// What its successors imply for the first waiting unit.
@@ -75,8 +84,8 @@ private:
     static void readOne(Reading& reading);
     static Outlook outlookOf(const Reading& reading);
     static bool takesHead(Reading& reading, Outlook& outlook);
-    bool preparePacketiser(const Track& track, std::unique_ptr<Packetiser>& packetiser);
-    void packetise(const Outlook& outlook);
+    static void preparePacking(const Track& track, Packing& packing);
+    void packetize(const Outlook& outlook);
     Duration lengthOf(const Waiting& head, const Outlook& outlook);
     void add(const AccessUnitPtr& unit, const Waiting& from, const Outlook& outlook, Duration length);
 
@@ -85,8 +94,7 @@ private:
     const Interval interval_;
     std::optional<int> streamId_;
     std::unique_ptr<Reading> reading_;
-    std::unique_ptr<Packetiser> video_;
-    std::unique_ptr<Packetiser> audio_;
+    std::array<Packing, 2> packing_;  // video, audio
     std::array<Duration, 2> usualLength_{std::chrono::milliseconds(40), std::chrono::milliseconds(20)};
     std::deque<PlaybackUnit> made_;
 };

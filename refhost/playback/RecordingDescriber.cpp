@@ -6,7 +6,7 @@
 
 #include "refhost/base/HostStatus.h"
 #include "refhost/media/PacketSize.h"
-#include "refhost/playback/Packetiser.h"
+#include "refhost/rtp/payload/Packetizer.h"
 
 namespace refhost
 {
@@ -132,31 +132,20 @@ bool RecordingDescriber::describeFile(const std::string& path, Described& out)
 
 bool RecordingDescriber::describeTrack(SegmentFile& file, bool video, SubMediaInfo& out)
 {
-    const SegmentFile::Track* const track = video ? file.video() : file.audio();
-    std::string error;
-    const auto packetiser =
-        track == nullptr ? nullptr : Packetiser::make(track->codec, PacketSize::payload, error);
-    if (!packetiser)
+    const FileTrack* const track = video ? file.video() : file.audio();
+    if (track == nullptr || !Packetizer::describe(*track->format, trackIdOf(track->codec()), out))
     {
         return false;
     }
+    out.frameRate = track->frameRate > 0 ? track->frameRate : out.frameRate;
+    // A file that still grows may announce a track of which nothing is there yet.
     CodedUnit unit;
-    std::vector<AccessUnitPtr> ignored;
-    for (int i = 0; i < maxUnits && file.read(unit) == SegmentFile::Result::unit; ++i)
+    bool found = false;
+    for (int i = 0; i < maxUnits && !found && file.read(unit) == SegmentFile::Result::unit; ++i)
     {
-        if (unit.video != video)
-        {
-            continue;
-        }
-        GST_BUFFER_PTS(unit.buffer.get()) =
-            static_cast<GstClockTime>(std::max(unit.offset, Duration::zero()).count());
-        packetiser->push(track->caps.get(), std::move(unit.buffer), ignored);
-        if (packetiser->describe(out))
-        {
-            return true;
-        }
+        found = unit.video == video;
     }
-    return false;
+    return found;
 }
 
 /// Sets the video's bit rate: the file's, less that of the other tracks.

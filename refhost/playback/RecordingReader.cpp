@@ -211,8 +211,8 @@ RecordingReader::Opened RecordingReader::openSegment(const RecordedSegment& segm
 
 bool RecordingReader::fits(const SegmentFile& file) const
 {
-    const auto has = [](const SegmentFile::Track* track, const std::optional<Codec>& codec)
-    { return codec && track != nullptr && track->codec == *codec; };
+    const auto has = [](const FileTrack* track, const std::optional<Codec>& codec)
+    { return codec && track != nullptr && track->codec() == *codec; };
     const bool video = has(file.video(), request_.video);
     const bool audio = has(file.audio(), request_.audio);
     return request_.video ? video : audio;
@@ -299,7 +299,7 @@ bool RecordingReader::keepsDistance(const CodedUnit& unit)
 bool RecordingReader::isRequested(const CodedUnit& unit) const
 {
     const std::optional<Codec>& codec = unit.video ? request_.video : request_.audio;
-    return codec && track(unit.video).codec == *codec;
+    return codec && track(unit.video).codec() == *codec;
 }
 
 /// Rejects units that were played: of a segment that is read again, or that overlaps the one before.

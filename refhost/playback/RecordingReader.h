@@ -54,7 +54,7 @@ public:
     }
 
     /// Track of the last unit.
-    const SegmentFile::Track& track(bool video) const override
+    const FileTrack& track(bool video) const override
     {
         return video ? *file_->video() : *file_->audio();
     }

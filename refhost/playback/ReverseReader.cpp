@@ -93,7 +93,7 @@ bool ReverseReader::openNext()
             SegmentFile::reportLeftOut(segment.path, error);
             continue;
         }
-        if (file_->video() == nullptr || file_->video()->codec != request_.video)
+        if (file_->video() == nullptr || file_->video()->codec() != request_.video)
         {
             Log::info("recording {} is skipped: it has another codec", segment.path);
             file_.reset();

@@ -42,7 +42,7 @@ public:
         return range_;
     }
 
-    const SegmentFile::Track& track(bool) const override
+    const FileTrack& track(bool) const override
     {
         return *file_->video();
     }

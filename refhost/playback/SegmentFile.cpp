@@ -12,7 +12,6 @@ extern "C"
 }
 
 #include "refhost/base/Log.h"
-#include "refhost/playback/SegmentCaps.h"
 
 namespace refhost
 {
@@ -27,6 +26,23 @@ std::string textOf(int error)
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(error, text, sizeof(text));
     return text;
+}
+
+/// Whether a decoder does. Does not read media.
+bool acceptsParameters(const AVStream& stream)
+{
+    const auto release = [](AVCodecContext* context) { avcodec_free_context(&context); };
+    const AVCodec* const codec = avcodec_find_decoder(stream.codecpar->codec_id);
+    const std::unique_ptr<AVCodecContext, decltype(release)> decoder(
+        codec == nullptr ? nullptr : avcodec_alloc_context3(codec), release);
+    if (!decoder || avcodec_parameters_to_context(decoder.get(), stream.codecpar) < 0)
+    {
+        // Unknown: do not refuse it.
+        return true;
+    }
+    decoder->thread_count = 1;
+    decoder->err_recognition = AV_EF_EXPLODE | AV_EF_BITSTREAM;
+    return avcodec_open2(decoder.get(), codec, nullptr) == 0;
 }
 
 }  // namespace
@@ -110,15 +126,15 @@ bool SegmentFile::chooseTracks()
     for (unsigned i = 0; i < input_->nb_streams; ++i)
     {
         AVStream* const stream = input_->streams[i];
-        auto found = segmentCaps(*stream);
+        std::optional<FileTrack> found = FileTrack::of(*stream);
         const bool video = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
-        std::optional<Track>& place = video ? video_ : audio_;
+        std::optional<FileTrack>& place = video ? video_ : audio_;
         if (!found || place)
         {
             stream->discard = AVDISCARD_ALL;
             continue;
         }
-        place = Track{found->codec, std::move(found->caps)};
+        place = std::move(found);
         (video ? videoIndex_ : audioIndex_) = static_cast<int>(i);
     }
     return video_ || audio_;
@@ -128,7 +144,7 @@ bool SegmentFile::isDecodable(bool video) const
 {
     const int stream = video ? videoIndex_ : audioIndex_;
     const bool has = (video ? video_ : audio_).has_value();
-    return has && refhost::isDecodable(*input_->streams[stream]);
+    return has && acceptsParameters(*input_->streams[stream]);
 }
 
 Duration SegmentFile::spanOf(std::int64_t timestamp, int stream) const
@@ -226,11 +242,7 @@ SegmentFile::Result SegmentFile::read(CodedUnit& out)
         out.key = !out.video || (packet->flags & AV_PKT_FLAG_KEY) != 0;
         out.offset = spanOf(packet->pts, stream);
         out.duration = packet->duration > 0 ? spanOf(packet->duration, stream) : Duration::zero();
-        const auto release = [](gpointer data) { FreePacket()(static_cast<AVPacket*>(data)); };
-        const auto size = static_cast<gsize>(packet->size);
-        guint8* const data = packet->data;
-        out.buffer.reset(gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, data, size, 0, size,
-                                                     packet.release(), release));
+        out.bytes.assign(packet->data, packet->data + packet->size);
         return Result::unit;
     }
 }

@@ -1,15 +1,14 @@
 #pragma once
 
-#include <gst/gst.h>
-
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "refhost/base/Times.h"
-#include "refhost/media/Codec.h"
-#include "refhost/media/GstHandles.h"
+#include "refhost/capture/FileTrack.h"
 
 struct AVFormatContext;
 struct AVPacket;
@@ -20,7 +19,7 @@ namespace refhost
 /// One coded frame or block of audio of a file.
 struct CodedUnit
 {
-    GstValuePtr<GstBuffer> buffer;
+    std::vector<std::uint8_t> bytes;
     bool video = false;
     bool key = false;
     Duration offset{};    ///< presentation time, from the begin of the file
@@ -34,12 +33,6 @@ struct CodedUnit
 class SegmentFile
 {
 public:
-    struct Track
-    {
-        Codec codec;
-        GstValuePtr<GstCaps> caps;  ///< of the units
-    };
-
     enum class Result
     {
         unit,
@@ -64,12 +57,12 @@ public:
     bool isDecodable(bool video) const;
 
     /// The file's first track of the kind; null when there is none.
-    const Track* video() const
+    const FileTrack* video() const
     {
         return video_ ? &*video_ : nullptr;
     }
 
-    const Track* audio() const
+    const FileTrack* audio() const
     {
         return audio_ ? &*audio_ : nullptr;
     }
@@ -106,8 +99,8 @@ private:
     std::unique_ptr<AVFormatContext, CloseInput> input_;
     int videoIndex_ = -1;
     int audioIndex_ = -1;
-    std::optional<Track> video_;
-    std::optional<Track> audio_;
+    std::optional<FileTrack> video_;
+    std::optional<FileTrack> audio_;
     std::deque<CodedUnit> kept_;  // read by seek()
 };
 

@@ -28,7 +28,7 @@ public:
     virtual std::uint32_t range() const = 0;
 
     /// Track of the last unit.
-    virtual const SegmentFile::Track& track(bool video) const = 0;
+    virtual const FileTrack& track(bool video) const = 0;
 };
 
 }  // namespace refhost

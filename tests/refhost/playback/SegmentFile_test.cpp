@@ -90,8 +90,8 @@ TEST_F(SegmentFileTest, EveryUnitIsRead)
     const auto file = open(makeFile(3));
     ASSERT_TRUE(file->video());
     ASSERT_TRUE(file->audio());
-    EXPECT_EQ(file->video()->codec, Codec::h264);
-    EXPECT_EQ(file->audio()->codec, Codec::pcma);
+    EXPECT_EQ(file->video()->codec(), Codec::h264);
+    EXPECT_EQ(file->audio()->codec(), Codec::pcma);
     const Count count = countRest(*file);
     EXPECT_EQ(count.frames, 75);
     EXPECT_EQ(count.keys, 3);
@@ -208,8 +208,8 @@ TEST_F(SegmentFileTest, AacAndH265AreKnown)
         makeFile(1, "x265enc speed-preset=ultrafast key-int-max=25 ! h265parse", "avenc_aac ! aacparse"));
     ASSERT_TRUE(file->video());
     ASSERT_TRUE(file->audio());
-    EXPECT_EQ(file->video()->codec, Codec::h265);
-    EXPECT_EQ(file->audio()->codec, Codec::aac);
+    EXPECT_EQ(file->video()->codec(), Codec::h265);
+    EXPECT_EQ(file->audio()->codec(), Codec::aac);
 }
 
 }  // namespace
