@@ -45,7 +45,10 @@ HoldRun::HoldRun(const LoadOptions& options) : options_(options)
     for (int i = 0; i < options.viewers; ++i)
     {
         const bool tcp = options.transport == "tcp" || (options.transport == "both" && i % 2 != 0);
-        sessions_.push_back(std::make_unique<ClientSession>(poller_, options.url,
+        const RtspUrl& url = options.urls.empty()
+                                 ? options.url
+                                 : options.urls[static_cast<std::size_t>(i) % options.urls.size()];
+        sessions_.push_back(std::make_unique<ClientSession>(poller_, url,
                                                             tcp ? Transport::tcp : Transport::udp,
                                                             options.allTracks, true, options.tls, listener));
     }
@@ -101,6 +104,10 @@ bool HoldRun::run(Report& report)
         std::string text;
         for (const TrackWatch& track : session->tracks())
         {
+            if (options_.pace)
+            {
+                track.pace().addTo(late_);
+            }
             packets += track.packets();
             lost += track.lost();
             reordered += track.outOfOrder();
@@ -135,6 +142,11 @@ bool HoldRun::run(Report& report)
     report.add("open_seconds", openSeconds, 2);
     report.add("play_to_first_packet", firstPacket_);
     report.add("play_to_key_frame", keyFrame_);
+    report.add("frame_late", late_);
+    if (!late_.empty())
+    {
+        report.add("frame_late_max_ms", late_.percentile(100), 3);
+    }
     if (options_.serverProcess != 0)
     {
         report.add("server_core_percent", corePercent(before, after), 2);

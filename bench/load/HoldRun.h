@@ -50,6 +50,7 @@ private:
     std::map<std::string, int> reasons_;
     Latencies firstPacket_;
     Latencies keyFrame_;
+    Latencies late_;
 };
 
 }  // namespace rtspload

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 #include "bench/load/RtspUrl.h"
 
@@ -13,6 +14,8 @@ namespace rtspload
 struct LoadOptions
 {
     RtspUrl url;
+    std::vector<RtspUrl> urls;      ///< hold: the sessions' ones in turn; empty: all have `url`
+    bool pace = false;              ///< hold: report how late frames come by their timestamps
     std::string transport = "tcp";  ///< "udp", "tcp" or "both": every other session TCP
     std::string mode = "cycles";    ///< "cycles", "hold" or "handshakes"
     int clients = 32;               ///< cycles: sessions at a time

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "bench/load/Poller.h"
+
 namespace rtspload
 {
 namespace
@@ -81,6 +83,10 @@ FrameStart TrackWatch::onRtp(const std::uint8_t* data, std::size_t size)
     }
     lastSequence_ = sequence;
     ++packets_;
+    if (encoding_ == "H264" || encoding_ == "H265")
+    {
+        pace_.onPacket(read32(data + 4), nowNs());
+    }
 
     const std::size_t skip = rtpHeaderSize + std::size_t{4} * (data[0] & 0x0fU);
     if (size <= skip)

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "bench/load/FrameStart.h"
+#include "bench/load/Pace.h"
 
 namespace rtspload
 {
@@ -46,6 +47,12 @@ public:
         return outOfOrder_;
     }
 
+    /// Of video; of other media empty.
+    const Pace& pace() const
+    {
+        return pace_;
+    }
+
     /// All faults so far, in words, separated by "; "; empty without any.
     /// \param senderReportDue  a sender report should have come by now
     std::string faults(bool senderReportDue) const;
@@ -68,6 +75,7 @@ private:
     std::uint64_t senderReports_ = 0;
     std::uint64_t badRtcp_ = 0;
     FrameStart firstFrame_ = FrameStart::unknown;
+    Pace pace_;
 };
 
 }  // namespace rtspload

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <fstream>
 
 #include "bench/load/CycleRun.h"
 #include "bench/load/HandshakeRun.h"
@@ -29,10 +30,14 @@ int main(int argc, char** argv)
 {
     rtspload::LoadOptions options;
     std::string url;
+    std::string urlsFile;
     CLI::App app(
         "Puts load on an RTSP server of this machine and judges what it sends.\n"
         "Ends with 1 when a session failed or a viewer received something wrong.");
-    app.add_option("--url", url, "rtsp://127.0.0.1:<port>/<path>; loopback addresses only")->required();
+    app.add_option("--url", url, "rtsp://127.0.0.1:<port>/<path>; loopback addresses only");
+    app.add_option("--urls", urlsFile,
+                   "hold: a file with one such URL a line, for the sessions in turn, instead of --url")
+        ->check(CLI::ExistingFile);
     app.add_option("--transport", options.transport, "udp, tcp, or both: every other session TCP")
         ->check(CLI::IsMember({"udp", "tcp", "both"}))
         ->capture_default_str();
@@ -66,12 +71,19 @@ int main(int argc, char** argv)
                    "process whose processor time and memory to report");
     app.add_flag("--tls", options.tls, "speak RTSP over TLS; the certificate is not verified");
     app.add_flag("--resume", options.resume, "handshakes: resume one session instead of full handshakes");
+    app.add_flag("--pace", options.pace,
+                 "hold: report how late frames come, by their timestamps; for recordings");
     app.add_flag("--json", options.json, "print one JSON object");
     CLI11_PARSE(app, argc, argv);
 
     try
     {
-        options.url = rtspload::RtspUrl::parse(url);
+        std::ifstream lines(urlsFile);
+        for (std::string line; options.mode == "hold" && std::getline(lines, line);)
+        {
+            options.urls.push_back(rtspload::RtspUrl::parse(line));
+        }
+        options.url = options.urls.empty() ? rtspload::RtspUrl::parse(url) : options.urls.front();
         allowManyDescriptors();
         rtspload::Report report;
         const bool good = options.mode == "cycles"       ? rtspload::CycleRun(options).run(report)
