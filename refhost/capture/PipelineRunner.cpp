@@ -2,84 +2,20 @@
 
 #include <pthread.h>
 
-#include <csignal>
-#include <map>
 #include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "refhost/base/ConditionVariable.h"
+#include "refhost/capture/AbandonedRuns.h"
 #include "refhost/capture/StreamPipeline.h"
+#include "refhost/threads/AllSignalsBlocked.h"
 
 namespace refhost
 {
 namespace
 {
-
-/// Counts abandoned pipelines by stream.
-class AbandonedCount
-{
-public:
-    static AbandonedCount& instance()
-    {
-        // Never destroyed: abandoned threads may run until the end of the process.
-        static auto* const count = new AbandonedCount;
-        return *count;
-    }
-
-    void change(const std::string& title, int by)
-    {
-        const MutexLock guard(mutex_);
-        if ((counts_[title] += by) == 0)
-        {
-            counts_.erase(title);
-        }
-    }
-
-    int of(const std::string& title) const
-    {
-        const MutexLock guard(mutex_);
-        const auto found = counts_.find(title);
-        return found == counts_.end() ? 0 : found->second;
-    }
-
-    int all() const
-    {
-        const MutexLock guard(mutex_);
-        int sum = 0;
-        for (const auto& [title, count] : counts_)
-        {
-            sum += count;
-        }
-        return sum;
-    }
-
-private:
-    mutable Mutex mutex_;
-    std::map<std::string, int> counts_ OV_GUARDED_BY(mutex_);
-};
-
-/// Signals are handled by the main thread; new threads inherit the mask.
-class AllSignalsBlocked
-{
-public:
-    AllSignalsBlocked()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~AllSignalsBlocked()
-    {
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
-private:
-    sigset_t before_{};
-};
 
 /// Threads of a typical pipeline. Without them, some GStreamer plugins abort the program and others fail
 /// silently, so a pipeline is not started then.
@@ -168,7 +104,7 @@ PipelineRunner::~PipelineRunner()
     if (!state_->ended)
     {
         state_->abandoned = true;
-        AbandonedCount::instance().change(state_->title, 1);
+        AbandonedRuns::instance().change(state_->title, 1);
     }
 }
 
@@ -252,12 +188,12 @@ bool PipelineRunner::awaitEnd(Clock::time_point deadline) const
 
 int PipelineRunner::abandoned()
 {
-    return AbandonedCount::instance().all();
+    return AbandonedRuns::instance().all();
 }
 
 int PipelineRunner::abandoned(const std::string& title)
 {
-    return AbandonedCount::instance().of(title);
+    return AbandonedRuns::instance().of(title);
 }
 
 void PipelineRunner::run(const std::shared_ptr<State>& state)
@@ -316,7 +252,7 @@ void PipelineRunner::run(const std::shared_ptr<State>& state)
     state->ended = true;
     if (state->abandoned)
     {
-        AbandonedCount::instance().change(state->title, -1);
+        AbandonedRuns::instance().change(state->title, -1);
     }
     state->busySince.reset();
     if (state->stopped)

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "refhost/base/HostClock.h"
+#include "refhost/capture/FileRun.h"
 #include "refhost/capture/PipelineRunner.h"
 #include "refhost/ingest/IngestRun.h"
 
@@ -29,6 +30,10 @@ std::unique_ptr<SourceRun> IngestLoops::start(SourceRun::Setup setup)
     if (readHere)
     {
         return std::make_unique<IngestRun>(std::move(setup), nextLoop(), connector_, startDelay());
+    }
+    if (FileRun::mayRead(setup))
+    {
+        return std::make_unique<FileRun>(std::move(setup));
     }
     if (source.kind == SourceConfig::Kind::rtsp && source.location.rfind("rtsp://", 0) == 0)
     {

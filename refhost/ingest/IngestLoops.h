@@ -30,8 +30,9 @@ public:
     IngestLoops(const IngestLoops&) = delete;
     IngestLoops& operator=(const IngestLoops&) = delete;
 
-    /// Starts to read a stream's source: another camera here, everything else by GStreamer. What cannot be read
-    /// here, because it has to be decoded or comes with TLS or over UDP, GStreamer reads at the next attempt.
+    /// Starts to read a stream's source: another camera here, a file by FileRun, everything else by GStreamer.
+    /// What cannot be read so, because it has to be decoded or comes with TLS or over UDP, GStreamer reads at the
+    /// next attempt.
     /// \throws std::system_error as SourceRun::Factory
     /// Requires: this outlives the run, and outlives it by the run's end where it was stopped.
     std::unique_ptr<SourceRun> start(SourceRun::Setup setup);
