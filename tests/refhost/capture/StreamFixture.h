@@ -44,6 +44,8 @@ protected:
         camera.streams.push_back(stream);
         config.cameras.push_back(camera);
         streams = std::make_unique<CameraStreams>(config, options);
+        // A test may open several streams, one after the other.
+        ChangeSignal::instance().unsubscribe(subscription);
         subscription = ChangeSignal::instance().subscribe(
             [this]
             {
