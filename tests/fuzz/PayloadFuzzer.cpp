@@ -17,6 +17,7 @@
 #include "refhost/base/ByteOrder.h"
 #include "refhost/base/Hex.h"
 #include "refhost/rtp/payload/Depacketizer.h"
+#include "refhost/rtp/payload/NalSyntax.h"
 #include "refhost/rtp/payload/Packetizer.h"
 
 namespace
@@ -115,6 +116,33 @@ void checkPackets(const refhost::AccessUnit& unit)
     require(end == unit.bytes.size() && payloads == unit.payloadBytes, "nothing but packets is in the bytes");
 }
 
+/// Of NAL units, where the payload format has fragments of them.
+void checkFragments(refhost::Codec codec, const refhost::AccessUnit& unit)
+{
+    if (codec != refhost::Codec::h264 && codec != refhost::Codec::h265)
+    {
+        return;
+    }
+    const refhost::NalSyntax& syntax = refhost::NalSyntax::of(codec);
+    bool open = false;
+    for (const auto& packet : unit.packets)
+    {
+        const refhost::ByteSpan payload(
+            unit.bytes.data() + packet.offset + refhost::AccessUnit::rtpHeaderSize,
+            packet.size - refhost::AccessUnit::rtpHeaderSize);
+        refhost::NalSyntax::Fragment fragment{};
+        if (payload.size < syntax.headerSize() || syntax.kindOf(payload) != refhost::NalKind::fragment)
+        {
+            require(!open, "a fragmented unit has its end");
+            continue;
+        }
+        require(syntax.readFragment(payload, fragment), "a fragment has a body");
+        require(fragment.starts != open, "a fragmented unit has its start");
+        open = !fragment.ends;
+    }
+    require(!open, "a fragmented unit has its end");
+}
+
 class Scene
 {
 public:
@@ -177,6 +205,7 @@ private:
         if (unit.packets)
         {
             checkPackets(*unit.packets);
+            checkFragments(unit.format->codec, *unit.packets);
             require(unit.packets->keyFrame == unit.keyFrame, "both agree on key frames");
         }
         if ((options_ & packedAgain) != 0 && !unit.bytes.empty())

@@ -31,8 +31,10 @@ struct DepacketizedUnit
     /// and the marker on the last of video and of fragmented audio; other fields of the header are 0. A key
     /// frame has its parameter sets in front: where the sender leaves them out, in a packet that was added.
     /// They are such as Packetizer::describe() announces: packets in another form, such as LATM, are not passed on
-    /// but made again. `captureTime` is not set. Null when packets are switched off, and for each unit but the
-    /// first of those that came in one packet.
+    /// but made again. What receivers cannot know to be torn is left out, as sequence numbers do not show the
+    /// loss: fragments of a NAL unit some of which are missing, and of MJPEG all behind the first gap.
+    /// `captureTime` is not set. Null when packets are switched off, for each unit but the first of those that
+    /// came in one packet, and where so much was lost that no slice is whole.
     std::shared_ptr<AccessUnit> packets;
     std::uint32_t timestamp = 0;   ///< RTP's
     std::uint32_t duration = 0;    ///< ticks of the RTP clock; 0 when unknown, as for video

@@ -153,12 +153,12 @@ const char* JpegDepacketizer::take(const RtpPacketView& packet, std::uint32_t lo
         packets_.clear();
         media_.clear();
     }
-    if (making_.packets && !tooLarge_)
-    {
-        packets_.add(payload, {});
-    }
     if (!damaged_)
     {
+        if (making_.packets && !tooLarge_)
+        {
+            packets_.add(payload, {});
+        }
         scanSize_ += fields.fragment.size;
         if (making_.media && !tooLarge_)
         {
@@ -256,7 +256,10 @@ void JpegDepacketizer::finish()
     {
         unit.maxPayload = packets_.maxPayload();
         unit.packets = packets_.finish(timestamp_, true);
-        unit.packets->keyFrame = true;
+        if (unit.packets)
+        {
+            unit.packets->keyFrame = true;
+        }
     }
     deliver(std::move(unit));
     forget();

@@ -171,10 +171,6 @@ bool NalDepacketizer::fits(ByteSpan payload) const
 
 void NalDepacketizer::add(ByteSpan payload, const NalLead& lead)
 {
-    if (making_.packets && !frame_.tooLarge && !lead.annexB)
-    {
-        packets_.add(payload, {});
-    }
     if (lead.kind == NalKind::fragment)
     {
         return addFragment(payload);
@@ -183,9 +179,10 @@ void NalDepacketizer::add(ByteSpan payload, const NalLead& lead)
     endFragment(true);
     if (lead.annexB)
     {
-        addAnnexB(payload);
+        return addAnnexB(payload);
     }
-    else if (lead.kind == NalKind::aggregate)
+    passOn(payload);
+    if (lead.kind == NalKind::aggregate)
     {
         forEachAggregated(payload.from(syntax_.headerSize()), syntax_.headerSize(),
                           [this](ByteSpan unit) { addUnit(unit); });
@@ -193,6 +190,14 @@ void NalDepacketizer::add(ByteSpan payload, const NalLead& lead)
     else
     {
         addUnit(payload);
+    }
+}
+
+void NalDepacketizer::passOn(ByteSpan payload)
+{
+    if (making_.packets && !frame_.tooLarge)
+    {
+        packets_.add(payload, {});
     }
 }
 
@@ -299,6 +304,7 @@ void NalDepacketizer::addFragment(ByteSpan payload)
         loseInside();
         return;
     }
+    passOn(payload);
     if (isSet(open_.kind))
     {
         if (openSet_.size() + fragment.body.size > ParameterSets::maxSetSize)
@@ -314,6 +320,7 @@ void NalDepacketizer::addFragment(ByteSpan payload)
     }
     if (fragment.ends)
     {
+        open_.ends = true;
         endFragment(true);
     }
 }
@@ -322,6 +329,7 @@ void NalDepacketizer::openFragment(const NalSyntax::Fragment& fragment)
 {
     const ByteSpan header(fragment.header.data(), syntax_.headerSize());
     open_.is = true;
+    open_.firstPacket = packets_.packets();
     open_.header = fragment.header;
     open_.kind = syntax_.kindOf(header);
     open_.inMedia = false;
@@ -349,6 +357,14 @@ void NalDepacketizer::endFragment(bool whole)
         return;
     }
     const Open ended = std::exchange(open_, {});
+    if (!whole)
+    {
+        packets_.cut(ended.firstPacket);
+    }
+    else if (!ended.ends && packets_.packets() > ended.firstPacket)
+    {
+        syntax_.markEnd(packets_.lastPayload());
+    }
     if (isSet(ended.kind))
     {
         if (whole)
@@ -407,14 +423,11 @@ DepacketizedUnit NalDepacketizer::made()
     {
         unit.bytes = media_.take();
     }
-    if (making_.packets)
+    if (making_.packets && frame_.hasWholeSlice)
     {
         unit.maxPayload = packets_.maxPayload();
         unit.packets = packets_.finish(frame_.timestamp, true);
-        if (unit.packets)
-        {
-            unit.packets->keyFrame = unit.keyFrame;
-        }
+        unit.packets->keyFrame = unit.keyFrame;
     }
     return unit;
 }

@@ -56,7 +56,9 @@ private:
         NalKind kind = NalKind::other;
         std::array<std::uint8_t, 2> header{};
         bool is = false;
-        bool inMedia = false;  ///< media_ holds what is here of it
+        bool inMedia = false;         ///< media_ holds what is here of it
+        bool ends = false;            ///< its last part is marked as that
+        std::size_t firstPacket = 0;  ///< of it in packets_
     };
 
     NalDepacketizer(const NalSyntax& syntax, const FormatParameters& parameters, Deliver deliver);
@@ -64,6 +66,7 @@ private:
     void separate(std::uint32_t timestamp, const NalLead& lead);
     void start(std::uint32_t timestamp, const NalLead& lead);
     void add(ByteSpan payload, const NalLead& lead);
+    void passOn(ByteSpan payload);
     void addUnit(ByteSpan unit);
     void addAnnexB(ByteSpan payload);
     void addFragment(ByteSpan payload);

@@ -234,6 +234,11 @@ bool NalSyntax::readFragment(ByteSpan payload, Fragment& out) const
     return true;
 }
 
+void NalSyntax::markEnd(std::uint8_t* payload) const
+{
+    payload[headerSize_] |= endBit;
+}
+
 void NalSyntax::writeFragmentHeader(ByteSpan unit, bool starts, bool ends, std::uint8_t* at) const
 {
     const unsigned flags = (starts ? startBit : 0U) | (ends ? endBit : 0U);

@@ -105,6 +105,10 @@ public:
     /// Reads a packet of kind `fragment`. \returns false when it is too short
     bool readFragment(ByteSpan payload, Fragment& out) const;
 
+    /// Marks a packet of kind `fragment` as the last one of its unit. \param payload  of at least
+    /// fragmentHeaderSize() bytes
+    void markEnd(std::uint8_t* payload) const;
+
     /// Writes what stands in front of a fragment's body: fragmentHeaderSize() bytes.
     /// \param unit  the whole NAL unit
     void writeFragmentHeader(ByteSpan unit, bool starts, bool ends, std::uint8_t* at) const;

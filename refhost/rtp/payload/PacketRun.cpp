@@ -73,6 +73,34 @@ void PacketRun::putInFront(const std::vector<std::vector<std::uint8_t>>& payload
     }
 }
 
+void PacketRun::cut(std::size_t from)
+{
+    if (from >= packets())
+    {
+        return;
+    }
+    if (from == 0)
+    {
+        return clear();
+    }
+    const auto payloadOf = [](const AccessUnit::Packet& packet)
+    { return packet.size - static_cast<std::uint32_t>(AccessUnit::rtpHeaderSize); };
+    unit_->bytes.resize(unit_->packets[from].offset - AccessUnit::framingSize);
+    unit_->packets.resize(from);
+    unit_->payloadBytes = 0;
+    maxPayload_ = 0;
+    for (const AccessUnit::Packet& packet : unit_->packets)
+    {
+        unit_->payloadBytes += payloadOf(packet);
+        maxPayload_ = std::max(maxPayload_, payloadOf(packet));
+    }
+}
+
+std::uint8_t* PacketRun::lastPayload()
+{
+    return unit_->bytes.data() + unit_->packets.back().offset + AccessUnit::rtpHeaderSize;
+}
+
 std::shared_ptr<AccessUnit> PacketRun::finish(std::uint32_t rtpTimestamp, bool marker)
 {
     if (!unit_)

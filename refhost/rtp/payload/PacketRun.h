@@ -24,6 +24,12 @@ public:
     /// Adds packets with these payloads in front of all others.
     void putInFront(const std::vector<std::vector<std::uint8_t>>& payloads);
 
+    /// Takes the packets from number `from` on out again, which may be none.
+    void cut(std::size_t from);
+
+    /// Requires: there is a packet.
+    std::uint8_t* lastPayload();
+
     /// Writes the headers and gives the unit away, without much unused memory; the run is empty then.
     /// \param marker  of the last packet
     /// \returns null when there is no packet

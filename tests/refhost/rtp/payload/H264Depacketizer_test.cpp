@@ -3,6 +3,7 @@
 #include "refhost/rtp/payload/NalDepacketizer.h"
 #include "tests/AllocationCounter.h"
 #include "tests/refhost/rtp/payload/H264Units.h"
+#include "tests/refhost/rtp/payload/WholeUnits.h"
 
 namespace refhost
 {
@@ -289,6 +290,9 @@ TEST(H264Depacketizer, ASenderMayLeaveOutTheEndOfFragments)
     ASSERT_EQ(reception.units.size(), 2U);
     EXPECT_EQ(reception.units[0].bytes, prefixed({p(100), more(p(100))}));
     EXPECT_FALSE(reception.units[0].damaged);
+    // Receivers may wait for it.
+    EXPECT_EQ(test::wholeUnitsOf(Codec::h264, payloadsOf(*reception.units[0].packets)),
+              (std::vector<Bytes>{p(100), more(p(100))}));
 }
 
 TEST(H264Depacketizer, FragmentsMayDifferInTheirImportance)
@@ -544,7 +548,68 @@ TEST(H264Depacketizer, AKeyFrameBehindALossIsWhole)
     EXPECT_TRUE(reception.units[1].damaged);
 }
 
-TEST(H264Depacketizer, OfAFrameWithoutAWholeSliceThePacketsRemain)
+TEST(H264Depacketizer, PacketsHoldWholeUnitsWhateverIsLost)
+{
+    // With slices in fragments between others, too.
+    std::vector<Packet> packets = stream();
+    std::uint32_t timestamp = 21000;
+    for (const bool marked : {true, false})
+    {
+        for (const Bytes& slice : {p(70, 1), more(p(80, 2)), more(p(90, 3))})
+        {
+            for (Bytes& fragment : fragments(slice, 30))
+            {
+                fragment[1] &= marked ? 0xffU : 0xbfU;
+                packets.push_back({fragment, timestamp, false});
+            }
+        }
+        packets.back().marker = true;
+        timestamp += 3000;
+    }
+    packets.push_back({p(10, 5), timestamp, true});
+    const std::vector<Bytes> sent{
+        sps,        pps,      p(10, 1),       p(70),          idr(90), p(10, 2), more(p(10, 3)),
+        idr(10, 4), p(70, 1), more(p(80, 2)), more(p(90, 3)), p(10, 5)};
+    std::size_t delivered = 0;
+    for (std::size_t one = 0; one + 1 < packets.size(); ++one)
+    {
+        for (std::size_t other = one; other + 1 < packets.size(); ++other)
+        {
+            Believed reception;
+            std::uint32_t lost = 0;
+            for (std::size_t i = 0; i < packets.size(); ++i)
+            {
+                if (i == one || i == other)
+                {
+                    ++lost;
+                    continue;
+                }
+                reception.push(packets[i].payload, packets[i].timestamp, packets[i].marker,
+                               std::exchange(lost, 0));
+            }
+            reception.depacketizer->flush();
+            for (const DepacketizedUnit& unit : reception.units)
+            {
+                ASSERT_EQ(unit.packets == nullptr, unit.bytes.empty()) << one << " " << other;
+                if (!unit.packets)
+                {
+                    continue;
+                }
+                const auto whole = test::wholeUnitsOf(Codec::h264, payloadsOf(*unit.packets));
+                ASSERT_TRUE(whole) << one << " " << other;
+                for (const Bytes& each : *whole)
+                {
+                    EXPECT_EQ(std::count(sent.begin(), sent.end(), each), 1) << one << " " << other;
+                }
+                EXPECT_EQ(unit.bytes, prefixed(*whole)) << one << " " << other;
+                ++delivered;
+            }
+        }
+    }
+    EXPECT_GT(delivered, 1000U);
+}
+
+TEST(H264Depacketizer, OfAFrameWithoutAWholeSliceNothingRemains)
 {
     Believed reception;
     const std::vector<Bytes> packets = fragments(p(100), 30);
@@ -560,7 +625,8 @@ TEST(H264Depacketizer, OfAFrameWithoutAWholeSliceThePacketsRemain)
     {
         EXPECT_TRUE(reception.units[i].damaged);
         EXPECT_TRUE(reception.units[i].bytes.empty());
-        EXPECT_EQ(reception.units[i].packets->packets.size(), 3U);
+        EXPECT_EQ(reception.units[i].packets, nullptr);
+        EXPECT_EQ(reception.units[i].maxPayload, 0U);
     }
     EXPECT_FALSE(reception.units[2].damaged);
 }
@@ -590,9 +656,10 @@ TEST(H264Depacketizer, AFrameThatIsTooLargeIsLeftOut)
 {
     Believed reception;
     std::vector<Bytes> packets = fragments(p(20), 30);
-    packets[0][1] &= 0x3fU;
     packets[0].resize(60000);
-    reception.push(p(), 6000, false);
+    packets[0][1] = 0x81;
+    reception.push(packets[0], 6000, false);
+    packets[0][1] = 0x01;
     std::size_t refused = 0;
     for (std::size_t bytes = 0; bytes < 3 * Depacketizer::maxUnitBytes; bytes += 60000)
     {

@@ -118,8 +118,45 @@ TEST(H265Depacketizer, ALostFragmentDamagesItsFrameAlone)
         ASSERT_EQ(reception.units.size(), 2U);
         EXPECT_TRUE(reception.units[0].damaged);
         EXPECT_TRUE(reception.units[0].bytes.empty());
+        EXPECT_EQ(reception.units[0].packets, nullptr);
         EXPECT_FALSE(reception.units[1].damaged);
     }
+}
+
+TEST(H265Depacketizer, OfALostFragmentViewersGetTheOtherSlices)
+{
+    for (std::size_t lost = 0; lost < 4; ++lost)
+    {
+        Believed reception;
+        const std::vector<Bytes> torn = fragments(more(p(100)), 30);
+        reception.push(p(60), 6000, false);
+        for (std::size_t i = 0; i < torn.size(); ++i)
+        {
+            if (i != lost)
+            {
+                reception.push(torn[i], 6000, false, i == lost + 1 ? 1 : 0);
+            }
+        }
+        reception.push(more(p(50)), 6000, true, lost + 1 == torn.size() ? 1 : 0);
+        ASSERT_EQ(reception.units.size(), 1U);
+        EXPECT_TRUE(reception.units[0].damaged);
+        EXPECT_EQ(reception.units[0].bytes, prefixed({p(60), more(p(50))}));
+        EXPECT_EQ(payloadsOf(*reception.units[0].packets), (std::vector<Bytes>{p(60), more(p(50))}));
+    }
+}
+
+TEST(H265Depacketizer, AMissingMarkOfTheLastFragmentIsSetForViewers)
+{
+    Believed reception;
+    std::vector<Bytes> packets = fragments(p(100), 30);
+    const Bytes marked = packets.back();
+    packets.back()[2] &= 0xbfU;
+    for (std::size_t i = 0; i < packets.size(); ++i)
+    {
+        reception.push(packets[i], 6000, i + 1 == packets.size());
+    }
+    ASSERT_EQ(reception.units.size(), 1U);
+    EXPECT_EQ(payloadsOf(*reception.units[0].packets).back(), marked);
 }
 
 TEST(H265Depacketizer, EveryPrefixOfAPacketIsTakenOrRefused)

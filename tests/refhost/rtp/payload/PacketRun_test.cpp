@@ -35,6 +35,32 @@ TEST(PacketRun, AUnitDoesNotKeepMuchMoreMemoryThanItNeeds)
     EXPECT_LT(run.finish(0, true)->bytes.capacity(), 10'000U);
 }
 
+TEST(PacketRun, PacketsThatAreCutLeaveNothing)
+{
+    for (std::size_t from = 0; from < 4; ++from)
+    {
+        PacketRun cut;
+        PacketRun expected;
+        const std::vector<Bytes> payloads{{1, 2}, {3, 4, 5, 6}, {7}};
+        for (std::size_t i = 0; i < payloads.size(); ++i)
+        {
+            cut.add(payloads[i], {});
+            if (i < from)
+            {
+                expected.add(payloads[i], {});
+            }
+        }
+        cut.cut(from);
+        EXPECT_EQ(cut.packets(), expected.packets());
+        EXPECT_EQ(cut.maxPayload(), expected.maxPayload());
+        cut.add(Bytes{8}, {});
+        expected.add(Bytes{8}, {});
+        const auto unit = cut.finish(5, true);
+        EXPECT_EQ(unit->bytes, expected.finish(5, true)->bytes) << from;
+        EXPECT_EQ(unit->payloadBytes, test::Bytes(unit->bytes).size() - unit->packets.size() * 16);
+    }
+}
+
 TEST(PacketRun, NothingMakesNoUnit)
 {
     PacketRun run;
