@@ -41,6 +41,9 @@ struct EncodedUnit
     MonotonicTime decodeTime;
     Duration duration{};    ///< 0 when unknown
     bool keyFrame = false;  ///< can be decoded without earlier units; always true for audio
+    /// Packets of a frame were lost between camera and server, or all of a frame in front of it that it needs:
+    /// decoders show errors up to the next key frame.
+    bool damaged = false;
 };
 
 using EncodedUnitPtr = std::shared_ptr<const EncodedUnit>;

@@ -52,7 +52,8 @@ Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, 
       hooks_(std::move(hooks)),
       cutter_(
           options.segmentLength, [this] { return expected(); }, *this),
-      dates_(options.clock->wall().mapping())
+      dates_(options.clock->wall().mapping()),
+      damage_(stream.name)
 {
 }
 
@@ -173,6 +174,7 @@ void Recorder::writeAll(Units& units)
     }
     flush();
     startAgainAfterFailure();
+    damage_.report();
 }
 
 void Recorder::endIfStopped()
@@ -185,6 +187,7 @@ void Recorder::endIfStopped()
         }
     }
     cutter_.interrupt();
+    damage_.end();
     const MutexLock guard(inletMutex_);
     ended_ = true;
     endedChanged_.notifyAll();
@@ -346,6 +349,10 @@ void Recorder::writeUnit(std::size_t track, const EncodedUnitPtr& unit)
     if (writer_->leftOut() != leftOut)
     {
         return reportMalformed("some of the media");
+    }
+    if (place && unit->damaged)
+    {
+        damage_.add(segment_.begin + (unit->captureTime - begin_));
     }
     segment_.duration = std::max(segment_.duration, unit->captureTime + unit->duration - begin_);
 }

@@ -11,6 +11,7 @@
 #include "refhost/base/HostClock.h"
 #include "refhost/media/EncodedUnit.h"
 #include "refhost/media/StreamSource.h"
+#include "refhost/recording/DamageLog.h"
 #include "refhost/recording/LogPause.h"
 #include "refhost/recording/RecordingDisk.h"
 #include "refhost/recording/SegmentCutter.h"
@@ -27,7 +28,8 @@ namespace refhost
 /// once; DiskSync syncs them. The source is never held up: where the disk is too slow, units are left out up to
 /// the next key frame. When the disk fails, or is full and no room can be made, recording pauses and is tried
 /// again; one line in the log says so, repeated every ten minutes, and another one when it works again.
-/// Malformed media is left out, with at most one line in ten minutes.
+/// Malformed media is left out, with at most one line in ten minutes. Frames that miss packets of the camera are
+/// recorded and logged (DamageLog).
 ///
 /// A killed process loses what is gathered: `gather` and the pool's grain. A power cut also loses what DiskSync
 /// has not synced: its interval, and the duration of one pass.
@@ -155,6 +157,7 @@ private:
     std::optional<MonotonicTime> tried_;              ///< begin of what is written since a failure
     LogPause failPause_;
     LogPause malformedPause_;
+    DamageLog damage_;
 };
 
 }  // namespace refhost

@@ -478,5 +478,36 @@ TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
     EXPECT_EQ(recorded[1], std::make_pair(61.0, 63.0));
 }
 
+TEST_F(RecorderTest, DamagedFramesAreRecordedAndLoggedWithTheirNumberAndTimes)
+{
+    CapturedErrors log;
+    start();
+    source_->giveMedia(0, 1);
+    for (int i = 25; i < 75; ++i)
+    {
+        EncodedUnit damaged = *source_->made.frame(i / 25.0, i % 25 == 0);
+        damaged.damaged = i >= 30 && i < 70;
+        source_->give(std::make_shared<EncodedUnit>(damaged));
+        source_->drain();
+    }
+    source_->giveMedia(3, 4);
+    stop();
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 4}}));
+    const std::vector<std::string> lines = log.linesWith("camera 7/2: packets were lost");
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_THAT(lines[0], HasSubstr("a frame is damaged in the recording, 2026-01-01T00:00:01Z"));
+    EXPECT_THAT(lines[1], HasSubstr("39 frames are damaged in the recording, 2026-01-01T00:00:01Z to "
+                                    "2026-01-01T00:00:02Z"));
+}
+
+TEST_F(RecorderTest, UndamagedFramesAreNotLogged)
+{
+    CapturedErrors log;
+    start();
+    source_->giveMedia(0, 4);
+    stop();
+    EXPECT_THAT(log.linesWith("damaged"), SizeIs(0));
+}
+
 }  // namespace
 }  // namespace refhost
