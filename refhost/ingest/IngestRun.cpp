@@ -237,8 +237,9 @@ private:
         else
         {
             tracks_[index] = IngestTrack::make(
-                *codec, payloadOf(track), track.payloadType,
-                setup_.serverClock ? IngestTrack::Clock::server : IngestTrack::Clock::camera, epoch_,
+                {*codec, payloadOf(track), track.payloadType,
+                 setup_.serverClock ? IngestTrack::Clock::server : IngestTrack::Clock::camera, epoch_,
+                 setup_.title},
                 setup_.mediaTap, error);
         }
         if (!tracks_[index])

@@ -17,32 +17,34 @@ namespace
 /// Packets that may be lost at once; a larger step of the sequence number is a new start (RFC 3550, appendix A.1).
 constexpr std::uint16_t maxStep = 3000;
 
+/// Packets by which one may come late; a larger step back is a new start (as above).
+constexpr std::uint16_t maxLateness = 100;
+
 /// Of media times from what the timestamps say, where the camera's clock goes on.
 constexpr Duration maxDeviation = std::chrono::milliseconds(1);
 
 }  // namespace
 
-std::unique_ptr<IngestTrack> IngestTrack::make(Codec codec, const PayloadDescription& description,
-                                               int payloadType, Clock clock, MonotonicTime epoch,
-                                               std::shared_ptr<MediaTap> mediaTap, std::string& error)
+std::unique_ptr<IngestTrack> IngestTrack::make(const Source& source, std::shared_ptr<MediaTap> mediaTap,
+                                               std::string& error)
 {
-    std::unique_ptr<IngestTrack> track(
-        new IngestTrack(codec, description, payloadType, clock, epoch, std::move(mediaTap)));
+    std::unique_ptr<IngestTrack> track(new IngestTrack(source, std::move(mediaTap)));
     track->depacketizer_ = Depacketizer::make(
-        description, [self = track.get()](DepacketizedUnit&& unit) { self->onUnit(std::move(unit)); }, error);
+        source.description, [self = track.get()](DepacketizedUnit&& unit) { self->onUnit(std::move(unit)); },
+        error);
     return track->depacketizer_ ? std::move(track) : nullptr;
 }
 
-IngestTrack::IngestTrack(Codec codec, const PayloadDescription& description, int payloadType, Clock clock,
-                         MonotonicTime epoch, std::shared_ptr<MediaTap> mediaTap)
-    : codec_(codec),
-      rtpClock_(static_cast<std::uint32_t>(description.clockRate)),
-      payloadType_(payloadType),
-      clock_(clock),
-      epoch_(epoch),
+IngestTrack::IngestTrack(const Source& source, std::shared_ptr<MediaTap> mediaTap)
+    : codec_(source.codec),
+      rtpClock_(static_cast<std::uint32_t>(source.description.clockRate)),
+      payloadType_(source.payloadType),
+      clock_(source.clock),
+      epoch_(source.epoch),
       mediaTap_(std::move(mediaTap)),
-      sourceClock_(rtpClock_, isVideo(codec)),
-      statistics_(rtpClock_)
+      sourceClock_(rtpClock_, isVideo(source.codec)),
+      statistics_(rtpClock_),
+      refusals_(source.title + ": the camera's " + infoOf(source.codec).encodingName)
 {
 }
 
@@ -61,13 +63,18 @@ void IngestTrack::setTaps(Taps taps)
 void IngestTrack::onPacket(const std::uint8_t* data, std::size_t size, MonotonicTime arrival)
 {
     RtpPacketView packet;
-    if (!RtpReader::read(data, size, packet) || packet.payloadType != payloadType_)
+    if (!RtpReader::read(data, size, packet))
     {
-        return;
+        return refusals_.onRefused("malformed RTP", arrival);
     }
-    if (started_ && packet.ssrc == ssrc_ && packet.sequence == sequence_)
+    if (packet.payloadType != payloadType_)
     {
-        return;  // a duplicate
+        return refusals_.onRefused("another payload type than described", arrival);
+    }
+    if (isLate(packet))
+    {
+        statistics_.count(packet.sequence, packet.timestamp, arrival);
+        return;
     }
     bool restarted = false;
     const std::uint32_t lost = countLost(packet, arrival, restarted);
@@ -78,7 +85,19 @@ void IngestTrack::onPacket(const std::uint8_t* data, std::size_t size, Monotonic
     }
     place(packet, arrival);
     setOutputs();
-    depacketizer_->push(packet, lost);
+    const char* const refused = depacketizer_->push(packet, lost);
+    if (refused != nullptr)
+    {
+        return refusals_.onRefused(refused, arrival);
+    }
+    refusals_.onTaken(arrival);
+}
+
+/// Whether its turn has passed, also because it came before.
+bool IngestTrack::isLate(const RtpPacketView& packet) const
+{
+    const auto behind = static_cast<std::uint16_t>(sequence_ - packet.sequence);
+    return started_ && packet.ssrc == ssrc_ && behind <= maxLateness;
 }
 
 /// \param[out] restarted  the packet does not continue what came before
@@ -129,16 +148,22 @@ void IngestTrack::onUnit(DepacketizedUnit&& unit)
 {
     const MonotonicTime captureTime = captureTimeOf(unit.timestamp);
     maxPayload_ = std::max(maxPayload_, unit.maxPayload);
-    sawKeyFrame_ = sawKeyFrame_ || unit.keyFrame;
+    sawKeyFrame_ = sawKeyFrame_ || (unit.keyFrame && unit.packets);
     std::shared_ptr<EncodedUnit> media;
-    if (!unit.bytes.empty())
+    if (unit.bytes.empty())
     {
+        frameIsMissing_ = frameIsMissing_ || unit.damaged;
+    }
+    else
+    {
+        const bool frameWasMissing = std::exchange(frameIsMissing_, false);
         media = std::make_shared<EncodedUnit>();
         media->format = unit.format;
         media->bytes = std::move(unit.bytes);
         media->captureTime = captureTime;
         media->duration = rtpClock_.span(unit.duration);
         media->keyFrame = unit.keyFrame;
+        media->damaged = unit.damaged || (frameWasMissing && !unit.keyFrame);
     }
     send(unit, media.get(), captureTime);
     record(media);
@@ -154,9 +179,13 @@ MonotonicTime IngestTrack::captureTimeOf(std::uint32_t timestamp) const
 
 void IngestTrack::record(const std::shared_ptr<EncodedUnit>& unit)
 {
-    if (!unit || mediaTap_->isEmpty())
+    if (mediaTap_->isEmpty())
     {
         decodeTimes_.reset();
+        return;
+    }
+    if (!unit)
+    {
         return;
     }
     if (unit->format != timedFormat_)

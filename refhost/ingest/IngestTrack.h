@@ -13,6 +13,7 @@
 #include "refhost/capture/MediaTap.h"
 #include "refhost/capture/PacketTap.h"
 #include "refhost/capture/SourceClock.h"
+#include "refhost/ingest/RefusalLog.h"
 #include "refhost/media/Codec.h"
 #include "refhost/rtp/ReceptionStatistics.h"
 #include "refhost/rtp/payload/Depacketizer.h"
@@ -39,18 +40,27 @@ public:
         server   ///< the arrival of its packets
     };
 
-    /// \param payloadType   packets of others are left out
-    /// \param epoch         the arrivals of packets lie behind it
-    /// \param[out] error    where null is returned: why the track cannot be read
-    static std::unique_ptr<IngestTrack> make(Codec codec, const PayloadDescription& description,
-                                             int payloadType, Clock clock, MonotonicTime epoch,
-                                             std::shared_ptr<MediaTap> mediaTap, std::string& error);
+    /// What the track is.
+    struct Source
+    {
+        Codec codec{};
+        PayloadDescription description;
+        int payloadType = 0;  ///< packets of others are left out
+        Clock clock = Clock::camera;
+        MonotonicTime epoch;  ///< the arrivals of packets lie behind it
+        std::string title;    ///< the stream's name in the log
+    };
+
+    /// \param[out] error  where null is returned: why the track cannot be read
+    static std::unique_ptr<IngestTrack> make(const Source& source, std::shared_ptr<MediaTap> mediaTap,
+                                             std::string& error);
     ~IngestTrack();
 
     /// Sets where packets go from now on, by payload size.
     void setTaps(Taps taps);
 
-    /// Takes an RTP packet, in the order in which the camera sent it; a malformed one is left out.
+    /// Takes an RTP packet, in the order in which the camera sent it: one that comes late, or twice, is left out.
+    /// So is a malformed one, and one of another payload type; the log says it once.
     void onPacket(const std::uint8_t* data, std::size_t size, MonotonicTime arrival);
 
     struct Report
@@ -96,9 +106,9 @@ private:
         Duration media{};
     };
 
-    IngestTrack(Codec codec, const PayloadDescription& description, int payloadType, Clock clock,
-                MonotonicTime epoch, std::shared_ptr<MediaTap> mediaTap);
+    IngestTrack(const Source& source, std::shared_ptr<MediaTap> mediaTap);
 
+    bool isLate(const RtpPacketView& packet) const;
     std::uint32_t countLost(const RtpPacketView& packet, MonotonicTime arrival, bool& restarted);
     void place(const RtpPacketView& packet, MonotonicTime arrival);
     void setOutputs();
@@ -116,6 +126,7 @@ private:
     SourceClock sourceClock_;
     ReceptionStatistics statistics_;
     std::unique_ptr<Depacketizer> depacketizer_;
+    RefusalLog refusals_;
     DecodeTimes decodeTimes_;
     std::shared_ptr<const MediaFormat> timedFormat_;  ///< that decodeTimes_ is set for
 
@@ -124,6 +135,7 @@ private:
         packetizers_;               ///< for taps that the camera's packets do not fit
     std::uint32_t maxPayload_ = 0;  ///< of the camera's packets so far, bytes
     bool sawKeyFrame_ = false;
+    bool frameIsMissing_ = false;  ///< of the last one nothing was left to record
 
     bool started_ = false;
     std::uint32_t ssrc_ = 0;

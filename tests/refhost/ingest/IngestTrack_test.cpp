@@ -7,6 +7,7 @@
 #include "refhost/base/ByteOrder.h"
 #include "refhost/base/HostClock.h"
 #include "tests/refhost/capture/CollectingSink.h"
+#include "tests/refhost/ingest/CollectedUnits.h"
 
 namespace refhost
 {
@@ -20,19 +21,6 @@ constexpr std::uint32_t blockTicks = 160;
 constexpr Duration blockLength = 20ms;
 constexpr int largePayload = 1364;
 
-/// Keeps the encoded units that it is given.
-class CollectedUnits : public EncodedUnitSink
-{
-public:
-    void onEncodedUnit(const EncodedUnitPtr& unit) override
-    {
-        units.push_back(unit);
-    }
-    void onDiscontinuity() override {}
-
-    std::vector<EncodedUnitPtr> units;
-};
-
 /// A track of PCMU whose camera sends blocks of 20 milliseconds.
 class IngestTrackTest : public testing::Test
 {
@@ -43,7 +31,8 @@ protected:
         description.encodingName = "PCMU";
         description.clockRate = 8000;
         std::string error;
-        track = IngestTrack::make(Codec::pcmu, description, payloadType, clock, epoch, mediaTap, error);
+        track = IngestTrack::make({Codec::pcmu, description, payloadType, clock, epoch, "camera 7/2"},
+                                  mediaTap, error);
         ASSERT_TRUE(track) << error;
     }
 
@@ -167,7 +156,7 @@ TEST_F(IngestTrackTest, ViewersTimestampsGoOnWhereTheCameraStartsOver)
 TEST_F(IngestTrackTest, CaptureTimesAreWhatTheCameraReports)
 {
     open();
-    const auto recording = std::make_shared<CollectedUnits>();
+    const auto recording = std::make_shared<test::CollectedUnits>();
     mediaTap->add(recording);
     // Captured 100 ms before it arrives.
     const WallTime captured = HostClock::system().wall().mapping().at(epoch - 100ms);
@@ -189,7 +178,7 @@ TEST_F(IngestTrackTest, CaptureTimesAreWhatTheCameraReports)
 TEST_F(IngestTrackTest, WithTheServersClockReportsAreNotHeeded)
 {
     open(IngestTrack::Clock::server);
-    const auto recording = std::make_shared<CollectedUnits>();
+    const auto recording = std::make_shared<test::CollectedUnits>();
     mediaTap->add(recording);
     give(0s);
     EXPECT_FALSE(report(NtpTime(wallTimeOfUnix(86400)), blockLength).clockWrong);
