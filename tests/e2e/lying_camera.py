@@ -77,8 +77,9 @@ class Camera:
     """Sends only correct data. Each client has a thread of its own until close()."""
 
     name = "true"
+    transport = "tcp"
 
-    def __init__(self, units, seed=1):
+    def __init__(self, units, seed=1, host="127.0.0.1"):
         self.units = units
         self.random = random.Random(seed)
         self.asked = 0  # how often a client connected
@@ -87,8 +88,8 @@ class Camera:
         self.delay = 0.0  # seconds between capture and sending
         self.drift = 0.0  # how much faster its RTP clock runs
         self.breaks_off = None  # seconds after which it closes a connection
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.url = f"rtsp://127.0.0.1:{self.listener.getsockname()[1]}/live"
+        self.listener = socket.create_server((host, 0))
+        self.url = f"rtsp://{host}:{self.listener.getsockname()[1]}/live"
         self.closing = threading.Event()
         self.threads = [threading.Thread(target=self._accept, daemon=True)]
         self.threads[0].start()
