@@ -5,9 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <optional>
 #include <thread>
 
+#include "refhost/base/DiskSpace.h"
 #include "refhost/base/Log.h"
+#include "refhost/base/Quantity.h"
 #include "refhost/base/StreamName.h"
 #include "refhost/config/ConfigKeys.h"
 #include "refhost/config/ConfigSections.h"
@@ -51,6 +55,46 @@ bool same(const Section& a, const Section& b)
         { return std::visit([&](const auto& setting) { return sameValue(setting, a, b); }, key.setting); });
     eachSectionIn<Section>([&](const auto& section) { all = all && a.*section.values == b.*section.values; });
     return all;
+}
+
+/// What is wrong with the limits of recordings on the disk that they are kept on; or empty.
+std::string sizeProblem(const ServerConfig& config)
+{
+    const auto records = [](const CameraConfig& camera)
+    {
+        return std::any_of(camera.streams.begin(), camera.streams.end(),
+                           [](const StreamConfig& stream) { return stream.record; });
+    };
+    if (std::none_of(config.cameras.begin(), config.cameras.end(), records))
+    {
+        return {};
+    }
+    // The folder itself may not have been made yet.
+    std::filesystem::path path = config.recording.directory;
+    std::optional<DiskSpace> disk = DiskSpace::of(path.string());
+    while (!disk && path.has_relative_path())
+    {
+        path = path.parent_path();
+        disk = DiskSpace::of(path.empty() ? "." : path.string());
+    }
+    const auto minFree = FreeSpace::parse(config.recording.minFree);
+    if (!disk || !minFree)
+    {
+        return {};
+    }
+    const std::int64_t usable = disk->capacity - minFree->bytesOf(disk->capacity);
+    if (usable <= 0)
+    {
+        return "nothing can be recorded: min-free of [recording] is the whole disk of " +
+               config.recording.directory;
+    }
+    if (config.recording.maxSize > usable)
+    {
+        return "max-size of [recording] is " + sizeText(config.recording.maxSize) + ", and the disk of " +
+               config.recording.directory + " has " + roundedSizeText(usable) +
+               " besides min-free: recordings are removed before they reach it";
+    }
+    return {};
 }
 
 }  // namespace
@@ -234,6 +278,10 @@ std::vector<std::string> ServerConfig::warnings() const
     if (offersTalkBack() && talkBack.output == "null")
     {
         found.push_back("nobody will hear what clients say: the output of [talk-back] is \"null\"");
+    }
+    if (const std::string problem = sizeProblem(*this); !problem.empty())
+    {
+        found.push_back(problem);
     }
     for (const CameraConfig& camera : cameras)
     {

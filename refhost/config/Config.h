@@ -68,6 +68,7 @@ struct CameraConfig
     std::string name;
     std::vector<StreamConfig> streams;
     std::optional<Codec> talkBack{};  ///< codec of talk-back; nothing: no talk-back
+    std::int64_t maxSize = 0;         ///< bytes of its recordings; 0: no limit of its own
     std::string clock = "camera";     ///< that dates media read over RTSP: "camera" or "server"
 
     bool operator==(const CameraConfig& other) const;
@@ -197,9 +198,10 @@ struct LimitsConfig
 struct RecordingConfig
 {
     std::string directory = "./var/recordings";
-    int segment = 10;    ///< seconds
-    int maxSize = 1024;  ///< MiB of all recordings together; 0: no limit
-    int maxAge = 0;      ///< hours; 0: no limit
+    int segment = 10;                              ///< seconds
+    std::int64_t maxSize = std::int64_t{1} << 30;  ///< bytes of all recordings together; 0: no limit
+    std::int64_t maxAge = 0;                       ///< seconds; 0: no limit
+    std::string minFree = "auto";                  ///< of the disk. \see FreeSpace
 
     bool operator==(const RecordingConfig& other) const;
 };

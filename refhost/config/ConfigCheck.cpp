@@ -8,7 +8,9 @@
 #include <numeric>
 
 #include "refhost/base/Decimal.h"
+#include "refhost/base/DiskSpace.h"
 #include "refhost/base/Log.h"
+#include "refhost/base/Quantity.h"
 #include "refhost/config/CameraSet.h"
 #include "refhost/config/ConfigSections.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
@@ -101,6 +103,13 @@ std::string assignText(ServerConfig& config, const NumberSetting<ServerConfig>& 
     const auto value = parseDecimal<std::int64_t>(text);
     return value ? ConfigCheck::assign(setting, *value, config)
                  : "must be a whole number, not " + Log::safe(text, 40);
+}
+
+std::string assignText(ServerConfig& config, const QuantitySetting<ServerConfig>& setting,
+                       const std::string& text)
+{
+    const auto bare = parseDecimal<std::int64_t>(text);
+    return bare ? ConfigCheck::assign(setting, *bare, config) : ConfigCheck::assign(setting, text, config);
 }
 
 std::string assignText(ServerConfig& config, const FlagSetting<ServerConfig>& setting,
@@ -207,6 +216,32 @@ std::string ConfigCheck::number(std::int64_t value, int min, int max, int step)
     return {};
 }
 
+std::string ConfigCheck::quantity(const std::string& value, bool isSize, std::int64_t max, std::int64_t& out)
+{
+    std::optional<std::int64_t> number;
+    if (isSize)
+    {
+        number = parseSize(value);
+    }
+    else if (const auto span = parseTime(value))
+    {
+        number = span->count();
+    }
+    if (!number)
+    {
+        return std::string("must be ") +
+               (isSize ? "a size such as \"50GiB\"" : "a time such as \"7d\" or \"12h\"") + ", not \"" +
+               Log::safe(value, 40) + "\"";
+    }
+    if (*number > max)
+    {
+        return "must be at most " + (isSize ? sizeText(max) : timeText(std::chrono::seconds(max))) +
+               ", not \"" + Log::safe(value, 40) + "\"";
+    }
+    out = *number;
+    return {};
+}
+
 std::string ConfigCheck::choice(const std::string& value, const std::vector<std::string_view>& choices)
 {
     if (std::find(choices.begin(), choices.end(), value) != choices.end())
@@ -250,6 +285,11 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
     if (kind == TextKind::group && !value.empty() && !MulticastGroup::parse(value))
     {
         return "must be an IPv4 multicast address with an even port such as \"239.1.2.3:5004\", not \"" +
+               Log::safe(value, 40) + "\"";
+    }
+    if (kind == TextKind::freeSpace && !FreeSpace::parse(value))
+    {
+        return "must be a size such as \"2GiB\", a share such as \"5%\", \"0\" or \"auto\", not \"" +
                Log::safe(value, 40) + "\"";
     }
     if ((kind == TextKind::quotable || kind == TextKind::userName) &&

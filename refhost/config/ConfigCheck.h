@@ -30,6 +30,32 @@ public:
         return problem;
     }
 
+    /// A number without a unit.
+    template <typename Section>
+    static std::string assign(const QuantitySetting<Section>& setting, std::int64_t value, Section& out)
+    {
+        const std::int64_t maxBare = setting.max / setting.bareUnit;
+        if (value < 0 || value > maxBare)
+        {
+            return "must be 0 to " + std::to_string(maxBare) + ", not " + std::to_string(value);
+        }
+        setting.value.in(out) = value * setting.bareUnit;
+        return {};
+    }
+
+    template <typename Section>
+    static std::string assign(const QuantitySetting<Section>& setting, const std::string& value, Section& out)
+    {
+        const bool isSize = setting.kind == QuantitySetting<Section>::Kind::size;
+        std::int64_t number = 0;
+        std::string problem = quantity(value, isSize, setting.max, number);
+        if (problem.empty())
+        {
+            setting.value.in(out) = number;
+        }
+        return problem;
+    }
+
     template <typename Section>
     static std::string assign(const ChoiceSetting<Section>& setting, const std::string& value, Section& out)
     {
@@ -66,6 +92,7 @@ public:
 
 private:
     static std::string number(std::int64_t value, int min, int max, int step);
+    static std::string quantity(const std::string& value, bool isSize, std::int64_t max, std::int64_t& out);
     static std::string choice(const std::string& value, const std::vector<std::string_view>& choices);
     static std::string text(const std::string& value, TextKind kind);
 };

@@ -8,6 +8,11 @@ namespace refhost
 namespace
 {
 
+constexpr std::int64_t mebibyte = 1048576;
+constexpr std::int64_t maxSize = mebibyte << 30U;
+constexpr std::int64_t hour = 3600;
+constexpr std::int64_t maxQuantityTime = 999999 * hour;
+
 // In the order of SourceConfig::Kind.
 constexpr std::array<std::string_view, 6> sourceKinds{"synthetic", "file",     "v4l2",
                                                       "rtsp",      "rtsp-gst", "launch"};
@@ -86,6 +91,21 @@ ConfigKey<SectionOf<Path...>> number(std::string_view name, std::string_view mea
 }
 
 template <auto... Path>
+ConfigKey<SectionOf<Path...>> size(std::string_view name, std::string_view meaning, std::int64_t bareUnit)
+{
+    using Setting = QuantitySetting<SectionOf<Path...>>;
+    return {name, meaning, Setting{field<std::int64_t, Path...>(), Setting::Kind::size, bareUnit, maxSize}};
+}
+
+template <auto... Path>
+ConfigKey<SectionOf<Path...>> time(std::string_view name, std::string_view meaning, std::int64_t bareUnit)
+{
+    using Setting = QuantitySetting<SectionOf<Path...>>;
+    return {name, meaning,
+            Setting{field<std::int64_t, Path...>(), Setting::Kind::time, bareUnit, maxQuantityTime}};
+}
+
+template <auto... Path>
 ConfigKey<SectionOf<Path...>> flag(std::string_view name, std::string_view meaning)
 {
     return {name, meaning, FlagSetting<SectionOf<Path...>>{field<bool, Path...>()}};
@@ -135,7 +155,6 @@ void addGrants(std::vector<ConfigKey<Section>>& keys)
 
 constexpr int maxTime = 86400;
 constexpr int maxNumber = 999999;
-constexpr int maxSize = 1073741824;  // MiB
 
 }  // namespace
 
@@ -364,12 +383,19 @@ const std::vector<ConfigKey<RecordingConfig>>& configKeys<RecordingConfig>()
                                     "Seconds of media in one file; each starts with a key frame, so it may "
                                     "be longer by the time between two.",
                                     1, 3600),
-        number<&Recording::maxSize>(
-            "max-size",
-            "MiB that all recordings may take together, the oldest are removed beyond; 0 for no limit.", 0,
-            maxSize),
-        number<&Recording::maxAge>("max-age", "Hours after which recordings are removed; 0 for no limit.", 0,
-                                   maxNumber),
+        size<&Recording::maxSize>("max-size",
+                                  "Size of all recordings together, such as \"50GiB\"; the oldest are "
+                                  "removed beyond. 0 for no limit.",
+                                  mebibyte),
+        time<&Recording::maxAge>(
+            "max-age", "Age at which recordings are removed, such as \"7d\"; 0 for no limit.", hour),
+        text<&Recording::minFree>(
+            "min-free",
+            "How much of the disk is to stay free: a size (\"2GiB\"), a share (\"5%\"), or \"auto\", which "
+            "is "
+            "5 % or 1 GiB, whichever is less. The oldest recordings are removed for it. \"0\" uses the whole "
+            "disk.",
+            TextKind::freeSpace),
     };
     return keys;
 }
@@ -418,6 +444,11 @@ const std::vector<ConfigKey<CameraConfig>>& configKeys<CameraConfig>()
         number<&Camera::id>("id", "Number of the camera in URLs: rtsp://…/orv/live/CAMERA/STREAM.", 0,
                             maxNumber),
         text<&Camera::name>("name", "What people call the camera.", TextKind::plain),
+        size<&Camera::maxSize>(
+            "max-size",
+            "Size of this camera's recordings together; its oldest are removed beyond. 0 for "
+            "no limit but those of [recording].",
+            mebibyte),
         choice<&Camera::talkBack>("talk-back",
                                   "Codec in which clients may send audio to the device through this camera's "
                                   "streams; \"none\" offers no talk-back.",

@@ -1,6 +1,7 @@
 #pragma once
 // Tested by tests/refhost/config/ConfigReader_test.cpp, tests/refhost/config/ConfigWriter_test.cpp.
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -27,6 +28,22 @@ struct NumberSetting
     int min;
     int max;
     int step = 1;  ///< values are multiples of it
+};
+
+/// A size in bytes or a time in seconds: a text with its unit, or a whole number of `bareUnit`.
+template <typename Section>
+struct QuantitySetting
+{
+    enum class Kind
+    {
+        size,
+        time
+    };
+
+    ConfigField<Section, std::int64_t> value;  ///< bytes or seconds; not negative
+    Kind kind;
+    std::int64_t bareUnit;  ///< bytes or seconds
+    std::int64_t max;       ///< bytes or seconds
 };
 
 /// true or false.
@@ -59,6 +76,7 @@ enum class TextKind
     groupRange,  ///< IPv4 multicast addresses as "239.255.42.0/24"
     group,       ///< an IPv4 multicast address with an even port as "239.1.2.3:5004", or nothing
     path,        ///< must not be empty
+    freeSpace,   ///< as FreeSpace::parse() reads it
     location     ///< may hold credentials, which are masked when it is written
 };
 
@@ -74,8 +92,8 @@ struct TextSetting
 template <typename Section>
 struct ConfigKey
 {
-    using Setting = std::variant<NumberSetting<Section>, FlagSetting<Section>, ChoiceSetting<Section>,
-                                 TextSetting<Section>>;
+    using Setting = std::variant<NumberSetting<Section>, QuantitySetting<Section>, FlagSetting<Section>,
+                                 ChoiceSetting<Section>, TextSetting<Section>>;
 
     std::string_view name;
     std::string_view meaning;  ///< with the unit, without range and default, which the settings hold

@@ -209,6 +209,18 @@ private:
     }
 
     template <typename Section>
+    static std::string assign(const toml::node& node, const QuantitySetting<Section>& setting, Section& out)
+    {
+        if (const auto bare = node.value_exact<std::int64_t>())
+        {
+            return ConfigCheck::assign(setting, *bare, out);
+        }
+        const auto text = node.value_exact<std::string>();
+        return text ? ConfigCheck::assign(setting, *text, out)
+                    : "must be a whole number or a string, not " + describe(node);
+    }
+
+    template <typename Section>
     static std::string assign(const toml::node& node, const FlagSetting<Section>& setting, Section& out)
     {
         const auto value = node.value_exact<bool>();

@@ -4,6 +4,7 @@
 
 #include "refhost/base/Hex.h"
 #include "refhost/base/Log.h"
+#include "refhost/base/Quantity.h"
 #include "refhost/config/ConfigKeys.h"
 #include "refhost/config/ConfigSections.h"
 
@@ -95,6 +96,18 @@ private:
         return std::to_string(setting.value.of(section_));
     }
 
+    std::string toText(const QuantitySetting<Section>& setting)
+    {
+        const std::int64_t value = setting.value.of(section_);
+        if (value == 0)
+        {
+            return "0";
+        }
+        return quoted(setting.kind == QuantitySetting<Section>::Kind::size
+                          ? sizeText(value)
+                          : timeText(std::chrono::seconds(value)));
+    }
+
     std::string toText(const FlagSetting<Section>& setting)
     {
         return setting.value.of(section_) ? "true" : "false";
@@ -118,6 +131,13 @@ private:
     static std::string permittedBy(const NumberSetting<Section>& setting)
     {
         return range(setting.min, setting.max, setting.step);
+    }
+
+    static std::string permittedBy(const QuantitySetting<Section>& setting)
+    {
+        return setting.kind == QuantitySetting<Section>::Kind::size
+                   ? "a size, or a number of " + sizeText(setting.bareUnit).substr(1)
+                   : "a time, or a number of " + timeText(std::chrono::seconds(setting.bareUnit)).substr(1);
     }
 
     static std::string permittedBy(const FlagSetting<Section>&)
@@ -149,6 +169,8 @@ private:
                 return "\"*\", \"none\", or numbers such as \"1, 3-5\"";
             case TextKind::names:
                 return "names, or empty";
+            case TextKind::freeSpace:
+                return "a size, a share, or \"auto\"";
             case TextKind::group:
                 return "a multicast address and port, or empty";
             default:

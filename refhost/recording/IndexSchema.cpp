@@ -7,10 +7,9 @@ namespace refhost
 namespace
 {
 
-constexpr int schemaVersion = 2;
+constexpr int schemaVersion = 3;
 
-constexpr const char* schema =
-    "BEGIN;"
+constexpr const char* segments =
     "CREATE TABLE segment("
     " id INTEGER PRIMARY KEY,"
     " camera INTEGER NOT NULL,"
@@ -24,18 +23,40 @@ constexpr const char* schema =
     "CREATE INDEX segment_of_stream ON segment(camera, stream, epoch, begin_ns);"
     "CREATE INDEX segment_by_length ON segment(camera, stream, duration_ns);"
     "CREATE INDEX segment_by_age ON segment(begin_ns);"
-    "CREATE INDEX segment_unclosed ON segment(closed) WHERE closed = 0;"
-    "PRAGMA user_version = 2;"
-    "COMMIT;";
+    "CREATE INDEX segment_unclosed ON segment(closed) WHERE closed = 0;";
 
-/// From version 1, which knew no epochs.
-constexpr const char* upgrade =
-    "BEGIN;"
+/// Version 1 knew no epochs.
+constexpr const char* addEpochs =
     "ALTER TABLE segment ADD COLUMN epoch INTEGER NOT NULL DEFAULT 0;"
     "DROP INDEX segment_of_stream;"
-    "CREATE INDEX segment_of_stream ON segment(camera, stream, epoch, begin_ns);"
-    "PRAGMA user_version = 2;"
-    "COMMIT;";
+    "CREATE INDEX segment_of_stream ON segment(camera, stream, epoch, begin_ns);";
+
+/// Versions 1 and 2 knew no sums: they were computed from all segments whenever the limits were checked.
+constexpr const char* addSums =
+    "CREATE INDEX segment_of_camera ON segment(camera, begin_ns);"
+    "CREATE TABLE camera_sum("
+    " camera INTEGER PRIMARY KEY,"
+    " segments INTEGER NOT NULL,"
+    " bytes INTEGER NOT NULL);"
+    "INSERT INTO camera_sum SELECT camera, count(*), sum(bytes) FROM segment GROUP BY camera;"
+    "CREATE TRIGGER segment_added AFTER INSERT ON segment BEGIN"
+    " INSERT INTO camera_sum VALUES(new.camera, 1, new.bytes) ON CONFLICT(camera) DO UPDATE"
+    " SET segments = segments + 1, bytes = bytes + excluded.bytes; END;"
+    "CREATE TRIGGER segment_removed AFTER DELETE ON segment BEGIN"
+    " UPDATE camera_sum SET segments = segments - 1, bytes = bytes - old.bytes WHERE camera = old.camera; "
+    "END;"
+    "CREATE TRIGGER segment_changed AFTER UPDATE OF bytes ON segment BEGIN"
+    " UPDATE camera_sum SET bytes = bytes + new.bytes - old.bytes WHERE camera = new.camera; END;";
+
+/// The statements that bring an index of `version` up to date, in one transaction.
+std::string upgradeFrom(int version)
+{
+    std::string statements = "BEGIN IMMEDIATE;";
+    statements += version == 0 ? segments : "";
+    statements += version == 1 ? addEpochs : "";
+    statements += addSums;
+    return statements + "PRAGMA user_version = " + std::to_string(schemaVersion) + ";COMMIT;";
+}
 
 constexpr const char* tooNew = "it was written by a later version of ovrtspd";
 
@@ -60,11 +81,12 @@ bool IndexSchema::bringUpToDate(SqliteDatabase& database, std::string& error)
         error = tooNew;
         return false;
     }
-    const bool good = version == schemaVersion || (version == 1 && database.execute(upgrade)) ||
-                      (version == 0 && database.execute(schema));
+    const bool good =
+        version == schemaVersion || (version >= 0 && database.execute(upgradeFrom(version).c_str()));
     if (!good)
     {
         error = database.lastError();
+        database.execute("ROLLBACK");
     }
     return good;
 }
@@ -77,7 +99,7 @@ bool IndexSchema::check(SqliteDatabase& database, std::string& error)
         error = tooNew;
         return false;
     }
-    if (version == 1)
+    if (version > 0 && version < schemaVersion)
     {
         error = "it was written by an earlier version of ovrtspd; a server that starts brings it up to date";
         return false;

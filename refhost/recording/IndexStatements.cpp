@@ -105,7 +105,11 @@ bool IndexQueries::open(const std::string& path, std::string& error)
     all = prepare(segments + "ORDER BY begin_ns, id");
     unclosed = prepare(segments + "WHERE closed = 0 ORDER BY begin_ns, id");
     oldestClosed = prepare(segments + "WHERE closed != 0 AND begin_ns >= ? ORDER BY begin_ns, id");
+    oldestClosedOfCamera =
+        prepare(segments + "WHERE closed != 0 AND begin_ns >= ?1 AND camera = ?2 ORDER BY begin_ns, id");
     firstBefore = prepare(segments + "WHERE closed != 0 AND begin_ns < ? ORDER BY id");
+    firstBeforeOfCamera =
+        prepare(segments + "WHERE closed != 0 AND begin_ns < ?1 AND camera = ?2 ORDER BY id");
     epochAfter = prepare("SELECT min(epoch) FROM segment WHERE camera = ? AND stream = ? AND epoch > ?");
     // Two searches instead of a comparison of pairs, for which SQLite would read the camera's whole index.
     streamAfter = prepare(
@@ -114,8 +118,9 @@ bool IndexQueries::open(const std::string& path, std::string& error)
         " WHERE camera > ?1 ORDER BY camera, stream LIMIT 1) LIMIT 1");
     beginAfter = prepare("SELECT begin_ns FROM segment WHERE id > ? AND begin_ns >= ? ORDER BY id LIMIT 1");
     newestBegin = prepare("SELECT begin_ns FROM segment ORDER BY begin_ns DESC LIMIT 1");
-    count = prepare("SELECT count(*) FROM segment");
-    totalBytes = prepare("SELECT total(bytes) FROM segment");
+    count = prepare("SELECT coalesce(sum(segments), 0) FROM camera_sum");
+    totalBytes = prepare("SELECT coalesce(sum(bytes), 0) FROM camera_sum");
+    bytesOfCamera = prepare("SELECT bytes FROM camera_sum WHERE camera = ?");
     has = prepare("SELECT 1 FROM segment WHERE path = ?");
     return prepare.succeeded(error);
 }

@@ -41,11 +41,13 @@ struct IndexQueries
     // Segments.
     SqliteDatabase::Statement
         find;  ///< of camera, stream and epoch in [begin, end), from a begin on, max number
-    SqliteDatabase::Statement ofStream;      ///< of camera and stream, by epoch and begin
-    SqliteDatabase::Statement all;           ///< by begin
-    SqliteDatabase::Statement unclosed;      ///< by begin
-    SqliteDatabase::Statement oldestClosed;  ///< from a begin on, by begin
-    SqliteDatabase::Statement firstBefore;   ///< closed ones that begin earlier, in the order of entry
+    SqliteDatabase::Statement ofStream;              ///< of camera and stream, by epoch and begin
+    SqliteDatabase::Statement all;                   ///< by begin
+    SqliteDatabase::Statement unclosed;              ///< by begin
+    SqliteDatabase::Statement oldestClosed;          ///< from a begin on, by begin
+    SqliteDatabase::Statement oldestClosedOfCamera;  ///< the same of one camera, which comes second
+    SqliteDatabase::Statement firstBefore;          ///< closed ones that begin earlier, in the order of entry
+    SqliteDatabase::Statement firstBeforeOfCamera;  ///< the same of one camera, which comes second
     // Single values.
     SqliteDatabase::Statement epochAfter;   ///< of camera and stream: the next epoch, or NULL
     SqliteDatabase::Statement streamAfter;  ///< the camera and stream behind these two
@@ -54,6 +56,7 @@ struct IndexQueries
     SqliteDatabase::Statement newestBegin;
     SqliteDatabase::Statement count;
     SqliteDatabase::Statement totalBytes;
+    SqliteDatabase::Statement bytesOfCamera;
     SqliteDatabase::Statement has;  ///< a row where there is a segment of a path
 };
 

@@ -169,17 +169,28 @@ std::vector<RecordedSegment> RecordingIndex::unclosed() const
 }
 
 std::optional<RecordedSegment> RecordingIndex::oldestClosed(const std::set<std::int64_t>& besides,
-                                                            WallTime since) const
+                                                            WallTime since, std::optional<int> camera) const
 {
     const MutexLock guard(readingMutex_);
+    if (camera)
+    {
+        SqliteQuery query(*queries_.oldestClosedOfCamera, since, *camera);
+        return firstOf(query, besides);
+    }
     SqliteQuery query(*queries_.oldestClosed, since);
     return firstOf(query, besides);
 }
 
 std::optional<RecordedSegment> RecordingIndex::firstBefore(WallTime before,
-                                                           const std::set<std::int64_t>& besides) const
+                                                           const std::set<std::int64_t>& besides,
+                                                           std::optional<int> camera) const
 {
     const MutexLock guard(readingMutex_);
+    if (camera)
+    {
+        SqliteQuery query(*queries_.firstBeforeOfCamera, before, *camera);
+        return firstOf(query, besides);
+    }
     SqliteQuery query(*queries_.firstBefore, before);
     return firstOf(query, besides);
 }
@@ -223,6 +234,13 @@ std::int64_t RecordingIndex::totalBytes() const
 {
     const MutexLock guard(readingMutex_);
     SqliteQuery query(*queries_.totalBytes);
+    return query.next() ? query.number(0) : 0;
+}
+
+std::int64_t RecordingIndex::bytesOf(int cameraId) const
+{
+    const MutexLock guard(readingMutex_);
+    SqliteQuery query(*queries_.bytesOfCamera, cameraId);
     return query.next() ? query.number(0) : 0;
 }
 

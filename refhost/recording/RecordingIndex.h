@@ -77,10 +77,13 @@ public:
     /// The closed segment with the earliest begin.
     /// \param besides  ids of segments to ignore
     /// \param since    segments that begin earlier are ignored
+    /// \param camera   whose; default: all cameras
     std::optional<RecordedSegment> oldestClosed(const std::set<std::int64_t>& besides = {},
-                                                WallTime since = WallTime::min()) const;
-    /// The first entered of the closed segments that begin before `before`; `besides` as above.
-    std::optional<RecordedSegment> firstBefore(WallTime before, const std::set<std::int64_t>& besides) const;
+                                                WallTime since = WallTime::min(),
+                                                std::optional<int> camera = {}) const;
+    /// The first entered of the closed segments that begin before `before`; the rest as above.
+    std::optional<RecordedSegment> firstBefore(WallTime before, const std::set<std::int64_t>& besides,
+                                               std::optional<int> camera = {}) const;
     /// The begin of the first segment that was entered after the one of `id` and starts at `since` or later.
     std::optional<WallTime> beginAfter(std::int64_t id, WallTime since) const;
     /// The latest begin of all segments.
@@ -89,6 +92,8 @@ public:
     std::int64_t count() const;
     /// Sum of the sizes of all segments, bytes.
     std::int64_t totalBytes() const;
+    /// The same of a camera.
+    std::int64_t bytesOf(int cameraId) const;
 
     /// Enters a segment that was found on the disk, in the first epoch that has nothing at its time.
     /// \param segment  `id` and `epoch` are not read; `path` must lie below the directory

@@ -67,9 +67,10 @@ void RecordingListing::writeStream(const RecordingIndex& index, const RecordedSt
             out << (gap >= Duration::zero() ? fmt::format("  gap of {} seconds\n", seconds(gap))
                                             : std::string("  the clock was set back\n"));
         }
+        const char* const state = !interval.growing ? "" : recording_ ? " and growing" : ", unfinished";
         out << fmt::format("  from {} to {}{}, {} seconds\n      {}\n", dateOf(interval.begin),
-                           dateOf(interval.end), interval.growing && recording_ ? " and growing" : "",
-                           seconds(interval.end - interval.begin), url(stream.cameraId, interval));
+                           dateOf(interval.end), state, seconds(interval.end - interval.begin),
+                           url(stream.cameraId, interval));
         before = &interval;
     }
 }

@@ -37,21 +37,16 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, con
         watchClock(index, now);
     }
     const bool byAge = limitsAge && outcome.clockDoubt.empty();
-    Ids stuck;
-    Ids passed;  // stuck ones and those in use
+    keepCameraLimits(index, outcome);
+    const std::int64_t minFree = limits_.minFree.bytesOf(now.disk.capacity);
+    std::int64_t available = now.disk.available + outcome.bytes;
     std::int64_t bytes = index.totalBytes();
-    bool sparesUsed = true;
-    while (stuck.size() < maxFailures)
+    Sweep sweep{index, outcome};
+    while (sweep.goesOn())
     {
-        const std::optional<Oldest> found = oldest(index, passed);
-        if (sparesUsed && !found && passed.size() > stuck.size())
-        {
-            // Only segments in use are left.
-            sparesUsed = false;
-            passed = stuck;
-            continue;
-        }
-        const bool tooMuch = limits_.maxBytes > 0 && bytes > limits_.maxBytes;
+        const std::optional<Oldest> found = next(sweep, std::nullopt);
+        const bool tooFull = available < minFree;
+        const bool tooMuch = (limits_.maxBytes > 0 && bytes > limits_.maxBytes) || tooFull;
         const bool tooOld = found && byAge && isTooOld(*found, now.wall);
         outcome.slowly = !tooMuch && tooOld && slowly_ && allowance_ < 1;
         if (!found || outcome.slowly || !(tooMuch || tooOld))
@@ -59,32 +54,80 @@ RecordingRetention::Outcome RecordingRetention::apply(RecordingIndex& index, con
             slowly_ = slowly_ && (outcome.slowly || !byAge);
             break;
         }
-        const RecordedSegment& segment = found->segment;
-        if (sparesUsed && !tooOld && FileUse::isOpenElsewhere(segment.path))
+        if (remove(sweep, found->segment, tooOld))
         {
-            passed.insert(segment.id);
-            continue;
+            bytes -= found->segment.bytes;
+            available += found->segment.bytes;
+            allowance_ -= tooMuch ? 0 : 1;
+            outcome.removedForRoom += tooFull ? 1 : 0;
         }
-        // The file first: on a full disk the index cannot be changed before.
-        std::error_code problem;
-        std::filesystem::remove(segment.path, problem);
-        if (problem)
-        {
-            outcome.problem = segment.path + ": " + problem.message();
-            stuck.insert(segment.id);
-            passed.insert(segment.id);
-            continue;
-        }
-        if (!index.remove(segment.id))
-        {
-            outcome.problem = index.lastError();
-            break;
-        }
-        bytes -= segment.bytes;
-        allowance_ -= tooMuch ? 0 : 1;
-        ++outcome.removed;
     }
     return outcome;
+}
+
+void RecordingRetention::keepCameraLimits(RecordingIndex& index, Outcome& outcome) const
+{
+    for (const auto& [camera, maxBytes] : limits_.maxBytesOf)
+    {
+        std::int64_t bytes = index.bytesOf(camera);
+        Sweep sweep{index, outcome};
+        while (bytes > maxBytes && sweep.goesOn())
+        {
+            const std::optional<Oldest> found = next(sweep, camera);
+            if (!found)
+            {
+                break;
+            }
+            if (remove(sweep, found->segment, false))
+            {
+                bytes -= found->segment.bytes;
+            }
+        }
+    }
+}
+
+/// The oldest segment that may be removed; those in use once no others are left.
+std::optional<RecordingRetention::Oldest> RecordingRetention::next(Sweep& sweep,
+                                                                   std::optional<int> camera) const
+{
+    std::optional<Oldest> found = oldest(sweep.index, sweep.passed, camera);
+    if (!found && sweep.sparesUsed && sweep.passed.size() > sweep.stuck.size())
+    {
+        sweep.sparesUsed = false;
+        sweep.passed = sweep.stuck;
+        found = oldest(sweep.index, sweep.passed, camera);
+    }
+    return found;
+}
+
+/// \param mayBeUsed  remove it even if it is open elsewhere
+/// \returns false when it was passed over: it is in use, or cannot be removed
+bool RecordingRetention::remove(Sweep& sweep, const RecordedSegment& segment, bool mayBeUsed)
+{
+    if (sweep.sparesUsed && !mayBeUsed && FileUse::isOpenElsewhere(segment.path))
+    {
+        sweep.passed.insert(segment.id);
+        return false;
+    }
+    // The file first: on a full disk the index cannot be changed before.
+    std::error_code problem;
+    std::filesystem::remove(segment.path, problem);
+    if (problem)
+    {
+        sweep.outcome.problem = segment.path + ": " + problem.message();
+        sweep.stuck.insert(segment.id);
+        sweep.passed.insert(segment.id);
+        return false;
+    }
+    if (!sweep.index.remove(segment.id))
+    {
+        sweep.outcome.problem = sweep.index.lastError();
+        sweep.failed = true;
+        return false;
+    }
+    sweep.outcome.bytes += segment.bytes;
+    ++sweep.outcome.removed;
+    return true;
 }
 
 std::string RecordingRetention::clockDoubt(const RecordingIndex& index, WallTime now) const
@@ -124,14 +167,15 @@ void RecordingRetention::watchClock(const RecordingIndex& index, const Now& now)
 
 /// The segment with the earliest date from which its age counts.
 std::optional<RecordingRetention::Oldest> RecordingRetention::oldest(const RecordingIndex& index,
-                                                                     const Ids& besides) const
+                                                                     const Ids& besides,
+                                                                     std::optional<int> camera) const
 {
     std::optional<Oldest> found;
-    if (const auto dated = index.oldestClosed(besides, limits_.datesSince))
+    if (const auto dated = index.oldestClosed(besides, limits_.datesSince, camera))
     {
         found = Oldest{*dated, dated->end()};
     }
-    const auto misdated = index.firstBefore(limits_.datesSince, besides);
+    const auto misdated = index.firstBefore(limits_.datesSince, besides, camera);
     if (!misdated)
     {
         return found;

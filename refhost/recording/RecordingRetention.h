@@ -1,17 +1,20 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
 
+#include "refhost/base/DiskSpace.h"
 #include "refhost/base/Times.h"
 #include "refhost/recording/RecordingIndex.h"
 
 namespace refhost
 {
 
-/// Removes the oldest segments, file and entry, when limits of size or age are exceeded.
+/// Removes the oldest segments, file and entry, when limits of size or age are exceeded or the disk's room
+/// falls short.
 ///
 /// Age depends on dates, whose clock may have been wrong, then or now:
 /// - While the clock is implausible, earlier than the newest recording or than this program's build, nothing
@@ -31,6 +34,9 @@ public:
         Duration maxAge{};          ///< from the end of a segment until now; 0: no limit
         WallTime clockSince{};      ///< an earlier wall clock is wrong
         WallTime datesSince{};      ///< an earlier date of a recording is wrong
+        FreeSpace minFree{};        ///< of the disk
+        /// Max bytes of a camera's files, by camera; a camera that is missing has no limit of its own.
+        std::map<int, std::int64_t> maxBytesOf{};
     };
 
     struct Now
@@ -38,14 +44,17 @@ public:
         WallTime wall{};
         MonotonicTime monotonic{};
         std::uint32_t stepsForward = 0;  ///< number of times that the wall clock was set forward
+        DiskSpace disk{};                ///< with a capacity of 0 the disk's room is not limited
     };
 
     struct Outcome
     {
         int removed = 0;         ///< segments
+        std::int64_t bytes = 0;  ///< of these
         std::string problem;     ///< of a segment that could not be removed, in plain words; or empty
         std::string clockDoubt;  ///< why nothing was removed by age, in plain words; or empty
         bool slowly = false;     ///< more segments are too old than were removed
+        int removedForRoom = 0;  ///< those of `removed` that went because the disk's room fell short
     };
 
     /// Max. files of one apply() that cannot be removed: after so many the others cannot, either.
@@ -65,9 +74,29 @@ private:
     };
     using Ids = std::set<std::int64_t>;
 
+    /// One apply().
+    struct Sweep
+    {
+        RecordingIndex& index;
+        Outcome& outcome;
+        Ids stuck{};             ///< cannot be removed
+        Ids passed{};            ///< stuck, or in use
+        bool sparesUsed = true;  ///< as long as others can be removed
+        bool failed = false;     ///< the index does not take a removal
+
+        bool goesOn() const
+        {
+            return !failed && stuck.size() < maxFailures;
+        }
+    };
+
+    void keepCameraLimits(RecordingIndex& index, Outcome& outcome) const;
+    std::optional<Oldest> next(Sweep& sweep, std::optional<int> camera) const;
+    static bool remove(Sweep& sweep, const RecordedSegment& segment, bool mayBeUsed);
     std::string clockDoubt(const RecordingIndex& index, WallTime now) const;
     void watchClock(const RecordingIndex& index, const Now& now);
-    std::optional<Oldest> oldest(const RecordingIndex& index, const Ids& besides) const;
+    std::optional<Oldest> oldest(const RecordingIndex& index, const Ids& besides,
+                                 std::optional<int> camera) const;
     bool isTooOld(const Oldest& oldest, WallTime now) const;
 
     const Limits limits_;

@@ -1,7 +1,6 @@
 #include "refhost/recording/RecordingRoom.h"
 
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "refhost/base/DiskSpace.h"
 #include "refhost/base/Log.h"
 #include "refhost/recording/FileUse.h"
 #include "refhost/recording/SegmentPath.h"
@@ -71,19 +71,16 @@ bool RecordingRoom::hasRoom() const
 
 RecordingRoom::Need RecordingRoom::need() const
 {
-    struct statvfs disk
-    {
-    };
-    if (::statvfs(ledger_.directory().c_str(), &disk) != 0)
+    const std::optional<DiskSpace> disk = DiskSpace::of(ledger_.directory());
+    if (!disk)
     {
         return {};
     }
-    const auto block = static_cast<std::int64_t>(disk.f_frsize);
     Need need;
-    need.freeBytes = static_cast<std::int64_t>(disk.f_bavail) * block;
-    need.bytes = std::clamp(static_cast<std::int64_t>(disk.f_blocks) * block / 100, minRoom, maxRoom);
+    need.freeBytes = disk->available;
+    need.bytes = std::clamp(disk->capacity / 100, minRoom, maxRoom);
     // Some file systems have no limit of files.
-    need.freeFiles = disk.f_files == 0 ? 4 : static_cast<std::int64_t>(disk.f_favail);
+    need.freeFiles = disk->files == 0 ? 4 : disk->availableFiles;
     // The index needs several.
     need.files = 4;
     return need;

@@ -17,13 +17,25 @@ namespace refhost
 namespace
 {
 
-constexpr std::int64_t mebibyte = 1048576;
 /// 2025: the program is not older. The time of the build would not do: an upgrade moves it.
 constexpr WallTime firstRecordings = wallTimeOfUnix(1735689600);
 
-RecordingRetention::Limits limitsOf(const RecordingConfig& config)
+RecordingRetention::Limits limitsOf(const ServerConfig& config)
 {
-    return {config.maxSize * mebibyte, std::chrono::hours(config.maxAge), BuildTime::date(), firstRecordings};
+    RecordingRetention::Limits limits;
+    limits.maxBytes = config.recording.maxSize;
+    limits.maxAge = std::chrono::seconds(config.recording.maxAge);
+    limits.clockSince = BuildTime::date();
+    limits.datesSince = firstRecordings;
+    limits.minFree = FreeSpace::parse(config.recording.minFree).value_or(FreeSpace());
+    for (const CameraConfig& camera : config.cameras)
+    {
+        if (camera.maxSize > 0)
+        {
+            limits.maxBytesOf.emplace(camera.id, camera.maxSize);
+        }
+    }
+    return limits;
 }
 
 bool recordsAnyOf(const CameraConfig& camera)
@@ -61,7 +73,7 @@ bool makeFirstRoom(const std::string& directory)
 
 RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<StreamDirectory> streams,
                                    const Pauses& pauses)
-    : config_(config), streams_(std::move(streams)), retention_(limitsOf(config.recording)), pauses_(pauses)
+    : config_(config), streams_(std::move(streams)), retention_(limitsOf(config)), pauses_(pauses)
 {
     if (hasWork())
     {
@@ -342,8 +354,14 @@ void RecordingService::retain()
     const WallClock::Mapping dates = clock.wall().mapping();
     const MonotonicTime now = clock.now();
     const RecordingRetention::Outcome outcome =
-        retention_.apply(*index_, {dates.at(now), now, dates.steps - dates.stepsBack});
+        retention_.apply(*index_, {dates.at(now), now, dates.steps - dates.stepsBack,
+                                   DiskSpace::of(folder_->path()).value_or(DiskSpace())});
     reportClock(outcome);
+    if (outcome.removedForRoom > 0 && roomPause_.isOver())
+    {
+        Log::warning("the disk of {} has less than min-free: the oldest recordings make room",
+                     folder_->path());
+    }
     if (outcome.removed > 0)
     {
         Log::debug("{} old recordings removed", outcome.removed);

@@ -9,6 +9,7 @@
 
 #include "refhost/config/Config.h"
 #include "refhost/media/StreamSource.h"
+#include "refhost/recording/LogPause.h"
 #include "refhost/recording/Recorder.h"
 #include "refhost/recording/RecordingDisk.h"
 #include "refhost/recording/RecordingFolder.h"
@@ -118,6 +119,7 @@ private:
     bool stuckReported_ = false;
     bool clockDoubted_ = false;
     bool retainsSlowly_ = false;
+    LogPause roomPause_;
     std::atomic<int> attempts_{0};
     std::atomic<int> retentions_{0};
 

@@ -43,7 +43,7 @@ def listing(build_folder, server):
     for line in listed.stdout.splitlines():
         if found := re.match(r"camera (\d+)/(\d+): ([0-9.]+) seconds, (\d+) gaps?$", line):
             intervals = streams.setdefault((int(found[1]), int(found[2])), [])
-        elif found := re.match(r"  from \S+Z \(([0-9.]+)\) to \S+Z \(([0-9.]+)\)( and growing)?, [0-9.]+ seconds$", line):
+        elif found := re.match(r"  from \S+Z \(([0-9.]+)\) to \S+Z \(([0-9.]+)\)( and growing)?(?:, unfinished)?, [0-9.]+ seconds$", line):
             intervals.append([float(found[1]), float(found[2])])
         elif found := re.match(r"      (rtsp://\S+)$", line):
             intervals[-1].append(found[1])
@@ -106,6 +106,7 @@ def test_everything_on_disk_is_listed_after_a_crash(serve, build_folder, directo
     server.kill()
     listed, before = listing(build_folder, server)
     assert "and growing" not in listed.stdout, "nobody records"
+    assert listed.stdout.count(", unfinished, ") == 1
     on_disk = sum(len(packets(path)[0]) for path in files(directory)) / 25
 
     again = serve(config(directory))

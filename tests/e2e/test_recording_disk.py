@@ -27,6 +27,7 @@ def small_disk(tmp_path):
 def test_oldest_recordings_make_room_on_a_full_disk(serve, build_folder, small_disk):
     directory = small_disk / "recordings"
     stream = config(directory).replace("400", "16000").replace("320", "640").replace("180", "360")
+    stream = stream.replace("segment =", 'min-free = "0"\nsegment =')
     server = serve(stream)  # fills it in some ten seconds
     server.allow_problem("is full: .* made room")
     wait_until(lambda: "made room" in server.log(), 60, "a full disk")
@@ -39,6 +40,29 @@ def test_oldest_recordings_make_room_on_a_full_disk(serve, build_folder, small_d
     assert time.time() - end < 5, "no gap, and up to now"
     seconds = sum(len(packets(path)[0]) for path in files(directory)) / 25
     assert end - begin == pytest.approx(seconds, abs=0.1), "files and entries went together"
+
+
+def test_oldest_recordings_keep_room_on_the_disk(serve, build_folder, small_disk):
+    directory = small_disk / "recordings"
+    server = serve(config(directory).replace("segment =", 'min-free = "50%"\nsegment =').replace("400", "3000"))
+    server.allow_problem("less than min-free")
+    wait_until(lambda: files(directory), 30, "a segment")
+    first = files(directory)
+    wait_until(lambda: not set(first) & set(files(directory)), 60, "the first files gone")
+    assert "less than min-free: the oldest recordings make room" in server.log()
+    disk = os.statvfs(small_disk)
+    assert disk.f_bavail > disk.f_blocks / 10, "what is recorded between two checks is less than the rest"
+    server.stop()
+    assert "is full" not in server.log() and "recording stopped" not in server.log()
+    assert len(listing(build_folder, server)[1][3, 1]) == 1, "no gap"
+
+
+def test_camera_keeps_to_its_own_limit(serve, build_folder, directory):
+    text = config(directory).replace("400", "4000")
+    server = serve(text.replace("[[camera]]", '[[camera]]\nmax-size = "1MiB"', 1))
+    wait_until(lambda: "old recordings removed" in server.log(), 40, "a removal")
+    server.stop()
+    assert len(listing(build_folder, server)[1][3, 1]) == 1
 
 
 def test_locked_index_loses_nothing(serve, build_folder, directory):

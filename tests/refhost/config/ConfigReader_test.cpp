@@ -449,6 +449,59 @@ TEST(ConfigReader, SetsKeysFromTheCommandLineWithTheSameChecks)
     EXPECT_THAT(ConfigReader::set(config, "nonsense", "x"), HasSubstr("no key"));
 }
 
+TEST(ConfigReader, SizesAndTimesHaveUnits)
+{
+    const RecordingConfig recording =
+        readGood("[recording]\nmax-size = \"50GiB\"\nmax-age = \"7d\"\nmin-free = \"10%\"").recording;
+    EXPECT_EQ(recording.maxSize, std::int64_t{50} << 30);
+    EXPECT_EQ(recording.maxAge, 7 * 86400);
+    EXPECT_EQ(recording.minFree, "10%");
+}
+
+TEST(ConfigReader, SizesAndTimesWithoutAUnitAreMebibytesAndHours)
+{
+    const RecordingConfig recording = readGood("[recording]\nmax-size = 3\nmax-age = 2").recording;
+    EXPECT_EQ(recording.maxSize, 3 * 1048576);
+    EXPECT_EQ(recording.maxAge, 7200);
+    EXPECT_EQ(readGood("[recording]\nmax-size = 0").recording.maxSize, 0);
+}
+
+TEST(ConfigReader, WrongSizesAndTimesAreRefused)
+{
+    const std::vector<std::pair<std::string, std::string>> wrong{
+        {"max-size = \"50 gigs\"", "max-size must be a size such as \"50GiB\", not \"50 gigs\""},
+        {"max-size = \"50\"", "max-size must be a size such as \"50GiB\", not \"50\""},
+        {"max-size = -1", "max-size must be 0 to 1073741824, not -1"},
+        {"max-size = 1073741825", "max-size must be 0 to 1073741824, not 1073741825"},
+        {"max-size = \"2000TiB\"", "max-size must be at most 1024TiB, not \"2000TiB\""},
+        {"max-size = 1.5", "max-size must be a whole number or a string, not a number with a fraction"},
+        {"max-age = \"7 days\"", "max-age must be a time such as \"7d\" or \"12h\", not \"7 days\""},
+        {"max-age = 1000000", "max-age must be 0 to 999999, not 1000000"},
+        {"min-free = \"a lot\"",
+         "min-free must be a size such as \"2GiB\", a share such as \"5%\", \"0\" or \"auto\", not \"a "
+         "lot\""}};
+    for (const auto& [line, message] : wrong)
+    {
+        const ConfigResult result = ConfigReader::read("[recording]\n" + line);
+        ASSERT_EQ(result.problems.size(), 1U) << line;
+        EXPECT_EQ(result.problems[0].message, message);
+    }
+}
+
+TEST(ServerConfig, WarnsOfRecordingsThatTheDiskCannotHold)
+{
+    ServerConfig config = ServerConfig::embedded();
+    EXPECT_TRUE(config.warnings().empty());
+    config.recording.maxSize = std::int64_t{1} << 50;
+    ASSERT_EQ(config.warnings().size(), 1U);
+    EXPECT_THAT(config.warnings()[0], HasSubstr("max-size of [recording] is 1024TiB"));
+    config.recording.minFree = "2000TiB";
+    ASSERT_EQ(config.warnings().size(), 1U);
+    EXPECT_THAT(config.warnings()[0], HasSubstr("nothing can be recorded"));
+    config.cameras[0].streams[0].record = false;
+    EXPECT_TRUE(config.warnings().empty()) << "nothing is recorded";
+}
+
 TEST(ServerConfig, WarnsOfListeningBeyondLoopbackWithoutUsers)
 {
     ServerConfig config;

@@ -25,6 +25,12 @@ void change(const NumberSetting<Section>& setting, Section& section)
 }
 
 template <typename Section>
+void change(const QuantitySetting<Section>& setting, Section& section)
+{
+    setting.value.in(section) += 1;
+}
+
+template <typename Section>
 void change(const FlagSetting<Section>& setting, Section& section)
 {
     setting.value.in(section) = !setting.value.of(section);
@@ -57,6 +63,9 @@ void change(const TextSetting<Section>& setting, Section& section)
             break;
         case TextKind::cameras:
             value = "1, 3-5";
+            break;
+        case TextKind::freeSpace:
+            value = "7%";
             break;
         case TextKind::location:
             value = "rtsp://192.0.2.7/";

@@ -61,7 +61,8 @@ ServerConfig withEverythingChanged()
     config.liveController = "both";
     config.mtu = 1500;
     config.cameras[0].streams[0].multicast = "239.2.3.4:7000";
-    config.recording = {"/somewhere/else", 60, 0, 72};
+    config.recording = {"/somewhere/else", 60, 0, 7200, "7%"};
+    config.cameras[0].maxSize = 1500;
     config.cameras[0].streams[1].record = true;
     StreamConfig launch;
     launch.id = 7;

@@ -348,6 +348,53 @@ TEST_F(RecordingIndexTest, OldestClosedSegmentPassesOverOpenOnes)
     EXPECT_NE(index_->oldestClosed()->id, older);
 }
 
+TEST_F(RecordingIndexTest, SumsFollowEveryChange)
+{
+    RecordedSegment segment;
+    const auto put = [&](int camera, const std::string& name, std::int64_t bytes)
+    {
+        segment.cameraId = camera;
+        segment.path = index_->directory() + "/" + name;
+        segment.bytes = bytes;
+        return index_->enter(segment);
+    };
+    ASSERT_TRUE(put(1, "a", 100));
+    ASSERT_TRUE(put(1, "b", 10));
+    ASSERT_TRUE(put(2, "c", 1));
+    ASSERT_TRUE(put(1, "a", 150)) << "it grew";
+    EXPECT_EQ(index_->bytesOf(1), 160);
+    EXPECT_EQ(index_->bytesOf(2), 1);
+    EXPECT_EQ(index_->bytesOf(3), 0);
+    EXPECT_EQ(index_->totalBytes(), 161);
+    EXPECT_EQ(index_->count(), 3);
+    const std::vector<RecordedSegment> all = index_->all();
+    ASSERT_TRUE(index_->close(all[0].id, Duration(1), 200));
+    EXPECT_EQ(index_->totalBytes(), 161 - all[0].bytes + 200);
+    ASSERT_TRUE(index_->remove(all[0].id));
+    EXPECT_EQ(index_->totalBytes(), 161 - all[0].bytes);
+    segment.path = all[1].path;
+    ASSERT_TRUE(index_->apply({{segment, true}}));
+    EXPECT_EQ(index_->count(), 1);
+    EXPECT_EQ(index_->totalBytes(), all[2].bytes);
+}
+
+TEST_F(RecordingIndexTest, OldestOfACameraPassesOverOthers)
+{
+    RecordedSegment segment;
+    segment.closed = true;
+    for (const auto& [camera, begin] : {std::pair(1, 30), std::pair(2, 10), std::pair(1, 20)})
+    {
+        segment.cameraId = camera;
+        segment.begin = wallTimeOfUnix(begin);
+        segment.path = index_->directory() + "/" + std::to_string(begin);
+        ASSERT_TRUE(index_->add(segment));
+    }
+    EXPECT_EQ(index_->oldestClosed()->begin, wallTimeOfUnix(10));
+    EXPECT_EQ(index_->oldestClosed({}, WallTime::min(), 1)->begin, wallTimeOfUnix(20));
+    EXPECT_FALSE(index_->oldestClosed({}, WallTime::min(), 3));
+    EXPECT_EQ(index_->firstBefore(wallTimeOfUnix(100), {}, 1)->begin, wallTimeOfUnix(30)) << "entered first";
+}
+
 TEST_F(RecordingIndexTest, EverythingIsThereAfterOpeningAgainAndInAMovedDirectory)
 {
     const std::int64_t id = add(1, 0, 0, 10);

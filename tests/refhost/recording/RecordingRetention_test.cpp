@@ -92,6 +92,71 @@ TEST_F(RecordingRetentionTest, OldestOfAllCamerasGoFirstUntilTheRestFits)
     EXPECT_EQ(apply({250, {}}), 0);
 }
 
+TEST_F(RecordingRetentionTest, CameraBeyondItsLimitLosesItsOwnOldest)
+{
+    add(1, 30);
+    add(2, 20);
+    add(1, 10);
+    add(2, 40);
+    add(1, 50);
+    RecordingRetention::Limits limits;
+    limits.maxBytesOf = {{1, 150}, {3, 0}};
+    EXPECT_EQ(apply(limits), 2);
+    EXPECT_THAT(begins(), ElementsAre(20, 40, 50));
+    EXPECT_EQ(apply(limits), 0);
+}
+
+TEST_F(RecordingRetentionTest, LimitOfACameraSparesWhatIsPlayedAsLongAsOthersCanGo)
+{
+    add(1, 10);
+    add(1, 20);
+    add(2, 5);
+    std::ifstream player(folder_ / "1-10");
+    RecordingRetention::Limits limits;
+    limits.maxBytesOf = {{1, 100}};
+    EXPECT_EQ(apply(limits), 1);
+    EXPECT_THAT(begins(), ElementsAre(5, 10));
+    limits.maxBytesOf = {{1, 50}};
+    EXPECT_EQ(apply(limits), 1) << "nothing else is left";
+    EXPECT_THAT(begins(), ElementsAre(5));
+}
+
+TEST_F(RecordingRetentionTest, OldestMakeRoomOnTheDisk)
+{
+    for (const int begin : {10, 20, 30, 40})
+    {
+        add(1, begin);
+    }
+    RecordingRetention::Limits limits;
+    limits.minFree = *FreeSpace::parse("1KiB");
+    const auto sweep = [&](std::int64_t available)
+    {
+        RecordingRetention::Now now;
+        now.disk = {100000, available, 0, 0};
+        return RecordingRetention(limits).apply(*index_, now);
+    };
+    EXPECT_EQ(sweep(1024).removed, 0);
+    const RecordingRetention::Outcome outcome = sweep(1024 - 101);
+    EXPECT_EQ(outcome.removed, 2);
+    EXPECT_EQ(outcome.removedForRoom, 2);
+    EXPECT_THAT(begins(), ElementsAre(30, 40));
+    EXPECT_EQ(sweep(0).removed, 2) << "no more can be done";
+    EXPECT_EQ(sweep(0).removed, 0);
+}
+
+TEST_F(RecordingRetentionTest, WhatALimitOfACameraRemovesCountsAsRoom)
+{
+    add(1, 10);
+    add(2, 5);
+    RecordingRetention::Limits limits;
+    limits.maxBytesOf = {{1, 50}};
+    limits.minFree = *FreeSpace::parse("1KiB");
+    RecordingRetention::Now now;
+    now.disk = {100000, 1024 - 100, 0, 0};
+    EXPECT_EQ(RecordingRetention(limits).apply(*index_, now).removedForRoom, 0);
+    EXPECT_THAT(begins(), ElementsAre(5));
+}
+
 TEST_F(RecordingRetentionTest, ExactlyTheLimitIsKept)
 {
     add(1, 10);

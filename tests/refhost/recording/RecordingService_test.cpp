@@ -155,7 +155,7 @@ TEST_F(RecordingServiceTest, EarlierRecordingsArePublishedAlsoWhereNothingIsReco
 
 TEST_F(RecordingServiceTest, OldestRecordingsGoAsSegmentsClose)
 {
-    config_.recording.maxSize = 1;
+    config_.recording.maxSize = 1048576;
     startRecording();
     const std::shared_ptr<RecordingIndex> index = Device::recordings();
     for (int i = 0; i < 8; ++i)
@@ -188,7 +188,7 @@ TEST_F(RecordingServiceTest, OldestRecordingsGoAsSegmentsClose)
 TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMore)
 {
     pauses_.anyway = soon;
-    config_.recording.maxAge = 1;
+    config_.recording.maxAge = 3600;
     config_.cameras[0].streams[0].record = false;
     std::filesystem::create_directory(config_.recording.directory);
     std::ofstream(config_.recording.directory + "/index.db").close();
@@ -212,7 +212,7 @@ TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMo
 TEST_F(RecordingServiceTest, RecordingThatCannotBeRemovedIsReportedOnce)
 {
     pauses_.anyway = soon;
-    config_.recording.maxAge = 1;
+    config_.recording.maxAge = 3600;
     CapturedErrors log;
     startRecording();
     waitFor([&] { return service_->retentions() > 1; });  // the first sweep is over
