@@ -88,7 +88,8 @@ std::string sizeProblem(const ServerConfig& config)
         return "nothing can be recorded: min-free of [recording] is the whole disk of " +
                config.recording.directory;
     }
-    if (config.recording.maxSize > usable)
+    // A limit that somebody chose, and not the default.
+    if (config.recording.maxSize > usable && config.recording.maxSize != RecordingConfig().maxSize)
     {
         return "max-size of [recording] is " + sizeText(config.recording.maxSize) + ", and the disk of " +
                config.recording.directory + " has " + roundedSizeText(usable) +
