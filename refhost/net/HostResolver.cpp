@@ -8,6 +8,7 @@
 #include <csignal>
 #include <deque>
 #include <map>
+#include <set>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -59,7 +60,7 @@ struct HostResolver::Waiter
 // Shared with the threads, which may outlive the resolver.
 struct HostResolver::State
 {
-    using Waiters = std::vector<std::shared_ptr<Waiter>>;
+    using Waiters = std::set<std::shared_ptr<Waiter>>;
 
     static void run(const std::shared_ptr<State>& self);
     bool nextHost(std::string& host) OV_REQUIRES(mutex);
@@ -67,7 +68,7 @@ struct HostResolver::State
     void ensureThread(const std::shared_ptr<State>& self) OV_REQUIRES(mutex);
     static void post(const std::shared_ptr<State>& self, const std::shared_ptr<Waiter>& waiter,
                      const Result& result);
-    void abandon(Waiter& waiter);
+    void abandon(const std::shared_ptr<Waiter>& waiter);
 
     LookUp lookUp;
     Mutex mutex;
@@ -181,28 +182,26 @@ void HostResolver::State::ensureThread(const std::shared_ptr<State>& self)
     }
 }
 
-void HostResolver::State::abandon(Waiter& waiter)
+void HostResolver::State::abandon(const std::shared_ptr<Waiter>& waiter)
 {
     Found found;  // ends without the lock: it may hold what calls back
     const MutexLock guard(mutex);
-    if (waiter.loop == nullptr)
+    if (waiter->loop == nullptr)
     {
         return;
     }
-    waiter.loop = nullptr;
+    waiter->loop = nullptr;
     --queries;
-    found.swap(waiter.found);
-    const auto host = asked.find(waiter.host);
+    found.swap(waiter->found);
+    const auto host = asked.find(waiter->host);
     if (host == asked.end())
     {
         return;
     }
     Waiters& waiters = host->second;
-    waiters.erase(std::remove_if(waiters.begin(), waiters.end(),
-                                 [&](const auto& each) { return each.get() == &waiter; }),
-                  waiters.end());
+    waiters.erase(waiter);
     // What nobody waits for is not looked up, but what a thread is at stays, so that no other starts it again.
-    const auto queued = std::find(hosts.begin(), hosts.end(), waiter.host);
+    const auto queued = std::find(hosts.begin(), hosts.end(), waiter->host);
     if (waiters.empty() && queued != hosts.end())
     {
         hosts.erase(queued);
@@ -217,7 +216,7 @@ HostResolver::Query::Query(std::shared_ptr<State> state, std::shared_ptr<Waiter>
 
 HostResolver::Query::~Query()
 {
-    state_->abandon(*waiter_);
+    state_->abandon(waiter_);
 }
 
 HostResolver::Result HostResolver::systemLookUp(const std::string& host)
@@ -279,7 +278,7 @@ std::unique_ptr<HostResolver::Query> HostResolver::find(EventLoop& loop, const s
         return query;
     }
     const auto [asked, fresh] = state_->asked.try_emplace(host);
-    asked->second.push_back(std::move(waiter));
+    asked->second.insert(std::move(waiter));
     if (fresh)
     {
         state_->hosts.push_back(host);
