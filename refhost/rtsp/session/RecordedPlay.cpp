@@ -137,8 +137,9 @@ RecordedPlay::Outcome RecordedPlay::outcome(Unit unit, const std::vector<std::st
 {
     const Position now = played(tracks);
     Outcome out;
-    out.begin = positionOf(unit, now.begin);
-    out.end = positionOf(unit, now.end);
+    const bool backwards = now.end < now.begin;
+    out.begin = positionOf(unit, now.begin, backwards ? Bound::late : Bound::early);
+    out.end = positionOf(unit, now.end, backwards ? Bound::early : Bound::late);
     out.speed = speed_;
     return out;
 }
@@ -198,11 +199,15 @@ WallTime RecordedPlay::clockBase()
     return countsFromNtp_ ? WallTime(ntpEpoch) : presentation().begin;
 }
 
-/// Rounded once: the first frame is rarely at a whole microsecond.
-RangeHeader::Position RecordedPlay::positionOf(Unit unit, double npt)
+/// Rounded once: the first frame is rarely at a whole microsecond. Players clip what is before the early bound.
+RangeHeader::Position RecordedPlay::positionOf(Unit unit, double npt, Bound bound)
 {
+    constexpr Duration inaccuracy(
+        10);  // of play time in seconds: what a client requested comes back as it was
     const Duration base = unit == Unit::clock ? clockBase().time_since_epoch() : Duration::zero();
-    return std::chrono::round<RangeHeader::Position>(base + durationOf(Seconds(npt)));
+    const Duration exact = base + durationOf(Seconds(npt));
+    return bound == Bound::early ? std::chrono::floor<RangeHeader::Position>(exact + inaccuracy)
+                                 : std::chrono::round<RangeHeader::Position>(exact);
 }
 
 const RecordedPlay::Presentation& RecordedPlay::presentation()

@@ -62,6 +62,13 @@ private:
         double end = 0;
     };
 
+    /// Of a range, whatever its direction.
+    enum class Bound
+    {
+        early,
+        late
+    };
+
     struct Presentation
     {
         WallTime begin;
@@ -73,7 +80,7 @@ private:
     RtspStatus setSpeed(const PlaySpeed& speed, const std::vector<std::string>& tracks);
     Position played(const std::vector<std::string>& tracks);
     double npt(RangeHeader::Unit unit, RangeHeader::Position position);
-    RangeHeader::Position positionOf(RangeHeader::Unit unit, double npt);
+    RangeHeader::Position positionOf(RangeHeader::Unit unit, double npt, Bound bound);
     bool countsFromNtp(const RangeHeader& range);
     WallTime clockBase();
     const Presentation& presentation();

@@ -106,15 +106,37 @@ TEST_F(RecordedPlayTest, ARecordingIsAsLongAsDescribedWhateverItsUrlNames)
     EXPECT_EQ(playRange("npt=60.5-"), rtspInvalidRange);
 }
 
-TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecond)
+TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecondAndNotBehindTheFirstFrame)
 {
     tracks_.pop_back();
     script_->lead = std::chrono::nanoseconds(400000400);
     EXPECT_EQ(playRange("clock=19700101T000000Z-20991231T235959Z"), rtspOk);
     EXPECT_EQ(playRange("clock=19700101T000000Z-99991231T235959.999999Z"), rtspOk);
     const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
-    EXPECT_EQ(outcome.begin, RecordingScript::beginTime * second - std::chrono::milliseconds(400));
+    const RangeHeader::Position first =
+        RecordingScript::beginTime * second - std::chrono::microseconds(400001);
+    EXPECT_EQ(outcome.begin, first);
     EXPECT_EQ(outcome.end, RecordingScript::beginTime * second + 60 * second);
+    PlayRequest backwards = rates(-1, {});
+    backwards.range.emplace();
+    ASSERT_EQ(RangeHeader::parse("clock=20991231T235959Z-19700101T000000Z", *backwards.range, true), rtspOk);
+    EXPECT_EQ(play(backwards), rtspOk);
+    EXPECT_EQ(play_.outcome(Unit::clock, tracks_).end, first) << "players clip what is before it";
+}
+
+TEST_F(RecordedPlayTest, RequestedTimesAreAnsweredAsTheyWere)
+{
+    tracks_.pop_back();
+    script_->lead = std::chrono::nanoseconds(400000400);
+    for (int i = 0; i < 1000; ++i)
+    {
+        const std::string digits = std::to_string(1'000'000 + i * 997).substr(1);
+        EXPECT_EQ(playRange("clock=20231114T221325." + digits + "Z-20231114T221330." + digits + "Z"), rtspOk);
+        const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
+        const RangeHeader::Position fraction(i * 997);
+        ASSERT_EQ(outcome.begin, (RecordingScript::beginTime + 5) * second + fraction) << digits;
+        ASSERT_EQ(outcome.end, (RecordingScript::beginTime + 10) * second + fraction) << digits;
+    }
 }
 
 TEST_F(RecordedPlayTest, RangeBeyondTheRecordingPlaysTheRecordedPart)
