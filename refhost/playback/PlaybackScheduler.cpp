@@ -6,8 +6,17 @@
 #include <chrono>
 #include <utility>
 
+#include "refhost/threads/WorkPool.h"
+
 namespace refhost
 {
+namespace
+{
+
+/// Threads that sleep wake up at multiples of it: what is due at about the same time costs one wake-up.
+constexpr Duration grain = std::chrono::milliseconds(4);
+
+}  // namespace
 
 PlaybackScheduler::PlaybackScheduler(const HostClock& clock) : clock_(clock) {}
 
@@ -103,7 +112,8 @@ void PlaybackScheduler::serve()
             changed_.wait(mutex_);
             continue;
         }
-        changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + (due_.nextDue() - clock_.now()));
+        const MonotonicTime next = WorkPool::aligned(due_.nextDue(), grain);
+        changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + (next - clock_.now()));
     }
 }
 
