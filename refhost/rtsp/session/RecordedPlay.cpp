@@ -87,7 +87,11 @@ RtspStatus RecordedPlay::locate(const RangeHeader& range, bool backwards, Positi
     {
         return rtspInvalidRange;
     }
-    out = {std::clamp(begin, 0.0, duration), std::clamp(end, 0.0, duration)};
+    // A client knows the first frame's time in microseconds, and rounds them.
+    constexpr double rounding = 2e-6;
+    const auto inside = [duration](double position)
+    { return position < rounding ? 0.0 : std::min(position, duration); };
+    out = {inside(begin), inside(end)};
     return rtspOk;
 }
 

@@ -124,6 +124,19 @@ TEST_F(RecordedPlayTest, AbsoluteTimesAreExactToTheMicrosecondAndNotBehindTheFir
     EXPECT_EQ(play_.outcome(Unit::clock, tracks_).end, first) << "players clip what is before it";
 }
 
+TEST_F(RecordedPlayTest, ATimeThatRoundingPutBehindTheFirstFrameIsTheFirstFrames)
+{
+    tracks_.pop_back();
+    script_->lead = std::chrono::nanoseconds(400000400);
+    PlayRequest backwards = rates(-1, {});
+    backwards.range.emplace();
+    ASSERT_EQ(RangeHeader::parse("clock=20231114T221330Z-20231114T221319.600001Z", *backwards.range, true),
+              rtspOk);
+    EXPECT_EQ(play(backwards), rtspOk);
+    ASSERT_FALSE(script_->calls.empty());
+    EXPECT_NE(script_->calls.back().find(" 0 0 1"), std::string::npos) << script_->calls.back();
+}
+
 TEST_F(RecordedPlayTest, RequestedTimesAreAnsweredAsTheyWere)
 {
     tracks_.pop_back();
