@@ -1,8 +1,11 @@
 #include "refhost/capture/FileRun.h"
 
 #include <future>
+#include <thread>
+#include <utility>
 
 #include "refhost/base/HostClock.h"
+#include "refhost/capture/AbandonedRuns.h"
 #include "tests/refhost/capture/ClipFixture.h"
 #include "tests/refhost/capture/CollectingSink.h"
 
@@ -156,6 +159,46 @@ TEST_F(FileRunTest, StopEndsItWhileItWaitsForTheNextUnit)
     EXPECT_EQ(stopped.get_future().wait_for(0s), std::future_status::ready);
     EXPECT_EQ(ended.get_future().wait_for(0s), std::future_status::timeout);
     EXPECT_EQ(run.busyFor(), Clock::duration(0));
+}
+
+TEST_F(FileRunTest, ARunThatHangsIsAbandonedAndCountedUntilItEnds)
+{
+    class HangingSink : public EncodedUnitSink
+    {
+    public:
+        void onEncodedUnit(const EncodedUnitPtr&) override
+        {
+            if (!std::exchange(hangs_, true))
+            {
+                reached.set_value();
+                released.wait();
+            }
+        }
+
+        void onDiscontinuity() override {}
+
+        std::promise<void> reached;
+        std::promise<void> release;
+        std::shared_future<void> released = release.get_future().share();
+
+    private:
+        bool hangs_ = false;
+    };
+    const auto sink = std::make_shared<HangingSink>();
+    tap->add(sink);
+    auto run = std::make_unique<FileRun>(setup(makeMatroska()));
+    ASSERT_EQ(sink->reached.get_future().wait_for(20s), std::future_status::ready);
+    EXPECT_FALSE(run->awaitEnd(Clock::now()));
+    run.reset();
+    EXPECT_EQ(AbandonedRuns::instance().of("file"), 1);
+    sink->release.set_value();
+    const auto deadline = Clock::now() + 20s;
+    while (AbandonedRuns::instance().of("file") > 0 && Clock::now() < deadline)
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(AbandonedRuns::instance().of("file"), 0);
+    EXPECT_EQ(stopped.get_future().wait_for(0s), std::future_status::timeout);
 }
 
 TEST_F(FileRunTest, NothingIsCalledOnceItIsMuted)
