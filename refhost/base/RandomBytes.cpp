@@ -2,16 +2,19 @@
 
 #include <sys/random.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 
 namespace refhost
 {
-
-void fillRandom(void* out, std::size_t size)
+namespace
 {
-    auto* at = static_cast<std::uint8_t*>(out);
+
+void readSystem(std::uint8_t* at, std::size_t size)
+{
     while (size > 0)
     {
         const ssize_t got = ::getrandom(at, size, 0);
@@ -26,6 +29,33 @@ void fillRandom(void* out, std::size_t size)
         at += got;
         size -= static_cast<std::size_t>(got);
     }
+}
+
+/// Random bytes that this thread has read from the system in advance; each is given out once and forgotten.
+struct Reserve
+{
+    std::array<std::uint8_t, 512> bytes;
+    std::size_t left = 0;
+};
+
+}  // namespace
+
+void fillRandom(void* out, std::size_t size)
+{
+    thread_local Reserve reserve;
+    if (size > reserve.bytes.size() / 4)
+    {
+        readSystem(static_cast<std::uint8_t*>(out), size);
+        return;
+    }
+    if (size > reserve.left)
+    {
+        readSystem(reserve.bytes.data(), reserve.bytes.size());
+        reserve.left = reserve.bytes.size();
+    }
+    reserve.left -= size;
+    std::memcpy(out, reserve.bytes.data() + reserve.left, size);
+    std::memset(reserve.bytes.data() + reserve.left, 0, size);
 }
 
 }  // namespace refhost
