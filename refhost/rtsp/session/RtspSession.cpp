@@ -16,9 +16,10 @@ namespace
 
 using Step = StatusMap::Step;
 
-std::optional<SharedStream> sharedBy(SafePointer<IRTSPController> controller, const MediaRoutes::Route& route)
+std::unique_ptr<const SharedStream> sharedBy(SafePointer<IRTSPController> controller,
+                                             const MediaRoutes::Route& route)
 {
-    return route.multicast() ? std::optional<SharedStream>(SharedStream::of(controller)) : std::nullopt;
+    return route.multicast() ? std::make_unique<const SharedStream>(SharedStream::of(controller)) : nullptr;
 }
 
 }  // namespace
@@ -28,19 +29,17 @@ RtspSession::RtspSession(std::string id, std::string presentation,
                          SessionOwner owner, MonotonicTime now)
     : id_(std::move(id)),
       presentation_(std::move(presentation)),
-      firstPacket_(route.firstPacket),
-      recorded_(route.recorded),
+      route_(route),
       target_(MediaTarget::of(route, presentation_)),
       owner_(std::move(owner)),
       presence_(now),
       shared_(sharedBy(controller, route)),
-      together_(route.together),
-      mutex_(together_ ? *together_ : own_),
+      mutex_(route.multicast() ? *route.together : own_),
       controller_(controller)
 {
     if (route.recorded)
     {
-        recordedPlay_.emplace(id_, controller);
+        recordedPlay_ = std::make_unique<RecordedPlay>(id_, controller);
     }
 }
 
@@ -77,12 +76,12 @@ const MediaTarget& RtspSession::target() const
 
 const SharedStream* RtspSession::shared() const
 {
-    return shared_ ? &*shared_ : nullptr;
+    return shared_.get();
 }
 
 bool RtspSession::recorded() const
 {
-    return recorded_;
+    return route_.recorded;
 }
 
 bool RtspSession::replays(bool required)
@@ -269,9 +268,9 @@ RtspSession::Played RtspSession::played(const Selection& tracks, const PlayReque
     {
         PlayedTrack entry;
         entry.id = track->id;
-        entry.known = firstPacket_ == nullptr
+        entry.known = route_.firstPacket == nullptr
                           ? (*controller_)->getCurRTPPacketInfo(id_, track->id, entry.first) == 0
-                          : firstPacket_(id_, track->id, entry.first);
+                          : route_.firstPacket(id_, track->id, entry.first);
         if (!entry.known && track->isBackChannel(*controller_))
         {
             continue;

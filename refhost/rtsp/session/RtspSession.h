@@ -69,6 +69,7 @@ public:
     using MakeDelivery = std::function<RtspStatus(Delivery& out)>;
     using AnswerPlay = std::function<void(const Played& played)>;
 
+    /// \param route  outlives the session
     RtspSession(std::string id, std::string presentation, const SafePointer<IRTSPController>& controller,
                 const MediaRoutes::Route& route, SessionOwner owner, MonotonicTime now);
     ~RtspSession() noexcept(false);
@@ -161,20 +162,18 @@ private:
 
     const std::string id_;
     const std::string presentation_;
-    const FirstPacketFunction firstPacket_;
-    const bool recorded_;
+    const MediaRoutes::Route& route_;
     const MediaTarget target_;
     const SessionOwner owner_;
     ClientPresence presence_;
     std::atomic<bool> replays_{false};
 
-    const std::optional<SharedStream> shared_;
-    const std::shared_ptr<Mutex> together_;  // null: the session's own lock
+    const std::unique_ptr<const SharedStream> shared_;  // null without multicast
     mutable Mutex own_;
     Mutex& mutex_;
     StateMachine<SessionState> state_ OV_GUARDED_BY(mutex_){SessionState::fresh};
     std::optional<SafePointer<IRTSPController>> controller_ OV_GUARDED_BY(mutex_);
-    std::optional<RecordedPlay> recordedPlay_ OV_GUARDED_BY(mutex_);  // nothing for a live stream
+    std::unique_ptr<RecordedPlay> recordedPlay_ OV_GUARDED_BY(mutex_);  // null for a live stream
     SessionTracks tracks_ OV_GUARDED_BY(mutex_);
     std::unique_ptr<TransportHold> waiting_ OV_GUARDED_BY(mutex_);  // of a PLAY that waits
 };

@@ -20,11 +20,12 @@ using test::Wire;
 
 constexpr SocketAddress::Key here{1};
 constexpr std::uint64_t connection = 7;
+const MediaRoutes::Route anyRoute;
 
 class RtspSessionTest : public testing::Test
 {
 protected:
-    ~RtspSessionTest() override
+    ~RtspSessionTest() noexcept override
     {
         session_.reset();
         table_.reset();
@@ -33,14 +34,13 @@ protected:
 
     std::shared_ptr<RtspSession> make()
     {
-        MediaRoutes::Route route;
-        route.firstPacket = [](const std::string&, const std::string& trackId, RTPPacketInfo& out)
+        route_.firstPacket = [](const std::string&, const std::string& trackId, RTPPacketInfo& out)
         {
             out.sequenceNumber = trackId == "trackID=0" ? 10 : 20;
             return trackId != "trackID=talk";
         };
         return table_->create("orv/live/1/0", SafePointer<IRTSPController>(new FakeController(script_)),
-                              route, here, atMs(0));
+                              route_, here, atMs(0));
     }
 
     RtspStatus setup(const std::string& trackId, std::uint64_t connectionOfTrack = 0)
@@ -84,6 +84,7 @@ protected:
     }
 
     std::shared_ptr<ControllerScript> script_ = std::make_shared<ControllerScript>();
+    MediaRoutes::Route route_;
     std::unique_ptr<SessionTable> table_ = std::make_unique<SessionTable>(LimitsConfig());
     std::shared_ptr<RtspSession> session_ = make();
     std::map<std::string, std::shared_ptr<Wire>> wires_;
@@ -320,16 +321,15 @@ class RecordedSessionTest : public RtspSessionTest
 protected:
     void SetUp() override
     {
-        MediaRoutes::Route route;
-        route.recorded = true;
+        recordings_.recorded = true;
         session_ = table_->create("orv/playback/1_1700000000_1700000060",
-                                  SafePointer<IRTSPController>(new test::FakeRecording(recording_)), route,
-                                  here, atMs(0));
+                                  SafePointer<IRTSPController>(new test::FakeRecording(recording_)),
+                                  recordings_, here, atMs(0));
         setup("trackID=0");
         setup("trackID=1");
     }
 
-    ~RecordedSessionTest() override
+    ~RecordedSessionTest() noexcept override
     {
         session_.reset();
         table_.reset();
@@ -353,6 +353,7 @@ protected:
         return count;
     }
 
+    MediaRoutes::Route recordings_;
     const std::shared_ptr<test::RecordingScript> recording_ = std::make_shared<test::RecordingScript>();
     bool notReady_ = false;
 };
@@ -402,8 +403,8 @@ TEST(SessionTable, FindsSessionsByTheirExactIdOnly)
 {
     SessionTable table{LimitsConfig()};
     const auto script = std::make_shared<ControllerScript>();
-    const auto session = table.create("p", SafePointer<IRTSPController>(new FakeController(script)),
-                                      MediaRoutes::Route(), here, atMs(0));
+    const auto session =
+        table.create("p", SafePointer<IRTSPController>(new FakeController(script)), anyRoute, here, atMs(0));
     const std::string id = session->id();
     EXPECT_EQ(id.size(), 16u);
     EXPECT_EQ(table.find(id), session);
@@ -429,14 +430,14 @@ TEST(SessionTable, HasLimitsInAllAndPerAddress)
     SessionTable table(limits);
     const auto script = std::make_shared<ControllerScript>();
     const SafePointer<IRTSPController> controller(new FakeController(script));
-    const auto first = table.create("p", controller, MediaRoutes::Route(), here, atMs(0));
+    const auto first = table.create("p", controller, anyRoute, here, atMs(0));
     EXPECT_NE(first, nullptr);
-    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, atMs(0)), nullptr);
-    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), here, atMs(0)), nullptr);
-    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{2}, atMs(0)), nullptr);
-    EXPECT_EQ(table.create("p", controller, MediaRoutes::Route(), SocketAddress::Key{3}, atMs(0)), nullptr);
+    EXPECT_NE(table.create("p", controller, anyRoute, here, atMs(0)), nullptr);
+    EXPECT_EQ(table.create("p", controller, anyRoute, here, atMs(0)), nullptr);
+    EXPECT_NE(table.create("p", controller, anyRoute, SocketAddress::Key{2}, atMs(0)), nullptr);
+    EXPECT_EQ(table.create("p", controller, anyRoute, SocketAddress::Key{3}, atMs(0)), nullptr);
     table.end(first);
-    EXPECT_NE(table.create("p", controller, MediaRoutes::Route(), here, atMs(0)), nullptr);
+    EXPECT_NE(table.create("p", controller, anyRoute, here, atMs(0)), nullptr);
 }
 
 TEST(SessionTable, EndsWhatExpired)
@@ -446,8 +447,8 @@ TEST(SessionTable, EndsWhatExpired)
     SessionTable table(limits);
     const auto script = std::make_shared<ControllerScript>();
     const SafePointer<IRTSPController> controller(new FakeController(script));
-    table.create("p", controller, MediaRoutes::Route(), here, atMs(0));
-    const auto younger = table.create("p", controller, MediaRoutes::Route(), here, atMs(30000));
+    table.create("p", controller, anyRoute, here, atMs(0));
+    const auto younger = table.create("p", controller, anyRoute, here, atMs(30000));
     EXPECT_EQ(table.endExpired(atMs(59999)), 0u);
     EXPECT_EQ(table.endExpired(atMs(60000)), 1u);
     EXPECT_EQ(table.count(), 1u);

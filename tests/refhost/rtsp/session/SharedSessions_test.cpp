@@ -113,10 +113,10 @@ protected:
     }
 
     LimitsConfig limits;
+    MediaRoutes::Route route;
     SessionTable table{limits};
     std::shared_ptr<ControllerScript> script = std::make_shared<ControllerScript>();
     Crowd crowd;
-    MediaRoutes::Route route;
     std::shared_ptr<Wire> wire = sharedWire();
     SafePointer<FakeTransport> shared{new FakeTransport(wire)};
 };
