@@ -71,6 +71,7 @@ int LiveSession::play(const std::string& streamKey, const std::string& trackId)
     const int status = (*sender)->play(shared_from_this());
     if (status == 0)
     {
+        noteFootprint();
         pumpLocked(nullptr);
     }
     return status;
@@ -179,6 +180,13 @@ void LiveSession::pump(const FreshUnit* fresh)
         pumpLocked(fresh);
         mutex_.unlock();
     } while (pumpRequested_.exchange(false));
+}
+
+void LiveSession::noteFootprint()
+{
+    footprint_.clear();
+    footprint_.add(senders_.data(), sizeof senders_.front());
+    senders_.front()->addFootprint(footprint_);
 }
 
 LiveSession::Senders::iterator LiveSession::placeOf(const std::string& streamKey, const std::string& trackId)

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/Footprint.h"
 #include "refhost/base/Mutex.h"
 #include "refhost/live/LiveTrack.h"
 #include "refhost/live/TrackSender.h"
@@ -49,6 +50,19 @@ public:
     /// \param fresh  the unit that has just arrived; may be null
     void pump(const FreshUnit* fresh);
 
+    /// Has the processor fetch the session itself, for prefetch().
+    void prefetchFirst() const
+    {
+        __builtin_prefetch(this);
+        __builtin_prefetch(reinterpret_cast<const char*>(this) + Footprint::lineSize);
+        __builtin_prefetch(reinterpret_cast<const char*>(this) + 2 * Footprint::lineSize);
+    }
+    /// Has the processor fetch what pump() uses. Takes no lock.
+    void prefetch() const
+    {
+        footprint_.prefetch();
+    }
+
     /// Holds the lock; on release, does the pumping left to this thread.
     class OV_SCOPED_CAPABILITY Lock
     {
@@ -70,11 +84,13 @@ private:
     TrackSender* find(const std::string& trackId) OV_REQUIRES(mutex_);
     TrackSender* videoSenderOf(const TrackSender& sender) OV_REQUIRES(mutex_);
     void pumpLocked(const FreshUnit* fresh) OV_REQUIRES(mutex_);
+    void noteFootprint() OV_REQUIRES(mutex_);
 
     Mutex mutex_;
     std::atomic<bool> pumpRequested_{false};
     const RtcpWriter::Name name_;
     Senders senders_ OV_GUARDED_BY(mutex_);  // video first; those of endTrack() too
+    Footprint footprint_;                    // of the first sender
 };
 
 }  // namespace refhost

@@ -39,9 +39,19 @@ void LiveTrack::onAccessUnit(AccessUnitPtr unit)
     // Regularly, so that senders notice when the clock is set.
     settings_.clock->wall().mapping();
     const FreshUnit fresh{this, index, epoch, unit, settings_.clock->now()};
-    for (const auto& session : subscribers_)
+    // Thousands of viewers do not fit the caches: what the next one needs comes while this one is served.
+    const std::size_t count = subscribers_.size();
+    for (std::size_t i = 0; i < count; ++i)
     {
-        session->pump(&fresh);
+        if (i + 2 < count)
+        {
+            subscribers_[i + 2]->prefetchFirst();
+        }
+        if (i + 1 < count)
+        {
+            subscribers_[i + 1]->prefetch();
+        }
+        subscribers_[i]->pump(&fresh);
     }
 }
 

@@ -204,6 +204,15 @@ void TrackSender::reportStart(TrackSender* videoSender)
     }
 }
 
+void TrackSender::addFootprint(Footprint& footprint) const
+{
+    footprint.add(*this);
+    if (sender_.transport() != nullptr)
+    {
+        sender_.transport()->addFootprint(footprint);
+    }
+}
+
 bool TrackSender::steady() const
 {
     return state_.is(SenderState::running) && !unit_ && flow_.is(SenderFlow::keepingUp) &&

@@ -118,6 +118,9 @@ public:
     /// Whether the next pump() sends this unit.
     bool takesNow(const FreshUnit& fresh) const;
 
+    /// Adds the memory that pump() uses.
+    void addFootprint(Footprint& footprint) const;
+
     /// Determines the first packet of the last play().
     /// \returns false when it never played
     bool firstPacket(RTPPacketInfo& out, TrackSender* videoSender);

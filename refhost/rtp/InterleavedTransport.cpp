@@ -85,6 +85,15 @@ std::string InterleavedTransport::peerName() const
     return writer ? writer->peerName() : RtpTransport::peerName();
 }
 
+void InterleavedTransport::addFootprint(Footprint& footprint) const
+{
+    footprint.add(*this);
+    if (const auto writer = writer_.lock())
+    {
+        writer->addFootprint(footprint);
+    }
+}
+
 SendResult InterleavedTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
                                           const RtpHeaderFields& header, bool more)
 {

@@ -30,6 +30,9 @@ public:
     {
         return "a client";
     }
+
+    /// Adds the memory that writeFrames() uses.
+    virtual void addFootprint(Footprint& /*footprint*/) const {}
 };
 
 /// RTP and RTCP of one track inside an RTSP connection (RFC 2326, section 10.12). Transport kind 1.
@@ -52,6 +55,7 @@ public:
 
     void takeRtp() override;
     std::string peerName() const override;
+    void addFootprint(Footprint& footprint) const override;
 
 private:
     SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,

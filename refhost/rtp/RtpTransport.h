@@ -9,6 +9,7 @@
 #include <string>
 
 #include "hostapi/device/IConnection.h"
+#include "refhost/base/Footprint.h"
 #include "refhost/base/Times.h"
 #include "refhost/media/AccessUnit.h"
 #include "refhost/rtp/LiveStart.h"
@@ -155,6 +156,9 @@ public:
 
     /// Ends the transport: no packet leaves after the return.
     virtual void close() = 0;
+
+    /// Adds the memory that send() uses.
+    virtual void addFootprint(Footprint& /*footprint*/) const {}
 
 private:
     const TransportTraits& traits_;

@@ -51,6 +51,11 @@ std::string UdpTransport::peerName() const
     return rtp_.textWithPort();
 }
 
+void UdpTransport::addFootprint(Footprint& footprint) const
+{
+    footprint.add(*this);
+}
+
 SendResult UdpTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPacket,
                                   const RtpHeaderFields& header, bool /*more*/)
 {

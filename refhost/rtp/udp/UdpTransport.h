@@ -22,6 +22,7 @@ public:
 
     void takeRtp() override;
     std::string peerName() const override;
+    void addFootprint(Footprint& footprint) const override;
 
 private:
     SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,

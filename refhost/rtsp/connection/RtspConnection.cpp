@@ -406,6 +406,17 @@ std::string RtspConnection::peerName() const
     return peer().text() + " (interleaved)";
 }
 
+/// From the object's begin, where its type and its owners stand, to the end of its output.
+void RtspConnection::addFootprint(Footprint& footprint) const
+{
+    const auto* const begin = reinterpret_cast<const char*>(this);
+    const auto* const end = reinterpret_cast<const char*>(&output_ + 1);
+    constexpr std::size_t ownersSize = 16;  // what std::make_shared() puts in front
+    footprint.add(begin - ownersSize, static_cast<std::size_t>(end - begin) + ownersSize);
+    constexpr std::size_t streamSize = 128;  // of the part of any stream that sending uses
+    footprint.add(stream_.get(), streamSize);
+}
+
 const SocketAddress& RtspConnection::peer() const
 {
     return stream_->peer();

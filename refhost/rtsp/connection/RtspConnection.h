@@ -67,6 +67,7 @@ public:
     SendStatus writeFrames(const std::uint8_t* data, std::size_t size, bool more) override;
     void notifyWhenWritable(std::weak_ptr<TransportListener> listener) override;
     std::string peerName() const override;
+    void addFootprint(Footprint& footprint) const override;
 
     void sendResponse(std::string_view response) override;
     void flush() override;
