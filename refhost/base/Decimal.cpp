@@ -7,7 +7,9 @@ namespace refhost
 
 void appendDecimal(std::string& out, std::uint64_t number)
 {
-    appendPaddedDecimal(out, number, 1);
+    char text[std::numeric_limits<std::uint64_t>::digits10 + 1];
+    const auto [end, error] = std::to_chars(text, text + sizeof text, number);
+    out.append(text, static_cast<std::size_t>(end - text));
 }
 
 void appendPaddedDecimal(std::string& out, std::uint64_t number, std::size_t digits)

@@ -54,14 +54,15 @@ bool isVersion(std::string_view text)
 
 bool hasControlCharacter(std::string_view line)
 {
+    // To the end in any case, so that many characters are looked at in one step.
+    unsigned found = 0;
     for (const char c : line)
     {
-        if ((static_cast<unsigned char>(c) < ' ' && c != '\t') || c == 127)
-        {
-            return true;
-        }
+        const auto byte = static_cast<unsigned char>(c);
+        found |= static_cast<unsigned>(byte < ' ') & static_cast<unsigned>(byte != '\t');
+        found |= static_cast<unsigned>(byte == 127);
     }
-    return false;
+    return found != 0;
 }
 
 /// Removes the next line from `head` and returns it without its line end.

@@ -1,9 +1,25 @@
 #include "refhost/rtsp/message/RtspText.h"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
 namespace refhost
 {
 namespace
 {
+
+/// Which characters a token may hold (RFC 2326, section 15.1).
+constexpr auto tokenCharacters = []
+{
+    constexpr std::string_view separators = "()<>@,;:\\\"/[]?={}";
+    std::array<bool, 256> table{};
+    for (int c = ' ' + 1; c < 127; ++c)
+    {
+        table[static_cast<std::size_t>(c)] = separators.find(static_cast<char>(c)) == std::string_view::npos;
+    }
+    return table;
+}();
 
 bool isBlank(char c)
 {
@@ -61,15 +77,9 @@ std::string_view RtspText::unquote(std::string_view text)
 
 bool RtspText::isToken(std::string_view text)
 {
-    constexpr std::string_view separators = "()<>@,;:\\\"/[]?={}";
-    for (const char c : text)
-    {
-        if (c <= ' ' || c >= 127 || separators.find(c) != std::string_view::npos)
-        {
-            return false;
-        }
-    }
-    return !text.empty();
+    return !text.empty() &&
+           std::all_of(text.begin(), text.end(),
+                       [](char c) { return tokenCharacters[static_cast<unsigned char>(c)]; });
 }
 
 }  // namespace refhost
