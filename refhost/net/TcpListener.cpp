@@ -74,6 +74,7 @@ std::unique_ptr<TcpListener> TcpListener::open(const std::string& numeric, int p
     std::unique_ptr<TcpListener> made(new TcpListener);
     made->port_ = SocketAddress::localOf(socket.get()).port();
     made->socket_ = std::move(socket);
+    const MutexLock guard(made->spareMutex_);
     made->spare_ = openSpare();
     return made;
 }
@@ -114,6 +115,7 @@ bool TcpListener::acceptOne(const Accepted& accepted)
 void TcpListener::shedOne()
 {
     const int reason = errno;
+    const MutexLock guard(spareMutex_);
     if (spare_)
     {
         spare_.reset();

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "refhost/base/Descriptor.h"
+#include "refhost/base/Mutex.h"
 #include "refhost/base/SocketAddress.h"
 
 namespace refhost
@@ -14,7 +15,7 @@ namespace refhost
 
 /// A TCP port that connections are accepted from. Accepted sockets are non-blocking, send without delay, have
 /// small buffers, and their peers are probed (\see TcpLiveness).
-/// Threads: one at a time.
+/// Threads: any; several may accept at the same time.
 class TcpListener
 {
 public:
@@ -41,7 +42,8 @@ private:
     void shedOne();
 
     Descriptor socket_;
-    Descriptor spare_;  // one to give up when there are no more
+    Mutex spareMutex_;
+    Descriptor spare_ OV_GUARDED_BY(spareMutex_);  // one to give up when there are no more
     int port_ = 0;
 };
 

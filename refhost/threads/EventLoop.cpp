@@ -49,6 +49,10 @@ std::uint32_t toEpoll(std::uint32_t events)
     {
         result |= EPOLLOUT;
     }
+    if ((events & EventLoop::exclusive) != 0)
+    {
+        result |= EPOLLEXCLUSIVE;
+    }
     return result;
 }
 
@@ -408,7 +412,7 @@ void EventLoop::modify(int descriptor, std::uint32_t events)
         return;
     }
     Impl::Watch& watch = *impl_->watches[index];
-    if (watch.events == events)
+    if (watch.events == events || (watch.events & exclusive) != 0)
     {
         return;
     }

@@ -23,6 +23,9 @@ public:
     static constexpr std::uint32_t readable = 1;
     static constexpr std::uint32_t writable = 2;
     static constexpr std::uint32_t hungUp = 4;
+    /// With `readable` in add(): of several loops that watch one listening socket, one that waits is woken and
+    /// not all. modify() does nothing then.
+    static constexpr std::uint32_t exclusive = 8;
 
     using IoHandler = std::function<void(std::uint32_t events)>;
     using Task = std::function<void()>;

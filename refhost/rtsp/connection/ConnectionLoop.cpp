@@ -23,6 +23,7 @@ ConnectionLoop::~ConnectionLoop()
 
 void ConnectionLoop::adopt(std::shared_ptr<ByteStream> stream, std::shared_ptr<ConnectionSlots::Slot> slot)
 {
+    count_.fetch_add(1, std::memory_order_relaxed);
     if (events_.onLoopThread())
     {
         take(stream, slot);
@@ -42,6 +43,7 @@ void ConnectionLoop::take(const std::shared_ptr<ByteStream>& stream,
     catch (const std::exception& error)
     {
         Log::error("{}: no connection: {}", stream->peer().text(), error.what());
+        count_.fetch_sub(1, std::memory_order_relaxed);
         stream->close();
         if (slot == nullptr)
         {
@@ -146,6 +148,7 @@ void ConnectionLoop::close(RtspConnection& connection)
     }
     const std::shared_ptr<RtspConnection> held = std::move(found->second);
     connections_.erase(found);
+    count_.fetch_sub(1, std::memory_order_relaxed);
     deferred_.erase(&connection);
     held->close();
     if (held->refused())

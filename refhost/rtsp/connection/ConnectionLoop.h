@@ -22,7 +22,7 @@ namespace refhost
 {
 
 /// One event loop of the server with its connections, one timer for all their timeouts, and the buffers for
-/// requests and responses. Threads: adopt(), retryDeferred() and closeAll() any; everything else the loop's.
+/// requests and responses. Threads: adopt(), connections(), retryDeferred() and closeAll() any; everything else the loop's.
 class ConnectionLoop
 {
 public:
@@ -46,6 +46,12 @@ public:
     /// \param stream  detached
     /// \param slot    null for a refused connection, which is counted already
     void adopt(std::shared_ptr<ByteStream> stream, std::shared_ptr<ConnectionSlots::Slot> slot);
+    /// Number of connections, those adopted and not taken yet included.
+    std::size_t connections() const
+    {
+        return count_.load(std::memory_order_relaxed);
+    }
+
     /// Retries every deferred request.
     void retryDeferred();
     /// Closes every connection and waits for that. Not on the loop's thread.
@@ -68,6 +74,7 @@ private:
     Scratch scratch_;
     std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;
     std::unordered_set<RtspConnection*> deferred_;  // a subset of connections_
+    std::atomic<std::size_t> count_{0};
     std::atomic<bool> retryPosted_{false};
     EventLoop events_;  // last: its thread ends before the members it uses are destroyed
 };

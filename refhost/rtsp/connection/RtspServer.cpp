@@ -1,5 +1,6 @@
 #include "refhost/rtsp/connection/RtspServer.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -48,7 +49,7 @@ RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes)
 
 RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes, Options options)
     : config_(config),
-      options_(std::move(options)),
+      options_(options),
       services_(config_, std::move(routes), *options_.clock),
       slots_(config_.limits.connections, config_.limits.connectionsPerAddress),
       refused_(refusedAtOnce, refusedAtOnce)
@@ -134,20 +135,26 @@ void RtspServer::startLoops()
                  [multicast](std::uint32_t) { multicast->onReadable(); });
     }
     first.every(options_.sweepInterval, [this] { services_.sessions.endExpired(services_.now()); });
-    first.add(plain_->descriptor(), EventLoop::readable,
-              [this](std::uint32_t)
-              {
-                  plain_->acceptAll([this](Descriptor socket, const SocketAddress& peer)
-                                    { adopt(std::move(socket), peer, false); });
-              });
+    acceptFrom(*plain_, false);
     if (encrypted_ != nullptr)
     {
-        first.add(encrypted_->descriptor(), EventLoop::readable,
-                  [this](std::uint32_t)
-                  {
-                      encrypted_->acceptAll([this](Descriptor socket, const SocketAddress& peer)
-                                            { adopt(std::move(socket), peer, true); });
-                  });
+        acceptFrom(*encrypted_, true);
+    }
+}
+
+/// A loop that has nothing else to do accepts, and serves what it accepted.
+void RtspServer::acceptFrom(TcpListener& listener, bool encrypted)
+{
+    for (const auto& loop : loops_)
+    {
+        ConnectionLoop& acceptor = *loop;
+        acceptor.events().add(
+            listener.descriptor(), EventLoop::readable | EventLoop::exclusive,
+            [this, &listener, &acceptor, encrypted](std::uint32_t)
+            {
+                listener.acceptAll([this, &acceptor, encrypted](Descriptor socket, const SocketAddress& peer)
+                                   { adopt(acceptor, std::move(socket), peer, encrypted); });
+            });
     }
 }
 
@@ -155,9 +162,12 @@ void RtspServer::stop()
 {
     for (std::unique_ptr<TcpListener>* const listener : {&plain_, &encrypted_})
     {
-        if (*listener != nullptr && !loops_.empty())
+        for (const auto& loop : loops_)
         {
-            loops_.front()->events().remove((*listener)->descriptor());
+            if (*listener != nullptr)
+            {
+                loop->events().remove((*listener)->descriptor());
+            }
         }
         listener->reset();
     }
@@ -185,7 +195,18 @@ void RtspServer::stop()
     tls_.reset();
 }
 
-void RtspServer::adopt(Descriptor socket, const SocketAddress& peer, bool encrypted)
+/// The loop that accepted a connection, unless it has far more of them than another: passing one on costs a
+/// wake-up and memory that moves between processors.
+ConnectionLoop& RtspServer::loopFor(ConnectionLoop& acceptor) const
+{
+    constexpr std::size_t maxLead = 32;
+    const auto fewest = std::min_element(loops_.begin(), loops_.end(),
+                                         [](const auto& one, const auto& other)
+                                         { return one->connections() < other->connections(); });
+    return acceptor.connections() > (*fewest)->connections() + maxLead ? **fewest : acceptor;
+}
+
+void RtspServer::adopt(ConnectionLoop& acceptor, Descriptor socket, const SocketAddress& peer, bool encrypted)
 {
     std::shared_ptr<ConnectionSlots::Slot> slot = slots_.take(peer.key(), services_.now());
     if (slot == nullptr)
@@ -201,7 +222,7 @@ void RtspServer::adopt(Descriptor socket, const SocketAddress& peer, bool encryp
                                                    : std::make_shared<TcpStream>(std::move(socket), peer);
     if (stream != nullptr)
     {
-        loops_[nextLoop_++ % loops_.size()]->adopt(std::move(stream), std::move(slot));
+        loopFor(acceptor).adopt(std::move(stream), std::move(slot));
     }
     else if (slot == nullptr)
     {

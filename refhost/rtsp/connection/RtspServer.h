@@ -71,7 +71,9 @@ public:
 private:
     bool listen(std::string& error);
     void startLoops();
-    void adopt(Descriptor socket, const SocketAddress& peer, bool encrypted);
+    void acceptFrom(TcpListener& listener, bool encrypted);
+    void adopt(ConnectionLoop& acceptor, Descriptor socket, const SocketAddress& peer, bool encrypted);
+    ConnectionLoop& loopFor(ConnectionLoop& acceptor) const;
 
     const ServerConfig config_;
     const Options options_;
@@ -79,7 +81,6 @@ private:
     ConnectionSlots slots_;
     AddressLimiter refused_;
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;
-    std::size_t nextLoop_ = 0;
     std::unique_ptr<TcpListener> plain_;
     std::unique_ptr<TlsAcceptor> tls_;
     std::unique_ptr<TcpListener> encrypted_;

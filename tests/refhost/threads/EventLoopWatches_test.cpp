@@ -260,5 +260,51 @@ TEST(EventLoopWatches, WatchesMayBeAddedAndRemovedFromManyThreads)
     EXPECT_GE(reports, 1200);
 }
 
+TEST(EventLoopWatches, LoopsThatShareAnExclusiveWatchServeAllOfIt)
+{
+    constexpr int bytes = 100;
+    SocketPair sockets;
+    std::atomic<int> read{0};
+    Signal done;
+    EventLoop one("one");
+    EventLoop other("other");
+    for (EventLoop* const loop : {&one, &other})
+    {
+        loop->add(sockets.near(), EventLoop::readable | EventLoop::exclusive,
+                  [&](std::uint32_t)
+                  {
+                      char byte = 0;
+                      if (::read(sockets.near(), &byte, 1) == 1 && ++read == bytes)
+                      {
+                          done.set();
+                      }
+                  });
+    }
+    for (int i = 0; i < bytes; ++i)
+    {
+        sockets.writeFar('x');
+    }
+    EXPECT_TRUE(done.wait());
+    one.remove(sockets.near());
+    other.remove(sockets.near());
+}
+
+TEST(EventLoopWatches, ModifyLeavesAnExclusiveWatchAsItIs)
+{
+    SocketPair sockets;
+    Signal called;
+    EventLoop loop("test");
+    loop.add(sockets.near(), EventLoop::readable | EventLoop::exclusive,
+             [&](std::uint32_t)
+             {
+                 sockets.readNear();
+                 called.set();
+             });
+    loop.modify(sockets.near(), 0);
+    sockets.writeFar('x');
+    EXPECT_TRUE(called.wait());
+    loop.remove(sockets.near());
+}
+
 }  // namespace
 }  // namespace refhost
