@@ -1,6 +1,7 @@
 #include "refhost/capture/RtpPayloadCheck.h"
 
 #include "refhost/base/ByteOrder.h"
+#include "refhost/media/NalSyntax.h"
 
 namespace refhost
 {
@@ -11,55 +12,24 @@ constexpr std::size_t headerSize = 12;
 constexpr std::uint8_t paddingBit = 0x20;
 constexpr std::uint8_t extensionBit = 0x10;
 
-/// Units of 16 bits of size and that many bytes, each of at least `least`, one at least and nothing behind.
-bool unitsFit(const std::uint8_t* at, std::size_t left, std::size_t min)
+// RFC 6184 with packetization modes 0 and 1: single units, STAP-A and FU-A. RFC 7798 without decoding order numbers:
+// single units, aggregation packets and fragments. Each unit has a byte behind its header at least.
+bool nalUnitsFit(const NalSyntax& syntax, ByteSpan payload)
 {
-    do
-    {
-        if (left < 2)
-        {
-            return false;
-        }
-        const std::size_t size = readBig16(at);
-        if (size < min || size > left - 2)
-        {
-            return false;
-        }
-        at += size + 2;
-        left -= size + 2;
-    } while (left > 0);
-    return true;
-}
-
-// RFC 6184, with packetization modes 0 and 1: single units, STAP-A and FU-A.
-bool h264Fits(const RtpPayloadCheck::Payload& payload)
-{
-    constexpr unsigned stapA = 24;
-    constexpr unsigned fuA = 28;
-    const unsigned type = payload.data[0] & 0x1fU;
-    if (type == stapA)
-    {
-        return unitsFit(payload.data + 1, payload.size - 1, 2);
-    }
-    return type == fuA ? payload.size > 2 : type > 0 && type < stapA && payload.size > 1;
-}
-
-// RFC 7798, without decoding order numbers: single units, aggregation packets and fragments.
-bool h265Fits(const RtpPayloadCheck::Payload& payload)
-{
-    constexpr unsigned aggregation = 48;
-    constexpr unsigned fragment = 49;
-    constexpr std::size_t unitHeader = 2;
-    if (payload.size <= unitHeader)
+    if (payload.size <= syntax.headerSize())
     {
         return false;
     }
-    const unsigned type = payload.data[0] >> 1U & 0x3fU;
-    if (type == aggregation)
+    switch (syntax.kindOf(payload))
     {
-        return unitsFit(payload.data + unitHeader, payload.size - unitHeader, unitHeader + 1);
+        case NalKind::aggregate:
+            return forEachAggregated(payload.from(syntax.headerSize()), syntax.headerSize() + 1,
+                                     [](ByteSpan) {});
+        case NalKind::fragment:
+            return payload.size > syntax.fragmentHeaderSize();
+        default:
+            return syntax.kindOf(payload) != NalKind::refused;
     }
-    return type == fragment ? payload.size > unitHeader + 1 : type < aggregation;
 }
 
 // RFC 3640: the length of the access unit headers in bits stands in front.
@@ -150,9 +120,8 @@ bool RtpPayloadCheck::isWellFormed(const std::optional<Codec>& codec, const Payl
     switch (*codec)
     {
         case Codec::h264:
-            return h264Fits(payload);
         case Codec::h265:
-            return h265Fits(payload);
+            return nalUnitsFit(NalSyntax::of(*codec), {payload.data, payload.size});
         case Codec::aac:
             return aacFits(payload);
         case Codec::pcmu:

@@ -7,6 +7,7 @@
 
 #include "refhost/media/AccessUnit.h"
 #include "refhost/media/Codec.h"
+#include "refhost/media/NalSyntax.h"
 
 namespace refhost
 {
@@ -40,11 +41,11 @@ public:
 
 private:
     void finish();
-    void look(const std::uint8_t* payload, std::size_t size);
-    void lookH264(const std::uint8_t* payload, std::size_t size);
-    void lookH265(const std::uint8_t* payload, std::size_t size);
+    void look(ByteSpan payload);
+    void note(NalKind kind);
 
     const CodecInfo& info_;
+    const NalSyntax* const nalSyntax_;  ///< null where every unit is a key frame
     Deliver deliver_;
     std::shared_ptr<AccessUnit> unit_;
     bool dropping_ = false;  // unit_ is too large: its remaining packets are dropped

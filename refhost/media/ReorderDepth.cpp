@@ -52,7 +52,6 @@ void readAvcRecord(const std::vector<std::uint8_t>& record, std::optional<unsign
 void readHevcRecord(const std::vector<std::uint8_t>& record, std::optional<unsigned>& depth)
 {
     constexpr std::size_t headerSize = 23;
-    constexpr int sequenceParameterSet = 33;
     if (record.size() < headerSize)
     {
         return;
@@ -61,15 +60,12 @@ void readHevcRecord(const std::vector<std::uint8_t>& record, std::optional<unsig
     const std::uint8_t* const end = record.data() + record.size();
     for (unsigned arrays = record[headerSize - 1]; arrays > 0 && at != nullptr && end - at >= 3; --arrays)
     {
-        const int type = at[0] & 0x3f;
         const unsigned count = readBig16(at + 1);
         at = forEachNalUnit(at + 3, end, count,
                             [&](const std::uint8_t* unit, std::size_t size)
                             {
-                                if (type == sequenceParameterSet)
-                                {
-                                    depth = std::max(depth, ReorderDepth::ofH265(unit, size));
-                                }
+                                // Of another unit there is none.
+                                depth = std::max(depth, ReorderDepth::ofH265(unit, size));
                             });
     }
 }

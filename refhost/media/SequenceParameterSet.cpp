@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "refhost/media/BitReader.h"
+#include "refhost/media/NalSyntax.h"
 
 namespace refhost
 {
@@ -223,8 +224,7 @@ std::optional<unsigned> readVui(BitReader& reader, double& frameRate)
 std::optional<SequenceParameterSet> SequenceParameterSet::readH264(const std::uint8_t* nalUnit,
                                                                    std::size_t size)
 {
-    constexpr int sequenceParameterSet = 7;
-    if (size < 4 || (nalUnit[0] & 0x1f) != sequenceParameterSet)
+    if (size < 4 || NalSyntax::of(Codec::h264).kindOf({nalUnit, size}) != NalKind::sequenceSet)
     {
         return std::nullopt;
     }
@@ -284,9 +284,9 @@ std::optional<SequenceParameterSet> SequenceParameterSet::readH264(const std::ui
 std::optional<SequenceParameterSet> SequenceParameterSet::readH265(const std::uint8_t* nalUnit,
                                                                    std::size_t size)
 {
-    constexpr int sequenceParameterSet = 33;
-    constexpr std::size_t headerSize = 2;
-    if (size <= headerSize || (nalUnit[0] >> 1 & 0x3f) != sequenceParameterSet)
+    const NalSyntax& syntax = NalSyntax::of(Codec::h265);
+    const std::size_t headerSize = syntax.headerSize();
+    if (size <= headerSize || syntax.kindOf({nalUnit, size}) != NalKind::sequenceSet)
     {
         return std::nullopt;
     }

@@ -16,8 +16,8 @@
 #include "refhost/base/Base64.h"
 #include "refhost/base/ByteOrder.h"
 #include "refhost/base/Hex.h"
+#include "refhost/media/NalSyntax.h"
 #include "refhost/rtp/payload/Depacketizer.h"
-#include "refhost/rtp/payload/NalSyntax.h"
 #include "refhost/rtp/payload/Packetizer.h"
 
 namespace

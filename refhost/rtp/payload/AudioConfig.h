@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "refhost/rtp/payload/ByteSpan.h"
+#include "refhost/media/ByteSpan.h"
 
 namespace refhost
 {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "refhost/rtp/payload/ByteSpan.h"
+#include "refhost/media/ByteSpan.h"
 
 namespace refhost
 {

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "refhost/media/NalSyntax.h"
 #include "refhost/rtp/payload/Depacketizer.h"
 #include "refhost/rtp/payload/FrameEnds.h"
 #include "refhost/rtp/payload/NalLead.h"
-#include "refhost/rtp/payload/NalSyntax.h"
 #include "refhost/rtp/payload/NalUnits.h"
 #include "refhost/rtp/payload/PacketRun.h"
 #include "refhost/rtp/payload/ParameterSets.h"

@@ -1,7 +1,7 @@
 #pragma once
 // Tested by tests/refhost/rtp/payload/H264Depacketizer_test.cpp, tests/refhost/rtp/payload/H265Depacketizer_test.cpp.
 
-#include "refhost/rtp/payload/NalSyntax.h"
+#include "refhost/media/NalSyntax.h"
 
 namespace refhost
 {

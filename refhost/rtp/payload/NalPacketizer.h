@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "refhost/rtp/payload/NalSyntax.h"
+#include "refhost/media/NalSyntax.h"
 #include "refhost/rtp/payload/PacketRun.h"
 #include "refhost/rtp/payload/Packetizer.h"
 #include "refhost/rtp/payload/ParameterSets.h"

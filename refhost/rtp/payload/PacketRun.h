@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "refhost/media/AccessUnit.h"
-#include "refhost/rtp/payload/ByteSpan.h"
+#include "refhost/media/ByteSpan.h"
 
 namespace refhost
 {

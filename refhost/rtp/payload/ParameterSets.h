@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "refhost/media/EncodedUnit.h"
+#include "refhost/media/NalSyntax.h"
 #include "refhost/media/SequenceParameterSet.h"
-#include "refhost/rtp/payload/NalSyntax.h"
 #include "refhost/rtp/payload/PayloadDescription.h"
 
 namespace refhost

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "refhost/rtp/payload/ByteSpan.h"
+#include "refhost/media/ByteSpan.h"
 
 namespace refhost
 {

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "refhost/rtp/payload/ByteSpan.h"
+#include "refhost/media/ByteSpan.h"
 
 namespace refhost
 {

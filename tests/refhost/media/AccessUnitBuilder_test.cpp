@@ -124,7 +124,7 @@ TEST_F(AccessUnitBuilderTest, KeyFrameOfH264NeedsParameterSetAndIdr)
     const std::vector<Case> cases = {
         {"STAP-A of SPS and PPS, then IDR", {{24, 0, 2, 0x67, 1, 0, 2, 0x68, 1}, {0x65, 1}}, true},
         {"STAP-A of SPS and PPS, then IDR in fragments",
-         {{24, 0, 2, 0x67, 1, 0, 2, 0x68, 1}, {0x7c, 0x85}, {0x7c, 0x45}},
+         {{24, 0, 2, 0x67, 1, 0, 2, 0x68, 1}, {0x7c, 0x85, 1}, {0x7c, 0x45, 2}},
          true},
         {"all in one STAP-A", {{24, 0, 2, 0x67, 1, 0, 2, 0x68, 1, 0, 2, 0x65, 1}}, true},
         {"single units", {{0x67, 1}, {0x68, 1}, {0x65, 1}}, true},

@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "refhost/media/ByteSpan.h"
 #include "refhost/media/Codec.h"
-#include "refhost/rtp/payload/ByteSpan.h"
 
 namespace refhost
 {

@@ -1,4 +1,4 @@
-#include "refhost/rtp/payload/NalSyntax.h"
+#include "refhost/media/NalSyntax.h"
 
 #include <algorithm>
 
