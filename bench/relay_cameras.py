@@ -19,6 +19,7 @@ import json
 import os
 import pathlib
 import re
+import select
 import shutil
 import socket
 import statistics
@@ -33,6 +34,7 @@ from record_cameras import Origin, Use, end_all, make_video, wait_until
 SERVER = """
 port = 0
 log-level = "warning"
+live-controller = "{controller}"
 """
 CAMERA = """
 [[camera]]
@@ -197,14 +199,19 @@ def added_delays(camera, port, seconds):
     near = socket.create_connection(pair.getsockname())
     far, _ = pair.accept()
     near.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-    # The viewer's start waits for the first key frame.
-    while opening.is_alive():
-        camera.client.sendall(camera.next_frame()[0])
+    # The viewer's start waits for a key frame.
+    mark = b""
+    end = time.monotonic() + PATIENCE
+    while opening.is_alive() or not (failed or viewer.data or select.select([viewer.socket], [], [], 0)[0]):
+        frame, mark = camera.next_frame()
+        camera.client.sendall(frame)
         time.sleep(FRAME_SECONDS)
+        if time.monotonic() > end:
+            raise TimeoutError("the probe's viewer gets nothing")
     if failed:
         raise failed[0]
     relayed, direct = [], []
-    rest, direct_rest = viewer.data, b""
+    rest, direct_rest = wait_for(viewer.socket, viewer.data, mark)[1], b""
     due = time.perf_counter()
     end = due + seconds
     while due < end:
@@ -237,7 +244,7 @@ def start_server(arguments, folder, origin, cameras, probe):
     urls = {number: f"rtsp://127.0.0.1:{origin.port}/camera/{number}" for number in range(1, cameras + 1)}
     urls[PROBE] = probe.url
     config = folder / "ovrtspd.toml"
-    config.write_text(SERVER + "".join(CAMERA.format(number=number, source=arguments.source, url=url)
+    config.write_text(SERVER.format(controller=arguments.live_controller) + "".join(CAMERA.format(number=number, source=arguments.source, url=url)
                                        for number, url in urls.items()))
     output = folder / "output"
     with open(output, "wb") as out, open(folder / "log", "wb") as log:
@@ -319,6 +326,8 @@ def main():
     parser.add_argument("--seconds", type=float, default=20, help="how long to measure each, cost and delay")
     parser.add_argument("--warm-up", type=float, default=4, help="seconds between the last viewer's start and that")
     parser.add_argument("--transport", choices=["tcp", "udp", "both"], default="tcp", help="of the viewers")
+    parser.add_argument("--live-controller", choices=["first", "second"], default="first", help="with the second one "
+                        "viewers over UDP get the camera's own packets, which are too large for the others")
     parser.add_argument("--source", default="rtsp", help="ovrtspd's key `source`")
     parser.add_argument("--video", type=pathlib.Path, help="H.264 byte stream at 25 frames a second instead of the usual")
     parser.add_argument("--origin-threads", type=int, default=1)
