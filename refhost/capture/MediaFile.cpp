@@ -106,7 +106,8 @@ bool MediaFile::openInput(std::string& error)
     const int status = avformat_open_input(&input_, nullptr, nullptr, nullptr);
     if (status < 0)
     {
-        error = textOf(status);
+        // The answer to formats that are not on the list.
+        error = status == AVERROR(EINVAL) ? "it is neither MP4 nor Matroska" : textOf(status);
     }
     return status >= 0;
 }

@@ -1,9 +1,11 @@
 import re
 import subprocess
+from pathlib import Path
 
 import ffmpeg
 import pytest
 from conftest import VTEST
+from rtsp_client import RtspClient
 
 
 @pytest.fixture
@@ -38,6 +40,16 @@ def test_recording_is_served_as_it_is_and_in_a_loop(camera, clip, transport):
     assert all((b - a) % len(originals) == 1 for a, b in zip(places, places[1:])), places
     assert any(b < a for a, b in zip(places, places[1:])), "the end of the file was crossed"
     assert all(a.pts < b.pts for a, b in zip(received, received[1:])), "timestamps increase across the end"
+
+
+def test_a_file_that_needs_no_decoding_is_read_by_one_thread(camera):
+    with RtspClient(camera.url(5)) as client:
+        client.describe()
+        client.setup_all()
+        client.play()
+        names = [(task / "comm").read_text().strip() for task in Path(f"/proc/{camera.pid}/task").iterdir()]
+    assert names.count("file") == 1
+    assert "pipeline" not in names
 
 
 @pytest.mark.skipif(not VTEST.exists(), reason="the recording is packed")

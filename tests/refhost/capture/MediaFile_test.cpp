@@ -155,6 +155,7 @@ TEST_F(MediaFileTest, OtherContainersAreLeftToAnotherReader)
 {
     EXPECT_FALSE(open(makeClip(std::string(frameLine) + "mpegtsmux ! filesink location=CLIP")));
     EXPECT_TRUE(problem.otherMeans);
+    EXPECT_EQ(problem.text, "it is neither MP4 nor Matroska");
     const std::string clip = makeMatroska();
     for (const std::string& text :
          {"ffconcat version 1.0\nfile " + clip + "\n", "#EXTM3U\n#EXTINF:2,\n" + clip + "\n", std::string(),
