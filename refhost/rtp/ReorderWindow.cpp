@@ -4,15 +4,8 @@
 
 namespace refhost
 {
-namespace
-{
 
-/// More packets than this after a missing one mean that it is lost: networks reorder neighbours.
-constexpr std::size_t maxHeld = 8;
-
-}  // namespace
-
-ReorderWindow::ReorderWindow(Duration maxWait) : maxWait_(maxWait) {}
+ReorderWindow::ReorderWindow(Duration maxWait, std::size_t maxHeld) : maxWait_(maxWait), maxHeld_(maxHeld) {}
 
 void ReorderWindow::reset()
 {
@@ -34,6 +27,17 @@ ReorderWindow::Added ReorderWindow::add(Packet&& packet)
     return held_.try_emplace(packet.sequence, std::move(packet)).second ? Added::taken : Added::duplicate;
 }
 
+bool ReorderWindow::passes(std::uint32_t sequence)
+{
+    if (started_ && (!held_.empty() || sequence != expected_))
+    {
+        return false;
+    }
+    started_ = true;
+    expected_ = sequence + 1;
+    return true;
+}
+
 ReorderWindow::Next ReorderWindow::take(MonotonicTime now, Packet& out, std::uint32_t& lost)
 {
     if (held_.empty())
@@ -42,7 +46,7 @@ ReorderWindow::Next ReorderWindow::take(MonotonicTime now, Packet& out, std::uin
     }
     const auto first = held_.begin();
     lost = first->first - expected_;
-    if (lost != 0 && held_.size() < maxHeld && now - first->second.arrival < maxWait_)
+    if (lost != 0 && held_.size() < maxHeld_ && now - first->second.arrival < maxWait_)
     {
         return Next::waiting;
     }
@@ -50,6 +54,11 @@ ReorderWindow::Next ReorderWindow::take(MonotonicTime now, Packet& out, std::uin
     expected_ = out.sequence + 1;
     held_.erase(first);
     return Next::packet;
+}
+
+MonotonicTime ReorderWindow::waitsUntil() const
+{
+    return held_.empty() ? MonotonicTime::max() : held_.begin()->second.arrival + maxWait_;
 }
 
 }  // namespace refhost

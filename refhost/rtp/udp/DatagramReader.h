@@ -14,7 +14,10 @@ namespace refhost
 
 /// Reads the datagrams waiting at a UDP socket, a bounded number per call, so that a flood does not block the
 /// event loop.
-class DatagramReader
+/// \tparam packetRoom       bytes of the longest datagram that is read; longer ones are dropped
+/// \tparam packetsPerBatch  that are read with one system call; their rooms are on the stack
+template <std::size_t packetRoom, unsigned packetsPerBatch>
+class BoundedDatagramReader
 {
 public:
     /// Calls `take(sender, data, size)` with each whole datagram.
@@ -55,9 +58,9 @@ public:
 
 private:
     static constexpr unsigned batches = 4;
-    static constexpr unsigned packetsPerBatch = 32;
-    /// Clients' packets fit an Ethernet frame; longer ones are dropped.
-    static constexpr std::size_t packetRoom = 1500;
 };
+
+/// For clients, whose packets fit an Ethernet frame.
+using DatagramReader = BoundedDatagramReader<1500, 32>;
 
 }  // namespace refhost

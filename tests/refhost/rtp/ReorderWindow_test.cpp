@@ -114,5 +114,40 @@ TEST_F(ReorderWindowTest, AnythingMayComeFirst)
     EXPECT_EQ(3U, next());
 }
 
+TEST_F(ReorderWindowTest, PacketsInOrderNeedNotBeHeld)
+{
+    EXPECT_TRUE(window.passes(100));
+    EXPECT_TRUE(window.passes(101));
+    EXPECT_FALSE(window.passes(101));
+    EXPECT_FALSE(window.passes(103));
+    EXPECT_EQ(MonotonicTime::max(), window.waitsUntil());
+    EXPECT_EQ(Added::taken, add(103, 5));
+    EXPECT_FALSE(window.passes(102)) << "a later one is held";
+    EXPECT_EQ(1U, next(5));
+    EXPECT_EQ(atMs(45), window.waitsUntil());
+    EXPECT_EQ(Added::taken, add(102, 6));
+    EXPECT_EQ(102U, next(6));
+    EXPECT_EQ(103U, next(6));
+    EXPECT_TRUE(window.passes(104));
+}
+
+TEST_F(ReorderWindowTest, HowManyLaterPacketsEndTheWaitCanBeChosen)
+{
+    ReorderWindow deep{std::chrono::seconds(1), 20};
+    ReorderWindow::Packet packet;
+    EXPECT_TRUE(deep.passes(1));
+    for (std::uint32_t i = 3; i < 22; ++i)
+    {
+        packet.sequence = i;
+        deep.add(ReorderWindow::Packet(packet));
+    }
+    EXPECT_EQ(Next::waiting, deep.take(atMs(0), packet, lost));
+    packet.sequence = 22;
+    deep.add(ReorderWindow::Packet(packet));
+    EXPECT_EQ(Next::packet, deep.take(atMs(0), packet, lost));
+    EXPECT_EQ(3U, packet.sequence);
+    EXPECT_EQ(1U, lost);
+}
+
 }  // namespace
 }  // namespace refhost
