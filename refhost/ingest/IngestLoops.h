@@ -31,8 +31,7 @@ public:
     IngestLoops& operator=(const IngestLoops&) = delete;
 
     /// Starts to read a stream's source: another camera here, a file by FileRun, everything else by GStreamer.
-    /// What cannot be read so, because it has to be decoded or comes with TLS or over UDP, GStreamer reads at the
-    /// next attempt.
+    /// What cannot be read so, because it has to be decoded or comes with TLS, GStreamer reads at the next attempt.
     /// \throws std::system_error as SourceRun::Factory
     /// Requires: this outlives the run, and outlives it by the run's end where it was stopped.
     std::unique_ptr<SourceRun> start(SourceRun::Setup setup);

@@ -10,6 +10,7 @@
 
 #include "refhost/base/ConditionVariable.h"
 #include "refhost/base/HostClock.h"
+#include "refhost/base/Log.h"
 #include "refhost/ingest/IngestTrack.h"
 #include "refhost/ingest/client/RtspClient.h"
 #include "refhost/media/GstCodec.h"
@@ -142,15 +143,24 @@ private:
             return;
         }
         epoch_ = HostClock::system().now();
-        client_ = std::make_unique<RtspClient>(loop_, connector_, setup_.config.source.location,
-                                               RtspClientOptions(), *this);
+        client_ =
+            std::make_unique<RtspClient>(loop_, connector_, setup_.config.source.location, options_, *this);
         client_->start();
+    }
+
+    /// Reads the camera again, over this transport alone.
+    void startOver(CameraTransport transport)
+    {
+        options_.transport = transport;
+        options_.otherTransport = false;
+        client_->stop([self = shared_from_this()] { self->start(); });
     }
 
     void end()
     {
         if (client_)
         {
+            sendReports(true);
             client_->stop([self = shared_from_this()] { self->onClosed(); });
             client_.reset();
             return;
@@ -262,7 +272,10 @@ private:
         }
         playingSince_ = HostClock::system().now();
         announce();
-        scheduleReports();
+        if (!std::exchange(reporting_, true))
+        {
+            scheduleReports();
+        }
     }
 
     void onPacket(std::size_t index, const std::uint8_t* data, std::size_t size,
@@ -303,6 +316,12 @@ private:
 
     void onEnded(const RtspClientEnd& end) override
     {
+        if (end.otherTransport)
+        {
+            Log::info("{}: {}: the other transport is tried", setup_.title, end.text);
+            startOver(*end.otherTransport);
+            return;
+        }
         if (end.kind == RtspClientEnd::Kind::noUsableTransport)
         {
             otherMeans_ = true;
@@ -360,14 +379,15 @@ private:
                         const std::shared_ptr<Camera> self = weak.lock();
                         if (self && self->client_ && !self->muted_)
                         {
-                            self->sendReports();
+                            self->sendReports(false);
                             self->judgeClock();
                             self->scheduleReports();
                         }
                     });
     }
 
-    void sendReports()
+    /// \param bye  no more will be read
+    void sendReports(bool bye)
     {
         const MonotonicTime now = HostClock::system().now();
         for (std::size_t i = 0; i < tracks_.size(); ++i)
@@ -383,7 +403,7 @@ private:
             report.hasBlock = true;
             report.source = tracks_[i]->ssrc();
             report.reception = *reception;
-            const RtcpWriter packet = RtcpWriter::ofReceiver(report, name_, false);
+            const RtcpWriter packet = RtcpWriter::ofReceiver(report, name_, bye);
             client_->sendReport(i, packet.data(), packet.size());
         }
     }
@@ -413,6 +433,8 @@ private:
     std::vector<std::unique_ptr<IngestTrack>> tracks_;  ///< as the camera describes them; null where not read
     MonotonicTime epoch_;
     std::optional<MonotonicTime> playingSince_;
+    RtspClientOptions options_;
+    bool reporting_ = false;
     bool clockJudged_ = false;
     std::string refusal_;  ///< why the camera's tracks are not read here
 

@@ -16,8 +16,8 @@ namespace refhost
 /// Another camera that is read over RTSP on an event loop, without a thread of its own. What it sends is passed
 /// on as it came, nothing is decoded.
 ///
-/// A camera whose tracks the stream cannot send as they are, or that does not send over TCP, ends the run with
-/// mayWorkByAnotherTransport().
+/// A camera whose tracks the stream cannot send as they are, or that sends neither over TCP nor UDP, ends the run
+/// with mayWorkByAnotherTransport().
 class IngestRun : public SourceRun
 {
 public:

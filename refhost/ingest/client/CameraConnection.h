@@ -75,6 +75,10 @@ public:
     {
         return open_;
     }
+    const ByteStream& stream() const
+    {
+        return *stream_;
+    }
 
 private:
     void onReady(std::uint32_t ready);

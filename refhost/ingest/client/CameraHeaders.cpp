@@ -16,6 +16,7 @@ constexpr Duration minKeepAlive = std::chrono::seconds(1);
 constexpr Duration maxKeepAlive = std::chrono::seconds(30);
 constexpr std::size_t maxSessionId = 512;
 constexpr int maxChannel = 255;
+constexpr int maxPort = 65535;
 
 std::string_view trimmed(std::string_view text)
 {
@@ -40,6 +41,18 @@ std::string_view takeUntil(std::string_view& text, char separator)
     return trimmed(part);
 }
 
+/// Reads "first-second", both from `min` to `max`; the second may be missing.
+void takeRange(std::string_view text, int min, int max, std::optional<int>& first, std::optional<int>& second)
+{
+    const auto valid = [&](std::string_view number)
+    {
+        const auto value = leadingDecimal<int>(number);
+        return value && *value >= min && *value <= max ? value : std::nullopt;
+    };
+    first = valid(takeUntil(text, '-'));
+    second = first ? valid(trimmed(text)) : std::nullopt;
+}
+
 /// What may stand in a header that is sent.
 std::string printable(std::string_view text)
 {
@@ -47,6 +60,19 @@ std::string printable(std::string_view text)
     std::copy_if(text.begin(), text.end(), std::back_inserter(result),
                  [](char c) { return c > ' ' && c < 0x7f; });
     return result;
+}
+
+bool offersMethod(const CameraMessage& answer, std::string_view method)
+{
+    std::string_view methods = answer.header("public");
+    while (!methods.empty())
+    {
+        if (equalsIgnoringCase(takeUntil(methods, ','), method))
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace
@@ -78,26 +104,36 @@ TransportReply TransportReply::read(std::string_view value)
 {
     TransportReply reply;
     value = takeUntil(value, ',');
-    reply.interleaved = value.empty();
+    reply.kind = value.empty() ? Kind::asRequested : Kind::other;
+    bool multicast = false;
     while (!value.empty())
     {
         std::string_view parameter = takeUntil(value, ';');
         const std::string name = lowerCase(takeUntil(parameter, '='));
-        if (name == "rtp/avp/tcp")
+        multicast = multicast || name == "multicast";
+        if (name == "rtp/avp/tcp" || name == "rtp/avpf/tcp")
         {
-            reply.interleaved = true;
+            reply.kind = Kind::interleaved;
+        }
+        else if (name == "rtp/avp" || name == "rtp/avp/udp" || name == "rtp/avpf" || name == "rtp/avpf/udp")
+        {
+            reply.kind = Kind::udp;
         }
         else if (name == "interleaved")
         {
-            reply.interleaved = true;
-            const auto channel = leadingDecimal<int>(takeUntil(parameter, '-'));
-            const auto reports = leadingDecimal<int>(trimmed(parameter));
-            const bool valid = channel && *channel >= 0 && *channel <= maxChannel;
-            const bool both = valid && reports && *reports >= 0 && *reports <= maxChannel;
-            reply.channel = valid ? channel : std::nullopt;
-            reply.reportChannel = both ? reports : std::nullopt;
+            reply.kind = Kind::interleaved;
+            takeRange(parameter, 0, maxChannel, reply.channel, reply.reportChannel);
+        }
+        else if (name == "server_port")
+        {
+            takeRange(parameter, 1, maxPort, reply.serverPort, reply.serverReportPort);
+        }
+        else if (name == "source")
+        {
+            reply.source = SocketAddress::parse(std::string(trimmed(parameter)));
         }
     }
+    reply.kind = multicast ? Kind::other : reply.kind;
     return reply;
 }
 
@@ -141,17 +177,14 @@ std::optional<Duration> retryAfterOf(const CameraMessage& answer)
     return std::min<Duration>(saturatedDuration(std::chrono::seconds(*seconds)), std::chrono::hours(24));
 }
 
-bool offersMethod(const CameraMessage& answer, std::string_view method)
+const char* keepAliveMethodOf(const CameraMessage& answer)
 {
-    std::string_view methods = answer.header("public");
-    while (!methods.empty())
+    if (offersMethod(answer, "GET_PARAMETER"))
     {
-        if (equalsIgnoringCase(takeUntil(methods, ','), method))
-        {
-            return true;
-        }
+        return "GET_PARAMETER";
     }
-    return false;
+    return offersMethod(answer, "SET_PARAMETER") && !offersMethod(answer, "OPTIONS") ? "SET_PARAMETER"
+                                                                                     : "OPTIONS";
 }
 
 }  // namespace refhost

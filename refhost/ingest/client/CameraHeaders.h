@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "refhost/base/SocketAddress.h"
 #include "refhost/base/Times.h"
 #include "refhost/capture/CameraMessages.h"
 
@@ -32,11 +33,21 @@ struct SessionReply
 /// Transport of an answer to SETUP (RFC 2326, section 12.39).
 struct TransportReply
 {
-    bool interleaved = false;          ///< over the RTSP connection
-    std::optional<int> channel;        ///< of RTP, 0 to 255
-    std::optional<int> reportChannel;  ///< of RTCP, 0 to 255
+    enum class Kind
+    {
+        asRequested,  ///< the camera leaves it out
+        interleaved,  ///< over the RTSP connection
+        udp,
+        other  ///< such as multicast, or encrypted RTP
+    };
 
-    /// \param value  empty where the camera leaves it out: it then does what was asked for
+    Kind kind = Kind::asRequested;
+    std::optional<int> channel;           ///< of RTP, 0 to 255
+    std::optional<int> reportChannel;     ///< of RTCP, 0 to 255
+    std::optional<int> serverPort;        ///< that RTP comes from, 1 to 65535
+    std::optional<int> serverReportPort;  ///< that RTCP comes from, 1 to 65535
+    std::optional<SocketAddress> source;  ///< that media come from, where it is written as a number
+
     static TransportReply read(std::string_view value);
 };
 
@@ -54,7 +65,7 @@ struct RtpInfo
 /// Retry-After in seconds (RFC 2068, section 14.38); a day at most. A date is left out.
 std::optional<Duration> retryAfterOf(const CameraMessage& answer);
 
-/// Whether Public (RFC 2326, section 12.28) names a method.
-bool offersMethod(const CameraMessage& answer, std::string_view method);
+/// The method that keeps a session alive, by the answer to OPTIONS (Public; RFC 2326, section 12.28).
+const char* keepAliveMethodOf(const CameraMessage& answer);
 
 }  // namespace refhost

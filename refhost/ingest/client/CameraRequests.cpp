@@ -61,6 +61,12 @@ std::string CameraRequests::again()
     return write(std::move(request_));
 }
 
+void CameraRequests::giveUp()
+{
+    gaveUp_ = true;
+    pending_.clear();
+}
+
 std::string CameraRequests::answerTo(std::string_view method, const CameraMessage& request)
 {
     constexpr std::string_view granted[] = {"OPTIONS",  "GET_PARAMETER", "SET_PARAMETER",

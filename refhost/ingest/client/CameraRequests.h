@@ -51,6 +51,9 @@ public:
     /// The request again, with a login. Requires: take() said `again` just before.
     std::string again();
 
+    /// Waits for none of the answers any more.
+    void giveUp();
+
     /// The answer to a request of the camera's own: all that ask for nothing are granted.
     static std::string answerTo(std::string_view method, const CameraMessage& request);
 
@@ -77,7 +80,7 @@ private:
     CameraLogin login_;
     bool carried_;
     bool accepted_ = false;  ///< a login was
-    bool gaveUp_ = false;    ///< some request, for newer ones
+    bool gaveUp_ = false;    ///< some request
     unsigned sequence_ = 0;
     std::deque<Request> pending_;
     Request request_;  ///< of the last answer

@@ -66,11 +66,29 @@ bool CameraTracks::anyVideo() const
 
 std::string CameraTracks::transportOf(const Track& track)
 {
+    if (track.datagrams != nullptr)
+    {
+        const int port = track.datagrams->port();
+        return fmt::format("RTP/AVP;unicast;client_port={}-{}", port, port + 1);
+    }
     return fmt::format("RTP/AVP/TCP;unicast;interleaved={}-{}", track.channel, track.reportChannel);
 }
 
-bool CameraTracks::play(Track& track, const TransportReply& reply)
+CameraTracks::Play CameraTracks::play(Track& track, const TransportReply& reply)
 {
+    const bool udp = track.datagrams != nullptr && (reply.kind == TransportReply::Kind::udp ||
+                                                    reply.kind == TransportReply::Kind::asRequested);
+    if (udp)
+    {
+        track.datagrams->setSource(reply);
+        track.playing = true;
+        return Play::playing;
+    }
+    if (reply.kind == TransportReply::Kind::udp || reply.kind == TransportReply::Kind::other)
+    {
+        return Play::otherTransport;
+    }
+    track.datagrams = nullptr;
     if (reply.channel && isFree(*reply.channel))
     {
         track.channel = *reply.channel;
@@ -78,7 +96,7 @@ bool CameraTracks::play(Track& track, const TransportReply& reply)
     }
     if (!isFree(track.channel))
     {
-        return false;
+        return Play::channelTaken;
     }
     track.playing = true;
     const auto index = static_cast<std::uint16_t>(track.index);
@@ -87,15 +105,49 @@ bool CameraTracks::play(Track& track, const TransportReply& reply)
     {
         channels_[static_cast<std::size_t>(track.reportChannel)] = {index, true, true};
     }
-    return true;
+    return Play::playing;
 }
 
-int CameraTracks::reportChannelOf(std::size_t index) const
+void CameraTracks::punch()
+{
+    for (const Track& track : tracks_)
+    {
+        if (track.playing && track.datagrams != nullptr)
+        {
+            track.datagrams->punch();
+        }
+    }
+}
+
+bool CameraTracks::sendDatagram(std::size_t index, const std::uint8_t* data, std::size_t size)
+{
+    const Track* const track = playingTrack(index);
+    return track != nullptr && track->datagrams != nullptr && track->datagrams->sendReport(data, size);
+}
+
+void CameraTracks::closeDatagrams()
+{
+    for (const Track& track : tracks_)
+    {
+        if (track.datagrams != nullptr)
+        {
+            track.datagrams->close();
+        }
+    }
+}
+
+const CameraTracks::Track* CameraTracks::playingTrack(std::size_t index) const
 {
     const auto found =
         std::find_if(tracks_.begin(), tracks_.end(),
                      [&](const Track& track) { return track.playing && track.index == index; });
-    return found == tracks_.end() ? -1 : found->reportChannel;
+    return found == tracks_.end() ? nullptr : &*found;
+}
+
+int CameraTracks::reportChannelOf(std::size_t index) const
+{
+    const Track* const track = playingTrack(index);
+    return track == nullptr || track->datagrams != nullptr ? -1 : track->reportChannel;
 }
 
 std::vector<CameraPlayInfo> CameraTracks::playInfos(const std::vector<RtpInfo>& infos) const

@@ -29,6 +29,12 @@ struct CameraUrl
     /// "rtsp://host[:port]", the port where it is not the default one: what every request's URL starts with.
     std::string authority() const;
 
+    /// The whole URL as requests write it, without credentials.
+    std::string text() const
+    {
+        return authority() + target;
+    }
+
     /// Where a redirect leads, by its Location header (RFC 2326, sections 11 and 12.25): an absolute URL, or a
     /// path on the same host. It has no credentials, whatever it says.
     /// \returns nothing when it cannot be followed

@@ -9,6 +9,7 @@
 
 #include "refhost/base/Times.h"
 #include "refhost/ingest/client/CameraTrack.h"
+#include "refhost/ingest/client/CameraTransport.h"
 
 namespace refhost
 {
@@ -32,6 +33,8 @@ struct RtspClientEnd
     std::string text;                    ///< for the log: one line, free of credentials
     int status = 0;                      ///< of the answer that refused, 0 where there was none
     std::optional<Duration> retryAfter;  ///< what the camera asks for (Retry-After); at most a day
+    /// Another client may read the camera over this transport; with `noUsableTransport` only.
+    std::optional<CameraTransport> otherTransport;
 };
 
 /// What an answer to PLAY says of one track (RTP-Info; RFC 2326, section 12.33).
@@ -54,8 +57,8 @@ public:
     /// The camera answered PLAY. It has a row for each track that it sends: one that is not video is left out
     /// where the camera refuses to set it up.
     virtual void onPlaying(const std::vector<CameraPlayInfo>& tracks) = 0;
-    /// An RTP packet of a track as it came, 1 to 65535 bytes that nothing was checked of. The first may come
-    /// before onPlaying().
+    /// An RTP packet of a track as it came, 1 to 65535 bytes that nothing was checked of; over UDP in the order
+    /// in which the camera sent it, and of one SSRC at a time. The first may come before onPlaying().
     /// \param data     until the return
     /// \param arrival  when it was received from the system
     virtual void onPacket(std::size_t track, const std::uint8_t* data, std::size_t size,

@@ -3,12 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <system_error>
 #include <utility>
 
 #include "refhost/base/HostClock.h"
-#include "refhost/base/Log.h"
 #include "refhost/ingest/client/RtspRefusal.h"
 
 namespace refhost
@@ -16,7 +13,6 @@ namespace refhost
 namespace
 {
 
-constexpr Duration maxTimeout = std::chrono::hours(24 * 365);
 constexpr Duration bodyPause = std::chrono::milliseconds(300);
 
 MonotonicTime now()
@@ -24,37 +20,27 @@ MonotonicTime now()
     return HostClock::system().now();
 }
 
-/// Deadlines that can be added to any time.
-RtspClientOptions bounded(RtspClientOptions options)
-{
-    for (Duration* const each : {&options.openTimeout, &options.connectTimeout, &options.answerTimeout,
-                                 &options.silenceTimeout, &options.teardownTimeout})
-    {
-        *each = std::clamp<Duration>(*each, Duration::zero(), maxTimeout);
-    }
-    return options;
-}
-
 }  // namespace
 
 RtspClientSession::RtspClientSession(EventLoop& loop, StreamConnector& connector, const std::string& url,
                                      const RtspClientOptions& options, RtspClientEvents& events)
-    : loop_(loop),
-      connector_(connector),
-      options_(bounded(options)),
+    : options_(options.bounded()),
+      loop_(loop),
       events_(&events),
-      home_(CameraUrl::parse(url))
+      deadlines_(loop, [this] { onDue(); }),
+      setUp_(loop, options_, *this)
 {
-}
-
-RtspClientSession::~RtspClientSession()
-{
-    loop_.cancel(timer_);
+    if (std::optional<CameraUrl> home = CameraUrl::parse(url))
+    {
+        CameraLink::Events& self = *this;
+        link_.emplace(loop, connector, std::move(*home), self);
+    }
 }
 
 void RtspClientSession::start()
 {
-    if (!home_)
+    deadlines_.setOwner(weak_from_this());
+    if (!link_)
     {
         state_.enter(State::connecting);
         loop_.post(
@@ -67,8 +53,7 @@ void RtspClientSession::start()
             });
         return;
     }
-    url_ = *home_;
-    openDeadline_ = now() + options_.openTimeout;
+    deadlines_.set(Deadline::open, now() + options_.openTimeout);
     connect();
 }
 
@@ -84,64 +69,40 @@ void RtspClientSession::stop(std::function<void()> closed)
 
 bool RtspClientSession::sendReport(std::size_t track, const std::uint8_t* data, std::size_t size)
 {
-    const int channel = tracks_.reportChannelOf(track);
-    return state_.is(State::playing) && channel >= 0 && size > 0 && size <= UINT16_MAX &&
-           connection_->sendPacket(channel, data, size);
+    if (!state_.is(State::playing) || size == 0 || size > UINT16_MAX)
+    {
+        return false;
+    }
+    const int channel = setUp_.tracks().reportChannelOf(track);
+    return channel >= 0 ? link_->sendPacket(channel, data, size)
+                        : setUp_.tracks().sendDatagram(track, data, size);
 }
 
 void RtspClientSession::connect()
 {
     state_.enter(State::connecting);
-    const Duration timeout = std::min(options_.connectTimeout, openDeadline_ - now());
-    attempt_ = connector_.connect(loop_, url_.host, url_.port, timeout,
-                                  [this](std::unique_ptr<ByteStream> stream, const std::string& error)
-                                  { onConnected(std::move(stream), error); });
-    answerDeadline_ = MonotonicTime::max();
-    bodyDeadline_ = MonotonicTime::max();
-    arm();
+    deadlines_.clear(Deadline::answer);
+    deadlines_.clear(Deadline::body);
+    link_->connect(std::min(options_.connectTimeout, deadlines_.at(Deadline::open) - now()),
+                   weak_from_this());
 }
 
-void RtspClientSession::onConnected(std::unique_ptr<ByteStream> stream, const std::string& error)
+void RtspClientSession::onConnected()
 {
-    const auto self = shared_from_this();
-    attempt_ = nullptr;
-    if (stream == nullptr)
-    {
-        end(Kind::unreachable, error);
-        return;
-    }
-    try
-    {
-        connection_ = std::make_unique<CameraConnection>(loop_, std::move(stream), *this, weak_from_this());
-    }
-    catch (const std::system_error& failure)
-    {
-        end(Kind::unreachable, fmt::format("cannot watch the connection: {}", failure.what()));
-        return;
-    }
-    if (requests_ == nullptr)
-    {
-        const bool home = url_.sameServer(*home_);
-        requests_ = std::make_unique<CameraRequests>(
-            CameraLogin(home ? home_->user : "", home ? home_->password : ""));
-    }
-    if (std::exchange(asked_, true))
+    if (asked_)
     {
         describe();
         return;
     }
+    asked_ = true;
     state_.enter(State::asking);
-    request("OPTIONS", url_.authority() + url_.target, {});
+    request("OPTIONS", link_->url().text(), {});
+    deadlines_.set(Deadline::answer, now() + std::min(options_.optionsTimeout, options_.answerTimeout));
 }
 
-/// Connects again with the login as it stands: some cameras close their connection behind a demand for one,
-/// or behind OPTIONS.
-void RtspClientSession::reconnect()
+void RtspClientSession::onUnreachable(const std::string& error)
 {
-    ++reconnects_;
-    requests_ = std::make_unique<CameraRequests>(requests_->login(), true);
-    retired_ = std::move(connection_);
-    connect();
+    end(Kind::unreachable, error);
 }
 
 void RtspClientSession::onClosed(CameraConnection::Ended why, const std::string& error)
@@ -152,10 +113,9 @@ void RtspClientSession::onClosed(CameraConnection::Ended why, const std::string&
         end(Kind::protocolError, error);
         return;
     }
-    const bool mayReconnect = state_.is(State::asking) || state_.is(State::describing);
-    if (mayReconnect && reconnects_ < maxReconnects)
+    if ((state_.is(State::asking) || state_.is(State::describing)) && link_->prepareAgain())
     {
-        reconnect();
+        connect();
         return;
     }
     end(state_.is(State::playing) ? Kind::endedByCamera : Kind::unreachable, error);
@@ -163,54 +123,55 @@ void RtspClientSession::onClosed(CameraConnection::Ended why, const std::string&
 
 void RtspClientSession::onOpenBody()
 {
-    bodyDeadline_ = now() + bodyPause;
-    arm();
+    deadlines_.set(Deadline::body, now() + bodyPause);
+}
+
+void RtspClientSession::onMessageCame()
+{
+    deadlines_.clear(Deadline::body);
+}
+
+void RtspClientSession::onCongested()
+{
+    end(Kind::protocolError, "the camera sends and does not read");
+}
+
+void RtspClientSession::onCameraRequest(const std::string& method)
+{
+    if (method == "TEARDOWN" || method == "REDIRECT")
+    {
+        end(Kind::endedByCamera, fmt::format("the camera ended the session by {}", method));
+    }
 }
 
 void RtspClientSession::onInterleaved(int channel, const std::uint8_t* data, std::size_t size,
                                       MonotonicTime arrival)
 {
-    const CameraTracks::Channel& row = tracks_.channel(channel);
-    if (!row.used || events_ == nullptr || (!state_.is(State::playing) && !state_.is(State::starting)))
+    const CameraTracks::Channel& row = setUp_.tracks().channel(channel);
+    if (row.used)
     {
-        return;
+        onMedia(row.index, row.reports, data, size, arrival);
     }
-    if (row.reports)
-    {
-        events_->onReport(row.index, data, size, arrival);
-        return;
-    }
-    lastPacket_ = arrival;
-    packetCame_ = true;
-    events_->onPacket(row.index, data, size, arrival);
 }
 
-void RtspClientSession::onMessage(CameraMessage& message)
+void RtspClientSession::onMedia(std::size_t track, bool reports, const std::uint8_t* data, std::size_t size,
+                                MonotonicTime arrival)
 {
-    bodyDeadline_ = MonotonicTime::max();
-    if (message.status == 0)
+    if (events_ == nullptr || (!state_.is(State::playing) && !state_.is(State::starting)))
     {
-        answerCamera(message);
         return;
     }
-    if (message.status < RtspRefusal::ok)
+    if (reports)
     {
-        return;  // it goes on
+        events_->onReport(track, data, size, arrival);
+        return;
     }
-    switch (requests_->take(message))
+    packetCame_ = true;
+    if (state_.is(State::playing))
     {
-        case CameraRequests::Answer::unexpected:
-            return;
-        case CameraRequests::Answer::again:
-            if (!connection_->send(requests_->again()))
-            {
-                end(Kind::protocolError, "the camera takes no requests any more");
-            }
-            return;
-        case CameraRequests::Answer::final:
-            onAnswer(requests_->answered(), message);
-            return;
+        deadlines_.set(Deadline::media, arrival + options_.silenceTimeout);
     }
+    events_->onPacket(track, data, size, arrival);
 }
 
 void RtspClientSession::onAnswer(const std::string& method, const CameraMessage& answer)
@@ -247,13 +208,12 @@ void RtspClientSession::onAnswer(const std::string& method, const CameraMessage&
 
 void RtspClientSession::request(const char* method, const std::string& uri, CameraRequests::Headers headers)
 {
-    if (!connection_->send(requests_->make(method, uri, std::move(headers))))
+    if (!link_->request(method, uri, std::move(headers)))
     {
-        end(Kind::protocolError, "the camera takes no requests any more");
+        onCongested();
         return;
     }
-    answerDeadline_ = now() + options_.answerTimeout;
-    arm();
+    deadlines_.set(Deadline::answer, now() + options_.answerTimeout);
 }
 
 void RtspClientSession::onOptions(const CameraMessage& answer)
@@ -264,17 +224,14 @@ void RtspClientSession::onOptions(const CameraMessage& answer)
         return;
     }
     // Cameras that refuse OPTIONS are asked for the rest all the same.
-    keepAliveMethod_ = offersMethod(answer, "GET_PARAMETER") ? "GET_PARAMETER"
-                       : offersMethod(answer, "SET_PARAMETER") && !offersMethod(answer, "OPTIONS")
-                           ? "SET_PARAMETER"
-                           : "OPTIONS";
+    keepAliveMethod_ = keepAliveMethodOf(answer);
     describe();
 }
 
 void RtspClientSession::describe()
 {
     state_.enter(State::describing);
-    request("DESCRIBE", url_.authority() + url_.target, {{"Accept", "application/sdp"}});
+    request("DESCRIBE", link_->url().text(), {{"Accept", "application/sdp"}});
 }
 
 void RtspClientSession::onDescription(const CameraMessage& answer)
@@ -286,13 +243,13 @@ void RtspClientSession::onDescription(const CameraMessage& answer)
     }
     if (answer.status != RtspRefusal::ok)
     {
-        refuse("DESCRIBE", answer);
+        refuse(RtspRefusal::endOf("DESCRIBE", answer));
         return;
     }
-    retired_ = nullptr;
     const std::string_view base = answer.header("content-base");
+    const CameraUrl& url = link_->url();
     const CameraDescription description = CameraDescription::read(
-        answer.body, url_, url_.baseTarget(base.empty() ? answer.header("content-location") : base));
+        answer.body, url, url.baseTarget(base.empty() ? answer.header("content-location") : base));
     if (description.tracks.empty())
     {
         end(Kind::protocolError, "the camera describes no track");
@@ -304,8 +261,8 @@ void RtspClientSession::onDescription(const CameraMessage& answer)
     {
         return;  // stopped by the choice
     }
-    tracks_.choose(description.tracks, chosen);
-    if (tracks_.empty())
+    setUp_.tracks().choose(description.tracks, chosen);
+    if (setUp_.tracks().empty())
     {
         end(Kind::notFound, "the camera has no track that is of use");
         return;
@@ -316,74 +273,41 @@ void RtspClientSession::onDescription(const CameraMessage& answer)
 
 void RtspClientSession::setUpNext()
 {
-    const CameraTracks::Track* const track = tracks_.next();
-    if (track == nullptr)
+    if (setUp_.isComplete())
     {
         play();
         return;
     }
-    // What a server of this kind has kept of the past would arrive at once, as if it were captured at once.
-    request("SETUP", track->control,
-            withSession({{"Transport", CameraTracks::transportOf(*track)}, {"Live-Start", "key-frame"}}));
+    if (const auto reason = setUp_.prepare(link_->stream(), weak_from_this()))
+    {
+        finish(*reason);
+        return;
+    }
+    request("SETUP", setUp_.uri(), setUp_.headers());
 }
 
 void RtspClientSession::onSetUp(const CameraMessage& answer)
 {
-    CameraTracks::Track& track = *tracks_.next();
-    if (answer.status == RtspRefusal::ok)
+    if (const auto reason = setUp_.take(answer, link_->url().host))
     {
-        if (!onTrackSetUp(answer, track))
-        {
-            return;
-        }
-    }
-    else if (!track.video && tracks_.anyVideo() && answer.status != RtspRefusal::unauthorized)
-    {
-        Log::info("{}: the camera does not set up a track: {}", url_.host, RtspRefusal::outcomeOf(answer));
-    }
-    else
-    {
-        refuse("SETUP", answer);
+        refuse(*reason);
         return;
     }
-    tracks_.advance();
     setUpNext();
-}
-
-/// \returns false after the end
-bool RtspClientSession::onTrackSetUp(const CameraMessage& answer, CameraTracks::Track& track)
-{
-    SessionReply session = SessionReply::read(answer.header("session"));
-    if (!session.id.empty())
-    {
-        session_ = std::move(session);
-    }
-    const TransportReply transport = TransportReply::read(answer.header("transport"));
-    track.playing = true;  // the session is to be ended, whatever comes
-    if (!transport.interleaved)
-    {
-        end(Kind::noUsableTransport, "the camera does not send over TCP", answer.status);
-        return false;
-    }
-    if (!tracks_.play(track, transport))
-    {
-        end(Kind::protocolError, "the camera sends two tracks in one channel", answer.status);
-        return false;
-    }
-    return true;
 }
 
 void RtspClientSession::play()
 {
+    setUp_.tracks().punch();
     state_.enter(State::starting);
-    request("PLAY", control_, withSession({{"Range", "npt=0.000-"}}));
+    request("PLAY", control_, setUp_.withSession({{"Range", "npt=0.000-"}}));
 }
 
 void RtspClientSession::onPlay(const CameraMessage& answer)
 {
     if (answer.status != RtspRefusal::ok)
     {
-        refuse("PLAY", answer);
+        refuse(RtspRefusal::endOf("PLAY", answer));
         return;
     }
     startPlaying(RtpInfo::read(answer.header("rtp-info")));
@@ -392,19 +316,20 @@ void RtspClientSession::onPlay(const CameraMessage& answer)
 void RtspClientSession::startPlaying(const std::vector<RtpInfo>& infos)
 {
     state_.enter(State::playing);
-    openDeadline_ = MonotonicTime::max();
-    answerDeadline_ = MonotonicTime::max();
-    lastPacket_ = now();
-    keepAliveDue_ = lastPacket_ + session_.keepAliveInterval();
-    arm();
-    events_->onPlaying(tracks_.playInfos(infos));
+    deadlines_.clear(Deadline::open);
+    deadlines_.clear(Deadline::answer);
+    const MonotonicTime time = now();
+    const bool mayFallBack = setUp_.overUdp() && !packetCame_ && setUp_.mayRequestOther();
+    deadlines_.set(Deadline::media, time + (mayFallBack ? options_.udpTimeout : options_.silenceTimeout));
+    deadlines_.set(Deadline::keepAlive, time + setUp_.keepAliveInterval());
+    events_->onPlaying(setUp_.tracks().playInfos(infos));
 }
 
 void RtspClientSession::keepAlive()
 {
-    keepAliveDue_ = now() + session_.keepAliveInterval();
+    deadlines_.set(Deadline::keepAlive, now() + setUp_.keepAliveInterval());
     // Whether it is answered shows by the media that go on.
-    if (!connection_->send(requests_->make(keepAliveMethod_, control_, withSession({}))))
+    if (!link_->request(keepAliveMethod_, control_, setUp_.withSession({})))
     {
         end(Kind::endedByCamera, "the camera takes no requests any more");
     }
@@ -428,92 +353,26 @@ void RtspClientSession::onKeepAlive(const std::string& method, const CameraMessa
 
 void RtspClientSession::redirect(const CameraMessage& answer)
 {
-    const std::string_view location = answer.header("location");
-    const std::optional<CameraUrl> next = url_.redirected(location);
-    if (!next || ++redirects_ > maxRedirects)
+    std::string refusal = link_->prepareRedirect(answer.header("location"));
+    if (!refusal.empty())
     {
-        end(Kind::protocolError,
-            fmt::format("the camera sends its clients {}: {}",
-                        next ? "in circles" : "where they cannot follow", Log::safe(Log::maskUrl(location))),
-            answer.status);
+        end(Kind::protocolError, std::move(refusal), answer.status);
         return;
     }
-    url_ = *next;
     asked_ = false;
-    requests_ = nullptr;
-    connection_->close();
-    retired_ = std::move(connection_);
     connect();
 }
 
-/// Answers a request of the camera's own.
-void RtspClientSession::answerCamera(const CameraMessage& request)
-{
-    const std::string method = request.startLine.substr(0, request.startLine.find(' '));
-    const bool ends = method == "TEARDOWN" || method == "REDIRECT";
-    if (!connection_->send(CameraRequests::answerTo(method, request)))
-    {
-        end(Kind::protocolError, "the camera asks more than it reads");
-    }
-    else if (ends)
-    {
-        end(Kind::endedByCamera, fmt::format("the camera ended the session by {}", method));
-    }
-}
-
-CameraRequests::Headers RtspClientSession::withSession(CameraRequests::Headers headers) const
-{
-    if (!session_.id.empty())
-    {
-        headers.emplace_back("Session", session_.id);
-    }
-    return headers;
-}
-
-MonotonicTime RtspClientSession::nextDue() const
-{
-    MonotonicTime due = std::min({openDeadline_, answerDeadline_, bodyDeadline_, keepAliveDue_});
-    if (state_.is(State::playing))
-    {
-        due = std::min(due, lastPacket_ + options_.silenceTimeout);
-    }
-    return due;
-}
-
-/// Sees to it that the timer runs when the next deadline is over, or before.
-void RtspClientSession::arm()
-{
-    const MonotonicTime due = nextDue();
-    if (state_.is(State::closed) || due >= timerDue_)
-    {
-        return;
-    }
-    loop_.cancel(timer_);
-    timerDue_ = due;
-    // Nobody else may own a session that tears down.
-    timer_ = loop_.after(
-        due - now(),
-        [weak = weak_from_this(), held = state_.is(State::tearingDown) ? shared_from_this() : nullptr]
-        {
-            if (const auto self = weak.lock())
-            {
-                self->timerDue_ = MonotonicTime::max();
-                self->onTimer();
-                self->arm();
-            }
-        });
-}
-
-void RtspClientSession::onTimer()
+void RtspClientSession::onDue()
 {
     const MonotonicTime time = now();
-    if (time >= bodyDeadline_)
+    if (deadlines_.isOver(Deadline::body, time))
     {
-        bodyDeadline_ = MonotonicTime::max();
-        connection_->endBody();
+        deadlines_.clear(Deadline::body);
+        link_->endBody();
         return;
     }
-    if (time >= std::min(openDeadline_, answerDeadline_))
+    if (deadlines_.isOver(Deadline::open, time) || deadlines_.isOver(Deadline::answer, time))
     {
         onOverdue();
         return;
@@ -522,13 +381,12 @@ void RtspClientSession::onTimer()
     {
         return;
     }
-    if (time >= lastPacket_ + options_.silenceTimeout)
+    if (deadlines_.isOver(Deadline::media, time))
     {
-        end(Kind::timedOut,
-            fmt::format("the camera sent no media for {:.3g} s", secondsOf(options_.silenceTimeout)));
+        onSilence();
         return;
     }
-    if (time >= keepAliveDue_)
+    if (deadlines_.isOver(Deadline::keepAlive, time))
     {
         keepAlive();
     }
@@ -542,6 +400,13 @@ void RtspClientSession::onOverdue()
         close();
         return;
     }
+    if (state_.is(State::asking) && !deadlines_.isOver(Deadline::open, now()))
+    {
+        // Some cameras leave it unanswered for ever.
+        link_->giveUpAnswers();
+        describe();
+        return;
+    }
     if (state_.is(State::starting) && packetCame_)
     {
         startPlaying({});  // some cameras answer PLAY by media alone
@@ -550,26 +415,32 @@ void RtspClientSession::onOverdue()
     end(Kind::timedOut, fmt::format("the camera does not answer in time ({})", nameOf(state_.state())));
 }
 
-void RtspClientSession::refuse(const char* method, const CameraMessage& answer)
+void RtspClientSession::onSilence()
 {
-    RtspClientEnd reason = RtspRefusal::endOf(method, answer);
+    const bool blocked = setUp_.overUdp() && !packetCame_;
+    if (blocked && setUp_.mayRequestOther())
+    {
+        finish(*setUp_.endForOtherTransport("no media came over UDP", 0));
+        return;
+    }
+    end(Kind::timedOut,
+        fmt::format("the camera sent no media for {:.3g} s{}", secondsOf(options_.silenceTimeout),
+                    blocked ? " over UDP, which may be blocked on the way" : ""));
+}
+
+/// Ends because the camera refuses a request.
+void RtspClientSession::refuse(RtspClientEnd reason)
+{
     if (reason.kind == Kind::unauthorized)
     {
-        const bool elsewhere = !url_.sameServer(*home_);
-        reason.text = elsewhere ? fmt::format("the camera demands a login at {}, which gets none", url_.host)
-                      : home_->user.empty() ? "the camera demands a login"
-                                            : "the camera refuses the login";
+        reason.text = link_->loginRefusal();
     }
     finish(reason);
 }
 
 void RtspClientSession::end(Kind kind, std::string text, int status)
 {
-    RtspClientEnd reason;
-    reason.kind = kind;
-    reason.text = std::move(text);
-    reason.status = status;
-    finish(reason);
+    finish({kind, std::move(text), status, std::nullopt, std::nullopt});
 }
 
 void RtspClientSession::finish(const RtspClientEnd& reason)
@@ -585,39 +456,38 @@ void RtspClientSession::finish(const RtspClientEnd& reason)
 /// Ends the session at the camera, where there is one, and then the connection.
 void RtspClientSession::leave()
 {
-    if (state_.is(State::tearingDown) && connection_->isOpen())
+    const bool open = link_ && link_->isOpen();
+    if (state_.is(State::tearingDown) && open)
     {
         return;
     }
     const bool mayHaveSession =
         state_.is(State::settingUp) || state_.is(State::starting) || state_.is(State::playing);
-    if (!mayHaveSession || !connection_->isOpen() || !tracks_.anyPlaying())
+    if (!mayHaveSession || !open || !setUp_.tracks().anyPlaying())
     {
         close();
         return;
     }
     state_.enter(State::tearingDown);
-    if (!connection_->send(requests_->make("TEARDOWN", control_, withSession({}))))
+    setUp_.tracks().closeDatagrams();
+    if (!link_->request("TEARDOWN", control_, setUp_.withSession({})))
     {
         close();
         return;
     }
-    openDeadline_ = MonotonicTime::max();
-    bodyDeadline_ = MonotonicTime::max();
-    keepAliveDue_ = MonotonicTime::max();
-    answerDeadline_ = now() + options_.teardownTimeout;
-    timerDue_ = MonotonicTime::max();
-    arm();
+    deadlines_.clearAll();
+    deadlines_.keepOwner();  // nobody else may own a session that tears down
+    deadlines_.set(Deadline::answer, now() + options_.teardownTimeout);
 }
 
 void RtspClientSession::close()
 {
     state_.enter(State::closed);
-    loop_.cancel(timer_);
-    attempt_ = nullptr;
-    if (connection_ != nullptr)
+    deadlines_.cancel();
+    setUp_.tracks().closeDatagrams();
+    if (link_)
     {
-        connection_->close();
+        link_->close();
     }
     for (std::function<void()>& closed : std::exchange(whenClosed_, {}))
     {

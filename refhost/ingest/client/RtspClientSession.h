@@ -5,15 +5,13 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "refhost/ingest/client/CameraConnection.h"
+#include "refhost/ingest/client/CameraDatagrams.h"
 #include "refhost/ingest/client/CameraDescription.h"
-#include "refhost/ingest/client/CameraHeaders.h"
-#include "refhost/ingest/client/CameraRequests.h"
-#include "refhost/ingest/client/CameraTracks.h"
-#include "refhost/ingest/client/CameraUrl.h"
+#include "refhost/ingest/client/CameraLink.h"
+#include "refhost/ingest/client/CameraSetUp.h"
+#include "refhost/ingest/client/ClientDeadlines.h"
 #include "refhost/ingest/client/RtspClientEvents.h"
 #include "refhost/ingest/client/RtspClientOptions.h"
 #include "refhost/ingest/client/RtspClientState.h"
@@ -25,16 +23,13 @@ namespace refhost
 /// What an RtspClient does, from its start to the end of its connection, which may be later than the client's.
 ///
 /// Threads: the loop's, for everything but the constructor.
-class RtspClientSession final : public CameraConnection::Events,
+class RtspClientSession final : private CameraLink::Events,
+                                private CameraDatagrams::Events,
                                 public std::enable_shared_from_this<RtspClientSession>
 {
 public:
-    static constexpr int maxRedirects = 5;
-    static constexpr int maxReconnects = 2;  ///< of a camera that closes its connection before it describes
-
     RtspClientSession(EventLoop& loop, StreamConnector& connector, const std::string& url,
                       const RtspClientOptions& options, RtspClientEvents& events);
-    ~RtspClientSession();
 
     // As those of RtspClient.
     void start();
@@ -49,16 +44,23 @@ public:
 private:
     using State = RtspClientState;
     using Kind = RtspClientEnd::Kind;
+    using Deadline = ClientDeadlines::Deadline;
 
     // Connection.
     void connect();
-    void onConnected(std::unique_ptr<ByteStream> stream, const std::string& error);
-    void reconnect();
-    void onMessage(CameraMessage& message) override;
+    void onConnected() override;
+    void onUnreachable(const std::string& error) override;
+    void onClosed(CameraConnection::Ended why, const std::string& error) override;
+    void onMessageCame() override;
+    void onOpenBody() override;
+    void onCameraRequest(const std::string& method) override;
+    void onCongested() override;
+
+    // Media.
     void onInterleaved(int channel, const std::uint8_t* data, std::size_t size,
                        MonotonicTime arrival) override;
-    void onOpenBody() override;
-    void onClosed(CameraConnection::Ended why, const std::string& error) override;
+    void onMedia(std::size_t track, bool reports, const std::uint8_t* data, std::size_t size,
+                 MonotonicTime arrival) override;
 
     // Requests.
     void request(const char* method, const std::string& uri, CameraRequests::Headers headers);
@@ -66,61 +68,41 @@ private:
     void setUpNext();
     void play();
     void keepAlive();
-    CameraRequests::Headers withSession(CameraRequests::Headers headers) const;
 
     // Answers.
-    void onAnswer(const std::string& method, const CameraMessage& answer);
+    void onAnswer(const std::string& method, const CameraMessage& answer) override;
     void onOptions(const CameraMessage& answer);
     void onDescription(const CameraMessage& answer);
     void onSetUp(const CameraMessage& answer);
-    bool onTrackSetUp(const CameraMessage& answer, CameraTracks::Track& track);
     void onPlay(const CameraMessage& answer);
     void onKeepAlive(const std::string& method, const CameraMessage& answer);
     void redirect(const CameraMessage& answer);
-    void answerCamera(const CameraMessage& request);
     void startPlaying(const std::vector<RtpInfo>& infos);
 
     // Time.
-    MonotonicTime nextDue() const;
-    void arm();
-    void onTimer();
+    void onDue();
     void onOverdue();
+    void onSilence();
 
     // End.
-    void refuse(const char* method, const CameraMessage& answer);
+    void refuse(RtspClientEnd reason);
     void end(Kind kind, std::string text, int status = 0);
     void finish(const RtspClientEnd& reason);
     void leave();
     void close();
 
-    EventLoop& loop_;
-    StreamConnector& connector_;
     const RtspClientOptions options_;
+    EventLoop& loop_;
     RtspClientEvents* events_;  ///< null once nothing is reported any more
     StateMachine<State> state_{State::idle};
+    ClientDeadlines deadlines_;
 
-    const std::optional<CameraUrl> home_;  ///< as configured: what the credentials are for
-    CameraUrl url_;                        ///< where redirects led
-    std::unique_ptr<StreamConnector::Attempt> attempt_;
-    std::unique_ptr<CameraConnection> connection_;
-    std::unique_ptr<CameraConnection> retired_;  ///< the one before, which may be reporting
-    std::unique_ptr<CameraRequests> requests_;
-    int redirects_ = 0;
-    int reconnects_ = 0;
-    bool asked_ = false;  ///< OPTIONS was sent once
+    std::optional<CameraLink> link_;  ///< nothing where the URL cannot be read
+    bool asked_ = false;              ///< OPTIONS was sent to this host
 
     const char* keepAliveMethod_ = "OPTIONS";
     std::string control_;  ///< URL of what is played
-    SessionReply session_;
-    CameraTracks tracks_;
-
-    EventLoop::TimerId timer_;
-    MonotonicTime timerDue_ = MonotonicTime::max();
-    MonotonicTime openDeadline_ = MonotonicTime::max();    ///< of everything before media
-    MonotonicTime answerDeadline_ = MonotonicTime::max();  ///< of the request that the state waits for
-    MonotonicTime bodyDeadline_ = MonotonicTime::max();
-    MonotonicTime keepAliveDue_ = MonotonicTime::max();
-    MonotonicTime lastPacket_;
+    CameraSetUp setUp_;
     bool packetCame_ = false;
     std::vector<std::function<void()>> whenClosed_;
 };

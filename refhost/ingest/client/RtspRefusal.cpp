@@ -13,7 +13,6 @@ namespace
 constexpr int notFound = 404;
 constexpr int gone = 410;
 constexpr int notEnoughBandwidth = 453;
-constexpr int unsupportedTransport = 461;
 constexpr int serviceUnavailable = 503;
 
 RtspClientEnd::Kind kindOf(int status)
@@ -29,7 +28,7 @@ RtspClientEnd::Kind kindOf(int status)
         case notEnoughBandwidth:
         case serviceUnavailable:
             return Kind::busy;
-        case unsupportedTransport:
+        case RtspRefusal::unsupportedTransport:
             return Kind::noUsableTransport;
         default:
             return Kind::protocolError;
@@ -52,7 +51,7 @@ std::string RtspRefusal::outcomeOf(const CameraMessage& answer)
 RtspClientEnd RtspRefusal::endOf(std::string_view method, const CameraMessage& answer)
 {
     return {kindOf(answer.status), fmt::format("the camera answered {} with {}", method, outcomeOf(answer)),
-            answer.status, retryAfterOf(answer)};
+            answer.status, retryAfterOf(answer), std::nullopt};
 }
 
 }  // namespace refhost

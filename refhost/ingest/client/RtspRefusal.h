@@ -17,6 +17,7 @@ public:
     static constexpr int ok = 200;
     static constexpr int unauthorized = 401;
     static constexpr int sessionNotFound = 454;
+    static constexpr int unsupportedTransport = 461;
 
     static bool isRedirect(int status);
 

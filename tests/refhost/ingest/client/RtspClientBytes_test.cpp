@@ -32,8 +32,7 @@ TEST(RtspClientBytes, ASessionIsReadHoweverItsBytesArrive)
          {std::size_t{1}, std::size_t{2}, std::size_t{7}, std::size_t{1'000}, std::size_t{65'536}})
     {
         ClientWorld world(atOnce);
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         camera->send(wholeSession());
         ASSERT_TRUE(world.events.waitPackets(3)) << atOnce;
         const auto packets = world.events.packets();
@@ -54,8 +53,7 @@ TEST(RtspClientBytes, EveryPrefixOfASessionEnds)
     {
         ClientWorld world;
         world.options.teardownTimeout = 1ms;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         world.connector.refuse("no more");
         camera->send(session.substr(0, size));
         camera->stream().endWriting();

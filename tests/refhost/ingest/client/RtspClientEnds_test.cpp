@@ -18,22 +18,6 @@ using Kind = RtspClientEnd::Kind;
 
 constexpr const char* methods[] = {"OPTIONS", "DESCRIBE", "SETUP", "PLAY"};
 
-/// Serves everything before `method` and returns that request.
-CameraRequest serveUpTo(ScriptedCamera& camera, const std::string& method)
-{
-    for (const char* each : methods)
-    {
-        if (each == method)
-        {
-            break;
-        }
-        const bool describes = each == std::string("DESCRIBE");
-        camera.serve(each, each == std::string("SETUP") ? "Session: 1\r\n" : "",
-                     describes ? ClientWorld::oneTrack : "");
-    }
-    return camera.expect(method);
-}
-
 TEST(RtspClientEnds, StatusCodesHaveTheirKinds)
 {
     const std::pair<const char*, Kind> cases[] = {
@@ -53,9 +37,12 @@ TEST(RtspClientEnds, StatusCodesHaveTheirKinds)
         for (const char* method : {"DESCRIBE", "SETUP", "PLAY"})
         {
             ClientWorld world;
-            world.start();
-            const auto camera = world.connector.accept();
-            camera->answer(serveUpTo(*camera, method), status);
+            const auto camera = world.startAndAccept();
+            camera->answer(camera->serveUpTo(method), status);
+            if (kind == Kind::noUsableTransport && method == std::string("SETUP"))
+            {
+                camera->answer(camera->expect("SETUP"), status);  // UDP as well
+            }
             ASSERT_TRUE(world.events.waitEnded());
             const RtspClientEnd end = world.events.end();
             EXPECT_EQ(end.kind, kind) << method << " " << status;
@@ -78,25 +65,24 @@ TEST(RtspClientEnds, RetryAfterIsReported)
     for (const auto& [value, expected] : cases)
     {
         ClientWorld world;
-        world.start();
-        const auto camera = world.connector.accept();
-        camera->answer(serveUpTo(*camera, "DESCRIBE"), "503 Busy",
+        const auto camera = world.startAndAccept();
+        camera->answer(camera->serveUpTo("DESCRIBE"), "503 Busy",
                        std::string("Retry-After: ") + value + "\r\n");
         ASSERT_TRUE(world.events.waitEnded());
         EXPECT_EQ(world.events.end().retryAfter, expected) << value;
     }
 }
 
-TEST(RtspClientEnds, ACameraThatSendsOverUdpAloneHasNoUsableTransport)
+TEST(RtspClientEnds, ACameraThatChoosesUdpByItselfHasNoUsableTransport)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
-    camera->answer(serveUpTo(*camera, "SETUP"), "200 OK",
+    const auto camera = world.startAndAccept();
+    camera->answer(camera->serveUpTo("SETUP"), "200 OK",
                    "Session: 7\r\nTransport: RTP/AVP;unicast;client_port=0-1;server_port=5000-5001\r\n");
     EXPECT_EQ(camera->serve("TEARDOWN").header("Session"), "7");
     ASSERT_TRUE(world.events.waitEnded());
     EXPECT_EQ(world.events.end().kind, Kind::noUsableTransport);
+    EXPECT_EQ(world.events.end().otherTransport, CameraTransport::udp);
 }
 
 TEST(RtspClientEnds, WhereNobodyListensTheCameraIsUnreachable)
@@ -117,21 +103,34 @@ TEST(RtspClientEnds, AnAnswerThatDoesNotComeInTimeEndsIt)
         ClientWorld world;
         world.options.answerTimeout = 50ms;
         world.options.teardownTimeout = 1ms;
-        world.start();
-        const auto camera = world.connector.accept();
-        serveUpTo(*camera, method);
+        const auto camera = world.startAndAccept();
+        camera->serveUpTo(method);
         ASSERT_TRUE(world.events.waitEnded());
         EXPECT_EQ(world.events.end().kind, Kind::timedOut) << method;
         EXPECT_TRUE(camera->waitClosed());
     }
 }
 
+TEST(RtspClientEnds, ACameraThatNeverAnswersOptionsIsDescribedAfterAWhile)
+{
+    ClientWorld world;
+    world.options.optionsTimeout = 50ms;
+    const auto camera = world.startAndAccept();
+    const CameraRequest options = camera->expect("OPTIONS");
+    const CameraRequest describe = camera->expect("DESCRIBE");
+    camera->answer(options, "200 OK");  // after all
+    camera->answer(describe, "200 OK", "", ClientWorld::oneTrack);
+    camera->serve("SETUP", "Session: 1\r\n");
+    camera->serve("PLAY");
+    EXPECT_TRUE(world.events.waitPlaying());
+    EXPECT_EQ(world.connector.asked().size(), 1U);
+}
+
 TEST(RtspClientEnds, AnAnswerThatTricklesEndsItAsWell)
 {
     ClientWorld world;
     world.options.openTimeout = 300ms;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->expect("OPTIONS");
     for (int i = 0; i < 10'000 && world.events.calls() == 0; ++i)
     {
@@ -184,9 +183,8 @@ TEST(RtspClientEnds, ACameraThatClosesIsUnreachableBeforePlayAndEndedByCameraAft
         for (const bool broken : {false, true})
         {
             ClientWorld world;
-            world.start();
-            const auto camera = world.connector.accept();
-            serveUpTo(*camera, method);
+            const auto camera = world.startAndAccept();
+            camera->serveUpTo(method);
             broken ? camera->stream().fail() : camera->stream().endWriting();
             ASSERT_TRUE(world.events.waitEnded());
             EXPECT_EQ(world.events.end().kind, Kind::unreachable) << method;
@@ -219,8 +217,7 @@ TEST(RtspClientEnds, ACameraThatAlwaysClosesIsCalledThreeTimes)
 TEST(RtspClientEnds, ASessionThatTheCameraForgetsEndsIt)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "", ClientWorld::oneTrack);
     camera->serve("SETUP", "Session: 1;timeout=1\r\n");
@@ -250,8 +247,7 @@ TEST(RtspClientEnds, WhatIsNotRtspEndsIt)
     for (const auto& [text, name] : cases)
     {
         ClientWorld world;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         camera->expect("OPTIONS");
         camera->send(text);
         camera->waitClosed();
@@ -268,8 +264,7 @@ TEST(RtspClientEnds, ADescriptionWithoutTracksEndsIt)
                              "m=video 0 RTP/AVP 96\r\na=rtpmap:97 H264/90000\r\n", "\n\n\r\n=\n"})
     {
         ClientWorld world;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         camera->serve("OPTIONS");
         camera->serve("DESCRIBE", "", text);
         ASSERT_TRUE(world.events.waitEnded());
@@ -283,8 +278,7 @@ TEST(RtspClientEnds, WithoutAChosenTrackNothingIsFound)
     {
         ClientWorld world;
         world.events.chosen = chosen;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         camera->serve("OPTIONS");
         camera->serve("DESCRIBE", "", ClientWorld::oneTrack);
         ASSERT_TRUE(world.events.waitEnded());

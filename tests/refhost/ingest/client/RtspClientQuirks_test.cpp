@@ -72,8 +72,7 @@ TEST(RtspClientQuirks, AnswersAreReadHoweverTheyAreWritten)
     {
         SCOPED_TRACE(style.name);
         ClientWorld world;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         answerAs(style, *camera, "OPTIONS", "public: DESCRIBE , get_parameter\r\n");
         answerAs(style, *camera, "DESCRIBE", "content-TYPE: application/sdp\r\n", ClientWorld::oneTrack);
         answerAs(style, *camera, "SETUP",
@@ -90,8 +89,7 @@ TEST(RtspClientQuirks, ACameraThatRefusesOptionsIsDescribed)
     for (const char* status : {"501 Not Implemented", "405 Method Not Allowed", "404 Not Found", "500 Oops"})
     {
         ClientWorld world;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         camera->answer(camera->expect("OPTIONS"), status);
         EXPECT_EQ(camera->expect("DESCRIBE").method, "DESCRIBE") << status;
     }
@@ -100,8 +98,7 @@ TEST(RtspClientQuirks, ACameraThatRefusesOptionsIsDescribed)
 TEST(RtspClientQuirks, ACameraThatClosesBehindOptionsIsCalledAgainWithoutThem)
 {
     ClientWorld world;
-    world.start();
-    const auto first = world.connector.accept();
+    const auto first = world.startAndAccept();
     first->expect("OPTIONS");
     first->stream().endWriting();
     const auto second = world.connector.accept();
@@ -161,8 +158,7 @@ TEST(RtspClientQuirks, ControlUrlsAreMadeAsCamerasMeanThem)
 TEST(RtspClientQuirks, TheWholePresentationHasAControlUrlOfItsOwn)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "Content-Base: rtsp://x/base/\r\n",
                   replaced(ClientWorld::twoTracks, "a=control:*", "a=control:rtsp://x/whole"));
@@ -174,8 +170,7 @@ TEST(RtspClientQuirks, TheWholePresentationHasAControlUrlOfItsOwn)
 TEST(RtspClientQuirks, ADescriptionWithoutLengthEndsWhenNothingFollows)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "Content-Type: application/sdp\r\n\r\n" + std::string(ClientWorld::twoTracks));
     // The empty line behind it is the last that comes.
@@ -186,8 +181,7 @@ TEST(RtspClientQuirks, ADescriptionWithoutLengthEndsWhenNothingFollows)
 TEST(RtspClientQuirks, ADescriptionWithoutLengthEndsWithTheConnection)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "Content-Type: application/sdp\r\n\r\n" + std::string(ClientWorld::oneTrack));
     camera->stream().endWriting();
@@ -198,8 +192,7 @@ TEST(RtspClientQuirks, ADescriptionWithoutLengthEndsWithTheConnection)
 TEST(RtspClientQuirks, WhatADescriptionHasBeyondItsLengthIsSkipped)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "Content-Length: " + std::to_string(std::string(ClientWorld::oneTrack).size()) +
                                   "\r\n\r\n" + ClientWorld::oneTrack + "a=x:y\r\na=z");
@@ -236,8 +229,7 @@ TEST(RtspClientQuirks, ChannelsAreThoseThatTheCameraUses)
     {
         SCOPED_TRACE(each.second);
         ClientWorld world;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         camera->serve("OPTIONS");
         camera->serve("DESCRIBE", "", ClientWorld::twoTracks);
         camera->serve("SETUP", each.first);
@@ -262,8 +254,7 @@ TEST(RtspClientQuirks, ChannelsAreThoseThatTheCameraUses)
 TEST(RtspClientQuirks, TwoTracksInOneChannelAreRefused)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "", ClientWorld::twoTracks);
     camera->serve("SETUP", "Session: 1\r\nTransport: RTP/AVP/TCP;interleaved=2-3\r\n");
@@ -277,8 +268,7 @@ TEST(RtspClientQuirks, AnAudioTrackThatIsRefusedIsLeftOutAndVideoIsNot)
 {
     {
         ClientWorld world;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         camera->serve("OPTIONS");
         camera->serve("DESCRIBE", "", ClientWorld::twoTracks);
         camera->serve("SETUP", "Session: 1\r\n");
@@ -289,8 +279,7 @@ TEST(RtspClientQuirks, AnAudioTrackThatIsRefusedIsLeftOutAndVideoIsNot)
         EXPECT_EQ(world.events.playing()[0].track, 0U);
     }
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "", ClientWorld::twoTracks);
     camera->answer(camera->expect("SETUP"), "500 Oops");
@@ -301,12 +290,8 @@ TEST(RtspClientQuirks, AnAudioTrackThatIsRefusedIsLeftOutAndVideoIsNot)
 TEST(RtspClientQuirks, MediaBeforeTheAnswerToPlayIsHandedOn)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
-    camera->serve("OPTIONS");
-    camera->serve("DESCRIBE", "", ClientWorld::oneTrack);
-    camera->serve("SETUP");
-    const CameraRequest play = camera->expect("PLAY");
+    const auto camera = world.startAndAccept();
+    const CameraRequest play = camera->serveUpTo("PLAY");
     camera->send(ScriptedCamera::packet(0, "early"));
     ASSERT_TRUE(world.events.waitPackets(1));
     camera->answer(play, "200 OK");
@@ -317,8 +302,7 @@ TEST(RtspClientQuirks, ACameraThatAnswersPlayByMediaAlonePlays)
 {
     ClientWorld world;
     world.options.answerTimeout = 200ms;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "", ClientWorld::oneTrack);
     camera->serve("SETUP", "Session: 1;timeout=2\r\n");
@@ -360,8 +344,7 @@ TEST(RtspClientQuirks, TheKeepAliveIsWhatTheCameraOffers)
     for (const auto& [headers, method] : cases)
     {
         ClientWorld world;
-        world.start();
-        const auto camera = world.connector.accept();
+        const auto camera = world.startAndAccept();
         camera->serve("OPTIONS", headers);
         camera->serve("DESCRIBE", "", ClientWorld::oneTrack);
         camera->serve("SETUP", "Session: 1;timeout=1\r\n");
@@ -373,8 +356,7 @@ TEST(RtspClientQuirks, TheKeepAliveIsWhatTheCameraOffers)
 TEST(RtspClientQuirks, AKeepAliveThatIsRefusedIsReplacedByOptions)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS", "Public: GET_PARAMETER\r\n");
     camera->serve("DESCRIBE", "", ClientWorld::oneTrack);
     camera->serve("SETUP", "Session: 1;timeout=1\r\n");
@@ -387,8 +369,7 @@ TEST(RtspClientQuirks, AKeepAliveThatIsRefusedIsReplacedByOptions)
 TEST(RtspClientQuirks, KeepAlivesThatNobodyAnswersEndNothing)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     camera->serve("OPTIONS");
     camera->serve("DESCRIBE", "", ClientWorld::oneTrack);
     camera->serve("SETUP", "Session: 1;timeout=1\r\n");

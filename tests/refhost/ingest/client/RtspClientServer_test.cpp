@@ -1,9 +1,7 @@
 #include <gmock/gmock.h>
 
-#include "refhost/ingest/client/RtspClient.h"
-#include "refhost/net/TcpConnector.h"
 #include "refhost/rtp/RtpReader.h"
-#include "tests/refhost/ingest/client/ScriptedCamera.h"
+#include "tests/refhost/ingest/client/NetworkClient.h"
 #include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 namespace refhost
@@ -13,33 +11,19 @@ namespace
 
 using test::CollectedEvents;
 
-/// Reads this project's own server over loopback TCP.
+/// Reads this project's own server over loopback.
 class RtspClientServerTest : public test::RtspServerFixture
 {
 protected:
-    ~RtspClientServerTest() override
-    {
-        runOn(loop, [&] { client = nullptr; });
-    }
-
     void play(const std::string& login, const std::string& path = "orv/live/1/0")
     {
         std::string location = url(path);
         location.insert(location.find("//") + 2, login);
-        runOn(loop,
-              [&]
-              {
-                  client =
-                      std::make_unique<RtspClient>(loop, connector, location, RtspClientOptions(), events);
-                  client->start();
-              });
+        reader.start(location);
     }
 
-    EventLoop loop{"client"};
-    HostResolver resolver;
-    TcpConnector connector{resolver};
-    CollectedEvents events;
-    std::unique_ptr<RtspClient> client;
+    test::NetworkClient reader;
+    CollectedEvents& events = reader.events;
 };
 
 TEST_F(RtspClientServerTest, LogsInAndPlays)
@@ -59,9 +43,24 @@ TEST_F(RtspClientServerTest, LogsInAndPlays)
                     RtpReader::read(reinterpret_cast<const std::uint8_t*>(packet.bytes.data()),
                                     packet.bytes.size(), view));
     }
-    Signal closed;
-    runOn(loop, [&] { client->stop([&] { closed.set(); }); });
-    EXPECT_TRUE(closed.wait());
+    EXPECT_TRUE(reader.stopAndWait());
+    EXPECT_TRUE(eventually([] { return dispatched() == 0; }));
+}
+
+TEST_F(RtspClientServerTest, PlaysOverUdp)
+{
+    reader.options.transport = CameraTransport::udp;
+    start();
+    play("");
+    ASSERT_TRUE(events.waitPlaying()) << events.end().text;
+    frame(true);
+    ASSERT_TRUE(events.waitPackets(3));
+    for (const auto& packet : events.packets())
+    {
+        EXPECT_TRUE(RtpReader::hasHeader(reinterpret_cast<const std::uint8_t*>(packet.bytes.data()),
+                                         packet.bytes.size()));
+    }
+    EXPECT_TRUE(reader.stopAndWait());
     EXPECT_TRUE(eventually([] { return dispatched() == 0; }));
 }
 

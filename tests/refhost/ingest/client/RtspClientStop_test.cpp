@@ -31,8 +31,7 @@ std::unique_ptr<ScriptedCamera> enter(ClientWorld& world, State state)
         world.start();
         return nullptr;
     }
-    world.start();
-    auto camera = world.connector.accept();
+    auto camera = world.startAndAccept();
     auto request = camera->expect("OPTIONS");
     for (const State reached : {State::asking, State::describing, State::settingUp, State::starting})
     {
@@ -168,8 +167,7 @@ TEST(RtspClientStop, MayHappenWithinEveryReport)
                     stopped.set();
                 }
             };
-            world.start();
-            const auto camera = world.connector.accept();
+            const auto camera = world.startAndAccept();
             // At once, so that much is left to read when it stops.
             camera->send("RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\nRTSP/1.0 200 OK\r\nCSeq: 2\r\nContent-Length: " +
                          std::to_string(std::string(ClientWorld::oneTrack).size()) + "\r\n\r\n" +

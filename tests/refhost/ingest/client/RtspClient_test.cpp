@@ -19,8 +19,7 @@ using Kind = RtspClientEnd::Kind;
 TEST(RtspClient, DescribesSetsUpAndPlays)
 {
     ClientWorld world;
-    world.start();
-    const auto camera = world.connector.accept();
+    const auto camera = world.startAndAccept();
     EXPECT_THAT(world.connector.asked(), ElementsAre("camera.example:554"));
 
     EXPECT_EQ(camera->serve("OPTIONS").uri, "rtsp://camera.example/live?id=1");

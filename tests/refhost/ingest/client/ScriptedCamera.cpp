@@ -14,6 +14,25 @@ namespace
 
 constexpr std::chrono::milliseconds patience = bound;
 
+/// A stream whose both sides are on this machine.
+class LoopbackStream final : public ForwardingStream
+{
+public:
+    using ForwardingStream::ForwardingStream;
+
+    const SocketAddress& peer() const override
+    {
+        return address_;
+    }
+    const SocketAddress& local() const override
+    {
+        return address_;
+    }
+
+private:
+    const SocketAddress address_ = *SocketAddress::parse("127.0.0.1");
+};
+
 }  // namespace
 
 std::string CameraRequest::header(const std::string& name) const
@@ -97,6 +116,20 @@ CameraRequest ScriptedCamera::serve(const std::string& method, const std::string
     return next;
 }
 
+CameraRequest ScriptedCamera::serveUpTo(const std::string& method, const std::string& description)
+{
+    for (const char* each : {"OPTIONS", "DESCRIBE", "SETUP", "PLAY"})
+    {
+        if (each == method)
+        {
+            break;
+        }
+        const bool describes = each == std::string("DESCRIBE");
+        serve(each, each == std::string("SETUP") ? "Session: 1\r\n" : "", describes ? description : "");
+    }
+    return expect(method);
+}
+
 void ScriptedCamera::servePlaying(const std::string& description, int tracks)
 {
     serve("OPTIONS", "Public: OPTIONS, DESCRIBE, SETUP, PLAY, GET_PARAMETER, TEARDOWN\r\n");
@@ -157,7 +190,7 @@ std::unique_ptr<StreamConnector::Attempt> MemoryConnector::connect(EventLoop& lo
             {
                 if (const auto call = weak.lock())
                 {
-                    (*call)(stream == nullptr ? nullptr : std::make_unique<ForwardingStream>(stream), error);
+                    (*call)(stream == nullptr ? nullptr : std::make_unique<LoopbackStream>(stream), error);
                 }
             });
     }
@@ -339,10 +372,15 @@ void ClientWorld::start(const std::string& location)
           });
 }
 
-std::unique_ptr<ScriptedCamera> ClientWorld::startPlaying(const std::string& description, int tracks)
+std::unique_ptr<ScriptedCamera> ClientWorld::startAndAccept()
 {
     start();
-    std::unique_ptr<ScriptedCamera> camera = connector.accept();
+    return connector.accept();
+}
+
+std::unique_ptr<ScriptedCamera> ClientWorld::startPlaying(const std::string& description, int tracks)
+{
+    std::unique_ptr<ScriptedCamera> camera = startAndAccept();
     camera->servePlaying(description, tracks);
     EXPECT_TRUE(events.waitPlaying());
     return camera;

@@ -1,0 +1,13 @@
+#pragma once
+
+namespace refhost
+{
+
+/// How a camera sends media.
+enum class CameraTransport
+{
+    tcp,  ///< interleaved in the RTSP connection
+    udp   ///< to a pair of UDP ports for each track
+};
+
+}  // namespace refhost

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "refhost/ingest/client/RtspClient.h"
+#include "refhost/net/HostResolver.h"
+#include "refhost/net/TcpConnector.h"
+#include "tests/refhost/ingest/client/ScriptedCamera.h"
+#include "tests/refhost/threads/LoopHelpers.h"
+
+namespace refhost
+{
+namespace test
+{
+
+/// A client that reads a real server over loopback.
+class NetworkClient
+{
+public:
+    ~NetworkClient()
+    {
+        runOn(loop, [&] { client = nullptr; });
+    }
+
+    void start(const std::string& url)
+    {
+        runOn(loop,
+              [&]
+              {
+                  client = std::make_unique<RtspClient>(loop, connector, url, options, events);
+                  client->start();
+              });
+    }
+
+    /// Stops and waits until the connection is closed.
+    bool stopAndWait()
+    {
+        Signal closed;
+        runOn(loop, [&] { client->stop([&] { closed.set(); }); });
+        return closed.wait();
+    }
+
+    EventLoop loop{"client"};
+    HostResolver resolver;
+    TcpConnector connector{resolver};
+    RtspClientOptions options;
+    CollectedEvents events;
+    std::unique_ptr<RtspClient> client;
+};
+
+}  // namespace test
+}  // namespace refhost
