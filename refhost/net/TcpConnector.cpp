@@ -23,9 +23,10 @@ using Clock = std::chrono::steady_clock;
 class TcpAttempt final : public StreamConnector::Attempt
 {
 public:
-    TcpAttempt(EventLoop& loop, std::string host, int port, Duration timeout,
-               StreamConnector::Connected connected)
+    TcpAttempt(EventLoop& loop, TcpConnector::MakeStream makeStream, std::string host, int port,
+               Duration timeout, StreamConnector::Connected connected)
         : loop_(loop),
+          makeStream_(std::move(makeStream)),
           host_(std::move(host)),
           port_(port),
           deadline_(Clock::now() + timeout),
@@ -52,6 +53,7 @@ private:
     void finish(std::unique_ptr<ByteStream> stream);
 
     EventLoop& loop_;
+    const TcpConnector::MakeStream makeStream_;
     const std::string host_;
     const int port_;
     const Clock::time_point deadline_;
@@ -145,7 +147,8 @@ void TcpAttempt::onReady()
     watched_ = false;
     SocketAddress peer = addresses_[next_ - 1];
     peer.setPort(port_);
-    finish(std::make_unique<TcpStream>(std::move(socket_), peer));
+    finish(makeStream_ ? makeStream_(std::move(socket_), peer)
+                       : std::make_unique<TcpStream>(std::move(socket_), peer));
 }
 
 void TcpAttempt::onTimeout()
@@ -185,13 +188,16 @@ void TcpAttempt::finish(std::unique_ptr<ByteStream> stream)
 
 }  // namespace
 
-TcpConnector::TcpConnector(HostResolver& resolver) : resolver_(resolver) {}
+TcpConnector::TcpConnector(HostResolver& resolver, MakeStream makeStream)
+    : resolver_(resolver), makeStream_(std::move(makeStream))
+{
+}
 
 std::unique_ptr<StreamConnector::Attempt> TcpConnector::connect(EventLoop& loop, const std::string& host,
                                                                 int port, Duration timeout,
                                                                 Connected connected)
 {
-    auto attempt = std::make_unique<TcpAttempt>(loop, host, port, timeout, std::move(connected));
+    auto attempt = std::make_unique<TcpAttempt>(loop, makeStream_, host, port, timeout, std::move(connected));
     attempt->start(resolver_);
     return attempt;
 }

@@ -1,5 +1,11 @@
 #pragma once
 
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "refhost/base/Descriptor.h"
+#include "refhost/base/SocketAddress.h"
 #include "refhost/net/HostResolver.h"
 #include "refhost/net/StreamConnector.h"
 
@@ -11,14 +17,20 @@ namespace refhost
 class TcpConnector final : public StreamConnector
 {
 public:
-    /// \param resolver  outlives the attempts
-    explicit TcpConnector(HostResolver& resolver);
+    /// Makes a stream of a connected, non-blocking socket.
+    using MakeStream =
+        std::function<std::unique_ptr<ByteStream>(Descriptor socket, const SocketAddress& peer)>;
+
+    /// \param resolver    outlives the attempts
+    /// \param makeStream  called on the loops' threads; empty: a TcpStream
+    explicit TcpConnector(HostResolver& resolver, MakeStream makeStream = nullptr);
 
     std::unique_ptr<Attempt> connect(EventLoop& loop, const std::string& host, int port, Duration timeout,
                                      Connected connected) override;
 
 private:
     HostResolver& resolver_;
+    const MakeStream makeStream_;
 };
 
 }  // namespace refhost

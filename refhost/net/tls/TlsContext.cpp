@@ -15,6 +15,7 @@
 
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/Log.h"
+#include "refhost/net/tls/CertificateFingerprint.h"
 #include "refhost/net/tls/TlsError.h"
 
 #ifndef TCP_ULP
@@ -311,22 +312,7 @@ std::uint64_t TlsContext::recordsPerKey() const
 std::string TlsContext::fingerprint() const
 {
     const Context context = current();
-    const X509* const certificate = SSL_CTX_get0_certificate(context.get());
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int size = 0;
-    if (certificate == nullptr || X509_digest(certificate, EVP_sha256(), digest, &size) != 1)
-    {
-        return {};
-    }
-    std::string text;
-    for (unsigned int i = 0; i < size; ++i)
-    {
-        constexpr std::string_view digits = "0123456789ABCDEF";
-        text += i == 0 ? "" : ":";
-        text += digits[digest[i] >> 4];
-        text += digits[digest[i] & 15];
-    }
-    return text;
+    return CertificateFingerprint::of(SSL_CTX_get0_certificate(context.get()));
 }
 
 std::string TlsContext::kernelSupport()

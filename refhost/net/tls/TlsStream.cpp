@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/net/tls/CertificateFingerprint.h"
 #include "refhost/net/tls/TlsError.h"
 
 namespace refhost
@@ -203,6 +204,7 @@ void TlsStream::fail(const std::string& reason)
     {
         Log::debug("{}: TLS connection failed: {}", tcp_.peer().text(), Log::safe(reason));
         state_ = State::failed;
+        failure_ = reason;
         handshake_.reset();
     }
 }
@@ -462,6 +464,25 @@ std::optional<std::chrono::milliseconds> TlsStream::silence() const
 bool TlsStream::encrypted() const
 {
     return true;
+}
+
+std::string TlsStream::failure()
+{
+    const MutexLock guard(mutex_);
+    return failure_;
+}
+
+std::string TlsStream::peerFingerprint()
+{
+    const MutexLock guard(mutex_);
+    return ssl_ == nullptr ? "" : CertificateFingerprint::of(SSL_get0_peer_certificate(ssl_.get()));
+}
+
+std::string TlsStream::unverified()
+{
+    const MutexLock guard(mutex_);
+    const long result = ssl_ == nullptr ? X509_V_ERR_UNSPECIFIED : SSL_get_verify_result(ssl_.get());
+    return result == X509_V_OK ? "" : X509_verify_cert_error_string(result);
 }
 
 }  // namespace refhost

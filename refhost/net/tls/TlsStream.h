@@ -60,6 +60,15 @@ public:
     std::optional<std::chrono::milliseconds> silence() const override;
     bool encrypted() const override;
 
+    /// Why the connection failed: one line; empty while it did not.
+    std::string failure();
+    /// The SHA-256 of the peer's certificate, in hexadecimal with colons; empty without one, and before the handshake
+    /// is over.
+    std::string peerFingerprint();
+    /// Why the peer's certificate is not trusted by the context's CAs and for the host; empty when it is. It is judged
+    /// whether the context demands that or not. Requires: the handshake is over.
+    std::string unverified();
+
 private:
     /// What is done with the connection. Each state may go to every later one.
     enum class State
@@ -96,6 +105,7 @@ private:
     std::shared_ptr<Handler> handler_ OV_GUARDED_BY(mutex_);  // null while detached
     EventLoop* loop_ OV_GUARDED_BY(mutex_) = nullptr;
     State state_ OV_GUARDED_BY(mutex_) = State::handshake;
+    std::string failure_ OV_GUARDED_BY(mutex_);
     std::uint64_t records_ OV_GUARDED_BY(mutex_) = 0;  // sent with the present key
     std::uint32_t tcpWatched_ OV_GUARDED_BY(mutex_) = receivable;
     bool watchesReceive_ OV_GUARDED_BY(mutex_) = true;
