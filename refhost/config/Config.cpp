@@ -102,7 +102,8 @@ std::string sizeProblem(const ServerConfig& config)
 
 bool SourceConfig::operator==(const SourceConfig& other) const
 {
-    return kind == other.kind && location == other.location;
+    return kind == other.kind && location == other.location && transport == other.transport &&
+           tlsVerify == other.tlsVerify && tlsFingerprint == other.tlsFingerprint;
 }
 
 std::vector<Codec> StreamConfig::codecs() const

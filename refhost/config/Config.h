@@ -28,6 +28,9 @@ struct SourceConfig
 
     Kind kind = Kind::synthetic;
     std::string location;
+    std::string transport = "tcp";  ///< that `rtsp` requests first: "tcp" or "udp"
+    bool tlsVerify = true;          ///< of rtsps://: only a certificate of a known CA with the host's name
+    std::string tlsFingerprint{};   ///< the SHA-256 of the only certificate that is trusted; empty: none
 
     /// Whether `location` is the URL of another camera.
     bool isCamera() const

@@ -13,6 +13,7 @@
 #include "refhost/base/Quantity.h"
 #include "refhost/config/CameraSet.h"
 #include "refhost/config/ConfigSections.h"
+#include "refhost/net/tls/CertificateFingerprint.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
 
 namespace refhost
@@ -291,6 +292,10 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
     {
         return "must be a size such as \"2GiB\", a share such as \"5%\", \"0\" or \"auto\", not \"" +
                Log::safe(value, 40) + "\"";
+    }
+    if (kind == TextKind::fingerprint && !value.empty() && !CertificateFingerprint::isValid(value))
+    {
+        return "must be a SHA-256 fingerprint, 64 hexadecimal digits, not \"" + Log::safe(value, 40) + "\"";
     }
     if ((kind == TextKind::quotable || kind == TextKind::userName) &&
         value.find_first_of("\"\\") != std::string::npos)

@@ -475,9 +475,26 @@ const std::vector<ConfigKey<StreamConfig>>& configKeys<StreamConfig>()
         text<&Stream::source, &SourceConfig::location>(
             "location",
             "What the source opens: the file's path (relative to this file), the device (\"/dev/video0\"), "
-            "the rtsp:// URL, or the launch line, whose elements named \"video\" and \"audio\" are sent. Not "
-            "for \"synthetic\".",
+            "the rtsp:// or rtsps:// URL, or the launch line, whose elements named \"video\" and \"audio\" "
+            "are "
+            "sent. Not for \"synthetic\".",
             TextKind::location),
+        choice<&Stream::source, &SourceConfig::transport>(
+            "transport",
+            "What \"rtsp\" asks a camera for first: \"tcp\" is its connection, \"udp\" are datagrams. The "
+            "other "
+            "one follows where the camera refuses that, or where nothing comes over UDP for five seconds.",
+            {"tcp", "udp"}),
+        flag<&Stream::source, &SourceConfig::tlsVerify>(
+            "tls-verify",
+            "Whether \"rtsp\" trusts only cameras of rtsps:// whose certificate is of a CA that the system "
+            "knows "
+            "and holds the host's name; false trusts every one, and so whoever answers."),
+        text<&Stream::source, &SourceConfig::tlsFingerprint>(
+            "tls-fingerprint",
+            "SHA-256 fingerprint of the certificate of a camera of rtsps://, the only one that \"rtsp\" then "
+            "trusts, whoever signed it; empty leaves it to tls-verify.",
+            TextKind::fingerprint),
         choice<&Stream::videoCodec>("video", "Codec of the video.", codecChoices(MediaKind::video)),
         number<&Stream::width>("width", "Width of the video in pixels, even, where the server encodes.", 16,
                                8192, 2),

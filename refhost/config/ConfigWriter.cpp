@@ -173,6 +173,8 @@ private:
                 return "a size, a share, or \"auto\"";
             case TextKind::group:
                 return "a multicast address and port, or empty";
+            case TextKind::fingerprint:
+                return "64 hexadecimal digits, with or without colons, or empty";
             default:
                 return "text";
         }

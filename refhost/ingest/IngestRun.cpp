@@ -29,29 +29,22 @@ bool isChosen(const CameraTrack& track, MediaKind kind)
     return track.kind == kind && !track.backChannel;
 }
 
-PayloadDescription payloadOf(const CameraTrack& track)
-{
-    PayloadDescription payload;
-    payload.encodingName = track.encodingName;
-    payload.clockRate = track.clockRate;
-    payload.channels = track.channels;
-    payload.parameters = track.formatParameters;
-    return payload;
-}
-
 }  // namespace
 
 /// What the loop works on. The loop's tasks keep it, so that it lives until the connection is closed.
 class IngestRun::Camera final : public RtspClientEvents, public std::enable_shared_from_this<Camera>
 {
 public:
-    Camera(Setup setup, EventLoop& loop, StreamConnector& connector)
+    Camera(Setup setup, EventLoop& loop, std::shared_ptr<StreamConnector> connector, CameraPauses& pauses)
         : setup_(std::move(setup)),
           loop_(loop),
-          connector_(connector),
+          connector_(std::move(connector)),
+          pauses_(pauses),
           events_(setup_.events),
           taps_(setup_.taps)
     {
+        options_.transport =
+            setup_.config.source.transport == "udp" ? CameraTransport::udp : CameraTransport::tcp;
     }
 
     ~Camera() = default;
@@ -68,7 +61,12 @@ public:
 
     void startAfter(Duration delay)
     {
-        loop_.after(delay, [self = shared_from_this()] { self->start(); });
+        loop_.after(delay,
+                    [self = shared_from_this()]
+                    {
+                        self->start();
+                        self->scheduleReports();
+                    });
     }
 
     void setTaps(const Taps& taps)
@@ -143,17 +141,15 @@ private:
             return;
         }
         epoch_ = HostClock::system().now();
+        refusal_ = pauses_.refusal(setup_.config.source.location, epoch_);
+        if (!refusal_.empty())
+        {
+            call(&Events::ended, refusal_);
+            return;
+        }
         client_ =
-            std::make_unique<RtspClient>(loop_, connector_, setup_.config.source.location, options_, *this);
+            std::make_unique<RtspClient>(loop_, *connector_, setup_.config.source.location, options_, *this);
         client_->start();
-    }
-
-    /// Reads the camera again, over this transport alone.
-    void startOver(CameraTransport transport)
-    {
-        options_.transport = transport;
-        options_.otherTransport = false;
-        client_->stop([self = shared_from_this()] { self->start(); });
     }
 
     void end()
@@ -247,7 +243,7 @@ private:
         else
         {
             tracks_[index] = IngestTrack::make(
-                {*codec, payloadOf(track), track.payloadType,
+                {*codec, track.payload(), track.payloadType,
                  setup_.serverClock ? IngestTrack::Clock::server : IngestTrack::Clock::camera, epoch_,
                  setup_.title},
                 setup_.mediaTap, error);
@@ -271,11 +267,8 @@ private:
             }
         }
         playingSince_ = HostClock::system().now();
+        pauses_.notePlaying(setup_.config.source.location);
         announce();
-        if (!std::exchange(reporting_, true))
-        {
-            scheduleReports();
-        }
     }
 
     void onPacket(std::size_t index, const std::uint8_t* data, std::size_t size,
@@ -319,9 +312,13 @@ private:
         if (end.otherTransport)
         {
             Log::info("{}: {}: the other transport is tried", setup_.title, end.text);
-            startOver(*end.otherTransport);
+            // Over that alone, and when this session is torn down: many cameras have room for one.
+            options_.transport = *end.otherTransport;
+            options_.otherTransport = false;
+            client_->stop([self = shared_from_this()] { self->start(); });
             return;
         }
+        pauses_.noteEnd(setup_.config.source.location, end, HostClock::system().now());
         if (end.kind == RtspClientEnd::Kind::noUsableTransport)
         {
             otherMeans_ = true;
@@ -410,7 +407,8 @@ private:
 
     void judgeClock()
     {
-        if (clockJudged_ || setup_.serverClock || HostClock::system().now() - *playingSince_ < clockPatience)
+        if (clockJudged_ || setup_.serverClock || !playingSince_ ||
+            HostClock::system().now() - *playingSince_ < clockPatience)
         {
             return;
         }
@@ -426,7 +424,8 @@ private:
 
     const Setup setup_;
     EventLoop& loop_;
-    StreamConnector& connector_;
+    const std::shared_ptr<StreamConnector> connector_;
+    CameraPauses& pauses_;
     const RtcpWriter::Name name_ = RtcpWriter::randomName();
 
     std::unique_ptr<RtspClient> client_;
@@ -434,7 +433,6 @@ private:
     MonotonicTime epoch_;
     std::optional<MonotonicTime> playingSince_;
     RtspClientOptions options_;
-    bool reporting_ = false;
     bool clockJudged_ = false;
     std::string refusal_;  ///< why the camera's tracks are not read here
 
@@ -451,8 +449,9 @@ private:
     bool ended_ OV_GUARDED_BY(mutex_) = false;
 };
 
-IngestRun::IngestRun(Setup setup, EventLoop& loop, StreamConnector& connector, Duration startDelay)
-    : camera_(std::make_shared<Camera>(std::move(setup), loop, connector))
+IngestRun::IngestRun(Setup setup, EventLoop& loop, std::shared_ptr<StreamConnector> connector,
+                     CameraPauses& pauses, Duration startDelay)
+    : camera_(std::make_shared<Camera>(std::move(setup), loop, std::move(connector), pauses))
 {
     camera_->startAfter(startDelay);
 }

@@ -7,6 +7,7 @@
 
 #include "refhost/base/Times.h"
 #include "refhost/capture/SourceRun.h"
+#include "refhost/ingest/CameraPauses.h"
 #include "refhost/net/StreamConnector.h"
 #include "refhost/threads/EventLoop.h"
 
@@ -21,9 +22,12 @@ namespace refhost
 class IngestRun : public SourceRun
 {
 public:
-    /// \param loop       reads the camera; it and `connector` outlive the run, and the end of what was stopped
+    /// \param loop       reads the camera; it and `pauses` outlive the run, and the end of what was stopped
+    /// \param connector  for the camera's URL
+    /// \param pauses     of all cameras: one that is to be left alone ends the run at once
     /// \param startDelay how long it waits before it connects
-    IngestRun(Setup setup, EventLoop& loop, StreamConnector& connector, Duration startDelay);
+    IngestRun(Setup setup, EventLoop& loop, std::shared_ptr<StreamConnector> connector, CameraPauses& pauses,
+              Duration startDelay);
     ~IngestRun() override;
 
     void setTaps(const Taps& taps) override;

@@ -113,11 +113,11 @@ void CameraDatagrams::setSource(const TransportReply& reply)
     rtp_ = {reply.serverPort.value_or(0), false};
     rtcp_ = {reply.serverReportPort.value_or(rtp_.port == 0 ? 0 : rtp_.port + 1), false};
     source_ = reply.source;
-    since_ = HostClock::system().now();
 }
 
 void CameraDatagrams::punch()
 {
+    since_ = HostClock::system().now();
     constexpr std::array<std::uint8_t, 12> packet{0x80};
     constexpr std::array<std::uint8_t, 8> report{0x80, 201, 0, 1};  // a receiver report without blocks
     sendTo(ports_.rtp.get(), rtp_.port, packet.data(), packet.size());

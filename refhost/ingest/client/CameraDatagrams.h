@@ -70,8 +70,8 @@ public:
 
     /// Takes what the camera answered to SETUP.
     void setSource(const TransportReply& reply);
-    /// Sends an empty packet to both of the camera's ports, so that firewalls and address translation between let
-    /// its packets through.
+    /// Just before PLAY: sends an empty packet to both of the camera's ports, so that firewalls and address
+    /// translation between let its packets through.
     void punch();
     /// Sends RTCP.
     /// \returns false when the camera's port is not known, or the system does not take it
@@ -106,7 +106,7 @@ private:
     Events& events_;
     std::weak_ptr<void> owner_;
     bool open_ = true;
-    MonotonicTime since_;                  ///< when media could come
+    MonotonicTime since_;                  ///< when media may come
     std::optional<SocketAddress> source_;  ///< where media come from, if not from camera_
     Sender rtp_;
     Sender rtcp_;

@@ -38,6 +38,7 @@ std::optional<RtspClientEnd> CameraSetUp::prepare(const ByteStream& connection,
 {
     CameraTracks::Track& track = *tracks_.next();
     encrypted_ = connection.encrypted();
+    transport_ = encrypted_ ? CameraTransport::tcp : transport_;
     if (!overUdp())
     {
         track.datagrams = nullptr;
@@ -143,7 +144,7 @@ CameraTransport CameraSetUp::otherTransport() const
 bool CameraSetUp::mayRequestOther() const
 {
     // Media would leave an encrypted connection in the clear.
-    return options_.otherTransport && !transportRefused_ && (overUdp() || !encrypted_);
+    return options_.otherTransport && !transportRefused_ && !encrypted_;
 }
 
 }  // namespace refhost

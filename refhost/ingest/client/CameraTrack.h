@@ -6,6 +6,7 @@
 #include <string>
 
 #include "refhost/media/Codec.h"
+#include "refhost/rtp/payload/PayloadDescription.h"
 
 namespace refhost
 {
@@ -23,6 +24,9 @@ struct CameraTrack
     std::string control;  ///< absolute URL for SETUP, without credentials
     /// The camera takes media on this track and sends none, such as for talk-back.
     bool backChannel = false;
+
+    /// What a depacketizer has to know of it.
+    PayloadDescription payload() const;
 };
 
 }  // namespace refhost

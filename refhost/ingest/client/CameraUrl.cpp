@@ -12,7 +12,8 @@ namespace
 {
 
 constexpr int maxPort = 65535;
-constexpr std::string_view scheme = "rtsp://";
+constexpr std::string_view plainScheme = "rtsp://";
+constexpr std::string_view tlsScheme = "rtsps://";
 constexpr std::string_view hexDigits = "0123456789ABCDEF";
 
 int hexValue(char c)
@@ -96,11 +97,14 @@ std::string_view pathOf(std::string_view target)
 
 std::optional<CameraUrl> CameraUrl::parse(std::string_view text)
 {
+    CameraUrl url;
+    url.tls = equalsIgnoringCase(text.substr(0, tlsScheme.size()), tlsScheme);
+    url.port = url.tls ? defaultTlsPort : defaultPort;
+    const std::string_view scheme = url.tls ? tlsScheme : plainScheme;
     if (text.size() > maxSize || !equalsIgnoringCase(text.substr(0, scheme.size()), scheme))
     {
         return std::nullopt;
     }
-    CameraUrl url;
     const std::string_view login = Log::userInfo(text);
     text.remove_prefix(scheme.size());
     if (!login.empty())
@@ -145,8 +149,9 @@ std::optional<CameraUrl> CameraUrl::parse(std::string_view text)
 std::string CameraUrl::authority() const
 {
     const bool bracketed = host.find(':') != std::string::npos;
-    std::string text = std::string(scheme) + (bracketed ? "[" : "") + host + (bracketed ? "]" : "");
-    if (port != defaultPort)
+    std::string text =
+        std::string(tls ? tlsScheme : plainScheme) + (bracketed ? "[" : "") + host + (bracketed ? "]" : "");
+    if (port != (tls ? defaultTlsPort : defaultPort))
     {
         text += ':' + std::to_string(port);
     }
@@ -163,6 +168,7 @@ std::optional<CameraUrl> CameraUrl::redirected(std::string_view location) const
     if (isAbsolute(location))
     {
         next = parse(location);
+        next = next && next->tls == tls ? next : std::nullopt;
     }
     else if (location.front() == '/')
     {
@@ -179,7 +185,7 @@ std::optional<CameraUrl> CameraUrl::redirected(std::string_view location) const
 
 bool CameraUrl::sameServer(const CameraUrl& other) const
 {
-    return port == other.port && equalsIgnoringCase(host, other.host);
+    return tls == other.tls && port == other.port && equalsIgnoringCase(host, other.host);
 }
 
 std::string CameraUrl::baseTarget(std::string_view header) const

@@ -32,8 +32,9 @@ class RtspClient
 {
 public:
     /// \param connector  makes the connection; it outlives the client's connection, and so does `loop`
-    /// \param url        rtsp://[user[:password]@]host[:port][/path][?query]; user and password may be escaped
-    ///                   (%40), or not
+    ///                   over TLS for rtsps
+    /// \param url        rtsp:// or rtsps://[user[:password]@]host[:port][/path][?query]; user and password may be
+    ///                   escaped (%40), or not
     /// \param events     outlives the client
     RtspClient(EventLoop& loop, StreamConnector& connector, const std::string& url,
                const RtspClientOptions& options, RtspClientEvents& events);

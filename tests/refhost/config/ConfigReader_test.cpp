@@ -314,6 +314,8 @@ const std::vector<BadCase> badCases{
     {"PoolOfUnicast", "[multicast]\npool = '192.0.2.0/24'", 2, 8, "pool must be IPv4 multicast addresses"},
     {"OddGroupPort", "[multicast]\nport = 5005", 2, 8, "port must be a multiple of 2"},
     {"KeyOfMulticastAtTheTop", "ttl = 1", 1, 1, "belongs to [multicast]"},
+    {"FingerprintTooShort", aStream + "tls-fingerprint = 'AA:BB'", 3, 19,
+     "tls-fingerprint must be a SHA-256 fingerprint"},
     {"GroupWithoutPort", aStream + "multicast = '239.1.2.3'", 3, 13, "multicast must be an IPv4 multicast"},
     {"GroupTwice",
      aStream + "multicast = '239.1.2.3:5004'\n[[camera.stream]]\nid = 1\nmulticast = '239.1.2.3:5006'", 6, 13,

@@ -70,6 +70,9 @@ void change(const TextSetting<Section>& setting, Section& section)
         case TextKind::location:
             value = "rtsp://192.0.2.7/";
             break;
+        case TextKind::fingerprint:
+            value = std::string(64, 'A');
+            break;
         default:
             value = "/else";
     }

@@ -59,5 +59,52 @@ TEST(CameraHeaders, RtpInfoIsReadHoweverItIsWritten)
     EXPECT_EQ(RtpInfo::read(std::string(1'000, ',')).size(), RtpInfo::maxParts);
 }
 
+TEST(CameraHeaders, TransportsAreReadHoweverTheyAreWritten)
+{
+    using Kind = TransportReply::Kind;
+    struct Case
+    {
+        const char* value;
+        Kind kind;
+        int serverPort;
+        int serverReportPort;
+        const char* source;
+    };
+    const Case cases[] = {
+        {"", Kind::asRequested, 0, 0, ""},
+        {"RTP/AVP;unicast;client_port=5000-5001;server_port=6970-6971", Kind::udp, 6970, 6971, ""},
+        {" rtp/avp/udp ; SERVER_PORT = 6970 ; source=192.0.2.1", Kind::udp, 6970, 0, "192.0.2.1"},
+        {"RTP/AVPF;server_port=\"1-65535\";source=2001:db8::1", Kind::udp, 1, 65535, "2001:db8::1"},
+        {"RTP/AVP;server_port=0-1;source=camera.example", Kind::udp, 0, 0, ""},
+        {"RTP/AVP;server_port=5000-65536", Kind::udp, 5000, 0, ""},
+        {"RTP/AVP;server_port=65536-5000", Kind::udp, 0, 0, ""},
+        {"RTP/AVP;server_port=-5000-5001", Kind::udp, 0, 0, ""},
+        {"RTP/AVP;server_port=", Kind::udp, 0, 0, ""},
+        {"RTP/AVP/TCP;unicast", Kind::interleaved, 0, 0, ""},
+        {"RTP/AVP;interleaved=0-1", Kind::interleaved, 0, 0, ""},
+        {"RTP/AVP;multicast;destination=239.1.2.3", Kind::other, 0, 0, ""},
+        {"RTP/SAVP;unicast", Kind::other, 0, 0, ""},
+        {"RTP/AVP;unicast,RTP/AVP/TCP", Kind::udp, 0, 0, ""},
+        {";;=;", Kind::other, 0, 0, ""},
+    };
+    for (const Case& each : cases)
+    {
+        SCOPED_TRACE(each.value);
+        const TransportReply reply = TransportReply::read(each.value);
+        EXPECT_EQ(reply.kind, each.kind);
+        EXPECT_EQ(reply.serverPort.value_or(0), each.serverPort);
+        EXPECT_EQ(reply.serverReportPort.value_or(0), each.serverReportPort);
+        EXPECT_EQ(reply.source.value_or(SocketAddress()).text(), each.source);
+    }
+    const std::string whole =
+        "RTP/AVP;unicast;client_port=1-2;server_port=3-4;interleaved=5-6;source=192.0.2.1";
+    for (std::size_t size = 0; size <= whole.size(); ++size)
+    {
+        const TransportReply reply = TransportReply::read(std::string_view(whole).substr(0, size));
+        EXPECT_GE(reply.serverPort.value_or(1), 1);
+        EXPECT_GE(reply.channel.value_or(0), 0);
+    }
+}
+
 }  // namespace
 }  // namespace refhost

@@ -35,6 +35,9 @@ TEST(CameraUrl, IsReadWithWhatPeopleWriteInIt)
         {"rtsp://u:p:q@h/a", "h", 554, "/a", "u", "p:q", "rtsp://h"},
         {"rtsp://[2001:db8::1]:8554/a", "2001:db8::1", 8554, "/a", "", "", "rtsp://[2001:db8::1]:8554"},
         {"rtsp://[::1]", "::1", 554, "/", "", "", "rtsp://[::1]"},
+        {"rtsps://u:p@h/a", "h", 322, "/a", "u", "p", "rtsps://h"},
+        {"RTSPS://h:554/a", "h", 554, "/a", "", "", "rtsps://h:554"},
+        {"rtsp://h:322/a", "h", 322, "/a", "", "", "rtsp://h:322"},
         {"rtsp://h/a b\tc\x80", "h", 554, "/a%20b%09c%80", "", "", "rtsp://h"},
     };
     for (const Case& each : cases)
@@ -67,7 +70,7 @@ TEST(CameraUrl, WhatNamesNoCameraIsRefused)
                              "rtsp://[::1",
                              "rtsp://[]/",
                              "rtsp://[::1]x/",
-                             "rtsps://h/",
+                             "rtspss://h/",
                              "http://h/",
                              "rtsp://h h/",
                              "rtsp://h\r\nX: y/",

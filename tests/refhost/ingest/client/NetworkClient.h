@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -18,6 +19,14 @@ namespace test
 class NetworkClient
 {
 public:
+    using MakeConnector = std::function<std::unique_ptr<StreamConnector>(HostResolver& resolver)>;
+
+    explicit NetworkClient(const MakeConnector& makeConnector = [](HostResolver& resolver)
+                           { return std::make_unique<TcpConnector>(resolver); })
+        : connector_(makeConnector(resolver_))
+    {
+    }
+
     ~NetworkClient()
     {
         runOn(loop, [&] { client = nullptr; });
@@ -28,7 +37,7 @@ public:
         runOn(loop,
               [&]
               {
-                  client = std::make_unique<RtspClient>(loop, connector, url, options, events);
+                  client = std::make_unique<RtspClient>(loop, *connector_, url, options, events);
                   client->start();
               });
     }
@@ -42,11 +51,13 @@ public:
     }
 
     EventLoop loop{"client"};
-    HostResolver resolver;
-    TcpConnector connector{resolver};
     RtspClientOptions options;
     CollectedEvents events;
     std::unique_ptr<RtspClient> client;
+
+private:
+    HostResolver resolver_;
+    const std::unique_ptr<StreamConnector> connector_;
 };
 
 }  // namespace test

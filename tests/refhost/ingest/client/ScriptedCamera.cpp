@@ -18,7 +18,10 @@ constexpr std::chrono::milliseconds patience = bound;
 class LoopbackStream final : public ForwardingStream
 {
 public:
-    using ForwardingStream::ForwardingStream;
+    LoopbackStream(std::shared_ptr<ByteStream> inner, bool encrypted)
+        : ForwardingStream(std::move(inner)), encrypted_(encrypted)
+    {
+    }
 
     const SocketAddress& peer() const override
     {
@@ -28,8 +31,13 @@ public:
     {
         return address_;
     }
+    bool encrypted() const override
+    {
+        return encrypted_;
+    }
 
 private:
+    const bool encrypted_;
     const SocketAddress address_ = *SocketAddress::parse("127.0.0.1");
 };
 
@@ -186,11 +194,13 @@ std::unique_ptr<StreamConnector::Attempt> MemoryConnector::connect(EventLoop& lo
     if (!stalled_)
     {
         loop.post(
-            [weak = std::weak_ptr<Connected>(attempt->connected), stream, error = error_.value_or("")]
+            [weak = std::weak_ptr<Connected>(attempt->connected), stream, encrypted = encrypted_,
+             error = error_.value_or("")]
             {
                 if (const auto call = weak.lock())
                 {
-                    (*call)(stream == nullptr ? nullptr : std::make_unique<LoopbackStream>(stream), error);
+                    (*call)(stream == nullptr ? nullptr : std::make_unique<LoopbackStream>(stream, encrypted),
+                            error);
                 }
             });
     }
@@ -202,6 +212,12 @@ void MemoryConnector::refuse(const std::string& error)
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     error_ = error;
+}
+
+void MemoryConnector::encrypt()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    encrypted_ = true;
 }
 
 void MemoryConnector::stall()

@@ -93,6 +93,8 @@ public:
     void refuse(const std::string& error);
     /// From now on connecting takes for ever.
     void stall();
+    /// From now on connections are encrypted, as they say.
+    void encrypt();
 
     /// The next connection's camera, in the order of connecting.
     std::unique_ptr<ScriptedCamera> accept();
@@ -107,6 +109,7 @@ private:
     std::vector<std::string> asked_;
     std::optional<std::string> error_;
     bool stalled_ = false;
+    bool encrypted_ = false;
 };
 
 /// What a client reported.
