@@ -171,13 +171,13 @@ bool CameraDatagrams::isFromCamera(const SocketAddress& address, Sender& sender,
     }
     if (address.port() != sender.port)
     {
-        if (sender.heard || (sender.port != 0 && now - since_ < portPatience))
+        if (sender.received || (sender.port != 0 && now - since_ < portPatience))
         {
             return false;
         }
         sender.port = address.port();
     }
-    sender.heard = true;
+    sender.received = true;
     return true;
 }
 

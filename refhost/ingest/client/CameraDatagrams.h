@@ -85,7 +85,7 @@ private:
     struct Sender
     {
         int port = 0;  ///< 0: not known
-        bool heard = false;
+        bool received = false;
     };
 
     CameraDatagrams(EventLoop& loop, UdpPortPair ports, const SocketAddress& camera, std::size_t track,

@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/ingest/client/RtspClientUdp_test.cpp.
 
 namespace refhost
 {

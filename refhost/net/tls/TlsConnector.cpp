@@ -18,21 +18,19 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-/// \returns why the server's certificate is not trusted; empty when it is
+/// \returns why the server's certificate is not trusted, its fingerprint first, because logs cut long lines; empty when
+/// it is trusted
 std::string distrustOf(TlsStream& stream, const TlsConnector::Trust& trust)
 {
     const std::string fingerprint = stream.peerFingerprint();
-    if (!trust.fingerprint.empty())
+    const bool pinned = !trust.fingerprint.empty();
+    const std::string unverified = pinned || !trust.verify ? "" : stream.unverified();
+    if (pinned ? CertificateFingerprint::same(fingerprint, trust.fingerprint) : unverified.empty())
     {
-        return CertificateFingerprint::same(fingerprint, trust.fingerprint)
-                   ? ""
-                   : fmt::format("its certificate is another one, with the SHA-256 fingerprint {}",
-                                 fingerprint);
+        return {};
     }
-    const std::string reason = trust.verify ? stream.unverified() : "";
-    return reason.empty() ? ""
-                          : fmt::format("its certificate is not trusted: {}; its SHA-256 fingerprint is {}",
-                                        reason, fingerprint);
+    return fmt::format("its certificate (SHA-256 {}) is not {}", fingerprint,
+                       pinned ? "the pinned one" : "trusted: " + unverified);
 }
 
 class TlsAttempt final : public StreamConnector::Attempt

@@ -17,7 +17,7 @@ namespace refhost
 namespace
 {
 
-/// A camera that answers all requests in the same way, and counts its connections.
+/// A camera that answers all requests alike, and counts its connections.
 class StubbornCamera
 {
 public:
