@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -75,6 +77,89 @@ private:
     std::thread thread_;
 };
 
+/// A camera with audio that has room for one client at a time, and sends over UDP whatever it is asked for.
+class WilfulCamera
+{
+public:
+    WilfulCamera() : port_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        const SocketAddress any = *SocketAddress::parse("127.0.0.1");
+        EXPECT_EQ(::bind(port_.get(), any.get(), any.size()), 0);
+        EXPECT_EQ(::listen(port_.get(), 8), 0);
+        thread_ = std::thread([this] { serve(); });
+    }
+
+    ~WilfulCamera()
+    {
+        ::shutdown(port_.get(), SHUT_RDWR);
+        thread_.join();
+    }
+
+    WilfulCamera(const WilfulCamera&) = delete;
+    WilfulCamera& operator=(const WilfulCamera&) = delete;
+
+    std::string url() const
+    {
+        return "rtsp://" + SocketAddress::localOf(port_.get()).textWithPort() + "/live";
+    }
+
+    /// The methods of all requests.
+    std::string methods()
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return methods_;
+    }
+
+private:
+    void serve()
+    {
+        for (;;)
+        {
+            const Descriptor client(::accept4(port_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            if (!client)
+            {
+                return;
+            }
+            std::string text;
+            char bytes[4096];
+            for (ssize_t count = 1; count > 0;)
+            {
+                count = ::recv(client.get(), bytes, sizeof bytes, 0);
+                text.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+                for (std::size_t end = text.find("\r\n\r\n"); end != std::string::npos;
+                     end = text.find("\r\n\r\n"))
+                {
+                    const std::string answer = answerTo(text.substr(0, end));
+                    text.erase(0, end + 4);
+                    (void)::send(client.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
+                }
+            }
+        }
+    }
+
+    std::string answerTo(const std::string& request)
+    {
+        const std::string method = request.substr(0, request.find(' '));
+        {
+            const std::lock_guard<std::mutex> guard(mutex_);
+            methods_ += method + " ";
+        }
+        const std::string answer = "RTSP/1.0 200 OK\r\nSession: 1\r\n";
+        if (method == "DESCRIBE")
+        {
+            const std::string description = "v=0\r\nm=audio 0 RTP/AVP 0\r\na=control:audio\r\n";
+            return answer + "Content-Length: " + std::to_string(description.size()) + "\r\n\r\n" +
+                   description;
+        }
+        return answer + (method == "SETUP" ? "Transport: RTP/AVP;unicast\r\n\r\n" : "\r\n");
+    }
+
+    Descriptor port_;
+    std::mutex mutex_;
+    std::string methods_;
+    std::thread thread_;
+};
+
 class IngestRunTest : public testing::Test
 {
 protected:
@@ -110,6 +195,24 @@ TEST_F(IngestRunTest, APasswordThatIsRefusedIsNotSentWithEveryStart)
     EXPECT_EQ(runOnce(camera.url()).rfind("the camera refuses the login; it is asked again in ", 0), 0U);
     EXPECT_EQ(runOnce(camera.url() + "/another/stream").rfind("the camera refuses the login; ", 0), 0U);
     EXPECT_EQ(camera.connections(), 1);
+}
+
+TEST_F(IngestRunTest, ACameraThatChoosesUdpByItselfIsAskedForItOnceItsSessionHasEnded)
+{
+    WilfulCamera camera;
+    std::promise<void> described;
+    SourceRun::Setup setup;
+    setup.config.source.kind = SourceConfig::Kind::rtsp;
+    setup.config.source.location = camera.url();
+    setup.config.videoCodec = std::nullopt;
+    setup.title = "test";
+    setup.mediaTap = std::make_shared<MediaTap>();
+    setup.events.described = [&described] { described.set_value(); };
+    IngestRun run(std::move(setup), loop_, connector_, pauses_, Duration::zero());
+    EXPECT_EQ(described.get_future().wait_for(bound), std::future_status::ready);
+    run.stop();
+    EXPECT_TRUE(run.awaitEnd(std::chrono::steady_clock::now() + bound));
+    EXPECT_EQ(camera.methods(), "OPTIONS DESCRIBE SETUP TEARDOWN OPTIONS DESCRIBE SETUP PLAY TEARDOWN ");
 }
 
 TEST_F(IngestRunTest, ACameraThatAsksForAPauseGetsIt)
