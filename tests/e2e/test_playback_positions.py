@@ -105,7 +105,8 @@ def plays(recorded, tmp_path_factory):
     """What the players display, as futures: they play in real time, so several do at once."""
     # PyGObject makes GStreamer's types on first use, and must not do that for several threads at once.
     Gst.init(None)
-    assert gstreamer("videotestsrc num-buffers=5 ! video/x-raw,framerate=25/1", FRAME)[0]
+    # In real time, so that some frames are left behind the seek.
+    assert gstreamer("videotestsrc is-live=true num-buffers=40 ! video/x-raw,framerate=25/1", FRAME)[0]
     with concurrent.futures.ThreadPoolExecutor(SIDE_BY_SIDE) as pool:
         yield {(player, *play): pool.submit(player, recorded, play[1], tmp_path_factory.mktemp("play"), play[0])
                for player, play in itertools.product(PLAYERS, PLAYS)}
