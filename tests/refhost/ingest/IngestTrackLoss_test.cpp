@@ -305,6 +305,63 @@ TEST_P(IngestTrackLoss, WhatComesOutOfOrderIsLeftOutAndTearsNothing)
     EXPECT_GT(recording_->units.size(), frames / 10);
 }
 
+/// A camera with two frames between each and its reference, which stand behind it and are presented before it.
+TEST(IngestTrackReordering, LostFrameLeavesDecodeTimesInOrder)
+{
+    const Bytes reorderingSps = test::fromHex("674d400be88146d808800000030080000019078a1489");
+    const Bytes itsPps = test::fromHex("68ebe3cb20");
+    const auto mediaTap = std::make_shared<MediaTap>();
+    const auto recording = std::make_shared<test::CollectedUnits>();
+    mediaTap->add(recording);
+    const MonotonicTime epoch = HostClock::system().now();
+    std::string error;
+    const auto reading = IngestTrack::make(
+        {Codec::h264, track(false), payloadType, IngestTrack::Clock::server, epoch, "camera 7/2"}, mediaTap,
+        error);
+    ASSERT_TRUE(reading) << error;
+    std::uint16_t sequence = 0;
+    const auto give = [&](const Bytes& payload, int presented, int sent, bool marker)
+    {
+        Bytes packet(12);
+        packet[0] = 0x80;
+        packet[1] = payloadType | (marker ? 0x80 : 0);
+        writeBig16(packet.data() + 2, sequence++);
+        writeBig32(packet.data() + 4, firstTimestamp + static_cast<std::uint32_t>(presented) * frameTicks);
+        packet.insert(packet.end(), payload.begin(), payload.end());
+        reading->onPacket(packet.data(), packet.size(), epoch + (sent + 1) * frameLength);
+    };
+    give(reorderingSps, 0, 0, false);
+    give(itsPps, 0, 0, false);
+    give(idr(), 0, 0, true);
+    constexpr int lost = 4;
+    for (int group = 0; group < 10; ++group)
+    {
+        const int first = group * 3 + 1;
+        for (const int place : {2, 0, 1})
+        {
+            const std::vector<Bytes> packets = fragments(p(200), 150);
+            const int sent = first + (place == 2 ? 0 : place + 1);
+            // Of one frame the first part is missing.
+            if (group == lost && place == 1)
+            {
+                ++sequence;
+            }
+            else
+            {
+                give(packets[0], first + place, sent, false);
+            }
+            give(packets[1], first + place, sent, true);
+        }
+    }
+    ASSERT_EQ(recording->units.size(), 30U);
+    EXPECT_LT(recording->units[2]->captureTime, recording->units[1]->captureTime);
+    for (std::size_t i = 1; i < recording->units.size(); ++i)
+    {
+        EXPECT_GT(recording->units[i]->decodeTime, recording->units[i - 1]->decodeTime) << i;
+        EXPECT_LE(recording->units[i]->decodeTime, recording->units[i]->captureTime) << i;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Networks, IngestTrackLoss,
                          testing::Values(Network{"Perfect", 0, 0, 0}, Network{"Loss1", 1, 0, 0},
                                          Network{"Loss5", 5, 0, 0}, Network{"Loss20", 20, 0, 0},
