@@ -206,6 +206,11 @@ bool TlsConfig::operator==(const TlsConfig& other) const
     return same(*this, other);
 }
 
+bool TunnelConfig::operator==(const TunnelConfig& other) const
+{
+    return same(*this, other);
+}
+
 bool ServerConfig::operator==(const ServerConfig& other) const
 {
     return same(*this, other);

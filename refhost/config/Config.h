@@ -175,6 +175,16 @@ struct TlsConfig
     bool operator==(const TlsConfig& other) const;
 };
 
+/// RTSP through HTTP and WebSocket, on the ports of RTSP.
+struct TunnelConfig
+{
+    bool http = true;              ///< a GET and a POST as one connection
+    bool webSocket = true;         ///< sub-protocol rtsp.onvif.org
+    std::string origins = "auto";  ///< whose pages may use WebSocket: "auto", "same" or "any"
+
+    bool operator==(const TunnelConfig& other) const;
+};
+
 /// Limits of the resources that clients can use.
 struct LimitsConfig
 {
@@ -223,6 +233,7 @@ struct ServerConfig
     LimitsConfig limits;
     AuthConfig auth;
     TlsConfig tls;
+    TunnelConfig tunnel;
     TalkBackConfig talkBack;
     MulticastConfig multicast;
     std::string liveController = "first";  ///< controller of orv/live: "first", "second" or "both"

@@ -320,6 +320,25 @@ const std::vector<ConfigKey<TlsConfig>>& configKeys<TlsConfig>()
 }
 
 template <>
+const std::vector<ConfigKey<TunnelConfig>>& configKeys<TunnelConfig>()
+{
+    static const std::vector<ConfigKey<TunnelConfig>> keys{
+        flag<&TunnelConfig::http>("http",
+                                  "Serve RTSP and its media through HTTP, and with TLS through HTTPS: a GET "
+                                  "and a POST with the same x-sessioncookie."),
+        flag<&TunnelConfig::webSocket>("websocket",
+                                       "Serve RTSP and its media over WebSocket, sub-protocol "
+                                       "rtsp.onvif.org."),
+        choice<&TunnelConfig::origins>(
+            "origins",
+            "Whose web pages may use WebSocket: \"any\"; \"same\", those of the host that serves it; "
+            "\"auto\" is \"any\" where users must log in and \"same\" where everybody may watch.",
+            {"auto", "same", "any"}),
+    };
+    return keys;
+}
+
+template <>
 const std::vector<ConfigKey<TalkBackConfig>>& configKeys<TalkBackConfig>()
 {
     static const std::vector<ConfigKey<TalkBack>> keys{

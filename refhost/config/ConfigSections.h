@@ -59,6 +59,8 @@ constexpr auto configSections()
             SingleSection<AuthConfig, Server>{"auth", "How users may log in.", &Server::auth},
             SingleSection<TlsConfig, Server>{
                 "tls", "RTSP over TLS (rtsps://): off until there is a certificate.", &Server::tls},
+            SingleSection<TunnelConfig, Server>{
+                "tunnel", "RTSP through HTTP and WebSocket, on the ports of RTSP.", &Server::tunnel},
             SingleSection<TalkBackConfig, Server>{"talk-back", "Audio that clients send to the device.",
                                                   &Server::talkBack},
             SingleSection<MulticastConfig, Server>{

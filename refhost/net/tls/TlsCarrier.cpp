@@ -50,6 +50,7 @@ struct TlsCarrier::Bio
             BIO_set_retry_read(bio);
             return -1;
         }
+        carrier.noteFirst({bytes, result.count});
         carrier.ended_ = result.status == Status::ended;
         return result.status == Status::failed ? -1 : static_cast<int>(result.count);
     }
@@ -117,6 +118,19 @@ bio_st* TlsCarrier::makeBio(int kernelSocket)
         }
     }
     return bio;
+}
+
+void TlsCarrier::noteFirst(std::string_view received)
+{
+    if (firstSize_ != first_.size())
+    {
+        firstSize_ += received.copy(first_.data() + firstSize_, first_.size() - firstSize_);
+    }
+}
+
+std::string_view TlsCarrier::firstReceived() const
+{
+    return {first_.data(), firstSize_};
 }
 
 void TlsCarrier::reserve(std::size_t bytes)

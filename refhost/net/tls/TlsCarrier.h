@@ -1,8 +1,10 @@
 #pragma once
 // Tested by tests/refhost/net/tls/TlsStream_test.cpp.
 
+#include <array>
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "refhost/net/TcpStream.h"
 
@@ -39,6 +41,9 @@ public:
     /// \returns false when the connection failed
     bool flush(bool more = false);
 
+    /// The first bytes received, 8 at most: they say whether the peer speaks TLS at all.
+    std::string_view firstReceived() const;
+
     /// Whether everything written was sent.
     bool empty() const;
     /// Whether more than `maxUnsent` bytes wait.
@@ -49,11 +54,15 @@ public:
 private:
     struct Bio;
 
+    void noteFirst(std::string_view received);
+
     TcpStream& tcp_;
     bio_st* kernel_ = nullptr;  // below the BIO, which owns it
     std::string unsent_;
     std::size_t sent_ = 0;  // of unsent_
-    bool ended_ = false;    // the peer ended TCP
+    std::array<char, 8> first_{};
+    std::size_t firstSize_ = 0;
+    bool ended_ = false;  // the peer ended TCP
 };
 
 }  // namespace refhost

@@ -12,6 +12,7 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/net/tls/CertificateFingerprint.h"
+#include "refhost/net/tls/PlainClient.h"
 #include "refhost/net/tls/TlsError.h"
 
 namespace refhost
@@ -181,8 +182,18 @@ void TlsStream::handshake()
     }
     if (result != 1)
     {
-        const std::string reason = whyHandshakeFailed(ssl_.get());
-        flush();  // the alert
+        std::string reason = whyHandshakeFailed(ssl_.get());
+        const std::string_view plain =
+            client_ ? std::string_view() : PlainClient::protocolOf(carrier_.firstReceived());
+        if (plain.empty())
+        {
+            flush();  // the alert
+        }
+        else
+        {
+            reason = "the client speaks " + std::string(plain) + " without TLS";
+            PlainClient::answer(tcp_, plain);
+        }
         Log::limited(Log::Level::info, "TLS handshakes failed", "{}: TLS handshake failed: {}",
                      tcp_.peer().text(), Log::safe(reason));
         dropReceived(tcp_);

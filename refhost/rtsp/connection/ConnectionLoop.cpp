@@ -10,8 +10,8 @@ namespace refhost
 {
 
 ConnectionLoop::ConnectionLoop(const std::string& name, RtspServices& services, AddressLimiter& refused,
-                               std::chrono::milliseconds sweepInterval)
-    : services_(services), refused_(refused), events_(name)
+                               std::chrono::milliseconds sweepInterval, HttpEntrance* http)
+    : services_(services), refused_(refused), http_(http), events_(name)
 {
     events_.every(sweepInterval, [this] { sweep(); });
 }
@@ -155,6 +155,21 @@ void ConnectionLoop::close(RtspConnection& connection)
     {
         refused_.giveBack(held->peer().key());
     }
+}
+
+void ConnectionLoop::replace(RtspConnection& connection, const std::shared_ptr<ByteStream>& stream,
+                             const std::shared_ptr<ConnectionSlots::Slot>& slot)
+{
+    close(connection);
+    if (stream != nullptr)
+    {
+        adopt(stream, slot);
+    }
+}
+
+HttpEntrance* ConnectionLoop::http() const
+{
+    return http_;
 }
 
 void ConnectionLoop::addDeferred(RtspConnection& connection)

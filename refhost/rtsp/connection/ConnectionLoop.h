@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "refhost/rtsp/connection/ConnectionSlots.h"
+#include "refhost/rtsp/connection/HttpEntrance.h"
 #include "refhost/rtsp/connection/RtspConnection.h"
 #include "refhost/rtsp/message/ResponseWriter.h"
 #include "refhost/rtsp/message/RtspRequest.h"
@@ -37,8 +38,10 @@ public:
 
     /// \param refused            the count of refused connections, decremented when one ends
     /// \param sweepInterval   interval of the timeout checks
+    /// \param http            where connections go that start with HTTP; null: they are refused as RTSP.
+    ///                        Outlives the loop
     ConnectionLoop(const std::string& name, RtspServices& services, AddressLimiter& refused,
-                   std::chrono::milliseconds sweepInterval);
+                   std::chrono::milliseconds sweepInterval, HttpEntrance* http = nullptr);
     /// Closes the remaining connections.
     ~ConnectionLoop();
 
@@ -59,7 +62,12 @@ public:
 
     EventLoop& events();
     Scratch& scratch();
+    HttpEntrance* http() const;
     void close(RtspConnection& connection);
+    /// Forgets a closed connection, and serves the client of `stream` with its slot.
+    /// \param stream  detached; null: only forgets
+    void replace(RtspConnection& connection, const std::shared_ptr<ByteStream>& stream,
+                 const std::shared_ptr<ConnectionSlots::Slot>& slot);
     void addDeferred(RtspConnection& connection);
 
 private:
@@ -71,6 +79,7 @@ private:
 
     RtspServices& services_;
     AddressLimiter& refused_;
+    HttpEntrance* const http_;
     Scratch scratch_;
     std::unordered_map<RtspConnection*, std::shared_ptr<RtspConnection>> connections_;
     std::unordered_set<RtspConnection*> deferred_;  // a subset of connections_

@@ -17,17 +17,13 @@ ConnectionSlots::Slot::~Slot()
 
 void ConnectionSlots::Slot::setEstablished(bool established, MonotonicTime now)
 {
+    std::shared_ptr<Slot> companion;  // ends without the lock
     const MutexLock guard(slots_.mutex_);
-    if (established && state_ == State::provisional)
+    slots_.setEstablished(*this, established, now);
+    companion = companion_.lock();
+    if (companion != nullptr)
     {
-        slots_.removeProvisional(*this);
-        slots_.remember(address_);
-        state_ = State::established;
-    }
-    else if (!established && state_ == State::established)
-    {
-        since_ = now;
-        slots_.addProvisional(*this);
+        slots_.setEstablished(*companion, established, now);
     }
 }
 
@@ -38,15 +34,43 @@ bool ConnectionSlots::Slot::scarce() const
 
 void ConnectionSlots::Slot::onDisplaced(std::function<void()> listener)
 {
+    std::shared_ptr<Slot> companion;  // ends without the lock
     {
         const MutexLock guard(slots_.mutex_);
-        if (state_ != State::displaced)
+        companion = companion_.lock();
+        const bool displaced =
+            state_ == State::displaced || (companion != nullptr && companion->state_ == State::displaced);
+        if (!displaced)
         {
+            if (companion != nullptr)
+            {
+                companion->listener_ = listener;
+            }
             listener_ = std::move(listener);
             return;
         }
     }
     listener();
+}
+
+void ConnectionSlots::Slot::join(const std::shared_ptr<Slot>& companion)
+{
+    std::function<void()> listener;
+    {
+        const MutexLock guard(slots_.mutex_);
+        companion_ = companion;
+        if (companion->state_ != State::displaced)
+        {
+            companion->listener_ = listener_;
+            slots_.setEstablished(*companion, state_ == State::established, companion->since_);
+            return;
+        }
+        listener = listener_;
+    }
+    if (listener)
+    {
+        listener();
+    }
 }
 
 ConnectionSlots::ConnectionSlots(int total, int perAddress)
@@ -119,6 +143,21 @@ std::function<void()> ConnectionSlots::displace(Slot& slot)
     slot.state_ = Slot::State::displaced;
     ++leaving_;
     return std::move(slot.listener_);
+}
+
+void ConnectionSlots::setEstablished(Slot& slot, bool established, MonotonicTime now)
+{
+    if (established && slot.state_ == Slot::State::provisional)
+    {
+        removeProvisional(slot);
+        remember(slot.address_);
+        slot.state_ = Slot::State::established;
+    }
+    else if (!established && slot.state_ == Slot::State::established)
+    {
+        slot.since_ = now;
+        addProvisional(slot);
+    }
 }
 
 void ConnectionSlots::addProvisional(Slot& slot)

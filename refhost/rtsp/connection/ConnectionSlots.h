@@ -55,6 +55,10 @@ public:
         /// thread; inside this call if that has happened already.
         void onDisplaced(std::function<void()> listener);
 
+        /// Has `companion`, the slot of another connection of the same client, follow this one: it is
+        /// established and displaced with it, until another joins. Requires: of the same ConnectionSlots.
+        void join(const std::shared_ptr<Slot>& companion);
+
         /// \see ConnectionSlots::scarce()
         bool scarce() const;
 
@@ -72,6 +76,7 @@ public:
 
         ConnectionSlots& slots_;
         const SocketAddress::Key address_;
+        std::weak_ptr<Slot> companion_;
         MonotonicTime since_;  // provisional since then
         State state_ = State::untaken;
         std::function<void()> listener_;
@@ -103,6 +108,7 @@ private:
     Slot* displaceable(const SocketAddress::Key& address, MonotonicTime now, bool ownOnly)
         OV_REQUIRES(mutex_);
     std::function<void()> displace(Slot& slot) OV_REQUIRES(mutex_);
+    void setEstablished(Slot& slot, bool established, MonotonicTime now) OV_REQUIRES(mutex_);
     void addProvisional(Slot& slot) OV_REQUIRES(mutex_);
     void removeProvisional(Slot& slot) OV_REQUIRES(mutex_);
     void remove(Slot& slot) OV_REQUIRES(mutex_);

@@ -41,10 +41,14 @@ private:
     ClientOutput& output_;
 };
 
-RequestReader::Limits readerLimits(const LimitsConfig& limits)
+RequestReader::Limits readerLimits(const LimitsConfig& limits, bool http)
 {
-    return {static_cast<std::size_t>(limits.headerCount), static_cast<std::size_t>(limits.headerBytes),
-            static_cast<std::size_t>(limits.bodyBytes)};
+    RequestReader::Limits made;
+    made.headerCount = static_cast<std::size_t>(limits.headerCount);
+    made.headerBytes = static_cast<std::size_t>(limits.headerBytes);
+    made.bodyBytes = static_cast<std::size_t>(limits.bodyBytes);
+    made.http = http;
+    return made;
 }
 
 }  // namespace
@@ -59,7 +63,7 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, RtspServices& services,
       refused_(slot == nullptr),
       slot_(std::move(slot)),
       output_(*stream_, maxWaiting, services.clock),
-      reader_(readerLimits(services.limits)),
+      reader_(readerLimits(services.limits, loop.http() != nullptr)),
       handler_(services, *this),
       incompleteSince_(currentTime()),
       standingSince_(*incompleteSince_),
@@ -202,6 +206,9 @@ void RtspConnection::handleItems(bool lastTry)
             case RequestReader::Item::frame:
                 handler_.received(reader_.frame());
                 break;
+            case RequestReader::Item::http:
+                enterHttp();
+                return;
             case RequestReader::Item::malformed:
                 result = handler_.reject(scratch.request, reader_.problem(), scratch.response);
                 break;
@@ -228,6 +235,37 @@ void RtspConnection::handleItems(bool lastTry)
         }
         lastTry = false;
         deferredSince_.reset();
+    }
+}
+
+/// A connection that starts with HTTP becomes a stream of another one, or is refused.
+void RtspConnection::enterHttp()
+{
+    stream_->detach();
+    const HttpEntrance::Outcome outcome = loop_.http()->enter(
+        {reader_.httpHead(), std::string(reader_.httpRest()), stream_, slot_}, currentTime());
+    if (!outcome.refusal.empty())
+    {
+        open();
+        sendResponse(outcome.refusal);
+        drain();
+        return;
+    }
+    // Closed without its stream, which goes on.
+    state_.enter(State::closed);
+    output_.close();
+    handler_.connectionEnded();
+    loop_.replace(*this, outcome.stream, std::exchange(slot_, nullptr));
+}
+
+void RtspConnection::drain()
+{
+    if (state_.is(State::serving))
+    {
+        handshakeDone_ = true;
+        incompleteSince_.reset();
+        state_.enter(State::draining);
+        drainingSince_ = currentTime();
     }
 }
 

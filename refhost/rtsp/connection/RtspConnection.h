@@ -83,6 +83,8 @@ private:
     void fail();
     void serve(bool lastTry);
     void handleItems(bool lastTry);
+    void enterHttp();
+    void drain();
     void deferRequest();
     bool congested();
     void serveAgain();

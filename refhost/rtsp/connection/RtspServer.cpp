@@ -52,7 +52,8 @@ RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes, Options o
       options_(options),
       services_(config_, std::move(routes), *options_.clock),
       slots_(config_.limits.connections, config_.limits.connectionsPerAddress),
-      refused_(refusedAtOnce, refusedAtOnce)
+      refused_(refusedAtOnce, refusedAtOnce),
+      http_(config_)
 {
 }
 
@@ -113,7 +114,7 @@ void RtspServer::startLoops()
     for (int i = 0; i < config_.loopCount(); ++i)
     {
         loops_.push_back(std::make_unique<ConnectionLoop>("rtsp-" + std::to_string(i), services_, refused_,
-                                                          options_.sweepInterval));
+                                                          options_.sweepInterval, &http_));
     }
     subscription_ = ChangeSignal::instance().subscribe(
         [this]
@@ -134,7 +135,12 @@ void RtspServer::startLoops()
         last.add(multicast->descriptor(), EventLoop::readable,
                  [multicast](std::uint32_t) { multicast->onReadable(); });
     }
-    first.every(options_.sweepInterval, [this] { services_.sessions.endExpired(services_.now()); });
+    first.every(options_.sweepInterval,
+                [this]
+                {
+                    services_.sessions.endExpired(services_.now());
+                    http_.endExpired(services_.now());
+                });
     acceptFrom(*plain_, false);
     if (encrypted_ != nullptr)
     {
@@ -179,6 +185,7 @@ void RtspServer::stop()
     {
         loop->closeAll();
     }
+    http_.clear();
     services_.sessions.endAll();
     if (!loops_.empty())
     {

@@ -12,6 +12,7 @@
 #include "refhost/net/TcpListener.h"
 #include "refhost/rtsp/connection/ConnectionLoop.h"
 #include "refhost/rtsp/connection/ConnectionSlots.h"
+#include "refhost/rtsp/connection/HttpEntrance.h"
 #include "refhost/rtsp/connection/TlsAcceptor.h"
 #include "refhost/rtsp/session/AddressLimiter.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
@@ -80,6 +81,7 @@ private:
     RtspServices services_;
     ConnectionSlots slots_;
     AddressLimiter refused_;
+    HttpEntrance http_;
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;
     std::unique_ptr<TcpListener> plain_;
     std::unique_ptr<TlsAcceptor> tls_;

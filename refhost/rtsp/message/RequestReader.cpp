@@ -40,6 +40,18 @@ bool isResponse(const RtspRequest& message)
     return message.method.substr(0, protocolPrefix.size()) == protocolPrefix;
 }
 
+/// Whether a request line is of HTTP.
+bool isHttp(std::string_view line)
+{
+    constexpr std::string_view protocol = " HTTP/";
+    while (!line.empty() && (isLineEnd(line.back()) || line.back() == ' '))
+    {
+        line.remove_suffix(1);
+    }
+    const std::size_t version = line.rfind(' ');
+    return version != std::string_view::npos && line.substr(version, protocol.size()) == protocol;
+}
+
 bool isVersion(std::string_view text)
 {
     if (text.substr(0, protocolPrefix.size()) != protocolPrefix)
@@ -189,6 +201,13 @@ RequestReader::Item RequestReader::nextMessage(RtspRequest& request)
             request.clear();
             const bool tooLong = scanned_ > limits_.headerBytes || lines_ > limits_.headerCount + 1;
             return tooLong ? fail(lines_ == 0 ? rtspUriTooLong : rtspBadRequest) : wait();
+        }
+        const std::string_view rest = input_.substr(position_, headSize_);
+        if (limits_.http && first_ && isHttp(rest.substr(0, rest.find('\n'))))
+        {
+            request.clear();
+            broken_ = true;
+            return Item::http;
         }
         wellFormed = parseHead(request);
         if (!readContentLength(request))
@@ -381,6 +400,7 @@ RequestReader::Item RequestReader::wait()
 void RequestReader::advance(std::size_t size)
 {
     position_ += size;
+    first_ = false;
     scanned_ = lineStart_ = lines_ = headSize_ = bodySize_ = 0;
 }
 
@@ -392,6 +412,16 @@ const RequestReader::Frame& RequestReader::frame() const
 const RequestReader::Problem& RequestReader::problem() const
 {
     return problem_;
+}
+
+std::string_view RequestReader::httpHead() const
+{
+    return input_.substr(position_, headSize_);
+}
+
+std::string_view RequestReader::httpRest() const
+{
+    return input_.substr(position_ + headSize_);
 }
 
 void RequestReader::putBack()

@@ -33,6 +33,8 @@ public:
         std::size_t bodyBytes = 16384;
         /// Of one interleaved frame. RTCP and audio are far smaller; a longer frame is dropped as it arrives.
         std::size_t frameBytes = 8192;
+        /// Whether the first message may be HTTP: its head is found, and nothing behind it is read.
+        bool http = false;
     };
 
     enum class Item
@@ -40,6 +42,7 @@ public:
         none,      ///< more bytes are needed
         request,   ///< the request was filled in
         frame,     ///< see frame()
+        http,      ///< see httpHead() and httpRest(); nothing more is read
         malformed  ///< see problem(); the request holds what was readable
     };
 
@@ -69,6 +72,11 @@ public:
 
     const Frame& frame() const;
     const Problem& problem() const;
+
+    /// The head of an HTTP request, with its empty line, and what was fed behind it. Valid until the next
+    /// operation.
+    std::string_view httpHead() const;
+    std::string_view httpRest() const;
 
     /// Returns the last item to the input: next() finds it again. Copies every unused byte.
     void putBack();
@@ -105,6 +113,7 @@ private:
     std::size_t headSize_ = 0;  // 0: unknown yet
     std::size_t bodySize_ = 0;
     std::size_t dropping_ = 0;  // bytes left of a frame that is too long
+    bool first_ = true;         // no message was found yet
     bool broken_ = false;
     Frame frame_;
     Problem problem_;

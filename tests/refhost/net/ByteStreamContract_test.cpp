@@ -17,6 +17,8 @@
 #include "tests/refhost/net/MemoryStream.h"
 #include "tests/refhost/net/StreamUnderTest.h"
 #include "tests/refhost/net/tls/TlsUnderTest.h"
+#include "tests/refhost/net/tunnel/TunnelUnderTest.h"
+#include "tests/refhost/net/websocket/WebSocketUnderTest.h"
 #include "tests/refhost/threads/LoopHelpers.h"
 
 namespace refhost
@@ -28,6 +30,8 @@ using Status = ByteStream::Status;
 using test::StreamUnderTest;
 using test::TlsPeer;
 using test::TlsUnderTest;
+using test::TunnelUnderTest;
+using test::WebSocketUnderTest;
 
 class TcpUnderTest : public StreamUnderTest
 {
@@ -450,13 +454,18 @@ std::unique_ptr<StreamUnderTest> makeTls(int version, std::size_t bytesAtOnce)
     return std::make_unique<TlsUnderTest>(options);
 }
 
-INSTANTIATE_TEST_SUITE_P(Streams, ByteStreamContract,
-                         testing::Values(Kind{"Tcp", [] { return std::make_unique<TcpUnderTest>(); }},
-                                         Kind{"Memory", [] { return std::make_unique<MemoryUnderTest>(); }},
-                                         Kind{"Tls13", [] { return makeTls(TLS1_3_VERSION, 65536); }},
-                                         Kind{"Tls12", [] { return makeTls(TLS1_2_VERSION, 65536); }},
-                                         Kind{"TlsByteByByte", [] { return makeTls(0, 1); }}),
-                         [](const testing::TestParamInfo<Kind>& tested) { return tested.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Streams, ByteStreamContract,
+    testing::Values(Kind{"Tcp", [] { return std::make_unique<TcpUnderTest>(); }},
+                    Kind{"Memory", [] { return std::make_unique<MemoryUnderTest>(); }},
+                    Kind{"Tls13", [] { return makeTls(TLS1_3_VERSION, 65536); }},
+                    Kind{"Tls12", [] { return makeTls(TLS1_2_VERSION, 65536); }},
+                    Kind{"TlsByteByByte", [] { return makeTls(0, 1); }},
+                    Kind{"Tunnel", [] { return std::make_unique<TunnelUnderTest>(65536); }},
+                    Kind{"TunnelByteByByte", [] { return std::make_unique<TunnelUnderTest>(1); }},
+                    Kind{"WebSocket", [] { return std::make_unique<WebSocketUnderTest>(65536); }},
+                    Kind{"WebSocketByteByByte", [] { return std::make_unique<WebSocketUnderTest>(1); }}),
+    [](const testing::TestParamInfo<Kind>& tested) { return tested.param.name; });
 
 }  // namespace
 }  // namespace refhost

@@ -1,15 +1,19 @@
 // Whole sessions of an RtspConnection over streams that carry their bytes in unusual portions.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
 #include <utility>
 
-#include "tests/refhost/net/HalvesStream.h"
+#include "refhost/net/tunnel/TunnelStream.h"
+#include "refhost/net/websocket/WebSocketStream.h"
 #include "tests/refhost/net/MemoryStream.h"
 #include "tests/refhost/net/SealedStream.h"
+#include "tests/refhost/net/tunnel/TunnelUnderTest.h"
+#include "tests/refhost/net/websocket/WebSocketPeer.h"
 #include "tests/refhost/rtsp/connection/StreamFixture.h"
 #include "tests/refhost/threads/LoopHelpers.h"
 
@@ -18,12 +22,12 @@ namespace refhost
 namespace
 {
 
-using test::HalvesStream;
 using test::MemoryClient;
 using test::MemoryStream;
 using test::Received;
 using test::SealedStream;
 using test::TestClient;
+using test::WebSocketPeer;
 
 /// The client of a SealedStream.
 class SealedClient : public MemoryClient
@@ -68,6 +72,69 @@ private:
     bool replied_ = false;
 };
 
+/// The client of a tunnel.
+class TunnelledClient : public MemoryClient
+{
+public:
+    using MemoryClient::MemoryClient;
+
+    bool trySend(const std::string& bytes) override
+    {
+        return MemoryClient::trySend(test::base64(bytes));
+    }
+
+protected:
+    std::string wait(int milliseconds) override
+    {
+        std::string bytes = MemoryClient::wait(milliseconds);
+        const std::size_t dropped = std::min(greetingLeft_, bytes.size());
+        greetingLeft_ -= dropped;
+        bytes.erase(0, dropped);
+        return bytes.empty() && dropped != 0 ? wait(milliseconds) : bytes;
+    }
+
+private:
+    std::size_t greetingLeft_ = TunnelHeaders::greeting.size();
+};
+
+/// The client of a WebSocket.
+class WebSocketMemoryClient : public MemoryClient
+{
+public:
+    explicit WebSocketMemoryClient(const std::shared_ptr<MemoryStream>& stream) : MemoryClient(stream, stream)
+    {
+    }
+
+    bool trySend(const std::string& bytes) override
+    {
+        return MemoryClient::trySend(WebSocketPeer::frame(WebSocketPeer::binary, bytes));
+    }
+
+protected:
+    std::string wait(int milliseconds) override
+    {
+        for (;;)
+        {
+            while (const auto arrived = WebSocketPeer::cut(bytes_))
+            {
+                if (arrived->opcode == WebSocketPeer::binary)
+                {
+                    return arrived->payload;
+                }
+            }
+            const std::string more = MemoryClient::wait(milliseconds);
+            if (more.empty())
+            {
+                return {};
+            }
+            bytes_ += more;
+        }
+    }
+
+private:
+    std::string bytes_;
+};
+
 class ByteStreamSession;
 
 struct Kind
@@ -97,12 +164,20 @@ public:
         connectOver(std::make_shared<SealedStream>(memory), std::make_unique<SealedClient>(memory));
     }
 
-    /// Connects a client whose second connection another loop accepted and read the first line of.
-    void connectHalves()
+    void connectWebSocket()
+    {
+        const auto memory = std::make_shared<MemoryStream>();
+        carrier_ = memory;
+        connectOver(std::make_shared<WebSocketStream>(memory, "", ""),
+                    std::make_unique<WebSocketMemoryClient>(memory));
+    }
+
+    /// Connects a client through a tunnel whose POST another loop accepted and read the first line of.
+    void connectTunnel()
     {
         const auto output = std::make_shared<MemoryStream>();
         const auto input = std::make_shared<MemoryStream>();
-        carrier_ = input;
+        carrier_ = output;
         input->write("POST\n");
         Signal whole;
         input->attach(other_->events(),
@@ -112,8 +187,11 @@ public:
                           if (input->receive(&byte, 1).count == 1 && byte == '\n')
                           {
                               input->detach();
-                              connectOver(std::make_shared<HalvesStream>(output, input),
-                                          std::make_unique<MemoryClient>(output, input));
+                              auto tunnel = std::make_shared<TunnelStream>(output, "c", nullptr, nullptr);
+                              TunnelStream::Post post{input, std::nullopt, "", nullptr};
+                              EXPECT_TRUE(tunnel->addPost(post));
+                              connectOver(std::move(tunnel),
+                                          std::make_unique<TunnelledClient>(output, input));
                               whole.set();
                           }
                       });
@@ -246,7 +324,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Kind{"SevenBytesAtOnce", [](ByteStreamSession& session) { session.connect(7); }},
                     Kind{"LargeParts", [](ByteStreamSession& session) { session.connect(100000); }},
                     Kind{"ASealedStream", [](ByteStreamSession& session) { session.connectSealed(); }},
-                    Kind{"TwoConnections", [](ByteStreamSession& session) { session.connectHalves(); }}),
+                    Kind{"ATunnel", [](ByteStreamSession& session) { session.connectTunnel(); }},
+                    Kind{"AWebSocket", [](ByteStreamSession& session) { session.connectWebSocket(); }}),
     [](const testing::TestParamInfo<Kind>& tested) { return tested.param.name; });
 
 }  // namespace

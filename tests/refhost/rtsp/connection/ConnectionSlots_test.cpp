@@ -251,5 +251,64 @@ TEST(ConnectionSlots, ThreadsTakeAndGiveBackAtTheSameTime)
     EXPECT_EQ(slots.count(), 0u);
 }
 
+TEST_F(ConnectionSlotsTest, ACompanionIsEstablishedWithItsSlot)
+{
+    const int main = connect(address(1));
+    const int companion = connect(address(1));
+    connections[0]->join(connections[1]);
+    establish(main);
+    now += std::chrono::hours(1);
+    // The others are displaced, these two are not.
+    for (int i = 0; i < 200; ++i)
+    {
+        connect(address(1));
+        now += ConnectionSlots::ownAge;
+    }
+    EXPECT_TRUE(lives(main));
+    EXPECT_TRUE(lives(companion));
+    establish(main, false);
+    for (int i = 0; i < 200; ++i)
+    {
+        connect(address(1));
+        now += ConnectionSlots::ownAge;
+    }
+    EXPECT_FALSE(lives(main));
+}
+
+TEST_F(ConnectionSlotsTest, ACompanionThatJoinsAnEstablishedSlotIsEstablished)
+{
+    const int main = connect(address(1));
+    establish(main);
+    const int companion = connect(address(1));
+    connections[0]->join(connections[1]);
+    for (int i = 0; i < 200; ++i)
+    {
+        now += ConnectionSlots::ownAge;
+        connect(address(1));
+    }
+    EXPECT_TRUE(lives(companion));
+}
+
+TEST_F(ConnectionSlotsTest, ADisplacedCompanionDisplacesItsSlot)
+{
+    std::vector<std::string> displaced;
+    const SlotPtr companion = slots.take(address(1), now);
+    companion->onDisplaced([&] { displaced.emplace_back("companion alone"); });
+    const SlotPtr main = slots.take(address(1), now);
+    main->join(companion);
+    main->onDisplaced([&] { displaced.emplace_back("main"); });
+    std::vector<SlotPtr> others;
+    for (int i = 0; i < 40 && displaced.empty(); ++i)
+    {
+        now += ConnectionSlots::ownAge;
+        others.push_back(slots.take(address(1), now));
+    }
+    EXPECT_EQ(displaced, std::vector<std::string>{"main"}) << "the companion is the oldest";
+    const SlotPtr late = slots.take(address(2), now);
+    late->onDisplaced([&] { displaced.emplace_back("late"); });
+    late->join(companion);
+    EXPECT_EQ(displaced.back(), "late") << "it was displaced before it joined";
+}
+
 }  // namespace
 }  // namespace refhost

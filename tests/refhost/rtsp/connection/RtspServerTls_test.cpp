@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "refhost/net/tls/SelfSignedCertificate.h"
@@ -104,6 +106,39 @@ TEST_F(RtspServerTlsTest, APlainClientOnTheTlsPortIsEndedAtOnce)
     ASSERT_GT(::send(client.get(), request.data(), request.size(), MSG_NOSIGNAL), 0);
     EXPECT_TRUE(hasEnded(client.get()));
     EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0; }));
+}
+
+TEST_F(RtspServerTlsTest, APlainClientOnTheTlsPortIsAnsweredInItsProtocol)
+{
+    start();
+    for (const auto& [request, answer] :
+         {std::pair<std::string, std::string>{TestClient::text("OPTIONS", url(), 1, "", ""), "RTSP/1.0 400 "},
+          std::pair<std::string, std::string>{"GET / HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.0 400 "},
+          std::pair<std::string, std::string>{"POST / HTTP/1.1\r\n\r\n", "HTTP/1.0 400 "}})
+    {
+        const Descriptor client = connectTo(server->tlsPort());
+        ASSERT_GT(::send(client.get(), request.data(), request.size(), MSG_NOSIGNAL), 0);
+        std::string all;
+        char bytes[1000];
+        for (ssize_t count = 1; count > 0;
+             all.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0))))
+        {
+            count = ::recv(client.get(), bytes, sizeof bytes, 0);
+        }
+        EXPECT_EQ(all.substr(0, answer.size()), answer);
+        EXPECT_NE(all.find("needs TLS"), std::string::npos) << all;
+    }
+}
+
+TEST_F(RtspServerTlsTest, BytesThatAreNeitherTlsNorTextGetNoText)
+{
+    start();
+    const Descriptor client = connectTo(server->tlsPort());
+    const std::string bytes("\x01\x02\x03\x04\x05\x06\x07\x08", 8);
+    ASSERT_GT(::send(client.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), 0);
+    char answer[100];
+    const ssize_t count = ::recv(client.get(), answer, sizeof answer, 0);
+    EXPECT_TRUE(count <= 0 || answer[0] == 21) << "an alert at most";
 }
 
 TEST_F(RtspServerTlsTest, ATlsClientOnThePlainPortIsEndedAtOnce)

@@ -349,5 +349,69 @@ TEST(RequestReader, FindsAnItemAgainThatWasPutBack)
     EXPECT_EQ(reader.kept(), 4u);
 }
 
+std::string findHttp(const std::string& text, std::size_t chunk)
+{
+    RequestReader::Limits limits;
+    limits.http = true;
+    RequestReader reader(limits);
+    RtspRequest request;
+    std::string found;
+    for (std::size_t at = 0; at < text.size(); at += chunk)
+    {
+        const std::string part = text.substr(at, chunk);
+        reader.feed(part.data(), part.size());
+        for (auto item = reader.next(request); item != RequestReader::Item::none; item = reader.next(request))
+        {
+            switch (item)
+            {
+                case RequestReader::Item::http:
+                    return found + "http " + std::string(reader.httpHead());
+                case RequestReader::Item::request:
+                    found += "request ";
+                    break;
+                default:
+                    found += "other ";
+                    break;
+            }
+        }
+    }
+    return found;
+}
+
+TEST(RequestReaderHttp, HeadOfAFirstRequestIsFoundHoweverItIsCut)
+{
+    const std::string head = "POST /x HTTP/1.0\r\nContent-Length: 99999999\r\nA\x01\r\n\r\n";
+    for (std::size_t chunk = 1; chunk <= head.size(); ++chunk)
+    {
+        EXPECT_EQ(findHttp(head, chunk), "http " + head) << chunk;
+    }
+    EXPECT_EQ(findHttp("\r\nGET / HTTP/1.1\n\n", 100), "http GET / HTTP/1.1\n\n");
+    EXPECT_EQ(findHttp("PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n", 100), "http PRI * HTTP/2.0\r\n\r\n");
+}
+
+TEST(RequestReaderHttp, WhatIsReceivedBehindTheHeadIsKept)
+{
+    RequestReader::Limits limits;
+    limits.http = true;
+    RequestReader reader(limits);
+    RtspRequest request;
+    const std::string text = "POST / HTTP/1.0\r\n\r\nT1BUS";
+    reader.feed(text.data(), text.size());
+    ASSERT_EQ(reader.next(request), RequestReader::Item::http);
+    EXPECT_EQ(reader.httpRest(), "T1BUS");
+    EXPECT_EQ(reader.next(request), RequestReader::Item::none);
+}
+
+TEST(RequestReaderHttp, LaterRequestsAndRtspAreNone)
+{
+    const std::string options = "OPTIONS * RTSP/1.0\r\nCSeq: 1\r\n\r\n";
+    const std::string get = "GET / HTTP/1.1\r\n\r\n";
+    EXPECT_EQ(findHttp(options + get, 1000), "request other ");
+    EXPECT_EQ(findHttp(std::string("$\0\0\0", 4) + get, 1000), "other other ");
+    EXPECT_EQ(findHttp("GET / RTSP/1.0\r\n\r\n", 1000), "request ");
+    EXPECT_EQ(findHttp("GET /HTTP/1.1 RTSP/1.0\r\n\r\n", 1000), "request ");
+    EXPECT_EQ(findHttp("GET_PARAMETER * RTSP/1.0\r\nX: HTTP/1.1\r\n\r\n", 1000), "request ");
+}
+
 }  // namespace
 }  // namespace refhost

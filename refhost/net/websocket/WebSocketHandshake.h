@@ -1,0 +1,32 @@
+#pragma once
+// Tested by tests/refhost/net/websocket/WebSocketHandshake_test.cpp.
+
+#include <string>
+
+#include "refhost/net/http/HttpRequestHead.h"
+
+namespace refhost
+{
+
+/// The server's side of the handshake of WebSocket (RFC 6455, section 4.2), for RTSP (ONVIF Streaming
+/// Specification, section 7).
+class WebSocketHandshake
+{
+public:
+    static constexpr std::string_view protocol = "rtsp.onvif.org";
+
+    /// Whether the request asks for WebSocket at all.
+    static bool isRequested(const HttpRequestHead& request);
+
+    /// \returns why the request cannot be fulfilled, as an HTTP response; empty when it can
+    static std::string refusal(const HttpRequestHead& request);
+
+    /// The response that switches to WebSocket. Requires: refusal() is empty.
+    static std::string response(const HttpRequestHead& request);
+
+    /// Whether the page that makes the request, if any does, comes from the host that it was sent to, whatever
+    /// the port.
+    static bool isSameHost(const HttpRequestHead& request);
+};
+
+}  // namespace refhost
