@@ -20,7 +20,6 @@ namespace
 {
 
 using test::BareClient;
-using test::Received;
 using test::TestClient;
 using test::TunnelClient;
 using test::WebSocketPeer;
