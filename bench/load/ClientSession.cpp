@@ -49,13 +49,14 @@ std::optional<Number> number(std::optional<std::string_view> text, int base)
 }  // namespace
 
 ClientSession::ClientSession(Poller& poller, const RtspUrl& url, Transport transport, bool allTracks,
-                             bool wideBuffers, bool tls, SessionListener& listener)
+                             bool wideBuffers, bool tls, Srtp srtp, SessionListener& listener)
     : poller_(poller),
       url_(url),
       transport_(transport),
       allTracks_(allTracks),
       wideBuffers_(wideBuffers),
       tls_(tls),
+      srtp_(srtp),
       listener_(listener)
 {
 }
@@ -238,7 +239,14 @@ void ClientSession::takeDescription(const RtspReply& reply)
     watches_.resize(description_.tracks.size());
     for (std::size_t i = 0; i < watches_.size(); ++i)
     {
-        watches_[i].start(description_.tracks[i].encoding, transport_ == Transport::tcp);
+        // What is not opened has no frames to see.
+        watches_[i].start(srtp_ == Srtp::headers ? std::string() : description_.tracks[i].encoding,
+                          transport_ == Transport::tcp);
+    }
+    if (srtp_ != Srtp::none && !startDecryption())
+    {
+        fail("the description holds no key for a track");
+        return;
     }
     while (transport_ == Transport::udp && pairs_.size() < watches_.size())
     {
@@ -251,7 +259,7 @@ void ClientSession::takeDescription(const RtspReply& reply)
 
 void ClientSession::requestSetup()
 {
-    std::string transport = "Transport: RTP/AVP";
+    std::string transport = srtp_ == Srtp::none ? "Transport: RTP/AVP" : "Transport: RTP/SAVP";
     const int first = transport_ == Transport::udp ? pairs_[track_]->port() : static_cast<int>(2 * track_);
     transport += transport_ == Transport::udp ? ";unicast;client_port=" : "/TCP;unicast;interleaved=";
     transport += std::to_string(first) + "-" + std::to_string(first + 1) + "\r\n";
@@ -312,15 +320,46 @@ void ClientSession::onUdp(std::size_t track, bool rtcp, const std::uint8_t* data
     takeMedia(track, rtcp, data, size);
 }
 
+/// \returns false when a track has no key
+bool ClientSession::startDecryption()
+{
+    decryption_.clear();
+    for (const DescribedTrack& track : description_.tracks)
+    {
+        decryption_.push_back(std::make_unique<SrtpReader>());
+        if (track.keyManagement.empty() ||
+            (srtp_ == Srtp::opened && !decryption_.back()->start(track.keyManagement)))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
 void ClientSession::takeMedia(std::size_t track, bool rtcp, const std::uint8_t* data, std::size_t size)
 {
     if (track >= watches_.size() || (state_ != State::play && state_ != State::playing))
     {
         return;
     }
+    std::vector<std::uint8_t> opened;
+    if (srtp_ == Srtp::opened)
+    {
+        opened.assign(data, data + size);
+        // A packet that is not authentic is judged as one that is no RTP.
+        size = (rtcp ? decryption_[track]->openRtcp(opened.data(), size)
+                     : decryption_[track]->open(opened.data(), size))
+                   ? size
+                   : 0;
+        data = opened.data();
+    }
     if (rtcp)
     {
-        watches_[track].onRtcp(data, size);
+        // The first report of an encrypted compound is readable to its header alone.
+        if (srtp_ != Srtp::headers)
+        {
+            watches_[track].onRtcp(data, size);
+        }
         return;
     }
     const FrameStart frame = watches_[track].onRtp(data, size);

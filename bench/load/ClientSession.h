@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "bench/load/LoadOptions.h"
 #include "bench/load/Poller.h"
 #include "bench/load/RtspReader.h"
 #include "bench/load/RtspUrl.h"
 #include "bench/load/SessionDescription.h"
 #include "bench/load/SilenceWatch.h"
+#include "bench/load/SrtpReader.h"
 #include "bench/load/TlsClient.h"
 #include "bench/load/TrackWatch.h"
 #include "bench/load/UdpPair.h"
@@ -24,6 +26,25 @@ enum class Transport
 };
 
 class ClientSession;
+
+/// How a session takes encrypted media.
+enum class Srtp
+{
+    none,     ///< RTP/AVP
+    headers,  ///< RTP/SAVP; packets are not opened
+    opened    ///< RTP/SAVP; every packet is opened
+};
+
+/// \param number  of the session; opening all packets of all of them would cost more than the server does
+inline Srtp srtpOf(const LoadOptions& options, int number)
+{
+    constexpr int openedEach = 16;
+    if (!options.srtp)
+    {
+        return Srtp::none;
+    }
+    return number % openedEach == 0 ? Srtp::opened : Srtp::headers;
+}
 
 /// Receives the events of a session.
 class SessionListener
@@ -46,9 +67,10 @@ class ClientSession : private PollTarget, private RtspReaderSink, private UdpPai
 {
 public:
     /// \param tls          over TLS
+    /// \param srtp         RTP/SAVP
     /// \param wideBuffers  ask for large receive buffers, so that nothing is lost on the client's side
     ClientSession(Poller& poller, const RtspUrl& url, Transport transport, bool allTracks, bool wideBuffers,
-                  bool tls, SessionListener& listener);
+                  bool tls, Srtp srtp, SessionListener& listener);
     ~ClientSession() override;
     ClientSession(const ClientSession&) = delete;
     ClientSession& operator=(const ClientSession&) = delete;
@@ -85,6 +107,11 @@ public:
     {
         return silence_;
     }
+    /// Whether sender reports can be read.
+    bool readsReports() const
+    {
+        return srtp_ != Srtp::headers;
+    }
     const std::vector<TrackWatch>& tracks() const
     {
         return watches_;
@@ -114,6 +141,7 @@ private:
     void takeDescription(const RtspReply& reply);
     void takeSetup(const RtspReply& reply);
     void takePlay(const RtspReply& reply);
+    bool startDecryption();
     void takeMedia(std::size_t track, bool rtcp, const std::uint8_t* data, std::size_t size);
     void fail(const std::string& why);
     void closeConnection();
@@ -124,6 +152,7 @@ private:
     bool allTracks_;
     bool wideBuffers_;
     bool tls_;
+    Srtp srtp_;
     SessionListener& listener_;
 
     int descriptor_ = -1;
@@ -137,6 +166,7 @@ private:
     std::size_t track_ = 0;
     std::vector<TrackWatch> watches_;
     std::vector<std::unique_ptr<UdpPair>> pairs_;
+    std::vector<std::unique_ptr<SrtpReader>> decryption_;  ///< one for each track where packets are opened
     std::int64_t playSentNs_ = 0;
     std::uint64_t packets_ = 0;
     SilenceWatch silence_;

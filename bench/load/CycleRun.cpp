@@ -21,9 +21,9 @@ CycleRun::CycleRun(const LoadOptions& options) : options_(options)
     for (int i = 0; i < options.clients + (options.keepWarm ? 1 : 0); ++i)
     {
         const bool tcp = options.transport == "tcp" || (options.transport == "both" && i % 2 != 0);
-        sessions_.push_back(std::make_unique<ClientSession>(poller_, options.url,
-                                                            tcp ? Transport::tcp : Transport::udp,
-                                                            options.allTracks, false, options.tls, listener));
+        sessions_.push_back(std::make_unique<ClientSession>(
+            poller_, options.url, tcp ? Transport::tcp : Transport::udp, options.allTracks, false,
+            options.tls, srtpOf(options, i), listener));
     }
 }
 

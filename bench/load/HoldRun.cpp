@@ -48,9 +48,9 @@ HoldRun::HoldRun(const LoadOptions& options) : options_(options)
         const RtspUrl& url = options.urls.empty()
                                  ? options.url
                                  : options.urls[static_cast<std::size_t>(i) % options.urls.size()];
-        sessions_.push_back(std::make_unique<ClientSession>(poller_, url,
-                                                            tcp ? Transport::tcp : Transport::udp,
-                                                            options.allTracks, true, options.tls, listener));
+        sessions_.push_back(std::make_unique<ClientSession>(
+            poller_, url, tcp ? Transport::tcp : Transport::udp, options.allTracks, true, options.tls,
+            srtpOf(options, i), listener));
     }
 }
 
@@ -111,7 +111,7 @@ bool HoldRun::run(Report& report)
             packets += track.packets();
             lost += track.lost();
             reordered += track.outOfOrder();
-            text = text.empty() ? track.faults(reportDue) : text;
+            text = text.empty() ? track.faults(reportDue && session->readsReports()) : text;
         }
         if (!text.empty())
         {

@@ -28,6 +28,7 @@ struct LoadOptions
     bool allTracks = false;         ///< set up every track, not the first video track alone
     pid_t serverProcess = 0;        ///< 0: unknown
     bool tls = false;               ///< RTSP and interleaved media over TLS
+    bool srtp = false;              ///< media as RTP/SAVP
     bool resume = false;            ///< handshakes: resume a session
     bool json = false;
 };

@@ -45,12 +45,16 @@ SessionDescription SessionDescription::parse(std::string_view sdp, std::string_v
         }
         if (startsWith(line, "m="))
         {
-            result.tracks.push_back({std::string(line.substr(2, line.find(' ') - 2)), "", ""});
+            result.tracks.push_back({std::string(line.substr(2, line.find(' ') - 2)), "", "", ""});
         }
         else if (startsWith(line, "a=control:"))
         {
             const std::string url = resolve(base, line.substr(10));
             (result.tracks.empty() ? result.url : result.tracks.back().url) = url;
+        }
+        else if (startsWith(line, "a=key-mgmt:") && !result.tracks.empty())
+        {
+            result.tracks.back().keyManagement = std::string(line.substr(11));
         }
         else if (startsWith(line, "a=rtpmap:") && !result.tracks.empty())
         {

@@ -13,6 +13,7 @@ struct DescribedTrack
     std::string media;     ///< "video", "audio", …
     std::string encoding;  ///< of the rtpmap, such as "H264"; empty for a static payload type without one
     std::string url;       ///< what SETUP asks for
+    std::string keyManagement{};  ///< value of "key-mgmt"; empty without one
 };
 
 /// What the load program needs of an SDP text.

@@ -70,6 +70,10 @@ int main(int argc, char** argv)
     app.add_option("--server-pid", options.serverProcess,
                    "process whose processor time and memory to report");
     app.add_flag("--tls", options.tls, "speak RTSP over TLS; the certificate is not verified");
+    app.add_flag("--srtp", options.srtp,
+                 "set up RTP/SAVP with the keys of the description (ask for it by the URL where the server "
+                 "needs that); "
+                 "every 16th session decrypts, the others check headers alone");
     app.add_flag("--resume", options.resume, "handshakes: resume one session instead of full handshakes");
     app.add_flag("--pace", options.pace,
                  "hold: report how late frames come, by their timestamps; for recordings");

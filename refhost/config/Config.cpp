@@ -211,6 +211,11 @@ bool TunnelConfig::operator==(const TunnelConfig& other) const
     return same(*this, other);
 }
 
+bool SrtpConfig::operator==(const SrtpConfig& other) const
+{
+    return same(*this, other);
+}
+
 bool ServerConfig::operator==(const ServerConfig& other) const
 {
     return same(*this, other);
@@ -249,6 +254,13 @@ int ServerConfig::loopCount() const
                        : static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, maxLoops));
 }
 
+bool ServerConfig::requiresProtection(std::string_view protection) const
+{
+    return security == protection ||
+           std::any_of(cameras.begin(), cameras.end(),
+                       [&](const CameraConfig& camera) { return camera.security == protection; });
+}
+
 bool ServerConfig::offersTalkBack() const
 {
     return std::any_of(cameras.begin(), cameras.end(),
@@ -281,6 +293,17 @@ std::vector<std::string> ServerConfig::warnings() const
     {
         found.push_back("anybody who reaches " + tls.listen +
                         " can watch over TLS: it is no loopback address and no [[user]] is configured");
+    }
+    if (requiresProtection("tls") && !tls.enabled())
+    {
+        found.push_back("security = \"tls\" lets nobody watch: there is no TLS");
+    }
+    const bool sendsKeys = requiresProtection("srtp") || requiresProtection("any-encrypted");
+    if (sendsKeys && srtp.keys == "always")
+    {
+        found.push_back(
+            "whoever reads an RTSP connection without TLS can read its SRTP keys: keys of [srtp] is "
+            "\"always\"");
     }
     if (offersTalkBack() && talkBack.output == "null")
     {

@@ -73,6 +73,8 @@ struct CameraConfig
     std::optional<Codec> talkBack{};  ///< codec of talk-back; nothing: no talk-back
     std::int64_t maxSize = 0;         ///< bytes of its recordings; 0: no limit of its own
     std::string clock = "camera";     ///< that dates media read over RTSP: "camera" or "server"
+    std::string security =
+        "default";  ///< what its media must be protected by: as the server's, or "default": the server's
 
     bool operator==(const CameraConfig& other) const;
 
@@ -149,6 +151,15 @@ struct AuthConfig
     std::string basic = "tls-only";  ///< where Basic is offered and accepted: "never", "tls-only" or "always"
 
     bool operator==(const AuthConfig& other) const;
+};
+
+/// Media encrypted over UDP.
+struct SrtpConfig
+{
+    std::string suite = "AES_CM_128_HMAC_SHA1_80";  ///< of what the device sends, as in SDP
+    std::string keys = "always";  ///< on which connections keys are sent: "tls-only" or "always"
+
+    bool operator==(const SrtpConfig& other) const;
 };
 
 /// RTSP over TLS.
@@ -234,6 +245,9 @@ struct ServerConfig
     AuthConfig auth;
     TlsConfig tls;
     TunnelConfig tunnel;
+    SrtpConfig srtp;
+    std::string security =
+        "none";  ///< what media must be protected by: "none", "tls", "srtp" or "any-encrypted"
     TalkBackConfig talkBack;
     MulticastConfig multicast;
     std::string liveController = "first";  ///< controller of orv/live: "first", "second" or "both"
@@ -254,6 +268,9 @@ struct ServerConfig
 
     /// Event loops for each of the server's tasks: `threads`, or as many as there are cores, at most 4.
     int loopCount() const;
+
+    /// Whether some camera, or the default, has `security` set to `protection`.
+    bool requiresProtection(std::string_view protection) const;
 
     /// Whether clients can send audio to some camera.
     bool offersTalkBack() const;

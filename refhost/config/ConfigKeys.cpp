@@ -200,6 +200,12 @@ const std::vector<ConfigKey<ServerConfig>>& configKeys<ServerConfig>()
                              "Largest IP packet in bytes that the network path to viewers takes; the second "
                              "live controller fills UDP packets up to 76 bytes less.",
                              576, 9000),
+        choice<&Server::security>(
+            "security",
+            "What media must be protected by, unless a camera says otherwise: \"tls\" is inside a TLS "
+            "connection, \"srtp\" is SRTP, \"any-encrypted\" is one of the two, \"none\" is nothing. Other "
+            "requests get 403.",
+            {"none", "tls", "srtp", "any-encrypted"}),
         number<&Server::linger>("linger", "Seconds that a source runs on after its last viewer left.", 0,
                                 maxTime),
     };
@@ -334,6 +340,23 @@ const std::vector<ConfigKey<TunnelConfig>>& configKeys<TunnelConfig>()
             "Whose web pages may use WebSocket: \"any\"; \"same\", those of the host that serves it; "
             "\"auto\" is \"any\" where users must log in and \"same\" where everybody may watch.",
             {"auto", "same", "any"}),
+    };
+    return keys;
+}
+
+template <>
+const std::vector<ConfigKey<SrtpConfig>>& configKeys<SrtpConfig>()
+{
+    static const std::vector<ConfigKey<SrtpConfig>> keys{
+        choice<&SrtpConfig::suite>(
+            "suite",
+            "How media that is sent is encrypted and authenticated, as SDP names it. "
+            "Clients name what they use themselves.",
+            {"AES_CM_128_HMAC_SHA1_80", "AES_CM_128_HMAC_SHA1_32", "AEAD_AES_128_GCM"}),
+        choice<&SrtpConfig::keys>("keys",
+                                  "On which RTSP connections keys are sent: \"tls-only\", or \"always\", "
+                                  "which shows them to whoever reads a connection without TLS.",
+                                  {"tls-only", "always"}),
     };
     return keys;
 }
@@ -476,6 +499,11 @@ const std::vector<ConfigKey<CameraConfig>>& configKeys<CameraConfig>()
                                "Whose clock dates the media of a camera that is read over RTSP: \"camera\" "
                                "takes what its sender reports say, \"server\" when its packets arrive.",
                                {"camera", "server"}),
+        choice<&Camera::security>(
+            "security",
+            "What the camera's media must be protected by; \"default\" is the key of the "
+            "same name at the top.",
+            {"default", "none", "tls", "srtp", "any-encrypted"}),
     };
     return keys;
 }

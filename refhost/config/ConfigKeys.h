@@ -131,6 +131,8 @@ const std::vector<ConfigKey<TlsConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<TunnelConfig>>& configKeys();
 template <>
+const std::vector<ConfigKey<SrtpConfig>>& configKeys();
+template <>
 const std::vector<ConfigKey<TalkBackConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<MulticastConfig>>& configKeys();

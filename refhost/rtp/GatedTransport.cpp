@@ -27,6 +27,36 @@ void TransportReceiveQueue::setListener(std::weak_ptr<TransportListener> listene
     listener_.swap(listener);
 }
 
+void TransportReceiveQueue::protect(std::shared_ptr<PacketProtection> protection)
+{
+    const MutexLock guard(mutex_);
+    protection_.swap(protection);
+}
+
+/// Opens a received packet, if packets are encrypted.
+/// \param[in,out] data, size  replaced by those of `opened`
+/// \returns false when it must be dropped
+bool TransportReceiveQueue::open(Open operation, const std::uint8_t*& data, std::size_t& size,
+                                 std::vector<std::uint8_t>& opened)
+{
+    std::shared_ptr<PacketProtection> protection;
+    {
+        const MutexLock guard(mutex_);
+        protection = protection_;
+    }
+    if (protection == nullptr)
+    {
+        return true;
+    }
+    opened.assign(data, data + size);
+    if (!(*protection.*operation)(opened.data(), size))
+    {
+        return false;
+    }
+    data = opened.data();
+    return true;
+}
+
 void TransportReceiveQueue::onTransportReady()
 {
     // Before the listener runs: it may find the transport full again and request another call.
@@ -39,6 +69,11 @@ void TransportReceiveQueue::onTransportReady()
 
 void TransportReceiveQueue::onRtcp(const std::uint8_t* data, std::size_t size)
 {
+    std::vector<std::uint8_t> opened;
+    if (!open(&PacketProtection::openRtcp, data, size, opened))
+    {
+        return;
+    }
     RtcpFindings ignored;
     if (RtcpReader::read(data, size, 0, ignored))
     {
@@ -52,6 +87,11 @@ void TransportReceiveQueue::onRtcp(const std::uint8_t* data, std::size_t size)
 
 void TransportReceiveQueue::onRtp(const std::uint8_t* data, std::size_t size)
 {
+    std::vector<std::uint8_t> opened;
+    if (!open(&PacketProtection::openRtp, data, size, opened))
+    {
+        return;
+    }
     if (RtpReader::hasHeader(data, size))
     {
         noteActivity();
@@ -95,6 +135,13 @@ GatedTransport::GatedTransport(int kind, const TransportTraits& traits,
 
 GatedTransport::~GatedTransport() noexcept(false) = default;
 
+void GatedTransport::protect(std::shared_ptr<ProtectedSender> sender)
+{
+    const MutexLock guard(mutex_);
+    receiveQueue_->protect(std::shared_ptr<PacketProtection>(sender, &sender->protection()));
+    protectedSender_ = std::move(sender);
+}
+
 void GatedTransport::setListener(std::weak_ptr<TransportListener> listener)
 {
     receiveQueue_->setListener(std::move(listener));
@@ -114,7 +161,8 @@ SendResult GatedTransport::send(const AccessUnitPtr& unit, std::size_t firstPack
     {
         return {state, 0};
     }
-    const SendResult result = transmit(unit, firstPacket, header, more);
+    const SendResult result = protectedSender_ == nullptr ? transmit(unit, firstPacket, header, more)
+                                                          : transmitSealed(unit, firstPacket, header, more);
     if (result.status == SendStatus::closed)
     {
         state_.store(SendStatus::closed, std::memory_order_release);
@@ -128,11 +176,34 @@ void GatedTransport::sendRtcp(const std::uint8_t* data, std::size_t size)
     const SendStatus state = state_.load(std::memory_order_relaxed);
     if (state == SendStatus::sent)
     {
-        transmitRtcp(data, size);
+        transmitSealedRtcp(data, size);
     }
     else if (state == SendStatus::held && keptRtcp_.size() < keptRtcpLimit)
     {
         keptRtcp_.emplace_back(data, data + size);
+    }
+}
+
+SendResult GatedTransport::transmitSealed(const AccessUnitPtr& unit, std::size_t firstPacket,
+                                          const RtpHeaderFields& header, bool more)
+{
+    return protectedSender_->send(
+        unit, firstPacket, header,
+        [&](const AccessUnitPtr& sealed, std::size_t first, const RtpHeaderFields& fields)
+        { return transmit(sealed, first, fields, more); });
+}
+
+void GatedTransport::transmitSealedRtcp(const std::uint8_t* data, std::size_t size)
+{
+    if (protectedSender_ == nullptr)
+    {
+        transmitRtcp(data, size);
+        return;
+    }
+    std::vector<std::uint8_t> packet(data, data + size);
+    if (protectedSender_->protection().sealRtcp(packet))
+    {
+        transmitRtcp(packet.data(), packet.size());
     }
 }
 
@@ -155,7 +226,7 @@ void GatedTransport::release()
         }
         for (const auto& packet : keptRtcp_)
         {
-            transmitRtcp(packet.data(), packet.size());
+            transmitSealedRtcp(packet.data(), packet.size());
         }
         std::vector<std::vector<std::uint8_t>>().swap(keptRtcp_);
         state_.store(SendStatus::sent, std::memory_order_release);

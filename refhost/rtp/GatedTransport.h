@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "refhost/base/Mutex.h"
+#include "refhost/rtp/PacketProtection.h"
+#include "refhost/rtp/ProtectedSender.h"
 #include "refhost/rtp/RtpTransport.h"
 
 namespace refhost
@@ -24,6 +26,9 @@ public:
 
     void setListener(std::weak_ptr<TransportListener> listener);
 
+    /// Opens every packet received from now on; those that are not authentic are dropped.
+    void protect(std::shared_ptr<PacketProtection> protection);
+
     void onTransportReady() override;
     void onRtcp(const std::uint8_t* data, std::size_t size) override;
     void onRtp(const std::uint8_t* data, std::size_t size) override;
@@ -33,11 +38,16 @@ public:
     bool arm();
 
 private:
+    using Open = bool (PacketProtection::*)(std::uint8_t*, std::size_t&);
+
     void noteActivity();
     std::shared_ptr<TransportListener> listener();
+    bool open(Open operation, const std::uint8_t*& data, std::size_t& size,
+              std::vector<std::uint8_t>& opened);
 
     Mutex mutex_;
     std::weak_ptr<TransportListener> listener_ OV_GUARDED_BY(mutex_);
+    std::shared_ptr<PacketProtection> protection_ OV_GUARDED_BY(mutex_);  // null: packets are not encrypted
     const std::shared_ptr<SessionLiveness> liveness_;
     std::atomic<bool> armed_{false};
 };
@@ -48,6 +58,9 @@ class GatedTransport : public RtpTransport
 public:
     ~GatedTransport() noexcept(false) override;
 
+    /// Encrypts everything that is sent and received from now on. Requires: called before the first send().
+    /// \param sender  shared by the transports that send under the same SSRC
+    void protect(std::shared_ptr<ProtectedSender> sender);
     void setListener(std::weak_ptr<TransportListener> listener) final;
     SendStatus state() const final;
     SendResult send(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
@@ -74,9 +87,14 @@ private:
                                 const RtpHeaderFields& header, bool more) = 0;
     virtual void transmitRtcp(const std::uint8_t* data, std::size_t size) = 0;
 
+    SendResult transmitSealed(const AccessUnitPtr& unit, std::size_t firstPacket,
+                              const RtpHeaderFields& header, bool more);
+    void transmitSealedRtcp(const std::uint8_t* data, std::size_t size);
+
     Mutex mutex_;                                      // held while sending, so that close() waits
     std::atomic<SendStatus> state_{SendStatus::sent};  // written under the mutex
     std::vector<std::vector<std::uint8_t>> keptRtcp_ OV_GUARDED_BY(mutex_);
+    std::shared_ptr<ProtectedSender> protectedSender_;  // null: packets are not encrypted
     const std::shared_ptr<TransportReceiveQueue> receiveQueue_;
 };
 

@@ -23,6 +23,9 @@ RtpSender::InitialValues RtpSender::InitialValues::random()
 {
     InitialValues values{};
     fillRandom(&values, sizeof(values));
+    // In the lower half, so that a receiver of SRTP who misses the first packets does not miss that the numbers
+    // started over (RFC 3711, section 3.3.1).
+    values.sequence &= 0x7fffU;
     return values;
 }
 

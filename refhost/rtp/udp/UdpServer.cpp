@@ -89,13 +89,20 @@ void UdpServer::onRtcpReadable()
 }
 
 SafePointer<RtpTransport> UdpServer::makeTransport(const SocketAddress& client, int rtpPort, int rtcpPort,
-                                                   std::shared_ptr<SessionLiveness> liveness)
+                                                   std::shared_ptr<SessionLiveness> liveness,
+                                                   std::shared_ptr<ProtectedSender> protection)
 {
     SocketAddress rtp = client.forFamily(sockets_->bound().family());
     rtp.setPort(rtpPort);
     SocketAddress rtcp = rtp;
     rtcp.setPort(rtcpPort);
-    return SafePointer<RtpTransport>(new UdpTransport(sockets_, rtp, rtcp, std::move(liveness)));
+    auto* const transport = new UdpTransport(sockets_, rtp, rtcp, std::move(liveness));
+    SafePointer<RtpTransport> handle(transport);
+    if (protection != nullptr)
+    {
+        transport->protect(std::move(protection));
+    }
+    return handle;
 }
 
 bool UdpServer::segmentationOffload() const

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "refhost/base/SocketAddress.h"
+#include "refhost/rtp/ProtectedSender.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "support/SafePointer.h"
 
@@ -48,8 +49,10 @@ public:
     /// \param client    the client's address; its port is not used
     /// \param rtpPort   the client's ports, 1 to 65535
     /// \param liveness  notes every packet received from the client as activity; may be null
+    /// \param protection  encrypts the track; null: it is not encrypted
     SafePointer<RtpTransport> makeTransport(const SocketAddress& client, int rtpPort, int rtcpPort,
-                                            std::shared_ptr<SessionLiveness> liveness);
+                                            std::shared_ptr<SessionLiveness> liveness,
+                                            std::shared_ptr<ProtectedSender> protection = nullptr);
 
     /// Whether packets are sent as segmented messages now.
     bool segmentationOffload() const;

@@ -7,6 +7,7 @@
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/Log.h"
 #include "refhost/net/TcpStream.h"
+#include "refhost/rtp/srtp/SrtpOpener.h"
 
 namespace refhost
 {
@@ -64,6 +65,12 @@ RtspServer::~RtspServer()
 
 bool RtspServer::start(std::string& error)
 {
+    // The other suites are part of every build of the library.
+    if (services_.srtpSuite == SrtpSuite::aeadAes128Gcm && !SrtpOpener::supports(services_.srtpSuite))
+    {
+        error = "this system's libsrtp2 has no " + config_.srtp.suite + ": choose another suite in [srtp]";
+        return false;
+    }
     UdpServer::Options udp;
     udp.address = config_.listen;
     udp.rtpPort = config_.rtpPort;

@@ -24,6 +24,7 @@ enum RtspStatus
     rtspInvalidRange = 457,
     rtspAggregateNotAllowed = 459,
     rtspUnsupportedTransport = 461,
+    rtspKeyManagementFailure = 463,
     rtspInternalError = 500,
     rtspNotImplemented = 501,
     rtspServiceUnavailable = 503,

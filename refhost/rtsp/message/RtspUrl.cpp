@@ -129,6 +129,7 @@ std::optional<RtspUrl> RtspUrl::parse(std::string_view text)
     {
         track = takeTrack(query);
     }
+    url.query.assign(query.substr(query.empty() ? 0 : 1));
     url.base.append(path);
     while (!path.empty() && path.front() == '/')
     {
@@ -139,6 +140,23 @@ std::optional<RtspUrl> RtspUrl::parse(std::string_view text)
         return std::nullopt;
     }
     return url;
+}
+
+bool RtspUrl::has(std::string_view parameter, std::string_view value) const
+{
+    std::string_view rest = query;
+    while (!rest.empty())
+    {
+        const std::string_view entry = rest.substr(0, rest.find('&'));
+        rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
+        const std::size_t equals = entry.find('=');
+        if (equals != std::string_view::npos && entry.substr(0, equals) == parameter &&
+            entry.substr(equals + 1) == value)
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 void RtspUrl::setEncrypted()

@@ -41,11 +41,12 @@ void appendConnection(std::string& out, const SdpWriter::Origin& origin,
 }
 
 /// \param port  0 where SETUP decides
-void appendTrack(std::string& out, const SubMediaInfo& track, int port)
+/// \param secure  sent as SRTP
+void appendTrack(std::string& out, const SubMediaInfo& track, int port, bool secure)
 {
     out.append("m=").append(track.mediaType).append(" ");
     appendInt(out, port);
-    out += " RTP/AVP ";
+    out += secure ? " RTP/SAVP " : " RTP/AVP ";
     appendInt(out, track.payloadType);
     out += "\r\n";
     if (track.bitRate > 0)
@@ -93,6 +94,17 @@ void appendTrack(std::string& out, const SubMediaInfo& track, int port)
     out.append("a=control:").append(track.trackId).append("\r\n");
 }
 
+void appendKeys(std::string& out, const std::vector<SdpWriter::KeyLines>& keys, const std::string& trackId)
+{
+    for (const SdpWriter::KeyLines& lines : keys)
+    {
+        if (lines.trackId == trackId)
+        {
+            out += lines.text;
+        }
+    }
+}
+
 /// Appends the direction from the client's view: it sends talk-back and receives everything else.
 void appendDirection(std::string& out, const SubMediaInfo& track)
 {
@@ -137,7 +149,8 @@ void appendRange(std::string& out, const MediaInfo& info, RangeHeader::Unit unit
 SdpWriter::SdpWriter(std::uint64_t version) : version_(version) {}
 
 void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& origin,
-                       const MulticastDestination* destination, RangeHeader::Unit unit) const
+                       const MulticastDestination* destination, RangeHeader::Unit unit,
+                       const std::vector<KeyLines>* keys) const
 {
     out += "v=0\r\no=- ";
     appendDecimal(out, version_);
@@ -152,7 +165,12 @@ void SdpWriter::append(std::string& out, const MediaInfo& info, const Origin& or
     int number = 0;
     for (const SubMediaInfo& track : info.getAllSubMediaInfo())
     {
-        appendTrack(out, track, destination == nullptr ? 0 : destination->group.portOf(number));
+        appendTrack(out, track, destination == nullptr ? 0 : destination->group.portOf(number),
+                    keys != nullptr);
+        if (keys != nullptr)
+        {
+            appendKeys(out, *keys, track.trackId);
+        }
         if (directed)
         {
             appendDirection(out, track);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "hostapi/description/MediaInfo.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
@@ -28,12 +29,21 @@ public:
         bool ipv6 = false;
     };
 
+    /// The attributes that carry a track's SRTP keys, as whole lines. \see OfferedKeys
+    struct KeyLines
+    {
+        std::string trackId;
+        std::string text;
+    };
+
     /// Appends the description. With an audio back channel, every track has a direction.
     /// \param destination   the group that the presentation is sent to; null where SETUP decides
     /// \param unit  the unit of a recording's range
+    /// \param keys  the keys of all tracks, whose profile is RTP/SAVP then; null: it is RTP/AVP
     void append(std::string& out, const MediaInfo& info, const Origin& origin,
                 const MulticastDestination* destination = nullptr,
-                RangeHeader::Unit unit = RangeHeader::Unit::npt) const;
+                RangeHeader::Unit unit = RangeHeader::Unit::npt,
+                const std::vector<KeyLines>* keys = nullptr) const;
 
 private:
     const std::uint64_t version_;

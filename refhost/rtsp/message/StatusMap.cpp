@@ -111,6 +111,8 @@ std::string_view StatusMap::reason(int status)
             return "Aggregate Operation Not Allowed";
         case rtspUnsupportedTransport:
             return "Unsupported Transport";
+        case rtspKeyManagementFailure:
+            return "Key Management Failure";
         case rtspInternalError:
             return "Internal Server Error";
         case rtspNotImplemented:

@@ -49,18 +49,28 @@ bool modePlays(std::string_view value)
     return false;
 }
 
-bool acceptsProfile(std::string_view profile, bool& interleaved)
+/// Accepts RTP/AVP and RTP/SAVP, each with or without the protocol below. Profiles with feedback are not supported.
+bool acceptsProfile(std::string_view profile, TransportChoice& choice)
 {
-    interleaved = equalsIgnoringCase(profile, "RTP/AVP/TCP");
-    return interleaved || equalsIgnoringCase(profile, "RTP/AVP") ||
-           equalsIgnoringCase(profile, "RTP/AVP/UDP");
+    for (const std::string_view known : {"RTP/AVP", "RTP/SAVP"})
+    {
+        if (!equalsIgnoringCase(profile.substr(0, known.size()), known))
+        {
+            continue;
+        }
+        const std::string_view below = profile.substr(known.size());
+        choice.secure = known == "RTP/SAVP";
+        choice.interleaved = equalsIgnoringCase(below, "/TCP");
+        return choice.interleaved || below.empty() || equalsIgnoringCase(below, "/UDP");
+    }
+    return false;
 }
 
 std::optional<TransportChoice> parseChoice(std::string_view text)
 {
     TransportChoice choice;
     bool unicast = false;
-    if (!acceptsProfile(RtspText::cut(text, ';'), choice.interleaved))
+    if (!acceptsProfile(RtspText::cut(text, ';'), choice))
     {
         return std::nullopt;
     }
@@ -120,12 +130,13 @@ bool acceptable(const TransportChoice& choice, bool multicast, int serverPort)
 
 }  // namespace
 
-std::optional<TransportChoice> TransportHeader::choose(std::string_view value, bool multicast, int serverPort)
+std::optional<TransportChoice> TransportHeader::choose(std::string_view value, bool multicast, int serverPort,
+                                                       const Admit& admit)
 {
     while (!value.empty())
     {
-        const auto choice = parseChoice(RtspText::cut(value, ','));
-        if (choice && acceptable(*choice, multicast, serverPort))
+        auto choice = parseChoice(RtspText::cut(value, ','));
+        if (choice && acceptable(*choice, multicast, serverPort) && (!admit || admit(*choice)))
         {
             return choice;
         }

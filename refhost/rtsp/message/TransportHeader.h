@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string_view>
 
@@ -11,6 +12,7 @@ struct TransportChoice
 {
     bool interleaved = false;  ///< inside the RTSP connection; otherwise UDP
     bool multicast = false;    ///< to a group, whose address and ports the server chooses
+    bool secure = false;       ///< profile RTP/SAVP: SRTP
     int rtpPort = 0;           ///< the client's UDP ports, TransportHeader::minPort to 65535
     int rtcpPort = 0;
     int rtpChannel = -1;  ///< 0 to 255; -1: the server assigns both
@@ -28,7 +30,10 @@ public:
     /// Lower ports belong to services that did not request a stream.
     static constexpr int minPort = 1024;
 
-    /// Picks the first acceptable choice of a list: profile RTP/AVP, to play, over UDP unicast with one or
+    /// Whether a choice is allowed; may change the profile that it stands for.
+    using Admit = std::function<bool(TransportChoice& choice)>;
+
+    /// Picks the first acceptable choice of a list: profile RTP/AVP or RTP/SAVP, to play, over UDP unicast with one or
     /// two client ports, or interleaved with or without named channels. Skips other profiles, "mode=record"
     /// and malformed choices; ignores unknown parameters. If one port or channel is named, RTCP has the next.
     /// \param multicast  whether the presentation is sent to a group. If so, only UDP multicast is
@@ -36,8 +41,10 @@ public:
     ///                   skipped. Address, ports and TTL requested by clients are ignored
     /// \param serverPort  the server's UDP port of RTP; RTCP has the next. Skips a choice with one of them,
     ///                    because the server must not send to itself. 0: none
+    /// \param admit  skips a choice that is not allowed; empty: all are
     /// \returns nothing when no choice is acceptable
-    static std::optional<TransportChoice> choose(std::string_view value, bool multicast, int serverPort = 0);
+    static std::optional<TransportChoice> choose(std::string_view value, bool multicast, int serverPort = 0,
+                                                 const Admit& admit = {});
 };
 
 }  // namespace refhost

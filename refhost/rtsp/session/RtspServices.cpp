@@ -9,6 +9,8 @@ namespace refhost
 RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, const HostClock& hostClock)
     : limits(config.limits),
       auth(config.auth),
+      security(config),
+      srtpSuite(srtpSuiteNamed(config.srtp.suite).value_or(SrtpSuite::aesCm128HmacSha1Tag80)),
       clock(hostClock),
       routes(std::move(mediaRoutes)),
       sessions(limits),

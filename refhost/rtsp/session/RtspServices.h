@@ -10,10 +10,12 @@
 #include "refhost/base/HostClock.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtp/multicast/MulticastServer.h"
+#include "refhost/rtp/srtp/SrtpSuite.h"
 #include "refhost/rtp/udp/UdpServer.h"
 #include "refhost/rtsp/auth/Authenticator.h"
 #include "refhost/rtsp/message/SdpWriter.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
+#include "refhost/rtsp/session/MediaSecurity.h"
 #include "refhost/rtsp/session/SessionTable.h"
 
 namespace refhost
@@ -40,6 +42,8 @@ struct RtspServices
 
     const LimitsConfig limits;
     const AuthConfig auth;
+    const MediaSecurity security;
+    const SrtpSuite srtpSuite;
     const HostClock& clock;
     const MediaRoutes routes;
     SessionTable sessions;

@@ -47,7 +47,8 @@ SessionMethods::SessionMethods(RtspServices& services, ClientConnection& connect
       connection_(connection),
       sessions_(sessions),
       access_(access),
-      deliveries_(services, connection)
+      deliveries_(services, connection),
+      security_(services, connection)
 {
 }
 
@@ -94,6 +95,12 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
             return Result::answered;
         }
     }
+    const RequestSecurity::Description security = security_.description(context);
+    if (!security.refusal.empty())
+    {
+        RequestSecurity::refuse(context, security.refusal);
+        return Result::answered;
+    }
     std::optional<SafePointer<IRTSPController>> controller;
     bool notReady = false;
     RtspStatus status = createController(context, talkBack, controller, notReady);
@@ -123,11 +130,13 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
         context.answer(rtspServiceUnavailable);
         return Result::answered;
     }
+    const auto keys = security_.offerKeys(context.url.presentation, info, security.srtp);
     std::string description;
     description.reserve(1024);
     services_.sdp.append(description, info, {connection_.local().text(), connection_.local().isIpv6()},
                          multicast ? &destination : nullptr,
-                         context.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt);
+                         context.require.replay ? RangeHeader::Unit::clock : RangeHeader::Unit::npt,
+                         security.srtp ? &keys : nullptr);
     ResponseWriter& out = context.start(rtspOk);
     out.startHeader("Content-Base");
     out.text().append(context.url.base).append("/");
@@ -165,10 +174,23 @@ SessionMethods::Result SessionMethods::setup(RequestContext& context, bool lastT
             return Result::answered;
         }
     }
-    const auto choice = deliveries_.choose(context.request, route != nullptr && route->multicast());
+    std::string_view refusal;
+    const auto admit = [&](TransportChoice& choice) { return security_.admits(context, choice, refusal); };
+    const auto choice = deliveries_.choose(context.request, route != nullptr && route->multicast(), admit);
+    if (!choice && !refusal.empty())
+    {
+        RequestSecurity::refuse(context, refusal);
+        return Result::answered;
+    }
     if (!choice)
     {
         context.answer(rtspUnsupportedTransport);
+        return Result::answered;
+    }
+    std::optional<SrtpKey> clientKey;
+    if (choice->secure && !RequestSecurity::readClientKey(context.request, clientKey))
+    {
+        context.answer(rtspKeyManagementFailure);
         return Result::answered;
     }
     if (session == nullptr)
@@ -185,7 +207,7 @@ SessionMethods::Result SessionMethods::setup(RequestContext& context, bool lastT
             return Result::answered;
         }
     }
-    setupTrack(context, session, *choice);
+    setupTrack(context, session, *choice, clientKey);
     return Result::answered;
 }
 
@@ -241,13 +263,14 @@ RtspStatus SessionMethods::createSession(RequestContext& context, std::shared_pt
 }
 
 void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<RtspSession>& session,
-                                const TransportChoice& choice)
+                                const TransportChoice& choice, const std::optional<SrtpKey>& clientKey)
 {
     if (!permitTrack(context, *session))
     {
         endIfEmpty(session);
         return;
     }
+    std::optional<SrtpKey> newKey;
     std::string transportText;
     std::uint32_t ssrc = 0;
     RtspStatus status = rtspInternalError;
@@ -257,8 +280,10 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
             context.url.track,
             [&](RtspSession::Delivery& out)
             {
+                const auto protection =
+                    choice.secure ? security_.protect(context.url, clientKey, newKey) : nullptr;
                 const RtspStatus made =
-                    deliveries_.make(choice, *session, context.url.track, out, transportText);
+                    deliveries_.make(choice, *session, context.url.track, protection, out, transportText);
                 if (made == rtspOk && !(*out.transport)->traits().shared)
                 {
                     (*out.transport)->start = LiveStart::named(context.request.value("Live-Start"));
@@ -291,6 +316,10 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
     ResponseWriter& out = context.start(rtspOk);
     TrackDeliveries::answer(out, transportText, ssrc);
     sessions_.addHeader(out, *session);
+    if (newKey)
+    {
+        RequestSecurity::addKey(out, context.url, *newKey, ssrc);
+    }
     out.header("Cache-Control", "no-cache");
     context.send();
 }

@@ -9,6 +9,7 @@
 #include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/RequestAccess.h"
 #include "refhost/rtsp/session/RequestContext.h"
+#include "refhost/rtsp/session/RequestSecurity.h"
 #include "refhost/rtsp/session/RtspServices.h"
 #include "refhost/rtsp/session/RtspSession.h"
 #include "refhost/rtsp/session/TrackDeliveries.h"
@@ -40,7 +41,7 @@ private:
     bool findGroup(SafePointer<IRTSPController>& controller, MulticastDestination& destination);
     RtspStatus createSession(RequestContext& context, std::shared_ptr<RtspSession>& out, bool& notReady);
     void setupTrack(RequestContext& context, const std::shared_ptr<RtspSession>& session,
-                    const TransportChoice& choice);
+                    const TransportChoice& choice, const std::optional<SrtpKey>& clientKey);
     bool permitSetup(RequestContext& context, const MediaRoutes::Route* route) const;
     bool permitTrack(RequestContext& context, RtspSession& session) const;
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
@@ -50,6 +51,7 @@ private:
     ConnectionSessions& sessions_;
     const RequestAccess& access_;
     TrackDeliveries deliveries_;
+    RequestSecurity security_;
 };
 
 }  // namespace refhost

@@ -26,13 +26,14 @@ TrackDeliveries::TrackDeliveries(RtspServices& services, ClientConnection& conne
 {
 }
 
-std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& request, bool multicast) const
+std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& request, bool multicast,
+                                                       const TransportHeader::Admit& admit) const
 {
     const int serverPort = services_.udp == nullptr ? 0 : services_.udp->rtpPort();
     for (const RtspRequest::Header* header = request.find("Transport"); header != nullptr;
          header = request.find("Transport", header))
     {
-        const auto choice = TransportHeader::choose(header->value, multicast, serverPort);
+        const auto choice = TransportHeader::choose(header->value, multicast, serverPort, admit);
         if (choice)
         {
             return choice;
@@ -42,17 +43,19 @@ std::optional<TransportChoice> TrackDeliveries::choose(const RtspRequest& reques
 }
 
 RtspStatus TrackDeliveries::make(const TransportChoice& choice, const RtspSession& session,
-                                 std::string_view trackId, RtspSession::Delivery& out, std::string& text)
+                                 std::string_view trackId, const std::shared_ptr<ProtectedSender>& protection,
+                                 RtspSession::Delivery& out, std::string& text)
 {
     if (choice.multicast)
     {
         return makeMulticast(session, trackId, out, text);
     }
-    return choice.interleaved ? makeInterleaved(choice, session, out, text)
-                              : makeUdp(choice, session, out, text);
+    return choice.interleaved ? makeInterleaved(choice, session, protection, out, text)
+                              : makeUdp(choice, session, protection, out, text);
 }
 
 RtspStatus TrackDeliveries::makeUdp(const TransportChoice& choice, const RtspSession& session,
+                                    const std::shared_ptr<ProtectedSender>& protection,
                                     RtspSession::Delivery& out, std::string& text)
 {
     if (services_.udp == nullptr)
@@ -60,8 +63,8 @@ RtspStatus TrackDeliveries::makeUdp(const TransportChoice& choice, const RtspSes
         return rtspUnsupportedTransport;
     }
     out.transport.emplace(services_.udp->makeTransport(connection_.peer(), choice.rtpPort, choice.rtcpPort,
-                                                       session.liveness()));
-    text = "RTP/AVP;unicast";
+                                                       session.liveness(), protection));
+    text = protection == nullptr ? "RTP/AVP;unicast" : "RTP/SAVP;unicast";
     appendPair(text, "client_port", choice.rtpPort, choice.rtcpPort);
     appendPair(text, "server_port", services_.udp->rtpPort(), services_.udp->rtcpPort());
     return rtspOk;
@@ -97,6 +100,7 @@ RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::strin
 }
 
 RtspStatus TrackDeliveries::makeInterleaved(const TransportChoice& choice, const RtspSession& session,
+                                            const std::shared_ptr<ProtectedSender>& protection,
                                             RtspSession::Delivery& out, std::string& text)
 {
     if (channels_ == nullptr)
@@ -110,10 +114,14 @@ RtspStatus TrackDeliveries::makeInterleaved(const TransportChoice& choice, const
     }
     const SafePointer<InterleavedTransport> transport(new InterleavedTransport(
         connection_.frameWriter(), lease->rtpChannel(), lease->rtcpChannel(), session.liveness()));
+    if (protection != nullptr)
+    {
+        transport->protect(protection);
+    }
     lease->deliverTo(transport);
     out.transport.emplace(transport);
     out.connection = connection_.serial();
-    text = "RTP/AVP/TCP;unicast";
+    text = protection == nullptr ? "RTP/AVP/TCP;unicast" : "RTP/SAVP/TCP;unicast";
     appendPair(text, "interleaved", lease->rtpChannel(), lease->rtcpChannel());
     out.channels = std::move(lease);
     return rtspOk;

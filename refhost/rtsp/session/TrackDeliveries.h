@@ -27,16 +27,20 @@ public:
     TrackDeliveries(RtspServices& services, ClientConnection& connection);
 
     /// \param multicast  whether the presentation is sent to a group
+    /// \param admit      skips choices that are not allowed
     /// \returns the first supported choice of the request's Transport headers; nothing when there is none
-    std::optional<TransportChoice> choose(const RtspRequest& request, bool multicast) const;
+    std::optional<TransportChoice> choose(const RtspRequest& request, bool multicast,
+                                          const TransportHeader::Admit& admit) const;
 
     /// Makes the transport of one track of `session`.
     /// \param trackId    of the request; empty for the only track
+    /// \param protection  encrypts the track; null: it is not encrypted
     /// \param[out] text  the response's Transport header so far, for answer()
     /// \returns 200; 461 when the transport is not available; 503 when all groups are in use or multicast has
     ///          no route; 404 for a track that a group does not have
     RtspStatus make(const TransportChoice& choice, const RtspSession& session, std::string_view trackId,
-                    RtspSession::Delivery& out, std::string& text);
+                    const std::shared_ptr<ProtectedSender>& protection, RtspSession::Delivery& out,
+                    std::string& text);
 
     /// Writes the Transport header of the response to SETUP.
     static void answer(ResponseWriter& out, const std::string& text, std::uint32_t ssrc);
@@ -45,12 +49,14 @@ public:
     void received(int channel, const std::uint8_t* data, std::size_t size);
 
 private:
-    RtspStatus makeUdp(const TransportChoice& choice, const RtspSession& session, RtspSession::Delivery& out,
+    RtspStatus makeUdp(const TransportChoice& choice, const RtspSession& session,
+                       const std::shared_ptr<ProtectedSender>& protection, RtspSession::Delivery& out,
                        std::string& text);
     RtspStatus makeMulticast(const RtspSession& session, std::string_view trackId, RtspSession::Delivery& out,
                              std::string& text);
     RtspStatus makeInterleaved(const TransportChoice& choice, const RtspSession& session,
-                               RtspSession::Delivery& out, std::string& text);
+                               const std::shared_ptr<ProtectedSender>& protection, RtspSession::Delivery& out,
+                               std::string& text);
 
     RtspServices& services_;
     ClientConnection& connection_;

@@ -70,6 +70,23 @@ TEST(RtspUrl, EveryPrefixIsRefusedOrTakenApartWithoutHarm)
     }
 }
 
+TEST(RtspUrl, AParameterOfItsQueryIsFound)
+{
+    const auto has = [](const std::string& behind)
+    { return RtspUrl::parse("rtsp://h/orv/live/1/0" + behind)->has("security", "srtp"); };
+    EXPECT_TRUE(has("?security=srtp"));
+    EXPECT_TRUE(has("?a=b&security=srtp"));
+    EXPECT_TRUE(has("?&security=srtp&c"));
+    EXPECT_TRUE(has("?security=srtp/trackID=1"));
+    EXPECT_TRUE(has("/trackID=1?security=srtp#x"));
+    EXPECT_FALSE(has(""));
+    EXPECT_FALSE(has("?"));
+    EXPECT_FALSE(has("?security=srtpx"));
+    EXPECT_FALSE(has("?xsecurity=srtp"));
+    EXPECT_FALSE(has("?security"));
+    EXPECT_FALSE(has("?security=tls"));
+}
+
 TEST(RtspUrl, RefusesWhatIsNoUrlOfOurs)
 {
     for (const char* const text : {"", "orv/live/1/0", "http://h/orv/live/1/0", "rtsp:/h/a", "rtsp:///a",

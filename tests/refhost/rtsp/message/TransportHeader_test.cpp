@@ -16,15 +16,17 @@ std::string chosen(std::string_view header, bool multicast = false)
     {
         return "none";
     }
+    const std::string secure = choice->secure ? "srtp " : "";
     if (choice->multicast)
     {
-        return "multicast";
+        return secure + "multicast";
     }
     if (choice->interleaved)
     {
-        return "tcp " + std::to_string(choice->rtpChannel) + "-" + std::to_string(choice->rtcpChannel);
+        return secure + "tcp " + std::to_string(choice->rtpChannel) + "-" +
+               std::to_string(choice->rtcpChannel);
     }
-    return "udp " + std::to_string(choice->rtpPort) + "-" + std::to_string(choice->rtcpPort);
+    return secure + "udp " + std::to_string(choice->rtpPort) + "-" + std::to_string(choice->rtcpPort);
 }
 
 struct HeaderCase
@@ -60,7 +62,14 @@ const HeaderCase headerCases[] = {
     {"RTP/AVP;multicast;client_port=5000-5001", "none"},
     {"RTP/AVP;multicast;port=5000-5001;ttl=3", "none"},
     {"RTP/AVPF;unicast;client_port=5000-5001", "none"},
-    {"RTP/SAVP;unicast;client_port=5000-5001", "none"},
+    {"RTP/SAVP;unicast;client_port=5000-5001", "srtp udp 5000-5001"},
+    {"rtp/savp/udp;unicast;client_port=5000-5001", "srtp udp 5000-5001"},
+    {"RTP/SAVP/TCP;unicast;interleaved=2-3", "srtp tcp 2-3"},
+    {"RTP/AVP;unicast;client_port=8000-8001,RTP/SAVP;unicast;client_port=8000-8001", "udp 8000-8001"},
+    {"RTP/SAVPF;unicast;client_port=5000-5001", "none"},
+    {"RTP/AVPF;unicast;client_port=5000-5001", "none"},
+    {"RTP/SAVP/SCTP;unicast;client_port=5000-5001", "none"},
+    {"RTP/SAV", "none"},
     {"RAW/RAW/UDP;unicast;client_port=5000", "none"},
     {"RTP/AVP;unicast;client_port=5000-5001;mode=record", "none"},
     {"RTP/AVP;unicast;client_port=5000-5001;mode=\"RECORD\"", "none"},
@@ -90,6 +99,24 @@ TEST(TransportHeader, PicksTheFirstAcceptableChoice)
     {
         EXPECT_EQ(chosen(one.header), one.chosen) << one.header;
     }
+}
+
+TEST(TransportHeader, AChoiceThatIsNotAdmittedIsSkippedAndOneMayBeChanged)
+{
+    const auto choose = [](std::string_view header)
+    {
+        return TransportHeader::choose(header, false, 0,
+                                       [](TransportChoice& choice)
+                                       {
+                                           choice.secure = true;
+                                           return !choice.interleaved;
+                                       });
+    };
+    const auto choice = choose("RTP/AVP/TCP,RTP/AVP;unicast;client_port=5000-5001");
+    ASSERT_TRUE(choice);
+    EXPECT_EQ(choice->rtpPort, 5000);
+    EXPECT_TRUE(choice->secure);
+    EXPECT_FALSE(choose("RTP/AVP/TCP"));
 }
 
 TEST(TransportHeader, ServersOwnPortsAreRefused)
@@ -135,7 +162,7 @@ TEST(TransportHeader, MulticastPresentationTakesMulticastOnly)
         {"RTP/AVP;unicast", "none"},
         {"RTP/AVP/TCP;interleaved=0-1", "none"},
         {"RTP/AVP/TCP;multicast", "none"},
-        {"RTP/SAVP;multicast", "none"},
+        {"RTP/SAVP;multicast", "srtp multicast"},
         {"RTP/AVP;multicast;mode=record", "none"},
         {"", "none"},
     };

@@ -3,7 +3,9 @@
 #include <string>
 
 #include "audioback/OVAudioBackDispatcherMgr.h"
+#include "refhost/rtsp/message/KeyMgmtHeader.h"
 #include "refhost/talkback/SharedOutput.h"
+#include "tests/refhost/rtp/srtp/SrtpPeer.h"
 #include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
@@ -192,6 +194,39 @@ TEST_F(TalkBackTest, DatagramsOfTheClientReachTheOutputAndOthersDoNot)
     mine.sendTo(server->rtpPort(), packet(2));
     EXPECT_TRUE(eventually([&] { return played->samples > once; }));
     EXPECT_LE(played->samples, 2 * once + once / 2) << "only two of the packets are the sender's";
+}
+
+TEST_F(TalkBackTest, EncryptedDatagramsReachTheOutputAndPlainOnesDoNot)
+{
+    start();
+    TestClient client(server->port());
+    UdpPort mine;
+    const SrtpKey key = SrtpKey::random(SrtpSuite::aesCm128HmacSha1Tag32);
+    std::string headers = "Transport: RTP/SAVP;unicast;client_port=" + std::to_string(mine.port()) + "\r\n" +
+                          require + "KeyMgmt: ";
+    KeyMgmtHeader::append(headers, talkTrack(), MikeyMessage::write(key, {}, WallTime()));
+    const Received setup = client.request("SETUP", talkTrack(), headers + "\r\n");
+    ASSERT_EQ(setup.status, 200);
+    EXPECT_EQ(client.request("PLAY", url(), session(setup.session()) + require).status, 200);
+    EXPECT_TRUE(eventually([&] { return played->open.load(); }));
+    SrtpPeer peer(key, key);
+    const auto sealed = [&](std::uint16_t number)
+    {
+        const auto bytes = peer.seal(SrtpPeer::bytesOf(packet(number)));
+        return std::string(bytes.begin(), bytes.end());
+    };
+    const std::string first = sealed(20);
+    mine.sendTo(server->rtpPort(), first);
+    EXPECT_TRUE(eventually([&] { return played->samples > 0; }));
+    const std::size_t once = played->samples;
+    for (std::uint16_t number = 1; number < 20; ++number)
+    {
+        mine.sendTo(server->rtpPort(), packet(number));
+        mine.sendTo(server->rtpPort(), first);
+    }
+    mine.sendTo(server->rtpPort(), sealed(21));
+    EXPECT_TRUE(eventually([&] { return played->samples > once; }));
+    EXPECT_LE(played->samples, 2 * once + once / 2) << "only two of the packets are authentic and new";
 }
 
 TEST_F(TalkBackTest, SharesASessionWithTheVideo)
