@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "refhost/base/Hex.h"
 #include "refhost/base/IgnoreCase.h"
 #include "refhost/base/Mutex.h"
 
@@ -243,6 +244,32 @@ std::string CredentialMask::maskUrl(std::string_view url)
     }
     const std::size_t start = hidden.data() - url.data();
     return std::string(url.substr(0, start)) + "***" + mask(url.substr(start + hidden.size()));
+}
+
+std::string CredentialMask::escapedUserInfo(std::string_view url)
+{
+    const std::string_view info = userInfo(url);
+    if (info.empty())
+    {
+        return std::string(url);
+    }
+    const auto start = static_cast<std::size_t>(info.data() - url.data());
+    const std::size_t colon = info.find(':');
+    std::string out(url.substr(0, start));
+    for (std::size_t i = 0; i < info.size(); ++i)
+    {
+        const char c = info[i];
+        const bool escaped = c == '%' && i + 2 < info.size() && isHex(info.substr(i + 1, 2));
+        if (std::isalnum(static_cast<unsigned char>(c)) != 0 || escaped || i == colon ||
+            std::string_view("-._~!$&'()*+,;=").find(c) != std::string_view::npos)
+        {
+            out += c;
+            continue;
+        }
+        out += '%';
+        appendHex8(out, static_cast<std::uint8_t>(c));
+    }
+    return out.append(url.substr(start + info.size()));
 }
 
 void CredentialMask::hide(std::string_view secret)

@@ -19,6 +19,10 @@ public:
     /// As Log::userInfo().
     static std::string_view userInfo(std::string_view url);
 
+    /// The URL with its user information, as userInfo() finds it, percent-encoded. Where that holds an unescaped
+    /// '@', '/', '?' or '#', other programs take the rest of the password for a host, and name it in messages.
+    static std::string escapedUserInfo(std::string_view url);
+
     /// As Log::hide().
     static void hide(std::string_view secret);
     static constexpr std::size_t maxHidden = 4096;

@@ -174,12 +174,14 @@ bool Log::enabled(Level level)
     return level != Level::off && logger().should_log(toSpdlog(level));
 }
 
-void Log::write(Level level, std::string_view message)
+void Log::write(Level level, std::string_view text)
 {
     if (!enabled(level))
     {
         return;
     }
+    // Here, where every line passes, so that no caller can forget it.
+    const std::string message = mask(text);
     if (std::none_of(message.begin(), message.end(), isControl))
     {
         logger().log(toSpdlog(level), spdlog::string_view_t(message.data(), message.size()));

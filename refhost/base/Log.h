@@ -17,8 +17,8 @@ namespace refhost
 ///     Log::info("listening on {}:{}", address, port);
 ///     Log::warning("{}: no such stream: {}", peer, Log::safe(url));
 ///
-/// Control characters of a message are escaped, so a message cannot forge a line. Pass text from the network
-/// and URLs through safe(), which also masks credentials and bounds the length.
+/// Control characters of a message are escaped, so a message cannot forge a line, and its credentials are
+/// masked. Pass text from the network through safe(), which also bounds the length and masks before it cuts.
 ///
 /// Threads: any. Below the enabled level a call costs one atomic load and formats nothing.
 class Log
@@ -43,8 +43,8 @@ public:
 
     static bool enabled(Level level);
 
-    /// Writes one finished message if `level` is enabled.
-    static void write(Level level, std::string_view message);
+    /// Writes one finished message, masked as by mask(), if `level` is enabled.
+    static void write(Level level, std::string_view text);
 
     template <typename... Args>
     static void trace(fmt::format_string<Args...> format, Args&&... args)

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "refhost/base/ByteOrder.h"
+#include "refhost/base/CredentialMask.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/capture/CaptureClock.h"
 #include "refhost/capture/RtpPayloadCheck.h"
@@ -35,9 +36,10 @@ bool RtspSource::build(GstBin* pipeline, std::string& error)
         error = "the GStreamer element rtspsrc is missing";
         return false;
     }
-    g_object_set(client, "location", config_.source.location.c_str(), "latency", jitterLatency, "buffer-mode",
-                 timestampsAlone, "protocols", transport_ == Transport::tcp ? overTcp : overUdp,
-                 "tcp-timeout", silenceTimeout, "timeout", silenceTimeout, nullptr);
+    g_object_set(client, "location", CredentialMask::escapedUserInfo(config_.source.location).c_str(),
+                 "latency", jitterLatency, "buffer-mode", timestampsAlone, "protocols",
+                 transport_ == Transport::tcp ? overTcp : overUdp, "tcp-timeout", silenceTimeout, "timeout",
+                 silenceTimeout, nullptr);
     g_signal_connect(client, "new-manager", G_CALLBACK(&RtspSource::onNewManager), this);
     g_signal_connect(client, "pad-added", G_CALLBACK(&RtspSource::onPadAdded), this);
     g_signal_connect(client, "no-more-pads", G_CALLBACK(&RtspSource::onNoMorePads), this);
