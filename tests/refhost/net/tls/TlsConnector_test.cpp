@@ -1,6 +1,7 @@
 #include "refhost/net/tls/TlsConnector.h"
 
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -94,6 +95,9 @@ protected:
     {
         const auto made = connector(trust, ca);
         std::future<Outcome> outcome = start(*made, bound, host);
+        // Not on the loop, which has to connect.
+        pollfd arrival{port_.get(), POLLIN, 0};
+        EXPECT_EQ(::poll(&arrival, 1, static_cast<int>(std::chrono::milliseconds(bound).count())), 1);
         runOn(loop_,
               [&]
               {
