@@ -28,23 +28,25 @@ public:
         std::string all;
         while (all.find(end) == std::string::npos)
         {
-            const std::string more = TestClient::wait(5000);
+            const std::string more = wait(5000);
             if (more.empty())
             {
-                break;
+                return all;
             }
             all += more;
         }
-        return all;
+        const std::size_t size = all.find(end) + end.size();
+        rest_ = all.substr(size);
+        return all.substr(0, size);
     }
 
     /// Everything until the server ends the connection.
     std::string readAll()
     {
-        std::string all;
+        std::string all = std::exchange(rest_, {});
         while (!end_)
         {
-            const std::string more = TestClient::wait(5000);
+            const std::string more = wait(5000);
             if (more.empty())
             {
                 break;
@@ -56,13 +58,22 @@ public:
 
     std::string waitSome(int milliseconds)
     {
-        return TestClient::wait(milliseconds);
+        return wait(milliseconds);
     }
 
     bool sawEnd() const
     {
         return end_;
     }
+
+protected:
+    std::string wait(int milliseconds) override
+    {
+        return rest_.empty() ? TestClient::wait(milliseconds) : std::exchange(rest_, {});
+    }
+
+private:
+    std::string rest_;  // received behind what readUntil() returned
 };
 
 /// An RTSP client through the HTTP tunnel, over two TCP connections.
