@@ -1,5 +1,6 @@
 #include "refhost/base/Log.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -140,7 +141,7 @@ TEST(Log, NoPartOfAPasswordIsEverLeft)
             const std::string masked = Log::mask(text);
             const std::string start = text.substr(0, text.find("://") + 3);
             const std::string end = text.substr(text.find(secret) + secret.size());
-            ASSERT_EQ(masked, start + "***" + end) << text;
+            ASSERT_EQ(masked, fmt::format("{}***{}", start, end)) << text;
             ASSERT_EQ(Log::mask(masked), masked) << "masked once more it is the same";
             ASSERT_EQ(Log::safe(text), masked);
         }

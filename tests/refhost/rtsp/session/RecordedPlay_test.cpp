@@ -1,5 +1,6 @@
 #include "refhost/rtsp/session/RecordedPlay.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -144,7 +145,7 @@ TEST_F(RecordedPlayTest, RequestedTimesAreAnsweredAsTheyWere)
     for (int i = 0; i < 1000; ++i)
     {
         const std::string digits = std::to_string(1'000'000 + i * 997).substr(1);
-        EXPECT_EQ(playRange("clock=20231114T221325." + digits + "Z-20231114T221330." + digits + "Z"), rtspOk);
+        EXPECT_EQ(playRange(fmt::format("clock=20231114T221325.{0}Z-20231114T221330.{0}Z", digits)), rtspOk);
         const RecordedPlay::Outcome outcome = play_.outcome(Unit::clock, tracks_);
         const RangeHeader::Position fraction(i * 997);
         ASSERT_EQ(outcome.begin, (RecordingScript::beginTime + 5) * second + fraction) << digits;
