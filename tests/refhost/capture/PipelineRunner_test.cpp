@@ -61,9 +61,11 @@ TEST_F(PipelineRunnerTest, HangingSourceIsAbandonedAndReplacedUpToTheLimit)
     open();
     const auto video = watch("trackID=0");
     EXPECT_TRUE(waitFor([] { return PipelineRunner::abandoned(title) == 2; }));
-    EXPECT_EQ(source->starts(), 2);
-    // The third one waits until one of them ends.
-    EXPECT_TRUE(waitFor([this] { return source->starts() > 2; }));
+    // Two, and those that were ended before they hung.
+    const int starts = source->starts();
+    EXPECT_GE(starts, 2);
+    // The next one waits until one of them ends.
+    EXPECT_TRUE(waitFor([this, starts] { return source->starts() > starts; }));
     streams.reset();
     source.reset();
     EXPECT_TRUE(waitFor([] { return PipelineRunner::abandoned() == 0; }));
