@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 
 constexpr int payloadType = 96;
 constexpr Duration day = 24h;
-constexpr Duration frameLength = 200ms;
+constexpr Duration frameLength = 1s;  // so that a day does not last long under the sanitizers
 constexpr Duration reportLength = 5s;
 constexpr double ticksASecond = 90000;
 
