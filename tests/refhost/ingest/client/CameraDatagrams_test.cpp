@@ -38,7 +38,8 @@ protected:
         setSource("server_port=" + std::to_string(media.port()) + "-" + std::to_string(reports.port()));
     }
 
-    ~CameraDatagramsTest() override
+    /// Not in the destructor, when this is not what the loop calls any more.
+    void TearDown() override
     {
         runOn(loop, [&] { ports = nullptr; });
     }
