@@ -33,6 +33,18 @@ protected:
         return *streams->streams[0];
     }
 
+    /// Returns once a request waits for the stream: what is tried again was put off before.
+    void awaitDeferral()
+    {
+        const int before = stream().described;
+        ASSERT_TRUE(eventually(
+            [&]
+            {
+                ChangeSignal::instance().announce();
+                return stream().described >= before + 2;
+            }));
+    }
+
     std::unique_ptr<TestClient> client_;
 };
 
@@ -129,7 +141,7 @@ TEST_F(RtspConnectionTest, AStreamThatNeverGetsReadyIs503AfterTenSeconds)
     stream().description = Description::starting;
     client_->send(TestClient::text("DESCRIBE", url(), 1, "", "") +
                   TestClient::text("OPTIONS", "*", 2, "", ""));
-    ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
+    awaitDeferral();
     time.advance(RtspConnection::maxDeferral - std::chrono::seconds(1));
     EXPECT_EQ(client_->receive(50).kind, Received::Kind::nothing);
     time.advance(std::chrono::milliseconds(1000));
@@ -142,9 +154,10 @@ TEST_F(RtspConnectionTest, EachRequestHasItsOwnTimeToWait)
     stream().description = Description::starting;
     client_->send(TestClient::text("DESCRIBE", url(), 1, "", "") +
                   TestClient::text("DESCRIBE", url(), 2, "", ""));
-    ASSERT_TRUE(eventually([this] { return stream().described > 0; }));
+    awaitDeferral();
     time.advance(RtspConnection::maxDeferral);
     EXPECT_EQ(client_->response().header("CSeq"), "1");
+    awaitDeferral();
     EXPECT_EQ(client_->receive(50).kind, Received::Kind::nothing) << "the second starts to wait now";
     time.advance(RtspConnection::maxDeferral);
     EXPECT_EQ(client_->response().header("CSeq"), "2");
