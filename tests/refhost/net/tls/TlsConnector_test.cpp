@@ -224,9 +224,10 @@ TEST_F(TlsConnectorTest, WhatIsNoTlsFails)
         {"half a record", std::string("\x16\x03\x03\x10\x00\x02\x00", 7)},
         {"nothing", ""},
     };
+    // One for all: the sanitizers take seconds to read the system's CAs.
+    const auto made = connector({false, ""});
     for (const auto& [name, bytes] : cases)
     {
-        const auto made = connector({false, ""});
         std::future<Outcome> outcome = start(*made);
         {
             const Descriptor server = accept();
