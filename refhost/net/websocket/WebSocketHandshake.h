@@ -2,14 +2,15 @@
 // Tested by tests/refhost/net/websocket/WebSocketHandshake_test.cpp.
 
 #include <string>
+#include <string_view>
 
 #include "refhost/net/http/HttpRequestHead.h"
 
 namespace refhost
 {
 
-/// The server's side of the handshake of WebSocket (RFC 6455, section 4.2), for RTSP (ONVIF Streaming
-/// Specification, section 7).
+/// The server's side of the handshake of WebSocket (RFC 6455, section 4.2), for RTSP (ONVIF Streaming, "RTSP
+/// over WebSocket").
 class WebSocketHandshake
 {
 public:
