@@ -13,9 +13,9 @@
 
 #include "refhost/base/ConditionVariable.h"
 #include "refhost/base/HostClock.h"
-#include "refhost/capture/AbandonedRuns.h"
 #include "refhost/capture/FilePlayer.h"
 #include "refhost/capture/FileTrackOutput.h"
+#include "refhost/capture/RunEvents.h"
 #include "refhost/media/GstCodec.h"
 #include "refhost/rtp/payload/Packetizer.h"
 #include "refhost/threads/AllSignalsBlocked.h"
@@ -40,12 +40,11 @@ class FileRun::State
 {
 public:
     explicit State(Setup setup)
-        : title(setup.title),
-          setup_(std::move(setup)),
+        : setup_(std::move(setup)),
           player_(setup_.config.source.location,
                   {setup_.config.videoCodec.has_value(), setup_.config.audioCodec.has_value()},
                   [this] { return isInterrupted(); }),
-          events_(setup_.events),
+          events_(setup_.title, setup_.events),
           taps_(std::make_shared<const Taps>(setup_.taps))
     {
     }
@@ -87,40 +86,17 @@ public:
 
     void stop()
     {
+        events_.stop();
         {
             const MutexLock guard(mutex_);
             stopping_ = true;
-            muted_ = true;
-            events_.described = nullptr;
-            events_.ended = nullptr;
         }
         changed_.notifyAll();
     }
 
-    void mute()
+    RunEvents& events()
     {
-        muted_ = true;
-        const MutexLock guard(mutex_);
-        events_ = Events();
-    }
-
-    bool awaitEnd(Clock::time_point deadline) const
-    {
-        const MutexLock guard(mutex_);
-        while (!ended_ && changed_.waitUntil(mutex_, deadline))
-        {
-        }
-        return ended_;
-    }
-
-    void abandon()
-    {
-        const MutexLock guard(mutex_);
-        if (!ended_)
-        {
-            abandoned_ = true;
-            AbandonedRuns::instance().change(title, 1);
-        }
+        return events_;
     }
 
     // The run's thread.
@@ -129,28 +105,19 @@ public:
     {
         pthread_setname_np(pthread_self(), "file");
         const std::string problem = play();
-        const MutexLock guard(mutex_);
-        if (!problem.empty() && events_.ended)
+        if (!problem.empty())
         {
             events_.ended(problem);
         }
-        while (!stopping_)
         {
-            changed_.wait(mutex_);
+            const MutexLock guard(mutex_);
+            while (!stopping_)
+            {
+                changed_.wait(mutex_);
+            }
         }
-        ended_ = true;
-        if (abandoned_)
-        {
-            AbandonedRuns::instance().change(title, -1);
-        }
-        if (events_.stopped)
-        {
-            events_.stopped();
-        }
-        changed_.notifyAll();
+        events_.finish();
     }
-
-    const std::string title;
 
 private:
     /// Marks what may hang.
@@ -195,7 +162,7 @@ private:
             FilePlayer::Item item = player_.take();
             packets_.fetch_add(1, std::memory_order_relaxed);
             std::optional<FileTrackOutput>& output = outputs_.at(item.video ? 0 : 1);
-            if (output && !muted_)
+            if (output && !events_.isMuted())
             {
                 output->send(std::move(item));
             }
@@ -237,12 +204,11 @@ private:
             described.push_back(info);
             outputs_.at(video ? 0 : 1).emplace(*track->format, epoch_, setup_.mediaTap);
         }
-        const MutexLock guard(mutex_);
-        described_ = std::move(described);
-        if (events_.described)
         {
-            events_.described();
+            const MutexLock guard(mutex_);
+            described_ = std::move(described);
         }
+        events_.described();
         return {};
     }
 
@@ -267,17 +233,9 @@ private:
     {
         for (std::optional<FileTrackOutput>& output : outputs_)
         {
-            FileTrackOutput::Taps own;
-            for (const auto& [key, tap] : taps)
-            {
-                if (output && key.first == trackIdOf(output->codec()))
-                {
-                    own.emplace(key.second, tap);
-                }
-            }
             if (output)
             {
-                output->setTaps(own);
+                output->setTaps(tapsOf(taps, trackIdOf(output->codec())));
             }
         }
     }
@@ -290,18 +248,15 @@ private:
     std::array<std::optional<FileTrackOutput>, 2> outputs_;  ///< video, audio
     std::shared_ptr<const Taps> usedTaps_;
 
+    RunEvents events_;
     std::atomic<bool> stopping_{false};  ///< set under the mutex
-    std::atomic<bool> muted_{false};
     std::atomic<bool> otherMeans_{false};
     std::atomic<std::uint64_t> packets_{0};
     std::atomic<std::int64_t> busySince_{0};  ///< 0: it is idle
     mutable Mutex mutex_;
-    mutable ConditionVariable changed_;
-    Events events_ OV_GUARDED_BY(mutex_);
+    ConditionVariable changed_;
     std::shared_ptr<const Taps> taps_ OV_GUARDED_BY(mutex_);
     std::vector<SubMediaInfo> described_ OV_GUARDED_BY(mutex_);
-    bool ended_ OV_GUARDED_BY(mutex_) = false;
-    bool abandoned_ OV_GUARDED_BY(mutex_) = false;
 };
 
 bool FileRun::mayRead(const Setup& setup)
@@ -319,7 +274,7 @@ FileRun::~FileRun()
 {
     mute();
     stop();
-    state_->abandon();
+    state_->events().abandon();
 }
 
 void FileRun::setTaps(const Taps& taps)
@@ -354,12 +309,12 @@ void FileRun::stop()
 
 void FileRun::mute()
 {
-    state_->mute();
+    state_->events().mute();
 }
 
 bool FileRun::awaitEnd(Clock::time_point deadline) const
 {
-    return state_->awaitEnd(deadline);
+    return state_->events().awaitEnd(deadline);
 }
 
 }  // namespace refhost

@@ -11,6 +11,7 @@
 #include "refhost/capture/FilePlayer.h"
 #include "refhost/capture/MediaTap.h"
 #include "refhost/capture/PacketTap.h"
+#include "refhost/capture/SourceRun.h"
 #include "refhost/rtp/payload/Packetizer.h"
 
 namespace refhost
@@ -20,7 +21,7 @@ namespace refhost
 class FileTrackOutput
 {
 public:
-    using Taps = std::map<int, std::shared_ptr<PacketTap>>;
+    using Taps = SourceRun::TrackTaps;
 
     /// \param format  of the first units
     /// \param epoch   instant 0 of the timeline

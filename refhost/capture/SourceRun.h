@@ -29,6 +29,21 @@ public:
 
     /// Taps by track id and payload size.
     using Taps = std::map<std::pair<std::string, int>, std::shared_ptr<PacketTap>>;
+    /// Those of one track, by payload size.
+    using TrackTaps = std::map<int, std::shared_ptr<PacketTap>>;
+
+    static TrackTaps tapsOf(const Taps& taps, const std::string& trackId)
+    {
+        TrackTaps own;
+        for (const auto& [key, tap] : taps)
+        {
+            if (key.first == trackId)
+            {
+                own.emplace(key.second, tap);
+            }
+        }
+        return own;
+    }
 
     struct Events
     {

@@ -8,9 +8,9 @@
 #include <string>
 #include <utility>
 
-#include "refhost/base/ConditionVariable.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
+#include "refhost/capture/RunEvents.h"
 #include "refhost/ingest/IngestTrack.h"
 #include "refhost/ingest/client/RtspClient.h"
 #include "refhost/media/GstCodec.h"
@@ -40,7 +40,7 @@ public:
           loop_(loop),
           connector_(std::move(connector)),
           pauses_(pauses),
-          events_(setup_.events),
+          events_(setup_.title, setup_.events),
           taps_(setup_.taps)
     {
         options_.transport =
@@ -101,34 +101,15 @@ public:
 
     void stop()
     {
+        if (events_.stop())
         {
-            const MutexLock guard(mutex_);
-            if (std::exchange(stopping_, true))
-            {
-                return;
-            }
-            muted_ = true;
-            events_.described = nullptr;
-            events_.ended = nullptr;
-            events_.clockUnusable = nullptr;
+            post(&Camera::end);
         }
-        post(&Camera::end);
     }
 
-    void mute()
+    RunEvents& events()
     {
-        muted_ = true;
-        const MutexLock guard(mutex_);
-        events_ = Events();
-    }
-
-    bool awaitEnd(Clock::time_point deadline) const
-    {
-        const MutexLock guard(mutex_);
-        while (!ended_ && changed_.waitUntil(mutex_, deadline))
-        {
-        }
-        return ended_;
+        return events_;
     }
 
 private:
@@ -136,7 +117,7 @@ private:
 
     void start()
     {
-        if (muted_)
+        if (events_.isMuted())
         {
             return;
         }
@@ -144,7 +125,7 @@ private:
         refusal_ = pauses_.refusal(setup_.config.source.location, epoch_);
         if (!refusal_.empty())
         {
-            call(&Events::ended, refusal_);
+            events_.ended(refusal_);
             return;
         }
         client_ =
@@ -167,13 +148,7 @@ private:
     void onClosed()
     {
         tracks_.clear();
-        const MutexLock guard(mutex_);
-        ended_ = true;
-        if (events_.stopped)
-        {
-            events_.stopped();
-        }
-        changed_.notifyAll();
+        events_.finish();
     }
 
     void applyTaps()
@@ -185,17 +160,9 @@ private:
         }
         for (const std::unique_ptr<IngestTrack>& track : tracks_)
         {
-            IngestTrack::Taps own;
-            for (const auto& [key, tap] : taps)
-            {
-                if (track && key.first == trackIdOf(track->codec()))
-                {
-                    own.emplace(key.second, tap);
-                }
-            }
             if (track)
             {
-                track->setTaps(std::move(own));
+                track->setTaps(tapsOf(taps, trackIdOf(track->codec())));
             }
         }
     }
@@ -275,7 +242,7 @@ private:
                   MonotonicTime arrival) override
     {
         IngestTrack* const track = index < tracks_.size() ? tracks_[index].get() : nullptr;
-        if (track == nullptr || muted_)
+        if (track == nullptr || events_.isMuted())
         {
             return;
         }
@@ -292,18 +259,18 @@ private:
                   MonotonicTime arrival) override
     {
         IngestTrack* const track = index < tracks_.size() ? tracks_[index].get() : nullptr;
-        if (track == nullptr || muted_)
+        if (track == nullptr || events_.isMuted())
         {
             return;
         }
         const IngestTrack::Report report = track->onReport(data, size, arrival);
         if (report.clockWrong)
         {
-            call(&Events::clockUnusable, "the camera's clock is wrong");
+            events_.clockUnusable("the camera's clock is wrong");
         }
         if (report.ended)
         {
-            call(&Events::ended, "the camera said that it ends its media");
+            events_.ended("the camera said that it ends its media");
         }
     }
 
@@ -323,16 +290,7 @@ private:
         {
             otherMeans_ = true;
         }
-        call(&Events::ended, refusal_.empty() ? end.text : refusal_);
-    }
-
-    void call(std::function<void(const std::string&)> Events::*event, const std::string& why)
-    {
-        const MutexLock guard(mutex_);
-        if (events_.*event)
-        {
-            (events_.*event)(why);
-        }
+        events_.ended(refusal_.empty() ? end.text : refusal_);
     }
 
     /// Describes the tracks whose format is known.
@@ -359,10 +317,12 @@ private:
         std::sort(described.begin(), described.end(),
                   [](const SubMediaInfo& left, const SubMediaInfo& right)
                   { return left.trackId < right.trackId; });
-        const MutexLock guard(mutex_);
-        described_ = std::move(described);
-        allDescribed_ = all;
-        if (events_.described && all)
+        {
+            const MutexLock guard(mutex_);
+            described_ = std::move(described);
+            allDescribed_ = all;
+        }
+        if (all)
         {
             events_.described();
         }
@@ -374,7 +334,7 @@ private:
                     [weak = weak_from_this()]
                     {
                         const std::shared_ptr<Camera> self = weak.lock();
-                        if (self && self->client_ && !self->muted_)
+                        if (self && self->client_ && !self->events_.isMuted())
                         {
                             self->sendReports(false);
                             self->judgeClock();
@@ -416,7 +376,7 @@ private:
         if (std::none_of(tracks_.begin(), tracks_.end(),
                          [](const auto& track) { return track && track->hasCameraTime(); }))
         {
-            call(&Events::clockUnusable, "the camera sends no sender reports");
+            events_.clockUnusable("the camera sends no sender reports");
         }
     }
 
@@ -436,17 +396,13 @@ private:
     bool clockJudged_ = false;
     std::string refusal_;  ///< why the camera's tracks are not read here
 
-    std::atomic<bool> muted_{false};
+    RunEvents events_;
     std::atomic<bool> otherMeans_{false};
     std::atomic<std::uint64_t> packets_{0};
     mutable Mutex mutex_;
-    mutable ConditionVariable changed_;
-    Events events_ OV_GUARDED_BY(mutex_);
     Taps taps_ OV_GUARDED_BY(mutex_);
     std::vector<SubMediaInfo> described_ OV_GUARDED_BY(mutex_);
     bool allDescribed_ OV_GUARDED_BY(mutex_) = false;
-    bool stopping_ OV_GUARDED_BY(mutex_) = false;
-    bool ended_ OV_GUARDED_BY(mutex_) = false;
 };
 
 IngestRun::IngestRun(Setup setup, EventLoop& loop, std::shared_ptr<StreamConnector> connector,
@@ -489,12 +445,12 @@ void IngestRun::stop()
 
 void IngestRun::mute()
 {
-    camera_->mute();
+    camera_->events().mute();
 }
 
 bool IngestRun::awaitEnd(Clock::time_point deadline) const
 {
-    return camera_->awaitEnd(deadline);
+    return camera_->events().awaitEnd(deadline);
 }
 
 }  // namespace refhost

@@ -13,6 +13,7 @@
 #include "refhost/capture/MediaTap.h"
 #include "refhost/capture/PacketTap.h"
 #include "refhost/capture/SourceClock.h"
+#include "refhost/capture/SourceRun.h"
 #include "refhost/ingest/RefusalLog.h"
 #include "refhost/media/Codec.h"
 #include "refhost/rtp/ReceptionStatistics.h"
@@ -31,7 +32,7 @@ namespace refhost
 class IngestTrack
 {
 public:
-    using Taps = std::map<int, std::shared_ptr<PacketTap>>;
+    using Taps = SourceRun::TrackTaps;
 
     /// Whose clock says when media were captured.
     enum class Clock
