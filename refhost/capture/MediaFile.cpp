@@ -10,6 +10,8 @@
 #include <cstring>
 #include <utility>
 
+#include "refhost/media/AvSeek.h"
+
 extern "C"
 {
 #include <libavcodec/avcodec.h>
@@ -232,27 +234,7 @@ int MediaFile::onRead(void* self, std::uint8_t* data, int size)
 std::int64_t MediaFile::onSeek(void* self, std::int64_t offset, int whence)
 {
     auto* const file = static_cast<MediaFile*>(self);
-    switch (whence & ~AVSEEK_FORCE)
-    {
-        case AVSEEK_SIZE:
-            return file->size_;
-        case SEEK_SET:
-            break;
-        case SEEK_CUR:
-            offset += file->position_;
-            break;
-        case SEEK_END:
-            offset += file->size_;
-            break;
-        default:
-            return AVERROR(EINVAL);
-    }
-    if (offset < 0)
-    {
-        return AVERROR(EINVAL);
-    }
-    file->position_ = offset;
-    return offset;
+    return avSeek(file->position_, file->size_, offset, whence);
 }
 
 int MediaFile::onInterrupt(void* self)

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <utility>
 
+#include "refhost/media/AvSeek.h"
 #include "refhost/media/Codec.h"
 
 extern "C"
@@ -270,28 +271,8 @@ int SegmentWriter::onWrite(void* self, std::uint8_t* data, int size)
 
 std::int64_t SegmentWriter::onSeek(void* self, std::int64_t offset, int whence)
 {
-    auto* file = static_cast<SegmentWriter*>(self);
-    switch (whence & ~AVSEEK_FORCE)
-    {
-        case AVSEEK_SIZE:
-            return file->size_;
-        case SEEK_SET:
-            break;
-        case SEEK_CUR:
-            offset += file->position_;
-            break;
-        case SEEK_END:
-            offset += file->size_;
-            break;
-        default:
-            return AVERROR(EINVAL);
-    }
-    if (offset < 0)
-    {
-        return AVERROR(EINVAL);
-    }
-    file->position_ = offset;
-    return offset;
+    auto* const file = static_cast<SegmentWriter*>(self);
+    return avSeek(file->position_, file->size_, offset, whence);
 }
 
 }  // namespace refhost
