@@ -16,8 +16,7 @@ void FilterStream::attach(EventLoop& loop, Handler handler)
     auto shared = std::make_shared<Handler>(std::move(handler));
     const MutexLock guard(mutex_);
     carrier_->attach(loop, [this](std::uint32_t ready) { onCarrier(ready); });
-    loop_ = &loop;
-    handler_ = std::move(shared);
+    handler_.attach(loop, std::move(shared));
     attachOthers(loop);
     flush();
     update();
@@ -28,9 +27,7 @@ void FilterStream::detach()
     std::shared_ptr<Handler> handler;  // ends without the lock
     {
         const MutexLock guard(mutex_);
-        handler.swap(handler_);
-        loop_ = nullptr;
-        reporting_ = false;
+        handler = handler_.detach();
         detachOthers();
     }
     carrier_->detach();
@@ -71,7 +68,7 @@ void FilterStream::onCarrier(std::uint32_t ready)
         now |= watchesReceive_ && (input || held()) ? receivable : 0U;
         now |= watchesSend_ && unsent_.empty() && (ready & sendable) != 0 ? sendable : 0U;
         now |= failed_ ? hungUp : 0U;
-        handler = handler_;
+        handler = handler_.handler();
         update();
     }
     // The last access: the handler may end this object.
@@ -87,7 +84,7 @@ void FilterStream::report(std::uint32_t ready)
     {
         const MutexLock guard(mutex_);
         ready &= watchesReceive_ ? ~0U : ~receivable;
-        handler = handler_;
+        handler = handler_.handler();
         update();
     }
     if (ready != 0 && handler != nullptr)
@@ -123,15 +120,7 @@ void FilterStream::update()
     }
     const bool writes = !failed_ && (watchesSend_ || !unsent_.empty());
     const std::uint32_t watched = (!failed_ && watchesCarrier() ? receivable : 0U) | (writes ? sendable : 0U);
-    const std::uint32_t changed = std::exchange(carrierWatched_, watched) ^ watched;
-    if ((changed & receivable) != 0)
-    {
-        carrier_->watchReceive((watched & receivable) != 0);
-    }
-    if ((changed & sendable) != 0)
-    {
-        carrier_->watchSend((watched & sendable) != 0);
-    }
+    carrierWatch_.set(*carrier_, watched);
     updateOthers();
     reportHeld();
 }
@@ -139,20 +128,10 @@ void FilterStream::update()
 /// Reports on the loop what no event of a carrier will.
 void FilterStream::reportHeld()
 {
-    if (loop_ == nullptr || reporting_ || !watchesReceive_ || !held())
+    if (watchesReceive_ && held())
     {
-        return;
+        handler_.post([this](const Handler& handler) { onHeld(handler); });
     }
-    reporting_ = true;
-    // The handler is alive while the stream is attached, and so is the stream.
-    loop_->post(
-        [this, weak = std::weak_ptr<Handler>(handler_)]
-        {
-            if (const auto handler = weak.lock())
-            {
-                onHeld(*handler);
-            }
-        });
 }
 
 void FilterStream::onHeld(const Handler& handler)
@@ -160,7 +139,7 @@ void FilterStream::onHeld(const Handler& handler)
     bool now = false;
     {
         const MutexLock guard(mutex_);
-        reporting_ = false;
+        handler_.takePosted();
         onIteration();
         now = watchesReceive_ && held();
         update();

@@ -9,6 +9,8 @@
 
 #include "refhost/base/Mutex.h"
 #include "refhost/net/ByteStream.h"
+#include "refhost/net/CarrierWatch.h"
+#include "refhost/net/StreamHandler.h"
 
 namespace refhost
 {
@@ -79,7 +81,7 @@ protected:
     mutable Mutex mutex_;
     std::string unsent_ OV_GUARDED_BY(mutex_);
     std::string decoded_ OV_GUARDED_BY(mutex_);
-    EventLoop* loop_ OV_GUARDED_BY(mutex_) = nullptr;
+    StreamHandler handler_ OV_GUARDED_BY(mutex_);
     bool watchesReceive_ OV_GUARDED_BY(mutex_) = true;
     bool ended_ OV_GUARDED_BY(mutex_) = false;   // the peer's last byte is in decoded_
     bool failed_ OV_GUARDED_BY(mutex_) = false;  // nothing can be sent or received any more
@@ -92,12 +94,10 @@ private:
     bool held() const OV_REQUIRES(mutex_);
 
     const std::shared_ptr<ByteStream> carrier_;
-    std::shared_ptr<Handler> handler_ OV_GUARDED_BY(mutex_);  // null while detached
-    std::size_t received_ OV_GUARDED_BY(mutex_) = 0;          // of decoded_
-    std::uint32_t carrierWatched_ OV_GUARDED_BY(mutex_) = receivable;
+    std::size_t received_ OV_GUARDED_BY(mutex_) = 0;  // of decoded_
+    CarrierWatch carrierWatch_ OV_GUARDED_BY(mutex_);
     bool watchesSend_ OV_GUARDED_BY(mutex_) = false;
-    bool ending_ OV_GUARDED_BY(mutex_) = false;     // endSending() was called
-    bool reporting_ OV_GUARDED_BY(mutex_) = false;  // onHeld() is posted
+    bool ending_ OV_GUARDED_BY(mutex_) = false;  // endSending() was called
 };
 
 }  // namespace refhost

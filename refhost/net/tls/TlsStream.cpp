@@ -107,8 +107,7 @@ void TlsStream::attach(EventLoop& loop, Handler handler)
     auto shared = std::make_shared<Handler>(std::move(handler));
     const MutexLock guard(mutex_);
     tcp_.attach(loop, [this](std::uint32_t ready) { onTcp(ready); });
-    loop_ = &loop;
-    handler_ = std::move(shared);
+    handler_.attach(loop, std::move(shared));
     update();
 }
 
@@ -117,9 +116,7 @@ void TlsStream::detach()
     std::shared_ptr<Handler> handler;  // ends without the lock
     {
         const MutexLock guard(mutex_);
-        handler.swap(handler_);
-        loop_ = nullptr;
-        reporting_ = false;
+        handler = handler_.detach();
     }
     tcp_.detach();
 }
@@ -159,7 +156,7 @@ void TlsStream::onTcp(std::uint32_t ready)
         now |= watchesReceive_ && input ? receivable : 0u;
         now |= watchesSend_ && established && carrier_.empty() && (ready & sendable) != 0 ? sendable : 0u;
         now |= state_ == State::failed ? hungUp : 0u;
-        handler = handler_;
+        handler = handler_.handler();
         update();
     }
     // The last access: the handler may end this object.
@@ -250,35 +247,17 @@ void TlsStream::update()
     const bool writes =
         state_ != State::failed && (wantsWrite_ || !carrier_.empty() || (established && watchesSend_));
     const std::uint32_t watched = (reads && !carrier_.full() ? receivable : 0u) | (writes ? sendable : 0u);
-    const std::uint32_t changed = std::exchange(tcpWatched_, watched) ^ watched;
-    if ((changed & receivable) != 0)
-    {
-        tcp_.watchReceive((watched & receivable) != 0);
-    }
-    if ((changed & sendable) != 0)
-    {
-        tcp_.watchSend((watched & sendable) != 0);
-    }
+    tcpWatch_.set(tcp_, watched);
     reportHeld();
 }
 
 /// Reports on the loop what no event of TCP will.
 void TlsStream::reportHeld()
 {
-    if (loop_ == nullptr || reporting_ || !watchesReceive_ || !held())
+    if (watchesReceive_ && held())
     {
-        return;
+        handler_.post([this](const Handler& handler) { onHeld(handler); });
     }
-    reporting_ = true;
-    // The handler is alive while the stream is attached, and so is the stream.
-    loop_->post(
-        [this, weak = std::weak_ptr<Handler>(handler_)]
-        {
-            if (const auto handler = weak.lock())
-            {
-                onHeld(*handler);
-            }
-        });
 }
 
 void TlsStream::onHeld(const Handler& handler)
@@ -286,7 +265,7 @@ void TlsStream::onHeld(const Handler& handler)
     std::uint32_t now = 0;
     {
         const MutexLock guard(mutex_);
-        reporting_ = false;
+        handler_.takePosted();
         now = watchesReceive_ && held() ? receivable : 0u;
         update();
     }

@@ -7,7 +7,8 @@
 
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/Mutex.h"
-#include "refhost/net/ByteStream.h"
+#include "refhost/net/CarrierWatch.h"
+#include "refhost/net/StreamHandler.h"
 #include "refhost/net/TcpStream.h"
 #include "refhost/net/tls/TlsCarrier.h"
 #include "refhost/net/tls/TlsContext.h"
@@ -102,19 +103,17 @@ private:
     TlsCarrier carrier_ OV_GUARDED_BY(mutex_){tcp_};
     std::unique_ptr<ssl_st, FreeSsl> ssl_ OV_GUARDED_BY(mutex_);  // before carrier_ goes
     std::shared_ptr<void> handshake_ OV_GUARDED_BY(mutex_);
-    std::shared_ptr<Handler> handler_ OV_GUARDED_BY(mutex_);  // null while detached
-    EventLoop* loop_ OV_GUARDED_BY(mutex_) = nullptr;
+    StreamHandler handler_ OV_GUARDED_BY(mutex_);
     State state_ OV_GUARDED_BY(mutex_) = State::handshake;
     std::string failure_ OV_GUARDED_BY(mutex_);
     std::uint64_t records_ OV_GUARDED_BY(mutex_) = 0;  // sent with the present key
-    std::uint32_t tcpWatched_ OV_GUARDED_BY(mutex_) = receivable;
+    CarrierWatch tcpWatch_ OV_GUARDED_BY(mutex_);
     bool watchesReceive_ OV_GUARDED_BY(mutex_) = true;
     bool watchesSend_ OV_GUARDED_BY(mutex_) = false;
     bool wantsWrite_ OV_GUARDED_BY(mutex_) = false;  // OpenSSL goes on when TCP is writable
     bool pending_ OV_GUARDED_BY(mutex_) = false;     // OpenSSL holds received bytes
     bool ended_ OV_GUARDED_BY(mutex_) = false;       // close_notify came
     bool ending_ OV_GUARDED_BY(mutex_) = false;      // endSending() was called
-    bool reporting_ OV_GUARDED_BY(mutex_) = false;   // onHeld() is posted
 };
 
 }  // namespace refhost

@@ -25,7 +25,7 @@ struct TunnelStream::Reading
     Post post;
     PostReader reader;
     std::string unanswered;  // responses that its connection did not accept yet
-    std::uint32_t watched = receivable;
+    CarrierWatch watch;
     bool attached = false;
     unsigned quiet = 0;  // iterations of the loop without a report, while it matters
 };
@@ -219,13 +219,13 @@ ByteStream::Status TunnelStream::readNext()
 
 void TunnelStream::attachReading()
 {
-    if (loop_ == nullptr || reading_ == nullptr || reading_->attached)
+    if (handler_.loop() == nullptr || reading_ == nullptr || reading_->attached)
     {
         return;
     }
     try
     {
-        reading_->post.stream->attach(*loop_, [this](std::uint32_t ready) { onPost(ready); });
+        reading_->post.stream->attach(*handler_.loop(), [this](std::uint32_t ready) { onPost(ready); });
         reading_->attached = true;
     }
     catch (const std::system_error& error)
@@ -277,15 +277,7 @@ void TunnelStream::updateOthers()
     }
     const std::uint32_t watched =
         (watchesReceive_ ? receivable : 0U) | (reading_->unanswered.empty() ? 0U : sendable);
-    const std::uint32_t changed = std::exchange(reading_->watched, watched) ^ watched;
-    if ((changed & receivable) != 0)
-    {
-        reading_->post.stream->watchReceive((watched & receivable) != 0);
-    }
-    if ((changed & sendable) != 0)
-    {
-        reading_->post.stream->watchSend((watched & sendable) != 0);
-    }
+    reading_->watch.set(*reading_->post.stream, watched);
 }
 
 void TunnelStream::attachOthers(EventLoop&)
