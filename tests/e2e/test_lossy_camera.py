@@ -8,6 +8,7 @@ import subprocess
 import lying_camera
 import pytest
 from lossy_network import HERE, OTHER, LossyNetwork
+from recordings import CAMERA, recording
 from rtsp_client import RtspClient
 from server import wait_until
 from test_recording import packets
@@ -15,27 +16,6 @@ from test_recording import packets
 SECONDS = 6
 FRAME = 1 / lying_camera.FRAME_RATE
 FU_A, STAP_A = 28, 24
-
-
-def config(url, folder):
-    return f"""
-port = 0
-log-level = "debug"
-
-[recording]
-directory = "{folder}"
-segment = 2
-
-[[camera]]
-id = 1
-
-[[camera.stream]]
-id = 0
-source = "rtsp"
-location = "{url}"
-audio = "none"
-record = true
-"""
 
 
 class UdpCamera(lying_camera.Camera):
@@ -135,10 +115,10 @@ def run(serve, build_folder, folder, network, kind):
     """Relays and records a camera for some seconds. Returns the camera and the viewer's packets."""
     with kind(lying_camera.film(build_folder), host=HERE) as camera:
         camera.url = camera.url.replace(HERE, OTHER)
-        server = serve(config(camera.url, folder))
+        server = serve(recording(folder, f'source = "rtsp"\nlocation = "{camera.url}"\naudio = "none"'))
         server.allow_problem("packets were lost|packets are refused|RTP is malformed")
         wait_until(lambda: list(folder.rglob("*.mkv")), 60, "a recording")
-        with RtspClient(server.url()) as client:
+        with RtspClient(server.url(CAMERA)) as client:
             client.open()
             client.receive_for(SECONDS)
             rtp = list(client.rtp)

@@ -13,19 +13,8 @@ import pytest
 import recordings
 import websockets
 from server import DEFAULT_CONFIG, Server, wait_until
+from test_tls import TLS, USERS
 
-TLS = """
-[tls]
-port = 0
-self-signed = true
-directory = "tls"
-"""
-USERS = """
-[[user]]
-name = "viewer"
-password = "horse"
-live = "*"
-"""
 FRAMES = 50
 SCHEMES = ["http", "https"]
 

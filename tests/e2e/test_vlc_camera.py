@@ -10,6 +10,7 @@ import sys
 import ffmpeg
 import pytest
 from made_once import made_once
+from recordings import CAMERA, recording
 from server import wait_until
 from test_recording import packets
 
@@ -66,27 +67,9 @@ def test_every_frame_is_relayed_and_recorded(serve, build_folder, tmp_path, code
     folder = tmp_path / "recordings"
     path_of_film = film(build_folder, codec)
     with vlc_camera(path_of_film) as url:
-        server = serve(f"""
-port = 0
-log-level = "debug"
-
-[recording]
-directory = "{folder}"
-segment = 2
-
-[[camera]]
-id = 1
-
-[[camera.stream]]
-id = 0
-source = "rtsp"
-location = "{url}"
-video = "{codec}"
-audio = "aac"
-record = true
-""")
+        server = serve(recording(folder, f'source = "rtsp"\nlocation = "{url}"\nvideo = "{codec}"\naudio = "aac"'))
         wait_until(lambda: list(folder.rglob("*.mkv")), 30, "a recording")
-        frames = ffmpeg.decode(server.url(), "tcp", limits=("-t", "6"), maps=("0:v",))
+        frames = ffmpeg.decode(server.url(CAMERA), "tcp", limits=("-t", "6"), maps=("0:v",))
         files = sorted(folder.rglob("*.mkv"))
         wait_until(lambda: len(list(folder.rglob("*.mkv"))) > len(files), 30, "the last segment's end")
         server.stop()

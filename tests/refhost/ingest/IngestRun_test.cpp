@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <string>
@@ -19,40 +20,36 @@ namespace refhost
 namespace
 {
 
-/// A camera that answers all requests alike, and counts its connections.
-class StubbornCamera
+/// A TCP port of loopback, whose connections are served one after the other on a thread.
+class ServedPort
 {
 public:
-    explicit StubbornCamera(std::string answer)
-        : answer_(std::move(answer)), port_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    explicit ServedPort(std::function<void(int client)> serve)
+        : serve_(std::move(serve)), port_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
         const SocketAddress any = *SocketAddress::parse("127.0.0.1");
         EXPECT_EQ(::bind(port_.get(), any.get(), any.size()), 0);
         EXPECT_EQ(::listen(port_.get(), 8), 0);
-        thread_ = std::thread([this] { serve(); });
+        thread_ = std::thread([this] { run(); });
     }
 
-    ~StubbornCamera()
+    ~ServedPort()
     {
         ::shutdown(port_.get(), SHUT_RDWR);
         thread_.join();
     }
 
-    StubbornCamera(const StubbornCamera&) = delete;
-    StubbornCamera& operator=(const StubbornCamera&) = delete;
+    ServedPort(const ServedPort&) = delete;
+    ServedPort& operator=(const ServedPort&) = delete;
 
-    std::string url() const
+    /// Address and port.
+    std::string text() const
     {
-        return "rtsp://guard:s3cret@" + SocketAddress::localOf(port_.get()).textWithPort() + "/live";
-    }
-
-    int connections() const
-    {
-        return connections_;
+        return SocketAddress::localOf(port_.get()).textWithPort();
     }
 
 private:
-    void serve()
+    void run()
     {
         for (;;)
         {
@@ -61,46 +58,55 @@ private:
             {
                 return;
             }
-            ++connections_;
-            char request[4096];
-            // One request comes at a time.
-            while (::recv(client.get(), request, sizeof request, 0) > 0)
-            {
-                (void)::send(client.get(), answer_.data(), answer_.size(), MSG_NOSIGNAL);
-            }
+            serve_(client.get());
+        }
+    }
+
+    const std::function<void(int client)> serve_;
+    Descriptor port_;
+    std::thread thread_;
+};
+
+/// A camera that answers all requests alike, and counts its connections.
+class StubbornCamera
+{
+public:
+    explicit StubbornCamera(std::string answer) : answer_(std::move(answer)) {}
+
+    std::string url() const
+    {
+        return "rtsp://guard:s3cret@" + port_.text() + "/live";
+    }
+
+    int connections() const
+    {
+        return connections_;
+    }
+
+private:
+    void serve(int client)
+    {
+        ++connections_;
+        char request[4096];
+        // One request comes at a time.
+        while (::recv(client, request, sizeof request, 0) > 0)
+        {
+            (void)::send(client, answer_.data(), answer_.size(), MSG_NOSIGNAL);
         }
     }
 
     const std::string answer_;
-    Descriptor port_;
     std::atomic<int> connections_{0};
-    std::thread thread_;
+    const ServedPort port_{[this](int client) { serve(client); }};  // last: its thread uses the rest
 };
 
 /// A camera with audio that has room for one client at a time, and sends over UDP whatever it is asked for.
 class WilfulCamera
 {
 public:
-    WilfulCamera() : port_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        const SocketAddress any = *SocketAddress::parse("127.0.0.1");
-        EXPECT_EQ(::bind(port_.get(), any.get(), any.size()), 0);
-        EXPECT_EQ(::listen(port_.get(), 8), 0);
-        thread_ = std::thread([this] { serve(); });
-    }
-
-    ~WilfulCamera()
-    {
-        ::shutdown(port_.get(), SHUT_RDWR);
-        thread_.join();
-    }
-
-    WilfulCamera(const WilfulCamera&) = delete;
-    WilfulCamera& operator=(const WilfulCamera&) = delete;
-
     std::string url() const
     {
-        return "rtsp://" + SocketAddress::localOf(port_.get()).textWithPort() + "/live";
+        return "rtsp://" + port_.text() + "/live";
     }
 
     /// The methods of all requests.
@@ -111,28 +117,20 @@ public:
     }
 
 private:
-    void serve()
+    void serve(int client)
     {
-        for (;;)
+        std::string text;
+        char bytes[4096];
+        for (ssize_t count = 1; count > 0;)
         {
-            const Descriptor client(::accept4(port_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-            if (!client)
+            count = ::recv(client, bytes, sizeof bytes, 0);
+            text.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+            for (std::size_t end = text.find("\r\n\r\n"); end != std::string::npos;
+                 end = text.find("\r\n\r\n"))
             {
-                return;
-            }
-            std::string text;
-            char bytes[4096];
-            for (ssize_t count = 1; count > 0;)
-            {
-                count = ::recv(client.get(), bytes, sizeof bytes, 0);
-                text.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-                for (std::size_t end = text.find("\r\n\r\n"); end != std::string::npos;
-                     end = text.find("\r\n\r\n"))
-                {
-                    const std::string answer = answerTo(text.substr(0, end));
-                    text.erase(0, end + 4);
-                    (void)::send(client.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
-                }
+                const std::string answer = answerTo(text.substr(0, end));
+                text.erase(0, end + 4);
+                (void)::send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
             }
         }
     }
@@ -154,10 +152,9 @@ private:
         return answer + (method == "SETUP" ? "Transport: RTP/AVP;unicast\r\n\r\n" : "\r\n");
     }
 
-    Descriptor port_;
     std::mutex mutex_;
     std::string methods_;
-    std::thread thread_;
+    const ServedPort port_{[this](int client) { serve(client); }};  // last: its thread uses the rest
 };
 
 class IngestRunTest : public testing::Test
