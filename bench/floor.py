@@ -19,7 +19,7 @@ import subprocess
 import sys
 import tempfile
 
-from record_cameras import make_video
+from cameras import make_video
 
 CONFIG = """
 port = 0

@@ -10,7 +10,6 @@ the frame of its session that came earliest. Server and clients share the machin
 """
 
 import argparse
-import datetime
 import json
 import os
 import pathlib
@@ -22,7 +21,8 @@ import sys
 import tempfile
 import time
 
-import record_cameras
+from cameras import Origin, circumstances, end_all, make_video, wait_until
+from record_cameras import Ovrtspd
 
 SERVER = """
 port = {port}
@@ -45,14 +45,14 @@ OPENING = 15  # seconds of a recording that may pass until every session plays
 
 def record(arguments, folder):
     """Returns the directory of the recordings."""
-    origin = record_cameras.Origin(arguments, folder, arguments.cameras)
-    running = record_cameras.Ovrtspd(arguments, folder, origin, arguments.cameras)
+    origin = Origin(arguments, folder, arguments.cameras)
+    running = Ovrtspd(arguments, folder, origin, arguments.cameras)
     try:
-        record_cameras.wait_until(lambda: len(running.recorded()) == arguments.cameras, 60 + arguments.cameras,
+        wait_until(lambda: len(running.recorded()) == arguments.cameras, 60 + arguments.cameras,
                                   "not every camera is recorded")
         time.sleep(arguments.length)
     finally:
-        record_cameras.end_all(running.processes)
+        end_all(running.processes)
         origin.end()
     return running.directory
 
@@ -82,7 +82,7 @@ class Server:
             yield f"rtsp://127.0.0.1:{arguments.port}/orv/playback/{camera}_{start}_{start + needed}"
 
     def end(self):
-        record_cameras.end_all([self.process])
+        end_all([self.process])
 
 
 def measure(arguments, folder, directory, sessions):
@@ -132,7 +132,7 @@ def main():
         directory = arguments.recordings
         if not directory:
             arguments.video = folder / "video.h264"
-            record_cameras.make_video(arguments.video)
+            make_video(arguments.video)
             directory = record(arguments, folder)
         arguments.build = arguments.play_build or arguments.build
         for _ in range(arguments.rounds):
@@ -145,8 +145,7 @@ def main():
             print(f"recordings are kept in {folder}", file=sys.stderr)
         else:
             shutil.rmtree(folder)
-    print(f"{datetime.date.today()}, {os.cpu_count()} cores, Linux {os.uname().release}, load before {load:.1f}, "
-          f"{arguments.rounds} rounds of {arguments.seconds:g} s, {arguments.cameras} cameras, {arguments.transport}")
+    print(f"{circumstances(arguments, load)}, {arguments.cameras} cameras, {arguments.transport}")
     print("\n| sessions | server, % of a core | % of a core a further session | KB a further session | threads "
           "| frame late p50, ms | p99 | max | packets lost | failed or faulty |\n|---|---|---|---|---|---|---|---|---|---|")
     for number, found in results.items():

@@ -17,12 +17,13 @@ import os
 import pathlib
 import re
 import shutil
-import signal
 import statistics
 import subprocess
 import sys
 import tempfile
 import time
+
+from cameras import Origin, Use, add_arguments, circumstances, end_all, film, wait_until
 
 FRAMES_A_SECOND = 25
 SERVER = """
@@ -42,33 +43,6 @@ location = "rtsp://127.0.0.1:{port}/camera/{number}"
 audio = "{audio}"
 record = true
 """
-
-
-def wait_until(condition, seconds, what):
-    end = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > end:
-            raise TimeoutError(what)
-        time.sleep(0.05)
-
-
-class Use:
-    """What processes have used so far: CPU seconds and context switches of all threads, memory now."""
-
-    def __init__(self, processes):
-        self.wall = time.monotonic()
-        self.cpu = self.switches = self.resident = self.threads = 0
-        for process in processes:
-            folder = pathlib.Path(f"/proc/{process.pid}")
-            for thread in (folder / "task").iterdir():
-                try:
-                    self.cpu += int((thread / "schedstat").read_text().split()[0]) / 1e9
-                    status = (thread / "status").read_text()
-                except (FileNotFoundError, ProcessLookupError):
-                    continue  # it ended just now
-                self.threads += 1
-                self.switches += sum(map(int, re.findall(r"ctxt_switches:\s+(\d+)", status)))
-            self.resident += int(re.search(r"VmRSS:\s+(\d+)", (folder / "status").read_text()).group(1)) * 1024
 
 
 def syscalls(processes, seconds):
@@ -167,35 +141,6 @@ class Ffmpeg:
         return [Matroska(path).times for path in self.directory.glob("*.mkv")]
 
 
-class Origin:
-    def __init__(self, arguments, folder, cameras):
-        self.process = subprocess.Popen(
-            [arguments.build / "rtsp_origin", "--video", arguments.video, "--cameras", str(cameras), "--audio",
-             arguments.audio, "--threads", str(arguments.origin_threads)], stdout=subprocess.PIPE, text=True)
-        self.port = int(re.search(r":(\d+)/", self.process.stdout.readline()).group(1))
-
-    def end(self):
-        self.process.send_signal(signal.SIGTERM)
-        out, _ = self.process.communicate(timeout=30)
-        return json.loads(out)
-
-
-def end_all(processes):
-    """Returns the seconds that it took, and how many did not end by themselves."""
-    start = time.monotonic()
-    killed = 0
-    for process in processes:
-        process.send_signal(signal.SIGTERM)
-    for process in processes:
-        try:
-            process.wait(30)
-        except subprocess.TimeoutExpired:
-            process.kill()
-            process.wait()
-            killed += 1
-    return time.monotonic() - start, killed
-
-
 def measure(recorder, arguments, cameras):
     folder = pathlib.Path(tempfile.mkdtemp(prefix="record-cameras-", dir=arguments.disk))
     origin = Origin(arguments, folder, cameras)
@@ -229,22 +174,12 @@ def measure(recorder, arguments, cameras):
     finally:
         if running:
             end_all([process for process in running.processes if process.poll() is None])
-        if origin.process.poll() is None:
-            origin.process.kill()
-            origin.process.wait()
+        origin.kill()
         if running:
             log = (folder / "log").read_text(errors="replace").splitlines()
             for line in log[:5]:
                 print(f"    {recorder.__name__.lower()}: {line}", file=sys.stderr)
         shutil.rmtree(folder)
-
-
-def make_video(path):
-    """Ten seconds, encoded once, so that every camera sends the same bits and none spends time on an encoder."""
-    subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
-                    "testsrc2=size=640x360:rate=25,noise=alls=12:allf=t", "-t", "10", "-c:v", "libx264", "-preset",
-                    "veryfast", "-profile:v", "main", "-bf", "0", "-g", "50", "-keyint_min", "50", "-sc_threshold", "0",
-                    "-b:v", "1M", "-maxrate", "1M", "-bufsize", "500k", "-pix_fmt", "yuv420p", path], check=True)
 
 
 def row(name, cameras, results, base):
@@ -266,37 +201,25 @@ def row(name, cameras, results, base):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", type=lambda path: pathlib.Path(path).resolve(), required=True)
-    parser.add_argument("--cameras", default="1,16,64", help="numbers of cameras, one after the other")
-    parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--seconds", type=float, default=20, help="how long to measure each time")
-    parser.add_argument("--warm-up", type=float, default=5, help="seconds between the last camera's first file and that")
+    add_arguments(parser, "how long to measure each time", "the last camera's first file")
     parser.add_argument("--segment", type=int, default=10, help="seconds of ovrtspd's segments")
     parser.add_argument("--audio", choices=["none", "pcmu"], default="none")
-    parser.add_argument("--source", default="rtsp", help="ovrtspd's key `source`")
-    parser.add_argument("--video", type=pathlib.Path, help="H.264 byte stream at 25 frames a second instead of the usual")
     parser.add_argument("--disk", default="/dev/shm", help="where the folder for the recordings is made")
     parser.add_argument("--recorders", default="ovrtspd,ffmpeg")
-    parser.add_argument("--origin-threads", type=int, default=1)
     parser.add_argument("--syscalls", action="store_true", help="count system calls, with perf, after the measurement")
-    parser.add_argument("--json", type=pathlib.Path, help="also write every single result there")
     arguments = parser.parse_args()
     recorders = [{"ovrtspd": Ovrtspd, "ffmpeg": Ffmpeg}[name] for name in arguments.recorders.split(",")]
     numbers = [int(number) for number in arguments.cameras.split(",")]
     results = {(number, recorder): [] for number in numbers for recorder in recorders}
     load = os.getloadavg()[0]
-    with tempfile.TemporaryDirectory() as folder:
-        if not arguments.video:
-            arguments.video = pathlib.Path(folder) / "video.h264"
-            make_video(arguments.video)
+    with film(arguments):
         for _ in range(arguments.rounds):
             for number in numbers:
                 for recorder in recorders:
                     result = measure(recorder, arguments, number)
                     results[number, recorder].append(result)
                     print(f"    {number} {recorder.__name__.lower()}: {json.dumps(result)}", file=sys.stderr, flush=True)
-    print(f"{datetime.date.today()}, {os.cpu_count()} cores, Linux {os.uname().release}, load before {load:.1f}, "
-          f"{arguments.rounds} rounds of {arguments.seconds:g} s")
+    print(circumstances(arguments, load))
     print("\n| cameras | recorder | % of a core a camera | threads | memory, MiB | MiB a further camera "
           "| context switches a camera and second | system calls a camera and second | frames lost "
           "| all recorded after, s | origin, % of a core a camera |\n|---|---|---|---|---|---|---|---|---|---|---|")

@@ -14,7 +14,6 @@ own. The difference of these times is what the relay adds. Rounds are interleave
 
 import argparse
 import contextlib
-import datetime
 import json
 import os
 import pathlib
@@ -29,7 +28,7 @@ import tempfile
 import threading
 import time
 
-from record_cameras import Origin, Use, end_all, make_video, wait_until
+from cameras import Origin, Use, add_arguments, circumstances, end_all, film, wait_until
 
 SERVER = """
 port = 0
@@ -298,9 +297,7 @@ def measure(arguments, cameras):
     finally:
         probe.close()
         end_all([process for process in running if process.poll() is None])
-        if origin.process.poll() is None:
-            origin.process.kill()
-            origin.process.wait()
+        origin.kill()
         for line in (folder / "log").read_text(errors="replace").splitlines()[:5]:
             print(f"    ovrtspd: {line}", file=sys.stderr)
         shutil.rmtree(folder)
@@ -320,34 +317,22 @@ def row(cameras, results):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", type=lambda path: pathlib.Path(path).resolve(), required=True)
-    parser.add_argument("--cameras", default="1,16,64", help="numbers of cameras, one after the other")
-    parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--seconds", type=float, default=20, help="how long to measure each, cost and delay")
-    parser.add_argument("--warm-up", type=float, default=4, help="seconds between the last viewer's start and that")
+    add_arguments(parser, "how long to measure each, cost and delay", "the last viewer's start")
     parser.add_argument("--transport", choices=["tcp", "udp", "both"], default="tcp", help="of the viewers")
     parser.add_argument("--live-controller", choices=["first", "second"], default="first", help="with the second one "
                         "viewers over UDP get the camera's own packets, which are too large for the others")
-    parser.add_argument("--source", default="rtsp", help="ovrtspd's key `source`")
-    parser.add_argument("--video", type=pathlib.Path, help="H.264 byte stream at 25 frames a second instead of the usual")
-    parser.add_argument("--origin-threads", type=int, default=1)
-    parser.add_argument("--json", type=pathlib.Path, help="also write every single result there")
     arguments = parser.parse_args()
     arguments.audio = "none"
     numbers = [int(number) for number in arguments.cameras.split(",")]
     results = {number: [] for number in numbers}
     load = os.getloadavg()[0]
-    with tempfile.TemporaryDirectory() as folder:
-        if not arguments.video:
-            arguments.video = pathlib.Path(folder) / "video.h264"
-            make_video(arguments.video)
+    with film(arguments):
         for _ in range(arguments.rounds):
             for number in numbers:
                 result = measure(arguments, number)
                 results[number].append(result)
                 print(f"    {number}: {json.dumps(result)}", file=sys.stderr, flush=True)
-    print(f"{datetime.date.today()}, {os.cpu_count()} cores, Linux {os.uname().release}, load before {load:.1f}, "
-          f"{arguments.rounds} rounds of {arguments.seconds:g} s, viewers over {arguments.transport}")
+    print(f"{circumstances(arguments, load)}, viewers over {arguments.transport}")
     print("\n| cameras | % of a core a camera | threads | memory, MiB | context switches a camera and second "
           "| packets a viewer and second | packets lost | added delay, ms: median | p99 | worst | without a relay, ms "
           "| all relayed after, s | origin, % of a core a camera |\n|---|---|---|---|---|---|---|---|---|---|---|---|---|")
