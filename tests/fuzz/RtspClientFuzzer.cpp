@@ -12,18 +12,19 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/ingest/client/RtspClient.h"
+#include "tests/fuzz/InputStream.h"
 
 namespace
 {
 
 using namespace refhost;
 
-/// A stream whose input is all there.
-class InputStream final : public ByteStream
+/// Keeps its handler with the connector, which calls it.
+class CameraStream final : public InputStream
 {
 public:
-    InputStream(std::string_view input, std::size_t atOnce, Handler& handler)
-        : input_(input), atOnce_(atOnce), handler_(handler)
+    CameraStream(std::string_view input, std::size_t chunk, Handler& handler)
+        : InputStream(std::string(input), chunk), handler_(handler)
     {
     }
 
@@ -35,52 +36,14 @@ public:
     {
         handler_ = nullptr;
     }
-    void watchReceive(bool) override {}
-    void watchSend(bool) override {}
-    Result receive(char* bytes, std::size_t size) override
-    {
-        const std::size_t count = std::min({size, atOnce_, input_.size()});
-        if (count == 0)
-        {
-            return {Status::ended};
-        }
-        std::copy_n(input_.data(), count, bytes);
-        input_.remove_prefix(count);
-        return {Status::done, count};
-    }
-    Result send(const std::string_view* parts, std::size_t count, bool) override
-    {
-        std::size_t size = 0;
-        for (std::size_t i = 0; i < count; ++i)
-        {
-            size += parts[i].size();
-        }
-        return {Status::done, size};
-    }
-    void endSending() override {}
     void close() override
     {
+        InputStream::close();
         handler_ = nullptr;
-    }
-    const SocketAddress& peer() const override
-    {
-        return address_;
-    }
-    const SocketAddress& local() const override
-    {
-        return address_;
-    }
-    void setSendBuffer(std::size_t) override {}
-    std::optional<std::chrono::milliseconds> silence() const override
-    {
-        return std::nullopt;
     }
 
 private:
-    std::string_view input_;
-    const std::size_t atOnce_;
     Handler& handler_;  // of the stream that is attached
-    const SocketAddress address_;
 };
 
 class InputConnector final : public StreamConnector
@@ -182,7 +145,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     {
         const StreamConnector::Connected connected = std::exchange(connector.waiting, nullptr);
         const std::size_t end = input.find("\xff\xfe");
-        connected(std::make_unique<InputStream>(input.substr(0, end), atOnce, handler), "");
+        connected(std::make_unique<CameraStream>(input.substr(0, end), atOnce, handler), "");
         input.remove_prefix(end == std::string_view::npos ? input.size() : end + 2);
         while (handler)
         {

@@ -16,6 +16,7 @@
 #include "refhost/net/websocket/WebSocketFrames.h"
 #include "refhost/rtsp/connection/HttpEntrance.h"
 #include "refhost/rtsp/message/RequestReader.h"
+#include "tests/fuzz/InputStream.h"
 
 namespace
 {
@@ -33,73 +34,10 @@ void require(bool condition, const char* what)
     }
 }
 
-/// A client's connection; it accepts everything.
-class ClientStream final : public ByteStream
+SocketAddress clientAddress(char address)
 {
-public:
-    ClientStream(char address, std::string bytes, std::size_t chunk)
-        : address_(*SocketAddress::parse("192.0.2." + std::to_string(address % 4 + 1))),
-          bytes_(std::move(bytes)),
-          chunk_(chunk)
-    {
-    }
-
-    void attach(EventLoop&, Handler) override {}
-    void detach() override {}
-    void watchReceive(bool) override {}
-    void watchSend(bool) override {}
-    Result receive(char* bytes, std::size_t size) override
-    {
-        if (closed)
-        {
-            return {Status::failed};
-        }
-        const std::size_t count = std::min({size, chunk_, bytes_.size() - at_});
-        bytes_.copy(bytes, count, at_);
-        at_ += count;
-        return count != 0 ? Result{Status::done, count} : Result{Status::ended};
-    }
-    Result send(const std::string_view* parts, std::size_t count, bool) override
-    {
-        if (closed)
-        {
-            return {Status::failed};
-        }
-        const std::size_t before = sent.size();
-        for (std::size_t i = 0; i < count; ++i)
-        {
-            sent.append(parts[i]);
-        }
-        return {Status::done, sent.size() - before};
-    }
-    void endSending() override {}
-    void close() override
-    {
-        closed = true;
-    }
-    const SocketAddress& peer() const override
-    {
-        return address_;
-    }
-    const SocketAddress& local() const override
-    {
-        return address_;
-    }
-    void setSendBuffer(std::size_t) override {}
-    std::optional<std::chrono::milliseconds> silence() const override
-    {
-        return std::nullopt;
-    }
-
-    std::string sent;
-    bool closed = false;
-
-private:
-    const SocketAddress address_;
-    const std::string bytes_;
-    const std::size_t chunk_;
-    std::size_t at_ = 0;
-};
+    return *SocketAddress::parse("192.0.2." + std::to_string(address % 4 + 1));
+}
 
 std::pair<bool, std::string> readPost(std::string_view bytes, std::size_t chunk)
 {
@@ -186,7 +124,8 @@ public:
         }
         const std::string_view rest = reader.httpRest();
         const std::size_t split = rest.size() / 2;
-        auto client = std::make_shared<ClientStream>(address, std::string(rest.substr(split)), chunk_);
+        auto client =
+            std::make_shared<InputStream>(std::string(rest.substr(split)), chunk_, clientAddress(address));
         clients_.push_back(client);
         auto slot = slots_.take(client->peer().key(), MonotonicTime());
         HttpEntrance::Outcome outcome = entrance_.enter(
@@ -214,7 +153,7 @@ private:
         return config;
     }
 
-    static bool refused(const ClientStream& client)
+    static bool refused(const InputStream& client)
     {
         return client.sent.rfind("HTTP/1.1 4", 0) == 0 || client.sent.rfind("HTTP/1.1 5", 0) == 0;
     }
@@ -223,7 +162,7 @@ private:
     HttpEntrance entrance_;
     const std::size_t chunk_;
     std::size_t all_ = 0;
-    std::vector<std::shared_ptr<ClientStream>> clients_;
+    std::vector<std::shared_ptr<InputStream>> clients_;
     std::vector<std::shared_ptr<ByteStream>> served_;
 };
 
