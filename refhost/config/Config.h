@@ -1,5 +1,4 @@
 #pragma once
-// Tested by tests/refhost/config/ConfigReader_test.cpp.
 
 #include <cstdint>
 #include <optional>
