@@ -64,7 +64,7 @@ TEST_F(RtspServerTest, StopEndsEverythingAndLeavesNothing)
     start();
     std::list<TestClient> clients;
     UdpPort port;
-    const int descriptorsOfClients = 21;
+    const int descriptorsOfClients = 20 + 2;
     for (int i = 0; i < 20; ++i)
     {
         TestClient& client = clients.emplace_back(server->port());

@@ -318,38 +318,32 @@ int TestClient::localPort() const
     return portOf(descriptor_);
 }
 
-UdpPort::UdpPort(int family) : descriptor_(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0)), family_(family)
+UdpPort::UdpPort(int family) : pair_(UdpPortPair::bindAny(loopback(family, 0))), family_(family)
 {
-    const SocketAddress address = loopback(family, 0);
-    EXPECT_EQ(::bind(descriptor_, address.get(), address.size()), 0);
-}
-
-UdpPort::~UdpPort()
-{
-    ::close(descriptor_);
+    EXPECT_TRUE(pair_);
 }
 
 int UdpPort::port() const
 {
-    return portOf(descriptor_);
+    return pair_->bound.port();
 }
 
 std::string UdpPort::receive(int milliseconds)
 {
-    pollfd poll{descriptor_, POLLIN, 0};
+    pollfd poll{pair_->rtp.get(), POLLIN, 0};
     if (::poll(&poll, 1, milliseconds) <= 0)
     {
         return "";
     }
     char bytes[65536];
-    const ssize_t count = ::recv(descriptor_, bytes, sizeof bytes, 0);
+    const ssize_t count = ::recv(pair_->rtp.get(), bytes, sizeof bytes, 0);
     return count <= 0 ? "" : std::string(bytes, static_cast<std::size_t>(count));
 }
 
 void UdpPort::sendTo(int port, const std::string& datagram)
 {
     const SocketAddress address = loopback(family_, port);
-    EXPECT_EQ(::sendto(descriptor_, datagram.data(), datagram.size(), 0, address.get(), address.size()),
+    EXPECT_EQ(::sendto(pair_->rtp.get(), datagram.data(), datagram.size(), 0, address.get(), address.size()),
               static_cast<ssize_t>(datagram.size()));
 }
 

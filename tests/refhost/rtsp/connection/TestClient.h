@@ -4,9 +4,12 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "refhost/rtp/udp/UdpPortPair.h"
 
 namespace refhost
 {
@@ -97,14 +100,12 @@ private:
     std::vector<Received> kept_;
 };
 
-/// A bound pair of UDP ports that receives what the server sends.
+/// A bound pair of UDP ports whose first one receives what the server sends. The second one keeps the server from taking
+/// it for its own: "client_port=N" names both.
 class UdpPort
 {
 public:
     explicit UdpPort(int family = AF_INET);
-    ~UdpPort();
-    UdpPort(const UdpPort&) = delete;
-    UdpPort& operator=(const UdpPort&) = delete;
 
     int port() const;
     /// The next datagram; empty when none comes in time.
@@ -112,7 +113,7 @@ public:
     void sendTo(int port, const std::string& datagram);
 
 private:
-    int descriptor_;
+    const std::optional<UdpPortPair> pair_;
     const int family_;
 };
 
