@@ -16,21 +16,24 @@ using Multicast = MulticastConfig;
 using Recording = RecordingConfig;
 using Group = GroupConfig;
 using User = UserConfig;
-using Camera = CameraConfig;
-using Stream = StreamConfig;
 
 // The keys of what a user or group may do.
 template <typename Section>
 void addGrants(std::vector<ConfigKey<Section>>& keys)
 {
     keys.push_back(text<&Section::grants, &GrantsConfig::live>(
-        "live", "Cameras that may be watched live, over multicast too.", TextKind::cameras));
+                       "live", "Cameras that may be watched live, over multicast too.", TextKind::cameras)
+                       .on(ReloadEffect::atOnce));
     keys.push_back(text<&Section::grants, &GrantsConfig::playback>(
-        "playback", "Cameras whose recordings may be watched.", TextKind::cameras));
+                       "playback", "Cameras whose recordings may be watched.", TextKind::cameras)
+                       .on(ReloadEffect::atOnce));
     keys.push_back(text<&Section::grants, &GrantsConfig::talk>(
-        "talk", "Cameras through which audio may be sent to the device.", TextKind::cameras));
-    keys.push_back(text<&Section::grants, &GrantsConfig::admin>(
-        "admin", "Cameras that may be administered; nothing over RTSP needs it.", TextKind::cameras));
+                       "talk", "Cameras through which audio may be sent to the device.", TextKind::cameras)
+                       .on(ReloadEffect::atOnce));
+    keys.push_back(
+        text<&Section::grants, &GrantsConfig::admin>(
+            "admin", "Cameras that may be administered; nothing over RTSP needs it.", TextKind::cameras)
+            .on(ReloadEffect::atOnce));
 }
 
 constexpr int maxTime = 86400;
@@ -51,7 +54,8 @@ const std::vector<ConfigKey<ServerConfig>>& configKeys<ServerConfig>()
         number<&Server::threads>(
             "threads", "Threads that serve connections; 0 takes one for each core, at most 4.", 0, 64),
         choice<&Server::logLevel>("log-level", "Lowest level that is logged.",
-                                  {"trace", "debug", "info", "warning", "error", "off"}),
+                                  {"trace", "debug", "info", "warning", "error", "off"})
+            .on(ReloadEffect::atOnce),
         text<&Server::realm>("realm", "Realm of the authentication, as players show it.", TextKind::quotable),
         flag<&Server::digestWithoutQop>(
             "digest-without-qop",
@@ -64,12 +68,15 @@ const std::vector<ConfigKey<ServerConfig>>& configKeys<ServerConfig>()
             "start",
             "How viewers of live streams start: \"burst\" sends everything since the last key frame at once, "
             "\"paced\" the same at a multiple of real time, \"key-frame\" starts with the next key frame.",
-            {"burst", "paced", "key-frame"}),
+            {"burst", "paced", "key-frame"})
+            .on(ReloadEffect::newcomers),
         number<&Server::startRate>("start-rate", "Maximum rate of \"paced\", as a multiple of real time.", 2,
-                                   100),
+                                   100)
+            .on(ReloadEffect::newcomers),
         flag<&Server::gopCache>("gop-cache",
                                 "Whether viewers may start from a key frame of the past; false is the same "
-                                "as start = \"key-frame\"."),
+                                "as start = \"key-frame\".")
+            .on(ReloadEffect::newcomers),
         choice<&Server::liveController>(
             "live-controller",
             "Which of the library's two live controllers serves orv/live: \"first\" or \"second\". Viewers "
@@ -85,9 +92,11 @@ const std::vector<ConfigKey<ServerConfig>>& configKeys<ServerConfig>()
             "What media must be protected by, unless a camera says otherwise: \"tls\" is inside a TLS "
             "connection, \"srtp\" is SRTP, \"any-encrypted\" is one of the two, \"none\" is nothing. Other "
             "requests get 403.",
-            {"none", "tls", "srtp", "any-encrypted"}),
+            {"none", "tls", "srtp", "any-encrypted"})
+            .on(ReloadEffect::newcomers),
         number<&Server::linger>("linger", "Seconds that a source runs on after its last viewer left.", 0,
-                                maxTime),
+                                maxTime)
+            .on(ReloadEffect::atOnce),
     };
     return keys;
 }
@@ -99,37 +108,47 @@ const std::vector<ConfigKey<LimitsConfig>>& configKeys<LimitsConfig>()
         number<&Limits::connections>("connections",
                                      "Connections at once. One of eight is kept for addresses that logged in "
                                      "or, without users, set a session up before.",
-                                     1, maxNumber),
+                                     1, maxNumber)
+            .on(ReloadEffect::atOnce),
         number<&Limits::connectionsPerAddress>(
             "connections-per-address",
             "Connections at once from one address; all of an IPv6 network of 64 bits count together.", 1,
-            maxNumber),
-        number<&Limits::sessions>("sessions", "Sessions at once.", 1, maxNumber),
+            maxNumber)
+            .on(ReloadEffect::atOnce),
+        number<&Limits::sessions>("sessions", "Sessions at once.", 1, maxNumber).on(ReloadEffect::atOnce),
         number<&Limits::sessionsPerAddress>(
             "sessions-per-address", "Sessions at once from one address, counted as its connections are.", 1,
-            maxNumber),
+            maxNumber)
+            .on(ReloadEffect::atOnce),
         number<&Limits::sendBuffer>(
             "send-buffer",
             "KiB of media that the system keeps for a viewer over TCP who reads too slowly; it takes up to "
             "twice as much memory. Less makes slow viewers lose frames sooner.",
-            32, 4096),
+            32, 4096)
+            .on(ReloadEffect::newcomers),
         number<&Limits::talkSenders>(
             "talk-senders", "Sessions that may have talk-back set up at once; others get 453.", 1, maxNumber)
             .formerly("talkers"),
-        number<&Limits::headerCount>("header-count", "Header lines in one request.", 8, 1000),
+        number<&Limits::headerCount>("header-count", "Header lines in one request.", 8, 1000)
+            .on(ReloadEffect::newcomers),
         number<&Limits::headerBytes>(
-            "header-bytes", "Bytes of a request's first line and header lines together.", 512, 1048576),
-        number<&Limits::bodyBytes>("body-bytes", "Bytes of a request's body.", 0, 16777216),
+            "header-bytes", "Bytes of a request's first line and header lines together.", 512, 1048576)
+            .on(ReloadEffect::newcomers),
+        number<&Limits::bodyBytes>("body-bytes", "Bytes of a request's body.", 0, 16777216)
+            .on(ReloadEffect::newcomers),
         number<&Limits::handshakeTimeout>("handshake-timeout",
                                           "Seconds from the connect to the end of the first request, and "
                                           "from the first byte of a later one to its end.",
-                                          1, maxTime),
+                                          1, maxTime)
+            .on(ReloadEffect::atOnce),
         number<&Limits::setupTimeout>("setup-timeout",
                                       "Seconds that a client has to log in or, without users, to set a "
                                       "session up, while three quarters of the connections are taken.",
-                                      1, maxTime),
-        number<&Limits::idleTimeout>(
-            "idle-timeout", "Seconds that a connection without a session may be silent.", 1, maxTime),
+                                      1, maxTime)
+            .on(ReloadEffect::atOnce),
+        number<&Limits::idleTimeout>("idle-timeout",
+                                     "Seconds that a connection without a session may be silent.", 1, maxTime)
+            .on(ReloadEffect::atOnce),
         number<&Limits::sessionTimeout>(
             "session-timeout",
             "Seconds that a session lives without a sign of life; sent in the Session header. While an "
@@ -137,7 +156,8 @@ const std::vector<ConfigKey<LimitsConfig>>& configKeys<LimitsConfig>()
             2, maxTime),
         number<&Limits::orphanTimeout>(
             "orphan-timeout", "Seconds that a UDP session outlives its connection without a sign of life.", 1,
-            maxTime),
+            maxTime)
+            .on(ReloadEffect::atOnce),
     };
     return keys;
 }
@@ -151,7 +171,8 @@ const std::vector<ConfigKey<AuthConfig>>& configKeys<AuthConfig>()
             "Where Basic authentication is offered and accepted, which sends the password itself: "
             "\"tls-only\" "
             "on TLS connections, \"always\" on others too, \"never\" nowhere. Digest is always accepted.",
-            {"never", "tls-only", "always"}),
+            {"never", "tls-only", "always"})
+            .on(ReloadEffect::newcomers),
     };
     return keys;
 }
@@ -161,46 +182,57 @@ const std::vector<ConfigKey<TlsConfig>>& configKeys<TlsConfig>()
 {
     static const std::vector<ConfigKey<TlsConfig>> keys{
         text<&TlsConfig::listen>("listen", "Address to listen on for TLS; empty is that of RTSP.",
-                                 TextKind::anyAddress),
+                                 TextKind::anyAddress)
+            .on(ReloadEffect::newcomers),
         number<&TlsConfig::port>(
             "port",
             "TCP port of RTSP over TLS (rtsps://); 0 takes any free one. It is open once "
             "there is a certificate.",
-            0, 65535),
+            0, 65535)
+            .on(ReloadEffect::newcomers),
         text<&TlsConfig::certificate>(
             "certificate",
             "PEM file with the server's certificate and then its intermediate certificates; a relative path "
             "starts at this file. Changed files are read again within seconds; connections stay.",
-            TextKind::plain),
+            TextKind::plain)
+            .on(ReloadEffect::newcomers),
         text<&TlsConfig::key>("key",
                               "PEM file with the certificate's private key, not encrypted; empty where the "
                               "certificate's file holds it too.",
-                              TextKind::plain),
+                              TextKind::plain)
+            .on(ReloadEffect::newcomers),
         flag<&TlsConfig::selfSigned>(
             "self-signed",
             "Make a key and a certificate that is signed with it, once, and print its SHA-256 fingerprint, "
-            "for clients that can be made to trust it."),
+            "for clients that can be made to trust it.")
+            .on(ReloadEffect::newcomers),
         text<&TlsConfig::directory>("directory",
                                     "Where the self-signed ones are kept; a relative path starts at this "
                                     "file, the default at the working directory.",
-                                    TextKind::path),
+                                    TextKind::path)
+            .on(ReloadEffect::newcomers),
         choice<&TlsConfig::minVersion>("min-version", "Oldest version of TLS that is accepted.",
-                                       {"1.2", "1.3"}),
+                                       {"1.2", "1.3"})
+            .on(ReloadEffect::newcomers),
         text<&TlsConfig::ciphers>("ciphers",
                                   "Ciphers that may be used, as OpenSSL names them, separated by colons; "
                                   "those that start with TLS_ are for TLS 1.3. Empty: those with forward "
                                   "secrecy and authenticated encryption.",
-                                  TextKind::plain),
+                                  TextKind::plain)
+            .on(ReloadEffect::newcomers),
         text<&TlsConfig::clientCa>("client-ca",
                                    "PEM file with CAs; clients must then present a certificate of one of "
                                    "them. Empty: none is asked for.",
-                                   TextKind::plain),
+                                   TextKind::plain)
+            .on(ReloadEffect::newcomers),
         number<&TlsConfig::handshakes>("handshakes",
                                        "TLS handshakes under way at once; one address may have half of them.",
-                                       1, maxNumber),
+                                       1, maxNumber)
+            .on(ReloadEffect::newcomers),
         flag<&TlsConfig::kernelTls>("kernel-tls",
                                     "Have the kernel encrypt where it can (modprobe tls); the log says so at "
-                                    "the start."),
+                                    "the start.")
+            .on(ReloadEffect::newcomers),
     };
     return keys;
 }
@@ -211,15 +243,18 @@ const std::vector<ConfigKey<TunnelConfig>>& configKeys<TunnelConfig>()
     static const std::vector<ConfigKey<TunnelConfig>> keys{
         flag<&TunnelConfig::http>("http",
                                   "Serve RTSP and its media through HTTP, and with TLS through HTTPS: a GET "
-                                  "and a POST with the same x-sessioncookie."),
+                                  "and a POST with the same x-sessioncookie.")
+            .on(ReloadEffect::newcomers),
         flag<&TunnelConfig::webSocket>("websocket",
                                        "Serve RTSP and its media over WebSocket, sub-protocol "
-                                       "rtsp.onvif.org."),
+                                       "rtsp.onvif.org.")
+            .on(ReloadEffect::newcomers),
         choice<&TunnelConfig::origins>(
             "origins",
             "Whose web pages may use WebSocket: \"any\"; \"same\", those of the host that serves it; "
             "\"auto\" is \"any\" where users must log in and \"same\" where everybody may watch.",
-            {"auto", "same", "any"}),
+            {"auto", "same", "any"})
+            .on(ReloadEffect::newcomers),
     };
     return keys;
 }
@@ -228,15 +263,16 @@ template <>
 const std::vector<ConfigKey<SrtpConfig>>& configKeys<SrtpConfig>()
 {
     static const std::vector<ConfigKey<SrtpConfig>> keys{
-        choice<&SrtpConfig::suite>(
-            "suite",
-            "How media that is sent is encrypted and authenticated, as SDP names it. "
-            "Clients name what they use themselves.",
-            {"AES_CM_128_HMAC_SHA1_80", "AES_CM_128_HMAC_SHA1_32", "AEAD_AES_128_GCM"}),
+        choice<&SrtpConfig::suite>("suite",
+                                   "How media that is sent is encrypted and authenticated, as SDP names it. "
+                                   "Clients name what they use themselves.",
+                                   {"AES_CM_128_HMAC_SHA1_80", "AES_CM_128_HMAC_SHA1_32", "AEAD_AES_128_GCM"})
+            .on(ReloadEffect::newcomers),
         choice<&SrtpConfig::keys>("keys",
                                   "On which RTSP connections keys are sent: \"tls-only\", or \"always\", "
                                   "which shows them to whoever reads a connection without TLS.",
-                                  {"tls-only", "always"}),
+                                  {"tls-only", "always"})
+            .on(ReloadEffect::newcomers),
     };
     return keys;
 }
@@ -304,20 +340,24 @@ const std::vector<ConfigKey<RecordingConfig>>& configKeys<RecordingConfig>()
         number<&Recording::segment>("segment",
                                     "Seconds of media in one file; each starts with a key frame, so it may "
                                     "be longer by the time between two.",
-                                    1, 3600),
+                                    1, 3600)
+            .on(ReloadEffect::atOnce),
         size<&Recording::maxSize>("max-size",
                                   "Size of all recordings together, such as \"50GiB\"; the oldest are "
                                   "removed beyond. 0 for no limit.",
-                                  mebibyte),
-        time<&Recording::maxAge>(
-            "max-age", "Age at which recordings are removed, such as \"7d\"; 0 for no limit.", hour),
+                                  mebibyte)
+            .on(ReloadEffect::atOnce),
+        time<&Recording::maxAge>("max-age",
+                                 "Age at which recordings are removed, such as \"7d\"; 0 for no limit.", hour)
+            .on(ReloadEffect::atOnce),
         text<&Recording::minFree>(
             "min-free",
             "How much of the disk is to stay free: a size (\"2GiB\"), a share (\"5%\"), or \"auto\", which "
             "is "
             "5 % or 1 GiB, whichever is less. The oldest recordings are removed for it. \"0\" uses the whole "
             "disk.",
-            TextKind::freeSpace),
+            TextKind::freeSpace)
+            .on(ReloadEffect::atOnce),
     };
     return keys;
 }
@@ -328,7 +368,8 @@ const std::vector<ConfigKey<GroupConfig>>& configKeys<GroupConfig>()
     static const std::vector<ConfigKey<Group>> keys = []
     {
         std::vector<ConfigKey<Group>> all{
-            text<&Group::name>("name", "Name, without colon, comma or quotes.", TextKind::userName)};
+            text<&Group::name>("name", "Name, without colon, comma or quotes.", TextKind::userName)
+                .on(ReloadEffect::identity)};
         addGrants(all);
         return all;
     }();
@@ -344,104 +385,21 @@ const std::vector<ConfigKey<UserConfig>>& configKeys<UserConfig>()
             text<&User::name>("name",
                               "Name, without colon or quotes; \"anonymous\", without a password, is whoever "
                               "does not log in.",
-                              TextKind::userName),
+                              TextKind::userName)
+                .on(ReloadEffect::identity),
             text<&User::password>("password",
                                   "Password in plain text: keep the file readable for the server alone.",
-                                  TextKind::password),
+                                  TextKind::password)
+                .on(ReloadEffect::newcomers),
             text<&User::groups>(
                 "groups",
                 "Names of the groups that the user is in, separated by commas; it may do what "
                 "each of them may.",
-                TextKind::names)};
+                TextKind::names)
+                .on(ReloadEffect::atOnce)};
         addGrants(all);
         return all;
     }();
-    return keys;
-}
-
-template <>
-const std::vector<ConfigKey<CameraConfig>>& configKeys<CameraConfig>()
-{
-    static const std::vector<ConfigKey<Camera>> keys{
-        number<&Camera::id>("id", "Number of the camera in URLs: rtsp://…/orv/live/CAMERA/STREAM.", 0,
-                            maxNumber),
-        text<&Camera::name>("name", "What people call the camera.", TextKind::plain),
-        size<&Camera::maxSize>(
-            "max-size",
-            "Size of this camera's recordings together; its oldest are removed beyond. 0 for "
-            "no limit but those of [recording].",
-            mebibyte),
-        choice<&Camera::talkBack>("talk-back",
-                                  "Codec in which clients may send audio to the device through this camera's "
-                                  "streams; \"none\" offers no talk-back.",
-                                  codecChoices(MediaKind::audio, true)),
-        choice<&Camera::clock>("clock",
-                               "Whose clock dates the media of a camera that is read over RTSP: \"camera\" "
-                               "takes what its sender reports say, \"server\" when its packets arrive.",
-                               {"camera", "server"}),
-        choice<&Camera::security>(
-            "security",
-            "What the camera's media must be protected by; \"default\" is the key of the "
-            "same name at the top.",
-            {"default", "none", "tls", "srtp", "any-encrypted"}),
-    };
-    return keys;
-}
-
-template <>
-const std::vector<ConfigKey<StreamConfig>>& configKeys<StreamConfig>()
-{
-    static const std::vector<ConfigKey<Stream>> keys{
-        number<&Stream::id>("id", "Number of the stream in URLs; unique within its camera.", 0, maxNumber),
-        choice<&Stream::source, &SourceConfig::kind>(
-            "source",
-            "Where video and audio come from: \"synthetic\" is a test pattern with the time and a tone, "
-            "\"file\" a media file played in a loop, \"v4l2\" a video device, \"rtsp\" another camera, "
-            "\"rtsp-gst\" the same read by GStreamer, \"launch\" a GStreamer launch line.",
-            {sourceKinds.begin(), sourceKinds.end()}),
-        text<&Stream::source, &SourceConfig::location>(
-            "location",
-            "What the source opens: the file's path (relative to this file), the device (\"/dev/video0\"), "
-            "the rtsp:// or rtsps:// URL, or the launch line, whose elements named \"video\" and \"audio\" "
-            "are "
-            "sent. Not for \"synthetic\".",
-            TextKind::location),
-        choice<&Stream::source, &SourceConfig::transport>(
-            "transport",
-            "What \"rtsp\" asks a camera for first: \"tcp\" is its connection, \"udp\" are datagrams. The "
-            "other "
-            "one follows where the camera refuses that, or where nothing comes over UDP for five seconds.",
-            {"tcp", "udp"}),
-        flag<&Stream::source, &SourceConfig::tlsVerify>(
-            "tls-verify",
-            "Whether \"rtsp\" trusts only cameras of rtsps:// whose certificate is of a CA that the system "
-            "knows "
-            "and holds the host's name; false trusts every one, and so whoever answers."),
-        text<&Stream::source, &SourceConfig::tlsFingerprint>(
-            "tls-fingerprint",
-            "SHA-256 fingerprint of the certificate of a camera of rtsps://, the only one that \"rtsp\" then "
-            "trusts, whoever signed it; empty leaves it to tls-verify.",
-            TextKind::fingerprint),
-        choice<&Stream::videoCodec>("video", "Codec of the video.", codecChoices(MediaKind::video)),
-        number<&Stream::width>("width", "Width of the video in pixels, even, where the server encodes.", 16,
-                               8192, 2),
-        number<&Stream::height>("height", "Height of the video in pixels, even, where the server encodes.",
-                                16, 8192, 2),
-        number<&Stream::frameRate>("frame-rate", "Frames a second, where the server encodes.", 1, 120),
-        number<&Stream::bitRate>("bit-rate", "Rate of the encoded video in kbit/s, where the server encodes.",
-                                 16, 200000),
-        number<&Stream::gop>("gop", "Frames from one key frame to the next, where the server encodes.", 1,
-                             1000),
-        choice<&Stream::audioCodec>("audio", "Codec of the audio.", codecChoices(MediaKind::audio)),
-        text<&Stream::multicast>("multicast",
-                                 "Multicast group that is this stream's alone, as \"239.1.2.3:5004\" with an "
-                                 "even port; empty takes one of the pool.",
-                                 TextKind::group),
-        choice<&Stream::start>("start",
-                               "How viewers of this stream start, where not as the key at the top says.",
-                               {"default", "burst", "paced", "key-frame"}),
-        flag<&Stream::record>("record", "Record the stream; its source runs all the time then."),
-    };
     return keys;
 }
 

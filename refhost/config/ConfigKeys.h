@@ -88,6 +88,38 @@ struct TextSetting
     TextKind kind;
 };
 
+/// What a change of a key does when the running server reads its configuration again.
+enum class ReloadEffect
+{
+    restart,    ///< nothing before the server is restarted
+    identity,   ///< names the section: what had the former name ends, and what has the new one starts
+    atOnce,     ///< applies at once
+    newcomers,  ///< applies to what clients open from then on: connections, sessions, requests
+    source,     ///< the stream's source starts again; its viewers stay
+    viewers     ///< the stream's source starts again, and its sessions are ended
+};
+
+/// As the manual says it.
+constexpr std::string_view textOf(ReloadEffect effect)
+{
+    switch (effect)
+    {
+        case ReloadEffect::identity:
+            return "ends the former, starts the new";
+        case ReloadEffect::atOnce:
+            return "at once";
+        case ReloadEffect::newcomers:
+            return "at once, for newcomers";
+        case ReloadEffect::source:
+            return "restarts the source";
+        case ReloadEffect::viewers:
+            return "restarts the source, ends viewers";
+        case ReloadEffect::restart:
+            break;
+    }
+    return "needs a restart";
+}
+
 /// One key of one section of the configuration file: everything that the reader, the checks, the writer, the
 /// comparison and the manual need.
 template <typename Section>
@@ -100,6 +132,7 @@ struct ConfigKey
     std::string_view meaning;  ///< with the unit, without range and default, which the settings hold
     Setting setting;
     std::string_view former{};  ///< former name, still read, with a warning; empty: none
+    ReloadEffect effect = ReloadEffect::restart;
 
     /// The same key, renamed from `oldName`.
     ConfigKey formerly(std::string_view oldName) const
@@ -107,6 +140,14 @@ struct ConfigKey
         ConfigKey renamed = *this;
         renamed.former = oldName;
         return renamed;
+    }
+
+    /// The same key with another effect of a change.
+    ConfigKey on(ReloadEffect newEffect) const
+    {
+        ConfigKey changed = *this;
+        changed.effect = newEffect;
+        return changed;
     }
 
     /// Whether `written` is a name of the key.
