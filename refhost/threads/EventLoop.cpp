@@ -20,6 +20,7 @@
 #include "refhost/base/ConditionVariable.h"
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/Log.h"
+#include "refhost/threads/LoopMonitor.h"
 
 namespace refhost
 {
@@ -379,9 +380,15 @@ bool EventLoop::Impl::isOwnThread() const
     return std::this_thread::get_id() == thread.get_id();
 }
 
-EventLoop::EventLoop(const std::string& name) : impl_(std::make_unique<Impl>(name)) {}
+EventLoop::EventLoop(const std::string& name) : impl_(std::make_unique<Impl>(name))
+{
+    LoopMonitor::instance().add(*this, impl_->name);
+}
 
-EventLoop::~EventLoop() = default;
+EventLoop::~EventLoop()
+{
+    LoopMonitor::instance().remove(*this);
+}
 
 void EventLoop::add(int descriptor, std::uint32_t events, IoHandler handler)
 {

@@ -105,4 +105,37 @@ void runOn(EventLoop& loop, const Call& call)
     ASSERT_TRUE(done.wait());
 }
 
+/// Keeps a loop in one turn until its end.
+class HangingTurn
+{
+public:
+    explicit HangingTurn(EventLoop& loop) : loop_(loop)
+    {
+        loop.post(
+            [this]
+            {
+                started_.set();
+                end_.wait();
+            });
+        EXPECT_TRUE(started_.wait());
+    }
+    ~HangingTurn()
+    {
+        finish();
+    }
+    HangingTurn(const HangingTurn&) = delete;
+    HangingTurn& operator=(const HangingTurn&) = delete;
+
+    void finish()
+    {
+        end_.set();
+        runOn(loop_, [] {});
+    }
+
+private:
+    EventLoop& loop_;
+    Signal started_;
+    Signal end_;
+};
+
 }  // namespace refhost
