@@ -27,6 +27,7 @@
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/recording/RecordingService.h"
 #include "refhost/rtsp/connection/RtspServer.h"
+#include "refhost/service/LoopWatchdog.h"
 #include "refhost/talkback/TalkBack.h"
 
 namespace refhost
@@ -36,6 +37,10 @@ namespace
 
 // Max time from the signal that ends the program to its end, whatever hangs.
 constexpr std::chrono::milliseconds maxEndTime(2800);
+
+// Names of the sockets that a service manager may pass.
+constexpr auto plainName = "rtsp";
+constexpr auto encryptedName = "rtsps";
 
 // Blocks the signals that end the program for this thread and those it starts, so that only wait() receives
 // them. The destructor unblocks them: a second Ctrl-C ends a shutdown that takes too long.
@@ -146,7 +151,8 @@ public:
     {
         CameraStream::Options options = CameraStreams::usualOptions(config);
         options.makeRun = [this](SourceRun::Setup setup) { return ingest_.start(std::move(setup)); };
-        Device::setStreams(std::make_shared<CameraStreams>(config, options));
+        streams_ = std::make_shared<CameraStreams>(config, options);
+        Device::setStreams(streams_);
     }
     PublishedStreams(const PublishedStreams&) = delete;
     PublishedStreams& operator=(const PublishedStreams&) = delete;
@@ -155,8 +161,14 @@ public:
         Device::setStreams(nullptr);
     }
 
+    const CameraStreams& all() const
+    {
+        return *streams_;
+    }
+
 private:
     IngestLoops ingest_;
+    std::shared_ptr<CameraStreams> streams_;
 };
 
 // Stops the playback workers before the recordings that they read are closed.
@@ -175,10 +187,35 @@ public:
 }  // namespace
 
 Application::Application(ServerConfig config, std::vector<std::string> warnings)
-    : config_(std::move(config)), warnings_(std::move(warnings))
+    : config_(std::move(config)),
+      warnings_(std::move(warnings)),
+      manager_(ServiceManager::fromEnvironment()),
+      sockets_(PassedSockets::fromEnvironment({plainName, encryptedName}, warnings_))
 {
+    useSocketAddresses();
     const std::vector<std::string> own = config_.warnings();
     warnings_.insert(warnings_.end(), own.begin(), own.end());
+}
+
+/// Where the service manager opened the ports, its sockets decide where the server listens, also for UDP.
+void Application::useSocketAddresses()
+{
+    if (const auto address = sockets_.address(plainName))
+    {
+        config_.listen = address->text();
+        config_.port = address->port();
+    }
+    const auto encrypted = sockets_.address(encryptedName);
+    if (encrypted && config_.tls.enabled())
+    {
+        config_.tls.listen = encrypted->text();
+        config_.tls.port = encrypted->port();
+    }
+    else if (encrypted)
+    {
+        sockets_.take(encryptedName);
+        warnings_.push_back("the service manager passes a socket for rtsps, but tls has no certificate");
+    }
 }
 
 void Application::prepareProcess() const
@@ -246,7 +283,9 @@ int Application::run()
     const TalkBack talkBack(config_, device, DeviceExAbility(), ServedMedia::platformType);
     RecordingService recording(config_, Device::streams());
     const PlaybackWorkers playback;
-    RtspServer server(config_, media.routes(device));
+    RtspServer::Options options;
+    options.sockets = &sockets_;
+    RtspServer server(config_, media.routes(device), options);
     std::string error;
     if (!server.start(error))
     {
@@ -260,13 +299,25 @@ int Application::run()
     }
     recording.start();
     printUrls(server);
+    LoopWatchdog watchdog(manager_, LoopMonitor::instance(), HostClock::system());
+    const auto report = [this, &streams, &server]
+    {
+        const std::size_t viewers = server.sessionCount();
+        manager_.status(fmt::format("{} of {} streams running, {} viewer{}", streams.all().running(),
+                                    streams.all().count(), viewers, viewers == 1 ? "" : "s"));
+    };
+    manager_.ready();
+    report();
     const int signal = endSignals.wait(
-        [&server]
+        [&]
         {
             Log::reportLimited();
             server.refreshCertificate();
+            watchdog.check();
+            report();
         });
     deadline.emplace(maxEndTime);
+    manager_.stopping();
     Log::info("ending: {}", strsignal(signal));
     server.stop();
     return exitDone;

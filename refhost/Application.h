@@ -1,10 +1,12 @@
 #pragma once
-// Tested by tests/e2e/test_shutdown.py.
+// Tested by tests/e2e/test_service.py, tests/e2e/test_shutdown.py.
 
 #include <string>
 #include <vector>
 
 #include "refhost/config/Config.h"
+#include "refhost/service/PassedSockets.h"
+#include "refhost/service/ServiceManager.h"
 
 namespace refhost
 {
@@ -25,11 +27,14 @@ public:
     int run();
 
 private:
+    void useSocketAddresses();
     void prepareProcess() const;
     void printUrls(const RtspServer& server) const;
 
     ServerConfig config_;
     std::vector<std::string> warnings_;
+    ServiceManager manager_;
+    PassedSockets sockets_;
 };
 
 }  // namespace refhost

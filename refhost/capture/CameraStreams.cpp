@@ -2,6 +2,8 @@
 
 #include <gst/gst.h>
 
+#include <algorithm>
+
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/media/BackChannel.h"
 
@@ -66,6 +68,12 @@ void CameraStreams::makeThreads()
     queue_->start();
     // GLib aborts the program if it cannot create the thread that spawns its pool threads.
     g_thread_pool_free(g_thread_pool_new([](gpointer, gpointer) {}, nullptr, 1, FALSE, nullptr), FALSE, TRUE);
+}
+
+std::size_t CameraStreams::running() const
+{
+    return static_cast<std::size_t>(std::count_if(streams_.begin(), streams_.end(),
+                                                  [](const auto& each) { return each.second->isRunning(); }));
 }
 
 std::shared_ptr<StreamSource> CameraStreams::find(int cameraId, int streamId)

@@ -1,6 +1,7 @@
 #pragma once
 // Tested by tests/refhost/capture/CameraStream_test.cpp.
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <utility>
@@ -24,6 +25,13 @@ public:
     ~CameraStreams() override;
 
     static CameraStream::Options usualOptions(const ServerConfig& config);
+
+    std::size_t count() const
+    {
+        return streams_.size();
+    }
+    /// How many deliver media, or try to; the rest has no viewers.
+    std::size_t running() const;
 
     std::shared_ptr<StreamSource> find(int cameraId, int streamId) override;
     bool describeBackChannel(int cameraId, SubMediaInfo& out) override;

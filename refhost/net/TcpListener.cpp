@@ -32,6 +32,15 @@ void setOption(int descriptor, int level, int name, int value)
     }
 }
 
+// Accepted sockets inherit these from the listener, without system calls.
+void setInherited(int listener, std::chrono::seconds liveness)
+{
+    setOption(listener, IPPROTO_TCP, TCP_NODELAY, 1);
+    setOption(listener, SOL_SOCKET, SO_SNDBUF, sendBufferSize);
+    setOption(listener, SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
+    TcpLiveness::configure(listener, liveness);
+}
+
 Descriptor openSpare()
 {
     return Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -60,17 +69,25 @@ std::unique_ptr<TcpListener> TcpListener::open(const std::string& numeric, int p
         return nullptr;
     }
     setOption(socket.get(), SOL_SOCKET, SO_REUSEADDR, 1);
-    // Accepted sockets inherit these from the listener, without system calls.
-    setOption(socket.get(), IPPROTO_TCP, TCP_NODELAY, 1);
-    setOption(socket.get(), SOL_SOCKET, SO_SNDBUF, sendBufferSize);
-    setOption(socket.get(), SOL_SOCKET, SO_RCVBUF, receiveBufferSize);
-    TcpLiveness::configure(socket.get(), liveness);
+    setInherited(socket.get(), liveness);
     if (::bind(socket.get(), address->ai_addr, address->ai_addrlen) != 0 ||
         ::listen(socket.get(), backlog) != 0)
     {
         error = "cannot listen on " + numeric + " port " + service + ": " + std::strerror(errno);
         return nullptr;
     }
+    return listening(std::move(socket));
+}
+
+std::unique_ptr<TcpListener> TcpListener::adopt(Descriptor socket, std::chrono::seconds liveness)
+{
+    setInherited(socket.get(), liveness);
+    ::listen(socket.get(), backlog);
+    return listening(std::move(socket));
+}
+
+std::unique_ptr<TcpListener> TcpListener::listening(Descriptor socket)
+{
     std::unique_ptr<TcpListener> made(new TcpListener);
     made->port_ = SocketAddress::localOf(socket.get()).port();
     made->socket_ = std::move(socket);

@@ -29,6 +29,10 @@ public:
     static std::unique_ptr<TcpListener> open(const std::string& address, int port,
                                              std::chrono::seconds liveness, std::string& error);
 
+    /// The same on a socket that listens already.
+    /// \param socket  non-blocking
+    static std::unique_ptr<TcpListener> adopt(Descriptor socket, std::chrono::seconds liveness);
+
     /// Accepts the connections that wait, so many at a time that others have their turn. Without a free
     /// descriptor it closes one of them instead, and logs it.
     void acceptAll(const Accepted& accepted);
@@ -38,6 +42,7 @@ public:
 
 private:
     TcpListener() = default;
+    static std::unique_ptr<TcpListener> listening(Descriptor socket);
     bool acceptOne(const Accepted& accepted);
     void shedOne();
 

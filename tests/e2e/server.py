@@ -33,7 +33,8 @@ class Server:
         finally:
             self.kill()
 
-    def __init__(self, binary, folder, config=DEFAULT_CONFIG, arguments=()):
+    def __init__(self, binary, folder, config=DEFAULT_CONFIG, arguments=(), start=subprocess.Popen):
+        """`start`: starts the process, as Popen does."""
         self.folder = pathlib.Path(folder)
         self.folder.mkdir(parents=True, exist_ok=True)
         self.config_path = self.folder / "ovrtspd.toml"
@@ -45,8 +46,9 @@ class Server:
         self.log_path = self.folder / "log.txt"
         self.allowed_problems = []
         self._waited = 0.0
+        self._start = start  # what it belongs to lives as long
         with open(self.output_path, "wb") as output, open(self.log_path, "wb") as log:
-            self.process = subprocess.Popen(
+            self.process = start(
                 [binary, "--config", str(self.config_path), *arguments],
                 stdin=subprocess.DEVNULL, stdout=output, stderr=log)
         self.address, self.port = self._wait_until_ready()

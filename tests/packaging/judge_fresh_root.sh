@@ -130,6 +130,22 @@ same "stream 1 over TCP" "h264,640,360
 pcm_mulaw" "$(play 8554 1 tcp)"
 same "what the server wrote elsewhere" "" "$(inside find / -xdev -user ovrtspd -not -path '/var/lib/ovrtspd*')"
 
+[[ "$(unit Type) $(unit StatusText)" =~ ^notify\ [0-2]\ of\ 2\ streams\ running,\ [0-9]\ viewers?$ ]] ||
+    fault "the service reports \"$(unit StatusText)\""
+
+# Port 554, opened by systemd.
+inside systemctl stop ovrtspd.service
+quietly inside systemctl enable --now ovrtspd.socket
+quietly inside systemctl start ovrtspd.service
+serving "the socket"
+same "stream 0 on port 554" "h264,1280,720
+pcm_mulaw" "$(play 554 0 tcp)"
+same "the capabilities on port 554" "CapEff: 0000000000000000" \
+    "$(inside awk '/^CapEff:/ { print $1, $2 }' "/proc/$(unit MainPID)/status")"
+quietly inside systemctl disable --now ovrtspd.socket
+quietly inside systemctl restart ovrtspd.service
+serving "after its socket was closed"
+
 stopping="$SECONDS"
 inside systemctl stop ovrtspd.service
 [ "$((SECONDS - stopping))" -lt 10 ] || fault "the service took $((SECONDS - stopping)) s to end"

@@ -43,7 +43,9 @@ same "what is in libovmediacontrol-dev" "$(printf '%s\n' "$libdir/cmake/OVMediaC
     "$(contents libovmediacontrol-dev | grep -v 'OVMediaControlTargets-[a-z]*\.cmake')"
 same "what is in ovrtspd" "./etc/ovrtspd/ovrtspd.toml
 ./usr/bin/ovrtspd
+./usr/lib/systemd/system/ovrtspd-tls.socket
 ./usr/lib/systemd/system/ovrtspd.service
+./usr/lib/systemd/system/ovrtspd.socket
 ./usr/share/man/man1/ovrtspd.1.gz" "$(contents ovrtspd)"
 
 for name in "$soname" libovmediacontrol-dev ovrtspd; do
@@ -114,7 +116,8 @@ unset LD_LIBRARY_PATH
 if command -v systemd-analyze >/dev/null; then
     unit="$scratch/ovrtspd.service"
     sed "s,=/usr/bin/,=$scratch/root/usr/bin/," "$scratch/root/usr/lib/systemd/system/ovrtspd.service" >"$unit"
-    systemd-analyze verify --man=no "$unit" >"$scratch/verified" 2>&1 || fault "systemd refuses the unit"
+    cp "$scratch"/root/usr/lib/systemd/system/ovrtspd*.socket "$scratch"
+    systemd-analyze verify --man=no "$unit" "$scratch"/ovrtspd*.socket >"$scratch/verified" 2>&1 || fault "systemd refuses the unit"
     [ ! -s "$scratch/verified" ] || { cat "$scratch/verified" >&2; fault "systemd does not like the unit"; }
     systemd-analyze security --offline=true --threshold=20 --no-pager "$unit" >"$scratch/security" 2>&1 ||
         { cat "$scratch/security" >&2; fault "the unit leaves the server too much"; }

@@ -15,13 +15,17 @@ install_into() {
 diff - <(install_into own /opt/cameras) <<'END'
 ./opt/cameras/bin/ovrtspd
 ./opt/cameras/etc/ovrtspd/ovrtspd.toml
+./opt/cameras/lib/systemd/system/ovrtspd-tls.socket
 ./opt/cameras/lib/systemd/system/ovrtspd.service
+./opt/cameras/lib/systemd/system/ovrtspd.socket
 ./opt/cameras/share/man/man1/ovrtspd.1
 END
 diff - <(install_into system /usr) <<'END'
 ./etc/ovrtspd/ovrtspd.toml
 ./usr/bin/ovrtspd
+./usr/lib/systemd/system/ovrtspd-tls.socket
 ./usr/lib/systemd/system/ovrtspd.service
+./usr/lib/systemd/system/ovrtspd.socket
 ./usr/share/man/man1/ovrtspd.1
 END
 

@@ -104,16 +104,24 @@ bool RtspServer::start(std::string& error)
 
 bool RtspServer::listen(std::string& error)
 {
-    const std::chrono::seconds liveness(config_.limits.sessionTimeout);
-    plain_ = TcpListener::open(config_.listen, config_.port, liveness, error);
+    plain_ = listenerFor("rtsp", config_.listen, config_.port, error);
     if (plain_ == nullptr || !config_.tls.enabled())
     {
         return plain_ != nullptr;
     }
     const std::string& address = config_.tls.listen.empty() ? config_.listen : config_.tls.listen;
     tls_ = TlsAcceptor::open(config_.tls, error);
-    encrypted_ = tls_ == nullptr ? nullptr : TcpListener::open(address, config_.tls.port, liveness, error);
+    encrypted_ = tls_ == nullptr ? nullptr : listenerFor("rtsps", address, config_.tls.port, error);
     return encrypted_ != nullptr;
+}
+
+std::unique_ptr<TcpListener> RtspServer::listenerFor(const char* name, const std::string& address, int port,
+                                                     std::string& error) const
+{
+    const std::chrono::seconds liveness(config_.limits.sessionTimeout);
+    Descriptor passed = options_.sockets == nullptr ? Descriptor() : options_.sockets->take(name);
+    return passed ? TcpListener::adopt(std::move(passed), liveness)
+                  : TcpListener::open(address, port, liveness, error);
 }
 
 void RtspServer::startLoops()

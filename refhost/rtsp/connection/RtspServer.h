@@ -17,6 +17,7 @@
 #include "refhost/rtsp/session/AddressLimiter.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
 #include "refhost/rtsp/session/RtspServices.h"
+#include "refhost/service/PassedSockets.h"
 
 namespace refhost
 {
@@ -36,6 +37,9 @@ public:
         const HostClock* clock = &HostClock::system();
         std::chrono::milliseconds sweepInterval =
             std::chrono::seconds(1);  ///< interval of the timeout checks
+        /// Those named "rtsp" and "rtsps" are served instead of opening the configured ports. May be null;
+        /// outlives start().
+        PassedSockets* sockets = nullptr;
     };
 
     RtspServer(const ServerConfig& config, MediaRoutes routes);
@@ -71,6 +75,8 @@ public:
 
 private:
     bool listen(std::string& error);
+    std::unique_ptr<TcpListener> listenerFor(const char* name, const std::string& address, int port,
+                                             std::string& error) const;
     void startLoops();
     void acceptFrom(TcpListener& listener, bool encrypted);
     void adopt(ConnectionLoop& acceptor, Descriptor socket, const SocketAddress& peer, bool encrypted);
