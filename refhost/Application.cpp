@@ -17,8 +17,10 @@
 #include "refhost/EndDeadline.h"
 #include "refhost/ServedMedia.h"
 #include "refhost/ServerAddress.h"
+#include "refhost/base/AuditLog.h"
 #include "refhost/base/LibraryOutput.h"
 #include "refhost/base/Log.h"
+#include "refhost/base/LogFormat.h"
 #include "refhost/base/LogWriter.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/capture/CameraStreams.h"
@@ -184,6 +186,32 @@ public:
     }
 };
 
+// Reports suppressed audit lines every ten seconds, and at the end.
+class SuppressedReports
+{
+public:
+    SuppressedReports() = default;
+    SuppressedReports(const SuppressedReports&) = delete;
+    SuppressedReports& operator=(const SuppressedReports&) = delete;
+    ~SuppressedReports()
+    {
+        AuditLog::reportSuppressed();
+    }
+
+    void write()
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (now - last_ >= std::chrono::seconds(10))
+        {
+            last_ = now;
+            AuditLog::reportSuppressed();
+        }
+    }
+
+private:
+    std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
+};
+
 }  // namespace
 
 Application::Application(ServerConfig config, std::vector<std::string> warnings)
@@ -221,6 +249,7 @@ void Application::useSocketAddresses()
 void Application::prepareProcess() const
 {
     Log::setLevel(*Log::levelNamed(config_.logLevel));
+    LogFormat::set(config_.logFormat == "json" ? LogFormat::Kind::json : LogFormat::Kind::text);
     for (const CameraConfig& camera : config_.cameras)
     {
         for (const StreamConfig& stream : camera.streams)
@@ -299,6 +328,7 @@ int Application::run()
     }
     recording.start();
     printUrls(server);
+    SuppressedReports reports;
     LoopWatchdog watchdog(manager_, LoopMonitor::instance(), HostClock::system());
     const auto report = [this, &streams, &server]
     {
@@ -312,6 +342,7 @@ int Application::run()
         [&]
         {
             Log::reportLimited();
+            reports.write();
             server.refreshCertificate();
             watchdog.check();
             report();

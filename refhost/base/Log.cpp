@@ -1,6 +1,7 @@
 #include "refhost/base/Log.h"
 
 #include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/base_sink.h>
 #include <unistd.h>
 
@@ -9,9 +10,11 @@
 #include <cerrno>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "refhost/base/CredentialMask.h"
 #include "refhost/base/Hex.h"
+#include "refhost/base/LogFormat.h"
 #include "refhost/base/LogLimiter.h"
 #include "refhost/base/LogWriter.h"
 
@@ -41,6 +44,23 @@ spdlog::level::level_enum toSpdlog(Log::Level level)
     return spdlog::level::off;
 }
 
+Log::Level fromSpdlog(spdlog::level::level_enum level)
+{
+    switch (level)
+    {
+        case spdlog::level::trace:
+            return Log::Level::trace;
+        case spdlog::level::debug:
+            return Log::Level::debug;
+        case spdlog::level::info:
+            return Log::Level::info;
+        case spdlog::level::warn:
+            return Log::Level::warning;
+        default:
+            return Log::Level::error;
+    }
+}
+
 // Writes to standard error, directly or by a LogWriter.
 class ErrorSink : public spdlog::sinks::base_sink<std::mutex>
 {
@@ -56,24 +76,20 @@ public:
     std::string lineOf(Log::Level level, std::string_view text)
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        const spdlog::details::log_msg message("ovrtspd", toSpdlog(level),
-                                               spdlog::string_view_t(text.data(), text.size()));
-        spdlog::memory_buf_t line;
-        formatter_->format(message, line);
-        return std::string(line.data(), line.size());
+        return formatted(spdlog::details::log_msg("ovrtspd", toSpdlog(level),
+                                                  spdlog::string_view_t(text.data(), text.size())));
     }
 
 protected:
     void sink_it_(const spdlog::details::log_msg& message) override
     {
-        spdlog::memory_buf_t line;
-        formatter_->format(message, line);
+        std::string line = formatted(message);
         if (writer_)
         {
-            writer_->write(std::string(line.data(), line.size()));
+            writer_->write(std::move(line));
             return;
         }
-        std::string_view rest(line.data(), line.size());
+        std::string_view rest(line);
         while (!rest.empty())
         {
             const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
@@ -88,7 +104,25 @@ protected:
     void flush_() override {}
 
 private:
+    /// The line with its newline, and with the journal's prefix.
+    std::string formatted(const spdlog::details::log_msg& message)
+    {
+        const Log::Level level = fromSpdlog(message.level);
+        std::string line(LogFormat::journalPrefix(level));
+        spdlog::memory_buf_t text;
+        if (LogFormat::kind() == LogFormat::Kind::text)
+        {
+            formatter_->format(message, text);
+            return line.append(text.data(), text.size());
+        }
+        time_.format(message, text);
+        return line +=
+               LogFormat::json({text.data(), text.size()}, levelNames.at(static_cast<std::size_t>(level)),
+                               message.thread_id, {message.payload.data(), message.payload.size()});
+    }
+
     std::shared_ptr<LogWriter> writer_;
+    spdlog::pattern_formatter time_{"%Y-%m-%dT%H:%M:%S.%e%z", spdlog::pattern_time_type::local, ""};
 };
 
 // Never destroyed, as the logger.

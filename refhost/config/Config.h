@@ -148,6 +148,13 @@ struct MulticastConfig
 struct AuthConfig
 {
     std::string basic = "tls-only";  ///< where Basic is offered and accepted: "never", "tls-only" or "always"
+    int freeFailures = 4;            ///< of a user from one address, before attempts have to wait
+    int maxDelay = 8;                ///< seconds that an attempt has to wait at most
+    int refuseAfter = 10;            ///< failures of a user from one address; 0: never
+    int refuseAddressAfter = 50;     ///< failures of all users from one address; 0: never
+    int refusalTime = 300;           ///< seconds
+    int failureMemory = 60;          ///< seconds after which one failure is forgotten
+    bool exemptLoopback = true;      ///< none of this for clients on this machine
 
     bool operator==(const AuthConfig& other) const;
 };
@@ -233,9 +240,10 @@ struct RecordingConfig
 struct ServerConfig
 {
     std::string listen = "127.0.0.1";
-    int port = 8554;                ///< TCP port of RTSP; 0: any free one
-    int threads = 0;                ///< event loops; 0: one for each core, at most 4
-    std::string logLevel = "info";  ///< trace, debug, info, warning, error or off
+    int port = 8554;                 ///< TCP port of RTSP; 0: any free one
+    int threads = 0;                 ///< event loops; 0: one for each core, at most 4
+    std::string logLevel = "info";   ///< trace, debug, info, warning, error or off
+    std::string logFormat = "text";  ///< "text" or "json"
     std::string realm = "ovrtspd";
     bool digestWithoutQop = true;  ///< accept Digest responses without qop, replayable for a minute
     std::vector<UserConfig> users;

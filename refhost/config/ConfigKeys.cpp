@@ -56,6 +56,9 @@ const std::vector<ConfigKey<ServerConfig>>& configKeys<ServerConfig>()
         choice<&Server::logLevel>("log-level", "Lowest level that is logged.",
                                   {"trace", "debug", "info", "warning", "error", "off"})
             .on(ReloadEffect::atOnce),
+        choice<&Server::logFormat>(
+            "log-format", "How lines of the log are written: \"text\", or \"json\", one object a line.",
+            {"text", "json"}),
         text<&Server::realm>("realm", "Realm of the authentication, as players show it.", TextKind::quotable),
         flag<&Server::digestWithoutQop>(
             "digest-without-qop",
@@ -173,6 +176,29 @@ const std::vector<ConfigKey<AuthConfig>>& configKeys<AuthConfig>()
             "on TLS connections, \"always\" on others too, \"never\" nowhere. Digest is always accepted.",
             {"never", "tls-only", "always"})
             .on(ReloadEffect::newcomers),
+        number<&AuthConfig::freeFailures>("free-failures",
+                                          "Wrong passwords of a user from one address, after which the next "
+                                          "attempts have to wait: 1, 2, 4 … "
+                                          "seconds.",
+                                          1, maxNumber),
+        number<&AuthConfig::maxDelay>("max-delay", "Seconds that an attempt has to wait at most.", 1, 60),
+        number<&AuthConfig::refuseAfter>("refuse-after",
+                                         "Wrong passwords of a user from one address, after which its "
+                                         "attempts are answered 503 for a while; "
+                                         "0: never.",
+                                         0, maxNumber),
+        number<&AuthConfig::refuseAddressAfter>(
+            "refuse-address-after",
+            "The same for wrong passwords of all users from one address; attempts have to wait after half of "
+            "them. Users who logged in from there are not held up.",
+            0, maxNumber),
+        number<&AuthConfig::refusalTime>("refusal-time", "Seconds that attempts are refused.", 1, maxTime),
+        number<&AuthConfig::failureMemory>(
+            "failure-memory", "Seconds after which one wrong password is forgotten.", 1, maxTime),
+        flag<&AuthConfig::exemptLoopback>(
+            "exempt-loopback",
+            "Whether clients on this machine may try passwords without waiting; false where a proxy on this "
+            "machine passes others on."),
     };
     return keys;
 }

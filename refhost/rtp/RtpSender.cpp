@@ -64,6 +64,7 @@ SendResult RtpSender::send(const AccessUnitPtr& unit, std::size_t firstPacket, s
     const SendResult result =
         transport_->send(unit, firstPacket, {initial_.ssrc, sequence_, timestamp, payloadType_}, more);
     account(*unit, firstPacket, result.packets);
+    transport_->sent.bytes.store(octets_, std::memory_order_relaxed);
     return result;
 }
 
@@ -71,15 +72,16 @@ void RtpSender::account(const AccessUnit& unit, std::size_t firstPacket, std::si
 {
     if (packets == unit.packets.size())
     {
-        statistics_.octets += unit.payloadBytes;
+        octets_ += unit.payloadBytes;
     }
     else
     {
         for (std::size_t i = firstPacket; i < firstPacket + packets; ++i)
         {
-            statistics_.octets += unit.packets[i].size - unit.headerSize(i);
+            octets_ += unit.packets[i].size - unit.headerSize(i);
         }
     }
+    statistics_.octets = static_cast<std::uint32_t>(octets_);
     sequence_ = static_cast<std::uint16_t>(sequence_ + packets);
     statistics_.packets += static_cast<std::uint32_t>(packets);
 }
@@ -123,6 +125,11 @@ void RtpSender::readReport(const std::uint8_t* data, std::size_t size)
     }
     ++statistics_.reportsRead;
     statistics_.reception = findings.report;
+    if (transport_ != nullptr)
+    {
+        transport_->sent.lost.store(static_cast<std::uint64_t>(std::max(findings.report.cumulativeLost, 0)),
+                                    std::memory_order_relaxed);
+    }
     if (findings.report.lastReport != 0)
     {
         // RFC 3550, section 6.4.1; a client's wrong numbers must not make it negative.

@@ -163,6 +163,7 @@ private:
     MonotonicTime reportDue_;
     std::uint32_t wallSteps_ = 0;                              // of the wall clock, reported so far
     std::uint32_t reportJitter_ = initial_.reportJitter | 1U;  // state of a xorshift generator, never 0
+    std::uint64_t octets_ = 0;                                 // as in the statistics, where they wrap
     TrackStatistics statistics_;
 };
 

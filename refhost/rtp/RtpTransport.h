@@ -1,6 +1,7 @@
 #pragma once
 // Tested by tests/refhost/rtp/udp/UdpServer_test.cpp, tests/refhost/rtp/InterleavedTransport_test.cpp.
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -147,6 +148,24 @@ public:
     {
         return "a client";
     }
+
+    /// What one sender sent over it so far, for the session's audit.
+    struct Sent
+    {
+        std::atomic<std::uint64_t> bytes{0};  ///< of RTP payload
+        std::atomic<std::uint64_t> lost{0};   ///< packets that the client reported as lost
+    };
+    Sent sent;
+
+    /// Whom the client's audio is from, for the audit.
+    struct Client
+    {
+        std::array<unsigned char, 16> address{};  ///< as SocketAddress::Key
+        std::string user;                         ///< empty without users
+        std::string url;                          ///< of the presentation
+    };
+    /// Null when unknown. Set before the transport is passed on.
+    std::shared_ptr<const Client> client;
 
     /// Refuses packets until release(), so that the response to PLAY goes out first.
     virtual void hold() = 0;

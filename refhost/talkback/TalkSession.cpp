@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "refhost/base/AuditLog.h"
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/RandomBytes.h"
@@ -186,7 +187,12 @@ int TalkSession::receive(bool& playerFault)
     }
     if (audio)
     {
-        audible_ = output_.claim(this, name_, now);
+        const bool before = std::exchange(audible_, output_.claim(this, name_, now));
+        if (audible_ && !before && transport_->client != nullptr)
+        {
+            const RtpTransport::Client& client = *transport_->client;
+            AuditLog::talkBackTaken(client.address, client.user, client.url);
+        }
     }
     samples_.clear();
     const bool waits = reception_->take(now, audible_, samples_);

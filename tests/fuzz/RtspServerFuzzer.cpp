@@ -182,6 +182,13 @@ private:
             RequestHandler::Result result = item == RequestReader::Item::malformed
                                                 ? handler_.reject(request_, reader_.problem(), writer_)
                                                 : handler_.handle(request_, writer_, false);
+            if (result == RequestHandler::Result::delayed)
+            {
+                require(connection_->responses == before, "a request that is delayed is not answered");
+                reader_.putBack();
+                result = again(false);
+                require(result != RequestHandler::Result::delayed, "a request is delayed once");
+            }
             if (result == RequestHandler::Result::notReady)
             {
                 require(connection_->responses == before, "a request that waits is not answered");

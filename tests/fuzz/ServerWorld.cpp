@@ -180,6 +180,8 @@ std::unique_ptr<RtspServices> ServerWorld::services(bool users) const
     if (users)
     {
         config.users = {{"admin", "secret"}, {"guest", "visit"}};
+        config.auth.exemptLoopback = false;
+        config.auth.freeFailures = 1;
     }
     auto services = std::make_unique<RtspServices>(config, routes_, HostClock::system());
     std::string error;

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <utility>
 
+#include "refhost/base/AuditLog.h"
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/Log.h"
 #include "refhost/net/tls/CertificateFingerprint.h"
@@ -286,6 +287,7 @@ void TlsContext::refresh()
         context_.swap(fresh);
     }
     Log::info("read the TLS certificate {} again: SHA-256 {}", options_.certificate, fingerprint());
+    AuditLog::configurationChanged("certificate");
 }
 
 std::shared_ptr<ssl_ctx_st> TlsContext::current() const

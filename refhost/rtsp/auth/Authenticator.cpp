@@ -2,6 +2,7 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -42,6 +43,38 @@ bool namesTheSame(std::string_view requestUri, std::string_view digestUri)
     return request && digest && request->server == digest->server &&
            request->presentation == digest->presentation &&
            (digest->track.empty() || digest->track == request->track);
+}
+
+/// The parts of an Authorization header.
+struct Credentials
+{
+    std::string_view scheme;
+    std::string_view rest;
+};
+
+Credentials split(std::string_view authorization)
+{
+    const std::size_t blank = authorization.find(' ');
+    if (blank == std::string_view::npos)
+    {
+        return {};
+    }
+    return {authorization.substr(0, blank), RtspText::trim(authorization.substr(blank))};
+}
+
+Authenticator::Decision denied(Authenticator::Denial denial)
+{
+    Authenticator::Decision decision;
+    decision.denial = denial;
+    return decision;
+}
+
+Authenticator::Decision granted(std::string_view user)
+{
+    Authenticator::Decision decision;
+    decision.verdict = Authenticator::Verdict::granted;
+    decision.user = user;
+    return decision;
 }
 
 }  // namespace
@@ -85,20 +118,56 @@ Authenticator::Decision Authenticator::check(std::string_view method, std::strin
     const std::shared_ptr<const Users> all = users();
     if (all->empty())
     {
-        return {Verdict::granted, {}};
+        return granted({});
     }
-    const std::size_t blank = authorization.find(' ');
-    if (blank == std::string_view::npos)
-    {
-        return {};
-    }
-    const std::string_view scheme = authorization.substr(0, blank);
-    const std::string_view rest = RtspText::trim(authorization.substr(blank));
+    const auto [scheme, rest] = split(authorization);
     if (equalsIgnoringCase(scheme, "Basic"))
     {
-        return basic ? checkBasic(*all, rest) : Decision();
+        return basic ? checkBasic(*all, rest) : denied(Denial::scheme);
     }
-    return equalsIgnoringCase(scheme, "Digest") ? checkDigest(*all, method, uri, rest, client) : Decision();
+    if (!equalsIgnoringCase(scheme, "Digest"))
+    {
+        return denied(Denial::scheme);
+    }
+    return checkDigest(*all, method, uri, rest, client);
+}
+
+std::string Authenticator::claimedUser(std::string_view authorization)
+{
+    const auto [scheme, rest] = split(authorization);
+    if (equalsIgnoringCase(scheme, "Basic"))
+    {
+        const std::string pair = decodeBase64(rest);
+        return pair.substr(0, std::min(pair.find(':'), pair.size()));
+    }
+    DigestAuth::Answer answer;
+    DigestAuth::parse(equalsIgnoringCase(scheme, "Digest") ? rest : std::string_view(), answer);
+    return std::string(answer.username);
+}
+
+std::string_view Authenticator::nameOf(Denial denial)
+{
+    switch (denial)
+    {
+        case Denial::malformed:
+            return "malformed";
+        case Denial::scheme:
+            return "scheme";
+        case Denial::realm:
+            return "realm";
+        case Denial::resource:
+            return "resource";
+        case Denial::user:
+            return "user";
+        case Denial::password:
+            break;
+    }
+    return "password";
+}
+
+bool Authenticator::isGuess(Denial denial)
+{
+    return denial == Denial::user || denial == Denial::password;
 }
 
 Authenticator::Decision Authenticator::checkBasic(const Users& users, std::string_view credentials) const
@@ -107,7 +176,7 @@ Authenticator::Decision Authenticator::checkBasic(const Users& users, std::strin
     const std::size_t colon = pair.find(':');
     if (colon == std::string::npos)
     {
-        return {};
+        return denied(Denial::malformed);
     }
     const std::string name = pair.substr(0, colon);
     const auto user = users.find(name);
@@ -116,7 +185,11 @@ Authenticator::Decision Authenticator::checkBasic(const Users& users, std::strin
     const std::string_view expected =
         user == users.end() ? nobodysSecret : std::string_view(user->second.sha256);
     const bool same = DigestAuth::equalInConstantTime(given, expected);
-    return same && user != users.end() ? Decision{Verdict::granted, user->first} : Decision();
+    if (user == users.end())
+    {
+        return denied(Denial::user);
+    }
+    return same ? granted(user->first) : denied(Denial::password);
 }
 
 Authenticator::Decision Authenticator::checkDigest(const Users& users, std::string_view method,
@@ -124,10 +197,21 @@ Authenticator::Decision Authenticator::checkDigest(const Users& users, std::stri
                                                    const Client& client)
 {
     DigestAuth::Answer answer;
-    if (!DigestAuth::parse(parameters, answer) || answer.realm != realm_ || !namesTheSame(uri, answer.uri) ||
-        (answer.qop.empty() && !digestWithoutQop_))
+    if (!DigestAuth::parse(parameters, answer))
     {
-        return {};
+        return denied(Denial::malformed);
+    }
+    if (answer.realm != realm_)
+    {
+        return denied(Denial::realm);
+    }
+    if (!namesTheSame(uri, answer.uri))
+    {
+        return denied(Denial::resource);
+    }
+    if (answer.qop.empty() && !digestWithoutQop_)
+    {
+        return denied(Denial::scheme);
     }
     const auto user = users.find(std::string(answer.username));
     std::string_view secret = nobodysSecret;
@@ -136,17 +220,27 @@ Authenticator::Decision Authenticator::checkDigest(const Users& users, std::stri
         secret = answer.algorithm == Algorithm::md5 ? user->second.md5 : user->second.sha256;
     }
     const std::string expected = DigestAuth::expected(answer, secret, method);
-    if (!DigestAuth::equalInConstantTime(answer.response, expected) || user == users.end())
+    const bool same = DigestAuth::equalInConstantTime(answer.response, expected);
+    if (user == users.end())
     {
-        return {};
+        return denied(Denial::user);
+    }
+    if (!same)
+    {
+        return denied(Denial::password);
     }
     const std::uint64_t count = parseHex(answer.nonceCount).value_or(0);
     if (!answer.qop.empty() && count == 0)
     {
-        return {};
+        return denied(Denial::malformed);
     }
-    return nonces_.use(answer.nonce, count, client) ? Decision{Verdict::granted, user->first}
-                                                    : Decision{Verdict::stale, {}};
+    Decision decision = granted(user->first);
+    if (!nonces_.use(answer.nonce, count, client))
+    {
+        decision = Decision();
+        decision.verdict = Verdict::stale;
+    }
+    return decision;
 }
 
 void Authenticator::challenge(ResponseWriter& out, bool stale, const Client& client, bool basic) const

@@ -27,11 +27,27 @@ public:
         stale  ///< the password is right but the nonce expired: the client retries without asking its user
     };
 
+    /// Why credentials are denied.
+    enum class Denial
+    {
+        malformed,
+        scheme,  ///< Basic where it is not accepted, a Digest without qop where that is not, or another scheme
+        realm,   ///< of another realm
+        resource,  ///< for another URL
+        user,      ///< there is no such user
+        password
+    };
+    /// As the log names it.
+    static std::string_view nameOf(Denial denial);
+    /// Whether credentials denied so were a guess at a password: the others were not compared with one.
+    static bool isGuess(Denial denial);
+
     using Client = NonceStore::Client;
 
     struct Decision
     {
         Verdict verdict = Verdict::denied;
+        Denial denial = Denial::malformed;  ///< if `verdict` is `denied`
         /// The user, if `verdict` is `granted`; empty without users.
         std::string user;
     };
@@ -47,6 +63,9 @@ public:
 
     /// From now on these may log in.
     void setUsers(const std::vector<UserConfig>& users);
+
+    /// The user that the value of an Authorization header names, known or not; empty when it names none.
+    static std::string claimedUser(std::string_view authorization);
 
     /// \param method         of the request
     /// \param uri            of the request; a Digest response must have it, or that of the presentation

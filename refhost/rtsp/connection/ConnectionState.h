@@ -10,7 +10,7 @@ namespace refhost
 /// | state     | receives     | because                                                    | then                          |
 /// |-----------|--------------|------------------------------------------------------------|-------------------------------|
 /// | serving   | yes          | requests are handled as they come                          | deferred, congested, draining |
-/// | deferred  | no           | a request waits for its stream                             | serving, to try it again      |
+/// | deferred  | no           | a request waits for its stream, or after wrong passwords   | serving, to try it again      |
 /// | congested | no           | the client owes the reading of responses                   | serving, when it has read     |
 /// | draining  | and drops it | the last response is queued                                |                               |
 /// | closing   | no           | the stream ended or failed                                 |                               |

@@ -223,6 +223,11 @@ void RtspConnection::handleItems(bool lastTry)
             deferRequest();
             return;
         }
+        if (result == RequestHandler::Result::delayed)
+        {
+            delayRequest();
+            return;
+        }
         if (result == RequestHandler::Result::answeredLast && state_.is(State::serving))
         {
             state_.enter(State::draining);
@@ -281,6 +286,34 @@ void RtspConnection::deferRequest()
     loop_.addDeferred(*this);
 }
 
+/// Costs no thread: a timer of the loop continues, or the sweep where the clock was advanced.
+void RtspConnection::delayRequest()
+{
+    reader_.putBack();
+    delayedUntil_ = currentTime() + handler_.delay();
+    state_.enter(State::deferred);
+    stream_->watchReceive(false);
+    loop_.events().after(handler_.delay(),
+                         [weak = weak_from_this(), serial = ++delays_]
+                         {
+                             const auto self = weak.lock();
+                             if (self != nullptr && self->delayedUntil_ && self->delays_ == serial)
+                             {
+                                 self->endDelay();
+                             }
+                         });
+}
+
+void RtspConnection::endDelay()
+{
+    delayedUntil_.reset();
+    if (state_.is(State::deferred))
+    {
+        serveAgain();
+        endWhereDone();
+    }
+}
+
 /// Handles no further request while the client does not read earlier responses.
 /// \returns true then; received bytes wait
 bool RtspConnection::congested()
@@ -306,7 +339,7 @@ void RtspConnection::resume()
 
 void RtspConnection::retryDeferred()
 {
-    if (state_.is(State::deferred))
+    if (state_.is(State::deferred) && !delayedUntil_)
     {
         serveAgain();
         endWhereDone();
@@ -340,7 +373,14 @@ void RtspConnection::sweep(MonotonicTime now)
     noteProgress(now);
     noteLiveness(now);
     noteStanding(now);
-    if (state_.is(State::deferred))
+    if (delayedUntil_)
+    {
+        if (now >= *delayedUntil_)
+        {
+            endDelay();
+        }
+    }
+    else if (state_.is(State::deferred))
     {
         if (deferredTooLong(now))
         {

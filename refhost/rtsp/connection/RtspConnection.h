@@ -23,8 +23,8 @@ class ConnectionLoop;
 /// One client's connection on an event loop: parses its stream into requests for a RequestHandler, and sends
 /// the responses and the sessions' interleaved frames through one ClientOutput.
 ///
-/// Receives nothing while a request is deferred because its media is not ready, or while the client does not
-/// read its responses: later requests wait in the stream. ConnectionState has the details. A client that
+/// Receives nothing while a request is deferred because its media is not ready, or delayed after wrong
+/// passwords, or while the client does not read its responses: later requests wait in the stream. ConnectionState has the details. A client that
 /// reads no response for a while is closed.
 ///
 /// Memory is bounded by the limits of RequestReader and ClientOutput; the system's send buffer is large only
@@ -86,6 +86,8 @@ private:
     void enterHttp();
     void drain();
     void deferRequest();
+    void delayRequest();
+    void endDelay();
     bool congested();
     void serveAgain();
     void resume();
@@ -111,6 +113,8 @@ private:
     bool handshakeDone_ = false;                    // a whole request was received
     std::optional<MonotonicTime> incompleteSince_;  // start of an incomplete request
     std::optional<MonotonicTime> deferredSince_;    // first deferral of the waiting request
+    std::optional<MonotonicTime> delayedUntil_;     // of a request that waits after wrong passwords
+    std::uint64_t delays_ = 0;                      // so far
     MonotonicTime progressAt_;                      // last byte that a congested client took
     MonotonicTime drainingSince_;                   // start of draining
     bool established_ = false;                      // logged in, or with a session

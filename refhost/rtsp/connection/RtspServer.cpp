@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "refhost/base/AuditLog.h"
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/Log.h"
 #include "refhost/net/TcpStream.h"
@@ -233,8 +234,7 @@ void RtspServer::adopt(ConnectionLoop& acceptor, Descriptor socket, const Socket
     std::shared_ptr<ConnectionSlots::Slot> slot = slots_.take(peer.key(), services_.now());
     if (slot == nullptr)
     {
-        Log::limited(Log::Level::warning, "connections refused",
-                     "{}: connection refused: too many, or too many of its address", peer.text());
+        AuditLog::connectionRefused(peer, "connections");
     }
     if (slot == nullptr && !refused_.take(peer.key()))
     {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "refhost/base/Log.h"
+#include "refhost/base/AuditLog.h"
 #include "refhost/net/tls/SelfSignedCertificate.h"
 #include "refhost/net/tls/TlsStream.h"
 
@@ -73,9 +73,7 @@ std::shared_ptr<ByteStream> TlsAcceptor::accept(Descriptor socket, const SocketA
 {
     if (!handshakes_->take(peer.key()))
     {
-        Log::limited(Log::Level::warning, "connections refused",
-                     "{}: connection refused: too many TLS handshakes, or too many of its address",
-                     peer.text());
+        AuditLog::connectionRefused(peer, "handshakes");
         return nullptr;
     }
     auto handshake = std::make_shared<Handshake>(handshakes_, peer.key());

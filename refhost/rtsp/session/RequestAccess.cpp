@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "refhost/base/Log.h"
+#include "refhost/base/AuditLog.h"
 
 namespace refhost
 {
@@ -17,19 +17,14 @@ bool RequestAccess::allows(const RequestContext& context, const MediaTarget& tar
     return services_.access.rules()->allows(context.user, right, target.camera);
 }
 
-void RequestAccess::refuse(RequestContext& context, const MediaTarget& target, Right right) const
+void RequestAccess::refuse(RequestContext& context, const MediaTarget& /*target*/, Right right) const
 {
     if (context.user.empty() && services_.access.rules()->hasLogins())
     {
         challenge(context, false);
         return;
     }
-    Log::limited(
-        Log::Level::info, "requests without the right to",
-        "{}: {} of {} refused: {} lacks the right \"{}\" to camera {}", connection_.peer().text(),
-        Log::safe(context.request.method, 20), Log::safe(context.request.uri),
-        context.user.empty() ? "whoever does not log in" : "user \"" + Log::safe(context.user) + "\"",
-        nameOf(right), target.camera ? std::to_string(*target.camera) : "(none)");
+    AuditLog::rightRefused(connection_.peer(), context.user, nameOf(right), context.request.uri);
     context.answer(rtspForbidden);
 }
 

@@ -2,14 +2,6 @@
 
 namespace refhost
 {
-namespace
-{
-
-/// Retry-After (RFC 2326, section 12.31): a camera may be starting, or an index being rebuilt.
-constexpr std::string_view retryAfterSeconds = "5";
-
-}  // namespace
-
 RequestContext::RequestContext(const RtspRequest& rtspRequest, ResponseWriter& responseWriter,
                                ClientConnection& clientConnection)
     : request(rtspRequest), connection(clientConnection), writer_(responseWriter)
@@ -22,7 +14,7 @@ ResponseWriter& RequestContext::start(RtspStatus status)
     writer_.start(status, cseq);
     if (status == rtspServiceUnavailable)
     {
-        writer_.header("Retry-After", retryAfterSeconds);
+        writer_.header("Retry-After", std::to_string(retryAfter.count()));
     }
     return writer_;
 }

@@ -1,6 +1,7 @@
 #pragma once
 // Tested by tests/refhost/rtsp/session/RequestHandler_test.cpp.
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -39,6 +40,8 @@ public:
     std::string_view cseq;
     /// False to close the connection after the response.
     bool keepsConnection = true;
+    /// Sent with 503 (RFC 2326, section 12.31): a camera may be starting, or an index being rebuilt.
+    std::chrono::seconds retryAfter{5};
 
     /// Starts the response; the caller may add headers before send().
     ResponseWriter& start(RtspStatus status);

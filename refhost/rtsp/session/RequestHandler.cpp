@@ -5,6 +5,7 @@
 #include <functional>
 #include <utility>
 
+#include "refhost/base/AuditLog.h"
 #include "refhost/base/Decimal.h"
 #include "refhost/base/IgnoreCase.h"
 #include "refhost/base/LibraryOutput.h"
@@ -111,6 +112,10 @@ RequestHandler::Result RequestHandler::dispatch(RequestContext& context, bool la
     const std::optional<std::string> admitted = std::exchange(admitted_, std::nullopt);
     if (!accept(context, admitted))
     {
+        if (wait_ != nullptr)
+        {
+            return Result::delayed;
+        }
         return context.keepsConnection ? Result::answered : Result::answeredLast;
     }
     MethodResult result = MethodResult::answered;
@@ -216,21 +221,78 @@ bool RequestHandler::authorize(RequestContext& context)
     {
         return true;
     }
+    std::string claimed;
+    const bool attempted = services_.authenticator.enabled() && request.find("Authorization") != nullptr;
+    if (attempted)
+    {
+        claimed = Authenticator::claimedUser(request.value("Authorization"));
+        if (!admitAttempt(context, claimed))
+        {
+            return false;
+        }
+    }
     const Authenticator::Decision decision = services_.authenticator.check(
         request.method, request.uri, request.value("Authorization"), access_.client(), access_.takesBasic());
     if (decision.verdict == Authenticator::Verdict::granted)
     {
         context.user = decision.user;
-        loggedIn_ = loggedIn_ || services_.authenticator.enabled();
+        if (context.user != loggedIn_)
+        {
+            services_.brake.succeeded(connection_.peer().key(), context.user);
+            loggedIn_ = context.user;
+        }
         return true;
     }
-    if (decision.verdict == Authenticator::Verdict::denied && request.find("Authorization") != nullptr)
+    if (attempted && decision.verdict == Authenticator::Verdict::denied)
     {
-        Log::limited(Log::Level::info, "requests with wrong credentials", "{}: wrong credentials for {}",
-                     connection_.peer().text(), Log::safe(request.uri));
+        noteFailure(context, claimed, decision.denial);
     }
     access_.challenge(context, decision.verdict == Authenticator::Verdict::stale);
     return false;
+}
+
+/// Has a request wait, or answers it, whose client was wrong too often.
+/// \returns false then
+bool RequestHandler::admitAttempt(RequestContext& context, std::string_view user)
+{
+    if (std::exchange(wait_, nullptr) != nullptr)
+    {
+        return true;  // it has waited
+    }
+    const bool known = !loggedIn_.empty() && loggedIn_ == user;
+    LoginBrake::Admission admission = services_.brake.admit(connection_.peer().key(), user, known);
+    switch (admission.kind)
+    {
+        case LoginBrake::Admission::Kind::proceed:
+            return true;
+        case LoginBrake::Admission::Kind::wait:
+            delay_ = admission.span;
+            wait_ = std::move(admission.wait);
+            return false;
+        case LoginBrake::Admission::Kind::refuse:
+            break;
+    }
+    context.retryAfter = std::chrono::ceil<std::chrono::seconds>(admission.span);
+    context.keepsConnection = context.keepsConnection && sessions_.carriesSession();
+    AuditLog::authenticationRefused(connection_.peer(), user, context.retryAfter, context.request.uri);
+    context.answer(rtspServiceUnavailable);
+    return false;
+}
+
+void RequestHandler::noteFailure(const RequestContext& context, std::string_view user,
+                                 Authenticator::Denial denial)
+{
+    if (Authenticator::isGuess(denial))
+    {
+        services_.brake.failed(connection_.peer().key(), user);
+    }
+    AuditLog::authenticationFailed(connection_.peer(), user, Authenticator::nameOf(denial),
+                                   context.request.uri);
+}
+
+Duration RequestHandler::delay() const
+{
+    return delay_;
 }
 
 /// Clients that send credentials, or use the session of a user, log in.
@@ -323,7 +385,7 @@ void RequestHandler::received(const RequestReader::Frame& frame)
 
 bool RequestHandler::loggedIn() const
 {
-    return loggedIn_;
+    return !loggedIn_.empty();
 }
 
 bool RequestHandler::carriesSession()
@@ -338,6 +400,7 @@ void RequestHandler::connectionAnswered(MonotonicTime time)
 
 void RequestHandler::connectionEnded()
 {
+    wait_.reset();
     sessions_.connectionEnded();
 }
 

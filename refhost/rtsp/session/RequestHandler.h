@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "refhost/rtsp/message/RequestReader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
@@ -30,7 +32,9 @@ public:
         answeredLast,
         /// Not answered, because the media is not ready: handle the same request again when ChangeSignal
         /// reports a change.
-        notReady
+        notReady,
+        /// Not answered, because wrong passwords came before: handle the same request again after delay().
+        delayed
     };
 
     RequestHandler(RtspServices& services, ClientConnection& connection);
@@ -38,6 +42,9 @@ public:
     /// \param out      writes the response; used by one handler at a time
     /// \param lastTry  answer now: the deadline passed
     Result handle(const RtspRequest& request, ResponseWriter& out, bool lastTry);
+
+    /// How long to wait, after `delayed`.
+    Duration delay() const;
 
     /// Answers a message that the reader found malformed.
     Result reject(const RtspRequest& request, const RequestReader::Problem& problem, ResponseWriter& out);
@@ -62,6 +69,8 @@ private:
     bool accept(RequestContext& context, const std::optional<std::string>& admitted);
     bool authorize(RequestContext& context);
     bool admitAnonymous(RequestContext& context);
+    bool admitAttempt(RequestContext& context, std::string_view user);
+    void noteFailure(const RequestContext& context, std::string_view user, Authenticator::Denial denial);
     void options(RequestContext& context);
     void parameters(RequestContext& context);
     void methodNotAllowed(RequestContext& context);
@@ -75,7 +84,9 @@ private:
 
     /// The user of the next request, if that one was authenticated before it was deferred.
     std::optional<std::string> admitted_;
-    bool loggedIn_ = false;
+    std::string loggedIn_;                    // the user who logged in last; empty for none
+    Duration delay_{0};                       // of the request; 0: none
+    std::unique_ptr<LoginBrake::Wait> wait_;  // of the request that is delayed
 };
 
 }  // namespace refhost

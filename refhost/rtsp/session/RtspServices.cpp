@@ -16,6 +16,7 @@ RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, 
       sessions(limits),
       authenticator(config.users, config.realm, clock, config.digestWithoutQop),
       access(AccessRules(config.users, config.groups)),
+      brake(config.auth, clock),
       sdp(static_cast<std::uint64_t>(std::time(nullptr)))
 {
 }

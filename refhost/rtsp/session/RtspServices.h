@@ -13,6 +13,7 @@
 #include "refhost/rtp/srtp/SrtpSuite.h"
 #include "refhost/rtp/udp/UdpServer.h"
 #include "refhost/rtsp/auth/Authenticator.h"
+#include "refhost/rtsp/auth/LoginBrake.h"
 #include "refhost/rtsp/message/SdpWriter.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
 #include "refhost/rtsp/session/MediaSecurity.h"
@@ -49,6 +50,7 @@ struct RtspServices
     SessionTable sessions;
     Authenticator authenticator;
     AccessControl access;
+    LoginBrake brake;
     const SdpWriter sdp;
     /// The server's UDP ports; null refuses UDP.
     std::shared_ptr<UdpServer> udp;

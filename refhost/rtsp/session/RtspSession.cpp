@@ -152,6 +152,15 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
     return rtspOk;
 }
 
+void RtspSession::noteStarted(std::string_view url, std::string_view transport)
+{
+    const MutexLock guard(mutex_);
+    if (!state_.is(SessionState::ended))
+    {
+        audit_.started(owner_, url, transport);
+    }
+}
+
 RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order, Attempt attempt,
                              const AnswerPlay& answer, bool& notReady)
 {
@@ -365,6 +374,7 @@ void RtspSession::end()
     waiting = std::move(waiting_);
     recordedPlay_.reset();
     controller_.reset();
+    audit_.ended(owner_);
 }
 
 void RtspSession::noteRequest(std::uint64_t connection, MonotonicTime now)
@@ -451,6 +461,10 @@ void RtspSession::stopTrack(SessionTrack& track)
     catch (const std::exception& error)
     {
         Log::error("session {}: stopping {} failed: {}", logName(), track.id, error.what());
+    }
+    if (track.delivery.transport)
+    {
+        audit_.count(*track.delivery.transport->operator->());
     }
     track.close();
 }

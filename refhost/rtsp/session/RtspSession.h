@@ -20,6 +20,7 @@
 #include "refhost/rtsp/session/MediaRoutes.h"
 #include "refhost/rtsp/session/MediaTarget.h"
 #include "refhost/rtsp/session/RecordedPlay.h"
+#include "refhost/rtsp/session/SessionAudit.h"
 #include "refhost/rtsp/session/SessionOwner.h"
 #include "refhost/rtsp/session/SessionState.h"
 #include "refhost/rtsp/session/SessionTracks.h"
@@ -100,6 +101,10 @@ public:
     ///          `make`, or that of the controller's code
     RtspStatus setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc);
 
+    /// Writes the session's start to the audit log, the first time. Its end is written then, too.
+    /// \param transport  of the first track, a constant word
+    void noteStarted(std::string_view url, std::string_view transport);
+
     /// Plays one track, or all with an empty id. Calls `answer` once every track plays; no packet is sent
     /// before it returns, except on a shared transport.
     /// \param order          how to play a recording; ignored for a live stream
@@ -175,6 +180,7 @@ private:
     std::optional<SafePointer<IRTSPController>> controller_ OV_GUARDED_BY(mutex_);
     std::unique_ptr<RecordedPlay> recordedPlay_ OV_GUARDED_BY(mutex_);  // null for a live stream
     SessionTracks tracks_ OV_GUARDED_BY(mutex_);
+    SessionAudit audit_ OV_GUARDED_BY(mutex_);
     std::unique_ptr<TransportHold> waiting_ OV_GUARDED_BY(mutex_);  // of a PLAY that waits
 };
 

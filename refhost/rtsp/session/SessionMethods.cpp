@@ -287,6 +287,8 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
                 if (made == rtspOk && !(*out.transport)->traits().shared)
                 {
                     (*out.transport)->start = LiveStart::named(context.request.value("Live-Start"));
+                    (*out.transport)->client = std::make_shared<RtpTransport::Client>(
+                        RtpTransport::Client{connection_.peer().key(), context.user, context.url.base});
                 }
                 return made;
             },
@@ -311,6 +313,7 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
         return;
     }
     sessions_.use(session);
+    session->noteStarted(context.url.base, transportWord(choice));
     session->replays(context.require.replay);
     session->noteRequest(connection_.serial(), services_.now());
     ResponseWriter& out = context.start(rtspOk);
@@ -322,6 +325,20 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
     }
     out.header("Cache-Control", "no-cache");
     context.send();
+}
+
+/// As the audit log names it.
+std::string_view SessionMethods::transportWord(const TransportChoice& choice) const
+{
+    if (choice.multicast)
+    {
+        return "multicast";
+    }
+    if (!choice.interleaved)
+    {
+        return "udp";
+    }
+    return connection_.encrypted() ? "tls" : "tcp";
 }
 
 /// A session without a track would only wait for its timeout.

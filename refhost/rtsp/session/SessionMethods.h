@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "live/IRTSPController.h"
 #include "refhost/rtsp/message/TransportHeader.h"
@@ -44,6 +45,7 @@ private:
                     const TransportChoice& choice, const std::optional<SrtpKey>& clientKey);
     bool permitSetup(RequestContext& context, const MediaRoutes::Route* route) const;
     bool permitTrack(RequestContext& context, RtspSession& session) const;
+    std::string_view transportWord(const TransportChoice& choice) const;
     void endIfEmpty(const std::shared_ptr<RtspSession>& session);
 
     RtspServices& services_;

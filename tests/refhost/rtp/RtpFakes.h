@@ -123,20 +123,20 @@ public:
         {
             return {wire_->status, 0};
         }
-        std::size_t sent = 0;
-        for (std::size_t i = firstPacket; i < unit->packets.size(); ++i, ++sent)
+        std::size_t taken = 0;
+        for (std::size_t i = firstPacket; i < unit->packets.size(); ++i, ++taken)
         {
             if (wire_->capacity == 0)
             {
-                return {SendStatus::congested, sent};
+                return {SendStatus::congested, taken};
             }
             --wire_->capacity;
-            wire_->packets.push_back({header.ssrc, static_cast<std::uint16_t>(header.sequence + sent),
+            wire_->packets.push_back({header.ssrc, static_cast<std::uint16_t>(header.sequence + taken),
                                       header.timestamp, header.payloadType, unit, i,
                                       i + 1 == unit->packets.size(), more});
             wire_->order.push_back('p');
         }
-        return {SendStatus::sent, sent};
+        return {SendStatus::sent, taken};
     }
 
     void sendRtcp(const std::uint8_t* data, std::size_t size) override

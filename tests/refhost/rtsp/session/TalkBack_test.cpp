@@ -6,6 +6,7 @@
 #include "refhost/rtsp/message/KeyMgmtHeader.h"
 #include "refhost/talkback/SharedOutput.h"
 #include "tests/refhost/rtp/srtp/SrtpPeer.h"
+#include "tests/CapturedErrors.h"
 #include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
@@ -171,6 +172,23 @@ TEST_F(TalkBackTest, InterleavedAudioReachesTheOutput)
     EXPECT_EQ(client.request("TEARDOWN", url(), session(setup.session())).status, 200);
     EXPECT_EQ(manager()->getSessionNum(), 0);
     EXPECT_TRUE(eventually([&] { return !played->open; }));
+}
+
+TEST_F(TalkBackTest, WhoIsPlayedIsLogged)
+{
+    start();
+    CapturedErrors errors;
+    TestClient client(server->port(), 0, AF_INET, "127.0.7.1");
+    talkOverTcp(client);
+    EXPECT_TRUE(eventually([&] { return played->open.load(); }));
+    client.send(interleaved(0, packet(1)));
+    client.send(interleaved(0, packet(2)));
+    EXPECT_TRUE(eventually([&] { return played->samples >= 160; }));
+    const auto lines = errors.linesWith("talk-back-taken");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find("audit: talk-back-taken address=127.0.7.1 user=\"\" url=\"" + url() + "\""),
+              std::string::npos)
+        << lines[0];
 }
 
 TEST_F(TalkBackTest, DatagramsOfTheClientReachTheOutputAndOthersDoNot)

@@ -1,0 +1,154 @@
+#include "refhost/base/AuditLog.h"
+
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/base/AuditLimiter.h"
+#include "refhost/base/LogFormat.h"
+
+namespace refhost
+{
+namespace
+{
+
+using Field = LogFormat::Field;
+
+constexpr std::size_t maxName = 64;
+
+// Never destroyed: threads may write until the end of the process.
+AuditLimiter& limiter()
+{
+    static auto* const instance = new AuditLimiter(AuditLog::burst, AuditLog::refill, AuditLog::maxAddresses);
+    return *instance;
+}
+
+bool admitted(std::string_view event, const SocketAddress::Key& address)
+{
+    return Log::enabled(Log::Level::info) && limiter().admit(event, address, AuditLimiter::Clock::now());
+}
+
+std::string textOf(const SocketAddress::Key& key)
+{
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    std::memcpy(&address.sin6_addr, key.data(), key.size());
+    return SocketAddress(reinterpret_cast<const sockaddr*>(&address)).text();
+}
+
+Field word(std::string_view name, std::string value)
+{
+    return {name, std::move(value), Field::Kind::word};
+}
+
+Field number(std::string_view name, std::uint64_t value)
+{
+    return {name, std::to_string(value), Field::Kind::number};
+}
+
+Field nameOfUser(std::string_view user)
+{
+    return {"user", std::string(user.substr(0, maxName))};
+}
+
+Field url(std::string_view text)
+{
+    return {"url", Log::safe(text)};
+}
+
+void write(std::string_view event, const std::vector<Field>& fields)
+{
+    LogFormat::write(Log::Level::info, event, fields);
+}
+
+}  // namespace
+
+void AuditLog::connectionRefused(const SocketAddress& peer, std::string_view limit)
+{
+    if (admitted("connection-refused", peer.key()))
+    {
+        write("connection-refused", {word("address", peer.text()), word("limit", std::string(limit))});
+    }
+}
+
+void AuditLog::authenticationFailed(const SocketAddress& peer, std::string_view user, std::string_view reason,
+                                    std::string_view requestUrl)
+{
+    if (admitted("authentication-failed", peer.key()))
+    {
+        write("authentication-failed", {word("address", peer.text()), nameOfUser(user),
+                                        word("reason", std::string(reason)), url(requestUrl)});
+    }
+}
+
+void AuditLog::authenticationRefused(const SocketAddress& peer, std::string_view user,
+                                     std::chrono::seconds seconds, std::string_view requestUrl)
+{
+    if (admitted("authentication-refused", peer.key()))
+    {
+        write("authentication-refused",
+              {word("address", peer.text()), nameOfUser(user),
+               number("seconds", static_cast<std::uint64_t>(std::max<std::int64_t>(seconds.count(), 0))),
+               url(requestUrl)});
+    }
+}
+
+void AuditLog::rightRefused(const SocketAddress& peer, std::string_view user, std::string_view right,
+                            std::string_view requestUrl)
+{
+    if (admitted("right-refused", peer.key()))
+    {
+        write("right-refused", {word("address", peer.text()), nameOfUser(user),
+                                word("right", std::string(right)), url(requestUrl)});
+    }
+}
+
+void AuditLog::sessionStarted(const Session& session)
+{
+    if (admitted("session-started", session.address))
+    {
+        write("session-started", {word("address", textOf(session.address)), nameOfUser(session.user),
+                                  url(session.url), word("transport", std::string(session.transport))});
+    }
+}
+
+void AuditLog::sessionEnded(const Session& session, Duration duration, const Sent& sent)
+{
+    if (admitted("session-ended", session.address))
+    {
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
+        write("session-ended",
+              {word("address", textOf(session.address)), nameOfUser(session.user), url(session.url),
+               word("transport", std::string(session.transport)),
+               number("milliseconds", static_cast<std::uint64_t>(std::max<std::int64_t>(ms, 0))),
+               number("bytes", sent.bytes), number("lost", sent.lost)});
+    }
+}
+
+void AuditLog::talkBackTaken(const SocketAddress::Key& address, std::string_view user,
+                             std::string_view requestUrl)
+{
+    if (admitted("talk-back-taken", address))
+    {
+        write("talk-back-taken", {word("address", textOf(address)), nameOfUser(user), url(requestUrl)});
+    }
+}
+
+void AuditLog::configurationChanged(std::string_view what)
+{
+    write("configuration-changed", {word("what", std::string(what))});
+}
+
+void AuditLog::reportSuppressed()
+{
+    for (const AuditLimiter::Suppressed& suppressed : limiter().take(AuditLimiter::Clock::now()))
+    {
+        write("suppressed", {word("of", std::string(suppressed.event)), number("lines", suppressed.lines)});
+    }
+}
+
+}  // namespace refhost

@@ -1,0 +1,42 @@
+#include "refhost/rtsp/session/SessionAudit.h"
+
+#include <utility>
+
+#include "refhost/base/AuditLog.h"
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+
+void SessionAudit::started(const SessionOwner& owner, std::string_view url, std::string_view transport)
+{
+    if (!url_.empty() || url.empty() || !Log::enabled(Log::Level::info))
+    {
+        return;
+    }
+    url_ = url;
+    transport_ = transport;
+    since_ = std::chrono::steady_clock::now();
+    AuditLog::sessionStarted({owner.address(), owner.user(), url_, transport_});
+}
+
+void SessionAudit::count(const RtpTransport& transport)
+{
+    if (!transport.traits().shared)
+    {
+        bytes_ += transport.sent.bytes.load(std::memory_order_relaxed);
+        lost_ += transport.sent.lost.load(std::memory_order_relaxed);
+    }
+}
+
+void SessionAudit::ended(const SessionOwner& owner)
+{
+    const std::string url = std::exchange(url_, {});
+    if (!url.empty())
+    {
+        AuditLog::sessionEnded({owner.address(), owner.user(), url, transport_},
+                               std::chrono::steady_clock::now() - since_, {bytes_, lost_});
+    }
+}
+
+}  // namespace refhost
