@@ -46,6 +46,8 @@ same "what is in ovrtspd" "./etc/ovrtspd/ovrtspd.toml
 ./usr/lib/systemd/system/ovrtspd-tls.socket
 ./usr/lib/systemd/system/ovrtspd.service
 ./usr/lib/systemd/system/ovrtspd.socket
+./usr/share/doc/ovrtspd/fail2ban/jail.conf
+./usr/share/doc/ovrtspd/fail2ban/ovrtspd.conf
 ./usr/share/man/man1/ovrtspd.1.gz" "$(contents ovrtspd)"
 
 for name in "$soname" libovmediacontrol-dev ovrtspd; do
@@ -57,6 +59,11 @@ done
 for binary in "$libdir/libovmediacontrol.so.$version" usr/bin/ovrtspd; do
     readelf -SW "$scratch/root/$binary" | grep ' \.symtab ' >&2 && fault "$binary still has its symbols"
 done
+
+if grep -q '^OV_HARDEN:BOOL=ON$' "$build/CMakeCache.txt"; then
+    "$(dirname "${BASH_SOURCE[0]}")/check_hardening.py" "$scratch/root/$libdir/libovmediacontrol.so.$version" \
+        "$scratch/root/usr/bin/ovrtspd" || fault "the packages are not hardened"
+fi
 
 field() {
     sed -n "s/^$2: //p" "$scratch/$1.control/control"

@@ -18,6 +18,8 @@ diff - <(install_into own /opt/cameras) <<'END'
 ./opt/cameras/lib/systemd/system/ovrtspd-tls.socket
 ./opt/cameras/lib/systemd/system/ovrtspd.service
 ./opt/cameras/lib/systemd/system/ovrtspd.socket
+./opt/cameras/share/doc/ovrtspd/fail2ban/jail.conf
+./opt/cameras/share/doc/ovrtspd/fail2ban/ovrtspd.conf
 ./opt/cameras/share/man/man1/ovrtspd.1
 END
 diff - <(install_into system /usr) <<'END'
@@ -26,6 +28,8 @@ diff - <(install_into system /usr) <<'END'
 ./usr/lib/systemd/system/ovrtspd-tls.socket
 ./usr/lib/systemd/system/ovrtspd.service
 ./usr/lib/systemd/system/ovrtspd.socket
+./usr/share/doc/ovrtspd/fail2ban/jail.conf
+./usr/share/doc/ovrtspd/fail2ban/ovrtspd.conf
 ./usr/share/man/man1/ovrtspd.1
 END
 
