@@ -1,6 +1,7 @@
 #include "refhost/Application.h"
 
 #include <gst/gst.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -258,6 +259,11 @@ void Application::prepareProcess() const
         }
     }
     raiseDescriptorLimit();
+    // Before the first thread: those inherit it, and so do the programs that media elements start.
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
+    {
+        Log::warning("the system does not bar new privileges");
+    }
     std::signal(SIGPIPE, SIG_IGN);
     // A recording that exceeds the file size limit fails its write, as a full disk does.
     std::signal(SIGXFSZ, SIG_IGN);

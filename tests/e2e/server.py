@@ -91,7 +91,8 @@ class Server:
 
     def problems(self):
         """The log's warnings and errors that the test did not provoke."""
-        found = [line for line in self.log().splitlines() if not re.match(r"\S+ (trace|debug|info) +\[", line)]
+        harmless = re.compile(r'\S+ (trace|debug|info) +\[|\{"time":"[^"]+","level":"(trace|debug|info)",')
+        found = [line for line in self.log().splitlines() if not harmless.match(line)]
         return [line for line in found if not any(allowed.search(line) for allowed in self.allowed_problems)]
 
     def waited(self):

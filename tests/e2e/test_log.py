@@ -1,7 +1,9 @@
 """The log: no false failures, a bounded rate, no passwords, and no blocking of media."""
 
 import fcntl
+import json
 import os
+import pathlib
 import re
 import signal
 import subprocess
@@ -158,3 +160,28 @@ def test_a_camera_has_one_name_in_every_line(serve, tmp_path):
     named = [line for line in (server.log() + server.output()).splitlines() if re.search(r"camera 1|yard", line)]
     assert len(named) >= 2
     assert [line for line in named if 'camera 1/0 "yard"' not in line] == []
+
+
+def test_no_thread_can_gain_privileges(serve):
+    server = serve(CAMERA)
+    with RtspClient(server.url()) as client:
+        client.open()
+        threads = list(pathlib.Path(f"/proc/{server.pid}/task").iterdir())
+        assert len(threads) > 5
+        assert [thread for thread in threads if "NoNewPrivs:\t1\n" not in (thread / "status").read_text()] == []
+
+
+def test_every_line_can_be_json(serve):
+    """Whatever bytes a client sends."""
+    server = serve(CAMERA.replace("info", 'trace"\nlog-format = "json'))
+    for noise in (b'"\\', b"\x00\x01\x1f\x7f", b"\xff\xfe\xc3\x28", "é€😀".encode(), b"\xed\xa0\x80"):
+        with RtspClient(server.url()) as client:
+            client.socket.sendall(b"DESCRIBE rtsp://127.0.0.1/" + noise + b" RTSP/1.0\r\nCSeq: 1\r\nUser-Agent: " + noise + b"\r\n\r\n")
+            client.socket.recv(65536)
+    with RtspClient(server.url()) as client:
+        client.open()
+    server.stop()
+    lines = [json.loads(line) for line in server.log_path.read_bytes().decode().splitlines()]
+    assert len(lines) > 10
+    assert all({"time", "level", "thread"} < set(line) and ("message" in line) != ("event" in line) for line in lines)
+    assert {"session-started", "session-ended"} < {line.get("event") for line in lines}
