@@ -3,6 +3,8 @@
 #include <ctime>
 #include <utility>
 
+#include "refhost/base/AuditLog.h"
+
 namespace refhost
 {
 
@@ -26,6 +28,7 @@ std::size_t RtspServices::setUsers(const std::vector<UserConfig>& users,
 {
     authenticator.setUsers(users);
     access.replace(AccessRules(users, groups));
+    AuditLog::configurationChanged("users");
     return sessions.endUnpermitted(*access.rules());
 }
 

@@ -334,11 +334,15 @@ std::string_view SessionMethods::transportWord(const TransportChoice& choice) co
     {
         return "multicast";
     }
-    if (!choice.interleaved)
+    if (choice.interleaved && connection_.encrypted())
     {
-        return "udp";
+        return "tls";
     }
-    return connection_.encrypted() ? "tls" : "tcp";
+    if (choice.secure)
+    {
+        return "srtp";
+    }
+    return choice.interleaved ? "tcp" : "udp";
 }
 
 /// A session without a track would only wait for its timeout.

@@ -136,6 +136,14 @@ TEST_F(RtspServerAuditTest, RequestsWithoutCredentialsAreNotLogged)
     EXPECT_EQ(errors.linesWith("audit: ").size(), 0u);
 }
 
+TEST_F(RtspServerAuditTest, AChangeOfTheUsersIsLogged)
+{
+    serve(true);
+    CapturedErrors errors;
+    server->setUsers({{"admin", "other"}}, {});
+    EXPECT_EQ(lineWith(errors, "audit: "), "audit: configuration-changed what=users");
+}
+
 TEST_F(RtspServerAuditTest, AConnectionBeyondTheLimitIsLogged)
 {
     config.limits.connectionsPerAddress = 1;

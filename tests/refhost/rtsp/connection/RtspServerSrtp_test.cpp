@@ -6,6 +6,7 @@
 #include <string>
 
 #include "refhost/rtsp/message/KeyMgmtHeader.h"
+#include "tests/CapturedErrors.h"
 #include "tests/TemporaryFolder.h"
 #include "tests/refhost/rtp/srtp/SrtpPeer.h"
 #include "tests/refhost/rtsp/connection/RtspServerFixture.h"
@@ -137,6 +138,19 @@ TEST_F(RtspServerSrtpTest, MediaInsideTheConnectionIsEncryptedToo)
         EXPECT_GT(peer.open(SrtpPeer::bytesOf(client.frame(0).payload)).size(), 12u) << i;
     }
     EXPECT_FALSE(peer.openRtcp(SrtpPeer::bytesOf(client.frame(1).payload)).empty());
+}
+
+TEST_F(RtspServerSrtpTest, TheAuditLogNamesItAsTheTransport)
+{
+    start();
+    CapturedErrors errors;
+    TestClient client(server->port(), 0, AF_INET, "127.0.5.7");
+    UdpPort port;
+    ASSERT_EQ(client.request("SETUP", track(url(), 0), udp(port)).status, 200);
+    EXPECT_EQ(
+        errors.linesWith("session-started address=127.0.5.7 user=\"\" url=\"" + url() + "\" transport=srtp")
+            .size(),
+        1u);
 }
 
 TEST_F(RtspServerSrtpTest, AClientWithoutADescriptionGetsTheKeyWithSetup)

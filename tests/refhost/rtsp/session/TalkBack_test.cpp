@@ -5,8 +5,8 @@
 #include "audioback/OVAudioBackDispatcherMgr.h"
 #include "refhost/rtsp/message/KeyMgmtHeader.h"
 #include "refhost/talkback/SharedOutput.h"
-#include "tests/refhost/rtp/srtp/SrtpPeer.h"
 #include "tests/CapturedErrors.h"
+#include "tests/refhost/rtp/srtp/SrtpPeer.h"
 #include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
