@@ -13,7 +13,6 @@ namespace refhost
 namespace
 {
 
-using test::Received;
 using test::TestClient;
 using test::UdpPort;
 
