@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/base/Times.h"
 #include "refhost/capture/PipelineRunner.h"
 #include "refhost/media/TrackDescription.h"
 
@@ -20,6 +21,13 @@ bool sameTracks(const std::vector<SubMediaInfo>& left, const std::vector<SubMedi
     return std::equal(left.begin(), left.end(), right.begin(), right.end(), sameDescription);
 }
 
+/// How often is looked for frames: often enough to notice in time that they stopped.
+std::chrono::milliseconds pauseOfFrames(const CameraStream::Options& options)
+{
+    constexpr std::chrono::milliseconds longest(500);
+    return std::clamp(options.frozenAfter / 5, std::chrono::milliseconds(1), longest);
+}
+
 }  // namespace
 
 CameraStream::CameraStream(const StreamConfig& config, const std::string& title, const Options& options,
@@ -29,7 +37,8 @@ CameraStream::CameraStream(const StreamConfig& config, const std::string& title,
       options_(options),
       changed_(std::move(changed)),
       queue_(std::move(queue)),
-      attempts_(options_.restartPauses)
+      attempts_(options_.restartPauses),
+      condition_(*options_.states, {options_.cameraId, config_.id}, title_)
 {
 }
 
@@ -235,6 +244,9 @@ void CameraStream::start()
     ++run_;
     restartScheduled_ = false;
     attempts_.onStart(Clock::now());
+    condition_.onStart();
+    described_ = false;
+    packetsSeen_ = 0;
     if (PipelineRunner::abandoned(title_) >= options_.maxAbandoned)
     {
         fail("too many of its sources hang; waiting until one of them ends");
@@ -245,7 +257,6 @@ void CameraStream::start()
         ++starts_;
         running_ = true;
     }
-    Log::info("{}: starting", title_);
     try
     {
         startPipeline();
@@ -261,7 +272,7 @@ void CameraStream::startPipeline()
     const std::uint64_t run = run_;
     SourceRun::Events events;
     events.described = [this, run] { post([this, run] { onDescribed(run, false); }); };
-    events.ended = [this, run](const std::string& why) { post([this, run, why] { onEnded(run, why); }); };
+    events.ended = [this, run](const SourceFailure& why) { post([this, run, why] { onEnded(run, why); }); };
     events.clockUnusable = [this](const std::string& why) { post([this, why] { onClockUnusable(why); }); };
     events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
     SourceRun::Setup setup{config_,
@@ -274,6 +285,7 @@ void CameraStream::startPipeline()
     pipeline_ = options_.makeRun ? options_.makeRun(std::move(setup))
                                  : std::make_unique<PipelineRunner>(std::move(setup));
     post([this, run] { checkForSilence(run, 0); }, options_.maxSilence);
+    post([this, run] { checkForFrames(run); }, pauseOfFrames(options_));
 }
 
 void CameraStream::setTaps()
@@ -371,6 +383,7 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
         failed_ = false;
     }
     attempts_.onDescribed();
+    described_ = true;
     if (changed)
     {
         for (const SubMediaInfo& track : *tracks)
@@ -412,13 +425,38 @@ void CameraStream::checkForSilence(std::uint64_t run, std::uint64_t packetsBefor
     const std::uint64_t packets = pipeline_->packetCount();
     if (packets == packetsBefore)
     {
-        fail("the source fell silent");
+        fail({fmt::format("no frames for {:.3g} s", secondsOf(options_.maxSilence)),
+              SourceFailure::Cause::silent});
         return;
     }
     post([this, run, packets] { checkForSilence(run, packets); }, options_.maxSilence);
 }
 
-void CameraStream::onEnded(std::uint64_t run, const std::string& why)
+void CameraStream::checkForFrames(std::uint64_t run)
+{
+    if (run != run_ || !pipeline_)
+    {
+        return;
+    }
+    const Clock::time_point now = Clock::now();
+    const std::uint64_t packets = pipeline_->packetCount();
+    if (packets != packetsSeen_)
+    {
+        packetsSeen_ = packets;
+        packetsAt_ = now;
+        if (described_)
+        {
+            condition_.onFrames();
+        }
+    }
+    else if (condition_.state() == CameraState::running && now - packetsAt_ >= options_.frozenAfter)
+    {
+        condition_.onSilence(now - packetsAt_);
+    }
+    post([this, run] { checkForFrames(run); }, pauseOfFrames(options_));
+}
+
+void CameraStream::onEnded(std::uint64_t run, const SourceFailure& why)
 {
     if (run == run_ && pipeline_)
     {
@@ -426,13 +464,13 @@ void CameraStream::onEnded(std::uint64_t run, const std::string& why)
     }
 }
 
-void CameraStream::fail(const std::string& why)
+void CameraStream::fail(const SourceFailure& why)
 {
     const bool otherMeans = pipeline_ && pipeline_->mayWorkByAnotherTransport();
     const SourceAttempts::Next next = attempts_.onFailure(otherMeans, Clock::now());
     if (next != SourceAttempts::Next::failed)
     {
-        Log::info("{}: {}", title_, Log::safe(why));
+        condition_.onOtherMeans(why);
         if (next == SourceAttempts::Next::again)
         {
             startAgain();
@@ -441,7 +479,7 @@ void CameraStream::fail(const std::string& why)
         stop();
         return;
     }
-    Log::warning("{}: {}", title_, Log::safe(why));
+    condition_.onFailure(why);
     stop();
     bool notify = false;
     bool viewers = false;
@@ -480,6 +518,7 @@ void CameraStream::scheduleStop()
         {
             stopScheduled_ = false;
             Log::info("{}: stopping, nobody watches", title_);
+            condition_.onUnneeded();
             stop();
         }
     };

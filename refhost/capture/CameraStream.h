@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "refhost/base/Mutex.h"
+#include "refhost/capture/CameraCondition.h"
 #include "refhost/capture/SourceAttempts.h"
 #include "refhost/capture/SourceRun.h"
 #include "refhost/capture/StreamTaps.h"
@@ -49,6 +50,10 @@ public:
         std::chrono::milliseconds keyFrameInterval{500};  ///< min time between two requested key frames
         SourceRun::Factory makeRun;                       ///< empty: GStreamer reads every source
         bool serverClock = false;                         ///< as SourceRun::Setup holds it
+        int cameraId = 1;                                 ///< of the camera that the stream belongs to
+        /// A source that ran and delivers nothing for this time is frozen.
+        std::chrono::milliseconds frozenAfter{5000};
+        CameraStates* states = &CameraStates::instance();  ///< outlive the stream; not null
     };
 
     /// \param title    the stream's name in the log and in the synthetic camera's frames
@@ -111,8 +116,9 @@ private:
     void onDescribed(std::uint64_t run, bool partial);
     void onDeadline(std::uint64_t request);
     void checkForSilence(std::uint64_t run, std::uint64_t packetsBefore);
-    void onEnded(std::uint64_t run, const std::string& why);
-    void fail(const std::string& why);
+    void checkForFrames(std::uint64_t run);
+    void onEnded(std::uint64_t run, const SourceFailure& why);
+    void fail(const SourceFailure& why);
     void scheduleStop();
     void startAgain();
     void scheduleRestart();
@@ -154,6 +160,10 @@ private:
     bool restartScheduled_ = false;
     bool waitsToStartAgain_ = false;  ///< nobody starts the source before the pause is over
     SourceAttempts attempts_;
+    CameraCondition condition_;
+    bool described_ = false;         ///< by the present run
+    std::uint64_t packetsSeen_ = 0;  ///< of the present run, by checkForFrames()
+    Clock::time_point packetsAt_;    ///< when it saw the last one of them
 };
 
 }  // namespace refhost

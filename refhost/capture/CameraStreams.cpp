@@ -40,6 +40,7 @@ CameraStreams::CameraStreams(const ServerConfig& config, const CameraStream::Opt
         }
         CameraStream::Options own = options;
         own.serverClock = camera.clock == "server";
+        own.cameraId = camera.id;
         for (const StreamConfig& stream : camera.streams)
         {
             streams_[{camera.id, stream.id}] =

@@ -57,7 +57,7 @@ void RunEvents::described() const
     }
 }
 
-void RunEvents::ended(const std::string& why) const
+void RunEvents::ended(const SourceFailure& why) const
 {
     const MutexLock guard(mutex_);
     if (events_.ended)

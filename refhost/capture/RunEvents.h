@@ -42,7 +42,7 @@ public:
         return muted_;
     }
     void described() const;
-    void ended(const std::string& why) const;
+    void ended(const SourceFailure& why) const;
     void clockUnusable(const std::string& why) const;
     /// stop() is complete.
     void finish();

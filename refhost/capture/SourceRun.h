@@ -13,6 +13,7 @@
 #include "hostapi/description/SubMediaInfo.h"
 #include "refhost/capture/MediaTap.h"
 #include "refhost/capture/PacketTap.h"
+#include "refhost/capture/SourceFailure.h"
 #include "refhost/config/Config.h"
 
 namespace refhost
@@ -47,8 +48,8 @@ public:
 
     struct Events
     {
-        std::function<void()> described;                    ///< describe() has a new result
-        std::function<void(const std::string& why)> ended;  ///< no more media; called once or more often
+        std::function<void()> described;                      ///< describe() has a new result
+        std::function<void(const SourceFailure& why)> ended;  ///< no more media; called once or more often
         /// Media are dated by their arrival; any number of calls.
         std::function<void(const std::string& why)> clockUnusable;
         std::function<void()> stopped;  ///< stop() is complete; the run may be destroyed

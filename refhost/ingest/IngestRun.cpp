@@ -29,6 +29,28 @@ bool isChosen(const CameraTrack& track, MediaKind kind)
     return track.kind == kind && !track.backChannel;
 }
 
+SourceFailure::Cause causeOf(RtspClientEnd::Kind kind)
+{
+    using Kind = RtspClientEnd::Kind;
+    switch (kind)
+    {
+        case Kind::unreachable:
+        case Kind::timedOut:
+            return SourceFailure::Cause::unreachable;
+        case Kind::unauthorized:
+        case Kind::notFound:
+        case Kind::busy:
+            return SourceFailure::Cause::refused;
+        case Kind::silent:
+            return SourceFailure::Cause::silent;
+        case Kind::noUsableTransport:
+        case Kind::protocolError:
+        case Kind::endedByCamera:
+            break;
+    }
+    return SourceFailure::Cause::other;
+}
+
 }  // namespace
 
 /// What the loop works on. The loop's tasks keep it, so that it lives until the connection is closed.
@@ -125,7 +147,9 @@ private:
         refusal_ = pauses_.refusal(setup_.config.source.location, epoch_);
         if (!refusal_.empty())
         {
-            events_.ended(refusal_);
+            SourceFailure failure(refusal_, SourceFailure::Cause::refused);
+            failure.untried = true;
+            events_.ended(failure);
             return;
         }
         client_ =
@@ -290,7 +314,7 @@ private:
         {
             otherMeans_ = true;
         }
-        events_.ended(refusal_.empty() ? end.text : refusal_);
+        events_.ended(refusal_.empty() ? SourceFailure(end.text, causeOf(end.kind)) : refusal_);
     }
 
     /// Describes the tracks whose format is known.

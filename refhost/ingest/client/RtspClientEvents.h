@@ -25,7 +25,8 @@ struct RtspClientEnd
         noUsableTransport,  ///< the camera does not send over this transport; it may over another
         busy,               ///< the camera has no room for another client just now
         protocolError,      ///< the camera says what cannot be understood, or refuses a request
-        timedOut,           ///< an answer, or media, did not come in time
+        timedOut,           ///< an answer did not come in time
+        silent,             ///< it played, and media did not come in time
         endedByCamera       ///< the camera ended what was playing, or its connection broke
     };
 

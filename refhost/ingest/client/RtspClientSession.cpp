@@ -423,7 +423,7 @@ void RtspClientSession::onSilence()
         finish(*setUp_.endForOtherTransport("no media came over UDP", 0));
         return;
     }
-    end(Kind::timedOut,
+    end(Kind::silent,
         fmt::format("the camera sent no media for {:.3g} s{}", secondsOf(options_.silenceTimeout),
                     blocked ? " over UDP, which may be blocked on the way" : ""));
 }

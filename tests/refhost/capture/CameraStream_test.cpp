@@ -87,6 +87,63 @@ TEST_F(CameraStreamTest, FailureIsReportedAtOnceWhereMeansDidNotChange)
     EXPECT_EQ(source->starts(), 1);
 }
 
+class CameraStreamStates : public CameraStreamTest
+{
+protected:
+    CameraStreamStates()
+    {
+        options.states = &states;
+        options.frozenAfter = std::chrono::milliseconds(40);
+    }
+    ~CameraStreamStates() override
+    {
+        source = nullptr;
+        streams = nullptr;
+    }
+
+    bool waitFor(CameraState state) const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (states.find(1, 0)->state != state && std::chrono::steady_clock::now() < deadline)
+        {
+            std::this_thread::yield();
+        }
+        return states.find(1, 0)->state == state;
+    }
+
+    CameraStates states;
+    std::shared_ptr<std::atomic<std::uint64_t>> packets = std::make_shared<std::atomic<std::uint64_t>>(0);
+};
+
+TEST_F(CameraStreamStates, SourceRunsOnceFramesComeAndFreezesWithoutThem)
+{
+    options.makeRun = scripted({{"", false, packets}});
+    open();
+    source->acquire();
+    EXPECT_TRUE(waitFor(CameraState::starting));
+    *packets = 1;
+    EXPECT_TRUE(waitFor(CameraState::running));
+    EXPECT_TRUE(waitFor(CameraState::frozen));
+    *packets = 2;
+    EXPECT_TRUE(waitFor(CameraState::running));
+    source->release();
+    EXPECT_TRUE(waitFor(CameraState::idle));
+}
+
+TEST_F(CameraStreamStates, CameraThatComesBackRunsAgain)
+{
+    *packets = 1;
+    options.makeRun =
+        scripted({{"no", false, nullptr, SourceFailure::Cause::refused}, {"gone"}, {"", false, packets}});
+    open();
+    EXPECT_EQ(describe(), Description::failed);
+    EXPECT_TRUE(waitFor(CameraState::refused));
+    source->acquire();
+    EXPECT_TRUE(waitFor(CameraState::running));
+    EXPECT_EQ(states.find(1, 0)->failures, 2U);
+    EXPECT_EQ(states.find(1, 0)->lastError, "gone");
+}
+
 TEST_F(CameraStreamTest, DescribesVideoAndAudio)
 {
     open();

@@ -56,7 +56,7 @@ protected:
         setup.title = "file";
         setup.mediaTap = tap;
         setup.events.described = [this] { described.set_value(); };
-        setup.events.ended = [this](const std::string& why) { ended.set_value(why); };
+        setup.events.ended = [this](const SourceFailure& why) { ended.set_value(why.text); };
         setup.events.stopped = [this] { stopped.set_value(); };
         return setup;
     }

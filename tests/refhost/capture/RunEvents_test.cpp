@@ -24,7 +24,8 @@ protected:
     {
         SourceRun::Events called;
         called.described = [this] { calls += "described "; };
-        called.ended = [this](const std::string& why) { calls.append("ended:").append(why).append(" "); };
+        called.ended = [this](const SourceFailure& failure)
+        { calls.append("ended:").append(failure.text).append(" "); };
         called.clockUnusable = [this](const std::string& why)
         { calls.append("clock:").append(why).append(" "); };
         called.stopped = [this] { calls += "stopped "; };

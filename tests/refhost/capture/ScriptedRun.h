@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -18,6 +20,8 @@ public:
     {
         std::string failure;      ///< empty: it is described
         bool otherMeans = false;  ///< it failed and may be readable by other means
+        std::shared_ptr<std::atomic<std::uint64_t>> packets{};  ///< so far; null: none
+        SourceFailure::Cause cause = SourceFailure::Cause::other;
     };
 
     ScriptedRun(Setup setup, Outcome outcome) : setup_(std::move(setup)), outcome_(std::move(outcome))
@@ -28,7 +32,7 @@ public:
         }
         else
         {
-            setup_.events.ended(outcome_.failure);
+            setup_.events.ended({outcome_.failure, outcome_.cause});
         }
     }
 
@@ -37,7 +41,7 @@ public:
 
     std::uint64_t packetCount() const override
     {
-        return 0;
+        return outcome_.packets ? outcome_.packets->load() : 0;
     }
 
     bool mayWorkByAnotherTransport() const override

@@ -89,7 +89,7 @@ TEST_F(CameraPausesTest, ACameraThatSaysHowLongItIsBusyIsLeftAloneForThatLong)
 TEST_F(CameraPausesTest, OtherEndsCauseNoPause)
 {
     for (const Kind kind : {Kind::unreachable, Kind::notFound, Kind::noUsableTransport, Kind::busy,
-                            Kind::protocolError, Kind::timedOut, Kind::endedByCamera})
+                            Kind::protocolError, Kind::timedOut, Kind::silent, Kind::endedByCamera})
     {
         pauses.noteEnd(mainStream, ended(kind), start);
         EXPECT_TRUE(isAsked(mainStream, 0s));

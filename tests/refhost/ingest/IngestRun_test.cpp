@@ -170,7 +170,7 @@ protected:
         setup.config.source.location = location;
         setup.title = "test";
         setup.mediaTap = std::make_shared<MediaTap>();
-        setup.events.ended = [ended](const std::string& reason) { ended->set_value(reason); };
+        setup.events.ended = [ended](const SourceFailure& reason) { ended->set_value(reason.text); };
         IngestRun run(std::move(setup), loop_, connector_, pauses_, Duration::zero());
         EXPECT_EQ(why.wait_for(bound), std::future_status::ready);
         run.stop();
