@@ -1,4 +1,5 @@
 #pragma once
+// Tested by tests/refhost/capture/CameraCondition_test.cpp.
 
 #include "refhost/base/StateMachine.h"
 
