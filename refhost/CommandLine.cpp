@@ -8,6 +8,7 @@
 #include <iterator>
 #include <ostream>
 
+#include "refhost/ExportCommand.h"
 #include "refhost/ServerAddress.h"
 #include "refhost/base/Log.h"
 #include "refhost/config/ConfigReader.h"
@@ -130,7 +131,8 @@ bool CommandLine::parse(int count, const char* const* arguments)
         "127.0.0.1:8554.",
         "ovrtspd");
     app.footer(
-        "Exit codes: 0 ended as asked, 1 the server could not start or there is nothing to list, 2 wrong "
+        "Exit codes: 0 ended as asked, 1 the server could not start or there is nothing to list or export, 2 "
+        "wrong "
         "command line, 3 wrong configuration.");
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.set_version_flag("-v,--version", "ovrtspd " OV_VERSION, "Print the version and exit");
@@ -162,6 +164,13 @@ bool CommandLine::parse(int count, const char* const* arguments)
         ->excludes(checkFlag);
     app.add_flag("--recordings", recordings,
                  "List what was recorded, with URLs that play it, and exit; a server may run meanwhile");
+    std::vector<std::string> exported;
+    app.add_option(
+           "--export", exported,
+           "Write what a camera recorded from START to END to an MP4 file, and exit; a server may run "
+           "meanwhile. Times are seconds since 1970, or such as 2026-01-31T12:00:00.5Z")
+        ->expected(4)
+        ->type_name("CAMERA START END FILE");
 
     try
     {
@@ -192,7 +201,7 @@ bool CommandLine::parse(int count, const char* const* arguments)
             return finish(exitCommandLine);
         }
     }
-    if (!recordings && !dump && !check)
+    if (!recordings && !dump && !check && exported.empty())
     {
         return true;
     }
@@ -204,6 +213,10 @@ bool CommandLine::parse(int count, const char* const* arguments)
     if (recordings)
     {
         return listRecordings();
+    }
+    if (!exported.empty())
+    {
+        return finish(ExportCommand(out_, err_).run(config_, exported));
     }
     if (dump)
     {

@@ -14,13 +14,15 @@ namespace refhost
 enum ExitCode
 {
     exitDone = 0,         ///< ended as requested
-    exitFailed = 1,       ///< the server could not start, such as when its port is in use; nothing to list
+    exitFailed = 1,       ///< the server could not start, such as when its port is in use; nothing to list or
+                          ///< export, or the file cannot be written
     exitCommandLine = 2,  ///< invalid command line
     exitConfig = 3        ///< invalid configuration
 };
 
 /// Reads the command line and the configuration that it names, and handles the options that need no server:
-/// --help, --version, --check-config, --dump-config and --recordings. Threads: one.
+/// --help, --version, --check-config, --dump-config, --recordings and --export.
+/// Threads: one.
 class CommandLine
 {
 public:
