@@ -25,6 +25,8 @@
 #include "refhost/base/LogWriter.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/capture/CameraStreams.h"
+#include "refhost/http/HealthRoutes.h"
+#include "refhost/http/HttpService.h"
 #include "refhost/ingest/IngestLoops.h"
 #include "refhost/media/Device.h"
 #include "refhost/playback/PlaybackService.h"
@@ -299,6 +301,24 @@ void Application::printUrls(const RtspServer& server) const
     printLines("ovrtspd is serving:\n" + text + "End it: Ctrl-C\n");
 }
 
+/// A machine may have something else on the default port: that must not keep the cameras from being served.
+bool Application::startHttp(HttpService& http) const
+{
+    std::string error;
+    if (!http.start(error))
+    {
+        const bool byDefault = config_.http == HttpConfig();
+        Log::write(byDefault ? Log::Level::warning : Log::Level::error,
+                   error + (byDefault ? "; there is no HTTP service: choose another listen in [http]" : ""));
+        return byDefault;
+    }
+    if (http.port() != 0)
+    {
+        Log::info("listening for HTTP on {} port {}", config_.http.listen, http.port());
+    }
+    return true;
+}
+
 int Application::run()
 {
     // First, so that it is destroyed last.
@@ -333,6 +353,14 @@ int Application::run()
         Log::info("listening for TLS on port {}: {}", server.tlsPort(), TlsContext::kernelSupport());
     }
     recording.start();
+    const auto inForce = std::make_shared<const ServerConfig>(config_);
+    RtspServices& services = server.services();
+    HttpService http(config_, services.authenticator, services.access);
+    HealthRoutes::add(http.router(), {[inForce] { return inForce; }, &services.access, &CameraStates::instance()});
+    if (!startHttp(http))
+    {
+        return exitFailed;
+    }
     printUrls(server);
     SuppressedReports reports;
     LoopWatchdog watchdog(manager_, LoopMonitor::instance(), HostClock::system());
@@ -350,12 +378,14 @@ int Application::run()
             Log::reportLimited();
             reports.write();
             server.refreshCertificate();
+            http.refreshCertificate();
             watchdog.check();
             report();
         });
     deadline.emplace(maxEndTime);
     manager_.stopping();
     Log::info("ending: {}", strsignal(signal));
+    http.stop();
     server.stop();
     return exitDone;
 }

@@ -11,6 +11,7 @@
 namespace refhost
 {
 
+class HttpService;
 class RtspServer;
 
 /// The running server: creates all parts, serves until SIGINT or SIGTERM, and destroys the parts in reverse
@@ -29,6 +30,7 @@ public:
 private:
     void useSocketAddresses();
     void prepareProcess() const;
+    bool startHttp(HttpService& http) const;
     void printUrls(const RtspServer& server) const;
 
     ServerConfig config_;

@@ -8,6 +8,8 @@
 #include <functional>
 #include <string_view>
 
+#include "refhost/base/Decimal.h"
+
 namespace refhost
 {
 namespace
@@ -80,6 +82,28 @@ std::optional<SocketAddress> SocketAddress::parse(const std::string& numeric, in
     return parsed;
 }
 
+std::optional<SocketAddress> SocketAddress::parseWithPort(const std::string& text)
+{
+    constexpr int maxPort = 65535;
+    const std::size_t colon = text.rfind(':');
+    if (colon == std::string::npos)
+    {
+        return std::nullopt;
+    }
+    const auto port = parseDecimal<int>(std::string_view(text).substr(colon + 1), maxPort);
+    std::string numeric = text.substr(0, colon);
+    const bool bracketed = numeric.size() >= 2 && numeric.front() == '[' && numeric.back() == ']';
+    if (bracketed)
+    {
+        numeric = numeric.substr(1, numeric.size() - 2);
+    }
+    if (!port || bracketed != (numeric.find(':') != std::string::npos))
+    {
+        return std::nullopt;
+    }
+    return parse(numeric, *port);
+}
+
 SocketAddress SocketAddress::localOf(int descriptor)
 {
     sockaddr_storage address{};
@@ -89,6 +113,16 @@ SocketAddress SocketAddress::localOf(int descriptor)
         return SocketAddress();
     }
     return SocketAddress(reinterpret_cast<const sockaddr*>(&address));
+}
+
+bool SocketAddress::isLoopback() const
+{
+    const SocketAddress plain = forFamily(AF_INET);
+    if (plain.isIpv6())
+    {
+        return IN6_IS_ADDR_LOOPBACK(&plain.address_.v6.sin6_addr);
+    }
+    return plain.family() == AF_INET && (ntohl(plain.address_.v4.sin_addr.s_addr) >> 24U) == IN_LOOPBACKNET;
 }
 
 SocketAddress SocketAddress::forFamily(int family) const

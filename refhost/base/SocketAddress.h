@@ -37,6 +37,10 @@ public:
     /// \returns nothing for any other text
     static std::optional<SocketAddress> parse(const std::string& numeric, int port = 0);
 
+    /// \param text  as textWithPort() writes it
+    /// \returns nothing for any other text
+    static std::optional<SocketAddress> parseWithPort(const std::string& text);
+
     /// The local address of a socket; none when it has none.
     static SocketAddress localOf(int descriptor);
 
@@ -50,6 +54,9 @@ public:
     {
         return family() == AF_INET6;
     }
+
+    /// Whether it reaches this machine alone: 127.0.0.0/8 or ::1.
+    bool isLoopback() const;
 
     /// The address for a socket of `family`: IPv4 becomes IPv4-mapped for AF_INET6, IPv4-mapped becomes IPv4
     /// for AF_INET. Other IPv6 addresses stay.

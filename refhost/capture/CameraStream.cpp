@@ -208,6 +208,29 @@ bool CameraStream::isRunning() const
     return running_;
 }
 
+bool CameraStream::isNeeded() const
+{
+    const MutexLock guard(mutex_);
+    return viewers_ > 0;
+}
+
+void CameraStream::restart()
+{
+    startsAtOnce_ = true;
+    post([this] { restartNow(); });
+}
+
+void CameraStream::restartNow()
+{
+    if (pipeline_)
+    {
+        Log::info("{}: starting again, as requested", title_);
+        condition_.onUnneeded();
+        stop();
+    }
+    postUpdate();
+}
+
 void CameraStream::update()
 {
     bool needed = false;

@@ -79,6 +79,8 @@ public:
     void acquire() override;
     void release() override;
     void requestKeyFrame() override;
+    bool isNeeded() const override;
+    void restart() override;
 
     /// Number of starts of the source.
     int starts() const;
@@ -123,6 +125,7 @@ private:
     void startAgain();
     void scheduleRestart();
     void sendKeyFrameRequest();
+    void restartNow();
 
     const StreamConfig config_;
     const std::string title_;

@@ -1,7 +1,5 @@
 #include "refhost/config/Config.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +10,7 @@
 #include "refhost/base/DiskSpace.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/Quantity.h"
+#include "refhost/base/SocketAddress.h"
 #include "refhost/base/StreamName.h"
 #include "refhost/config/ConfigKeys.h"
 #include "refhost/config/ConfigSections.h"
@@ -21,15 +20,10 @@ namespace refhost
 namespace
 {
 
-bool isLoopback(const std::string& address)
+bool isLoopback(const std::string& numeric)
 {
-    in6_addr six{};
-    if (inet_pton(AF_INET6, address.c_str(), &six) == 1)
-    {
-        return IN6_IS_ADDR_LOOPBACK(&six);
-    }
-    in_addr four{};
-    return inet_pton(AF_INET, address.c_str(), &four) == 1 && (ntohl(four.s_addr) >> 24) == IN_LOOPBACKNET;
+    const auto address = SocketAddress::parse(numeric);
+    return address && address->isLoopback();
 }
 
 template <typename Section>
@@ -211,6 +205,11 @@ bool TunnelConfig::operator==(const TunnelConfig& other) const
     return same(*this, other);
 }
 
+bool HttpConfig::operator==(const HttpConfig& other) const
+{
+    return same(*this, other);
+}
+
 bool SrtpConfig::operator==(const SrtpConfig& other) const
 {
     return same(*this, other);
@@ -283,6 +282,20 @@ std::vector<std::string> ServerConfig::warnings() const
                             "\" may do everything, for nothing limits this password: give live, playback, "
                             "talk or admin, each with \"*\" or numbers of cameras");
         }
+    }
+    const auto httpAddress = SocketAddress::parseWithPort(http.listen);
+    if (users.empty() && httpAddress && !httpAddress->isLoopback())
+    {
+        found.push_back(
+            "anybody who reaches " + http.listen +
+            " over HTTP can see what the server does: it is no loopback address and no [[user]] is "
+            "configured");
+    }
+    if (http.tls && !tls.enabled())
+    {
+        found.push_back(
+            "there is no HTTP service: tls of [http] is true and [tls] has neither a certificate nor "
+            "self-signed = true");
     }
     if (!tls.enabled() && (!tls.key.empty() || !tls.clientCa.empty()))
     {

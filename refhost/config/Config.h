@@ -202,6 +202,30 @@ struct TunnelConfig
     bool operator==(const TunnelConfig& other) const;
 };
 
+/// The HTTP service: state, metrics and control of the server.
+struct HttpConfig
+{
+    std::string listen = "127.0.0.1:8080";  ///< numeric address and port; empty: no HTTP service
+    bool tls = false;                       ///< HTTPS alone, with the certificate of TlsConfig
+    std::string names;               ///< of hosts that requests may name, separated by commas; "*": any
+    int connections = 128;           ///< at once
+    int connectionsPerAddress = 64;  ///< at once from one address
+    int headerBytes = 16384;         ///< request line and header lines together
+    int bodyBytes = 65536;
+    int requestTimeout = 10;  ///< seconds for a request to be complete, and for a client to take bytes
+    int idleTimeout = 60;     ///< seconds without a request
+    int rate = 100;           ///< requests a second from one address
+    int background = 16;      ///< requests at once that are worked on beside the event loop
+
+    /// Whether there is an HTTP service.
+    bool enabled() const
+    {
+        return !listen.empty();
+    }
+
+    bool operator==(const HttpConfig& other) const;
+};
+
 /// Limits of the resources that clients can use.
 struct LimitsConfig
 {
@@ -252,6 +276,7 @@ struct ServerConfig
     AuthConfig auth;
     TlsConfig tls;
     TunnelConfig tunnel;
+    HttpConfig http;
     SrtpConfig srtp;
     std::string security =
         "none";  ///< what media must be protected by: "none", "tls", "srtp" or "any-encrypted"

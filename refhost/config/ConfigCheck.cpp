@@ -11,6 +11,7 @@
 #include "refhost/base/DiskSpace.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/Quantity.h"
+#include "refhost/base/SocketAddress.h"
 #include "refhost/config/CameraSet.h"
 #include "refhost/config/ConfigSections.h"
 #include "refhost/net/tls/CertificateFingerprint.h"
@@ -276,6 +277,12 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
     if (address && !isAddress(value))
     {
         return "must be an IPv4 or IPv6 address such as \"127.0.0.1\" or \"::1\", not \"" +
+               Log::safe(value, 40) + "\"";
+    }
+    if (kind == TextKind::endpoint && !value.empty() && !SocketAddress::parseWithPort(value))
+    {
+        return "must be an address with a port such as \"127.0.0.1:8080\" or \"[::1]:8080\", or empty, not "
+               "\"" +
                Log::safe(value, 40) + "\"";
     }
     if (kind == TextKind::groupRange && !MulticastRange::parse(value))

@@ -286,6 +286,48 @@ const std::vector<ConfigKey<TunnelConfig>>& configKeys<TunnelConfig>()
 }
 
 template <>
+const std::vector<ConfigKey<HttpConfig>>& configKeys<HttpConfig>()
+{
+    static const std::vector<ConfigKey<HttpConfig>> keys{
+        text<&HttpConfig::listen>(
+            "listen",
+            "Address and port of the HTTP service, such as \"0.0.0.0:8080\" or "
+            "\"[::1]:8080\"; port 0 takes any free one, an empty text switches HTTP off.",
+            TextKind::endpoint),
+        flag<&HttpConfig::tls>("tls", "Serve HTTPS alone, with the certificate and the limits of [tls]."),
+        text<&HttpConfig::names>(
+            "names",
+            "Names of this server that requests may hold in their Host header, separated "
+            "by commas, beside addresses, localhost and the machine's own name; \"*\" "
+            "accepts every name. It keeps web pages of others from reaching the service "
+            "through a name of their own.",
+            TextKind::names),
+        number<&HttpConfig::connections>("connections", "Connections at once.", 1, maxNumber),
+        number<&HttpConfig::connectionsPerAddress>(
+            "connections-per-address",
+            "Connections at once from one address; all of an IPv6 network of 64 bits count together.", 1,
+            maxNumber),
+        number<&HttpConfig::headerBytes>(
+            "header-bytes", "Bytes of a request's first line and header lines together.", 1024, 1048576),
+        number<&HttpConfig::bodyBytes>("body-bytes", "Bytes of a request's body.", 0, 16777216),
+        number<&HttpConfig::requestTimeout>(
+            "request-timeout",
+            "Seconds from a request's first byte to its last, and for which a client may take nothing of an "
+            "answer.",
+            1, maxTime),
+        number<&HttpConfig::idleTimeout>(
+            "idle-timeout", "Seconds that a connection may be open without a request.", 1, maxTime),
+        number<&HttpConfig::rate>(
+            "rate", "Requests a second from one address; others get 429. Twice as many may come at once.", 1,
+            maxNumber),
+        number<&HttpConfig::background>(
+            "background", "Requests at once that take long, such as exports and snapshots; others get 503.",
+            1, 1024),
+    };
+    return keys;
+}
+
+template <>
 const std::vector<ConfigKey<SrtpConfig>>& configKeys<SrtpConfig>()
 {
     static const std::vector<ConfigKey<SrtpConfig>> keys{

@@ -68,6 +68,7 @@ enum class TextKind
     plain,
     address,      ///< a numeric IPv4 or IPv6 address
     anyAddress,   ///< a numeric IPv4 or IPv6 address, or nothing
+    endpoint,     ///< a numeric address with a port as "127.0.0.1:8080" or "[::1]:8080", or nothing
     quotable,     ///< for a quoted string of a header: no quotes, backslashes or control characters
     userName,     ///< as `quotable`, and no colon; must not be empty
     password,     ///< never written; must not be empty
@@ -171,6 +172,8 @@ template <>
 const std::vector<ConfigKey<TlsConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<TunnelConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<HttpConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<SrtpConfig>>& configKeys();
 template <>

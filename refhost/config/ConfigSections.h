@@ -61,6 +61,8 @@ constexpr auto configSections()
                 "tls", "RTSP over TLS (rtsps://): off until there is a certificate.", &Server::tls},
             SingleSection<TunnelConfig, Server>{
                 "tunnel", "RTSP through HTTP and WebSocket, on the ports of RTSP.", &Server::tunnel},
+            SingleSection<HttpConfig, Server>{"http", "State, metrics and control of the server over HTTP.",
+                                              &Server::http},
             SingleSection<SrtpConfig, Server>{"srtp", "Encrypted media over UDP (SRTP).", &Server::srtp},
             SingleSection<TalkBackConfig, Server>{"talk-back", "Audio that clients send to the device.",
                                                   &Server::talkBack},

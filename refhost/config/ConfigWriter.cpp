@@ -163,6 +163,8 @@ private:
                 return "a numeric address";
             case TextKind::anyAddress:
                 return "a numeric address, or empty";
+            case TextKind::endpoint:
+                return "an address with a port, or empty";
             case TextKind::groupRange:
                 return "IPv4 multicast addresses with a length";
             case TextKind::cameras:

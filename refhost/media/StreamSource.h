@@ -55,6 +55,17 @@ public:
     /// succession yield one, and the source limits their rate, so that viewers who restart again and again
     /// cannot cause more.
     virtual void requestKeyFrame() = 0;
+
+    /// Whether there are viewers.
+    virtual bool isNeeded() const
+    {
+        return false;
+    }
+
+    /// Ends the source and starts it again, if somebody needs it; one that waits after a failure starts at once.
+    virtual void restart()
+    {
+    }
 };
 
 /// The configured streams. One object serves the process; see Device. Announces on ChangeSignal::instance()

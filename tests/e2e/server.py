@@ -41,6 +41,9 @@ class Server:
         # The same tests are run once more for the second live controller.
         if "OV_LIVE_CONTROLLER" in os.environ and "live-controller" not in config:
             config = f'live-controller = "{os.environ["OV_LIVE_CONTROLLER"]}"\n{config}'
+        # Several servers run side by side: the HTTP service is for the tests that ask for it.
+        if "[http]" not in config:
+            config = f'{config}\n[http]\nlisten = ""\n'
         self.config_path.write_text(config)
         self.output_path = self.folder / "stdout.txt"
         self.log_path = self.folder / "log.txt"

@@ -265,6 +265,11 @@ std::size_t RtspServer::setUsers(const std::vector<UserConfig>& users, const std
     return services_.setUsers(users, groups);
 }
 
+RtspServices& RtspServer::services()
+{
+    return services_;
+}
+
 int RtspServer::port() const
 {
     return plain_ == nullptr ? 0 : plain_->port();

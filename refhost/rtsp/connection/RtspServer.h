@@ -70,6 +70,9 @@ public:
     /// The UDP port of RTP; 0 while stopped.
     int rtpPort() const;
 
+    /// What its connections share: users, rights and sessions. Lives as long as the server.
+    RtspServices& services();
+
     std::size_t connectionCount() const;
     std::size_t sessionCount() const;
 

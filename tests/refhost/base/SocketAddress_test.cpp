@@ -80,6 +80,31 @@ TEST(SocketAddress, ParsesNumericAddresses)
     }
 }
 
+TEST(SocketAddress, ParsesAnAddressWithAPort)
+{
+    EXPECT_EQ(SocketAddress::parseWithPort("192.0.2.1:8080"), ipv4("192.0.2.1", 8080));
+    EXPECT_EQ(SocketAddress::parseWithPort("0.0.0.0:0"), ipv4("0.0.0.0", 0));
+    EXPECT_EQ(SocketAddress::parseWithPort("[2001:db8::1]:65535"), ipv6("2001:db8::1", 65535));
+    for (const char* const text :
+         {"", ":", "192.0.2.1", "192.0.2.1:", "192.0.2.1:65536", "192.0.2.1:-1", "[192.0.2.1]:80", "::1:80",
+          "[::1]", "[::1]80", "[]:80", "[::1:80", "host:80", "192.0.2.1:80 "})
+    {
+        EXPECT_FALSE(SocketAddress::parseWithPort(text)) << text;
+    }
+}
+
+TEST(SocketAddress, KnowsTheLoopbackAddresses)
+{
+    EXPECT_TRUE(ipv4("127.0.0.1", 1).isLoopback());
+    EXPECT_TRUE(ipv4("127.255.0.3", 1).isLoopback());
+    EXPECT_TRUE(ipv6("::1", 1).isLoopback());
+    EXPECT_TRUE(ipv4("127.0.0.1", 1).forFamily(AF_INET6).isLoopback());
+    EXPECT_FALSE(ipv4("128.0.0.1", 1).isLoopback());
+    EXPECT_FALSE(ipv6("2001:db8::1", 1).isLoopback());
+    EXPECT_FALSE(ipv4("0.0.0.0", 1).isLoopback());
+    EXPECT_FALSE(SocketAddress().isLoopback());
+}
+
 TEST(SocketAddress, ConvertsToTheFamilyOfASocket)
 {
     const SocketAddress plain = ipv4("192.0.2.1", 554);

@@ -55,6 +55,9 @@ void change(const TextSetting<Section>& setting, Section& section)
         case TextKind::anyAddress:
             value = "192.0.2.7";
             break;
+        case TextKind::endpoint:
+            value = "192.0.2.7:80";
+            break;
         case TextKind::groupRange:
             value = "239.7.0.0/16";
             break;

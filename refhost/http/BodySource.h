@@ -1,0 +1,38 @@
+#pragma once
+// Tested by tests/refhost/http/HttpConnection_test.cpp.
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace refhost
+{
+
+/// The body of a reply that is made while it is sent, as fast as the client takes it.
+///
+/// Life: start(), any number of read(), then destroyed; cancel() before, when the client vanished. Threads: the HTTP
+/// service's loop. No operation may block. \see BackgroundBody for bodies whose making blocks
+class BodySource
+{
+public:
+    enum class State
+    {
+        more,     ///< there may be more at once
+        waiting,  ///< there is nothing more now: `wake` is called once there is
+        ended,    ///< the body is complete
+        failed    ///< it cannot be completed: the connection is cut, so that the client notices
+    };
+
+    virtual ~BodySource() = default;
+
+    /// \param wake  has read() called again after `waiting`. Threads: any; does nothing once the reply is over
+    virtual void start(std::function<void()> wake) = 0;
+
+    /// Appends at most about `room` bytes to `out`.
+    virtual State read(std::size_t room, std::string& out) = 0;
+
+    /// The client is gone: read() is not called any more.
+    virtual void cancel() {}
+};
+
+}  // namespace refhost

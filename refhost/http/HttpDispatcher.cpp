@@ -1,0 +1,117 @@
+#include "refhost/http/HttpDispatcher.h"
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "refhost/base/Log.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int badRequest = 400;
+constexpr int notFound = 404;
+constexpr int methodNotAllowed = 405;
+constexpr int tooManyRequests = 429;
+constexpr int failed = 500;
+constexpr int unavailable = 503;
+
+HttpReply later(int status, std::string_view detail)
+{
+    HttpReply reply = HttpReply::problem(status, detail);
+    reply.with("Retry-After", "1");
+    return reply;
+}
+
+HttpReply handled(const HttpRouter::Route& route, const HttpRequest& request)
+{
+    try
+    {
+        return route.handler(request);
+    }
+    catch (const std::exception& error)
+    {
+        Log::error("HTTP: {} {} failed: {}", route.method, route.pattern, Log::safe(error.what()));
+        return HttpReply::problem(failed, "The server failed to do this: its log says why.");
+    }
+}
+
+}  // namespace
+
+HttpDispatcher::HttpDispatcher(const HttpConfig& config, const HttpGuard& guard, const HttpRouter& router,
+                               BackgroundWork& work, const HostClock& clock)
+    : guard_(guard), router_(router), work_(work), clock_(clock), rate_(config.rate)
+{
+}
+
+void HttpDispatcher::dispatch(HttpRequest request, const HttpConnection::Respond& respond)
+{
+    if (!rate_.admit(request.peer.key(), clock_.now()))
+    {
+        respond(
+            later(tooManyRequests, "This address sends more requests a second than rate of [http] permits."));
+        return;
+    }
+    if (auto refusal = guard_.refuseOrigin(request))
+    {
+        respond(std::move(*refusal));
+        return;
+    }
+    auto target = HttpTarget::parse(request.head.target);
+    if (!target)
+    {
+        respond(HttpReply::problem(badRequest, "The request's target is no path of this server."));
+        return;
+    }
+    request.target = std::move(*target);
+    HttpRouter::Match match = router_.find(request.head.method, request.target.segments);
+    if (match.route == nullptr)
+    {
+        const bool exists = !match.allowed.empty();
+        HttpReply reply = exists ? HttpReply::problem(methodNotAllowed, "This path has other methods.")
+                                 : HttpReply::problem(notFound, "There is nothing at this path.");
+        if (exists)
+        {
+            reply.with("Allow", match.allowed);
+        }
+        respond(std::move(reply));
+        return;
+    }
+    request.parts = std::move(match.parts);
+    if (auto refusal = guard_.refuseUser(request, match.route->access))
+    {
+        respond(std::move(*refusal));
+        return;
+    }
+    call(*match.route, std::move(request), respond);
+}
+
+void HttpDispatcher::call(const HttpRouter::Route& route, HttpRequest request,
+                          const HttpConnection::Respond& respond)
+{
+    if (!route.background)
+    {
+        respond(handled(route, request));
+        return;
+    }
+    BackgroundWork::Permit permit = work_.admit();
+    if (permit == nullptr)
+    {
+        respond(later(unavailable, "The server has too much to do: see background of [http]."));
+        return;
+    }
+    work_.run(
+        [&route, request = std::move(request), respond]
+        {
+            if (!request.cancelled->load())
+            {
+                respond(handled(route, request));
+            }
+        },
+        std::move(permit));
+}
+
+}  // namespace refhost

@@ -1,0 +1,223 @@
+#include "refhost/http/HttpGuard.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <utility>
+
+#include "refhost/base/Decimal.h"
+#include "refhost/base/IgnoreCase.h"
+#include "refhost/config/CameraSet.h"
+#include "refhost/rtsp/message/ResponseWriter.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int badRequest = 400;
+constexpr int unauthorized = 401;
+constexpr int forbidden = 403;
+constexpr int unsupportedMediaType = 415;
+constexpr int misdirected = 421;
+
+/// The host of "host", "host:port" or "[v6]:port", without the brackets.
+std::string_view hostOf(std::string_view authority)
+{
+    if (!authority.empty() && authority.front() == '[')
+    {
+        const std::size_t end = authority.find(']');
+        return end == std::string_view::npos ? std::string_view() : authority.substr(1, end - 1);
+    }
+    return authority.substr(0, authority.find(':'));
+}
+
+/// The names of a list with commas, in lower case.
+std::vector<std::string> namesOf(std::string_view list)
+{
+    std::vector<std::string> names;
+    while (!list.empty())
+    {
+        const std::size_t comma = std::min(list.find(','), list.size());
+        const std::string_view entry = list.substr(0, comma);
+        const std::size_t first = entry.find_first_not_of(' ');
+        if (first != std::string_view::npos)
+        {
+            names.push_back(lowerCase(entry.substr(first, entry.find_last_not_of(' ') + 1 - first)));
+        }
+        list.remove_prefix(std::min(comma + 1, list.size()));
+    }
+    return names;
+}
+
+std::string machineName()
+{
+    constexpr std::size_t room = 256;
+    std::array<char, room> name{};
+    return ::gethostname(name.data(), name.size() - 1) == 0 ? lowerCase(std::string_view(name.data()))
+                                                            : std::string();
+}
+
+bool changes(std::string_view method)
+{
+    return method != "GET" && method != "HEAD" && method != "OPTIONS";
+}
+
+std::size_t countOf(const HttpRequestHead& head, std::string_view name)
+{
+    return static_cast<std::size_t>(std::count_if(head.fields.begin(), head.fields.end(),
+                                                  [name](const auto& field)
+                                                  { return equalsIgnoringCase(field.first, name); }));
+}
+
+bool isJson(std::string_view contentType)
+{
+    const std::string_view type = contentType.substr(0, contentType.find(';'));
+    const std::size_t last = type.find_last_not_of(' ');
+    return last != std::string_view::npos && equalsIgnoringCase(type.substr(0, last + 1), "application/json");
+}
+
+}  // namespace
+
+HttpGuard::HttpGuard(const ServerConfig& config, Authenticator& authenticator, const AccessControl& access)
+    : basic_(config.auth.basic),
+      names_(namesOf(config.http.names)),
+      authenticator_(authenticator),
+      access_(access)
+{
+    anyName_ = std::find(names_.begin(), names_.end(), "*") != names_.end();
+    names_.emplace_back("localhost");
+    if (const std::string own = machineName(); !own.empty())
+    {
+        names_.push_back(own);
+        names_.push_back(own + ".local");
+    }
+}
+
+bool HttpGuard::isOwnName(std::string_view host) const
+{
+    const std::string name = lowerCase(hostOf(host));
+    return !name.empty() && (anyName_ || SocketAddress::parse(name) ||
+                             std::find(names_.begin(), names_.end(), name) != names_.end());
+}
+
+std::optional<HttpReply> HttpGuard::refuseOrigin(const HttpRequest& request) const
+{
+    const std::size_t hosts = countOf(request.head, "Host");
+    const bool mayLack = request.head.version < 11;
+    if (hosts > 1 || (hosts == 0 && !mayLack))
+    {
+        return HttpReply::problem(badRequest, "A request needs exactly one Host header.");
+    }
+    if (hosts == 1 && !isOwnName(request.head.field("Host")))
+    {
+        return HttpReply::problem(misdirected,
+                                  "The Host header is no name of this server: add it to names of [http].");
+    }
+    return changes(request.head.method) ? refuseChange(request) : std::nullopt;
+}
+
+/// A browser adds to a page's request what the user of the browser logged in with, and who the page is of.
+std::optional<HttpReply> HttpGuard::refuseChange(const HttpRequest& request) const
+{
+    const HttpRequestHead& head = request.head;
+    const std::string_view site = head.field("Sec-Fetch-Site");
+    const std::string_view origin = head.field("Origin");
+    const std::size_t scheme = origin.find("://");
+    const bool sameOrigin =
+        scheme != std::string_view::npos && equalsIgnoringCase(origin.substr(scheme + 3), head.field("Host"));
+    if ((head.has("Origin") && !sameOrigin) || (!site.empty() && site != "same-origin" && site != "none"))
+    {
+        return HttpReply::problem(forbidden, "A page of another site must not change anything here.");
+    }
+    // A page may send a POST of other types anywhere without being asked first.
+    if (head.method == "POST" && !isJson(head.field("Content-Type")))
+    {
+        return HttpReply::problem(unsupportedMediaType, "A POST needs the Content-Type application/json.");
+    }
+    if (!access_.rules()->enabled() && !request.peer.isLoopback())
+    {
+        return HttpReply::problem(forbidden,
+                                  "Without configured users only this machine itself may change something.");
+    }
+    return std::nullopt;
+}
+
+std::optional<HttpReply> HttpGuard::refuseUser(HttpRequest& request, const HttpAccess& access) const
+{
+    const std::string_view authorization = request.head.field("Authorization");
+    if (!authorization.empty())
+    {
+        const Authenticator::Decision decision =
+            authenticator_.check(request.head.method, request.head.target, authorization,
+                                 {request.peer.key(), request.connection}, acceptsBasic(request));
+        if (decision.verdict != Authenticator::Verdict::granted)
+        {
+            return challenge(request, decision.verdict == Authenticator::Verdict::stale);
+        }
+        request.user = decision.user;
+    }
+    if (permits(request, access))
+    {
+        return std::nullopt;
+    }
+    if (request.user.empty() && access_.rules()->hasLogins())
+    {
+        return challenge(request, false);
+    }
+    return HttpReply::problem(forbidden, "This user lacks the right to do that.");
+}
+
+bool HttpGuard::permits(const HttpRequest& request, const HttpAccess& access) const
+{
+    const auto rules = access_.rules();
+    switch (access.kind)
+    {
+        case HttpAccess::Kind::open:
+            return true;
+        case HttpAccess::Kind::shared:
+            return !rules->enabled() || !request.user.empty() || rules->hasAnonymous();
+        case HttpAccess::Kind::camera:
+            return rules->allows(request.user, access.right,
+                                 parseDecimal<int>(request.part("camera"), CameraSet::maxId));
+        case HttpAccess::Kind::server:
+            break;
+    }
+    return rules->allows(request.user, access.right, std::nullopt);
+}
+
+/// Nobody else reads what does not leave this machine.
+bool HttpGuard::acceptsBasic(const HttpRequest& request) const
+{
+    return basic_ == "always" || (basic_ == "tls-only" && (request.encrypted || request.peer.isLoopback()));
+}
+
+HttpReply HttpGuard::challenge(const HttpRequest& request, bool stale) const
+{
+    HttpReply reply =
+        HttpReply::problem(unauthorized, "Log in with the name and password of a configured user.");
+    ResponseWriter lines;
+    lines.start(rtspUnauthorized, "");
+    const std::size_t from = lines.text().size();
+    authenticator_.challenge(lines, stale, {request.peer.key(), request.connection}, acceptsBasic(request));
+    std::string_view rest = std::string_view(lines.text()).substr(from);
+    constexpr std::string_view name = "WWW-Authenticate: ";
+    while (rest.substr(0, name.size()) == name)
+    {
+        const std::size_t end = rest.find("\r\n");
+        const std::string_view line = rest.substr(name.size(), end - name.size());
+        // Browsers and other clients of HTTP take the strongest that they know: one Digest of each kind is enough.
+        const bool given = std::any_of(reply.fields.begin(), reply.fields.end(),
+                                       [line](const auto& field) { return field.second == line; });
+        if (!given)
+        {
+            reply.with("WWW-Authenticate", line);
+        }
+        rest.remove_prefix(std::min(end + 2, rest.size()));
+    }
+    return reply;
+}
+
+}  // namespace refhost
