@@ -137,7 +137,7 @@ std::shared_ptr<ServerEvents::Subscription> ServerEvents::subscribe(std::size_t 
 
 void ServerEvents::publish(ServerEvent event)
 {
-    if (!wanted())
+    if (!hasSubscribers())
     {
         return;
     }

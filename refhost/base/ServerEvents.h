@@ -97,7 +97,7 @@ public:
     std::shared_ptr<Subscription> subscribe(std::size_t maxEvents, std::function<void()> wake);
 
     /// Whether anybody subscribed: what an event costs can be saved otherwise.
-    bool wanted() const
+    bool hasSubscribers() const
     {
         return count_.load(std::memory_order_relaxed) > 0;
     }

@@ -157,7 +157,7 @@ bool CameraCondition::isNewCause(const std::string& text)
     return true;
 }
 
-/// What the state that ends now was, where somebody who reads the log was told that it began.
+/// What the state that ends now was, where the log says that it started.
 std::string CameraCondition::pastText() const
 {
     if (!isFailure(state_.state()) && !state_.is(CameraState::frozen))

@@ -12,7 +12,7 @@
 namespace refhost
 {
 
-/// The state of one stream: what its owner tells about the source becomes a state, a row of CameraStates, and one line of
+/// The state of one stream: what its owner reports of the source becomes a state, a row of CameraStates, and one line of
 /// the log for each change. A try that ends as the one before is counted, not logged; the count is in the line of the
 /// next change.
 ///
@@ -28,7 +28,7 @@ public:
 
     /// A try starts.
     void onStart();
-    /// A try goes on by other means, which is no failure.
+    /// A try goes on by other means, which is not a failure.
     void onOtherMeans(const SourceFailure& why);
     /// Frames come.
     void onFrames();

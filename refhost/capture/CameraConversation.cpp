@@ -18,6 +18,7 @@
 
 #include "refhost/base/ByteOrder.h"
 #include "refhost/base/Decimal.h"
+#include "refhost/net/ConnectFailure.h"
 
 namespace refhost
 {
@@ -83,7 +84,7 @@ bool CameraConversation::connect(const std::string& host, int port, CameraLogin 
             open_ = true;
             return true;
         }
-        error = fmt::format("cannot connect to {} port {}: {}", host, port, std::strerror(errno));
+        error = ConnectFailure::text(host, port, errno);
         close();
     }
     return false;

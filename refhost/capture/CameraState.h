@@ -6,12 +6,12 @@
 namespace refhost
 {
 
-/// What a stream's source is found to be, as its last try or its media tell.
+/// What a stream's source is found to be, as its last try or its media show.
 ///
 /// | state       | meaning                                                              | leaves it by          |
 /// |-------------|----------------------------------------------------------------------|-----------------------|
 /// | idle        | nobody needs the source, so it does not run                          | a viewer, a recording |
-/// | starting    | the first try, since it was idle, is under way                       | its outcome           |
+/// | starting    | the first try, since it was idle, goes on                           | its outcome           |
 /// | running     | frames come                                                          | silence, a failure    |
 /// | frozen      | the source ran, and no frame came for some seconds                   | frames, a failure     |
 /// | unreachable | no connection: no address, no answer, refused by the host            | the outcome of a try  |

@@ -10,7 +10,7 @@ namespace
 
 void publish(const CameraStatus& status, CameraState before)
 {
-    if (!ServerEvents::instance().wanted())
+    if (!ServerEvents::instance().hasSubscribers())
     {
         return;
     }

@@ -296,6 +296,8 @@ void CameraStream::startPipeline()
     SourceRun::Events events;
     events.described = [this, run] { post([this, run] { onDescribed(run, false); }); };
     events.ended = [this, run](const SourceFailure& why) { post([this, run, why] { onEnded(run, why); }); };
+    events.otherMeans = [this](const std::string& why)
+    { post([this, why] { condition_.onOtherMeans(why); }); };
     events.clockUnusable = [this](const std::string& why) { post([this, why] { onClockUnusable(why); }); };
     events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
     SourceRun::Setup setup{config_,

@@ -18,6 +18,7 @@ bool RunEvents::stop()
     const MutexLock guard(mutex_);
     events_.described = nullptr;
     events_.ended = nullptr;
+    events_.otherMeans = nullptr;
     events_.clockUnusable = nullptr;
     return !std::exchange(stopping_, true);
 }
@@ -63,6 +64,15 @@ void RunEvents::ended(const SourceFailure& why) const
     if (events_.ended)
     {
         events_.ended(why);
+    }
+}
+
+void RunEvents::otherMeans(const std::string& why) const
+{
+    const MutexLock guard(mutex_);
+    if (events_.otherMeans)
+    {
+        events_.otherMeans(why);
     }
 }
 

@@ -43,6 +43,7 @@ public:
     }
     void described() const;
     void ended(const SourceFailure& why) const;
+    void otherMeans(const std::string& why) const;
     void clockUnusable(const std::string& why) const;
     /// stop() is complete.
     void finish();

@@ -50,6 +50,8 @@ public:
     {
         std::function<void()> described;                      ///< describe() has a new result
         std::function<void(const SourceFailure& why)> ended;  ///< no more media; called once or more often
+        /// The source is tried by other means within the run; any number of calls.
+        std::function<void(const std::string& why)> otherMeans;
         /// Media are dated by their arrival; any number of calls.
         std::function<void(const std::string& why)> clockUnusable;
         std::function<void()> stopped;  ///< stop() is complete; the run may be destroyed

@@ -12,8 +12,10 @@
 #include "refhost/base/Log.h"
 #include "refhost/capture/RunEvents.h"
 #include "refhost/ingest/IngestTrack.h"
+#include "refhost/ingest/client/CameraUrl.h"
 #include "refhost/ingest/client/RtspClient.h"
 #include "refhost/media/GstCodec.h"
+#include "refhost/net/ConnectFailure.h"
 #include "refhost/rtp/RtcpWriter.h"
 
 namespace refhost
@@ -49,6 +51,43 @@ SourceFailure::Cause causeOf(RtspClientEnd::Kind kind)
             break;
     }
     return SourceFailure::Cause::other;
+}
+
+/// The host and port of a camera's URL; empty when it cannot be read.
+std::string peerOf(const std::string& location)
+{
+    const std::optional<CameraUrl> url = CameraUrl::parse(location);
+    return url ? ConnectFailure::peer(url->host, url->port) : std::string();
+}
+
+std::string nameForPeople(Codec codec)
+{
+    switch (codec)
+    {
+        case Codec::h264:
+            return "H.264";
+        case Codec::h265:
+            return "H.265";
+        default:
+            return std::string(infoOf(codec).encodingName);
+    }
+}
+
+/// Why none of the tracks that a camera describes is read.
+std::string missingText(const StreamConfig& config, const std::vector<CameraTrack>& described)
+{
+    std::string missing;
+    for (const Codec codec : config.codecs())
+    {
+        missing += fmt::format("{}no {}", missing.empty() ? "" : " and ", nameForPeople(codec));
+    }
+    std::string has;
+    constexpr std::size_t maxNamed = 4;
+    for (std::size_t i = 0; i < std::min(described.size(), maxNamed); ++i)
+    {
+        has += fmt::format("{}{}", i == 0 ? "" : ", ", Log::safe(described[i].encodingName, 40));
+    }
+    return fmt::format("{} in the description, which has {}", missing, has);
 }
 
 }  // namespace
@@ -216,7 +255,7 @@ private:
         }
         if (chosen.empty())
         {
-            refusal_ = "the source has neither video nor audio that can be sent";
+            refusal_ = withPeer(missingText(setup_.config, described));
         }
         applyTaps();
         return chosen;
@@ -302,19 +341,28 @@ private:
     {
         if (end.otherTransport)
         {
-            Log::info("{}: {}: the other transport is tried", setup_.title, end.text);
+            events_.otherMeans(fmt::format("{}: the other transport is tried", withPeer(end.text)));
             // Over that alone, and when this session is torn down: many cameras have room for one.
             options_.transport = *end.otherTransport;
             options_.otherTransport = false;
             client_->stop([self = shared_from_this()] { self->start(); });
             return;
         }
-        pauses_.noteEnd(setup_.config.source.location, end, HostClock::system().now());
+        RtspClientEnd said = end;
+        said.text = withPeer(end.text);
+        pauses_.noteEnd(setup_.config.source.location, said, HostClock::system().now());
         if (end.kind == RtspClientEnd::Kind::noUsableTransport)
         {
             otherMeans_ = true;
         }
-        events_.ended(refusal_.empty() ? SourceFailure(end.text, causeOf(end.kind)) : refusal_);
+        events_.ended(refusal_.empty() ? SourceFailure(said.text, causeOf(end.kind)) : refusal_);
+    }
+
+    /// A text of the log that names the camera's host and port.
+    std::string withPeer(const std::string& text) const
+    {
+        return peer_.empty() || text.find(peer_) != std::string::npos ? text
+                                                                      : fmt::format("{}: {}", peer_, text);
     }
 
     /// Describes the tracks whose format is known.
@@ -410,6 +458,7 @@ private:
     EventLoop& loop_;
     const std::shared_ptr<StreamConnector> connector_;
     CameraPauses& pauses_;
+    const std::string peer_ = peerOf(setup_.config.source.location);
     const RtcpWriter::Name name_ = RtcpWriter::randomName();
 
     std::unique_ptr<RtspClient> client_;

@@ -1,16 +1,15 @@
 #include "refhost/net/TcpConnector.h"
 
-#include <fmt/format.h>
 #include <netinet/tcp.h>
 
 #include <cerrno>
-#include <cstring>
 #include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "refhost/base/Descriptor.h"
+#include "refhost/net/ConnectFailure.h"
 #include "refhost/net/TcpStream.h"
 
 namespace refhost
@@ -65,6 +64,7 @@ private:
     bool watched_ = false;
     EventLoop::TimerId timer_;
     std::string error_ = "its name is not found in time";
+    int problem_ = 0;  // where that is why, an errno
 };
 
 void TcpAttempt::start(HostResolver& resolver)
@@ -97,7 +97,7 @@ void TcpAttempt::tryNext()
             arm(Clock::now() + (deadline_ - Clock::now()) / left);
             return;
         }
-        error_ = std::strerror(errno);
+        problem_ = errno;
         leaveAddress();
     }
     finish(nullptr);
@@ -139,7 +139,7 @@ void TcpAttempt::onReady()
     (void)::getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &problem, &length);
     if (problem != 0)
     {
-        error_ = std::strerror(problem);
+        problem_ = problem;
         tryNext();
         return;
     }
@@ -155,7 +155,7 @@ void TcpAttempt::onTimeout()
 {
     if (query_ == nullptr || !addresses_.empty())
     {
-        error_ = std::strerror(ETIMEDOUT);
+        problem_ = ETIMEDOUT;
     }
     tryNext();
 }
@@ -179,9 +179,12 @@ void TcpAttempt::finish(std::unique_ptr<ByteStream> stream)
 {
     loop_.cancel(timer_);
     query_ = nullptr;
-    const std::string error = stream != nullptr
-                                  ? std::string()
-                                  : fmt::format("cannot connect to {} port {}: {}", host_, port_, error_);
+    std::string error;
+    if (stream == nullptr)
+    {
+        error = problem_ != 0 ? ConnectFailure::text(host_, port_, problem_)
+                              : ConnectFailure::text(host_, port_, error_);
+    }
     const StreamConnector::Connected connected = std::move(connected_);
     connected(std::move(stream), error);  // which may be the end of this attempt
 }

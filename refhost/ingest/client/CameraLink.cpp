@@ -85,7 +85,8 @@ std::string CameraLink::loginRefusal() const
     {
         return fmt::format("the camera demands a login at {}, which gets none", url_.host);
     }
-    return home_.user.empty() ? "the camera demands a login" : "the camera refuses the login";
+    return home_.user.empty() ? "the camera demands a login, and the location has no user name and password"
+                              : "wrong password or user name";
 }
 
 /// Whether redirects led to where the credentials are for.

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/net/ConnectFailure.h"
 #include "refhost/net/TcpConnector.h"
 #include "refhost/net/tls/CertificateFingerprint.h"
 #include "refhost/net/tls/TlsStream.h"
@@ -119,7 +120,7 @@ private:
     void fail(const std::string& why)
     {
         stream_->close();
-        finish(nullptr, fmt::format("cannot connect to {} port {}: {}", host_, port_, why));
+        finish(nullptr, ConnectFailure::text(host_, port_, why));
     }
 
     void finish(std::unique_ptr<ByteStream> stream, const std::string& error)

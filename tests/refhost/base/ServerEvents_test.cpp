@@ -12,15 +12,15 @@ ServerEvent event(std::string text)
     return {"test", WallTime{}, {{"text", std::move(text)}}};
 }
 
-TEST(ServerEvents, AreWantedWhileSomebodySubscribes)
+TEST(ServerEvents, HaveSubscribersWhileSomebodySubscribes)
 {
     ServerEvents events;
-    EXPECT_FALSE(events.wanted());
+    EXPECT_FALSE(events.hasSubscribers());
     auto queue = events.subscribe(1, nullptr);
-    EXPECT_TRUE(events.wanted());
+    EXPECT_TRUE(events.hasSubscribers());
     queue = nullptr;
     events.publish(event("to nobody"));
-    EXPECT_FALSE(events.wanted());
+    EXPECT_FALSE(events.hasSubscribers());
 }
 
 TEST(ServerEvents, QueueKeepsItsMaximumAndCountsTheRest)

@@ -12,7 +12,9 @@
 #include <thread>
 
 #include "refhost/base/Descriptor.h"
+#include "refhost/capture/CameraCondition.h"
 #include "refhost/net/TcpConnector.h"
+#include "tests/CapturedErrors.h"
 #include "tests/refhost/threads/LoopHelpers.h"
 
 namespace refhost
@@ -163,14 +165,19 @@ protected:
     /// Reads the camera until the run ends by itself. \returns why
     std::string runOnce(const std::string& location)
     {
-        auto ended = std::make_shared<std::promise<std::string>>();
-        std::future<std::string> why = ended->get_future();
+        return failureOf(location).text;
+    }
+
+    SourceFailure failureOf(const std::string& location)
+    {
+        auto ended = std::make_shared<std::promise<SourceFailure>>();
+        std::future<SourceFailure> why = ended->get_future();
         SourceRun::Setup setup;
         setup.config.source.kind = SourceConfig::Kind::rtsp;
         setup.config.source.location = location;
         setup.title = "test";
         setup.mediaTap = std::make_shared<MediaTap>();
-        setup.events.ended = [ended](const SourceFailure& reason) { ended->set_value(reason.text); };
+        setup.events.ended = [ended](const SourceFailure& reason) { ended->set_value(reason); };
         IngestRun run(std::move(setup), loop_, connector_, pauses_, Duration::zero());
         EXPECT_EQ(why.wait_for(bound), std::future_status::ready);
         run.stop();
@@ -184,13 +191,73 @@ protected:
     EventLoop loop_{"ingest"};
 };
 
+/// The port of `url`, which names it last before the path.
+std::string peerIn(const std::string& url)
+{
+    const std::size_t host = url.rfind('@') == std::string::npos ? url.find("//") + 2 : url.rfind('@') + 1;
+    return url.substr(host, url.find('/', host) - host);
+}
+
+std::string described(const std::string& sdp)
+{
+    return "RTSP/1.0 200 OK\r\nContent-Type: application/sdp\r\nContent-Length: " +
+           std::to_string(sdp.size()) + "\r\n\r\n" + sdp;
+}
+
+TEST_F(IngestRunTest, EachFaultIsOneLineThatNamesHostPortAndCause)
+{
+    const std::string unauthorized =
+        "RTSP/1.0 401 Unauthorized\r\nWWW-Authenticate: Digest realm=\"cam\", nonce=\"n1\"\r\n\r\n";
+    // What the camera answers, and the line after `camera 2/0 "yard": ` with {} for host and port.
+    const std::vector<std::pair<std::string, std::string>> faults{
+        {unauthorized, "refused: {}: wrong password or user name"},
+        {"RTSP/1.0 404 Not Found\r\n\r\n", "refused: {}: the camera answered DESCRIBE with 404 Not Found"},
+        {"RTSP/1.0 503 Service Unavailable\r\n\r\n",
+         "refused: {}: the camera answered DESCRIBE with 503 Service Unavailable"},
+        {"RTSP/1.0 500 Internal Server Error\r\n\r\n",
+         "failed: {}: the camera answered DESCRIBE with 500 Internal Server Error"},
+        {"HTTP/1.1 400 Bad Request\r\n\r\n", "failed: {}: the camera sends what is not RTSP"},
+        {described("v=0\r\n"), "failed: {}: the camera describes no track"},
+        {described("v=0\r\nm=application 0 RTP/AVP 107\r\na=rtpmap:107 vnd.onvif.metadata/90000\r\n"),
+         "failed: {}: no H.264 and no PCMU in the description, which has vnd.onvif.metadata"},
+    };
+    const auto lineFor = [this](const std::string& url)
+    {
+        const SourceFailure failure = failureOf(url);
+        CapturedErrors errors;
+        CameraStates states;
+        CameraCondition condition(states, {2, 0}, "camera 2/0 \"yard\"");
+        condition.onStart();
+        condition.onFailure(failure);
+        EXPECT_TRUE(errors.linesWith("s3cret").empty());
+        const std::vector<std::string> lines = errors.linesWith(" warning ");
+        return lines.size() == 1 ? lines[0].substr(lines[0].find("camera 2/0")) : "no line";
+    };
+    for (const auto& [answer, expected] : faults)
+    {
+        const StubbornCamera camera(answer);
+        std::string text = "camera 2/0 \"yard\": " + expected;
+        const std::size_t peer = text.find("{}");
+        EXPECT_EQ(lineFor(camera.url()), text.replace(peer, 2, peerIn(camera.url())));
+        pauses_.notePlaying(camera.url());
+    }
+    std::string refusing;
+    {
+        const StubbornCamera gone("");
+        refusing = gone.url();
+    }
+    EXPECT_EQ(lineFor(refusing),
+              "camera 2/0 \"yard\": unreachable: connection refused by " + peerIn(refusing));
+}
+
 TEST_F(IngestRunTest, APasswordThatIsRefusedIsNotSentWithEveryStart)
 {
     const StubbornCamera camera(
         "RTSP/1.0 401 Unauthorized\r\nWWW-Authenticate: Digest realm=\"cam\", nonce=\"n1\"\r\n\r\n");
-    EXPECT_EQ(runOnce(camera.url()), "the camera refuses the login");
-    EXPECT_EQ(runOnce(camera.url()).rfind("the camera refuses the login; it is asked again in ", 0), 0U);
-    EXPECT_EQ(runOnce(camera.url() + "/another/stream").rfind("the camera refuses the login; ", 0), 0U);
+    const std::string refusal = peerIn(camera.url()) + ": wrong password or user name";
+    EXPECT_EQ(runOnce(camera.url()), refusal);
+    EXPECT_EQ(runOnce(camera.url()).rfind(refusal + "; it is asked again in ", 0), 0U);
+    EXPECT_EQ(runOnce(camera.url() + "/another/stream").rfind(refusal + "; ", 0), 0U);
     EXPECT_EQ(camera.connections(), 1);
 }
 
@@ -215,10 +282,10 @@ TEST_F(IngestRunTest, ACameraThatChoosesUdpByItselfIsAskedForItOnceItsSessionHas
 TEST_F(IngestRunTest, ACameraThatAsksForAPauseGetsIt)
 {
     const StubbornCamera camera("RTSP/1.0 503 Service Unavailable\r\nRetry-After: 60\r\n\r\n");
-    EXPECT_EQ(runOnce(camera.url()), "the camera answered DESCRIBE with 503 Service Unavailable");
-    EXPECT_EQ(
-        runOnce(camera.url()).rfind("the camera answered DESCRIBE with 503 Service Unavailable; it is", 0),
-        0U);
+    const std::string refusal =
+        peerIn(camera.url()) + ": the camera answered DESCRIBE with 503 Service Unavailable";
+    EXPECT_EQ(runOnce(camera.url()), refusal);
+    EXPECT_EQ(runOnce(camera.url()).rfind(refusal + "; it is", 0), 0U);
     EXPECT_EQ(camera.connections(), 1);
 }
 

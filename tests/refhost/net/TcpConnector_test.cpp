@@ -146,7 +146,7 @@ TEST_F(TcpConnectorTest, SaysThatAHostIsUnknown)
 {
     const Outcome outcome = connect("unknown", 554);
     EXPECT_EQ(outcome.stream, nullptr);
-    EXPECT_EQ(outcome.error, "cannot connect to unknown port 554: not known");
+    EXPECT_EQ(outcome.error, "cannot connect to unknown:554: not known");
 }
 
 TEST_F(TcpConnectorTest, DoesNotWaitForALookUpBeyondTheTimeout)

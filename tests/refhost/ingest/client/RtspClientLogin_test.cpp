@@ -86,7 +86,7 @@ TEST(RtspClientLogin, APasswordThatIsRefusedIsNotTriedAgain)
         camera->answer(camera->expect("DESCRIBE"), "401 Unauthorized", next);
         ASSERT_TRUE(world.events.waitEnded());
         EXPECT_EQ(world.events.end().kind, Kind::unauthorized);
-        EXPECT_EQ(world.events.end().text, "the camera refuses the login");
+        EXPECT_EQ(world.events.end().text, "wrong password or user name");
         EXPECT_TRUE(camera->waitClosed());
     }
 }
@@ -145,7 +145,8 @@ TEST(RtspClientLogin, WithoutAUserADemandIsTheEnd)
     camera->answer(camera->expect("DESCRIBE"), "401 Unauthorized", demand);
     ASSERT_TRUE(world.events.waitEnded());
     EXPECT_EQ(world.events.end().kind, Kind::unauthorized);
-    EXPECT_EQ(world.events.end().text, "the camera demands a login");
+    EXPECT_EQ(world.events.end().text,
+              "the camera demands a login, and the location has no user name and password");
 }
 
 TEST(RtspClientLogin, NoReasonShowsCredentials)

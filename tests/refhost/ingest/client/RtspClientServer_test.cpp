@@ -72,7 +72,7 @@ TEST_F(RtspClientServerTest, AWrongPasswordEndsItAsUnauthorized)
     ASSERT_TRUE(events.waitEnded());
     EXPECT_EQ(events.end().kind, RtspClientEnd::Kind::unauthorized);
     EXPECT_EQ(events.end().status, 401);
-    EXPECT_EQ(events.end().text, "the camera refuses the login");
+    EXPECT_EQ(events.end().text, "wrong password or user name");
 }
 
 TEST_F(RtspClientServerTest, AStreamThatIsNotThereEndsItAsNotFound)
