@@ -1,7 +1,5 @@
 #include "refhost/CommandLine.h"
 
-#include <sys/stat.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
@@ -12,7 +10,10 @@
 #include "refhost/ServerAddress.h"
 #include "refhost/base/Log.h"
 #include "refhost/config/ConfigReader.h"
+#include "refhost/config/ConfigSecrets.h"
 #include "refhost/config/ConfigWriter.h"
+#include "refhost/doctor/Doctor.h"
+#include "refhost/doctor/DoctorReport.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingListing.h"
 #include "refhost/rtsp/connection/TlsAcceptor.h"
@@ -31,16 +32,6 @@ struct Override
     const char* help;
     std::string value;
 };
-
-bool holdsPasswords(const ServerConfig& config)
-{
-    const auto inLocation = [](const StreamConfig& stream)
-    { return Log::maskUrl(stream.source.location) != stream.source.location; };
-    return !config.users.empty() ||
-           std::any_of(config.cameras.begin(), config.cameras.end(),
-                       [&](const CameraConfig& camera)
-                       { return std::any_of(camera.streams.begin(), camera.streams.end(), inLocation); });
-}
 
 std::string summary(const ServerConfig& config)
 {
@@ -97,12 +88,9 @@ bool CommandLine::readConfig(const std::string& file)
     config_ = std::move(*result.config);
     file_ = file;
     warnings_ = std::move(result.warnings);
-    struct stat status
+    if (const auto exposed = ConfigSecrets::exposedBy(file, config_))
     {
-    };
-    if (holdsPasswords(config_) && stat(file.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0)
-    {
-        err_ << file << ": warning: it holds passwords and everybody can read it: chmod o= " << file << '\n';
+        err_ << file << ": warning: " << *exposed << '\n';
     }
     return true;
 }
@@ -122,6 +110,31 @@ bool CommandLine::listRecordings()
                                    { return config_.streamName(camera, stream); });
     listing.write(*index, out_);
     return finish(exitDone);
+}
+
+bool CommandLine::examine(const std::string& file, bool json)
+{
+    // What the sources log is among the findings.
+    Log::setLevel(Log::Level::off);
+    ConfigResult read;
+    if (file.empty())
+    {
+        read.config = ServerConfig::embedded();
+    }
+    else
+    {
+        read = ConfigReader::readFile(file);
+    }
+    const std::vector<Finding> findings = Doctor(std::move(read), file).examine();
+    if (json)
+    {
+        DoctorReport::writeJson(findings, out_);
+    }
+    else
+    {
+        DoctorReport::writeText(findings, out_);
+    }
+    return finish(DoctorReport::exitCode(findings));
 }
 
 bool CommandLine::parse(int count, const char* const* arguments)
@@ -171,6 +184,13 @@ bool CommandLine::parse(int count, const char* const* arguments)
            "meanwhile. Times are seconds since 1970, or such as 2026-01-31T12:00:00.5Z")
         ->expected(4)
         ->type_name("CAMERA START END FILE");
+    bool json = false;
+    CLI::App* const doctor = app.add_subcommand(
+        "doctor",
+        "Look for what can keep the server from working here, and say how to mend it; the exit code "
+        "is the number of failures");
+    doctor->add_flag("--json", json, "Print the findings as JSON");
+    doctor->fallthrough();
 
     try
     {
@@ -186,6 +206,10 @@ bool CommandLine::parse(int count, const char* const* arguments)
 
     // An empty file name is an error, such as a script's empty variable, not the embedded configuration.
     const bool hasFile = fileOption->count() > 0;
+    if (doctor->parsed())
+    {
+        return hasFile && file.empty() ? readConfig(file) : examine(file, json);
+    }
     if (hasFile && !readConfig(file))
     {
         return false;

@@ -21,7 +21,7 @@ enum ExitCode
 };
 
 /// Reads the command line and the configuration that it names, and handles the options that need no server:
-/// --help, --version, --check-config, --dump-config, --recordings and --export.
+/// --help, --version, --check-config, --dump-config, --recordings, --export and doctor.
 /// Threads: one.
 class CommandLine
 {
@@ -43,6 +43,7 @@ public:
 private:
     bool readConfig(const std::string& file);
     bool listRecordings();
+    bool examine(const std::string& file, bool json);
     bool finish(int code);
 
     std::ostream& out_;

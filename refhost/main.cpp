@@ -6,19 +6,17 @@
 #include "refhost/CommandLine.h"
 #include "refhost/base/Log.h"
 #include "refhost/capture/PipelineRunner.h"
+#include "refhost/doctor/CheckRunner.h"
 
 int main(int argc, char* argv[])
 {
     try
     {
         refhost::CommandLine commandLine(std::cout, std::cerr);
-        if (!commandLine.parse(argc, argv))
-        {
-            return commandLine.exitCode();
-        }
-        refhost::Application application(commandLine.config(), commandLine.warnings());
-        const int code = application.run();
-        if (refhost::PipelineRunner::abandoned() > 0)
+        const bool serves = commandLine.parse(argc, argv);
+        const int code = serves ? refhost::Application(commandLine.config(), commandLine.warnings()).run()
+                                : commandLine.exitCode();
+        if (refhost::PipelineRunner::abandoned() > 0 || refhost::CheckRunner::abandoned() > 0)
         {
             // Their threads may still use static objects, which returning would destroy.
             std::cout.flush();
