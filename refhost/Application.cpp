@@ -25,6 +25,7 @@
 #include "refhost/base/LogWriter.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/capture/CameraStreams.h"
+#include "refhost/http/ExportRoutes.h"
 #include "refhost/http/HealthRoutes.h"
 #include "refhost/http/HttpService.h"
 #include "refhost/ingest/IngestLoops.h"
@@ -215,6 +216,12 @@ private:
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
 
+std::shared_ptr<const RecordingDirectory> presentRecordings()
+{
+    auto index = Device::recordings();
+    return index == nullptr ? nullptr : std::make_shared<const IndexedRecordings>(std::move(index));
+}
+
 }  // namespace
 
 Application::Application(ServerConfig config, std::vector<std::string> warnings)
@@ -357,6 +364,7 @@ int Application::run()
     RtspServices& services = server.services();
     HttpService http(config_, services.authenticator, services.access);
     HealthRoutes::add(http.router(), {[inForce] { return inForce; }, &services.access, &CameraStates::instance()});
+    ExportRoutes::add(http.router(), http.background(), presentRecordings);
     if (!startHttp(http))
     {
         return exitFailed;

@@ -2,6 +2,7 @@
 
 import json
 import pathlib
+import re
 import subprocess
 import time
 
@@ -20,7 +21,7 @@ def gap(build_folder, tmp_path_factory):
     from server import Server
     film = recordings.film(build_folder)
     folder = tmp_path_factory.mktemp("export")
-    text = recordings.config(film, folder / "recordings", audio="aac")
+    text = recordings.config(film, folder / "recordings", audio="aac") + '\n[http]\nlisten = "127.0.0.1:0"\n'
     with Server(build_folder / "ovrtspd", folder / "first", text) as server:
         recordings.record(server, 4)
     time.sleep(1.5)  # the gap
@@ -127,3 +128,35 @@ def test_what_cannot_be_exported_is_said(build_folder, gap, tmp_path):
     ended = export(build_folder, server, begin, end, tmp_path / "none" / "out.mp4")
     assert ended.returncode == 1 and "none/out.mp4" in ended.stderr
     assert list(tmp_path.iterdir()) == []
+
+
+def http_url(server):
+    """Base of the URLs of the HTTP service."""
+    port = re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1)
+    return f"http://127.0.0.1:{port}/api/v1/recordings"
+
+
+def curl(*arguments):
+    return subprocess.run(["curl", "-sS", *arguments], capture_output=True, text=True, timeout=60)
+
+
+def test_broken_download_is_resumed_to_the_same_file(build_folder, gap, tmp_path):
+    server, ((begin, _), (_, end)), _, _ = gap
+    url = f"{http_url(server)}/{CAMERA}/export.mp4?start={begin}&end={end}"
+    assert curl("-f", "-o", tmp_path / "whole.mp4", url).returncode == 0
+    whole = (tmp_path / "whole.mp4").read_bytes()
+    (tmp_path / "resumed.mp4").write_bytes(whole[:len(whole) // 3])
+    resumed = curl("-f", "-C", "-", "-w", "%{http_code} %{size_download}", "-o", tmp_path / "resumed.mp4", url)
+    assert resumed.returncode == 0, resumed.stderr
+    assert resumed.stdout == f"206 {len(whole) - len(whole) // 3}"
+    assert (tmp_path / "resumed.mp4").read_bytes() == whole
+    assert export(build_folder, server, begin, end, tmp_path / "program.mp4").returncode == 0
+    assert (tmp_path / "program.mp4").read_bytes() == whole
+
+
+def test_file_from_the_http_service_plays_while_it_comes(build_folder, gap, tmp_path):
+    server, ((begin, end), _), _, _ = gap
+    url = f"{http_url(server)}/{CAMERA}/export.mp4?start={begin}&end={end}"
+    assert packets(url)
+    assert curl("-o", "/dev/null", "-w", "%{http_code}", url.replace(str(end), str(begin - 1))).stdout == "400"
+    assert curl("-o", "/dev/null", "-w", "%{http_code}", url.replace(f"start={begin}&end={end}", "start=1&end=2")).stdout == "404"

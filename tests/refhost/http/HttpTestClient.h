@@ -58,6 +58,12 @@ public:
         return request("GET", target, headers);
     }
 
+    /// Waits for the head of the next reply.
+    bool awaitHead()
+    {
+        return fillUntil("\r\n\r\n");
+    }
+
     /// The next reply.
     HttpAnswer answer(bool head = false)
     {
