@@ -10,7 +10,7 @@
 #include "mediaurl/MediaUrlFactoryMap.h"
 #include "mediaurl/OrvaneMediaUrlFactory.h"
 #include "playback/OVPlaybackControllerFactory.h"
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "refhost/description/DescriptionReadiness.h"
 #include "refhost/description/MulticastMediaUrl.h"
 #include "refhost/description/MulticastMediaUrlFactory.h"
@@ -98,6 +98,7 @@ MediaRoutes ServedMedia::routes(const DeviceInfoEx& device) const
     live.firstPacket = firstPacketOfStream;
     live.ready = DescriptionReadiness::live;
     live.talkBack = true;
+    live.commonControllers = true;
     MediaRoutes::Route second = live;
     second.factory = makeFactory<OVLiveControllerFactory2>(device);
     second.firstPacket = firstPacketOfSession;
@@ -114,7 +115,7 @@ MediaRoutes ServedMedia::routes(const DeviceInfoEx& device) const
         makeFactory<OVMulticastLiveControlerFactory>(device, MulticastMediaUrl::thirdPlatType);
     multicast.firstPacket = firstPacketOfGroup;
     multicast.ready = DescriptionReadiness::multicast;
-    multicast.together = std::make_shared<Mutex>();
+    multicast.together = std::make_shared<SmallMutex>();
     routes.add(multicast);
     MediaRoutes::Route recorded;
     recorded.prefix = "orv/playback";

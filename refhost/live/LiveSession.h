@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "refhost/base/Footprint.h"
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "refhost/live/LiveTrack.h"
 #include "refhost/live/TrackSender.h"
 #include "refhost/rtp/RtcpWriter.h"
@@ -86,7 +86,7 @@ private:
     void pumpLocked(const FreshUnit* fresh) OV_REQUIRES(mutex_);
     void noteFootprint() OV_REQUIRES(mutex_);
 
-    Mutex mutex_;
+    SmallMutex mutex_;
     std::atomic<bool> pumpRequested_{false};
     const RtcpWriter::Name name_;
     Senders senders_ OV_GUARDED_BY(mutex_);  // video first; those of endTrack() too

@@ -30,6 +30,24 @@ std::shared_ptr<LiveTrack> LiveStream::use(const std::string& trackId, bool vide
     return track;
 }
 
+std::shared_ptr<const LiveStream::TrackName> LiveStream::nameOf(const std::string& streamKey,
+                                                                const std::string& trackId, int payloadSize)
+{
+    const MutexLock guard(mutex_);
+    for (const auto& name : names_)
+    {
+        if (name->streamKey == streamKey && name->trackId == trackId && name->payloadSize == payloadSize)
+        {
+            return name;
+        }
+    }
+    names_.erase(
+        std::remove_if(names_.begin(), names_.end(), [](const auto& name) { return name.use_count() == 1; }),
+        names_.end());
+    names_.push_back(std::make_shared<const TrackName>(TrackName{streamKey, trackId, payloadSize}));
+    return names_.back();
+}
+
 void LiveStream::leave(const LiveTrack& track)
 {
     const MutexLock guard(mutex_);

@@ -36,6 +36,18 @@ public:
 
     /// The track in packets of this size; attached to the source at its first use.
     std::shared_ptr<LiveTrack> use(const std::string& trackId, bool video, int payloadSize);
+    /// How sessions name a track.
+    struct TrackName
+    {
+        std::string streamKey;
+        std::string trackId;
+        int payloadSize;
+    };
+
+    /// One object for all sessions that name it so.
+    std::shared_ptr<const TrackName> nameOf(const std::string& streamKey, const std::string& trackId,
+                                            int payloadSize);
+
     /// Ends one use().
     void leave(const LiveTrack& track);
 
@@ -53,6 +65,8 @@ private:
     const std::shared_ptr<StreamPast> past_ = std::make_shared<StreamPast>();
     Mutex mutex_;
     std::vector<Tap> taps_ OV_GUARDED_BY(mutex_);
+    std::vector<std::shared_ptr<const TrackName>> names_
+        OV_GUARDED_BY(mutex_);  // those in use, and a few former
 };
 
 }  // namespace refhost

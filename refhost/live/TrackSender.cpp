@@ -22,15 +22,14 @@ constexpr const char* audioType = "audio";
 
 }  // namespace
 
-TrackSender::TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
-                         std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name)
+TrackSender::TrackSender(std::weak_ptr<LiveSession> session, const std::string& streamKey,
+                         const SubMediaInfo& info, std::shared_ptr<LiveStream> stream, int payloadSize,
+                         const RtcpWriter::Name& name)
     : session_(std::move(session)),
-      streamKey_(std::move(streamKey)),
-      trackId_(info.trackId),
       stream_(std::move(stream)),
+      name_(stream_->nameOf(streamKey, info.trackId, payloadSize)),
       settings_(stream_->settings()),
       video_(info.mediaType == videoType),
-      payloadSize_(payloadSize),
       track_(stream_->use(info.trackId, video_, payloadSize)),
       sender_(info.payloadType, name, *settings_.clock, settings_.reportInterval),
       timeline_(rtpClockOf(info.clockRate), sender_.firstTimestamp())
@@ -42,11 +41,11 @@ TrackSender::~TrackSender() noexcept = default;
 std::shared_ptr<TrackSender> TrackSender::successor(const RtcpWriter::Name& name) const
 {
     SubMediaInfo info;
-    info.trackId = trackId_;
+    info.trackId = trackId();
     info.mediaType = video_ ? videoType : audioType;
     info.payloadType = sender_.payloadType();
     info.clockRate = static_cast<int>(timeline_.clock().rate());
-    return std::make_shared<TrackSender>(session_, streamKey_, info, stream_, payloadSize_, name);
+    return std::make_shared<TrackSender>(session_, streamKey(), info, stream_, name_->payloadSize, name);
 }
 
 int TrackSender::connect(const SafePointer<IConnection>& connection,

@@ -30,7 +30,7 @@ public:
     /// \param session  the owner of this sender
     /// \param name     the session's canonical name, shared by its tracks
     /// \param info     payload type, clock rate and media type are used
-    TrackSender(std::weak_ptr<LiveSession> session, std::string streamKey, const SubMediaInfo& info,
+    TrackSender(std::weak_ptr<LiveSession> session, const std::string& streamKey, const SubMediaInfo& info,
                 std::shared_ptr<LiveStream> stream, int payloadSize, const RtcpWriter::Name& name);
     ~TrackSender() noexcept override;
 
@@ -40,17 +40,17 @@ public:
 
     bool is(const std::string& streamKey, const std::string& trackId) const
     {
-        return trackId_ == trackId && streamKey_ == streamKey;
+        return name_->trackId == trackId && name_->streamKey == streamKey;
     }
 
     const std::string& streamKey() const
     {
-        return streamKey_;
+        return name_->streamKey;
     }
 
     const std::string& trackId() const
     {
-        return trackId_;
+        return name_->trackId;
     }
 
     bool video() const
@@ -148,12 +148,10 @@ private:
     void abandonUnit();
 
     const std::weak_ptr<LiveSession> session_;
-    const std::string streamKey_;
-    const std::string trackId_;
     const std::shared_ptr<LiveStream> stream_;
+    const std::shared_ptr<const LiveStream::TrackName> name_;
     const LiveSettings& settings_;  // the stream's
     const bool video_;
-    const int payloadSize_;
     const std::shared_ptr<LiveTrack> track_;
     std::shared_ptr<StreamSource> viewed_;  // set while counted as its viewer
     LiveTrack::SubscriberSlot slot_ = LiveTrack::noSlot;

@@ -34,7 +34,7 @@ TcpStream::~TcpStream()
 
 void TcpStream::attach(EventLoop& loop, Handler handler)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     loop.add(socket_.get(), watched_, std::move(handler));
     loop_ = &loop;
 }
@@ -43,7 +43,7 @@ void TcpStream::detach()
 {
     EventLoop* loop = nullptr;
     {
-        const MutexLock guard(mutex_);
+        const SmallMutexLock guard(mutex_);
         loop = std::exchange(loop_, nullptr);
     }
     // Without the lock: remove() waits for a handler, which may take it.
@@ -65,7 +65,7 @@ void TcpStream::watchSend(bool on)
 
 void TcpStream::watch(std::uint32_t event, bool on)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     watched_ = on ? watched_ | event : watched_ & ~event;
     if (loop_ != nullptr)
     {

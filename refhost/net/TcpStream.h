@@ -2,7 +2,7 @@
 // Tested by tests/refhost/net/ByteStreamContract_test.cpp.
 
 #include "refhost/base/Descriptor.h"
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "refhost/net/ByteStream.h"
 
 namespace refhost
@@ -38,7 +38,7 @@ private:
     Descriptor socket_;
     const SocketAddress peer_;
     mutable std::optional<SocketAddress> local_;  // read when first needed
-    Mutex mutex_;
+    SmallMutex mutex_;
     EventLoop* loop_ OV_GUARDED_BY(mutex_) = nullptr;
     std::uint32_t watched_ OV_GUARDED_BY(mutex_) = receivable;
 };

@@ -23,13 +23,13 @@ TransportReceiveQueue::TransportReceiveQueue(std::shared_ptr<SessionLiveness> li
 
 void TransportReceiveQueue::setListener(std::weak_ptr<TransportListener> listener)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     listener_.swap(listener);
 }
 
 void TransportReceiveQueue::protect(std::shared_ptr<PacketProtection> protection)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     protection_.swap(protection);
 }
 
@@ -41,7 +41,7 @@ bool TransportReceiveQueue::open(Open operation, const std::uint8_t*& data, std:
 {
     std::shared_ptr<PacketProtection> protection;
     {
-        const MutexLock guard(mutex_);
+        const SmallMutexLock guard(mutex_);
         protection = protection_;
     }
     if (protection == nullptr)
@@ -117,7 +117,7 @@ bool TransportReceiveQueue::arm()
 
 std::shared_ptr<TransportListener> TransportReceiveQueue::listener()
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     return listener_.lock();
 }
 
@@ -137,7 +137,7 @@ GatedTransport::~GatedTransport() noexcept(false) = default;
 
 void GatedTransport::protect(std::shared_ptr<ProtectedSender> sender)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     receiveQueue_->protect(std::shared_ptr<PacketProtection>(sender, &sender->protection()));
     protectedSender_ = std::move(sender);
 }
@@ -155,7 +155,7 @@ SendStatus GatedTransport::state() const
 SendResult GatedTransport::send(const AccessUnitPtr& unit, std::size_t firstPacket,
                                 const RtpHeaderFields& header, bool more)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     const SendStatus state = state_.load(std::memory_order_relaxed);
     if (state != SendStatus::sent)
     {
@@ -172,15 +172,22 @@ SendResult GatedTransport::send(const AccessUnitPtr& unit, std::size_t firstPack
 
 void GatedTransport::sendRtcp(const std::uint8_t* data, std::size_t size)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     const SendStatus state = state_.load(std::memory_order_relaxed);
     if (state == SendStatus::sent)
     {
         transmitSealedRtcp(data, size);
     }
-    else if (state == SendStatus::held && keptRtcp_.size() < keptRtcpLimit)
+    else if (state == SendStatus::held)
     {
-        keptRtcp_.emplace_back(data, data + size);
+        if (keptRtcp_ == nullptr)
+        {
+            keptRtcp_ = std::make_unique<std::vector<std::vector<std::uint8_t>>>();
+        }
+        if (keptRtcp_->size() < keptRtcpLimit)
+        {
+            keptRtcp_->emplace_back(data, data + size);
+        }
     }
 }
 
@@ -209,7 +216,7 @@ void GatedTransport::transmitSealedRtcp(const std::uint8_t* data, std::size_t si
 
 void GatedTransport::hold()
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (state_.load(std::memory_order_relaxed) == SendStatus::sent)
     {
         state_.store(SendStatus::held, std::memory_order_release);
@@ -219,16 +226,18 @@ void GatedTransport::hold()
 void GatedTransport::release()
 {
     {
-        const MutexLock guard(mutex_);
+        const SmallMutexLock guard(mutex_);
         if (state_.load(std::memory_order_relaxed) != SendStatus::held)
         {
             return;
         }
-        for (const auto& packet : keptRtcp_)
+        if (const auto kept = std::move(keptRtcp_))
         {
-            transmitSealedRtcp(packet.data(), packet.size());
+            for (const auto& packet : *kept)
+            {
+                transmitSealedRtcp(packet.data(), packet.size());
+            }
         }
-        std::vector<std::vector<std::uint8_t>>().swap(keptRtcp_);
         state_.store(SendStatus::sent, std::memory_order_release);
     }
     receiveQueue_->onTransportReady();
@@ -236,7 +245,7 @@ void GatedTransport::release()
 
 void GatedTransport::close()
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     state_.store(SendStatus::closed, std::memory_order_release);
 }
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "refhost/rtp/PacketProtection.h"
 #include "refhost/rtp/ProtectedSender.h"
 #include "refhost/rtp/RtpTransport.h"
@@ -45,7 +45,7 @@ private:
     bool open(Open operation, const std::uint8_t*& data, std::size_t& size,
               std::vector<std::uint8_t>& opened);
 
-    Mutex mutex_;
+    SmallMutex mutex_;
     std::weak_ptr<TransportListener> listener_ OV_GUARDED_BY(mutex_);
     std::shared_ptr<PacketProtection> protection_ OV_GUARDED_BY(mutex_);  // null: packets are not encrypted
     const std::shared_ptr<SessionLiveness> liveness_;
@@ -91,9 +91,9 @@ private:
                               const RtpHeaderFields& header, bool more);
     void transmitSealedRtcp(const std::uint8_t* data, std::size_t size);
 
-    Mutex mutex_;                                      // held while sending, so that close() waits
+    SmallMutex mutex_;                                 // held while sending, so that close() waits
     std::atomic<SendStatus> state_{SendStatus::sent};  // written under the mutex
-    std::vector<std::vector<std::uint8_t>> keptRtcp_ OV_GUARDED_BY(mutex_);
+    std::unique_ptr<std::vector<std::vector<std::uint8_t>>> keptRtcp_ OV_GUARDED_BY(mutex_);  // null: none
     std::shared_ptr<ProtectedSender> protectedSender_;  // null: packets are not encrypted
     const std::shared_ptr<TransportReceiveQueue> receiveQueue_;
 };

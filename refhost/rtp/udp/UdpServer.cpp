@@ -94,9 +94,7 @@ SafePointer<RtpTransport> UdpServer::makeTransport(const SocketAddress& client, 
 {
     SocketAddress rtp = client.forFamily(sockets_->bound().family());
     rtp.setPort(rtpPort);
-    SocketAddress rtcp = rtp;
-    rtcp.setPort(rtcpPort);
-    auto* const transport = new UdpTransport(sockets_, rtp, rtcp, std::move(liveness));
+    auto* const transport = new UdpTransport(sockets_, rtp, rtcpPort, std::move(liveness));
     SafePointer<RtpTransport> handle(transport);
     if (protection != nullptr)
     {

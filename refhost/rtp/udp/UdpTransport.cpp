@@ -19,19 +19,19 @@ constexpr TransportTraits udpTraits = []
 
 }  // namespace
 
-UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const SocketAddress& rtp,
-                           const SocketAddress& rtcp, std::shared_ptr<SessionLiveness> liveness)
+UdpTransport::UdpTransport(std::shared_ptr<UdpSockets> sockets, const SocketAddress& rtp, int rtcpPort,
+                           std::shared_ptr<SessionLiveness> liveness)
     : GatedTransport(udpUnicast, udpTraits, std::move(liveness)),
       sockets_(std::move(sockets)),
       rtp_(rtp),
-      rtcp_(rtcp)
+      rtcpPort_(static_cast<std::uint16_t>(rtcpPort))
 {
-    sockets_->rtcpReceiveQueues().listen(rtcp_, receiveQueue());
+    sockets_->rtcpReceiveQueues().listen(rtcp(), receiveQueue());
 }
 
 UdpTransport::~UdpTransport() noexcept(false)
 {
-    sockets_->rtcpReceiveQueues().unlisten(rtcp_, receiveQueue().get());
+    sockets_->rtcpReceiveQueues().unlisten(rtcp(), receiveQueue().get());
     if (takesRtp_.load())
     {
         sockets_->rtpReceiveQueues().unlisten(rtp_, receiveQueue().get());
@@ -44,6 +44,13 @@ void UdpTransport::takeRtp()
     {
         sockets_->rtpReceiveQueues().listen(rtp_, receiveQueue());
     }
+}
+
+SocketAddress UdpTransport::rtcp() const
+{
+    SocketAddress address = rtp_;
+    address.setPort(rtcpPort_);
+    return address;
 }
 
 std::string UdpTransport::peerName() const
@@ -64,7 +71,7 @@ SendResult UdpTransport::transmit(const AccessUnitPtr& unit, std::size_t firstPa
 
 void UdpTransport::transmitRtcp(const std::uint8_t* data, std::size_t size)
 {
-    sockets_->sendRtcp(rtcp_, data, size);
+    sockets_->sendRtcp(rtcp(), data, size);
 }
 
 }  // namespace refhost

@@ -2,6 +2,7 @@
 // Tested by tests/refhost/rtp/udp/UdpServer_test.cpp.
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "refhost/base/SocketAddress.h"
@@ -16,7 +17,7 @@ namespace refhost
 class UdpTransport : public GatedTransport
 {
 public:
-    UdpTransport(std::shared_ptr<UdpSockets> sockets, const SocketAddress& rtp, const SocketAddress& rtcp,
+    UdpTransport(std::shared_ptr<UdpSockets> sockets, const SocketAddress& rtp, int rtcpPort,
                  std::shared_ptr<SessionLiveness> liveness);
     ~UdpTransport() noexcept(false) override;
 
@@ -28,10 +29,11 @@ private:
     SendResult transmit(const AccessUnitPtr& unit, std::size_t firstPacket, const RtpHeaderFields& header,
                         bool more) override;
     void transmitRtcp(const std::uint8_t* data, std::size_t size) override;
+    SocketAddress rtcp() const;
 
     const std::shared_ptr<UdpSockets> sockets_;
     const SocketAddress rtp_;
-    const SocketAddress rtcp_;
+    const std::uint16_t rtcpPort_;
     std::atomic<bool> takesRtp_{false};
 };
 

@@ -13,26 +13,26 @@ ClientOutput::ClientOutput(ByteStream& stream, std::size_t maxWaiting, const Hos
 
 void ClientOutput::cork(std::string& buffer)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     cork_ = &buffer;
 }
 
 void ClientOutput::uncork()
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     flushCork();
     cork_ = nullptr;
 }
 
 void ClientOutput::flush()
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     flushCork();
 }
 
 bool ClientOutput::sendResponse(std::string_view response)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (state_ != State::open)
     {
         return false;
@@ -61,7 +61,7 @@ bool ClientOutput::sendResponse(std::string_view response)
 
 SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, bool more)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (state_ != State::open)
     {
         return SendStatus::closed;
@@ -101,7 +101,7 @@ SendStatus ClientOutput::sendFrames(const std::uint8_t* data, std::size_t size, 
 
 void ClientOutput::notifyWhenWritable(std::weak_ptr<TransportListener> listener)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (state_ == State::closed)
     {
         return;
@@ -116,7 +116,7 @@ bool ClientOutput::onWritable()
 {
     std::vector<std::weak_ptr<TransportListener>> listeners;
     {
-        const MutexLock guard(mutex_);
+        const SmallMutexLock guard(mutex_);
         if (state_ != State::open)
         {
             return false;
@@ -153,7 +153,7 @@ bool ClientOutput::onWritable()
 
 void ClientOutput::close()
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     state_ = State::closed;
     clearCork();
     release(waiting_.size());
@@ -162,19 +162,19 @@ void ClientOutput::close()
 
 bool ClientOutput::empty() const
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     return waiting_.empty() && (cork_ == nullptr || cork_->empty());
 }
 
 std::size_t ClientOutput::waitingResponses() const
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     return responsesLeft();
 }
 
 std::size_t ClientOutput::held() const
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     return waiting_.capacity();
 }
 

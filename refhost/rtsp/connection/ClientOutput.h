@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "refhost/base/HostClock.h"
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "refhost/net/ByteStream.h"
 #include "refhost/rtp/InterleavedTransport.h"
 
@@ -101,7 +101,7 @@ private:
     const std::size_t maxWaiting_;
     const HostClock& clock_;
     std::atomic<std::uint64_t> bytesTaken_{0};
-    mutable Mutex mutex_;
+    mutable SmallMutex mutex_;
     State state_ OV_GUARDED_BY(mutex_) = State::open;
     bool watched_ OV_GUARDED_BY(mutex_) = false;  // the stream is watched for `sendable`
     MonotonicTime burstStart_ OV_GUARDED_BY(mutex_);

@@ -1,5 +1,6 @@
 #include "refhost/rtsp/connection/ConnectionLoop.h"
 
+#include <algorithm>
 #include <exception>
 #include <future>
 #include <utility>
@@ -69,19 +70,22 @@ void ConnectionLoop::take(const std::shared_ptr<ByteStream>& stream,
 
 void ConnectionLoop::closeWhenDisplaced(RtspConnection& connection, ConnectionSlots::Slot& slot)
 {
-    slot.onDisplaced(
-        [this, weak = connection.weak_from_this()]
-        {
-            events_.post(
-                [this, weak]
-                {
-                    if (const auto displaced = weak.lock())
-                    {
-                        Log::debug("{}: ended a connection to make room", displaced->peer().text());
-                        close(*displaced);
-                    }
-                });
-        });
+    // So few values that the function needs no memory of its own.
+    slot.onDisplaced([this, serial = connection.serial()]
+                     { events_.post([this, serial] { closeDisplaced(serial); }); });
+}
+
+/// Displacing is rare enough to look at all connections.
+void ConnectionLoop::closeDisplaced(std::uint64_t serial)
+{
+    const auto displaced =
+        std::find_if(connections_.begin(), connections_.end(),
+                     [serial](const auto& entry) { return entry.first->serial() == serial; });
+    if (displaced != connections_.end())
+    {
+        Log::debug("{}: ended a connection to make room", displaced->first->peer().text());
+        close(*displaced->first);
+    }
 }
 
 void ConnectionLoop::retryDeferred()

@@ -13,6 +13,7 @@
 #include "refhost/rtsp/connection/ConnectionSlots.h"
 #include "refhost/rtsp/connection/HttpEntrance.h"
 #include "refhost/rtsp/connection/RtspConnection.h"
+#include "refhost/rtsp/message/RequestReader.h"
 #include "refhost/rtsp/message/ResponseWriter.h"
 #include "refhost/rtsp/message/RtspRequest.h"
 #include "refhost/rtsp/session/AddressLimiter.h"
@@ -33,7 +34,8 @@ public:
         std::vector<char> input = std::vector<char>(16384);
         RtspRequest request;
         ResponseWriter response;
-        std::string output;  // output of a corked connection
+        std::string output;                     // output of a corked connection
+        std::unique_ptr<RequestReader> reader;  // of the next connection that receives; null: it makes one
     };
 
     /// \param refused            the count of refused connections, decremented when one ends
@@ -73,6 +75,7 @@ public:
 private:
     void take(const std::shared_ptr<ByteStream>& stream, const std::shared_ptr<ConnectionSlots::Slot>& slot);
     void closeWhenDisplaced(RtspConnection& connection, ConnectionSlots::Slot& slot);
+    void closeDisplaced(std::uint64_t serial);
     void retryDeferredNow();
     void sweep();
     void closeAllNow();

@@ -63,7 +63,7 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, RtspServices& services,
       refused_(slot == nullptr),
       slot_(std::move(slot)),
       output_(*stream_, maxWaiting, services.clock),
-      reader_(readerLimits(services.limits, loop.http() != nullptr)),
+      reader_(std::make_unique<RequestReader>(readerLimits(services.limits, loop.http() != nullptr))),
       handler_(services, *this),
       incompleteSince_(currentTime()),
       standingSince_(*incompleteSince_),
@@ -80,7 +80,12 @@ RtspConnection::~RtspConnection()
 void RtspConnection::open()
 {
     stream_->attach(loop_.events(),
-                    [self = shared_from_this()](std::uint32_t ready) { self->onReady(ready); });
+                    [this](std::uint32_t ready)
+                    {
+                        // It is called while the stream is attached, and so while this exists; which may end meanwhile.
+                        const auto self = shared_from_this();
+                        onReady(ready);
+                    });
 }
 
 void RtspConnection::close()
@@ -162,18 +167,44 @@ void RtspConnection::onReceivable()
     lastByteAt_ = currentTime();
     if (state_.is(State::serving))
     {
-        reader_.feed(scratch.input.data(), received.count);
+        lendReader();
+        reader_->feed(scratch.input.data(), received.count);
         serve(false);
     }
 }
 
 void RtspConnection::serve(bool lastTry)
 {
-    const CorkedOutput corked(output_, loop_.scratch().output);
-    handleItems(lastTry);
+    lendReader();
+    {
+        const CorkedOutput corked(output_, loop_.scratch().output);
+        handleItems(lastTry);
+    }
+    returnReader();
     if (!established_)
     {
         noteStanding(currentTime());
+    }
+}
+
+void RtspConnection::lendReader()
+{
+    if (reader_ == nullptr)
+    {
+        reader_ = std::move(loop_.scratch().reader);
+    }
+    if (reader_ == nullptr)
+    {
+        reader_ = std::make_unique<RequestReader>(readerLimits(services_.limits, false));
+    }
+}
+
+/// Leaves the reader to the loop unless it remembers something.
+void RtspConnection::returnReader()
+{
+    if (reader_->idle() && !state_.is(State::draining))
+    {
+        loop_.scratch().reader = std::move(reader_);
     }
 }
 
@@ -195,22 +226,22 @@ void RtspConnection::handleItems(bool lastTry)
     while (state_.is(State::serving) && !congested())
     {
         RequestHandler::Result result = RequestHandler::Result::answered;
-        switch (reader_.next(scratch.request))
+        switch (reader_->next(scratch.request))
         {
             case RequestReader::Item::none:
-                if (!incompleteSince_ && reader_.kept() != 0)
+                if (!incompleteSince_ && reader_->kept() != 0)
                 {
                     incompleteSince_ = currentTime();
                 }
                 return;
             case RequestReader::Item::frame:
-                handler_.received(reader_.frame());
+                handler_.received(reader_->frame());
                 break;
             case RequestReader::Item::http:
                 enterHttp();
                 return;
             case RequestReader::Item::malformed:
-                result = handler_.reject(scratch.request, reader_.problem(), scratch.response);
+                result = handler_.reject(scratch.request, reader_->problem(), scratch.response);
                 break;
             case RequestReader::Item::request:
                 handshakeDone_ = true;
@@ -248,7 +279,7 @@ void RtspConnection::enterHttp()
 {
     stream_->detach();
     const HttpEntrance::Outcome outcome = loop_.http()->enter(
-        {reader_.httpHead(), std::string(reader_.httpRest()), stream_, slot_}, currentTime());
+        {reader_->httpHead(), std::string(reader_->httpRest()), stream_, slot_}, currentTime());
     if (!outcome.refusal.empty())
     {
         open();
@@ -276,7 +307,7 @@ void RtspConnection::drain()
 
 void RtspConnection::deferRequest()
 {
-    reader_.putBack();
+    reader_->putBack();
     if (!deferredSince_)
     {
         deferredSince_ = currentTime();
@@ -289,7 +320,7 @@ void RtspConnection::deferRequest()
 /// Costs no thread: a timer of the loop continues, or the sweep where the clock was advanced.
 void RtspConnection::delayRequest()
 {
-    reader_.putBack();
+    reader_->putBack();
     delayedUntil_ = currentTime() + handler_.delay();
     state_.enter(State::deferred);
     stream_->watchReceive(false);
@@ -322,7 +353,7 @@ bool RtspConnection::congested()
     {
         return false;
     }
-    reader_.keepRest();
+    reader_->keepRest();
     state_.enter(State::congested);
     progressAt_ = currentTime();
     stream_->watchReceive(false);

@@ -28,7 +28,7 @@ class ConnectionLoop;
 /// reads no response for a while is closed.
 ///
 /// Memory is bounded by the limits of RequestReader and ClientOutput; the system's send buffer is large only
-/// from the first interleaved SETUP on.
+/// from the first interleaved SETUP on. Between two requests it holds no reader: the loop's one serves all.
 ///
 /// Owned by its ConnectionLoop until it closes; transports hold it weakly.
 /// Threads: writeFrames() and notifyWhenWritable() any; everything else the loop's.
@@ -83,6 +83,8 @@ private:
     void fail();
     void serve(bool lastTry);
     void handleItems(bool lastTry);
+    void lendReader();
+    void returnReader();
     void enterHttp();
     void drain();
     void deferRequest();
@@ -107,7 +109,7 @@ private:
     std::shared_ptr<ConnectionSlots::Slot> slot_;
 
     ClientOutput output_;
-    RequestReader reader_;
+    std::unique_ptr<RequestReader> reader_;  // null between two messages
     RequestHandler handler_;
     StateMachine<ConnectionState> state_{ConnectionState::serving};
     bool handshakeDone_ = false;                    // a whole request was received

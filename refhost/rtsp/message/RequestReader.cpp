@@ -100,6 +100,11 @@ std::size_t sizeOfFrame(std::string_view bytes)
 
 RequestReader::RequestReader(const Limits& limits) : limits_(limits) {}
 
+bool RequestReader::idle() const
+{
+    return !first_ && !broken_ && kept_.empty() && dropping_ == 0 && scanned_ == 0 && headSize_ == 0;
+}
+
 void RequestReader::feed(const char* data, std::size_t size)
 {
     const std::size_t dropped = std::min(dropping_, size);

@@ -64,6 +64,10 @@ public:
 
     explicit RequestReader(const Limits& limits);
 
+    /// Whether it is between two messages, the first one behind it: another reader with the same limits would
+    /// continue as well.
+    bool idle() const;
+
     /// Feeds received bytes. Requires: they stay valid until next() returns `none` or putBack() is called.
     void feed(const char* data, std::size_t size);
 

@@ -18,14 +18,14 @@ ClientPresence::ClientPresence(MonotonicTime now)
 void ClientPresence::noteRequest(std::uint64_t connection, MonotonicTime now)
 {
     liveness_->noteActivity(now);
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     orphaned_.reset();
     connection_ = connection;
 }
 
 void ClientPresence::connectionEnded(std::uint64_t connection, MonotonicTime now)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (connection_ == connection)
     {
         orphaned_ = now;
@@ -35,7 +35,7 @@ void ClientPresence::connectionEnded(std::uint64_t connection, MonotonicTime now
 bool ClientPresence::expired(MonotonicTime now, Duration sessionTimeout, Duration orphanTimeout) const
 {
     const MonotonicTime activity = liveness_->lastActivity();
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     const bool orphan = orphaned_ && activity < *orphaned_ + orphanGrace;
     return now - activity >= sessionTimeout || (orphan && now - *orphaned_ >= orphanTimeout);
 }

@@ -5,7 +5,7 @@
 #include <memory>
 #include <optional>
 
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "refhost/rtp/RtpTransport.h"
 
 namespace refhost
@@ -38,7 +38,7 @@ public:
 
 private:
     const std::shared_ptr<SessionLiveness> liveness_ = std::make_shared<SessionLiveness>();
-    mutable Mutex mutex_;
+    mutable SmallMutex mutex_;
     std::uint64_t connection_ OV_GUARDED_BY(mutex_) = 0;           // of the last request
     std::optional<MonotonicTime> orphaned_ OV_GUARDED_BY(mutex_);  // the end of that connection
 };

@@ -40,7 +40,7 @@ void InterleavedChannels::Lease::deliverTo(const SafePointer<InterleavedTranspor
 
 std::unique_ptr<InterleavedChannels::Lease> InterleavedChannels::lease(int rtpChannel, int rtcpChannel)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (rtpChannel < 0 || !isFree(rtpChannel) || !isFree(rtcpChannel))
     {
         rtpChannel = 0;
@@ -70,7 +70,7 @@ void InterleavedChannels::received(int channel, const std::uint8_t* data, std::s
     std::unique_ptr<SafePointer<InterleavedTransport>> transport;
     bool rtcp = false;
     {
-        const MutexLock guard(mutex_);
+        const SmallMutexLock guard(mutex_);
         for (const Use& use : uses_)
         {
             rtcp = use.rtcpChannel == channel;
@@ -98,7 +98,7 @@ void InterleavedChannels::received(int channel, const std::uint8_t* data, std::s
 void InterleavedChannels::giveBack(int rtpChannel)
 {
     std::unique_ptr<SafePointer<InterleavedTransport>> transport;  // destroyed without the lock
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     const auto found = std::find_if(uses_.begin(), uses_.end(),
                                     [rtpChannel](const Use& use) { return use.rtpChannel == rtpChannel; });
     if (found != uses_.end())
@@ -111,7 +111,7 @@ void InterleavedChannels::giveBack(int rtpChannel)
 void InterleavedChannels::deliver(int rtpChannel, const SafePointer<InterleavedTransport>& transport)
 {
     auto handle = std::make_unique<SafePointer<InterleavedTransport>>(transport);
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     for (Use& use : uses_)
     {
         if (use.rtpChannel == rtpChannel)

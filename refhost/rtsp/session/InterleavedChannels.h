@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "refhost/rtp/InterleavedTransport.h"
 #include "support/SafePointer.h"
 
@@ -57,7 +57,7 @@ private:
     void giveBack(int rtpChannel);
     void deliver(int rtpChannel, const SafePointer<InterleavedTransport>& transport);
 
-    Mutex mutex_;
+    SmallMutex mutex_;
     std::vector<Use> uses_ OV_GUARDED_BY(mutex_);
 };
 

@@ -8,7 +8,7 @@
 
 #include "hostapi/description/RTPPacketInfo.h"
 #include "live/IRTSPControllerFactory.h"
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "support/SafePointer.h"
 
 namespace refhost
@@ -35,9 +35,11 @@ public:
         FirstPacketFunction firstPacket;  ///< null: the controller's getCurRTPPacketInfo()
         bool recorded = false;            ///< supports positions and speeds; otherwise live
         bool talkBack = false;            ///< its controllers accept audio from clients
+        /// A controller may serve several sessions at once, each with methods of its own.
+        bool commonControllers = false;
         /// Set for multicast, where sessions of a stream share its transport: serializes the methods of all
         /// of them, because controllers change shared state in several steps.
-        std::shared_ptr<Mutex> together;
+        std::shared_ptr<SmallMutex> together;
 
         bool multicast() const
         {

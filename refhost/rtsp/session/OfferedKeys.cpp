@@ -11,7 +11,7 @@ void OfferedKeys::add(Offer offer)
     remove(offer.presentation);
     if (offers_.size() >= maxPresentations)
     {
-        offers_.pop_front();
+        offers_.erase(offers_.begin());
     }
     offers_.push_back(std::move(offer));
 }

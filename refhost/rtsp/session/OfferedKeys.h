@@ -2,7 +2,6 @@
 // Tested by tests/refhost/rtsp/session/OfferedKeys_test.cpp.
 
 #include <cstddef>
-#include <deque>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,7 +47,7 @@ public:
 private:
     const Offer* offerOf(std::string_view presentation) const;
 
-    std::deque<Offer> offers_;
+    std::vector<Offer> offers_;  // the oldest first; most connections have none
 };
 
 }  // namespace refhost

@@ -13,7 +13,7 @@ namespace refhost
 {
 
 /// PLAY and PAUSE of one connection.
-/// Threads: the connection's; `services`, `connection`, `sessions` and `access` outlive it.
+/// Threads: the connection's; a temporary, whose arguments outlive it.
 class PlayMethods
 {
 public:

@@ -11,7 +11,7 @@ namespace refhost
 
 /// What the users of one connection may do, and the answers for those who may not.
 ///
-/// Threads: the connection's; `services` and `connection` outlive it.
+/// Threads: the connection's; a temporary, whose arguments outlive it.
 class RequestAccess
 {
 public:

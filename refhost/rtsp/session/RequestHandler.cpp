@@ -3,6 +3,7 @@
 #include <array>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <utility>
 
 #include "refhost/base/AuditLog.h"
@@ -11,6 +12,7 @@
 #include "refhost/base/LibraryOutput.h"
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/message/RtspText.h"
+#include "refhost/rtsp/session/PlayMethods.h"
 
 namespace refhost
 {
@@ -70,12 +72,7 @@ bool allowsServerUrl(Method method)
 }  // namespace
 
 RequestHandler::RequestHandler(RtspServices& services, ClientConnection& connection)
-    : services_(services),
-      connection_(connection),
-      sessions_(services, connection),
-      access_(services, connection),
-      methods_(services, connection, sessions_, access_),
-      playing_(services, connection, sessions_, access_)
+    : services_(services), connection_(connection), sessions_(services, connection)
 {
 }
 
@@ -109,8 +106,8 @@ RequestHandler::Result RequestHandler::handle(const RtspRequest& request, Respon
 
 RequestHandler::Result RequestHandler::dispatch(RequestContext& context, bool lastTry)
 {
-    const std::optional<std::string> admitted = std::exchange(admitted_, std::nullopt);
-    if (!accept(context, admitted))
+    const std::unique_ptr<const std::string> admitted = std::move(admitted_);
+    if (!accept(context, admitted.get()))
     {
         if (wait_ != nullptr)
         {
@@ -118,6 +115,9 @@ RequestHandler::Result RequestHandler::dispatch(RequestContext& context, bool la
         }
         return context.keepsConnection ? Result::answered : Result::answeredLast;
     }
+    const RequestAccess rights = access();
+    SessionMethods methods(services_, connection_, sessions_, rights, memory_);
+    PlayMethods playing(services_, connection_, sessions_, rights);
     MethodResult result = MethodResult::answered;
     switch (methodOf(context.request.method))
     {
@@ -125,19 +125,19 @@ RequestHandler::Result RequestHandler::dispatch(RequestContext& context, bool la
             options(context);
             break;
         case Method::describe:
-            result = methods_.describe(context, lastTry);
+            result = methods.describe(context, lastTry);
             break;
         case Method::setup:
-            result = methods_.setup(context, lastTry);
+            result = methods.setup(context, lastTry);
             break;
         case Method::play:
-            result = playing_.play(context, {admitted.has_value(), lastTry});
+            result = playing.play(context, {admitted != nullptr, lastTry});
             break;
         case Method::pause:
-            playing_.pause(context);
+            playing.pause(context);
             break;
         case Method::teardown:
-            methods_.teardown(context);
+            methods.teardown(context);
             break;
         case Method::parameters:
             parameters(context);
@@ -148,14 +148,14 @@ RequestHandler::Result RequestHandler::dispatch(RequestContext& context, bool la
     }
     if (result == MethodResult::notReady)
     {
-        admitted_ = context.user;
+        admitted_ = std::make_unique<const std::string>(context.user);
         return Result::notReady;
     }
     return context.keepsConnection ? Result::answered : Result::answeredLast;
 }
 
 /// Checks what holds for every request, and answers one that fails.
-bool RequestHandler::accept(RequestContext& context, const std::optional<std::string>& admitted)
+bool RequestHandler::accept(RequestContext& context, const std::string* admitted)
 {
     const RtspRequest& request = context.request;
     context.keepsConnection = !equalsIgnoringCase(request.value("Connection"), "close");
@@ -206,12 +206,17 @@ bool RequestHandler::accept(RequestContext& context, const std::optional<std::st
         return true;
     }
     // A deferred request is handled again with credentials that have been used by now.
-    if (admitted)
+    if (admitted != nullptr)
     {
         context.user = *admitted;
         return true;
     }
     return authorize(context);
+}
+
+RequestAccess RequestHandler::access() const
+{
+    return {services_, connection_};
 }
 
 bool RequestHandler::authorize(RequestContext& context)
@@ -231,8 +236,9 @@ bool RequestHandler::authorize(RequestContext& context)
             return false;
         }
     }
-    const Authenticator::Decision decision = services_.authenticator.check(
-        request.method, request.uri, request.value("Authorization"), access_.client(), access_.takesBasic());
+    const Authenticator::Decision decision =
+        services_.authenticator.check(request.method, request.uri, request.value("Authorization"),
+                                      access().client(), access().takesBasic());
     if (decision.verdict == Authenticator::Verdict::granted)
     {
         context.user = decision.user;
@@ -247,7 +253,7 @@ bool RequestHandler::authorize(RequestContext& context)
     {
         noteFailure(context, claimed, decision.denial);
     }
-    access_.challenge(context, decision.verdict == Authenticator::Verdict::stale);
+    access().challenge(context, decision.verdict == Authenticator::Verdict::stale);
     return false;
 }
 
@@ -375,7 +381,10 @@ void RequestHandler::received(const RequestReader::Frame& frame)
 {
     try
     {
-        methods_.received(frame.channel, frame.data, frame.size);
+        if (memory_.channels != nullptr)
+        {
+            memory_.channels->received(frame.channel, frame.data, frame.size);
+        }
     }
     catch (const std::exception& error)
     {

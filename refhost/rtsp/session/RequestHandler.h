@@ -3,13 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "refhost/rtsp/message/RequestReader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
-#include "refhost/rtsp/session/PlayMethods.h"
 #include "refhost/rtsp/session/RequestAccess.h"
 #include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RtspServices.h"
@@ -66,7 +64,8 @@ public:
 
 private:
     Result dispatch(RequestContext& context, bool lastTry);
-    bool accept(RequestContext& context, const std::optional<std::string>& admitted);
+    RequestAccess access() const;
+    bool accept(RequestContext& context, const std::string* admitted);
     bool authorize(RequestContext& context);
     bool admitAnonymous(RequestContext& context);
     bool admitAttempt(RequestContext& context, std::string_view user);
@@ -78,12 +77,10 @@ private:
     RtspServices& services_;
     ClientConnection& connection_;
     ConnectionSessions sessions_;
-    RequestAccess access_;
-    SessionMethods methods_;
-    PlayMethods playing_;
+    SessionMethods::Memory memory_;
 
-    /// The user of the next request, if that one was authenticated before it was deferred.
-    std::optional<std::string> admitted_;
+    /// The user of the next request, if that one was authenticated before it was deferred; null otherwise.
+    std::unique_ptr<const std::string> admitted_;
     std::string loggedIn_;                    // the user who logged in last; empty for none
     Duration delay_{0};                       // of the request; 0: none
     std::unique_ptr<LoginBrake::Wait> wait_;  // of the request that is delayed

@@ -44,8 +44,9 @@ std::string linesOf(const SrtpKey& key, bool inCrypto)
 
 }  // namespace
 
-RequestSecurity::RequestSecurity(RtspServices& services, ClientConnection& connection)
-    : services_(services), connection_(connection)
+RequestSecurity::RequestSecurity(RtspServices& services, ClientConnection& connection,
+                                 OfferedKeys& offeredKeys)
+    : services_(services), connection_(connection), offeredKeys_(offeredKeys)
 {
 }
 

@@ -21,7 +21,7 @@ namespace refhost
 {
 
 /// How the media of one connection's requests are encrypted: what is described and admitted, and the keys.
-/// Threads: the connection's; `services` and `connection` outlive it.
+/// Threads: the connection's; a temporary, whose arguments outlive it.
 class RequestSecurity
 {
 public:
@@ -32,7 +32,8 @@ public:
         std::string_view refusal{};  ///< why it is not described; empty: it is
     };
 
-    RequestSecurity(RtspServices& services, ClientConnection& connection);
+    /// \param offeredKeys  the connection's
+    RequestSecurity(RtspServices& services, ClientConnection& connection, OfferedKeys& offeredKeys);
 
     Description description(const RequestContext& context) const;
 
@@ -66,7 +67,7 @@ private:
 
     RtspServices& services_;
     ClientConnection& connection_;
-    OfferedKeys offeredKeys_;
+    OfferedKeys& offeredKeys_;
 };
 
 }  // namespace refhost

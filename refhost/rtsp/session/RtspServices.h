@@ -15,6 +15,7 @@
 #include "refhost/rtsp/auth/Authenticator.h"
 #include "refhost/rtsp/auth/LoginBrake.h"
 #include "refhost/rtsp/message/SdpWriter.h"
+#include "refhost/rtsp/session/CommonControllers.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
 #include "refhost/rtsp/session/MediaSecurity.h"
 #include "refhost/rtsp/session/SessionTable.h"
@@ -47,6 +48,7 @@ struct RtspServices
     const SrtpSuite srtpSuite;
     const HostClock& clock;
     const MediaRoutes routes;
+    CommonControllers controllers;
     SessionTable sessions;
     Authenticator authenticator;
     AccessControl access;

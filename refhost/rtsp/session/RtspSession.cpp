@@ -100,7 +100,7 @@ std::shared_ptr<SessionLiveness> RtspSession::liveness() const
 
 RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std::uint32_t& ssrc)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (state_.is(SessionState::ended))
     {
         return rtspSessionNotFound;
@@ -154,7 +154,7 @@ RtspStatus RtspSession::setup(std::string trackId, const MakeDelivery& make, std
 
 void RtspSession::noteStarted(std::string_view url, std::string_view transport)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (!state_.is(SessionState::ended))
     {
         audit_.started(owner_, url, transport);
@@ -165,7 +165,7 @@ RtspStatus RtspSession::play(std::string_view trackId, const PlayRequest& order,
                              const AnswerPlay& answer, bool& notReady)
 {
     TransportHold hold;
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     Selection tracks;
     RtspStatus status = select(trackId, tracks);
     if (status != rtspOk)
@@ -298,7 +298,7 @@ RtspSession::Played RtspSession::played(const Selection& tracks, const PlayReque
 RtspStatus RtspSession::pause(std::string_view trackId)
 {
     std::unique_ptr<TransportHold> waiting;
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     Selection tracks;
     const RtspStatus status = selectPlaying(trackId, tracks);
     if (status != rtspOk)
@@ -324,7 +324,7 @@ RtspStatus RtspSession::pause(std::string_view trackId)
 
 RtspStatus RtspSession::pauseAt(std::string_view trackId, const RangeHeader& point)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     Selection tracks;
     const RtspStatus status = selectPlaying(trackId, tracks);
     if (status != rtspOk)
@@ -336,7 +336,7 @@ RtspStatus RtspSession::pauseAt(std::string_view trackId, const RangeHeader& poi
 
 RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     Selection tracks;
     RtspStatus status = select(trackId, tracks);
     if (status == rtspOk && shared_)
@@ -360,7 +360,7 @@ RtspStatus RtspSession::teardown(std::string_view trackId, bool& empty)
 void RtspSession::end()
 {
     std::unique_ptr<TransportHold> waiting;
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (state_.is(SessionState::ended))
     {
         return;
@@ -384,7 +384,7 @@ void RtspSession::noteRequest(std::uint64_t connection, MonotonicTime now)
 
 void RtspSession::connectionAnswered(std::uint64_t connection, MonotonicTime time)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     if (state_.is(SessionState::played) && tracks_.carriedBy(connection))
     {
         presence_.liveness()->noteEarlierActivity(time);
@@ -394,7 +394,7 @@ void RtspSession::connectionAnswered(std::uint64_t connection, MonotonicTime tim
 bool RtspSession::connectionEnded(std::uint64_t connection, MonotonicTime now)
 {
     presence_.connectionEnded(connection, now);
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     return tracks_.carriedBy(connection);
 }
 
@@ -405,13 +405,13 @@ bool RtspSession::expired(MonotonicTime now, Duration sessionTimeout, Duration o
 
 std::size_t RtspSession::trackCount() const
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     return tracks_.size();
 }
 
 bool RtspSession::isBackChannel(const std::string& trackId)
 {
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     SubMediaInfo described;
     return controller_ && DescribedTracks(*controller_).find(trackId, described) &&
            described.getAudioBackInfoFlag();
@@ -423,7 +423,7 @@ std::optional<Right> RtspSession::lackedRight(const AccessRules& rules)
     {
         return std::nullopt;
     }
-    const MutexLock guard(mutex_);
+    const SmallMutexLock guard(mutex_);
     for (SessionTrack* const track : tracks_.all())
     {
         const Right right = track->isBackChannel(*controller_) ? Right::talk : target_.right;

@@ -12,7 +12,7 @@
 #include "hostapi/description/RTPPacketInfo.h"
 #include "live/IRTSPController.h"
 #include "refhost/access/AccessRules.h"
-#include "refhost/base/Mutex.h"
+#include "refhost/base/SmallMutex.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "refhost/rtsp/message/PlayRequest.h"
 #include "refhost/rtsp/message/RtspStatus.h"
@@ -174,8 +174,8 @@ private:
     std::atomic<bool> replays_{false};
 
     const std::unique_ptr<const SharedStream> shared_;  // null without multicast
-    mutable Mutex own_;
-    Mutex& mutex_;
+    mutable SmallMutex own_;
+    SmallMutex& mutex_;
     StateMachine<SessionState> state_ OV_GUARDED_BY(mutex_){SessionState::fresh};
     std::optional<SafePointer<IRTSPController>> controller_ OV_GUARDED_BY(mutex_);
     std::unique_ptr<RecordedPlay> recordedPlay_ OV_GUARDED_BY(mutex_);  // null for a live stream

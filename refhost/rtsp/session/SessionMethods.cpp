@@ -42,13 +42,13 @@ bool acceptsSdp(const RtspRequest& request)
 }  // namespace
 
 SessionMethods::SessionMethods(RtspServices& services, ClientConnection& connection,
-                               ConnectionSessions& sessions, const RequestAccess& access)
+                               ConnectionSessions& sessions, const RequestAccess& access, Memory& memory)
     : services_(services),
       connection_(connection),
       sessions_(sessions),
       access_(access),
-      deliveries_(services, connection),
-      security_(services, connection)
+      deliveries_(services, connection, memory.channels),
+      security_(services, connection, memory.keys)
 {
 }
 
@@ -257,8 +257,10 @@ RtspStatus SessionMethods::createSession(RequestContext& context, std::shared_pt
         return status;
     }
     const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
-    out = services_.sessions.create(context.url.presentation, *controller, *route,
-                                    {connection_.peer().key(), context.user}, services_.now());
+    out = services_.sessions.create(
+        context.url.presentation,
+        route->commonControllers ? services_.controllers.common(*route, *controller) : *controller, *route,
+        {connection_.peer().key(), context.user}, services_.now());
     return out == nullptr ? rtspServiceUnavailable : rtspOk;
 }
 
@@ -368,11 +370,6 @@ void SessionMethods::teardown(RequestContext& context)
         services_.sessions.end(session);
     }
     context.answer(status);
-}
-
-void SessionMethods::received(int channel, const std::uint8_t* data, std::size_t size)
-{
-    deliveries_.received(channel, data, size);
 }
 
 }  // namespace refhost

@@ -8,6 +8,8 @@
 #include "live/IRTSPController.h"
 #include "refhost/rtsp/message/TransportHeader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
+#include "refhost/rtsp/session/InterleavedChannels.h"
+#include "refhost/rtsp/session/OfferedKeys.h"
 #include "refhost/rtsp/session/RequestAccess.h"
 #include "refhost/rtsp/session/RequestContext.h"
 #include "refhost/rtsp/session/RequestSecurity.h"
@@ -18,23 +20,27 @@
 namespace refhost
 {
 
-/// DESCRIBE, SETUP and TEARDOWN of one connection. Threads: the connection's; `services`, `connection`,
-/// `sessions` and `access` outlive it.
+/// DESCRIBE, SETUP and TEARDOWN of one connection. Threads: the connection's; a temporary, whose arguments
+/// outlive it.
 class SessionMethods
 {
 public:
     using Result = MethodResult;
 
+    /// What later requests on the connection need of earlier ones.
+    struct Memory
+    {
+        std::shared_ptr<InterleavedChannels> channels;  ///< null before the first interleaved track
+        OfferedKeys keys;
+    };
+
     SessionMethods(RtspServices& services, ClientConnection& connection, ConnectionSessions& sessions,
-                   const RequestAccess& access);
+                   const RequestAccess& access, Memory& memory);
 
     /// \param lastTry  answer 503 instead of notReady
     Result describe(RequestContext& context, bool lastTry);
     Result setup(RequestContext& context, bool lastTry);
     void teardown(RequestContext& context);
-
-    /// Takes an interleaved frame from the client.
-    void received(int channel, const std::uint8_t* data, std::size_t size);
 
 private:
     RtspStatus createController(const RequestContext& context, bool talkBack,

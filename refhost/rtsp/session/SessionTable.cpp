@@ -6,7 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "refhost/base/Hex.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/RandomBytes.h"
 
@@ -15,21 +14,35 @@ namespace refhost
 namespace
 {
 
-constexpr std::size_t idLength = 16;  // hexadecimal digits of 64 random bits
+// The digits of 64 random bits, five bits each: so few that a std::string holds them without other memory.
+constexpr std::size_t idLength = 13;
+constexpr unsigned bitsOfDigit = 5;
+constexpr std::string_view digits = "0123456789ABCDEFGHIJKLMNOPQRSTUV";
 
 std::string textOf(std::uint64_t number)
 {
-    std::string text;
-    text.reserve(idLength);
-    appendHex64(text, number);
+    std::string text(idLength, digits.front());
+    for (std::size_t i = idLength; i > 0; --i, number >>= bitsOfDigit)
+    {
+        text[i - 1] = digits[number % digits.size()];
+    }
     return text;
 }
 
 /// Accepts only what textOf() writes, so that each session has exactly one id.
 std::optional<std::uint64_t> numberOf(std::string_view text)
 {
-    const bool small = std::any_of(text.begin(), text.end(), [](char c) { return c >= 'a'; });
-    return text.size() == idLength && !small ? parseHex(text) : std::nullopt;
+    std::uint64_t number = 0;
+    for (const char digit : text)
+    {
+        const std::size_t value = digits.find(digit);
+        if (value == std::string_view::npos)
+        {
+            return std::nullopt;
+        }
+        number = number << bitsOfDigit | value;
+    }
+    return text == textOf(number) ? std::optional(number) : std::nullopt;
 }
 
 /// Without the id: whoever knows the id of a session can control it.

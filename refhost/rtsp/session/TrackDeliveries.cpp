@@ -21,8 +21,9 @@ void appendPair(std::string& out, std::string_view name, int first, int second)
 
 }  // namespace
 
-TrackDeliveries::TrackDeliveries(RtspServices& services, ClientConnection& connection)
-    : services_(services), connection_(connection)
+TrackDeliveries::TrackDeliveries(RtspServices& services, ClientConnection& connection,
+                                 std::shared_ptr<InterleavedChannels>& channels)
+    : services_(services), connection_(connection), channels_(channels)
 {
 }
 
@@ -134,14 +135,6 @@ void TrackDeliveries::answer(ResponseWriter& out, const std::string& text, std::
     appendHex32(out.text(), ssrc);
     out.text() += ";mode=\"PLAY\"";
     out.endHeader();
-}
-
-void TrackDeliveries::received(int channel, const std::uint8_t* data, std::size_t size)
-{
-    if (channels_ != nullptr)
-    {
-        channels_->received(channel, data, size);
-    }
 }
 
 }  // namespace refhost

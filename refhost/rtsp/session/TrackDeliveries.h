@@ -20,11 +20,13 @@ namespace refhost
 {
 
 /// Makes the transports for SETUP on one connection, and their Transport headers. Threads: the connection's;
-/// `services` and `connection` outlive it.
+/// a temporary, whose arguments outlive it.
 class TrackDeliveries
 {
 public:
-    TrackDeliveries(RtspServices& services, ClientConnection& connection);
+    /// \param channels  the connection's; made with the first interleaved track, null before
+    TrackDeliveries(RtspServices& services, ClientConnection& connection,
+                    std::shared_ptr<InterleavedChannels>& channels);
 
     /// \param multicast  whether the presentation is sent to a group
     /// \param admit      skips choices that are not allowed
@@ -45,9 +47,6 @@ public:
     /// Writes the Transport header of the response to SETUP.
     static void answer(ResponseWriter& out, const std::string& text, std::uint32_t ssrc);
 
-    /// Takes an interleaved frame from the client.
-    void received(int channel, const std::uint8_t* data, std::size_t size);
-
 private:
     RtspStatus makeUdp(const TransportChoice& choice, const RtspSession& session,
                        const std::shared_ptr<ProtectedSender>& protection, RtspSession::Delivery& out,
@@ -60,7 +59,7 @@ private:
 
     RtspServices& services_;
     ClientConnection& connection_;
-    std::shared_ptr<InterleavedChannels> channels_;  // null before the first interleaved track
+    std::shared_ptr<InterleavedChannels>& channels_;
 };
 
 }  // namespace refhost

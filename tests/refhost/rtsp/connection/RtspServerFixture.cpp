@@ -42,6 +42,7 @@ void addLive(MediaRoutes& routes)
     route.firstPacket = [](const std::string& sessionId, const std::string& trackId, RTPPacketInfo& out)
     { return Dispatcher::instance().firstPacketOfPlay(sessionId, trackId, out); };
     route.talkBack = true;
+    route.commonControllers = true;
     routes.add(route);
 }
 

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "tests/refhost/rtsp/session/FakeControllers.h"
 
@@ -59,7 +61,9 @@ protected:
     }
 
     std::shared_ptr<ControllerScript> script = std::make_shared<ControllerScript>();
-    MediaRoutes::Route route;
+    const std::unique_ptr<MediaRoutes::Route> other = std::make_unique<MediaRoutes::Route>();
+    const std::unique_ptr<MediaRoutes::Route> own = std::make_unique<MediaRoutes::Route>();
+    const MediaRoutes::Route& route = *own;
     CommonControllers controllers;
 };
 
@@ -83,9 +87,8 @@ TEST_F(CommonControllersTest, DifferByPresentation)
 
 TEST_F(CommonControllersTest, DifferByRoute)
 {
-    const MediaRoutes::Route other;
     const auto first = controllers.common(route, made("orv/live/1/0"));
-    EXPECT_FALSE(same(first, controllers.common(other, made("orv/live/1/0"))));
+    EXPECT_FALSE(same(first, controllers.common(*other, made("orv/live/1/0"))));
 }
 
 TEST_F(CommonControllersTest, AreReplacedWhenThePresentationIsDescribedDifferently)

@@ -64,7 +64,7 @@ TEST(MediaRoutes, OneRouteWhoseSessionsShareAGroupMakesMulticastServed)
     routes.add(route("orv/live"));
     EXPECT_FALSE(routes.multicast());
     MediaRoutes::Route group = route("orv/multicast");
-    group.together = std::make_shared<Mutex>();
+    group.together = std::make_shared<SmallMutex>();
     routes.add(group);
     EXPECT_TRUE(routes.multicast());
 }

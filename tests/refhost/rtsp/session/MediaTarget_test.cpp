@@ -31,7 +31,7 @@ TEST(MediaTarget, IsTheCameraThatTheLibraryReads)
     EXPECT_EQ(targetOf(recorded, "orv/playback/7_1_2"), "playback 7");
     EXPECT_EQ(targetOf(recorded, "orv/playback/7_1"), "playback -");
     MediaRoutes::Route multicast;
-    multicast.together = std::make_shared<Mutex>();
+    multicast.together = std::make_shared<SmallMutex>();
     EXPECT_EQ(targetOf(multicast, "orv/multicast/5/0"), "live 5");
     EXPECT_EQ(targetOf(multicast, "orv/live/5/0"), "live -");
 }

@@ -406,7 +406,7 @@ TEST(SessionTable, FindsSessionsByTheirExactIdOnly)
     const auto session =
         table.create("p", SafePointer<IRTSPController>(new FakeController(script)), anyRoute, here, atMs(0));
     const std::string id = session->id();
-    EXPECT_EQ(id.size(), 16u);
+    EXPECT_EQ(id.size(), 13u);
     EXPECT_EQ(table.find(id), session);
     std::string lower = id;
     std::transform(lower.begin(), lower.end(), lower.begin(),
@@ -415,8 +415,8 @@ TEST(SessionTable, FindsSessionsByTheirExactIdOnly)
     {
         EXPECT_EQ(table.find(lower), nullptr);
     }
-    for (const std::string& other :
-         {std::string(), id.substr(1), id + "0", "0x" + id.substr(2), "+" + id.substr(1)})
+    for (const std::string& other : {std::string(), id.substr(1), id + "0", "0" + id, "W" + id.substr(1),
+                                     "0x" + id.substr(2), "+" + id.substr(1)})
     {
         EXPECT_EQ(table.find(other), nullptr) << other;
     }

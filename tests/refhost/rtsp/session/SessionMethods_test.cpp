@@ -89,7 +89,7 @@ TEST_P(SessionMethodsTest, SetupOverUdpNamesPortsSsrcAndSession)
                 testing::MatchesRegex(
                     "RTP/AVP;unicast;client_port=5000-5001;server_port=" + std::to_string(server->rtpPort()) +
                     "-" + std::to_string(server->rtpPort() + 1) + ";ssrc=[0-9A-F]{8};mode=\"PLAY\""));
-    EXPECT_THAT(response.header("Session"), testing::MatchesRegex("[0-9A-F]{16};timeout=60"));
+    EXPECT_THAT(response.header("Session"), testing::MatchesRegex("[0-9A-V]{13};timeout=60"));
     EXPECT_EQ(server->sessionCount(), 1u);
 }
 

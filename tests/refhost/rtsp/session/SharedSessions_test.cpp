@@ -123,7 +123,7 @@ protected:
 
 TEST_F(SharedSessionsTest, MethodsOfAllSessionsOfTheRouteFollowOneAnother)
 {
-    route.together = std::make_shared<Mutex>();
+    route.together = std::make_shared<SmallMutex>();
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
     {
@@ -149,7 +149,7 @@ TEST_F(SharedSessionsTest, MethodsOfAllSessionsOfTheRouteFollowOneAnother)
 
 TEST_F(SharedSessionsTest, TheSharedTransportIsNeitherHeldNorClosed)
 {
-    route.together = std::make_shared<Mutex>();
+    route.together = std::make_shared<SmallMutex>();
     const auto session = make();
     ASSERT_EQ(rtspOk, setup(*session, shared));
     bool notReady = false;
@@ -163,7 +163,7 @@ TEST_F(SharedSessionsTest, TheSharedTransportIsNeitherHeldNorClosed)
 
 TEST_F(SharedSessionsTest, AFailedSetupOfAFurtherTrackLeavesTheMembership)
 {
-    route.together = std::make_shared<Mutex>();
+    route.together = std::make_shared<SmallMutex>();
     const auto session =
         table.create("orv/multicast/1/0",
                      SafePointer<IRTSPController>(SafePointer<FakeController>(new FakeController(script))),
@@ -179,7 +179,7 @@ TEST_F(SharedSessionsTest, AFailedSetupOfAFurtherTrackLeavesTheMembership)
 
 TEST_F(SharedSessionsTest, AFailedSetupOfTheFirstTrackIsTakenBack)
 {
-    route.together = std::make_shared<Mutex>();
+    route.together = std::make_shared<SmallMutex>();
     const auto session =
         table.create("orv/multicast/1/0",
                      SafePointer<IRTSPController>(SafePointer<FakeController>(new FakeController(script))),
@@ -193,7 +193,7 @@ TEST_F(SharedSessionsTest, AFailedSetupOfTheFirstTrackIsTakenBack)
 TEST_F(SharedSessionsTest, SharedStreamIsTheControllers)
 {
     EXPECT_EQ(nullptr, make()->shared()) << "a route of its own";
-    route.together = std::make_shared<Mutex>();
+    route.together = std::make_shared<SmallMutex>();
     const auto session = make();
     ASSERT_NE(nullptr, session->shared());
     EXPECT_EQ(0, session->shared()->numberOf(""));
