@@ -49,14 +49,14 @@ TEST(SmallMutex, LetsOneThreadInAtATime)
 {
     SmallMutex mutex;
     int count = 0;
-    constexpr int rounds = 20'000;
+    constexpr int passes = 20'000;
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
     {
         threads.emplace_back(
             [&]
             {
-                for (int round = 0; round < rounds; ++round)
+                for (int pass = 0; pass < passes; ++pass)
                 {
                     const SmallMutexLock lock(mutex);
                     ++count;
@@ -67,7 +67,7 @@ TEST(SmallMutex, LetsOneThreadInAtATime)
     {
         thread.join();
     }
-    EXPECT_EQ(count, 4 * rounds);
+    EXPECT_EQ(count, 4 * passes);
 }
 
 TEST(SmallMutex, WakesEveryThreadThatSleeps)
