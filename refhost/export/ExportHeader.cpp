@@ -11,9 +11,6 @@ namespace
 
 constexpr std::uint32_t movieTimescale = 1000;
 constexpr std::uint64_t mediaHead = 16;
-/// From 1904, from which MP4 counts, to 1970.
-constexpr std::int64_t secondsFrom1904To1970 = 2'082'844'800;
-constexpr std::uint32_t undetermined = 0x55c4;  // language "und"
 
 }  // namespace
 
@@ -43,34 +40,17 @@ std::vector<std::uint8_t> ExportHeader::write(const ExportPlan& plan, std::vecto
     return out.take();
 }
 
-/// Files of the same recording are the same, so they are dated by it.
-std::uint64_t ExportHeader::created() const
-{
-    return static_cast<std::uint64_t>(
-        std::max<std::int64_t>(unixSeconds(plan_.request().begin) + secondsFrom1904To1970, 0));
-}
-
 void ExportHeader::addMovie()
 {
     const Mp4Writer::Box movie = out_.open("moov");
-    const Mp4Writer::Box header = out_.open("mvhd", 1, 0);
-    out_.add64(created());
-    out_.add64(created());
-    out_.add32(movieTimescale);
     std::int64_t length = 0;
     for (const bool video : {true, false})
     {
         const ExportTrack::Edit edit = plan_.track(video).edit(plan_.length());
         length = std::max(length, edit.length > 0 ? edit.lead + edit.length : 0);
     }
-    out_.add64(static_cast<std::uint64_t>(length));
-    out_.add32(0x10000);  // rate 1
-    out_.add16(0x100);    // volume 1
-    out_.addZeros(10);
-    out_.addMatrix();
-    out_.addZeros(24);
-    out_.add32(3);  // next track
-    out_.close(header);
+    MovieBoxes::addMovieHeader(out_, plan_.request().begin, movieTimescale,
+                               static_cast<std::uint64_t>(length));
     addTrack(true);
     addTrack(false);
     out_.close(movie);
@@ -84,29 +64,14 @@ void ExportHeader::addTrack(bool video)
         return;
     }
     const ExportTrack::Edit edit = track.edit(plan_.length());
+    // Files of the same recording are the same, so they are dated by it.
+    const MovieBoxes::Track boxes{
+        video ? 1U : 2U, plan_.request().begin, static_cast<std::uint64_t>(edit.lead + edit.length),
+        track.length(),  track.timescale(),     track.formats().front().get()};
     const Mp4Writer::Box box = out_.open("trak");
-    addTrackHeader(track, edit);
+    MovieBoxes::addTrackHeader(out_, boxes);
     addEdits(edit);
-    addMedia(track);
-    out_.close(box);
-}
-
-void ExportHeader::addTrackHeader(const ExportTrack& track, const ExportTrack::Edit& edit)
-{
-    constexpr std::uint32_t enabledInMovie = 3;
-    const Mp4Writer::Box box = out_.open("tkhd", 1, enabledInMovie);
-    const MediaFormat& format = *track.formats().front();
-    out_.add64(created());
-    out_.add64(created());
-    out_.add32(track.isVideo() ? 1 : 2);
-    out_.add32(0);
-    out_.add64(static_cast<std::uint64_t>(edit.lead + edit.length));
-    out_.addZeros(12);
-    out_.add16(track.isVideo() ? 0 : 0x100);  // volume
-    out_.add16(0);
-    out_.addMatrix();
-    out_.add32(static_cast<std::uint32_t>(format.width) << 16U);
-    out_.add32(static_cast<std::uint32_t>(format.height) << 16U);
+    addMedia(track, boxes);
     out_.close(box);
 }
 
@@ -129,35 +94,12 @@ void ExportHeader::addEdits(const ExportTrack::Edit& edit)
     out_.close(box);
 }
 
-void ExportHeader::addMedia(const ExportTrack& track)
+void ExportHeader::addMedia(const ExportTrack& track, const MovieBoxes::Track& boxes)
 {
-    const bool video = track.isVideo();
     const Mp4Writer::Box media = out_.open("mdia");
-    const Mp4Writer::Box header = out_.open("mdhd", 1, 0);
-    out_.add64(created());
-    out_.add64(created());
-    out_.add32(track.timescale());
-    out_.add64(track.length());
-    out_.add16(undetermined);
-    out_.add16(0);
-    out_.close(header);
-    const Mp4Writer::Box handler = out_.open("hdlr", 0, 0);
-    out_.add32(0);
-    out_.addText(video ? "vide" : "soun");
-    out_.addZeros(12);
-    out_.addText(video ? "Video" : "Audio");
-    out_.add8(0);
-    out_.close(handler);
+    MovieBoxes::addMediaHead(out_, boxes);
     const Mp4Writer::Box information = out_.open("minf");
-    const Mp4Writer::Box kind = video ? out_.open("vmhd", 0, 1) : out_.open("smhd", 0, 0);
-    out_.addZeros(video ? 8 : 4);
-    out_.close(kind);
-    const Mp4Writer::Box data = out_.open("dinf");
-    const Mp4Writer::Box references = out_.open("dref", 0, 0);
-    out_.add32(1);
-    out_.close(out_.open("url ", 0, 1));  // in this file
-    out_.close(references);
-    out_.close(data);
+    MovieBoxes::addInformationHead(out_, boxes);
     const Mp4Writer::Box table = out_.open("stbl");
     addDescriptions(track);
     addSteps("stts", track.durations());

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "refhost/export/ExportPlan.h"
+#include "refhost/mp4/MovieBoxes.h"
 #include "refhost/mp4/Mp4Writer.h"
 
 namespace refhost
@@ -36,16 +37,14 @@ private:
     ExportHeader(const ExportPlan& plan, const std::vector<Chunk>& chunks) : plan_(plan), chunks_(chunks) {}
     void addMovie();
     void addTrack(bool video);
-    void addTrackHeader(const ExportTrack& track, const ExportTrack::Edit& edit);
     void addEdits(const ExportTrack::Edit& edit);
-    void addMedia(const ExportTrack& track);
+    void addMedia(const ExportTrack& track, const MovieBoxes::Track& boxes);
     void addDescriptions(const ExportTrack& track);
     void addSteps(const char* type, const std::vector<ExportTrack::Step>& steps);
     void addKeys(const ExportTrack& track);
     void addChunkTable(const ExportTrack& track);
     void addSizes(const ExportTrack& track);
     void addOffsets(const ExportTrack& track);
-    std::uint64_t created() const;
 
     const ExportPlan& plan_;
     const std::vector<Chunk>& chunks_;

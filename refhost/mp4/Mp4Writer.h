@@ -44,6 +44,12 @@ public:
     void set32(std::size_t at, std::uint32_t value);
     void set64(std::size_t at, std::uint64_t value);
 
+    /// Has room for `size` bytes without another allocation.
+    void reserve(std::size_t size)
+    {
+        bytes_.reserve(size);
+    }
+
     std::size_t size() const
     {
         return bytes_.size();
