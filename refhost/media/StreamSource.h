@@ -63,9 +63,7 @@ public:
     }
 
     /// Ends the source and starts it again, if somebody needs it; one that waits after a failure starts at once.
-    virtual void restart()
-    {
-    }
+    virtual void restart() {}
 };
 
 /// The configured streams. One object serves the process; see Device. Announces on ChangeSignal::instance()

@@ -116,14 +116,14 @@ bool WebSocketFrames::sends() const
     return wslay_event_get_write_enabled(context_.get()) != 0;
 }
 
-void WebSocketFrames::append(std::string_view message, std::string& out)
+void WebSocketFrames::append(std::string_view message, std::string& out, Kind kind)
 {
-    constexpr char finalBinary = '\x82';
+    constexpr std::uint8_t final = 0x80;
     constexpr std::size_t short7 = 125;
     constexpr std::size_t short16 = 0xffff;
     constexpr char size16 = 126;
     constexpr char size64 = 127;
-    out += finalBinary;
+    out += static_cast<char>(final | static_cast<std::uint8_t>(kind));
     const std::size_t size = message.size();
     unsigned lengthBytes = 0;
     if (size <= short7)

@@ -52,8 +52,14 @@ public:
     /// Whether messages may be sent: no close frame was.
     bool sends() const;
 
-    /// Appends one binary message to `out`.
-    static void append(std::string_view message, std::string& out);
+    enum class Kind : std::uint8_t
+    {
+        text = 1,  ///< UTF-8
+        binary = 2
+    };
+
+    /// Appends one message to `out`.
+    static void append(std::string_view message, std::string& out, Kind kind = Kind::binary);
 
 private:
     struct Calls;

@@ -26,15 +26,6 @@ bool isKey(std::string_view text)
     return text.size() == keyTextSize && bytes && bytes->size() == keySize;
 }
 
-std::string acceptOf(std::string_view key)
-{
-    const std::string text = std::string(key).append(acceptSuffix);
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    std::size_t size = 0;
-    EVP_Q_digest(nullptr, "SHA1", nullptr, text.data(), text.size(), digest.data(), &size);
-    return base64Of(digest.data(), size);
-}
-
 /// The host of "host", "host:port" or "[v6]:port".
 std::string_view hostOf(std::string_view authority)
 {
@@ -50,18 +41,37 @@ bool WebSocketHandshake::isRequested(const HttpRequestHead& request)
     return request.lists("Upgrade", "websocket");
 }
 
+WebSocketHandshake::Check WebSocketHandshake::check(const HttpRequestHead& request)
+{
+    if (!isRequested(request) || request.method != "GET" || request.version < 11 ||
+        !request.lists("Connection", "Upgrade") || !isKey(request.field("Sec-WebSocket-Key")))
+    {
+        return Check::noHandshake;
+    }
+    return request.field("Sec-WebSocket-Version") == version ? Check::good : Check::otherVersion;
+}
+
+std::string WebSocketHandshake::accept(const HttpRequestHead& request)
+{
+    const std::string text = std::string(request.field("Sec-WebSocket-Key")).append(acceptSuffix);
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    std::size_t size = 0;
+    EVP_Q_digest(nullptr, "SHA1", nullptr, text.data(), text.size(), digest.data(), &size);
+    return base64Of(digest.data(), size);
+}
+
 std::string WebSocketHandshake::refusal(const HttpRequestHead& request)
 {
-    if (request.method != "GET" || request.version < 11 || !request.lists("Connection", "Upgrade") ||
-        !isKey(request.field("Sec-WebSocket-Key")))
+    switch (check(request))
     {
-        return HttpResponse::refusal("400 Bad Request", "", "This is no WebSocket handshake.");
-    }
-    if (request.field("Sec-WebSocket-Version") != version)
-    {
-        return HttpResponse::refusal("426 Upgrade Required",
-                                     "Upgrade: websocket\r\nSec-WebSocket-Version: 13\r\n",
-                                     "Only version 13 of WebSocket is spoken here.");
+        case Check::noHandshake:
+            return HttpResponse::refusal("400 Bad Request", "", "This is no WebSocket handshake.");
+        case Check::otherVersion:
+            return HttpResponse::refusal("426 Upgrade Required",
+                                         "Upgrade: websocket\r\nSec-WebSocket-Version: 13\r\n",
+                                         "Only version 13 of WebSocket is spoken here.");
+        case Check::good:
+            break;
     }
     if (!request.lists("Sec-WebSocket-Protocol", protocol))
     {
@@ -76,7 +86,7 @@ std::string WebSocketHandshake::response(const HttpRequestHead& request)
     std::string text =
         "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
         "Sec-WebSocket-Accept: ";
-    text.append(acceptOf(request.field("Sec-WebSocket-Key"))).append("\r\nSec-WebSocket-Protocol: ");
+    text.append(accept(request)).append("\r\nSec-WebSocket-Protocol: ");
     return text.append(protocol).append("\r\n\r\n");
 }
 

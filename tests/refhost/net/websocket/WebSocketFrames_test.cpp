@@ -179,5 +179,15 @@ TEST(WebSocketFrames, ACloseIsSentOnce)
     EXPECT_EQ(out.size(), 4u);
 }
 
+TEST(WebSocketFramesTextTest, TextsAndBytesDifferInTheirOpcodeAlone)
+{
+    std::string text;
+    std::string bytes;
+    WebSocketFrames::append("{}", text, WebSocketFrames::Kind::text);
+    WebSocketFrames::append("{}", bytes);
+    EXPECT_EQ(text, "\x81\x02{}");
+    EXPECT_EQ(bytes, "\x82\x02{}");
+}
+
 }  // namespace
 }  // namespace refhost
