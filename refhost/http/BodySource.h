@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace refhost
 {
@@ -27,6 +28,10 @@ public:
 
     /// \param wake  has read() called again after `waiting`. Threads: any; does nothing once the reply is over
     virtual void start(std::function<void()> wake) = 0;
+
+    /// What the client sends, once the connection has switched to the source's protocol. Its answers are what read()
+    /// returns next.
+    virtual void receive(std::string_view /*bytes*/) {}
 
     /// Appends at most about `room` bytes to `out`.
     virtual State read(std::size_t room, std::string& out) = 0;

@@ -149,6 +149,10 @@ void HttpConnection::onReady(std::uint32_t events)
         closeNow();
         return;
     }
+    if (switched_)
+    {
+        passOn();
+    }
     if (state_ == State::replying && (events & ByteStream::sendable) != 0)
     {
         send();
@@ -158,6 +162,23 @@ void HttpConnection::onReady(std::uint32_t events)
         readRequests();
     }
     watch();
+}
+
+/// Gives what was received to the body that has the connection.
+void HttpConnection::passOn()
+{
+    if (!input_.empty() && body_ != nullptr)
+    {
+        body_->receive(input_);
+        // It may have an answer, or its end.
+        waiting_ = false;
+        send();
+    }
+    input_.clear();
+    if (inputEnded_ && state_ == State::replying)
+    {
+        closeNow();
+    }
 }
 
 /// \returns false when the connection is unusable
@@ -291,11 +312,12 @@ void HttpConnection::reply(HttpReply reply, bool keepAlive)
     state_ = State::replying;
     since_ = clock_.now();
     chunked_ = reply.chunked() && !http10_;
-    keepAlive_ = keepAlive && (chunked_ || !reply.chunked());
+    keepAlive_ = keepAlive && (chunked_ || !reply.chunked()) && !reply.switches();
     unsent_ = reply.headText(http10_, keepAlive_);
     sent_ = 0;
     owed_ = reply.length;
-    if (head_ || reply.bodiless())
+    switched_ = reply.switches();
+    if (head_ || (reply.bodiless() && !switched_))
     {
         if (reply.source != nullptr)
         {
@@ -409,6 +431,7 @@ void HttpConnection::send()
             ++turn;
             continue;
         }
+        const MonotonicTime now = clock_.now();
         const ByteStream::Result result = stream_->send(&rest, 1, false);
         if (result.status == ByteStream::Status::failed)
         {
@@ -419,7 +442,7 @@ void HttpConnection::send()
         {
             return;
         }
-        since_ = clock_.now();
+        since_ = now;
         sent_ += result.count;
         turn += result.count;
     }
@@ -430,7 +453,6 @@ void HttpConnection::finishReply()
     unsent_ = std::string();
     sent_ = 0;
     cancelled_ = nullptr;
-    since_ = clock_.now();
     if (keepAlive_)
     {
         state_ = State::reading;

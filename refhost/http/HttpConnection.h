@@ -25,7 +25,7 @@ namespace refhost
 /// While a request is handled or replied to, up to `maxWaiting` bytes of further ones are received. A client that ends
 /// its sending gets the reply in progress, and a client that resets the connection cancels it. Deadlines: for the bytes
 /// of a request, for a client that takes nothing, and for connections without a request, as HttpConfig has them; for a
-/// handler `maxHandling`.
+/// handler `maxHandling`. After a reply that switches to WebSocket, what comes is the source's.
 ///
 /// Threads: the loop's, except the constructor.
 class HttpConnection final : public std::enable_shared_from_this<HttpConnection>
@@ -91,6 +91,7 @@ private:
     void send();
     bool fill();
     void appendChunk(std::string_view bytes);
+    void passOn();
     void finishReply();
     void drain();
     void watch();
@@ -122,6 +123,7 @@ private:
     std::shared_ptr<const std::string> shared_;  // of the reply, behind unsent_
     std::shared_ptr<BodySource> body_;           // of the reply, behind unsent_; null once complete
     bool chunked_ = false;
+    bool switched_ = false;              // the reply's body has the connection for itself
     bool waiting_ = false;               // for the body's wake
     std::optional<std::uint64_t> owed_;  // bytes that the body has to make; nothing: not known
 };

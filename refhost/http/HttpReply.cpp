@@ -88,6 +88,15 @@ HttpReply HttpReply::stream(std::string_view contentType, std::shared_ptr<BodySo
     return reply;
 }
 
+HttpReply HttpReply::webSocket(std::string_view accept, std::shared_ptr<BodySource> source)
+{
+    HttpReply reply;
+    reply.status = switchingProtocols;
+    reply.source = std::move(source);
+    reply.with("Upgrade", "websocket").with("Connection", "Upgrade").with("Sec-WebSocket-Accept", accept);
+    return reply;
+}
+
 HttpReply& HttpReply::with(std::string_view name, std::string_view value)
 {
     std::string safe(value);
@@ -146,7 +155,10 @@ std::string HttpReply::headText(bool http10, bool keepAlive) const
         const std::uint64_t size = shared != nullptr ? shared->size() : body.size();
         response.insert(http::field::content_length, std::to_string(length.value_or(size)));
     }
-    response.insert(http::field::connection, keepAlive ? "keep-alive" : "close");
+    if (!switches())
+    {
+        response.insert(http::field::connection, keepAlive ? "keep-alive" : "close");
+    }
 
     std::string text;
     http::response_serializer<http::empty_body> serializer(response);

@@ -17,6 +17,8 @@ namespace refhost
 /// The reply to a request: status, header fields, and a body that is complete or made while it is sent. A value type.
 struct HttpReply
 {
+    static constexpr int switchingProtocols = 101;
+
     /// A body of a type.
     static HttpReply of(std::string_view contentType, std::string body);
     /// \param document  the text of a JSON document
@@ -30,6 +32,9 @@ struct HttpReply
     /// \param length  of the body in bytes; nothing: not known
     static HttpReply stream(std::string_view contentType, std::shared_ptr<BodySource> source,
                             std::optional<std::uint64_t> length = std::nullopt);
+    /// Switches to WebSocket: from then on the connection is the source's, both ways (BodySource::receive()).
+    /// \param accept  the value of Sec-WebSocket-Accept
+    static HttpReply webSocket(std::string_view accept, std::shared_ptr<BodySource> source);
 
     /// Adds a header field. Control characters in `value` become blanks.
     HttpReply& with(std::string_view name, std::string_view value);
@@ -45,7 +50,12 @@ struct HttpReply
     /// Whether the body is sent in chunks to a client of HTTP/1.1: its length is not known.
     bool chunked() const
     {
-        return source != nullptr && !length;
+        return source != nullptr && !length && !switches();
+    }
+    /// Whether the connection changes its protocol.
+    bool switches() const
+    {
+        return status == switchingProtocols;
     }
     /// Whether there is no body at all whatever the request was (1xx, 204, 304).
     bool bodiless() const;
