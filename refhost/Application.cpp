@@ -28,6 +28,8 @@
 #include "refhost/http/ExportRoutes.h"
 #include "refhost/http/HealthRoutes.h"
 #include "refhost/http/HttpService.h"
+#include "refhost/http/LiveRoute.h"
+#include "refhost/http/PageRoutes.h"
 #include "refhost/ingest/IngestLoops.h"
 #include "refhost/media/Device.h"
 #include "refhost/playback/PlaybackService.h"
@@ -362,9 +364,13 @@ int Application::run()
     recording.start();
     const auto inForce = std::make_shared<const ServerConfig>(config_);
     RtspServices& services = server.services();
+    FragmentStreams fragments(HostClock::system());
     HttpService http(config_, services.authenticator, services.access);
-    HealthRoutes::add(http.router(), {[inForce] { return inForce; }, &services.access, &CameraStates::instance()});
+    HealthRoutes::add(http.router(),
+                      {[inForce] { return inForce; }, &services.access, &CameraStates::instance()});
     ExportRoutes::add(http.router(), http.background(), presentRecordings);
+    LiveRoute::add(http.router(), fragments);
+    PageRoutes::add(http.router());
     if (!startHttp(http))
     {
         return exitFailed;

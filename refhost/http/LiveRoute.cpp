@@ -1,0 +1,151 @@
+#include "refhost/http/LiveRoute.h"
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/base/Decimal.h"
+#include "refhost/fragments/FragmentWriter.h"
+#include "refhost/http/JsonDocument.h"
+#include "refhost/net/websocket/WebSocketFrames.h"
+#include "refhost/net/websocket/WebSocketHandshake.h"
+
+namespace refhost
+{
+namespace
+{
+
+using Json = nlohmann::ordered_json;
+
+constexpr int badRequest = 400;
+constexpr int forbidden = 403;
+constexpr int notFound = 404;
+constexpr int upgradeRequired = 426;
+
+Json describe(const MediaFormat& format, std::uint32_t track)
+{
+    Json text{
+        {"track", track}, {"timescale", FragmentWriter::timescale}, {"codec", infoOf(format.codec).name}};
+    if (isVideo(format.codec))
+    {
+        text["width"] = format.width;
+        text["height"] = format.height;
+    }
+    return text;
+}
+
+std::string_view textOf(const std::vector<std::uint8_t>& bytes)
+{
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+/// The WebSocket's end of a stream.
+class LiveSocket final : public BodySource
+{
+public:
+    LiveSocket(std::shared_ptr<TappedStream> stream, bool audio) : stream_(std::move(stream)), audio_(audio)
+    {
+    }
+
+    void start(std::function<void()> wake) override
+    {
+        viewer_ = std::make_unique<FragmentViewer>(stream_, audio_, std::move(wake));
+    }
+
+    void receive(std::string_view bytes) override
+    {
+        std::string ignored;
+        frames_.read(bytes, ignored, answers_);
+    }
+
+    State read(std::size_t room, std::string& out) override
+    {
+        out += std::exchange(answers_, {});
+        if (!frames_.reads() || !frames_.sends())
+        {
+            return State::ended;
+        }
+        while (out.size() < room)
+        {
+            const FragmentStream::Next next = viewer_->read();
+            if (next.description)
+            {
+                addDescription(*next.description, out);
+            }
+            else if (next.fragment != nullptr)
+            {
+                WebSocketFrames::append(textOf(*next.fragment), out);
+            }
+            else
+            {
+                return State::waiting;
+            }
+        }
+        return State::more;
+    }
+
+private:
+    static void addDescription(const FragmentStream::Description& description, std::string& out)
+    {
+        const MediaFormat* const video = description.video.get();
+        const MediaFormat* const audio = description.audio.get();
+        Json text{{"type", "description"}, {"mime", FragmentWriter::mimeType(video, audio)}};
+        text["video"] = video == nullptr ? Json() : describe(*video, FragmentWriter::videoTrack);
+        text["audio"] = audio == nullptr ? Json() : describe(*audio, FragmentWriter::audioTrack);
+        WebSocketFrames::append(JsonDocument::of(text), out, WebSocketFrames::Kind::text);
+        WebSocketFrames::append(textOf(FragmentWriter::init(video, audio)), out);
+    }
+
+    const std::shared_ptr<TappedStream> stream_;
+    const bool audio_;
+    WebSocketFrames frames_;
+    std::string answers_;
+    std::unique_ptr<FragmentViewer> viewer_;
+};
+
+HttpReply live(const HttpRequest& request, FragmentStreams& streams)
+{
+    const auto camera = parseDecimal<int>(request.part("camera"));
+    const auto stream = parseDecimal<int>(request.part("stream"));
+    const auto tapped = camera && stream ? streams.find(*camera, *stream) : nullptr;
+    if (tapped == nullptr)
+    {
+        return HttpReply::problem(notFound, "There is no such stream.");
+    }
+    switch (WebSocketHandshake::check(request.head))
+    {
+        case WebSocketHandshake::Check::noHandshake:
+        {
+            HttpReply reply = HttpReply::problem(upgradeRequired, "Live media are sent through a WebSocket.");
+            reply.with("Upgrade", "websocket").with("Sec-WebSocket-Version", "13");
+            return reply;
+        }
+        case WebSocketHandshake::Check::otherVersion:
+        {
+            HttpReply reply = HttpReply::problem(badRequest, "Only version 13 of WebSocket is spoken here.");
+            reply.with("Sec-WebSocket-Version", "13");
+            return reply;
+        }
+        case WebSocketHandshake::Check::good:
+            break;
+    }
+    if (!WebSocketHandshake::isSameHost(request.head))
+    {
+        return HttpReply::problem(forbidden, "A page of another site may not show this stream.");
+    }
+    const bool audio = request.target.parameter("audio").value_or("1") != "0";
+    return HttpReply::webSocket(WebSocketHandshake::accept(request.head),
+                                std::make_shared<LiveSocket>(tapped, audio));
+}
+
+}  // namespace
+
+void LiveRoute::add(HttpRouter& router, FragmentStreams& streams)
+{
+    router.add({"GET", "/api/v1/cameras/{camera}/streams/{stream}/live", HttpAccess::camera(Right::live),
+                [&streams](const HttpRequest& request) { return live(request, streams); }});
+}
+
+}  // namespace refhost

@@ -1,0 +1,49 @@
+"""A headless Chromium, driven by Selenium."""
+
+import contextlib
+import json
+
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+
+START_SECONDS = 60
+
+
+@contextlib.contextmanager
+def chromium(folder, width=1280, height=800, quiet=True):
+    """A browser with a profile in `folder`. In a `with` statement; its console must be empty at the end if `quiet`."""
+    options = webdriver.ChromeOptions()
+    options.binary_location = "/usr/bin/chromium"
+    # The tests run as root in a network of their own: the sandbox of the browser needs another user.
+    for argument in ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--mute-audio",
+                     "--disable-background-networking", f"--user-data-dir={folder}/profile",
+                     f"--window-size={width},{height}"]:
+        options.add_argument(argument)
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+    driver = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
+    try:
+        driver.set_page_load_timeout(START_SECONDS)
+        driver.set_script_timeout(START_SECONDS)
+        yield driver
+        messages = [json.dumps(entry) for entry in driver.get_log("browser")]
+        assert not (quiet and messages), "\n".join(messages)
+    finally:
+        driver.quit()
+
+
+def until(driver, script, *arguments, seconds=30):
+    """Waits, bounded, until a script's value is true, and returns it."""
+    return driver.execute_async_script("""
+        const [text, values, seconds, done] = arguments;
+        const check = new Function(...values.map((_, i) => `$${i}`), text);
+        const end = performance.now() + seconds * 1000;
+        const turn = () => {
+          const value = check(...values);
+          if (value || performance.now() > end) {
+            done(value ?? null);
+          } else {
+            setTimeout(turn, 20);
+          }
+        };
+        turn();
+        """, script, list(arguments), seconds)

@@ -1,0 +1,307 @@
+#include "refhost/http/LiveRoute.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "refhost/media/Device.h"
+#include "tests/refhost/fragments/Boxes.h"
+#include "tests/refhost/fragments/OneCamera.h"
+#include "tests/refhost/http/HttpServiceFixture.h"
+
+namespace refhost
+{
+namespace
+{
+
+using test::HttpAnswer;
+using test::HttpTestClient;
+using test::Mp4Box;
+
+const std::string handshake =
+    "Upgrade: websocket\r\nConnection: keep-alive, Upgrade\r\nSec-WebSocket-Version: 13\r\n"
+    "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n";
+const std::string path = "/api/v1/cameras/1/streams/0/live";
+
+/// One message of the server.
+struct Message
+{
+    int opcode = 0;
+    std::string bytes;
+
+    ByteSpan span() const
+    {
+        return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
+    }
+};
+
+class LiveRouteTest : public test::HttpServiceFixture, protected MadeUnits
+{
+protected:
+    LiveRouteTest()
+    {
+        audio = audioFormat(Codec::aac);
+        Device::setStreams(cameras_);
+    }
+    ~LiveRouteTest() override
+    {
+        service.reset();
+        Device::setStreams(nullptr);
+    }
+
+    void serve()
+    {
+        LiveRoute::add(make().router(), streams_);
+        start();
+    }
+
+    /// Units reach viewers as those of a camera do.
+    void feed(double at, bool key, std::size_t bytes = 1000)
+    {
+        streams_.find(1, 0)->fragments().onEncodedUnit(frame(at, key, bytes));
+    }
+
+    /// The next message; nothing when the connection ends.
+    std::optional<Message> next(HttpTestClient& client)
+    {
+        const auto has = [&](std::size_t size)
+        {
+            while (received_.size() < size)
+            {
+                const std::string more = client.raw();
+                if (more.empty())
+                {
+                    return false;
+                }
+                received_ += more;
+            }
+            return true;
+        };
+        if (!has(2))
+        {
+            return std::nullopt;
+        }
+        std::size_t size = static_cast<std::uint8_t>(received_[1]);
+        std::size_t head = 2;
+        for (const auto& [code, bytes] : {std::pair(126, 2), std::pair(127, 8)})
+        {
+            if (static_cast<int>(static_cast<std::uint8_t>(received_[1])) == code)
+            {
+                head += bytes;
+                EXPECT_TRUE(has(head));
+                size = Mp4Box::number({reinterpret_cast<const std::uint8_t*>(received_.data()), head}, 2,
+                                      static_cast<std::size_t>(bytes));
+            }
+        }
+        if (!has(head + size))
+        {
+            return std::nullopt;
+        }
+        const Message message{received_[0] & 0xf, received_.substr(head, size)};
+        EXPECT_EQ(received_[0] & 0x80, 0x80) << "one frame";
+        received_.erase(0, head + size);
+        return message;
+    }
+
+    /// A masked frame of the client.
+    static std::string masked(int opcode, const std::string& bytes)
+    {
+        std::string frame{
+            static_cast<char>(0x80 | opcode), static_cast<char>(0x80 | bytes.size()), 1, 2, 3, 4};
+        for (std::size_t i = 0; i < bytes.size(); ++i)
+        {
+            frame += static_cast<char>(bytes[i] ^ (1 + static_cast<int>(i % 4)));
+        }
+        return frame;
+    }
+
+    std::shared_ptr<test::OneCamera> cameras_ = std::make_shared<test::OneCamera>();
+    FragmentStreams streams_{HostClock::system()};
+    std::string received_;
+    std::atomic<int> got_{0};  // by the viewer who reads
+};
+
+TEST_F(LiveRouteTest, SendsADescriptionAnInitSegmentAndFragments)
+{
+    serve();
+    cameras_->source->audio = false;
+    HttpTestClient client(service->port());
+    const HttpAnswer answer = client.get(path, handshake);
+    ASSERT_EQ(answer.status, 101);
+    EXPECT_EQ(answer.field("Sec-WebSocket-Accept"), "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=");
+    EXPECT_EQ(answer.field("Upgrade"), "websocket");
+    EXPECT_EQ(answer.field("Connection"), "Upgrade");
+    feed(0, true, 70000);
+    feed(0.04, false, 100);
+
+    const auto text = next(client);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(text->opcode, 1);
+    const auto description = nlohmann::json::parse(text->bytes);
+    EXPECT_EQ(description["mime"], "video/mp4; codecs=\"avc1.42C00D\"");
+    EXPECT_EQ(description["video"]["width"], 320);
+    EXPECT_TRUE(description["audio"].is_null());
+    const auto init = next(client);
+    ASSERT_TRUE(init);
+    EXPECT_EQ(init->opcode, 2);
+    EXPECT_TRUE(Mp4Box::find(init->span(), "moov/mvex"));
+    for (const std::size_t size : {std::size_t{70000}, std::size_t{100}})
+    {
+        const auto fragment = next(client);
+        ASSERT_TRUE(fragment);
+        EXPECT_EQ(Mp4Box::find(fragment->span(), "mdat")->contents.size, size);
+    }
+}
+
+TEST_F(LiveRouteTest, TheSourceRunsWhileTheViewerIsThere)
+{
+    serve();
+    {
+        HttpTestClient client(service->port());
+        ASSERT_EQ(client.get(path, handshake).status, 101);
+        EXPECT_TRUE(eventually([this] { return cameras_->source->viewers == 1; }));
+    }
+    EXPECT_TRUE(eventually([this] { return cameras_->source->viewers == 0; }));
+    EXPECT_TRUE(eventually([this] { return service->connectionCount() == 0; }));
+    EXPECT_EQ(streams_.find(1, 0)->fragments().subscribers(), 0U);
+}
+
+TEST_F(LiveRouteTest, PingsAreAnsweredAndWhatElseTheClientSaysIsIgnored)
+{
+    serve();
+    HttpTestClient client(service->port());
+    ASSERT_EQ(client.get(path, handshake).status, 101);
+    client.send(masked(1, "hello") + masked(9, "ping"));
+    const auto pong = next(client);
+    ASSERT_TRUE(pong);
+    EXPECT_EQ(pong->opcode, 10);
+    EXPECT_EQ(pong->bytes, "ping");
+}
+
+TEST_F(LiveRouteTest, ACloseFrameEndsTheConnection)
+{
+    serve();
+    HttpTestClient client(service->port());
+    ASSERT_EQ(client.get(path, handshake).status, 101);
+    client.send(masked(8, "\x03\xe8"));
+    const auto close = next(client);
+    ASSERT_TRUE(close);
+    EXPECT_EQ(close->opcode, 8);
+    EXPECT_FALSE(next(client));
+}
+
+TEST_F(LiveRouteTest, BytesThatAreNoFramesEndTheConnection)
+{
+    serve();
+    HttpTestClient client(service->port());
+    ASSERT_EQ(client.get(path, handshake).status, 101);
+    client.send("GET / HTTP/1.1\r\n\r\n");
+    const auto close = next(client);
+    ASSERT_TRUE(close);
+    EXPECT_EQ(close->opcode, 8);
+    EXPECT_TRUE(eventually([this] { return service->connectionCount() == 0; }));
+}
+
+TEST_F(LiveRouteTest, AClientThatReadsNothingLosesGopsAndOthersLoseNothing)
+{
+    serve();
+    cameras_->source->audio = false;
+    HttpTestClient slow(service->port(), 4096);
+    ASSERT_EQ(slow.get(path, handshake).status, 101);
+    HttpTestClient quick(service->port());
+    ASSERT_EQ(quick.get(path, handshake).status, 101);
+    constexpr int frames = 200;
+    constexpr std::size_t size = 100000;
+    std::thread camera(
+        [&]
+        {
+            for (int i = 0; i < frames; ++i)
+            {
+                feed(i / 25.0, i % 10 == 0, size);
+                // At the pace of the one who reads.
+                EXPECT_TRUE(eventually([&] { return got_ > i - 5; }));
+            }
+        });
+    next(quick);
+    next(quick);
+    for (; got_ < frames; ++got_)
+    {
+        const auto fragment = next(quick);
+        ASSERT_TRUE(fragment);
+        EXPECT_EQ(Mp4Box::find(fragment->span(), "moof/traf/tfdt")->number(4, 8),
+                  900000U + 3600U * static_cast<unsigned>(got_));
+    }
+    camera.join();
+    received_.clear();
+    int came = 0;
+    std::uint64_t last = 0;
+    while (last < 900000U + 3600U * (frames - 1))
+    {
+        const auto message = next(slow);
+        ASSERT_TRUE(message);
+        if (const auto decode = Mp4Box::find(message->span(), "moof/traf/tfdt"))
+        {
+            EXPECT_GT(decode->number(4, 8), last);
+            last = decode->number(4, 8);
+            ++came;
+        }
+    }
+    EXPECT_LT(came, frames);
+}
+
+TEST_F(LiveRouteTest, WithoutAWebSocketItIsRefused)
+{
+    serve();
+    const HttpAnswer plain = get(path);
+    EXPECT_EQ(plain.status, 426);
+    EXPECT_EQ(plain.field("Upgrade"), "websocket");
+    EXPECT_EQ(get(path, "Upgrade: websocket\r\nConnection: Upgrade\r\n").status, 426) << "no key";
+    EXPECT_EQ(get(path,
+                  "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 8\r\n"
+                  "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n")
+                  .status,
+              400);
+}
+
+TEST_F(LiveRouteTest, StreamsThatAreNotThereAreNotFound)
+{
+    serve();
+    for (const std::string other :
+         {"/api/v1/cameras/2/streams/0/live", "/api/v1/cameras/1/streams/7/live",
+          "/api/v1/cameras/x/streams/0/live", "/api/v1/cameras/99999999999999999999/streams/0/live",
+          "/api/v1/cameras/1/streams/-1/live"})
+    {
+        EXPECT_EQ(get(other, handshake).status, 404) << other;
+    }
+}
+
+TEST_F(LiveRouteTest, APageOfAnotherSiteMayNotShowIt)
+{
+    serve();
+    EXPECT_EQ(get(path, handshake + "Origin: http://evil.example\r\n").status, 403);
+    EXPECT_EQ(get(path, handshake + "Origin: null\r\n").status, 403);
+    EXPECT_EQ(get(path, handshake + "Origin: http://127.0.0.1\r\n").status, 101);
+}
+
+TEST_F(LiveRouteTest, OnlyWhoMayWatchTheCameraSeesIt)
+{
+    UserConfig viewer;
+    viewer.name = "viewer";
+    viewer.password = "secret";
+    UserConfig other = viewer;
+    other.name = "other";
+    other.grants.live = "2";
+    viewer.grants.live = "1";
+    config.users = {viewer, other};
+    serve();
+    EXPECT_EQ(get(path, handshake).status, 401);
+    EXPECT_EQ(get(path, handshake + basic("dmlld2VyOnNlY3JldA==")).status, 101);
+    EXPECT_EQ(get(path, handshake + basic("b3RoZXI6c2VjcmV0")).status, 403);
+}
+
+}  // namespace
+}  // namespace refhost

@@ -1,0 +1,44 @@
+/** The server's answer was no success. */
+export class ApiError extends Error {
+  /**
+   * @param {number} status  of HTTP; 0: no answer
+   * @param {string} message  a sentence for people
+   */
+  constructor(status, message) {
+    super(message);
+    this.status = status;
+  }
+}
+
+/**
+ * Asks the server's API.
+ * @param {string} path  below /api/v1/
+ * @param {object} [options]
+ * @param {string} [options.method]
+ * @param {object} [options.body]  sent as JSON
+ * @returns {Promise<object|null>}  the answer's JSON; null without a body
+ */
+export async function api(path, { method = 'GET', body } = {}) {
+  let response;
+  try {
+    response = await fetch(`/api/v1/${path}`, {
+      method,
+      headers: method === 'GET' ? {} : { 'Content-Type': 'application/json' },
+      body: body === undefined ? undefined : JSON.stringify(body),
+      signal: AbortSignal.timeout(10000),
+    });
+  } catch {
+    throw new ApiError(0, 'The server does not answer.');
+  }
+  if (!response.ok) {
+    const problem = await response.json().catch(() => ({}));
+    throw new ApiError(response.status, problem.detail ?? response.statusText);
+  }
+  return response.status === 204 ? null : response.json();
+}
+
+/** The address of a stream's live WebSocket. */
+export function liveUrl(camera, stream, { audio = false } = {}) {
+  const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
+  return `${scheme}//${location.host}/api/v1/cameras/${camera}/streams/${stream}/live${audio ? '' : '?audio=0'}`;
+}

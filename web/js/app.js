@@ -1,0 +1,43 @@
+import { ApiError } from './api.js';
+import { element } from './elements.js';
+import { StatePage } from './state-page.js';
+import { WallPage } from './wall-page.js';
+
+const pages = { '/': WallPage, '/state': StatePage };
+const names = { '/': 'wall', '/state': 'state' };
+
+const main = document.getElementById('main');
+let current = null;
+
+/** Shows the page that the address names: "#/path?parameters". */
+async function navigate() {
+  const [path, query = ''] = (location.hash.slice(1) || '/').split('?');
+  const Page = pages[path] ?? WallPage;
+  current?.end();
+  const page = new Page(new URLSearchParams(query));
+  current = page;
+  for (const link of document.querySelectorAll('nav a')) {
+    if (link.dataset.page === (names[path] ?? 'wall')) {
+      link.setAttribute('aria-current', 'page');
+    } else {
+      link.removeAttribute('aria-current');
+    }
+  }
+  try {
+    await page.show(main);
+  } catch (error) {
+    if (current === page) {
+      const detail = error instanceof ApiError ? error.message : 'Something went wrong.';
+      main.replaceChildren(element('p', { class: 'notice', role: 'alert' }, detail));
+    }
+    if (!(error instanceof ApiError)) {
+      throw error;
+    }
+  }
+  if (current !== page) {
+    page.end();
+  }
+}
+
+window.addEventListener('hashchange', navigate);
+navigate();
