@@ -5,22 +5,16 @@
 namespace refhost
 {
 
-AccessControl::AccessControl(AccessRules rules)
-    : rules_(std::make_shared<const AccessRules>(std::move(rules)))
-{
-}
+AccessControl::AccessControl(AccessRules rules) : rules_(std::move(rules)) {}
 
 std::shared_ptr<const AccessRules> AccessControl::rules() const
 {
-    const MutexLock guard(mutex_);
-    return rules_;
+    return rules_.get();
 }
 
 void AccessControl::replace(AccessRules rules)
 {
-    auto next = std::make_shared<const AccessRules>(std::move(rules));
-    const MutexLock guard(mutex_);
-    rules_.swap(next);
+    rules_.replace(std::move(rules));
 }
 
 }  // namespace refhost

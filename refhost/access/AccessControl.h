@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "refhost/access/AccessRules.h"
-#include "refhost/base/Mutex.h"
+#include "refhost/base/Replaceable.h"
 
 namespace refhost
 {
@@ -23,8 +23,7 @@ public:
     void replace(AccessRules rules);
 
 private:
-    mutable Mutex mutex_;
-    std::shared_ptr<const AccessRules> rules_ OV_GUARDED_BY(mutex_);
+    Replaceable<AccessRules> rules_;
 };
 
 }  // namespace refhost

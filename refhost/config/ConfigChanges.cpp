@@ -135,11 +135,35 @@ void compare(const Section& running, Section& next, const std::string& within, c
     eachSectionIn<Section>([&](const auto& section) { compareWithin(section, running, next, within, out); });
 }
 
+template <typename Section>
+bool someDiffers(ReloadEffect effect, const Section& one, Section other)
+{
+    const auto& keys = configKeys<Section>();
+    return std::any_of(keys.begin(), keys.end(),
+                       [&](const ConfigKey<Section>& key)
+                       {
+                           return key.effect == effect &&
+                                  !std::visit([&](const auto& setting)
+                                              { return keepSame(setting, one, other, false); },
+                                              key.setting);
+                       });
+}
+
 }  // namespace
 
 ConfigChanges::ConfigChanges(const ServerConfig& running, const ServerConfig& next) : effective_(next)
 {
     compare(running, effective_, "", "", changes_);
+}
+
+bool ConfigChanges::differIn(ReloadEffect effect, const CameraConfig& one, const CameraConfig& other)
+{
+    return someDiffers(effect, one, other);
+}
+
+bool ConfigChanges::differIn(ReloadEffect effect, const StreamConfig& one, const StreamConfig& other)
+{
+    return someDiffers(effect, one, other);
 }
 
 std::vector<std::string> ConfigChanges::needRestart() const

@@ -30,6 +30,10 @@ public:
         return changes_;
     }
 
+    /// Whether some key of this effect differs, in the section itself and not in those within.
+    static bool differIn(ReloadEffect effect, const CameraConfig& one, const CameraConfig& other);
+    static bool differIn(ReloadEffect effect, const StreamConfig& one, const StreamConfig& other);
+
     /// The names of those that the running server cannot apply.
     std::vector<std::string> needRestart() const;
 

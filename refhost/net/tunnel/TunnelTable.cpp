@@ -34,7 +34,12 @@ private:
     const Key key_;
 };
 
-TunnelTable::TunnelTable(const Limits& limits) : limits_(limits) {}
+TunnelTable::TunnelTable(const Limits& limits) : limits_(limits), wait_(limits.wait) {}
+
+void TunnelTable::setWait(Duration wait)
+{
+    wait_ = wait;
+}
 
 std::shared_ptr<TunnelStream> TunnelTable::open(const Key& key, std::shared_ptr<ByteStream> get,
                                                 TunnelStream::Joined joined)
@@ -128,7 +133,7 @@ void TunnelTable::drop(const ByteStream& stream)
 
 void TunnelTable::endExpired(MonotonicTime now)
 {
-    endWaiting([this, now](const Waiting& each) { return now - each.since >= limits_.wait; });
+    endWaiting([this, now](const Waiting& each) { return now - each.since >= wait_.load(); });
 }
 
 void TunnelTable::clear()

@@ -1,6 +1,7 @@
 #pragma once
 // Tested by tests/refhost/net/tunnel/TunnelTable_test.cpp.
 
+#include <atomic>
 #include <cstddef>
 #include <list>
 #include <map>
@@ -63,6 +64,8 @@ public:
     void drop(const ByteStream& stream);
     /// Ends the POST connections that have waited too long.
     void endExpired(MonotonicTime now);
+    /// From now on a POST connection may wait so long.
+    void setWait(Duration wait);
     /// Ends all that wait.
     void clear();
 
@@ -87,6 +90,7 @@ private:
     void endWaiting(const Condition& ends);
 
     const Limits limits_;
+    std::atomic<Duration> wait_;
     const std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 

@@ -74,10 +74,16 @@ void ConnectionSlots::Slot::join(const std::shared_ptr<Slot>& companion)
 }
 
 ConnectionSlots::ConnectionSlots(int total, int perAddress)
-    : total_(static_cast<std::size_t>(total)),
-      kept_(total_ / keptPart),
-      perAddress_(static_cast<std::size_t>(perAddress))
 {
+    setLimits(total, perAddress);
+}
+
+void ConnectionSlots::setLimits(int total, int perAddress)
+{
+    const MutexLock guard(mutex_);
+    total_ = static_cast<std::size_t>(total);
+    kept_ = total_ / keptPart;
+    perAddress_ = static_cast<std::size_t>(perAddress);
 }
 
 std::shared_ptr<ConnectionSlots::Slot> ConnectionSlots::take(const SocketAddress::Key& full,

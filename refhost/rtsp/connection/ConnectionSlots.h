@@ -93,6 +93,9 @@ public:
     /// less time then.
     bool scarce() const;
 
+    /// From now on these limits hold; connections beyond them stay.
+    void setLimits(int total, int perAddress);
+
     std::size_t count() const;
 
 private:
@@ -115,10 +118,10 @@ private:
     void remember(const SocketAddress::Key& address) OV_REQUIRES(mutex_);
     void giveBack(Slot& slot);
 
-    const std::size_t total_;
-    const std::size_t kept_;
-    const std::size_t perAddress_;
     mutable Mutex mutex_;
+    std::size_t total_ OV_GUARDED_BY(mutex_) = 0;
+    std::size_t kept_ OV_GUARDED_BY(mutex_) = 0;
+    std::size_t perAddress_ OV_GUARDED_BY(mutex_) = 0;
     std::size_t count_ OV_GUARDED_BY(mutex_) = 0;
     std::size_t leaving_ OV_GUARDED_BY(mutex_) = 0;
     Addresses addresses_ OV_GUARDED_BY(mutex_);

@@ -38,12 +38,24 @@ bool isCookie(std::string_view text)
 
 }  // namespace
 
+HttpEntrance::Rules::Rules(const ServerConfig& config)
+    : http(config.tunnel.http),
+      webSocket(config.tunnel.webSocket),
+      anyOrigin(config.tunnel.origins == "any" || (config.tunnel.origins == "auto" && allLogIn(config)))
+{
+}
+
 HttpEntrance::HttpEntrance(const ServerConfig& config)
-    : config_(config.tunnel),
-      anyOrigin_(config_.origins == "any" || (config_.origins == "auto" && allLogIn(config))),
+    : rules_(Rules(config)),
       tunnels_(std::make_shared<TunnelTable>(
           TunnelTable::Limits{64, 8, std::chrono::seconds(config.limits.handshakeTimeout)}))
 {
+}
+
+void HttpEntrance::setConfig(const ServerConfig& config)
+{
+    rules_.replace(Rules(config));
+    tunnels_->setWait(std::chrono::seconds(config.limits.handshakeTimeout));
 }
 
 HttpEntrance::Outcome HttpEntrance::enter(const Arrival& arrival, MonotonicTime now)
@@ -65,7 +77,7 @@ HttpEntrance::Outcome HttpEntrance::enter(const Arrival& arrival, MonotonicTime 
     }
     if ((get || post) && request->has(TunnelHeaders::cookie))
     {
-        if (!config_.http)
+        if (!rules_.get()->http)
         {
             return refuse("403 Forbidden", "RTSP through HTTP is switched off here.");
         }
@@ -137,11 +149,11 @@ HttpEntrance::Outcome HttpEntrance::addPost(const Arrival& arrival, const HttpRe
 HttpEntrance::Outcome HttpEntrance::openWebSocket(const Arrival& arrival,
                                                   const HttpRequestHead& request) const
 {
-    if (!config_.webSocket)
+    if (!rules_.get()->webSocket)
     {
         return refuse("403 Forbidden", "WebSocket is switched off here.");
     }
-    if (!anyOrigin_ && !WebSocketHandshake::isSameHost(request))
+    if (!rules_.get()->anyOrigin && !WebSocketHandshake::isSameHost(request))
     {
         Log::limited(Log::Level::info, "WebSocket pages refused", "{}: WebSocket refused to a page of {}",
                      arrival.stream->peer().text(), Log::safe(request.field("Origin")));

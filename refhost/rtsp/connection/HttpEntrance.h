@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "refhost/base/Replaceable.h"
 #include "refhost/base/Times.h"
 #include "refhost/config/Config.h"
 #include "refhost/net/ByteStream.h"
@@ -40,6 +41,9 @@ public:
 
     explicit HttpEntrance(const ServerConfig& config);
 
+    /// Judges what arrives from now on by another configuration.
+    void setConfig(const ServerConfig& config);
+
     Outcome enter(const Arrival& arrival, MonotonicTime now);
 
     /// Ends what waited too long for its other half.
@@ -52,8 +56,16 @@ private:
     Outcome addPost(const Arrival& arrival, const HttpRequestHead& request, MonotonicTime now);
     Outcome openWebSocket(const Arrival& arrival, const HttpRequestHead& request) const;
 
-    const TunnelConfig config_;
-    const bool anyOrigin_;
+    struct Rules
+    {
+        explicit Rules(const ServerConfig& config);
+
+        bool http;
+        bool webSocket;
+        bool anyOrigin;
+    };
+
+    Replaceable<Rules> rules_;
     const std::shared_ptr<TunnelTable> tunnels_;
 };
 

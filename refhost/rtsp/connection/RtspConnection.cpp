@@ -63,7 +63,7 @@ RtspConnection::RtspConnection(ConnectionLoop& loop, RtspServices& services,
       refused_(slot == nullptr),
       slot_(std::move(slot)),
       output_(*stream_, maxWaiting, services.clock),
-      reader_(std::make_unique<RequestReader>(readerLimits(services.limits, loop.http() != nullptr))),
+      reader_(std::make_unique<RequestReader>(readerLimits(services.policy.get()->limits, loop.http() != nullptr))),
       handler_(services, *this),
       incompleteSince_(currentTime()),
       standingSince_(*incompleteSince_),
@@ -438,7 +438,8 @@ void RtspConnection::noteProgress(MonotonicTime now)
 void RtspConnection::noteLiveness(MonotonicTime now)
 {
     constexpr int looks = 16;  // per session timeout
-    const Duration interval = Duration(std::chrono::seconds(services_.limits.sessionTimeout)) / looks;
+    const Duration interval =
+        Duration(std::chrono::seconds(services_.policy.get()->limits.sessionTimeout)) / looks;
     if (now - livenessAt_ < interval || !handler_.carriesSession())
     {
         return;
@@ -460,7 +461,9 @@ bool RtspConnection::isOverTime(MonotonicTime now)
     {
         return now - drainingSince_ >= maxDraining;
     }
-    const std::chrono::seconds handshakeTimeout(services_.limits.handshakeTimeout);
+    const auto policy = services_.policy.get();
+    const LimitsConfig& limits = policy->limits;
+    const std::chrono::seconds handshakeTimeout(limits.handshakeTimeout);
     if (state_.is(State::congested))
     {
         return now - progressAt_ >= handshakeTimeout;
@@ -469,12 +472,12 @@ bool RtspConnection::isOverTime(MonotonicTime now)
     {
         return true;
     }
-    const std::chrono::seconds setupTimeout(services_.limits.setupTimeout);
+    const std::chrono::seconds setupTimeout(limits.setupTimeout);
     if (slot_ != nullptr && !established_ && now - standingSince_ >= setupTimeout && slot_->scarce())
     {
         return true;
     }
-    const std::chrono::seconds idleTimeout(services_.limits.idleTimeout);
+    const std::chrono::seconds idleTimeout(limits.idleTimeout);
     return now - lastByteAt_ >= idleTimeout && !handler_.carriesSession();
 }
 
@@ -505,7 +508,7 @@ std::weak_ptr<FrameWriter> RtspConnection::frameWriter()
 {
     if (!std::exchange(largeSendBuffer_, true))
     {
-        stream_->setSendBuffer(static_cast<std::size_t>(services_.limits.sendBuffer) * 1024);
+        stream_->setSendBuffer(static_cast<std::size_t>(services_.policy.get()->limits.sendBuffer) * 1024);
     }
     return std::static_pointer_cast<FrameWriter>(shared_from_this());
 }

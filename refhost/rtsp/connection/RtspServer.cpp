@@ -18,13 +18,15 @@ namespace
 // Concurrent connections beyond the limits that are answered 503; more are closed without a response.
 constexpr int refusedAtOnce = 64;
 
-MulticastServer::Options multicastOptions(const ServerConfig& config)
+using Present = std::shared_ptr<Replaceable<ServerConfig>>;
+
+MulticastServer::Options multicastOptions(const ServerConfig& config, const Present& present)
 {
     MulticastServer::Options options;
     options.pool.range = MulticastRange::parse(config.multicast.pool).value_or(MulticastRange());
     options.pool.port = config.multicast.port;
-    options.nameOf = [config](MulticastPool::Stream stream)
-    { return config.streamName(stream.first, stream.second); };
+    options.nameOf = [present](MulticastPool::Stream stream)
+    { return present->get()->streamName(stream.first, stream.second); };
     for (const CameraConfig& camera : config.cameras)
     {
         for (const StreamConfig& stream : camera.streams)
@@ -42,6 +44,18 @@ MulticastServer::Options multicastOptions(const ServerConfig& config)
     return options;
 }
 
+bool supportsSuite(const ServerConfig& config, std::string& error)
+{
+    const SrtpSuite suite = ServerPolicy(config).srtpSuite;
+    // The other suites are part of every build of the library.
+    if (suite == SrtpSuite::aeadAes128Gcm && !SrtpOpener::supports(suite))
+    {
+        error = "this system's libsrtp2 has no " + config.srtp.suite + ": choose another suite in [srtp]";
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes)
@@ -51,6 +65,7 @@ RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes)
 
 RtspServer::RtspServer(const ServerConfig& config, MediaRoutes routes, Options options)
     : config_(config),
+      present_(std::make_shared<Replaceable<ServerConfig>>(config)),
       options_(options),
       services_(config_, std::move(routes), *options_.clock),
       slots_(config_.limits.connections, config_.limits.connectionsPerAddress),
@@ -66,10 +81,8 @@ RtspServer::~RtspServer()
 
 bool RtspServer::start(std::string& error)
 {
-    // The other suites are part of every build of the library.
-    if (services_.srtpSuite == SrtpSuite::aeadAes128Gcm && !SrtpOpener::supports(services_.srtpSuite))
+    if (!supportsSuite(config_, error))
     {
-        error = "this system's libsrtp2 has no " + config_.srtp.suite + ": choose another suite in [srtp]";
         return false;
     }
     UdpServer::Options udp;
@@ -83,7 +96,7 @@ bool RtspServer::start(std::string& error)
     }
     if (services_.routes.multicast())
     {
-        services_.multicast = MulticastServer::open(multicastOptions(config_), error);
+        services_.multicast = MulticastServer::open(multicastOptions(config_, present_), error);
     }
     if ((services_.routes.multicast() && services_.multicast == nullptr) || !listen(error))
     {
@@ -106,14 +119,23 @@ bool RtspServer::start(std::string& error)
 bool RtspServer::listen(std::string& error)
 {
     plain_ = listenerFor("rtsp", config_.listen, config_.port, error);
-    if (plain_ == nullptr || !config_.tls.enabled())
-    {
-        return plain_ != nullptr;
-    }
-    const std::string& address = config_.tls.listen.empty() ? config_.listen : config_.tls.listen;
-    tls_ = TlsAcceptor::open(config_.tls, error);
-    encrypted_ = tls_ == nullptr ? nullptr : listenerFor("rtsps", address, config_.tls.port, error);
-    return encrypted_ != nullptr;
+    const MutexLock guard(tlsMutex_);
+    return plain_ != nullptr && (!config_.tls.enabled() || openTls(config_, tls_, encrypted_, error));
+}
+
+bool RtspServer::openTls(const ServerConfig& config, std::shared_ptr<TlsAcceptor>& acceptor,
+                         std::unique_ptr<TcpListener>& listener, std::string& error) const
+{
+    const std::string& address = config.tls.listen.empty() ? config_.listen : config.tls.listen;
+    acceptor = TlsAcceptor::open(config.tls, error);
+    listener = acceptor == nullptr ? nullptr : listenerFor("rtsps", address, config.tls.port, error);
+    return listener != nullptr;
+}
+
+std::shared_ptr<TlsAcceptor> RtspServer::tls() const
+{
+    const MutexLock guard(tlsMutex_);
+    return tls_;
 }
 
 std::unique_ptr<TcpListener> RtspServer::listenerFor(const char* name, const std::string& address, int port,
@@ -158,6 +180,7 @@ void RtspServer::startLoops()
                     http_.endExpired(services_.now());
                 });
     acceptFrom(*plain_, false);
+    const MutexLock guard(tlsMutex_);
     if (encrypted_ != nullptr)
     {
         acceptFrom(*encrypted_, true);
@@ -180,19 +203,86 @@ void RtspServer::acceptFrom(TcpListener& listener, bool encrypted)
     }
 }
 
+void RtspServer::closeListener(std::unique_ptr<TcpListener>& listener)
+{
+    for (const auto& loop : loops_)
+    {
+        if (listener != nullptr)
+        {
+            loop->events().remove(listener->descriptor());
+        }
+    }
+    listener.reset();
+}
+
+/// Everything that can fail comes first.
+bool RtspServer::setConfig(const ServerConfig& config, std::string& error)
+{
+    if (!supportsSuite(config, error))
+    {
+        return false;
+    }
+    const auto before = present_->get();
+    const bool moved = before->tls.enabled() != config.tls.enabled() ||
+                       before->tls.listen != config.tls.listen || before->tls.port != config.tls.port;
+    const bool opens = config.tls.enabled() && !(before->tls == config.tls);
+    std::shared_ptr<TlsAcceptor> acceptor = config.tls.enabled() ? tls() : nullptr;
+    std::unique_ptr<TcpListener> listener;
+    if (opens && !moved)
+    {
+        acceptor = TlsAcceptor::open(config.tls, error);
+    }
+    if (opens && (moved ? !openTls(config, acceptor, listener, error) : acceptor == nullptr))
+    {
+        return false;
+    }
+    present_->replace(config);
+    services_.setPolicy(config);
+    if (!(before->users == config.users && before->groups == config.groups))
+    {
+        services_.setUsers(config.users, config.groups);
+    }
+    slots_.setLimits(config.limits.connections, config.limits.connectionsPerAddress);
+    http_.setConfig(config);
+    {
+        const MutexLock guard(tlsMutex_);
+        tls_ = std::move(acceptor);
+        if (moved)
+        {
+            encrypted_.swap(listener);
+        }
+    }
+    // The former one, outside the lock: a handler that runs may want it.
+    closeListener(listener);
+    if (moved && config.tls.enabled())
+    {
+        const MutexLock guard(tlsMutex_);
+        acceptFrom(*encrypted_, true);
+    }
+    return true;
+}
+
+std::size_t RtspServer::endSessions(const std::function<bool(int camera, int stream)>& which,
+                                    const std::string& why)
+{
+    return services_.sessions.endThose(
+        [&which](const RtspSession& session)
+        {
+            const auto stream = session.liveStream();
+            return stream && which(stream->first, stream->second);
+        },
+        why);
+}
+
 void RtspServer::stop()
 {
-    for (std::unique_ptr<TcpListener>* const listener : {&plain_, &encrypted_})
+    std::unique_ptr<TcpListener> encrypted;
     {
-        for (const auto& loop : loops_)
-        {
-            if (*listener != nullptr)
-            {
-                loop->events().remove((*listener)->descriptor());
-            }
-        }
-        listener->reset();
+        const MutexLock guard(tlsMutex_);
+        encrypted.swap(encrypted_);
     }
+    closeListener(plain_);
+    closeListener(encrypted);
     if (std::exchange(subscribed_, false))
     {
         ChangeSignal::instance().unsubscribe(subscription_);
@@ -215,6 +305,7 @@ void RtspServer::stop()
     loops_.clear();
     services_.udp.reset();
     services_.multicast.reset();
+    const MutexLock guard(tlsMutex_);
     tls_.reset();
 }
 
@@ -240,8 +331,15 @@ void RtspServer::adopt(ConnectionLoop& acceptor, Descriptor socket, const Socket
     {
         return;
     }
-    std::shared_ptr<ByteStream> stream = encrypted ? tls_->accept(std::move(socket), peer)
-                                                   : std::make_shared<TcpStream>(std::move(socket), peer);
+    std::shared_ptr<ByteStream> stream;
+    if (const auto handshakes = encrypted ? tls() : nullptr)
+    {
+        stream = handshakes->accept(std::move(socket), peer);
+    }
+    else if (!encrypted)
+    {
+        stream = std::make_shared<TcpStream>(std::move(socket), peer);
+    }
     if (stream != nullptr)
     {
         loopFor(acceptor).adopt(std::move(stream), std::move(slot));
@@ -254,9 +352,9 @@ void RtspServer::adopt(ConnectionLoop& acceptor, Descriptor socket, const Socket
 
 void RtspServer::refreshCertificate()
 {
-    if (tls_ != nullptr)
+    if (const auto acceptor = tls())
     {
-        tls_->refresh();
+        acceptor->refresh();
     }
 }
 
@@ -277,12 +375,14 @@ int RtspServer::port() const
 
 int RtspServer::tlsPort() const
 {
+    const MutexLock guard(tlsMutex_);
     return encrypted_ == nullptr ? 0 : encrypted_->port();
 }
 
 std::string RtspServer::tlsFingerprint() const
 {
-    return tls_ == nullptr ? "" : tls_->fingerprint();
+    const auto acceptor = tls();
+    return acceptor == nullptr ? "" : acceptor->fingerprint();
 }
 
 int RtspServer::rtpPort() const

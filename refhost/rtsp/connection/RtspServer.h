@@ -2,12 +2,15 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/HostClock.h"
+#include "refhost/base/Mutex.h"
+#include "refhost/base/Replaceable.h"
 #include "refhost/config/Config.h"
 #include "refhost/net/TcpListener.h"
 #include "refhost/rtsp/connection/ConnectionLoop.h"
@@ -59,6 +62,16 @@ public:
     /// \see RtspServices::setUsers()
     std::size_t setUsers(const std::vector<UserConfig>& users, const std::vector<GroupConfig>& groups);
 
+    /// Applies another configuration: users and rights, limits, security, TLS and tunnels. The port of TLS is opened,
+    /// closed or moved as it says; connections stay. What needs a restart is left out. Threads: that of start().
+    /// \param[out] error  a sentence, on failure; nothing changed then
+    bool setConfig(const ServerConfig& config, std::string& error);
+
+    /// Ends the live sessions of the streams that `which` names, each with BYE.
+    /// \param why  for the log, such as "its camera was removed"
+    /// \returns how many
+    std::size_t endSessions(const std::function<bool(int camera, int stream)>& which, const std::string& why);
+
     /// The TCP port, even if the configuration requests any free one; 0 while stopped.
     int port() const;
     /// The TCP port of RTSP over TLS; 0 while stopped, and without TLS.
@@ -80,12 +93,17 @@ private:
     bool listen(std::string& error);
     std::unique_ptr<TcpListener> listenerFor(const char* name, const std::string& address, int port,
                                              std::string& error) const;
+    bool openTls(const ServerConfig& config, std::shared_ptr<TlsAcceptor>& acceptor,
+                 std::unique_ptr<TcpListener>& listener, std::string& error) const;
+    void closeListener(std::unique_ptr<TcpListener>& listener);
+    std::shared_ptr<TlsAcceptor> tls() const;
     void startLoops();
     void acceptFrom(TcpListener& listener, bool encrypted);
     void adopt(ConnectionLoop& acceptor, Descriptor socket, const SocketAddress& peer, bool encrypted);
     ConnectionLoop& loopFor(ConnectionLoop& acceptor) const;
 
-    const ServerConfig config_;
+    const ServerConfig config_;  ///< that it was started with
+    const std::shared_ptr<Replaceable<ServerConfig>> present_;
     const Options options_;
     RtspServices services_;
     ConnectionSlots slots_;
@@ -93,8 +111,9 @@ private:
     HttpEntrance http_;
     std::vector<std::unique_ptr<ConnectionLoop>> loops_;
     std::unique_ptr<TcpListener> plain_;
-    std::unique_ptr<TlsAcceptor> tls_;
-    std::unique_ptr<TcpListener> encrypted_;
+    mutable Mutex tlsMutex_;
+    std::shared_ptr<TlsAcceptor> tls_ OV_GUARDED_BY(tlsMutex_);
+    std::unique_ptr<TcpListener> encrypted_ OV_GUARDED_BY(tlsMutex_);
     int subscription_ = 0;
     bool subscribed_ = false;
 };

@@ -45,6 +45,13 @@ void AddressLimiter::giveBack(const SocketAddress::Key& address)
     }
 }
 
+void AddressLimiter::setLimits(int limit, int limitPerAddress)
+{
+    const MutexLock guard(mutex_);
+    limit_ = static_cast<std::size_t>(limit);
+    limitPerAddress_ = limitPerAddress;
+}
+
 std::size_t AddressLimiter::count() const
 {
     const MutexLock guard(mutex_);

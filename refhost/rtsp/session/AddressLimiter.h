@@ -22,12 +22,15 @@ public:
     /// Uncounts one. Requires: take() counted it.
     void giveBack(const SocketAddress::Key& address);
 
+    /// From now on these limits hold; what was counted beyond them stays.
+    void setLimits(int limit, int limitPerAddress);
+
     std::size_t count() const;
 
 private:
-    const std::size_t limit_;
-    const int limitPerAddress_;
     mutable Mutex mutex_;
+    std::size_t limit_ OV_GUARDED_BY(mutex_);
+    int limitPerAddress_ OV_GUARDED_BY(mutex_);
     std::size_t count_ OV_GUARDED_BY(mutex_) = 0;
     std::unordered_map<SocketAddress::Key, int, SocketAddress::KeyHash> byAddress_ OV_GUARDED_BY(mutex_);
 };

@@ -45,7 +45,8 @@ std::shared_ptr<RtspSession> ConnectionSessions::of(RequestContext& context)
 void ConnectionSessions::addHeader(ResponseWriter& out, const RtspSession& session) const
 {
     out.startHeader("Session");
-    SessionHeader::append(out.text(), session.id(), std::chrono::seconds(services_.limits.sessionTimeout));
+    SessionHeader::append(out.text(), session.id(),
+                          std::chrono::seconds(services_.policy.get()->limits.sessionTimeout));
     out.endHeader();
 }
 

@@ -6,26 +6,38 @@
 namespace refhost
 {
 
+namespace
+{
+
+bool parseLive(const MediaRoutes::Route& route, const std::string& presentation, MulticastMediaUrl& url)
+{
+    return (route.multicast() ? url.parseMulticastMediaUrl(presentation) : url.parseMediaUrl(presentation)) ==
+           0;
+}
+
+}  // namespace
+
 MediaTarget MediaTarget::of(const MediaRoutes::Route& route, const std::string& presentation)
 {
     MediaTarget target;
     target.right = route.recorded ? Right::playback : Right::live;
     MulticastMediaUrl url;
-    int status = 0;
-    if (route.recorded)
-    {
-        status = url.parsePlaybackMediaUrl(presentation);
-    }
-    else
-    {
-        status =
-            route.multicast() ? url.parseMulticastMediaUrl(presentation) : url.parseMediaUrl(presentation);
-    }
-    if (status == 0)
+    if (route.recorded ? url.parsePlaybackMediaUrl(presentation) == 0 : parseLive(route, presentation, url))
     {
         target.camera = url.objMediaUrlParam.getCameraID();
     }
     return target;
+}
+
+std::optional<std::pair<int, int>> MediaTarget::liveStreamOf(const MediaRoutes::Route& route,
+                                                             const std::string& presentation)
+{
+    MulticastMediaUrl url;
+    if (route.recorded || !parseLive(route, presentation, url))
+    {
+        return std::nullopt;
+    }
+    return std::pair(url.objMediaUrlParam.getCameraID(), url.objMediaUrlParam.getStreamID());
 }
 
 }  // namespace refhost

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "refhost/access/Right.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
@@ -17,6 +18,10 @@ struct MediaTarget
 
     /// Reads the camera with the codec that the route's controllers read it with, so that both mean the same.
     static MediaTarget of(const MediaRoutes::Route& route, const std::string& presentation);
+
+    /// The camera and stream that a live presentation is of; nothing for a recorded one and where the URL names none.
+    static std::optional<std::pair<int, int>> liveStreamOf(const MediaRoutes::Route& route,
+                                                           const std::string& presentation);
 };
 
 }  // namespace refhost

@@ -37,7 +37,8 @@ void RequestAccess::challenge(RequestContext& context, bool stale) const
 
 bool RequestAccess::takesBasic() const
 {
-    const std::string& basic = services_.auth.basic;
+    const auto policy = services_.policy.get();
+    const std::string& basic = policy->auth.basic;
     return basic == "always" || (basic == "tls-only" && connection_.encrypted());
 }
 

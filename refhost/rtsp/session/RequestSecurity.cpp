@@ -53,8 +53,8 @@ RequestSecurity::RequestSecurity(RtspServices& services, ClientConnection& conne
 Protection RequestSecurity::protectionOf(const RequestContext& context) const
 {
     const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
-    return services_.security.of(route != nullptr ? MediaTarget::of(*route, context.url.presentation).camera
-                                                  : std::nullopt);
+    return services_.policy.get()->security.of(
+        route != nullptr ? MediaTarget::of(*route, context.url.presentation).camera : std::nullopt);
 }
 
 RequestSecurity::Description RequestSecurity::description(const RequestContext& context) const
@@ -72,7 +72,7 @@ RequestSecurity::Description RequestSecurity::description(const RequestContext& 
     }
     const bool srtp =
         MediaSecurity::describesSrtp(protection, encrypted, context.url.has("security", "srtp"));
-    return {srtp, srtp && !services_.security.keysAllowed(encrypted) ? keysInClear : ""};
+    return {srtp, srtp && !services_.policy.get()->security.keysAllowed(encrypted) ? keysInClear : ""};
 }
 
 std::vector<SdpWriter::KeyLines> RequestSecurity::offerKeys(const std::string& presentation,
@@ -89,7 +89,7 @@ std::vector<SdpWriter::KeyLines> RequestSecurity::offerKeys(const std::string& p
     offer.inCrypto = connection_.encrypted();
     for (const SubMediaInfo& track : info.getAllSubMediaInfo())
     {
-        const SrtpKey key = SrtpKey::random(services_.srtpSuite);
+        const SrtpKey key = SrtpKey::random(services_.policy.get()->srtpSuite);
         lines.push_back({track.trackId, linesOf(key, offer.inCrypto)});
         offer.tracks.push_back({track.trackId, key});
     }
@@ -112,7 +112,7 @@ bool RequestSecurity::admits(const RequestContext& context, TransportChoice& cho
         refusal = "its transport is not encrypted as the camera requires";
         return false;
     }
-    if (choice.secure && !services_.security.keysAllowed(encrypted))
+    if (choice.secure && !services_.policy.get()->security.keysAllowed(encrypted))
     {
         refusal = keysInClear;
         return false;
@@ -151,7 +151,7 @@ std::shared_ptr<ProtectedSender> RequestSecurity::protect(const RtspUrl& url,
     const SrtpKey* const offered = offeredKeys_.find(url.presentation, url.track);
     if (offered == nullptr)
     {
-        newKey = SrtpKey::random(services_.srtpSuite);
+        newKey = SrtpKey::random(services_.policy.get()->srtpSuite);
     }
     const SrtpKey& key = offered == nullptr ? *newKey : *offered;
     return std::make_shared<ProtectedSender>(std::make_shared<SrtpProtection>(key, clientKey.value_or(key)));

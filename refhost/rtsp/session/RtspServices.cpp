@@ -9,18 +9,21 @@ namespace refhost
 {
 
 RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, const HostClock& hostClock)
-    : limits(config.limits),
-      auth(config.auth),
-      security(config),
-      srtpSuite(srtpSuiteNamed(config.srtp.suite).value_or(SrtpSuite::aesCm128HmacSha1Tag80)),
+    : policy(ServerPolicy(config)),
       clock(hostClock),
       routes(std::move(mediaRoutes)),
-      sessions(limits),
+      sessions(config.limits),
       authenticator(config.users, config.realm, clock, config.digestWithoutQop),
       access(AccessRules(config.users, config.groups)),
       brake(config.auth, clock),
       sdp(static_cast<std::uint64_t>(std::time(nullptr)))
 {
+}
+
+void RtspServices::setPolicy(const ServerConfig& config)
+{
+    policy.replace(ServerPolicy(config));
+    sessions.setLimits(config.limits);
 }
 
 std::size_t RtspServices::setUsers(const std::vector<UserConfig>& users,

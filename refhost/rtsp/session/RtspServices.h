@@ -8,16 +8,16 @@
 
 #include "refhost/access/AccessControl.h"
 #include "refhost/base/HostClock.h"
+#include "refhost/base/Replaceable.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtp/multicast/MulticastServer.h"
-#include "refhost/rtp/srtp/SrtpSuite.h"
 #include "refhost/rtp/udp/UdpServer.h"
 #include "refhost/rtsp/auth/Authenticator.h"
 #include "refhost/rtsp/auth/LoginBrake.h"
 #include "refhost/rtsp/message/SdpWriter.h"
 #include "refhost/rtsp/session/CommonControllers.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
-#include "refhost/rtsp/session/MediaSecurity.h"
+#include "refhost/rtsp/session/ServerPolicy.h"
 #include "refhost/rtsp/session/SessionTable.h"
 
 namespace refhost
@@ -42,10 +42,11 @@ struct RtspServices
     /// \returns how many sessions it ended
     std::size_t setUsers(const std::vector<UserConfig>& users, const std::vector<GroupConfig>& groups);
 
-    const LimitsConfig limits;
-    const AuthConfig auth;
-    const MediaSecurity security;
-    const SrtpSuite srtpSuite;
+    /// Judges requests by another configuration from now on; what runs goes on. Users are not among it. Threads: one
+    /// at a time.
+    void setPolicy(const ServerConfig& config);
+
+    Replaceable<ServerPolicy> policy;
     const HostClock& clock;
     const MediaRoutes routes;
     CommonControllers controllers;

@@ -74,6 +74,11 @@ const MediaTarget& RtspSession::target() const
     return target_;
 }
 
+std::optional<std::pair<int, int>> RtspSession::liveStream() const
+{
+    return MediaTarget::liveStreamOf(route_, presentation_);
+}
+
 const SharedStream* RtspSession::shared() const
 {
     return shared_.get();

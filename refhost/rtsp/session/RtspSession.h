@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "hostapi/description/RTPPacketInfo.h"
@@ -90,6 +91,8 @@ public:
     const SharedStream* shared() const;
     const SessionOwner& owner() const;
     const MediaTarget& target() const;
+    /// \see MediaTarget::liveStreamOf()
+    std::optional<std::pair<int, int>> liveStream() const;
     std::shared_ptr<SessionLiveness> liveness() const;
 
     /// Sets a track up, or changes the transport of one that does not play. The previous transport ends

@@ -58,7 +58,7 @@ void logCount(const char* event, const RtspSession& session, std::size_t count)
 
 SessionTable::SessionTable(const LimitsConfig& limits)
     : sessionTimeout_(std::chrono::seconds(limits.sessionTimeout)),
-      orphanTimeout_(std::chrono::seconds(limits.orphanTimeout)),
+      orphanTimeout_(Duration(std::chrono::seconds(limits.orphanTimeout))),
       quota_(limits.sessions, limits.sessionsPerAddress)
 {
 }
@@ -198,6 +198,28 @@ std::size_t SessionTable::endUnpermitted(const AccessRules& rules)
         }
     }
     return ended;
+}
+
+std::size_t SessionTable::endThose(const std::function<bool(const RtspSession& session)>& which,
+                                   const std::string& why)
+{
+    std::size_t ended = 0;
+    for (const std::shared_ptr<RtspSession>& session : all())
+    {
+        if (which(*session))
+        {
+            Log::info("session {} ended: {}", session->logName(), why);
+            end(session);
+            ++ended;
+        }
+    }
+    return ended;
+}
+
+void SessionTable::setLimits(const LimitsConfig& limits)
+{
+    orphanTimeout_ = Duration(std::chrono::seconds(limits.orphanTimeout));
+    quota_.setLimits(limits.sessions, limits.sessionsPerAddress);
 }
 
 std::size_t SessionTable::count() const

@@ -1,7 +1,9 @@
 #pragma once
 // Tested by tests/refhost/rtsp/session/RtspSession_test.cpp, tests/refhost/rtsp/session/SharedSessions_test.cpp.
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -48,13 +50,23 @@ public:
     /// \returns how many
     std::size_t endUnpermitted(const AccessRules& rules);
 
+    /// Ends the sessions that `which` names.
+    /// \param why  for the log, such as "its camera was removed"
+    /// \returns how many
+    std::size_t endThose(const std::function<bool(const RtspSession& session)>& which,
+                         const std::string& why);
+
+    /// From now on these limits hold, but for the session timeout, which clients were told. Sessions beyond them go
+    /// on.
+    void setLimits(const LimitsConfig& limits);
+
     std::size_t count() const;
 
 private:
     std::vector<std::shared_ptr<RtspSession>> all() const;
 
     const Duration sessionTimeout_;
-    const Duration orphanTimeout_;
+    std::atomic<Duration> orphanTimeout_;
     AddressLimiter quota_;
     mutable Mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> sessions_
