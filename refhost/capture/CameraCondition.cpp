@@ -51,6 +51,13 @@ CameraCondition::CameraCondition(CameraStates& states, const CameraStates::Key& 
     status_.since = HostClock::system().wallNow();
 }
 
+void CameraCondition::rename(const std::string& title)
+{
+    title_ = title;
+    row_.rename(title);
+    row_.set(status_);
+}
+
 void CameraCondition::onStart()
 {
     ++status_.starts;

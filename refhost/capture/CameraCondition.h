@@ -26,6 +26,9 @@ public:
     /// \param states  outlives this
     CameraCondition(CameraStates& states, const CameraStates::Key& key, std::string title);
 
+    /// The stream has another name now.
+    void rename(const std::string& title);
+
     /// A try starts.
     void onStart();
     /// A try goes on by other means, which is not a failure.
@@ -48,7 +51,7 @@ private:
     bool isNewCause(const std::string& text);
     std::string pastText() const;
 
-    const std::string title_;
+    std::string title_;
     CameraStates::Row row_;
     StateMachine<CameraState> state_{CameraState::idle};
     CameraStatus status_;

@@ -50,13 +50,18 @@ public:
         Row(const Row&) = delete;
         Row& operator=(const Row&) = delete;
 
+        /// The title that the next set() gives the row.
+        void rename(const std::string& title)
+        {
+            title_ = title;
+        }
         /// Replaces all but camera, stream and title.
         void set(CameraStatus status);
 
     private:
         CameraStates& states_;
         const Key key_;
-        const std::string title_;
+        std::string title_;
         std::uint64_t number_ = 0;
     };
 

@@ -32,13 +32,12 @@ std::chrono::milliseconds pauseOfFrames(const CameraStream::Options& options)
 
 CameraStream::CameraStream(const StreamConfig& config, const std::string& title, const Options& options,
                            std::shared_ptr<TaskQueue> queue, std::function<void()> changed)
-    : config_(config),
-      title_(title),
-      options_(options),
+    : options_(options),
       changed_(std::move(changed)),
       queue_(std::move(queue)),
+      setting_{config, title, options.linger, options.serverClock},
       attempts_(options_.restartPauses),
-      condition_(*options_.states, {options_.cameraId, config_.id}, title_)
+      condition_(*options_.states, {options_.cameraId, config.id}, title)
 {
 }
 
@@ -70,7 +69,7 @@ void CameraStream::awaitEnd(Clock::time_point deadline)
     {
         if (*runner && !(*runner)->awaitEnd(deadline))
         {
-            Log::warning("{}: the source does not end, it is abandoned", title_);
+            Log::warning("{}: the source does not end, it is abandoned", setting_.title);
         }
         runner->reset();
     }
@@ -106,6 +105,47 @@ void CameraStream::postUpdate()
             }
             update();
         });
+}
+
+void CameraStream::change(const Setting& setting, bool restarts)
+{
+    if (restarts)
+    {
+        forgetTracks();
+    }
+    const auto apply = [this, setting, restarts]
+    {
+        setting_ = setting;
+        condition_.rename(setting.title);
+        if (restarts)
+        {
+            startOver();
+        }
+    };
+    post(apply);
+}
+
+/// Descriptions wait for the new ones from now on.
+void CameraStream::forgetTracks()
+{
+    const MutexLock guard(mutex_);
+    tracks_.reset();
+    failed_ = false;
+}
+
+void CameraStream::startOver()
+{
+    // The former source may have described its own meanwhile.
+    forgetTracks();
+    attempts_.reset();
+    restartScheduled_ = false;
+    clockReported_ = false;
+    if (pipeline_)
+    {
+        Log::info("{}: starting again with another configuration", setting_.title);
+        stop();
+    }
+    update();
 }
 
 std::size_t CameraStream::waitingTasks() const
@@ -224,7 +264,7 @@ void CameraStream::restartNow()
 {
     if (pipeline_)
     {
-        Log::info("{}: starting again, as requested", title_);
+        Log::info("{}: starting again, as requested", setting_.title);
         condition_.onUnneeded();
         stop();
     }
@@ -270,7 +310,7 @@ void CameraStream::start()
     condition_.onStart();
     described_ = false;
     packetsSeen_ = 0;
-    if (PipelineRunner::abandoned(title_) >= options_.maxAbandoned)
+    if (PipelineRunner::abandoned(setting_.title) >= options_.maxAbandoned)
     {
         fail("too many of its sources hang; waiting until one of them ends");
         return;
@@ -300,13 +340,8 @@ void CameraStream::startPipeline()
     { post([this, why] { condition_.onOtherMeans(why); }); };
     events.clockUnusable = [this](const std::string& why) { post([this, why] { onClockUnusable(why); }); };
     events.stopped = [this, run] { post([this, run] { onStopped(run); }); };
-    SourceRun::Setup setup{config_,
-                           title_,
-                           attempts_.means(),
-                           mediaTap_,
-                           taps_.inUse(),
-                           std::move(events),
-                           options_.serverClock};
+    SourceRun::Setup setup{setting_.config, setting_.title,    attempts_.means(),   mediaTap_,
+                           taps_.inUse(),   std::move(events), setting_.serverClock};
     pipeline_ = options_.makeRun ? options_.makeRun(std::move(setup))
                                  : std::make_unique<PipelineRunner>(std::move(setup));
     post([this, run] { checkForSilence(run, 0); }, options_.maxSilence);
@@ -356,8 +391,8 @@ void CameraStream::onEndDeadline(std::uint64_t run)
     ending_.reset();
     if (!ended)
     {
-        Log::warning("{}: the source does not end, it is abandoned; {} of this stream hang now", title_,
-                     PipelineRunner::abandoned(title_));
+        Log::warning("{}: the source does not end, it is abandoned; {} of this stream hang now",
+                     setting_.title, PipelineRunner::abandoned(setting_.title));
     }
     finishStop();
     update();
@@ -385,7 +420,7 @@ void CameraStream::onClockUnusable(const std::string& why)
     if (!clockReported_)
     {
         clockReported_ = true;
-        Log::warning("{}: {}: media are dated by their arrival", title_, why);
+        Log::warning("{}: {}: media are dated by their arrival", setting_.title, why);
     }
 }
 
@@ -413,7 +448,8 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
     {
         for (const SubMediaInfo& track : *tracks)
         {
-            Log::debug("{}: {} is {} {}", title_, track.trackId, track.encodingName, track.formatParameters);
+            Log::debug("{}: {} is {} {}", setting_.title, track.trackId, track.encodingName,
+                       track.formatParameters);
         }
         changed_();
     }
@@ -542,12 +578,12 @@ void CameraStream::scheduleStop()
         if (stopScheduled_ && since == requests_ && pipeline_)
         {
             stopScheduled_ = false;
-            Log::info("{}: stopping, nobody watches", title_);
+            Log::info("{}: stopping, nobody watches", setting_.title);
             condition_.onUnneeded();
             stop();
         }
     };
-    post(stopUnlessNeeded, options_.linger);
+    post(stopUnlessNeeded, setting_.linger);
 }
 
 void CameraStream::startAgain()

@@ -65,6 +65,20 @@ public:
     /// Requires: not called by one of the stream's sinks or by `changed`.
     ~CameraStream() override;
 
+    /// What may change while the stream is used.
+    struct Setting
+    {
+        StreamConfig config;
+        std::string title;
+        std::chrono::milliseconds linger;
+        bool serverClock;
+    };
+
+    /// Applies other settings of the same stream.
+    /// \param restarts  the source starts again with them, and the tracks are described anew; viewers stay attached.
+    ///                  Otherwise a source that runs keeps its title until its next start
+    void change(const Setting& setting, bool restarts);
+
     /// Starts to stop permanently: `changed` is not called any more.
     /// Requires: not called by one of the stream's sinks or by `changed`.
     void close();
@@ -126,9 +140,9 @@ private:
     void scheduleRestart();
     void sendKeyFrameRequest();
     void restartNow();
+    void forgetTracks();
+    void startOver();
 
-    const StreamConfig config_;
-    const std::string title_;
     const Options options_;
     const std::function<void()> changed_;
     const std::shared_ptr<MediaTap> mediaTap_ = std::make_shared<MediaTap>();
@@ -153,6 +167,7 @@ private:
     std::atomic<bool> startsAtOnce_{false};  ///< the next update() ignores the restart pause
 
     // Used on the queue's thread only, and by close() and awaitEnd().
+    Setting setting_;
     std::unique_ptr<SourceRun> pipeline_;
     std::unique_ptr<SourceRun> ending_;  ///< stopped, but not ended yet
     std::uint64_t endingRun_ = 0;

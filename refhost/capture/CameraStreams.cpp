@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "refhost/base/ChangeSignal.h"
+#include "refhost/config/ConfigChanges.h"
 #include "refhost/media/BackChannel.h"
 
 namespace refhost
@@ -15,6 +16,11 @@ namespace
 
 /// Max time that all sources together may take to end.
 constexpr std::chrono::milliseconds maxEndTime(1500);
+
+bool usesServerClock(const CameraConfig& camera)
+{
+    return camera.clock == "server";
+}
 
 }  // namespace
 
@@ -28,39 +34,107 @@ CameraStream::Options CameraStreams::usualOptions(const ServerConfig& config)
 CameraStreams::CameraStreams(const ServerConfig& config) : CameraStreams(config, usualOptions(config)) {}
 
 CameraStreams::CameraStreams(const ServerConfig& config, const CameraStream::Options& options)
+    : options_(options)
 {
     gst_init(nullptr, nullptr);
     makeThreads();
+    setConfig(config);
+}
+
+CameraStreams::~CameraStreams()
+{
+    std::vector<std::shared_ptr<CameraStream>> all = std::move(removed_);
+    {
+        const MutexLock guard(mutex_);
+        for (const auto& [id, entry] : streams_)
+        {
+            all.push_back(entry.stream);
+        }
+    }
+    // All at once: the program's end waits for it.
+    for (const auto& stream : all)
+    {
+        stream->close();
+    }
+    const auto deadline = std::chrono::steady_clock::now() + maxEndTime;
+    for (const auto& stream : all)
+    {
+        stream->awaitEnd(deadline);
+    }
+}
+
+CameraStreams::Entry CameraStreams::makeStream(const CameraConfig& camera, const StreamConfig& stream) const
+{
     const auto changed = [] { ChangeSignal::instance().announce(); };
+    CameraStream::Options own = options_;
+    own.serverClock = usesServerClock(camera);
+    own.cameraId = camera.id;
+    return {std::make_shared<CameraStream>(stream, camera.streamName(stream.id), own, queue_, changed),
+            camera, stream};
+}
+
+/// \returns whether what it sends may be described otherwise now
+bool CameraStreams::change(Entry& entry, const CameraConfig& camera, const StreamConfig& stream) const
+{
+    const bool described = ConfigChanges::differIn(ReloadEffect::viewers, entry.config, stream);
+    const bool restarts = described || ConfigChanges::differIn(ReloadEffect::source, entry.config, stream) ||
+                          ConfigChanges::differIn(ReloadEffect::source, entry.camera, camera);
+    entry.stream->change({stream, camera.streamName(stream.id), options_.linger, usesServerClock(camera)},
+                         restarts);
+    entry.camera = camera;
+    entry.config = stream;
+    return described;
+}
+
+CameraStreams::Changed CameraStreams::setConfig(const ServerConfig& config)
+{
+    options_.linger = usualOptions(config).linger;
+    Changed changed;
+    const MutexLock guard(mutex_);
+    backChannels_.clear();
+    std::map<Id, Entry> next;
     for (const CameraConfig& camera : config.cameras)
     {
         if (const auto track = backChannelOf(camera.talkBack))
         {
             backChannels_[camera.id] = *track;
         }
-        CameraStream::Options own = options;
-        own.serverClock = camera.clock == "server";
-        own.cameraId = camera.id;
         for (const StreamConfig& stream : camera.streams)
         {
-            streams_[{camera.id, stream.id}] =
-                std::make_shared<CameraStream>(stream, camera.streamName(stream.id), own, queue_, changed);
+            const Id id(camera.id, stream.id);
+            auto present = streams_.extract(id);
+            if (present.empty())
+            {
+                next.emplace(id, makeStream(camera, stream));
+                continue;
+            }
+            if (change(present.mapped(), camera, stream))
+            {
+                changed.described.insert(id);
+            }
+            next.insert(std::move(present));
         }
     }
+    for (const auto& [id, entry] : streams_)
+    {
+        changed.removed.insert(id);
+        removed_.push_back(entry.stream);
+    }
+    streams_.swap(next);
+    return changed;
 }
 
-CameraStreams::~CameraStreams()
+std::size_t CameraStreams::endRemoved()
 {
-    // All at once: the program's end waits for it.
-    for (const auto& [key, stream] : streams_)
-    {
-        stream->close();
-    }
-    const auto deadline = std::chrono::steady_clock::now() + maxEndTime;
-    for (const auto& [key, stream] : streams_)
-    {
-        stream->awaitEnd(deadline);
-    }
+    const auto isFree = [](const std::shared_ptr<CameraStream>& stream) { return stream.use_count() == 1; };
+    removed_.erase(std::remove_if(removed_.begin(), removed_.end(), isFree), removed_.end());
+    return removed_.size();
+}
+
+std::size_t CameraStreams::count() const
+{
+    const MutexLock guard(mutex_);
+    return streams_.size();
 }
 
 void CameraStreams::makeThreads()
@@ -73,18 +147,21 @@ void CameraStreams::makeThreads()
 
 std::size_t CameraStreams::running() const
 {
-    return static_cast<std::size_t>(std::count_if(streams_.begin(), streams_.end(),
-                                                  [](const auto& each) { return each.second->isRunning(); }));
+    const MutexLock guard(mutex_);
+    return static_cast<std::size_t>(std::count_if(
+        streams_.begin(), streams_.end(), [](const auto& each) { return each.second.stream->isRunning(); }));
 }
 
 std::shared_ptr<StreamSource> CameraStreams::find(int cameraId, int streamId)
 {
+    const MutexLock guard(mutex_);
     const auto found = streams_.find({cameraId, streamId});
-    return found == streams_.end() ? nullptr : found->second;
+    return found == streams_.end() ? nullptr : found->second.stream;
 }
 
 bool CameraStreams::describeBackChannel(int cameraId, SubMediaInfo& out)
 {
+    const MutexLock guard(mutex_);
     const auto found = backChannels_.find(cameraId);
     if (found == backChannels_.end())
     {

@@ -25,6 +25,15 @@ SourceAttempts::SourceAttempts(std::vector<Milliseconds> restartPauses)
 {
 }
 
+void SourceAttempts::reset()
+{
+    startedAt_ = {};
+    means_ = 0;
+    switches_ = 0;
+    repeats_ = 0;
+    failures_ = 0;
+}
+
 void SourceAttempts::onStart(Clock::time_point now)
 {
     startedAt_ = now;

@@ -40,6 +40,8 @@ public:
         return means_;
     }
 
+    /// Forgets all attempts: the source is another one.
+    void reset();
     void onStart(Clock::time_point now);
     /// The source delivers what can be described.
     void onDescribed();

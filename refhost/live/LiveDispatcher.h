@@ -34,7 +34,7 @@ public:
     LiveDispatcher(const LiveDispatcher&) = delete;
     LiveDispatcher& operator=(const LiveDispatcher&) = delete;
 
-    /// Sets the settings of future streams and sessions; call it before the first one.
+    /// Sets the settings of streams and sessions that start from now on.
     /// \param starts  streams with a start of their own
     void configure(const LiveSettings& settings, LiveStreams::Starts starts = {});
 

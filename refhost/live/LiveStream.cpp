@@ -10,6 +10,17 @@ LiveStream::LiveStream(const std::shared_ptr<StreamSource>& source, const LiveSe
 {
 }
 
+LiveStream::~LiveStream()
+{
+    if (const auto source = source_.lock())
+    {
+        for (const Tap& tap : taps_)
+        {
+            source->detach(tap.track.get());
+        }
+    }
+}
+
 std::shared_ptr<LiveTrack> LiveStream::use(const std::string& trackId, bool video, int payloadSize)
 {
     const MutexLock guard(mutex_);

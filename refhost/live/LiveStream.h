@@ -22,6 +22,10 @@ class LiveStream
 public:
     /// \param source  kept weakly
     LiveStream(const std::shared_ptr<StreamSource>& source, const LiveSettings& settings);
+    /// Removes its taps from the source.
+    ~LiveStream();
+    LiveStream(const LiveStream&) = delete;
+    LiveStream& operator=(const LiveStream&) = delete;
 
     /// The source; null once it is gone.
     std::shared_ptr<StreamSource> source() const

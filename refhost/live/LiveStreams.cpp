@@ -16,6 +16,18 @@ void LiveStreams::configure(const LiveSettings& settings, Starts starts)
     starts_ = std::move(starts);
 }
 
+void LiveStreams::forget(int cameraId, int streamId)
+{
+    std::shared_ptr<LiveStream> forgotten;
+    const MutexLock guard(mutex_);
+    const auto found = streams_.find(key(cameraId, streamId));
+    if (found != streams_.end())
+    {
+        forgotten = std::move(found->second);
+        streams_.erase(found);
+    }
+}
+
 std::shared_ptr<LiveStream> LiveStreams::find(int cameraId, int streamId)
 {
     const auto directory = Device::streams();
@@ -24,15 +36,16 @@ std::shared_ptr<LiveStream> LiveStreams::find(int cameraId, int streamId)
     {
         return nullptr;
     }
+    std::shared_ptr<LiveStream> former;
     const MutexLock guard(mutex_);
+    LiveSettings settings = settings_;
+    const auto own = starts_.find(key(cameraId, streamId));
+    settings.start = own == starts_.end() ? settings.start : own->second;
     std::shared_ptr<LiveStream>& stream = streams_[key(cameraId, streamId)];
-    // Another source with the same key: the device was set up again.
-    if (!stream || stream->source() != source)
+    // Another source with the same key: the device was set up again. Another start: the configuration was read again.
+    if (!stream || stream->source() != source || !(stream->settings().start == settings.start))
     {
-        LiveSettings settings = settings_;
-        const auto own = starts_.find(key(cameraId, streamId));
-        settings.start = own == starts_.end() ? settings.start : own->second;
-        stream = std::make_shared<LiveStream>(source, settings);
+        former = std::exchange(stream, std::make_shared<LiveStream>(source, settings));
     }
     return stream;
 }

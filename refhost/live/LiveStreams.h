@@ -22,11 +22,14 @@ public:
     /// Streams with a start of their own, by key().
     using Starts = std::unordered_map<std::string, LiveStart>;
 
-    /// Sets the settings of future streams.
+    /// Sets the settings of streams that viewers find from now on; those who have found one keep it.
     void configure(const LiveSettings& settings, Starts starts = {});
 
     /// \returns null when no such stream is configured
     std::shared_ptr<LiveStream> find(int cameraId, int streamId);
+
+    /// Forgets a stream that is not configured any more.
+    void forget(int cameraId, int streamId);
 
     /// The name of a stream: "<camera>/<stream>".
     static std::string key(int cameraId, int streamId);

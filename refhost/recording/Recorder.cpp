@@ -46,6 +46,7 @@ Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, 
                    const Options& options, Hooks hooks)
     : stream_(stream),
       title_(stream.name),
+      segmentLength_(options.segmentLength),
       ledger_(std::move(ledger)),
       disk_(disk),
       options_(options),
@@ -58,6 +59,12 @@ Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, 
 }
 
 Recorder::~Recorder() = default;
+
+void Recorder::change(const std::string& name, Duration segmentLength)
+{
+    title_.replace(name);
+    segmentLength_ = segmentLength;
+}
 
 void Recorder::stop()
 {
@@ -110,7 +117,7 @@ bool Recorder::admits(std::size_t bytes)
     if (skipping_)
     {
         Log::write(slownessReported_ ? Log::Level::debug : Log::Level::warning,
-                   title_ + ": the disk is too slow, some of the recording is left out");
+                   *title_.get() + ": the disk is too slow, some of the recording is left out");
         slownessReported_ = true;
         gather(nullptr);
     }
@@ -207,6 +214,7 @@ void Recorder::take(const EncodedUnitPtr& unit)
         }
         failed_.reset();
     }
+    cutter_.setLength(segmentLength_);
     cutter_.take(unit);
     if (now_ >= nextFlush_)
     {
@@ -329,7 +337,7 @@ void Recorder::reportMalformed(const std::string& what)
 {
     if (malformedPause_.isOver())
     {
-        Log::warning("{}: {} is malformed and cannot be recorded", title_, what);
+        Log::warning("{}: {} is malformed and cannot be recorded", *title_.get(), what);
     }
 }
 
@@ -385,7 +393,7 @@ void Recorder::flush()
     {
         failing_ = false;
         failPause_.reset();
-        Log::info("{}: recording goes on", title_);
+        Log::info("{}: recording goes on", *title_.get());
     }
 }
 
@@ -429,7 +437,7 @@ void Recorder::fail(const std::string& why)
 {
     if (failPause_.isOver())
     {
-        Log::error("{}: recording {}stopped: {}", title_, failing_ ? "is still " : "", Log::safe(why));
+        Log::error("{}: recording {}stopped: {}", *title_.get(), failing_ ? "is still " : "", Log::safe(why));
     }
     failing_ = true;
     failed_ = now_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -9,6 +10,7 @@
 
 #include "refhost/base/ConditionVariable.h"
 #include "refhost/base/HostClock.h"
+#include "refhost/base/Replaceable.h"
 #include "refhost/media/EncodedUnit.h"
 #include "refhost/media/StreamSource.h"
 #include "refhost/recording/DamageLog.h"
@@ -79,6 +81,21 @@ public:
     /// After stop().
     ~Recorder() override;
 
+    /// Whether it records this stream.
+    bool records(int cameraId, int streamId) const
+    {
+        return stream_.cameraId == cameraId && stream_.streamId == streamId;
+    }
+
+    const std::shared_ptr<StreamSource>& source() const
+    {
+        return stream_.source;
+    }
+
+    /// Applies another configuration of the same stream: its name in the log, and the length of segments, the present
+    /// one included. Nothing is lost.
+    void change(const std::string& name, Duration segmentLength);
+
     /// Detaches from the source. What was gathered is written and the segment closed soon, see awaitEnd().
     void stop();
     /// Waits until everything from before stop() is written.
@@ -121,7 +138,8 @@ private:
     void endSegment(Duration duration) override;
 
     const Stream stream_;
-    const std::string title_;
+    Replaceable<std::string> title_;
+    std::atomic<Duration> segmentLength_;
     const std::shared_ptr<SegmentLedger> ledger_;
     RecordingDisk& disk_;
     const Options options_;

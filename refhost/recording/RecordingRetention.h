@@ -64,6 +64,12 @@ public:
 
     explicit RecordingRetention(const Limits& limits) : limits_(limits) {}
 
+    /// From now on these limits hold.
+    void setLimits(const Limits& limits)
+    {
+        limits_ = limits;
+    }
+
     Outcome apply(RecordingIndex& index, const Now& now);
 
 private:
@@ -99,7 +105,7 @@ private:
                                  std::optional<int> camera) const;
     bool isTooOld(const Oldest& oldest, WallTime now) const;
 
-    const Limits limits_;
+    Limits limits_;
     std::optional<Now> last_;  ///< of the last apply()
     bool slowly_ = false;
     double count_ = 0;      ///< of all segments when slow removal started

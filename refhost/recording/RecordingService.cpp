@@ -94,6 +94,69 @@ void RecordingService::start()
     }
 }
 
+void RecordingService::setConfig(const ServerConfig& config)
+{
+    queue_.post([this, config] { change(config); });
+}
+
+void RecordingService::change(const ServerConfig& config)
+{
+    const bool worked = attempts_ > 0;
+    config_ = config;
+    retention_.setLimits(limitsOf(config_));
+    if (!worked)
+    {
+        if (hasWork())
+        {
+            Device::expectRecordings();
+            open();
+        }
+        return;
+    }
+    // Otherwise record() does it, once the folder can be used.
+    if (ledger_)
+    {
+        endUnrecorded();
+        record();
+    }
+    retainSoon();
+}
+
+/// Their files are closed by the disk's threads: nobody waits for it.
+void RecordingService::endUnrecorded()
+{
+    const auto isRecorded = [this](const std::shared_ptr<Recorder>& recorder)
+    {
+        for (const CameraConfig& camera : config_.cameras)
+        {
+            for (const StreamConfig& stream : camera.streams)
+            {
+                if (stream.record && recorder->records(camera.id, stream.id) &&
+                    recorder->source() == streams_->find(camera.id, stream.id))
+                {
+                    return true;
+                }
+            }
+        }
+        return false;
+    };
+    const auto gone = std::stable_partition(recorders_.begin(), recorders_.end(), isRecorded);
+    for (auto recorder = gone; recorder != recorders_.end(); ++recorder)
+    {
+        (*recorder)->stop();
+        stopped_.push_back(std::move(*recorder));
+    }
+    recorders_.erase(gone, recorders_.end());
+    dropEnded();
+}
+
+void RecordingService::dropEnded()
+{
+    const auto now = std::chrono::steady_clock::now();
+    const auto ended = [now](const std::shared_ptr<Recorder>& recorder) { return recorder->awaitEnd(now); };
+    stopped_.erase(std::remove_if(stopped_.begin(), stopped_.end(), ended), stopped_.end());
+}
+
 void RecordingService::stop()
 {
     if (stopping_.exchange(true))
@@ -119,6 +182,8 @@ void RecordingService::end()
     {
         recorder->stop();
     }
+    recorders_.insert(recorders_.end(), stopped_.begin(), stopped_.end());
+    stopped_.clear();
     if (!haveEnded(recorders_, pauses_.end))
     {
         Log::error("the disk of {} does not answer: recordings are left without their end",
@@ -303,28 +368,29 @@ void RecordingService::leave()
     open();
 }
 
+/// Starts what is to be recorded and is not yet; changes the rest.
 void RecordingService::record()
 {
-    Recorder::Options options;
-    options.segmentLength = std::chrono::seconds(config_.recording.segment);
+    const std::size_t before = recorders_.size();
     for (const CameraConfig& camera : config_.cameras)
     {
         for (const StreamConfig& stream : camera.streams)
         {
-            if (!stream.record)
+            const auto present = std::find_if(recorders_.begin(), recorders_.end(),
+                                              [&](const std::shared_ptr<Recorder>& recorder)
+                                              { return recorder->records(camera.id, stream.id); });
+            if (present != recorders_.end())
             {
-                continue;
+                (*present)->change(camera.streamName(stream.id),
+                                   std::chrono::seconds(config_.recording.segment));
             }
-            const Recorder::Stream recorded{camera.id, stream.id, streams_->find(camera.id, stream.id),
-                                            camera.streamName(stream.id)};
-            Recorder::Hooks hooks;
-            hooks.segmentClosed = [this] { retainSoon(); };
-            hooks.makeRoom = [room = room_](bool again) { return room->make(again); };
-            hooks.mayStart = [this](std::string& why) { return mayStart(why); };
-            recorders_.push_back(Recorder::start(recorded, ledger_, *disk_, options, std::move(hooks)));
+            else if (stream.record)
+            {
+                startRecorder(camera, stream);
+            }
         }
     }
-    if (!recorders_.empty())
+    if (recorders_.size() > before)
     {
         Log::info("{} recorded in {}{}",
                   recorders_.size() == 1 ? "one stream is" : fmt::format("{} streams are", recorders_.size()),
@@ -332,9 +398,27 @@ void RecordingService::record()
     }
 }
 
+void RecordingService::startRecorder(const CameraConfig& camera, const StreamConfig& stream)
+{
+    Recorder::Options options;
+    options.segmentLength = std::chrono::seconds(config_.recording.segment);
+    const Recorder::Stream recorded{camera.id, stream.id, streams_->find(camera.id, stream.id),
+                                    camera.streamName(stream.id)};
+    if (!recorded.source)
+    {
+        return;
+    }
+    Recorder::Hooks hooks;
+    hooks.segmentClosed = [this] { retainSoon(); };
+    hooks.makeRoom = [room = room_](bool again) { return room->make(again); };
+    hooks.mayStart = [this](std::string& why) { return mayStart(why); };
+    recorders_.push_back(Recorder::start(recorded, ledger_, *disk_, options, std::move(hooks)));
+}
+
 void RecordingService::retain()
 {
     retainsSoon_ = false;
+    dropEnded();
     ++retentions_;
     if (!folder_ || !index_)
     {

@@ -32,7 +32,7 @@ namespace refhost
 /// one is mounted there. A disk that hangs is not waited for; nothing is recorded until it answers. Earlier
 /// recordings are published even if nothing is recorded now.
 ///
-/// Threads: start() and stop() from one; the work is done on a thread of its own.
+/// Threads: start(), setConfig() and stop() from one; the work is done on a thread of its own.
 class RecordingService
 {
 public:
@@ -54,6 +54,12 @@ public:
     RecordingService& operator=(const RecordingService&) = delete;
 
     void start();
+
+    /// Applies another configuration soon: starts and ends the recorders of streams that it does or does not record,
+    /// changes limits, names and the length of segments. Other recorders go on without a gap. The folder stays.
+    /// Requires: the streams were given the configuration before.
+    void setConfig(const ServerConfig& config);
+
     /// Closes every segment and withdraws the index; waits for the disk for at most Pauses::end.
     void stop();
 
@@ -86,6 +92,10 @@ private:
     void openIndex();
     void repair();
     void record();
+    void change(const ServerConfig& config);
+    void startRecorder(const CameraConfig& camera, const StreamConfig& stream);
+    void endUnrecorded();
+    void dropEnded();
     bool mayStart(std::string& why);
     void leave();
     void end();
@@ -97,7 +107,7 @@ private:
     void retainSoon();
     void retainRegularly();
 
-    const ServerConfig config_;
+    ServerConfig config_;  ///< changed on the service's thread
     const std::shared_ptr<StreamDirectory> streams_;
     RecordingRetention retention_;
     const Pauses pauses_;
@@ -112,6 +122,7 @@ private:
     std::shared_ptr<RecordingIndex> index_;
     std::unique_ptr<RecordingDisk> disk_;
     std::vector<std::shared_ptr<Recorder>> recorders_;
+    std::vector<std::shared_ptr<Recorder>> stopped_;  ///< by another configuration, and not ended yet
     std::optional<Hanging> hanging_;
     bool failureReported_ = false;
     bool indexFailureReported_ = false;

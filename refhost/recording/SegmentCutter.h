@@ -66,6 +66,12 @@ public:
     /// \param sink           outlives the cutter
     SegmentCutter(Duration segmentLength, std::function<Expected()> expected, SegmentSink& sink);
 
+    /// The length that is requested from now on, also of the present segment.
+    void setLength(Duration segmentLength)
+    {
+        segmentLength_ = segmentLength;
+    }
+
     void take(const EncodedUnitPtr& unit);
     /// Ends the present segment; the next one starts with the next key frame.
     void interrupt();
@@ -91,7 +97,7 @@ private:
     void cut();
     SegmentSink::Tracks knownTracks() const;
 
-    const Duration segmentLength_;
+    Duration segmentLength_;
     const std::function<Expected()> expected_;
     SegmentSink& sink_;
 

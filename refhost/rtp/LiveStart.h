@@ -20,6 +20,11 @@ struct LiveStart
     Mode mode = Mode::burst;
     int rate = 2;
 
+    bool operator==(const LiveStart& other) const
+    {
+        return mode == other.mode && rate == other.rate;
+    }
+
     /// \param name  "burst", "paced" or "key-frame"
     /// \returns nothing for another name
     static std::optional<Mode> named(std::string_view name);

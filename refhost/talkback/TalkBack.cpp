@@ -35,8 +35,14 @@ TalkPolicy policyOf(const std::string& name)
 
 TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const DeviceExAbility& ability,
                    int platformType)
+    : device_(device), ability_(ability), platformType_(platformType)
 {
-    if (!config.offersTalkBack())
+    setConfig(config);
+}
+
+void TalkBack::setConfig(const ServerConfig& config)
+{
+    if (runs_ || !config.offersTalkBack())
     {
         return;
     }
@@ -49,9 +55,9 @@ TalkBack::TalkBack(const ServerConfig& config, const DeviceInfoEx& device, const
     MTUParam mtu;
     mtu.setMTUValue(config.mtu);
     const SafePointer<OVAudioBackDispatcherMgr> manager = OVAudioBackDispatcherMgr::getInstance();
-    manager->setDeviceInfoEx(device);
-    manager->setDeviceExAbility(ability);
-    manager->setThirdPlatType(platformType);
+    manager->setDeviceInfoEx(device_);
+    manager->setDeviceExAbility(ability_);
+    manager->setThirdPlatType(platformType_);
     manager->setMTUParam(mtu);
     manager->setMediaPlayer(SafePointer<IMediaPlayer>(
         new OutputPlayer(AudioOutput::make(config.talkBack.output, config.talkBack.device), settings.format,

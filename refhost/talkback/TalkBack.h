@@ -20,10 +20,15 @@ public:
     /// Ends every remaining session and closes the output. Waits for the worker: at most a third of a second,
     /// unless the output is being opened.
     ~TalkBack();
+    /// Starts it where another configuration is the first that offers talk-back.
+    void setConfig(const ServerConfig& config);
     TalkBack(const TalkBack&) = delete;
     TalkBack& operator=(const TalkBack&) = delete;
 
 private:
+    const DeviceInfoEx device_;
+    const DeviceExAbility ability_;
+    const int platformType_;
     bool runs_ = false;
 };
 
