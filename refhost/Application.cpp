@@ -15,9 +15,12 @@
 #include <utility>
 
 #include "refhost/CommandLine.h"
+#include "refhost/ConfigReload.h"
 #include "refhost/EndDeadline.h"
+#include "refhost/ReloadSocket.h"
 #include "refhost/ServedMedia.h"
 #include "refhost/ServerAddress.h"
+#include "refhost/ServerSignals.h"
 #include "refhost/base/AuditLog.h"
 #include "refhost/base/LibraryOutput.h"
 #include "refhost/base/Log.h"
@@ -31,6 +34,7 @@
 #include "refhost/http/LiveRoute.h"
 #include "refhost/http/PageRoutes.h"
 #include "refhost/ingest/IngestLoops.h"
+#include "refhost/live/LiveDispatcher.h"
 #include "refhost/media/Device.h"
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/recording/RecordingService.h"
@@ -49,49 +53,6 @@ constexpr std::chrono::milliseconds maxEndTime(2800);
 // Names of the sockets that a service manager may pass.
 constexpr auto plainName = "rtsp";
 constexpr auto encryptedName = "rtsps";
-
-// Blocks the signals that end the program for this thread and those it starts, so that only wait() receives
-// them. The destructor unblocks them: a second Ctrl-C ends a shutdown that takes too long.
-class EndSignals
-{
-public:
-    EndSignals()
-    {
-        sigemptyset(&signals_);
-        sigaddset(&signals_, SIGINT);
-        sigaddset(&signals_, SIGTERM);
-        // A closed terminal ends the program orderly too, unless started by nohup.
-        struct sigaction hangup = {};
-        if (sigaction(SIGHUP, nullptr, &hangup) != 0 || hangup.sa_handler != SIG_IGN)
-        {
-            sigaddset(&signals_, SIGHUP);
-        }
-        pthread_sigmask(SIG_BLOCK, &signals_, &before_);
-    }
-    EndSignals(const EndSignals&) = delete;
-    EndSignals& operator=(const EndSignals&) = delete;
-    ~EndSignals()
-    {
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-
-    /// Waits for one of them, and calls `idle` about once a second meanwhile.
-    int wait(const std::function<void()>& idle) const
-    {
-        constexpr timespec second{1, 0};
-        int signal = sigtimedwait(&signals_, nullptr, &second);
-        while (signal <= 0)
-        {
-            idle();
-            signal = sigtimedwait(&signals_, nullptr, &second);
-        }
-        return signal;
-    }
-
-private:
-    sigset_t signals_{};
-    sigset_t before_{};
-};
 
 // Each viewer over TCP needs a descriptor. The usual soft limit of 1024 exists for select(), which is not used
 // here.
@@ -118,6 +79,36 @@ void printLines(const std::string& text)
     {
         output.write(text.substr(start, end + 1 - start));
         start = end + 1;
+    }
+}
+
+void hideCredentials(const ServerConfig& config)
+{
+    for (const CameraConfig& camera : config.cameras)
+    {
+        for (const StreamConfig& stream : camera.streams)
+        {
+            Log::hide(Log::userInfo(stream.source.location));
+        }
+    }
+}
+
+void endSessions(RtspServer& server, const CameraStreams::Changed& changed)
+{
+    for (const auto& [camera, stream] : changed.removed)
+    {
+        LiveDispatcher::instance().streams()->forget(camera, stream);
+    }
+    const auto among = [](const std::set<std::pair<int, int>>& streams) {
+        return [&streams](int camera, int stream) { return streams.count({camera, stream}) != 0; };
+    };
+    if (!changed.removed.empty())
+    {
+        server.endSessions(among(changed.removed), "its stream is not configured any more");
+    }
+    if (!changed.described.empty())
+    {
+        server.endSessions(among(changed.described), "its stream has another source now");
     }
 }
 
@@ -169,7 +160,7 @@ public:
         Device::setStreams(nullptr);
     }
 
-    const CameraStreams& all() const
+    CameraStreams& all() const
     {
         return *streams_;
     }
@@ -226,8 +217,9 @@ std::shared_ptr<const RecordingDirectory> presentRecordings()
 
 }  // namespace
 
-Application::Application(ServerConfig config, std::vector<std::string> warnings)
-    : config_(std::move(config)),
+Application::Application(ConfigSource source, ServerConfig config, std::vector<std::string> warnings)
+    : source_(std::move(source)),
+      config_(std::move(config)),
       warnings_(std::move(warnings)),
       manager_(ServiceManager::fromEnvironment()),
       sockets_(PassedSockets::fromEnvironment({plainName, encryptedName}, warnings_))
@@ -240,18 +232,23 @@ Application::Application(ServerConfig config, std::vector<std::string> warnings)
 /// Where the service manager opened the ports, its sockets decide where the server listens, also for UDP.
 void Application::useSocketAddresses()
 {
-    if (const auto address = sockets_.address(plainName))
-    {
-        config_.listen = address->text();
-        config_.port = address->port();
-    }
+    const auto plain = sockets_.address(plainName);
     const auto encrypted = sockets_.address(encryptedName);
-    if (encrypted && config_.tls.enabled())
+    source_.adjust = [plain, encrypted](ServerConfig& config)
     {
-        config_.tls.listen = encrypted->text();
-        config_.tls.port = encrypted->port();
-    }
-    else if (encrypted)
+        if (plain)
+        {
+            config.listen = plain->text();
+            config.port = plain->port();
+        }
+        if (encrypted && config.tls.enabled())
+        {
+            config.tls.listen = encrypted->text();
+            config.tls.port = encrypted->port();
+        }
+    };
+    source_.adjust(config_);
+    if (encrypted && !config_.tls.enabled())
     {
         sockets_.take(encryptedName);
         warnings_.push_back("the service manager passes a socket for rtsps, but tls has no certificate");
@@ -262,13 +259,7 @@ void Application::prepareProcess() const
 {
     Log::setLevel(*Log::levelNamed(config_.logLevel));
     LogFormat::set(config_.logFormat == "json" ? LogFormat::Kind::json : LogFormat::Kind::text);
-    for (const CameraConfig& camera : config_.cameras)
-    {
-        for (const StreamConfig& stream : camera.streams)
-        {
-            Log::hide(Log::userInfo(stream.source.location));
-        }
-    }
+    hideCredentials(config_);
     raiseDescriptorLimit();
     // Before the first thread: those inherit it, and so do the programs that media elements start.
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
@@ -328,11 +319,67 @@ bool Application::startHttp(HttpService& http) const
     return true;
 }
 
+/// The server first: it alone can refuse a configuration.
+void Application::addParts(ConfigReload& reload, const Parts& parts)
+{
+    reload.add(
+        [&server = parts.server](const ServerConfig& config)
+        {
+            std::string error;
+            return server.setConfig(config, error) ? std::string() : error;
+        });
+    reload.add(
+        [parts](const ServerConfig& config)
+        {
+            Log::setLevel(*Log::levelNamed(config.logLevel));
+            hideCredentials(config);
+            parts.talkBack.setConfig(config);
+            ServedMedia::setStarts(config);
+            const CameraStreams::Changed changed = parts.streams.setConfig(config);
+            parts.recording.setConfig(config);
+            endSessions(parts.server, changed);
+            parts.server.refreshCertificate();
+            return std::string();
+        });
+}
+
+/// \returns the signal that ends the program
+int Application::serve(const ServerSignals& signals, ConfigReload& reload, const std::function<void()>& idle)
+{
+    std::string error;
+    const auto socket = source_.file.empty() ? nullptr : ReloadSocket::open(source_.file, error);
+    if (!error.empty())
+    {
+        Log::warning("ovrtspd --reload does not reach this server: {}", error);
+    }
+    reload.watch([this] { manager_.reloading(); }, [this] { manager_.ready(); });
+    for (;;)
+    {
+        constexpr std::chrono::seconds idleInterval(1);
+        const ServerSignals::Event event =
+            signals.wait(idleInterval, {reload.descriptor(), socket == nullptr ? -1 : socket->descriptor()});
+        if (event.end != 0)
+        {
+            return event.end;
+        }
+        if (event.reload)
+        {
+            reload.requestReload(nullptr);
+        }
+        reload.serve();
+        if (socket != nullptr)
+        {
+            socket->serve([&reload] { return reload.reload(); });
+        }
+        idle();
+    }
+}
+
 int Application::run()
 {
     // First, so that it is destroyed last.
     std::optional<EndDeadline> deadline;
-    const EndSignals endSignals;
+    const ServerSignals signals;
     prepareProcess();
     const Log::Background log;
     const LibraryOutput libraryOutput;
@@ -344,7 +391,7 @@ int Application::run()
     const ServedMedia media(config_);
     const PublishedStreams streams(config_);
     const DeviceInfoEx device = describeDevice(config_.listen);
-    const TalkBack talkBack(config_, device, DeviceExAbility(), ServedMedia::platformType);
+    TalkBack talkBack(config_, device, DeviceExAbility(), ServedMedia::platformType);
     RecordingService recording(config_, Device::streams());
     const PlaybackWorkers playback;
     RtspServer::Options options;
@@ -362,12 +409,13 @@ int Application::run()
         Log::info("listening for TLS on port {}: {}", server.tlsPort(), TlsContext::kernelSupport());
     }
     recording.start();
-    const auto inForce = std::make_shared<const ServerConfig>(config_);
+    ConfigReload reload(source_, config_);
+    addParts(reload, {server, streams.all(), recording, talkBack});
     RtspServices& services = server.services();
     FragmentStreams fragments(HostClock::system());
     HttpService http(config_, services.authenticator, services.access);
     HealthRoutes::add(http.router(),
-                      {[inForce] { return inForce; }, &services.access, &CameraStates::instance()});
+                      {[&reload] { return reload.running(); }, &services.access, &CameraStates::instance()});
     ExportRoutes::add(http.router(), http.background(), presentRecordings);
     LiveRoute::add(http.router(), fragments);
     PageRoutes::add(http.router());
@@ -386,16 +434,17 @@ int Application::run()
     };
     manager_.ready();
     report();
-    const int signal = endSignals.wait(
-        [&]
-        {
-            Log::reportLimited();
-            reports.write();
-            server.refreshCertificate();
-            http.refreshCertificate();
-            watchdog.check();
-            report();
-        });
+    const int signal = serve(signals, reload,
+                             [&]
+                             {
+                                 Log::reportLimited();
+                                 reports.write();
+                                 server.refreshCertificate();
+                                 http.refreshCertificate();
+                                 streams.all().endRemoved();
+                                 watchdog.check();
+                                 report();
+                             });
     deadline.emplace(maxEndTime);
     manager_.stopping();
     Log::info("ending: {}", strsignal(signal));

@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "refhost/ExportCommand.h"
+#include "refhost/ReloadSocket.h"
 #include "refhost/ServerAddress.h"
 #include "refhost/base/Log.h"
 #include "refhost/config/ConfigReader.h"
@@ -59,8 +60,13 @@ std::vector<std::string> CommandLine::warnings() const
 {
     std::vector<std::string> texts;
     std::transform(warnings_.begin(), warnings_.end(), std::back_inserter(texts),
-                   [this](const ConfigProblem& warning) { return warning.toString(file_); });
+                   [this](const ConfigProblem& warning) { return warning.toString(source_.file); });
     return texts;
+}
+
+const ConfigSource& CommandLine::source() const
+{
+    return source_;
 }
 
 int CommandLine::exitCode() const
@@ -86,7 +92,7 @@ bool CommandLine::readConfig(const std::string& file)
         return finish(exitConfig);
     }
     config_ = std::move(*result.config);
-    file_ = file;
+    source_.file = file;
     warnings_ = std::move(result.warnings);
     if (const auto exposed = ConfigSecrets::exposedBy(file, config_))
     {
@@ -144,15 +150,16 @@ bool CommandLine::parse(int count, const char* const* arguments)
         "127.0.0.1:8554.",
         "ovrtspd");
     app.footer(
-        "Exit codes: 0 ended as asked, 1 the server could not start or there is nothing to list or export, 2 "
-        "wrong "
-        "command line, 3 wrong configuration.");
+        "Exit codes: 0 ended as asked, 1 the server could not start, there is none to reload, or nothing to "
+        "list "
+        "or export, 2 wrong command line, 3 wrong configuration.");
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.set_version_flag("-v,--version", "ovrtspd " OV_VERSION, "Print the version and exit");
     std::string file;
     bool check = false;
     bool dump = false;
     bool recordings = false;
+    bool reload = false;
     CLI::Option* const fileOption =
         app.add_option("-c,--config", file, "Read the configuration from this TOML file")->type_name("FILE");
     std::array<Override, 3> overrides{{
@@ -191,6 +198,9 @@ bool CommandLine::parse(int count, const char* const* arguments)
         "is the number of failures");
     doctor->add_flag("--json", json, "Print the findings as JSON");
     doctor->fallthrough();
+    app.add_flag("--reload", reload,
+                 "Have the server that runs with this --config read it again, say what came of it, and exit")
+        ->needs(fileOption);
 
     try
     {
@@ -204,6 +214,10 @@ bool CommandLine::parse(int count, const char* const* arguments)
         return finish(succeeded ? exitDone : exitCommandLine);
     }
 
+    if (reload)
+    {
+        return finish(ReloadSocket::ask(file, out_, err_));
+    }
     // An empty file name is an error, such as a script's empty variable, not the embedded configuration.
     const bool hasFile = fileOption->count() > 0;
     if (doctor->parsed())
@@ -223,6 +237,10 @@ bool CommandLine::parse(int count, const char* const* arguments)
         {
             err_ << "--" << given.key << " " << problem << '\n';
             return finish(exitCommandLine);
+        }
+        if (options.at(i)->count() > 0)
+        {
+            source_.overrides.emplace_back(given.key, given.value);
         }
     }
     if (!recordings && !dump && !check && exported.empty())

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "refhost/ConfigSource.h"
 #include "refhost/config/Config.h"
 #include "refhost/config/ConfigReader.h"
 
@@ -21,7 +22,7 @@ enum ExitCode
 };
 
 /// Reads the command line and the configuration that it names, and handles the options that need no server:
-/// --help, --version, --check-config, --dump-config, --recordings, --export and doctor.
+/// --help, --version, --check-config, --dump-config, --recordings, --export, --reload and doctor.
 /// Threads: one.
 class CommandLine
 {
@@ -38,6 +39,9 @@ public:
     /// Warnings about the configuration file for the server's log, each "FILE:LINE:COLUMN: …".
     std::vector<std::string> warnings() const;
 
+    /// Where config() came from.
+    const ConfigSource& source() const;
+
     int exitCode() const;
 
 private:
@@ -49,7 +53,7 @@ private:
     std::ostream& out_;
     std::ostream& err_;
     ServerConfig config_ = ServerConfig::embedded();
-    std::string file_;
+    ConfigSource source_;
     std::vector<ConfigProblem> warnings_;
     int exitCode_ = exitDone;
 };

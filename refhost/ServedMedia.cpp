@@ -59,7 +59,7 @@ LiveStart startNamed(const std::string& name, int rate)
 
 }  // namespace
 
-ServedMedia::ServedMedia(const ServerConfig& config) : liveController_(config.liveController)
+void ServedMedia::setStarts(const ServerConfig& config)
 {
     LiveSettings live;
     live.start = startNamed(config.gopCache ? config.start : "key-frame", config.startRate);
@@ -75,6 +75,11 @@ ServedMedia::ServedMedia(const ServerConfig& config) : liveController_(config.li
         }
     }
     LiveDispatcher::instance().configure(live, std::move(starts));
+}
+
+ServedMedia::ServedMedia(const ServerConfig& config) : liveController_(config.liveController)
+{
+    setStarts(config);
     LiveDispatcherMgr::getInstance()->getMTUParam().setMTUValue(config.mtu);
     const auto codecs = MediaUrlFactoryMap::getInstance();
     codecs->registerFactory(platformType, SafePointer<IMediaUrlFactory>(new OrvaneMediaUrlFactory));

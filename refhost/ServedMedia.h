@@ -23,6 +23,9 @@ public:
     ServedMedia(const ServedMedia&) = delete;
     ServedMedia& operator=(const ServedMedia&) = delete;
 
+    /// Has viewers start as another configuration says, from now on.
+    static void setStarts(const ServerConfig& config);
+
     MediaRoutes routes(const DeviceInfoEx& device) const;
 
 private:

@@ -14,8 +14,10 @@ int main(int argc, char* argv[])
     {
         refhost::CommandLine commandLine(std::cout, std::cerr);
         const bool serves = commandLine.parse(argc, argv);
-        const int code = serves ? refhost::Application(commandLine.config(), commandLine.warnings()).run()
-                                : commandLine.exitCode();
+        const int code =
+            serves ? refhost::Application(commandLine.source(), commandLine.config(), commandLine.warnings())
+                         .run()
+                   : commandLine.exitCode();
         if (refhost::PipelineRunner::abandoned() > 0 || refhost::CheckRunner::abandoned() > 0)
         {
             // Their threads may still use static objects, which returning would destroy.

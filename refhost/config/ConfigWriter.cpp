@@ -266,13 +266,15 @@ std::string formerName(const ConfigKey<Section>& key)
 template <typename Section>
 std::string table(const std::string& heading)
 {
-    std::string out = "### " + heading + "\n\n| Key | Meaning | Values | Default |\n|---|---|---|---|\n";
+    std::string out =
+        "### " + heading + "\n\n| Key | Meaning | Values | Default | When changed |\n|---|---|---|---|---|\n";
     for (const ConfigKey<Section>& key : configKeys<Section>())
     {
         const std::string byDefault = SettingText<Section>::byDefault(key);
         out += "| `" + std::string(key.name) + "` | " + cell(std::string(key.meaning)) + formerName(key) +
                " | " + cell(SettingText<Section>::permitted(key)) + " | " +
-               (byDefault.empty() ? "none" : "`" + byDefault + "`") + " |\n";
+               (byDefault.empty() ? "none" : "`" + byDefault + "`") + " | " +
+               std::string(textOf(key.effect)) + " |\n";
     }
     return out + "\n";
 }

@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/config/ConfigChanges_test.cpp.
+// Tested by tests/e2e/test_reload.py, tests/refhost/ConfigReload_test.cpp.
 
 #include <functional>
 #include <string>

@@ -4,9 +4,11 @@ import fcntl
 import json
 import os
 import pathlib
+import pty
 import re
 import signal
 import subprocess
+import termios
 
 import pytest
 from rtsp_client import RtspClient
@@ -118,19 +120,23 @@ def test_source_password_appears_nowhere(build_folder, tmp_path, source):
         assert f"tail{number}" not in everything
 
 
-@pytest.fixture
-def terminal():
-    """A program that a terminal starts, though the tests themselves may run under nohup."""
-    before = signal.signal(signal.SIGHUP, signal.SIG_DFL)
-    yield
-    signal.signal(signal.SIGHUP, before)
+def test_closed_terminal_ends_the_server_cleanly(serve):
+    screen, terminal = pty.openpty()
 
+    def start(*arguments, **options):
+        return subprocess.Popen(*arguments, start_new_session=True, preexec_fn=lambda: become_terminal_of(terminal), **options)
 
-def test_closed_terminal_ends_the_server_cleanly(serve, terminal):
-    server = serve(CAMERA)
-    server.process.send_signal(signal.SIGHUP)
+    server = serve(CAMERA, start=start)
+    os.close(terminal)
+    os.close(screen)
     assert server.process.wait(timeout=10) == 0
     assert "ending: Hangup" in server.log()
+
+
+def become_terminal_of(terminal):
+    """In the new process: though the tests themselves may run under nohup."""
+    fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)
 
 
 def test_nohup_keeps_the_server_running(build_folder, tmp_path):

@@ -195,7 +195,7 @@ void RtspConnection::lendReader()
     }
     if (reader_ == nullptr)
     {
-        reader_ = std::make_unique<RequestReader>(readerLimits(services_.limits, false));
+        reader_ = std::make_unique<RequestReader>(readerLimits(services_.policy.get()->limits, false));
     }
 }
 
