@@ -32,6 +32,9 @@ TOP = """port = {port}
 log-level = "debug"
 linger = 0
 
+[http]
+listen = ""
+
 [limits]
 sessions = {sessions}
 

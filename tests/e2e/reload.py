@@ -6,7 +6,7 @@ import subprocess
 def reload(server, binary, config=None, timeout=30):
     """`ovrtspd --reload` for `server`, with another configuration where one is given. Returns the finished process."""
     if config is not None:
-        server.config_path.write_text(config)
+        server.write_config(config)
     return subprocess.run([binary, "--reload", "--config", str(server.config_path)], capture_output=True, text=True,
                           timeout=timeout, check=False)
 

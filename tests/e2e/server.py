@@ -38,13 +38,7 @@ class Server:
         self.folder = pathlib.Path(folder)
         self.folder.mkdir(parents=True, exist_ok=True)
         self.config_path = self.folder / "ovrtspd.toml"
-        # The same tests are run once more for the second live controller.
-        if "OV_LIVE_CONTROLLER" in os.environ and "live-controller" not in config:
-            config = f'live-controller = "{os.environ["OV_LIVE_CONTROLLER"]}"\n{config}'
-        # Several servers run side by side: the HTTP service is for the tests that ask for it.
-        if "[http]" not in config:
-            config = f'{config}\n[http]\nlisten = ""\n'
-        self.config_path.write_text(config)
+        self.write_config(config)
         self.output_path = self.folder / "stdout.txt"
         self.log_path = self.folder / "log.txt"
         self.allowed_problems = []
@@ -55,6 +49,16 @@ class Server:
                 [binary, "--config", str(self.config_path), *arguments],
                 stdin=subprocess.DEVNULL, stdout=output, stderr=log)
         self.address, self.port = self._wait_until_ready()
+
+    def write_config(self, config):
+        """What it reads when it starts, or is asked to read it again."""
+        # The same tests are run once more for the second live controller.
+        if "OV_LIVE_CONTROLLER" in os.environ and "live-controller" not in config:
+            config = f'live-controller = "{os.environ["OV_LIVE_CONTROLLER"]}"\n{config}'
+        # Several servers run side by side: the HTTP service is for the tests that ask for it.
+        if "[http]" not in config:
+            config = f'{config}\n[http]\nlisten = ""\n'
+        self.config_path.write_text(config)
 
     def _wait_until_ready(self):
         """It prints the URLs that it serves as soon as it listens."""

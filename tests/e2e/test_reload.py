@@ -229,7 +229,7 @@ def listening_ports(pid):
 
 def test_a_hangup_signal_reads_the_configuration_again(serve, ovrtspd, no_terminal):
     server = serve(TOP + camera(1), start=no_terminal)
-    server.config_path.write_text(TOP + camera(1) + camera(2))
+    server.write_config(TOP + camera(1) + camera(2))
     server.process.send_signal(signal.SIGHUP)
     wait_until(lambda: "the configuration was read again" in server.log(), 10, "it is read")
     with watch(server, 2) as client:

@@ -24,6 +24,7 @@ LAUNCH = ("videotestsrc is-live=true pattern={pattern} ! video/x-raw,width=160,h
 BASE = {
     "": {"port": 0, "log-level": "debug"},
     "limits": {},
+    "http": {"listen": ""},
     "tls": {"port": 0, "self-signed": True, "directory": "tls"},
     "recording": {"directory": "recordings"},
     "group": {"name": "guards", "live": "*"},
@@ -35,6 +36,7 @@ BASE = {
 TEXTS = {
     ("", "listen"): "127.0.0.2", ("", "realm"): "else",
     ("tls", "listen"): "127.0.0.1", ("tls", "directory"): "tls2", ("tls", "ciphers"): "TLS_AES_128_GCM_SHA256:ECDHE+AESGCM",
+    ("http", "listen"): "127.0.0.1:0", ("http", "names"): "else",
     ("talk-back", "device"): "else",
     ("multicast", "pool"): "239.7.0.0/16", ("multicast", "interface"): "lo",
     ("recording", "directory"): "else", ("recording", "min-free"): "3%",
