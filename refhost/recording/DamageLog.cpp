@@ -1,25 +1,14 @@
 #include "refhost/recording/DamageLog.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include <ctime>
 #include <utility>
 
 #include "refhost/base/Log.h"
+#include "refhost/recording/IntervalText.h"
 
 namespace refhost
 {
-namespace
-{
-
-std::string textOf(WallTime time)
-{
-    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(unixSeconds(time))));
-}
-
-}  // namespace
-
 DamageLog::DamageLog(std::string title) : title_(std::move(title)) {}
 
 void DamageLog::add(WallTime at)
@@ -31,11 +20,9 @@ void DamageLog::add(WallTime at)
 
 void DamageLog::write()
 {
-    const std::string first = textOf(first_);
-    const std::string last = textOf(last_);
     Log::warning("{}: packets were lost, {} damaged in the recording, {}", title_,
                  frames_ == 1 ? "a frame is" : fmt::format("{} frames are", frames_),
-                 first == last ? first : fmt::format("{} to {}", first, last));
+                 IntervalText::of(first_, last_));
     frames_ = 0;
 }
 

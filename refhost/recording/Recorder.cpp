@@ -11,6 +11,7 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/media/Codec.h"
+#include "refhost/recording/IntervalText.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/SegmentMeasure.h"
 #include "refhost/recording/SegmentPath.h"
@@ -89,7 +90,7 @@ void Recorder::onEncodedUnit(const EncodedUnitPtr& unit)
     const MutexLock guard(inletMutex_);
     const std::size_t bytes = sizeOf(*unit);
     // The source may deliver until detachMedia() has returned.
-    if (stopping_ || !admits(bytes))
+    if (stopping_ || !admits(*unit, bytes))
     {
         return;
     }
@@ -107,18 +108,21 @@ void Recorder::onDiscontinuity()
     }
 }
 
-bool Recorder::admits(std::size_t bytes)
+bool Recorder::admits(const EncodedUnit& unit, std::size_t bytes)
 {
     if (skipping_ && queued_ > options_.maxQueued / 4)
     {
         return false;
     }
-    skipping_ = queued_ + bytes > options_.maxQueued || !disk_.reserve(bytes);
+    const bool skipped =
+        std::exchange(skipping_, queued_ + bytes > options_.maxQueued || !disk_.reserve(bytes));
+    if (skipping_ != skipped)
+    {
+        const WallTime date = options_.clock->wall().mapping().at(unit.captureTime);
+        skipping_ ? slowness_.onSkip(*title_.get(), date) : slowness_.onCaughtUp(*title_.get(), date);
+    }
     if (skipping_)
     {
-        Log::write(slownessReported_ ? Log::Level::debug : Log::Level::warning,
-                   *title_.get() + ": the disk is too slow, some of the recording is left out");
-        slownessReported_ = true;
         gather(nullptr);
     }
     return !skipping_;
@@ -393,7 +397,9 @@ void Recorder::flush()
     {
         failing_ = false;
         failPause_.reset();
-        Log::info("{}: recording goes on", *title_.get());
+        Log::info("{}: recording goes on; missing: {}", *title_.get(),
+                  IntervalText::of(*lostSince_, dates_.at(*tried_)));
+        lostSince_.reset();
     }
 }
 
@@ -445,10 +451,12 @@ void Recorder::fail(const std::string& why)
     lastResult_.reset();
     if (!writer_)
     {
+        lostSince_ = lostSince_.value_or(dates_.at(now_));
         return;
     }
     writer_.reset();
     measureUnfinished();
+    lostSince_ = lostSince_.value_or(segment_.begin + segment_.duration);
     noteEnd();
 }
 

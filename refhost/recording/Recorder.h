@@ -19,6 +19,7 @@
 #include "refhost/recording/SegmentCutter.h"
 #include "refhost/recording/SegmentLedger.h"
 #include "refhost/recording/SegmentWriter.h"
+#include "refhost/recording/SlownessLog.h"
 
 namespace refhost
 {
@@ -111,7 +112,7 @@ private:
 
     Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, RecordingDisk& disk,
              const Options& options, Hooks hooks);
-    bool admits(std::size_t bytes) OV_REQUIRES(inletMutex_);
+    bool admits(const EncodedUnit& unit, std::size_t bytes) OV_REQUIRES(inletMutex_);
     void gather(const EncodedUnitPtr& unit) OV_REQUIRES(inletMutex_);
     void wakeIn(Duration delay) OV_REQUIRES(inletMutex_);
 
@@ -151,7 +152,7 @@ private:
     std::optional<Duration> wokenIn_ OV_GUARDED_BY(inletMutex_);  ///< the shortest, for what is gathered
     std::size_t queued_ OV_GUARDED_BY(inletMutex_) = 0;           ///< bytes that wait for the disk
     bool skipping_ OV_GUARDED_BY(inletMutex_) = false;            ///< until the disk has caught up
-    bool slownessReported_ OV_GUARDED_BY(inletMutex_) = false;
+    SlownessLog slowness_ OV_GUARDED_BY(inletMutex_);
     bool stopping_ OV_GUARDED_BY(inletMutex_) = false;
     bool ended_ OV_GUARDED_BY(inletMutex_) = false;
     ConditionVariable endedChanged_;
@@ -172,7 +173,8 @@ private:
     MonotonicTime nextGrow_;                          ///< capture time
     bool failing_ = false;                            ///< reported, and not taken back yet
     std::optional<MonotonicTime> failed_;             ///< capture time of a failure that the pause follows
-    std::optional<MonotonicTime> tried_;              ///< begin of what is written since a failure
+    std::optional<WallTime> lostSince_;   ///< what was first not recorded since then; set while failing_
+    std::optional<MonotonicTime> tried_;  ///< begin of what is written since a failure
     LogPause failPause_;
     LogPause malformedPause_;
     DamageLog damage_;

@@ -184,7 +184,8 @@ TEST_F(RecorderTest, UnwritableDirectoryIsReportedOnceAndUsedOnceItIsWritable)
     ASSERT_THAT(lines, SizeIs(2));
     EXPECT_THAT(lines[0], HasSubstr("recording stopped: "));
     EXPECT_THAT(lines[0], HasSubstr("/7"));
-    EXPECT_THAT(lines[1], HasSubstr("recording goes on"));
+    EXPECT_THAT(lines[1],
+                HasSubstr("recording goes on; missing: 2026-01-01T00:00:00Z to 2026-01-01T00:00:2"));
     ASSERT_THAT(recordings(), SizeIs(1));
     EXPECT_LE(recordings()[0].first, 24);
     EXPECT_EQ(recordings()[0].second, 30);
@@ -204,6 +205,7 @@ TEST_F(RecorderTest, DirectoryThatIsTakenAwayStopsTheRecordingUntilItIsBack)
     source_->giveMedia(20, 30);
     stop();
     EXPECT_THAT(log.linesWith("recording stopped"), SizeIs(1));
+    EXPECT_THAT(log.linesWith("missing: 2026-01-01T00:00:0"), SizeIs(1));
     EXPECT_EQ(recordings().back().second, 30);
 }
 
@@ -472,6 +474,8 @@ TEST_F(RecorderTest, DiskThatHangsNeitherHoldsUpTheSourceNorFillsTheMemory)
     source_->giveMedia(61, 63);
     stop();
     EXPECT_THAT(log.linesWith("the disk is too slow"), SizeIs(1));
+    EXPECT_THAT(log.linesWith("the disk was too slow; missing: 2026-01-01T00:00:0"), SizeIs(1));
+    EXPECT_THAT(log.linesWith(" to 2026-01-01T00:01:01Z"), SizeIs(1));
     const RecordedMedia recorded = recordings();
     ASSERT_EQ(recorded.size(), 2U);
     EXPECT_EQ(recorded[0].first, 0);
