@@ -97,7 +97,7 @@ id = 3
                     "camera 3 added: ends the former, starts the new"));
 }
 
-TEST(ConfigChanges, ValuesAreNotTold)
+TEST(ConfigChanges, ValuesAreNotReported)
 {
     for (const std::string& line : changesOf(twoCameras, std::string(twoCameras) + R"(
 [[user]]
