@@ -8,8 +8,8 @@
 namespace refhost
 {
 
-/// Has the running server read its configuration again: a signal, the command line and the HTTP service ask for it in
-/// the same way. Threads: any.
+/// Has the running server read its configuration again: a signal, the command line and the HTTP service ask for it
+/// alike. Threads: any.
 class Reloader
 {
 public:
