@@ -3,13 +3,17 @@
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "refhost/base/AuditLimiter.h"
+#include "refhost/base/HostClock.h"
 #include "refhost/base/LogFormat.h"
+#include "refhost/base/ServerEvents.h"
 
 namespace refhost
 {
@@ -27,8 +31,20 @@ AuditLimiter& limiter()
     return *instance;
 }
 
+// One count for each event that clients provoke.
+constexpr std::array<std::string_view, 7> countedEvents{
+    "connection-refused", "authentication-failed", "authentication-refused", "right-refused",
+    "session-started",    "session-ended",         "talk-back-taken"};
+std::array<std::atomic<std::uint64_t>, countedEvents.size()> eventCounts{};
+
 bool admitted(std::string_view event, const SocketAddress::Key& address)
 {
+    const auto* const counted = std::find(countedEvents.begin(), countedEvents.end(), event);
+    if (counted != countedEvents.end())
+    {
+        eventCounts.at(static_cast<std::size_t>(counted - countedEvents.begin()))
+            .fetch_add(1, std::memory_order_relaxed);
+    }
     return Log::enabled(Log::Level::info) && limiter().admit(event, address, AuditLimiter::Clock::now());
 }
 
@@ -62,10 +78,29 @@ Field url(std::string_view text)
 
 void write(std::string_view event, const std::vector<Field>& fields)
 {
+    if (ServerEvents::instance().hasSubscribers())
+    {
+        ServerEvent made{event, HostClock::system().wallNow(), {}};
+        for (const Field& field : fields)
+        {
+            made.fields.emplace_back(field.name, field.value);
+        }
+        ServerEvents::instance().publish(std::move(made));
+    }
     LogFormat::write(Log::Level::info, event, fields);
 }
 
 }  // namespace
+
+std::vector<std::pair<std::string_view, std::uint64_t>> AuditLog::counts()
+{
+    std::vector<std::pair<std::string_view, std::uint64_t>> all;
+    for (std::size_t i = 0; i < countedEvents.size(); ++i)
+    {
+        all.emplace_back(countedEvents.at(i), eventCounts.at(i).load(std::memory_order_relaxed));
+    }
+    return all;
+}
 
 void AuditLog::connectionRefused(const SocketAddress& peer, std::string_view limit)
 {

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "refhost/base/SocketAddress.h"
 #include "refhost/base/Times.h"
@@ -75,6 +77,9 @@ public:
 
     /// \param what  a constant word
     static void configurationChanged(std::string_view what);
+
+    /// How often each event happened that clients provoke, those included whose lines were suppressed.
+    static std::vector<std::pair<std::string_view, std::uint64_t>> counts();
 
     /// Writes the number of suppressed lines of each event since the previous call; called every ten seconds
     /// or so, and at the end.

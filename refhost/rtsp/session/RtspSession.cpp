@@ -1,8 +1,10 @@
 #include "refhost/rtsp/session/RtspSession.h"
 
+#include <atomic>
 #include <exception>
 #include <utility>
 
+#include "refhost/base/HostClock.h"
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
 #include "refhost/rtsp/message/StatusMap.h"
@@ -22,12 +24,20 @@ std::unique_ptr<const SharedStream> sharedBy(SafePointer<IRTSPController> contro
     return route.multicast() ? std::make_unique<const SharedStream>(SharedStream::of(controller)) : nullptr;
 }
 
+std::uint64_t nextNumber()
+{
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
+
 }  // namespace
 
 RtspSession::RtspSession(std::string id, std::string presentation,
                          const SafePointer<IRTSPController>& controller, const MediaRoutes::Route& route,
                          SessionOwner owner, MonotonicTime now)
     : id_(std::move(id)),
+      number_(nextNumber()),
+      since_(HostClock::system().wallNow()),
       presentation_(std::move(presentation)),
       route_(route),
       target_(MediaTarget::of(route, presentation_)),
@@ -57,6 +67,35 @@ std::string RtspSession::logName() const
 {
     constexpr std::size_t digits = 4;
     return id_.substr(0, digits) + "... of " + presentation_;
+}
+
+SessionSummary RtspSession::summary() const
+{
+    SessionSummary made;
+    made.number = number_;
+    made.presentation = presentation_;
+    made.kind = route_.recorded ? "playback" : route_.multicast() ? "multicast" : "live";
+    made.address = owner_.address();
+    made.user = owner_.user();
+    made.camera = target_.camera;
+    made.since = since_;
+    const SmallMutexLock guard(mutex_);
+    made.transport = audit_.transport();
+    made.bytes = audit_.bytes();
+    made.lost = audit_.lost();
+    for (const SessionTrack* const track : tracks_.all())
+    {
+        ++made.tracks;
+        made.playing = made.playing || track->playing();
+        if (track->delivery.transport && !track->delivery.shared())
+        {
+            const RtpTransport& transport = *track->delivery.transport->operator->();
+            const RtpTransport::Sent& sent = transport.sent;
+            made.bytes += sent.bytes.load(std::memory_order_relaxed);
+            made.lost += sent.lost.load(std::memory_order_relaxed);
+        }
+    }
+    return made;
 }
 
 const std::string& RtspSession::presentation() const

@@ -24,6 +24,7 @@
 #include "refhost/rtsp/session/SessionAudit.h"
 #include "refhost/rtsp/session/SessionOwner.h"
 #include "refhost/rtsp/session/SessionState.h"
+#include "refhost/rtsp/session/SessionSummary.h"
 #include "refhost/rtsp/session/SessionTracks.h"
 #include "refhost/rtsp/session/SharedStream.h"
 #include "refhost/rtsp/session/TransportHold.h"
@@ -82,6 +83,13 @@ public:
     /// A shortened id for the log: whoever knows the whole id may control the session.
     std::string logName() const;
     const std::string& presentation() const;
+    /// A number that names the session without giving control of it; never reused.
+    std::uint64_t number() const
+    {
+        return number_;
+    }
+    /// Waits for a request of the session that is being handled: not for an event loop.
+    SessionSummary summary() const;
     /// Whether the presentation is a recording, which supports positions and speeds.
     bool recorded() const;
     /// Whether packets carry the replay header extension: some request of the session required it.
@@ -169,6 +177,8 @@ private:
     void stopTrack(SessionTrack& track) OV_REQUIRES(mutex_);
 
     const std::string id_;
+    const std::uint64_t number_;
+    const WallTime since_;
     const std::string presentation_;
     const MediaRoutes::Route& route_;
     const MediaTarget target_;

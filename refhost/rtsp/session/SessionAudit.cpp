@@ -10,12 +10,15 @@ namespace refhost
 
 void SessionAudit::started(const SessionOwner& owner, std::string_view url, std::string_view transport)
 {
+    if (transport_.empty())
+    {
+        transport_ = transport;
+    }
     if (!url_.empty() || url.empty() || !Log::enabled(Log::Level::info))
     {
         return;
     }
     url_ = url;
-    transport_ = transport;
     since_ = std::chrono::steady_clock::now();
     AuditLog::sessionStarted({owner.address(), owner.user(), url_, transport_});
 }

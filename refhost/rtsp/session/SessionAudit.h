@@ -26,6 +26,22 @@ public:
     /// Writes the end of a session that started; does nothing the second time.
     void ended(const SessionOwner& owner);
 
+    /// Of the first track; empty before started().
+    std::string_view transport() const
+    {
+        return transport_;
+    }
+    /// What was sent over the tracks that ended.
+    std::uint64_t bytes() const
+    {
+        return bytes_;
+    }
+    /// Packets of these that the client reported as lost.
+    std::uint64_t lost() const
+    {
+        return lost_;
+    }
+
 private:
     std::string url_;  // empty unless started
     std::string_view transport_;

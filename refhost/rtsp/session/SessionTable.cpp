@@ -132,6 +132,7 @@ void SessionTable::end(const std::shared_ptr<RtspSession>& session)
     session->end();
     if (taken)
     {
+        noteEnd(*session);
         logCount("ended", *session, count);
     }
 }
@@ -147,6 +148,7 @@ void SessionTable::endAll()
     {
         quota_.giveBack(session->owner().address());
         session->end();
+        noteEnd(*session);
     }
 }
 
@@ -226,6 +228,46 @@ std::size_t SessionTable::count() const
 {
     const MutexLock guard(mutex_);
     return sessions_.size();
+}
+
+void SessionTable::noteEnd(const RtspSession& ended)
+{
+    const SessionSummary last = ended.summary();
+    pastSessions_.fetch_add(1, std::memory_order_relaxed);
+    pastBytes_.fetch_add(last.bytes, std::memory_order_relaxed);
+    pastLost_.fetch_add(last.lost, std::memory_order_relaxed);
+}
+
+SessionTable::Past SessionTable::past() const
+{
+    return {pastSessions_.load(std::memory_order_relaxed), pastBytes_.load(std::memory_order_relaxed),
+            pastLost_.load(std::memory_order_relaxed)};
+}
+
+std::vector<SessionSummary> SessionTable::summaries() const
+{
+    std::vector<SessionSummary> found;
+    for (const std::shared_ptr<RtspSession>& session : all())
+    {
+        found.push_back(session->summary());
+    }
+    std::sort(found.begin(), found.end(),
+              [](const SessionSummary& one, const SessionSummary& other)
+              { return one.number < other.number; });
+    return found;
+}
+
+std::shared_ptr<RtspSession> SessionTable::numbered(std::uint64_t number) const
+{
+    const MutexLock guard(mutex_);
+    for (const auto& [id, session] : sessions_)
+    {
+        if (session->number() == number)
+        {
+            return session;
+        }
+    }
+    return nullptr;
 }
 
 }  // namespace refhost

@@ -62,12 +62,31 @@ public:
 
     std::size_t count() const;
 
+    /// Every session, in the order in which they were made. Waits for requests that are being handled: not for an event
+    /// loop.
+    std::vector<SessionSummary> summaries() const;
+    /// \returns null when no session has this number
+    std::shared_ptr<RtspSession> numbered(std::uint64_t number) const;
+
+    /// What sessions that ended were sent, as SessionSummary counts it.
+    struct Past
+    {
+        std::uint64_t sessions = 0;
+        std::uint64_t bytes = 0;
+        std::uint64_t lost = 0;
+    };
+    Past past() const;
+
 private:
     std::vector<std::shared_ptr<RtspSession>> all() const;
+    void noteEnd(const RtspSession& ended);
 
     const Duration sessionTimeout_;
     std::atomic<Duration> orphanTimeout_;
     AddressLimiter quota_;
+    std::atomic<std::uint64_t> pastSessions_{0};
+    std::atomic<std::uint64_t> pastBytes_{0};
+    std::atomic<std::uint64_t> pastLost_{0};
     mutable Mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> sessions_
         OV_GUARDED_BY(mutex_);  // by the id's number
