@@ -28,8 +28,7 @@
 #include "refhost/base/LogWriter.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/capture/CameraStreams.h"
-#include "refhost/http/ExportRoutes.h"
-#include "refhost/http/HealthRoutes.h"
+#include "refhost/http/HttpRoutes.h"
 #include "refhost/http/HttpService.h"
 #include "refhost/http/LiveRoute.h"
 #include "refhost/http/PageRoutes.h"
@@ -208,12 +207,6 @@ public:
 private:
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
-
-std::shared_ptr<const RecordingDirectory> presentRecordings()
-{
-    auto index = Device::recordings();
-    return index == nullptr ? nullptr : std::make_shared<const IndexedRecordings>(std::move(index));
-}
 
 }  // namespace
 
@@ -413,10 +406,9 @@ int Application::run()
     addParts(reload, {server, streams.all(), recording, talkBack});
     RtspServices& services = server.services();
     FragmentStreams fragments(HostClock::system());
-    HttpService http(config_, services.authenticator, services.access);
-    HealthRoutes::add(http.router(),
-                      {[&reload] { return reload.running(); }, &services.access, &CameraStates::instance()});
-    ExportRoutes::add(http.router(), http.background(), presentRecordings);
+    HttpService http(config_, {&services.authenticator, &services.brake, &services.access});
+    HttpRoutes::add(http, {[&reload] { return reload.running(); }, &services.access,
+                           &CameraStates::instance(), &services.sessions});
     LiveRoute::add(http.router(), fragments);
     PageRoutes::add(http.router());
     if (!startHttp(http))

@@ -1,6 +1,7 @@
 #pragma once
 // Tested by tests/refhost/http/HttpConnection_test.cpp.
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -23,6 +24,9 @@ public:
         ended,    ///< the body is complete
         failed    ///< it cannot be completed: the connection is cut, so that the client notices
     };
+
+    /// read() is called after this time at the latest, that a body may show its client that it is still there.
+    static constexpr std::chrono::seconds maxSilence{15};
 
     virtual ~BodySource() = default;
 

@@ -480,7 +480,9 @@ void HttpConnection::watch()
     {
         return;
     }
-    if (state_ == State::draining && inputEnded_)
+    // Nothing is there to be sent that would show that the client is gone.
+    const bool waitsInVain = state_ == State::replying && waiting_ && sent_ == unsent_.size();
+    if (inputEnded_ && (state_ == State::draining || waitsInVain))
     {
         closeNow();
         return;
@@ -515,6 +517,13 @@ std::optional<MonotonicTime> HttpConnection::deadline() const
 
 void HttpConnection::sweep()
 {
+    if (state_ == State::replying && waiting_ && clock_.now() >= since_ + BodySource::maxSilence)
+    {
+        waiting_ = false;
+        since_ = clock_.now();
+        onReady(ByteStream::sendable);
+        return;
+    }
     const auto due = deadline();
     if (!due || clock_.now() < *due)
     {

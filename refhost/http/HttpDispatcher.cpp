@@ -47,7 +47,7 @@ HttpDispatcher::HttpDispatcher(const HttpConfig& config, const HttpGuard& guard,
 {
 }
 
-void HttpDispatcher::dispatch(HttpRequest request, const HttpConnection::Respond& respond)
+void HttpDispatcher::dispatch(HttpRequest request, const HttpConnection::Respond& respond, EventLoop& loop)
 {
     if (!rate_.admit(request.peer.key(), clock_.now()))
     {
@@ -81,12 +81,36 @@ void HttpDispatcher::dispatch(HttpRequest request, const HttpConnection::Respond
         return;
     }
     request.parts = std::move(match.parts);
-    if (auto refusal = guard_.refuseUser(request, match.route->access))
+    std::optional<HttpReply> refusal;
+    LoginBrake::Admission admission = guard_.admit(request, refusal);
+    if (refusal)
     {
         respond(std::move(*refusal));
         return;
     }
-    call(*match.route, std::move(request), respond);
+    if (admission.kind == LoginBrake::Admission::Kind::wait)
+    {
+        const std::shared_ptr<LoginBrake::Wait> wait = std::move(admission.wait);
+        loop.after(admission.span, [this, route = match.route, request = std::move(request), respond, wait]
+                   { authorize(*route, request, respond); });
+        return;
+    }
+    authorize(*match.route, std::move(request), respond);
+}
+
+void HttpDispatcher::authorize(const HttpRouter::Route& route, HttpRequest request,
+                               const HttpConnection::Respond& respond)
+{
+    if (request.cancelled->load())
+    {
+        return;
+    }
+    if (auto refusal = guard_.refuseUser(request, route.access))
+    {
+        respond(std::move(*refusal));
+        return;
+    }
+    call(route, std::move(request), respond);
 }
 
 void HttpDispatcher::call(const HttpRouter::Route& route, HttpRequest request,

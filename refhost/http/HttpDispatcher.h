@@ -21,9 +21,12 @@ public:
     HttpDispatcher(const HttpConfig& config, const HttpGuard& guard, const HttpRouter& router,
                    BackgroundWork& work, const HostClock& clock);
 
-    void dispatch(HttpRequest request, const HttpConnection::Respond& respond);
+    /// \param loop  on which a request continues that has to wait; this call is on it
+    void dispatch(HttpRequest request, const HttpConnection::Respond& respond, EventLoop& loop);
 
 private:
+    void authorize(const HttpRouter::Route& route, HttpRequest request,
+                   const HttpConnection::Respond& respond);
     void call(const HttpRouter::Route& route, HttpRequest request, const HttpConnection::Respond& respond);
 
     const HttpGuard& guard_;

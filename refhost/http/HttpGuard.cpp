@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <utility>
 
+#include "refhost/base/AuditLog.h"
 #include "refhost/base/Decimal.h"
 #include "refhost/base/IgnoreCase.h"
 #include "refhost/config/CameraSet.h"
@@ -22,6 +24,7 @@ constexpr int unauthorized = 401;
 constexpr int forbidden = 403;
 constexpr int unsupportedMediaType = 415;
 constexpr int misdirected = 421;
+constexpr int tooManyRequests = 429;
 
 /// The host of "host", "host:port" or "[v6]:port", without the brackets.
 std::string_view hostOf(std::string_view authority)
@@ -81,11 +84,8 @@ bool isJson(std::string_view contentType)
 
 }  // namespace
 
-HttpGuard::HttpGuard(const ServerConfig& config, Authenticator& authenticator, const AccessControl& access)
-    : basic_(config.auth.basic),
-      names_(namesOf(config.http.names)),
-      authenticator_(authenticator),
-      access_(access)
+HttpGuard::HttpGuard(const ServerConfig& config, const HttpUsers& users)
+    : basic_(config.auth.basic), names_(namesOf(config.http.names)), users_(users)
 {
     anyName_ = std::find(names_.begin(), names_.end(), "*") != names_.end();
     names_.emplace_back("localhost");
@@ -137,12 +137,31 @@ std::optional<HttpReply> HttpGuard::refuseChange(const HttpRequest& request) con
     {
         return HttpReply::problem(unsupportedMediaType, "A POST needs the Content-Type application/json.");
     }
-    if (!access_.rules()->enabled() && !request.peer.isLoopback())
+    if (!users_.access->rules()->enabled() && !request.peer.isLoopback())
     {
         return HttpReply::problem(forbidden,
                                   "Without configured users only this machine itself may change something.");
     }
     return std::nullopt;
+}
+
+LoginBrake::Admission HttpGuard::admit(const HttpRequest& request, std::optional<HttpReply>& refusal) const
+{
+    const std::string_view authorization = request.head.field("Authorization");
+    if (authorization.empty() || !users_.authenticator->enabled())
+    {
+        return {};
+    }
+    const std::string user = Authenticator::claimedUser(authorization);
+    LoginBrake::Admission admission = users_.brake->admit(request.peer.key(), user, false);
+    if (admission.kind == LoginBrake::Admission::Kind::refuse)
+    {
+        const auto seconds = std::chrono::ceil<std::chrono::seconds>(admission.span);
+        AuditLog::authenticationRefused(request.peer, user, seconds, request.head.target);
+        refusal = HttpReply::problem(tooManyRequests, "Too many wrong passwords came from this address.");
+        refusal->with("Retry-After", std::to_string(seconds.count()));
+    }
+    return admission;
 }
 
 std::optional<HttpReply> HttpGuard::refuseUser(HttpRequest& request, const HttpAccess& access) const
@@ -151,28 +170,47 @@ std::optional<HttpReply> HttpGuard::refuseUser(HttpRequest& request, const HttpA
     if (!authorization.empty())
     {
         const Authenticator::Decision decision =
-            authenticator_.check(request.head.method, request.head.target, authorization,
-                                 {request.peer.key(), request.connection}, acceptsBasic(request));
+            users_.authenticator->check(request.head.method, request.head.target, authorization,
+                                        {request.peer.key(), request.connection}, acceptsBasic(request));
+        if (decision.verdict == Authenticator::Verdict::denied)
+        {
+            noteFailure(request, decision.denial);
+        }
         if (decision.verdict != Authenticator::Verdict::granted)
         {
             return challenge(request, decision.verdict == Authenticator::Verdict::stale);
         }
         request.user = decision.user;
+        if (!request.user.empty())
+        {
+            users_.brake->succeeded(request.peer.key(), request.user);
+        }
     }
     if (permits(request, access))
     {
         return std::nullopt;
     }
-    if (request.user.empty() && access_.rules()->hasLogins())
+    if (request.user.empty() && users_.access->rules()->hasLogins())
     {
         return challenge(request, false);
     }
+    AuditLog::rightRefused(request.peer, request.user, nameOf(access.right), request.head.target);
     return HttpReply::problem(forbidden, "This user lacks the right to do that.");
+}
+
+void HttpGuard::noteFailure(const HttpRequest& request, Authenticator::Denial denial) const
+{
+    const std::string user = Authenticator::claimedUser(request.head.field("Authorization"));
+    if (Authenticator::isGuess(denial))
+    {
+        users_.brake->failed(request.peer.key(), user);
+    }
+    AuditLog::authenticationFailed(request.peer, user, Authenticator::nameOf(denial), request.head.target);
 }
 
 bool HttpGuard::permits(const HttpRequest& request, const HttpAccess& access) const
 {
-    const auto rules = access_.rules();
+    const auto rules = users_.access->rules();
     switch (access.kind)
     {
         case HttpAccess::Kind::open:
@@ -201,7 +239,8 @@ HttpReply HttpGuard::challenge(const HttpRequest& request, bool stale) const
     ResponseWriter lines;
     lines.start(rtspUnauthorized, "");
     const std::size_t from = lines.text().size();
-    authenticator_.challenge(lines, stale, {request.peer.key(), request.connection}, acceptsBasic(request));
+    users_.authenticator->challenge(lines, stale, {request.peer.key(), request.connection},
+                                    acceptsBasic(request));
     std::string_view rest = std::string_view(lines.text()).substr(from);
     constexpr std::string_view name = "WWW-Authenticate: ";
     while (rest.substr(0, name.size()) == name)

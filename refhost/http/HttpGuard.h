@@ -11,9 +11,18 @@
 #include "refhost/http/HttpReply.h"
 #include "refhost/http/HttpRequest.h"
 #include "refhost/rtsp/auth/Authenticator.h"
+#include "refhost/rtsp/auth/LoginBrake.h"
 
 namespace refhost
 {
+
+/// The users of the HTTP service, which are those of RTSP. All outlive it.
+struct HttpUsers
+{
+    Authenticator* authenticator;
+    LoginBrake* brake;
+    const AccessControl* access;
+};
 
 /// Decides who may send which request to the HTTP service.
 ///
@@ -25,12 +34,15 @@ namespace refhost
 class HttpGuard
 {
 public:
-    /// \param authenticator  outlives the guard, as `access` does
-    HttpGuard(const ServerConfig& config, Authenticator& authenticator, const AccessControl& access);
+    HttpGuard(const ServerConfig& config, const HttpUsers& users);
 
     /// Checks what does not depend on the route.
     /// \returns the refusal; nothing when the request is permitted
     std::optional<HttpReply> refuseOrigin(const HttpRequest& request) const;
+
+    /// Asks whether the credentials of a request may be compared, and when. \see LoginBrake
+    /// \param[out] refusal  set where they may not
+    LoginBrake::Admission admit(const HttpRequest& request, std::optional<HttpReply>& refusal) const;
 
     /// Checks who the user is, and the rights.
     /// \param request  with its parts; `user` is set when it is permitted
@@ -43,6 +55,7 @@ public:
 
 private:
     std::optional<HttpReply> refuseChange(const HttpRequest& request) const;
+    void noteFailure(const HttpRequest& request, Authenticator::Denial denial) const;
     HttpReply challenge(const HttpRequest& request, bool stale) const;
     bool acceptsBasic(const HttpRequest& request) const;
     bool permits(const HttpRequest& request, const HttpAccess& access) const;
@@ -50,8 +63,7 @@ private:
     const std::string basic_;
     std::vector<std::string> names_;  // in lower case
     bool anyName_ = false;
-    Authenticator& authenticator_;
-    const AccessControl& access_;
+    const HttpUsers users_;
 };
 
 }  // namespace refhost

@@ -20,11 +20,10 @@ constexpr std::uint64_t firstSerial = std::uint64_t{1} << 62U;
 
 }  // namespace
 
-HttpService::HttpService(const ServerConfig& config, Authenticator& authenticator,
-                         const AccessControl& access, const HostClock& clock)
+HttpService::HttpService(const ServerConfig& config, const HttpUsers& users, const HostClock& clock)
     : config_(config),
       clock_(clock),
-      guard_(config, authenticator, access),
+      guard_(config, users),
       work_(config.http.background),
       dispatcher_(config_.http, guard_, router_, work_, clock),
       places_(config.http.connections, config.http.connectionsPerAddress),
@@ -140,7 +139,7 @@ void HttpService::adopt(Descriptor socket, const SocketAddress& peer)
         events.requested = [this](HttpRequest request, const HttpConnection::Respond& respond)
         {
             requests_.fetch_add(1, std::memory_order_relaxed);
-            dispatcher_.dispatch(std::move(request), respond);
+            dispatcher_.dispatch(std::move(request), respond, *loop_);
         };
         events.closed = [this](HttpConnection& connection) { forget(connection); };
         made = std::make_shared<HttpConnection>(std::move(stream), *loop_, config_.http, clock_, ++serial_,

@@ -7,7 +7,6 @@
 #include <string>
 #include <unordered_map>
 
-#include "refhost/access/AccessControl.h"
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/config/Config.h"
@@ -17,7 +16,6 @@
 #include "refhost/http/HttpGuard.h"
 #include "refhost/http/HttpRouter.h"
 #include "refhost/net/TcpListener.h"
-#include "refhost/rtsp/auth/Authenticator.h"
 #include "refhost/rtsp/connection/TlsAcceptor.h"
 #include "refhost/rtsp/session/AddressLimiter.h"
 #include "refhost/threads/EventLoop.h"
@@ -28,7 +26,7 @@ namespace refhost
 /// The HTTP service: listens, serves its connections on one event loop of its own, so that neither RTSP nor media ever
 /// waits for it, and has work that may block done by a small pool.
 ///
-///     HttpService service(config, authenticator, access);
+///     HttpService service(config, users);
 ///     service.router().add({"GET", "/healthz", HttpAccess::open(), handler});
 ///     if (!service.start(error)) …
 ///
@@ -36,8 +34,8 @@ namespace refhost
 class HttpService
 {
 public:
-    /// \param authenticator  outlives the service, as `access` and `clock` do
-    HttpService(const ServerConfig& config, Authenticator& authenticator, const AccessControl& access,
+    /// \param clock  outlives the service
+    HttpService(const ServerConfig& config, const HttpUsers& users,
                 const HostClock& clock = HostClock::system());
     /// Stops.
     ~HttpService();

@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/http/HealthRoutes_test.cpp.
+// Tested by tests/refhost/http/HealthRoutes_test.cpp, tests/refhost/http/HttpRoutes_test.cpp.
 
 #include <nlohmann/json_fwd.hpp>
 #include <optional>
@@ -19,6 +19,11 @@ public:
 
     /// A date in UTC with milliseconds (RFC 3339), such as "2026-03-01T12:00:00.250Z".
     static std::string time(WallTime time);
+
+    /// The date of such a text, with any number of decimals and with "Z", or of seconds since 1970 with or without
+    /// decimals.
+    /// \returns nothing for other texts, and outside the years 1970 to 2261
+    static std::optional<WallTime> timeOf(const std::string& text);
 };
 
 }  // namespace refhost

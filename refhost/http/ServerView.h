@@ -9,6 +9,7 @@
 #include "refhost/access/AccessControl.h"
 #include "refhost/capture/CameraStates.h"
 #include "refhost/config/Config.h"
+#include "refhost/rtsp/session/SessionTable.h"
 
 namespace refhost
 {
@@ -22,6 +23,9 @@ struct ServerView
     const AccessControl* access;
     /// Likewise.
     const CameraStates* cameras;
+
+    /// Likewise.
+    SessionTable* sessions;
 
     /// Whether a user may know that a camera is there: it may watch it live or recorded, or administer it.
     /// \param user  empty: a client that did not log in

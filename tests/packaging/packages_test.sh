@@ -48,6 +48,8 @@ same "what is in ovrtspd" "./etc/ovrtspd/ovrtspd.toml
 ./usr/lib/systemd/system/ovrtspd.socket
 ./usr/share/doc/ovrtspd/fail2ban/jail.conf
 ./usr/share/doc/ovrtspd/fail2ban/ovrtspd.conf
+./usr/share/doc/ovrtspd/monitoring/ovrtspd-alerts.yml
+./usr/share/doc/ovrtspd/monitoring/ovrtspd-dashboard.json
 ./usr/share/man/man1/ovrtspd.1.gz" "$(contents ovrtspd)"
 
 for name in "$soname" libovmediacontrol-dev ovrtspd; do

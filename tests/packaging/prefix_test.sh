@@ -20,6 +20,8 @@ diff - <(install_into own /opt/cameras) <<'END'
 ./opt/cameras/lib/systemd/system/ovrtspd.socket
 ./opt/cameras/share/doc/ovrtspd/fail2ban/jail.conf
 ./opt/cameras/share/doc/ovrtspd/fail2ban/ovrtspd.conf
+./opt/cameras/share/doc/ovrtspd/monitoring/ovrtspd-alerts.yml
+./opt/cameras/share/doc/ovrtspd/monitoring/ovrtspd-dashboard.json
 ./opt/cameras/share/man/man1/ovrtspd.1
 END
 diff - <(install_into system /usr) <<'END'
@@ -30,6 +32,8 @@ diff - <(install_into system /usr) <<'END'
 ./usr/lib/systemd/system/ovrtspd.socket
 ./usr/share/doc/ovrtspd/fail2ban/jail.conf
 ./usr/share/doc/ovrtspd/fail2ban/ovrtspd.conf
+./usr/share/doc/ovrtspd/monitoring/ovrtspd-alerts.yml
+./usr/share/doc/ovrtspd/monitoring/ovrtspd-dashboard.json
 ./usr/share/man/man1/ovrtspd.1
 END
 

@@ -40,7 +40,8 @@ protected:
     {
         const auto inForce = std::make_shared<const ServerConfig>(config);
         make();
-        HealthRoutes::add(service->router(), {[inForce] { return inForce; }, access.get(), &streams->states});
+        HealthRoutes::add(service->router(),
+                          {[inForce] { return inForce; }, access.get(), &streams->states, nullptr});
         start();
     }
 

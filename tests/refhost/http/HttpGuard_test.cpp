@@ -118,7 +118,7 @@ TEST_F(HttpGuardTest, PagesOfOtherSitesChangeNothing)
 TEST_F(HttpGuardTest, WithoutUsersOnlyThisMachineMayChangeSomething)
 {
     make();
-    const HttpGuard guard(config, *authenticator, *access);
+    const HttpGuard guard(config, users());
     HttpRequest request;
     request.head.method = "DELETE";
     request.head.fields = {{"Host", "192.0.2.1"}};
@@ -232,7 +232,7 @@ TEST_F(HttpGuardTest, BasicIsAcceptedFromThisMachineWithoutTls)
     config.auth.basic = "tls-only";
     startWithRoutes();
     EXPECT_EQ(get("/server", as("boss", "secret")).status, 200);
-    const HttpGuard guard(config, *authenticator, *access);
+    const HttpGuard guard(config, users());
     HttpRequest request;
     request.head.method = "GET";
     request.head.target = "/server";
@@ -242,6 +242,25 @@ TEST_F(HttpGuardTest, BasicIsAcceptedFromThisMachineWithoutTls)
     EXPECT_TRUE(guard.refuseUser(request, HttpAccess::open()).has_value());
     request.encrypted = true;
     EXPECT_FALSE(guard.refuseUser(request, HttpAccess::open()).has_value());
+}
+
+TEST_F(HttpGuardTest, WhoGuessesPasswordsIsHeldUpAndThenRefused)
+{
+    addUsers();
+    config.auth.freeFailures = 1;
+    config.auth.refuseAfter = 2;
+    config.auth.failureMemory = 86400;
+    config.auth.exemptLoopback = false;
+    startWithRoutes();
+    EXPECT_EQ(get("/server", as("boss", "wrong")).status, 401);
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(get("/server", as("boss", "wrong")).status, 401);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(900));
+    const HttpAnswer refused = get("/server", as("boss", "secret"));
+    EXPECT_EQ(refused.status, 429);
+    EXPECT_FALSE(refused.field("retry-after").empty());
+    // What needs no login is not held up.
+    EXPECT_EQ(get("/open").status, 200);
 }
 
 }  // namespace

@@ -39,9 +39,15 @@ protected:
         {
             access = std::make_unique<AccessControl>(AccessRules(config.users, config.groups));
             authenticator = std::make_unique<Authenticator>(config.users, config.realm, time);
-            service = std::make_unique<HttpService>(config, *authenticator, *access, time);
+            brake = std::make_unique<LoginBrake>(config.auth, time);
+            service = std::make_unique<HttpService>(config, users(), time);
         }
         return *service;
+    }
+
+    HttpUsers users() const
+    {
+        return {authenticator.get(), brake.get(), access.get()};
     }
 
     void start()
@@ -92,6 +98,7 @@ protected:
     SteppedClock time;
     std::unique_ptr<AccessControl> access;
     std::unique_ptr<Authenticator> authenticator;
+    std::unique_ptr<LoginBrake> brake;
     std::unique_ptr<HttpService> service;
 };
 

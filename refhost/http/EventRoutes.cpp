@@ -1,0 +1,81 @@
+#include "refhost/http/EventRoutes.h"
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "refhost/base/ServerEvents.h"
+
+namespace refhost
+{
+namespace
+{
+
+constexpr int unavailable = 503;
+
+/// The events of one client.
+class EventBody final : public BodySource
+{
+public:
+    explicit EventBody(std::shared_ptr<std::atomic<std::size_t>> clients) : clients_(std::move(clients)) {}
+    ~EventBody() override
+    {
+        if (subscription_ != nullptr)
+        {
+            subscription_->close();
+        }
+        clients_->fetch_sub(1);
+    }
+    EventBody(const EventBody&) = delete;
+    EventBody& operator=(const EventBody&) = delete;
+
+    void start(std::function<void()> wake) override
+    {
+        subscription_ = ServerEvents::instance().subscribe(EventRoutes::maxWaiting, std::move(wake));
+    }
+
+    State read(std::size_t /*room*/, std::string& out) override
+    {
+        const ServerEvents::Subscription::Taken taken = subscription_->take();
+        for (const ServerEvents::EventPtr& event : taken.events)
+        {
+            out.append("event: ").append(event->name).append("\ndata: ").append(event->json()).append("\n\n");
+        }
+        if (taken.lost > 0)
+        {
+            out += "event: lost\ndata: {\"count\":" + std::to_string(taken.lost) + "}\n\n";
+        }
+        // A comment: the client learns that the stream is open, and the server that the client is.
+        out += out.empty() ? ":\n\n" : "";
+        return State::waiting;
+    }
+
+    void cancel() override
+    {
+        subscription_->close();
+    }
+
+private:
+    const std::shared_ptr<std::atomic<std::size_t>> clients_;
+    std::shared_ptr<ServerEvents::Subscription> subscription_;
+};
+
+}  // namespace
+
+void EventRoutes::add(HttpRouter& router)
+{
+    const auto clients = std::make_shared<std::atomic<std::size_t>>(0);
+    router.add({"GET", "/api/v1/events", HttpAccess::server(Right::admin),
+                [clients](const HttpRequest&)
+                {
+                    if (clients->fetch_add(1) >= maxClients)
+                    {
+                        clients->fetch_sub(1);
+                        return HttpReply::problem(unavailable, "Too many clients receive events.");
+                    }
+                    return HttpReply::stream("text/event-stream", std::make_shared<EventBody>(clients));
+                }});
+}
+
+}  // namespace refhost

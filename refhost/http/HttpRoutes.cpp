@@ -1,0 +1,48 @@
+#include "refhost/http/HttpRoutes.h"
+
+#include "refhost/http/CameraRoutes.h"
+#include "refhost/http/ConfigRoutes.h"
+#include "refhost/http/EventRoutes.h"
+#include "refhost/http/ExportRoutes.h"
+#include "refhost/http/HealthRoutes.h"
+#include "refhost/http/MetricsRoutes.h"
+#include "refhost/http/RecordingRoutes.h"
+#include "refhost/http/SessionRoutes.h"
+#include "refhost/media/Device.h"
+
+namespace refhost
+{
+namespace
+{
+
+std::shared_ptr<const RecordingDirectory> presentRecordings()
+{
+    auto index = Device::recordings();
+    return index == nullptr ? nullptr : std::make_shared<const IndexedRecordings>(std::move(index));
+}
+
+}  // namespace
+
+void HttpRoutes::add(HttpService& service, const ServerView& view)
+{
+    HttpRouter& router = service.router();
+    HealthRoutes::add(router, view);
+    MetricsRoutes::add(router, view, service);
+    CameraRoutes::add(router, view);
+    SessionRoutes::add(router, view);
+    RecordingRoutes::add(router, view);
+    ExportRoutes::add(router, service.background(), presentRecordings);
+    EventRoutes::add(router);
+    ConfigRoutes::add(router, view);
+    router.add({"GET", "/api/v1/openapi.json", HttpAccess::open(),
+                [](const HttpRequest&) { return HttpReply::json(openApi()); }});
+}
+
+const char* HttpRoutes::openApi()
+{
+    return
+#include "OpenApi.inc"
+        ;
+}
+
+}  // namespace refhost

@@ -1,0 +1,180 @@
+"""The HTTP service as its users have it: curl, Prometheus' own judgement of the metrics, and the description of the routes."""
+
+import json
+import re
+import shutil
+import subprocess
+import urllib.parse
+
+import jsonschema
+import pytest
+
+from server import wait_until
+
+CONFIG = """
+port = 0
+log-level = "debug"
+
+[http]
+listen = "127.0.0.1:0"
+"""
+
+USERS = """
+[auth]
+basic = "always"
+
+[[user]]
+name = "boss"
+password = "secret"
+live = "*"
+playback = "*"
+talk = "*"
+admin = "*"
+
+[[user]]
+name = "guest"
+password = "guest"
+live = "1"
+"""
+
+
+class Http:
+    """curl against one server; every JSON answer is held against the server's own description."""
+
+    def __init__(self, server):
+        port = re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1)
+        self.base = f"http://127.0.0.1:{port}"
+        self.description = None
+        self.description = self.ask("/api/v1/openapi.json")[1]
+
+    def ask(self, path, *arguments, method="GET"):
+        """Status and body of one answer, the body parsed where it is JSON."""
+        run = subprocess.run(
+            ["curl", "-sS", "-X", method, "-w", "\n%{http_code} %{content_type}", *arguments, self.base + path],
+            capture_output=True, text=True, timeout=30, check=True)
+        body, _, last = run.stdout.rpartition("\n")
+        status, _, kind = last.partition(" ")
+        if kind.startswith("application/") and "json" in kind:
+            body = json.loads(body)
+            self._check(method, path, status, kind, body)
+        return int(status), body
+
+    def _check(self, method, path, status, kind, body):
+        if self.description is None:
+            return
+        path = urllib.parse.urlsplit(path).path
+        for pattern, item in self.description["paths"].items():
+            if re.fullmatch(re.sub(r"\{\w+\}", "[^/]+", pattern), path) and method.lower() in item:
+                responses = item[method.lower()]["responses"]
+                response = responses.get(status, responses["default"])
+                break
+        else:
+            response = self.description["components"]["responses"]["Other"]
+        response = self._resolve(response)
+        if kind not in response["content"]:
+            response = self._resolve(self.description["components"]["responses"]["Other"])
+        self.validate(response["content"][kind]["schema"], body)
+
+    def _resolve(self, node):
+        while "$ref" in node:
+            found = self.description
+            for part in node["$ref"].removeprefix("#/").split("/"):
+                found = found[part]
+            node = found
+        return node
+
+    def validate(self, schema, body):
+        whole = {**schema, "components": self.description["components"]}
+        jsonschema.Draft202012Validator(whole).validate(body)
+
+
+def test_every_route_answers_as_it_is_described(serve):
+    server = serve(CONFIG)
+    http = Http(server)
+    assert http.ask("/healthz") == (200, {"status": "ok"})
+    assert http.ask("/readyz")[0] in (200, 503)
+    assert http.ask("/api/v1/cameras")[1]["cameras"][0]["id"] == 1
+    assert len(http.ask("/api/v1/streams")[1]["streams"]) == 2
+    assert http.ask("/api/v1/sessions") == (200, {"sessions": []})
+    assert http.ask("/api/v1/recordings")[0] in (200, 503)
+    assert "[http]" in http.ask("/api/v1/config")[1]["toml"]
+    assert http.ask("/api/v1/nothing")[0] == 404
+    assert http.ask("/api/v1/sessions/1", method="DELETE")[0] == 404
+    assert http.ask("/api/v1/recordings?start=x")[0] == 400
+    assert http.ask("/api/v1/cameras", method="PUT")[0] == 405
+    assert http.ask("/api/v1/cameras/1/restart", method="POST")[0] == 415
+    assert http.ask("/api/v1/cameras/1/restart", "-H", "Content-Type: application/json", method="POST")[0] == 202
+    assert http.ask("/healthz", "-H", "X: " + "x" * 20000)[0] == 431
+    assert http.ask("/healthz", "-H", "Host: evil.example")[0] == 421
+    assert http.ask("/api/v1/sessions/1", "-H", "Origin: http://evil.example", method="DELETE")[0] == 403
+
+
+def test_the_description_is_whole(serve):
+    http = Http(serve(CONFIG))
+    document = http.description
+    assert re.fullmatch(r"3\.1\.\d+", document["openapi"])
+    assert document["info"]["title"] and document["info"]["version"]
+    identifiers = []
+    for path, item in document["paths"].items():
+        for operation in item.values():
+            identifiers.append(operation["operationId"])
+            declared = {each["name"] for each in operation.get("parameters", []) if each["in"] == "path"}
+            assert declared == set(re.findall(r"\{(\w+)\}", path)), path
+            assert all(each["required"] for each in operation.get("parameters", []) if each["in"] == "path")
+            assert all(re.fullmatch(r"[1-5]\d\d|default", code) for code in operation["responses"])
+            for response in operation["responses"].values():
+                assert http._resolve(response)["description"]
+    assert len(identifiers) == len(set(identifiers))
+    for schema in document["components"]["schemas"].values():
+        jsonschema.Draft202012Validator.check_schema(schema)
+    for reference in re.findall(r'"\$ref": ?"([^"]*)"', json.dumps(document)):
+        assert http._resolve({"$ref": reference})
+
+
+def test_users_log_in_with_digest_and_basic(serve):
+    server = serve(CONFIG + USERS)
+    server.allow_problem("it holds passwords and everybody can read it")
+    http = Http(server)
+    assert http.ask("/api/v1/config")[0] == 401
+    assert http.ask("/api/v1/config", "--digest", "-u", "boss:secret")[0] == 200
+    assert http.ask("/api/v1/config", "--basic", "-u", "boss:secret")[0] == 200
+    assert http.ask("/api/v1/config", "--digest", "-u", "boss:wrong")[0] == 401
+    assert http.ask("/api/v1/config", "--digest", "-u", "guest:guest")[0] == 403
+    assert len(http.ask("/api/v1/cameras", "--digest", "-u", "guest:guest")[1]["cameras"]) == 1
+
+
+@pytest.mark.skipif(shutil.which("promtool") is None, reason="Prometheus is not installed")
+def test_prometheus_accepts_the_metrics(serve):
+    status, text = Http(serve(CONFIG)).ask("/metrics")
+    assert status == 200
+    check = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, text=True, timeout=30)
+    assert (check.returncode, check.stdout, check.stderr) == (0, "", "")
+
+
+def test_a_viewer_is_listed_and_ended(serve):
+    server = serve(CONFIG)
+    http = Http(server)
+    with subprocess.Popen(
+            ["ffmpeg", "-v", "error", "-rtsp_transport", "tcp", "-i", server.url(), "-f", "null", "-"],
+            stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as viewer:
+        try:
+            wait_until(lambda: any(one["playing"] and one["bytes"] > 0
+                                   for one in http.ask("/api/v1/sessions")[1]["sessions"]), 20, "a viewer")
+            session = http.ask("/api/v1/sessions")[1]["sessions"][0]
+            assert (session["kind"], session["transport"], session["camera"]) == ("live", "tcp", 1)
+            wait_until(lambda: http.ask("/readyz")[0] == 200, 20, "ready")
+            assert http.ask(f"/api/v1/sessions/{session['id']}", method="DELETE")[0] == 204
+            assert http.ask("/api/v1/sessions")[1]["sessions"] == []
+        finally:
+            viewer.kill()
+
+
+def test_an_address_that_was_configured_must_be_free(serve, build_folder, tmp_path):
+    first = serve(CONFIG)
+    port = re.search(r"listening for HTTP on \S+ port (\d+)", first.log()).group(1)
+    config = f'port = 0\n[http]\nlisten = "127.0.0.1:{port}"\n'
+    path = tmp_path / "second.toml"
+    path.write_text(config)
+    second = subprocess.run([build_folder / "ovrtspd", "--config", path], capture_output=True, text=True, timeout=30)
+    assert second.returncode != 0
+    assert "http: cannot listen on 127.0.0.1 port" in second.stderr
