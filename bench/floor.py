@@ -42,10 +42,13 @@ audio = "none"
 CASES = {
     "udp": ("UDP viewer, % of a core", ["--mode", "hold", "--transport", "udp"], "core_percent_per_viewer"),
     "tcp": ("TCP viewer, % of a core", ["--mode", "hold", "--transport", "tcp"], "core_percent_per_viewer"),
+    "srtp": ("SRTP viewer, % of a core", ["--mode", "hold", "--transport", "udp", "--srtp"], "core_percent_per_viewer"),
     "udp-cycles": ("cycles a second, UDP", ["--mode", "cycles", "--transport", "udp"], "cycles_per_second"),
     "tcp-cycles": ("cycles a second, TCP", ["--mode", "cycles", "--transport", "tcp"], "cycles_per_second"),
 }
 FLOOR = "rtsp_canned"
+# Which rtsp_canned does not send: compared with the same server's plain viewers of the same round.
+ENCRYPTED = {"srtp": "udp"}
 
 
 class Server:
@@ -74,7 +77,8 @@ class Server:
 
 def load(arguments, server, case):
     """One run of rtsp_load. What it finds wrong is printed: rtsp_canned sends no reports and no first timestamp."""
-    command = [arguments.build / "rtsp_load", "--url", server.url, "--server-pid", str(server.process.pid), "--json",
+    url = server.url + ("?security=srtp" if case == "srtp" else "")
+    command = [arguments.build / "rtsp_load", "--url", url, "--server-pid", str(server.process.pid), "--json",
                "--seconds", str(arguments.seconds), *CASES[case][1]]
     if "hold" in command:
         command += ["--viewers", str(arguments.viewers), "--baseline-seconds", str(arguments.baseline)]
@@ -107,6 +111,17 @@ def table(results, names, cases):
         print(f"| {title} | " + " | ".join(cells) + " |")
 
 
+def encrypted_table(results, names, cases):
+    for case, plain in ENCRYPTED.items():
+        if case not in cases or plain not in cases:
+            continue
+        print(f"\n| {case.upper()} / {plain.upper()}, % of a core a viewer | median | rounds |\n|---|---:|---|")
+        for name in names:
+            key = CASES[case][2]
+            ratios = [one[key] / max(other[key], 1e-9) for one, other in zip(results[name, case], results[name, plain])]
+            print(f"| {name} | {statistics.median(ratios):.2f} | {', '.join(f'{ratio:.2f}' for ratio in ratios)} |")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=lambda path: pathlib.Path(path).resolve(), required=True)
@@ -117,7 +132,8 @@ def main():
                         help="seconds with one viewer, whose cost does not count: long enough for two GOPs in the ring")
     parser.add_argument("--viewers", type=int, default=1000)
     parser.add_argument("--clients", type=int, default=32, help="that go through cycles at a time")
-    parser.add_argument("--cases", default=",".join(CASES))
+    parser.add_argument("--cases", default=",".join(case for case in CASES if case not in ENCRYPTED),
+                        help="of " + ", ".join(CASES))
     parser.add_argument("--connected", action="store_true", help="rtsp_canned has a UDP socket for each viewer")
     parser.add_argument("--json", type=pathlib.Path, help="also write every single result there")
     arguments = parser.parse_args()
@@ -144,6 +160,8 @@ def main():
                 for number in range(arguments.rounds):
                     for case in cases:
                         for name in names[number % len(names):] + names[:number % len(names)]:
+                            if name == FLOOR and case in ENCRYPTED:
+                                continue
                             if name == FLOOR:
                                 result = load(arguments, floor, case)
                             else:
@@ -156,7 +174,8 @@ def main():
             print(f"    {line}", file=sys.stderr)
     print(f"{os.cpu_count()} cores, Linux {os.uname().release}, load before {before:.1f}, after {os.getloadavg()[0]:.1f}, "
           f"{arguments.rounds} rounds of {arguments.seconds:g} s, {arguments.viewers} viewers, {arguments.clients} clients")
-    table(results, names, cases)
+    table(results, names, [case for case in cases if case not in ENCRYPTED])
+    encrypted_table(results, [name for name in names if name != FLOOR], cases)
     if arguments.json:
         arguments.json.write_text(json.dumps([[*key, found] for key, found in results.items()], indent=1))
     return 0

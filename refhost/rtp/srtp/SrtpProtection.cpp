@@ -29,7 +29,7 @@ std::size_t sealedSize(const AccessUnit& unit, std::size_t firstPacket)
         // No suite's tag is longer than 16 bytes.
         bytes += AccessUnit::framingSize + unit.packets[i].size + 16;
     }
-    return bytes;
+    return bytes + SrtpSealer::maxTrailer;
 }
 
 }  // namespace
@@ -58,7 +58,6 @@ AccessUnitPtr SrtpProtection::seal(const AccessUnit& unit, std::size_t firstPack
     sealed->captureTime = unit.captureTime;
     sealed->keyFrame = unit.keyFrame;
     std::uint16_t sequence = header.sequence;
-    std::uint8_t* const room = scratch();
     const MutexLock guard(sendMutex_);
     for (std::size_t i = firstPacket; i < unit.packets.size(); ++i)
     {
@@ -68,13 +67,19 @@ AccessUnitPtr SrtpProtection::seal(const AccessUnit& unit, std::size_t firstPack
         {
             return nullptr;
         }
-        std::copy(packet, packet + size, room);
-        patchRtpHeader(room, header, sequence++);
-        if (!sealer_.seal(room, size))
+        // Sealed where it stays.
+        sealed->append(packet, size);
+        AccessUnit::Packet& copy = sealed->packets.back();
+        sealed->bytes.resize(sealed->bytes.size() + SrtpSealer::maxTrailer);
+        std::uint8_t* const bytes = sealed->bytes.data() + copy.offset;
+        patchRtpHeader(bytes, header, sequence++);
+        if (!sealer_.seal(bytes, size))
         {
             return nullptr;
         }
-        sealed->append(room, size);
+        sealed->payloadBytes += static_cast<std::uint32_t>(size) - copy.size;
+        copy.size = static_cast<std::uint32_t>(size);
+        sealed->bytes.resize(copy.offset + size);
     }
     return sealed;
 }

@@ -1,6 +1,5 @@
 #include "refhost/rtp/srtp/SrtpSealer.h"
 
-#include <openssl/core_names.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
@@ -74,20 +73,12 @@ std::size_t headerSizeOf(const std::uint8_t* packet, std::size_t size)
     return header <= size ? header : 0;
 }
 
-/// Appends the authentication tag of `data` and, unless they are in it already, of the bytes behind it.
-bool authenticate(EVP_MAC_CTX* mac, const std::uint8_t* data, std::size_t size, const std::uint8_t* more,
+/// Writes the authentication tag of `data` and of the bytes behind it.
+void authenticate(const HmacSha1& mac, const std::uint8_t* data, std::size_t size, const std::uint8_t* more,
                   std::size_t moreSize, std::uint8_t* tag, std::size_t tagSize)
 {
-    std::array<std::uint8_t, 20> digest{};
-    std::size_t written = 0;
-    if (EVP_MAC_init(mac, nullptr, 0, nullptr) != 1 || EVP_MAC_update(mac, data, size) != 1 ||
-        EVP_MAC_update(mac, more, moreSize) != 1 ||
-        EVP_MAC_final(mac, digest.data(), &written, digest.size()) != 1)
-    {
-        return false;
-    }
+    const HmacSha1::Digest digest = mac.of(data, size, more, moreSize);
     std::copy(digest.begin(), digest.begin() + static_cast<std::ptrdiff_t>(tagSize), tag);
-    return true;
 }
 
 /// Encrypts `data` in place and writes the tag behind it.
@@ -140,11 +131,6 @@ void SrtpSealer::FreeCipher::operator()(evp_cipher_ctx_st* context) const
     EVP_CIPHER_CTX_free(context);
 }
 
-void SrtpSealer::FreeMac::operator()(evp_mac_ctx_st* context) const
-{
-    EVP_MAC_CTX_free(context);
-}
-
 SrtpSealer::SrtpSealer(const SrtpKey& key)
     : info_(infoOf(key.suite())),
       rtp_(key, 0),
@@ -168,20 +154,9 @@ SrtpSealer::Cipher SrtpSealer::makeCipher(const SessionKeys& keys) const
     return cipher;
 }
 
-SrtpSealer::Mac SrtpSealer::makeMac(const SessionKeys& keys)
+std::unique_ptr<HmacSha1> SrtpSealer::makeMac(const SessionKeys& keys)
 {
-    static EVP_MAC* const algorithm = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
-    Mac mac(algorithm == nullptr ? nullptr : EVP_MAC_CTX_new(algorithm));
-    std::array<char, 5> digest{"SHA1"};
-    const std::array<OSSL_PARAM, 2> parameters{
-        OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest.data(), 0),
-        OSSL_PARAM_construct_end()};
-    if (mac == nullptr ||
-        EVP_MAC_init(mac.get(), keys.authenticator.data(), keys.authenticator.size(), parameters.data()) != 1)
-    {
-        throw std::runtime_error("OpenSSL makes no authenticator for SRTP");
-    }
-    return mac;
+    return std::make_unique<HmacSha1>(keys.authenticator.data(), keys.authenticator.size());
 }
 
 /// \param index  48 bits
@@ -241,11 +216,11 @@ bool SrtpSealer::sealCounter(std::uint8_t* packet, std::size_t& size, std::size_
     const Block start = counterStart(rtp_, *ssrc_, index);
     std::array<std::uint8_t, 4> counter{};
     writeBig32(counter.data(), rolloverCounter_);
-    if (!encryptCounter(cipher_.get(), start.data(), packet + header, size - header) ||
-        !authenticate(mac_.get(), packet, size, counter.data(), counter.size(), packet + size, info_.rtpTag))
+    if (!encryptCounter(cipher_.get(), start.data(), packet + header, size - header))
     {
         return false;
     }
+    authenticate(*mac_, packet, size, counter.data(), counter.size(), packet + size, info_.rtpTag);
     size += info_.rtpTag;
     return true;
 }
@@ -283,11 +258,7 @@ bool SrtpSealer::sealRtcpCounter(std::uint8_t* packet, std::size_t& size)
     }
     writeBig32(packet + size, encryptedFlag | rtcpIndex_);
     size += indexSize;
-    const Mac mac = makeMac(rtcp_);
-    if (!authenticate(mac.get(), packet, size, nullptr, 0, packet + size, info_.rtcpTag))
-    {
-        return false;
-    }
+    authenticate(*makeMac(rtcp_), packet, size, nullptr, 0, packet + size, info_.rtcpTag);
     size += info_.rtcpTag;
     return true;
 }

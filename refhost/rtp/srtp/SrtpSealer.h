@@ -6,10 +6,10 @@
 #include <memory>
 #include <optional>
 
+#include "refhost/rtp/srtp/HmacSha1.h"
 #include "refhost/rtp/srtp/SrtpKey.h"
 
 struct evp_cipher_ctx_st;
-struct evp_mac_ctx_st;
 
 namespace refhost
 {
@@ -70,12 +70,7 @@ private:
     {
         void operator()(evp_cipher_ctx_st* context) const;
     };
-    struct FreeMac
-    {
-        void operator()(evp_mac_ctx_st* context) const;
-    };
     using Cipher = std::unique_ptr<evp_cipher_ctx_st, FreeCipher>;
-    using Mac = std::unique_ptr<evp_mac_ctx_st, FreeMac>;
 
     bool advance(std::uint32_t ssrc, std::uint16_t sequence);
     bool sealCounter(std::uint8_t* packet, std::size_t& size, std::size_t header);
@@ -83,14 +78,14 @@ private:
     bool sealRtcpCounter(std::uint8_t* packet, std::size_t& size);
     bool sealRtcpGcm(std::uint8_t* packet, std::size_t& size);
     Cipher makeCipher(const SessionKeys& keys) const;
-    static Mac makeMac(const SessionKeys& keys);
+    static std::unique_ptr<HmacSha1> makeMac(const SessionKeys& keys);
     static Block counterStart(const SessionKeys& keys, std::uint32_t ssrc, std::uint64_t index);
 
     const SrtpSuiteInfo& info_;
     const SessionKeys rtp_;
     const SessionKeys rtcp_;
-    const Cipher cipher_;  // of RTP
-    const Mac mac_;        // of RTP; null with GCM
+    const Cipher cipher_;                  // of RTP
+    const std::unique_ptr<HmacSha1> mac_;  // of RTP; null with GCM
     std::optional<std::uint32_t> ssrc_;
     std::uint16_t sequence_ = 0;
     std::uint32_t rolloverCounter_ = 0;
