@@ -13,6 +13,7 @@
 #include "refhost/base/Quantity.h"
 #include "refhost/base/SocketAddress.h"
 #include "refhost/config/CameraSet.h"
+#include "refhost/config/ConfigHints.h"
 #include "refhost/config/ConfigSections.h"
 #include "refhost/net/tls/CertificateFingerprint.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
@@ -90,6 +91,12 @@ bool isControl(char c)
 {
     const auto byte = static_cast<unsigned char>(c);
     return byte < 0x20 || byte == 0x7f;
+}
+
+/// As shells write paths.
+bool isInHome(const std::string& path)
+{
+    return path.front() == '~' && (path.size() == 1 || path[1] == '/');
 }
 
 bool isAddress(const std::string& text)
@@ -178,6 +185,15 @@ std::string ConfigCheck::source(const SourceConfig& source)
     {
         return "location of an rtsp source must start with rtsp:// or rtsps://";
     }
+    const std::string host = source.isCamera() ? ConfigHints::forHostOf(location) : "";
+    if (!host.empty())
+    {
+        return "location " + host;
+    }
+    if (source.kind == SourceConfig::Kind::file && isInHome(location))
+    {
+        return "location must be a whole path: ~ is expanded by shells alone";
+    }
     return {};
 }
 
@@ -196,6 +212,11 @@ std::string ConfigCheck::unknownKey(std::string_view name, const std::vector<std
         }
     }
     const std::string message = "unknown key \"" + Log::safe(name, 40) + "\"";
+    const std::string here = ConfigHints::nameHere(name);
+    if (!here.empty() && (nearest.empty() || normalized(nearest) != written))
+    {
+        return message + ": " + here;
+    }
     const std::string section = sectionOf(name);
     if (!section.empty())
     {
@@ -267,17 +288,26 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
     }
     if (kind != TextKind::location && std::any_of(value.begin(), value.end(), isControl))
     {
-        return "must not hold control characters";
+        return "must not hold control characters: in double quotes a backslash starts an escape; use single "
+               "quotes, or \\\\";
     }
     if (value.find('\0') != std::string::npos)
     {
         return "must not hold a null character";
     }
+    if (kind == TextKind::path && isInHome(value))
+    {
+        return "must be a whole path: ~ is expanded by shells alone";
+    }
     const bool address = kind == TextKind::address || (kind == TextKind::anyAddress && !value.empty());
     if (address && !isAddress(value))
     {
+        const std::size_t zone = value.find('%');
         return "must be an IPv4 or IPv6 address such as \"127.0.0.1\" or \"::1\", not \"" +
-               Log::safe(value, 40) + "\"";
+               Log::safe(value, 40) + "\"" +
+               (zone == std::string::npos ? ""
+                                          : "; it can have no zone (" + Log::safe(value.substr(zone), 20) +
+                                                "): listen on \"::\" for link-local addresses");
     }
     if (kind == TextKind::endpoint && !value.empty() && !SocketAddress::parseWithPort(value))
     {

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "refhost/config/ConfigCheck.h"
+#include "refhost/config/ConfigHints.h"
 #include "refhost/config/ConfigKeys.h"
 #include "refhost/config/ConfigRules.h"
 #include "refhost/config/ConfigSections.h"
@@ -266,9 +267,12 @@ ConfigResult ConfigReader::read(std::string_view text, const std::string& direct
     catch (const toml::parse_error& error)
     {
         const toml::source_position& where = error.source().begin;
+        const int line = static_cast<int>(where.line);
+        const std::string hint = ConfigHints::forSyntax(text, line);
         return {std::nullopt,
-                {{static_cast<int>(where.line), static_cast<int>(where.column),
-                  "not valid TOML: " + std::string(error.description())}},
+                {{line, static_cast<int>(where.column),
+                  "not valid TOML: " + (hint.empty() ? "" : hint + " (") + std::string(error.description()) +
+                      (hint.empty() ? "" : ")")}},
                 {}};
     }
 }

@@ -1,6 +1,8 @@
 #include "refhost/config/ConfigRules.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "refhost/base/Log.h"
@@ -211,6 +213,11 @@ void ConfigRules::finish(const toml::table& table, StreamConfig& stream,
     if (stream.source.kind == SourceConfig::Kind::file)
     {
         resolve(stream.source.location);
+        std::error_code ignored;
+        if (std::filesystem::is_directory(stream.source.location, ignored))
+        {
+            report(place(table, "location"), "location is a folder: name a media file in it");
+        }
     }
 }
 

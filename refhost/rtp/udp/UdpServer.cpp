@@ -44,7 +44,12 @@ std::shared_ptr<UdpServer> UdpServer::open(const Options& options, std::string& 
         options.rtpPort == 0 ? UdpPortPair::bindAny(address) : UdpPortPair::bind(address);
     if (!ports)
     {
-        error = "cannot bind UDP ports for RTP and RTCP at " + options.address + ": " + std::strerror(errno);
+        const std::string reason = std::strerror(errno);
+        const std::string which = options.rtpPort == 0
+                                      ? "free UDP ports"
+                                      : "UDP ports " + std::to_string(options.rtpPort) + " and " +
+                                            std::to_string(options.rtpPort + 1) + " (rtp-port)";
+        error = "cannot bind " + which + " for RTP and RTCP at " + options.address + ": " + reason;
         return nullptr;
     }
     setSocketBuffer(ports->rtp.get(), SO_SNDBUF, SO_SNDBUFFORCE, sendBufferBytes);
