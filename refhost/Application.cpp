@@ -1,7 +1,6 @@
 #include "refhost/Application.h"
 
 #include <gst/gst.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -38,6 +37,7 @@
 #include "refhost/playback/PlaybackService.h"
 #include "refhost/recording/RecordingService.h"
 #include "refhost/rtsp/connection/RtspServer.h"
+#include "refhost/sandbox/Sandbox.h"
 #include "refhost/service/LoopWatchdog.h"
 #include "refhost/talkback/TalkBack.h"
 
@@ -254,21 +254,20 @@ void Application::prepareProcess() const
     LogFormat::set(config_.logFormat == "json" ? LogFormat::Kind::json : LogFormat::Kind::text);
     hideCredentials(config_);
     raiseDescriptorLimit();
-    // Before the first thread: those inherit it, and so do the programs that media elements start.
-    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0)
-    {
-        Log::warning("the system does not bar new privileges");
-    }
     std::signal(SIGPIPE, SIG_IGN);
     // A recording that exceeds the file size limit fails its write, as a full disk does.
     std::signal(SIGXFSZ, SIG_IGN);
     MediaLogs::bridge();
+    // It may start a program that lists plugins, and writes that list.
     gst_init(nullptr, nullptr);
+    Sandbox::enter(config_, source_.file);
 }
 
 void Application::printUrls(const RtspServer& server) const
 {
-    const std::string base = serverUrl(config_.listen, server.port()) + "orv/live/";
+    const std::string all = serverUrl(config_.listen, server.port()) + "orv/";
+    const std::string base = all + "live/";
+    bool records = false;
     std::string text;
     std::string first;
     for (const CameraConfig& camera : config_.cameras)
@@ -277,10 +276,19 @@ void Application::printUrls(const RtspServer& server) const
         {
             const std::string url = fmt::format("{}{}/{}", base, camera.id, stream.id);
             first = first.empty() ? url : first;
+            records = records || stream.record;
             text += fmt::format("  {}\n      {}: {}\n", url, camera.streamName(stream.id), describe(stream));
         }
     }
     text += fmt::format("Watch:  mpv {}\n        ffplay -rtsp_transport tcp {}\n", first, first);
+    text += fmt::format("By multicast: {}multicast/CAMERA/STREAM\n", all);
+    if (records)
+    {
+        text += fmt::format(
+            "Recordings: {}playback/CAMERA_BEGIN_END, in seconds since 1970; ovrtspd --recordings lists "
+            "them\n",
+            all);
+    }
     if (server.tlsPort() != 0)
     {
         const std::string& listen = config_.tls.listen.empty() ? config_.listen : config_.tls.listen;

@@ -191,6 +191,9 @@ bool CommandLine::parse(int count, const char* const* arguments)
            "meanwhile. Times are seconds since 1970, or such as 2026-01-31T12:00:00.5Z")
         ->expected(4)
         ->type_name("CAMERA START END FILE");
+    bool noSandbox = false;
+    app.add_flag("--no-sandbox", noSandbox,
+                 "Serve without limits of the server's own, for sources that need more than usual ones");
     bool json = false;
     CLI::App* const doctor = app.add_subcommand(
         "doctor",
@@ -242,6 +245,11 @@ bool CommandLine::parse(int count, const char* const* arguments)
         {
             source_.overrides.emplace_back(given.key, given.value);
         }
+    }
+    if (noSandbox)
+    {
+        ConfigReader::set(config_, "sandbox", "false");
+        source_.overrides.emplace_back("sandbox", "false");
     }
     if (!recordings && !dump && !check && exported.empty())
     {

@@ -270,6 +270,7 @@ struct ServerConfig
     std::string logFormat = "text";  ///< "text" or "json"
     std::string realm = "ovrtspd";
     bool digestWithoutQop = true;  ///< accept Digest responses without qop, replayable for a minute
+    bool sandbox = true;           ///< take from the process what it does not need
     std::vector<UserConfig> users;
     std::vector<GroupConfig> groups;
     LimitsConfig limits;

@@ -64,6 +64,11 @@ const std::vector<ConfigKey<ServerConfig>>& configKeys<ServerConfig>()
             "digest-without-qop",
             "Take Digest answers without qop, as some clients send them. Each can be replayed from its "
             "client's address for a minute; false refuses them."),
+        flag<&Server::sandbox>(
+            "sandbox",
+            "Whether the running server denies itself what it does not need: starting programs, system calls "
+            "of "
+            "administrators and debuggers, and files beside the system's and those of this configuration."),
         flag<&Server::segmentationOffload>(
             "segmentation-offload",
             "Send an access unit's UDP packets in one system call (UDP GSO) where the system can."),

@@ -3,11 +3,9 @@
 #include <fmt/format.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
-#include "refhost/base/Decimal.h"
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/SocketAddress.h"
 #include "refhost/doctor/PortOwner.h"
@@ -87,16 +85,10 @@ std::vector<Finding> PortsCheck::run()
     }
     if (config_.http.enabled())
     {
-        // As it is read: an address, IPv6 in brackets, and a port.
-        const std::string& both = config_.http.listen;
-        const std::size_t colon = std::min(both.rfind(':'), both.size());
-        std::string address = both.substr(0, colon);
-        if (address.size() > 2 && address.front() == '[')
+        if (const auto address = SocketAddress::parseWithPort(config_.http.listen))
         {
-            address = address.substr(1, address.size() - 2);
+            found.push_back(judged(*address, SOCK_STREAM, "HTTP", "[http] listen"));
         }
-        const auto port = parseDecimal<int>(both.substr(std::min(colon + 1, both.size())), 65535);
-        add(address, port.value_or(0), SOCK_STREAM, "HTTP", "[http] listen");
     }
     if (config_.rtpPort != 0)
     {

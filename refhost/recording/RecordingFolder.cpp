@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "refhost/base/MountPoint.h"
+
 namespace refhost
 {
 namespace
@@ -39,7 +41,15 @@ struct flock wholeFile(short type)
 
 std::string because(const std::string& path)
 {
-    return path + ": " + std::strerror(errno);
+    const int reason = errno;
+    const char* const mend =
+        reason == EROFS
+            ? "; mount it writable, and under systemd permit it by ReadWritePaths= (systemctl edit)"
+        : reason == EACCES || reason == EPERM ? "; the server's user must own it, and the sandbox permit it"
+                                              : "";
+    std::string text = path + ": " + std::strerror(reason) + mend;
+    errno = reason;
+    return text;
 }
 
 // A server writes its process id into the file that it locks.
@@ -50,26 +60,6 @@ std::string holderOf(int file)
     const std::string number(text.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
     const std::size_t digits = number.find_first_not_of("0123456789");
     return digits == 0 || number.empty() ? "" : " (process " + number.substr(0, digits) + ")";
-}
-
-std::optional<dev_t> deviceOf(const fs::path& path)
-{
-    struct stat status
-    {
-    };
-    return ::stat(path.c_str(), &status) == 0 ? std::make_optional(status.st_dev) : std::nullopt;
-}
-
-// The folder at or above `path` at which its file system is mounted; empty where that is the root.
-std::string mountPointOf(const std::string& path)
-{
-    std::error_code problem;
-    fs::path at = fs::canonical(path, problem);
-    while (!problem && at.has_relative_path() && deviceOf(at) == deviceOf(at.parent_path()))
-    {
-        at = at.parent_path();
-    }
-    return problem || !at.has_relative_path() ? "" : at.string();
 }
 
 }  // namespace
@@ -168,7 +158,7 @@ bool RecordingFolder::identify(std::string& error)
     }
     device_ = status.st_dev;
     inode_ = status.st_ino;
-    mountPoint_ = mountPointOf(path_);
+    mountPoint_ = MountPoint::of(path_);
     return true;
 }
 
@@ -186,8 +176,8 @@ bool RecordingFolder::isUnmounted() const
     {
         return false;
     }
-    const std::optional<dev_t> here = deviceOf(mountPoint_);
-    return !here || here == deviceOf(fs::path(mountPoint_).parent_path());
+    const std::optional<dev_t> here = MountPoint::deviceOf(mountPoint_);
+    return !here || here == MountPoint::deviceOf(fs::path(mountPoint_).parent_path().string());
 }
 
 }  // namespace refhost

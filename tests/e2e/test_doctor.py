@@ -110,8 +110,8 @@ def test_packages_of_elements_are_those_that_debian_has_them_in(build_folder):
     entries = re.findall(r'\{"(\w+)",\s*("?[\w.-]+"?)\}', table)
     assert len(entries) > 30
     for element, package in entries:
-        shown = subprocess.run(["gst-inspect-1.0", element], capture_output=True, text=True).stdout
-        file = re.search(r"^\s*Filename\s+(\S+)", shown, re.M).group(1)
+        printed = subprocess.run(["gst-inspect-1.0", element], capture_output=True, text=True).stdout
+        file = re.search(r"^\s*Filename\s+(\S+)", printed, re.M).group(1)
         owner = subprocess.run(["dpkg", "-S", "*/" + os.path.basename(file)], capture_output=True, text=True).stdout.split(":")[0]
         assert owner == names.get(package, package.strip('"')), element
 

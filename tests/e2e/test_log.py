@@ -7,6 +7,7 @@ import pathlib
 import pty
 import re
 import signal
+import socket
 import subprocess
 import termios
 
@@ -191,3 +192,23 @@ def test_every_line_can_be_json(serve):
     assert len(lines) > 10
     assert all({"time", "level", "thread"} < set(line) and ("message" in line) != ("event" in line) for line in lines)
     assert {"session-started", "session-ended"} < {line.get("event") for line in lines}
+
+
+def test_urls_of_multicast_and_recordings_are_printed(serve, tmp_path):
+    server = serve(CAMERA.replace("[[camera.stream]]", "[[camera.stream]]\nrecord = true")
+                   .replace("[[camera]]", f'[recording]\ndirectory = "{tmp_path}/recordings"\n[[camera]]'))
+    base = server.url().split("orv/")[0]
+    assert f"By multicast: {base}orv/multicast/CAMERA/STREAM\n" in server.output()
+    assert f"Recordings: {base}orv/playback/CAMERA_BEGIN_END, " in server.output()
+    assert "Recordings:" not in serve(CAMERA).output()
+
+
+def test_an_rtp_port_in_use_is_named_with_its_key(build_folder, tmp_path):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as taken:
+        taken.bind(("127.0.0.1", 0))
+        port = taken.getsockname()[1] & ~1
+        (tmp_path / "c.toml").write_text(f"port = 0\nrtp-port = {port}\n")
+        run = subprocess.run([build_folder / "ovrtspd", "--config", tmp_path / "c.toml"], capture_output=True, text=True,
+                             timeout=20)
+    assert run.returncode == 1
+    assert f"cannot bind UDP ports {port} and {port + 1} (rtp-port) for RTP and RTCP at 127.0.0.1: Address already in use" in run.stderr

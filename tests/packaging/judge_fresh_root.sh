@@ -52,6 +52,7 @@ owner_and_mode() {
 boot() {
     systemd-nspawn --directory="$root" --machine=fresh --boot --private-network --register=no --keep-unit \
         --link-journal=no --resolv-conf=off --timezone=off --suppress-sync=yes --capability=CAP_IPC_LOCK \
+        --system-call-filter="landlock_create_ruleset landlock_add_rule landlock_restrict_self" \
         --console=pipe </dev/null >"$scratch/boot.log" 2>&1 &
     nspawn=$!
     leader=
@@ -132,6 +133,9 @@ same "what the server wrote elsewhere" "" "$(inside find / -xdev -user ovrtspd -
 
 [[ "$(unit Type) $(unit StatusText)" =~ ^notify\ [0-2]\ of\ 2\ streams\ running,\ [0-9]\ viewers?$ ]] ||
     fault "the service reports \"$(unit StatusText)\""
+
+inside journalctl --no-pager --unit ovrtspd.service | grep -q "sandbox: no new privileges; system calls filtered; files limited" ||
+    { inside journalctl --no-pager --unit ovrtspd.service | grep "sandbox" >&2; fault "the service does not limit itself"; }
 
 # Port 554, opened by systemd.
 inside systemctl stop ovrtspd.service

@@ -43,6 +43,7 @@ ServerConfig withEverythingChanged()
     config.logLevel = "trace";
     config.realm = "somewhere else";
     config.digestWithoutQop = false;
+    config.sandbox = false;
     config.segmentationOffload = false;
     config.gopCache = false;
     config.start = "paced";
