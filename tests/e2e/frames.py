@@ -44,7 +44,7 @@ class CountedRecordings:
         """The frames in a track's RTP packets, in the order of their arrival, where all packets came in order"""
         frames = []
         for group in _by_timestamp(packets):
-            slices = [unit for unit in _units(group) if unit[0] & 0x1F in (1, 5)]
+            slices = [unit for unit in units(group) if unit[0] & 0x1F in (1, 5)]
             assert len(slices) == 1, f"{len(slices)} slices in one frame"
             checksum = _checksum(slices[0])
             assert checksum in self.numbers, "a frame that is not the film's"
@@ -78,7 +78,7 @@ def _by_timestamp(packets):
     return [group for group in groups if group[-1].marker]
 
 
-def _units(packets):
+def units(packets):
     """The NAL units in the packets of an access unit (RFC 6184)."""
     units, fragments = [], None
     for packet in packets:
