@@ -31,7 +31,7 @@ ConfigSource::Read ConfigSource::read() const
         const std::string problem = ConfigReader::set(*result.config, key, value);
         if (!problem.empty())
         {
-            out.problems.push_back("--" + key + " " + problem);
+            out.problems.push_back(std::string("--").append(key).append(" ").append(problem));
         }
     }
     if (adjust)

@@ -2,7 +2,9 @@
 
 import ctypes
 import os
+import pathlib
 import sqlite3
+import subprocess
 import time
 
 import pytest
@@ -55,6 +57,13 @@ def test_oldest_recordings_keep_room_on_the_disk(serve, build_folder, small_disk
     server.stop()
     assert "is full" not in server.log() and "recording stopped" not in server.log()
     assert len(listing(build_folder, server)[1][3, 1]) == 1, "no gap"
+
+
+def test_four_recordings_go_on_while_the_disk_is_full_all_the_time(build_folder):
+    full = pathlib.Path(__file__).parents[2] / "bench" / "recording_full.py"
+    run = subprocess.run([full, "--build", build_folder, "--seconds", "25", "--disk", "12"], capture_output=True, text=True,
+                         timeout=150, check=False)
+    assert run.returncode == 0, run.stdout + run.stderr
 
 
 def test_camera_keeps_to_its_own_limit(serve, build_folder, directory):
