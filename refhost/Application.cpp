@@ -29,7 +29,6 @@
 #include "refhost/capture/CameraStreams.h"
 #include "refhost/http/HttpRoutes.h"
 #include "refhost/http/HttpService.h"
-#include "refhost/http/LiveRoute.h"
 #include "refhost/http/PageRoutes.h"
 #include "refhost/ingest/IngestLoops.h"
 #include "refhost/live/LiveDispatcher.h"
@@ -413,11 +412,9 @@ int Application::run()
     ConfigReload reload(source_, config_);
     addParts(reload, {server, streams.all(), recording, talkBack});
     RtspServices& services = server.services();
-    FragmentStreams fragments(HostClock::system());
     HttpService http(config_, {&services.authenticator, &services.brake, &services.access});
     HttpRoutes::add(http, {[&reload] { return reload.running(); }, &services.access,
                            &CameraStates::instance(), &services.sessions});
-    LiveRoute::add(http.router(), fragments);
     PageRoutes::add(http.router());
     if (!startHttp(http))
     {

@@ -5,9 +5,11 @@
 #include "refhost/http/EventRoutes.h"
 #include "refhost/http/ExportRoutes.h"
 #include "refhost/http/HealthRoutes.h"
+#include "refhost/http/LiveRoute.h"
 #include "refhost/http/MetricsRoutes.h"
 #include "refhost/http/RecordingRoutes.h"
 #include "refhost/http/SessionRoutes.h"
+#include "refhost/http/SnapshotRoutes.h"
 #include "refhost/media/Device.h"
 
 namespace refhost
@@ -32,6 +34,9 @@ void HttpRoutes::add(HttpService& service, const ServerView& view)
     SessionRoutes::add(router, view);
     RecordingRoutes::add(router, view);
     ExportRoutes::add(router, service.background(), presentRecordings);
+    SnapshotRoutes::add(
+        router, view, std::make_shared<SnapshotService>([] { return Device::streams(); }, presentRecordings));
+    LiveRoute::add(router, std::make_shared<FragmentStreams>(HostClock::system()));
     EventRoutes::add(router);
     ConfigRoutes::add(router, view);
     router.add({"GET", "/api/v1/openapi.json", HttpAccess::open(),

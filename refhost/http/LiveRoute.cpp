@@ -142,10 +142,11 @@ HttpReply live(const HttpRequest& request, FragmentStreams& streams)
 
 }  // namespace
 
-void LiveRoute::add(HttpRouter& router, FragmentStreams& streams)
+void LiveRoute::add(HttpRouter& router, std::shared_ptr<FragmentStreams> streams)
 {
     router.add({"GET", "/api/v1/cameras/{camera}/streams/{stream}/live", HttpAccess::camera(Right::live),
-                [&streams](const HttpRequest& request) { return live(request, streams); }});
+                [streams = std::move(streams)](const HttpRequest& request)
+                { return live(request, *streams); }});
 }
 
 }  // namespace refhost

@@ -1,6 +1,8 @@
 #pragma once
 // Tested by tests/refhost/http/LiveRoute_test.cpp.
 
+#include <memory>
+
 #include "refhost/fragments/FragmentStreams.h"
 #include "refhost/http/HttpRouter.h"
 
@@ -17,8 +19,8 @@ namespace refhost
 class LiveRoute
 {
 public:
-    /// \param streams  outlives the router
-    static void add(HttpRouter& router, FragmentStreams& streams);
+    /// \param streams  not null
+    static void add(HttpRouter& router, std::shared_ptr<FragmentStreams> streams);
 };
 
 }  // namespace refhost

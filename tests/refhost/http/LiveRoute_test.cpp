@@ -62,7 +62,7 @@ protected:
     /// Units reach viewers as those of a camera do.
     void feed(double at, bool key, std::size_t bytes = 1000)
     {
-        streams_.find(1, 0)->fragments().onEncodedUnit(frame(at, key, bytes));
+        streams_->find(1, 0)->fragments().onEncodedUnit(frame(at, key, bytes));
     }
 
     /// The next message; nothing when the connection ends.
@@ -120,7 +120,7 @@ protected:
     }
 
     std::shared_ptr<test::OneCamera> cameras_ = std::make_shared<test::OneCamera>();
-    FragmentStreams streams_{HostClock::system()};
+    std::shared_ptr<FragmentStreams> streams_ = std::make_shared<FragmentStreams>(HostClock::system());
     std::string received_;
     std::atomic<int> got_{0};  // by the viewer who reads
 };
@@ -167,7 +167,7 @@ TEST_F(LiveRouteTest, TheSourceRunsWhileTheViewerIsThere)
     }
     EXPECT_TRUE(eventually([this] { return cameras_->source->viewers == 0; }));
     EXPECT_TRUE(eventually([this] { return service->connectionCount() == 0; }));
-    EXPECT_EQ(streams_.find(1, 0)->fragments().subscribers(), 0U);
+    EXPECT_EQ(streams_->find(1, 0)->fragments().subscribers(), 0U);
 }
 
 TEST_F(LiveRouteTest, PingsAreAnsweredAndWhatElseTheClientSaysIsIgnored)
