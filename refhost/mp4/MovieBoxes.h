@@ -19,9 +19,10 @@ public:
     {
         std::uint32_t id = 0;
         WallTime created;
-        std::uint64_t movieLength = 0;  ///< of what is presented, in units of the movie's timescale; 0: fragments
-        std::uint64_t mediaLength = 0;  ///< in units of `timescale`; 0: fragments
-        std::uint32_t timescale = 0;    ///< units of the media's times a second
+        std::uint64_t movieLength =
+            0;  ///< of what is presented, in units of the movie's timescale; 0: fragments
+        std::uint64_t mediaLength = 0;        ///< in units of `timescale`; 0: fragments
+        std::uint32_t timescale = 0;          ///< units of the media's times a second
         const MediaFormat* format = nullptr;  ///< not null
     };
 

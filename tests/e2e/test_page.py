@@ -63,7 +63,7 @@ def test_every_camera_moves_on_the_wall(server, browser):
     assert names == ["yard", "door"]
 
 
-def test_the_picture_is_live(server, browser):
+def test_the_video_is_live(server, browser):
     """Behind what the camera captured by less than half a second, also after a while."""
     browser.get(page(server, "#/?camera=1"))
     assert until(browser, PLAYING, 1)
@@ -80,7 +80,7 @@ def test_the_picture_is_live(server, browser):
     print("latency, ms:", late)
 
 
-def test_sound_comes_with_the_picture_on_demand(server, browser):
+def test_audio_comes_with_the_video_on_demand(server, browser):
     browser.get(page(server, "#/?camera=1"))
     assert until(browser, PLAYING, 1)
     browser.find_element("xpath", "//button[text()='Sound']").click()

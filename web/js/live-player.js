@@ -2,6 +2,9 @@ import { Backoff } from './backoff.js';
 import { captureTime } from './fragments.js';
 import { LiveEdge } from './live-edge.js';
 
+/** Telephones of one maker have the second one only. */
+const Source = globalThis.MediaSource ?? globalThis.ManagedMediaSource;
+
 /**
  * Plays a live stream in a video element: MP4 fragments from a WebSocket, by Media Source Extensions.
  *
@@ -22,6 +25,7 @@ export class LivePlayer extends EventTarget {
   constructor(video, url, { backoff = new Backoff() } = {}) {
     super();
     this.video = video;
+    this.video.disableRemotePlayback = true; // ManagedMediaSource demands it
     this.url = url;
     this.backoff = backoff;
     /** @type {'stopped'|'connecting'|'playing'|'waiting'|'unsupported'|'refused'} */
@@ -32,7 +36,9 @@ export class LivePlayer extends EventTarget {
   }
 
   start() {
-    if (this.state === 'stopped') {
+    if (this.state === 'stopped' && Source === undefined) {
+      this.#enter('unsupported');
+    } else if (this.state === 'stopped') {
       this.#connect();
     }
   }
@@ -53,16 +59,8 @@ export class LivePlayer extends EventTarget {
   #connect() {
     this.#enter('connecting');
     this.edge = new LiveEdge();
-    this.waiting = [];
-    this.waitingBytes = 0;
-    this.clock = null;
-    this.media = new MediaSource();
-    this.opened = new Promise((resolve) => {
-      this.media.addEventListener('sourceopen', resolve, { once: true });
-    });
-    this.object = URL.createObjectURL(this.media);
-    this.video.src = this.object;
-
+    this.description = null;
+    this.#openMedia();
     const socket = new WebSocket(this.url);
     socket.binaryType = 'arraybuffer';
     this.socket = socket;
@@ -83,8 +81,23 @@ export class LivePlayer extends EventTarget {
     const socket = this.socket;
     this.socket = null;
     socket?.close();
+    this.#closeMedia();
+  }
+
+  #openMedia() {
+    this.media = new Source();
+    this.opened = new Promise((resolve) => {
+      this.media.addEventListener('sourceopen', resolve, { once: true });
+    });
+    this.object = URL.createObjectURL(this.media);
+    this.video.src = this.object;
+  }
+
+  #closeMedia() {
     this.buffer = null;
     this.waiting = [];
+    this.waitingBytes = 0;
+    this.clock = null;
     if (this.object) {
       this.video.removeAttribute('src');
       this.video.load();
@@ -129,8 +142,13 @@ export class LivePlayer extends EventTarget {
   }
 
   async #describe(description) {
+    if (this.description) {
+      // Other tracks or another format: what comes is not of the former source.
+      this.#closeMedia();
+      this.#openMedia();
+    }
     this.description = description;
-    if (!window.MediaSource || !MediaSource.isTypeSupported(description.mime)) {
+    if (!Source.isTypeSupported(description.mime)) {
       this.#disconnect();
       this.#enter('unsupported', description.mime);
       return;
@@ -140,13 +158,9 @@ export class LivePlayer extends EventTarget {
     if (this.media !== media || media.readyState !== 'open') {
       return;
     }
-    if (this.buffer) {
-      this.buffer.changeType(description.mime);
-    } else {
-      this.buffer = media.addSourceBuffer(description.mime);
-      this.buffer.addEventListener('updateend', () => this.#feed());
-      this.buffer.addEventListener('error', () => this.#lost('the browser cannot decode it'));
-    }
+    this.buffer = media.addSourceBuffer(description.mime);
+    this.buffer.addEventListener('updateend', () => this.#feed());
+    this.buffer.addEventListener('error', () => this.#lost('the browser cannot decode it'));
     this.#feed();
   }
 
