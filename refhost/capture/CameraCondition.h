@@ -20,7 +20,7 @@ namespace refhost
 class CameraCondition
 {
 public:
-    /// Causes that are logged while a state lasts; a camera that keeps failing in other ways does not flood the log.
+    /// Causes that are logged while a state lasts; a camera that keeps failing for other reasons does not flood the log.
     static constexpr std::size_t maxCauses = 4;
 
     /// \param states  outlives this

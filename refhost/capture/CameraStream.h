@@ -75,7 +75,7 @@ public:
     };
 
     /// Applies other settings of the same stream.
-    /// \param restarts  the source starts again with them, and the tracks are described anew; viewers stay attached.
+    /// \param restarts  the source starts again with them, and the tracks are described again; viewers stay attached.
     ///                  Otherwise a source that runs keeps its title until its next start
     void change(const Setting& setting, bool restarts);
 

@@ -89,10 +89,10 @@ void compareWithin(const SingleSection<Section, Parent>& single, const Parent& r
 }
 
 template <typename Section>
-auto findSame(std::vector<Section>& list, const Section& wanted)
+auto findSame(std::vector<Section>& list, const Section& section)
 {
     return std::find_if(list.begin(), list.end(),
-                        [&](const Section& candidate) { return isSame(candidate, wanted); });
+                        [&](const Section& candidate) { return isSame(candidate, section); });
 }
 
 template <typename Section, typename Parent>

@@ -83,7 +83,7 @@ def test_the_video_is_live(server, browser):
 def test_audio_comes_with_the_video_on_demand(server, browser):
     browser.get(page(server, "#/?camera=1"))
     assert until(browser, PLAYING, 1)
-    browser.find_element("xpath", "//button[text()='Sound']").click()
+    browser.find_element("xpath", "//button[text()='Audio']").click()
     assert until(browser, "return document.querySelector('video').webkitAudioDecodedByteCount > 0")
 
 

@@ -39,7 +39,7 @@ export class WallPage {
     const sound = element('button', { type: 'button', 'aria-pressed': 'false', onclick: () => {
       tile.video.muted = !tile.video.muted;
       sound.setAttribute('aria-pressed', String(!tile.video.muted));
-    } }, 'Sound');
+    } }, 'Audio');
     main.replaceChildren(
       element('div', { class: 'bar' },
         element('a', { href: '#/' }, 'All cameras'),

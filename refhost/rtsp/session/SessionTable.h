@@ -56,7 +56,7 @@ public:
     std::size_t endThose(const std::function<bool(const RtspSession& session)>& which,
                          const std::string& why);
 
-    /// From now on these limits hold, but for the session timeout, which clients were told. Sessions beyond them go
+    /// From now on these limits hold, but for the session timeout, which clients know already. Sessions beyond them go
     /// on.
     void setLimits(const LimitsConfig& limits);
 
