@@ -14,13 +14,14 @@ void SessionAudit::started(const SessionOwner& owner, std::string_view url, std:
     {
         transport_ = transport;
     }
-    if (!url_.empty() || url.empty() || !Log::enabled(Log::Level::info))
+    if (url_ != nullptr || url.empty() || !Log::enabled(Log::Level::info))
     {
         return;
     }
-    url_ = url;
+    url_ = std::make_unique<char[]>(url.size() + 1);
+    url.copy(url_.get(), url.size());
     since_ = std::chrono::steady_clock::now();
-    AuditLog::sessionStarted({owner.address(), owner.user(), url_, transport_});
+    AuditLog::sessionStarted({owner.address(), owner.user(), url, transport_});
 }
 
 void SessionAudit::count(const RtpTransport& transport)
@@ -34,10 +35,10 @@ void SessionAudit::count(const RtpTransport& transport)
 
 void SessionAudit::ended(const SessionOwner& owner)
 {
-    const std::string url = std::exchange(url_, {});
-    if (!url.empty())
+    const auto url = std::exchange(url_, nullptr);
+    if (url != nullptr)
     {
-        AuditLog::sessionEnded({owner.address(), owner.user(), url, transport_},
+        AuditLog::sessionEnded({owner.address(), owner.user(), url.get(), transport_},
                                std::chrono::steady_clock::now() - since_, {bytes_, lost_});
     }
 }

@@ -2,7 +2,7 @@
 // Tested by tests/refhost/rtsp/connection/RtspServerAudit_test.cpp.
 
 #include <cstdint>
-#include <string>
+#include <memory>
 #include <string_view>
 
 #include "refhost/base/Times.h"
@@ -43,7 +43,8 @@ public:
     }
 
 private:
-    std::string url_;  // empty unless started
+    std::unique_ptr<char[]>
+        url_;  // null unless started; a string would take four times as much of each session
     std::string_view transport_;
     std::chrono::steady_clock::time_point since_;
     std::uint64_t bytes_ = 0;

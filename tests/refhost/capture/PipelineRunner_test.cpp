@@ -73,7 +73,7 @@ TEST_F(PipelineRunnerTest, HangingSourceIsAbandonedAndReplacedUpToTheLimit)
     EXPECT_THAT(
         log, HasSubstr(
                  "camera 1/0 \"test\": the source does not end, it is abandoned; 2 of this stream hang now"));
-    EXPECT_THAT(log, HasSubstr("camera 1/0 \"test\": too many of its sources hang"));
+    EXPECT_THAT(log, HasSubstr("camera 1/0 \"test\": still frozen: too many of its sources hang"));
 }
 
 TEST_F(PipelineRunnerTest, StreamsEndInTimeWithAHangingSource)
