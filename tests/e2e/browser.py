@@ -25,25 +25,29 @@ def chromium(folder, width=1280, height=800, quiet=True):
         driver.set_page_load_timeout(START_SECONDS)
         driver.set_script_timeout(START_SECONDS)
         yield driver
-        messages = [json.dumps(entry) for entry in driver.get_log("browser")]
+        # What the browser says of its own pages does not count.
+        messages = [json.dumps(entry) for entry in driver.get_log("browser")
+                    if entry["level"] in ("WARNING", "SEVERE") and "chrome://" not in entry["message"]]
         assert not (quiet and messages), "\n".join(messages)
     finally:
         driver.quit()
 
 
-def until(driver, script, *arguments, seconds=30):
-    """Waits, bounded, until a script's value is true, and returns it."""
-    return driver.execute_async_script("""
-        const [text, values, seconds, done] = arguments;
-        const check = new Function(...values.map((_, i) => `$${i}`), text);
+def until(driver, script, *values, seconds=30):
+    """Waits, bounded, until a script's value is true, and returns it; None when it does not become so. The script finds the
+    values as $0, $1 and so on. It is no text for the page to evaluate: the page's policy forbids that."""
+    names = ", ".join(f"${i}" for i in range(len(values)))
+    return driver.execute_async_script(f"""
+        const [values, seconds, done] = arguments;
+        const check = ({names}) => {{ {script} }};
         const end = performance.now() + seconds * 1000;
-        const turn = () => {
+        const turn = () => {{
           const value = check(...values);
-          if (value || performance.now() > end) {
-            done(value ?? null);
-          } else {
+          if (value || performance.now() > end) {{
+            done(value || null);
+          }} else {{
             setTimeout(turn, 20);
-          }
-        };
+          }}
+        }};
         turn();
-        """, script, list(arguments), seconds)
+        """, list(values), seconds)

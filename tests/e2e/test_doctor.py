@@ -187,10 +187,10 @@ def test_folders_and_files_that_this_user_may_not_use(doctor, tmp_path, build_fo
 
 
 def test_sources_that_are_missing(doctor, tmp_path):
-    findings = doctor("port = 0\n" + camera(f'source = "file"\nlocation = "{tmp_path}"')
-                      + camera('source = "v4l2"\nlocation = "/dev/video77"', 2)
+    findings = doctor("port = 0\n" + camera(f'source = "file"\nlocation = "{tmp_path}"'))
+    found(findings, "failure", "configuration", "location is a folder: name a media file in it", "Correct that line")
+    findings = doctor("port = 0\n" + camera('source = "v4l2"\nlocation = "/dev/video77"', 2)
                       + camera('source = "launch"\nlocation = "nosuchelement ! fakesink name=video"', 3))
-    found(findings, "failure", "permissions", "is a folder", "Name a media file")
     found(findings, "failure", "permissions", "/dev/video77: No such file", "v4l2-ctl --list-devices")
     found(findings, "failure", 'camera 3/0 "yard"', "nosuchelement", "gst-launch-1.0")
 

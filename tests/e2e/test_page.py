@@ -19,8 +19,7 @@ name = "yard"
   width = 640
   height = 360
   frame-rate = 25
-  key-frame-interval = 1.0
-  audio-codec = "aac"
+  audio = "aac"
 [[camera]]
 id = 2
 name = "door"
@@ -38,8 +37,8 @@ def page(server, fragment=""):
 
 
 @pytest.fixture
-def server(binary, tmp_path):
-    with Server(binary, tmp_path / "server", CONFIG) as running:
+def server(build_folder, tmp_path):
+    with Server(build_folder / "ovrtspd", tmp_path / "server", CONFIG) as running:
         yield running
 
 
@@ -109,7 +108,8 @@ def test_a_hidden_page_costs_nothing(server, browser):
     assert until(browser, PLAYING, 2)
 
 
-def test_the_page_comes_back_with_the_server(binary, tmp_path):
+def test_the_page_comes_back_with_the_server(build_folder, tmp_path):
+    binary = build_folder / "ovrtspd"
     config = CONFIG.replace("127.0.0.1:0", "127.0.0.1:8080")
     # The browser reports each attempt that fails.
     with chromium(tmp_path, quiet=False) as browser:

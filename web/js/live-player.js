@@ -85,6 +85,10 @@ export class LivePlayer extends EventTarget {
   }
 
   #openMedia() {
+    this.buffer = null;
+    this.waiting = [];
+    this.waitingBytes = 0;
+    this.clock = null;
     this.media = new Source();
     this.opened = new Promise((resolve) => {
       this.media.addEventListener('sourceopen', resolve, { once: true });
@@ -95,9 +99,6 @@ export class LivePlayer extends EventTarget {
 
   #closeMedia() {
     this.buffer = null;
-    this.waiting = [];
-    this.waitingBytes = 0;
-    this.clock = null;
     if (this.object) {
       this.video.removeAttribute('src');
       this.video.load();
