@@ -10,14 +10,14 @@ START_SECONDS = 60
 
 
 @contextlib.contextmanager
-def chromium(folder, width=1280, height=800, quiet=True):
+def chromium(folder, quiet=True):
     """A browser with a profile in `folder`. In a `with` statement; its console must be empty at the end if `quiet`."""
     options = webdriver.ChromeOptions()
     options.binary_location = "/usr/bin/chromium"
     # The tests run as root in a network of their own: the sandbox of the browser needs another user.
     for argument in ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--mute-audio",
                      "--disable-background-networking", f"--user-data-dir={folder}/profile",
-                     f"--window-size={width},{height}"]:
+                     "--window-size=1280,800"]:
         options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     driver = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
