@@ -184,13 +184,11 @@ bool Sandbox::limitsFor(const ServerConfig& config, const std::string& configFil
             }
         }
     }
-    if (records)
+    std::error_code ignored;
+    if (records || fs::exists(absoluteOf(config.recording.directory), ignored))
     {
+        // What was recorded is kept within its limits and played, though nothing be recorded at present.
         writeIn(config.recording.directory, "[recording] directory");
-    }
-    else
-    {
-        permitReading(config.recording.directory + "/index", limits);
     }
     return problem.empty();
 }

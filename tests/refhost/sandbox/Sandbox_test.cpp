@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
+
 #include "refhost/base/MountPoint.h"
 #include "tests/TemporaryFolder.h"
 
@@ -48,12 +50,20 @@ TEST_F(SandboxTest, RecordingsMayBeWrittenAndTheirFolderMadeAgain)
     EXPECT_EQ(0u, status.st_mode & 07027);
 }
 
-TEST_F(SandboxTest, RecordingsThatAreNotMadeMayOnlyBeRead)
+TEST_F(SandboxTest, AFolderForRecordingsIsNotMadeWhereNothingIsRecorded)
 {
     config_.cameras[0].streams[0].record = false;
     EXPECT_TRUE(known());
     EXPECT_THAT(limits_.writable(), Not(Contains(folder_ / "state")));
-    EXPECT_THAT(limits_.readable(), Contains(folder_ / "state/recordings"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "state"));
+}
+
+TEST_F(SandboxTest, RecordingsThatAreThereMayBeWrittenThoughNothingIsRecorded)
+{
+    config_.cameras[0].streams[0].record = false;
+    std::filesystem::create_directories(folder_ / "state/recordings");
+    EXPECT_TRUE(known()) << problem_;
+    EXPECT_THAT(limits_.writable(), Contains(folder_ / "state")) << "their index and their limits";
 }
 
 TEST_F(SandboxTest, FilesOfTheConfigurationMayBeReadAndReplaced)
