@@ -414,7 +414,7 @@ int Application::run()
     RtspServices& services = server.services();
     HttpService http(config_, {&services.authenticator, &services.brake, &services.access});
     HttpRoutes::add(http, {[&reload] { return reload.running(); }, &services.access,
-                           &CameraStates::instance(), &services.sessions});
+                           &CameraStates::instance(), &services.sessions, &reload});
     PageRoutes::add(http.router());
     if (!startHttp(http))
     {

@@ -9,6 +9,7 @@
 #include "refhost/access/AccessControl.h"
 #include "refhost/capture/CameraStates.h"
 #include "refhost/config/Config.h"
+#include "refhost/config/Reloader.h"
 #include "refhost/rtsp/session/SessionTable.h"
 
 namespace refhost
@@ -26,6 +27,9 @@ struct ServerView
 
     /// Likewise.
     SessionTable* sessions;
+
+    /// Likewise; null: the configuration cannot be read again.
+    Reloader* reloader = nullptr;
 
     /// Whether a user may know that a camera is there: it may watch it live or recorded, or administer it.
     /// \param user  empty: a client that did not log in

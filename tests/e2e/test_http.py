@@ -169,6 +169,23 @@ def test_a_viewer_is_listed_and_ended(serve):
             viewer.kill()
 
 
+def test_the_configuration_is_read_again(serve):
+    server = serve(CONFIG)
+    http = Http(server)
+    path = server.config_path
+    good = path.read_text()
+    post = ["-H", "Content-Type: application/json"]
+    path.write_text('log-level = "info"\n' + good.replace('log-level = "debug"\n', ""))
+    status, answer = http.ask("/api/v1/reload", *post, method="POST")
+    assert (status, answer["applied"], answer["needRestart"]) == (200, ["log-level"], [])
+    path.write_text("nonsense = 1\n" + good)
+    server.allow_problem("nonsense")
+    status, answer = http.ask("/api/v1/reload", *post, method="POST")
+    assert status == 422 and "nonsense" in answer["detail"] and "Nothing changed" in answer["detail"]
+    status, answer = http.ask("/api/v1/config")
+    assert status == 200 and 'log-level = "info"' in answer["toml"]
+
+
 def test_an_address_that_was_configured_must_be_free(serve, build_folder, tmp_path):
     first = serve(CONFIG)
     port = re.search(r"listening for HTTP on \S+ port (\d+)", first.log()).group(1)
