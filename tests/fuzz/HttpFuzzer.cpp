@@ -34,7 +34,7 @@ std::string textOf(const HttpRequest& request)
     std::string text = request.head.method + " " + request.head.target + "\n";
     for (const auto& [name, value] : request.head.fields)
     {
-        text += name + ":" + value + "\n";
+        text.append(name).append(":").append(value).append("\n");
     }
     return text + "\n" + request.body;
 }

@@ -38,7 +38,7 @@ protected:
 
     void startWithRoutes()
     {
-        const auto inForce = std::make_shared<const ServerConfig>(config);
+        auto inForce = std::make_shared<const ServerConfig>(config);
         make();
         HealthRoutes::add(service->router(),
                           {[inForce] { return inForce; }, access.get(), &streams->states, nullptr});

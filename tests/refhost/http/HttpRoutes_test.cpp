@@ -53,7 +53,7 @@ protected:
         RtspServices& services = server->services();
         http = std::make_unique<HttpService>(
             config, HttpUsers{&services.authenticator, &services.brake, &services.access}, time);
-        const auto inForce = std::make_shared<const ServerConfig>(config);
+        auto inForce = std::make_shared<const ServerConfig>(config);
         HttpRoutes::add(*http,
                         {[inForce] { return inForce; }, &services.access, &states, &services.sessions});
         std::string error;
@@ -124,7 +124,7 @@ TEST_F(HttpRoutesTest, TheDescriptionHasEveryRouteAndNoOther)
     {
         for (const auto& [method, operation] : item.items())
         {
-            described.insert(method + " " + path);
+            described.insert(std::string(method).append(" ").append(path));
         }
     }
     std::set<std::string> routed;

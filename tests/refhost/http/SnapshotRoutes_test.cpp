@@ -43,7 +43,7 @@ protected:
     void startWithRoutes()
     {
         make();
-        const auto inForce = std::make_shared<const ServerConfig>(config);
+        auto inForce = std::make_shared<const ServerConfig>(config);
         SnapshotRoutes::add(
             service->router(), {[inForce] { return inForce; }, access.get(), &streams->states, nullptr},
             std::make_shared<SnapshotService>(
