@@ -29,7 +29,9 @@ int refusalOf(const std::string& group, const std::string& listen, unsigned inte
     through.imr_ifindex = static_cast<int>(interface);
     if (interface == 0 && local && local->family() == AF_INET)
     {
-        through.imr_address = reinterpret_cast<const sockaddr_in*>(local->get())->sin_addr;
+        sockaddr_in address{};
+        std::memcpy(&address, local->get(), sizeof address);
+        through.imr_address = address.sin_addr;
     }
     ::setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_IF, &through, sizeof through);
     const auto remote = SocketAddress::parse(group, 5004);

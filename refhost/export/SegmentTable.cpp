@@ -271,7 +271,8 @@ bool SegmentTable::readBlock(const Element& block, Sample& out)
     {
         return false;
     }
-    const std::size_t head = std::min<std::size_t>(out.head.size(), *block.size - header);
+    const auto head =
+        static_cast<std::size_t>(std::min<std::uint64_t>(out.head.size(), *block.size - header));
     const std::uint8_t* const bytes = window_.look(block.body + length, timeAndFlags + head);
     if (bytes == nullptr || (bytes[2] & lacing) != 0)
     {

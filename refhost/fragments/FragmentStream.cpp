@@ -111,6 +111,12 @@ bool FragmentStream::isStart(const EncodedUnit& unit) const
     return video_.format == nullptr ? !expected_.video : isVideo(unit.format->codec) && unit.keyFrame;
 }
 
+/// Where a unit that is kept stands among those.
+std::size_t FragmentStream::indexOf(std::uint64_t number) const
+{
+    return static_cast<std::size_t>(number - base_);
+}
+
 std::uint64_t FragmentStream::head() const
 {
     return base_ + units_.size();
@@ -156,7 +162,7 @@ bool FragmentStream::described() const
     {
         return true;
     }
-    return start_ != 0 && clock_.now() - units_[start_ - base_].unit->captureTime > maxAudioWait;
+    return start_ != 0 && clock_.now() - units_[indexOf(start_)].unit->captureTime > maxAudioWait;
 }
 
 FragmentStream::Next FragmentStream::read(Cursor& cursor)
@@ -181,7 +187,7 @@ FragmentStream::Next FragmentStream::read(Cursor& cursor)
     while (cursor.next < head())
     {
         const std::uint64_t number = cursor.next++;
-        Kept& kept = units_[number - base_];
+        Kept& kept = units_[indexOf(number)];
         const bool video = isVideo(kept.unit->format->codec);
         if ((video || audio) && kept.generation == (video ? video_ : audio_).generation)
         {

@@ -110,6 +110,7 @@ private:
     void forget() OV_REQUIRES(mutex_);
     bool described() const OV_REQUIRES(mutex_);
     std::uint64_t head() const OV_REQUIRES(mutex_);
+    std::size_t indexOf(std::uint64_t number) const OV_REQUIRES(mutex_);
     bool isStart(const EncodedUnit& unit) const OV_REQUIRES(mutex_);
     const Bytes& fragmentOf(std::uint64_t number, Kept& kept) OV_REQUIRES(mutex_);
     static Duration stepOf(Track& track, const EncodedUnit& unit);

@@ -4,6 +4,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -139,9 +140,11 @@ void ServiceManager::sendUnsent()
 /// \returns false when the manager has no room now
 bool ServiceManager::send(const std::string& text)
 {
-    const auto* const address = reinterpret_cast<const sockaddr*>(address_.data());
-    const auto size = static_cast<socklen_t>(address_.size());
-    if (::sendto(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL, address, size) >= 0)
+    sockaddr_storage address{};  // aligned as the call needs it
+    const std::size_t size = std::min(address_.size(), sizeof address);
+    std::memcpy(&address, address_.data(), size);
+    if (::sendto(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL,
+                 reinterpret_cast<const sockaddr*>(&address), static_cast<socklen_t>(size)) >= 0)
     {
         return true;
     }
