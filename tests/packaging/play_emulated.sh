@@ -19,9 +19,14 @@ give_up() {
 # No interface has this address, so that none is chosen for multicast: the emulator does not know how.
 address=127.0.0.2
 port="$(python3 -c "import socket; s = socket.socket(); s.bind(('$address', 0)); print(s.getsockname()[1])")"
+# The emulator has neither Landlock nor filters of system calls.
 cat >"$scratch/ovrtspd.toml" <<END
 listen = "$address"
 port = $port
+sandbox = false
+
+[http]
+listen = "127.0.0.1:0"
 
 [[camera]]
 id = 1
