@@ -1,5 +1,7 @@
 #include "refhost/http/LiveRoute.h"
 
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -23,6 +25,8 @@ constexpr int badRequest = 400;
 constexpr int forbidden = 403;
 constexpr int notFound = 404;
 constexpr int upgradeRequired = 426;
+/// Fragments from one look at a viewer's rights to the next.
+constexpr std::uint64_t checkInterval = 16;
 
 Json describe(const MediaFormat& format, std::uint32_t track)
 {
@@ -45,7 +49,11 @@ std::string_view textOf(const std::vector<std::uint8_t>& bytes)
 class LiveSocket final : public BodySource
 {
 public:
-    LiveSocket(std::shared_ptr<TappedStream> stream, bool audio) : stream_(std::move(stream)), audio_(audio)
+    /// Whether the viewer may go on.
+    using Permitted = std::function<bool()>;
+
+    LiveSocket(std::shared_ptr<TappedStream> stream, bool audio, Permitted permitted)
+        : stream_(std::move(stream)), audio_(audio), permitted_(std::move(permitted))
     {
     }
 
@@ -76,6 +84,11 @@ public:
             }
             else if (next.fragment != nullptr)
             {
+                if (++fragments_ % checkInterval == 0 && !permitted_())
+                {
+                    frames_.close(WebSocketFrames::End::goingAway, out);
+                    return State::ended;
+                }
                 WebSocketFrames::append(textOf(*next.fragment), out);
             }
             else
@@ -100,16 +113,19 @@ private:
 
     const std::shared_ptr<TappedStream> stream_;
     const bool audio_;
+    const Permitted permitted_;
+    std::uint64_t fragments_ = 0;
     WebSocketFrames frames_;
     std::string answers_;
     std::unique_ptr<FragmentViewer> viewer_;
 };
 
-HttpReply live(const HttpRequest& request, FragmentStreams& streams)
+HttpReply live(const HttpRequest& request, const AccessControl& access,
+               const std::shared_ptr<FragmentStreams>& streams)
 {
     const auto camera = parseDecimal<int>(request.part("camera"));
     const auto stream = parseDecimal<int>(request.part("stream"));
-    const auto tapped = camera && stream ? streams.find(*camera, *stream) : nullptr;
+    const auto tapped = camera && stream ? streams->find(*camera, *stream) : nullptr;
     if (tapped == nullptr)
     {
         return HttpReply::problem(notFound, "There is no such stream.");
@@ -136,17 +152,19 @@ HttpReply live(const HttpRequest& request, FragmentStreams& streams)
         return HttpReply::problem(forbidden, "A page of another site may not show this stream.");
     }
     const bool audio = request.target.parameter("audio").value_or("1") != "0";
+    const auto permitted = [&access, streams, tapped, user = request.user, camera = *camera, stream = *stream]
+    { return access.rules()->allows(user, Right::live, camera) && streams->find(camera, stream) == tapped; };
     return HttpReply::webSocket(WebSocketHandshake::accept(request.head),
-                                std::make_shared<LiveSocket>(tapped, audio));
+                                std::make_shared<LiveSocket>(tapped, audio, permitted));
 }
 
 }  // namespace
 
-void LiveRoute::add(HttpRouter& router, std::shared_ptr<FragmentStreams> streams)
+void LiveRoute::add(HttpRouter& router, const AccessControl& access, std::shared_ptr<FragmentStreams> streams)
 {
     router.add({"GET", "/api/v1/cameras/{camera}/streams/{stream}/live", HttpAccess::camera(Right::live),
-                [streams = std::move(streams)](const HttpRequest& request)
-                { return live(request, *streams); }});
+                [&access, streams = std::move(streams)](const HttpRequest& request)
+                { return live(request, access, streams); }});
 }
 
 }  // namespace refhost

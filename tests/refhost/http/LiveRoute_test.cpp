@@ -55,7 +55,8 @@ protected:
 
     void serve()
     {
-        LiveRoute::add(make().router(), streams_);
+        HttpService& made = make();
+        LiveRoute::add(made.router(), *access, streams_);
         start();
     }
 
@@ -63,6 +64,23 @@ protected:
     void feed(double at, bool key, std::size_t bytes = 1000)
     {
         streams_->find(1, 0)->fragments().onEncodedUnit(frame(at, key, bytes));
+    }
+
+    /// The camera goes on, and yet the server closes the connection.
+    void feedUntilTheEnd(HttpTestClient& client)
+    {
+        const auto stream = tapped_ == nullptr ? streams_->find(1, 0) : tapped_;
+        for (int i = 1; i <= 100; ++i)
+        {
+            stream->fragments().onEncodedUnit(frame(i / 25.0, i == 1, 100));
+        }
+        std::optional<Message> message = next(client);
+        while (message && message->opcode != 8)
+        {
+            message = next(client);
+        }
+        EXPECT_TRUE(message) << "a close frame";
+        EXPECT_TRUE(eventually([this] { return service->connectionCount() == 0; }));
     }
 
     /// The next message; nothing when the connection ends.
@@ -121,6 +139,7 @@ protected:
 
     std::shared_ptr<test::OneCamera> cameras_ = std::make_shared<test::OneCamera>();
     std::shared_ptr<FragmentStreams> streams_ = std::make_shared<FragmentStreams>(HostClock::system());
+    std::shared_ptr<TappedStream> tapped_;  // of a camera that is gone
     std::string received_;
     std::atomic<int> got_{0};  // by the viewer who reads
 };
@@ -301,6 +320,38 @@ TEST_F(LiveRouteTest, OnlyWhoMayWatchTheCameraSeesIt)
     EXPECT_EQ(get(path, handshake).status, 401);
     EXPECT_EQ(get(path, handshake + basic("dmlld2VyOnNlY3JldA==")).status, 101);
     EXPECT_EQ(get(path, handshake + basic("b3RoZXI6c2VjcmV0")).status, 403);
+}
+
+TEST_F(LiveRouteTest, WhoLosesTheRightIsEnded)
+{
+    UserConfig viewer;
+    viewer.name = "viewer";
+    viewer.password = "secret";
+    viewer.grants.live = "1";
+    config.users = {viewer};
+    serve();
+    cameras_->source->audio = false;
+    HttpTestClient client(service->port());
+    ASSERT_EQ(client.get(path, handshake + basic("dmlld2VyOnNlY3JldA==")).status, 101);
+    feed(0, true);
+    for (int i = 0; i < 3; ++i)
+    {
+        ASSERT_TRUE(next(client)) << "description, init segment, fragment";
+    }
+    viewer.grants.live = "2";
+    access->replace(AccessRules({viewer}, {}));
+    feedUntilTheEnd(client);
+}
+
+TEST_F(LiveRouteTest, ViewersOfACameraThatIsGoneAreEnded)
+{
+    serve();
+    cameras_->source->audio = false;
+    HttpTestClient client(service->port());
+    ASSERT_EQ(client.get(path, handshake).status, 101);
+    tapped_ = streams_->find(1, 0);
+    cameras_->source = std::make_shared<RecordedStreamFake>();
+    feedUntilTheEnd(client);
 }
 
 }  // namespace
