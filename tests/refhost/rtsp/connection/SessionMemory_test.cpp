@@ -107,17 +107,17 @@ protected:
     }
 
 private:
-    /// Without what the server holds just while it works: the least of a tenth of a second.
+    /// Without what the server holds just while it works: the minimum in a tenth of a second.
     static std::size_t heldAtRest()
     {
-        std::size_t least = AllocationCounter::held();
+        std::size_t lowest = AllocationCounter::held();
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
         while (std::chrono::steady_clock::now() < end)
         {
             std::this_thread::yield();
-            least = std::min(least, AllocationCounter::held());
+            lowest = std::min(lowest, AllocationCounter::held());
         }
-        return least;
+        return lowest;
     }
 
     void play(const std::string& transport)
