@@ -124,6 +124,7 @@ void SessionTable::end(const std::shared_ptr<RtspSession>& session)
         const MutexLock guard(mutex_);
         taken = sessions_.erase(*numberOf(session->id())) != 0;
         count = sessions_.size();
+        ending_ += taken ? 1 : 0;
     }
     if (taken)
     {
@@ -143,6 +144,7 @@ void SessionTable::endAll()
     {
         const MutexLock guard(mutex_);
         all.swap(sessions_);
+        ending_ += all.size();
     }
     for (const auto& [number, session] : all)
     {
@@ -227,7 +229,7 @@ void SessionTable::setLimits(const LimitsConfig& limits)
 std::size_t SessionTable::count() const
 {
     const MutexLock guard(mutex_);
-    return sessions_.size();
+    return sessions_.size() + ending_;
 }
 
 void SessionTable::noteEnd(const RtspSession& ended)
@@ -236,6 +238,8 @@ void SessionTable::noteEnd(const RtspSession& ended)
     pastSessions_.fetch_add(1, std::memory_order_relaxed);
     pastBytes_.fetch_add(last.bytes, std::memory_order_relaxed);
     pastLost_.fetch_add(last.lost, std::memory_order_relaxed);
+    const MutexLock guard(mutex_);
+    --ending_;
 }
 
 SessionTable::Past SessionTable::past() const

@@ -60,6 +60,7 @@ public:
     /// on.
     void setLimits(const LimitsConfig& limits);
 
+    /// \returns how many have not ended yet: 0 once all that they held was given back
     std::size_t count() const;
 
     /// Every session, in the order in which they were made. Waits for requests that are being handled: not for an event
@@ -90,6 +91,7 @@ private:
     mutable Mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> sessions_
         OV_GUARDED_BY(mutex_);  // by the id's number
+    std::size_t ending_ OV_GUARDED_BY(mutex_) = 0;  // removed, but still giving back what they hold
 };
 
 }  // namespace refhost

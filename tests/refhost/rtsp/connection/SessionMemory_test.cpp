@@ -136,8 +136,9 @@ private:
     std::vector<std::optional<UdpPort>> ports_;
 };
 
-// Measured: 3,530 to 3,580 bytes over UDP and 3,140 to 3,170 over TCP; the bounds are a twentieth above. Who adds to a
-// session finds here what that costs a thousand viewers.
+// Measured, each test in a process of its own: 3,530 to 3,580 bytes over UDP and 3,400 to 3,520 over TCP; the bounds
+// are a twentieth above. In one process the second test finds the tables of all sessions grown by the first, and
+// measures 300 bytes less. Who adds to a session finds here what that costs a thousand viewers.
 TEST_F(SessionMemory, OfAViewerOverUdpStaysBelowItsBound)
 {
     EXPECT_LT(bytesEach([this] { playUdp(); }), 3750);
@@ -145,7 +146,7 @@ TEST_F(SessionMemory, OfAViewerOverUdpStaysBelowItsBound)
 
 TEST_F(SessionMemory, OfAViewerOverTcpStaysBelowItsBound)
 {
-    EXPECT_LT(bytesEach([this] { playTcp(); }), 3350);
+    EXPECT_LT(bytesEach([this] { playTcp(); }), 3700);
 }
 
 }  // namespace test
