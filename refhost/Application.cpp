@@ -412,8 +412,8 @@ int Application::run()
     ConfigReload reload(source_, config_);
     addParts(reload, {server, streams.all(), recording, talkBack});
     RtspServices& services = server.services();
-    HttpService http(config_, {&services.authenticator, &services.brake, &services.access});
-    HttpRoutes::add(http, {[&reload] { return reload.running(); }, &services.access,
+    HttpService http(config_, *services.users);
+    HttpRoutes::add(http, {[&reload] { return reload.running(); }, &services.users->rights,
                            &CameraStates::instance(), &services.sessions, &reload});
     PageRoutes::add(http.router());
     if (!startHttp(http))

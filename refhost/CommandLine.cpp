@@ -1,5 +1,7 @@
 #include "refhost/CommandLine.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
@@ -7,12 +9,16 @@
 #include <ostream>
 
 #include "refhost/ExportCommand.h"
+#include "refhost/PasswordPrompt.h"
 #include "refhost/ReloadSocket.h"
 #include "refhost/ServerAddress.h"
+#include "refhost/access/DigestAuth.h"
+#include "refhost/access/SlowHash.h"
 #include "refhost/base/Log.h"
 #include "refhost/config/ConfigReader.h"
 #include "refhost/config/ConfigSecrets.h"
 #include "refhost/config/ConfigWriter.h"
+#include "refhost/config/PasswordHash.h"
 #include "refhost/doctor/Doctor.h"
 #include "refhost/doctor/DoctorReport.h"
 #include "refhost/recording/RecordingFolder.h"
@@ -98,7 +104,48 @@ bool CommandLine::readConfig(const std::string& file)
     {
         err_ << file << ": warning: " << *exposed << '\n';
     }
+    if (const auto exposed = ConfigSecrets::exposedByUsersFile(config_))
+    {
+        err_ << config_.usersFile << ": warning: " << *exposed << '\n';
+    }
     return true;
+}
+
+/// Prints what the configuration takes as password-hash.
+bool CommandLine::hashPassword(std::string user, bool digest)
+{
+    PasswordPrompt prompt(STDIN_FILENO, STDERR_FILENO);
+    std::string password;
+    if (user.empty() && digest && prompt.isTerminal() && !prompt.read("User name: ", user, true))
+    {
+        return finish(exitFailed);
+    }
+    if (!prompt.read("Password: ", password, false) || password.empty())
+    {
+        err_ << "there is no password\n";
+        return finish(exitFailed);
+    }
+    std::string again = password;
+    if (prompt.isTerminal() && (!prompt.read("Once more: ", again, false) || again != password))
+    {
+        err_ << "these are two passwords\n";
+        return finish(exitFailed);
+    }
+    PasswordHash hash;
+    if (digest && !user.empty())
+    {
+        using Algorithm = DigestAuth::Algorithm;
+        hash.binding = PasswordHash::bindingOf(user, config_.realm);
+        hash.md5 = DigestAuth::secret(Algorithm::md5, user, config_.realm, password);
+        hash.sha256 = DigestAuth::secret(Algorithm::sha256, user, config_.realm, password);
+    }
+    else
+    {
+        err_ << "it serves Basic alone, which needs TLS: give a user name for Digest\n";
+    }
+    hash.crypt = SlowHash::make(password);
+    out_ << "password-hash = \"" << hash.text() << "\"\n";
+    return finish(exitDone);
 }
 
 bool CommandLine::listRecordings()
@@ -182,6 +229,19 @@ bool CommandLine::parse(int count, const char* const* arguments)
     app.add_flag("--dump-config", dump,
                  "Print the effective configuration with every key explained, and exit")
         ->excludes(checkFlag);
+    std::string hashedUser;
+    bool basicOnly = false;
+    CLI::Option* const hashOption =
+        app.add_option(
+               "--hash-password", hashedUser,
+               "Ask for a password, or read a line of a pipe, print the password-hash of this user for the "
+               "realm of the configuration, and exit")
+            ->type_name("NAME")
+            ->expected(0, 1)
+            ->excludes(checkFlag);
+    app.add_flag("--basic-only", basicOnly,
+                 "With --hash-password: leave out what Digest needs, which is as good as the password")
+        ->needs(hashOption);
     app.add_flag("--recordings", recordings,
                  "List what was recorded, with URLs that play it, and exit; a server may run meanwhile");
     std::vector<std::string> exported;
@@ -250,6 +310,10 @@ bool CommandLine::parse(int count, const char* const* arguments)
     {
         ConfigReader::set(config_, "sandbox", "false");
         source_.overrides.emplace_back("sandbox", "false");
+    }
+    if (hashOption->count() > 0)
+    {
+        return hashPassword(hashedUser, !basicOnly);
     }
     if (!recordings && !dump && !check && exported.empty())
     {

@@ -22,7 +22,7 @@ enum ExitCode
 };
 
 /// Reads the command line and the configuration that it names, and handles the options that need no server:
-/// --help, --version, --check-config, --dump-config, --recordings, --export, --reload and doctor.
+/// --help, --version, --check-config, --dump-config, --hash-password, --recordings, --export, --reload and doctor.
 /// Threads: one.
 class CommandLine
 {
@@ -48,6 +48,7 @@ private:
     bool readConfig(const std::string& file);
     bool listRecordings();
     bool examine(const std::string& file, bool json);
+    bool hashPassword(std::string user, bool digest);
     bool finish(int code);
 
     std::ostream& out_;

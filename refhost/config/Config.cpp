@@ -162,7 +162,7 @@ bool UserConfig::unlimited() const
 
 bool UserConfig::isAnonymous() const
 {
-    return name == anonymous && password.empty();
+    return name == anonymous && password.empty() && passwordHash.empty();
 }
 
 bool UserConfig::operator==(const UserConfig& other) const
@@ -300,6 +300,10 @@ std::vector<std::string> ServerConfig::warnings() const
     if (!tls.enabled() && (!tls.key.empty() || !tls.clientCa.empty()))
     {
         found.push_back("there is no TLS: [tls] has neither a certificate nor self-signed = true");
+    }
+    if (tls.certificateUsers && tls.clientCa.empty())
+    {
+        found.push_back("nobody logs in by certificate: [tls] has no client-ca");
     }
     if (users.empty() && tls.enabled() && tls.clientCa.empty() && !tls.listen.empty() &&
         !isLoopback(tls.listen))

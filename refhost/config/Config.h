@@ -97,6 +97,7 @@ struct GroupConfig
 {
     std::string name;
     GrantsConfig grants{};
+    bool inUsersFile = false;  ///< no key: where it is read from
 
     bool operator==(const GroupConfig& other) const;
 };
@@ -108,8 +109,10 @@ struct UserConfig
 
     std::string name;
     std::string password;
-    std::string groups{};   ///< names, separated by commas
-    GrantsConfig grants{};  ///< beside those of the groups
+    std::string groups{};        ///< names, separated by commas
+    GrantsConfig grants{};       ///< beside those of the groups
+    std::string passwordHash{};  ///< instead of the password. \see PasswordHash
+    bool inUsersFile = false;    ///< no key: where it is read from
 
     /// The names in `groups`.
     std::vector<std::string> groupNames() const;
@@ -180,6 +183,7 @@ struct TlsConfig
     std::string minVersion = "1.2";  ///< "1.2" or "1.3"
     std::string ciphers;             ///< as OpenSSL writes them; empty: the server's choice
     std::string clientCa;            ///< path of a PEM file; not empty: clients need a certificate of it
+    bool certificateUsers = false;   ///< the CN of a client's certificate is a user, who needs no password
     int handshakes = 512;            ///< under way at once
     bool kernelTls = true;           ///< where the system has it
 
@@ -271,6 +275,7 @@ struct ServerConfig
     std::string realm = "ovrtspd";
     bool digestWithoutQop = true;  ///< accept Digest responses without qop, replayable for a minute
     bool sandbox = true;           ///< take from the process what it does not need
+    std::string usersFile;         ///< path of a file with further users and groups; empty: none
     std::vector<UserConfig> users;
     std::vector<GroupConfig> groups;
     LimitsConfig limits;

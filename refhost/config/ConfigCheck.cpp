@@ -15,6 +15,7 @@
 #include "refhost/config/CameraSet.h"
 #include "refhost/config/ConfigHints.h"
 #include "refhost/config/ConfigSections.h"
+#include "refhost/config/PasswordHash.h"
 #include "refhost/net/tls/CertificateFingerprint.h"
 #include "refhost/rtp/multicast/MulticastGroup.h"
 
@@ -338,6 +339,10 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
         value.find_first_of("\"\\") != std::string::npos)
     {
         return "must not hold quotes or backslashes";
+    }
+    if (kind == TextKind::passwordHash && !PasswordHash::parse(value))
+    {
+        return "must be what \"ovrtspd --hash-password NAME\" prints";
     }
     if (kind == TextKind::cameras && !CameraSet::parse(value))
     {

@@ -60,6 +60,11 @@ const std::vector<ConfigKey<ServerConfig>>& configKeys<ServerConfig>()
             "log-format", "How lines of the log are written: \"text\", or \"json\", one object a line.",
             {"text", "json"}),
         text<&Server::realm>("realm", "Realm of the authentication, as players show it.", TextKind::quotable),
+        text<&Server::usersFile>("users-file",
+                                 "File with further [[user]] and [[group]] sections, to be readable for the "
+                                 "server alone; a relative path starts at this file.",
+                                 TextKind::plain)
+            .on(ReloadEffect::newcomers),
         flag<&Server::digestWithoutQop>(
             "digest-without-qop",
             "Take Digest answers without qop, as some clients send them. Each can be replayed from its "
@@ -255,6 +260,11 @@ const std::vector<ConfigKey<TlsConfig>>& configKeys<TlsConfig>()
                                    "PEM file with CAs; clients must then present a certificate of one of "
                                    "them. Empty: none is asked for.",
                                    TextKind::plain)
+            .on(ReloadEffect::newcomers),
+        flag<&TlsConfig::certificateUsers>("certificate-users",
+                                           "With client-ca: the common name (CN) of a client's certificate "
+                                           "is the name of the user that it is "
+                                           "logged in as; such a [[user]] needs no password.")
             .on(ReloadEffect::newcomers),
         number<&TlsConfig::handshakes>("handshakes",
                                        "TLS handshakes under way at once; one address may have half of them.",
@@ -463,6 +473,10 @@ const std::vector<ConfigKey<UserConfig>>& configKeys<UserConfig>()
             text<&User::password>("password",
                                   "Password in plain text: keep the file readable for the server alone.",
                                   TextKind::password)
+                .on(ReloadEffect::newcomers),
+            text<&User::passwordHash>("password-hash",
+                                      "Instead of the password: what `ovrtspd --hash-password NAME` prints.",
+                                      TextKind::passwordHash)
                 .on(ReloadEffect::newcomers),
             text<&User::groups>(
                 "groups",

@@ -66,20 +66,21 @@ struct ChoiceSetting
 enum class TextKind
 {
     plain,
-    address,      ///< a numeric IPv4 or IPv6 address
-    anyAddress,   ///< a numeric IPv4 or IPv6 address, or nothing
-    endpoint,     ///< a numeric address with a port as "127.0.0.1:8080" or "[::1]:8080", or nothing
-    quotable,     ///< for a quoted string of a header: no quotes, backslashes or control characters
-    userName,     ///< as `quotable`, and no colon; must not be empty
-    password,     ///< never written; must not be empty
-    cameras,      ///< as CameraSet reads it; not written while empty
-    names,        ///< names separated by commas
-    groupRange,   ///< IPv4 multicast addresses as "239.255.42.0/24"
-    group,        ///< an IPv4 multicast address with an even port as "239.1.2.3:5004", or nothing
-    path,         ///< must not be empty
-    freeSpace,    ///< as FreeSpace::parse() reads it
-    fingerprint,  ///< the SHA-256 of a certificate, or nothing
-    location      ///< may hold credentials, which are masked when it is written
+    address,       ///< a numeric IPv4 or IPv6 address
+    anyAddress,    ///< a numeric IPv4 or IPv6 address, or nothing
+    endpoint,      ///< a numeric address with a port as "127.0.0.1:8080" or "[::1]:8080", or nothing
+    quotable,      ///< for a quoted string of a header: no quotes, backslashes or control characters
+    userName,      ///< as `quotable`, and no colon; must not be empty
+    password,      ///< never written; must not be empty
+    passwordHash,  ///< never written; as PasswordHash reads it
+    cameras,       ///< as CameraSet reads it; not written while empty
+    names,         ///< names separated by commas
+    groupRange,    ///< IPv4 multicast addresses as "239.255.42.0/24"
+    group,         ///< an IPv4 multicast address with an even port as "239.1.2.3:5004", or nothing
+    path,          ///< must not be empty
+    freeSpace,     ///< as FreeSpace::parse() reads it
+    fingerprint,   ///< the SHA-256 of a certificate, or nothing
+    location       ///< may hold credentials, which are masked when it is written
 };
 
 template <typename Section>

@@ -47,16 +47,53 @@ std::string describe(const toml::node& node)
 class Walk
 {
 public:
-    explicit Walk(std::string directory) : rules_(std::move(directory), problems_) {}
+    /// \param file  named in problems; empty: the configuration file itself
+    explicit Walk(std::string directory, std::string file = {})
+        : rules_(std::move(directory), std::move(file), problems_)
+    {
+    }
 
     void readServer(const toml::table& table, ServerConfig& out)
     {
         readSection(table, out);
+        rules_.finish(table, out);
         if (!table.contains("camera"))
         {
             out.cameras = ServerConfig::embeddedCameras();
         }
-        rules_.finishFile(out);
+    }
+
+    /// Reads a file that holds nothing but users and groups.
+    void readUsers(const toml::table& table, ServerConfig& out)
+    {
+        rules_.usersOf(out.tls);
+        const std::size_t groups = out.groups.size();
+        const std::size_t users = out.users.size();
+        for (const auto& [written, node] : table)
+        {
+            if (written.str() != "user" && written.str() != "group")
+            {
+                report(written.source().begin, "a users-file holds nothing but [[user]] and [[group]]");
+            }
+        }
+        eachSectionIn<ServerConfig>(
+            [&](const auto& section)
+            {
+                if (section.name == "user" || section.name == "group")
+                {
+                    readWithin(table, section, out);
+                }
+            });
+        std::for_each(out.groups.begin() + static_cast<std::ptrdiff_t>(groups), out.groups.end(),
+                      [](GroupConfig& group) { group.inUsersFile = true; });
+        std::for_each(out.users.begin() + static_cast<std::ptrdiff_t>(users), out.users.end(),
+                      [](UserConfig& user) { user.inUsersFile = true; });
+    }
+
+    /// Checks users against what is known once all files are read.
+    void checkUsers(const ServerConfig& config)
+    {
+        rules_.finishUsers(config);
     }
 
     std::vector<ConfigProblem> takeProblems()
@@ -80,7 +117,7 @@ private:
 
     void report(const toml::source_position& where, std::string message)
     {
-        problems_.push_back(ConfigRules::at(where, std::move(message)));
+        problems_.push_back(rules_.at(where, std::move(message)));
     }
 
     void report(const toml::node& node, std::string message)
@@ -132,7 +169,7 @@ private:
             report(written.source().begin, names + ": remove one of the two");
             return;
         }
-        warnings_.push_back(ConfigRules::at(written.source().begin, names + ": rename it"));
+        warnings_.push_back(rules_.at(written.source().begin, names + ": rename it"));
     }
 
     template <typename Section, typename Parent>
@@ -238,18 +275,82 @@ private:
     ConfigRules rules_;
 };
 
-}  // namespace
-
-std::string ConfigProblem::toString(const std::string& file) const
+// Without the parser's words where they could repeat a secret.
+ConfigProblem problemOf(const toml::parse_error& error, std::string_view text, const std::string& file = {})
 {
-    if (line == 0)
+    const toml::source_position& where = error.source().begin;
+    const std::string hint = ConfigHints::forSyntax(text, static_cast<int>(where.line));
+    for (toml::source_index line = 1; line < where.line; ++line)
     {
-        return file.empty() ? message : file + ": " + message;
+        text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
     }
-    return file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + message;
+    text = text.substr(0, text.find('\n'));
+    const bool secret =
+        text.find("password") != std::string_view::npos || text.find("location") != std::string_view::npos;
+    const std::string words(secret ? "" : error.description());
+    std::string message = "not valid TOML";
+    message += hint.empty() && words.empty() ? "" : ": " + (hint.empty() ? words : hint);
+    message += hint.empty() || words.empty() ? "" : " (" + words + ")";
+    return {static_cast<int>(where.line), static_cast<int>(where.column), std::move(message), file};
 }
 
-ConfigResult ConfigReader::read(std::string_view text, const std::string& directory)
+std::string directoryOf(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "" : path.substr(0, slash);
+}
+
+// \returns the problem, or an empty text
+std::string readText(const std::string& path, std::string& text)
+{
+    constexpr std::streamsize maxSize = 1048576;
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+    {
+        return std::string("cannot be opened: ") + std::strerror(errno);
+    }
+    text.assign(static_cast<std::size_t>(maxSize) + 1, '\0');
+    errno = 0;
+    file.read(text.data(), maxSize + 1);
+    if (file.bad() || (file.gcount() == 0 && errno != 0))
+    {
+        return std::string("cannot be read: ") + std::strerror(errno);
+    }
+    if (file.gcount() > maxSize)
+    {
+        return "is larger than 1 MiB, so it is no configuration";
+    }
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    return {};
+}
+
+// Adds the users and groups of the users-file.
+std::vector<ConfigProblem> readUsersFile(ServerConfig& config)
+{
+    const std::string& path = config.usersFile;
+    std::string text;
+    const std::string problem = readText(path, text);
+    if (!problem.empty())
+    {
+        return {{0, 0, problem, path}};
+    }
+    try
+    {
+        const toml::table table = toml::parse(text);
+        Walk walk(directoryOf(path), path);
+        walk.readUsers(table, config);
+        walk.checkUsers(config);
+        return walk.takeProblems();
+    }
+    catch (const toml::parse_error& error)
+    {
+        return {problemOf(error, text, path)};
+    }
+}
+
+// \param users  read the users-file, too
+ConfigResult readAll(std::string_view text, const std::string& directory, bool users)
 {
     try
     {
@@ -257,7 +358,17 @@ ConfigResult ConfigReader::read(std::string_view text, const std::string& direct
         ServerConfig config;
         Walk walk(directory);
         walk.readServer(table, config);
+        std::vector<ConfigProblem> more;
+        if (users && !config.usersFile.empty())
+        {
+            more = readUsersFile(config);
+        }
+        if (users || config.usersFile.empty())
+        {
+            walk.checkUsers(config);
+        }
         std::vector<ConfigProblem> problems = walk.takeProblems();
+        problems.insert(problems.end(), more.begin(), more.end());
         if (!problems.empty())
         {
             return {std::nullopt, std::move(problems), {}};
@@ -266,47 +377,34 @@ ConfigResult ConfigReader::read(std::string_view text, const std::string& direct
     }
     catch (const toml::parse_error& error)
     {
-        const toml::source_position& where = error.source().begin;
-        const int line = static_cast<int>(where.line);
-        const std::string hint = ConfigHints::forSyntax(text, line);
-        return {std::nullopt,
-                {{line, static_cast<int>(where.column),
-                  "not valid TOML: " + (hint.empty() ? "" : hint + " (") + std::string(error.description()) +
-                      (hint.empty() ? "" : ")")}},
-                {}};
+        return {std::nullopt, {problemOf(error, text)}, {}};
     }
+}
+
+}  // namespace
+
+std::string ConfigProblem::toString(const std::string& configFile) const
+{
+    const std::string& name = file.empty() ? configFile : file;
+    if (line == 0)
+    {
+        return name.empty() ? message : name + ": " + message;
+    }
+    return name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + message;
+}
+
+ConfigResult ConfigReader::read(std::string_view text, const std::string& directory)
+{
+    return readAll(text, directory, false);
 }
 
 ConfigResult ConfigReader::readFile(const std::string& path)
 {
-    constexpr std::streamsize maxSize = 1048576;
-    const auto failed = [](const std::string& message) {
-        return ConfigResult{std::nullopt, {{0, 0, message}}, {}};
-    };
-    if (path.empty())
-    {
-        return failed("the name of the configuration file is empty");
-    }
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
-    {
-        return failed(std::string("cannot be opened: ") + std::strerror(errno));
-    }
-    std::string text(static_cast<std::size_t>(maxSize) + 1, '\0');
-    errno = 0;
-    file.read(text.data(), maxSize + 1);
-    if (file.bad() || (file.gcount() == 0 && errno != 0))
-    {
-        return failed(std::string("cannot be read: ") + std::strerror(errno));
-    }
-    if (file.gcount() > maxSize)
-    {
-        return failed("is larger than 1 MiB, so it is no configuration");
-    }
-    text.resize(static_cast<std::size_t>(file.gcount()));
-    const std::size_t slash = path.rfind('/');
-    return read(text, slash == std::string::npos ? "" : path.substr(0, slash));
+    std::string text;
+    const std::string problem =
+        path.empty() ? "the name of the configuration file is empty" : readText(path, text);
+    return problem.empty() ? readAll(text, directoryOf(path), true)
+                           : ConfigResult{std::nullopt, {{0, 0, problem}}, {}};
 }
 
 std::string ConfigReader::set(ServerConfig& config, std::string_view key, const std::string& text)

@@ -16,9 +16,10 @@ struct ConfigProblem
     int line = 0;    ///< from 1; 0 when the problem concerns the whole file
     int column = 0;  ///< characters, from 1
     std::string message;
+    std::string file{};  ///< that it is in; empty: the configuration file
 
     /// "camera.toml:3:8: port must be …", as compilers do.
-    std::string toString(const std::string& file) const;
+    std::string toString(const std::string& configFile) const;
 };
 
 /// A configuration, or all problems of its file.
@@ -42,7 +43,8 @@ public:
     /// \param directory  base of relative paths in the text; empty: the working directory
     static ConfigResult read(std::string_view text, const std::string& directory = {});
 
-    /// Reads a file of at most 1 MiB. Relative paths in it are relative to its directory.
+    /// Reads a file of at most 1 MiB, and the users-file that it names, which read() leaves alone. Relative
+    /// paths in it are relative to its directory.
     static ConfigResult readFile(const std::string& path);
 
     /// Sets one top-level key from an option of the command line, with the same checks.

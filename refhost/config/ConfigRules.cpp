@@ -8,6 +8,7 @@
 #include "refhost/base/Log.h"
 #include "refhost/config/CameraSet.h"
 #include "refhost/config/ConfigCheck.h"
+#include "refhost/config/PasswordHash.h"
 
 namespace refhost
 {
@@ -23,14 +24,27 @@ const toml::node& place(const toml::table& table, std::string_view key)
 
 }  // namespace
 
-ConfigRules::ConfigRules(std::string directory, std::vector<ConfigProblem>& problems)
-    : directory_(std::move(directory)), problems_(problems)
+ConfigRules::ConfigRules(std::string directory, std::string file, std::vector<ConfigProblem>& problems)
+    : directory_(std::move(directory)), file_(std::move(file)), problems_(problems)
 {
 }
 
-ConfigProblem ConfigRules::at(const toml::source_position& where, std::string message)
+ConfigProblem ConfigRules::at(const toml::source_position& where, std::string message) const
 {
-    return {static_cast<int>(where.line), static_cast<int>(where.column), std::move(message)};
+    return {static_cast<int>(where.line), static_cast<int>(where.column), std::move(message), file_};
+}
+
+void ConfigRules::usersOf(const TlsConfig& tls)
+{
+    certificateUsers_ = tls.certificateUsers;
+}
+
+void ConfigRules::finish(const toml::table&, ServerConfig& server)
+{
+    if (!server.usersFile.empty())
+    {
+        resolve(server.usersFile);
+    }
 }
 
 void ConfigRules::report(const toml::node& node, std::string message)
@@ -67,6 +81,7 @@ void ConfigRules::finish(const toml::table& table, TlsConfig& tls)
     {
         report(place(table, "self-signed"), "self-signed = true makes a certificate: remove one of the two");
     }
+    usersOf(tls);
     for (std::string* const path : {&tls.certificate, &tls.key, &tls.clientCa})
     {
         if (!path->empty())
@@ -117,9 +132,9 @@ void ConfigRules::finish(const toml::table& table, UserConfig& user, const std::
     {
         checkAnonymous(table, user);
     }
-    else if (!table.contains("password"))
+    else
     {
-        report(table, "this [[user]] has no password");
+        checkPassword(table, user);
     }
     for (const std::string& group : user.groupNames())
     {
@@ -134,12 +149,31 @@ void ConfigRules::finish(const toml::table& table, UserConfig& user, const std::
     }
 }
 
+void ConfigRules::checkPassword(const toml::table& table, const UserConfig& user)
+{
+    const bool plain = table.contains("password");
+    const bool hashed = table.contains("password-hash");
+    if (plain && hashed)
+    {
+        report(place(table, "password-hash"), "this [[user]] has a password too: remove one of the two");
+    }
+    if (!plain && !hashed && !certificateUsers_)
+    {
+        report(table, "this [[user]] has no password and no password-hash");
+    }
+    const auto hash = PasswordHash::parse(user.passwordHash);
+    if (hash && hash->servesDigest())
+    {
+        bindings_.emplace_back(at(place(table, "password-hash").source().begin, user.name), hash->binding);
+    }
+}
+
 /// Whoever does not log in must never be able to do everything.
 void ConfigRules::checkAnonymous(const toml::table& table, const UserConfig& user)
 {
-    if (table.contains("password"))
+    if (table.contains("password") || table.contains("password-hash"))
     {
-        return;  // it is empty, which is reported
+        return;  // it is not valid, which is reported
     }
     if (user.grants.empty() && user.groupNames().empty())
     {
@@ -153,7 +187,7 @@ void ConfigRules::checkAnonymous(const toml::table& table, const UserConfig& use
     }
 }
 
-void ConfigRules::finishFile(const ServerConfig& config)
+void ConfigRules::finishUsers(const ServerConfig& config)
 {
     const std::vector<GroupConfig>& groups = config.groups;
     for (const ConfigProblem& use : groupUses_)
@@ -162,8 +196,19 @@ void ConfigRules::finishFile(const ServerConfig& config)
                                        [&](const GroupConfig& group) { return group.name == use.message; });
         if (!known)
         {
-            problems_.push_back(
-                {use.line, use.column, "there is no [[group]] named \"" + Log::safe(use.message, 40) + "\""});
+            problems_.push_back({use.line, use.column,
+                                 "there is no [[group]] named \"" + Log::safe(use.message, 40) + "\"",
+                                 file_});
+        }
+    }
+    for (const auto& [where, binding] : bindings_)
+    {
+        if (binding != PasswordHash::bindingOf(where.message, config.realm))
+        {
+            problems_.push_back({where.line, where.column,
+                                 "password-hash was made for another user name or realm: make it with "
+                                 "ovrtspd --hash-password NAME, and -c FILE where the realm is configured",
+                                 file_});
         }
     }
 }

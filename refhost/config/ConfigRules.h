@@ -4,6 +4,7 @@
 #include <toml++/toml.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "refhost/config/Config.h"
@@ -20,10 +21,14 @@ class ConfigRules
 {
 public:
     /// \param directory  base of relative paths; empty: they stay
+    /// \param file       named in problems; empty: the configuration file itself
     /// \param problems   where what is found is added; outlives the rules
-    ConfigRules(std::string directory, std::vector<ConfigProblem>& problems);
+    ConfigRules(std::string directory, std::string file, std::vector<ConfigProblem>& problems);
 
-    static ConfigProblem at(const toml::source_position& where, std::string message);
+    ConfigProblem at(const toml::source_position& where, std::string message) const;
+
+    /// The rules of a users-file, beside a configuration with this section.
+    void usersOf(const TlsConfig& tls);
 
     /// A section without such rules.
     template <typename Section>
@@ -39,19 +44,25 @@ public:
     void finish(const toml::table& table, UserConfig& user, const std::vector<UserConfig>& others);
     void finish(const toml::table& table, CameraConfig& camera, const std::vector<CameraConfig>& others);
     void finish(const toml::table& table, StreamConfig& stream, const std::vector<StreamConfig>& others);
-    /// The whole file, once all sections were read.
-    void finishFile(const ServerConfig& config);
+    void finish(const toml::table& table, ServerConfig& server);
+    /// Users against what is known once all files were read.
+    void finishUsers(const ServerConfig& config);
 
 private:
     void report(const toml::node& node, std::string message);
     void resolve(std::string& path) const;
+    void checkPassword(const toml::table& table, const UserConfig& user);
     void checkAnonymous(const toml::table& table, const UserConfig& user);
     void checkGroup(const toml::table& table, const StreamConfig& stream);
 
     const std::string directory_;
+    const std::string file_;
+    bool certificateUsers_ = false;
     std::vector<ConfigProblem>& problems_;
     std::vector<MulticastGroup> groups_;    ///< fixed groups of streams
     std::vector<ConfigProblem> groupUses_;  ///< names of groups, in place of messages
+    /// Names of users in place of messages, and what their password-hash is bound to.
+    std::vector<std::pair<ConfigProblem, std::string>> bindings_;
 };
 
 }  // namespace refhost

@@ -8,12 +8,34 @@
 
 namespace refhost
 {
+namespace
+{
+
+bool hasPassword(const UserConfig& user)
+{
+    return !user.password.empty() || !user.passwordHash.empty();
+}
+
+std::optional<std::string> exposed(const std::string& file)
+{
+    struct stat status
+    {
+    };
+    if (::stat(file.c_str(), &status) != 0 || (status.st_mode & S_IROTH) == 0)
+    {
+        return std::nullopt;
+    }
+    return "it holds passwords and everybody can read it: chmod o= " + file;
+}
+
+}  // namespace
 
 bool ConfigSecrets::in(const ServerConfig& config)
 {
     const auto inLocation = [](const StreamConfig& stream)
     { return Log::maskUrl(stream.source.location) != stream.source.location; };
-    return !config.users.empty() ||
+    return std::any_of(config.users.begin(), config.users.end(),
+                       [](const UserConfig& user) { return hasPassword(user) && !user.inUsersFile; }) ||
            std::any_of(config.cameras.begin(), config.cameras.end(),
                        [&](const CameraConfig& camera)
                        { return std::any_of(camera.streams.begin(), camera.streams.end(), inLocation); });
@@ -21,14 +43,15 @@ bool ConfigSecrets::in(const ServerConfig& config)
 
 std::optional<std::string> ConfigSecrets::exposedBy(const std::string& file, const ServerConfig& config)
 {
-    struct stat status
-    {
-    };
-    if (!in(config) || ::stat(file.c_str(), &status) != 0 || (status.st_mode & S_IROTH) == 0)
-    {
-        return std::nullopt;
-    }
-    return "it holds passwords and everybody can read it: chmod o= " + file;
+    return in(config) ? exposed(file) : std::nullopt;
+}
+
+std::optional<std::string> ConfigSecrets::exposedByUsersFile(const ServerConfig& config)
+{
+    const bool some =
+        std::any_of(config.users.begin(), config.users.end(),
+                    [](const UserConfig& user) { return hasPassword(user) && user.inUsersFile; });
+    return some ? exposed(config.usersFile) : std::nullopt;
 }
 
 }  // namespace refhost

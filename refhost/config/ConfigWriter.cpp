@@ -73,7 +73,7 @@ public:
     static bool isSecret(const ConfigKey<Section>& key)
     {
         const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
-        return text != nullptr && text->kind == TextKind::password;
+        return text != nullptr && (text->kind == TextKind::password || text->kind == TextKind::passwordHash);
     }
 
     /// Whether the value is one that must be left out of a file: said nothing, it means something else.
@@ -120,7 +120,7 @@ private:
 
     std::string toText(const TextSetting<Section>& setting)
     {
-        if (setting.kind == TextKind::password)
+        if (setting.kind == TextKind::password || setting.kind == TextKind::passwordHash)
         {
             return "\"…\"";
         }
@@ -290,6 +290,23 @@ void writeSection(const SingleSection<Section, Parent>& single, const Parent& pa
            section(parent.*single.values, "", explained);
 }
 
+// Whether a section is of another file, which the dump names.
+template <typename Section>
+bool isElsewhere(const Section&)
+{
+    return false;
+}
+
+bool isElsewhere(const GroupConfig& group)
+{
+    return group.inUsersFile;
+}
+
+bool isElsewhere(const UserConfig& user)
+{
+    return user.inUsersFile;
+}
+
 template <typename Section, typename Parent>
 void writeSection(const SectionList<Section, Parent>& list, const Parent& parent, const std::string& indent,
                   bool explained, std::string& out)
@@ -303,12 +320,17 @@ void writeSection(const SectionList<Section, Parent>& list, const Parent& parent
     {
         out += commentedOut(list.heading() + "\n" + section(list.example(), "", true));
     }
+    bool first = true;
     for (const Section& values : all)
     {
-        const bool first = &values == &all.front();
+        if (isElsewhere(values))
+        {
+            continue;
+        }
         out += (first && !list.purpose.empty() ? "" : "\n") + indent + list.heading() + "\n" +
                section(values, indent, explained && first);
         writeWithin(values, indent + "  ", explained && first, out);
+        first = false;
     }
 }
 

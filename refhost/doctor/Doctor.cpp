@@ -74,6 +74,12 @@ std::vector<Finding> Doctor::configurationFindings() const
     {
         found.push_back(Finding::warning("everybody can read the passwords in " + name, "chmod o= " + name));
     }
+    if (const auto exposed = read_.config ? ConfigSecrets::exposedByUsersFile(*read_.config) : std::nullopt)
+    {
+        const std::string& users = read_.config->usersFile;
+        found.push_back(
+            Finding::warning("everybody can read the passwords in " + users, "chmod o= " + users));
+    }
     if (found.empty())
     {
         found.push_back(Finding::good(name + " is valid"));

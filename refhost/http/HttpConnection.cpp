@@ -255,9 +255,12 @@ void HttpConnection::handle(HttpRequest request)
     request.cancelled = cancelled_;
     request.peer = stream_->peer();
     request.encrypted = stream_->encrypted();
+    request.certificate = stream_->certificateName();
     request.connection = serial_;
     ++request_;
+    dispatching_ = true;
     events_.requested(std::move(request), responder());
+    dispatching_ = false;
 }
 
 HttpConnection::Respond HttpConnection::responder()
@@ -271,8 +274,12 @@ HttpConnection::Respond HttpConnection::responder()
         };
         if (gate->isOnLoop())
         {
-            deliver();
-            return;
+            const auto held = weak.lock();
+            if (held == nullptr || held->dispatching_)
+            {
+                deliver();
+                return;
+            }
         }
         gate->post(
             [deliver]

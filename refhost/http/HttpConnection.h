@@ -109,6 +109,7 @@ private:
     State state_ = State::reading;
     HttpRequestReader reader_;
     std::string input_;          // received and not consumed
+    bool dispatching_ = false;   // `requested` is being called
     bool inputEnded_ = false;    // the client ended its sending
     bool first_ = true;          // no request was complete yet
     MonotonicTime since_;        // of the present state's last progress

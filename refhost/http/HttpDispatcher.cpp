@@ -42,12 +42,12 @@ HttpReply handled(const HttpRouter::Route& route, const HttpRequest& request)
 }  // namespace
 
 HttpDispatcher::HttpDispatcher(const HttpConfig& config, const HttpGuard& guard, const HttpRouter& router,
-                               BackgroundWork& work, const HostClock& clock)
-    : guard_(guard), router_(router), work_(work), clock_(clock), rate_(config.rate)
+                               BackgroundWork& work, const HostClock& clock, After after)
+    : guard_(guard), router_(router), work_(work), clock_(clock), after_(std::move(after)), rate_(config.rate)
 {
 }
 
-void HttpDispatcher::dispatch(HttpRequest request, const HttpConnection::Respond& respond, EventLoop& loop)
+void HttpDispatcher::dispatch(HttpRequest request, const HttpConnection::Respond& respond)
 {
     if (!rate_.admit(request.peer.key(), clock_.now()))
     {
@@ -81,33 +81,32 @@ void HttpDispatcher::dispatch(HttpRequest request, const HttpConnection::Respond
         return;
     }
     request.parts = std::move(match.parts);
-    std::optional<HttpReply> refusal;
-    LoginBrake::Admission admission = guard_.admit(request, refusal);
-    if (refusal)
-    {
-        respond(std::move(*refusal));
-        return;
-    }
-    if (admission.kind == LoginBrake::Admission::Kind::wait)
-    {
-        const std::shared_ptr<LoginBrake::Wait> wait = std::move(admission.wait);
-        loop.after(admission.span, [this, route = match.route, request = std::move(request), respond, wait]
-                   { authorize(*route, request, respond); });
-        return;
-    }
     authorize(*match.route, std::move(request), respond);
 }
 
+/// A request whose password is being checked, or which has to wait after wrong ones, is checked again later. The
+/// connection reads no other meanwhile, and is closed where that takes too long.
 void HttpDispatcher::authorize(const HttpRouter::Route& route, HttpRequest request,
                                const HttpConnection::Respond& respond)
 {
-    if (request.cancelled->load())
+    HttpGuard::Finding finding = guard_.checkUser(request, *request.login, route.access);
+    if (finding.again)
     {
+        after_(*finding.again,
+               [this, &route, request = std::move(request), respond]
+               {
+                   if (request.cancelled->load())
+                   {
+                       request.login->giveUp();
+                       return;
+                   }
+                   authorize(route, request, respond);
+               });
         return;
     }
-    if (auto refusal = guard_.refuseUser(request, route.access))
+    if (finding.refusal)
     {
-        respond(std::move(*refusal));
+        respond(std::move(*finding.refusal));
         return;
     }
     call(route, std::move(request), respond);

@@ -17,12 +17,14 @@ namespace refhost
 class HttpDispatcher
 {
 public:
+    /// Runs a task once after a span, on the dispatcher's thread.
+    using After = std::function<void(Duration span, std::function<void()> task)>;
+
     /// All outlive the dispatcher.
     HttpDispatcher(const HttpConfig& config, const HttpGuard& guard, const HttpRouter& router,
-                   BackgroundWork& work, const HostClock& clock);
+                   BackgroundWork& work, const HostClock& clock, After after);
 
-    /// \param loop  on which a request continues that has to wait; this call is on it
-    void dispatch(HttpRequest request, const HttpConnection::Respond& respond, EventLoop& loop);
+    void dispatch(HttpRequest request, const HttpConnection::Respond& respond);
 
 private:
     void authorize(const HttpRouter::Route& route, HttpRequest request,
@@ -33,6 +35,7 @@ private:
     const HttpRouter& router_;
     BackgroundWork& work_;
     const HostClock& clock_;
+    const After after_;
     RequestRate rate_;
 };
 

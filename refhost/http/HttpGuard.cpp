@@ -12,7 +12,6 @@
 #include "refhost/base/Decimal.h"
 #include "refhost/base/IgnoreCase.h"
 #include "refhost/config/CameraSet.h"
-#include "refhost/rtsp/message/ResponseWriter.h"
 
 namespace refhost
 {
@@ -25,6 +24,7 @@ constexpr int forbidden = 403;
 constexpr int unsupportedMediaType = 415;
 constexpr int misdirected = 421;
 constexpr int tooManyRequests = 429;
+constexpr int unavailable = 503;
 
 /// The host of "host", "host:port" or "[v6]:port", without the brackets.
 std::string_view hostOf(std::string_view authority)
@@ -82,10 +82,17 @@ bool isJson(std::string_view contentType)
     return last != std::string_view::npos && equalsIgnoringCase(type.substr(0, last + 1), "application/json");
 }
 
+HttpReply later(int status, std::string_view detail, Duration span)
+{
+    HttpReply reply = HttpReply::problem(status, detail);
+    reply.with("Retry-After", std::to_string(std::chrono::ceil<std::chrono::seconds>(span).count()));
+    return reply;
+}
+
 }  // namespace
 
-HttpGuard::HttpGuard(const ServerConfig& config, const HttpUsers& users)
-    : basic_(config.auth.basic), names_(namesOf(config.http.names)), users_(users)
+HttpGuard::HttpGuard(const ServerConfig& config, const UserAccess& users)
+    : names_(namesOf(config.http.names)), users_(users)
 {
     anyName_ = std::find(names_.begin(), names_.end(), "*") != names_.end();
     names_.emplace_back("localhost");
@@ -137,7 +144,7 @@ std::optional<HttpReply> HttpGuard::refuseChange(const HttpRequest& request) con
     {
         return HttpReply::problem(unsupportedMediaType, "A POST needs the Content-Type application/json.");
     }
-    if (!users_.access->rules()->enabled() && !request.peer.isLoopback())
+    if (!users_.rights.rules()->enabled() && !request.peer.isLoopback())
     {
         return HttpReply::problem(forbidden,
                                   "Without configured users only this machine itself may change something.");
@@ -145,72 +152,52 @@ std::optional<HttpReply> HttpGuard::refuseChange(const HttpRequest& request) con
     return std::nullopt;
 }
 
-LoginBrake::Admission HttpGuard::admit(const HttpRequest& request, std::optional<HttpReply>& refusal) const
+HttpGuard::Finding HttpGuard::checkUser(HttpRequest& request, ConnectionLogin& login,
+                                        const HttpAccess& access) const
 {
-    const std::string_view authorization = request.head.field("Authorization");
-    if (authorization.empty() || !users_.authenticator->enabled())
+    using Result = ConnectionLogin::Result;
+    constexpr std::chrono::milliseconds whileChecked(5);
+    const ConnectionLogin::Request credentials{
+        request.head.method, request.head.target, request.head.field("Authorization"),
+        request.peer,        request.connection,  isPrivate(request),
+        request.certificate};
+    if (!credentials.authorization.empty() || login.isCertified(credentials))
     {
-        return {};
-    }
-    const std::string user = Authenticator::claimedUser(authorization);
-    LoginBrake::Admission admission = users_.brake->admit(request.peer.key(), user, false);
-    if (admission.kind == LoginBrake::Admission::Kind::refuse)
-    {
-        const auto seconds = std::chrono::ceil<std::chrono::seconds>(admission.span);
-        AuditLog::authenticationRefused(request.peer, user, seconds, request.head.target);
-        refusal = HttpReply::problem(tooManyRequests, "Too many wrong passwords came from this address.");
-        refusal->with("Retry-After", std::to_string(seconds.count()));
-    }
-    return admission;
-}
-
-std::optional<HttpReply> HttpGuard::refuseUser(HttpRequest& request, const HttpAccess& access) const
-{
-    const std::string_view authorization = request.head.field("Authorization");
-    if (!authorization.empty())
-    {
-        const Authenticator::Decision decision =
-            users_.authenticator->check(request.head.method, request.head.target, authorization,
-                                        {request.peer.key(), request.connection}, acceptsBasic(request));
-        if (decision.verdict == Authenticator::Verdict::denied)
+        const ConnectionLogin::Outcome outcome = login.attempt(credentials, false);
+        switch (outcome.result)
         {
-            noteFailure(request, decision.denial);
-        }
-        if (decision.verdict != Authenticator::Verdict::granted)
-        {
-            return challenge(request, decision.verdict == Authenticator::Verdict::stale);
-        }
-        request.user = decision.user;
-        if (!request.user.empty())
-        {
-            users_.brake->succeeded(request.peer.key(), request.user);
+            case Result::granted:
+                request.user = outcome.user;
+                break;
+            case Result::challenge:
+            case Result::stale:
+                return {challenge(request, outcome.result == Result::stale)};
+            case Result::refused:
+                return {
+                    later(tooManyRequests, "Too many wrong passwords came from this address.", outcome.span)};
+            case Result::busy:
+                return {later(unavailable, "Too many passwords are being checked.", std::chrono::seconds(1))};
+            case Result::delayed:
+                return {std::nullopt, outcome.span};
+            case Result::pending:
+                return {std::nullopt, whileChecked};
         }
     }
     if (permits(request, access))
     {
-        return std::nullopt;
+        return {};
     }
-    if (request.user.empty() && users_.access->rules()->hasLogins())
+    if (request.user.empty() && users_.rights.rules()->hasLogins())
     {
-        return challenge(request, false);
+        return {challenge(request, false)};
     }
     AuditLog::rightRefused(request.peer, request.user, nameOf(access.right), request.head.target);
-    return HttpReply::problem(forbidden, "This user lacks the right to do that.");
-}
-
-void HttpGuard::noteFailure(const HttpRequest& request, Authenticator::Denial denial) const
-{
-    const std::string user = Authenticator::claimedUser(request.head.field("Authorization"));
-    if (Authenticator::isGuess(denial))
-    {
-        users_.brake->failed(request.peer.key(), user);
-    }
-    AuditLog::authenticationFailed(request.peer, user, Authenticator::nameOf(denial), request.head.target);
+    return {HttpReply::problem(forbidden, "This user lacks the right to do that.")};
 }
 
 bool HttpGuard::permits(const HttpRequest& request, const HttpAccess& access) const
 {
-    const auto rules = users_.access->rules();
+    const auto rules = users_.rights.rules();
     switch (access.kind)
     {
         case HttpAccess::Kind::open:
@@ -227,34 +214,25 @@ bool HttpGuard::permits(const HttpRequest& request, const HttpAccess& access) co
 }
 
 /// Nobody else reads what does not leave this machine.
-bool HttpGuard::acceptsBasic(const HttpRequest& request) const
+bool HttpGuard::isPrivate(const HttpRequest& request)
 {
-    return basic_ == "always" || (basic_ == "tls-only" && (request.encrypted || request.peer.isLoopback()));
+    return request.encrypted || request.peer.isLoopback();
 }
 
 HttpReply HttpGuard::challenge(const HttpRequest& request, bool stale) const
 {
     HttpReply reply =
         HttpReply::problem(unauthorized, "Log in with the name and password of a configured user.");
-    ResponseWriter lines;
-    lines.start(rtspUnauthorized, "");
-    const std::size_t from = lines.text().size();
-    users_.authenticator->challenge(lines, stale, {request.peer.key(), request.connection},
-                                    acceptsBasic(request));
-    std::string_view rest = std::string_view(lines.text()).substr(from);
-    constexpr std::string_view name = "WWW-Authenticate: ";
-    while (rest.substr(0, name.size()) == name)
+    for (const std::string& line :
+         users_.challenges(stale, {request.peer.key(), request.connection}, isPrivate(request)))
     {
-        const std::size_t end = rest.find("\r\n");
-        const std::string_view line = rest.substr(name.size(), end - name.size());
         // Browsers and other clients of HTTP take the strongest that they know: one Digest of each kind is enough.
         const bool given = std::any_of(reply.fields.begin(), reply.fields.end(),
-                                       [line](const auto& field) { return field.second == line; });
+                                       [&line](const auto& field) { return field.second == line; });
         if (!given)
         {
             reply.with("WWW-Authenticate", line);
         }
-        rest.remove_prefix(std::min(end + 2, rest.size()));
     }
     return reply;
 }

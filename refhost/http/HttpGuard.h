@@ -5,24 +5,15 @@
 #include <string_view>
 #include <vector>
 
-#include "refhost/access/AccessControl.h"
+#include "refhost/access/ConnectionLogin.h"
+#include "refhost/access/UserAccess.h"
 #include "refhost/config/Config.h"
 #include "refhost/http/HttpAccess.h"
 #include "refhost/http/HttpReply.h"
 #include "refhost/http/HttpRequest.h"
-#include "refhost/rtsp/auth/Authenticator.h"
-#include "refhost/rtsp/auth/LoginBrake.h"
 
 namespace refhost
 {
-
-/// The users of the HTTP service, which are those of RTSP. All outlive it.
-struct HttpUsers
-{
-    Authenticator* authenticator;
-    LoginBrake* brake;
-    const AccessControl* access;
-};
 
 /// Decides who may send which request to the HTTP service.
 ///
@@ -34,20 +25,25 @@ struct HttpUsers
 class HttpGuard
 {
 public:
-    HttpGuard(const ServerConfig& config, const HttpUsers& users);
+    /// \param users  outlives the guard
+    HttpGuard(const ServerConfig& config, const UserAccess& users);
 
     /// Checks what does not depend on the route.
     /// \returns the refusal; nothing when the request is permitted
     std::optional<HttpReply> refuseOrigin(const HttpRequest& request) const;
 
-    /// Asks whether the credentials of a request may be compared, and when. \see LoginBrake
-    /// \param[out] refusal  set where they may not
-    LoginBrake::Admission admit(const HttpRequest& request, std::optional<HttpReply>& refusal) const;
+    struct Finding
+    {
+        /// Nothing when the request is permitted.
+        std::optional<HttpReply> refusal;
+        /// Check the same request again after this span, on the same connection and before any other.
+        std::optional<Duration> again{};
+    };
 
     /// Checks who the user is, and the rights.
     /// \param request  with its parts; `user` is set when it is permitted
-    /// \returns the refusal; nothing when the request is permitted
-    std::optional<HttpReply> refuseUser(HttpRequest& request, const HttpAccess& access) const;
+    /// \param login    of its connection
+    Finding checkUser(HttpRequest& request, ConnectionLogin& login, const HttpAccess& access) const;
 
     /// Whether a Host header names this server.
     /// \param host  its value, with or without a port
@@ -55,15 +51,13 @@ public:
 
 private:
     std::optional<HttpReply> refuseChange(const HttpRequest& request) const;
-    void noteFailure(const HttpRequest& request, Authenticator::Denial denial) const;
     HttpReply challenge(const HttpRequest& request, bool stale) const;
-    bool acceptsBasic(const HttpRequest& request) const;
+    static bool isPrivate(const HttpRequest& request);
     bool permits(const HttpRequest& request, const HttpAccess& access) const;
 
-    const std::string basic_;
     std::vector<std::string> names_;  // in lower case
     bool anyName_ = false;
-    const HttpUsers users_;
+    const UserAccess& users_;
 };
 
 }  // namespace refhost

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "refhost/access/ConnectionLogin.h"
 #include "refhost/base/SocketAddress.h"
 #include "refhost/http/HttpTarget.h"
 #include "refhost/net/http/HttpRequestHead.h"
@@ -24,7 +25,11 @@ struct HttpRequest
     SocketAddress peer;
     std::uint64_t connection = 0;  ///< serial of the connection
     bool encrypted = false;        ///< others cannot read it
+    std::string certificate;       ///< ByteStream::certificateName()
     bool keepAlive = false;        ///< the client keeps the connection
+
+    /// Who is logged in on the connection; not null once it is dispatched.
+    std::shared_ptr<ConnectionLogin> login;
 
     /// The user that sent it; empty when nobody logged in.
     std::string user;

@@ -20,12 +20,14 @@ constexpr std::uint64_t firstSerial = std::uint64_t{1} << 62U;
 
 }  // namespace
 
-HttpService::HttpService(const ServerConfig& config, const HttpUsers& users, const HostClock& clock)
+HttpService::HttpService(const ServerConfig& config, UserAccess& users, const HostClock& clock)
     : config_(config),
       clock_(clock),
+      users_(users),
       guard_(config, users),
       work_(config.http.background),
-      dispatcher_(config_.http, guard_, router_, work_, clock),
+      dispatcher_(config_.http, guard_, router_, work_, clock,
+                  [this](Duration span, std::function<void()> task) { loop_->after(span, std::move(task)); }),
       places_(config.http.connections, config.http.connectionsPerAddress),
       serial_(firstSerial)
 {
@@ -136,10 +138,12 @@ void HttpService::adopt(Descriptor socket, const SocketAddress& peer)
             return;
         }
         HttpConnection::Events events;
-        events.requested = [this](HttpRequest request, const HttpConnection::Respond& respond)
+        events.requested = [this, login = std::make_shared<ConnectionLogin>(users_)](
+                               HttpRequest request, const HttpConnection::Respond& respond)
         {
+            request.login = login;
             requests_.fetch_add(1, std::memory_order_relaxed);
-            dispatcher_.dispatch(std::move(request), respond, *loop_);
+            dispatcher_.dispatch(std::move(request), respond);
         };
         events.closed = [this](HttpConnection& connection) { forget(connection); };
         made = std::make_shared<HttpConnection>(std::move(stream), *loop_, config_.http, clock_, ++serial_,

@@ -7,6 +7,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "refhost/access/UserAccess.h"
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/config/Config.h"
@@ -34,9 +35,9 @@ namespace refhost
 class HttpService
 {
 public:
-    /// \param clock  outlives the service
-    HttpService(const ServerConfig& config, const HttpUsers& users,
-                const HostClock& clock = HostClock::system());
+    /// \param users  outlives the service, as `clock` does; shared with RTSP, so that a guesser who changes the protocol gains
+    ///               nothing
+    HttpService(const ServerConfig& config, UserAccess& users, const HostClock& clock = HostClock::system());
     /// Stops.
     ~HttpService();
     HttpService(const HttpService&) = delete;
@@ -72,6 +73,7 @@ private:
     const ServerConfig config_;
     const HostClock& clock_;
     HttpRouter router_;
+    UserAccess& users_;
     const HttpGuard guard_;
     BackgroundWork work_;
     HttpDispatcher dispatcher_;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "refhost/base/SocketAddress.h"
@@ -102,6 +103,12 @@ public:
     virtual bool encrypted() const
     {
         return false;
+    }
+
+    /// The common name of the certificate that the peer proved to have and that was verified; empty without one.
+    virtual std::string certificateName() const
+    {
+        return {};
     }
 };
 

@@ -247,4 +247,9 @@ bool FilterStream::encrypted() const
     return carrier_->encrypted();
 }
 
+std::string FilterStream::certificateName() const
+{
+    return carrier_->certificateName();
+}
+
 }  // namespace refhost

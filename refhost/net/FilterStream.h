@@ -37,6 +37,7 @@ public:
     void setSendBuffer(std::size_t bytes) final;
     std::optional<std::chrono::milliseconds> silence() const final;
     bool encrypted() const final;
+    std::string certificateName() const final;
 
 protected:
     /// Bytes read from a carrier at once.

@@ -147,6 +147,7 @@ bool Sandbox::limitsFor(const ServerConfig& config, const std::string& configFil
 {
     permitSystem(limits);
     permitReading(configFile, limits);
+    permitReading(config.usersFile, limits);
     permitReading(config.tls.certificate, limits);
     permitReading(config.tls.key, limits);
     permitReading(config.tls.clientCa, limits);

@@ -15,7 +15,7 @@ ROOT = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__)
 ORDER = ["hostapi/base", "support", "hostapi", "mediaurl", "audioback", "live", "playback"]
 # Folders of refhost/, bottom to top; "." is its top folder.
 REFHOST = ["base", "threads", "service", "net", "net/tls", "net/http", "net/tunnel", "net/websocket", "media", "mp4", "rtp", "rtp/payload", "rtp/srtp", "rtp/udp", "rtp/multicast", "config", "sandbox", "access", "capture", "ingest/client", "ingest",
-           "live", "fragments", "recording", "playback", "export", "snapshot", "talkback/outputs", "talkback", "description", "rtsp/message", "rtsp/auth", "rtsp/session", "rtsp/connection", "http", "doctor", "."]
+           "live", "fragments", "recording", "playback", "export", "snapshot", "talkback/outputs", "talkback", "description", "rtsp/message", "rtsp/session", "rtsp/connection", "http", "doctor", "."]
 # Benchmarks use the fakes of the tests.
 TOP = ["refhost", "bench", "tests"]
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)

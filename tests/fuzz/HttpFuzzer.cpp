@@ -84,11 +84,7 @@ Read readAll(std::string_view bytes, std::size_t chunk)
 class World
 {
 public:
-    World()
-        : authenticator_(config().users, "realm", HostClock::system()),
-          brake_(config().auth, HostClock::system()),
-          access_(AccessRules(config().users, {})),
-          guard_(config(), {&authenticator_, &brake_, &access_})
+    World() : users_(config(), HostClock::system()), guard_(config(), users_)
     {
         const auto add = [this](const char* method, const char* pattern, HttpAccess access) {
             router_.add({method, pattern, access, [](const HttpRequest&) { return HttpReply::empty(); }});
@@ -115,6 +111,7 @@ public:
         {
             JsonDocument::timeOf(value);
         }
+        request.peer = loopback();
         request.target = *target;
         const HttpRouter::Match match = router_.find(request.head.method, target->segments);
         if (match.route == nullptr)
@@ -122,9 +119,12 @@ public:
             return;
         }
         request.parts = match.parts;
-        if (const auto refusal = guard_.refuseUser(request, match.route->access))
+        ConnectionLogin login(users_);
+        const HttpGuard::Finding finding = guard_.checkUser(request, login, match.route->access);
+        require(!finding.again, "there is nothing to wait for");
+        if (finding.refusal)
         {
-            check(*refusal);
+            check(*finding.refusal);
             return;
         }
         require(!request.user.empty() || match.route->access.kind == HttpAccess::Kind::open,
@@ -132,6 +132,12 @@ public:
     }
 
 private:
+    /// The brake exempts it.
+    static SocketAddress loopback()
+    {
+        return *SocketAddress::parse("127.0.0.1");
+    }
+
     static const ServerConfig& config()
     {
         static const ServerConfig made = []
@@ -151,9 +157,7 @@ private:
         require(head.find("\r\n\r\n") == head.size() - 4, "the head ends where it ends");
     }
 
-    mutable Authenticator authenticator_;
-    mutable LoginBrake brake_;
-    const AccessControl access_;
+    mutable UserAccess users_;
     const HttpGuard guard_;
     HttpRouter router_;
 };

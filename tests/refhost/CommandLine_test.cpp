@@ -3,15 +3,19 @@
 #include <gmock/gmock-matchers.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <pty.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <vector>
 
 namespace refhost
 {
@@ -82,11 +86,11 @@ private:
 };
 
 // Runs the program with arguments in shell syntax. It ends by itself: none of these starts a server.
-Outcome run(const std::string& arguments)
+Outcome run(const std::string& arguments, const std::string& input = "/dev/null")
 {
     const TemporaryFile err("");
     const std::string command =
-        "timeout 20 '" OV_PROGRAM "' " + arguments + " 2>'" + err.path() + "' </dev/null";
+        "timeout 20 '" OV_PROGRAM "' " + arguments + " 2>'" + err.path() + "' <'" + input + "'";
     FILE* const pipe = popen(command.c_str(), "r");
     std::string out;
     std::array<char, 4096> buffer{};
@@ -96,6 +100,174 @@ Outcome run(const std::string& arguments)
     }
     const int status = pclose(pipe);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, err.text()};
+}
+
+// The same with a line in a pipe.
+Outcome runWith(const std::string& line, const std::string& arguments)
+{
+    const TemporaryFile input(line);
+    return run(arguments, input.path());
+}
+
+std::string valueOf(const Outcome& outcome)
+{
+    const std::string start = "password-hash = \"";
+    EXPECT_EQ(outcome.out.rfind(start, 0), 0U) << outcome.out;
+    return outcome.out.substr(std::min(start.size(), outcome.out.size()));
+}
+
+TEST(CommandLine, HashedPasswordIsAConfigurationsPasswordHash)
+{
+    const Outcome hashed = runWith("p@ss:w?rd\n", "--hash-password admin");
+    EXPECT_EQ(hashed.exitCode, exitDone) << hashed.err;
+    EXPECT_EQ(hashed.err, "");
+    EXPECT_THAT(hashed.out, Not(HasSubstr("p@ss")));
+    EXPECT_THAT(hashed.out, HasSubstr("sha-256:"));
+    EXPECT_THAT(hashed.out, HasSubstr("crypt:$y$"));
+    const TemporaryFile file("[[user]]\nname = \"admin\"\nlive = \"*\"\n" + hashed.out);
+    const Outcome checked = run("--check-config -c '" + file.path() + "'");
+    EXPECT_EQ(checked.exitCode, exitDone) << checked.err;
+    EXPECT_EQ(checked.err, "");
+    const Outcome dumped = run("--dump-config -c '" + file.path() + "'");
+    EXPECT_THAT(dumped.out, Not(HasSubstr("crypt:")));
+    EXPECT_THAT(dumped.out, Not(HasSubstr("sha-256:")));
+}
+
+TEST(CommandLine, HashedPasswordBelongsToItsUserAndRealm)
+{
+    const std::string user = "[[user]]\nlive = \"*\"\nname = \"admin\"\n";
+    const std::string hash = runWith("secret", "--hash-password admin").out;
+    for (const std::string& start : {std::string("realm = \"yard\"\n") + user,
+                                     std::string("[[user]]\nlive = \"*\"\nname = \"other\"\n")})
+    {
+        const TemporaryFile file(start + hash);
+        const Outcome checked = run("--check-config -c '" + file.path() + "'");
+        EXPECT_EQ(checked.exitCode, exitConfig);
+        EXPECT_THAT(checked.err, HasSubstr("another user name or realm"));
+        EXPECT_THAT(checked.err, Not(HasSubstr("md5:")));
+    }
+    const TemporaryFile yard("realm = \"yard\"\n");
+    const TemporaryFile both("realm = \"yard\"\n" + user +
+                             runWith("secret", "-c '" + yard.path() + "' --hash-password admin").out);
+    EXPECT_EQ(run("--check-config -c '" + both.path() + "'").exitCode, exitDone);
+}
+
+TEST(CommandLine, HashesForBasicAloneBelongToNobody)
+{
+    const Outcome noName = runWith("secret\n", "--hash-password");
+    EXPECT_EQ(noName.exitCode, exitDone) << noName.err;
+    EXPECT_EQ(valueOf(noName).rfind("crypt:$y$", 0), 0U);
+    EXPECT_THAT(noName.err, HasSubstr("needs TLS"));
+    const Outcome basicOnly = runWith("secret\n", "--hash-password admin --basic-only");
+    EXPECT_EQ(valueOf(basicOnly).rfind("crypt:$y$", 0), 0U);
+}
+
+TEST(CommandLine, WithoutAPasswordThereIsNoHash)
+{
+    for (const std::string line : {"", "\n", "a\tb\n"})
+    {
+        const Outcome outcome = runWith(line, "--hash-password admin");
+        EXPECT_EQ(outcome.exitCode, exitFailed);
+        EXPECT_EQ(outcome.out, "");
+    }
+    EXPECT_EQ(runWith(std::string(5000, 'a'), "--hash-password admin").exitCode, exitFailed);
+    EXPECT_EQ(run("--basic-only").exitCode, exitCommandLine);
+}
+
+// What a terminal displays while `typed` is typed, and the program's exit code.
+Outcome runAtTerminal(const std::string& arguments, const std::vector<std::string>& typed)
+{
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0)
+    {
+        execl("/bin/sh", "sh", "-c", ("exec timeout 20 '" OV_PROGRAM "' " + arguments).c_str(), nullptr);
+        _exit(127);
+    }
+    const Socket held(terminal);
+    Outcome outcome{-1, "", ""};
+    std::size_t next = 0;
+    std::array<char, 4096> buffer{};
+    ssize_t count = 1;
+    while (count > 0)
+    {
+        count = read(terminal, buffer.data(), buffer.size());
+        outcome.out.append(buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+        // Each question is answered once it is there.
+        if (outcome.out.size() >= 2 && outcome.out.substr(outcome.out.size() - 2) == ": " &&
+            next < typed.size())
+        {
+            EXPECT_EQ(write(terminal, typed[next].data(), typed[next].size()),
+                      static_cast<ssize_t>(typed[next].size()));
+            ++next;
+        }
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
+
+TEST(CommandLine, PasswordsTypedAtATerminalAreAskedForTwiceAndNotEchoed)
+{
+    const Outcome same = runAtTerminal("--hash-password admin", {"hush1\n", "hush1\n"});
+    EXPECT_EQ(same.exitCode, exitDone) << same.out;
+    EXPECT_THAT(same.out, HasSubstr("Password: "));
+    EXPECT_THAT(same.out, HasSubstr("password-hash = "));
+    EXPECT_THAT(same.out, Not(HasSubstr("hush1")));
+    const Outcome different = runAtTerminal("--hash-password admin", {"hush1\n", "hush2\n"});
+    EXPECT_EQ(different.exitCode, exitFailed);
+    EXPECT_THAT(different.out, Not(HasSubstr("password-hash = ")));
+    const Outcome named = runAtTerminal("--hash-password", {"admin\n", "hush1\n", "hush1\n"});
+    EXPECT_THAT(named.out, HasSubstr("md5:"));
+}
+
+TEST(CommandLine, UsersMayBeInAFileOfTheirOwn)
+{
+    const TemporaryFile users(
+        "[[group]]\nname = \"g\"\nlive = \"*\"\n[[user]]\nname = \"a\"\npassword = \"hush\"\n"
+        "groups = \"g\"\n");
+    const TemporaryFile file("users-file = \"" + users.path() +
+                             "\"\n[[user]]\nname = \"b\"\npassword = \"hush\"\ngroups = \"g\"\n");
+    const Outcome checked = run("--check-config -c '" + file.path() + "'");
+    EXPECT_EQ(checked.exitCode, exitDone) << checked.err;
+    EXPECT_EQ(checked.err, "");
+    EXPECT_THAT(checked.out, HasSubstr("2 users"));
+    EXPECT_EQ(chmod(users.path().c_str(), 0644), 0);
+    EXPECT_THAT(run("--check-config -c '" + file.path() + "'").err,
+                HasSubstr(users.path() + ": warning: it holds passwords and everybody can read it"));
+    const Outcome dumped = run("--dump-config -c '" + file.path() + "'");
+    EXPECT_THAT(dumped.out, HasSubstr("name = \"b\""));
+    EXPECT_THAT(dumped.out, Not(HasSubstr("name = \"a\"")));
+    EXPECT_THAT(dumped.out + dumped.err, Not(HasSubstr("hush")));
+}
+
+TEST(CommandLine, ProblemsOfTheUsersFileNameIt)
+{
+    const TemporaryFile users(
+        "port = 1\n[[user]]\nname = \"b\"\npassword = \"hush\"\n[[user]]\nname = \"a\"\n");
+    const TemporaryFile file("users-file = \"" + users.path() +
+                             "\"\n[[user]]\nname = \"b\"\npassword = \"hush\"\n");
+    const Outcome outcome = run("--check-config -c '" + file.path() + "'");
+    EXPECT_EQ(outcome.exitCode, exitConfig);
+    EXPECT_THAT(outcome.err, HasSubstr(users.path() + ":1:1: a users-file holds nothing but"));
+    EXPECT_THAT(outcome.err, HasSubstr(users.path() + ":3:8: user \"b\" is defined twice"));
+    EXPECT_THAT(outcome.err, HasSubstr(users.path() + ":5:1: this [[user]] has no password"));
+    const TemporaryFile gone("users-file = \"none.toml\"\n");
+    EXPECT_THAT(run("--check-config -c '" + gone.path() + "'").err, HasSubstr("none.toml: cannot be opened"));
+}
+
+TEST(CommandLine, WhatIsNoTomlDoesNotRepeatASecret)
+{
+    for (const std::string line : {"password = hush", "password = 12345678901234567890", "password = \"hush"})
+    {
+        const TemporaryFile file("[[user]]\nname = \"a\"\n" + line + "\n");
+        const Outcome outcome = run("--check-config -c '" + file.path() + "'");
+        EXPECT_EQ(outcome.exitCode, exitConfig);
+        EXPECT_THAT(outcome.err, HasSubstr(":3:"));
+        EXPECT_THAT(outcome.err, Not(HasSubstr("hush")));
+        EXPECT_THAT(outcome.err, Not(HasSubstr("1234")));
+    }
 }
 
 TEST(CommandLine, PrintsTheVersion)

@@ -16,8 +16,10 @@ namespace refhost
 namespace
 {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using Outcome = Reloader::Outcome;
 
 class ConfigReloadTest : public testing::Test
@@ -98,6 +100,22 @@ TEST_F(ConfigReloadTest, OptionsOfTheCommandLineStayInForce)
     write("linger = 2\n");
     EXPECT_TRUE(reload.reload().succeeded());
     EXPECT_EQ(reload.running()->linger, 5);
+}
+
+TEST_F(ConfigReloadTest, TheUsersFileIsReadAgainToo)
+{
+    const auto users = [this](const std::string& text) { std::ofstream(folder_ / "users.toml") << text; };
+    const std::string text = "users-file = \"users.toml\"\n";
+    users("[[user]]\nname = \"a\"\npassword = \"one\"\n");
+    write(text);
+    ASSERT_TRUE(reload_->reload().succeeded());
+    users("[[user]]\nname = \"a\"\npassword = \"two\"\n[[user]]\nname = \"b\"\npassword = \"three\"\n");
+    EXPECT_THAT(reload_->reload().applied, ElementsAre("user \"a\": password", "user \"b\" added"));
+    EXPECT_EQ(reload_->running()->users.front().password, "two");
+    users("[[user]]\nname = \"a\"\npassword = \"top-secret\n");
+    EXPECT_THAT(reload_->reload().problems,
+                ElementsAre(AllOf(HasSubstr("users.toml:3:"), Not(HasSubstr("top-secret")))));
+    EXPECT_EQ(reload_->running()->users.size(), 2u);
 }
 
 TEST_F(ConfigReloadTest, RequestsWakeTheThreadThatServesThemAndShareAnOutcome)

@@ -17,6 +17,7 @@
 #include "refhost/base/Descriptor.h"
 #include "refhost/base/Log.h"
 #include "refhost/net/tls/CertificateFingerprint.h"
+#include "refhost/net/tls/ClientCertificate.h"
 #include "refhost/net/tls/TlsError.h"
 
 #ifndef TCP_ULP
@@ -132,6 +133,7 @@ bool useClientCa(SSL_CTX* context, const std::string& file, std::string& error)
     }
     SSL_CTX_set_client_CA_list(context, names);
     SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    ClientCertificate::verifyResumptions(*context);
     return true;
 }
 

@@ -12,6 +12,7 @@
 
 #include "refhost/base/Log.h"
 #include "refhost/net/tls/CertificateFingerprint.h"
+#include "refhost/net/tls/ClientCertificate.h"
 #include "refhost/net/tls/PlainClient.h"
 #include "refhost/net/tls/TlsError.h"
 
@@ -473,6 +474,15 @@ std::string TlsStream::unverified()
     const MutexLock guard(mutex_);
     const long result = ssl_ == nullptr ? X509_V_ERR_UNSPECIFIED : SSL_get_verify_result(ssl_.get());
     return result == X509_V_OK ? "" : X509_verify_cert_error_string(result);
+}
+
+std::string TlsStream::certificateName() const
+{
+    const MutexLock guard(mutex_);
+    const X509* const certificate =
+        state_ == State::established ? SSL_get0_peer_certificate(ssl_.get()) : nullptr;
+    const bool verified = certificate != nullptr && SSL_get_verify_result(ssl_.get()) == X509_V_OK;
+    return verified ? ClientCertificate::nameOf(*certificate) : std::string();
 }
 
 }  // namespace refhost

@@ -60,6 +60,7 @@ public:
     void setSendBuffer(std::size_t bytes) override;
     std::optional<std::chrono::milliseconds> silence() const override;
     bool encrypted() const override;
+    std::string certificateName() const override;
 
     /// Why the connection failed: one line; empty while it did not.
     std::string failure();
@@ -99,7 +100,7 @@ private:
     TcpStream tcp_;
     const bool client_;
     const std::uint64_t recordsPerKey_;
-    Mutex mutex_;
+    mutable Mutex mutex_;
     TlsCarrier carrier_ OV_GUARDED_BY(mutex_){tcp_};
     std::unique_ptr<ssl_st, FreeSsl> ssl_ OV_GUARDED_BY(mutex_);  // before carrier_ goes
     std::shared_ptr<void> handshake_ OV_GUARDED_BY(mutex_);

@@ -7,13 +7,17 @@ namespace refhost
 {
 
 TunnelTable::Key::Key(const ByteStream& stream, std::string name)
-    : address(stream.peer().key()), encrypted(stream.encrypted()), cookie(std::move(name))
+    : address(stream.peer().key()),
+      encrypted(stream.encrypted()),
+      certificate(stream.certificateName()),
+      cookie(std::move(name))
 {
 }
 
 bool TunnelTable::Key::operator<(const Key& other) const
 {
-    return std::tie(address, encrypted, cookie) < std::tie(other.address, other.encrypted, other.cookie);
+    return std::tie(address, encrypted, certificate, cookie) <
+           std::tie(other.address, other.encrypted, other.certificate, other.cookie);
 }
 
 /// Takes a tunnel out of the table at its end.

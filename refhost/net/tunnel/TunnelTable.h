@@ -19,9 +19,9 @@ namespace refhost
 
 /// Joins the two connections of each tunnel through HTTP, in whichever order they come.
 ///
-/// Connections belong together when cookie, client's address, and whether they are encrypted are equal: whoever
-/// guesses or overhears a cookie at another address gets a tunnel of their own. A cookie names one tunnel at a
-/// time.
+/// Connections belong together when cookie, client's address, certificate, and whether they are encrypted are
+/// equal: whoever guesses or overhears a cookie at another address, or has another certificate, gets a tunnel of
+/// their own. A cookie names one tunnel at a time.
 ///
 /// Bounds: tunnels as the connections of their GETs; POST connections that wait for their GET as `Limits` has
 /// it.
@@ -45,6 +45,7 @@ public:
 
         SocketAddress::Key address;
         bool encrypted;
+        std::string certificate;  // its verified name
         std::string cookie;
     };
 

@@ -550,4 +550,9 @@ bool RtspConnection::encrypted() const
     return stream_->encrypted();
 }
 
+std::string RtspConnection::certificateName() const
+{
+    return stream_->certificateName();
+}
+
 }  // namespace refhost

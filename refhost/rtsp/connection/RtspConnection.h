@@ -76,6 +76,7 @@ public:
     const SocketAddress& local() const override;
     std::uint64_t serial() const override;
     bool encrypted() const override;
+    std::string certificateName() const override;
 
 private:
     void onReady(std::uint32_t ready);

@@ -3,8 +3,8 @@
 #include <openssl/crypto.h>
 
 #include "refhost/base/Base64.h"
+#include "refhost/base/HeaderText.h"
 #include "refhost/base/IgnoreCase.h"
-#include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
 {
@@ -43,19 +43,19 @@ std::optional<MikeyMessage> KeyMgmtHeader::parse(std::string_view value)
 {
     while (!value.empty())
     {
-        std::string_view entry = RtspText::cut(value, ',');
+        std::string_view entry = HeaderText::cut(value, ',');
         bool mikey = false;
         std::optional<std::string_view> data;
         while (!entry.empty())
         {
-            const std::string_view parameter = RtspText::cut(entry, ';');
+            const std::string_view parameter = HeaderText::cut(entry, ';');
             const std::size_t equals = parameter.find('=');
             if (equals == std::string_view::npos)
             {
                 continue;
             }
-            const std::string_view name = RtspText::trim(parameter.substr(0, equals));
-            const std::string_view text = RtspText::unquote(RtspText::trim(parameter.substr(equals + 1)));
+            const std::string_view name = HeaderText::trim(parameter.substr(0, equals));
+            const std::string_view text = HeaderText::unquote(HeaderText::trim(parameter.substr(equals + 1)));
             if (equalsIgnoringCase(name, "prot"))
             {
                 mikey = equalsIgnoringCase(text, protocol);
@@ -88,8 +88,8 @@ void KeyMgmtHeader::appendAttribute(std::string& out, const std::vector<std::uin
 
 std::optional<MikeyMessage> KeyMgmtHeader::parseAttribute(std::string_view value)
 {
-    const std::string_view name = RtspText::cut(value, ' ');
-    return equalsIgnoringCase(name, protocol) ? parseData(RtspText::trim(value)) : std::nullopt;
+    const std::string_view name = HeaderText::cut(value, ' ');
+    return equalsIgnoringCase(name, protocol) ? parseData(HeaderText::trim(value)) : std::nullopt;
 }
 
 }  // namespace refhost

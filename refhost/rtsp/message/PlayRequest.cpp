@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "refhost/base/Decimal.h"
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/HeaderText.h"
 
 namespace refhost
 {
@@ -45,14 +45,15 @@ RtspStatus parseRateHeader(const RtspRequest& request, std::string_view name, bo
 /// reference frames are not distinguished from others.
 RtspStatus parseFrames(std::string_view value, PlayRequest& out)
 {
-    const std::string_view kind = RtspText::trim(value.substr(0, value.find('/')));
+    const std::string_view kind = HeaderText::trim(value.substr(0, value.find('/')));
     out.keyFramesOnly = kind == "intra";
     if (kind.size() == value.size())
     {
         return out.keyFramesOnly || kind == "all" || kind == "predicted" ? rtspOk : rtspBadRequest;
     }
     constexpr std::uint64_t max = 1000000000;
-    const auto distance = parseDecimal<std::uint64_t>(RtspText::trim(value.substr(value.find('/') + 1)), max);
+    const auto distance =
+        parseDecimal<std::uint64_t>(HeaderText::trim(value.substr(value.find('/') + 1)), max);
     out.keyFrameDistance = std::chrono::milliseconds(distance.value_or(0));
     return out.keyFramesOnly && distance ? rtspOk : rtspBadRequest;
 }

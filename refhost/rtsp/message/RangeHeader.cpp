@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "refhost/base/Decimal.h"
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/HeaderText.h"
 #include "refhost/rtsp/message/UtcTime.h"
 
 namespace refhost
@@ -77,7 +77,7 @@ std::size_t findDash(Unit unit, std::string_view range)
     {
         return first;
     }
-    const std::string_view begin = RtspText::trim(range.substr(0, first));
+    const std::string_view begin = HeaderText::trim(range.substr(0, first));
     const bool whole = begin == "now" || (parseNpt(begin) && begin.back() != '.');
     return whole || range[last - 1] == '-' ? first : last;
 }
@@ -117,21 +117,21 @@ bool parseEnds(std::string_view first, std::string_view last, bool backwards, Ra
 /// Splits "npt=…" into the unit and its value.
 RtspStatus cutUnit(std::string_view value, Unit& unit, std::string_view& rest)
 {
-    const std::string_view range = RtspText::cut(value, ';');
+    const std::string_view range = HeaderText::cut(value, ';');
     const std::size_t equals = range.find('=');
     if (equals == std::string_view::npos)
     {
         return rtspInvalidRange;
     }
-    const std::string_view name = RtspText::trim(range.substr(0, equals));
-    rest = RtspText::trim(range.substr(equals + 1));
+    const std::string_view name = HeaderText::trim(range.substr(0, equals));
+    rest = HeaderText::trim(range.substr(equals + 1));
     if (name == "npt" || name == "clock")
     {
         unit = name == "npt" ? Unit::npt : Unit::clock;
         return rtspOk;
     }
     const bool known = name.substr(0, 5) == "smpte";
-    return known || !RtspText::isToken(name) ? rtspInvalidRange : rtspNotImplemented;
+    return known || !HeaderText::isToken(name) ? rtspInvalidRange : rtspNotImplemented;
 }
 
 void appendPosition(std::string& out, Unit unit, Position position)
@@ -160,8 +160,8 @@ RtspStatus RangeHeader::parse(std::string_view value, RangeHeader& out, bool bac
     }
     const std::size_t dash = findDash(parsed.unit, range);
     if (dash == std::string_view::npos ||
-        !parseEnds(RtspText::trim(range.substr(0, dash)), RtspText::trim(range.substr(dash + 1)), backwards,
-                   parsed))
+        !parseEnds(HeaderText::trim(range.substr(0, dash)), HeaderText::trim(range.substr(dash + 1)),
+                   backwards, parsed))
     {
         return rtspInvalidRange;
     }
@@ -180,7 +180,7 @@ RtspStatus RangeHeader::parsePoint(std::string_view value, RangeHeader& out)
     }
     if (!point.empty() && point.back() == '-')
     {
-        point = RtspText::trim(point.substr(0, point.size() - 1));
+        point = HeaderText::trim(point.substr(0, point.size() - 1));
     }
     parsed.begin = parsePosition(parsed.unit, point);
     if (!parsed.begin)

@@ -6,7 +6,7 @@
 
 #include "refhost/base/ByteOrder.h"
 #include "refhost/base/Decimal.h"
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/HeaderText.h"
 
 namespace refhost
 {
@@ -302,7 +302,7 @@ bool RequestReader::parseRequestLine(std::string_view line, RtspRequest& request
     }
     request.uri = line.substr(0, uriEnd);
     request.version = line.substr(uriEnd + 1);
-    if (!RtspText::isToken(request.method) || request.uri.empty() || !isVersion(request.version))
+    if (!HeaderText::isToken(request.method) || request.uri.empty() || !isVersion(request.version))
     {
         return false;
     }
@@ -329,7 +329,7 @@ bool RequestReader::parseHeaderLine(std::string_view line, RtspRequest& request)
         // The value extends over the line end: a view needs no copy, and every parser treats line ends as
         // blanks.
         std::string_view& value = request.headers.back().value;
-        line = RtspText::trim(line);
+        line = HeaderText::trim(line);
         if (!line.empty())
         {
             const char* const begin = value.empty() ? line.data() : value.data();
@@ -342,12 +342,12 @@ bool RequestReader::parseHeaderLine(std::string_view line, RtspRequest& request)
     {
         return false;
     }
-    const std::string_view name = RtspText::trim(line.substr(0, colon));
-    if (!RtspText::isToken(name))
+    const std::string_view name = HeaderText::trim(line.substr(0, colon));
+    if (!HeaderText::isToken(name))
     {
         return false;
     }
-    request.headers.push_back({name, RtspText::trim(line.substr(colon + 1))});
+    request.headers.push_back({name, HeaderText::trim(line.substr(colon + 1))});
     return true;
 }
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/HeaderText.h"
 
 namespace refhost
 {
@@ -29,7 +29,7 @@ RequireHeader RequireHeader::of(const RtspRequest& request)
             std::string_view list = header->value;
             while (!list.empty())
             {
-                const std::string_view tag = RtspText::cut(list, ',');
+                const std::string_view tag = HeaderText::cut(list, ',');
                 if (tag == "www.onvif.org/ver20/backchannel")
                 {
                     out.backchannel = true;

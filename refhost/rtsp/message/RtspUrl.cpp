@@ -142,6 +142,15 @@ std::optional<RtspUrl> RtspUrl::parse(std::string_view text)
     return url;
 }
 
+bool RtspUrl::authorizes(std::string_view requestUri, std::string_view digestUri)
+{
+    const auto request = parse(requestUri);
+    const auto digest = parse(digestUri);
+    return request && digest && request->server == digest->server &&
+           request->presentation == digest->presentation &&
+           (digest->track.empty() || digest->track == request->track);
+}
+
 bool RtspUrl::has(std::string_view parameter, std::string_view value) const
 {
     std::string_view rest = query;

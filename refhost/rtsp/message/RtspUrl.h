@@ -31,6 +31,10 @@ struct RtspUrl
     ///          character
     static std::optional<RtspUrl> parse(std::string_view text);
 
+    /// Whether a Digest response for `digestUri` is good in a request for `requestUri`: clients use the request's
+    /// URL, or the presentation's in requests for its tracks.
+    static bool authorizes(std::string_view requestUri, std::string_view digestUri);
+
     /// Whether the query has the parameter with the value.
     bool has(std::string_view parameter, std::string_view value) const;
 

@@ -1,14 +1,14 @@
 #include "refhost/rtsp/message/SessionHeader.h"
 
 #include "refhost/base/Decimal.h"
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/HeaderText.h"
 
 namespace refhost
 {
 
 std::string_view SessionHeader::id(std::string_view value)
 {
-    return RtspText::cut(value, ';');
+    return HeaderText::cut(value, ';');
 }
 
 void SessionHeader::append(std::string& out, std::string_view id, std::chrono::seconds timeout)

@@ -1,8 +1,8 @@
 #include "refhost/rtsp/message/TransportHeader.h"
 
 #include "refhost/base/Decimal.h"
+#include "refhost/base/HeaderText.h"
 #include "refhost/base/IgnoreCase.h"
-#include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
 {
@@ -38,10 +38,10 @@ bool parsePair(std::string_view text, int min, int max, int& first, int& second)
 /// Accepts "PLAY", "play" or a list with it: this server does not record from clients.
 bool modePlays(std::string_view value)
 {
-    value = RtspText::unquote(value);
+    value = HeaderText::unquote(value);
     while (!value.empty())
     {
-        if (equalsIgnoringCase(RtspText::unquote(RtspText::cut(value, ',')), "PLAY"))
+        if (equalsIgnoringCase(HeaderText::unquote(HeaderText::cut(value, ',')), "PLAY"))
         {
             return true;
         }
@@ -70,18 +70,18 @@ std::optional<TransportChoice> parseChoice(std::string_view text)
 {
     TransportChoice choice;
     bool unicast = false;
-    if (!acceptsProfile(RtspText::cut(text, ';'), choice))
+    if (!acceptsProfile(HeaderText::cut(text, ';'), choice))
     {
         return std::nullopt;
     }
     while (!text.empty())
     {
-        const std::string_view parameter = RtspText::cut(text, ';');
+        const std::string_view parameter = HeaderText::cut(text, ';');
         const std::size_t equals = parameter.find('=');
-        const std::string_view name = RtspText::trim(parameter.substr(0, equals));
+        const std::string_view name = HeaderText::trim(parameter.substr(0, equals));
         const std::string_view value = equals == std::string_view::npos
                                            ? std::string_view()
-                                           : RtspText::trim(parameter.substr(equals + 1));
+                                           : HeaderText::trim(parameter.substr(equals + 1));
         bool good = true;
         if (equalsIgnoringCase(name, "multicast"))
         {
@@ -135,7 +135,7 @@ std::optional<TransportChoice> TransportHeader::choose(std::string_view value, b
 {
     while (!value.empty())
     {
-        auto choice = parseChoice(RtspText::cut(value, ','));
+        auto choice = parseChoice(HeaderText::cut(value, ','));
         if (choice && acceptable(*choice, multicast, serverPort) && (!admit || admit(*choice)))
         {
             return choice;

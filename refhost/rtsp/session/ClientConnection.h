@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "refhost/base/SocketAddress.h"
@@ -37,6 +38,11 @@ public:
     virtual bool encrypted() const
     {
         return false;
+    }
+    /// The common name of the certificate that the client proved to have; empty without one.
+    virtual std::string certificateName() const
+    {
+        return {};
     }
 };
 

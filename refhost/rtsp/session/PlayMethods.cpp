@@ -21,7 +21,7 @@ MethodResult PlayMethods::play(RequestContext& context, RtspSession::Attempt att
     {
         return MethodResult::answered;
     }
-    if (const auto lacked = session->lackedRight(*services_.access.rules()))
+    if (const auto lacked = session->lackedRight(*services_.users->rights.rules()))
     {
         access_.refuse(context, session->target(), *lacked);
         return MethodResult::answered;

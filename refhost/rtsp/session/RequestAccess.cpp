@@ -14,12 +14,12 @@ RequestAccess::RequestAccess(RtspServices& services, ClientConnection& connectio
 
 bool RequestAccess::allows(const RequestContext& context, const MediaTarget& target, Right right) const
 {
-    return services_.access.rules()->allows(context.user, right, target.camera);
+    return services_.users->rights.rules()->allows(context.user, right, target.camera);
 }
 
 void RequestAccess::refuse(RequestContext& context, const MediaTarget& /*target*/, Right right) const
 {
-    if (context.user.empty() && services_.access.rules()->hasLogins())
+    if (context.user.empty() && services_.users->rights.rules()->hasLogins())
     {
         challenge(context, false);
         return;
@@ -31,20 +31,12 @@ void RequestAccess::refuse(RequestContext& context, const MediaTarget& /*target*
 void RequestAccess::challenge(RequestContext& context, bool stale) const
 {
     ResponseWriter& out = context.start(rtspUnauthorized);
-    services_.authenticator.challenge(out, stale, client(), takesBasic());
+    for (const std::string& value : services_.users->challenges(
+             stale, {connection_.peer().key(), connection_.serial()}, connection_.encrypted()))
+    {
+        out.header("WWW-Authenticate", value);
+    }
     context.send();
-}
-
-bool RequestAccess::takesBasic() const
-{
-    const auto policy = services_.policy.get();
-    const std::string& basic = policy->auth.basic;
-    return basic == "always" || (basic == "tls-only" && connection_.encrypted());
-}
-
-Authenticator::Client RequestAccess::client() const
-{
-    return {connection_.peer().key(), connection_.serial()};
 }
 
 }  // namespace refhost

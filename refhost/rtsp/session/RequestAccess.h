@@ -27,10 +27,6 @@ public:
     /// \param stale  the password was right, but the nonce is used up
     void challenge(RequestContext& context, bool stale) const;
 
-    /// Whether Basic authentication is offered and accepted here.
-    bool takesBasic() const;
-    Authenticator::Client client() const;
-
 private:
     RtspServices& services_;
     ClientConnection& connection_;

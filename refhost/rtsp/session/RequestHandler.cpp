@@ -6,12 +6,11 @@
 #include <memory>
 #include <utility>
 
-#include "refhost/base/AuditLog.h"
 #include "refhost/base/Decimal.h"
+#include "refhost/base/HeaderText.h"
 #include "refhost/base/IgnoreCase.h"
 #include "refhost/base/LibraryOutput.h"
 #include "refhost/base/Log.h"
-#include "refhost/rtsp/message/RtspText.h"
 #include "refhost/rtsp/session/PlayMethods.h"
 
 namespace refhost
@@ -21,6 +20,8 @@ namespace
 
 constexpr std::string_view allowedMethods =
     "OPTIONS, DESCRIBE, SETUP, PLAY, PAUSE, TEARDOWN, GET_PARAMETER, SET_PARAMETER";
+
+using LoginResult = ConnectionLogin::Result;
 
 enum class Method
 {
@@ -72,7 +73,7 @@ bool allowsServerUrl(Method method)
 }  // namespace
 
 RequestHandler::RequestHandler(RtspServices& services, ClientConnection& connection)
-    : services_(services), connection_(connection), sessions_(services, connection)
+    : services_(services), connection_(connection), sessions_(services, connection), login_(*services.users)
 {
 }
 
@@ -107,11 +108,17 @@ RequestHandler::Result RequestHandler::handle(const RtspRequest& request, Respon
 RequestHandler::Result RequestHandler::dispatch(RequestContext& context, bool lastTry)
 {
     const std::unique_ptr<const std::string> admitted = std::move(admitted_);
+    decided_ = LoginResult::challenge;
+    lastTry_ = lastTry;
     if (!accept(context, admitted.get()))
     {
-        if (wait_ != nullptr)
+        if (decided_ == LoginResult::delayed)
         {
             return Result::delayed;
+        }
+        if (decided_ == LoginResult::pending)
+        {
+            return Result::notReady;
         }
         return context.keepsConnection ? Result::answered : Result::answeredLast;
     }
@@ -222,78 +229,46 @@ RequestAccess RequestHandler::access() const
 bool RequestHandler::authorize(RequestContext& context)
 {
     const RtspRequest& request = context.request;
-    if (admitAnonymous(context))
+    const std::string certificate = connection_.certificateName();
+    const ConnectionLogin::Request credentials{
+        request.method,     request.uri,          request.value("Authorization"),
+        connection_.peer(), connection_.serial(), connection_.encrypted(),
+        certificate,        &RtspUrl::authorizes};
+    if (!login_.isCertified(credentials) && admitAnonymous(context))
     {
         return true;
     }
-    std::string claimed;
-    const bool attempted = services_.authenticator.enabled() && request.find("Authorization") != nullptr;
-    if (attempted)
+    ConnectionLogin::Outcome outcome = login_.attempt(credentials, lastTry_);
+    decided_ = outcome.result;
+    delay_ = outcome.span;
+    switch (decided_)
     {
-        claimed = Authenticator::claimedUser(request.value("Authorization"));
-        if (!admitAttempt(context, claimed))
-        {
-            return false;
-        }
-    }
-    const Authenticator::Decision decision =
-        services_.authenticator.check(request.method, request.uri, request.value("Authorization"),
-                                      access().client(), access().takesBasic());
-    if (decision.verdict == Authenticator::Verdict::granted)
-    {
-        context.user = decision.user;
-        if (context.user != loggedIn_)
-        {
-            services_.brake.succeeded(connection_.peer().key(), context.user);
-            loggedIn_ = context.user;
-        }
-        return true;
-    }
-    if (attempted && decision.verdict == Authenticator::Verdict::denied)
-    {
-        noteFailure(context, claimed, decision.denial);
-    }
-    access().challenge(context, decision.verdict == Authenticator::Verdict::stale);
-    return false;
-}
-
-/// Has a request wait, or answers it, whose client was wrong too often.
-/// \returns false then
-bool RequestHandler::admitAttempt(RequestContext& context, std::string_view user)
-{
-    if (std::exchange(wait_, nullptr) != nullptr)
-    {
-        return true;  // it has waited
-    }
-    const bool known = !loggedIn_.empty() && loggedIn_ == user;
-    LoginBrake::Admission admission = services_.brake.admit(connection_.peer().key(), user, known);
-    switch (admission.kind)
-    {
-        case LoginBrake::Admission::Kind::proceed:
+        case LoginResult::granted:
+            context.user = std::move(outcome.user);
             return true;
-        case LoginBrake::Admission::Kind::wait:
-            delay_ = admission.span;
-            wait_ = std::move(admission.wait);
+        case LoginResult::challenge:
+        case LoginResult::stale:
+            access().challenge(context, decided_ == LoginResult::stale);
             return false;
-        case LoginBrake::Admission::Kind::refuse:
+        case LoginResult::refused:
+            refuse(context, delay_);
+            return false;
+        case LoginResult::busy:
+            context.answer(rtspServiceUnavailable);
+            return false;
+        case LoginResult::delayed:
+        case LoginResult::pending:
             break;
     }
-    context.retryAfter = std::chrono::ceil<std::chrono::seconds>(admission.span);
-    context.keepsConnection = context.keepsConnection && sessions_.carriesSession();
-    AuditLog::authenticationRefused(connection_.peer(), user, context.retryAfter, context.request.uri);
-    context.answer(rtspServiceUnavailable);
     return false;
 }
 
-void RequestHandler::noteFailure(const RequestContext& context, std::string_view user,
-                                 Authenticator::Denial denial)
+/// Answers a request whose client was wrong too often.
+void RequestHandler::refuse(RequestContext& context, Duration span)
 {
-    if (Authenticator::isGuess(denial))
-    {
-        services_.brake.failed(connection_.peer().key(), user);
-    }
-    AuditLog::authenticationFailed(connection_.peer(), user, Authenticator::nameOf(denial),
-                                   context.request.uri);
+    context.retryAfter = std::chrono::ceil<std::chrono::seconds>(span);
+    context.keepsConnection = context.keepsConnection && sessions_.carriesSession();
+    context.answer(rtspServiceUnavailable);
 }
 
 Duration RequestHandler::delay() const
@@ -304,7 +279,7 @@ Duration RequestHandler::delay() const
 /// Clients that send credentials, or use the session of a user, log in.
 bool RequestHandler::admitAnonymous(RequestContext& context)
 {
-    if (context.request.find("Authorization") != nullptr || !services_.access.rules()->hasAnonymous())
+    if (context.request.find("Authorization") != nullptr || !services_.users->rights.rules()->hasAnonymous())
     {
         return false;
     }
@@ -338,7 +313,7 @@ void RequestHandler::parameters(RequestContext& context)
         context.answer(rtspSessionNotFound);
         return;
     }
-    if (RtspText::trim(request.body).empty())
+    if (HeaderText::trim(request.body).empty())
     {
         ResponseWriter& out = context.start(rtspOk);
         if (session != nullptr)
@@ -349,7 +324,7 @@ void RequestHandler::parameters(RequestContext& context)
         return;
     }
     std::string_view type = request.value("Content-Type");
-    type = RtspText::cut(type, ';');
+    type = HeaderText::cut(type, ';');
     const bool understood = type.empty() || equalsIgnoringCase(type, "text/parameters");
     context.answer(understood ? rtspParameterNotUnderstood : rtspUnsupportedMediaType);
 }
@@ -394,7 +369,7 @@ void RequestHandler::received(const RequestReader::Frame& frame)
 
 bool RequestHandler::loggedIn() const
 {
-    return !loggedIn_.empty();
+    return !login_.user().empty();
 }
 
 bool RequestHandler::carriesSession()
@@ -409,7 +384,7 @@ void RequestHandler::connectionAnswered(MonotonicTime time)
 
 void RequestHandler::connectionEnded()
 {
-    wait_.reset();
+    login_.giveUp();
     sessions_.connectionEnded();
 }
 

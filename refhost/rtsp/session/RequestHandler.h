@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "refhost/access/ConnectionLogin.h"
 #include "refhost/rtsp/message/RequestReader.h"
 #include "refhost/rtsp/session/ConnectionSessions.h"
 #include "refhost/rtsp/session/RequestAccess.h"
@@ -28,7 +29,7 @@ public:
         answered,
         /// Answered; close the connection after the response.
         answeredLast,
-        /// Not answered, because the media is not ready: handle the same request again when ChangeSignal
+        /// Not answered, because the media is not ready or a password is being checked: handle the same request again when ChangeSignal
         /// reports a change.
         notReady,
         /// Not answered, because wrong passwords came before: handle the same request again after delay().
@@ -68,8 +69,7 @@ private:
     bool accept(RequestContext& context, const std::string* admitted);
     bool authorize(RequestContext& context);
     bool admitAnonymous(RequestContext& context);
-    bool admitAttempt(RequestContext& context, std::string_view user);
-    void noteFailure(const RequestContext& context, std::string_view user, Authenticator::Denial denial);
+    void refuse(RequestContext& context, Duration span);
     void options(RequestContext& context);
     void parameters(RequestContext& context);
     void methodNotAllowed(RequestContext& context);
@@ -81,9 +81,10 @@ private:
 
     /// The user of the next request, if that one was authenticated before it was deferred; null otherwise.
     std::unique_ptr<const std::string> admitted_;
-    std::string loggedIn_;                    // the user who logged in last; empty for none
-    Duration delay_{0};                       // of the request; 0: none
-    std::unique_ptr<LoginBrake::Wait> wait_;  // of the request that is delayed
+    ConnectionLogin login_;
+    Duration delay_{0};                                                     // of the present request
+    ConnectionLogin::Result decided_ = ConnectionLogin::Result::challenge;  // of the present request
+    bool lastTry_ = false;                                                  // answer the present request now
 };
 
 }  // namespace refhost

@@ -3,8 +3,6 @@
 #include <ctime>
 #include <utility>
 
-#include "refhost/base/AuditLog.h"
-
 namespace refhost
 {
 
@@ -13,9 +11,7 @@ RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, 
       clock(hostClock),
       routes(std::move(mediaRoutes)),
       sessions(config.limits),
-      authenticator(config.users, config.realm, clock, config.digestWithoutQop),
-      access(AccessRules(config.users, config.groups)),
-      brake(config.auth, clock),
+      users(std::make_shared<UserAccess>(config, clock)),
       sdp(static_cast<std::uint64_t>(std::time(nullptr)))
 {
 }
@@ -23,16 +19,15 @@ RtspServices::RtspServices(const ServerConfig& config, MediaRoutes mediaRoutes, 
 void RtspServices::setPolicy(const ServerConfig& config)
 {
     policy.replace(ServerPolicy(config));
+    users->setPolicy(config);
     sessions.setLimits(config.limits);
 }
 
-std::size_t RtspServices::setUsers(const std::vector<UserConfig>& users,
+std::size_t RtspServices::setUsers(const std::vector<UserConfig>& newUsers,
                                    const std::vector<GroupConfig>& groups)
 {
-    authenticator.setUsers(users);
-    access.replace(AccessRules(users, groups));
-    AuditLog::configurationChanged("users");
-    return sessions.endUnpermitted(*access.rules());
+    users->setUsers(newUsers, groups);
+    return sessions.endUnpermitted(*users->rights.rules());
 }
 
 }  // namespace refhost

@@ -6,14 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "refhost/access/AccessControl.h"
+#include "refhost/access/UserAccess.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Replaceable.h"
 #include "refhost/config/Config.h"
 #include "refhost/rtp/multicast/MulticastServer.h"
 #include "refhost/rtp/udp/UdpServer.h"
-#include "refhost/rtsp/auth/Authenticator.h"
-#include "refhost/rtsp/auth/LoginBrake.h"
 #include "refhost/rtsp/message/SdpWriter.h"
 #include "refhost/rtsp/session/CommonControllers.h"
 #include "refhost/rtsp/session/MediaRoutes.h"
@@ -40,7 +38,7 @@ struct RtspServices
     /// not suffice any more. What is not ended goes on, also after a change of password. Threads: one at a
     /// time.
     /// \returns how many sessions it ended
-    std::size_t setUsers(const std::vector<UserConfig>& users, const std::vector<GroupConfig>& groups);
+    std::size_t setUsers(const std::vector<UserConfig>& newUsers, const std::vector<GroupConfig>& groups);
 
     /// Judges requests by another configuration from now on; what runs goes on. Users are not among it. Threads: one
     /// at a time.
@@ -51,9 +49,7 @@ struct RtspServices
     const MediaRoutes routes;
     CommonControllers controllers;
     SessionTable sessions;
-    Authenticator authenticator;
-    AccessControl access;
-    LoginBrake brake;
+    const std::shared_ptr<UserAccess> users;  ///< not null; other protocols may share it
     const SdpWriter sdp;
     /// The server's UDP ports; null refuses UDP.
     std::shared_ptr<UdpServer> udp;

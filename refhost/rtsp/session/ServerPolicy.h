@@ -13,14 +13,12 @@ struct ServerPolicy
 {
     explicit ServerPolicy(const ServerConfig& config)
         : limits(config.limits),
-          auth(config.auth),
           security(config),
           srtpSuite(srtpSuiteNamed(config.srtp.suite).value_or(SrtpSuite::aesCm128HmacSha1Tag80))
     {
     }
 
     LimitsConfig limits;
-    AuthConfig auth;
     MediaSecurity security;
     SrtpSuite srtpSuite;
 };

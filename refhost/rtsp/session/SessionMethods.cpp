@@ -2,9 +2,9 @@
 
 #include "hostapi/description/MediaInfo.h"
 #include "live/IRTSPControllerFactory.h"
+#include "refhost/base/HeaderText.h"
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/IgnoreCase.h"
-#include "refhost/rtsp/message/RtspText.h"
 #include "refhost/rtsp/message/StatusMap.h"
 
 namespace refhost
@@ -27,8 +27,8 @@ bool acceptsSdp(const RtspRequest& request)
         std::string_view list = header->value;
         while (!list.empty())
         {
-            std::string_view entry = RtspText::cut(list, ',');
-            const std::string_view type = RtspText::cut(entry, ';');
+            std::string_view entry = HeaderText::cut(list, ',');
+            const std::string_view type = HeaderText::cut(entry, ';');
             if (type == "*/*" || type == "*" || equalsIgnoringCase(type, "application/*") ||
                 equalsIgnoringCase(type, sdpType))
             {
@@ -231,7 +231,7 @@ bool SessionMethods::permitSetup(RequestContext& context, const MediaRoutes::Rou
 /// The same for the request's track.
 bool SessionMethods::permitTrack(RequestContext& context, RtspSession& session) const
 {
-    if (!services_.access.rules()->enabled())
+    if (!services_.users->rights.rules()->enabled())
     {
         return true;
     }
@@ -308,7 +308,7 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
         return;
     }
     // Rights may have been taken away since, when the session did not have this track yet.
-    if (const auto lacked = session->lackedRight(*services_.access.rules()))
+    if (const auto lacked = session->lackedRight(*services_.users->rights.rules()))
     {
         services_.sessions.end(session);
         access_.refuse(context, session->target(), *lacked);

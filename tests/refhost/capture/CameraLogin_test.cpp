@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "refhost/rtsp/auth/DigestAuth.h"
+#include "refhost/access/DigestAuth.h"
 
 namespace refhost
 {

@@ -41,7 +41,7 @@ protected:
         auto inForce = std::make_shared<const ServerConfig>(config);
         make();
         HealthRoutes::add(service->router(),
-                          {[inForce] { return inForce; }, access.get(), &streams->states, nullptr});
+                          {[inForce] { return inForce; }, &users->rights, &streams->states, nullptr});
         start();
     }
 

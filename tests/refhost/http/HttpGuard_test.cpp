@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "refhost/access/DigestAuth.h"
+#include "refhost/access/SlowHash.h"
 #include "refhost/base/Base64.h"
-#include "refhost/rtsp/auth/DigestAuth.h"
+#include "refhost/config/PasswordHash.h"
 #include "tests/refhost/http/HttpServiceFixture.h"
 
 namespace refhost
@@ -118,7 +120,7 @@ TEST_F(HttpGuardTest, PagesOfOtherSitesChangeNothing)
 TEST_F(HttpGuardTest, WithoutUsersOnlyThisMachineMayChangeSomething)
 {
     make();
-    const HttpGuard guard(config, users());
+    const HttpGuard guard(config, *users);
     HttpRequest request;
     request.head.method = "DELETE";
     request.head.fields = {{"Host", "192.0.2.1"}};
@@ -232,35 +234,53 @@ TEST_F(HttpGuardTest, BasicIsAcceptedFromThisMachineWithoutTls)
     config.auth.basic = "tls-only";
     startWithRoutes();
     EXPECT_EQ(get("/server", as("boss", "secret")).status, 200);
-    const HttpGuard guard(config, users());
+    const HttpGuard guard(config, *users);
     HttpRequest request;
     request.head.method = "GET";
     request.head.target = "/server";
     const std::string header = as("boss", "secret");
     request.head.fields = {{"Host", "192.0.2.1"}, {"Authorization", header.substr(15, header.size() - 17)}};
     request.peer = *SocketAddress::parse("192.0.2.9");
-    EXPECT_TRUE(guard.refuseUser(request, HttpAccess::open()).has_value());
+    ConnectionLogin login(*users);
+    EXPECT_TRUE(guard.checkUser(request, login, HttpAccess::open()).refusal.has_value());
     request.encrypted = true;
-    EXPECT_FALSE(guard.refuseUser(request, HttpAccess::open()).has_value());
+    EXPECT_FALSE(guard.checkUser(request, login, HttpAccess::open()).refusal.has_value());
 }
 
-TEST_F(HttpGuardTest, WhoGuessesPasswordsIsHeldUpAndThenRefused)
+TEST_F(HttpGuardTest, APasswordThatIsKeptAsASlowHashLogsIn)
 {
     addUsers();
-    config.auth.freeFailures = 1;
-    config.auth.refuseAfter = 2;
-    config.auth.failureMemory = 86400;
-    config.auth.exemptLoopback = false;
+    PasswordHash hash;
+    hash.crypt = SlowHash::make("secret");
+    config.users[0].password.clear();
+    config.users[0].passwordHash = hash.text();
     startWithRoutes();
-    EXPECT_EQ(get("/server", as("boss", "wrong")).status, 401);
-    const auto before = std::chrono::steady_clock::now();
-    EXPECT_EQ(get("/server", as("boss", "wrong")).status, 401);
-    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(900));
-    const HttpAnswer refused = get("/server", as("boss", "secret"));
-    EXPECT_EQ(refused.status, 429);
-    EXPECT_FALSE(refused.field("retry-after").empty());
-    // What needs no login is not held up.
-    EXPECT_EQ(get("/open").status, 200);
+    HttpTestClient client(service->port());
+    const std::string right = as(config.users[0].name, "secret");
+    EXPECT_EQ(client.get("/open", right).status, 200);
+    EXPECT_EQ(client.get("/open", as(config.users[0].name, "wrong")).status, 401);
+    EXPECT_EQ(client.get("/open", right).status, 200) << "on the same connection";
+}
+
+TEST_F(HttpGuardTest, WhoGuessesWaitsAndIsThenRefused)
+{
+    addUsers();
+    config.auth.exemptLoopback = false;
+    config.auth.freeFailures = 1;
+    config.auth.maxDelay = 1;
+    config.auth.refuseAfter = 3;
+    startWithRoutes();
+    int attempts = 0;
+    HttpAnswer answer = get("/open", as("boss", "wrong"));
+    for (; answer.status == 401 && attempts < 10; ++attempts)
+    {
+        answer = get("/open", as("boss", "wrong"));
+    }
+    EXPECT_EQ(answer.status, 429);
+    EXPECT_EQ(attempts, 3);
+    EXPECT_GT(std::stoi(answer.field("retry-after")), 0);
+    EXPECT_EQ(get("/open", as("boss", "secret")).status, 429) << "whatever the password";
+    EXPECT_EQ(get("/open").status, 200) << "what needs no login is not held up";
 }
 
 }  // namespace

@@ -51,11 +51,10 @@ protected:
     {
         start();
         RtspServices& services = server->services();
-        http = std::make_unique<HttpService>(
-            config, HttpUsers{&services.authenticator, &services.brake, &services.access}, time);
+        http = std::make_unique<HttpService>(config, *services.users, time);
         auto inForce = std::make_shared<const ServerConfig>(config);
-        HttpRoutes::add(*http,
-                        {[inForce] { return inForce; }, &services.access, &states, &services.sessions});
+        HttpRoutes::add(
+            *http, {[inForce] { return inForce; }, &services.users->rights, &states, &services.sessions});
         std::string error;
         ASSERT_TRUE(http->start(error)) << error;
     }

@@ -37,17 +37,10 @@ protected:
     {
         if (service == nullptr)
         {
-            access = std::make_unique<AccessControl>(AccessRules(config.users, config.groups));
-            authenticator = std::make_unique<Authenticator>(config.users, config.realm, time);
-            brake = std::make_unique<LoginBrake>(config.auth, time);
-            service = std::make_unique<HttpService>(config, users(), time);
+            users = std::make_unique<UserAccess>(config, time);
+            service = std::make_unique<HttpService>(config, *users, time);
         }
         return *service;
-    }
-
-    HttpUsers users() const
-    {
-        return {authenticator.get(), brake.get(), access.get()};
     }
 
     void start()
@@ -96,9 +89,7 @@ protected:
 
     ServerConfig config;
     SteppedClock time;
-    std::unique_ptr<AccessControl> access;
-    std::unique_ptr<Authenticator> authenticator;
-    std::unique_ptr<LoginBrake> brake;
+    std::unique_ptr<UserAccess> users;
     std::unique_ptr<HttpService> service;
 };
 

@@ -59,7 +59,7 @@ TEST_F(HttpServiceTest, APortInUseIsAnError)
     start();
     ServerConfig second = config;
     second.http.listen = "127.0.0.1:" + std::to_string(service->port());
-    HttpService other(second, users());
+    HttpService other(second, *users);
     std::string error;
     EXPECT_FALSE(other.start(error));
     EXPECT_THAT(error, HasSubstr("http: cannot listen on 127.0.0.1 port "));

@@ -56,7 +56,7 @@ protected:
     void serve()
     {
         HttpService& made = make();
-        LiveRoute::add(made.router(), *access, streams_);
+        LiveRoute::add(made.router(), users->rights, streams_);
         start();
     }
 
@@ -339,7 +339,7 @@ TEST_F(LiveRouteTest, WhoLosesTheRightIsEnded)
         ASSERT_TRUE(next(client)) << "description, init segment, fragment";
     }
     viewer.grants.live = "2";
-    access->replace(AccessRules({viewer}, {}));
+    users->setUsers({viewer}, {});
     feedUntilTheEnd(client);
 }
 

@@ -45,7 +45,7 @@ protected:
         make();
         auto inForce = std::make_shared<const ServerConfig>(config);
         SnapshotRoutes::add(
-            service->router(), {[inForce] { return inForce; }, access.get(), &streams->states, nullptr},
+            service->router(), {[inForce] { return inForce; }, &users->rights, &streams->states, nullptr},
             std::make_shared<SnapshotService>(
                 [this] { return streams; }, [this] { return recorded.recordings; },
                 SnapshotService::Pauses{std::chrono::milliseconds(0), std::chrono::seconds(20)}));

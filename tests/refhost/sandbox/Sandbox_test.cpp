@@ -68,12 +68,13 @@ TEST_F(SandboxTest, RecordingsThatAreThereMayBeWrittenThoughNothingIsRecorded)
 
 TEST_F(SandboxTest, FilesOfTheConfigurationMayBeReadAndReplaced)
 {
+    config_.usersFile = folder_ / "users/users.toml";
     config_.tls.certificate = folder_ / "tls/chain.pem";
     config_.tls.key = folder_ / "private/key.pem";
     config_.tls.clientCa = folder_ / "ca/ca.pem";
     config_.cameras[0].streams[0].source = {SourceConfig::Kind::file, folder_ / "films/film.mp4"};
     EXPECT_TRUE(known());
-    for (const char* const name : {"etc", "tls", "private", "ca", "films"})
+    for (const char* const name : {"etc", "users", "tls", "private", "ca", "films"})
     {
         EXPECT_THAT(limits_.readable(), Contains(folder_ / name));
         EXPECT_THAT(limits_.writable(), Not(Contains(folder_ / name)));

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "refhost/rtsp/auth/DigestAuth.h"
+#include "refhost/access/DigestAuth.h"
 #include "tests/refhost/ingest/client/ScriptedCamera.h"
 
 namespace refhost

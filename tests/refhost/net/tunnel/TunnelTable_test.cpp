@@ -23,10 +23,11 @@ using test::MemoryStream;
 class StreamFrom : public test::ForwardingStream
 {
 public:
-    explicit StreamFrom(const std::string& address, bool encrypted = false)
+    explicit StreamFrom(const std::string& address, bool encrypted = false, std::string certificate = "")
         : ForwardingStream(std::make_shared<MemoryStream>()),
           address_(*SocketAddress::parse(address)),
-          encrypted_(encrypted)
+          encrypted_(encrypted),
+          certificate_(std::move(certificate))
     {
     }
 
@@ -37,6 +38,10 @@ public:
     bool encrypted() const override
     {
         return encrypted_;
+    }
+    std::string certificateName() const override
+    {
+        return certificate_;
     }
     void close() override
     {
@@ -49,6 +54,7 @@ public:
 private:
     const SocketAddress address_;
     const bool encrypted_;
+    const std::string certificate_;
 };
 
 class TunnelTableTest : public testing::Test
@@ -63,9 +69,9 @@ protected:
 
     /// \returns nothing when it is refused
     std::shared_ptr<StreamFrom> post(const std::string& address, const std::string& cookie = "c",
-                                     bool encrypted = false)
+                                     bool encrypted = false, const std::string& certificate = "")
     {
-        auto stream = std::make_shared<StreamFrom>(address, encrypted);
+        auto stream = std::make_shared<StreamFrom>(address, encrypted, certificate);
         TunnelStream::Post post{stream, 32767, "", nullptr};
         return table.add(TunnelTable::Key(*stream, cookie), post, now) ? stream : nullptr;
     }
@@ -114,6 +120,18 @@ TEST_F(TunnelTableTest, AStrangerWithTheCookieDoesNotJoin)
     EXPECT_EQ(joined, 0);
     EXPECT_EQ(table.waiting(), 3u);
     EXPECT_NE(open(from("192.0.2.2")), nullptr) << "a tunnel of its own";
+    EXPECT_EQ(joined, 1);
+}
+
+TEST_F(TunnelTableTest, BothHalvesHaveTheSameCertificate)
+{
+    const auto tunnel = open(std::make_shared<StreamFrom>("192.0.2.1", true, "admin"));
+    ASSERT_NE(tunnel, nullptr);
+    EXPECT_EQ(tunnel->certificateName(), "admin");
+    EXPECT_NE(post("192.0.2.1", "c", true, "guest"), nullptr);
+    EXPECT_NE(post("192.0.2.1", "c", true), nullptr);
+    EXPECT_EQ(joined, 0);
+    EXPECT_NE(post("192.0.2.1", "c", true, "admin"), nullptr);
     EXPECT_EQ(joined, 1);
 }
 

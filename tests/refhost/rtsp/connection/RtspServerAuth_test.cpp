@@ -3,8 +3,8 @@
 #include <memory>
 #include <string>
 
+#include "refhost/access/DigestAuth.h"
 #include "refhost/base/ChangeSignal.h"
-#include "refhost/rtsp/auth/DigestAuth.h"
 #include "tests/refhost/rtsp/connection/RtspServerFixture.h"
 
 namespace refhost

@@ -104,6 +104,21 @@ TEST(RtspUrl, AsteriskNamesTheServer)
     EXPECT_TRUE(url->server);
 }
 
+TEST(RtspUrl, ADigestResponseIsGoodForItsUrlAndOnesOfAPresentationForItsTracks)
+{
+    const std::string url = "rtsp://h/orv/live/1/0";
+    const std::string track = url + "/trackID=0";
+    EXPECT_TRUE(RtspUrl::authorizes(url, url + "/"));
+    EXPECT_TRUE(RtspUrl::authorizes(url + "/?x=y", url));
+    EXPECT_TRUE(RtspUrl::authorizes(track, url));
+    EXPECT_TRUE(RtspUrl::authorizes(track, track));
+    EXPECT_FALSE(RtspUrl::authorizes(url, track));
+    EXPECT_FALSE(RtspUrl::authorizes(track, url + "/trackID=1"));
+    EXPECT_FALSE(RtspUrl::authorizes("rtsp://h/orv/live/1/1", url));
+    EXPECT_FALSE(RtspUrl::authorizes("*", url));
+    EXPECT_FALSE(RtspUrl::authorizes("no URL", "no URL"));
+}
+
 TEST(RtspUrl, AnEncryptedConnectionsBaseIsRtsps)
 {
     for (const auto& [text, base] : {std::pair("rtsp://h:554/orv/live/1/0", "rtsps://h:554/orv/live/1/0"),

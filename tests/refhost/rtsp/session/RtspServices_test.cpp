@@ -17,13 +17,15 @@ TEST(RtspServices, RequestsAreJudgedByAnotherConfigurationFromThenOn)
 
     config.cameras.front().security = "srtp";
     config.auth.basic = "always";
+    config.tls.certificateUsers = true;
     config.limits.idleTimeout = 7;
     config.srtp.suite = "AEAD_AES_128_GCM";
     services.setPolicy(config);
 
     const auto present = services.policy.get();
     EXPECT_EQ(present->security.of(1), Protection::srtp);
-    EXPECT_EQ(present->auth.basic, "always");
+    EXPECT_TRUE(services.users->takesBasic(false));
+    EXPECT_TRUE(services.users->takesCertificates());
     EXPECT_EQ(present->limits.idleTimeout, 7);
     EXPECT_EQ(present->srtpSuite, SrtpSuite::aeadAes128Gcm);
     // A request that still holds the former one is not disturbed.

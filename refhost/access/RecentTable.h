@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/rtsp/auth/LoginBrake_test.cpp.
+// Tested by tests/refhost/access/LoginBrake_test.cpp.
 
 #include <cstddef>
 #include <cstdint>

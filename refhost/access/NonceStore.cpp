@@ -1,4 +1,4 @@
-#include "refhost/rtsp/auth/NonceStore.h"
+#include "refhost/access/NonceStore.h"
 
 #include <glib.h>
 
@@ -6,9 +6,9 @@
 #include <memory>
 #include <utility>
 
+#include "refhost/access/DigestAuth.h"
 #include "refhost/base/Hex.h"
 #include "refhost/base/RandomBytes.h"
-#include "refhost/rtsp/auth/DigestAuth.h"
 
 namespace refhost
 {

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/auth/LoginBrake.h"
+#include "refhost/access/LoginBrake.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/auth/NonceStore.h"
+#include "refhost/access/NonceStore.h"
 
 #include <gtest/gtest.h>
 

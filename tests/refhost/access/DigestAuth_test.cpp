@@ -1,4 +1,4 @@
-#include "refhost/rtsp/auth/DigestAuth.h"
+#include "refhost/access/DigestAuth.h"
 
 #include <gtest/gtest.h>
 

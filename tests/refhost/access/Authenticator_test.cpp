@@ -1,4 +1,4 @@
-#include "refhost/rtsp/auth/Authenticator.h"
+#include "refhost/access/Authenticator.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "refhost/rtsp/auth/DigestAuth.h"
+#include "refhost/access/DigestAuth.h"
 #include "tests/refhost/rtsp/connection/SteppedClock.h"
 
 namespace refhost
@@ -28,15 +28,17 @@ constexpr Authenticator::Client elsewhere{{2}, 9};
 class AuthenticatorTest : public testing::Test
 {
 protected:
+    static std::string nonceOf(const std::string& challenge)
+    {
+        const std::size_t at = challenge.find("nonce=\"") + 7;
+        return challenge.substr(at, challenge.find('"', at) - at);
+    }
+
     /// The nonce of a new challenge.
     std::string challenge(bool stale = false)
     {
-        ResponseWriter writer;
-        writer.start(rtspUnauthorized, "1");
-        authenticator_.challenge(writer, stale, here);
-        challenge_ = std::string(writer.finish());
-        const std::size_t at = challenge_.find("nonce=\"") + 7;
-        return challenge_.substr(at, challenge_.find('"', at) - at);
+        challenges_ = authenticator_.challenges(stale, here);
+        return nonceOf(challenges_.at(0));
     }
 
     std::string answer(Algorithm algorithm, const std::string& nonce, const std::string& count,
@@ -58,49 +60,46 @@ protected:
     Verdict check(const std::string& uri, const std::string& header,
                   const Authenticator::Client& client = here)
     {
-        return authenticator_.check("DESCRIBE", uri, header, client).verdict;
+        return authenticator_.check({"DESCRIBE", uri, header, client}).verdict;
     }
 
     SteppedClock time_;
     Authenticator authenticator_{{{"admin", "secret"}, {"other", "p:w"}}, "here", time_};
-    std::string challenge_;
+    std::vector<std::string> challenges_;
 };
 
 TEST_F(AuthenticatorTest, WithoutUsersEverybodyIsGranted)
 {
     Authenticator open({}, "here", time_);
     EXPECT_FALSE(open.enabled());
-    EXPECT_EQ(open.check("DESCRIBE", url, "", here).verdict, Verdict::granted);
+    EXPECT_EQ(open.check({"DESCRIBE", url, "", here}).verdict, Verdict::granted);
 }
 
 TEST_F(AuthenticatorTest, OffersMd5FirstAndLastOfDigestAndBasicLast)
 {
     const std::string nonce = challenge();
-    const auto digest = [&nonce](const std::string& algorithm, const std::string& stale = {})
-    {
-        return "WWW-Authenticate: Digest realm=\"here\", nonce=\"" + nonce + "\"" + stale +
-               ", algorithm=" + algorithm + ", qop=\"auth\"\r\n";
+    const auto digest = [&nonce](const std::string& algorithm) {
+        return R"(Digest realm="here", nonce=")" + nonce + R"(", algorithm=)" + algorithm + R"(, qop="auth")";
     };
-    const std::string basic = "WWW-Authenticate: Basic realm=\"here\"\r\n";
-    EXPECT_NE(challenge_.find(digest("MD5") + digest("SHA-256") + digest("MD5") + basic), std::string::npos)
-        << challenge_;
-    EXPECT_EQ(challenge_.find("stale"), std::string::npos);
+    EXPECT_EQ(challenges_, (std::vector<std::string>{digest("MD5"), digest("SHA-256"), digest("MD5"),
+                                                     R"(Basic realm="here")"}));
 }
 
 TEST_F(AuthenticatorTest, BasicThatIsNotTakenIsNeitherOfferedNorGranted)
 {
-    ResponseWriter writer;
-    writer.start(rtspUnauthorized, "1");
-    authenticator_.challenge(writer, false, here, false);
-    EXPECT_EQ(writer.finish().find("Basic"), std::string_view::npos);
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, "Basic YWRtaW46c2VjcmV0", here, false).verdict,
+    for (const std::string& challenge : authenticator_.challenges(false, here, false))
+    {
+        EXPECT_EQ(challenge.rfind("Digest ", 0), 0U) << challenge;
+    }
+    EXPECT_EQ(authenticator_.check({"DESCRIBE", url, "Basic YWRtaW46c2VjcmV0", here, false}).verdict,
               Verdict::denied);
 }
 
 TEST_F(AuthenticatorTest, SaysStaleRightBehindTheNonceWhereSimpleClientsLook)
 {
     const std::string nonce = challenge(true);
-    EXPECT_NE(challenge_.find("nonce=\"" + nonce + "\", stale=true, algorithm=MD5"), std::string::npos);
+    EXPECT_NE(challenges_.at(0).find("nonce=\"" + nonce + "\", stale=true, algorithm=MD5"),
+              std::string::npos);
 }
 
 TEST_F(AuthenticatorTest, GrantsTheRightPasswordByEveryMethod)
@@ -125,7 +124,7 @@ TEST_F(AuthenticatorTest, DeniesEverythingElse)
     {
         EXPECT_EQ(check(url, header), Verdict::denied) << header;
     }
-    EXPECT_EQ(authenticator_.check("PLAY", url, answer(Algorithm::md5, nonce, "00000001"), here).verdict,
+    EXPECT_EQ(authenticator_.check({"PLAY", url, answer(Algorithm::md5, nonce, "00000001"), here}).verdict,
               Verdict::denied)
         << "the answer was for another method";
 }
@@ -148,7 +147,7 @@ TEST_F(AuthenticatorTest, SaysWhyItDenies)
           Case{answer(Algorithm::md5, nonce, "00000001", "secret", "/x"), Denial::resource},
           Case{answer(Algorithm::sha256, nonce, "00000001", "wrong"), Denial::password}})
     {
-        EXPECT_EQ(authenticator_.check("DESCRIBE", url, c.header, here).denial, c.denial) << c.header;
+        EXPECT_EQ(authenticator_.check({"DESCRIBE", url, c.header, here}).denial, c.denial) << c.header;
     }
 }
 
@@ -200,11 +199,12 @@ TEST_F(AuthenticatorTest, UnknownUsersTakeAsLongAsWrongPasswords)
 TEST_F(AuthenticatorTest, NamesTheUserWhomItGrants)
 {
     const std::string nonce = challenge();
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, "Basic b3RoZXI6cDp3", here).user, "other");
-    EXPECT_EQ(authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001"), here).user,
+    EXPECT_EQ(authenticator_.check({"DESCRIBE", url, "Basic b3RoZXI6cDp3", here}).user, "other");
+    EXPECT_EQ(authenticator_.check({"DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001"), here}).user,
               "admin");
     EXPECT_EQ(
-        authenticator_.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000002", "wrong"), here).user,
+        authenticator_.check({"DESCRIBE", url, answer(Algorithm::md5, nonce, "00000002", "wrong"), here})
+            .user,
         "");
 }
 
@@ -230,15 +230,10 @@ TEST_F(AuthenticatorTest, AnAnswerWithoutQopIsGoodOnItsConnectionAndForAMinuteOn
 TEST_F(AuthenticatorTest, AnswersWithoutQopCanBeRefused)
 {
     Authenticator strict({{"admin", "secret"}}, "here", time_, false);
-    ResponseWriter writer;
-    writer.start(rtspUnauthorized, "1");
-    strict.challenge(writer, false, here);
-    const std::string text(writer.finish());
-    const std::size_t at = text.find("nonce=\"") + 7;
-    const std::string nonce = text.substr(at, text.find('"', at) - at);
-    EXPECT_EQ(strict.check("DESCRIBE", url, answer(Algorithm::md5, nonce, ""), here).verdict,
+    const std::string nonce = nonceOf(strict.challenges(false, here).at(0));
+    EXPECT_EQ(strict.check({"DESCRIBE", url, answer(Algorithm::md5, nonce, ""), here}).verdict,
               Verdict::denied);
-    EXPECT_EQ(strict.check("DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001"), here).verdict,
+    EXPECT_EQ(strict.check({"DESCRIBE", url, answer(Algorithm::md5, nonce, "00000001"), here}).verdict,
               Verdict::granted);
 }
 
@@ -261,12 +256,24 @@ TEST_F(AuthenticatorTest, AnExpiredOrForeignNonceIsStaleOnlyWithTheRightPassword
 TEST_F(AuthenticatorTest, TheAnswerMustNameTheRequestsResource)
 {
     const std::string nonce = challenge();
-    const std::string track = std::string(url) + "/trackID=0";
-    EXPECT_EQ(check(track, answer(Algorithm::md5, nonce, "00000001")), Verdict::granted)
-        << "a client may name the presentation";
-    EXPECT_EQ(check(std::string(url) + "/?x=y", answer(Algorithm::md5, nonce, "00000002")), Verdict::granted);
-    EXPECT_EQ(check("rtsp://h/orv/live/1/1", answer(Algorithm::md5, nonce, "00000003")), Verdict::denied);
-    EXPECT_EQ(check(url, answer(Algorithm::md5, nonce, "00000004", "secret", track)), Verdict::denied);
+    EXPECT_EQ(check("/page", answer(Algorithm::md5, nonce, "00000001", "secret", "/page")), Verdict::granted);
+    EXPECT_EQ(check("/page", answer(Algorithm::md5, nonce, "00000002", "secret", "/pag")), Verdict::denied);
+}
+
+TEST_F(AuthenticatorTest, AProtocolSaysWhichResourcesAreTheSame)
+{
+    const std::string nonce = challenge();
+    const auto check = [&](const std::string& uri, const std::string& count)
+    {
+        const std::string header = answer(Algorithm::md5, nonce, count, "secret", "/page");
+        return authenticator_
+            .check({"DESCRIBE", uri, header, here, true,
+                    [](std::string_view request, std::string_view digest)
+                    { return request.substr(0, digest.size()) == digest; }})
+            .verdict;
+    };
+    EXPECT_EQ(check("/page/part", "00000001"), Verdict::granted);
+    EXPECT_EQ(check("/other", "00000002"), Verdict::denied);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@ namespace refhost
 {
 
 /// Text functions shared by the header parsers. ASCII, independent of the locale. Threads: any; no state.
-class RtspText
+class HeaderText
 {
 public:
     /// Removes blanks, tabs and line ends of folded lines at both ends.

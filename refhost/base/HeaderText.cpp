@@ -1,4 +1,4 @@
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/HeaderText.h"
 
 #include <algorithm>
 #include <array>
@@ -28,7 +28,7 @@ bool isBlank(char c)
 
 }  // namespace
 
-std::string_view RtspText::trim(std::string_view text)
+std::string_view HeaderText::trim(std::string_view text)
 {
     while (!text.empty() && isBlank(text.front()))
     {
@@ -41,7 +41,7 @@ std::string_view RtspText::trim(std::string_view text)
     return text;
 }
 
-std::string_view RtspText::cut(std::string_view& rest, char separator)
+std::string_view HeaderText::cut(std::string_view& rest, char separator)
 {
     bool quoted = false;
     for (std::size_t i = 0; i < rest.size(); ++i)
@@ -66,7 +66,7 @@ std::string_view RtspText::cut(std::string_view& rest, char separator)
     return trim(part);
 }
 
-std::string_view RtspText::unquote(std::string_view text)
+std::string_view HeaderText::unquote(std::string_view text)
 {
     if (text.size() >= 2 && text.front() == '"' && text.back() == '"')
     {
@@ -75,7 +75,7 @@ std::string_view RtspText::unquote(std::string_view text)
     return text;
 }
 
-bool RtspText::isToken(std::string_view text)
+bool HeaderText::isToken(std::string_view text)
 {
     return !text.empty() &&
            std::all_of(text.begin(), text.end(),

@@ -7,11 +7,11 @@
 #include <string>
 #include <string_view>
 
+#include "refhost/access/RecentTable.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Mutex.h"
 #include "refhost/base/SocketAddress.h"
 #include "refhost/config/Config.h"
-#include "refhost/rtsp/auth/RecentTable.h"
 
 namespace refhost
 {

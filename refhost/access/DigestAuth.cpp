@@ -1,13 +1,13 @@
-#include "refhost/rtsp/auth/DigestAuth.h"
+#include "refhost/access/DigestAuth.h"
 
 #include <glib.h>
 
 #include <initializer_list>
 #include <memory>
 
+#include "refhost/base/HeaderText.h"
 #include "refhost/base/Hex.h"
 #include "refhost/base/IgnoreCase.h"
-#include "refhost/rtsp/message/RtspText.h"
 
 namespace refhost
 {
@@ -44,14 +44,14 @@ bool DigestAuth::parse(std::string_view parameters, Answer& out)
     bool supported = true;
     while (!parameters.empty())
     {
-        const std::string_view parameter = RtspText::cut(parameters, ',');
+        const std::string_view parameter = HeaderText::cut(parameters, ',');
         const std::size_t equals = parameter.find('=');
         if (equals == std::string_view::npos)
         {
             continue;
         }
-        const std::string_view name = RtspText::trim(parameter.substr(0, equals));
-        const std::string_view value = RtspText::unquote(RtspText::trim(parameter.substr(equals + 1)));
+        const std::string_view name = HeaderText::trim(parameter.substr(0, equals));
+        const std::string_view value = HeaderText::unquote(HeaderText::trim(parameter.substr(equals + 1)));
         struct Field
         {
             std::string_view name;

@@ -1,4 +1,4 @@
-#include "refhost/rtsp/message/RtspText.h"
+#include "refhost/base/HeaderText.h"
 
 #include <gtest/gtest.h>
 
@@ -17,44 +17,44 @@ std::vector<std::string> parts(std::string_view text)
     std::vector<std::string> found;
     while (!text.empty())
     {
-        found.emplace_back(RtspText::cut(text, ','));
+        found.emplace_back(HeaderText::cut(text, ','));
     }
     return found;
 }
 
 }  // namespace
 
-TEST(RtspText, TrimsBlanksTabsAndFoldedLineEndsAtBothEnds)
+TEST(HeaderText, TrimsBlanksTabsAndFoldedLineEndsAtBothEnds)
 {
-    EXPECT_EQ("a b", RtspText::trim(" \t\r\n a b\t \r\n"));
-    EXPECT_EQ("", RtspText::trim(" \t"));
-    EXPECT_EQ("", RtspText::trim(""));
+    EXPECT_EQ("a b", HeaderText::trim(" \t\r\n a b\t \r\n"));
+    EXPECT_EQ("", HeaderText::trim(" \t"));
+    EXPECT_EQ("", HeaderText::trim(""));
 }
 
-TEST(RtspText, CutsAtSeparatorsOutsideOfQuotesOnly)
+TEST(HeaderText, CutsAtSeparatorsOutsideOfQuotesOnly)
 {
     EXPECT_EQ((std::vector<std::string>{"a", "b=\"c,d\"", "", "e"}), parts("a , b=\"c,d\" ,, e"));
     EXPECT_EQ((std::vector<std::string>{"a=\"b,c"}), parts("a=\"b,c"));
 }
 
-TEST(RtspText, UnquotesWhatHasQuotesAtBothEnds)
+TEST(HeaderText, UnquotesWhatHasQuotesAtBothEnds)
 {
-    EXPECT_EQ("a", RtspText::unquote("\"a\""));
-    EXPECT_EQ("", RtspText::unquote("\"\""));
+    EXPECT_EQ("a", HeaderText::unquote("\"a\""));
+    EXPECT_EQ("", HeaderText::unquote("\"\""));
     for (const char* const text : {"", "a", "\"", "\"a", "a\""})
     {
-        EXPECT_EQ(text, RtspText::unquote(text));
+        EXPECT_EQ(text, HeaderText::unquote(text));
     }
 }
 
-TEST(RtspText, TokensHaveNoSeparatorsAndNoControlCharacters)
+TEST(HeaderText, TokensHaveNoSeparatorsAndNoControlCharacters)
 {
-    EXPECT_TRUE(RtspText::isToken("GET_PARAMETER"));
-    EXPECT_TRUE(RtspText::isToken("x-9.!#$%&'*+-^_`|~"));
+    EXPECT_TRUE(HeaderText::isToken("GET_PARAMETER"));
+    EXPECT_TRUE(HeaderText::isToken("x-9.!#$%&'*+-^_`|~"));
     for (const std::string& text : {std::string(), std::string("a b"), std::string("a:"), std::string("a/b"),
                                     std::string("\x7f"), std::string("a\0", 2), std::string("\xe9")})
     {
-        EXPECT_FALSE(RtspText::isToken(text)) << text;
+        EXPECT_FALSE(HeaderText::isToken(text)) << text;
     }
 }
 
