@@ -34,13 +34,14 @@ BASE = {
 }
 # Texts have no other value that can be made up.
 TEXTS = {
-    ("", "listen"): "127.0.0.2", ("", "realm"): "else",
+    ("", "listen"): "127.0.0.2", ("", "realm"): "else", ("", "users-file"): "users.toml",
     ("tls", "listen"): "127.0.0.1", ("tls", "directory"): "tls2", ("tls", "ciphers"): "TLS_AES_128_GCM_SHA256:ECDHE+AESGCM",
     ("http", "listen"): "127.0.0.1:0", ("http", "names"): "else",
     ("talk-back", "device"): "else",
     ("multicast", "pool"): "239.7.0.0/16", ("multicast", "interface"): "lo",
     ("recording", "directory"): "else", ("recording", "min-free"): "3%",
     ("group", "name"): "others", ("user", "name"): "other", ("user", "password"): "two", ("user", "groups"): "guards",
+    ("user", "password-hash"): "crypt:$y$j9T$salt$" + "a" * 43,
     ("camera", "name"): "garden",
     ("camera.stream", "location"): LAUNCH.format(pattern="ball"), ("camera.stream", "tls-fingerprint"): "AB" * 32,
     ("camera.stream", "multicast"): "239.1.2.3:5004",
@@ -51,6 +52,7 @@ TOGETHER = {
     ("tls", "key"): {("tls", "self-signed"): False, ("tls", "certificate"): "tls/certificate.pem"},
     ("camera.stream", "source"): {("camera.stream", "location"): None},
     ("user", "name"): {},
+    ("user", "password-hash"): {("user", "password"): None},
 }
 TEXTS[("tls", "certificate")] = "tls/certificate.pem"
 TEXTS[("tls", "key")] = "tls/key.pem"
@@ -166,7 +168,8 @@ class Watched:
 
 def test_each_key_does_what_the_manual_says(serve, build_folder):
     server = serve(written(BASE))
-    server.allow_problem("needs a restart|everybody can read|nobody watch|lets nobody|may do everything|can read its SRTP keys|there is no TLS")
+    server.allow_problem("needs a restart|everybody can read|nobody watch|lets nobody|may do everything|can read its SRTP keys|there is no TLS|no client-ca")
+    (server.folder / "users.toml").write_text('[[user]]\nname = "further"\npassword = "three"\nlive = "*"\n')
     pair = sorted((server.folder / "tls").glob("*.pem")) if (server.folder / "tls").exists() else []
     watched = Watched(server, build_folder / "ovrtspd")
     tried, untried = 0, []

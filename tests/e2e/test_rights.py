@@ -1,10 +1,16 @@
 """Users, what they may watch, and how their passwords are kept."""
 
+import json
 import pathlib
+import re
+import socket
+import ssl
 import subprocess
+import urllib.parse
 
 import ffmpeg
 import pytest
+from reload import reload
 
 CAMERAS = """
 [[camera]]
@@ -78,3 +84,52 @@ def test_a_memory_hard_hash_logs_in_over_tls(server):
     assert run.returncode == 0, run.stderr
     run = outcome(url.replace("rtsps://", "rtsps://slow:wrong@"))
     assert "401 Unauthorized" in run.stderr
+
+
+def certificate(folder, name, issuer=None):
+    """A certificate and its key with a common name, signed by another one or by itself: their files."""
+    pem, key = folder / f"{name}.pem", folder / f"{name}-key.pem"
+    signed = ["-CA", issuer[0], "-CAkey", issuer[1]] if issuer else []
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "1",
+                    "-subj", f"/CN={name}", "-keyout", key, "-out", pem, *signed], capture_output=True, timeout=20, check=True)
+    return pem, key
+
+
+def status(server, path, client=None):
+    """Of a DESCRIBE over TLS, by a client with a certificate."""
+    context = ssl.create_default_context()
+    context.check_hostname = False
+    context.verify_mode = ssl.CERT_NONE
+    if client:
+        context.load_cert_chain(*client)
+    url = urllib.parse.urlsplit(server.tls_url(path))
+    with socket.create_connection((url.hostname, url.port), timeout=10) as plain, context.wrap_socket(plain) as encrypted:
+        encrypted.sendall(f"DESCRIBE {url.geturl()} RTSP/1.0\r\nCSeq: 1\r\n\r\n".encode())
+        return int(encrypted.recv(4096).split()[1])
+
+
+def test_a_certificate_is_a_login_until_its_user_is_gone(serve, build_folder, tmp_path):
+    ca = certificate(tmp_path, "ca")
+    recorder, stranger = certificate(tmp_path, "recorder", ca), certificate(tmp_path, "recorder-2")
+    users = tmp_path / "users" / "users.toml"
+    users.parent.mkdir()
+    users.write_text('[[user]]\nname = "recorder"\nlive = "1"\nplayback = "1"\n[[user]]\nname = "boss"\npassword = "secret"\nlive = "*"\n')
+    users.chmod(0o600)
+    server = serve(f'port = 0\nlog-level = "debug"\nusers-file = "{users}"\n{CAMERAS}'
+                   f'[tls]\nport = 0\nself-signed = true\ndirectory = "tls"\nclient-ca = "{ca[0]}"\ncertificate-users = true\n'
+                   '[http]\nlisten = "127.0.0.1:0"\ntls = true\n')
+    assert status(server, "orv/live/1/0", recorder) == 200
+    assert status(server, "orv/live/2/0", recorder) == 403
+    with pytest.raises((ssl.SSLError, ConnectionError, IndexError)):
+        status(server, "orv/live/1/0", stranger)
+
+    port = re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1)
+    listed = subprocess.run(["curl", "-sSk", "--cert", recorder[0], "--key", recorder[1],
+                             f"https://127.0.0.1:{port}/api/v1/cameras"], capture_output=True, text=True, timeout=20, check=True)
+    assert [camera["id"] for camera in json.loads(listed.stdout)["cameras"]] == [1]
+
+    # The file is in a folder of its own, and is read again.
+    users.write_text('[[user]]\nname = "boss"\npassword = "secret"\nlive = "*"\n')
+    run = reload(server, build_folder / "ovrtspd")
+    assert 'user "recorder" removed' in run.stdout, run.stdout + run.stderr
+    assert status(server, "orv/live/1/0", recorder) == 401
