@@ -275,7 +275,7 @@ void Application::printUrls(const RtspServer& server) const
         {
             const std::string url = fmt::format("{}{}/{}", base, camera.id, stream.id);
             first = first.empty() ? url : first;
-            records = records || stream.record;
+            records = records || stream.isRecorded();
             text += fmt::format("  {}\n      {}: {}\n", url, camera.streamName(stream.id), describe(stream));
         }
     }
@@ -414,7 +414,7 @@ int Application::run()
     RtspServices& services = server.services();
     HttpService http(config_, *services.users);
     HttpRoutes::add(http, {[&reload] { return reload.running(); }, &services.users->rights,
-                           &CameraStates::instance(), &services.sessions, &reload});
+                           &CameraStates::instance(), &services.sessions, &reload, &recording.control()});
     PageRoutes::add(http.router());
     if (!startHttp(http))
     {

@@ -57,7 +57,7 @@ std::string sizeProblem(const ServerConfig& config)
     const auto records = [](const CameraConfig& camera)
     {
         return std::any_of(camera.streams.begin(), camera.streams.end(),
-                           [](const StreamConfig& stream) { return stream.record; });
+                           [](const StreamConfig& stream) { return stream.isRecorded(); });
     };
     if (std::none_of(config.cameras.begin(), config.cameras.end(), records))
     {
@@ -111,6 +111,20 @@ std::vector<Codec> StreamConfig::codecs() const
         }
     }
     return all;
+}
+
+std::string_view nameOf(RecordMode mode)
+{
+    switch (mode)
+    {
+        case RecordMode::never:
+            return "never";
+        case RecordMode::events:
+            return "events";
+        case RecordMode::always:
+            break;
+    }
+    return "always";
 }
 
 bool StreamConfig::operator==(const StreamConfig& other) const
@@ -224,7 +238,7 @@ ServerConfig ServerConfig::embedded()
 {
     ServerConfig config;
     config.cameras = embeddedCameras();
-    config.cameras.front().streams.front().record = true;
+    config.cameras.front().streams.front().record = RecordMode::always;
     return config;
 }
 

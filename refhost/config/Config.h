@@ -40,6 +40,17 @@ struct SourceConfig
     bool operator==(const SourceConfig& other) const;
 };
 
+/// When a stream is recorded.
+enum class RecordMode
+{
+    never,
+    events,  ///< with the time before and after each event that is posted to the HTTP service
+    always
+};
+
+/// The word of the configuration file.
+std::string_view nameOf(RecordMode mode);
+
 /// One stream of a camera. Sizes and rates apply where the host encodes; media sent without transcoding keep
 /// theirs.
 struct StreamConfig
@@ -54,12 +65,20 @@ struct StreamConfig
     std::optional<Codec> videoCodec = Codec::h264;  ///< nothing: no video
     std::optional<Codec> audioCodec = Codec::pcmu;  ///< nothing: no audio
     std::string multicast;  ///< fixed multicast group as "239.1.2.3:5004"; empty: one of the pool
-    bool record = false;
+    RecordMode record = RecordMode::never;
+    int preRoll = 5;    ///< seconds before an event
+    int postRoll = 10;  ///< seconds after an event
     std::string start =
         "default";  ///< how viewers start: "burst", "paced", "key-frame", or "default": the server's setting
 
     /// The configured codecs of video and audio.
     std::vector<Codec> codecs() const;
+
+    /// Whether it is recorded at all, be it on events.
+    bool isRecorded() const
+    {
+        return record != RecordMode::never;
+    }
 
     bool operator==(const StreamConfig& other) const;
 };

@@ -115,7 +115,21 @@ const std::vector<ConfigKey<StreamConfig>>& configKeys<StreamConfig>()
                                "How viewers of this stream start, where not as the key at the top says.",
                                {"default", "burst", "paced", "key-frame"})
             .on(ReloadEffect::newcomers),
-        flag<&Stream::record>("record", "Record the stream; its source runs all the time then.")
+        choice<&Stream::record>(
+            "record",
+            "When the stream is recorded: \"always\", on \"events\" that are posted to the HTTP service, or "
+            "\"never\". Its source runs all the time unless it is \"never\". true stands for \"always\", "
+            "false for \"never\".",
+            {"always", "events", "never"})
+            .orFlag("always", "never")
+            .on(ReloadEffect::atOnce),
+        number<&Stream::preRoll>("pre-roll",
+                                 "Seconds before an event that are recorded with it, at least; they wait in "
+                                 "memory, at most 64 MiB of a stream and 512 MiB of all.",
+                                 0, 60)
+            .on(ReloadEffect::atOnce),
+        number<&Stream::postRoll>(
+            "post-roll", "Seconds after an event that are recorded; the next key frame ends it.", 1, 3600)
             .on(ReloadEffect::atOnce),
     };
     return keys;

@@ -29,6 +29,9 @@ constexpr std::int64_t maxQuantityTime = 999999 * hour;
 constexpr std::array<std::string_view, 6> sourceKinds{"synthetic", "file",     "v4l2",
                                                       "rtsp",      "rtsp-gst", "launch"};
 
+/// In the order of RecordMode.
+constexpr std::array<std::string_view, 3> recordModes{"never", "events", "always"};
+
 inline std::string toChoice(const std::string& value)
 {
     return value;
@@ -42,6 +45,11 @@ inline std::string toChoice(const std::optional<Codec>& codec)
 inline std::string toChoice(SourceConfig::Kind kind)
 {
     return std::string(sourceKinds.at(static_cast<std::size_t>(kind)));
+}
+
+inline std::string toChoice(RecordMode mode)
+{
+    return std::string(nameOf(mode));
 }
 
 inline void fromChoice(const std::string& choice, std::string& out)
@@ -58,6 +66,12 @@ inline void fromChoice(const std::string& choice, SourceConfig::Kind& out)
 {
     const auto* const found = std::find(sourceKinds.begin(), sourceKinds.end(), choice);
     out = static_cast<SourceConfig::Kind>(found - sourceKinds.begin());
+}
+
+inline void fromChoice(const std::string& choice, RecordMode& out)
+{
+    const auto* const found = std::find(recordModes.begin(), recordModes.end(), choice);
+    out = static_cast<RecordMode>(found - recordModes.begin());
 }
 
 template <typename... Members>

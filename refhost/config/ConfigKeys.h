@@ -60,6 +60,8 @@ struct ChoiceSetting
     std::string (*get)(const Section&);
     void (*set)(Section&, const std::string& choice);
     std::vector<std::string_view> choices;
+    std::string_view whenTrue{};   ///< the word that `true` stands for; empty: the key takes words alone
+    std::string_view whenFalse{};  ///< likewise
 };
 
 /// Free text. \see TextKind
@@ -149,6 +151,16 @@ struct ConfigKey
     {
         ConfigKey changed = *this;
         changed.effect = newEffect;
+        return changed;
+    }
+
+    /// The same key, of words, which also takes true and false.
+    ConfigKey orFlag(std::string_view whenTrue, std::string_view whenFalse) const
+    {
+        ConfigKey changed = *this;
+        auto& words = std::get<ChoiceSetting<Section>>(changed.setting);
+        words.whenTrue = whenTrue;
+        words.whenFalse = whenFalse;
         return changed;
     }
 

@@ -263,6 +263,18 @@ private:
         return {};
     }
 
+    template <typename Section>
+    static std::string assign(const toml::node& node, const ChoiceSetting<Section>& setting, Section& out)
+    {
+        if (const auto flag = node.value_exact<bool>(); flag && !setting.whenTrue.empty())
+        {
+            return ConfigCheck::assign(setting, std::string(*flag ? setting.whenTrue : setting.whenFalse),
+                                       out);
+        }
+        const auto value = node.value_exact<std::string>();
+        return value ? ConfigCheck::assign(setting, *value, out) : "must be a string, not " + describe(node);
+    }
+
     template <typename Section, template <typename> typename Setting>
     static std::string assign(const toml::node& node, const Setting<Section>& setting, Section& out)
     {

@@ -70,7 +70,8 @@ constexpr auto configSections()
                 "multicast", "Streams that are sent to many viewers at once: orv/multicast.",
                 &Server::multicast},
             SingleSection<RecordingConfig, Server>{
-                "recording", "What is recorded: streams with record = true.", &Server::recording},
+                "recording", "What is recorded: streams with record = \"always\" or \"events\".",
+                &Server::recording},
             SectionList<GroupConfig, Server>{"group", "group",
                                              "What the users of a group may do, with which cameras: \"*\", "
                                              "\"none\", or numbers such as \"1, 3-5\".",

@@ -17,7 +17,7 @@ int recordedBitRate(const ServerConfig& config)
     {
         for (const StreamConfig& stream : camera.streams)
         {
-            sum += stream.record ? stream.bitRate : 0;
+            sum += stream.isRecorded() ? stream.bitRate : 0;
         }
     }
     return sum;

@@ -32,13 +32,16 @@ Json documentOf(const ServerView& view, const CameraConfig& camera, const Stream
     const CameraStatus status = view.cameras->find(camera.id, stream.id).value_or(CameraStatus());
     const auto streams = Device::streams();
     const auto source = streams == nullptr ? nullptr : streams->find(camera.id, stream.id);
+    const auto recording =
+        view.recording == nullptr ? std::nullopt : view.recording->state(camera.id, stream.id);
     return {{"camera", camera.id},
             {"stream", stream.id},
             {"path", "orv/live/" + std::to_string(camera.id) + "/" + std::to_string(stream.id)},
             {"state", nameOf(status.state)},
             {"since", status.starts == 0 ? Json() : Json(JsonDocument::time(status.since))},
             {"needed", source != nullptr && source->isNeeded()},
-            {"record", stream.record},
+            {"record", nameOf(stream.record)},
+            {"recording", recording && recording->recording},
             {"video", codecName(stream.videoCodec)},
             {"audio", codecName(stream.audioCodec)},
             {"starts", status.starts},

@@ -19,9 +19,12 @@ constexpr int ok = 200;
 constexpr int unavailable = 503;
 
 /// A stream must run while it is recorded or somebody watches it.
-bool mustRun(const StreamConfig& stream, const StreamSource* source)
+bool mustRun(const ServerView& view, const CameraConfig& camera, const StreamConfig& stream,
+             const StreamSource* source)
 {
-    return stream.record || (source != nullptr && source->isNeeded());
+    const bool off =
+        view.recording != nullptr && view.recording->switchOf(camera.id) == RecordingControl::Switch::off;
+    return (stream.isRecorded() && !off) || (source != nullptr && source->isNeeded());
 }
 
 HttpReply readiness(const ServerView& view, const HttpRequest& request)
@@ -37,7 +40,7 @@ HttpReply readiness(const ServerView& view, const HttpRequest& request)
             const auto source = streams == nullptr ? nullptr : streams->find(camera.id, stream.id);
             const auto status = view.cameras->find(camera.id, stream.id);
             const CameraState state = status ? status->state : CameraState::idle;
-            if (!mustRun(stream, source.get()) || state == CameraState::running)
+            if (!mustRun(view, camera, stream, source.get()) || state == CameraState::running)
             {
                 continue;
             }

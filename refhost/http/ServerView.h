@@ -10,6 +10,7 @@
 #include "refhost/capture/CameraStates.h"
 #include "refhost/config/Config.h"
 #include "refhost/config/Reloader.h"
+#include "refhost/recording/RecordingControl.h"
 #include "refhost/rtsp/session/SessionTable.h"
 
 namespace refhost
@@ -30,6 +31,9 @@ struct ServerView
 
     /// Likewise; null: the configuration cannot be read again.
     Reloader* reloader = nullptr;
+
+    /// Likewise; null: the server does not record.
+    RecordingControl* recording = nullptr;
 
     /// Whether a user may know that a camera is there: it may watch it live or recorded, or administer it.
     /// \param user  empty: a client that did not log in

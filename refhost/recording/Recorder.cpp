@@ -52,6 +52,8 @@ Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, 
       disk_(disk),
       options_(options),
       hooks_(std::move(hooks)),
+      gate_(options.rolls, disk.preRoll()),
+      maxQueued_(maxQueued(options.rolls)),
       cutter_(
           options.segmentLength, [this] { return expected(); }, *this),
       dates_(options.clock->wall().mapping()),
@@ -61,10 +63,63 @@ Recorder::Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, 
 
 Recorder::~Recorder() = default;
 
-void Recorder::change(const std::string& name, Duration segmentLength)
+void Recorder::change(const std::string& name, Duration segmentLength,
+                      const std::optional<EventGate::Rolls>& rolls)
 {
     title_.replace(name);
     segmentLength_ = segmentLength;
+    const MutexLock guard(inletMutex_);
+    if (!stopping_)
+    {
+        maxQueued_ = std::max(maxQueued_, maxQueued(rolls));
+        gate_.setRolls(rolls, options_.clock->now(), passed_);
+        accept(passed_);
+    }
+}
+
+/// A pre-roll comes all at once.
+std::size_t Recorder::maxQueued(const std::optional<EventGate::Rolls>& rolls) const
+{
+    return options_.maxQueued + (rolls ? EventGate::maxBytes : 0);
+}
+
+Recorder::State Recorder::state() const
+{
+    const MutexLock guard(inletMutex_);
+    return stateNow();
+}
+
+Recorder::State Recorder::noteEvent(const std::optional<Duration>& after)
+{
+    State state;
+    bool fromKeyFrame = true;
+    {
+        const MutexLock guard(inletMutex_);
+        if (!stopping_)
+        {
+            fromKeyFrame = gate_.isOpen() || gate_.bytes() > 0;
+            gate_.open(options_.clock->now(), after, passed_);
+            accept(passed_);
+        }
+        state = stateNow();
+    }
+    if (!fromKeyFrame)
+    {
+        stream_.source->requestKeyFrame();
+    }
+    return state;
+}
+
+Recorder::State Recorder::stateNow() const
+{
+    State state;
+    state.onEvents = gate_.isOnEvents();
+    state.recording = gate_.isOpen() && !stopping_;
+    if (const auto& until = gate_.until())
+    {
+        state.until = options_.clock->wall().mapping().at(*until);
+    }
+    return state;
 }
 
 void Recorder::stop()
@@ -73,6 +128,7 @@ void Recorder::stop()
     stream_.source->release();
     const MutexLock guard(inletMutex_);
     stopping_ = true;
+    gate_.clear();
     wakeIn(Duration::zero());
 }
 
@@ -88,15 +144,18 @@ bool Recorder::awaitEnd(std::chrono::steady_clock::time_point deadline)
 void Recorder::onEncodedUnit(const EncodedUnitPtr& unit)
 {
     const MutexLock guard(inletMutex_);
-    const std::size_t bytes = sizeOf(*unit);
     // The source may deliver until detachMedia() has returned.
-    if (stopping_ || !admits(*unit, bytes))
+    if (stopping_)
     {
         return;
     }
-    queued_ += bytes;
-    gatheredBytes_ += bytes;
-    gather(unit);
+    gate_.take(unit, passed_);
+    accept(passed_);
+    if (gate_.takeShortage() && shortagePause_.isOver())
+    {
+        Log::warning("{}: the memory for the time before events is used up: less is kept than pre-roll says",
+                     *title_.get());
+    }
 }
 
 void Recorder::onDiscontinuity()
@@ -104,8 +163,29 @@ void Recorder::onDiscontinuity()
     const MutexLock guard(inletMutex_);
     if (!stopping_)
     {
-        gather(nullptr);
+        gate_.interrupt(passed_);
+        accept(passed_);
     }
+}
+
+/// Queues for the disk what the gate passed, and empties `units`.
+void Recorder::accept(Units& units)
+{
+    for (const EncodedUnitPtr& unit : units)
+    {
+        const std::size_t bytes = unit ? sizeOf(*unit) : 0;
+        if (!unit)
+        {
+            gather(nullptr);
+        }
+        else if (admits(*unit, bytes))
+        {
+            queued_ += bytes;
+            gatheredBytes_ += bytes;
+            gather(unit);
+        }
+    }
+    units.clear();
 }
 
 bool Recorder::admits(const EncodedUnit& unit, std::size_t bytes)
@@ -115,7 +195,7 @@ bool Recorder::admits(const EncodedUnit& unit, std::size_t bytes)
         return false;
     }
     const bool skipped =
-        std::exchange(skipping_, queued_ + bytes > options_.maxQueued || !disk_.reserve(bytes));
+        std::exchange(skipping_, queued_ + bytes > maxQueued_ || !disk_.queued().reserve(bytes));
     if (skipping_ != skipped)
     {
         const WallTime date = options_.clock->wall().mapping().at(unit.captureTime);
@@ -179,7 +259,7 @@ void Recorder::writeAll(Units& units)
         }
         const std::size_t bytes = sizeOf(*unit);
         unit.reset();
-        disk_.release(bytes);
+        disk_.queued().release(bytes);
         const MutexLock guard(inletMutex_);
         queued_ -= bytes;
     }

@@ -14,6 +14,7 @@
 #include "refhost/media/EncodedUnit.h"
 #include "refhost/media/StreamSource.h"
 #include "refhost/recording/DamageLog.h"
+#include "refhost/recording/EventGate.h"
 #include "refhost/recording/LogPause.h"
 #include "refhost/recording/RecordingDisk.h"
 #include "refhost/recording/SegmentCutter.h"
@@ -33,6 +34,8 @@ namespace refhost
 /// again; one line in the log says so, repeated every ten minutes, and another one when it works again.
 /// Malformed media is left out, with at most one line in ten minutes. Frames that miss packets of the camera are
 /// recorded and logged (DamageLog).
+///
+/// A stream may be recorded around events alone (EventGate); what lies between them is a gap.
 ///
 /// A killed process loses what is gathered: `gather` and the pool's grain. A power cut also loses what DiskSync
 /// has not synced: its interval, and the duration of one pass.
@@ -54,8 +57,9 @@ public:
         Duration grow = std::chrono::seconds(1);    ///< between two updates of an open segment in the ledger
         Duration retry = std::chrono::seconds(10);  ///< pause after a failure of the disk
         std::size_t maxGathered = 1048576;          ///< bytes; beyond, units are written at once
-        std::size_t maxQueued =
-            std::size_t{16} * 1048576;  ///< bytes that may wait for the disk, within RecordingDisk's bound
+        /// Bytes that may wait for the disk, within RecordingDisk's bound; on events those of a pre-roll besides.
+        std::size_t maxQueued = std::size_t{16} * 1048576;
+        std::optional<EventGate::Rolls> rolls;  ///< nothing: everything is recorded
         /// Dates the segments. Not null, outlives the recorder.
         const HostClock* clock = &HostClock::system();
     };
@@ -93,9 +97,30 @@ public:
         return stream_.source;
     }
 
-    /// Applies another configuration of the same stream: its name in the log, and the length of segments, the present
-    /// one included. Nothing is lost.
-    void change(const std::string& name, Duration segmentLength);
+    /// Applies another configuration of the same stream: its name in the log, the length of segments, the present
+    /// one included, and whether it is recorded around events (EventGate::setRolls()). Nothing is lost.
+    void change(const std::string& name, Duration segmentLength,
+                const std::optional<EventGate::Rolls>& rolls);
+
+    /// What is recorded at present.
+    struct State
+    {
+        bool onEvents = false;
+        bool recording = false;         ///< true between events only from an event to its end
+        std::optional<WallTime> until;  ///< of the present event, at least
+    };
+    State state() const;
+
+    /// There is an event: where the stream is recorded around events, the pre-roll is recorded, and what follows up to
+    /// the end of the post-roll. A later event prolongs it. Holds the lock that delivers units for as long as it takes
+    /// to move the pointers of the pre-roll.
+    /// \param after  the post-roll; nothing: as configured
+    State noteEvent(const std::optional<Duration>& after);
+
+    const Stream& stream() const
+    {
+        return stream_;
+    }
 
     /// Detaches from the source. What was gathered is written and the segment closed soon, see awaitEnd().
     void stop();
@@ -108,10 +133,13 @@ public:
 
 private:
     /// In the order of arrival; null: the stream was interrupted.
-    using Units = std::vector<EncodedUnitPtr>;
+    using Units = EventGate::Units;
 
     Recorder(const Stream& stream, std::shared_ptr<SegmentLedger> ledger, RecordingDisk& disk,
              const Options& options, Hooks hooks);
+    std::size_t maxQueued(const std::optional<EventGate::Rolls>& rolls) const;
+    void accept(Units& units) OV_REQUIRES(inletMutex_);
+    State stateNow() const OV_REQUIRES(inletMutex_);
     bool admits(const EncodedUnit& unit, std::size_t bytes) OV_REQUIRES(inletMutex_);
     void gather(const EncodedUnitPtr& unit) OV_REQUIRES(inletMutex_);
     void wakeIn(Duration delay) OV_REQUIRES(inletMutex_);
@@ -146,7 +174,11 @@ private:
     const Options options_;
     const Hooks hooks_;
 
-    Mutex inletMutex_;
+    mutable Mutex inletMutex_;
+    EventGate gate_ OV_GUARDED_BY(inletMutex_);
+    Units passed_ OV_GUARDED_BY(inletMutex_);  ///< by the gate; empty between two calls
+    std::size_t maxQueued_ OV_GUARDED_BY(inletMutex_);
+    LogPause shortagePause_ OV_GUARDED_BY(inletMutex_);
     Units gathered_ OV_GUARDED_BY(inletMutex_);
     std::size_t gatheredBytes_ OV_GUARDED_BY(inletMutex_) = 0;
     std::optional<Duration> wokenIn_ OV_GUARDED_BY(inletMutex_);  ///< the shortest, for what is gathered

@@ -1,9 +1,9 @@
 #pragma once
 // Tested by tests/refhost/recording/Recorder_test.cpp.
 
-#include <atomic>
 #include <cstddef>
 
+#include "refhost/recording/ByteBudget.h"
 #include "refhost/recording/DiskSync.h"
 #include "refhost/threads/WorkPool.h"
 
@@ -21,10 +21,14 @@ public:
         DiskSync::Options sync;
         std::size_t maxQueued =
             std::size_t{512} * 1048576;  ///< bytes of all recorders that may wait for the disk
+        std::size_t maxPreRoll = std::size_t{512} * 1048576;  ///< bytes of all recorders that wait for events
     };
 
     explicit RecordingDisk(const Options& options)
-        : maxQueued_(options.maxQueued), sync_(options.sync), writers_(options.writers)
+        : queued_(options.maxQueued),
+          preRoll_(options.maxPreRoll),
+          sync_(options.sync),
+          writers_(options.writers)
     {
     }
 
@@ -37,24 +41,20 @@ public:
         return sync_;
     }
 
-    /// Whether so many bytes more may wait; they are counted then, up to release().
-    bool reserve(std::size_t bytes)
+    /// What may wait for the disk.
+    ByteBudget& queued()
     {
-        if (queued_ + bytes > maxQueued_)
-        {
-            return false;
-        }
-        queued_ += bytes;
-        return true;
+        return queued_;
     }
-    void release(std::size_t bytes)
+    /// What may wait for events.
+    ByteBudget& preRoll()
     {
-        queued_ -= bytes;
+        return preRoll_;
     }
 
 private:
-    const std::size_t maxQueued_;
-    std::atomic<std::size_t> queued_{0};  ///< two that reserve at once may exceed the bound by a unit each
+    ByteBudget queued_;
+    ByteBudget preRoll_;
     DiskSync sync_;
     /// Ends first: its work uses the other.
     WorkPool writers_;

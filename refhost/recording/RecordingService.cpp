@@ -41,7 +41,16 @@ RecordingRetention::Limits limitsOf(const ServerConfig& config)
 bool recordsAnyOf(const CameraConfig& camera)
 {
     return std::any_of(camera.streams.begin(), camera.streams.end(),
-                       [](const StreamConfig& stream) { return stream.record; });
+                       [](const StreamConfig& stream) { return stream.isRecorded(); });
+}
+
+std::optional<EventGate::Rolls> rollsOf(RecordMode mode, const StreamConfig& stream)
+{
+    if (mode != RecordMode::events)
+    {
+        return std::nullopt;
+    }
+    return EventGate::Rolls{std::chrono::seconds(stream.preRoll), std::chrono::seconds(stream.postRoll)};
 }
 
 /// Looks for an index, or the folder of a camera, by their names alone.
@@ -75,6 +84,7 @@ RecordingService::RecordingService(const ServerConfig& config, std::shared_ptr<S
                                    const Pauses& pauses)
     : config_(config), streams_(std::move(streams)), retention_(limitsOf(config)), pauses_(pauses)
 {
+    control_.onSwitch([this] { queue_.post([this] { applySwitches(); }); });
     if (hasWork())
     {
         Device::expectRecordings();
@@ -103,6 +113,7 @@ void RecordingService::change(const ServerConfig& config)
 {
     const bool worked = attempts_ > 0;
     config_ = config;
+    control_.keepOnly(config_.cameras);
     retention_.setLimits(limitsOf(config_));
     if (!worked)
     {
@@ -122,6 +133,21 @@ void RecordingService::change(const ServerConfig& config)
     retainSoon();
 }
 
+void RecordingService::applySwitches()
+{
+    // Otherwise record() does it, once the folder can be used.
+    if (ledger_)
+    {
+        endUnrecorded();
+        record();
+    }
+}
+
+RecordMode RecordingService::modeOf(const CameraConfig& camera, const StreamConfig& stream) const
+{
+    return RecordingControl::modeOf(control_.switchOf(camera.id), stream.record);
+}
+
 /// Their files are closed by the disk's threads: nobody waits for it.
 void RecordingService::endUnrecorded()
 {
@@ -131,7 +157,7 @@ void RecordingService::endUnrecorded()
         {
             for (const StreamConfig& stream : camera.streams)
             {
-                if (stream.record && recorder->records(camera.id, stream.id) &&
+                if (modeOf(camera, stream) != RecordMode::never && recorder->records(camera.id, stream.id) &&
                     recorder->source() == streams_->find(camera.id, stream.id))
                 {
                     return true;
@@ -147,6 +173,7 @@ void RecordingService::endUnrecorded()
         stopped_.push_back(std::move(*recorder));
     }
     recorders_.erase(gone, recorders_.end());
+    control_.publish(recorders_);
     dropEnded();
 }
 
@@ -178,6 +205,7 @@ void RecordingService::stop()
 /// Ends every segment and closes the index.
 void RecordingService::end()
 {
+    control_.publish({});
     for (const std::shared_ptr<Recorder>& recorder : recorders_)
     {
         recorder->stop();
@@ -382,14 +410,16 @@ void RecordingService::record()
             if (present != recorders_.end())
             {
                 (*present)->change(camera.streamName(stream.id),
-                                   std::chrono::seconds(config_.recording.segment));
+                                   std::chrono::seconds(config_.recording.segment),
+                                   rollsOf(modeOf(camera, stream), stream));
             }
-            else if (stream.record)
+            else if (modeOf(camera, stream) != RecordMode::never)
             {
                 startRecorder(camera, stream);
             }
         }
     }
+    control_.publish(recorders_);
     if (recorders_.size() > before)
     {
         Log::info("{} recorded in {}{}",
@@ -402,6 +432,7 @@ void RecordingService::startRecorder(const CameraConfig& camera, const StreamCon
 {
     Recorder::Options options;
     options.segmentLength = std::chrono::seconds(config_.recording.segment);
+    options.rolls = rollsOf(modeOf(camera, stream), stream);
     const Recorder::Stream recorded{camera.id, stream.id, streams_->find(camera.id, stream.id),
                                     camera.streamName(stream.id)};
     if (!recorded.source)

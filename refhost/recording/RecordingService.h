@@ -11,6 +11,7 @@
 #include "refhost/media/StreamSource.h"
 #include "refhost/recording/LogPause.h"
 #include "refhost/recording/Recorder.h"
+#include "refhost/recording/RecordingControl.h"
 #include "refhost/recording/RecordingDisk.h"
 #include "refhost/recording/RecordingFolder.h"
 #include "refhost/recording/RecordingIndex.h"
@@ -63,6 +64,12 @@ public:
     /// Closes every segment and withdraws the index; waits for the disk for at most Pauses::end.
     void stop();
 
+    /// What users change while it runs; valid as long as the service.
+    RecordingControl& control()
+    {
+        return control_;
+    }
+
     /// Number of attempts to open the folder or the index.
     int attempts() const
     {
@@ -93,6 +100,8 @@ private:
     void repair();
     void record();
     void change(const ServerConfig& config);
+    void applySwitches();
+    RecordMode modeOf(const CameraConfig& camera, const StreamConfig& stream) const;
     void startRecorder(const CameraConfig& camera, const StreamConfig& stream);
     void endUnrecorded();
     void dropEnded();
@@ -107,6 +116,7 @@ private:
     void retainSoon();
     void retainRegularly();
 
+    RecordingControl control_;
     ServerConfig config_;  ///< changed on the service's thread
     const std::shared_ptr<StreamDirectory> streams_;
     RecordingRetention retention_;

@@ -174,7 +174,7 @@ bool Sandbox::limitsFor(const ServerConfig& config, const std::string& configFil
     {
         for (const StreamConfig& stream : camera.streams)
         {
-            records = records || stream.record;
+            records = records || stream.isRecorded();
             if (stream.source.kind == SourceConfig::Kind::launch && problem.empty())
             {
                 problem = camera.streamName(stream.id) + " is a launch line, which may use any";

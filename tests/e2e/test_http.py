@@ -4,6 +4,7 @@ import json
 import re
 import shutil
 import subprocess
+import time
 import urllib.parse
 
 import jsonschema
@@ -167,6 +168,40 @@ def test_a_viewer_is_listed_and_ended(serve):
             assert http.ask("/api/v1/sessions")[1]["sessions"] == []
         finally:
             viewer.kill()
+
+
+def test_events_are_recorded_with_what_came_before(serve, tmp_path):
+    server = serve(CONFIG + f"""
+[recording]
+directory = "{tmp_path}/kept"
+[[camera]]
+  [[camera.stream]]
+  width = 320
+  height = 240
+  record = "events"
+  pre-roll = 2
+  post-roll = 1
+""")
+    http = Http(server)
+    post = ["-H", "Content-Type: application/json"]
+
+    def recording():
+        return http.ask("/api/v1/cameras/1/recording")[1]["streams"][0]["recording"]
+
+    def ranges():
+        recordings = http.ask("/api/v1/recordings")[1].get("recordings", [])
+        return [one for one in recordings[0]["ranges"] if not one["growing"]] if recordings else []
+
+    wait_until(lambda: http.ask("/readyz")[0] == 200, 20, "the camera")
+    assert ranges() == [] and not recording()
+    time.sleep(3)  # so that there is something before
+    status, answer = http.ask("/api/v1/cameras/1/events", *post, method="POST")
+    assert status == 202 and answer["streams"][0]["recording"] and answer["streams"][0]["until"]
+    wait_until(lambda: not recording(), 20, "the end of the event")
+    wait_until(lambda: len(ranges()) == 1, 20, "the range")
+    assert 2.9 < ranges()[0]["seconds"] < 6
+    assert http.ask("/api/v1/cameras/1/recording", "-d", '{"recording": "off"}', *post, method="PUT")[0] == 202
+    assert http.ask("/api/v1/cameras/1/events", *post, method="POST")[0] == 409
 
 
 def test_the_configuration_is_read_again(serve):

@@ -55,7 +55,7 @@ export class StatePage {
         dateText(stream.since),
         stream.video,
         stream.audio,
-        stream.record ? 'yes' : 'no',
+        stream.recording ? 'yes' : stream.record === 'events' ? 'on events' : 'no',
         stream.lastError ?? '',
       ]))));
     const ends = (session) => cameras.some(({ id, rights }) => id === session.camera && rights.includes('admin'));

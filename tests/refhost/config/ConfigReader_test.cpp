@@ -29,9 +29,9 @@ ServerConfig readGood(const std::string& text, const std::string& directory = {}
 TEST(ConfigReader, EmptyFileIsTheEmbeddedConfigurationWithoutRecordings)
 {
     ServerConfig expected = ServerConfig::embedded();
-    EXPECT_TRUE(expected.cameras[0].streams[0].record);
-    EXPECT_FALSE(expected.cameras[0].streams[1].record);
-    expected.cameras[0].streams[0].record = false;
+    EXPECT_EQ(expected.cameras[0].streams[0].record, RecordMode::always);
+    EXPECT_FALSE(expected.cameras[0].streams[1].isRecorded());
+    expected.cameras[0].streams[0].record = RecordMode::never;
     EXPECT_EQ(readGood(""), expected);
     EXPECT_EQ(readGood("# nothing\n\n"), expected);
 }
@@ -46,6 +46,29 @@ TEST(ConfigReader, RecordingsAreKeptWhereTheFileSays)
     const ConfigResult nowhere = ConfigReader::read("[recording]\ndirectory = \"\"");
     ASSERT_EQ(nowhere.problems.size(), 1U);
     EXPECT_EQ(nowhere.problems[0].message, "directory must not be empty");
+}
+
+TEST(ConfigReader, AStreamIsRecordedAlwaysOnEventsOrNever)
+{
+    const auto modeOf = [](const std::string& value) {
+        return readGood("[[camera]]\n[[camera.stream]]\nrecord = " + value)
+            .cameras.at(0)
+            .streams.at(0)
+            .record;
+    };
+    EXPECT_EQ(modeOf("\"always\""), RecordMode::always);
+    EXPECT_EQ(modeOf("\"events\""), RecordMode::events);
+    EXPECT_EQ(modeOf("\"never\""), RecordMode::never);
+    EXPECT_EQ(modeOf("true"), RecordMode::always);
+    EXPECT_EQ(modeOf("false"), RecordMode::never);
+
+    const ConfigResult other = ConfigReader::read("[[camera]]\n[[camera.stream]]\nrecord = \"motion\"");
+    ASSERT_EQ(other.problems.size(), 1U);
+    EXPECT_THAT(other.problems[0].message, HasSubstr("record"));
+    EXPECT_THAT(other.problems[0].message, HasSubstr("\"events\""));
+    const ConfigResult flag = ConfigReader::read("[[camera]]\n[[camera.stream]]\nstart = true");
+    ASSERT_EQ(flag.problems.size(), 1U);
+    EXPECT_EQ(flag.problems[0].message, "start must be a string, not true or false");
 }
 
 TEST(ConfigReader, TheEmbeddedConfigurationIsOneCameraWithTwoStreams)

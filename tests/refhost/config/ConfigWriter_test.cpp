@@ -64,7 +64,7 @@ ServerConfig withEverythingChanged()
     config.cameras[0].streams[0].multicast = "239.2.3.4:7000";
     config.recording = {"/somewhere/else", 60, 0, 7200, "7%"};
     config.cameras[0].maxSize = 1500;
-    config.cameras[0].streams[1].record = true;
+    config.cameras[0].streams[1].record = RecordMode::always;
     StreamConfig launch;
     launch.id = 7;
     launch.source = {SourceConfig::Kind::launch, "videotestsrc\n\t! x264enc name=video"};

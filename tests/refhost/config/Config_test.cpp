@@ -24,7 +24,7 @@ TEST(ServerConfig, WarnsOfRecordingsThatTheDiskCannotHold)
     config.recording.minFree = "2000TiB";
     ASSERT_EQ(config.warnings().size(), 1U);
     EXPECT_THAT(config.warnings()[0], HasSubstr("nothing can be recorded"));
-    config.cameras[0].streams[0].record = false;
+    config.cameras[0].streams[0].record = RecordMode::never;
     EXPECT_TRUE(config.warnings().empty()) << "nothing is recorded";
 }
 

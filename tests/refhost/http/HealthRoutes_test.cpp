@@ -27,7 +27,7 @@ protected:
     {
         config.cameras = {{1, "yard", {StreamConfig(), StreamConfig()}}, {2, "door", {StreamConfig()}}};
         config.cameras[0].streams[1].id = 1;
-        config.cameras[0].streams[0].record = true;
+        config.cameras[0].streams[0].record = RecordMode::always;
         Device::setStreams(streams);
     }
     ~HealthRoutesTest() override
@@ -40,11 +40,12 @@ protected:
     {
         auto inForce = std::make_shared<const ServerConfig>(config);
         make();
-        HealthRoutes::add(service->router(),
-                          {[inForce] { return inForce; }, &users->rights, &streams->states, nullptr});
+        HealthRoutes::add(service->router(), {[inForce] { return inForce; }, &users->rights, &streams->states,
+                                              nullptr, nullptr, &recording});
         start();
     }
 
+    RecordingControl recording;
     std::shared_ptr<test::StatedStreams> streams = std::make_shared<test::StatedStreams>();
 };
 
@@ -75,6 +76,14 @@ TEST_F(HealthRoutesTest, ReadyIsThatEveryStreamRunsThatMust)
     EXPECT_EQ(document.at("streams").at(0).at("camera"), 2);
     EXPECT_EQ(document.at("streams").at(0).at("stream"), 0);
     EXPECT_EQ(document.at("streams").at(0).at("state"), "failed");
+}
+
+TEST_F(HealthRoutesTest, AStreamWhoseRecordingIsSwitchedOffNeedNotRun)
+{
+    startWithRoutes();
+    EXPECT_EQ(get("/readyz").status, 503);
+    recording.setSwitch(1, RecordingControl::Switch::off);
+    EXPECT_EQ(get("/readyz").status, 200);
 }
 
 TEST_F(HealthRoutesTest, ARecordedStreamMustRunFromTheStart)

@@ -53,8 +53,8 @@ protected:
         RtspServices& services = server->services();
         http = std::make_unique<HttpService>(config, *services.users, time);
         auto inForce = std::make_shared<const ServerConfig>(config);
-        HttpRoutes::add(
-            *http, {[inForce] { return inForce; }, &services.users->rights, &states, &services.sessions});
+        HttpRoutes::add(*http, {[inForce] { return inForce; }, &services.users->rights, &states,
+                                &services.sessions, nullptr, &recording});
         std::string error;
         ASSERT_TRUE(http->start(error)) << error;
     }
@@ -78,6 +78,14 @@ protected:
     {
         HttpTestClient client(http->port());
         return client.request(method, target, (user.empty() ? "" : as(user)) + more);
+    }
+
+    HttpAnswer send(const std::string& method, const std::string& target, const std::string& body,
+                    const std::string& user = "") const
+    {
+        HttpTestClient client(http->port());
+        return client.request(method, target,
+                              (user.empty() ? "" : as(user)) + "Content-Type: application/json\r\n", body);
     }
 
     json get(const std::string& target, const std::string& user = "") const
@@ -109,6 +117,7 @@ protected:
     }
 
     TemporaryFolder folder;
+    RecordingControl recording;
     CameraStates states;
     std::unique_ptr<HttpService> http;
 };
@@ -243,6 +252,69 @@ TEST_F(HttpRoutesTest, RecordingsAreForThoseWhoMayPlayThemBack)
     EXPECT_EQ(get("/api/v1/recordings", "guest").at("recordings").size(), 1U);
     EXPECT_TRUE(get("/api/v1/recordings", "other").at("recordings").empty());
     EXPECT_EQ(ask("GET", "/api/v1/recordings").status, 401);
+}
+
+TEST_F(HttpRoutesTest, RecordingIsSwitchedByCamera)
+{
+    addUsers();
+    config.cameras[0].streams[1].record = RecordMode::events;
+    startBoth();
+    const std::string path = "/api/v1/cameras/1/recording";
+    const json before = get(path, "boss");
+    EXPECT_EQ(before, json::parse(R"({"camera": 1, "recording": "auto", "streams": [
+        {"stream": 0, "record": "never", "recording": false, "until": null},
+        {"stream": 1, "record": "events", "recording": false, "until": null}]})"));
+    const HttpAnswer off = send("PUT", path, R"({"recording": "off"})", "boss");
+    EXPECT_EQ(off.status, 202);
+    EXPECT_EQ(json::parse(off.body).at("recording"), "off");
+    EXPECT_EQ(recording.switchOf(1), RecordingControl::Switch::off);
+    EXPECT_EQ(get(path, "boss").at("recording"), "off");
+    EXPECT_EQ(send("PUT", path, R"({"recording": "on"})", "boss").status, 202);
+    EXPECT_EQ(recording.switchOf(1), RecordingControl::Switch::on);
+    EXPECT_EQ(send("PUT", path, R"({"recording": "auto"})", "boss").status, 202);
+    EXPECT_EQ(recording.switchOf(1), RecordingControl::Switch::automatic);
+
+    for (const char* const wrong : {"", "on", "[]", "{}", R"({"recording": true})", R"({"recording": "On"})",
+                                    R"({"recording": "on", "more": 1})", R"({"recording": "on")"})
+    {
+        EXPECT_EQ(send("PUT", path, wrong, "boss").status, 400) << wrong;
+    }
+    const std::string on = R"({"recording": "on"})";
+    EXPECT_EQ(send("PUT", "/api/v1/cameras/2/recording", on, "boss").status, 409);
+    EXPECT_EQ(send("PUT", "/api/v1/cameras/7/recording", on, "boss").status, 404);
+    EXPECT_EQ(send("PUT", path, on, "guest").status, 403);
+    EXPECT_EQ(send("PUT", path, on).status, 401);
+    EXPECT_EQ(send("PUT", path, std::string(70000, ' '), "boss").status, 413);
+    EXPECT_EQ(ask("GET", path, "guest").status, 403);
+    EXPECT_EQ(ask("GET", "/api/v1/cameras/7/recording", "boss").status, 404);
+    EXPECT_EQ(recording.switchOf(1), RecordingControl::Switch::automatic);
+}
+
+TEST_F(HttpRoutesTest, AnEventIsForACameraThatIsRecorded)
+{
+    addUsers();
+    config.cameras[0].streams[1].record = RecordMode::events;
+    startBoth();
+    const std::string path = "/api/v1/cameras/1/events";
+    // The folder of the recordings cannot be used.
+    EXPECT_EQ(send("POST", path, "", "boss").status, 503);
+    EXPECT_EQ(send("POST", path, R"({"postRoll": 30})", "boss").status, 503);
+    for (const char* const wrong : {"x", "[]", "3", R"({"postRoll": 0})", R"({"postRoll": 3601})",
+                                    R"({"postRoll": 1.5})", R"({"postRoll": "9"})", R"({"postRoll": 1e99})",
+                                    R"({"postRoll": 18446744073709551615})", R"({"preRoll": 1})"})
+    {
+        EXPECT_EQ(send("POST", path, wrong, "boss").status, 400) << wrong;
+    }
+    EXPECT_EQ(send("POST", "/api/v1/cameras/2/events", "", "boss").status, 409);
+    EXPECT_EQ(send("POST", "/api/v1/cameras/7/events", "", "boss").status, 404);
+    EXPECT_EQ(send("POST", path, "", "guest").status, 403);
+    EXPECT_EQ(send("POST", path, "").status, 401);
+    EXPECT_EQ(ask("POST", path, "boss").status, 415);
+    recording.setSwitch(1, RecordingControl::Switch::off);
+    const HttpAnswer off = send("POST", path, "", "boss");
+    EXPECT_EQ(off.status, 409);
+    EXPECT_THAT(off.body, HasSubstr("switched off"));
+    recording.setSwitch(1, RecordingControl::Switch::automatic);
 }
 
 TEST_F(HttpRoutesTest, TheConfigurationHasNoSecrets)

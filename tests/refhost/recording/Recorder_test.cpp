@@ -513,5 +513,100 @@ TEST_F(RecorderTest, UndamagedFramesAreNotLogged)
     EXPECT_THAT(log.linesWith("damaged"), SizeIs(0));
 }
 
+class EventRecorderTest : public RecorderTest
+{
+protected:
+    EventRecorderTest()
+    {
+        options_.rolls = EventGate::Rolls{2 * second, 2 * second};
+        options_.clock = &media_;
+        // The clock follows the media.
+        media_.advance(MadeUnits::at(0).time_since_epoch() - media_.now().time_since_epoch());
+    }
+
+    void giveUntil(double end)
+    {
+        source_->giveMedia(given_, end);
+        media_.advance(MadeUnits::capturedAt(end) - media_.now());
+        given_ = end;
+    }
+
+    test::ManualClock media_;
+    double given_ = 0;
+};
+
+TEST_F(EventRecorderTest, EventsAreRangesFromTheTimeBeforeToTheTimeAfter)
+{
+    start();
+    giveUntil(10);
+    EXPECT_FALSE(recorder_->state().recording);
+    const Recorder::State state = recorder_->noteEvent({});
+    EXPECT_TRUE(state.recording);
+    EXPECT_EQ(state.until, MadeUnits::at(12));
+    giveUntil(30.4);
+    EXPECT_FALSE(recorder_->state().recording);
+    recorder_->noteEvent(5 * second);
+    giveUntil(60);
+    stop();
+    EXPECT_EQ(recordings(), (RecordedMedia{{8, 12}, {28, 36}}));
+}
+
+TEST_F(EventRecorderTest, EventsThatAreCloseTogetherAreOneRange)
+{
+    start();
+    giveUntil(10);
+    recorder_->noteEvent({});
+    giveUntil(12.4);
+    recorder_->noteEvent({});
+    giveUntil(30);
+    stop();
+    EXPECT_EQ(recordings(), (RecordedMedia{{8, 15}}));
+}
+
+TEST_F(EventRecorderTest, AnEventBeforeAnyMediaRequestsAKeyFrame)
+{
+    start();
+    recorder_->noteEvent({});
+    EXPECT_EQ(source_->keyFrameRequests, 1);
+    giveUntil(10);
+    stop();
+    EXPECT_EQ(recordings(), (RecordedMedia{{0, 2}}));
+}
+
+TEST_F(EventRecorderTest, ASourceThatEndsAtTheEventLeavesWhatCameBefore)
+{
+    start();
+    giveUntil(10);
+    source_->interrupt();
+    recorder_->noteEvent({});
+    stop();
+    EXPECT_EQ(recordings(), (RecordedMedia{{8, 10}}));
+}
+
+TEST_F(EventRecorderTest, MediaThatWaitForAnEventAreLetGoAtTheEnd)
+{
+    start();
+    giveUntil(10);
+    EXPECT_GT(disk_.preRoll().used(), 0U);
+    EXPECT_EQ(disk_.queued().used(), 0U);
+    stop();
+    EXPECT_EQ(disk_.preRoll().used(), 0U);
+    EXPECT_EQ(source_->unitsAlive(), 0);
+    EXPECT_EQ(recordings(), RecordedMedia());
+}
+
+TEST_F(EventRecorderTest, ALargePreRollDoesNotExceedWhatMayWaitForTheDisk)
+{
+    options_.maxQueued = 100000;
+    start();
+    source_->giveMedia(0, 10, 100000);
+    media_.advance(10 * second);
+    recorder_->noteEvent({});
+    given_ = 10;
+    giveUntil(20);
+    stop();
+    EXPECT_EQ(recordings(), (RecordedMedia{{8, 12}}));
+}
+
 }  // namespace
 }  // namespace refhost

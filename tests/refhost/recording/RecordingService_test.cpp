@@ -137,7 +137,7 @@ TEST_F(RecordingServiceTest, RecordingsAreExpectedUntilTheIndexWasOpenedOrCannot
 
 TEST_F(RecordingServiceTest, WithoutAnythingToRecordNoDirectoryIsMade)
 {
-    config_.cameras[0].streams[0].record = false;
+    config_.cameras[0].streams[0].record = RecordMode::never;
     start();
     EXPECT_FALSE(Device::recordingsExpected());
     service_->stop();
@@ -148,7 +148,7 @@ TEST_F(RecordingServiceTest, EarlierRecordingsArePublishedAlsoWhereNothingIsReco
 {
     startRecording();
     service_->stop();
-    config_.cameras[0].streams[0].record = false;
+    config_.cameras[0].streams[0].record = RecordMode::never;
     start();
     waitFor([] { return Device::recordings() != nullptr; });
 }
@@ -189,7 +189,7 @@ TEST_F(RecordingServiceTest, RecordingsGrowTooOldAlsoWhereNothingIsRecordedAnyMo
 {
     pauses_.anyway = soon;
     config_.recording.maxAge = 3600;
-    config_.cameras[0].streams[0].record = false;
+    config_.cameras[0].streams[0].record = RecordMode::never;
     std::filesystem::create_directory(config_.recording.directory);
     std::ofstream(config_.recording.directory + "/index.db").close();
     start();
@@ -276,7 +276,7 @@ TEST_F(RecordingServiceTest, LostIndexIsRebuiltAlsoWhereNothingIsRecordedNow)
     {
         std::filesystem::remove(config_.recording.directory + "/index.db" + part);
     }
-    config_.cameras[0].streams[0].record = false;
+    config_.cameras[0].streams[0].record = RecordMode::never;
     start();
     EXPECT_TRUE(Device::recordingsExpected() || Device::recordings()) << "who asks at once waits";
     waitFor([] { return Device::recordings() && Device::recordings()->isComplete(); });
@@ -416,7 +416,7 @@ TEST_F(RecordingServiceTest, EndDoesNotWaitForADiskThatHangs)
 
 TEST_F(RecordingServiceTest, RecordingWaitsForADiskThatHungAndGoesOnWhenItAnswers)
 {
-    config_.cameras[0].streams[1].record = true;
+    config_.cameras[0].streams[1].record = RecordMode::always;
     pauses_.end = std::chrono::milliseconds(50);
     CapturedErrors log;
     startRecording();
@@ -455,6 +455,114 @@ TEST_F(RecordingServiceTest, DirectoryThatCannotBeMadeIsReportedOnceAndRetried)
     const std::vector<std::string> works = log.linesWith("one stream is recorded in ");
     ASSERT_THAT(works, SizeIs(1));
     EXPECT_THAT(works[0], HasSubstr("which can be written now"));
+}
+
+/// A stream that is recorded around events, with a server that runs.
+class EventRecordingTest : public RecordingServiceTest
+{
+protected:
+    using Switch = RecordingControl::Switch;
+
+    EventRecordingTest()
+    {
+        config_.cameras[0].streams[0].record = RecordMode::events;
+        config_.cameras[0].streams[0].preRoll = 2;
+        config_.cameras[0].streams[0].postRoll = 1;
+    }
+
+    bool isRecording() const
+    {
+        const auto state = service_->control().state(1, 0);
+        return state && state->recording;
+    }
+};
+
+// The made media are later than the machine's clock: an event ends with the next key frame.
+TEST_F(EventRecordingTest, WhatLiesBetweenEventsIsAGap)
+{
+    startRecording();
+    recorded().giveMedia(0, 10);
+    EXPECT_EQ(recorded().viewers, 1);
+    EXPECT_FALSE(isRecording());
+
+    const auto states = service_->control().noteEvent(1, {});
+    ASSERT_EQ(states.size(), 1U);
+    EXPECT_EQ(states[0].first, 0);
+    EXPECT_TRUE(states[0].second.recording);
+    EXPECT_TRUE(isRecording());
+    recorded().giveMedia(10, 20);
+    EXPECT_FALSE(isRecording());
+    service_->control().noteEvent(1, {});
+    recorded().giveMedia(20, 30);
+    EXPECT_EQ(service_->control().events(), (std::map<int, std::uint64_t>{{1, 2}}));
+    EXPECT_TRUE(service_->control().noteEvent(7, {}).empty());
+
+    const std::shared_ptr<RecordingIndex> index = Device::recordings();
+    service_->stop();
+    const std::vector<RecordedInterval> ranges = index->recordings(1, 0);
+    ASSERT_THAT(ranges, SizeIs(2));
+    for (const RecordedInterval& range : ranges)
+    {
+        EXPECT_FALSE(range.growing);
+        EXPECT_GE(range.end - range.begin, std::chrono::seconds(2));
+        EXPECT_LE(range.end - range.begin, std::chrono::seconds(3));
+    }
+    EXPECT_EQ(ranges[1].begin - ranges[0].begin, std::chrono::seconds(10));
+}
+
+TEST_F(EventRecordingTest, ASwitchRecordsEverythingOrNothingUntilItIsSetBack)
+{
+    startRecording();
+    service_->control().setSwitch(1, Switch::on);
+    waitFor([&] { return isRecording(); });
+    EXPECT_FALSE(service_->control().state(1, 0)->onEvents);
+
+    service_->control().setSwitch(1, Switch::off);
+    waitFor([&] { return !service_->control().state(1, 0); });
+    waitFor([&] { return recorded().viewers == 0; });
+    EXPECT_TRUE(service_->control().noteEvent(1, {}).empty());
+
+    // It stays where the configuration is read again.
+    config_.recording.segment = 2;
+    service_->setConfig(config_);
+    service_->control().setSwitch(1, Switch::automatic);
+    EXPECT_TRUE(recorded().waitUntilAttached(2));
+    waitFor([&] { return service_->control().state(1, 0).has_value(); });
+    EXPECT_TRUE(service_->control().state(1, 0)->onEvents);
+    EXPECT_FALSE(isRecording());
+    service_->stop();
+    EXPECT_FALSE(service_->control().state(1, 0));
+}
+
+TEST_F(EventRecordingTest, AChangedConfigurationTakesEffectWithoutAnEndOfTheRecorder)
+{
+    startRecording();
+    config_.cameras[0].streams[0].record = RecordMode::always;
+    service_->setConfig(config_);
+    waitFor([&] { return isRecording(); });
+    config_.cameras[0].streams[0].record = RecordMode::never;
+    service_->setConfig(config_);
+    waitFor([&] { return !service_->control().state(1, 0); });
+    service_->stop();
+}
+
+TEST_F(EventRecordingTest, ACameraThatIsRemovedLosesItsSwitch)
+{
+    startRecording();
+    service_->control().setSwitch(1, Switch::off);
+    config_.cameras[0].id = 2;
+    service_->setConfig(config_);
+    waitFor([&] { return service_->control().switchOf(1) == Switch::automatic; });
+    service_->stop();
+}
+
+TEST(RecordingControl, StreamsThatAreNeverRecordedAreNotSwitchedOn)
+{
+    using Switch = RecordingControl::Switch;
+    EXPECT_EQ(RecordingControl::modeOf(Switch::on, RecordMode::never), RecordMode::never);
+    EXPECT_EQ(RecordingControl::modeOf(Switch::on, RecordMode::events), RecordMode::always);
+    EXPECT_EQ(RecordingControl::modeOf(Switch::off, RecordMode::always), RecordMode::never);
+    EXPECT_EQ(RecordingControl::modeOf(Switch::automatic, RecordMode::events), RecordMode::events);
 }
 
 }  // namespace

@@ -52,7 +52,7 @@ TEST_F(SandboxTest, RecordingsMayBeWrittenAndTheirFolderMadeAgain)
 
 TEST_F(SandboxTest, AFolderForRecordingsIsNotMadeWhereNothingIsRecorded)
 {
-    config_.cameras[0].streams[0].record = false;
+    config_.cameras[0].streams[0].record = RecordMode::never;
     EXPECT_TRUE(known());
     EXPECT_THAT(limits_.writable(), Not(Contains(folder_ / "state")));
     EXPECT_FALSE(std::filesystem::exists(folder_ / "state"));
@@ -60,7 +60,7 @@ TEST_F(SandboxTest, AFolderForRecordingsIsNotMadeWhereNothingIsRecorded)
 
 TEST_F(SandboxTest, RecordingsThatAreThereMayBeWrittenThoughNothingIsRecorded)
 {
-    config_.cameras[0].streams[0].record = false;
+    config_.cameras[0].streams[0].record = RecordMode::never;
     std::filesystem::create_directories(folder_ / "state/recordings");
     EXPECT_TRUE(known()) << problem_;
     EXPECT_THAT(limits_.writable(), Contains(folder_ / "state")) << "their index and their limits";
