@@ -4,8 +4,11 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <string>
 #include <thread>
 
+#include "tests/TemporaryFolder.h"
 #include "tests/refhost/capture/StreamFixture.h"
 
 namespace refhost
@@ -78,14 +81,22 @@ TEST_F(PipelineRunnerTest, HangingSourceIsAbandonedAndReplacedUpToTheLimit)
 
 TEST_F(PipelineRunnerTest, StreamsEndInTimeWithAHangingSource)
 {
-    useHangingSource(std::chrono::seconds(5));
-    // Long enough for the source to start hanging.
-    options.maxSilence = std::chrono::seconds(10);
-    options.describeDeadline = std::chrono::seconds(2);
+    // Each frame is written to a file before it meets the element that hangs.
+    const TemporaryFolder folder;
+    const std::string written = folder / "frame";
+    useLaunchLine(
+        "videotestsrc is-live=true ! video/x-raw,width=16,height=16 ! tee name=frames frames. ! filesink "
+        "location=" +
+        written +
+        " async=false sync=false buffer-mode=unbuffered frames. ! identity name=video sleep-time=5000000");
+    options.maxSilence = std::chrono::seconds(20);
+    options.describeDeadline = std::chrono::seconds(20);
     options.endDeadline = std::chrono::minutes(1);
     testing::internal::CaptureStderr();
     open();
-    EXPECT_EQ(describe(), StreamSource::Description::failed);
+    const auto video = watch("trackID=0");
+    ASSERT_TRUE(
+        waitFor([&written] { return std::ifstream(written).peek() != std::ifstream::traits_type::eof(); }));
     const Clock::time_point start = Clock::now();
     source.reset();
     streams.reset();
