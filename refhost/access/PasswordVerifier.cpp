@@ -28,12 +28,9 @@ class PasswordVerifier::Work : public PooledWork
 public:
     explicit Work(PasswordVerifier& owner) : owner_(owner) {}
 
-    void run() override
+    MonotonicTime run(MonotonicTime now) override
     {
-        if (owner_.checkNext())
-        {
-            owner_.pool_.wake(owner_.work_);
-        }
+        return owner_.checkNext() ? now : never;
     }
 
 private:
@@ -45,7 +42,7 @@ PasswordVerifier::PasswordVerifier(const HostClock& clock, std::function<void()>
       finished_(std::move(finished)),
       key_(newKey()),
       work_(std::make_shared<Work>(*this)),
-      pool_(WorkPool::Options{1, Duration::zero()})
+      pool_(WorkPool::Options{1, Duration::zero(), "passwords"})
 {
 }
 

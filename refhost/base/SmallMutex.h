@@ -1,5 +1,5 @@
 #pragma once
-// Tested by tests/refhost/base/SmallMutex_test.cpp.
+// Tested by tests/refhost/base/Mutex_test.cpp.
 
 #include <atomic>
 #include <cstdint>

@@ -77,18 +77,18 @@ void BackgroundBody::finish(State end)
     permit_.reset();
 }
 
-void BackgroundBody::run()
+MonotonicTime BackgroundBody::run(MonotonicTime /*now*/)
 {
     if (producer_ == nullptr)
     {
-        return;
+        return never;
     }
     bool cancelled = false;
     {
         const MutexLock guard(mutex_);
         if (!cancelled_ && ahead_.size() - taken_ >= maxAhead)
         {
-            return;
+            return never;
         }
         cancelled = cancelled_;
     }
@@ -128,6 +128,7 @@ void BackgroundBody::run()
     {
         wake();
     }
+    return never;
 }
 
 }  // namespace refhost

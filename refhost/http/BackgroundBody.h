@@ -46,7 +46,7 @@ public:
     void cancel() override;
 
     /// The pool's part.
-    void run() override;
+    MonotonicTime run(MonotonicTime now) override;
 
 private:
     BackgroundBody(BackgroundWork& work, BackgroundWork::Permit permit,

@@ -15,10 +15,11 @@ public:
     {
     }
 
-    void run() override
+    MonotonicTime run(MonotonicTime /*now*/) override
     {
         std::exchange(task_, nullptr)();
         permit_.reset();
+        return never;
     }
 
 private:
@@ -30,6 +31,7 @@ WorkPool::Options poolOptions()
 {
     WorkPool::Options options;
     options.grain = Duration::zero();
+    options.name = "http-work";
     return options;
 }
 

@@ -32,9 +32,8 @@ std::optional<WallTime> startOf(const std::shared_ptr<const RecordingDirectory>&
 
 }  // namespace
 
-PlaybackCatalog::PlaybackCatalog(RecordedMedia recordings, PlaybackScheduler& scheduler,
-                                 const HostClock& clock)
-    : recordings_(std::move(recordings)), scheduler_(scheduler), clock_(clock)
+PlaybackCatalog::PlaybackCatalog(RecordedMedia recordings, WorkPool& pool, const HostClock& clock)
+    : recordings_(std::move(recordings)), pool_(pool), clock_(clock)
 {
 }
 
@@ -52,7 +51,7 @@ int PlaybackCatalog::describe(const RecordInfo& record, MediaInfo& out)
     const auto entry = find({record.getCameraId(), begin, end});
     if (entry->pending)
     {
-        scheduler_.wake(shared_from_this());
+        pool_.wake(shared_from_this());
         return hostStreamNotReady;
     }
     if (entry->status != 0)

@@ -13,16 +13,16 @@
 #include "hostapi/description/RecordInfo.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Mutex.h"
-#include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/RecordingDescriber.h"
 #include "refhost/playback/RecordingDirectory.h"
+#include "refhost/threads/WorkPool.h"
 
 namespace refhost
 {
 
 /// Descriptions of the recordings that clients request. A worker looks them up; results are cached, because
 /// each client requests them several times. Threads: any; describe() never waits.
-class PlaybackCatalog : public PlaybackWork, public std::enable_shared_from_this<PlaybackCatalog>
+class PlaybackCatalog : public PooledWork, public std::enable_shared_from_this<PlaybackCatalog>
 {
 public:
     using RecordedMedia = std::function<std::shared_ptr<const RecordingDirectory>()>;
@@ -33,8 +33,8 @@ public:
     /// Max. results in the cache; the least recently requested one is dropped.
     static constexpr std::size_t max = 256;
 
-    /// \param scheduler, clock  outlive the catalog
-    PlaybackCatalog(RecordedMedia recordings, PlaybackScheduler& scheduler, const HostClock& clock);
+    /// \param pool, clock  outlive the catalog
+    PlaybackCatalog(RecordedMedia recordings, WorkPool& pool, const HostClock& clock);
     ~PlaybackCatalog() override;
 
     /// Describes a recording: its tracks, its start, which is the key frame at or before its begin, and the
@@ -66,7 +66,7 @@ private:
     int lookUp(const Key& key, Entry& out);
 
     const RecordedMedia recordings_;
-    PlaybackScheduler& scheduler_;
+    WorkPool& pool_;
     const HostClock& clock_;
     RecordingDescriber describer_;  // run() alone
     mutable Mutex mutex_;

@@ -4,15 +4,15 @@
 #include <chrono>
 #include <utility>
 
-#include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/ReplayExtension.h"
+#include "refhost/threads/WorkPool.h"
 
 namespace refhost
 {
 namespace
 {
 
-constexpr MonotonicTime never = PlaybackWork::never;
+constexpr MonotonicTime never = PooledWork::never;
 /// Max. units sent by one run, so that other sessions get their turn.
 constexpr int maxSends = 64;
 /// Fallback for a transport that misses reporting when it is ready.

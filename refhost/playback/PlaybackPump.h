@@ -90,7 +90,7 @@ public:
     }
 
     /// Sends what is due.
-    /// \returns when to be called again, or PlaybackWork::never
+    /// \returns when to be called again, or PooledWork::never
     MonotonicTime run(MonotonicTime now);
 
 private:

@@ -1,5 +1,6 @@
 #include "refhost/playback/PlaybackService.h"
 
+#include <chrono>
 #include <utility>
 
 #include "refhost/media/Device.h"
@@ -16,6 +17,16 @@ std::shared_ptr<const RecordingDirectory> recordedMedia()
     return index ? std::make_shared<IndexedRecordings>(index) : nullptr;
 }
 
+WorkPool::Options poolOptions(const PlaybackSettings& settings, unsigned threads)
+{
+    WorkPool::Options options;
+    options.threads = threads;
+    options.grain = std::chrono::milliseconds(4);
+    options.name = "playback";
+    options.clock = settings.clock;
+    return options;
+}
+
 }  // namespace
 
 PlaybackService& PlaybackService::instance()
@@ -28,9 +39,8 @@ PlaybackService& PlaybackService::instance()
 PlaybackService::PlaybackService(const PlaybackSettings& settings, RecordedMedia recordings, unsigned threads)
     : settings_(settings),
       recordings_(std::move(recordings)),
-      threads_(threads),
-      scheduler_(*settings.clock),
-      catalog_(std::make_shared<PlaybackCatalog>(recordings_, scheduler_, *settings.clock))
+      pool_(poolOptions(settings, threads)),
+      catalog_(std::make_shared<PlaybackCatalog>(recordings_, pool_, *settings.clock))
 {
 }
 
@@ -43,34 +53,22 @@ std::shared_ptr<PlaybackSession> PlaybackService::makeSession(const RecordInfo& 
                                                               const PlaybackSettings& settings,
                                                               std::optional<WallTime> start)
 {
-    ensureWorkers();
     const WallTime begin = wallTimeOfUnix(static_cast<std::int64_t>(record.getRecordBeginTime()));
     const WallTime end = wallTimeOfUnix(static_cast<std::int64_t>(record.getRecordEndTime()));
     auto source = std::make_unique<RecordedSource>(
         recordings_(), *settings_.clock, RecordedSource::Interval{record.getCameraId(), begin, end});
     const PlaybackSession::Interval interval{begin, end, start.value_or(begin)};
-    return std::make_shared<PlaybackSession>(interval, std::move(source), scheduler_, settings);
+    return std::make_shared<PlaybackSession>(interval, std::move(source), pool_, settings);
 }
 
 PlaybackCatalog& PlaybackService::catalog()
 {
-    ensureWorkers();
     return *catalog_;
-}
-
-void PlaybackService::ensureWorkers()
-{
-    const MutexLock guard(mutex_);
-    if (!started_)
-    {
-        started_ = true;
-        scheduler_.start(threads_);
-    }
 }
 
 void PlaybackService::stop()
 {
-    scheduler_.stop();
+    pool_.close();
 }
 
 }  // namespace refhost

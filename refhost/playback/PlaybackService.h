@@ -6,12 +6,11 @@
 #include <optional>
 
 #include "hostapi/description/RecordInfo.h"
-#include "refhost/base/Mutex.h"
 #include "refhost/playback/PlaybackCatalog.h"
-#include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/PlaybackSession.h"
 #include "refhost/playback/PlaybackSettings.h"
 #include "refhost/playback/RecordingDirectory.h"
+#include "refhost/threads/WorkPool.h"
 
 namespace refhost
 {
@@ -51,23 +50,18 @@ public:
 
     PlaybackCatalog& catalog();
 
-    PlaybackScheduler& scheduler()
+    WorkPool& pool()
     {
-        return scheduler_;
+        return pool_;
     }
 
     /// Ends the workers, without the work that is left. Call it before the process ends.
     void stop();
 
 private:
-    void ensureWorkers();
-
     const PlaybackSettings settings_;
     const RecordedMedia recordings_;
-    const unsigned threads_;
-    Mutex mutex_;
-    bool started_ OV_GUARDED_BY(mutex_) = false;
-    PlaybackScheduler scheduler_;
+    WorkPool pool_;
     const std::shared_ptr<PlaybackCatalog> catalog_;
 };
 

@@ -18,10 +18,10 @@ constexpr std::chrono::microseconds positionUnit(1);
 }  // namespace
 
 PlaybackSession::PlaybackSession(const Interval& interval, std::unique_ptr<PlaybackSource> source,
-                                 PlaybackScheduler& scheduler, const PlaybackSettings& settings)
+                                 WorkPool& pool, const PlaybackSettings& settings)
     : interval_(interval),
       settings_(settings),
-      scheduler_(scheduler),
+      pool_(pool),
       source_(std::move(source)),
       name_(RtcpWriter::randomName()),
       pump_(settings_, tracks_, interval.start, interval.end)
@@ -268,7 +268,7 @@ bool PlaybackSession::ended() const
 
 void PlaybackSession::wake()
 {
-    scheduler_.wake(shared_from_this());
+    pool_.wake(shared_from_this());
 }
 
 void PlaybackSession::readReport(PlaybackTrack& track, const std::uint8_t* data, std::size_t size)

@@ -12,11 +12,11 @@
 #include "refhost/base/Mutex.h"
 #include "refhost/playback/PendingSeek.h"
 #include "refhost/playback/PlaybackPump.h"
-#include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/PlaybackSettings.h"
 #include "refhost/playback/PlaybackSource.h"
 #include "refhost/playback/PlaybackTracks.h"
 #include "refhost/rtp/RtcpWriter.h"
+#include "refhost/threads/WorkPool.h"
 #include "support/SafePointer.h"
 
 namespace refhost
@@ -25,14 +25,14 @@ namespace refhost
 /// Playback of a recording as one RTSP session controls it: interval, tracks, seeks, speed. PlaybackPump
 /// sends it.
 ///
-/// Operations return at once; a worker reads and sends the recording (PlaybackScheduler). Seeks are the
+/// Operations return at once; a worker reads and sends the recording (WorkPool). Seeks are the
 /// worker's, too: play() returns hostStreamNotReady until the position is found, which ChangeSignal
 /// announces, and is called again. Positions are seconds from Interval::start.
 ///
 /// At the end every track sends BYE; play() then plays the range that was set since, or all from the start.
 /// For the states see PlaybackState. Threads: any. No packet of a track is sent after pause() or remove() of
 /// it has returned.
-class PlaybackSession : public PlaybackWork, public std::enable_shared_from_this<PlaybackSession>
+class PlaybackSession : public PooledWork, public std::enable_shared_from_this<PlaybackSession>
 {
 public:
     /// The part of the recordings that is played.
@@ -45,9 +45,9 @@ public:
         WallTime start;
     };
 
-    /// \param scheduler  runs the session's work; outlives it
-    PlaybackSession(const Interval& interval, std::unique_ptr<PlaybackSource> source,
-                    PlaybackScheduler& scheduler, const PlaybackSettings& settings);
+    /// \param pool  runs the session's work; outlives it
+    PlaybackSession(const Interval& interval, std::unique_ptr<PlaybackSource> source, WorkPool& pool,
+                    const PlaybackSettings& settings);
     ~PlaybackSession() override;
 
     /// Adds a track in place of the one of the same kind (video or audio).
@@ -130,7 +130,7 @@ private:
 
     const Interval interval_;
     PlaybackSettings settings_;  // the report interval under the lock; the rest is constant
-    PlaybackScheduler& scheduler_;
+    WorkPool& pool_;
     const std::unique_ptr<PlaybackSource> source_;  // run() alone, without the lock
     const RtcpWriter::Name name_;
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <utility>
 
-#include "refhost/playback/PlaybackScheduler.h"
+#include "refhost/threads/WorkPool.h"
 
 namespace refhost
 {
@@ -111,7 +111,7 @@ bool ReadAhead::add(Batch batch, MonotonicTime now)
 MonotonicTime ReadAhead::retryTime(MonotonicTime now) const
 {
     const bool waits = state_.is(ReadState::waiting) && later_ > now && queue_.size() < minUnits;
-    return waits ? later_ : PlaybackWork::never;
+    return waits ? later_ : PooledWork::never;
 }
 
 }  // namespace refhost

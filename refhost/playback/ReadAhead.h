@@ -82,7 +82,7 @@ public:
     /// \returns whether units were read or the end was found
     bool add(Batch batch, MonotonicTime now);
 
-    /// When to read more of a recording that still grows; PlaybackWork::never when sending does not depend on
+    /// When to read more of a recording that still grows; PooledWork::never when sending does not depend on
     /// it.
     MonotonicTime retryTime(MonotonicTime now) const;
 

@@ -229,7 +229,7 @@ void Recorder::wakeIn(Duration delay)
     }
 }
 
-void Recorder::run()
+MonotonicTime Recorder::run(MonotonicTime /*now*/)
 {
     Units units;
     {
@@ -240,6 +240,7 @@ void Recorder::run()
     }
     writeAll(units);
     endIfStopped();
+    return never;
 }
 
 void Recorder::writeAll(Units& units)

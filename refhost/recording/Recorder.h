@@ -145,7 +145,7 @@ private:
     void wakeIn(Duration delay) OV_REQUIRES(inletMutex_);
 
     // On one thread of the disk at a time.
-    void run() override;
+    MonotonicTime run(MonotonicTime now) override;
     void writeAll(Units& units);
     void endIfStopped();
     void take(const EncodedUnitPtr& unit);

@@ -1,17 +1,18 @@
 #include "refhost/threads/WorkPool.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <chrono>
 #include <system_error>
 #include <utility>
 
-#include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
 
 namespace refhost
 {
 
-WorkPool::WorkPool(const Options& options) : options_(options) {}
+WorkPool::WorkPool(Options options) : options_(std::move(options)) {}
 
 WorkPool::~WorkPool()
 {
@@ -58,9 +59,9 @@ MonotonicTime WorkPool::aligned(MonotonicTime due, Duration grain)
 
 void WorkPool::wake(const std::shared_ptr<PooledWork>& work, Duration delay)
 {
-    const MonotonicTime now = HostClock::system().now();
-    const MonotonicTime due = delay > Duration::zero() ? aligned(now + delay, options_.grain) : now;
-    bool isFirst = false;
+    const MonotonicTime now = options_.clock->now();
+    const MonotonicTime due = now + delay;
+    bool notify = false;
     {
         const MutexLock guard(mutex_);
         if (closing_)
@@ -74,6 +75,8 @@ void WorkPool::wake(const std::shared_ptr<PooledWork>& work, Duration delay)
             entry.again = std::min(due, entry.again.value_or(due));
             return;
         }
+        entry.work = work;
+        entry.kept = work;
         if (entry.ticket)
         {
             if (entry.ticket->first <= due)
@@ -82,15 +85,31 @@ void WorkPool::wake(const std::shared_ptr<PooledWork>& work, Duration delay)
             }
             due_.remove(*entry.ticket);
         }
-        entry.work = work;
-        isFirst = due < due_.nextDue();
         entry.ticket = due_.add(due, work.get());
+        notify = due <= now || aligned(due, options_.grain) < watched_;
         makeThreads();
     }
-    if (isFirst)
+    if (notify)
     {
         changed_.notifyOne();
     }
+}
+
+std::size_t WorkPool::runDue(std::size_t max)
+{
+    const MutexLock guard(mutex_);
+    std::size_t runs = 0;
+    while (runs < max && runOne(options_.clock->now()))
+    {
+        ++runs;
+    }
+    return runs;
+}
+
+MonotonicTime WorkPool::nextDue() const
+{
+    const MutexLock guard(mutex_);
+    return due_.nextDue();
 }
 
 void WorkPool::makeThreads()
@@ -114,20 +133,28 @@ void WorkPool::makeThreads()
 
 void WorkPool::serve()
 {
+    pthread_setname_np(pthread_self(), options_.name.c_str());
     const MutexLock guard(mutex_);
     while (!closing_)
     {
-        if (runOne(HostClock::system().now()))
+        if (!runOne(options_.clock->now()))
         {
-            continue;
+            sleep();
         }
-        if (due_.empty())
-        {
-            changed_.wait(mutex_);
-            continue;
-        }
-        changed_.waitUntil(mutex_, std::chrono::steady_clock::time_point(due_.nextDue().time_since_epoch()));
     }
+}
+
+void WorkPool::sleep()
+{
+    if (due_.empty())
+    {
+        changed_.wait(mutex_);
+        return;
+    }
+    watched_ = aligned(due_.nextDue(), options_.grain);
+    changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + (watched_ - options_.clock->now()));
+    // Others may sleep on, but for how long is not known any more.
+    watched_ = PooledWork::never;
 }
 
 bool WorkPool::runOne(MonotonicTime now)
@@ -138,29 +165,46 @@ bool WorkPool::runOne(MonotonicTime now)
         return false;
     }
     Entry& entry = entries_[*key];
+    std::shared_ptr<PooledWork> work = entry.work.lock();
+    if (work == nullptr)
+    {
+        entries_.erase(*key);
+        return true;
+    }
+    entry.kept.reset();
     entry.ticket.reset();
-    std::shared_ptr<PooledWork> work = entry.work;
-    if (!due_.empty())
+    if (!due_.empty() && (due_.nextDue() <= now || aligned(due_.nextDue(), options_.grain) < watched_))
     {
         // This thread may be gone for long: another one looks after the rest.
         changed_.notifyOne();
     }
+    MonotonicTime due;
     {
         const MutexUnlock unguarded(mutex_);
-        work->run();
+        due = work->run(now);
     }
-    if (entry.again)
-    {
-        entry.ticket = due_.add(*std::exchange(entry.again, std::nullopt), *key);
-    }
-    else
-    {
-        entries_.erase(*key);
-    }
+    settle(*key, due);
     // The last hold may be this one, and the end of a work takes its time.
     const MutexUnlock unguarded(mutex_);
     work.reset();
     return true;
+}
+
+/// \param due  when the work wants to run again
+void WorkPool::settle(PooledWork* key, MonotonicTime due)
+{
+    Entry& entry = entries_[key];
+    if (entry.again)
+    {
+        entry.kept = entry.work.lock();
+        due = std::min(due, *std::exchange(entry.again, std::nullopt));
+    }
+    if (due == PooledWork::never)
+    {
+        entries_.erase(key);
+        return;
+    }
+    entry.ticket = due_.add(due, key);
 }
 
 }  // namespace refhost

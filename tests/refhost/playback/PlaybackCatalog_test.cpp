@@ -24,13 +24,13 @@ protected:
         record.setRecordEndTime(static_cast<unsigned long>(unixSeconds(at(end))));
         info = MediaInfo();
         EXPECT_EQ(catalog->describe(record, info), hostStreamNotReady);
-        scheduler.runDue(10);
+        pool.runDue(10);
         return catalog->describe(record, info);
     }
 
-    PlaybackScheduler scheduler{clock};
+    WorkPool pool{{0, Duration::zero(), "playback", &clock}};
     std::shared_ptr<PlaybackCatalog> catalog =
-        std::make_shared<PlaybackCatalog>([this] { return recordings; }, scheduler, clock);
+        std::make_shared<PlaybackCatalog>([this] { return recordings; }, pool, clock);
     MediaInfo info;
 };
 

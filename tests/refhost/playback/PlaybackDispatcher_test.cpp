@@ -91,11 +91,11 @@ TEST_F(PlaybackDispatcherTest, WithoutRecordingsThereIsNothingToPlayOrDescribe)
     dispatcher.init("a", record);
     ASSERT_EQ(dispatcher.setup("a", info, 1364, connection()), 0);
     EXPECT_EQ(dispatcher.find("a")->play("trackID=0"), hostStreamNotReady);
-    service.scheduler().runDue();
+    service.pool().runDue();
     EXPECT_EQ(dispatcher.find("a")->play("trackID=0"), hostRangeInvalid);
     MediaInfo described;
     EXPECT_EQ(service.catalog().describe(record, described), hostStreamNotReady);
-    service.scheduler().runDue();
+    service.pool().runDue();
     EXPECT_EQ(service.catalog().describe(record, described), hostRecordingUnknown);
 }
 
@@ -103,7 +103,7 @@ TEST_F(PlaybackDispatcherTest, MissingRecordingIsCachedForAShortTime)
 {
     MediaInfo described;
     service.catalog().describe(record, described);
-    service.scheduler().runDue();
+    service.pool().runDue();
     clock.advance(PlaybackCatalog::maxNothingAge - std::chrono::milliseconds(1));
     EXPECT_EQ(service.catalog().describe(record, described), hostRecordingUnknown);
     clock.advance(std::chrono::milliseconds(1));
@@ -127,7 +127,7 @@ TEST_F(PlaybackDispatcherTest, OldestIntervalIsForgottenFirst)
         record.setRecordEndTime(2000 + i);
         EXPECT_EQ(service.catalog().describe(record, described), hostStreamNotReady);
     }
-    service.scheduler().runDue();
+    service.pool().runDue();
     EXPECT_EQ(service.catalog().describe(record, described), hostRecordingUnknown);
     record.setRecordEndTime(2000);
     EXPECT_EQ(service.catalog().describe(record, described), hostStreamNotReady) << "it was dropped";

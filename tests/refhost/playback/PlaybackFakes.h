@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "refhost/base/HostStatus.h"
-#include "refhost/playback/PlaybackScheduler.h"
 #include "refhost/playback/PlaybackSession.h"
 #include "refhost/playback/PlaybackSource.h"
+#include "refhost/threads/WorkPool.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
 namespace refhost
@@ -219,9 +219,8 @@ protected:
     /// \param start  date of position 0
     void make(double begin, double end, double start)
     {
-        session =
-            std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(begin), at(end), at(start)},
-                                              std::make_unique<FakeSource>(recordings), scheduler, settings);
+        session = std::make_shared<PlaybackSession>(PlaybackSession::Interval{at(begin), at(end), at(start)},
+                                                    std::make_unique<FakeSource>(recordings), pool, settings);
     }
 
     static SubMediaInfo trackInfo(const std::string& track)
@@ -267,7 +266,7 @@ protected:
 
     void runWorkers()
     {
-        ASSERT_LT(scheduler.runDue(1000), 1000U) << "the worker never gets idle";
+        ASSERT_LT(pool.runDue(1000), 1000U) << "the worker never gets idle";
     }
 
     /// Advances the clock in small steps and runs the worker.
@@ -313,7 +312,7 @@ protected:
 
     ManualClock clock;
     PlaybackSettings settings;
-    PlaybackScheduler scheduler{clock};
+    WorkPool pool{{0, Duration::zero(), "playback", &clock}};
     std::shared_ptr<FakeRecordings> recordings = std::make_shared<FakeRecordings>();
     std::shared_ptr<PlaybackSession> session;
     std::map<std::string, SafePointer<FakeTransport>> transports;

@@ -120,7 +120,7 @@ TEST_F(PlaybackPlay, EndsExactlyAtTheEndAndSendsBye)
     EXPECT_TRUE(sentBye(*frames));
     EXPECT_TRUE(sentBye(*audioWire));
     EXPECT_TRUE(session->ended());
-    EXPECT_EQ(scheduler.size(), 0U);
+    EXPECT_EQ(pool.size(), 0U);
 }
 
 TEST_F(PlaybackPlay, PlaysAgainAfterTheEnd)
@@ -265,7 +265,7 @@ TEST_F(PlaybackPlay, NothingIsLeftOfARemovedSession)
     session.reset();
     pass(1000);
     EXPECT_TRUE(gone.expired());
-    EXPECT_EQ(scheduler.size(), 0U);
+    EXPECT_EQ(pool.size(), 0U);
     EXPECT_EQ(wire->units().size(), before);
 }
 
@@ -276,7 +276,7 @@ TEST_F(PlaybackPlay, AClosedTransportEndsTheWork)
     pass(100);
     transports.at(video)->close();
     pass(1000);
-    EXPECT_EQ(scheduler.size(), 0U);
+    EXPECT_EQ(pool.size(), 0U);
     bool connected = true;
     ASSERT_EQ(session->connectionState(video, connected), 0);
     EXPECT_FALSE(connected);

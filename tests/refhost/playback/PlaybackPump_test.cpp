@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "refhost/playback/PlaybackScheduler.h"
+#include "refhost/threads/WorkPool.h"
 #include "tests/refhost/base/TransitionTable.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
@@ -79,7 +79,7 @@ TEST_F(PlaybackPumpTest, StartsWithoutAPlaceAndSendsNothing)
 {
     const auto video = addTrack(true);
     EXPECT_EQ(pump->state(), PlaybackState::unplaced);
-    EXPECT_EQ(run(), PlaybackWork::never);
+    EXPECT_EQ(run(), PooledWork::never);
     EXPECT_DEBUG_DEATH(pump->start(*video, begin), "illegal transition");
 }
 
@@ -104,7 +104,7 @@ TEST_F(PlaybackPumpTest, ReturnsWhenTheNextUnitIsDue)
     pump->readAhead().queue().add(unitAt(frameLength));
     EXPECT_EQ(run(), clock.now() + 40ms);
     clock.advance(std::chrono::milliseconds(40));
-    EXPECT_EQ(run(), PlaybackWork::never) << "the queue is empty and the end is not known";
+    EXPECT_EQ(run(), PooledWork::never) << "the queue is empty and the end is not known";
     EXPECT_EQ(frames->units().size(), 2U);
 }
 

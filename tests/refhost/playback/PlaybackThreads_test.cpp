@@ -24,7 +24,7 @@ protected:
 
     ~PlaybackThreads() override
     {
-        threaded.stop();
+        threaded.close();
     }
 
     std::shared_ptr<PlaybackSession> makeThreaded()
@@ -34,12 +34,11 @@ protected:
                                                  settings);
     }
 
-    PlaybackScheduler threaded{HostClock::system()};
+    WorkPool threaded{WorkPool::Options()};
 };
 
 TEST_F(PlaybackThreads, MethodsRaceWithTheWorkers)
 {
-    threaded.start(2);
     session = makeThreaded();
     const auto frames = setUp(video);
     const auto audioWire = setUp(audio);
@@ -87,7 +86,6 @@ TEST_F(PlaybackThreads, MethodsRaceWithTheWorkers)
 
 TEST_F(PlaybackThreads, NothingLeavesAfterAPauseHasReturned)
 {
-    threaded.start(2);
     session = makeThreaded();
     const auto wire = setUp(video);
     for (int i = 0; i < 50; ++i)

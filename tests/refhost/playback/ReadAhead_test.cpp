@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "refhost/playback/PlaybackScheduler.h"
+#include "refhost/threads/WorkPool.h"
 #include "tests/refhost/base/TransitionTable.h"
 #include "tests/refhost/rtp/RtpFakes.h"
 
@@ -158,7 +158,7 @@ TEST_F(ReadAheadTest, BehindTheEndNothingIsReadUntilANewPlace)
     EXPECT_TRUE(readOnce(start));
     EXPECT_TRUE(readAhead->atEnd());
     EXPECT_FALSE(readAhead->shouldRead(start, 1));
-    EXPECT_EQ(readAhead->retryTime(start), PlaybackWork::never);
+    EXPECT_EQ(readAhead->retryTime(start), PooledWork::never);
     readAhead->restart(frameAt(0s));
     EXPECT_FALSE(readAhead->atEnd());
     EXPECT_EQ(readAhead->queue().size(), 1U) << "what was read before is gone";

@@ -1,12 +1,18 @@
 #include "refhost/threads/WorkPool.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <array>
 #include <atomic>
 #include <functional>
 #include <future>
 #include <mutex>
+#include <optional>
 #include <set>
+#include <string>
+
+#include "tests/refhost/base/ManualClock.h"
 
 namespace refhost
 {
@@ -22,20 +28,36 @@ constexpr seconds patience{20};
 class Called : public PooledWork
 {
 public:
-    explicit Called(std::function<void(Called&)> call) : call_(std::move(call)) {}
+    using Call = std::function<MonotonicTime(MonotonicTime now)>;
 
-    void run() override
+    explicit Called(Call call) : call_(std::move(call)) {}
+
+    MonotonicTime run(MonotonicTime now) override
     {
-        call_(*this);
+        ++runs;
+        return call_(now);
     }
 
+    std::atomic<int> runs{0};
+
 private:
-    const std::function<void(Called&)> call_;
+    const Call call_;
 };
 
 std::shared_ptr<Called> calls(std::function<void()> call)
 {
-    return std::make_shared<Called>([call = std::move(call)](Called&) { call(); });
+    return std::make_shared<Called>(
+        [call = std::move(call)](MonotonicTime) mutable
+        {
+            call();
+            return PooledWork::never;
+        });
+}
+
+/// Work that asks to run again after `delay`, ever again.
+std::shared_ptr<Called> callsEvery(Duration delay)
+{
+    return std::make_shared<Called>([delay](MonotonicTime now) { return now + delay; });
 }
 
 /// Work that stands still until the test lets it go, as on a disk that hangs.
@@ -246,6 +268,143 @@ TEST(WorkPool, ClosedPoolDropsWhatWaitsAndTakesNothing)
     pool.wake(calls([&] { ++runs; }));
     EXPECT_EQ(pool.size(), 0U);
     EXPECT_EQ(runs, 0);
+}
+
+TEST(WorkPool, WorkRunsAgainAtTheTimeItAsksFor)
+{
+    WorkPool pool({1, milliseconds(1)});
+    std::promise<MonotonicTime> again;
+    std::optional<MonotonicTime> first;
+    const auto work = std::make_shared<Called>(
+        [&](MonotonicTime now)
+        {
+            if (!first)
+            {
+                first = now;
+                return now + milliseconds(30);
+            }
+            again.set_value(now);
+            return PooledWork::never;
+        });
+    pool.wake(work);
+    auto when = again.get_future();
+    ASSERT_EQ(when.wait_for(patience), std::future_status::ready);
+    EXPECT_GE(when.get() - *first, milliseconds(30));
+}
+
+TEST(WorkPool, WorkThatAsksToRunAgainNeverRunsOnTwoThreadsAtOnce)
+{
+    WorkPool pool({4, milliseconds(1)});
+    std::atomic<int> inside{0};
+    std::atomic<int> overlaps{0};
+    int runs = 0;  // unguarded: a race would be found by the thread sanitizer
+    std::promise<void> enough;
+    const auto work = std::make_shared<Called>(
+        [&](MonotonicTime now)
+        {
+            overlaps += inside++ > 0 ? 1 : 0;
+            if (++runs == 2000)
+            {
+                enough.set_value();
+            }
+            --inside;
+            return runs < 2000 ? now : PooledWork::never;
+        });
+    auto done = enough.get_future();
+    while (done.wait_for(milliseconds(0)) != std::future_status::ready)
+    {
+        pool.wake(work);
+    }
+    pool.close();
+    EXPECT_EQ(overlaps, 0);
+}
+
+TEST(WorkPool, ThreadsAreNamed)
+{
+    WorkPool pool({1, milliseconds(1), "named so"});
+    std::promise<std::string> name;
+    pool.wake(calls(
+        [&]
+        {
+            std::array<char, 16> text{};
+            pthread_getname_np(pthread_self(), text.data(), text.size());
+            name.set_value(text.data());
+        }));
+    auto found = name.get_future();
+    ASSERT_EQ(found.wait_for(patience), std::future_status::ready);
+    EXPECT_EQ(found.get(), "named so");
+}
+
+/// A pool without threads, whose work the test runs.
+class WorkPoolWithoutThreads : public testing::Test
+{
+protected:
+    test::ManualClock clock;
+    WorkPool pool{{0, Duration::zero(), "test", &clock}};
+};
+
+TEST_F(WorkPoolWithoutThreads, RunsWokenWorkOnce)
+{
+    const auto work = calls([] {});
+    pool.wake(work);
+    pool.wake(work);
+    EXPECT_EQ(pool.runDue(), 1U);
+    EXPECT_EQ(pool.runDue(), 0U);
+    EXPECT_EQ(pool.size(), 0U);
+}
+
+TEST_F(WorkPoolWithoutThreads, RunsWorkAgainWhenItIsDue)
+{
+    const auto work = callsEvery(milliseconds(40));
+    pool.wake(work);
+    pool.runDue();
+    clock.advance(milliseconds(39));
+    EXPECT_EQ(pool.runDue(), 0U);
+    clock.advance(milliseconds(1));
+    EXPECT_EQ(pool.runDue(), 1U);
+    EXPECT_EQ(pool.nextDue(), clock.now() + milliseconds(40));
+}
+
+TEST_F(WorkPoolWithoutThreads, WorkWokenRepeatedlyDoesNotStarveOthers)
+{
+    const auto patient = callsEvery(milliseconds(10));
+    pool.wake(patient);
+    pool.runDue();
+    clock.advance(milliseconds(20));
+    std::shared_ptr<Called> eager;
+    eager = calls([&] { pool.wake(eager); });
+    pool.wake(eager);
+    pool.runDue(10);
+    EXPECT_EQ(patient->runs, 2);
+    pool.close();
+    eager.reset();
+}
+
+TEST_F(WorkPoolWithoutThreads, DropsWorkThatAskedToRunAgainWithItsLastOwner)
+{
+    auto work = callsEvery(milliseconds(10));
+    const std::weak_ptr<Called> kept = work;
+    pool.wake(work);
+    pool.runDue();
+    EXPECT_EQ(pool.size(), 1U);
+    work.reset();
+    EXPECT_TRUE(kept.expired());
+    clock.advance(milliseconds(10));
+    pool.runDue();
+    EXPECT_EQ(pool.size(), 0U);
+}
+
+TEST_F(WorkPoolWithoutThreads, KeepsWorkThatIsWokenThoughItAskedToRunAgain)
+{
+    auto work = callsEvery(milliseconds(10));
+    const std::weak_ptr<Called> kept = work;
+    pool.wake(work);
+    pool.runDue();
+    pool.wake(std::exchange(work, nullptr), std::chrono::hours(1));
+    EXPECT_FALSE(kept.expired());
+    clock.advance(milliseconds(10));
+    EXPECT_EQ(pool.runDue(), 1U);
+    EXPECT_TRUE(kept.expired());
 }
 
 }  // namespace
