@@ -82,9 +82,9 @@ HttpReply end(const ServerView& view, const HttpRequest& request)
     {
         return HttpReply::problem(forbidden, "Ending a session needs the right \"admin\" to its camera.");
     }
-    Log::info("session {} ended: {} asked for it over HTTP", session->logName(),
-              request.user.empty() ? request.peer.text() : "user \"" + Log::safe(request.user) + "\"");
-    view.sessions->end(session);
+    const std::string who =
+        request.user.empty() ? request.peer.text() : "user \"" + Log::safe(request.user) + "\"";
+    view.sessions->endUnexpectedly(session, who + " asked for it over HTTP");
     return HttpReply::empty();
 }
 

@@ -75,17 +75,33 @@ void ConnectionLoop::closeWhenDisplaced(RtspConnection& connection, ConnectionSl
                      { events_.post([this, serial] { closeDisplaced(serial); }); });
 }
 
-/// Displacing is rare enough to look at all connections.
 void ConnectionLoop::closeDisplaced(std::uint64_t serial)
 {
-    const auto displaced =
-        std::find_if(connections_.begin(), connections_.end(),
-                     [serial](const auto& entry) { return entry.first->serial() == serial; });
-    if (displaced != connections_.end())
+    if (const auto displaced = find(serial))
     {
-        Log::debug("{}: ended a connection to make room", displaced->first->peer().text());
-        close(*displaced->first);
+        Log::debug("{}: ended a connection to make room", displaced->peer().text());
+        close(*displaced);
     }
+}
+
+/// Rare enough to look at all connections.
+std::shared_ptr<RtspConnection> ConnectionLoop::find(std::uint64_t serial) const
+{
+    const auto found = std::find_if(connections_.begin(), connections_.end(),
+                                    [serial](const auto& entry) { return entry.first->serial() == serial; });
+    return found == connections_.end() ? nullptr : found->second;
+}
+
+void ConnectionLoop::endUnlessUsed(std::uint64_t serial)
+{
+    events_.post(
+        [this, serial]
+        {
+            if (const auto connection = find(serial))
+            {
+                connection->endUnlessUsed();
+            }
+        });
 }
 
 void ConnectionLoop::retryDeferred()

@@ -24,7 +24,7 @@ namespace refhost
 {
 
 /// One event loop of the server with its connections, one timer for all their timeouts, and the buffers for
-/// requests and responses. Threads: adopt(), connections(), retryDeferred() and closeAll() any; everything else the loop's.
+/// requests and responses. Threads: adopt(), connections(), retryDeferred(), endUnlessUsed() and closeAll() any; everything else the loop's.
 class ConnectionLoop
 {
 public:
@@ -59,6 +59,9 @@ public:
 
     /// Retries every deferred request.
     void retryDeferred();
+
+    /// Ends the connection with this serial, if it is one of the loop's, unless a session uses it.
+    void endUnlessUsed(std::uint64_t serial);
     /// Closes every connection and waits for that. Not on the loop's thread.
     void closeAll();
 
@@ -75,6 +78,7 @@ public:
 private:
     void take(const std::shared_ptr<ByteStream>& stream, const std::shared_ptr<ConnectionSlots::Slot>& slot);
     void closeWhenDisplaced(RtspConnection& connection, ConnectionSlots::Slot& slot);
+    std::shared_ptr<RtspConnection> find(std::uint64_t serial) const;
     void closeDisplaced(std::uint64_t serial);
     void retryDeferredNow();
     void sweep();

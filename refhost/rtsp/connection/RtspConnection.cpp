@@ -306,6 +306,15 @@ void RtspConnection::drain()
     }
 }
 
+void RtspConnection::endUnlessUsed()
+{
+    if (!handler_.carriesSession())
+    {
+        drain();
+        endWhereDone();
+    }
+}
+
 void RtspConnection::deferRequest()
 {
     reader_->putBack();

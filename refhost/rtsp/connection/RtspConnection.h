@@ -56,6 +56,8 @@ public:
     /// Closes the connection and ends the sessions interleaved in it. Further calls do nothing.
     void close();
 
+    /// Ends the connection, after what waits for the client, unless a session uses it.
+    void endUnlessUsed();
     /// Retries a deferred request.
     void retryDeferred();
     /// Checks the timeouts.

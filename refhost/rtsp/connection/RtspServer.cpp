@@ -163,6 +163,14 @@ void RtspServer::startLoops()
             }
         });
     subscribed_ = true;
+    services_.sessions.reportUnaware(
+        [this](std::uint64_t connection)
+        {
+            for (const auto& loop : loops_)
+            {
+                loop->endUnlessUsed(connection);
+            }
+        });
     EventLoop& first = loops_.front()->events();
     EventLoop& last = loops_.back()->events();
     UdpServer* const udp = services_.udp.get();
@@ -287,6 +295,7 @@ void RtspServer::stop()
     {
         ChangeSignal::instance().unsubscribe(subscription_);
     }
+    services_.sessions.reportUnaware(nullptr);
     for (const auto& loop : loops_)
     {
         loop->closeAll();

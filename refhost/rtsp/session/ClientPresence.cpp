@@ -32,6 +32,12 @@ void ClientPresence::connectionEnded(std::uint64_t connection, MonotonicTime now
     }
 }
 
+std::uint64_t ClientPresence::connection() const
+{
+    const SmallMutexLock guard(mutex_);
+    return orphaned_ ? 0 : connection_;
+}
+
 bool ClientPresence::expired(MonotonicTime now, Duration sessionTimeout, Duration orphanTimeout) const
 {
     const MonotonicTime activity = liveness_->lastActivity();

@@ -32,6 +32,9 @@ public:
     /// A connection ended. Only that of the last request counts.
     void connectionEnded(std::uint64_t connection, MonotonicTime now);
 
+    /// Serial of the connection of the last request; 0 when that connection ended.
+    std::uint64_t connection() const;
+
     /// True `sessionTimeout` after the last activity, or `orphanTimeout` after the end of the connection
     /// without activity since.
     bool expired(MonotonicTime now, Duration sessionTimeout, Duration orphanTimeout) const;

@@ -70,7 +70,11 @@ void ConnectionSessions::use(const std::shared_ptr<RtspSession>& session)
 bool ConnectionSessions::carriesSession()
 {
     return std::any_of(sessions_.begin(), sessions_.end(),
-                       [](const std::weak_ptr<RtspSession>& session) { return !session.expired(); });
+                       [](const std::weak_ptr<RtspSession>& weak)
+                       {
+                           const auto session = weak.lock();
+                           return session != nullptr && !session->over();
+                       });
 }
 
 void ConnectionSessions::connectionAnswered(MonotonicTime time)

@@ -35,7 +35,7 @@ public:
     /// Adds "Session: <id>;timeout=<seconds>".
     void addHeader(ResponseWriter& out, const RtspSession& session) const;
 
-    /// True while a session used on this connection exists.
+    /// True while a session used on this connection has not ended.
     bool carriesSession();
     /// The client's TCP acknowledged data at `time`.
     void connectionAnswered(MonotonicTime time);

@@ -1,5 +1,6 @@
 #include "refhost/rtsp/session/RtspSession.h"
 
+#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <utility>
@@ -410,6 +411,8 @@ void RtspSession::end()
         return;
     }
     state_.enter(SessionState::ended);
+    over_.store(true, std::memory_order_release);
+    unaware_ = SessionTracks::anyPlaying(tracks_.all()) && sentNothing();
     for (SessionTrack* track : tracks_.all())
     {
         stopTrack(*track);
@@ -419,6 +422,24 @@ void RtspSession::end()
     recordedPlay_.reset();
     controller_.reset();
     audit_.ended(owner_);
+}
+
+/// As the transports count it. The tracks of a group count for the member whose SETUP was the last.
+bool RtspSession::sentNothing() const
+{
+    const Selection tracks = tracks_.all();
+    return std::all_of(tracks.begin(), tracks.end(),
+                       [](const SessionTrack* track)
+                       {
+                           const auto& transport = track->delivery.transport;
+                           return !transport || (*transport)->sent.bytes.load(std::memory_order_relaxed) == 0;
+                       });
+}
+
+std::uint64_t RtspSession::unawareConnection() const
+{
+    const SmallMutexLock guard(mutex_);
+    return unaware_ ? presence_.connection() : 0;
 }
 
 void RtspSession::noteRequest(std::uint64_t connection, MonotonicTime now)

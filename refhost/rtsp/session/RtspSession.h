@@ -143,6 +143,16 @@ public:
     /// Stops every track and releases the controller. Further calls do nothing.
     void end();
 
+    /// Whether end() was called. Never waits.
+    bool over() const
+    {
+        return over_.load(std::memory_order_acquire);
+    }
+
+    /// The connection of a client that waits for packets and was sent none, so that no BYE announced the end.
+    /// \returns 0 when there is none, or before the end
+    std::uint64_t unawareConnection() const;
+
     /// A request for the session was received.
     void noteRequest(std::uint64_t connection, MonotonicTime now);
 
@@ -175,6 +185,7 @@ private:
     void takeBack(const Selection& tracks) OV_REQUIRES(mutex_);
     Played played(const Selection& tracks, const PlayRequest& order) OV_REQUIRES(mutex_);
     void stopTrack(SessionTrack& track) OV_REQUIRES(mutex_);
+    bool sentNothing() const OV_REQUIRES(mutex_);
 
     const std::string id_;
     const std::uint64_t number_;
@@ -185,6 +196,7 @@ private:
     const SessionOwner owner_;
     ClientPresence presence_;
     std::atomic<bool> replays_{false};
+    std::atomic<bool> over_{false};
 
     const std::unique_ptr<const SharedStream> shared_;  // null without multicast
     mutable SmallMutex own_;
@@ -194,6 +206,7 @@ private:
     std::unique_ptr<RecordedPlay> recordedPlay_ OV_GUARDED_BY(mutex_);  // null for a live stream
     SessionTracks tracks_ OV_GUARDED_BY(mutex_);
     SessionAudit audit_ OV_GUARDED_BY(mutex_);
+    bool unaware_ OV_GUARDED_BY(mutex_) = false;                    // the end left no trace for the client
     std::unique_ptr<TransportHold> waiting_ OV_GUARDED_BY(mutex_);  // of a PLAY that waits
 };
 

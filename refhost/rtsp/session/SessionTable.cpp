@@ -138,6 +138,24 @@ void SessionTable::end(const std::shared_ptr<RtspSession>& session)
     }
 }
 
+void SessionTable::endUnexpectedly(const std::shared_ptr<RtspSession>& session, std::string_view why)
+{
+    Log::info("session {} ended: {}", session->logName(), why);
+    end(session);
+    const std::uint64_t connection = session->unawareConnection();
+    const MutexLock guard(reportMutex_);
+    if (connection != 0 && reportUnaware_)
+    {
+        reportUnaware_(connection);
+    }
+}
+
+void SessionTable::reportUnaware(std::function<void(std::uint64_t connection)> report)
+{
+    const MutexLock guard(reportMutex_);
+    reportUnaware_.swap(report);
+}
+
 void SessionTable::endAll()
 {
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> all;
@@ -195,9 +213,7 @@ std::size_t SessionTable::endUnpermitted(const AccessRules& rules)
         const std::optional<Right> lacked = session->lackedRight(rules);
         if (lacked)
         {
-            Log::info("session {} ended: its user lost the right \"{}\"", session->logName(),
-                      nameOf(*lacked));
-            end(session);
+            endUnexpectedly(session, fmt::format("its user lost the right \"{}\"", nameOf(*lacked)));
             ++ended;
         }
     }
@@ -212,8 +228,7 @@ std::size_t SessionTable::endThose(const std::function<bool(const RtspSession& s
     {
         if (which(*session))
         {
-            Log::info("session {} ended: {}", session->logName(), why);
-            end(session);
+            endUnexpectedly(session, why);
             ++ended;
         }
     }

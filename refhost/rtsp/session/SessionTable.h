@@ -40,6 +40,14 @@ public:
 
     /// Removes a session and ends it.
     void end(const std::shared_ptr<RtspSession>& session);
+    /// The same where the client does not expect it.
+    /// \param why  for the log, such as "its camera was removed"
+    void endUnexpectedly(const std::shared_ptr<RtspSession>& session, std::string_view why);
+
+    /// Calls `report` with the serial of each connection whose client cannot know that its session ended
+    /// unexpectedly. \see RtspSession::unawareConnection()
+    /// \param report  returns at once; null: nobody any more. Not called after this returns with another one
+    void reportUnaware(std::function<void(std::uint64_t connection)> report);
     void endAll();
 
     /// Ends the sessions whose clients were inactive for too long.
@@ -83,6 +91,8 @@ private:
     void noteEnd(const RtspSession& ended);
 
     const Duration sessionTimeout_;
+    Mutex reportMutex_;
+    std::function<void(std::uint64_t)> reportUnaware_ OV_GUARDED_BY(reportMutex_);
     std::atomic<Duration> orphanTimeout_;
     AddressLimiter quota_;
     std::atomic<std::uint64_t> pastSessions_{0};
@@ -90,7 +100,7 @@ private:
     std::atomic<std::uint64_t> pastLost_{0};
     mutable Mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> sessions_
-        OV_GUARDED_BY(mutex_);  // by the id's number
+        OV_GUARDED_BY(mutex_);                      // by the id's number
     std::size_t ending_ OV_GUARDED_BY(mutex_) = 0;  // removed, but still giving back what they hold
 };
 

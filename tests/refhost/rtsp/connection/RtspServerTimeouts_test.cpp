@@ -55,6 +55,46 @@ TEST_F(RtspServerTimeoutsTest, LaterIncompleteRequestEndsTheConnectionToo)
     EXPECT_TRUE(drip.ended());
 }
 
+TEST_F(RtspServerTimeoutsTest, ConnectionOfAViewerWhoWasSentNothingEndsWithItsSession)
+{
+    start();
+    TestClient interleaved(server->port());
+    const std::string id = setUpTcp(interleaved);
+    EXPECT_EQ(interleaved.request("PLAY", url(), session(id)).status, 200);
+    const UdpPort port;
+    TestClient datagrams(server->port());
+    EXPECT_EQ(datagrams.request("PLAY", url(), session(setUpUdp(datagrams, port))).status, 200);
+    EXPECT_EQ(server->endSessions([](int, int) { return true; }, "its stream was removed"), 2U);
+    EXPECT_TRUE(interleaved.ended());
+    EXPECT_TRUE(datagrams.ended());
+    EXPECT_TRUE(eventually([this] { return server->connectionCount() == 0; })) << "though no client closed";
+}
+
+TEST_F(RtspServerTimeoutsTest, ConnectionOfAViewerWhoWasSentNothingStaysForAnotherSession)
+{
+    start();
+    TestClient client(server->port());
+    const std::string id = setUpTcp(client, 1);
+    EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
+    const Received other = client.request("SETUP", track(url("orv/live/1/1"), 0), tcp);
+    EXPECT_EQ(server->endSessions([](int, int stream) { return stream == 0; }, "its stream was removed"), 1U);
+    EXPECT_FALSE(client.ended(50));
+    EXPECT_EQ(client.request("GET_PARAMETER", url(), session(id)).status, 454);
+    EXPECT_EQ(client.request("GET_PARAMETER", url("orv/live/1/1"), session(other.session())).status, 200);
+}
+
+TEST_F(RtspServerTimeoutsTest, ConnectionOfAViewerWhoWasSentMediaStaysWhenItsSessionEnds)
+{
+    start();
+    TestClient client(server->port());
+    const std::string id = setUpTcp(client, 1);
+    EXPECT_EQ(client.request("PLAY", url(), session(id)).status, 200);
+    frame(true);
+    client.frame(0);
+    EXPECT_EQ(server->endSessions([](int, int) { return true; }, "its stream was removed"), 1U);
+    EXPECT_EQ(client.request("GET_PARAMETER", url(), session(id)).status, 454) << "after the BYE";
+}
+
 TEST_F(RtspServerTimeoutsTest, IdleConnectionEndsUnlessItCarriesASession)
 {
     config.limits.sessionTimeout = 10000;
