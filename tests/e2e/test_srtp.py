@@ -4,6 +4,7 @@ import ffmpeg
 import gstreamer
 import pytest
 import recordings
+from network import groups_at_loopback
 from server import DEFAULT_CONFIG, wait_until
 
 TLS = """
@@ -31,6 +32,14 @@ def test_rtspsrc_plays_what_requires_srtp(serve, transport):
     server = serve(secure(DEFAULT_CONFIG, "srtp"))
     server.allow_problem(KEYS_IN_CLEAR)
     play(server.url(), transport)
+
+
+def test_rtspsrc_plays_an_encrypted_group(serve):
+    with groups_at_loopback():
+        server = serve(secure(DEFAULT_CONFIG, "srtp"))
+        server.allow_problem(KEYS_IN_CLEAR)
+        play(server.url(family="orv/multicast"), "udp-mcast")
+        server.stop()
 
 
 def test_rtspsrc_plays_with_keys_sent_over_tls(serve):

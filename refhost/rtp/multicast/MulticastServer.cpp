@@ -166,7 +166,8 @@ bool MulticastServer::describe(MulticastPool::Stream stream, MulticastDestinatio
 
 bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
                                     std::optional<SafePointer<RtpTransport>>& out,
-                                    MulticastDestination& destination)
+                                    MulticastDestination& destination,
+                                    const std::shared_ptr<ProtectedSender>& protection)
 {
     auto lease = impl_->pool.take(stream);
     if (!lease || track < 0 || track >= MulticastGroup::tracks)
@@ -183,7 +184,12 @@ bool MulticastServer::makeTransport(MulticastPool::Stream stream, int track,
         return false;
     }
     destination = {*lease, impl_->settings.ttl, channel->source()};
-    out.emplace(new MulticastTransport(std::move(channel)));
+    const SafePointer<MulticastTransport> transport(new MulticastTransport(std::move(channel)));
+    if (protection != nullptr)
+    {
+        transport->protect(protection);
+    }
+    out.emplace(transport);
     return true;
 }
 

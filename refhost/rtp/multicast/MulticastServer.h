@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "refhost/rtp/ProtectedSender.h"
 #include "refhost/rtp/RtpTransport.h"
 #include "refhost/rtp/multicast/MulticastPool.h"
 #include "support/SafePointer.h"
@@ -46,10 +47,12 @@ public:
     /// \param track    number within the group, from 0
     /// \param[out] out  the transport, on success
     /// \param[out] destination  where it sends to, on success
+    /// \param protection  encrypts the track, the same for all members; null: it is not encrypted
     /// \returns false, with the reason in the log, when other streams use every group, the group has no ports
     ///          for the track, or the system has no route for multicast
     bool makeTransport(MulticastPool::Stream stream, int track, std::optional<SafePointer<RtpTransport>>& out,
-                       MulticastDestination& destination);
+                       MulticastDestination& destination,
+                       const std::shared_ptr<ProtectedSender>& protection = nullptr);
 
     /// A descriptor to watch for reading; call onReadable() when it is readable. A call reads a bounded
     /// number of packets; the descriptor stays readable while more wait.

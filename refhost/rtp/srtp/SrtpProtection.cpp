@@ -38,14 +38,10 @@ SrtpProtection::SrtpProtection(const SrtpKey& own, const SrtpKey& client) : seal
 {
 }
 
-std::optional<MikeyMessage::CryptoSession> SrtpProtection::sending()
+std::optional<std::uint64_t> SrtpProtection::sent(std::uint32_t ssrc)
 {
     const MutexLock guard(sendMutex_);
-    if (!sealer_.ssrc())
-    {
-        return std::nullopt;
-    }
-    return MikeyMessage::CryptoSession{*sealer_.ssrc(), sealer_.rolloverCounter()};
+    return sealer_.ssrc() == ssrc ? std::optional(sealer_.index()) : std::nullopt;
 }
 
 AccessUnitPtr SrtpProtection::seal(const AccessUnit& unit, std::size_t firstPacket,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -20,8 +21,9 @@ public:
     /// \param client  of what the client sends; of a suite that SrtpOpener supports
     SrtpProtection(const SrtpKey& own, const SrtpKey& client);
 
-    /// The source that is sent, and how often its sequence numbers started over; nothing before the first packet.
-    std::optional<MikeyMessage::CryptoSession> sending();
+    /// The number of the last packet of a source: its sequence number, and above it 65536 for each time that they
+    /// started over. Nothing when the source is not the one that is sent.
+    std::optional<std::uint64_t> sent(std::uint32_t ssrc);
 
     AccessUnitPtr seal(const AccessUnit& unit, std::size_t firstPacket,
                        const RtpHeaderFields& header) override;

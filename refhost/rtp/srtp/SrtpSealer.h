@@ -44,10 +44,10 @@ public:
         return ssrc_;
     }
 
-    /// How often its sequence numbers started over.
-    std::uint32_t rolloverCounter() const
+    /// Its number: the sequence number, and above it how often those started over.
+    std::uint64_t index() const
     {
-        return rolloverCounter_;
+        return std::uint64_t{rolloverCounter_} << 16U | sequence_;
     }
 
 private:

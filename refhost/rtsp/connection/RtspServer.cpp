@@ -273,13 +273,7 @@ bool RtspServer::setConfig(const ServerConfig& config, std::string& error)
 std::size_t RtspServer::endSessions(const std::function<bool(int camera, int stream)>& which,
                                     const std::string& why)
 {
-    return services_.sessions.endThose(
-        [&which](const RtspSession& session)
-        {
-            const auto stream = session.liveStream();
-            return stream && which(stream->first, stream->second);
-        },
-        why);
+    return services_.endStreams(which, why);
 }
 
 void RtspServer::stop()

@@ -43,6 +43,12 @@ public:
     /// Whether media may be sent, or received, so.
     static bool admits(Protection protection, bool encrypted, const TransportChoice& choice);
 
+    /// Whether groups are sent as SRTP, to all members alike.
+    static bool encryptsGroup(Protection protection)
+    {
+        return protection == Protection::srtp || protection == Protection::anyEncrypted;
+    }
+
     /// The key's value in the configuration, for the log.
     static std::string_view nameOf(Protection protection);
 

@@ -61,18 +61,24 @@ RequestSecurity::Description RequestSecurity::description(const RequestContext& 
 {
     const MediaRoutes::Route* const route = services_.routes.find(context.url.presentation);
     const Protection protection = protectionOf(context);
+    const bool encrypted = connection_.encrypted();
+    const auto policy = services_.policy.get();
     if (route != nullptr && route->multicast())
     {
-        return {false, protection == Protection::none ? "" : "multicast is not encrypted"};
+        if (protection == Protection::tls)
+        {
+            return {false, "no group is sent inside TLS"};
+        }
+        const bool srtp = MediaSecurity::encryptsGroup(protection);
+        return {srtp, srtp && !policy->security.keysAllowed(encrypted) ? keysInClear : ""};
     }
-    const bool encrypted = connection_.encrypted();
     if (protection == Protection::tls && !encrypted)
     {
         return {false, "it needs a TLS connection"};
     }
     const bool srtp =
         MediaSecurity::describesSrtp(protection, encrypted, context.url.has("security", "srtp"));
-    return {srtp, srtp && !services_.policy.get()->security.keysAllowed(encrypted) ? keysInClear : ""};
+    return {srtp, srtp && !policy->security.keysAllowed(encrypted) ? keysInClear : ""};
 }
 
 std::vector<SdpWriter::KeyLines> RequestSecurity::offerKeys(const std::string& presentation,
@@ -97,15 +103,49 @@ std::vector<SdpWriter::KeyLines> RequestSecurity::offerKeys(const std::string& p
     return lines;
 }
 
+/// Not in "crypto" attributes, which have no place for the rollover counter: whoever joins late could decrypt nothing.
+std::vector<SdpWriter::KeyLines> RequestSecurity::offerGroupKeys(const RequestContext& context,
+                                                                 GroupKeys::Stream stream,
+                                                                 const MediaInfo& info)
+{
+    std::vector<SdpWriter::KeyLines> lines;
+    OfferedKeys::Offer offer;
+    offer.presentation = context.url.presentation;
+    int number = 0;
+    for (const SubMediaInfo& track : info.getAllSubMediaInfo())
+    {
+        const SrtpKey key =
+            services_.groupKeys
+                .hand(stream, number++, context.user, services_.policy.get()->srtpSuite, services_.now())
+                .key;
+        lines.push_back({track.trackId, linesOf(key, false)});
+        offer.tracks.push_back({track.trackId, key});
+    }
+    offeredKeys_.add(std::move(offer));
+    return lines;
+}
+
+std::optional<GroupKeys::Track> RequestSecurity::protectGroup(const RequestContext& context,
+                                                              GroupKeys::Stream stream, int number) const
+{
+    const SrtpKey* const offered = offeredKeys_.find(context.url.presentation, context.url.track);
+    if (offered != nullptr && !services_.groupKeys.isCurrent(stream, number, *offered))
+    {
+        return std::nullopt;
+    }
+    return services_.groupKeys.hand(stream, number, context.user, services_.policy.get()->srtpSuite,
+                                    services_.now());
+}
+
 bool RequestSecurity::admits(const RequestContext& context, TransportChoice& choice,
                              std::string_view& refusal) const
 {
     const bool encrypted = connection_.encrypted();
     // Readers of "crypto" attributes ask for RTP/AVP.
     choice.secure = choice.secure || offeredKeys_.inCrypto(context.url.presentation);
-    if (choice.multicast && choice.secure)
+    if (choice.multicast && choice.secure && !MediaSecurity::encryptsGroup(protectionOf(context)))
     {
-        return false;  // not supported
+        return false;  // all members get the same
     }
     if (!MediaSecurity::admits(protectionOf(context), encrypted, choice))
     {
@@ -157,9 +197,10 @@ std::shared_ptr<ProtectedSender> RequestSecurity::protect(const RtspUrl& url,
     return std::make_shared<ProtectedSender>(std::make_shared<SrtpProtection>(key, clientKey.value_or(key)));
 }
 
-void RequestSecurity::addKey(ResponseWriter& out, const RtspUrl& url, const SrtpKey& key, std::uint32_t ssrc)
+void RequestSecurity::addKey(ResponseWriter& out, const RtspUrl& url, const SrtpKey& key,
+                             const MikeyMessage::CryptoSession& session)
 {
-    std::vector<std::uint8_t> message = messageOf(key, {{ssrc, 0}});
+    std::vector<std::uint8_t> message = messageOf(key, {session});
     out.startHeader("KeyMgmt");
     KeyMgmtHeader::append(out.text(), url.base, message);
     out.endHeader();

@@ -40,6 +40,9 @@ public:
     /// Makes new keys for a description and keeps them for SETUP; without `srtp` it forgets former ones.
     std::vector<SdpWriter::KeyLines> offerKeys(const std::string& presentation, const MediaInfo& info,
                                                bool srtp);
+    /// The same with the keys of a group.
+    std::vector<SdpWriter::KeyLines> offerGroupKeys(const RequestContext& context, GroupKeys::Stream stream,
+                                                    const MediaInfo& info);
 
     /// Whether a transport of SETUP may be used.
     /// \param[in,out] choice  becomes RTP/SAVP where the client means it
@@ -59,8 +62,15 @@ public:
     std::shared_ptr<ProtectedSender> protect(const RtspUrl& url, const std::optional<SrtpKey>& clientKey,
                                              std::optional<SrtpKey>& newKey) const;
 
+    /// Hands the encryption of a track of a group.
+    /// \param number  of the track in the group
+    /// \returns nothing when a description on this connection announced a key that has been replaced since
+    std::optional<GroupKeys::Track> protectGroup(const RequestContext& context, GroupKeys::Stream stream,
+                                                 int number) const;
+
     /// Adds the device's key to the response to SETUP.
-    static void addKey(ResponseWriter& out, const RtspUrl& url, const SrtpKey& key, std::uint32_t ssrc);
+    static void addKey(ResponseWriter& out, const RtspUrl& url, const SrtpKey& key,
+                       const MikeyMessage::CryptoSession& session);
 
 private:
     Protection protectionOf(const RequestContext& context) const;

@@ -125,12 +125,15 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
     }
     MulticastDestination destination;
     const bool multicast = services_.routes.find(context.url.presentation)->multicast();
-    if (multicast && !findGroup(*controller, destination))
+    MulticastPool::Stream group;
+    if (multicast && !findGroup(*controller, group, destination))
     {
         context.answer(rtspServiceUnavailable);
         return Result::answered;
     }
-    const auto keys = security_.offerKeys(context.url.presentation, info, security.srtp);
+    const auto keys = multicast && security.srtp
+                          ? security_.offerGroupKeys(context, group, info)
+                          : security_.offerKeys(context.url.presentation, info, security.srtp);
     std::string description;
     description.reserve(1024);
     services_.sdp.append(description, info, {connection_.local().text(), connection_.local().isIpv6()},
@@ -146,10 +149,11 @@ SessionMethods::Result SessionMethods::describe(RequestContext& context, bool la
 }
 
 /// \returns false when the controller's stream has none
-bool SessionMethods::findGroup(SafePointer<IRTSPController>& controller, MulticastDestination& destination)
+bool SessionMethods::findGroup(SafePointer<IRTSPController>& controller, MulticastPool::Stream& stream,
+                               MulticastDestination& destination)
 {
-    return services_.multicast != nullptr &&
-           services_.multicast->describe(SharedStream::of(controller).stream, destination);
+    stream = SharedStream::of(controller).stream;
+    return services_.multicast != nullptr && services_.multicast->describe(stream, destination);
 }
 
 SessionMethods::Result SessionMethods::setup(RequestContext& context, bool lastTry)
@@ -273,6 +277,7 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
         return;
     }
     std::optional<SrtpKey> newKey;
+    std::optional<GroupKeys::Track> group;
     std::string transportText;
     std::uint32_t ssrc = 0;
     RtspStatus status = rtspInternalError;
@@ -282,8 +287,25 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
             context.url.track,
             [&](RtspSession::Delivery& out)
             {
-                const auto protection =
-                    choice.secure ? security_.protect(context.url, clientKey, newKey) : nullptr;
+                std::shared_ptr<ProtectedSender> protection;
+                if (choice.secure && choice.multicast)
+                {
+                    const int number = session->shared()->numberOf(context.url.track);
+                    if (number < 0 || number >= MulticastGroup::tracks)
+                    {
+                        return rtspNotFound;
+                    }
+                    group = security_.protectGroup(context, session->shared()->stream, number);
+                    if (!group)
+                    {
+                        return rtspKeyManagementFailure;
+                    }
+                    protection = group->sender;
+                }
+                else if (choice.secure)
+                {
+                    protection = security_.protect(context.url, clientKey, newKey);
+                }
                 const RtspStatus made =
                     deliveries_.make(choice, *session, context.url.track, protection, out, transportText);
                 if (made == rtspOk && !(*out.transport)->traits().shared)
@@ -314,6 +336,14 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
         access_.refuse(context, session->target(), *lacked);
         return;
     }
+    // As may the group's key have been replaced.
+    if (group && !services_.groupKeys.isCurrent(session->shared()->stream,
+                                                session->shared()->numberOf(context.url.track), group->key))
+    {
+        services_.sessions.end(session);
+        context.answer(rtspKeyManagementFailure);
+        return;
+    }
     sessions_.use(session);
     session->noteStarted(context.url.base, transportWord(choice));
     session->replays(context.require.replay);
@@ -323,7 +353,11 @@ void SessionMethods::setupTrack(RequestContext& context, const std::shared_ptr<R
     sessions_.addHeader(out, *session);
     if (newKey)
     {
-        RequestSecurity::addKey(out, context.url, *newKey, ssrc);
+        RequestSecurity::addKey(out, context.url, *newKey, {ssrc, 0});
+    }
+    if (group)
+    {
+        RequestSecurity::addKey(out, context.url, group->key, group->joining(ssrc, services_.now()));
     }
     out.header("Cache-Control", "no-cache");
     context.send();

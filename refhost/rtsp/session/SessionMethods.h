@@ -45,7 +45,8 @@ public:
 private:
     RtspStatus createController(const RequestContext& context, bool talkBack,
                                 std::optional<SafePointer<IRTSPController>>& out, bool& notReady);
-    bool findGroup(SafePointer<IRTSPController>& controller, MulticastDestination& destination);
+    bool findGroup(SafePointer<IRTSPController>& controller, MulticastPool::Stream& stream,
+                   MulticastDestination& destination);
     RtspStatus createSession(RequestContext& context, std::shared_ptr<RtspSession>& out, bool& notReady);
     void setupTrack(RequestContext& context, const std::shared_ptr<RtspSession>& session,
                     const TransportChoice& choice, const std::optional<SrtpKey>& clientKey);

@@ -49,7 +49,7 @@ RtspStatus TrackDeliveries::make(const TransportChoice& choice, const RtspSessio
 {
     if (choice.multicast)
     {
-        return makeMulticast(session, trackId, out, text);
+        return makeMulticast(session, trackId, protection, out, text);
     }
     return choice.interleaved ? makeInterleaved(choice, session, protection, out, text)
                               : makeUdp(choice, session, protection, out, text);
@@ -72,6 +72,7 @@ RtspStatus TrackDeliveries::makeUdp(const TransportChoice& choice, const RtspSes
 }
 
 RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::string_view trackId,
+                                          const std::shared_ptr<ProtectedSender>& protection,
                                           RtspSession::Delivery& out, std::string& text)
 {
     const SharedStream* const shared = session.shared();
@@ -85,11 +86,12 @@ RtspStatus TrackDeliveries::makeMulticast(const RtspSession& session, std::strin
         return rtspNotFound;
     }
     MulticastDestination destination;
-    if (!services_.multicast->makeTransport(shared->stream, number, out.transport, destination))
+    if (!services_.multicast->makeTransport(shared->stream, number, out.transport, destination, protection))
     {
         return rtspServiceUnavailable;
     }
-    text.assign("RTP/AVP;multicast;destination=").append(destination.group.addressText());
+    text.assign(protection == nullptr ? "RTP/AVP" : "RTP/SAVP");
+    text.append(";multicast;destination=").append(destination.group.addressText());
     appendPair(text, "port", destination.group.portOf(number), destination.group.portOf(number) + 1);
     text += ";ttl=";
     appendDecimal(text, static_cast<std::uint64_t>(destination.ttl));

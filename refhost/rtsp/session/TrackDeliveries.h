@@ -51,7 +51,8 @@ private:
     RtspStatus makeUdp(const TransportChoice& choice, const RtspSession& session,
                        const std::shared_ptr<ProtectedSender>& protection, RtspSession::Delivery& out,
                        std::string& text);
-    RtspStatus makeMulticast(const RtspSession& session, std::string_view trackId, RtspSession::Delivery& out,
+    RtspStatus makeMulticast(const RtspSession& session, std::string_view trackId,
+                             const std::shared_ptr<ProtectedSender>& protection, RtspSession::Delivery& out,
                              std::string& text);
     RtspStatus makeInterleaved(const TransportChoice& choice, const RtspSession& session,
                                const std::shared_ptr<ProtectedSender>& protection, RtspSession::Delivery& out,

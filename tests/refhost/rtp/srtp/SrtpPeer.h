@@ -39,6 +39,14 @@ public:
     SrtpPeer(const SrtpPeer&) = delete;
     SrtpPeer& operator=(const SrtpPeer&) = delete;
 
+    /// Receives one source from now on, whose sequence numbers have started over so often.
+    void join(const SrtpKey& device, std::uint32_t ssrc, std::uint32_t rolloverCounter)
+    {
+        srtp_dealloc(receiving_);
+        receiving_ = make(device, ssrc_specific, ssrc);
+        EXPECT_EQ(srtp_set_stream_roc(receiving_, ssrc, rolloverCounter), srtp_err_status_ok);
+    }
+
     /// Each is empty when the packet is not taken.
     Bytes open(const Bytes& packet)
     {
@@ -95,7 +103,7 @@ private:
         return room;
     }
 
-    static srtp_t make(const SrtpKey& key, srtp_ssrc_type_t direction)
+    static srtp_t make(const SrtpKey& key, srtp_ssrc_type_t direction, std::uint32_t ssrc = 0)
     {
         srtp_policy_t policy{};
         switch (key.suite())
@@ -114,6 +122,7 @@ private:
                 break;
         }
         policy.ssrc.type = direction;
+        policy.ssrc.value = ssrc;
         policy.key = const_cast<unsigned char*>(key.data());
         policy.window_size = 128;
         srtp_t session = nullptr;
