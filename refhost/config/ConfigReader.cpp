@@ -49,7 +49,7 @@ class Walk
 public:
     /// \param file  named in problems; empty: the configuration file itself
     explicit Walk(std::string directory, std::string file = {})
-        : rules_(std::move(directory), std::move(file), problems_)
+        : rules_(std::move(directory), std::move(file), problems_, warnings_)
     {
     }
 

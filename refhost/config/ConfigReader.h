@@ -27,7 +27,7 @@ struct ConfigResult
 {
     std::optional<ServerConfig> config;
     std::vector<ConfigProblem> problems;  ///< in file order; empty when there is a configuration
-    std::vector<ConfigProblem> warnings;  ///< in file order: keys read under their former names
+    std::vector<ConfigProblem> warnings;  ///< in file order: keys read under former names, or without effect
 };
 
 /// Reads configuration files (TOML 1.0). Unknown keys, wrong types, values out of range, duplicate ids and

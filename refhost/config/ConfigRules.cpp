@@ -24,8 +24,9 @@ const toml::node& place(const toml::table& table, std::string_view key)
 
 }  // namespace
 
-ConfigRules::ConfigRules(std::string directory, std::string file, std::vector<ConfigProblem>& problems)
-    : directory_(std::move(directory)), file_(std::move(file)), problems_(problems)
+ConfigRules::ConfigRules(std::string directory, std::string file, std::vector<ConfigProblem>& problems,
+                         std::vector<ConfigProblem>& warnings)
+    : directory_(std::move(directory)), file_(std::move(file)), problems_(problems), warnings_(warnings)
 {
 }
 
@@ -250,6 +251,7 @@ void ConfigRules::finish(const toml::table& table, StreamConfig& stream,
         report(place(table, "audio"), "a stream without video and without audio has nothing to send");
     }
     checkGroup(table, stream);
+    findUnused(table, stream);
     const std::string problem = ConfigCheck::source(stream.source);
     if (!problem.empty())
     {
@@ -263,6 +265,53 @@ void ConfigRules::finish(const toml::table& table, StreamConfig& stream,
         {
             report(place(table, "location"), "location is a folder: name a media file in it");
         }
+    }
+}
+
+/// Keys that mean nothing for the source that they stand beside. Values that are the defaults say nothing.
+void ConfigRules::findUnused(const toml::table& table, const StreamConfig& stream)
+{
+    using Kind = SourceConfig::Kind;
+    const SourceConfig& source = stream.source;
+    const StreamConfig usual;
+    if (source.kind == Kind::rtsp || source.kind == Kind::file)
+    {
+        warnOfUnused(table,
+                     {{"width", stream.width != usual.width},
+                      {"height", stream.height != usual.height},
+                      {"frame-rate", stream.frameRate != usual.frameRate},
+                      {"bit-rate", stream.bitRate != usual.bitRate},
+                      {"gop", stream.gop != usual.gop}},
+                     "video that can be sent as it is, is; they hold where it has to be encoded");
+    }
+    if (source.kind != Kind::rtsp)
+    {
+        warnOfUnused(table,
+                     {{"transport", source.transport != usual.source.transport},
+                      {"tls-verify", source.tlsVerify != usual.source.tlsVerify},
+                      {"tls-fingerprint", source.tlsFingerprint != usual.source.tlsFingerprint}},
+                     "only \"rtsp\" heeds them");
+    }
+}
+
+void ConfigRules::warnOfUnused(const toml::table& table,
+                               std::initializer_list<std::pair<std::string_view, bool>> keys,
+                               std::string_view why)
+{
+    const toml::node* first = nullptr;
+    std::string names;
+    for (const auto& [key, isSet] : keys)
+    {
+        if (isSet)
+        {
+            first = first == nullptr ? &place(table, key) : first;
+            names += (names.empty() ? "" : ", ") + std::string(key);
+        }
+    }
+    if (first != nullptr)
+    {
+        warnings_.push_back(at(first->source().begin,
+                               "without effect for this source: " + names + " (" + std::string(why) + ")"));
     }
 }
 

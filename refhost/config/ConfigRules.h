@@ -3,7 +3,9 @@
 
 #include <toml++/toml.h>
 
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -23,7 +25,9 @@ public:
     /// \param directory  base of relative paths; empty: they stay
     /// \param file       named in problems; empty: the configuration file itself
     /// \param problems   where what is found is added; outlives the rules
-    ConfigRules(std::string directory, std::string file, std::vector<ConfigProblem>& problems);
+    /// \param warnings   likewise, what can be meant but does nothing
+    ConfigRules(std::string directory, std::string file, std::vector<ConfigProblem>& problems,
+                std::vector<ConfigProblem>& warnings);
 
     ConfigProblem at(const toml::source_position& where, std::string message) const;
 
@@ -54,11 +58,15 @@ private:
     void checkPassword(const toml::table& table, const UserConfig& user);
     void checkAnonymous(const toml::table& table, const UserConfig& user);
     void checkGroup(const toml::table& table, const StreamConfig& stream);
+    void findUnused(const toml::table& table, const StreamConfig& stream);
+    void warnOfUnused(const toml::table& table, std::initializer_list<std::pair<std::string_view, bool>> keys,
+                      std::string_view why);
 
     const std::string directory_;
     const std::string file_;
     bool certificateUsers_ = false;
     std::vector<ConfigProblem>& problems_;
+    std::vector<ConfigProblem>& warnings_;
     std::vector<MulticastGroup> groups_;    ///< fixed groups of streams
     std::vector<ConfigProblem> groupUses_;  ///< names of groups, in place of messages
     /// Names of users in place of messages, and what their password-hash is bound to.

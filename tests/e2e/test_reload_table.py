@@ -168,7 +168,7 @@ class Watched:
 
 def test_each_key_does_what_the_manual_says(serve, build_folder):
     server = serve(written(BASE))
-    server.allow_problem("needs a restart|everybody can read|nobody watch|lets nobody|may do everything|can read its SRTP keys|there is no TLS|no client-ca")
+    server.allow_problem("needs a restart|everybody can read|nobody watch|lets nobody|may do everything|can read its SRTP keys|there is no TLS|no client-ca|without effect")
     (server.folder / "users.toml").write_text('[[user]]\nname = "further"\npassword = "three"\nlive = "*"\n')
     pair = sorted((server.folder / "tls").glob("*.pem")) if (server.folder / "tls").exists() else []
     watched = Watched(server, build_folder / "ovrtspd")

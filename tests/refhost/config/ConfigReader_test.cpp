@@ -280,6 +280,34 @@ TEST(ConfigReader, DoesNotWarnOfKeysUnderTheirNewNames)
     EXPECT_TRUE(ConfigReader::read("[limits]\nsessions = 5").warnings.empty());
 }
 
+TEST(ConfigReader, WarnsOfKeysThatTheirSourceIgnores)
+{
+    const auto warningsOf = [](const std::string& keys)
+    {
+        const ConfigResult result = ConfigReader::read("[[camera]]\n[[camera.stream]]\n" + keys);
+        EXPECT_TRUE(result.config.has_value()) << keys;
+        std::string all;
+        for (const ConfigProblem& warning : result.warnings)
+        {
+            all += warning.toString("f") + "\n";
+        }
+        return all;
+    };
+    const std::string camera = "source = \"rtsp\"\nlocation = \"rtsp://192.0.2.1/x\"\n";
+    EXPECT_EQ(
+        warningsOf(camera + "gop = 10\nwidth = 320\n"),
+        "f:6:9: without effect for this source: width, gop (video that can be sent as it is, is; they hold "
+        "where it has to be encoded)\n");
+    EXPECT_EQ(
+        warningsOf("source = \"file\"\nlocation = \"a.mp4\"\nbit-rate = 100\ntransport = \"udp\"\n"),
+        "f:5:12: without effect for this source: bit-rate (video that can be sent as it is, is; they hold "
+        "where it has to be encoded)\n"
+        "f:6:13: without effect for this source: transport (only \"rtsp\" heeds them)\n");
+    EXPECT_EQ(warningsOf(camera + "transport = \"udp\"\naudio = \"none\"\n"), "");
+    EXPECT_EQ(warningsOf(camera + "width = 1280\n"), "") << "the default says nothing";
+    EXPECT_EQ(warningsOf("width = 320\ngop = 10\n"), "");
+}
+
 struct BadCase
 {
     std::string name;
