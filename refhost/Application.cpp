@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -91,15 +92,17 @@ void hideCredentials(const ServerConfig& config)
     }
 }
 
+auto among(const std::set<std::pair<int, int>>& streams)
+{
+    return [&streams](int camera, int stream) { return streams.count({camera, stream}) != 0; };
+}
+
 void endSessions(RtspServer& server, const CameraStreams::Changed& changed)
 {
     for (const auto& [camera, stream] : changed.removed)
     {
         LiveDispatcher::instance().streams()->forget(camera, stream);
     }
-    const auto among = [](const std::set<std::pair<int, int>>& streams) {
-        return [&streams](int camera, int stream) { return streams.count({camera, stream}) != 0; };
-    };
     if (!changed.removed.empty())
     {
         server.endSessions(among(changed.removed), "its stream is not configured any more");
@@ -107,6 +110,16 @@ void endSessions(RtspServer& server, const CameraStreams::Changed& changed)
     if (!changed.described.empty())
     {
         server.endSessions(among(changed.described), "its stream has another source now");
+    }
+}
+
+// Level, not edge: a session that was made just before the camera went is ended by the next call.
+void endViewersOfAway(RtspServer& server, const CameraStreams& streams)
+{
+    const std::set<std::pair<int, int>> away = streams.away();
+    if (!away.empty())
+    {
+        server.endSessions(among(away), "its camera is away");
     }
 }
 
@@ -439,6 +452,7 @@ int Application::run()
                                  server.refreshCertificate();
                                  http.refreshCertificate();
                                  streams.all().endRemoved();
+                                 endViewersOfAway(server, streams.all());
                                  watchdog.check();
                                  report();
                              });

@@ -35,7 +35,7 @@ CameraStream::CameraStream(const StreamConfig& config, const std::string& title,
     : options_(options),
       changed_(std::move(changed)),
       queue_(std::move(queue)),
-      setting_{config, title, options.linger, options.serverClock},
+      setting_{config, title, options.linger, options.serverClock, options.endsWhenAway},
       attempts_(options_.restartPauses),
       condition_(*options_.states, {options_.cameraId, config.id}, title)
 {
@@ -117,6 +117,11 @@ void CameraStream::change(const Setting& setting, bool restarts)
     {
         setting_ = setting;
         condition_.rename(setting.title);
+        if (!setting.endsWhenAway)
+        {
+            const MutexLock guard(mutex_);
+            away_ = false;
+        }
         if (restarts)
         {
             startOver();
@@ -131,6 +136,7 @@ void CameraStream::forgetTracks()
     const MutexLock guard(mutex_);
     tracks_.reset();
     failed_ = false;
+    away_ = false;
 }
 
 void CameraStream::startOver()
@@ -246,6 +252,12 @@ bool CameraStream::isRunning() const
 {
     const MutexLock guard(mutex_);
     return running_;
+}
+
+bool CameraStream::isAway() const
+{
+    const MutexLock guard(mutex_);
+    return away_;
 }
 
 bool CameraStream::isNeeded() const
@@ -441,6 +453,7 @@ void CameraStream::onDescribed(std::uint64_t run, bool partial)
         }
         describing_ = false;
         failed_ = false;
+        away_ = false;
     }
     attempts_.onDescribed();
     described_ = true;
@@ -508,11 +521,13 @@ void CameraStream::checkForFrames(std::uint64_t run)
         if (described_)
         {
             condition_.onFrames();
+            comeBack(run);
         }
     }
     else if (condition_.state() == CameraState::running && now - packetsAt_ >= options_.frozenAfter)
     {
         condition_.onSilence(now - packetsAt_);
+        goAway();
     }
     post([this, run] { checkForFrames(run); }, pauseOfFrames(options_));
 }
@@ -541,6 +556,7 @@ void CameraStream::fail(const SourceFailure& why)
         return;
     }
     condition_.onFailure(why);
+    goAway();
     stop();
     bool notify = false;
     bool viewers = false;
@@ -562,6 +578,26 @@ void CameraStream::fail(const SourceFailure& why)
     if (notify)
     {
         changed_();
+    }
+}
+
+/// Ends viewers, where they do not wait; whoever comes from now on waits for a new description.
+void CameraStream::goAway()
+{
+    const MutexLock guard(mutex_);
+    if (setting_.endsWhenAway && tracks_)
+    {
+        tracks_.reset();
+        away_ = true;
+    }
+}
+
+/// A run that was frozen and goes on is not described again by itself.
+void CameraStream::comeBack(std::uint64_t run)
+{
+    if (isAway())
+    {
+        onDescribed(run, false);
     }
 }
 

@@ -50,6 +50,7 @@ public:
         std::chrono::milliseconds keyFrameInterval{500};  ///< min time between two requested key frames
         SourceRun::Factory makeRun;                       ///< empty: GStreamer reads every source
         bool serverClock = false;                         ///< as SourceRun::Setup holds it
+        bool endsWhenAway = false;                        ///< as Setting holds it
         int cameraId = 1;                                 ///< of the camera that the stream belongs to
         /// A source that ran and delivers nothing for this time is frozen.
         std::chrono::milliseconds frozenAfter{5000};
@@ -72,6 +73,7 @@ public:
         std::string title;
         std::chrono::milliseconds linger;
         bool serverClock;
+        bool endsWhenAway;  ///< viewers do not wait for a source that is frozen or failed: \see isAway()
     };
 
     /// Applies other settings of the same stream.
@@ -100,6 +102,9 @@ public:
     int starts() const;
     /// True while the source runs.
     bool isRunning() const;
+    /// True while the source is frozen or failed and its viewers are to be ended. Until it is described again, newcomers
+    /// wait for that, or fail.
+    bool isAway() const;
     /// Number of tasks queued for the stream's thread: a few, whatever viewers do.
     std::size_t waitingTasks() const;
 
@@ -135,6 +140,8 @@ private:
     void checkForFrames(std::uint64_t run);
     void onEnded(std::uint64_t run, const SourceFailure& why);
     void fail(const SourceFailure& why);
+    void goAway();
+    void comeBack(std::uint64_t run);
     void scheduleStop();
     void startAgain();
     void scheduleRestart();
@@ -160,6 +167,7 @@ private:
     Clock::time_point failedAt_ OV_GUARDED_BY(mutex_);
     bool keyFrameRequested_ OV_GUARDED_BY(mutex_) = false;
     Clock::time_point keyFrameAt_ OV_GUARDED_BY(mutex_);
+    bool away_ OV_GUARDED_BY(mutex_) = false;  ///< and tracks_ is null
     int starts_ OV_GUARDED_BY(mutex_) = 0;
     bool running_ OV_GUARDED_BY(mutex_) = false;
 

@@ -22,6 +22,11 @@ bool usesServerClock(const CameraConfig& camera)
     return camera.clock == "server";
 }
 
+bool endsWhenAway(const CameraConfig& camera)
+{
+    return camera.away == "end";
+}
+
 }  // namespace
 
 CameraStream::Options CameraStreams::usualOptions(const ServerConfig& config)
@@ -69,6 +74,7 @@ CameraStreams::Entry CameraStreams::makeStream(const CameraConfig& camera, const
     CameraStream::Options own = options_;
     own.serverClock = usesServerClock(camera);
     own.cameraId = camera.id;
+    own.endsWhenAway = endsWhenAway(camera);
     return {std::make_shared<CameraStream>(stream, camera.streamName(stream.id), own, queue_, changed),
             camera, stream};
 }
@@ -79,7 +85,8 @@ bool CameraStreams::change(Entry& entry, const CameraConfig& camera, const Strea
     const bool described = ConfigChanges::differIn(ReloadEffect::viewers, entry.config, stream);
     const bool restarts = described || ConfigChanges::differIn(ReloadEffect::source, entry.config, stream) ||
                           ConfigChanges::differIn(ReloadEffect::source, entry.camera, camera);
-    entry.stream->change({stream, camera.streamName(stream.id), options_.linger, usesServerClock(camera)},
+    entry.stream->change({stream, camera.streamName(stream.id), options_.linger, usesServerClock(camera),
+                          endsWhenAway(camera)},
                          restarts);
     entry.camera = camera;
     entry.config = stream;
@@ -132,6 +139,20 @@ std::size_t CameraStreams::endRemoved()
 }
 
 std::size_t CameraStreams::count() const
+std::set<CameraStreams::Id> CameraStreams::away() const
+{
+    std::set<Id> found;
+    const MutexLock guard(mutex_);
+    for (const auto& [id, entry] : streams_)
+    {
+        if (entry.stream->isAway())
+        {
+            found.insert(id);
+        }
+    }
+    return found;
+}
+
 {
     const MutexLock guard(mutex_);
     return streams_.size();

@@ -34,6 +34,9 @@ public:
     /// How many deliver media, or try to; the rest has no viewers.
     std::size_t running() const;
 
+    /// Camera and stream of those whose viewers are to be ended. \see CameraStream::isAway()
+    std::set<std::pair<int, int>> away() const;
+
     /// What became of streams by another configuration.
     struct Changed
     {

@@ -93,6 +93,7 @@ struct CameraConfig
     std::string clock = "camera";     ///< that dates media read over RTSP: "camera" or "server"
     std::string security =
         "default";  ///< what its media must be protected by: as the server's, or "default": the server's
+    std::string away = "wait";  ///< what viewers get while it is frozen or cannot be read: "wait" or "end"
 
     bool operator==(const CameraConfig& other) const;
 

@@ -45,6 +45,11 @@ const std::vector<ConfigKey<CameraConfig>>& configKeys<CameraConfig>()
             "same name at the top.",
             {"default", "none", "tls", "srtp", "any-encrypted"})
             .on(ReloadEffect::newcomers),
+        choice<&Camera::away>("away",
+                              "What viewers get while the camera is frozen or cannot be read: \"wait\" keeps "
+                              "their sessions, which go on when it is back; \"end\" ends them.",
+                              {"wait", "end"})
+            .on(ReloadEffect::atOnce),
     };
     return keys;
 }

@@ -1,5 +1,7 @@
 import ffmpeg
 import pytest
+from reload import is_bye
+from rtsp_client import RtspClient
 from server import DEFAULT_CONFIG
 
 
@@ -50,3 +52,31 @@ location = "{location}"
     assert len(ffmpeg.decode(relay.url(2), "tcp", limits=("-frames:v", "10"), maps=("0:v",))) == 10
     assert "w#rd" not in relay.log() + origin.log()
     relay.stop()
+
+
+def test_viewers_of_a_camera_that_goes_wait_or_end_as_configured(serve):
+    origin = serve()
+    camera = """
+[[camera]]
+id = {}
+away = "{}"
+
+[[camera.stream]]
+id = 0
+source = "rtsp"
+location = "{}"
+"""
+    relay = serve("port = 0\n" + camera.format(2, "wait", origin.url()) + camera.format(3, "end", origin.url()))
+    relay.allow_problem("unreachable|frozen|failed")
+    with RtspClient(relay.url(2)) as waits, RtspClient(relay.url(3)) as ends:
+        for client in (waits, ends):
+            client.open()
+            client.receive(lambda client=client: len(client.rtp) > 5, "media")
+        origin.stop()
+        ends.receive(lambda: {track for track, data in ends.rtcp if is_bye(data)} == set(range(len(ends.tracks))),
+                     "BYE on each track")
+        assert ends.request("GET_PARAMETER").status == 454
+        assert ends.request("DESCRIBE", headers={"Session": ""}).status != 200
+        assert waits.request("GET_PARAMETER").status == 200
+        assert not any(is_bye(data) for _, data in waits.rtcp)
+    assert "its camera is away" in relay.log()

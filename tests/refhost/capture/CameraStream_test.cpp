@@ -101,14 +101,24 @@ protected:
         streams = nullptr;
     }
 
-    bool waitFor(CameraState state) const
+    template <class Condition>
+    static bool eventually(const Condition& condition)
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (states.find(1, 0)->state != state && std::chrono::steady_clock::now() < deadline)
+        while (!condition())
         {
+            if (std::chrono::steady_clock::now() > deadline)
+            {
+                return false;
+            }
             std::this_thread::yield();
         }
-        return states.find(1, 0)->state == state;
+        return true;
+    }
+
+    bool waitFor(CameraState state) const
+    {
+        return eventually([this, state] { return states.find(1, 0)->state == state; });
     }
 
     CameraStates states;
@@ -128,6 +138,54 @@ TEST_F(CameraStreamStates, SourceRunsOnceFramesComeAndFreezesWithoutThem)
     EXPECT_TRUE(waitFor(CameraState::running));
     source->release();
     EXPECT_TRUE(waitFor(CameraState::idle));
+}
+
+TEST_F(CameraStreamStates, ViewersOfAFrozenCameraWaitUnlessTheyAreToEnd)
+{
+    options.makeRun = scripted({{"", false, packets}});
+    open();
+    source->acquire();
+    EXPECT_EQ(describe(), Description::ready);
+    *packets = 1;
+    EXPECT_TRUE(waitFor(CameraState::frozen));
+    EXPECT_FALSE(source->isAway());
+    EXPECT_EQ(source->describe(tracks), Description::ready);
+}
+
+TEST_F(CameraStreamStates, FrozenCameraThatEndsItsViewersIsAwayUntilFramesCome)
+{
+    away = "end";
+    options.makeRun = scripted({{"", false, packets}});
+    open();
+    source->acquire();
+    EXPECT_EQ(describe(), Description::ready);
+    EXPECT_FALSE(source->isAway());
+    *packets = 1;
+    EXPECT_TRUE(waitFor(CameraState::frozen));
+    EXPECT_TRUE(eventually([this] { return source->isAway(); }));
+    EXPECT_EQ(source->describe(tracks), Description::starting);
+    EXPECT_TRUE(eventually(
+        [this]
+        {
+            ++*packets;
+            return source->describe(tracks) == Description::ready && !source->isAway();
+        }));
+    EXPECT_EQ(source->starts(), 1);
+}
+
+TEST_F(CameraStreamStates, CameraThatFailsAndEndsItsViewersHasNoDescriptionForNewcomers)
+{
+    away = "end";
+    *packets = 1;
+    options.maxSilence = std::chrono::milliseconds(100);
+    options.makeRun =
+        scripted({{"", false, packets}, {"gone", false, nullptr, SourceFailure::Cause::unreachable}});
+    open();
+    EXPECT_EQ(describe(), Description::ready);
+    source->acquire();
+    EXPECT_TRUE(waitFor(CameraState::unreachable));
+    EXPECT_TRUE(eventually([this] { return source->isAway(); }));
+    EXPECT_EQ(describe(), Description::failed);
 }
 
 TEST_F(CameraStreamStates, CameraThatComesBackRunsAgain)

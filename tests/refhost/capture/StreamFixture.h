@@ -41,6 +41,7 @@ protected:
         ServerConfig config;
         CameraConfig camera;
         camera.name = "test";
+        camera.away = away;
         camera.streams.push_back(stream);
         config.cameras.push_back(camera);
         streams = std::make_unique<CameraStreams>(config, options);
@@ -103,6 +104,7 @@ protected:
     }
 
     StreamConfig stream;
+    std::string away = "wait";
     CameraStream::Options options;
     std::mutex mutex;
     std::condition_variable changed;
