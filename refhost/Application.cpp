@@ -28,6 +28,9 @@
 #include "refhost/base/LogWriter.h"
 #include "refhost/base/MediaLogs.h"
 #include "refhost/capture/CameraStreams.h"
+#include "refhost/hooks/HookLauncher.h"
+#include "refhost/hooks/HookPost.h"
+#include "refhost/hooks/Hooks.h"
 #include "refhost/http/HttpRoutes.h"
 #include "refhost/http/HttpService.h"
 #include "refhost/http/PageRoutes.h"
@@ -89,6 +92,11 @@ void hideCredentials(const ServerConfig& config)
         {
             Log::hide(Log::userInfo(stream.source.location));
         }
+    }
+    for (const HookTarget& each : hookTargets)
+    {
+        const std::string& target = config.hooks.*each.target;
+        Log::hide(HookPost::isUrl(target) ? Log::userInfo(target) : std::string());
     }
 }
 
@@ -393,6 +401,8 @@ int Application::run()
     // First, so that it is destroyed last.
     std::optional<EndDeadline> deadline;
     const ServerSignals signals;
+    // Before the sandbox, which refuses to start programs, and before the first thread.
+    const std::unique_ptr<HookLauncher> launcher = HookLauncher::start(config_.hooks);
     prepareProcess();
     const Log::Background log;
     const LibraryOutput libraryOutput;
@@ -401,6 +411,8 @@ int Application::run()
         Log::warning("{}", warning);
     }
 
+    // Before what its events come from, so that it is destroyed after.
+    const Hooks hooks(config_.hooks, launcher.get());
     const ServedMedia media(config_);
     const PublishedStreams streams(config_);
     const DeviceInfoEx device = describeDevice(config_.listen);

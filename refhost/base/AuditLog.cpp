@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -76,18 +77,49 @@ Field url(std::string_view text)
     return {"url", Log::safe(text)};
 }
 
-void write(std::string_view event, const std::vector<Field>& fields)
+void publish(std::string_view event, const std::vector<Field>& fields)
 {
     if (ServerEvents::instance().hasSubscribers())
     {
         ServerEvent made{event, HostClock::system().wallNow(), {}};
         for (const Field& field : fields)
         {
-            made.fields.emplace_back(field.name, field.value);
+            if (field.kind == Field::Kind::number)
+            {
+                made.fields.emplace_back(field.name,
+                                         std::int64_t{std::strtoll(field.value.c_str(), nullptr, 10)});
+            }
+            else
+            {
+                made.fields.emplace_back(field.name, field.value);
+            }
         }
         ServerEvents::instance().publish(std::move(made));
     }
+}
+
+void write(std::string_view event, const std::vector<Field>& fields)
+{
+    publish(event, fields);
     LogFormat::write(Log::Level::info, event, fields);
+}
+
+/// Publishes every event of a kind, and writes those lines that are admitted.
+template <class MakeFields>
+void writeAdmitted(std::string_view event, const SocketAddress::Key& address, const MakeFields& makeFields)
+{
+    const bool line = admitted(event, address);
+    const bool published = ServerEvents::instance().hasSubscribers();
+    if (!line && !published)
+    {
+        return;
+    }
+    const std::vector<Field> fields = makeFields();
+    publish(event, fields);
+    if (line)
+    {
+        LogFormat::write(Log::Level::info, event, fields);
+    }
 }
 
 }  // namespace
@@ -144,32 +176,46 @@ void AuditLog::rightRefused(const SocketAddress& peer, std::string_view user, st
 
 void AuditLog::sessionStarted(const Session& session)
 {
-    if (admitted("session-started", session.address))
-    {
-        write("session-started", {word("address", textOf(session.address)), nameOfUser(session.user),
-                                  url(session.url), word("transport", std::string(session.transport))});
-    }
+    writeAdmitted("session-started", session.address,
+                  [&session]() -> std::vector<Field>
+                  {
+                      return {word("address", textOf(session.address)), nameOfUser(session.user),
+                              url(session.url), word("transport", std::string(session.transport))};
+                  });
 }
 
 void AuditLog::sessionEnded(const Session& session, Duration duration, const Sent& sent)
 {
-    if (admitted("session-ended", session.address))
-    {
-        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
-        write("session-ended",
-              {word("address", textOf(session.address)), nameOfUser(session.user), url(session.url),
-               word("transport", std::string(session.transport)),
-               number("milliseconds", static_cast<std::uint64_t>(std::max<std::int64_t>(ms, 0))),
-               number("bytes", sent.bytes), number("lost", sent.lost)});
-    }
+    writeAdmitted("session-ended", session.address,
+                  [&]() -> std::vector<Field>
+                  {
+                      const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
+                      return {
+                          word("address", textOf(session.address)),
+                          nameOfUser(session.user),
+                          url(session.url),
+                          word("transport", std::string(session.transport)),
+                          number("milliseconds", static_cast<std::uint64_t>(std::max<std::int64_t>(ms, 0))),
+                          number("bytes", sent.bytes),
+                          number("lost", sent.lost)};
+                  });
 }
 
 void AuditLog::talkBackTaken(const SocketAddress::Key& address, std::string_view user,
                              std::string_view requestUrl)
 {
-    if (admitted("talk-back-taken", address))
+    writeAdmitted("talk-back-taken", address,
+                  [&]() -> std::vector<Field> {
+                      return {word("address", textOf(address)), nameOfUser(user), url(requestUrl)};
+                  });
+}
+
+void AuditLog::talkBackEnded(const SocketAddress::Key& address, std::string_view user,
+                             std::string_view requestUrl)
+{
+    if (ServerEvents::instance().hasSubscribers())
     {
-        write("talk-back-taken", {word("address", textOf(address)), nameOfUser(user), url(requestUrl)});
+        publish("talk-back-ended", {word("address", textOf(address)), nameOfUser(user), url(requestUrl)});
     }
 }
 

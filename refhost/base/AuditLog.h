@@ -24,6 +24,9 @@ namespace refhost
 /// reportSuppressed() writes the counts. At most `maxAddresses` pairs of event and address are kept; further
 /// addresses share the lines of one.
 ///
+/// Events are published to ServerEvents too: those of sessions and talk-back each, whatever the log's level and these limits;
+/// the others with their lines.
+///
 /// Threads: any.
 class AuditLog
 {
@@ -74,6 +77,8 @@ public:
 
     /// A client's audio is played from now on.
     static void talkBackTaken(const SocketAddress::Key& address, std::string_view user, std::string_view url);
+    /// It is not played any more. Published to ServerEvents, without a line in the log.
+    static void talkBackEnded(const SocketAddress::Key& address, std::string_view user, std::string_view url);
 
     /// \param what  a constant word
     static void configurationChanged(std::string_view what);

@@ -33,6 +33,7 @@ CameraStream::Options CameraStreams::usualOptions(const ServerConfig& config)
 {
     CameraStream::Options options;
     options.linger = std::chrono::seconds(config.linger);
+    options.frozenAfter = std::chrono::seconds(config.frozenAfter);
     return options;
 }
 
@@ -73,8 +74,8 @@ CameraStreams::Entry CameraStreams::makeStream(const CameraConfig& camera, const
     const auto changed = [] { ChangeSignal::instance().announce(); };
     CameraStream::Options own = options_;
     own.serverClock = usesServerClock(camera);
-    own.cameraId = camera.id;
     own.endsWhenAway = endsWhenAway(camera);
+    own.cameraId = camera.id;
     return {std::make_shared<CameraStream>(stream, camera.streamName(stream.id), own, queue_, changed),
             camera, stream};
 }
@@ -138,7 +139,6 @@ std::size_t CameraStreams::endRemoved()
     return removed_.size();
 }
 
-std::size_t CameraStreams::count() const
 std::set<CameraStreams::Id> CameraStreams::away() const
 {
     std::set<Id> found;
@@ -153,6 +153,7 @@ std::set<CameraStreams::Id> CameraStreams::away() const
     return found;
 }
 
+std::size_t CameraStreams::count() const
 {
     const MutexLock guard(mutex_);
     return streams_.size();

@@ -224,6 +224,11 @@ bool HttpConfig::operator==(const HttpConfig& other) const
     return same(*this, other);
 }
 
+bool HooksConfig::operator==(const HooksConfig& other) const
+{
+    return same(*this, other);
+}
+
 bool SrtpConfig::operator==(const SrtpConfig& other) const
 {
     return same(*this, other);

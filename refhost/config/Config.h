@@ -156,6 +156,23 @@ struct TalkBackConfig
     bool operator==(const TalkBackConfig& other) const;
 };
 
+/// What is run when something happens: commands for /bin/sh or http(s) URLs; empty: nothing.
+struct HooksConfig
+{
+    std::string cameraUp{};
+    std::string cameraDown{};
+    std::string cameraFrozen{};
+    std::string recordingSegment{};
+    std::string sessionStart{};
+    std::string sessionEnd{};
+    std::string talkStart{};
+    std::string talkEnd{};
+    int timeout = 10;  ///< seconds
+    int parallel = 4;  ///< that run at once
+
+    bool operator==(const HooksConfig& other) const;
+};
+
 /// Multicast groups of streams.
 struct MulticastConfig
 {
@@ -307,6 +324,7 @@ struct ServerConfig
     std::string security =
         "none";  ///< what media must be protected by: "none", "tls", "srtp" or "any-encrypted"
     TalkBackConfig talkBack;
+    HooksConfig hooks;
     MulticastConfig multicast;
     std::string liveController = "first";  ///< controller of orv/live: "first", "second" or "both"
     int mtu = PacketSize::mtu;             ///< of the network path, bytes; used by the second controller only
@@ -316,6 +334,7 @@ struct ServerConfig
     std::string start = "burst";      ///< how viewers of live streams start: "burst", "paced" or "key-frame"
     int startRate = 2;                ///< max rate of "paced", multiple of real time
     bool gopCache = true;             ///< false: start is "key-frame"
+    int frozenAfter = 5;              ///< seconds without a frame
     int linger = 5;                   ///< seconds that a source runs after its last viewer left
     std::vector<CameraConfig> cameras;
 

@@ -287,7 +287,8 @@ std::string ConfigCheck::text(const std::string& value, TextKind kind)
     {
         return "must not be empty";
     }
-    if (kind != TextKind::location && std::any_of(value.begin(), value.end(), isControl))
+    const bool anyText = kind == TextKind::location || kind == TextKind::hook;
+    if (!anyText && std::any_of(value.begin(), value.end(), isControl))
     {
         return "must not hold control characters: in double quotes a backslash starts an escape; use single "
                "quotes, or \\\\";

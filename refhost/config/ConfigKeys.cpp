@@ -107,6 +107,11 @@ const std::vector<ConfigKey<ServerConfig>>& configKeys<ServerConfig>()
             "requests get 403.",
             {"none", "tls", "srtp", "any-encrypted"})
             .on(ReloadEffect::newcomers),
+        number<&Server::frozenAfter>(
+            "frozen-after",
+            "Seconds without a frame after which a camera that ran is frozen: in the "
+            "log and for on-camera-frozen of [hooks].",
+            1, 10),
         number<&Server::linger>("linger", "Seconds that a source runs on after its last viewer left.", 0,
                                 maxTime)
             .on(ReloadEffect::atOnce),
@@ -356,6 +361,33 @@ const std::vector<ConfigKey<SrtpConfig>>& configKeys<SrtpConfig>()
                                   "which shows them to whoever reads a connection without TLS.",
                                   {"tls-only", "always"})
             .on(ReloadEffect::newcomers),
+    };
+    return keys;
+}
+
+template <>
+const std::vector<ConfigKey<HooksConfig>>& configKeys<HooksConfig>()
+{
+    using Hooks = HooksConfig;
+    static const std::vector<ConfigKey<Hooks>> keys{
+        text<&Hooks::cameraUp>("on-camera-up",
+                               "A camera's stream runs: its frames come, again or for the first time.",
+                               TextKind::hook),
+        text<&Hooks::cameraDown>(
+            "on-camera-down", "A camera cannot be read; not repeated with each further try.", TextKind::hook),
+        text<&Hooks::cameraFrozen>("on-camera-frozen", "A camera that ran sends no frames.", TextKind::hook),
+        text<&Hooks::recordingSegment>("on-recording-segment",
+                                       "A file of a recording is complete: its path, start and end.",
+                                       TextKind::hook),
+        text<&Hooks::sessionStart>("on-session-start", "A client starts to play or to talk.", TextKind::hook),
+        text<&Hooks::sessionEnd>("on-session-end", "The session of such a client ended.", TextKind::hook),
+        text<&Hooks::talkStart>("on-talk-start", "A client's audio is played from now on.", TextKind::hook),
+        text<&Hooks::talkEnd>("on-talk-end", "It is not played any more.", TextKind::hook),
+        number<&Hooks::timeout>("timeout", "Seconds that a hook may take; then its command is killed.", 1,
+                                3600),
+        number<&Hooks::parallel>(
+            "max-parallel", "Hooks that run at once; others wait, and beyond 256 of a kind are left out.", 1,
+            64),
     };
     return keys;
 }

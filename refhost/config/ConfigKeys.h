@@ -82,7 +82,8 @@ enum class TextKind
     path,          ///< must not be empty
     freeSpace,     ///< as FreeSpace::parse() reads it
     fingerprint,   ///< the SHA-256 of a certificate, or nothing
-    location       ///< may hold credentials, which are masked when it is written
+    location,      ///< may hold credentials, which are masked when it is written
+    hook           ///< a command or URL, which may hold a secret anywhere: what it is is not written
 };
 
 template <typename Section>
@@ -191,6 +192,8 @@ template <>
 const std::vector<ConfigKey<SrtpConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<TalkBackConfig>>& configKeys();
+template <>
+const std::vector<ConfigKey<HooksConfig>>& configKeys();
 template <>
 const std::vector<ConfigKey<MulticastConfig>>& configKeys();
 template <>

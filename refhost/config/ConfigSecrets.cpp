@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 
 #include "refhost/base/Log.h"
 
@@ -34,8 +35,14 @@ bool ConfigSecrets::in(const ServerConfig& config)
 {
     const auto inLocation = [](const StreamConfig& stream)
     { return Log::maskUrl(stream.source.location) != stream.source.location; };
+    const HooksConfig& hooks = config.hooks;
+    const std::array<const std::string*, 8> targets{
+        &hooks.cameraUp,     &hooks.cameraDown, &hooks.cameraFrozen, &hooks.recordingSegment,
+        &hooks.sessionStart, &hooks.sessionEnd, &hooks.talkStart,    &hooks.talkEnd};
+    const auto masked = [](const std::string* target) { return Log::maskUrl(*target) != *target; };
     return std::any_of(config.users.begin(), config.users.end(),
                        [](const UserConfig& user) { return hasPassword(user) && !user.inUsersFile; }) ||
+           std::any_of(targets.begin(), targets.end(), masked) ||
            std::any_of(config.cameras.begin(), config.cameras.end(),
                        [&](const CameraConfig& camera)
                        { return std::any_of(camera.streams.begin(), camera.streams.end(), inLocation); });

@@ -66,6 +66,11 @@ constexpr auto configSections()
             SingleSection<SrtpConfig, Server>{"srtp", "Encrypted media over UDP (SRTP).", &Server::srtp},
             SingleSection<TalkBackConfig, Server>{"talk-back", "Audio that clients send to the device.",
                                                   &Server::talkBack},
+            SingleSection<HooksConfig, Server>{"hooks",
+                                               "What is run when something happens: a command with JSON on "
+                                               "its standard input, or an http:// "
+                                               "or https:// URL that JSON is posted to.",
+                                               &Server::hooks},
             SingleSection<MulticastConfig, Server>{
                 "multicast", "Streams that are sent to many viewers at once: orv/multicast.",
                 &Server::multicast},

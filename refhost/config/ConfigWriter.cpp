@@ -60,11 +60,11 @@ public:
     /// A comment on a value that is hidden or masked.
     std::string remark(const ConfigKey<Section>& key)
     {
-        if (isSecret(key))
+        const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
+        if (isSecret(key) || (text != nullptr && isHidden(*text)))
         {
             return "  # hidden: put it in";
         }
-        const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
         const bool masked = text != nullptr && text->kind == TextKind::location &&
                             Log::maskUrl(text->value.of(section_)) != text->value.of(section_);
         return masked ? "  # credentials are masked: put them in" : "";
@@ -91,6 +91,11 @@ public:
     }
 
 private:
+    bool isHidden(const TextSetting<Section>& setting) const
+    {
+        return setting.kind == TextKind::hook && !setting.value.of(section_).empty();
+    }
+
     std::string toText(const NumberSetting<Section>& setting)
     {
         return std::to_string(setting.value.of(section_));
@@ -120,7 +125,7 @@ private:
 
     std::string toText(const TextSetting<Section>& setting)
     {
-        if (setting.kind == TextKind::password || setting.kind == TextKind::passwordHash)
+        if (setting.kind == TextKind::password || setting.kind == TextKind::passwordHash || isHidden(setting))
         {
             return "\"…\"";
         }

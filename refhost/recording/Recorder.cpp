@@ -9,7 +9,9 @@
 #include <system_error>
 #include <utility>
 
+#include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
+#include "refhost/base/ServerEvents.h"
 #include "refhost/media/Codec.h"
 #include "refhost/recording/IntervalText.h"
 #include "refhost/recording/RecordingFolder.h"
@@ -29,6 +31,26 @@ constexpr Duration maxUnflushed = std::chrono::seconds(1);
 std::size_t sizeOf(const EncodedUnit& unit)
 {
     return unit.bytes.size() + sizeof(EncodedUnit);
+}
+
+void publishSegment(const RecordedSegment& segment, const std::string& title)
+{
+    if (!ServerEvents::instance().hasSubscribers())
+    {
+        return;
+    }
+    std::error_code problem;
+    const std::filesystem::path path = std::filesystem::absolute(segment.path, problem);
+    ServerEvents::instance().publish({"recording-segment",
+                                      HostClock::system().wallNow(),
+                                      {{"camera", std::int64_t{segment.cameraId}},
+                                       {"stream", std::int64_t{segment.streamId}},
+                                       {"title", title},
+                                       {"path", problem ? segment.path : path.string()},
+                                       {"start", ServerEvent::dateOf(segment.begin)},
+                                       {"end", ServerEvent::dateOf(segment.end())},
+                                       {"seconds", secondsOf(segment.duration)},
+                                       {"bytes", segment.bytes}}});
 }
 
 }  // namespace
@@ -569,6 +591,7 @@ void Recorder::noteEnd()
     }
     segment_.closed = true;
     ledger_->put(segment_);
+    publishSegment(segment_, *title_.get());
 }
 
 SegmentCutter::Expected Recorder::expected() const

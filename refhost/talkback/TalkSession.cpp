@@ -116,6 +116,7 @@ int TalkSession::pause()
     if (playing_)
     {
         playing_ = false;
+        setAudible(false);
         receiveQueue_->close();
         output_.pause(this);
         reception_->release();
@@ -187,12 +188,7 @@ int TalkSession::receive(bool& playerFault)
     }
     if (audio)
     {
-        const bool before = std::exchange(audible_, output_.claim(this, name_, now));
-        if (audible_ && !before && transport_->client != nullptr)
-        {
-            const RtpTransport::Client& client = *transport_->client;
-            AuditLog::talkBackTaken(client.address, client.user, client.url);
-        }
+        setAudible(output_.claim(this, name_, now));
     }
     samples_.clear();
     const bool waits = reception_->take(now, audible_, samples_);
@@ -212,6 +208,23 @@ int TalkSession::receive(bool& playerFault)
         return statusSuccess;
     }
     return waits ? audioDispatcherAgain : audioDispatcherIdle;
+}
+
+void TalkSession::setAudible(bool audible)
+{
+    if (std::exchange(audible_, audible) == audible || !transport_ || transport_->client == nullptr)
+    {
+        return;
+    }
+    const RtpTransport::Client& client = *transport_->client;
+    if (audible)
+    {
+        AuditLog::talkBackTaken(client.address, client.user, client.url);
+    }
+    else
+    {
+        AuditLog::talkBackEnded(client.address, client.user, client.url);
+    }
 }
 
 int TalkSession::report()

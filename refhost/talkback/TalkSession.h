@@ -71,6 +71,7 @@ private:
     bool takeReports();
     bool takeReport(const TalkReceiveQueue::Packet& packet);
     void sendReport(MonotonicTime now, bool bye);
+    void setAudible(bool audible);
     void end();
     void takeLeave();
 

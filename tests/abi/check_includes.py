@@ -14,7 +14,7 @@ import sys
 ROOT = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parent.parent.parent)
 ORDER = ["hostapi/base", "support", "hostapi", "mediaurl", "audioback", "live", "playback"]
 # Folders of refhost/, bottom to top; "." is its top folder.
-REFHOST = ["base", "threads", "service", "net", "net/tls", "net/http", "net/tunnel", "net/websocket", "media", "mp4", "rtp", "rtp/payload", "rtp/srtp", "rtp/udp", "rtp/multicast", "config", "sandbox", "access", "capture", "ingest/client", "ingest",
+REFHOST = ["base", "threads", "service", "net", "net/tls", "net/http", "net/tunnel", "net/websocket", "media", "mp4", "rtp", "rtp/payload", "rtp/srtp", "rtp/udp", "rtp/multicast", "config", "sandbox", "access", "hooks", "capture", "ingest/client", "ingest",
            "live", "fragments", "recording", "playback", "export", "snapshot", "talkback/outputs", "talkback", "description", "rtsp/message", "rtsp/session", "rtsp/connection", "http", "doctor", "."]
 # Benchmarks use the fakes of the tests.
 TOP = ["refhost", "bench", "tests"]

@@ -43,6 +43,7 @@ TEXTS = {
     ("group", "name"): "others", ("user", "name"): "other", ("user", "password"): "two", ("user", "groups"): "guards",
     ("user", "password-hash"): "crypt:$y$j9T$salt$" + "a" * 43,
     ("camera", "name"): "garden",
+    ("hooks", "on-camera-up"): "true", ("hooks", "on-session-end"): "https://127.0.0.1:1/",
     ("camera.stream", "location"): LAUNCH.format(pattern="ball"), ("camera.stream", "tls-fingerprint"): "AB" * 32,
     ("camera.stream", "multicast"): "239.1.2.3:5004",
 }

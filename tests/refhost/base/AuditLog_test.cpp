@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "refhost/base/Log.h"
+#include "refhost/base/ServerEvents.h"
 #include "tests/CapturedErrors.h"
 
 namespace refhost
@@ -85,6 +87,31 @@ TEST(AuditLog, UrlsShowNoCredentials)
     CapturedErrors errors;
     AuditLog::rightRefused(address("192.0.2.3"), "u", "live", "rtsp://u:p@ss:w?rd@host/a");
     EXPECT_NE(auditOf(errors.linesWith("")).find("url=\"rtsp://***@host/a\""), std::string::npos);
+}
+
+TEST(AuditLog, SessionsAndTalkBackArePublishedWhateverTheLogAdmits)
+{
+    constexpr std::size_t times = 2 * AuditLog::burst + 50;
+    const auto key = address("192.0.2.6").key();
+    const auto events = ServerEvents::instance().subscribe(1000, nullptr);
+    CapturedErrors errors;
+    for (std::size_t i = 0; i < times; ++i)
+    {
+        AuditLog::sessionStarted({key, "eve", "rtsp://u:p@h/a", "tcp"});
+    }
+    Log::setLevel(Log::Level::error);
+    AuditLog::talkBackTaken(key, "eve", "rtsp://h/a");
+    AuditLog::talkBackEnded(key, "eve", "rtsp://h/a");
+    AuditLog::sessionEnded({key, "eve", "rtsp://h/a", "tcp"}, std::chrono::milliseconds(1500), {1000, 7});
+    Log::setLevel(Log::Level::info);
+    EXPECT_LT(errors.linesWith("audit: session-started").size(), times);
+    const auto published = events->take().events;
+    AuditLog::reportSuppressed();
+    ASSERT_EQ(published.size(), times + 3);
+    EXPECT_EQ(std::get<std::string>(*published[0]->find("url")), "rtsp://***@h/a");
+    EXPECT_EQ(published[times]->name, "talk-back-taken");
+    EXPECT_EQ(published[times + 1]->name, "talk-back-ended");
+    EXPECT_EQ(std::get<std::int64_t>(*published[times + 2]->find("lost")), 7);
 }
 
 TEST(AuditLog, AFloodIsCounted)

@@ -86,7 +86,8 @@ template <typename Section>
 bool isDumped(const ConfigKey<Section>& key)
 {
     const auto* const text = std::get_if<TextSetting<Section>>(&key.setting);
-    return text == nullptr || (text->kind != TextKind::password && text->kind != TextKind::passwordHash);
+    return text == nullptr || (text->kind != TextKind::password && text->kind != TextKind::passwordHash &&
+                               text->kind != TextKind::hook);
 }
 
 ServerConfig plain()

@@ -97,6 +97,16 @@ void expectExplained(const std::string& text)
         });
 }
 
+TEST(ConfigWriter, HidesWhatHooksRun)
+{
+    ServerConfig config;
+    config.hooks.cameraUp = "curl -H 'Authorization: Bearer 12345' https://example.invalid/";
+    const std::string text = ConfigWriter::write(config);
+    EXPECT_THAT(text, HasSubstr("on-camera-up = \"…\"  # hidden: put it in"));
+    EXPECT_THAT(text, HasSubstr("on-camera-down = \"\"\n"));
+    EXPECT_THAT(text, testing::Not(HasSubstr("12345")));
+}
+
 TEST(ConfigWriter, DumpReadsBackToTheSameConfiguration)
 {
     expectReadsBack(ServerConfig::embedded());
