@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <atomic>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -16,6 +15,7 @@
 #include "refhost/export/Mp4Export.h"
 #include "refhost/http/BackgroundBody.h"
 #include "refhost/http/ByteRange.h"
+#include "refhost/http/Places.h"
 
 namespace refhost
 {
@@ -30,39 +30,10 @@ constexpr int partial = 206;
 constexpr int notModified = 304;
 constexpr int unavailable = 503;
 
-/// One of the exports that may run at once, while it lives.
-using Place = std::shared_ptr<void>;
-
-class Places
-{
-public:
-    /// \returns null when there are too many
-    Place take()
-    {
-        auto free = std::make_shared<Freeing>(count_);
-        return count_->fetch_add(1) < ExportRoutes::maxExports ? free : nullptr;
-    }
-
-private:
-    struct Freeing
-    {
-        explicit Freeing(std::shared_ptr<std::atomic<int>> counted) : count(std::move(counted)) {}
-        Freeing(const Freeing&) = delete;
-        Freeing& operator=(const Freeing&) = delete;
-        ~Freeing()
-        {
-            --*count;
-        }
-        const std::shared_ptr<std::atomic<int>> count;
-    };
-
-    std::shared_ptr<std::atomic<int>> count_ = std::make_shared<std::atomic<int>>(0);
-};
-
 class ExportProducer : public BodyProducer
 {
 public:
-    ExportProducer(std::unique_ptr<Mp4Export> source, const ByteRange& range, Place place)
+    ExportProducer(std::unique_ptr<Mp4Export> source, const ByteRange& range, Places::Place place)
         : source_(std::move(source)), at_(range.first), left_(range.count), place_(std::move(place))
     {
     }
@@ -89,7 +60,7 @@ private:
     std::unique_ptr<Mp4Export> source_;
     std::uint64_t at_;
     std::uint64_t left_;
-    Place place_;
+    Places::Place place_;
 };
 
 /// \returns nothing, or the reply that says what is wrong
@@ -153,7 +124,7 @@ bool names(std::string_view list, std::string_view tag)
 }
 
 HttpReply reply(const HttpRequest& request, const ExportPlan::Request& interval,
-                std::unique_ptr<Mp4Export> source, BackgroundWork& work, Place place)
+                std::unique_ptr<Mp4Export> source, BackgroundWork& work, Places::Place place)
 {
     const std::uint64_t size = source->size();
     const std::string tag = '"' + source->tag() + '"';
@@ -208,7 +179,7 @@ HttpReply exported(const HttpRequest& request, BackgroundWork& work,
     {
         return HttpReply::problem(notFound, "Nothing is recorded here.");
     }
-    Place place = places.take();
+    Places::Place place = places.take();
     if (place == nullptr)
     {
         return HttpReply::problem(unavailable, "Other exports are running: wait for one of them to end.")
@@ -233,7 +204,7 @@ HttpReply exported(const HttpRequest& request, BackgroundWork& work,
 
 void ExportRoutes::add(HttpRouter& router, BackgroundWork& work, Recordings recordings)
 {
-    const auto places = std::make_shared<Places>();
+    const auto places = std::make_shared<Places>(maxExports);
     HttpRouter::Route route{"GET", "/api/v1/recordings/{camera}/export.mp4",
                             HttpAccess::camera(Right::playback),
                             [&work, recordings = std::move(recordings), places](const HttpRequest& request)

@@ -1,7 +1,10 @@
 #pragma once
 // Tested by tests/refhost/http/HttpGuard_test.cpp.
 
+#include <string_view>
+
 #include "refhost/access/Right.h"
+#include "refhost/http/HttpTarget.h"
 
 namespace refhost
 {
@@ -29,13 +32,26 @@ struct HttpAccess
     {
         return {Kind::camera, right};
     }
+    /// As camera(), but a request with the parameter needs the right `recorded`.
+    static HttpAccess cameraOr(Right right, std::string_view parameter, Right recorded)
+    {
+        return {Kind::camera, right, parameter, recorded};
+    }
     static HttpAccess server(Right right)
     {
         return {Kind::server, right};
     }
 
+    /// The right that a request needs.
+    Right rightFor(const HttpTarget& target) const
+    {
+        return !parameter.empty() && target.parameter(parameter) ? recorded : right;
+    }
+
     Kind kind;
     Right right;
+    std::string_view parameter{};  ///< of the query: with it, `recorded` is needed instead; empty: none
+    Right recorded = Right::playback;
 };
 
 }  // namespace refhost

@@ -205,7 +205,7 @@ bool HttpGuard::permits(const HttpRequest& request, const HttpAccess& access) co
         case HttpAccess::Kind::shared:
             return !rules->enabled() || !request.user.empty() || rules->hasAnonymous();
         case HttpAccess::Kind::camera:
-            return rules->allows(request.user, access.right,
+            return rules->allows(request.user, access.rightFor(request.target),
                                  parseDecimal<int>(request.part("camera"), CameraSet::maxId));
         case HttpAccess::Kind::server:
             break;

@@ -36,7 +36,8 @@ void HttpRoutes::add(HttpService& service, const ServerView& view)
     ExportRoutes::add(router, service.background(), presentRecordings);
     SnapshotRoutes::add(
         router, view, std::make_shared<SnapshotService>([] { return Device::streams(); }, presentRecordings));
-    LiveRoute::add(router, *view.access, std::make_shared<FragmentStreams>(HostClock::system()));
+    LiveRoute::add(router, *view.access, std::make_shared<FragmentStreams>(HostClock::system()),
+                   {service.background(), presentRecordings});
     EventRoutes::add(router);
     ConfigRoutes::add(router, view);
     router.add({"GET", "/api/v1/openapi.json", HttpAccess::open(),

@@ -3,14 +3,15 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "refhost/base/Decimal.h"
-#include "refhost/fragments/FragmentWriter.h"
-#include "refhost/http/JsonDocument.h"
+#include "refhost/http/Places.h"
+#include "refhost/http/RecordedQuery.h"
+#include "refhost/http/RecordedSocket.h"
+#include "refhost/http/StreamMessages.h"
 #include "refhost/net/websocket/WebSocketFrames.h"
 #include "refhost/net/websocket/WebSocketHandshake.h"
 
@@ -19,31 +20,13 @@ namespace refhost
 namespace
 {
 
-using Json = nlohmann::ordered_json;
-
 constexpr int badRequest = 400;
 constexpr int forbidden = 403;
 constexpr int notFound = 404;
 constexpr int upgradeRequired = 426;
+constexpr int unavailable = 503;
 /// Fragments from one look at a viewer's rights to the next.
 constexpr std::uint64_t checkInterval = 16;
-
-Json describe(const MediaFormat& format, std::uint32_t track)
-{
-    Json text{
-        {"track", track}, {"timescale", FragmentWriter::timescale}, {"codec", infoOf(format.codec).name}};
-    if (isVideo(format.codec))
-    {
-        text["width"] = format.width;
-        text["height"] = format.height;
-    }
-    return text;
-}
-
-std::string_view textOf(const std::vector<std::uint8_t>& bytes)
-{
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
 
 /// The WebSocket's end of a stream.
 class LiveSocket final : public BodySource
@@ -80,7 +63,8 @@ public:
             const FragmentStream::Next next = viewer_->read();
             if (next.description)
             {
-                addDescription(*next.description, out);
+                StreamMessages::addDescription(next.description->video.get(), next.description->audio.get(),
+                                               out);
             }
             else if (next.fragment != nullptr)
             {
@@ -89,7 +73,7 @@ public:
                     frames_.close(WebSocketFrames::End::goingAway, out);
                     return State::ended;
                 }
-                WebSocketFrames::append(textOf(*next.fragment), out);
+                StreamMessages::add(*next.fragment, out);
             }
             else
             {
@@ -100,17 +84,6 @@ public:
     }
 
 private:
-    static void addDescription(const FragmentStream::Description& description, std::string& out)
-    {
-        const MediaFormat* const video = description.video.get();
-        const MediaFormat* const audio = description.audio.get();
-        Json text{{"type", "description"}, {"mime", FragmentWriter::mimeType(video, audio)}};
-        text["video"] = video == nullptr ? Json() : describe(*video, FragmentWriter::videoTrack);
-        text["audio"] = audio == nullptr ? Json() : describe(*audio, FragmentWriter::audioTrack);
-        WebSocketFrames::append(JsonDocument::of(text), out, WebSocketFrames::Kind::text);
-        WebSocketFrames::append(textOf(FragmentWriter::init(video, audio)), out);
-    }
-
     const std::shared_ptr<TappedStream> stream_;
     const bool audio_;
     const Permitted permitted_;
@@ -120,21 +93,29 @@ private:
     std::unique_ptr<FragmentViewer> viewer_;
 };
 
-HttpReply live(const HttpRequest& request, const AccessControl& access,
-               const std::shared_ptr<FragmentStreams>& streams)
+/// Whether a stream is there, for the request's camera and stream.
+struct Found
+{
+    int camera = 0;
+    int stream = 0;
+    std::shared_ptr<TappedStream> tapped;  ///< null: it is not
+};
+
+Found find(const HttpRequest& request, FragmentStreams& streams)
 {
     const auto camera = parseDecimal<int>(request.part("camera"));
     const auto stream = parseDecimal<int>(request.part("stream"));
-    const auto tapped = camera && stream ? streams->find(*camera, *stream) : nullptr;
-    if (tapped == nullptr)
-    {
-        return HttpReply::problem(notFound, "There is no such stream.");
-    }
-    switch (WebSocketHandshake::check(request.head))
+    return camera && stream ? Found{*camera, *stream, streams.find(*camera, *stream)} : Found{};
+}
+
+/// \returns nothing for a handshake that can be answered, or the reply that says what is wrong
+std::optional<HttpReply> refuseHandshake(const HttpRequestHead& head)
+{
+    switch (WebSocketHandshake::check(head))
     {
         case WebSocketHandshake::Check::noHandshake:
         {
-            HttpReply reply = HttpReply::problem(upgradeRequired, "Live media are sent through a WebSocket.");
+            HttpReply reply = HttpReply::problem(upgradeRequired, "Media are sent through a WebSocket.");
             reply.with("Upgrade", "websocket").with("Sec-WebSocket-Version", "13");
             return reply;
         }
@@ -147,24 +128,94 @@ HttpReply live(const HttpRequest& request, const AccessControl& access,
         case WebSocketHandshake::Check::good:
             break;
     }
-    if (!WebSocketHandshake::isSameHost(request.head))
+    if (!WebSocketHandshake::isSameHost(head))
     {
         return HttpReply::problem(forbidden, "A page of another site may not show this stream.");
     }
-    const bool audio = request.target.parameter("audio").value_or("1") != "0";
-    const auto permitted = [&access, streams, tapped, user = request.user, camera = *camera, stream = *stream]
-    { return access.rules()->allows(user, Right::live, camera) && streams->find(camera, stream) == tapped; };
-    return HttpReply::webSocket(WebSocketHandshake::accept(request.head),
-                                std::make_shared<LiveSocket>(tapped, audio, permitted));
+    return std::nullopt;
 }
 
 }  // namespace
 
-void LiveRoute::add(HttpRouter& router, const AccessControl& access, std::shared_ptr<FragmentStreams> streams)
+class LiveRoute::Handler
 {
-    router.add({"GET", "/api/v1/cameras/{camera}/streams/{stream}/live", HttpAccess::camera(Right::live),
-                [&access, streams = std::move(streams)](const HttpRequest& request)
-                { return live(request, access, streams); }});
+public:
+    Handler(const AccessControl& access, std::shared_ptr<FragmentStreams> streams, Recorded recorded)
+        : access_(access), streams_(std::move(streams)), recorded_(std::move(recorded))
+    {
+    }
+
+    HttpReply handle(const HttpRequest& request)
+    {
+        const Found found = find(request, *streams_);
+        if (found.tapped == nullptr)
+        {
+            return HttpReply::problem(notFound, "There is no such stream.");
+        }
+        if (auto refusal = refuseHandshake(request.head))
+        {
+            return std::move(*refusal);
+        }
+        return request.target.parameter("start") ? recorded(request, found) : live(request, found);
+    }
+
+private:
+    HttpReply live(const HttpRequest& request, const Found& found)
+    {
+        const auto permitted = [this, found, user = request.user]
+        {
+            return access_.rules()->allows(user, Right::live, found.camera) &&
+                   streams_->find(found.camera, found.stream) == found.tapped;
+        };
+        return HttpReply::webSocket(
+            WebSocketHandshake::accept(request.head),
+            std::make_shared<LiveSocket>(found.tapped, RecordedQuery::wantsAudio(request.target), permitted));
+    }
+
+    HttpReply recorded(const HttpRequest& request, const Found& found)
+    {
+        RecordedSocket::Options options;
+        if (const std::string problem = RecordedQuery::read(request.target, options); !problem.empty())
+        {
+            return HttpReply::problem(badRequest, problem);
+        }
+        const auto directory = recorded_.recordings();
+        if (directory == nullptr)
+        {
+            return HttpReply::problem(notFound, "Nothing is recorded here.");
+        }
+        options.place = places_.take();
+        if (options.place == nullptr)
+        {
+            return HttpReply::problem(unavailable, "Too many recordings are being watched.")
+                .with("Retry-After", "10");
+        }
+        options.request.cameraId = found.camera;
+        options.request.streamId = found.stream;
+        // Another source may take over while the recordings are watched, which are the camera's all the same.
+        options.permitted = [this, user = request.user, camera = found.camera, stream = found.stream]
+        {
+            return access_.rules()->allows(user, Right::playback, camera) &&
+                   streams_->find(camera, stream) != nullptr;
+        };
+        return HttpReply::webSocket(WebSocketHandshake::accept(request.head),
+                                    std::make_shared<RecordedSocket>(
+                                        recorded_.work, directory, HostClock::system(), std::move(options)));
+    }
+
+    const AccessControl& access_;
+    const std::shared_ptr<FragmentStreams> streams_;
+    const Recorded recorded_;
+    Places places_{maxRecorded};
+};
+
+void LiveRoute::add(HttpRouter& router, const AccessControl& access, std::shared_ptr<FragmentStreams> streams,
+                    Recorded recorded)
+{
+    const auto handler = std::make_shared<Handler>(access, std::move(streams), std::move(recorded));
+    router.add({"GET", "/api/v1/cameras/{camera}/streams/{stream}/live",
+                HttpAccess::cameraOr(Right::live, "start", Right::playback),
+                [handler](const HttpRequest& request) { return handler->handle(request); }});
 }
 
 }  // namespace refhost

@@ -5,12 +5,14 @@
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "refhost/http/HttpGuard.h"
 #include "refhost/http/HttpRequestReader.h"
 #include "refhost/http/HttpRouter.h"
 #include "refhost/http/JsonDocument.h"
+#include "refhost/http/RecordedQuery.h"
 
 namespace
 {
@@ -110,6 +112,15 @@ public:
         for (const auto& [name, value] : target->query)
         {
             JsonDocument::timeOf(value);
+            RecordedQuery::place(value);
+        }
+        RecordedSocket::Options recorded;
+        if (RecordedQuery::read(*target, recorded).empty())
+        {
+            const auto& [start, end, backwards] =
+                std::tie(recorded.request.start, recorded.request.end, recorded.request.backwards);
+            require(!end || (backwards ? *end < start : *end > start), "an interval has a length");
+            require(recorded.request.keyDistance > Duration::zero(), "key frames have a distance");
         }
         request.peer = loopback();
         request.target = *target;

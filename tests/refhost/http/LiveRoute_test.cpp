@@ -12,6 +12,7 @@
 #include "tests/refhost/fragments/Boxes.h"
 #include "tests/refhost/fragments/OneCamera.h"
 #include "tests/refhost/http/HttpServiceFixture.h"
+#include "tests/refhost/http/ServerMessages.h"
 
 namespace refhost
 {
@@ -21,23 +22,10 @@ namespace
 using test::HttpAnswer;
 using test::HttpTestClient;
 using test::Mp4Box;
+using Message = test::ServerMessages::Message;
+using test::handshake;
 
-const std::string handshake =
-    "Upgrade: websocket\r\nConnection: keep-alive, Upgrade\r\nSec-WebSocket-Version: 13\r\n"
-    "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n";
 const std::string path = "/api/v1/cameras/1/streams/0/live";
-
-/// One message of the server.
-struct Message
-{
-    int opcode = 0;
-    std::string bytes;
-
-    ByteSpan span() const
-    {
-        return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
-    }
-};
 
 class LiveRouteTest : public test::HttpServiceFixture, protected MadeUnits
 {
@@ -56,7 +44,7 @@ protected:
     void serve()
     {
         HttpService& made = make();
-        LiveRoute::add(made.router(), users->rights, streams_);
+        LiveRoute::add(made.router(), users->rights, streams_, {made.background(), [] { return nullptr; }});
         start();
     }
 
@@ -83,64 +71,15 @@ protected:
         EXPECT_TRUE(eventually([this] { return service->connectionCount() == 0; }));
     }
 
-    /// The next message; nothing when the connection ends.
     std::optional<Message> next(HttpTestClient& client)
     {
-        const auto has = [&](std::size_t size)
-        {
-            while (received_.size() < size)
-            {
-                const std::string more = client.raw();
-                if (more.empty())
-                {
-                    return false;
-                }
-                received_ += more;
-            }
-            return true;
-        };
-        if (!has(2))
-        {
-            return std::nullopt;
-        }
-        std::size_t size = static_cast<std::uint8_t>(received_[1]);
-        std::size_t head = 2;
-        for (const auto& [code, bytes] : {std::pair(126, 2), std::pair(127, 8)})
-        {
-            if (static_cast<int>(static_cast<std::uint8_t>(received_[1])) == code)
-            {
-                head += bytes;
-                EXPECT_TRUE(has(head));
-                size = Mp4Box::number({reinterpret_cast<const std::uint8_t*>(received_.data()), head}, 2,
-                                      static_cast<std::size_t>(bytes));
-            }
-        }
-        if (!has(head + size))
-        {
-            return std::nullopt;
-        }
-        const Message message{received_[0] & 0xf, received_.substr(head, size)};
-        EXPECT_EQ(received_[0] & 0x80, 0x80) << "one frame";
-        received_.erase(0, head + size);
-        return message;
-    }
-
-    /// A masked frame of the client.
-    static std::string masked(int opcode, const std::string& bytes)
-    {
-        std::string frame{
-            static_cast<char>(0x80 | opcode), static_cast<char>(0x80 | bytes.size()), 1, 2, 3, 4};
-        for (std::size_t i = 0; i < bytes.size(); ++i)
-        {
-            frame += static_cast<char>(bytes[i] ^ (1 + static_cast<int>(i % 4)));
-        }
-        return frame;
+        return messages_.next(client);
     }
 
     std::shared_ptr<test::OneCamera> cameras_ = std::make_shared<test::OneCamera>();
     std::shared_ptr<FragmentStreams> streams_ = std::make_shared<FragmentStreams>(HostClock::system());
     std::shared_ptr<TappedStream> tapped_;  // of a camera that is gone
-    std::string received_;
+    test::ServerMessages messages_;
     std::atomic<int> got_{0};  // by the viewer who reads
 };
 
@@ -194,7 +133,7 @@ TEST_F(LiveRouteTest, PingsAreAnsweredAndWhatElseTheClientSaysIsIgnored)
     serve();
     HttpTestClient client(service->port());
     ASSERT_EQ(client.get(path, handshake).status, 101);
-    client.send(masked(1, "hello") + masked(9, "ping"));
+    client.send(test::ServerMessages::masked(1, "hello") + test::ServerMessages::masked(9, "ping"));
     const auto pong = next(client);
     ASSERT_TRUE(pong);
     EXPECT_EQ(pong->opcode, 10);
@@ -206,7 +145,7 @@ TEST_F(LiveRouteTest, ACloseFrameEndsTheConnection)
     serve();
     HttpTestClient client(service->port());
     ASSERT_EQ(client.get(path, handshake).status, 101);
-    client.send(masked(8, "\x03\xe8"));
+    client.send(test::ServerMessages::masked(8, "\x03\xe8"));
     const auto close = next(client);
     ASSERT_TRUE(close);
     EXPECT_EQ(close->opcode, 8);
@@ -255,7 +194,7 @@ TEST_F(LiveRouteTest, AClientThatReadsNothingLosesGopsAndOthersLoseNothing)
                   900000U + 3600U * static_cast<unsigned>(got_));
     }
     camera.join();
-    received_.clear();
+    messages_ = {};
     int came = 0;
     std::uint64_t last = 0;
     while (last < 900000U + 3600U * (frames - 1))
