@@ -85,7 +85,7 @@ public:
     Next next();
 
 private:
-    /// A unit whose duration the next one of its track tells.
+    /// A unit whose duration follows from the next one of its track.
     struct Held
     {
         EncodedUnit unit;

@@ -231,11 +231,11 @@ RecordedSocket::Made RecordedSocket::make(Duration until)
         }
         if (next.kind == Kind::end)
         {
-            StreamMessages::add(Json{{"type", "end"}, {"reason", began_ ? "end" : "nothing"}}, made.bytes);
+            StreamMessages::add(Json{{"type", "end"}, {"reason", started_ ? "end" : "nothing"}}, made.bytes);
             made.ended = true;
             break;
         }
-        if (next.kind == Kind::range && !began_ && options_.ahead && until == Duration::max())
+        if (next.kind == Kind::range && !started_ && options_.ahead && until == Duration::max())
         {
             until = positionIn(next.range) + *options_.ahead;
             const MutexLock lock(mutex_);
@@ -264,7 +264,7 @@ void RecordedSocket::add(const RecordedFragments::Next& next, std::string& out)
                          {"date", JsonDocument::time(next.range.date)},
                          {"media", std::chrono::duration<double>(next.range.media).count()},
                          {"direction", options_.request.backwards ? -1 : 1}};
-            if (!std::exchange(began_, true))
+            if (!std::exchange(started_, true))
             {
                 message["position"] = std::chrono::duration<double>(positionIn(next.range)).count();
             }

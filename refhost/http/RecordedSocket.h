@@ -87,7 +87,7 @@ private:
     // run()'s alone:
     std::unique_ptr<RecordedFragments> fragments_;
     std::optional<RecordedFragments::Next> held_;  // behind what the client wants
-    bool began_ = false;
+    bool started_ = false;
 
     Mutex mutex_;
     std::function<void()> wake_ OV_GUARDED_BY(mutex_);

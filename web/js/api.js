@@ -42,3 +42,13 @@ export function liveUrl(camera, stream, { audio = false } = {}) {
   const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
   return `${scheme}//${location.host}/api/v1/cameras/${camera}/streams/${stream}/live${audio ? '' : '?audio=0'}`;
 }
+
+/**
+ * The address of a WebSocket with a stream's recordings.
+ * @param {number} start  ms since 1970
+ * @param {number} speed  negative: backwards
+ */
+export function recordedUrl(camera, stream, start, speed) {
+  const url = liveUrl(camera, stream);
+  return `${url}&start=${(Math.max(0, start) / 1000).toFixed(3)}&speed=${speed}&ahead=${6 * Math.max(1, Math.abs(speed))}`;
+}

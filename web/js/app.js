@@ -1,10 +1,11 @@
 import { ApiError } from './api.js';
 import { element } from './elements.js';
+import { RecordingsPage } from './recordings-page.js';
 import { StatePage } from './state-page.js';
 import { WallPage } from './wall-page.js';
 
-const pages = { '/': WallPage, '/state': StatePage };
-const names = { '/': 'wall', '/state': 'state' };
+const pages = { '/': WallPage, '/recordings': RecordingsPage, '/state': StatePage };
+const names = { '/': 'wall', '/recordings': 'recordings', '/state': 'state' };
 
 const main = document.getElementById('main');
 let current = null;

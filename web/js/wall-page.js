@@ -43,7 +43,8 @@ export class WallPage {
     main.replaceChildren(
       element('div', { class: 'bar' },
         element('a', { href: '#/' }, 'All cameras'),
-        element('h2', {}, camera.name), sound, this.#figuresButton()),
+        element('h2', {}, camera.name), sound, this.#figuresButton(),
+        camera.rights.includes('playback') ? element('a', { href: `#/recordings?cameras=${camera.id}` }, 'Recordings') : null),
       element('div', { class: 'large' }, tile.element));
   }
 

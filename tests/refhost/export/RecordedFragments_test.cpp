@@ -159,9 +159,9 @@ TEST_F(RecordedFragmentsTest, AnInstantInAGapStartsWithTheNextRange)
 TEST_F(RecordedFragmentsTest, ReadingEndsWithTheInterval)
 {
     record(0, 10);
-    auto wanted = request(2);
-    wanted.end = at(4.5);
-    const All all = readAll(wanted);
+    auto part = request(2);
+    part.end = at(4.5);
+    const All all = readAll(part);
     EXPECT_NEAR(all.frames.back().captured, 4.96, 0.001)
         << "frames in front of the end may need some behind it";
     EXPECT_EQ(all.frames.size(), 75U);
@@ -179,10 +179,10 @@ TEST_F(RecordedFragmentsTest, NothingRecordedIsTheEnd)
 TEST_F(RecordedFragmentsTest, KeyFramesAloneFillTheTimeline)
 {
     record(0, 10);
-    auto wanted = request(2.5);
-    wanted.keyFramesOnly = true;
-    wanted.keyDistance = std::chrono::milliseconds(1900);
-    const All all = readAll(wanted);
+    auto part = request(2.5);
+    part.keyFramesOnly = true;
+    part.keyDistance = std::chrono::milliseconds(1900);
+    const All all = readAll(part);
     EXPECT_EQ(all.order, "drvvvv");
     for (std::size_t i = 0; i + 1 < all.frames.size(); ++i)
     {
@@ -195,10 +195,10 @@ TEST_F(RecordedFragmentsTest, BackwardsTheTimelineGoesOnWhileDatesGoBack)
 {
     record(0, 3);
     record(10, 12);
-    auto wanted = request(11.7);
-    wanted.backwards = true;
-    wanted.end = at(0.5);
-    const All all = readAll(wanted);
+    auto part = request(11.7);
+    part.backwards = true;
+    part.end = at(0.5);
+    const All all = readAll(part);
     EXPECT_EQ(all.order, "drvvrvv");
     std::vector<double> dates;
     for (const Fragment& frame : all.frames)

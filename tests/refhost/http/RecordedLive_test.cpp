@@ -183,7 +183,7 @@ TEST_F(RecordedLiveTest, RecordingsComeAsLiveMediaDoWithWhereTheInstantIs)
     EXPECT_TRUE(eventually([this] { return service->connectionCount() == 0; }));
 }
 
-TEST_F(RecordedLiveTest, GapsAreTold)
+TEST_F(RecordedLiveTest, GapsAreReported)
 {
     recorded_.record(0, 2);
     recorded_.record(10, 11);
@@ -231,7 +231,7 @@ TEST_F(RecordedLiveTest, NoMoreIsSentThanTheClientWants)
     }
     ASSERT_TRUE(message);
     EXPECT_EQ(message->opcode, 10);
-    // Lines may come in pieces, and several at once.
+    // Lines may come in several messages, and several at once.
     const std::string line = std::to_string(position + 10) + "\n";
     client.send(ServerMessages::masked(1, line.substr(0, 3)) + ServerMessages::masked(1, line.substr(3)));
     EXPECT_LE(lastUntil(client, position + 10), position + 10);
