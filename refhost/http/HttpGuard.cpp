@@ -191,7 +191,8 @@ HttpGuard::Finding HttpGuard::checkUser(HttpRequest& request, ConnectionLogin& l
     {
         return {challenge(request, false)};
     }
-    AuditLog::rightRefused(request.peer, request.user, nameOf(access.right), request.head.target);
+    AuditLog::rightRefused(request.peer, request.user, nameOf(access.rightFor(request.target)),
+                           request.head.target);
     return {HttpReply::problem(forbidden, "This user lacks the right to do that.")};
 }
 

@@ -31,6 +31,8 @@ test('from recording to recording, of any of the cameras', () => {
   assert.equal(nextBegin(rows, 55000, 1), null);
   assert.equal(nextBegin(rows, 55000, -1), 50000);
   assert.equal(nextBegin(rows, 50500, -1), 30000, 'pressed again right away, it goes further back');
+  assert.equal(nextBegin(rows, 500, -1), 0);
+  assert.equal(nextBegin(rows, 0, -1), null);
   assert.equal(nextBegin([[]], 0, 1), null);
 });
 

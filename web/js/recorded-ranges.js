@@ -42,10 +42,11 @@ export function merged(known, fresh, from) {
  */
 export function nextBegin(rows, date, direction) {
   const starts = rows.flat().map(({ start }) => start);
-  const found = direction > 0
-    ? starts.filter((start) => start > date).sort((a, b) => a - b)
-    : starts.filter((start) => start < date - 1000).sort((a, b) => b - a);
-  return found[0] ?? null;
+  if (direction > 0) {
+    return starts.filter((start) => start > date).sort((a, b) => a - b)[0] ?? null;
+  }
+  const before = starts.filter((start) => start < date).sort((a, b) => b - a);
+  return before.find((start) => start < date - 1000) ?? before[0] ?? null;
 }
 
 /** The address of an interval as an MP4 file. */

@@ -9,6 +9,14 @@ import { TimelineView, dateText, lengths } from './timeline-view.js';
 
 const speeds = [-16, -8, -4, -2, -1, 0.25, 0.5, 1, 2, 4, 8, 16];
 const maxOpen = 9;
+const hints = { ready: '', loading: '', gap: 'Nothing was recorded at this time.', end: 'The recording ends here.' };
+
+/** Nothing is announced again that is said already. */
+function setText(element, text) {
+  if (element.textContent !== text) {
+    element.textContent = text;
+  }
+}
 
 /** Recordings: a timeline of all cameras, and up to nine of them in step. What is shown is kept in the address. */
 export class RecordingsPage {
@@ -75,7 +83,7 @@ export class RecordingsPage {
     this.speed = element('select', { 'aria-label': 'Speed', onchange: () => this.#setSpeed(Number(this.speed.value)) },
       ...speeds.map((speed) => element('option', { value: String(speed), selected: speed === this.clock.speed },
         `${speed < 0 ? '−' : ''}${Math.abs(speed)}×`)));
-    this.date = element('output', { class: 'date', 'aria-label': 'Date that is shown' });
+    this.date = element('span', { class: 'date' });
     this.said = element('span', { class: 'said', role: 'status' });
     this.live = element('a', { class: 'button', href: '#/' }, 'Live');
     this.panel = new ExportPanel({ onChange: () => this.#remember(), onClear: () => {
@@ -230,16 +238,15 @@ export class RecordingsPage {
       player.follow(date, status === 'playing', speed);
       const { state } = states[i];
       tile.dataset.state = state;
-      hint.textContent = player.problem ||
-        { ready: '', loading: '', gap: 'Nothing was recorded at this time.', end: 'The recording ends here.' }[state];
+      setText(hint, player.problem || hints[state]);
       player.video.classList.toggle('stale', state === 'gap' || state === 'end');
     });
     if (status === 'ended' && this.clock.playing) {
       this.#setPlaying(false);
     }
-    this.said.textContent = status === 'waiting' && this.status === 'waiting' ? 'Loading…' : '';
+    setText(this.said, status === 'waiting' && this.status === 'waiting' ? 'Loading…' : '');
     this.status = status;
-    this.date.textContent = dateText(date);
+    setText(this.date, dateText(date));
     this.view.setPosition(date);
     this.view.tick();
   }

@@ -153,8 +153,8 @@ export class TimelineView extends EventTarget {
     const x = this.scale.xOf(this.position);
     this.cursor.hidden = x < 0 || x > width;
     this.cursor.style.setProperty('transform', `translateX(${x}px)`);
-    this.track.setAttribute('aria-valuemin', String(Math.round(this.scale.from / 1000)));
-    this.track.setAttribute('aria-valuemax', String(Math.round(this.scale.to / 1000)));
+    this.track.setAttribute('aria-valuemin', String(Math.round(Math.min(this.scale.from, this.position) / 1000)));
+    this.track.setAttribute('aria-valuemax', String(Math.round(Math.max(this.scale.to, this.position) / 1000)));
     this.track.setAttribute('aria-valuenow', String(Math.round(this.position / 1000)));
     this.track.setAttribute('aria-valuetext', dateText(this.position));
   }

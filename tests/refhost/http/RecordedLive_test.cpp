@@ -59,7 +59,8 @@ protected:
     void serve()
     {
         HttpService& made = make();
-        LiveRoute::add(made.router(), users->rights, streams_, {made.background(), [this] { return directory(); }});
+        LiveRoute::add(made.router(), users->rights, streams_,
+                       {made.background(), [this] { return directory(); }});
         start();
     }
 
@@ -324,7 +325,7 @@ TEST_F(RecordedLiveTest, NeedsTheRightToPlayTheCamerasRecordings)
     EXPECT_EQ(get(target(1), handshake).status, 401);
     EXPECT_EQ(get(target(1), handshake + boss_).status, 101) << "live is not needed";
     EXPECT_EQ(get("/api/v1/cameras/1/streams/0/live", handshake + boss_).status, 403);
-    users->rights.replace(AccessRules({user("1", "")}, {}));
+    users->setUsers({user("1", "")}, {});
     EXPECT_EQ(get(target(1), handshake + boss_).status, 403) << "live does not suffice";
     EXPECT_EQ(get("/api/v1/cameras/1/streams/0/live", handshake + boss_).status, 101);
 }
@@ -337,7 +338,7 @@ TEST_F(RecordedLiveTest, WhoLosesTheRightIsEnded)
     HttpTestClient client(service->port());
     ASSERT_TRUE(connect(client, target(5, "&ahead=1"), boss_));
     skipHead(client);
-    users->rights.replace(AccessRules({user("1", "")}, {}));
+    users->setUsers({user("1", "")}, {});
     // It is noticed while nothing is sent, too.
     time.advance(std::chrono::seconds(20));
     all(client);
