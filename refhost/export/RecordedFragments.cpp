@@ -214,8 +214,8 @@ bool RecordedFragments::isBehindEnd(const CodedUnit& unit)
     {
         return false;
     }
-    const bool lead = unit.video == (video_.format != nullptr);
-    if ((lead && unit.key) || unit.date > end_ + maxReordering)
+    const bool leads = unit.video == (video_.format != nullptr);
+    if ((leads && unit.key) || unit.date > end_ + maxReordering)
     {
         flush();
         ended_ = true;

@@ -57,9 +57,9 @@ void BackgroundWork::run(std::function<void()> task, Permit permit)
     pool_.wake(std::make_shared<Task>(std::move(task), std::move(permit)));
 }
 
-void BackgroundWork::wake(const std::shared_ptr<PooledWork>& work, Duration delay)
+void BackgroundWork::wake(const std::shared_ptr<PooledWork>& work)
 {
-    pool_.wake(work, delay);
+    pool_.wake(work);
 }
 
 void BackgroundWork::close()

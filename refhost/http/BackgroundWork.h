@@ -33,8 +33,8 @@ public:
     /// \param permit  not null; held until the task has run
     void run(std::function<void()> task, Permit permit);
 
-    /// Has `work` run after `delay`, or soon. \see WorkPool::wake()
-    void wake(const std::shared_ptr<PooledWork>& work, Duration delay = Duration::zero());
+    /// Has `work` run soon. \see WorkPool::wake()
+    void wake(const std::shared_ptr<PooledWork>& work);
 
     /// Waits for what runs now and drops the rest.
     void close();

@@ -154,14 +154,14 @@ BodySource::State RecordedSocket::read(std::size_t room, std::string& out)
     return State::waiting;
 }
 
-void RecordedSocket::run()
+MonotonicTime RecordedSocket::run(MonotonicTime now)
 {
     Duration until = Duration::max();
     {
         const MutexLock lock(mutex_);
         if (!cancelled_ && (ended_ || ahead_.size() - taken_ >= maxAhead))
         {
-            return;
+            return never;
         }
         until = until_.value_or(until);
         if (cancelled_)
@@ -173,7 +173,7 @@ void RecordedSocket::run()
     {
         fragments_.reset();
         held_.reset();
-        return;
+        return never;
     }
     Made made;
     try
@@ -198,22 +198,20 @@ void RecordedSocket::run()
         full = ahead_.size() >= maxAhead;
         wake = wake_;
     }
-    if (made.ended)
-    {
-        fragments_.reset();
-    }
-    else if (made.grows)
-    {
-        work_.wake(shared_from_this(), growthInterval);
-    }
-    else if (!made.bytes.empty() && !full)
-    {
-        goOn();
-    }
     if (wake && (made.ended || !made.bytes.empty()))
     {
         wake();
     }
+    if (made.ended)
+    {
+        fragments_.reset();
+        return never;
+    }
+    if (made.grows)
+    {
+        return now + growthInterval;
+    }
+    return made.bytes.empty() || full ? never : now;
 }
 
 /// Makes the next bytes up to a place on the timeline.

@@ -57,7 +57,7 @@ public:
     void cancel() override;
 
     /// The pool's part.
-    void run() override;
+    MonotonicTime run(MonotonicTime now) override;
 
 private:
     struct Made
