@@ -1,8 +1,11 @@
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "audioback/OVAudioBackDispatcherMgr.h"
+#include "refhost/base/ServerEvents.h"
 #include "refhost/rtsp/message/KeyMgmtHeader.h"
 #include "refhost/talkback/SharedOutput.h"
 #include "tests/CapturedErrors.h"
@@ -189,6 +192,31 @@ TEST_F(TalkBackTest, WhoIsPlayedIsLogged)
     EXPECT_NE(lines[0].find("audit: talk-back-taken address=127.0.7.1 user=\"\" url=\"" + url() + "\""),
               std::string::npos)
         << lines[0];
+}
+
+TEST_F(TalkBackTest, WhoIsPlayedAndWhenThatEndsIsPublished)
+{
+    start();
+    const auto events = ServerEvents::instance().subscribe(16, nullptr);
+    std::vector<std::string> names;
+    const auto published = [&](const std::string& name)
+    {
+        for (const ServerEvents::EventPtr& event : events->take().events)
+        {
+            names.emplace_back(event->name);
+        }
+        return std::count(names.begin(), names.end(), name) == 1;
+    };
+    TestClient client(server->port());
+    const std::string id = talkOverTcp(client);
+    EXPECT_TRUE(eventually([&] { return played->open.load(); }));
+    client.send(interleaved(0, packet(1)));
+    client.send(interleaved(0, packet(2)));
+    EXPECT_TRUE(eventually([&] { return published("talk-back-taken"); }));
+    EXPECT_FALSE(published("talk-back-ended"));
+    EXPECT_EQ(client.request("TEARDOWN", url(), session(id)).status, 200);
+    EXPECT_TRUE(eventually([&] { return published("talk-back-ended"); }));
+    EXPECT_TRUE(published("talk-back-taken"));
 }
 
 TEST_F(TalkBackTest, DatagramsOfTheClientReachTheOutputAndOthersDoNot)
