@@ -68,6 +68,10 @@ RtspServerFixture::RtspServerFixture(Controller controller)
     Device::setStreams(streams);
     config.port = 0;
     config.threads = 2;
+    // The clock runs on, and a test may get no processor for long: only its steps shall end these times.
+    config.limits.handshakeTimeout = 60;
+    config.limits.setupTimeout = 60;
+    config.limits.orphanTimeout = 30;
 }
 
 RtspServerFixture::~RtspServerFixture()
