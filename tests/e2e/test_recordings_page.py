@@ -139,7 +139,7 @@ def test_a_seek_shows_the_frame_of_that_date(recorded, browser):
 
 def test_it_plays_on_faster_and_backwards(recorded, browser):
     server, frames = recorded
-    paused(browser, server, frames[0][0] + 4)
+    paused(browser, server, frames[0][0] + 1.5)
     number = assert_shows(browser, frames)
     shown = "const shown = Number(document.querySelector('.tracks').getAttribute('aria-valuenow'));"
     browser.find_element("css selector", ".tracks").send_keys(" ")
@@ -157,6 +157,7 @@ def test_a_marked_interval_is_exported(recorded, browser, tmp_path):
     server, frames = recorded
     paused(browser, server, frames[0][0] + 1.5)
     track = browser.find_element("css selector", ".tracks")
+    track.send_keys(Keys.HOME)
     track.send_keys("i")
     track.send_keys("+" * 9)
     for _ in range(3):
