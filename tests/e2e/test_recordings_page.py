@@ -126,7 +126,7 @@ def test_a_seek_shows_the_frame_of_that_date(recorded, browser):
     assert assert_shows(browser, frames) == pytest.approx(before - 1, abs=0.002)
     track.send_keys(Keys.PAGE_UP)
     assert assert_shows(browser, frames) == pytest.approx(first, abs=0.002)
-    # The picture comes at once.
+    # The frame comes at once.
     late = browser.execute_async_script("""
         const [done] = arguments;
         const start = performance.now();
@@ -141,15 +141,15 @@ def test_it_plays_on_faster_and_backwards(recorded, browser):
     server, frames = recorded
     paused(browser, server, frames[0][0] + 1.5)
     number = assert_shows(browser, frames)
-    shown = "const shown = Number(document.querySelector('.tracks').getAttribute('aria-valuenow'));"
+    displayed = "const displayed = Number(document.querySelector('.tracks').getAttribute('aria-valuenow'));"
     browser.find_element("css selector", ".tracks").send_keys(" ")
-    assert until(browser, shown + "return shown >= $0 + 1", number)
-    for speed, reached in [("-4", "return shown <= $0 + 2"), ("0.5", "return shown >= $0 + 3")]:
+    assert until(browser, displayed + "return displayed >= $0 + 1", number)
+    for speed, reached in [("-4", "return displayed <= $0 + 2"), ("0.5", "return displayed >= $0 + 3")]:
         browser.execute_script("""
             const select = document.querySelector('.recordings select');
             select.value = arguments[0];
             select.dispatchEvent(new Event('change'));""", speed)
-        assert until(browser, shown + reached, frames[0][0]), speed
+        assert until(browser, displayed + reached, frames[0][0]), speed
     assert until(browser, "return document.querySelector('.stage video').getVideoPlaybackQuality().totalVideoFrames > 5")
 
 
