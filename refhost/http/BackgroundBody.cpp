@@ -38,7 +38,7 @@ BodySource::State BackgroundBody::read(std::size_t room, std::string& out)
         const MutexLock guard(mutex_);
         const std::size_t count = std::min(room, ahead_.size() - taken_);
         out.append(ahead_, taken_, count);
-        const bool wasFull = ahead_.size() - taken_ >= maxAhead;
+        const bool wasAmple = ahead_.size() - taken_ >= batch;
         taken_ += count;
         const std::size_t left = ahead_.size() - taken_;
         if (left == 0)
@@ -47,7 +47,7 @@ BodySource::State BackgroundBody::read(std::size_t room, std::string& out)
             taken_ = 0;
             state = end_ == State::more ? State::waiting : end_;
         }
-        makeMore = wasFull && left < maxAhead && end_ == State::more;
+        makeMore = wasAmple && left < batch && end_ == State::more;
     }
     if (makeMore)
     {
@@ -97,12 +97,17 @@ MonotonicTime BackgroundBody::run(MonotonicTime /*now*/)
     bool goesOn = false;
     try
     {
-        goesOn = !cancelled && producer_->produce(made);
+        goesOn = !cancelled;
+        while (goesOn && made.size() < batch)
+        {
+            goesOn = producer_->produce(made);
+        }
     }
     catch (const std::exception& error)
     {
         Log::warning("HTTP: a reply cannot be completed: {}", Log::safe(error.what()));
         end = State::failed;
+        goesOn = false;
     }
     std::function<void()> wake;
     bool full = false;

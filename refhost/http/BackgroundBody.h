@@ -34,7 +34,9 @@ class BackgroundBody final : public BodySource,
                              public std::enable_shared_from_this<BackgroundBody>
 {
 public:
-    static constexpr std::size_t maxAhead = std::size_t{256} * 1024;
+    static constexpr std::size_t maxAhead = std::size_t{512} * 1024;
+    /// What it makes at once, and how much is left when it goes on: each turn of a thread costs.
+    static constexpr std::size_t batch = maxAhead / 2;
 
     /// \param work    outlives the body
     /// \param permit  of `work`; not null
