@@ -266,6 +266,13 @@ bool CameraStream::isNeeded() const
     return viewers_ > 0;
 }
 
+StreamSource::Received CameraStream::received() const
+{
+    const SourceCounts& counts = mediaTap_->counts();
+    return {packetCount_.load(std::memory_order_relaxed), counts.bytes(), counts.keyFrames(),
+            counts.keyFrameInterval()};
+}
+
 void CameraStream::restart()
 {
     startsAtOnce_ = true;
@@ -516,6 +523,8 @@ void CameraStream::checkForFrames(std::uint64_t run)
     const std::uint64_t packets = pipeline_->packetCount();
     if (packets != packetsSeen_)
     {
+        packetCount_.fetch_add(packets > packetsSeen_ ? packets - packetsSeen_ : 0,
+                               std::memory_order_relaxed);
         packetsSeen_ = packets;
         packetsAt_ = now;
         if (described_)

@@ -96,6 +96,7 @@ public:
     void release() override;
     void requestKeyFrame() override;
     bool isNeeded() const override;
+    Received received() const override;
     void restart() override;
 
     /// Number of starts of the source.
@@ -171,6 +172,7 @@ private:
     int starts_ OV_GUARDED_BY(mutex_) = 0;
     bool running_ OV_GUARDED_BY(mutex_) = false;
 
+    std::atomic<std::uint64_t> packetCount_{0};
     std::atomic<bool> updatePosted_{false};
     std::atomic<bool> startsAtOnce_{false};  ///< the next update() ignores the restart pause
 

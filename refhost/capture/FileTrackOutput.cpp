@@ -56,6 +56,11 @@ void FileTrackOutput::send(FilePlayer::Item item)
 {
     const std::uint32_t timestamp = timestampOf(item);
     const bool records = !mediaTap_->isEmpty();
+    mediaTap_->counts().add(item.bytes.size());
+    if (item.video && item.key)
+    {
+        mediaTap_->counts().noteKeyFrame(epoch_ + item.presentation);
+    }
     if (!records)
     {
         decodeTimes_.reset();

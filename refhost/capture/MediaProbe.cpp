@@ -63,6 +63,7 @@ MediaProbe::~MediaProbe()
 GstPadProbeReturn MediaProbe::onBuffer(GstPad*, GstPadProbeInfo* info, gpointer self)
 {
     auto* probe = static_cast<MediaProbe*>(self);
+    probe->count(GST_PAD_PROBE_INFO_BUFFER(info));
     if (!probe->tap_->isEmpty() && probe->gate_->isOpen())
     {
         probe->take(GST_PAD_PROBE_INFO_BUFFER(info));
@@ -72,6 +73,17 @@ GstPadProbeReturn MediaProbe::onBuffer(GstPad*, GstPadProbeInfo* info, gpointer 
         probe->decodeTimes_.reset();
     }
     return GST_PAD_PROBE_OK;
+}
+
+void MediaProbe::count(GstBuffer* buffer)
+{
+    tap_->counts().add(gst_buffer_get_size(buffer));
+    if (isVideo(codec_) && !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT) &&
+        GST_BUFFER_PTS_IS_VALID(buffer))
+    {
+        tap_->counts().noteKeyFrame(
+            MonotonicTime(Duration(static_cast<Duration::rep>(GST_BUFFER_PTS(buffer)))));
+    }
 }
 
 void MediaProbe::take(GstBuffer* buffer)

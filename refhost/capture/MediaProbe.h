@@ -29,6 +29,7 @@ public:
 
 private:
     static GstPadProbeReturn onBuffer(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    void count(GstBuffer* buffer);
     void take(GstBuffer* buffer);
     bool updateFormat();
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "refhost/base/Mutex.h"
+#include "refhost/capture/SourceCounts.h"
 #include "refhost/media/EncodedUnit.h"
 
 namespace refhost
@@ -26,6 +27,16 @@ public:
         return count_.load(std::memory_order_relaxed) == 0;
     }
 
+    /// Whoever reads the source counts here what comes, whether somebody takes it or not.
+    SourceCounts& counts()
+    {
+        return counts_;
+    }
+    const SourceCounts& counts() const
+    {
+        return counts_;
+    }
+
     void deliver(const EncodedUnitPtr& unit);
     void discontinuity();
 
@@ -33,6 +44,7 @@ private:
     Mutex mutex_;
     std::vector<std::shared_ptr<EncodedUnitSink>> sinks_ OV_GUARDED_BY(mutex_);
     std::atomic<std::size_t> count_{0};
+    SourceCounts counts_;
 };
 
 }  // namespace refhost

@@ -5,8 +5,10 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,10 +18,12 @@
 #include "refhost/base/AuditLog.h"
 #include "refhost/base/DiskSpace.h"
 #include "refhost/base/Mutex.h"
+#include "refhost/base/ServerFigures.h"
 #include "refhost/http/HttpService.h"
 #include "refhost/http/MetricsText.h"
 #include "refhost/media/Device.h"
 #include "refhost/recording/RecordingIndex.h"
+#include "refhost/threads/LoopMonitor.h"
 
 namespace refhost
 {
@@ -82,6 +86,41 @@ void writeProcess(MetricsText& out)
     out.single("ovrtspd_threads", gauge, "Threads of the process.", entriesOf("/proc/self/task"));
 }
 
+/// What came from the sources.
+void writeReceived(MetricsText& out, const std::vector<CameraStatus>& all)
+{
+    using Received = StreamSource::Received;
+    const auto streams = Device::streams();
+    std::vector<std::pair<MetricsText::StreamLabels, Received>> received;
+    for (const CameraStatus& each : all)
+    {
+        const auto source = streams == nullptr ? nullptr : streams->find(each.camera, each.stream);
+        if (source != nullptr)
+        {
+            received.emplace_back(MetricsText::StreamLabels{each.camera, each.stream}, source->received());
+        }
+    }
+    const auto write = [&](std::string_view name, std::string_view type, std::string_view help,
+                           const std::function<double(const Received&)>& value)
+    {
+        out.family(name, type, help);
+        for (const auto& [labels, counts] : received)
+        {
+            out.sample(labels, value(counts));
+        }
+    };
+    write("ovrtspd_stream_received_packets_total", counter, "RTP packets that the source gave.",
+          [](const Received& counts) { return static_cast<double>(counts.packets); });
+    write("ovrtspd_stream_received_bytes_total", counter, "Encoded video and audio that the source gave.",
+          [](const Received& counts) { return static_cast<double>(counts.bytes); });
+    write("ovrtspd_stream_key_frames_total", counter, "Key frames that the source gave.",
+          [](const Received& counts) { return static_cast<double>(counts.keyFrames); });
+    write("ovrtspd_stream_key_frame_interval_seconds", gauge,
+          "Time between the last two key frames; 0: not known.",
+          [](const Received& counts)
+          { return std::chrono::duration<double>(counts.keyFrameInterval).count(); });
+}
+
 void writeStreams(MetricsText& out, const ServerView& view)
 {
     const std::vector<CameraStatus> all = view.cameras->snapshot();
@@ -121,6 +160,7 @@ void writeStreams(MetricsText& out, const ServerView& view)
         out.sample({{"camera", id(each.camera)}, {"stream", id(each.stream)}},
                    static_cast<double>(each.failures));
     }
+    writeReceived(out, all);
     const auto streams = Device::streams();
     out.family("ovrtspd_stream_needed", gauge, "Whether somebody watches or records the stream.");
     for (const CameraStatus& each : all)
@@ -147,11 +187,22 @@ private:
     double highest_ OV_GUARDED_BY(mutex_) = 0;
 };
 
-struct SessionCounters
+class SessionCounters
 {
+public:
     Rising sessions;
     Rising bytes;
     Rising lost;
+
+    Rising& of(int camera)
+    {
+        const MutexLock guard(mutex_);
+        return bytesOf_[camera];
+    }
+
+private:
+    Mutex mutex_;
+    std::map<int, Rising> bytesOf_ OV_GUARDED_BY(mutex_);  ///< of each camera that was ever configured
 };
 
 void writeSessions(MetricsText& out, const ServerView& view, SessionCounters& counters)
@@ -170,6 +221,7 @@ void writeSessions(MetricsText& out, const ServerView& view, SessionCounters& co
         }
     }
     std::map<int, int> byCamera;
+    std::map<int, double> bytesOf(past.bytesOf.begin(), past.bytesOf.end());
     auto bytes = static_cast<double>(past.bytes);
     auto lost = static_cast<double>(past.lost);
     for (const SessionSummary& session : all)
@@ -183,6 +235,10 @@ void writeSessions(MetricsText& out, const ServerView& view, SessionCounters& co
         {
             ++byCamera[*session.camera];
         }
+        if (session.camera)
+        {
+            bytesOf[*session.camera] += static_cast<double>(session.bytes);
+        }
         bytes += static_cast<double>(session.bytes);
         lost += static_cast<double>(session.lost);
     }
@@ -195,6 +251,13 @@ void writeSessions(MetricsText& out, const ServerView& view, SessionCounters& co
     for (const CameraConfig& camera : view.config()->cameras)
     {
         out.sample({{"camera", std::to_string(camera.id)}}, byCamera[camera.id]);
+    }
+    out.family("ovrtspd_camera_sent_bytes_total", counter,
+               "RTP payload of the camera sent to clients, without multicast.");
+    for (const CameraConfig& camera : view.config()->cameras)
+    {
+        out.sample({{"camera", std::to_string(camera.id)}},
+                   counters.of(camera.id).noLessThan(bytesOf[camera.id]));
     }
     out.single("ovrtspd_sessions_created_total", counter, "RTSP sessions so far.",
                counters.sessions.noLessThan(static_cast<double>(past.sessions + all.size())));
@@ -240,6 +303,73 @@ void writeRecordings(MetricsText& out, const ServerView& view)
     }
 }
 
+void writeRecorders(MetricsText& out, const ServerView& view)
+{
+    if (view.recording == nullptr)
+    {
+        return;
+    }
+    out.family("ovrtspd_recording_active", gauge, "Whether what comes of the stream is recorded now.");
+    for (const CameraConfig& camera : view.config()->cameras)
+    {
+        for (const StreamConfig& stream : camera.streams)
+        {
+            const auto state = view.recording->state(camera.id, stream.id);
+            out.sample(MetricsText::StreamLabels{camera.id, stream.id}, state && state->recording ? 1 : 0);
+        }
+    }
+    const std::map<int, std::uint64_t> events = view.recording->events();
+    out.family("ovrtspd_recording_events_total", counter, "Events that were to be recorded.");
+    for (const CameraConfig& camera : view.config()->cameras)
+    {
+        const auto found = events.find(camera.id);
+        out.sample({{"camera", std::to_string(camera.id)}},
+                   found == events.end() ? 0 : static_cast<double>(found->second));
+    }
+}
+
+void writeLoops(MetricsText& out)
+{
+    // Loops of one name are one series.
+    std::map<std::string, double> lags;
+    for (const LoopMonitor::Waiting& loop : LoopMonitor::instance().lags())
+    {
+        double& lag = lags[loop.name];
+        lag = std::max(lag, std::chrono::duration<double>(loop.waited).count());
+    }
+    out.family("ovrtspd_event_loop_lag_seconds", gauge,
+               "How long a task of the event loop waited when last measured, once a second.");
+    for (const auto& [name, lag] : lags)
+    {
+        out.sample({{"loop", name}}, lag);
+    }
+}
+
+void writeFigures(MetricsText& out)
+{
+    const ServerFigures& figures = ServerFigures::instance();
+    const auto number = [](const ServerFigures::Count& count)
+    { return static_cast<double>(count.load(std::memory_order_relaxed)); };
+    out.histogram("ovrtspd_live_join_seconds", "Time from PLAY of a live stream to its first frame.",
+                  figures.liveJoins.counts());
+    out.single("ovrtspd_live_skipped_units_total", counter,
+               "Frames and blocks of audio left out for clients that read too slowly.",
+               number(figures.liveSkipped));
+    out.histogram("ovrtspd_receiver_jitter_seconds", "Jitter of arrival, as receivers report it by RTCP.",
+                  figures.receiverJitter.counts());
+    out.histogram("ovrtspd_recording_write_seconds",
+                  "Time to write what was gathered of a recording to its file.",
+                  figures.recordingWrites.counts());
+    out.single("ovrtspd_playback_seeks_total", counter, "Positions that were searched in recordings.",
+               number(figures.playbackSeeks));
+    out.single("ovrtspd_talk_sessions", gauge, "Sessions whose audio is received.",
+               number(figures.talkSessions));
+    out.single("ovrtspd_talk_received_packets_total", counter, "RTP packets of audio that clients sent.",
+               number(figures.talkPackets));
+    out.single("ovrtspd_talk_lost_packets_total", counter, "Packets of such audio that did not come in time.",
+               number(figures.talkLost));
+}
+
 void writeAudit(MetricsText& out)
 {
     out.family("ovrtspd_audit_events_total", counter, "Events of the audit log, suppressed lines included.");
@@ -262,6 +392,9 @@ void MetricsRoutes::add(HttpRouter& router, const ServerView& view, const HttpSe
                     writeStreams(out, view);
                     writeSessions(out, view, *counters);
                     writeRecordings(out, view);
+                    writeRecorders(out, view);
+                    writeFigures(out);
+                    writeLoops(out);
                     writeAudit(out);
                     out.single("ovrtspd_http_connections", gauge, "Connections of the HTTP service.",
                                static_cast<double>(service.connectionCount()));

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
+
 namespace refhost
 {
 namespace
@@ -54,6 +56,27 @@ void MetricsText::single(std::string_view name, std::string_view type, std::stri
 {
     family(name, type, help);
     sample(value);
+}
+
+void MetricsText::histogram(std::string_view name, std::string_view help,
+                            const DurationHistogram::Counts& counts)
+{
+    constexpr double milliseconds = 1e-3;
+    family(name, "histogram", help);
+    name_ = std::string(name) + "_bucket";
+    std::uint64_t all = 0;
+    for (std::size_t i = 0; i < DurationHistogram::bounds.size(); ++i)
+    {
+        all += counts.buckets.at(i);
+        sample({{"le", fmt::format("{}", DurationHistogram::bounds.at(i) * milliseconds)}},
+               static_cast<double>(all));
+    }
+    all += counts.buckets.back();
+    sample({{"le", "+Inf"}}, static_cast<double>(all));
+    name_ = std::string(name) + "_sum";
+    sample(std::chrono::duration<double>(counts.sum).count());
+    name_ = std::string(name) + "_count";
+    sample(static_cast<double>(all));
 }
 
 std::string MetricsText::take()

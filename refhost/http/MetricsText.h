@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "refhost/base/DurationHistogram.h"
+
 namespace refhost
 {
 
@@ -20,16 +22,29 @@ public:
 
     /// Starts a family.
     /// \param name  with its unit; a counter's ends with "_total"
-    /// \param type  "counter" or "gauge"
+    /// \param type  "counter" or "gauge"; a histogram has a method of its own
     void family(std::string_view name, std::string_view type, std::string_view help);
     /// Adds a sample to the family.
     void sample(Labels labels, double value);
+    /// The labels "camera" and "stream".
+    struct StreamLabels
+    {
+        int camera;
+        int stream;
+    };
+    void sample(const StreamLabels& labels, double value)
+    {
+        sample({{"camera", std::to_string(labels.camera)}, {"stream", std::to_string(labels.stream)}}, value);
+    }
     void sample(double value)
     {
         sample({}, value);
     }
     /// A family with one sample.
     void single(std::string_view name, std::string_view type, std::string_view help, double value);
+
+    /// A family with one histogram, of seconds.
+    void histogram(std::string_view name, std::string_view help, const DurationHistogram::Counts& counts);
 
     std::string take();
 

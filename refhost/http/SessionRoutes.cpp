@@ -2,6 +2,7 @@
 
 #include <netinet/in.h>
 
+#include <chrono>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -51,7 +52,8 @@ Json documentOf(const SessionSummary& session)
               {"tracks", session.tracks},
               {"playing", session.playing},
               {"bytes", session.bytes},
-              {"lost", session.lost}};
+              {"lost", session.lost},
+              {"lag", session.lag ? Json(std::chrono::duration<double>(*session.lag).count()) : Json()}};
     return made;
 }
 

@@ -71,6 +71,7 @@ void IngestTrack::onPacket(const std::uint8_t* data, std::size_t size, Monotonic
     {
         return refusals_.onRefused("another payload type than described", arrival);
     }
+    mediaTap_->counts().add(packet.payloadSize);
     if (isLate(packet))
     {
         statistics_.count(packet.sequence, packet.timestamp, arrival);
@@ -149,6 +150,10 @@ void IngestTrack::onUnit(DepacketizedUnit&& unit)
     const MonotonicTime captureTime = captureTimeOf(unit.timestamp);
     maxPayload_ = std::max(maxPayload_, unit.maxPayload);
     sawKeyFrame_ = sawKeyFrame_ || (unit.keyFrame && unit.packets);
+    if (unit.keyFrame && isVideo(codec_))
+    {
+        mediaTap_->counts().noteKeyFrame(captureTime);
+    }
     std::shared_ptr<EncodedUnit> media;
     if (unit.bytes.empty())
     {

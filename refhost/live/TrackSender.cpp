@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "refhost/base/HostStatus.h"
+#include "refhost/base/ServerFigures.h"
 #include "refhost/live/LiveSession.h"
 
 namespace refhost
@@ -265,7 +266,7 @@ void TrackSender::onRtcp(const std::uint8_t* data, std::size_t size)
     if (const auto session = session_.lock())
     {
         const LiveSession::Lock lock(*session);
-        sender_.readReport(data, size);
+        sender_.readReport(data, size, static_cast<std::uint32_t>(timeline_.clock().rate()));
     }
 }
 
@@ -277,6 +278,7 @@ bool TrackSender::start(TrackSender* videoSender, MonotonicTime now)
         return false;
     }
     state_.enter(SenderState::announced);
+    alone_ = videoSender == nullptr;
     unit_ = found.unit;
     unitEpoch_ = found.epoch;
     unitTimestamp_ = timeline_.peek(*unit_, unitEpoch_);
@@ -354,6 +356,7 @@ bool TrackSender::skipToStart(const LiveTrack::View& view)
     if (flow_.is(SenderFlow::congested))
     {
         sender_.statistics().unitsSkipped += target - cursor_;
+        ServerFigures::add(ServerFigures::instance().liveSkipped, target - cursor_);
     }
     flow_.enter(found ? SenderFlow::keepingUp : SenderFlow::waitingForKeyFrame);
     cursor_ = target;
@@ -387,11 +390,13 @@ bool TrackSender::deliver(MonotonicTime now, bool more)
     unitPackets_ += result.packets;
     if (result.status == SendStatus::sent)
     {
+        sender_.transport()->sent.capture.store(unit_->captureTime, std::memory_order_relaxed);
         unit_.reset();
         unitPackets_ = 0;
         if (state_.is(SenderState::announced))
         {
             state_.enter(SenderState::running);
+            noteJoin();
         }
         ++cursor_;
         return true;
@@ -406,6 +411,15 @@ bool TrackSender::deliver(MonotonicTime now, bool more)
         unit_.reset();
     }
     return false;
+}
+
+/// Audio starts with the video: where there is some, that is what counts.
+void TrackSender::noteJoin()
+{
+    if (video_ || alone_)
+    {
+        ServerFigures::instance().liveJoins.add(settings_.clock->now() - playedAt_);
+    }
 }
 
 void TrackSender::abandonUnit()

@@ -146,6 +146,7 @@ private:
     bool deliver(MonotonicTime now, bool more);
     bool isEarly();
     void abandonUnit();
+    void noteJoin();
 
     const std::weak_ptr<LiveSession> session_;
     const std::shared_ptr<LiveStream> stream_;
@@ -171,6 +172,7 @@ private:
     MonotonicTime playedAt_;
     MonotonicTime waitingSince_;    // capture time of the first block waiting for a frame
     MonotonicTime congestedSince_;  // while congested
+    bool alone_ = false;            // audio without a video to start with
     bool paced_ = false;            // sends the past at a limited rate
     MonotonicTime pacedSince_;      // when its first unit was sent
     std::uint64_t seenHead_ = 0;

@@ -1,6 +1,7 @@
 #pragma once
 // Tested by tests/refhost/capture/CameraStream_test.cpp.
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,6 +61,19 @@ public:
     virtual bool isNeeded() const
     {
         return false;
+    }
+
+    /// What came from the source so far, across its restarts.
+    struct Received
+    {
+        std::uint64_t packets = 0;  ///< RTP packets of all tracks; up to date within a second or so
+        std::uint64_t bytes = 0;    ///< of encoded media of all tracks
+        std::uint64_t keyFrames = 0;
+        Duration keyFrameInterval{};  ///< between the last two; 0: not known
+    };
+    virtual Received received() const
+    {
+        return {};
     }
 
     /// Ends the source and starts it again, if somebody needs it; one that waits after a failure starts at once.

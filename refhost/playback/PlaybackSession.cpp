@@ -6,6 +6,7 @@
 
 #include "refhost/base/ChangeSignal.h"
 #include "refhost/base/HostStatus.h"
+#include "refhost/base/ServerFigures.h"
 
 namespace refhost
 {
@@ -275,7 +276,7 @@ void PlaybackSession::readReport(PlaybackTrack& track, const std::uint8_t* data,
 {
     const MutexLock lock(mutex_);
     track.noteActivity();
-    track.sender.readReport(data, size);
+    track.sender.readReport(data, size, static_cast<std::uint32_t>(track.rtpClock.rate()));
 }
 
 /// Date of a position, clamped to the presentation; not-a-number counts as 0.
@@ -345,6 +346,7 @@ MonotonicTime PlaybackSession::run(MonotonicTime now)
 void PlaybackSession::seek()
 {
     const PendingSeek::Search search = seek_.search();
+    ServerFigures::add(ServerFigures::instance().playbackSeeks);
     const PlaybackSource::Request request = requestFor(search.target);
     PlaybackUnit first;
     bool found = false;

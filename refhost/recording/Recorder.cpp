@@ -12,6 +12,7 @@
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/ServerEvents.h"
+#include "refhost/base/ServerFigures.h"
 #include "refhost/media/Codec.h"
 #include "refhost/recording/IntervalText.h"
 #include "refhost/recording/RecordingFolder.h"
@@ -480,7 +481,10 @@ void Recorder::flush()
     }
     unflushed_ = false;
     nextFlush_ = now_ + maxUnflushed;
-    if (!writer_->flush())
+    const MonotonicTime start = HostClock::system().now();
+    const bool flushed = writer_->flush();
+    ServerFigures::instance().recordingWrites.add(HostClock::system().now() - start);
+    if (!flushed)
     {
         return fail(writer_->error());
     }

@@ -4,6 +4,7 @@
 
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/RandomBytes.h"
+#include "refhost/base/ServerFigures.h"
 
 namespace refhost
 {
@@ -111,7 +112,7 @@ void RtpSender::sendBye(WallTime wall, std::uint32_t rtpTimestamp)
     transport_->sendRtcp(packet.data(), packet.size());
 }
 
-void RtpSender::readReport(const std::uint8_t* data, std::size_t size)
+void RtpSender::readReport(const std::uint8_t* data, std::size_t size, std::uint32_t clockRate)
 {
     RtcpFindings findings;
     if (!RtcpReader::read(data, size, initial_.ssrc, findings))
@@ -125,6 +126,11 @@ void RtpSender::readReport(const std::uint8_t* data, std::size_t size)
     }
     ++statistics_.reportsRead;
     statistics_.reception = findings.report;
+    if (clockRate > 0)
+    {
+        const double seconds = static_cast<double>(findings.report.jitter) / clockRate;
+        ServerFigures::instance().receiverJitter.add(durationOf(std::chrono::duration<double>(seconds)));
+    }
     if (transport_ != nullptr)
     {
         transport_->sent.lost.store(static_cast<std::uint64_t>(std::max(findings.report.cumulativeLost, 0)),

@@ -136,7 +136,8 @@ public:
     void sendBye(WallTime wall, std::uint32_t rtpTimestamp);
 
     /// Takes a compound RTCP packet from the client.
-    void readReport(const std::uint8_t* data, std::size_t size);
+    /// \param clockRate  of the track, Hz
+    void readReport(const std::uint8_t* data, std::size_t size, std::uint32_t clockRate);
 
 private:
     /// The initial values that must be random (RFC 3550, section 5.1).

@@ -154,6 +154,8 @@ public:
     {
         std::atomic<std::uint64_t> bytes{0};  ///< of RTP payload
         std::atomic<std::uint64_t> lost{0};   ///< packets that the client reported as lost
+        /// Capture time of the last unit of a live stream that was sent; the clock's epoch before.
+        std::atomic<MonotonicTime> capture{MonotonicTime()};
     };
     Sent sent;
 

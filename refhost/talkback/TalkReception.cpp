@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "refhost/base/ServerFigures.h"
 #include "refhost/rtp/RtpReader.h"
 
 namespace refhost
@@ -91,6 +92,7 @@ bool TalkReception::add(const TalkReceiveQueue::Packet& packet)
     }
     lastArrival_ = packet.arrival;
     ++statistics_.packets;
+    ServerFigures::add(ServerFigures::instance().talkPackets);
     ReorderWindow::Packet kept;
     kept.sequence = arrival.sequence;
     kept.timestamp = view.timestamp;
@@ -112,6 +114,10 @@ bool TalkReception::take(MonotonicTime now, bool audible, std::vector<std::int16
     while (next == ReorderWindow::Next::packet)
     {
         statistics_.lost += lost;
+        if (lost > 0)
+        {
+            ServerFigures::add(ServerFigures::instance().talkLost, lost);
+        }
         const bool stale = now - packet.arrival > maxOutputWait_;
         statistics_.stale += stale ? 1 : 0;
         const bool playable = audible && !stale;

@@ -6,6 +6,7 @@
 #include "refhost/base/HostStatus.h"
 #include "refhost/base/Log.h"
 #include "refhost/base/RandomBytes.h"
+#include "refhost/base/ServerFigures.h"
 #include "refhost/rtp/RtcpReader.h"
 #include "support/StatusCode.h"
 
@@ -104,6 +105,7 @@ int TalkSession::play()
         return statusSuccess;
     }
     playing_ = true;
+    ServerFigures::add(ServerFigures::instance().talkSessions);
     audible_ = false;
     reception_->reset();
     nextReport_ = clock_.now() + settings_.firstReport;
@@ -117,6 +119,7 @@ int TalkSession::pause()
     {
         playing_ = false;
         setAudible(false);
+        ServerFigures::instance().talkSessions.fetch_sub(1, std::memory_order_relaxed);
         receiveQueue_->close();
         output_.pause(this);
         reception_->release();

@@ -1,6 +1,7 @@
 #include "refhost/threads/LoopMonitor.h"
 
 #include <algorithm>
+#include <chrono>
 
 #include "refhost/threads/EventLoop.h"
 
@@ -42,9 +43,27 @@ std::vector<LoopMonitor::Waiting> LoopMonitor::check(MonotonicTime now)
         }
         entry.waited = Duration::zero();
         entry.ran = std::make_shared<std::atomic<bool>>(false);
-        loop->post([ran = entry.ran] { ran->store(true, std::memory_order_release); });
+        const auto lateness = [lag = entry.lag, posted = std::chrono::steady_clock::now()]
+        { lag->store(std::chrono::steady_clock::now() - posted, std::memory_order_relaxed); };
+        loop->post(
+            [ran = entry.ran, lateness]
+            {
+                lateness();
+                ran->store(true, std::memory_order_release);
+            });
     }
     return waiting;
+}
+
+std::vector<LoopMonitor::Waiting> LoopMonitor::lags() const
+{
+    std::vector<Waiting> all;
+    const MutexLock guard(mutex_);
+    for (const auto& [loop, entry] : loops_)
+    {
+        all.push_back({entry.name, std::max(entry.lag->load(std::memory_order_relaxed), entry.waited)});
+    }
+    return all;
 }
 
 }  // namespace refhost

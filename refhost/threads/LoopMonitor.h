@@ -43,15 +43,20 @@ public:
     /// \returns the loops whose task waits since an earlier call
     std::vector<Waiting> check(MonotonicTime now);
 
+    /// How long the last task that ran had waited, of each loop.
+    std::vector<Waiting> lags() const;
+
 private:
     struct Entry
     {
         std::string name;
         std::shared_ptr<std::atomic<bool>> ran;  ///< null before the first task
         Duration waited{};
+        std::shared_ptr<std::atomic<Duration>> lag =
+            std::make_shared<std::atomic<Duration>>(Duration::zero());
     };
 
-    Mutex mutex_;
+    mutable Mutex mutex_;
     std::map<EventLoop*, Entry> loops_ OV_GUARDED_BY(mutex_);
     MonotonicTime last_ OV_GUARDED_BY(mutex_);
 };

@@ -164,6 +164,12 @@ def test_a_viewer_is_listed_and_ended(serve):
             session = http.ask("/api/v1/sessions")[1]["sessions"][0]
             assert (session["kind"], session["transport"], session["camera"]) == ("live", "tcp", 1)
             wait_until(lambda: http.ask("/readyz")[0] == 200, 20, "ready")
+            assert 0 <= session["lag"] < 5
+            metrics = dict(line.rsplit(" ", 1) for line in http.ask("/metrics")[1].splitlines() if line[0] != "#")
+            for name in ("ovrtspd_live_join_seconds_count", "ovrtspd_live_join_seconds_sum"):
+                assert float(metrics[name]) > 0, name
+            for name in ("received_bytes_total", "key_frames_total"):
+                assert float(metrics[f'ovrtspd_stream_{name}{{camera="1",stream="0"}}']) > 0, name
             assert http.ask(f"/api/v1/sessions/{session['id']}", method="DELETE")[0] == 204
             assert http.ask("/api/v1/sessions")[1]["sessions"] == []
         finally:

@@ -94,6 +94,12 @@ SessionSummary RtspSession::summary() const
             const RtpTransport::Sent& sent = transport.sent;
             made.bytes += sent.bytes.load(std::memory_order_relaxed);
             made.lost += sent.lost.load(std::memory_order_relaxed);
+            const MonotonicTime capture = sent.capture.load(std::memory_order_relaxed);
+            if (track->playing() && capture != MonotonicTime())
+            {
+                const Duration lag = std::max(HostClock::system().now() - capture, Duration::zero());
+                made.lag = std::max(made.lag.value_or(lag), lag);
+            }
         }
     }
     return made;

@@ -27,7 +27,9 @@ struct SessionSummary
     std::size_t tracks = 0;
     bool playing = false;
     std::uint64_t bytes = 0;  ///< of RTP payload sent; 0 for multicast
-    std::uint64_t lost = 0;   ///< packets that the client reported as lost
+    std::optional<Duration>
+        lag;                 ///< from the capture of the last frame sent live; nothing before, and for others
+    std::uint64_t lost = 0;  ///< packets that the client reported as lost
 };
 
 }  // namespace refhost

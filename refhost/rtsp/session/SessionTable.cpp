@@ -254,13 +254,18 @@ void SessionTable::noteEnd(const RtspSession& ended)
     pastBytes_.fetch_add(last.bytes, std::memory_order_relaxed);
     pastLost_.fetch_add(last.lost, std::memory_order_relaxed);
     const MutexLock guard(mutex_);
+    if (last.camera && last.bytes > 0)
+    {
+        pastBytesOf_[*last.camera] += last.bytes;
+    }
     --ending_;
 }
 
 SessionTable::Past SessionTable::past() const
 {
+    const MutexLock guard(mutex_);
     return {pastSessions_.load(std::memory_order_relaxed), pastBytes_.load(std::memory_order_relaxed),
-            pastLost_.load(std::memory_order_relaxed)};
+            pastLost_.load(std::memory_order_relaxed), pastBytesOf_};
 }
 
 std::vector<SessionSummary> SessionTable::summaries() const

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -83,6 +84,7 @@ public:
         std::uint64_t sessions = 0;
         std::uint64_t bytes = 0;
         std::uint64_t lost = 0;
+        std::map<int, std::uint64_t> bytesOf;  ///< of each camera that somebody watched
     };
     Past past() const;
 
@@ -100,7 +102,8 @@ private:
     std::atomic<std::uint64_t> pastLost_{0};
     mutable Mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<RtspSession>> sessions_
-        OV_GUARDED_BY(mutex_);                      // by the id's number
+        OV_GUARDED_BY(mutex_);  // by the id's number
+    std::map<int, std::uint64_t> pastBytesOf_ OV_GUARDED_BY(mutex_);
     std::size_t ending_ OV_GUARDED_BY(mutex_) = 0;  // removed, but still giving back what they hold
 };
 

@@ -181,5 +181,22 @@ TEST_F(MediaTapTest, RemovedSinkIsNotCalled)
     EXPECT_EQ(sink.use_count(), 1);
 }
 
+TEST(SourceCounts, TheIntervalIsThatOfTheLastTwoKeyFrames)
+{
+    SourceCounts counts;
+    const MonotonicTime start{std::chrono::seconds(100)};
+    counts.noteKeyFrame(start);
+    EXPECT_EQ(counts.keyFrameInterval(), Duration::zero());
+    counts.noteKeyFrame(start + std::chrono::seconds(2));
+    EXPECT_EQ(counts.keyFrameInterval(), std::chrono::seconds(2));
+    // The source started again.
+    counts.noteKeyFrame(start);
+    EXPECT_EQ(counts.keyFrameInterval(), std::chrono::seconds(2));
+    EXPECT_EQ(counts.keyFrames(), 3U);
+    counts.add(10);
+    counts.add(5);
+    EXPECT_EQ(counts.bytes(), 15U);
+}
+
 }  // namespace
 }  // namespace refhost

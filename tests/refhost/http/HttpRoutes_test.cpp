@@ -6,10 +6,12 @@
 
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <set>
 #include <string>
 
 #include "refhost/base/Base64.h"
+#include "refhost/base/ServerFigures.h"
 #include "refhost/http/EventRoutes.h"
 #include "refhost/http/JsonDocument.h"
 #include "refhost/media/Device.h"
@@ -354,6 +356,48 @@ TEST_F(HttpRoutesTest, MetricsHaveSessionsStreamsAndRecordings)
     }
 }
 
+TEST_F(HttpRoutesTest, AJoinIsCountedOnceItsFirstFrameWasSent)
+{
+    startBoth();
+    const auto joins = []
+    {
+        const auto counts = ServerFigures::instance().liveJoins.counts().buckets;
+        return std::accumulate(counts.begin(), counts.end(), std::uint64_t{0});
+    };
+    const std::uint64_t before = joins();
+    TestClient viewer(server->port());
+    const std::string id = setUpTcp(viewer, 1);
+    EXPECT_TRUE(get("/api/v1/sessions").at("sessions").at(0).at("lag").is_null());
+    frame(true);
+    ASSERT_EQ(viewer.request("PLAY", url(), session(id)).status, 200);
+    EXPECT_TRUE(viewer.frame(0).isRtp());
+    EXPECT_TRUE(eventually([&] { return joins() == before + 1; }));
+    EXPECT_TRUE(get("/api/v1/sessions").at("sessions").at(0).at("lag").is_number());
+    frame(false);
+    EXPECT_TRUE(viewer.frame(0).isRtp());
+    EXPECT_EQ(joins(), before + 1);
+}
+
+TEST_F(HttpRoutesTest, MetricsHaveWhatTheServerCounts)
+{
+    config.cameras[0].streams[1].record = RecordMode::events;
+    record({0});
+    startBoth();
+    const std::string text = ask("GET", "/metrics").body;
+    for (const char* const name :
+         {"ovrtspd_live_join_seconds_bucket{le=\"+Inf\"} ", "ovrtspd_live_join_seconds_count ",
+          "ovrtspd_live_skipped_units_total ", "ovrtspd_receiver_jitter_seconds_sum ",
+          "ovrtspd_recording_write_seconds_bucket{le=\"0.001\"} ", "ovrtspd_playback_seeks_total ",
+          "ovrtspd_talk_sessions ", "ovrtspd_talk_received_packets_total ",
+          "ovrtspd_talk_lost_packets_total ", "ovrtspd_event_loop_lag_seconds{loop=\"",
+          "ovrtspd_recording_active{camera=\"1\",stream=\"1\"} 0\n",
+          "ovrtspd_recording_events_total{camera=\"2\"} 0\n",
+          "ovrtspd_camera_sent_bytes_total{camera=\"1\"} 0\n"})
+    {
+        EXPECT_THAT(text, HasSubstr(std::string("\n") + name));
+    }
+}
+
 TEST_F(HttpRoutesTest, MetricsAreForThoseWhoMayWatchEverything)
 {
     addUsers();
@@ -381,6 +425,8 @@ TEST_F(HttpRoutesTest, SentBytesDoNotFallWhenASessionEnds)
     }
     EXPECT_TRUE(eventually([this] { return server->sessionCount() == 0; }));
     EXPECT_GT(sent(), 0);
+    EXPECT_THAT(ask("GET", "/metrics").body,
+                Not(HasSubstr("ovrtspd_camera_sent_bytes_total{camera=\"1\"} 0\n")));
 }
 
 TEST_F(HttpRoutesTest, EventsComeAsTheyHappen)

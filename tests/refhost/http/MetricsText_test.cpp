@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <string>
+
 namespace refhost
 {
 namespace
@@ -28,6 +31,27 @@ TEST(MetricsText, EscapesLabelsAndHelp)
     out.family("a", "gauge", "One\\\nTwo \"x\"");
     out.sample({{"l", "\"\\\n"}}, 1);
     EXPECT_EQ(out.take(), "# HELP a One\\\\\\nTwo \"x\"\n# TYPE a gauge\na{l=\"\\\"\\\\\\n\"} 1\n");
+}
+
+TEST(MetricsText, BucketsOfAHistogramHoldThoseBelow)
+{
+    DurationHistogram histogram;
+    for (const int milliseconds : {1, 2, 30, 20000})
+    {
+        histogram.add(std::chrono::milliseconds(milliseconds));
+    }
+    MetricsText out;
+    out.histogram("a_seconds", "Times.", histogram.counts());
+    const std::string text = out.take();
+    EXPECT_EQ(
+        text.find("# HELP a_seconds Times.\n# TYPE a_seconds histogram\na_seconds_bucket{le=\"0.001\"} 1\n"
+                  "a_seconds_bucket{le=\"0.005\"} 2\na_seconds_bucket{le=\"0.01\"} 2\n"),
+        0U)
+        << text;
+    const std::string end =
+        "a_seconds_bucket{le=\"10\"} 3\na_seconds_bucket{le=\"+Inf\"} 4\na_seconds_sum 20.033\n"
+        "a_seconds_count 4\n";
+    EXPECT_EQ(text.substr(text.size() - end.size()), end);
 }
 
 }  // namespace

@@ -56,6 +56,28 @@ TEST(LoopMonitor, WaitOfALoopThatHangsGrows)
     monitor.remove(bad);
 }
 
+TEST(LoopMonitor, LagIsHowLongTheLastTaskWaited)
+{
+    EventLoop loop("late");
+    LoopMonitor monitor;
+    monitor.add(loop, "late");
+    HangingTurn turn(loop);
+    const auto before = std::chrono::steady_clock::now();
+    monitor.check(at(0));
+    monitor.check(at(1));
+    // It hangs for a second by the clock of those who check.
+    ASSERT_EQ(1u, monitor.lags().size());
+    EXPECT_EQ(seconds(1), monitor.lags()[0].waited);
+    turn.finish();
+    runOn(loop, [] {});
+    monitor.check(at(2));
+    EXPECT_EQ("late", monitor.lags()[0].name);
+    EXPECT_LE(monitor.lags()[0].waited, std::chrono::steady_clock::now() - before);
+    runOn(loop, [] {});
+    monitor.remove(loop);
+    EXPECT_TRUE(monitor.lags().empty());
+}
+
 TEST(LoopMonitor, TimeInWhichNobodyCheckedIsNoHang)
 {
     EventLoop loop("stopped");
