@@ -6,12 +6,10 @@
 
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <set>
 #include <string>
 
 #include "refhost/base/Base64.h"
-#include "refhost/base/ServerFigures.h"
 #include "refhost/http/EventRoutes.h"
 #include "refhost/http/JsonDocument.h"
 #include "refhost/media/Device.h"
@@ -354,28 +352,6 @@ TEST_F(HttpRoutesTest, MetricsHaveSessionsStreamsAndRecordings)
     {
         EXPECT_THAT(answer.body, HasSubstr(line));
     }
-}
-
-TEST_F(HttpRoutesTest, AJoinIsCountedOnceItsFirstFrameWasSent)
-{
-    startBoth();
-    const auto joins = []
-    {
-        const auto counts = ServerFigures::instance().liveJoins.counts().buckets;
-        return std::accumulate(counts.begin(), counts.end(), std::uint64_t{0});
-    };
-    const std::uint64_t before = joins();
-    TestClient viewer(server->port());
-    const std::string id = setUpTcp(viewer, 1);
-    EXPECT_TRUE(get("/api/v1/sessions").at("sessions").at(0).at("lag").is_null());
-    frame(true);
-    ASSERT_EQ(viewer.request("PLAY", url(), session(id)).status, 200);
-    EXPECT_TRUE(viewer.frame(0).isRtp());
-    EXPECT_TRUE(eventually([&] { return joins() == before + 1; }));
-    EXPECT_TRUE(get("/api/v1/sessions").at("sessions").at(0).at("lag").is_number());
-    frame(false);
-    EXPECT_TRUE(viewer.frame(0).isRtp());
-    EXPECT_EQ(joins(), before + 1);
 }
 
 TEST_F(HttpRoutesTest, MetricsHaveWhatTheServerCounts)
