@@ -1,7 +1,9 @@
 #include "refhost/http/EventRoutes.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -18,7 +20,12 @@ constexpr int unavailable = 503;
 class EventBody final : public BodySource
 {
 public:
-    explicit EventBody(std::shared_ptr<std::atomic<std::size_t>> clients) : clients_(std::move(clients)) {}
+    using Permitted = std::function<bool()>;
+
+    EventBody(std::shared_ptr<std::atomic<std::size_t>> clients, Permitted permitted)
+        : clients_(std::move(clients)), permitted_(std::move(permitted))
+    {
+    }
     ~EventBody() override
     {
         if (subscription_ != nullptr)
@@ -37,6 +44,10 @@ public:
 
     State read(std::size_t /*room*/, std::string& out) override
     {
+        if (!permitted_())
+        {
+            return State::ended;
+        }
         const ServerEvents::Subscription::Taken taken = subscription_->take();
         for (const ServerEvents::EventPtr& event : taken.events)
         {
@@ -58,23 +69,27 @@ public:
 
 private:
     const std::shared_ptr<std::atomic<std::size_t>> clients_;
+    const Permitted permitted_;
     std::shared_ptr<ServerEvents::Subscription> subscription_;
 };
 
 }  // namespace
 
-void EventRoutes::add(HttpRouter& router)
+void EventRoutes::add(HttpRouter& router, const AccessControl& access)
 {
     const auto clients = std::make_shared<std::atomic<std::size_t>>(0);
     router.add({"GET", "/api/v1/events", HttpAccess::server(Right::admin),
-                [clients](const HttpRequest&)
+                [clients, &access](const HttpRequest& request)
                 {
                     if (clients->fetch_add(1) >= maxClients)
                     {
                         clients->fetch_sub(1);
                         return HttpReply::problem(unavailable, "Too many clients receive events.");
                     }
-                    return HttpReply::stream("text/event-stream", std::make_shared<EventBody>(clients));
+                    const auto permitted = [&access, user = request.user]
+                    { return access.rules()->allows(user, Right::admin, std::nullopt); };
+                    return HttpReply::stream("text/event-stream",
+                                             std::make_shared<EventBody>(clients, permitted));
                 }});
 }
 

@@ -164,11 +164,21 @@ void HttpConnection::onReady(std::uint32_t events)
     watch();
 }
 
-/// Gives what was received to the body that has the connection.
+/// Gives what was received to the body that has the connection, unless its answers to earlier bytes were not taken: a client
+/// that reads none is not read forever.
 void HttpConnection::passOn()
 {
+    if (passed_ >= maxWaiting)
+    {
+        send();
+    }
+    if (passed_ >= maxWaiting && !inputEnded_)
+    {
+        return;
+    }
     if (!input_.empty() && body_ != nullptr)
     {
+        passed_ += input_.size();
         body_->receive(input_);
         // It may have an answer, or its end.
         waiting_ = false;
@@ -381,6 +391,7 @@ bool HttpConnection::fill()
     }
     std::string made;
     const BodySource::State state = body_->read(maxUnsent, made);
+    passed_ = 0;
     if (owed_)
     {
         // The client takes what is more for the next reply.

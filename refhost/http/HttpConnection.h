@@ -126,6 +126,7 @@ private:
     bool chunked_ = false;
     bool switched_ = false;              // the reply's body has the connection for itself
     bool waiting_ = false;               // for the body's wake
+    std::size_t passed_ = 0;             // received bytes that the body got since it was read
     std::optional<std::uint64_t> owed_;  // bytes that the body has to make; nothing: not known
 };
 

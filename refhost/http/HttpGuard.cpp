@@ -144,12 +144,17 @@ std::optional<HttpReply> HttpGuard::refuseChange(const HttpRequest& request) con
     {
         return HttpReply::problem(unsupportedMediaType, "A POST needs the Content-Type application/json.");
     }
-    if (!users_.rights.rules()->enabled() && !request.peer.isLoopback())
+    if (!mayChange(*users_.rights.rules(), request.peer))
     {
         return HttpReply::problem(forbidden,
                                   "Without configured users only this machine itself may change something.");
     }
     return std::nullopt;
+}
+
+bool HttpGuard::mayChange(const AccessRules& rules, const SocketAddress& peer)
+{
+    return rules.enabled() || peer.isLoopback();
 }
 
 HttpGuard::Finding HttpGuard::checkUser(HttpRequest& request, ConnectionLogin& login,

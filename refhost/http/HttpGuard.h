@@ -49,6 +49,9 @@ public:
     /// \param host  its value, with or without a port
     bool isOwnName(std::string_view host) const;
 
+    /// Whether a client may change anything at all, whatever its rights: without users, this machine alone.
+    static bool mayChange(const AccessRules& rules, const SocketAddress& peer);
+
 private:
     std::optional<HttpReply> refuseChange(const HttpRequest& request) const;
     HttpReply challenge(const HttpRequest& request, bool stale) const;

@@ -1,5 +1,6 @@
 #include "refhost/http/HttpRoutes.h"
 
+#include "refhost/http/AccountRoutes.h"
 #include "refhost/http/CameraRoutes.h"
 #include "refhost/http/ConfigRoutes.h"
 #include "refhost/http/EventRoutes.h"
@@ -10,6 +11,8 @@
 #include "refhost/http/RecordingRoutes.h"
 #include "refhost/http/SessionRoutes.h"
 #include "refhost/http/SnapshotRoutes.h"
+#include "refhost/http/StorageRoute.h"
+#include "refhost/http/TalkRoute.h"
 #include "refhost/media/Device.h"
 
 namespace refhost
@@ -30,15 +33,18 @@ void HttpRoutes::add(HttpService& service, const ServerView& view)
     HttpRouter& router = service.router();
     HealthRoutes::add(router, view);
     MetricsRoutes::add(router, view, service);
+    AccountRoutes::add(router, view);
     CameraRoutes::add(router, view);
     SessionRoutes::add(router, view);
     RecordingRoutes::add(router, view);
+    StorageRoute::add(router, view);
     ExportRoutes::add(router, service.background(), presentRecordings);
     SnapshotRoutes::add(
         router, view, std::make_shared<SnapshotService>([] { return Device::streams(); }, presentRecordings));
     LiveRoute::add(router, *view.access, std::make_shared<FragmentStreams>(HostClock::system()),
                    {service.background(), presentRecordings});
-    EventRoutes::add(router);
+    TalkRoute::add(router, *view.access, HostClock::system());
+    EventRoutes::add(router, *view.access);
     ConfigRoutes::add(router, view);
     router.add({"GET", "/api/v1/openapi.json", HttpAccess::open(),
                 [](const HttpRequest&) { return HttpReply::json(openApi()); }});

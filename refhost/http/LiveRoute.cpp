@@ -12,6 +12,7 @@
 #include "refhost/http/RecordedQuery.h"
 #include "refhost/http/RecordedSocket.h"
 #include "refhost/http/StreamMessages.h"
+#include "refhost/http/WebSocketReply.h"
 #include "refhost/net/websocket/WebSocketFrames.h"
 #include "refhost/net/websocket/WebSocketHandshake.h"
 
@@ -21,9 +22,7 @@ namespace
 {
 
 constexpr int badRequest = 400;
-constexpr int forbidden = 403;
 constexpr int notFound = 404;
-constexpr int upgradeRequired = 426;
 constexpr int unavailable = 503;
 /// Fragments from one look at a viewer's rights to the next.
 constexpr std::uint64_t checkInterval = 16;
@@ -108,33 +107,6 @@ Found find(const HttpRequest& request, FragmentStreams& streams)
     return camera && stream ? Found{*camera, *stream, streams.find(*camera, *stream)} : Found{};
 }
 
-/// \returns nothing for a handshake that can be answered, or the reply that says what is wrong
-std::optional<HttpReply> refuseHandshake(const HttpRequestHead& head)
-{
-    switch (WebSocketHandshake::check(head))
-    {
-        case WebSocketHandshake::Check::noHandshake:
-        {
-            HttpReply reply = HttpReply::problem(upgradeRequired, "Media are sent through a WebSocket.");
-            reply.with("Upgrade", "websocket").with("Sec-WebSocket-Version", "13");
-            return reply;
-        }
-        case WebSocketHandshake::Check::otherVersion:
-        {
-            HttpReply reply = HttpReply::problem(badRequest, "Only version 13 of WebSocket is spoken here.");
-            reply.with("Sec-WebSocket-Version", "13");
-            return reply;
-        }
-        case WebSocketHandshake::Check::good:
-            break;
-    }
-    if (!WebSocketHandshake::isSameHost(head))
-    {
-        return HttpReply::problem(forbidden, "A page of another site may not show this stream.");
-    }
-    return std::nullopt;
-}
-
 }  // namespace
 
 class LiveRoute::Handler
@@ -152,7 +124,7 @@ public:
         {
             return HttpReply::problem(notFound, "There is no such stream.");
         }
-        if (auto refusal = refuseHandshake(request.head))
+        if (auto refusal = WebSocketReply::refusal(request.head))
         {
             return std::move(*refusal);
         }

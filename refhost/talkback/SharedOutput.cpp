@@ -24,6 +24,7 @@ void SharedOutput::configure(const TalkSettings& settings)
     const MutexLock guard(mutex_);
     settings_ = settings;
     admitted_.clear();
+    holder_ = Floor();
     floor_ = std::make_unique<TalkFloor>(settings.policy, settings.silence);
     mixer_ = settings.policy == TalkPolicy::mix ? std::make_unique<TalkMixer>(settings.format) : nullptr;
 }
@@ -64,7 +65,7 @@ void SharedOutput::leave(TalkSender sender)
     admitted_.erase(sender);
 }
 
-bool SharedOutput::claim(TalkSender sender, const std::string& name, MonotonicTime now)
+bool SharedOutput::claim(TalkSender sender, const std::string& name, MonotonicTime now, std::string_view user)
 {
     const MutexLock guard(mutex_);
     const TalkSender before = floor_->owner();
@@ -73,7 +74,25 @@ bool SharedOutput::claim(TalkSender sender, const std::string& name, MonotonicTi
     {
         Log::info("talk-back: {} has the audio output", name);
     }
+    if (audible && !mixer_)
+    {
+        if (holder_.holder != name)
+        {
+            holder_ = {false, name, std::string(user)};
+        }
+        audibleAt_ = now;
+    }
     return audible;
+}
+
+SharedOutput::Floor SharedOutput::floor(MonotonicTime now) const
+{
+    const MutexLock guard(mutex_);
+    if (mixer_)
+    {
+        return {true, "", ""};
+    }
+    return floor_->owner() == nullptr || now - audibleAt_ >= settings_.silence ? Floor() : holder_;
 }
 
 int SharedOutput::play(TalkSender sender, const std::vector<std::int16_t>& samples, IMediaPlayer& player)

@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hostapi/audio/IMediaPlayer.h"
@@ -46,8 +47,18 @@ public:
 
     /// Audio of a session arrived. A change of the output's owner is logged.
     /// \param name  the sender's name in the log
+    /// \param user  whom it belongs to; empty: nobody who is known
     /// \returns true when the sender is audible: decode and call play()
-    bool claim(TalkSender sender, const std::string& name, MonotonicTime now);
+    bool claim(TalkSender sender, const std::string& name, MonotonicTime now, std::string_view user = {});
+
+    /// Who is audible.
+    struct Floor
+    {
+        bool shared = false;  ///< everybody: the rest is empty
+        std::string holder;   ///< the sender's name as of claim(); empty: nobody
+        std::string user;
+    };
+    Floor floor(MonotonicTime now) const;
 
     /// Plays decoded audio of an audible sender.
     /// \returns 0, or the player's code
@@ -64,6 +75,8 @@ private:
     TalkSettings settings_ OV_GUARDED_BY(mutex_);
     std::set<TalkSender> admitted_ OV_GUARDED_BY(mutex_);  // at most settings_.maxTalkSenders
     std::unique_ptr<TalkFloor> floor_ OV_GUARDED_BY(mutex_);
+    Floor holder_ OV_GUARDED_BY(mutex_);  // the last one who was audible
+    MonotonicTime audibleAt_ OV_GUARDED_BY(mutex_);
     std::unique_ptr<TalkMixer> mixer_ OV_GUARDED_BY(mutex_);  // null unless senders are mixed
     std::vector<std::int16_t> sum_ OV_GUARDED_BY(mutex_);
 };

@@ -191,7 +191,9 @@ int TalkSession::receive(bool& playerFault)
     }
     if (audio)
     {
-        setAudible(output_.claim(this, name_, now));
+        const std::string_view user =
+            transport_->client == nullptr ? std::string_view() : transport_->client->user;
+        setAudible(output_.claim(this, name_, now, user));
     }
     samples_.clear();
     const bool waits = reception_->take(now, audible_, samples_);

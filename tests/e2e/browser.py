@@ -10,8 +10,9 @@ START_SECONDS = 60
 
 
 @contextlib.contextmanager
-def chromium(folder, quiet=True):
-    """A browser with a profile in `folder`. In a `with` statement; its console must be empty at the end if `quiet`."""
+def chromium(folder, quiet=True, microphone=None):
+    """A browser with a profile in `folder`. In a `with` statement; its console must be empty at the end if `quiet`.
+    `microphone`: a WAV file that it hears, again and again."""
     options = webdriver.ChromeOptions()
     options.binary_location = "/usr/bin/chromium"
     # The tests run as root in a network of their own: the sandbox of the browser needs another user.
@@ -19,6 +20,10 @@ def chromium(folder, quiet=True):
                      "--disable-background-networking", f"--user-data-dir={folder}/profile",
                      "--window-size=1280,800"]:
         options.add_argument(argument)
+    if microphone is not None:
+        for argument in ["--use-fake-device-for-media-stream", "--use-fake-ui-for-media-stream",
+                         f"--use-file-for-fake-audio-capture={microphone}"]:
+            options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     driver = webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
     try:

@@ -52,3 +52,9 @@ export function recordedUrl(camera, stream, start, speed) {
   const url = liveUrl(camera, stream);
   return `${url}&start=${(Math.max(0, start) / 1000).toFixed(3)}&speed=${speed}&ahead=${6 * Math.max(1, Math.abs(speed))}`;
 }
+
+/** The address of a camera's talk-back WebSocket. */
+export function talkUrl(camera) {
+  const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
+  return `${scheme}//${location.host}/api/v1/cameras/${camera}/talk`;
+}

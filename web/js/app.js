@@ -1,11 +1,13 @@
+import { account } from './account.js';
+import { AdminPage } from './admin-page.js';
 import { ApiError } from './api.js';
 import { element } from './elements.js';
 import { RecordingsPage } from './recordings-page.js';
 import { StatePage } from './state-page.js';
 import { WallPage } from './wall-page.js';
 
-const pages = { '/': WallPage, '/recordings': RecordingsPage, '/state': StatePage };
-const names = { '/': 'wall', '/recordings': 'recordings', '/state': 'state' };
+const pages = { '/': WallPage, '/recordings': RecordingsPage, '/state': StatePage, '/admin': AdminPage };
+const names = { '/': 'wall', '/recordings': 'recordings', '/state': 'state', '/admin': 'admin' };
 
 const main = document.getElementById('main');
 let current = null;
@@ -40,5 +42,14 @@ async function navigate() {
   }
 }
 
+/** What a user may not do is not shown. */
+async function showLinks() {
+  const me = await account().catch(() => null);
+  for (const link of document.querySelectorAll('nav [data-right]')) {
+    link.hidden = !me?.rights.includes(link.dataset.right);
+  }
+}
+
 window.addEventListener('hashchange', navigate);
 navigate();
+showLinks();

@@ -1,3 +1,4 @@
+import { account } from './account.js';
 import { api } from './api.js';
 import { element, table } from './elements.js';
 
@@ -6,7 +7,7 @@ const levels = { running: 'good', frozen: 'warn', unreachable: 'bad', refused: '
 const clock = new Intl.DateTimeFormat(undefined, { dateStyle: 'short', timeStyle: 'medium' });
 
 /** A date of the API for people; an empty text for none. */
-function dateText(date) {
+export function dateText(date) {
   return date === null ? '' : clock.format(new Date(date));
 }
 
@@ -29,6 +30,7 @@ export class StatePage {
     this.cameras = element('div');
     this.sessions = element('div');
     this.problem = element('p', { role: 'alert' });
+    this.me = await account();
     await this.#refresh();
     if (this.ended) {
       return;
@@ -58,7 +60,7 @@ export class StatePage {
         stream.recording ? 'yes' : stream.record === 'events' ? 'on events' : 'no',
         stream.lastError ?? '',
       ]))));
-    const ends = (session) => cameras.some(({ id, rights }) => id === session.camera && rights.includes('admin'));
+    const ends = (session) => this.me.mayChange && cameras.some(({ id, rights }) => id === session.camera && rights.includes('admin'));
     this.#replace(this.sessions, table('Sessions',
       ['Kind', 'Path', 'User', 'Address', 'Transport', 'Since', 'Sent', 'Lost', ''],
       sessions.map((session) => [

@@ -1,5 +1,6 @@
 import { api } from './api.js';
 import { element } from './elements.js';
+import { TalkButton } from './talk-button.js';
 import { Tile } from './tile.js';
 
 const layouts = [1, 4, 9, 16];
@@ -31,6 +32,8 @@ export class WallPage {
   end() {
     this.tiles.forEach((tile) => tile.end());
     this.tiles = [];
+    this.talk?.end();
+    this.talk = null;
   }
 
   #showOne(main, camera) {
@@ -40,10 +43,12 @@ export class WallPage {
       tile.video.muted = !tile.video.muted;
       sound.setAttribute('aria-pressed', String(!tile.video.muted));
     } }, 'Audio');
+    const talks = camera.talkBack !== 'none' && camera.rights.includes('talk');
+    this.talk = talks ? new TalkButton(camera) : null;
     main.replaceChildren(
       element('div', { class: 'bar' },
         element('a', { href: '#/' }, 'All cameras'),
-        element('h2', {}, camera.name), sound, this.#figuresButton(),
+        element('h2', {}, camera.name), sound, this.#figuresButton(), this.talk?.element ?? null,
         camera.rights.includes('playback') ? element('a', { href: `#/recordings?cameras=${camera.id}` }, 'Recordings') : null),
       element('div', { class: 'large' }, tile.element));
   }

@@ -40,7 +40,10 @@ struct WebSocketFrames::Calls
     static void frameStarts(wslay_event_context_ptr, const wslay_event_on_frame_recv_start_arg* frame,
                             void* user)
     {
-        of(user).dataFrame_ = wslay_is_ctrl_frame(frame->opcode) == 0;
+        WebSocketFrames& frames = of(user);
+        frames.refused_ =
+            frames.refused_ || (frame->opcode == WSLAY_TEXT_FRAME && frames.accepts_ == Accepts::binary);
+        frames.dataFrame_ = wslay_is_ctrl_frame(frame->opcode) == 0 && !frames.refused_;
     }
 
     static void framePart(wslay_event_context_ptr, const wslay_event_on_frame_recv_chunk_arg* part,
@@ -59,7 +62,7 @@ void WebSocketFrames::Free::operator()(wslay_event_context* context) const
     wslay_event_context_free(context);
 }
 
-WebSocketFrames::WebSocketFrames()
+WebSocketFrames::WebSocketFrames(Accepts accepts) : accepts_(accepts)
 {
     wslay_event_callbacks callbacks{};
     callbacks.recv_callback = &Calls::receive;
@@ -87,6 +90,11 @@ void WebSocketFrames::read(std::string_view bytes, std::string& payload, std::st
     if (wslay_event_recv(context_.get()) != 0)
     {
         wslay_event_shutdown_read(context_.get());
+    }
+    if (refused_ && reads())
+    {
+        wslay_event_shutdown_read(context_.get());
+        wslay_event_queue_close(context_.get(), static_cast<std::uint16_t>(End::unsupportedData), nullptr, 0);
     }
     wslay_event_send(context_.get());
     input_ = {};

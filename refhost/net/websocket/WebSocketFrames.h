@@ -27,11 +27,21 @@ public:
     enum class End : std::uint16_t
     {
         normal = 1000,
-        goingAway = 1001
+        goingAway = 1001,
+        unsupportedData = 1003,
+        policyViolation = 1008,
+        tryAgainLater = 1013
+    };
+
+    /// The messages that a client may send.
+    enum class Accepts : std::uint8_t
+    {
+        all,
+        binary  ///< a text message ends the connection
     };
 
     /// \throws std::bad_alloc
-    WebSocketFrames();
+    explicit WebSocketFrames(Accepts accepts = Accepts::all);
     ~WebSocketFrames();
     WebSocketFrames(const WebSocketFrames&) = delete;
     WebSocketFrames& operator=(const WebSocketFrames&) = delete;
@@ -72,7 +82,9 @@ private:
     std::string_view input_;
     std::string* payload_ = nullptr;
     std::string* answers_ = nullptr;
+    const Accepts accepts_;
     bool dataFrame_ = false;  // the present frame is no control frame
+    bool refused_ = false;    // a message of a kind that is not accepted
 };
 
 }  // namespace refhost

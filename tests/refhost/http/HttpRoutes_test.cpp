@@ -10,6 +10,7 @@
 #include <string>
 
 #include "refhost/base/Base64.h"
+#include "refhost/base/ServerEvents.h"
 #include "refhost/http/EventRoutes.h"
 #include "refhost/http/JsonDocument.h"
 #include "refhost/media/Device.h"
@@ -317,6 +318,49 @@ TEST_F(HttpRoutesTest, AnEventIsForACameraThatIsRecorded)
     recording.setSwitch(1, RecordingControl::Switch::automatic);
 }
 
+TEST_F(HttpRoutesTest, StorageIsTheDiskAndEachCamerasShare)
+{
+    addUsers();
+    record({0, 10, 30});
+    startBoth();
+    const json storage = get("/api/v1/storage", "boss");
+    EXPECT_EQ(storage.at("directory"), folder.path());
+    EXPECT_GT(storage.at("capacity"), storage.at("available"));
+    EXPECT_EQ(storage.at("bytes"), 3000);
+    EXPECT_EQ(storage.at("cameras"),
+              json::array({{{"camera", 1}, {"bytes", 3000}, {"oldest", "2026-01-01T00:00:00.000Z"}}}));
+    EXPECT_EQ(ask("GET", "/api/v1/storage", "guest").status, 403);
+    EXPECT_EQ(ask("GET", "/api/v1/storage").status, 401);
+}
+
+TEST_F(HttpRoutesTest, ADiskThatIsNotThereHasNoSize)
+{
+    config.recording.directory = folder / "none";
+    startBoth();
+    EXPECT_TRUE(get("/api/v1/storage").at("capacity").is_null());
+}
+
+TEST_F(HttpRoutesTest, AClientLearnsWhoItIsAndWhatItMayDo)
+{
+    addUsers();
+    startBoth();
+    EXPECT_EQ(
+        get("/api/v1/me", "boss"),
+        json::parse(R"({"user": "boss", "rights": ["live", "playback", "talk", "admin"], "mayChange": true,
+                              "canLogIn": true})"));
+    EXPECT_EQ(get("/api/v1/me", "guest").at("rights"), json::array()) << "to every camera";
+    EXPECT_TRUE(get("/api/v1/me").at("user").is_null());
+    EXPECT_EQ(get("/api/v1/me").at("rights"), json::array());
+}
+
+TEST_F(HttpRoutesTest, WithoutUsersEverybodyHasEveryRight)
+{
+    startBoth();
+    const json me = get("/api/v1/me");
+    EXPECT_EQ(me.at("rights").size(), 4U);
+    EXPECT_EQ(me.at("canLogIn"), false);
+}
+
 TEST_F(HttpRoutesTest, TheConfigurationHasNoSecrets)
 {
     addUsers();
@@ -428,6 +472,29 @@ TEST_F(HttpRoutesTest, EventsComeAsTheyHappen)
     // The client goes without a word.
     client.close();
     EXPECT_TRUE(eventually([this] { return http->connectionCount() == 0; }));
+}
+
+TEST_F(HttpRoutesTest, EventsEndWhenTheirUserLosesTheRight)
+{
+    addUsers();
+    startBoth();
+    HttpTestClient client(http->port());
+    client.send(HttpTestClient::text("GET", "/api/v1/events", as("boss")));
+    std::string came;
+    while (came.find(":\n\n") == std::string::npos)
+    {
+        came += client.raw();
+    }
+    server->services().users->rights.replace(AccessRules({{"boss", "boss", "", {"1", "1", "1", "1"}}}, {}));
+    ServerEvents::instance().publish({"secret", wallTimeOfUnix(0), {}});
+    const std::string end = "\r\n0\r\n\r\n";
+    while (came.find(end) == std::string::npos)
+    {
+        const std::string more = client.raw();
+        ASSERT_FALSE(more.empty()) << came;
+        came += more;
+    }
+    EXPECT_THAT(came, Not(HasSubstr("secret")));
 }
 
 TEST_F(HttpRoutesTest, ManyClientsOfEventsAreRefused)

@@ -164,6 +164,20 @@ TEST_F(LiveRouteTest, BytesThatAreNoFramesEndTheConnection)
     EXPECT_TRUE(eventually([this] { return service->connectionCount() == 0; }));
 }
 
+TEST_F(LiveRouteTest, AClientThatReadsNoPongsIsNotReadForever)
+{
+    serve();
+    HttpTestClient client(service->port(), 4096);
+    ASSERT_EQ(client.get(path, handshake).status, 101);
+    std::string pings;
+    while (pings.size() < std::size_t{64} << 20U)
+    {
+        pings += masked(9, std::string(100, 'x'));
+    }
+    // Some MiB are in the system's buffers.
+    EXPECT_LT(client.sendSome(pings, 500), pings.size() / 2);
+}
+
 TEST_F(LiveRouteTest, AClientThatReadsNothingLosesGopsAndOthersLoseNothing)
 {
     serve();

@@ -11,6 +11,7 @@
 #include "tests/CapturedErrors.h"
 #include "tests/refhost/rtp/srtp/SrtpPeer.h"
 #include "tests/refhost/rtsp/connection/RtspServerFixture.h"
+#include "tests/refhost/talkback/CountingPlayer.h"
 #include "tests/refhost/talkback/TalkFakes.h"
 
 namespace refhost
@@ -21,43 +22,6 @@ namespace
 {
 
 constexpr const char* require = "Require: www.onvif.org/ver20/backchannel\r\n";
-
-/// The calls of an output, made on the worker's thread.
-struct Played
-{
-    std::atomic<std::size_t> samples{0};
-    std::atomic<int> result{0};
-    std::atomic<bool> open{false};
-};
-
-class CountingPlayer : public IMediaPlayer
-{
-public:
-    explicit CountingPlayer(std::shared_ptr<Played> played) : played_(std::move(played)) {}
-
-    void setDeviceInfo(const DeviceInfoEx&) override {}
-    void setEncoderType(int) override {}
-
-    int open() override
-    {
-        played_->open = true;
-        return 0;
-    }
-
-    int play(const std::uint8_t*, std::size_t bytes) override
-    {
-        played_->samples += played_->result == 0 ? bytes / sizeof(std::int16_t) : 0;
-        return played_->result;
-    }
-
-    void close() override
-    {
-        played_->open = false;
-    }
-
-private:
-    const std::shared_ptr<Played> played_;
-};
 
 /// The RTSP server with talk-back on camera 1, and the manager's worker running.
 class TalkBackTest : public RtspServerFixture
