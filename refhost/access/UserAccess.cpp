@@ -9,6 +9,7 @@ UserAccess::UserAccess(const ServerConfig& config, const HostClock& clock)
     : authenticator(config.users, config.realm, clock, config.digestWithoutQop),
       rights(AccessRules(config.users, config.groups)),
       brake(config.auth, clock),
+      signIns(config.users, clock),
       policy_(Policy(config))
 {
 }
@@ -22,6 +23,7 @@ void UserAccess::setUsers(const std::vector<UserConfig>& users, const std::vecto
 {
     authenticator.setUsers(users);
     rights.replace(AccessRules(users, groups));
+    signIns.setUsers(users);
     AuditLog::configurationChanged("users");
 }
 

@@ -7,6 +7,7 @@
 #include "refhost/access/AccessControl.h"
 #include "refhost/access/Authenticator.h"
 #include "refhost/access/LoginBrake.h"
+#include "refhost/access/SignIns.h"
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Replaceable.h"
 #include "refhost/config/Config.h"
@@ -42,6 +43,7 @@ public:
     Authenticator authenticator;
     AccessControl rights;
     LoginBrake brake;
+    SignIns signIns;
 
 private:
     struct Policy

@@ -1,17 +1,24 @@
 #pragma once
-// Tested by tests/refhost/http/HttpRoutes_test.cpp.
+// Tested by tests/refhost/http/AccountRoutes_test.cpp.
 
+#include "refhost/access/UserAccess.h"
 #include "refhost/http/HttpRouter.h"
-#include "refhost/http/ServerView.h"
 
 namespace refhost
 {
 
-/// GET /api/v1/me: who the client is and what it may do with every camera, so that a page shows nothing else.
+class HttpGuard;
+
+/// Who the client is.
+///
+/// - GET /api/v1/me: its name and what it may do with every camera, so that a page shows nothing else.
+/// - POST /api/v1/session, with credentials: signs in. The reply sets a cookie, with which the browser is that user.
+/// - DELETE /api/v1/session: signs out.
 class AccountRoutes
 {
 public:
-    static void add(HttpRouter& router, const ServerView& view);
+    /// \param users, guard  outlive the router
+    static void add(HttpRouter& router, UserAccess& users, const HttpGuard& guard);
 };
 
 }  // namespace refhost

@@ -78,19 +78,19 @@ private:
 void EventRoutes::add(HttpRouter& router, const AccessControl& access)
 {
     const auto clients = std::make_shared<std::atomic<std::size_t>>(0);
-    router.add({"GET", "/api/v1/events", HttpAccess::server(Right::admin),
-                [clients, &access](const HttpRequest& request)
-                {
-                    if (clients->fetch_add(1) >= maxClients)
-                    {
-                        clients->fetch_sub(1);
-                        return HttpReply::problem(unavailable, "Too many clients receive events.");
-                    }
-                    const auto permitted = [&access, user = request.user]
-                    { return access.rules()->allows(user, Right::admin, std::nullopt); };
-                    return HttpReply::stream("text/event-stream",
-                                             std::make_shared<EventBody>(clients, permitted));
-                }});
+    router.add(
+        {"GET", "/api/v1/events", HttpAccess::server(Right::admin),
+         [clients, &access](const HttpRequest& request)
+         {
+             if (clients->fetch_add(1) >= maxClients)
+             {
+                 clients->fetch_sub(1);
+                 return HttpReply::problem(unavailable, "Too many clients receive events.");
+             }
+             const auto permitted = [&access, user = request.user, stillLoggedIn = request.stillLoggedIn]
+             { return stillLoggedIn() && access.rules()->allows(user, Right::admin, std::nullopt); };
+             return HttpReply::stream("text/event-stream", std::make_shared<EventBody>(clients, permitted));
+         }});
 }
 
 }  // namespace refhost

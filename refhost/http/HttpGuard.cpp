@@ -12,12 +12,14 @@
 #include "refhost/base/Decimal.h"
 #include "refhost/base/IgnoreCase.h"
 #include "refhost/config/CameraSet.h"
+#include "refhost/http/SignInCookie.h"
 
 namespace refhost
 {
 namespace
 {
 
+constexpr std::string_view pageHeader = "X-Requested-With";  // scripts of other sites cannot add it
 constexpr int badRequest = 400;
 constexpr int unauthorized = 401;
 constexpr int forbidden = 403;
@@ -89,9 +91,20 @@ HttpReply later(int status, std::string_view detail, Duration span)
     return reply;
 }
 
+/// Whether a page of this server, or no page at all, sends the request.
+bool isOwnPages(const HttpRequestHead& head)
+{
+    const std::string_view site = head.field("Sec-Fetch-Site");
+    const std::string_view origin = head.field("Origin");
+    const std::size_t scheme = origin.find("://");
+    const bool sameOrigin =
+        scheme != std::string_view::npos && equalsIgnoringCase(origin.substr(scheme + 3), head.field("Host"));
+    return (!head.has("Origin") || sameOrigin) && (site.empty() || site == "same-origin" || site == "none");
+}
+
 }  // namespace
 
-HttpGuard::HttpGuard(const ServerConfig& config, const UserAccess& users)
+HttpGuard::HttpGuard(const ServerConfig& config, UserAccess& users)
     : names_(namesOf(config.http.names)), users_(users)
 {
     anyName_ = std::find(names_.begin(), names_.end(), "*") != names_.end();
@@ -130,12 +143,7 @@ std::optional<HttpReply> HttpGuard::refuseOrigin(const HttpRequest& request) con
 std::optional<HttpReply> HttpGuard::refuseChange(const HttpRequest& request) const
 {
     const HttpRequestHead& head = request.head;
-    const std::string_view site = head.field("Sec-Fetch-Site");
-    const std::string_view origin = head.field("Origin");
-    const std::size_t scheme = origin.find("://");
-    const bool sameOrigin =
-        scheme != std::string_view::npos && equalsIgnoringCase(origin.substr(scheme + 3), head.field("Host"));
-    if ((head.has("Origin") && !sameOrigin) || (!site.empty() && site != "same-origin" && site != "none"))
+    if (!isOwnPages(head))
     {
         return HttpReply::problem(forbidden, "A page of another site must not change anything here.");
     }
@@ -188,6 +196,10 @@ HttpGuard::Finding HttpGuard::checkUser(HttpRequest& request, ConnectionLogin& l
                 return {std::nullopt, whileChecked};
         }
     }
+    else if (auto refusal = checkCookie(request))
+    {
+        return {std::move(refusal)};
+    }
     if (permits(request, access))
     {
         return {};
@@ -225,10 +237,46 @@ bool HttpGuard::isPrivate(const HttpRequest& request)
     return request.encrypted || request.peer.isLoopback();
 }
 
+bool HttpGuard::takesPasswords(const HttpRequest& request) const
+{
+    return users_.rights.rules()->hasLogins() && users_.takesBasic(isPrivate(request));
+}
+
+/// \returns the refusal; nothing when there is none, whether the cookie is good or not
+std::optional<HttpReply> HttpGuard::checkCookie(HttpRequest& request) const
+{
+    const std::string token = SignInCookie::read(request.head, request.encrypted);
+    if (token.empty() || !isOwnPages(request.head))
+    {
+        return std::nullopt;
+    }
+    std::string user = users_.signIns.userOf(token);
+    if (user.empty())
+    {
+        return std::nullopt;
+    }
+    if (changes(request.head.method) && !request.head.has(pageHeader))
+    {
+        return HttpReply::problem(forbidden,
+                                  "What changes something needs X-Requested-With beside the cookie.");
+    }
+    request.user = std::move(user);
+    request.signIn = token;
+    request.stillLoggedIn = [&signIns = users_.signIns, token, user = request.user]
+    { return signIns.userOf(token) == user; };
+    return std::nullopt;
+}
+
 HttpReply HttpGuard::challenge(const HttpRequest& request, bool stale) const
 {
     HttpReply reply =
         HttpReply::problem(unauthorized, "Log in with the name and password of a configured user.");
+    if (request.head.has(pageHeader) && takesPasswords(request))
+    {
+        // The page asks for them: a browser that knows the scheme would ask, too.
+        reply.with("WWW-Authenticate", "Session realm=\"ovrtspd\"");
+        return reply;
+    }
     for (const std::string& line :
          users_.challenges(stale, {request.peer.key(), request.connection}, isPrivate(request)))
     {

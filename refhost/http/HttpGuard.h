@@ -21,12 +21,16 @@ namespace refhost
 /// own (DNS rebinding). What changes something must not be sent by a page of another site, and without configured users
 /// it must come from this machine.
 ///
+/// A user logs in by credentials or a certificate, or is signed in on the page: then the browser sends a cookie, which counts
+/// only where no page of another site or port sends the request, and what changes something needs a header that only scripts
+/// of the page add.
+///
 /// Threads: any.
 class HttpGuard
 {
 public:
     /// \param users  outlives the guard
-    HttpGuard(const ServerConfig& config, const UserAccess& users);
+    HttpGuard(const ServerConfig& config, UserAccess& users);
 
     /// Checks what does not depend on the route.
     /// \returns the refusal; nothing when the request is permitted
@@ -49,18 +53,22 @@ public:
     /// \param host  its value, with or without a port
     bool isOwnName(std::string_view host) const;
 
+    /// Whether a request with Basic credentials is permitted where it comes from, and users are configured.
+    bool takesPasswords(const HttpRequest& request) const;
+
     /// Whether a client may change anything at all, whatever its rights: without users, this machine alone.
     static bool mayChange(const AccessRules& rules, const SocketAddress& peer);
 
 private:
     std::optional<HttpReply> refuseChange(const HttpRequest& request) const;
+    std::optional<HttpReply> checkCookie(HttpRequest& request) const;
     HttpReply challenge(const HttpRequest& request, bool stale) const;
     static bool isPrivate(const HttpRequest& request);
     bool permits(const HttpRequest& request, const HttpAccess& access) const;
 
     std::vector<std::string> names_;  // in lower case
     bool anyName_ = false;
-    const UserAccess& users_;
+    UserAccess& users_;
 };
 
 }  // namespace refhost

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -33,6 +34,10 @@ struct HttpRequest
 
     /// The user that sent it; empty when nobody logged in.
     std::string user;
+    /// The token of the page's sign-in that says so; empty where something else does, or nobody logged in.
+    std::string signIn;
+    /// Whether that still holds, for replies that last. Threads: any; valid as long as the service.
+    std::function<bool()> stillLoggedIn = [] { return true; };
     /// The parts of the path that the route's pattern names, by name.
     std::map<std::string, std::string, std::less<>> parts;
 

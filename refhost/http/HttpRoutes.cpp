@@ -33,7 +33,7 @@ void HttpRoutes::add(HttpService& service, const ServerView& view)
     HttpRouter& router = service.router();
     HealthRoutes::add(router, view);
     MetricsRoutes::add(router, view, service);
-    AccountRoutes::add(router, view);
+    AccountRoutes::add(router, service.users(), service.guard());
     CameraRoutes::add(router, view);
     SessionRoutes::add(router, view);
     RecordingRoutes::add(router, view);

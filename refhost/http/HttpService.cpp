@@ -43,6 +43,16 @@ HttpRouter& HttpService::router()
     return router_;
 }
 
+UserAccess& HttpService::users()
+{
+    return users_;
+}
+
+const HttpGuard& HttpService::guard() const
+{
+    return guard_;
+}
+
 BackgroundWork& HttpService::background()
 {
     return work_;

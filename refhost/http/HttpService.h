@@ -45,6 +45,10 @@ public:
 
     /// For routes, before start().
     HttpRouter& router();
+    /// Those of the constructor.
+    UserAccess& users();
+    /// Decides who may send which request; as long as the service.
+    const HttpGuard& guard() const;
     /// For bodies that are made in the background; outlives every handler.
     BackgroundWork& background();
 

@@ -134,9 +134,9 @@ public:
 private:
     HttpReply live(const HttpRequest& request, const Found& found)
     {
-        const auto permitted = [this, found, user = request.user]
+        const auto permitted = [this, found, user = request.user, stillLoggedIn = request.stillLoggedIn]
         {
-            return access_.rules()->allows(user, Right::live, found.camera) &&
+            return stillLoggedIn() && access_.rules()->allows(user, Right::live, found.camera) &&
                    streams_->find(found.camera, found.stream) == found.tapped;
         };
         return HttpReply::webSocket(
@@ -165,9 +165,10 @@ private:
         options.request.cameraId = found.camera;
         options.request.streamId = found.stream;
         // Another source may take over while the recordings are watched, which are the camera's all the same.
-        options.permitted = [this, user = request.user, camera = found.camera, stream = found.stream]
+        options.permitted = [this, user = request.user, camera = found.camera, stream = found.stream,
+                             stillLoggedIn = request.stillLoggedIn]
         {
-            return access_.rules()->allows(user, Right::playback, camera) &&
+            return stillLoggedIn() && access_.rules()->allows(user, Right::playback, camera) &&
                    streams_->find(camera, stream) != nullptr;
         };
         return HttpReply::webSocket(WebSocketHandshake::accept(request.head),

@@ -176,8 +176,10 @@ HttpReply talk(const HttpRequest& request, const AccessControl& access, const Ho
     {
         return HttpReply::problem(notFound, "There is no such camera with talk-back.");
     }
-    const auto permitted = [&access, user = request.user, camera = *camera]
-    { return access.rules()->allows(user, Right::talk, camera) && offersTalkBack(camera); };
+    const auto permitted = [&access, user = request.user, camera = *camera,
+                            stillLoggedIn = request.stillLoggedIn] {
+        return stillLoggedIn() && access.rules()->allows(user, Right::talk, camera) && offersTalkBack(camera);
+    };
     return WebSocketReply::to(
         request.head,
         [&]

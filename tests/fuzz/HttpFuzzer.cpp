@@ -133,6 +133,7 @@ public:
         ConnectionLogin login(users_);
         const HttpGuard::Finding finding = guard_.checkUser(request, login, match.route->access);
         require(!finding.again, "there is nothing to wait for");
+        require(request.signIn.empty(), "nobody guesses a cookie");
         if (finding.refusal)
         {
             check(*finding.refusal);

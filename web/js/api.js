@@ -10,20 +10,24 @@ export class ApiError extends Error {
   }
 }
 
+/** Says that a script of this page sends a request: then the server leaves it to the page to ask for a password. */
+export const pageHeader = { 'X-Requested-With': 'page' };
+
 /**
  * Asks the server's API.
  * @param {string} path  below /api/v1/
  * @param {object} [options]
  * @param {string} [options.method]
  * @param {object} [options.body]  sent as JSON
+ * @param {object} [options.headers]
  * @returns {Promise<object|null>}  the answer's JSON; null without a body
  */
-export async function api(path, { method = 'GET', body } = {}) {
+export async function api(path, { method = 'GET', body, headers = {} } = {}) {
   let response;
   try {
     response = await fetch(`/api/v1/${path}`, {
       method,
-      headers: method === 'GET' ? {} : { 'Content-Type': 'application/json' },
+      headers: { ...pageHeader, ...(method === 'GET' ? {} : { 'Content-Type': 'application/json' }), ...headers },
       body: body === undefined ? undefined : JSON.stringify(body),
       signal: AbortSignal.timeout(10000),
     });

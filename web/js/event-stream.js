@@ -1,3 +1,4 @@
+import { pageHeader } from './api.js';
 import { Backoff } from './backoff.js';
 
 /**
@@ -80,7 +81,7 @@ export class ServerEventStream {
 
   /** @returns {Promise<boolean>}  whether the server refused, which further attempts do not change */
   async #connect() {
-    const response = await fetch('/api/v1/events', { signal: this.controller.signal });
+    const response = await fetch('/api/v1/events', { headers: pageHeader, signal: this.controller.signal });
     if (!response.ok) {
       return response.status === 401 || response.status === 403;
     }

@@ -347,7 +347,7 @@ TEST_F(HttpRoutesTest, AClientLearnsWhoItIsAndWhatItMayDo)
     EXPECT_EQ(
         get("/api/v1/me", "boss"),
         json::parse(R"({"user": "boss", "rights": ["live", "playback", "talk", "admin"], "mayChange": true,
-                              "canLogIn": true})"));
+                              "signedIn": false, "canSignIn": true})"));
     EXPECT_EQ(get("/api/v1/me", "guest").at("rights"), json::array()) << "to every camera";
     EXPECT_TRUE(get("/api/v1/me").at("user").is_null());
     EXPECT_EQ(get("/api/v1/me").at("rights"), json::array());
@@ -358,7 +358,7 @@ TEST_F(HttpRoutesTest, WithoutUsersEverybodyHasEveryRight)
     startBoth();
     const json me = get("/api/v1/me");
     EXPECT_EQ(me.at("rights").size(), 4U);
-    EXPECT_EQ(me.at("canLogIn"), false);
+    EXPECT_EQ(me.at("canSignIn"), false);
 }
 
 TEST_F(HttpRoutesTest, TheConfigurationHasNoSecrets)
@@ -447,6 +447,65 @@ TEST_F(HttpRoutesTest, SentBytesDoNotFallWhenASessionEnds)
     EXPECT_GT(sent(), 0);
     EXPECT_THAT(ask("GET", "/metrics").body,
                 Not(HasSubstr("ovrtspd_camera_sent_bytes_total{camera=\"1\"} 0\n")));
+}
+
+TEST_F(HttpRoutesTest, ACookieHasTheRightsOfItsUserOnEveryRoute)
+{
+    addUsers();
+    startBoth();
+    // Bodies may never end.
+    const auto statusOf = [this](const HttpRouter::Route& route, const std::string& headers)
+    {
+        std::string target = route.pattern;
+        for (const char* const part : {"{camera}", "{stream}", "{id}"})
+        {
+            const std::size_t at = target.find(part);
+            target = at == std::string::npos ? target
+                                             : target.replace(at, std::string(part).size(),
+                                                              std::string(part) == "{stream}" ? "0" : "1");
+        }
+        HttpTestClient client(http->port());
+        client.send(HttpTestClient::text(route.method, target, headers));
+        const std::string head = client.raw();
+        return head.substr(0, head.find('\r'));
+    };
+    const std::string page = "X-Requested-With: page\r\nContent-Type: application/json\r\n";
+    for (const std::string user : {"boss", "guest", "other"})
+    {
+        const HttpAnswer in = ask("POST", "/api/v1/session", user, page);
+        ASSERT_EQ(in.status, 204);
+        const std::string set = in.field("set-cookie");
+        const std::string cookie = "Cookie: " + set.substr(0, set.find(';')) + "\r\n";
+        for (const HttpRouter::Route& route : http->router().routes())
+        {
+            if (route.pattern != "/api/v1/session")
+            {
+                EXPECT_EQ(statusOf(route, page + cookie), statusOf(route, page + as(user)))
+                    << user << ": " << route.method << ' ' << route.pattern;
+            }
+        }
+    }
+}
+
+TEST_F(HttpRoutesTest, EventsEndWhenTheirUserSignsOut)
+{
+    addUsers();
+    startBoth();
+    const auto token = server->services().users->signIns.open("boss");
+    ASSERT_TRUE(token);
+    HttpTestClient client(http->port());
+    client.send(HttpTestClient::text("GET", "/api/v1/events", "Cookie: ovrtspd=" + *token + "\r\n"));
+    EXPECT_THAT(client.raw(), HasSubstr("200 OK"));
+    server->services().users->signIns.close(*token);
+    ServerEvents::instance().publish({"secret", wallTimeOfUnix(0), {}});
+    std::string came;
+    while (came.find("0\r\n\r\n") == std::string::npos)
+    {
+        const std::string more = client.raw();
+        ASSERT_FALSE(more.empty()) << came;
+        came += more;
+    }
+    EXPECT_THAT(came, Not(HasSubstr("secret")));
 }
 
 TEST_F(HttpRoutesTest, EventsComeAsTheyHappen)

@@ -282,6 +282,17 @@ TEST_F(TalkRouteTest, TextEndsTheConnection)
     EXPECT_EQ(played->samples, 0U);
 }
 
+TEST_F(TalkRouteTest, TextInPartsIsNoAudioEither)
+{
+    serve();
+    TalkClient client(service->port());
+    client.sendBytes(WebSocketPeer::bytesOf({WebSocketPeer::text, std::string(500, 'x'), false}) +
+                     WebSocketPeer::bytesOf({WebSocketPeer::continuation, std::string(500, 'x')}));
+    EXPECT_EQ(client.closeCode(), 1003);
+    EXPECT_TRUE(eventually([] { return manager()->getSessionNum() == 0; }));
+    EXPECT_EQ(played->samples, 0U);
+}
+
 TEST_F(TalkRouteTest, BytesThatAreNoFramesEndTheConnection)
 {
     serve();
