@@ -72,7 +72,7 @@ def test_users_see_what_they_may_do_and_nothing_else(build_folder, tmp_path):
         assert browser.execute_script("return document.cookie") == "", "scripts must not see it"
         assert until(browser, LINKS + ".includes('Administration')")
         stops = accessibility.tab_stops(browser)
-        assert ["Skip to the content", "Cameras", "Live", "State"] == stops[:4], stops
+        assert ["Skip to the content", "Cameras", "Live", "Recordings", "State"] == stops[:5], stops
         assert {"Administration", "Sign out", "Enlarge yard", "Enlarge door"} <= set(stops), stops
         accessibility.check(browser)
 
