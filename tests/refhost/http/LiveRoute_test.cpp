@@ -172,7 +172,7 @@ TEST_F(LiveRouteTest, AClientThatReadsNoPongsIsNotReadForever)
     std::string pings;
     while (pings.size() < std::size_t{64} << 20U)
     {
-        pings += masked(9, std::string(100, 'x'));
+        pings += test::ServerMessages::masked(9, std::string(100, 'x'));
     }
     // Some MiB are in the system's buffers.
     EXPECT_LT(client.sendSome(pings, 500), pings.size() / 2);
