@@ -44,7 +44,7 @@ PROBLEMS = """
     };
     for (const node of document.querySelectorAll('body *')) {
       const text = [...node.childNodes].some((child) => child.nodeType === 3 && child.data.trim());
-      // What lies over a picture has a gradient of its own; what is disabled need not stand out.
+      // What lies over video has a gradient of its own; what is disabled need not stand out.
       if (!text || !visible(node) || node.closest('.tile, .skip, :disabled, noscript')) {
         continue;
       }
