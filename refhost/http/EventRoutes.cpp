@@ -62,9 +62,13 @@ public:
         return State::waiting;
     }
 
+    // A HEAD has it cancelled before it started.
     void cancel() override
     {
-        subscription_->close();
+        if (subscription_ != nullptr)
+        {
+            subscription_->close();
+        }
     }
 
 private:

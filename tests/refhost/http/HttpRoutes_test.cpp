@@ -511,6 +511,7 @@ TEST_F(HttpRoutesTest, EventsEndWhenTheirUserSignsOut)
 TEST_F(HttpRoutesTest, EventsComeAsTheyHappen)
 {
     startBoth();
+    EXPECT_EQ(ask("HEAD", "/api/v1/events").status, 200);
     HttpTestClient client(http->port());
     client.send(HttpTestClient::text("GET", "/api/v1/events"));
     std::string came;
