@@ -182,7 +182,9 @@ FragmentStream::Next FragmentStream::read(Cursor& cursor)
     if (cursor.format != format)
     {
         cursor.format = format;
-        return {Description{video_.format, audio ? audio_.format : nullptr}, nullptr, false};
+        Next next;
+        next.description = Description{video_.format, audio ? audio_.format : nullptr};
+        return next;
     }
     while (cursor.next < head())
     {
@@ -191,7 +193,9 @@ FragmentStream::Next FragmentStream::read(Cursor& cursor)
         const bool video = isVideo(kept.unit->format->codec);
         if ((video || audio) && kept.generation == (video ? video_ : audio_).generation)
         {
-            return {std::nullopt, fragmentOf(number, kept), video && kept.unit->keyFrame};
+            return {std::nullopt, fragmentOf(number, kept), video && kept.unit->keyFrame,
+                    video,        kept.unit->captureTime,   kept.unit->decodeTime - *origin_,
+                    kept.duration};
         }
     }
     return {};

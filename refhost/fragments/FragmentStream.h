@@ -50,7 +50,11 @@ public:
         std::optional<Description>
             description;  ///< the fragments behind it are of these tracks: send an init segment
         Bytes fragment;
-        bool keyFrame = false;  ///< of the fragment: of video
+        bool keyFrame = false;   ///< of the fragment: of video
+        bool video = false;      ///< of the fragment
+        MonotonicTime captured;  ///< of the fragment
+        Duration decode{};       ///< of the fragment: its time on the media's timeline
+        Duration duration{};     ///< of the fragment
     };
 
     /// A viewer's place. A value type.

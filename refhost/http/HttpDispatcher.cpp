@@ -26,6 +26,12 @@ HttpReply later(int status, std::string_view detail)
     return reply;
 }
 
+HttpReply failure(const HttpRouter::Route& route, const std::exception& error)
+{
+    Log::error("HTTP: {} {} failed: {}", route.method, route.pattern, Log::safe(error.what()));
+    return HttpReply::problem(failed, "The server failed to do this: its log says why.");
+}
+
 HttpReply handled(const HttpRouter::Route& route, const HttpRequest& request)
 {
     try
@@ -34,8 +40,20 @@ HttpReply handled(const HttpRouter::Route& route, const HttpRequest& request)
     }
     catch (const std::exception& error)
     {
-        Log::error("HTTP: {} {} failed: {}", route.method, route.pattern, Log::safe(error.what()));
-        return HttpReply::problem(failed, "The server failed to do this: its log says why.");
+        return failure(route, error);
+    }
+}
+
+void handleLater(const HttpRouter::Route& route, const HttpRequest& request,
+                 const HttpRouter::Respond& respond)
+{
+    try
+    {
+        route.later(request, respond);
+    }
+    catch (const std::exception& error)
+    {
+        respond(failure(route, error));
     }
 }
 
@@ -115,6 +133,11 @@ void HttpDispatcher::authorize(const HttpRouter::Route& route, HttpRequest reque
 void HttpDispatcher::call(const HttpRouter::Route& route, HttpRequest request,
                           const HttpConnection::Respond& respond)
 {
+    if (route.later)
+    {
+        handleLater(route, request, respond);
+        return;
+    }
     if (!route.background)
     {
         respond(handled(route, request));

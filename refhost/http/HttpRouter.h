@@ -18,6 +18,9 @@ class HttpRouter
 {
 public:
     using Handler = std::function<HttpReply(const HttpRequest& request)>;
+    /// Takes the reply to a request, once. Threads: any.
+    using Respond = std::function<void(HttpReply reply)>;
+    using LaterHandler = std::function<void(const HttpRequest& request, Respond respond)>;
 
     struct Route
     {
@@ -30,6 +33,9 @@ public:
         /// Whether the handler may block for a short time: it runs on a thread of the background pool, and is refused
         /// with 503 when that has too much to do. Otherwise it runs on the service's loop and must not wait.
         bool background = false;
+        /// Where it is set, it is called instead of `handler`, on the service's loop: its reply may come later. What
+        /// waits for it must have a bound, and a deadline below HttpConnection::maxHandling.
+        LaterHandler later{};
     };
 
     struct Match

@@ -6,6 +6,7 @@
 #include "refhost/http/EventRoutes.h"
 #include "refhost/http/ExportRoutes.h"
 #include "refhost/http/HealthRoutes.h"
+#include "refhost/http/HlsRoutes.h"
 #include "refhost/http/LiveRoute.h"
 #include "refhost/http/MetricsRoutes.h"
 #include "refhost/http/RecordingRoutes.h"
@@ -41,8 +42,9 @@ void HttpRoutes::add(HttpService& service, const ServerView& view)
     ExportRoutes::add(router, service.background(), presentRecordings);
     SnapshotRoutes::add(
         router, view, std::make_shared<SnapshotService>([] { return Device::streams(); }, presentRecordings));
-    LiveRoute::add(router, *view.access, std::make_shared<FragmentStreams>(HostClock::system()),
-                   {service.background(), presentRecordings});
+    const auto fragments = std::make_shared<FragmentStreams>(HostClock::system());
+    LiveRoute::add(router, *view.access, fragments, {service.background(), presentRecordings});
+    HlsRoutes::add(router, std::make_shared<HlsStreams>(fragments, HostClock::system()));
     TalkRoute::add(router, *view.access, HostClock::system());
     EventRoutes::add(router, *view.access);
     ConfigRoutes::add(router, view);

@@ -68,9 +68,10 @@ protected:
     }
 
     /// Waits, bounded, until `done`.
-    static bool eventually(const std::function<bool()>& done)
+    static bool eventually(const std::function<bool()>& done,
+                           std::chrono::milliseconds max = std::chrono::seconds(20))
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        const auto end = std::chrono::steady_clock::now() + max;
         while (!done())
         {
             if (std::chrono::steady_clock::now() > end)
