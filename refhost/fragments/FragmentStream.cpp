@@ -27,12 +27,32 @@ void FragmentStream::expect(Expected expected)
 
 void FragmentStream::onEncodedUnit(const EncodedUnitPtr& unit)
 {
-    const MutexLock lock(mutex_);
-    if (!accept(*unit))
+    bool forAll = false;
+    if (!append(unit, forAll))
     {
         return;
     }
+    const MutexLock lock(wakeMutex_);
+    for (const auto& [number, subscriber] : subscribers_)
+    {
+        if (forAll || subscriber.audio)
+        {
+            subscriber.wake();
+        }
+    }
+}
+
+/// \param[out] forAll  also for viewers that want no audio
+/// \returns whether viewers get it
+bool FragmentStream::append(const EncodedUnitPtr& unit, bool& forAll)
+{
+    const MutexLock lock(mutex_);
+    if (!accept(*unit))
+    {
+        return false;
+    }
     const bool video = isVideo(unit->format->codec);
+    forAll = video || video_.format == nullptr;
     Track& track = video ? video_ : audio_;
     const Duration duration = stepOf(track, *unit);
     if (isStart(*unit))
@@ -43,10 +63,7 @@ void FragmentStream::onEncodedUnit(const EncodedUnitPtr& unit)
     bytes_ += unit->bytes.size();
     units_.push_back({unit, duration, track.generation, nullptr});
     trim();
-    for (const auto& [number, wake] : subscribers_)
-    {
-        wake();
-    }
+    return true;
 }
 
 void FragmentStream::onDiscontinuity()
@@ -76,15 +93,29 @@ bool FragmentStream::accept(const EncodedUnit& unit)
         {
             forget();
         }
-        track.format = unit.format;
-        track.generation = ++formats_;
-        track.lastDecode.reset();
+        setFormat(track, unit.format);
     }
     if (!origin_)
     {
         origin_ = unit.decodeTime - lead;
     }
     return unit.decodeTime >= *origin_;
+}
+
+void FragmentStream::setFormat(Track& track, const std::shared_ptr<const MediaFormat>& format)
+{
+    track.format = format;
+    track.generation = ++formats_;
+    track.lastDecode.reset();
+}
+
+void FragmentStream::announceAudio(const std::shared_ptr<const MediaFormat>& format)
+{
+    const MutexLock lock(mutex_);
+    if (audio_.format == nullptr || !(*audio_.format == *format))
+    {
+        setFormat(audio_, format);
+    }
 }
 
 /// Its own duration where it says one, otherwise the distance of the two units before it.
@@ -214,22 +245,22 @@ const FragmentStream::Bytes& FragmentStream::fragmentOf(std::uint64_t number, Ke
     return kept.fragment;
 }
 
-std::uint64_t FragmentStream::subscribe(std::function<void()> wake)
+std::uint64_t FragmentStream::subscribe(std::function<void()> wake, bool audio)
 {
-    const MutexLock lock(mutex_);
-    subscribers_.emplace(++subscriptions_, std::move(wake));
+    const MutexLock lock(wakeMutex_);
+    subscribers_.emplace(++subscriptions_, Subscriber{std::move(wake), audio});
     return subscriptions_;
 }
 
 void FragmentStream::unsubscribe(std::uint64_t subscription)
 {
-    const MutexLock lock(mutex_);
+    const MutexLock lock(wakeMutex_);
     subscribers_.erase(subscription);
 }
 
 std::size_t FragmentStream::subscribers() const
 {
-    const MutexLock lock(mutex_);
+    const MutexLock lock(wakeMutex_);
     return subscribers_.size();
 }
 

@@ -78,16 +78,19 @@ public:
     /// Declares which tracks the stream has, once that is known. Until then video and audio are expected.
     void expect(Expected expected);
 
+    /// Declares the format of audio that may come later, so that viewers need not start again when it does.
+    void announceAudio(const std::shared_ptr<const MediaFormat>& format);
+
     void onEncodedUnit(const EncodedUnitPtr& unit) override;
     void onDiscontinuity() override;
 
     /// The next thing for a viewer, whose cursor moves over it.
     Next read(Cursor& cursor);
 
-    /// Calls `wake` for each new unit, until unsubscribe(). It is called with the stream's lock held: it must neither
+    /// Calls `wake` for each new unit, of audio only those that want it, until unsubscribe(). It is called with the subscribers' lock held: it must neither
     /// block nor call the stream.
     /// \returns a number, for unsubscribe()
-    std::uint64_t subscribe(std::function<void()> wake);
+    std::uint64_t subscribe(std::function<void()> wake, bool audio = true);
     void unsubscribe(std::uint64_t subscription);
     std::size_t subscribers() const;
 
@@ -109,7 +112,15 @@ private:
         Duration step{};
     };
 
+    struct Subscriber
+    {
+        std::function<void()> wake;
+        bool audio;
+    };
+
+    bool append(const EncodedUnitPtr& unit, bool& forAll);
     bool accept(const EncodedUnit& unit) OV_REQUIRES(mutex_);
+    void setFormat(Track& track, const std::shared_ptr<const MediaFormat>& format) OV_REQUIRES(mutex_);
     void trim() OV_REQUIRES(mutex_);
     void forget() OV_REQUIRES(mutex_);
     bool described() const OV_REQUIRES(mutex_);
@@ -132,8 +143,11 @@ private:
     Track video_ OV_GUARDED_BY(mutex_);
     Track audio_ OV_GUARDED_BY(mutex_);
     std::optional<MonotonicTime> origin_ OV_GUARDED_BY(mutex_);  // begin of the media's timeline
-    std::map<std::uint64_t, std::function<void()>> subscribers_ OV_GUARDED_BY(mutex_);
-    std::uint64_t subscriptions_ OV_GUARDED_BY(mutex_) = 0;
+
+    /// Apart, so that those who are woken first read while others are still being woken. Never held with the other.
+    mutable Mutex wakeMutex_;
+    std::map<std::uint64_t, Subscriber> subscribers_ OV_GUARDED_BY(wakeMutex_);
+    std::uint64_t subscriptions_ OV_GUARDED_BY(wakeMutex_) = 0;
 };
 
 }  // namespace refhost

@@ -9,17 +9,20 @@
 namespace refhost
 {
 
-TappedStream::TappedStream(const std::shared_ptr<StreamSource>& source, const HostClock& clock)
-    : source_(source), fragments_(std::make_shared<FragmentStream>(clock))
+TappedStream::TappedStream(const std::shared_ptr<StreamSource>& source, const HostClock& clock,
+                           std::shared_ptr<WorkPool> pool)
+    : source_(source),
+      fragments_(std::make_shared<FragmentStream>(clock)),
+      audio_(std::make_shared<BrowserAudio>(fragments_, std::move(pool)))
 {
-    source->attachMedia(fragments_);
+    source->attachMedia(audio_);
 }
 
 TappedStream::~TappedStream()
 {
     if (const auto source = source_.lock())
     {
-        source->detachMedia(fragments_.get());
+        source->detachMedia(audio_.get());
     }
 }
 
@@ -48,12 +51,20 @@ FragmentViewer::FragmentViewer(std::shared_ptr<TappedStream> stream, bool audio,
     {
         source_->acquire();
     }
-    subscription_ = stream_->fragments().subscribe(std::move(wake));
+    if (audio)
+    {
+        stream_->audio().addListener();
+    }
+    subscription_ = stream_->fragments().subscribe(std::move(wake), audio);
 }
 
 FragmentViewer::~FragmentViewer()
 {
     stream_->fragments().unsubscribe(subscription_);
+    if (cursor_.wantsAudio)
+    {
+        stream_->audio().removeListener();
+    }
     if (source_ != nullptr)
     {
         source_->release();
@@ -67,6 +78,18 @@ FragmentStream::Next FragmentViewer::read()
         described_ = stream_->describe();
     }
     return stream_->fragments().read(cursor_);
+}
+
+FragmentStreams::FragmentStreams(const HostClock& clock)
+    : clock_(clock),
+      pool_(std::make_shared<WorkPool>(WorkPool::Options{1, Duration::zero(), "browser audio"}))
+{
+}
+
+FragmentStreams::~FragmentStreams()
+{
+    // Streams that somebody still holds go on without it: no thread of the pool's may be the last to hold it.
+    pool_->close();
 }
 
 std::shared_ptr<TappedStream> FragmentStreams::find(int cameraId, int streamId)
@@ -85,7 +108,7 @@ std::shared_ptr<TappedStream> FragmentStreams::find(int cameraId, int streamId)
     if (stream == nullptr || stream->source() != source)
     {
         // The first viewer, or the camera was replaced.
-        stream = std::make_shared<TappedStream>(source, clock_);
+        stream = std::make_shared<TappedStream>(source, clock_, pool_);
     }
     return stream;
 }

@@ -8,8 +8,10 @@
 
 #include "refhost/base/HostClock.h"
 #include "refhost/base/Mutex.h"
+#include "refhost/fragments/BrowserAudio.h"
 #include "refhost/fragments/FragmentStream.h"
 #include "refhost/media/StreamSource.h"
+#include "refhost/threads/WorkPool.h"
 
 namespace refhost
 {
@@ -19,7 +21,9 @@ namespace refhost
 class TappedStream
 {
 public:
-    TappedStream(const std::shared_ptr<StreamSource>& source, const HostClock& clock);
+    /// \param pool  not null; transcodes audio, and is closed by its owner
+    TappedStream(const std::shared_ptr<StreamSource>& source, const HostClock& clock,
+                 std::shared_ptr<WorkPool> pool);
     ~TappedStream();
     TappedStream(const TappedStream&) = delete;
     TappedStream& operator=(const TappedStream&) = delete;
@@ -35,6 +39,12 @@ public:
         return *fragments_;
     }
 
+    /// Viewers of the audio add themselves.
+    BrowserAudio& audio()
+    {
+        return *audio_;
+    }
+
     /// Declares to the fragments which tracks the source has, if it knows by now.
     /// \returns whether the source can be opened, or that is not known yet
     bool describe();
@@ -42,6 +52,7 @@ public:
 private:
     const std::weak_ptr<StreamSource> source_;
     const std::shared_ptr<FragmentStream> fragments_;
+    const std::shared_ptr<BrowserAudio> audio_;
 };
 
 /// One viewer of a stream's fragments: keeps the source running while it lives.
@@ -74,13 +85,17 @@ class FragmentStreams
 {
 public:
     /// \param clock  outlives this and the streams
-    explicit FragmentStreams(const HostClock& clock) : clock_(clock) {}
+    explicit FragmentStreams(const HostClock& clock);
+    ~FragmentStreams();
+    FragmentStreams(const FragmentStreams&) = delete;
+    FragmentStreams& operator=(const FragmentStreams&) = delete;
 
     /// \returns null when no such stream is configured
     std::shared_ptr<TappedStream> find(int cameraId, int streamId);
 
 private:
     const HostClock& clock_;
+    const std::shared_ptr<WorkPool> pool_;
     Mutex mutex_;
     std::unordered_map<std::uint64_t, std::shared_ptr<TappedStream>> streams_ OV_GUARDED_BY(mutex_);
 };

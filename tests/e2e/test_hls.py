@@ -24,7 +24,7 @@ id = 1
 id = 0
 width = 640
 height = 360
-audio = "opus"
+audio = "pcmu"
 """
 DOCUMENTED = pathlib.Path(__file__).parents[2] / "docs" / "http.md"
 CACHE_PORT = 8580
@@ -84,7 +84,7 @@ def test_ffmpeg_plays_it(port):
     url = f"http://127.0.0.1:{port}{PATH}index.m3u8"
     probed = subprocess.run(["ffprobe", "-v", "error", "-show_entries", "stream=codec_name", "-of", "csv=p=0", url],
                             capture_output=True, text=True, timeout=60, check=True).stdout
-    assert {"h264", "opus"} <= set(probed.split())
+    assert {"h264", "opus"} <= set(probed.split()), "PCMU is no codec of HLS"
     assert 74 <= frames_of(url) <= 76
 
 

@@ -253,6 +253,21 @@ TEST_F(FragmentStreamTest, SubscribersAreWokenUntilTheyEnd)
     EXPECT_EQ(stream_.subscribers(), 0u);
 }
 
+TEST_F(FragmentStreamTest, AudioWakesThoseWhoWantIt)
+{
+    int all = 0;
+    int silent = 0;
+    stream_.subscribe([&all] { ++all; });
+    stream_.subscribe([&silent] { ++silent; }, false);
+    stream_.onEncodedUnit(block(0));
+    EXPECT_EQ(silent, 1) << "there is nothing else";
+    feed(0.1, true);
+    stream_.onEncodedUnit(block(0.1));
+    stream_.onEncodedUnit(block(0.12));
+    EXPECT_EQ(all, 4);
+    EXPECT_EQ(silent, 2);
+}
+
 TEST_F(FragmentStreamTest, ViewersOfManyThreadsReadWhileTheSourceDelivers)
 {
     std::vector<std::thread> viewers;
