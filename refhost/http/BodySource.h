@@ -3,9 +3,12 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace refhost
 {
@@ -39,6 +42,15 @@ public:
 
     /// Appends at most about `room` bytes to `out`.
     virtual State read(std::size_t room, std::string& out) = 0;
+
+    /// Bytes that other bodies share.
+    using Shared = std::shared_ptr<const std::vector<std::uint8_t>>;
+    /// As read(), for bodies whose bytes are shared: they need not be copied.
+    /// \param[out] behind  null, or what follows `out`
+    virtual State readShared(std::size_t room, std::string& out, Shared& /*behind*/)
+    {
+        return read(room, out);
+    }
 
     /// The client is gone: read() is not called any more.
     virtual void cancel() {}

@@ -379,6 +379,7 @@ std::function<void()> HttpConnection::waker()
 bool HttpConnection::fill()
 {
     unsent_.clear();
+    behind_.reset();
     sent_ = 0;
     if (shared_ != nullptr)
     {
@@ -390,8 +391,13 @@ bool HttpConnection::fill()
         return false;
     }
     std::string made;
-    const BodySource::State state = body_->read(maxUnsent, made);
+    const BodySource::State state = body_->readShared(maxUnsent, made, behind_);
     passed_ = 0;
+    if (behind_ != nullptr && (chunked_ || owed_))
+    {
+        made.append(reinterpret_cast<const char*>(behind_->data()), behind_->size());
+        behind_.reset();
+    }
     if (owed_)
     {
         // The client takes what is more for the next reply.
@@ -412,7 +418,7 @@ bool HttpConnection::fill()
         body_ = nullptr;
         unsent_ += chunked_ ? "0\r\n\r\n" : "";
     }
-    return !unsent_.empty() || (state == BodySource::State::more);
+    return !allSent() || (state == BodySource::State::more);
 }
 
 void HttpConnection::appendChunk(std::string_view bytes)
@@ -435,7 +441,7 @@ void HttpConnection::send()
     std::size_t turn = 0;
     while (state_ == State::replying && turn < maxTurn)
     {
-        if (sent_ == unsent_.size() && !fill())
+        if (allSent() && !fill())
         {
             if (state_ == State::replying && body_ == nullptr)
             {
@@ -443,14 +449,13 @@ void HttpConnection::send()
             }
             return;
         }
-        const std::string_view rest = std::string_view(unsent_).substr(sent_);
-        if (rest.empty())
+        if (allSent())
         {
             ++turn;
             continue;
         }
         const MonotonicTime now = clock_.now();
-        const ByteStream::Result result = stream_->send(&rest, 1, false);
+        const ByteStream::Result result = sendRest();
         if (result.status == ByteStream::Status::failed)
         {
             closeNow();
@@ -466,9 +471,28 @@ void HttpConnection::send()
     }
 }
 
+ByteStream::Result HttpConnection::sendRest()
+{
+    const std::size_t first = std::min(sent_, unsent_.size());
+    std::array<std::string_view, 2> parts{std::string_view(unsent_).substr(first)};
+    if (behind_ != nullptr)
+    {
+        parts[1] = std::string_view(reinterpret_cast<const char*>(behind_->data()), behind_->size())
+                       .substr(sent_ - first);
+    }
+    const std::string_view* const begin = parts[0].empty() ? &parts[1] : parts.data();
+    return stream_->send(begin, parts[0].empty() || parts[1].empty() ? 1 : 2, false);
+}
+
+bool HttpConnection::allSent() const
+{
+    return sent_ == unsent_.size() + (behind_ == nullptr ? 0 : behind_->size());
+}
+
 void HttpConnection::finishReply()
 {
     unsent_ = std::string();
+    behind_.reset();
     sent_ = 0;
     cancelled_ = nullptr;
     if (keepAlive_)
@@ -499,7 +523,7 @@ void HttpConnection::watch()
         return;
     }
     // Nothing is there to be sent that would show that the client is gone.
-    const bool waitsInVain = state_ == State::replying && waiting_ && sent_ == unsent_.size();
+    const bool waitsInVain = state_ == State::replying && waiting_ && allSent();
     if (inputEnded_ && (state_ == State::draining || waitsInVain))
     {
         closeNow();
@@ -507,7 +531,7 @@ void HttpConnection::watch()
     }
     const bool busy = state_ == State::handling || state_ == State::replying;
     stream_->watchReceive(!inputEnded_ && !(busy && input_.size() >= maxWaiting));
-    stream_->watchSend(state_ == State::replying && !(waiting_ && sent_ == unsent_.size()));
+    stream_->watchSend(state_ == State::replying && !(waiting_ && allSent()));
 }
 
 std::optional<MonotonicTime> HttpConnection::deadline() const
@@ -522,7 +546,7 @@ std::optional<MonotonicTime> HttpConnection::deadline() const
             return since_ + maxHandling;
         case State::replying:
             // A body that waits for its maker has no deadline here.
-            return waiting_ && sent_ == unsent_.size()
+            return waiting_ && allSent()
                        ? std::nullopt
                        : std::optional<MonotonicTime>(since_ + std::chrono::seconds(config_.requestTimeout));
         case State::draining:

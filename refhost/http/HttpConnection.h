@@ -91,6 +91,8 @@ private:
     void send();
     bool fill();
     void appendChunk(std::string_view bytes);
+    bool allSent() const;
+    ByteStream::Result sendRest();
     void passOn();
     void finishReply();
     void drain();
@@ -120,7 +122,8 @@ private:
     bool keepAlive_ = false;  // after the present request
 
     std::string unsent_;                         // of the reply
-    std::size_t sent_ = 0;                       // of unsent_
+    BodySource::Shared behind_;                  // of the reply, behind unsent_
+    std::size_t sent_ = 0;                       // of the two
     std::shared_ptr<const std::string> shared_;  // of the reply, behind unsent_
     std::shared_ptr<BodySource> body_;           // of the reply, behind unsent_; null once complete
     bool chunked_ = false;

@@ -52,6 +52,17 @@ public:
 
     State read(std::size_t room, std::string& out) override
     {
+        Shared behind;
+        const State state = readShared(room, out, behind);
+        if (behind != nullptr)
+        {
+            out.append(behind->begin(), behind->end());
+        }
+        return state;
+    }
+
+    State readShared(std::size_t room, std::string& out, Shared& behind) override
+    {
         out += std::exchange(answers_, {});
         if (!frames_.reads() || !frames_.sends())
         {
@@ -59,7 +70,7 @@ public:
         }
         while (out.size() < room)
         {
-            const FragmentStream::Next next = viewer_->read();
+            FragmentStream::Next next = viewer_->read();
             if (next.description)
             {
                 StreamMessages::addDescription(next.description->video.get(), next.description->audio.get(),
@@ -72,7 +83,9 @@ public:
                     frames_.close(WebSocketFrames::End::goingAway, out);
                     return State::ended;
                 }
-                StreamMessages::add(*next.fragment, out);
+                WebSocketFrames::appendHead(next.fragment->size(), out);
+                behind = std::move(next.fragment);
+                return State::more;
             }
             else
             {

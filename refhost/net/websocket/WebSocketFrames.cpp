@@ -126,13 +126,18 @@ bool WebSocketFrames::sends() const
 
 void WebSocketFrames::append(std::string_view message, std::string& out, Kind kind)
 {
+    appendHead(message.size(), out, kind);
+    out += message;
+}
+
+void WebSocketFrames::appendHead(std::size_t size, std::string& out, Kind kind)
+{
     constexpr std::uint8_t final = 0x80;
     constexpr std::size_t short7 = 125;
     constexpr std::size_t short16 = 0xffff;
     constexpr char size16 = 126;
     constexpr char size64 = 127;
     out += static_cast<char>(final | static_cast<std::uint8_t>(kind));
-    const std::size_t size = message.size();
     unsigned lengthBytes = 0;
     if (size <= short7)
     {
@@ -147,7 +152,6 @@ void WebSocketFrames::append(std::string_view message, std::string& out, Kind ki
     {
         out += static_cast<char>(static_cast<std::uint64_t>(size) >> (8 * i) & 0xffU);
     }
-    out += message;
 }
 
 }  // namespace refhost

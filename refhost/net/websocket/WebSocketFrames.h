@@ -70,6 +70,8 @@ public:
 
     /// Appends one message to `out`.
     static void append(std::string_view message, std::string& out, Kind kind = Kind::binary);
+    /// Appends what stands in front of a message of `size` bytes.
+    static void appendHead(std::size_t size, std::string& out, Kind kind = Kind::binary);
 
 private:
     struct Calls;
