@@ -41,7 +41,7 @@ std::uint64_t firstSegment(const HostClock& clock)
 std::shared_ptr<HlsStream> HlsStream::start(std::shared_ptr<TappedStream> stream, WorkPool& pool,
                                             const HostClock& clock)
 {
-    const std::shared_ptr<HlsStream> made(new HlsStream(std::move(stream), pool, clock));
+    const std::shared_ptr<HlsStream> made(new HlsStream(std::move(stream), clock));
     const MutexLock lock(made->mutex_);
     made->viewer_ = std::make_unique<FragmentViewer>(made->stream_, true,
                                                      [weak = made->weak_from_this(), &pool]
@@ -55,9 +55,8 @@ std::shared_ptr<HlsStream> HlsStream::start(std::shared_ptr<TappedStream> stream
     return made;
 }
 
-HlsStream::HlsStream(std::shared_ptr<TappedStream> stream, WorkPool& pool, const HostClock& clock)
+HlsStream::HlsStream(std::shared_ptr<TappedStream> stream, const HostClock& clock)
     : stream_(std::move(stream)),
-      pool_(pool),
       clock_(clock),
       window_(randomName(), firstSegment(clock)),
       asked_(clock.now()),

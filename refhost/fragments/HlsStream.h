@@ -80,14 +80,13 @@ private:
         HlsFound found;
     };
 
-    HlsStream(std::shared_ptr<TappedStream> stream, WorkPool& pool, const HostClock& clock);
+    HlsStream(std::shared_ptr<TappedStream> stream, const HostClock& clock);
 
     bool readAll() OV_REQUIRES(mutex_);
     void takeAnswers(std::vector<Answer>& answers) OV_REQUIRES(mutex_);
     void forgetCancelled() OV_REQUIRES(mutex_);
 
     const std::shared_ptr<TappedStream> stream_;
-    WorkPool& pool_;
     const HostClock& clock_;
 
     mutable Mutex mutex_;
