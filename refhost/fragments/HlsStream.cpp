@@ -41,7 +41,7 @@ std::uint64_t firstSegment(const HostClock& clock)
 std::shared_ptr<HlsStream> HlsStream::start(std::shared_ptr<TappedStream> stream, WorkPool& pool,
                                             const HostClock& clock)
 {
-    const std::shared_ptr<HlsStream> made(new HlsStream(std::move(stream), clock));
+    std::shared_ptr<HlsStream> made(new HlsStream(std::move(stream), clock));
     const MutexLock lock(made->mutex_);
     made->viewer_ = std::make_unique<FragmentViewer>(made->stream_, true,
                                                      [weak = made->weak_from_this(), &pool]

@@ -142,7 +142,7 @@ void OpusTranscoder::transcode(const EncodedUnit& unit, std::vector<EncodedUnitP
 bool OpusTranscoder::decode(const EncodedUnit& unit)
 {
     // A second of sound is more than any block has.
-    const auto max = static_cast<std::size_t>(from_->sampleRate * from_->channels);
+    const auto max = static_cast<std::size_t>(from_->sampleRate) * static_cast<std::size_t>(from_->channels);
     if (unit.bytes.empty() || unit.bytes.size() > max ||
         av_new_packet(packet_, static_cast<int>(unit.bytes.size())) < 0)
     {
@@ -155,7 +155,8 @@ bool OpusTranscoder::decode(const EncodedUnit& unit)
     {
         if (decoded_->format == AV_SAMPLE_FMT_S16)
         {
-            const auto count = static_cast<std::size_t>(decoded_->nb_samples * from_->channels);
+            const auto count =
+                static_cast<std::size_t>(decoded_->nb_samples) * static_cast<std::size_t>(from_->channels);
             const auto* const first = reinterpret_cast<const std::int16_t*>(decoded_->data[0]);
             samples_.insert(samples_.end(), first, first + count);
         }
@@ -167,7 +168,8 @@ bool OpusTranscoder::decode(const EncodedUnit& unit)
 /// Encodes the first block of the samples.
 void OpusTranscoder::encode(MonotonicTime time, std::vector<EncodedUnitPtr>& out)
 {
-    const auto count = static_cast<std::size_t>(encoder_->frame_size * from_->channels);
+    const auto count =
+        static_cast<std::size_t>(encoder_->frame_size) * static_cast<std::size_t>(from_->channels);
     if (av_frame_make_writable(frame_) < 0)
     {
         return;
