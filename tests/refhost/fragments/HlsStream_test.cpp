@@ -115,7 +115,7 @@ TEST_F(HlsStreamTest, AQueryIsAnsweredOnceTheMediaHaveCome)
     EXPECT_EQ(answers_.states().size(), 0U);
     answered(1);
     EXPECT_EQ(answers_.last().state, State::there);
-    EXPECT_NE(answers_.last().text->find("#EXTINF:1.00000"), std::string::npos);
+    EXPECT_NE(answers_.last().text->find("#EXTINF:"), std::string::npos);
 }
 
 TEST_F(HlsStreamTest, AllWhoWaitForAPartGetTheSameBytes)
