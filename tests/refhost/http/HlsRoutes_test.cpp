@@ -90,7 +90,7 @@ TEST_F(HlsRoutesTest, AnyCacheMayKeepWhatItServes)
     EXPECT_THAT(index.body, HasSubstr("RESOLUTION=320x180,FRAME-RATE=2"));
     for (const std::string& name :
          {after(playlist.body, "MAP:URI=\""), segment(playlist.body),
-          after(playlist.body, "PRELOAD-HINT:TYPE=PART,URI=\"").substr(0, 20) + "p0.m4s"})
+          after(playlist.body, "PRELOAD-HINT:TYPE=PART,URI=\"").substr(0, 19) + "p0.m4s"})
     {
         const HttpAnswer file = get(folder + name);
         EXPECT_EQ(file.status, 200) << name;
