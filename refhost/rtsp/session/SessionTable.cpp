@@ -45,7 +45,8 @@ std::optional<std::uint64_t> numberOf(std::string_view text)
     return text == textOf(number) ? std::optional(number) : std::nullopt;
 }
 
-/// Without the id: whoever knows the id of a session can control it.
+/// Without the id: whoever knows the id of a session can control it. Under the table's lock: the last line has the
+/// last count.
 void logCount(const char* event, const RtspSession& session, std::size_t count)
 {
     if (Log::enabled(Log::Level::debug))
@@ -85,14 +86,17 @@ std::shared_ptr<RtspSession> SessionTable::create(const std::string& presentatio
             fillRandom(&number, sizeof number);
             auto session =
                 std::make_shared<RtspSession>(textOf(number), presentation, controller, route, owner, now);
-            std::size_t count = 0;
+            bool added = false;
             {
                 const MutexLock lock(mutex_);
-                count = sessions_.emplace(number, session).second ? sessions_.size() : 0;
+                added = sessions_.emplace(number, session).second;
+                if (added)
+                {
+                    logCount("started", *session, sessions_.size() + ending_);
+                }
             }
-            if (count > 0)
+            if (added)
             {
-                logCount("started", *session, count);
                 return session;
             }
         }
@@ -119,11 +123,9 @@ std::shared_ptr<RtspSession> SessionTable::find(std::string_view id) const
 void SessionTable::end(const std::shared_ptr<RtspSession>& session)
 {
     bool taken = false;
-    std::size_t count = 0;
     {
         const MutexLock guard(mutex_);
         taken = sessions_.erase(*numberOf(session->id())) != 0;
-        count = sessions_.size();
         ending_ += taken ? 1 : 0;
     }
     if (taken)
@@ -134,7 +136,6 @@ void SessionTable::end(const std::shared_ptr<RtspSession>& session)
     if (taken)
     {
         noteEnd(*session);
-        logCount("ended", *session, count);
     }
 }
 
@@ -259,6 +260,7 @@ void SessionTable::noteEnd(const RtspSession& ended)
         pastBytesOf_[*last.camera] += last.bytes;
     }
     --ending_;
+    logCount("ended", ended, sessions_.size() + ending_);
 }
 
 SessionTable::Past SessionTable::past() const
