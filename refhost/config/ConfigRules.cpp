@@ -274,7 +274,8 @@ void ConfigRules::findUnused(const toml::table& table, const StreamConfig& strea
     using Kind = SourceConfig::Kind;
     const SourceConfig& source = stream.source;
     const StreamConfig usual;
-    if (source.kind == Kind::rtsp || source.kind == Kind::file)
+    // A file may have to be encoded: only who opens it knows.
+    if (source.kind == Kind::rtsp)
     {
         warnOfUnused(table,
                      {{"width", stream.width != usual.width},

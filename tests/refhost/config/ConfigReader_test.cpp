@@ -298,11 +298,8 @@ TEST(ConfigReader, WarnsOfKeysThatTheirSourceIgnores)
         warningsOf(camera + "gop = 10\nwidth = 320\n"),
         "f:6:9: without effect for this source: width, gop (video that can be sent as it is, is; they hold "
         "where it has to be encoded)\n");
-    EXPECT_EQ(
-        warningsOf("source = \"file\"\nlocation = \"a.mp4\"\nbit-rate = 100\ntransport = \"udp\"\n"),
-        "f:5:12: without effect for this source: bit-rate (video that can be sent as it is, is; they hold "
-        "where it has to be encoded)\n"
-        "f:6:13: without effect for this source: transport (only \"rtsp\" heeds them)\n");
+    EXPECT_EQ(warningsOf("source = \"file\"\nlocation = \"a.mp4\"\nbit-rate = 100\ntransport = \"udp\"\n"),
+              "f:6:13: without effect for this source: transport (only \"rtsp\" heeds them)\n");
     EXPECT_EQ(warningsOf(camera + "transport = \"udp\"\naudio = \"none\"\n"), "");
     EXPECT_EQ(warningsOf(camera + "width = 1280\n"), "") << "the default says nothing";
     EXPECT_EQ(warningsOf("width = 320\ngop = 10\n"), "");
