@@ -90,11 +90,11 @@ def start(arguments, folder):
 def measure(arguments, server, folder, readers, port):
     log = folder / "origin.log"
     before = len(log.read_text().splitlines()) if log.exists() else 0
-    began = time.monotonic()
+    started = time.monotonic()
     done = subprocess.run([arguments.build / "watch_load", "--mode", "hls", "--port", str(port), "--viewers", str(readers),
                            "--seconds", str(arguments.seconds), "--server-pid", str(server.pid)],
                           capture_output=True, text=True, check=True)
-    span = time.monotonic() - began
+    span = time.monotonic() - started
     figures = json.loads(done.stdout)
     lines = log.read_text().splitlines()[before:] if log.exists() else []
     parts = [line for line in lines if re.search(r"-p\d+\.m4s", line)]

@@ -13,7 +13,7 @@
 namespace refhost
 {
 
-/// A stream's units on their way to its fragments: audio that browsers do not play is transcoded to Opus while somebody
+/// A stream's units on the path to its fragments: audio that browsers do not play is transcoded to Opus while somebody
 /// listens, once for all of them, by a thread of a pool.
 ///
 /// Viewers learn of the Opus track also before anybody listens, so that the first listener need not start again.

@@ -45,7 +45,7 @@ struct HlsFound
 
     State state = State::absent;
     std::shared_ptr<const std::string> text{};   ///< the playlist
-    std::vector<FragmentStream::Bytes> bytes{};  ///< the file, in pieces
+    std::vector<FragmentStream::Bytes> bytes{};  ///< the file, in blocks
     int target = 0;                              ///< the target duration in seconds; 0: not known yet
 };
 

@@ -141,7 +141,7 @@ void OpusTranscoder::transcode(const EncodedUnit& unit, std::vector<EncodedUnitP
 /// Appends the block's samples.
 bool OpusTranscoder::decode(const EncodedUnit& unit)
 {
-    // A second of sound is more than any block has.
+    // A second of audio is more than any block has.
     const auto max = static_cast<std::size_t>(from_->sampleRate) * static_cast<std::size_t>(from_->channels);
     if (unit.bytes.empty() || unit.bytes.size() > max ||
         av_new_packet(packet_, static_cast<int>(unit.bytes.size())) < 0)
@@ -186,7 +186,7 @@ void OpusTranscoder::encode(MonotonicTime time, std::vector<EncodedUnitPtr>& out
         auto unit = std::make_shared<EncodedUnit>();
         unit->format = to_;
         unit->bytes.assign(packet_->data, packet_->data + packet_->size);
-        // The encoder's delay: what is heard first in a packet went in that much earlier.
+        // The encoder's delay: what is played first of a packet went in that much earlier.
         unit->captureTime = time - spanOf(static_cast<std::size_t>(std::max(encoder_->initial_padding, 0)));
         unit->decodeTime = unit->captureTime;
         unit->duration = spanOf(static_cast<std::size_t>(encoder_->frame_size));

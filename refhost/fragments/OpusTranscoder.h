@@ -32,8 +32,8 @@ public:
     OpusTranscoder(const OpusTranscoder&) = delete;
     OpusTranscoder& operator=(const OpusTranscoder&) = delete;
 
-    /// Transcodes the next block. One that does not continue the former begins anew; one that is malformed is left out.
-    /// \param[in,out] out  what came out is appended; its times are those of the sound
+    /// Transcodes the next block. One that does not continue the former starts again; one that is malformed is left out.
+    /// \param[in,out] out  what came out is appended; its times are those of the audio
     void transcode(const EncodedUnit& unit, std::vector<EncodedUnitPtr>& out);
 
     const MediaFormat& from() const

@@ -25,33 +25,33 @@ constexpr int fileAge = 3600;
 /// Target durations that they keep a playlist which a query names (draft-pantos-hls-rfc8216bis, appendix B.1).
 constexpr int namedTargets = 6;
 
-/// Bytes that others share, one piece after the other.
-class PiecesBody final : public BodySource
+/// Bytes that others share, one block after the other.
+class SharedBody final : public BodySource
 {
 public:
-    explicit PiecesBody(std::vector<FragmentStream::Bytes> pieces) : pieces_(std::move(pieces)) {}
+    explicit SharedBody(std::vector<FragmentStream::Bytes> blocks) : blocks_(std::move(blocks)) {}
 
     void start(std::function<void()> /*wake*/) override {}
 
     State read(std::size_t room, std::string& out) override
     {
-        while (next_ < pieces_.size() && out.size() < room)
+        while (next_ < blocks_.size() && out.size() < room)
         {
-            const std::vector<std::uint8_t>& piece = *pieces_[next_];
-            const std::size_t count = std::min(piece.size() - taken_, room - out.size());
-            out.append(reinterpret_cast<const char*>(piece.data()) + taken_, count);
+            const std::vector<std::uint8_t>& block = *blocks_[next_];
+            const std::size_t count = std::min(block.size() - taken_, room - out.size());
+            out.append(reinterpret_cast<const char*>(block.data()) + taken_, count);
             taken_ += count;
-            if (taken_ == piece.size())
+            if (taken_ == block.size())
             {
-                pieces_[next_++].reset();
+                blocks_[next_++].reset();
                 taken_ = 0;
             }
         }
-        return next_ < pieces_.size() ? State::more : State::ended;
+        return next_ < blocks_.size() ? State::more : State::ended;
     }
 
 private:
-    std::vector<FragmentStream::Bytes> pieces_;
+    std::vector<FragmentStream::Bytes> blocks_;
     std::size_t next_ = 0;
     std::size_t taken_ = 0;  // of it
 };
@@ -65,11 +65,11 @@ std::string cacheControl(bool isPrivate, int seconds, bool immutable)
 HttpReply fileReply(const HlsFound& found, bool isPrivate)
 {
     std::uint64_t length = 0;
-    for (const FragmentStream::Bytes& piece : found.bytes)
+    for (const FragmentStream::Bytes& block : found.bytes)
     {
-        length += piece->size();
+        length += block->size();
     }
-    HttpReply reply = HttpReply::stream("video/mp4", std::make_shared<PiecesBody>(found.bytes), length);
+    HttpReply reply = HttpReply::stream("video/mp4", std::make_shared<SharedBody>(found.bytes), length);
     reply.with("Cache-Control", cacheControl(isPrivate, fileAge, true));
     return reply;
 }

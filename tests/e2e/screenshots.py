@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the pictures of the web page that the README shows, from a server that runs:
+"""Makes the screenshots of the web page that the README shows, from a server that runs:
 
     ./alone.sh python3 screenshots.py ../../build/dev ../../docs/images
 """

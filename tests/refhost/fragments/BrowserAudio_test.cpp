@@ -22,7 +22,7 @@ protected:
         pool_->close();
     }
 
-    /// Frames and sound of [begin, end) seconds.
+    /// Frames and audio of [begin, end) seconds.
     void give(double begin, double end)
     {
         for (auto i = std::lround(begin * 25); i < std::lround(end * 25); ++i)
@@ -37,7 +37,7 @@ protected:
     bool hears(std::size_t count)
     {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (heard_ < count && std::chrono::steady_clock::now() < end)
+        while (received_ < count && std::chrono::steady_clock::now() < end)
         {
             const FragmentStream::Next next = fragments_->read(cursor_);
             if (next.description)
@@ -52,10 +52,10 @@ protected:
             }
             else if (!next.video)
             {
-                ++heard_;
+                ++received_;
             }
         }
-        return heard_ >= count;
+        return received_ >= count;
     }
 
     test::ManualClock clock_;
@@ -64,7 +64,7 @@ protected:
     std::shared_ptr<BrowserAudio> audio_ = std::make_shared<BrowserAudio>(fragments_, pool_);
     test::TelephoneTone tone_{Codec::pcmu};
     FragmentStream::Cursor cursor_;
-    std::size_t heard_ = 0;
+    std::size_t received_ = 0;
     std::size_t descriptions_ = 0;
     std::string codec_;
 };
@@ -79,7 +79,7 @@ TEST_F(BrowserAudioTest, AListenerHearsOpus)
     audio_->removeListener();
 }
 
-TEST_F(BrowserAudioTest, TheFirstListenerNeedNotStartAgainWhenTheSoundComes)
+TEST_F(BrowserAudioTest, TheFirstListenerNeedNotStartAgainWhenTheAudioComes)
 {
     give(0, 0.52);
     EXPECT_EQ(audio_->waiting(), 0U) << "nobody listens";
@@ -92,7 +92,7 @@ TEST_F(BrowserAudioTest, TheFirstListenerNeedNotStartAgainWhenTheSoundComes)
     audio_->removeListener();
 }
 
-TEST_F(BrowserAudioTest, TheSoundEndsWithTheLastListener)
+TEST_F(BrowserAudioTest, AudioEndsWithTheLastListener)
 {
     audio_->addListener();
     audio_->addListener();

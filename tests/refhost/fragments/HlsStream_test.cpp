@@ -145,7 +145,7 @@ TEST_F(HlsStreamTest, AllWhoWaitForAPartGetTheSameBytes)
     EXPECT_EQ(answers_.last().bytes, first.bytes);
 }
 
-TEST_F(HlsStreamTest, WhoWaitsInVainIsTold)
+TEST_F(HlsStreamTest, WhoWaitsInVainIsAnswered)
 {
     ask();
     clock_.advance(HlsStream::maxStart + Duration(1));
@@ -187,7 +187,7 @@ TEST_F(HlsStreamTest, ItEndsWhenNobodyAsksForAWhile)
     EXPECT_GT(std::stoull(after(second, "MEDIA-SEQUENCE:")), std::stoull(after(first, "MEDIA-SEQUENCE:")));
 }
 
-TEST_F(HlsStreamTest, WhoWaitsForACameraThatIsGoneIsTold)
+TEST_F(HlsStreamTest, WhoWaitsForACameraThatIsGoneIsAnswered)
 {
     ask();
     const auto old = cameras_->source;

@@ -86,9 +86,9 @@ protected:
     std::vector<std::uint8_t> bytesOf(const std::string& name) const
     {
         std::vector<std::uint8_t> all;
-        for (const FragmentStream::Bytes& piece : file(name).bytes)
+        for (const FragmentStream::Bytes& block : file(name).bytes)
         {
-            all.insert(all.end(), piece->begin(), piece->end());
+            all.insert(all.end(), block->begin(), block->end());
         }
         return all;
     }

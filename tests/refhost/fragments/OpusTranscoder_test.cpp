@@ -12,7 +12,7 @@ namespace
 using test::TelephoneTone;
 
 /// What listeners hear.
-test::Samples heard(const std::vector<EncodedUnitPtr>& units)
+test::Samples samplesOf(const std::vector<EncodedUnitPtr>& units)
 {
     const MediaFormat& format = *units.at(0)->format;
     const auto decoder = LibavDecoder::make(
@@ -55,13 +55,13 @@ TEST_P(OpusTranscoderTest, TheToneIsTheSameAndInTime)
     const Duration delay = MadeUnits::capturedAt(0) - out[0]->captureTime;
     EXPECT_GT(delay, Duration::zero()) << "the encoder's";
     EXPECT_LT(delay, std::chrono::milliseconds(10));
-    const test::Samples samples = heard(out);
+    const test::Samples samples = samplesOf(out);
     ASSERT_EQ(samples.size(), 75U * 960);
     EXPECT_NEAR(test::amplitudeAt(TelephoneTone::hertz, 48000, samples, 9600, 48000), 10000, 1500);
     EXPECT_NEAR(test::rms(samples, 9600, 48000), 10000 / std::sqrt(2), 1200) << "nothing but the tone";
 }
 
-TEST_P(OpusTranscoderTest, ABlockThatDoesNotContinueTheLastBeginsAnew)
+TEST_P(OpusTranscoderTest, ABlockThatDoesNotContinueTheLastStartsAgain)
 {
     const TelephoneTone tone(GetParam());
     const auto transcoder = OpusTranscoder::make(tone.format);
@@ -81,7 +81,7 @@ TEST_P(OpusTranscoderTest, TwoChannelsStayTwo)
     std::vector<EncodedUnitPtr> out;
     transcoder->transcode(*tone.block(0, 800), out);
     EXPECT_EQ(out.size(), 5U);
-    EXPECT_EQ(heard(out).size(), 5U * 960 * 2);
+    EXPECT_EQ(samplesOf(out).size(), 5U * 960 * 2);
 }
 
 TEST_P(OpusTranscoderTest, MalformedBlocksAreLeftOut)
