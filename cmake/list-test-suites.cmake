@@ -3,17 +3,11 @@
 execute_process(COMMAND "${PROGRAM}" --gtest_list_tests OUTPUT_VARIABLE listing COMMAND_ERROR_IS_FATAL ANY)
 string(REPLACE ";" "," listing "${listing}")
 string(REGEX MATCHALL "(^|\n)[^ \n]+\\." suites "${listing}")
-# Leaks of GStreamer's plug-ins are known by callers that only the slow way of unwinding finds, which makes tests that
-# allocate much take ten times as long.
-set(environment "")
-if(LABELS STREQUAL "media")
-    set(environment " ENVIRONMENT ASAN_OPTIONS=fast_unwind_on_malloc=0")
-endif()
 set(script "")
 foreach(suite IN LISTS suites)
     string(STRIP "${suite}" suite)
     string(REGEX REPLACE "\\.$" "" suite "${suite}")
     string(APPEND script "add_test([=[${NAME}.${suite}]=] [=[${PROGRAM}]=] [=[--gtest_filter=${suite}.*]=])\n"
-        "set_tests_properties([=[${NAME}.${suite}]=] PROPERTIES TIMEOUT 300 LABELS ${LABELS}${environment})\n")
+        "set_tests_properties([=[${NAME}.${suite}]=] PROPERTIES TIMEOUT 300 LABELS ${LABELS})\n")
 endforeach()
 file(WRITE "${OUTPUT}" "${script}")
