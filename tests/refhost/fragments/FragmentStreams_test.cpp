@@ -66,7 +66,7 @@ TEST_F(FragmentStreamsTest, ACameraThatWasReplacedIsTappedAgain)
     const auto before = streams_.find(1, 0);
     FragmentViewer viewer(before, true, [] {});
     const auto old = cameras_->source;
-    cameras_->source = std::make_shared<RecordedStreamFake>();
+    cameras_->replace(std::make_shared<RecordedStreamFake>());
     EXPECT_NE(streams_.find(1, 0), before);
     EXPECT_EQ(old->viewers, 1) << "its viewer still holds it";
 }
@@ -74,7 +74,7 @@ TEST_F(FragmentStreamsTest, ACameraThatWasReplacedIsTappedAgain)
 TEST_F(FragmentStreamsTest, ACameraThatIsGoneIsForgotten)
 {
     std::weak_ptr<TappedStream> tapped = streams_.find(1, 0);
-    cameras_->source.reset();
+    cameras_->replace(nullptr);
     EXPECT_EQ(streams_.find(1, 0), nullptr);
     EXPECT_TRUE(tapped.expired());
 }

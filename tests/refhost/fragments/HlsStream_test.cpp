@@ -191,7 +191,7 @@ TEST_F(HlsStreamTest, WhoWaitsForACameraThatIsGoneIsAnswered)
 {
     ask();
     const auto old = cameras_->source;
-    cameras_->source.reset();
+    cameras_->replace(nullptr);
     EXPECT_EQ(streams_->find(1, 0), nullptr);
     ASSERT_TRUE(answers_.wait(1));
     EXPECT_EQ(answers_.last().state, State::absent);
@@ -202,7 +202,7 @@ TEST_F(HlsStreamTest, ACameraThatWasReplacedStartsAgain)
 {
     ask();
     const auto before = streams_->find(1, 0);
-    cameras_->source = std::make_shared<RecordedStreamFake>();
+    cameras_->replace(std::make_shared<RecordedStreamFake>());
     EXPECT_NE(streams_->find(1, 0), before);
     ASSERT_TRUE(answers_.wait(1));
     EXPECT_EQ(answers_.last().state, State::absent);

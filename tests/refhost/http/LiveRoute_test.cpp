@@ -303,7 +303,7 @@ TEST_F(LiveRouteTest, ViewersOfACameraThatIsGoneAreEnded)
     HttpTestClient client(service->port());
     ASSERT_EQ(client.get(path, handshake).status, 101);
     tapped_ = streams_->find(1, 0);
-    cameras_->source = std::make_shared<RecordedStreamFake>();
+    cameras_->replace(std::make_shared<RecordedStreamFake>());
     feedUntilTheEnd(client);
 }
 

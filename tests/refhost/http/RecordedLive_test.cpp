@@ -352,7 +352,7 @@ TEST_F(RecordedLiveTest, WatchersOfACameraThatIsGoneAreEnded)
     HttpTestClient client(service->port());
     ASSERT_TRUE(connect(client, target(5, "&ahead=1")));
     skipHead(client);
-    cameras_->source = nullptr;
+    cameras_->replace(nullptr);
     time.advance(std::chrono::seconds(20));
     all(client);
     EXPECT_TRUE(closed_);
