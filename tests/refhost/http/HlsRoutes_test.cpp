@@ -191,10 +191,11 @@ TEST_F(HlsRoutesTest, WhatIsNotThereIsNotFound)
     {
         EXPECT_EQ(get(target).status, 404) << target;
     }
+    const std::string playlist = folder + "live.m3u8?";
     for (const std::string query : {"_HLS_part=0", "_HLS_msn=x", "_HLS_msn=", "_HLS_msn=-1",
                                     "_HLS_msn=18446744073709551615", "_HLS_msn=1&_HLS_part=1.5"})
     {
-        EXPECT_EQ(get(folder + "live.m3u8?" + query).status, 400) << query;
+        EXPECT_EQ(get(playlist + query).status, 400) << query;
     }
 }
 
