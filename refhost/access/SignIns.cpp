@@ -78,8 +78,9 @@ std::optional<std::string> SignIns::open(const std::string& user)
 void SignIns::makeRoom(const std::string& user, MonotonicTime now)
 {
     std::size_t own = 0;
-    auto oldest = all_.end();
-    auto oldestOwn = all_.end();
+    const auto none = all_.end();
+    auto oldest = none;
+    auto oldestOwn = none;
     for (auto each = all_.begin(); each != all_.end();)
     {
         if (isOver(each->second, now))
@@ -87,8 +88,8 @@ void SignIns::makeRoom(const std::string& user, MonotonicTime now)
             each = all_.erase(each);
             continue;
         }
-        const auto isOlder = [each, this](const auto& other)
-        { return other == all_.end() || each->second.used < other->second.used; };
+        const auto isOlder = [each, none](const auto& other)
+        { return other == none || each->second.used < other->second.used; };
         oldest = isOlder(oldest) ? each : oldest;
         if (each->second.user == user)
         {
