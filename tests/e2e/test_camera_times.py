@@ -119,6 +119,7 @@ def test_camera_without_a_right_clock_is_dated_by_arrival(serve, build_folder, c
         server = serve(config(camera.url))
         server.allow_problem("dated by their arrival")
         errors = capture_errors(server, camera, seconds)
+        wait_until(lambda: "dated by their arrival" in server.log(), 30, "a warning")
         server.stop()
         assert all(0.49 < error < 0.6 for error in errors), (min(errors), max(errors))
         lines = [line for line in server.log().splitlines() if "dated by their arrival" in line]
