@@ -58,8 +58,9 @@ protected:
 
 TEST_F(PipelineRunnerTest, HangingSourceIsAbandonedAndReplacedUpToTheLimit)
 {
-    // Long enough that the second one hangs while the first still does.
-    useHangingSource(std::chrono::seconds(4));
+    // Long enough that the second one hangs while the first still does, and that a source hangs before it is ended.
+    useHangingSource(std::chrono::seconds(8));
+    options.maxSilence = milliseconds(700);
     testing::internal::CaptureStderr();
     open();
     const auto video = watch("trackID=0");

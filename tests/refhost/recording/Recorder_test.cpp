@@ -224,6 +224,8 @@ TEST_F(RecorderTest, MediaAreBroughtToTheDiskWhileTheyComeAndWhenASegmentEnds)
 
 TEST_F(RecorderTest, DiskThatFailsWhenItIsSyncedStopsTheRecording)
 {
+    // Not tried again while it fails, however soon the failure is noticed.
+    options_.retry = 8 * second;
     CapturedErrors log;
     DiskCalls::instance().failSyncs(true);
     start();
@@ -232,12 +234,12 @@ TEST_F(RecorderTest, DiskThatFailsWhenItIsSyncedStopsTheRecording)
     source_->giveMedia(0.4, 8);
     source_->drain();
     DiskCalls::instance().failSyncs(false);
-    source_->giveMedia(8, 16);
+    source_->giveMedia(8, 20);
     stop();
     EXPECT_THAT(log.linesWith("recording stopped: "), SizeIs(1));
     EXPECT_THAT(log.linesWith("Input/output error"), SizeIs(1));
     EXPECT_THAT(log.linesWith("recording goes on"), SizeIs(1));
-    EXPECT_EQ(recordings().back().second, 16);
+    EXPECT_EQ(recordings().back().second, 20);
 }
 
 TEST_F(RecorderTest, DiskThatHangsWhenItIsSyncedHoldsUpNoRecording)
