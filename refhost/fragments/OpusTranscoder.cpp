@@ -157,7 +157,8 @@ bool OpusTranscoder::decode(const EncodedUnit& unit)
         {
             const auto count =
                 static_cast<std::size_t>(decoded_->nb_samples) * static_cast<std::size_t>(from_->channels);
-            const auto* const first = reinterpret_cast<const std::int16_t*>(decoded_->data[0]);
+            const void* const samples = decoded_->data[0];  // which libav aligns
+            const auto* const first = static_cast<const std::int16_t*>(samples);
             samples_.insert(samples_.end(), first, first + count);
         }
         av_frame_unref(decoded_);
