@@ -7,6 +7,12 @@ from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 
 START_SECONDS = 60
+# Whether so many tiles play, for until().
+PLAYING = """
+    const videos = [...document.querySelectorAll('.tile video')];
+    return videos.length === $0 && videos.every((video) =>
+        video.closest('.tile').dataset.state === 'playing' && video.getVideoPlaybackQuality().totalVideoFrames > 10)
+"""
 
 
 @contextlib.contextmanager
@@ -56,3 +62,8 @@ def until(driver, script, *values, seconds=30):
         }};
         turn();
         """, list(values), seconds)
+
+
+def page(server, fragment=""):
+    """The address of the web page; `fragment`: what stands behind it."""
+    return f"http://127.0.0.1:{server.http_port()}/{fragment}"

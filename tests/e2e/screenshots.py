@@ -9,9 +9,8 @@ import subprocess
 import sys
 import tempfile
 
-from browser import chromium, until
+from browser import chromium, page, until
 from server import Server
-from test_page import page
 
 CAMERA = """
 [[camera]]

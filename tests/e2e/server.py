@@ -112,6 +112,10 @@ class Server:
         """How many TCP connections the process has open, as the system counts them."""
         return len(self._socket_inodes() & _established_inodes())
 
+    def http_port(self):
+        """Where its HTTP service listens."""
+        return int(re.search(r"listening for HTTP on \S+ port (\d+)", self.log()).group(1))
+
     def sessions(self):
         """How many sessions the server has, by the last line of its log that says so; None before the first one."""
         logged = re.findall(r"\bsessions: (\d+)", self.log())

@@ -2,7 +2,6 @@
 
 import json
 import pathlib
-import re
 import subprocess
 import time
 
@@ -133,7 +132,7 @@ def test_what_cannot_be_exported_is_said(build_folder, gap, tmp_path):
 
 def http_url(server):
     """Base of the URLs of the HTTP service."""
-    port = re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1)
+    port = server.http_port()
     return f"http://127.0.0.1:{port}/api/v1/recordings"
 
 

@@ -34,7 +34,7 @@ PATH = "/api/v1/cameras/1/streams/0/hls/"
 @pytest.fixture
 def port(serve):
     server = serve(CONFIG)
-    return int(re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1))
+    return server.http_port()
 
 
 @pytest.fixture

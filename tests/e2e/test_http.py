@@ -43,7 +43,7 @@ class Http:
     """curl against one server; every JSON answer is held against the server's own description."""
 
     def __init__(self, server):
-        port = re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1)
+        port = server.http_port()
         self.base = f"http://127.0.0.1:{port}"
         self.description = None
         self.description = self.ask("/api/v1/openapi.json")[1]
@@ -229,7 +229,7 @@ def test_the_configuration_is_read_again(serve):
 
 def test_an_address_that_was_configured_must_be_free(serve, build_folder, tmp_path):
     first = serve(CONFIG)
-    port = re.search(r"listening for HTTP on \S+ port (\d+)", first.log()).group(1)
+    port = first.http_port()
     config = f'port = 0\n[http]\nlisten = "127.0.0.1:{port}"\n'
     path = tmp_path / "second.toml"
     path.write_text(config)

@@ -1,10 +1,8 @@
 """The web page in a real browser."""
 
-import re
-
 import pytest
 
-from browser import chromium, until
+from browser import PLAYING, chromium, page, until
 from server import Server
 
 CONFIG = """
@@ -31,11 +29,6 @@ name = "door"
 """
 
 
-def page(server, fragment=""):
-    port = re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1)
-    return f"http://127.0.0.1:{port}/{fragment}"
-
-
 @pytest.fixture
 def server(build_folder, tmp_path):
     with Server(build_folder / "ovrtspd", tmp_path / "server", CONFIG) as running:
@@ -46,13 +39,6 @@ def server(build_folder, tmp_path):
 def browser(tmp_path):
     with chromium(tmp_path) as driver:
         yield driver
-
-
-PLAYING = """
-    const videos = [...document.querySelectorAll('.tile video')];
-    return videos.length === $0 && videos.every((video) =>
-        video.closest('.tile').dataset.state === 'playing' && video.getVideoPlaybackQuality().totalVideoFrames > 10)
-"""
 
 
 def test_every_camera_moves_on_the_wall(server, browser):

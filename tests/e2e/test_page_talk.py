@@ -4,9 +4,8 @@ from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
 import audio
-from browser import chromium, until
+from browser import PLAYING, chromium, page, until
 from server import Server, wait_until
-from test_page import PLAYING, page
 
 CONFIG = """
 port = 0

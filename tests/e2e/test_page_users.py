@@ -3,9 +3,8 @@
 from selenium.webdriver.common.keys import Keys
 
 import accessibility
-from browser import chromium, until
+from browser import PLAYING, chromium, page, until
 from server import Server
-from test_page import PLAYING, page
 
 CONFIG = """
 port = 0

@@ -11,10 +11,9 @@ from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 
 import recordings
-from browser import chromium, until
+from browser import chromium, page, until
 from made_once import made_once
 from server import Server, wait_until
-from test_page import page
 
 CAMERA = recordings.CAMERA
 BITS, BLOCK, HEIGHT = 12, 16, 32

@@ -2,7 +2,6 @@
 
 import json
 import pathlib
-import re
 import socket
 import ssl
 import subprocess
@@ -123,7 +122,7 @@ def test_a_certificate_is_a_login_until_its_user_is_gone(serve, build_folder, tm
     with pytest.raises((ssl.SSLError, ConnectionError, IndexError)):
         status(server, "orv/live/1/0", stranger)
 
-    port = re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1)
+    port = server.http_port()
     listed = subprocess.run(["curl", "-sSk", "--cert", recorder[0], "--key", recorder[1],
                              f"https://127.0.0.1:{port}/api/v1/cameras"], capture_output=True, text=True, timeout=20, check=True)
     assert [camera["id"] for camera in json.loads(listed.stdout)["cameras"]] == [1]

@@ -1,7 +1,6 @@
 """Key frames as JPEG files from a running ovrtspd: live, scaled, of a recorded instant, and what many of them cost."""
 
 import json
-import re
 import subprocess
 import time
 
@@ -39,7 +38,7 @@ height = 180
 def snapshots(serve, tmp_path):
     """snapshots(stream, query): (status, file) of a request."""
     server = serve(CONFIG.format(folder=tmp_path / "recordings"))
-    port = re.search(r"listening for HTTP on \S+ port (\d+)", server.log()).group(1)
+    port = server.http_port()
 
     def get(stream, query=""):
         path = tmp_path / "snapshot.jpg"

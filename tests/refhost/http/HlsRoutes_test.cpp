@@ -210,16 +210,15 @@ TEST_F(HlsRoutesTest, OnlyWhoMayWatchTheCameraGetsIt)
     viewer.grants.live = "1";
     config.users = {viewer, other};
     serve();
-    const std::string login = basic("dmlld2VyOnNlY3JldA==");
-    const HttpAnswer playlist = begin(login);
+    const HttpAnswer playlist = begin(asViewer());
     EXPECT_EQ(playlist.status, 200);
     EXPECT_THAT(playlist.field("Cache-Control"), MatchesRegex("private, max-age=[1-5]"));
     for (const std::string& name :
          {std::string("index.m3u8"), std::string("live.m3u8"), segment(playlist.body)})
     {
         EXPECT_EQ(get(folder + name).status, 401) << name;
-        EXPECT_EQ(get(folder + name, basic("b3RoZXI6c2VjcmV0")).status, 403) << name;
-        const HttpAnswer own = get(folder + name, login);
+        EXPECT_EQ(get(folder + name, asOther()).status, 403) << name;
+        const HttpAnswer own = get(folder + name, asViewer());
         EXPECT_EQ(own.status, 200) << name;
         EXPECT_THAT(own.field("Cache-Control"), MatchesRegex("private, max-age=.*")) << name;
     }

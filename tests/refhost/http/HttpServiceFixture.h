@@ -88,6 +88,27 @@ protected:
         return "Authorization: Basic " + base64 + "\r\n";
     }
 
+    /// Users "viewer", who may watch camera 1, and "other", who may watch camera 2.
+    void addViewers()
+    {
+        UserConfig viewer;
+        viewer.name = "viewer";
+        viewer.password = "secret";
+        viewer.grants.live = "1";
+        UserConfig other = viewer;
+        other.name = "other";
+        other.grants.live = "2";
+        config.users = {viewer, other};
+    }
+    static std::string asViewer()
+    {
+        return basic("dmlld2VyOnNlY3JldA==");
+    }
+    static std::string asOther()
+    {
+        return basic("b3RoZXI6c2VjcmV0");
+    }
+
     ServerConfig config;
     SteppedClock time;
     std::unique_ptr<UserAccess> users;

@@ -261,38 +261,27 @@ TEST_F(LiveRouteTest, APageOfAnotherSiteMayNotShowIt)
 
 TEST_F(LiveRouteTest, OnlyWhoMayWatchTheCameraSeesIt)
 {
-    UserConfig viewer;
-    viewer.name = "viewer";
-    viewer.password = "secret";
-    UserConfig other = viewer;
-    other.name = "other";
-    other.grants.live = "2";
-    viewer.grants.live = "1";
-    config.users = {viewer, other};
+    addViewers();
     serve();
     EXPECT_EQ(get(path, handshake).status, 401);
-    EXPECT_EQ(get(path, handshake + basic("dmlld2VyOnNlY3JldA==")).status, 101);
-    EXPECT_EQ(get(path, handshake + basic("b3RoZXI6c2VjcmV0")).status, 403);
+    EXPECT_EQ(get(path, handshake + asViewer()).status, 101);
+    EXPECT_EQ(get(path, handshake + asOther()).status, 403);
 }
 
 TEST_F(LiveRouteTest, WhoLosesTheRightIsEnded)
 {
-    UserConfig viewer;
-    viewer.name = "viewer";
-    viewer.password = "secret";
-    viewer.grants.live = "1";
-    config.users = {viewer};
+    addViewers();
     serve();
     cameras_->source->audio = false;
     HttpTestClient client(service->port());
-    ASSERT_EQ(client.get(path, handshake + basic("dmlld2VyOnNlY3JldA==")).status, 101);
+    ASSERT_EQ(client.get(path, handshake + asViewer()).status, 101);
     feed(0, true);
     for (int i = 0; i < 3; ++i)
     {
         ASSERT_TRUE(next(client)) << "description, init segment, fragment";
     }
-    viewer.grants.live = "2";
-    users->setUsers({viewer}, {});
+    config.users.front().grants.live = "2";
+    users->setUsers(config.users, {});
     feedUntilTheEnd(client);
 }
 
