@@ -4,6 +4,7 @@ import dataclasses
 import hashlib
 import subprocess
 
+CLOCK_RATE = 90000  # of the video's RTP timestamps
 RATE = 25  # frames a second
 GOP = 25
 

@@ -113,8 +113,11 @@ class Server:
         return len(self._socket_inodes() & _established_inodes())
 
     def http_port(self):
-        """Where its HTTP service listens."""
-        return int(re.search(r"listening for HTTP on \S+ port (\d+)", self.log()).group(1))
+        """Where its HTTP service listens, which it says after the RTSP service."""
+        def found():
+            return re.search(r"listening for HTTP on \S+ port (\d+)", self.log())
+        wait_until(found, START_SECONDS, "the HTTP service listens")
+        return int(found().group(1))
 
     def sessions(self):
         """How many sessions the server has, by the last line of its log that says so; None before the first one."""
