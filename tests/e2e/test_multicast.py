@@ -138,7 +138,8 @@ def test_ffmpeg_and_rtspsrc_play_across_a_cable(server, other_machine, tmp_path)
         prefix=other_machine.prefix)
     assert (stream["width"], stream["height"]) == (640, 360)
     assert len(times) == 50
-    assert all(0.03 < b - a < 0.05 for a, b in zip(times, times[1:])), times
+    # rtspsrc dates the first frame before it knows how late frames arrive.
+    assert all(0.03 < b - a < 0.05 for a, b in zip(times[1:], times[2:])), times
     wait_until(lambda: server.sessions() == 0, 5, "the players' sessions are gone")
 
 
