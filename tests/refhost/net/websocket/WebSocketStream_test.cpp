@@ -114,8 +114,8 @@ TEST_F(WebSocketStreamTest, WholeMessagesAreAcceptedUpToTheBound)
     Signal sendable;
     stream().watchSend(true);
     runOn(loop_, [&] { stream().attach(loop_, [&](std::uint32_t) { sendable.set(); }); });
-    ASSERT_TRUE(sendable.wait());
-    stream().watchSend(false);
+    EXPECT_TRUE(sendable.wait());
+    runOn(loop_, [this] { stream().detach(); });
     under_->carrier->stall(true);
     const std::string_view part = frames;
     EXPECT_EQ(stream().send(&part, 1, false).count, 3 * frame.size()) << "four are more than 64 KiB";
@@ -180,12 +180,12 @@ TEST_F(WebSocketStreamTest, AClientThatReadsNoPongsIsNotReadForever)
     EXPECT_FALSE(under_->carrier->allReceived());
     under_->carrier->stall(false);
     const auto pong = under_->next();
-    ASSERT_TRUE(pong);
-    EXPECT_EQ(pong->opcode, WebSocketPeer::pong);
-    while (!under_->carrier->allReceived())
+    EXPECT_TRUE(pong && pong->opcode == WebSocketPeer::pong);
+    while (!under_->carrier->allReceived() && !HasFailure())
     {
-        ASSERT_TRUE(under_->next());
+        EXPECT_TRUE(under_->next());
     }
+    runOn(loop_, [this] { stream().detach(); });
 }
 
 TEST_F(WebSocketStreamTest, AViolationIsAnsweredAndFails)
